@@ -1,0 +1,193 @@
+#include <cstdlib>
+
+#include "client/client.h"
+#include "client/log.h"
+#include "fwx_nat64/wire.h"
+#include "platform/runtime.h"
+#include "transport/context.h"
+#include "transport/handlers.h"
+
+namespace {
+
+constexpr char channel_name[] = "fwx_cp";
+constexpr uint32_t fc_high_mark = 10485760;
+constexpr uint32_t fc_low_mark = 10240;
+constexpr size_t initial_rx_size_bytes = 4000;
+
+constexpr char context_pool_name[] = "FWX NAT64 Client CTX Chunk";
+constexpr uint32_t context_pool_elements = 256;
+
+constexpr uint32_t callers_elements = 1; /* list kind: the list never frees its elements */
+
+void fwx_nat64_clnt_chan_err_hndlr(void *arg) {
+    NAT64_LOG_WARNING("\n%s channel error detected %p", __func__, arg);
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    if (info != nullptr) info->connected = 0;
+}
+
+void fwx_nat64_client_throttle_cb(uint32_t on) {
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    if (info == nullptr) return;
+    if (on != 0) {
+        ++info->throttle_on_cnt;
+    } else {
+        ++info->throttle_off_cnt;
+    }
+    NAT64_LOG_TRACE("\nFWX NAT64 CL throttle=%s cb=%p ctx=%p on/off=(%d,%d)", on != 0 ? "TRUE" : "FALSE",
+                    reinterpret_cast<void *>(info->throttle_cb), info->throttle_ctx, info->throttle_on_cnt,
+                    info->throttle_off_cnt);
+    if (info->throttle_cb != nullptr) info->throttle_cb(on == 0 ? 1 : 0, info->throttle_ctx);
+}
+
+uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size) {
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    if (info == nullptr) return 0;
+    void *new_buf = fwx_calloc_named(nat64_client_memory_tag, 1, size);
+    NAT64_LOG_TRACE("\nFWX NAT64 CL rx buf cb obuf=%pnbuf=%p sz=%zu", old_buf, new_buf, size);
+    if (new_buf == nullptr) return 0;
+    info->rx_buf = new_buf;
+    smc_msg_rx_buffer_set(chan, new_buf, size, fwx_nat64_client_rx_buf_cb);
+    if (old_buf != nullptr) fwx_free_named(old_buf);
+    return 1;
+}
+
+/* The two commands that a server which has just been found must get before any other. */
+uint32_t send_initial_commands(fwx_nat64_client_info_t *info, const char *caller) {
+    uint32_t rc = fwx_nat64_client_init_cmd_send_a(info, nullptr, nullptr);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s init cmd send failed %s", caller, xerr_strerror(rc));
+        return rc;
+    }
+    rc = fwx_nat64_client_unsol_setup_send_a();
+    if (rc != 0) NAT64_LOG_ERROR("\n%s unsol setup send failed %s", caller, xerr_strerror(rc));
+    return rc;
+}
+
+void discard_outstanding(fwx_nat64_client_info_t *info) {
+    void *head = nullptr;
+    while (fwx_list_head(info->clnt_ctx_list, &head) == 0 && head != nullptr &&
+           fwx_list_remove_element(info->clnt_ctx_list, head) == 0) {
+        auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(head);
+        if (clnt_ctx_carries_walk(ctx)) fwx_free_named(ctx->cb_func);
+        chunk_free(info->clnt_ctx_chunk, ctx);
+    }
+}
+
+/* Undoes what coming up has made so far. */
+void release_all(fwx_nat64_client_info_t *info) {
+    fwx_list_destroy(info->clnt_ctx_list);
+    info->clnt_ctx_list = nullptr;
+    if (info->clnt_ctx_chunk != nullptr) chunk_destroy(info->clnt_ctx_chunk);
+    info->clnt_ctx_chunk = nullptr;
+    if (info->rx_buf != nullptr) fwx_free_named(info->rx_buf);
+    info->rx_buf = nullptr;
+}
+
+}  // namespace
+
+uint32_t fwx_nat64_client_comingup(fwx_nat64_client_info_t *info) {
+    if (info == nullptr) return FWX_NAT64_ERR_COMINGUP_NO_INFO;
+
+    uint32_t rc = fwx_list_init(&info->clnt_ctx_list, callers_elements);
+    if (rc != 0) return rc;
+    info->rx_buf = fwx_calloc_named(nat64_client_memory_tag, 1, initial_rx_size_bytes);
+    if (info->rx_buf != nullptr) {
+        info->clnt_ctx_chunk =
+            chunk_create(context_pool_name, sizeof(fwx_nat64_clnt_ctx_t), context_pool_elements, 1, 4, 0);
+    }
+    if (info->clnt_ctx_chunk != nullptr) {
+        info->epoch = static_cast<uint32_t>(random());
+        fwx_nat64_client_info_t *connected_info = nullptr;
+        rc = fwx_nat64_client_connect_to_server(&connected_info, 0);
+    } else {
+        rc = FWX_NAT64_ERR_COMINGUP_NOMEM;
+    }
+    if (rc != 0) release_all(info);
+    return rc;
+}
+
+uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint32_t send_init) {
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
+    *out = info;
+    if (info->connected != 0) return 0;
+
+    NAT64_LOG_TRACE("\n%s attempting to connect", __func__);
+    const smc_event_t event = *static_cast<const smc_event_t *>(info->smc_ev);
+    uint32_t rc = smc_msg_chan_open(channel_name, event, 0, fwx_nat64_clnt_chan_err_hndlr, &info->chan);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s open failed %s", __func__, xerr_strerror(rc));
+        return FWX_NAT64_ERR_AGAIN;
+    }
+
+    NAT64_LOG_TRACE("\n%s FC set hi=%d lo=%d", __func__, fc_high_mark, fc_low_mark);
+    rc = smc_msg_chan_fc_set(info->chan, info, fc_high_mark, fc_low_mark, fwx_nat64_client_throttle_cb);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s fc set failed %s", __func__, xerr_strerror(rc));
+        goto close;
+    }
+
+    smc_msg_rx_buffer_set(info->chan, info->rx_buf, initial_rx_size_bytes, fwx_nat64_client_rx_buf_cb);
+    rc = fwx_nat64_client_attach_msg_handlers(info->chan);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s attach msg handlers failed %s", __func__, xerr_strerror(rc));
+        goto close;
+    }
+
+    /* Up before the initial commands: their sends come back here and must find the channel open. */
+    info->connected = 1;
+    if (send_init != 0) {
+        rc = send_initial_commands(info, __func__);
+        if (rc != 0) goto disconnect;
+    }
+    NAT64_LOG_TRACE("\n%s connected\n", __func__);
+    return 0;
+
+disconnect:
+    info->connected = 0;
+close:
+    smc_msg_chan_close(&info->chan);
+    return rc;
+}
+
+uint32_t fwx_nat64_client_attach_msg_handlers(smc_chan_t chan) {
+    for (const fwx_nat64_msg_hndlr_t *entry = fwx_nat64_msg_hndlr_tbl; entry->msgno < FWX_NAT64_MSG_MAX; ++entry) {
+        const struct {
+            uint32_t form;
+            smc_msg_handler_fn_t handler;
+        } forms[] = {{FWX_NAT64_MSG_ASYNC, entry->async_hndlr}, {FWX_NAT64_MSG_SYNC, entry->sync_hndlr}};
+        for (const auto &form : forms) {
+            if (form.handler == nullptr) continue;
+            const auto type_word = static_cast<uint16_t>(form.form | (entry->msgno & FWX_NAT64_MSG_NUMBER_MASK));
+            const uint16_t key[2] = {type_word, FWX_NAT64_MSG_DOMAIN};
+            const uint32_t rc = smc_msg_handler_attach(chan, key, form.handler, 0, type_word, FWX_NAT64_MSG_DOMAIN);
+            if (rc != 0) return rc;
+        }
+    }
+    return 0;
+}
+
+uint32_t fwx_nat64_client_init_cmd_send_a(fwx_nat64_client_info_t *info, void *pal_ctx, void *cb_func) {
+    void *msg = nullptr;
+    const uint32_t rc =
+        fwx_nat64_client_async_cmd_init(sizeof(fwx_nat64_init_msg_t), FWX_NAT64_MSG_INIT, pal_ctx, cb_func, &msg);
+    if (rc != 0) return rc;
+    auto *init = static_cast<fwx_nat64_init_msg_t *>(msg);
+    init->init_code = FWX_NAT64_INIT_CODE;
+    fwx_memcpy(init->client_id, info->client_id, sizeof(init->client_id));
+    return fwx_nat64_client_async_cmd_send(msg, sizeof(*init));
+}
+
+void fwx_nat64_client_goingdown(fwx_nat64_client_info_t *info) {
+    if (info == nullptr) return;
+    if (info->connected != 0) {
+        info->connected = 0;
+        smc_msg_chan_close(&info->chan);
+    }
+    if (info->rx_buf != nullptr) {
+        fwx_free_named(info->rx_buf);
+        info->rx_buf = nullptr;
+    }
+    discard_outstanding(info);
+    release_all(info);
+}

@@ -1,0 +1,34 @@
+/*
+ * The library's diagnostics. Each goes out on the flag channel, when the flag of its level is on, and on the level
+ * channel, when the platform's debug level for the library is high enough. Arguments are evaluated once for each
+ * channel that is open, and not at all when both are closed. The format is a string literal.
+ */
+#ifndef CLIENT_LOG_H
+#define CLIENT_LOG_H
+
+#include "fwx_nat64/debug.h"
+#include "platform/runtime.h"
+
+/* Debug level from which on the level channel shows a level. */
+enum { nat64_level_error = 1, nat64_level_warn = 2, nat64_level_info = 3, nat64_level_trace = 4 };
+
+static inline bool nat64_flag_open(const uint32_t *flag) {
+    return flag == nullptr || *flag != 0;
+}
+
+#define NAT64_LOG(level, slot, format, ...)                                               \
+    do {                                                                                  \
+        if (nat64_flag_open(fwx_nat64_dbg_flags.slot)) {                                  \
+            fwx_buginf_flags_internal_##level(&fwx_nat64_dbg_flags, format, __VA_ARGS__); \
+        }                                                                                 \
+        if (fwx_get_debug_level(FWX_NAT64_DEBUG_MODULE) >= nat64_level_##level) {         \
+            fwx_buginf_##level("\nNAT64: " format, __VA_ARGS__);                          \
+        }                                                                                 \
+    } while (0)
+
+#define NAT64_LOG_ERROR(format, ...) NAT64_LOG(error, error, format, __VA_ARGS__)
+#define NAT64_LOG_WARNING(format, ...) NAT64_LOG(warn, warning, format, __VA_ARGS__)
+#define NAT64_LOG_INFO(format, ...) NAT64_LOG(info, info, format, __VA_ARGS__)
+#define NAT64_LOG_TRACE(format, ...) NAT64_LOG(trace, trace, format, __VA_ARGS__)
+
+#endif

@@ -1,0 +1,46 @@
+# The client library. It needs libc and the platform's symbols, and no C++ runtime.
+add_library(fwx_nat64 SHARED
+  client/bind.cpp
+  client/connection.cpp
+  client/debug.cpp
+  client/event_context.cpp
+  commands/envelope.cpp
+  commands/interface.cpp
+  commands/logging.cpp
+  commands/mapping.cpp
+  commands/mapt.cpp
+  commands/pool.cpp
+  commands/query.cpp
+  commands/settings.cpp
+  mapt/complex.cpp
+  mapt/effective_prefix.cpp
+  mapt/rule_cleanup.cpp
+  mapt/rule_hash.cpp
+  mapt/rule_table.cpp
+  mapt/state.cpp
+  mapt/subtable.cpp
+  notify/classifier.cpp
+  notify/unsolicited.cpp
+  transport/async_command.cpp
+  transport/handler_table.cpp
+  transport/reply_admission.cpp
+  transport/reply_handlers.cpp
+  transport/response_handler.cpp
+  transport/sync_command.cpp
+  transport/unsolicited_handler.cpp
+)
+target_include_directories(fwx_nat64
+  PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+  PRIVATE ${PROJECT_SOURCE_DIR})
+target_compile_options(fwx_nat64 PRIVATE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -fno-semantic-interposition>)
+target_link_options(fwx_nat64 PRIVATE
+  LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map LINKER:-Bsymbolic-functions)
+set_target_properties(fwx_nat64 PROPERTIES
+  LINKER_LANGUAGE C
+  SOVERSION 1
+  VERSION ${PROJECT_VERSION}
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+if(FWX_NAT64_PLATFORM STREQUAL "host" AND NOT FWX_NAT64_SANITIZE)
+  target_link_options(fwx_nat64 PRIVATE LINKER:-z,defs)
+endif()

@@ -1,0 +1,191 @@
+/*
+ * Configuration commands: one function per command, its record, and the operations.
+ *
+ * Conventions of all setters: the record is only read, copied into the message, and stays the caller's; `pal_ctx` is
+ * handed back to `cfg_reply_cb` and never dereferenced. A result of 0 says that the message was handed to the channel;
+ * the server's verdict reaches `cfg_reply_cb` later. Other results: FWX_NAT64_ERR_INVALID for a rejected argument
+ * (nothing is sent), FWX_NAT64_ERR_NOT_READY while unbound, or as fwx_nat64_client_async_cmd_init and _send;
+ * `cfg_reply_cb` is then not called. Argument errors come before FWX_NAT64_ERR_NOT_READY unless a function says
+ * otherwise.
+ *
+ * Calling context: the thread that runs the event loop of the binding; allowed from inside the PAL's callbacks.
+ *
+ * Byte order: records are in host order; the library converts IPv4 addresses on their way into the message. Fields that
+ * are called opaque, reserved or value are passed to the server as they are.
+ */
+#ifndef FWX_NAT64_CONFIG_H
+#define FWX_NAT64_CONFIG_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+#define FWX_NAT64_OP_ADD 1u
+#define FWX_NAT64_OP_MOD 2u
+#define FWX_NAT64_OP_DEL 3u
+
+#define FWX_NAT64_FAMILY_IPV4 0u /* any other value stands for IPv6 */
+
+/** An address. IPv4: a host-order 32-bit word in the first four bytes of `addr`; IPv6: its sixteen bytes. */
+typedef struct {
+    uint32_t family;
+    uint8_t addr[16];
+} fwx_nat64_addr_t;
+
+typedef struct {
+    uint8_t opaque[16];
+} fwx_nat64_global_settings_t;
+
+typedef struct {
+    uint32_t type; /* 1 to 13 */
+    fwx_nat64_addr_t address;
+} fwx_nat64_adj_t;
+
+typedef struct {
+    uint32_t type; /* 1 */
+    uint32_t value;
+} fwx_nat64_limit_t;
+
+typedef struct {
+    uint32_t type; /* 1 */
+    uint32_t value;
+} fwx_nat64_service_t;
+
+typedef struct {
+    uint32_t type; /* 1 to 7 */
+    uint32_t value;
+} fwx_nat64_timeout_t;
+
+typedef struct {
+    uint32_t value;
+    uint32_t set; /* 0 takes the replication back */
+    uint32_t value2;
+} fwx_nat64_replication_t;
+
+typedef struct {
+    uint32_t value;
+    fwx_nat64_addr_t src;
+    fwx_nat64_addr_t dst;
+    uint8_t opaque[60];
+} fwx_nat64_session_filter_t;
+
+/** An IPv6 prefix of which twelve bytes are given. */
+typedef struct {
+    uint8_t prefix[12];
+    uint8_t reserved[3];
+    uint8_t prefix_len; /* bits */
+    uint32_t kind;      /* global prefixes: 1 to 4 */
+} fwx_nat64_prefix_t;
+
+typedef struct {
+    uint32_t ifh; /* interface handle */
+    uint32_t enable;
+    uint32_t sless_prefix_valid;
+    fwx_nat64_prefix_t sless_prefix;
+    uint32_t sful_prefix_valid;
+    fwx_nat64_prefix_t sful_prefix;
+    uint32_t sless_prefix_v6v4_valid;
+    fwx_nat64_prefix_t sless_prefix_v6v4;
+    uint32_t mtu_valid;
+    uint16_t mtu; /* bytes */
+} fwx_nat64_intf_info_t;
+
+typedef struct {
+    uint32_t id;
+    uint8_t opaque4[4];
+    fwx_nat64_addr_t addr1;
+    uint8_t opaque28[16];
+    fwx_nat64_addr_t addr2;
+    uint8_t opaque64[20];
+} fwx_nat64_smapping_t;
+
+typedef struct {
+    uint32_t id; /* not 0 */
+    uint8_t opaque4[8];
+    uint32_t type; /* 0 to 7 */
+    uint8_t ext[24];
+    uint32_t ext_arg;
+    uint8_t opaque44[8];
+} fwx_nat64_dmapping_t;
+
+typedef struct {
+    uint32_t id;     /* not 0 */
+    uint32_t family; /* FWX_NAT64_FAMILY_IPV4 */
+    uint32_t param;  /* not 0 */
+    fwx_nat64_addr_t start_addr;
+    fwx_nat64_addr_t end_addr;
+    uint32_t hsl_id;
+} fwx_nat64_pool_t;
+
+typedef struct {
+    uint32_t id; /* of the pool, not 0 */
+    fwx_nat64_addr_t start_addr;
+    fwx_nat64_addr_t end_addr;
+} fwx_nat64_pool_range_t;
+
+typedef struct {
+    uint32_t type; /* 1 */
+    uint32_t mode; /* 1 */
+    uint8_t param;
+    fwx_nat64_addr_t dest; /* IPv4, not 0.0.0.0 */
+    uint16_t dest_port;    /* not 0 */
+    uint16_t param2;
+} fwx_nat64_logging_t;
+
+/** Sets the global settings. FWX_NAT64_ERR_INVALID for null. */
+uint32_t fwx_nat64_global_settings_set_a(const fwx_nat64_global_settings_t *settings, void *pal_ctx);
+/** Sets an adjacency; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type outside 1 to 13. */
+uint32_t fwx_nat64_adj_set_a(uint32_t op, const fwx_nat64_adj_t *adj, void *pal_ctx);
+/** Adds, modifies or deletes a limit. FWX_NAT64_ERR_INVALID for null, a type other than 1 or another operation. */
+uint32_t fwx_nat64_limit_set_a(uint32_t op, const fwx_nat64_limit_t *limit, void *pal_ctx);
+/** Adds or deletes a service. FWX_NAT64_ERR_INVALID for null, a type other than 1 or another operation. */
+uint32_t fwx_nat64_service_set_a(uint32_t op, const fwx_nat64_service_t *service, void *pal_ctx);
+/** Sets or takes back the replication, as `set` says; `op` is not looked at. FWX_NAT64_ERR_INVALID for null. */
+uint32_t fwx_nat64_replication_set_a(uint32_t op, const fwx_nat64_replication_t *repl, void *pal_ctx);
+/** Sets a timeout; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type outside 1 to 7. */
+uint32_t fwx_nat64_timeout_set_a(uint32_t op, const fwx_nat64_timeout_t *timeout, void *pal_ctx);
+/** Asks the server to upload its IP aliases. */
+uint32_t fwx_nat64_ipalias_upload_a(void *pal_ctx);
+/** Clears the sessions that the filter names. FWX_NAT64_ERR_INVALID for null. */
+uint32_t fwx_nat64_session_clear_a(const fwx_nat64_session_filter_t *filter, void *pal_ctx);
+
+/** Sets an interface's prefixes and MTU. FWX_NAT64_ERR_NOT_READY while unbound, and also for null. */
+uint32_t fwx_nat64_interface_set_a(const fwx_nat64_intf_info_t *info, void *pal_ctx);
+/** Enables an NVI interface by its handle. */
+uint32_t fwx_nat64_nvi_interface_enable_a(uint32_t ifh, void *pal_ctx);
+/**
+ * Adds a global prefix. FWX_NAT64_ERR_NOT_READY while unbound comes before FWX_NAT64_ERR_INVALID for null or a kind
+ * outside 1 to 4.
+ */
+uint32_t fwx_nat64_glb_prefix_add_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
+/** Modifies a global prefix: the message of the add. Results as fwx_nat64_glb_prefix_add_a. */
+uint32_t fwx_nat64_glb_prefix_mod_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
+/** Deletes a global prefix. Results as fwx_nat64_glb_prefix_add_a. */
+uint32_t fwx_nat64_glb_prefix_del_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
+/** Adds or deletes (by `id`) a static mapping. FWX_NAT64_ERR_INVALID for null or another operation. */
+uint32_t fwx_nat64_smapping_set_a(uint32_t op, const fwx_nat64_smapping_t *map, void *pal_ctx);
+/** Adds, modifies or deletes a dynamic mapping. FWX_NAT64_ERR_INVALID for null, id 0, a type above 7, another
+ * operation. */
+uint32_t fwx_nat64_dmapping_set_a(uint32_t op, const fwx_nat64_dmapping_t *map, void *pal_ctx);
+/**
+ * Adds, modifies (the message of the add) or deletes (by `id`) an address pool. FWX_NAT64_ERR_INVALID for null, id 0 or
+ * another operation, and unless it is a delete for a family other than IPv4 or `param` 0.
+ */
+uint32_t fwx_nat64_pool_set_a(uint32_t op, const fwx_nat64_pool_t *pool, void *pal_ctx);
+/** Adds or deletes a range of a pool. FWX_NAT64_ERR_INVALID for null, id 0 or another operation. */
+uint32_t fwx_nat64_pool_range_set_a(uint32_t op, const fwx_nat64_pool_range_t *range, void *pal_ctx);
+/**
+ * Adds, modifies or deletes a logging destination. FWX_NAT64_ERR_INVALID for null, a type or mode other than 1, a
+ * destination that is not an IPv4 address or is 0.0.0.0, port 0, or another operation.
+ */
+uint32_t fwx_nat64_logging_set_a(uint32_t op, const fwx_nat64_logging_t *log, void *pal_ctx);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+
+#endif

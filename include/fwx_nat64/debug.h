@@ -1,0 +1,51 @@
+/*
+ * Debug flags of the library.
+ *
+ * Each diagnostic goes out on two channels: one gated by the flag of its level, one by the platform's debug level for
+ * FWX_NAT64_DEBUG_MODULE. Flags keep their values for the life of the loaded library. At the first bind each
+ * environment variable FWX_NAT64_DBG_ERRORS, _WARNING, _TRACE, _INFO that is set, also to an empty value, switches its
+ * flag on.
+ */
+#ifndef FWX_NAT64_DEBUG_H
+#define FWX_NAT64_DEBUG_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/** The library's module number towards the platform's debug levels. */
+#define FWX_NAT64_DEBUG_MODULE 0x1c000000u
+
+/** Reads the environment variables and says on the console which flags they switch on. */
+void fwx_nat64_dbg_init(void);
+/** Sets the error flag (on after load): 0 off, anything else on. May be called at any time. */
+void fwx_nat64_dbg_error_set(uint32_t on);
+/** Sets the warning flag (off after load). */
+void fwx_nat64_dbg_warning_set(uint32_t on);
+/** Sets the trace flag (off after load). */
+void fwx_nat64_dbg_trace_set(uint32_t on);
+/** Sets the info flag (off after load). */
+void fwx_nat64_dbg_info_set(uint32_t on);
+
+/** The flag set that the platform's flag-gated debug functions take; the order of the slots is theirs. */
+typedef struct {
+    const void *reserved0;
+    const uint32_t *error;
+    const uint32_t *info;
+    const uint32_t *trace;
+    const uint32_t *warning;
+    const void *reserved5;
+} fwx_nat64_dbg_flags_t;
+
+/** Filled at load, never changed. */
+extern const fwx_nat64_dbg_flags_t fwx_nat64_dbg_flags;
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,33 @@
+/*
+ * Result codes of the NAT64 client library.
+ *
+ * Every operation that can fail returns a uint32_t: 0 for success, one of the codes below, a plain errno value (12, 17,
+ * 22) where a function says so, or a code of the platform or the server, passed on unchanged.
+ */
+#ifndef FWX_NAT64_RESULT_H
+#define FWX_NAT64_RESULT_H
+
+/** The channel could not be opened; also the verdict on a command that never reached the server. */
+#define FWX_NAT64_ERR_AGAIN 0x4030020bu
+/** No client context, transmit buffer or list entry for a command. */
+#define FWX_NAT64_ERR_NOMEM 0x4030020cu
+/** The library is not bound, or the message belongs to an earlier binding. */
+#define FWX_NAT64_ERR_NOT_READY 0x4030020du
+/** An argument of a command was rejected. */
+#define FWX_NAT64_ERR_INVALID 0x40300216u
+/** A null message or out-pointer, or a reply buffer that is too small, given to the transport. */
+#define FWX_NAT64_ERR_BAD_ARG 0x40300616u
+/** Receive buffer or client-context pool could not be created when coming up. */
+#define FWX_NAT64_ERR_COMINGUP_NOMEM 0xa030060cu
+/** Coming up without a client info. */
+#define FWX_NAT64_ERR_COMINGUP_NO_INFO 0xa030060du
+/** A classifier notification that the library does not serve, or that lacks its data. */
+#define FWX_NAT64_ERR_CGM_INVALID 0xa0300216u
+/** A rule with this Rule ID and Domain ID is already in that rule table. */
+#define FWX_NAT64_ERR_EXISTS 0xa0300611u
+/** No such rule in that rule table. */
+#define FWX_NAT64_ERR_NOT_FOUND 0xa0300602u
+/** A leaf could not be inserted, or a rule could not be deleted from every complex. */
+#define FWX_NAT64_ERR_PLU_FAILED 0xa0300616u
+
+#endif

@@ -1,0 +1,706 @@
+/*
+ * Wire layouts: op codes and every message between the library and the server, in both directions.
+ *
+ * Both sides must agree on every size and offset here; the asserts under each struct hold them. Byte order is the
+ * host's (little-endian), save fields whose comment says network order. `reserved` bytes are written by nobody and read
+ * by nobody. The configuration messages share one envelope: header, op code, payload, four reserved bytes.
+ */
+#ifndef FWX_NAT64_WIRE_H
+#define FWX_NAT64_WIRE_H
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "fwx_nat64/config.h"
+#include "fwx_nat64/mapt.h"
+#include "fwx_nat64/query.h"
+#include "fwx_nat64/transport.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Holds a struct to its size on the wire. */
+#define FWX_NAT64_WIRE_SIZE(type, size) \
+    static_assert(sizeof(type) == (size), #type " must be " #size " bytes on the wire")
+/** Holds a field to its offset on the wire. */
+#define FWX_NAT64_WIRE_AT(type, field, offset) \
+    static_assert(offsetof(type, field) == (offset), #type "." #field " must be at offset " #offset " on the wire")
+
+/* --- Headers and records that travel as they are. --- */
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_msg_hdr_t, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, domain, 2);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, clnt_ctx, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, epoch, 24);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_hdr_t, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_hdr_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_hdr_t, domain, 2);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_addr_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_addr_t, family, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_addr_t, addr, 4);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_global_settings_t, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_global_settings_t, opaque, 0);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_adj_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_adj_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_adj_t, address, 4);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_limit_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_limit_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_limit_t, value, 4);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_service_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_service_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_service_t, value, 4);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_timeout_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, value, 4);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_replication_t, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, value, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, set, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, value2, 8);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_session_filter_t, 104);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, value, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, src, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, dst, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, opaque, 44);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_prefix_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix_len, 15);
+FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, kind, 16);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_smapping_t, 84);
+FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr1, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr2, 44);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_t, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, type, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, ext, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, ext_arg, 40);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_range_t, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, start_addr, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, end_addr, 24);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_dmr_t, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_dmr_t, id, 0);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_filter_t, 88);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, opaque0, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, src, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, dst, 40);
+
+FWX_NAT64_WIRE_SIZE(fwx_mapt_app_leaf_t, 16);
+FWX_NAT64_WIRE_AT(fwx_mapt_app_leaf_t, mapt_bmr, 4);
+
+/* --- Configuration envelope and op codes. --- */
+
+#define FWX_NAT64_CFG_INTF_SET 1u
+#define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u
+#define FWX_NAT64_CFG_GLB_PREFIX 3u
+#define FWX_NAT64_CFG_POOL_ADD 4u
+#define FWX_NAT64_CFG_POOL_DEL 5u
+#define FWX_NAT64_CFG_POOL_RANGE_ADD 6u
+#define FWX_NAT64_CFG_POOL_RANGE_DEL 7u
+#define FWX_NAT64_CFG_SMAPPING_ADD 8u
+#define FWX_NAT64_CFG_SMAPPING_DEL 9u
+#define FWX_NAT64_CFG_DMAPPING_ADD 11u
+#define FWX_NAT64_CFG_DMAPPING_DEL 12u
+#define FWX_NAT64_CFG_DMAPPING_MOD 13u
+#define FWX_NAT64_CFG_TIMEOUT_SET 14u
+#define FWX_NAT64_CFG_LIMIT_SET 15u
+#define FWX_NAT64_CFG_LIMIT_DEL 16u
+#define FWX_NAT64_CFG_IPALIAS_UPLOAD 17u
+#define FWX_NAT64_CFG_SESSION_CLEAR 19u
+#define FWX_NAT64_CFG_SERVICE_SET 20u
+#define FWX_NAT64_CFG_END_BATCH 21u
+#define FWX_NAT64_CFG_CLASSIFIER_UPDATE 22u
+#define FWX_NAT64_CFG_LOGGING_ADD 23u
+#define FWX_NAT64_CFG_LOGGING_MOD 24u
+#define FWX_NAT64_CFG_LOGGING_DEL 25u
+#define FWX_NAT64_CFG_ADJ_SET 26u
+#define FWX_NAT64_CFG_GLB_PREFIX_KIND2 27u
+#define FWX_NAT64_CFG_GLOBAL_SETTINGS 28u
+#define FWX_NAT64_CFG_REPLICATION_SET 29u
+#define FWX_NAT64_CFG_REPLICATION_UNSET 31u
+
+/** Configuration command; its whole length is sizeof(fwx_nat64_cfg_msg_t) + payload length. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t op_code;   /* FWX_NAT64_CFG_ */
+    uint8_t payload[4]; /* the payload begins here; behind it four reserved bytes */
+} fwx_nat64_cfg_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_cfg_msg_t, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_cfg_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_cfg_msg_t, op_code, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_cfg_msg_t, payload, 36);
+
+/** Synchronous control command; its whole length is sizeof(fwx_nat64_ctrl_msg_t) + data length. */
+typedef struct {
+    fwx_nat64_sync_hdr_t hdr;
+    uint32_t op_code; /* FWX_NAT64_CFG_ */
+} fwx_nat64_ctrl_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_ctrl_msg_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_ctrl_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_ctrl_msg_t, op_code, 16);
+
+/* --- Payloads of configuration commands. --- */
+
+/** Service: op code 20. */
+typedef struct {
+    uint32_t add; /* 1 add, 0 delete */
+    fwx_nat64_service_t service;
+} fwx_nat64_service_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_service_payload_t, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_service_payload_t, add, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_service_payload_t, service, 4);
+
+/** Delete of a mapping or pool: op codes 5, 9 and 12. */
+typedef struct {
+    uint32_t id;
+    uint32_t one; /* 1 */
+} fwx_nat64_delete_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_delete_payload_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_delete_payload_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_delete_payload_t, one, 4);
+
+/** Interface: op codes 1 and 2. */
+typedef struct {
+    uint32_t ifh;
+    uint32_t enable;
+    uint32_t nvi;
+    uint32_t sless_prefix_valid;
+    uint32_t sful_prefix_valid;
+    uint32_t sless_prefix_v6v4_valid;
+    fwx_nat64_prefix_t sless_prefix;
+    fwx_nat64_prefix_t sful_prefix;
+    fwx_nat64_prefix_t sless_prefix_v6v4;
+    uint32_t mtu_valid;
+    uint16_t mtu;          /* bytes */
+    uint8_t reserved90[2]; /* 0 */
+} fwx_nat64_intf_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_intf_payload_t, 92);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, ifh, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, enable, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, nvi, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, sless_prefix_valid, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, sful_prefix_valid, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, sless_prefix_v6v4_valid, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, sless_prefix, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, sful_prefix, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, sless_prefix_v6v4, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, mtu_valid, 84);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, mtu, 88);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, reserved90, 90);
+
+/** Global prefix: op codes 3 and 27. */
+typedef struct {
+    uint32_t add; /* 1 add or modify, 0 delete */
+    fwx_nat64_prefix_t prefix;
+} fwx_nat64_glb_prefix_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_glb_prefix_payload_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, add, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, prefix, 4);
+
+/** Dynamic mapping: op codes 11 and 13. */
+typedef struct {
+    fwx_nat64_dmapping_t map;
+    uint8_t second[24]; /* second part; without one its first byte is 4 */
+    uint32_t ext_arg;
+} fwx_nat64_dmapping_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_payload_t, 80);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, map, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, second, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, ext_arg, 76);
+
+/** Pool: op code 4. */
+typedef struct {
+    uint32_t id;
+    uint32_t param;
+    uint32_t hsl_id;
+    uint32_t id2;        /* the same identifier again */
+    uint32_t start_addr; /* network order */
+    uint32_t end_addr;   /* network order */
+} fwx_nat64_pool_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_payload_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, param, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, hsl_id, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, id2, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, start_addr, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, end_addr, 20);
+
+/** Delete of a pool range: op code 7. */
+typedef struct {
+    fwx_nat64_pool_range_t range;
+    uint32_t one; /* 1 */
+} fwx_nat64_pool_range_del_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_range_del_payload_t, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_del_payload_t, range, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_del_payload_t, one, 44);
+
+/** Logging: op codes 23, 24 and 25. */
+typedef struct {
+    uint32_t dest;      /* network order */
+    uint32_t reserved4; /* 0 */
+    uint16_t dest_port; /* host order */
+    uint16_t param2;
+    uint32_t mode;
+    uint8_t param;
+    uint8_t reserved17[3]; /* 0 */
+} fwx_nat64_logging_payload_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_payload_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, dest, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, reserved4, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, dest_port, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, param2, 10);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, mode, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, param, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, reserved17, 17);
+
+/** Classifier update: op code 22, in both forms. */
+typedef struct {
+    uint8_t data[24]; /* the classifier manager's */
+    uint32_t batch_id;
+} fwx_nat64_classifier_update_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_classifier_update_t, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_classifier_update_t, data, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_classifier_update_t, batch_id, 24);
+
+/* --- Commands with message numbers of their own. --- */
+
+#define FWX_NAT64_INIT_CODE 0x00010090u
+#define FWX_NAT64_MAPT_RULE_BMR 0u
+#define FWX_NAT64_MAPT_RULE_DMR 1u
+
+/** Init, asynchronous (after a reconnection). */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t init_code; /* FWX_NAT64_INIT_CODE */
+    uint8_t client_id[4];
+} fwx_nat64_init_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_init_msg_t, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_init_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_init_msg_t, init_code, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_init_msg_t, client_id, 36);
+
+/** Init, synchronous (at bind). */
+typedef struct {
+    fwx_nat64_sync_hdr_t hdr;
+    uint32_t init_code; /* FWX_NAT64_INIT_CODE */
+    uint8_t client_id[4];
+} fwx_nat64_sync_init_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_init_msg_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_init_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_init_msg_t, init_code, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_init_msg_t, client_id, 20);
+
+/** System statistics query. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t sel;
+    uint8_t reserved36[4];
+} fwx_nat64_stats_sys_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_msg_t, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_msg_t, sel, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_msg_t, reserved36, 36);
+
+/** All-pools and all-mappings statistics query. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t sel;
+    uint32_t one;   /* 1 */
+    uint32_t zero;  /* 0 */
+    uint32_t count; /* largest number of entries asked for */
+    uint32_t arg;
+    uint8_t reserved52[4];
+    uint64_t cookie; /* where to go on, 0 for the start */
+} fwx_nat64_stats_all_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_all_msg_t, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, sel, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, one, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, zero, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, count, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, arg, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, reserved52, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, cookie, 56);
+
+/** All-limits statistics query. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t sel;
+    uint32_t one; /* 1 */
+    uint8_t reserved40[8];
+    uint32_t count;
+    uint8_t reserved52[4];
+} fwx_nat64_stats_limit_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_limit_msg_t, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, sel, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, one, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, reserved40, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, count, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, reserved52, 52);
+
+/** Session walk. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint64_t cookie;
+    uint32_t arg;
+    uint32_t walk_arg;
+    uint32_t count; /* sessions a reply */
+    uint8_t reserved52[4];
+    fwx_nat64_sess_walk_filter_t filter; /* IPv4 addresses in network order */
+} fwx_nat64_sess_walk_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_msg_t, 144);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, cookie, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, arg, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, walk_arg, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, count, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, reserved52, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, filter, 56);
+
+/** Basic mapping rule. The prefixes are byte-swapped as numbers of 64 and 32 bits. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t rule_type; /* FWX_NAT64_MAPT_RULE_BMR */
+    uint32_t op;
+    uint32_t rule_id;
+    uint32_t domain_id;
+    uint8_t v6_prefix[8];  /* last byte first */
+    uint8_t v6_prefix_len; /* bits */
+    uint8_t reserved57[3];
+    uint8_t v4_prefix[4];  /* last byte first */
+    uint8_t v4_prefix_len; /* bits */
+    uint8_t reserved65;
+    uint16_t rule_params[4];
+    uint8_t reserved74[6];
+} fwx_nat64_bmr_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_bmr_msg_t, 80);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, rule_type, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, op, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, rule_id, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, domain_id, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, v6_prefix, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, v6_prefix_len, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, reserved57, 57);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, v4_prefix, 60);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, v4_prefix_len, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, reserved65, 65);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, rule_params, 66);
+FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, reserved74, 74);
+
+/** Default mapping rule; its length on the wire is FWX_NAT64_DMR_MSG_SIZE, without the padding of the struct. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t rule_type; /* FWX_NAT64_MAPT_RULE_DMR */
+    uint32_t op;
+    fwx_nat64_mapt_dmr_t dmr;
+} fwx_nat64_dmr_msg_t;
+#define FWX_NAT64_DMR_MSG_SIZE 68u
+FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, rule_type, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, op, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, dmr, 40);
+static_assert(offsetof(fwx_nat64_dmr_msg_t, dmr) + sizeof(fwx_nat64_mapt_dmr_t) == FWX_NAT64_DMR_MSG_SIZE,
+              "the record ends the message");
+
+/* --- From the server. A reply is at least FWX_NAT64_REPLY_MIN_SIZE bytes long, up to and including `result`. --- */
+
+#define FWX_NAT64_REPLY_MIN_SIZE 36u
+
+/** Result of a command: types 0, 10 and 11; every other reply begins with it. */
+typedef struct {
+    fwx_nat64_msg_hdr_t hdr;
+    uint32_t result;
+    uint8_t reserved36[4];
+} fwx_nat64_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_reply_t, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_reply_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_reply_t, result, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_reply_t, reserved36, 36);
+
+/** Answer to a synchronous command. */
+typedef struct {
+    fwx_nat64_sync_hdr_t hdr;
+    uint32_t result;
+} fwx_nat64_sync_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_reply_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, result, 16);
+
+/** System statistics: type 4; data follow. */
+typedef struct {
+    fwx_nat64_reply_t reply;
+    uint32_t more; /* further replies that follow */
+    uint8_t reserved44[4];
+} fwx_nat64_stats_sys_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_reply_t, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reply, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, more, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reserved44, 44);
+
+/** Interface and limit statistics: types 5 and 8; data follow. */
+typedef struct {
+    fwx_nat64_reply_t reply;
+    uint32_t more; /* further replies that follow */
+    uint32_t value;
+} fwx_nat64_stats_intf_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_intf_reply_t, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, reply, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, more, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, value, 44);
+
+/** Pool and mapping statistics: types 6 and 7; data follow. */
+typedef struct {
+    fwx_nat64_reply_t reply;
+    uint32_t more; /* further replies that follow */
+    uint8_t reserved44[4];
+    uint64_t value;
+    uint32_t value2;
+    uint8_t reserved60[4];
+} fwx_nat64_stats_all_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_all_reply_t, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, reply, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, more, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, reserved44, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, value, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, value2, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, reserved60, 60);
+
+/** Session walk: type 9; data follow. */
+typedef struct {
+    fwx_nat64_reply_t reply;
+    uint32_t count;
+    uint8_t reserved44[4];
+    uint32_t more;    /* non-zero: further replies follow */
+    uint32_t stopped; /* non-zero: the walk ends here */
+    uint64_t value;
+    uint32_t value2;
+    uint8_t reserved68[4];
+} fwx_nat64_sess_walk_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_reply_t, 72);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, reply, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, count, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, reserved44, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, more, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, stopped, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, value, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, value2, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, reserved68, 68);
+
+/** MAP-T rule: type 13. */
+typedef struct {
+    fwx_nat64_reply_t reply;
+    uint32_t rule_id;
+    uint32_t domain_id;
+    uint32_t rule_type; /* FWX_NAT64_MAPT_RULE_ */
+    uint32_t op;        /* FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    uint32_t cleanup;   /* 1 with a delete: the whole rule table is to be cleaned up */
+    uint32_t bmr_index; /* the server's index of the rule */
+} fwx_nat64_mapt_reply_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_reply_t, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, reply, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, rule_id, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, domain_id, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, rule_type, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, op, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, cleanup, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, bmr_index, 60);
+
+/* --- Records behind the fixed part of statistics and walk replies. --- */
+
+/** System statistics: one record, how many the server holds of each kind. */
+typedef struct {
+    uint64_t interfaces;
+    uint64_t prefixes; /* global ones */
+    uint64_t static_mappings;
+    uint64_t dynamic_mappings;
+    uint64_t pools;
+    uint64_t pool_ranges;
+    uint64_t loggings;
+    uint64_t rules; /* basic and default mapping rules */
+    uint64_t sessions;
+} fwx_nat64_stats_sys_entry_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_entry_t, 72);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, interfaces, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, prefixes, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, static_mappings, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, dynamic_mappings, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, pools, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, pool_ranges, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, loggings, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, rules, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, sessions, 64);
+
+/** Statistics of an interface; `value` of the reply is the number of records. */
+typedef struct {
+    uint32_t ifh;
+    uint32_t enabled;
+    uint32_t nvi;
+    uint32_t mtu;      /* bytes, 0 when none is set */
+    uint32_t prefixes; /* prefixes given with the interface */
+    uint32_t reserved20;
+} fwx_nat64_stats_intf_entry_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_intf_entry_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, ifh, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, enabled, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, nvi, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, mtu, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, prefixes, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, reserved20, 20);
+
+/** A limit and its use; `value` of the reply is the number of records. */
+typedef struct {
+    uint32_t type;
+    uint32_t value;
+    uint64_t in_use;
+} fwx_nat64_stats_limit_entry_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_limit_entry_t, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, value, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, in_use, 8);
+
+/** Statistics of a pool; `value` of the reply is the cookie to go on with (0: complete), `value2` the number of
+ * records. */
+typedef struct {
+    uint32_t id;
+    uint32_t ranges;    /* added to the pool's own addresses */
+    uint64_t addresses; /* in the pool and its ranges; UINT64_MAX when they are more */
+    uint64_t sessions;
+} fwx_nat64_stats_pool_entry_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_pool_entry_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, ranges, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, addresses, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, sessions, 16);
+
+#define FWX_NAT64_MAPPING_UNKNOWN 0u
+#define FWX_NAT64_MAPPING_STATIC 1u
+#define FWX_NAT64_MAPPING_DYNAMIC 2u
+
+/** Statistics of a mapping; `value` and `value2` of the reply as with pools. The library builds the same record from
+ * notification FWX_NAT64_UNSOL_MAPPING, the kind then unknown. */
+typedef struct {
+    uint32_t id;
+    uint32_t kind; /* FWX_NAT64_MAPPING_ */
+    uint32_t active;
+    uint32_t reserved12;
+    uint64_t sessions;
+} fwx_nat64_stats_mapping_entry_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_mapping_entry_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, kind, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, active, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, reserved12, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, sessions, 16);
+
+/** A session; `count` of the walk's reply is the number of records, `value` the cookie to go on with (0: complete). */
+typedef struct {
+    uint64_t id;
+    fwx_nat64_addr_t src; /* IPv4 in network order, as `dst` */
+    fwx_nat64_addr_t dst;
+    uint16_t src_port;
+    uint16_t dst_port;
+    uint32_t protocol;   /* IP protocol number, 0 for any */
+    uint32_t mapping_id; /* 0 for none */
+    uint32_t age_s;
+} fwx_nat64_session_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_session_t, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, src, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, dst, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, src_port, 48);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, dst_port, 50);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, protocol, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, mapping_id, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_t, age_s, 60);
+
+/* Events of an unsolicited notification; the short header of synchronous messages comes first. */
+#define FWX_NAT64_UNSOL_RECORD 0u
+#define FWX_NAT64_UNSOL_EVENT 1u
+#define FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP 2u
+#define FWX_NAT64_UNSOL_MAPPING 3u
+#define FWX_NAT64_UNSOL_DEBUG 4u
+
+/** Any notification. */
+typedef struct {
+    fwx_nat64_sync_hdr_t hdr; /* type word FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_UNSOL_SETUP */
+    uint32_t event;
+} fwx_nat64_unsol_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_msg_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_msg_t, hdr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_msg_t, event, 16);
+
+/** Command 0; its last field ends at 42. */
+typedef struct {
+    fwx_nat64_unsol_msg_t msg;
+    uint32_t word2;
+    uint32_t word1;
+    uint8_t reserved28[4];
+    uint32_t word3;
+    uint8_t reserved36[4];
+    uint16_t add; /* non-zero add, 0 delete */
+} fwx_nat64_unsol_record_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_record_msg_t, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, msg, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, word2, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, word1, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, reserved28, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, word3, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, reserved36, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, add, 40);
+
+/** Command 3; its last field ends at 62. */
+typedef struct {
+    fwx_nat64_unsol_msg_t msg;
+    uint32_t id;
+    uint8_t reserved24[4];
+    uint32_t value;
+    uint8_t reserved32[29];
+    uint8_t inactive; /* 0: active */
+} fwx_nat64_unsol_mapping_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_mapping_msg_t, 64);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, msg, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, id, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, reserved24, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, value, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, reserved32, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, inactive, 61);
+
+/** Command 4. */
+typedef struct {
+    fwx_nat64_unsol_msg_t msg;
+    uint32_t selector; /* 1 info, 2 trace, 3 warning, 4 error, 5 all */
+    uint32_t on;
+} fwx_nat64_unsol_debug_msg_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_debug_msg_t, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_debug_msg_t, msg, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_debug_msg_t, selector, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_unsol_debug_msg_t, on, 24);
+
+/* Least lengths of the notifications that carry a body. */
+#define FWX_NAT64_UNSOL_RECORD_MIN_SIZE 42u
+#define FWX_NAT64_UNSOL_MAPPING_MIN_SIZE 62u
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

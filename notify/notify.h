@@ -1,0 +1,23 @@
+/* The two entry points of notifications, handed over at bind. */
+#ifndef NOTIFY_NOTIFY_H
+#define NOTIFY_NOTIFY_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/**
+ * Notification handler of the classifier manager.
+ * @param op       2 end of batch, 4 classifier update, 5 accepted and ignored.
+ * @param data     op 4: its first word is the address of 24 bytes of classifier data.
+ * @param batch_id passed through to the server.
+ * @param async    non-zero: the outcome goes back through cgm_notification_async_return.
+ * @param ctx      the manager's context of an asynchronous notification.
+ * @return the server's result or a code for the manager; FWX_NAT64_ERR_CGM_INVALID for what is not served.
+ */
+uint32_t fwx_nat64_cgm_notification_handler(uint32_t op, void **data, uint32_t batch_id, uint32_t async, void *unused,
+                                            void *ctx);
+
+/** Handles the server's unsolicited commands, save the wakeup of the command queue. `msg` is only read. */
+void fwx_nat64_unsol_cmd(void *msg, size_t size);
+
+#endif

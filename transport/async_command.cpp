@@ -1,0 +1,139 @@
+#include "client/client.h"
+#include "client/log.h"
+#include "fwx_nat64/wire.h"
+#include "platform/runtime.h"
+#include "platform/smc.h"
+#include "transport/context.h"
+
+namespace {
+
+bool framed_under(const fwx_nat64_client_info_t *info, const fwx_nat64_msg_hdr_t *hdr) {
+    return info != nullptr && info->epoch == hdr->epoch;
+}
+
+void unlist(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
+    const uint32_t rc = fwx_list_remove_element(info->clnt_ctx_list, ctx);
+    if (rc != 0) NAT64_LOG_ERROR("\n%s fwx_list_remove_element %s failed", caller, xerr_strerror(rc));
+}
+
+void release_unsent(fwx_nat64_client_info_t *info, fwx_nat64_msg_hdr_t *hdr, const char *caller) {
+    fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
+    unlist(info, ctx, caller);
+    chunk_free(info->clnt_ctx_chunk, ctx);
+    smc_msg_tx_buffer_free(hdr);
+}
+
+void fwx_nat64_client_async_send_callback(void *cookie, void * /*unused*/, uint32_t status) {
+    if (cookie == nullptr) {
+        NAT64_LOG_ERROR("\n%s NULL msg ptr %s", __func__, xerr_strerror(status));
+        return;
+    }
+    const auto *hdr = static_cast<const fwx_nat64_msg_hdr_t *>(cookie);
+    if (status != 0) {
+        fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+        fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
+        if (framed_under(info, hdr) && ctx != nullptr) {
+            unlist(info, ctx, __func__);
+            fwx_nat64_clnt_cmd_cb(info, ctx);
+        }
+    }
+    smc_msg_tx_buffer_free(cookie);
+}
+
+}  // namespace
+
+uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_ctx, void *cb_func, void **msg) {
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
+    if (msg == nullptr) return FWX_NAT64_ERR_BAD_ARG;
+
+    auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(chunk_malloc(info->clnt_ctx_chunk));
+    if (ctx == nullptr) return FWX_NAT64_ERR_NOMEM;
+    void *buffer = nullptr;
+    if (smc_msg_tx_buffer_alloc(size, &buffer) != 0) {
+        chunk_free(info->clnt_ctx_chunk, ctx);
+        return FWX_NAT64_ERR_NOMEM;
+    }
+    ctx->cb_func = cb_func;
+    ctx->pal_ctx = pal_ctx;
+    ctx->cmd = msgno & 0xffffU;
+    if (fwx_list_insert_tail(info->clnt_ctx_list, ctx) != 0) {
+        chunk_free(info->clnt_ctx_chunk, ctx);
+        smc_msg_tx_buffer_free(buffer);
+        return FWX_NAT64_ERR_NOMEM;
+    }
+
+    auto *hdr = static_cast<fwx_nat64_msg_hdr_t *>(buffer);
+    hdr->type = static_cast<uint16_t>(FWX_NAT64_MSG_ASYNC | (msgno & FWX_NAT64_MSG_NUMBER_MASK));
+    hdr->domain = FWX_NAT64_MSG_DOMAIN;
+    hdr->clnt_ctx = reinterpret_cast<uintptr_t>(ctx);
+    hdr->epoch = info->epoch;
+    *msg = buffer;
+    return 0;
+}
+
+uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
+    if (msg == nullptr) return FWX_NAT64_ERR_BAD_ARG;
+    auto *hdr = static_cast<fwx_nat64_msg_hdr_t *>(msg);
+
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    const bool current = framed_under(info, hdr);
+    uint32_t rc = current ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
+    if (rc == 0) {
+        rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
+        if (rc == 0) return 0;
+    }
+
+    NAT64_LOG_ERROR("\n%s msg_send failed %s", __func__, xerr_strerror(rc));
+    if (current) {
+        release_unsent(info, hdr, __func__);
+    } else {
+        smc_msg_tx_buffer_free(msg); /* list and pool of its binding are gone */
+    }
+    return rc;
+}
+
+void fwx_nat64_client_async_cmd_abandon(fwx_nat64_client_info_t *info, void *msg) {
+    release_unsent(info, static_cast<fwx_nat64_msg_hdr_t *>(msg), __func__);
+}
+
+void clnt_ctx_deliver_failure(fwx_nat64_clnt_ctx_t *ctx) {
+    const bool has_callback = ctx->cb_func != nullptr;
+    switch (ctx->cmd) {
+        case FWX_NAT64_MSG_RESULT:
+        case FWX_NAT64_MSG_INIT:
+        case FWX_NAT64_MSG_CONFIG:
+        case FWX_NAT64_MSG_MAPT_RULE:
+            if (has_callback) {
+                fwx_nat64_cmd_result_t result = {FWX_NAT64_ERR_AGAIN, ctx->pal_ctx};
+                clnt_ctx_callback<fwx_nat64_cfg_reply_fn_t>(ctx)(&result);
+            }
+            break;
+        case FWX_NAT64_MSG_STATS_SYS:
+            if (has_callback) clnt_ctx_callback<fwx_nat64_sys_stats_fn_t>(ctx)(ctx->pal_ctx, 0, nullptr);
+            break;
+        case FWX_NAT64_MSG_STATS_INTF:
+        case FWX_NAT64_MSG_STATS_LIMIT_ALL:
+            if (has_callback) clnt_ctx_callback<fwx_nat64_intf_stats_fn_t>(ctx)(ctx->pal_ctx, 0, 0, nullptr);
+            break;
+        case FWX_NAT64_MSG_STATS_POOL_ALL:
+        case FWX_NAT64_MSG_STATS_MAPPING_ALL:
+            if (has_callback) clnt_ctx_callback<fwx_nat64_pool_stats_fn_t>(ctx)(ctx->pal_ctx, 0, 0, 0, nullptr);
+            break;
+        case FWX_NAT64_MSG_SESSION_WALK:
+            if (has_callback) {
+                auto *walk = static_cast<fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
+                if (walk->done == 0) walk->walk_cb(ctx->pal_ctx, 0, nullptr, 0, 0, FWX_NAT64_WALK_ERROR);
+                fwx_free_named(walk);
+            }
+            break;
+        default:
+            NAT64_LOG_WARNING("\n%s invalid reply code %d", "fwx_nat64_clnt_cmd_cb", ctx->cmd);
+            break;
+    }
+}
+
+void fwx_nat64_clnt_cmd_cb(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    clnt_ctx_deliver_failure(ctx);
+    chunk_free(info->clnt_ctx_chunk, ctx);
+}

@@ -1,0 +1,55 @@
+/* The client context of an outstanding command. */
+#ifndef TRANSPORT_CONTEXT_H
+#define TRANSPORT_CONTEXT_H
+
+#include "fwx_nat64/client.h"
+#include "fwx_nat64/query.h"
+#include "platform/runtime.h"
+
+/**
+ * One outstanding command. On `clnt_ctx_list` exactly while it is outstanding; whoever takes it off the list returns it
+ * to `clnt_ctx_chunk`, or puts it back when more replies follow.
+ */
+typedef struct {
+    fwx_list_link_t link;
+    uint32_t cmd;  /* message number; FWX_NAT64_MSG_MAX once a reply has released the context */
+    void *pal_ctx; /* the PAL's */
+    void *cb_func; /* the PAL's callback; for a session walk the owned fwx_nat64_sess_walk_cb_t */
+} fwx_nat64_clnt_ctx_t;
+
+/** A session walk under way; a block of the client core's tag, owned by the command's context once it is sent. */
+typedef struct {
+    uint32_t done; /* 1 once the PAL asked to stop */
+    uint32_t walk_arg;
+    fwx_nat64_sess_walk_fn_t walk_cb;
+} fwx_nat64_sess_walk_cb_t;
+
+/** The context that a message names, or null. Not to be read before it was found on the list, save its `cmd`. */
+static inline fwx_nat64_clnt_ctx_t *clnt_ctx_named_by(const fwx_nat64_msg_hdr_t *hdr) {
+    return reinterpret_cast<fwx_nat64_clnt_ctx_t *>(static_cast<uintptr_t>(hdr->clnt_ctx));
+}
+
+static inline bool clnt_ctx_carries_walk(const fwx_nat64_clnt_ctx_t *ctx) {
+    return ctx->cmd == FWX_NAT64_MSG_SESSION_WALK && ctx->cb_func != nullptr;
+}
+
+/** The callback of a context in the shape that belongs to its message number. */
+template <typename fn_t>
+fn_t clnt_ctx_callback(const fwx_nat64_clnt_ctx_t *ctx) {
+    return reinterpret_cast<fn_t>(ctx->cb_func);
+}
+
+/**
+ * Tells the PAL that a command failed (FWX_NAT64_ERR_AGAIN, or empty results), frees the record of a walk, and leaves
+ * the context to the caller. Requires: the context is off the list.
+ */
+void clnt_ctx_deliver_failure(fwx_nat64_clnt_ctx_t *ctx);
+
+/** clnt_ctx_deliver_failure, then the context goes back to the pool. */
+void fwx_nat64_clnt_cmd_cb(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
+
+/** Releases a framed command that will not be sent: context off the list and into the pool, buffer freed; no callback.
+ */
+void fwx_nat64_client_async_cmd_abandon(fwx_nat64_client_info_t *info, void *msg);
+
+#endif

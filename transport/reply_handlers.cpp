@@ -1,0 +1,46 @@
+/* Replies whose whole content is a result: to commands, and to classifier commands. */
+#include "client/log.h"
+#include "fwx_nat64/wire.h"
+#include "platform/cgm.h"
+#include "platform/runtime.h"
+#include "transport/handlers.h"
+#include "transport/reply_admission.h"
+
+void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
+    fwx_nat64_client_info_t *info = nullptr;
+    if (reply_admit(msg, size, __func__, &info) == reply_admission_t::dropped) return;
+
+    const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
+    fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
+    if (ctx == nullptr) return;
+    if (fwx_list_remove_element(info->clnt_ctx_list, ctx) != 0) {
+        NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
+        return;
+    }
+    if (ctx->cb_func != nullptr) {
+        fwx_nat64_cmd_result_t result = {reply->result, ctx->pal_ctx};
+        clnt_ctx_callback<fwx_nat64_cfg_reply_fn_t>(ctx)(&result);
+    }
+    chunk_free(info->clnt_ctx_chunk, ctx);
+}
+
+void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
+    fwx_nat64_client_info_t *info = nullptr;
+    if (reply_admit(msg, size, __func__, &info) == reply_admission_t::dropped) return;
+
+    const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
+    fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
+    const bool found = ctx != nullptr && fwx_list_remove_element(info->clnt_ctx_list, ctx) == 0;
+    if (!found) {
+        if (ctx != nullptr) NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
+        NAT64_LOG_WARNING(
+            "\n%s epoch(%d/%d) - cgm_notification_async_return() not invoked due to clnt_ctx of being NULL", __func__,
+            info->epoch, reply->hdr.epoch);
+        return;
+    }
+    NAT64_LOG_TRACE("\n%s epoch(%d/%d) - cgm_notification_async_return() for PAL CTX: %#x, %s", __func__, info->epoch,
+                    reply->hdr.epoch, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ctx->pal_ctx)),
+                    xerr_strerror(reply->result));
+    cgm_notification_async_return(FWX_NAT64_CGM_CLIENT_ID, ctx->pal_ctx, reply->result);
+    chunk_free(info->clnt_ctx_chunk, ctx);
+}
