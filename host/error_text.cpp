@@ -1,0 +1,75 @@
+#include <cstdio>
+#include <cstring>
+#include <unordered_map>
+
+#include "fwx_host/errors.h"
+#include "platform/runtime.h"
+
+namespace {
+
+using texts_t = std::unordered_map<uint32_t, const char *>;
+
+constexpr uint32_t largest_errno = 133;
+
+texts_t &texts() {
+    static texts_t &all = *new texts_t{
+        {0, "success"},
+        /* the client library */
+        {0x4030020b, "server not reachable, try again"},
+        {0x4030020c, "out of memory for a command"},
+        {0x4030020d, "client not bound"},
+        {0x40300216, "invalid argument of a command"},
+        {0x40300616, "null message or result pointer"},
+        {0xa030060c, "out of memory while coming up"},
+        {0xa030060d, "coming up without client info"},
+        {0xa0300216, "classifier notification not served or without its data"},
+        {0xa0300611, "rule already in the rule table"},
+        {0xa0300602, "rule not in the rule table"},
+        {0xa0300616, "rule not programmed in every lookup subtable"},
+        /* this platform */
+        {FWX_HOST_ERR_NO_SERVER, "no server of that channel name"},
+        {FWX_HOST_ERR_BAD_CHANNEL, "no such channel"},
+        {FWX_HOST_ERR_CHANNEL_DOWN, "channel is down"},
+        {FWX_HOST_ERR_NO_ANSWER, "no answer from the server"},
+        {FWX_HOST_ERR_CLOSED, "channel closed before the server took the message"},
+        {FWX_HOST_ERR_FULL, "channel is full"},
+        {FWX_HOST_ERR_TOO_LONG, "message too long"},
+        {FWX_HOST_ERR_BAD_BUFFER, "not a transmit buffer of the caller"},
+        {FWX_HOST_ERR_NAME_TAKEN, "channel name already served"},
+        {FWX_HOST_ERR_NOT_LISTED, "element not on the list"},
+        {FWX_HOST_ERR_LISTED, "element already on a list"},
+        {FWX_HOST_ERR_NO_KEY, "no such key"},
+        {FWX_HOST_ERR_KEY_TAKEN, "key already present"},
+        {FWX_HOST_ERR_BAD_ARG, "invalid argument"},
+        {FWX_HOST_ERR_NO_CLIENT, "no such classifier client"},
+        {FWX_HOST_ERR_FAULT, "armed fault"},
+    };
+    return all;
+}
+
+/** The text of a code that nobody named; valid until a few more of them were asked for. */
+const char *unknown_text(uint32_t code) {
+    constexpr size_t slots = 8;
+    static char ring[slots][32];
+    static size_t turn;
+    char *text = ring[turn++ % slots];
+    snprintf(text, sizeof(ring[0]), "unknown error 0x%08x", code);
+    return text;
+}
+
+}  // namespace
+
+extern "C" {
+
+const char *xerr_strerror(uint32_t code) {
+    const auto known = texts().find(code);
+    if (known != texts().end()) return known->second;
+    const char *description = code <= largest_errno ? strerrordesc_np(static_cast<int>(code)) : nullptr;
+    return description != nullptr ? description : unknown_text(code);
+}
+
+void fwx_host_error_text_add(uint32_t code, const char *text) {
+    if (text != nullptr) texts()[code] = text;
+}
+
+}  // extern "C"

@@ -1,0 +1,25 @@
+/* Debug output of the platform: levels by module, and where the lines go. */
+#ifndef FWX_HOST_DEBUG_H
+#define FWX_HOST_DEBUG_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum { FWX_HOST_DEBUG_FLAGS, FWX_HOST_DEBUG_LEVEL, FWX_HOST_DEBUG_CONSOLE } fwx_host_debug_channel_t;
+
+/** A piece of output. `level` is 1 error to 4 trace, 0 on the console channel; `text` is formatted and lives for the
+ * call. */
+typedef void (*fwx_host_debug_sink_t)(void *arg, fwx_host_debug_channel_t channel, uint32_t level, const char *text);
+/** Sends all output to `sink` instead of standard error; null goes back to standard error. */
+void fwx_host_debug_sink_set(fwx_host_debug_sink_t sink, void *arg);
+/** Sets the debug level of a module, 0 at the start. */
+void fwx_host_debug_level_set(uint32_t module, uint32_t level);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,60 @@
+/*
+ * The server's side of the messaging service, and a tap on what passes through it.
+ *
+ * A server registers under a channel name; clients in this process that open a channel of that name are its peers.
+ * Received messages stay the service's and are valid during the callback only; messages to send are copied.
+ */
+#ifndef FWX_HOST_SMC_H
+#define FWX_HOST_SMC_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "fwx_host/loop.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct fwx_host_server fwx_host_server_t;
+typedef struct fwx_host_peer fwx_host_peer_t;
+
+/** What a server does; every entry but `received` and `asked` may be null. All are called from the server's loop, and
+ * for peers in the same process also from inside a synchronous send; `disconnected` also from
+ * fwx_host_server_unregister. */
+typedef struct {
+    void (*connected)(void *ctx, fwx_host_peer_t *peer);
+    /** The peer is gone and must not be used after the call. Called only after `connected`. */
+    void (*disconnected)(void *ctx, fwx_host_peer_t *peer);
+    /** An asynchronous message. */
+    void (*received)(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size);
+    /** A synchronous message: writes at most `reply_cap` bytes of answer and returns its length, 0 for no answer.
+     *  The asynchronous messages sent before it have been received by then. `reply_cap` is 64 KiB. */
+    size_t (*asked)(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size, void *reply, size_t reply_cap);
+} fwx_host_server_ops_t;
+
+/** Registers a server for a channel name in this process. `ops` and `ctx` must outlive it. FWX_HOST_ERR_NAME_TAKEN. */
+uint32_t fwx_host_server_register(const char *name, fwx_host_loop_t *loop, const fwx_host_server_ops_t *ops, void *ctx,
+                                  fwx_host_server_t **server);
+/** Ends a server, also from within its own callbacks: `disconnected` is called for every peer before this returns, and
+ * the clients see a channel error. Null is ignored. */
+void fwx_host_server_unregister(fwx_host_server_t *server);
+/** While paused (non-zero) the server takes no messages, so they pile up in the channels. */
+void fwx_host_server_pause(fwx_host_server_t *server, uint32_t paused);
+/** Sends a message to a client; copied. FWX_HOST_ERR_CHANNEL_DOWN, FWX_HOST_ERR_TOO_LONG, 12. */
+uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size);
+/** Ends one channel from the server's side; the client sees a channel error after the messages sent to it before, and
+ *  `disconnected` is called from the loop. */
+void fwx_host_peer_drop(fwx_host_peer_t *peer);
+
+typedef enum { FWX_HOST_SENT, FWX_HOST_RECEIVED } fwx_host_direction_t;
+/** Sees each message as a client hands it over, and as it is delivered to a client, synchronous answers included. */
+typedef void (*fwx_host_tap_fn_t)(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);
+/** Sets the tap of all channels of this process; null takes it away. */
+void fwx_host_tap_set(fwx_host_tap_fn_t fn, void *arg);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

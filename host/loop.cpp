@@ -1,0 +1,204 @@
+#include "fwx_host/loop.h"
+
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
+#include <list>
+#include <map>
+#include <new>
+#include <unordered_map>
+#include <utility>
+
+#include "host/loop_member.h"
+
+namespace {
+
+/** Most members run and descriptors served by one pass, so that timers, descriptors and members all get their turn. */
+constexpr uint32_t members_per_pass = 256;
+constexpr int events_per_pass = 32;
+
+struct callback_t {
+    fwx_host_fn_t fn;
+    void *arg;
+};
+
+}  // namespace
+
+struct fwx_host_loop {
+    using due_t =
+        std::pair<uint64_t, uint64_t>; /* milliseconds of the clock, then the id: timers due together run in order */
+
+    int epoll_fd;
+    std::unordered_map<int, callback_t> watches;
+    std::map<due_t, callback_t> timers;
+    std::unordered_map<uint64_t, uint64_t> due_by_id;
+    uint64_t next_timer_id = 1;
+    std::list<loop_member_t *> ready;
+    std::list<loop_member_t *> idle;
+
+    explicit fwx_host_loop(int fd) : epoll_fd(fd) {}
+    fwx_host_loop(const fwx_host_loop &) = delete;
+    fwx_host_loop &operator=(const fwx_host_loop &) = delete;
+
+    ~fwx_host_loop() {
+        ready.splice(ready.end(), idle);
+        for (loop_member_t *member : ready) {
+            member->loop_ = nullptr;
+        }
+        for (loop_member_t *member : ready) {
+            member->loop_gone();
+        }
+        close(epoll_fd);
+    }
+
+    void join(loop_member_t &member) { member.position_ = idle.insert(idle.end(), &member); }
+
+    void leave(loop_member_t &member) { (member.is_ready_ ? ready : idle).erase(member.position_); }
+
+    void make_ready(loop_member_t &member) {
+        if (member.is_ready_) return;
+        ready.splice(ready.end(), idle, member.position_);
+        member.is_ready_ = true;
+    }
+
+    int next_timeout_ms() const {
+        if (!ready.empty()) return 0;
+        if (timers.empty()) return -1;
+        const uint64_t now = fwx_host_clock_ms();
+        const uint64_t due = timers.begin()->first.first;
+        if (due <= now) return 0;
+        return static_cast<int>(std::min<uint64_t>(due - now, std::numeric_limits<int>::max()));
+    }
+
+    uint32_t pass(int timeout_ms) {
+        uint32_t calls = 0;
+        if (timeout_ms != 0 || !watches.empty()) calls += serve_watches(timeout_ms);
+        calls += run_members();
+        return calls + run_timers();
+    }
+
+private:
+    uint32_t serve_watches(int timeout_ms) {
+        std::array<epoll_event, events_per_pass> events;
+        const int count = epoll_wait(epoll_fd, events.data(), events_per_pass, timeout_ms);
+        uint32_t calls = 0;
+        for (int i = 0; i < count; ++i) {
+            const auto watch = watches.find(events[static_cast<size_t>(i)].data.fd);
+            if (watch == watches.end()) continue; /* unwatched by an earlier callback of this pass */
+            const callback_t callback = watch->second;
+            callback.fn(callback.arg);
+            ++calls;
+        }
+        return calls;
+    }
+
+    uint32_t run_members() {
+        uint32_t calls = 0;
+        for (uint32_t budget = members_per_pass; budget > 0 && !ready.empty(); --budget) {
+            loop_member_t *member = ready.front();
+            idle.splice(idle.end(), ready, member->position_);
+            member->is_ready_ = false;
+            calls += member->run();
+        }
+        return calls;
+    }
+
+    uint32_t run_timers() {
+        if (timers.empty()) return 0;
+        const due_t end{fwx_host_clock_ms(), next_timer_id}; /* a timer that a timer adds waits for the next pass */
+        uint32_t calls = 0;
+        while (!timers.empty() && timers.begin()->first < end) {
+            const auto [due, callback] = *timers.begin();
+            timers.erase(timers.begin());
+            due_by_id.erase(due.second);
+            callback.fn(callback.arg);
+            ++calls;
+        }
+        return calls;
+    }
+};
+
+loop_member_t::loop_member_t(fwx_host_loop_t &loop) : loop_(&loop) {
+    loop.join(*this);
+}
+
+loop_member_t::~loop_member_t() {
+    if (loop_ != nullptr) loop_->leave(*this);
+}
+
+void loop_member_t::make_ready() {
+    if (loop_ != nullptr) loop_->make_ready(*this);
+}
+
+extern "C" {
+
+fwx_host_loop_t *fwx_host_loop_create(void) {
+    const int fd = epoll_create1(EPOLL_CLOEXEC);
+    if (fd < 0) return nullptr;
+    return new fwx_host_loop_t(fd);
+}
+
+void fwx_host_loop_destroy(fwx_host_loop_t *loop) {
+    delete loop;
+}
+
+int fwx_host_loop_fd(const fwx_host_loop_t *loop) {
+    return loop->epoll_fd;
+}
+
+int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop) {
+    return loop->next_timeout_ms();
+}
+
+uint32_t fwx_host_loop_process(fwx_host_loop_t *loop) {
+    return loop->pass(0);
+}
+
+uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
+    const int own = loop->next_timeout_ms();
+    const bool is_own_sooner = own >= 0 && (timeout_ms < 0 || own < timeout_ms);
+    return loop->pass(is_own_sooner ? own : timeout_ms);
+}
+
+uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop) {
+    uint32_t calls = 0;
+    for (;;) {
+        const uint32_t more = loop->pass(0);
+        calls += more;
+        if (more == 0 && loop->next_timeout_ms() != 0) return calls;
+    }
+}
+
+uint64_t fwx_host_timer_add(fwx_host_loop_t *loop, uint64_t delay_ms, fwx_host_fn_t fn, void *arg) {
+    const uint64_t id = loop->next_timer_id++;
+    const uint64_t due = fwx_host_clock_ms() + delay_ms;
+    loop->timers.emplace(fwx_host_loop_t::due_t{due, id}, callback_t{fn, arg});
+    loop->due_by_id.emplace(id, due);
+    return id;
+}
+
+void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id) {
+    const auto due = loop->due_by_id.find(id);
+    if (due == loop->due_by_id.end()) return;
+    loop->timers.erase({due->second, id});
+    loop->due_by_id.erase(due);
+}
+
+uint32_t fwx_host_loop_watch(fwx_host_loop_t *loop, int fd, fwx_host_fn_t fn, void *arg) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = fd;
+    if (epoll_ctl(loop->epoll_fd, EPOLL_CTL_ADD, fd, &event) != 0) return static_cast<uint32_t>(errno);
+    loop->watches[fd] = {fn, arg};
+    return 0;
+}
+
+void fwx_host_loop_unwatch(fwx_host_loop_t *loop, int fd) {
+    if (loop->watches.erase(fd) != 0) epoll_ctl(loop->epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+}
+
+}  // extern "C"

@@ -1,0 +1,83 @@
+/* The messaging service as its clients call it. */
+#include <cstring>
+#include <memory>
+
+#include "host/internal.h"
+#include "host/smc_buffer.h"
+#include "host/smc_channel.h"
+#include "host/smc_handle.h"
+#include "host/smc_server.h"
+#include "platform/smc.h"
+
+extern "C" {
+
+uint32_t smc_msg_chan_open(const char *name, smc_event_t ev, uint32_t, smc_chan_err_fn_t err_fn, smc_chan_t *chan) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_CHAN_OPEN)) return code;
+    if (name == nullptr || ev == 0 || chan == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    auto channel = std::make_unique<smc_channel_t>(*reinterpret_cast<fwx_host_loop_t *>(ev), err_fn);
+    auto link = local_link_open(name, *channel);
+    if (link == nullptr) return FWX_HOST_ERR_NO_SERVER;
+    channel->connect(std::move(link));
+    *chan = channel.release()->handle();
+    return 0;
+}
+
+uint32_t smc_msg_chan_close(smc_chan_t *chan) {
+    const uint32_t code = host_fault_check(FWX_HOST_OP_CHAN_CLOSE);
+    smc_channel_t *channel = chan == nullptr ? nullptr : handle_find(*chan);
+    if (channel == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_CHANNEL;
+    channel->close();
+    return code;
+}
+
+uint32_t smc_msg_chan_fc_set(smc_chan_t chan, void *, uint32_t high, uint32_t low, smc_throttle_fn_t throttle_fn) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_FC_SET)) return code;
+    smc_channel_t *channel = handle_find(chan);
+    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (low > high) return FWX_HOST_ERR_BAD_ARG;
+    channel->marks_set(high, low, throttle_fn);
+    return 0;
+}
+
+uint32_t smc_msg_rx_buffer_set(smc_chan_t chan, void *buf, size_t size, smc_rx_buffer_fn_t rx_fn) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_RX_BUFFER_SET)) return code;
+    smc_channel_t *channel = handle_find(chan);
+    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    channel->rx_buffer_set(buf, size, rx_fn);
+    return 0;
+}
+
+uint32_t smc_msg_handler_attach(smc_chan_t chan, const void *key, smc_msg_handler_fn_t handler, uint32_t,
+                                uint16_t type_word, uint16_t domain) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_HANDLER_ATTACH)) return code;
+    smc_channel_t *channel = handle_find(chan);
+    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (key == nullptr || handler == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    const uint16_t named[] = {type_word, domain};
+    if (memcmp(key, named, sizeof(named)) != 0) return FWX_HOST_ERR_BAD_ARG;
+    uint32_t word = 0;
+    memcpy(&word, key, sizeof(word));
+    channel->handler_set(word, handler);
+    return 0;
+}
+
+uint32_t smc_async_msg_sends(smc_chan_t chan, void *msg, void *cookie, size_t size, smc_send_done_fn_t done_fn) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_ASYNC_SEND)) return code;
+    smc_channel_t *channel = handle_find(chan);
+    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    message_t *message = message_of_caller(msg);
+    if (message == nullptr || size > message->capacity) return FWX_HOST_ERR_BAD_BUFFER;
+    return channel->send(message, size, cookie, done_fn);
+}
+
+uint32_t smc_sync_msg_send(smc_chan_t chan, void *msg, size_t size, void *reply, size_t reply_size) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_SYNC_SEND)) return code;
+    smc_channel_t *channel = handle_find(chan);
+    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (reply == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    const message_t *message = message_of_caller(msg);
+    if (message == nullptr || size > message->capacity) return FWX_HOST_ERR_BAD_BUFFER;
+    return channel->ask(message, size, reply, reply_size);
+}
+
+}  // extern "C"

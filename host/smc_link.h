@@ -1,0 +1,35 @@
+/* The data path between a channel and its server: how messages get to the server, and the server's to the channel. */
+#ifndef HOST_SMC_LINK_H
+#define HOST_SMC_LINK_H
+
+#include <cstddef>
+#include <cstdint>
+
+/** Bytes of a message from the server; null bytes: there is none. */
+struct received_t {
+    const uint8_t *bytes;
+    size_t size;
+};
+
+/**
+ * Owned by its channel, which ends the connection by deleting it. Towards the channel it calls begin_take and end_take
+ * for each message that the server takes, make_ready when something was received, and link_down when the server is
+ * gone.
+ */
+class smc_link_t {
+public:
+    smc_link_t() = default;
+    smc_link_t(const smc_link_t &) = delete;
+    smc_link_t &operator=(const smc_link_t &) = delete;
+    virtual ~smc_link_t() = default;
+
+    /** The channel holds messages for the server. */
+    virtual void messages_waiting() = 0;
+    /** Has the server take what is waiting, then asks it; may lead to the link's end. */
+    virtual uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) = 0;
+    /** The oldest message from the server; stays until pop() or the link's end. Also after link_down. */
+    virtual received_t front() = 0;
+    virtual void pop() = 0;
+};
+
+#endif

@@ -1,0 +1,139 @@
+/* One loop, one server and one channel to it; everything that any of them sees is written to one log. */
+#ifndef TESTS_HOST_CHANNEL_FIXTURE_H
+#define TESTS_HOST_CHANNEL_FIXTURE_H
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host_fixture.h"
+#include "platform/smc.h"
+
+using log_lines_t = std::vector<std::string>;
+
+class channel_fixture_t : public host_fixture_t {
+protected:
+    static constexpr uint16_t type_word = 0xc003;
+    static constexpr uint16_t domain = 96;
+    static inline channel_fixture_t *self = nullptr;
+
+    void SetUp() override {
+        host_fixture_t::SetUp();
+        self = this;
+        loop_ = fwx_host_loop_create();
+        ASSERT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &server_), 0u);
+        ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan_), 0u);
+        ASSERT_EQ(attach(chan_), 0u);
+        ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
+        run();
+        log_.clear();
+    }
+
+    void TearDown() override {
+        during_take_ = during_done_ = during_receive_ = during_error_ = nullptr;
+        fwx_host_server_unregister(server_);
+        smc_msg_chan_close(&chan_);
+        run();
+        fwx_host_loop_destroy(loop_);
+        host_fixture_t::TearDown();
+    }
+
+    smc_event_t event() const { return reinterpret_cast<smc_event_t>(loop_); }
+    uint32_t run() { return fwx_host_loop_run_until_idle(loop_); }
+
+    static uint32_t attach(smc_chan_t chan) {
+        const uint16_t key[] = {type_word, domain};
+        return smc_msg_handler_attach(chan, key, on_message, 0, type_word, domain);
+    }
+
+    /** A message: the key, then the text. */
+    static std::string framed(const std::string &text) { return std::string("\x03\xc0\x60\x00", 4) + text; }
+    static std::string text_of(const void *msg, size_t size) {
+        return size < 4 ? "?" : std::string(static_cast<const char *>(msg) + 4, size - 4);
+    }
+
+    static void *buffer_with(const std::string &bytes) {
+        void *msg = nullptr;
+        EXPECT_EQ(smc_msg_tx_buffer_alloc(bytes.size(), &msg), 0u);
+        memcpy(msg, bytes.data(), bytes.size());
+        return msg;
+    }
+
+    /** Sends a text; the completion logs it and frees its buffer. A refused buffer is freed at once. */
+    uint32_t send(const std::string &text) {
+        const std::string bytes = framed(text);
+        void *msg = buffer_with(bytes);
+        const uint32_t code = smc_async_msg_sends(chan_, msg, msg, bytes.size(), on_done);
+        if (code != 0) smc_msg_tx_buffer_free(msg);
+        return code;
+    }
+
+    /** Asks with a text; the log gets the answer. */
+    uint32_t ask(const std::string &text, size_t reply_size = 64) {
+        const std::string bytes = framed(text);
+        void *msg = buffer_with(bytes);
+        std::string reply(64, '.');
+        const uint32_t code = smc_sync_msg_send(chan_, msg, bytes.size(), reply.data(), reply_size);
+        if (code == 0) log_.push_back("answer " + reply.substr(0, reply.find('.')));
+        smc_msg_tx_buffer_free(msg);
+        return code;
+    }
+
+    uint32_t reply(const std::string &text) {
+        const std::string bytes = framed(text);
+        return fwx_host_peer_send(peer_, bytes.data(), bytes.size());
+    }
+
+    static void on_done(void *cookie, void *, uint32_t status) {
+        const auto *text = static_cast<const char *>(cookie) + 4;
+        self->log_.push_back("done " + std::string(text, 1) + " " + xcode(status));
+        smc_msg_tx_buffer_free(cookie);
+        if (self->during_done_) self->during_done_();
+    }
+    static void on_message(void *, void *, void *msg, size_t size) {
+        self->log_.push_back("got " + text_of(msg, size));
+        if (self->during_receive_) self->during_receive_();
+    }
+    static void on_error(void *) {
+        self->log_.emplace_back("error");
+        if (self->during_error_) self->during_error_();
+    }
+    static void on_throttle(uint32_t on) { self->log_.emplace_back(on != 0 ? "throttle on" : "throttle off"); }
+
+    static std::string xcode(uint32_t code) {
+        char text[16];
+        snprintf(text, sizeof(text), "%x", code);
+        return text;
+    }
+
+    static void on_connected(void *, fwx_host_peer_t *peer) {
+        self->peer_ = peer;
+        self->log_.emplace_back("connected");
+    }
+    static void on_disconnected(void *, fwx_host_peer_t *) { self->log_.emplace_back("disconnected"); }
+    static void on_received(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
+        self->peer_ = peer;
+        self->log_.push_back("took " + text_of(msg, size));
+        if (self->during_take_) self->during_take_();
+    }
+    static size_t on_asked(void *, fwx_host_peer_t *peer, const void *msg, size_t size, void *answer, size_t) {
+        self->peer_ = peer;
+        self->log_.push_back("asked " + text_of(msg, size));
+        if (self->during_take_) self->during_take_();
+        memcpy(answer, self->answer_.data(), self->answer_.size());
+        return self->answer_.size();
+    }
+    static inline const fwx_host_server_ops_t ops = {on_connected, on_disconnected, on_received, on_asked};
+
+    fwx_host_loop_t *loop_ = nullptr;
+    fwx_host_server_t *server_ = nullptr;
+    fwx_host_peer_t *peer_ = nullptr;
+    smc_chan_t chan_ = 0;
+    char rx_[64] = {};
+    std::string answer_ = "yes";
+    log_lines_t log_;
+    std::function<void()> during_take_, during_done_, during_receive_, during_error_;
+};
+
+#endif

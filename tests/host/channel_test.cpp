@@ -1,0 +1,283 @@
+/* Messages through a channel that is up: buffers, order, flow control, delivery, synchronous messages, the tap. */
+#include <algorithm>
+
+#include "channel_fixture.h"
+
+namespace {
+
+using channel_t = channel_fixture_t;
+
+TEST_F(channel_t, transmit_buffers_are_zeroed_aligned_and_recycled) {
+    for (const size_t size : {1u, 63u, 64u, 65u, 5000u, 4u << 20}) {
+        void *msg = nullptr;
+        ASSERT_EQ(smc_msg_tx_buffer_alloc(size, &msg), 0u);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(msg) % 16, 0u);
+        memset(msg, 0xff, size);
+        smc_msg_tx_buffer_free(msg);
+        void *again = nullptr;
+        ASSERT_EQ(smc_msg_tx_buffer_alloc(size, &again), 0u);
+        EXPECT_EQ(again, msg);
+        const auto *bytes = static_cast<const uint8_t *>(again);
+        EXPECT_TRUE(std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; }));
+        smc_msg_tx_buffer_free(again);
+    }
+    void *none = nullptr;
+    EXPECT_EQ(smc_msg_tx_buffer_alloc((4u << 20) + 1, &none), FWX_HOST_ERR_TOO_LONG);
+    EXPECT_EQ(smc_msg_tx_buffer_alloc(1, nullptr), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(errors().bad_frees, 0u);
+}
+
+TEST_F(channel_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
+    void *msg = buffer_with(framed("a"));
+    ASSERT_EQ(smc_async_msg_sends(chan_, msg, msg, 5, on_done), 0u);
+    smc_msg_tx_buffer_free(msg);
+    EXPECT_EQ(errors().bad_frees, 1u);
+    EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 5, on_done), FWX_HOST_ERR_BAD_BUFFER);
+    EXPECT_EQ(live().tx_buffers, 1u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0"}));
+    smc_msg_tx_buffer_free(msg);
+    EXPECT_EQ(errors().bad_frees, 2u);
+    EXPECT_EQ(live().tx_buffers, 0u);
+}
+
+TEST_F(channel_t, a_message_longer_than_its_buffer_is_refused) {
+    void *msg = buffer_with("12345678");
+    EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 9, on_done), FWX_HOST_ERR_BAD_BUFFER);
+    EXPECT_EQ(smc_async_msg_sends(chan_, nullptr, msg, 4, on_done), FWX_HOST_ERR_BAD_BUFFER);
+    smc_msg_tx_buffer_free(msg);
+}
+
+TEST_F(channel_t, the_server_takes_then_completions_come_then_replies) {
+    during_take_ = [this] { reply("re"); };
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(send("b"), 0u);
+    EXPECT_TRUE(log_.empty());
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), 0);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "took b", "done a 0", "done b 0", "got re", "got re"}));
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1);
+}
+
+TEST_F(channel_t, order_holds_over_many_batches_and_nested_sends) {
+    int sent = 300;
+    log_lines_t replies;
+    during_take_ = [this] { reply(log_.back().substr(5)); };
+    during_done_ = [this, &sent] {
+        if (sent < 600) {
+            EXPECT_EQ(send(std::to_string(sent++)), 0u);
+        }
+    };
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_EQ(send(std::to_string(i)), 0u);
+    }
+    run();
+    int next = 0;
+    for (const std::string &line : log_) {
+        if (line.rfind("got ", 0) == 0) {
+            EXPECT_EQ(line, "got " + std::to_string(next++));
+        }
+    }
+    EXPECT_EQ(next, 600);
+}
+
+TEST_F(channel_t, a_message_without_a_completion_is_freed_by_the_service) {
+    void *msg = buffer_with(framed("a"));
+    ASSERT_EQ(smc_async_msg_sends(chan_, msg, nullptr, 5, nullptr), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a"}));
+    EXPECT_EQ(live().tx_buffers, 0u);
+}
+
+TEST_F(channel_t, a_message_whose_completion_fails_never_reaches_the_server) {
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(send("b"), 0u);
+    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 0x77);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took b", "done a 77", "done b 0"}));
+}
+
+TEST_F(channel_t, flow_control_reports_each_edge_once_and_from_the_loop) {
+    ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 15, 5, on_throttle), 0u);
+    fwx_host_server_pause(server_, 1);
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(send("b"), 0u);
+    run();
+    EXPECT_TRUE(log_.empty());
+    ASSERT_EQ(send("c"), 0u); /* 15 bytes: the high mark */
+    ASSERT_EQ(send("d"), 0u);
+    EXPECT_TRUE(log_.empty());
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"throttle on"}));
+    fwx_host_server_pause(server_, 0);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"throttle on", "took a", "took b", "took c", "took d", "throttle off", "done a 0",
+                                 "done b 0", "done c 0", "done d 0"}));
+}
+
+TEST_F(channel_t, both_edges_are_reported_when_the_server_is_faster_than_the_loop) {
+    ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 0, on_throttle), 0u);
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(ask("q"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "asked q", "answer yes", "throttle on", "throttle off", "done a 0"}));
+    EXPECT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 6, on_throttle), FWX_HOST_ERR_BAD_ARG);
+}
+
+TEST_F(channel_t, four_times_the_high_mark_is_all_that_it_holds) {
+    ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 0, nullptr), 0u);
+    fwx_host_server_pause(server_, 1);
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(send("a"), 0u);
+    }
+    EXPECT_EQ(send("b"), FWX_HOST_ERR_FULL);
+    fwx_host_server_pause(server_, 0);
+    run();
+    EXPECT_EQ(send(std::string(100, 'c')), 0u); /* one message always fits */
+    run();
+}
+
+struct rx_case_t {
+    const char *name;
+    bool has_buffer;
+    uint32_t returned; /* by the buffer callback */
+    size_t given;      /* bytes of the buffer that it gives, 0: none */
+    bool is_delivered;
+};
+
+class rx_growth_t : public channel_fixture_t, public testing::WithParamInterface<rx_case_t> {
+protected:
+    static uint32_t on_buffer(smc_chan_t chan, void *old_buf, size_t size) {
+        auto *test = static_cast<rx_growth_t *>(self);
+        EXPECT_EQ(old_buf, GetParam().has_buffer ? test->rx_ : nullptr);
+        EXPECT_EQ(size, 104u);
+        if (GetParam().given != 0) {
+            EXPECT_EQ(smc_msg_rx_buffer_set(chan, test->larger_, GetParam().given, on_buffer), 0u);
+        }
+        return GetParam().returned;
+    }
+
+    char larger_[200] = {};
+};
+
+TEST_P(rx_growth_t, a_long_message_is_delivered_or_dropped_and_counted) {
+    void *buf = GetParam().has_buffer ? rx_ : nullptr;
+    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, buf, sizeof(rx_), on_buffer), 0u);
+    ASSERT_EQ(reply(std::string(100, 'x')), 0u);
+    run();
+    EXPECT_EQ(log_, GetParam().is_delivered ? (log_lines_t{"got " + std::string(100, 'x')}) : log_lines_t{});
+    EXPECT_EQ(errors().dropped_no_buffer, GetParam().is_delivered ? 0u : 1u);
+    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
+    ASSERT_EQ(reply("next"), 0u);
+    run();
+    EXPECT_EQ(log_.back(), "got next");
+}
+
+INSTANTIATE_TEST_SUITE_P(buffers, rx_growth_t,
+                         testing::Values(rx_case_t{"larger", true, 1, 104, true},
+                                         rx_case_t{"first", false, 1, 200, true},
+                                         rx_case_t{"still_too_small", true, 1, 103, false},
+                                         rx_case_t{"none_given", true, 0, 0, false},
+                                         rx_case_t{"claimed_but_not_given", true, 1, 0, false}),
+                         [](const auto &tested) { return tested.param.name; });
+
+TEST_F(channel_t, messages_that_nobody_handles_and_broken_ones_are_dropped_and_counted) {
+    ASSERT_EQ(fwx_host_peer_send(peer_, "\x04\xc0\x60\x00 body", 9), 0u);
+    ASSERT_EQ(fwx_host_peer_send(peer_, "\x03\xc0\x61\x00 body", 9), 0u);
+    ASSERT_EQ(fwx_host_peer_send(peer_, "\x03\xc0\x60", 3), 0u);
+    ASSERT_EQ(reply("kept"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"got kept"}));
+    EXPECT_EQ(errors().dropped_no_handler, 2u);
+    EXPECT_EQ(errors().dropped_malformed, 1u);
+    EXPECT_EQ(fwx_host_peer_send(peer_, rx_, (4u << 20) + 1), FWX_HOST_ERR_TOO_LONG);
+}
+
+TEST_F(channel_t, a_handler_attached_again_replaces_the_first) {
+    static int calls;
+    calls = 0;
+    const uint16_t key[] = {type_word, domain};
+    const auto count = [](void *, void *, void *, size_t) { ++calls; };
+    ASSERT_EQ(smc_msg_handler_attach(chan_, key, count, 0, type_word, domain), 0u);
+    EXPECT_EQ(smc_msg_handler_attach(chan_, key, count, 0, 0x8003, domain), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(smc_msg_handler_attach(chan_, key, nullptr, 0, type_word, domain), FWX_HOST_ERR_BAD_ARG);
+    ASSERT_EQ(reply("x"), 0u);
+    run();
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(channel_t, a_synchronous_message_follows_the_asynchronous_ones_and_leaves_their_outcome_to_the_loop) {
+    during_take_ = [this] { reply("re"); };
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(ask("q"), 0u);
+    EXPECT_EQ(log_, (log_lines_t{"took a", "asked q", "answer yes"}));
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "asked q", "answer yes", "done a 0", "got re", "got re"}));
+}
+
+TEST_F(channel_t, a_reply_never_overtakes_its_completion_when_a_handler_asks) {
+    during_receive_ = [this] {
+        if (log_.back() != "got first") return;
+        during_take_ = [this] {
+            if (log_.back() == "took a") reply("second");
+        };
+        EXPECT_EQ(send("a"), 0u);
+        EXPECT_EQ(ask("q"), 0u);
+    };
+    ASSERT_EQ(reply("first"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"got first", "took a", "asked q", "answer yes", "done a 0", "got second"}));
+}
+
+TEST_F(channel_t, an_answer_is_cut_to_the_reply_buffer) {
+    answer_ = "truncated";
+    ASSERT_EQ(ask("q", 5), 0u);
+    EXPECT_EQ(log_, (log_lines_t{"asked q", "answer trunc"}));
+}
+
+TEST_F(channel_t, no_answer_is_an_error) {
+    answer_.clear();
+    EXPECT_EQ(ask("q"), FWX_HOST_ERR_NO_ANSWER);
+    fwx_host_server_pause(server_, 1);
+    log_.clear();
+    EXPECT_EQ(ask("q"), FWX_HOST_ERR_NO_ANSWER);
+    EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(channel_t, the_tap_sees_messages_before_anyone_else) {
+    fwx_host_tap_set(
+        [](void *log, fwx_host_direction_t direction, const void *msg, size_t size) {
+            const std::string text = direction == FWX_HOST_SENT ? "tap out " : "tap in ";
+            static_cast<log_lines_t *>(log)->push_back(text + text_of(msg, size));
+        },
+        &log_);
+    during_take_ = [this] { reply("re"); };
+    answer_ = "head yes";
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    ASSERT_EQ(ask("q"), 0u);
+    fwx_host_tap_set(nullptr, nullptr);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"tap out a", "took a", "done a 0", "tap in re", "got re", "tap out q", "asked q",
+                                 "tap in  yes", "answer head yes", "got re"}));
+}
+
+TEST_F(channel_t, channels_do_not_starve_one_another) {
+    smc_chan_t other = 0;
+    ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &other), 0u);
+    fwx_host_server_pause(server_, 1);
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(send("a"), 0u);
+    }
+    std::swap(chan_, other);
+    ASSERT_EQ(send("z"), 0u);
+    std::swap(chan_, other);
+    fwx_host_server_pause(server_, 0);
+    run();
+    const auto place = std::find(log_.begin(), log_.end(), "took z") - log_.begin();
+    EXPECT_LT(place, 300);
+    EXPECT_EQ(smc_msg_chan_close(&other), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+#include <cstdint>
+#include <random>
+#include <set>
+#include <unordered_map>
+
+#include "host_fixture.h"
+#include "platform/runtime.h"
+
+namespace {
+
+void *element_of(uint64_t key) {
+    return reinterpret_cast<void *>(key * 8 + 8);
+}
+
+class hash_table_t : public host_fixture_t {
+protected:
+    void SetUp() override {
+        host_fixture_t::SetUp();
+        ASSERT_EQ(fwx_cl_hash_create("tested", 2, 3, nullptr, nullptr, &table_), 0u);
+    }
+
+    void TearDown() override {
+        EXPECT_EQ(fwx_cl_hash_destroy(table_, 1), 0u);
+        host_fixture_t::TearDown();
+    }
+
+    void add(uint64_t count) {
+        for (uint64_t key = 0; key < count; ++key) {
+            ASSERT_EQ(fwx_cl_hash_add(table_, key, element_of(key)), 0u);
+        }
+    }
+
+    fwx_cl_hash_t *table_ = nullptr;
+};
+
+TEST_F(hash_table_t, random_operations_agree_with_a_map) {
+    std::unordered_map<uint64_t, void *> model;
+    std::mt19937_64 random(7);
+    for (int i = 0; i < 200000; ++i) {
+        const uint64_t key = random() % 5000 << (random() % 2 * 32); /* keys that differ in high or in low bits only */
+        void *element = element_of(random() % 1000);
+        if (random() % 3 != 0) {
+            const bool is_new = model.emplace(key, element).second;
+            ASSERT_EQ(fwx_cl_hash_add(table_, key, element), is_new ? 0u : FWX_HOST_ERR_KEY_TAKEN);
+        } else {
+            ASSERT_EQ(fwx_cl_hash_delete(table_, key), model.erase(key) != 0 ? 0u : FWX_HOST_ERR_NO_KEY);
+        }
+        const uint64_t asked = random() % 5000;
+        const auto known = model.find(asked);
+        ASSERT_EQ(fwx_cl_hash_find(table_, asked), known == model.end() ? nullptr : known->second);
+    }
+}
+
+TEST_F(hash_table_t, has_the_buckets_asked_for_and_grows_only_by_adding) {
+    EXPECT_EQ(fwx_cl_hash_bucket_count(table_), 4u);
+    add(4);
+    EXPECT_EQ(fwx_cl_hash_bucket_count(table_), 4u);
+    ASSERT_EQ(fwx_cl_hash_add(table_, 4, element_of(4)), 0u);
+    EXPECT_EQ(fwx_cl_hash_bucket_count(table_), 8u);
+    for (uint64_t key = 0; key < 5; ++key) {
+        ASSERT_EQ(fwx_cl_hash_delete(table_, key), 0u);
+    }
+    add(8);
+    EXPECT_EQ(fwx_cl_hash_bucket_count(table_), 8u); /* entries that left do not count */
+}
+
+TEST_F(hash_table_t, a_walk_that_deletes_as_it_goes_sees_every_element_once) {
+    constexpr uint64_t count = 1000;
+    add(count);
+    std::set<void *> seen;
+    for (uint32_t bucket = 0; bucket < fwx_cl_hash_bucket_count(table_); ++bucket) {
+        for (auto *entry = fwx_cl_hash_bucket_first(table_, bucket); entry != nullptr;) {
+            auto *next = fwx_cl_hash_entry_next(entry);
+            void *element = fwx_cl_hash_entry_element(entry);
+            EXPECT_TRUE(seen.insert(element).second);
+            EXPECT_EQ(fwx_cl_hash_delete(table_, reinterpret_cast<uint64_t>(element) / 8 - 1), 0u);
+            entry = next;
+        }
+        EXPECT_EQ(fwx_cl_hash_bucket_first(table_, bucket), nullptr);
+    }
+    EXPECT_EQ(seen.size(), count);
+    EXPECT_EQ(fwx_cl_hash_find(table_, 0), nullptr);
+}
+
+TEST_F(hash_table_t, spreads_keys_that_differ_in_their_high_bits_only) {
+    constexpr uint64_t count = 4096;
+    for (uint64_t i = 0; i < count; ++i) {
+        ASSERT_EQ(fwx_cl_hash_add(table_, i << 40, element_of(i)), 0u);
+    }
+    int longest = 0;
+    for (uint32_t bucket = 0; bucket < fwx_cl_hash_bucket_count(table_); ++bucket) {
+        int length = 0;
+        auto *entry = fwx_cl_hash_bucket_first(table_, bucket);
+        for (; entry != nullptr; entry = fwx_cl_hash_entry_next(entry)) {
+            ++length;
+        }
+        longest = std::max(longest, length);
+    }
+    EXPECT_LT(longest, 12);
+}
+
+TEST_F(hash_table_t, refuses_what_it_cannot_do) {
+    fwx_cl_hash_t *none = nullptr;
+    EXPECT_EQ(fwx_cl_hash_create("bad", 31, 3, nullptr, nullptr, &none), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_cl_hash_create("bad", 10, 3, &none, nullptr, &none), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_cl_hash_create("bad", 10, 3, nullptr, nullptr, nullptr), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_cl_hash_add(nullptr, 1, &none), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_cl_hash_delete(nullptr, 1), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_cl_hash_destroy(nullptr, 1), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_cl_hash_bucket_first(table_, 4), nullptr);
+    EXPECT_EQ(fwx_cl_hash_entry_next(nullptr), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+#include <array>
+#include <vector>
+
+#include "host_fixture.h"
+#include "platform/runtime.h"
+
+namespace {
+
+struct element_t {
+    fwx_list_link_t link;
+    int number;
+};
+
+class list_t : public host_fixture_t {
+protected:
+    void SetUp() override {
+        host_fixture_t::SetUp();
+        ASSERT_EQ(fwx_list_init(&list_, 1), 0u);
+        for (element_t &element : elements_) {
+            ASSERT_EQ(fwx_list_insert_tail(list_, &element), 0u);
+        }
+    }
+
+    void TearDown() override {
+        if (list_ != nullptr) {
+            EXPECT_EQ(fwx_list_destroy(list_), 0u);
+        }
+        host_fixture_t::TearDown();
+    }
+
+    std::vector<int> numbers() {
+        std::vector<int> all;
+        void *head = nullptr;
+        EXPECT_EQ(fwx_list_head(list_, &head), 0u);
+        for (auto *at = static_cast<element_t *>(head); at != nullptr;
+             at = reinterpret_cast<element_t *>(at->link.next)) {
+            all.push_back(at->number);
+        }
+        return all;
+    }
+
+    fwx_list_t *list_ = nullptr;
+    std::array<element_t, 3> elements_{{{{}, 1}, {{}, 2}, {{}, 3}}};
+};
+
+TEST_F(list_t, elements_stand_in_the_order_of_insertion) {
+    EXPECT_EQ(numbers(), (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(list_t, elements_leave_from_the_middle_the_front_and_the_end) {
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[1]), 0u);
+    EXPECT_EQ(numbers(), (std::vector<int>{1, 3}));
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[0]), 0u);
+    EXPECT_EQ(numbers(), (std::vector<int>{3}));
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[2]), 0u);
+    EXPECT_EQ(numbers(), (std::vector<int>{}));
+    EXPECT_EQ(fwx_list_insert_tail(list_, &elements_[1]), 0u);
+    EXPECT_EQ(numbers(), (std::vector<int>{2}));
+}
+
+TEST_F(list_t, an_element_that_is_not_on_the_list_is_refused) {
+    element_t stranger{{}, 9};
+    EXPECT_EQ(fwx_list_remove_element(list_, &stranger), FWX_HOST_ERR_NOT_LISTED);
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[1]), 0u);
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[1]), FWX_HOST_ERR_NOT_LISTED);
+    EXPECT_EQ(numbers(), (std::vector<int>{1, 3}));
+}
+
+TEST_F(list_t, the_last_element_of_another_list_is_refused) {
+    fwx_list_t *other = nullptr;
+    std::array<element_t, 2> elsewhere{};
+    ASSERT_EQ(fwx_list_init(&other, 1), 0u);
+    for (element_t &element : elsewhere) {
+        ASSERT_EQ(fwx_list_insert_tail(other, &element), 0u);
+    }
+    EXPECT_EQ(fwx_list_remove_element(list_, &elsewhere[1]), FWX_HOST_ERR_NOT_LISTED);
+    EXPECT_EQ(fwx_list_insert_tail(list_, &elsewhere[1]), FWX_HOST_ERR_LISTED);
+    EXPECT_EQ(fwx_list_remove_element(other, &elsewhere[0]), 0u);
+    EXPECT_EQ(fwx_list_remove_element(list_, &elsewhere[1]), FWX_HOST_ERR_NOT_LISTED);
+    EXPECT_EQ(fwx_list_remove_element(other, &elsewhere[1]), 0u);
+    EXPECT_EQ(fwx_list_destroy(other), 0u);
+}
+
+TEST_F(list_t, an_element_is_listed_once_only) {
+    EXPECT_EQ(fwx_list_insert_tail(list_, &elements_[0]), FWX_HOST_ERR_LISTED);
+    EXPECT_EQ(numbers(), (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(list_t, an_element_back_in_its_pool_is_refused) {
+    fwx_chunk_t *pool = chunk_create("listed", sizeof(element_t), 4, 1, 4, 0);
+    void *element = chunk_malloc(pool);
+    ASSERT_EQ(fwx_list_insert_tail(list_, element), 0u);
+    ASSERT_EQ(fwx_list_remove_element(list_, element), 0u);
+    chunk_free(pool, element);
+    EXPECT_EQ(fwx_list_remove_element(list_, element), FWX_HOST_ERR_NOT_LISTED);
+    chunk_destroy(pool);
+}
+
+TEST_F(list_t, a_failed_removal_leaves_the_element_off_the_list) {
+    fwx_host_fault_arm(FWX_HOST_OP_LIST_REMOVE, 1, 0x77);
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[0]), 0x77u);
+    EXPECT_EQ(numbers(), (std::vector<int>{2, 3}));
+}
+
+TEST_F(list_t, destroying_a_list_sets_its_elements_free) {
+    EXPECT_EQ(fwx_list_destroy(list_), 0u);
+    ASSERT_EQ(fwx_list_init(&list_, 1), 0u);
+    EXPECT_EQ(fwx_list_remove_element(list_, &elements_[0]), FWX_HOST_ERR_NOT_LISTED);
+    EXPECT_EQ(fwx_list_insert_tail(list_, &elements_[0]), 0u);
+}
+
+TEST_F(list_t, an_owning_list_frees_its_elements) {
+    fwx_list_t *owning = nullptr;
+    ASSERT_EQ(fwx_list_init(&owning, 0), 0u);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(fwx_list_insert_tail(owning, fwx_calloc_named(96, 1, sizeof(element_t))), 0u);
+    }
+    EXPECT_EQ(fwx_host_memory_blocks_tag(96), 3u);
+    EXPECT_EQ(fwx_list_destroy(owning), 0u);
+    EXPECT_EQ(fwx_host_memory_blocks_tag(96), 0u);
+}
+
+TEST_F(list_t, null_arguments_are_refused) {
+    void *head = nullptr;
+    EXPECT_EQ(fwx_list_init(nullptr, 1), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_list_head(nullptr, &head), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_list_insert_tail(list_, nullptr), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_list_remove_element(nullptr, &elements_[0]), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_list_destroy(nullptr), FWX_HOST_ERR_BAD_ARG);
+}
+
+}  // namespace

@@ -1,0 +1,152 @@
+#include <unistd.h>
+
+#include <string>
+
+#include "host_fixture.h"
+
+namespace {
+
+class loop_t : public host_fixture_t {
+protected:
+    void SetUp() override {
+        host_fixture_t::SetUp();
+        loop_ = fwx_host_loop_create();
+        ASSERT_NE(loop_, nullptr);
+        fwx_host_clock_turn(0);
+        ASSERT_EQ(pipe(pipe_), 0);
+    }
+
+    void TearDown() override {
+        fwx_host_loop_destroy(loop_);
+        close(pipe_[0]);
+        close(pipe_[1]);
+        host_fixture_t::TearDown();
+    }
+
+    /** A callback argument that notes its letter when it is called. */
+    struct note_t {
+        std::string *log;
+        char letter;
+        static void write(void *arg) {
+            auto *note = static_cast<note_t *>(arg);
+            note->log->push_back(note->letter);
+        }
+    };
+
+    fwx_host_loop_t *loop_ = nullptr;
+    int pipe_[2] = {-1, -1};
+    std::string log_;
+    note_t a_{&log_, 'a'}, b_{&log_, 'b'}, c_{&log_, 'c'};
+};
+
+TEST_F(loop_t, timers_run_when_due_in_order_of_due_time_and_then_of_adding) {
+    fwx_host_timer_add(loop_, 20, note_t::write, &c_);
+    fwx_host_timer_add(loop_, 10, note_t::write, &a_);
+    fwx_host_timer_add(loop_, 10, note_t::write, &b_);
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), 10);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 0u);
+    fwx_host_clock_turn(9);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 0u);
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), 1);
+    fwx_host_clock_turn(1);
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), 0);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 2u);
+    EXPECT_EQ(log_, "ab");
+    fwx_host_clock_turn(1000);
+    EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
+    EXPECT_EQ(log_, "abc");
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1);
+}
+
+TEST_F(loop_t, a_timer_that_was_taken_back_does_not_run) {
+    const uint64_t id = fwx_host_timer_add(loop_, 5, note_t::write, &a_);
+    EXPECT_NE(id, 0u);
+    fwx_host_timer_cancel(loop_, id);
+    fwx_host_timer_cancel(loop_, id);
+    fwx_host_timer_cancel(loop_, 12345);
+    fwx_host_clock_turn(10);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 0u);
+}
+
+TEST_F(loop_t, a_timer_added_by_a_timer_waits_for_the_next_pass) {
+    struct again_t {
+        fwx_host_loop_t *loop;
+        int runs;
+        static void run(void *arg) {
+            auto *again = static_cast<again_t *>(arg);
+            if (++again->runs < 5) fwx_host_timer_add(again->loop, 0, run, again);
+        }
+    } again{loop_, 0};
+    fwx_host_timer_add(loop_, 0, again_t::run, &again);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
+    EXPECT_EQ(again.runs, 1);
+    EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 4u);
+}
+
+TEST_F(loop_t, the_clock_stands_while_it_is_turned_by_hand) {
+    const uint64_t start = fwx_host_clock_ms();
+    EXPECT_EQ(fwx_host_clock_ms(), start);
+    fwx_host_clock_turn(123);
+    EXPECT_EQ(fwx_host_clock_ms(), start + 123);
+}
+
+TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable) {
+    struct reader_t {
+        int fd;
+        int calls;
+        static void read_one(void *arg) {
+            auto *reader = static_cast<reader_t *>(arg);
+            char byte = 0;
+            if (read(reader->fd, &byte, 1) == 1) ++reader->calls;
+        }
+    } reader{pipe_[0], 0};
+    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], reader_t::read_one, &reader), 0u);
+    EXPECT_EQ(fwx_host_loop_watch(loop_, pipe_[0], reader_t::read_one, &reader), static_cast<uint32_t>(EEXIST));
+    EXPECT_EQ(fwx_host_loop_watch(loop_, -1, reader_t::read_one, &reader), static_cast<uint32_t>(EBADF));
+    EXPECT_EQ(fwx_host_loop_run_once(loop_, 0), 0u);
+    ASSERT_EQ(write(pipe_[1], "xy", 2), 2);
+    EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
+    EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
+    EXPECT_EQ(reader.calls, 2);
+    fwx_host_loop_unwatch(loop_, pipe_[0]);
+    ASSERT_EQ(write(pipe_[1], "z", 1), 1);
+    EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 0u);
+}
+
+TEST_F(loop_t, the_descriptor_of_a_loop_can_be_watched_by_another) {
+    fwx_host_loop_t *outer = fwx_host_loop_create();
+    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], note_t::write, &a_), 0u);
+    ASSERT_EQ(fwx_host_loop_watch(outer, fwx_host_loop_fd(loop_), note_t::write, &b_), 0u);
+    EXPECT_EQ(fwx_host_loop_process(outer), 0u);
+    ASSERT_EQ(write(pipe_[1], "x", 1), 1);
+    EXPECT_EQ(fwx_host_loop_process(outer), 1u);
+    EXPECT_EQ(log_, "b");
+    fwx_host_loop_destroy(outer);
+}
+
+TEST_F(loop_t, a_watch_can_end_itself_and_its_neighbour_from_within_its_callback) {
+    struct ender_t {
+        fwx_host_loop_t *loop;
+        int fds[2];
+        int calls;
+        static void run(void *arg) {
+            auto *ender = static_cast<ender_t *>(arg);
+            ++ender->calls;
+            for (const int fd : ender->fds) {
+                fwx_host_loop_unwatch(ender->loop, fd);
+            }
+        }
+    } ender{loop_, {pipe_[0], -1}, 0};
+    int other[2];
+    ASSERT_EQ(pipe(other), 0);
+    ender.fds[1] = other[0];
+    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], ender_t::run, &ender), 0u);
+    ASSERT_EQ(fwx_host_loop_watch(loop_, other[0], ender_t::run, &ender), 0u);
+    ASSERT_EQ(write(pipe_[1], "x", 1) + write(other[1], "x", 1), 2);
+    EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
+    EXPECT_EQ(ender.calls, 1);
+    close(other[0]);
+    close(other[1]);
+}
+
+}  // namespace

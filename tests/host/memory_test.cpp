@@ -1,0 +1,53 @@
+#include <algorithm>
+#include <cstdint>
+
+#include "host_fixture.h"
+#include "platform/runtime.h"
+
+namespace {
+
+using memory_t = host_fixture_t;
+
+TEST_F(memory_t, blocks_are_zeroed_aligned_and_accounted_by_tag) {
+    auto *first = static_cast<uint8_t *>(fwx_calloc_named(1, 3, 100));
+    void *second = fwx_calloc_named(96, 1, 8);
+    void *same_chain = fwx_calloc_named(96 + 128, 1, 5);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(first) % 16, 0u);
+    EXPECT_TRUE(std::all_of(first, first + 300, [](uint8_t byte) { return byte == 0; }));
+    EXPECT_EQ(fwx_host_memory_live(), 313u);
+    EXPECT_EQ(fwx_host_memory_live_tag(1), 300u);
+    EXPECT_EQ(fwx_host_memory_live_tag(96), 8u);
+    EXPECT_EQ(fwx_host_memory_blocks_tag(96 + 128), 1u);
+    EXPECT_EQ(fwx_host_memory_live_tag(77), 0u);
+    EXPECT_EQ(live().memory_blocks, 3u);
+    fwx_free_named(first);
+    EXPECT_EQ(fwx_host_memory_live_tag(1), 0u);
+    EXPECT_EQ(fwx_host_memory_blocks_tag(1), 0u);
+    fwx_free_named(second);
+    fwx_free_named(same_chain);
+    fwx_free_named(nullptr);
+}
+
+TEST_F(memory_t, a_size_that_overflows_gives_null) {
+    EXPECT_EQ(fwx_calloc_named(1, SIZE_MAX / 2, 3), nullptr);
+    EXPECT_EQ(fwx_calloc_named(1, 1, SIZE_MAX), nullptr);
+}
+
+TEST_F(memory_t, an_event_context_goes_back_like_any_block) {
+    uint64_t cell = 0;
+    int loop = 0;
+    void *context = nullptr;
+    ASSERT_EQ(fwx_event_context_to_smc(&loop, &cell), 0u);
+    EXPECT_EQ(cell, reinterpret_cast<uint64_t>(&loop));
+    ASSERT_EQ(fwx_event_context_create(&cell, &context), 0u);
+    fwx_oslib_set_event_context(context);
+    EXPECT_EQ(fwx_host_event_context_get(), context);
+    EXPECT_EQ(fwx_host_fault_calls(FWX_HOST_OP_CALLOC), 0u);
+    EXPECT_EQ(live().memory_blocks, 1u);
+    fwx_free_named(context);
+    EXPECT_EQ(fwx_event_context_to_smc(nullptr, &cell), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_event_context_create(nullptr, &context), FWX_HOST_ERR_BAD_ARG);
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "host_fixture.h"
+#include "platform/runtime.h"
+
+namespace {
+
+constexpr size_t element_size = 40;
+
+class pool_t : public host_fixture_t {
+protected:
+    void SetUp() override {
+        host_fixture_t::SetUp();
+        pool_ = chunk_create("tested", element_size, 4, 1, 4, 0);
+        ASSERT_NE(pool_, nullptr);
+    }
+
+    void TearDown() override {
+        chunk_destroy(pool_);
+        host_fixture_t::TearDown();
+    }
+
+    fwx_chunk_t *pool_ = nullptr;
+};
+
+TEST_F(pool_t, grows_past_its_slab_with_distinct_aligned_elements) {
+    std::set<void *> elements;
+    for (int i = 0; i < 100; ++i) {
+        void *element = chunk_malloc(pool_);
+        ASSERT_NE(element, nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(element) % 16, 0u);
+        memset(element, i, element_size); /* an overlap would destroy a neighbour's bookkeeping */
+        elements.insert(element);
+    }
+    EXPECT_EQ(elements.size(), 100u);
+    EXPECT_EQ(live().pool_elements, 100u);
+    for (void *element : elements) {
+        chunk_free(pool_, element);
+    }
+    EXPECT_EQ(live().pool_elements, 0u);
+    EXPECT_EQ(errors().bad_frees, 0u);
+}
+
+TEST_F(pool_t, reuses_elements_last_in_first_out) {
+    void *first = chunk_malloc(pool_);
+    void *second = chunk_malloc(pool_);
+    chunk_free(pool_, first);
+    chunk_free(pool_, second);
+    EXPECT_EQ(chunk_malloc(pool_), second);
+    EXPECT_EQ(chunk_malloc(pool_), first);
+}
+
+TEST_F(pool_t, leaves_a_freed_element_as_it_is_and_clears_its_links_when_it_is_taken) {
+    auto *element = static_cast<uint8_t *>(chunk_malloc(pool_));
+    memset(element, 0x5a, element_size);
+    chunk_free(pool_, element);
+    for (size_t i = 0; i < element_size; ++i) {
+        ASSERT_EQ(element[i], 0x5a);
+    }
+    ASSERT_EQ(chunk_malloc(pool_), element);
+    for (size_t i = 0; i < 16; ++i) {
+        ASSERT_EQ(element[i], 0);
+    }
+    EXPECT_EQ(element[16], 0x5a);
+}
+
+TEST_F(pool_t, refuses_a_free_element_and_one_of_another_pool) {
+    fwx_chunk_t *other = fwx_chunk_create("other", element_size, 4, 257, 4, 0);
+    void *element = chunk_malloc(pool_);
+    chunk_free(other, element);
+    EXPECT_EQ(errors().bad_frees, 1u);
+    chunk_free(pool_, element);
+    chunk_free(pool_, element);
+    EXPECT_EQ(errors().bad_frees, 2u);
+    EXPECT_EQ(live().pool_elements, 0u);
+    EXPECT_EQ(chunk_malloc(pool_), element);
+    EXPECT_NE(chunk_malloc(pool_), element);
+    fwx_chunk_destroy(other);
+    EXPECT_EQ(errors().bad_frees, 2u);
+}
+
+TEST_F(pool_t, counts_a_destroy_of_the_other_kind) {
+    chunk_destroy(fwx_chunk_create("other", element_size, 4, 257, 4, 0));
+    EXPECT_EQ(errors().bad_frees, 1u);
+}
+
+TEST_F(pool_t, gives_no_more_elements_than_its_cap) {
+    fwx_host_pool_cap_set("tested", 2);
+    void *first = chunk_malloc(pool_);
+    EXPECT_NE(chunk_malloc(pool_), nullptr);
+    EXPECT_EQ(chunk_malloc(pool_), nullptr);
+    chunk_free(pool_, first);
+    EXPECT_EQ(chunk_malloc(pool_), first);
+    fwx_chunk_t *later = chunk_create("tested", element_size, 4, 1, 4, 0);
+    EXPECT_NE(chunk_malloc(later), nullptr);
+    EXPECT_NE(chunk_malloc(later), nullptr);
+    EXPECT_EQ(chunk_malloc(later), nullptr);
+    chunk_destroy(later);
+    fwx_host_pool_cap_set("tested", UINT64_MAX);
+    EXPECT_NE(chunk_malloc(pool_), nullptr);
+}
+
+TEST_F(pool_t, destroying_it_accounts_for_elements_that_are_still_out) {
+    fwx_chunk_t *other = chunk_create("other", element_size, 4, 1, 4, 0);
+    chunk_malloc(other);
+    EXPECT_EQ(live().pool_elements, 1u);
+    EXPECT_EQ(live().pools, 2u);
+    chunk_destroy(other);
+    EXPECT_EQ(live().pool_elements, 0u);
+    EXPECT_EQ(live().pools, 1u);
+}
+
+TEST_F(pool_t, cannot_be_made_of_nothing) {
+    EXPECT_EQ(chunk_create("empty", 0, 4, 1, 4, 0), nullptr);
+    EXPECT_EQ(chunk_create("empty", element_size, 0, 1, 4, 0), nullptr);
+    EXPECT_EQ(chunk_malloc(nullptr), nullptr);
+}
+
+}  // namespace
