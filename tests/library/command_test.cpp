@@ -1,0 +1,470 @@
+#include <functional>
+
+#include "library_fixture.h"
+
+namespace {
+
+class command_test_t : public library_fixture_t {};
+
+constexpr fwx_nat64_addr_t ipv4(uint32_t host_word) {
+    return {0,
+            {static_cast<uint8_t>(host_word), static_cast<uint8_t>(host_word >> 8),
+             static_cast<uint8_t>(host_word >> 16), static_cast<uint8_t>(host_word >> 24), 0xaa}};
+}
+constexpr fwx_nat64_addr_t ipv6 = {10, {0x20, 1, 0x0d, 0xb8, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
+constexpr char ipv6_on_wire[] = "0a 00 00 00 20 01 0d b8 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f";
+
+template <typename record_t>
+record_t filled() {
+    record_t record;
+    auto *bytes = reinterpret_cast<uint8_t *>(&record);
+    for (size_t i = 0; i < sizeof(record); ++i)
+        bytes[i] = static_cast<uint8_t>(i + 1);
+    return record;
+}
+
+fwx_nat64_prefix_t prefix(uint32_t kind) {
+    return {{0x20, 1, 0x0d, 0xb8, 1, 2, 3, 4, 5, 6, 7, 8}, {0xf1, 0xf2, 0xf3}, 96, kind};
+}
+
+struct records_t {
+    fwx_nat64_global_settings_t settings = filled<fwx_nat64_global_settings_t>();
+    fwx_nat64_adj_t adj4 = {13, ipv4(0x0A000001)};
+    fwx_nat64_adj_t adj6 = {1, ipv6};
+    fwx_nat64_limit_t limit = {1, 0x01020304};
+    fwx_nat64_service_t service = {1, 0x01020304};
+    fwx_nat64_replication_t repl_set = {1, 7, 9};
+    fwx_nat64_replication_t repl_unset = {1, 0, 9};
+    fwx_nat64_timeout_t timeout = {7, 300};
+    fwx_nat64_session_filter_t clear = {5, ipv6, ipv4(0x0A010203), {0xee}};
+    fwx_nat64_intf_info_t intf = {3, 1, 7, prefix(5), 0, prefix(6), 2, prefix(7), 0, 1500};
+    fwx_nat64_intf_info_t intf_mtu = {3, 0, 0, prefix(5), 1, prefix(6), 0, prefix(7), 9, 1500};
+    fwx_nat64_prefix_t prefix1 = prefix(1);
+    fwx_nat64_prefix_t prefix2 = prefix(2);
+    fwx_nat64_prefix_t prefix4 = prefix(4);
+    fwx_nat64_smapping_t smap = {0, {1, 2, 3, 4}, ipv4(0x0A010203), {5}, ipv6, {6}};
+    fwx_nat64_dmapping_t dmap = {0x11, {1}, 7, {0xe0, 0xe1}, 0x4455, {9}};
+    fwx_nat64_pool_t pool = {8, 0, 6, ipv4(0xC0000201), ipv6, 0x77};
+    fwx_nat64_pool_range_t range = {8, ipv4(0xC0000201), ipv6};
+    fwx_nat64_logging_t log = {1, 1, 0x5a, ipv4(0xC0000209), 2055, 0x0304};
+    fwx_nat64_sess_walk_filter_t walk = {{1, 2}, ipv4(0x0A010203), {3}, ipv6, {4}};
+    fwx_nat64_mapt_bmr_t bmr = {2, 3, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 9}, 40, {0xc0, 0, 2, 0}, 24, {16, 6, 8, 0x1234}};
+    fwx_nat64_mapt_dmr_t dmr = {4, {0xd0, 0xd1}};
+};
+
+struct field_t {
+    size_t offset;
+    const char *bytes;
+};
+
+struct row_t {
+    const char *name;
+    std::function<uint32_t(const records_t &, void *)> call;
+    const char *type_word;
+    size_t size;
+    std::vector<field_t> fields;
+};
+
+const std::vector<row_t> commands = {
+    {"global settings",
+     [](auto &r, void *c) { return fwx_nat64_global_settings_set_a(&r.settings, c); },
+     "03 c0",
+     56,
+     {{32, "1c 00 00 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10"}}},
+    {"adjacency IPv4",
+     [](auto &r, void *c) { return fwx_nat64_adj_set_a(0, &r.adj4, c); },
+     "03 c0",
+     64,
+     {{32, "1a 00 00 00 0d 00 00 00 00 00 00 00 0a 00 00 01 aa 00"}}},
+    {"adjacency IPv6",
+     [](auto &r, void *c) { return fwx_nat64_adj_set_a(9, &r.adj6, c); },
+     "03 c0",
+     64,
+     {{36, "01 00 00 00"}, {40, ipv6_on_wire}}},
+    {"limit add",
+     [](auto &r, void *c) { return fwx_nat64_limit_set_a(1, &r.limit, c); },
+     "03 c0",
+     48,
+     {{32, "0f 00 00 00 01 00 00 00 04 03 02 01"}}},
+    {"limit modify",
+     [](auto &r, void *c) { return fwx_nat64_limit_set_a(2, &r.limit, c); },
+     "03 c0",
+     48,
+     {{32, "0f 00 00 00 01 00 00 00 04 03 02 01"}}},
+    {"limit delete",
+     [](auto &r, void *c) { return fwx_nat64_limit_set_a(3, &r.limit, c); },
+     "03 c0",
+     48,
+     {{32, "10 00 00 00 01 00 00 00 04 03 02 01"}}},
+    {"service add",
+     [](auto &r, void *c) { return fwx_nat64_service_set_a(1, &r.service, c); },
+     "03 c0",
+     52,
+     {{32, "14 00 00 00 01 00 00 00 01 00 00 00 04 03 02 01"}}},
+    {"service delete",
+     [](auto &r, void *c) { return fwx_nat64_service_set_a(3, &r.service, c); },
+     "03 c0",
+     52,
+     {{32, "14 00 00 00 00 00 00 00 01 00 00 00 04 03 02 01"}}},
+    {"replication set",
+     [](auto &r, void *c) { return fwx_nat64_replication_set_a(3, &r.repl_set, c); },
+     "03 c0",
+     52,
+     {{32, "1d 00 00 00 01 00 00 00 07 00 00 00 09 00 00 00"}}},
+    {"replication unset",
+     [](auto &r, void *c) { return fwx_nat64_replication_set_a(1, &r.repl_unset, c); },
+     "03 c0",
+     52,
+     {{32, "1f 00 00 00 01 00 00 00 00 00 00 00 09 00 00 00"}}},
+    {"timeout",
+     [](auto &r, void *c) { return fwx_nat64_timeout_set_a(0, &r.timeout, c); },
+     "03 c0",
+     48,
+     {{32, "0e 00 00 00 07 00 00 00 2c 01 00 00"}}},
+    {"ipalias upload",
+     [](auto &, void *c) { return fwx_nat64_ipalias_upload_a(c); },
+     "03 c0",
+     40,
+     {{32, "11 00 00 00"}}},
+    {"session clear",
+     [](auto &r, void *c) { return fwx_nat64_session_clear_a(&r.clear, c); },
+     "03 c0",
+     144,
+     {{32, "13 00 00 00 05 00 00 00"}, {40, ipv6_on_wire}, {60, "00 00 00 00 0a 01 02 03 aa"}, {80, "ee 00"}}},
+    {"interface",
+     [](auto &r, void *c) { return fwx_nat64_interface_set_a(&r.intf, c); },
+     "03 c0",
+     132,
+     {{32, "01 00 00 00 03 00 00 00 01 00 00 00 00 00 00 00 07 00 00 00 00 00 00 00 02 00 00 00"},
+      {60, "20 01 0d b8 01 02 03 04 05 06 07 08 f1 f2 f3 60 05 00 00 00"},
+      {80, "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"},
+      {100, "20 01 0d b8 01 02 03 04 05 06 07 08 f1 f2 f3 60 07 00 00 00"},
+      {120, "00 00 00 00 00 00 00 00"}}},
+    {"interface with MTU",
+     [](auto &r, void *c) { return fwx_nat64_interface_set_a(&r.intf_mtu, c); },
+     "03 c0",
+     132,
+     {{40, "00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00"},
+      {80, "20 01 0d b8 01 02 03 04 05 06 07 08 f1 f2 f3 60 06 00 00 00"},
+      {120, "09 00 00 00 dc 05 00 00"}}},
+    {"NVI enable",
+     [](auto &, void *c) { return fwx_nat64_nvi_interface_enable_a(5, c); },
+     "03 c0",
+     132,
+     {{32, "02 00 00 00 05 00 00 00 01 00 00 00 01 00 00 00 00 00 00 00"}, {120, "00 00 00 00 00 00 00 00"}}},
+    {"global prefix add",
+     [](auto &r, void *c) { return fwx_nat64_glb_prefix_add_a(&r.prefix1, c); },
+     "03 c0",
+     64,
+     {{32, "03 00 00 00 01 00 00 00 20 01 0d b8 01 02 03 04 05 06 07 08 f1 f2 f3 60 01 00 00 00"}}},
+    {"global prefix modify",
+     [](auto &r, void *c) { return fwx_nat64_glb_prefix_mod_a(&r.prefix2, c); },
+     "03 c0",
+     64,
+     {{32, "1b 00 00 00 01 00 00 00"}, {56, "02 00 00 00"}}},
+    {"global prefix delete",
+     [](auto &r, void *c) { return fwx_nat64_glb_prefix_del_a(&r.prefix4, c); },
+     "03 c0",
+     64,
+     {{32, "03 00 00 00 00 00 00 00"}, {56, "04 00 00 00"}}},
+    {"static mapping add",
+     [](auto &r, void *c) { return fwx_nat64_smapping_set_a(1, &r.smap, c); },
+     "03 c0",
+     124,
+     {{32, "08 00 00 00 00 00 00 00 01 02 03 04 00 00 00 00 0a 01 02 03 aa"},
+      {64, "05 00"},
+      {80, ipv6_on_wire},
+      {100, "06 00"}}},
+    {"static mapping delete",
+     [](auto &r, void *c) { return fwx_nat64_smapping_set_a(3, &r.smap, c); },
+     "03 c0",
+     48,
+     {{32, "09 00 00 00 00 00 00 00 01 00 00 00"}}},
+    {"dynamic mapping add",
+     [](auto &r, void *c) { return fwx_nat64_dmapping_set_a(1, &r.dmap, c); },
+     "03 c0",
+     120,
+     {{32, "0b 00 00 00 11 00 00 00 01 00"},
+      {48, "07 00 00 00 e0 e1 00"},
+      {76, "55 44 00 00 09 00"},
+      {88, "e0 e1 00"},
+      {112, "55 44 00 00"}}},
+    {"dynamic mapping modify",
+     [](auto &r, void *c) { return fwx_nat64_dmapping_set_a(2, &r.dmap, c); },
+     "03 c0",
+     120,
+     {{32, "0d 00 00 00 11 00 00 00"}, {52, "e0 e1"}, {88, "04 00 00"}, {112, "00 00 00 00"}}},
+    {"dynamic mapping delete",
+     [](auto &r, void *c) { return fwx_nat64_dmapping_set_a(3, &r.dmap, c); },
+     "03 c0",
+     48,
+     {{32, "0c 00 00 00 11 00 00 00 01 00 00 00"}}},
+    {"pool add",
+     [](auto &r, void *c) { return fwx_nat64_pool_set_a(1, &r.pool, c); },
+     "03 c0",
+     64,
+     {{32, "04 00 00 00 08 00 00 00 06 00 00 00 77 00 00 00 08 00 00 00 c0 00 02 01 b8 0d 01 20"}}},
+    {"pool modify",
+     [](auto &r, void *c) { return fwx_nat64_pool_set_a(2, &r.pool, c); },
+     "03 c0",
+     64,
+     {{32, "04 00 00 00 08 00 00 00"}}},
+    {"pool delete",
+     [](auto &r, void *c) { return fwx_nat64_pool_set_a(3, &r.pool, c); },
+     "03 c0",
+     48,
+     {{32, "05 00 00 00 08 00 00 00 01 00 00 00"}}},
+    {"pool range add",
+     [](auto &r, void *c) { return fwx_nat64_pool_range_set_a(1, &r.range, c); },
+     "03 c0",
+     84,
+     {{32, "06 00 00 00 08 00 00 00 00 00 00 00 c0 00 02 01"}, {60, ipv6_on_wire}}},
+    {"pool range delete",
+     [](auto &r, void *c) { return fwx_nat64_pool_range_set_a(3, &r.range, c); },
+     "03 c0",
+     88,
+     {{32, "07 00 00 00 08 00 00 00 00 00 00 00 c0 00 02 01"}, {60, ipv6_on_wire}, {80, "01 00 00 00"}}},
+    {"logging add",
+     [](auto &r, void *c) { return fwx_nat64_logging_set_a(1, &r.log, c); },
+     "03 c0",
+     60,
+     {{32, "17 00 00 00 c0 00 02 09 00 00 00 00 07 08 04 03 01 00 00 00 5a 00 00 00"}}},
+    {"logging modify",
+     [](auto &r, void *c) { return fwx_nat64_logging_set_a(2, &r.log, c); },
+     "03 c0",
+     60,
+     {{32, "18 00 00 00 c0 00 02 09"}}},
+    {"logging delete",
+     [](auto &r, void *c) { return fwx_nat64_logging_set_a(3, &r.log, c); },
+     "03 c0",
+     60,
+     {{32, "19 00 00 00 c0 00 02 09"}}},
+    {"system query",
+     [](auto &, void *c) { return fwx_nat64_stats_sys_query_a(9, c); },
+     "04 c0",
+     40,
+     {{32, "09 00 00 00"}}},
+    {"interface query", [](auto &, void *c) { return fwx_nat64_stats_intf_query_a(c); }, "05 c0", 32, {}},
+    {"pool query",
+     [](auto &, void *c) {
+         return fwx_nat64_stats_pool_all_query_a(9, reinterpret_cast<void *>(uintptr_t{0x1122334455667788}), 5, 6, c);
+     },
+     "06 c0",
+     64,
+     {{32, "09 00 00 00 01 00 00 00 00 00 00 00 05 00 00 00 06 00 00 00"}, {56, "88 77 66 55 44 33 22 11"}}},
+    {"mapping query",
+     [](auto &, void *c) { return fwx_nat64_stats_mapping_all_query_a(9, nullptr, 5, 6, c); },
+     "07 c0",
+     64,
+     {{32, "09 00 00 00 01 00 00 00 00 00 00 00 05 00 00 00 06 00 00 00"}, {56, "00 00 00 00 00 00 00 00"}}},
+    {"limit query",
+     [](auto &, void *c) { return fwx_nat64_stats_limit_all_query_a(9, 5, c); },
+     "08 c0",
+     56,
+     {{32, "09 00 00 00 01 00 00 00"}, {48, "05 00 00 00"}}},
+    {"session walk",
+     [](auto &r, void *c) {
+         return fwx_nat64_session_walk_a(5, &r.walk, 0x1122334455667788, 6, 7, library_fixture_t::walk_cb, c);
+     },
+     "09 c0",
+     144,
+     {{32, "88 77 66 55 44 33 22 11 06 00 00 00 07 00 00 00 05 00 00 00"},
+      {56, "01 02 00"},
+      {72, "00 00 00 00 0a 01 02 03 aa"},
+      {92, "03 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 04 00"}}},
+    {"basic mapping rule add",
+     [](auto &r, void *c) { return fwx_nat64_mapt_bmr_set_a(1, &r.bmr, c); },
+     "0d c0",
+     80,
+     {{32, "00 00 00 00 01 00 00 00 02 00 00 00 03 00 00 00 09 00 00 00 b8 0d 01 20 28"},
+      {60, "00 02 00 c0 18"},
+      {66, "10 00 06 00 08 00 34 12"}}},
+    {"basic mapping rule delete",
+     [](auto &r, void *c) { return fwx_nat64_mapt_bmr_set_a(3, &r.bmr, c); },
+     "0d c0",
+     80,
+     {{32, "00 00 00 00 03 00 00 00 02 00 00 00 03 00 00 00"}}},
+    {"default mapping rule",
+     [](auto &r, void *c) { return fwx_nat64_mapt_dmr_set_a(0, &r.dmr, c); },
+     "0d c0",
+     68,
+     {{32, "01 00 00 00 00 00 00 00 04 00 00 00 d0 d1 00"}}},
+};
+
+/* Calls that an argument check refuses; `unbound` is the code while the library is not bound. */
+struct refusal_t {
+    const char *name;
+    std::function<uint32_t(records_t &)> call;
+    uint32_t bound;
+    uint32_t unbound;
+};
+
+constexpr uint32_t invalid = 0x40300216;
+constexpr uint32_t not_ready = 0x4030020d;
+
+const std::vector<refusal_t> refusals = {
+    {"settings null", [](auto &) { return fwx_nat64_global_settings_set_a(nullptr, nullptr); }, invalid, invalid},
+    {"adj null", [](auto &) { return fwx_nat64_adj_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"adj type 0", [](auto &r) { return r.adj4.type = 0, fwx_nat64_adj_set_a(1, &r.adj4, nullptr); }, invalid, invalid},
+    {"adj type 14", [](auto &r) { return r.adj4.type = 14, fwx_nat64_adj_set_a(1, &r.adj4, nullptr); }, invalid,
+     invalid},
+    {"limit null", [](auto &) { return fwx_nat64_limit_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"limit type", [](auto &r) { return r.limit.type = 2, fwx_nat64_limit_set_a(1, &r.limit, nullptr); }, invalid,
+     invalid},
+    {"limit op 0", [](auto &r) { return fwx_nat64_limit_set_a(0, &r.limit, nullptr); }, invalid, invalid},
+    {"limit op 4", [](auto &r) { return fwx_nat64_limit_set_a(4, &r.limit, nullptr); }, invalid, invalid},
+    {"service null", [](auto &) { return fwx_nat64_service_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"service type", [](auto &r) { return r.service.type = 0, fwx_nat64_service_set_a(1, &r.service, nullptr); },
+     invalid, invalid},
+    {"service modify", [](auto &r) { return fwx_nat64_service_set_a(2, &r.service, nullptr); }, invalid, invalid},
+    {"replication null", [](auto &) { return fwx_nat64_replication_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"timeout null", [](auto &) { return fwx_nat64_timeout_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"timeout type 0", [](auto &r) { return r.timeout.type = 0, fwx_nat64_timeout_set_a(1, &r.timeout, nullptr); },
+     invalid, invalid},
+    {"timeout type 8", [](auto &r) { return r.timeout.type = 8, fwx_nat64_timeout_set_a(1, &r.timeout, nullptr); },
+     invalid, invalid},
+    {"clear null", [](auto &) { return fwx_nat64_session_clear_a(nullptr, nullptr); }, invalid, invalid},
+    {"interface null", [](auto &) { return fwx_nat64_interface_set_a(nullptr, nullptr); }, not_ready, not_ready},
+    {"prefix null", [](auto &) { return fwx_nat64_glb_prefix_add_a(nullptr, nullptr); }, invalid, not_ready},
+    {"prefix kind 0", [](auto &r) { return r.prefix1.kind = 0, fwx_nat64_glb_prefix_mod_a(&r.prefix1, nullptr); },
+     invalid, not_ready},
+    {"prefix kind 5", [](auto &r) { return r.prefix1.kind = 5, fwx_nat64_glb_prefix_del_a(&r.prefix1, nullptr); },
+     invalid, not_ready},
+    {"smapping null", [](auto &) { return fwx_nat64_smapping_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"smapping modify", [](auto &r) { return fwx_nat64_smapping_set_a(2, &r.smap, nullptr); }, invalid, invalid},
+    {"dmapping null", [](auto &) { return fwx_nat64_dmapping_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"dmapping id", [](auto &r) { return r.dmap.id = 0, fwx_nat64_dmapping_set_a(3, &r.dmap, nullptr); }, invalid,
+     invalid},
+    {"dmapping type", [](auto &r) { return r.dmap.type = 8, fwx_nat64_dmapping_set_a(3, &r.dmap, nullptr); }, invalid,
+     invalid},
+    {"dmapping op", [](auto &r) { return fwx_nat64_dmapping_set_a(4, &r.dmap, nullptr); }, invalid, invalid},
+    {"pool null", [](auto &) { return fwx_nat64_pool_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"pool id", [](auto &r) { return r.pool.id = 0, fwx_nat64_pool_set_a(3, &r.pool, nullptr); }, invalid, invalid},
+    {"pool family", [](auto &r) { return r.pool.family = 1, fwx_nat64_pool_set_a(2, &r.pool, nullptr); }, invalid,
+     invalid},
+    {"pool param", [](auto &r) { return r.pool.param = 0, fwx_nat64_pool_set_a(1, &r.pool, nullptr); }, invalid,
+     invalid},
+    {"pool op", [](auto &r) { return fwx_nat64_pool_set_a(0, &r.pool, nullptr); }, invalid, invalid},
+    {"range null", [](auto &) { return fwx_nat64_pool_range_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"range id", [](auto &r) { return r.range.id = 0, fwx_nat64_pool_range_set_a(1, &r.range, nullptr); }, invalid,
+     invalid},
+    {"range modify", [](auto &r) { return fwx_nat64_pool_range_set_a(2, &r.range, nullptr); }, invalid, invalid},
+    {"log null", [](auto &) { return fwx_nat64_logging_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"log type", [](auto &r) { return r.log.type = 2, fwx_nat64_logging_set_a(1, &r.log, nullptr); }, invalid, invalid},
+    {"log mode", [](auto &r) { return r.log.mode = 0, fwx_nat64_logging_set_a(1, &r.log, nullptr); }, invalid, invalid},
+    {"log IPv6", [](auto &r) { return r.log.dest = ipv6, fwx_nat64_logging_set_a(3, &r.log, nullptr); }, invalid,
+     invalid},
+    {"log 0.0.0.0", [](auto &r) { return r.log.dest = ipv4(0), fwx_nat64_logging_set_a(1, &r.log, nullptr); }, invalid,
+     invalid},
+    {"log port", [](auto &r) { return r.log.dest_port = 0, fwx_nat64_logging_set_a(1, &r.log, nullptr); }, invalid,
+     invalid},
+    {"log op", [](auto &r) { return fwx_nat64_logging_set_a(4, &r.log, nullptr); }, invalid, invalid},
+    {"pool query count", [](auto &) { return fwx_nat64_stats_pool_all_query_a(0, nullptr, 0, 0, nullptr); }, invalid,
+     not_ready},
+    {"mapping query count", [](auto &) { return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 0, 0, nullptr); },
+     invalid, not_ready},
+    {"limit query count", [](auto &) { return fwx_nat64_stats_limit_all_query_a(0, 0, nullptr); }, invalid, not_ready},
+    {"walk count",
+     [](auto &r) { return fwx_nat64_session_walk_a(0, &r.walk, 0, 0, 0, library_fixture_t::walk_cb, nullptr); },
+     invalid, not_ready},
+    {"walk filter",
+     [](auto &) { return fwx_nat64_session_walk_a(1, nullptr, 0, 0, 0, library_fixture_t::walk_cb, nullptr); }, invalid,
+     not_ready},
+    {"walk callback", [](auto &r) { return fwx_nat64_session_walk_a(1, &r.walk, 0, 0, 0, nullptr, nullptr); }, invalid,
+     not_ready},
+    {"bmr null", [](auto &) { return fwx_nat64_mapt_bmr_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"bmr id", [](auto &r) { return r.bmr.rule_id = 0, fwx_nat64_mapt_bmr_set_a(1, &r.bmr, nullptr); }, invalid,
+     invalid},
+    {"bmr op", [](auto &r) { return fwx_nat64_mapt_bmr_set_a(2, &r.bmr, nullptr); }, 22, not_ready},
+    {"bmr long IPv4", [](auto &r) { return r.bmr.v4_prefix_len = 33, fwx_nat64_mapt_bmr_set_a(1, &r.bmr, nullptr); },
+     invalid, not_ready},
+    {"bmr long IPv6", [](auto &r) { return r.bmr.v6_prefix_len = 65, fwx_nat64_mapt_bmr_set_a(1, &r.bmr, nullptr); },
+     invalid, not_ready},
+    {"dmr null", [](auto &) { return fwx_nat64_mapt_dmr_set_a(1, nullptr, nullptr); }, invalid, invalid},
+    {"dmr id", [](auto &r) { return r.dmr.id = 0, fwx_nat64_mapt_dmr_set_a(1, &r.dmr, nullptr); }, invalid, invalid},
+};
+
+}  // namespace
+
+TEST_F(command_test_t, every_command_sends_its_bytes_and_leaves_the_callers_record_alone) {
+    bind_quietly();
+    const records_t records{};
+    const records_t pristine = records;
+    for (const row_t &row : commands) {
+        SCOPED_TRACE(row.name);
+        received.clear();
+        EXPECT_EQ(row.call(records, this), 0u);
+        pump();
+        ASSERT_EQ(received.size(), 1u);
+        EXPECT_EQ(hex(slice(received[0], 0, 4)), std::string(row.type_word) + " 60 00");
+        EXPECT_EQ(received[0].size(), row.size);
+        for (const field_t &field : row.fields) {
+            const size_t width = (strlen(field.bytes) + 1) / 3;
+            EXPECT_EQ(hex(slice(received[0], field.offset, width)), field.bytes) << "at " << field.offset;
+        }
+        EXPECT_EQ(memcmp(&records, &pristine, sizeof(records)), 0);
+        EXPECT_EQ(outstanding(), 1u);
+        fwx_nat64_clnt_cleanup();
+        EXPECT_EQ(calls.size(), 1u) << "each command stores the callback of its family";
+        EXPECT_EQ(calls.back().pal_ctx, this);
+        calls.clear();
+    }
+}
+
+TEST_F(command_test_t, every_command_is_not_ready_while_unbound_and_frees_what_a_failure_leaves) {
+    const records_t records{};
+    for (const row_t &row : commands) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.call(records, this), 0x4030020du);
+    }
+    bind_quietly();
+    for (const row_t &row : commands) {
+        SCOPED_TRACE(row.name);
+        fwx_host_fault_arm(FWX_HOST_OP_TX_ALLOC, 1, 0);
+        EXPECT_EQ(row.call(records, this), FWX_NAT64_ERR_NOMEM);
+        fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, 5);
+        EXPECT_EQ(row.call(records, this), 5u);
+        EXPECT_EQ(live().tx_buffers + outstanding(), 0u);
+        EXPECT_EQ(fwx_host_memory_blocks_tag(1), 3u) << "client info, event cell, receive buffer";
+        fwx_mapt_plu_cleanup();
+    }
+    EXPECT_TRUE(calls.empty());
+    fwx_host_fault_arm(FWX_HOST_OP_CALLOC, 1, 0);
+    EXPECT_EQ(fwx_nat64_session_walk_a(1, &records.walk, 0, 0, 0, walk_cb, this), FWX_NAT64_ERR_NOMEM);
+}
+
+TEST_F(command_test_t, rejected_arguments_send_nothing_bound_and_unbound) {
+    for (const refusal_t &refusal : refusals) {
+        records_t records;
+        EXPECT_EQ(refusal.call(records), refusal.unbound) << refusal.name;
+    }
+    bind_quietly();
+    for (const refusal_t &refusal : refusals) {
+        records_t records;
+        EXPECT_EQ(refusal.call(records), refusal.bound) << refusal.name;
+        EXPECT_EQ(live().pool_elements + live().tx_buffers, 0u) << refusal.name;
+    }
+    pump();
+    EXPECT_TRUE(received.empty());
+}
+
+TEST_F(command_test_t, interface_and_pool_requests_are_logged_as_the_caller_gave_them) {
+    bind_quietly();
+    fwx_nat64_dbg_info_set(1);
+    const records_t records;
+    fwx_nat64_interface_set_a(&records.intf, this);
+    ASSERT_EQ(logged.size(), 1u);
+    EXPECT_EQ(logged[0],
+              "info: \nfwx_nat64_interface_set_a to modify interface prefix for ifh=3 mtu_valid (FALSE) mtu (1500) "
+              "sless_prefix_valid (TRUE) sful_prefix_valid (FALSE) sless_prefix_v6v4_valid (TRUE) "
+              "sless_prefix(0x20010db80102030405060708/96) sful_prefix(0x20010db80102030405060708/96) "
+              "sless_prefix_v6v4(0x20010db80102030405060708/96)");
+    logged.clear();
+    fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, 5);
+    fwx_nat64_pool_t pool = records.pool;
+    pool.end_addr = ipv4(0xC00002FE);
+    EXPECT_EQ(fwx_nat64_pool_set_a(1, &pool, this), 5u);
+    ASSERT_EQ(logged.size(), 2u) << "the send's failure first, then the line of the pool";
+    EXPECT_EQ(logged[1],
+              "info: \nfwx_nat64_pool_add_a pool add id(8) hsl_id(119) start_addr(0xc0000201) end_addr(0xc00002fe)");
+}

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Each public and platform header stands alone, as C11 and as C++17.
+# usage: header_test.sh SOURCE_DIR CC CXX
+set -euo pipefail
+cd "$1"
+for header in include/fwx_nat64/*.h platform/*.h host/include/fwx_host/*.h; do
+  name=${header#include/}
+  name=${name#host/include/}
+  flags="-Wall -Wextra -Wpedantic -Werror -fsyntax-only -Iinclude -Ihost/include -I."
+  printf '#include "%s"\ntypedef int not_empty_t;\n' "$name" | "$2" -std=c11 $flags -x c -
+  printf '#include "%s"\n' "$name" | "$3" -std=c++17 $flags -x c++ -
+done
+echo "all headers stand alone"

@@ -1,0 +1,182 @@
+#include "library_fixture.h"
+
+#include <algorithm>
+
+library_fixture_t *library_fixture_t::self = nullptr;
+
+namespace {
+
+bytes_t copy_of(const void *msg, size_t size) {
+    const auto *at = static_cast<const uint8_t *>(msg);
+    return {at, at + size};
+}
+
+constexpr size_t data_bytes_shown = 24;
+
+}  // namespace
+
+const fwx_host_server_ops_t library_fixture_t::server_ops = {
+    [](void *ctx, fwx_host_peer_t *peer) {
+        auto *test = static_cast<library_fixture_t *>(ctx);
+        test->peer = peer;
+        ++test->channels_opened;
+    },
+    [](void *ctx, fwx_host_peer_t *) { static_cast<library_fixture_t *>(ctx)->peer = nullptr; },
+    [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size) {
+        static_cast<library_fixture_t *>(ctx)->received.push_back(copy_of(msg, size));
+    },
+    [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
+        auto *test = static_cast<library_fixture_t *>(ctx);
+        test->received.push_back(copy_of(msg, size));
+        bytes_t answer(20);
+        memcpy(answer.data(), msg, 4);
+        put(answer, 16, test->sync_result);
+        answer.insert(answer.end(), test->sync_extra.begin(), test->sync_extra.end());
+        const size_t written = std::min(answer.size(), reply_cap);
+        memcpy(reply, answer.data(), written);
+        return written;
+    },
+};
+
+uint32_t library_fixture_t::record(call_t call, const void *data) {
+    call.has_data = data != nullptr;
+    if (data != nullptr) call.data = copy_of(data, data_bytes_shown);
+    self->calls.push_back(call);
+    return self->stop_value;
+}
+
+uint32_t library_fixture_t::walk_cb(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
+                                    uint32_t status) {
+    return record({"walk", pal_ctx, count, value, value2, status, false, {}}, data);
+}
+
+void library_fixture_t::SetUp() {
+    self = this;
+    fwx_host_fault_reset();
+    fwx_host_errors_get(&errors_before);
+    fwx_host_debug_sink_set(
+        [](void *ctx, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
+            static constexpr const char *levels[] = {"", "error: ", "warning: ", "info: ", "trace: "};
+            const char *where = channel == FWX_HOST_DEBUG_CONSOLE ? "console: " : levels[level];
+            static_cast<library_fixture_t *>(ctx)->logged.push_back(std::string(where) + text);
+        },
+        this);
+    fwx_host_cgm_observe(
+        [](void *ctx, uint32_t client_id, void *cgm_ctx, uint32_t result) {
+            EXPECT_EQ(client_id, 20u);
+            static_cast<library_fixture_t *>(ctx)->cgm_returns.emplace_back(cgm_ctx, result);
+        },
+        this);
+    loop = fwx_host_loop_create();
+    ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, this, &server), 0u);
+
+    reply_cbs.cfg_reply_cb = [](fwx_nat64_cmd_result_t *r) {
+        record({"cfg", r->pal_ctx, r->result, 0, 0, 0, false, {}}, nullptr);
+    };
+    reply_cbs.sys_stats_cb = [](void *ctx, uint32_t count, void *data) {
+        return record({"sys", ctx, count, 0, 0, 0, false, {}}, data);
+    };
+    reply_cbs.intf_stats_cb = [](void *ctx, uint32_t count, uint32_t value, void *data) {
+        return record({"intf", ctx, count, value, 0, 0, false, {}}, data);
+    };
+    reply_cbs.pool_stats_cb = [](void *ctx, uint32_t count, uint64_t value, uint32_t value2, void *data) {
+        return record({"pool", ctx, count, value, value2, 0, false, {}}, data);
+    };
+    reply_cbs.limit_stats_cb = [](void *ctx, uint32_t count, uint32_t value, void *data) {
+        return record({"limit", ctx, count, value, 0, 0, false, {}}, data);
+    };
+    reply_cbs.mapping_stats_cb = [](void *ctx, uint32_t count, uint64_t value, uint32_t value2, void *data) {
+        return record({"mapping", ctx, count, value, value2, 0, false, {}}, data);
+    };
+    unsol_cbs.record_cb = [](uint32_t op, const void *data) {
+        call_t call{"record", nullptr, op, 0, 0, 0, true, copy_of(data, 12)};
+        self->calls.push_back(call);
+    };
+    unsol_cbs.event_cb = [] { record({"event", nullptr, 0, 0, 0, 0, false, {}}, nullptr); };
+}
+
+void library_fixture_t::TearDown() {
+    fwx_host_fault_reset();
+    fwx_nat64_unbind();
+    fwx_mapt_plu_cleanup();
+    pump();
+    fwx_host_server_unregister(server);
+    fwx_host_loop_destroy(loop);
+    fwx_host_debug_sink_set(nullptr, nullptr);
+    fwx_host_debug_level_set(FWX_NAT64_DEBUG_MODULE, 0);
+    fwx_host_cgm_observe(nullptr, nullptr);
+    fwx_nat64_dbg_error_set(1);
+    fwx_nat64_dbg_warning_set(0);
+    fwx_nat64_dbg_info_set(0);
+    fwx_nat64_dbg_trace_set(0);
+
+    fwx_host_live_t now = live();
+    now.trees = 0; /* reclaimed when their complex is initialised again */
+    const fwx_host_live_t nothing{};
+    EXPECT_EQ(memcmp(&now, &nothing, sizeof(now)), 0)
+        << now.memory_blocks << " blocks, " << now.lists << " lists, " << now.hash_tables << " tables, " << now.pools
+        << " pools, " << now.pool_elements << " elements, " << now.tx_buffers << " buffers, " << now.channels
+        << " channels";
+    fwx_host_errors_t errors;
+    fwx_host_errors_get(&errors);
+    EXPECT_EQ(errors.bad_frees, errors_before.bad_frees);
+    self = nullptr;
+}
+
+uint32_t library_fixture_t::bind(const void *client_id) {
+    return fwx_nat64_bind(client_id, loop, &unsol_cbs, &reply_cbs);
+}
+
+void library_fixture_t::bind_quietly() {
+    ASSERT_EQ(bind(), 0u);
+    pump();
+    ASSERT_EQ(received.size(), 2u);
+    deliver(reply_to(received[1], 0, 36));
+    ASSERT_EQ(outstanding(), 0u);
+    received.clear();
+    logged.clear();
+}
+
+size_t library_fixture_t::outstanding() {
+    struct link_t {
+        link_t *next;
+    };
+    void *head = nullptr;
+    if (info() == nullptr || fwx_list_head(info()->clnt_ctx_list, &head) != 0) return 0;
+    size_t count = 0;
+    for (auto *link = static_cast<link_t *>(head); link != nullptr; link = link->next)
+        ++count;
+    return count;
+}
+
+bytes_t library_fixture_t::reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result) {
+    bytes_t reply(std::max<size_t>(size, 36));
+    put<uint16_t>(reply, 0, static_cast<uint16_t>(0xC000 | type));
+    put<uint16_t>(reply, 2, 96);
+    put(reply, 16, get<uint64_t>(command, 16));
+    put(reply, 24, get<uint32_t>(command, 24));
+    put(reply, 32, result);
+    reply.resize(size);
+    return reply;
+}
+
+void library_fixture_t::deliver(const bytes_t &message) {
+    ASSERT_NE(peer, nullptr);
+    ASSERT_EQ(fwx_host_peer_send(peer, message.data(), message.size()), 0u);
+    pump();
+}
+
+void library_fixture_t::break_channel() {
+    fwx_host_peer_drop(peer);
+    pump();
+}
+
+bool library_fixture_t::logged_line(const std::string &text) const {
+    return std::find(logged.begin(), logged.end(), text) != logged.end();
+}
+
+fwx_host_live_t library_fixture_t::live() {
+    fwx_host_live_t now;
+    fwx_host_live_get(&now);
+    return now;
+}

@@ -1,0 +1,79 @@
+/*
+ * The library over the host platform, with a server that records what it gets and answers only what a test tells it to.
+ * A test that leaves anything live, or gives something back twice, fails.
+ */
+#ifndef TESTS_LIBRARY_LIBRARY_FIXTURE_H
+#define TESTS_LIBRARY_LIBRARY_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include "bytes.h"
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/fwx_nat64.h"
+#include "platform/runtime.h"
+
+/** One call of a PAL callback. */
+struct call_t {
+    std::string callback;
+    void *pal_ctx = nullptr;
+    uint32_t result = 0; /* or count */
+    uint64_t value = 0;
+    uint32_t value2 = 0;
+    uint32_t status = 0;
+    bool has_data = false;
+    bytes_t data; /* the first bytes at the data address */
+};
+
+class library_fixture_t : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    uint32_t bind(const void *client_id = "PAL1");
+    /** Dispatches everything that is ready. */
+    void pump() { fwx_host_loop_run_until_idle(loop); }
+    /** Binds and forgets what the server has got so far. */
+    void bind_quietly();
+
+    static fwx_nat64_client_info_t *info() { return fwx_nat64_client_info_get(); }
+    /** Client contexts that are outstanding. */
+    static size_t outstanding();
+
+    /** A reply of a type to a recorded command, `size` bytes, echoing context and epoch. */
+    static bytes_t reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result = 0);
+    /** Sends bytes to the client and dispatches them. */
+    void deliver(const bytes_t &message);
+    /** Restarts the server under the same name; the client sees a channel error. */
+    void break_channel();
+
+    /** Lines of both debug channels at a level ("error: \ntext"), in order. */
+    std::vector<std::string> logged;
+    bool logged_line(const std::string &text) const;
+    static fwx_host_live_t live();
+
+    fwx_host_loop_t *loop = nullptr;
+    fwx_host_server_t *server = nullptr;
+    fwx_host_peer_t *peer = nullptr;
+    size_t channels_opened = 0;
+    std::vector<bytes_t> received; /* asynchronous and synchronous, in order */
+    uint32_t sync_result = 0;      /* what synchronous commands are answered with */
+    bytes_t sync_extra;            /* bytes behind the result */
+    std::vector<call_t> calls;     /* of the PAL's callbacks */
+    uint32_t stop_value = 0;       /* what query and walk callbacks return */
+    std::vector<std::pair<void *, uint32_t>> cgm_returns;
+    fwx_nat64_reply_cbs_t reply_cbs{};
+    fwx_nat64_unsol_cbs_t unsol_cbs{};
+
+public:
+    /** The callback that session walks use. */
+    static uint32_t walk_cb(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
+                            uint32_t status);
+
+private:
+    static library_fixture_t *self;
+    static const fwx_host_server_ops_t server_ops;
+    fwx_host_errors_t errors_before{};
+    static uint32_t record(call_t call, const void *data);
+};
+
+#endif

@@ -1,0 +1,73 @@
+/* The library as a program loads it at run time: unloading it while bound reports what is outstanding. */
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/fwx_nat64.h"
+
+namespace {
+
+std::vector<uint32_t> results;
+std::vector<std::string> console;
+
+template <typename fn_t>
+fn_t *symbol(void *library, const char *name, fn_t * /*shape*/) {
+    return reinterpret_cast<fn_t *>(dlsym(library, name));
+}
+
+size_t answer_with_zero(void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) {
+    memset(reply, 0, 20);
+    return 20;
+}
+
+constexpr fwx_host_server_ops_t server_ops = {nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
+                                              answer_with_zero};
+
+}  // namespace
+
+TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_fresh_load_starts_anew) {
+    setenv("FWX_NAT64_DBG_WARNING", "", 1);
+    fwx_host_debug_sink_set(
+        [](void *, fwx_host_debug_channel_t channel, uint32_t, const char *text) {
+            if (channel == FWX_HOST_DEBUG_CONSOLE) console.emplace_back(text);
+        },
+        nullptr);
+    fwx_nat64_reply_cbs_t callbacks{};
+    callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *result) { results.push_back(result->result); };
+
+    for (int load = 0; load < 3; ++load) {
+        results.clear();
+        console.clear();
+        void *library = dlopen(FWX_NAT64_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << dlerror();
+        fwx_host_loop_t *loop = fwx_host_loop_create();
+        fwx_host_server_t *server = nullptr;
+        ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, nullptr, &server), 0u);
+        const auto bind = symbol(library, "fwx_nat64_bind", fwx_nat64_bind);
+        const auto unbind = symbol(library, "fwx_nat64_unbind", fwx_nat64_unbind);
+        const auto upload = symbol(library, "fwx_nat64_ipalias_upload_a", fwx_nat64_ipalias_upload_a);
+
+        ASSERT_EQ(bind(nullptr, loop, nullptr, &callbacks), 0u);
+        EXPECT_EQ(console, std::vector<std::string>{"\nFWX NAT64 EA: enable warning debug messages"});
+        unbind();
+        ASSERT_EQ(bind(nullptr, loop, nullptr, &callbacks), 0u);
+        EXPECT_EQ(console.size(), 1u) << "the environment is read once a load";
+        for (int i = 0; i < 5; ++i)
+            ASSERT_EQ(upload(nullptr), 0u);
+        const bool stay_bound = load != 1;
+        if (!stay_bound) unbind();
+        ASSERT_EQ(dlclose(library), 0);
+        EXPECT_EQ(dlopen(FWX_NAT64_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "really unloaded";
+        EXPECT_EQ(results, std::vector<uint32_t>(stay_bound ? 5 : 0, FWX_NAT64_ERR_AGAIN));
+
+        fwx_host_server_unregister(server);
+        fwx_host_loop_destroy(loop);
+        fwx_host_live_t live;
+        fwx_host_live_get(&live);
+        EXPECT_EQ(live.pool_elements, 0u);
+        EXPECT_EQ(live.tx_buffers, 0u);
+        EXPECT_EQ(live.channels, 0u);
+    }
+    fwx_host_debug_sink_set(nullptr, nullptr);
+    unsetenv("FWX_NAT64_DBG_WARNING");
+}
