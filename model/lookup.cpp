@@ -1,0 +1,53 @@
+/* The data plane's view: MAP-T rules by longest match in the client's lookup tree. */
+#include "fwx_host/tbm.h"
+#include "model/state.h"
+
+namespace {
+
+/* A key is two tag bits, which keep the families apart, and then the bits of the address. */
+constexpr uint32_t tag_bits = 2;
+constexpr uint8_t tag_ipv4 = 2;
+constexpr uint8_t tag_ipv6 = 1;
+constexpr uint32_t ipv4_bytes = 4;
+constexpr uint32_t ipv6_bytes = 8;
+constexpr uint32_t bits_in_byte = 8;
+
+struct lookup_key_t {
+    uint8_t bytes[ipv6_bytes + 1];
+    uint32_t len; /* bits */
+};
+
+lookup_key_t key_of(const fwx_nat64_addr_t &address) {
+    const bool is_ipv4 = address.family == FWX_NAT64_FAMILY_IPV4;
+    const uint32_t address_bytes = is_ipv4 ? ipv4_bytes : ipv6_bytes;
+    lookup_key_t key{{}, tag_bits + address_bytes * bits_in_byte};
+    uint32_t carried = is_ipv4 ? tag_ipv4 : tag_ipv6;
+    for (uint32_t i = 0; i <= address_bytes; ++i) {
+        const uint32_t next = i < address_bytes ? address.addr[i] : 0;
+        key.bytes[i] = static_cast<uint8_t>(carried << (bits_in_byte - tag_bits) | next >> tag_bits);
+        carried = next & ((1U << tag_bits) - 1);
+    }
+    return key;
+}
+
+uint32_t rule_index(const uint8_t *leaf_data) {
+    const uint8_t *at = leaf_data + offsetof(fwx_mapt_app_leaf_t, mapt_bmr);
+    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
+}
+
+}  // namespace
+
+bool fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
+                            fwx_nat64_model_match_t *match) {
+    tbm *tree = fwx_host_tbm_of_complex(0);
+    if (tree == nullptr) return false;
+    const lookup_key_t key = key_of(*address);
+    uint32_t match_len = 0;
+    const tbm_leaf *leaf = fwx_host_tbm_longest_match(tree, key.bytes, key.len, &match_len);
+    if (leaf == nullptr) return false;
+    const uint32_t index = rule_index(fwx_host_tbm_leaf_data(tree, leaf));
+    const auto rule = model->rules.by_index.find(index);
+    if (rule == model->rules.by_index.end()) return false;
+    *match = {index, rule->second.first, rule->second.second, match_len - tag_bits};
+    return true;
+}

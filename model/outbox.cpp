@@ -1,0 +1,74 @@
+#include "model/outbox.h"
+
+#include <algorithm>
+#include <random>
+
+bool outbox_t::post(uint64_t client, const void *msg, size_t size, uint64_t walk) {
+    if (silent) return false;
+    if (!holding && delay_ms == 0) {
+        deliver(client, msg, size, walk);
+        return true;
+    }
+    const auto *bytes = static_cast<const uint8_t *>(msg);
+    reply_t reply{client, walk, {bytes, bytes + size}};
+    if (holding) {
+        held.push_back(std::move(reply));
+        return true;
+    }
+    const auto place = delayed.emplace(fwx_host_clock_ms() + delay_ms, std::move(reply));
+    if (place == delayed.begin()) arm();
+    return true;
+}
+
+void outbox_t::release(fwx_nat64_model_order_t order) {
+    holding = false;
+    std::vector<reply_t> replies = std::move(held);
+    held.clear();
+    if (order == fwx_nat64_model_order_t::reverse) std::reverse(replies.begin(), replies.end());
+    if (order == fwx_nat64_model_order_t::shuffled) {
+        std::mt19937 random(1);  // NOLINT(bugprone-random-generator-seed): every run shuffles alike
+        std::shuffle(replies.begin(), replies.end(), random);
+    }
+    for (const reply_t &reply : replies) {
+        deliver(reply);
+    }
+}
+
+void outbox_t::forget(uint64_t client) {
+    const auto is_theirs = [&](const reply_t &reply) { return reply.client == client; };
+    held.erase(std::remove_if(held.begin(), held.end(), is_theirs), held.end());
+    for (auto it = delayed.begin(); it != delayed.end();) {
+        it = is_theirs(it->second) ? delayed.erase(it) : std::next(it);
+    }
+}
+
+void outbox_t::deliver(uint64_t client, const void *msg, size_t size, uint64_t walk) {
+    for (uint32_t copy = 0; copy < copies; ++copy) {
+        /* Looked up each time: a send may find the client gone. */
+        const client_t *receiver = clients.find(client);
+        if (receiver == nullptr) return;
+        if (fwx_host_peer_send(receiver->peer, msg, size) == 0) ++sent;
+    }
+    if (walk != 0) page_sent(walk);
+}
+
+void outbox_t::arm() {
+    fwx_host_timer_cancel(loop, timer);
+    timer = 0;
+    if (delayed.empty()) return;
+    const uint64_t now = fwx_host_clock_ms();
+    const uint64_t due = delayed.begin()->first;
+    timer = fwx_host_timer_add(loop, due > now ? due - now : 0, deliver_due, this);
+}
+
+void outbox_t::deliver_due(void *outbox) {
+    auto &self = *static_cast<outbox_t *>(outbox);
+    self.timer = 0;
+    const uint64_t now = fwx_host_clock_ms();
+    while (!self.delayed.empty() && self.delayed.begin()->first <= now) {
+        const reply_t reply = std::move(self.delayed.begin()->second);
+        self.delayed.erase(self.delayed.begin());
+        self.deliver(reply);
+    }
+    self.arm();
+}

@@ -1,0 +1,57 @@
+/* Where asynchronous replies pass: at once, late, when they are released, several times, or not at all. */
+#ifndef MODEL_OUTBOX_H
+#define MODEL_OUTBOX_H
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "fwx_host/loop.h"
+#include "model/clients.h"
+#include "model/model.h"
+
+class outbox_t {
+public:
+    outbox_t(fwx_host_loop_t *host_loop, clients_t &open_clients) : loop(host_loop), clients(open_clients) {}
+    outbox_t(const outbox_t &) = delete;
+    outbox_t &operator=(const outbox_t &) = delete;
+    ~outbox_t() { fwx_host_timer_cancel(loop, timer); }
+
+    uint64_t delay_ms = 0;
+    uint32_t copies = 1;
+    uint32_t reply_limit = 65536; /* bytes of entries */
+    bool silent = false;
+    uint64_t sent = 0;
+    /** Called when a page of a walk has gone out. */
+    std::function<void(uint64_t walk)> page_sent;
+
+    /** Takes a reply; `walk` is 0 unless it is a page of one. False when it will never go out. */
+    bool post(uint64_t client, const void *msg, size_t size, uint64_t walk = 0);
+    void hold() { holding = true; }
+    void release(fwx_nat64_model_order_t order);
+    void forget(uint64_t client);
+    size_t entries_per_reply(size_t entry_size) const { return std::max<size_t>(1, reply_limit / entry_size); }
+    uint64_t waiting() const { return held.size() + delayed.size(); }
+
+private:
+    struct reply_t {
+        uint64_t client;
+        uint64_t walk;
+        std::vector<uint8_t> bytes;
+    };
+
+    void deliver(uint64_t client, const void *msg, size_t size, uint64_t walk);
+    void deliver(const reply_t &reply) { deliver(reply.client, reply.bytes.data(), reply.bytes.size(), reply.walk); }
+    void arm();
+    static void deliver_due(void *outbox);
+
+    fwx_host_loop_t *loop;
+    clients_t &clients;
+    bool holding = false;
+    std::vector<reply_t> held;
+    std::multimap<uint64_t, reply_t> delayed; /* by the time when they are due */
+    uint64_t timer = 0;
+};
+
+#endif

@@ -1,0 +1,198 @@
+#include "model/server.h"
+
+#include "model/state.h"
+#include "model/statistics.h"
+#include "wire/messages.h"
+
+namespace {
+
+constexpr uint32_t form_mask = 0xffffU & ~FWX_NAT64_MSG_NUMBER_MASK;
+
+fwx_nat64_model_t &model_of(void *ctx) {
+    return *static_cast<fwx_nat64_model_t *>(ctx);
+}
+
+/* Whether a message of this type, in either form, is told apart by a word behind its header. */
+bool has_selector(uint32_t type) {
+    const uint32_t number = type & FWX_NAT64_MSG_NUMBER_MASK;
+    return number == FWX_NAT64_MSG_CONFIG || number == FWX_NAT64_MSG_MAPT_RULE;
+}
+
+/* Code for a message that the description does not know. */
+uint32_t unknown_code(wire_form_t form, const void *msg, size_t size) {
+    if (size < sizeof(fwx_nat64_sync_hdr_t)) return FWX_NAT64_MODEL_ERR_MALFORMED;
+    const auto type = static_cast<uint32_t>(wire_read(msg, sizeof(uint16_t)));
+    const bool form_ok = (type & form_mask) == (form == wire_form_t::async ? FWX_NAT64_MSG_ASYNC : FWX_NAT64_MSG_SYNC);
+    const size_t header = form == wire_form_t::async ? sizeof(fwx_nat64_msg_hdr_t) : sizeof(fwx_nat64_sync_hdr_t);
+    const bool length_ok = size >= header + (has_selector(type) ? sizeof(uint32_t) : 0);
+    return form_ok && length_ok ? FWX_NAT64_MODEL_ERR_UNKNOWN : FWX_NAT64_MODEL_ERR_MALFORMED;
+}
+
+/* Judges a message's frame and counts it. */
+uint32_t admit(fwx_nat64_model_t &model, wire_form_t form, const void *msg, size_t size) {
+    const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
+    if (message != nullptr && message->form == form && wire_frame_ok(*message, msg, size)) {
+        ++model.commands;
+        return 0;
+    }
+    ++model.malformed;
+    return message == nullptr ? unknown_code(form, msg, size) : FWX_NAT64_MODEL_ERR_MALFORMED;
+}
+
+uint32_t take_armed_failure(fwx_nat64_model_t &model) {
+    if (model.armed_failures == 0) return 0;
+    --model.armed_failures;
+    return model.armed_code;
+}
+
+uint32_t init_code(uint32_t code) {
+    return code == FWX_NAT64_INIT_CODE ? 0 : FWX_NAT64_MODEL_ERR_VALUE;
+}
+
+uint32_t set_up_notifications(fwx_nat64_model_t &model, uint64_t client_id) {
+    client_t *client = model.clients.find(client_id);
+    if (client != nullptr) client->wants_notifications = true;
+    return 0;
+}
+
+/* Carries out a command whose whole answer is a result. */
+uint32_t carry_out(fwx_nat64_model_t &model, const request_t &request) {
+    switch (request.number()) {
+        case FWX_NAT64_MSG_UNSOL_SETUP:
+            return set_up_notifications(model, request.client);
+        case FWX_NAT64_MSG_INIT:
+            return init_code(request.read<fwx_nat64_init_msg_t>().init_code);
+        case FWX_NAT64_MSG_CONFIG:
+            return configure(model, request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code)),
+                             request.msg + offsetof(fwx_nat64_cfg_msg_t, payload));
+        default:
+            return 0; /* the client may send again; there is nothing to resume here */
+    }
+}
+
+/* Message number of the reply to a command whose whole answer is a result. */
+uint32_t result_number(const request_t &request) {
+    if (request.msg == nullptr || request.number() != FWX_NAT64_MSG_CONFIG) return FWX_NAT64_MSG_RESULT;
+    switch (request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code))) {
+        case FWX_NAT64_CFG_END_BATCH:
+            return FWX_NAT64_MSG_CGM_REPLY;
+        case FWX_NAT64_CFG_CLASSIFIER_UPDATE:
+            return FWX_NAT64_MSG_CGM_REPLY2;
+        default:
+            return FWX_NAT64_MSG_RESULT;
+    }
+}
+
+uint32_t answer_result(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+    if (code == 0) code = carry_out(model, request);
+    const fwx_nat64_reply_t reply = request.reply(result_number(request), code);
+    model.outbox.post(request.client, &reply, sizeof(reply));
+    return code;
+}
+
+uint32_t set_basic_rule(fwx_nat64_model_t &model, const fwx_nat64_bmr_msg_t &command, uint32_t code,
+                        fwx_nat64_mapt_reply_t *reply) {
+    reply->rule_id = command.rule_id;
+    reply->domain_id = command.domain_id;
+    reply->op = command.op;
+    return code == 0 ? model.rules.basic_set(command, reply) : code;
+}
+
+uint32_t set_default_rule(fwx_nat64_model_t &model, const request_t &request, uint32_t code,
+                          fwx_nat64_mapt_reply_t *reply) {
+    const auto rule = request.read<fwx_nat64_mapt_dmr_t>(offsetof(fwx_nat64_dmr_msg_t, dmr));
+    reply->rule_id = rule.id;
+    reply->rule_type = FWX_NAT64_MAPT_RULE_DMR;
+    reply->op = request.read<uint32_t>(offsetof(fwx_nat64_dmr_msg_t, op));
+    return code == 0 ? model.rules.default_set(reply->op, rule) : code;
+}
+
+uint32_t answer_rule(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+    fwx_nat64_mapt_reply_t reply{};
+    if (request.msg != nullptr) {
+        const bool is_basic =
+            request.read<uint32_t>(offsetof(fwx_nat64_bmr_msg_t, rule_type)) == FWX_NAT64_MAPT_RULE_BMR;
+        code = is_basic ? set_basic_rule(model, request.read<fwx_nat64_bmr_msg_t>(), code, &reply)
+                        : set_default_rule(model, request, code, &reply);
+    }
+    reply.reply = request.reply(FWX_NAT64_MSG_MAPT_RULE, code);
+    model.outbox.post(request.client, &reply, sizeof(reply));
+    return code;
+}
+
+uint32_t answer(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+    switch (request.number()) {
+        case FWX_NAT64_MSG_STATS_SYS:
+        case FWX_NAT64_MSG_STATS_INTF:
+        case FWX_NAT64_MSG_STATS_POOL_ALL:
+        case FWX_NAT64_MSG_STATS_MAPPING_ALL:
+        case FWX_NAT64_MSG_STATS_LIMIT_ALL:
+            return answer_statistics(model, request, code);
+        case FWX_NAT64_MSG_SESSION_WALK:
+            return model.walks.start(request, code);
+        case FWX_NAT64_MSG_MAPT_RULE:
+            return answer_rule(model, request, code);
+        default:
+            return answer_result(model, request, code);
+    }
+}
+
+void connected(void *ctx, fwx_host_peer_t *peer) {
+    model_of(ctx).clients.add(peer);
+}
+
+void disconnected(void *ctx, fwx_host_peer_t *peer) {
+    fwx_nat64_model_t &model = model_of(ctx);
+    const client_t *client = model.clients.find(peer);
+    if (client == nullptr) return;
+    model.outbox.forget(client->id);
+    model.walks.forget(client->id);
+    model.clients.remove(peer);
+}
+
+void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
+    fwx_nat64_model_t &model = model_of(ctx);
+    uint32_t code = admit(model, wire_form_t::async, msg, size);
+    const bool is_well_formed = code == 0;
+    const client_t *client = model.clients.find(peer);
+    /* Without an asynchronous header there is no context to answer to. */
+    if (client == nullptr || size < sizeof(fwx_nat64_msg_hdr_t)) return;
+    request_t request{client->id, {}, is_well_formed ? static_cast<const uint8_t *>(msg) : nullptr};
+    std::memcpy(&request.hdr, msg, sizeof(request.hdr));
+    if ((request.hdr.type & form_mask) != FWX_NAT64_MSG_ASYNC) return;
+    if (is_well_formed) code = take_armed_failure(model);
+    code = answer(model, request, code);
+    if (is_well_formed && code != 0) ++model.refused;
+}
+
+uint32_t carry_out_sync(fwx_nat64_model_t &model, const uint8_t *msg) {
+    const uint64_t type = wire_read(msg, sizeof(uint16_t));
+    if (type == (FWX_NAT64_MSG_SYNC | FWX_NAT64_MSG_INIT)) {
+        return init_code(
+            static_cast<uint32_t>(wire_read(msg + offsetof(fwx_nat64_sync_init_msg_t, init_code), sizeof(uint32_t))));
+    }
+    return configure(model,
+                     static_cast<uint32_t>(wire_read(msg + offsetof(fwx_nat64_ctrl_msg_t, op_code), sizeof(uint32_t))),
+                     msg + sizeof(fwx_nat64_ctrl_msg_t));
+}
+
+size_t asked(void *ctx, fwx_host_peer_t * /*peer*/, const void *msg, size_t size, void *reply, size_t reply_cap) {
+    fwx_nat64_model_t &model = model_of(ctx);
+    fwx_nat64_sync_reply_t answer{};
+    answer.result = admit(model, wire_form_t::sync, msg, size);
+    if (answer.result == 0) {
+        answer.result = take_armed_failure(model);
+        if (answer.result == 0) answer.result = carry_out_sync(model, static_cast<const uint8_t *>(msg));
+        if (answer.result != 0) ++model.refused;
+    }
+    if (model.outbox.silent || size < sizeof(uint16_t)) return 0;
+    answer.hdr.type = static_cast<uint16_t>(wire_read(msg, sizeof(uint16_t)));
+    answer.hdr.domain = FWX_NAT64_MSG_DOMAIN;
+    const size_t length = std::min(reply_cap, sizeof(answer));
+    std::memcpy(reply, &answer, length);
+    return length;
+}
+
+}  // namespace
+
+const fwx_host_server_ops_t model_server_ops = {connected, disconnected, received, asked};

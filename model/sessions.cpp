@@ -1,0 +1,136 @@
+#include "model/sessions.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fwx_host/loop.h"
+
+namespace {
+
+/* Identifiers: those of static mappings' sessions come before those of made ones, and 0 is none's. */
+constexpr uint64_t first_static_id = uint64_t{1} << 32;
+constexpr uint64_t first_made_id = uint64_t{2} << 32;
+
+constexpr uint32_t family_ipv6 = 1;
+constexpr uint32_t protocol_tcp = 6;
+constexpr uint32_t protocol_udp = 17;
+constexpr uint64_t made_destinations = 131072;
+constexpr uint64_t made_source_ports = 64512;
+
+uint32_t age_s(uint64_t since_ms) {
+    return static_cast<uint32_t>((fwx_host_clock_ms() - since_ms) / 1000);
+}
+
+bool lets_through(const address_t &wanted, const fwx_nat64_addr_t &record) {
+    return is_unspecified(wanted) || wanted == address_of(record);
+}
+
+bool lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) {
+    const bool protocol_ok = filter.protocol == 0 || filter.protocol == session.protocol;
+    return protocol_ok && lets_through(filter.src, session.src) && lets_through(filter.dst, session.dst);
+}
+
+void write_big_endian(uint32_t value, uint8_t *at) {
+    for (int i = 3; i >= 0; --i, value >>= 8) {
+        at[i] = static_cast<uint8_t>(value);
+    }
+}
+
+}  // namespace
+
+session_filter_t filter_of(const fwx_nat64_session_filter_t &record) {
+    return {record.value, address_of(record.src), address_of(record.dst)};
+}
+
+session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record) {
+    uint32_t protocol = 0;
+    std::memcpy(&protocol, record.opaque0, sizeof(protocol));
+    return {protocol, address_of(record.src), address_of(record.dst)};
+}
+
+void sessions_t::open_static(const fwx_nat64_smapping_t &mapping) {
+    statics[mapping.id] = {mapping.addr1, mapping.addr2, fwx_host_clock_ms()};
+}
+
+void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std::vector<uint32_t> pool_ids) {
+    made.assign(count, true);
+    made_live = count;
+    made_ms = fwx_host_clock_ms();
+    mappings = owners_t(std::move(mapping_ids));
+    pools = owners_t(std::move(pool_ids));
+    for (uint64_t n = 0; n < count; ++n) {
+        mappings.add(n, 1);
+        pools.add(n, 1);
+    }
+}
+
+void sessions_t::clear(const session_filter_t &filter) {
+    fwx_nat64_session_t session;
+    for (uint64_t from = 0; next(from, filter, &session); from = session.id + 1) {
+        if (session.id < first_made_id) {
+            statics.erase(session.mapping_id);
+        } else {
+            close_made(session.id - first_made_id);
+        }
+    }
+}
+
+bool sessions_t::next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session) const {
+    if (from < first_made_id) {
+        const auto start = from < first_static_id ? statics.begin()
+                                                  : statics.lower_bound(static_cast<uint32_t>(from - first_static_id));
+        for (auto it = start; it != statics.end(); ++it) {
+            *session = {};
+            session->id = first_static_id + it->first;
+            session->src = it->second.src;
+            session->dst = it->second.dst;
+            session->mapping_id = it->first;
+            session->age_s = age_s(it->second.opened_ms);
+            if (lets_through(filter, *session)) return true;
+        }
+        from = first_made_id;
+    }
+    for (uint64_t n = from - first_made_id; n < made.size(); ++n) {
+        if (!made[n]) continue;
+        *session = made_session(n);
+        if (lets_through(filter, *session)) return true;
+    }
+    return false;
+}
+
+uint64_t sessions_t::owners_t::count_of(uint32_t id) const {
+    const auto found = std::lower_bound(ids.begin(), ids.end(), id);
+    if (found == ids.end() || *found != id) return 0;
+    return live[static_cast<size_t>(found - ids.begin())];
+}
+
+void sessions_t::close_of(const owners_t &owners, uint32_t id) {
+    if (owners.count_of(id) == 0) return;
+    for (uint64_t n = 0; n < made.size(); ++n) {
+        if (made[n] && owners.of(n) == id) close_made(n);
+    }
+}
+
+void sessions_t::close_made(uint64_t n) {
+    made[n] = false;
+    --made_live;
+    mappings.add(n, UINT64_MAX); /* one less */
+    pools.add(n, UINT64_MAX);
+}
+
+fwx_nat64_session_t sessions_t::made_session(uint64_t n) const {
+    constexpr uint8_t network[] = {0x20, 0x01, 0x0d, 0xb8, 0x00, 0x64};
+    constexpr uint32_t first_destination = 0xc6120000; /* 198.18.0.0 */
+    fwx_nat64_session_t session{};
+    session.id = first_made_id + n;
+    session.src.family = family_ipv6;
+    std::copy(std::begin(network), std::end(network), session.src.addr);
+    write_big_endian(static_cast<uint32_t>(n), session.src.addr + sizeof(session.src.addr) - sizeof(uint32_t));
+    write_big_endian(first_destination + static_cast<uint32_t>(n % made_destinations), session.dst.addr);
+    session.src_port = static_cast<uint16_t>(1024 + n % made_source_ports);
+    session.dst_port = 443;
+    session.protocol = n % 2 == 0 ? protocol_tcp : protocol_udp;
+    session.mapping_id = mappings.of(n);
+    session.age_s = age_s(made_ms);
+    return session;
+}

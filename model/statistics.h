@@ -1,0 +1,11 @@
+/* Answers to the statistics queries. */
+#ifndef MODEL_STATISTICS_H
+#define MODEL_STATISTICS_H
+
+#include "model/state.h"
+
+fwx_nat64_stats_sys_entry_t totals_of(const fwx_nat64_model_t &model);
+/** Answers a query of type 4 to 8, with `code` when it is not 0. Returns the result of the command. */
+uint32_t answer_statistics(fwx_nat64_model_t &model, const request_t &request, uint32_t code);
+
+#endif

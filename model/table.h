@@ -1,0 +1,33 @@
+/* Entries by key, with the refusals that every kind of entry shares. */
+#ifndef MODEL_TABLE_H
+#define MODEL_TABLE_H
+
+#include <map>
+
+#include "model/model.h"
+
+template <typename key_t, typename value_t>
+struct table_t {
+    std::map<key_t, value_t> entries;
+
+    uint32_t add(const key_t &key, const value_t &value) {
+        return entries.emplace(key, value).second ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
+    }
+    uint32_t modify(const key_t &key, const value_t &value) {
+        const auto found = entries.find(key);
+        if (found == entries.end()) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+        found->second = value;
+        return 0;
+    }
+    uint32_t erase(const key_t &key) { return entries.erase(key) != 0 ? 0 : FWX_NAT64_MODEL_ERR_NO_ENTRY; }
+
+    /** Copies the entry of `key`; false when there is none. */
+    bool get(const key_t &key, value_t *value) const {
+        const auto found = entries.find(key);
+        if (found == entries.end()) return false;
+        *value = found->second;
+        return true;
+    }
+};
+
+#endif

@@ -1,0 +1,179 @@
+#include "model_fixture.h"
+
+namespace {
+
+constexpr uint32_t no_entry = FWX_NAT64_MODEL_ERR_NO_ENTRY, exists = FWX_NAT64_MODEL_ERR_EXISTS,
+                   no_pool = FWX_NAT64_MODEL_ERR_NO_POOL, value_refused = FWX_NAT64_MODEL_ERR_VALUE;
+
+struct step_t {
+    const char *what;
+    message_t command;
+    uint32_t result;
+};
+
+constexpr uint32_t net(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
+    return a | uint32_t{b} << 8 | uint32_t{c} << 16 | uint32_t{d} << 24;
+}
+
+message_t interface(uint32_t ifh, uint32_t valid_prefixes, uint8_t prefix_len) {
+    return config(1, 92, {ifh, 1, 0, valid_prefixes & 1, valid_prefixes & 2}).put<uint8_t>(75, prefix_len);
+}
+message_t prefix(uint32_t op_code, uint32_t add, uint8_t first_byte, uint8_t len, uint32_t kind) {
+    return config(op_code, 24, {add}).put<uint8_t>(40, first_byte).put<uint8_t>(55, len).put<uint32_t>(56, kind);
+}
+message_t pool(uint32_t id, uint32_t param, uint32_t id2, uint32_t start, uint32_t end) {
+    return config(4, 24, {id, param, 3, id2, start, end});
+}
+message_t range(uint32_t op_code, uint32_t id, uint32_t family, uint32_t start, uint32_t end, uint32_t one = 1) {
+    message_t msg = config(op_code, op_code == 6 ? 44 : 48, {id, family, start});
+    msg.put<uint32_t>(60, family).put<uint32_t>(64, end);
+    return op_code == 6 ? msg : msg.put<uint32_t>(80, one);
+}
+message_t logging(uint32_t op_code, uint32_t dest, uint16_t port) {
+    return config(op_code, 20, {dest, 0}).put<uint16_t>(44, port).put<uint32_t>(48, 1);
+}
+
+class config_t : public model_fixture_t {
+protected:
+    void take(const std::vector<step_t> &steps) {
+        for (const step_t &step : steps) {
+            EXPECT_EQ(result_of(step.command), step.result) << step.what;
+        }
+    }
+};
+
+TEST_F(config_t, keeps_settings_and_refuses_their_types) {
+    take({
+        {"timeout 0", config(14, 8, {0, 1}), value_refused},
+        {"timeout 1", config(14, 8, {1, 60}), 0},
+        {"timeout 7", config(14, 8, {7, 120}), 0},
+        {"timeout 8", config(14, 8, {8, 1}), value_refused},
+        {"no limit yet", config(16, 8, {1, 0}), no_entry},
+        {"limit", config(15, 8, {1, 5000}), 0},
+        {"limit again", config(15, 8, {1, 6000}), 0},
+        {"limit of type 2", config(15, 8, {2, 1}), value_refused},
+        {"delete of limit of type 2", config(16, 8, {2, 0}), value_refused},
+        {"no service yet", config(20, 12, {0, 1, 0}), no_entry},
+        {"service", config(20, 12, {1, 1, 9}), 0},
+        {"service of type 2", config(20, 12, {1, 2, 9}), value_refused},
+        {"service flag 2", config(20, 12, {2, 1, 9}), value_refused},
+        {"adjacency 0", config(26, 24, {0}), value_refused},
+        {"adjacency 13", config(26, 24, {13, 0, net(10, 0, 0, 1)}), 0},
+        {"adjacency 14", config(26, 24, {14}), value_refused},
+        {"replication", config(29, 12, {5, 1, 6}), 0},
+        {"replication whose word is 0", config(29, 12, {5, 0, 6}), value_refused},
+        {"settings", config(28, 16, {0x03020100, 0x07060504, 0, 0xff000000}), 0},
+    });
+    uint32_t value = 0;
+    EXPECT_TRUE(fwx_nat64_model_timeout(model_, 7, &value));
+    EXPECT_EQ(value, 120u);
+    EXPECT_FALSE(fwx_nat64_model_timeout(model_, 8, &value));
+    EXPECT_TRUE(fwx_nat64_model_limit(model_, 1, &value));
+    EXPECT_EQ(value, 6000u);
+    EXPECT_TRUE(fwx_nat64_model_service(model_, 1, &value));
+    EXPECT_EQ(value, 9u);
+    fwx_nat64_addr_t address{};
+    EXPECT_TRUE(fwx_nat64_model_adj(model_, 13, &address));
+    EXPECT_EQ(address.addr[0], 10u);
+    EXPECT_EQ(address.addr[3], 1u);
+    fwx_nat64_replication_t replication{};
+    EXPECT_TRUE(fwx_nat64_model_replication(model_, &replication));
+    EXPECT_EQ(replication.value2, 6u);
+    EXPECT_EQ(fwx_nat64_model_global_settings(model_).opaque[15], 0xff);
+
+    take({
+        {"replication taken back with its word set", config(31, 12, {5, 1, 6}), value_refused},
+        {"replication taken back", config(31, 12, {5, 0, 6}), 0},
+        {"limit deleted", config(16, 8, {1, 0}), 0},
+        {"service deleted", config(20, 12, {0, 1, 0}), 0},
+    });
+    EXPECT_FALSE(fwx_nat64_model_replication(model_, &replication));
+    EXPECT_FALSE(fwx_nat64_model_limit(model_, 1, &value));
+    EXPECT_FALSE(fwx_nat64_model_service(model_, 1, &value));
+}
+
+TEST_F(config_t, keeps_interfaces_and_global_prefixes) {
+    take({
+        {"interface", interface(5, 1, 96), 0},
+        {"interface set again", interface(5, 1, 64), 0},
+        {"prefix longer than an address", interface(6, 1, 129), value_refused},
+        {"the same where it is not valid", interface(6, 2, 129), 0},
+        {"NVI on an interface not yet set", config(2, 92, {7, 1, 1}), 0},
+        {"prefix of kind 1", prefix(3, 1, 0x20, 96, 1), 0},
+        {"the same again", prefix(3, 1, 0x20, 96, 1), 0},
+        {"another length", prefix(3, 1, 0x20, 64, 1), 0},
+        {"another kind", prefix(3, 1, 0x20, 96, 4), 0},
+        {"kind 2", prefix(27, 1, 0x20, 96, 2), 0},
+        {"kind 2 in the other command", prefix(3, 1, 0x20, 96, 2), value_refused},
+        {"kind 1 in the command of kind 2", prefix(27, 1, 0x20, 96, 1), value_refused},
+        {"kind 5", prefix(3, 1, 0x20, 96, 5), value_refused},
+        {"length 129", prefix(3, 1, 0x20, 129, 1), value_refused},
+        {"flag 2", prefix(3, 2, 0x20, 96, 1), value_refused},
+        {"delete of what is not there", prefix(3, 0, 0x30, 96, 1), no_entry},
+        {"delete", prefix(3, 0, 0x20, 64, 1), 0},
+        {"delete again", prefix(3, 0, 0x20, 64, 1), no_entry},
+    });
+    EXPECT_EQ(fwx_nat64_model_totals(model_).interfaces, 3u);
+    EXPECT_EQ(fwx_nat64_model_totals(model_).prefixes, 3u);
+}
+
+TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
+    const uint32_t first = net(192, 0, 2, 1), last = net(192, 0, 2, 254);
+    take({
+        {"static mapping", config(8, 84, {1}), 0},
+        {"the same id again", config(8, 84, {1}), exists},
+        {"delete of another", config(9, 8, {2, 1}), no_entry},
+        {"delete with a wrong second word", config(9, 8, {1, 0}), value_refused},
+        {"dynamic mapping of the same id", config(11, 80, {1, 0, 0, 7}), 0},
+        {"dynamic again", config(11, 80, {1, 0, 0, 7}), exists},
+        {"dynamic of type 8", config(11, 80, {2, 0, 0, 8}), value_refused},
+        {"dynamic of id 0", config(11, 80, {0, 0, 0, 1}), value_refused},
+        {"dynamic modified", config(13, 80, {1, 0, 0, 2}), 0},
+        {"modify of what is not there", config(13, 80, {2, 0, 0, 2}), no_entry},
+        {"dynamic delete of what is not there", config(12, 8, {2, 1}), no_entry},
+        {"pool", pool(1, 1, 1, first, last), 0},
+        {"pool modified", pool(1, 2, 1, first, first), 0},
+        {"pool whose end is before its start", pool(2, 1, 2, last, first), value_refused},
+        {"pool of id 0", pool(0, 1, 0, first, last), value_refused},
+        {"pool without param", pool(2, 0, 2, first, last), value_refused},
+        {"pool with two ids", pool(2, 1, 3, first, last), value_refused},
+        {"range of no pool", range(6, 9, 0, first, last), no_pool},
+        {"range outside the pool", range(6, 1, 0, net(203, 0, 113, 0), net(203, 0, 113, 9)), 0},
+        {"the same range again", range(6, 1, 0, net(203, 0, 113, 0), net(203, 0, 113, 9)), exists},
+        {"IPv6 range", range(6, 1, 1, 1, 1), 0},
+        {"range whose end is before its start", range(6, 1, 0, last, first), value_refused},
+        {"range of two families", range(6, 1, 0, first, last).put<uint32_t>(60, 1), value_refused},
+        {"delete of a range that is not there", range(7, 1, 0, first, last), no_entry},
+        {"delete of a range of no pool", range(7, 9, 0, first, last), no_pool},
+        {"delete with a wrong last word", range(7, 1, 1, 1, 1, 0), value_refused},
+        {"delete of a range", range(7, 1, 1, 1, 1), 0},
+        {"logging", logging(23, first, 2055), 0},
+        {"logging again", logging(23, first, 2055), exists},
+        {"logging to another port", logging(23, first, 2056), 0},
+        {"logging modified", logging(24, first, 2055), 0},
+        {"modify of what is not there", logging(24, last, 2055), no_entry},
+        {"logging to port 0", logging(23, first, 0), value_refused},
+        {"logging to nowhere", logging(23, 0, 2055), value_refused},
+        {"logging deleted", logging(25, first, 2056), 0},
+        {"delete again", logging(25, first, 2056), no_entry},
+    });
+    fwx_nat64_stats_sys_entry_t totals = fwx_nat64_model_totals(model_);
+    EXPECT_EQ(totals.static_mappings, 1u);
+    EXPECT_EQ(totals.dynamic_mappings, 1u);
+    EXPECT_EQ(totals.pools, 1u);
+    EXPECT_EQ(totals.pool_ranges, 1u);
+    EXPECT_EQ(totals.loggings, 1u);
+    EXPECT_EQ(totals.sessions, 1u) << "of the static mapping";
+
+    take({
+        {"pool deleted with its ranges", config(5, 8, {1, 1}), 0},
+        {"pool deleted again", config(5, 8, {1, 1}), no_entry},
+        {"static mapping deleted", config(9, 8, {1, 1}), 0},
+        {"dynamic mapping deleted", config(12, 8, {1, 1}), 0},
+    });
+    totals = fwx_nat64_model_totals(model_);
+    EXPECT_EQ(totals.static_mappings + totals.dynamic_mappings + totals.pools + totals.pool_ranges + totals.sessions,
+              0u);
+}
+
+}  // namespace

@@ -1,0 +1,175 @@
+/* A model and raw channels to it: messages go out and come back as bytes. */
+#ifndef TESTS_MODEL_MODEL_FIXTURE_H
+#define TESTS_MODEL_MODEL_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "fwx_host/fwx_host.h"
+#include "model/model.h"
+#include "platform/smc.h"
+
+/** Bytes of a message that is filled and read at literal offsets. */
+struct message_t : std::vector<uint8_t> {
+    using std::vector<uint8_t>::vector;
+
+    template <typename value_t>
+    message_t &put(size_t offset, value_t value) {
+        EXPECT_LE(offset + sizeof(value), size());
+        if (offset + sizeof(value) <= size()) std::memcpy(data() + offset, &value, sizeof(value));
+        return *this;
+    }
+    message_t &put(size_t offset, const std::vector<uint8_t> &bytes) {
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            put<uint8_t>(offset + i, bytes[i]);
+        }
+        return *this;
+    }
+    template <typename value_t>
+    value_t get(size_t offset) const {
+        value_t value{};
+        EXPECT_LE(offset + sizeof(value), size());
+        if (offset + sizeof(value) <= size()) std::memcpy(&value, data() + offset, sizeof(value));
+        return value;
+    }
+    uint16_t u16(size_t offset) const { return get<uint16_t>(offset); }
+    uint32_t u32(size_t offset) const { return get<uint32_t>(offset); }
+    uint64_t u64(size_t offset) const { return get<uint64_t>(offset); }
+    std::vector<uint8_t> part(size_t offset, size_t length) const {
+        EXPECT_LE(offset + length, size());
+        return offset + length <= size() ? std::vector<uint8_t>(data() + offset, data() + offset + length)
+                                         : std::vector<uint8_t>{};
+    }
+};
+
+/** An asynchronous command with context 0x1122334455667788 and epoch 0x0badcafe. */
+inline message_t command(uint16_t msgno, size_t size) {
+    message_t msg(size, 0);
+    return msg.put<uint16_t>(0, static_cast<uint16_t>(0xc000 | msgno))
+        .put<uint16_t>(2, 96)
+        .put<uint64_t>(16, 0x1122334455667788)
+        .put<uint32_t>(24, 0x0badcafe);
+}
+/** A configuration command with its 32-bit payload words. */
+inline message_t config(uint32_t op_code, size_t payload_size, const std::vector<uint32_t> &words = {}) {
+    message_t msg = command(3, payload_size + 40);
+    msg.put<uint32_t>(32, op_code);
+    for (size_t i = 0; i < words.size(); ++i) {
+        msg.put<uint32_t>(36 + 4 * i, words[i]);
+    }
+    return msg;
+}
+inline message_t sync_command(uint16_t msgno, size_t size) {
+    message_t msg(size, 0);
+    return msg.put<uint16_t>(0, static_cast<uint16_t>(0x8000 | msgno)).put<uint16_t>(2, 96);
+}
+
+class model_fixture_t : public testing::Test {
+protected:
+    void SetUp() override {
+        fwx_host_errors_get(&errors_before_);
+        loop_ = fwx_host_loop_create();
+        model_ = fwx_nat64_model_create(loop_, "model under test");
+        ASSERT_NE(model_, nullptr);
+        chan_ = open();
+    }
+
+    void TearDown() override {
+        for (smc_chan_t chan : channels_) {
+            smc_msg_chan_close(&chan);
+        }
+        fwx_host_loop_run_until_idle(loop_);
+        fwx_nat64_model_destroy(model_);
+        fwx_host_loop_destroy(loop_);
+        received.clear();
+        channel_errors = 0;
+        fwx_host_clock_run();
+        fwx_host_live_t live{};
+        fwx_host_live_get(&live);
+        EXPECT_EQ(live.memory_blocks + live.tx_buffers + live.channels, 0u);
+        fwx_host_errors_t errors{};
+        fwx_host_errors_get(&errors);
+        EXPECT_EQ(std::memcmp(&errors, &errors_before_, sizeof(errors)), 0) << "the platform dropped something";
+    }
+
+    smc_chan_t open() {
+        smc_chan_t chan = 0;
+        const auto event = reinterpret_cast<smc_event_t>(loop_);
+        EXPECT_EQ(smc_msg_chan_open("model under test", event, 0, on_error, &chan), 0u);
+        rx_.emplace_back(1 << 17);
+        EXPECT_EQ(smc_msg_rx_buffer_set(chan, rx_.back().data(), rx_.back().size(), nullptr), 0u);
+        for (uint16_t msgno = 0; msgno < 14; ++msgno) {
+            const uint16_t key[] = {static_cast<uint16_t>(0xc000 | msgno), 96};
+            EXPECT_EQ(smc_msg_handler_attach(chan, key, on_message, 0, key[0], key[1]), 0u);
+        }
+        channels_.push_back(chan);
+        fwx_host_loop_run_until_idle(loop_);
+        return chan;
+    }
+
+    void send(const message_t &msg) {
+        void *buffer = nullptr;
+        ASSERT_EQ(smc_msg_tx_buffer_alloc(msg.size(), &buffer), 0u);
+        std::memcpy(buffer, msg.data(), msg.size());
+        ASSERT_EQ(smc_async_msg_sends(chan_, buffer, buffer, msg.size(), on_done), 0u);
+    }
+
+    /** Sends a command and runs until nothing is left to do; what came back since the last call. */
+    std::vector<message_t> replies_to(const message_t &msg) {
+        received.clear();
+        send(msg);
+        return run();
+    }
+    std::vector<message_t> run() {
+        fwx_host_loop_run_until_idle(loop_);
+        std::vector<message_t> arrived;
+        arrived.swap(received);
+        return arrived;
+    }
+
+    /** The one reply to a command. */
+    message_t reply_to(const message_t &msg) {
+        const std::vector<message_t> replies = replies_to(msg);
+        EXPECT_EQ(replies.size(), 1u);
+        return replies.size() == 1 ? replies[0] : message_t(256, 0xff);
+    }
+    uint32_t result_of(const message_t &msg) { return reply_to(msg).u32(32); }
+
+    /** Answer to a synchronous command, empty when there is none. */
+    message_t ask(const message_t &msg) {
+        void *buffer = nullptr;
+        EXPECT_EQ(smc_msg_tx_buffer_alloc(msg.size(), &buffer), 0u);
+        std::memcpy(buffer, msg.data(), msg.size());
+        message_t answer(20, 0xee);
+        const uint32_t code = smc_sync_msg_send(chan_, buffer, msg.size(), answer.data(), answer.size());
+        smc_msg_tx_buffer_free(buffer);
+        return code == 0 ? answer : message_t{};
+    }
+
+    static void on_done(void *cookie, void *, uint32_t status) {
+        EXPECT_EQ(status, 0u);
+        smc_msg_tx_buffer_free(cookie);
+    }
+    static void on_error(void *) { ++channel_errors; }
+    static void on_message(void *, void *, void *msg, size_t size) {
+        const auto *bytes = static_cast<const uint8_t *>(msg);
+        received.emplace_back(bytes, bytes + size);
+    }
+
+    static inline std::vector<message_t> received;
+    static inline uint32_t channel_errors = 0;
+    fwx_host_loop_t *loop_ = nullptr;
+    fwx_nat64_model_t *model_ = nullptr;
+    smc_chan_t chan_ = 0;
+
+private:
+    std::vector<smc_chan_t> channels_;
+    std::list<std::vector<uint8_t>> rx_;
+    fwx_host_errors_t errors_before_{};
+};
+
+#endif

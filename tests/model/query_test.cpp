@@ -1,0 +1,244 @@
+#include "model_fixture.h"
+
+namespace {
+
+class query_t : public model_fixture_t {
+protected:
+    static message_t all(uint16_t msgno, uint32_t count, uint64_t cookie = 0) {
+        return command(msgno, 64).put<uint32_t>(36, 1).put<uint32_t>(44, count).put<uint64_t>(56, cookie);
+    }
+    static message_t walk(uint32_t count, uint32_t limit = 0, uint64_t cookie = 0) {
+        return command(9, 144).put<uint64_t>(32, cookie).put<uint32_t>(40, limit).put<uint32_t>(48, count);
+    }
+    void add_pools(uint32_t count) {
+        for (uint32_t id = 1; id <= count; ++id) {
+            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010200c0, 0x040200c0})), 0u);
+        }
+    }
+    void add_static(uint32_t id, uint32_t src, uint32_t dst) {
+        EXPECT_EQ(result_of(config(8, 84, {id}).put<uint32_t>(48, src).put<uint32_t>(84, dst)), 0u);
+    }
+    /** Sessions that a walk without filter gives. */
+    uint64_t walked(const message_t &request) {
+        uint64_t sessions = 0;
+        for (const message_t &reply : replies_to(request)) {
+            sessions += reply.u32(40);
+        }
+        return sessions;
+    }
+};
+
+TEST_F(query_t, gives_the_totals_as_one_record) {
+    add_pools(2);
+    add_static(1, 1, 2);
+    EXPECT_EQ(result_of(config(1, 92, {5, 1})), 0u);
+    const message_t reply = reply_to(command(4, 40));
+    ASSERT_EQ(reply.size(), 120u);
+    EXPECT_EQ(reply.u32(40), 0u);
+    const uint64_t totals[] = {1, 0, 1, 0, 2, 0, 0, 0, 1};
+    for (size_t i = 0; i < 9; ++i) {
+        EXPECT_EQ(reply.u64(48 + 8 * i), totals[i]) << i;
+    }
+}
+
+TEST_F(query_t, lists_interfaces_and_limits) {
+    message_t interface = config(1, 92, {5, 1, 0, 1, 7, 0});
+    EXPECT_EQ(result_of(interface.put<uint32_t>(120, 1).put<uint16_t>(124, 1500)), 0u);
+    EXPECT_EQ(result_of(config(2, 92, {6, 1, 1})), 0u);
+    EXPECT_EQ(result_of(config(15, 8, {1, 6000})), 0u);
+    fwx_nat64_model_sessions_generate(model_, 3);
+    const message_t interfaces = reply_to(command(5, 32));
+    ASSERT_EQ(interfaces.size(), 48u + 2 * 24);
+    EXPECT_EQ(interfaces.u32(44), 2u);
+    const uint32_t words[] = {5, 1, 0, 1500, 2, 0, 6, 1, 1, 0, 0, 0};
+    for (size_t i = 0; i < std::size(words); ++i) {
+        EXPECT_EQ(interfaces.u32(48 + 4 * i), words[i]) << i;
+    }
+    const message_t limits = reply_to(command(8, 56).put<uint32_t>(36, 1).put<uint32_t>(48, 10));
+    EXPECT_EQ(limits.u32(44), 1u);
+    EXPECT_EQ(limits.part(48, 16), (std::vector<uint8_t>{1, 0, 0, 0, 0x70, 0x17, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
+    add_pools(7);
+    fwx_nat64_model_reply_limit_set(model_, 3 * 24 + 23);
+    const std::vector<message_t> replies = replies_to(all(6, 100));
+    ASSERT_EQ(replies.size(), 3u);
+    const struct {
+        uint32_t more, entries;
+        uint64_t cookie;
+    } expected[] = {{2, 3, 4}, {1, 3, 7}, {0, 1, 0}};
+    for (size_t i = 0; i < replies.size(); ++i) {
+        EXPECT_EQ(replies[i].u32(40), expected[i].more);
+        EXPECT_EQ(replies[i].u64(48), expected[i].cookie);
+        EXPECT_EQ(replies[i].u32(56), expected[i].entries);
+        EXPECT_EQ(replies[i].size(), 64 + 24 * expected[i].entries);
+        EXPECT_EQ(replies[i].u32(64), 1 + 3 * i) << "first pool of the reply";
+    }
+}
+
+TEST_F(query_t, stops_at_the_count_and_goes_on_from_its_cookie) {
+    add_pools(5);
+    const message_t first = reply_to(all(6, 2));
+    EXPECT_EQ(first.u32(56), 2u);
+    EXPECT_EQ(first.u64(48), 3u);
+    const message_t rest = reply_to(all(6, 3, 3));
+    EXPECT_EQ(rest.u32(56), 3u);
+    EXPECT_EQ(rest.u64(48), 0u) << "complete";
+    EXPECT_EQ(rest.u32(64), 3u);
+}
+
+TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
+    add_pools(2); /* 192.0.2.1 to 192.0.2.4 */
+    message_t range = config(6, 44, {1, 1}).put<uint32_t>(60, 1);
+    EXPECT_EQ(result_of(range.put<uint8_t>(59, 1).put<uint8_t>(79, 9)), 0u); /* ::1 to ::9 */
+    fwx_nat64_model_sessions_generate(model_, 5);
+    message_t pools = reply_to(all(6, 10));
+    EXPECT_EQ(pools.u32(68), 1u);
+    EXPECT_EQ(pools.u64(72), 4u + 9u);
+    EXPECT_EQ(pools.u64(80), 3u);
+    EXPECT_EQ(pools.u64(96), 4u);
+    EXPECT_EQ(pools.u64(104), 2u);
+    EXPECT_EQ(result_of(config(6, 44, {1, 1}).put<uint32_t>(60, 1).put<uint8_t>(64, 0xff)), 0u); /* :: to ff00:: */
+    pools = reply_to(all(6, 10));
+    EXPECT_EQ(pools.u64(72), UINT64_MAX);
+    EXPECT_EQ(result_of(config(5, 8, {1, 1})), 0u);
+    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 2u) << "a pool's sessions end with it";
+}
+
+TEST_F(query_t, lists_static_mappings_before_dynamic_ones) {
+    add_static(9, 1, 2);
+    EXPECT_EQ(result_of(config(11, 80, {4})), 0u);
+    EXPECT_EQ(result_of(config(11, 80, {5})), 0u);
+    fwx_nat64_model_sessions_generate(model_, 3);
+    const message_t first = reply_to(all(7, 2));
+    EXPECT_EQ(first.part(64, 48), (std::vector<uint8_t>{9, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0,  //
+                                                        1, 0, 0, 0, 0, 0, 0, 0,                          //
+                                                        4, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0,  //
+                                                        2, 0, 0, 0, 0, 0, 0, 0}));
+    const message_t second = reply_to(all(7, 2, first.u64(48)));
+    EXPECT_EQ(second.u32(56), 1u);
+    EXPECT_EQ(second.u32(64), 5u);
+    EXPECT_EQ(second.u64(48), 0u);
+    EXPECT_EQ(result_of(config(12, 8, {4, 1})), 0u);
+    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 2u) << "a mapping's sessions end with it";
+}
+
+TEST_F(query_t, refuses_what_it_cannot_answer_with_zero_counts) {
+    const message_t cases[] = {all(6, 0),
+                               all(7, 0),
+                               all(7, 1).put<uint32_t>(36, 2),
+                               all(6, 1).put<uint32_t>(40, 1),
+                               command(8, 56).put<uint32_t>(36, 1),
+                               walk(0)};
+    for (const message_t &request : cases) {
+        const message_t reply = reply_to(request);
+        EXPECT_EQ(reply.u16(0), request.u16(0));
+        EXPECT_EQ(reply.u32(32), FWX_NAT64_MODEL_ERR_VALUE);
+        EXPECT_EQ(reply.u32(40), 0u);
+    }
+    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, std::size(cases));
+}
+
+TEST_F(query_t, makes_the_same_sessions_every_time) {
+    fwx_nat64_model_sessions_generate(model_, 70000);
+    const message_t page = reply_to(walk(1, 1, (uint64_t{2} << 32) + 65537));
+    EXPECT_EQ(page.part(72, 64),
+              (std::vector<uint8_t>{0x01, 0x00, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00,                 //
+                                    1,    0,    0,    0,    0x20, 0x01, 0x0d, 0xb8, 0, 0x64, 0, 0,  //
+                                    0,    0,    0,    0,    0x00, 0x01, 0x00, 0x01,                 //
+                                    0,    0,    0,    0,    198,  19,   0,    1,    0, 0,    0, 0,  //
+                                    0,    0,    0,    0,    0,    0,    0,    0,                    //
+                                    0x01, 0x08, 0xbb, 0x01, 17,   0,    0,    0,                    //
+                                    0,    0,    0,    0,    0,    0,    0,    0}));
+    fwx_nat64_model_sessions_generate(model_, UINT64_MAX);
+    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 1000000u);
+}
+
+TEST_F(query_t, walks_sessions_page_by_page) {
+    add_static(3, 0x0100000a, 0x0200000a);
+    fwx_nat64_model_sessions_generate(model_, 6);
+    const std::vector<message_t> pages = replies_to(walk(3));
+    ASSERT_EQ(pages.size(), 3u);
+    const uint32_t counts[] = {3, 3, 1}, more[] = {1, 1, 0};
+    for (size_t i = 0; i < pages.size(); ++i) {
+        EXPECT_EQ(pages[i].u32(40), counts[i]);
+        EXPECT_EQ(pages[i].u32(48), more[i]);
+        EXPECT_EQ(pages[i].u32(52), 0u) << "not stopped";
+        EXPECT_EQ(pages[i].u32(64), 0u);
+        EXPECT_EQ(pages[i].size(), 72 + 64 * counts[i]);
+    }
+    EXPECT_EQ(pages[0].part(84, 4), (std::vector<uint8_t>{10, 0, 0, 1})) << "the static mapping's source";
+    EXPECT_EQ(pages[0].u32(72 + 56), 3u) << "and its mapping";
+    EXPECT_EQ(pages[1].u64(72), pages[0].u64(56)) << "the cookie is where the next page starts";
+    EXPECT_EQ(pages[2].u64(56), 0u);
+    EXPECT_EQ(walked(walk(3, 0, pages[1].u64(56))), 1u);
+}
+
+TEST_F(query_t, sends_the_next_page_only_when_the_one_before_is_out) {
+    fwx_nat64_model_sessions_generate(model_, 1000);
+    fwx_nat64_model_hold(model_);
+    EXPECT_TRUE(replies_to(walk(10)).empty());
+    EXPECT_EQ(fwx_nat64_model_counts(model_).held, 1u);
+    fwx_nat64_model_release(model_, fwx_nat64_model_order_t::in_order);
+    EXPECT_EQ(run().size(), 100u);
+}
+
+TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
+    fwx_nat64_model_sessions_generate(model_, 10);
+    const std::vector<message_t> pages = replies_to(walk(4, 6));
+    ASSERT_EQ(pages.size(), 2u);
+    EXPECT_EQ(pages[0].u32(52), 0u);
+    EXPECT_EQ(pages[1].u32(40), 2u);
+    EXPECT_EQ(pages[1].u32(48), 0u);
+    EXPECT_EQ(pages[1].u32(52), 1u);
+    EXPECT_EQ(walked(walk(4, 0, pages[1].u64(56))), 4u) << "the rest";
+    EXPECT_EQ(replies_to(walk(5, 10)).back().u32(52), 0u) << "a limit that all sessions fit is no early end";
+}
+
+TEST_F(query_t, keeps_pages_within_the_reply_limit) {
+    fwx_nat64_model_sessions_generate(model_, 5);
+    fwx_nat64_model_reply_limit_set(model_, 2 * 64);
+    EXPECT_EQ(replies_to(walk(100)).size(), 3u);
+    fwx_nat64_model_reply_limit_set(model_, 1);
+    EXPECT_EQ(replies_to(walk(100)).size(), 5u) << "one session a reply is the least";
+}
+
+TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
+    add_static(1, 0x0100000a, 0x0200000a);
+    add_static(2, 0x0500000a, 0x0200000a);
+    fwx_nat64_model_sessions_generate(model_, 100);
+    EXPECT_EQ(walked(walk(7)), 102u);
+    EXPECT_EQ(walked(walk(7).put<uint32_t>(56, 17)), 50u);
+    EXPECT_EQ(walked(walk(7).put<uint32_t>(76, 0x0100000a)), 1u);
+    EXPECT_EQ(walked(walk(7).put<uint32_t>(76, 0x0900000a)), 0u);
+    message_t by_ipv6 = walk(7).put<uint32_t>(72, 1);
+    EXPECT_EQ(walked(by_ipv6.put(76, {0x20, 0x01, 0x0d, 0xb8, 0, 0x64, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42})), 1u);
+
+    EXPECT_EQ(result_of(config(19, 104, {17})), 0u);
+    EXPECT_EQ(walked(walk(7)), 52u);
+    EXPECT_EQ(result_of(config(19, 104, {0, 0, 0x0100000a})), 0u);
+    EXPECT_EQ(walked(walk(7)), 51u);
+    EXPECT_EQ(result_of(config(19, 104).put<uint32_t>(64, 0x0200000a)), 0u);
+    EXPECT_EQ(walked(walk(7)), 50u);
+    EXPECT_EQ(result_of(config(19, 104)), 0u);
+    const message_t empty = reply_to(walk(7));
+    EXPECT_EQ(empty.u32(40) + empty.u32(48) + empty.u32(52), 0u);
+    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 0u);
+}
+
+TEST_F(query_t, ends_the_walks_of_a_client_that_goes_and_of_a_silent_server) {
+    fwx_nat64_model_sessions_generate(model_, 1000);
+    fwx_nat64_model_silent_set(model_, true);
+    EXPECT_TRUE(replies_to(walk(10)).empty());
+    fwx_nat64_model_silent_set(model_, false);
+    EXPECT_TRUE(run().empty());
+    send(walk(10));
+    fwx_host_loop_process(loop_);
+    fwx_nat64_model_drop_clients(model_);
+    run();
+    EXPECT_EQ(fwx_nat64_model_counts(model_).clients, 0u);
+    EXPECT_LT(fwx_nat64_model_counts(model_).replies, 100u);
+}
+
+}  // namespace

@@ -1,0 +1,137 @@
+#include "wire/messages.h"
+
+#include <array>
+#include <cstring>
+#include <iterator>
+
+#include "wire/command_messages.h"
+#include "wire/config_messages.h"
+#include "wire/server_messages.h"
+
+namespace {
+
+template <size_t... n>
+constexpr auto concatenate(const wire_message_t (&...tables)[n]) {
+    std::array<wire_message_t, (n + ...)> all{};
+    size_t filled = 0;
+    const auto append = [&](const auto &table) {
+        for (const wire_message_t &message : table) {
+            all[filled++] = message;
+        }
+    };
+    (append(tables), ...);
+    return all;
+}
+
+constexpr auto messages = concatenate(wire_command_messages, wire_config_messages, wire_server_messages);
+
+constexpr bool fields_ascend_within(const wire_field_t *fields, size_t count, size_t start, size_t end) {
+    for (size_t i = 0; i < count; ++i) {
+        if (fields[i].width == 0 || fields[i].offset < start) return false;
+        start = size_t{fields[i].offset} + fields[i].width;
+    }
+    return start <= end;
+}
+
+constexpr bool is_sane(const wire_message_t &message) {
+    const bool selector_fits = message.selector_offset + sizeof(uint32_t) <= message.size;
+    const bool count_fits = message.entry_count_offset + sizeof(uint32_t) <= message.size;
+    return message.msgno < FWX_NAT64_MSG_MAX && selector_fits && count_fits &&
+           (message.selector == wire_no_selector) == (message.selector_offset == 0) &&
+           fields_ascend_within(message.fields, message.field_count, sizeof(fwx_nat64_sync_hdr_t), message.size) &&
+           fields_ascend_within(message.entry_fields, message.entry_field_count, 0, message.entry_size);
+}
+
+constexpr bool same_route(const wire_message_t &a, const wire_message_t &b) {
+    return a.direction == b.direction && a.form == b.form && a.msgno == b.msgno;
+}
+
+/* Messages of one number must be told apart by selectors at one place. */
+constexpr bool all_are_told_apart() {
+    for (size_t i = 0; i < messages.size(); ++i) {
+        for (size_t j = 0; j < i; ++j) {
+            if (!same_route(messages[i], messages[j])) continue;
+            const bool distinct = messages[i].selector != messages[j].selector;
+            if (!distinct || messages[i].selector_offset != messages[j].selector_offset) return false;
+        }
+    }
+    return true;
+}
+
+constexpr bool all_are_sane() {
+    for (const wire_message_t &message : messages) {
+        if (!is_sane(message)) return false;
+    }
+    return true;
+}
+
+static_assert(all_are_sane(), "a field, selector or entry of a message lies outside its message or over another");
+static_assert(all_are_told_apart(), "two messages have the same type word and selector");
+
+uint32_t type_word(const wire_message_t &message) {
+    return (message.form == wire_form_t::async ? FWX_NAT64_MSG_ASYNC : FWX_NAT64_MSG_SYNC) | message.msgno;
+}
+
+}  // namespace
+
+const wire_message_t *wire_messages(size_t *count) {
+    *count = messages.size();
+    return messages.data();
+}
+
+const wire_message_t *wire_find(wire_direction_t direction, const void *msg, size_t size) {
+    if (size < sizeof(uint16_t)) return nullptr;
+    const auto *bytes = static_cast<const uint8_t *>(msg);
+    const uint64_t type = wire_read(bytes, sizeof(uint16_t));
+    for (const wire_message_t &message : messages) {
+        if (message.direction != direction || type_word(message) != type) continue;
+        if (message.selector == wire_no_selector) return &message;
+        if (size < message.selector_offset + sizeof(uint32_t)) return nullptr;
+        const uint64_t selector = wire_read(bytes + message.selector_offset, sizeof(uint32_t));
+        if (selector == static_cast<uint32_t>(message.selector)) return &message;
+    }
+    return nullptr;
+}
+
+bool wire_frame_ok(const wire_message_t &message, const void *msg, size_t size) {
+    const bool may_be_longer = message.open_ended || message.entry_name != nullptr;
+    const bool length_ok = may_be_longer ? size >= message.size : size == message.size;
+    if (!length_ok) return false;
+    const auto *bytes = static_cast<const uint8_t *>(msg);
+    return wire_read(bytes + offsetof(fwx_nat64_sync_hdr_t, type), sizeof(uint16_t)) == type_word(message) &&
+           wire_read(bytes + offsetof(fwx_nat64_sync_hdr_t, domain), sizeof(uint16_t)) == FWX_NAT64_MSG_DOMAIN;
+}
+
+uint64_t wire_read(const void *at, size_t width) {
+    uint64_t value = 0;
+    std::memcpy(&value, at, width);
+    return value;
+}
+
+const char *wire_kind_name(wire_kind_t kind) {
+    switch (kind) {
+        case wire_kind_t::number:
+            return "number";
+        case wire_kind_t::hex:
+            return "hexadecimal number";
+        case wire_kind_t::flag:
+            return "flag";
+        case wire_kind_t::operation:
+            return "operation";
+        case wire_kind_t::code:
+            return "result code";
+        case wire_kind_t::bytes:
+            return "bytes";
+        case wire_kind_t::ipv4:
+            return "IPv4 address";
+        case wire_kind_t::ipv4_swapped:
+            return "IPv4 prefix, last byte first";
+        case wire_kind_t::ipv6_swapped:
+            return "IPv6 prefix, last byte first";
+        case wire_kind_t::address:
+            return "address record";
+        case wire_kind_t::prefix:
+            return "prefix record";
+    }
+    return "";
+}

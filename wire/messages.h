@@ -1,0 +1,78 @@
+/*
+ * The description of every message between the library and the server, in both directions.
+ *
+ * Offsets and widths come from the structs of fwx_nat64/wire.h, so the description cannot drift from them. The server
+ * model checks frames with it, natctl decodes with it, and the protocol page is written from it.
+ */
+#ifndef WIRE_MESSAGES_H
+#define WIRE_MESSAGES_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "fwx_nat64/wire.h"
+
+enum class wire_direction_t : uint8_t { to_server, to_client };
+enum class wire_form_t : uint8_t { async, sync };
+
+/** How the bytes of a field read. Numbers are little-endian unless the kind says otherwise. */
+enum class wire_kind_t : uint8_t {
+    number,       /* 1, 2, 4 or 8 bytes, shown in decimal */
+    hex,          /* a number shown in hexadecimal */
+    flag,         /* a number, 0 or not */
+    operation,    /* 1 add, 2 modify, 3 delete */
+    code,         /* a result code */
+    bytes,        /* opaque bytes */
+    ipv4,         /* an IPv4 address in network order */
+    ipv4_swapped, /* four address bytes, last byte first */
+    ipv6_swapped, /* the first eight bytes of an IPv6 prefix, last byte first */
+    address,      /* a fwx_nat64_addr_t whose IPv4 address is in network order */
+    prefix,       /* a fwx_nat64_prefix_t without its kind: 16 bytes */
+};
+
+struct wire_field_t {
+    const char *name; /* stable: also the JSON key */
+    uint16_t offset;  /* from the start of the message, or of the entry */
+    uint16_t width;   /* bytes */
+    wire_kind_t kind;
+};
+
+/** No selector: the message number alone names the message. */
+constexpr int32_t wire_no_selector = -1;
+
+struct wire_message_t {
+    const char *name; /* stable, lower case with underscores */
+    const char *purpose;
+    const wire_field_t *fields; /* ascending; the first one is the selector if there is one */
+    size_t field_count;
+    const char *entry_name; /* repeated records behind the fixed part, null without */
+    const wire_field_t *entry_fields;
+    size_t entry_field_count;
+    int32_t selector; /* value of the op code, rule type or event, or wire_no_selector */
+    uint32_t size;    /* exact length; least length if there are entries or it is `open_ended` */
+    uint16_t msgno;
+    uint16_t selector_offset; /* of the 32-bit selector; 0 without one */
+    uint16_t entry_offset;
+    uint16_t entry_size;
+    uint16_t entry_count_offset; /* of the 32-bit number of entries; 0: exactly one when result is 0 */
+    wire_direction_t direction;
+    wire_form_t form;
+    bool open_ended; /* longer messages are well formed */
+};
+
+/** All messages; the table lives as long as the program. */
+const wire_message_t *wire_messages(size_t *count);
+
+/** The message that these bytes are by type word and selector, or null; its length is not judged. */
+const wire_message_t *wire_find(wire_direction_t direction, const void *msg, size_t size);
+
+/** Whether the length, type word and domain of these bytes are those of `message`. */
+bool wire_frame_ok(const wire_message_t &message, const void *msg, size_t size);
+
+/** Reads a little-endian number of 1, 2, 4 or 8 bytes. Requires: the bytes are there. */
+uint64_t wire_read(const void *at, size_t width);
+
+/** Name of a kind as the protocol page shows it. */
+const char *wire_kind_name(wire_kind_t kind);
+
+#endif

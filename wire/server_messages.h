@@ -1,0 +1,187 @@
+/* Everything the server sends: replies, synchronous answers, unsolicited notifications. */
+#ifndef WIRE_SERVER_MESSAGES_H
+#define WIRE_SERVER_MESSAGES_H
+
+#include "wire/field.h"
+
+namespace wire_server {
+
+#define RESULT WIRE_FIELD("result", fwx_nat64_reply_t, result, code)
+
+constexpr wire_field_t result[] = {RESULT};
+constexpr wire_field_t sync_result[] = {WIRE_FIELD("result", fwx_nat64_sync_reply_t, result, code)};
+constexpr wire_field_t stats_sys[] = {RESULT, WIRE_FIELD("more", fwx_nat64_stats_sys_reply_t, more, number)};
+constexpr wire_field_t stats_intf[] = {
+    RESULT,
+    WIRE_FIELD("more", fwx_nat64_stats_intf_reply_t, more, number),
+    WIRE_FIELD("value", fwx_nat64_stats_intf_reply_t, value, number),
+};
+constexpr wire_field_t stats_all[] = {
+    RESULT,
+    WIRE_FIELD("more", fwx_nat64_stats_all_reply_t, more, number),
+    WIRE_FIELD("value", fwx_nat64_stats_all_reply_t, value, hex),
+    WIRE_FIELD("value2", fwx_nat64_stats_all_reply_t, value2, number),
+};
+constexpr wire_field_t session_walk[] = {
+    RESULT,
+    WIRE_FIELD("count", fwx_nat64_sess_walk_reply_t, count, number),
+    WIRE_FIELD("more", fwx_nat64_sess_walk_reply_t, more, flag),
+    WIRE_FIELD("stopped", fwx_nat64_sess_walk_reply_t, stopped, flag),
+    WIRE_FIELD("value", fwx_nat64_sess_walk_reply_t, value, hex),
+    WIRE_FIELD("value2", fwx_nat64_sess_walk_reply_t, value2, number),
+};
+constexpr wire_field_t mapt_rule[] = {
+    RESULT,
+    WIRE_FIELD("rule_id", fwx_nat64_mapt_reply_t, rule_id, number),
+    WIRE_FIELD("domain_id", fwx_nat64_mapt_reply_t, domain_id, number),
+    WIRE_FIELD("rule_type", fwx_nat64_mapt_reply_t, rule_type, number),
+    WIRE_FIELD("op", fwx_nat64_mapt_reply_t, op, operation),
+    WIRE_FIELD("cleanup", fwx_nat64_mapt_reply_t, cleanup, flag),
+    WIRE_FIELD("bmr_index", fwx_nat64_mapt_reply_t, bmr_index, number),
+};
+
+constexpr wire_field_t sys_entry[] = {
+    WIRE_FIELD("interfaces", fwx_nat64_stats_sys_entry_t, interfaces, number),
+    WIRE_FIELD("prefixes", fwx_nat64_stats_sys_entry_t, prefixes, number),
+    WIRE_FIELD("static_mappings", fwx_nat64_stats_sys_entry_t, static_mappings, number),
+    WIRE_FIELD("dynamic_mappings", fwx_nat64_stats_sys_entry_t, dynamic_mappings, number),
+    WIRE_FIELD("pools", fwx_nat64_stats_sys_entry_t, pools, number),
+    WIRE_FIELD("pool_ranges", fwx_nat64_stats_sys_entry_t, pool_ranges, number),
+    WIRE_FIELD("loggings", fwx_nat64_stats_sys_entry_t, loggings, number),
+    WIRE_FIELD("rules", fwx_nat64_stats_sys_entry_t, rules, number),
+    WIRE_FIELD("sessions", fwx_nat64_stats_sys_entry_t, sessions, number),
+};
+constexpr wire_field_t intf_entry[] = {
+    WIRE_FIELD("ifh", fwx_nat64_stats_intf_entry_t, ifh, number),
+    WIRE_FIELD("enabled", fwx_nat64_stats_intf_entry_t, enabled, flag),
+    WIRE_FIELD("nvi", fwx_nat64_stats_intf_entry_t, nvi, flag),
+    WIRE_FIELD("mtu", fwx_nat64_stats_intf_entry_t, mtu, number),
+    WIRE_FIELD("prefixes", fwx_nat64_stats_intf_entry_t, prefixes, number),
+};
+constexpr wire_field_t limit_entry[] = {
+    WIRE_FIELD("type", fwx_nat64_stats_limit_entry_t, type, number),
+    WIRE_FIELD("value", fwx_nat64_stats_limit_entry_t, value, number),
+    WIRE_FIELD("in_use", fwx_nat64_stats_limit_entry_t, in_use, number),
+};
+constexpr wire_field_t pool_entry[] = {
+    WIRE_FIELD("id", fwx_nat64_stats_pool_entry_t, id, number),
+    WIRE_FIELD("ranges", fwx_nat64_stats_pool_entry_t, ranges, number),
+    WIRE_FIELD("addresses", fwx_nat64_stats_pool_entry_t, addresses, number),
+    WIRE_FIELD("sessions", fwx_nat64_stats_pool_entry_t, sessions, number),
+};
+constexpr wire_field_t mapping_entry[] = {
+    WIRE_FIELD("id", fwx_nat64_stats_mapping_entry_t, id, number),
+    WIRE_FIELD("kind", fwx_nat64_stats_mapping_entry_t, kind, number),
+    WIRE_FIELD("active", fwx_nat64_stats_mapping_entry_t, active, flag),
+    WIRE_FIELD("sessions", fwx_nat64_stats_mapping_entry_t, sessions, number),
+};
+constexpr wire_field_t session_entry[] = {
+    WIRE_FIELD("id", fwx_nat64_session_t, id, hex),
+    WIRE_FIELD("src", fwx_nat64_session_t, src, address),
+    WIRE_FIELD("dst", fwx_nat64_session_t, dst, address),
+    WIRE_FIELD("src_port", fwx_nat64_session_t, src_port, number),
+    WIRE_FIELD("dst_port", fwx_nat64_session_t, dst_port, number),
+    WIRE_FIELD("protocol", fwx_nat64_session_t, protocol, number),
+    WIRE_FIELD("mapping_id", fwx_nat64_session_t, mapping_id, number),
+    WIRE_FIELD("age_s", fwx_nat64_session_t, age_s, number),
+};
+
+#define EVENT WIRE_FIELD("event", fwx_nat64_unsol_msg_t, event, number)
+
+constexpr wire_field_t unsol_bare[] = {EVENT};
+constexpr wire_field_t unsol_record[] = {
+    EVENT,
+    WIRE_FIELD("word2", fwx_nat64_unsol_record_msg_t, word2, number),
+    WIRE_FIELD("word1", fwx_nat64_unsol_record_msg_t, word1, number),
+    WIRE_FIELD("word3", fwx_nat64_unsol_record_msg_t, word3, number),
+    WIRE_FIELD("add", fwx_nat64_unsol_record_msg_t, add, flag),
+};
+constexpr wire_field_t unsol_mapping[] = {
+    EVENT,
+    WIRE_FIELD("id", fwx_nat64_unsol_mapping_msg_t, id, number),
+    WIRE_FIELD("value", fwx_nat64_unsol_mapping_msg_t, value, number),
+    WIRE_FIELD("inactive", fwx_nat64_unsol_mapping_msg_t, inactive, flag),
+};
+constexpr wire_field_t unsol_debug[] = {
+    EVENT,
+    WIRE_FIELD("selector", fwx_nat64_unsol_debug_msg_t, selector, number),
+    WIRE_FIELD("on", fwx_nat64_unsol_debug_msg_t, on, flag),
+};
+
+#undef EVENT
+#undef RESULT
+
+template <size_t n>
+constexpr wire_message_t bare_reply(const char *name, const char *purpose, uint32_t msgno,
+                                    const wire_field_t (&fields)[n]) {
+    return wire_message(name, purpose, wire_reply(msgno), wire_unselected, FWX_NAT64_REPLY_MIN_SIZE, fields, n,
+                        wire_no_entry, true);
+}
+template <size_t n>
+constexpr wire_message_t entry_reply(const char *name, const char *purpose, uint32_t msgno,
+                                     const wire_field_t (&fields)[n], wire_entry_t entry) {
+    return wire_message(name, purpose, wire_reply(msgno), wire_unselected, entry.offset, fields, n, entry);
+}
+template <size_t n>
+constexpr wire_message_t notification(const char *name, const char *purpose, uint32_t event, size_t least_size,
+                                      const wire_field_t (&fields)[n]) {
+    return wire_message(name, purpose, wire_reply(FWX_NAT64_MSG_UNSOL_SETUP),
+                        {offsetof(fwx_nat64_unsol_msg_t, event), static_cast<int32_t>(event)}, least_size, fields, n,
+                        wire_no_entry, true);
+}
+
+}  // namespace wire_server
+
+constexpr wire_message_t wire_server_messages[] = {
+    wire_server::bare_reply("result", "result of a command", FWX_NAT64_MSG_RESULT, wire_server::result),
+    wire_server::entry_reply("stats_sys_reply", "system statistics", FWX_NAT64_MSG_STATS_SYS, wire_server::stats_sys,
+                             wire_entry<fwx_nat64_stats_sys_entry_t>("system", sizeof(fwx_nat64_stats_sys_reply_t), 0,
+                                                                     wire_server::sys_entry)),
+    wire_server::entry_reply(
+        "stats_intf_reply", "statistics of interfaces", FWX_NAT64_MSG_STATS_INTF, wire_server::stats_intf,
+        wire_entry<fwx_nat64_stats_intf_entry_t>("interfaces", sizeof(fwx_nat64_stats_intf_reply_t),
+                                                 offsetof(fwx_nat64_stats_intf_reply_t, value),
+                                                 wire_server::intf_entry)),
+    wire_server::entry_reply("stats_pool_all_reply", "statistics of pools", FWX_NAT64_MSG_STATS_POOL_ALL,
+                             wire_server::stats_all,
+                             wire_entry<fwx_nat64_stats_pool_entry_t>("pools", sizeof(fwx_nat64_stats_all_reply_t),
+                                                                      offsetof(fwx_nat64_stats_all_reply_t, value2),
+                                                                      wire_server::pool_entry)),
+    wire_server::entry_reply(
+        "stats_mapping_all_reply", "statistics of mappings", FWX_NAT64_MSG_STATS_MAPPING_ALL, wire_server::stats_all,
+        wire_entry<fwx_nat64_stats_mapping_entry_t>("mappings", sizeof(fwx_nat64_stats_all_reply_t),
+                                                    offsetof(fwx_nat64_stats_all_reply_t, value2),
+                                                    wire_server::mapping_entry)),
+    wire_server::entry_reply("stats_limit_all_reply", "statistics of limits", FWX_NAT64_MSG_STATS_LIMIT_ALL,
+                             wire_server::stats_intf,
+                             wire_entry<fwx_nat64_stats_limit_entry_t>("limits", sizeof(fwx_nat64_stats_intf_reply_t),
+                                                                       offsetof(fwx_nat64_stats_intf_reply_t, value),
+                                                                       wire_server::limit_entry)),
+    wire_server::entry_reply(
+        "session_walk_reply", "sessions of a walk", FWX_NAT64_MSG_SESSION_WALK, wire_server::session_walk,
+        wire_entry<fwx_nat64_session_t>("sessions", sizeof(fwx_nat64_sess_walk_reply_t),
+                                        offsetof(fwx_nat64_sess_walk_reply_t, count), wire_server::session_entry)),
+    wire_server::bare_reply("end_batch_reply", "result of the end of a classifier batch", FWX_NAT64_MSG_CGM_REPLY,
+                            wire_server::result),
+    wire_server::bare_reply("classifier_update_reply", "result of a classifier update", FWX_NAT64_MSG_CGM_REPLY2,
+                            wire_server::result),
+    wire_message("mapt_reply", "outcome of a MAP-T rule command", wire_reply(FWX_NAT64_MSG_MAPT_RULE), wire_unselected,
+                 sizeof(fwx_nat64_mapt_reply_t), wire_server::mapt_rule, std::size(wire_server::mapt_rule)),
+    wire_message("sync_init_answer", "answer to the client's announcement", wire_answer(FWX_NAT64_MSG_INIT),
+                 wire_unselected, sizeof(fwx_nat64_sync_reply_t), wire_server::sync_result,
+                 std::size(wire_server::sync_result)),
+    wire_message("ctrl_answer", "answer to a control command", wire_answer(FWX_NAT64_MSG_CONFIG), wire_unselected,
+                 sizeof(fwx_nat64_sync_reply_t), wire_server::sync_result, std::size(wire_server::sync_result)),
+    wire_server::notification("unsol_record", "a record was added or deleted", FWX_NAT64_UNSOL_RECORD,
+                              FWX_NAT64_UNSOL_RECORD_MIN_SIZE, wire_server::unsol_record),
+    wire_server::notification("unsol_event", "something happened", FWX_NAT64_UNSOL_EVENT, sizeof(fwx_nat64_unsol_msg_t),
+                              wire_server::unsol_bare),
+    wire_server::notification("unsol_wakeup", "the server takes commands again", FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP,
+                              sizeof(fwx_nat64_unsol_msg_t), wire_server::unsol_bare),
+    wire_server::notification("unsol_mapping", "a mapping has changed", FWX_NAT64_UNSOL_MAPPING,
+                              FWX_NAT64_UNSOL_MAPPING_MIN_SIZE, wire_server::unsol_mapping),
+    wire_server::notification("unsol_debug", "switches debug classes of the client", FWX_NAT64_UNSOL_DEBUG,
+                              sizeof(fwx_nat64_unsol_debug_msg_t), wire_server::unsol_debug),
+};
+
+#endif
