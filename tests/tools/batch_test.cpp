@@ -1,0 +1,175 @@
+/* Commands of a batch: order, failures, answers that are late or never come. */
+#include "natctl_fixture.h"
+
+namespace {
+
+class batch_test : public natctl_test {};
+
+TEST_F(batch_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
+    struct line_t {
+        const char *line;
+        std::vector<std::string> words;
+    };
+    const line_t lines[] = {
+        {"", {}},
+        {"  # only this", {}},
+        {"a b\tc\r", {"a", "b", "c"}},
+        {"a #b", {"a"}},
+        {"a#b", {"a#b"}},
+        {"'a b' \"c # d\"", {"a b", "c # d"}},
+        {"a'b c'd ''", {"ab cd", ""}},
+        {"\"it's\"", {"it's"}},
+    };
+    for (const line_t &line : lines) {
+        EXPECT_EQ(split_line(line.line), line.words) << line.line;
+    }
+}
+
+constexpr char seven[] =
+    "# first\ntimeout set --type 1 --value 300\n\nlimit add --type 1 --value 9\n"
+    "timeout set --type 2 --value 240\nadj set --type 1 --address ::1\n"
+    "timeout set --type 9 --value 1\nipalias upload\nlimit del --type 1\n";
+
+TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) {
+    run_t result = run("batch -", seven);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.notes,
+              "natctl: line 7: timeout set: --type 9: must be 1 to 7\n"
+              "natctl: 4 commands done, 1 failed, 2 not run\n");
+    EXPECT_EQ(result.answers,
+              "line 2: timeout set: ok\nline 4: limit add: ok\nline 5: timeout set: ok\nline 6: adj set: ok\n");
+}
+
+TEST_F(batch_test, a_batch_that_keeps_going_runs_what_follows_a_failure) {
+    run_t result = run("--keep-going batch -", seven);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.notes.find("natctl: 6 commands done, 1 failed, 0 not run\n"), std::string::npos);
+    EXPECT_NE(result.answers.find("line 9: limit del: ok\n"), std::string::npos);
+}
+
+TEST_F(batch_test, a_failed_batch_is_one_json_array_of_what_was_run) {
+    json_t outcomes = json_t::parse(run("--json batch -", seven).answers);
+    ASSERT_EQ(outcomes.size(), 5U);
+    EXPECT_EQ(outcomes[0].at("line"), 2);
+    EXPECT_EQ(outcomes[4].at("line"), 7);
+    EXPECT_EQ(outcomes[4].at("status"), "usage");
+    EXPECT_EQ(json_t::parse(run("--json batch -", "# nothing\n").answers), json_t::array());
+}
+
+TEST_F(batch_test, json_lines_are_one_object_each) {
+    std::istringstream lines(run("--jsonl batch -", seven).answers);
+    size_t count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        EXPECT_TRUE(json_t::parse(line).is_object()) << line;
+    }
+    EXPECT_EQ(count, 5U);
+}
+
+struct failure_t {
+    const char *lines;
+    int status;
+    const char *note;
+};
+
+TEST_F(batch_test, each_way_to_fail_has_its_status) {
+    constexpr failure_t failures[] = {
+        {"server fail-next --code 0x6006\nipalias upload\n", 1, "line 2: ipalias upload: refused by the server: "},
+        {"mapt lookup 192.0.2.1\n", 1, "line 1: mapt lookup: refused by the library: "},
+        {"server silent on\nipalias upload\n", 3, "line 2: ipalias upload: no answer within 20 ms\n"},
+        {"timeout set 'x\n", 2, "line 1: ': quote without its end\n"},
+        {"batch -\n", 2, "line 1: batch: must be status, "},
+    };
+    for (const failure_t &failure : failures) {
+        SCOPED_TRACE(failure.lines);
+        run_t result = run("--timeout 20 batch -", failure.lines);
+        EXPECT_EQ(result.status, failure.status);
+        EXPECT_NE(result.notes.find(failure.note), std::string::npos) << result.notes;
+    }
+}
+
+TEST_F(batch_test, commands_without_an_answer_are_named_when_the_binding_ends) {
+    run_t result = run("--timeout 20 batch -", "server hold\nipalias upload\n");
+    EXPECT_NE(result.notes.find("line 2: ipalias upload: still outstanding when the binding ended\n"),
+              std::string::npos)
+        << result.notes;
+}
+
+TEST_F(batch_test, an_answer_after_its_time_is_noted_and_changes_no_verdict) {
+    run_t result = run("--timeout 20 --keep-going batch -", "server hold\nipalias upload\nserver release\n");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.notes.find("line 2: ipalias upload: answered too late\n"), std::string::npos) << result.notes;
+    EXPECT_EQ(result.notes.find("outstanding"), std::string::npos) << result.notes;
+}
+
+TEST_F(batch_test, a_pipeline_reports_in_order_whatever_the_order_of_the_answers) {
+    run_t result = run("--pipeline 9 batch -",
+                       "server hold\ntimeout set --type 1 --value 3\nlimit add --type 1 --value 1\nstatus\n"
+                       "server release --order reverse\n");
+    EXPECT_EQ(result.status, 0) << result.notes;
+    EXPECT_EQ(result.answers.find("line 1: server hold: ok\nline 2: timeout set: ok\nline 3: limit add: ok\n"), 0U)
+        << result.answers;
+    EXPECT_NE(result.answers.find("outstanding       2\n"), std::string::npos) << result.answers;
+}
+
+TEST_F(batch_test, a_dropped_channel_is_opened_again_by_the_next_command) {
+    run_t result = run("batch -", "server drop\ntimeout set --type 1 --value 3\n");
+    EXPECT_EQ(result.status, 0) << result.notes;
+}
+
+TEST_F(batch_test, notifications_are_noted_with_their_values) {
+    run_t result = run("batch -",
+                       "server notify record --op del --word1 1 --word2 2 --word3 3\nserver notify event\n"
+                       "server notify mapping --id 5 --active 0 --value 8\nserver wakeup\n");
+    EXPECT_EQ(result.status, 0) << result.notes;
+    EXPECT_EQ(result.notes,
+              "notification: record del word1=1 word2=2 word3=3\nnotification: event\n"
+              "notification: mapping id=5 active=0 sessions=8\n");
+}
+
+TEST_F(batch_test, a_walk_shows_as_many_sessions_as_are_wanted) {
+    std::string lines = "server sessions generate 500\nsessions walk --count 7 --limit 20\nsessions walk\n";
+    json_t outcomes = json_t::parse(run("--json batch -", lines).answers);
+    ASSERT_EQ(outcomes.size(), 3U);
+    EXPECT_EQ(outcomes[1].at("data").size(), 20U);
+    EXPECT_EQ(outcomes[2].at("data").size(), 500U);
+    EXPECT_EQ(outcomes[2].at("data")[1].at("dst_port"), 443);
+    run_t csv = run("--csv batch -", lines);
+    EXPECT_EQ(std::count(csv.answers.begin(), csv.answers.end(), '\n'), 1 + 20 + 1 + 500);
+}
+
+TEST_F(batch_test, a_walk_without_sessions_says_so) {
+    EXPECT_EQ(run("sessions walk").answers, "none\n");
+    EXPECT_EQ(run("--csv sessions walk").answers, "");
+}
+
+TEST_F(batch_test, the_library_speaks_through_the_notes_when_its_debug_level_is_open) {
+    run_t result = run("--debug-level 4 ipalias upload");
+    EXPECT_NE(result.notes.find("NAT64: fwx_nat64_client_connect_to_server connected\n"), std::string::npos)
+        << result.notes;
+    EXPECT_EQ(result.answers, "ipalias upload: ok\n");
+}
+
+TEST_F(batch_test, a_rule_is_found_by_both_its_prefixes_while_it_is_installed) {
+    json_t outcomes = json_t::parse(
+        run("--json --keep-going batch -",
+            "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\nmapt show\nmapt lookup 192.0.2.7\n"
+            "mapt lookup 2001:db8:1::1\nmapt bmr del --rule 5 --domain 6\nmapt show\nmapt lookup 192.0.2.7\n")
+            .answers);
+    ASSERT_EQ(outcomes.size(), 7U);
+    EXPECT_EQ(outcomes[1].at("data").at("installed"), 1);
+    EXPECT_EQ(outcomes[2].at("data").at("rule_id"), 5);
+    EXPECT_EQ(outcomes[2].at("data").at("prefix_len"), 24);
+    EXPECT_EQ(outcomes[3].at("data").at("domain_id"), 6);
+    EXPECT_EQ(outcomes[3].at("data").at("prefix_len"), 40);
+    EXPECT_EQ(outcomes[5].at("data").at("installed"), 0);
+    EXPECT_EQ(outcomes[6].at("status"), "refused");
+}
+
+TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {
+    run_t result = run("shell", "limit frob\nhelp adj\nipalias upload\nexit\nstatus\n");
+    EXPECT_EQ(result.answers, "ipalias upload: ok\n");
+    EXPECT_NE(result.notes.find("natctl: limit: frob: must be add, mod, del\n"), std::string::npos);
+    EXPECT_NE(result.notes.find("Adjacencies"), std::string::npos) << result.notes;
+}
+
+}  // namespace

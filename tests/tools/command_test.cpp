@@ -1,0 +1,184 @@
+/* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
+#include "fwx_nat64/result.h"
+#include "natctl_fixture.h"
+
+namespace {
+
+class command_test : public natctl_test {
+protected:
+    static json_t run_json(const std::string &command, int status = 0) {
+        run_t result = run("--json " + command);
+        EXPECT_EQ(result.status, status) << command << '\n' << result.notes;
+        return json_t::parse(result.answers);
+    }
+};
+
+TEST_F(command_test, an_accepted_command_says_ok) {
+    run_t result = run("timeout set --type 1 --value 300");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.answers, "timeout set: ok\n");
+    EXPECT_EQ(result.notes, "");
+}
+
+TEST_F(command_test, a_refusal_by_the_library_ends_with_status_1_and_its_code) {
+    json_t outcome = run_json("logging add --dest 0.0.0.0 --port 4739", 1);
+    EXPECT_EQ(outcome.at("status"), "refused");
+    EXPECT_EQ(outcome.at("code"), 0x40300216U);
+    EXPECT_NE(outcome.at("error").get<std::string>().find("refused by the library: "), std::string::npos);
+}
+
+TEST_F(command_test, a_refusal_by_the_server_ends_with_status_1_and_its_code) {
+    json_t outcome = run_json("pool del --id 7", 1);
+    EXPECT_EQ(outcome.at("status"), "refused");
+    EXPECT_EQ(outcome.at("code"), 0x6003U);
+    EXPECT_NE(outcome.at("error").get<std::string>().find("refused by the server: "), std::string::npos);
+}
+
+TEST_F(command_test, a_server_that_cannot_be_reached_ends_with_status_4) {
+    fwx_host_fault_arm(FWX_HOST_OP_CHAN_OPEN, 1, 0);
+    json_t outcome = run_json("status", 4);
+    EXPECT_EQ(outcome.at("status"), "no_server");
+    EXPECT_EQ(outcome.at("command"), "bind");
+}
+
+TEST_F(command_test, an_error_that_quotes_bytes_that_are_no_text_is_still_valid_json) {
+    json_t outcome = run_json("timeout set --value 1 --type \xff", 2);
+    EXPECT_EQ(outcome.at("error"), "--type \xef\xbf\xbd: must be 1 to 7");
+}
+
+TEST_F(command_test, an_option_of_natctl_may_follow_the_command) {
+    run_t result = run("status --json");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(json_t::parse(result.answers).at("data").at("connected"), 1);
+}
+
+TEST_F(command_test, status_shows_a_binding_without_outstanding_commands) {
+    json_t data = run_json("status").at("data");
+    EXPECT_EQ(data.at("outstanding"), 0);
+    EXPECT_EQ(data.at("throttle_on_cnt"), 0);
+}
+
+TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
+    run_t result = run("adj set --help");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.answers.find("--type 1 to 13"), std::string::npos) << result.answers;
+}
+
+TEST_F(command_test, statistics_come_as_rows_in_every_format) {
+    EXPECT_EQ(run_json("stats system").at("data").at(0).at("pools"), 0);
+    run_t csv = run("--csv stats system");
+    EXPECT_EQ(csv.answers,
+              "interfaces,prefixes,static_mappings,dynamic_mappings,pools,pool_ranges,loggings,rules,sessions\n"
+              "0,0,0,0,0,0,0,0,0\n");
+    run_t text = run("stats interfaces");
+    EXPECT_EQ(text.answers, "none\n");
+}
+
+struct dry_run_t {
+    const char *command;
+    const char *message;
+    const char *body; /* from the op code on, in hexadecimal */
+};
+
+TEST_F(command_test, a_dry_run_shows_the_bytes_that_would_go) {
+    constexpr dry_run_t dry_runs[] = {
+        {"timeout set --type 1 --value 300", "timeout_set",
+         "0e000000"
+         "01000000"
+         "2c010000"},
+        {"limit del --type 1", "limit_del",
+         "10000000"
+         "01000000"
+         "00000000"},
+        {"service add --type 1 --value 0x15", "service_set",
+         "14000000"
+         "01000000"
+         "01000000"
+         "15000000"},
+        {"replication unset --value 7", "replication_unset",
+         "1f000000"
+         "07000000"
+         "00000000"
+         "00000000"},
+        {"adj set --type 3 --address 10.0.0.1", "adj_set",
+         "1a000000"
+         "03000000"
+         "00000000"
+         "0a000001"},
+        {"pool add --id 1 --param 2 --start 192.0.2.1 --end 192.0.2.254 --hsl 3", "pool_add",
+         "04000000"
+         "01000000"
+         "02000000"
+         "03000000"
+         "01000000"
+         "c0000201"
+         "c00002fe"},
+        {"prefix del --prefix 64:ff9b::/96 --kind 2", "glb_prefix_kind2",
+         "1b000000"
+         "00000000"
+         "0064ff9b0000000000000000"
+         "00000060"
+         "02000000"},
+        {"logging mod --dest 192.0.2.9 --port 2055 --param2 3", "logging_mod",
+         "18000000"
+         "c0000209"
+         "00000000"
+         "0708"
+         "0300"
+         "01000000"
+         "00"},
+        {"mapt bmr add --rule 1 --domain 2 --v6 2001:db8::/40 --v4 192.0.2.0/24 --params 16,6,8,52", "mapt_bmr",
+         "00000000"
+         "01000000"
+         "01000000"
+         "02000000"
+         "00000000b80d0120"
+         "28000000"
+         "000200c0"
+         "1800"
+         "1000"
+         "0600"
+         "0800"
+         "3400"},
+        {"cgm end-batch --batch 7 --async", "end_batch",
+         "15000000"
+         "07000000"},
+    };
+    for (const dry_run_t &dry : dry_runs) {
+        SCOPED_TRACE(dry.command);
+        json_t messages = run_json(std::string("--dry-run ") + dry.command).at("messages");
+        ASSERT_EQ(messages.size(), 1U);
+        EXPECT_EQ(messages[0].at("message"), dry.message);
+        std::string body = messages[0].at("hex").get<std::string>().substr(64);
+        EXPECT_EQ(body.substr(0, std::string(dry.body).size()), dry.body);
+    }
+}
+
+TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
+    run_t refused = run("--dry-run logging add --dest 0.0.0.0 --port 1");
+    EXPECT_EQ(refused.status, 1);
+    run_t result =
+        run("--dry-run batch -", "timeout set --type 1 --value 300\nserver fail-next --code 5\nserver counts\n");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.notes, "");
+    const std::string shown = "line 1: timeout set:\ntimeout_set 48 bytes: op_code=14 type=1 value=300\n03c06000";
+    EXPECT_EQ(result.answers.substr(0, shown.size()), shown);
+    EXPECT_NE(result.answers.find("line 3: server counts: ok\n"), std::string::npos) << result.answers;
+}
+
+TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {
+    run_t result = run("--trace adj set --type 1 --address 192.0.2.1");
+    EXPECT_NE(result.notes.find("-> adj_set 64 bytes: op_code=26 type=1 address=192.0.2.1\n<- result "),
+              std::string::npos)
+        << result.notes;
+    EXPECT_EQ(result.answers, "adj set: ok\n");
+}
+
+TEST_F(command_test, completion_offers_what_may_come_next) {
+    EXPECT_EQ(run("complete limit ''").answers.substr(0, 12), "add\nmod\ndel\n");
+    EXPECT_EQ(run("complete timeout set --v").answers, "--value\n");
+    EXPECT_EQ(run("complete server not").answers, "notify\n");
+    EXPECT_NE(run("completion bash").answers.find("complete -o default -F _natctl natctl"), std::string::npos);
+}
+
+}  // namespace

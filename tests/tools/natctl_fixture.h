@@ -1,0 +1,45 @@
+/* Runs natctl in this process and keeps what it wrote. */
+#ifndef TESTS_TOOLS_NATCTL_FIXTURE_H
+#define TESTS_TOOLS_NATCTL_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "fwx_host/fwx_host.h"
+#include "tools/batch.h"
+#include "tools/cli.h"
+#include "tools/outcome.h"
+
+struct run_t {
+    int status;
+    std::string answers;
+    std::string notes;
+};
+
+/** Every run gives back all that it took from the platform. */
+class natctl_test : public testing::Test {
+protected:
+    /** `command` is a line as in a batch file; `input` is what `batch -` reads. */
+    static run_t run(const std::string &command, const std::string &input = {}) {
+        std::istringstream in(input);
+        std::ostringstream answers;
+        std::ostringstream notes;
+        int status = run_natctl(split_line(command), in, answers, notes);
+        return {status, answers.str(), notes.str()};
+    }
+
+    void TearDown() override {
+        fwx_host_fault_reset();
+        fwx_host_live_t live;
+        fwx_host_live_get(&live);
+        EXPECT_EQ(live.memory_bytes, 0U);
+        EXPECT_EQ(live.pools, 0U);
+        EXPECT_EQ(live.lists, 0U);
+        EXPECT_EQ(live.channels, 0U);
+        EXPECT_EQ(live.tx_buffers, 0U);
+    }
+};
+
+#endif

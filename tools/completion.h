@@ -1,0 +1,15 @@
+/* What may come next in a command, and what makes bash offer it. */
+#ifndef TOOLS_COMPLETION_H
+#define TOOLS_COMPLETION_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+/** The subcommands and options of `root` that may stand where the last of `words` is and begin with it. */
+std::vector<std::string> completions(const CLI::App &root, const std::vector<std::string> &words);
+
+/** A bash script that has natctl itself complete its command lines. */
+extern const char bash_completion[];
+
+#endif

@@ -1,0 +1,37 @@
+#include "tools/connection.h"
+
+#include <cstring>
+
+#include "fwx_nat64/wire.h"
+
+namespace {
+
+constexpr char channel_name[] = "fwx_cp";
+
+void swallow(void *, fwx_host_peer_t *, const void *, size_t) {}
+
+size_t answer_zero(void *, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
+    fwx_nat64_sync_reply_t answer{};
+    if (size < sizeof answer.hdr || reply_cap < sizeof answer) return 0;
+    std::memcpy(&answer.hdr, msg, sizeof answer.hdr);
+    std::memcpy(reply, &answer, sizeof answer);
+    return sizeof answer;
+}
+
+constexpr fwx_host_server_ops_t sink_ops = {nullptr, nullptr, swallow, answer_zero};
+
+}  // namespace
+
+connection_t::connection_t(fwx_host_loop_t *loop, server_kind_t kind) {
+    if (kind == server_kind_t::sink) {
+        result_ = fwx_host_server_register(channel_name, loop, &sink_ops, nullptr, &sink_);
+        return;
+    }
+    model_ = fwx_nat64_model_create(loop, channel_name);
+    if (model_ == nullptr) result_ = FWX_HOST_ERR_NAME_TAKEN;
+}
+
+connection_t::~connection_t() {
+    fwx_host_server_unregister(sink_);
+    fwx_nat64_model_destroy(model_);
+}

@@ -1,0 +1,32 @@
+/* The server that a binding of natctl talks to: the one place where it is chosen. */
+#ifndef TOOLS_CONNECTION_H
+#define TOOLS_CONNECTION_H
+
+#include "fwx_host/fwx_host.h"
+#include "model/model.h"
+
+enum class server_kind_t : uint8_t {
+    model, /* the embedded server model */
+    sink,  /* takes every message and answers synchronous ones with 0, for dry runs */
+};
+
+class connection_t {
+public:
+    /** `loop` must outlive the connection. */
+    connection_t(fwx_host_loop_t *loop, server_kind_t kind);
+    ~connection_t();
+    connection_t(const connection_t &) = delete;
+    connection_t &operator=(const connection_t &) = delete;
+
+    /** 0 when the server is there, else why it is not. */
+    uint32_t result() const { return result_; }
+    /** The embedded model, or null. */
+    fwx_nat64_model_t *model() const { return model_; }
+
+private:
+    fwx_nat64_model_t *model_ = nullptr;
+    fwx_host_server_t *sink_ = nullptr;
+    uint32_t result_ = 0;
+};
+
+#endif

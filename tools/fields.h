@@ -1,0 +1,69 @@
+/*
+ * Fields of commands: options whose text is read into a member of a record. A wrong value ends the parse with an error
+ * that names the option, the value and what is allowed. The member must live until the command has been parsed.
+ */
+#ifndef TOOLS_FIELDS_H
+#define TOOLS_FIELDS_H
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "fwx_nat64/fwx_nat64.h"
+
+/** Ends the parse: `option value: must be allowed`. */
+[[noreturn]] void refuse_field(const std::string &option, const std::string &value, const std::string &allowed);
+
+/** Reads a decimal or 0x-hexadecimal number. */
+uint64_t read_number(const std::string &option, const std::string &text, uint64_t min, uint64_t max);
+/** `1 to 7`, or `1` when there is no choice. */
+std::string range_text(uint64_t min, uint64_t max);
+
+template <typename number_t>
+CLI::Option *number_field(CLI::App &app, const std::string &option, number_t &out, const std::string &meaning,
+                          uint64_t min = 0, uint64_t max = std::numeric_limits<number_t>::max()) {
+    return app
+        .add_option_function<std::string>(
+            option,
+            [option, &out, min, max](const std::string &text) {
+                out = static_cast<number_t>(read_number(option, text, min, max));
+            },
+            meaning)
+        ->type_name(range_text(min, max));
+}
+
+/** Several numbers between commas, all of them given. */
+CLI::Option *numbers_field(CLI::App &app, const std::string &option, uint16_t *out, size_t count,
+                           const std::string &meaning);
+
+/** An address of either family. */
+CLI::Option *address_field(CLI::App &app, const std::string &option, fwx_nat64_addr_t &out, const std::string &meaning);
+/** An address of which only an IPv4 one will do. */
+CLI::Option *ipv4_field(CLI::App &app, const std::string &option, fwx_nat64_addr_t &out, const std::string &meaning);
+
+/** An IPv6 prefix of at most 8 * `bytes` bits, its first `bytes` bytes written to `out`. */
+CLI::Option *ipv6_prefix_field(CLI::App &app, const std::string &option, uint8_t *out, size_t bytes, uint8_t &length,
+                               const std::string &meaning);
+/** An IPv4 prefix, first byte most significant. */
+CLI::Option *ipv4_prefix_field(CLI::App &app, const std::string &option, uint8_t (&out)[4], uint8_t &length,
+                               const std::string &meaning);
+
+/** Exactly `bytes` bytes as hexadecimal digits. */
+CLI::Option *hex_field(CLI::App &app, const std::string &option, uint8_t *out, size_t bytes,
+                       const std::string &meaning);
+
+struct choice_t {
+    const char *text;
+    uint32_t value;
+};
+/** One of a few words. */
+CLI::Option *choice_field(CLI::App &app, const std::string &option, uint32_t &out, std::vector<choice_t> choices,
+                          const std::string &meaning);
+
+/** IPv4 word of an address, in host order. */
+uint32_t ipv4_word(const fwx_nat64_addr_t &address);
+
+#endif

@@ -1,0 +1,61 @@
+#include "tools/shell.h"
+
+#include <editline/readline.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+
+#include "tools/completion.h"
+#include "tools/grammar.h"
+
+namespace {
+
+/** For the line editor: the match number `state` for `text`, as a block of malloc. */
+char *next_match(const char *text, int state) {
+    static std::vector<std::string> matches;
+    if (state == 0) {
+        CLI::App root;
+        grammar_t grammar(root);
+        std::vector<std::string> words =
+            CLI::detail::split(std::string(rl_line_buffer, rl_line_buffer + rl_point), ' ');
+        words.back() = text;
+        matches = completions(root, words);
+    }
+    auto index = static_cast<size_t>(state);
+    return index < matches.size() ? strdup(matches[index].c_str()) : nullptr;
+}
+
+char **complete_word(const char *text, int, int) {
+    rl_attempted_completion_over = 1; /* no file names */
+    return rl_completion_matches(text, next_match);
+}
+
+bool read_typed(std::string &line) {
+    std::unique_ptr<char, decltype(&std::free)> typed(readline("natctl> "), std::free);
+    if (typed == nullptr) return false;
+    if (*typed != '\0') add_history(typed.get());
+    line = typed.get();
+    return true;
+}
+
+/** Turns `help timeout` into `timeout --help`. */
+bool take_line(std::string &line) {
+    if (line == "exit" || line == "quit") return false;
+    bool asks_help = line == "help" || line.rfind("help ", 0) == 0;
+    if (asks_help) line = line.substr(std::strlen("help")) + " --help";
+    return true;
+}
+
+}  // namespace
+
+next_line_fn_t shell_lines(std::istream &input) {
+    bool is_terminal = &input == &std::cin && isatty(STDIN_FILENO) != 0;
+    if (!is_terminal) {
+        return [&input](std::string &line) { return std::getline(input, line) && take_line(line); };
+    }
+    rl_attempted_completion_function = complete_word;
+    return [](std::string &line) { return read_typed(line) && take_line(line); };
+}
