@@ -1,0 +1,142 @@
+/*
+ * The MAP-T rule table at 1,000 to 1,000,000 random rules: a whole install (pending, reply, both leaves), a delete, the
+ * longest match in the tree it makes, and bytes a rule; beside them the two-leaf work of standard containers.
+ */
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <unordered_map>
+
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/fwx_nat64.h"
+#include "platform/tbm.h"
+#include "rule_data.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+double seconds_since(clock_type::time_point start) {
+    return std::chrono::duration<double>(clock_type::now() - start).count();
+}
+
+void per_rule(benchmark::State &state, size_t rules) {
+    state.counters["per_rule"] =
+        benchmark::Counter(static_cast<double>(rules) * static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+size_t heap_in_use() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+void install_all(const std::vector<fwx_nat64_mapt_bmr_t> &rules) {
+    fwx_nat64_mapt_reply_t reply{};
+    reply.op = FWX_NAT64_OP_ADD;
+    for (const fwx_nat64_mapt_bmr_t &rule : rules) {
+        fwx_mapt_plu_add_pending_rule(&rule);
+        reply.rule_id = rule.rule_id;
+        reply.domain_id = rule.domain_id;
+        reply.bmr_index = rule.rule_id;
+        fwx_mapt_plu_add_rule(&reply);
+    }
+}
+
+void rule_install(benchmark::State &state) {
+    const auto rules = random_rules(static_cast<size_t>(state.range(0)));
+    fwx_mapt_plu_init();
+    for (auto _ : state) {
+        const size_t before = heap_in_use();
+        const clock_type::time_point start = clock_type::now();
+        install_all(rules);
+        state.SetIterationTime(seconds_since(start));
+        state.counters["bytes_per_rule"] =
+            static_cast<double>(heap_in_use() - before) / static_cast<double>(rules.size());
+        fwx_mapt_plu_cleanup();
+    }
+    per_rule(state, rules.size());
+}
+
+void rule_delete(benchmark::State &state) {
+    const auto rules = random_rules(static_cast<size_t>(state.range(0)));
+    auto shuffled = rules;
+    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(1));
+    fwx_mapt_plu_init();
+    for (auto _ : state) {
+        install_all(rules);
+        const clock_type::time_point start = clock_type::now();
+        for (const fwx_nat64_mapt_bmr_t &rule : shuffled)
+            fwx_mapt_plu_del_rule(&rule);
+        state.SetIterationTime(seconds_since(start));
+        fwx_mapt_plu_cleanup();
+    }
+    per_rule(state, rules.size());
+}
+
+/* Addresses inside the rules' IPv6 prefixes, each behind the two tag bits of a key. */
+std::vector<std::array<uint8_t, 16>> lookup_keys(const std::vector<fwx_nat64_mapt_bmr_t> &rules) {
+    std::mt19937_64 random(3);
+    std::vector<std::array<uint8_t, 16>> keys(1 << 16);
+    for (auto &key : keys) {
+        const fwx_nat64_mapt_bmr_t &rule = rules[random() % rules.size()];
+        uint64_t address = random() >> rule.v6_prefix_len % 64;
+        if (rule.v6_prefix_len == 64) address = 0;
+        for (int i = 0; i < 8; ++i)
+            address |= uint64_t{rule.v6_prefix[i]} << (56 - 8 * i);
+        key[0] = static_cast<uint8_t>(0x40 | address >> 58);
+        for (int i = 1; i < 9; ++i)
+            key[i] = static_cast<uint8_t>(address << 6 >> (64 - 8 * i));
+    }
+    return keys;
+}
+
+void rule_longest_match(benchmark::State &state) {
+    const auto rules = random_rules(static_cast<size_t>(state.range(0)));
+    const auto keys = lookup_keys(rules);
+    fwx_mapt_plu_init();
+    install_all(rules);
+    tbm_t *tree = fwx_host_tbm_of_complex(0);
+    size_t next = 0;
+    size_t found = 0;
+    for (auto _ : state) {
+        found += fwx_host_tbm_longest_match(tree, keys[next++ % keys.size()].data(), 66, nullptr) != nullptr;
+    }
+    if (found != static_cast<size_t>(state.iterations())) state.SkipWithError("an address of a rule was not found");
+    fwx_mapt_plu_cleanup();
+}
+
+/* What exact-match containers would take for the two leaves of a rule; they have no longest match. */
+template <typename map_t>
+void container_install(benchmark::State &state) {
+    const auto rules = random_rules(static_cast<size_t>(state.range(0)));
+    for (auto _ : state) {
+        map_t leaves;
+        const clock_type::time_point start = clock_type::now();
+        for (const fwx_nat64_mapt_bmr_t &rule : rules) {
+            uint64_t v6 = 0;
+            uint64_t v4 = 0;
+            memcpy(&v6, rule.v6_prefix, 8);
+            memcpy(&v4, rule.v4_prefix, 4);
+            leaves.emplace(v6 ^ rule.v6_prefix_len, rule.rule_id);
+            leaves.emplace((v4 << 8 | rule.v4_prefix_len) ^ uint64_t{1} << 63, rule.rule_id);
+        }
+        state.SetIterationTime(seconds_since(start));
+    }
+    per_rule(state, rules.size());
+}
+
+}  // namespace
+
+#define AT_EACH_SIZE Arg(1000)->Arg(100000)->Arg(1000000)
+
+BENCHMARK(rule_install)->AT_EACH_SIZE->UseManualTime();
+BENCHMARK(rule_delete)->AT_EACH_SIZE->UseManualTime();
+BENCHMARK(rule_longest_match)->AT_EACH_SIZE;
+BENCHMARK(container_install<std::map<uint64_t, uint32_t>>)->AT_EACH_SIZE->UseManualTime();
+BENCHMARK(container_install<std::unordered_map<uint64_t, uint32_t>>)->AT_EACH_SIZE->UseManualTime();

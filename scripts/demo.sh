@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds everything and drives the example configurations through the library, the host platform and the server model.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/packages.sh
+
+need_packages "${build_packages[@]}"
+say "building (preset demo)"
+cmake --preset demo >/dev/null
+cmake --build --preset demo | tail -n 1
+natctl=build/demo/tools/natctl
+
+say "settings: every command, its messages and its verdict"
+"$natctl" --trace batch examples/settings.natctl 2>&1
+
+say "a complete NAT64 configuration, statistics and sessions"
+"$natctl" batch examples/nat64.natctl
+
+say "MAP-T rules and lookups"
+"$natctl" batch examples/mapt.natctl | tail -n 20
+
+say "a file with an error in line 7: what came before stays accepted"
+status=0
+"$natctl" batch examples/failing.natctl || status=$?
+echo "exit status $status"
+[[ $status -eq 2 ]]

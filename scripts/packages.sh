@@ -1,0 +1,18 @@
+# Sourced by the other scripts: installs the Debian packages that are missing.
+
+need_packages() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+  done
+  [[ ${#missing[@]} -eq 0 ]] && return
+  say "installing ${missing[*]}"
+  local sudo=()
+  [[ $EUID -eq 0 ]] || sudo=(sudo)
+  "${sudo[@]}" apt-get update -qq
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+say() { printf '\n==> %s\n' "$*"; }
+
+build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev)
