@@ -72,7 +72,7 @@ outcome_t pal_t::bind() {
         return outcome;
     }
     connection_ =
-        std::make_unique<connection_t>(loop_.get(), options_.dry_run ? server_kind_t::model : server_kind_t::model);
+        std::make_unique<connection_t>(loop_.get(), options_.dry_run ? server_kind_t::sink : server_kind_t::model);
     uint32_t code = connection_->result();
     if (code == 0) {
         code = fwx_nat64_bind(client_id, loop_.get(), pal_unsolicited_callbacks(), pal_reply_callbacks());

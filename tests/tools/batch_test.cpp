@@ -137,6 +137,16 @@ TEST_F(batch_test, a_walk_shows_as_many_sessions_as_are_wanted) {
     EXPECT_EQ(std::count(csv.answers.begin(), csv.answers.end(), '\n'), 1 + 20 + 1 + 500);
 }
 
+TEST_F(batch_test, a_walk_stops_at_its_limit_also_when_the_server_goes_on) {
+    json_t outcomes = json_t::parse(run("--json batch -",
+                                        "server sessions generate 50\nserver duplicate --copies 2\n"
+                                        "sessions walk --count 7 --limit 20\nstatus\n")
+                                        .answers);
+    ASSERT_EQ(outcomes.size(), 4U);
+    EXPECT_EQ(outcomes[2].at("data").size(), 20U);
+    EXPECT_EQ(outcomes[3].at("status"), "ok");
+}
+
 TEST_F(batch_test, a_walk_without_sessions_says_so) {
     EXPECT_EQ(run("sessions walk").answers, "none\n");
     EXPECT_EQ(run("--csv sessions walk").answers, "");
