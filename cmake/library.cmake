@@ -33,9 +33,14 @@ target_include_directories(fwx_nat64
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
   PRIVATE ${PROJECT_SOURCE_DIR})
 target_compile_options(fwx_nat64 PRIVATE
-  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility=hidden -fno-semantic-interposition>)
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-plt -fno-threadsafe-statics -fvisibility=hidden -fno-semantic-interposition>)
 target_link_options(fwx_nat64 PRIVATE
   LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map LINKER:-Bsymbolic-functions)
+include(CheckIPOSupported)
+check_ipo_supported(RESULT FWX_NAT64_IPO_SUPPORTED OUTPUT FWX_NAT64_IPO_OUTPUT LANGUAGES CXX)
+if(FWX_NAT64_IPO_SUPPORTED) # a command crosses four sources
+  set_target_properties(fwx_nat64 PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
+endif()
 set_target_properties(fwx_nat64 PROPERTIES
   LINKER_LANGUAGE C
   SOVERSION 1

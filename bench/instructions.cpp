@@ -1,0 +1,73 @@
+/* One kind of work, so many times, for counting instructions from outside: instructions call|command|install COUNT */
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/fwx_nat64.h"
+#include "rule_data.h"
+
+namespace {
+
+fwx_host_peer_t *client;
+bool answers;
+
+void received(void * /*ctx*/, fwx_host_peer_t *peer, const void *msg, size_t /*size*/) {
+    client = peer;
+    if (!answers) return;
+    fwx_nat64_reply_t reply{};
+    memcpy(&reply.hdr, msg, sizeof(reply.hdr));
+    reply.hdr.type = FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_RESULT;
+    fwx_host_peer_send(peer, &reply, sizeof(reply));
+}
+
+size_t asked(void * /*ctx*/, fwx_host_peer_t * /*peer*/, const void * /*msg*/, size_t /*size*/, void *reply,
+             size_t /*cap*/) {
+    memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
+    return sizeof(fwx_nat64_sync_reply_t);
+}
+
+void send_commands(fwx_host_loop_t *loop, int count) {
+    const fwx_nat64_timeout_t timeout = {1, 300};
+    for (int i = 0; i < count; ++i) {
+        fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, nullptr);
+        if (answers) fwx_host_loop_run_until_idle(loop);
+    }
+}
+
+void install_rules(int count) {
+    fwx_nat64_mapt_reply_t reply{};
+    reply.op = FWX_NAT64_OP_ADD;
+    for (const fwx_nat64_mapt_bmr_t &rule : random_rules(static_cast<size_t>(count))) {
+        fwx_mapt_plu_add_pending_rule(&rule);
+        reply.rule_id = rule.rule_id;
+        reply.domain_id = rule.domain_id;
+        fwx_mapt_plu_add_rule(&reply);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 3) return 2;
+    const std::string_view work = argv[1];
+    const int count = atoi(argv[2]);
+    static constexpr fwx_host_server_ops_t ops = {nullptr, nullptr, received, asked};
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    fwx_host_server_t *server = nullptr;
+    fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server);
+    fwx_nat64_reply_cbs_t callbacks{};
+    callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) {};
+    if (fwx_nat64_bind(nullptr, loop, nullptr, &callbacks) != 0) return 1;
+    fwx_host_loop_run_until_idle(loop);
+    if (work == "install") {
+        install_rules(count);
+    } else {
+        answers = work == "command";
+        send_commands(loop, count);
+    }
+    _exit(0); /* no orderly end: it would be counted */
+}
