@@ -16,6 +16,12 @@ constexpr uint32_t errno_invalid = 22;
 fwx_nat64_client_info_t *client_info = nullptr; /* owned; set exactly while bound */
 uint32_t initialised = 0;
 
+static_assert(sizeof(fwx_nat64_client_info_t) == 168 && offsetof(fwx_nat64_client_info_t, reply_cb) == 64 &&
+                  offsetof(fwx_nat64_client_info_t, throttle_on_cnt) == 164,
+              "the PAL reads and writes the client info by this layout");
+static_assert(sizeof(cgm_client_reg_t) == 16 && offsetof(cgm_client_reg_t, client_id) == 8,
+              "the classifier manager reads the registration by this layout");
+
 const cgm_client_reg_t cgm_registration = {fwx_nat64_cgm_notification_handler, FWX_NAT64_CGM_CLIENT_ID, 0};
 
 fwx_nat64_client_info_t *client_info_create(const void *client_id, const fwx_nat64_unsol_cbs_t *unsol_cbs,

@@ -64,9 +64,10 @@ uint32_t send_initial_commands(fwx_nat64_client_info_t *info, const char *caller
 }
 
 void discard_outstanding(fwx_nat64_client_info_t *info) {
-    void *head = nullptr;
-    while (fwx_list_head(info->clnt_ctx_list, &head) == 0 && head != nullptr &&
-           fwx_list_remove_element(info->clnt_ctx_list, head) == 0) {
+    for (;;) {
+        void *head = nullptr;
+        if (fwx_list_head(info->clnt_ctx_list, &head) != 0 || head == nullptr) return;
+        if (fwx_list_remove_element(info->clnt_ctx_list, head) != 0) return;
         auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(head);
         if (clnt_ctx_carries_walk(ctx)) fwx_free_named(ctx->cb_func);
         chunk_free(info->clnt_ctx_chunk, ctx);
@@ -75,7 +76,7 @@ void discard_outstanding(fwx_nat64_client_info_t *info) {
 
 /* Undoes what coming up has made so far. */
 void release_all(fwx_nat64_client_info_t *info) {
-    fwx_list_destroy(info->clnt_ctx_list);
+    if (info->clnt_ctx_list != nullptr) fwx_list_destroy(info->clnt_ctx_list);
     info->clnt_ctx_list = nullptr;
     if (info->clnt_ctx_chunk != nullptr) chunk_destroy(info->clnt_ctx_chunk);
     info->clnt_ctx_chunk = nullptr;
@@ -90,6 +91,7 @@ uint32_t fwx_nat64_client_comingup(fwx_nat64_client_info_t *info) {
 
     uint32_t rc = fwx_list_init(&info->clnt_ctx_list, callers_elements);
     if (rc != 0) return rc;
+    info->clnt_ctx_chunk = nullptr;
     info->rx_buf = fwx_calloc_named(nat64_client_memory_tag, 1, initial_rx_size_bytes);
     if (info->rx_buf != nullptr) {
         info->clnt_ctx_chunk =
@@ -188,6 +190,6 @@ void fwx_nat64_client_goingdown(fwx_nat64_client_info_t *info) {
         fwx_free_named(info->rx_buf);
         info->rx_buf = nullptr;
     }
-    discard_outstanding(info);
+    if (info->clnt_ctx_list != nullptr) discard_outstanding(info);
     release_all(info);
 }

@@ -9,30 +9,25 @@ uint32_t warning_flag = 0;
 uint32_t trace_flag = 0;
 uint32_t info_flag = 0;
 
-struct environment_switch_t {
-    const char *variable;
-    const char *level;
-    uint32_t *flag;
-};
-
-constexpr environment_switch_t environment_switches[] = {
-    {"FWX_NAT64_DBG_ERRORS", "error", &error_flag},
-    {"FWX_NAT64_DBG_WARNING", "warning", &warning_flag},
-    {"FWX_NAT64_DBG_TRACE", "trace", &trace_flag},
-    {"FWX_NAT64_DBG_INFO", "info", &info_flag},
-};
-
 }  // namespace
 
 const fwx_nat64_dbg_flags_t fwx_nat64_dbg_flags = {nullptr,     &error_flag,   &info_flag,
                                                    &trace_flag, &warning_flag, nullptr};
 
+/* The value does not matter, also an empty one counts. */
+#define SWITCH_ON_IF_SET(variable, level, flag)                            \
+    do {                                                                   \
+        if (fwx_getenv(variable) != nullptr) {                             \
+            fwx_printf("\nFWX NAT64 EA: enable " level " debug messages"); \
+            (flag) = 1;                                                    \
+        }                                                                  \
+    } while (0)
+
 void fwx_nat64_dbg_init(void) {
-    for (const environment_switch_t &entry : environment_switches) {
-        if (fwx_getenv(entry.variable) == nullptr) continue;
-        fwx_printf("\nFWX NAT64 EA: enable %s debug messages", entry.level);
-        *entry.flag = 1;
-    }
+    SWITCH_ON_IF_SET("FWX_NAT64_DBG_ERRORS", "error", error_flag);
+    SWITCH_ON_IF_SET("FWX_NAT64_DBG_WARNING", "warning", warning_flag);
+    SWITCH_ON_IF_SET("FWX_NAT64_DBG_TRACE", "trace", trace_flag);
+    SWITCH_ON_IF_SET("FWX_NAT64_DBG_INFO", "info", info_flag);
 }
 
 void fwx_nat64_dbg_error_set(uint32_t on) {

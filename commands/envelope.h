@@ -1,4 +1,4 @@
-/* What the command families share: the configuration envelope, the byte-order rule and the query frame. */
+/* What the command families share: the configuration envelope and the byte-order rule. */
 #ifndef COMMANDS_ENVELOPE_H
 #define COMMANDS_ENVELOPE_H
 

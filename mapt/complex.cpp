@@ -15,10 +15,11 @@ tbm_t *init_tree(uint32_t complex, uint32_t *rc) {
 
 }  // namespace
 
-fwx_mapt_plu_complex_t *plu_first_complex(void) {
+uint32_t plu_first_complex(fwx_mapt_plu_complex_t **first) {
     void *head = nullptr;
-    if (fwx_list_head(fwx_mapt_plu_complex_list, &head) != 0) return nullptr;
-    return static_cast<fwx_mapt_plu_complex_t *>(head);
+    const uint32_t rc = fwx_list_head(fwx_mapt_plu_complex_list, &head);
+    *first = rc == 0 ? static_cast<fwx_mapt_plu_complex_t *>(head) : nullptr;
+    return rc;
 }
 
 uint32_t fwx_mapt_plu_rule_insert(fwx_mapt_rule_hash_elem_t *elem) {
@@ -50,13 +51,12 @@ uint32_t fwx_mapt_plu_find_tbm(uint8_t complex, tbm_t **tree) {
     if (tree == nullptr) return FWX_NAT64_ERR_INVALID;
     *tree = nullptr;
     if (fwx_mapt_plu_complex_list == nullptr) return 0;
-    for (const fwx_mapt_plu_complex_t *record = plu_first_complex(); record != nullptr;
-         record = plu_next_complex(record)) {
-        if (record->complex != complex) continue;
-        *tree = record->tree;
-        break;
-    }
-    return 0;
+    fwx_mapt_plu_complex_t *record = nullptr;
+    const uint32_t rc = plu_first_complex(&record);
+    while (record != nullptr && record->complex != complex)
+        record = plu_next_complex(record);
+    if (record != nullptr) *tree = record->tree;
+    return rc;
 }
 
 uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
@@ -74,6 +74,7 @@ uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
         rc = fwx_list_init(&fwx_mapt_plu_complex_list, lists_elements);
         if (rc != 0) {
             NAT64_LOG_ERROR("\n%s: list initialization failed %s", __func__, xerr_strerror(rc));
+            fwx_mapt_plu_complex_list = nullptr;
             return rc;
         }
     }
@@ -119,10 +120,14 @@ uint32_t fwx_mapt_plu_del_rule_from_fwxs(const fwx_nat64_mapt_bmr_t *bmr) {
         NAT64_LOG_INFO("\n%s fwx complex list uninitialized", __func__);
         return 0;
     }
+    fwx_mapt_plu_complex_t *record = nullptr;
+    uint32_t rc = plu_first_complex(&record);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s: reading the complex list failed, rc(%s)", __func__, xerr_strerror(rc));
+        return rc;
+    }
     plu_complex_masks_t masks;
-    uint32_t rc = 0;
-    for (const fwx_mapt_plu_complex_t *record = plu_first_complex(); record != nullptr;
-         record = plu_next_complex(record)) {
+    for (; record != nullptr; record = plu_next_complex(record)) {
         const uint32_t bit = plu_complex_masks_t::bit(record->complex);
         masks.visited |= bit;
         rc = fwx_mapt_plu_del_rule_from_subtables(record->tree, bmr);

@@ -72,10 +72,9 @@ uint32_t fwx_mapt_add_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
 /** 0, FWX_NAT64_ERR_NOT_FOUND, or the facility's code. */
 uint32_t fwx_mapt_del_pending_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
 uint32_t fwx_mapt_del_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
-/**
- * Returns an element that has left one table to the pool, unless `other` still holds this very element: after a failed
- * removal it stands in both.
- */
+/** Set once a removal has failed during an install: from then on an element may stand in both tables. */
+extern bool plu_elem_may_stand_twice;
+/** Returns an element that has left one table to the pool, unless `other` still holds this very element. */
 void plu_release_elem(fwx_mapt_rule_hash_elem_t *elem, fwx_cl_hash_t *other);
 
 /* --- complex.cpp --- */
@@ -83,8 +82,8 @@ void plu_release_elem(fwx_mapt_rule_hash_elem_t *elem, fwx_cl_hash_t *other);
 uint32_t fwx_mapt_plu_find_tbm(uint8_t complex, tbm_t **tree);
 uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree);
 uint32_t fwx_mapt_plu_del_rule_from_fwxs(const fwx_nat64_mapt_bmr_t *bmr);
-/** First complex record, or null; the next one is its link's. */
-fwx_mapt_plu_complex_t *plu_first_complex(void);
+/** Writes the first complex record, null when there is none; the next one is its link's. Returns the list's code. */
+uint32_t plu_first_complex(fwx_mapt_plu_complex_t **first);
 static inline fwx_mapt_plu_complex_t *plu_next_complex(const fwx_mapt_plu_complex_t *record) {
     return reinterpret_cast<fwx_mapt_plu_complex_t *>(record->link.next);
 }

@@ -20,6 +20,7 @@ bool empty_tree(const fwx_mapt_plu_complex_t &record, const uint8_t *key) {
     }
     bool emptied = true;
     while (leaf != nullptr) {
+        rc = 0;
         tbm_leaf_delete(record.tree, leaf, &rc);
         if (rc != 0) {
             NAT64_LOG_ERROR("\n%s: leaf delete failed %s", name, xerr_strerror(rc));
@@ -38,8 +39,10 @@ bool empty_tree(const fwx_mapt_plu_complex_t &record, const uint8_t *key) {
 void empty_complexes() {
     const uint8_t key[plu_key_bytes] = {};
     plu_complex_masks_t masks;
-    for (const fwx_mapt_plu_complex_t *record = plu_first_complex(); record != nullptr;
-         record = plu_next_complex(record)) {
+    fwx_mapt_plu_complex_t *record = nullptr;
+    uint32_t rc = plu_first_complex(&record);
+    if (rc != 0) NAT64_LOG_ERROR("\n%s: reading the complex list failed, rc(%s)", name, xerr_strerror(rc));
+    for (; record != nullptr; record = plu_next_complex(record)) {
         const uint32_t bit = plu_complex_masks_t::bit(record->complex);
         masks.visited |= bit;
         if (!empty_tree(*record, key)) masks.failed |= bit;
@@ -47,7 +50,7 @@ void empty_complexes() {
     if (masks.some_but_not_all_failed()) {
         NAT64_LOG_ERROR("\n%s: Failed to delete rules from PLU rc(%s)", name, xerr_strerror(FWX_NAT64_ERR_PLU_FAILED));
     }
-    const uint32_t rc = fwx_list_destroy(fwx_mapt_plu_complex_list);
+    rc = fwx_list_destroy(fwx_mapt_plu_complex_list);
     if (rc != 0) NAT64_LOG_ERROR("\n%s: Failed to destroy complex list rc(%s)", name, xerr_strerror(rc));
     fwx_mapt_plu_complex_list = nullptr;
 }
@@ -84,6 +87,7 @@ void fwx_mapt_plu_cleanup(void) {
         if (rc != 0) NAT64_LOG_ERROR("\n%s: failed to delete pending mapt rule hash table %s", name, xerr_strerror(rc));
         fwx_mapt_plu_pending_hash = nullptr;
     }
+    plu_elem_may_stand_twice = false;
     if (fwx_mapt_plu_rule_chunk != nullptr) {
         fwx_chunk_destroy(fwx_mapt_plu_rule_chunk);
         fwx_mapt_plu_rule_chunk = nullptr;

@@ -3,7 +3,7 @@
 
 namespace {
 
-/* In what the two tables differ; `failed` and `added` write the log line of the named step. */
+/* In what the two tables differ; each function writes the log line of its step. */
 struct rule_table_t {
     fwx_cl_hash_t **hash;
     void (*add_failed)(const fwx_nat64_mapt_bmr_t &rule, uint32_t rc);
@@ -106,5 +106,6 @@ uint32_t fwx_mapt_del_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
 }
 
 void plu_release_elem(fwx_mapt_rule_hash_elem_t *elem, fwx_cl_hash_t *other) {
-    if (find(other, key_of(elem->rule)) != elem) chunk_free(fwx_mapt_plu_rule_chunk, elem);
+    if (plu_elem_may_stand_twice && find(other, key_of(elem->rule)) == elem) return;
+    chunk_free(fwx_mapt_plu_rule_chunk, elem);
 }

@@ -89,7 +89,10 @@ uint32_t fwx_mapt_plu_add_rule(const void *reply) {
 
     uint32_t rc = fwx_mapt_del_pending_rule_hash_elem(elem);
     const bool still_pending = rc != 0;
-    if (still_pending) NAT64_LOG_ERROR("\n%s: PLU rule insert failed %s", __func__, xerr_strerror(rc));
+    if (still_pending) {
+        plu_elem_may_stand_twice = true;
+        NAT64_LOG_ERROR("\n%s: PLU rule insert failed %s", __func__, xerr_strerror(rc));
+    }
 
     if (fwx_mapt_plu_rule_hash == nullptr) {
         rc = fwx_mapt_plu_create_rule_hash();

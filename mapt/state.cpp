@@ -7,6 +7,7 @@ fwx_cl_hash_t *fwx_mapt_plu_pending_hash;
 fwx_cl_hash_t *fwx_mapt_plu_rule_hash;
 fwx_chunk_t *fwx_mapt_plu_rule_chunk;
 fwx_list_t *fwx_mapt_plu_complex_list;
+bool plu_elem_may_stand_twice;
 fwx_mapt_app_leaf_t fwx_mapt_plu_staged_app_leaf;
 
 uint32_t fwx_mapt_plu_init(void) {
@@ -51,10 +52,21 @@ uint32_t fwx_mapt_plu_init_tbm_info(fwx_mapt_plu_tbm_info_t *info) {
     return 0;
 }
 
+namespace {
+
+/* The handle stays null when the facility fails, whatever it writes. */
+uint32_t create_hash(const char *name, fwx_cl_hash_t **handle) {
+    const uint32_t rc = fwx_cl_hash_create(name, 10, 3, nullptr, nullptr, handle);
+    if (rc != 0) *handle = nullptr;
+    return rc;
+}
+
+}  // namespace
+
 uint32_t fwx_mapt_plu_create_pending_hash(void) {
-    return fwx_cl_hash_create("FWX MAPT Pending Hash", 10, 3, nullptr, nullptr, &fwx_mapt_plu_pending_hash);
+    return create_hash("FWX MAPT Pending Hash", &fwx_mapt_plu_pending_hash);
 }
 
 uint32_t fwx_mapt_plu_create_rule_hash(void) {
-    return fwx_cl_hash_create("FWX MAPT Rule Hash", 10, 3, nullptr, nullptr, &fwx_mapt_plu_rule_hash);
+    return create_hash("FWX MAPT Rule Hash", &fwx_mapt_plu_rule_hash);
 }

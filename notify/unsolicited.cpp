@@ -17,18 +17,6 @@ struct record_t {
 };
 static_assert(sizeof(record_t) == 12, "the PAL reads three words");
 
-/* What `mapping_stats_cb` is handed; the shape of a mapping statistics entry. */
-struct mapping_record_t {
-    uint32_t id;
-    uint32_t reserved4;
-    uint32_t active;
-    uint32_t reserved12;
-    uint64_t value;
-};
-static_assert(sizeof(mapping_record_t) == 24 && offsetof(mapping_record_t, active) == 8 &&
-                  offsetof(mapping_record_t, value) == 16,
-              "the PAL reads this layout");
-
 constexpr size_t least_size_bytes(uint32_t event) {
     switch (event) {
         case FWX_NAT64_UNSOL_RECORD:
@@ -52,7 +40,10 @@ void hand_on_record(const fwx_nat64_client_info_t *info, const void *msg) {
 void hand_on_mapping(const fwx_nat64_client_info_t *info, const void *msg) {
     if (info == nullptr || info->reply_cb.mapping_stats_cb == nullptr) return;
     const auto *mapping = static_cast<const fwx_nat64_unsol_mapping_msg_t *>(msg);
-    mapping_record_t record = {mapping->id, 0, mapping->inactive == 0 ? 1U : 0U, 0, mapping->value};
+    fwx_nat64_stats_mapping_entry_t record = {};
+    record.id = mapping->id;
+    record.active = mapping->inactive == 0 ? 1 : 0;
+    record.sessions = mapping->value;
     info->reply_cb.mapping_stats_cb(nullptr, 0, 0, 1, &record);
 }
 

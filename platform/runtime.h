@@ -86,7 +86,7 @@ fwx_chunk_t *fwx_chunk_create(const char *name, size_t element_size, uint32_t co
                               uint32_t arg6);
 /** Takes an element, its content undefined; null when none can be had. */
 void *chunk_malloc(fwx_chunk_t *pool);
-/** Gives an element back to the pool it came from. */
+/** Gives an element back to the pool it came from. Its bytes stay readable and as they are until it is taken again. */
 void chunk_free(fwx_chunk_t *pool, void *element);
 /** Destroys a pool of chunk_create. */
 void chunk_destroy(fwx_chunk_t *pool);

@@ -23,10 +23,10 @@ typedef void (*smc_chan_err_fn_t)(void *arg);
 typedef void (*smc_throttle_fn_t)(uint32_t on);
 /** A message of `size` bytes does not fit `old_buf`; returns 1 after giving the channel a larger buffer, else 0. */
 typedef uint32_t (*smc_rx_buffer_fn_t)(smc_chan_t chan, void *old_buf, size_t size);
-/** A received message; it stays the service's and may be written into during the call. The first two arguments are the
- * service's. */
+/** A received message, 8-byte aligned; it stays the service's and may be written into during the call. The first two
+ * arguments are the service's. */
 typedef void (*smc_msg_handler_fn_t)(void *arg1, void *arg2, void *msg, size_t size);
-/** A message that was handed over is done with: `status` 0 when the server took it. */
+/** A message that was handed over is done with: `status` 0 when the server took it, else it never got it. */
 typedef void (*smc_send_done_fn_t)(void *cookie, void *unused, uint32_t status);
 
 /** Opens a channel to the server of that name; `*chan` is set on success. `arg3` is 0. */
@@ -47,7 +47,8 @@ void smc_msg_tx_buffer_free(void *msg);
 /** Hands a message over; on 0 it is the channel's until `done_fn` is called with `cookie`, otherwise it stays the
  * caller's. */
 uint32_t smc_async_msg_sends(smc_chan_t chan, void *msg, void *cookie, size_t size, smc_send_done_fn_t done_fn);
-/** Sends and waits for the answer, of which at most `reply_size` bytes are written; the message stays the caller's. */
+/** Sends and waits for the answer, of which at most `reply_size` bytes are written; an answer shorter than a result is
+ * a failure. The message stays the caller's. */
 uint32_t smc_sync_msg_send(smc_chan_t chan, void *msg, size_t size, void *reply, size_t reply_size);
 
 #ifdef __cplusplus

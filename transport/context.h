@@ -24,7 +24,8 @@ typedef struct {
     fwx_nat64_sess_walk_fn_t walk_cb;
 } fwx_nat64_sess_walk_cb_t;
 
-/** The context that a message names, or null. Not to be read before it was found on the list, save its `cmd`. */
+/** The context that a message names, or null. It may be back in its pool, where it stays readable, until
+ * it was found on the list. */
 static inline fwx_nat64_clnt_ctx_t *clnt_ctx_named_by(const fwx_nat64_msg_hdr_t *hdr) {
     return reinterpret_cast<fwx_nat64_clnt_ctx_t *>(static_cast<uintptr_t>(hdr->clnt_ctx));
 }

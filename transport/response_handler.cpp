@@ -45,8 +45,9 @@ uint32_t system_statistics(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *
         if (callback != nullptr) callback(ctx->pal_ctx, 0, nullptr);
         return fate_finished;
     }
-    const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, stats->more, stats + 1) : 1;
-    return fwx_nat64_clnt_ctx_requeue(info, ctx, stats->more, stop);
+    const uint32_t more = stats->more; /* the message may be gone after the callback */
+    const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats + 1) : 1;
+    return fwx_nat64_clnt_ctx_requeue(info, ctx, more, stop);
 }
 
 uint32_t interface_or_limit_statistics(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
@@ -56,8 +57,9 @@ uint32_t interface_or_limit_statistics(fwx_nat64_client_info_t *info, fwx_nat64_
         stats->value = 0;
     }
     const auto callback = clnt_ctx_callback<fwx_nat64_intf_stats_fn_t>(ctx);
-    const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, stats->more, stats->value, stats + 1) : 1;
-    return fwx_nat64_clnt_ctx_requeue(info, ctx, stats->more, stop);
+    const uint32_t more = stats->more;
+    const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats + 1) : 1;
+    return fwx_nat64_clnt_ctx_requeue(info, ctx, more, stop);
 }
 
 uint32_t pool_or_mapping_statistics(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
@@ -67,9 +69,10 @@ uint32_t pool_or_mapping_statistics(fwx_nat64_client_info_t *info, fwx_nat64_cln
         stats->value2 = 0;
     }
     const auto callback = clnt_ctx_callback<fwx_nat64_pool_stats_fn_t>(ctx);
+    const uint32_t more = stats->more;
     const uint32_t stop =
-        callback != nullptr ? callback(ctx->pal_ctx, stats->more, stats->value, stats->value2, stats + 1) : 1;
-    return fwx_nat64_clnt_ctx_requeue(info, ctx, stats->more, stop);
+        callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats->value2, stats + 1) : 1;
+    return fwx_nat64_clnt_ctx_requeue(info, ctx, more, stop);
 }
 
 uint32_t walk_status(const fwx_nat64_sess_walk_reply_t *reply) {

@@ -26,7 +26,8 @@ extern "C" {
 
 /**
  * Query callbacks. `pal_ctx` is the context given with the query; `count` is the number of further replies that follow,
- * 0 with the last; `data` is the server's, valid during the call, and null with zero counts when the query failed. A
+ * 0 with the last; `data` is the server's and valid during the call. A query that failed or was flushed is told with
+ * zero counts; its `data` is null or carries nothing. A
  * non-zero return asks that the further replies of this query be consumed without a call.
  */
 typedef uint32_t (*fwx_nat64_sys_stats_fn_t)(void *pal_ctx, uint32_t count, void *data);

@@ -76,7 +76,7 @@ uint32_t fwx_nat64_mapt_dmr_set_a(uint32_t op, const fwx_nat64_mapt_dmr_t *dmr, 
 uint32_t fwx_mapt_plu_add_pending_rule(const fwx_nat64_mapt_bmr_t *bmr);
 /**
  * Installs the pending rule that a reply names, under the reply's index; a reply that names none changes nothing.
- * @param reply a type 13 message of at least 64 bytes, only read.
+ * @param reply a type 13 message of at least 64 bytes, 8-byte aligned, only read.
  * @return 0; FWX_NAT64_ERR_INVALID for null, or when no rule was ever pending; FWX_NAT64_ERR_EXISTS when the rule is
  *         installed already; 12; FWX_NAT64_ERR_PLU_FAILED; or the platform's code.
  */

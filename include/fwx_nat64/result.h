@@ -7,7 +7,8 @@
 #ifndef FWX_NAT64_RESULT_H
 #define FWX_NAT64_RESULT_H
 
-/** The channel could not be opened; also the verdict on a command that never reached the server. */
+/** The channel could not be opened; also the verdict on a command that was flushed: its send failed later, or the
+ * library was unloaded, whether the server carried it out or not. */
 #define FWX_NAT64_ERR_AGAIN 0x4030020bu
 /** No client context, transmit buffer or list entry for a command. */
 #define FWX_NAT64_ERR_NOMEM 0x4030020cu

@@ -60,7 +60,7 @@ typedef struct {
 
 /** What a command's callback gets. */
 typedef struct {
-    uint32_t result; /* 0, the server's code, or FWX_NAT64_ERR_AGAIN when the command never reached the server */
+    uint32_t result; /* 0, the server's code, or FWX_NAT64_ERR_AGAIN for a command that was flushed */
     void *pal_ctx;   /* as given with the command */
 } fwx_nat64_cmd_result_t;
 
@@ -70,7 +70,8 @@ typedef struct {
  * @param size    bytes of the whole message, at least 32.
  * @param msgno   message number.
  * @param pal_ctx handed back to the callback, never dereferenced.
- * @param cb_func callback of the shape that belongs to the message number, or null.
+ * @param cb_func callback of the shape that belongs to the message number, or null. Session walks go through
+ *                fwx_nat64_session_walk_a alone: their contexts carry a record of the library in its place.
  * @param msg     receives the framed message; the body from offset 32 on is the caller's to fill.
  * @return 0; FWX_NAT64_ERR_NOT_READY; FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_NOMEM. Nothing stays
  * allocated after a failure.

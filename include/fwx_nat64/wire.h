@@ -106,6 +106,27 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, dst, 40);
 FWX_NAT64_WIRE_SIZE(fwx_mapt_app_leaf_t, 16);
 FWX_NAT64_WIRE_AT(fwx_mapt_app_leaf_t, mapt_bmr, 4);
 
+/* --- Records that the PAL hands over and that travel in another shape. --- */
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_intf_info_t, 88);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sless_prefix, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sful_prefix, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sless_prefix_v6v4, 60);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, mtu, 84);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_t, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_t, start_addr, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_t, hsl_id, 52);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_t, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, dest, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, param2, 34);
+
+FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_bmr_t, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v6_prefix, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v4_prefix, 17);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, rule_params, 22);
+
 /* --- Configuration envelope and op codes. --- */
 
 #define FWX_NAT64_CFG_INTF_SET 1u

@@ -270,6 +270,18 @@ TEST_F(reply_test_t, a_failed_walk_is_told_once_however_it_fails) {
     expect_all_released();
 }
 
+TEST_F(reply_test_t, a_walk_answered_by_a_bare_result_ends_as_failed) {
+    deliver(reply_to(send(9), 0, 36, 0x6001));
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].callback, "walk");
+    EXPECT_EQ(calls[0].status, 4u);
+    expect_all_released();
+    deliver(reply_to(send(9), 10, 36, 0));
+    EXPECT_EQ(calls.size(), 1u);
+    expect_all_released();
+    cgm_returns.clear();
+}
+
 TEST_F(reply_test_t, replies_too_short_for_their_type_are_dropped_before_anything_is_touched) {
     struct {
         uint32_t command, type;

@@ -374,6 +374,20 @@ TEST_F(rule_table_test_t, a_clean_up_goes_on_whatever_fails) {
     }
 }
 
+TEST_F(rule_table_test_t, an_unreadable_complex_list_is_told_and_deletes_nothing) {
+    const fwx_nat64_mapt_bmr_t bmr = rule(1, 2);
+    ASSERT_EQ(install(bmr, 5), 0u);
+    fwx_host_fault_arm(FWX_HOST_OP_LIST_HEAD, 1, 5);
+    EXPECT_EQ(fwx_mapt_plu_del_rule(&bmr), 5u);
+    EXPECT_EQ(logged.back(), "error: \nfwx_mapt_plu_del_rule:plu rule delete failed, rc(Input/output error)");
+    EXPECT_EQ(leaves(), 2u);
+    fwx_host_fault_arm(FWX_HOST_OP_LIST_HEAD, 1, 5);
+    EXPECT_EQ(install(rule(3, 4, 3, 24, 0xb9), 6), 5u);
+    EXPECT_EQ(leaves(), 2u);
+    EXPECT_EQ(fwx_mapt_plu_del_rule(&bmr), 0u);
+    EXPECT_EQ(leaves(), 0u);
+}
+
 TEST_F(rule_table_test_t, random_lives_of_rules_agree_with_a_reference) {
     struct reference_t {
         std::map<rule_key_t, fwx_nat64_mapt_bmr_t> pending, installed;
