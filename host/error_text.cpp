@@ -43,6 +43,7 @@ texts_t &texts() {
         {FWX_HOST_ERR_BAD_ARG, "invalid argument"},
         {FWX_HOST_ERR_NO_CLIENT, "no such classifier client"},
         {FWX_HOST_ERR_FAULT, "armed fault"},
+        {FWX_HOST_ERR_FOREIGN, "server or socket directory is not this user's alone"},
     };
     return all;
 }

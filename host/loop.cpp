@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <limits>
 #include <list>
 #include <map>
 #include <new>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "host/loop_member.h"
 
@@ -20,11 +22,22 @@ namespace {
 /** Most members run and descriptors served by one pass, so that timers, descriptors and members all get their turn. */
 constexpr uint32_t members_per_pass = 256;
 constexpr int events_per_pass = 32;
+/** Most passes of a busy loop without a look at the descriptors. */
+constexpr uint32_t passes_between_polls = 32;
+
+uint32_t spin_us;
 
 struct callback_t {
     fwx_host_fn_t fn;
     void *arg;
 };
+
+uint32_t epoll_add(int epoll_fd, int fd, uint32_t events) {
+    epoll_event event{};
+    event.events = events;
+    event.data.fd = fd;
+    return epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &event) == 0 ? 0 : static_cast<uint32_t>(errno);
+}
 
 }  // namespace
 
@@ -39,6 +52,8 @@ struct fwx_host_loop {
     uint64_t next_timer_id = 1;
     std::list<loop_member_t *> ready;
     std::list<loop_member_t *> idle;
+    std::vector<loop_sleeper_t *> sleepers;
+    uint32_t passes_since_poll = 0;
 
     explicit fwx_host_loop(int fd) : epoll_fd(fd) {}
     fwx_host_loop(const fwx_host_loop &) = delete;
@@ -65,8 +80,14 @@ struct fwx_host_loop {
         member.is_ready_ = true;
     }
 
+    bool is_busy() const { return !ready.empty(); }
+
+    /** For the caller to wait so long: the sleepers sleep from here on. */
     int next_timeout_ms() const {
-        if (!ready.empty()) return 0;
+        for (auto sleeper = sleepers.begin(); sleeper != sleepers.end() && !is_busy(); ++sleeper) {
+            (*sleeper)->fall_asleep();
+        }
+        if (is_busy()) return 0;
         if (timers.empty()) return -1;
         const uint64_t now = fwx_host_clock_ms();
         const uint64_t due = timers.begin()->first.first;
@@ -77,8 +98,26 @@ struct fwx_host_loop {
     uint32_t pass(int timeout_ms) {
         uint32_t calls = 0;
         if (timeout_ms != 0 || !watches.empty()) calls += serve_watches(timeout_ms);
+        passes_since_poll = 0;
         calls += run_members();
         return calls + run_timers();
+    }
+
+    /** What is ready without a system call; returns the number of callbacks. */
+    uint32_t quick_pass() {
+        if (!is_busy() || ++passes_since_poll >= passes_between_polls) return 0;
+        const uint32_t calls = run_members();
+        return calls + run_timers();
+    }
+
+    void spin() {
+        if (spin_us == 0 || sleepers.empty()) return;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(spin_us);
+        while (!is_busy() && std::chrono::steady_clock::now() < end) {
+            for (loop_sleeper_t *sleeper : sleepers) {
+                sleeper->look();
+            }
+        }
     }
 
 private:
@@ -134,7 +173,26 @@ void loop_member_t::make_ready() {
     if (loop_ != nullptr) loop_->make_ready(*this);
 }
 
+void loop_sleeper_add(fwx_host_loop_t &loop, loop_sleeper_t &sleeper) {
+    loop.sleepers.push_back(&sleeper);
+}
+
+void loop_sleeper_remove(fwx_host_loop_t &loop, loop_sleeper_t &sleeper) {
+    auto &all = loop.sleepers;
+    all.erase(std::remove(all.begin(), all.end(), &sleeper), all.end());
+}
+
+uint32_t loop_watch_rings(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg) {
+    if (const uint32_t code = epoll_add(loop.epoll_fd, fd, EPOLLIN | EPOLLET)) return code;
+    loop.watches[fd] = {fn, arg};
+    return 0;
+}
+
 extern "C" {
+
+void fwx_host_spin_set_us(uint32_t microseconds) {
+    spin_us = microseconds;
+}
 
 fwx_host_loop_t *fwx_host_loop_create(void) {
     const int fd = epoll_create1(EPOLL_CLOEXEC);
@@ -159,6 +217,8 @@ uint32_t fwx_host_loop_process(fwx_host_loop_t *loop) {
 }
 
 uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
+    if (const uint32_t calls = loop->quick_pass()) return calls;
+    if (timeout_ms != 0) loop->spin();
     const int own = loop->next_timeout_ms();
     const bool is_own_sooner = own >= 0 && (timeout_ms < 0 || own < timeout_ms);
     return loop->pass(is_own_sooner ? own : timeout_ms);
@@ -189,10 +249,7 @@ void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id) {
 }
 
 uint32_t fwx_host_loop_watch(fwx_host_loop_t *loop, int fd, fwx_host_fn_t fn, void *arg) {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = fd;
-    if (epoll_ctl(loop->epoll_fd, EPOLL_CTL_ADD, fd, &event) != 0) return static_cast<uint32_t>(errno);
+    if (const uint32_t code = epoll_add(loop->epoll_fd, fd, EPOLLIN)) return code;
     loop->watches[fd] = {fn, arg};
     return 0;
 }

@@ -33,4 +33,24 @@ private:
     std::list<loop_member_t *>::iterator position_; /* in the loop's list of ready or of idle members */
 };
 
+/** What can get work through shared memory, without the loop's help. Makes its member ready when it finds some. */
+class loop_sleeper_t {
+public:
+    loop_sleeper_t() = default;
+    loop_sleeper_t(const loop_sleeper_t &) = delete;
+    loop_sleeper_t &operator=(const loop_sleeper_t &) = delete;
+    virtual ~loop_sleeper_t() = default;
+
+    /** The loop polls. */
+    virtual void look() = 0;
+    /** The loop is about to wait: from now on it must be woken through a descriptor. */
+    virtual void fall_asleep() = 0;
+};
+
+void loop_sleeper_add(fwx_host_loop_t &loop, loop_sleeper_t &sleeper);
+void loop_sleeper_remove(fwx_host_loop_t &loop, loop_sleeper_t &sleeper);
+/** Watches an event descriptor that nobody reads: `fn` is called once for every few writes to it. Returns 0 or an errno
+ * value. */
+uint32_t loop_watch_rings(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg);
+
 #endif

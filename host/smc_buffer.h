@@ -24,6 +24,7 @@ struct alignas(16) message_t {
     uint32_t capacity; /* bytes asked for */
     uint32_t size;     /* bytes that the message is long, at most its capacity */
     uint32_t size_class;
+    uint32_t ring_end; /* where it ends in the ring that it was copied into */
 
     uint8_t *bytes() { return reinterpret_cast<uint8_t *>(this + 1); }
     const uint8_t *bytes() const { return reinterpret_cast<const uint8_t *>(this + 1); }

@@ -41,13 +41,14 @@ void smc_channel_t::close() {
     if (handle_ == 0) return;
     handle_release(handle_);
     handle_ = 0;
-    edges_ = 0;
     link_.reset();
+    edges_ = 0;
     make_ready();
 }
 
 uint32_t smc_channel_t::send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
     if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
     const uint64_t limit = high_ == 0 ? limit_without_marks : limit_of_high_mark * high_;
     if (untaken_bytes_ != 0 && untaken_bytes_ + size > limit) return FWX_HOST_ERR_FULL;
     message->size = static_cast<uint32_t>(size);
@@ -64,6 +65,7 @@ uint32_t smc_channel_t::send(message_t *message, size_t size, void *cookie, smc_
 
 uint32_t smc_channel_t::ask(const message_t *message, size_t size, void *reply, size_t reply_size) {
     if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
     tap_show(FWX_HOST_SENT, message->bytes(), size);
     return link_->ask(message->bytes(), size, reply, reply_size);
 }
@@ -118,6 +120,7 @@ uint32_t smc_channel_t::run() {
         --budget;
     }
     is_running_ = false;
+    if (!is_closed()) link_->after_run();
     if (budget == 0) {
         make_ready();
     } else if (is_closed() && in_flight_ == 0) {
@@ -132,6 +135,7 @@ void smc_channel_t::loop_gone() {
 
 /* Completions come before messages, so that a message is complete before its reply arrives. */
 bool smc_channel_t::dispatch_one(uint32_t &calls) {
+    if (!is_closed()) link_->refresh();
     if (edges_ != 0) {
         report_edge(calls);
         return true;

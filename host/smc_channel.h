@@ -25,7 +25,10 @@ public:
 
     /* The client's side. */
     smc_chan_t handle() const { return handle_; }
-    void connect(std::unique_ptr<smc_link_t> link) { link_ = std::move(link); }
+    void connect(std::unique_ptr<smc_link_t> link) {
+        link_ = std::move(link);
+        largest_message_ = link_->largest_message();
+    }
     void close();
     uint32_t send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn);
     uint32_t ask(const message_t *message, size_t size, void *reply, size_t reply_size);
@@ -35,6 +38,8 @@ public:
 
     /* The link's side. */
     bool has_untaken() const { return !untaken_.empty(); }
+    /** The oldest message that was not taken, and those behind it by its link; null: there is none. */
+    message_t *oldest_untaken() { return untaken_.front(); }
     /** Takes the oldest message; the channel outlives the call of end_take that gives it back. */
     message_t *begin_take();
     /** `status` 0: the server took it. */
@@ -59,6 +64,7 @@ private:
     smc_chan_t handle_;
     smc_chan_err_fn_t err_fn_;
     std::unique_ptr<smc_link_t> link_; /* null once closed */
+    size_t largest_message_ = 0;
     bool is_down_ = false;
     bool is_running_ = false;
 

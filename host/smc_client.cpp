@@ -1,22 +1,55 @@
 /* The messaging service as its clients call it. */
 #include <cstring>
 #include <memory>
+#include <string>
+#include <unordered_map>
 
 #include "host/internal.h"
+#include "host/shm_link.h"
 #include "host/smc_buffer.h"
 #include "host/smc_channel.h"
 #include "host/smc_handle.h"
-#include "host/smc_server.h"
+#include "host/smc_local.h"
 #include "platform/smc.h"
 
+namespace {
+
+using names_t = std::unordered_map<std::string, std::string>;
+
+/** Server names in other processes, by channel name. */
+names_t &remote_servers() {
+    static names_t &all = *new names_t;
+    return all;
+}
+
+uint32_t link_open(const char *name, fwx_host_loop_t &loop, smc_channel_t &channel, std::unique_ptr<smc_link_t> *link) {
+    const auto remote = remote_servers().find(name);
+    if (remote != remote_servers().end()) return shm_link_open(remote->second.c_str(), loop, channel, link);
+    *link = local_link_open(name, channel);
+    return *link == nullptr ? FWX_HOST_ERR_NO_SERVER : 0;
+}
+
+}  // namespace
+
 extern "C" {
+
+uint32_t fwx_host_connect_set(const char *channel_name, const char *server_name) {
+    if (channel_name == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (server_name == nullptr) {
+        remote_servers().erase(channel_name);
+    } else {
+        remote_servers()[channel_name] = server_name;
+    }
+    return 0;
+}
 
 uint32_t smc_msg_chan_open(const char *name, smc_event_t ev, uint32_t, smc_chan_err_fn_t err_fn, smc_chan_t *chan) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_CHAN_OPEN)) return code;
     if (name == nullptr || ev == 0 || chan == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    auto channel = std::make_unique<smc_channel_t>(*reinterpret_cast<fwx_host_loop_t *>(ev), err_fn);
-    auto link = local_link_open(name, *channel);
-    if (link == nullptr) return FWX_HOST_ERR_NO_SERVER;
+    auto &loop = *reinterpret_cast<fwx_host_loop_t *>(ev);
+    auto channel = std::make_unique<smc_channel_t>(loop, err_fn);
+    std::unique_ptr<smc_link_t> link;
+    if (const uint32_t code = link_open(name, loop, *channel, &link)) return code;
     channel->connect(std::move(link));
     *chan = channel.release()->handle();
     return 0;

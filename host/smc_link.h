@@ -30,6 +30,11 @@ public:
     /** The oldest message from the server; stays until pop() or the link's end. Also after link_down. */
     virtual received_t front() = 0;
     virtual void pop() = 0;
+    virtual size_t largest_message() const = 0;
+    /** Before the channel looks for something to dispatch: has it told what happened at the server meanwhile. */
+    virtual void refresh() {}
+    /** The channel's run is over, and the loop may wait. */
+    virtual void after_run() {}
 };
 
 #endif

@@ -2,8 +2,9 @@
  * The event loop of a program on the host platform. A loop is what a program gives to fwx_nat64_bind as its event
  * argument; everything that a channel delivers (messages, completions, flow control, errors) is dispatched by it.
  *
- * A program with a loop of its own polls fwx_host_loop_fd for reading, for at most fwx_host_loop_next_timeout_ms, and
- * then calls fwx_host_loop_process. A program without one calls fwx_host_loop_run_once. Nothing here is thread-safe.
+ * A program with a loop of its own polls fwx_host_loop_fd for reading, for at most fwx_host_loop_next_timeout_ms, which
+ * it asks each time before it polls, and then calls fwx_host_loop_process. A program without one calls
+ * fwx_host_loop_run_once. Nothing here is thread-safe.
  */
 #ifndef FWX_HOST_LOOP_H
 #define FWX_HOST_LOOP_H
@@ -32,6 +33,9 @@ int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop);
 uint32_t fwx_host_loop_process(fwx_host_loop_t *loop);
 /** Waits at most `timeout_ms` (-1: without limit) for something to do and dispatches it; returns as process. */
 uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms);
+/** How long run_once of any loop polls its channels to other processes before it waits: 0 at the start, which is best
+ * unless both sides have a processor for themselves. */
+void fwx_host_spin_set_us(uint32_t microseconds);
 /** Dispatches until nothing is ready at this moment; timers that are not due stay. Returns as process. */
 uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop);
 

@@ -1,8 +1,13 @@
 /*
  * The server's side of the messaging service, and a tap on what passes through it.
  *
- * A server registers under a channel name; clients in this process that open a channel of that name are its peers.
- * Received messages stay the service's and are valid during the callback only; messages to send are copied.
+ * A server registers under a channel name; clients in this process that open a channel of that name are its peers. A
+ * server that listens also has peers in other processes of the same user, which reach it by its server name through
+ * shared memory. Received messages stay the service's and are valid during the callback only; messages to send are
+ * copied.
+ *
+ * Between processes a message is at most 1 MiB less 8 bytes long, and a side that dies is a channel error at once: the
+ * messages that the server had not begun to take then are reported as failed, and those it sent before are delivered.
  */
 #ifndef FWX_HOST_SMC_H
 #define FWX_HOST_SMC_H
@@ -36,15 +41,34 @@ typedef struct {
 /** Registers a server for a channel name in this process. `ops` and `ctx` must outlive it. FWX_HOST_ERR_NAME_TAKEN. */
 uint32_t fwx_host_server_register(const char *name, fwx_host_loop_t *loop, const fwx_host_server_ops_t *ops, void *ctx,
                                   fwx_host_server_t **server);
+/** The server that is registered for a channel name in this process, or null. */
+fwx_host_server_t *fwx_host_server_find(const char *name);
+/**
+ * Makes a registered server known to the other processes of this user as `server_name`, until it is unregistered. The
+ * name is a file's, in XDG_RUNTIME_DIR/fwx_host or else in /tmp/fwx_host-UID; what a dead server left there is
+ * replaced. A server listens under one name at most. FWX_HOST_ERR_NAME_TAKEN, FWX_HOST_ERR_FOREIGN when others can get
+ * at the directory, FWX_HOST_ERR_BAD_ARG, or an errno value.
+ */
+uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_name);
+/**
+ * Channels of this name that are opened from now on go to the server that listens as `server_name` in another process;
+ * null: back to this process. Opening then fails with FWX_HOST_ERR_NO_SERVER or FWX_HOST_ERR_FOREIGN.
+ * FWX_HOST_ERR_BAD_ARG for a null `channel_name`.
+ */
+uint32_t fwx_host_connect_set(const char *channel_name, const char *server_name);
+/** How long a synchronous message to a server in another process waits for its answer, 5000 at the start; then it fails
+ * with FWX_HOST_ERR_NO_ANSWER. */
+void fwx_host_sync_timeout_set_ms(uint64_t timeout_ms);
 /** Ends a server, also from within its own callbacks: `disconnected` is called for every peer before this returns, and
  * the clients see a channel error. Null is ignored. */
 void fwx_host_server_unregister(fwx_host_server_t *server);
 /** While paused (non-zero) the server takes no messages, so they pile up in the channels. */
 void fwx_host_server_pause(fwx_host_server_t *server, uint32_t paused);
-/** Sends a message to a client; copied. FWX_HOST_ERR_CHANNEL_DOWN, FWX_HOST_ERR_TOO_LONG, 12. */
+/** Sends a message to a client; copied. FWX_HOST_ERR_CHANNEL_DOWN, FWX_HOST_ERR_TOO_LONG, 12; FWX_HOST_ERR_FULL when 64
+ *  MiB wait for a client in another process to read. */
 uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size);
-/** Ends one channel from the server's side; the client sees a channel error after the messages sent to it before, and
- *  `disconnected` is called from the loop. */
+/** Ends one channel from the server's side; the client sees a channel error after the messages sent to it before (in
+ *  another process: after those that were in its ring), and `disconnected` is called from the loop. */
 void fwx_host_peer_drop(fwx_host_peer_t *peer);
 
 typedef enum { FWX_HOST_SENT, FWX_HOST_RECEIVED } fwx_host_direction_t;

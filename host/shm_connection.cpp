@@ -1,0 +1,96 @@
+#include "host/shm_connection.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace {
+
+descriptor_t bell_make() {
+    return descriptor_t(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+}
+
+}  // namespace
+
+shm_connection_t::shm_connection_t(fwx_host_loop_t &loop, descriptor_t socket, shm_handles_t &handles, shm_role_t role)
+    : loop_(loop), socket_(std::move(socket)), segment_(shm_segment_map(handles[0])) {
+    const bool is_client = role == shm_role_t::CLIENT;
+    own_bell_ = std::move(handles[is_client ? 1 : 2]);
+    other_bell_ = std::move(handles[is_client ? 2 : 1]);
+    if (segment_ == nullptr) return;
+    own_ = is_client ? &segment_->client : &segment_->server;
+    other_ = is_client ? &segment_->server : &segment_->client;
+}
+
+std::unique_ptr<shm_connection_t> shm_connection_t::offer(fwx_host_loop_t &loop, descriptor_t socket) {
+    shm_handles_t handles{shm_segment_make(), bell_make(), bell_make()};
+    const auto is_open = [](const descriptor_t &handle) { return handle.is_open(); };
+    if (!std::all_of(handles.begin(), handles.end(), is_open)) return nullptr;
+    if (!shm_handles_send(socket, handles)) return nullptr;
+    std::unique_ptr<shm_connection_t> made(new shm_connection_t(loop, std::move(socket), handles, shm_role_t::CLIENT));
+    return made->segment_ == nullptr ? nullptr : std::move(made);
+}
+
+std::unique_ptr<shm_connection_t> shm_connection_t::accept(fwx_host_loop_t &loop, descriptor_t socket) {
+    shm_handles_t handles;
+    if (!shm_handles_receive(socket, &handles)) return nullptr;
+    std::unique_ptr<shm_connection_t> made(new shm_connection_t(loop, std::move(socket), handles, shm_role_t::SERVER));
+    return made->segment_ == nullptr ? nullptr : std::move(made);
+}
+
+shm_connection_t::~shm_connection_t() {
+    if (end_ == nullptr) return;
+    fwx_host_loop_unwatch(&loop_, own_bell_.get());
+    fwx_host_loop_unwatch(&loop_, socket_.get());
+    loop_sleeper_remove(loop_, *end_);
+}
+
+bool shm_connection_t::start(shm_end_t &end) {
+    end_ = &end;
+    loop_sleeper_add(loop_, end);
+    return loop_watch_rings(loop_, own_bell_.get(), on_bell, this) == 0 &&
+           fwx_host_loop_watch(&loop_, socket_.get(), on_socket, this) == 0;
+}
+
+void shm_connection_t::on_bell(void *arg) {
+    static_cast<shm_connection_t *>(arg)->end_->rung();
+}
+
+void shm_connection_t::on_socket(void *arg) {
+    auto *connection = static_cast<shm_connection_t *>(arg);
+    fwx_host_loop_unwatch(&connection->loop_, connection->socket_.get());
+    connection->end_->hung_up();
+}
+
+void shm_connection_t::set_asleep(bool asleep) {
+    if (!asleep && !is_asleep_) return;
+    is_asleep_ = asleep;
+    own_->sleeps.store(asleep ? 1 : 0, std::memory_order_relaxed);
+    if (asleep) std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
+void shm_connection_t::wake_other(bool has_written, bool has_read) {
+    if (!has_written && !has_read) return;
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const bool is_worth_it = has_written || other_->wants_room.load(std::memory_order_relaxed) != 0;
+    if (!is_worth_it || other_->sleeps.load(std::memory_order_relaxed) == 0) return;
+    if (other_->sleeps.exchange(0, std::memory_order_relaxed) == 0) return;
+    eventfd_write(other_bell_.get(), 1);
+}
+
+shm_connection_t::woken_t shm_connection_t::wait(deadline_t deadline) const {
+    using std::chrono::milliseconds;
+    for (;;) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left <= milliseconds::zero()) return woken_t::TOO_LATE;
+        pollfd watched[] = {{own_bell_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
+        const int timeout_ms = static_cast<int>(std::min<int64_t>(left.count(), INT32_MAX));
+        if (poll(watched, 2, timeout_ms) <= 0) continue; /* a signal, or time to see that it is too late */
+        if (watched[1].revents != 0) return woken_t::HUNG_UP;
+        eventfd_t rings = 0;
+        eventfd_read(own_bell_.get(), &rings);
+        return woken_t::BELL;
+    }
+}

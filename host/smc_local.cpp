@@ -1,0 +1,121 @@
+#include "host/smc_local.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/internal.h"
+#include "host/smc_server.h"
+
+namespace {
+
+struct local_peer_t;
+
+/** The channel's end. */
+class local_link_t final : public smc_link_t {
+public:
+    explicit local_link_t(smc_channel_t &its_channel) : channel(its_channel) {}
+    local_link_t(const local_link_t &) = delete;
+    local_link_t &operator=(const local_link_t &) = delete;
+    ~local_link_t() override;
+
+    void messages_waiting() override;
+    uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
+    received_t front() override;
+    void pop() override { message_free(received.pop()); }
+    size_t largest_message() const override { return smc_largest_message; }
+
+    smc_channel_t &channel;
+    local_peer_t *peer = nullptr; /* null once the server let go */
+    message_queue_t received;
+};
+
+/** The server's end. */
+struct local_peer_t final : fwx_host_peer {
+    local_peer_t(fwx_host_server_t &its_server, local_link_t &its_link) : fwx_host_peer(its_server), link(&its_link) {}
+
+    bool is_linked() const override { return link != nullptr; }
+    bool has_message() override { return link->channel.has_untaken(); }
+    void take_one() override;
+    void detach() override;
+    uint32_t send(const void *msg, size_t size) override;
+
+    local_link_t *link; /* null once the channel closed or the server dropped it */
+};
+
+void local_peer_t::take_one() {
+    smc_channel_t &channel = link->channel; /* outlives the server's call, the connection may not */
+    message_t *message = channel.begin_take();
+    const uint32_t code = host_fault_check(FWX_HOST_OP_SEND_DONE);
+    if (code == 0) server->ops.received(server->ctx, this, message->bytes(), message->size);
+    channel.end_take(message, code);
+}
+
+void local_peer_t::detach() {
+    if (link == nullptr) return;
+    link->peer = nullptr;
+    link->channel.link_down();
+    link = nullptr;
+}
+
+uint32_t local_peer_t::send(const void *msg, size_t size) {
+    if (size > smc_largest_message) return FWX_HOST_ERR_TOO_LONG;
+    message_t *message = message_alloc(size);
+    if (message == nullptr) return host_errno_nomem;
+    if (size != 0) memcpy(message->bytes(), msg, size);
+    link->received.push(message);
+    link->channel.make_ready();
+    return 0;
+}
+
+local_link_t::~local_link_t() {
+    while (!received.empty()) {
+        pop();
+    }
+    if (peer == nullptr) return;
+    peer->link = nullptr;
+    peer->make_ready();
+}
+
+void local_link_t::messages_waiting() {
+    if (peer != nullptr) peer->make_ready();
+}
+
+received_t local_link_t::front() {
+    const message_t *message = received.front();
+    return message == nullptr ? received_t{} : received_t{message->bytes(), message->size};
+}
+
+uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
+    local_peer_t *asked = peer; /* outlives the calls below, the link may not */
+    if (asked == nullptr) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (asked->server->is_paused) return FWX_HOST_ERR_NO_ANSWER;
+    alignas(16) uint8_t answer[smc_largest_reply];
+    size_t length = 0;
+    asked->busy += 1;
+    asked->announce();
+    asked->take(UINT32_MAX);
+    if (asked->is_connected() && !asked->server->is_paused) {
+        length = asked->server->ops.asked(asked->server->ctx, asked, msg, size, answer, sizeof(answer));
+    }
+    asked->busy -= 1;
+    const bool is_down = !asked->is_connected();
+    if (asked->busy == 0 && asked->server == nullptr) {
+        delete asked;
+    } else {
+        asked->make_ready(); /* run() did nothing if the server's loop ran meanwhile */
+    }
+    if (is_down) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (length == 0) return FWX_HOST_ERR_NO_ANSWER;
+    length = std::min(length, sizeof(answer));
+    tap_show(FWX_HOST_RECEIVED, answer, length);
+    memcpy(reply, answer, std::min(length, reply_size));
+    return 0;
+}
+
+}  // namespace
+
+std::unique_ptr<smc_link_t> local_link_make(fwx_host_server_t &server, smc_channel_t &channel) {
+    auto link = std::make_unique<local_link_t>(channel);
+    link->peer = new local_peer_t(server, *link);
+    return link;
+}

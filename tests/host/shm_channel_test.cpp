@@ -1,0 +1,251 @@
+/* Channels between processes, both ends of which are in this one. */
+#include <poll.h>
+
+#include "shm_fixture.h"
+
+namespace {
+
+constexpr size_t largest = (1 << 20) - 8;
+
+using shm_channel_t = shm_fixture_t;
+
+bool is_rung(const fwx_host_loop_t *loop) {
+    pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
+    return poll(&watched, 1, 0) == 1;
+}
+
+TEST_F(shm_channel_t, messages_go_both_ways_and_complete_before_their_answers) {
+    during_take_ = [this] { ASSERT_EQ(reply("to " + log_.back().substr(5)), 0u); };
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(send("b"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "took b", "done a 0", "done b 0", "got to a", "got to b"}));
+}
+
+TEST_F(shm_channel_t, the_server_is_woken_once_for_all_that_was_sent_before_the_loop_waits) {
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_EQ(send("x"), 0u);
+    }
+    EXPECT_FALSE(is_rung(loop_));
+    EXPECT_EQ(fwx_host_loop_process(client_loop_), 0u);
+    EXPECT_TRUE(is_rung(loop_));
+    EXPECT_EQ(fwx_host_loop_process(loop_), 51u); /* the bell, and the messages */
+    EXPECT_FALSE(is_rung(loop_));
+    run();
+    EXPECT_EQ(count("done x 0"), 50);
+}
+
+TEST_F(shm_channel_t, messages_of_every_length_up_to_the_largest_arrive_whole) {
+    static std::string rx;
+    rx.assign(largest, '\0');
+    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx.data(), rx.size(), nullptr), 0u);
+    for (const size_t length : {size_t{4}, size_t{5}, size_t{11}, size_t{12}, size_t{4096}, largest - 1, largest}) {
+        std::string text(length - 4, 'x');
+        for (size_t i = 0; i < text.size(); ++i) {
+            text[i] = static_cast<char>('a' + i % 23);
+        }
+        log_.clear();
+        during_take_ = [&] { ASSERT_EQ(reply(text), 0u); };
+        ASSERT_EQ(send(text), 0u);
+        run();
+        EXPECT_TRUE(count("took " + text) == 1 && count("got " + text) == 1) << length;
+    }
+}
+
+TEST_F(shm_channel_t, a_message_longer_than_a_ring_is_refused_both_ways) {
+    const std::string text(largest + 1 - 4, 'x');
+    EXPECT_EQ(send(text), FWX_HOST_ERR_TOO_LONG);
+    EXPECT_EQ(ask(text), FWX_HOST_ERR_TOO_LONG);
+    EXPECT_EQ(reply(text), FWX_HOST_ERR_TOO_LONG);
+    EXPECT_EQ(live().tx_buffers, 0u);
+}
+
+TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_in_order) {
+    static char rx[64 << 10];
+    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx, sizeof(rx), nullptr), 0u);
+    const std::string filler(50000, '.');
+    log_lines_t taken;
+    log_lines_t received;
+    during_take_ = [&] { taken.push_back(log_.back().substr(5, 4)); };
+    during_receive_ = [&] { received.push_back(log_.back().substr(4, 4)); };
+    log_lines_t expected;
+    for (int i = 1000; i < 1100; ++i) {
+        expected.push_back(std::to_string(i));
+        ASSERT_EQ(send(expected.back() + filler), 0u);
+        ASSERT_EQ(reply(expected.back() + filler), 0u);
+    }
+    run_server();
+    EXPECT_LT(taken.size(), 25u); /* the ring's, nothing more */
+    run();
+    EXPECT_EQ(taken, expected);
+    EXPECT_EQ(received, expected);
+    EXPECT_EQ(live().tx_buffers, 0u);
+}
+
+TEST_F(shm_channel_t, a_client_that_does_not_read_costs_the_server_64_mib_at_most) {
+    const std::string text(size_t{1} << 19, 'x');
+    uint32_t code = 0;
+    size_t accepted = 0;
+    for (; code == 0 && accepted < 1000; ++accepted) {
+        code = reply(text);
+    }
+    EXPECT_EQ(code, FWX_HOST_ERR_FULL);
+    EXPECT_GT(accepted, 100u);
+    EXPECT_LT(accepted, 140u);
+    run();
+    EXPECT_EQ(errors().dropped_no_buffer, accepted - 1);
+    EXPECT_EQ(reply("again"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"got again"}));
+}
+
+TEST_F(shm_channel_t, flow_control_counts_what_the_server_has_not_taken_and_reports_each_edge_once) {
+    ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 50, 20, on_throttle), 0u);
+    fwx_host_server_pause(server_, 1);
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(send("123456"), 0u) << i; /* 10 bytes; up to four times the high mark */
+    }
+    EXPECT_EQ(send("123456"), FWX_HOST_ERR_FULL);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"throttle on"}));
+    fwx_host_server_pause(server_, 0);
+    run();
+    EXPECT_EQ(count("took 123456"), 20);
+    EXPECT_EQ(count("done 1 0"), 20);
+    EXPECT_EQ(count("throttle off"), 1);
+    EXPECT_EQ(count("throttle on"), 1);
+}
+
+TEST_F(shm_channel_t, closing_takes_back_what_the_server_has_not_taken) {
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    ASSERT_EQ(send("b"), 0u);
+    run_client();
+    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0", "done b 5005", "disconnected"}));
+}
+
+TEST_F(shm_channel_t, closing_completes_with_0_what_the_server_took_unnoticed) {
+    ASSERT_EQ(send("a"), 0u);
+    run_client();
+    run_server();
+    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0", "disconnected"}));
+}
+
+TEST_F(shm_channel_t, a_server_that_ends_fails_what_it_did_not_take_after_all_that_it_sent) {
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    log_.clear();
+    fwx_host_server_pause(server_, 1);
+    ASSERT_EQ(send("b"), 0u);
+    ASSERT_EQ(reply("1"), 0u);
+    ASSERT_EQ(reply("2"), 0u);
+    run_server();
+    fwx_host_server_unregister(server_);
+    server_ = nullptr;
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"disconnected", "got 1", "got 2", "done b 5003", "error"}));
+    EXPECT_EQ(send("c"), FWX_HOST_ERR_BAD_CHANNEL);
+    EXPECT_EQ(live().channels, 0u);
+}
+
+TEST_F(shm_channel_t, a_dropped_client_gets_what_was_sent_before_and_then_the_error) {
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    log_.clear();
+    ASSERT_EQ(reply("1"), 0u);
+    fwx_host_peer_drop(peer_);
+    EXPECT_EQ(fwx_host_peer_send(peer_, "1234", 4), FWX_HOST_ERR_CHANNEL_DOWN);
+    run_server();
+    run_client();
+    EXPECT_EQ(log_, (log_lines_t{"disconnected", "got 1", "error"}));
+}
+
+TEST_F(shm_channel_t, a_server_may_drop_its_client_or_end_from_inside_a_message) {
+    during_take_ = [this] { fwx_host_peer_drop(peer_); };
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(send("b"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "done b 5003", "error"}));
+    open();
+    log_.clear();
+    during_take_ = [this] {
+        fwx_host_server_unregister(server_);
+        server_ = nullptr;
+    };
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(send("b"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"connected", "took a", "disconnected", "done a 0", "done b 5003", "error"}));
+}
+
+TEST_F(shm_channel_t, a_channel_opens_again_once_the_server_is_back) {
+    fwx_host_server_unregister(server_);
+    run();
+    EXPECT_EQ(try_open(), FWX_HOST_ERR_NO_SERVER);
+    ASSERT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &server_), 0u);
+    EXPECT_EQ(try_open(), FWX_HOST_ERR_NO_SERVER); /* it does not listen yet */
+    ASSERT_EQ(fwx_host_server_listen(server_, server_name), 0u);
+    open();
+    log_.clear();
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"connected", "took a", "done a 0"}));
+}
+
+TEST_F(shm_channel_t, a_channel_closed_before_the_server_looked_is_never_announced) {
+    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+    run();
+    log_.clear();
+    open();
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+    run();
+    EXPECT_EQ(count("took a"), 0);
+    EXPECT_EQ(count("done a 5005"), 1);
+    EXPECT_EQ(count("connected"), count("disconnected"));
+}
+
+TEST_F(shm_channel_t, a_completion_that_is_made_to_fail_keeps_its_message_from_the_server) {
+    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 2, 0x77);
+    for (const char *text : {"a", "b", "c"}) {
+        ASSERT_EQ(send(text), 0u);
+    }
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "took c", "done a 0", "done b 77", "done c 0"}));
+}
+
+TEST_F(shm_channel_t, several_clients_are_told_apart) {
+    smc_chan_t first = chan_;
+    open();
+    run();
+    fwx_host_peer_t *second_peer = peer_;
+    std::swap(first, chan_);
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    EXPECT_NE(peer_, second_peer);
+    std::swap(first, chan_);
+    ASSERT_EQ(send("b"), 0u);
+    run();
+    EXPECT_EQ(peer_, second_peer);
+    EXPECT_EQ(smc_msg_chan_close(&first), 0u);
+}
+
+TEST_F(shm_channel_t, loops_may_end_before_their_channels_and_servers) {
+    ASSERT_EQ(send("a"), 0u);
+    fwx_host_loop_destroy(client_loop_);
+    EXPECT_EQ(live().channels, 0u);
+    client_loop_ = fwx_host_loop_create();
+    open();
+    run_server();
+    fwx_host_loop_destroy(loop_);
+    loop_ = fwx_host_loop_create();
+    run_client();
+    EXPECT_EQ(count("error"), 1);
+    EXPECT_EQ(try_open(), FWX_HOST_ERR_NO_SERVER);
+}
+
+}  // namespace

@@ -1,0 +1,206 @@
+/*
+ * A server that breaks every rule, against the library: it scribbles over indices, lengths and messages at random. All
+ * that may come of it is channel errors and counted drops. The messages that it makes up never name a context under the
+ * binding's epoch, save those it was sent.
+ */
+#include <cstring>
+#include <random>
+
+#include "fwx_nat64/fwx_nat64.h"
+#include "host/shm_connection.h"
+#include "shm_fixture.h"
+
+namespace {
+
+constexpr uint64_t messages_in_all = 1000000;
+
+/** Both ends of the server's side of a segment, held by raw hands. */
+class hostile_server_t {
+public:
+    explicit hostile_server_t(uint32_t seed) : random_(seed) { EXPECT_EQ(shm_listen("hostile", &listener_), 0u); }
+    ~hostile_server_t() { shm_unlisten("hostile"); }
+    hostile_server_t(const hostile_server_t &) = delete;
+    hostile_server_t &operator=(const hostile_server_t &) = delete;
+
+    /** Takes the next client, if there is one; the one before is let go. */
+    void accept() {
+        descriptor_t client = shm_accept(listener_);
+        if (!client.is_open()) return;
+        shm_handles_t handles;
+        ASSERT_TRUE(shm_handles_receive(client, &handles));
+        socket_ = std::move(client);
+        bell_ = std::move(handles[1]);
+        segment_ = shm_segment_map(handles[0]);
+        ASSERT_NE(segment_, nullptr);
+        reader_ = std::make_unique<shm_reader_t>(segment_->to_server, segment_->to_server_bytes, shm_ring_bytes);
+        writer_ = std::make_unique<shm_writer_t>(segment_->to_client, segment_->to_client_bytes, shm_ring_bytes);
+        connections += 1;
+    }
+
+    void act() {
+        if (segment_ == nullptr) return;
+        take_requests();
+        for (uint32_t i = below(20); i > 0; --i) {
+            say_something();
+        }
+        if (below(16) == 0) scribble();
+        if (below(400) == 0) socket_ = descriptor_t();
+        eventfd_write_one();
+    }
+
+    uint64_t messages = 0;
+    uint64_t connections = 0;
+
+private:
+    uint32_t below(uint32_t limit) { return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random_); }
+    uint32_t word() { return static_cast<uint32_t>(random_()); }
+    /** Near what is right, or anywhere. */
+    uint32_t near(uint32_t value) {
+        switch (below(4)) {
+            case 0:
+                return word();
+            case 1:
+                return value + 8 * (below(64) - 32);
+            case 2:
+                return value + below(9) - 4;
+            default:
+                return below(4) * 0x55555555;
+        }
+    }
+
+    void take_requests() {
+        reader_->refresh();
+        while (reader_->has_record()) {
+            const shm_record_t record = reader_->front();
+            if (reader_->is_broken()) return;
+            std::vector<uint8_t> bytes(record.size);
+            reader_->copy_to(bytes.data(), record);
+            if (!reader_->pop(record)) return;
+            if (bytes.size() >= sizeof(fwx_nat64_msg_hdr_t)) memcpy(&heard_, bytes.data(), sizeof(heard_));
+            if (below(4) != 0) answer();
+        }
+    }
+
+    /** An answer to the command heard last, right or mangled behind its header, cut or prolonged. */
+    void answer() {
+        static constexpr uint32_t numbers[] = {0, 4, 5, 6, 7, 8, 10, 11, 13};
+        uint8_t bytes[200] = {};
+        fwx_nat64_reply_t reply{};
+        reply.hdr = heard_;
+        const bool is_sound = below(2) == 0;
+        const uint32_t number = is_sound ? FWX_NAT64_MSG_RESULT : numbers[below(std::size(numbers))];
+        reply.hdr.type = static_cast<uint16_t>(FWX_NAT64_MSG_ASYNC | number);
+        reply.result = is_sound ? 0 : word();
+        memcpy(bytes, &reply, sizeof(reply));
+        for (size_t i = sizeof(reply); i < sizeof(bytes); ++i) {
+            bytes[i] = static_cast<uint8_t>(word());
+        }
+        say(bytes, is_sound ? sizeof(reply) : below(sizeof(bytes) + 1));
+    }
+
+    /** Bytes under any key; where a header could name a context, its epoch is another. */
+    void say_something() {
+        uint8_t bytes[300];
+        for (uint8_t &byte : bytes) {
+            byte = static_cast<uint8_t>(word());
+        }
+        fwx_nat64_msg_hdr_t hdr;
+        memcpy(&hdr, bytes, sizeof(hdr));
+        if (below(3) != 0) {
+            hdr.type = static_cast<uint16_t>(FWX_NAT64_MSG_ASYNC | below(20));
+            hdr.domain = FWX_NAT64_MSG_DOMAIN;
+        }
+        hdr.epoch = ~heard_.epoch;
+        memcpy(bytes, &hdr, sizeof(hdr));
+        say(bytes, below(sizeof(bytes) + 1));
+    }
+
+    void say(const void *bytes, size_t size) {
+        if (writer_->write(below(3), bytes, static_cast<uint32_t>(size))) messages += 1;
+    }
+
+    void scribble() {
+        auto *segment = segment_.get();
+        std::atomic<uint32_t> *const words[] = {&segment->to_client.written, &segment->to_client.read,
+                                                &segment->to_server.written, &segment->to_server.read,
+                                                &segment->answers.written,   &segment->answers.read,
+                                                &segment->client.sleeps,     &segment->client.wants_room};
+        const uint32_t choice = below(std::size(words) + 2);
+        if (choice < std::size(words)) {
+            words[choice]->store(near(words[choice]->load()));
+        } else if (choice == std::size(words)) {
+            /* the header of the record that the client reads next */
+            const uint32_t length = near(below(400));
+            memcpy(segment->to_client_bytes + (segment->to_client.read & (shm_ring_bytes - 8)), &length,
+                   sizeof(length));
+        } else {
+            memset(segment->to_client_bytes + below(shm_ring_bytes / 2), static_cast<int>(below(256)), below(4096));
+        }
+    }
+
+    void eventfd_write_one() {
+        const uint64_t one = 1;
+        EXPECT_EQ(write(bell_.get(), &one, sizeof(one)), static_cast<ssize_t>(sizeof(one)));
+    }
+
+    std::mt19937 random_;
+    descriptor_t listener_;
+    descriptor_t socket_;
+    descriptor_t bell_;
+    shm_mapping_t segment_;
+    std::unique_ptr<shm_reader_t> reader_;
+    std::unique_ptr<shm_writer_t> writer_;
+    fwx_nat64_msg_hdr_t heard_{};
+};
+
+class shm_hostile_t : public host_fixture_t {
+protected:
+    static inline uint64_t answers = 0;
+    runtime_directory_t directory_;
+};
+
+TEST_F(shm_hostile_t, whatever_a_server_does_to_the_segment_is_a_channel_error_or_a_counted_drop) {
+    fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    /* An honest server for the binding itself; its channel then ends, and the library connects to the other. */
+    static constexpr fwx_host_server_ops_t honest = {
+        nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
+        [](void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) -> size_t {
+            memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
+            return sizeof(fwx_nat64_sync_reply_t);
+        }};
+    fwx_host_server_t *server = nullptr;
+    ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &honest, nullptr, &server), 0u);
+    fwx_nat64_reply_cbs_t callbacks{};
+    callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++answers; };
+    ASSERT_EQ(fwx_nat64_bind(nullptr, loop, nullptr, &callbacks), 0u);
+    fwx_host_server_unregister(server);
+    fwx_host_connect_set("fwx_cp", "hostile");
+    fwx_host_loop_run_until_idle(loop);
+
+    hostile_server_t hostile(20240607);
+    const fwx_nat64_timeout_t timeout = {1, 300};
+    while (hostile.messages < messages_in_all && !HasFatalFailure()) {
+        for (int i = 0; i < 4; ++i) {
+            fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, this);
+        }
+        hostile.accept();
+        fwx_host_loop_process(loop);
+        hostile.act();
+        fwx_host_loop_run_until_idle(loop);
+    }
+    const fwx_host_errors_t seen = errors();
+    EXPECT_GT(answers, messages_in_all / 100);
+    EXPECT_GT(hostile.connections, messages_in_all / 1000);
+    EXPECT_GT(seen.dropped_malformed, hostile.connections / 10);
+    EXPECT_GT(seen.dropped_no_handler, messages_in_all / 100);
+
+    fwx_nat64_unbind();
+    fwx_mapt_plu_cleanup();
+    fwx_host_loop_run_until_idle(loop);
+    fwx_host_loop_destroy(loop);
+    fwx_host_connect_set("fwx_cp", nullptr);
+    fwx_host_debug_sink_set(nullptr, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+#include "host/shm_ring.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t capacity = 64;
+
+class shm_ring_test_t : public testing::Test {
+protected:
+    bool write(const std::string &bytes, uint32_t tag = 0) {
+        return writer_.write(tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    }
+
+    /** The oldest record as its tag, a colon and its bytes; "none", "broken" or "gone" (taken back). */
+    std::string read() {
+        reader_.refresh();
+        if (reader_.is_broken()) return "broken";
+        if (!reader_.has_record()) return "none";
+        const shm_record_t record = reader_.front();
+        if (reader_.is_broken()) return "broken";
+        std::string bytes(record.size, '?');
+        reader_.copy_to(bytes.data(), record);
+        return reader_.pop(record) ? std::to_string(record.tag) + ":" + bytes : "gone";
+    }
+
+    alignas(64) uint8_t bytes_[capacity] = {};
+    shm_ring_t ring_{};
+    shm_writer_t writer_{ring_, bytes_, capacity};
+    shm_reader_t reader_{ring_, bytes_, capacity};
+};
+
+TEST_F(shm_ring_test_t, a_record_is_its_length_its_tag_and_its_bytes_in_whole_units) {
+    ASSERT_TRUE(write("abcde", 0x01020304));
+    EXPECT_EQ(ring_.written, 16u);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(bytes_), 16), std::string("\5\0\0\0\4\3\2\1abcde\0\0\0", 16));
+    EXPECT_EQ(read(), "16909060:abcde");
+    EXPECT_EQ(ring_.read, 16u);
+    EXPECT_EQ(read(), "none");
+}
+
+TEST_F(shm_ring_test_t, records_of_every_length_go_through_in_order_around_the_end) {
+    std::mt19937 random(1);
+    std::vector<std::string> inside;
+    size_t first = 0;
+    for (uint32_t i = 0; i < 10000; ++i) {
+        const std::string bytes(random() % (shm_largest_record(capacity) + 1), static_cast<char>('a' + i % 26));
+        while (!write(bytes, i)) {
+            ASSERT_EQ(read(), inside[first++]);
+        }
+        inside.push_back(std::to_string(i) + ":" + bytes);
+    }
+    for (; first < inside.size(); ++first) {
+        ASSERT_EQ(read(), inside[first]);
+    }
+    EXPECT_EQ(read(), "none");
+}
+
+TEST_F(shm_ring_test_t, indices_go_on_behind_32_bits) {
+    constexpr uint32_t large = 1 << 16;
+    std::vector<uint64_t> memory(large / sizeof(uint64_t));
+    const std::vector<uint8_t> record_bytes(large - 8);
+    auto *bytes = reinterpret_cast<uint8_t *>(memory.data());
+    shm_writer_t writer(ring_, bytes, large);
+    shm_reader_t reader(ring_, bytes, large);
+    for (uint32_t turn = 0; turn < (1 << 16) + 2; ++turn) {
+        ASSERT_TRUE(writer.write(7, record_bytes.data(), large - 8)) << turn;
+        ASSERT_FALSE(writer.has_room(0)) << turn;
+        reader.refresh();
+        ASSERT_TRUE(reader.has_record()) << turn;
+        const shm_record_t record = reader.front();
+        ASSERT_EQ(record.size, large - 8);
+        ASSERT_TRUE(reader.pop(record));
+        writer.refresh();
+        ASSERT_TRUE(writer.is_read(writer.position())) << turn;
+    }
+    EXPECT_EQ(ring_.written, 2 * large);
+}
+
+TEST_F(shm_ring_test_t, a_full_ring_takes_nothing_until_something_was_read) {
+    EXPECT_TRUE(write(std::string(24, 'a')));
+    EXPECT_TRUE(write(std::string(24, 'b')));
+    EXPECT_FALSE(write(""));
+    EXPECT_FALSE(writer_.has_room(0));
+    EXPECT_EQ(read(), "0:" + std::string(24, 'a'));
+    EXPECT_FALSE(writer_.has_room(25));
+    EXPECT_TRUE(writer_.has_room(24));
+    EXPECT_FALSE(writer_.is_broken());
+    EXPECT_FALSE(write(std::string(57, 'c'))); /* longer than the ring at any time */
+}
+
+TEST_F(shm_ring_test_t, the_writer_sees_which_records_were_read) {
+    ASSERT_TRUE(write("first"));
+    const uint32_t first = writer_.position();
+    ASSERT_TRUE(write("second"));
+    const uint32_t second = writer_.position();
+    EXPECT_FALSE(writer_.has_news());
+    read();
+    EXPECT_TRUE(writer_.has_news());
+    EXPECT_FALSE(writer_.is_read(first)); /* not looked yet */
+    writer_.refresh();
+    EXPECT_TRUE(writer_.is_read(first));
+    EXPECT_FALSE(writer_.is_read(second));
+    read();
+    writer_.refresh();
+    EXPECT_TRUE(writer_.is_read(second));
+}
+
+TEST_F(shm_ring_test_t, what_is_taken_back_is_not_read_any_more) {
+    ASSERT_TRUE(write("read"));
+    const uint32_t first = writer_.position();
+    ASSERT_TRUE(write("kept"));
+    EXPECT_EQ(read(), "0:read");
+    writer_.withdraw();
+    EXPECT_TRUE(writer_.is_read(first));
+    EXPECT_FALSE(writer_.is_read(writer_.position()));
+    EXPECT_EQ(read(), "gone");
+    EXPECT_FALSE(write("more"));
+    EXPECT_EQ(read(), "broken");
+}
+
+/* One of the indices is 16 behind three records of 16 bytes, of which the first was read. */
+class broken_index_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {
+protected:
+    void SetUp() override {
+        for (const char *bytes : {"one", "two", "three"}) {
+            ASSERT_TRUE(write(bytes));
+        }
+        ASSERT_EQ(read(), "0:one");
+        writer_.refresh();
+        ASSERT_FALSE(writer_.is_broken());
+    }
+};
+
+using broken_written_t = broken_index_t;
+INSTANTIATE_TEST_SUITE_P(indices, broken_written_t,
+                         testing::Values(0, 8, 15, 16, 40, 49, 52, 88, 1024, 0x7ffffff8, 0x80000000, 0xfffffff8,
+                                         0xffffffff));
+TEST_P(broken_written_t, a_writer_that_goes_back_or_too_far_or_by_parts_breaks_the_ring) {
+    ring_.written = GetParam();
+    EXPECT_EQ(read(), "broken");
+    EXPECT_FALSE(reader_.has_record());
+    ring_.written = 48;
+    EXPECT_EQ(read(), "broken"); /* for good */
+}
+
+using broken_read_t = broken_index_t;
+INSTANTIATE_TEST_SUITE_P(indices, broken_read_t,
+                         testing::Values(0, 8, 15, 17, 33, 36, 47, 49, 56, 1024, 0x7ffffff8, 0x80000000, 0xfffffff8,
+                                         0xffffffff));
+TEST_P(broken_read_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_the_ring) {
+    const uint32_t last = writer_.position();
+    ring_.read = GetParam();
+    writer_.refresh();
+    EXPECT_TRUE(writer_.is_broken());
+    EXPECT_FALSE(writer_.is_read(last));
+    EXPECT_FALSE(write("more"));
+    ring_.read = 48;
+    writer_.refresh();
+    EXPECT_TRUE(writer_.is_broken()); /* for good */
+}
+
+TEST_P(broken_read_t, a_reader_whose_own_index_was_changed_gives_up) {
+    ring_.read = GetParam();
+    EXPECT_EQ(read(), "gone");
+    EXPECT_TRUE(reader_.is_broken());
+}
+
+class broken_length_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {};
+INSTANTIATE_TEST_SUITE_P(lengths, broken_length_t,
+                         testing::Values(17, 24, 57, 64, 0x7fffffff, 0x80000000, 0xfffffff8, 0xffffffff));
+TEST_P(broken_length_t, a_record_longer_than_what_was_written_breaks_the_ring) {
+    ASSERT_TRUE(write("0123456789abcdef"));
+    const uint32_t length = GetParam();
+    memcpy(bytes_, &length, sizeof(length));
+    EXPECT_EQ(read(), "broken");
+    EXPECT_EQ(ring_.read, 0u);
+}
+
+TEST_F(shm_ring_test_t, a_writer_that_stands_still_at_the_edge_of_the_ring_is_sound) {
+    ring_.written = 64; /* as full as it can be, by one record of all the bytes */
+    const uint32_t length = 56;
+    memcpy(bytes_, &length, sizeof(length));
+    EXPECT_EQ(read(), "0:" + std::string(56, '\0'));
+}
+
+}  // namespace

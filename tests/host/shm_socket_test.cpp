@@ -1,0 +1,166 @@
+/* Finding a server: names, stale sockets, the directory, and whose processes they are. */
+#include "host/shm_socket.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include "shm_fixture.h"
+
+namespace {
+
+class shm_socket_t : public host_fixture_t {
+protected:
+    uint32_t listen(const char *name) { return shm_listen(name, &listener_); }
+    bool has_socket(const std::string &name) const {
+        return access((directory_.sockets() + "/" + name).c_str(), F_OK) == 0;
+    }
+
+    runtime_directory_t directory_;
+    descriptor_t listener_;
+    descriptor_t connected_;
+};
+
+TEST_F(shm_socket_t, a_name_is_a_file_of_the_directory) {
+    const struct {
+        std::string name;
+        uint32_t code;
+    } cases[] = {{"a", 0},
+                 {"fwx cp-1", 0},
+                 {"", FWX_HOST_ERR_BAD_ARG},
+                 {".", FWX_HOST_ERR_BAD_ARG},
+                 {"..", FWX_HOST_ERR_BAD_ARG},
+                 {".hidden", FWX_HOST_ERR_BAD_ARG},
+                 {"a/b", FWX_HOST_ERR_BAD_ARG},
+                 {"../a", FWX_HOST_ERR_BAD_ARG},
+                 {std::string(120, 'x'), FWX_HOST_ERR_BAD_ARG}};
+    for (const auto &tried : cases) {
+        const char *name = tried.name.c_str();
+        EXPECT_EQ(shm_connect(name, &connected_), tried.code == 0 ? FWX_HOST_ERR_NO_SERVER : tried.code) << name;
+        EXPECT_EQ(listen(name), tried.code) << name;
+        if (tried.code != 0) continue;
+        EXPECT_TRUE(has_socket(tried.name));
+        EXPECT_EQ(shm_connect(name, &connected_), 0u) << name;
+        shm_unlisten(name);
+        EXPECT_FALSE(has_socket(tried.name));
+    }
+}
+
+TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_not) {
+    ASSERT_EQ(listen("server"), 0u);
+    descriptor_t second;
+    EXPECT_EQ(shm_listen("server", &second), FWX_HOST_ERR_NAME_TAKEN);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u); /* the live one is still to be had */
+    listener_ = descriptor_t();
+    EXPECT_TRUE(has_socket("server"));
+    EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
+    EXPECT_EQ(shm_listen("server", &second), 0u);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    shm_unlisten("server");
+}
+
+TEST_F(shm_socket_t, a_file_that_is_no_socket_is_left_alone) {
+    ASSERT_EQ(listen("server"), 0u);
+    shm_unlisten("server");
+    const std::string path = directory_.sockets() + "/server";
+    close(open(path.c_str(), O_CREAT | O_WRONLY, 0600));
+    EXPECT_NE(listen("server"), 0u);
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    unlink(path.c_str());
+}
+
+TEST_F(shm_socket_t, a_directory_that_others_can_get_at_is_refused) {
+    ASSERT_EQ(listen("server"), 0u);
+    for (const mode_t mode : {0755, 0770, 0701, 01700}) {
+        ASSERT_EQ(chmod(directory_.sockets().c_str(), mode), 0);
+        EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN) << mode;
+        EXPECT_EQ(listen("other"), FWX_HOST_ERR_FOREIGN) << mode;
+    }
+    ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    shm_unlisten("server");
+}
+
+TEST_F(shm_socket_t, a_link_in_the_place_of_the_directory_is_refused) {
+    const std::string elsewhere = directory_.sockets() + ".real";
+    ASSERT_EQ(mkdir(elsewhere.c_str(), 0700), 0);
+    ASSERT_EQ(symlink(elsewhere.c_str(), directory_.sockets().c_str()), 0);
+    EXPECT_EQ(listen("server"), FWX_HOST_ERR_FOREIGN);
+    unlink(directory_.sockets().c_str());
+    rmdir(elsewhere.c_str());
+}
+
+TEST_F(shm_socket_t, another_users_directory_is_refused) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can make one";
+    ASSERT_EQ(mkdir(directory_.sockets().c_str(), 0700), 0);
+    ASSERT_EQ(chown(directory_.sockets().c_str(), 65534, 65534), 0);
+    EXPECT_EQ(listen("server"), FWX_HOST_ERR_FOREIGN);
+}
+
+TEST_F(shm_socket_t, without_a_runtime_directory_there_is_one_in_tmp) {
+    const std::string fallback = "/tmp/fwx_host-" + std::to_string(geteuid());
+    const std::string name = "test-" + std::to_string(getpid());
+    unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ(listen(name.c_str()), 0u);
+    struct stat status {};
+    EXPECT_EQ(stat(fallback.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+    EXPECT_EQ(access((fallback + "/" + name).c_str(), F_OK), 0);
+    EXPECT_EQ(shm_connect(name.c_str(), &connected_), 0u);
+    shm_unlisten(name.c_str());
+}
+
+/** Has a process of another user do something with a socket that it shares with this process. */
+void as_another_user(void (*fn)(int fd), int fd) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setresuid(65534, 65534, 65534) == 0) fn(fd);
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+}
+
+TEST_F(shm_socket_t, a_server_of_another_user_is_refused) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+    ASSERT_EQ(listen("server"), 0u);
+    as_another_user([](int fd) { ::listen(fd, 5); }, listener_.get());
+    EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN);
+    shm_unlisten("server");
+}
+
+TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+    ASSERT_EQ(listen("server"), 0u);
+    chmod((directory_.sockets() + "/server").c_str(), 0777);
+    const descriptor_t dir(::open(directory_.sockets().c_str(), O_PATH | O_DIRECTORY));
+    ASSERT_EQ(chmod(directory_.sockets().c_str(), 0711), 0);
+    ASSERT_EQ(chmod((directory_.sockets() + "/..").c_str(), 0711), 0);
+    static std::string path;
+    path = directory_.sockets() + "/server";
+    int made[2];
+    ASSERT_EQ(pipe(made), 0);
+    as_another_user(
+        [](int fd) {
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+            const int client = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+            const char done = connect(client, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0 ? 'y' : 'n';
+            if (write(fd, &done, 1) != 1) _exit(1);
+        },
+        made[1]);
+    char connected = '?';
+    ASSERT_EQ(read(made[0], &connected, 1), 1);
+    EXPECT_EQ(connected, 'y');
+    EXPECT_FALSE(shm_accept(listener_).is_open());
+    ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    EXPECT_TRUE(shm_accept(listener_).is_open());
+    shm_unlisten("server");
+    close(made[0]);
+    close(made[1]);
+}
+
+}  // namespace
