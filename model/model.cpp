@@ -54,6 +54,11 @@ void fwx_nat64_model_delay_set(fwx_nat64_model_t *model, uint64_t delay_ms) {
     model->outbox.delay_ms = delay_ms;
 }
 
+void fwx_nat64_model_observe_refusals(fwx_nat64_model_t *model, fwx_nat64_model_refusal_fn_t fn, void *arg) {
+    model->refusal_fn = fn;
+    model->refusal_arg = arg;
+}
+
 void fwx_nat64_model_hold(fwx_nat64_model_t *model) {
     model->outbox.hold();
 }

@@ -66,6 +66,23 @@ uint32_t fwx_nat64_model_notify_debug(fwx_nat64_model_t *model, uint32_t selecto
 uint32_t fwx_nat64_model_cgm_end_batch(uint32_t batch_id, bool async, void *ctx);
 uint32_t fwx_nat64_model_cgm_update(uint32_t batch_id, const uint8_t data[24], bool async, void *ctx);
 
+/* --- Keeping the configuration. --- */
+
+/* What stands for a MAP-T rule among the op codes: {index, Rule ID, Domain ID}, and a default rule's record. */
+#define FWX_NAT64_MODEL_SAVED_BASIC_RULE 0x10000u
+#define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE 0x10001u
+
+/** Gets one part of the configuration: an op code and the payload that sets it. `payload` lives during the call. */
+using fwx_nat64_model_part_fn_t = void (*)(void *arg, uint32_t op_code, const void *payload, size_t size);
+/** Hands the whole configuration over, part by part, in an order in which it can be restored. */
+void fwx_nat64_model_save(const fwx_nat64_model_t *model, fwx_nat64_model_part_fn_t part, void *arg);
+/** Sets one part again; FWX_NAT64_MODEL_ERR_MALFORMED for a size that is not the op code's, else as a command. */
+uint32_t fwx_nat64_model_restore(fwx_nat64_model_t *model, uint32_t op_code, const void *payload, size_t size);
+
+/** Hears of each message that was answered with a code other than 0. `msg` lives during the call. */
+using fwx_nat64_model_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
+void fwx_nat64_model_observe_refusals(fwx_nat64_model_t *model, fwx_nat64_model_refusal_fn_t fn, void *arg);
+
 /* --- Looking inside. --- */
 
 struct fwx_nat64_model_counts_t {

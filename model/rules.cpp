@@ -22,6 +22,19 @@ uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_r
     return result;
 }
 
+uint32_t rules_t::basic_restore(const rule_key_t &key, uint32_t index) {
+    constexpr uint32_t widest_gap = 1U << 24;
+    const uint32_t next = by_index.empty() ? 1 : by_index.rbegin()->first + 1;
+    if (index < next || index - next > widest_gap) return FWX_NAT64_MODEL_ERR_VALUE;
+    const uint32_t result = basic.add(key, index);
+    if (result != 0) return result;
+    for (uint32_t i = next; i < index; ++i) {
+        freed.insert(i);
+    }
+    by_index[index] = key;
+    return 0;
+}
+
 uint32_t rules_t::default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
     if (rule.id == 0) return FWX_NAT64_MODEL_ERR_VALUE;
     switch (op) {

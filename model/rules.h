@@ -18,6 +18,8 @@ struct rules_t {
     /** Carries a command out and fills the fields of its reply that depend on the outcome. */
     uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);
     uint32_t default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule);
+    /** Adds a basic rule under an index above all others; what lies between is free. */
+    uint32_t basic_restore(const rule_key_t &key, uint32_t index);
 
 private:
     std::set<uint32_t> freed; /* indices below the next new one */

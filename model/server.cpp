@@ -137,6 +137,13 @@ uint32_t answer(fwx_nat64_model_t &model, const request_t &request, uint32_t cod
     }
 }
 
+/* Counts and tells of a message that was answered with `code`. */
+void note_answer(fwx_nat64_model_t &model, bool is_well_formed, const void *msg, size_t size, uint32_t code) {
+    if (code == 0) return;
+    if (is_well_formed) ++model.refused;
+    if (model.refusal_fn != nullptr) model.refusal_fn(model.refusal_arg, msg, size, code);
+}
+
 void connected(void *ctx, fwx_host_peer_t *peer) {
     model_of(ctx).clients.add(peer);
 }
@@ -156,13 +163,15 @@ void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
     const bool is_well_formed = code == 0;
     const client_t *client = model.clients.find(peer);
     /* Without an asynchronous header there is no context to answer to. */
-    if (client == nullptr || size < sizeof(fwx_nat64_msg_hdr_t)) return;
+    if (client == nullptr || size < sizeof(fwx_nat64_msg_hdr_t)) {
+        note_answer(model, is_well_formed, msg, size, code);
+        return;
+    }
     request_t request{client->id, {}, is_well_formed ? static_cast<const uint8_t *>(msg) : nullptr};
     std::memcpy(&request.hdr, msg, sizeof(request.hdr));
-    if ((request.hdr.type & form_mask) != FWX_NAT64_MSG_ASYNC) return;
     if (is_well_formed) code = take_armed_failure(model);
-    code = answer(model, request, code);
-    if (is_well_formed && code != 0) ++model.refused;
+    if ((request.hdr.type & form_mask) == FWX_NAT64_MSG_ASYNC) code = answer(model, request, code);
+    note_answer(model, is_well_formed, msg, size, code);
 }
 
 uint32_t carry_out_sync(fwx_nat64_model_t &model, const uint8_t *msg) {
@@ -180,11 +189,10 @@ size_t asked(void *ctx, fwx_host_peer_t * /*peer*/, const void *msg, size_t size
     fwx_nat64_model_t &model = model_of(ctx);
     fwx_nat64_sync_reply_t answer{};
     answer.result = admit(model, wire_form_t::sync, msg, size);
-    if (answer.result == 0) {
-        answer.result = take_armed_failure(model);
-        if (answer.result == 0) answer.result = carry_out_sync(model, static_cast<const uint8_t *>(msg));
-        if (answer.result != 0) ++model.refused;
-    }
+    const bool is_well_formed = answer.result == 0;
+    if (is_well_formed) answer.result = take_armed_failure(model);
+    if (answer.result == 0) answer.result = carry_out_sync(model, static_cast<const uint8_t *>(msg));
+    note_answer(model, is_well_formed, msg, size, answer.result);
     if (model.outbox.silent || size < sizeof(uint16_t)) return 0;
     answer.hdr.type = static_cast<uint16_t>(wire_read(msg, sizeof(uint16_t)));
     answer.hdr.domain = FWX_NAT64_MSG_DOMAIN;

@@ -37,6 +37,9 @@ struct fwx_nat64_model_t {
     uint64_t commands = 0;
     uint64_t malformed = 0;
     uint64_t refused = 0;
+
+    fwx_nat64_model_refusal_fn_t refusal_fn = nullptr;
+    void *refusal_arg = nullptr;
 };
 
 /** Carries out a configuration command or a control command, whose payload is at `payload`; returns its result. */

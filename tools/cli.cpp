@@ -9,6 +9,7 @@
 #include "tools/completion.h"
 #include "tools/grammar.h"
 #include "tools/pal.h"
+#include "tools/serve.h"
 #include "tools/shell.h"
 
 namespace {
@@ -36,6 +37,8 @@ void add_options(CLI::App &app, options_t &options) {
     number_field(app, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
     number_field(app, "--timeout", options.timeout_ms, "milliseconds to wait for an answer, 5000 without it", 1,
                  INT32_MAX);
+    app.add_option("--connect", options.connect, "The server process of that name instead of the embedded model")
+        ->type_name("NAME");
     number_field(app, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
 }
 
@@ -50,6 +53,10 @@ public:
         add_options(root_, options);
         batch_ = root_.add_subcommand("batch", "Carries out the commands of a file, one a line");
         batch_->add_option("file", file, "the file, - for standard input")->required()->type_name("FILE");
+        serve_ = root_.add_subcommand("serve", "Runs the server model as a process of its own, until a signal ends it");
+        serve_->add_option("name", serve.name, "the name that --connect takes")->required()->type_name("NAME");
+        serve_->add_option("--state", serve.state_file, "file that keeps the configuration over restarts")
+            ->type_name("FILE");
         shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
         completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
         completion_->add_subcommand("bash", "For bash");
@@ -65,12 +72,14 @@ public:
     }
     bool is_batch() const { return batch_->parsed(); }
     bool is_shell() const { return shell_->parsed(); }
+    bool is_serve() const { return serve_->parsed(); }
     bool has_many() const { return is_batch() || is_shell(); }
     bool is_completion() const { return completion_->parsed(); }
     const CLI::App &root() const { return root_; }
     const command_t &command() const { return grammar_.parsed(); }
 
     options_t options;
+    serve_options_t serve;
     std::string file;
 
 private:
@@ -85,6 +94,7 @@ private:
     CLI::App root_;
     grammar_t grammar_;
     CLI::App *batch_;
+    CLI::App *serve_;
     CLI::App *shell_;
     CLI::App *completion_;
 };
@@ -153,5 +163,6 @@ int run_natctl(const std::vector<std::string> &words, std::istream &input, std::
         return 0;
     }
     output_t output(line.options.format, line.has_many(), answers, notes);
+    if (line.is_serve()) return static_cast<int>(report(output, serve(line.serve, answers, notes)));
     return static_cast<int>(run_command(line, input, output));
 }

@@ -22,7 +22,11 @@ constexpr fwx_host_server_ops_t sink_ops = {nullptr, nullptr, swallow, answer_ze
 
 }  // namespace
 
-connection_t::connection_t(fwx_host_loop_t *loop, server_kind_t kind) {
+connection_t::connection_t(fwx_host_loop_t *loop, server_kind_t kind, const std::string &remote_name) {
+    if (kind == server_kind_t::remote) {
+        result_ = fwx_host_connect_set(channel_name, remote_name.c_str());
+        return;
+    }
     if (kind == server_kind_t::sink) {
         result_ = fwx_host_server_register(channel_name, loop, &sink_ops, nullptr, &sink_);
         return;
@@ -32,6 +36,7 @@ connection_t::connection_t(fwx_host_loop_t *loop, server_kind_t kind) {
 }
 
 connection_t::~connection_t() {
+    fwx_host_connect_set(channel_name, nullptr);
     fwx_host_server_unregister(sink_);
     fwx_nat64_model_destroy(model_);
 }

@@ -2,18 +2,21 @@
 #ifndef TOOLS_CONNECTION_H
 #define TOOLS_CONNECTION_H
 
+#include <string>
+
 #include "fwx_host/fwx_host.h"
 #include "model/model.h"
 
 enum class server_kind_t : uint8_t {
-    model, /* the embedded server model */
-    sink,  /* takes every message and answers synchronous ones with 0, for dry runs */
+    model,  /* the embedded server model */
+    remote, /* a server in another process */
+    sink,   /* takes every message and answers synchronous ones with 0, for dry runs */
 };
 
 class connection_t {
 public:
-    /** `loop` must outlive the connection. */
-    connection_t(fwx_host_loop_t *loop, server_kind_t kind);
+    /** `loop` must outlive the connection; `remote_name` is the name under which a remote server listens. */
+    connection_t(fwx_host_loop_t *loop, server_kind_t kind, const std::string &remote_name = {});
     ~connection_t();
     connection_t(const connection_t &) = delete;
     connection_t &operator=(const connection_t &) = delete;

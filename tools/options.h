@@ -3,6 +3,7 @@
 #define TOOLS_OPTIONS_H
 
 #include <cstdint>
+#include <string>
 
 enum class format_t : uint8_t { text, csv, json, jsonl };
 
@@ -13,6 +14,7 @@ struct options_t {
     bool keep_going = false;    /* a batch goes on after a failure */
     uint32_t pipeline = 1;      /* commands of a batch that may wait for their answers at a time */
     uint32_t timeout_ms = 5000; /* from the start of a command to its verdict */
+    std::string connect;        /* name of a server process; empty: the embedded model */
     uint32_t debug_level = 0;   /* 0 silent to 4 trace */
 };
 

@@ -31,6 +31,11 @@ bool is_no_server(uint32_t code) {
     return code == FWX_NAT64_ERR_AGAIN || code == FWX_HOST_ERR_NO_SERVER;
 }
 
+server_kind_t server_kind(const options_t &options) {
+    if (options.dry_run) return server_kind_t::sink;
+    return options.connect.empty() ? server_kind_t::model : server_kind_t::remote;
+}
+
 void fail(outcome_t &outcome, const char *by, uint32_t code) {
     outcome.status = is_no_server(code) ? status_t::no_server : status_t::refused;
     outcome.code = code;
@@ -71,8 +76,7 @@ outcome_t pal_t::bind() {
         fail(outcome, "system", EMFILE);
         return outcome;
     }
-    connection_ =
-        std::make_unique<connection_t>(loop_.get(), options_.dry_run ? server_kind_t::sink : server_kind_t::model);
+    connection_ = std::make_unique<connection_t>(loop_.get(), server_kind(options_), options_.connect);
     uint32_t code = connection_->result();
     if (code == 0) {
         code = fwx_nat64_bind(client_id, loop_.get(), pal_unsolicited_callbacks(), pal_reply_callbacks());

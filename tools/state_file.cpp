@@ -1,0 +1,95 @@
+#include "tools/state_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "platform/runtime.h"
+#include "tools/outcome.h"
+
+namespace {
+
+constexpr int version = 1;
+
+std::string to_hex(const void *payload, size_t size) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (size_t i = 0; i < size; ++i) {
+        const uint8_t byte = static_cast<const uint8_t *>(payload)[i];
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
+/* Empty for a text that is not hexadecimal. */
+std::string from_hex(const std::string &text) {
+    if (text.size() % 2 != 0 || text.find_first_not_of("0123456789abcdef") != std::string::npos) return "";
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+std::string restore(const json_t &parts, fwx_nat64_model_t *model) {
+    size_t index = 0;
+    for (const json_t &part : parts) {
+        const std::string payload = from_hex(part.at("payload").get<std::string>());
+        const uint32_t rc =
+            fwx_nat64_model_restore(model, part.at("op_code").get<uint32_t>(), payload.data(), payload.size());
+        if (rc != 0) return "part " + std::to_string(index) + ": " + xerr_strerror(rc);
+        ++index;
+    }
+    return "";
+}
+
+std::string write_all(int fd, const std::string &text) {
+    size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t now = write(fd, text.data() + written, text.size() - written);
+        if (now < 0) return std::strerror(errno);
+        written += static_cast<size_t>(now);
+    }
+    return fsync(fd) == 0 ? "" : std::strerror(errno);
+}
+
+}  // namespace
+
+std::string state_file_read(const std::string &path, fwx_nat64_model_t *model) {
+    if (access(path.c_str(), F_OK) != 0) return "";
+    std::ifstream file(path);
+    if (!file) return path + ": " + std::strerror(errno);
+    try {
+        const json_t state = json_t::parse(file);
+        if (state.at("version").get<int>() != version) return path + ": not a state file of version 1";
+        const std::string error = restore(state.at("parts"), model);
+        return error.empty() ? "" : path + ": " + error;
+    } catch (const nlohmann::json::exception &error) {
+        return path + ": " + error.what();
+    }
+}
+
+std::string state_file_write(const std::string &path, const fwx_nat64_model_t *model) {
+    json_t parts = json_t::array();
+    fwx_nat64_model_save(
+        model,
+        [](void *arg, uint32_t op_code, const void *payload, size_t size) {
+            static_cast<json_t *>(arg)->push_back({{"op_code", op_code}, {"payload", to_hex(payload, size)}});
+        },
+        &parts);
+    const json_t state = {{"version", version}, {"parts", std::move(parts)}};
+
+    const std::string fresh = path + ".new";
+    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0) return fresh + ": " + std::strerror(errno);
+    std::string error = write_all(fd, state.dump(1) + "\n");
+    close(fd);
+    if (error.empty() && rename(fresh.c_str(), path.c_str()) != 0) error = std::strerror(errno);
+    if (error.empty()) return "";
+    unlink(fresh.c_str());
+    return fresh + ": " + error;
+}
