@@ -73,7 +73,7 @@ TEST_F(shm_socket_t, a_file_that_is_no_socket_is_left_alone) {
 
 TEST_F(shm_socket_t, a_directory_that_others_can_get_at_is_refused) {
     ASSERT_EQ(listen("server"), 0u);
-    for (const mode_t mode : {0755, 0770, 0701, 01700}) {
+    for (const mode_t mode : {0755U, 0770U, 0701U, 01700U}) {
         ASSERT_EQ(chmod(directory_.sockets().c_str(), mode), 0);
         EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN) << mode;
         EXPECT_EQ(listen("other"), FWX_HOST_ERR_FOREIGN) << mode;

@@ -1,0 +1,40 @@
+/* What became of each command: the books of the drill. */
+#ifndef TESTS_DRILL_LEDGER_H
+#define TESTS_DRILL_LEDGER_H
+
+#include <cstdint>
+#include <unordered_map>
+
+#include "fwx_nat64/fwx_nat64.h"
+
+/** Commands are told apart by their number, which is their context. They are of three kinds, so that an answer that
+ * went to the wrong one shows. */
+class ledger_t {
+public:
+    /** Sends the next command; the number of commands that were sent decides about its kind. */
+    void send_next();
+    /** To be called by the reply callbacks. */
+    void verdict(void *pal_ctx, uint32_t result);
+    void statistics(void *pal_ctx, const void *data);
+    /** Compares the library's list of outstanding commands with the open ones. */
+    void compare_with(const fwx_nat64_client_info_t &info);
+
+    uint64_t open_count() const { return open_.size(); }
+
+    uint64_t sent = 0;
+    uint64_t answered = 0;
+    uint64_t failed = 0;  /* never taken by a server */
+    uint64_t refused = 0; /* their send returned a code */
+    uint64_t faults = 0;  /* each of them reported on standard error */
+
+private:
+    enum class kind_t : uint8_t { GOOD, BAD, QUERY };
+    /** Takes a command off the books when its callback was called. */
+    void close(void *pal_ctx, bool is_of_kind, bool is_answer);
+    void fault(const char *what, uint64_t number);
+
+    std::unordered_map<uint64_t, kind_t> open_;
+    uint64_t last_ = 0;
+};
+
+#endif
