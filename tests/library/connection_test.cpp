@@ -143,3 +143,18 @@ TEST_F(connection_test_t, a_message_longer_than_the_receive_buffer_gets_a_larger
     EXPECT_EQ(logged[0].find("trace: \nFWX NAT64 CL rx buf cb obuf="), 0u);
     EXPECT_NE(logged[0].find(" sz=6000"), std::string::npos);
 }
+
+TEST_F(connection_test_t, a_larger_receive_buffer_that_the_channel_refuses_leaves_the_old_one_in_use) {
+    ASSERT_EQ(fwx_nat64_stats_sys_query_a(0, this), 0u);
+    pump();
+    const bytes_t query = received.back();
+    void *small = info()->rx_buf;
+    const uint64_t blocks = live().memory_blocks;
+    fwx_host_fault_arm(FWX_HOST_OP_RX_BUFFER_SET, 1, 5);
+    deliver(reply_to(query, 4, 6000));
+    EXPECT_TRUE(calls.empty());
+    EXPECT_EQ(info()->rx_buf, small);
+    EXPECT_EQ(live().memory_blocks, blocks);
+    deliver(reply_to(query, 4, 48));
+    EXPECT_EQ(calls.size(), 1u);
+}
