@@ -34,6 +34,11 @@ static inline bool clnt_ctx_carries_walk(const fwx_nat64_clnt_ctx_t *ctx) {
     return ctx->cmd == FWX_NAT64_MSG_SESSION_WALK && ctx->cb_func != nullptr;
 }
 
+/** Whether the callback of a context takes statistics or sessions, and no bare result. */
+static inline bool clnt_ctx_is_query(const fwx_nat64_clnt_ctx_t *ctx) {
+    return ctx->cmd >= FWX_NAT64_MSG_STATS_SYS && ctx->cmd <= FWX_NAT64_MSG_SESSION_WALK;
+}
+
 /** The callback of a context in the shape that belongs to its message number. */
 template <typename fn_t>
 fn_t clnt_ctx_callback(const fwx_nat64_clnt_ctx_t *ctx) {

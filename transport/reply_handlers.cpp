@@ -17,7 +17,7 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
         NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         return;
     }
-    if (clnt_ctx_carries_walk(ctx)) { /* no reply of a walk's own type: its record is not a callback */
+    if (clnt_ctx_is_query(ctx)) { /* refused with a bare result, which its callback cannot take */
         clnt_ctx_deliver_failure(ctx);
     } else if (ctx->cb_func != nullptr) {
         fwx_nat64_cmd_result_t result = {reply->result, ctx->pal_ctx};

@@ -270,12 +270,20 @@ TEST_F(reply_test_t, a_failed_walk_is_told_once_however_it_fails) {
     expect_all_released();
 }
 
-TEST_F(reply_test_t, a_walk_answered_by_a_bare_result_ends_as_failed) {
-    deliver(reply_to(send(9), 0, 36, 0x6001));
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].callback, "walk");
-    EXPECT_EQ(calls[0].status, 4u);
-    expect_all_released();
+TEST_F(reply_test_t, a_query_or_walk_answered_by_a_bare_result_ends_as_failed) {
+    const char *const callbacks[] = {"sys", "intf", "pool", "mapping", "limit", "walk"};
+    for (uint32_t msgno = 4; msgno <= 9; ++msgno) {
+        SCOPED_TRACE(msgno);
+        calls.clear();
+        deliver(reply_to(send(msgno), 0, 36, 0x6001));
+        ASSERT_EQ(calls.size(), 1u);
+        EXPECT_EQ(calls[0].callback, callbacks[msgno - 4]);
+        EXPECT_EQ(calls[0].pal_ctx, this);
+        EXPECT_EQ(calls[0].result, 0u);
+        EXPECT_FALSE(calls[0].has_data);
+        EXPECT_EQ(calls[0].status, msgno == 9 ? 4u : 0u);
+        expect_all_released();
+    }
     deliver(reply_to(send(9), 10, 36, 0));
     EXPECT_EQ(calls.size(), 1u);
     expect_all_released();
