@@ -16,9 +16,9 @@ constexpr size_t data_bytes_shown = 24;
 }  // namespace
 
 const fwx_host_server_ops_t library_fixture_t::server_ops = {
-    [](void *ctx, fwx_host_peer_t *peer) {
+    [](void *ctx, fwx_host_peer_t *opened) {
         auto *test = static_cast<library_fixture_t *>(ctx);
-        test->peer = peer;
+        test->peer = opened;
         ++test->channels_opened;
     },
     [](void *ctx, fwx_host_peer_t *) { static_cast<library_fixture_t *>(ctx)->peer = nullptr; },
