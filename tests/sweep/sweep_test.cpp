@@ -1,0 +1,283 @@
+/*
+ * The fault sweep: plays each scenario once to count the calls of every platform operation, then once for every call
+ * with that one failing, and checks after each run that nothing is lost, told twice, or left behind.
+ */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "platform/runtime.h"
+#include "platform/tbm.h"
+#include "stage.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+/* GoogleTest shows a scenario by its name. */
+std::ostream &operator<<(std::ostream &out, const scenario_t &scenario) {
+    return out << scenario.name;
+}
+
+namespace {
+
+constexpr uint32_t client_tag = 1;
+constexpr uint64_t walk_record_bytes = 16;
+constexpr uint32_t rule_tag = 96;
+
+/** How the binding ends: with its outstanding commands reported, or discarded. */
+enum class ending_t : uint8_t { flush, discard };
+
+struct fault_t {
+    fwx_host_op_t op; /* FWX_HOST_OP_COUNT: none */
+    uint64_t nth;
+
+    bool is_one_of(std::initializer_list<fwx_host_op_t> ops) const {
+        return std::find(ops.begin(), ops.end(), op) != ops.end();
+    }
+    /* A command whose removal the list refuses is on no list: it is neither reported nor outstanding, and goes with
+     * the pool when the binding ends. */
+    bool loses_a_command() const { return op == FWX_HOST_OP_LIST_REMOVE; }
+    /* The record of a walk goes with its command's context, which such a list does not hand out. */
+    bool loses_walk_records() const { return is_one_of({FWX_HOST_OP_LIST_REMOVE, FWX_HOST_OP_LIST_HEAD}); }
+    /* A query that cannot go back on the list between two parts has had its last call. */
+    bool ends_queries_silently() const { return op == FWX_HOST_OP_LIST_INSERT_TAIL; }
+    /* A leaf that cannot be found or deleted during the clean-up stays in its tree. An installed rule without leaves,
+     * or a rule that stays pending after a failed send, goes with the clean-up and leaves nothing. */
+    bool leaves_leaves() const {
+        return is_one_of({FWX_HOST_OP_LIST_HEAD, FWX_HOST_OP_TBM_LEAF_SIZE, FWX_HOST_OP_TBM_FIRST_LEAF,
+                          FWX_HOST_OP_TBM_LEAF_DELETE});
+    }
+};
+constexpr fault_t no_fault = {FWX_HOST_OP_COUNT, 0};
+
+fwx_host_live_t live() {
+    fwx_host_live_t now;
+    fwx_host_live_get(&now);
+    now.trees = 0; /* there is no way to end one; an empty one is reclaimed when its complex gets another */
+    return now;
+}
+
+uint64_t bad_frees() {
+    fwx_host_errors_t errors;
+    fwx_host_errors_get(&errors);
+    return errors.bad_frees;
+}
+
+/** Deletes and frees what is in the tree of a complex; returns how many leaves that were. */
+uint64_t take_leaves() {
+    const uint8_t key = 0;
+    uint32_t code = 0;
+    uint64_t count = 0;
+    tbm_t *tree = fwx_host_tbm_of_complex(0);
+    for (; tree != nullptr; ++count) {
+        tbm_leaf_t *leaf = tbm_first_leaf(tree, &key, 0, &code);
+        if (leaf == nullptr) break;
+        tbm_leaf_delete(tree, leaf, &code);
+        fwx_free_named(leaf);
+    }
+    return count;
+}
+
+/** What a walk that was lost holds is out of reach, and counted by the sweep instead of the leak checker. */
+class leaks_are_counted_t {
+public:
+#if defined(__SANITIZE_ADDRESS__)
+    explicit leaks_are_counted_t(bool on) : on_(on) {
+        if (on_) __lsan_disable();
+    }
+    ~leaks_are_counted_t() {
+        if (on_) __lsan_enable();
+    }
+
+private:
+    bool on_;
+#else
+    explicit leaks_are_counted_t(bool) {}
+#endif
+};
+
+class fault_sweep_t : public testing::TestWithParam<scenario_t> {
+protected:
+    void TearDown() override { fwx_host_fault_reset(); }
+
+    void run(const fault_t &fault, ending_t ending);
+    void expect_a_binding_works();
+    bool failed() const { return HasFailure(); }
+
+    std::array<uint64_t, FWX_HOST_OP_COUNT> calls_{};
+    std::vector<uint64_t> own_list_heads_; /* calls of FWX_HOST_OP_LIST_HEAD that are the sweep's */
+
+private:
+    uint64_t outstanding();
+    static void expect_it_goes_on(stage_t &stage);
+    void expect_all_told(const stage_t &stage, const fault_t &fault);
+    void expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending);
+    void expect_all_accepted(const stage_t &stage);
+    static void expect_nothing_left(const stage_t &stage, const fault_t &fault, fwx_host_live_t before,
+                                    uint64_t walk_blocks_before);
+};
+
+uint64_t fault_sweep_t::outstanding() {
+    own_list_heads_.push_back(fwx_host_fault_calls(FWX_HOST_OP_LIST_HEAD) + 1);
+    return stage_t::outstanding();
+}
+
+void fault_sweep_t::expect_all_accepted(const stage_t &stage) {
+    for (const result_t &result : stage.results) {
+        EXPECT_EQ(result.code, 0u) << result.what;
+    }
+    for (const ticket_t &ticket : stage.tickets) {
+        EXPECT_EQ(ticket.code, ticket.expected) << ticket.what;
+        if (!GetParam().is_answered) continue;
+        EXPECT_FALSE(ticket.is_open()) << ticket.what;
+        EXPECT_EQ(ticket.verdict, ticket.expected_verdict) << ticket.what;
+    }
+}
+
+/* At most one of two commands can be the one that fails. */
+void fault_sweep_t::expect_it_goes_on(stage_t &stage) {
+    stage.send("alias upload", fwx_nat64_ipalias_upload_a);
+    stage.send("alias upload", fwx_nat64_ipalias_upload_a);
+    const bool is_one_sent = stage.tickets.back().is_sent() || stage.tickets[stage.tickets.size() - 2].is_sent();
+    EXPECT_EQ(is_one_sent, fwx_nat64_client_info_get() != nullptr);
+    stage.pump();
+}
+
+/* No command is told of that failed at once, none is told twice. */
+void fault_sweep_t::expect_all_told(const stage_t &stage, const fault_t &fault) {
+    for (const ticket_t &ticket : stage.tickets) {
+        EXPECT_EQ(ticket.is_sent() ? 0u : ticket.calls, 0u) << ticket.what;
+        EXPECT_LE(ticket.ends, 1u) << ticket.what;
+    }
+    if (fault.op == FWX_HOST_OP_COUNT) expect_all_accepted(stage);
+}
+
+/* What is not told is outstanding; once the outstanding ones are reported everything is told. */
+void fault_sweep_t::expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending) {
+    uint64_t lost = fault.loses_a_command() ? 1 : 0;
+    if (fault.ends_queries_silently()) {
+        for (const ticket_t &ticket : stage.tickets) {
+            lost += ticket.answer == answer_t::query && ticket.is_open() && ticket.calls != 0 ? 1 : 0;
+        }
+        EXPECT_LE(lost, 1u);
+    }
+    EXPECT_LE(stage.open(), outstanding() + lost);
+    if (ending == ending_t::discard) return;
+    const uint32_t code = fwx_nat64_clnt_cleanup();
+    const uint64_t rest = outstanding();
+    EXPECT_TRUE(code != 0 || rest == 0);
+    EXPECT_LE(stage.open(), rest + lost);
+    expect_all_told(stage, fault);
+    fwx_mapt_plu_cleanup();
+    EXPECT_LE(live().pool_elements, rest + lost) << "contexts that belong to no command";
+}
+
+void fault_sweep_t::expect_nothing_left(const stage_t &stage, const fault_t &fault, fwx_host_live_t before,
+                                        uint64_t walk_blocks_before) {
+    const uint64_t leaves = take_leaves();
+    EXPECT_TRUE(leaves == 0 || fault.leaves_leaves()) << leaves;
+    EXPECT_EQ(fwx_host_memory_blocks_tag(rule_tag), 0u);
+
+    const auto may_be_lost = [](const ticket_t &t) { return t.answer == answer_t::walk && t.is_sent() && !t.released; };
+    const uint64_t walks = fwx_host_memory_blocks_tag(client_tag) - walk_blocks_before;
+    if (fault.loses_walk_records()) {
+        EXPECT_LE(walks, static_cast<uint64_t>(std::count_if(stage.tickets.begin(), stage.tickets.end(), may_be_lost)));
+        before.memory_blocks += walks;
+        before.memory_bytes += walks * walk_record_bytes;
+    }
+    const fwx_host_live_t now = live();
+    EXPECT_EQ(now.memory_blocks, before.memory_blocks);
+    EXPECT_EQ(now.memory_bytes, before.memory_bytes);
+    EXPECT_EQ(now.lists, before.lists);
+    EXPECT_EQ(now.hash_tables, before.hash_tables);
+    EXPECT_EQ(now.pools, before.pools);
+    EXPECT_EQ(now.pool_elements, before.pool_elements);
+    EXPECT_EQ(now.tx_buffers, before.tx_buffers);
+    EXPECT_EQ(now.channels, before.channels);
+}
+
+void fault_sweep_t::run(const fault_t &fault, ending_t ending) {
+    const leaks_are_counted_t counted(fault.loses_walk_records());
+    const fwx_host_live_t live_before = live();
+    const uint64_t walk_blocks_before = fwx_host_memory_blocks_tag(client_tag);
+    const uint64_t bad_frees_before = bad_frees();
+    own_list_heads_.clear();
+    fwx_host_fault_reset();
+    fwx_host_fault_arm(fault.op, static_cast<uint32_t>(fault.nth), 0);
+    {
+        stage_t stage;
+        GetParam().play(stage);
+        expect_it_goes_on(stage);
+        expect_all_told(stage, fault);
+        expect_all_accounted_for(stage, fault, ending);
+        fwx_nat64_unbind();
+        fwx_mapt_plu_cleanup();
+        stage.pump();
+        for (size_t op = 0; op < calls_.size(); ++op) {
+            calls_[op] = fwx_host_fault_calls(static_cast<fwx_host_op_t>(op));
+        }
+        fwx_host_fault_reset();
+        expect_nothing_left(stage, fault, live_before, walk_blocks_before);
+    }
+    EXPECT_EQ(bad_frees(), bad_frees_before);
+}
+
+void fault_sweep_t::expect_a_binding_works() {
+    const fwx_host_live_t live_before = live();
+    const uint64_t walk_blocks_before = fwx_host_memory_blocks_tag(client_tag);
+    stage_t stage;
+    stage.bind();
+    const fwx_nat64_mapt_bmr_t rule = {9, 1, {0x20, 0x01, 0x0d, 0xb8, 9}, 48, {203, 0, 113}, 24, {}};
+    stage.send("rule", [&](void *ctx) { return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &rule, ctx); });
+    stage.pump();
+    expect_all_accepted(stage);
+    EXPECT_EQ(stage.open(), 0u);
+    fwx_nat64_model_match_t match{};
+    const fwx_nat64_addr_t address = {0, {203, 0, 113, 7}};
+    EXPECT_TRUE(fwx_nat64_model_lookup(stage.model, &address, &match));
+    EXPECT_EQ(match.rule_id, 9u);
+    fwx_nat64_unbind();
+    fwx_mapt_plu_cleanup();
+    stage.pump();
+    expect_nothing_left(stage, no_fault, live_before, walk_blocks_before);
+}
+
+uint64_t injected_in_all = 0;
+
+TEST_P(fault_sweep_t, no_single_fault_loses_repeats_or_leaks_anything) {
+    uint64_t injected = 0;
+    for (const ending_t ending : {ending_t::flush, ending_t::discard}) {
+        run(no_fault, ending);
+        ASSERT_FALSE(failed()) << "with nothing failing";
+        const auto calls = calls_;
+        const std::vector<uint64_t> own = own_list_heads_;
+        for (size_t op = 0; op < calls.size(); ++op) {
+            const auto failing = static_cast<fwx_host_op_t>(op);
+            for (uint64_t nth = 1; nth <= calls[op]; ++nth) {
+                const bool is_own = std::find(own.begin(), own.end(), nth) != own.end();
+                if (failing == FWX_HOST_OP_LIST_HEAD && is_own) continue;
+                SCOPED_TRACE(std::string(fwx_host_op_name(failing)) + " " + std::to_string(nth) +
+                             (ending == ending_t::flush ? ", flushed" : ", discarded"));
+                run({failing, nth}, ending);
+                EXPECT_GE(calls_[op], nth) << "the fault did not strike";
+                expect_a_binding_works();
+                ASSERT_FALSE(failed());
+                ++injected;
+            }
+        }
+    }
+    injected_in_all += injected;
+    std::printf("%" PRIu64 " single faults (%" PRIu64 " so far)\n", injected, injected_in_all);
+}
+
+INSTANTIATE_TEST_SUITE_P(scenario, fault_sweep_t, testing::ValuesIn(scenarios, scenarios + scenario_count),
+                         [](const auto &scenario) { return std::string(scenario.param.name); });
+
+}  // namespace
