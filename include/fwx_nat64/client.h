@@ -1,4 +1,4 @@
-/*
+/** @file
  * Binding to the NAT64 client library: the client info, the PAL's callbacks, and the life of a binding.
  *
  * Calling context of everything here: the thread that runs the event loop given to fwx_nat64_bind, never two calls at
@@ -50,19 +50,19 @@ typedef void (*fwx_nat64_throttle_fn_t)(uint32_t may_send, void *ctx);
 
 /** The PAL's reply callbacks; a null entry is skipped. */
 typedef struct {
-    fwx_nat64_cfg_reply_fn_t cfg_reply_cb;
-    fwx_nat64_sys_stats_fn_t sys_stats_cb;
-    fwx_nat64_intf_stats_fn_t intf_stats_cb;
-    fwx_nat64_pool_stats_fn_t pool_stats_cb;
-    fwx_nat64_intf_stats_fn_t limit_stats_cb;
-    fwx_nat64_pool_stats_fn_t mapping_stats_cb; /* also unsolicited mapping records */
+    fwx_nat64_cfg_reply_fn_t cfg_reply_cb;      /**< configuration and MAP-T rule commands */
+    fwx_nat64_sys_stats_fn_t sys_stats_cb;      /**< system statistics */
+    fwx_nat64_intf_stats_fn_t intf_stats_cb;    /**< interface statistics */
+    fwx_nat64_pool_stats_fn_t pool_stats_cb;    /**< pool statistics */
+    fwx_nat64_intf_stats_fn_t limit_stats_cb;   /**< limit statistics */
+    fwx_nat64_pool_stats_fn_t mapping_stats_cb; /**< mapping statistics; also unsolicited mapping records */
 } fwx_nat64_reply_cbs_t;
 
 /** The PAL's callbacks for unsolicited commands; a null entry is skipped. */
 typedef struct {
-    fwx_nat64_unsol_event_fn_t reserved; /* stored, never called */
-    fwx_nat64_unsol_record_fn_t record_cb;
-    fwx_nat64_unsol_event_fn_t event_cb;
+    fwx_nat64_unsol_event_fn_t reserved;   /**< stored, never called */
+    fwx_nat64_unsol_record_fn_t record_cb; /**< command 0 */
+    fwx_nat64_unsol_event_fn_t event_cb;   /**< command 1 */
 } fwx_nat64_unsol_cbs_t;
 
 struct fwx_chunk;
@@ -73,22 +73,22 @@ struct fwx_list;
  * `throttle_ctx`. Field order and widths are part of the interface.
  */
 typedef struct {
-    void *ev_ctx;                     /* owned: event context, goes back through fwx_free_named */
-    void *smc_ev;                     /* owned: 8-byte cell with the messaging handle */
-    struct fwx_chunk *clnt_ctx_chunk; /* owned: pool of client contexts */
-    struct fwx_list *clnt_ctx_list;   /* owned: outstanding client contexts, oldest first */
-    void *rx_buf;                     /* owned, lent to the channel */
-    uint64_t chan;                    /* valid while `connected` */
-    uint32_t epoch;                   /* stamps every asynchronous message of this binding */
-    uint32_t connected;               /* 1 while the channel is open and its handlers are attached */
-    uint8_t client_id[4];             /* the PAL's identifier, opaque */
-    fwx_nat64_reply_cbs_t reply_cb;
-    fwx_nat64_unsol_cbs_t unsol_cb;
-    fwx_nat64_unsol_hndlr_fn_t unsol_hndlr;
-    fwx_nat64_throttle_fn_t throttle_cb; /* the PAL's, null after bind */
-    void *throttle_ctx;                  /* the PAL's, handed to throttle_cb */
-    uint32_t throttle_off_cnt;
-    uint32_t throttle_on_cnt;
+    void *ev_ctx;                           /**< owned: event context, goes back through fwx_free_named */
+    void *smc_ev;                           /**< owned: 8-byte cell with the messaging handle */
+    struct fwx_chunk *clnt_ctx_chunk;       /**< owned: pool of client contexts */
+    struct fwx_list *clnt_ctx_list;         /**< owned: outstanding client contexts, oldest first */
+    void *rx_buf;                           /**< owned, lent to the channel */
+    uint64_t chan;                          /**< valid while `connected` */
+    uint32_t epoch;                         /**< stamps every asynchronous message of this binding */
+    uint32_t connected;                     /**< 1 while the channel is open and its handlers are attached */
+    uint8_t client_id[4];                   /**< the PAL's identifier, opaque */
+    fwx_nat64_reply_cbs_t reply_cb;         /**< as given at bind */
+    fwx_nat64_unsol_cbs_t unsol_cb;         /**< as given at bind */
+    fwx_nat64_unsol_hndlr_fn_t unsol_hndlr; /**< the library's own */
+    fwx_nat64_throttle_fn_t throttle_cb;    /**< the PAL's, null after bind */
+    void *throttle_ctx;                     /**< the PAL's, handed to throttle_cb */
+    uint32_t throttle_off_cnt;              /**< times that the channel had room again */
+    uint32_t throttle_on_cnt;               /**< times that the channel was full */
 } fwx_nat64_client_info_t;
 
 /**

@@ -1,4 +1,4 @@
-/*
+/** @file
  * Configuration commands: one function per command, its record, and the operations.
  *
  * Conventions of all setters: the record is only read, copied into the message, and stays the caller's; `pal_ctx` is
@@ -23,116 +23,129 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-#define FWX_NAT64_OP_ADD 1u
-#define FWX_NAT64_OP_MOD 2u
-#define FWX_NAT64_OP_DEL 3u
+#define FWX_NAT64_OP_ADD 1u /**< adds */
+#define FWX_NAT64_OP_MOD 2u /**< modifies */
+#define FWX_NAT64_OP_DEL 3u /**< deletes */
 
-#define FWX_NAT64_FAMILY_IPV4 0u /* any other value stands for IPv6 */
+#define FWX_NAT64_FAMILY_IPV4 0u /**< any other value stands for IPv6 */
 
 /** An address. IPv4: a host-order 32-bit word in the first four bytes of `addr`; IPv6: its sixteen bytes. */
 typedef struct {
-    uint32_t family;
-    uint8_t addr[16];
+    uint32_t family;  /**< FWX_NAT64_FAMILY_IPV4, or IPv6 */
+    uint8_t addr[16]; /**< as `family` says */
 } fwx_nat64_addr_t;
 
+/** Settings of the whole service; the server reads them, the library does not. */
 typedef struct {
-    uint8_t opaque[16];
+    uint8_t opaque[16]; /**< the server's */
 } fwx_nat64_global_settings_t;
 
+/** An adjacency. */
 typedef struct {
-    uint32_t type; /* 1 to 13 */
-    fwx_nat64_addr_t address;
+    uint32_t type;            /**< 1 to 13 */
+    fwx_nat64_addr_t address; /**< address */
 } fwx_nat64_adj_t;
 
+/** A limit. */
 typedef struct {
-    uint32_t type; /* 1 */
-    uint32_t value;
+    uint32_t type;  /**< 1 */
+    uint32_t value; /**< the server's */
 } fwx_nat64_limit_t;
 
+/** A service. */
 typedef struct {
-    uint32_t type; /* 1 */
-    uint32_t value;
+    uint32_t type;  /**< 1 */
+    uint32_t value; /**< the server's */
 } fwx_nat64_service_t;
 
+/** A timeout. */
 typedef struct {
-    uint32_t type; /* 1 to 7 */
-    uint32_t value;
+    uint32_t type;  /**< 1 to 7 */
+    uint32_t value; /**< the server's */
 } fwx_nat64_timeout_t;
 
+/** The replication. */
 typedef struct {
-    uint32_t value;
-    uint32_t set; /* 0 takes the replication back */
-    uint32_t value2;
+    uint32_t value;  /**< the server's */
+    uint32_t set;    /**< 0 takes the replication back */
+    uint32_t value2; /**< the server's */
 } fwx_nat64_replication_t;
 
+/** Which sessions to clear. */
 typedef struct {
-    uint32_t value;
-    fwx_nat64_addr_t src;
-    fwx_nat64_addr_t dst;
-    uint8_t opaque[60];
+    uint32_t value;       /**< the server's */
+    fwx_nat64_addr_t src; /**< IPv4 in host order */
+    fwx_nat64_addr_t dst; /**< IPv4 in host order */
+    uint8_t opaque[60];   /**< the server's */
 } fwx_nat64_session_filter_t;
 
 /** An IPv6 prefix of which twelve bytes are given. */
 typedef struct {
-    uint8_t prefix[12];
-    uint8_t reserved[3];
-    uint8_t prefix_len; /* bits */
-    uint32_t kind;      /* global prefixes: 1 to 4 */
+    uint8_t prefix[12];  /**< its first bytes */
+    uint8_t reserved[3]; /**< reserved */
+    uint8_t prefix_len;  /**< bits */
+    uint32_t kind;       /**< global prefixes: 1 to 4 */
 } fwx_nat64_prefix_t;
 
+/** What an interface translates with. A prefix and the MTU count only with their valid flag set. */
 typedef struct {
-    uint32_t ifh; /* interface handle */
-    uint32_t enable;
-    uint32_t sless_prefix_valid;
-    fwx_nat64_prefix_t sless_prefix;
-    uint32_t sful_prefix_valid;
-    fwx_nat64_prefix_t sful_prefix;
-    uint32_t sless_prefix_v6v4_valid;
-    fwx_nat64_prefix_t sless_prefix_v6v4;
-    uint32_t mtu_valid;
-    uint16_t mtu; /* bytes */
+    uint32_t ifh;                         /**< interface handle */
+    uint32_t enable;                      /**< 0: off */
+    uint32_t sless_prefix_valid;          /**< non-zero: `sless_prefix` is given */
+    fwx_nat64_prefix_t sless_prefix;      /**< stateless translation */
+    uint32_t sful_prefix_valid;           /**< non-zero: `sful_prefix` is given */
+    fwx_nat64_prefix_t sful_prefix;       /**< stateful translation */
+    uint32_t sless_prefix_v6v4_valid;     /**< non-zero: `sless_prefix_v6v4` is given */
+    fwx_nat64_prefix_t sless_prefix_v6v4; /**< stateless translation from IPv6 to IPv4 */
+    uint32_t mtu_valid;                   /**< non-zero: `mtu` is given */
+    uint16_t mtu;                         /**< bytes */
 } fwx_nat64_intf_info_t;
 
+/** A static mapping; a delete reads `id` alone. */
 typedef struct {
-    uint32_t id;
-    uint8_t opaque4[4];
-    fwx_nat64_addr_t addr1;
-    uint8_t opaque28[16];
-    fwx_nat64_addr_t addr2;
-    uint8_t opaque64[20];
+    uint32_t id;            /**< identifier */
+    uint8_t opaque4[4];     /**< the server's */
+    fwx_nat64_addr_t addr1; /**< first address */
+    uint8_t opaque28[16];   /**< the server's */
+    fwx_nat64_addr_t addr2; /**< second address */
+    uint8_t opaque64[20];   /**< the server's */
 } fwx_nat64_smapping_t;
 
+/** A dynamic mapping; a delete reads `id` alone. */
 typedef struct {
-    uint32_t id; /* not 0 */
-    uint8_t opaque4[8];
-    uint32_t type; /* 0 to 7 */
-    uint8_t ext[24];
-    uint32_t ext_arg;
-    uint8_t opaque44[8];
+    uint32_t id;         /**< not 0 */
+    uint8_t opaque4[8];  /**< the server's */
+    uint32_t type;       /**< 0 to 7 */
+    uint8_t ext[24];     /**< the server's */
+    uint32_t ext_arg;    /**< the server's */
+    uint8_t opaque44[8]; /**< the server's */
 } fwx_nat64_dmapping_t;
 
+/** An address pool; a delete reads `id` alone. */
 typedef struct {
-    uint32_t id;     /* not 0 */
-    uint32_t family; /* FWX_NAT64_FAMILY_IPV4 */
-    uint32_t param;  /* not 0 */
-    fwx_nat64_addr_t start_addr;
-    fwx_nat64_addr_t end_addr;
-    uint32_t hsl_id;
+    uint32_t id;                 /**< not 0 */
+    uint32_t family;             /**< FWX_NAT64_FAMILY_IPV4 */
+    uint32_t param;              /**< not 0 */
+    fwx_nat64_addr_t start_addr; /**< first address */
+    fwx_nat64_addr_t end_addr;   /**< last address */
+    uint32_t hsl_id;             /**< the server's */
 } fwx_nat64_pool_t;
 
+/** A range of addresses that is added to a pool. */
 typedef struct {
-    uint32_t id; /* of the pool, not 0 */
-    fwx_nat64_addr_t start_addr;
-    fwx_nat64_addr_t end_addr;
+    uint32_t id;                 /**< of the pool, not 0 */
+    fwx_nat64_addr_t start_addr; /**< first address */
+    fwx_nat64_addr_t end_addr;   /**< last address */
 } fwx_nat64_pool_range_t;
 
+/** A destination of translation logs. */
 typedef struct {
-    uint32_t type; /* 1 */
-    uint32_t mode; /* 1 */
-    uint8_t param;
-    fwx_nat64_addr_t dest; /* IPv4, not 0.0.0.0 */
-    uint16_t dest_port;    /* not 0 */
-    uint16_t param2;
+    uint32_t type;         /**< 1 */
+    uint32_t mode;         /**< 1 */
+    uint8_t param;         /**< the server's */
+    fwx_nat64_addr_t dest; /**< IPv4, not 0.0.0.0 */
+    uint16_t dest_port;    /**< not 0 */
+    uint16_t param2;       /**< the server's */
 } fwx_nat64_logging_t;
 
 /** Sets the global settings. FWX_NAT64_ERR_INVALID for null. */

@@ -1,4 +1,4 @@
-/*
+/** @file
  * Debug flags of the library.
  *
  * Each diagnostic goes out on two channels: one gated by the flag of its level, one by the platform's debug level for
@@ -32,12 +32,12 @@ void fwx_nat64_dbg_info_set(uint32_t on);
 
 /** The flag set that the platform's flag-gated debug functions take; the order of the slots is theirs. */
 typedef struct {
-    const void *reserved0;
-    const uint32_t *error;
-    const uint32_t *info;
-    const uint32_t *trace;
-    const uint32_t *warning;
-    const void *reserved5;
+    const void *reserved0;   /**< reserved */
+    const uint32_t *error;   /**< error flag */
+    const uint32_t *info;    /**< info flag */
+    const uint32_t *trace;   /**< trace flag */
+    const uint32_t *warning; /**< warning flag */
+    const void *reserved5;   /**< reserved */
 } fwx_nat64_dbg_flags_t;
 
 /** Filled at load, never changed. */

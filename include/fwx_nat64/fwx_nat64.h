@@ -1,4 +1,6 @@
-/* The NAT64 client library: everything that a PAL includes. */
+/** @file
+ * The NAT64 client library: everything that a PAL includes.
+ */
 #ifndef FWX_NAT64_FWX_NAT64_H
 #define FWX_NAT64_FWX_NAT64_H
 

@@ -1,4 +1,4 @@
-/*
+/** @file
  * MAP-T rules and the table that the library keeps of them.
  *
  * A basic mapping rule is named by Rule ID and Domain ID. It is pending from the command until the server's reply, then
@@ -19,32 +19,32 @@ extern "C" {
 
 /** A basic mapping rule. Prefixes: first byte most significant; the IPv6 prefix by its first 64 bits. */
 typedef struct {
-    uint32_t rule_id; /* not 0 */
-    uint32_t domain_id;
-    uint8_t v6_prefix[8];
-    uint8_t v6_prefix_len; /* bits, 0 to 64 */
-    uint8_t v4_prefix[4];
-    uint8_t v4_prefix_len; /* bits, 0 to 32 */
-    uint16_t rule_params[4];
+    uint32_t rule_id;        /**< not 0 */
+    uint32_t domain_id;      /**< Domain ID */
+    uint8_t v6_prefix[8];    /**< IPv6 prefix */
+    uint8_t v6_prefix_len;   /**< bits, 0 to 64 */
+    uint8_t v4_prefix[4];    /**< IPv4 prefix */
+    uint8_t v4_prefix_len;   /**< bits, 0 to 32 */
+    uint16_t rule_params[4]; /**< the server's */
 } fwx_nat64_mapt_bmr_t;
 
 /** A default mapping rule; only the identifier is looked at. */
 typedef struct {
-    uint32_t id; /* not 0 */
-    uint8_t opaque[24];
+    uint32_t id;        /**< not 0 */
+    uint8_t opaque[24]; /**< the server's */
 } fwx_nat64_mapt_dmr_t;
 
 /** A rule in the table. */
 typedef struct {
-    fwx_nat64_mapt_bmr_t rule;
-    uint32_t mapt_bmr; /* the server's index of the rule; not set while the rule is pending */
+    fwx_nat64_mapt_bmr_t rule; /**< as given */
+    uint32_t mapt_bmr;         /**< the server's index of the rule; not set while the rule is pending */
 } fwx_mapt_rule_hash_elem_t;
 
 /** Application data of a lookup-tree leaf, read by the data plane. */
 typedef struct {
-    uint32_t reserved0;   /* 0 */
-    uint32_t mapt_bmr;    /* big-endian index of the rule */
-    uint8_t reserved8[8]; /* 0 */
+    uint32_t reserved0;   /**< reserved, 0 */
+    uint32_t mapt_bmr;    /**< big-endian index of the rule */
+    uint8_t reserved8[8]; /**< reserved, 0 */
 } fwx_mapt_app_leaf_t;
 
 /**
@@ -56,7 +56,9 @@ uint32_t fwx_mapt_plu_init(void);
 /**
  * Adds or deletes a basic mapping rule, in the table and at the server. An added rule is pending when the call returns,
  * also when the send failed; a deleted one has left the table. The verdict of an add is the rule table's.
- * @param op FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL.
+ * @param op      FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL.
+ * @param bmr     only read; a delete looks at its Rule ID and Domain ID.
+ * @param pal_ctx handed back to `cfg_reply_cb`.
  * @return 0 when handed to the channel; FWX_NAT64_ERR_INVALID for null, Rule ID 0, or a prefix longer than its field;
  *         FWX_NAT64_ERR_NOT_READY; 22 for another operation; the rule table's code (FWX_NAT64_ERR_EXISTS for a rule
  * that is pending already), nothing is sent then; or as fwx_nat64_client_async_cmd_init and _send.

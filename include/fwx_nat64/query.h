@@ -1,4 +1,4 @@
-/*
+/** @file
  * Statistics queries and the session walk.
  *
  * Conventions: a result of 0 says that the query was handed to the channel; its answers reach the callback of that
@@ -21,10 +21,10 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-#define FWX_NAT64_WALK_STOPPED 1u /* the server ended the walk early */
-#define FWX_NAT64_WALK_MORE 2u    /* further replies follow */
-#define FWX_NAT64_WALK_DONE 3u
-#define FWX_NAT64_WALK_ERROR 4u /* the walk failed; counts are 0 and data is null */
+#define FWX_NAT64_WALK_STOPPED 1u /**< the server ended the walk early */
+#define FWX_NAT64_WALK_MORE 2u    /**< further replies follow */
+#define FWX_NAT64_WALK_DONE 3u    /**< the walk is complete */
+#define FWX_NAT64_WALK_ERROR 4u   /**< the walk failed; counts are 0 and data is null */
 
 /**
  * Session-walk callback. `count` sessions are at `data`, which is the server's and valid during the call; `value` and
@@ -33,12 +33,13 @@ extern "C" {
 typedef uint32_t (*fwx_nat64_sess_walk_fn_t)(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
                                              uint32_t status);
 
+/** Which sessions to walk. */
 typedef struct {
-    uint8_t opaque0[16];
-    fwx_nat64_addr_t src;
-    uint8_t opaque36[4];
-    fwx_nat64_addr_t dst; /* always sent as zeros */
-    uint8_t opaque60[28];
+    uint8_t opaque0[16];  /**< the server's */
+    fwx_nat64_addr_t src; /**< IPv4 in host order */
+    uint8_t opaque36[4];  /**< the server's */
+    fwx_nat64_addr_t dst; /**< always sent as zeros */
+    uint8_t opaque60[28]; /**< the server's */
 } fwx_nat64_sess_walk_filter_t;
 
 /** Queries the system statistics; answered through `sys_stats_cb`. */
@@ -47,8 +48,11 @@ uint32_t fwx_nat64_stats_sys_query_a(uint32_t sel, void *pal_ctx);
 uint32_t fwx_nat64_stats_intf_query_a(void *pal_ctx);
 /**
  * Queries the statistics of all pools; answered through `pool_stats_cb`.
- * @param cookie where to go on, sent as a 64-bit value and never dereferenced; null for the start.
- * @param count  largest number of entries, not 0 (FWX_NAT64_ERR_INVALID).
+ * @param sel     the server's.
+ * @param cookie  where to go on, sent as a 64-bit value and never dereferenced; null for the start.
+ * @param count   largest number of entries, not 0 (FWX_NAT64_ERR_INVALID).
+ * @param arg     the server's.
+ * @param pal_ctx handed back to the callback.
  */
 uint32_t fwx_nat64_stats_pool_all_query_a(uint32_t sel, void *cookie, uint32_t count, uint32_t arg, void *pal_ctx);
 /** As fwx_nat64_stats_pool_all_query_a for all mappings; answered through `mapping_stats_cb`. */
@@ -60,8 +64,11 @@ uint32_t fwx_nat64_stats_limit_all_query_a(uint32_t sel, uint32_t count, void *p
  * @param count   sessions a reply, not 0.
  * @param filter  which sessions; only read, not null. IPv4 `src` in host order; `dst` is not sent.
  * @param cookie  where to go on, 0 for the start.
+ * @param arg     the server's.
+ * @param walk_arg the server's.
  * @param walk_cb called for each reply until it returns 1; not null. A walk still outstanding at unbind ends without a
  * call.
+ * @param pal_ctx handed back to `walk_cb`.
  * @return also FWX_NAT64_ERR_INVALID for `count` 0, a null `filter` or `walk_cb`, and FWX_NAT64_ERR_NOMEM.
  */
 uint32_t fwx_nat64_session_walk_a(uint32_t count, const fwx_nat64_sess_walk_filter_t *filter, uint64_t cookie,

@@ -1,4 +1,4 @@
-/*
+/** @file
  * Result codes of the NAT64 client library.
  *
  * Every operation that can fail returns a uint32_t: 0 for success, one of the codes below, a plain errno value (12, 17,

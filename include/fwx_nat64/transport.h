@@ -1,4 +1,4 @@
-/*
+/** @file
  * Commands as messages: header, message numbers, and the functions that frame and send them.
  *
  * A command is framed in a transmit buffer, filled in place behind its header and sent. Byte order on the wire is the
@@ -19,49 +19,49 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /* The type word: the form in the upper bits, the message number in the lower twelve. */
-#define FWX_NAT64_MSG_ASYNC 0xc000u
-#define FWX_NAT64_MSG_SYNC 0x8000u
-#define FWX_NAT64_MSG_NUMBER_MASK 0x0fffu
+#define FWX_NAT64_MSG_ASYNC 0xc000u       /**< asynchronous */
+#define FWX_NAT64_MSG_SYNC 0x8000u        /**< synchronous */
+#define FWX_NAT64_MSG_NUMBER_MASK 0x0fffu /**< the message number */
 /** The domain of every message. */
 #define FWX_NAT64_MSG_DOMAIN 96u
 
-#define FWX_NAT64_MSG_RESULT 0u
-#define FWX_NAT64_MSG_UNSOL_SETUP 1u /* from the server: an unsolicited notification */
-#define FWX_NAT64_MSG_INIT 2u
-#define FWX_NAT64_MSG_CONFIG 3u
-#define FWX_NAT64_MSG_STATS_SYS 4u
-#define FWX_NAT64_MSG_STATS_INTF 5u
-#define FWX_NAT64_MSG_STATS_POOL_ALL 6u
-#define FWX_NAT64_MSG_STATS_MAPPING_ALL 7u
-#define FWX_NAT64_MSG_STATS_LIMIT_ALL 8u
-#define FWX_NAT64_MSG_SESSION_WALK 9u
-#define FWX_NAT64_MSG_CGM_REPLY 10u
-#define FWX_NAT64_MSG_CGM_REPLY2 11u
-#define FWX_NAT64_MSG_PAL_CMD_Q_RESUME 12u
-#define FWX_NAT64_MSG_MAPT_RULE 13u
-#define FWX_NAT64_MSG_MAX 14u
+#define FWX_NAT64_MSG_RESULT 0u            /**< result of a command */
+#define FWX_NAT64_MSG_UNSOL_SETUP 1u       /**< from the server: an unsolicited notification */
+#define FWX_NAT64_MSG_INIT 2u              /**< announces the PAL */
+#define FWX_NAT64_MSG_CONFIG 3u            /**< configuration command */
+#define FWX_NAT64_MSG_STATS_SYS 4u         /**< system statistics */
+#define FWX_NAT64_MSG_STATS_INTF 5u        /**< interface statistics */
+#define FWX_NAT64_MSG_STATS_POOL_ALL 6u    /**< pool statistics */
+#define FWX_NAT64_MSG_STATS_MAPPING_ALL 7u /**< mapping statistics */
+#define FWX_NAT64_MSG_STATS_LIMIT_ALL 8u   /**< limit statistics */
+#define FWX_NAT64_MSG_SESSION_WALK 9u      /**< session walk */
+#define FWX_NAT64_MSG_CGM_REPLY 10u        /**< result of the end of a classifier batch */
+#define FWX_NAT64_MSG_CGM_REPLY2 11u       /**< result of a classifier update */
+#define FWX_NAT64_MSG_PAL_CMD_Q_RESUME 12u /**< answers a wakeup of the command queue */
+#define FWX_NAT64_MSG_MAPT_RULE 13u        /**< MAP-T rule */
+#define FWX_NAT64_MSG_MAX 14u              /**< one above the last number */
 
 /** Header of an asynchronous message in either direction; the body follows. */
 typedef struct {
-    uint16_t type;   /* FWX_NAT64_MSG_ASYNC | message number */
-    uint16_t domain; /* FWX_NAT64_MSG_DOMAIN */
-    uint8_t reserved4[12];
-    uint64_t clnt_ctx; /* opaque to the server, echoed in its reply */
-    uint32_t epoch;    /* echoed in the reply */
-    uint8_t reserved28[4];
+    uint16_t type;         /**< FWX_NAT64_MSG_ASYNC | message number */
+    uint16_t domain;       /**< FWX_NAT64_MSG_DOMAIN */
+    uint8_t reserved4[12]; /**< reserved */
+    uint64_t clnt_ctx;     /**< opaque to the server, echoed in its reply */
+    uint32_t epoch;        /**< echoed in the reply */
+    uint8_t reserved28[4]; /**< reserved */
 } fwx_nat64_msg_hdr_t;
 
 /** Header of a synchronous message in either direction: the first 16 bytes of the asynchronous one. */
 typedef struct {
-    uint16_t type; /* FWX_NAT64_MSG_SYNC | message number */
-    uint16_t domain;
-    uint8_t reserved4[12];
+    uint16_t type;         /**< FWX_NAT64_MSG_SYNC | message number */
+    uint16_t domain;       /**< FWX_NAT64_MSG_DOMAIN */
+    uint8_t reserved4[12]; /**< reserved */
 } fwx_nat64_sync_hdr_t;
 
 /** What a command's callback gets. */
 typedef struct {
-    uint32_t result; /* 0, the server's code, or FWX_NAT64_ERR_AGAIN for a command that was flushed */
-    void *pal_ctx;   /* as given with the command */
+    uint32_t result; /**< 0, the server's code, or FWX_NAT64_ERR_AGAIN for a command that was flushed */
+    void *pal_ctx;   /**< as given with the command */
 } fwx_nat64_cmd_result_t;
 
 /**
@@ -110,6 +110,8 @@ uint32_t fwx_nat64_client_sync_cmd_send(void *msg, size_t size);
 
 /**
  * As fwx_nat64_client_sync_cmd_send, with the whole reply for the caller.
+ * @param msg      from fwx_nat64_client_sync_cmd_init.
+ * @param size     the size it was framed with.
  * @param rsp      receives the reply: 16 bytes of header, the result at offset 16, then data of the command.
  * @param rsp_size bytes at `rsp`, at least 20.
  * @return as fwx_nat64_client_sync_cmd_send; FWX_NAT64_ERR_BAD_ARG also for a null or too small `rsp`, the message then

@@ -1,4 +1,4 @@
-/*
+/** @file
  * Wire layouts: op codes and every message between the library and the server, in both directions.
  *
  * Both sides must agree on every size and offset here; the asserts under each struct hold them. Byte order is the
@@ -129,40 +129,40 @@ FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, rule_params, 22);
 
 /* --- Configuration envelope and op codes. --- */
 
-#define FWX_NAT64_CFG_INTF_SET 1u
-#define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u
-#define FWX_NAT64_CFG_GLB_PREFIX 3u
-#define FWX_NAT64_CFG_POOL_ADD 4u
-#define FWX_NAT64_CFG_POOL_DEL 5u
-#define FWX_NAT64_CFG_POOL_RANGE_ADD 6u
-#define FWX_NAT64_CFG_POOL_RANGE_DEL 7u
-#define FWX_NAT64_CFG_SMAPPING_ADD 8u
-#define FWX_NAT64_CFG_SMAPPING_DEL 9u
-#define FWX_NAT64_CFG_DMAPPING_ADD 11u
-#define FWX_NAT64_CFG_DMAPPING_DEL 12u
-#define FWX_NAT64_CFG_DMAPPING_MOD 13u
-#define FWX_NAT64_CFG_TIMEOUT_SET 14u
-#define FWX_NAT64_CFG_LIMIT_SET 15u
-#define FWX_NAT64_CFG_LIMIT_DEL 16u
-#define FWX_NAT64_CFG_IPALIAS_UPLOAD 17u
-#define FWX_NAT64_CFG_SESSION_CLEAR 19u
-#define FWX_NAT64_CFG_SERVICE_SET 20u
-#define FWX_NAT64_CFG_END_BATCH 21u
-#define FWX_NAT64_CFG_CLASSIFIER_UPDATE 22u
-#define FWX_NAT64_CFG_LOGGING_ADD 23u
-#define FWX_NAT64_CFG_LOGGING_MOD 24u
-#define FWX_NAT64_CFG_LOGGING_DEL 25u
-#define FWX_NAT64_CFG_ADJ_SET 26u
-#define FWX_NAT64_CFG_GLB_PREFIX_KIND2 27u
-#define FWX_NAT64_CFG_GLOBAL_SETTINGS 28u
-#define FWX_NAT64_CFG_REPLICATION_SET 29u
-#define FWX_NAT64_CFG_REPLICATION_UNSET 31u
+#define FWX_NAT64_CFG_INTF_SET 1u           /**< interface */
+#define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u    /**< NVI interface */
+#define FWX_NAT64_CFG_GLB_PREFIX 3u         /**< global prefix of kind 1, 3 or 4 */
+#define FWX_NAT64_CFG_POOL_ADD 4u           /**< pool, also modified */
+#define FWX_NAT64_CFG_POOL_DEL 5u           /**< pool */
+#define FWX_NAT64_CFG_POOL_RANGE_ADD 6u     /**< pool range */
+#define FWX_NAT64_CFG_POOL_RANGE_DEL 7u     /**< pool range */
+#define FWX_NAT64_CFG_SMAPPING_ADD 8u       /**< static mapping */
+#define FWX_NAT64_CFG_SMAPPING_DEL 9u       /**< static mapping */
+#define FWX_NAT64_CFG_DMAPPING_ADD 11u      /**< dynamic mapping */
+#define FWX_NAT64_CFG_DMAPPING_DEL 12u      /**< dynamic mapping */
+#define FWX_NAT64_CFG_DMAPPING_MOD 13u      /**< dynamic mapping */
+#define FWX_NAT64_CFG_TIMEOUT_SET 14u       /**< timeout */
+#define FWX_NAT64_CFG_LIMIT_SET 15u         /**< limit, added or modified */
+#define FWX_NAT64_CFG_LIMIT_DEL 16u         /**< limit */
+#define FWX_NAT64_CFG_IPALIAS_UPLOAD 17u    /**< upload of the IP aliases */
+#define FWX_NAT64_CFG_SESSION_CLEAR 19u     /**< sessions */
+#define FWX_NAT64_CFG_SERVICE_SET 20u       /**< service, added or deleted */
+#define FWX_NAT64_CFG_END_BATCH 21u         /**< end of a classifier batch */
+#define FWX_NAT64_CFG_CLASSIFIER_UPDATE 22u /**< classifier update */
+#define FWX_NAT64_CFG_LOGGING_ADD 23u       /**< logging destination */
+#define FWX_NAT64_CFG_LOGGING_MOD 24u       /**< logging destination */
+#define FWX_NAT64_CFG_LOGGING_DEL 25u       /**< logging destination */
+#define FWX_NAT64_CFG_ADJ_SET 26u           /**< adjacency */
+#define FWX_NAT64_CFG_GLB_PREFIX_KIND2 27u  /**< global prefix of kind 2 */
+#define FWX_NAT64_CFG_GLOBAL_SETTINGS 28u   /**< global settings */
+#define FWX_NAT64_CFG_REPLICATION_SET 29u   /**< replication */
+#define FWX_NAT64_CFG_REPLICATION_UNSET 31u /**< replication, taken back */
 
 /** Configuration command; its whole length is sizeof(fwx_nat64_cfg_msg_t) + payload length. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t op_code;   /* FWX_NAT64_CFG_ */
-    uint8_t payload[4]; /* the payload begins here; behind it four reserved bytes */
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t op_code;        /**< FWX_NAT64_CFG_ */
+    uint8_t payload[4];      /**< the payload begins here; behind it four reserved bytes */
 } fwx_nat64_cfg_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_cfg_msg_t, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_cfg_msg_t, hdr, 0);
@@ -171,8 +171,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_cfg_msg_t, payload, 36);
 
 /** Synchronous control command; its whole length is sizeof(fwx_nat64_ctrl_msg_t) + data length. */
 typedef struct {
-    fwx_nat64_sync_hdr_t hdr;
-    uint32_t op_code; /* FWX_NAT64_CFG_ */
+    fwx_nat64_sync_hdr_t hdr; /**< header */
+    uint32_t op_code;         /**< FWX_NAT64_CFG_ */
 } fwx_nat64_ctrl_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_ctrl_msg_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_ctrl_msg_t, hdr, 0);
@@ -182,8 +182,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_ctrl_msg_t, op_code, 16);
 
 /** Service: op code 20. */
 typedef struct {
-    uint32_t add; /* 1 add, 0 delete */
-    fwx_nat64_service_t service;
+    uint32_t add;                /**< 1 add, 0 delete */
+    fwx_nat64_service_t service; /**< as given */
 } fwx_nat64_service_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_service_payload_t, 12);
 FWX_NAT64_WIRE_AT(fwx_nat64_service_payload_t, add, 0);
@@ -191,8 +191,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_service_payload_t, service, 4);
 
 /** Delete of a mapping or pool: op codes 5, 9 and 12. */
 typedef struct {
-    uint32_t id;
-    uint32_t one; /* 1 */
+    uint32_t id;  /**< identifier */
+    uint32_t one; /**< 1 */
 } fwx_nat64_delete_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_delete_payload_t, 8);
 FWX_NAT64_WIRE_AT(fwx_nat64_delete_payload_t, id, 0);
@@ -200,18 +200,18 @@ FWX_NAT64_WIRE_AT(fwx_nat64_delete_payload_t, one, 4);
 
 /** Interface: op codes 1 and 2. */
 typedef struct {
-    uint32_t ifh;
-    uint32_t enable;
-    uint32_t nvi;
-    uint32_t sless_prefix_valid;
-    uint32_t sful_prefix_valid;
-    uint32_t sless_prefix_v6v4_valid;
-    fwx_nat64_prefix_t sless_prefix;
-    fwx_nat64_prefix_t sful_prefix;
-    fwx_nat64_prefix_t sless_prefix_v6v4;
-    uint32_t mtu_valid;
-    uint16_t mtu;          /* bytes */
-    uint8_t reserved90[2]; /* 0 */
+    uint32_t ifh;                         /**< interface handle */
+    uint32_t enable;                      /**< 0: off */
+    uint32_t nvi;                         /**< 1 NVI interface, 0 not */
+    uint32_t sless_prefix_valid;          /**< non-zero: `sless_prefix` is given */
+    uint32_t sful_prefix_valid;           /**< non-zero: `sful_prefix` is given */
+    uint32_t sless_prefix_v6v4_valid;     /**< non-zero: `sless_prefix_v6v4` is given */
+    fwx_nat64_prefix_t sless_prefix;      /**< stateless translation */
+    fwx_nat64_prefix_t sful_prefix;       /**< stateful translation */
+    fwx_nat64_prefix_t sless_prefix_v6v4; /**< stateless translation from IPv6 to IPv4 */
+    uint32_t mtu_valid;                   /**< non-zero: `mtu` is given */
+    uint16_t mtu;                         /**< bytes */
+    uint8_t reserved90[2];                /**< reserved, 0 */
 } fwx_nat64_intf_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_intf_payload_t, 92);
 FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, ifh, 0);
@@ -229,8 +229,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, reserved90, 90);
 
 /** Global prefix: op codes 3 and 27. */
 typedef struct {
-    uint32_t add; /* 1 add or modify, 0 delete */
-    fwx_nat64_prefix_t prefix;
+    uint32_t add;              /**< 1 add or modify, 0 delete */
+    fwx_nat64_prefix_t prefix; /**< as given */
 } fwx_nat64_glb_prefix_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_glb_prefix_payload_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, add, 0);
@@ -238,9 +238,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, prefix, 4);
 
 /** Dynamic mapping: op codes 11 and 13. */
 typedef struct {
-    fwx_nat64_dmapping_t map;
-    uint8_t second[24]; /* second part; without one its first byte is 4 */
-    uint32_t ext_arg;
+    fwx_nat64_dmapping_t map; /**< as given */
+    uint8_t second[24];       /**< second part; without one its first byte is 4 */
+    uint32_t ext_arg;         /**< the server's */
 } fwx_nat64_dmapping_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_payload_t, 80);
 FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, map, 0);
@@ -249,12 +249,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, ext_arg, 76);
 
 /** Pool: op code 4. */
 typedef struct {
-    uint32_t id;
-    uint32_t param;
-    uint32_t hsl_id;
-    uint32_t id2;        /* the same identifier again */
-    uint32_t start_addr; /* network order */
-    uint32_t end_addr;   /* network order */
+    uint32_t id;         /**< identifier */
+    uint32_t param;      /**< the server's */
+    uint32_t hsl_id;     /**< the server's */
+    uint32_t id2;        /**< the same identifier again */
+    uint32_t start_addr; /**< network order */
+    uint32_t end_addr;   /**< network order */
 } fwx_nat64_pool_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_payload_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, id, 0);
@@ -266,8 +266,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, end_addr, 20);
 
 /** Delete of a pool range: op code 7. */
 typedef struct {
-    fwx_nat64_pool_range_t range;
-    uint32_t one; /* 1 */
+    fwx_nat64_pool_range_t range; /**< as given */
+    uint32_t one;                 /**< 1 */
 } fwx_nat64_pool_range_del_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_range_del_payload_t, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_del_payload_t, range, 0);
@@ -275,13 +275,13 @@ FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_del_payload_t, one, 44);
 
 /** Logging: op codes 23, 24 and 25. */
 typedef struct {
-    uint32_t dest;      /* network order */
-    uint32_t reserved4; /* 0 */
-    uint16_t dest_port; /* host order */
-    uint16_t param2;
-    uint32_t mode;
-    uint8_t param;
-    uint8_t reserved17[3]; /* 0 */
+    uint32_t dest;         /**< network order */
+    uint32_t reserved4;    /**< reserved, 0 */
+    uint16_t dest_port;    /**< host order */
+    uint16_t param2;       /**< the server's */
+    uint32_t mode;         /**< the server's */
+    uint8_t param;         /**< the server's */
+    uint8_t reserved17[3]; /**< reserved, 0 */
 } fwx_nat64_logging_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_payload_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, dest, 0);
@@ -294,8 +294,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, reserved17, 17);
 
 /** Classifier update: op code 22, in both forms. */
 typedef struct {
-    uint8_t data[24]; /* the classifier manager's */
-    uint32_t batch_id;
+    uint8_t data[24];  /**< the classifier manager's */
+    uint32_t batch_id; /**< batch */
 } fwx_nat64_classifier_update_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_classifier_update_t, 28);
 FWX_NAT64_WIRE_AT(fwx_nat64_classifier_update_t, data, 0);
@@ -303,15 +303,15 @@ FWX_NAT64_WIRE_AT(fwx_nat64_classifier_update_t, batch_id, 24);
 
 /* --- Commands with message numbers of their own. --- */
 
-#define FWX_NAT64_INIT_CODE 0x00010090u
-#define FWX_NAT64_MAPT_RULE_BMR 0u
-#define FWX_NAT64_MAPT_RULE_DMR 1u
+#define FWX_NAT64_INIT_CODE 0x00010090u /**< what an init command opens with */
+#define FWX_NAT64_MAPT_RULE_BMR 0u      /**< basic mapping rule */
+#define FWX_NAT64_MAPT_RULE_DMR 1u      /**< default mapping rule */
 
 /** Init, asynchronous (after a reconnection). */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t init_code; /* FWX_NAT64_INIT_CODE */
-    uint8_t client_id[4];
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t init_code;      /**< FWX_NAT64_INIT_CODE */
+    uint8_t client_id[4];    /**< the PAL's identifier */
 } fwx_nat64_init_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_init_msg_t, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_init_msg_t, hdr, 0);
@@ -320,9 +320,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_init_msg_t, client_id, 36);
 
 /** Init, synchronous (at bind). */
 typedef struct {
-    fwx_nat64_sync_hdr_t hdr;
-    uint32_t init_code; /* FWX_NAT64_INIT_CODE */
-    uint8_t client_id[4];
+    fwx_nat64_sync_hdr_t hdr; /**< header */
+    uint32_t init_code;       /**< FWX_NAT64_INIT_CODE */
+    uint8_t client_id[4];     /**< the PAL's identifier */
 } fwx_nat64_sync_init_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_init_msg_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_sync_init_msg_t, hdr, 0);
@@ -331,9 +331,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sync_init_msg_t, client_id, 20);
 
 /** System statistics query. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t sel;
-    uint8_t reserved36[4];
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t sel;            /**< which statistics, the server's */
+    uint8_t reserved36[4];   /**< reserved */
 } fwx_nat64_stats_sys_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_msg_t, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_msg_t, hdr, 0);
@@ -342,14 +342,14 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_msg_t, reserved36, 36);
 
 /** All-pools and all-mappings statistics query. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t sel;
-    uint32_t one;   /* 1 */
-    uint32_t zero;  /* 0 */
-    uint32_t count; /* largest number of entries asked for */
-    uint32_t arg;
-    uint8_t reserved52[4];
-    uint64_t cookie; /* where to go on, 0 for the start */
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t sel;            /**< which statistics, the server's */
+    uint32_t one;            /**< 1 */
+    uint32_t zero;           /**< 0 */
+    uint32_t count;          /**< largest number of entries asked for */
+    uint32_t arg;            /**< the server's */
+    uint8_t reserved52[4];   /**< reserved */
+    uint64_t cookie;         /**< where to go on, 0 for the start */
 } fwx_nat64_stats_all_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_all_msg_t, 64);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, hdr, 0);
@@ -363,12 +363,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_msg_t, cookie, 56);
 
 /** All-limits statistics query. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t sel;
-    uint32_t one; /* 1 */
-    uint8_t reserved40[8];
-    uint32_t count;
-    uint8_t reserved52[4];
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t sel;            /**< which statistics, the server's */
+    uint32_t one;            /**< 1 */
+    uint8_t reserved40[8];   /**< reserved */
+    uint32_t count;          /**< largest number of entries asked for */
+    uint8_t reserved52[4];   /**< reserved */
 } fwx_nat64_stats_limit_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_limit_msg_t, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, hdr, 0);
@@ -380,13 +380,13 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, reserved52, 52);
 
 /** Session walk. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint64_t cookie;
-    uint32_t arg;
-    uint32_t walk_arg;
-    uint32_t count; /* sessions a reply */
-    uint8_t reserved52[4];
-    fwx_nat64_sess_walk_filter_t filter; /* IPv4 addresses in network order */
+    fwx_nat64_msg_hdr_t hdr;             /**< header */
+    uint64_t cookie;                     /**< where to go on, 0 for the start */
+    uint32_t arg;                        /**< the server's */
+    uint32_t walk_arg;                   /**< the server's */
+    uint32_t count;                      /**< sessions a reply */
+    uint8_t reserved52[4];               /**< reserved */
+    fwx_nat64_sess_walk_filter_t filter; /**< IPv4 addresses in network order */
 } fwx_nat64_sess_walk_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_msg_t, 144);
 FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, hdr, 0);
@@ -399,19 +399,19 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, filter, 56);
 
 /** Basic mapping rule. The prefixes are byte-swapped as numbers of 64 and 32 bits. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t rule_type; /* FWX_NAT64_MAPT_RULE_BMR */
-    uint32_t op;
-    uint32_t rule_id;
-    uint32_t domain_id;
-    uint8_t v6_prefix[8];  /* last byte first */
-    uint8_t v6_prefix_len; /* bits */
-    uint8_t reserved57[3];
-    uint8_t v4_prefix[4];  /* last byte first */
-    uint8_t v4_prefix_len; /* bits */
-    uint8_t reserved65;
-    uint16_t rule_params[4];
-    uint8_t reserved74[6];
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t rule_type;      /**< FWX_NAT64_MAPT_RULE_BMR */
+    uint32_t op;             /**< FWX_NAT64_OP_ */
+    uint32_t rule_id;        /**< Rule ID */
+    uint32_t domain_id;      /**< Domain ID */
+    uint8_t v6_prefix[8];    /**< last byte first */
+    uint8_t v6_prefix_len;   /**< bits */
+    uint8_t reserved57[3];   /**< reserved */
+    uint8_t v4_prefix[4];    /**< last byte first */
+    uint8_t v4_prefix_len;   /**< bits */
+    uint8_t reserved65;      /**< reserved */
+    uint16_t rule_params[4]; /**< the server's */
+    uint8_t reserved74[6];   /**< reserved */
 } fwx_nat64_bmr_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_bmr_msg_t, 80);
 FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, hdr, 0);
@@ -430,12 +430,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, reserved74, 74);
 
 /** Default mapping rule; its length on the wire is FWX_NAT64_DMR_MSG_SIZE, without the padding of the struct. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t rule_type; /* FWX_NAT64_MAPT_RULE_DMR */
-    uint32_t op;
-    fwx_nat64_mapt_dmr_t dmr;
+    fwx_nat64_msg_hdr_t hdr;  /**< header */
+    uint32_t rule_type;       /**< FWX_NAT64_MAPT_RULE_DMR */
+    uint32_t op;              /**< FWX_NAT64_OP_ */
+    fwx_nat64_mapt_dmr_t dmr; /**< as given */
 } fwx_nat64_dmr_msg_t;
-#define FWX_NAT64_DMR_MSG_SIZE 68u
+#define FWX_NAT64_DMR_MSG_SIZE 68u /**< bytes */
 FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, rule_type, 32);
 FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, op, 36);
 FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, dmr, 40);
@@ -444,13 +444,13 @@ static_assert(offsetof(fwx_nat64_dmr_msg_t, dmr) + sizeof(fwx_nat64_mapt_dmr_t) 
 
 /* --- From the server. A reply is at least FWX_NAT64_REPLY_MIN_SIZE bytes long, up to and including `result`. --- */
 
-#define FWX_NAT64_REPLY_MIN_SIZE 36u
+#define FWX_NAT64_REPLY_MIN_SIZE 36u /**< bytes */
 
 /** Result of a command: types 0, 10 and 11; every other reply begins with it. */
 typedef struct {
-    fwx_nat64_msg_hdr_t hdr;
-    uint32_t result;
-    uint8_t reserved36[4];
+    fwx_nat64_msg_hdr_t hdr; /**< header */
+    uint32_t result;         /**< 0 or why not */
+    uint8_t reserved36[4];   /**< reserved */
 } fwx_nat64_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_reply_t, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_reply_t, hdr, 0);
@@ -459,8 +459,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_reply_t, reserved36, 36);
 
 /** Answer to a synchronous command. */
 typedef struct {
-    fwx_nat64_sync_hdr_t hdr;
-    uint32_t result;
+    fwx_nat64_sync_hdr_t hdr; /**< header */
+    uint32_t result;          /**< 0 or why not */
 } fwx_nat64_sync_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_reply_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, hdr, 0);
@@ -468,9 +468,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, result, 16);
 
 /** System statistics: type 4; data follow. */
 typedef struct {
-    fwx_nat64_reply_t reply;
-    uint32_t more; /* further replies that follow */
-    uint8_t reserved44[4];
+    fwx_nat64_reply_t reply; /**< header and result */
+    uint32_t more;           /**< further replies that follow */
+    uint8_t reserved44[4];   /**< reserved */
 } fwx_nat64_stats_sys_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_reply_t, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reply, 0);
@@ -479,9 +479,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reserved44, 44);
 
 /** Interface and limit statistics: types 5 and 8; data follow. */
 typedef struct {
-    fwx_nat64_reply_t reply;
-    uint32_t more; /* further replies that follow */
-    uint32_t value;
+    fwx_nat64_reply_t reply; /**< header and result */
+    uint32_t more;           /**< further replies that follow */
+    uint32_t value;          /**< the server's */
 } fwx_nat64_stats_intf_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_intf_reply_t, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, reply, 0);
@@ -490,12 +490,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, value, 44);
 
 /** Pool and mapping statistics: types 6 and 7; data follow. */
 typedef struct {
-    fwx_nat64_reply_t reply;
-    uint32_t more; /* further replies that follow */
-    uint8_t reserved44[4];
-    uint64_t value;
-    uint32_t value2;
-    uint8_t reserved60[4];
+    fwx_nat64_reply_t reply; /**< header and result */
+    uint32_t more;           /**< further replies that follow */
+    uint8_t reserved44[4];   /**< reserved */
+    uint64_t value;          /**< the server's */
+    uint32_t value2;         /**< the server's */
+    uint8_t reserved60[4];   /**< reserved */
 } fwx_nat64_stats_all_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_all_reply_t, 64);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, reply, 0);
@@ -507,14 +507,14 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, reserved60, 60);
 
 /** Session walk: type 9; data follow. */
 typedef struct {
-    fwx_nat64_reply_t reply;
-    uint32_t count;
-    uint8_t reserved44[4];
-    uint32_t more;    /* non-zero: further replies follow */
-    uint32_t stopped; /* non-zero: the walk ends here */
-    uint64_t value;
-    uint32_t value2;
-    uint8_t reserved68[4];
+    fwx_nat64_reply_t reply; /**< header and result */
+    uint32_t count;          /**< records that follow */
+    uint8_t reserved44[4];   /**< reserved */
+    uint32_t more;           /**< non-zero: further replies follow */
+    uint32_t stopped;        /**< non-zero: the walk ends here */
+    uint64_t value;          /**< the server's */
+    uint32_t value2;         /**< the server's */
+    uint8_t reserved68[4];   /**< reserved */
 } fwx_nat64_sess_walk_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_reply_t, 72);
 FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, reply, 0);
@@ -528,13 +528,13 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, reserved68, 68);
 
 /** MAP-T rule: type 13. */
 typedef struct {
-    fwx_nat64_reply_t reply;
-    uint32_t rule_id;
-    uint32_t domain_id;
-    uint32_t rule_type; /* FWX_NAT64_MAPT_RULE_ */
-    uint32_t op;        /* FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
-    uint32_t cleanup;   /* 1 with a delete: the whole rule table is to be cleaned up */
-    uint32_t bmr_index; /* the server's index of the rule */
+    fwx_nat64_reply_t reply; /**< header and result */
+    uint32_t rule_id;        /**< Rule ID */
+    uint32_t domain_id;      /**< Domain ID */
+    uint32_t rule_type;      /**< FWX_NAT64_MAPT_RULE_ */
+    uint32_t op;             /**< FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    uint32_t cleanup;        /**< 1 with a delete: the whole rule table is to be cleaned up */
+    uint32_t bmr_index;      /**< the server's index of the rule */
 } fwx_nat64_mapt_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_reply_t, 64);
 FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, reply, 0);
@@ -549,15 +549,15 @@ FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, bmr_index, 60);
 
 /** System statistics: one record, how many the server holds of each kind. */
 typedef struct {
-    uint64_t interfaces;
-    uint64_t prefixes; /* global ones */
-    uint64_t static_mappings;
-    uint64_t dynamic_mappings;
-    uint64_t pools;
-    uint64_t pool_ranges;
-    uint64_t loggings;
-    uint64_t rules; /* basic and default mapping rules */
-    uint64_t sessions;
+    uint64_t interfaces;       /**< configured ones */
+    uint64_t prefixes;         /**< global ones */
+    uint64_t static_mappings;  /**< configured ones */
+    uint64_t dynamic_mappings; /**< configured ones */
+    uint64_t pools;            /**< configured ones */
+    uint64_t pool_ranges;      /**< configured ones */
+    uint64_t loggings;         /**< configured ones */
+    uint64_t rules;            /**< basic and default mapping rules */
+    uint64_t sessions;         /**< open ones */
 } fwx_nat64_stats_sys_entry_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_entry_t, 72);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, interfaces, 0);
@@ -572,12 +572,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, sessions, 64);
 
 /** Statistics of an interface; `value` of the reply is the number of records. */
 typedef struct {
-    uint32_t ifh;
-    uint32_t enabled;
-    uint32_t nvi;
-    uint32_t mtu;      /* bytes, 0 when none is set */
-    uint32_t prefixes; /* prefixes given with the interface */
-    uint32_t reserved20;
+    uint32_t ifh;        /**< interface handle */
+    uint32_t enabled;    /**< 0: off */
+    uint32_t nvi;        /**< 0: not an NVI interface */
+    uint32_t mtu;        /**< bytes, 0 when none is set */
+    uint32_t prefixes;   /**< prefixes given with the interface */
+    uint32_t reserved20; /**< reserved */
 } fwx_nat64_stats_intf_entry_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_intf_entry_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, ifh, 0);
@@ -589,9 +589,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, reserved20, 20);
 
 /** A limit and its use; `value` of the reply is the number of records. */
 typedef struct {
-    uint32_t type;
-    uint32_t value;
-    uint64_t in_use;
+    uint32_t type;   /**< 1 */
+    uint32_t value;  /**< most that it allows */
+    uint64_t in_use; /**< how much of it is used */
 } fwx_nat64_stats_limit_entry_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_limit_entry_t, 16);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, type, 0);
@@ -601,10 +601,10 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, in_use, 8);
 /** Statistics of a pool; `value` of the reply is the cookie to go on with (0: complete), `value2` the number of
  * records. */
 typedef struct {
-    uint32_t id;
-    uint32_t ranges;    /* added to the pool's own addresses */
-    uint64_t addresses; /* in the pool and its ranges; UINT64_MAX when they are more */
-    uint64_t sessions;
+    uint32_t id;        /**< of the pool */
+    uint32_t ranges;    /**< added to the pool's own addresses */
+    uint64_t addresses; /**< in the pool and its ranges; UINT64_MAX when they are more */
+    uint64_t sessions;  /**< open ones */
 } fwx_nat64_stats_pool_entry_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_pool_entry_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, id, 0);
@@ -612,18 +612,18 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, ranges, 4);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, addresses, 8);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, sessions, 16);
 
-#define FWX_NAT64_MAPPING_UNKNOWN 0u
-#define FWX_NAT64_MAPPING_STATIC 1u
-#define FWX_NAT64_MAPPING_DYNAMIC 2u
+#define FWX_NAT64_MAPPING_UNKNOWN 0u /**< of a notification */
+#define FWX_NAT64_MAPPING_STATIC 1u  /**< static mapping */
+#define FWX_NAT64_MAPPING_DYNAMIC 2u /**< dynamic mapping */
 
 /** Statistics of a mapping; `value` and `value2` of the reply as with pools. The library builds the same record from
  * notification FWX_NAT64_UNSOL_MAPPING, the kind then unknown. */
 typedef struct {
-    uint32_t id;
-    uint32_t kind; /* FWX_NAT64_MAPPING_ */
-    uint32_t active;
-    uint32_t reserved12;
-    uint64_t sessions;
+    uint32_t id;         /**< of the mapping */
+    uint32_t kind;       /**< FWX_NAT64_MAPPING_ */
+    uint32_t active;     /**< 0: inactive */
+    uint32_t reserved12; /**< reserved */
+    uint64_t sessions;   /**< open ones */
 } fwx_nat64_stats_mapping_entry_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_mapping_entry_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, id, 0);
@@ -634,14 +634,14 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, sessions, 16);
 
 /** A session; `count` of the walk's reply is the number of records, `value` the cookie to go on with (0: complete). */
 typedef struct {
-    uint64_t id;
-    fwx_nat64_addr_t src; /* IPv4 in network order, as `dst` */
-    fwx_nat64_addr_t dst;
-    uint16_t src_port;
-    uint16_t dst_port;
-    uint32_t protocol;   /* IP protocol number, 0 for any */
-    uint32_t mapping_id; /* 0 for none */
-    uint32_t age_s;
+    uint64_t id;          /**< of the session */
+    fwx_nat64_addr_t src; /**< IPv4 in network order, as `dst` */
+    fwx_nat64_addr_t dst; /**< destination address */
+    uint16_t src_port;    /**< host order */
+    uint16_t dst_port;    /**< host order */
+    uint32_t protocol;    /**< IP protocol number, 0 for any */
+    uint32_t mapping_id;  /**< 0 for none */
+    uint32_t age_s;       /**< seconds */
 } fwx_nat64_session_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_session_t, 64);
 FWX_NAT64_WIRE_AT(fwx_nat64_session_t, id, 0);
@@ -654,16 +654,16 @@ FWX_NAT64_WIRE_AT(fwx_nat64_session_t, mapping_id, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_session_t, age_s, 60);
 
 /* Events of an unsolicited notification; the short header of synchronous messages comes first. */
-#define FWX_NAT64_UNSOL_RECORD 0u
-#define FWX_NAT64_UNSOL_EVENT 1u
-#define FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP 2u
-#define FWX_NAT64_UNSOL_MAPPING 3u
-#define FWX_NAT64_UNSOL_DEBUG 4u
+#define FWX_NAT64_UNSOL_RECORD 0u              /**< a record was added or deleted */
+#define FWX_NAT64_UNSOL_EVENT 1u               /**< event */
+#define FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP 2u /**< wakeup of the command queue */
+#define FWX_NAT64_UNSOL_MAPPING 3u             /**< a mapping became active or inactive */
+#define FWX_NAT64_UNSOL_DEBUG 4u               /**< debug flags to be switched */
 
 /** Any notification. */
 typedef struct {
-    fwx_nat64_sync_hdr_t hdr; /* type word FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_UNSOL_SETUP */
-    uint32_t event;
+    fwx_nat64_sync_hdr_t hdr; /**< type word FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_UNSOL_SETUP */
+    uint32_t event;           /**< FWX_NAT64_UNSOL_ */
 } fwx_nat64_unsol_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_msg_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_msg_t, hdr, 0);
@@ -671,13 +671,13 @@ FWX_NAT64_WIRE_AT(fwx_nat64_unsol_msg_t, event, 16);
 
 /** Command 0; its last field ends at 42. */
 typedef struct {
-    fwx_nat64_unsol_msg_t msg;
-    uint32_t word2;
-    uint32_t word1;
-    uint8_t reserved28[4];
-    uint32_t word3;
-    uint8_t reserved36[4];
-    uint16_t add; /* non-zero add, 0 delete */
+    fwx_nat64_unsol_msg_t msg; /**< header and event */
+    uint32_t word2;            /**< second word of the record */
+    uint32_t word1;            /**< first word of the record */
+    uint8_t reserved28[4];     /**< reserved */
+    uint32_t word3;            /**< third word of the record */
+    uint8_t reserved36[4];     /**< reserved */
+    uint16_t add;              /**< non-zero add, 0 delete */
 } fwx_nat64_unsol_record_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_record_msg_t, 44);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, msg, 0);
@@ -690,12 +690,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_unsol_record_msg_t, add, 40);
 
 /** Command 3; its last field ends at 62. */
 typedef struct {
-    fwx_nat64_unsol_msg_t msg;
-    uint32_t id;
-    uint8_t reserved24[4];
-    uint32_t value;
-    uint8_t reserved32[29];
-    uint8_t inactive; /* 0: active */
+    fwx_nat64_unsol_msg_t msg; /**< header and event */
+    uint32_t id;               /**< of the mapping */
+    uint8_t reserved24[4];     /**< reserved */
+    uint32_t value;            /**< goes into the `sessions` of the record */
+    uint8_t reserved32[29];    /**< reserved */
+    uint8_t inactive;          /**< 0: active */
 } fwx_nat64_unsol_mapping_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_mapping_msg_t, 64);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, msg, 0);
@@ -707,9 +707,9 @@ FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, inactive, 61);
 
 /** Command 4. */
 typedef struct {
-    fwx_nat64_unsol_msg_t msg;
-    uint32_t selector; /* 1 info, 2 trace, 3 warning, 4 error, 5 all */
-    uint32_t on;
+    fwx_nat64_unsol_msg_t msg; /**< header and event */
+    uint32_t selector;         /**< 1 info, 2 trace, 3 warning, 4 error, 5 all */
+    uint32_t on;               /**< 0: off */
 } fwx_nat64_unsol_debug_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_debug_msg_t, 28);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_debug_msg_t, msg, 0);
@@ -717,8 +717,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_unsol_debug_msg_t, selector, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_debug_msg_t, on, 24);
 
 /* Least lengths of the notifications that carry a body. */
-#define FWX_NAT64_UNSOL_RECORD_MIN_SIZE 42u
-#define FWX_NAT64_UNSOL_MAPPING_MIN_SIZE 62u
+#define FWX_NAT64_UNSOL_RECORD_MIN_SIZE 42u  /**< bytes */
+#define FWX_NAT64_UNSOL_MAPPING_MIN_SIZE 62u /**< bytes */
 
 #ifdef __cplusplus
 }
