@@ -11,7 +11,7 @@ std::vector<uint32_t> results;
 std::vector<std::string> console;
 
 template <typename fn_t>
-fn_t *symbol(void *library, const char *name, fn_t * /*shape*/) {
+fn_t *symbol(void *library, const char *name) {
     return reinterpret_cast<fn_t *>(dlsym(library, name));
 }
 
@@ -43,17 +43,18 @@ TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_
         fwx_host_loop_t *loop = fwx_host_loop_create();
         fwx_host_server_t *server = nullptr;
         ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, nullptr, &server), 0u);
-        const auto bind = symbol(library, "fwx_nat64_bind", fwx_nat64_bind);
-        const auto unbind = symbol(library, "fwx_nat64_unbind", fwx_nat64_unbind);
-        const auto upload = symbol(library, "fwx_nat64_ipalias_upload_a", fwx_nat64_ipalias_upload_a);
+        const auto bind = symbol<decltype(fwx_nat64_bind)>(library, "fwx_nat64_bind");
+        const auto unbind = symbol<decltype(fwx_nat64_unbind)>(library, "fwx_nat64_unbind");
+        const auto upload = symbol<decltype(fwx_nat64_ipalias_upload_a)>(library, "fwx_nat64_ipalias_upload_a");
 
         ASSERT_EQ(bind(nullptr, loop, nullptr, &callbacks), 0u);
         EXPECT_EQ(console, std::vector<std::string>{"\nFWX NAT64 EA: enable warning debug messages"});
         unbind();
         ASSERT_EQ(bind(nullptr, loop, nullptr, &callbacks), 0u);
         EXPECT_EQ(console.size(), 1u) << "the environment is read once a load";
-        for (int i = 0; i < 5; ++i)
+        for (int i = 0; i < 5; ++i) {
             ASSERT_EQ(upload(nullptr), 0u);
+        }
         const bool stay_bound = load != 1;
         if (!stay_bound) unbind();
         ASSERT_EQ(dlclose(library), 0);
