@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Lines and branches of the library that its own tests (tests/library) reach, by file; build/coverage/report shows where.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/packages.sh
+
+need_packages "${build_packages[@]}" libgtest-dev gcovr
+say "coverage: build and tests"
+cmake --preset coverage >/dev/null
+cmake --build --preset coverage --target library_tests unload_tests | tail -n 1
+find build/coverage -name '*.gcda' -delete
+ctest --test-dir build/coverage/tests/library --output-on-failure | tail -n 4
+
+say "coverage: the library"
+mkdir -p build/coverage/report
+report() {
+  gcovr --root . --object-directory build/coverage --exclude '(include|platform)/' "$@" \
+    build/coverage/CMakeFiles/fwx_nat64.dir
+}
+# Each log line has branches for its two channels; they are left out.
+report --exclude-branches-by-pattern '.*NAT64_LOG_.*' --json build/coverage/report/coverage.json
+for what in "" --branches; do
+  gcovr --root . --add-tracefile build/coverage/report/coverage.json $what
+done
+gcovr --root . --add-tracefile build/coverage/report/coverage.json --print-summary \
+  --html-details build/coverage/report/index.html
