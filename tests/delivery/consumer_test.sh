@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Programs in C and C++ are built against an installed and moved library, with pkg-config and with CMake, and run; the
+# installed natctl finds the library.
+# usage: consumer_test.sh SOURCE_DIR BUILD_DIR CC CXX
+set -euo pipefail
+here=$1/tests/delivery build=$2 cc=$3 cxx=$4
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+cmake --install "$build" --prefix "$scratch/first" >/dev/null
+mv "$scratch/first" "$scratch/prefix"
+lib=$(dirname "$(find "$scratch/prefix" -name libfwx_nat64.so)")
+[[ $(readlink "$lib/libfwx_nat64.so") == libfwx_nat64.so.1 ]]
+[[ $(readlink "$lib/libfwx_nat64.so.1") == libfwx_nat64.so.1.* ]]
+
+export PKG_CONFIG_PATH=$lib/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_host) -Wl,-rpath,$lib"
+"$cc" -std=c11 -Wall -Wextra -Werror "$here/consumer.c" -o "$scratch/by_pkgconfig_c" "${flags[@]}"
+"$cxx" -std=c++17 -Wall -Wextra -Werror "$here/consumer.cpp" -o "$scratch/by_pkgconfig_cpp" "${flags[@]}"
+
+cmake -S "$here/project" -B "$scratch/project" -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
+  -DCMAKE_PREFIX_PATH="$scratch/prefix" >/dev/null
+cmake --build "$scratch/project" >/dev/null
+if cmake -S "$here/project" -B "$scratch/other" -DCMAKE_PREFIX_PATH="$scratch/nowhere" >/dev/null 2>&1; then
+  echo "a package was found where none is installed"
+  exit 1
+fi
+
+for consumer in "$scratch"/by_pkgconfig_{c,cpp} "$scratch"/project/consumer_{c,cpp}; do
+  echo "$(basename "$consumer"): $("$consumer" 2>/dev/null)"
+  ldd "$consumer" | grep -q "libfwx_nat64.so.1 => $lib/"
+done
+
+ldd "$scratch/prefix/bin/natctl" | grep -q "libfwx_nat64.so.1 => $scratch/prefix/"
+"$scratch/prefix/bin/natctl" timeout set --type 2 --value 60
+cmp "$scratch/prefix/share/bash-completion/completions/natctl" <("$scratch/prefix/bin/natctl" completion bash)
