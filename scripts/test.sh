@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Everything that is checked before a change lands: format, both compilers without a warning, all tests plain and under
-# ASan+UBSan, static analysis, the library without a platform, the demo.
+# ASan+UBSan, static analysis, the library without a platform, what is delivered, the demo.
 # usage: test.sh [--quick]   --quick: g++ and its tests alone
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -14,14 +14,14 @@ case "${1:-}" in
 esac
 
 need_packages "${build_packages[@]}" libgtest-dev
-[[ $quick -eq 1 ]] || need_packages clang clang-format clang-tidy
+[[ $quick -eq 1 ]] || need_packages clang clang-format clang-tidy pkgconf file dpkg-dev
 
 build_and_test() {
   say "$1: build"
   cmake --preset "$1" >/dev/null
   cmake --build --preset "$1" | tail -n 1
   say "$1: tests"
-  ctest --preset "$1" --parallel 2 | tail -n 4
+  ctest --preset "$1" --parallel 2 --label-exclude delivery | tail -n 4
 }
 
 if [[ $quick -eq 0 ]]; then
@@ -35,12 +35,17 @@ if [[ $quick -eq 0 ]]; then
   build_and_test clang
 
   say "static analysis"
-  git ls-files '*.cpp' | grep -v '^bench/' | xargs -P 2 -n 4 clang-tidy --quiet -p build/clang 2>/dev/null
+  git ls-files '*.cpp' | grep -vE '^(bench|tests/delivery)/' | xargs -P 2 -n 4 clang-tidy --quiet -p build/clang 2>/dev/null
 
   say "the library without a platform"
   cmake -S . -B build/external -G Ninja -DFWX_NAT64_PLATFORM=external -DFWX_NAT64_WERROR=ON >/dev/null
   cmake --build build/external | tail -n 1
   tests/library/export_test.sh build/external/libfwx_nat64.so cmake/exports.list
+
+  say "delivery: installed tree, packages, binary interface, pages"
+  ctest --preset dev --label-regex delivery | tail -n 4
+  scripts/abi.sh | tail -n 1
+  scripts/docs.sh | tail -n 1
 
   say "demo"
   scripts/demo.sh >/dev/null
