@@ -6,6 +6,7 @@
 
 #include "host/internal.h"
 #include "host/shm_connection.h"
+#include "host/tap.h"
 
 namespace {
 
@@ -154,7 +155,7 @@ uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply
     if (answer == nullptr) return is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_NO_ANSWER;
     const size_t length = answer->size;
     if (length != 0) {
-        tap_show(FWX_HOST_RECEIVED, answer->bytes(), length);
+        tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer->bytes(), length);
         memcpy(reply, answer->bytes(), std::min(length, reply_size));
     }
     message_free(answer);

@@ -4,17 +4,13 @@
 
 #include "host/internal.h"
 #include "host/smc_handle.h"
+#include "host/tap.h"
 
 namespace {
 
 constexpr uint32_t callbacks_per_run = 64;
 constexpr uint64_t limit_without_marks = uint64_t{64} << 20;
 constexpr uint64_t limit_of_high_mark = 4; /* times the high mark */
-
-struct {
-    fwx_host_tap_fn_t fn;
-    void *arg;
-} tap;
 
 void release_all(message_queue_t &queue) {
     while (!queue.empty()) {
@@ -23,10 +19,6 @@ void release_all(message_queue_t &queue) {
 }
 
 }  // namespace
-
-void tap_show(fwx_host_direction_t direction, const void *msg, size_t size) {
-    if (tap.fn != nullptr) tap.fn(tap.arg, direction, msg, size);
-}
 
 smc_channel_t::smc_channel_t(fwx_host_loop_t &loop, smc_chan_err_fn_t err_fn)
     : loop_member_t(loop), handle_(handle_make(this)), err_fn_(err_fn) {}
@@ -54,7 +46,7 @@ uint32_t smc_channel_t::send(message_t *message, size_t size, void *cookie, smc_
     message->size = static_cast<uint32_t>(size);
     message->cookie = cookie;
     message->done_fn = done_fn;
-    tap_show(FWX_HOST_SENT, message->bytes(), size);
+    tap_show(FWX_HOST_SENT, exchange_t::async, message->bytes(), size);
     message->owner = message_owner_t::CHANNEL;
     untaken_.push(message);
     untaken_bytes_ += size;
@@ -66,7 +58,7 @@ uint32_t smc_channel_t::send(message_t *message, size_t size, void *cookie, smc_
 uint32_t smc_channel_t::ask(const message_t *message, size_t size, void *reply, size_t reply_size) {
     if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
-    tap_show(FWX_HOST_SENT, message->bytes(), size);
+    tap_show(FWX_HOST_SENT, exchange_t::sync, message->bytes(), size);
     return link_->ask(message->bytes(), size, reply, reply_size);
 }
 
@@ -190,7 +182,7 @@ void smc_channel_t::deliver(received_t received, uint32_t &calls) {
     if (is_closed()) return;
     memcpy(rx_buf_, received.bytes, received.size);
     link_->pop();
-    tap_show(FWX_HOST_RECEIVED, rx_buf_, received.size);
+    tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, received.size);
     handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
     ++calls;
 }
@@ -214,8 +206,4 @@ void smc_channel_t::fail(uint32_t &calls) {
         ++calls;
     }
     close();
-}
-
-extern "C" void fwx_host_tap_set(fwx_host_tap_fn_t fn, void *arg) {
-    tap = {fn, arg};
 }

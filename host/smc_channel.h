@@ -86,7 +86,4 @@ private:
     std::unordered_map<uint32_t, smc_msg_handler_fn_t> handlers_; /* by the first four bytes of a message */
 };
 
-/** Shows a message to the tap, if there is one. */
-void tap_show(fwx_host_direction_t direction, const void *msg, size_t size);
-
 #endif

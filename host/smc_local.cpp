@@ -5,6 +5,7 @@
 
 #include "host/internal.h"
 #include "host/smc_server.h"
+#include "host/tap.h"
 
 namespace {
 
@@ -107,7 +108,7 @@ uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t rep
     if (is_down) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (length == 0) return FWX_HOST_ERR_NO_ANSWER;
     length = std::min(length, sizeof(answer));
-    tap_show(FWX_HOST_RECEIVED, answer, length);
+    tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer, length);
     memcpy(reply, answer, std::min(length, reply_size));
     return 0;
 }

@@ -14,7 +14,7 @@ case "${1:-}" in
 esac
 
 need_packages "${build_packages[@]}" libgtest-dev
-[[ $quick -eq 1 ]] || need_packages clang clang-format clang-tidy pkgconf file dpkg-dev
+[[ $quick -eq 1 ]] || need_packages clang clang-format clang-tidy pkgconf file dpkg-dev tshark
 
 build_and_test() {
   say "$1: build"

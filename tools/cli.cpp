@@ -5,6 +5,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "fwx_host/capture.h"
+#include "platform/runtime.h"
 #include "tools/batch.h"
 #include "tools/completion.h"
 #include "tools/grammar.h"
@@ -32,6 +34,8 @@ void add_options(CLI::App &app, options_t &options) {
     app.add_flag("--jsonl", "One JSON object a line");
     app.add_flag("--csv", "Tables as comma-separated values");
     app.add_flag("--trace", options.trace, "Shows each message sent and received");
+    app.add_option("--capture", options.capture, "Writes each message sent and received to a pcap file")
+        ->type_name("FILE");
     app.add_flag("--dry-run", options.dry_run, "Checks and encodes, and shows the message instead of sending it");
     app.add_flag("--keep-going", options.keep_going, "Goes on after a failure in a batch");
     number_field(app, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
@@ -138,6 +142,19 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     return report(output, pal.finish(pal.start(line.command(), 0)));
 }
 
+/** As run_command, with the messages captured if the user wants them to be. */
+status_t run_captured(const command_line_t &line, std::istream &input, output_t &output) {
+    if (!line.options.capture.has_value()) return run_command(line, input, output);
+    const std::string &file = *line.options.capture;
+    uint32_t code = fwx_host_capture_open(file.c_str());
+    if (code != 0) return report(output, usage_outcome({"", "--capture " + file + ": " + xerr_strerror(code)}));
+    status_t status = run_command(line, input, output);
+    code = fwx_host_capture_close();
+    if (code == 0) return status;
+    output.note("natctl: --capture " + file + ": incomplete: " + xerr_strerror(code));
+    return status == status_t::ok ? status_t::usage : status;
+}
+
 }  // namespace
 
 int run_natctl(const std::vector<std::string> &words, std::istream &input, std::ostream &answers, std::ostream &notes) {
@@ -164,5 +181,5 @@ int run_natctl(const std::vector<std::string> &words, std::istream &input, std::
     }
     output_t output(line.options.format, line.has_many(), answers, notes);
     if (line.is_serve()) return static_cast<int>(report(output, serve(line.serve, answers, notes)));
-    return static_cast<int>(run_command(line, input, output));
+    return static_cast<int>(run_captured(line, input, output));
 }

@@ -27,7 +27,14 @@ Every message between the client library and the server, in both directions. Thi
 - A query may be answered by several replies: `more` is not 0 until the last.
 - "At least" with a length: longer messages are well formed.
 
-Kinds of fields:
+## Looking at messages
+
+`natctl --capture FILE` and `fwx_host_capture_open` write every message to a pcap file of link type 147 (DLT_USER0), each
+behind four bytes: version 1, direction (0 to the server, 1 to the client), form (0 asynchronous, 1 synchronous), 0.
+`tshark -X lua_script:docs/fwx_nat64.lua -r FILE` shows them decoded, and so does Wireshark with that script among its
+personal Lua plugins. `fwx_nat64_dissector` prints the script from the same description as this page.
+
+## Kinds of fields
 
 | kind | bytes |
 |---|---|

@@ -2,6 +2,7 @@
 #ifndef FWX_HOST_FWX_HOST_H
 #define FWX_HOST_FWX_HOST_H
 
+#include "fwx_host/capture.h"
 #include "fwx_host/cgm.h"
 #include "fwx_host/debug.h"
 #include "fwx_host/errors.h"

@@ -1,0 +1,19 @@
+/* Where the messaging service shows what passes through it: the tap that a program sets, and the capture file. */
+#ifndef HOST_TAP_H
+#define HOST_TAP_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "fwx_host/smc.h"
+
+/** Whether a message is sent and goes its way, or the sender waits for the answer to it. */
+enum class exchange_t : uint8_t { async = 0, sync = 1 };
+
+/** Shows a message to the tap and to the capture file, those of them that there are. */
+void tap_show(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
+
+/** Writes a message to the capture file, if one is open. */
+void capture_write(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
+
+#endif

@@ -1,0 +1,250 @@
+/* What tshark makes of captures with the dissector: those of natctl on the examples, and one of every message. */
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+#include "host/tap.h"
+#include "tests/tools/natctl_fixture.h"
+#include "wire/messages.h"
+
+namespace {
+
+using bytes_t = std::vector<uint8_t>;
+
+struct item_t {
+    std::string label; /* `value: 300` */
+    std::string value; /* `fwx_nat64.timeout_set.value=300` */
+};
+
+struct packet_t {
+    std::vector<item_t> items;
+    std::vector<bool> shown; /* by byte, whether an item of a named field stands for it */
+
+    bool has(const std::string &text) const {
+        for (const item_t &item : items) {
+            if (item.label == text || item.value == text) return true;
+        }
+        return false;
+    }
+    bool has_field(const std::string &name) const {
+        for (const item_t &item : items) {
+            if (item.value.rfind(name + "=", 0) == 0) return true;
+        }
+        return false;
+    }
+    bool is_all_shown() const { return std::find(shown.begin(), shown.end(), false) == shown.end(); }
+};
+
+std::string attribute(const std::string &line, const std::string &name) {
+    const size_t start = line.find(" " + name + "=\"");
+    if (start == std::string::npos) return {};
+    const size_t value = start + name.size() + 3;
+    return line.substr(value, line.find('"', value) - value);
+}
+
+void read_line(const std::string &line, std::vector<packet_t> &packets) {
+    const std::string name = attribute(line, "name");
+    const std::string value = attribute(line, "show");
+    if (line.find("<packet>") != std::string::npos) packets.emplace_back();
+    if (name == "frame.len") packets.back().shown.resize(std::stoul(value));
+    if (line.find("<field ") == std::string::npos || name.rfind("fwx_nat64.", 0) != 0) return;
+    packet_t &packet = packets.back();
+    packet.items.push_back({attribute(line, "showname"), name + "=" + value});
+    const bool has_items_of_its_own = line.find("/>") == std::string::npos;
+    if (has_items_of_its_own || name == "fwx_nat64.undissected") return;
+    const size_t at = std::stoul(attribute(line, "pos"));
+    for (size_t i = at; i < at + std::stoul(attribute(line, "size")); ++i) {
+        packet.shown.at(i) = true;
+    }
+}
+
+class dissector_test : public natctl_test {
+protected:
+    void SetUp() override {
+        if (std::system("tshark --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "tshark is not installed";
+    }
+    void TearDown() override {
+        std::filesystem::remove(path_);
+        natctl_test::TearDown();
+    }
+
+    std::vector<packet_t> dissected() const {
+        const std::string command =
+            "tshark -2 -X lua_script:" SOURCE_DIR "/docs/fwx_nat64.lua -T pdml -r " + path_ + " 2>/dev/null";
+        std::vector<packet_t> packets;
+        FILE *output = popen(command.c_str(), "r");
+        char *line = nullptr;
+        size_t room = 0;
+        while (getline(&line, &room, output) >= 0) {
+            read_line(line, packets);
+        }
+        free(line);
+        EXPECT_EQ(pclose(output), 0);
+        return packets;
+    }
+    std::vector<packet_t> dissected(const std::vector<std::pair<wire_direction_t, bytes_t>> &messages) const {
+        EXPECT_EQ(fwx_host_capture_open(path_.c_str()), 0U);
+        for (const auto &[direction, bytes] : messages) {
+            const bool is_sync = (bytes[1] & 0xf0) == 0x80;
+            capture_write(direction == wire_direction_t::to_server ? FWX_HOST_SENT : FWX_HOST_RECEIVED,
+                          is_sync ? exchange_t::sync : exchange_t::async, bytes.data(), bytes.size());
+        }
+        EXPECT_EQ(fwx_host_capture_close(), 0U);
+        return dissected();
+    }
+
+    std::string path_ = testing::TempDir() + "dissector_test." + std::to_string(getpid());
+};
+
+struct sight_t {
+    const char *message;
+    std::vector<const char *> texts; /* in one packet of that message */
+};
+struct example_t {
+    const char *file;
+    std::vector<sight_t> sights;
+};
+
+const example_t examples[] = {
+    {"settings",
+     {{"timeout_set", {"op_code: 14 (timeout_set)", "type: 3", "value: 7200"}},
+      {"timeout_set", {"fwx_nat64.timeout_set.type=7", "fwx_nat64.timeout_set.value=120"}},
+      {"adj_set", {"type: 13", "address: 198.51.100.254", "fwx_nat64.adj_set.address.ipv4=198.51.100.254"}},
+      {"adj_set", {"type: 2", "address: 2001:db8::1", "fwx_nat64.adj_set.address.family=1"}},
+      {"session_clear", {"src: 2001:db8:64::1", "dst: 198.51.100.7"}},
+      {"global_settings", {"opaque: 000102030405060708090a0b0c0d0e0f"}},
+      {"ctrl_end_batch", {"form: synchronous (1)", "fwx_nat64.op_code=21", "batch_id: 7"}},
+      {"ctrl_answer", {"direction: to client (1)", "result: success (0x00000000)"}},
+      {"end_batch_reply", {"fwx_nat64.number=10"}}}},
+    {"nat64",
+     {{"pool_add", {"id: 1", "start_addr: 198.51.100.1", "end_addr: 198.51.100.254"}},
+      {"pool_range_add", {"start_addr: 203.0.113.0", "end_addr: 203.0.113.127"}},
+      {"interface_set", {"sful_prefix: 64:ff9b::/96", "sless_prefix: 2001:db8:122:300::/56", "mtu: 1500"}},
+      {"glb_prefix", {"prefix: 2001:db8:122:344::/64", "fwx_nat64.glb_prefix.prefix.length=64", "prefix_kind: 4"}},
+      {"smapping_add", {"addr1: 2001:db8:1c0:2:21::", "addr2: 198.51.100.2"}},
+      {"logging_add", {"dest: 203.0.113.200", "dest_port: 4739"}},
+      {"stats_pool_all_reply", {"value2: 2", "id: 1", "addresses: 254", "id: 2", "addresses: 129"}},
+      {"session_walk_reply", {"count: 4", "sessions 4", "dst_port: 443"}}}},
+    {"mapt",
+     {{"mapt_bmr", {"op: add (1)", "v6_prefix: 2001:db8::/40", "v4_prefix: 192.0.2.0/24", "rule_param0: 16"}},
+      {"mapt_bmr", {"rule_id: 1255", "v6_prefix: 2001:db8:1ff::/48", "fwx_nat64.mapt_bmr.v4_prefix=198.18.255.0"}},
+      {"mapt_bmr", {"op: delete (3)", "rule_id: 1077", "domain_id: 2"}},
+      {"mapt_dmr", {"rule_type: 1 (mapt_dmr)", "opaque: 20010db8ffff000000000000000000004000000000000000"}},
+      {"mapt_reply", {"rule_id: 1077", "op: delete (3)", "fwx_nat64.result=0x00000000"}}}},
+};
+
+TEST_F(dissector_test, shows_every_byte_that_natctl_exchanged_with_its_value) {
+    for (const example_t &example : examples) {
+        SCOPED_TRACE(example.file);
+        const run_t natctl =
+            run("--trace --capture " + path_ + " batch " SOURCE_DIR "/examples/" + example.file + ".natctl");
+        EXPECT_EQ(natctl.status, 0) << natctl.notes;
+        std::vector<std::string> traced;
+        std::istringstream notes(natctl.notes);
+        for (std::string line; std::getline(notes, line);) {
+            const bool is_message = line.rfind("-> ", 0) == 0 || line.rfind("<- ", 0) == 0;
+            if (is_message) traced.push_back(line.substr(3, line.find(' ', 3) - 3));
+        }
+        const std::vector<packet_t> packets = dissected();
+        ASSERT_EQ(packets.size(), traced.size());
+        for (size_t i = 0; i < packets.size(); ++i) {
+            EXPECT_TRUE(packets[i].has("fwx_nat64.message=" + traced[i])) << "packet " << i + 1;
+            EXPECT_TRUE(packets[i].is_all_shown()) << "packet " << i + 1;
+            EXPECT_FALSE(packets[i].has_field("fwx_nat64.malformed")) << "packet " << i + 1;
+        }
+        for (const sight_t &sight : example.sights) {
+            const auto shows = [&sight](const packet_t &packet) {
+                const bool is_message = packet.has(std::string("fwx_nat64.message=") + sight.message);
+                return is_message && std::all_of(sight.texts.begin(), sight.texts.end(),
+                                                 [&packet](const char *text) { return packet.has(text); });
+            };
+            EXPECT_TRUE(std::any_of(packets.begin(), packets.end(), shows))
+                << sight.message << " " << testing::PrintToString(sight.texts);
+        }
+    }
+}
+
+TEST_F(natctl_test, ends_with_status_2_and_names_the_file_that_cannot_be_captured_to) {
+    const run_t refused = run("--json --capture /no/such/folder/file ipalias upload");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.notes, "natctl: --capture /no/such/folder/file: No such file or directory\n");
+    EXPECT_EQ(nlohmann::json::parse(refused.answers).at("status"), "usage");
+    EXPECT_EQ(run("--capture '' ipalias upload").status, 2);
+}
+
+TEST_F(dissector_test, links_a_reply_and_its_command_by_context_and_epoch) {
+    std::vector<std::pair<wire_direction_t, bytes_t>> messages;
+    const struct {
+        wire_direction_t direction;
+        uint8_t number, context, epoch;
+    } exchanged[] = {
+        {wire_direction_t::to_server, 5, 1, 1}, {wire_direction_t::to_server, 5, 2, 1},
+        {wire_direction_t::to_server, 5, 1, 2}, {wire_direction_t::to_client, 5, 2, 1},
+        {wire_direction_t::to_client, 5, 1, 1}, {wire_direction_t::to_client, 5, 2, 1},
+        {wire_direction_t::to_client, 5, 3, 1},
+    };
+    for (const auto &each : exchanged) {
+        bytes_t bytes(each.direction == wire_direction_t::to_server ? 32 : 48);
+        bytes[0] = each.number, bytes[1] = 0xc0, bytes[2] = 96, bytes[23] = each.context, bytes[24] = each.epoch;
+        messages.emplace_back(each.direction, bytes);
+    }
+    const std::vector<packet_t> packets = dissected(messages);
+    ASSERT_EQ(packets.size(), 7U);
+    EXPECT_TRUE(packets[0].has("fwx_nat64.response_in=5"));
+    EXPECT_TRUE(packets[1].has("fwx_nat64.response_in=4") && packets[1].has("fwx_nat64.response_in=6"));
+    EXPECT_FALSE(packets[2].has_field("fwx_nat64.response_in"));
+    EXPECT_TRUE(packets[3].has("fwx_nat64.request_in=2") && packets[3].has_field("fwx_nat64.response_time"));
+    EXPECT_TRUE(packets[4].has("fwx_nat64.request_in=1"));
+    EXPECT_TRUE(packets[5].has("fwx_nat64.request_in=2"));
+    EXPECT_FALSE(packets[6].has_field("fwx_nat64.request_in"));
+}
+
+TEST_F(dissector_test, takes_a_reply_with_a_result_that_ends_behind_it_for_a_whole_one) {
+    bytes_t bytes(36);
+    bytes[0] = 5, bytes[1] = 0xc0, bytes[2] = 96, bytes[32] = 7;
+    const std::vector<packet_t> packets = dissected({{wire_direction_t::to_client, bytes}});
+    ASSERT_EQ(packets.size(), 1U);
+    EXPECT_TRUE(packets[0].has("fwx_nat64.message=stats_intf_reply") && packets[0].is_all_shown());
+    EXPECT_FALSE(packets[0].has_field("fwx_nat64.malformed"));
+}
+
+/* Every message at its least length, with one entry if it has entries; all else 0. */
+std::vector<std::pair<wire_direction_t, bytes_t>> one_of_each() {
+    size_t count = 0;
+    const wire_message_t *described = wire_messages(&count);
+    std::vector<std::pair<wire_direction_t, bytes_t>> messages;
+    for (const wire_message_t *message = described; message != described + count; ++message) {
+        bytes_t bytes(message->size + message->entry_size);
+        bytes[0] = static_cast<uint8_t>(message->msgno);
+        bytes[1] = message->form == wire_form_t::async ? 0xc0 : 0x80;
+        bytes[2] = 96;
+        if (message->selector >= 0) bytes[message->selector_offset] = static_cast<uint8_t>(message->selector);
+        if (message->entry_count_offset != 0) bytes[message->entry_count_offset] = 1;
+        messages.emplace_back(message->direction, bytes);
+    }
+    return messages;
+}
+
+TEST_F(dissector_test, knows_every_message_and_marks_those_that_are_too_short) {
+    size_t count = 0;
+    const wire_message_t *described = wire_messages(&count);
+    auto messages = one_of_each();
+    const std::vector<packet_t> whole = dissected(messages);
+    for (auto &[direction, bytes] : messages) {
+        bytes.pop_back();
+    }
+    const std::vector<packet_t> cut = dissected(messages);
+    ASSERT_EQ(whole.size(), count);
+    ASSERT_EQ(cut.size(), count);
+    for (size_t i = 0; i < count; ++i) {
+        SCOPED_TRACE(described[i].name);
+        EXPECT_TRUE(whole[i].has(std::string("fwx_nat64.message=") + described[i].name));
+        EXPECT_TRUE(whole[i].is_all_shown());
+        EXPECT_FALSE(whole[i].has_field("fwx_nat64.malformed"));
+        EXPECT_TRUE(cut[i].has_field("fwx_nat64.malformed"));
+    }
+}
+
+}  // namespace
