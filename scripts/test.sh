@@ -35,7 +35,8 @@ if [[ $quick -eq 0 ]]; then
   build_and_test clang
 
   say "static analysis"
-  git ls-files '*.cpp' | grep -vE '^(bench|tests/delivery)/' | xargs -P 2 -n 4 clang-tidy --quiet -p build/clang 2>/dev/null
+  git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests/delivery)/' |
+    xargs -P 2 -n 1 clang-tidy --quiet -p build/clang 2>/dev/null # one at a time: together they confuse its analyser
 
   say "the library without a platform"
   cmake -S . -B build/external -G Ninja -DFWX_NAT64_PLATFORM=external -DFWX_NAT64_WERROR=ON >/dev/null
@@ -46,6 +47,9 @@ if [[ $quick -eq 0 ]]; then
   ctest --preset dev --label-regex delivery | tail -n 4
   scripts/abi.sh | tail -n 1
   scripts/docs.sh | tail -n 1
+
+  say "fuzzing, 20 seconds each"
+  scripts/fuzz.sh 20 2>&1 | tail -n 4
 
   say "demo"
   scripts/demo.sh >/dev/null
