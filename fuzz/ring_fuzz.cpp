@@ -1,0 +1,130 @@
+/*
+ * The shared-memory ring: what is written is read, in order, as long as both ends are honest; once anything has been
+ * written over the shared memory, both ends stay within it and a broken end stays broken.
+ */
+#include "host/shm_ring.h"
+
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "input.h"
+
+namespace {
+
+struct expected_t {
+    uint32_t tag;
+    std::vector<uint8_t> bytes;
+};
+
+class rings_t {
+public:
+    explicit rings_t(uint32_t capacity)
+        : capacity_(capacity),
+          memory_(new uint64_t[capacity / sizeof(uint64_t)]()),
+          writer_(ring_, bytes(), capacity),
+          reader_(ring_, bytes(), capacity) {}
+
+    void write(uint32_t tag, uint32_t size) {
+        const std::vector<uint8_t> record(size, static_cast<uint8_t>(tag));
+        const bool had_room = writer_.has_room(size);
+        const bool is_written = writer_.write(tag, record.data(), size);
+        FUZZ_CHECK(is_written == had_room);
+        if (is_written) inside_.push_back({tag, record});
+    }
+
+    void read() {
+        reader_.refresh();
+        if (!reader_.has_record()) {
+            FUZZ_CHECK(is_tampered_ || is_withdrawn_ || inside_.empty());
+            return;
+        }
+        const shm_record_t record = reader_.front();
+        if (reader_.is_broken()) {
+            FUZZ_CHECK(is_tampered_);
+            return;
+        }
+        FUZZ_CHECK(record.size <= shm_largest_record(capacity_));
+        std::vector<uint8_t> copy(record.size);
+        reader_.copy_to(copy.data(), record);
+        const bool is_ours = reader_.pop(record);
+        FUZZ_CHECK(is_tampered_ || is_ours != is_withdrawn_);
+        FUZZ_CHECK(is_ours != reader_.is_broken());
+        if (is_tampered_ || !is_ours) return;
+        FUZZ_CHECK(!inside_.empty() && record.tag == inside_.front().tag && copy == inside_.front().bytes);
+        inside_.pop_front();
+    }
+
+    void withdraw() {
+        writer_.withdraw();
+        is_withdrawn_ = true;
+        FUZZ_CHECK(writer_.is_broken());
+    }
+
+    void tamper(input_t &input) {
+        is_tampered_ = true;
+        const uint32_t value = input.byte() * (input.flag() ? 1u : 0x01010101u);
+        switch (input.below(4)) {
+            case 0:
+                ring_.written += value;
+                break;
+            case 1:
+                ring_.read += value;
+                break;
+            default:
+                std::memcpy(bytes() + input.byte() * sizeof(value) % capacity_, &value, sizeof(value));
+                break;
+        }
+    }
+
+    void check_ends() {
+        FUZZ_CHECK(writer_.is_broken() || !writer_was_broken_);
+        FUZZ_CHECK(reader_.is_broken() || !reader_was_broken_);
+        writer_was_broken_ = writer_.is_broken();
+        reader_was_broken_ = reader_.is_broken();
+        FUZZ_CHECK(is_tampered_ || is_withdrawn_ || !(writer_was_broken_ || reader_was_broken_));
+    }
+
+private:
+    uint8_t *bytes() { return reinterpret_cast<uint8_t *>(memory_.get()); }
+
+    uint32_t capacity_;
+    std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that an access outside is seen */
+    shm_ring_t ring_{};
+    shm_writer_t writer_;
+    shm_reader_t reader_;
+    std::deque<expected_t> inside_;
+    bool is_withdrawn_ = false;
+    bool is_tampered_ = false;
+    bool writer_was_broken_ = false;
+    bool reader_was_broken_ = false;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
+    input_t input(data, size);
+    rings_t rings(16u << input.below(5));
+    while (!input.is_empty()) {
+        const uint8_t action = input.byte();
+        switch (action % 8) {
+            case 0:
+            case 1:
+            case 2:
+                rings.write(action, input.byte());
+                break;
+            case 6:
+                if (input.byte() == 0xff) rings.withdraw();
+                break;
+            case 7:
+                if (input.flag()) rings.tamper(input);
+                break;
+            default:
+                rings.read();
+                break;
+        }
+        rings.check_ends();
+    }
+    return 0;
+}
