@@ -45,11 +45,12 @@ uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size)
     void *new_buf = fwx_calloc_named(nat64_client_memory_tag, 1, size);
     NAT64_LOG_TRACE("\nFWX NAT64 CL rx buf cb obuf=%pnbuf=%p sz=%zu", old_buf, new_buf, size);
     if (new_buf == nullptr) return 0;
+    info->rx_buf = new_buf;
     if (smc_msg_rx_buffer_set(chan, new_buf, size, fwx_nat64_client_rx_buf_cb) != 0) {
-        fwx_free_named(new_buf); /* the channel goes on with the old one */
+        info->rx_buf = old_buf; /* the channel goes on with it */
+        fwx_free_named(new_buf);
         return 0;
     }
-    info->rx_buf = new_buf;
     if (old_buf != nullptr) fwx_free_named(old_buf);
     return 1;
 }
