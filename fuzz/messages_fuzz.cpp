@@ -218,8 +218,7 @@ private:
             }
         }
         if ((how & 4) != 0) bytes.resize(input_.byte() * bytes.size() / 255);
-        if ((how & 8) != 0)
-            bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* beyond the receive buffer, too */
+        if ((how & 8) != 0) bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* also beyond the buffer */
         if (number != FWX_NAT64_MSG_UNSOL_SETUP) {
             const command_t command = choose_command();
             put(offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), command.ctx);

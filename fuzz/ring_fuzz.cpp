@@ -89,9 +89,9 @@ public:
 private:
     uint8_t *bytes() { return reinterpret_cast<uint8_t *>(memory_.get()); }
 
+    shm_ring_t ring_{};
     uint32_t capacity_;
     std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that an access outside is seen */
-    shm_ring_t ring_{};
     shm_writer_t writer_;
     shm_reader_t reader_;
     std::deque<expected_t> inside_;
