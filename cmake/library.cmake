@@ -35,7 +35,7 @@ target_include_directories(fwx_nat64
 target_compile_options(fwx_nat64 PRIVATE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-plt -fno-threadsafe-statics -fvisibility=hidden -fno-semantic-interposition>)
 target_link_options(fwx_nat64 PRIVATE
-  LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  LINKER:--as-needed LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
 include(CheckIPOSupported)
 check_ipo_supported(RESULT FWX_NAT64_IPO_SUPPORTED OUTPUT FWX_NAT64_IPO_OUTPUT LANGUAGES CXX)
 if(FWX_NAT64_IPO_SUPPORTED) # a command crosses four sources

@@ -10,9 +10,7 @@ namespace {
 
 constexpr char module_name[] = "FWX NAT64 EA";
 
-constexpr uint32_t CGM_OP_END_BATCH = 2;
-constexpr uint32_t CGM_OP_CLASSIFIER_UPDATE = 4;
-constexpr uint32_t CGM_OP_IGNORED = 5;
+enum cgm_op_t : uint32_t { CGM_OP_END_BATCH = 2, CGM_OP_CLASSIFIER_UPDATE = 4, CGM_OP_IGNORED = 5 };
 
 uint32_t fwx_nat64_client_ctrl_cmd_send(uint32_t op, const void *data, uint32_t len) {
     if (fwx_nat64_client_info_get() == nullptr) {

@@ -402,7 +402,9 @@ TEST_F(command_test_t, every_command_sends_its_bytes_and_leaves_the_callers_reco
             const size_t width = (strlen(field.bytes) + 1) / 3;
             EXPECT_EQ(hex(slice(received[0], field.offset, width)), field.bytes) << "at " << field.offset;
         }
-        EXPECT_EQ(memcmp(&records, &pristine, sizeof(records)), 0);
+        EXPECT_EQ(memcmp(reinterpret_cast<const uint8_t *>(&records), reinterpret_cast<const uint8_t *>(&pristine),
+                         sizeof(records)),
+                  0);
         EXPECT_EQ(outstanding(), 1u);
         fwx_nat64_clnt_cleanup();
         EXPECT_EQ(calls.size(), 1u) << "each command stores the callback of its family";
