@@ -2,7 +2,7 @@
  * The description of every message between the library and the server, in both directions.
  *
  * Offsets and widths come from the structs of fwx_nat64/wire.h, so the description cannot drift from them. The server
- * model checks frames with it, natctl decodes with it, and the protocol page is written from it.
+ * model checks frames with it, natctl decodes with it, and the protocol page and the dissector are printed from it.
  */
 #ifndef WIRE_MESSAGES_H
 #define WIRE_MESSAGES_H
