@@ -26,7 +26,7 @@ public:
         try {
             words = split_line(text);
             if (words.empty()) return;
-            started_.push_back(pal_.start(parse_command(words), line_));
+            started_.push_back(pal_.start(parser_.parse(words), line_));
         } catch (const usage_error_t &error) {
             refuse(error);
         } catch (const help_request_t &help) {
@@ -77,6 +77,7 @@ private:
     const options_t &options_;
     pal_t &pal_;
     output_t &output_;
+    command_parser_t parser_;
     std::deque<pal_t::call_id_t> started_;
     uint32_t line_ = 0;
     size_t done_ = 0;

@@ -31,13 +31,13 @@ void add_classifier_commands(grammar_t &grammar) {
     };
     for (const form_t &form : {form_t{"end-batch", "Ends a classifier batch", end_batch_op},
                                form_t{"update", "Updates a classifier", update_op}}) {
-        auto notification = std::make_shared<notification_t>();
+        auto notification = grammar.record<notification_t>();
         CLI::App &app = grammar.command(form.verb, form.summary, [notification, op = form.op](call_t &call) {
             return notify(call, op, *notification);
         });
-        number_field(app, "--batch", notification->batch, "identifier of the batch")->required();
-        app.add_flag("--async", notification->async, "Has the outcome come back asynchronously");
+        number_field(app, "--batch", notification->batch, "identifier of the batch").required();
+        flag_field(app, "--async", notification->async, "Has the outcome come back asynchronously");
         if (form.op != update_op) continue;
-        hex_field(app, "--data", notification->data, sizeof notification->data, "the classifier data")->required();
+        hex_field(app, "--data", notification->data, sizeof notification->data, "the classifier data").required();
     }
 }

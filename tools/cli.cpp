@@ -1,5 +1,6 @@
 #include "tools/cli.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -71,7 +72,7 @@ public:
     }
 
     void parse(const std::vector<std::string> &words) {
-        parse_words(root_, words);
+        command = grammar_.parse(words);
         options.format = format_of(words);
     }
     bool is_batch() const { return batch_->parsed(); }
@@ -80,8 +81,8 @@ public:
     bool has_many() const { return is_batch() || is_shell(); }
     bool is_completion() const { return completion_->parsed(); }
     const CLI::App &root() const { return root_; }
-    const command_t &command() const { return grammar_.parsed(); }
 
+    command_t command; /* as parsed; without a name when it is none of the grammar's */
     options_t options;
     serve_options_t serve;
     std::string file;
@@ -139,7 +140,7 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     if (streams_rows) pal.stream_rows(stream);
     if (line.is_batch()) return run_file(line, input, pal, output);
     if (line.is_shell()) return run_batch(line_source_t::shell, shell_lines(input), line.options, pal, output);
-    return report(output, pal.finish(pal.start(line.command(), 0)));
+    return report(output, pal.finish(pal.start(line.command, 0)));
 }
 
 /** As run_command, with the messages captured if the user wants them to be. */

@@ -1,5 +1,7 @@
 #include "tools/completion.h"
 
+#include <CLI/CLI.hpp>
+
 namespace {
 
 const CLI::App *find_subcommand(const CLI::App &app, const std::string &name) {

@@ -2,9 +2,12 @@
 #ifndef TOOLS_COMPLETION_H
 #define TOOLS_COMPLETION_H
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 /** The subcommands and options of `root` that may stand where the last of `words` is and begin with it. */
 std::vector<std::string> completions(const CLI::App &root, const std::vector<std::string> &words);

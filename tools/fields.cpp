@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstring>
 
@@ -67,7 +68,23 @@ bool parse_hex(const std::string &text, uint8_t *out, size_t bytes) {
     return true;
 }
 
+using read_fn_t = std::function<void(const std::string &text)>;
+
+option_t text_field(CLI::App &app, const std::string &option, const read_fn_t &read, const std::string &meaning,
+                    const std::string &allowed) {
+    return option_t(*app.add_option_function<std::string>(option, read, meaning)->type_name(allowed));
+}
+
 }  // namespace
+
+option_t option_t::required(bool is_required) const {
+    option_->required(is_required);
+    return *this;
+}
+
+void option_t::mark(uint32_t &flag) const {
+    option_->each([&flag](const std::string &) { flag = 1; });
+}
 
 void refuse_field(const std::string &option, const std::string &value, const std::string &allowed) {
     throw CLI::ValidationError(option + " " + (value.empty() ? "''" : value) + ": must be " + allowed,
@@ -84,8 +101,14 @@ uint64_t read_number(const std::string &option, const std::string &text, uint64_
     return value;
 }
 
-CLI::Option *numbers_field(CLI::App &app, const std::string &option, uint16_t *out, size_t count,
-                           const std::string &meaning) {
+option_t wide_number_field(CLI::App &app, const std::string &option, std::function<void(uint64_t)> store,
+                           const std::string &meaning, uint64_t min, uint64_t max) {
+    auto read = [=, store = std::move(store)](const std::string &text) { store(read_number(option, text, min, max)); };
+    return text_field(app, option, read, meaning, range_text(min, max));
+}
+
+option_t numbers_field(CLI::App &app, const std::string &option, uint16_t *out, size_t count,
+                       const std::string &meaning) {
     auto read = [option, out, count](const std::string &text) {
         std::vector<std::string> parts = CLI::detail::split(text, ',');
         if (parts.size() != count) refuse_field(option, text, std::to_string(count) + " numbers between commas");
@@ -93,57 +116,50 @@ CLI::Option *numbers_field(CLI::App &app, const std::string &option, uint16_t *o
             out[i] = static_cast<uint16_t>(read_number(option, parts[i], 0, UINT16_MAX));
         }
     };
-    return app.add_option_function<std::string>(option, read, meaning)
-        ->type_name(std::to_string(count) + " numbers of " + range_text(0, UINT16_MAX) + ", between commas");
+    return text_field(app, option, read, meaning,
+                      std::to_string(count) + " numbers of " + range_text(0, UINT16_MAX) + ", between commas");
 }
 
-CLI::Option *address_field(CLI::App &app, const std::string &option, fwx_nat64_addr_t &out,
-                           const std::string &meaning) {
+option_t address_field(CLI::App &app, const std::string &option, fwx_nat64_addr_t &out, const std::string &meaning) {
     auto read = [option, &out](const std::string &text) {
         if (!parse_ipv4(text, out) && !parse_ipv6(text, out)) {
             refuse_field(option, text, "an address such as 192.0.2.1 or 2001:db8::1");
         }
     };
-    return app.add_option_function<std::string>(option, read, meaning)->type_name("ADDRESS");
+    return text_field(app, option, read, meaning, "ADDRESS");
 }
 
-CLI::Option *ipv4_field(CLI::App &app, const std::string &option, fwx_nat64_addr_t &out, const std::string &meaning) {
+option_t ipv4_field(CLI::App &app, const std::string &option, fwx_nat64_addr_t &out, const std::string &meaning) {
     auto read = [option, &out](const std::string &text) {
         if (!parse_ipv4(text, out)) refuse_field(option, text, "an IPv4 address such as 192.0.2.1");
     };
-    return app.add_option_function<std::string>(option, read, meaning)->type_name("IPV4-ADDRESS");
+    return text_field(app, option, read, meaning, "IPV4-ADDRESS");
 }
 
-CLI::Option *ipv6_prefix_field(CLI::App &app, const std::string &option, uint8_t *out, size_t bytes, uint8_t &length,
-                               const std::string &meaning) {
+option_t ipv6_prefix_field(CLI::App &app, const std::string &option, uint8_t *out, size_t bytes, uint8_t &length,
+                           const std::string &meaning) {
     prefix_form_t form{AF_INET6, static_cast<uint32_t>(8 * bytes), "IPv6", "2001:db8::/32"};
-    return app
-        .add_option_function<std::string>(
-            option, [=, &length](const std::string &text) { read_prefix(option, text, form, out, length); }, meaning)
-        ->type_name("IPV6-PREFIX/0.." + std::to_string(form.max_length));
+    auto read = [=, &length](const std::string &text) { read_prefix(option, text, form, out, length); };
+    return text_field(app, option, read, meaning, "IPV6-PREFIX/0.." + std::to_string(form.max_length));
 }
 
-CLI::Option *ipv4_prefix_field(CLI::App &app, const std::string &option, uint8_t (&out)[4], uint8_t &length,
-                               const std::string &meaning) {
+option_t ipv4_prefix_field(CLI::App &app, const std::string &option, uint8_t (&out)[4], uint8_t &length,
+                           const std::string &meaning) {
     prefix_form_t form{AF_INET, 32, "IPv4", "192.0.2.0/24"};
-    return app
-        .add_option_function<std::string>(
-            option, [=, &out, &length](const std::string &text) { read_prefix(option, text, form, out, length); },
-            meaning)
-        ->type_name("IPV4-PREFIX/0..32");
+    auto read = [=, &out, &length](const std::string &text) { read_prefix(option, text, form, out, length); };
+    return text_field(app, option, read, meaning, "IPV4-PREFIX/0..32");
 }
 
-CLI::Option *hex_field(CLI::App &app, const std::string &option, uint8_t *out, size_t bytes,
-                       const std::string &meaning) {
+option_t hex_field(CLI::App &app, const std::string &option, uint8_t *out, size_t bytes, const std::string &meaning) {
     std::string allowed = std::to_string(2 * bytes) + " hexadecimal digits";
     auto read = [=](const std::string &text) {
         if (!parse_hex(text, out, bytes)) refuse_field(option, text, allowed);
     };
-    return app.add_option_function<std::string>(option, read, meaning)->type_name(allowed);
+    return text_field(app, option, read, meaning, allowed);
 }
 
-CLI::Option *choice_field(CLI::App &app, const std::string &option, uint32_t &out, std::vector<choice_t> choices,
-                          const std::string &meaning) {
+option_t choice_field(CLI::App &app, const std::string &option, uint32_t &out, std::vector<choice_t> choices,
+                      const std::string &meaning) {
     std::string allowed;
     for (const choice_t &choice : choices) {
         allowed += (allowed.empty() ? "" : "|") + std::string(choice.text);
@@ -157,7 +173,11 @@ CLI::Option *choice_field(CLI::App &app, const std::string &option, uint32_t &ou
         }
         refuse_field(option, text, allowed);
     };
-    return app.add_option_function<std::string>(option, read, meaning)->type_name(allowed);
+    return text_field(app, option, read, meaning, allowed);
+}
+
+void flag_field(CLI::App &app, const std::string &option, bool &out, const std::string &meaning) {
+    app.add_flag(option, out, meaning);
 }
 
 uint32_t ipv4_word(const fwx_nat64_addr_t &address) {

@@ -1,5 +1,6 @@
 #include "tools/grammar.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 namespace {
@@ -82,20 +83,23 @@ CLI::App &grammar_t::immediate(const char *verb, const std::string &summary, sta
     });
 }
 
-void parse_words(CLI::App &root, std::vector<std::string> words) {
+command_t grammar_t::parse(std::vector<std::string> words) {
+    for (const std::function<void()> &restore : restorers_) {
+        restore();
+    }
+    parsed_ = {};
     std::reverse(words.begin(), words.end());
     try {
-        root.parse(words);
+        root_.parse(words);
     } catch (const CLI::Success &) {
-        throw help_request_t{root.help()};
+        throw help_request_t{root_.help()};
     } catch (const CLI::ParseError &error) {
-        throw usage_error_t{path_of(root), error_text(root, error)};
+        throw usage_error_t{path_of(root_), error_text(root_, error)};
     }
+    return parsed_;
 }
 
-command_t parse_command(const std::vector<std::string> &words) {
-    CLI::App root;
-    grammar_t grammar(root);
-    parse_words(root, words);
-    return grammar.parsed();
-}
+command_parser_t::command_parser_t()
+    : root_(std::make_unique<CLI::App>()), grammar_(std::make_unique<grammar_t>(*root_)) {}
+
+command_parser_t::~command_parser_t() = default;

@@ -6,9 +6,10 @@
 #ifndef TOOLS_GRAMMAR_H
 #define TOOLS_GRAMMAR_H
 
-#include <CLI/CLI.hpp>
+#include <functional>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,22 @@ public:
     /** Enters a verb whose action has its result, and its data if any, at once. */
     CLI::App &immediate(const char *verb, const std::string &summary, start_fn_t start);
 
-    /** The command that the root has parsed. */
-    const command_t &parsed() const { return parsed_; }
+    /** A record for the fields of a command. Each parse finds it as it was before the first one. */
+    template <typename record_t>
+    std::shared_ptr<record_t> record() {
+        auto record = std::make_shared<record_t>();
+        restorers_.push_back([record, initial = std::optional<record_t>()]() mutable {
+            if (initial.has_value()) {
+                *record = *initial;
+            } else {
+                initial = *record;
+            }
+        });
+        return record;
+    }
+
+    /** Parses words with the root; throws usage_error_t or help_request_t. */
+    command_t parse(std::vector<std::string> words);
 
 private:
     CLI::App &add_group(CLI::App &parent, const char *name, const std::string &summary);
@@ -50,6 +65,7 @@ private:
     CLI::App &root_;
     CLI::App *top_ = nullptr; /* the last family within the root */
     CLI::App *group_;         /* where verbs are entered */
+    std::vector<std::function<void()>> restorers_;
     command_t parsed_;
 };
 
@@ -65,7 +81,7 @@ template <typename record_t>
 void add_setters(grammar_t &grammar, const std::string &noun, std::initializer_list<verb_t> verbs,
                  setter_t<record_t> setter) {
     for (const verb_t &verb : verbs) {
-        auto record = std::make_shared<record_t>();
+        auto record = grammar.record<record_t>();
         auto start = [record, op = verb.op, set = setter.set](call_t &call) { return set(op, record.get(), call.ctx); };
         setter.fields(grammar.command(verb.name, verb.title + noun, start), *record, verb.op);
     }
@@ -90,9 +106,18 @@ struct help_request_t {
     std::string text;
 };
 
-/** Parses words with a root that has its subcommands; throws usage_error_t or help_request_t. */
-void parse_words(CLI::App &root, std::vector<std::string> words);
-/** Parses the words of one command, as they stand in a batch; throws as parse_words. */
-command_t parse_command(const std::vector<std::string> &words);
+/** Reads commands as they stand in a batch: without the options of natctl itself. */
+class command_parser_t {
+public:
+    command_parser_t();
+    ~command_parser_t();
+    /** As grammar_t's. */
+    command_t parse(const std::vector<std::string> &words) { return grammar_->parse(words); }
+    const CLI::App &root() const { return *root_; }
+
+private:
+    std::unique_ptr<CLI::App> root_;
+    std::unique_ptr<grammar_t> grammar_;
+};
 
 #endif

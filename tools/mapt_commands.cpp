@@ -8,18 +8,18 @@
 namespace {
 
 void bmr_fields(CLI::App &app, fwx_nat64_mapt_bmr_t &rule, uint32_t op) {
-    number_field(app, "--rule", rule.rule_id, "identifier of the rule", 1)->required();
-    number_field(app, "--domain", rule.domain_id, "its mapping domain")->required();
+    number_field(app, "--rule", rule.rule_id, "identifier of the rule", 1).required();
+    number_field(app, "--domain", rule.domain_id, "its mapping domain").required();
     bool is_required = op == FWX_NAT64_OP_ADD;
     ipv6_prefix_field(app, "--v6", rule.v6_prefix, sizeof rule.v6_prefix, rule.v6_prefix_len, "its IPv6 prefix")
-        ->required(is_required);
-    ipv4_prefix_field(app, "--v4", rule.v4_prefix, rule.v4_prefix_len, "its IPv4 prefix")->required(is_required);
+        .required(is_required);
+    ipv4_prefix_field(app, "--v4", rule.v4_prefix, rule.v4_prefix_len, "its IPv4 prefix").required(is_required);
     numbers_field(app, "--params", rule.rule_params, std::size(rule.rule_params),
                   "its parameters, passed to the server");
 }
 
 void dmr_fields(CLI::App &app, fwx_nat64_mapt_dmr_t &rule, uint32_t) {
-    number_field(app, "--id", rule.id, "identifier of the rule", 1)->required();
+    number_field(app, "--id", rule.id, "identifier of the rule", 1).required();
     hex_field(app, "--data", rule.opaque, sizeof rule.opaque, "the rule, passed to the server");
 }
 
@@ -57,10 +57,10 @@ uint32_t look_up(call_t &call, fwx_nat64_addr_t address) {
 void add_mapt_commands(grammar_t &grammar) {
     grammar.family("mapt", "MAP-T rules");
     grammar.immediate("show", "Shows what the lookup tree holds", show_table);
-    auto address = std::make_shared<fwx_nat64_addr_t>();
+    auto address = grammar.record<fwx_nat64_addr_t>();
     CLI::App &lookup = grammar.immediate("lookup", "Looks an address up as the data plane does",
                                          [address](call_t &call) { return look_up(call, *address); });
-    address_field(lookup, "address", *address, "the address")->required();
+    address_field(lookup, "address", *address, "the address").required();
 
     grammar.subfamily("bmr", "Basic mapping rules");
     add_setters<fwx_nat64_mapt_bmr_t>(grammar, "a basic mapping rule", {add_verb, del_verb},

@@ -77,7 +77,7 @@ uint32_t start_walk(call_t &call, walk_t &walk) {
 }
 
 void add_walk(grammar_t &grammar) {
-    auto walk = std::make_shared<walk_t>();
+    auto walk = grammar.record<walk_t>();
     CLI::App &app =
         grammar.command("walk", "Shows the sessions", [walk](call_t &call) { return start_walk(call, *walk); });
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
@@ -88,7 +88,7 @@ void add_walk(grammar_t &grammar) {
 }
 
 void add_clear(grammar_t &grammar) {
-    auto filter = std::make_shared<fwx_nat64_session_filter_t>();
+    auto filter = grammar.record<fwx_nat64_session_filter_t>();
     CLI::App &app =
         grammar.command("clear", "Clears the sessions that match every given option",
                         [filter](call_t &call) { return fwx_nat64_session_clear_a(filter.get(), call.ctx); });
@@ -102,7 +102,7 @@ void add_clear(grammar_t &grammar) {
 void add_query_commands(grammar_t &grammar) {
     grammar.family("stats", "Statistics");
     for (const query_form_t &form : query_forms) {
-        auto query = std::make_shared<query_t>();
+        auto query = grammar.record<query_t>();
         CLI::App &app = grammar.command(form.verb, form.summary,
                                         [query, start = form.start](call_t &call) { return start(*query, call.ctx); });
         form.fields(app, *query);

@@ -26,10 +26,10 @@ model_fn_t always(fn_t act) {
 
 void on_off_command(grammar_t &grammar, const char *verb, const char *summary,
                     void (*set)(fwx_nat64_model_t *model, bool on)) {
-    auto on = std::make_shared<uint32_t>();
+    auto on = grammar.record<uint32_t>();
     CLI::App &app =
         model_command(grammar, verb, summary, always([on, set](fwx_nat64_model_t *model) { set(model, *on != 0); }));
-    choice_field(app, "state", *on, {{"on", 1}, {"off", 0}}, "whether it does")->required();
+    choice_field(app, "state", *on, {{"on", 1}, {"off", 0}}, "whether it does").required();
 }
 
 void add_misbehaviour(grammar_t &grammar) {
@@ -37,20 +37,20 @@ void add_misbehaviour(grammar_t &grammar) {
         uint32_t code;
         uint32_t count = 1;
     };
-    auto refusal = std::make_shared<refusal_t>();
+    auto refusal = grammar.record<refusal_t>();
     CLI::App &fail = model_command(grammar, "fail-next", "Refuses the next commands", always([refusal](auto *model) {
                                        fwx_nat64_model_fail_next(model, refusal->code, refusal->count);
                                    }));
-    number_field(fail, "--code", refusal->code, "the code that it answers with", 1)->required();
-    number_field(fail, "--count", refusal->count, "how many commands", 1)->capture_default_str();
+    number_field(fail, "--code", refusal->code, "the code that it answers with", 1).required();
+    number_field(fail, "--count", refusal->count, "how many commands, 1 without it", 1);
 
-    auto delay = std::make_shared<uint64_t>();
+    auto delay = grammar.record<uint64_t>();
     CLI::App &delay_app = model_command(grammar, "delay", "Delays every reply",
                                         always([delay](auto *model) { fwx_nat64_model_delay_set(model, *delay); }));
-    number_field(delay_app, "--ms", *delay, "milliseconds, 0 for none", 0, UINT32_MAX)->required();
+    number_field(delay_app, "--ms", *delay, "milliseconds, 0 for none", 0, UINT32_MAX).required();
 
     model_command(grammar, "hold", "Holds all replies back until release", always(fwx_nat64_model_hold));
-    auto order = std::make_shared<uint32_t>();
+    auto order = grammar.record<uint32_t>();
     CLI::App &release = model_command(grammar, "release", "Sends the held replies", always([order](auto *model) {
                                           fwx_nat64_model_release(model, static_cast<fwx_nat64_model_order_t>(*order));
                                       }));
@@ -64,11 +64,11 @@ void add_misbehaviour(grammar_t &grammar) {
     on_off_command(grammar, "pause", "Takes no messages, so that the channel fills", fwx_nat64_model_pause_set);
     model_command(grammar, "drop", "Drops the channels of all clients", always(fwx_nat64_model_drop_clients));
 
-    auto copies = std::make_shared<uint32_t>();
+    auto copies = grammar.record<uint32_t>();
     CLI::App &duplicate =
         model_command(grammar, "duplicate", "Sends every reply several times",
                       always([copies](auto *model) { fwx_nat64_model_duplicate_set(model, *copies); }));
-    number_field(duplicate, "--copies", *copies, "how many times", 1)->required();
+    number_field(duplicate, "--copies", *copies, "how many times", 1).required();
 }
 
 void add_notifications(grammar_t &grammar) {
@@ -79,7 +79,7 @@ void add_notifications(grammar_t &grammar) {
         uint32_t add = 1;
         uint32_t words[3] = {};
     };
-    auto record = std::make_shared<record_t>();
+    auto record = grammar.record<record_t>();
     CLI::App &record_app = model_command(grammar, "record", "Notifies a record", [record](auto *model) {
         const uint32_t *words = record->words;
         return fwx_nat64_model_notify_record(model, record->add != 0, words[0], words[1], words[2]);
@@ -94,11 +94,11 @@ void add_notifications(grammar_t &grammar) {
         uint32_t active = 1;
         uint32_t value;
     };
-    auto mapping = std::make_shared<mapping_t>();
+    auto mapping = grammar.record<mapping_t>();
     CLI::App &mapping_app = model_command(grammar, "mapping", "Notifies a mapping", [mapping](auto *model) {
         return fwx_nat64_model_notify_mapping(model, mapping->id, mapping->active != 0, mapping->value);
     });
-    number_field(mapping_app, "--id", mapping->id, "the mapping")->required();
+    number_field(mapping_app, "--id", mapping->id, "the mapping").required();
     number_field(mapping_app, "--active", mapping->active, "whether it is active, 1 without it", 0, 1);
     number_field(mapping_app, "--value", mapping->value, "its value");
 
@@ -106,14 +106,14 @@ void add_notifications(grammar_t &grammar) {
         uint32_t selector;
         uint32_t on;
     };
-    auto debug = std::make_shared<debug_t>();
+    auto debug = grammar.record<debug_t>();
     CLI::App &debug_app = model_command(grammar, "debug", "Sets debug flags of the library", [debug](auto *model) {
         return fwx_nat64_model_notify_debug(model, debug->selector, debug->on);
     });
     choice_field(debug_app, "--class", debug->selector,
                  {{"info", 1}, {"trace", 2}, {"warning", 3}, {"error", 4}, {"all", 5}}, "which flags")
-        ->required();
-    number_field(debug_app, "--on", debug->on, "1 on, 0 off", 0, 1)->required();
+        .required();
+    number_field(debug_app, "--on", debug->on, "1 on, 0 off", 0, 1).required();
 }
 
 uint32_t show_counts(call_t &call) {
@@ -134,9 +134,9 @@ void add_server_commands(grammar_t &grammar) {
     add_notifications(grammar);
 
     grammar.subfamily("sessions", "Sessions that the server makes up");
-    auto sessions = std::make_shared<uint64_t>();
+    auto sessions = grammar.record<uint64_t>();
     CLI::App &generate =
         model_command(grammar, "generate", "Replaces the sessions made before",
                       always([sessions](auto *model) { fwx_nat64_model_sessions_generate(model, *sessions); }));
-    number_field(generate, "count", *sessions, "how many", 0, fwx_nat64_model_max_sessions)->required();
+    number_field(generate, "count", *sessions, "how many", 0, fwx_nat64_model_max_sessions).required();
 }

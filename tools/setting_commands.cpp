@@ -4,20 +4,20 @@
 namespace {
 
 void timeout_fields(CLI::App &app, fwx_nat64_timeout_t &timeout, uint32_t) {
-    number_field(app, "--type", timeout.type, "kind of timeout", 1, 7)->required();
-    number_field(app, "--value", timeout.value, "the timeout, in seconds")->required();
+    number_field(app, "--type", timeout.type, "kind of timeout", 1, 7).required();
+    number_field(app, "--value", timeout.value, "the timeout, in seconds").required();
 }
 
 /** Limits and services: a kind, of which there is one, and its value. */
 template <typename record_t>
 void typed_value_fields(CLI::App &app, record_t &record, uint32_t op) {
-    number_field(app, "--type", record.type, "kind", 1, 1)->required();
-    number_field(app, "--value", record.value, "the value, passed to the server")->required(op != FWX_NAT64_OP_DEL);
+    number_field(app, "--type", record.type, "kind", 1, 1).required();
+    number_field(app, "--value", record.value, "the value, passed to the server").required(op != FWX_NAT64_OP_DEL);
 }
 
 void adjacency_fields(CLI::App &app, fwx_nat64_adj_t &adjacency, uint32_t) {
-    number_field(app, "--type", adjacency.type, "kind of adjacency", 1, 13)->required();
-    address_field(app, "--address", adjacency.address, "its address")->required();
+    number_field(app, "--type", adjacency.type, "kind of adjacency", 1, 13).required();
+    address_field(app, "--address", adjacency.address, "its address").required();
 }
 
 void replication_fields(CLI::App &app, fwx_nat64_replication_t &replication, uint32_t op) {
@@ -27,8 +27,7 @@ void replication_fields(CLI::App &app, fwx_nat64_replication_t &replication, uin
 }
 
 void global_fields(CLI::App &app, fwx_nat64_global_settings_t &settings, uint32_t) {
-    hex_field(app, "--bytes", settings.opaque, sizeof settings.opaque, "the settings, passed to the server")
-        ->required();
+    hex_field(app, "--bytes", settings.opaque, sizeof settings.opaque, "the settings, passed to the server").required();
 }
 
 uint32_t set_global(uint32_t, const fwx_nat64_global_settings_t *settings, void *ctx) {

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <memory>
+#include <sstream>
 
 #include "tools/completion.h"
 #include "tools/grammar.h"
@@ -17,12 +19,11 @@ namespace {
 char *next_match(const char *text, int state) {
     static std::vector<std::string> matches;
     if (state == 0) {
-        CLI::App root;
-        grammar_t grammar(root);
-        std::vector<std::string> words =
-            CLI::detail::split(std::string(rl_line_buffer, rl_line_buffer + rl_point), ' ');
-        words.back() = text;
-        matches = completions(root, words);
+        std::istringstream typed(std::string(rl_line_buffer, static_cast<size_t>(rl_point)));
+        std::vector<std::string> words(std::istream_iterator<std::string>(typed), {});
+        if (*text != '\0') words.pop_back();
+        words.emplace_back(text);
+        matches = completions(command_parser_t().root(), words);
     }
     auto index = static_cast<size_t>(state);
     return index < matches.size() ? strdup(matches[index].c_str()) : nullptr;

@@ -40,6 +40,20 @@ TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) 
               "line 2: timeout set: ok\nline 4: limit add: ok\nline 5: timeout set: ok\nline 6: adj set: ok\n");
 }
 
+TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before_it) {
+    const std::string bare[] = {"interface set --ifh 2\n", "session clear\n", "cgm end-batch --batch 1\n"};
+    const std::string full =
+        "interface set --ifh 1 --enable 0 --mtu 1400 --sful 2001:db8::/32\n"
+        "session clear --protocol 6 --src 192.0.2.1\ncgm end-batch --batch 2 --async\n"
+        "interface set --ifh 1 --mtu none\n";
+    for (const std::string &line : bare) {
+        const json_t alone = json_t::parse(run("--json --dry-run batch -", line).answers);
+        const json_t after = json_t::parse(run("--json --dry-run --keep-going batch -", full + line).answers);
+        ASSERT_EQ(after.size(), 5U);
+        EXPECT_EQ(after[4].at("messages")[0].at("fields"), alone[0].at("messages")[0].at("fields")) << line;
+    }
+}
+
 TEST_F(batch_test, a_batch_that_keeps_going_runs_what_follows_a_failure) {
     run_t result = run("--keep-going batch -", seven);
     EXPECT_EQ(result.status, 2);
