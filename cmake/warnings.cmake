@@ -4,10 +4,13 @@ if(FWX_NAT64_WERROR)
   add_compile_options(-Werror)
 endif()
 
-option(FWX_NAT64_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+set(FWX_NAT64_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread; empty for none")
 if(FWX_NAT64_SANITIZE)
-  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  add_link_options(-fsanitize=address,undefined)
+  add_compile_options(-fsanitize=${FWX_NAT64_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${FWX_NAT64_SANITIZE})
+  if(FWX_NAT64_SANITIZE MATCHES address)
+    add_compile_definitions(ADDRESS_SANITIZER) # the compilers have no name for it in common
+  endif()
 endif()
 
 option(FWX_NAT64_FUZZ "Build the fuzzers, everything instrumented for them (clang)" OFF)

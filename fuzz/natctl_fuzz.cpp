@@ -1,4 +1,4 @@
-/* natctl's batch: any text, in every output format, ends with a status of its own and gives back what it took. */
+/* natctl's batch: any text, in every way of running it, ends with a status of its own and gives back what it took. */
 #include <algorithm>
 #include <cctype>
 #include <nlohmann/json.hpp>
@@ -7,17 +7,27 @@
 
 #include "fwx_host/inspect.h"
 #include "input.h"
-#include "tools/cli.h"
-#include "tools/outcome.h"
+#include "tools/batch.h"
 
 namespace {
 
 constexpr size_t longest_number = 3;
-constexpr const char *formats[] = {"--keep-going", "--json", "--jsonl", "--csv", "--dry-run", "--trace"};
+
+/** The lowest bits of `choice` choose. */
+options_t options_of(uint32_t choice) {
+    options_t options;
+    options.format = static_cast<format_t>(choice % 4);
+    options.keep_going = (choice & 4) != 0;
+    options.dry_run = (choice & 8) != 0;
+    options.trace = (choice & 16) != 0;
+    options.pipeline = (choice & 32) != 0 ? 8 : 1;
+    options.timeout_ms = 1;
+    return options;
+}
 
 /** Numbers of a thousand and more ask the server model for work that takes its time. */
 bool asks_for_much(const std::string &line) {
-    if (line.find("server") == std::string::npos && line.find("pipeline") == std::string::npos) return false;
+    if (line.find("server") == std::string::npos) return false;
     size_t run = 0;
     return std::any_of(line.begin(), line.end(), [&run](unsigned char c) {
         run = std::isalnum(c) != 0 && (run != 0 || std::isdigit(c) != 0) ? run + 1 : 0;
@@ -36,7 +46,7 @@ void check_nothing_is_live() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
     input_t input(data, size);
-    const std::string format = formats[input.below(std::size(formats))];
+    const options_t options = options_of(input.below(64));
     std::string batch;
     std::string line;
     std::istringstream lines(std::string(data + (size == 0 ? 0 : 1), data + size));
@@ -46,9 +56,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
     std::istringstream in(batch);
     std::ostringstream answers;
     std::ostringstream notes;
-    const int status = run_natctl({format, "--timeout", "1", "batch", "-"}, in, answers, notes);
-    FUZZ_CHECK(status >= 0 && status <= static_cast<int>(status_t::no_server));
-    if (format == "--json") FUZZ_CHECK(nlohmann::json::accept(answers.str()));
+    {
+        static command_parser_t parser;
+        output_t output(options.format, true, answers, notes);
+        pal_t pal(options, [&output](const std::string &text) { output.note(text); });
+        FUZZ_CHECK(pal.bind().status == status_t::ok);
+        const auto next_line = [&in](std::string &text) { return static_cast<bool>(std::getline(in, text)); };
+        run_batch(parser, line_source_t::file, next_line, options, pal, output);
+    }
+    if (options.format == format_t::json) FUZZ_CHECK(nlohmann::json::accept(answers.str()));
     check_nothing_is_live();
     return 0;
 }

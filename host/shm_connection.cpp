@@ -15,11 +15,13 @@ descriptor_t bell_make() {
 }  // namespace
 
 shm_connection_t::shm_connection_t(fwx_host_loop_t &loop, descriptor_t socket, shm_handles_t &handles, shm_role_t role)
-    : loop_(loop), socket_(std::move(socket)), segment_(shm_segment_map(handles[0])) {
-    const bool is_client = role == shm_role_t::CLIENT;
-    own_bell_ = std::move(handles[is_client ? 1 : 2]);
-    other_bell_ = std::move(handles[is_client ? 2 : 1]);
+    : loop_(loop),
+      socket_(std::move(socket)),
+      segment_(shm_segment_map(handles[0])),
+      own_bell_(std::move(handles[role == shm_role_t::CLIENT ? 1 : 2])),
+      other_bell_(std::move(handles[role == shm_role_t::CLIENT ? 2 : 1])) {
     if (segment_ == nullptr) return;
+    const bool is_client = role == shm_role_t::CLIENT;
     own_ = is_client ? &segment_->client : &segment_->server;
     other_ = is_client ? &segment_->server : &segment_->client;
 }

@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Builds everything and drives the example configurations through the library, the host platform and the server model.
+# usage: demo.sh [NATCTL]   with that natctl instead of one built here
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
-need_packages "${build_packages[@]}"
-say "building (preset demo)"
-cmake --preset demo >/dev/null
-cmake --build --preset demo | tail -n 1
-natctl=build/demo/tools/natctl
+natctl=${1:-build/demo/tools/natctl}
+if [[ $# -eq 0 ]]; then
+  need_packages "${build_packages[@]}"
+  say "building (preset demo)"
+  cmake --preset demo >/dev/null
+  cmake --build --preset demo | tail -n 1
+fi
 
 say "settings: every command, its messages and its verdict"
 "$natctl" --trace batch examples/settings.natctl 2>&1

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs every fuzzer for a while, from the seeds in fuzz/seeds; the corpora stay in build/fuzz/corpus.
+# Runs every fuzzer for a while, from the seeds in fuzz/seeds; the corpora stay in build/asan/corpus.
 # usage: fuzz.sh [SECONDS]   for each fuzzer, 20 without it
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,9 +9,9 @@ seconds=${1:-20}
 [[ $seconds =~ ^[1-9][0-9]*$ ]] || { echo "usage: $0 [SECONDS]" >&2; exit 2; }
 
 need_packages "${build_packages[@]}" clang libclang-rt-14-dev
-say "building (preset fuzz)"
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz | tail -n 1
+say "building (preset asan)"
+cmake --preset asan >/dev/null
+cmake --build --preset asan --target {messages,natctl,ring,tree}_fuzz | tail -n 1
 
 # A seed is a line of hexadecimal bytes, blanks between them and comments behind # ignored; or, of text, a whole file.
 make_seeds() {
@@ -24,18 +24,30 @@ make_seeds() {
   done
 }
 
-for fuzzer in build/fuzz/fuzz/*_fuzz; do
-  name=$(basename "$fuzzer" _fuzz)
-  corpus=build/fuzz/corpus/$name
+# Quiet unless it finds something; what it found then lies in build/asan.
+run_fuzzer() {
+  local name=$1 corpus=build/asan/corpus/$1 log=build/asan/$1.log text
   mkdir -p "$corpus"
   if [[ -f fuzz/seeds/$name.hex ]]; then make_seeds "$corpus" <fuzz/seeds/$name.hex; fi
   for text in fuzz/seeds/$name-*.txt; do
     if [[ -f $text ]]; then cp "$text" "$corpus/"; fi
   done
-  say "$name: $seconds s"
-  # Quiet unless it finds something; what it found then lies in build/fuzz.
-  log=build/fuzz/$name.log
-  "$fuzzer" -max_total_time="$seconds" -max_len=1024 -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="build/fuzz/$name-" "$corpus" >"$log" 2>&1 || { tail -n 60 "$log"; exit 1; }
-  grep -E 'number_of_executed_units|new_units_added' "$log"
+  if "build/asan/fuzz/${name}_fuzz" -max_total_time="$seconds" -max_len=1024 -timeout=10 -print_final_stats=1 \
+    -artifact_prefix="build/asan/$name-" "$corpus" >"$log" 2>&1; then
+    echo "$name: $(grep -E 'number_of_executed_units' "$log")"
+  else
+    tail -n 60 "$log"
+    return 1
+  fi
+}
+
+say "$seconds s each"
+started=()
+for fuzzer in build/asan/fuzz/*_fuzz; do
+  if [[ $(jobs -rp | wc -l) -ge $(nproc) ]]; then wait -n || true; fi
+  run_fuzzer "$(basename "$fuzzer" _fuzz)" &
+  started+=($!)
+done
+for pid in "${started[@]}"; do
+  wait "$pid"
 done

@@ -2,8 +2,6 @@
 
 #include <deque>
 
-#include "tools/grammar.h"
-
 namespace {
 
 bool has_command(const std::string &line) {
@@ -13,8 +11,8 @@ bool has_command(const std::string &line) {
 
 class batch_t {
 public:
-    batch_t(line_source_t source, const options_t &options, pal_t &pal, output_t &output)
-        : is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {}
+    batch_t(command_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
+        : parser_(parser), is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {}
 
     void take(const std::string &text) {
         if (!is_shell_) ++line_;
@@ -73,11 +71,11 @@ private:
         if (!is_done && first_failure_ == status_t::ok) first_failure_ = outcome.status;
     }
 
+    command_parser_t &parser_;
     bool is_shell_;
     const options_t &options_;
     pal_t &pal_;
     output_t &output_;
-    command_parser_t parser_;
     std::deque<pal_t::call_id_t> started_;
     uint32_t line_ = 0;
     size_t done_ = 0;
@@ -112,9 +110,9 @@ std::vector<std::string> split_line(const std::string &line) {
     return words;
 }
 
-status_t run_batch(line_source_t source, const next_line_fn_t &next_line, const options_t &options, pal_t &pal,
-                   output_t &output) {
-    batch_t batch(source, options, pal, output);
+status_t run_batch(command_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
+                   const options_t &options, pal_t &pal, output_t &output) {
+    batch_t batch(parser, source, options, pal, output);
     std::string line;
     while (next_line(line)) {
         batch.take(line);

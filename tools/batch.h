@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/grammar.h"
 #include "tools/options.h"
 #include "tools/output.h"
 #include "tools/pal.h"
@@ -24,7 +25,7 @@ enum class line_source_t : uint8_t { file, shell };
 
 /** Carries the commands of all lines out in order; stops at the first failure unless told to keep going. Returns the
  * status of the first failure. */
-status_t run_batch(line_source_t source, const next_line_fn_t &next_line, const options_t &options, pal_t &pal,
-                   output_t &output);
+status_t run_batch(command_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
+                   const options_t &options, pal_t &pal, output_t &output);
 
 #endif

@@ -121,14 +121,15 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     auto read_from = [](std::istream &stream) {
         return [&stream](std::string &text) { return static_cast<bool>(std::getline(stream, text)); };
     };
-    if (line.file == "-") return run_batch(line_source_t::file, read_from(input), line.options, pal, output);
+    command_parser_t parser;
+    if (line.file == "-") return run_batch(parser, line_source_t::file, read_from(input), line.options, pal, output);
     errno = 0;
     std::ifstream file(line.file);
     file.peek(); /* a directory opens, but cannot be read */
     bool is_readable = file.good() || (file.eof() && errno == 0);
     if (!is_readable) return report(output, usage_outcome({"batch", line.file + ": " + std::strerror(errno)}));
     file.clear();
-    return run_batch(line_source_t::file, read_from(file), line.options, pal, output);
+    return run_batch(parser, line_source_t::file, read_from(file), line.options, pal, output);
 }
 
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
@@ -139,7 +140,10 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     auto stream = [&output](const outcome_t &of, const json_t &rows) { output.stream_rows(of, rows); };
     if (streams_rows) pal.stream_rows(stream);
     if (line.is_batch()) return run_file(line, input, pal, output);
-    if (line.is_shell()) return run_batch(line_source_t::shell, shell_lines(input), line.options, pal, output);
+    if (line.is_shell()) {
+        command_parser_t parser;
+        return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
+    }
     return report(output, pal.finish(pal.start(line.command, 0)));
 }
 

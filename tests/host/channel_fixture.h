@@ -53,9 +53,10 @@ protected:
         return size < 4 ? "?" : std::string(static_cast<const char *>(msg) + 4, size - 4);
     }
 
+    /** A buffer one byte longer than what it carries, so that its completion finds a first byte of text. */
     static void *buffer_with(const std::string &bytes) {
         void *msg = nullptr;
-        EXPECT_EQ(smc_msg_tx_buffer_alloc(bytes.size(), &msg), 0u);
+        EXPECT_EQ(smc_msg_tx_buffer_alloc(bytes.size() + 1, &msg), 0u);
         memcpy(msg, bytes.data(), bytes.size());
         return msg;
     }

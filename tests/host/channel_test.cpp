@@ -43,7 +43,7 @@ TEST_F(channel_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
 
 TEST_F(channel_t, a_message_longer_than_its_buffer_is_refused) {
     void *msg = buffer_with("12345678");
-    EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 9, on_done), FWX_HOST_ERR_BAD_BUFFER);
+    EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 10, on_done), FWX_HOST_ERR_BAD_BUFFER);
     EXPECT_EQ(smc_async_msg_sends(chan_, nullptr, msg, 4, on_done), FWX_HOST_ERR_BAD_BUFFER);
     smc_msg_tx_buffer_free(msg);
 }

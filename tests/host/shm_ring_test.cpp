@@ -5,6 +5,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -59,6 +60,28 @@ TEST_F(shm_ring_test_t, records_of_every_length_go_through_in_order_around_the_e
         ASSERT_EQ(read(), inside[first]);
     }
     EXPECT_EQ(read(), "none");
+}
+
+TEST_F(shm_ring_test_t, records_pass_whole_and_in_order_between_two_that_run_at_the_same_time) {
+    constexpr uint32_t count = 20000;
+    const auto record = [](uint32_t i) { return std::string(i % 40, static_cast<char>('a' + i % 26)); };
+    std::thread writer([this, record] {
+        for (uint32_t i = 0; i < count; ++i) {
+            while (!write(record(i), i)) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    uint32_t wrong = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        std::string found = read();
+        for (; found == "none"; found = read()) {
+            std::this_thread::yield();
+        }
+        if (found != std::to_string(i) + ":" + record(i)) ++wrong;
+    }
+    writer.join();
+    EXPECT_EQ(wrong, 0u);
 }
 
 TEST_F(shm_ring_test_t, indices_go_on_behind_32_bits) {

@@ -8,14 +8,6 @@
 
 #include "tree_bitmap_fixture.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define SANITIZED
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SANITIZED
-#endif
-#endif
-
 namespace {
 
 struct shape_t {
@@ -120,7 +112,7 @@ TEST_F(tree_bitmap_t, leaves_that_come_and_go_do_not_grow_the_tree) {
     }
 }
 
-#ifndef SANITIZED /* a sanitizer's own memory would end as well */
+#ifndef ADDRESS_SANITIZER /* a sanitizer's own memory would end as well */
 /* Inserts until memory ends; 0 when that was refused without a trace and the tree works on. */
 class tree_bitmap_memory_t : public tree_bitmap_t {
 protected:

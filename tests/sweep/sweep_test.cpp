@@ -16,7 +16,7 @@
 #include "platform/tbm.h"
 #include "stage.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -88,7 +88,7 @@ uint64_t take_leaves() {
 /** What a walk that was lost holds is out of reach, and counted by the sweep instead of the leak checker. */
 class leaks_are_counted_t {
 public:
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef ADDRESS_SANITIZER
     explicit leaks_are_counted_t(bool on) : on_(on) {
         if (on_) __lsan_disable();
     }
