@@ -1,6 +1,11 @@
-/* One kind of work, so many times, for counting instructions from outside: instructions call|command|install COUNT */
+/*
+ * One kind of work, so many times, for counting instructions from outside.
+ * usage: instructions call|install COUNT
+ *        instructions in-order|reversed COUNT OUTSTANDING   commands that are answered, so many at a time
+ */
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -13,15 +18,13 @@
 namespace {
 
 fwx_host_peer_t *client;
-bool answers;
+std::vector<fwx_nat64_msg_hdr_t> unanswered;
 
 void received(void * /*ctx*/, fwx_host_peer_t *peer, const void *msg, size_t /*size*/) {
     client = peer;
-    if (!answers) return;
-    fwx_nat64_reply_t reply{};
-    memcpy(&reply.hdr, msg, sizeof(reply.hdr));
-    reply.hdr.type = FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_RESULT;
-    fwx_host_peer_send(peer, &reply, sizeof(reply));
+    fwx_nat64_msg_hdr_t hdr;
+    memcpy(&hdr, msg, sizeof(hdr));
+    if (hdr.type == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_CONFIG)) unanswered.push_back(hdr);
 }
 
 size_t asked(void * /*ctx*/, fwx_host_peer_t * /*peer*/, const void * /*msg*/, size_t /*size*/, void *reply,
@@ -30,11 +33,30 @@ size_t asked(void * /*ctx*/, fwx_host_peer_t * /*peer*/, const void * /*msg*/, s
     return sizeof(fwx_nat64_sync_reply_t);
 }
 
-void send_commands(fwx_host_loop_t *loop, int count) {
+void call(int count) {
     const fwx_nat64_timeout_t timeout = {1, 300};
     for (int i = 0; i < count; ++i) {
         fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, nullptr);
-        if (answers) fwx_host_loop_run_until_idle(loop);
+    }
+}
+
+void answer_all(bool is_reversed) {
+    if (is_reversed) std::reverse(unanswered.begin(), unanswered.end());
+    for (const fwx_nat64_msg_hdr_t &hdr : unanswered) {
+        fwx_nat64_reply_t reply{};
+        reply.hdr = hdr;
+        reply.hdr.type = FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_RESULT;
+        fwx_host_peer_send(client, &reply, sizeof(reply));
+    }
+    unanswered.clear();
+}
+
+void exchange(fwx_host_loop_t *loop, int count, int outstanding, bool is_reversed) {
+    for (int sent = 0; sent < count; sent += outstanding) {
+        call(outstanding);
+        fwx_host_loop_run_until_idle(loop);
+        answer_all(is_reversed);
+        fwx_host_loop_run_until_idle(loop);
     }
 }
 
@@ -52,7 +74,7 @@ void install_rules(int count) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 3) return 2;
+    if (argc < 3) return 2;
     const std::string_view work = argv[1];
     const int count = atoi(argv[2]);
     static constexpr fwx_host_server_ops_t ops = {nullptr, nullptr, received, asked};
@@ -65,9 +87,12 @@ int main(int argc, char **argv) {
     fwx_host_loop_run_until_idle(loop);
     if (work == "install") {
         install_rules(count);
+    } else if (work == "call") {
+        call(count);
+    } else if (argc == 4 && (work == "in-order" || work == "reversed")) {
+        exchange(loop, count, std::max(atoi(argv[3]), 1), work == "reversed");
     } else {
-        answers = work == "command";
-        send_commands(loop, count);
+        return 2;
     }
     _exit(0); /* no orderly end: it would be counted */
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Instructions that the library itself executes per asynchronous command and per rule, counted by callgrind: the
-# difference between two runs of different length, so that start-up cancels out.
+# Instructions per asynchronous command and per rule, counted by callgrind: the difference between two runs of different
+# length, so that start-up cancels out.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
@@ -9,22 +9,24 @@ need_packages "${build_packages[@]}" valgrind libbenchmark-dev
 cmake --preset release >/dev/null
 cmake --build --preset release --target instructions | tail -n 1
 
-# Prints the library's own instructions of a run: the sum over its functions, platform and libc left out.
-own_instructions() {
-  local out
+# Runs a work of two lengths and prints by how many instructions a unit of it grows: of all code, or of the object
+# files that match a pattern.
+per_unit() { # PATTERN WORK [OUTSTANDING]
+  local out counts=() count
   out=$(mktemp)
-  valgrind --tool=callgrind --callgrind-out-file="$out" build/release/bench/instructions "$@" 2>/dev/null
-  callgrind_annotate --threshold=100 --show=Ir "$out" |
-    awk '/\[.*libfwx_nat64\.so/ { gsub(",", "", $1); sum += $1 } END { print sum + 0 }'
+  for count in 2048 6144; do
+    valgrind --tool=callgrind --callgrind-out-file="$out" build/release/bench/instructions "$2" "$count" ${3:-} 2>/dev/null
+    counts+=("$(callgrind_annotate --threshold=100 --show=Ir "$out" |
+      awk -v pattern="\\[.*$1" '$0 ~ pattern { gsub(",", "", $1); sum += $1 } END { print sum + 0 }')")
+  done
   rm -f "$out"
+  echo $(((counts[1] - counts[0]) / 4096))
 }
 
-for way in call command install; do
-  short=$(own_instructions "$way" 1000)
-  long=$(own_instructions "$way" 3000)
-  case $way in
-    call) call=$(((long - short) / 2000)); echo "call to hand-over: $call instructions" ;;
-    command) echo "reply to callback: $(((long - short) / 2000 - call)) instructions" ;;
-    install) echo "rule installed: $(((long - short) / 2000)) instructions" ;;
-  esac
-done
+call=$(per_unit libfwx_nat64 call)
+command=$(per_unit libfwx_nat64 in-order 1)
+echo "the library's own, call to hand-over: $call"
+echo "the library's own, reply to callback: $((command - call))"
+echo "the library's own, rule installed: $(per_unit libfwx_nat64 install)"
+echo "all, a command with 64 outstanding, answered in order: $(per_unit '' in-order 64)"
+echo "all, a command with 1024 outstanding, answered in reverse: $(per_unit '' reversed 1024)"
