@@ -101,7 +101,7 @@ int main(int argc, char **argv) {
             if (strcmp(contestant.name, argv[1]) != 0) continue;
             const uint32_t outstanding = strcmp(argv[2], "one") == 0 ? 1 : window;
             const double seconds = contestant.run({0, 0, 0, outstanding, static_cast<uint32_t>(atoi(argv[3]))});
-            printf("%.2f us\n", seconds * 1e6);
+            printf("%.4f us\n", seconds * 1e6);
             return 0;
         }
     }

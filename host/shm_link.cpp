@@ -25,7 +25,7 @@ public:
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
     received_t front() override;
-    void pop() override;
+    void pop(void *bytes) override;
     size_t largest_message() const override { return shm_largest_message; }
     void refresh() override;
     void after_run() override;
@@ -38,7 +38,6 @@ public:
 private:
     bool copy_waiting();
     void report_taken();
-    message_t *read_copy(shm_reader_t &ring, const shm_record_t &record);
     message_t *find_answer(uint32_t number);
     message_t *wait_for_answer(uint32_t number, const void *msg, uint32_t size);
     bool has_work() const;
@@ -51,7 +50,8 @@ private:
     shm_reader_t to_client_;
     shm_reader_t answers_;
     message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages that is in the ring */
-    message_t *received_ = nullptr;    /* for the channel, out of the ring */
+    shm_record_t oldest_ =
+        {}; /* of those for the channel, as front() saw it; the server may change the ring any time */
     uint32_t last_ask_ = 0;
     bool is_down_ = false;
     bool has_written_ = false; /* since the server was last woken */
@@ -72,7 +72,6 @@ shm_link_t::~shm_link_t() {
         to_server_.withdraw();
         report_taken();
     }
-    if (received_ != nullptr) message_free(received_);
 }
 
 void shm_link_t::messages_waiting() {
@@ -106,7 +105,7 @@ void shm_link_t::report_taken() {
 /* What was seen is dispatched before more is looked at. The server counts a message as read before it answers it, and
  * its index is looked at after the messages: so no answer comes ahead of its message's completion. */
 void shm_link_t::refresh() {
-    if (is_down_ || received_ != nullptr || to_client_.has_record()) return;
+    if (is_down_) return;
     connection_->set_asleep(false);
     to_client_.refresh();
     report_taken();
@@ -120,31 +119,20 @@ void shm_link_t::after_run() {
 }
 
 received_t shm_link_t::front() {
-    while (received_ == nullptr && to_client_.has_record()) {
-        const shm_record_t record = to_client_.front();
-        if (to_client_.is_broken()) break;
-        received_ = read_copy(to_client_, record);
-        has_read_ = true;
+    received_t found = {};
+    if (to_client_.has_record()) {
+        oldest_ = to_client_.front();
+        found = {!to_client_.is_broken(), oldest_.size, 0};
+        if (found.is_there && oldest_.size >= sizeof(found.key)) found.key = to_client_.first_word();
     }
     check_rings();
-    return received_ == nullptr ? received_t{} : received_t{received_->bytes(), received_->size};
+    return found;
 }
 
-void shm_link_t::pop() {
-    message_free(received_);
-    received_ = nullptr;
-}
-
-/** Takes a record out of its ring; null when there is no memory for it or the ring is broken. */
-message_t *shm_link_t::read_copy(shm_reader_t &ring, const shm_record_t &record) {
-    message_t *message = message_alloc(record.size);
-    if (message != nullptr) ring.copy_to(message->bytes(), record);
-    if (ring.pop(record)) {
-        if (message == nullptr) host_errors.dropped_no_buffer += 1;
-        return message;
-    }
-    if (message != nullptr) message_free(message);
-    return nullptr;
+void shm_link_t::pop(void *bytes) {
+    if (bytes != nullptr) to_client_.copy_to(bytes, oldest_);
+    has_read_ = true;
+    to_client_.skip(oldest_);
 }
 
 uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
@@ -192,9 +180,12 @@ message_t *shm_link_t::find_answer(uint32_t number) {
     while (answers_.has_record()) {
         const shm_record_t record = answers_.front();
         if (answers_.is_broken()) return nullptr;
-        message_t *answer = read_copy(answers_, record);
-        if (answer != nullptr && record.tag == number) return answer;
-        if (answer != nullptr) message_free(answer);
+        const bool is_wanted = record.tag == number;
+        message_t *answer = is_wanted ? message_alloc(record.size) : nullptr;
+        if (answer != nullptr) answers_.copy_to(answer->bytes(), record);
+        if (is_wanted && answer == nullptr) host_errors.dropped_no_buffer += 1;
+        answers_.skip(record);
+        if (answer != nullptr) return answer;
     }
     return nullptr;
 }

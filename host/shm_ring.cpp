@@ -79,6 +79,11 @@ shm_record_t shm_reader_t::front() {
     return {header[0], header[1]};
 }
 
+uint32_t shm_reader_t::first_word() const {
+    const uint32_t start = (read_ + shm_record_header) & (capacity_ - 1); /* a unit's, which is in one piece */
+    return __atomic_load_n(reinterpret_cast<const uint32_t *>(data_ + start), __ATOMIC_RELAXED);
+}
+
 void shm_reader_t::copy_to(void *bytes, const shm_record_t &record) const {
     const uint32_t start = (read_ + shm_record_header) & (capacity_ - 1);
     const uint32_t before_end = std::min(record.size, capacity_ - start);
@@ -86,6 +91,11 @@ void shm_reader_t::copy_to(void *bytes, const shm_record_t &record) const {
     if (record.size > before_end) {
         memcpy(static_cast<uint8_t *>(bytes) + before_end, data_, record.size - before_end);
     }
+}
+
+void shm_reader_t::skip(const shm_record_t &record) {
+    read_ += static_cast<uint32_t>(footprint(record.size));
+    ring_.read.store(read_, std::memory_order_release);
 }
 
 bool shm_reader_t::pop(const shm_record_t &record) {

@@ -1,5 +1,6 @@
 #include "host/smc_channel.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "host/internal.h"
@@ -125,21 +126,11 @@ void smc_channel_t::loop_gone() {
     delete this;
 }
 
-/* Completions come before messages, so that a message is complete before its reply arrives. */
+/* What is known is dispatched before the link looks for more. */
 bool smc_channel_t::dispatch_one(uint32_t &calls) {
+    if (dispatch_known(calls)) return true;
     if (!is_closed()) link_->refresh();
-    if (edges_ != 0) {
-        report_edge(calls);
-        return true;
-    }
-    if (!done_.empty()) {
-        complete(done_.pop(), calls);
-        return true;
-    }
-    if (const received_t received = is_closed() ? received_t{} : link_->front(); received.bytes != nullptr) {
-        deliver(received, calls);
-        return true;
-    }
+    if (dispatch_known(calls)) return true;
     const bool has_ended = is_closed() || is_down_;
     if (!has_ended || in_flight_ != 0) return false;
     if (!untaken_.empty()) {
@@ -151,6 +142,21 @@ bool smc_channel_t::dispatch_one(uint32_t &calls) {
     if (is_closed()) return false;
     fail(calls);
     return true;
+}
+
+/* Completions come before messages, so that a message is complete before its reply arrives. */
+bool smc_channel_t::dispatch_known(uint32_t &calls) {
+    if (edges_ != 0) {
+        report_edge(calls);
+        return true;
+    }
+    if (!done_.empty()) {
+        complete(done_.pop(), calls);
+        return true;
+    }
+    const received_t received = is_closed() ? received_t{} : link_->front();
+    if (received.is_there) deliver(received, calls);
+    return received.is_there;
 }
 
 void smc_channel_t::report_edge(uint32_t &calls) {
@@ -171,20 +177,34 @@ void smc_channel_t::complete(message_t *message, uint32_t &calls) {
     ++calls;
 }
 
-void smc_channel_t::deliver(received_t received, uint32_t &calls) {
-    uint32_t key = 0;
-    if (received.size < sizeof(key)) return drop(host_errors.dropped_malformed);
-    memcpy(&key, received.bytes, sizeof(key));
-    const auto found = handlers_.find(key);
-    if (found == handlers_.end()) return drop(host_errors.dropped_no_handler);
-    const smc_msg_handler_fn_t handler = found->second;
+void smc_channel_t::deliver(const received_t &received, uint32_t &calls) {
+    if (received.size < sizeof(received.key)) return drop(host_errors.dropped_malformed);
+    const smc_msg_handler_fn_t handler = find_handler(received.key);
+    if (handler == nullptr) return drop(host_errors.dropped_no_handler);
     if (received.size > rx_size_ && !ask_for_buffer(received.size, calls)) return drop(host_errors.dropped_no_buffer);
     if (is_closed()) return;
-    memcpy(rx_buf_, received.bytes, received.size);
-    link_->pop();
+    link_->pop(rx_buf_);
+    if (memcmp(rx_buf_, &received.key, sizeof(received.key)) != 0) { /* the server has changed it meanwhile */
+        host_errors.dropped_malformed += 1;
+        return;
+    }
     tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, received.size);
     handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
     ++calls;
+}
+
+void smc_channel_t::handler_set(uint32_t key, smc_msg_handler_fn_t handler) {
+    if (find_handler(key) == nullptr) handlers_.insert(handlers_.begin(), {key, nullptr});
+    handlers_.front().fn = handler;
+}
+
+/** Null when there is none. */
+smc_msg_handler_fn_t smc_channel_t::find_handler(uint32_t key) {
+    const auto has_key = [key](const handler_t &handler) { return handler.key == key; };
+    const auto found = std::find_if(handlers_.begin(), handlers_.end(), has_key);
+    if (found == handlers_.end()) return nullptr;
+    if (found != handlers_.begin()) std::iter_swap(handlers_.begin(), found);
+    return handlers_.front().fn;
 }
 
 /** True when a large enough buffer is there now, or when the client closed the channel instead. */
@@ -196,7 +216,7 @@ bool smc_channel_t::ask_for_buffer(size_t size, uint32_t &calls) {
 }
 
 void smc_channel_t::drop(uint64_t &counter) {
-    link_->pop();
+    link_->pop(nullptr);
     counter += 1;
 }
 

@@ -10,7 +10,7 @@
 #define HOST_SMC_CHANNEL_H
 
 #include <memory>
-#include <unordered_map>
+#include <vector>
 
 #include "fwx_host/smc.h"
 #include "host/loop_member.h"
@@ -34,7 +34,7 @@ public:
     uint32_t ask(const message_t *message, size_t size, void *reply, size_t reply_size);
     void marks_set(uint32_t high, uint32_t low, smc_throttle_fn_t throttle_fn);
     void rx_buffer_set(void *buf, size_t size, smc_rx_buffer_fn_t rx_fn);
-    void handler_set(uint32_t key, smc_msg_handler_fn_t handler) { handlers_[key] = handler; }
+    void handler_set(uint32_t key, smc_msg_handler_fn_t handler);
 
     /* The link's side. */
     bool has_untaken() const { return !untaken_.empty(); }
@@ -53,9 +53,11 @@ public:
 private:
     bool is_closed() const { return link_ == nullptr; }
     bool dispatch_one(uint32_t &calls);
+    bool dispatch_known(uint32_t &calls);
     void report_edge(uint32_t &calls);
     void complete(message_t *message, uint32_t &calls);
-    void deliver(received_t received, uint32_t &calls);
+    void deliver(const received_t &received, uint32_t &calls);
+    smc_msg_handler_fn_t find_handler(uint32_t key);
     bool ask_for_buffer(size_t size, uint32_t &calls);
     void drop(uint64_t &counter);
     void fail(uint32_t &calls);
@@ -83,7 +85,11 @@ private:
     uint8_t *rx_buf_ = nullptr;
     size_t rx_size_ = 0;
     smc_rx_buffer_fn_t rx_fn_ = nullptr;
-    std::unordered_map<uint32_t, smc_msg_handler_fn_t> handlers_; /* by the first four bytes of a message */
+    struct handler_t {
+        uint32_t key; /* the first four bytes of a message */
+        smc_msg_handler_fn_t fn;
+    };
+    std::vector<handler_t> handlers_; /* the one that was needed last is the first */
 };
 
 #endif

@@ -13,18 +13,9 @@ struct slot_t {
     uint32_t generation;
 };
 
-using slots_t = std::vector<slot_t>;
-using indices_t = std::vector<uint32_t>;
-
-slots_t &slots() {
-    static slots_t &all = *new slots_t;
-    return all;
-}
-
-indices_t &free_slots() {
-    static indices_t &all = *new indices_t;
-    return all;
-}
+/* Never destroyed: the library's unload destructor runs after static destructors. */
+std::vector<slot_t> &slots = *new std::vector<slot_t>;
+std::vector<uint32_t> &free_slots = *new std::vector<uint32_t>;
 
 uint32_t index_of(smc_chan_t handle) {
     return static_cast<uint32_t>(handle);
@@ -33,13 +24,13 @@ uint32_t index_of(smc_chan_t handle) {
 }  // namespace
 
 smc_chan_t handle_make(smc_channel_t *channel) {
-    if (free_slots().empty()) {
-        free_slots().push_back(static_cast<uint32_t>(slots().size()));
-        slots().push_back({nullptr, 0});
+    if (free_slots.empty()) {
+        free_slots.push_back(static_cast<uint32_t>(slots.size()));
+        slots.push_back({nullptr, 0});
     }
-    const uint32_t index = free_slots().back();
-    free_slots().pop_back();
-    slot_t &slot = slots()[index];
+    const uint32_t index = free_slots.back();
+    free_slots.pop_back();
+    slot_t &slot = slots[index];
     slot.channel = channel;
     if (++slot.generation == 0) slot.generation = 1;
     host_live.channels += 1;
@@ -48,12 +39,12 @@ smc_chan_t handle_make(smc_channel_t *channel) {
 
 smc_channel_t *handle_find(smc_chan_t handle) {
     const uint32_t index = index_of(handle);
-    if (index >= slots().size() || slots()[index].generation != handle >> generation_shift) return nullptr;
-    return slots()[index].channel;
+    if (index >= slots.size() || slots[index].generation != handle >> generation_shift) return nullptr;
+    return slots[index].channel;
 }
 
 void handle_release(smc_chan_t handle) {
-    slots()[index_of(handle)].channel = nullptr;
-    free_slots().push_back(index_of(handle));
+    slots[index_of(handle)].channel = nullptr;
+    free_slots.push_back(index_of(handle));
     host_live.channels -= 1;
 }

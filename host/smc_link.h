@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
-/** Bytes of a message from the server; null bytes: there is none. */
+/** What is known of a message from the server before it is taken. */
 struct received_t {
-    const uint8_t *bytes;
+    bool is_there;
     size_t size;
+    uint32_t key; /* its first four bytes; 0 if it is shorter */
 };
 
 /**
@@ -27,11 +28,12 @@ public:
     virtual void messages_waiting() = 0;
     /** Has the server take what is waiting, then asks it; may lead to the link's end. */
     virtual uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) = 0;
-    /** The oldest message from the server; stays until pop() or the link's end. Also after link_down. */
+    /** The oldest message from the server; stays until pop(), also after link_down. */
     virtual received_t front() = 0;
-    virtual void pop() = 0;
+    /** Takes the message that front() has told of and copies it to `bytes`, unless they are null. */
+    virtual void pop(void *bytes) = 0;
     virtual size_t largest_message() const = 0;
-    /** Before the channel looks for something to dispatch: has it told what happened at the server meanwhile. */
+    /** The channel has nothing left to dispatch: has it told what happened at the server meanwhile. */
     virtual void refresh() {}
     /** The channel's run is over, and the loop may wait. */
     virtual void after_run() {}

@@ -22,7 +22,7 @@ public:
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
     received_t front() override;
-    void pop() override { message_free(received.pop()); }
+    void pop(void *bytes) override;
     size_t largest_message() const override { return smc_largest_message; }
 
     smc_channel_t &channel;
@@ -70,7 +70,7 @@ uint32_t local_peer_t::send(const void *msg, size_t size) {
 
 local_link_t::~local_link_t() {
     while (!received.empty()) {
-        pop();
+        pop(nullptr);
     }
     if (peer == nullptr) return;
     peer->link = nullptr;
@@ -83,7 +83,16 @@ void local_link_t::messages_waiting() {
 
 received_t local_link_t::front() {
     const message_t *message = received.front();
-    return message == nullptr ? received_t{} : received_t{message->bytes(), message->size};
+    if (message == nullptr) return {};
+    received_t found = {true, message->size, 0};
+    if (found.size >= sizeof(found.key)) memcpy(&found.key, message->bytes(), sizeof(found.key));
+    return found;
+}
+
+void local_link_t::pop(void *bytes) {
+    message_t *message = received.pop();
+    if (bytes != nullptr && message->size != 0) memcpy(bytes, message->bytes(), message->size);
+    message_free(message);
 }
 
 uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {

@@ -37,6 +37,17 @@ public:
         connections += 1;
     }
 
+    /** Bytes behind the key that the client's handler is for. */
+    void send(const std::string &text) {
+        const std::string bytes = std::string("\x03\xc0\x60\x00", 4) + text;
+        ASSERT_TRUE(writer_->write(0, bytes.data(), static_cast<uint32_t>(bytes.size())));
+    }
+    /** Changes a word of the record that the client reads next. */
+    void change(uint32_t offset_bytes, uint32_t word) {
+        const uint32_t start = segment_->to_client.read & (shm_ring_bytes - 8);
+        memcpy(segment_->to_client_bytes + start + offset_bytes, &word, sizeof(word));
+    }
+
     void act() {
         if (segment_ == nullptr) return;
         take_requests();
@@ -129,10 +140,7 @@ private:
         if (choice < std::size(words)) {
             words[choice]->store(near(words[choice]->load()));
         } else if (choice == std::size(words)) {
-            /* the header of the record that the client reads next */
-            const uint32_t length = near(below(400));
-            memcpy(segment->to_client_bytes + (segment->to_client.read & (shm_ring_bytes - 8)), &length,
-                   sizeof(length));
+            change(0, near(below(400)));
         } else {
             memset(segment->to_client_bytes + below(shm_ring_bytes / 2), static_cast<int>(below(256)), below(4096));
         }
@@ -201,6 +209,56 @@ TEST_F(shm_hostile_t, whatever_a_server_does_to_the_segment_is_a_channel_error_o
     fwx_host_loop_destroy(loop);
     fwx_host_connect_set("fwx_cp", nullptr);
     fwx_host_debug_sink_set(nullptr, nullptr);
+}
+
+/** A client whose server changes each message between the look at it and its taking. */
+struct changed_message_t {
+    static inline hostile_server_t *server;
+    static inline uint32_t offset_bytes;
+    static inline uint32_t word;
+    static inline std::vector<uint8_t> buffer;
+    static inline std::vector<std::string> got;
+
+    static uint32_t on_no_buffer(smc_chan_t chan, void *, size_t size) {
+        server->change(offset_bytes, word);
+        buffer = std::vector<uint8_t>(size);
+        smc_msg_rx_buffer_set(chan, buffer.data(), buffer.size(), on_no_buffer);
+        return 1;
+    }
+    static void on_message(void *, void *, void *msg, size_t size) {
+        got.emplace_back(static_cast<const char *>(msg) + 4, size - 4);
+    }
+};
+
+TEST_F(shm_hostile_t, a_message_is_as_long_as_when_it_was_seen_and_dropped_if_its_key_has_changed) {
+    using client_t = changed_message_t;
+    hostile_server_t hostile(1);
+    client_t::server = &hostile;
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    fwx_host_connect_set("tested", "hostile");
+    smc_chan_t chan = 0;
+    const auto on_error = [](void *) { ADD_FAILURE() << "the channel is down"; };
+    ASSERT_EQ(smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(loop), 0, on_error, &chan), 0u);
+    ASSERT_EQ(smc_msg_handler_attach(chan, "\x03\xc0\x60\x00", client_t::on_message, 0, 0xc003, 0x60), 0u);
+    hostile.accept();
+
+    constexpr uint32_t length_at = 0;
+    constexpr uint32_t key_at = 8;
+    for (const uint32_t changed : {length_at, key_at}) {
+        client_t::offset_bytes = changed;
+        client_t::word = 4096;
+        ASSERT_EQ(smc_msg_rx_buffer_set(chan, nullptr, 0, client_t::on_no_buffer), 0u);
+        hostile.send("changed");
+        hostile.send("whole");
+        fwx_host_loop_run_until_idle(loop);
+    }
+    EXPECT_EQ(client_t::got, (std::vector<std::string>{"changed", "whole", "whole"}));
+    EXPECT_EQ(errors().dropped_malformed, 1u);
+
+    ASSERT_EQ(smc_msg_chan_close(&chan), 0u);
+    fwx_host_loop_run_until_idle(loop);
+    fwx_host_loop_destroy(loop);
+    fwx_host_connect_set("tested", nullptr);
 }
 
 }  // namespace
