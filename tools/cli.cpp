@@ -30,10 +30,13 @@ format_t format_of(const std::vector<std::string> &words) {
     return format_t::text;
 }
 
-void add_options(CLI::App &app, options_t &options) {
+void add_format_options(CLI::App &app) {
     app.add_flag("--json", "One JSON document: an object, or an array for a batch");
     app.add_flag("--jsonl", "One JSON object a line");
     app.add_flag("--csv", "Tables as comma-separated values");
+}
+
+void add_client_options(CLI::App &app, options_t &options) {
     app.add_flag("--trace", options.trace, "Shows each message sent and received");
     app.add_option("--capture", options.capture, "Writes each message sent and received to a pcap file")
         ->type_name("FILE");
@@ -55,13 +58,17 @@ public:
         for (CLI::App *group : root_.get_subcommands([](CLI::App *) { return true; })) {
             fall_through(*group);
         }
-        add_options(root_, options);
+        add_client_options(root_, options);
         batch_ = root_.add_subcommand("batch", "Carries out the commands of a file, one a line");
         batch_->add_option("file", file, "the file, - for standard input")->required()->type_name("FILE");
         serve_ = root_.add_subcommand("serve", "Runs the server model as a process of its own, until a signal ends it");
         serve_->add_option("name", serve.name, "the name that --connect takes")->required()->type_name("NAME");
         serve_->add_option("--state", serve.state_file, "file that keeps the configuration over restarts")
             ->type_name("FILE");
+        for (CLI::Option *option : root_.get_options()) {
+            if (option != root_.get_help_ptr()) serve_->excludes(option);
+        }
+        add_format_options(root_);
         shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
         completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
         completion_->add_subcommand("bash", "For bash");

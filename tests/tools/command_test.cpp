@@ -174,6 +174,14 @@ TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {
     EXPECT_EQ(result.answers, "adj set: ok\n");
 }
 
+TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
+    for (const std::string option : {"--capture file", "--trace", "--dry-run", "--connect other", "--debug-level 1"}) {
+        const run_t result = run(option + " serve name");
+        EXPECT_EQ(result.status, 2) << option;
+        EXPECT_EQ(result.notes, "natctl: serve: serve excludes " + option.substr(0, option.find(' ')) + "\n");
+    }
+}
+
 TEST_F(command_test, completion_offers_what_may_come_next) {
     EXPECT_EQ(run("complete limit ''").answers.substr(0, 12), "add\nmod\ndel\n");
     EXPECT_EQ(run("complete timeout set --v").answers, "--value\n");
