@@ -19,6 +19,7 @@ add_library(fwx_nat64 SHARED
   mapt/rule_table.cpp
   mapt/state.cpp
   mapt/subtable.cpp
+  mapt/tree_parameters.cpp
   notify/classifier.cpp
   notify/unsolicited.cpp
   transport/async_command.cpp

@@ -53,10 +53,13 @@ extern fwx_chunk_t *fwx_mapt_plu_rule_chunk;             /* all elements of both
 extern fwx_list_t *fwx_mapt_plu_complex_list;            /* owns its records */
 extern fwx_mapt_app_leaf_t fwx_mapt_plu_staged_app_leaf; /* leaf data of the insert under way */
 
-/* --- state.cpp --- */
+/* --- tree_parameters.cpp: 0, or a code for a null argument. --- */
 
 uint32_t fwx_mapt_plu_init_stride_map(uint32_t *map);
 uint32_t fwx_mapt_plu_init_tbm_info(fwx_mapt_plu_tbm_info_t *info);
+
+/* --- state.cpp --- */
+
 uint32_t fwx_mapt_plu_create_pending_hash(void);
 uint32_t fwx_mapt_plu_create_rule_hash(void);
 

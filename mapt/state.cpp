@@ -22,36 +22,6 @@ uint32_t fwx_mapt_plu_init(void) {
     return rc;
 }
 
-uint32_t fwx_mapt_plu_init_stride_map(uint32_t *map) {
-    constexpr uint32_t stride_bits = 6;
-    NAT64_LOG_INFO("\n%s Initialzing Stride MAP ", __func__);
-    if (map == nullptr) return FWX_NAT64_ERR_INVALID;
-    uint32_t covered = 0;
-    for (uint32_t slot = 0; slot < plu_stride_slots; ++slot) {
-        covered += stride_bits;
-        map[slot] = stride_bits;
-        if (covered >= plu_max_key_bits) return 0;
-    }
-    return FWX_NAT64_ERR_INVALID;
-}
-
-uint32_t fwx_mapt_plu_init_tbm_info(fwx_mapt_plu_tbm_info_t *info) {
-    if (info == nullptr) return plu_invalid;
-    info->initialised = 1;
-    info->param1 = 7;
-    info->param2 = 6;
-    info->stride_map = fwx_mapt_plu_stride_map;
-    info->param3 = 1;
-    info->stride_slots = plu_stride_slots;
-    info->param4 = 0;
-    info->param5 = nullptr;
-    info->leaf_contents = fwx_mapt_tbm_plu_leaf_contents_func_t_v2;
-    info->param6 = nullptr;
-    info->max_key_len = plu_max_key_bits;
-    info->param7 = nullptr;
-    return 0;
-}
-
 namespace {
 
 /* The handle stays null when the facility fails, whatever it writes. */

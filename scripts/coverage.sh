@@ -7,7 +7,7 @@ source scripts/packages.sh
 need_packages "${build_packages[@]}" libgtest-dev gcovr
 say "coverage: build and tests"
 cmake --preset coverage >/dev/null
-cmake --build --preset coverage --target library_tests unload_tests | tail -n 1
+cmake --build --preset coverage --target library_tests guard_tests unload_tests | tail -n 1
 find build/coverage -name '*.gcda' -delete
 ctest --test-dir build/coverage/tests/library --output-on-failure | tail -n 4
 
