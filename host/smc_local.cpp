@@ -124,8 +124,10 @@ uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t rep
 
 }  // namespace
 
-std::unique_ptr<smc_link_t> local_link_make(fwx_host_server_t &server, smc_channel_t &channel) {
+std::unique_ptr<smc_link_t> local_link_open(const char *name, smc_channel_t &channel) {
+    fwx_host_server_t *server = fwx_host_server_find(name);
+    if (server == nullptr || !server->can_connect()) return nullptr;
     auto link = std::make_unique<local_link_t>(channel);
-    link->peer = new local_peer_t(server, *link);
+    link->peer = new local_peer_t(*server, *link);
     return link;
 }

@@ -9,7 +9,5 @@
 
 /** Connects a channel to the server that is registered under `name`; null when there is none. */
 std::unique_ptr<smc_link_t> local_link_open(const char *name, smc_channel_t &channel);
-/** Connects a channel to a server of this process. */
-std::unique_ptr<smc_link_t> local_link_make(fwx_host_server_t &server, smc_channel_t &channel);
 
 #endif

@@ -5,7 +5,6 @@
 #include "host/internal.h"
 #include "host/shm_server.h"
 #include "host/smc_buffer.h"
-#include "host/smc_local.h"
 
 namespace {
 
@@ -77,12 +76,6 @@ uint32_t fwx_host_peer::part() {
     from->ops.disconnected(from->ctx, this);
     busy -= 1;
     return 1;
-}
-
-std::unique_ptr<smc_link_t> local_link_open(const char *name, smc_channel_t &channel) {
-    fwx_host_server_t *server = fwx_host_server_find(name);
-    if (server == nullptr || !server->can_connect()) return nullptr;
-    return local_link_make(*server, channel);
 }
 
 extern "C" {
