@@ -50,8 +50,7 @@ private:
     shm_reader_t to_client_;
     shm_reader_t answers_;
     message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages that is in the ring */
-    shm_record_t oldest_ =
-        {}; /* of those for the channel, as front() saw it; the server may change the ring any time */
+    shm_record_t oldest_ = {};         /* of to_client_, as front() saw it: the server may change it any time */
     uint32_t last_ask_ = 0;
     bool is_down_ = false;
     bool has_written_ = false; /* since the server was last woken */

@@ -24,6 +24,7 @@ class Option;
 class option_t {
 public:
     explicit option_t(CLI::Option &option) : option_(&option) {}
+    /** Has a command without the option refused. */
     option_t required(bool is_required = true) const;
     /** Has `flag` set to 1 when the option is given. */
     void mark(uint32_t &flag) const;
@@ -40,6 +41,7 @@ uint64_t read_number(const std::string &option, const std::string &text, uint64_
 /** `1 to 7`, or `1` when there is no choice. */
 std::string range_text(uint64_t min, uint64_t max);
 
+/** A number that `store` puts where it belongs; number_field() does so for members of every width. */
 option_t wide_number_field(CLI::App &app, const std::string &option, std::function<void(uint64_t)> store,
                            const std::string &meaning, uint64_t min, uint64_t max);
 
