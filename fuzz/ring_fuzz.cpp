@@ -20,8 +20,10 @@ struct expected_t {
 
 class rings_t {
 public:
-    explicit rings_t(uint32_t capacity)
+    /** `is_final`: the writer takes nothing back. */
+    rings_t(uint32_t capacity, bool is_final)
         : capacity_(capacity),
+          is_final_(is_final),
           memory_(new uint64_t[capacity / sizeof(uint64_t)]()),
           writer_(ring_, bytes(), capacity),
           reader_(ring_, bytes(), capacity) {}
@@ -48,7 +50,12 @@ public:
         FUZZ_CHECK(record.size <= shm_largest_record(capacity_));
         std::vector<uint8_t> copy(record.size);
         reader_.copy_to(copy.data(), record);
-        const bool is_ours = reader_.pop(record);
+        if (record.size >= sizeof(uint32_t)) {
+            const uint32_t first_word = reader_.first_word();
+            FUZZ_CHECK(std::memcmp(&first_word, copy.data(), sizeof(first_word)) == 0);
+        }
+        if (is_final_) reader_.skip(record);
+        const bool is_ours = is_final_ || reader_.pop(record);
         FUZZ_CHECK(is_tampered_ || is_ours != is_withdrawn_);
         FUZZ_CHECK(is_ours != reader_.is_broken());
         if (is_tampered_ || !is_ours) return;
@@ -57,6 +64,7 @@ public:
     }
 
     void withdraw() {
+        if (is_final_) return;
         writer_.withdraw();
         is_withdrawn_ = true;
         FUZZ_CHECK(writer_.is_broken());
@@ -91,6 +99,7 @@ private:
 
     shm_ring_t ring_{};
     uint32_t capacity_;
+    bool is_final_;
     std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that an access outside is seen */
     shm_writer_t writer_;
     shm_reader_t reader_;
@@ -105,7 +114,8 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
     input_t input(data, size);
-    rings_t rings(16u << input.below(5));
+    const uint32_t shape = input.byte();
+    rings_t rings(16u << shape % 5, shape >= 128);
     while (!input.is_empty()) {
         const uint8_t action = input.byte();
         switch (action % 8) {
