@@ -26,12 +26,16 @@ TEST_F(channel_end_t, the_server_learns_of_the_channel_before_its_messages_and_o
     chan_ = first;
 }
 
-TEST_F(channel_end_t, a_channel_closed_before_the_loop_ran_is_never_announced) {
-    smc_chan_t chan = 0;
-    ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), 0u);
-    ASSERT_EQ(smc_msg_chan_close(&chan), 0u);
-    run();
+TEST_F(channel_end_t, a_channel_closed_before_the_loop_ran_is_never_announced_and_its_completions_wait_for_the_loop) {
+    smc_chan_t first = chan_;
+    open(loop_);
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
     EXPECT_TRUE(log_.empty());
+    EXPECT_EQ(live().tx_buffers, 1u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"done a 5005"}));
+    chan_ = first;
 }
 
 TEST_F(channel_end_t, every_operation_refuses_a_stale_handle) {
@@ -53,47 +57,58 @@ TEST_F(channel_end_t, every_operation_refuses_a_stale_handle) {
     smc_msg_tx_buffer_free(msg);
 }
 
-TEST_F(channel_end_t, closing_completes_taken_messages_with_0_and_the_others_with_closed) {
-    during_take_ = [this] {
-        if (log_.back() == "took a") {
-            EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
-        }
-        EXPECT_EQ(reply("lost"), FWX_HOST_ERR_CHANNEL_DOWN);
+TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
+    const struct {
+        const char *what;
+        std::function<void()> *callback;
+        bool runs_the_loop;
+        log_lines_t log;
+    } cases[] = {
+        {"a server that takes",
+         &during_take_,
+         false,
+         {"took a", "closed", "end", "disconnected", "done a 0", "done b 5005", "done c 5005"}},
+        {"a server that takes and runs the loop",
+         &during_take_,
+         true,
+         {"took a", "closed", "end", "disconnected", "done a 0", "done b 5005", "done c 5005"}},
+        {"a completion",
+         &during_done_,
+         false,
+         {"took a", "took b", "done a 0", "closed", "end", "done b 0", "done c 5005", "disconnected"}},
+        {"a completion that runs the loop",
+         &during_done_,
+         true,
+         {"took a", "took b", "done a 0", "closed", "disconnected", "end", "done b 0", "done c 5005"}},
+        {"a handler",
+         &during_receive_,
+         false,
+         {"took a", "took b", "done a 0", "done b 0", "got a", "closed", "end", "done c 5005", "disconnected"}},
+        {"a handler that runs the loop",
+         &during_receive_,
+         true,
+         {"took a", "took b", "done a 0", "done b 0", "got a", "closed", "disconnected", "end", "done c 5005"}},
     };
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(send("b"), 0u);
-    run();
-    EXPECT_EQ(log_.front(), "took a");
-    EXPECT_EQ(log_.size(), 4u);
-    EXPECT_EQ(std::count(log_.begin(), log_.end(), "done a 0"), 1);
-    EXPECT_EQ(std::count(log_.begin(), log_.end(), "done b 5005"), 1);
-    EXPECT_EQ(std::count(log_.begin(), log_.end(), "disconnected"), 1);
-}
-
-TEST_F(channel_end_t, closing_calls_no_completion_from_inside) {
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
-    EXPECT_TRUE(log_.empty());
-    EXPECT_EQ(live().tx_buffers, 1u);
-    run();
-    EXPECT_EQ(std::count(log_.begin(), log_.end(), "done a 5005"), 1);
-}
-
-TEST_F(channel_end_t, a_channel_can_be_closed_from_its_handler) {
-    during_receive_ = [this] { EXPECT_EQ(smc_msg_chan_close(&chan_), 0u); };
-    ASSERT_EQ(reply("1"), 0u);
-    ASSERT_EQ(reply("2"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"got 1", "disconnected"}));
-}
-
-TEST_F(channel_end_t, a_channel_can_be_closed_from_a_completion) {
-    during_done_ = [this] { smc_msg_chan_close(&chan_); };
-    during_take_ = [this] { reply("lost"); };
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(send("b"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"took a", "took b", "done a 0", "done b 0", "disconnected"}));
+    for (const auto &tried : cases) {
+        *tried.callback = [&] {
+            if (send("c") != 0) return; /* closed before */
+            EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
+            EXPECT_EQ(reply("lost"), FWX_HOST_ERR_CHANNEL_DOWN);
+            log_.emplace_back("closed");
+            if (tried.runs_the_loop) run();
+            log_.emplace_back("end");
+        };
+        for (const char *text : {"a", "b"}) {
+            ASSERT_EQ(send(text), 0u);
+            ASSERT_EQ(reply(text), 0u);
+        }
+        run();
+        EXPECT_EQ(log_, tried.log) << tried.what;
+        *tried.callback = nullptr;
+        open(loop_);
+        run();
+        log_.clear();
+    }
 }
 
 TEST_F(channel_end_t, a_channel_can_be_closed_from_its_buffer_callback) {
@@ -103,31 +118,6 @@ TEST_F(channel_end_t, a_channel_can_be_closed_from_its_buffer_callback) {
     run();
     EXPECT_EQ(log_, (log_lines_t{"disconnected"}));
     EXPECT_EQ(errors().dropped_no_buffer, 0u);
-}
-
-TEST_F(channel_end_t, a_callback_may_run_the_loop_itself) {
-    during_receive_ = [this] {
-        if (log_.back() != "got 1") return;
-        EXPECT_EQ(send("a"), 0u);
-        EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
-        run();
-        log_.emplace_back("end of 1");
-    };
-    ASSERT_EQ(reply("1"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"got 1", "disconnected", "end of 1", "done a 5005"}));
-}
-
-TEST_F(channel_end_t, a_server_may_run_the_loop_while_it_takes_a_message_of_a_channel_that_closes) {
-    during_take_ = [this] {
-        EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
-        run();
-        log_.emplace_back("end of a");
-    };
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(send("b"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"took a", "end of a", "disconnected", "done a 0", "done b 5005"}));
 }
 
 TEST_F(channel_end_t, a_drop_delivers_what_was_sent_fails_what_was_not_taken_and_then_reports_the_error) {
@@ -158,11 +148,25 @@ TEST_F(channel_end_t, the_error_handler_may_close_the_channel_and_open_another) 
     EXPECT_EQ(log_, (log_lines_t{"error", "disconnected", "connected", "took a", "done a 0"}));
 }
 
-TEST_F(channel_end_t, a_peer_dropped_while_it_is_asked_gives_no_answer) {
+TEST_F(channel_end_t, a_peer_dropped_or_a_server_ended_while_it_is_asked_gives_no_answer) {
     during_take_ = [this] { fwx_host_peer_drop(peer_); };
     EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
     run();
     EXPECT_EQ(log_, (log_lines_t{"asked q", "error", "disconnected"}));
+    open(loop_);
+    run();
+    log_.clear();
+    during_take_ = [this] { end_server(); };
+    EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"asked q", "disconnected", "error"}));
+}
+
+TEST_F(channel_end_t, a_server_may_end_itself_while_it_takes) {
+    during_take_ = [this] { end_server(); };
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "error"}));
 }
 
 TEST_F(channel_end_t, unregistering_disconnects_every_peer_at_once_and_its_clients_see_errors) {
@@ -171,33 +175,12 @@ TEST_F(channel_end_t, unregistering_disconnects_every_peer_at_once_and_its_clien
     run();
     ASSERT_EQ(send("a"), 0u);
     log_.clear();
-    fwx_host_server_unregister(server_);
-    server_ = nullptr;
+    end_server();
     EXPECT_EQ(log_, (log_lines_t{"disconnected", "disconnected"}));
     EXPECT_EQ(send("b"), FWX_HOST_ERR_CHANNEL_DOWN);
     run();
     EXPECT_EQ(log_, (log_lines_t{"disconnected", "disconnected", "error", "done a 5003", "error"}));
     EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &other), FWX_HOST_ERR_NO_SERVER);
-}
-
-TEST_F(channel_end_t, a_server_may_end_itself_while_it_takes_or_answers) {
-    const auto end_server = [this] {
-        fwx_host_server_unregister(server_);
-        server_ = nullptr;
-    };
-    during_take_ = end_server;
-    ASSERT_EQ(send("a"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "error"}));
-    during_take_ = nullptr;
-    ASSERT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &server_), 0u);
-    ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan_), 0u);
-    run();
-    log_.clear();
-    during_take_ = end_server;
-    EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"asked q", "disconnected", "error"}));
 }
 
 TEST_F(channel_end_t, destroying_the_loop_ends_channels_silently_and_frees_their_messages) {
@@ -211,8 +194,7 @@ TEST_F(channel_end_t, destroying_the_loop_ends_channels_silently_and_frees_their
     EXPECT_EQ(smc_msg_chan_close(&gone), FWX_HOST_ERR_BAD_CHANNEL);
     loop_ = fwx_host_loop_create();
     EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &gone), FWX_HOST_ERR_NO_SERVER);
-    fwx_host_server_unregister(server_);
-    server_ = nullptr;
+    end_server();
     EXPECT_EQ(log_, (log_lines_t{"disconnected"}));
 }
 

@@ -2,6 +2,7 @@
 #ifndef TESTS_HOST_CHANNEL_FIXTURE_H
 #define TESTS_HOST_CHANNEL_FIXTURE_H
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -23,9 +24,7 @@ protected:
         self = this;
         loop_ = fwx_host_loop_create();
         ASSERT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &server_), 0u);
-        ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan_), 0u);
-        ASSERT_EQ(attach(chan_), 0u);
-        ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
+        open(loop_);
         run();
         log_.clear();
     }
@@ -42,9 +41,20 @@ protected:
     smc_event_t event() const { return reinterpret_cast<smc_event_t>(loop_); }
     uint32_t run() { return fwx_host_loop_run_until_idle(loop_); }
 
-    static uint32_t attach(smc_chan_t chan) {
+    std::ptrdiff_t count(const std::string &line) const { return std::count(log_.begin(), log_.end(), line); }
+
+    uint32_t try_open(fwx_host_loop_t *loop) {
+        return smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(loop), 0, on_error, &chan_);
+    }
+    void open(fwx_host_loop_t *loop) {
         const uint16_t key[] = {type_word, domain};
-        return smc_msg_handler_attach(chan, key, on_message, 0, type_word, domain);
+        ASSERT_EQ(try_open(loop), 0u);
+        ASSERT_EQ(smc_msg_handler_attach(chan_, key, on_message, 0, type_word, domain), 0u);
+        ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
+    }
+    void end_server() {
+        fwx_host_server_unregister(server_);
+        server_ = nullptr;
     }
 
     /** A message: the key, then the text. */
@@ -87,8 +97,9 @@ protected:
     }
 
     static void on_done(void *cookie, void *, uint32_t status) {
-        const auto *text = static_cast<const char *>(cookie) + 4;
-        self->log_.push_back("done " + std::string(text, 1) + " " + xcode(status));
+        char line[20];
+        snprintf(line, sizeof(line), "done %c %x", static_cast<const char *>(cookie)[4], status);
+        self->log_.emplace_back(line);
         smc_msg_tx_buffer_free(cookie);
         if (self->during_done_) self->during_done_();
     }
@@ -101,12 +112,6 @@ protected:
         if (self->during_error_) self->during_error_();
     }
     static void on_throttle(uint32_t on) { self->log_.emplace_back(on != 0 ? "throttle on" : "throttle off"); }
-
-    static std::string xcode(uint32_t code) {
-        char text[16];
-        snprintf(text, sizeof(text), "%x", code);
-        return text;
-    }
 
     static void on_connected(void *, fwx_host_peer_t *peer) {
         self->peer_ = peer;

@@ -1,4 +1,5 @@
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host_fixture.h"
@@ -6,14 +7,7 @@
 
 namespace {
 
-struct line_t {
-    fwx_host_debug_channel_t channel;
-    uint32_t level;
-    std::string text;
-    bool operator==(const line_t &other) const {
-        return channel == other.channel && level == other.level && text == other.text;
-    }
-};
+using line_t = std::tuple<fwx_host_debug_channel_t, uint32_t, std::string>;
 
 class debug_t : public host_fixture_t {
 protected:
@@ -21,7 +15,7 @@ protected:
         host_fixture_t::SetUp();
         fwx_host_debug_sink_set(
             [](void *arg, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
-                static_cast<std::vector<line_t> *>(arg)->push_back({channel, level, text});
+                static_cast<std::vector<line_t> *>(arg)->emplace_back(channel, level, text);
             },
             &lines_);
     }
@@ -61,8 +55,7 @@ TEST_F(debug_t, long_lines_arrive_whole) {
         const std::string text(length, 'x');
         lines_.clear();
         EXPECT_EQ(fwx_printf("%s", text.c_str()), static_cast<int>(length));
-        ASSERT_EQ(lines_.size(), 1u);
-        EXPECT_EQ(lines_[0].text, text);
+        EXPECT_EQ(lines_, (std::vector<line_t>{{FWX_HOST_DEBUG_CONSOLE, 0, text}}));
     }
 }
 
@@ -79,7 +72,6 @@ TEST_F(debug_t, levels_belong_to_modules) {
     fwx_host_debug_level_set(0x1c000000, 3);
     fwx_host_debug_level_set(0x1d000000, 1);
     EXPECT_EQ(fwx_get_debug_level(0x1c000000), 3u);
-    EXPECT_EQ(fwx_get_debug_level(0x1d000000), 1u);
     fwx_host_debug_level_set(0x1c000000, 0);
     EXPECT_EQ(fwx_get_debug_level(0x1c000000), 0u);
     EXPECT_EQ(fwx_get_debug_level(0x1d000000), 1u);

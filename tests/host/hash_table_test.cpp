@@ -100,6 +100,10 @@ TEST_F(hash_table_t, spreads_keys_that_differ_in_their_high_bits_only) {
 }
 
 TEST_F(hash_table_t, refuses_what_it_cannot_do) {
+    add(1);
+    fwx_host_fault_arm(FWX_HOST_OP_HASH_DELETE, 1, 0x77);
+    EXPECT_EQ(fwx_cl_hash_delete(table_, 0), 0x77u);
+    EXPECT_EQ(fwx_cl_hash_find(table_, 0), element_of(0));
     fwx_cl_hash_t *none = nullptr;
     EXPECT_EQ(fwx_cl_hash_create("bad", 31, 3, nullptr, nullptr, &none), FWX_HOST_ERR_BAD_ARG);
     EXPECT_EQ(fwx_cl_hash_create("bad", 10, 3, &none, nullptr, &none), FWX_HOST_ERR_BAD_ARG);

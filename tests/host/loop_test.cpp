@@ -40,6 +40,7 @@ protected:
 };
 
 TEST_F(loop_t, timers_run_when_due_in_order_of_due_time_and_then_of_adding) {
+    const uint64_t start = fwx_host_clock_ms();
     fwx_host_timer_add(loop_, 20, note_t::write, &c_);
     fwx_host_timer_add(loop_, 10, note_t::write, &a_);
     fwx_host_timer_add(loop_, 10, note_t::write, &b_);
@@ -53,6 +54,7 @@ TEST_F(loop_t, timers_run_when_due_in_order_of_due_time_and_then_of_adding) {
     EXPECT_EQ(fwx_host_loop_process(loop_), 2u);
     EXPECT_EQ(log_, "ab");
     fwx_host_clock_turn(1000);
+    EXPECT_EQ(fwx_host_clock_ms(), start + 1010);
     EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
     EXPECT_EQ(log_, "abc");
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1);
@@ -83,31 +85,18 @@ TEST_F(loop_t, a_timer_added_by_a_timer_waits_for_the_next_pass) {
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 4u);
 }
 
-TEST_F(loop_t, the_clock_stands_while_it_is_turned_by_hand) {
-    const uint64_t start = fwx_host_clock_ms();
-    EXPECT_EQ(fwx_host_clock_ms(), start);
-    fwx_host_clock_turn(123);
-    EXPECT_EQ(fwx_host_clock_ms(), start + 123);
-}
-
 TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable) {
-    struct reader_t {
-        int fd;
-        int calls;
-        static void read_one(void *arg) {
-            auto *reader = static_cast<reader_t *>(arg);
-            char byte = 0;
-            if (read(reader->fd, &byte, 1) == 1) ++reader->calls;
-        }
-    } reader{pipe_[0], 0};
-    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], reader_t::read_one, &reader), 0u);
-    EXPECT_EQ(fwx_host_loop_watch(loop_, pipe_[0], reader_t::read_one, &reader), static_cast<uint32_t>(EEXIST));
-    EXPECT_EQ(fwx_host_loop_watch(loop_, -1, reader_t::read_one, &reader), static_cast<uint32_t>(EBADF));
+    const auto read_one = [](void *fd) {
+        char byte = 0;
+        EXPECT_EQ(read(*static_cast<int *>(fd), &byte, 1), 1);
+    };
+    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], read_one, &pipe_[0]), 0u);
+    EXPECT_EQ(fwx_host_loop_watch(loop_, pipe_[0], read_one, &pipe_[0]), static_cast<uint32_t>(EEXIST));
+    EXPECT_EQ(fwx_host_loop_watch(loop_, -1, read_one, &pipe_[0]), static_cast<uint32_t>(EBADF));
     EXPECT_EQ(fwx_host_loop_run_once(loop_, 0), 0u);
     ASSERT_EQ(write(pipe_[1], "xy", 2), 2);
     EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
-    EXPECT_EQ(reader.calls, 2);
     fwx_host_loop_unwatch(loop_, pipe_[0]);
     ASSERT_EQ(write(pipe_[1], "z", 1), 1);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 0u);

@@ -52,30 +52,21 @@ protected:
     void TearDown() override {
         during_take_ = during_done_ = during_receive_ = during_error_ = nullptr;
         smc_msg_chan_close(&chan_);
-        fwx_host_server_unregister(server_);
-        server_ = nullptr;
+        end_server();
         run();
         fwx_host_connect_set("tested", nullptr);
         fwx_host_loop_destroy(client_loop_);
         channel_fixture_t::TearDown();
     }
 
-    uint32_t try_open() {
-        return smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(client_loop_), 0, on_error, &chan_);
-    }
-    void open() {
-        ASSERT_EQ(try_open(), 0u);
-        ASSERT_EQ(attach(chan_), 0u);
-        ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
-    }
+    uint32_t try_open() { return channel_fixture_t::try_open(client_loop_); }
+    void open() { channel_fixture_t::open(client_loop_); }
     void run() {
         while (fwx_host_loop_run_until_idle(client_loop_) + fwx_host_loop_run_until_idle(loop_) != 0) {
         }
     }
     void run_client() { fwx_host_loop_run_until_idle(client_loop_); }
     void run_server() { fwx_host_loop_run_until_idle(loop_); }
-
-    std::ptrdiff_t count(const std::string &line) const { return std::count(log_.begin(), log_.end(), line); }
 
     runtime_directory_t directory_;
     fwx_host_loop_t *client_loop_ = nullptr;

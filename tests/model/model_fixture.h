@@ -111,10 +111,14 @@ protected:
         return chan;
     }
 
-    void send(const message_t &msg) {
+    static void *buffer_with(const message_t &msg) {
         void *buffer = nullptr;
-        ASSERT_EQ(smc_msg_tx_buffer_alloc(msg.size(), &buffer), 0u);
+        EXPECT_EQ(smc_msg_tx_buffer_alloc(msg.size(), &buffer), 0u);
         std::memcpy(buffer, msg.data(), msg.size());
+        return buffer;
+    }
+    void send(const message_t &msg) {
+        void *buffer = buffer_with(msg);
         ASSERT_EQ(smc_async_msg_sends(chan_, buffer, buffer, msg.size(), on_done), 0u);
     }
 
@@ -141,9 +145,7 @@ protected:
 
     /** Answer to a synchronous command, empty when there is none. */
     message_t ask(const message_t &msg) {
-        void *buffer = nullptr;
-        EXPECT_EQ(smc_msg_tx_buffer_alloc(msg.size(), &buffer), 0u);
-        std::memcpy(buffer, msg.data(), msg.size());
+        void *buffer = buffer_with(msg);
         message_t answer(20, 0xee);
         const uint32_t code = smc_sync_msg_send(chan_, buffer, msg.size(), answer.data(), answer.size());
         smc_msg_tx_buffer_free(buffer);

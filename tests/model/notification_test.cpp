@@ -1,9 +1,11 @@
+#include <tuple>
+
 #include "model_fixture.h"
 #include "platform/cgm.h"
 
 namespace {
 
-class notification_t : public model_fixture_t {};
+using notification_t = model_fixture_t;
 
 TEST_F(notification_t, goes_to_nobody_who_has_not_asked) {
     EXPECT_EQ(fwx_nat64_model_wakeup(model_), FWX_HOST_ERR_CHANNEL_DOWN);
@@ -11,6 +13,12 @@ TEST_F(notification_t, goes_to_nobody_who_has_not_asked) {
     EXPECT_EQ(result_of(command(1, 32)), 0u);
     EXPECT_EQ(fwx_nat64_model_wakeup(model_), 0u);
     EXPECT_EQ(run().size(), 1u) << "the second client has not asked";
+}
+
+/** An unsolicited message that tells of an event. */
+message_t told(uint32_t event, size_t size) {
+    message_t msg(size, 0);
+    return msg.put<uint16_t>(0, 0xc001).put<uint16_t>(2, 96).put<uint32_t>(16, event);
 }
 
 TEST_F(notification_t, carries_its_fields_where_the_client_reads_them) {
@@ -22,32 +30,20 @@ TEST_F(notification_t, carries_its_fields_where_the_client_reads_them) {
     EXPECT_EQ(fwx_nat64_model_notify_mapping(model_, 5, true, 77), 0u);
     EXPECT_EQ(fwx_nat64_model_notify_mapping(model_, 6, false, 0), 0u);
     EXPECT_EQ(fwx_nat64_model_notify_debug(model_, 5, 1), 0u);
-    const std::vector<message_t> got = run();
-    ASSERT_EQ(got.size(), 7u);
-    const uint32_t events[] = {0, 0, 1, 2, 3, 3, 4};
-    for (size_t i = 0; i < got.size(); ++i) {
-        EXPECT_EQ(got[i].part(0, 16), (std::vector<uint8_t>{0x01, 0xc0, 0x60, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-        EXPECT_EQ(got[i].u32(16), events[i]);
-    }
-    EXPECT_EQ(got[0].u32(20), 0x22u);
-    EXPECT_EQ(got[0].u32(24), 0x11u);
-    EXPECT_EQ(got[0].u32(32), 0x33u);
-    EXPECT_EQ(got[0].u16(40), 1u);
-    EXPECT_EQ(got[1].u16(40), 0u);
-    EXPECT_EQ(got[4].u32(20), 5u);
-    EXPECT_EQ(got[4].u32(28), 77u);
-    EXPECT_EQ(got[4][61], 0u);
-    EXPECT_EQ(got[5][61], 1u);
-    EXPECT_EQ(got[6].u32(20), 5u);
-    EXPECT_EQ(got[6].u32(24), 1u);
+    const std::vector<message_t> expected = {
+        told(0, 44).put<uint32_t>(20, 0x22).put<uint32_t>(24, 0x11).put<uint32_t>(32, 0x33).put<uint16_t>(40, 1),
+        told(0, 44),
+        told(1, 20),
+        told(2, 20),
+        told(3, 64).put<uint32_t>(20, 5).put<uint32_t>(28, 77),
+        told(3, 64).put<uint32_t>(20, 6).put<uint8_t>(61, 1),
+        told(4, 28).put<uint32_t>(20, 5).put<uint32_t>(24, 1),
+    };
+    EXPECT_EQ(run(), expected);
 }
 
-struct seen_t {
-    uint32_t op, batch_id, async;
-    const void *data;
-    void *ctx;
-};
-seen_t seen;
+using notice_t = std::tuple<uint32_t, uint32_t, uint32_t, const void *, void *>;
+notice_t seen;
 
 uint32_t on_cgm(uint32_t op, void **data, uint32_t batch_id, uint32_t async, void *, void *ctx) {
     seen = {op, batch_id, async, data == nullptr ? nullptr : *data, ctx};
@@ -61,15 +57,9 @@ TEST_F(notification_t, of_the_classifier_reaches_its_client_in_both_forms) {
     const uint8_t data[24] = {1, 2, 3};
     int ctx = 0;
     EXPECT_EQ(fwx_nat64_model_cgm_end_batch(7, false, nullptr), 0x77u);
-    EXPECT_EQ(seen.op, 2u);
-    EXPECT_EQ(seen.batch_id, 7u);
-    EXPECT_EQ(seen.async, 0u);
+    EXPECT_EQ(seen, notice_t(2, 7, 0, nullptr, nullptr));
     EXPECT_EQ(fwx_nat64_model_cgm_update(8, data, true, &ctx), 0x77u);
-    EXPECT_EQ(seen.op, 4u);
-    EXPECT_EQ(seen.batch_id, 8u);
-    EXPECT_EQ(seen.async, 1u);
-    EXPECT_EQ(seen.data, data);
-    EXPECT_EQ(seen.ctx, &ctx);
+    EXPECT_EQ(seen, notice_t(4, 8, 1, data, &ctx));
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 namespace {
 
-class server_t : public model_fixture_t {};
+using server_t = model_fixture_t;
 
 TEST_F(server_t, answers_a_configuration_command_with_a_result_that_echoes_context_and_epoch) {
     const message_t reply = reply_to(config(14, 8, {3, 300}));
@@ -11,9 +11,6 @@ TEST_F(server_t, answers_a_configuration_command_with_a_result_that_echoes_conte
         0x00, 0xc0, 0x60, 0x00, 0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0, 0x88, 0x77, 0x66, 0x55,
         0x44, 0x33, 0x22, 0x11, 0xfe, 0xca, 0xad, 0x0b, 0, 0, 0, 0, 0, 0, 0, 0, 0,    0,    0,    0};
     EXPECT_EQ(reply, expected);
-    uint32_t value = 0;
-    EXPECT_TRUE(fwx_nat64_model_timeout(model_, 3, &value));
-    EXPECT_EQ(value, 300u);
 }
 
 TEST_F(server_t, answers_each_command_with_its_type) {
@@ -40,9 +37,7 @@ TEST_F(server_t, answers_each_command_with_its_type) {
         const message_t reply = reply_to(sent);
         EXPECT_EQ(reply.u16(0), type);
         EXPECT_EQ(reply.size(), size) << "type " << type;
-        EXPECT_EQ(reply.u16(2), 96u);
-        EXPECT_EQ(reply.u64(16), 0x1122334455667788u);
-        EXPECT_EQ(reply.u32(24), 0x0badcafeu);
+        EXPECT_EQ(reply.part(2, 30), sent.part(2, 30)) << "type " << type;
         EXPECT_EQ(reply.u32(32), 0u) << "type " << type;
     }
     EXPECT_EQ(fwx_nat64_model_counts(model_).commands, std::size(cases));
@@ -100,13 +95,6 @@ TEST_F(server_t, counts_what_it_cannot_answer) {
     EXPECT_EQ(fwx_nat64_model_counts(model_).malformed, std::size(cases));
 }
 
-TEST_F(server_t, takes_only_the_right_init_code) {
-    EXPECT_EQ(result_of(command(2, 40).put<uint32_t>(32, 0x00010091)), FWX_NAT64_MODEL_ERR_VALUE);
-    EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010091)).u32(16), FWX_NAT64_MODEL_ERR_VALUE);
-    EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0u);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 2u);
-}
-
 TEST_F(server_t, answers_control_commands_at_once) {
     const message_t end = ask(sync_command(3, 24).put<uint32_t>(16, 21).put<uint32_t>(20, 7));
     EXPECT_EQ(end, (std::vector<uint8_t>{0x03, 0x80, 0x60, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
@@ -119,22 +107,22 @@ TEST_F(server_t, answers_control_commands_at_once) {
     EXPECT_EQ(classifier.data[0], 0xab);
 }
 
-TEST_F(server_t, refuses_malformed_synchronous_messages) {
-    const struct {
-        message_t command;
-        uint32_t result;
-    } cases[] = {
-        {sync_command(3, 25).put<uint32_t>(16, 21), FWX_NAT64_MODEL_ERR_MALFORMED},
-        {sync_command(3, 18), FWX_NAT64_MODEL_ERR_MALFORMED},
-        {sync_command(2, 24).put<uint16_t>(2, 1), FWX_NAT64_MODEL_ERR_MALFORMED},
-        {config(14, 8, {3, 300}), FWX_NAT64_MODEL_ERR_MALFORMED},
-        {sync_command(3, 28).put<uint32_t>(16, 14), FWX_NAT64_MODEL_ERR_UNKNOWN},
-        {sync_command(4, 20), FWX_NAT64_MODEL_ERR_UNKNOWN},
+TEST_F(server_t, refuses_malformed_synchronous_messages_and_any_init_code_but_one) {
+    const uint32_t malformed = FWX_NAT64_MODEL_ERR_MALFORMED, unknown = FWX_NAT64_MODEL_ERR_UNKNOWN;
+    const std::pair<message_t, uint32_t> cases[] = {
+        {sync_command(3, 25).put<uint32_t>(16, 21), malformed}, {sync_command(3, 18), malformed},
+        {sync_command(2, 24).put<uint16_t>(2, 1), malformed},   {config(14, 8, {3, 300}), malformed},
+        {sync_command(3, 28).put<uint32_t>(16, 14), unknown},   {sync_command(4, 20), unknown},
     };
     for (const auto &[sent, result] : cases) {
         EXPECT_EQ(ask(sent).u32(16), result);
     }
     EXPECT_EQ(fwx_nat64_model_counts(model_).malformed, std::size(cases));
+    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 0u);
+    EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010091)).u32(16), FWX_NAT64_MODEL_ERR_VALUE);
+    EXPECT_EQ(result_of(command(2, 40).put<uint32_t>(32, 0x00010091)), FWX_NAT64_MODEL_ERR_VALUE);
+    EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0u);
+    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 2u);
 }
 
 TEST_F(server_t, has_its_name_to_itself) {

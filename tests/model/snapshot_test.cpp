@@ -1,12 +1,10 @@
+#include <utility>
+
 #include "model_fixture.h"
 
 namespace {
 
-struct part_t {
-    uint32_t op_code;
-    std::vector<uint8_t> payload;
-    bool operator==(const part_t &other) const { return op_code == other.op_code && payload == other.payload; }
-};
+using part_t = std::pair<uint32_t, std::vector<uint8_t>>; /* op code and payload */
 
 class snapshot_t : public model_fixture_t {
 protected:
@@ -16,7 +14,8 @@ protected:
             model,
             [](void *arg, uint32_t op_code, const void *payload, size_t size) {
                 const auto *bytes = static_cast<const uint8_t *>(payload);
-                static_cast<std::vector<part_t> *>(arg)->push_back({op_code, {bytes, bytes + size}});
+                static_cast<std::vector<part_t> *>(arg)->emplace_back(op_code,
+                                                                      std::vector<uint8_t>(bytes, bytes + size));
             },
             &parts);
         return parts;
@@ -52,11 +51,10 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_same_configuration) {
     EXPECT_EQ(parts.size(), 17U);
 
     fwx_nat64_model_t *fresh = fwx_nat64_model_create(loop_, "another model");
-    for (const part_t &part : parts) {
-        EXPECT_EQ(fwx_nat64_model_restore(fresh, part.op_code, part.payload.data(), part.payload.size()), 0U)
-            << part.op_code;
-        EXPECT_EQ(fwx_nat64_model_restore(fresh, part.op_code, part.payload.data(), part.payload.size() - 1),
-                  FWX_NAT64_MODEL_ERR_MALFORMED);
+    for (const auto &[op_code, payload] : parts) {
+        const uint8_t *bytes = payload.data();
+        EXPECT_EQ(fwx_nat64_model_restore(fresh, op_code, bytes, payload.size()), 0U) << op_code;
+        EXPECT_EQ(fwx_nat64_model_restore(fresh, op_code, bytes, payload.size() - 1), FWX_NAT64_MODEL_ERR_MALFORMED);
     }
     EXPECT_EQ(save(fresh), parts);
     EXPECT_EQ(fwx_nat64_model_restore(fresh, 99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
