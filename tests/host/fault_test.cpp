@@ -3,14 +3,12 @@
 #include <deque>
 #include <map>
 #include <string>
-#include <type_traits>
 #include <utility>
 
-#include "host_fixture.h"
 #include "platform/cgm.h"
 #include "platform/runtime.h"
 #include "platform/smc.h"
-#include "platform/tbm.h"
+#include "tree_bitmap_fixture.h"
 
 namespace {
 
@@ -20,9 +18,6 @@ constexpr uint32_t unprepared = 2;    /* what a call reports that found nothing 
 constexpr uint16_t handler_key[] = {0xc000, 96};
 constexpr uint8_t leaf_keys[] = {0, 1, 2, 3, 4, 5, 6, 7};
 
-uint32_t leaf_contents(void *, void *, void *, void *) {
-    return 0;
-}
 uint32_t ignore_notice(uint32_t, void **, uint32_t, uint32_t, void *, void *) {
     return 0;
 }
@@ -30,11 +25,7 @@ void ignore_message(void *, void *, void *, size_t) {}
 
 constexpr cgm_client_reg_t cgm_client{ignore_notice, 21, 0};
 
-/** An empty tree of the same complex is reclaimed by this. */
-tbm_t *make_tree(uint32_t complex_mask, uint32_t *result) {
-    static const uint32_t strides[] = {4, 4};
-    return tbm_init_v4(0, 0, 2, complex_mask, strides, 0, 0, nullptr, leaf_contents, nullptr, 8, nullptr, result);
-}
+const std::vector<uint32_t> strides = {4, 4};
 
 /** Things for the operations to work on, and a place for what they make. */
 struct world_t {
@@ -102,7 +93,7 @@ struct world_t {
     fwx_host_loop_t *loop = fwx_host_loop_create();
     smc_event_t event = reinterpret_cast<smc_event_t>(loop);
     fwx_host_server_t *server = nullptr;
-    tbm_t *tree = make_tree(1, nullptr);
+    tbm_t *tree = make_tree(strides, 8, 1, nullptr);
     tbm_leaf_t *leaf = nullptr; /* on no tree */
     void *head = nullptr;
     char reply[4] = {};
@@ -127,19 +118,6 @@ template <typename made_t, typename free_t>
 uint32_t made_of(made_t *made, free_t give_back) {
     give_back(made);
     return made == nullptr ? null_returned : 0;
-}
-
-/** The code of a tree operation, which goes behind its arguments; what it returns is null when it fails. */
-template <typename operation_t, typename... args_t>
-uint32_t code_of(operation_t operation, args_t... args) {
-    uint32_t result = 1;
-    if constexpr (std::is_void_v<decltype(operation(args..., &result))>) {
-        operation(args..., &result);
-    } else {
-        const bool is_null = !operation(args..., &result);
-        EXPECT_EQ(is_null, result != 0);
-    }
-    return result;
 }
 
 /** Calls an operation once and returns its code. */
@@ -187,7 +165,7 @@ const std::map<fwx_host_op_t, call_t> calls = {
     {FWX_HOST_OP_SYNC_SEND,
      [](world_t &w) { return smc_sync_msg_send(w.chans[0], w.buffers[0], 16, w.reply, sizeof(w.reply)); }},
     {FWX_HOST_OP_CGM_REGISTER, [](world_t &) { return cgm_int_register_client(21, &cgm_client); }},
-    {FWX_HOST_OP_TBM_INIT, [](world_t &) { return code_of(make_tree, 2U); }},
+    {FWX_HOST_OP_TBM_INIT, [](world_t &) { return code_of(make_tree, strides, 8U, 2U); }},
     {FWX_HOST_OP_TBM_LEAF_SIZE, [](world_t &w) { return code_of(tbm_get_leaf_size, w.tree); }},
     {FWX_HOST_OP_TBM_EXACT_MATCH, [](world_t &w) { return code_of(tbm_exact_match, w.tree, leaf_keys, 8U); }},
     {FWX_HOST_OP_TBM_LEAF_INIT, [](world_t &w) { return code_of(tbm_leaf_init, w.tree, w.leaf, leaf_keys, 8U); }},

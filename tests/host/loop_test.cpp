@@ -13,13 +13,14 @@ protected:
         loop_ = fwx_host_loop_create();
         ASSERT_NE(loop_, nullptr);
         fwx_host_clock_turn(0);
-        ASSERT_EQ(pipe(pipe_), 0);
+        ASSERT_EQ(pipe(pipe_) + pipe(other_), 0);
     }
 
     void TearDown() override {
         fwx_host_loop_destroy(loop_);
-        close(pipe_[0]);
-        close(pipe_[1]);
+        for (const int fd : {pipe_[0], pipe_[1], other_[0], other_[1]}) {
+            close(fd);
+        }
         host_fixture_t::TearDown();
     }
 
@@ -33,8 +34,21 @@ protected:
         }
     };
 
+    static void write_and_add_again(void *arg) {
+        auto *test = static_cast<loop_t *>(arg);
+        test->log_ += '+';
+        if (test->log_.size() < 5) fwx_host_timer_add(test->loop_, 0, write_and_add_again, test);
+    }
+    static void write_and_end_watches(void *arg) {
+        auto *test = static_cast<loop_t *>(arg);
+        test->log_ += '-';
+        fwx_host_loop_unwatch(test->loop_, test->pipe_[0]);
+        fwx_host_loop_unwatch(test->loop_, test->other_[0]);
+    }
+
     fwx_host_loop_t *loop_ = nullptr;
     int pipe_[2] = {-1, -1};
+    int other_[2] = {-1, -1};
     std::string log_;
     note_t a_{&log_, 'a'}, b_{&log_, 'b'}, c_{&log_, 'c'};
 };
@@ -71,17 +85,9 @@ TEST_F(loop_t, a_timer_that_was_taken_back_does_not_run) {
 }
 
 TEST_F(loop_t, a_timer_added_by_a_timer_waits_for_the_next_pass) {
-    struct again_t {
-        fwx_host_loop_t *loop;
-        int runs;
-        static void run(void *arg) {
-            auto *again = static_cast<again_t *>(arg);
-            if (++again->runs < 5) fwx_host_timer_add(again->loop, 0, run, again);
-        }
-    } again{loop_, 0};
-    fwx_host_timer_add(loop_, 0, again_t::run, &again);
+    fwx_host_timer_add(loop_, 0, write_and_add_again, this);
     EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
-    EXPECT_EQ(again.runs, 1);
+    EXPECT_EQ(log_, "+");
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 4u);
 }
 
@@ -114,28 +120,11 @@ TEST_F(loop_t, the_descriptor_of_a_loop_can_be_watched_by_another) {
 }
 
 TEST_F(loop_t, a_watch_can_end_itself_and_its_neighbour_from_within_its_callback) {
-    struct ender_t {
-        fwx_host_loop_t *loop;
-        int fds[2];
-        int calls;
-        static void run(void *arg) {
-            auto *ender = static_cast<ender_t *>(arg);
-            ++ender->calls;
-            for (const int fd : ender->fds) {
-                fwx_host_loop_unwatch(ender->loop, fd);
-            }
-        }
-    } ender{loop_, {pipe_[0], -1}, 0};
-    int other[2];
-    ASSERT_EQ(pipe(other), 0);
-    ender.fds[1] = other[0];
-    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], ender_t::run, &ender), 0u);
-    ASSERT_EQ(fwx_host_loop_watch(loop_, other[0], ender_t::run, &ender), 0u);
-    ASSERT_EQ(write(pipe_[1], "x", 1) + write(other[1], "x", 1), 2);
+    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], write_and_end_watches, this), 0u);
+    ASSERT_EQ(fwx_host_loop_watch(loop_, other_[0], write_and_end_watches, this), 0u);
+    ASSERT_EQ(write(pipe_[1], "x", 1) + write(other_[1], "x", 1), 2);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
-    EXPECT_EQ(ender.calls, 1);
-    close(other[0]);
-    close(other[1]);
+    EXPECT_EQ(log_, "-");
 }
 
 }  // namespace

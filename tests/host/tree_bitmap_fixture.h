@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "host_fixture.h"
@@ -32,6 +33,19 @@ inline uint32_t give_contents(void *unused, void *buffer, void *app_leaf, void *
 inline tbm_t *make_tree(const std::vector<uint32_t> &strides, uint32_t max_key_len, uint32_t mask, uint32_t *result) {
     return tbm_init_v4(7, 6, static_cast<uint16_t>(strides.size()), mask, strides.data(), 1, 0, nullptr, give_contents,
                        nullptr, max_key_len, nullptr, result);
+}
+
+/** The code of a tree operation, which goes behind its arguments; what it returns is null when it fails. */
+template <typename operation_t, typename... args_t>
+uint32_t code_of(operation_t operation, args_t... args) {
+    uint32_t result = 1;
+    if constexpr (std::is_void_v<decltype(operation(args..., &result))>) {
+        operation(args..., &result);
+    } else {
+        const bool is_null = !operation(args..., &result);
+        EXPECT_TRUE(is_null || result == 0);
+    }
+    return result;
 }
 
 /* As many bytes as the key has, so that a read behind them is seen; the bits behind its length are garbage. */
@@ -80,26 +94,17 @@ protected:
         EXPECT_EQ(leaf_size % 16, 0u);
         blocks_.emplace_back(leaf_size + 16);
         auto *leaf = reinterpret_cast<tbm_leaf_t *>(blocks_.back().data());
-        uint32_t result = 1;
-        tbm_leaf_init(tree_, leaf, bytes_of(key).data(), static_cast<uint32_t>(key.size()), &result);
-        EXPECT_EQ(result, 0u);
+        const std::vector<uint8_t> bytes = bytes_of(key);
+        EXPECT_EQ(code_of(tbm_leaf_init, tree_, leaf, bytes.data(), static_cast<uint32_t>(key.size())), 0u);
         return leaf;
     }
-    uint32_t insert(tbm_leaf_t *leaf) {
-        uint32_t result = 1;
-        tbm_leaf_insert(tree_, leaf, &result);
-        return result;
-    }
+    uint32_t insert(tbm_leaf_t *leaf) { return code_of(tbm_leaf_insert, tree_, leaf); }
     tbm_leaf_t *add(const bits_t &key) {
         tbm_leaf_t *leaf = prepare(key);
         EXPECT_EQ(insert(leaf), 0u);
         return leaf;
     }
-    uint32_t remove(tbm_leaf_t *leaf) {
-        uint32_t result = 1;
-        tbm_leaf_delete(tree_, leaf, &result);
-        return result;
-    }
+    uint32_t remove(tbm_leaf_t *leaf) { return code_of(tbm_leaf_delete, tree_, leaf); }
     tbm_leaf_t *exact(const bits_t &key) {
         uint32_t result = 1;
         tbm_leaf_t *leaf = tbm_exact_match(tree_, bytes_of(key).data(), static_cast<uint32_t>(key.size()), &result);

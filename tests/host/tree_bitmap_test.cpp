@@ -42,9 +42,7 @@ TEST_F(tree_bitmap_t, stride_maps_of_no_use_and_a_missing_callback_are_refused) 
         uint32_t max_key_len;
     } maps[] = {{{6, 7}, 8}, {{6, 0, 6}, 8}, {rule_strides, 67}, {{0, 0}, 1}, {{}, 1}};
     for (const auto &map : maps) {
-        uint32_t result = 0;
-        EXPECT_EQ(make_tree(map.strides, map.max_key_len, tree_mask, &result), nullptr);
-        EXPECT_EQ(result, FWX_HOST_ERR_BAD_ARG);
+        EXPECT_EQ(code_of(make_tree, map.strides, map.max_key_len, tree_mask), FWX_HOST_ERR_BAD_ARG);
         EXPECT_EQ(make_tree(map.strides, map.max_key_len, tree_mask, nullptr), nullptr);
     }
     uint32_t result = 0;
@@ -63,32 +61,21 @@ TEST_F(tree_bitmap_t, malformed_trees_keys_and_leaves_are_refused) {
         uint32_t key_len;
     } keys[] = {{nullptr, key, 0}, {tree_, nullptr, 0}, {tree_, key, 67}};
     for (const auto &bad : keys) {
-        uint32_t results[3] = {};
-        EXPECT_EQ(tbm_exact_match(bad.tree, bad.key, bad.key_len, &results[0]), nullptr);
-        EXPECT_EQ(tbm_first_leaf(bad.tree, bad.key, bad.key_len, &results[1]), nullptr);
+        EXPECT_EQ(code_of(tbm_exact_match, bad.tree, bad.key, bad.key_len), FWX_HOST_ERR_BAD_ARG);
+        EXPECT_EQ(code_of(tbm_first_leaf, bad.tree, bad.key, bad.key_len), FWX_HOST_ERR_BAD_ARG);
+        EXPECT_EQ(code_of(tbm_leaf_init, bad.tree, leaf, bad.key, bad.key_len), FWX_HOST_ERR_BAD_ARG);
         EXPECT_EQ(fwx_host_tbm_longest_match(bad.tree, bad.key, bad.key_len, nullptr), nullptr);
-        tbm_leaf_init(bad.tree, leaf, bad.key, bad.key_len, &results[2]);
-        for (const uint32_t result : results) {
-            EXPECT_EQ(result, FWX_HOST_ERR_BAD_ARG);
-        }
         tbm_exact_match(bad.tree, bad.key, bad.key_len, nullptr);
     }
     const std::pair<tbm_t *, tbm_leaf_t *> leaves[] = {{nullptr, leaf}, {tree_, nullptr}, {tree_, shifted}};
     for (const auto &[tree, bad_leaf] : leaves) {
-        uint32_t results[3] = {};
-        tbm_leaf_init(tree, bad_leaf, key, 1, &results[0]);
-        tbm_leaf_insert(tree, bad_leaf, &results[1]);
-        tbm_leaf_delete(tree, bad_leaf, &results[2]);
-        for (const uint32_t result : results) {
-            EXPECT_EQ(result, FWX_HOST_ERR_BAD_ARG);
-        }
+        EXPECT_EQ(code_of(tbm_leaf_init, tree, bad_leaf, key, 1U), FWX_HOST_ERR_BAD_ARG);
+        EXPECT_EQ(code_of(tbm_leaf_insert, tree, bad_leaf), FWX_HOST_ERR_BAD_ARG);
+        EXPECT_EQ(code_of(tbm_leaf_delete, tree, bad_leaf), FWX_HOST_ERR_BAD_ARG);
         tbm_leaf_delete(tree, bad_leaf, nullptr);
     }
-    uint32_t result = 0;
-    EXPECT_EQ(tbm_first_leaf(tree_, key, 1, &result), nullptr);
-    EXPECT_EQ(result, FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(tbm_get_leaf_size(nullptr, &result), 0u);
-    EXPECT_EQ(result, FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(code_of(tbm_first_leaf, tree_, key, 1U), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(code_of(tbm_get_leaf_size, static_cast<tbm_t *>(nullptr)), FWX_HOST_ERR_BAD_ARG);
     EXPECT_EQ(remove(leaf), FWX_HOST_ERR_NO_KEY);
     EXPECT_EQ(counts().leaves, 0u);
 }
@@ -98,10 +85,8 @@ TEST_F(tree_bitmap_t, an_armed_fault_fails_its_operation_without_effect) {
     tbm_leaf_t *inside = add("0");
     tbm_leaf_t *outside = prepare("1");
     const uint8_t key = 0;
-    uint32_t result = 0;
     fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INIT, 1, 77);
-    tbm_leaf_init(tree_, outside, &key, 1, &result);
-    EXPECT_EQ(result, 77u);
+    EXPECT_EQ(code_of(tbm_leaf_init, tree_, outside, &key, 1U), 77u);
     fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INSERT, 1, 78);
     EXPECT_EQ(insert(outside), 78u);
     fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_DELETE, 1, 79);

@@ -33,8 +33,7 @@ TEST_F(misbehaviour_t, fails_the_next_commands_without_carrying_them_out) {
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0x1234u);
     const message_t rule = reply_to(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 8).put<uint32_t>(44, 9));
     EXPECT_EQ(rule.u32(32), 0x1234u);
-    EXPECT_EQ(rule.part(40, 24),
-              (std::vector<uint8_t>{8, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(rule.words(40, 6), (words_t{8, 9, 0, 1, 0, 0}));
     uint32_t value = 0;
     EXPECT_FALSE(fwx_nat64_model_timeout(model_, 3, &value));
     EXPECT_EQ(fwx_nat64_model_totals(model_).rules, 0u);

@@ -23,12 +23,6 @@ struct message_t : std::vector<uint8_t> {
         if (offset + sizeof(value) <= size()) std::memcpy(data() + offset, &value, sizeof(value));
         return *this;
     }
-    message_t &put(size_t offset, const std::vector<uint8_t> &bytes) {
-        for (size_t i = 0; i < bytes.size(); ++i) {
-            put<uint8_t>(offset + i, bytes[i]);
-        }
-        return *this;
-    }
     template <typename value_t>
     value_t get(size_t offset) const {
         value_t value{};
@@ -39,12 +33,21 @@ struct message_t : std::vector<uint8_t> {
     uint16_t u16(size_t offset) const { return get<uint16_t>(offset); }
     uint32_t u32(size_t offset) const { return get<uint32_t>(offset); }
     uint64_t u64(size_t offset) const { return get<uint64_t>(offset); }
+    std::vector<uint32_t> words(size_t offset, size_t count) const {
+        std::vector<uint32_t> found(count);
+        for (size_t i = 0; i < count; ++i) {
+            found[i] = u32(offset + 4 * i);
+        }
+        return found;
+    }
     std::vector<uint8_t> part(size_t offset, size_t length) const {
         EXPECT_LE(offset + length, size());
         return offset + length <= size() ? std::vector<uint8_t>(data() + offset, data() + offset + length)
                                          : std::vector<uint8_t>{};
     }
 };
+
+using words_t = std::vector<uint32_t>;
 
 /** An asynchronous command with context 0x1122334455667788 and epoch 0x0badcafe. */
 inline message_t command(uint16_t msgno, size_t size) {
@@ -140,6 +143,16 @@ protected:
         const std::vector<message_t> replies = replies_to(msg);
         EXPECT_EQ(replies.size(), 1u);
         return replies.size() == 1 ? replies[0] : message_t(256, 0xff);
+    }
+    /** How many the model holds of each kind. */
+    words_t totals() const {
+        const fwx_nat64_stats_sys_entry_t now = fwx_nat64_model_totals(model_);
+        words_t found;
+        for (const uint64_t total : {now.interfaces, now.prefixes, now.static_mappings, now.dynamic_mappings, now.pools,
+                                     now.pool_ranges, now.loggings, now.rules, now.sessions}) {
+            found.push_back(static_cast<uint32_t>(total));
+        }
+        return found;
     }
     uint32_t result_of(const message_t &msg) { return reply_to(msg).u32(32); }
 

@@ -35,10 +35,7 @@ TEST_F(query_t, gives_the_totals_as_one_record) {
     const message_t reply = reply_to(command(4, 40));
     ASSERT_EQ(reply.size(), 120u);
     EXPECT_EQ(reply.u32(40), 0u);
-    const uint64_t totals[] = {1, 0, 1, 0, 2, 0, 0, 0, 1};
-    for (size_t i = 0; i < 9; ++i) {
-        EXPECT_EQ(reply.u64(48 + 8 * i), totals[i]) << i;
-    }
+    EXPECT_EQ(reply.words(48, 18), (words_t{1, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0}));
 }
 
 TEST_F(query_t, lists_interfaces_and_limits) {
@@ -49,14 +46,9 @@ TEST_F(query_t, lists_interfaces_and_limits) {
     fwx_nat64_model_sessions_generate(model_, 3);
     const message_t interfaces = reply_to(command(5, 32));
     ASSERT_EQ(interfaces.size(), 48u + 2 * 24);
-    EXPECT_EQ(interfaces.u32(44), 2u);
-    const uint32_t words[] = {5, 1, 0, 1500, 2, 0, 6, 1, 1, 0, 0, 0};
-    for (size_t i = 0; i < std::size(words); ++i) {
-        EXPECT_EQ(interfaces.u32(48 + 4 * i), words[i]) << i;
-    }
+    EXPECT_EQ(interfaces.words(44, 13), (words_t{2, 5, 1, 0, 1500, 2, 0, 6, 1, 1, 0, 0, 0}));
     const message_t limits = reply_to(command(8, 56).put<uint32_t>(36, 1).put<uint32_t>(48, 10));
-    EXPECT_EQ(limits.u32(44), 1u);
-    EXPECT_EQ(limits.part(48, 16), (std::vector<uint8_t>{1, 0, 0, 0, 0x70, 0x17, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(limits.words(44, 5), (words_t{1, 1, 6000, 3, 0}));
 }
 
 TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
@@ -64,15 +56,12 @@ TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
     fwx_nat64_model_reply_limit_set(model_, 3 * 24 + 23);
     const std::vector<message_t> replies = replies_to(all(6, 100));
     ASSERT_EQ(replies.size(), 3u);
-    const struct {
-        uint32_t more, entries;
-        uint64_t cookie;
-    } expected[] = {{2, 3, 4}, {1, 3, 7}, {0, 1, 0}};
+    const uint32_t more[] = {2, 1, 0};
+    const words_t cookie_and_entries[] = {{4, 0, 3}, {7, 0, 3}, {0, 0, 1}};
     for (size_t i = 0; i < replies.size(); ++i) {
-        EXPECT_EQ(replies[i].u32(40), expected[i].more);
-        EXPECT_EQ(replies[i].u64(48), expected[i].cookie);
-        EXPECT_EQ(replies[i].u32(56), expected[i].entries);
-        EXPECT_EQ(replies[i].size(), 64 + 24 * expected[i].entries);
+        EXPECT_EQ(replies[i].u32(40), more[i]);
+        EXPECT_EQ(replies[i].words(48, 3), cookie_and_entries[i]);
+        EXPECT_EQ(replies[i].size(), 64 + 24 * cookie_and_entries[i][2]);
         EXPECT_EQ(replies[i].u32(64), 1 + 3 * i) << "first pool of the reply";
     }
 }
@@ -80,11 +69,9 @@ TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
 TEST_F(query_t, stops_at_the_count_and_goes_on_from_its_cookie) {
     add_pools(5);
     const message_t first = reply_to(all(6, 2));
-    EXPECT_EQ(first.u32(56), 2u);
-    EXPECT_EQ(first.u64(48), 3u);
+    EXPECT_EQ(first.words(48, 3), (words_t{3, 0, 2}));
     const message_t rest = reply_to(all(6, 3, 3));
-    EXPECT_EQ(rest.u32(56), 3u);
-    EXPECT_EQ(rest.u64(48), 0u) << "complete";
+    EXPECT_EQ(rest.words(48, 3), (words_t{0, 0, 3})) << "complete";
     EXPECT_EQ(rest.u32(64), 3u);
 }
 
@@ -94,11 +81,7 @@ TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
     EXPECT_EQ(result_of(range.put<uint8_t>(59, 1).put<uint8_t>(79, 9)), 0u); /* ::1 to ::9 */
     fwx_nat64_model_sessions_generate(model_, 5);
     message_t pools = reply_to(all(6, 10));
-    EXPECT_EQ(pools.u32(68), 1u);
-    EXPECT_EQ(pools.u64(72), 4u + 9u);
-    EXPECT_EQ(pools.u64(80), 3u);
-    EXPECT_EQ(pools.u64(96), 4u);
-    EXPECT_EQ(pools.u64(104), 2u);
+    EXPECT_EQ(pools.words(64, 12), (words_t{1, 1, 4 + 9, 0, 3, 0, 2, 0, 4, 0, 2, 0}));
     EXPECT_EQ(result_of(config(6, 44, {1, 1}).put<uint32_t>(60, 1).put<uint8_t>(64, 0xff)), 0u); /* :: to ff00:: */
     pools = reply_to(all(6, 10));
     EXPECT_EQ(pools.u64(72), UINT64_MAX);
@@ -112,14 +95,9 @@ TEST_F(query_t, lists_static_mappings_before_dynamic_ones) {
     EXPECT_EQ(result_of(config(11, 80, {5})), 0u);
     fwx_nat64_model_sessions_generate(model_, 3);
     const message_t first = reply_to(all(7, 2));
-    EXPECT_EQ(first.part(64, 48), (std::vector<uint8_t>{9, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0,  //
-                                                        1, 0, 0, 0, 0, 0, 0, 0,                          //
-                                                        4, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0,  //
-                                                        2, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(first.words(64, 12), (words_t{9, 1, 1, 0, 1, 0, 4, 2, 1, 0, 2, 0}));
     const message_t second = reply_to(all(7, 2, first.u64(48)));
-    EXPECT_EQ(second.u32(56), 1u);
-    EXPECT_EQ(second.u32(64), 5u);
-    EXPECT_EQ(second.u64(48), 0u);
+    EXPECT_EQ(second.words(48, 5), (words_t{0, 0, 1, 0, 5}));
     EXPECT_EQ(result_of(config(12, 8, {4, 1})), 0u);
     EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 2u) << "a mapping's sessions end with it";
 }
@@ -143,14 +121,8 @@ TEST_F(query_t, refuses_what_it_cannot_answer_with_zero_counts) {
 TEST_F(query_t, makes_the_same_sessions_every_time) {
     fwx_nat64_model_sessions_generate(model_, 70000);
     const message_t page = reply_to(walk(1, 1, (uint64_t{2} << 32) + 65537));
-    EXPECT_EQ(page.part(72, 64),
-              (std::vector<uint8_t>{0x01, 0x00, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00,                 //
-                                    1,    0,    0,    0,    0x20, 0x01, 0x0d, 0xb8, 0, 0x64, 0, 0,  //
-                                    0,    0,    0,    0,    0x00, 0x01, 0x00, 0x01,                 //
-                                    0,    0,    0,    0,    198,  19,   0,    1,    0, 0,    0, 0,  //
-                                    0,    0,    0,    0,    0,    0,    0,    0,                    //
-                                    0x01, 0x08, 0xbb, 0x01, 17,   0,    0,    0,                    //
-                                    0,    0,    0,    0,    0,    0,    0,    0}));
+    EXPECT_EQ(page.words(72, 16), (words_t{0x00010001, 2, 1, 0xb80d0120, 0x00006400, 0, 0x01000100, 0, 0x010013c6, 0, 0,
+                                           0, 0x01bb0801, 17, 0, 0}));
     fwx_nat64_model_sessions_generate(model_, UINT64_MAX);
     EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 1000000u);
 }
@@ -163,8 +135,7 @@ TEST_F(query_t, walks_sessions_page_by_page) {
     const uint32_t counts[] = {3, 3, 1}, more[] = {1, 1, 0};
     for (size_t i = 0; i < pages.size(); ++i) {
         EXPECT_EQ(pages[i].u32(40), counts[i]);
-        EXPECT_EQ(pages[i].u32(48), more[i]);
-        EXPECT_EQ(pages[i].u32(52), 0u) << "not stopped";
+        EXPECT_EQ(pages[i].words(48, 2), (words_t{more[i], 0})) << "not stopped";
         EXPECT_EQ(pages[i].u32(64), 0u);
         EXPECT_EQ(pages[i].size(), 72 + 64 * counts[i]);
     }
@@ -189,9 +160,7 @@ TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
     const std::vector<message_t> pages = replies_to(walk(4, 6));
     ASSERT_EQ(pages.size(), 2u);
     EXPECT_EQ(pages[0].u32(52), 0u);
-    EXPECT_EQ(pages[1].u32(40), 2u);
-    EXPECT_EQ(pages[1].u32(48), 0u);
-    EXPECT_EQ(pages[1].u32(52), 1u);
+    EXPECT_EQ(pages[1].words(40, 4), (words_t{2, 0, 0, 1}));
     EXPECT_EQ(walked(walk(4, 0, pages[1].u64(56))), 4u) << "the rest";
     EXPECT_EQ(replies_to(walk(5, 10)).back().u32(52), 0u) << "a limit that all sessions fit is no early end";
 }
@@ -212,8 +181,8 @@ TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
     EXPECT_EQ(walked(walk(7).put<uint32_t>(56, 17)), 50u);
     EXPECT_EQ(walked(walk(7).put<uint32_t>(76, 0x0100000a)), 1u);
     EXPECT_EQ(walked(walk(7).put<uint32_t>(76, 0x0900000a)), 0u);
-    message_t by_ipv6 = walk(7).put<uint32_t>(72, 1);
-    EXPECT_EQ(walked(by_ipv6.put(76, {0x20, 0x01, 0x0d, 0xb8, 0, 0x64, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42})), 1u);
+    message_t by_ipv6 = walk(7).put<uint32_t>(72, 1).put<uint32_t>(76, 0xb80d0120).put<uint32_t>(80, 0x00006400);
+    EXPECT_EQ(walked(by_ipv6.put<uint8_t>(91, 42)), 1u);
 
     EXPECT_EQ(result_of(config(19, 104, {17})), 0u);
     EXPECT_EQ(walked(walk(7)), 52u);

@@ -18,49 +18,45 @@ protected:
 struct outcome_t {
     const char *what;
     message_t command;
-    uint32_t result, rule_id, domain_id, rule_type, op, cleanup, bmr_index;
+    uint32_t result;
+    words_t words; /* rule, domain, type, operation, clean-up, index */
 };
 
 TEST_F(rules_t, get_the_lowest_free_index_and_a_clean_up_after_the_last) {
     const uint32_t exists = FWX_NAT64_MODEL_ERR_EXISTS, no_entry = FWX_NAT64_MODEL_ERR_NO_ENTRY,
                    value = FWX_NAT64_MODEL_ERR_VALUE;
     const outcome_t outcomes[] = {
-        {"first", basic(1, 10, 1), 0, 10, 1, 0, 1, 0, 1},
-        {"same rule in another domain", basic(1, 10, 2), 0, 10, 2, 0, 1, 0, 2},
-        {"third", basic(1, 11, 1), 0, 11, 1, 0, 1, 0, 3},
-        {"added again", basic(1, 10, 2), exists, 10, 2, 0, 1, 0, 2},
-        {"deleted", basic(3, 10, 1), 0, 10, 1, 0, 3, 0, 1},
-        {"deleted again", basic(3, 10, 1), no_entry, 10, 1, 0, 3, 0, 0},
-        {"second deleted", basic(3, 10, 2), 0, 10, 2, 0, 3, 0, 2},
-        {"the lowest free index", basic(1, 12, 0), 0, 12, 0, 0, 1, 0, 1},
-        {"the next one", basic(1, 13, 0), 0, 13, 0, 0, 1, 0, 2},
-        {"behind the last", basic(1, 14, 0), 0, 14, 0, 0, 1, 0, 4},
-        {"rule 0", basic(1, 0, 1), value, 0, 1, 0, 1, 0, 0},
-        {"IPv6 length 65", basic(1, 15, 1).put<uint8_t>(56, 65), value, 15, 1, 0, 1, 0, 0},
-        {"IPv4 length 33", basic(1, 15, 1).put<uint8_t>(64, 33), value, 15, 1, 0, 1, 0, 0},
-        {"modified", basic(2, 14, 0), value, 14, 0, 0, 2, 0, 0},
-        {"default rule", by_default(1, 7), 0, 7, 0, 1, 1, 0, 0},
-        {"default rule again", by_default(1, 7), exists, 7, 0, 1, 1, 0, 0},
-        {"default rule modified", by_default(2, 7), 0, 7, 0, 1, 2, 0, 0},
-        {"default rule 0", by_default(1, 0), value, 0, 0, 1, 1, 0, 0},
-        {"operation 0", by_default(0, 7), value, 7, 0, 1, 0, 0, 0},
-        {"delete of another default rule", by_default(3, 8), no_entry, 8, 0, 1, 3, 0, 0},
-        {"default rule deleted", by_default(3, 7), 0, 7, 0, 1, 3, 0, 0},
-        {"down to two", basic(3, 11, 1), 0, 11, 1, 0, 3, 0, 3},
-        {"down to one", basic(3, 12, 0), 0, 12, 0, 0, 3, 0, 1},
-        {"still one", basic(3, 14, 0), 0, 14, 0, 0, 3, 0, 4},
-        {"the last", basic(3, 13, 0), 0, 13, 0, 0, 3, 1, 2},
-        {"from 1 again", basic(1, 20, 0), 0, 20, 0, 0, 1, 0, 1},
+        {"first", basic(1, 10, 1), 0, {10, 1, 0, 1, 0, 1}},
+        {"same rule in another domain", basic(1, 10, 2), 0, {10, 2, 0, 1, 0, 2}},
+        {"third", basic(1, 11, 1), 0, {11, 1, 0, 1, 0, 3}},
+        {"added again", basic(1, 10, 2), exists, {10, 2, 0, 1, 0, 2}},
+        {"deleted", basic(3, 10, 1), 0, {10, 1, 0, 3, 0, 1}},
+        {"deleted again", basic(3, 10, 1), no_entry, {10, 1, 0, 3, 0, 0}},
+        {"second deleted", basic(3, 10, 2), 0, {10, 2, 0, 3, 0, 2}},
+        {"the lowest free index", basic(1, 12, 0), 0, {12, 0, 0, 1, 0, 1}},
+        {"the next one", basic(1, 13, 0), 0, {13, 0, 0, 1, 0, 2}},
+        {"behind the last", basic(1, 14, 0), 0, {14, 0, 0, 1, 0, 4}},
+        {"rule 0", basic(1, 0, 1), value, {0, 1, 0, 1, 0, 0}},
+        {"IPv6 length 65", basic(1, 15, 1).put<uint8_t>(56, 65), value, {15, 1, 0, 1, 0, 0}},
+        {"IPv4 length 33", basic(1, 15, 1).put<uint8_t>(64, 33), value, {15, 1, 0, 1, 0, 0}},
+        {"modified", basic(2, 14, 0), value, {14, 0, 0, 2, 0, 0}},
+        {"default rule", by_default(1, 7), 0, {7, 0, 1, 1, 0, 0}},
+        {"default rule again", by_default(1, 7), exists, {7, 0, 1, 1, 0, 0}},
+        {"default rule modified", by_default(2, 7), 0, {7, 0, 1, 2, 0, 0}},
+        {"default rule 0", by_default(1, 0), value, {0, 0, 1, 1, 0, 0}},
+        {"operation 0", by_default(0, 7), value, {7, 0, 1, 0, 0, 0}},
+        {"delete of another default rule", by_default(3, 8), no_entry, {8, 0, 1, 3, 0, 0}},
+        {"default rule deleted", by_default(3, 7), 0, {7, 0, 1, 3, 0, 0}},
+        {"down to two", basic(3, 11, 1), 0, {11, 1, 0, 3, 0, 3}},
+        {"down to one", basic(3, 12, 0), 0, {12, 0, 0, 3, 0, 1}},
+        {"still one", basic(3, 14, 0), 0, {14, 0, 0, 3, 0, 4}},
+        {"the last", basic(3, 13, 0), 0, {13, 0, 0, 3, 1, 2}},
+        {"from 1 again", basic(1, 20, 0), 0, {20, 0, 0, 1, 0, 1}},
     };
     for (const outcome_t &expected : outcomes) {
         const message_t reply = reply_to(expected.command);
         EXPECT_EQ(reply.u32(32), expected.result) << expected.what;
-        EXPECT_EQ(reply.u32(40), expected.rule_id) << expected.what;
-        EXPECT_EQ(reply.u32(44), expected.domain_id) << expected.what;
-        EXPECT_EQ(reply.u32(48), expected.rule_type) << expected.what;
-        EXPECT_EQ(reply.u32(52), expected.op) << expected.what;
-        EXPECT_EQ(reply.u32(56), expected.cleanup) << expected.what;
-        EXPECT_EQ(reply.u32(60), expected.bmr_index) << expected.what;
+        EXPECT_EQ(reply.words(40, 6), expected.words) << expected.what;
     }
     EXPECT_EQ(fwx_nat64_model_totals(model_).rules, 1u);
 }
