@@ -110,12 +110,13 @@ TEST_F(shm_channel_t, flow_control_counts_what_the_server_has_not_taken_and_repo
 }
 
 TEST_F(shm_channel_t, closing_completes_with_0_what_the_server_took_unnoticed_and_takes_back_the_rest) {
+    during_take_ = [this] { fwx_host_server_pause(server_, 1); };
     ASSERT_EQ(send("a"), 0u);
-    run_client();
-    run_server();
     ASSERT_EQ(send("b"), 0u);
     run_client();
+    run_server();
     ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+    fwx_host_server_pause(server_, 0);
     run();
     EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0", "done b 5005", "disconnected"}));
 }
