@@ -142,6 +142,7 @@ protected:
 };
 
 TEST_F(tree_bitmap_memory_t, exhausted_memory_refuses_a_leaf_and_leaves_the_tree_as_it_was) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); /* a process of its own, without what earlier tests gave back */
     make(rule_strides, 66);
     EXPECT_EXIT(std::_Exit(exhaust()), testing::ExitedWithCode(0), "");
 }
