@@ -31,6 +31,7 @@ descriptor_t shm_segment_make() {
 
 shm_mapping_t shm_segment_map(const descriptor_t &segment) {
     if (!is_sound(segment.get())) return nullptr;
-    void *memory = mmap(nullptr, segment_bytes, PROT_READ | PROT_WRITE, MAP_SHARED, segment.get(), 0);
+    constexpr int flags = MAP_SHARED | MAP_POPULATE; /* no message waits for a page */
+    void *memory = mmap(nullptr, segment_bytes, PROT_READ | PROT_WRITE, flags, segment.get(), 0);
     return memory == MAP_FAILED ? nullptr : shm_mapping_t(static_cast<shm_segment_t *>(memory));
 }
