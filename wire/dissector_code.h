@@ -68,15 +68,15 @@ local operations = { "add", "modify", "delete" }
 local families = { [0] = "IPv4" }
 
 -- Of each kind of field: how it is declared, and how its bytes are shown.
-local function add_little_endian(spec, tree, range) return tree:add_le(spec.field, range) end
+local function add_little_endian(shape, tree, range) return tree:add_le(shape.field, range) end
 local function number(display, names)
   return {
-    declare = function(spec) spec.field = field(unsigned[spec.width], spec.abbrev, spec.name, display, names) end,
+    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names) end,
     add = add_little_endian,
   }
 end
 local function simple(make, add)
-  return { declare = function(spec) spec.field = field(make, spec.abbrev, spec.name) end, add = add }
+  return { declare = function(shape) shape.field = field(make, shape.abbrev, shape.name) end, add = add }
 end
 local kinds = {
   number = number(base.DEC),
@@ -84,61 +84,61 @@ local kinds = {
   flag = simple("bool", add_little_endian),
   operation = number(base.DEC, operations),
   code = number(base.HEX, result_names),
-  bytes = simple("bytes", function(spec, tree, range) return tree:add(spec.field, range) end),
-  ipv4 = simple("ipv4", function(spec, tree, range) return tree:add(spec.field, range) end),
+  bytes = simple("bytes", function(shape, tree, range) return tree:add(shape.field, range) end),
+  ipv4 = simple("ipv4", function(shape, tree, range) return tree:add(shape.field, range) end),
   ipv4_swapped = simple("ipv4", add_little_endian),
-  ipv6_swapped = simple("ipv6", function(spec, tree, range)
-    return tree:add(spec.field, range, ipv6(reversed(range:bytes())))
+  ipv6_swapped = simple("ipv6", function(shape, tree, range)
+    return tree:add(shape.field, range, ipv6(reversed(range:bytes())))
   end),
   address = {
-    declare = function(spec)
-      spec.field = field("none", spec.abbrev, spec.name)
-      spec.family = field("uint32", spec.abbrev .. ".family", "family", base.DEC, families)
-      spec.ipv4 = field("ipv4", spec.abbrev .. ".ipv4", "address")
-      spec.ipv6 = field("ipv6", spec.abbrev .. ".ipv6", "address")
+    declare = function(shape)
+      shape.field = field("none", shape.abbrev, shape.name)
+      shape.family = field("uint32", shape.abbrev .. ".family", "family", base.DEC, families)
+      shape.ipv4 = field("ipv4", shape.abbrev .. ".ipv4", "address")
+      shape.ipv6 = field("ipv6", shape.abbrev .. ".ipv6", "address")
     end,
-    add = function(spec, tree, range)
-      local item = tree:add(spec.field, range)
-      item:add_le(spec.family, range(0, 4))
+    add = function(shape, tree, range)
+      local item = tree:add(shape.field, range)
+      item:add_le(shape.family, range(0, 4))
       if range(0, 4):le_uint() == 0 then
         item:append_text(": " .. tostring(range(4, 4):ipv4()))
-        item:add(spec.ipv4, range(4, 4))
+        item:add(shape.ipv4, range(4, 4))
         item:add(f_reserved, range(8))
       else
         item:append_text(": " .. tostring(range(4, 16):ipv6()))
-        item:add(spec.ipv6, range(4, 16))
+        item:add(shape.ipv6, range(4, 16))
       end
       return item
     end,
   },
   prefix = {
-    declare = function(spec)
-      spec.field = field("none", spec.abbrev, spec.name)
-      spec.ipv6 = field("ipv6", spec.abbrev .. ".ipv6", "prefix")
-      spec.bits = field("uint8", spec.abbrev .. ".length", "length")
+    declare = function(shape)
+      shape.field = field("none", shape.abbrev, shape.name)
+      shape.ipv6 = field("ipv6", shape.abbrev .. ".ipv6", "prefix")
+      shape.bits = field("uint8", shape.abbrev .. ".length", "length")
     end,
-    add = function(spec, tree, range)
+    add = function(shape, tree, range)
       local address = ipv6(range(0, 12):bytes())
-      local item = tree:add(spec.field, range)
+      local item = tree:add(shape.field, range)
       item:append_text(": " .. tostring(address) .. "/" .. range(15, 1):uint())
-      item:add(spec.ipv6, range(0, 12), address)
+      item:add(shape.ipv6, range(0, 12), address)
       item:add(f_reserved, range(12, 3))
-      item:add(spec.bits, range(15, 1))
+      item:add(shape.bits, range(15, 1))
       return item
     end,
   },
 }
 
--- A spec is { name, offset, width, kind } as it stands in the tables.
-local function declare(specs, prefix)
+-- A shape is { name, offset, width, kind } as it stands in the tables.
+local function declare(shapes, prefix)
   local by_name = {}
-  for _, spec in ipairs(specs) do
-    spec.name, spec.offset, spec.width, spec.kind = spec[1], spec[2], spec[3], spec[4]
-    spec.abbrev = (spec.kind == "code" or spec.selects) and spec.name or prefix .. spec.name
-    kinds[spec.kind].declare(spec)
-    by_name[spec.name] = spec
+  for _, shape in ipairs(shapes) do
+    shape.name, shape.offset, shape.width, shape.kind = shape[1], shape[2], shape[3], shape[4]
+    shape.abbrev = (shape.kind == "code" or shape.selects) and shape.name or prefix .. shape.name
+    kinds[shape.kind].declare(shape)
+    by_name[shape.name] = shape
   end
-  for _, spec in ipairs(specs) do spec.length = by_name[spec.name .. "_len"] end
+  for _, shape in ipairs(shapes) do shape.length = by_name[shape.name .. "_len"] end
 end
 
 local by_type = {} -- messages by direction and type word
@@ -156,18 +156,18 @@ end
 nat64.fields = fields
 
 -- Adds the fields that end before `limit` of a record that starts at `start`, and the reserved bytes between them.
-local function add_fields(tree, specs, buffer, start, at, limit)
-  for _, spec in ipairs(specs) do
-    local from = start + spec.offset
-    if from + spec.width > limit then break end
+local function add_fields(tree, shapes, buffer, start, at, limit)
+  for _, shape in ipairs(shapes) do
+    local from = start + shape.offset
+    if from + shape.width > limit then break end
     add_reserved(tree, buffer, at, from)
-    local item = kinds[spec.kind].add(spec, tree, buffer(from, spec.width))
-    local length = spec.length
+    local item = kinds[shape.kind].add(shape, tree, buffer(from, shape.width))
+    local length = shape.length
     if length and start + length.offset < limit then
       item:append_text("/" .. buffer(start + length.offset, 1):uint())
     end
-    if spec.selects then item:append_text(" (" .. spec.selects .. ")") end
-    at = from + spec.width
+    if shape.selects then item:append_text(" (" .. shape.selects .. ")") end
+    at = from + shape.width
   end
   return at
 end
@@ -209,9 +209,9 @@ end
 
 -- The result of a message from the server, or null.
 local function result_of(message, buffer)
-  local spec = message.fields[1]
-  if not spec or spec.kind ~= "code" or buffer:len() < spec.offset + 4 then return nil end
-  return buffer(spec.offset, 4):le_uint()
+  local shape = message.fields[1]
+  if not shape or shape.kind ~= "code" or buffer:len() < shape.offset + 4 then return nil end
+  return buffer(shape.offset, 4):le_uint()
 end
 
 local function check_length(message, buffer, result)
