@@ -15,7 +15,7 @@ constexpr uint64_t limit_of_unsent = uint64_t{64} << 20; /* bytes for a client t
 class shm_peer_t final : public fwx_host_peer, public shm_end_t {
 public:
     shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection);
-    ~shm_peer_t() override { forget_unsent(); }
+    ~shm_peer_t() override;
 
     bool is_linked() const override { return connection_ != nullptr; }
     bool has_message() override;
@@ -34,7 +34,6 @@ private:
     bool has_work();
     void answer(uint32_t number, const message_t &question);
     void send_unsent();
-    void forget_unsent();
 
     std::unique_ptr<shm_connection_t> connection_; /* null once the client is gone or was cut off */
     shm_reader_t requests_;
@@ -55,6 +54,12 @@ shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connec
     if (!connection_->start(*this)) connection_.reset();
 }
 
+shm_peer_t::~shm_peer_t() {
+    while (!unsent_.empty()) {
+        message_free(unsent_.pop());
+    }
+}
+
 bool shm_peer_t::has_message() {
     connection_->set_asleep(false);
     if (!requests_.has_record()) requests_.refresh();
@@ -68,13 +73,12 @@ void shm_peer_t::take_one() {
     message_t *message = requests_.is_broken() ? nullptr : message_alloc(record.size);
     if (message == nullptr) return detach();
     requests_.copy_to(message->bytes(), record);
-    if (!requests_.pop(record)) {
+    has_read_ = requests_.pop(record);
+    if (!has_read_) {
         detach();
     } else if (record.tag == 0) {
-        has_read_ = true;
         server->ops.received(server->ctx, this, message->bytes(), message->size);
     } else {
-        has_read_ = true;
         answer(record.tag, *message);
     }
     message_free(message);
@@ -127,12 +131,6 @@ void shm_peer_t::send_unsent() {
         message_free(unsent_.pop());
     }
     connection_->set_wants_room(!unsent_.empty());
-}
-
-void shm_peer_t::forget_unsent() {
-    while (!unsent_.empty()) {
-        message_free(unsent_.pop());
-    }
 }
 
 void shm_peer_t::hung_up() {

@@ -91,7 +91,7 @@ received_t local_link_t::front() {
 
 void local_link_t::pop(void *bytes) {
     message_t *message = received.pop();
-    if (bytes != nullptr && message->size != 0) memcpy(bytes, message->bytes(), message->size);
+    if (bytes != nullptr) memcpy(bytes, message->bytes(), message->size);
     message_free(message);
 }
 

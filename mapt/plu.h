@@ -67,6 +67,9 @@ uint32_t fwx_mapt_plu_create_rule_hash(void);
 
 fwx_mapt_rule_hash_elem_t *fwx_mapt_find_pending_rule_hash_elem(uint32_t rule_id, uint32_t domain_id);
 fwx_mapt_rule_hash_elem_t *fwx_mapt_find_rule_hash_elem(uint32_t rule_id, uint32_t domain_id);
+/** 1 or 0. */
+uint32_t fwx_mapt_pending_rule_hash_elem_exists(uint32_t rule_id, uint32_t domain_id);
+uint32_t fwx_mapt_rule_hash_elem_exists(uint32_t rule_id, uint32_t domain_id);
 /** 0, FWX_NAT64_ERR_EXISTS, or the facility's code. */
 uint32_t fwx_mapt_add_pending_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
 uint32_t fwx_mapt_add_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);

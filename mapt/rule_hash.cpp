@@ -84,6 +84,14 @@ fwx_mapt_rule_hash_elem_t *fwx_mapt_find_rule_hash_elem(uint32_t rule_id, uint32
     return find(fwx_mapt_plu_rule_hash, key_of(rule_id, domain_id));
 }
 
+uint32_t fwx_mapt_pending_rule_hash_elem_exists(uint32_t rule_id, uint32_t domain_id) {
+    return fwx_mapt_find_pending_rule_hash_elem(rule_id, domain_id) != nullptr ? 1 : 0;
+}
+
+uint32_t fwx_mapt_rule_hash_elem_exists(uint32_t rule_id, uint32_t domain_id) {
+    return fwx_mapt_find_rule_hash_elem(rule_id, domain_id) != nullptr ? 1 : 0;
+}
+
 uint32_t fwx_mapt_add_pending_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
     return enter(pending_table, elem);
 }

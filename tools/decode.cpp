@@ -6,19 +6,10 @@
 #include <cstring>
 
 #include "platform/runtime.h"
+#include "tools/hex.h"
 #include "wire/messages.h"
 
 namespace {
-
-std::string hex_digits(const uint8_t *bytes, size_t size) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (size_t i = 0; i < size; ++i) {
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 15];
-    }
-    return text;
-}
 
 std::string hex_number(uint64_t value) {
     uint8_t bytes[sizeof value];

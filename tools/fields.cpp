@@ -6,6 +6,8 @@
 #include <charconv>
 #include <cstring>
 
+#include "tools/hex.h"
+
 namespace {
 
 constexpr uint32_t family_ipv6 = 1;
@@ -56,16 +58,6 @@ void read_prefix(const std::string &option, const std::string &text, const prefi
     }
     std::memcpy(out, address, form.max_length / 8);
     length = static_cast<uint8_t>(bits);
-}
-
-bool parse_hex(const std::string &text, uint8_t *out, size_t bytes) {
-    if (text.size() != 2 * bytes) return false;
-    for (size_t i = 0; i < bytes; ++i) {
-        const char *digits = text.data() + 2 * i;
-        auto [stop, error] = std::from_chars(digits, digits + 2, out[i], 16);
-        if (error != std::errc() || stop != digits + 2) return false;
-    }
-    return true;
 }
 
 using read_fn_t = std::function<void(const std::string &text)>;

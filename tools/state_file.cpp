@@ -6,39 +6,22 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <vector>
 
 #include "platform/runtime.h"
+#include "tools/hex.h"
 #include "tools/outcome.h"
 
 namespace {
 
 constexpr int version = 1;
 
-std::string to_hex(const void *payload, size_t size) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (size_t i = 0; i < size; ++i) {
-        const uint8_t byte = static_cast<const uint8_t *>(payload)[i];
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
-}
-
-/* Empty for a text that is not hexadecimal. */
-std::string from_hex(const std::string &text) {
-    if (text.size() % 2 != 0 || text.find_first_not_of("0123456789abcdef") != std::string::npos) return "";
-    std::string bytes;
-    for (size_t i = 0; i < text.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
-    }
-    return bytes;
-}
-
 std::string restore(const json_t &parts, fwx_nat64_model_t *model) {
     size_t index = 0;
     for (const json_t &part : parts) {
-        const std::string payload = from_hex(part.at("payload").get<std::string>());
+        const std::string digits = part.at("payload").get<std::string>();
+        std::vector<uint8_t> payload(digits.size() / 2);
+        if (!parse_hex(digits, payload.data(), payload.size())) payload.clear(); /* is no part of any kind */
         const uint32_t rc =
             fwx_nat64_model_restore(model, part.at("op_code").get<uint32_t>(), payload.data(), payload.size());
         if (rc != 0) return "part " + std::to_string(index) + ": " + xerr_strerror(rc);
@@ -78,7 +61,7 @@ std::string state_file_write(const std::string &path, const fwx_nat64_model_t *m
     fwx_nat64_model_save(
         model,
         [](void *arg, uint32_t op_code, const void *payload, size_t size) {
-            static_cast<json_t *>(arg)->push_back({{"op_code", op_code}, {"payload", to_hex(payload, size)}});
+            static_cast<json_t *>(arg)->push_back({{"op_code", op_code}, {"payload", hex_digits(payload, size)}});
         },
         &parts);
     const json_t state = {{"version", version}, {"parts", std::move(parts)}};

@@ -2,7 +2,7 @@
 # Programs in C and C++ are built against an installed and moved library, with pkg-config and with CMake, and run; the
 # installed natctl finds the library.
 # usage: consumer_test.sh SOURCE_DIR BUILD_DIR CC CXX
-set -euo pipefail
+set -euo pipefail # so that no grep may stop early (-q): what writes to it would fail
 here=$1/tests/delivery build=$2 cc=$3 cxx=$4
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -28,9 +28,9 @@ fi
 
 for consumer in "$scratch"/by_pkgconfig_{c,cpp} "$scratch"/project/consumer_{c,cpp}; do
   echo "$(basename "$consumer"): $("$consumer" 2>/dev/null)"
-  ldd "$consumer" | grep -q "libfwx_nat64.so.1 => $lib/"
+  ldd "$consumer" | grep "libfwx_nat64.so.1 => $lib/" >/dev/null
 done
 
-ldd "$scratch/prefix/bin/natctl" | grep -q "libfwx_nat64.so.1 => $scratch/prefix/"
+ldd "$scratch/prefix/bin/natctl" | grep "libfwx_nat64.so.1 => $scratch/prefix/" >/dev/null
 "$scratch/prefix/bin/natctl" timeout set --type 2 --value 60
 cmp "$scratch/prefix/share/bash-completion/completions/natctl" <("$scratch/prefix/bin/natctl" completion bash)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The Debian packages are built, installed into a scratch root, looked at and removed; nothing of them stays.
 # usage: package_test.sh BUILD_DIR
-set -euo pipefail
+set -euo pipefail # so that no grep may stop early (-q): what writes to it would fail
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 root=$scratch/root
@@ -14,7 +14,7 @@ fail() { echo "$*" >&2; exit 1; }
 
 deb_of() { echo "$scratch"/debs/"$1"_*.deb; }
 expect_depends() { # PACKAGE PATTERN
-  dpkg-deb --field "$(deb_of "$1")" Depends | grep -qE "$2" || fail "$1 does not depend on $2"
+  dpkg-deb --field "$(deb_of "$1")" Depends | grep -E "$2" >/dev/null || fail "$1 does not depend on $2"
 }
 version=$(dpkg-deb --field "$(deb_of libfwx-nat64-1)" Version)
 expect_depends libfwx-nat64-1 '(^|, )libc6 \(>= '
@@ -22,7 +22,7 @@ expect_depends libfwx-nat64-dev "^libfwx-nat64-1 \(= $version\)\$"
 expect_depends libfwx-nat64-tools "(^|, )libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools '(^|, )libedit2 '
 dpkg-deb --ctrl-tarfile "$(deb_of libfwx-nat64-1)" | tar --extract --to-stdout ./shlibs |
-  grep -q '^libfwx_nat64 1 libfwx-nat64-1 (>= ' || fail "other packages cannot depend on the library"
+  grep '^libfwx_nat64 1 libfwx-nat64-1 (>= ' >/dev/null || fail "other packages cannot depend on the library"
 
 # A root of its own, without the packages that ours depend on; no privileges needed. Scripts of packages run outside
 # it, so the linker's cache of this machine is kept from them.

@@ -8,5 +8,5 @@ if [[ -n "$needed" ]]; then
   echo "needs more than libc and the platform: $needed"
   exit 1
 fi
-readelf -d "$1" | grep -q 'SONAME.*\[libfwx_nat64\.so\.1\]'
+readelf -d "$1" | grep 'SONAME.*\[libfwx_nat64\.so\.1\]' >/dev/null
 echo "$(wc -l <"$2") exports"

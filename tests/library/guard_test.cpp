@@ -88,8 +88,11 @@ TEST_F(guard_test_t, a_rule_without_initialised_trees_stays_installed_without_le
     fwx_nat64_mapt_reply_t reply{};
     reply.rule_id = 1;
     reply.domain_id = 2;
+    EXPECT_EQ(fwx_mapt_pending_rule_hash_elem_exists(1, 2), 1u);
+    EXPECT_EQ(fwx_mapt_rule_hash_elem_exists(1, 2), 0u);
     EXPECT_EQ(fwx_mapt_plu_add_rule(&reply), no_memory);
-    EXPECT_NE(fwx_mapt_find_rule_hash_elem(1, 2), nullptr);
+    EXPECT_EQ(fwx_mapt_pending_rule_hash_elem_exists(1, 2), 0u);
+    EXPECT_EQ(fwx_mapt_rule_hash_elem_exists(1, 2), 1u);
 }
 
 TEST_F(guard_test_t, a_complex_has_one_tree_and_its_handle_needs_a_place) {
