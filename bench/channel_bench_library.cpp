@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr char channel_name[] = "fwx_cp";
-
 uint32_t answers;
 
 void answer(void *, fwx_host_peer_t *peer, const void *msg, size_t) {
@@ -72,7 +70,7 @@ double run_in_process(const setting_t &setting) {
     pin(setting.client_cpu);
     fwx_host_loop_t *loop = fwx_host_loop_create();
     fwx_host_server_t *server = nullptr;
-    fwx_host_server_register(channel_name, loop, &ops, nullptr, &server);
+    fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, nullptr, &server);
     const double seconds = run_client(loop, setting);
     fwx_host_server_unregister(server);
     fwx_host_loop_destroy(loop);
@@ -86,16 +84,16 @@ double run_between_processes(const setting_t &setting) {
     const server_process_t process(setting.server_cpu, [&] {
         fwx_host_loop_t *loop = fwx_host_loop_create();
         fwx_host_server_t *server = nullptr;
-        fwx_host_server_register(channel_name, loop, &ops, nullptr, &server);
+        fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, nullptr, &server);
         if (fwx_host_server_listen(server, name.c_str()) != 0) return;
         for (;;) {
             fwx_host_loop_run_once(loop, -1);
         }
     });
     fwx_host_loop_t *loop = fwx_host_loop_create();
-    fwx_host_connect_set(channel_name, name.c_str());
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, name.c_str());
     const double seconds = run_client(loop, setting);
-    fwx_host_connect_set(channel_name, nullptr);
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
     fwx_host_spin_set_us(0);
     fwx_host_loop_destroy(loop);
     return seconds;

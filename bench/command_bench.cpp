@@ -33,7 +33,7 @@ struct world_t {
                 memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
                 return sizeof(fwx_nat64_sync_reply_t);
             }};
-        fwx_host_server_register("fwx_cp", loop, &ops, this, &server);
+        fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, this, &server);
         fwx_nat64_reply_cbs_t callbacks_table{};
         callbacks_table.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++callbacks; };
         fwx_nat64_bind(nullptr, loop, nullptr, &callbacks_table);

@@ -80,7 +80,7 @@ int main(int argc, char **argv) {
     static constexpr fwx_host_server_ops_t ops = {nullptr, nullptr, received, asked};
     fwx_host_loop_t *loop = fwx_host_loop_create();
     fwx_host_server_t *server = nullptr;
-    fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server);
+    fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, nullptr, &server);
     fwx_nat64_reply_cbs_t callbacks{};
     callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) {};
     if (fwx_nat64_bind(nullptr, loop, nullptr, &callbacks) != 0) return 1;

@@ -1,3 +1,5 @@
+#include <cerrno>
+
 #include "client/client.h"
 #include "client/log.h"
 #include "fwx_nat64/mapt.h"
@@ -8,10 +10,6 @@
 #include "transport/context.h"
 
 namespace {
-
-constexpr uint32_t errno_no_memory = 12;
-constexpr uint32_t errno_exists = 17;
-constexpr uint32_t errno_invalid = 22;
 
 fwx_nat64_client_info_t *client_info = nullptr; /* owned; set exactly while bound */
 uint32_t initialised = 0;
@@ -40,11 +38,11 @@ fwx_nat64_client_info_t *client_info_create(const void *client_id, const fwx_nat
 
 uint32_t fwx_nat64_bind_cmn(const void *client_id, void *ev_arg, const fwx_nat64_unsol_cbs_t *unsol_cbs,
                             const fwx_nat64_reply_cbs_t *reply_cbs) {
-    if (ev_arg == nullptr || reply_cbs == nullptr) return errno_invalid;
-    if (client_info != nullptr) return errno_exists;
+    if (ev_arg == nullptr || reply_cbs == nullptr) return EINVAL;
+    if (client_info != nullptr) return EEXIST;
 
     fwx_nat64_client_info_t *info = client_info_create(client_id, unsol_cbs, reply_cbs);
-    if (info == nullptr) return errno_no_memory;
+    if (info == nullptr) return ENOMEM;
     uint32_t rc = fwx_nat64_client_ev_setup(ev_arg, info);
     if (rc == 0) {
         client_info = info;

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr char channel_name[] = "fwx_cp";
 constexpr uint32_t fc_high_mark = 10485760;
 constexpr uint32_t fc_low_mark = 10240;
 constexpr size_t initial_rx_size_bytes = 4000;
@@ -120,7 +119,7 @@ uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint3
 
     NAT64_LOG_TRACE("\n%s attempting to connect", __func__);
     const smc_event_t event = *static_cast<const smc_event_t *>(info->smc_ev);
-    uint32_t rc = smc_msg_chan_open(channel_name, event, 0, fwx_nat64_clnt_chan_err_hndlr, &info->chan);
+    uint32_t rc = smc_msg_chan_open(FWX_NAT64_CHANNEL_NAME, event, 0, fwx_nat64_clnt_chan_err_hndlr, &info->chan);
     if (rc != 0) {
         NAT64_LOG_ERROR("\n%s open failed %s", __func__, xerr_strerror(rc));
         return FWX_NAT64_ERR_AGAIN;

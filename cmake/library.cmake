@@ -35,8 +35,14 @@ target_include_directories(fwx_nat64
   PRIVATE ${PROJECT_SOURCE_DIR})
 target_compile_options(fwx_nat64 PRIVATE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-plt -fno-threadsafe-statics -fvisibility=hidden -fno-semantic-interposition>)
+# What it exports stands in one list; the linker gets it under the one version node.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS cmake/exports.list)
+file(STRINGS cmake/exports.list FWX_NAT64_EXPORTS)
+list(JOIN FWX_NAT64_EXPORTS ";\n    " FWX_NAT64_EXPORTS)
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/exports.map @ONLY
+  CONTENT "FWX_NAT64_1 {\n  global:\n    @FWX_NAT64_EXPORTS@;\n  local:\n    *;\n};\n")
 target_link_options(fwx_nat64 PRIVATE
-  LINKER:--as-needed LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  LINKER:--as-needed LINKER:--version-script=${PROJECT_BINARY_DIR}/exports.map)
 include(CheckIPOSupported)
 check_ipo_supported(RESULT FWX_NAT64_IPO_SUPPORTED OUTPUT FWX_NAT64_IPO_OUTPUT LANGUAGES CXX)
 if(FWX_NAT64_IPO_SUPPORTED) # a command crosses four sources
@@ -46,7 +52,7 @@ set_target_properties(fwx_nat64 PROPERTIES
   LINKER_LANGUAGE C
   SOVERSION 1
   VERSION ${PROJECT_VERSION}
-  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  LINK_DEPENDS ${PROJECT_BINARY_DIR}/exports.map)
 if(FWX_NAT64_PLATFORM STREQUAL "host" AND NOT FWX_NAT64_SANITIZE)
   target_link_options(fwx_nat64 PRIVATE LINKER:-z,defs)
 endif()

@@ -24,8 +24,9 @@ void copy_if_valid(fwx_nat64_prefix_t *slot, const fwx_nat64_prefix_t &prefix, u
 
 uint32_t send_glb_prefix(const fwx_nat64_prefix_t *prefix, uint32_t add, void *pal_ctx) {
     if (fwx_nat64_client_info_get() == nullptr) return FWX_NAT64_ERR_NOT_READY;
-    if (prefix == nullptr || prefix->kind < 1 || prefix->kind > 4) return FWX_NAT64_ERR_INVALID;
-    const uint32_t op_code = prefix->kind == 2 ? FWX_NAT64_CFG_GLB_PREFIX_KIND2 : FWX_NAT64_CFG_GLB_PREFIX;
+    if (prefix == nullptr || prefix->kind < 1 || prefix->kind > FWX_NAT64_PREFIX_KIND_MAX) return FWX_NAT64_ERR_INVALID;
+    const uint32_t op_code =
+        prefix->kind == FWX_NAT64_PREFIX_KIND2 ? FWX_NAT64_CFG_GLB_PREFIX_KIND2 : FWX_NAT64_CFG_GLB_PREFIX;
     const fwx_nat64_glb_prefix_payload_t payload = {add, *prefix};
     return fwx_nat64_client_cfg_cmd_send_a(op_code, &payload, sizeof(payload), pal_ctx);
 }

@@ -6,8 +6,8 @@
 namespace {
 
 bool acceptable(const fwx_nat64_logging_t *log) {
-    return log != nullptr && log->type == 1 && log->mode == 1 && log->dest.family == FWX_NAT64_FAMILY_IPV4 &&
-           addr_ipv4_word(&log->dest) != 0 && log->dest_port != 0;
+    return log != nullptr && log->type == FWX_NAT64_LOGGING_TYPE && log->mode == FWX_NAT64_LOGGING_MODE &&
+           log->dest.family == FWX_NAT64_FAMILY_IPV4 && addr_ipv4_word(&log->dest) != 0 && log->dest_port != 0;
 }
 
 }  // namespace

@@ -6,9 +6,6 @@
 
 namespace {
 
-constexpr uint32_t dmapping_types = 8;
-constexpr uint8_t no_second_part = 4;
-
 /* Without a second part only the first byte of its slot says so. Requires: a zeroed payload. */
 uint32_t fill_dmapping(fwx_nat64_dmapping_payload_t *payload, const fwx_nat64_dmapping_t *map, const uint8_t *second) {
     if (map == nullptr) return FWX_NAT64_ERR_INVALID;
@@ -16,7 +13,7 @@ uint32_t fill_dmapping(fwx_nat64_dmapping_payload_t *payload, const fwx_nat64_dm
     if (second != nullptr) {
         fwx_memcpy(payload->second, second, sizeof(payload->second));
     } else {
-        payload->second[0] = no_second_part;
+        payload->second[0] = FWX_NAT64_DMAPPING_NO_SECOND_PART;
     }
     return 0;
 }
@@ -34,7 +31,7 @@ uint32_t fwx_nat64_smapping_set_a(uint32_t op, const fwx_nat64_smapping_t *map, 
 }
 
 uint32_t fwx_nat64_dmapping_set_a(uint32_t op, const fwx_nat64_dmapping_t *map, void *pal_ctx) {
-    if (map == nullptr || map->id == 0 || map->type >= dmapping_types) return FWX_NAT64_ERR_INVALID;
+    if (map == nullptr || map->id == 0 || map->type > FWX_NAT64_DMAPPING_TYPE_MAX) return FWX_NAT64_ERR_INVALID;
     if (op == FWX_NAT64_OP_DEL) return cfg_delete_send_a(FWX_NAT64_CFG_DMAPPING_DEL, map->id, pal_ctx);
     if (op != FWX_NAT64_OP_ADD && op != FWX_NAT64_OP_MOD) return FWX_NAT64_ERR_INVALID;
 

@@ -1,13 +1,13 @@
 #include "fwx_nat64/mapt.h"
 
+#include <cerrno>
+
 #include "client/client.h"
 #include "fwx_nat64/wire.h"
 #include "platform/runtime.h"
 #include "transport/context.h"
 
 namespace {
-
-constexpr uint32_t errno_invalid = 22;
 
 /* The server reads the prefixes as numbers in its own byte order. */
 void copy_reversed(uint8_t *dst, const uint8_t *src, size_t size) {
@@ -34,7 +34,7 @@ uint32_t change_rule_table(uint32_t op, const fwx_nat64_mapt_bmr_t *bmr) {
         case FWX_NAT64_OP_DEL:
             return fwx_mapt_plu_del_rule(bmr);
         default:
-            return errno_invalid;
+            return EINVAL;
     }
 }
 

@@ -9,21 +9,21 @@ uint32_t fwx_nat64_global_settings_set_a(const fwx_nat64_global_settings_t *sett
 }
 
 uint32_t fwx_nat64_adj_set_a(uint32_t /*op*/, const fwx_nat64_adj_t *adj, void *pal_ctx) {
-    if (adj == nullptr || adj->type == 0 || adj->type > 13) return FWX_NAT64_ERR_INVALID;
+    if (adj == nullptr || adj->type == 0 || adj->type > FWX_NAT64_ADJ_TYPE_MAX) return FWX_NAT64_ERR_INVALID;
     fwx_nat64_adj_t payload = *adj;
     addr_to_wire(&payload.address);
     return fwx_nat64_client_cfg_cmd_send_a(FWX_NAT64_CFG_ADJ_SET, &payload, sizeof(payload), pal_ctx);
 }
 
 uint32_t fwx_nat64_limit_set_a(uint32_t op, const fwx_nat64_limit_t *limit, void *pal_ctx) {
-    if (limit == nullptr || limit->type != 1) return FWX_NAT64_ERR_INVALID;
+    if (limit == nullptr || limit->type != FWX_NAT64_LIMIT_TYPE) return FWX_NAT64_ERR_INVALID;
     if (op < FWX_NAT64_OP_ADD || op > FWX_NAT64_OP_DEL) return FWX_NAT64_ERR_INVALID;
     const uint32_t op_code = op == FWX_NAT64_OP_DEL ? FWX_NAT64_CFG_LIMIT_DEL : FWX_NAT64_CFG_LIMIT_SET;
     return fwx_nat64_client_cfg_cmd_send_a(op_code, limit, sizeof(*limit), pal_ctx);
 }
 
 uint32_t fwx_nat64_service_set_a(uint32_t op, const fwx_nat64_service_t *service, void *pal_ctx) {
-    if (service == nullptr || service->type != 1) return FWX_NAT64_ERR_INVALID;
+    if (service == nullptr || service->type != FWX_NAT64_SERVICE_TYPE) return FWX_NAT64_ERR_INVALID;
     if (op != FWX_NAT64_OP_ADD && op != FWX_NAT64_OP_DEL) return FWX_NAT64_ERR_INVALID;
     const fwx_nat64_service_payload_t payload = {op == FWX_NAT64_OP_ADD ? 1U : 0U, *service};
     return fwx_nat64_client_cfg_cmd_send_a(FWX_NAT64_CFG_SERVICE_SET, &payload, sizeof(payload), pal_ctx);
@@ -36,7 +36,8 @@ uint32_t fwx_nat64_replication_set_a(uint32_t /*op*/, const fwx_nat64_replicatio
 }
 
 uint32_t fwx_nat64_timeout_set_a(uint32_t /*op*/, const fwx_nat64_timeout_t *timeout, void *pal_ctx) {
-    if (timeout == nullptr || timeout->type == 0 || timeout->type > 7) return FWX_NAT64_ERR_INVALID;
+    if (timeout == nullptr || timeout->type == 0 || timeout->type > FWX_NAT64_TIMEOUT_TYPE_MAX)
+        return FWX_NAT64_ERR_INVALID;
     return fwx_nat64_client_cfg_cmd_send_a(FWX_NAT64_CFG_TIMEOUT_SET, timeout, sizeof(*timeout), pal_ctx);
 }
 

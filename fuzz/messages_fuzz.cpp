@@ -71,7 +71,7 @@ constexpr fwx_nat64_unsol_cbs_t unsol_cbs = {nullptr, [](uint32_t, const void *r
 class session_t {
 public:
     explicit session_t(input_t &input) : input_(input), loop_(fwx_host_loop_create()) {
-        FUZZ_CHECK(fwx_host_server_register("fwx_cp", loop_, &server_ops, this, &server_) == 0);
+        FUZZ_CHECK(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop_, &server_ops, this, &server_) == 0);
         fwx_host_cgm_observe([](void *, uint32_t, void *ctx, uint32_t) { ended_by_manager(ctx); }, nullptr);
         fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
         bind();

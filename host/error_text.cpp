@@ -3,6 +3,7 @@
 #include <unordered_map>
 
 #include "fwx_host/errors.h"
+#include "fwx_nat64/result.h"
 #include "platform/runtime.h"
 
 namespace {
@@ -14,18 +15,10 @@ constexpr uint32_t largest_errno = 133;
 texts_t &texts() {
     static texts_t &all = *new texts_t{
         {0, "success"},
-        /* the client library */
-        {0x4030020b, "server not reachable, try again"},
-        {0x4030020c, "out of memory for a command"},
-        {0x4030020d, "client not bound"},
-        {0x40300216, "invalid argument of a command"},
-        {0x40300616, "null message or result pointer"},
-        {0xa030060c, "out of memory while coming up"},
-        {0xa030060d, "coming up without client info"},
-        {0xa0300216, "classifier notification not served or without its data"},
-        {0xa0300611, "rule already in the rule table"},
-        {0xa0300602, "rule not in the rule table"},
-        {0xa0300616, "rule not programmed in every lookup subtable"},
+    /* the client library */
+#define CODE_AND_TEXT(code, text) {code, text},
+        FWX_NAT64_RESULTS(CODE_AND_TEXT)
+#undef CODE_AND_TEXT
         /* this platform */
         {FWX_HOST_ERR_NO_SERVER, "no server of that channel name"},
         {FWX_HOST_ERR_BAD_CHANNEL, "no such channel"},

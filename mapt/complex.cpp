@@ -32,7 +32,7 @@ uint32_t fwx_mapt_plu_rule_insert(fwx_mapt_rule_hash_elem_t *elem) {
     }
     if (tree == nullptr) {
         rc = fwx_mapt_plu_create_tbm(only_complex, &tree);
-        if (tree == nullptr) rc = plu_no_memory;
+        if (tree == nullptr) rc = ENOMEM;
         if (rc != 0) {
             NAT64_LOG_ERROR("\n%s: error creating TBM handle (%p) for fwx (%d), rc(%s)", __func__,
                             static_cast<void *>(tree), only_complex, xerr_strerror(rc));
@@ -61,12 +61,12 @@ uint32_t fwx_mapt_plu_find_tbm(uint8_t complex, tbm_t **tree) {
 
 uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
     if (fwx_mapt_plu_tbm_info.initialised == 0) {
-        NAT64_LOG_ERROR("\n%s: TBM info has not been initialized %s", __func__, xerr_strerror(plu_invalid));
-        return plu_invalid;
+        NAT64_LOG_ERROR("\n%s: TBM info has not been initialized %s", __func__, xerr_strerror(EINVAL));
+        return EINVAL;
     }
     if (tree == nullptr) {
-        NAT64_LOG_ERROR("\n%s: TBM handle NULL %s", __func__, xerr_strerror(plu_invalid));
-        return plu_invalid;
+        NAT64_LOG_ERROR("\n%s: TBM handle NULL %s", __func__, xerr_strerror(EINVAL));
+        return EINVAL;
     }
     *tree = nullptr;
     uint32_t rc = 0;
@@ -87,8 +87,8 @@ uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
     }
     if (existing != nullptr) {
         NAT64_LOG_ERROR("\n%s: TBM handle (%p) exists for fwx(%d) %s", __func__, static_cast<void *>(existing), number,
-                        xerr_strerror(plu_exists));
-        return plu_exists;
+                        xerr_strerror(EEXIST));
+        return EEXIST;
     }
 
     tbm_t *created = init_tree(complex, &rc);
@@ -100,8 +100,8 @@ uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
         static_cast<fwx_mapt_plu_complex_t *>(fwx_calloc_named(plu_memory_tag, 1, sizeof(fwx_mapt_plu_complex_t)));
     if (record == nullptr) {
         NAT64_LOG_ERROR("\n%s: No memory to add elem to complex listfwx(%d) %s", __func__, complex,
-                        xerr_strerror(plu_no_memory));
-        return plu_no_memory;
+                        xerr_strerror(ENOMEM));
+        return ENOMEM;
     }
     record->complex = number;
     record->tree = created;

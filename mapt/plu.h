@@ -7,19 +7,18 @@
 #ifndef MAPT_PLU_H
 #define MAPT_PLU_H
 
+#include <cerrno>
+
 #include "fwx_nat64/mapt.h"
 #include "fwx_nat64/result.h"
 #include "platform/runtime.h"
 #include "platform/tbm.h"
 
 constexpr uint32_t plu_memory_tag = 96;
-constexpr uint32_t plu_no_memory = 12;
-constexpr uint32_t plu_exists = 17;
-constexpr uint32_t plu_invalid = 22;
 
 constexpr uint32_t plu_stride_slots = 12;
 constexpr uint32_t plu_tag_bits = 2;
-constexpr uint32_t plu_max_key_bits = plu_tag_bits + 64;
+constexpr uint32_t plu_max_key_bits = plu_tag_bits + FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
 constexpr uint32_t plu_key_bytes = 64;
 
 /** Parameters of every complex's tree. */

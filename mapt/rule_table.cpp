@@ -8,7 +8,8 @@ constexpr char element_pool_name[] = "VKT NAT64 MAPT Rule Hash Chunk";
 constexpr uint32_t element_pool_elements = 4096;
 
 bool fits_its_fields(const fwx_nat64_mapt_bmr_t &bmr) {
-    return bmr.v4_prefix_len <= 8 * sizeof(bmr.v4_prefix) && bmr.v6_prefix_len <= 8 * sizeof(bmr.v6_prefix);
+    return bmr.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX &&
+           bmr.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
 }
 
 uint32_t delete_pending(fwx_mapt_rule_hash_elem_t *elem, const char *caller) {
@@ -59,16 +60,15 @@ uint32_t fwx_mapt_plu_add_pending_rule(const fwx_nat64_mapt_bmr_t *bmr) {
         fwx_mapt_plu_rule_chunk =
             fwx_chunk_create(element_pool_name, sizeof(fwx_mapt_rule_hash_elem_t), element_pool_elements, 257, 4, 0);
         if (fwx_mapt_plu_rule_chunk == nullptr) {
-            NAT64_LOG_ERROR("\n%s: failed to create mapt rule hash chunk, %s", __func__, xerr_strerror(plu_no_memory));
-            return plu_no_memory;
+            NAT64_LOG_ERROR("\n%s: failed to create mapt rule hash chunk, %s", __func__, xerr_strerror(ENOMEM));
+            return ENOMEM;
         }
     }
 
     auto *elem = static_cast<fwx_mapt_rule_hash_elem_t *>(chunk_malloc(fwx_mapt_plu_rule_chunk));
     if (elem == nullptr) {
-        NAT64_LOG_ERROR("\n%s: no memory available for mapt rule hash chunk, %s", __func__,
-                        xerr_strerror(plu_no_memory));
-        return plu_no_memory;
+        NAT64_LOG_ERROR("\n%s: no memory available for mapt rule hash chunk, %s", __func__, xerr_strerror(ENOMEM));
+        return ENOMEM;
     }
     elem->rule = *bmr;
     const uint32_t rc = fwx_mapt_add_pending_rule_hash_elem(elem);

@@ -55,11 +55,11 @@ void adding_v6(const subtable_t &self, const fwx_nat64_mapt_bmr_t &rule, const l
 }
 
 void no_leaf_memory_v4(const subtable_t &self) {
-    NAT64_LOG_ERROR("\n%s:TBM leaf allocation failed, rc(%s) ", self.add_name, xerr_strerror(plu_no_memory));
+    NAT64_LOG_ERROR("\n%s:TBM leaf allocation failed, rc(%s) ", self.add_name, xerr_strerror(ENOMEM));
 }
 
 void no_leaf_memory_v6(const subtable_t &self) {
-    NAT64_LOG_ERROR("\n%s:TBM leaf allocation failed, rc(%s)", self.add_name, xerr_strerror(plu_no_memory));
+    NAT64_LOG_ERROR("\n%s:TBM leaf allocation failed, rc(%s)", self.add_name, xerr_strerror(ENOMEM));
 }
 
 void deleted_v4(const subtable_t &self) {
@@ -138,7 +138,7 @@ uint32_t add_rule(const subtable_t &subtable, tbm_t *tree, const fwx_mapt_rule_h
     void *memory = fwx_calloc_named(plu_memory_tag, 1, leaf_size + sizeof(fwx_mapt_app_leaf_t));
     if (memory == nullptr) {
         subtable.no_leaf_memory(subtable);
-        return plu_no_memory;
+        return ENOMEM;
     }
     NAT64_LOG_INFO("\n%s:new TBM leaf(%p) leaf_app_data(%p) tbm_leaf_size(%u)", name, memory,
                    static_cast<void *>(static_cast<uint8_t *>(memory) + leaf_size), leaf_size);
@@ -162,13 +162,13 @@ uint32_t add_rule(const subtable_t &subtable, tbm_t *tree, const fwx_mapt_rule_h
 uint32_t del_rule(const subtable_t &subtable, tbm_t *tree, const fwx_nat64_mapt_bmr_t *bmr) {
     const char *name = subtable.del_name;
     if (tree == nullptr) {
-        NAT64_LOG_ERROR("\n%s: tbm handle is null, rc(%s) ", name, xerr_strerror(plu_invalid));
-        return plu_invalid;
+        NAT64_LOG_ERROR("\n%s: tbm handle is null, rc(%s) ", name, xerr_strerror(EINVAL));
+        return EINVAL;
     }
     const fwx_mapt_rule_hash_elem_t *elem = fwx_mapt_find_rule_hash_elem(bmr->rule_id, bmr->domain_id);
     if (elem == nullptr) {
-        NAT64_LOG_ERROR("\n%s: hash elem does not exist, rc(%s) ", name, xerr_strerror(plu_invalid));
-        return plu_invalid;
+        NAT64_LOG_ERROR("\n%s: hash elem does not exist, rc(%s) ", name, xerr_strerror(EINVAL));
+        return EINVAL;
     }
 
     const lookup_key_t key = make_key(subtable, elem->rule);
@@ -177,8 +177,8 @@ uint32_t del_rule(const subtable_t &subtable, tbm_t *tree, const fwx_nat64_mapt_
     uint32_t rc = look_up(tree, key, name, &leaf_size, &leaf);
     if (rc != 0) return rc;
     if (leaf == nullptr) {
-        NAT64_LOG_ERROR("\n%s:TBM leaf not found, rc(%s)", name, xerr_strerror(plu_invalid));
-        return plu_invalid;
+        NAT64_LOG_ERROR("\n%s:TBM leaf not found, rc(%s)", name, xerr_strerror(EINVAL));
+        return EINVAL;
     }
     tbm_leaf_delete(tree, leaf, &rc);
     if (rc != 0) {

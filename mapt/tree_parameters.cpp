@@ -14,7 +14,7 @@ uint32_t fwx_mapt_plu_init_stride_map(uint32_t *map) {
 }
 
 uint32_t fwx_mapt_plu_init_tbm_info(fwx_mapt_plu_tbm_info_t *info) {
-    if (info == nullptr) return plu_invalid;
+    if (info == nullptr) return EINVAL;
     info->initialised = 1;
     info->param1 = 7;
     info->param2 = 6;

@@ -10,8 +10,6 @@ namespace {
 
 constexpr char module_name[] = "FWX NAT64 EA";
 
-enum cgm_op_t : uint32_t { CGM_OP_END_BATCH = 2, CGM_OP_CLASSIFIER_UPDATE = 4, CGM_OP_IGNORED = 5 };
-
 uint32_t fwx_nat64_client_ctrl_cmd_send(uint32_t op, const void *data, uint32_t len) {
     if (fwx_nat64_client_info_get() == nullptr) {
         NAT64_LOG_ERROR("\n%s - EA not initialized yet", __func__);
@@ -72,11 +70,11 @@ uint32_t fwx_nat64_cgm_notification_handler(uint32_t op, void **data, uint32_t b
                                             void * /*unused*/, void *ctx) {
     NAT64_LOG_INFO("\n%s - %s: op=%d batch_id=%d async=%d ctx=%p", module_name, __func__, op, batch_id, async, ctx);
     switch (op) {
-        case CGM_OP_END_BATCH:
+        case FWX_NAT64_CGM_OP_END_BATCH:
             return end_batch(batch_id, async, ctx, __func__);
-        case CGM_OP_CLASSIFIER_UPDATE:
+        case FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE:
             return classifier_update(data, batch_id, async, ctx);
-        case CGM_OP_IGNORED:
+        case FWX_NAT64_CGM_OP_IGNORED:
             return 0;
         default:
             return FWX_NAT64_ERR_CGM_INVALID;

@@ -7,8 +7,8 @@
 
 /**
  * Notification handler of the classifier manager.
- * @param op       2 end of batch, 4 classifier update, 5 accepted and ignored.
- * @param data     op 4: its first word is the address of 24 bytes of classifier data.
+ * @param op       FWX_NAT64_CGM_OP_END_BATCH, _CLASSIFIER_UPDATE or _IGNORED.
+ * @param data     an update: its first word is the address of 24 bytes of classifier data.
  * @param batch_id passed through to the server.
  * @param async    non-zero: the outcome goes back through cgm_notification_async_return.
  * @param ctx      the manager's context of an asynchronous notification.

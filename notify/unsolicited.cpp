@@ -51,19 +51,19 @@ uint32_t fwx_nat64_unsol_dbg_level_set(uint32_t selector, uint32_t on) {
     switch (selector) {
         case 0:
             return FWX_NAT64_ERR_INVALID;
-        case 1:
+        case FWX_NAT64_UNSOL_DEBUG_INFO:
             fwx_nat64_dbg_info_set(on);
             return 0;
-        case 2:
+        case FWX_NAT64_UNSOL_DEBUG_TRACE:
             fwx_nat64_dbg_trace_set(on);
             return 0;
-        case 3:
+        case FWX_NAT64_UNSOL_DEBUG_WARNING:
             fwx_nat64_dbg_warning_set(on);
             return 0;
-        case 4:
+        case FWX_NAT64_UNSOL_DEBUG_ERROR:
             fwx_nat64_dbg_error_set(on);
             return 0;
-        case 5:
+        case FWX_NAT64_UNSOL_DEBUG_ALL:
             fwx_nat64_dbg_info_set(on);
             fwx_nat64_dbg_trace_set(on);
             fwx_nat64_dbg_warning_set(on);

@@ -2,11 +2,10 @@
 
 #include <cstring>
 
+#include "fwx_nat64/client.h"
 #include "fwx_nat64/wire.h"
 
 namespace {
-
-constexpr char channel_name[] = "fwx_cp";
 
 void swallow(void *, fwx_host_peer_t *, const void *, size_t) {}
 
@@ -24,19 +23,19 @@ constexpr fwx_host_server_ops_t sink_ops = {nullptr, nullptr, swallow, answer_ze
 
 connection_t::connection_t(fwx_host_loop_t *loop, server_kind_t kind, const std::string &remote_name) {
     if (kind == server_kind_t::remote) {
-        result_ = fwx_host_connect_set(channel_name, remote_name.c_str());
+        result_ = fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, remote_name.c_str());
         return;
     }
     if (kind == server_kind_t::sink) {
-        result_ = fwx_host_server_register(channel_name, loop, &sink_ops, nullptr, &sink_);
+        result_ = fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &sink_ops, nullptr, &sink_);
         return;
     }
-    model_ = fwx_nat64_model_create(loop, channel_name);
+    model_ = fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME);
     if (model_ == nullptr) result_ = FWX_HOST_ERR_NAME_TAKEN;
 }
 
 connection_t::~connection_t() {
-    fwx_host_connect_set(channel_name, nullptr);
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
     fwx_host_server_unregister(sink_);
     fwx_nat64_model_destroy(model_);
 }

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "fwx_host/fwx_host.h"
+#include "fwx_nat64/client.h"
 #include "model/model.h"
 #include "platform/runtime.h"
 #include "tools/state_file.h"
@@ -14,7 +15,6 @@
 
 namespace {
 
-constexpr char channel_name[] = "fwx_cp";
 constexpr uint64_t save_delay_ms = 100; /* changes that come in a row are written once */
 
 /** Makes SIGINT and SIGTERM readable instead of deadly, while it lives. */
@@ -50,7 +50,7 @@ public:
         : options_(options),
           notes_(notes),
           loop_(fwx_host_loop_create(), fwx_host_loop_destroy),
-          model_(fwx_nat64_model_create(loop_.get(), channel_name), fwx_nat64_model_destroy) {
+          model_(fwx_nat64_model_create(loop_.get(), FWX_NAT64_CHANNEL_NAME), fwx_nat64_model_destroy) {
         fwx_nat64_model_observe_refusals(model_.get(), refused, this);
         fwx_host_loop_watch(
             loop_.get(), signals_.fd(), [](void *arg) { static_cast<server_t *>(arg)->ended_ = true; }, this);
@@ -63,7 +63,7 @@ public:
             if (!error.empty()) return error;
         }
         saved_commands_ = commands();
-        const uint32_t rc = fwx_host_server_listen(fwx_host_server_find(channel_name), options_.name.c_str());
+        const uint32_t rc = fwx_host_server_listen(fwx_host_server_find(FWX_NAT64_CHANNEL_NAME), options_.name.c_str());
         return rc == 0 ? "" : options_.name + ": " + xerr_strerror(rc);
     }
 

@@ -21,8 +21,16 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/** The messaging channel on which the server is found. */
+#define FWX_NAT64_CHANNEL_NAME "fwx_cp"
+
 /** The library's identifier towards the classifier manager. */
 #define FWX_NAT64_CGM_CLIENT_ID 20u
+
+/* The classifier manager's operations that the library takes; every other one is refused. */
+#define FWX_NAT64_CGM_OP_END_BATCH 2u         /**< the end of a batch, sent on to the server */
+#define FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE 4u /**< an update of a classifier, sent on to the server */
+#define FWX_NAT64_CGM_OP_IGNORED 5u           /**< accepted, and nothing is done */
 
 /**
  * Query callbacks. `pal_ctx` is the context given with the query; `count` is the number of further replies that follow,

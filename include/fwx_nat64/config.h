@@ -29,6 +29,17 @@ extern "C" {
 
 #define FWX_NAT64_FAMILY_IPV4 0u /**< any other value stands for IPv6 */
 
+/* What the library takes; it refuses every other value with FWX_NAT64_ERR_INVALID. */
+#define FWX_NAT64_ADJ_TYPE_MAX 13u     /**< adjacencies have types 1 to this */
+#define FWX_NAT64_TIMEOUT_TYPE_MAX 7u  /**< timeouts have types 1 to this */
+#define FWX_NAT64_DMAPPING_TYPE_MAX 7u /**< dynamic mappings have types 0 to this */
+#define FWX_NAT64_PREFIX_KIND_MAX 4u   /**< global prefixes have kinds 1 to this */
+#define FWX_NAT64_PREFIX_KIND2 2u      /**< the kind of global prefix that has an op code of its own */
+#define FWX_NAT64_LIMIT_TYPE 1u        /**< the only type of limit */
+#define FWX_NAT64_SERVICE_TYPE 1u      /**< the only type of service */
+#define FWX_NAT64_LOGGING_TYPE 1u      /**< the only type of logging */
+#define FWX_NAT64_LOGGING_MODE 1u      /**< the only mode of logging */
+
 /** An address. IPv4: a host-order 32-bit word in the first four bytes of `addr`; IPv6: its sixteen bytes. */
 typedef struct {
     uint32_t family;  /**< FWX_NAT64_FAMILY_IPV4, or IPv6 */
@@ -42,25 +53,25 @@ typedef struct {
 
 /** An adjacency. */
 typedef struct {
-    uint32_t type;            /**< 1 to 13 */
+    uint32_t type;            /**< 1 to FWX_NAT64_ADJ_TYPE_MAX */
     fwx_nat64_addr_t address; /**< address */
 } fwx_nat64_adj_t;
 
 /** A limit. */
 typedef struct {
-    uint32_t type;  /**< 1 */
+    uint32_t type;  /**< FWX_NAT64_LIMIT_TYPE */
     uint32_t value; /**< the server's */
 } fwx_nat64_limit_t;
 
 /** A service. */
 typedef struct {
-    uint32_t type;  /**< 1 */
+    uint32_t type;  /**< FWX_NAT64_SERVICE_TYPE */
     uint32_t value; /**< the server's */
 } fwx_nat64_service_t;
 
 /** A timeout. */
 typedef struct {
-    uint32_t type;  /**< 1 to 7 */
+    uint32_t type;  /**< 1 to FWX_NAT64_TIMEOUT_TYPE_MAX */
     uint32_t value; /**< the server's */
 } fwx_nat64_timeout_t;
 
@@ -84,7 +95,7 @@ typedef struct {
     uint8_t prefix[12];  /**< its first bytes */
     uint8_t reserved[3]; /**< reserved */
     uint8_t prefix_len;  /**< bits */
-    uint32_t kind;       /**< global prefixes: 1 to 4 */
+    uint32_t kind;       /**< global prefixes: 1 to FWX_NAT64_PREFIX_KIND_MAX */
 } fwx_nat64_prefix_t;
 
 /** What an interface translates with. A prefix and the MTU count only with their valid flag set. */
@@ -115,7 +126,7 @@ typedef struct {
 typedef struct {
     uint32_t id;         /**< not 0 */
     uint8_t opaque4[8];  /**< the server's */
-    uint32_t type;       /**< 0 to 7 */
+    uint32_t type;       /**< 0 to FWX_NAT64_DMAPPING_TYPE_MAX */
     uint8_t ext[24];     /**< the server's */
     uint32_t ext_arg;    /**< the server's */
     uint8_t opaque44[8]; /**< the server's */
@@ -140,8 +151,8 @@ typedef struct {
 
 /** A destination of translation logs. */
 typedef struct {
-    uint32_t type;         /**< 1 */
-    uint32_t mode;         /**< 1 */
+    uint32_t type;         /**< FWX_NAT64_LOGGING_TYPE */
+    uint32_t mode;         /**< FWX_NAT64_LOGGING_MODE */
     uint8_t param;         /**< the server's */
     fwx_nat64_addr_t dest; /**< IPv4, not 0.0.0.0 */
     uint16_t dest_port;    /**< not 0 */
@@ -150,15 +161,15 @@ typedef struct {
 
 /** Sets the global settings. FWX_NAT64_ERR_INVALID for null. */
 uint32_t fwx_nat64_global_settings_set_a(const fwx_nat64_global_settings_t *settings, void *pal_ctx);
-/** Sets an adjacency; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type outside 1 to 13. */
+/** Sets an adjacency; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type that is none. */
 uint32_t fwx_nat64_adj_set_a(uint32_t op, const fwx_nat64_adj_t *adj, void *pal_ctx);
-/** Adds, modifies or deletes a limit. FWX_NAT64_ERR_INVALID for null, a type other than 1 or another operation. */
+/** Adds, modifies or deletes a limit. FWX_NAT64_ERR_INVALID for null, another type or operation. */
 uint32_t fwx_nat64_limit_set_a(uint32_t op, const fwx_nat64_limit_t *limit, void *pal_ctx);
-/** Adds or deletes a service. FWX_NAT64_ERR_INVALID for null, a type other than 1 or another operation. */
+/** Adds or deletes a service. FWX_NAT64_ERR_INVALID for null, another type or operation. */
 uint32_t fwx_nat64_service_set_a(uint32_t op, const fwx_nat64_service_t *service, void *pal_ctx);
 /** Sets or takes back the replication, as `set` says; `op` is not looked at. FWX_NAT64_ERR_INVALID for null. */
 uint32_t fwx_nat64_replication_set_a(uint32_t op, const fwx_nat64_replication_t *repl, void *pal_ctx);
-/** Sets a timeout; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type outside 1 to 7. */
+/** Sets a timeout; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type that is none. */
 uint32_t fwx_nat64_timeout_set_a(uint32_t op, const fwx_nat64_timeout_t *timeout, void *pal_ctx);
 /** Asks the server to upload its IP aliases. */
 uint32_t fwx_nat64_ipalias_upload_a(void *pal_ctx);
@@ -171,7 +182,7 @@ uint32_t fwx_nat64_interface_set_a(const fwx_nat64_intf_info_t *info, void *pal_
 uint32_t fwx_nat64_nvi_interface_enable_a(uint32_t ifh, void *pal_ctx);
 /**
  * Adds a global prefix. FWX_NAT64_ERR_NOT_READY while unbound comes before FWX_NAT64_ERR_INVALID for null or a kind
- * outside 1 to 4.
+ * that is none.
  */
 uint32_t fwx_nat64_glb_prefix_add_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
 /** Modifies a global prefix: the message of the add. Results as fwx_nat64_glb_prefix_add_a. */
@@ -180,7 +191,7 @@ uint32_t fwx_nat64_glb_prefix_mod_a(const fwx_nat64_prefix_t *prefix, void *pal_
 uint32_t fwx_nat64_glb_prefix_del_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
 /** Adds or deletes (by `id`) a static mapping. FWX_NAT64_ERR_INVALID for null or another operation. */
 uint32_t fwx_nat64_smapping_set_a(uint32_t op, const fwx_nat64_smapping_t *map, void *pal_ctx);
-/** Adds, modifies or deletes a dynamic mapping. FWX_NAT64_ERR_INVALID for null, id 0, a type above 7, another
+/** Adds, modifies or deletes a dynamic mapping. FWX_NAT64_ERR_INVALID for null, id 0, a type that is none, another
  * operation. */
 uint32_t fwx_nat64_dmapping_set_a(uint32_t op, const fwx_nat64_dmapping_t *map, void *pal_ctx);
 /**
@@ -191,7 +202,7 @@ uint32_t fwx_nat64_pool_set_a(uint32_t op, const fwx_nat64_pool_t *pool, void *p
 /** Adds or deletes a range of a pool. FWX_NAT64_ERR_INVALID for null, id 0 or another operation. */
 uint32_t fwx_nat64_pool_range_set_a(uint32_t op, const fwx_nat64_pool_range_t *range, void *pal_ctx);
 /**
- * Adds, modifies or deletes a logging destination. FWX_NAT64_ERR_INVALID for null, a type or mode other than 1, a
+ * Adds, modifies or deletes a logging destination. FWX_NAT64_ERR_INVALID for null, another type or mode, a
  * destination that is not an IPv4 address or is 0.0.0.0, port 0, or another operation.
  */
 uint32_t fwx_nat64_logging_set_a(uint32_t op, const fwx_nat64_logging_t *log, void *pal_ctx);

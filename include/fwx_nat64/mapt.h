@@ -17,14 +17,17 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+#define FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX 64u /**< longest IPv6 prefix of a basic mapping rule, in bits */
+#define FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX 32u /**< longest IPv4 prefix of a basic mapping rule, in bits */
+
 /** A basic mapping rule. Prefixes: first byte most significant; the IPv6 prefix by its first 64 bits. */
 typedef struct {
     uint32_t rule_id;        /**< not 0 */
     uint32_t domain_id;      /**< Domain ID */
     uint8_t v6_prefix[8];    /**< IPv6 prefix */
-    uint8_t v6_prefix_len;   /**< bits, 0 to 64 */
+    uint8_t v6_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX */
     uint8_t v4_prefix[4];    /**< IPv4 prefix */
-    uint8_t v4_prefix_len;   /**< bits, 0 to 32 */
+    uint8_t v4_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX */
     uint16_t rule_params[4]; /**< the server's */
 } fwx_nat64_mapt_bmr_t;
 

@@ -31,4 +31,18 @@
 /** A leaf could not be inserted, or a rule could not be deleted from every complex. */
 #define FWX_NAT64_ERR_PLU_FAILED 0xa0300616u
 
+/** Every code above with its text, for whoever shows them: X(code, text). */
+#define FWX_NAT64_RESULTS(X)                                                               \
+    X(FWX_NAT64_ERR_AGAIN, "server not reachable, try again")                              \
+    X(FWX_NAT64_ERR_NOMEM, "out of memory for a command")                                  \
+    X(FWX_NAT64_ERR_NOT_READY, "client not bound")                                         \
+    X(FWX_NAT64_ERR_INVALID, "invalid argument of a command")                              \
+    X(FWX_NAT64_ERR_BAD_ARG, "null message or result pointer")                             \
+    X(FWX_NAT64_ERR_COMINGUP_NOMEM, "out of memory while coming up")                       \
+    X(FWX_NAT64_ERR_COMINGUP_NO_INFO, "coming up without client info")                     \
+    X(FWX_NAT64_ERR_CGM_INVALID, "classifier notification not served or without its data") \
+    X(FWX_NAT64_ERR_EXISTS, "rule already in the rule table")                              \
+    X(FWX_NAT64_ERR_NOT_FOUND, "rule not in the rule table")                               \
+    X(FWX_NAT64_ERR_PLU_FAILED, "rule not programmed in every lookup subtable")
+
 #endif

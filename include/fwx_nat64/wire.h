@@ -236,10 +236,13 @@ FWX_NAT64_WIRE_SIZE(fwx_nat64_glb_prefix_payload_t, 24);
 FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, add, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, prefix, 4);
 
+/** First byte of the second part of a dynamic mapping that has none. */
+#define FWX_NAT64_DMAPPING_NO_SECOND_PART 4u
+
 /** Dynamic mapping: op codes 11 and 13. */
 typedef struct {
     fwx_nat64_dmapping_t map; /**< as given */
-    uint8_t second[24];       /**< second part; without one its first byte is 4 */
+    uint8_t second[24];       /**< or FWX_NAT64_DMAPPING_NO_SECOND_PART in its first byte */
     uint32_t ext_arg;         /**< the server's */
 } fwx_nat64_dmapping_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_payload_t, 80);
@@ -705,10 +708,17 @@ FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, value, 28);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, reserved32, 32);
 FWX_NAT64_WIRE_AT(fwx_nat64_unsol_mapping_msg_t, inactive, 61);
 
+/* Which debug flags command 4 switches. */
+#define FWX_NAT64_UNSOL_DEBUG_INFO 1u    /**< info */
+#define FWX_NAT64_UNSOL_DEBUG_TRACE 2u   /**< trace */
+#define FWX_NAT64_UNSOL_DEBUG_WARNING 3u /**< warning */
+#define FWX_NAT64_UNSOL_DEBUG_ERROR 4u   /**< error */
+#define FWX_NAT64_UNSOL_DEBUG_ALL 5u     /**< all four */
+
 /** Command 4. */
 typedef struct {
     fwx_nat64_unsol_msg_t msg; /**< header and event */
-    uint32_t selector;         /**< 1 info, 2 trace, 3 warning, 4 error, 5 all */
+    uint32_t selector;         /**< FWX_NAT64_UNSOL_DEBUG_INFO to _ALL */
     uint32_t on;               /**< 0: off */
 } fwx_nat64_unsol_debug_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_unsol_debug_msg_t, 28);

@@ -37,7 +37,7 @@ int main() {
     const fwx_host_server_ops_t ops = {nullptr, nullptr, answer, accept_init};
     fwx_host_loop_t *loop = fwx_host_loop_create();
     fwx_host_server_t *server = nullptr;
-    if (fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server) != 0) return 1;
+    if (fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, nullptr, &server) != 0) return 1;
 
     fwx_nat64_reply_cbs_t reply_cbs{};
     reply_cbs.cfg_reply_cb = [](fwx_nat64_cmd_result_t *result) {

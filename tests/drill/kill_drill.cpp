@@ -58,7 +58,7 @@ public:
     }
     ~victim_t() {
         timer_delete(timer_);
-        fwx_host_connect_set("fwx_cp", nullptr);
+        fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
         std::filesystem::remove_all(directory_);
     }
     victim_t(const victim_t &) = delete;
@@ -190,7 +190,7 @@ int main(int argc, char **argv) {
     std::mt19937 random(argc > 3 ? static_cast<uint32_t>(strtoul(argv[3], nullptr, 10)) : std::random_device{}());
     victim_t victim(argv[1]);
     fwx_host_loop_t *loop = fwx_host_loop_create();
-    fwx_host_connect_set("fwx_cp", victim.name());
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, victim.name());
     fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
     fwx_host_tap_set(
         [](void *, fwx_host_direction_t direction, const void *msg, size_t) {

@@ -2,14 +2,14 @@
 #include <cstdio>
 
 #include "fwx_host/fwx_host.h"
+#include "fwx_nat64/client.h"
 #include "model/model.h"
 
 int main(int argc, char **argv) {
     if (argc != 2) return 2;
-    constexpr char channel_name[] = "fwx_cp";
     fwx_host_loop_t *loop = fwx_host_loop_create();
-    if (loop == nullptr || fwx_nat64_model_create(loop, channel_name) == nullptr) return 1;
-    const uint32_t code = fwx_host_server_listen(fwx_host_server_find(channel_name), argv[1]);
+    if (loop == nullptr || fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME) == nullptr) return 1;
+    const uint32_t code = fwx_host_server_listen(fwx_host_server_find(FWX_NAT64_CHANNEL_NAME), argv[1]);
     if (code != 0) {
         fprintf(stderr, "drill_server: cannot listen as %s: 0x%x\n", argv[1], code);
         return 1;

@@ -178,12 +178,12 @@ TEST_F(shm_hostile_t, whatever_a_server_does_to_the_segment_is_a_channel_error_o
             return sizeof(fwx_nat64_sync_reply_t);
         }};
     fwx_host_server_t *server = nullptr;
-    ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &honest, nullptr, &server), 0u);
+    ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &honest, nullptr, &server), 0u);
     fwx_nat64_reply_cbs_t callbacks{};
     callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++answers; };
     ASSERT_EQ(fwx_nat64_bind(nullptr, loop, nullptr, &callbacks), 0u);
     fwx_host_server_unregister(server);
-    fwx_host_connect_set("fwx_cp", "hostile");
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, "hostile");
     fwx_host_loop_run_until_idle(loop);
 
     hostile_server_t hostile(20240607);
@@ -207,7 +207,7 @@ TEST_F(shm_hostile_t, whatever_a_server_does_to_the_segment_is_a_channel_error_o
     fwx_mapt_plu_cleanup();
     fwx_host_loop_run_until_idle(loop);
     fwx_host_loop_destroy(loop);
-    fwx_host_connect_set("fwx_cp", nullptr);
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
     fwx_host_debug_sink_set(nullptr, nullptr);
 }
 

@@ -44,7 +44,7 @@ TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_
         ASSERT_NE(library, nullptr) << dlerror();
         fwx_host_loop_t *loop = fwx_host_loop_create();
         fwx_host_server_t *server = nullptr;
-        ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, nullptr, &server), 0u);
+        ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &server_ops, nullptr, &server), 0u);
         const auto bind = symbol<decltype(fwx_nat64_bind)>(library, "fwx_nat64_bind");
         const auto unbind = symbol<decltype(fwx_nat64_unbind)>(library, "fwx_nat64_unbind");
         const auto upload = symbol<decltype(fwx_nat64_ipalias_upload_a)>(library, "fwx_nat64_ipalias_upload_a");
