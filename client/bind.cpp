@@ -79,6 +79,11 @@ uint32_t fwx_nat64_client_bind_init_send(fwx_nat64_client_info_t *info) {
     return fwx_nat64_client_sync_cmd_send(msg, sizeof(*init));
 }
 
+void flush(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    NAT64_LOG_WARNING("\n%s cmd=%d ctx=%p cb_func=%p", "fwx_nat64_clnt_cleanup", ctx->cmd, ctx->pal_ctx, ctx->cb_func);
+    fwx_nat64_clnt_cmd_cb(info, ctx);
+}
+
 /* Unloaded while still bound: the PAL hears of every command that it will get no answer to. */
 __attribute__((destructor)) void fwx_nat64_client_unload(void) {
     fwx_nat64_clnt_cleanup();
@@ -126,15 +131,5 @@ uint32_t fwx_nat64_client_unsol_setup_send_a(void) {
 
 uint32_t fwx_nat64_clnt_cleanup(void) {
     fwx_nat64_client_info_t *info = client_info;
-    if (info == nullptr) return 0;
-    for (;;) {
-        void *head = nullptr;
-        uint32_t rc = fwx_list_head(info->clnt_ctx_list, &head);
-        if (rc != 0 || head == nullptr) return rc;
-        rc = fwx_list_remove_element(info->clnt_ctx_list, head);
-        if (rc != 0) return rc;
-        auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(head);
-        NAT64_LOG_WARNING("\n%s cmd=%d ctx=%p cb_func=%p", __func__, ctx->cmd, ctx->pal_ctx, ctx->cb_func);
-        fwx_nat64_clnt_cmd_cb(info, ctx);
-    }
+    return info != nullptr ? clnt_ctx_drain(info, flush) : 0;
 }

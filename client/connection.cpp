@@ -5,7 +5,7 @@
 #include "fwx_nat64/wire.h"
 #include "platform/runtime.h"
 #include "transport/context.h"
-#include "transport/handlers.h"
+#include "transport/handler_table.h"
 
 namespace {
 
@@ -66,25 +66,16 @@ uint32_t send_initial_commands(fwx_nat64_client_info_t *info, const char *caller
     return rc;
 }
 
-void discard_outstanding(fwx_nat64_client_info_t *info) {
-    for (;;) {
-        void *head = nullptr;
-        if (fwx_list_head(info->clnt_ctx_list, &head) != 0 || head == nullptr) return;
-        if (fwx_list_remove_element(info->clnt_ctx_list, head) != 0) return;
-        auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(head);
-        if (clnt_ctx_carries_walk(ctx)) fwx_free_named(ctx->cb_func);
-        chunk_free(info->clnt_ctx_chunk, ctx);
-    }
+void free_rx_buf(fwx_nat64_client_info_t *info) {
+    if (info->rx_buf != nullptr) fwx_free_named(info->rx_buf);
+    info->rx_buf = nullptr;
 }
 
-/* Undoes what coming up has made so far. */
-void release_all(fwx_nat64_client_info_t *info) {
+void destroy_list_and_pool(fwx_nat64_client_info_t *info) {
     if (info->clnt_ctx_list != nullptr) fwx_list_destroy(info->clnt_ctx_list);
     info->clnt_ctx_list = nullptr;
     if (info->clnt_ctx_chunk != nullptr) chunk_destroy(info->clnt_ctx_chunk);
     info->clnt_ctx_chunk = nullptr;
-    if (info->rx_buf != nullptr) fwx_free_named(info->rx_buf);
-    info->rx_buf = nullptr;
 }
 
 }  // namespace
@@ -107,7 +98,10 @@ uint32_t fwx_nat64_client_comingup(fwx_nat64_client_info_t *info) {
     } else {
         rc = FWX_NAT64_ERR_COMINGUP_NOMEM;
     }
-    if (rc != 0) release_all(info);
+    if (rc != 0) {
+        destroy_list_and_pool(info);
+        free_rx_buf(info);
+    }
     return rc;
 }
 
@@ -189,10 +183,7 @@ void fwx_nat64_client_goingdown(fwx_nat64_client_info_t *info) {
         info->connected = 0;
         smc_msg_chan_close(&info->chan);
     }
-    if (info->rx_buf != nullptr) {
-        fwx_free_named(info->rx_buf);
-        info->rx_buf = nullptr;
-    }
-    if (info->clnt_ctx_list != nullptr) discard_outstanding(info);
-    release_all(info);
+    free_rx_buf(info);
+    if (info->clnt_ctx_list != nullptr) clnt_ctx_drain(info, clnt_ctx_release);
+    destroy_list_and_pool(info);
 }

@@ -23,6 +23,8 @@ add_library(fwx_nat64 SHARED
   notify/classifier.cpp
   notify/unsolicited.cpp
   transport/async_command.cpp
+  transport/context.cpp
+  transport/delivery.cpp
   transport/handler_table.cpp
   transport/reply_admission.cpp
   transport/reply_handlers.cpp

@@ -1,4 +1,4 @@
-/* The client context of an outstanding command. */
+/* The client context of an outstanding command: its record, what it owns, and how it ends. */
 #ifndef TRANSPORT_CONTEXT_H
 #define TRANSPORT_CONTEXT_H
 
@@ -7,8 +7,8 @@
 #include "platform/runtime.h"
 
 /**
- * One outstanding command. On `clnt_ctx_list` exactly while it is outstanding; whoever takes it off the list returns it
- * to `clnt_ctx_chunk`, or puts it back when more replies follow.
+ * One outstanding command. On `clnt_ctx_list` exactly while it is outstanding; whoever takes it off the list releases
+ * it, or puts it back when more replies follow.
  */
 typedef struct {
     fwx_list_link_t link;
@@ -30,28 +30,20 @@ static inline fwx_nat64_clnt_ctx_t *clnt_ctx_named_by(const fwx_nat64_msg_hdr_t 
     return reinterpret_cast<fwx_nat64_clnt_ctx_t *>(static_cast<uintptr_t>(hdr->clnt_ctx));
 }
 
-static inline bool clnt_ctx_carries_walk(const fwx_nat64_clnt_ctx_t *ctx) {
-    return ctx->cmd == FWX_NAT64_MSG_SESSION_WALK && ctx->cb_func != nullptr;
-}
+/** Frees the record of a walk, if the context owns one; the context then owns nothing. */
+void clnt_ctx_free_owned(fwx_nat64_clnt_ctx_t *ctx);
 
-/** Whether the callback of a context takes statistics or sessions, and no bare result. */
-static inline bool clnt_ctx_is_query(const fwx_nat64_clnt_ctx_t *ctx) {
-    return ctx->cmd >= FWX_NAT64_MSG_STATS_SYS && ctx->cmd <= FWX_NAT64_MSG_SESSION_WALK;
-}
-
-/** The callback of a context in the shape that belongs to its message number. */
-template <typename fn_t>
-fn_t clnt_ctx_callback(const fwx_nat64_clnt_ctx_t *ctx) {
-    return reinterpret_cast<fn_t>(ctx->cb_func);
-}
+/** Frees what a context owns and returns it to the pool. Requires: it is off the list. */
+void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
 
 /**
- * Tells the PAL that a command failed (FWX_NAT64_ERR_AGAIN, or empty results), frees the record of a walk, and leaves
- * the context to the caller. Requires: the context is off the list.
+ * Takes every outstanding context off the list, the first one first, and has `end` release it.
+ * @return 0 when nothing is outstanding any more, or the code of the list operation that failed; the rest stays.
  */
-void clnt_ctx_deliver_failure(fwx_nat64_clnt_ctx_t *ctx);
+uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
+                        void (*end)(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx));
 
-/** clnt_ctx_deliver_failure, then the context goes back to the pool. */
+/** Tells the PAL that a command failed and releases its context. Requires: it is off the list. */
 void fwx_nat64_clnt_cmd_cb(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
 
 /** Releases a framed command that will not be sent: context off the list and into the pool, buffer freed; no callback.

@@ -3,7 +3,7 @@
 #include "fwx_nat64/wire.h"
 #include "platform/cgm.h"
 #include "platform/runtime.h"
-#include "transport/handlers.h"
+#include "transport/handler_table.h"
 #include "transport/reply_admission.h"
 
 void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
@@ -17,13 +17,12 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
         NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         return;
     }
-    if (clnt_ctx_is_query(ctx)) { /* refused with a bare result, which its callback cannot take */
-        clnt_ctx_deliver_failure(ctx);
-    } else if (ctx->cb_func != nullptr) {
-        fwx_nat64_cmd_result_t result = {reply->result, ctx->pal_ctx};
-        clnt_ctx_callback<fwx_nat64_cfg_reply_fn_t>(ctx)(&result);
+    if (msg_row(ctx->cmd).is_query) { /* refused with a bare result, which its callback cannot take */
+        deliver_failure(ctx);
+    } else {
+        deliver_result(ctx, reply->result);
     }
-    chunk_free(info->clnt_ctx_chunk, ctx);
+    clnt_ctx_release(info, ctx);
 }
 
 void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
@@ -43,7 +42,7 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
     NAT64_LOG_TRACE("\n%s epoch(%d/%d) - cgm_notification_async_return() for PAL CTX: %#x, %s", __func__, info->epoch,
                     reply->hdr.epoch, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ctx->pal_ctx)),
                     xerr_strerror(reply->result));
-    if (clnt_ctx_carries_walk(ctx)) fwx_free_named(ctx->cb_func);
+    clnt_ctx_free_owned(ctx);
     cgm_notification_async_return(FWX_NAT64_CGM_CLIENT_ID, ctx->pal_ctx, reply->result);
-    chunk_free(info->clnt_ctx_chunk, ctx);
+    clnt_ctx_release(info, ctx);
 }

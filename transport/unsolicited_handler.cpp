@@ -1,7 +1,7 @@
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "platform/runtime.h"
-#include "transport/handlers.h"
+#include "transport/handler_table.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ uint32_t fwx_nat64_client_pal_cmd_q_resume_send_a() {
 }  // namespace
 
 void fwx_nat64_async_unsol_notify_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
-    if (size < sizeof(fwx_nat64_unsol_msg_t)) {
+    if (size < msg_row(FWX_NAT64_MSG_UNSOL_SETUP).least_bytes) {
         NAT64_LOG_ERROR("\n%s notification of %zu bytes is too short", __func__, size);
         return;
     }

@@ -1,0 +1,31 @@
+#include "transport/context.h"
+
+#include "transport/handler_table.h"
+
+void clnt_ctx_free_owned(fwx_nat64_clnt_ctx_t *ctx) {
+    if (!msg_row(ctx->cmd).owns_walk || ctx->cb_func == nullptr) return;
+    fwx_free_named(ctx->cb_func);
+    ctx->cb_func = nullptr;
+}
+
+void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    clnt_ctx_free_owned(ctx);
+    chunk_free(info->clnt_ctx_chunk, ctx);
+}
+
+uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
+                        void (*end)(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx)) {
+    for (;;) {
+        void *head = nullptr;
+        uint32_t rc = fwx_list_head(info->clnt_ctx_list, &head);
+        if (rc != 0 || head == nullptr) return rc;
+        rc = fwx_list_remove_element(info->clnt_ctx_list, head);
+        if (rc != 0) return rc;
+        end(info, static_cast<fwx_nat64_clnt_ctx_t *>(head));
+    }
+}
+
+void fwx_nat64_clnt_cmd_cb(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    deliver_failure(ctx);
+    clnt_ctx_release(info, ctx);
+}

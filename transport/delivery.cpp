@@ -1,0 +1,154 @@
+#include "transport/delivery.h"
+
+#include "client/log.h"
+#include "fwx_nat64/mapt.h"
+#include "fwx_nat64/result.h"
+#include "fwx_nat64/wire.h"
+#include "platform/runtime.h"
+#include "transport/handler_table.h"
+
+namespace {
+
+constexpr char handler_name[] = "fwx_nat64_async_rsp_svr";
+
+/** The callback of a context in the shape that belongs to its message number. */
+template <typename fn_t>
+fn_t callback_of(const fwx_nat64_clnt_ctx_t *ctx) {
+    return reinterpret_cast<fn_t>(ctx->cb_func);
+}
+
+bool put_back(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
+    const uint32_t rc = fwx_list_insert_tail(info->clnt_ctx_list, ctx);
+    if (rc == 0) return true;
+    NAT64_LOG_ERROR("\n%s fwx_list_insert_tail %s failed", caller, xerr_strerror(rc));
+    return false;
+}
+
+/* 1: finished, the caller releases the context; 0: outstanding again. */
+uint32_t fwx_nat64_clnt_ctx_requeue(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t more,
+                                    uint32_t stop) {
+    if (more == 0) return 1;
+    if (stop != 0) ctx->cb_func = nullptr;
+    return put_back(info, ctx, __func__) ? 0 : 1;
+}
+
+fate_t requeue(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t more, uint32_t stop) {
+    return fwx_nat64_clnt_ctx_requeue(info, ctx, more, stop) != 0 ? fate_t::release : fate_t::keep;
+}
+
+uint32_t walk_status(const fwx_nat64_sess_walk_reply_t *reply) {
+    if (reply->stopped != 0) return FWX_NAT64_WALK_STOPPED;
+    return reply->more != 0 ? FWX_NAT64_WALK_MORE : FWX_NAT64_WALK_DONE;
+}
+
+}  // namespace
+
+/* Of each reply `more` is read before the callback: the message may be gone after it. */
+
+fate_t deliver_sys(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    auto *stats = static_cast<fwx_nat64_stats_sys_reply_t *>(msg);
+    if (stats->reply.result != 0) {
+        fail_sys(ctx);
+        return fate_t::release;
+    }
+    const auto callback = callback_of<fwx_nat64_sys_stats_fn_t>(ctx);
+    const uint32_t more = stats->more;
+    const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats + 1) : 1;
+    return requeue(info, ctx, more, stop);
+}
+
+fate_t deliver_intf(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    auto *stats = static_cast<fwx_nat64_stats_intf_reply_t *>(msg);
+    if (stats->reply.result != 0) {
+        stats->more = 0;
+        stats->value = 0;
+    }
+    const auto callback = callback_of<fwx_nat64_intf_stats_fn_t>(ctx);
+    const uint32_t more = stats->more;
+    const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats + 1) : 1;
+    return requeue(info, ctx, more, stop);
+}
+
+fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    auto *stats = static_cast<fwx_nat64_stats_all_reply_t *>(msg);
+    if (stats->reply.result != 0) {
+        stats->more = 0;
+        stats->value2 = 0;
+    }
+    const auto callback = callback_of<fwx_nat64_pool_stats_fn_t>(ctx);
+    const uint32_t more = stats->more;
+    const uint32_t stop =
+        callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats->value2, stats + 1) : 1;
+    return requeue(info, ctx, more, stop);
+}
+
+fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    auto *reply = static_cast<fwx_nat64_sess_walk_reply_t *>(msg);
+    NAT64_LOG_INFO("\n%s PAL ctx=%p sess_walk_cb=%p", handler_name, ctx->pal_ctx, ctx->cb_func);
+    const bool failed = reply->reply.result != 0;
+    if (failed) {
+        NAT64_LOG_WARNING("\n%s error: PAL ctx=%p sess_walk_cb=%p", handler_name, ctx->pal_ctx, ctx->cb_func);
+    }
+    auto *walk = static_cast<fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
+    if (walk == nullptr) return fate_t::release;
+
+    const uint32_t status = failed ? FWX_NAT64_WALK_ERROR : walk_status(reply);
+    /* Back on the list before the PAL hears of it: from the callback on the walk is outstanding again. */
+    if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, ctx, handler_name))) {
+        fail_walk(ctx);
+        return fate_t::release;
+    }
+    if (walk->done == 0 &&
+        walk->walk_cb(ctx->pal_ctx, reply->count, reply + 1, reply->value, reply->value2, status) == 1) {
+        walk->done = 1;
+    }
+    return status == FWX_NAT64_WALK_MORE ? fate_t::keep : fate_t::release;
+}
+
+/* The server's own result does not count: the verdict is the rule table's. */
+fate_t deliver_rule(fwx_nat64_client_info_t * /*info*/, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    auto *reply = static_cast<fwx_nat64_mapt_reply_t *>(msg);
+    uint32_t rc = 0;
+    if (reply->rule_type == FWX_NAT64_MAPT_RULE_BMR && reply->op == FWX_NAT64_OP_ADD) rc = fwx_mapt_plu_add_rule(msg);
+    if (reply->op == FWX_NAT64_OP_DEL && reply->cleanup == 1) fwx_mapt_plu_cleanup();
+    reply->reply.result = rc;
+    deliver_result(ctx, rc);
+    return fate_t::release_unlogged;
+}
+
+void deliver_result(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code) {
+    if (ctx->cb_func == nullptr) return;
+    fwx_nat64_cmd_result_t result = {code, ctx->pal_ctx};
+    callback_of<fwx_nat64_cfg_reply_fn_t>(ctx)(&result);
+}
+
+void fail_result(fwx_nat64_clnt_ctx_t *ctx) {
+    deliver_result(ctx, FWX_NAT64_ERR_AGAIN);
+}
+
+void fail_sys(fwx_nat64_clnt_ctx_t *ctx) {
+    if (ctx->cb_func != nullptr) callback_of<fwx_nat64_sys_stats_fn_t>(ctx)(ctx->pal_ctx, 0, nullptr);
+}
+
+void fail_intf(fwx_nat64_clnt_ctx_t *ctx) {
+    if (ctx->cb_func != nullptr) callback_of<fwx_nat64_intf_stats_fn_t>(ctx)(ctx->pal_ctx, 0, 0, nullptr);
+}
+
+void fail_pool(fwx_nat64_clnt_ctx_t *ctx) {
+    if (ctx->cb_func != nullptr) callback_of<fwx_nat64_pool_stats_fn_t>(ctx)(ctx->pal_ctx, 0, 0, 0, nullptr);
+}
+
+void fail_walk(fwx_nat64_clnt_ctx_t *ctx) {
+    const auto *walk = static_cast<const fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
+    if (walk == nullptr || walk->done != 0) return;
+    walk->walk_cb(ctx->pal_ctx, 0, nullptr, 0, 0, FWX_NAT64_WALK_ERROR);
+}
+
+void deliver_failure(fwx_nat64_clnt_ctx_t *ctx) {
+    const deliver_failure_fn_t deliver = msg_row(ctx->cmd).deliver_failure;
+    if (deliver == nullptr) {
+        NAT64_LOG_WARNING("\n%s invalid reply code %d", "fwx_nat64_clnt_cmd_cb", ctx->cmd);
+        return;
+    }
+    deliver(ctx);
+}
