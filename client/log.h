@@ -26,6 +26,21 @@ static inline bool nat64_flag_open(const uint32_t *flag) {
         }                                                                                 \
     } while (0)
 
+/* One of two formats that take the same arguments. */
+#define NAT64_LOG_EITHER(level, slot, first, format1, format2, ...)                                            \
+    do {                                                                                                       \
+        if (nat64_flag_open(fwx_nat64_dbg_flags.slot)) {                                                       \
+            fwx_buginf_flags_internal_##level(&fwx_nat64_dbg_flags, (first) ? format1 : format2, __VA_ARGS__); \
+        }                                                                                                      \
+        if (fwx_get_debug_level(FWX_NAT64_DEBUG_MODULE) >= nat64_level_##level) {                              \
+            fwx_buginf_##level((first) ? "\nNAT64: " format1 : "\nNAT64: " format2, __VA_ARGS__);              \
+        }                                                                                                      \
+    } while (0)
+#define NAT64_LOG_ERROR_EITHER(first, format1, format2, ...) \
+    NAT64_LOG_EITHER(error, error, first, format1, format2, __VA_ARGS__)
+#define NAT64_LOG_INFO_EITHER(first, format1, format2, ...) \
+    NAT64_LOG_EITHER(info, info, first, format1, format2, __VA_ARGS__)
+
 #define NAT64_LOG_ERROR(format, ...) NAT64_LOG(error, error, format, __VA_ARGS__)
 #define NAT64_LOG_WARNING(format, ...) NAT64_LOG(warn, warning, format, __VA_ARGS__)
 #define NAT64_LOG_INFO(format, ...) NAT64_LOG(info, info, format, __VA_ARGS__)

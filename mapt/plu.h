@@ -1,7 +1,7 @@
 /*
  * The MAP-T rule table inside: global state, hash tables, complexes with their lookup trees, and subtables.
  *
- * All state is process-wide and starts zeroed; a handle is null while its object does not exist. No locks: one
+ * All state is process-wide; a handle is null while its object does not exist. No locks: one
  * operation at a time. Results are 0 for success.
  */
 #ifndef MAPT_PLU_H
@@ -18,6 +18,8 @@ constexpr uint32_t plu_memory_tag = 96;
 
 constexpr uint32_t plu_stride_slots = 12;
 constexpr uint32_t plu_tag_bits = 2;
+constexpr uint32_t plu_tag_v4 = 2;
+constexpr uint32_t plu_tag_v6 = 1;
 constexpr uint32_t plu_max_key_bits = plu_tag_bits + FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
 constexpr uint32_t plu_key_bytes = 64;
 
@@ -44,13 +46,19 @@ typedef struct {
     tbm_t *tree; /* there is no way to destroy it */
 } fwx_mapt_plu_complex_t;
 
-extern fwx_mapt_plu_tbm_info_t fwx_mapt_plu_tbm_info;
-extern uint32_t fwx_mapt_plu_stride_map[plu_stride_slots];
-extern fwx_cl_hash_t *fwx_mapt_plu_pending_hash;
-extern fwx_cl_hash_t *fwx_mapt_plu_rule_hash;
-extern fwx_chunk_t *fwx_mapt_plu_rule_chunk;             /* all elements of both tables */
-extern fwx_list_t *fwx_mapt_plu_complex_list;            /* owns its records */
-extern fwx_mapt_app_leaf_t fwx_mapt_plu_staged_app_leaf; /* leaf data of the insert under way */
+/** All state of the rule table, zeroed at load. */
+typedef struct {
+    fwx_mapt_plu_tbm_info_t tbm_info;
+    uint32_t stride_map[plu_stride_slots];
+    fwx_cl_hash_t *pending_hash;
+    fwx_cl_hash_t *rule_hash;
+    fwx_chunk_t *rule_chunk;             /* all elements of both tables */
+    fwx_list_t *complex_list;            /* owns its records */
+    fwx_mapt_app_leaf_t staged_app_leaf; /* leaf data of the insert under way */
+    bool elem_may_stand_twice; /* a removal has failed during an install: an element may stand in both tables */
+} fwx_mapt_plu_t;
+
+extern fwx_mapt_plu_t plu;
 
 /* --- tree_parameters.cpp: 0, or a code for a null argument. --- */
 
@@ -75,8 +83,6 @@ uint32_t fwx_mapt_add_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
 /** 0, FWX_NAT64_ERR_NOT_FOUND, or the facility's code. */
 uint32_t fwx_mapt_del_pending_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
 uint32_t fwx_mapt_del_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem);
-/** Set once a removal has failed during an install: from then on an element may stand in both tables. */
-extern bool plu_elem_may_stand_twice;
 /** Returns an element that has left one table to the pool, unless `other` still holds this very element. */
 void plu_release_elem(fwx_mapt_rule_hash_elem_t *elem, fwx_cl_hash_t *other);
 

@@ -11,17 +11,14 @@ struct lookup_key_t {
     uint32_t len = 0; /* bits */
 };
 
-/* In what the subtables differ: key tag, prefix field, names and texts. */
+/* In what the subtables differ. */
 struct subtable_t {
-    uint32_t tag;
+    uint32_t tag; /* in front of every key */
     size_t prefix_offset;
     size_t prefix_bytes;
     size_t prefix_len_offset;
     const char *add_name;
     const char *del_name;
-    void (*adding)(const subtable_t &self, const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key);
-    void (*no_leaf_memory)(const subtable_t &self);
-    void (*deleted)(const subtable_t &self);
 
     const uint8_t *prefix(const fwx_nat64_mapt_bmr_t &rule) const {
         return reinterpret_cast<const uint8_t *>(&rule) + prefix_offset;
@@ -29,7 +26,21 @@ struct subtable_t {
     uint8_t prefix_len(const fwx_nat64_mapt_bmr_t &rule) const {
         return reinterpret_cast<const uint8_t *>(&rule)[prefix_len_offset];
     }
+    bool is_v4() const { return tag == plu_tag_v4; }
 };
+
+constexpr subtable_t v4_subtable = {plu_tag_v4,
+                                    offsetof(fwx_nat64_mapt_bmr_t, v4_prefix),
+                                    sizeof(fwx_nat64_mapt_bmr_t::v4_prefix),
+                                    offsetof(fwx_nat64_mapt_bmr_t, v4_prefix_len),
+                                    "fwx_mapt_plu_add_rule_v4_subtable",
+                                    "fwx_mapt_plu_del_rule_v4_subtable"};
+constexpr subtable_t v6_subtable = {plu_tag_v6,
+                                    offsetof(fwx_nat64_mapt_bmr_t, v6_prefix),
+                                    sizeof(fwx_nat64_mapt_bmr_t::v6_prefix),
+                                    offsetof(fwx_nat64_mapt_bmr_t, v6_prefix_len),
+                                    "fwx_mapt_plu_add_rule_v6_subtable",
+                                    "fwx_mapt_plu_del_rule_v6_subtable"};
 
 #define TWELVE_BYTES_FORMAT "0x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x"
 #define TWELVE_BYTES(b) (b)[0], (b)[1], (b)[2], (b)[3], (b)[4], (b)[5], (b)[6], (b)[7], (b)[8], (b)[9], (b)[10], (b)[11]
@@ -41,53 +52,19 @@ uint64_t first_byte_most_significant(const uint8_t *bytes, size_t count) {
     return value;
 }
 
-void adding_v4(const subtable_t &self, const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key) {
-    NAT64_LOG_INFO("\n%s Prefixes being added BMR V4 prefix(0x%x)/%u Effective prefix:(" TWELVE_BYTES_FORMAT "/%u)",
-                   self.add_name, static_cast<uint32_t>(first_byte_most_significant(rule.v4_prefix, 4)),
-                   rule.v4_prefix_len, TWELVE_BYTES(key.bytes), key.len);
+void log_adding(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key) {
+    const uint64_t prefix = first_byte_most_significant(subtable.prefix(rule), subtable.prefix_bytes);
+    const uint8_t prefix_len = subtable.prefix_len(rule);
+    if (subtable.is_v4()) {
+        NAT64_LOG_INFO("\n%s Prefixes being added BMR V4 prefix(0x%x)/%u Effective prefix:(" TWELVE_BYTES_FORMAT "/%u)",
+                       subtable.add_name, static_cast<uint32_t>(prefix), prefix_len, TWELVE_BYTES(key.bytes), key.len);
+    } else {
+        NAT64_LOG_INFO("\n%s Prefixes being added BMR V6 prefix(0x%lx/%u) Effective prefix:(" TWELVE_BYTES_FORMAT
+                       "/%u) Temp prefix:(" TWELVE_BYTES_FORMAT ")",
+                       subtable.add_name, prefix, prefix_len, TWELVE_BYTES(key.bytes), key.len,
+                       TWELVE_BYTES(key.prefix));
+    }
 }
-
-void adding_v6(const subtable_t &self, const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key) {
-    NAT64_LOG_INFO("\n%s Prefixes being added BMR V6 prefix(0x%lx/%u) Effective prefix:(" TWELVE_BYTES_FORMAT
-                   "/%u) Temp prefix:(" TWELVE_BYTES_FORMAT ")",
-                   self.add_name, first_byte_most_significant(rule.v6_prefix, 8), rule.v6_prefix_len,
-                   TWELVE_BYTES(key.bytes), key.len, TWELVE_BYTES(key.prefix));
-}
-
-void no_leaf_memory_v4(const subtable_t &self) {
-    NAT64_LOG_ERROR("\n%s:TBM leaf allocation failed, rc(%s) ", self.add_name, xerr_strerror(ENOMEM));
-}
-
-void no_leaf_memory_v6(const subtable_t &self) {
-    NAT64_LOG_ERROR("\n%s:TBM leaf allocation failed, rc(%s)", self.add_name, xerr_strerror(ENOMEM));
-}
-
-void deleted_v4(const subtable_t &self) {
-    NAT64_LOG_INFO("\n%s Deleting from PLU v4 table successful", self.del_name);
-}
-
-void deleted_v6(const subtable_t &self) {
-    NAT64_LOG_INFO("\n%s Deleting from PLU v6 table successful", self.del_name);
-}
-
-constexpr subtable_t v4_subtable = {2,
-                                    offsetof(fwx_nat64_mapt_bmr_t, v4_prefix),
-                                    sizeof(fwx_nat64_mapt_bmr_t::v4_prefix),
-                                    offsetof(fwx_nat64_mapt_bmr_t, v4_prefix_len),
-                                    "fwx_mapt_plu_add_rule_v4_subtable",
-                                    "fwx_mapt_plu_del_rule_v4_subtable",
-                                    adding_v4,
-                                    no_leaf_memory_v4,
-                                    deleted_v4};
-constexpr subtable_t v6_subtable = {1,
-                                    offsetof(fwx_nat64_mapt_bmr_t, v6_prefix),
-                                    sizeof(fwx_nat64_mapt_bmr_t::v6_prefix),
-                                    offsetof(fwx_nat64_mapt_bmr_t, v6_prefix_len),
-                                    "fwx_mapt_plu_add_rule_v6_subtable",
-                                    "fwx_mapt_plu_del_rule_v6_subtable",
-                                    adding_v6,
-                                    no_leaf_memory_v6,
-                                    deleted_v6};
 
 /* Never reads past the prefix field, also of an element with a length that no rule can have. */
 lookup_key_t make_key(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule) {
@@ -115,14 +92,14 @@ uint32_t look_up(tbm_t *tree, const lookup_key_t &key, const char *caller, uint3
 
 /* The tree library fetches the staged data while it inserts. */
 void stage_leaf_data(uint32_t bmr_index) {
-    fwx_memset(&fwx_mapt_plu_staged_app_leaf, 0, sizeof(fwx_mapt_plu_staged_app_leaf));
-    fwx_mapt_plu_staged_app_leaf.mapt_bmr = __builtin_bswap32(bmr_index);
+    fwx_memset(&plu.staged_app_leaf, 0, sizeof(plu.staged_app_leaf));
+    plu.staged_app_leaf.mapt_bmr = __builtin_bswap32(bmr_index);
 }
 
 uint32_t add_rule(const subtable_t &subtable, tbm_t *tree, const fwx_mapt_rule_hash_elem_t *elem) {
     const char *name = subtable.add_name;
     const lookup_key_t key = make_key(subtable, elem->rule);
-    subtable.adding(subtable, elem->rule, key);
+    log_adding(subtable, elem->rule, key);
 
     uint32_t leaf_size = 0;
     tbm_leaf_t *leaf = nullptr;
@@ -137,7 +114,8 @@ uint32_t add_rule(const subtable_t &subtable, tbm_t *tree, const fwx_mapt_rule_h
 
     void *memory = fwx_calloc_named(plu_memory_tag, 1, leaf_size + sizeof(fwx_mapt_app_leaf_t));
     if (memory == nullptr) {
-        subtable.no_leaf_memory(subtable);
+        NAT64_LOG_ERROR_EITHER(subtable.is_v4(), "\n%s:TBM leaf allocation failed, rc(%s) ",
+                               "\n%s:TBM leaf allocation failed, rc(%s)", name, xerr_strerror(ENOMEM));
         return ENOMEM;
     }
     NAT64_LOG_INFO("\n%s:new TBM leaf(%p) leaf_app_data(%p) tbm_leaf_size(%u)", name, memory,
@@ -186,7 +164,8 @@ uint32_t del_rule(const subtable_t &subtable, tbm_t *tree, const fwx_nat64_mapt_
         return rc;
     }
     fwx_free_named(leaf);
-    subtable.deleted(subtable);
+    NAT64_LOG_INFO_EITHER(subtable.is_v4(), "\n%s Deleting from PLU v4 table successful",
+                          "\n%s Deleting from PLU v6 table successful", name);
     return 0;
 }
 
@@ -236,7 +215,7 @@ uint32_t fwx_mapt_tbm_plu_leaf_contents_func_t_v2(void * /*unused*/, void *buffe
         return 1;
     }
     NAT64_LOG_INFO("\n %s : fwx_mapt_app_leaf mapt_bmr %d   app_leaf(%p)", __func__,
-                   __builtin_bswap32(fwx_mapt_plu_staged_app_leaf.mapt_bmr), app_leaf);
-    fwx_memcpy(buffer, &fwx_mapt_plu_staged_app_leaf, sizeof(fwx_mapt_plu_staged_app_leaf));
+                   __builtin_bswap32(plu.staged_app_leaf.mapt_bmr), app_leaf);
+    fwx_memcpy(buffer, &plu.staged_app_leaf, sizeof(plu.staged_app_leaf));
     return 0;
 }

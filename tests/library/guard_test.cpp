@@ -39,7 +39,7 @@ class guard_test_t : public library_fixture_t {
 protected:
     void SetUp() override {
         library_fixture_t::SetUp();
-        fwx_mapt_plu_tbm_info = {};
+        plu.tbm_info = {};
         stride_map_failure = 0;
     }
 
