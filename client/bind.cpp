@@ -39,6 +39,7 @@ fwx_nat64_client_info_t *client_info_create(const void *client_id, const fwx_nat
 uint32_t fwx_nat64_bind_cmn(const void *client_id, void *ev_arg, const fwx_nat64_unsol_cbs_t *unsol_cbs,
                             const fwx_nat64_reply_cbs_t *reply_cbs) {
     if (ev_arg == nullptr || reply_cbs == nullptr) return EINVAL;
+    if (nat64_binding.is_unloading) return FWX_NAT64_ERR_NOT_READY;
     if (client_info != nullptr) return EEXIST;
 
     fwx_nat64_client_info_t *info = client_info_create(client_id, unsol_cbs, reply_cbs);
@@ -46,6 +47,7 @@ uint32_t fwx_nat64_bind_cmn(const void *client_id, void *ev_arg, const fwx_nat64
     uint32_t rc = fwx_nat64_client_ev_setup(ev_arg, info);
     if (rc == 0) {
         client_info = info;
+        ++nat64_binding.generation;
         rc = fwx_nat64_client_comingup(info);
     }
     if (rc != 0) {
@@ -86,10 +88,13 @@ void flush(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
 
 /* Unloaded while still bound: the PAL hears of every command that it will get no answer to. */
 __attribute__((destructor)) void fwx_nat64_client_unload(void) {
+    nat64_binding.is_unloading = true;
     fwx_nat64_clnt_cleanup();
 }
 
 }  // namespace
+
+nat64_binding_t nat64_binding;
 
 uint32_t fwx_nat64_bind(const void *client_id, void *ev_arg, const fwx_nat64_unsol_cbs_t *unsol_cbs,
                         const fwx_nat64_reply_cbs_t *reply_cbs) {
@@ -130,6 +135,10 @@ uint32_t fwx_nat64_client_unsol_setup_send_a(void) {
 }
 
 uint32_t fwx_nat64_clnt_cleanup(void) {
-    fwx_nat64_client_info_t *info = client_info;
-    return info != nullptr ? clnt_ctx_drain(info, flush) : 0;
+    if (client_info == nullptr || client_info->clnt_ctx_list == nullptr) return 0;
+    const uint32_t outer_flush = nat64_binding.flushed_generation;
+    nat64_binding.flushed_generation = nat64_binding.generation;
+    const uint32_t rc = clnt_ctx_drain(client_info, flush);
+    nat64_binding.flushed_generation = outer_flush;
+    return rc;
 }

@@ -41,15 +41,19 @@ void fwx_nat64_client_throttle_cb(uint32_t on) {
 uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size) {
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == nullptr) return 0;
-    void *new_buf = fwx_calloc_named(nat64_client_memory_tag, 1, size);
+    /* A later connection announces the initial size, whatever the buffer. */
+    const size_t bytes = size < initial_rx_size_bytes ? initial_rx_size_bytes : size;
+    void *new_buf = fwx_calloc_named(nat64_client_memory_tag, 1, bytes);
     NAT64_LOG_TRACE("\nFWX NAT64 CL rx buf cb obuf=%pnbuf=%p sz=%zu", old_buf, new_buf, size);
     if (new_buf == nullptr) return 0;
+    void *previous = info->rx_buf;
     info->rx_buf = new_buf;
     if (smc_msg_rx_buffer_set(chan, new_buf, size, fwx_nat64_client_rx_buf_cb) != 0) {
-        info->rx_buf = old_buf; /* the channel goes on with it */
+        info->rx_buf = previous; /* the channel goes on with it */
         fwx_free_named(new_buf);
         return 0;
     }
+    if (old_buf == nullptr) old_buf = previous;
     if (old_buf != nullptr) fwx_free_named(old_buf);
     return 1;
 }
@@ -110,6 +114,7 @@ uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint3
     if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
     *out = info;
     if (info->connected != 0) return 0;
+    if (nat64_binding.is_greeting) return FWX_NAT64_ERR_AGAIN; /* it went down under its initial commands */
 
     NAT64_LOG_TRACE("\n%s attempting to connect", __func__);
     const smc_event_t event = *static_cast<const smc_event_t *>(info->smc_ev);
@@ -136,8 +141,13 @@ uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint3
     /* Up before the initial commands: their sends come back here and must find the channel open. */
     info->connected = 1;
     if (send_init != 0) {
+        const binding_watch_t binding;
+        nat64_binding.is_greeting = true;
         rc = send_initial_commands(info, __func__);
+        nat64_binding.is_greeting = false;
+        if (!binding.is_same()) return FWX_NAT64_ERR_NOT_READY;
         if (rc != 0) goto disconnect;
+        if (info->connected == 0) return FWX_NAT64_ERR_AGAIN;
     }
     NAT64_LOG_TRACE("\n%s connected\n", __func__);
     return 0;
@@ -179,6 +189,7 @@ uint32_t fwx_nat64_client_init_cmd_send_a(fwx_nat64_client_info_t *info, void *p
 
 void fwx_nat64_client_goingdown(fwx_nat64_client_info_t *info) {
     if (info == nullptr) return;
+    ++nat64_binding.generation;
     if (info->connected != 0) {
         info->connected = 0;
         smc_msg_chan_close(&info->chan);

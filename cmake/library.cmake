@@ -31,6 +31,7 @@ add_library(fwx_nat64 SHARED
   transport/response_handler.cpp
   transport/sync_command.cpp
   transport/unsolicited_handler.cpp
+  transport/walk.cpp
 )
 target_include_directories(fwx_nat64
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>

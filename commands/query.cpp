@@ -4,7 +4,7 @@
 #include "fwx_nat64/result.h"
 #include "fwx_nat64/wire.h"
 #include "platform/runtime.h"
-#include "transport/context.h"
+#include "transport/walk.h"
 
 namespace {
 

@@ -23,6 +23,10 @@ uint32_t plu_first_complex(fwx_mapt_plu_complex_t **first) {
 }
 
 uint32_t fwx_mapt_plu_rule_insert(fwx_mapt_rule_hash_elem_t *elem) {
+    if (elem == nullptr || !plu_fits_its_fields(elem->rule)) {
+        NAT64_LOG_ERROR("\n%s: no rule, or one with a prefix longer than its field", __func__);
+        return FWX_NAT64_ERR_INVALID;
+    }
     tbm_t *tree = nullptr;
     uint32_t rc = fwx_mapt_plu_find_tbm(only_complex, &tree);
     if (rc != 0) {

@@ -39,6 +39,12 @@ typedef struct {
     void *param7;
 } fwx_mapt_plu_tbm_info_t;
 
+/** Whether no prefix of a rule is longer than the field that holds it, which keys are made from unchecked. */
+static inline bool plu_fits_its_fields(const fwx_nat64_mapt_bmr_t &rule) {
+    return rule.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX &&
+           rule.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
+}
+
 /** A packet-processor complex that has a lookup tree. */
 typedef struct {
     fwx_list_link_t link;

@@ -7,11 +7,6 @@ namespace {
 constexpr char element_pool_name[] = "VKT NAT64 MAPT Rule Hash Chunk";
 constexpr uint32_t element_pool_elements = 4096;
 
-bool fits_its_fields(const fwx_nat64_mapt_bmr_t &bmr) {
-    return bmr.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX &&
-           bmr.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
-}
-
 uint32_t delete_pending(fwx_mapt_rule_hash_elem_t *elem, const char *caller) {
     const uint32_t rc = fwx_mapt_del_pending_rule_hash_elem(elem);
     if (rc != 0) {
@@ -44,7 +39,7 @@ uint32_t fwx_mapt_plu_add_pending_rule(const fwx_nat64_mapt_bmr_t *bmr) {
         NAT64_LOG_ERROR("\n%s: BMR is NULL", __func__);
         return FWX_NAT64_ERR_INVALID;
     }
-    if (!fits_its_fields(*bmr)) {
+    if (!plu_fits_its_fields(*bmr)) {
         NAT64_LOG_ERROR("\n%s: prefix lengths %u (V4) and %u (V6) exceed 32 and 64", __func__, bmr->v4_prefix_len,
                         bmr->v6_prefix_len);
         return FWX_NAT64_ERR_INVALID;

@@ -66,13 +66,10 @@ void log_adding(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule, co
     }
 }
 
-/* Never reads past the prefix field, also of an element with a length that no rule can have. */
 lookup_key_t make_key(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule) {
     lookup_key_t key;
     const uint8_t prefix_len = subtable.prefix_len(rule);
-    const size_t asked_bytes = (prefix_len + 7U) / 8;
-    fwx_memcpy(key.prefix, subtable.prefix(rule),
-               asked_bytes < subtable.prefix_bytes ? asked_bytes : subtable.prefix_bytes);
+    fwx_memcpy(key.prefix, subtable.prefix(rule), (prefix_len + 7U) / 8);
     fwx_mapt_plu_make_effective_prefix(subtable.tag, plu_tag_bits, key.prefix, prefix_len, key.bytes, &key.len);
     return key;
 }

@@ -8,7 +8,11 @@
 namespace {
 
 bool framed_under(const fwx_nat64_client_info_t *info, const fwx_nat64_msg_hdr_t *hdr) {
-    return info != nullptr && info->epoch == hdr->epoch;
+    return client_may_send(info) && info->epoch == hdr->epoch;
+}
+
+uint32_t low_half(const void *msg) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(msg));
 }
 
 void unlist(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
@@ -19,7 +23,7 @@ void unlist(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char
 void release_unsent(fwx_nat64_client_info_t *info, fwx_nat64_msg_hdr_t *hdr, const char *caller) {
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
     unlist(info, ctx, caller);
-    chunk_free(info->clnt_ctx_chunk, ctx);
+    clnt_ctx_to_pool(info, ctx);
     smc_msg_tx_buffer_free(hdr);
 }
 
@@ -32,7 +36,8 @@ void fwx_nat64_client_async_send_callback(void *cookie, void * /*unused*/, uint3
     if (status != 0) {
         fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
         fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
-        if (framed_under(info, hdr) && ctx != nullptr) {
+        const bool outstanding = framed_under(info, hdr) && ctx != nullptr && ctx->message == low_half(cookie);
+        if (outstanding) { /* else it was answered, and its context may be another command's */
             unlist(info, ctx, __func__);
             fwx_nat64_clnt_cmd_cb(info, ctx);
         }
@@ -44,7 +49,7 @@ void fwx_nat64_client_async_send_callback(void *cookie, void * /*unused*/, uint3
 
 uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_ctx, void *cb_func, void **msg) {
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
+    if (!client_may_frame(info)) return FWX_NAT64_ERR_NOT_READY;
     if (msg == nullptr) return FWX_NAT64_ERR_BAD_ARG;
 
     auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(chunk_malloc(info->clnt_ctx_chunk));
@@ -57,6 +62,7 @@ uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_
     ctx->cb_func = cb_func;
     ctx->pal_ctx = pal_ctx;
     ctx->cmd = msgno & 0xffffU;
+    ctx->message = low_half(buffer);
     if (fwx_list_insert_tail(info->clnt_ctx_list, ctx) != 0) {
         chunk_free(info->clnt_ctx_chunk, ctx);
         smc_msg_tx_buffer_free(buffer);
@@ -77,15 +83,15 @@ uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
     auto *hdr = static_cast<fwx_nat64_msg_hdr_t *>(msg);
 
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    const bool current = framed_under(info, hdr);
-    uint32_t rc = current ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
+    uint32_t rc = framed_under(info, hdr) ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
     if (rc == 0) {
         rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
         if (rc == 0) return 0;
     }
 
     NAT64_LOG_ERROR("\n%s msg_send failed %s", __func__, xerr_strerror(rc));
-    if (current) {
+    info = fwx_nat64_client_info_get(); /* a callback on the way may have unbound */
+    if (framed_under(info, hdr)) {
         release_unsent(info, hdr, __func__);
     } else {
         smc_msg_tx_buffer_free(msg); /* list and pool of its binding are gone */

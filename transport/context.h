@@ -3,7 +3,6 @@
 #define TRANSPORT_CONTEXT_H
 
 #include "fwx_nat64/client.h"
-#include "fwx_nat64/query.h"
 #include "platform/runtime.h"
 
 /**
@@ -12,33 +11,39 @@
  */
 typedef struct {
     fwx_list_link_t link;
-    uint32_t cmd;  /* message number; FWX_NAT64_MSG_MAX once a reply has released the context */
-    void *pal_ctx; /* the PAL's */
-    void *cb_func; /* the PAL's callback; for a session walk the owned fwx_nat64_sess_walk_cb_t */
+    uint32_t cmd;     /* message number; FWX_NAT64_MSG_MAX once a reply has released the context */
+    uint32_t message; /* low half of the address of the command's message; 0 in the pool */
+    void *pal_ctx;    /* the PAL's */
+    void *cb_func;    /* the PAL's callback; for a session walk the owned fwx_nat64_sess_walk_cb_t */
 } fwx_nat64_clnt_ctx_t;
+static_assert(sizeof(fwx_nat64_clnt_ctx_t) == 40 && offsetof(fwx_nat64_clnt_ctx_t, pal_ctx) == 24,
+              "who reads a binding's outstanding commands knows them by this layout");
 
-/** A session walk under way; a block of the client core's tag, owned by the command's context once it is sent. */
-typedef struct {
-    uint32_t done; /* 1 once the PAL asked to stop */
-    uint32_t walk_arg;
-    fwx_nat64_sess_walk_fn_t walk_cb;
-} fwx_nat64_sess_walk_cb_t;
-
-/** The context that a message names, or null. It may be back in its pool, where it stays readable, until
- * it was found on the list. */
+/** The context that a message names, or null. It may be back in its pool, where it stays readable, until it was found
+ * on the list. */
 static inline fwx_nat64_clnt_ctx_t *clnt_ctx_named_by(const fwx_nat64_msg_hdr_t *hdr) {
     return reinterpret_cast<fwx_nat64_clnt_ctx_t *>(static_cast<uintptr_t>(hdr->clnt_ctx));
 }
 
+/** Whether an address that a reply names may be read as a context: where the platform can tell, it is asked; elsewhere
+ * the address is trusted. */
+static inline bool clnt_ctx_is_ours(const fwx_nat64_client_info_t *info, const fwx_nat64_clnt_ctx_t *ctx) {
+    return fwx_chunk_owns == nullptr || fwx_chunk_owns(info->clnt_ctx_chunk, ctx) != 0;
+}
+
 /** Frees the record of a walk, if the context owns one; the context then owns nothing. */
 void clnt_ctx_free_owned(fwx_nat64_clnt_ctx_t *ctx);
+
+/** Returns a context that owns nothing to the pool. */
+void clnt_ctx_to_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
 
 /** Frees what a context owns and returns it to the pool. Requires: it is off the list. */
 void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
 
 /**
  * Takes every outstanding context off the list, the first one first, and has `end` release it.
- * @return 0 when nothing is outstanding any more, or the code of the list operation that failed; the rest stays.
+ * @return 0 when nothing is outstanding any more or the binding ended meanwhile, or the code of the list operation that
+ * failed; the rest stays.
  */
 uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
                         void (*end)(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx));

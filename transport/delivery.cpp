@@ -1,11 +1,13 @@
 #include "transport/delivery.h"
 
+#include "client/client.h"
 #include "client/log.h"
 #include "fwx_nat64/mapt.h"
 #include "fwx_nat64/result.h"
 #include "fwx_nat64/wire.h"
 #include "platform/runtime.h"
 #include "transport/handler_table.h"
+#include "transport/walk.h"
 
 namespace {
 
@@ -15,6 +17,11 @@ constexpr char handler_name[] = "fwx_nat64_async_rsp_svr";
 template <typename fn_t>
 fn_t callback_of(const fwx_nat64_clnt_ctx_t *ctx) {
     return reinterpret_cast<fn_t>(ctx->cb_func);
+}
+
+/* Of a callback's reply that was delivered while `binding` watched. */
+fate_t fate_after(const binding_watch_t &binding, fate_t fate) {
+    return binding.is_same() ? fate : fate_t::gone;
 }
 
 bool put_back(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
@@ -32,7 +39,9 @@ uint32_t fwx_nat64_clnt_ctx_requeue(fwx_nat64_client_info_t *info, fwx_nat64_cln
     return put_back(info, ctx, __func__) ? 0 : 1;
 }
 
-fate_t requeue(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t more, uint32_t stop) {
+fate_t requeue(const binding_watch_t &binding, fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t more,
+               uint32_t stop) {
+    if (!binding.is_same()) return fate_t::gone;
     return fwx_nat64_clnt_ctx_requeue(info, ctx, more, stop) != 0 ? fate_t::release : fate_t::keep;
 }
 
@@ -46,18 +55,20 @@ uint32_t walk_status(const fwx_nat64_sess_walk_reply_t *reply) {
 /* Of each reply `more` is read before the callback: the message may be gone after it. */
 
 fate_t deliver_sys(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    const binding_watch_t binding;
     auto *stats = static_cast<fwx_nat64_stats_sys_reply_t *>(msg);
     if (stats->reply.result != 0) {
         fail_sys(ctx);
-        return fate_t::release;
+        return fate_after(binding, fate_t::release);
     }
     const auto callback = callback_of<fwx_nat64_sys_stats_fn_t>(ctx);
     const uint32_t more = stats->more;
     const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats + 1) : 1;
-    return requeue(info, ctx, more, stop);
+    return requeue(binding, info, ctx, more, stop);
 }
 
 fate_t deliver_intf(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    const binding_watch_t binding;
     auto *stats = static_cast<fwx_nat64_stats_intf_reply_t *>(msg);
     if (stats->reply.result != 0) {
         stats->more = 0;
@@ -66,10 +77,11 @@ fate_t deliver_intf(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
     const auto callback = callback_of<fwx_nat64_intf_stats_fn_t>(ctx);
     const uint32_t more = stats->more;
     const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats + 1) : 1;
-    return requeue(info, ctx, more, stop);
+    return requeue(binding, info, ctx, more, stop);
 }
 
 fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+    const binding_watch_t binding;
     auto *stats = static_cast<fwx_nat64_stats_all_reply_t *>(msg);
     if (stats->reply.result != 0) {
         stats->more = 0;
@@ -79,7 +91,7 @@ fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
     const uint32_t more = stats->more;
     const uint32_t stop =
         callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats->value2, stats + 1) : 1;
-    return requeue(info, ctx, more, stop);
+    return requeue(binding, info, ctx, more, stop);
 }
 
 fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
@@ -95,13 +107,10 @@ fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
     const uint32_t status = failed ? FWX_NAT64_WALK_ERROR : walk_status(reply);
     /* Back on the list before the PAL hears of it: from the callback on the walk is outstanding again. */
     if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, ctx, handler_name))) {
-        fail_walk(ctx);
-        return fate_t::release;
+        return deliver_failure(ctx) ? fate_t::release : fate_t::gone;
     }
-    if (walk->done == 0 &&
-        walk->walk_cb(ctx->pal_ctx, reply->count, reply + 1, reply->value, reply->value2, status) == 1) {
-        walk->done = 1;
-    }
+    const walk_news_t news = {reply->count, reply + 1, reply->value, reply->value2, status};
+    if (!walk_tell(walk, ctx->pal_ctx, news)) return fate_t::gone;
     return status == FWX_NAT64_WALK_MORE ? fate_t::keep : fate_t::release;
 }
 
@@ -112,8 +121,13 @@ fate_t deliver_rule(fwx_nat64_client_info_t * /*info*/, fwx_nat64_clnt_ctx_t *ct
     if (reply->rule_type == FWX_NAT64_MAPT_RULE_BMR && reply->op == FWX_NAT64_OP_ADD) rc = fwx_mapt_plu_add_rule(msg);
     if (reply->op == FWX_NAT64_OP_DEL && reply->cleanup == 1) fwx_mapt_plu_cleanup();
     reply->reply.result = rc;
-    deliver_result(ctx, rc);
-    return fate_t::release_unlogged;
+    return deliver_bare(ctx, rc);
+}
+
+fate_t deliver_bare(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code) {
+    const binding_watch_t binding;
+    deliver_result(ctx, code);
+    return fate_after(binding, fate_t::release_unlogged);
 }
 
 void deliver_result(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code) {
@@ -139,16 +153,17 @@ void fail_pool(fwx_nat64_clnt_ctx_t *ctx) {
 }
 
 void fail_walk(fwx_nat64_clnt_ctx_t *ctx) {
-    const auto *walk = static_cast<const fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
-    if (walk == nullptr || walk->done != 0) return;
-    walk->walk_cb(ctx->pal_ctx, 0, nullptr, 0, 0, FWX_NAT64_WALK_ERROR);
+    auto *walk = static_cast<fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
+    if (walk != nullptr) walk_tell(walk, ctx->pal_ctx, {0, nullptr, 0, 0, FWX_NAT64_WALK_ERROR});
 }
 
-void deliver_failure(fwx_nat64_clnt_ctx_t *ctx) {
+bool deliver_failure(fwx_nat64_clnt_ctx_t *ctx) {
     const deliver_failure_fn_t deliver = msg_row(ctx->cmd).deliver_failure;
     if (deliver == nullptr) {
         NAT64_LOG_WARNING("\n%s invalid reply code %d", "fwx_nat64_clnt_cmd_cb", ctx->cmd);
-        return;
+        return true;
     }
+    const binding_watch_t binding;
     deliver(ctx);
+    return binding.is_same();
 }

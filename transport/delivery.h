@@ -10,6 +10,7 @@ enum class fate_t : uint8_t {
     keep,             /* outstanding again */
     release,          /* finished, which is logged */
     release_unlogged, /* finished */
+    gone,             /* its binding ended, or it was released, in the callback: nothing of it may be touched */
 };
 
 /** Delivers a reply that is as long as its type needs. Requires: the context is off the list. */
@@ -19,6 +20,9 @@ fate_t deliver_intf(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
 fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg);
 fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg);
 fate_t deliver_rule(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg);
+
+/** Delivers a result as the whole reply to a command of type 13. */
+fate_t deliver_bare(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code);
 
 /** Hands a result to the callback of a command, if it has one. */
 void deliver_result(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code);
@@ -31,7 +35,10 @@ void fail_intf(fwx_nat64_clnt_ctx_t *ctx);
 void fail_pool(fwx_nat64_clnt_ctx_t *ctx);
 void fail_walk(fwx_nat64_clnt_ctx_t *ctx);
 
-/** Tells the PAL that a command failed, as its message number has it. Requires: the context is off the list. */
-void deliver_failure(fwx_nat64_clnt_ctx_t *ctx);
+/**
+ * Tells the PAL that a command failed, as its message number has it. Requires: the context is off the list.
+ * @return whether the context is still there; false: its binding ended in the callback.
+ */
+bool deliver_failure(fwx_nat64_clnt_ctx_t *ctx);
 
 #endif

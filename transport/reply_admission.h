@@ -1,4 +1,4 @@
-/* The first look at a received reply: length, then binding. Nothing is read before its length is known. */
+/* The first look at a received reply: frame, then binding, then the length that its type needs. */
 #ifndef TRANSPORT_REPLY_ADMISSION_H
 #define TRANSPORT_REPLY_ADMISSION_H
 

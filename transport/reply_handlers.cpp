@@ -1,4 +1,5 @@
 /* Replies whose whole content is a result: to commands, and to classifier commands. */
+#include "client/client.h"
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "platform/cgm.h"
@@ -13,16 +14,17 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
     if (ctx == nullptr) return;
-    if (fwx_list_remove_element(info->clnt_ctx_list, ctx) != 0) {
+    if (!clnt_ctx_is_ours(info, ctx) || fwx_list_remove_element(info->clnt_ctx_list, ctx) != 0) {
         NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         return;
     }
+    const binding_watch_t binding;
     if (msg_row(ctx->cmd).is_query) { /* refused with a bare result, which its callback cannot take */
         deliver_failure(ctx);
     } else {
         deliver_result(ctx, reply->result);
     }
-    clnt_ctx_release(info, ctx);
+    if (binding.is_same()) clnt_ctx_release(info, ctx);
 }
 
 void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
@@ -31,7 +33,8 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
-    const bool found = ctx != nullptr && fwx_list_remove_element(info->clnt_ctx_list, ctx) == 0;
+    const bool found =
+        ctx != nullptr && clnt_ctx_is_ours(info, ctx) && fwx_list_remove_element(info->clnt_ctx_list, ctx) == 0;
     if (!found) {
         if (ctx != nullptr) NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         NAT64_LOG_WARNING(
@@ -42,7 +45,10 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
     NAT64_LOG_TRACE("\n%s epoch(%d/%d) - cgm_notification_async_return() for PAL CTX: %#x, %s", __func__, info->epoch,
                     reply->hdr.epoch, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ctx->pal_ctx)),
                     xerr_strerror(reply->result));
-    clnt_ctx_free_owned(ctx);
-    cgm_notification_async_return(FWX_NAT64_CGM_CLIENT_ID, ctx->pal_ctx, reply->result);
-    clnt_ctx_release(info, ctx);
+    const binding_watch_t binding;
+    void *manager_ctx = ctx->pal_ctx; /* both may be gone after a callback */
+    const uint32_t result = reply->result;
+    if (msg_row(ctx->cmd).is_query && deliver_failure(ctx)) clnt_ctx_free_owned(ctx);
+    cgm_notification_async_return(FWX_NAT64_CGM_CLIENT_ID, manager_ctx, result);
+    if (binding.is_same()) clnt_ctx_release(info, ctx);
 }

@@ -33,6 +33,10 @@ void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t
         NAT64_LOG_ERROR("\n%s no clnt_ctx for msgno=-%d", name, msgno);
         return;
     }
+    if (!clnt_ctx_is_ours(info, ctx)) {
+        NAT64_LOG_ERROR("\n%s client context not found on list for cmd=%d", name, msgno);
+        return;
+    }
     if (ctx->cmd != msgno) {
         NAT64_LOG_ERROR("\n%s client context %p found invalid cmd=%d for msgno=%d", name, static_cast<void *>(ctx),
                         ctx->cmd, msgno);
@@ -45,14 +49,16 @@ void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t
         return;
     }
 
-    const deliver_fn_t deliver = msg_row(msgno).deliver;
+    const fwx_nat64_msg_hndlr_t &row = msg_row(msgno);
     fate_t fate = fate_t::release;
-    if (admission == reply_admission_t::failure_only) {
-        deliver_failure(ctx);
-    } else if (deliver != nullptr) {
-        fate = deliver(info, ctx, msg);
+    if (admission == reply_admission_t::failure_only && row.is_query) {
+        fate = deliver_failure(ctx) ? fate_t::release : fate_t::gone;
+    } else if (admission == reply_admission_t::failure_only) {
+        fate = deliver_bare(ctx, reply->result);
+    } else if (row.deliver != nullptr) {
+        fate = row.deliver(info, ctx, msg);
     } else {
         NAT64_LOG_ERROR("\n%s invalid reply code %d", name, msgno);
     }
-    if (fate != fate_t::keep) finish(info, ctx, msgno, fate);
+    if (fate == fate_t::release || fate == fate_t::release_unlogged) finish(info, ctx, msgno, fate);
 }

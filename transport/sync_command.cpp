@@ -8,8 +8,8 @@ namespace {
 
 /* Both send forms; `caller` is the name under which a failure is logged. */
 uint32_t exchange(void *msg, size_t size, void *reply, size_t reply_size, const char *caller) {
-    fwx_nat64_client_info_t *info = nullptr;
-    uint32_t rc = fwx_nat64_client_connect_to_server(&info, 1);
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    uint32_t rc = client_may_send(info) ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
     if (rc == 0) rc = smc_sync_msg_send(info->chan, msg, size, reply, reply_size);
     smc_msg_tx_buffer_free(msg);
     if (rc != 0) {
@@ -24,7 +24,7 @@ uint32_t exchange(void *msg, size_t size, void *reply, size_t reply_size, const 
 }  // namespace
 
 uint32_t fwx_nat64_client_sync_cmd_init(size_t size, uint32_t msgno, void **msg) {
-    if (fwx_nat64_client_info_get() == nullptr) return FWX_NAT64_ERR_NOT_READY;
+    if (!client_may_frame(fwx_nat64_client_info_get())) return FWX_NAT64_ERR_NOT_READY;
     if (msg == nullptr) return FWX_NAT64_ERR_BAD_ARG;
     void *buffer = nullptr;
     if (smc_msg_tx_buffer_alloc(size, &buffer) != 0) return FWX_NAT64_ERR_NOMEM;

@@ -5,11 +5,15 @@
 #include "library_fixture.h"
 #include "mapt/plu.h"
 #include "platform/smc.h"
+#include "transport/handler_table.h"
 
 namespace {
 
 uint32_t stride_map_failure;
 smc_send_done_fn_t last_done_fn;
+smc_chan_err_fn_t last_err_fn;
+smc_rx_buffer_fn_t last_rx_fn;
+std::function<void()> on_send; /* what happens inside a hand-over, which this platform does not let happen */
 
 }  // namespace
 
@@ -26,7 +30,27 @@ uint32_t wrapped_send(smc_chan_t chan, void *msg, void *cookie, size_t size,
                       smc_send_done_fn_t done_fn) asm("__wrap_smc_async_msg_sends");
 uint32_t wrapped_send(smc_chan_t chan, void *msg, void *cookie, size_t size, smc_send_done_fn_t done_fn) {
     last_done_fn = done_fn;
-    return real_send(chan, msg, cookie, size, done_fn);
+    const uint32_t rc = real_send(chan, msg, cookie, size, done_fn);
+    if (on_send) on_send();
+    return rc;
+}
+
+uint32_t real_open(const char *name, smc_event_t ev, uint32_t arg3, smc_chan_err_fn_t err_fn,
+                   smc_chan_t *chan) asm("__real_smc_msg_chan_open");
+uint32_t wrapped_open(const char *name, smc_event_t ev, uint32_t arg3, smc_chan_err_fn_t err_fn,
+                      smc_chan_t *chan) asm("__wrap_smc_msg_chan_open");
+uint32_t wrapped_open(const char *name, smc_event_t ev, uint32_t arg3, smc_chan_err_fn_t err_fn, smc_chan_t *chan) {
+    last_err_fn = err_fn;
+    return real_open(name, ev, arg3, err_fn, chan);
+}
+
+uint32_t real_rx_buffer_set(smc_chan_t chan, void *buf, size_t size,
+                            smc_rx_buffer_fn_t rx_fn) asm("__real_smc_msg_rx_buffer_set");
+uint32_t wrapped_rx_buffer_set(smc_chan_t chan, void *buf, size_t size,
+                               smc_rx_buffer_fn_t rx_fn) asm("__wrap_smc_msg_rx_buffer_set");
+uint32_t wrapped_rx_buffer_set(smc_chan_t chan, void *buf, size_t size, smc_rx_buffer_fn_t rx_fn) {
+    last_rx_fn = rx_fn;
+    return real_rx_buffer_set(chan, buf, size, rx_fn);
 }
 
 namespace {
@@ -41,6 +65,7 @@ protected:
         library_fixture_t::SetUp();
         plu.tbm_info = {};
         stride_map_failure = 0;
+        on_send = nullptr;
     }
 
     void install(fwx_nat64_mapt_bmr_t &bmr) {
@@ -146,6 +171,79 @@ TEST_F(guard_test_t, a_completion_without_a_message_is_logged_and_nothing_else) 
               "error: \nfwx_nat64_client_async_send_callback NULL msg ptr " + std::string(xerr_strerror(5)));
     EXPECT_EQ(outstanding(), 1u);
     EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(guard_test_t, no_rule_and_one_with_a_prefix_longer_than_its_field_are_not_inserted) {
+    ASSERT_EQ(fwx_mapt_plu_init(), 0u);
+    EXPECT_EQ(fwx_mapt_plu_rule_insert(nullptr), FWX_NAT64_ERR_INVALID);
+    for (const auto &[v4_len, v6_len] : {std::pair<uint8_t, uint8_t>{33, 64}, {32, 65}}) {
+        fwx_mapt_rule_hash_elem_t elem = {bmr_, 1};
+        elem.rule.v4_prefix_len = v4_len;
+        elem.rule.v6_prefix_len = v6_len;
+        EXPECT_EQ(fwx_mapt_plu_rule_insert(&elem), FWX_NAT64_ERR_INVALID);
+        EXPECT_EQ(logged.back().find("error: \nfwx_mapt_plu_rule_insert: "), 0u);
+    }
+    EXPECT_EQ(plu.complex_list, nullptr) << "nothing was made";
+}
+
+TEST_F(guard_test_t, a_walk_that_ends_within_its_own_callback_is_not_touched_after_it) {
+    bind_quietly();
+    const fwx_nat64_sess_walk_filter_t filter{};
+    const auto walk = [&] { ASSERT_EQ(fwx_nat64_session_walk_a(1, &filter, 0, 0, 0, walk_cb, this), 0u); };
+    const auto reply = [&](uint32_t more) { /* delivered at once, as by a platform whose callbacks nest */
+                                            bytes_t bytes = reply_to(received.back(), 9, 96);
+                                            put(bytes, 48, more);
+                                            fwx_nat64_async_rsp_svr(nullptr, nullptr, bytes.data(), bytes.size());
+    };
+    walk();
+    pump();
+    on_call = [&] {
+        on_call = nullptr;
+        reply(0); /* the last one, which releases the walk */
+        walk();   /* and this one takes over its context */
+    };
+    stop_value = 1;
+    reply(1);
+    stop_value = 0;
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].status, FWX_NAT64_WALK_MORE);
+    EXPECT_EQ(calls[1].status, FWX_NAT64_WALK_DONE);
+    pump();
+    reply(0);
+    EXPECT_EQ(calls.size(), 3u) << "the walk that has taken over was not asked to stop";
+}
+
+TEST_F(guard_test_t, a_channel_that_fails_under_its_initial_commands_is_opened_by_the_next_send_alone) {
+    bind_quietly();
+    for (const uint32_t fails_at : {1U, 2U}) { /* the init command, the unsolicited setup */
+        SCOPED_TRACE(fails_at);
+        break_channel();
+        fwx_host_fault_reset();
+        uint32_t sends = 0;
+        on_send = [&] {
+            if (++sends == fails_at) last_err_fn(nullptr);
+        };
+        EXPECT_EQ(fwx_nat64_ipalias_upload_a(this), FWX_NAT64_ERR_AGAIN);
+        on_send = nullptr;
+        pump();
+        EXPECT_EQ(fwx_host_fault_calls(FWX_HOST_OP_CHAN_OPEN), 1u);
+        EXPECT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
+        pump();
+        EXPECT_EQ(fwx_host_fault_calls(FWX_HOST_OP_CHAN_OPEN), 2u);
+    }
+    EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
+}
+
+TEST_F(guard_test_t, a_receive_buffer_replaces_the_one_before_and_is_as_long_as_a_connection_announces) {
+    bind_quietly();
+    const uint64_t bytes = fwx_host_memory_live();
+    EXPECT_EQ(last_rx_fn(info()->chan, nullptr, 100), 1u) << "the channel does not say which buffer it had";
+    memset(info()->rx_buf, 0xff, 4000);
+    EXPECT_EQ(fwx_host_memory_live(), bytes) << "the one before is freed";
+    void *present = info()->rx_buf;
+    fwx_host_fault_arm(FWX_HOST_OP_RX_BUFFER_SET, 1, 5);
+    EXPECT_EQ(last_rx_fn(info()->chan, nullptr, 5000), 0u);
+    EXPECT_EQ(info()->rx_buf, present) << "the channel refused the new one";
 }
 
 TEST_F(guard_test_t, an_unsolicited_command_is_checked_again_where_it_is_handled) {

@@ -21,7 +21,10 @@ const fwx_host_server_ops_t library_fixture_t::server_ops = {
         test->peer = opened;
         ++test->channels_opened;
     },
-    [](void *ctx, fwx_host_peer_t *) { static_cast<library_fixture_t *>(ctx)->peer = nullptr; },
+    [](void *ctx, fwx_host_peer_t *gone) {
+        auto *test = static_cast<library_fixture_t *>(ctx);
+        if (test->peer == gone) test->peer = nullptr;
+    },
     [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size) {
         static_cast<library_fixture_t *>(ctx)->received.push_back(copy_of(msg, size));
     },
@@ -38,11 +41,18 @@ const fwx_host_server_ops_t library_fixture_t::server_ops = {
     },
 };
 
+void library_fixture_t::run_on_call() const {
+    const std::function<void()> act = on_call; /* which may set another one */
+    if (act) act();
+}
+
 uint32_t library_fixture_t::record(call_t call, const void *data) {
     call.has_data = data != nullptr;
     if (data != nullptr) call.data = copy_of(data, data_bytes_shown);
     self->calls.push_back(call);
-    return self->stop_value;
+    const uint32_t stop = self->stop_value;
+    self->run_on_call();
+    return stop;
 }
 
 uint32_t library_fixture_t::walk_cb(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
@@ -65,6 +75,7 @@ void library_fixture_t::SetUp() {
         [](void *ctx, uint32_t client_id, void *cgm_ctx, uint32_t result) {
             EXPECT_EQ(client_id, 20u);
             static_cast<library_fixture_t *>(ctx)->cgm_returns.emplace_back(cgm_ctx, result);
+            self->run_on_call();
         },
         this);
     loop = fwx_host_loop_create();
@@ -96,6 +107,7 @@ void library_fixture_t::SetUp() {
 }
 
 void library_fixture_t::TearDown() {
+    on_call = nullptr;
     fwx_host_fault_reset();
     fwx_nat64_unbind();
     fwx_mapt_plu_cleanup();

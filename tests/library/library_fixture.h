@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "bytes.h"
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
@@ -60,6 +62,7 @@ protected:
     bytes_t sync_extra;            /* bytes behind the result */
     std::vector<call_t> calls;     /* of the PAL's callbacks */
     uint32_t stop_value = 0;       /* what query and walk callbacks return */
+    std::function<void()> on_call; /* what callbacks of the PAL and of the classifier manager do beside recording */
     std::vector<std::pair<void *, uint32_t>> cgm_returns;
     fwx_nat64_reply_cbs_t reply_cbs{};
     fwx_nat64_unsol_cbs_t unsol_cbs{};
@@ -74,6 +77,7 @@ private:
     static const fwx_host_server_ops_t server_ops;
     fwx_host_errors_t errors_before{};
     static uint32_t record(call_t call, const void *data);
+    void run_on_call() const;
 };
 
 #endif

@@ -284,10 +284,11 @@ TEST_F(reply_test_t, a_query_or_walk_answered_by_a_bare_result_ends_as_failed) {
         EXPECT_EQ(calls[0].status, msgno == 9 ? 4u : 0u);
         expect_all_released();
     }
-    deliver(reply_to(send(9), 10, 36, 0));
-    EXPECT_EQ(calls.size(), 1u);
+    deliver(reply_to(send(9), 10, 36, 5)); /* which the classifier manager hears of all the same */
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[1].status, 4u);
+    EXPECT_EQ(cgm_returns, (std::vector<std::pair<void *, uint32_t>>{{this, 5}}));
     expect_all_released();
-    cgm_returns.clear();
 }
 
 TEST_F(reply_test_t, replies_too_short_for_their_type_are_dropped_before_anything_is_touched) {
@@ -316,11 +317,26 @@ TEST_F(reply_test_t, replies_too_short_for_their_type_are_dropped_before_anythin
     }
 }
 
-TEST_F(reply_test_t, a_failed_rule_reply_without_its_fields_ends_as_a_flush) {
-    deliver(reply_to(send(13), 13, 36, 0x6003));
+TEST_F(reply_test_t, a_refused_rule_command_without_its_fields_hears_the_servers_result) {
+    fwx_nat64_dbg_info_set(1);
+    const bytes_t refusal = reply_to(send(13), 13, 36, 0x6003);
+    logged.clear();
+    deliver(refusal);
     ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].result, FWX_NAT64_ERR_AGAIN);
+    EXPECT_EQ(calls[0].result, 0x6003u);
+    EXPECT_EQ(logged.size(), 1u) << "what came, and no line about its end";
+    deliver(refusal);
+    EXPECT_NE(logged.back().find("found invalid cmd=14 for msgno=13"), std::string::npos);
     expect_all_released();
+}
+
+TEST_F(reply_test_t, a_reply_of_an_earlier_binding_is_told_as_such_however_short_it_is) {
+    bytes_t reply = reply_to(send(9), 9, 40);
+    put(reply, 24, info()->epoch + 1);
+    fwx_nat64_dbg_warning_set(1);
+    deliver(reply);
+    EXPECT_EQ(logged.back().find("warning: \nfwx_nat64_async_rsp_svr epoch("), 0u) << logged.back();
+    EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
 }
 
 TEST_F(reply_test_t, a_reply_number_that_is_not_served_releases_its_context) {

@@ -1,0 +1,33 @@
+/* A session walk under way: its record, and the calls of its callback, from within which the walk may end. */
+#ifndef TRANSPORT_WALK_H
+#define TRANSPORT_WALK_H
+
+#include "fwx_nat64/query.h"
+
+/** A block of the client core's tag, owned by the command's context once it is sent. */
+typedef struct {
+    uint32_t done; /* 1 once the PAL asked to stop */
+    uint32_t walk_arg;
+    fwx_nat64_sess_walk_fn_t walk_cb;
+} fwx_nat64_sess_walk_cb_t;
+
+/** What a walk's callback is told beside the PAL's context. */
+typedef struct {
+    uint32_t count;
+    void *data;
+    uint64_t value;
+    uint32_t value2;
+    uint32_t status; /* FWX_NAT64_WALK_ */
+} walk_news_t;
+
+/**
+ * Calls a walk's callback, unless the PAL asked to stop before, and notes whether it asks now.
+ * @return whether record and context are still there. False: the callback ended the walk, by a flush, a further reply
+ * or the end of the binding; the record is freed.
+ */
+bool walk_tell(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_news_t &news);
+
+/** Frees the record of a walk; those who are inside its callback will find it gone. */
+void walk_free(fwx_nat64_sess_walk_cb_t *walk);
+
+#endif
