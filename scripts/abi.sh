@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Compares the binary interface of the library in build/dev with the one that stands in the tree; docs/abi.md says what
 # a difference means.
-# usage: abi.sh [--update]   --update: writes the present interface into the tree
+# usage: abi.sh [--update]   --update: writes the present interface into the tree, and before that the list of what is
+#                            exported, which is what the public headers declare
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
@@ -13,6 +14,10 @@ case "${1:-}" in
 esac
 
 need_packages "${build_packages[@]}" libgtest-dev abigail-tools
+if [[ "${1:-}" == --update ]]; then
+  grep -ohE '^(uint32_t|void|fwx_nat64_client_info_t) \*?fwx_[a-z0-9_]+\(|^extern const [a-z0-9_]+ fwx_[a-z0-9_]+;' \
+    include/fwx_nat64/*.h | sed -E 's/[(;]$//; s/.*[ *]//' | LC_ALL=C sort >cmake/exports.list
+fi
 cmake --preset dev >/dev/null
 cmake --build --preset dev --target fwx_nat64 | tail -n 1
 

@@ -1,21 +1,21 @@
 #!/usr/bin/env bash
-# Everything that is checked before a change lands: format, both compilers without a warning, all tests plain (g++) and
-# under ASan+UBSan (clang++), what two processes share under TSan, static analysis, the fuzzers, the library without a
-# platform, what is delivered, the demo.
-# usage: test.sh [--quick]   --quick: g++ and its tests alone
+# Everything that is checked before a change lands: who includes whom, format, both compilers without a warning, all tests
+# plain (g++) and under ASan+UBSan (clang++), what two processes share under TSan, static analysis, the fuzzers, the library
+# without a platform, what is delivered, the demo.
+# usage: test.sh [--quick | --full]   --quick: includes, g++ and its tests alone, in 90 seconds
+#                                     --full: long runs as well, in an hour
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
-quick=0
-case "${1:-}" in
-  --quick) quick=1 ;;
-  "") ;;
-  *) echo "usage: $0 [--quick]" >&2; exit 2 ;;
+tier=${1:---default}
+case "$tier" in
+  --quick | --default | --full) ;;
+  *) echo "usage: $0 [--quick | --full]" >&2; exit 2 ;;
 esac
 
 need_packages "${build_packages[@]}" libgtest-dev
-[[ $quick -eq 1 ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf file dpkg-dev tshark doxygen abigail-tools
+[[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf file dpkg-dev tshark doxygen abigail-tools
 
 build_and_test() {
   say "$1: build"
@@ -25,13 +25,16 @@ build_and_test() {
   ctest --preset "$1" --parallel 2 --label-exclude delivery | tail -n 4
 }
 
-if [[ $quick -eq 0 ]]; then
+say "includes"
+scripts/includes.sh
+
+if [[ $tier != --quick ]]; then
   say "format"
   git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 fi
 
 build_and_test dev
-if [[ $quick -eq 0 ]]; then
+if [[ $tier != --quick ]]; then
   build_and_test asan
   build_and_test tsan
 
@@ -58,5 +61,10 @@ if [[ $quick -eq 0 ]]; then
 
   say "demo"
   scripts/demo.sh build/dev/tools/natctl >/dev/null
+fi
+
+if [[ $tier == --full ]]; then
+  scripts/fuzz.sh 600
+  scripts/kill_drill.sh 1000
 fi
 say "all checks passed in $SECONDS s"
