@@ -52,17 +52,20 @@ uint64_t first_byte_most_significant(const uint8_t *bytes, size_t count) {
     return value;
 }
 
+uint64_t prefix_number(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule) {
+    return first_byte_most_significant(subtable.prefix(rule), subtable.prefix_bytes);
+}
+
 void log_adding(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key) {
-    const uint64_t prefix = first_byte_most_significant(subtable.prefix(rule), subtable.prefix_bytes);
-    const uint8_t prefix_len = subtable.prefix_len(rule);
     if (subtable.is_v4()) {
         NAT64_LOG_INFO("\n%s Prefixes being added BMR V4 prefix(0x%x)/%u Effective prefix:(" TWELVE_BYTES_FORMAT "/%u)",
-                       subtable.add_name, static_cast<uint32_t>(prefix), prefix_len, TWELVE_BYTES(key.bytes), key.len);
+                       subtable.add_name, static_cast<uint32_t>(prefix_number(subtable, rule)),
+                       subtable.prefix_len(rule), TWELVE_BYTES(key.bytes), key.len);
     } else {
         NAT64_LOG_INFO("\n%s Prefixes being added BMR V6 prefix(0x%lx/%u) Effective prefix:(" TWELVE_BYTES_FORMAT
                        "/%u) Temp prefix:(" TWELVE_BYTES_FORMAT ")",
-                       subtable.add_name, prefix, prefix_len, TWELVE_BYTES(key.bytes), key.len,
-                       TWELVE_BYTES(key.prefix));
+                       subtable.add_name, prefix_number(subtable, rule), subtable.prefix_len(rule),
+                       TWELVE_BYTES(key.bytes), key.len, TWELVE_BYTES(key.prefix));
     }
 }
 

@@ -10,11 +10,6 @@ void clnt_ctx_free_owned(fwx_nat64_clnt_ctx_t *ctx) {
     ctx->cb_func = nullptr;
 }
 
-void clnt_ctx_to_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
-    ctx->message = 0;
-    chunk_free(info->clnt_ctx_chunk, ctx);
-}
-
 void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
     clnt_ctx_free_owned(ctx);
     clnt_ctx_to_pool(info, ctx);

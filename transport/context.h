@@ -35,7 +35,10 @@ static inline bool clnt_ctx_is_ours(const fwx_nat64_client_info_t *info, const f
 void clnt_ctx_free_owned(fwx_nat64_clnt_ctx_t *ctx);
 
 /** Returns a context that owns nothing to the pool. */
-void clnt_ctx_to_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
+static inline void clnt_ctx_to_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    ctx->message = 0;
+    chunk_free(info->clnt_ctx_chunk, ctx);
+}
 
 /** Frees what a context owns and returns it to the pool. Requires: it is off the list. */
 void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);

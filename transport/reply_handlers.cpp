@@ -8,8 +8,8 @@
 #include "transport/reply_admission.h"
 
 void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
-    fwx_nat64_client_info_t *info = nullptr;
-    if (reply_admit(msg, size, __func__, &info) == reply_admission_t::dropped) return;
+    fwx_nat64_client_info_t *info = reply_admit(msg, size, __func__);
+    if (info == nullptr) return;
 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
@@ -18,18 +18,18 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
         NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         return;
     }
-    const binding_watch_t binding;
     if (msg_row(ctx->cmd).is_query) { /* refused with a bare result, which its callback cannot take */
-        deliver_failure(ctx);
-    } else {
-        deliver_result(ctx, reply->result);
+        fwx_nat64_clnt_cmd_cb(info, ctx);
+        return;
     }
-    if (binding.is_same()) clnt_ctx_release(info, ctx);
+    const binding_watch_t binding;
+    deliver_result(ctx, reply->result);
+    if (binding.is_same()) clnt_ctx_to_pool(info, ctx);
 }
 
 void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
-    fwx_nat64_client_info_t *info = nullptr;
-    if (reply_admit(msg, size, __func__, &info) == reply_admission_t::dropped) return;
+    fwx_nat64_client_info_t *info = reply_admit(msg, size, __func__);
+    if (info == nullptr) return;
 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);

@@ -22,12 +22,17 @@ void finish(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t m
 }  // namespace
 
 void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
-    fwx_nat64_client_info_t *info = nullptr;
-    const reply_admission_t admission = reply_admit(msg, size, name, &info);
-    if (admission == reply_admission_t::dropped) return;
+    fwx_nat64_client_info_t *info = reply_admit(msg, size, name);
+    if (info == nullptr) return;
 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
-    const uint32_t msgno = reply_msgno(msg);
+    const uint32_t msgno = reply->hdr.type & FWX_NAT64_MSG_NUMBER_MASK;
+    const fwx_nat64_msg_hndlr_t &row = msg_row(msgno);
+    const bool is_whole = size >= (reply->result == 0 ? row.least_bytes : row.least_refusal_bytes);
+    if (!is_whole && reply->result == 0) {
+        NAT64_LOG_ERROR("\n%s reply of %zu bytes is too short for msgno=%d", name, size, msgno);
+        return;
+    }
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
     if (ctx == nullptr) {
         NAT64_LOG_ERROR("\n%s no clnt_ctx for msgno=-%d", name, msgno);
@@ -49,11 +54,10 @@ void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t
         return;
     }
 
-    const fwx_nat64_msg_hndlr_t &row = msg_row(msgno);
     fate_t fate = fate_t::release;
-    if (admission == reply_admission_t::failure_only && row.is_query) {
+    if (!is_whole && row.is_query) { /* refused, and nothing but that is told */
         fate = deliver_failure(ctx) ? fate_t::release : fate_t::gone;
-    } else if (admission == reply_admission_t::failure_only) {
+    } else if (!is_whole) {
         fate = deliver_bare(ctx, reply->result);
     } else if (row.deliver != nullptr) {
         fate = row.deliver(info, ctx, msg);
