@@ -3,9 +3,13 @@
 #define MODEL_MAPPINGS_H
 
 #include "fwx_nat64/wire.h"
+#include "model/sessions.h"
 #include "model/table.h"
 
 struct mappings_t {
+    explicit mappings_t(sessions_t &table) : sessions(table) {}
+
+    sessions_t &sessions;                          /* end with their mapping */
     table_t<uint32_t, fwx_nat64_smapping_t> fixed; /* IPv4 addresses in network order */
     table_t<uint32_t, fwx_nat64_dmapping_payload_t> dynamic;
 

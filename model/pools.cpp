@@ -2,12 +2,26 @@
 
 namespace {
 
-bool is_in_order(const address_range_t &range) {
-    return range.first.is_ipv6 == range.second.is_ipv6 && !(range.second < range.first);
+range_key_t key_of(const fwx_nat64_pool_payload_t &pool) {
+    return {pool.id, address_of_ipv4(pool.start_addr), address_of_ipv4(pool.end_addr)};
 }
 
-address_range_t range_of(const fwx_nat64_pool_range_t &record) {
-    return {address_of(record.start_addr), address_of(record.end_addr)};
+range_key_t key_of(const fwx_nat64_pool_range_t &range) {
+    return {range.id, address_of(range.start_addr), address_of(range.end_addr)};
+}
+
+/* What comes before every range of a pool. */
+range_key_t start_of(uint32_t pool_id) {
+    return {pool_id, {}, {}};
+}
+
+bool is_in_order(const range_key_t &key) {
+    const auto &[pool_id, first, last] = key;
+    return first.is_ipv6 == last.is_ipv6 && !(last < first);
+}
+
+uint64_t address_count(const range_key_t &key) {
+    return addresses_between(std::get<1>(key), std::get<2>(key));
 }
 
 uint64_t add_saturating(uint64_t a, uint64_t b) {
@@ -17,43 +31,36 @@ uint64_t add_saturating(uint64_t a, uint64_t b) {
 }  // namespace
 
 uint32_t pools_t::set(const fwx_nat64_pool_payload_t &payload) {
-    const address_range_t own{address_of_ipv4(payload.start_addr), address_of_ipv4(payload.end_addr)};
-    const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(own);
-    if (!ok) return FWX_NAT64_MODEL_ERR_VALUE;
-    pools.entries[payload.id].own = own;
-    return 0;
+    const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(key_of(payload));
+    return ok ? pools.set(payload.id, payload) : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
 uint32_t pools_t::remove(const fwx_nat64_delete_payload_t &payload) {
-    return payload.one == 1 ? pools.erase(payload.id) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
+    auto range = ranges.entries.lower_bound(start_of(payload.id));
+    while (range != ranges.entries.end() && range->second.id == payload.id) {
+        range = ranges.entries.erase(range);
+    }
+    sessions.close_of_pool(payload.id);
+    return pools.erase(payload.id);
 }
 
 uint32_t pools_t::range_add(const fwx_nat64_pool_range_t &range) {
-    const auto pool = pools.entries.find(range.id);
-    if (pool == pools.entries.end()) return FWX_NAT64_MODEL_ERR_NO_POOL;
-    if (!is_in_order(range_of(range))) return FWX_NAT64_MODEL_ERR_VALUE;
-    return pool->second.ranges.insert(range_of(range)).second ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
+    if (!pools.get(range.id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
+    return is_in_order(key_of(range)) ? ranges.add(key_of(range), range) : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
 uint32_t pools_t::range_delete(const fwx_nat64_pool_range_del_payload_t &payload) {
-    const auto pool = pools.entries.find(payload.range.id);
-    if (pool == pools.entries.end()) return FWX_NAT64_MODEL_ERR_NO_POOL;
-    if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
-    return pool->second.ranges.erase(range_of(payload.range)) != 0 ? 0 : FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    if (!pools.get(payload.range.id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
+    return payload.one == 1 ? ranges.erase(key_of(payload.range)) : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
-uint64_t pools_t::range_count() const {
-    uint64_t count = 0;
-    for (const auto &[id, pool] : pools.entries) {
-        count += pool.ranges.size();
+fwx_nat64_stats_pool_entry_t pools_t::statistics(const fwx_nat64_pool_payload_t &pool) const {
+    fwx_nat64_stats_pool_entry_t entry{pool.id, 0, address_count(key_of(pool)), sessions.count_of_pool(pool.id)};
+    auto range = ranges.entries.lower_bound(start_of(pool.id));
+    for (; range != ranges.entries.end() && range->second.id == pool.id; ++range) {
+        ++entry.ranges;
+        entry.addresses = add_saturating(entry.addresses, address_count(range->first));
     }
-    return count;
-}
-
-uint64_t address_count(const pool_t &pool) {
-    uint64_t count = addresses_between(pool.own.first, pool.own.second);
-    for (const address_range_t &range : pool.ranges) {
-        count = add_saturating(count, addresses_between(range.first, range.second));
-    }
-    return count;
+    return entry;
 }

@@ -64,22 +64,15 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
         {"replication whose word is 0", config(29, 12, {5, 0, 6}), value_refused},
         {"settings", config(28, 16, {0x03020100, 0x07060504, 0, 0xff000000}), 0},
     });
-    uint32_t value = 0;
-    EXPECT_TRUE(fwx_nat64_model_timeout(model_, 7, &value));
-    EXPECT_EQ(value, 120u);
-    EXPECT_FALSE(fwx_nat64_model_timeout(model_, 8, &value));
-    EXPECT_TRUE(fwx_nat64_model_limit(model_, 1, &value));
-    EXPECT_EQ(value, 6000u);
-    EXPECT_TRUE(fwx_nat64_model_service(model_, 1, &value));
-    EXPECT_EQ(value, 9u);
-    fwx_nat64_addr_t address{};
-    EXPECT_TRUE(fwx_nat64_model_adj(model_, 13, &address));
+    EXPECT_EQ(model_->timeout(7), 120u);
+    EXPECT_EQ(model_->timeout(8), std::nullopt);
+    EXPECT_EQ(model_->limit(1), 6000u);
+    EXPECT_EQ(model_->service(1), 9u);
+    const fwx_nat64_addr_t address = model_->adj(13).value_or(fwx_nat64_addr_t{});
     EXPECT_EQ(address.addr[0], 10u);
     EXPECT_EQ(address.addr[3], 1u);
-    fwx_nat64_replication_t replication{};
-    EXPECT_TRUE(fwx_nat64_model_replication(model_, &replication));
-    EXPECT_EQ(replication.value2, 6u);
-    EXPECT_EQ(fwx_nat64_model_global_settings(model_).opaque[15], 0xff);
+    EXPECT_EQ(model_->replication().value_or(fwx_nat64_replication_t{}).value2, 6u);
+    EXPECT_EQ(model_->global_settings().opaque[15], 0xff);
 
     take({
         {"replication taken back with its word set", config(31, 12, {5, 1, 6}), value_refused},
@@ -87,9 +80,9 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
         {"limit deleted", config(16, 8, {1, 0}), 0},
         {"service deleted", config(20, 12, {0, 1, 0}), 0},
     });
-    EXPECT_FALSE(fwx_nat64_model_replication(model_, &replication));
-    EXPECT_FALSE(fwx_nat64_model_limit(model_, 1, &value));
-    EXPECT_FALSE(fwx_nat64_model_service(model_, 1, &value));
+    EXPECT_FALSE(model_->replication().has_value());
+    EXPECT_EQ(model_->limit(1), std::nullopt);
+    EXPECT_EQ(model_->service(1), std::nullopt);
 }
 
 TEST_F(config_t, keeps_interfaces_and_global_prefixes) {

@@ -58,7 +58,7 @@ TEST_F(rules_t, get_the_lowest_free_index_and_a_clean_up_after_the_last) {
         EXPECT_EQ(reply.u32(32), expected.result) << expected.what;
         EXPECT_EQ(reply.words(40, 6), expected.words) << expected.what;
     }
-    EXPECT_EQ(fwx_nat64_model_totals(model_).rules, 1u);
+    EXPECT_EQ(model_->totals().rules, 1u);
 }
 
 /* The lookup tree as a client fills it: leaf data whose bytes 4 to 7 are the index. */
@@ -97,7 +97,7 @@ TEST_F(rules_t, are_found_by_the_longest_match_of_an_address) {
         EXPECT_EQ(result_of(basic(1, 100 + rule, rule)), 0u);
     }
     tree_t tree;
-    EXPECT_FALSE(fwx_nat64_model_lookup(model_, &address, &match)) << "no prefix yet";
+    EXPECT_FALSE(model_->lookup(&address, &match)) << "no prefix yet";
     tree.insert({0xb0, 0x00, 0x00}, 2 + 16, 1);                   /* 192.0.0.0/16 */
     tree.insert({0xb0, 0x00, 0x00, 0x80}, 2 + 24, 2);             /* 192.0.2.0/24 */
     tree.insert({0x48, 0x00, 0x43, 0x6e, 0x00, 0x00}, 2 + 40, 3); /* 2001:db8::/40 */
@@ -116,7 +116,7 @@ TEST_F(rules_t, are_found_by_the_longest_match_of_an_address) {
     };
     for (const auto &expected : cases) {
         match = {};
-        EXPECT_EQ(fwx_nat64_model_lookup(model_, &expected.address, &match), expected.found);
+        EXPECT_EQ(model_->lookup(&expected.address, &match), expected.found);
         EXPECT_EQ(std::memcmp(&match, &expected.match, sizeof(match)), 0) << uint32_t{expected.address.addr[2]};
     }
 }

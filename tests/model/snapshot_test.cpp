@@ -8,10 +8,9 @@ using part_t = std::pair<uint32_t, std::vector<uint8_t>>; /* op code and payload
 
 class snapshot_t : public model_fixture_t {
 protected:
-    static std::vector<part_t> save(const fwx_nat64_model_t *model) {
+    static std::vector<part_t> save(const fwx_nat64_model_t &model) {
         std::vector<part_t> parts;
-        fwx_nat64_model_save(
-            model,
+        model.save(
             [](void *arg, uint32_t op_code, const void *payload, size_t size) {
                 const auto *bytes = static_cast<const uint8_t *>(payload);
                 static_cast<std::vector<part_t> *>(arg)->emplace_back(op_code,
@@ -47,33 +46,29 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_same_configuration) {
     for (const message_t &msg : commands) {
         ASSERT_EQ(result_of(msg), 0U);
     }
-    const std::vector<part_t> parts = save(model_);
+    const std::vector<part_t> parts = save(*model_);
     EXPECT_EQ(parts.size(), 17U);
 
-    fwx_nat64_model_t *fresh = fwx_nat64_model_create(loop_, "another model");
+    const auto fresh = fwx_nat64_model_t::create(loop_, "another model");
     for (const auto &[op_code, payload] : parts) {
         const uint8_t *bytes = payload.data();
-        EXPECT_EQ(fwx_nat64_model_restore(fresh, op_code, bytes, payload.size()), 0U) << op_code;
-        EXPECT_EQ(fwx_nat64_model_restore(fresh, op_code, bytes, payload.size() - 1), FWX_NAT64_MODEL_ERR_MALFORMED);
+        EXPECT_EQ(fresh->restore(op_code, bytes, payload.size()), 0U) << op_code;
+        EXPECT_EQ(fresh->restore(op_code, bytes, payload.size() - 1), FWX_NAT64_MODEL_ERR_MALFORMED);
     }
-    EXPECT_EQ(save(fresh), parts);
-    EXPECT_EQ(fwx_nat64_model_restore(fresh, 99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
-    fwx_nat64_model_destroy(fresh);
+    EXPECT_EQ(save(*fresh), parts);
+    EXPECT_EQ(fresh->restore(99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
 }
 
 TEST_F(snapshot_t, refused_messages_are_told_with_their_code) {
     std::vector<uint32_t> codes;
-    fwx_nat64_model_observe_refusals(
-        model_,
-        [](void *arg, const void *, size_t, uint32_t code) {
-            static_cast<std::vector<uint32_t> *>(arg)->push_back(code);
-        },
-        &codes);
+    model_->observe_refusals([](void *arg, const void *, size_t,
+                                uint32_t code) { static_cast<std::vector<uint32_t> *>(arg)->push_back(code); },
+                             &codes);
     reply_to(config(14, 8, {1, 300}));
     reply_to(config(14, 9, {1, 300}));
     reply_to(config(16, 8, {1, 0}));
     EXPECT_EQ(codes, (std::vector<uint32_t>{FWX_NAT64_MODEL_ERR_MALFORMED, FWX_NAT64_MODEL_ERR_NO_ENTRY}));
-    fwx_nat64_model_observe_refusals(model_, nullptr, nullptr);
+    model_->observe_refusals(nullptr, nullptr);
 }
 
 }  // namespace
