@@ -91,6 +91,10 @@ void fwx_nat64_model_t::reply_limit_set(uint32_t bytes) {
     state_->outbox.reply_limit = bytes;
 }
 
+void fwx_nat64_model_t::order_cleanup(bool on) {
+    state_->config.rules.orders_cleanup = on;
+}
+
 fwx_nat64_model_counts_t fwx_nat64_model_t::counts() const {
     return {state_->commands,    state_->malformed,        state_->refused,
             state_->outbox.sent, state_->outbox.waiting(), state_->clients.open.size()};

@@ -99,6 +99,9 @@ public:
     /** Largest number of bytes of entries in one statistics or walk reply, 65536 at the start; at least one entry
      * goes. */
     void reply_limit_set(uint32_t bytes);
+    /** Whether the delete of the last basic rule orders the client to empty its rule table; not at the start, since a
+     * rule whose add is under way would go too. */
+    void order_cleanup(bool on);
 
     /* --- Notifications; each returns 0 or the messaging service's code, or FWX_HOST_ERR_CHANNEL_DOWN without a client
      * that has asked for them. --- */

@@ -2,20 +2,22 @@
 
 namespace {
 
-bool is_acceptable(const fwx_nat64_bmr_msg_t &command) {
-    return command.rule_id != 0 && command.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX &&
+bool lengths_ok(const fwx_nat64_bmr_msg_t &command) {
+    return command.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX &&
            command.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX;
 }
 
 }  // namespace
 
 uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply) {
-    if (!is_acceptable(command)) return FWX_NAT64_MODEL_ERR_VALUE;
+    if (command.rule_id == 0) return FWX_NAT64_MODEL_ERR_VALUE;
     const rule_key_t key{command.rule_id, command.domain_id};
-    if (command.op == FWX_NAT64_OP_ADD) return add(key, &reply->bmr_index);
+    if (command.op == FWX_NAT64_OP_ADD) {
+        return lengths_ok(command) ? add(key, &reply->bmr_index) : FWX_NAT64_MODEL_ERR_VALUE;
+    }
     if (command.op != FWX_NAT64_OP_DEL) return FWX_NAT64_MODEL_ERR_VALUE;
     const uint32_t result = remove(key, &reply->bmr_index);
-    reply->cleanup = result == 0 && by_index.entries.empty() ? 1 : 0;
+    reply->cleanup = orders_cleanup && result == 0 && by_index.entries.empty() ? 1 : 0;
     return result;
 }
 

@@ -20,6 +20,7 @@ struct rules_t {
     table_t<rule_key_t, uint32_t> basic;        /* index of the rule */
     table_t<uint32_t, indexed_rule_t> by_index; /* the same rules */
     table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
+    bool orders_cleanup = false; /* with the delete of the last basic rule */
 
     /** Carries a command out and fills the fields of its reply that depend on the outcome. */
     uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);

@@ -61,6 +61,8 @@ void add_misbehaviour(grammar_t &grammar) {
 
     on_off_command(grammar, "silent", "Carries commands out without an answer", &fwx_nat64_model_t::silent_set);
     on_off_command(grammar, "pause", "Takes no messages, so that the channel fills", &fwx_nat64_model_t::pause_set);
+    on_off_command(grammar, "cleanup", "Orders a clean-up of the rule table with the delete of the last rule",
+                   &fwx_nat64_model_t::order_cleanup);
     model_command(grammar, "drop", "Drops the channels of all clients", always(&fwx_nat64_model_t::drop_clients));
 
     auto copies = grammar.record<uint32_t>();

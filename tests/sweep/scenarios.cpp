@@ -185,8 +185,10 @@ void share_a_prefix(stage_t &stage) {
     stage.pump();
 }
 
-/* With the last rule gone the server asks for the whole table to be emptied, the rule that is pending included. */
+/* With the last rule gone the server, told to do so, asks for the whole table to be emptied, the rule that is pending
+ * included. */
 void empty_the_table(stage_t &stage) {
+    stage.model->order_cleanup(true);
     stage.bind();
     set_rule(stage, add, 1, 2);
     set_rule(stage, add, 2, 3);
