@@ -25,7 +25,12 @@ uint32_t mappings_t::dynamic_add(const fwx_nat64_dmapping_payload_t &payload) {
 }
 
 uint32_t mappings_t::dynamic_modify(const fwx_nat64_dmapping_payload_t &payload) {
-    return is_acceptable(payload) ? dynamic.modify(payload.map.id, payload) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (!is_acceptable(payload)) return FWX_NAT64_MODEL_ERR_VALUE;
+    const auto present = dynamic.get(payload.map.id);
+    if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    fwx_nat64_dmapping_payload_t modified = *present;
+    modified.map = payload.map;
+    return dynamic.set(payload.map.id, modified);
 }
 
 uint32_t mappings_t::dynamic_delete(const fwx_nat64_delete_payload_t &payload) {

@@ -16,6 +16,7 @@ struct mappings_t {
     uint32_t static_add(const fwx_nat64_smapping_t &mapping);
     uint32_t static_delete(const fwx_nat64_delete_payload_t &payload);
     uint32_t dynamic_add(const fwx_nat64_dmapping_payload_t &payload);
+    /** The second part and its argument stay: a modify carries none. */
     uint32_t dynamic_modify(const fwx_nat64_dmapping_payload_t &payload);
     uint32_t dynamic_delete(const fwx_nat64_delete_payload_t &payload);
 };
