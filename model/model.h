@@ -14,21 +14,27 @@
 #include "fwx_nat64/wire.h"
 
 /* Codes with which the model refuses a command; xerr_strerror knows their texts. */
-#define FWX_NAT64_MODEL_ERR_MALFORMED 0x6001u /* wrong length, domain or type for its op code */
-#define FWX_NAT64_MODEL_ERR_UNKNOWN 0x6002u   /* no such message number or op code */
-#define FWX_NAT64_MODEL_ERR_NO_ENTRY 0x6003u  /* delete or modify of something that is not there */
-#define FWX_NAT64_MODEL_ERR_EXISTS 0x6004u    /* add of something that is there */
-#define FWX_NAT64_MODEL_ERR_NO_POOL 0x6005u   /* a range of a pool that is not there */
-#define FWX_NAT64_MODEL_ERR_VALUE 0x6006u     /* a field's value that a server would not take */
+#define FWX_NAT64_MODEL_ERR_MALFORMED 0x6001u  /* wrong length, domain or type for its op code */
+#define FWX_NAT64_MODEL_ERR_UNKNOWN 0x6002u    /* no such message number or op code */
+#define FWX_NAT64_MODEL_ERR_NO_ENTRY 0x6003u   /* delete or modify of something that is not there */
+#define FWX_NAT64_MODEL_ERR_EXISTS 0x6004u     /* add of something that is there */
+#define FWX_NAT64_MODEL_ERR_NO_POOL 0x6005u    /* a range of a pool that is not there */
+#define FWX_NAT64_MODEL_ERR_VALUE 0x6006u      /* a field's value that a server would not take */
+#define FWX_NAT64_MODEL_ERR_OVERLAP 0x6007u    /* a pool or range with addresses of another pool */
+#define FWX_NAT64_MODEL_ERR_HAS_RANGES 0x6008u /* delete of a pool that has ranges */
+#define FWX_NAT64_MODEL_ERR_PREFIX_LEN 0x6009u /* a length behind which no IPv4 address can be embedded */
 
 /** Every code above with its text, for whoever shows them: X(code, text). */
-#define FWX_NAT64_MODEL_RESULTS(X)                                          \
-    X(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message")  \
-    X(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command") \
-    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry")         \
-    X(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already")      \
-    X(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool")           \
-    X(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value")
+#define FWX_NAT64_MODEL_RESULTS(X)                                                               \
+    X(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message")                       \
+    X(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command")                      \
+    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry")                              \
+    X(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already")                           \
+    X(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool")                                \
+    X(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value")                          \
+    X(FWX_NAT64_MODEL_ERR_OVERLAP, "the server has some of these addresses in another pool")     \
+    X(FWX_NAT64_MODEL_ERR_HAS_RANGES, "the server has ranges of this pool, which must go first") \
+    X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits")
 
 /* What stands for a MAP-T rule among the op codes: {index, Rule ID, Domain ID}, and a default rule's record. */
 #define FWX_NAT64_MODEL_SAVED_BASIC_RULE 0x10000u

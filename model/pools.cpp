@@ -1,27 +1,23 @@
 #include "model/pools.h"
 
+#include <iterator>
+
 namespace {
 
-range_key_t key_of(const fwx_nat64_pool_payload_t &pool) {
+span_t span_of(const fwx_nat64_pool_payload_t &pool) {
     return {pool.id, address_of_ipv4(pool.start_addr), address_of_ipv4(pool.end_addr)};
 }
 
-range_key_t key_of(const fwx_nat64_pool_range_t &range) {
+span_t span_of(const fwx_nat64_pool_range_t &range) {
     return {range.id, address_of(range.start_addr), address_of(range.end_addr)};
 }
 
-/* What comes before every range of a pool. */
-range_key_t start_of(uint32_t pool_id) {
-    return {pool_id, {}, {}};
+bool is_in_order(const span_t &span) {
+    return span.first.is_ipv6 == span.last.is_ipv6 && !(span.last < span.first);
 }
 
-bool is_in_order(const range_key_t &key) {
-    const auto &[pool_id, first, last] = key;
-    return first.is_ipv6 == last.is_ipv6 && !(last < first);
-}
-
-uint64_t address_count(const range_key_t &key) {
-    return addresses_between(std::get<1>(key), std::get<2>(key));
+uint64_t address_count(const span_t &span) {
+    return addresses_between(span.first, span.last);
 }
 
 uint64_t add_saturating(uint64_t a, uint64_t b) {
@@ -31,36 +27,64 @@ uint64_t add_saturating(uint64_t a, uint64_t b) {
 }  // namespace
 
 uint32_t pools_t::set(const fwx_nat64_pool_payload_t &payload) {
-    const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(key_of(payload));
-    return ok ? pools.set(payload.id, payload) : FWX_NAT64_MODEL_ERR_VALUE;
+    const span_t span = span_of(payload);
+    const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(span);
+    if (!ok) return FWX_NAT64_MODEL_ERR_VALUE;
+    if (overlaps_another_pool(span)) return FWX_NAT64_MODEL_ERR_OVERLAP;
+    if (const auto present = pools.get(payload.id)) release(span_of(*present));
+    spans.insert(span);
+    return pools.set(payload.id, payload);
 }
 
 uint32_t pools_t::remove(const fwx_nat64_delete_payload_t &payload) {
     if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
-    auto range = ranges.entries.lower_bound(start_of(payload.id));
-    while (range != ranges.entries.end() && range->second.id == payload.id) {
-        range = ranges.entries.erase(range);
-    }
+    const auto present = pools.get(payload.id);
+    if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    if (is_range_of(first_range(payload.id), payload.id)) return FWX_NAT64_MODEL_ERR_HAS_RANGES;
+    release(span_of(*present));
     sessions.close_of_pool(payload.id);
     return pools.erase(payload.id);
 }
 
 uint32_t pools_t::range_add(const fwx_nat64_pool_range_t &range) {
+    const span_t span = span_of(range);
     if (!pools.get(range.id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
-    return is_in_order(key_of(range)) ? ranges.add(key_of(range), range) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (!is_in_order(span)) return FWX_NAT64_MODEL_ERR_VALUE;
+    if (overlaps_another_pool(span)) return FWX_NAT64_MODEL_ERR_OVERLAP;
+    const uint32_t result = ranges.add(span, range);
+    if (result == 0) spans.insert(span);
+    return result;
 }
 
 uint32_t pools_t::range_delete(const fwx_nat64_pool_range_del_payload_t &payload) {
-    if (!pools.get(payload.range.id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
-    return payload.one == 1 ? ranges.erase(key_of(payload.range)) : FWX_NAT64_MODEL_ERR_VALUE;
+    const span_t span = span_of(payload.range);
+    if (!pools.get(span.pool_id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
+    if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
+    const uint32_t result = ranges.erase(span);
+    if (result == 0) release(span);
+    return result;
 }
 
 fwx_nat64_stats_pool_entry_t pools_t::statistics(const fwx_nat64_pool_payload_t &pool) const {
-    fwx_nat64_stats_pool_entry_t entry{pool.id, 0, address_count(key_of(pool)), sessions.count_of_pool(pool.id)};
-    auto range = ranges.entries.lower_bound(start_of(pool.id));
-    for (; range != ranges.entries.end() && range->second.id == pool.id; ++range) {
+    fwx_nat64_stats_pool_entry_t entry{pool.id, 0, address_count(span_of(pool)), sessions.count_of_pool(pool.id)};
+    for (auto range = first_range(pool.id); is_range_of(range, pool.id); ++range) {
         ++entry.ranges;
         entry.addresses = add_saturating(entry.addresses, address_count(range->first));
     }
     return entry;
+}
+
+bool pools_t::overlaps_another_pool(const span_t &span) const {
+    const auto start = spans.lower_bound({0, span.first, {}});
+    for (auto within = start; within != spans.end() && !(span.last < within->first); ++within) {
+        if (within->pool_id != span.pool_id) return true;
+    }
+    /* What begins before and reaches here is of the pool whose span is the last before: between them there is no other
+     * pool's. */
+    auto before = std::make_reverse_iterator(start);
+    const uint32_t neighbour = before == spans.rend() ? span.pool_id : before->pool_id;
+    for (; neighbour != span.pool_id && before != spans.rend() && before->pool_id == neighbour; ++before) {
+        if (!(before->last < span.first)) return true;
+    }
+    return false;
 }

@@ -12,7 +12,7 @@ protected:
     }
     void add_pools(uint32_t count) {
         for (uint32_t id = 1; id <= count; ++id) {
-            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010200c0, 0x040200c0})), 0u);
+            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010000c0 | id << 16, 0x040000c0 | id << 16})), 0u);
         }
     }
     void add_static(uint32_t id, uint32_t src, uint32_t dst) {
@@ -40,7 +40,9 @@ TEST_F(query_t, gives_the_totals_as_one_record) {
 
 TEST_F(query_t, lists_interfaces_and_limits) {
     message_t interface = config(1, 92, {5, 1, 0, 1, 7, 0});
-    EXPECT_EQ(result_of(interface.put<uint32_t>(120, 1).put<uint16_t>(124, 1500)), 0u);
+    EXPECT_EQ(
+        result_of(interface.put<uint8_t>(75, 96).put<uint8_t>(95, 64).put<uint32_t>(120, 1).put<uint16_t>(124, 1500)),
+        0u);
     EXPECT_EQ(result_of(config(2, 92, {6, 1, 1})), 0u);
     EXPECT_EQ(result_of(config(15, 8, {1, 6000})), 0u);
     model_->sessions_generate(3);
@@ -76,7 +78,7 @@ TEST_F(query_t, stops_at_the_count_and_goes_on_from_its_cookie) {
 }
 
 TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
-    add_pools(2); /* 192.0.2.1 to 192.0.2.4 */
+    add_pools(2); /* four addresses each */
     message_t range = config(6, 44, {1, 1}).put<uint32_t>(60, 1);
     EXPECT_EQ(result_of(range.put<uint8_t>(59, 1).put<uint8_t>(79, 9)), 0u); /* ::1 to ::9 */
     model_->sessions_generate(5);
@@ -85,8 +87,8 @@ TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
     EXPECT_EQ(result_of(config(6, 44, {1, 1}).put<uint32_t>(60, 1).put<uint8_t>(64, 0xff)), 0u); /* :: to ff00:: */
     pools = reply_to(all(6, 10));
     EXPECT_EQ(pools.u64(72), UINT64_MAX);
-    EXPECT_EQ(result_of(config(5, 8, {1, 1})), 0u);
-    EXPECT_EQ(model_->totals().sessions, 2u) << "a pool's sessions end with it";
+    EXPECT_EQ(result_of(config(5, 8, {2, 1})), 0u);
+    EXPECT_EQ(model_->totals().sessions, 3u) << "a pool's sessions end with it";
 }
 
 TEST_F(query_t, lists_static_mappings_before_dynamic_ones) {

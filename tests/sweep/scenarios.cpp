@@ -104,6 +104,7 @@ void change_translation(stage_t &stage) {
     fwx_nat64_pool_t pool{};
     pool.id = 3;
     stage.pump();
+    stage.send("pool range delete", [&](void *ctx) { return fwx_nat64_pool_range_set_a(del, &range, ctx); });
     stage.send("pool delete", [&](void *ctx) { return fwx_nat64_pool_set_a(del, &pool, ctx); });
     stage.pump();
 }
