@@ -11,12 +11,6 @@
 
 namespace {
 
-void add_error_texts() {
-#define ADD_TEXT(code, text) fwx_host_error_text_add(code, text);
-    FWX_NAT64_MODEL_RESULTS(ADD_TEXT)
-#undef ADD_TEXT
-}
-
 template <typename value_t>
 std::vector<uint32_t> identifiers(const std::map<uint32_t, value_t> &entries) {
     std::vector<uint32_t> ids;
@@ -39,6 +33,12 @@ std::unique_ptr<fwx_nat64_model_t> fwx_nat64_model_t::create(fwx_host_loop_t *lo
     if (fwx_host_server_register(name, loop, &model_server_ops, state.get(), &state->server) != 0) return nullptr;
     add_error_texts();
     return std::unique_ptr<fwx_nat64_model_t>(new fwx_nat64_model_t(std::move(state)));
+}
+
+void fwx_nat64_model_t::add_error_texts() {
+#define ADD_TEXT(code, text) fwx_host_error_text_add(code, text);
+    FWX_NAT64_MODEL_RESULTS(ADD_TEXT)
+#undef ADD_TEXT
 }
 
 fwx_nat64_model_t::fwx_nat64_model_t(std::unique_ptr<model_state_t> state) : state_(std::move(state)) {}

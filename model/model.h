@@ -13,7 +13,7 @@
 #include "fwx_host/loop.h"
 #include "fwx_nat64/wire.h"
 
-/* Codes with which the model refuses a command; xerr_strerror knows their texts. */
+/* Codes with which the model refuses a command; xerr_strerror knows their texts once they are added. */
 #define FWX_NAT64_MODEL_ERR_MALFORMED 0x6001u  /* wrong length, domain or type for its op code */
 #define FWX_NAT64_MODEL_ERR_UNKNOWN 0x6002u    /* no such message number or op code */
 #define FWX_NAT64_MODEL_ERR_NO_ENTRY 0x6003u   /* delete or modify of something that is not there */
@@ -79,6 +79,9 @@ class fwx_nat64_model_t {
 public:
     /** Makes a model and registers it under a channel name; null when the name is taken. `loop` must outlive it. */
     static std::unique_ptr<fwx_nat64_model_t> create(fwx_host_loop_t *loop, const char *name);
+    /** Gives xerr_strerror the texts of the codes above, for whoever talks to a model in another process; making a
+     * model does it too. */
+    static void add_error_texts();
     /** Clients see a channel error. */
     ~fwx_nat64_model_t();
     fwx_nat64_model_t(const fwx_nat64_model_t &) = delete;
