@@ -20,12 +20,6 @@ address_t address_of(const fwx_nat64_addr_t &record) {
     return address;
 }
 
-fwx_nat64_addr_t record_of(const address_t &address) {
-    fwx_nat64_addr_t record{address.is_ipv6 ? 1U : FWX_NAT64_FAMILY_IPV4, {}};
-    std::memcpy(record.addr, address.bytes.data(), sizeof(record.addr));
-    return record;
-}
-
 address_t address_of_ipv4(uint32_t network_order) {
     address_t address{false, {}};
     std::memcpy(address.bytes.data(), &network_order, sizeof(network_order));

@@ -23,8 +23,6 @@ struct address_t {
 address_t address_of(const fwx_nat64_addr_t &record);
 /** From an IPv4 address in network order. */
 address_t address_of_ipv4(uint32_t network_order);
-/** The record that address_of makes this address from. */
-fwx_nat64_addr_t record_of(const address_t &address);
 bool is_unspecified(const address_t &address);
 /** Addresses from `first` to `last`, both of one family and in order; UINT64_MAX when they are more. */
 uint64_t addresses_between(const address_t &first, const address_t &last);

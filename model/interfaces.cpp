@@ -5,14 +5,24 @@
 
 namespace {
 
-constexpr uint8_t max_prefix_len = 128;
-
-bool prefix_ok(uint32_t valid, const fwx_nat64_prefix_t &prefix) {
-    return valid == 0 || prefix.prefix_len <= max_prefix_len;
+/* Whether an IPv4 address can be embedded behind so many bits. */
+bool length_ok(const fwx_nat64_prefix_t &prefix) {
+    constexpr uint8_t lengths[] = {32, 40, 48, 56, 64, 96};
+    return std::find(std::begin(lengths), std::end(lengths), prefix.prefix_len) != std::end(lengths);
 }
 
-bool kind_ok(uint32_t kind, bool of_kind2) {
-    return of_kind2 ? kind == 2 : kind == 1 || kind == 3 || kind == 4;
+bool prefix_ok(uint32_t valid, const fwx_nat64_prefix_t &prefix) {
+    return valid == 0 || length_ok(prefix);
+}
+
+uint32_t set_in(table_t<prefix_key_t, fwx_nat64_glb_prefix_payload_t> &prefixes,
+                const fwx_nat64_glb_prefix_payload_t &payload) {
+    const fwx_nat64_prefix_t &prefix = payload.prefix;
+    prefix_key_t key{{}, prefix.prefix_len, prefix.kind};
+    std::copy(std::begin(prefix.prefix), std::end(prefix.prefix), std::get<0>(key).begin());
+    if (payload.add > 1) return FWX_NAT64_MODEL_ERR_VALUE;
+    if (payload.add == 0) return prefixes.erase(key);
+    return length_ok(prefix) ? prefixes.set(key, payload) : FWX_NAT64_MODEL_ERR_PREFIX_LEN;
 }
 
 }  // namespace
@@ -21,9 +31,7 @@ uint32_t interfaces_t::set(const fwx_nat64_intf_payload_t &payload) {
     const bool prefixes_ok = prefix_ok(payload.sless_prefix_valid, payload.sless_prefix) &&
                              prefix_ok(payload.sful_prefix_valid, payload.sful_prefix) &&
                              prefix_ok(payload.sless_prefix_v6v4_valid, payload.sless_prefix_v6v4);
-    if (!prefixes_ok) return FWX_NAT64_MODEL_ERR_VALUE;
-    interfaces.entries[payload.ifh] = payload;
-    return 0;
+    return prefixes_ok ? interfaces.set(payload.ifh, payload) : FWX_NAT64_MODEL_ERR_PREFIX_LEN;
 }
 
 uint32_t interfaces_t::nvi_enable(const fwx_nat64_intf_payload_t &payload) {
@@ -34,17 +42,15 @@ uint32_t interfaces_t::nvi_enable(const fwx_nat64_intf_payload_t &payload) {
     return 0;
 }
 
-uint32_t interfaces_t::prefix_set(const fwx_nat64_glb_prefix_payload_t &payload, bool of_kind2) {
-    const fwx_nat64_prefix_t &prefix = payload.prefix;
-    if (payload.add > 1 || prefix.prefix_len > max_prefix_len || !kind_ok(prefix.kind, of_kind2)) {
-        return FWX_NAT64_MODEL_ERR_VALUE;
-    }
-    std::array<uint8_t, 12> bytes{};
-    std::copy(std::begin(prefix.prefix), std::end(prefix.prefix), bytes.begin());
-    const auto key = std::make_tuple(bytes, prefix.prefix_len, prefix.kind);
-    if (payload.add == 0) return prefixes.erase(key) != 0 ? 0 : FWX_NAT64_MODEL_ERR_NO_ENTRY;
-    prefixes.insert(key);
-    return 0;
+uint32_t interfaces_t::prefix_set(const fwx_nat64_glb_prefix_payload_t &payload) {
+    const uint32_t kind = payload.prefix.kind;
+    const bool ok = kind >= 1 && kind <= FWX_NAT64_PREFIX_KIND_MAX && kind != FWX_NAT64_PREFIX_KIND2;
+    return ok ? set_in(prefixes, payload) : FWX_NAT64_MODEL_ERR_VALUE;
+}
+
+uint32_t interfaces_t::prefix_kind2_set(const fwx_nat64_glb_prefix_payload_t &payload) {
+    const bool ok = payload.prefix.kind == FWX_NAT64_PREFIX_KIND2;
+    return ok ? set_in(prefixes_kind2, payload) : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
 uint32_t prefix_count(const fwx_nat64_intf_payload_t &interface) {

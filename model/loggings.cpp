@@ -3,7 +3,7 @@
 namespace {
 
 bool is_acceptable(const fwx_nat64_logging_payload_t &payload) {
-    return payload.dest != 0 && payload.dest_port != 0 && payload.mode == 1;
+    return payload.dest != 0 && payload.dest_port != 0 && payload.mode == FWX_NAT64_LOGGING_MODE;
 }
 
 std::pair<uint32_t, uint16_t> key_of(const fwx_nat64_logging_payload_t &payload) {

@@ -37,17 +37,15 @@ uint32_t rule_index(const uint8_t *leaf_data) {
 
 }  // namespace
 
-bool fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
-                            fwx_nat64_model_match_t *match) {
+bool fwx_nat64_model_t::lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_match_t *match) const {
     tbm *tree = fwx_host_tbm_of_complex(0);
     if (tree == nullptr) return false;
     const lookup_key_t key = key_of(*address);
     uint32_t match_len = 0;
     const tbm_leaf *leaf = fwx_host_tbm_longest_match(tree, key.bytes, key.len, &match_len);
     if (leaf == nullptr) return false;
-    const uint32_t index = rule_index(fwx_host_tbm_leaf_data(tree, leaf));
-    const auto rule = model->rules.by_index.find(index);
-    if (rule == model->rules.by_index.end()) return false;
-    *match = {index, rule->second.first, rule->second.second, match_len - tag_bits};
+    const auto rule = state_->config.rules.by_index.get(rule_index(fwx_host_tbm_leaf_data(tree, leaf)));
+    if (!rule) return false;
+    *match = {rule->index, rule->rule_id, rule->domain_id, match_len - tag_bits};
     return true;
 }

@@ -2,20 +2,22 @@
 
 namespace {
 
-constexpr uint32_t dynamic_types = 8;
-
 bool is_acceptable(const fwx_nat64_dmapping_payload_t &payload) {
-    return payload.map.id != 0 && payload.map.type < dynamic_types;
+    return payload.map.id != 0 && payload.map.type <= FWX_NAT64_DMAPPING_TYPE_MAX;
 }
 
 }  // namespace
 
 uint32_t mappings_t::static_add(const fwx_nat64_smapping_t &mapping) {
-    return fixed.add(mapping.id, mapping);
+    const uint32_t result = fixed.add(mapping.id, mapping);
+    if (result == 0) sessions.open_static(mapping);
+    return result;
 }
 
 uint32_t mappings_t::static_delete(const fwx_nat64_delete_payload_t &payload) {
-    return payload.one == 1 ? fixed.erase(payload.id) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
+    sessions.close_static(payload.id);
+    return fixed.erase(payload.id);
 }
 
 uint32_t mappings_t::dynamic_add(const fwx_nat64_dmapping_payload_t &payload) {
@@ -23,9 +25,16 @@ uint32_t mappings_t::dynamic_add(const fwx_nat64_dmapping_payload_t &payload) {
 }
 
 uint32_t mappings_t::dynamic_modify(const fwx_nat64_dmapping_payload_t &payload) {
-    return is_acceptable(payload) ? dynamic.modify(payload.map.id, payload) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (!is_acceptable(payload)) return FWX_NAT64_MODEL_ERR_VALUE;
+    const auto present = dynamic.get(payload.map.id);
+    if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    fwx_nat64_dmapping_payload_t modified = *present;
+    modified.map = payload.map;
+    return dynamic.set(payload.map.id, modified);
 }
 
 uint32_t mappings_t::dynamic_delete(const fwx_nat64_delete_payload_t &payload) {
-    return payload.one == 1 ? dynamic.erase(payload.id) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
+    sessions.close_of_mapping(payload.id);
+    return dynamic.erase(payload.id);
 }

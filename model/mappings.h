@@ -3,15 +3,20 @@
 #define MODEL_MAPPINGS_H
 
 #include "fwx_nat64/wire.h"
+#include "model/sessions.h"
 #include "model/table.h"
 
 struct mappings_t {
+    explicit mappings_t(sessions_t &table) : sessions(table) {}
+
+    sessions_t &sessions;                          /* end with their mapping */
     table_t<uint32_t, fwx_nat64_smapping_t> fixed; /* IPv4 addresses in network order */
     table_t<uint32_t, fwx_nat64_dmapping_payload_t> dynamic;
 
     uint32_t static_add(const fwx_nat64_smapping_t &mapping);
     uint32_t static_delete(const fwx_nat64_delete_payload_t &payload);
     uint32_t dynamic_add(const fwx_nat64_dmapping_payload_t &payload);
+    /** The second part and its argument stay: a modify carries none. */
     uint32_t dynamic_modify(const fwx_nat64_dmapping_payload_t &payload);
     uint32_t dynamic_delete(const fwx_nat64_delete_payload_t &payload);
 };

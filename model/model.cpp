@@ -11,15 +11,6 @@
 
 namespace {
 
-void add_error_texts() {
-    fwx_host_error_text_add(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message");
-    fwx_host_error_text_add(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command");
-    fwx_host_error_text_add(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry");
-    fwx_host_error_text_add(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already");
-    fwx_host_error_text_add(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool");
-    fwx_host_error_text_add(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value");
-}
-
 template <typename value_t>
 std::vector<uint32_t> identifiers(const std::map<uint32_t, value_t> &entries) {
     std::vector<uint32_t> ids;
@@ -30,107 +21,128 @@ std::vector<uint32_t> identifiers(const std::map<uint32_t, value_t> &entries) {
     return ids;
 }
 
+template <typename record_t, typename member_t>
+std::optional<member_t> member_of(const std::optional<record_t> &record, member_t record_t::*member) {
+    return record ? std::optional<member_t>((*record).*member) : std::nullopt;
+}
+
 }  // namespace
 
-fwx_nat64_model_t *fwx_nat64_model_create(fwx_host_loop_t *loop, const char *name) {
-    auto model = std::make_unique<fwx_nat64_model_t>(loop);
-    if (fwx_host_server_register(name, loop, &model_server_ops, model.get(), &model->server) != 0) return nullptr;
+std::unique_ptr<fwx_nat64_model_t> fwx_nat64_model_t::create(fwx_host_loop_t *loop, const char *name) {
+    auto state = std::make_unique<model_state_t>(loop);
+    if (fwx_host_server_register(name, loop, &model_server_ops, state.get(), &state->server) != 0) return nullptr;
     add_error_texts();
-    return model.release();
+    return std::unique_ptr<fwx_nat64_model_t>(new fwx_nat64_model_t(std::move(state)));
 }
 
-void fwx_nat64_model_destroy(fwx_nat64_model_t *model) {
-    if (model == nullptr) return;
-    fwx_host_server_unregister(model->server);
-    delete model;
+void fwx_nat64_model_t::add_error_texts() {
+#define ADD_TEXT(code, text) fwx_host_error_text_add(code, text);
+    FWX_NAT64_MODEL_RESULTS(ADD_TEXT)
+#undef ADD_TEXT
 }
 
-void fwx_nat64_model_fail_next(fwx_nat64_model_t *model, uint32_t code, uint32_t count) {
-    model->armed_code = code;
-    model->armed_failures = count;
+fwx_nat64_model_t::fwx_nat64_model_t(std::unique_ptr<model_state_t> state) : state_(std::move(state)) {}
+
+fwx_nat64_model_t::~fwx_nat64_model_t() = default;
+
+void fwx_nat64_model_t::fail_next(uint32_t code, uint32_t count) {
+    state_->armed_code = code;
+    state_->armed_failures = count;
 }
 
-void fwx_nat64_model_delay_set(fwx_nat64_model_t *model, uint64_t delay_ms) {
-    model->outbox.delay_ms = delay_ms;
+void fwx_nat64_model_t::delay_set(uint64_t delay_ms) {
+    state_->outbox.delay_ms = delay_ms;
 }
 
-void fwx_nat64_model_observe_refusals(fwx_nat64_model_t *model, fwx_nat64_model_refusal_fn_t fn, void *arg) {
-    model->refusal_fn = fn;
-    model->refusal_arg = arg;
+void fwx_nat64_model_t::observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *arg) {
+    state_->refusal_fn = fn;
+    state_->refusal_arg = arg;
 }
 
-void fwx_nat64_model_hold(fwx_nat64_model_t *model) {
-    model->outbox.hold();
+void fwx_nat64_model_t::hold() {
+    state_->outbox.hold();
 }
 
-void fwx_nat64_model_release(fwx_nat64_model_t *model, fwx_nat64_model_order_t order) {
-    model->outbox.release(order);
+void fwx_nat64_model_t::release(fwx_nat64_model_order_t order) {
+    state_->outbox.release(order);
 }
 
-void fwx_nat64_model_duplicate_set(fwx_nat64_model_t *model, uint32_t copies) {
-    model->outbox.copies = copies;
+void fwx_nat64_model_t::duplicate_set(uint32_t copies) {
+    state_->outbox.copies = copies;
 }
 
-void fwx_nat64_model_silent_set(fwx_nat64_model_t *model, bool silent) {
-    model->outbox.silent = silent;
+void fwx_nat64_model_t::silent_set(bool silent) {
+    state_->outbox.silent = silent;
 }
 
-void fwx_nat64_model_pause_set(fwx_nat64_model_t *model, bool paused) {
-    fwx_host_server_pause(model->server, paused ? 1 : 0);
+void fwx_nat64_model_t::pause_set(bool paused) {
+    fwx_host_server_pause(state_->server, paused ? 1 : 0);
 }
 
-void fwx_nat64_model_drop_clients(fwx_nat64_model_t *model) {
+void fwx_nat64_model_t::drop_clients() {
     /* Each drop takes its client off the list. */
-    const std::vector<client_t> clients = model->clients.open;
+    const std::vector<client_t> clients = state_->clients.open;
     for (const client_t &client : clients) {
         fwx_host_peer_drop(client.peer);
     }
 }
 
-void fwx_nat64_model_reply_limit_set(fwx_nat64_model_t *model, uint32_t bytes) {
-    model->outbox.reply_limit = bytes;
+void fwx_nat64_model_t::reply_limit_set(uint32_t bytes) {
+    state_->outbox.reply_limit = bytes;
 }
 
-fwx_nat64_model_counts_t fwx_nat64_model_counts(const fwx_nat64_model_t *model) {
-    return {model->commands,    model->malformed,        model->refused,
-            model->outbox.sent, model->outbox.waiting(), model->clients.open.size()};
+void fwx_nat64_model_t::order_cleanup(bool on) {
+    state_->config.rules.orders_cleanup = on;
 }
 
-fwx_nat64_stats_sys_entry_t fwx_nat64_model_totals(const fwx_nat64_model_t *model) {
-    return totals_of(*model);
+fwx_nat64_model_counts_t fwx_nat64_model_t::counts() const {
+    return {state_->commands,    state_->malformed,        state_->refused,
+            state_->outbox.sent, state_->outbox.waiting(), state_->clients.open.size()};
 }
 
-bool fwx_nat64_model_timeout(const fwx_nat64_model_t *model, uint32_t type, uint32_t *value) {
-    return model->settings.timeouts.get(type, value);
+fwx_nat64_stats_sys_entry_t fwx_nat64_model_t::totals() const {
+    return totals_of(*state_);
 }
 
-bool fwx_nat64_model_limit(const fwx_nat64_model_t *model, uint32_t type, uint32_t *value) {
-    return model->settings.limits.get(type, value);
+void fwx_nat64_model_t::save(fwx_nat64_model_part_fn_t part, void *arg) const {
+    state_->config.save(part, arg);
 }
 
-bool fwx_nat64_model_service(const fwx_nat64_model_t *model, uint32_t type, uint32_t *value) {
-    return model->settings.services.get(type, value);
+uint32_t fwx_nat64_model_t::restore(uint32_t op_code, const void *payload, size_t size) {
+    return state_->config.restore(op_code, payload, size);
 }
 
-bool fwx_nat64_model_adj(const fwx_nat64_model_t *model, uint32_t type, fwx_nat64_addr_t *address) {
-    return model->settings.adjacencies.get(type, address);
+std::optional<uint32_t> fwx_nat64_model_t::timeout(uint32_t type) const {
+    return member_of(state_->config.settings.timeouts.get(type), &fwx_nat64_timeout_t::value);
 }
 
-bool fwx_nat64_model_replication(const fwx_nat64_model_t *model, fwx_nat64_replication_t *replication) {
-    if (!model->settings.replication) return false;
-    *replication = *model->settings.replication;
-    return true;
+std::optional<uint32_t> fwx_nat64_model_t::limit(uint32_t type) const {
+    return member_of(state_->config.settings.limits.get(type), &fwx_nat64_limit_t::value);
 }
 
-fwx_nat64_global_settings_t fwx_nat64_model_global_settings(const fwx_nat64_model_t *model) {
-    return model->settings.global;
+std::optional<uint32_t> fwx_nat64_model_t::service(uint32_t type) const {
+    return member_of(member_of(state_->config.settings.services.get(type), &fwx_nat64_service_payload_t::service),
+                     &fwx_nat64_service_t::value);
 }
 
-fwx_nat64_model_classifier_t fwx_nat64_model_classifier(const fwx_nat64_model_t *model) {
-    return model->classifier;
+std::optional<fwx_nat64_addr_t> fwx_nat64_model_t::adj(uint32_t type) const {
+    return member_of(state_->config.settings.adjacencies.get(type), &fwx_nat64_adj_t::address);
 }
 
-void fwx_nat64_model_sessions_generate(fwx_nat64_model_t *model, uint64_t count) {
-    model->sessions.generate(std::min(count, fwx_nat64_model_max_sessions),
-                             identifiers(model->mappings.dynamic.entries), identifiers(model->pools.pools.entries));
+std::optional<fwx_nat64_replication_t> fwx_nat64_model_t::replication() const {
+    return state_->config.settings.replication;
+}
+
+fwx_nat64_global_settings_t fwx_nat64_model_t::global_settings() const {
+    return state_->config.settings.global.value_or(fwx_nat64_global_settings_t{});
+}
+
+fwx_nat64_model_classifier_t fwx_nat64_model_t::classifier() const {
+    return state_->config.classifier.latest;
+}
+
+void fwx_nat64_model_t::sessions_generate(uint64_t count) {
+    configuration_t &config = state_->config;
+    config.sessions.generate(std::min(count, fwx_nat64_model_max_sessions),
+                             identifiers(config.mappings.dynamic.entries), identifiers(config.pools.pools.entries));
 }

@@ -7,66 +7,34 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <optional>
 
 #include "fwx_host/loop.h"
 #include "fwx_nat64/wire.h"
 
-struct fwx_nat64_model_t;
+/* Codes with which the model refuses a command; xerr_strerror knows their texts once they are added. */
+#define FWX_NAT64_MODEL_ERR_MALFORMED 0x6001u  /* wrong length, domain or type for its op code */
+#define FWX_NAT64_MODEL_ERR_UNKNOWN 0x6002u    /* no such message number or op code */
+#define FWX_NAT64_MODEL_ERR_NO_ENTRY 0x6003u   /* delete or modify of something that is not there */
+#define FWX_NAT64_MODEL_ERR_EXISTS 0x6004u     /* add of something that is there */
+#define FWX_NAT64_MODEL_ERR_NO_POOL 0x6005u    /* a range of a pool that is not there */
+#define FWX_NAT64_MODEL_ERR_VALUE 0x6006u      /* a field's value that a server would not take */
+#define FWX_NAT64_MODEL_ERR_OVERLAP 0x6007u    /* a pool or range with addresses of another pool */
+#define FWX_NAT64_MODEL_ERR_HAS_RANGES 0x6008u /* delete of a pool that has ranges */
+#define FWX_NAT64_MODEL_ERR_PREFIX_LEN 0x6009u /* a length behind which no IPv4 address can be embedded */
 
-/* Codes with which the model refuses a command; xerr_strerror knows their texts. */
-#define FWX_NAT64_MODEL_ERR_MALFORMED 0x6001u /* wrong length, domain or type for its op code */
-#define FWX_NAT64_MODEL_ERR_UNKNOWN 0x6002u   /* no such message number or op code */
-#define FWX_NAT64_MODEL_ERR_NO_ENTRY 0x6003u  /* delete or modify of something that is not there */
-#define FWX_NAT64_MODEL_ERR_EXISTS 0x6004u    /* add of something that is there */
-#define FWX_NAT64_MODEL_ERR_NO_POOL 0x6005u   /* a range of a pool that is not there */
-#define FWX_NAT64_MODEL_ERR_VALUE 0x6006u     /* a field's value that a server would not take */
-
-/** Makes a model and registers it under a channel name; null when the name is taken. `loop` must outlive it. */
-fwx_nat64_model_t *fwx_nat64_model_create(fwx_host_loop_t *loop, const char *name);
-/** Ends a model; clients see a channel error. Null is ignored. */
-void fwx_nat64_model_destroy(fwx_nat64_model_t *model);
-
-/* --- Misbehaviour. --- */
-
-/** Answers the next `count` commands (init included) with `code` instead of carrying them out. */
-void fwx_nat64_model_fail_next(fwx_nat64_model_t *model, uint32_t code, uint32_t count);
-/** Sends each reply `delay_ms` after its command, by the loop's clock; 0 at once. */
-void fwx_nat64_model_delay_set(fwx_nat64_model_t *model, uint64_t delay_ms);
-enum class fwx_nat64_model_order_t : uint8_t { in_order, reverse, shuffled };
-/** Holds all replies back until fwx_nat64_model_release. */
-void fwx_nat64_model_hold(fwx_nat64_model_t *model);
-/** Sends the held replies in that order (shuffled: by a fixed seed) and holds no more. */
-void fwx_nat64_model_release(fwx_nat64_model_t *model, fwx_nat64_model_order_t order);
-/** Sends every asynchronous reply this many times, 1 at the start. */
-void fwx_nat64_model_duplicate_set(fwx_nat64_model_t *model, uint32_t copies);
-/** While silent, commands are carried out and not answered, synchronous ones included. */
-void fwx_nat64_model_silent_set(fwx_nat64_model_t *model, bool silent);
-/** Stops taking messages, so that the channel fills. */
-void fwx_nat64_model_pause_set(fwx_nat64_model_t *model, bool paused);
-/** Drops the channels of all clients; what was to be sent to them is gone. */
-void fwx_nat64_model_drop_clients(fwx_nat64_model_t *model);
-/** Largest number of bytes of entries in one statistics or walk reply, 65536 at the start; at least one entry goes. */
-void fwx_nat64_model_reply_limit_set(fwx_nat64_model_t *model, uint32_t bytes);
-
-/* --- Notifications; each returns 0 or the messaging service's code, or FWX_HOST_ERR_CHANNEL_DOWN without a client that
- * has asked for them. --- */
-
-uint32_t fwx_nat64_model_notify(fwx_nat64_model_t *model, const void *msg, size_t size);
-uint32_t fwx_nat64_model_wakeup(fwx_nat64_model_t *model);
-/** Unsolicited command 0. */
-uint32_t fwx_nat64_model_notify_record(fwx_nat64_model_t *model, bool add, uint32_t word1, uint32_t word2,
-                                       uint32_t word3);
-/** Unsolicited command 1. */
-uint32_t fwx_nat64_model_notify_event(fwx_nat64_model_t *model);
-/** Unsolicited command 3. */
-uint32_t fwx_nat64_model_notify_mapping(fwx_nat64_model_t *model, uint32_t id, bool active, uint32_t value);
-/** Unsolicited command 4. */
-uint32_t fwx_nat64_model_notify_debug(fwx_nat64_model_t *model, uint32_t selector, uint32_t on);
-/** Classifier end of batch and update to the library's classifier client; return what its handler returns. */
-uint32_t fwx_nat64_model_cgm_end_batch(uint32_t batch_id, bool async, void *ctx);
-uint32_t fwx_nat64_model_cgm_update(uint32_t batch_id, const uint8_t data[24], bool async, void *ctx);
-
-/* --- Keeping the configuration. --- */
+/** Every code above with its text, for whoever shows them: X(code, text). */
+#define FWX_NAT64_MODEL_RESULTS(X)                                                               \
+    X(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message")                       \
+    X(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command")                      \
+    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry")                              \
+    X(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already")                           \
+    X(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool")                                \
+    X(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value")                          \
+    X(FWX_NAT64_MODEL_ERR_OVERLAP, "the server has some of these addresses in another pool")     \
+    X(FWX_NAT64_MODEL_ERR_HAS_RANGES, "the server has ranges of this pool, which must go first") \
+    X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits")
 
 /* What stands for a MAP-T rule among the op codes: {index, Rule ID, Domain ID}, and a default rule's record. */
 #define FWX_NAT64_MODEL_SAVED_BASIC_RULE 0x10000u
@@ -74,16 +42,10 @@ uint32_t fwx_nat64_model_cgm_update(uint32_t batch_id, const uint8_t data[24], b
 
 /** Gets one part of the configuration: an op code and the payload that sets it. `payload` lives during the call. */
 using fwx_nat64_model_part_fn_t = void (*)(void *arg, uint32_t op_code, const void *payload, size_t size);
-/** Hands the whole configuration over, part by part, in an order in which it can be restored. */
-void fwx_nat64_model_save(const fwx_nat64_model_t *model, fwx_nat64_model_part_fn_t part, void *arg);
-/** Sets one part again; FWX_NAT64_MODEL_ERR_MALFORMED for a size that is not the op code's, else as a command. */
-uint32_t fwx_nat64_model_restore(fwx_nat64_model_t *model, uint32_t op_code, const void *payload, size_t size);
-
 /** Hears of each message that was answered with a code other than 0. `msg` lives during the call. */
 using fwx_nat64_model_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
-void fwx_nat64_model_observe_refusals(fwx_nat64_model_t *model, fwx_nat64_model_refusal_fn_t fn, void *arg);
 
-/* --- Looking inside. --- */
+enum class fwx_nat64_model_order_t : uint8_t { in_order, reverse, shuffled };
 
 struct fwx_nat64_model_counts_t {
     uint64_t commands;  /* well-formed commands received */
@@ -93,18 +55,6 @@ struct fwx_nat64_model_counts_t {
     uint64_t held;      /* replies held back or delayed now */
     uint64_t clients;   /* open channels */
 };
-fwx_nat64_model_counts_t fwx_nat64_model_counts(const fwx_nat64_model_t *model);
-/** How many the model holds of each kind; the record that answers a system statistics query. */
-fwx_nat64_stats_sys_entry_t fwx_nat64_model_totals(const fwx_nat64_model_t *model);
-/** Value of a timeout (type 1 to 7), limit or service (type 1); false when it is not set. */
-bool fwx_nat64_model_timeout(const fwx_nat64_model_t *model, uint32_t type, uint32_t *value);
-bool fwx_nat64_model_limit(const fwx_nat64_model_t *model, uint32_t type, uint32_t *value);
-bool fwx_nat64_model_service(const fwx_nat64_model_t *model, uint32_t type, uint32_t *value);
-/** An adjacency (type 1 to 13), its IPv4 address in network order; the replication. False when it is not set. */
-bool fwx_nat64_model_adj(const fwx_nat64_model_t *model, uint32_t type, fwx_nat64_addr_t *address);
-bool fwx_nat64_model_replication(const fwx_nat64_model_t *model, fwx_nat64_replication_t *replication);
-/** The global settings, zeros until they are set. */
-fwx_nat64_global_settings_t fwx_nat64_model_global_settings(const fwx_nat64_model_t *model);
 
 /** What the classifier commands left behind, in both forms. */
 struct fwx_nat64_model_classifier_t {
@@ -113,20 +63,6 @@ struct fwx_nat64_model_classifier_t {
     uint32_t batch_id; /* of the latest command */
     uint8_t data[24];  /* of the latest update */
 };
-fwx_nat64_model_classifier_t fwx_nat64_model_classifier(const fwx_nat64_model_t *model);
-
-/* --- Sessions: one for each static mapping, and those that are made here. --- */
-
-constexpr uint64_t fwx_nat64_model_max_sessions = 1000000;
-/**
- * Replaces the made sessions by `count` new ones, at most fwx_nat64_model_max_sessions. The n-th is always the same:
- * source 2001:db8:64::n, destination 198.18.0.0 + n % 131072, source port 1024 + n % 64512, destination port 443,
- * protocol 6 for even n and 17 for odd. They are spread over the dynamic mappings and over the pools of this moment,
- * and end with them.
- */
-void fwx_nat64_model_sessions_generate(fwx_nat64_model_t *model, uint64_t count);
-
-/* --- The data plane's view of the MAP-T rules. --- */
 
 struct fwx_nat64_model_match_t {
     uint32_t bmr_index;
@@ -134,11 +70,111 @@ struct fwx_nat64_model_match_t {
     uint32_t domain_id;
     uint32_t prefix_len; /* bits of the address that matched */
 };
-/**
- * Looks an address (IPv4 in network order; IPv6 by its first 64 bits) up in the lookup tree of complex 0, which the
- * library fills, by longest match. False when no prefix matches, or when the model holds no rule of that index.
- */
-bool fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
-                            fwx_nat64_model_match_t *match);
+
+constexpr uint64_t fwx_nat64_model_max_sessions = 1000000;
+
+struct model_state_t;
+
+class fwx_nat64_model_t {
+public:
+    /** Makes a model and registers it under a channel name; null when the name is taken. `loop` must outlive it. */
+    static std::unique_ptr<fwx_nat64_model_t> create(fwx_host_loop_t *loop, const char *name);
+    /** Gives xerr_strerror the texts of the codes above, for whoever talks to a model in another process; making a
+     * model does it too. */
+    static void add_error_texts();
+    /** Clients see a channel error. */
+    ~fwx_nat64_model_t();
+    fwx_nat64_model_t(const fwx_nat64_model_t &) = delete;
+    fwx_nat64_model_t &operator=(const fwx_nat64_model_t &) = delete;
+
+    /* --- Misbehaviour. --- */
+
+    /** Answers the next `count` commands (init included) with `code` instead of carrying them out. */
+    void fail_next(uint32_t code, uint32_t count);
+    /** Sends each reply `delay_ms` after its command, by the loop's clock; 0 at once. */
+    void delay_set(uint64_t delay_ms);
+    /** Holds all replies back until release. */
+    void hold();
+    /** Sends the held replies in that order (shuffled: by a fixed seed) and holds no more. */
+    void release(fwx_nat64_model_order_t order);
+    /** Sends every asynchronous reply this many times, 1 at the start. */
+    void duplicate_set(uint32_t copies);
+    /** While silent, commands are carried out and not answered, synchronous ones included. */
+    void silent_set(bool silent);
+    /** Stops taking messages, so that the channel fills. */
+    void pause_set(bool paused);
+    /** Drops the channels of all clients; what was to be sent to them is gone. */
+    void drop_clients();
+    /** Largest number of bytes of entries in one statistics or walk reply, 65536 at the start; at least one entry
+     * goes. */
+    void reply_limit_set(uint32_t bytes);
+    /** Whether the delete of the last basic rule orders the client to empty its rule table; not at the start, since a
+     * rule whose add is under way would go too. */
+    void order_cleanup(bool on);
+
+    /* --- Notifications; each returns 0 or the messaging service's code, or FWX_HOST_ERR_CHANNEL_DOWN without a client
+     * that has asked for them. --- */
+
+    uint32_t notify(const void *msg, size_t size);
+    uint32_t wakeup();
+    /** Unsolicited command 0. */
+    uint32_t notify_record(bool add, uint32_t word1, uint32_t word2, uint32_t word3);
+    /** Unsolicited command 1. */
+    uint32_t notify_event();
+    /** Unsolicited command 3. */
+    uint32_t notify_mapping(uint32_t id, bool active, uint32_t value);
+    /** Unsolicited command 4. */
+    uint32_t notify_debug(uint32_t selector, uint32_t on);
+    /** Classifier end of batch and update to the library's classifier client; return what its handler returns. */
+    static uint32_t cgm_end_batch(uint32_t batch_id, bool async, void *ctx);
+    static uint32_t cgm_update(uint32_t batch_id, const uint8_t data[24], bool async, void *ctx);
+
+    /* --- Keeping the configuration. --- */
+
+    /** Hands the whole configuration over, part by part, in an order in which it can be restored. */
+    void save(fwx_nat64_model_part_fn_t part, void *arg) const;
+    /** Sets one part again; FWX_NAT64_MODEL_ERR_MALFORMED for a size that is not the op code's, else as a command. */
+    uint32_t restore(uint32_t op_code, const void *payload, size_t size);
+    void observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *arg);
+
+    /* --- Looking inside. --- */
+
+    fwx_nat64_model_counts_t counts() const;
+    /** How many the model holds of each kind; the record that answers a system statistics query. */
+    fwx_nat64_stats_sys_entry_t totals() const;
+    /** Value of a timeout (type 1 to 7), limit or service (type 1), when it is set. */
+    std::optional<uint32_t> timeout(uint32_t type) const;
+    std::optional<uint32_t> limit(uint32_t type) const;
+    std::optional<uint32_t> service(uint32_t type) const;
+    /** An adjacency (type 1 to 13), its IPv4 address in network order; the replication. When they are set. */
+    std::optional<fwx_nat64_addr_t> adj(uint32_t type) const;
+    std::optional<fwx_nat64_replication_t> replication() const;
+    /** The global settings, zeros until they are set. */
+    fwx_nat64_global_settings_t global_settings() const;
+    fwx_nat64_model_classifier_t classifier() const;
+
+    /* --- Sessions: one for each static mapping, and those that are made here. --- */
+
+    /**
+     * Replaces the made sessions by `count` new ones, at most fwx_nat64_model_max_sessions. The n-th is always the
+     * same: source 2001:db8:64::n, destination 198.18.0.0 + n % 131072, source port 1024 + n % 64512, destination port
+     * 443, protocol 6 for even n and 17 for odd. They are spread over the dynamic mappings and over the pools of this
+     * moment, and end with them.
+     */
+    void sessions_generate(uint64_t count);
+
+    /* --- The data plane's view of the MAP-T rules. --- */
+
+    /**
+     * Looks an address (IPv4 in network order; IPv6 by its first 64 bits) up in the lookup tree of complex 0, which the
+     * library fills, by longest match. False when no prefix matches, or when the model holds no rule of that index.
+     */
+    bool lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_match_t *match) const;
+
+private:
+    explicit fwx_nat64_model_t(std::unique_ptr<model_state_t> state);
+
+    std::unique_ptr<model_state_t> state_;
+};
 
 #endif

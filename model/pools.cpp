@@ -1,13 +1,23 @@
 #include "model/pools.h"
 
+#include <iterator>
+
 namespace {
 
-bool is_in_order(const address_range_t &range) {
-    return range.first.is_ipv6 == range.second.is_ipv6 && !(range.second < range.first);
+span_t span_of(const fwx_nat64_pool_payload_t &pool) {
+    return {pool.id, address_of_ipv4(pool.start_addr), address_of_ipv4(pool.end_addr)};
 }
 
-address_range_t range_of(const fwx_nat64_pool_range_t &record) {
-    return {address_of(record.start_addr), address_of(record.end_addr)};
+span_t span_of(const fwx_nat64_pool_range_t &range) {
+    return {range.id, address_of(range.start_addr), address_of(range.end_addr)};
+}
+
+bool is_in_order(const span_t &span) {
+    return span.first.is_ipv6 == span.last.is_ipv6 && !(span.last < span.first);
+}
+
+uint64_t address_count(const span_t &span) {
+    return addresses_between(span.first, span.last);
 }
 
 uint64_t add_saturating(uint64_t a, uint64_t b) {
@@ -17,43 +27,64 @@ uint64_t add_saturating(uint64_t a, uint64_t b) {
 }  // namespace
 
 uint32_t pools_t::set(const fwx_nat64_pool_payload_t &payload) {
-    const address_range_t own{address_of_ipv4(payload.start_addr), address_of_ipv4(payload.end_addr)};
-    const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(own);
+    const span_t span = span_of(payload);
+    const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(span);
     if (!ok) return FWX_NAT64_MODEL_ERR_VALUE;
-    pools.entries[payload.id].own = own;
-    return 0;
+    if (overlaps_another_pool(span)) return FWX_NAT64_MODEL_ERR_OVERLAP;
+    if (const auto present = pools.get(payload.id)) release(span_of(*present));
+    spans.insert(span);
+    return pools.set(payload.id, payload);
 }
 
 uint32_t pools_t::remove(const fwx_nat64_delete_payload_t &payload) {
-    return payload.one == 1 ? pools.erase(payload.id) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
+    const auto present = pools.get(payload.id);
+    if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    if (is_range_of(first_range(payload.id), payload.id)) return FWX_NAT64_MODEL_ERR_HAS_RANGES;
+    release(span_of(*present));
+    sessions.close_of_pool(payload.id);
+    return pools.erase(payload.id);
 }
 
 uint32_t pools_t::range_add(const fwx_nat64_pool_range_t &range) {
-    const auto pool = pools.entries.find(range.id);
-    if (pool == pools.entries.end()) return FWX_NAT64_MODEL_ERR_NO_POOL;
-    if (!is_in_order(range_of(range))) return FWX_NAT64_MODEL_ERR_VALUE;
-    return pool->second.ranges.insert(range_of(range)).second ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
+    const span_t span = span_of(range);
+    if (!pools.get(range.id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
+    if (!is_in_order(span)) return FWX_NAT64_MODEL_ERR_VALUE;
+    if (overlaps_another_pool(span)) return FWX_NAT64_MODEL_ERR_OVERLAP;
+    const uint32_t result = ranges.add(span, range);
+    if (result == 0) spans.insert(span);
+    return result;
 }
 
 uint32_t pools_t::range_delete(const fwx_nat64_pool_range_del_payload_t &payload) {
-    const auto pool = pools.entries.find(payload.range.id);
-    if (pool == pools.entries.end()) return FWX_NAT64_MODEL_ERR_NO_POOL;
+    const span_t span = span_of(payload.range);
+    if (!pools.get(span.pool_id)) return FWX_NAT64_MODEL_ERR_NO_POOL;
     if (payload.one != 1) return FWX_NAT64_MODEL_ERR_VALUE;
-    return pool->second.ranges.erase(range_of(payload.range)) != 0 ? 0 : FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    const uint32_t result = ranges.erase(span);
+    if (result == 0) release(span);
+    return result;
 }
 
-uint64_t pools_t::range_count() const {
-    uint64_t count = 0;
-    for (const auto &[id, pool] : pools.entries) {
-        count += pool.ranges.size();
+fwx_nat64_stats_pool_entry_t pools_t::statistics(const fwx_nat64_pool_payload_t &pool) const {
+    fwx_nat64_stats_pool_entry_t entry{pool.id, 0, address_count(span_of(pool)), sessions.count_of_pool(pool.id)};
+    for (auto range = first_range(pool.id); is_range_of(range, pool.id); ++range) {
+        ++entry.ranges;
+        entry.addresses = add_saturating(entry.addresses, address_count(range->first));
     }
-    return count;
+    return entry;
 }
 
-uint64_t address_count(const pool_t &pool) {
-    uint64_t count = addresses_between(pool.own.first, pool.own.second);
-    for (const address_range_t &range : pool.ranges) {
-        count = add_saturating(count, addresses_between(range.first, range.second));
+bool pools_t::overlaps_another_pool(const span_t &span) const {
+    const auto start = spans.lower_bound({0, span.first, {}});
+    for (auto within = start; within != spans.end() && !(span.last < within->first); ++within) {
+        if (within->pool_id != span.pool_id) return true;
     }
-    return count;
+    /* What begins before and reaches here is of the pool whose span is the last before: between them there is no other
+     * pool's. */
+    auto before = std::make_reverse_iterator(start);
+    const uint32_t neighbour = before == spans.rend() ? span.pool_id : before->pool_id;
+    for (; neighbour != span.pool_id && before != spans.rend() && before->pool_id == neighbour; ++before) {
+        if (!(before->last < span.first)) return true;
+    }
+    return false;
 }

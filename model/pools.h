@@ -3,31 +3,53 @@
 #define MODEL_POOLS_H
 
 #include <set>
-#include <utility>
+#include <tuple>
 
 #include "model/address.h"
+#include "model/sessions.h"
 #include "model/table.h"
 
-using address_range_t = std::pair<address_t, address_t>; /* first and last address */
+/** Addresses of a pool; ordered so that those of one pool stand together. */
+struct span_t {
+    uint32_t pool_id;
+    address_t first;
+    address_t last;
 
-struct pool_t {
-    address_range_t own;
-    std::set<address_range_t> ranges; /* added to its own; they may overlap */
+    friend bool operator<(const span_t &a, const span_t &b) {
+        return std::tie(a.pool_id, a.first, a.last) < std::tie(b.pool_id, b.first, b.last);
+    }
 };
 
 struct pools_t {
-    table_t<uint32_t, pool_t> pools; /* by identifier */
+    explicit pools_t(sessions_t &table) : sessions(table) {}
+
+    table_t<uint32_t, fwx_nat64_pool_payload_t> pools; /* by identifier */
+    table_t<span_t, fwx_nat64_pool_range_t> ranges;    /* added to their pool's own, which they may overlap */
+    sessions_t &sessions;                              /* end with their pool */
 
     /** Adds a pool, or modifies the one with this identifier, which keeps its ranges. */
     uint32_t set(const fwx_nat64_pool_payload_t &payload);
-    /** Deletes a pool with its ranges. */
+    /** Deletes a pool that has no ranges. */
     uint32_t remove(const fwx_nat64_delete_payload_t &payload);
     uint32_t range_add(const fwx_nat64_pool_range_t &range);
     uint32_t range_delete(const fwx_nat64_pool_range_del_payload_t &payload);
-    uint64_t range_count() const;
-};
+    /** Overlaps of a pool and its ranges are counted each time; UINT64_MAX addresses when they are more. */
+    fwx_nat64_stats_pool_entry_t statistics(const fwx_nat64_pool_payload_t &pool) const;
 
-/** Addresses of a pool and its ranges, overlaps counted each time; UINT64_MAX when they are more. */
-uint64_t address_count(const pool_t &pool);
+private:
+    struct by_address_t {
+        bool operator()(const span_t &a, const span_t &b) const {
+            return std::tie(a.first, a.last, a.pool_id) < std::tie(b.first, b.last, b.pool_id);
+        }
+    };
+    std::multiset<span_t, by_address_t> spans; /* of all pools and ranges; only those of one pool overlap */
+
+    bool overlaps_another_pool(const span_t &span) const;
+    void release(const span_t &span) { spans.erase(spans.find(span)); }
+    auto first_range(uint32_t pool_id) const { return ranges.entries.lower_bound({pool_id, {}, {}}); }
+    bool is_range_of(std::map<span_t, fwx_nat64_pool_range_t>::const_iterator range, uint32_t pool_id) const {
+        return range != ranges.entries.end() && range->first.pool_id == pool_id;
+    }
+};
 
 #endif

@@ -3,6 +3,7 @@
 #define MODEL_REQUEST_H
 
 #include <cstring>
+#include <vector>
 
 #include "fwx_nat64/wire.h"
 
@@ -30,6 +31,16 @@ struct request_t {
         reply.hdr.epoch = hdr.epoch;
         reply.result = result;
         return reply;
+    }
+
+    /** A whole reply of the command's own number: `head`, its beginning filled in, and the entries behind it. */
+    template <typename head_t, typename entry_t>
+    std::vector<uint8_t> listing(uint32_t result, head_t head, const entry_t *entries, size_t count) const {
+        head.reply = reply(number(), result);
+        std::vector<uint8_t> bytes(sizeof(head) + count * sizeof(entry_t));
+        std::memcpy(bytes.data(), &head, sizeof(head));
+        if (count != 0) std::memcpy(bytes.data() + sizeof(head), entries, count * sizeof(entry_t));
+        return bytes;
     }
 };
 

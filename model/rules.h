@@ -10,20 +10,30 @@
 
 using rule_key_t = std::pair<uint32_t, uint32_t>; /* Rule ID, Domain ID */
 
+struct indexed_rule_t {
+    uint32_t index;
+    uint32_t rule_id;
+    uint32_t domain_id;
+};
+
 struct rules_t {
-    table_t<rule_key_t, uint32_t> basic;     /* index of the rule */
-    std::map<uint32_t, rule_key_t> by_index; /* the same rules */
+    table_t<rule_key_t, uint32_t> basic;        /* index of the rule */
+    table_t<uint32_t, indexed_rule_t> by_index; /* the same rules */
     table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
+    bool orders_cleanup = false; /* with the delete of the last basic rule */
 
     /** Carries a command out and fills the fields of its reply that depend on the outcome. */
     uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);
     uint32_t default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule);
     /** Adds a basic rule under an index above all others; what lies between is free. */
-    uint32_t basic_restore(const rule_key_t &key, uint32_t index);
+    uint32_t basic_restore(const indexed_rule_t &rule);
+    uint32_t default_restore(const fwx_nat64_mapt_dmr_t &rule) { return default_set(FWX_NAT64_OP_ADD, rule); }
 
 private:
     std::set<uint32_t> freed; /* indices below the next new one */
 
+    uint32_t highest_index() const { return by_index.entries.empty() ? 0 : by_index.entries.rbegin()->first; }
+    uint32_t enter(const rule_key_t &key, uint32_t index);
     uint32_t add(const rule_key_t &key, uint32_t *index);
     uint32_t remove(const rule_key_t &key, uint32_t *index);
 };

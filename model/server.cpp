@@ -8,8 +8,8 @@ namespace {
 
 constexpr uint32_t form_mask = 0xffffU & ~FWX_NAT64_MSG_NUMBER_MASK;
 
-fwx_nat64_model_t &model_of(void *ctx) {
-    return *static_cast<fwx_nat64_model_t *>(ctx);
+model_state_t &model_of(void *ctx) {
+    return *static_cast<model_state_t *>(ctx);
 }
 
 /* Whether a message of this type, in either form, is told apart by a word behind its header. */
@@ -29,7 +29,7 @@ uint32_t unknown_code(wire_form_t form, const void *msg, size_t size) {
 }
 
 /* Judges a message's frame and counts it. */
-uint32_t admit(fwx_nat64_model_t &model, wire_form_t form, const void *msg, size_t size) {
+uint32_t admit(model_state_t &model, wire_form_t form, const void *msg, size_t size) {
     const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
     if (message != nullptr && message->form == form && wire_frame_ok(*message, msg, size)) {
         ++model.commands;
@@ -39,7 +39,7 @@ uint32_t admit(fwx_nat64_model_t &model, wire_form_t form, const void *msg, size
     return message == nullptr ? unknown_code(form, msg, size) : FWX_NAT64_MODEL_ERR_MALFORMED;
 }
 
-uint32_t take_armed_failure(fwx_nat64_model_t &model) {
+uint32_t take_armed_failure(model_state_t &model) {
     if (model.armed_failures == 0) return 0;
     --model.armed_failures;
     return model.armed_code;
@@ -49,22 +49,22 @@ uint32_t init_code(uint32_t code) {
     return code == FWX_NAT64_INIT_CODE ? 0 : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
-uint32_t set_up_notifications(fwx_nat64_model_t &model, uint64_t client_id) {
+uint32_t set_up_notifications(model_state_t &model, uint64_t client_id) {
     client_t *client = model.clients.find(client_id);
     if (client != nullptr) client->wants_notifications = true;
     return 0;
 }
 
 /* Carries out a command whose whole answer is a result. */
-uint32_t carry_out(fwx_nat64_model_t &model, const request_t &request) {
+uint32_t carry_out(model_state_t &model, const request_t &request) {
     switch (request.number()) {
         case FWX_NAT64_MSG_UNSOL_SETUP:
             return set_up_notifications(model, request.client);
         case FWX_NAT64_MSG_INIT:
             return init_code(request.read<fwx_nat64_init_msg_t>().init_code);
         case FWX_NAT64_MSG_CONFIG:
-            return configure(model, request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code)),
-                             request.msg + offsetof(fwx_nat64_cfg_msg_t, payload));
+            return model.config.carry_out(request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code)),
+                                          request.msg + offsetof(fwx_nat64_cfg_msg_t, payload));
         default:
             return 0; /* the client may send again; there is nothing to resume here */
     }
@@ -83,31 +83,31 @@ uint32_t result_number(const request_t &request) {
     }
 }
 
-uint32_t answer_result(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_result(model_state_t &model, const request_t &request, uint32_t code) {
     if (code == 0) code = carry_out(model, request);
     const fwx_nat64_reply_t reply = request.reply(result_number(request), code);
     model.outbox.post(request.client, &reply, sizeof(reply));
     return code;
 }
 
-uint32_t set_basic_rule(fwx_nat64_model_t &model, const fwx_nat64_bmr_msg_t &command, uint32_t code,
+uint32_t set_basic_rule(model_state_t &model, const fwx_nat64_bmr_msg_t &command, uint32_t code,
                         fwx_nat64_mapt_reply_t *reply) {
     reply->rule_id = command.rule_id;
     reply->domain_id = command.domain_id;
     reply->op = command.op;
-    return code == 0 ? model.rules.basic_set(command, reply) : code;
+    return code == 0 ? model.config.rules.basic_set(command, reply) : code;
 }
 
-uint32_t set_default_rule(fwx_nat64_model_t &model, const request_t &request, uint32_t code,
+uint32_t set_default_rule(model_state_t &model, const request_t &request, uint32_t code,
                           fwx_nat64_mapt_reply_t *reply) {
     const auto rule = request.read<fwx_nat64_mapt_dmr_t>(offsetof(fwx_nat64_dmr_msg_t, dmr));
     reply->rule_id = rule.id;
     reply->rule_type = FWX_NAT64_MAPT_RULE_DMR;
     reply->op = request.read<uint32_t>(offsetof(fwx_nat64_dmr_msg_t, op));
-    return code == 0 ? model.rules.default_set(reply->op, rule) : code;
+    return code == 0 ? model.config.rules.default_set(reply->op, rule) : code;
 }
 
-uint32_t answer_rule(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_rule(model_state_t &model, const request_t &request, uint32_t code) {
     fwx_nat64_mapt_reply_t reply{};
     if (request.msg != nullptr) {
         const bool is_basic =
@@ -120,7 +120,7 @@ uint32_t answer_rule(fwx_nat64_model_t &model, const request_t &request, uint32_
     return code;
 }
 
-uint32_t answer(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer(model_state_t &model, const request_t &request, uint32_t code) {
     switch (request.number()) {
         case FWX_NAT64_MSG_STATS_SYS:
         case FWX_NAT64_MSG_STATS_INTF:
@@ -138,7 +138,7 @@ uint32_t answer(fwx_nat64_model_t &model, const request_t &request, uint32_t cod
 }
 
 /* Counts and tells of a message that was answered with `code`. */
-void note_answer(fwx_nat64_model_t &model, bool is_well_formed, const void *msg, size_t size, uint32_t code) {
+void note_answer(model_state_t &model, bool is_well_formed, const void *msg, size_t size, uint32_t code) {
     if (code == 0) return;
     if (is_well_formed) ++model.refused;
     if (model.refusal_fn != nullptr) model.refusal_fn(model.refusal_arg, msg, size, code);
@@ -149,7 +149,7 @@ void connected(void *ctx, fwx_host_peer_t *peer) {
 }
 
 void disconnected(void *ctx, fwx_host_peer_t *peer) {
-    fwx_nat64_model_t &model = model_of(ctx);
+    model_state_t &model = model_of(ctx);
     const client_t *client = model.clients.find(peer);
     if (client == nullptr) return;
     model.outbox.forget(client->id);
@@ -158,7 +158,7 @@ void disconnected(void *ctx, fwx_host_peer_t *peer) {
 }
 
 void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
-    fwx_nat64_model_t &model = model_of(ctx);
+    model_state_t &model = model_of(ctx);
     uint32_t code = admit(model, wire_form_t::async, msg, size);
     const bool is_well_formed = code == 0;
     const client_t *client = model.clients.find(peer);
@@ -174,19 +174,19 @@ void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
     note_answer(model, is_well_formed, msg, size, code);
 }
 
-uint32_t carry_out_sync(fwx_nat64_model_t &model, const uint8_t *msg) {
+uint32_t carry_out_sync(model_state_t &model, const uint8_t *msg) {
     const uint64_t type = wire_read(msg, sizeof(uint16_t));
     if (type == (FWX_NAT64_MSG_SYNC | FWX_NAT64_MSG_INIT)) {
         return init_code(
             static_cast<uint32_t>(wire_read(msg + offsetof(fwx_nat64_sync_init_msg_t, init_code), sizeof(uint32_t))));
     }
-    return configure(model,
-                     static_cast<uint32_t>(wire_read(msg + offsetof(fwx_nat64_ctrl_msg_t, op_code), sizeof(uint32_t))),
-                     msg + sizeof(fwx_nat64_ctrl_msg_t));
+    return model.config.carry_out(
+        static_cast<uint32_t>(wire_read(msg + offsetof(fwx_nat64_ctrl_msg_t, op_code), sizeof(uint32_t))),
+        msg + sizeof(fwx_nat64_ctrl_msg_t));
 }
 
 size_t asked(void *ctx, fwx_host_peer_t * /*peer*/, const void *msg, size_t size, void *reply, size_t reply_cap) {
-    fwx_nat64_model_t &model = model_of(ctx);
+    model_state_t &model = model_of(ctx);
     fwx_nat64_sync_reply_t answer{};
     answer.result = admit(model, wire_form_t::sync, msg, size);
     const bool is_well_formed = answer.result == 0;

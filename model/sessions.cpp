@@ -38,10 +38,6 @@ void write_big_endian(uint32_t value, uint8_t *at) {
 
 }  // namespace
 
-session_filter_t filter_of(const fwx_nat64_session_filter_t &record) {
-    return {record.value, address_of(record.src), address_of(record.dst)};
-}
-
 session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record) {
     uint32_t protocol = 0;
     std::memcpy(&protocol, record.opaque0, sizeof(protocol));
@@ -64,7 +60,8 @@ void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std
     }
 }
 
-void sessions_t::clear(const session_filter_t &filter) {
+uint32_t sessions_t::clear(const fwx_nat64_session_filter_t &record) {
+    const session_filter_t filter{record.value, address_of(record.src), address_of(record.dst)};
     fwx_nat64_session_t session;
     for (uint64_t from = 0; next(from, filter, &session); from = session.id + 1) {
         if (session.id < first_made_id) {
@@ -73,6 +70,7 @@ void sessions_t::clear(const session_filter_t &filter) {
             close_made(session.id - first_made_id);
         }
     }
+    return 0;
 }
 
 bool sessions_t::next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session) const {

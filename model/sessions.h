@@ -13,7 +13,6 @@ struct session_filter_t {
     address_t src;
     address_t dst;
 };
-session_filter_t filter_of(const fwx_nat64_session_filter_t &record);
 session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record);
 
 class sessions_t {
@@ -27,7 +26,7 @@ public:
     void close_of_mapping(uint32_t mapping_id) { close_of(mappings, mapping_id); }
     void close_of_pool(uint32_t pool_id) { close_of(pools, pool_id); }
 
-    void clear(const session_filter_t &filter);
+    uint32_t clear(const fwx_nat64_session_filter_t &record);
 
     uint64_t size() const { return statics.size() + made_live; }
     uint64_t count_of_static(uint32_t mapping_id) const { return statics.count(mapping_id); }

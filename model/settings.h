@@ -2,16 +2,16 @@
 #ifndef MODEL_SETTINGS_H
 #define MODEL_SETTINGS_H
 
-#include <optional>
-
 #include "fwx_nat64/wire.h"
 #include "model/table.h"
 
 struct settings_t {
-    table_t<uint32_t, uint32_t> timeouts, limits, services; /* value by type */
-    table_t<uint32_t, fwx_nat64_addr_t> adjacencies;        /* by type; IPv4 in network order */
+    table_t<uint32_t, fwx_nat64_timeout_t> timeouts; /* these four by type */
+    table_t<uint32_t, fwx_nat64_limit_t> limits;
+    table_t<uint32_t, fwx_nat64_service_payload_t> services;
+    table_t<uint32_t, fwx_nat64_adj_t> adjacencies; /* IPv4 in network order */
     std::optional<fwx_nat64_replication_t> replication;
-    fwx_nat64_global_settings_t global{};
+    std::optional<fwx_nat64_global_settings_t> global;
 
     uint32_t timeout_set(const fwx_nat64_timeout_t &timeout);
     uint32_t limit_set(const fwx_nat64_limit_t &limit);
@@ -20,6 +20,7 @@ struct settings_t {
     uint32_t adjacency_set(const fwx_nat64_adj_t &adjacency);
     uint32_t replication_set(const fwx_nat64_replication_t &record);
     uint32_t replication_unset(const fwx_nat64_replication_t &record);
+    uint32_t global_set(const fwx_nat64_global_settings_t &record);
 };
 
 #endif

@@ -33,12 +33,9 @@ void post_listing(outbox_t &outbox, const request_t &request, uint32_t code, con
         const size_t count = std::min(per_reply, total - posted);
         const size_t left = total - posted - count;
         head_t head{};
-        head.reply = request.reply(request.number(), code);
         head.more = static_cast<uint32_t>((left + per_reply - 1) / per_reply);
         fill(&head, static_cast<uint32_t>(count), key_after(listing, posted + count));
-        std::vector<uint8_t> msg(sizeof(head) + count * sizeof(entry_t));
-        std::memcpy(msg.data(), &head, sizeof(head));
-        if (count != 0) std::memcpy(msg.data() + sizeof(head), &listing.entries[posted], count * sizeof(entry_t));
+        const std::vector<uint8_t> msg = request.listing(code, head, listing.entries.data() + posted, count);
         outbox.post(request.client, msg.data(), msg.size());
         posted += count;
     } while (posted < total);
@@ -56,37 +53,33 @@ void list(const std::map<uint32_t, value_t> &table, uint64_t base, uint64_t from
     }
 }
 
-uint32_t answer_system(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
-    struct {
-        fwx_nat64_stats_sys_reply_t head;
-        fwx_nat64_stats_sys_entry_t totals;
-    } answer{};
-    answer.head.reply = request.reply(request.number(), code);
-    answer.totals = totals_of(model);
-    model.outbox.post(request.client, &answer, code == 0 ? sizeof(answer) : sizeof(answer.head));
+uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t code) {
+    const fwx_nat64_stats_sys_entry_t totals = totals_of(model);
+    const auto msg = request.listing(code, fwx_nat64_stats_sys_reply_t{}, &totals, code == 0 ? 1 : 0);
+    model.outbox.post(request.client, msg.data(), msg.size());
     return code;
 }
 
-uint32_t answer_interfaces(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_interfaces(model_state_t &model, const request_t &request, uint32_t code) {
     listing_t<fwx_nat64_stats_intf_entry_t> listing;
     const auto make = [](uint32_t ifh, const fwx_nat64_intf_payload_t &interface) {
         return fwx_nat64_stats_intf_entry_t{ifh,           interface.enable,        interface.nvi,
                                             interface.mtu, prefix_count(interface), 0};
     };
-    if (code == 0) list(model.interfaces.interfaces.entries, 0, 0, SIZE_MAX, make, &listing);
+    if (code == 0) list(model.config.interfaces.interfaces.entries, 0, 0, SIZE_MAX, make, &listing);
     post_listing<fwx_nat64_stats_intf_reply_t>(model.outbox, request, code, listing);
     return code;
 }
 
-uint32_t answer_limits(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_limits(model_state_t &model, const request_t &request, uint32_t code) {
     listing_t<fwx_nat64_stats_limit_entry_t> listing;
-    const auto make = [&](uint32_t type, uint32_t value) {
-        return fwx_nat64_stats_limit_entry_t{type, value, model.sessions.size()};
+    const auto make = [&](uint32_t type, const fwx_nat64_limit_t &limit) {
+        return fwx_nat64_stats_limit_entry_t{type, limit.value, model.config.sessions.size()};
     };
     if (code == 0) {
         const auto query = request.read<fwx_nat64_stats_limit_msg_t>();
         if (query.count == 0 || query.one != 1) code = FWX_NAT64_MODEL_ERR_VALUE;
-        if (code == 0) list(model.settings.limits.entries, 0, 0, query.count, make, &listing);
+        if (code == 0) list(model.config.settings.limits.entries, 0, 0, query.count, make, &listing);
     }
     post_listing<fwx_nat64_stats_intf_reply_t>(model.outbox, request, code, listing);
     return code;
@@ -96,27 +89,26 @@ uint32_t query_code(const fwx_nat64_stats_all_msg_t &query) {
     return query.count != 0 && query.one == 1 && query.zero == 0 ? 0 : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
-uint32_t answer_pools(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_pools(model_state_t &model, const request_t &request, uint32_t code) {
     listing_t<fwx_nat64_stats_pool_entry_t> listing;
-    const auto make = [&](uint32_t id, const pool_t &pool) {
-        return fwx_nat64_stats_pool_entry_t{id, static_cast<uint32_t>(pool.ranges.size()), address_count(pool),
-                                            model.sessions.count_of_pool(id)};
+    const auto make = [&](uint32_t, const fwx_nat64_pool_payload_t &pool) {
+        return model.config.pools.statistics(pool);
     };
     if (code == 0) {
         const auto query = request.read<fwx_nat64_stats_all_msg_t>();
         code = query_code(query);
-        if (code == 0) list(model.pools.pools.entries, 0, query.cookie, query.count, make, &listing);
+        if (code == 0) list(model.config.pools.pools.entries, 0, query.cookie, query.count, make, &listing);
     }
     post_listing<fwx_nat64_stats_all_reply_t>(model.outbox, request, code, listing);
     return code;
 }
 
-uint32_t answer_mappings(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_mappings(model_state_t &model, const request_t &request, uint32_t code) {
     listing_t<fwx_nat64_stats_mapping_entry_t> listing;
     const auto make = [&](uint32_t kind) {
         return [&model, kind](uint32_t id, const auto &) {
-            const uint64_t sessions = kind == FWX_NAT64_MAPPING_STATIC ? model.sessions.count_of_static(id)
-                                                                       : model.sessions.count_of_mapping(id);
+            const uint64_t sessions = kind == FWX_NAT64_MAPPING_STATIC ? model.config.sessions.count_of_static(id)
+                                                                       : model.config.sessions.count_of_mapping(id);
             return fwx_nat64_stats_mapping_entry_t{id, kind, 1, 0, sessions};
         };
     };
@@ -127,8 +119,8 @@ uint32_t answer_mappings(fwx_nat64_model_t &model, const request_t &request, uin
             list(table, uint64_t{kind} << 32, query.cookie, query.count, make(kind), &listing);
         };
         if (code == 0) {
-            list_kind(FWX_NAT64_MAPPING_STATIC, model.mappings.fixed.entries);
-            list_kind(FWX_NAT64_MAPPING_DYNAMIC, model.mappings.dynamic.entries);
+            list_kind(FWX_NAT64_MAPPING_STATIC, model.config.mappings.fixed.entries);
+            list_kind(FWX_NAT64_MAPPING_DYNAMIC, model.config.mappings.dynamic.entries);
         }
     }
     post_listing<fwx_nat64_stats_all_reply_t>(model.outbox, request, code, listing);
@@ -137,19 +129,20 @@ uint32_t answer_mappings(fwx_nat64_model_t &model, const request_t &request, uin
 
 }  // namespace
 
-fwx_nat64_stats_sys_entry_t totals_of(const fwx_nat64_model_t &model) {
-    return {model.interfaces.interfaces.entries.size(),
-            model.interfaces.prefixes.size(),
-            model.mappings.fixed.entries.size(),
-            model.mappings.dynamic.entries.size(),
-            model.pools.pools.entries.size(),
-            model.pools.range_count(),
-            model.loggings.loggings.entries.size(),
-            model.rules.basic.entries.size() + model.rules.defaults.entries.size(),
-            model.sessions.size()};
+fwx_nat64_stats_sys_entry_t totals_of(const model_state_t &model) {
+    const configuration_t &config = model.config;
+    return {config.interfaces.interfaces.entries.size(),
+            config.interfaces.prefixes.entries.size() + config.interfaces.prefixes_kind2.entries.size(),
+            config.mappings.fixed.entries.size(),
+            config.mappings.dynamic.entries.size(),
+            config.pools.pools.entries.size(),
+            config.pools.ranges.entries.size(),
+            config.loggings.loggings.entries.size(),
+            config.rules.basic.entries.size() + config.rules.defaults.entries.size(),
+            config.sessions.size()};
 }
 
-uint32_t answer_statistics(fwx_nat64_model_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_statistics(model_state_t &model, const request_t &request, uint32_t code) {
     switch (request.number()) {
         case FWX_NAT64_MSG_STATS_SYS:
             return answer_system(model, request, code);

@@ -3,6 +3,7 @@
 #define MODEL_TABLE_H
 
 #include <map>
+#include <optional>
 
 #include "model/model.h"
 
@@ -13,6 +14,11 @@ struct table_t {
     uint32_t add(const key_t &key, const value_t &value) {
         return entries.emplace(key, value).second ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
     }
+    /** Adds, or replaces what is there. */
+    uint32_t set(const key_t &key, const value_t &value) {
+        entries[key] = value;
+        return 0;
+    }
     uint32_t modify(const key_t &key, const value_t &value) {
         const auto found = entries.find(key);
         if (found == entries.end()) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
@@ -21,12 +27,9 @@ struct table_t {
     }
     uint32_t erase(const key_t &key) { return entries.erase(key) != 0 ? 0 : FWX_NAT64_MODEL_ERR_NO_ENTRY; }
 
-    /** Copies the entry of `key`; false when there is none. */
-    bool get(const key_t &key, value_t *value) const {
+    std::optional<value_t> get(const key_t &key) const {
         const auto found = entries.find(key);
-        if (found == entries.end()) return false;
-        *value = found->second;
-        return true;
+        return found == entries.end() ? std::nullopt : std::optional<value_t>(found->second);
     }
 };
 

@@ -14,9 +14,8 @@ uint32_t walks_t::start(const request_t &request, uint32_t code) {
         if (command.count == 0) code = FWX_NAT64_MODEL_ERR_VALUE;
     }
     if (code != 0) {
-        fwx_nat64_sess_walk_reply_t refusal{};
-        refusal.reply = request.reply(FWX_NAT64_MSG_SESSION_WALK, code);
-        outbox.post(request.client, &refusal, sizeof(refusal));
+        const auto refusal = request.listing<fwx_nat64_sess_walk_reply_t, fwx_nat64_session_t>(code, {}, nullptr, 0);
+        outbox.post(request.client, refusal.data(), refusal.size());
         return code;
     }
     walk_t walk{request, filter_of(command.filter), command.count, command.arg != 0, command.arg, command.cookie};
@@ -46,16 +45,12 @@ bool walks_t::send_page(uint64_t id, walk_t &walk) {
     walk.left -= walk.limited ? static_cast<uint32_t>(page.size()) : 0;
 
     fwx_nat64_sess_walk_reply_t head{};
-    head.reply = walk.request.reply(FWX_NAT64_MSG_SESSION_WALK, 0);
     head.count = static_cast<uint32_t>(page.size());
     head.stopped = found && walk.limited && walk.left == 0 ? 1 : 0;
     head.more = found && head.stopped == 0 ? 1 : 0;
     head.value = walk.from;
 
-    const size_t page_bytes = page.size() * sizeof(fwx_nat64_session_t);
-    std::vector<uint8_t> msg(sizeof(head) + page_bytes);
-    std::memcpy(msg.data(), &head, sizeof(head));
-    if (page_bytes != 0) std::memcpy(msg.data() + sizeof(head), page.data(), page_bytes);
+    const std::vector<uint8_t> msg = walk.request.listing(0, head, page.data(), page.size());
     const bool goes_on = head.more != 0;
     return outbox.post(walk.request.client, msg.data(), msg.size(), goes_on ? id : 0) && goes_on;
 }

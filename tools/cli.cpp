@@ -170,6 +170,7 @@ status_t run_captured(const command_line_t &line, std::istream &input, output_t 
 }  // namespace
 
 int run_natctl(const std::vector<std::string> &words, std::istream &input, std::ostream &answers, std::ostream &notes) {
+    fwx_nat64_model_t::add_error_texts();
     command_line_t line;
     bool asks_completions = !words.empty() && words.front() == "complete";
     if (asks_completions) {

@@ -30,12 +30,11 @@ connection_t::connection_t(fwx_host_loop_t *loop, server_kind_t kind, const std:
         result_ = fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &sink_ops, nullptr, &sink_);
         return;
     }
-    model_ = fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME);
+    model_ = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
     if (model_ == nullptr) result_ = FWX_HOST_ERR_NAME_TAKEN;
 }
 
 connection_t::~connection_t() {
     fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
     fwx_host_server_unregister(sink_);
-    fwx_nat64_model_destroy(model_);
 }

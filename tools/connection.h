@@ -2,6 +2,7 @@
 #ifndef TOOLS_CONNECTION_H
 #define TOOLS_CONNECTION_H
 
+#include <memory>
 #include <string>
 
 #include "fwx_host/fwx_host.h"
@@ -24,10 +25,10 @@ public:
     /** 0 when the server is there, else why it is not. */
     uint32_t result() const { return result_; }
     /** The embedded model, or null. */
-    fwx_nat64_model_t *model() const { return model_; }
+    fwx_nat64_model_t *model() const { return model_.get(); }
 
 private:
-    fwx_nat64_model_t *model_ = nullptr;
+    std::unique_ptr<fwx_nat64_model_t> model_;
     fwx_host_server_t *sink_ = nullptr;
     uint32_t result_ = 0;
 };

@@ -44,7 +44,7 @@ uint32_t look_up(call_t &call, fwx_nat64_addr_t address) {
         std::memcpy(address.addr, &word, sizeof word);
     }
     fwx_nat64_model_match_t match{};
-    if (!fwx_nat64_model_lookup(call.pal.model(), &address, &match)) return FWX_NAT64_ERR_NOT_FOUND;
+    if (!call.pal.model()->lookup(&address, &match)) return FWX_NAT64_ERR_NOT_FOUND;
     call.outcome.data = {{"rule_id", match.rule_id},
                          {"domain_id", match.domain_id},
                          {"bmr_index", match.bmr_index},

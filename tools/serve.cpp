@@ -50,8 +50,8 @@ public:
         : options_(options),
           notes_(notes),
           loop_(fwx_host_loop_create(), fwx_host_loop_destroy),
-          model_(fwx_nat64_model_create(loop_.get(), FWX_NAT64_CHANNEL_NAME), fwx_nat64_model_destroy) {
-        fwx_nat64_model_observe_refusals(model_.get(), refused, this);
+          model_(fwx_nat64_model_t::create(loop_.get(), FWX_NAT64_CHANNEL_NAME)) {
+        model_->observe_refusals(refused, this);
         fwx_host_loop_watch(
             loop_.get(), signals_.fd(), [](void *arg) { static_cast<server_t *>(arg)->ended_ = true; }, this);
     }
@@ -82,7 +82,7 @@ public:
     }
 
 private:
-    uint64_t commands() const { return fwx_nat64_model_counts(model_.get()).commands; }
+    uint64_t commands() const { return model_->counts().commands; }
 
     std::string save() {
         save_is_planned_ = false;
@@ -103,7 +103,7 @@ private:
     std::ostream &notes_;
     end_signals_t signals_;
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
-    std::unique_ptr<fwx_nat64_model_t, void (*)(fwx_nat64_model_t *)> model_;
+    std::unique_ptr<fwx_nat64_model_t> model_;
     uint64_t saved_commands_ = 0;
     bool save_is_planned_ = false;
     bool ended_ = false;

@@ -22,8 +22,7 @@ std::string restore(const json_t &parts, fwx_nat64_model_t *model) {
         const std::string digits = part.at("payload").get<std::string>();
         std::vector<uint8_t> payload(digits.size() / 2);
         if (!parse_hex(digits, payload.data(), payload.size())) payload.clear(); /* is no part of any kind */
-        const uint32_t rc =
-            fwx_nat64_model_restore(model, part.at("op_code").get<uint32_t>(), payload.data(), payload.size());
+        const uint32_t rc = model->restore(part.at("op_code").get<uint32_t>(), payload.data(), payload.size());
         if (rc != 0) return "part " + std::to_string(index) + ": " + xerr_strerror(rc);
         ++index;
     }
@@ -58,8 +57,7 @@ std::string state_file_read(const std::string &path, fwx_nat64_model_t *model) {
 
 std::string state_file_write(const std::string &path, const fwx_nat64_model_t *model) {
     json_t parts = json_t::array();
-    fwx_nat64_model_save(
-        model,
+    model->save(
         [](void *arg, uint32_t op_code, const void *payload, size_t size) {
             static_cast<json_t *>(arg)->push_back({{"op_code", op_code}, {"payload", hex_digits(payload, size)}});
         },

@@ -1,9 +1,13 @@
+#include <set>
+
 #include "model_fixture.h"
 
 namespace {
 
 constexpr uint32_t no_entry = FWX_NAT64_MODEL_ERR_NO_ENTRY, exists = FWX_NAT64_MODEL_ERR_EXISTS,
-                   no_pool = FWX_NAT64_MODEL_ERR_NO_POOL, value_refused = FWX_NAT64_MODEL_ERR_VALUE;
+                   no_pool = FWX_NAT64_MODEL_ERR_NO_POOL, value_refused = FWX_NAT64_MODEL_ERR_VALUE,
+                   overlap = FWX_NAT64_MODEL_ERR_OVERLAP, has_ranges = FWX_NAT64_MODEL_ERR_HAS_RANGES,
+                   length_refused = FWX_NAT64_MODEL_ERR_PREFIX_LEN;
 
 struct step_t {
     const char *what;
@@ -15,8 +19,12 @@ constexpr uint32_t net(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
     return a | uint32_t{b} << 8 | uint32_t{c} << 16 | uint32_t{d} << 24;
 }
 
-message_t interface(uint32_t ifh, uint32_t valid_prefixes, uint8_t prefix_len) {
-    return config(1, 92, {ifh, 1, 0, valid_prefixes & 1, valid_prefixes & 2}).put<uint8_t>(75, prefix_len);
+/* Three prefixes: stateless, stateful, stateless from IPv6 to IPv4. */
+message_t interface(uint32_t ifh, const uint32_t (&valid)[3], const uint8_t (&lengths)[3]) {
+    return config(1, 92, {ifh, 1, 0, valid[0], valid[1], valid[2]})
+        .put<uint8_t>(75, lengths[0])
+        .put<uint8_t>(95, lengths[1])
+        .put<uint8_t>(115, lengths[2]);
 }
 message_t prefix(uint32_t op_code, uint32_t add, uint8_t first_byte, uint8_t len, uint32_t kind) {
     return config(op_code, 24, {add}).put<uint8_t>(40, first_byte).put<uint8_t>(55, len).put<uint32_t>(56, kind);
@@ -64,22 +72,15 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
         {"replication whose word is 0", config(29, 12, {5, 0, 6}), value_refused},
         {"settings", config(28, 16, {0x03020100, 0x07060504, 0, 0xff000000}), 0},
     });
-    uint32_t value = 0;
-    EXPECT_TRUE(fwx_nat64_model_timeout(model_, 7, &value));
-    EXPECT_EQ(value, 120u);
-    EXPECT_FALSE(fwx_nat64_model_timeout(model_, 8, &value));
-    EXPECT_TRUE(fwx_nat64_model_limit(model_, 1, &value));
-    EXPECT_EQ(value, 6000u);
-    EXPECT_TRUE(fwx_nat64_model_service(model_, 1, &value));
-    EXPECT_EQ(value, 9u);
-    fwx_nat64_addr_t address{};
-    EXPECT_TRUE(fwx_nat64_model_adj(model_, 13, &address));
+    EXPECT_EQ(model_->timeout(7), 120u);
+    EXPECT_EQ(model_->timeout(8), std::nullopt);
+    EXPECT_EQ(model_->limit(1), 6000u);
+    EXPECT_EQ(model_->service(1), 9u);
+    const fwx_nat64_addr_t address = model_->adj(13).value_or(fwx_nat64_addr_t{});
     EXPECT_EQ(address.addr[0], 10u);
     EXPECT_EQ(address.addr[3], 1u);
-    fwx_nat64_replication_t replication{};
-    EXPECT_TRUE(fwx_nat64_model_replication(model_, &replication));
-    EXPECT_EQ(replication.value2, 6u);
-    EXPECT_EQ(fwx_nat64_model_global_settings(model_).opaque[15], 0xff);
+    EXPECT_EQ(model_->replication().value_or(fwx_nat64_replication_t{}).value2, 6u);
+    EXPECT_EQ(model_->global_settings().opaque[15], 0xff);
 
     take({
         {"replication taken back with its word set", config(31, 12, {5, 1, 6}), value_refused},
@@ -87,17 +88,19 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
         {"limit deleted", config(16, 8, {1, 0}), 0},
         {"service deleted", config(20, 12, {0, 1, 0}), 0},
     });
-    EXPECT_FALSE(fwx_nat64_model_replication(model_, &replication));
-    EXPECT_FALSE(fwx_nat64_model_limit(model_, 1, &value));
-    EXPECT_FALSE(fwx_nat64_model_service(model_, 1, &value));
+    EXPECT_FALSE(model_->replication().has_value());
+    EXPECT_EQ(model_->limit(1), std::nullopt);
+    EXPECT_EQ(model_->service(1), std::nullopt);
 }
 
 TEST_F(config_t, keeps_interfaces_and_global_prefixes) {
     take({
-        {"interface", interface(5, 1, 96), 0},
-        {"interface set again", interface(5, 1, 64), 0},
-        {"prefix longer than an address", interface(6, 1, 129), value_refused},
-        {"the same where it is not valid", interface(6, 2, 129), 0},
+        {"interface", interface(5, {1, 1, 1}, {96, 32, 64}), 0},
+        {"interface set again", interface(5, {1, 0, 0}, {64, 0, 0}), 0},
+        {"stateless prefix of 97 bits", interface(6, {1, 0, 0}, {97, 0, 0}), length_refused},
+        {"stateful prefix of 65 bits", interface(6, {0, 1, 0}, {0, 65, 0}), length_refused},
+        {"prefix of no bits from IPv6 to IPv4", interface(6, {0, 0, 1}, {0, 0, 0}), length_refused},
+        {"lengths that do not count", interface(6, {0, 0, 0}, {97, 65, 0}), 0},
         {"NVI on an interface not yet set", config(2, 92, {7, 1, 1}), 0},
         {"prefix of kind 1", prefix(3, 1, 0x20, 96, 1), 0},
         {"the same again", prefix(3, 1, 0x20, 96, 1), 0},
@@ -107,13 +110,18 @@ TEST_F(config_t, keeps_interfaces_and_global_prefixes) {
         {"kind 2 in the other command", prefix(3, 1, 0x20, 96, 2), value_refused},
         {"kind 1 in the command of kind 2", prefix(27, 1, 0x20, 96, 1), value_refused},
         {"kind 5", prefix(3, 1, 0x20, 96, 5), value_refused},
-        {"length 129", prefix(3, 1, 0x20, 129, 1), value_refused},
         {"flag 2", prefix(3, 2, 0x20, 96, 1), value_refused},
         {"delete of what is not there", prefix(3, 0, 0x30, 96, 1), no_entry},
         {"delete", prefix(3, 0, 0x20, 64, 1), 0},
         {"delete again", prefix(3, 0, 0x20, 64, 1), no_entry},
     });
     EXPECT_EQ(totals(), (words_t{3, 3, 0, 0, 0, 0, 0, 0, 0}));
+    const std::set<uint8_t> lengths = {32, 40, 48, 56, 64, 96};
+    for (uint8_t length = 0; length <= 128; ++length) {
+        const uint32_t result = lengths.count(length) != 0 ? 0 : length_refused;
+        EXPECT_EQ(result_of(prefix(3, 1, 0x30, length, 3)), result) << uint32_t{length};
+        EXPECT_EQ(result_of(prefix(27, 1, 0x30, length, 2)), result) << uint32_t{length};
+    }
 }
 
 TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
@@ -158,12 +166,44 @@ TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
     });
     EXPECT_EQ(totals(), (words_t{0, 0, 1, 1, 1, 1, 1, 0, 1})); /* the session is the static mapping's */
     take({
-        {"pool deleted with its ranges", config(5, 8, {1, 1}), 0},
+        {"pool deleted before its range", config(5, 8, {1, 1}), has_ranges},
+        {"its range deleted", range(7, 1, 0, net(203, 0, 113, 0), net(203, 0, 113, 9)), 0},
+        {"pool deleted", config(5, 8, {1, 1}), 0},
         {"pool deleted again", config(5, 8, {1, 1}), no_entry},
         {"static mapping deleted", config(9, 8, {1, 1}), 0},
         {"dynamic mapping deleted", config(12, 8, {1, 1}), 0},
     });
     EXPECT_EQ(totals(), (words_t{0, 0, 0, 0, 0, 0, 1, 0, 0}));
+}
+
+TEST_F(config_t, keeps_the_addresses_of_one_pool_from_every_other) {
+    const auto pool_at = [](uint32_t id, uint8_t start, uint8_t end) {
+        return pool(id, 1, id, net(10, 0, 0, start), net(10, 0, 0, end));
+    };
+    const auto range_at = [](uint32_t op_code, uint32_t id, uint8_t start, uint8_t end) {
+        return range(op_code, id, 0, net(10, 0, 0, start), net(10, 0, 0, end));
+    };
+    take({
+        {"first pool", pool_at(1, 10, 19), 0},
+        {"one that begins in it", pool_at(2, 19, 30), overlap},
+        {"one that ends in it", pool_at(2, 1, 10), overlap},
+        {"one around it", pool_at(2, 1, 99), overlap},
+        {"one inside it", pool_at(2, 12, 13), overlap},
+        {"one beside it", pool_at(2, 20, 29), 0},
+        {"range in its own pool", range_at(6, 1, 11, 12), 0},
+        {"range in the other pool, behind a short range", range_at(6, 2, 15, 15), overlap},
+        {"range between its own pool and the other", range_at(6, 2, 19, 20), overlap},
+        {"the same bits as an IPv6 address", range(6, 2, 1, net(10, 0, 0, 10), net(10, 0, 0, 19)), 0},
+        {"pool that grows into the other", pool_at(1, 10, 20), overlap},
+        {"pool that moves away", pool_at(1, 100, 109), 0},
+        {"pool where it was, around its range", pool_at(3, 10, 19), overlap},
+        {"pool where it was, behind its range", pool_at(3, 13, 19), 0},
+        {"range deleted", range_at(7, 1, 11, 12), 0},
+        {"pool where the range was", pool_at(4, 11, 12), 0},
+        {"pool deleted", config(5, 8, {3, 1}), 0},
+        {"range where that pool was", range_at(6, 1, 13, 19), 0},
+    });
+    EXPECT_EQ(totals(), (words_t{0, 0, 0, 0, 3, 2, 0, 0, 0}));
 }
 
 }  // namespace

@@ -28,25 +28,24 @@ protected:
 using contexts_t = std::vector<uint64_t>;
 
 TEST_F(misbehaviour_t, fails_the_next_commands_without_carrying_them_out) {
-    fwx_nat64_model_fail_next(model_, 0x1234, 3);
+    model_->fail_next(0x1234, 3);
     EXPECT_EQ(result_of(config(14, 8, {3, 300})), 0x1234u);
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0x1234u);
     const message_t rule = reply_to(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 8).put<uint32_t>(44, 9));
     EXPECT_EQ(rule.u32(32), 0x1234u);
     EXPECT_EQ(rule.words(40, 6), (words_t{8, 9, 0, 1, 0, 0}));
-    uint32_t value = 0;
-    EXPECT_FALSE(fwx_nat64_model_timeout(model_, 3, &value));
-    EXPECT_EQ(fwx_nat64_model_totals(model_).rules, 0u);
+    EXPECT_EQ(model_->timeout(3), std::nullopt);
+    EXPECT_EQ(model_->totals().rules, 0u);
     EXPECT_EQ(result_of(config(14, 8, {3, 300})), 0u);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 3u);
+    EXPECT_EQ(model_->counts().refused, 3u);
 }
 
 TEST_F(misbehaviour_t, answers_late_by_the_clock) {
     fwx_host_clock_turn(0);
-    fwx_nat64_model_delay_set(model_, 50);
+    model_->delay_set(50);
     EXPECT_EQ(send_numbered(1), contexts_t{});
-    EXPECT_EQ(fwx_nat64_model_counts(model_).held, 1u);
-    fwx_nat64_model_delay_set(model_, 20);
+    EXPECT_EQ(model_->counts().held, 1u);
+    model_->delay_set(20);
     send(config(17, 0).put<uint64_t>(16, 2));
     fwx_host_clock_turn(0);
     EXPECT_EQ(contexts(run()), contexts_t{});
@@ -56,7 +55,7 @@ TEST_F(misbehaviour_t, answers_late_by_the_clock) {
     EXPECT_EQ(contexts(run()), contexts_t{});
     fwx_host_clock_turn(1);
     EXPECT_EQ(contexts(run()), contexts_t{1});
-    EXPECT_EQ(fwx_nat64_model_counts(model_).held, 0u);
+    EXPECT_EQ(model_->counts().held, 0u);
 }
 
 TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
@@ -64,11 +63,11 @@ TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
     std::map<fwx_nat64_model_order_t, contexts_t> released;
     for (const auto order :
          {fwx_nat64_model_order_t::in_order, fwx_nat64_model_order_t::reverse, fwx_nat64_model_order_t::shuffled}) {
-        fwx_nat64_model_hold(model_);
+        model_->hold();
         EXPECT_EQ(send_numbered(6), contexts_t{});
-        EXPECT_EQ(fwx_nat64_model_counts(model_).held, 6u);
-        fwx_nat64_model_release(model_, order);
-        EXPECT_EQ(fwx_nat64_model_counts(model_).held, 0u);
+        EXPECT_EQ(model_->counts().held, 6u);
+        model_->release(order);
+        EXPECT_EQ(model_->counts().held, 0u);
         released[order] = contexts(run());
     }
     EXPECT_EQ(released[fwx_nat64_model_order_t::in_order], sent);
@@ -81,53 +80,51 @@ TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
 }
 
 TEST_F(misbehaviour_t, repeats_replies) {
-    fwx_nat64_model_duplicate_set(model_, 3);
+    model_->duplicate_set(3);
     EXPECT_EQ(send_numbered(2), (contexts_t{1, 1, 1, 2, 2, 2}));
-    EXPECT_EQ(fwx_nat64_model_counts(model_).replies, 6u);
+    EXPECT_EQ(model_->counts().replies, 6u);
 }
 
 TEST_F(misbehaviour_t, carries_commands_out_in_silence) {
-    fwx_nat64_model_silent_set(model_, true);
+    model_->silent_set(true);
     EXPECT_TRUE(replies_to(config(14, 8, {3, 300})).empty());
     EXPECT_TRUE(ask(sync_command(3, 24).put<uint32_t>(16, 21).put<uint32_t>(20, 7)).empty());
-    uint32_t value = 0;
-    EXPECT_TRUE(fwx_nat64_model_timeout(model_, 3, &value));
-    EXPECT_EQ(fwx_nat64_model_classifier(model_).batch_id, 7u);
-    fwx_nat64_model_silent_set(model_, false);
+    EXPECT_EQ(model_->timeout(3), 300u);
+    EXPECT_EQ(model_->classifier().batch_id, 7u);
+    model_->silent_set(false);
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }
 
 TEST_F(misbehaviour_t, takes_no_messages_while_paused) {
-    fwx_nat64_model_pause_set(model_, true);
+    model_->pause_set(true);
     EXPECT_EQ(send_numbered(2), contexts_t{});
-    EXPECT_EQ(fwx_nat64_model_counts(model_).commands, 0u);
-    fwx_nat64_model_pause_set(model_, false);
+    EXPECT_EQ(model_->counts().commands, 0u);
+    model_->pause_set(false);
     EXPECT_EQ(contexts(run()), (contexts_t{1, 2}));
 }
 
 TEST_F(misbehaviour_t, drops_its_clients_and_what_was_held_for_them) {
     open();
-    fwx_nat64_model_hold(model_);
+    model_->hold();
     send_numbered(2);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).clients, 2u);
-    fwx_nat64_model_drop_clients(model_);
+    EXPECT_EQ(model_->counts().clients, 2u);
+    model_->drop_clients();
     run();
     EXPECT_EQ(channel_errors, 2u);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).clients, 0u);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).held, 0u);
-    fwx_nat64_model_release(model_, fwx_nat64_model_order_t::in_order);
+    EXPECT_EQ(model_->counts().clients, 0u);
+    EXPECT_EQ(model_->counts().held, 0u);
+    model_->release(fwx_nat64_model_order_t::in_order);
     chan_ = open();
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }
 
 TEST_F(misbehaviour_t, ends_with_replies_held_and_delayed) {
-    fwx_nat64_model_delay_set(model_, 1000000);
+    model_->delay_set(1000000);
     send_numbered(2);
-    fwx_nat64_model_hold(model_);
+    model_->hold();
     send_numbered(2);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).held, 4u);
-    fwx_nat64_model_destroy(model_);
-    model_ = nullptr;
+    EXPECT_EQ(model_->counts().held, 4u);
+    model_.reset();
     EXPECT_TRUE(run().empty());
     EXPECT_EQ(channel_errors, 1u);
 }

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,7 @@ protected:
     void SetUp() override {
         fwx_host_errors_get(&errors_before_);
         loop_ = fwx_host_loop_create();
-        model_ = fwx_nat64_model_create(loop_, "model under test");
+        model_ = fwx_nat64_model_t::create(loop_, "model under test");
         ASSERT_NE(model_, nullptr);
         chan_ = open();
     }
@@ -86,7 +87,7 @@ protected:
             smc_msg_chan_close(&chan);
         }
         fwx_host_loop_run_until_idle(loop_);
-        fwx_nat64_model_destroy(model_);
+        model_.reset();
         fwx_host_loop_destroy(loop_);
         received.clear();
         channel_errors = 0;
@@ -146,7 +147,7 @@ protected:
     }
     /** How many the model holds of each kind. */
     words_t totals() const {
-        const fwx_nat64_stats_sys_entry_t now = fwx_nat64_model_totals(model_);
+        const fwx_nat64_stats_sys_entry_t now = model_->totals();
         words_t found;
         for (const uint64_t total : {now.interfaces, now.prefixes, now.static_mappings, now.dynamic_mappings, now.pools,
                                      now.pool_ranges, now.loggings, now.rules, now.sessions}) {
@@ -178,7 +179,7 @@ protected:
     static inline std::vector<message_t> received;
     static inline uint32_t channel_errors = 0;
     fwx_host_loop_t *loop_ = nullptr;
-    fwx_nat64_model_t *model_ = nullptr;
+    std::unique_ptr<fwx_nat64_model_t> model_;
     smc_chan_t chan_ = 0;
 
 private:

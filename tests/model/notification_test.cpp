@@ -8,10 +8,10 @@ namespace {
 using notification_t = model_fixture_t;
 
 TEST_F(notification_t, goes_to_nobody_who_has_not_asked) {
-    EXPECT_EQ(fwx_nat64_model_wakeup(model_), FWX_HOST_ERR_CHANNEL_DOWN);
+    EXPECT_EQ(model_->wakeup(), FWX_HOST_ERR_CHANNEL_DOWN);
     open();
     EXPECT_EQ(result_of(command(1, 32)), 0u);
-    EXPECT_EQ(fwx_nat64_model_wakeup(model_), 0u);
+    EXPECT_EQ(model_->wakeup(), 0u);
     EXPECT_EQ(run().size(), 1u) << "the second client has not asked";
 }
 
@@ -23,13 +23,13 @@ message_t told(uint32_t event, size_t size) {
 
 TEST_F(notification_t, carries_its_fields_where_the_client_reads_them) {
     EXPECT_EQ(result_of(command(1, 32)), 0u);
-    EXPECT_EQ(fwx_nat64_model_notify_record(model_, true, 0x11, 0x22, 0x33), 0u);
-    EXPECT_EQ(fwx_nat64_model_notify_record(model_, false, 0, 0, 0), 0u);
-    EXPECT_EQ(fwx_nat64_model_notify_event(model_), 0u);
-    EXPECT_EQ(fwx_nat64_model_wakeup(model_), 0u);
-    EXPECT_EQ(fwx_nat64_model_notify_mapping(model_, 5, true, 77), 0u);
-    EXPECT_EQ(fwx_nat64_model_notify_mapping(model_, 6, false, 0), 0u);
-    EXPECT_EQ(fwx_nat64_model_notify_debug(model_, 5, 1), 0u);
+    EXPECT_EQ(model_->notify_record(true, 0x11, 0x22, 0x33), 0u);
+    EXPECT_EQ(model_->notify_record(false, 0, 0, 0), 0u);
+    EXPECT_EQ(model_->notify_event(), 0u);
+    EXPECT_EQ(model_->wakeup(), 0u);
+    EXPECT_EQ(model_->notify_mapping(5, true, 77), 0u);
+    EXPECT_EQ(model_->notify_mapping(6, false, 0), 0u);
+    EXPECT_EQ(model_->notify_debug(5, 1), 0u);
     const std::vector<message_t> expected = {
         told(0, 44).put<uint32_t>(20, 0x22).put<uint32_t>(24, 0x11).put<uint32_t>(32, 0x33).put<uint16_t>(40, 1),
         told(0, 44),
@@ -51,14 +51,14 @@ uint32_t on_cgm(uint32_t op, void **data, uint32_t batch_id, uint32_t async, voi
 }
 
 TEST_F(notification_t, of_the_classifier_reaches_its_client_in_both_forms) {
-    EXPECT_EQ(fwx_nat64_model_cgm_end_batch(1, false, nullptr), FWX_HOST_ERR_NO_CLIENT);
+    EXPECT_EQ(fwx_nat64_model_t::cgm_end_batch(1, false, nullptr), FWX_HOST_ERR_NO_CLIENT);
     const cgm_client_reg_t reg = {on_cgm, 20, 0};
     ASSERT_EQ(cgm_int_register_client(20, &reg), 0u);
     const uint8_t data[24] = {1, 2, 3};
     int ctx = 0;
-    EXPECT_EQ(fwx_nat64_model_cgm_end_batch(7, false, nullptr), 0x77u);
+    EXPECT_EQ(fwx_nat64_model_t::cgm_end_batch(7, false, nullptr), 0x77u);
     EXPECT_EQ(seen, notice_t(2, 7, 0, nullptr, nullptr));
-    EXPECT_EQ(fwx_nat64_model_cgm_update(8, data, true, &ctx), 0x77u);
+    EXPECT_EQ(fwx_nat64_model_t::cgm_update(8, data, true, &ctx), 0x77u);
     EXPECT_EQ(seen, notice_t(4, 8, 1, data, &ctx));
 }
 

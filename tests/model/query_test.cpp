@@ -12,7 +12,7 @@ protected:
     }
     void add_pools(uint32_t count) {
         for (uint32_t id = 1; id <= count; ++id) {
-            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010200c0, 0x040200c0})), 0u);
+            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010000c0 | id << 16, 0x040000c0 | id << 16})), 0u);
         }
     }
     void add_static(uint32_t id, uint32_t src, uint32_t dst) {
@@ -40,10 +40,12 @@ TEST_F(query_t, gives_the_totals_as_one_record) {
 
 TEST_F(query_t, lists_interfaces_and_limits) {
     message_t interface = config(1, 92, {5, 1, 0, 1, 7, 0});
-    EXPECT_EQ(result_of(interface.put<uint32_t>(120, 1).put<uint16_t>(124, 1500)), 0u);
+    EXPECT_EQ(
+        result_of(interface.put<uint8_t>(75, 96).put<uint8_t>(95, 64).put<uint32_t>(120, 1).put<uint16_t>(124, 1500)),
+        0u);
     EXPECT_EQ(result_of(config(2, 92, {6, 1, 1})), 0u);
     EXPECT_EQ(result_of(config(15, 8, {1, 6000})), 0u);
-    fwx_nat64_model_sessions_generate(model_, 3);
+    model_->sessions_generate(3);
     const message_t interfaces = reply_to(command(5, 32));
     ASSERT_EQ(interfaces.size(), 48u + 2 * 24);
     EXPECT_EQ(interfaces.words(44, 13), (words_t{2, 5, 1, 0, 1500, 2, 0, 6, 1, 1, 0, 0, 0}));
@@ -53,7 +55,7 @@ TEST_F(query_t, lists_interfaces_and_limits) {
 
 TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
     add_pools(7);
-    fwx_nat64_model_reply_limit_set(model_, 3 * 24 + 23);
+    model_->reply_limit_set(3 * 24 + 23);
     const std::vector<message_t> replies = replies_to(all(6, 100));
     ASSERT_EQ(replies.size(), 3u);
     const uint32_t more[] = {2, 1, 0};
@@ -76,30 +78,30 @@ TEST_F(query_t, stops_at_the_count_and_goes_on_from_its_cookie) {
 }
 
 TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
-    add_pools(2); /* 192.0.2.1 to 192.0.2.4 */
+    add_pools(2); /* four addresses each */
     message_t range = config(6, 44, {1, 1}).put<uint32_t>(60, 1);
     EXPECT_EQ(result_of(range.put<uint8_t>(59, 1).put<uint8_t>(79, 9)), 0u); /* ::1 to ::9 */
-    fwx_nat64_model_sessions_generate(model_, 5);
+    model_->sessions_generate(5);
     message_t pools = reply_to(all(6, 10));
     EXPECT_EQ(pools.words(64, 12), (words_t{1, 1, 4 + 9, 0, 3, 0, 2, 0, 4, 0, 2, 0}));
     EXPECT_EQ(result_of(config(6, 44, {1, 1}).put<uint32_t>(60, 1).put<uint8_t>(64, 0xff)), 0u); /* :: to ff00:: */
     pools = reply_to(all(6, 10));
     EXPECT_EQ(pools.u64(72), UINT64_MAX);
-    EXPECT_EQ(result_of(config(5, 8, {1, 1})), 0u);
-    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 2u) << "a pool's sessions end with it";
+    EXPECT_EQ(result_of(config(5, 8, {2, 1})), 0u);
+    EXPECT_EQ(model_->totals().sessions, 3u) << "a pool's sessions end with it";
 }
 
 TEST_F(query_t, lists_static_mappings_before_dynamic_ones) {
     add_static(9, 1, 2);
     EXPECT_EQ(result_of(config(11, 80, {4})), 0u);
     EXPECT_EQ(result_of(config(11, 80, {5})), 0u);
-    fwx_nat64_model_sessions_generate(model_, 3);
+    model_->sessions_generate(3);
     const message_t first = reply_to(all(7, 2));
     EXPECT_EQ(first.words(64, 12), (words_t{9, 1, 1, 0, 1, 0, 4, 2, 1, 0, 2, 0}));
     const message_t second = reply_to(all(7, 2, first.u64(48)));
     EXPECT_EQ(second.words(48, 5), (words_t{0, 0, 1, 0, 5}));
     EXPECT_EQ(result_of(config(12, 8, {4, 1})), 0u);
-    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 2u) << "a mapping's sessions end with it";
+    EXPECT_EQ(model_->totals().sessions, 2u) << "a mapping's sessions end with it";
 }
 
 TEST_F(query_t, refuses_what_it_cannot_answer_with_zero_counts) {
@@ -115,21 +117,21 @@ TEST_F(query_t, refuses_what_it_cannot_answer_with_zero_counts) {
         EXPECT_EQ(reply.u32(32), FWX_NAT64_MODEL_ERR_VALUE);
         EXPECT_EQ(reply.u32(40), 0u);
     }
-    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, std::size(cases));
+    EXPECT_EQ(model_->counts().refused, std::size(cases));
 }
 
 TEST_F(query_t, makes_the_same_sessions_every_time) {
-    fwx_nat64_model_sessions_generate(model_, 70000);
+    model_->sessions_generate(70000);
     const message_t page = reply_to(walk(1, 1, (uint64_t{2} << 32) + 65537));
     EXPECT_EQ(page.words(72, 16), (words_t{0x00010001, 2, 1, 0xb80d0120, 0x00006400, 0, 0x01000100, 0, 0x010013c6, 0, 0,
                                            0, 0x01bb0801, 17, 0, 0}));
-    fwx_nat64_model_sessions_generate(model_, UINT64_MAX);
-    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 1000000u);
+    model_->sessions_generate(UINT64_MAX);
+    EXPECT_EQ(model_->totals().sessions, 1000000u);
 }
 
 TEST_F(query_t, walks_sessions_page_by_page) {
     add_static(3, 0x0100000a, 0x0200000a);
-    fwx_nat64_model_sessions_generate(model_, 6);
+    model_->sessions_generate(6);
     const std::vector<message_t> pages = replies_to(walk(3));
     ASSERT_EQ(pages.size(), 3u);
     const uint32_t counts[] = {3, 3, 1}, more[] = {1, 1, 0};
@@ -147,16 +149,16 @@ TEST_F(query_t, walks_sessions_page_by_page) {
 }
 
 TEST_F(query_t, sends_the_next_page_only_when_the_one_before_is_out) {
-    fwx_nat64_model_sessions_generate(model_, 1000);
-    fwx_nat64_model_hold(model_);
+    model_->sessions_generate(1000);
+    model_->hold();
     EXPECT_TRUE(replies_to(walk(10)).empty());
-    EXPECT_EQ(fwx_nat64_model_counts(model_).held, 1u);
-    fwx_nat64_model_release(model_, fwx_nat64_model_order_t::in_order);
+    EXPECT_EQ(model_->counts().held, 1u);
+    model_->release(fwx_nat64_model_order_t::in_order);
     EXPECT_EQ(run().size(), 100u);
 }
 
 TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
-    fwx_nat64_model_sessions_generate(model_, 10);
+    model_->sessions_generate(10);
     const std::vector<message_t> pages = replies_to(walk(4, 6));
     ASSERT_EQ(pages.size(), 2u);
     EXPECT_EQ(pages[0].u32(52), 0u);
@@ -166,17 +168,17 @@ TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
 }
 
 TEST_F(query_t, keeps_pages_within_the_reply_limit) {
-    fwx_nat64_model_sessions_generate(model_, 5);
-    fwx_nat64_model_reply_limit_set(model_, 2 * 64);
+    model_->sessions_generate(5);
+    model_->reply_limit_set(2 * 64);
     EXPECT_EQ(replies_to(walk(100)).size(), 3u);
-    fwx_nat64_model_reply_limit_set(model_, 1);
+    model_->reply_limit_set(1);
     EXPECT_EQ(replies_to(walk(100)).size(), 5u) << "one session a reply is the least";
 }
 
 TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
     add_static(1, 0x0100000a, 0x0200000a);
     add_static(2, 0x0500000a, 0x0200000a);
-    fwx_nat64_model_sessions_generate(model_, 100);
+    model_->sessions_generate(100);
     EXPECT_EQ(walked(walk(7)), 102u);
     EXPECT_EQ(walked(walk(7).put<uint32_t>(56, 17)), 50u);
     EXPECT_EQ(walked(walk(7).put<uint32_t>(76, 0x0100000a)), 1u);
@@ -193,21 +195,21 @@ TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
     EXPECT_EQ(result_of(config(19, 104)), 0u);
     const message_t empty = reply_to(walk(7));
     EXPECT_EQ(empty.u32(40) + empty.u32(48) + empty.u32(52), 0u);
-    EXPECT_EQ(fwx_nat64_model_totals(model_).sessions, 0u);
+    EXPECT_EQ(model_->totals().sessions, 0u);
 }
 
 TEST_F(query_t, ends_the_walks_of_a_client_that_goes_and_of_a_silent_server) {
-    fwx_nat64_model_sessions_generate(model_, 1000);
-    fwx_nat64_model_silent_set(model_, true);
+    model_->sessions_generate(1000);
+    model_->silent_set(true);
     EXPECT_TRUE(replies_to(walk(10)).empty());
-    fwx_nat64_model_silent_set(model_, false);
+    model_->silent_set(false);
     EXPECT_TRUE(run().empty());
     send(walk(10));
     fwx_host_loop_process(loop_);
-    fwx_nat64_model_drop_clients(model_);
+    model_->drop_clients();
     run();
-    EXPECT_EQ(fwx_nat64_model_counts(model_).clients, 0u);
-    EXPECT_LT(fwx_nat64_model_counts(model_).replies, 100u);
+    EXPECT_EQ(model_->counts().clients, 0u);
+    EXPECT_LT(model_->counts().replies, 100u);
 }
 
 }  // namespace

@@ -22,9 +22,12 @@ struct outcome_t {
     words_t words; /* rule, domain, type, operation, clean-up, index */
 };
 
-TEST_F(rules_t, get_the_lowest_free_index_and_a_clean_up_after_the_last) {
+TEST_F(rules_t, get_the_lowest_free_index_and_after_the_last_the_clean_up_that_was_ordered) {
     const uint32_t exists = FWX_NAT64_MODEL_ERR_EXISTS, no_entry = FWX_NAT64_MODEL_ERR_NO_ENTRY,
                    value = FWX_NAT64_MODEL_ERR_VALUE;
+    EXPECT_EQ(result_of(basic(1, 1, 1)), 0u);
+    EXPECT_EQ(reply_to(basic(3, 1, 1)).u32(56), 0u) << "no clean-up unless it is told to order one";
+    model_->order_cleanup(true);
     const outcome_t outcomes[] = {
         {"first", basic(1, 10, 1), 0, {10, 1, 0, 1, 0, 1}},
         {"same rule in another domain", basic(1, 10, 2), 0, {10, 2, 0, 1, 0, 2}},
@@ -49,7 +52,7 @@ TEST_F(rules_t, get_the_lowest_free_index_and_a_clean_up_after_the_last) {
         {"default rule deleted", by_default(3, 7), 0, {7, 0, 1, 3, 0, 0}},
         {"down to two", basic(3, 11, 1), 0, {11, 1, 0, 3, 0, 3}},
         {"down to one", basic(3, 12, 0), 0, {12, 0, 0, 3, 0, 1}},
-        {"still one", basic(3, 14, 0), 0, {14, 0, 0, 3, 0, 4}},
+        {"whatever its lengths", basic(3, 14, 0).put<uint8_t>(56, 65).put<uint8_t>(64, 33), 0, {14, 0, 0, 3, 0, 4}},
         {"the last", basic(3, 13, 0), 0, {13, 0, 0, 3, 1, 2}},
         {"from 1 again", basic(1, 20, 0), 0, {20, 0, 0, 1, 0, 1}},
     };
@@ -58,7 +61,7 @@ TEST_F(rules_t, get_the_lowest_free_index_and_a_clean_up_after_the_last) {
         EXPECT_EQ(reply.u32(32), expected.result) << expected.what;
         EXPECT_EQ(reply.words(40, 6), expected.words) << expected.what;
     }
-    EXPECT_EQ(fwx_nat64_model_totals(model_).rules, 1u);
+    EXPECT_EQ(model_->totals().rules, 1u);
 }
 
 /* The lookup tree as a client fills it: leaf data whose bytes 4 to 7 are the index. */
@@ -97,7 +100,7 @@ TEST_F(rules_t, are_found_by_the_longest_match_of_an_address) {
         EXPECT_EQ(result_of(basic(1, 100 + rule, rule)), 0u);
     }
     tree_t tree;
-    EXPECT_FALSE(fwx_nat64_model_lookup(model_, &address, &match)) << "no prefix yet";
+    EXPECT_FALSE(model_->lookup(&address, &match)) << "no prefix yet";
     tree.insert({0xb0, 0x00, 0x00}, 2 + 16, 1);                   /* 192.0.0.0/16 */
     tree.insert({0xb0, 0x00, 0x00, 0x80}, 2 + 24, 2);             /* 192.0.2.0/24 */
     tree.insert({0x48, 0x00, 0x43, 0x6e, 0x00, 0x00}, 2 + 40, 3); /* 2001:db8::/40 */
@@ -116,7 +119,7 @@ TEST_F(rules_t, are_found_by_the_longest_match_of_an_address) {
     };
     for (const auto &expected : cases) {
         match = {};
-        EXPECT_EQ(fwx_nat64_model_lookup(model_, &expected.address, &match), expected.found);
+        EXPECT_EQ(model_->lookup(&expected.address, &match), expected.found);
         EXPECT_EQ(std::memcmp(&match, &expected.match, sizeof(match)), 0) << uint32_t{expected.address.addr[2]};
     }
 }

@@ -40,9 +40,9 @@ TEST_F(server_t, answers_each_command_with_its_type) {
         EXPECT_EQ(reply.part(2, 30), sent.part(2, 30)) << "type " << type;
         EXPECT_EQ(reply.u32(32), 0u) << "type " << type;
     }
-    EXPECT_EQ(fwx_nat64_model_counts(model_).commands, std::size(cases));
-    EXPECT_EQ(fwx_nat64_model_counts(model_).replies, std::size(cases));
-    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 0u);
+    EXPECT_EQ(model_->counts().commands, std::size(cases));
+    EXPECT_EQ(model_->counts().replies, std::size(cases));
+    EXPECT_EQ(model_->counts().refused, 0u);
 }
 
 TEST_F(server_t, refuses_malformed_and_unknown_messages) {
@@ -72,11 +72,10 @@ TEST_F(server_t, refuses_malformed_and_unknown_messages) {
         EXPECT_EQ(reply.u64(16), 0x1122334455667788u) << what;
         EXPECT_EQ(reply.u32(32), result) << what;
     }
-    const fwx_nat64_model_counts_t counts = fwx_nat64_model_counts(model_);
+    const fwx_nat64_model_counts_t counts = model_->counts();
     EXPECT_EQ(counts.malformed, std::size(cases));
     EXPECT_EQ(counts.commands, 0u);
-    uint32_t value = 0;
-    EXPECT_FALSE(fwx_nat64_model_timeout(model_, 3, &value));
+    EXPECT_EQ(model_->timeout(3), std::nullopt);
     EXPECT_STRNE(xerr_strerror(FWX_NAT64_MODEL_ERR_MALFORMED), xerr_strerror(FWX_NAT64_MODEL_ERR_UNKNOWN));
 }
 
@@ -92,7 +91,7 @@ TEST_F(server_t, counts_what_it_cannot_answer) {
     for (const message_t &sent : cases) {
         EXPECT_TRUE(replies_to(sent).empty());
     }
-    EXPECT_EQ(fwx_nat64_model_counts(model_).malformed, std::size(cases));
+    EXPECT_EQ(model_->counts().malformed, std::size(cases));
 }
 
 TEST_F(server_t, answers_control_commands_at_once) {
@@ -100,7 +99,7 @@ TEST_F(server_t, answers_control_commands_at_once) {
     EXPECT_EQ(end, (std::vector<uint8_t>{0x03, 0x80, 0x60, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     const message_t update = sync_command(3, 48).put<uint32_t>(16, 22).put<uint8_t>(20, 0xab).put<uint32_t>(44, 9);
     EXPECT_EQ(ask(update).u32(16), 0u);
-    const fwx_nat64_model_classifier_t classifier = fwx_nat64_model_classifier(model_);
+    const fwx_nat64_model_classifier_t classifier = model_->classifier();
     EXPECT_EQ(classifier.batches, 1u);
     EXPECT_EQ(classifier.updates, 1u);
     EXPECT_EQ(classifier.batch_id, 9u);
@@ -117,17 +116,16 @@ TEST_F(server_t, refuses_malformed_synchronous_messages_and_any_init_code_but_on
     for (const auto &[sent, result] : cases) {
         EXPECT_EQ(ask(sent).u32(16), result);
     }
-    EXPECT_EQ(fwx_nat64_model_counts(model_).malformed, std::size(cases));
-    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 0u);
+    EXPECT_EQ(model_->counts().malformed, std::size(cases));
+    EXPECT_EQ(model_->counts().refused, 0u);
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010091)).u32(16), FWX_NAT64_MODEL_ERR_VALUE);
     EXPECT_EQ(result_of(command(2, 40).put<uint32_t>(32, 0x00010091)), FWX_NAT64_MODEL_ERR_VALUE);
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0u);
-    EXPECT_EQ(fwx_nat64_model_counts(model_).refused, 2u);
+    EXPECT_EQ(model_->counts().refused, 2u);
 }
 
 TEST_F(server_t, has_its_name_to_itself) {
-    EXPECT_EQ(fwx_nat64_model_create(loop_, "model under test"), nullptr);
-    fwx_nat64_model_destroy(nullptr);
+    EXPECT_EQ(fwx_nat64_model_t::create(loop_, "model under test"), nullptr);
 }
 
 }  // namespace

@@ -104,6 +104,7 @@ void change_translation(stage_t &stage) {
     fwx_nat64_pool_t pool{};
     pool.id = 3;
     stage.pump();
+    stage.send("pool range delete", [&](void *ctx) { return fwx_nat64_pool_range_set_a(del, &range, ctx); });
     stage.send("pool delete", [&](void *ctx) { return fwx_nat64_pool_set_a(del, &pool, ctx); });
     stage.pump();
 }
@@ -116,10 +117,10 @@ void query_and_walk(stage_t &stage) {
         add_dynamic_mapping(stage, id);
     }
     stage.pump();
-    fwx_nat64_model_sessions_generate(stage.model, 80);
+    stage.model->sessions_generate(80);
     walk_sessions(stage, 70);
     walk_sessions(stage, 30);
-    fwx_nat64_model_reply_limit_set(stage.model, 1);
+    stage.model->reply_limit_set(1);
     stage.ask("system query", answer_t::query, [](void *ctx) { return fwx_nat64_stats_sys_query_a(0, ctx); });
     stage.ask("interface query", answer_t::query, fwx_nat64_stats_intf_query_a);
     stage.ask("pool query", answer_t::query,
@@ -132,22 +133,22 @@ void query_and_walk(stage_t &stage) {
 /* A channel ends with commands in it and with commands at the server; what comes after opens another. */
 void lose_the_channel(stage_t &stage) {
     stage.bind();
-    fwx_nat64_model_sessions_generate(stage.model, 9);
+    stage.model->sessions_generate(9);
     for (int round = 0; round < 2; ++round) {
-        fwx_nat64_model_hold(stage.model);
+        stage.model->hold();
         set_timeout(stage, 1);
         stage.ask("system query", answer_t::query, [](void *ctx) { return fwx_nat64_stats_sys_query_a(0, ctx); });
         walk_sessions(stage, 3);
-        fwx_nat64_model_pause_set(stage.model, true);
+        stage.model->pause_set(true);
         set_timeout(stage, 2);
         walk_sessions(stage, 3);
         set_rule(stage, add, 1 + static_cast<uint32_t>(round), 2);
-        fwx_nat64_model_drop_clients(stage.model);
+        stage.model->drop_clients();
         stage.pump();
-        fwx_nat64_model_pause_set(stage.model, false);
+        stage.model->pause_set(false);
         set_timeout(stage, 3);
         stage.pump();
-        fwx_nat64_model_release(stage.model, fwx_nat64_model_order_t::reverse);
+        stage.model->release(fwx_nat64_model_order_t::reverse);
         stage.pump();
     }
 }
@@ -155,16 +156,16 @@ void lose_the_channel(stage_t &stage) {
 void notify(stage_t &stage) {
     stage.bind();
     const uint8_t update[24] = {1, 2, 3};
-    stage.call("synchronous end of batch", fwx_nat64_model_cgm_end_batch(1, false, nullptr));
-    stage.call("synchronous update", fwx_nat64_model_cgm_update(2, update, false, nullptr));
-    stage.send("end of batch", [](void *ctx) { return fwx_nat64_model_cgm_end_batch(3, true, ctx); });
-    stage.send("update", [&](void *ctx) { return fwx_nat64_model_cgm_update(4, update, true, ctx); });
+    stage.call("synchronous end of batch", fwx_nat64_model_t::cgm_end_batch(1, false, nullptr));
+    stage.call("synchronous update", fwx_nat64_model_t::cgm_update(2, update, false, nullptr));
+    stage.send("end of batch", [](void *ctx) { return fwx_nat64_model_t::cgm_end_batch(3, true, ctx); });
+    stage.send("update", [&](void *ctx) { return fwx_nat64_model_t::cgm_update(4, update, true, ctx); });
     stage.pump();
-    fwx_nat64_model_wakeup(stage.model);
-    fwx_nat64_model_notify_record(stage.model, true, 1, 2, 3);
-    fwx_nat64_model_notify_event(stage.model);
-    fwx_nat64_model_notify_mapping(stage.model, 1, true, 2);
-    fwx_nat64_model_notify_debug(stage.model, 5, 1);
+    stage.model->wakeup();
+    stage.model->notify_record(true, 1, 2, 3);
+    stage.model->notify_event();
+    stage.model->notify_mapping(1, true, 2);
+    stage.model->notify_debug(5, 1);
     stage.pump();
 }
 
@@ -185,18 +186,20 @@ void share_a_prefix(stage_t &stage) {
     stage.pump();
 }
 
-/* With the last rule gone the server asks for the whole table to be emptied, the rule that is pending included. */
+/* With the last rule gone the server, told to do so, asks for the whole table to be emptied, the rule that is pending
+ * included. */
 void empty_the_table(stage_t &stage) {
+    stage.model->order_cleanup(true);
     stage.bind();
     set_rule(stage, add, 1, 2);
     set_rule(stage, add, 2, 3);
     stage.pump();
     set_rule(stage, del, 1, 2);
     set_rule(stage, del, 2, 3);
-    fwx_nat64_model_hold(stage.model);
+    stage.model->hold();
     stage.pump();
     set_rule(stage, add, 3, 4, 0, FWX_NAT64_ERR_INVALID);
-    fwx_nat64_model_release(stage.model, fwx_nat64_model_order_t::in_order);
+    stage.model->release(fwx_nat64_model_order_t::in_order);
     stage.pump();
 }
 

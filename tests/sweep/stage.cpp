@@ -37,7 +37,7 @@ void set_debug_flags(uint32_t on) {
 
 /* Everything is logged, to nowhere: what the log lines read must be there too. */
 stage_t::stage_t() : loop_(fwx_host_loop_create()) {
-    model = fwx_nat64_model_create(loop_, FWX_NAT64_CHANNEL_NAME);
+    model = fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME);
     set_debug_flags(1);
     fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
     fwx_host_cgm_observe(
@@ -52,7 +52,7 @@ stage_t::~stage_t() {
     fwx_host_cgm_observe(nullptr, nullptr);
     fwx_host_debug_sink_set(nullptr, nullptr);
     set_debug_flags(0);
-    fwx_nat64_model_destroy(model);
+    model.reset();
     fwx_host_loop_destroy(loop_);
 }
 

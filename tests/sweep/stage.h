@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
@@ -73,7 +74,7 @@ public:
 
     static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t value, uint32_t value2, uint32_t status);
 
-    fwx_nat64_model_t *model = nullptr;
+    std::unique_ptr<fwx_nat64_model_t> model;
     std::deque<ticket_t> tickets;
     std::deque<result_t> results;
 

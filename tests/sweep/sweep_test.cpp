@@ -241,7 +241,7 @@ void fault_sweep_t::expect_a_binding_works() {
     EXPECT_EQ(stage.open(), 0u);
     fwx_nat64_model_match_t match{};
     const fwx_nat64_addr_t address = {0, {203, 0, 113, 7}};
-    EXPECT_TRUE(fwx_nat64_model_lookup(stage.model, &address, &match));
+    EXPECT_TRUE(stage.model->lookup(&address, &match));
     EXPECT_EQ(match.rule_id, 9u);
     fwx_nat64_unbind();
     fwx_mapt_plu_cleanup();

@@ -189,6 +189,14 @@ TEST_F(batch_test, a_rule_is_found_by_both_its_prefixes_while_it_is_installed) {
     EXPECT_EQ(outcomes[6].at("status"), "refused");
 }
 
+TEST_F(batch_test, the_clean_up_of_the_rule_table_is_ordered_when_the_server_is_told_to) {
+    const std::string rule =
+        "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\nmapt bmr del --rule 5 --domain 6\n";
+    const std::string trace = run("--trace batch -", rule + "server cleanup on\n" + rule).notes;
+    const size_t unasked = trace.find("op=del cleanup=0"), ordered = trace.find("op=del cleanup=1");
+    EXPECT_TRUE(unasked < ordered && ordered != std::string::npos) << trace;
+}
+
 TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {
     run_t result = run("shell", "limit frob\nhelp adj\nipalias upload\nexit\nstatus\n");
     EXPECT_EQ(result.answers, "ipalias upload: ok\n");

@@ -1,6 +1,7 @@
 /* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
 #include "fwx_nat64/result.h"
 #include "natctl_fixture.h"
+#include "platform/runtime.h"
 
 namespace {
 
@@ -25,6 +26,12 @@ TEST_F(command_test, a_refusal_by_the_library_ends_with_status_1_and_its_code) {
     EXPECT_EQ(outcome.at("status"), "refused");
     EXPECT_EQ(outcome.at("code"), 0x40300216U);
     EXPECT_NE(outcome.at("error").get<std::string>().find("refused by the library: "), std::string::npos);
+}
+
+TEST_F(command_test, the_codes_of_a_server_have_their_texts_where_no_model_runs) {
+    run("--dry-run ipalias upload");
+    EXPECT_STREQ(xerr_strerror(0x6003), "the server has no such entry");
+    EXPECT_STREQ(xerr_strerror(0x6007), "the server has some of these addresses in another pool");
 }
 
 TEST_F(command_test, a_refusal_by_the_server_ends_with_status_1_and_its_code) {
