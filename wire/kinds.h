@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "fwx_nat64/config.h"
+#include "fwx_nat64/wire.h"
 
 /**
  * How the bytes of a field read; numbers are little-endian unless the kind says otherwise. X(kind, name on the protocol
@@ -38,5 +38,13 @@ struct wire_value_name_t {
 };
 constexpr wire_value_name_t wire_operation_names[] = {
     {FWX_NAT64_OP_ADD, "add"}, {FWX_NAT64_OP_MOD, "modify"}, {FWX_NAT64_OP_DEL, "delete"}};
+constexpr wire_value_name_t wire_mapping_kind_names[] = {{FWX_NAT64_MAPPING_UNKNOWN, "unknown"},
+                                                         {FWX_NAT64_MAPPING_STATIC, "static"},
+                                                         {FWX_NAT64_MAPPING_DYNAMIC, "dynamic"}};
+constexpr wire_value_name_t wire_debug_selector_names[] = {{FWX_NAT64_UNSOL_DEBUG_INFO, "info"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_TRACE, "trace"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_WARNING, "warning"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_ERROR, "error"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_ALL, "all four"}};
 
 #endif

@@ -82,6 +82,15 @@ words_t layout_words() {
         PLACE("PREFIX_LENGTH", fwx_nat64_prefix_t, prefix_len),
 
         {"WIRE_OPERATIONS", values_of(wire_operation_names)},
+        {"WIRE_MAPPING_KINDS", values_of(wire_mapping_kind_names)},
+        {"WIRE_DEBUG_SELECTORS", values_of(wire_debug_selector_names)},
+        {"WIRE_INIT_CODE", hex(FWX_NAT64_INIT_CODE, 8)},
+        NUMBER("NO_SECOND_PART", FWX_NAT64_DMAPPING_NO_SECOND_PART),
+        NUMBER("LOGGING_MODE", FWX_NAT64_LOGGING_MODE),
+        NUMBER("REPLY_MIN_SIZE", FWX_NAT64_REPLY_MIN_SIZE),
+        NUMBER("OP_ADD", FWX_NAT64_OP_ADD),
+        NUMBER("OP_DEL", FWX_NAT64_OP_DEL),
+        NUMBER("RULE_BMR", FWX_NAT64_MAPT_RULE_BMR),
 
         MESSAGE_NUMBER(RESULT),
         MESSAGE_NUMBER(UNSOL_SETUP),
