@@ -3,7 +3,7 @@
 -- tshark -X lua_script:fwx_nat64.lua -r FILE, or put this file into Wireshark's folder of personal Lua plugins.
 -- Filters: fwx_nat64.message == "timeout_set", fwx_nat64.result != 0, fwx_nat64.MESSAGE.FIELD for every other field.
 --
--- Printed by fwx_nat64_dissector from the description in wire/; do not edit it by hand.
+-- The build target `documents` prints it from the description in wire/; do not edit it by hand.
 
 local result_names = {
   [0] = "success",
@@ -798,7 +798,7 @@ local function reversed(bytes)
 end
 
 local unsigned = { [1] = "uint8", [2] = "uint16", [4] = "uint32", [8] = "uint64" }
-local operations = { "add", "modify", "delete" }
+local operations = { [1] = "add", [2] = "modify", [3] = "delete" }
 local families = { [0] = "IPv4" }
 
 -- Of each kind of field: how it is declared, and how its bytes are shown.

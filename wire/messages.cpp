@@ -107,31 +107,3 @@ uint64_t wire_read(const void *at, size_t width) {
     std::memcpy(&value, at, width);
     return value;
 }
-
-const char *wire_kind_name(wire_kind_t kind) {
-    switch (kind) {
-        case wire_kind_t::number:
-            return "number";
-        case wire_kind_t::hex:
-            return "hexadecimal number";
-        case wire_kind_t::flag:
-            return "flag";
-        case wire_kind_t::operation:
-            return "operation";
-        case wire_kind_t::code:
-            return "result code";
-        case wire_kind_t::bytes:
-            return "bytes";
-        case wire_kind_t::ipv4:
-            return "IPv4 address";
-        case wire_kind_t::ipv4_swapped:
-            return "IPv4 prefix, last byte first";
-        case wire_kind_t::ipv6_swapped:
-            return "IPv6 prefix, last byte first";
-        case wire_kind_t::address:
-            return "address record";
-        case wire_kind_t::prefix:
-            return "prefix record";
-    }
-    return "";
-}

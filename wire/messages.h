@@ -2,7 +2,8 @@
  * The description of every message between the library and the server, in both directions.
  *
  * Offsets and widths come from the structs of fwx_nat64/wire.h, so the description cannot drift from them. The server
- * model checks frames with it, natctl decodes with it, and the protocol page and the dissector are printed from it.
+ * model checks frames with it, natctl decodes with it, and the protocol page and the dissector are printed from it (in
+ * documents/).
  */
 #ifndef WIRE_MESSAGES_H
 #define WIRE_MESSAGES_H
@@ -11,24 +12,10 @@
 #include <cstdint>
 
 #include "fwx_nat64/wire.h"
+#include "wire/kinds.h"
 
 enum class wire_direction_t : uint8_t { to_server, to_client };
 enum class wire_form_t : uint8_t { async, sync };
-
-/** How the bytes of a field read. Numbers are little-endian unless the kind says otherwise. */
-enum class wire_kind_t : uint8_t {
-    number,       /* 1, 2, 4 or 8 bytes, shown in decimal */
-    hex,          /* a number shown in hexadecimal */
-    flag,         /* a number, 0 or not */
-    operation,    /* 1 add, 2 modify, 3 delete */
-    code,         /* a result code */
-    bytes,        /* opaque bytes */
-    ipv4,         /* an IPv4 address in network order */
-    ipv4_swapped, /* four address bytes, last byte first */
-    ipv6_swapped, /* the first eight bytes of an IPv6 prefix, last byte first */
-    address,      /* a fwx_nat64_addr_t whose IPv4 address is in network order */
-    prefix,       /* a fwx_nat64_prefix_t without its kind: 16 bytes */
-};
 
 struct wire_field_t {
     const char *name; /* stable: also the JSON key */
@@ -71,8 +58,5 @@ bool wire_frame_ok(const wire_message_t &message, const void *msg, size_t size);
 
 /** Reads a little-endian number of 1, 2, 4 or 8 bytes. Requires: the bytes are there. */
 uint64_t wire_read(const void *at, size_t width);
-
-/** Name of a kind as the protocol page shows it. */
-const char *wire_kind_name(wire_kind_t kind);
 
 #endif

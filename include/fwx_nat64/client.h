@@ -2,8 +2,17 @@
  * Binding to the NAT64 client library: the client info, the PAL's callbacks, and the life of a binding.
  *
  * Calling context of everything here: the thread that runs the event loop given to fwx_nat64_bind, never two calls at
- * the same time; the library takes no lock. No function here may be called from inside one of the PAL's callbacks, save
- * fwx_nat64_client_info_get.
+ * the same time; the library takes no lock.
+ *
+ * Callbacks come from that loop, or from inside a call that is on its way: fwx_nat64_clnt_cleanup, and a synchronous
+ * command on a platform that delivers other replies while it waits; they can nest then. A callback may call
+ * everything: asynchronous and synchronous commands, fwx_nat64_unbind, fwx_nat64_bind after it, and
+ * fwx_nat64_clnt_cleanup, whose comment says what a flush refuses. Once a callback has ended its binding, the library
+ * touches nothing of that binding any more.
+ *
+ * Unloading: unbind, run the loop until it is idle, then unload. Completions of messages, classifier notifications and
+ * replies call into the library, so unloading it while one may still come is a crash. An unload while bound flushes
+ * what is outstanding, and nothing else.
  *
  * Not supported: more than one binding per process; unregistering from the classifier manager (unbind leaves the
  * registration in place, the next bind renews it); clearing the MAP-T rule table by unbinding.
@@ -33,18 +42,32 @@ extern "C" {
 #define FWX_NAT64_CGM_OP_IGNORED 5u           /**< accepted, and nothing is done */
 
 /**
- * Query callbacks. `pal_ctx` is the context given with the query; `count` is the number of further replies that follow,
- * 0 with the last; `data` is the server's and valid during the call. A query that failed or was flushed is told with
- * zero counts; its `data` is null or carries nothing. A
- * non-zero return asks that the further replies of this query be consumed without a call.
+ * System statistics. What is said here holds for every query callback.
+ * @param pal_ctx the context given with the query.
+ * @param count   not 0 while further replies to this query follow, 0 with the last. It counts nothing else.
+ * @param data    valid during the call: one fwx_nat64_stats_sys_entry_t (fwx_nat64/wire.h), with the other callbacks
+ *                as many entries as a value says. Nothing tells how many bytes are there; the PAL trusts its server.
+ * @return 0, or anything else to have the further replies to this query consumed without a call.
+ *
+ * A query that was refused or flushed is told once, with `count` and the number of entries 0 and `data` null or
+ * without meaning: save for the system statistics, a refusal looks like an answer without entries.
  */
 typedef uint32_t (*fwx_nat64_sys_stats_fn_t)(void *pal_ctx, uint32_t count, void *data);
-/** Interface and limit statistics; `value` is the server's. */
+/** Interface statistics (`value` fwx_nat64_stats_intf_entry_t at `data`) and limits (`value`
+ * fwx_nat64_stats_limit_entry_t). */
 typedef uint32_t (*fwx_nat64_intf_stats_fn_t)(void *pal_ctx, uint32_t count, uint32_t value, void *data);
-/** Pool and mapping statistics; `value` (a cookie) and `value2` are the server's. */
+/**
+ * Pool statistics (`value2` fwx_nat64_stats_pool_entry_t at `data`) and mapping statistics (`value2`
+ * fwx_nat64_stats_mapping_entry_t). `value` is the cookie to go on with in the next query, 0 when the list is
+ * complete; it has no meaning when there are no entries.
+ */
 typedef uint32_t (*fwx_nat64_pool_stats_fn_t)(void *pal_ctx, uint32_t count, uint64_t value, uint32_t value2,
                                               void *data);
-/** Verdict on a configuration or MAP-T rule command; `result` lives during the call. */
+/**
+ * Verdict on a configuration or MAP-T rule command; fwx_nat64/mapt.h says what a verdict on a rule is. `result` lives
+ * during the call. Its `pal_ctx` need not be the PAL's: a classifier command that is flushed brings the classifier
+ * manager's context here. Never dereference a context that you do not know.
+ */
 typedef void (*fwx_nat64_cfg_reply_fn_t)(fwx_nat64_cmd_result_t *result);
 /** Unsolicited command 0: `op` is FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL, `record` three 32-bit words that live during
  * the call. */
@@ -53,22 +76,30 @@ typedef void (*fwx_nat64_unsol_record_fn_t)(uint32_t op, const void *record);
 typedef void (*fwx_nat64_unsol_event_fn_t)(void);
 /** Receiver of the server's unsolicited messages inside the library. */
 typedef void (*fwx_nat64_unsol_hndlr_fn_t)(void *msg, size_t size);
-/** Flow control: `may_send` is 0 when the channel is full up to its high mark and 1 when it has room again. */
+/**
+ * Flow control: `may_send` is 0 when the channel has filled up to its high mark and 1 when it has room again. It is
+ * advice; the library refuses nothing by it. After a channel error no call with 1 need follow one with 0: the next
+ * send opens a channel that is empty.
+ */
 typedef void (*fwx_nat64_throttle_fn_t)(uint32_t may_send, void *ctx);
 
-/** The PAL's reply callbacks; a null entry is skipped. */
+/**
+ * The PAL's reply callbacks; a null entry is skipped. Unsolicited command 3 calls `mapping_stats_cb` with a null
+ * context, 0, 0, 1 and one fwx_nat64_stats_mapping_entry_t of kind FWX_NAT64_MAPPING_UNKNOWN, and does not look at what
+ * it returns: a PAL that gives its own mapping queries a context can tell the two.
+ */
 typedef struct {
     fwx_nat64_cfg_reply_fn_t cfg_reply_cb;      /**< configuration and MAP-T rule commands */
     fwx_nat64_sys_stats_fn_t sys_stats_cb;      /**< system statistics */
     fwx_nat64_intf_stats_fn_t intf_stats_cb;    /**< interface statistics */
     fwx_nat64_pool_stats_fn_t pool_stats_cb;    /**< pool statistics */
     fwx_nat64_intf_stats_fn_t limit_stats_cb;   /**< limit statistics */
-    fwx_nat64_pool_stats_fn_t mapping_stats_cb; /**< mapping statistics; also unsolicited mapping records */
+    fwx_nat64_pool_stats_fn_t mapping_stats_cb; /**< mapping statistics and, unasked, unsolicited command 3 */
 } fwx_nat64_reply_cbs_t;
 
 /** The PAL's callbacks for unsolicited commands; a null entry is skipped. */
 typedef struct {
-    fwx_nat64_unsol_event_fn_t reserved;   /**< stored, never called */
+    fwx_nat64_unsol_event_fn_t reserved;   /**< never called */
     fwx_nat64_unsol_record_fn_t record_cb; /**< command 0 */
     fwx_nat64_unsol_event_fn_t event_cb;   /**< command 1 */
 } fwx_nat64_unsol_cbs_t;
@@ -84,15 +115,15 @@ typedef struct {
     void *ev_ctx;                           /**< owned: event context, goes back through fwx_free_named */
     void *smc_ev;                           /**< owned: 8-byte cell with the messaging handle */
     struct fwx_chunk *clnt_ctx_chunk;       /**< owned: pool of client contexts */
-    struct fwx_list *clnt_ctx_list;         /**< owned: outstanding client contexts, oldest first */
+    struct fwx_list *clnt_ctx_list;         /**< owned: outstanding client contexts, in no order */
     void *rx_buf;                           /**< owned, lent to the channel */
     uint64_t chan;                          /**< valid while `connected` */
     uint32_t epoch;                         /**< stamps every asynchronous message of this binding */
     uint32_t connected;                     /**< 1 while the channel is open and its handlers are attached */
-    uint8_t client_id[4];                   /**< the PAL's identifier, opaque */
+    uint8_t client_id[4];                   /**< the PAL's identifier, the server's to read */
     fwx_nat64_reply_cbs_t reply_cb;         /**< as given at bind */
     fwx_nat64_unsol_cbs_t unsol_cb;         /**< as given at bind */
-    fwx_nat64_unsol_hndlr_fn_t unsol_hndlr; /**< the library's own */
+    fwx_nat64_unsol_hndlr_fn_t unsol_hndlr; /**< the library's, called for unsolicited commands */
     fwx_nat64_throttle_fn_t throttle_cb;    /**< the PAL's, null after bind */
     void *throttle_ctx;                     /**< the PAL's, handed to throttle_cb */
     uint32_t throttle_off_cnt;              /**< times that the channel had room again */
@@ -103,6 +134,9 @@ typedef struct {
  * Binds the PAL to the library: connects to the server, initialises the MAP-T rule table, registers with the classifier
  * manager, waits for the server's answer to the init command and asks for unsolicited notifications.
  *
+ * Replies to an earlier binding are told by the epoch, which is drawn with random(): seed it once in a process
+ * (srandom() with something of the system's), or every process has the same epochs.
+ *
  * @param client_id   four bytes that identify the PAL to the server; null stands for four zero bytes. Copied.
  * @param ev_arg      the PAL's event argument (its loop). Required; must outlive the binding.
  * @param unsol_cbs   callbacks for unsolicited commands, or null. Copied.
@@ -110,14 +144,16 @@ typedef struct {
  * @return 0; 22 for a null `ev_arg` or `reply_cbs`; 17 when already bound; 12 without memory;
  * FWX_NAT64_ERR_COMINGUP_NOMEM; FWX_NAT64_ERR_AGAIN when the channel cannot be opened; else the code of the platform or
  * the server's refusal. After a failed rule-table initialisation or classifier registration the library stays bound:
- * call fwx_nat64_unbind before binding again. After every other failure it is unbound.
+ * call fwx_nat64_unbind before binding again. After every other failure it is unbound. Refused while the library is
+ * being unloaded.
  */
 uint32_t fwx_nat64_bind(const void *client_id, void *ev_arg, const fwx_nat64_unsol_cbs_t *unsol_cbs,
                         const fwx_nat64_reply_cbs_t *reply_cbs);
 
 /**
- * Ends the binding. Outstanding commands are discarded without a callback; a PAL that must know them keeps its own
- * count. Does nothing while unbound.
+ * Ends the binding, also from inside a callback. Outstanding commands are discarded without a callback; a PAL that must
+ * know them keeps its own count. The server may carry out what it has been sent. Completions of messages still come
+ * from the loop and give back their buffers. Does nothing while unbound.
  */
 void fwx_nat64_unbind(void);
 
@@ -128,8 +164,12 @@ fwx_nat64_client_info_t *fwx_nat64_client_info_get(void);
 void fwx_nat64_clnt_init(void);
 
 /**
- * Reports every outstanding command to its callback as failed (FWX_NAT64_ERR_AGAIN, or empty results) and releases it.
- * Runs by itself when the library is unloaded while bound.
+ * Flushes: reports every outstanding command to its callback as failed (FWX_NAT64_ERR_AGAIN, or empty results) and
+ * releases it, whether the server has carried it out or not. Runs by itself when the library is unloaded while bound.
+ *
+ * A callback of the flush that sends again is refused with FWX_NAT64_ERR_NOT_READY while the binding that is flushed is
+ * still bound; it sends again when the flush is over. A callback may unbind, and then bind and send. During an unload
+ * everything is refused, binding too.
  * @return 0 when nothing is outstanding any more, or the list service's code, the rest of the list left as it is.
  */
 uint32_t fwx_nat64_clnt_cleanup(void);
@@ -155,11 +195,15 @@ uint32_t fwx_nat64_client_unsol_setup_send_a(void);
  * Makes list, receive buffer and pool of a client info, draws its epoch and connects to the server. Bind calls it.
  * Requires: `info` is the published client info.
  * @return 0; FWX_NAT64_ERR_COMINGUP_NO_INFO for null; FWX_NAT64_ERR_COMINGUP_NOMEM; FWX_NAT64_ERR_AGAIN when the
- * channel cannot be opened; or the platform's code. Nothing stays allocated after a failure.
+ * channel cannot be opened; or the platform's code. Nothing stays allocated after a failure; list, pool and receive
+ * buffer are null then.
  */
 uint32_t fwx_nat64_client_comingup(fwx_nat64_client_info_t *info);
 
-/** Undoes fwx_nat64_client_comingup: closes the channel and discards outstanding commands. Null is ignored. */
+/**
+ * Undoes fwx_nat64_client_comingup: closes the channel and discards outstanding commands without a callback. List, pool
+ * and receive buffer are null afterwards, and commands are refused with FWX_NAT64_ERR_NOT_READY. Null is ignored.
+ */
 void fwx_nat64_client_goingdown(fwx_nat64_client_info_t *info);
 
 /**

@@ -2,16 +2,18 @@
  * Configuration commands: one function per command, its record, and the operations.
  *
  * Conventions of all setters: the record is only read, copied into the message, and stays the caller's; `pal_ctx` is
- * handed back to `cfg_reply_cb` and never dereferenced. A result of 0 says that the message was handed to the channel;
- * the server's verdict reaches `cfg_reply_cb` later. Other results: FWX_NAT64_ERR_INVALID for a rejected argument
- * (nothing is sent), FWX_NAT64_ERR_NOT_READY while unbound, or as fwx_nat64_client_async_cmd_init and _send;
- * `cfg_reply_cb` is then not called. Argument errors come before FWX_NAT64_ERR_NOT_READY unless a function says
+ * handed back to `cfg_reply_cb` and never dereferenced. A result of 0 says that the message was handed
+ * to the channel; the server's verdict reaches `cfg_reply_cb` later. Other results: FWX_NAT64_ERR_INVALID for a
+ * rejected argument (nothing is sent), FWX_NAT64_ERR_NOT_READY while unbound, or as fwx_nat64_client_async_cmd_init and
+ * _send; `cfg_reply_cb` is then not called. Argument errors come before FWX_NAT64_ERR_NOT_READY unless a function says
  * otherwise.
  *
  * Calling context: the thread that runs the event loop of the binding; allowed from inside the PAL's callbacks.
  *
- * Byte order: records are in host order; the library converts IPv4 addresses on their way into the message. Fields that
- * are called opaque, reserved or value are passed to the server as they are.
+ * Byte order: records are in host order; the library converts IPv4 addresses on their way into the message.
+ *
+ * Fields: a range that is given is checked by the library, and every other value refused. "The server's" means that the
+ * server alone gives a field its meaning, unit and range; the library passes it on as it is.
  */
 #ifndef FWX_NAT64_CONFIG_H
 #define FWX_NAT64_CONFIG_H
@@ -40,9 +42,10 @@ extern "C" {
 #define FWX_NAT64_LOGGING_TYPE 1u      /**< the only type of logging */
 #define FWX_NAT64_LOGGING_MODE 1u      /**< the only mode of logging */
 
-/** An address. IPv4: a host-order 32-bit word in the first four bytes of `addr`; IPv6: its sixteen bytes. */
+/** An address. IPv4: a host-order 32-bit word in the first four bytes of `addr`, the others passed on as they are;
+ * IPv6: its sixteen bytes in order. */
 typedef struct {
-    uint32_t family;  /**< FWX_NAT64_FAMILY_IPV4, or IPv6 */
+    uint32_t family;  /**< FWX_NAT64_FAMILY_IPV4, anything else IPv6 */
     uint8_t addr[16]; /**< as `family` says */
 } fwx_nat64_addr_t;
 
@@ -53,14 +56,14 @@ typedef struct {
 
 /** An adjacency. */
 typedef struct {
-    uint32_t type;            /**< 1 to FWX_NAT64_ADJ_TYPE_MAX */
-    fwx_nat64_addr_t address; /**< address */
+    uint32_t type;            /**< 1 to FWX_NAT64_ADJ_TYPE_MAX; what each is, is the server's */
+    fwx_nat64_addr_t address; /**< of the neighbour, any */
 } fwx_nat64_adj_t;
 
 /** A limit. */
 typedef struct {
     uint32_t type;  /**< FWX_NAT64_LIMIT_TYPE */
-    uint32_t value; /**< the server's */
+    uint32_t value; /**< most that is allowed; of what is the server's */
 } fwx_nat64_limit_t;
 
 /** A service. */
@@ -71,37 +74,38 @@ typedef struct {
 
 /** A timeout. */
 typedef struct {
-    uint32_t type;  /**< 1 to FWX_NAT64_TIMEOUT_TYPE_MAX */
-    uint32_t value; /**< the server's */
+    uint32_t type;  /**< 1 to FWX_NAT64_TIMEOUT_TYPE_MAX; what each is, is the server's */
+    uint32_t value; /**< the time; its unit and range are the server's */
 } fwx_nat64_timeout_t;
 
 /** The replication. */
 typedef struct {
     uint32_t value;  /**< the server's */
-    uint32_t set;    /**< 0 takes the replication back */
+    uint32_t set;    /**< 0 takes the replication back, anything else sets it */
     uint32_t value2; /**< the server's */
 } fwx_nat64_replication_t;
 
 /** Which sessions to clear. */
 typedef struct {
     uint32_t value;       /**< the server's */
-    fwx_nat64_addr_t src; /**< IPv4 in host order */
-    fwx_nat64_addr_t dst; /**< IPv4 in host order */
+    fwx_nat64_addr_t src; /**< source address; what stands for any is the server's */
+    fwx_nat64_addr_t dst; /**< destination address, likewise */
     uint8_t opaque[60];   /**< the server's */
 } fwx_nat64_session_filter_t;
 
 /** An IPv6 prefix of which twelve bytes are given. */
 typedef struct {
-    uint8_t prefix[12];  /**< its first bytes */
-    uint8_t reserved[3]; /**< reserved */
-    uint8_t prefix_len;  /**< bits */
-    uint32_t kind;       /**< global prefixes: 1 to FWX_NAT64_PREFIX_KIND_MAX */
+    uint8_t prefix[12];  /**< its first bytes, in order */
+    uint8_t reserved[3]; /**< not looked at, sent as given */
+    uint8_t prefix_len;  /**< bits; which lengths can be is the server's */
+    uint32_t kind;       /**< global prefixes: 1 to FWX_NAT64_PREFIX_KIND_MAX; with interfaces the server's */
 } fwx_nat64_prefix_t;
 
-/** What an interface translates with. A prefix and the MTU count only with their valid flag set. */
+/** What an interface translates with. A prefix and the MTU are sent only with their valid flag set, else zeros in their
+ * place; the flags are sent as given. */
 typedef struct {
-    uint32_t ifh;                         /**< interface handle */
-    uint32_t enable;                      /**< 0: off */
+    uint32_t ifh;                         /**< interface handle, any */
+    uint32_t enable;                      /**< 0: off; sent as given */
     uint32_t sless_prefix_valid;          /**< non-zero: `sless_prefix` is given */
     fwx_nat64_prefix_t sless_prefix;      /**< stateless translation */
     uint32_t sful_prefix_valid;           /**< non-zero: `sful_prefix` is given */
@@ -109,44 +113,44 @@ typedef struct {
     uint32_t sless_prefix_v6v4_valid;     /**< non-zero: `sless_prefix_v6v4` is given */
     fwx_nat64_prefix_t sless_prefix_v6v4; /**< stateless translation from IPv6 to IPv4 */
     uint32_t mtu_valid;                   /**< non-zero: `mtu` is given */
-    uint16_t mtu;                         /**< bytes */
+    uint16_t mtu;                         /**< bytes; its range is the server's */
 } fwx_nat64_intf_info_t;
 
 /** A static mapping; a delete reads `id` alone. */
 typedef struct {
-    uint32_t id;            /**< identifier */
+    uint32_t id;            /**< of the mapping, any */
     uint8_t opaque4[4];     /**< the server's */
-    fwx_nat64_addr_t addr1; /**< first address */
+    fwx_nat64_addr_t addr1; /**< first address; which side it is on is the server's */
     uint8_t opaque28[16];   /**< the server's */
     fwx_nat64_addr_t addr2; /**< second address */
     uint8_t opaque64[20];   /**< the server's */
 } fwx_nat64_smapping_t;
 
-/** A dynamic mapping; a delete reads `id` alone. */
+/** A dynamic mapping; a delete checks `id` and `type` and sends `id` alone. */
 typedef struct {
-    uint32_t id;         /**< not 0 */
+    uint32_t id;         /**< of the mapping, not 0 */
     uint8_t opaque4[8];  /**< the server's */
-    uint32_t type;       /**< 0 to FWX_NAT64_DMAPPING_TYPE_MAX */
-    uint8_t ext[24];     /**< the server's */
-    uint32_t ext_arg;    /**< the server's */
+    uint32_t type;       /**< 0 to FWX_NAT64_DMAPPING_TYPE_MAX; what each is, is the server's */
+    uint8_t ext[24];     /**< the server's: the second part, which an add alone sends a second time */
+    uint32_t ext_arg;    /**< the server's; sent a second time by an add alone */
     uint8_t opaque44[8]; /**< the server's */
 } fwx_nat64_dmapping_t;
 
 /** An address pool; a delete reads `id` alone. */
 typedef struct {
-    uint32_t id;                 /**< not 0 */
+    uint32_t id;                 /**< of the pool, not 0 */
     uint32_t family;             /**< FWX_NAT64_FAMILY_IPV4 */
-    uint32_t param;              /**< not 0 */
-    fwx_nat64_addr_t start_addr; /**< first address */
-    fwx_nat64_addr_t end_addr;   /**< last address */
+    uint32_t param;              /**< not 0; else the server's */
+    fwx_nat64_addr_t start_addr; /**< first address; its IPv4 word is sent whatever its `family` says */
+    fwx_nat64_addr_t end_addr;   /**< last address, likewise */
     uint32_t hsl_id;             /**< the server's */
 } fwx_nat64_pool_t;
 
-/** A range of addresses that is added to a pool. */
+/** A range of addresses that is added to a pool, or deleted from it. */
 typedef struct {
     uint32_t id;                 /**< of the pool, not 0 */
-    fwx_nat64_addr_t start_addr; /**< first address */
-    fwx_nat64_addr_t end_addr;   /**< last address */
+    fwx_nat64_addr_t start_addr; /**< first address, any */
+    fwx_nat64_addr_t end_addr;   /**< last address, any */
 } fwx_nat64_pool_range_t;
 
 /** A destination of translation logs. */
@@ -155,7 +159,7 @@ typedef struct {
     uint32_t mode;         /**< FWX_NAT64_LOGGING_MODE */
     uint8_t param;         /**< the server's */
     fwx_nat64_addr_t dest; /**< IPv4, not 0.0.0.0 */
-    uint16_t dest_port;    /**< not 0 */
+    uint16_t dest_port;    /**< not 0, host order, also in the message */
     uint16_t param2;       /**< the server's */
 } fwx_nat64_logging_t;
 
@@ -163,7 +167,8 @@ typedef struct {
 uint32_t fwx_nat64_global_settings_set_a(const fwx_nat64_global_settings_t *settings, void *pal_ctx);
 /** Sets an adjacency; `op` is not looked at. FWX_NAT64_ERR_INVALID for null or a type that is none. */
 uint32_t fwx_nat64_adj_set_a(uint32_t op, const fwx_nat64_adj_t *adj, void *pal_ctx);
-/** Adds, modifies or deletes a limit. FWX_NAT64_ERR_INVALID for null, another type or operation. */
+/** Adds, modifies (the message of the add) or deletes a limit; a delete sends `value` too. FWX_NAT64_ERR_INVALID for
+ * null, another type or operation. */
 uint32_t fwx_nat64_limit_set_a(uint32_t op, const fwx_nat64_limit_t *limit, void *pal_ctx);
 /** Adds or deletes a service. FWX_NAT64_ERR_INVALID for null, another type or operation. */
 uint32_t fwx_nat64_service_set_a(uint32_t op, const fwx_nat64_service_t *service, void *pal_ctx);
@@ -178,7 +183,7 @@ uint32_t fwx_nat64_session_clear_a(const fwx_nat64_session_filter_t *filter, voi
 
 /** Sets an interface's prefixes and MTU. FWX_NAT64_ERR_NOT_READY while unbound, and also for null. */
 uint32_t fwx_nat64_interface_set_a(const fwx_nat64_intf_info_t *info, void *pal_ctx);
-/** Enables an NVI interface by its handle. */
+/** Enables an NVI interface by its handle, without prefixes and MTU. */
 uint32_t fwx_nat64_nvi_interface_enable_a(uint32_t ifh, void *pal_ctx);
 /**
  * Adds a global prefix. FWX_NAT64_ERR_NOT_READY while unbound comes before FWX_NAT64_ERR_INVALID for null or a kind
@@ -189,21 +194,22 @@ uint32_t fwx_nat64_glb_prefix_add_a(const fwx_nat64_prefix_t *prefix, void *pal_
 uint32_t fwx_nat64_glb_prefix_mod_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
 /** Deletes a global prefix. Results as fwx_nat64_glb_prefix_add_a. */
 uint32_t fwx_nat64_glb_prefix_del_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx);
-/** Adds or deletes (by `id`) a static mapping. FWX_NAT64_ERR_INVALID for null or another operation. */
+/** Adds or deletes (by `id`, any) a static mapping. FWX_NAT64_ERR_INVALID for null or another operation. */
 uint32_t fwx_nat64_smapping_set_a(uint32_t op, const fwx_nat64_smapping_t *map, void *pal_ctx);
-/** Adds, modifies or deletes a dynamic mapping. FWX_NAT64_ERR_INVALID for null, id 0, a type that is none, another
- * operation. */
+/** Adds, modifies or deletes (by `id`) a dynamic mapping; a modification says that it has no second part.
+ * FWX_NAT64_ERR_INVALID for null, id 0 or a type that is none, also with a delete, and for another operation. */
 uint32_t fwx_nat64_dmapping_set_a(uint32_t op, const fwx_nat64_dmapping_t *map, void *pal_ctx);
 /**
  * Adds, modifies (the message of the add) or deletes (by `id`) an address pool. FWX_NAT64_ERR_INVALID for null, id 0 or
  * another operation, and unless it is a delete for a family other than IPv4 or `param` 0.
  */
 uint32_t fwx_nat64_pool_set_a(uint32_t op, const fwx_nat64_pool_t *pool, void *pal_ctx);
-/** Adds or deletes a range of a pool. FWX_NAT64_ERR_INVALID for null, id 0 or another operation. */
+/** Adds or deletes a range of a pool; both send the whole range. FWX_NAT64_ERR_INVALID for null, id 0 or another
+ * operation. */
 uint32_t fwx_nat64_pool_range_set_a(uint32_t op, const fwx_nat64_pool_range_t *range, void *pal_ctx);
 /**
- * Adds, modifies or deletes a logging destination. FWX_NAT64_ERR_INVALID for null, another type or mode, a
- * destination that is not an IPv4 address or is 0.0.0.0, port 0, or another operation.
+ * Adds, modifies or deletes a logging destination; all three check and send the whole record. FWX_NAT64_ERR_INVALID for
+ * null, another type or mode, a destination that is not an IPv4 address or is 0.0.0.0, port 0, or another operation.
  */
 uint32_t fwx_nat64_logging_set_a(uint32_t op, const fwx_nat64_logging_t *log, void *pal_ctx);
 

@@ -5,7 +5,7 @@
  * query, given at bind (with a walk: its own), in one or more calls. Other results: FWX_NAT64_ERR_NOT_READY while
  * unbound, which comes first; FWX_NAT64_ERR_INVALID for a rejected argument; or as fwx_nat64_client_async_cmd_init and
  * _send; no callback is then called. `pal_ctx` is handed back to the callback. The meaning of `sel`, `arg`, `cookie`
- * and `walk_arg` is the server's.
+ * and `walk_arg` is the server's. What the callbacks get is said with their types in fwx_nat64/client.h.
  *
  * Calling context: the thread that runs the event loop of the binding; allowed from inside the PAL's callbacks.
  */
@@ -21,14 +21,24 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-#define FWX_NAT64_WALK_STOPPED 1u /**< the server ended the walk early */
+#define FWX_NAT64_WALK_STOPPED 1u /**< the server ended the walk early; nothing more follows */
 #define FWX_NAT64_WALK_MORE 2u    /**< further replies follow */
 #define FWX_NAT64_WALK_DONE 3u    /**< the walk is complete */
-#define FWX_NAT64_WALK_ERROR 4u   /**< the walk failed; counts are 0 and data is null */
+#define FWX_NAT64_WALK_ERROR 4u   /**< the walk was refused or flushed; `data` is null, the numbers are 0 */
 
 /**
- * Session-walk callback. `count` sessions are at `data`, which is the server's and valid during the call; `value` and
- * `value2` are the server's; `status` is one of FWX_NAT64_WALK_. Returning 1 stops the delivery of this walk.
+ * Session-walk callback, called for each reply.
+ * @param pal_ctx the context given with the walk.
+ * @param count   sessions at `data`.
+ * @param data    `count` fwx_nat64_session_t (fwx_nat64/wire.h), valid during the call. Nothing tells how many bytes
+ * are there; the PAL trusts its server.
+ * @param value   the cookie to go on with in the next walk, 0 when the table is complete.
+ * @param value2  the server's.
+ * @param status  FWX_NAT64_WALK_MORE, or one of the three that end the walk: no call follows.
+ * @return 1 to have the further replies of this walk consumed without a call; anything else goes on.
+ *
+ * A callback may unbind, flush and send; with FWX_NAT64_WALK_MORE the walk is outstanding again, so a flush from here
+ * calls it once more with FWX_NAT64_WALK_ERROR.
  */
 typedef uint32_t (*fwx_nat64_sess_walk_fn_t)(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
                                              uint32_t status);
@@ -36,13 +46,13 @@ typedef uint32_t (*fwx_nat64_sess_walk_fn_t)(void *pal_ctx, uint32_t count, void
 /** Which sessions to walk. */
 typedef struct {
     uint8_t opaque0[16];  /**< the server's */
-    fwx_nat64_addr_t src; /**< IPv4 in host order */
+    fwx_nat64_addr_t src; /**< source address; what stands for any is the server's */
     uint8_t opaque36[4];  /**< the server's */
     fwx_nat64_addr_t dst; /**< always sent as zeros */
     uint8_t opaque60[28]; /**< the server's */
 } fwx_nat64_sess_walk_filter_t;
 
-/** Queries the system statistics; answered through `sys_stats_cb`. */
+/** Queries the system statistics; answered through `sys_stats_cb`. `sel` is the server's. */
 uint32_t fwx_nat64_stats_sys_query_a(uint32_t sel, void *pal_ctx);
 /** Queries the statistics of all interfaces; answered through `intf_stats_cb`. */
 uint32_t fwx_nat64_stats_intf_query_a(void *pal_ctx);
@@ -50,7 +60,8 @@ uint32_t fwx_nat64_stats_intf_query_a(void *pal_ctx);
  * Queries the statistics of all pools; answered through `pool_stats_cb`.
  * @param sel     the server's.
  * @param cookie  where to go on, sent as a 64-bit value and never dereferenced; null for the start.
- * @param count   largest number of entries, not 0 (FWX_NAT64_ERR_INVALID).
+ * @param count   largest number of entries, not 0 (FWX_NAT64_ERR_INVALID); the server may answer with fewer and a
+ *                cookie to go on with.
  * @param arg     the server's.
  * @param pal_ctx handed back to the callback.
  */

@@ -7,12 +7,12 @@
 #ifndef FWX_NAT64_RESULT_H
 #define FWX_NAT64_RESULT_H
 
-/** The channel could not be opened; also the verdict on a command that was flushed: its send failed later, or the
- * library was unloaded, whether the server carried it out or not. */
+/** The channel could not be opened, or went down while it got its initial commands; also the verdict on a command that
+ * was flushed: its send failed later, or the library was unloaded, whether the server carried it out or not. */
 #define FWX_NAT64_ERR_AGAIN 0x4030020bu
 /** No client context, transmit buffer or list entry for a command. */
 #define FWX_NAT64_ERR_NOMEM 0x4030020cu
-/** The library is not bound, or the message belongs to an earlier binding. */
+/** The library is not bound, the message belongs to an earlier binding, or a flush is under way. */
 #define FWX_NAT64_ERR_NOT_READY 0x4030020du
 /** An argument of a command was rejected. */
 #define FWX_NAT64_ERR_INVALID 0x40300216u

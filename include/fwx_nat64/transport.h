@@ -2,7 +2,8 @@
  * Commands as messages: header, message numbers, and the functions that frame and send them.
  *
  * A command is framed in a transmit buffer, filled in place behind its header and sent. Byte order on the wire is the
- * host's. Calling context: the thread that runs the event loop of the binding, never two calls at the same time.
+ * host's. Calling context: the thread that runs the event loop of the binding, never two calls at the same time; from
+ * inside callbacks too, save that a flush refuses to frame (fwx_nat64_clnt_cleanup).
  *
  * Not supported: taking back a framed asynchronous command (sending it is the only public way to release it); time
  * limits for answers, a command is outstanding until its reply, a failed completion, or the end of the binding.
@@ -46,8 +47,8 @@ typedef struct {
     uint16_t type;         /**< FWX_NAT64_MSG_ASYNC | message number */
     uint16_t domain;       /**< FWX_NAT64_MSG_DOMAIN */
     uint8_t reserved4[12]; /**< reserved */
-    uint64_t clnt_ctx;     /**< opaque to the server, echoed in its reply */
-    uint32_t epoch;        /**< echoed in the reply */
+    uint64_t clnt_ctx;     /**< the library's; the server echoes it in its reply */
+    uint32_t epoch;        /**< the binding's; the server echoes it in its reply */
     uint8_t reserved28[4]; /**< reserved */
 } fwx_nat64_msg_hdr_t;
 
@@ -60,49 +61,50 @@ typedef struct {
 
 /** What a command's callback gets. */
 typedef struct {
-    uint32_t result; /**< 0, the server's code, or FWX_NAT64_ERR_AGAIN for a command that was flushed */
-    void *pal_ctx;   /**< as given with the command */
+    uint32_t result; /**< 0, the server's code, with MAP-T rules the rule table's, or FWX_NAT64_ERR_AGAIN: flushed */
+    void *pal_ctx;   /**< as given with the command, or the classifier manager's */
 } fwx_nat64_cmd_result_t;
 
 /**
  * Frames an asynchronous command and enters it in the list of outstanding commands.
  *
- * @param size    bytes of the whole message, at least 32.
- * @param msgno   message number.
+ * @param size    bytes of the whole message, at least 32; not checked.
+ * @param msgno   message number, FWX_NAT64_MSG_; not checked.
  * @param pal_ctx handed back to the callback, never dereferenced.
  * @param cb_func callback of the shape that belongs to the message number, or null. Session walks go through
  *                fwx_nat64_session_walk_a alone: their contexts carry a record of the library in its place.
  * @param msg     receives the framed message; the body from offset 32 on is the caller's to fill.
- * @return 0; FWX_NAT64_ERR_NOT_READY; FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_NOMEM. Nothing stays
- * allocated after a failure.
+ * @return 0; FWX_NAT64_ERR_NOT_READY, which comes first, while unbound or after going down, and from inside a flush;
+ * FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_NOMEM. Nothing stays allocated after a failure.
  */
 uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_ctx, void *cb_func, void **msg);
 
 /**
- * Sends a framed command; a channel that is down is opened again first. The message is no longer the caller's, whatever
- * the result.
+ * Sends a framed command; a channel that is down is opened again first, and gets the two initial commands before this
+ * one. The message is no longer the caller's, whatever the result.
  *
  * @param msg  from fwx_nat64_client_async_cmd_init.
  * @param size the size it was framed with.
- * @return 0 when handed to the channel: the callback will be called. FWX_NAT64_ERR_BAD_ARG for a null `msg`;
- *         FWX_NAT64_ERR_AGAIN when the channel cannot be opened; FWX_NAT64_ERR_NOT_READY when the binding of the
- * message has ended; else the messaging service's code. After a failure the callback is not called.
+ * @return 0 when handed to the channel: the callback will be called, unless the binding ends before. Every other result
+ * means that it will not: FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_AGAIN when the channel cannot be
+ * opened, or goes down again while it gets its initial commands; FWX_NAT64_ERR_NOT_READY when the binding of the
+ * message has ended; else the messaging service's code.
  */
 uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size);
 
 /**
  * Frames a synchronous command.
  *
- * @param size  bytes of the whole message, at least 16.
- * @param msgno message number.
+ * @param size  bytes of the whole message, at least 16; not checked.
+ * @param msgno message number, FWX_NAT64_MSG_; not checked.
  * @param msg   receives the framed message; the body from offset 16 on is the caller's to fill.
  * @return 0; FWX_NAT64_ERR_NOT_READY; FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_NOMEM.
  */
 uint32_t fwx_nat64_client_sync_cmd_init(size_t size, uint32_t msgno, void **msg);
 
 /**
- * Sends a synchronous command and waits for its result. The message is no longer the caller's, save after
- * FWX_NAT64_ERR_BAD_ARG.
+ * Sends a synchronous command and waits for its result. A platform may deliver other replies meanwhile, and so call
+ * the PAL's callbacks. The message is no longer the caller's, save after FWX_NAT64_ERR_BAD_ARG.
  * @return the server's result; FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_NOT_READY; FWX_NAT64_ERR_AGAIN; or
  *         the messaging service's code.
  */

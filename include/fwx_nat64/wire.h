@@ -2,8 +2,13 @@
  * Wire layouts: op codes and every message between the library and the server, in both directions.
  *
  * Both sides must agree on every size and offset here; the asserts under each struct hold them. Byte order is the
- * host's (little-endian), save fields whose comment says network order. `reserved` bytes are written by nobody and read
- * by nobody. The configuration messages share one envelope: header, op code, payload, four reserved bytes.
+ * host's (little-endian), save fields whose comment says network order, and address records: wherever one travels, in
+ * either direction, its IPv4 address is in network order.
+ *
+ * `reserved` bytes are read by nobody. Those of the interface and logging payloads are written as 0 and those of a
+ * prefix as the caller gave them; all others stay as the messaging service's buffer had them. The configuration
+ * messages share one envelope: header, op code, payload, four reserved bytes. "The server's" means what it means in
+ * fwx_nat64/config.h.
  */
 #ifndef FWX_NAT64_WIRE_H
 #define FWX_NAT64_WIRE_H
@@ -28,7 +33,7 @@ extern "C" {
 #define FWX_NAT64_WIRE_AT(type, field, offset) \
     static_assert(offsetof(type, field) == (offset), #type "." #field " must be at offset " #offset " on the wire")
 
-/* --- Headers and records that travel as they are. --- */
+/* --- Headers, and records that travel as they are but for the byte order of IPv4 addresses. --- */
 
 FWX_NAT64_WIRE_SIZE(fwx_nat64_msg_hdr_t, 32);
 FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, type, 0);
@@ -162,7 +167,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, rule_params, 22);
 typedef struct {
     fwx_nat64_msg_hdr_t hdr; /**< header */
     uint32_t op_code;        /**< FWX_NAT64_CFG_ */
-    uint8_t payload[4];      /**< the payload begins here; behind it four reserved bytes */
+    uint8_t payload[4];      /**< the payload begins here; behind it four reserved bytes, written by nobody */
 } fwx_nat64_cfg_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_cfg_msg_t, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_cfg_msg_t, hdr, 0);
@@ -183,7 +188,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_ctrl_msg_t, op_code, 16);
 /** Service: op code 20. */
 typedef struct {
     uint32_t add;                /**< 1 add, 0 delete */
-    fwx_nat64_service_t service; /**< as given */
+    fwx_nat64_service_t service; /**< as given, also with a delete */
 } fwx_nat64_service_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_service_payload_t, 12);
 FWX_NAT64_WIRE_AT(fwx_nat64_service_payload_t, add, 0);
@@ -201,17 +206,17 @@ FWX_NAT64_WIRE_AT(fwx_nat64_delete_payload_t, one, 4);
 /** Interface: op codes 1 and 2. */
 typedef struct {
     uint32_t ifh;                         /**< interface handle */
-    uint32_t enable;                      /**< 0: off */
-    uint32_t nvi;                         /**< 1 NVI interface, 0 not */
+    uint32_t enable;                      /**< 0: off; op code 2: 1 */
+    uint32_t nvi;                         /**< op code 1: 0, op code 2: 1 */
     uint32_t sless_prefix_valid;          /**< non-zero: `sless_prefix` is given */
     uint32_t sful_prefix_valid;           /**< non-zero: `sful_prefix` is given */
     uint32_t sless_prefix_v6v4_valid;     /**< non-zero: `sless_prefix_v6v4` is given */
-    fwx_nat64_prefix_t sless_prefix;      /**< stateless translation */
+    fwx_nat64_prefix_t sless_prefix;      /**< stateless translation; zeros when it is not given, as the next two */
     fwx_nat64_prefix_t sful_prefix;       /**< stateful translation */
     fwx_nat64_prefix_t sless_prefix_v6v4; /**< stateless translation from IPv6 to IPv4 */
     uint32_t mtu_valid;                   /**< non-zero: `mtu` is given */
-    uint16_t mtu;                         /**< bytes */
-    uint8_t reserved90[2];                /**< reserved, 0 */
+    uint16_t mtu;                         /**< bytes; 0 when it is not given */
+    uint8_t reserved90[2];                /**< written as 0 */
 } fwx_nat64_intf_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_intf_payload_t, 92);
 FWX_NAT64_WIRE_AT(fwx_nat64_intf_payload_t, ifh, 0);
@@ -242,8 +247,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_glb_prefix_payload_t, prefix, 4);
 /** Dynamic mapping: op codes 11 and 13. */
 typedef struct {
     fwx_nat64_dmapping_t map; /**< as given */
-    uint8_t second[24];       /**< or FWX_NAT64_DMAPPING_NO_SECOND_PART in its first byte */
-    uint32_t ext_arg;         /**< the server's */
+    uint8_t second[24];       /**< op code 11: `ext` again; 13: FWX_NAT64_DMAPPING_NO_SECOND_PART, then zeros */
+    uint32_t ext_arg;         /**< op code 11: the record's again; 13: 0 */
 } fwx_nat64_dmapping_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_payload_t, 80);
 FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, map, 0);
@@ -269,7 +274,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_pool_payload_t, end_addr, 20);
 
 /** Delete of a pool range: op code 7. */
 typedef struct {
-    fwx_nat64_pool_range_t range; /**< as given */
+    fwx_nat64_pool_range_t range; /**< as given, IPv4 addresses in network order */
     uint32_t one;                 /**< 1 */
 } fwx_nat64_pool_range_del_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_range_del_payload_t, 48);
@@ -279,12 +284,12 @@ FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_del_payload_t, one, 44);
 /** Logging: op codes 23, 24 and 25. */
 typedef struct {
     uint32_t dest;         /**< network order */
-    uint32_t reserved4;    /**< reserved, 0 */
+    uint32_t reserved4;    /**< written as 0 */
     uint16_t dest_port;    /**< host order */
     uint16_t param2;       /**< the server's */
-    uint32_t mode;         /**< the server's */
+    uint32_t mode;         /**< FWX_NAT64_LOGGING_MODE */
     uint8_t param;         /**< the server's */
-    uint8_t reserved17[3]; /**< reserved, 0 */
+    uint8_t reserved17[3]; /**< written as 0 */
 } fwx_nat64_logging_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_payload_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, dest, 0);
@@ -297,8 +302,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_logging_payload_t, reserved17, 17);
 
 /** Classifier update: op code 22, in both forms. */
 typedef struct {
-    uint8_t data[24];  /**< the classifier manager's */
-    uint32_t batch_id; /**< batch */
+    uint8_t data[24];  /**< as the classifier manager gave them; the server's to read */
+    uint32_t batch_id; /**< the classifier manager's number of the batch */
 } fwx_nat64_classifier_update_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_classifier_update_t, 28);
 FWX_NAT64_WIRE_AT(fwx_nat64_classifier_update_t, data, 0);
@@ -389,7 +394,7 @@ typedef struct {
     uint32_t walk_arg;                   /**< the server's */
     uint32_t count;                      /**< sessions a reply */
     uint8_t reserved52[4];               /**< reserved */
-    fwx_nat64_sess_walk_filter_t filter; /**< IPv4 addresses in network order */
+    fwx_nat64_sess_walk_filter_t filter; /**< `src` with IPv4 in network order, `dst` always zeros */
 } fwx_nat64_sess_walk_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_msg_t, 144);
 FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, hdr, 0);
@@ -404,8 +409,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_msg_t, filter, 56);
 typedef struct {
     fwx_nat64_msg_hdr_t hdr; /**< header */
     uint32_t rule_type;      /**< FWX_NAT64_MAPT_RULE_BMR */
-    uint32_t op;             /**< FWX_NAT64_OP_ */
-    uint32_t rule_id;        /**< Rule ID */
+    uint32_t op;             /**< FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    uint32_t rule_id;        /**< Rule ID, not 0 */
     uint32_t domain_id;      /**< Domain ID */
     uint8_t v6_prefix[8];    /**< last byte first */
     uint8_t v6_prefix_len;   /**< bits */
@@ -435,7 +440,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_bmr_msg_t, reserved74, 74);
 typedef struct {
     fwx_nat64_msg_hdr_t hdr;  /**< header */
     uint32_t rule_type;       /**< FWX_NAT64_MAPT_RULE_DMR */
-    uint32_t op;              /**< FWX_NAT64_OP_ */
+    uint32_t op;              /**< as the caller gave it, any value */
     fwx_nat64_mapt_dmr_t dmr; /**< as given */
 } fwx_nat64_dmr_msg_t;
 #define FWX_NAT64_DMR_MSG_SIZE 68u /**< bytes */
@@ -445,7 +450,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_dmr_msg_t, dmr, 40);
 static_assert(offsetof(fwx_nat64_dmr_msg_t, dmr) + sizeof(fwx_nat64_mapt_dmr_t) == FWX_NAT64_DMR_MSG_SIZE,
               "the record ends the message");
 
-/* --- From the server. A reply is at least FWX_NAT64_REPLY_MIN_SIZE bytes long, up to and including `result`. --- */
+/* --- From the server. A reply is at least FWX_NAT64_REPLY_MIN_SIZE bytes long, up to and including `result`; one whose
+ * result is not 0 may end there, but for MAP-T rules, whose replies name the rule behind it. --- */
 
 #define FWX_NAT64_REPLY_MIN_SIZE 36u /**< bytes */
 
@@ -469,10 +475,10 @@ FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_reply_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, hdr, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, result, 16);
 
-/** System statistics: type 4; data follow. */
+/** System statistics: type 4; one fwx_nat64_stats_sys_entry_t follows. */
 typedef struct {
     fwx_nat64_reply_t reply; /**< header and result */
-    uint32_t more;           /**< further replies that follow */
+    uint32_t more;           /**< not 0 until the last reply */
     uint8_t reserved44[4];   /**< reserved */
 } fwx_nat64_stats_sys_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_reply_t, 48);
@@ -480,24 +486,24 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reply, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, more, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reserved44, 44);
 
-/** Interface and limit statistics: types 5 and 8; data follow. */
+/** Interface and limit statistics: types 5 and 8; `value` entries follow. */
 typedef struct {
     fwx_nat64_reply_t reply; /**< header and result */
-    uint32_t more;           /**< further replies that follow */
-    uint32_t value;          /**< the server's */
+    uint32_t more;           /**< not 0 until the last reply */
+    uint32_t value;          /**< entries that follow */
 } fwx_nat64_stats_intf_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_intf_reply_t, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, reply, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, more, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_reply_t, value, 44);
 
-/** Pool and mapping statistics: types 6 and 7; data follow. */
+/** Pool and mapping statistics: types 6 and 7; `value2` entries follow. */
 typedef struct {
     fwx_nat64_reply_t reply; /**< header and result */
-    uint32_t more;           /**< further replies that follow */
+    uint32_t more;           /**< not 0 until the last reply */
     uint8_t reserved44[4];   /**< reserved */
-    uint64_t value;          /**< the server's */
-    uint32_t value2;         /**< the server's */
+    uint64_t value;          /**< the cookie to go on with, 0: complete */
+    uint32_t value2;         /**< entries that follow */
     uint8_t reserved60[4];   /**< reserved */
 } fwx_nat64_stats_all_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_all_reply_t, 64);
@@ -508,14 +514,14 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, value, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, value2, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_all_reply_t, reserved60, 60);
 
-/** Session walk: type 9; data follow. */
+/** Session walk: type 9; `count` fwx_nat64_session_t follow. */
 typedef struct {
     fwx_nat64_reply_t reply; /**< header and result */
-    uint32_t count;          /**< records that follow */
+    uint32_t count;          /**< entries that follow */
     uint8_t reserved44[4];   /**< reserved */
     uint32_t more;           /**< non-zero: further replies follow */
-    uint32_t stopped;        /**< non-zero: the walk ends here */
-    uint64_t value;          /**< the server's */
+    uint32_t stopped;        /**< non-zero: the server ends the walk here, whatever `more` says */
+    uint64_t value;          /**< the cookie to go on with, 0: complete */
     uint32_t value2;         /**< the server's */
     uint8_t reserved68[4];   /**< reserved */
 } fwx_nat64_sess_walk_reply_t;
@@ -529,13 +535,14 @@ FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, value, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, value2, 64);
 FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_reply_t, reserved68, 68);
 
-/** MAP-T rule: type 13. */
+/** MAP-T rule: type 13, always whole: a refusal that ends before `bmr_index` does not say which rule it is about, and
+ * an added one then stays pending. */
 typedef struct {
     fwx_nat64_reply_t reply; /**< header and result */
     uint32_t rule_id;        /**< Rule ID */
     uint32_t domain_id;      /**< Domain ID */
     uint32_t rule_type;      /**< FWX_NAT64_MAPT_RULE_ */
-    uint32_t op;             /**< FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    uint32_t op;             /**< of the command */
     uint32_t cleanup;        /**< 1 with a delete: the whole rule table is to be cleaned up */
     uint32_t bmr_index;      /**< the server's index of the rule */
 } fwx_nat64_mapt_reply_t;
@@ -573,7 +580,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, loggings, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, rules, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, sessions, 64);
 
-/** Statistics of an interface; `value` of the reply is the number of records. */
+/** Statistics of an interface. */
 typedef struct {
     uint32_t ifh;        /**< interface handle */
     uint32_t enabled;    /**< 0: off */
@@ -590,7 +597,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, mtu, 12);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, prefixes, 16);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_intf_entry_t, reserved20, 20);
 
-/** A limit and its use; `value` of the reply is the number of records. */
+/** A limit and its use. */
 typedef struct {
     uint32_t type;   /**< 1 */
     uint32_t value;  /**< most that it allows */
@@ -601,8 +608,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, type, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, value, 4);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_entry_t, in_use, 8);
 
-/** Statistics of a pool; `value` of the reply is the cookie to go on with (0: complete), `value2` the number of
- * records. */
+/** Statistics of a pool. */
 typedef struct {
     uint32_t id;        /**< of the pool */
     uint32_t ranges;    /**< added to the pool's own addresses */
@@ -619,8 +625,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_pool_entry_t, sessions, 16);
 #define FWX_NAT64_MAPPING_STATIC 1u  /**< static mapping */
 #define FWX_NAT64_MAPPING_DYNAMIC 2u /**< dynamic mapping */
 
-/** Statistics of a mapping; `value` and `value2` of the reply as with pools. The library builds the same record from
- * notification FWX_NAT64_UNSOL_MAPPING, the kind then unknown. */
+/** Statistics of a mapping. The library builds the same record from notification FWX_NAT64_UNSOL_MAPPING, the kind then
+ * unknown. */
 typedef struct {
     uint32_t id;         /**< of the mapping */
     uint32_t kind;       /**< FWX_NAT64_MAPPING_ */
@@ -635,7 +641,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, active, 8);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, reserved12, 12);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_mapping_entry_t, sessions, 16);
 
-/** A session; `count` of the walk's reply is the number of records, `value` the cookie to go on with (0: complete). */
+/** A session. */
 typedef struct {
     uint64_t id;          /**< of the session */
     fwx_nat64_addr_t src; /**< IPv4 in network order, as `dst` */

@@ -1,0 +1,50 @@
+/* The kinds of fields and the names of values, each once. */
+#ifndef WIRE_KINDS_H
+#define WIRE_KINDS_H
+
+#include <cstdint>
+
+#include "fwx_nat64/wire.h"
+
+/**
+ * How the bytes of a field read; numbers are little-endian unless the kind says otherwise. X(kind, name on the protocol
+ * page, what the page says of the bytes or "" where the name says it). The dissector's key of a kind is `kind`.
+ */
+#define WIRE_KINDS(X)                                                                                       \
+    X(number, "number", "")                                                                                 \
+    X(hex, "hexadecimal number", "")                                                                        \
+    X(operation, "operation", "WIRE_OPERATIONS")                                                            \
+    X(flag, "flag", "a number, 0 or not")                                                                   \
+    X(code, "result code", "")                                                                              \
+    X(bytes, "bytes", "")                                                                                   \
+    X(ipv4, "IPv4 address", "network order")                                                                \
+    X(ipv4_swapped, "IPv4 prefix, last byte first", "four bytes")                                           \
+    X(ipv6_swapped, "IPv6 prefix, last byte first", "the first eight bytes of the prefix")                  \
+    X(address, "address record",                                                                            \
+      "WIRE_FAMILY_SIZE bytes family (WIRE_FAMILY_IPV4 IPv4, else IPv6), WIRE_ADDRESS_SIZE bytes address; " \
+      "IPv4 in network order in the first four")                                                            \
+    X(prefix, "prefix record",                                                                              \
+      "WIRE_PREFIX_SIZE bytes of an IPv6 prefix, WIRE_PREFIX_RESERVED_SIZE reserved bytes, "                \
+      "WIRE_PREFIX_LENGTH_SIZE byte prefix length in bits")
+
+#define WIRE_KIND(kind, name, bytes) kind,
+enum class wire_kind_t : uint8_t { WIRE_KINDS(WIRE_KIND) };
+#undef WIRE_KIND
+
+/** What a value of a field is called. */
+struct wire_value_name_t {
+    uint32_t value;
+    const char *name;
+};
+constexpr wire_value_name_t wire_operation_names[] = {
+    {FWX_NAT64_OP_ADD, "add"}, {FWX_NAT64_OP_MOD, "modify"}, {FWX_NAT64_OP_DEL, "delete"}};
+constexpr wire_value_name_t wire_mapping_kind_names[] = {{FWX_NAT64_MAPPING_UNKNOWN, "unknown"},
+                                                         {FWX_NAT64_MAPPING_STATIC, "static"},
+                                                         {FWX_NAT64_MAPPING_DYNAMIC, "dynamic"}};
+constexpr wire_value_name_t wire_debug_selector_names[] = {{FWX_NAT64_UNSOL_DEBUG_INFO, "info"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_TRACE, "trace"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_WARNING, "warning"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_ERROR, "error"},
+                                                           {FWX_NAT64_UNSOL_DEBUG_ALL, "all four"}};
+
+#endif
