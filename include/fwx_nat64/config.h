@@ -20,6 +20,8 @@
 
 #include <stdint.h>
 
+#include "fwx_nat64/layout.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -42,41 +44,88 @@ extern "C" {
 #define FWX_NAT64_LOGGING_TYPE 1u      /**< the only type of logging */
 #define FWX_NAT64_LOGGING_MODE 1u      /**< the only mode of logging */
 
+/* Op codes: which configuration command a message carries. 10, 18 and 30 are none. */
+#define FWX_NAT64_CFG_INTF_SET 1u           /**< interface */
+#define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u    /**< NVI interface */
+#define FWX_NAT64_CFG_GLB_PREFIX 3u         /**< global prefix of kind 1, 3 or 4 */
+#define FWX_NAT64_CFG_POOL_ADD 4u           /**< pool, also modified */
+#define FWX_NAT64_CFG_POOL_DEL 5u           /**< pool */
+#define FWX_NAT64_CFG_POOL_RANGE_ADD 6u     /**< pool range */
+#define FWX_NAT64_CFG_POOL_RANGE_DEL 7u     /**< pool range */
+#define FWX_NAT64_CFG_SMAPPING_ADD 8u       /**< static mapping */
+#define FWX_NAT64_CFG_SMAPPING_DEL 9u       /**< static mapping */
+#define FWX_NAT64_CFG_DMAPPING_ADD 11u      /**< dynamic mapping */
+#define FWX_NAT64_CFG_DMAPPING_DEL 12u      /**< dynamic mapping */
+#define FWX_NAT64_CFG_DMAPPING_MOD 13u      /**< dynamic mapping */
+#define FWX_NAT64_CFG_TIMEOUT_SET 14u       /**< timeout */
+#define FWX_NAT64_CFG_LIMIT_SET 15u         /**< limit, added or modified */
+#define FWX_NAT64_CFG_LIMIT_DEL 16u         /**< limit */
+#define FWX_NAT64_CFG_IPALIAS_UPLOAD 17u    /**< upload of the IP aliases */
+#define FWX_NAT64_CFG_SESSION_CLEAR 19u     /**< sessions */
+#define FWX_NAT64_CFG_SERVICE_SET 20u       /**< service, added or deleted */
+#define FWX_NAT64_CFG_END_BATCH 21u         /**< end of a classifier batch */
+#define FWX_NAT64_CFG_CLASSIFIER_UPDATE 22u /**< classifier update */
+#define FWX_NAT64_CFG_LOGGING_ADD 23u       /**< logging destination */
+#define FWX_NAT64_CFG_LOGGING_MOD 24u       /**< logging destination */
+#define FWX_NAT64_CFG_LOGGING_DEL 25u       /**< logging destination */
+#define FWX_NAT64_CFG_ADJ_SET 26u           /**< adjacency */
+#define FWX_NAT64_CFG_GLB_PREFIX_KIND2 27u  /**< global prefix of kind 2 */
+#define FWX_NAT64_CFG_GLOBAL_SETTINGS 28u   /**< global settings */
+#define FWX_NAT64_CFG_REPLICATION_SET 29u   /**< replication */
+#define FWX_NAT64_CFG_REPLICATION_UNSET 31u /**< replication, taken back */
+
 /** An address. IPv4: a host-order 32-bit word in the first four bytes of `addr`, the others passed on as they are;
  * IPv6: its sixteen bytes in order. */
 typedef struct {
     uint32_t family;  /**< FWX_NAT64_FAMILY_IPV4, anything else IPv6 */
     uint8_t addr[16]; /**< as `family` says */
 } fwx_nat64_addr_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_addr_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_addr_t, family, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_addr_t, addr, 4);
 
 /** Settings of the whole service; the server reads them, the library does not. */
 typedef struct {
     uint8_t opaque[16]; /**< the server's */
 } fwx_nat64_global_settings_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_global_settings_t, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_global_settings_t, opaque, 0);
 
 /** An adjacency. */
 typedef struct {
     uint32_t type;            /**< 1 to FWX_NAT64_ADJ_TYPE_MAX; what each is, is the server's */
     fwx_nat64_addr_t address; /**< of the neighbour, any */
 } fwx_nat64_adj_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_adj_t, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_adj_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_adj_t, address, 4);
 
 /** A limit. */
 typedef struct {
     uint32_t type;  /**< FWX_NAT64_LIMIT_TYPE */
     uint32_t value; /**< most that is allowed; of what is the server's */
 } fwx_nat64_limit_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_limit_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_limit_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_limit_t, value, 4);
 
 /** A service. */
 typedef struct {
     uint32_t type;  /**< FWX_NAT64_SERVICE_TYPE */
     uint32_t value; /**< the server's */
 } fwx_nat64_service_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_service_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_service_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_service_t, value, 4);
 
 /** A timeout. */
 typedef struct {
     uint32_t type;  /**< 1 to FWX_NAT64_TIMEOUT_TYPE_MAX; what each is, is the server's */
     uint32_t value; /**< the time; its unit and range are the server's */
 } fwx_nat64_timeout_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_timeout_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, value, 4);
 
 /** The replication. */
 typedef struct {
@@ -84,6 +133,10 @@ typedef struct {
     uint32_t set;    /**< 0 takes the replication back, anything else sets it */
     uint32_t value2; /**< the server's */
 } fwx_nat64_replication_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_replication_t, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, value, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, set, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, value2, 8);
 
 /** Which sessions to clear. */
 typedef struct {
@@ -92,6 +145,11 @@ typedef struct {
     fwx_nat64_addr_t dst; /**< destination address, likewise */
     uint8_t opaque[60];   /**< the server's */
 } fwx_nat64_session_filter_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_session_filter_t, 104);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, value, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, src, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, dst, 24);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, opaque, 44);
 
 /** An IPv6 prefix of which twelve bytes are given. */
 typedef struct {
@@ -100,6 +158,10 @@ typedef struct {
     uint8_t prefix_len;  /**< bits; which lengths can be is the server's */
     uint32_t kind;       /**< global prefixes: 1 to FWX_NAT64_PREFIX_KIND_MAX; with interfaces the server's */
 } fwx_nat64_prefix_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_prefix_t, 20);
+FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix_len, 15);
+FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, kind, 16);
 
 /** What an interface translates with. A prefix and the MTU are sent only with their valid flag set, else zeros in their
  * place; the flags are sent as given. */
@@ -115,6 +177,11 @@ typedef struct {
     uint32_t mtu_valid;                   /**< non-zero: `mtu` is given */
     uint16_t mtu;                         /**< bytes; its range is the server's */
 } fwx_nat64_intf_info_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_intf_info_t, 88);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sless_prefix, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sful_prefix, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sless_prefix_v6v4, 60);
+FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, mtu, 84);
 
 /** A static mapping; a delete reads `id` alone. */
 typedef struct {
@@ -125,6 +192,10 @@ typedef struct {
     fwx_nat64_addr_t addr2; /**< second address */
     uint8_t opaque64[20];   /**< the server's */
 } fwx_nat64_smapping_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_smapping_t, 84);
+FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr1, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr2, 44);
 
 /** A dynamic mapping; a delete checks `id` and `type` and sends `id` alone. */
 typedef struct {
@@ -135,6 +206,11 @@ typedef struct {
     uint32_t ext_arg;    /**< the server's; sent a second time by an add alone */
     uint8_t opaque44[8]; /**< the server's */
 } fwx_nat64_dmapping_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_t, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, type, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, ext, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, ext_arg, 40);
 
 /** An address pool; a delete reads `id` alone. */
 typedef struct {
@@ -145,6 +221,9 @@ typedef struct {
     fwx_nat64_addr_t end_addr;   /**< last address, likewise */
     uint32_t hsl_id;             /**< the server's */
 } fwx_nat64_pool_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_t, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_t, start_addr, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_t, hsl_id, 52);
 
 /** A range of addresses that is added to a pool, or deleted from it. */
 typedef struct {
@@ -152,6 +231,10 @@ typedef struct {
     fwx_nat64_addr_t start_addr; /**< first address, any */
     fwx_nat64_addr_t end_addr;   /**< last address, any */
 } fwx_nat64_pool_range_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_range_t, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, start_addr, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, end_addr, 24);
 
 /** A destination of translation logs. */
 typedef struct {
@@ -162,6 +245,9 @@ typedef struct {
     uint16_t dest_port;    /**< not 0, host order, also in the message */
     uint16_t param2;       /**< the server's */
 } fwx_nat64_logging_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_t, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, dest, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, param2, 34);
 
 /** Sets the global settings. FWX_NAT64_ERR_INVALID for null. */
 uint32_t fwx_nat64_global_settings_set_a(const fwx_nat64_global_settings_t *settings, void *pal_ctx);

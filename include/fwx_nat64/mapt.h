@@ -33,6 +33,8 @@
 
 #include <stdint.h>
 
+#include "fwx_nat64/layout.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -51,12 +53,18 @@ typedef struct {
     uint8_t v4_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX */
     uint16_t rule_params[4]; /**< the server's */
 } fwx_nat64_mapt_bmr_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_bmr_t, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v6_prefix, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v4_prefix, 17);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, rule_params, 22);
 
 /** A default mapping rule; only the identifier is looked at. */
 typedef struct {
     uint32_t id;        /**< of the rule, not 0 */
     uint8_t opaque[24]; /**< the server's */
 } fwx_nat64_mapt_dmr_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_dmr_t, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_mapt_dmr_t, id, 0);
 
 /** A rule in the table. */
 typedef struct {
@@ -70,6 +78,8 @@ typedef struct {
     uint32_t mapt_bmr;    /**< big-endian index of the rule */
     uint8_t reserved8[8]; /**< reserved, 0 */
 } fwx_mapt_app_leaf_t;
+FWX_NAT64_WIRE_SIZE(fwx_mapt_app_leaf_t, 16);
+FWX_NAT64_WIRE_AT(fwx_mapt_app_leaf_t, mapt_bmr, 4);
 
 /**
  * Prepares the rule table for use; bind calls it. May be called again; touches no rule.

@@ -15,6 +15,7 @@
 #include <stdint.h>
 
 #include "fwx_nat64/config.h"
+#include "fwx_nat64/layout.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -51,6 +52,10 @@ typedef struct {
     fwx_nat64_addr_t dst; /**< always sent as zeros */
     uint8_t opaque60[28]; /**< the server's */
 } fwx_nat64_sess_walk_filter_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_filter_t, 88);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, opaque0, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, src, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, dst, 40);
 
 /** Queries the system statistics; answered through `sys_stats_cb`. `sel` is the server's. */
 uint32_t fwx_nat64_stats_sys_query_a(uint32_t sel, void *pal_ctx);

@@ -14,6 +14,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "fwx_nat64/layout.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -51,6 +53,11 @@ typedef struct {
     uint32_t epoch;        /**< the binding's; the server echoes it in its reply */
     uint8_t reserved28[4]; /**< reserved */
 } fwx_nat64_msg_hdr_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_msg_hdr_t, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, domain, 2);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, clnt_ctx, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, epoch, 24);
 
 /** Header of a synchronous message in either direction: the first 16 bytes of the asynchronous one. */
 typedef struct {
@@ -58,6 +65,9 @@ typedef struct {
     uint16_t domain;       /**< FWX_NAT64_MSG_DOMAIN */
     uint8_t reserved4[12]; /**< reserved */
 } fwx_nat64_sync_hdr_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_hdr_t, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_hdr_t, type, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_sync_hdr_t, domain, 2);
 
 /** What a command's callback gets. */
 typedef struct {

@@ -1,5 +1,6 @@
 /** @file
- * Wire layouts: op codes and every message between the library and the server, in both directions.
+ * Wire layouts: every message between the library and the server, in both directions. Op codes, and the records that
+ * travel as they are but for the byte order of IPv4 addresses, stand with the commands in fwx_nat64/config.h.
  *
  * Both sides must agree on every size and offset here; the asserts under each struct hold them. Byte order is the
  * host's (little-endian), save fields whose comment says network order, and address records: wherever one travels, in
@@ -13,11 +14,11 @@
 #ifndef FWX_NAT64_WIRE_H
 #define FWX_NAT64_WIRE_H
 
-#include <assert.h>
 #include <stddef.h>
 #include <stdint.h>
 
 #include "fwx_nat64/config.h"
+#include "fwx_nat64/layout.h"
 #include "fwx_nat64/mapt.h"
 #include "fwx_nat64/query.h"
 #include "fwx_nat64/transport.h"
@@ -26,142 +27,7 @@
 extern "C" {
 #endif
 
-/** Holds a struct to its size on the wire. */
-#define FWX_NAT64_WIRE_SIZE(type, size) \
-    static_assert(sizeof(type) == (size), #type " must be " #size " bytes on the wire")
-/** Holds a field to its offset on the wire. */
-#define FWX_NAT64_WIRE_AT(type, field, offset) \
-    static_assert(offsetof(type, field) == (offset), #type "." #field " must be at offset " #offset " on the wire")
-
-/* --- Headers, and records that travel as they are but for the byte order of IPv4 addresses. --- */
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_msg_hdr_t, 32);
-FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, type, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, domain, 2);
-FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, clnt_ctx, 16);
-FWX_NAT64_WIRE_AT(fwx_nat64_msg_hdr_t, epoch, 24);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_hdr_t, 16);
-FWX_NAT64_WIRE_AT(fwx_nat64_sync_hdr_t, type, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_sync_hdr_t, domain, 2);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_addr_t, 20);
-FWX_NAT64_WIRE_AT(fwx_nat64_addr_t, family, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_addr_t, addr, 4);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_global_settings_t, 16);
-FWX_NAT64_WIRE_AT(fwx_nat64_global_settings_t, opaque, 0);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_adj_t, 24);
-FWX_NAT64_WIRE_AT(fwx_nat64_adj_t, type, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_adj_t, address, 4);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_limit_t, 8);
-FWX_NAT64_WIRE_AT(fwx_nat64_limit_t, type, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_limit_t, value, 4);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_service_t, 8);
-FWX_NAT64_WIRE_AT(fwx_nat64_service_t, type, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_service_t, value, 4);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_timeout_t, 8);
-FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, type, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, value, 4);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_replication_t, 12);
-FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, value, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, set, 4);
-FWX_NAT64_WIRE_AT(fwx_nat64_replication_t, value2, 8);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_session_filter_t, 104);
-FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, value, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, src, 4);
-FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, dst, 24);
-FWX_NAT64_WIRE_AT(fwx_nat64_session_filter_t, opaque, 44);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_prefix_t, 20);
-FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix_len, 15);
-FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, kind, 16);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_smapping_t, 84);
-FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, id, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr1, 8);
-FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr2, 44);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_dmapping_t, 52);
-FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, id, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, type, 12);
-FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, ext, 16);
-FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_t, ext_arg, 40);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_range_t, 44);
-FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, id, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, start_addr, 4);
-FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, end_addr, 24);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_dmr_t, 28);
-FWX_NAT64_WIRE_AT(fwx_nat64_mapt_dmr_t, id, 0);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_filter_t, 88);
-FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, opaque0, 0);
-FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, src, 16);
-FWX_NAT64_WIRE_AT(fwx_nat64_sess_walk_filter_t, dst, 40);
-
-FWX_NAT64_WIRE_SIZE(fwx_mapt_app_leaf_t, 16);
-FWX_NAT64_WIRE_AT(fwx_mapt_app_leaf_t, mapt_bmr, 4);
-
-/* --- Records that the PAL hands over and that travel in another shape. --- */
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_intf_info_t, 88);
-FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sless_prefix, 12);
-FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sful_prefix, 36);
-FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, sless_prefix_v6v4, 60);
-FWX_NAT64_WIRE_AT(fwx_nat64_intf_info_t, mtu, 84);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_pool_t, 56);
-FWX_NAT64_WIRE_AT(fwx_nat64_pool_t, start_addr, 12);
-FWX_NAT64_WIRE_AT(fwx_nat64_pool_t, hsl_id, 52);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_t, 36);
-FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, dest, 12);
-FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, param2, 34);
-
-FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_bmr_t, 32);
-FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v6_prefix, 8);
-FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v4_prefix, 17);
-FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, rule_params, 22);
-
-/* --- Configuration envelope and op codes. --- */
-
-#define FWX_NAT64_CFG_INTF_SET 1u           /**< interface */
-#define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u    /**< NVI interface */
-#define FWX_NAT64_CFG_GLB_PREFIX 3u         /**< global prefix of kind 1, 3 or 4 */
-#define FWX_NAT64_CFG_POOL_ADD 4u           /**< pool, also modified */
-#define FWX_NAT64_CFG_POOL_DEL 5u           /**< pool */
-#define FWX_NAT64_CFG_POOL_RANGE_ADD 6u     /**< pool range */
-#define FWX_NAT64_CFG_POOL_RANGE_DEL 7u     /**< pool range */
-#define FWX_NAT64_CFG_SMAPPING_ADD 8u       /**< static mapping */
-#define FWX_NAT64_CFG_SMAPPING_DEL 9u       /**< static mapping */
-#define FWX_NAT64_CFG_DMAPPING_ADD 11u      /**< dynamic mapping */
-#define FWX_NAT64_CFG_DMAPPING_DEL 12u      /**< dynamic mapping */
-#define FWX_NAT64_CFG_DMAPPING_MOD 13u      /**< dynamic mapping */
-#define FWX_NAT64_CFG_TIMEOUT_SET 14u       /**< timeout */
-#define FWX_NAT64_CFG_LIMIT_SET 15u         /**< limit, added or modified */
-#define FWX_NAT64_CFG_LIMIT_DEL 16u         /**< limit */
-#define FWX_NAT64_CFG_IPALIAS_UPLOAD 17u    /**< upload of the IP aliases */
-#define FWX_NAT64_CFG_SESSION_CLEAR 19u     /**< sessions */
-#define FWX_NAT64_CFG_SERVICE_SET 20u       /**< service, added or deleted */
-#define FWX_NAT64_CFG_END_BATCH 21u         /**< end of a classifier batch */
-#define FWX_NAT64_CFG_CLASSIFIER_UPDATE 22u /**< classifier update */
-#define FWX_NAT64_CFG_LOGGING_ADD 23u       /**< logging destination */
-#define FWX_NAT64_CFG_LOGGING_MOD 24u       /**< logging destination */
-#define FWX_NAT64_CFG_LOGGING_DEL 25u       /**< logging destination */
-#define FWX_NAT64_CFG_ADJ_SET 26u           /**< adjacency */
-#define FWX_NAT64_CFG_GLB_PREFIX_KIND2 27u  /**< global prefix of kind 2 */
-#define FWX_NAT64_CFG_GLOBAL_SETTINGS 28u   /**< global settings */
-#define FWX_NAT64_CFG_REPLICATION_SET 29u   /**< replication */
-#define FWX_NAT64_CFG_REPLICATION_UNSET 31u /**< replication, taken back */
+/* --- The envelope of configuration commands. --- */
 
 /** Configuration command; its whole length is sizeof(fwx_nat64_cfg_msg_t) + payload length. */
 typedef struct {
