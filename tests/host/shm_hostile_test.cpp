@@ -7,7 +7,8 @@
 #include <random>
 
 #include "fwx_nat64/fwx_nat64.h"
-#include "host/shm_connection.h"
+#include "host/messaging/shm/segment.h"
+#include "host/messaging/shm/socket.h"
 #include "shm_fixture.h"
 
 namespace {
@@ -132,10 +133,10 @@ private:
 
     void scribble() {
         auto *segment = segment_.get();
-        std::atomic<uint32_t> *const words[] = {&segment->to_client.written, &segment->to_client.read,
-                                                &segment->to_server.written, &segment->to_server.read,
-                                                &segment->answers.written,   &segment->answers.read,
-                                                &segment->client.sleeps,     &segment->client.wants_room};
+        std::atomic<uint32_t> *const words[] = {&segment->to_client.written,    &segment->to_client.read,
+                                                &segment->to_server.written,    &segment->to_server.read,
+                                                &segment->answers.written,      &segment->answers.read,
+                                                &segment->client_bell.is_armed, &segment->client_bell.wants_room};
         const uint32_t choice = below(std::size(words) + 2);
         if (choice < std::size(words)) {
             words[choice]->store(near(words[choice]->load()));

@@ -1,5 +1,5 @@
 /* Finding a server: names, stale sockets, the directory, and whose processes they are. */
-#include "host/shm_socket.h"
+#include "host/messaging/shm/socket.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
