@@ -7,7 +7,8 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
-#include "shm_fixture.h"
+#include "host_fixture.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
 /* Messages as bytes: tests build and read them by offset, never through the library's structs. */
-#ifndef TESTS_LIBRARY_BYTES_H
-#define TESTS_LIBRARY_BYTES_H
+#ifndef TESTS_SUPPORT_BYTES_H
+#define TESTS_SUPPORT_BYTES_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
