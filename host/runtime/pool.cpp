@@ -1,10 +1,12 @@
 /*
- * Pools of fixed-size elements. Elements are carved from zeroed slabs; each follows a header of its own, which holds
- * the pool while the element is out and the free list while it is not. The bytes of a freed element are left alone: the
- * list links at its front still tell that it is on no list.
+ * Pools of fixed-size elements. Elements are carved from zeroed slabs, which a pool finds by address; each follows a
+ * header of its own, which tells whether it is out, and holds the pool while it is and the free list while it is not.
+ * The bytes of a freed element are left alone: the list links at its front still tell that it is on no list.
  */
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <map>
 #include <new>
@@ -31,10 +33,6 @@ struct alignas(alignment) element_header_t {
 };
 static_assert(sizeof(element_header_t) == 16);
 
-struct alignas(alignment) slab_t {
-    slab_t *next;
-};
-
 using caps_t = std::map<std::string, uint64_t>;
 
 caps_t &caps = *new caps_t; /* never destroyed: pools may outlive static destructors */
@@ -52,8 +50,11 @@ struct fwx_chunk {
     const uint64_t *cap;
     size_t stride; /* of an element with its header */
     uint32_t slab_elements;
-    uint32_t uncarved; /* elements of the newest slab that were never handed out */
-    slab_t *slabs;     /* the newest first */
+    uint32_t uncarved;     /* elements of the newest slab that were never handed out */
+    unsigned char *newest; /* slab */
+    unsigned char **slabs; /* in the order of their addresses */
+    uint32_t slab_count;
+    uint32_t slab_room; /* in `slabs` */
     element_header_t *free_list;
     uint64_t out;
     bool is_plain; /* made by chunk_create */
@@ -78,21 +79,37 @@ fwx_chunk_t *pool_create(const char *name, size_t element_size, uint32_t count, 
 void pool_destroy(fwx_chunk_t *pool, bool is_plain) {
     if (pool == nullptr) return;
     if (pool->is_plain != is_plain) host_errors.bad_frees += 1;
-    while (pool->slabs != nullptr) {
-        slab_t *slab = pool->slabs;
-        pool->slabs = slab->next;
-        free(slab);
-    }
+    std::for_each_n(pool->slabs, pool->slab_count, free);
+    free(pool->slabs);
     host_live.pool_elements -= pool->out;
     host_live.pools -= 1;
     delete pool;
 }
 
+/** Where the first slab behind `address` stands, or would stand. */
+unsigned char **slab_behind(const fwx_chunk_t *pool, const void *address) {
+    return std::upper_bound(pool->slabs, pool->slabs + pool->slab_count, address, std::less<const void *>());
+}
+
+bool make_room_for_slab(fwx_chunk_t *pool) {
+    if (pool->slab_count < pool->slab_room) return true;
+    const uint32_t room = std::max(8U, pool->slab_room * 2);
+    auto **grown = static_cast<unsigned char **>(realloc(pool->slabs, room * sizeof(*pool->slabs)));
+    if (grown == nullptr) return false;
+    pool->slabs = grown;
+    pool->slab_room = room;
+    return true;
+}
+
 bool grow(fwx_chunk_t *pool) {
-    auto *slab = static_cast<slab_t *>(calloc(1, sizeof(slab_t) + pool->stride * pool->slab_elements));
+    if (!make_room_for_slab(pool)) return false;
+    auto *slab = static_cast<unsigned char *>(calloc(pool->slab_elements, pool->stride));
     if (slab == nullptr) return false;
-    slab->next = pool->slabs;
-    pool->slabs = slab;
+    unsigned char **place = slab_behind(pool, slab);
+    std::copy_backward(place, pool->slabs + pool->slab_count, pool->slabs + pool->slab_count + 1);
+    *place = slab;
+    pool->slab_count += 1;
+    pool->newest = slab;
     pool->uncarved = pool->slab_elements;
     return true;
 }
@@ -106,8 +123,7 @@ element_header_t *take(fwx_chunk_t *pool) {
     if (pool->uncarved == 0 && !grow(pool)) return nullptr;
     const size_t index = pool->slab_elements - pool->uncarved;
     pool->uncarved -= 1;
-    auto *first = reinterpret_cast<unsigned char *>(pool->slabs + 1);
-    return reinterpret_cast<element_header_t *>(first + index * pool->stride);
+    return reinterpret_cast<element_header_t *>(pool->newest + index * pool->stride);
 }
 
 }  // namespace
@@ -147,6 +163,18 @@ void chunk_free(fwx_chunk_t *pool, void *element) {
     pool->free_list = header;
     pool->out -= 1;
     host_live.pool_elements -= 1;
+}
+
+/* A header is read only where the address is that of an element of a slab of this pool. */
+uint32_t fwx_chunk_owns(fwx_chunk_t *pool, const void *element) {
+    if (pool == nullptr) return 0;
+    unsigned char *const *behind = slab_behind(pool, element);
+    if (behind == pool->slabs) return 0;
+    const unsigned char *slab = behind[-1];
+    const size_t offset = reinterpret_cast<uintptr_t>(element) - reinterpret_cast<uintptr_t>(slab);
+    if (offset >= pool->stride * pool->slab_elements || offset % pool->stride != sizeof(element_header_t)) return 0;
+    const auto *header = reinterpret_cast<const element_header_t *>(slab + offset) - 1;
+    return header->state == element_state_t::OUT ? 1 : 0;
 }
 
 void chunk_destroy(fwx_chunk_t *pool) {
