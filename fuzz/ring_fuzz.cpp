@@ -2,7 +2,7 @@
  * The shared-memory ring: what is written is read, in order, as long as both ends are honest; once anything has been
  * written over the shared memory, both ends stay within it and a broken end stays broken.
  */
-#include "host/shm_ring.h"
+#include "host/messaging/shm/ring.h"
 
 #include <cstring>
 #include <deque>

@@ -88,10 +88,8 @@ fwx_chunk_t *fwx_chunk_create(const char *name, size_t element_size, uint32_t co
 void *chunk_malloc(fwx_chunk_t *pool);
 /** Gives an element back to the pool it came from. Its bytes stay readable and as they are until it is taken again. */
 void chunk_free(fwx_chunk_t *pool, void *element);
-/**
- * 1 when `element` was taken from this pool and not given back, else 0; the element is not read. A platform may lack
- * this function: its address is then null.
- */
+/** 1 when `element` is an element that was taken from this pool and not given back, else 0. Any address may be asked
+ * about: nothing is read there. A platform may lack this function, its address is then null. */
 uint32_t fwx_chunk_owns(fwx_chunk_t *pool, const void *element) __attribute__((weak));
 /** Destroys a pool of chunk_create. */
 void chunk_destroy(fwx_chunk_t *pool);

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "host/tap.h"
+#include "host/messaging/capture.h"
 #include "tests/tools/natctl_fixture.h"
 #include "wire/messages.h"
 

@@ -11,13 +11,14 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "tests/drill/ledger.h"
+#include "tests/support/platform_watch.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 
@@ -47,7 +48,6 @@ void check(bool is_true, const char *what) {
 class victim_t {
 public:
     explicit victim_t(const char *program) : program_(program) {
-        setenv("XDG_RUNTIME_DIR", mkdtemp(directory_), 1);
         sigevent event{};
         event.sigev_notify = SIGEV_SIGNAL;
         event.sigev_signo = SIGUSR1;
@@ -59,7 +59,6 @@ public:
     ~victim_t() {
         timer_delete(timer_);
         fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
-        std::filesystem::remove_all(directory_);
     }
     victim_t(const victim_t &) = delete;
     victim_t &operator=(const victim_t &) = delete;
@@ -101,7 +100,7 @@ public:
 private:
     const char *program_;
     char name_[8] = "drilled";
-    char directory_[24] = "/tmp/kill_drill.XXXXXX";
+    runtime_directory_t directory_;
     timer_t timer_{};
 };
 
@@ -167,18 +166,6 @@ void settle(fwx_host_loop_t *loop, uint64_t lost) {
     }
 }
 
-void check_nothing_is_live() {
-    fwx_host_live_t live{};
-    fwx_host_live_get(&live);
-    check(live.memory_blocks == 0 && live.memory_bytes == 0, "no memory is live");
-    check(live.lists == 0 && live.hash_tables == 0 && live.pools == 0 && live.pool_elements == 0, "no pool is live");
-    check(live.tx_buffers == 0 && live.channels == 0, "no buffer or channel is live");
-    fwx_host_errors_t errors{};
-    fwx_host_errors_get(&errors);
-    check(errors.bad_frees == 0 && errors.dropped_malformed == 0 && errors.dropped_no_buffer == 0,
-          "nothing was freed twice or dropped");
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -188,6 +175,7 @@ int main(int argc, char **argv) {
     }
     const unsigned long kills = strtoul(argv[2], nullptr, 10);
     std::mt19937 random(argc > 3 ? static_cast<uint32_t>(strtoul(argv[3], nullptr, 10)) : std::random_device{}());
+    const platform_watch_t watch;
     victim_t victim(argv[1]);
     fwx_host_loop_t *loop = fwx_host_loop_create();
     fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, victim.name());
@@ -219,7 +207,8 @@ int main(int argc, char **argv) {
     check(ledger.sent == ledger.answered + ledger.failed + ledger.refused + outstanding, "the books balance");
     victim.end();
     fwx_host_loop_destroy(loop);
-    check_nothing_is_live();
+    check(watch.left().empty(), "nothing is live");
+    check(watch.faults().empty(), "nothing was freed twice or dropped");
     faults += ledger.faults;
     printf(
         "%lu kills: %llu commands: %llu answered, %llu failed untaken, %llu refused, %llu outstanding; %llu faults\n",

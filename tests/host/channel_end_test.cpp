@@ -5,6 +5,9 @@ namespace {
 
 using channel_end_t = channel_fixture_t;
 
+class channel_end_over_t : public any_link_t {};
+INSTANTIATE_TEST_SUITE_P(links, channel_end_over_t, both_links, link_name);
+
 TEST_F(channel_end_t, a_channel_opens_to_a_registered_name_only) {
     smc_chan_t chan = 0;
     fwx_host_server_t *second = nullptr;
@@ -26,15 +29,21 @@ TEST_F(channel_end_t, the_server_learns_of_the_channel_before_its_messages_and_o
     chan_ = first;
 }
 
-TEST_F(channel_end_t, a_channel_closed_before_the_loop_ran_is_never_announced_and_its_completions_wait_for_the_loop) {
+TEST_P(channel_end_over_t,
+       a_channel_closed_before_the_loop_ran_hands_over_nothing_and_its_completions_wait_for_the_loop) {
     smc_chan_t first = chan_;
-    open(loop_);
+    open();
     ASSERT_EQ(send("a"), 0u);
     ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
     EXPECT_TRUE(log_.empty());
     EXPECT_EQ(live().tx_buffers, 1u);
     run();
-    EXPECT_EQ(log_, (log_lines_t{"done a 5005"}));
+    EXPECT_EQ(count("done a 5005"), 1);
+    EXPECT_EQ(count("took a"), 0);
+    EXPECT_EQ(count("connected"), count("disconnected"));
+    if (!is_shared()) {
+        EXPECT_EQ(count("connected"), 0) << "it is never announced";
+    }
     chan_ = first;
 }
 
@@ -105,13 +114,13 @@ TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
         run();
         EXPECT_EQ(log_, tried.log) << tried.what;
         *tried.callback = nullptr;
-        open(loop_);
+        open();
         run();
         log_.clear();
     }
 }
 
-TEST_F(channel_end_t, a_channel_can_be_closed_from_its_buffer_callback) {
+TEST_P(channel_end_over_t, a_channel_can_be_closed_from_its_buffer_callback) {
     const auto close_instead = [](smc_chan_t chan, void *, size_t) { return smc_msg_chan_close(&chan) + 1; };
     ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, 4, close_instead), 0u);
     ASSERT_EQ(reply("1"), 0u);
@@ -120,22 +129,30 @@ TEST_F(channel_end_t, a_channel_can_be_closed_from_its_buffer_callback) {
     EXPECT_EQ(errors().dropped_no_buffer, 0u);
 }
 
-TEST_F(channel_end_t, a_drop_delivers_what_was_sent_fails_what_was_not_taken_and_then_reports_the_error) {
-    during_take_ = [this] {
-        reply("last");
-        fwx_host_peer_drop(peer_);
-        EXPECT_EQ(reply("late"), FWX_HOST_ERR_CHANNEL_DOWN);
-    };
-    during_done_ = [this] { EXPECT_EQ(send("c"), FWX_HOST_ERR_CHANNEL_DOWN); };
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(send("b"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "got last", "done b 5003", "error"}));
-    EXPECT_EQ(live().channels, 0u);
-    EXPECT_EQ(smc_msg_chan_close(&chan_), FWX_HOST_ERR_BAD_CHANNEL);
+TEST_P(channel_end_over_t,
+       a_drop_or_the_servers_end_delivers_what_was_sent_fails_what_was_not_taken_and_then_is_an_error) {
+    for (const bool ends : {false, true}) {
+        during_take_ = [&] {
+            ASSERT_EQ(reply("1"), 0u);
+            ASSERT_EQ(reply("2"), 0u);
+            if (ends) return end_server();
+            fwx_host_peer_drop(peer_);
+            EXPECT_EQ(reply("late"), FWX_HOST_ERR_CHANNEL_DOWN);
+        };
+        during_done_ = [this] { EXPECT_EQ(send("c"), FWX_HOST_ERR_CHANNEL_DOWN); };
+        ASSERT_EQ(send("a"), 0u);
+        ASSERT_EQ(send("b"), 0u);
+        run();
+        EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "got 1", "got 2", "done b 5003", "error"}));
+        EXPECT_EQ(smc_msg_chan_close(&chan_), FWX_HOST_ERR_BAD_CHANNEL);
+        EXPECT_EQ(live().channels, 0u);
+        if (!ends) open();
+        run();
+        log_.clear();
+    }
 }
 
-TEST_F(channel_end_t, the_error_handler_may_close_the_channel_and_open_another) {
+TEST_P(channel_end_over_t, the_error_handler_may_close_the_channel_and_open_another) {
     during_error_ = [this] {
         EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
         EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan_), 0u);
@@ -153,20 +170,13 @@ TEST_F(channel_end_t, a_peer_dropped_or_a_server_ended_while_it_is_asked_gives_n
     EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
     run();
     EXPECT_EQ(log_, (log_lines_t{"asked q", "error", "disconnected"}));
-    open(loop_);
+    open();
     run();
     log_.clear();
     during_take_ = [this] { end_server(); };
     EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
     run();
     EXPECT_EQ(log_, (log_lines_t{"asked q", "disconnected", "error"}));
-}
-
-TEST_F(channel_end_t, a_server_may_end_itself_while_it_takes) {
-    during_take_ = [this] { end_server(); };
-    ASSERT_EQ(send("a"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "error"}));
 }
 
 TEST_F(channel_end_t, unregistering_disconnects_every_peer_at_once_and_its_clients_see_errors) {
@@ -192,23 +202,23 @@ TEST_F(channel_end_t, destroying_the_loop_ends_channels_silently_and_frees_their
     EXPECT_EQ(live().tx_buffers, 0u);
     EXPECT_EQ(live().channels, 0u);
     EXPECT_EQ(smc_msg_chan_close(&gone), FWX_HOST_ERR_BAD_CHANNEL);
-    loop_ = fwx_host_loop_create();
+    client_loop_ = loop_ = fwx_host_loop_create();
     EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &gone), FWX_HOST_ERR_NO_SERVER);
     end_server();
     EXPECT_EQ(log_, (log_lines_t{"disconnected"}));
 }
 
 TEST_F(channel_end_t, client_and_server_may_run_on_loops_of_their_own) {
-    fwx_host_loop_t *client_loop = fwx_host_loop_create();
+    fwx_host_loop_t *other = fwx_host_loop_create();
     smc_chan_t first = chan_;
-    ASSERT_EQ(smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(client_loop), 0, on_error, &chan_), 0u);
+    ASSERT_EQ(smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(other), 0, on_error, &chan_), 0u);
     ASSERT_EQ(send("a"), 0u);
-    EXPECT_EQ(fwx_host_loop_run_until_idle(client_loop), 0u);
+    EXPECT_EQ(fwx_host_loop_run_until_idle(other), 0u);
     run();
     EXPECT_EQ(log_, (log_lines_t{"connected", "took a"}));
-    fwx_host_loop_run_until_idle(client_loop);
+    fwx_host_loop_run_until_idle(other);
     EXPECT_EQ(log_, (log_lines_t{"connected", "took a", "done a 0"}));
-    fwx_host_loop_destroy(client_loop);
+    fwx_host_loop_destroy(other);
     run();
     EXPECT_EQ(log_.back(), "disconnected");
     chan_ = first;

@@ -1,20 +1,31 @@
-/* One loop, one server and one channel to it; everything that any of them sees is written to one log. */
+/* One server and one channel to it, over either link; everything that any of them sees is written to one log. */
 #ifndef TESTS_HOST_CHANNEL_FIXTURE_H
 #define TESTS_HOST_CHANNEL_FIXTURE_H
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host_fixture.h"
 #include "platform/smc.h"
+#include "tests/support/runtime_directory.h"
 
 using log_lines_t = std::vector<std::string>;
 
+/** Between processes the server and the client see each other as two processes do, but both are in this one; each is on
+ * a loop of its own. */
+enum class link_kind_t : uint8_t { within_a_process, between_processes };
+
 class channel_fixture_t : public host_fixture_t {
 protected:
+    explicit channel_fixture_t(link_kind_t kind = link_kind_t::within_a_process) : kind_(kind) {}
+
+    static constexpr char server_name[] = "test-server";
     static constexpr uint16_t type_word = 0xc003;
     static constexpr uint16_t domain = 96;
     static inline channel_fixture_t *self = nullptr;
@@ -22,33 +33,50 @@ protected:
     void SetUp() override {
         host_fixture_t::SetUp();
         self = this;
-        loop_ = fwx_host_loop_create();
+        client_loop_ = loop_ = fwx_host_loop_create();
         ASSERT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &server_), 0u);
-        open(loop_);
+        if (is_shared()) {
+            alarm(120); /* ends a test that hangs */
+            directory_.emplace();
+            client_loop_ = fwx_host_loop_create();
+            ASSERT_EQ(fwx_host_server_listen(server_, server_name), 0u);
+            ASSERT_EQ(fwx_host_connect_set("tested", server_name), 0u);
+        }
+        open();
         run();
         log_.clear();
     }
 
     void TearDown() override {
         during_take_ = during_done_ = during_receive_ = during_error_ = nullptr;
-        fwx_host_server_unregister(server_);
         smc_msg_chan_close(&chan_);
+        end_server();
         run();
+        if (is_shared()) {
+            fwx_host_connect_set("tested", nullptr);
+            fwx_host_loop_destroy(client_loop_);
+            EXPECT_TRUE(directory_->is_clean());
+            alarm(0);
+        }
         fwx_host_loop_destroy(loop_);
         host_fixture_t::TearDown();
     }
 
-    smc_event_t event() const { return reinterpret_cast<smc_event_t>(loop_); }
-    uint32_t run() { return fwx_host_loop_run_until_idle(loop_); }
+    bool is_shared() const { return kind_ == link_kind_t::between_processes; }
+    smc_event_t event() const { return reinterpret_cast<smc_event_t>(client_loop_); }
+    void run_client() const { fwx_host_loop_run_until_idle(client_loop_); }
+    void run_server() const { fwx_host_loop_run_until_idle(loop_); }
+    void run() const {
+        while (fwx_host_loop_run_until_idle(client_loop_) + fwx_host_loop_run_until_idle(loop_) != 0) {
+        }
+    }
 
     std::ptrdiff_t count(const std::string &line) const { return std::count(log_.begin(), log_.end(), line); }
 
-    uint32_t try_open(fwx_host_loop_t *loop) {
-        return smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(loop), 0, on_error, &chan_);
-    }
-    void open(fwx_host_loop_t *loop) {
+    uint32_t try_open() { return smc_msg_chan_open("tested", event(), 0, on_error, &chan_); }
+    void open() {
         const uint16_t key[] = {type_word, domain};
-        ASSERT_EQ(try_open(loop), 0u);
+        ASSERT_EQ(try_open(), 0u);
         ASSERT_EQ(smc_msg_handler_attach(chan_, key, on_message, 0, type_word, domain), 0u);
         ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
     }
@@ -132,7 +160,8 @@ protected:
     }
     static inline const fwx_host_server_ops_t ops = {on_connected, on_disconnected, on_received, on_asked};
 
-    fwx_host_loop_t *loop_ = nullptr;
+    fwx_host_loop_t *loop_ = nullptr; /* the server's */
+    fwx_host_loop_t *client_loop_ = nullptr;
     fwx_host_server_t *server_ = nullptr;
     fwx_host_peer_t *peer_ = nullptr;
     smc_chan_t chan_ = 0;
@@ -140,6 +169,20 @@ protected:
     std::string answer_ = "yes";
     log_lines_t log_;
     std::function<void()> during_take_, during_done_, during_receive_, during_error_;
+
+private:
+    const link_kind_t kind_;
+    std::optional<runtime_directory_t> directory_;
+};
+
+/** What is to be the same over both links; for INSTANTIATE_TEST_SUITE_P with both_links and link_name. */
+class any_link_t : public channel_fixture_t, public testing::WithParamInterface<link_kind_t> {
+protected:
+    any_link_t() : channel_fixture_t(GetParam()) {}
+};
+inline const auto both_links = testing::Values(link_kind_t::within_a_process, link_kind_t::between_processes);
+inline constexpr auto link_name = [](const testing::TestParamInfo<link_kind_t> &info) -> std::string {
+    return info.param == link_kind_t::within_a_process ? "within_a_process" : "between_processes";
 };
 
 #endif

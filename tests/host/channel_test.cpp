@@ -7,6 +7,9 @@ namespace {
 
 using channel_t = channel_fixture_t;
 
+class channel_over_t : public any_link_t {};
+INSTANTIATE_TEST_SUITE_P(links, channel_over_t, both_links, link_name);
+
 TEST_F(channel_t, transmit_buffers_are_zeroed_aligned_and_recycled) {
     for (const size_t size : {1u, 63u, 64u, 65u, 5000u, 4u << 20}) {
         void *msg = nullptr;
@@ -27,7 +30,7 @@ TEST_F(channel_t, transmit_buffers_are_zeroed_aligned_and_recycled) {
     EXPECT_EQ(errors().bad_frees, 0u);
 }
 
-TEST_F(channel_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
+TEST_P(channel_over_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
     void *msg = buffer_with(framed("a"));
     EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 7, on_done), FWX_HOST_ERR_BAD_BUFFER); /* longer than it is */
     EXPECT_EQ(smc_async_msg_sends(chan_, nullptr, msg, 4, on_done), FWX_HOST_ERR_BAD_BUFFER);
@@ -46,18 +49,18 @@ TEST_F(channel_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
     EXPECT_EQ(live().tx_buffers, 0u);
 }
 
-TEST_F(channel_t, the_server_takes_then_completions_come_then_replies) {
+TEST_P(channel_over_t, the_server_takes_then_completions_come_then_replies) {
     during_take_ = [this] { reply("re"); };
     ASSERT_EQ(send("a"), 0u);
     ASSERT_EQ(send("b"), 0u);
     EXPECT_TRUE(log_.empty());
-    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), 0);
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(client_loop_), 0);
     run();
     EXPECT_EQ(log_, (log_lines_t{"took a", "took b", "done a 0", "done b 0", "got re", "got re"}));
-    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1);
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(client_loop_), -1);
 }
 
-TEST_F(channel_t, order_holds_over_many_batches_and_nested_sends) {
+TEST_P(channel_over_t, order_holds_over_many_batches_and_nested_sends) {
     int sent = 300;
     log_lines_t replies;
     during_take_ = [this] { reply(log_.back().substr(5)); };
@@ -79,15 +82,16 @@ TEST_F(channel_t, order_holds_over_many_batches_and_nested_sends) {
     EXPECT_EQ(next, 600);
 }
 
-TEST_F(channel_t, a_message_whose_completion_fails_never_reaches_the_server) {
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(send("b"), 0u);
-    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 0x77);
+TEST_P(channel_over_t, a_message_whose_completion_fails_never_reaches_the_server) {
+    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 2, 0x77);
+    for (const char *text : {"a", "b", "c"}) {
+        ASSERT_EQ(send(text), 0u);
+    }
     run();
-    EXPECT_EQ(log_, (log_lines_t{"took b", "done a 77", "done b 0"}));
+    EXPECT_EQ(log_, (log_lines_t{"took a", "took c", "done a 0", "done b 77", "done c 0"}));
 }
 
-TEST_F(channel_t, flow_control_reports_each_edge_once_and_from_the_loop) {
+TEST_P(channel_over_t, flow_control_reports_each_edge_once_and_from_the_loop) {
     ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 15, 5, on_throttle), 0u);
     fwx_host_server_pause(server_, 1);
     ASSERT_EQ(send("a"), 0u);
@@ -114,7 +118,7 @@ TEST_F(channel_t, both_edges_are_reported_when_the_server_is_faster_than_the_loo
     EXPECT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 6, on_throttle), FWX_HOST_ERR_BAD_ARG);
 }
 
-TEST_F(channel_t, four_times_the_high_mark_is_all_that_it_holds) {
+TEST_P(channel_over_t, four_times_the_high_mark_is_all_that_it_holds) {
     ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 0, nullptr), 0u);
     fwx_host_server_pause(server_, 1);
     for (int i = 0; i < 4; ++i) {
@@ -153,7 +157,7 @@ uint32_t give_buffer(smc_chan_t chan, void *old_buf, size_t size) {
     return rx_case->returned;
 }
 
-TEST_F(channel_t, a_message_longer_than_the_buffer_is_delivered_into_a_new_one_or_dropped_and_counted) {
+TEST_P(channel_over_t, a_message_longer_than_the_buffer_is_delivered_into_a_new_one_or_dropped_and_counted) {
     uint64_t dropped = 0;
     for (const rx_case_t &tried : rx_cases) {
         rx_case = &tried;
@@ -172,7 +176,7 @@ TEST_F(channel_t, a_message_longer_than_the_buffer_is_delivered_into_a_new_one_o
     }
 }
 
-TEST_F(channel_t, messages_that_nobody_handles_and_broken_ones_are_dropped_and_counted) {
+TEST_P(channel_over_t, messages_that_nobody_handles_and_broken_ones_are_dropped_and_counted) {
     ASSERT_EQ(fwx_host_peer_send(peer_, "\x04\xc0\x60\x00 body", 9), 0u);
     ASSERT_EQ(fwx_host_peer_send(peer_, "\x03\xc0\x61\x00 body", 9), 0u);
     ASSERT_EQ(fwx_host_peer_send(peer_, "\x03\xc0\x60", 3), 0u);
@@ -184,7 +188,7 @@ TEST_F(channel_t, messages_that_nobody_handles_and_broken_ones_are_dropped_and_c
     EXPECT_EQ(fwx_host_peer_send(peer_, rx_, (4u << 20) + 1), FWX_HOST_ERR_TOO_LONG);
 }
 
-TEST_F(channel_t, a_handler_attached_again_replaces_the_first) {
+TEST_P(channel_over_t, a_handler_attached_again_replaces_the_first) {
     static int calls;
     calls = 0;
     const uint16_t key[] = {type_word, domain};
@@ -240,9 +244,10 @@ TEST_F(channel_t, the_tap_sees_messages_before_anyone_else) {
                                  "tap in  yes", "answer head yes", "got re"}));
 }
 
-TEST_F(channel_t, channels_do_not_starve_one_another) {
+TEST_P(channel_over_t, channels_do_not_starve_one_another) {
     smc_chan_t other = 0;
     ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &other), 0u);
+    run();
     fwx_host_server_pause(server_, 1);
     for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(send("a"), 0u);
@@ -255,6 +260,27 @@ TEST_F(channel_t, channels_do_not_starve_one_another) {
     const auto place = std::find(log_.begin(), log_.end(), "took z") - log_.begin();
     EXPECT_LT(place, 300);
     EXPECT_EQ(smc_msg_chan_close(&other), 0u);
+}
+
+TEST_P(channel_over_t, several_clients_are_told_apart) {
+    smc_chan_t first = chan_;
+    open();
+    run();
+    fwx_host_peer_t *second_peer = peer_;
+    std::swap(first, chan_);
+    ASSERT_EQ(send("a"), 0u);
+    run();
+    EXPECT_NE(peer_, second_peer);
+    std::swap(first, chan_);
+    ASSERT_EQ(send("b"), 0u);
+    run();
+    EXPECT_EQ(peer_, second_peer);
+    log_.clear();
+    fwx_host_peer_drop(peer_);
+    run();
+    EXPECT_TRUE(count("disconnected") == 1 && count("error") == 1);
+    EXPECT_EQ(send("c"), FWX_HOST_ERR_BAD_CHANNEL);
+    EXPECT_EQ(smc_msg_chan_close(&first), 0u);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "platform/cgm.h"
 #include "platform/runtime.h"
 #include "platform/smc.h"
+#include "tests/support/zero_server.h"
 #include "tree_bitmap_fixture.h"
 
 namespace {
@@ -32,7 +33,7 @@ struct world_t {
     world_t() {
         new_list();
         new_table();
-        fwx_host_server_register("faults", loop, &ops, nullptr, &server);
+        fwx_host_server_register("faults", loop, &zero_server_ops, nullptr, &server);
         new_channel();
         new_buffer();
         new_leaf(true);
@@ -76,10 +77,6 @@ struct world_t {
         if (is_inserted) tbm_leaf_insert(tree, leaves.back(), nullptr);
         return leaves.back();
     }
-
-    static inline const fwx_host_server_ops_t ops = {
-        nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
-        [](void *, fwx_host_peer_t *, const void *, size_t, void *, size_t) -> size_t { return 1; }};
 
     std::deque<fwx_list_t *> lists;
     std::deque<fwx_list_link_t> links;

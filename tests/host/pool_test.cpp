@@ -1,3 +1,5 @@
+#include <sys/mman.h>
+
 #include <cstdint>
 #include <cstring>
 #include <set>
@@ -98,6 +100,42 @@ TEST_F(pool_t, destroying_it_accounts_for_elements_that_are_still_out_and_for_th
     EXPECT_EQ(errors().bad_frees, 1u);
     EXPECT_EQ(live().pool_elements, 0u);
     EXPECT_EQ(live().pools, 1u);
+}
+
+TEST_F(pool_t, owns_exactly_the_elements_that_are_out_and_reads_nothing_else) {
+    fwx_chunk_t *other = fwx_chunk_create("other", element_size, 4, 257, 4, 0);
+    EXPECT_EQ(fwx_chunk_owns(pool_, this), 0u) << "an empty pool";
+    std::vector<char *> elements;
+    for (int i = 0; i < 50; ++i) {
+        elements.push_back(static_cast<char *>(chunk_malloc(pool_)));
+        memset(elements.back(), 0x5a, element_size);
+    }
+    char *foreign = static_cast<char *>(chunk_malloc(other));
+    char *next = elements.back() + (elements[1] - elements[0]); /* in the same slab of four, never handed out */
+    void *unmapped = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    for (char *element : elements) {
+        EXPECT_EQ(fwx_chunk_owns(pool_, element), 1u);
+        EXPECT_EQ(fwx_chunk_owns(other, element), 0u);
+        for (const int beside : {-16, -1, 1, 8, 16}) {
+            EXPECT_EQ(fwx_chunk_owns(pool_, element + beside), 0u) << beside;
+        }
+    }
+    const std::vector<char *> wild = {nullptr,
+                                      foreign,
+                                      next,
+                                      static_cast<char *>(unmapped),
+                                      static_cast<char *>(unmapped) + 16,
+                                      reinterpret_cast<char *>(UINTPTR_MAX)};
+    for (const char *address : wild) {
+        EXPECT_EQ(fwx_chunk_owns(pool_, address), 0u) << static_cast<const void *>(address);
+    }
+    EXPECT_EQ(fwx_chunk_owns(nullptr, elements[0]), 0u);
+    chunk_free(pool_, elements[7]);
+    EXPECT_EQ(fwx_chunk_owns(pool_, elements[7]), 0u);
+    EXPECT_EQ(chunk_malloc(pool_), elements[7]);
+    EXPECT_EQ(fwx_chunk_owns(pool_, elements[7]), 1u);
+    munmap(unmapped, 4096);
+    fwx_chunk_destroy(other);
 }
 
 TEST_F(pool_t, cannot_be_made_of_nothing) {

@@ -1,13 +1,16 @@
 /* Channels between processes, both ends of which are in this one. */
 #include <poll.h>
 
-#include "shm_fixture.h"
+#include "channel_fixture.h"
 
 namespace {
 
 constexpr size_t largest = (1 << 20) - 8;
 
-using shm_channel_t = shm_fixture_t;
+class shm_channel_t : public channel_fixture_t {
+protected:
+    shm_channel_t() : channel_fixture_t(link_kind_t::between_processes) {}
+};
 
 bool is_rung(const fwx_host_loop_t *loop) {
     pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
@@ -92,23 +95,6 @@ TEST_F(shm_channel_t, a_client_that_does_not_read_costs_the_server_64_mib_at_mos
     EXPECT_EQ(log_, (log_lines_t{"got again"}));
 }
 
-TEST_F(shm_channel_t, flow_control_counts_what_the_server_has_not_taken_and_reports_each_edge_once) {
-    ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 50, 20, on_throttle), 0u);
-    fwx_host_server_pause(server_, 1);
-    for (int i = 0; i < 20; ++i) {
-        ASSERT_EQ(send("123456"), 0u) << i; /* 10 bytes; up to four times the high mark */
-    }
-    EXPECT_EQ(send("123456"), FWX_HOST_ERR_FULL);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"throttle on"}));
-    fwx_host_server_pause(server_, 0);
-    run();
-    EXPECT_EQ(count("took 123456"), 20);
-    EXPECT_EQ(count("done 1 0"), 20);
-    EXPECT_EQ(count("throttle off"), 1);
-    EXPECT_EQ(count("throttle on"), 1);
-}
-
 TEST_F(shm_channel_t, closing_completes_with_0_what_the_server_took_unnoticed_and_takes_back_the_rest) {
     during_take_ = [this] { fwx_host_server_pause(server_, 1); };
     ASSERT_EQ(send("a"), 0u);
@@ -119,27 +105,6 @@ TEST_F(shm_channel_t, closing_completes_with_0_what_the_server_took_unnoticed_an
     fwx_host_server_pause(server_, 0);
     run();
     EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0", "done b 5005", "disconnected"}));
-}
-
-TEST_F(shm_channel_t, a_server_that_drops_its_client_or_ends_fails_what_it_did_not_take_after_all_that_it_sent) {
-    for (const bool ends : {false, true}) {
-        during_take_ = [&] {
-            ASSERT_EQ(reply("1"), 0u);
-            ASSERT_EQ(reply("2"), 0u);
-            if (ends) return end_server();
-            fwx_host_peer_drop(peer_);
-            EXPECT_EQ(reply("late"), FWX_HOST_ERR_CHANNEL_DOWN);
-        };
-        ASSERT_EQ(send("a"), 0u);
-        ASSERT_EQ(send("b"), 0u);
-        run();
-        EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "got 1", "got 2", "done b 5003", "error"}));
-        EXPECT_EQ(send("c"), FWX_HOST_ERR_BAD_CHANNEL);
-        EXPECT_EQ(live().channels, 0u);
-        if (!ends) open();
-        run();
-        log_.clear();
-    }
 }
 
 TEST_F(shm_channel_t, a_channel_opens_again_once_the_server_is_back) {
@@ -157,49 +122,6 @@ TEST_F(shm_channel_t, a_channel_opens_again_once_the_server_is_back) {
     ASSERT_EQ(send("a"), 0u);
     run();
     EXPECT_EQ(log_, (log_lines_t{"connected", "took a", "done a 0"}));
-}
-
-TEST_F(shm_channel_t, a_channel_closed_before_the_server_looked_is_never_announced) {
-    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
-    run();
-    log_.clear();
-    open();
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
-    run();
-    EXPECT_EQ(count("took a"), 0);
-    EXPECT_EQ(count("done a 5005"), 1);
-    EXPECT_EQ(count("connected"), count("disconnected"));
-}
-
-TEST_F(shm_channel_t, a_completion_that_is_made_to_fail_keeps_its_message_from_the_server) {
-    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 2, 0x77);
-    for (const char *text : {"a", "b", "c"}) {
-        ASSERT_EQ(send(text), 0u);
-    }
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"took a", "took c", "done a 0", "done b 77", "done c 0"}));
-}
-
-TEST_F(shm_channel_t, several_clients_are_told_apart) {
-    smc_chan_t first = chan_;
-    open();
-    run();
-    fwx_host_peer_t *second_peer = peer_;
-    std::swap(first, chan_);
-    ASSERT_EQ(send("a"), 0u);
-    run();
-    EXPECT_NE(peer_, second_peer);
-    std::swap(first, chan_);
-    ASSERT_EQ(send("b"), 0u);
-    run();
-    EXPECT_EQ(peer_, second_peer);
-    log_.clear();
-    fwx_host_peer_drop(peer_);
-    run();
-    EXPECT_TRUE(count("disconnected") == 1 && count("error") == 1);
-    EXPECT_EQ(send("c"), FWX_HOST_ERR_BAD_CHANNEL);
-    EXPECT_EQ(smc_msg_chan_close(&first), 0u);
 }
 
 TEST_F(shm_channel_t, loops_may_end_before_their_channels_and_servers) {

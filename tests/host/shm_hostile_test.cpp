@@ -7,8 +7,12 @@
 #include <random>
 
 #include "fwx_nat64/fwx_nat64.h"
-#include "host/shm_connection.h"
-#include "shm_fixture.h"
+#include "host/messaging/shm/segment.h"
+#include "host/messaging/shm/socket.h"
+#include "host_fixture.h"
+#include "platform/smc.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/support/zero_server.h"
 
 namespace {
 
@@ -132,10 +136,10 @@ private:
 
     void scribble() {
         auto *segment = segment_.get();
-        std::atomic<uint32_t> *const words[] = {&segment->to_client.written, &segment->to_client.read,
-                                                &segment->to_server.written, &segment->to_server.read,
-                                                &segment->answers.written,   &segment->answers.read,
-                                                &segment->client.sleeps,     &segment->client.wants_room};
+        std::atomic<uint32_t> *const words[] = {&segment->to_client.written,    &segment->to_client.read,
+                                                &segment->to_server.written,    &segment->to_server.read,
+                                                &segment->answers.written,      &segment->answers.read,
+                                                &segment->client_bell.is_armed, &segment->client_bell.wants_room};
         const uint32_t choice = below(std::size(words) + 2);
         if (choice < std::size(words)) {
             words[choice]->store(near(words[choice]->load()));
@@ -171,14 +175,8 @@ TEST_F(shm_hostile_t, whatever_a_server_does_to_the_segment_is_a_channel_error_o
     fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
     fwx_host_loop_t *loop = fwx_host_loop_create();
     /* An honest server for the binding itself; its channel then ends, and the library connects to the other. */
-    static constexpr fwx_host_server_ops_t honest = {
-        nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
-        [](void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) -> size_t {
-            memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
-            return sizeof(fwx_nat64_sync_reply_t);
-        }};
     fwx_host_server_t *server = nullptr;
-    ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &honest, nullptr, &server), 0u);
+    ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &zero_server_ops, nullptr, &server), 0u);
     fwx_nat64_reply_cbs_t callbacks{};
     callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++answers; };
     ASSERT_EQ(fwx_nat64_bind(nullptr, loop, nullptr, &callbacks), 0u);

@@ -1,4 +1,4 @@
-#include "host/shm_ring.h"
+#include "host/messaging/shm/ring.h"
 
 #include <gtest/gtest.h>
 

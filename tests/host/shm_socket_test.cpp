@@ -1,5 +1,5 @@
 /* Finding a server: names, stale sockets, the directory, and whose processes they are. */
-#include "host/shm_socket.h"
+#include "host/messaging/shm/socket.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -7,7 +7,8 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
-#include "shm_fixture.h"
+#include "host_fixture.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 

@@ -63,7 +63,6 @@ uint32_t library_fixture_t::walk_cb(void *pal_ctx, uint32_t count, void *data, u
 void library_fixture_t::SetUp() {
     self = this;
     fwx_host_fault_reset();
-    fwx_host_errors_get(&errors_before);
     fwx_host_debug_sink_set(
         [](void *ctx, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
             static constexpr const char *levels[] = {"", "error: ", "warning: ", "info: ", "trace: "};
@@ -122,16 +121,8 @@ void library_fixture_t::TearDown() {
     fwx_nat64_dbg_info_set(0);
     fwx_nat64_dbg_trace_set(0);
 
-    fwx_host_live_t now = live();
-    now.trees = 0; /* reclaimed when their complex is initialised again */
-    const fwx_host_live_t nothing{};
-    EXPECT_EQ(memcmp(&now, &nothing, sizeof(now)), 0)
-        << now.memory_blocks << " blocks, " << now.lists << " lists, " << now.hash_tables << " tables, " << now.pools
-        << " pools, " << now.pool_elements << " elements, " << now.tx_buffers << " buffers, " << now.channels
-        << " channels";
-    fwx_host_errors_t errors;
-    fwx_host_errors_get(&errors);
-    EXPECT_EQ(errors.bad_frees, errors_before.bad_frees);
+    EXPECT_EQ(watch.left(), "");
+    EXPECT_EQ(watch.errors().bad_frees, 0u);
     self = nullptr;
 }
 
@@ -147,18 +138,6 @@ void library_fixture_t::bind_quietly() {
     ASSERT_EQ(outstanding(), 0u);
     received.clear();
     logged.clear();
-}
-
-size_t library_fixture_t::outstanding() {
-    struct link_t {
-        link_t *next;
-    };
-    void *head = nullptr;
-    if (info() == nullptr || fwx_list_head(info()->clnt_ctx_list, &head) != 0) return 0;
-    size_t count = 0;
-    for (auto *link = static_cast<link_t *>(head); link != nullptr; link = link->next)
-        ++count;
-    return count;
 }
 
 bytes_t library_fixture_t::reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result) {

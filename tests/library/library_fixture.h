@@ -9,10 +9,12 @@
 
 #include <functional>
 
-#include "bytes.h"
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "platform/runtime.h"
+#include "tests/support/bytes.h"
+#include "tests/support/outstanding.h"
+#include "tests/support/platform_watch.h"
 
 /** One call of a PAL callback. */
 struct call_t {
@@ -38,8 +40,7 @@ protected:
     void bind_quietly();
 
     static fwx_nat64_client_info_t *info() { return fwx_nat64_client_info_get(); }
-    /** Client contexts that are outstanding. */
-    static size_t outstanding();
+    static size_t outstanding() { return outstanding_commands(); }
 
     /** A reply of a type to a recorded command, `size` bytes, echoing context and epoch. */
     static bytes_t reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result = 0);
@@ -75,7 +76,7 @@ public:
 private:
     static library_fixture_t *self;
     static const fwx_host_server_ops_t server_ops;
-    fwx_host_errors_t errors_before{};
+    platform_watch_t watch;
     static uint32_t record(call_t call, const void *data);
     void run_on_call() const;
 };

@@ -4,6 +4,7 @@
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
+#include "tests/support/zero_server.h"
 
 namespace {
 
@@ -16,14 +17,6 @@ template <typename fn_t>
 fn_t *symbol(void *library, const char *name) {
     return reinterpret_cast<fn_t *>(dlsym(library, name));
 }
-
-size_t answer_with_zero(void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) {
-    memset(reply, 0, 20);
-    return 20;
-}
-
-constexpr fwx_host_server_ops_t server_ops = {nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
-                                              answer_with_zero};
 
 }  // namespace
 
@@ -44,7 +37,7 @@ TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_
         ASSERT_NE(library, nullptr) << dlerror();
         fwx_host_loop_t *loop = fwx_host_loop_create();
         fwx_host_server_t *server = nullptr;
-        ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &server_ops, nullptr, &server), 0u);
+        ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &zero_server_ops, nullptr, &server), 0u);
         const auto bind = symbol<decltype(fwx_nat64_bind)>(library, "fwx_nat64_bind");
         const auto unbind = symbol<decltype(fwx_nat64_unbind)>(library, "fwx_nat64_unbind");
         const auto upload = symbol<decltype(fwx_nat64_ipalias_upload_a)>(library, "fwx_nat64_ipalias_upload_a");

@@ -13,6 +13,7 @@
 #include "fwx_host/fwx_host.h"
 #include "model/model.h"
 #include "platform/smc.h"
+#include "tests/support/platform_watch.h"
 
 /** Bytes of a message that is filled and read at literal offsets. */
 struct message_t : std::vector<uint8_t> {
@@ -75,7 +76,6 @@ inline message_t sync_command(uint16_t msgno, size_t size) {
 class model_fixture_t : public testing::Test {
 protected:
     void SetUp() override {
-        fwx_host_errors_get(&errors_before_);
         loop_ = fwx_host_loop_create();
         model_ = fwx_nat64_model_t::create(loop_, "model under test");
         ASSERT_NE(model_, nullptr);
@@ -92,12 +92,8 @@ protected:
         received.clear();
         channel_errors = 0;
         fwx_host_clock_run();
-        fwx_host_live_t live{};
-        fwx_host_live_get(&live);
-        EXPECT_EQ(live.memory_blocks + live.tx_buffers + live.channels, 0u);
-        fwx_host_errors_t errors{};
-        fwx_host_errors_get(&errors);
-        EXPECT_EQ(std::memcmp(&errors, &errors_before_, sizeof(errors)), 0) << "the platform dropped something";
+        EXPECT_EQ(watch_.left(), "");
+        EXPECT_EQ(watch_.faults(), "");
     }
 
     smc_chan_t open() {
@@ -185,7 +181,7 @@ protected:
 private:
     std::vector<smc_chan_t> channels_;
     std::list<std::vector<uint8_t>> rx_;
-    fwx_host_errors_t errors_before_{};
+    platform_watch_t watch_;
 };
 
 #endif

@@ -1,7 +1,5 @@
 #include "stage.h"
 
-#include "platform/runtime.h"
-
 namespace {
 
 ticket_t &ticket_of(void *ctx) {
@@ -59,17 +57,6 @@ stage_t::~stage_t() {
 void stage_t::bind() {
     call("bind", fwx_nat64_bind("PAL1", loop_, &unsol_cbs, &reply_cbs));
     pump();
-}
-
-uint64_t stage_t::outstanding() {
-    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    void *head = nullptr;
-    if (info == nullptr || fwx_list_head(info->clnt_ctx_list, &head) != 0) return 0;
-    uint64_t count = 0;
-    for (auto *link = static_cast<fwx_list_link_t *>(head); link != nullptr; link = link->next) {
-        ++count;
-    }
-    return count;
 }
 
 uint64_t stage_t::open() const {

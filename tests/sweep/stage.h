@@ -67,8 +67,6 @@ public:
     }
     void call(const char *what, uint32_t code) { results.push_back({what, code}); }
 
-    /** Commands on the library's list. Takes one call of FWX_HOST_OP_LIST_HEAD. */
-    static uint64_t outstanding();
     /** Commands that neither ended nor failed at once. */
     uint64_t open() const;
 

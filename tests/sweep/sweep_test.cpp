@@ -15,6 +15,7 @@
 #include "platform/runtime.h"
 #include "platform/tbm.h"
 #include "stage.h"
+#include "tests/support/outstanding.h"
 
 #ifdef ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
@@ -126,7 +127,7 @@ private:
 
 uint64_t fault_sweep_t::outstanding() {
     own_list_heads_.push_back(fwx_host_fault_calls(FWX_HOST_OP_LIST_HEAD) + 1);
-    return stage_t::outstanding();
+    return outstanding_commands();
 }
 
 void fault_sweep_t::expect_all_accepted(const stage_t &stage) {

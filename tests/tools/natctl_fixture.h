@@ -8,6 +8,7 @@
 #include <string>
 
 #include "fwx_host/fwx_host.h"
+#include "tests/support/platform_watch.h"
 #include "tools/batch.h"
 #include "tools/cli.h"
 #include "tools/outcome.h"
@@ -32,14 +33,11 @@ protected:
 
     void TearDown() override {
         fwx_host_fault_reset();
-        fwx_host_live_t live;
-        fwx_host_live_get(&live);
-        EXPECT_EQ(live.memory_bytes, 0U);
-        EXPECT_EQ(live.pools, 0U);
-        EXPECT_EQ(live.lists, 0U);
-        EXPECT_EQ(live.channels, 0U);
-        EXPECT_EQ(live.tx_buffers, 0U);
+        EXPECT_EQ(watch_.left(), "");
     }
+
+private:
+    platform_watch_t watch_;
 };
 
 #endif

@@ -15,7 +15,7 @@ typedef enum { FWX_HOST_DEBUG_FLAGS, FWX_HOST_DEBUG_LEVEL, FWX_HOST_DEBUG_CONSOL
 typedef void (*fwx_host_debug_sink_t)(void *arg, fwx_host_debug_channel_t channel, uint32_t level, const char *text);
 /** Sends all output to `sink` instead of standard error; null goes back to standard error. */
 void fwx_host_debug_sink_set(fwx_host_debug_sink_t sink, void *arg);
-/** Sets the debug level of a module, 0 at the start. */
+/** Sets the debug level of a module, 0 at the start; the first time may find no memory and change nothing. */
 void fwx_host_debug_level_set(uint32_t module, uint32_t level);
 
 #ifdef __cplusplus

@@ -27,7 +27,7 @@ extern "C" {
 #endif
 
 /** Gives xerr_strerror the text of a program's own code; `text` is not copied. A later text for the same code replaces
- * it. */
+ * it. Without memory for one more text nothing changes. */
 void fwx_host_error_text_add(uint32_t code, const char *text);
 
 #ifdef __cplusplus

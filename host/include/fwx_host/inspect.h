@@ -40,7 +40,7 @@ uint64_t fwx_host_memory_live_tag(uint32_t tag);
 /** Live blocks of one tag. */
 uint64_t fwx_host_memory_blocks_tag(uint32_t tag);
 /** Largest number of elements that pools of this name, existing or to come, may have out at a time; UINT64_MAX lifts
- * the cap. */
+ * the cap. The first time that a name is given may find no memory and change nothing. */
 void fwx_host_pool_cap_set(const char *name, uint64_t max_elements);
 
 #ifdef __cplusplus

@@ -18,7 +18,7 @@ extern "C" {
 typedef struct fwx_host_loop fwx_host_loop_t;
 typedef void (*fwx_host_fn_t)(void *arg);
 
-/** Makes a loop; null when the system has no descriptors left. */
+/** Makes a loop; null when the system has no descriptors or memory left. */
 fwx_host_loop_t *fwx_host_loop_create(void);
 /**
  * Destroys a loop with the timers, watches and channels that are still on it; channels end silently, no callback is
@@ -27,7 +27,11 @@ fwx_host_loop_t *fwx_host_loop_create(void);
 void fwx_host_loop_destroy(fwx_host_loop_t *loop);
 /** Descriptor that is readable when a watched descriptor is. */
 int fwx_host_loop_fd(const fwx_host_loop_t *loop);
-/** Milliseconds until the loop has something to do by itself: 0 now, -1 never. */
+/**
+ * Milliseconds until the loop has something to do by itself: 0 now, -1 never. Asking arms the bells of the loop's
+ * channels to other processes, so that what these do from now on makes the loop's descriptor readable; without it a
+ * program that polls the descriptor may sleep over a message.
+ */
 int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop);
 /** Dispatches what is ready, without waiting; returns how many callbacks were called. */
 uint32_t fwx_host_loop_process(fwx_host_loop_t *loop);
@@ -39,7 +43,7 @@ void fwx_host_spin_set_us(uint32_t microseconds);
 /** Dispatches until nothing is ready at this moment; timers that are not due stay. Returns as process. */
 uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop);
 
-/** Calls `fn` once, `delay_ms` from now; returns an id that is never 0. */
+/** Calls `fn` once, `delay_ms` from now; returns the timer's id, or 0 when memory is out. */
 uint64_t fwx_host_timer_add(fwx_host_loop_t *loop, uint64_t delay_ms, fwx_host_fn_t fn, void *arg);
 /** Takes a timer back that has not run; an id that is gone is ignored. */
 void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id);

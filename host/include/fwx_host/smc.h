@@ -6,8 +6,9 @@
  * shared memory. Received messages stay the service's and are valid during the callback only; messages to send are
  * copied.
  *
- * Between processes a message is at most 1 MiB less 8 bytes long, and a side that dies is a channel error at once: the
- * messages that the server had not begun to take then are reported as failed, and those it sent before are delivered.
+ * Between processes a message is at most 1 MiB less 8 bytes long, and a process that dies is a channel error at once:
+ * the messages that the server had not begun to take then are reported as failed, and those it sent before are
+ * delivered.
  */
 #ifndef FWX_HOST_SMC_H
 #define FWX_HOST_SMC_H
@@ -38,7 +39,8 @@ typedef struct {
     size_t (*asked)(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size, void *reply, size_t reply_cap);
 } fwx_host_server_ops_t;
 
-/** Registers a server for a channel name in this process. `ops` and `ctx` must outlive it. FWX_HOST_ERR_NAME_TAKEN. */
+/** Registers a server for a channel name in this process. `ops` and `ctx` must outlive it. FWX_HOST_ERR_NAME_TAKEN,
+ *  FWX_HOST_ERR_BAD_ARG for a null argument, 12. */
 uint32_t fwx_host_server_register(const char *name, fwx_host_loop_t *loop, const fwx_host_server_ops_t *ops, void *ctx,
                                   fwx_host_server_t **server);
 /** The server that is registered for a channel name in this process, or null. */
@@ -53,7 +55,7 @@ uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_na
 /**
  * Channels of this name that are opened from now on go to the server that listens as `server_name` in another process;
  * null: back to this process. Opening then fails with FWX_HOST_ERR_NO_SERVER or FWX_HOST_ERR_FOREIGN.
- * FWX_HOST_ERR_BAD_ARG for a null `channel_name`.
+ * FWX_HOST_ERR_BAD_ARG for a null `channel_name`, 12.
  */
 uint32_t fwx_host_connect_set(const char *channel_name, const char *server_name);
 /** How long a synchronous message to a server in another process waits for its answer, 5000 at the start; then it fails

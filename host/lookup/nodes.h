@@ -1,0 +1,123 @@
+/* Nodes of the tree bitmap and the store that they come from. */
+#ifndef HOST_LOOKUP_NODES_H
+#define HOST_LOOKUP_NODES_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/tbm.h"
+
+struct node_t;
+
+/** What hangs in one place of a tree: nothing, a leaf, or a node. */
+class entry_t {
+public:
+    entry_t() = default;
+    explicit entry_t(tbm_leaf_t *leaf) : bits(reinterpret_cast<uintptr_t>(leaf)) {}
+    explicit entry_t(node_t *node) : bits(reinterpret_cast<uintptr_t>(node) | node_tag) {}
+
+    bool is_empty() const { return bits == 0; }
+    bool is_node() const { return (bits & node_tag) != 0; }
+    bool is_leaf() const { return !is_empty() && !is_node(); }
+    /** Requires is_node(). */
+    node_t *node() const { return reinterpret_cast<node_t *>(bits - node_tag); }
+    /** Requires that it is not a node; null when it is empty. */
+    tbm_leaf_t *leaf() const { return reinterpret_cast<tbm_leaf_t *>(bits); }
+
+private:
+    static constexpr uintptr_t node_tag = 1; /* leaves and nodes are aligned, so the lowest bit is free */
+    uintptr_t bits = 0;
+};
+
+/** A set of small numbers, and how many of its members come before one. */
+class bitmap_t {
+public:
+    bool has(uint32_t bit) const { return ((bits >> bit) & 1) != 0; }
+    void set(uint32_t bit) { bits |= uint64_t{1} << bit; }
+    void clear(uint32_t bit) { bits &= ~(uint64_t{1} << bit); }
+    uint64_t common_with(uint64_t mask) const { return bits & mask; }
+    bool is_empty() const { return bits == 0; }
+    bool has_one_at_most() const { return (bits & (bits - 1)) == 0; }
+    uint32_t count() const { return ones(bits); }
+    uint32_t count_below(uint32_t bit) const { return ones(bits & ((uint64_t{1} << bit) - 1)); }
+
+private:
+    /* Written out: without a compiler flag for the instruction, the builtin is a call of a table walk. */
+    static uint32_t ones(uint64_t word) {
+        word -= (word >> 1) & 0x5555555555555555;
+        word = (word & 0x3333333333333333) + ((word >> 2) & 0x3333333333333333);
+        word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
+        return static_cast<uint32_t>((word * 0x0101010101010101) >> 56);
+    }
+
+    uint64_t bits;
+};
+
+/**
+ * A place in a node. A key that reaches over the whole stride goes to the slot of its stride bits; one that ends after
+ * n bits of value v, n below the stride, is the prefix 2^n + v, so that the prefixes of a prefix are its halvings.
+ */
+struct place_t {
+    bool is_prefix;
+    uint32_t bit;
+
+    bool operator!=(const place_t &other) const { return is_prefix != other.is_prefix || bit != other.bit; }
+};
+
+/** Stride bits of the key: two bitmaps, and right behind them one entry for each bit set, slots before prefixes. */
+struct node_t {
+    bitmap_t slots;    /* leaves and nodes */
+    bitmap_t prefixes; /* leaves only */
+
+    /** Asks for the second cache line of the node before the bitmaps, still on their way, tell where to look in it. */
+    void prefetch() { __builtin_prefetch(reinterpret_cast<char *>(this) + 64); }
+    entry_t *entries() { return reinterpret_cast<entry_t *>(this + 1); }
+    uint32_t count() const { return slots.count() + prefixes.count(); }
+    /** True when all there is below this node hangs in one slot. */
+    bool is_link_of_chain() const { return prefixes.is_empty() && slots.has_one_at_most(); }
+    bool holds(place_t place) const { return bitmap_of(place).has(place.bit); }
+    uint32_t index_of(place_t place) const {
+        return (place.is_prefix ? slots.count() : 0) + bitmap_of(place).count_below(place.bit);
+    }
+    const bitmap_t &bitmap_of(place_t place) const { return place.is_prefix ? prefixes : slots; }
+    bitmap_t &bitmap_of(place_t place) { return place.is_prefix ? prefixes : slots; }
+};
+
+constexpr size_t node_size_classes = 11;
+
+/**
+ * The nodes of one tree, in blocks sized to their entries and cut from slabs. Freed blocks are kept by size for the
+ * next node; slabs go back all at once. All zero is an empty store.
+ */
+class node_store_t {
+public:
+    /** Puts `entry` into a free place of the node at `link`, which is made when there is none. Moves the node when its
+     * block is full. False when memory is exhausted: nothing has changed then. */
+    bool add(entry_t *link, place_t place, entry_t entry);
+    /** Empties a taken place of the node at `link`, and moves the node when a smaller block holds the rest. */
+    void remove(entry_t *link, place_t place);
+    /** Frees the node at `top` and, while the first entry of a freed node is a node, that one as well. */
+    void free_chain(entry_t top);
+    /** Frees all nodes and all memory. */
+    void clear();
+
+    uint64_t node_count() const { return nodes; }
+    uint64_t byte_count() const { return bytes; }
+
+private:
+    struct slab_t;
+    struct free_block_t;
+
+    node_t *take(size_t size_class);
+    void give_back(node_t *node, size_t size_class);
+    void *cut(size_t size);
+
+    free_block_t *free_blocks[node_size_classes];
+    slab_t *slabs;
+    char *slab_next;
+    char *slab_end;
+    uint64_t nodes;
+    uint64_t bytes;
+};
+
+#endif

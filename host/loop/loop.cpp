@@ -1,0 +1,277 @@
+#include "host/loop/loop.h"
+
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <limits>
+#include <list>
+#include <map>
+#include <new>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "host/runtime/memory.h"
+
+namespace {
+
+/** Most tasks run and descriptors served by one pass, so that timers, descriptors and tasks all get their turn. */
+constexpr uint32_t tasks_per_pass = 256;
+constexpr int events_per_pass = 32;
+/** Most passes of a busy loop without a look at the descriptors. */
+constexpr uint32_t passes_between_polls = 32;
+
+uint32_t spin_us;
+
+struct callback_t {
+    fwx_host_fn_t fn;
+    void *arg;
+};
+
+}  // namespace
+
+struct fwx_host_loop {
+    using due_t =
+        std::pair<uint64_t, uint64_t>; /* milliseconds of the clock, then the id: timers due together run in order */
+
+    int epoll_fd;
+    std::unordered_map<int, callback_t> watches;
+    std::map<due_t, callback_t> timers;
+    std::unordered_map<uint64_t, uint64_t> due_by_id;
+    uint64_t next_timer_id = 1;
+    std::list<loop_task_t *> ready;
+    std::list<loop_task_t *> idle;
+    std::vector<loop_bell_t *> bells;
+    uint32_t passes_since_poll = 0;
+
+    explicit fwx_host_loop(int fd) : epoll_fd(fd) {}
+    fwx_host_loop(const fwx_host_loop &) = delete;
+    fwx_host_loop &operator=(const fwx_host_loop &) = delete;
+
+    ~fwx_host_loop() {
+        ready.splice(ready.end(), idle);
+        for (loop_task_t *task : ready) {
+            task->loop_ = nullptr;
+        }
+        for (loop_task_t *task : ready) {
+            task->loop_gone();
+        }
+        close(epoll_fd);
+    }
+
+    void join(loop_task_t &task) { task.position_ = idle.insert(idle.end(), &task); }
+
+    void leave(loop_task_t &task) { (task.is_ready_ ? ready : idle).erase(task.position_); }
+
+    void make_ready(loop_task_t &task) {
+        if (task.is_ready_) return;
+        ready.splice(ready.end(), idle, task.position_);
+        task.is_ready_ = true;
+    }
+
+    bool is_busy() const { return !ready.empty(); }
+
+    /** Returns 0 or an errno value. */
+    uint32_t watch(int fd, uint32_t events, const callback_t &callback) {
+        epoll_event event{};
+        event.events = events;
+        event.data.fd = fd;
+        if (epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &event) != 0) return static_cast<uint32_t>(errno);
+        const uint32_t code = host_guarded(host_errno_nomem, [&] { watches[fd] = callback; });
+        if (code != 0) forget(fd);
+        return code;
+    }
+
+    void forget(int fd) const { epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr); }
+
+    /** Returns the timer's id, or 0 when memory is out. */
+    uint64_t add_timer(uint64_t delay_ms, const callback_t &callback) {
+        const uint64_t id = next_timer_id;
+        const uint64_t due = fwx_host_clock_ms() + delay_ms;
+        const uint32_t code = host_guarded(host_errno_nomem, [&] {
+            due_by_id.emplace(id, due);
+            timers.emplace(due_t{due, id}, callback);
+        });
+        if (code != 0) {
+            due_by_id.erase(id);
+            return 0;
+        }
+        next_timer_id += 1;
+        return id;
+    }
+
+    /** For the caller to wait so long. */
+    int arm_bells_and_get_timeout_ms() const {
+        for (auto bell = bells.begin(); bell != bells.end() && !is_busy(); ++bell) {
+            (*bell)->arm();
+        }
+        if (is_busy()) return 0;
+        if (timers.empty()) return -1;
+        const uint64_t now = fwx_host_clock_ms();
+        const uint64_t due = timers.begin()->first.first;
+        if (due <= now) return 0;
+        return static_cast<int>(std::min<uint64_t>(due - now, std::numeric_limits<int>::max()));
+    }
+
+    uint32_t pass(int timeout_ms) {
+        uint32_t calls = 0;
+        if (timeout_ms != 0 || !watches.empty()) calls += serve_watches(timeout_ms);
+        passes_since_poll = 0;
+        calls += run_tasks();
+        return calls + run_timers();
+    }
+
+    /** What is ready without a system call; returns the number of callbacks. */
+    uint32_t quick_pass() {
+        if (!is_busy() || ++passes_since_poll >= passes_between_polls) return 0;
+        const uint32_t calls = run_tasks();
+        return calls + run_timers();
+    }
+
+    void spin() {
+        if (spin_us == 0 || bells.empty()) return;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(spin_us);
+        while (!is_busy() && std::chrono::steady_clock::now() < end) {
+            for (loop_bell_t *bell : bells) {
+                bell->look();
+            }
+        }
+    }
+
+private:
+    uint32_t serve_watches(int timeout_ms) {
+        std::array<epoll_event, events_per_pass> events;
+        const int count = epoll_wait(epoll_fd, events.data(), events_per_pass, timeout_ms);
+        uint32_t calls = 0;
+        for (int i = 0; i < count; ++i) {
+            const auto watch = watches.find(events[static_cast<size_t>(i)].data.fd);
+            if (watch == watches.end()) continue; /* unwatched by an earlier callback of this pass */
+            const callback_t callback = watch->second;
+            callback.fn(callback.arg);
+            ++calls;
+        }
+        return calls;
+    }
+
+    uint32_t run_tasks() {
+        uint32_t calls = 0;
+        for (uint32_t budget = tasks_per_pass; budget > 0 && !ready.empty(); --budget) {
+            loop_task_t *task = ready.front();
+            idle.splice(idle.end(), ready, task->position_);
+            task->is_ready_ = false;
+            calls += task->run();
+        }
+        return calls;
+    }
+
+    uint32_t run_timers() {
+        if (timers.empty()) return 0;
+        const due_t end{fwx_host_clock_ms(), next_timer_id}; /* a timer that a timer adds waits for the next pass */
+        uint32_t calls = 0;
+        while (!timers.empty() && timers.begin()->first < end) {
+            const auto [due, callback] = *timers.begin();
+            timers.erase(timers.begin());
+            due_by_id.erase(due.second);
+            callback.fn(callback.arg);
+            ++calls;
+        }
+        return calls;
+    }
+};
+
+loop_task_t::loop_task_t(fwx_host_loop_t &loop) : loop_(&loop) {
+    loop.join(*this);
+}
+
+loop_task_t::~loop_task_t() {
+    if (loop_ != nullptr) loop_->leave(*this);
+}
+
+void loop_task_t::make_ready() {
+    if (loop_ != nullptr) loop_->make_ready(*this);
+}
+
+void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell) {
+    loop.bells.push_back(&bell);
+}
+
+void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell) {
+    auto &all = loop.bells;
+    all.erase(std::remove(all.begin(), all.end(), &bell), all.end());
+}
+
+uint32_t loop_watch_rings(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg) {
+    return loop.watch(fd, EPOLLIN | EPOLLET, {fn, arg});
+}
+
+extern "C" {
+
+void fwx_host_spin_set_us(uint32_t microseconds) {
+    spin_us = microseconds;
+}
+
+fwx_host_loop_t *fwx_host_loop_create(void) {
+    const int fd = epoll_create1(EPOLL_CLOEXEC);
+    if (fd < 0) return nullptr;
+    auto *loop = new (std::nothrow) fwx_host_loop_t(fd);
+    if (loop == nullptr) close(fd);
+    return loop;
+}
+
+void fwx_host_loop_destroy(fwx_host_loop_t *loop) {
+    delete loop;
+}
+
+int fwx_host_loop_fd(const fwx_host_loop_t *loop) {
+    return loop->epoll_fd;
+}
+
+int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop) {
+    return loop->arm_bells_and_get_timeout_ms();
+}
+
+uint32_t fwx_host_loop_process(fwx_host_loop_t *loop) {
+    return loop->pass(0);
+}
+
+uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
+    if (const uint32_t calls = loop->quick_pass()) return calls;
+    if (timeout_ms != 0) loop->spin();
+    const int own = loop->arm_bells_and_get_timeout_ms();
+    const bool is_own_sooner = own >= 0 && (timeout_ms < 0 || own < timeout_ms);
+    return loop->pass(is_own_sooner ? own : timeout_ms);
+}
+
+uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop) {
+    uint32_t calls = 0;
+    for (;;) {
+        const uint32_t more = loop->pass(0);
+        calls += more;
+        if (more == 0 && loop->arm_bells_and_get_timeout_ms() != 0) return calls;
+    }
+}
+
+uint64_t fwx_host_timer_add(fwx_host_loop_t *loop, uint64_t delay_ms, fwx_host_fn_t fn, void *arg) {
+    return loop->add_timer(delay_ms, {fn, arg});
+}
+
+void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id) {
+    const auto due = loop->due_by_id.find(id);
+    if (due == loop->due_by_id.end()) return;
+    loop->timers.erase({due->second, id});
+    loop->due_by_id.erase(due);
+}
+
+uint32_t fwx_host_loop_watch(fwx_host_loop_t *loop, int fd, fwx_host_fn_t fn, void *arg) {
+    return loop->watch(fd, EPOLLIN, {fn, arg});
+}
+
+void fwx_host_loop_unwatch(fwx_host_loop_t *loop, int fd) {
+    if (loop->watches.erase(fd) != 0) loop->forget(fd);
+}
+
+}  // extern "C"

@@ -1,0 +1,63 @@
+/*
+ * What a loop dispatches beside timers and watched descriptors: tasks, and what rings bells.
+ *
+ * A task is made ready by what others in this process do to it. What another process does through shared memory makes
+ * nobody ready: for that there are bells, which the loop looks at while it polls and arms before it waits.
+ */
+#ifndef HOST_LOOP_LOOP_H
+#define HOST_LOOP_LOOP_H
+
+#include <cstdint>
+#include <list>
+
+#include "fwx_host/loop.h"
+
+/** Throws std::bad_alloc when it is made and memory is out. */
+class loop_task_t {
+public:
+    explicit loop_task_t(fwx_host_loop_t &loop);
+    loop_task_t(const loop_task_t &) = delete;
+    loop_task_t &operator=(const loop_task_t &) = delete;
+    virtual ~loop_task_t();
+
+    /** Has the loop call run() once, soon. */
+    void make_ready();
+
+    /** Does a bounded amount of work and returns how many callbacks it called; may delete the task. */
+    virtual uint32_t run() = 0;
+    /** The loop is being destroyed; no callback may be called. May delete this task, but no other. */
+    virtual void loop_gone() {}
+
+protected:
+    bool has_loop() const { return loop_ != nullptr; }
+
+private:
+    friend struct fwx_host_loop;
+
+    fwx_host_loop_t *loop_; /* null once the loop is gone */
+    bool is_ready_ = false;
+    std::list<loop_task_t *>::iterator position_; /* in the loop's list of ready or of idle tasks */
+};
+
+class loop_bell_t {
+public:
+    loop_bell_t() = default;
+    loop_bell_t(const loop_bell_t &) = delete;
+    loop_bell_t &operator=(const loop_bell_t &) = delete;
+    virtual ~loop_bell_t() = default;
+
+    /** The loop polls: makes a task ready if there is work for it. */
+    virtual void look() = 0;
+    /** The loop is about to wait: from now on work must wake it through a descriptor. What there is already makes a
+     * task ready instead. */
+    virtual void arm() = 0;
+};
+
+/** Throws std::bad_alloc. */
+void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell);
+void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell);
+/** Watches an event descriptor that nobody reads: `fn` is called once for every few writes to it. Returns 0 or an errno
+ * value. */
+uint32_t loop_watch_rings(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg);
+
+#endif

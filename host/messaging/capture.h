@@ -1,0 +1,16 @@
+/* Messages as packets of the capture file. */
+#ifndef HOST_MESSAGING_CAPTURE_H
+#define HOST_MESSAGING_CAPTURE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "fwx_host/smc.h"
+
+/** Whether a message is sent and goes its way, or the sender waits for the answer to it. */
+enum class exchange_t : uint8_t { async = 0, sync = 1 };
+
+/** Writes a message to the capture file, if one is open. */
+void capture_write(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
+
+#endif

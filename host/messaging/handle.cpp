@@ -1,0 +1,57 @@
+#include "host/messaging/handle.h"
+
+#include <vector>
+
+#include "host/runtime/inspect.h"
+
+namespace {
+
+constexpr unsigned generation_shift = 32;
+constexpr uint32_t no_slot = UINT32_MAX;
+
+struct slot_t {
+    channel_t *channel; /* null while the slot is free */
+    uint32_t generation;
+    uint32_t next_free;
+};
+
+/* Never destroyed: the library's unload destructor runs after static destructors. */
+std::vector<slot_t> &slots = *new std::vector<slot_t>;
+uint32_t first_free = no_slot;
+
+uint32_t index_of(smc_chan_t handle) {
+    return static_cast<uint32_t>(handle);
+}
+
+void free_slot(uint32_t index) {
+    slots[index].channel = nullptr;
+    slots[index].next_free = first_free;
+    first_free = index;
+}
+
+}  // namespace
+
+smc_chan_t handle_make(channel_t *channel) {
+    if (first_free == no_slot) {
+        slots.push_back({});
+        free_slot(static_cast<uint32_t>(slots.size() - 1));
+    }
+    const uint32_t index = first_free;
+    slot_t &slot = slots[index];
+    first_free = slot.next_free;
+    slot.channel = channel;
+    if (++slot.generation == 0) slot.generation = 1;
+    host_live.channels += 1;
+    return smc_chan_t{slot.generation} << generation_shift | index;
+}
+
+channel_t *handle_find(smc_chan_t handle) {
+    const uint32_t index = index_of(handle);
+    if (index >= slots.size() || slots[index].generation != handle >> generation_shift) return nullptr;
+    return slots[index].channel;
+}
+
+void handle_release(smc_chan_t handle) {
+    free_slot(index_of(handle));
+    host_live.channels -= 1;
+}

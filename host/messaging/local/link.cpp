@@ -1,0 +1,139 @@
+#include "host/messaging/local/link.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fwx_host/errors.h"
+#include "host/messaging/peer.h"
+#include "host/messaging/tap.h"
+#include "host/runtime/fault.h"
+#include "host/runtime/memory.h"
+
+namespace {
+
+struct local_peer_t;
+
+class local_link_t final : public link_t {
+public:
+    explicit local_link_t(channel_t &its_channel) : channel(its_channel) {}
+    local_link_t(const local_link_t &) = delete;
+    local_link_t &operator=(const local_link_t &) = delete;
+    ~local_link_t() override;
+
+    void messages_waiting() override;
+    uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
+    received_t front() override;
+    void pop(void *bytes) override;
+    size_t largest_message() const override { return message_limit; }
+
+    channel_t &channel;
+    local_peer_t *peer = nullptr; /* null once cut off */
+    message_queue_t received;
+};
+
+struct local_peer_t final : fwx_host_peer {
+    local_peer_t(fwx_host_server_t &its_server, local_link_t &its_link) : fwx_host_peer(its_server), link(&its_link) {}
+
+    bool is_linked() const override { return link != nullptr; }
+    bool has_message() override { return link->channel.has_untaken(); }
+    void take_one() override;
+    uint32_t send(const void *msg, size_t size) override;
+    uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size);
+
+    local_link_t *link; /* null once cut off */
+
+private:
+    void unlink() override;
+};
+
+void local_peer_t::take_one() {
+    channel_t &channel = link->channel; /* outlives the server's call, the link may not */
+    message_t *message = channel.begin_take();
+    const uint32_t code = host_fault_check(FWX_HOST_OP_SEND_DONE);
+    if (code == 0) server->ops.received(server->ctx, this, message->bytes(), message->size);
+    channel.end_take(message, code);
+}
+
+void local_peer_t::unlink() {
+    link->peer = nullptr;
+    link->channel.link_down();
+    link = nullptr;
+}
+
+uint32_t local_peer_t::send(const void *msg, size_t size) {
+    if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
+    message_t *message = message_alloc(size);
+    if (message == nullptr) return host_errno_nomem;
+    if (size != 0) memcpy(message->bytes(), msg, size);
+    link->received.push(message);
+    link->channel.make_ready();
+    return 0;
+}
+
+local_link_t::~local_link_t() {
+    while (!received.empty()) {
+        pop(nullptr);
+    }
+    if (peer == nullptr) return;
+    peer->link = nullptr;
+    peer->cut_off();
+}
+
+void local_link_t::messages_waiting() {
+    if (peer != nullptr) peer->make_ready();
+}
+
+received_t local_link_t::front() {
+    const message_t *message = received.front();
+    if (message == nullptr) return {};
+    received_t found = {true, message->size, 0};
+    if (found.size >= sizeof(found.key)) memcpy(&found.key, message->bytes(), sizeof(found.key));
+    return found;
+}
+
+void local_link_t::pop(void *bytes) {
+    message_t *message = received.pop();
+    if (bytes != nullptr) memcpy(bytes, message->bytes(), message->size);
+    message_free(message);
+}
+
+uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
+    return peer == nullptr ? FWX_HOST_ERR_CHANNEL_DOWN : peer->ask(msg, size, reply, reply_size);
+}
+
+/* The peer outlives the calls into the server, the link may not. */
+uint32_t local_peer_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
+    if (server->is_paused) return FWX_HOST_ERR_NO_ANSWER;
+    alignas(16) uint8_t answer[answer_limit];
+    size_t length = 0;
+    {
+        const use_t use(*this);
+        announce();
+        take(UINT32_MAX);
+        if (is_connected() && !server->is_paused) {
+            length = server->ops.asked(server->ctx, this, msg, size, answer, sizeof(answer));
+        }
+    }
+    const bool is_down = !is_connected();
+    if (server == nullptr) {
+        release();
+    } else {
+        make_ready(); /* run() did nothing if the server's loop ran meanwhile */
+    }
+    if (is_down) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (length == 0) return FWX_HOST_ERR_NO_ANSWER;
+    length = std::min(length, sizeof(answer));
+    tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer, length);
+    memcpy(reply, answer, std::min(length, reply_size));
+    return 0;
+}
+
+}  // namespace
+
+std::unique_ptr<link_t> local_link_open(const char *name, channel_t &channel) {
+    fwx_host_server_t *server = fwx_host_server_find(name);
+    if (server == nullptr || !server->can_connect()) return nullptr;
+    auto link = std::make_unique<local_link_t>(channel);
+    link->peer = new local_peer_t(*server, *link); /* it is its server's from here on */
+    return link;
+}

@@ -1,0 +1,70 @@
+/*
+ * Message memory. A message carries the pointer of its queue and its completion in front of its bytes, so that sending
+ * and queuing allocate nothing; freed messages are kept by size for the next one.
+ */
+#ifndef HOST_MESSAGING_MESSAGE_H
+#define HOST_MESSAGING_MESSAGE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/smc.h"
+
+constexpr size_t message_limit = size_t{4} << 20; /* bytes of the longest message that a channel carries */
+constexpr size_t answer_limit = size_t{64} << 10; /* bytes of the longest answer to a synchronous message */
+
+enum class message_owner_t : uint32_t { NOBODY = 0x66726565, CALLER = 0x63616c6c, CHANNEL = 0x6368616e };
+
+struct alignas(16) message_t {
+    message_t *next;
+    smc_send_done_fn_t done_fn;
+    void *cookie;
+    uint32_t status; /* for done_fn */
+    message_owner_t owner;
+    uint32_t capacity; /* bytes asked for */
+    uint32_t size;     /* bytes that the message is long, at most its capacity */
+    uint32_t size_class;
+    uint32_t ring_end; /* where it ends in the ring that it was copied into */
+
+    uint8_t *bytes() { return reinterpret_cast<uint8_t *>(this + 1); }
+    const uint8_t *bytes() const { return reinterpret_cast<const uint8_t *>(this + 1); }
+};
+
+/** A first-in first-out queue of messages, which it does not own. */
+class message_queue_t {
+public:
+    bool empty() const { return head_ == nullptr; }
+    message_t *front() { return head_; }
+
+    void push(message_t *message) {
+        message->next = nullptr;
+        *tail_ = message;
+        tail_ = &message->next;
+    }
+
+    message_t *pop() {
+        message_t *message = head_;
+        head_ = message->next;
+        if (head_ == nullptr) tail_ = &head_;
+        return message;
+    }
+
+    message_queue_t() = default;
+    message_queue_t(const message_queue_t &) = delete;
+    message_queue_t &operator=(const message_queue_t &) = delete;
+
+private:
+    message_t *head_ = nullptr;
+    message_t **tail_ = &head_;
+};
+
+/** A message of `size` bytes, at most message_limit, content undefined; null when memory is out. */
+message_t *message_alloc(size_t size);
+void message_free(message_t *message);
+
+/** The message of a transmit buffer that is the caller's at this moment, or null. */
+message_t *message_of_caller(void *buffer);
+/** Frees the message of a transmit buffer. */
+void message_release(message_t *message);
+
+#endif

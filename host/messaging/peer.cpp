@@ -1,0 +1,78 @@
+#include "host/messaging/peer.h"
+
+#include "fwx_host/errors.h"
+
+namespace {
+
+constexpr uint32_t messages_per_run = 64;
+
+}  // namespace
+
+fwx_host_peer::fwx_host_peer(fwx_host_server_t &its_server) : loop_task_t(its_server.home), server(&its_server) {
+    server->peers.insert(this);
+    make_ready();
+}
+
+uint32_t fwx_host_peer::run() {
+    if (uses_ != 0) return 0;
+    uint32_t calls = 0;
+    {
+        const use_t use(*this);
+        calls = announce();
+        calls += take(messages_per_run);
+    }
+    if (is_connected()) {
+        after_run();
+        if (can_take()) make_ready();
+    }
+    return is_connected() ? calls : calls + release();
+}
+
+void fwx_host_peer::cut_off() {
+    if (is_linked()) unlink();
+    make_ready();
+}
+
+uint32_t fwx_host_peer::release() {
+    uint32_t calls = 0;
+    if (server != nullptr) {
+        fwx_host_server_t *from = server;
+        server = nullptr;
+        from->peers.erase(this);
+        if (is_announced_ && from->ops.disconnected != nullptr) {
+            const use_t use(*this);
+            from->ops.disconnected(from->ctx, this);
+            calls = 1;
+        }
+    }
+    if (uses_ == 0) delete this;
+    return calls;
+}
+
+uint32_t fwx_host_peer::announce() {
+    if (is_announced_ || !is_connected()) return 0;
+    is_announced_ = true;
+    if (server->ops.connected == nullptr) return 0;
+    server->ops.connected(server->ctx, this);
+    return 1;
+}
+
+uint32_t fwx_host_peer::take(uint32_t limit) {
+    uint32_t taken = 0;
+    for (; taken < limit && can_take(); ++taken) {
+        take_one();
+    }
+    return taken;
+}
+
+extern "C" {
+
+uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size) {
+    return peer->is_linked() ? peer->send(msg, size) : FWX_HOST_ERR_CHANNEL_DOWN;
+}
+
+void fwx_host_peer_drop(fwx_host_peer_t *peer) {
+    peer->cut_off();
+}
+
+}  // extern "C"

@@ -1,0 +1,61 @@
+/* What a server has of each channel to it. */
+#ifndef HOST_MESSAGING_PEER_H
+#define HOST_MESSAGING_PEER_H
+
+#include "fwx_host/smc.h"
+#include "host/messaging/server.h"
+
+/**
+ * A peer ends in two steps, whoever wants it to. It is cut off from its channel: because that closed, its process is
+ * gone or sent what it may not, or the server dropped it or went away. Then it is released, which tells the server and
+ * deletes the peer: from the loop, or at once when the server goes away.
+ */
+struct fwx_host_peer : loop_task_t {
+    /** Throws std::bad_alloc. */
+    explicit fwx_host_peer(fwx_host_server_t &its_server);
+
+    uint32_t run() override;
+    /** Cuts the channel off, if it is not; the loop then releases the peer. */
+    void cut_off();
+    /** Tells the server, if that is to be told, and deletes the peer, or leaves that to the call that uses it now.
+     * Returns the number of callbacks. */
+    uint32_t release();
+
+    virtual bool is_linked() const = 0;
+    virtual bool has_message() = 0;
+    /** Gives the oldest message to the server. Requires has_message(). */
+    virtual void take_one() = 0;
+    virtual void after_run() {}
+    virtual uint32_t send(const void *msg, size_t size) = 0;
+
+    bool is_connected() const { return server != nullptr && is_linked(); }
+    bool can_take() { return is_connected() && !server->is_paused && has_message(); }
+
+    fwx_host_server_t *server; /* null once released */
+
+protected:
+    /** A call into the server, which the peer must outlive. */
+    class use_t {
+    public:
+        explicit use_t(fwx_host_peer &peer) : peer_(peer) { ++peer_.uses_; }
+        ~use_t() { --peer_.uses_; }
+        use_t(const use_t &) = delete;
+        use_t &operator=(const use_t &) = delete;
+
+    private:
+        fwx_host_peer &peer_;
+    };
+
+    /** Gives up the link. Requires is_linked(). */
+    virtual void unlink() = 0;
+    /** Tells the server of the peer, if it was not told. Returns the number of callbacks. */
+    uint32_t announce();
+    /** Gives the server as many messages, or all that there are. Returns their number. */
+    uint32_t take(uint32_t limit);
+
+private:
+    bool is_announced_ = false;
+    uint32_t uses_ = 0;
+};
+
+#endif

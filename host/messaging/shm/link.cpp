@@ -1,0 +1,230 @@
+#include "host/messaging/shm/link.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+#include "fwx_host/errors.h"
+#include "host/messaging/shm/connection.h"
+#include "host/messaging/tap.h"
+#include "host/runtime/fault.h"
+#include "host/runtime/inspect.h"
+#include "host/runtime/memory.h"
+
+namespace {
+
+std::chrono::milliseconds answer_timeout{5000};
+
+/**
+ * The oldest of the channel's untaken messages have copies in the ring; they stay the channel's
+ * until the server has read the copies, so that it is known of each message whether the server took it.
+ */
+class shm_link_t final : public link_t, public shm_connection_t::owner_t {
+public:
+    shm_link_t(std::unique_ptr<shm_connection_t> connection, channel_t &channel);
+    ~shm_link_t() override;
+    bool start() { return connection_->start(*this); }
+
+    void messages_waiting() override;
+    uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
+    received_t front() override;
+    void pop(void *bytes) override;
+    size_t largest_message() const override { return shm_largest_message; }
+    void refresh() override;
+    void after_run() override;
+
+    bool has_work() override;
+    void rung() override { channel_.make_ready(); }
+    void hung_up() override { go_down(); }
+
+private:
+    bool copy_waiting();
+    void report_taken();
+    message_t *find_answer(uint32_t number);
+    message_t *wait_for_answer(uint32_t number, const void *msg, uint32_t size);
+    void check_rings();
+    void go_down();
+
+    std::unique_ptr<shm_connection_t> connection_;
+    channel_t &channel_;
+    shm_writer_t to_server_;
+    shm_reader_t to_client_;
+    shm_reader_t answers_;
+    message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages that is in the ring */
+    shm_record_t oldest_ = {};         /* of to_client_, as front() saw it: the server may change it any time */
+    uint32_t last_ask_ = 0;
+    bool is_down_ = false;
+    bool has_written_ = false; /* since the server was last rung for */
+    bool has_read_ = false;
+};
+
+shm_link_t::shm_link_t(std::unique_ptr<shm_connection_t> connection, channel_t &channel)
+    : connection_(std::move(connection)),
+      channel_(channel),
+      to_server_(connection_->segment().to_server, connection_->segment().to_server_bytes, shm_ring_bytes),
+      to_client_(connection_->segment().to_client, connection_->segment().to_client_bytes, shm_ring_bytes),
+      answers_(connection_->segment().answers, connection_->segment().answer_bytes, shm_answer_bytes) {
+    connection_->set_wants_room(true); /* completions wait for what the server reads */
+}
+
+shm_link_t::~shm_link_t() {
+    if (!is_down_) {
+        to_server_.withdraw();
+        report_taken();
+    }
+}
+
+void shm_link_t::messages_waiting() {
+    if (is_down_) return;
+    copy_waiting();
+    channel_.make_ready(); /* the server is rung for when the channel's run is over */
+}
+
+/** True when no message is left that is not in the ring. */
+bool shm_link_t::copy_waiting() {
+    for (;;) {
+        message_t *next = last_copied_ != nullptr ? last_copied_->next : channel_.oldest_untaken();
+        if (next == nullptr) return true;
+        if (!to_server_.has_room(next->size)) return false;
+        next->status = host_fault_check(FWX_HOST_OP_SEND_DONE);
+        if (next->status == 0) has_written_ = to_server_.write(0, next->bytes(), next->size);
+        next->ring_end = to_server_.position();
+        last_copied_ = next;
+    }
+}
+
+void shm_link_t::report_taken() {
+    to_server_.refresh();
+    while (last_copied_ != nullptr && to_server_.is_read(channel_.oldest_untaken()->ring_end)) {
+        message_t *message = channel_.begin_take();
+        if (message == last_copied_) last_copied_ = nullptr;
+        channel_.end_take(message, message->status);
+    }
+}
+
+/* What was seen is dispatched before more is looked at. The server counts a message as read before it answers it, and
+ * its index is looked at after the messages: so no answer comes ahead of its message's completion. */
+void shm_link_t::refresh() {
+    if (is_down_) return;
+    connection_->set_armed(false);
+    to_client_.refresh();
+    report_taken();
+    copy_waiting();
+    check_rings();
+}
+
+void shm_link_t::after_run() {
+    if (!is_down_) connection_->ring(has_written_, has_read_);
+    has_written_ = has_read_ = false;
+}
+
+received_t shm_link_t::front() {
+    received_t found = {};
+    if (to_client_.has_record()) {
+        oldest_ = to_client_.front();
+        found = {!to_client_.is_broken(), oldest_.size, 0};
+        if (found.is_there && oldest_.size >= sizeof(found.key)) found.key = to_client_.first_word();
+    }
+    check_rings();
+    return found;
+}
+
+void shm_link_t::pop(void *bytes) {
+    if (bytes != nullptr) to_client_.copy_to(bytes, oldest_);
+    has_read_ = true;
+    to_client_.skip(oldest_);
+}
+
+uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
+    if (++last_ask_ == 0) ++last_ask_;
+    message_t *answer = wait_for_answer(last_ask_, msg, static_cast<uint32_t>(size));
+    connection_->set_armed(false);
+    channel_.make_ready(); /* rings for the loop may have been heard here */
+    if (answer == nullptr) return is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_NO_ANSWER;
+    const size_t length = answer->size;
+    if (length != 0) {
+        tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer->bytes(), length);
+        memcpy(reply, answer->bytes(), std::min(length, reply_size));
+    }
+    message_free(answer);
+    return length == 0 ? FWX_HOST_ERR_NO_ANSWER : 0;
+}
+
+/** Null when time is up or the server is gone. */
+message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_t size) {
+    const auto deadline = std::chrono::steady_clock::now() + answer_timeout;
+    bool is_sent = false;
+    bool is_armed = false;
+    for (;;) {
+        report_taken();
+        if (!is_sent && copy_waiting() && to_server_.write(number, msg, size)) is_sent = has_written_ = true;
+        if (message_t *answer = find_answer(number)) return answer;
+        check_rings();
+        if (is_down_) return nullptr;
+        after_run();
+        if (!is_armed) {
+            connection_->set_armed(true);
+            is_armed = true;
+            continue;
+        }
+        const shm_connection_t::woken_t woken = connection_->wait(deadline);
+        is_armed = false;
+        if (woken == shm_connection_t::woken_t::TOO_LATE) return nullptr;
+        if (woken == shm_connection_t::woken_t::HUNG_UP) go_down();
+    }
+}
+
+/** Drops the answers that came too late for an earlier message. */
+message_t *shm_link_t::find_answer(uint32_t number) {
+    answers_.refresh();
+    while (answers_.has_record()) {
+        const shm_record_t record = answers_.front();
+        if (answers_.is_broken()) return nullptr;
+        const bool is_wanted = record.tag == number;
+        message_t *answer = is_wanted ? message_alloc(record.size) : nullptr;
+        if (answer != nullptr) answers_.copy_to(answer->bytes(), record);
+        if (is_wanted && answer == nullptr) host_errors.dropped_no_buffer += 1;
+        answers_.skip(record);
+        if (answer != nullptr) return answer;
+    }
+    return nullptr;
+}
+
+bool shm_link_t::has_work() {
+    return !is_down_ && (to_client_.has_news() || (last_copied_ != nullptr && to_server_.has_news()));
+}
+
+void shm_link_t::check_rings() {
+    if (is_down_) return;
+    if (!to_server_.is_broken() && !to_client_.is_broken() && !answers_.is_broken()) return;
+    host_errors.dropped_malformed += 1;
+    go_down();
+}
+
+void shm_link_t::go_down() {
+    if (is_down_) return;
+    is_down_ = true;
+    to_client_.refresh();
+    to_server_.withdraw();
+    report_taken();
+    channel_.link_down();
+}
+
+}  // namespace
+
+uint32_t shm_link_open(const char *server_name, fwx_host_loop_t &loop, channel_t &channel,
+                       std::unique_ptr<link_t> *link) {
+    descriptor_t socket;
+    if (const uint32_t code = shm_connect(server_name, &socket)) return code;
+    auto connection = shm_connection_t::offer(loop, std::move(socket));
+    if (connection == nullptr) return host_errno_nomem;
+    auto made = std::make_unique<shm_link_t>(std::move(connection), channel);
+    if (!made->start()) return host_errno_nomem;
+    *link = std::move(made);
+    return 0;
+}
+
+extern "C" void fwx_host_sync_timeout_set_ms(uint64_t timeout_ms) {
+    constexpr uint64_t longest_ms = uint64_t{86400} * 365 * 1000; /* so that no deadline overflows */
+    answer_timeout = std::chrono::milliseconds(std::min(timeout_ms, longest_ms));
+}

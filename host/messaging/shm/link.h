@@ -1,0 +1,15 @@
+/* The link between processes, as the client's holds it. */
+#ifndef HOST_MESSAGING_SHM_LINK_H
+#define HOST_MESSAGING_SHM_LINK_H
+
+#include <memory>
+
+#include "host/messaging/channel.h"
+#include "host/messaging/link.h"
+
+/** Connects a channel to the server that listens as `server_name`. FWX_HOST_ERR_NO_SERVER, FWX_HOST_ERR_FOREIGN,
+ * FWX_HOST_ERR_BAD_ARG, or an errno value. Throws std::bad_alloc. */
+uint32_t shm_link_open(const char *server_name, fwx_host_loop_t &loop, channel_t &channel,
+                       std::unique_ptr<link_t> *link);
+
+#endif

@@ -1,0 +1,140 @@
+#include "host/messaging/shm/peer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fwx_host/errors.h"
+#include "host/messaging/message.h"
+#include "host/messaging/peer.h"
+#include "host/runtime/memory.h"
+
+namespace {
+
+constexpr uint64_t limit_of_unsent = uint64_t{64} << 20; /* bytes for a client that reads too slowly */
+
+class shm_peer_t final : public fwx_host_peer, public shm_connection_t::owner_t {
+public:
+    shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection);
+    ~shm_peer_t() override;
+    bool start() { return connection_->start(*this); }
+
+    bool is_linked() const override { return connection_ != nullptr; }
+    bool has_message() override;
+    void take_one() override;
+    void after_run() override;
+    uint32_t send(const void *msg, size_t size) override;
+    void loop_gone() override { cut_off(); }
+
+    bool has_work() override;
+    void rung() override { make_ready(); }
+    void hung_up() override { cut_off(); }
+
+private:
+    void unlink() override { connection_.reset(); }
+    void answer(uint32_t number, const message_t &question);
+    void send_unsent();
+
+    std::unique_ptr<shm_connection_t> connection_; /* null once cut off */
+    shm_reader_t requests_;
+    shm_writer_t messages_;
+    shm_writer_t answers_;
+    message_queue_t unsent_;
+    uint64_t unsent_bytes_ = 0;
+    bool has_written_ = false; /* since the client was last rung for */
+    bool has_read_ = false;
+};
+
+shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection)
+    : fwx_host_peer(its_server),
+      connection_(std::move(connection)),
+      requests_(connection_->segment().to_server, connection_->segment().to_server_bytes, shm_ring_bytes),
+      messages_(connection_->segment().to_client, connection_->segment().to_client_bytes, shm_ring_bytes),
+      answers_(connection_->segment().answers, connection_->segment().answer_bytes, shm_answer_bytes) {}
+
+shm_peer_t::~shm_peer_t() {
+    while (!unsent_.empty()) {
+        message_free(unsent_.pop());
+    }
+}
+
+bool shm_peer_t::has_message() {
+    connection_->set_armed(false);
+    if (!requests_.has_record()) requests_.refresh();
+    if (requests_.is_broken()) cut_off();
+    return requests_.has_record();
+}
+
+/* The message counts as taken before the server sees it: what the server answers is then never ahead of that. */
+void shm_peer_t::take_one() {
+    const shm_record_t record = requests_.front();
+    message_t *message = requests_.is_broken() ? nullptr : message_alloc(record.size);
+    if (message == nullptr) return cut_off();
+    requests_.copy_to(message->bytes(), record);
+    has_read_ = requests_.pop(record);
+    if (!has_read_) {
+        cut_off();
+    } else if (record.tag == 0) {
+        server->ops.received(server->ctx, this, message->bytes(), message->size);
+    } else {
+        answer(record.tag, *message);
+    }
+    message_free(message);
+}
+
+/* An answer that does not fit is one that its client gave up waiting for, behind others such. */
+void shm_peer_t::answer(uint32_t number, const message_t &question) {
+    alignas(16) uint8_t bytes[answer_limit];
+    const size_t length = server->ops.asked(server->ctx, this, question.bytes(), question.size, bytes, sizeof(bytes));
+    if (!is_connected()) return;
+    answers_.write(number, bytes, static_cast<uint32_t>(std::min(length, sizeof(bytes))));
+    has_written_ = true;
+}
+
+void shm_peer_t::after_run() {
+    send_unsent();
+    connection_->ring(has_written_, has_read_);
+    has_written_ = has_read_ = false;
+    if (messages_.is_broken() || answers_.is_broken()) cut_off();
+}
+
+uint32_t shm_peer_t::send(const void *msg, size_t size) {
+    if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
+    make_ready(); /* the client is rung for when the server has done what there is to do */
+    if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
+        has_written_ = true;
+        return 0;
+    }
+    if (unsent_bytes_ + size > limit_of_unsent) return FWX_HOST_ERR_FULL;
+    message_t *message = message_alloc(size);
+    if (message == nullptr) return host_errno_nomem;
+    if (size != 0) memcpy(message->bytes(), msg, size);
+    unsent_.push(message);
+    unsent_bytes_ += size;
+    connection_->set_wants_room(true);
+    return 0;
+}
+
+void shm_peer_t::send_unsent() {
+    if (unsent_.empty()) return;
+    while (!unsent_.empty() && messages_.write(0, unsent_.front()->bytes(), unsent_.front()->size)) {
+        has_written_ = true;
+        unsent_bytes_ -= unsent_.front()->size;
+        message_free(unsent_.pop());
+    }
+    connection_->set_wants_room(!unsent_.empty());
+}
+
+bool shm_peer_t::has_work() {
+    if (!is_connected()) return false;
+    if (!requests_.has_record()) requests_.refresh();
+    if (!server->is_paused && (requests_.has_record() || requests_.is_broken())) return true;
+    return !unsent_.empty() && (messages_.has_room(unsent_.front()->size) || messages_.is_broken());
+}
+
+}  // namespace
+
+void shm_peer_make(fwx_host_server_t &server, std::unique_ptr<shm_connection_t> connection) {
+    auto *peer = new shm_peer_t(server, std::move(connection)); /* it is its server's from here on */
+    const bool is_started = host_guarded(false, [peer] { return peer->start(); });
+    if (!is_started) peer->cut_off();
+}

@@ -1,0 +1,101 @@
+/*
+ * A ring of records in memory that two processes share; one of them writes, the other reads. Neither trusts the other:
+ * each keeps its own index to itself and only publishes it, and checks what it reads from the ring before it uses it.
+ * The one that finds the ring broken says so from then on and does not touch it any more.
+ *
+ * Indices count bytes, run on over the ring's capacity and wrap at 32 bits. A record is a header and its bytes, rounded
+ * up to whole units; the bytes may go around to the start of the ring, the header never does.
+ */
+#ifndef HOST_MESSAGING_SHM_RING_H
+#define HOST_MESSAGING_SHM_RING_H
+
+#include <atomic>
+#include <cstdint>
+
+constexpr uint32_t shm_ring_unit = 8;
+constexpr uint32_t shm_record_header = 8; /* length in bytes, then the tag, as 32-bit words */
+
+/** The shared indices, a cache line for each. */
+struct shm_ring_t {
+    alignas(64) std::atomic<uint32_t> written;
+    alignas(64) std::atomic<uint32_t> read; /* lowest bit: the writer took back what was not read */
+};
+static_assert(std::atomic<uint32_t>::is_always_lock_free);
+
+/** The longest record of a ring of this capacity. */
+constexpr uint32_t shm_largest_record(uint32_t capacity) {
+    return capacity - shm_record_header;
+}
+
+class shm_writer_t {
+public:
+    /** `capacity` bytes at `data`, a power of two. The ring must be empty and fresh: both indices 0. */
+    shm_writer_t(shm_ring_t &ring, uint8_t *data, uint32_t capacity) : ring_(ring), data_(data), capacity_(capacity) {}
+
+    /** False when there is no room for it now, or when the ring is broken. */
+    bool write(uint32_t tag, const void *bytes, uint32_t size);
+    bool has_room(uint32_t size);
+    /** Where the next record begins, which is where the last one ends. */
+    uint32_t position() const { return written_; }
+    /** Looks how far the reader has come. */
+    void refresh();
+    /** Whether the reader has come further since. */
+    bool has_news() const { return ring_.read.load(std::memory_order_acquire) != read_; }
+    /** Whether the reader has come, when last looked, as far as a position returned earlier. */
+    bool is_read(uint32_t position) const { return static_cast<int32_t>(read_ - position) >= 0; }
+    /** Takes back what was not read; the reader gets none of it. Nothing can be written after it. */
+    void withdraw();
+    bool is_broken() const { return is_broken_; }
+
+private:
+    uint32_t room() const { return capacity_ - (written_ - read_); }
+    void accept(uint32_t read);
+
+    shm_ring_t &ring_;
+    uint8_t *data_;
+    uint32_t capacity_;
+    uint32_t written_ = 0;
+    uint32_t read_ = 0; /* as last seen */
+    bool is_broken_ = false;
+};
+
+struct shm_record_t {
+    uint32_t size;
+    uint32_t tag;
+};
+
+class shm_reader_t {
+public:
+    /** As for the writer. */
+    shm_reader_t(shm_ring_t &ring, const uint8_t *data, uint32_t capacity)
+        : ring_(ring), data_(data), capacity_(capacity) {}
+
+    /** Whether records are left of what was there when last looked. */
+    bool has_record() const { return !is_broken_ && read_ != written_; }
+    /** Looks how far the writer has come. */
+    void refresh();
+    /** Whether the writer has come further since. */
+    bool has_news() const { return ring_.written.load(std::memory_order_acquire) != written_; }
+    /** The oldest record, which is_broken() afterwards may disown. Requires has_record(). */
+    shm_record_t front();
+    /** The first four bytes of the record that front() returned; it must have them. */
+    uint32_t first_word() const;
+    /** Copies the bytes of the record that front() returned. */
+    void copy_to(void *bytes, const shm_record_t &record) const;
+    /** Goes on to the next record; false when this one was not to be had any more: it was taken back, or the ring is
+     * broken. */
+    bool pop(const shm_record_t &record);
+    /** Goes on to the next record of a ring whose writer takes nothing back, which spares a locked instruction. */
+    void skip(const shm_record_t &record);
+    bool is_broken() const { return is_broken_; }
+
+private:
+    shm_ring_t &ring_;
+    const uint8_t *data_;
+    uint32_t capacity_;
+    uint32_t read_ = 0;
+    uint32_t written_ = 0; /* as last seen */
+    bool is_broken_ = false;
+};
+
+#endif

@@ -1,0 +1,99 @@
+#include "fwx_host/debug.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "host/runtime/memory.h"
+#include "platform/runtime.h"
+
+namespace {
+
+enum : uint32_t { LEVEL_NONE, LEVEL_ERROR, LEVEL_WARN, LEVEL_INFO, LEVEL_TRACE };
+
+struct {
+    fwx_host_debug_sink_t fn;
+    void *arg;
+} sink;
+
+using levels_t = std::vector<std::pair<uint32_t, uint32_t>>;
+
+/** Level by module, of the modules that ever had one set: a handful, asked for at every log statement. */
+levels_t &levels = *new levels_t;
+
+/** Returns the number of characters, negative when the format is broken. */
+__attribute__((format(printf, 3, 0))) int print(fwx_host_debug_channel_t channel, uint32_t level, const char *format,
+                                                va_list args) {
+    if (sink.fn == nullptr) return vfprintf(stderr, format, args);
+    va_list again;
+    va_copy(again, args);
+    char text[512];
+    const int length = vsnprintf(text, sizeof(text), format, args);
+    if (length >= static_cast<int>(sizeof(text))) {
+        const size_t whole = static_cast<size_t>(length) + 1;
+        const std::unique_ptr<char[]> longer(new (std::nothrow) char[whole]);
+        if (longer != nullptr) vsnprintf(longer.get(), whole, format, again);
+        sink.fn(sink.arg, channel, level, longer != nullptr ? longer.get() : text); /* else what fits */
+    } else if (length >= 0) {
+        sink.fn(sink.arg, channel, level, text);
+    }
+    va_end(again);
+    return length;
+}
+
+}  // namespace
+
+/* Variadic functions cannot share a body by a call; this is the one they have. */
+#define HOST_PRINT(channel, level)                          \
+    va_list args;                                           \
+    va_start(args, format);                                 \
+    const int length = print(channel, level, format, args); \
+    va_end(args)
+
+#define HOST_DEFINE_BUGINF(name, level)                                            \
+    void fwx_buginf_##name(const char *format, ...) {                              \
+        HOST_PRINT(FWX_HOST_DEBUG_LEVEL, level);                                   \
+        (void)length;                                                              \
+    }                                                                              \
+    void fwx_buginf_flags_internal_##name(const void *, const char *format, ...) { \
+        HOST_PRINT(FWX_HOST_DEBUG_FLAGS, level);                                   \
+        (void)length;                                                              \
+    }
+
+extern "C" {
+
+HOST_DEFINE_BUGINF(error, LEVEL_ERROR)
+HOST_DEFINE_BUGINF(warn, LEVEL_WARN)
+HOST_DEFINE_BUGINF(info, LEVEL_INFO)
+HOST_DEFINE_BUGINF(trace, LEVEL_TRACE)
+
+int fwx_printf(const char *format, ...) {
+    HOST_PRINT(FWX_HOST_DEBUG_CONSOLE, LEVEL_NONE);
+    return length;
+}
+
+uint32_t fwx_get_debug_level(uint32_t module) {
+    for (const auto &[known, level] : levels) {
+        if (known == module) return level;
+    }
+    return LEVEL_NONE;
+}
+
+void fwx_host_debug_level_set(uint32_t module, uint32_t level) {
+    for (auto &[known, its_level] : levels) {
+        if (known == module) {
+            its_level = level;
+            return;
+        }
+    }
+    host_guarded(host_errno_nomem, [&] { levels.emplace_back(module, level); });
+}
+
+void fwx_host_debug_sink_set(fwx_host_debug_sink_t fn, void *arg) {
+    sink = {fn, arg};
+}
+
+}  // extern "C"

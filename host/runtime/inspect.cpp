@@ -1,0 +1,16 @@
+#include "host/runtime/inspect.h"
+
+fwx_host_live_t host_live;
+fwx_host_errors_t host_errors;
+
+extern "C" {
+
+void fwx_host_live_get(fwx_host_live_t *live) {
+    if (live != nullptr) *live = host_live;
+}
+
+void fwx_host_errors_get(fwx_host_errors_t *errors) {
+    if (errors != nullptr) *errors = host_errors;
+}
+
+}  // extern "C"

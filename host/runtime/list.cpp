@@ -1,0 +1,99 @@
+/*
+ * Intrusive lists. An element's `prev` tells whether it is on a list: null off any list, otherwise the link before it,
+ * which for the first element is the list's own. Every operation is O(1) but destroy.
+ */
+#include <new>
+
+#include "fwx_host/errors.h"
+#include "host/runtime/fault.h"
+#include "host/runtime/inspect.h"
+#include "host/runtime/memory.h"
+#include "platform/runtime.h"
+
+struct fwx_list {
+    fwx_list_link_t head;  /* `next` is the first element, `prev` is unused */
+    fwx_list_link_t *tail; /* the list's own link when the list is empty */
+    bool owns_elements;
+};
+
+namespace {
+
+constexpr uint32_t kind_owning = 0;
+
+bool is_linked(const fwx_list_link_t *link) {
+    return link->prev != nullptr && link->prev->next == link;
+}
+
+/** Tells all but one thing: an element of another list that is not its last looks like an inner element of this one. */
+bool is_on(const fwx_list_t *list, const fwx_list_link_t *link) {
+    if (!is_linked(link)) return false;
+    return link->next == nullptr ? list->tail == link : link->next->prev == link;
+}
+
+void unlink(fwx_list_t *list, fwx_list_link_t *link) {
+    link->prev->next = link->next;
+    if (link->next == nullptr) {
+        list->tail = link->prev;
+    } else {
+        link->next->prev = link->prev;
+    }
+    *link = {nullptr, nullptr};
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t fwx_list_init(fwx_list_t **list, uint32_t kind) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_INIT)) return code;
+    if (list == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    auto *made = new (std::nothrow) fwx_list_t{};
+    if (made == nullptr) return host_errno_nomem;
+    made->tail = &made->head;
+    made->owns_elements = kind == kind_owning;
+    host_live.lists += 1;
+    *list = made;
+    return 0;
+}
+
+uint32_t fwx_list_head(fwx_list_t *list, void **head) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_HEAD)) return code;
+    if (list == nullptr || head == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    *head = list->head.next;
+    return 0;
+}
+
+uint32_t fwx_list_insert_tail(fwx_list_t *list, void *element) {
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_INSERT_TAIL)) return code;
+    if (list == nullptr || element == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    auto *link = static_cast<fwx_list_link_t *>(element);
+    if (is_linked(link)) return FWX_HOST_ERR_LISTED;
+    *link = {nullptr, list->tail};
+    list->tail->next = link;
+    list->tail = link;
+    return 0;
+}
+
+uint32_t fwx_list_remove_element(fwx_list_t *list, void *element) {
+    const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_REMOVE);
+    if (list == nullptr || element == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_ARG;
+    auto *link = static_cast<fwx_list_link_t *>(element);
+    if (!is_on(list, link)) return code != 0 ? code : FWX_HOST_ERR_NOT_LISTED;
+    unlink(list, link); /* also when an armed fault strikes: a refused element is never on the list afterwards */
+    return code;
+}
+
+uint32_t fwx_list_destroy(fwx_list_t *list) {
+    const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_DESTROY);
+    if (list == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_ARG;
+    while (list->head.next != nullptr) {
+        fwx_list_link_t *first = list->head.next;
+        unlink(list, first);
+        if (list->owns_elements) fwx_free_named(first);
+    }
+    delete list;
+    host_live.lists -= 1;
+    return code;
+}
+
+}  // extern "C"

@@ -1,0 +1,110 @@
+#include "host/runtime/memory.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "host/runtime/fault.h"
+#include "host/runtime/inspect.h"
+#include "platform/runtime.h"
+
+namespace {
+
+/** What is live under one tag. Lives as long as the process, so that blocks can point at it. */
+struct account_t {
+    account_t *next;
+    uint64_t blocks;
+    uint64_t bytes;
+    uint32_t tag;
+};
+
+/** Stands before every block and keeps its alignment. */
+struct block_header_t {
+    account_t *account;
+    size_t size;
+};
+static_assert(sizeof(block_header_t) == 16);
+
+constexpr uint32_t chain_count = 128; /* a power of two above the tags in use, which then never share a chain */
+account_t *accounts[chain_count];
+
+account_t *account_find(uint32_t tag) {
+    account_t *account = accounts[tag % chain_count];
+    while (account != nullptr && account->tag != tag) {
+        account = account->next;
+    }
+    return account;
+}
+
+account_t *account_get(uint32_t tag) {
+    account_t *account = account_find(tag);
+    if (account != nullptr) return account;
+    account = static_cast<account_t *>(calloc(1, sizeof(account_t)));
+    if (account == nullptr) return nullptr;
+    account->tag = tag;
+    account->next = accounts[tag % chain_count];
+    accounts[tag % chain_count] = account;
+    return account;
+}
+
+}  // namespace
+
+void *host_block_alloc(uint32_t tag, size_t size) {
+    size_t whole = 0;
+    if (__builtin_add_overflow(size, sizeof(block_header_t), &whole)) return nullptr;
+    account_t *account = account_get(tag);
+    if (account == nullptr) return nullptr;
+    auto *header = static_cast<block_header_t *>(calloc(1, whole));
+    if (header == nullptr) return nullptr;
+    *header = {account, size};
+    account->blocks += 1;
+    account->bytes += size;
+    host_live.memory_blocks += 1;
+    host_live.memory_bytes += size;
+    return header + 1;
+}
+
+extern "C" {
+
+void *fwx_calloc_named(uint32_t tag, size_t count, size_t size) {
+    size_t bytes = 0;
+    if (host_fault_check(FWX_HOST_OP_CALLOC) != 0 || __builtin_mul_overflow(count, size, &bytes)) return nullptr;
+    return host_block_alloc(tag, bytes);
+}
+
+void fwx_free_named(void *ptr) {
+    if (ptr == nullptr) return;
+    auto *header = static_cast<block_header_t *>(ptr) - 1;
+    header->account->blocks -= 1;
+    header->account->bytes -= header->size;
+    host_live.memory_blocks -= 1;
+    host_live.memory_bytes -= header->size;
+    free(header);
+}
+
+void *fwx_memcpy(void *dst, const void *src, size_t size) {
+    return size == 0 ? dst : memcpy(dst, src, size);
+}
+
+void *fwx_memset(void *dst, int value, size_t size) {
+    return size == 0 ? dst : memset(dst, value, size);
+}
+
+char *fwx_getenv(const char *name) {
+    return getenv(name);
+}
+
+uint64_t fwx_host_memory_live(void) {
+    return host_live.memory_bytes;
+}
+
+uint64_t fwx_host_memory_live_tag(uint32_t tag) {
+    const account_t *account = account_find(tag);
+    return account == nullptr ? 0 : account->bytes;
+}
+
+uint64_t fwx_host_memory_blocks_tag(uint32_t tag) {
+    const account_t *account = account_find(tag);
+    return account == nullptr ? 0 : account->blocks;
+}
+
+}  // extern "C"

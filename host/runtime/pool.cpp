@@ -1,0 +1,192 @@
+/*
+ * Pools of fixed-size elements. Elements are carved from zeroed slabs, which a pool finds by address; each follows a
+ * header of its own, which tells whether it is out, and holds the pool while it is and the free list while it is not.
+ * The bytes of a freed element are left alone: the list links at its front still tell that it is on no list.
+ */
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <map>
+#include <new>
+#include <string>
+
+#include "host/runtime/fault.h"
+#include "host/runtime/inspect.h"
+#include "host/runtime/memory.h"
+#include "platform/runtime.h"
+
+namespace {
+
+constexpr size_t alignment = 16;
+constexpr size_t link_bytes = sizeof(fwx_list_link_t); /* cleared at the front of every element handed out */
+
+enum class element_state_t : uint32_t { FREE = 0x46524545, OUT = 0x4f555421 };
+
+struct alignas(alignment) element_header_t {
+    union {
+        element_header_t *next_free;
+        fwx_chunk_t *pool;
+    };
+    element_state_t state;
+};
+static_assert(sizeof(element_header_t) == 16);
+
+using caps_t = std::map<std::string, uint64_t>;
+
+caps_t &caps = *new caps_t; /* never destroyed: pools may outlive static destructors */
+
+/** The cap of a pool name, which stays where it is for good; null when memory is out. */
+uint64_t *cap_of(const char *name) {
+    return host_guarded<uint64_t *>(nullptr, [name] {
+        return &caps.emplace(name == nullptr ? "" : name, std::numeric_limits<uint64_t>::max()).first->second;
+    });
+}
+
+}  // namespace
+
+struct fwx_chunk {
+    const uint64_t *cap;
+    size_t stride; /* of an element with its header */
+    uint32_t slab_elements;
+    uint32_t uncarved;     /* elements of the newest slab that were never handed out */
+    unsigned char *newest; /* slab */
+    unsigned char **slabs; /* in the order of their addresses */
+    uint32_t slab_count;
+    uint32_t slab_room; /* in `slabs` */
+    element_header_t *free_list;
+    uint64_t out;
+    bool is_plain; /* made by chunk_create */
+};
+
+namespace {
+
+fwx_chunk_t *pool_create(const char *name, size_t element_size, uint32_t count, bool is_plain) {
+    constexpr size_t largest_element = size_t{1} << 30;
+    if (element_size == 0 || element_size > largest_element || count == 0) return nullptr;
+    const uint64_t *cap = cap_of(name);
+    auto *pool = cap == nullptr ? nullptr : new (std::nothrow) fwx_chunk_t{};
+    if (pool == nullptr) return nullptr;
+    pool->cap = cap;
+    pool->stride = sizeof(element_header_t) + (element_size + alignment - 1) / alignment * alignment;
+    pool->slab_elements = count;
+    pool->is_plain = is_plain;
+    host_live.pools += 1;
+    return pool;
+}
+
+void pool_destroy(fwx_chunk_t *pool, bool is_plain) {
+    if (pool == nullptr) return;
+    if (pool->is_plain != is_plain) host_errors.bad_frees += 1;
+    std::for_each_n(pool->slabs, pool->slab_count, free);
+    free(pool->slabs);
+    host_live.pool_elements -= pool->out;
+    host_live.pools -= 1;
+    delete pool;
+}
+
+/** Where the first slab behind `address` stands, or would stand. */
+unsigned char **slab_behind(const fwx_chunk_t *pool, const void *address) {
+    return std::upper_bound(pool->slabs, pool->slabs + pool->slab_count, address, std::less<const void *>());
+}
+
+bool make_room_for_slab(fwx_chunk_t *pool) {
+    if (pool->slab_count < pool->slab_room) return true;
+    const uint32_t room = std::max(8U, pool->slab_room * 2);
+    auto **grown = static_cast<unsigned char **>(realloc(pool->slabs, room * sizeof(*pool->slabs)));
+    if (grown == nullptr) return false;
+    pool->slabs = grown;
+    pool->slab_room = room;
+    return true;
+}
+
+bool grow(fwx_chunk_t *pool) {
+    if (!make_room_for_slab(pool)) return false;
+    auto *slab = static_cast<unsigned char *>(calloc(pool->slab_elements, pool->stride));
+    if (slab == nullptr) return false;
+    unsigned char **place = slab_behind(pool, slab);
+    std::copy_backward(place, pool->slabs + pool->slab_count, pool->slabs + pool->slab_count + 1);
+    *place = slab;
+    pool->slab_count += 1;
+    pool->newest = slab;
+    pool->uncarved = pool->slab_elements;
+    return true;
+}
+
+element_header_t *take(fwx_chunk_t *pool) {
+    if (pool->free_list != nullptr) {
+        element_header_t *header = pool->free_list;
+        pool->free_list = header->next_free;
+        return header;
+    }
+    if (pool->uncarved == 0 && !grow(pool)) return nullptr;
+    const size_t index = pool->slab_elements - pool->uncarved;
+    pool->uncarved -= 1;
+    return reinterpret_cast<element_header_t *>(pool->newest + index * pool->stride);
+}
+
+}  // namespace
+
+extern "C" {
+
+fwx_chunk_t *chunk_create(const char *name, size_t element_size, uint32_t count, uint32_t, uint32_t, uint32_t) {
+    if (host_fault_check(FWX_HOST_OP_CHUNK_CREATE) != 0) return nullptr;
+    return pool_create(name, element_size, count, true);
+}
+
+fwx_chunk_t *fwx_chunk_create(const char *name, size_t element_size, uint32_t count, uint32_t, uint32_t, uint32_t) {
+    if (host_fault_check(FWX_HOST_OP_FWX_CHUNK_CREATE) != 0) return nullptr;
+    return pool_create(name, element_size, count, false);
+}
+
+void *chunk_malloc(fwx_chunk_t *pool) {
+    if (host_fault_check(FWX_HOST_OP_CHUNK_MALLOC) != 0 || pool == nullptr || pool->out >= *pool->cap) return nullptr;
+    element_header_t *header = take(pool);
+    if (header == nullptr) return nullptr;
+    header->pool = pool;
+    header->state = element_state_t::OUT;
+    pool->out += 1;
+    host_live.pool_elements += 1;
+    return memset(header + 1, 0, link_bytes);
+}
+
+void chunk_free(fwx_chunk_t *pool, void *element) {
+    if (pool == nullptr || element == nullptr) return;
+    auto *header = static_cast<element_header_t *>(element) - 1;
+    if (header->state != element_state_t::OUT || header->pool != pool) {
+        host_errors.bad_frees += 1;
+        return;
+    }
+    header->state = element_state_t::FREE;
+    header->next_free = pool->free_list;
+    pool->free_list = header;
+    pool->out -= 1;
+    host_live.pool_elements -= 1;
+}
+
+/* A header is read only where the address is that of an element of a slab of this pool. */
+uint32_t fwx_chunk_owns(fwx_chunk_t *pool, const void *element) {
+    if (pool == nullptr) return 0;
+    unsigned char *const *behind = slab_behind(pool, element);
+    if (behind == pool->slabs) return 0;
+    const unsigned char *slab = behind[-1];
+    const size_t offset = reinterpret_cast<uintptr_t>(element) - reinterpret_cast<uintptr_t>(slab);
+    if (offset >= pool->stride * pool->slab_elements || offset % pool->stride != sizeof(element_header_t)) return 0;
+    const auto *header = reinterpret_cast<const element_header_t *>(slab + offset) - 1;
+    return header->state == element_state_t::OUT ? 1 : 0;
+}
+
+void chunk_destroy(fwx_chunk_t *pool) {
+    pool_destroy(pool, true);
+}
+
+void fwx_chunk_destroy(fwx_chunk_t *pool) {
+    pool_destroy(pool, false);
+}
+
+void fwx_host_pool_cap_set(const char *name, uint64_t max_elements) {
+    if (uint64_t *cap = cap_of(name)) *cap = max_elements;
+}
+
+}  // extern "C"

@@ -1,0 +1,186 @@
+/* What every operation that needs memory does when there is none: it says so, and nothing of it stays. */
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "channel_fixture.h"
+#include "host/messaging/shm/socket.h"
+#include "platform/cgm.h"
+#include "platform/runtime.h"
+#include "platform/tbm.h"
+#include "tests/support/zero_server.h"
+
+#ifndef ADDRESS_SANITIZER /* a sanitizer's own memory would end as well */
+namespace {
+
+constexpr char long_name[] = "a name that is longer than what a string holds without memory";
+constexpr uint32_t no_memory = 12;
+constexpr uint32_t module = 0x1c000000;
+constexpr cgm_client_reg_t cgm_client = {[](uint32_t, void **, uint32_t, uint32_t, void *, void *) { return 0U; }, 7,
+                                         0};
+constexpr uint32_t strides[] = {4, 4};
+
+/** All that malloc still has, of every size. */
+class hoard_t {
+public:
+    void take_all() {
+        const rlimit no_more = {0, 0};
+        setrlimit(RLIMIT_AS, &no_more);
+        for (size_t size = size_t{1} << 26; size > 4096; size /= 2) {
+            take(size);
+        }
+        for (size_t size = 4096; size > 0; size -= 16) {
+            take(size);
+        }
+    }
+    void give_back() {
+        while (blocks_ != nullptr) {
+            block_t *next = blocks_->next;
+            free(blocks_);
+            blocks_ = next;
+        }
+    }
+
+private:
+    struct block_t {
+        block_t *next;
+    };
+
+    void take(size_t size) {
+        while (auto *block = static_cast<block_t *>(malloc(size))) {
+            block->next = blocks_;
+            blocks_ = block;
+        }
+    }
+
+    block_t *blocks_ = nullptr;
+};
+
+class exhausted_memory_t : public channel_fixture_t {
+protected:
+    exhausted_memory_t() : channel_fixture_t(link_kind_t::between_processes) {}
+
+    void SetUp() override {
+        channel_fixture_t::SetUp();
+        ASSERT_EQ(fwx_host_server_register("deaf", loop_, &zero_server_ops, nullptr, &deaf_), 0u);
+        ASSERT_EQ(fwx_cl_hash_create("empty", 4, 3, nullptr, nullptr, &table_), 0u);
+        pool_ = chunk_create("empty", 32, 4, 1, 4, 0);
+        ASSERT_EQ(pipe(pipe_), 0);
+        ASSERT_EQ(shm_connect(server_name, &visitor_), 0u);
+    }
+
+    /** Calls everything that takes memory; null, or what did not do as it should. */
+    const char *call_all() {
+        void *made = nullptr;
+        fwx_list_t *list = nullptr;
+        fwx_cl_hash_t *table = nullptr;
+        fwx_host_server_t *server = nullptr;
+        smc_chan_t chan = 0;
+        uint32_t code = 0;
+        const smc_event_t ev = event();
+        if (fwx_calloc_named(1, 1, 8) != nullptr) return "memory";
+        if (fwx_list_init(&list, 1) != no_memory) return "list";
+        if (fwx_cl_hash_create("t", 4, 3, nullptr, nullptr, &table) != no_memory) return "hash table";
+        if (fwx_cl_hash_add(table_, 1, this) != no_memory) return "hash table's entry";
+        if (chunk_create(long_name, 32, 4, 1, 4, 0) != nullptr) return "pool of a new name";
+        if (chunk_create("empty", 32, 4, 1, 4, 0) != nullptr) return "pool";
+        if (chunk_malloc(pool_) != nullptr) return "pool's element";
+        if (fwx_event_context_create(&chan_, &made) != no_memory) return "event context";
+        tbm_init_v4(
+            7, 6, 2, 1, strides, 1, 0, nullptr, [](void *, void *, void *, void *) { return 0U; }, nullptr, 8, nullptr,
+            &code);
+        if (code != no_memory) return "tree";
+        if (cgm_int_register_client(7, &cgm_client) != no_memory) return "classifier client";
+        if (fwx_host_cgm_notify(7, 0, nullptr, 0, 0, nullptr) != FWX_HOST_ERR_NO_CLIENT) return "no classifier client";
+
+        if (fwx_host_loop_create() != nullptr) return "loop";
+        if (fwx_host_timer_add(
+                loop_, 0, [](void *) { _exit(101); }, nullptr) != 0)
+            return "timer";
+        if (fwx_host_loop_watch(
+                loop_, pipe_[0], [](void *) {}, nullptr) != no_memory)
+            return "watch";
+
+        if (smc_msg_chan_open("deaf", ev, 0, on_error, &chan) != no_memory) return "channel";
+        if (smc_msg_chan_open("tested", ev, 0, on_error, &chan) != no_memory) return "channel to another process";
+        if (smc_msg_chan_open(long_name, ev, 0, on_error, &chan) != no_memory) return "channel of a long name";
+        const uint16_t key[] = {0xc009, domain};
+        if (smc_msg_handler_attach(chan_, key, on_message, 0, 0xc009, domain) != no_memory) return "handler";
+        if (smc_msg_tx_buffer_alloc(100000, &made) != no_memory) return "transmit buffer";
+        if (fwx_host_connect_set(long_name, "server") != no_memory) return "server's name";
+        if (fwx_host_server_register(long_name, loop_, &zero_server_ops, nullptr, &server) != no_memory)
+            return "server";
+        if (fwx_host_server_find(long_name) != nullptr) return "no server";
+        if (fwx_host_server_listen(deaf_, "another") != no_memory) return "listening server";
+        fwx_host_loop_process(loop_); /* the visitor is turned away */
+        char byte = 0;
+        if (read(visitor_.get(), &byte, 1) != 0) return "visitor";
+
+        if (strcmp(xerr_strerror(0xa0300611), xerr_strerror(12)) == 0) return "error text";
+        fwx_host_error_text_add(0x6ffe, "lost");
+        if (strcmp(xerr_strerror(0x6ffe), "unknown error 0x00006ffe") != 0) return "error text of a program";
+        fwx_host_debug_level_set(module, 4);
+        if (fwx_get_debug_level(module) != 0) return "debug level";
+        fwx_host_pool_cap_set(long_name, 1);
+        static char line[600];
+        memset(line, 'x', sizeof(line) - 1);
+        static size_t printed;
+        fwx_host_debug_sink_set(
+            [](void *, fwx_host_debug_channel_t, uint32_t, const char *text) { printed = strlen(text); }, nullptr);
+        const int length = fwx_printf("%s", line);
+        fwx_host_debug_sink_set(nullptr, nullptr);
+        return length == 599 && printed > 0 && printed < 599 ? nullptr : "long line";
+    }
+
+    void clean_up() {
+        fwx_host_server_unregister(deaf_);
+        fwx_cl_hash_destroy(table_, 1);
+        chunk_destroy(pool_);
+        close(pipe_[0]);
+        close(pipe_[1]);
+    }
+
+    /** The exit status: 0 when everything was refused, and works again once there is memory. */
+    int exhaust() {
+        hoard_t hoard;
+        hoard.take_all();
+        const char *wrong = call_all();
+        hoard.give_back();
+        if (wrong != nullptr) {
+            fprintf(stderr, "not as it should be without memory: %s\n", wrong);
+            return 1;
+        }
+        if (fwx_host_loop_watch(
+                loop_, pipe_[0], [](void *) {}, nullptr) != 0)
+            return 2;
+        fwx_host_loop_unwatch(loop_, pipe_[0]);
+        if (send("a") != 0) return 3;
+        smc_chan_t chan = 0;
+        if (smc_msg_chan_open("deaf", event(), 0, on_error, &chan) != 0) return 4;
+        if (fwx_host_server_listen(deaf_, "another") != 0) return 5;
+        run();
+        smc_msg_chan_close(&chan);
+        run();
+        clean_up();
+        TearDown();
+        return log_ == log_lines_t{"took a", "done a 0", "disconnected"} && !HasFailure() ? 0 : 6;
+    }
+
+    fwx_host_server_t *deaf_ = nullptr;
+    fwx_cl_hash_t *table_ = nullptr;
+    fwx_chunk_t *pool_ = nullptr;
+    int pipe_[2] = {-1, -1};
+    descriptor_t visitor_;
+};
+
+TEST_F(exhausted_memory_t, every_operation_says_so_throws_nothing_and_works_once_there_is_some) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); /* a process of its own, without what earlier tests gave back */
+    EXPECT_EXIT(std::_Exit(exhaust()), testing::ExitedWithCode(0), "");
+    clean_up();
+}
+
+}  // namespace
+#endif

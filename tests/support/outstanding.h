@@ -1,0 +1,22 @@
+/* Commands that the library waits for. */
+#ifndef TESTS_SUPPORT_OUTSTANDING_H
+#define TESTS_SUPPORT_OUTSTANDING_H
+
+#include <cstddef>
+
+#include "fwx_nat64/client.h"
+#include "platform/runtime.h"
+
+/** How many are on the library's list; 0 when it cannot be read. Takes one call of FWX_HOST_OP_LIST_HEAD. */
+inline size_t outstanding_commands() {
+    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    void *head = nullptr;
+    if (info == nullptr || fwx_list_head(info->clnt_ctx_list, &head) != 0) return 0;
+    size_t count = 0;
+    for (auto *link = static_cast<fwx_list_link_t *>(head); link != nullptr; link = link->next) {
+        ++count;
+    }
+    return count;
+}
+
+#endif

@@ -1,0 +1,21 @@
+#include "tests/support/runtime_directory.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+runtime_directory_t::runtime_directory_t() {
+    char path[] = "/tmp/fwx_test.XXXXXX";
+    path_ = mkdtemp(path);
+    setenv("XDG_RUNTIME_DIR", path, 1);
+}
+
+runtime_directory_t::~runtime_directory_t() {
+    unsetenv("XDG_RUNTIME_DIR");
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+bool runtime_directory_t::is_clean() const {
+    std::error_code missing;
+    return std::filesystem::is_empty(sockets(), missing) || missing;
+}
