@@ -191,6 +191,7 @@ TEST_F(config_t, keeps_the_addresses_of_one_pool_from_every_other) {
         {"one inside it", pool_at(2, 12, 13), overlap},
         {"one beside it", pool_at(2, 20, 29), 0},
         {"range in its own pool", range_at(6, 1, 11, 12), 0},
+        {"the same range again", range_at(6, 1, 11, 12), exists},
         {"range in the other pool, behind a short range", range_at(6, 2, 15, 15), overlap},
         {"range between its own pool and the other", range_at(6, 2, 19, 20), overlap},
         {"the same bits as an IPv6 address", range(6, 2, 1, net(10, 0, 0, 10), net(10, 0, 0, 19)), 0},
