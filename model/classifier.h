@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "model/model.h"
+#include "model/command.h"
 
 struct classifier_t {
     fwx_nat64_model_classifier_t latest{};
@@ -21,6 +21,11 @@ struct classifier_t {
         ++latest.updates;
         return 0;
     }
+};
+
+constexpr command_t classifier_commands[] = {
+    not_kept<&classifier_t::end_batch>(FWX_NAT64_CFG_END_BATCH),
+    not_kept<&classifier_t::update>(FWX_NAT64_CFG_CLASSIFIER_UPDATE),
 };
 
 #endif

@@ -2,8 +2,6 @@
 #ifndef MODEL_CONFIGURATION_H
 #define MODEL_CONFIGURATION_H
 
-#include <tuple>
-
 #include "model/classifier.h"
 #include "model/interfaces.h"
 #include "model/loggings.h"
@@ -28,17 +26,6 @@ struct configuration_t {
     /* As fwx_nat64_model_t's. */
     void save(fwx_nat64_model_part_fn_t fn, void *arg) const;
     uint32_t restore(uint32_t op_code, const void *payload, size_t size);
-
-    /** The part of that type. */
-    template <typename part_t>
-    part_t &part() {
-        return std::get<part_t &>(
-            std::tie(sessions, settings, interfaces, mappings, pools, loggings, rules, classifier));
-    }
-    template <typename part_t>
-    const part_t &part() const {
-        return const_cast<configuration_t *>(this)->part<part_t>();
-    }
 };
 
 #endif

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "fwx_nat64/wire.h"
+#include "model/command.h"
 #include "model/table.h"
 
 using prefix_key_t = std::tuple<std::array<uint8_t, sizeof(fwx_nat64_prefix_t::prefix)>, uint8_t, uint32_t>;
@@ -23,5 +24,12 @@ struct interfaces_t {
 
 /** Number of prefixes that came with an interface. */
 uint32_t prefix_count(const fwx_nat64_intf_payload_t &interface);
+
+constexpr command_t interfaces_commands[] = {
+    kept<&interfaces_t::set, &interfaces_t::interfaces>(FWX_NAT64_CFG_INTF_SET),
+    kept_as<&interfaces_t::nvi_enable>(FWX_NAT64_CFG_NVI_INTF_ENABLE, FWX_NAT64_CFG_INTF_SET),
+    kept<&interfaces_t::prefix_set, &interfaces_t::prefixes>(FWX_NAT64_CFG_GLB_PREFIX),
+    kept<&interfaces_t::prefix_kind2_set, &interfaces_t::prefixes_kind2>(FWX_NAT64_CFG_GLB_PREFIX_KIND2),
+};
 
 #endif

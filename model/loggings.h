@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fwx_nat64/wire.h"
+#include "model/command.h"
 #include "model/table.h"
 
 struct loggings_t {
@@ -13,6 +14,12 @@ struct loggings_t {
     uint32_t add(const fwx_nat64_logging_payload_t &payload);
     uint32_t modify(const fwx_nat64_logging_payload_t &payload);
     uint32_t remove(const fwx_nat64_logging_payload_t &payload);
+};
+
+constexpr command_t loggings_commands[] = {
+    kept<&loggings_t::add, &loggings_t::loggings>(FWX_NAT64_CFG_LOGGING_ADD),
+    kept_as<&loggings_t::modify>(FWX_NAT64_CFG_LOGGING_MOD, FWX_NAT64_CFG_LOGGING_ADD),
+    kept_as<&loggings_t::remove>(FWX_NAT64_CFG_LOGGING_DEL, FWX_NAT64_CFG_LOGGING_ADD),
 };
 
 #endif

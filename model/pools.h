@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "model/address.h"
+#include "model/command.h"
 #include "model/sessions.h"
 #include "model/table.h"
 
@@ -50,6 +51,14 @@ private:
     bool is_range_of(std::map<span_t, fwx_nat64_pool_range_t>::const_iterator range, uint32_t pool_id) const {
         return range != ranges.entries.end() && range->first.pool_id == pool_id;
     }
+};
+
+/* A pool comes before its ranges. */
+constexpr command_t pools_commands[] = {
+    kept<&pools_t::set, &pools_t::pools>(FWX_NAT64_CFG_POOL_ADD),
+    kept_as<&pools_t::remove>(FWX_NAT64_CFG_POOL_DEL, FWX_NAT64_CFG_POOL_ADD),
+    kept<&pools_t::range_add, &pools_t::ranges>(FWX_NAT64_CFG_POOL_RANGE_ADD),
+    kept_as<&pools_t::range_delete>(FWX_NAT64_CFG_POOL_RANGE_DEL, FWX_NAT64_CFG_POOL_RANGE_ADD),
 };
 
 #endif

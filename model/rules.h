@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "fwx_nat64/wire.h"
+#include "model/command.h"
 #include "model/table.h"
 
 using rule_key_t = std::pair<uint32_t, uint32_t>; /* Rule ID, Domain ID */
@@ -36,6 +37,11 @@ private:
     uint32_t enter(const rule_key_t &key, uint32_t index);
     uint32_t add(const rule_key_t &key, uint32_t *index);
     uint32_t remove(const rule_key_t &key, uint32_t *index);
+};
+
+constexpr command_t rules_commands[] = {
+    kept<&rules_t::basic_restore, &rules_t::by_index>(FWX_NAT64_MODEL_SAVED_BASIC_RULE),
+    kept<&rules_t::default_restore, &rules_t::defaults>(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE),
 };
 
 #endif

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "model/address.h"
+#include "model/command.h"
 
 /** Which sessions; what is 0 or unspecified lets all through. */
 struct session_filter_t {
@@ -63,6 +64,10 @@ private:
     uint64_t made_live = 0;
     uint64_t made_ms = 0;
     owners_t mappings, pools;
+};
+
+constexpr command_t sessions_commands[] = {
+    not_kept<&sessions_t::clear>(FWX_NAT64_CFG_SESSION_CLEAR),
 };
 
 #endif

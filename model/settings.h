@@ -3,6 +3,7 @@
 #define MODEL_SETTINGS_H
 
 #include "fwx_nat64/wire.h"
+#include "model/command.h"
 #include "model/table.h"
 
 struct settings_t {
@@ -21,6 +22,18 @@ struct settings_t {
     uint32_t replication_set(const fwx_nat64_replication_t &record);
     uint32_t replication_unset(const fwx_nat64_replication_t &record);
     uint32_t global_set(const fwx_nat64_global_settings_t &record);
+};
+
+constexpr command_t settings_commands[] = {
+    kept<&settings_t::timeout_set, &settings_t::timeouts>(FWX_NAT64_CFG_TIMEOUT_SET),
+    kept<&settings_t::limit_set, &settings_t::limits>(FWX_NAT64_CFG_LIMIT_SET),
+    kept_as<&settings_t::limit_delete>(FWX_NAT64_CFG_LIMIT_DEL, FWX_NAT64_CFG_LIMIT_SET),
+    kept<&settings_t::service_set, &settings_t::services>(FWX_NAT64_CFG_SERVICE_SET),
+    kept<&settings_t::adjacency_set, &settings_t::adjacencies>(FWX_NAT64_CFG_ADJ_SET),
+    kept<&settings_t::replication_set, &settings_t::replication>(FWX_NAT64_CFG_REPLICATION_SET),
+    kept_as<&settings_t::replication_unset>(FWX_NAT64_CFG_REPLICATION_UNSET, FWX_NAT64_CFG_REPLICATION_SET),
+    kept<&settings_t::global_set, &settings_t::global>(FWX_NAT64_CFG_GLOBAL_SETTINGS),
+    not_kept(FWX_NAT64_CFG_IPALIAS_UPLOAD), /* goes to the routing side, which the model has none of */
 };
 
 #endif
