@@ -26,6 +26,9 @@
 extern "C" {
 #endif
 
+/** Text of any code: the library's, this platform's, an errno value, or one that a program added; never null. */
+const char *xerr_strerror(uint32_t code);
+
 /** Gives xerr_strerror the text of a program's own code; `text` is not copied. A later text for the same code replaces
  * it. Without memory for one more text nothing changes. */
 void fwx_host_error_text_add(uint32_t code, const char *text);
