@@ -101,8 +101,10 @@ uint32_t fwx_nat64_bind(const void *client_id, void *ev_arg, const fwx_nat64_uns
     fwx_nat64_clnt_init();
     uint32_t rc = fwx_nat64_bind_cmn(client_id, ev_arg, unsol_cbs, reply_cbs);
     if (rc != 0) return rc;
+    const binding_watch_t binding; /* a callback during the synchronous command may end it */
     rc = fwx_nat64_client_bind_init_send(client_info);
-    if (rc == 0) rc = fwx_nat64_client_unsol_setup_send_a();
+    if (rc == 0 && binding.is_same()) rc = fwx_nat64_client_unsol_setup_send_a();
+    if (!binding.is_same()) return FWX_NAT64_ERR_NOT_READY;
     if (rc != 0) fwx_nat64_unbind();
     return rc;
 }

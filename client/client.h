@@ -11,10 +11,10 @@ constexpr uint32_t nat64_client_memory_tag = 1;
 
 /** What is true of the binding beside its client info. */
 typedef struct {
-    uint32_t generation;         /* raised by every bind and every going down */
-    uint32_t flushed_generation; /* while it is the present one, nothing is framed */
-    bool is_greeting;            /* a new connection sends its initial commands */
-    bool is_unloading;           /* nothing is bound, framed or sent any more */
+    uint32_t generation;          /* raised by every bind and every going down */
+    uint32_t flushed_generation;  /* while it is the present one, nothing is framed */
+    uint32_t greeting_generation; /* while it is the present one, a new connection sends its initial commands */
+    bool is_unloading;            /* nothing is bound, framed or sent any more */
 } nat64_binding_t;
 extern nat64_binding_t nat64_binding;
 
@@ -30,15 +30,15 @@ private:
     const uint32_t generation_ = nat64_binding.generation;
 };
 
-/** Whether commands may be framed: bound and not down, and no flush of this binding goes on. */
-static inline bool client_may_frame(const fwx_nat64_client_info_t *info) {
-    return info != nullptr && info->clnt_ctx_chunk != nullptr &&
-           nat64_binding.flushed_generation != nat64_binding.generation;
+/** Bound, and not down: list and pool are there. */
+static inline bool client_is_up(const fwx_nat64_client_info_t *info) {
+    return info != nullptr && info->clnt_ctx_chunk != nullptr;
 }
 
-/** Whether framed commands may be sent: bound and not down, and the library stays. */
-static inline bool client_may_send(const fwx_nat64_client_info_t *info) {
-    return info != nullptr && info->clnt_ctx_chunk != nullptr && !nat64_binding.is_unloading;
+/** Whether commands may be framed: the library stays, and no flush of this binding goes on. */
+static inline bool client_may_frame(const fwx_nat64_client_info_t *info) {
+    return client_is_up(info) && !nat64_binding.is_unloading &&
+           nat64_binding.flushed_generation != nat64_binding.generation;
 }
 
 /**

@@ -88,7 +88,10 @@ uint32_t fwx_nat64_client_comingup(fwx_nat64_client_info_t *info) {
     if (info == nullptr) return FWX_NAT64_ERR_COMINGUP_NO_INFO;
 
     uint32_t rc = fwx_list_init(&info->clnt_ctx_list, callers_elements);
-    if (rc != 0) return rc;
+    if (rc != 0) {
+        info->clnt_ctx_list = nullptr; /* whatever the facility wrote */
+        return rc;
+    }
     info->clnt_ctx_chunk = nullptr;
     info->rx_buf = fwx_calloc_named(nat64_client_memory_tag, 1, initial_rx_size_bytes);
     if (info->rx_buf != nullptr) {
@@ -114,7 +117,9 @@ uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint3
     if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
     *out = info;
     if (info->connected != 0) return 0;
-    if (nat64_binding.is_greeting) return FWX_NAT64_ERR_AGAIN; /* it went down under its initial commands */
+    if (nat64_binding.greeting_generation == nat64_binding.generation) {
+        return FWX_NAT64_ERR_AGAIN; /* it went down under its initial commands */
+    }
 
     NAT64_LOG_TRACE("\n%s attempting to connect", __func__);
     const smc_event_t event = *static_cast<const smc_event_t *>(info->smc_ev);
@@ -142,9 +147,9 @@ uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint3
     info->connected = 1;
     if (send_init != 0) {
         const binding_watch_t binding;
-        nat64_binding.is_greeting = true;
+        nat64_binding.greeting_generation = nat64_binding.generation;
         rc = send_initial_commands(info, __func__);
-        nat64_binding.is_greeting = false;
+        nat64_binding.greeting_generation = 0;
         if (!binding.is_same()) return FWX_NAT64_ERR_NOT_READY;
         if (rc != 0) goto disconnect;
         if (info->connected == 0) return FWX_NAT64_ERR_AGAIN;

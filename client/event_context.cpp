@@ -1,9 +1,9 @@
+#include <cerrno>
+
 #include "client/client.h"
 #include "platform/runtime.h"
 
 namespace {
-
-constexpr uint32_t no_memory = 12;
 
 void free_cell(fwx_nat64_client_info_t *info) {
     fwx_free_named(info->smc_ev);
@@ -14,7 +14,7 @@ void free_cell(fwx_nat64_client_info_t *info) {
 
 uint32_t fwx_nat64_client_ev_setup(void *ev_arg, fwx_nat64_client_info_t *info) {
     info->smc_ev = fwx_calloc_named(nat64_client_memory_tag, 1, sizeof(smc_event_t));
-    if (info->smc_ev == nullptr) return no_memory;
+    if (info->smc_ev == nullptr) return ENOMEM;
 
     uint32_t rc = fwx_event_context_to_smc(ev_arg, info->smc_ev);
     if (rc == 0) rc = fwx_event_context_create(info->smc_ev, &info->ev_ctx);

@@ -90,6 +90,7 @@ uint32_t fwx_nat64_session_walk_a(uint32_t count, const fwx_nat64_sess_walk_filt
     walk->walk_arg = walk_arg;
     walk->walk_cb = walk_cb;
 
+    const walk_watch_t watch(walk);
     const uint32_t rc = send_query<fwx_nat64_sess_walk_msg_t>(
         FWX_NAT64_MSG_SESSION_WALK, walk, pal_ctx, [&](fwx_nat64_sess_walk_msg_t *msg) {
             msg->cookie = cookie;
@@ -100,6 +101,6 @@ uint32_t fwx_nat64_session_walk_a(uint32_t count, const fwx_nat64_sess_walk_filt
             fwx_memset(&msg->filter.dst, 0, sizeof(msg->filter.dst));
             addr_to_wire(&msg->filter.src);
         });
-    if (rc != 0) fwx_free_named(walk); /* once sent it belongs to the command's context */
+    if (rc != 0 && !watch.is_gone()) fwx_free_named(walk); /* once sent it belongs to the command's context */
     return rc;
 }

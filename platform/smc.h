@@ -2,7 +2,8 @@
  * Shared-memory messaging service: a channel to a server that is known by name.
  *
  * Conventions: results are 0 for success and a code of the service otherwise. All callbacks of a channel are delivered
- * on the messaging handle that it was opened on, never from inside a send. Times and sizes: bytes.
+ * on the messaging handle that it was opened on, never from inside an asynchronous send; a synchronous one may deliver.
+ * Times and sizes: bytes.
  */
 #ifndef FWX_PLATFORM_SMC_H
 #define FWX_PLATFORM_SMC_H

@@ -7,16 +7,20 @@
 
 namespace {
 
-bool framed_under(const fwx_nat64_client_info_t *info, const fwx_nat64_msg_hdr_t *hdr) {
-    return client_may_send(info) && info->epoch == hdr->epoch;
-}
-
 uint32_t low_half(const void *msg) {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(msg));
 }
 
+/* Whether a message is of this binding and its context still its own, and not answered, flushed or another command's.
+ */
+bool framed_under(const fwx_nat64_client_info_t *info, const fwx_nat64_msg_hdr_t *hdr) {
+    if (!client_is_up(info) || info->epoch != hdr->epoch) return false;
+    const fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
+    return ctx == nullptr || ctx->message == low_half(hdr);
+}
+
 void unlist(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
-    const uint32_t rc = fwx_list_remove_element(info->clnt_ctx_list, ctx);
+    const uint32_t rc = clnt_ctx_take(info, ctx);
     if (rc != 0) NAT64_LOG_ERROR("\n%s fwx_list_remove_element %s failed", caller, xerr_strerror(rc));
 }
 
@@ -36,8 +40,7 @@ void fwx_nat64_client_async_send_callback(void *cookie, void * /*unused*/, uint3
     if (status != 0) {
         fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
         fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
-        const bool outstanding = framed_under(info, hdr) && ctx != nullptr && ctx->message == low_half(cookie);
-        if (outstanding) { /* else it was answered, and its context may be another command's */
+        if (ctx != nullptr && framed_under(info, hdr)) {
             unlist(info, ctx, __func__);
             fwx_nat64_clnt_cmd_cb(info, ctx);
         }
@@ -56,7 +59,7 @@ uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_
     if (ctx == nullptr) return FWX_NAT64_ERR_NOMEM;
     void *buffer = nullptr;
     if (smc_msg_tx_buffer_alloc(size, &buffer) != 0) {
-        chunk_free(info->clnt_ctx_chunk, ctx);
+        clnt_ctx_to_pool(info, ctx);
         return FWX_NAT64_ERR_NOMEM;
     }
     ctx->cb_func = cb_func;
@@ -64,7 +67,7 @@ uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_
     ctx->cmd = msgno & 0xffffU;
     ctx->message = low_half(buffer);
     if (fwx_list_insert_tail(info->clnt_ctx_list, ctx) != 0) {
-        chunk_free(info->clnt_ctx_chunk, ctx);
+        clnt_ctx_to_pool(info, ctx);
         smc_msg_tx_buffer_free(buffer);
         return FWX_NAT64_ERR_NOMEM;
     }
@@ -83,7 +86,8 @@ uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
     auto *hdr = static_cast<fwx_nat64_msg_hdr_t *>(msg);
 
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    uint32_t rc = framed_under(info, hdr) ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
+    const bool may_send = framed_under(info, hdr) && !nat64_binding.is_unloading;
+    uint32_t rc = may_send ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
     if (rc == 0) {
         rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
         if (rc == 0) return 0;
@@ -94,7 +98,7 @@ uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
     if (framed_under(info, hdr)) {
         release_unsent(info, hdr, __func__);
     } else {
-        smc_msg_tx_buffer_free(msg); /* list and pool of its binding are gone */
+        smc_msg_tx_buffer_free(msg); /* its context is gone, or no longer its own */
     }
     return rc;
 }

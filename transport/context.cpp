@@ -22,9 +22,10 @@ uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
         void *head = nullptr;
         uint32_t rc = fwx_list_head(info->clnt_ctx_list, &head);
         if (rc != 0 || head == nullptr) return rc;
-        rc = fwx_list_remove_element(info->clnt_ctx_list, head);
+        auto *ctx = static_cast<fwx_nat64_clnt_ctx_t *>(head);
+        rc = clnt_ctx_take(info, ctx);
         if (rc != 0) return rc;
-        end(info, static_cast<fwx_nat64_clnt_ctx_t *>(head));
+        end(info, ctx);
     }
     return 0;
 }

@@ -11,8 +11,8 @@
  */
 typedef struct {
     fwx_list_link_t link;
-    uint32_t cmd;     /* message number; FWX_NAT64_MSG_MAX once a reply has released the context */
-    uint32_t message; /* low half of the address of the command's message; 0 in the pool */
+    uint32_t cmd;     /* message number; FWX_NAT64_MSG_MAX once a reply with data has released the context */
+    uint32_t message; /* low half of the address of the command's message; inverted while off the list, 0 in the pool */
     void *pal_ctx;    /* the PAL's */
     void *cb_func;    /* the PAL's callback; for a session walk the owned fwx_nat64_sess_walk_cb_t */
 } fwx_nat64_clnt_ctx_t;
@@ -29,6 +29,23 @@ static inline fwx_nat64_clnt_ctx_t *clnt_ctx_named_by(const fwx_nat64_msg_hdr_t 
  * the address is trusted. */
 static inline bool clnt_ctx_is_ours(const fwx_nat64_client_info_t *info, const fwx_nat64_clnt_ctx_t *ctx) {
     return fwx_chunk_owns == nullptr || fwx_chunk_owns(info->clnt_ctx_chunk, ctx) != 0;
+}
+
+/**
+ * Takes a context off the list; from then on it is the taker's alone, and its message's completion does not reach it.
+ * @return 0, or the list's code.
+ */
+static inline uint32_t clnt_ctx_take(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    const uint32_t rc = fwx_list_remove_element(info->clnt_ctx_list, ctx);
+    if (rc == 0) ctx->message = ~ctx->message;
+    return rc;
+}
+
+/** Puts a context that was taken back at the tail of the list. @return 0, or the list's code: it stays the taker's. */
+static inline uint32_t clnt_ctx_put_back(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    const uint32_t rc = fwx_list_insert_tail(info->clnt_ctx_list, ctx);
+    if (rc == 0) ctx->message = ~ctx->message;
+    return rc;
 }
 
 /** Frees the record of a walk, if the context owns one; the context then owns nothing. */

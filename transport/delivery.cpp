@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr char handler_name[] = "fwx_nat64_async_rsp_svr";
-
 /** The callback of a context in the shape that belongs to its message number. */
 template <typename fn_t>
 fn_t callback_of(const fwx_nat64_clnt_ctx_t *ctx) {
@@ -25,7 +23,7 @@ fate_t fate_after(const binding_watch_t &binding, fate_t fate) {
 }
 
 bool put_back(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
-    const uint32_t rc = fwx_list_insert_tail(info->clnt_ctx_list, ctx);
+    const uint32_t rc = clnt_ctx_put_back(info, ctx);
     if (rc == 0) return true;
     NAT64_LOG_ERROR("\n%s fwx_list_insert_tail %s failed", caller, xerr_strerror(rc));
     return false;
@@ -96,17 +94,17 @@ fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
 
 fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
     auto *reply = static_cast<fwx_nat64_sess_walk_reply_t *>(msg);
-    NAT64_LOG_INFO("\n%s PAL ctx=%p sess_walk_cb=%p", handler_name, ctx->pal_ctx, ctx->cb_func);
+    NAT64_LOG_INFO("\n%s PAL ctx=%p sess_walk_cb=%p", rsp_handler_name, ctx->pal_ctx, ctx->cb_func);
     const bool failed = reply->reply.result != 0;
     if (failed) {
-        NAT64_LOG_WARNING("\n%s error: PAL ctx=%p sess_walk_cb=%p", handler_name, ctx->pal_ctx, ctx->cb_func);
+        NAT64_LOG_WARNING("\n%s error: PAL ctx=%p sess_walk_cb=%p", rsp_handler_name, ctx->pal_ctx, ctx->cb_func);
     }
     auto *walk = static_cast<fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
     if (walk == nullptr) return fate_t::release;
 
     const uint32_t status = failed ? FWX_NAT64_WALK_ERROR : walk_status(reply);
     /* Back on the list before the PAL hears of it: from the callback on the walk is outstanding again. */
-    if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, ctx, handler_name))) {
+    if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, ctx, rsp_handler_name))) {
         return deliver_failure(ctx) ? fate_t::release : fate_t::gone;
     }
     const walk_news_t news = {reply->count, reply + 1, reply->value, reply->value2, status};

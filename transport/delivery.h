@@ -5,6 +5,9 @@
 
 #include "transport/context.h"
 
+/** Under which the handler of replies with data, and what it calls, write their log lines. */
+constexpr char rsp_handler_name[] = "fwx_nat64_async_rsp_svr";
+
 /** What becomes of a context after a reply was delivered. */
 enum class fate_t : uint8_t {
     keep,             /* outstanding again */

@@ -50,6 +50,7 @@ constexpr bool every_row_stands_at_its_number() {
     }
     return true;
 }
+static_assert(result_end == FWX_NAT64_REPLY_MIN_SIZE, "every handler of replies has looked at that much first");
 static_assert(every_row_stands_at_its_number(), "every message number has its row");
 
 }  // namespace

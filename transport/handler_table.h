@@ -1,5 +1,5 @@
-/* What is true of each message number, one row each: the attaching of handlers, admission, the handlers and the flush
- * read it here. */
+/* What is true of each message number, one row each: the attaching of handlers, the handlers and the flush read it
+ * here. */
 #ifndef TRANSPORT_HANDLER_TABLE_H
 #define TRANSPORT_HANDLER_TABLE_H
 

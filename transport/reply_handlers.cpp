@@ -14,7 +14,7 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
     if (ctx == nullptr) return;
-    if (!clnt_ctx_is_ours(info, ctx) || fwx_list_remove_element(info->clnt_ctx_list, ctx) != 0) {
+    if (!clnt_ctx_is_ours(info, ctx) || clnt_ctx_take(info, ctx) != 0) {
         NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         return;
     }
@@ -33,8 +33,7 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
 
     const auto *reply = static_cast<const fwx_nat64_reply_t *>(msg);
     fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(&reply->hdr);
-    const bool found =
-        ctx != nullptr && clnt_ctx_is_ours(info, ctx) && fwx_list_remove_element(info->clnt_ctx_list, ctx) == 0;
+    const bool found = ctx != nullptr && clnt_ctx_is_ours(info, ctx) && clnt_ctx_take(info, ctx) == 0;
     if (!found) {
         if (ctx != nullptr) NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         NAT64_LOG_WARNING(
@@ -50,5 +49,5 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
     const uint32_t result = reply->result;
     if (msg_row(ctx->cmd).is_query && deliver_failure(ctx)) clnt_ctx_free_owned(ctx);
     cgm_notification_async_return(FWX_NAT64_CGM_CLIENT_ID, manager_ctx, result);
-    if (binding.is_same()) clnt_ctx_release(info, ctx);
+    if (binding.is_same()) clnt_ctx_to_pool(info, ctx);
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr char name[] = "fwx_nat64_async_rsp_svr";
+constexpr const char *name = rsp_handler_name;
 
 void finish(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t msgno, fate_t fate) {
     const void *cb_func = ctx->cb_func;
@@ -16,7 +16,7 @@ void finish(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t m
         NAT64_LOG_INFO("\n%s client ctx=%p cb=%p msgno=%d - freed", name, static_cast<void *>(ctx), cb_func, msgno);
     }
     ctx->cmd = FWX_NAT64_MSG_MAX;
-    clnt_ctx_release(info, ctx);
+    clnt_ctx_to_pool(info, ctx);
 }
 
 }  // namespace
@@ -49,7 +49,7 @@ void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t
     }
     NAT64_LOG_INFO("\n%s client ctx=%p cb=%p msgno=%d - %s", name, static_cast<void *>(ctx), ctx->cb_func, msgno,
                    xerr_strerror(reply->result));
-    if (fwx_list_remove_element(info->clnt_ctx_list, ctx) != 0) {
+    if (clnt_ctx_take(info, ctx) != 0) {
         NAT64_LOG_ERROR("\n%s client context not found on list for cmd=%d", name, msgno);
         return;
     }

@@ -9,7 +9,8 @@ namespace {
 /* Both send forms; `caller` is the name under which a failure is logged. */
 uint32_t exchange(void *msg, size_t size, void *reply, size_t reply_size, const char *caller) {
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    uint32_t rc = client_may_send(info) ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
+    uint32_t rc = client_is_up(info) && !nat64_binding.is_unloading ? fwx_nat64_client_connect_to_server(&info, 1)
+                                                                    : FWX_NAT64_ERR_NOT_READY;
     if (rc == 0) rc = smc_sync_msg_send(info->chan, msg, size, reply, reply_size);
     smc_msg_tx_buffer_free(msg);
     if (rc != 0) {

@@ -11,6 +11,22 @@ typedef struct {
     fwx_nat64_sess_walk_fn_t walk_cb;
 } fwx_nat64_sess_walk_cb_t;
 
+/** Tells whether the record of a walk was freed while this stood on the stack, above what might free it. */
+class walk_watch_t {
+public:
+    explicit walk_watch_t(const fwx_nat64_sess_walk_cb_t *walk);
+    ~walk_watch_t();
+    walk_watch_t(const walk_watch_t &) = delete;
+    walk_watch_t &operator=(const walk_watch_t &) = delete;
+    bool is_gone() const { return walk_ == nullptr; }
+
+private:
+    friend void walk_free(fwx_nat64_sess_walk_cb_t *walk);
+
+    walk_watch_t *const outer_;
+    const fwx_nat64_sess_walk_cb_t *walk_; /* null: freed */
+};
+
 /** What a walk's callback is told beside the PAL's context. */
 typedef struct {
     uint32_t count;
@@ -27,7 +43,7 @@ typedef struct {
  */
 bool walk_tell(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_news_t &news);
 
-/** Frees the record of a walk; those who are inside its callback will find it gone. */
+/** Frees the record of a walk; whoever watches it will find it gone. */
 void walk_free(fwx_nat64_sess_walk_cb_t *walk);
 
 #endif

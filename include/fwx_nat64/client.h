@@ -5,10 +5,10 @@
  * the same time; the library takes no lock.
  *
  * Callbacks come from that loop, or from inside a call that is on its way: fwx_nat64_clnt_cleanup, and a synchronous
- * command on a platform that delivers other replies while it waits; they can nest then. A callback may call
- * everything: asynchronous and synchronous commands, fwx_nat64_unbind, fwx_nat64_bind after it, and
- * fwx_nat64_clnt_cleanup, whose comment says what a flush refuses. Once a callback has ended its binding, the library
- * touches nothing of that binding any more.
+ * command on a platform that delivers other replies while it waits; they can nest then. A further reply to a query that
+ * arrives inside that query's own callback is dropped. A callback may call everything: asynchronous and synchronous
+ * commands, fwx_nat64_unbind, fwx_nat64_bind after it, and fwx_nat64_clnt_cleanup, whose comment says what a flush
+ * refuses. Once a callback has ended its binding, the library touches nothing of that binding any more.
  *
  * Unloading: unbind, run the loop until it is idle, then unload. Completions of messages, classifier notifications and
  * replies call into the library, so unloading it while one may still come is a crash. An unload while bound flushes
