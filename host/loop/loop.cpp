@@ -204,7 +204,7 @@ void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell) {
     all.erase(std::remove(all.begin(), all.end(), &bell), all.end());
 }
 
-uint32_t loop_watch_rings(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg) {
+uint32_t loop_watch_bell(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg) {
     return loop.watch(fd, EPOLLIN | EPOLLET, {fn, arg});
 }
 

@@ -1,5 +1,5 @@
 /*
- * What a loop dispatches beside timers and watched descriptors: tasks, and what rings bells.
+ * What a loop dispatches beside timers and watched descriptors: tasks and bells.
  *
  * A task is made ready by what others in this process do to it. What another process does through shared memory makes
  * nobody ready: for that there are bells, which the loop looks at while it polls and arms before it waits.
@@ -58,6 +58,6 @@ void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell);
 void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell);
 /** Watches an event descriptor that nobody reads: `fn` is called once for every few writes to it. Returns 0 or an errno
  * value. */
-uint32_t loop_watch_rings(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg);
+uint32_t loop_watch_bell(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg);
 
 #endif

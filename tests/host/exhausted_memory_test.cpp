@@ -69,7 +69,7 @@ protected:
         ASSERT_EQ(fwx_cl_hash_create("empty", 4, 3, nullptr, nullptr, &table_), 0u);
         pool_ = chunk_create("empty", 32, 4, 1, 4, 0);
         ASSERT_EQ(pipe(pipe_), 0);
-        ASSERT_EQ(shm_connect(server_name, &visitor_), 0u);
+        ASSERT_EQ(shm_connect(server_name, &newcomer_), 0u);
     }
 
     /** Calls everything that takes memory; null, or what did not do as it should. */
@@ -115,9 +115,9 @@ protected:
             return "server";
         if (fwx_host_server_find(long_name) != nullptr) return "no server";
         if (fwx_host_server_listen(deaf_, "another") != no_memory) return "listening server";
-        fwx_host_loop_process(loop_); /* the visitor is turned away */
+        fwx_host_loop_process(loop_); /* the newcomer is turned away */
         char byte = 0;
-        if (read(visitor_.get(), &byte, 1) != 0) return "visitor";
+        if (read(newcomer_.get(), &byte, 1) != 0) return "newcomer";
 
         if (strcmp(xerr_strerror(0xa0300611), xerr_strerror(12)) == 0) return "error text";
         fwx_host_error_text_add(0x6ffe, "lost");
@@ -173,7 +173,7 @@ protected:
     fwx_cl_hash_t *table_ = nullptr;
     fwx_chunk_t *pool_ = nullptr;
     int pipe_[2] = {-1, -1};
-    descriptor_t visitor_;
+    descriptor_t newcomer_;
 };
 
 TEST_F(exhausted_memory_t, every_operation_says_so_throws_nothing_and_works_once_there_is_some) {

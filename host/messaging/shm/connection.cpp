@@ -18,8 +18,8 @@ shm_connection_t::shm_connection_t(fwx_host_loop_t &loop, descriptor_t socket, s
     : loop_(loop),
       socket_(std::move(socket)),
       segment_(shm_segment_map(handles[0])),
-      own_ring_(std::move(handles[role == role_t::CLIENT ? 1 : 2])),
-      other_ring_(std::move(handles[role == role_t::CLIENT ? 2 : 1])) {
+      own_bell_(std::move(handles[role == role_t::CLIENT ? 1 : 2])),
+      other_bell_(std::move(handles[role == role_t::CLIENT ? 2 : 1])) {
     if (segment_ == nullptr) return;
     const bool is_client = role == role_t::CLIENT;
     own_ = is_client ? &segment_->client_bell : &segment_->server_bell;
@@ -44,7 +44,7 @@ std::unique_ptr<shm_connection_t> shm_connection_t::accept(fwx_host_loop_t &loop
 
 shm_connection_t::~shm_connection_t() {
     if (owner_ == nullptr) return;
-    fwx_host_loop_unwatch(&loop_, own_ring_.get());
+    fwx_host_loop_unwatch(&loop_, own_bell_.get());
     fwx_host_loop_unwatch(&loop_, socket_.get());
     loop_bell_remove(loop_, *this);
 }
@@ -52,12 +52,12 @@ shm_connection_t::~shm_connection_t() {
 bool shm_connection_t::start(owner_t &owner) {
     owner_ = &owner;
     loop_bell_add(loop_, *this);
-    return loop_watch_rings(loop_, own_ring_.get(), on_bell, this) == 0 &&
+    return loop_watch_bell(loop_, own_bell_.get(), on_bell, this) == 0 &&
            fwx_host_loop_watch(&loop_, socket_.get(), on_socket, this) == 0;
 }
 
 void shm_connection_t::on_bell(void *arg) {
-    static_cast<shm_connection_t *>(arg)->owner_->rung();
+    static_cast<shm_connection_t *>(arg)->owner_->woken();
 }
 
 void shm_connection_t::on_socket(void *arg) {
@@ -74,23 +74,23 @@ void shm_connection_t::set_armed(bool armed) {
 }
 
 void shm_connection_t::look() {
-    if (owner_->has_work()) owner_->rung();
+    if (owner_->has_work()) owner_->woken();
 }
 
 void shm_connection_t::arm() {
     set_armed(true);
     if (!owner_->has_work()) return;
     set_armed(false);
-    owner_->rung();
+    owner_->woken();
 }
 
-void shm_connection_t::ring(bool has_written, bool has_read) {
+void shm_connection_t::wake_other(bool has_written, bool has_read) {
     if (!has_written && !has_read) return;
     std::atomic_thread_fence(std::memory_order_seq_cst);
     const bool is_worth_it = has_written || other_->wants_room.load(std::memory_order_relaxed) != 0;
     if (!is_worth_it || other_->is_armed.load(std::memory_order_relaxed) == 0) return;
     if (other_->is_armed.exchange(0, std::memory_order_relaxed) == 0) return;
-    eventfd_write(other_ring_.get(), 1);
+    eventfd_write(other_bell_.get(), 1);
 }
 
 shm_connection_t::woken_t shm_connection_t::wait(deadline_t deadline) const {
@@ -98,12 +98,12 @@ shm_connection_t::woken_t shm_connection_t::wait(deadline_t deadline) const {
     for (;;) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left <= milliseconds::zero()) return woken_t::TOO_LATE;
-        pollfd watched[] = {{own_ring_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
+        pollfd watched[] = {{own_bell_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
         const int timeout_ms = static_cast<int>(std::min<int64_t>(left.count(), INT32_MAX));
         if (poll(watched, 2, timeout_ms) <= 0) continue; /* a signal, or time to see that it is too late */
         if (watched[1].revents != 0) return woken_t::HUNG_UP;
         eventfd_t rings = 0;
-        eventfd_read(own_ring_.get(), &rings);
+        eventfd_read(own_bell_.get(), &rings);
         return woken_t::BELL;
     }
 }

@@ -1,7 +1,7 @@
 /*
  * What a process holds of a link between two: the shared segment, the socket that tells when the other process is gone,
- * and the bells with which the two wake each other. A bell is rung only when it is armed; who arms his looks once more
- * before he waits, so that no ring is missed.
+ * and the bells with which the two wake each other. A bell is rung only when it is armed; a process arms its own and
+ * looks once more before it waits, so that nothing is missed.
  */
 #ifndef HOST_MESSAGING_SHM_CONNECTION_H
 #define HOST_MESSAGING_SHM_CONNECTION_H
@@ -21,7 +21,7 @@ public:
         /** Whether the other process has left something to do. Only looks: the loop asks among its bells. */
         virtual bool has_work() = 0;
         /** There may be something to do. */
-        virtual void rung() = 0;
+        virtual void woken() = 0;
         /** The other process is gone, or said what it may not; called once. */
         virtual void hung_up() = 0;
     };
@@ -39,9 +39,10 @@ public:
     shm_segment_t &segment() { return *segment_; }
     void set_armed(bool armed);
     void set_wants_room(bool wants) { own_->wants_room.store(wants ? 1 : 0, std::memory_order_relaxed); }
-    /** Rings if the other process's bell is armed and this is worth it: messages were written for it, or read of its.
+    /** Rings the other process's bell if that is armed and this is worth it: messages were written for it, or read of
+     * its.
      */
-    void ring(bool has_written, bool has_read);
+    void wake_other(bool has_written, bool has_read);
 
     void look() override;
     void arm() override;
@@ -62,8 +63,8 @@ private:
     owner_t *owner_ = nullptr; /* null before start() */
     descriptor_t socket_;
     shm_mapping_t segment_; /* null: it is not sound */
-    descriptor_t own_ring_; /* readable when the bell was rung */
-    descriptor_t other_ring_;
+    descriptor_t own_bell_; /* readable when the bell was rung */
+    descriptor_t other_bell_;
     shm_bell_t *own_ = nullptr;
     shm_bell_t *other_ = nullptr;
     bool is_armed_ = false;

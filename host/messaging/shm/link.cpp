@@ -16,8 +16,8 @@ namespace {
 std::chrono::milliseconds answer_timeout{5000};
 
 /**
- * The oldest of the channel's untaken messages have copies in the ring; they stay the channel's
- * until the server has read the copies, so that it is known of each message whether the server took it.
+ * The oldest of the channel's untaken messages have copies in the ring; they stay the channel's until the server has
+ * read the copies, so that it is known of each message whether the server took it.
  */
 class shm_link_t final : public link_t, public shm_connection_t::owner_t {
 public:
@@ -34,7 +34,7 @@ public:
     void after_run() override;
 
     bool has_work() override;
-    void rung() override { channel_.make_ready(); }
+    void woken() override { channel_.make_ready(); }
     void hung_up() override { go_down(); }
 
 private:
@@ -54,7 +54,7 @@ private:
     shm_record_t oldest_ = {};         /* of to_client_, as front() saw it: the server may change it any time */
     uint32_t last_ask_ = 0;
     bool is_down_ = false;
-    bool has_written_ = false; /* since the server was last rung for */
+    bool has_written_ = false; /* since the server was last woken */
     bool has_read_ = false;
 };
 
@@ -77,7 +77,7 @@ shm_link_t::~shm_link_t() {
 void shm_link_t::messages_waiting() {
     if (is_down_) return;
     copy_waiting();
-    channel_.make_ready(); /* the server is rung for when the channel's run is over */
+    channel_.make_ready(); /* the server is woken when the channel's run is over */
 }
 
 /** True when no message is left that is not in the ring. */
@@ -114,7 +114,7 @@ void shm_link_t::refresh() {
 }
 
 void shm_link_t::after_run() {
-    if (!is_down_) connection_->ring(has_written_, has_read_);
+    if (!is_down_) connection_->wake_other(has_written_, has_read_);
     has_written_ = has_read_ = false;
 }
 
@@ -139,7 +139,7 @@ uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply
     if (++last_ask_ == 0) ++last_ask_;
     message_t *answer = wait_for_answer(last_ask_, msg, static_cast<uint32_t>(size));
     connection_->set_armed(false);
-    channel_.make_ready(); /* rings for the loop may have been heard here */
+    channel_.make_ready(); /* the loop is not told of what was heard here */
     if (answer == nullptr) return is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_NO_ANSWER;
     const size_t length = answer->size;
     if (length != 0) {

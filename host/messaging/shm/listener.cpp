@@ -13,7 +13,7 @@ uint32_t shm_listener_t::start() {
 }
 
 shm_listener_t::~shm_listener_t() {
-    for (const auto &[fd, visitor] : visitors_) {
+    for (const auto &[fd, offer] : offers_) {
         fwx_host_loop_unwatch(&server_.home, fd);
     }
     if (!listening_.is_open()) return;
@@ -33,26 +33,26 @@ void shm_listener_t::on_connect(void *arg) {
 void shm_listener_t::await_offer(descriptor_t socket) {
     const int fd = socket.get();
     const bool is_watched = host_guarded(false, [&] {
-        visitor_t &visitor = visitors_.emplace(fd, visitor_t{*this, std::move(socket)}).first->second;
-        return fwx_host_loop_watch(&server_.home, fd, on_offer, &visitor) == 0;
+        offer_t &offer = offers_.emplace(fd, offer_t{*this, std::move(socket)}).first->second;
+        return fwx_host_loop_watch(&server_.home, fd, on_offer, &offer) == 0;
     });
-    if (!is_watched) visitors_.erase(fd);
+    if (!is_watched) offers_.erase(fd);
 }
 
 void shm_listener_t::on_offer(void *arg) {
-    auto &visitor = *static_cast<visitor_t *>(arg);
-    visitor.listener.take_offer(visitor);
+    auto &offer = *static_cast<offer_t *>(arg);
+    offer.listener.take_offer(offer);
 }
 
 /** An offer that is not sound, or for which there is no memory, ends with its socket. */
-void shm_listener_t::take_offer(visitor_t &visitor) {
-    const int fd = visitor.socket.get();
+void shm_listener_t::take_offer(offer_t &offer) {
+    const int fd = offer.socket.get();
     fwx_host_loop_unwatch(&server_.home, fd);
     host_guarded(host_errno_nomem, [&] {
-        auto connection = shm_connection_t::accept(server_.home, std::move(visitor.socket));
+        auto connection = shm_connection_t::accept(server_.home, std::move(offer.socket));
         if (connection != nullptr) shm_peer_make(server_, std::move(connection));
     });
-    visitors_.erase(fd);
+    offers_.erase(fd);
 }
 
 uint32_t shm_listener_open(fwx_host_server_t &server, const char *name, std::unique_ptr<shm_listener_t> *listener) {

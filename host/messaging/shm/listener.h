@@ -20,8 +20,8 @@ public:
     uint32_t start();
 
 private:
-    /** A client that has not yet offered a connection. */
-    struct visitor_t {
+    /** What a client that has connected is to send. */
+    struct offer_t {
         shm_listener_t &listener;
         descriptor_t socket;
     };
@@ -29,12 +29,12 @@ private:
     static void on_connect(void *arg);
     static void on_offer(void *arg);
     void await_offer(descriptor_t socket);
-    void take_offer(visitor_t &visitor);
+    void take_offer(offer_t &offer);
 
     fwx_host_server_t &server_;
     const std::string name_;
     descriptor_t listening_;
-    std::unordered_map<int, visitor_t> visitors_; /* by descriptor */
+    std::unordered_map<int, offer_t> offers_; /* by descriptor */
 };
 
 /** Throws std::bad_alloc. */

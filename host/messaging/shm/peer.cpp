@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint64_t limit_of_unsent = uint64_t{64} << 20; /* bytes for a client that reads too slowly */
 
+/** Keeps what the server sends while the client has no room for it. */
 class shm_peer_t final : public fwx_host_peer, public shm_connection_t::owner_t {
 public:
     shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection);
@@ -26,7 +27,7 @@ public:
     void loop_gone() override { cut_off(); }
 
     bool has_work() override;
-    void rung() override { make_ready(); }
+    void woken() override { make_ready(); }
     void hung_up() override { cut_off(); }
 
 private:
@@ -40,7 +41,7 @@ private:
     shm_writer_t answers_;
     message_queue_t unsent_;
     uint64_t unsent_bytes_ = 0;
-    bool has_written_ = false; /* since the client was last rung for */
+    bool has_written_ = false; /* since the client was last woken */
     bool has_read_ = false;
 };
 
@@ -92,14 +93,14 @@ void shm_peer_t::answer(uint32_t number, const message_t &question) {
 
 void shm_peer_t::after_run() {
     send_unsent();
-    connection_->ring(has_written_, has_read_);
+    connection_->wake_other(has_written_, has_read_);
     has_written_ = has_read_ = false;
     if (messages_.is_broken() || answers_.is_broken()) cut_off();
 }
 
 uint32_t shm_peer_t::send(const void *msg, size_t size) {
     if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
-    make_ready(); /* the client is rung for when the server has done what there is to do */
+    make_ready(); /* the client is woken when the server has done what there is to do */
     if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
         has_written_ = true;
         return 0;

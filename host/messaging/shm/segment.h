@@ -13,7 +13,7 @@ constexpr uint32_t shm_largest_message = shm_largest_record(shm_ring_bytes);
 
 /** What a process tells the other of its bell. */
 struct shm_bell_t {
-    alignas(64) std::atomic<uint32_t> is_armed; /* 1: it looks at nothing until this rings; the ringer sets it to 0 */
+    alignas(64) std::atomic<uint32_t> is_armed; /* 1: it looks at nothing until it is rung; who rings sets it to 0 */
     std::atomic<uint32_t> wants_room;           /* 1: what the other process has read is worth ringing too */
 };
 
