@@ -7,7 +7,7 @@
 
 #include "fwx_host/inspect.h"
 #include "input.h"
-#include "tools/batch.h"
+#include "tools/natctl/batch.h"
 
 namespace {
 

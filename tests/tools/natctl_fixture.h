@@ -8,9 +8,9 @@
 #include <string>
 
 #include "fwx_host/fwx_host.h"
-#include "tools/batch.h"
-#include "tools/cli.h"
-#include "tools/outcome.h"
+#include "tools/natctl/batch.h"
+#include "tools/natctl/cli.h"
+#include "tools/natctl/outcome.h"
 
 struct run_t {
     int status;

@@ -1,5 +1,5 @@
 /* What is translated and how: interfaces, prefixes, mappings, pools and their logging. */
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,12 +1,12 @@
-#include "tools/pal.h"
+#include "tools/natctl/pal.h"
 
 #include <algorithm>
 #include <cerrno>
 
 #include "fwx_nat64/fwx_nat64.h"
 #include "platform/runtime.h"
-#include "tools/callbacks.h"
-#include "tools/decode.h"
+#include "tools/natctl/callbacks.h"
+#include "tools/natctl/decode.h"
 
 namespace {
 

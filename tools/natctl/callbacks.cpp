@@ -1,8 +1,8 @@
-#include "tools/callbacks.h"
+#include "tools/natctl/callbacks.h"
 
 #include <cstring>
 
-#include "tools/pal.h"
+#include "tools/natctl/pal.h"
 
 namespace {
 

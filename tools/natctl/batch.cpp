@@ -1,4 +1,4 @@
-#include "tools/batch.h"
+#include "tools/natctl/batch.h"
 
 #include <deque>
 

@@ -1,4 +1,4 @@
-#include "tools/decode.h"
+#include "tools/natctl/decode.h"
 
 #include <arpa/inet.h>
 
@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "platform/runtime.h"
-#include "tools/hex.h"
+#include "tools/natctl/hex.h"
 #include "wire/messages.h"
 
 namespace {

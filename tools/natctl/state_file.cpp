@@ -1,4 +1,4 @@
-#include "tools/state_file.h"
+#include "tools/natctl/state_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "platform/runtime.h"
-#include "tools/hex.h"
-#include "tools/outcome.h"
+#include "tools/natctl/hex.h"
+#include "tools/natctl/outcome.h"
 
 namespace {
 

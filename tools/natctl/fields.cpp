@@ -1,4 +1,4 @@
-#include "tools/fields.h"
+#include "tools/natctl/fields.h"
 
 #include <arpa/inet.h>
 
@@ -6,7 +6,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "tools/hex.h"
+#include "tools/natctl/hex.h"
 
 namespace {
 

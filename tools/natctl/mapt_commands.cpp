@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

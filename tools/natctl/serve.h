@@ -5,7 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "tools/outcome.h"
+#include "tools/natctl/outcome.h"
 
 struct serve_options_t {
     std::string name;       /* under which clients find it */

@@ -1,5 +1,5 @@
 /* The classifier manager's notifications, as it would deliver them to the library. */
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

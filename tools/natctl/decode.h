@@ -7,7 +7,7 @@
 #include <string>
 
 #include "fwx_host/smc.h"
-#include "tools/outcome.h"
+#include "tools/natctl/outcome.h"
 
 /** `text (0x40300216)` of a result code. */
 std::string code_text(uint32_t code);

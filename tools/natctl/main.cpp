@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "tools/cli.h"
+#include "tools/natctl/cli.h"
 
 int main(int argc, char **argv) {
     std::ios::sync_with_stdio(false);

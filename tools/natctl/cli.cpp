@@ -1,4 +1,4 @@
-#include "tools/cli.h"
+#include "tools/natctl/cli.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -8,12 +8,12 @@
 
 #include "fwx_host/capture.h"
 #include "platform/runtime.h"
-#include "tools/batch.h"
-#include "tools/completion.h"
-#include "tools/grammar.h"
-#include "tools/pal.h"
-#include "tools/serve.h"
-#include "tools/shell.h"
+#include "tools/natctl/batch.h"
+#include "tools/natctl/completion.h"
+#include "tools/natctl/grammar.h"
+#include "tools/natctl/pal.h"
+#include "tools/natctl/serve.h"
+#include "tools/natctl/shell.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 /* The state of the binding. */
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

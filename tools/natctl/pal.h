@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/connection.h"
-#include "tools/options.h"
-#include "tools/outcome.h"
+#include "tools/natctl/connection.h"
+#include "tools/natctl/options.h"
+#include "tools/natctl/outcome.h"
 #include "wire/messages.h"
 
 class pal_t;

@@ -1,4 +1,4 @@
-#include "tools/shell.h"
+#include "tools/natctl/shell.h"
 
 #include <editline/readline.h>
 #include <unistd.h>
@@ -10,8 +10,8 @@
 #include <memory>
 #include <sstream>
 
-#include "tools/completion.h"
-#include "tools/grammar.h"
+#include "tools/natctl/completion.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

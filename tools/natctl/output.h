@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/options.h"
-#include "tools/outcome.h"
+#include "tools/natctl/options.h"
+#include "tools/natctl/outcome.h"
 
 class output_t {
 public:

@@ -1,5 +1,5 @@
 /* Simple settings of the service: timeouts, limits, services, adjacencies, replication, global settings. */
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

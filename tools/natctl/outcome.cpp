@@ -1,4 +1,4 @@
-#include "tools/outcome.h"
+#include "tools/natctl/outcome.h"
 
 const char *status_name(status_t status) {
     switch (status) {

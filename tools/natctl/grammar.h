@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/fields.h"
-#include "tools/pal.h"
+#include "tools/natctl/fields.h"
+#include "tools/natctl/pal.h"
 
 struct verb_t {
     const char *name;

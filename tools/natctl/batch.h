@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/grammar.h"
-#include "tools/options.h"
-#include "tools/output.h"
-#include "tools/pal.h"
+#include "tools/natctl/grammar.h"
+#include "tools/natctl/options.h"
+#include "tools/natctl/output.h"
+#include "tools/natctl/pal.h"
 
 /**
  * The words of a line: separated by blanks, quoted with ' or " where they hold any, up to a `#` that begins a word.

@@ -1,8 +1,8 @@
-#include "tools/output.h"
+#include "tools/natctl/output.h"
 
 #include <algorithm>
 
-#include "tools/decode.h"
+#include "tools/natctl/decode.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 /* What the server holds: its statistics and its sessions. */
 #include <cstring>
 
-#include "tools/callbacks.h"
-#include "tools/grammar.h"
+#include "tools/natctl/callbacks.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <istream>
 
-#include "tools/batch.h"
+#include "tools/natctl/batch.h"
 
 /** Lines typed at a prompt with history and completion when standard input is a terminal, else the lines of `input`;
  * `exit` ends them, `help` asks for help. */

@@ -1,4 +1,4 @@
-#include "tools/completion.h"
+#include "tools/natctl/completion.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
 /* What the embedded server model is told to do: misbehave, notify, and show its counts. */
 #include <functional>
 
-#include "tools/grammar.h"
+#include "tools/natctl/grammar.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/connection.h"
+#include "tools/natctl/connection.h"
 
 #include <cstring>
 

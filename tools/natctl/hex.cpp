@@ -1,4 +1,4 @@
-#include "tools/hex.h"
+#include "tools/natctl/hex.h"
 
 #include <charconv>
 

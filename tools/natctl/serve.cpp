@@ -1,4 +1,4 @@
-#include "tools/serve.h"
+#include "tools/natctl/serve.h"
 
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include "fwx_nat64/client.h"
 #include "model/model.h"
 #include "platform/runtime.h"
-#include "tools/state_file.h"
+#include "tools/natctl/state_file.h"
 #include "wire/messages.h"
 
 namespace {
