@@ -8,7 +8,7 @@
 #include <string>
 
 #include "fwx_host/fwx_host.h"
-#include "tools/natctl/batch.h"
+#include "records/words.h"
 #include "tools/natctl/cli.h"
 #include "tools/natctl/outcome.h"
 
@@ -26,7 +26,9 @@ protected:
         std::istringstream in(input);
         std::ostringstream answers;
         std::ostringstream notes;
-        int status = run_natctl(split_line(command), in, answers, notes);
+        line_words_t words;
+        words.split(command);
+        int status = run_natctl({words.words().begin(), words.words().end()}, in, answers, notes);
         return {status, answers.str(), notes.str()};
     }
 

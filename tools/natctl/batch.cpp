@@ -11,7 +11,7 @@ bool has_command(const std::string &line) {
 
 class batch_t {
 public:
-    batch_t(command_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
+    batch_t(line_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
         : parser_(parser), is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {}
 
     void take(const std::string &text) {
@@ -20,11 +20,10 @@ public:
             not_run_ += has_command(text) ? 1 : 0;
             return;
         }
-        std::vector<std::string> words;
         try {
-            words = split_line(text);
-            if (words.empty()) return;
-            started_.push_back(pal_.start(parser_.parse(words), line_));
+            const std::optional<command_t> command = parser_.parse(text);
+            if (!command.has_value()) return;
+            started_.push_back(pal_.start(*command, line_));
         } catch (const usage_error_t &error) {
             refuse(error);
         } catch (const help_request_t &help) {
@@ -71,7 +70,7 @@ private:
         if (!is_done && first_failure_ == status_t::ok) first_failure_ = outcome.status;
     }
 
-    command_parser_t &parser_;
+    line_parser_t &parser_;
     bool is_shell_;
     const options_t &options_;
     pal_t &pal_;
@@ -86,31 +85,7 @@ private:
 
 }  // namespace
 
-std::vector<std::string> split_line(const std::string &line) {
-    std::vector<std::string> words;
-    bool is_in_word = false;
-    char quote = 0;
-    for (char c : line) {
-        bool is_blank = c == ' ' || c == '\t' || c == '\r';
-        if (quote == 0 && !is_in_word && c == '#') break;
-        if (quote == 0 && is_blank) {
-            is_in_word = false;
-            continue;
-        }
-        if (!is_in_word) words.emplace_back();
-        is_in_word = true;
-        bool is_quote_mark = quote == 0 ? c == '\'' || c == '"' : c == quote;
-        if (is_quote_mark) {
-            quote = quote == 0 ? c : '\0';
-        } else {
-            words.back() += c;
-        }
-    }
-    if (quote != 0) throw usage_error_t{"", std::string(1, quote) + ": quote without its end"};
-    return words;
-}
-
-status_t run_batch(command_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
+status_t run_batch(line_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
                    const options_t &options, pal_t &pal, output_t &output) {
     batch_t batch(parser, source, options, pal, output);
     std::string line;

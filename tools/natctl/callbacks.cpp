@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "records/family.h"
 #include "tools/natctl/pal.h"
 
 namespace {
@@ -58,7 +59,8 @@ void record_notified(uint32_t op, const void *record) {
     uint32_t words[3];
     std::memcpy(words, record, sizeof words);
     if (attached == nullptr) return;
-    attached->note(std::string("notification: record ") + (op == FWX_NAT64_OP_ADD ? "add" : "del") +
+    attached->note(std::string("notification: record ") +
+                   record_operation_name(op == FWX_NAT64_OP_ADD ? op : FWX_NAT64_OP_DEL) +
                    " word1=" + std::to_string(words[0]) + " word2=" + std::to_string(words[1]) +
                    " word3=" + std::to_string(words[2]));
 }

@@ -1,7 +1,7 @@
 /* The callbacks that natctl gives to the library. They lead to the pal that is attached; the library's shapes carry no
  * argument for it. */
-#ifndef TOOLS_CALLBACKS_H
-#define TOOLS_CALLBACKS_H
+#ifndef TOOLS_NATCTL_CALLBACKS_H
+#define TOOLS_NATCTL_CALLBACKS_H
 
 #include "fwx_nat64/fwx_nat64.h"
 

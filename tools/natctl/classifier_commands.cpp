@@ -1,10 +1,8 @@
 /* The classifier manager's notifications, as it would deliver them to the library. */
+#include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
-
-constexpr uint32_t end_batch_op = 2;
-constexpr uint32_t update_op = 4;
 
 struct notification_t {
     uint32_t batch;
@@ -29,15 +27,15 @@ void add_classifier_commands(grammar_t &grammar) {
         const char *summary;
         uint32_t op;
     };
-    for (const form_t &form : {form_t{"end-batch", "Ends a classifier batch", end_batch_op},
-                               form_t{"update", "Updates a classifier", update_op}}) {
+    for (const form_t &form : {form_t{"end-batch", "Ends a classifier batch", FWX_NAT64_CGM_OP_END_BATCH},
+                               form_t{"update", "Updates a classifier", FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE}}) {
         auto notification = grammar.record<notification_t>();
         CLI::App &app = grammar.command(form.verb, form.summary, [notification, op = form.op](call_t &call) {
             return notify(call, op, *notification);
         });
         number_field(app, "--batch", notification->batch, "identifier of the batch").required();
         flag_field(app, "--async", notification->async, "Has the outcome come back asynchronously");
-        if (form.op != update_op) continue;
+        if (form.op != FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE) continue;
         hex_field(app, "--data", notification->data, sizeof notification->data, "the classifier data").required();
     }
 }

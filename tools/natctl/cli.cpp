@@ -128,7 +128,7 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     auto read_from = [](std::istream &stream) {
         return [&stream](std::string &text) { return static_cast<bool>(std::getline(stream, text)); };
     };
-    command_parser_t parser;
+    line_parser_t parser;
     if (line.file == "-") return run_batch(parser, line_source_t::file, read_from(input), line.options, pal, output);
     errno = 0;
     std::ifstream file(line.file);
@@ -148,7 +148,7 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     if (streams_rows) pal.stream_rows(stream);
     if (line.is_batch()) return run_file(line, input, pal, output);
     if (line.is_shell()) {
-        command_parser_t parser;
+        line_parser_t parser;
         return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
     }
     return report(output, pal.finish(pal.start(line.command, 0)));

@@ -1,6 +1,6 @@
 /* natctl as a function: words in, answers and notes out. */
-#ifndef TOOLS_CLI_H
-#define TOOLS_CLI_H
+#ifndef TOOLS_NATCTL_CLI_H
+#define TOOLS_NATCTL_CLI_H
 
 #include <istream>
 #include <ostream>

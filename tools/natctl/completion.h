@@ -1,6 +1,6 @@
 /* What may come next in a command, and what makes bash offer it. */
-#ifndef TOOLS_COMPLETION_H
-#define TOOLS_COMPLETION_H
+#ifndef TOOLS_NATCTL_COMPLETION_H
+#define TOOLS_NATCTL_COMPLETION_H
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 /* The server that a binding of natctl talks to: the one place where it is chosen. */
-#ifndef TOOLS_CONNECTION_H
-#define TOOLS_CONNECTION_H
+#ifndef TOOLS_NATCTL_CONNECTION_H
+#define TOOLS_NATCTL_CONNECTION_H
 
 #include <string>
 

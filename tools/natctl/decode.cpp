@@ -6,7 +6,8 @@
 #include <cstring>
 
 #include "platform/runtime.h"
-#include "tools/natctl/hex.h"
+#include "records/family.h"
+#include "records/value.h"
 #include "wire/messages.h"
 
 namespace {
@@ -18,12 +19,6 @@ std::string hex_number(uint64_t value) {
     }
     std::string digits = hex_digits(bytes, sizeof bytes);
     return "0x" + digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
-}
-
-std::string address_text(int family, const uint8_t *bytes) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(family, bytes, text, sizeof text);
-    return text;
 }
 
 /** An address whose first `size` bytes stand at `at`, last byte first. */
@@ -46,9 +41,8 @@ std::string prefix_text(const uint8_t *at) {
 }
 
 json_t operation_json(uint64_t op) {
-    static constexpr const char *names[] = {nullptr, "add", "mod", "del"};
-    if (op == 0 || op > FWX_NAT64_OP_DEL) return op;
-    return names[op];
+    const char *name = record_operation_name(op);
+    return name == nullptr ? json_t(op) : json_t(name);
 }
 
 json_t field_json(const wire_field_t &field, const uint8_t *at) {

@@ -1,6 +1,6 @@
 /* Messages in words and as JSON, read through the message description. */
-#ifndef TOOLS_DECODE_H
-#define TOOLS_DECODE_H
+#ifndef TOOLS_NATCTL_DECODE_H
+#define TOOLS_NATCTL_DECODE_H
 
 #include <cstddef>
 #include <cstdint>

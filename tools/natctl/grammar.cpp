@@ -47,36 +47,35 @@ std::string error_text(const CLI::App &root, const CLI::ParseError &error) {
 grammar_t::grammar_t(CLI::App &root) : root_(root), group_(&root) {
     root.require_subcommand(1);
     add_status_command(*this);
-    add_setting_commands(*this);
-    add_translation_commands(*this);
+    add_record_commands(*this, "");
     add_query_commands(*this);
     add_mapt_commands(*this);
     add_classifier_commands(*this);
     add_server_commands(*this);
 }
 
-CLI::App &grammar_t::add_group(CLI::App &parent, const char *name, const std::string &summary) {
+CLI::App &grammar_t::add_group(CLI::App &parent, const std::string &name, const std::string &summary) {
     CLI::App &group = *parent.add_subcommand(name, summary);
     group.require_subcommand(1);
     return group;
 }
 
-void grammar_t::family(const char *name, const std::string &summary) {
+void grammar_t::family(const std::string &name, const std::string &summary) {
     top_ = &add_group(root_, name, summary);
     group_ = top_;
 }
 
-void grammar_t::subfamily(const char *name, const std::string &summary) {
+void grammar_t::subfamily(const std::string &name, const std::string &summary) {
     group_ = &add_group(*top_, name, summary);
 }
 
-CLI::App &grammar_t::command(const char *verb, const std::string &summary, start_fn_t start) {
+CLI::App &grammar_t::command(const std::string &verb, const std::string &summary, start_fn_t start) {
     CLI::App &app = *group_->add_subcommand(verb, summary);
     app.callback([this, start = std::move(start)] { parsed_ = {path_of(root_), start}; });
     return app;
 }
 
-CLI::App &grammar_t::immediate(const char *verb, const std::string &summary, start_fn_t start) {
+CLI::App &grammar_t::immediate(const std::string &verb, const std::string &summary, start_fn_t start) {
     return command(verb, summary, [start = std::move(start)](call_t &call) {
         call.awaited = false;
         return start(call);
@@ -98,8 +97,3 @@ command_t grammar_t::parse(std::vector<std::string> words) {
     }
     return parsed_;
 }
-
-command_parser_t::command_parser_t()
-    : root_(std::make_unique<CLI::App>()), grammar_(std::make_unique<grammar_t>(*root_)) {}
-
-command_parser_t::~command_parser_t() = default;

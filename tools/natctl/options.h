@@ -1,6 +1,6 @@
 /* What the user asked of natctl as a whole, whatever the command. */
-#ifndef TOOLS_OPTIONS_H
-#define TOOLS_OPTIONS_H
+#ifndef TOOLS_NATCTL_OPTIONS_H
+#define TOOLS_NATCTL_OPTIONS_H
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 /* What came of a command. */
-#ifndef TOOLS_OUTCOME_H
-#define TOOLS_OUTCOME_H
+#ifndef TOOLS_NATCTL_OUTCOME_H
+#define TOOLS_NATCTL_OUTCOME_H
 
 #include <cstdint>
 #include <nlohmann/json.hpp>

@@ -1,6 +1,6 @@
 /* Where answers and everything else go: answers to one stream in the format asked for, the rest to the other. */
-#ifndef TOOLS_OUTPUT_H
-#define TOOLS_OUTPUT_H
+#ifndef TOOLS_NATCTL_OUTPUT_H
+#define TOOLS_NATCTL_OUTPUT_H
 
 #include <ostream>
 #include <string>

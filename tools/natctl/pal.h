@@ -2,8 +2,8 @@
  * natctl's binding to the library: carries commands out, collects their verdicts and rows, and shows what the server
  * sends unasked. There is one at a time, as there is one binding per process.
  */
-#ifndef TOOLS_PAL_H
-#define TOOLS_PAL_H
+#ifndef TOOLS_NATCTL_PAL_H
+#define TOOLS_NATCTL_PAL_H
 
 #include <cstddef>
 #include <functional>

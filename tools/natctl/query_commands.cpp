@@ -1,6 +1,7 @@
-/* What the server holds: its statistics and its sessions. */
+/* What the server holds: its IP aliases, its statistics and its sessions. */
 #include <cstring>
 
+#include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/callbacks.h"
 #include "tools/natctl/grammar.h"
 
@@ -100,6 +101,9 @@ void add_clear(grammar_t &grammar) {
 }  // namespace
 
 void add_query_commands(grammar_t &grammar) {
+    grammar.family("ipalias", "IP aliases");
+    grammar.command("upload", "Asks the server to upload its IP aliases",
+                    [](call_t &call) { return fwx_nat64_ipalias_upload_a(call.ctx); });
     grammar.family("stats", "Statistics");
     for (const query_form_t &form : query_forms) {
         auto query = grammar.record<query_t>();

@@ -1,6 +1,6 @@
 /* The server model as a process of its own. */
-#ifndef TOOLS_SERVE_H
-#define TOOLS_SERVE_H
+#ifndef TOOLS_NATCTL_SERVE_H
+#define TOOLS_NATCTL_SERVE_H
 
 #include <ostream>
 #include <string>

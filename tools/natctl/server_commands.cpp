@@ -1,6 +1,8 @@
 /* What the embedded server model is told to do: misbehave, notify, and show its counts. */
 #include <functional>
 
+#include "fwx_nat64/wire.h"
+#include "records/family.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
@@ -84,7 +86,8 @@ void add_notifications(grammar_t &grammar) {
         const uint32_t *words = record->words;
         return fwx_nat64_model_notify_record(model, record->add != 0, words[0], words[1], words[2]);
     });
-    choice_field(record_app, "--op", record->add, {{"add", 1}, {"del", 0}}, "operation, add without it");
+    choice_field(record_app, "--op", record->add, {{record_add.word.data(), 1}, {record_del.word.data(), 0}},
+                 "operation, add without it");
     number_field(record_app, "--word1", record->words[0], "first word of the record");
     number_field(record_app, "--word2", record->words[1], "second word of the record");
     number_field(record_app, "--word3", record->words[2], "third word of the record");
@@ -111,7 +114,12 @@ void add_notifications(grammar_t &grammar) {
         return fwx_nat64_model_notify_debug(model, debug->selector, debug->on);
     });
     choice_field(debug_app, "--class", debug->selector,
-                 {{"info", 1}, {"trace", 2}, {"warning", 3}, {"error", 4}, {"all", 5}}, "which flags")
+                 {{"info", FWX_NAT64_UNSOL_DEBUG_INFO},
+                  {"trace", FWX_NAT64_UNSOL_DEBUG_TRACE},
+                  {"warning", FWX_NAT64_UNSOL_DEBUG_WARNING},
+                  {"error", FWX_NAT64_UNSOL_DEBUG_ERROR},
+                  {"all", FWX_NAT64_UNSOL_DEBUG_ALL}},
+                 "which flags")
         .required();
     number_field(debug_app, "--on", debug->on, "1 on, 0 off", 0, 1).required();
 }

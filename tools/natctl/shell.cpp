@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "tools/natctl/completion.h"
-#include "tools/natctl/grammar.h"
+#include "tools/natctl/line_parser.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ char *next_match(const char *text, int state) {
         std::vector<std::string> words(std::istream_iterator<std::string>(typed), {});
         if (*text != '\0') words.pop_back();
         words.emplace_back(text);
-        matches = completions(command_parser_t().root(), words);
+        matches = completions(line_parser_t().root(), words);
     }
     auto index = static_cast<size_t>(state);
     return index < matches.size() ? strdup(matches[index].c_str()) : nullptr;

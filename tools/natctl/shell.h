@@ -1,6 +1,6 @@
 /* The prompt of natctl. */
-#ifndef TOOLS_SHELL_H
-#define TOOLS_SHELL_H
+#ifndef TOOLS_NATCTL_SHELL_H
+#define TOOLS_NATCTL_SHELL_H
 
 #include <istream>
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/runtime.h"
-#include "tools/natctl/hex.h"
+#include "records/value.h"
 #include "tools/natctl/outcome.h"
 
 namespace {

@@ -1,6 +1,6 @@
 /* A server model's configuration in a JSON file: the op codes and payloads that make it. */
-#ifndef TOOLS_STATE_FILE_H
-#define TOOLS_STATE_FILE_H
+#ifndef TOOLS_NATCTL_STATE_FILE_H
+#define TOOLS_NATCTL_STATE_FILE_H
 
 #include <string>
 

@@ -1,4 +1,5 @@
 /* The state of the binding. */
+#include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
