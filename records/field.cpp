@@ -162,7 +162,7 @@ std::string record_field_error(std::string_view option, std::string_view value, 
 
 std::string record_field_read(const record_field_t &field, std::string_view text, void *record) {
     std::string error = read_value(field, text, record);
-    if (error.empty() && field.valid_offset != record_nowhere) {
+    if (field.valid_offset != record_nowhere) {
         const uint32_t given = 1;
         std::memcpy(at(record, field.valid_offset), &given, sizeof given);
     }

@@ -1,6 +1,7 @@
 /* Lines read into records, and records written as text. */
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <set>
 
 #include "records/families.h"
@@ -116,11 +117,24 @@ TEST(records_test, an_absent_interface_is_off_without_prefixes_and_mtu) {
     }
 }
 
+TEST(records_test, a_key_stays_whole_when_the_rest_goes) {
+    const record_reader_t reader = read_line("prefix add --prefix 64:ff9b::/96 --kind 3");
+    record_buffer_t record = reader.record();
+    record_make_absent(reader.family(), record);
+    EXPECT_EQ(std::memcmp(&record, &reader.record(), sizeof record), 0);
+}
+
+TEST(records_test, an_address_with_a_zero_byte_is_none) {
+    using namespace std::string_view_literals;
+    record_reader_t reader;
+    EXPECT_EQ(reader.read({"adj", "set", "--type", "1", "--address", "192.0.2.1\0x"sv}), result_t::refused);
+}
+
 TEST(records_test, what_is_no_configuration_is_left_to_a_larger_grammar) {
     line_words_t words;
     record_reader_t reader;
     for (const char *line :
-         {"status", "mapt", "mapt show", "timeout --help", "timeout set -h", "limit add -- --type 1"}) {
+         {"status", "mapt", "mapt show", "timeout --help", "timeout set -h", "limit add -- --type 1", "limit ++ add"}) {
         words.split(line);
         EXPECT_EQ(reader.read(words.words()), result_t::other) << line;
     }
