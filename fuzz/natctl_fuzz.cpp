@@ -1,4 +1,5 @@
 /* natctl's batch: any text, in every way of running it, ends with a status of its own and gives back what it took. */
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <nlohmann/json.hpp>
@@ -7,7 +8,7 @@
 
 #include "fwx_host/inspect.h"
 #include "input.h"
-#include "tools/batch.h"
+#include "tools/natctl/batch.h"
 
 namespace {
 
@@ -35,6 +36,28 @@ bool asks_for_much(const std::string &line) {
     });
 }
 
+/** Configuration has a reader of its own, which must answer as the grammar does. */
+void check_both_read_alike(const std::string &line) {
+    static CLI::App root;
+    static grammar_t grammar(root);
+    line_words_t words;
+    record_reader_t reader;
+    const bool cuts_errors = line.find('\0') != std::string::npos; /* those of the grammar end there */
+    if (words.split(line) != 0 || cuts_errors) return;
+    const record_reader_t::result_t result = reader.read(words.words());
+    if (result == record_reader_t::result_t::other) return;
+    std::string command;
+    std::string error;
+    try {
+        command = grammar.parse({words.words().begin(), words.words().end()}).name;
+    } catch (const usage_error_t &usage) {
+        command = usage.command;
+        error = usage.text;
+    }
+    FUZZ_CHECK(command == reader.command());
+    FUZZ_CHECK(error == (result == record_reader_t::result_t::record ? "" : reader.error()));
+}
+
 void check_nothing_is_live() {
     fwx_host_live_t live;
     fwx_host_live_get(&live);
@@ -51,13 +74,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
     std::string line;
     std::istringstream lines(std::string(data + (size == 0 ? 0 : 1), data + size));
     while (std::getline(lines, line)) {
+        check_both_read_alike(line);
         if (!asks_for_much(line)) batch += line + '\n';
     }
     std::istringstream in(batch);
     std::ostringstream answers;
     std::ostringstream notes;
     {
-        static command_parser_t parser;
+        static line_parser_t parser;
         output_t output(options.format, true, answers, notes);
         pal_t pal(options, [&output](const std::string &text) { output.note(text); });
         FUZZ_CHECK(pal.bind().status == status_t::ok);

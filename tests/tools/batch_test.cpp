@@ -5,26 +5,6 @@ namespace {
 
 class batch_test : public natctl_test {};
 
-TEST_F(batch_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
-    struct line_t {
-        const char *line;
-        std::vector<std::string> words;
-    };
-    const line_t lines[] = {
-        {"", {}},
-        {"  # only this", {}},
-        {"a b\tc\r", {"a", "b", "c"}},
-        {"a #b", {"a"}},
-        {"a#b", {"a#b"}},
-        {"'a b' \"c # d\"", {"a b", "c # d"}},
-        {"a'b c'd ''", {"ab cd", ""}},
-        {"\"it's\"", {"it's"}},
-    };
-    for (const line_t &line : lines) {
-        EXPECT_EQ(split_line(line.line), line.words) << line.line;
-    }
-}
-
 constexpr char seven[] =
     "# first\ntimeout set --type 1 --value 300\n\nlimit add --type 1 --value 9\n"
     "timeout set --type 2 --value 240\nadj set --type 1 --address ::1\n"

@@ -1,5 +1,5 @@
 /* Messages in words, from bytes written out here. */
-#include "tools/decode.h"
+#include "tools/natctl/decode.h"
 
 #include <gtest/gtest.h>
 

@@ -105,4 +105,67 @@ TEST_F(field_errors_test, a_wrong_value_gives_one_json_document_that_says_usage)
     }
 }
 
+/** What came of a dry run, without what differs from run to run or tells a batch. */
+json_t without_run(json_t outcome) {
+    outcome.erase("line");
+    constexpr size_t header_digits = 64;
+    for (size_t i = 0; outcome.contains("messages") && i < outcome["messages"].size(); ++i) {
+        json_t &message = outcome["messages"][i];
+        message["hex"] = message["hex"].get<std::string>().substr(header_digits);
+    }
+    return outcome;
+}
+
+TEST_F(field_errors_test, a_line_of_a_batch_is_read_as_the_words_of_a_command_line_are) {
+    std::vector<std::string> lines = {
+        "timeout set --value=300 --type=0x1",
+        "timeout set --type= 1 --value 0xffffffff",
+        "timeout set --type 1 --type 1 --type 9 --value x",
+        "timeout set --type 9 --value 1 --type 9",
+        "timeout set --value 2 --type",
+        "timeout set --value --type 1",
+        "timeout set --type 1 --value 2 --",
+        "timeout set --type 1 -- --value 2",
+        "timeout frob set --type 1 --value 2 more",
+        "timeout set --type 1 --value 2 first second",
+        "timeout --type 1 set --value 2",
+        "limit ''",
+        "limit add --type 1 --value 2 -1",
+        "limit add --Type 1 --value=''",
+        "limit del --type 1 --value 7",
+        "adj set --type 13 --address ::ffff:192.0.2.1",
+        "adj set --type 1 --address 01.2.3.4",
+        "replication set --value 1 --value2 2",
+        "replication unset",
+        "settings set --bytes 000102030405060708090a0b0c0d0e0F",
+        "interface set --ifh 7",
+        "interface set --mtu 1280 --sless-v6v4 ::/0 --sful 2001:db8::/32 --sless 64:ff9b::/96 --enable 0 --ifh 7",
+        "prefix mod --prefix 64:ff9b::/0x60 --kind 4",
+        "smapping del --id 1 --addr1 192.0.2.1",
+        "dmapping add --id 1 --type 7 --ext 000102030405060708090a0b0c0d0e0f1011121314151617 --ext-arg 9",
+        "pool del --id 1",
+        "range add --id 1 --start 192.0.2.1 --end 192.0.2.9",
+        "logging add --dest 192.0.2.1 --port 9 --param 255 --param2 65535",
+        "mapt bmr add --params 1,2,3,4 --v4 192.0.2.0/24 --v6 2001:db8::/40 --domain 2 --rule 1",
+        "mapt bmr",
+        "mapt dmr del --id 1",
+    };
+    for (const field_error_t &wrong : field_errors) {
+        const std::string line = wrong.command;
+        const bool is_line = line.substr(0, 2) != "--" && line.substr(0, 5) != "batch" && line != "frob";
+        if (is_line) lines.push_back(line);
+    }
+    std::string batch;
+    for (const std::string &line : lines) {
+        batch += line + '\n';
+    }
+    const json_t of_lines = json_t::parse(run("--json --dry-run --keep-going batch -", batch).answers);
+    ASSERT_EQ(of_lines.size(), lines.size());
+    for (size_t i = 0; i < lines.size(); ++i) {
+        const json_t of_words = json_t::parse(run("--json --dry-run " + lines[i]).answers);
+        EXPECT_EQ(without_run(of_lines[i]), without_run(of_words)) << lines[i];
+    }
+    EXPECT_NE(run("batch -", "timeout set --type 1 -h").notes.find("Sets a timeout\n"), std::string::npos);
+}
+
 }  // namespace

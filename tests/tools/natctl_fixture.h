@@ -8,10 +8,10 @@
 #include <string>
 
 #include "fwx_host/fwx_host.h"
+#include "records/words.h"
 #include "tests/support/platform_watch.h"
-#include "tools/batch.h"
-#include "tools/cli.h"
-#include "tools/outcome.h"
+#include "tools/natctl/cli.h"
+#include "tools/natctl/outcome.h"
 
 struct run_t {
     int status;
@@ -27,7 +27,9 @@ protected:
         std::istringstream in(input);
         std::ostringstream answers;
         std::ostringstream notes;
-        int status = run_natctl(split_line(command), in, answers, notes);
+        line_words_t words;
+        words.split(command);
+        int status = run_natctl({words.words().begin(), words.words().end()}, in, answers, notes);
         return {status, answers.str(), notes.str()};
     }
 

@@ -1,0 +1,42 @@
+#include "records/family.h"
+
+#include <algorithm>
+#include <cstring>
+
+const char *record_operation_name(uint64_t op) {
+    for (const record_verb_t &verb : {record_add, record_mod, record_del}) {
+        if (verb.op == op) return verb.word.data();
+    }
+    return nullptr;
+}
+
+const record_verb_t *record_find_verb(const record_family_t &family, std::string_view word) {
+    const record_verb_t *end = family.verbs + family.verb_count;
+    const record_verb_t *found =
+        std::find_if(family.verbs, end, [word](const record_verb_t &verb) { return verb.word == word; });
+    return found == end ? nullptr : found;
+}
+
+void record_init(const record_family_t &family, record_buffer_t &record) {
+    record = {};
+    if (family.initial != nullptr) std::memcpy(record.bytes, family.initial, family.record_size);
+}
+
+void record_make_absent(const record_family_t &family, record_buffer_t &record) {
+    record_buffer_t absent{};
+    for (size_t i = 0; i < family.field_count; ++i) {
+        const record_field_t &field = family.fields[i];
+        if (!field.is_key) continue;
+        std::memcpy(absent.bytes + field.offset, record.bytes + field.offset, field.width);
+        const bool has_length = field.length_offset != record_nowhere;
+        if (has_length) absent.bytes[field.length_offset] = record.bytes[field.length_offset];
+    }
+    record = absent;
+}
+
+std::string record_command_text(const record_family_t &family, const record_verb_t *verb) {
+    std::string text(family.group);
+    text.append(text.empty() ? "" : " ").append(family.word);
+    if (verb != nullptr) text.append(" ").append(verb->word);
+    return text;
+}

@@ -1,0 +1,218 @@
+#include "records/field.h"
+
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "records/value.h"
+
+namespace {
+
+uint8_t *at(void *record, size_t offset) {
+    return static_cast<uint8_t *>(record) + offset;
+}
+const uint8_t *at(const void *record, size_t offset) {
+    return static_cast<const uint8_t *>(record) + offset;
+}
+
+std::string range_text(uint64_t min, uint64_t max) {
+    return min == max ? std::to_string(min) : std::to_string(min) + " to " + std::to_string(max);
+}
+
+std::string read_number(const record_field_t &field, std::string_view text, uint8_t *out, size_t width) {
+    uint64_t value = 0;
+    const bool is_allowed = parse_number(text, value) && value >= field.min && value <= field.max;
+    if (!is_allowed) return record_field_error(field.option, text, range_text(field.min, field.max));
+    std::memcpy(out, &value, width); /* little-endian, as the wire */
+    return {};
+}
+
+std::string number_text(const uint8_t *from, size_t width) {
+    uint64_t value = 0;
+    std::memcpy(&value, from, width);
+    return std::to_string(value);
+}
+
+/* Several numbers. */
+
+constexpr size_t number_width = sizeof(uint16_t);
+
+std::string count_text(const record_field_t &field) {
+    return std::to_string(field.width / number_width) + " numbers";
+}
+
+std::string read_numbers(const record_field_t &field, std::string_view text, uint8_t *out) {
+    const bool ends_in_number = !text.empty() && text.back() != ',';
+    const auto commas = static_cast<size_t>(std::count(text.begin(), text.end(), ','));
+    if (commas + (ends_in_number ? 1 : 0) != field.width / number_width) {
+        return record_field_error(field.option, text, count_text(field) + " between commas");
+    }
+    for (size_t i = 0; i < field.width; i += number_width) {
+        const std::string_view number = text.substr(0, text.find(','));
+        std::string error = read_number(field, number, out + i, number_width);
+        if (!error.empty()) return error;
+        text.remove_prefix(std::min(number.size() + 1, text.size()));
+    }
+    return {};
+}
+
+std::string numbers_text(const record_field_t &field, const uint8_t *from) {
+    std::string text;
+    for (size_t i = 0; i < field.width; i += number_width) {
+        text += (i == 0 ? "" : ",") + number_text(from + i, number_width);
+    }
+    return text;
+}
+
+/* Addresses. */
+
+std::string read_address(const record_field_t &field, std::string_view text, uint8_t *out) {
+    fwx_nat64_addr_t address;
+    const bool is_ipv4 = field.kind == record_kind_t::ipv4;
+    if (!(is_ipv4 ? parse_ipv4(text, address) : parse_address(text, address))) {
+        return record_field_error(
+            field.option, text,
+            is_ipv4 ? "an IPv4 address such as 192.0.2.1" : "an address such as 192.0.2.1 or 2001:db8::1");
+    }
+    std::memcpy(out, &address, sizeof address);
+    return {};
+}
+
+/* Prefixes. */
+
+struct prefix_form_t {
+    int family;
+    const char *name;
+    const char *example;
+};
+
+prefix_form_t prefix_form(const record_field_t &field) {
+    if (field.kind == record_kind_t::ipv4_prefix) return {AF_INET, "IPv4", "192.0.2.0/24"};
+    return {AF_INET6, "IPv6", "2001:db8::/32"};
+}
+
+std::string read_prefix(const record_field_t &field, std::string_view text, void *record) {
+    const prefix_form_t form = prefix_form(field);
+    const size_t slash = text.find('/');
+    uint8_t bytes[sizeof(in6_addr)] = {};
+    uint64_t length = 0;
+    const bool is_readable = slash != std::string_view::npos &&
+                             parse_address_bytes(form.family, text.substr(0, slash), bytes) &&
+                             parse_number(text.substr(slash + 1), length);
+    if (!is_readable || length > field.max) {
+        return record_field_error(field.option, text,
+                                  std::string("an ") + form.name + " prefix of at most " + std::to_string(field.max) +
+                                      " bits, such as " + form.example);
+    }
+    for (size_t bit = length; bit < 8 * sizeof bytes; ++bit) {
+        const bool is_set = (bytes[bit / 8] >> (7 - bit % 8) & 1) != 0;
+        if (is_set) {
+            return record_field_error(field.option, text,
+                                      "a prefix with no bits set behind its first " + std::to_string(length));
+        }
+    }
+    std::memcpy(at(record, field.offset), bytes, field.width); /* all of it that a message carries */
+    *at(record, field.length_offset) = static_cast<uint8_t>(length);
+    return {};
+}
+
+std::string prefix_text(const record_field_t &field, const void *record) {
+    uint8_t bytes[sizeof(in6_addr)] = {};
+    std::memcpy(bytes, at(record, field.offset), field.width);
+    return address_text(prefix_form(field).family, bytes) + "/" + std::to_string(*at(record, field.length_offset));
+}
+
+/* Bytes. */
+
+std::string digits_text(const record_field_t &field) {
+    return std::to_string(2 * field.width) + " hexadecimal digits";
+}
+
+std::string read_bytes(const record_field_t &field, std::string_view text, uint8_t *out) {
+    if (parse_hex(text, out, field.width)) return {};
+    return record_field_error(field.option, text, digits_text(field));
+}
+
+std::string read_value(const record_field_t &field, std::string_view text, void *record) {
+    uint8_t *out = at(record, field.offset);
+    switch (field.kind) {
+        case record_kind_t::number:
+            return read_number(field, text, out, field.width);
+        case record_kind_t::numbers:
+            return read_numbers(field, text, out);
+        case record_kind_t::address:
+        case record_kind_t::ipv4:
+            return read_address(field, text, out);
+        case record_kind_t::ipv4_prefix:
+        case record_kind_t::ipv6_prefix:
+            return read_prefix(field, text, record);
+        case record_kind_t::bytes:
+            return read_bytes(field, text, out);
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string record_field_error(std::string_view option, std::string_view value, const std::string &allowed) {
+    std::string text(option);
+    return text.append(" ").append(value.empty() ? "''" : value).append(": must be ").append(allowed);
+}
+
+std::string record_field_read(const record_field_t &field, std::string_view text, void *record) {
+    std::string error = read_value(field, text, record);
+    if (field.valid_offset != record_nowhere) {
+        const uint32_t given = 1;
+        std::memcpy(at(record, field.valid_offset), &given, sizeof given);
+    }
+    return error;
+}
+
+bool record_field_is_given(const record_field_t &field, const void *record) {
+    uint32_t given = 1;
+    if (field.valid_offset != record_nowhere) std::memcpy(&given, at(record, field.valid_offset), sizeof given);
+    return given != 0;
+}
+
+std::string record_field_text(const record_field_t &field, const void *record) {
+    const uint8_t *from = at(record, field.offset);
+    switch (field.kind) {
+        case record_kind_t::number:
+            return number_text(from, field.width);
+        case record_kind_t::numbers:
+            return numbers_text(field, from);
+        case record_kind_t::address:
+        case record_kind_t::ipv4: {
+            fwx_nat64_addr_t address;
+            std::memcpy(&address, from, sizeof address);
+            return address_text(address);
+        }
+        case record_kind_t::ipv4_prefix:
+        case record_kind_t::ipv6_prefix:
+            return prefix_text(field, record);
+        case record_kind_t::bytes:
+            return hex_digits(from, field.width);
+    }
+    return {};
+}
+
+std::string record_field_form(const record_field_t &field) {
+    switch (field.kind) {
+        case record_kind_t::number:
+            return range_text(field.min, field.max);
+        case record_kind_t::numbers:
+            return count_text(field) + " of " + range_text(field.min, field.max) + ", between commas";
+        case record_kind_t::address:
+            return "ADDRESS";
+        case record_kind_t::ipv4:
+            return "IPV4-ADDRESS";
+        case record_kind_t::ipv4_prefix:
+            return "IPV4-PREFIX/0.." + std::to_string(field.max);
+        case record_kind_t::ipv6_prefix:
+            return "IPV6-PREFIX/0.." + std::to_string(field.max);
+        case record_kind_t::bytes:
+            return digits_text(field);
+    }
+    return {};
+}

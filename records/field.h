@@ -1,0 +1,160 @@
+/*
+ * Fields of records: how each is called, where it is, what it takes. Its option, the JSON that names it and the help
+ * that explains it all come from here.
+ */
+#ifndef RECORDS_FIELD_H
+#define RECORDS_FIELD_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "fwx_nat64/config.h"
+
+enum class record_kind_t : uint8_t {
+    number,      /* 1, 2, 4 or 8 bytes */
+    numbers,     /* 16-bit numbers, between commas */
+    address,     /* a fwx_nat64_addr_t */
+    ipv4,        /* a fwx_nat64_addr_t that takes IPv4 alone */
+    ipv4_prefix, /* its first bytes, most significant first; the length stands elsewhere */
+    ipv6_prefix, /* the same */
+    bytes,       /* as hexadecimal digits */
+};
+
+/* Sets of operations, FWX_NAT64_OP_. */
+constexpr uint8_t record_on(uint32_t op) {
+    return static_cast<uint8_t>(1U << op);
+}
+constexpr uint8_t record_on_any = 0xff;
+constexpr uint8_t record_not_on_delete = record_on_any & ~record_on(FWX_NAT64_OP_DEL);
+
+constexpr uint16_t record_nowhere = UINT16_MAX;
+
+/** A name of one of a field's values. */
+struct record_name_t {
+    const char *name;
+    uint64_t value;
+};
+
+struct record_field_t {
+    std::string_view option; /* `--id`; without dashes it is an argument that stands alone */
+    const char *name;        /* stable: the JSON key; that of the message description where the field is there */
+    const char *meaning;     /* for help */
+    uint64_t min;            /* of a number, of each of several */
+    uint64_t max;            /* the same; bits of a prefix */
+    uint16_t offset;         /* in the record */
+    uint16_t width;          /* bytes */
+    uint16_t length_offset;  /* of the byte with a prefix's length */
+    uint16_t valid_offset;   /* of the 32-bit flag that says that the field is given, or record_nowhere */
+    record_kind_t kind;
+    uint8_t taken_on;           /* operations that take the field */
+    uint8_t required_on;        /* operations that need it */
+    bool is_key;                /* names the item, with the other fields that do */
+    bool is_fixed;              /* a modification leaves it as it is: the item must be deleted and added again */
+    const record_name_t *names; /* of values; null: none have names */
+    size_t name_count;
+    const char *unit; /* of the value; null: it has none */
+
+    /* A row of a table says with these what is unusual about its field. */
+    constexpr record_field_t from(uint64_t least) const { return within(least, max); }
+    constexpr record_field_t within(uint64_t least, uint64_t greatest) const;
+    constexpr record_field_t length_at(size_t where) const;
+    constexpr record_field_t marked_at(size_t where) const;
+    constexpr record_field_t on(uint8_t operations) const;
+    constexpr record_field_t required(uint8_t operations = record_on_any) const;
+    constexpr record_field_t key() const;
+    constexpr record_field_t fixed() const;
+
+    constexpr bool is_taken_on(uint32_t op) const { return (taken_on & record_on(op)) != 0; }
+    constexpr bool is_required_on(uint32_t op) const { return (taken_on & required_on & record_on(op)) != 0; }
+};
+
+/** Largest value of a field of that kind and width. */
+constexpr uint64_t record_field_max(record_kind_t kind, size_t width) {
+    if (kind == record_kind_t::number) return UINT64_MAX >> (64 - 8 * width);
+    return kind == record_kind_t::numbers ? UINT16_MAX : 8 * width;
+}
+
+constexpr record_field_t record_field(std::string_view option, const char *name, record_kind_t kind, size_t offset,
+                                      size_t width, const char *meaning) {
+    return {option,
+            name,
+            meaning,
+            0,
+            record_field_max(kind, width),
+            static_cast<uint16_t>(offset),
+            static_cast<uint16_t>(width),
+            record_nowhere,
+            record_nowhere,
+            kind,
+            record_on_any,
+            0,
+            false,
+            false,
+            nullptr,
+            0,
+            nullptr};
+}
+
+/** A field that is the member of a struct. */
+#define RECORD_FIELD(option, name, kind, struct_, member, meaning) \
+    record_field(option, name, record_kind_t::kind, offsetof(struct_, member), sizeof(struct_::member), meaning)
+/** A field that is a fwx_nat64_prefix_t within a struct. */
+#define RECORD_PREFIX_FIELD(option, name, struct_, member, meaning)          \
+    RECORD_FIELD(option, name, ipv6_prefix, struct_, member.prefix, meaning) \
+        .length_at(offsetof(struct_, member.prefix_len))
+
+constexpr record_field_t record_field_t::within(uint64_t least, uint64_t greatest) const {
+    record_field_t field = *this;
+    field.min = least;
+    field.max = greatest;
+    return field;
+}
+constexpr record_field_t record_field_t::length_at(size_t where) const {
+    record_field_t field = *this;
+    field.length_offset = static_cast<uint16_t>(where);
+    return field;
+}
+constexpr record_field_t record_field_t::marked_at(size_t where) const {
+    record_field_t field = *this;
+    field.valid_offset = static_cast<uint16_t>(where);
+    return field;
+}
+constexpr record_field_t record_field_t::on(uint8_t operations) const {
+    record_field_t field = *this;
+    field.taken_on = operations;
+    return field;
+}
+constexpr record_field_t record_field_t::required(uint8_t operations) const {
+    record_field_t field = *this;
+    field.required_on = operations;
+    return field;
+}
+constexpr record_field_t record_field_t::key() const {
+    record_field_t field = *this;
+    field.is_key = true;
+    field.required_on = record_on_any;
+    return field;
+}
+constexpr record_field_t record_field_t::fixed() const {
+    record_field_t field = *this;
+    field.is_fixed = true;
+    return field;
+}
+
+/**
+ * Reads a field's text into its record and sets its flag if it has one.
+ * @return an empty text, or what is wrong: `--type 9: must be 1 to 7`; the record is then of no use.
+ */
+std::string record_field_read(const record_field_t &field, std::string_view text, void *record);
+/** The text that record_field_read reads the field from. */
+std::string record_field_text(const record_field_t &field, const void *record);
+/** Whether the record has the field: one with a flag may lack it. */
+bool record_field_is_given(const record_field_t &field, const void *record);
+/** What the field takes, as help shows it: `1 to 7`. */
+std::string record_field_form(const record_field_t &field);
+/** Says that a value of an option is wrong. */
+std::string record_field_error(std::string_view option, std::string_view value, const std::string &allowed);
+
+#endif

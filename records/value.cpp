@@ -1,0 +1,78 @@
+#include "records/value.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t family_ipv6 = 1;
+
+}  // namespace
+
+bool parse_number(std::string_view text, uint64_t &out) {
+    const bool is_hexadecimal = text.substr(0, 2) == "0x";
+    if (is_hexadecimal) text.remove_prefix(2);
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, out, is_hexadecimal ? 16 : 10);
+    return error == std::errc() && stop == end;
+}
+
+bool parse_address(std::string_view text, fwx_nat64_addr_t &out) {
+    if (parse_ipv4(text, out)) return true;
+    out.family = family_ipv6;
+    return parse_address_bytes(AF_INET6, text, out.addr);
+}
+
+bool parse_ipv4(std::string_view text, fwx_nat64_addr_t &out) {
+    uint32_t word = 0;
+    if (!parse_address_bytes(AF_INET, text, &word)) return false;
+    word = ntohl(word);
+    out = {};
+    std::memcpy(out.addr, &word, sizeof word);
+    return true;
+}
+
+bool parse_address_bytes(int family, std::string_view text, void *out) {
+    char terminated[INET6_ADDRSTRLEN];
+    const bool fits = text.size() < sizeof terminated && text.find('\0') == std::string_view::npos;
+    if (!fits) return false;
+    terminated[text.copy(terminated, text.size())] = '\0';
+    return inet_pton(family, terminated, out) == 1;
+}
+
+std::string address_text(int family, const void *bytes) {
+    char text[INET6_ADDRSTRLEN] = "";
+    inet_ntop(family, bytes, text, sizeof text);
+    return text;
+}
+
+std::string address_text(const fwx_nat64_addr_t &address) {
+    if (address.family != FWX_NAT64_FAMILY_IPV4) return address_text(AF_INET6, address.addr);
+    uint32_t word = 0;
+    std::memcpy(&word, address.addr, sizeof word);
+    word = htonl(word);
+    return address_text(AF_INET, &word);
+}
+
+bool parse_hex(std::string_view text, void *out, size_t size) {
+    if (text.size() != 2 * size) return false;
+    for (size_t i = 0; i < size; ++i) {
+        const char *digits = text.data() + 2 * i;
+        const auto [stop, error] = std::from_chars(digits, digits + 2, static_cast<uint8_t *>(out)[i], 16);
+        if (error != std::errc() || stop != digits + 2) return false;
+    }
+    return true;
+}
+
+std::string hex_digits(const void *bytes, size_t size) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (size_t i = 0; i < size; ++i) {
+        const uint8_t byte = static_cast<const uint8_t *>(bytes)[i];
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}

@@ -1,0 +1,35 @@
+/*
+ * Values as people write them. A parser answers false for a text that is none of its values; what it wrote into `out`
+ * by then means nothing.
+ */
+#ifndef RECORDS_VALUE_H
+#define RECORDS_VALUE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "fwx_nat64/config.h"
+
+/** Reads a decimal or 0x-hexadecimal number. */
+bool parse_number(std::string_view text, uint64_t &out);
+
+/** Reads an address of either family; IPv4 in host order. */
+bool parse_address(std::string_view text, fwx_nat64_addr_t &out);
+/** Reads an IPv4 address. */
+bool parse_ipv4(std::string_view text, fwx_nat64_addr_t &out);
+/** Reads the bytes of an address of AF_INET or AF_INET6, first byte most significant. */
+bool parse_address_bytes(int family, std::string_view text, void *out);
+
+/** Text of an address of AF_INET or AF_INET6, first byte most significant. */
+std::string address_text(int family, const void *bytes);
+/** Text of an address record; IPv4 in host order. */
+std::string address_text(const fwx_nat64_addr_t &address);
+
+/** Reads exactly `size` bytes, two hexadecimal digits each. */
+bool parse_hex(std::string_view text, void *out, size_t size);
+/** Two lower-case digits a byte. */
+std::string hex_digits(const void *bytes, size_t size);
+
+#endif

@@ -1,0 +1,143 @@
+/* Lines read into records, and records written as text. */
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+
+#include "records/families.h"
+#include "records/reader.h"
+#include "records/words.h"
+#include "wire/messages.h"
+
+namespace {
+
+using result_t = record_reader_t::result_t;
+
+/** Reads a line that must hold a command. */
+record_reader_t read_line(const std::string &line) {
+    line_words_t words;
+    EXPECT_EQ(words.split(line), 0) << line;
+    record_reader_t reader;
+    EXPECT_EQ(reader.read(words.words()), result_t::record) << line << ": " << reader.error();
+    return reader;
+}
+
+TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
+    struct line_t {
+        std::string line;
+        std::vector<std::string_view> words;
+        char open_quote = 0;
+    };
+    const line_t lines[] = {
+        {"", {}},
+        {"  # only this", {}},
+        {"a b\tc\r", {"a", "b", "c"}},
+        {"a #b", {"a"}},
+        {"a#b", {"a#b"}},
+        {"'a b' \"c # d\"", {"a b", "c # d"}},
+        {"a'b c'd ''", {"ab cd", ""}},
+        {"\"it's\"", {"it's"}},
+        {"a 'b", {"a", "b"}, '\''},
+    };
+    line_words_t words;
+    for (const line_t &line : lines) {
+        EXPECT_EQ(words.split(line.line), line.open_quote) << line.line;
+        EXPECT_EQ(words.words(), line.words) << line.line;
+    }
+}
+
+TEST(records_test, every_field_of_every_family_reads_as_it_is_written) {
+    const std::string lines[] = {
+        "timeout set --type 7 --value 4294967295",
+        "limit mod --type 1 --value 9",
+        "service add --type 1 --value 10",
+        "adj set --type 13 --address 2001:db8::1",
+        "replication unset --value 1 --value2 2",
+        "settings set --bytes 000102030405060708090a0b0c0d0e0f",
+        "interface set --ifh 7 --enable 0 --sless 64:ff9b::/96 --sful 2001:db8::/32 --sless-v6v4 ::/0 --mtu 65535",
+        "nvi enable --ifh 8",
+        "prefix del --prefix 2001:db8:0:0:1::/80 --kind 4",
+        "smapping add --id 3 --addr1 192.0.2.1 --addr2 ::ffff:192.0.2.1",
+        "dmapping mod --id 4 --type 0 --ext 000102030405060708090a0b0c0d0e0f1011121314151617 --ext-arg 5",
+        "pool add --id 1 --param 2 --start 192.0.2.1 --end 192.0.2.254 --hsl 6",
+        "range del --id 1 --start 198.51.100.1 --end 198.51.100.2",
+        "logging add --dest 192.0.2.9 --port 2055 --param 255 --param2 65534",
+        "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --params 16,6,8,65535",
+        "mapt dmr del --id 9 --data 000102030405060708090a0b0c0d0e0f1011121314151617",
+    };
+    std::set<const record_field_t *> written;
+    for (const std::string &line : lines) {
+        const record_reader_t reader = read_line(line);
+        std::string text = reader.command();
+        for (size_t i = 0; i < reader.family().field_count; ++i) {
+            const record_field_t &field = reader.family().fields[i];
+            text.append(" ").append(field.option).append(" ").append(record_field_text(field, reader.record().bytes));
+            written.insert(&field);
+        }
+        EXPECT_EQ(text, line);
+    }
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (size_t i = 0; i < count; ++i) {
+        for (size_t j = 0; j < families[i].field_count; ++j) {
+            EXPECT_EQ(written.count(&families[i].fields[j]), 1U)
+                << record_command_text(families[i], nullptr) << " " << families[i].fields[j].option;
+        }
+    }
+}
+
+TEST(records_test, fields_are_called_as_in_the_messages) {
+    std::set<std::string> names = {"rule_params"}; /* which messages have one by one */
+    size_t message_count = 0;
+    const wire_message_t *messages = wire_messages(&message_count);
+    for (const wire_message_t *message = messages; message != messages + message_count; ++message) {
+        for (size_t i = 0; message->direction == wire_direction_t::to_server && i < message->field_count; ++i) {
+            names.insert(message->fields[i].name);
+        }
+    }
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (size_t i = 0; i < count; ++i) {
+        for (size_t j = 0; j < families[i].field_count; ++j) {
+            EXPECT_EQ(names.count(families[i].fields[j].name), 1U) << families[i].fields[j].name;
+        }
+    }
+}
+
+TEST(records_test, an_absent_interface_is_off_without_prefixes_and_mtu) {
+    const record_reader_t reader = read_line("interface set --ifh 7 --sless 64:ff9b::/96 --mtu 1400");
+    record_buffer_t record = reader.record();
+    record_make_absent(reader.family(), record);
+    const record_field_t *fields = reader.family().fields;
+    EXPECT_EQ(record_field_text(fields[0], record.bytes), "7");
+    EXPECT_EQ(record_field_text(fields[1], record.bytes), "0");
+    for (size_t i = 2; i < reader.family().field_count; ++i) {
+        EXPECT_TRUE(record_field_is_given(fields[i], reader.record().bytes) == (i == 2 || i == 5));
+        EXPECT_FALSE(record_field_is_given(fields[i], record.bytes)) << fields[i].option;
+    }
+}
+
+TEST(records_test, a_key_stays_whole_when_the_rest_goes) {
+    const record_reader_t reader = read_line("prefix add --prefix 64:ff9b::/96 --kind 3");
+    record_buffer_t record = reader.record();
+    record_make_absent(reader.family(), record);
+    EXPECT_EQ(std::memcmp(&record, &reader.record(), sizeof record), 0);
+}
+
+TEST(records_test, an_address_with_a_zero_byte_is_none) {
+    using namespace std::string_view_literals;
+    record_reader_t reader;
+    EXPECT_EQ(reader.read({"adj", "set", "--type", "1", "--address", "192.0.2.1\0x"sv}), result_t::refused);
+}
+
+TEST(records_test, what_is_no_configuration_is_left_to_a_larger_grammar) {
+    line_words_t words;
+    record_reader_t reader;
+    for (const char *line :
+         {"status", "mapt", "mapt show", "timeout --help", "timeout set -h", "limit add -- --type 1", "limit ++ add"}) {
+        words.split(line);
+        EXPECT_EQ(reader.read(words.words()), result_t::other) << line;
+    }
+}
+
+}  // namespace

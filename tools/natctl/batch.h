@@ -1,0 +1,24 @@
+/* Commands that come line by line. */
+#ifndef TOOLS_NATCTL_BATCH_H
+#define TOOLS_NATCTL_BATCH_H
+
+#include <functional>
+#include <string>
+
+#include "tools/natctl/line_parser.h"
+#include "tools/natctl/options.h"
+#include "tools/natctl/output.h"
+#include "tools/natctl/pal.h"
+
+/** Reads the next line; false at the end. */
+using next_line_fn_t = std::function<bool(std::string &line)>;
+
+/** `shell`: lines have no numbers, and a failure ends nothing. */
+enum class line_source_t : uint8_t { file, shell };
+
+/** Carries the commands of all lines out in order; stops at the first failure unless told to keep going. Returns the
+ * status of the first failure. */
+status_t run_batch(line_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
+                   const options_t &options, pal_t &pal, output_t &output);
+
+#endif

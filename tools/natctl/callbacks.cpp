@@ -1,0 +1,98 @@
+#include "tools/natctl/callbacks.h"
+
+#include <cstring>
+
+#include "records/family.h"
+#include "tools/natctl/pal.h"
+
+namespace {
+
+pal_t *attached = nullptr;
+
+void configured(fwx_nat64_cmd_result_t *result) {
+    if (attached != nullptr) attached->answered(result->pal_ctx, result->result);
+}
+
+/** One reply of a query; `more` replies follow. Null data: the query failed. */
+uint32_t queried(void *ctx, uint16_t msgno, uint32_t more, const void *data, uint32_t count) {
+    if (attached == nullptr) return 1;
+    if (data == nullptr) {
+        attached->query_failed(ctx);
+        return 1;
+    }
+    attached->entries(ctx, msgno, data, count);
+    if (more == 0) attached->answered(ctx, 0);
+    return 0;
+}
+
+uint32_t system_stats(void *ctx, uint32_t more, void *data) {
+    return queried(ctx, FWX_NAT64_MSG_STATS_SYS, more, data, 1);
+}
+
+uint32_t interface_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
+    return queried(ctx, FWX_NAT64_MSG_STATS_INTF, more, data, count);
+}
+
+uint32_t limit_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
+    return queried(ctx, FWX_NAT64_MSG_STATS_LIMIT_ALL, more, data, count);
+}
+
+uint32_t pool_stats(void *ctx, uint32_t more, uint64_t, uint32_t count, void *data) {
+    return queried(ctx, FWX_NAT64_MSG_STATS_POOL_ALL, more, data, count);
+}
+
+void mapping_notified(const void *data) {
+    fwx_nat64_stats_mapping_entry_t mapping;
+    std::memcpy(&mapping, data, sizeof mapping);
+    attached->note("notification: mapping id=" + std::to_string(mapping.id) +
+                   " active=" + std::to_string(mapping.active) + " sessions=" + std::to_string(mapping.sessions));
+}
+
+uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t, uint32_t count, void *data) {
+    bool is_unsolicited = ctx == nullptr && data != nullptr && attached != nullptr;
+    if (!is_unsolicited) return queried(ctx, FWX_NAT64_MSG_STATS_MAPPING_ALL, more, data, count);
+    mapping_notified(data);
+    return 0;
+}
+
+void record_notified(uint32_t op, const void *record) {
+    uint32_t words[3];
+    std::memcpy(words, record, sizeof words);
+    if (attached == nullptr) return;
+    attached->note(std::string("notification: record ") +
+                   record_operation_name(op == FWX_NAT64_OP_ADD ? op : FWX_NAT64_OP_DEL) +
+                   " word1=" + std::to_string(words[0]) + " word2=" + std::to_string(words[1]) +
+                   " word3=" + std::to_string(words[2]));
+}
+
+void event_notified() {
+    if (attached != nullptr) attached->note("notification: event");
+}
+
+constexpr fwx_nat64_reply_cbs_t reply_callbacks = {configured, system_stats, interface_stats,
+                                                   pool_stats, limit_stats,  mapping_stats};
+constexpr fwx_nat64_unsol_cbs_t unsolicited_callbacks = {nullptr, record_notified, event_notified};
+
+}  // namespace
+
+void pal_callbacks_attach(pal_t *pal) {
+    attached = pal;
+}
+const fwx_nat64_reply_cbs_t *pal_reply_callbacks() {
+    return &reply_callbacks;
+}
+const fwx_nat64_unsol_cbs_t *pal_unsolicited_callbacks() {
+    return &unsolicited_callbacks;
+}
+
+uint32_t pal_walk_callback(void *pal_ctx, uint32_t count, void *data, uint64_t, uint32_t, uint32_t status) {
+    if (attached == nullptr) return 1;
+    if (status == FWX_NAT64_WALK_ERROR) {
+        attached->query_failed(pal_ctx);
+        return 1;
+    }
+    bool is_enough = attached->walked(pal_ctx, data, count);
+    bool is_last = status == FWX_NAT64_WALK_DONE || status == FWX_NAT64_WALK_STOPPED;
+    if (is_last || is_enough) attached->answered(pal_ctx, 0);
+    return is_enough ? 1 : 0;
+}

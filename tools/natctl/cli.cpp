@@ -1,0 +1,198 @@
+#include "tools/natctl/cli.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "fwx_host/capture.h"
+#include "platform/runtime.h"
+#include "tools/natctl/batch.h"
+#include "tools/natctl/completion.h"
+#include "tools/natctl/grammar.h"
+#include "tools/natctl/pal.h"
+#include "tools/natctl/serve.h"
+#include "tools/natctl/shell.h"
+
+namespace {
+
+/** The format that the words ask for, known also when they make no valid command line. */
+format_t format_of(const std::vector<std::string> &words) {
+    struct name_t {
+        const char *option;
+        format_t format;
+    };
+    for (const name_t &name :
+         {name_t{"--json", format_t::json}, name_t{"--jsonl", format_t::jsonl}, name_t{"--csv", format_t::csv}}) {
+        if (std::find(words.begin(), words.end(), name.option) != words.end()) return name.format;
+    }
+    return format_t::text;
+}
+
+void add_format_options(CLI::App &app) {
+    app.add_flag("--json", "One JSON document: an object, or an array for a batch");
+    app.add_flag("--jsonl", "One JSON object a line");
+    app.add_flag("--csv", "Tables as comma-separated values");
+}
+
+void add_client_options(CLI::App &app, options_t &options) {
+    app.add_flag("--trace", options.trace, "Shows each message sent and received");
+    app.add_option("--capture", options.capture, "Writes each message sent and received to a pcap file")
+        ->type_name("FILE");
+    app.add_flag("--dry-run", options.dry_run, "Checks and encodes, and shows the message instead of sending it");
+    app.add_flag("--keep-going", options.keep_going, "Goes on after a failure in a batch");
+    number_field(app, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
+    number_field(app, "--timeout", options.timeout_ms, "milliseconds to wait for an answer, 5000 without it", 1,
+                 INT32_MAX);
+    app.add_option("--connect", options.connect, "The server process of that name instead of the embedded model")
+        ->type_name("NAME");
+    number_field(app, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
+}
+
+/** A command line as parsed: either a command or what comes line by line. */
+class command_line_t {
+public:
+    command_line_t() : root_("Drives the NAT64 service through the client library", "natctl"), grammar_(root_) {
+        root_.fallthrough();
+        for (CLI::App *group : root_.get_subcommands([](CLI::App *) { return true; })) {
+            fall_through(*group);
+        }
+        add_client_options(root_, options);
+        batch_ = root_.add_subcommand("batch", "Carries out the commands of a file, one a line");
+        batch_->add_option("file", file, "the file, - for standard input")->required()->type_name("FILE");
+        serve_ = root_.add_subcommand("serve", "Runs the server model as a process of its own, until a signal ends it");
+        serve_->add_option("name", serve.name, "the name that --connect takes")->required()->type_name("NAME");
+        serve_->add_option("--state", serve.state_file, "file that keeps the configuration over restarts")
+            ->type_name("FILE");
+        for (CLI::Option *option : root_.get_options()) {
+            if (option != root_.get_help_ptr()) serve_->excludes(option);
+        }
+        add_format_options(root_);
+        shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
+        completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
+        completion_->add_subcommand("bash", "For bash");
+        completion_->require_subcommand(1);
+        for (CLI::App *line_command : {batch_, shell_}) {
+            line_command->fallthrough();
+        }
+    }
+
+    void parse(const std::vector<std::string> &words) {
+        command = grammar_.parse(words);
+        options.format = format_of(words);
+    }
+    bool is_batch() const { return batch_->parsed(); }
+    bool is_shell() const { return shell_->parsed(); }
+    bool is_serve() const { return serve_->parsed(); }
+    bool has_many() const { return is_batch() || is_shell(); }
+    bool is_completion() const { return completion_->parsed(); }
+    const CLI::App &root() const { return root_; }
+
+    command_t command; /* as parsed; without a name when it is none of the grammar's */
+    options_t options;
+    serve_options_t serve;
+    std::string file;
+
+private:
+    /** Options of natctl itself may also follow the command. */
+    static void fall_through(CLI::App &app) {
+        app.fallthrough();
+        for (CLI::App *verb : app.get_subcommands([](CLI::App *) { return true; })) {
+            fall_through(*verb);
+        }
+    }
+
+    CLI::App root_;
+    grammar_t grammar_;
+    CLI::App *batch_;
+    CLI::App *serve_;
+    CLI::App *shell_;
+    CLI::App *completion_;
+};
+
+outcome_t usage_outcome(const usage_error_t &error) {
+    outcome_t outcome;
+    outcome.command = error.command;
+    outcome.status = status_t::usage;
+    outcome.error = error.text;
+    return outcome;
+}
+
+status_t report(output_t &output, const outcome_t &outcome) {
+    output.report(outcome);
+    return outcome.status;
+}
+
+status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, output_t &output) {
+    auto read_from = [](std::istream &stream) {
+        return [&stream](std::string &text) { return static_cast<bool>(std::getline(stream, text)); };
+    };
+    line_parser_t parser;
+    if (line.file == "-") return run_batch(parser, line_source_t::file, read_from(input), line.options, pal, output);
+    errno = 0;
+    std::ifstream file(line.file);
+    file.peek(); /* a directory opens, but cannot be read */
+    bool is_readable = file.good() || (file.eof() && errno == 0);
+    if (!is_readable) return report(output, usage_outcome({"batch", line.file + ": " + std::strerror(errno)}));
+    file.clear();
+    return run_batch(parser, line_source_t::file, read_from(file), line.options, pal, output);
+}
+
+status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
+    pal_t pal(line.options, [&output](const std::string &text) { output.note(text); });
+    outcome_t bound = pal.bind();
+    if (bound.status != status_t::ok) return report(output, bound);
+    bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;
+    auto stream = [&output](const outcome_t &of, const json_t &rows) { output.stream_rows(of, rows); };
+    if (streams_rows) pal.stream_rows(stream);
+    if (line.is_batch()) return run_file(line, input, pal, output);
+    if (line.is_shell()) {
+        line_parser_t parser;
+        return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
+    }
+    return report(output, pal.finish(pal.start(line.command, 0)));
+}
+
+/** As run_command, with the messages captured if the user wants them to be. */
+status_t run_captured(const command_line_t &line, std::istream &input, output_t &output) {
+    if (!line.options.capture.has_value()) return run_command(line, input, output);
+    const std::string &file = *line.options.capture;
+    uint32_t code = fwx_host_capture_open(file.c_str());
+    if (code != 0) return report(output, usage_outcome({"", "--capture " + file + ": " + xerr_strerror(code)}));
+    status_t status = run_command(line, input, output);
+    code = fwx_host_capture_close();
+    if (code == 0) return status;
+    output.note("natctl: --capture " + file + ": incomplete: " + xerr_strerror(code));
+    return status == status_t::ok ? status_t::usage : status;
+}
+
+}  // namespace
+
+int run_natctl(const std::vector<std::string> &words, std::istream &input, std::ostream &answers, std::ostream &notes) {
+    fwx_nat64_model_t::add_error_texts();
+    command_line_t line;
+    bool asks_completions = !words.empty() && words.front() == "complete";
+    if (asks_completions) {
+        for (const std::string &word : completions(line.root(), {words.begin() + 1, words.end()})) {
+            answers << word << '\n';
+        }
+        return 0;
+    }
+    try {
+        line.parse(words);
+    } catch (const usage_error_t &error) {
+        output_t output(format_of(words), line.has_many(), answers, notes);
+        return static_cast<int>(report(output, usage_outcome(error)));
+    } catch (const help_request_t &help) {
+        answers << help.text;
+        return 0;
+    }
+    if (line.is_completion()) {
+        answers << bash_completion;
+        return 0;
+    }
+    output_t output(line.options.format, line.has_many(), answers, notes);
+    if (line.is_serve()) return static_cast<int>(report(output, serve(line.serve, answers, notes)));
+    return static_cast<int>(run_captured(line, input, output));
+}

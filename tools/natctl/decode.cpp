@@ -1,0 +1,157 @@
+#include "tools/natctl/decode.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/runtime.h"
+#include "records/family.h"
+#include "records/value.h"
+#include "wire/messages.h"
+
+namespace {
+
+std::string hex_number(uint64_t value) {
+    uint8_t bytes[sizeof value];
+    for (size_t i = 0; i < sizeof value; ++i) {
+        bytes[i] = static_cast<uint8_t>(value >> (56 - 8 * i));
+    }
+    std::string digits = hex_digits(bytes, sizeof bytes);
+    return "0x" + digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
+}
+
+/** An address whose first `size` bytes stand at `at`, last byte first. */
+std::string swapped_address_text(int family, const uint8_t *at, size_t size) {
+    uint8_t bytes[sizeof(in6_addr)] = {};
+    std::reverse_copy(at, at + size, bytes);
+    return address_text(family, bytes);
+}
+
+std::string record_address_text(const uint8_t *at) {
+    fwx_nat64_addr_t address;
+    std::memcpy(&address, at, sizeof address);
+    return address_text(address.family == FWX_NAT64_FAMILY_IPV4 ? AF_INET : AF_INET6, address.addr);
+}
+
+std::string prefix_text(const uint8_t *at) {
+    uint8_t bytes[sizeof(in6_addr)] = {};
+    std::memcpy(bytes, at, sizeof(fwx_nat64_prefix_t::prefix));
+    return address_text(AF_INET6, bytes) + "/" + std::to_string(at[offsetof(fwx_nat64_prefix_t, prefix_len)]);
+}
+
+json_t operation_json(uint64_t op) {
+    const char *name = record_operation_name(op);
+    return name == nullptr ? json_t(op) : json_t(name);
+}
+
+json_t field_json(const wire_field_t &field, const uint8_t *at) {
+    switch (field.kind) {
+        case wire_kind_t::number:
+        case wire_kind_t::flag:
+        case wire_kind_t::code:
+            return wire_read(at, field.width);
+        case wire_kind_t::hex:
+            return hex_number(wire_read(at, field.width));
+        case wire_kind_t::operation:
+            return operation_json(wire_read(at, field.width));
+        case wire_kind_t::bytes:
+            return hex_digits(at, field.width);
+        case wire_kind_t::ipv4:
+            return address_text(AF_INET, at);
+        case wire_kind_t::ipv4_swapped:
+            return swapped_address_text(AF_INET, at, field.width);
+        case wire_kind_t::ipv6_swapped:
+            return swapped_address_text(AF_INET6, at, field.width);
+        case wire_kind_t::address:
+            return record_address_text(at);
+        case wire_kind_t::prefix:
+            return prefix_text(at);
+    }
+    return nullptr;
+}
+
+/** The fields that lie within `size` bytes. */
+json_t fields_json(const wire_field_t *fields, size_t field_count, const uint8_t *base, size_t size) {
+    json_t object = json_t::object();
+    for (size_t i = 0; i < field_count; ++i) {
+        const wire_field_t &field = fields[i];
+        if (size_t{field.offset} + field.width <= size) object[field.name] = field_json(field, base + field.offset);
+    }
+    return object;
+}
+
+const wire_message_t *describe(fwx_host_direction_t direction, const void *msg, size_t size) {
+    return wire_find(direction == FWX_HOST_SENT ? wire_direction_t::to_server : wire_direction_t::to_client, msg, size);
+}
+
+const wire_message_t *describe_reply(uint16_t msgno) {
+    size_t count = 0;
+    const wire_message_t *messages = wire_messages(&count);
+    const wire_message_t *found = std::find_if(messages, messages + count, [msgno](const wire_message_t &message) {
+        return message.direction == wire_direction_t::to_client && message.msgno == msgno;
+    });
+    return found == messages + count ? nullptr : found;
+}
+
+}  // namespace
+
+std::string code_text(uint32_t code) {
+    return std::string(xerr_strerror(code)) + " (" + hex_number(code) + ")";
+}
+
+std::string plain_text(const json_t &value) {
+    return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+json_t message_json(fwx_host_direction_t direction, const void *msg, size_t size) {
+    const wire_message_t *message = describe(direction, msg, size);
+    const auto *bytes = static_cast<const uint8_t *>(msg);
+    json_t object = json_t::object();
+    object["message"] = message == nullptr ? "unknown" : message->name;
+    object["size"] = size;
+    object["fields"] =
+        message == nullptr ? json_t::object() : fields_json(message->fields, message->field_count, bytes, size);
+    object["hex"] = hex_digits(bytes, size);
+    return object;
+}
+
+std::string message_text(const json_t &message) {
+    std::string text = plain_text(message["message"]) + " " + plain_text(message["size"]) + " bytes";
+    const char *separator = ": ";
+    for (const auto &[name, value] : message["fields"].items()) {
+        text += separator + name + "=" + plain_text(value);
+        separator = " ";
+    }
+    return text;
+}
+
+std::string message_line(fwx_host_direction_t direction, const void *msg, size_t size) {
+    json_t object = message_json(direction, msg, size);
+    const wire_message_t *message = describe(direction, msg, size);
+    for (size_t i = 0; message != nullptr && i < message->field_count; ++i) {
+        const wire_field_t &field = message->fields[i];
+        bool is_code = field.kind == wire_kind_t::code && object["fields"].contains(field.name);
+        if (is_code) object["fields"][field.name] = code_text(object["fields"][field.name].get<uint32_t>());
+    }
+    if (message == nullptr) object["fields"]["bytes"] = object["hex"];
+    return (direction == FWX_HOST_SENT ? "-> " : "<- ") + message_text(object);
+}
+
+json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count) {
+    json_t rows = json_t::array();
+    const wire_message_t *reply = describe_reply(msgno);
+    if (reply == nullptr) return rows;
+    const auto *at = static_cast<const uint8_t *>(entries);
+    for (uint32_t i = 0; i < count; ++i, at += reply->entry_size) {
+        rows.push_back(fields_json(reply->entry_fields, reply->entry_field_count, at, reply->entry_size));
+    }
+    return rows;
+}
+
+void append_rows(json_t &rows, json_t &&more) {
+    if (rows.is_null()) rows = json_t::array();
+    for (json_t &row : more) {
+        rows.push_back(std::move(row));
+    }
+}

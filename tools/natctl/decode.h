@@ -1,0 +1,30 @@
+/* Messages in words and as JSON, read through the message description. */
+#ifndef TOOLS_NATCTL_DECODE_H
+#define TOOLS_NATCTL_DECODE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "fwx_host/smc.h"
+#include "tools/natctl/outcome.h"
+
+/** `text (0x40300216)` of a result code. */
+std::string code_text(uint32_t code);
+
+/** `-> timeout_set 48 bytes: op_code=14 type=1 value=300`. */
+std::string message_line(fwx_host_direction_t direction, const void *msg, size_t size);
+/** {"message", "size", "fields", "hex"}. */
+json_t message_json(fwx_host_direction_t direction, const void *msg, size_t size);
+/** What message_json made, on one line and without direction. */
+std::string message_text(const json_t &message);
+
+/** The entries of a reply with that message number, as an array of rows. */
+json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count);
+/** Appends an array of rows to `rows`, which may be null. */
+void append_rows(json_t &rows, json_t &&more);
+
+/** A scalar as people read it. */
+std::string plain_text(const json_t &value);
+
+#endif

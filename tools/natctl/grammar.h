@@ -1,0 +1,81 @@
+/*
+ * The grammar of natctl's commands: a table of families (`timeout`) and verbs (`set`), each a subcommand whose options
+ * fill a record and whose action calls one function of the library. The command line is read with it, and what lines
+ * hold beside configuration.
+ */
+#ifndef TOOLS_NATCTL_GRAMMAR_H
+#define TOOLS_NATCTL_GRAMMAR_H
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/natctl/fields.h"
+#include "tools/natctl/pal.h"
+
+class grammar_t {
+public:
+    /** Enters all commands into `root`, which must outlive the grammar. */
+    explicit grammar_t(CLI::App &root);
+    grammar_t(const grammar_t &) = delete;
+    grammar_t &operator=(const grammar_t &) = delete;
+
+    /** Begins a family; the verbs that follow are its own. Verbs before the first family stand alone. */
+    void family(const std::string &name, const std::string &summary);
+    /** Begins a family within the last one that `family` began; to come after that one's own verbs. */
+    void subfamily(const std::string &name, const std::string &summary);
+    /** Enters a verb of the family. */
+    CLI::App &command(const std::string &verb, const std::string &summary, start_fn_t start);
+    /** Enters a verb whose action has its result, and its data if any, at once. */
+    CLI::App &immediate(const std::string &verb, const std::string &summary, start_fn_t start);
+
+    /** A record for the fields of a command. Each parse finds it as it was before the first one. */
+    template <typename record_t>
+    std::shared_ptr<record_t> record() {
+        auto record = std::make_shared<record_t>();
+        restorers_.push_back([record, initial = std::optional<record_t>()]() mutable {
+            if (initial.has_value()) {
+                *record = *initial;
+            } else {
+                initial = *record;
+            }
+        });
+        return record;
+    }
+
+    /** Parses words with the root; throws usage_error_t or help_request_t. */
+    command_t parse(std::vector<std::string> words);
+
+private:
+    CLI::App &add_group(CLI::App &parent, const std::string &name, const std::string &summary);
+
+    CLI::App &root_;
+    CLI::App *top_ = nullptr; /* the last family within the root */
+    CLI::App *group_;         /* where verbs are entered */
+    std::vector<std::function<void()>> restorers_;
+    command_t parsed_;
+};
+
+/* The families, one source each. */
+void add_status_command(grammar_t &grammar);
+/** Those of the configuration families that belong to a group of that name, or to none. */
+void add_record_commands(grammar_t &grammar, std::string_view group);
+void add_query_commands(grammar_t &grammar);
+void add_mapt_commands(grammar_t &grammar);
+void add_classifier_commands(grammar_t &grammar);
+void add_server_commands(grammar_t &grammar);
+
+/** A command line that is none: what is wrong, and with which command. */
+struct usage_error_t {
+    std::string command;
+    std::string text;
+};
+/** A command line that asks for help. */
+struct help_request_t {
+    std::string text;
+};
+
+#endif

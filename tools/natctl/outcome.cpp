@@ -1,0 +1,23 @@
+#include "tools/natctl/outcome.h"
+
+const char *status_name(status_t status) {
+    switch (status) {
+        case status_t::ok:
+            return "ok";
+        case status_t::refused:
+            return "refused";
+        case status_t::usage:
+            return "usage";
+        case status_t::no_answer:
+            return "no_answer";
+        case status_t::no_server:
+            return "no_server";
+    }
+    return "unknown";
+}
+
+std::string outcome_label(const outcome_t &outcome) {
+    std::string label = outcome.line == 0 ? "" : "line " + std::to_string(outcome.line);
+    if (!label.empty() && !outcome.command.empty()) label += ": ";
+    return label + outcome.command;
+}

@@ -1,0 +1,32 @@
+/* What came of a command. */
+#ifndef TOOLS_NATCTL_OUTCOME_H
+#define TOOLS_NATCTL_OUTCOME_H
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+
+/** Keeps its members in the order in which they were entered. */
+using json_t = nlohmann::ordered_json;
+
+/** The values are natctl's exit statuses. */
+enum class status_t : uint8_t { ok = 0, refused = 1, usage = 2, no_answer = 3, no_server = 4 };
+
+/** Name of a status as it stands in JSON. */
+const char *status_name(status_t status);
+
+/* Moving a JSON value does not throw, which clang-tidy cannot tell. NOLINTNEXTLINE(bugprone-exception-escape) */
+struct outcome_t {
+    std::string command; /* empty when none was recognised */
+    uint32_t line = 0;   /* of a batch, from 1; 0 outside one */
+    status_t status = status_t::ok;
+    uint32_t code = 0; /* of the library or the server */
+    std::string error; /* why it failed, without the command */
+    json_t data;       /* null, an object, or an array of rows with the same keys */
+    json_t messages;   /* null, or what a dry run would have sent */
+};
+
+/** `line 7: timeout set`, as far as known. */
+std::string outcome_label(const outcome_t &outcome);
+
+#endif

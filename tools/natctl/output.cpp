@@ -1,0 +1,172 @@
+#include "tools/natctl/output.h"
+
+#include <algorithm>
+
+#include "tools/natctl/decode.h"
+
+namespace {
+
+json_t outcome_json(const outcome_t &outcome) {
+    json_t object = json_t::object();
+    if (outcome.line != 0) object["line"] = outcome.line;
+    object["command"] = outcome.command;
+    object["status"] = status_name(outcome.status);
+    object["code"] = outcome.code;
+    if (!outcome.error.empty()) object["error"] = outcome.error;
+    if (!outcome.data.is_null()) object["data"] = outcome.data;
+    if (!outcome.messages.is_null()) object["messages"] = outcome.messages;
+    return object;
+}
+
+/** Data as rows: an object is one. */
+json_t rows_of(const json_t &data) {
+    return data.is_object() ? json_t::array({data}) : data;
+}
+
+std::string csv_text(const json_t &value) {
+    std::string text = plain_text(value);
+    if (text.find_first_of(",\"\n") == std::string::npos) return text;
+    std::string quoted = "\"";
+    for (char c : text) {
+        quoted += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return quoted + "\"";
+}
+
+}  // namespace
+
+output_t::output_t(format_t format, bool is_list, std::ostream &answers, std::ostream &notes)
+    : format_(format), is_list_(is_list), answers_(answers), notes_(notes) {}
+
+output_t::~output_t() {
+    bool is_open_document = format_ == format_t::json && is_list_;
+    if (is_open_document) answers_ << (is_first_ ? "[]\n" : "\n]\n");
+    answers_.flush();
+}
+
+void output_t::report(const outcome_t &outcome) {
+    switch (format_) {
+        case format_t::json:
+        case format_t::jsonl:
+            print_json(outcome_json(outcome));
+            break;
+        case format_t::csv:
+            print_csv(rows_of(outcome.data));
+            break;
+        case format_t::text:
+            print_text(outcome);
+            break;
+    }
+    widths_.clear();
+    std::string label = outcome_label(outcome);
+    if (outcome.status != status_t::ok) note("natctl: " + label + (label.empty() ? "" : ": ") + outcome.error);
+}
+
+void output_t::print_json(const json_t &object) {
+    bool is_element = format_ == format_t::json && is_list_;
+    if (is_element) answers_ << (is_first_ ? "[\n" : ",\n");
+    is_first_ = false;
+    /* Words of the user are quoted in errors and need not be UTF-8. */
+    answers_ << object.dump(-1, ' ', false, json_t::error_handler_t::replace);
+    if (!is_element) answers_ << '\n' << std::flush;
+}
+
+void output_t::print_text(const outcome_t &outcome) {
+    if (outcome.status != status_t::ok) return;
+    bool has_streamed = !widths_.empty();
+    bool has_answer = !outcome.data.is_null() || !outcome.messages.is_null();
+    if (!has_answer && !has_streamed) answers_ << outcome_label(outcome) << ": ok\n";
+    if (has_answer) print_heading(outcome);
+    for (const json_t &message : outcome.messages) {
+        answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';
+    }
+    if (outcome.data.is_array()) print_rows(outcome.data);
+    if (outcome.data.is_object()) print_object(outcome.data);
+}
+
+/** A batch has many answers; each is told by its line. */
+void output_t::print_heading(const outcome_t &outcome) {
+    if (outcome.line != 0) answers_ << outcome_label(outcome) << ":\n";
+}
+
+void output_t::print_object(const json_t &object) {
+    size_t width = 0;
+    for (const auto &[name, value] : object.items()) {
+        width = std::max(width, name.size());
+    }
+    for (const auto &[name, value] : object.items()) {
+        answers_ << name << std::string(width - name.size() + 2, ' ') << plain_text(value) << '\n';
+    }
+}
+
+/** Columns are as wide as the widest of their values; later rows of the same table keep to the widths they find. */
+void output_t::print_rows(const json_t &rows) {
+    if (rows.empty()) {
+        if (widths_.empty()) answers_ << "none\n";
+        return;
+    }
+    bool is_head = widths_.empty();
+    std::vector<std::vector<std::string>> lines(1);
+    for (const auto &[name, value] : rows.front().items()) {
+        lines.front().push_back(name);
+    }
+    for (const json_t &row : rows) {
+        lines.emplace_back();
+        for (const json_t &value : row) {
+            lines.back().push_back(plain_text(value));
+        }
+    }
+    widths_.resize(lines.front().size());
+    for (const auto &line : lines) {
+        for (size_t i = 0; i < line.size(); ++i) {
+            widths_[i] = std::max(widths_[i], line[i].size());
+        }
+    }
+    if (!is_head) lines.erase(lines.begin());
+    for (const auto &line : lines) {
+        std::string text;
+        for (size_t i = 0; i < line.size(); ++i) {
+            text += line[i] + std::string(i + 1 == line.size() ? 0 : widths_[i] - line[i].size() + 2, ' ');
+        }
+        answers_ << text << '\n';
+    }
+}
+
+void output_t::print_csv(const json_t &rows) {
+    auto print_line = [this](const std::vector<std::string> &cells) {
+        const char *separator = "";
+        for (const std::string &cell : cells) {
+            answers_ << separator << cell;
+            separator = ",";
+        }
+        answers_ << '\n';
+    };
+    for (const json_t &row : rows) {
+        std::vector<std::string> names;
+        std::vector<std::string> values;
+        for (const auto &[name, value] : row.items()) {
+            names.push_back(csv_text(name));
+            values.push_back(csv_text(value));
+        }
+        if (widths_.empty()) print_line(names);
+        widths_.resize(names.size());
+        print_line(values);
+    }
+}
+
+void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
+    if (format_ == format_t::text) {
+        if (widths_.empty()) print_heading(of);
+        print_rows(rows);
+    }
+    if (format_ == format_t::csv) print_csv(rows);
+    if (format_ != format_t::jsonl) return;
+    for (const json_t &row : rows) {
+        print_json(row);
+    }
+}
+
+void output_t::note(const std::string &text) {
+    answers_.flush();
+    notes_ << text << '\n' << std::flush;
+}

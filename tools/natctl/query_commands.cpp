@@ -1,0 +1,118 @@
+/* What the server holds: its IP aliases, its statistics and its sessions. */
+#include <cstring>
+
+#include "fwx_nat64/fwx_nat64.h"
+#include "tools/natctl/callbacks.h"
+#include "tools/natctl/grammar.h"
+
+namespace {
+
+struct query_t {
+    uint32_t sel;
+    uint64_t cookie;
+    uint32_t count = 1000;
+    uint32_t arg;
+};
+
+void selector_field(CLI::App &app, query_t &query) {
+    number_field(app, "--sel", query.sel, "selector, passed to the server");
+}
+
+void limit_query_fields(CLI::App &app, query_t &query) {
+    selector_field(app, query);
+    number_field(app, "--count", query.count, "largest number of entries, 1000 without it", 1);
+}
+
+void all_query_fields(CLI::App &app, query_t &query) {
+    limit_query_fields(app, query);
+    number_field(app, "--cookie", query.cookie, "where to go on, 0 for the start");
+    number_field(app, "--arg", query.arg, "argument, passed to the server");
+}
+
+void no_fields(CLI::App &, query_t &) {}
+
+void *cookie_of(const query_t &query) {
+    return reinterpret_cast<void *>(query.cookie);
+}
+
+struct query_form_t {
+    const char *verb;
+    const char *summary;
+    uint32_t (*start)(const query_t &query, void *ctx);
+    void (*fields)(CLI::App &app, query_t &query);
+};
+
+constexpr query_form_t query_forms[] = {
+    {"system", "How many the server holds of each kind",
+     [](const query_t &query, void *ctx) { return fwx_nat64_stats_sys_query_a(query.sel, ctx); }, selector_field},
+    {"interfaces", "Statistics of all interfaces",
+     [](const query_t &, void *ctx) { return fwx_nat64_stats_intf_query_a(ctx); }, no_fields},
+    {"pools", "Statistics of all pools",
+     [](const query_t &query, void *ctx) {
+         return fwx_nat64_stats_pool_all_query_a(query.sel, cookie_of(query), query.count, query.arg, ctx);
+     },
+     all_query_fields},
+    {"mappings", "Statistics of all mappings",
+     [](const query_t &query, void *ctx) {
+         return fwx_nat64_stats_mapping_all_query_a(query.sel, cookie_of(query), query.count, query.arg, ctx);
+     },
+     all_query_fields},
+    {"limits", "Limits and their use",
+     [](const query_t &query, void *ctx) { return fwx_nat64_stats_limit_all_query_a(query.sel, query.count, ctx); },
+     limit_query_fields},
+};
+
+struct walk_t {
+    fwx_nat64_sess_walk_filter_t filter;
+    uint32_t protocol;
+    uint64_t cookie;
+    uint32_t count = 50;
+    uint32_t limit;
+};
+
+/** The server is told the limit too, so that it need not send what nobody wants. */
+uint32_t start_walk(call_t &call, walk_t &walk) {
+    std::memcpy(walk.filter.opaque0, &walk.protocol, sizeof walk.protocol);
+    if (walk.limit != 0) call.row_limit = walk.limit;
+    return fwx_nat64_session_walk_a(walk.count, &walk.filter, walk.cookie, walk.limit, 0, pal_walk_callback, call.ctx);
+}
+
+void add_walk(grammar_t &grammar) {
+    auto walk = grammar.record<walk_t>();
+    CLI::App &app =
+        grammar.command("walk", "Shows the sessions", [walk](call_t &call) { return start_walk(call, *walk); });
+    number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
+    number_field(app, "--limit", walk->limit, "how many sessions are wanted, all without it", 1);
+    number_field(app, "--cookie", walk->cookie, "where to go on, 0 for the start");
+    number_field(app, "--protocol", walk->protocol, "only those of this IP protocol", 1, UINT8_MAX);
+    address_field(app, "--src", walk->filter.src, "only those with this source");
+}
+
+void add_clear(grammar_t &grammar) {
+    auto filter = grammar.record<fwx_nat64_session_filter_t>();
+    CLI::App &app =
+        grammar.command("clear", "Clears the sessions that match every given option",
+                        [filter](call_t &call) { return fwx_nat64_session_clear_a(filter.get(), call.ctx); });
+    number_field(app, "--protocol", filter->value, "only those of this IP protocol", 1, UINT8_MAX);
+    address_field(app, "--src", filter->src, "only those with this source");
+    address_field(app, "--dst", filter->dst, "only those with this destination");
+}
+
+}  // namespace
+
+void add_query_commands(grammar_t &grammar) {
+    grammar.family("ipalias", "IP aliases");
+    grammar.command("upload", "Asks the server to upload its IP aliases",
+                    [](call_t &call) { return fwx_nat64_ipalias_upload_a(call.ctx); });
+    grammar.family("stats", "Statistics");
+    for (const query_form_t &form : query_forms) {
+        auto query = grammar.record<query_t>();
+        CLI::App &app = grammar.command(form.verb, form.summary,
+                                        [query, start = form.start](call_t &call) { return start(*query, call.ctx); });
+        form.fields(app, *query);
+    }
+    grammar.family("session", "Sessions");
+    add_clear(grammar);
+    grammar.family("sessions", "The session table");
+    add_walk(grammar);
+}

@@ -1,0 +1,34 @@
+/* Configuration: every family of records as a subcommand, every verb as one of its own, every field as an option. */
+#include "records/families.h"
+#include "tools/natctl/grammar.h"
+
+namespace {
+
+void add_verb(grammar_t &grammar, const record_family_t &family, const record_verb_t &verb) {
+    auto record = grammar.record<record_buffer_t>();
+    record_init(family, *record);
+    auto start = [record, op = verb.op, send = family.send](call_t &call) { return send(op, record->bytes, call.ctx); };
+    CLI::App &app = grammar.command(std::string(verb.word), std::string(verb.title) + " " + family.noun, start);
+    for (size_t i = 0; i < family.field_count; ++i) {
+        const record_field_t &field = family.fields[i];
+        if (field.is_taken_on(verb.op)) {
+            add_field(app, field, record->bytes).required(field.is_required_on(verb.op));
+        }
+    }
+}
+
+}  // namespace
+
+void add_record_commands(grammar_t &grammar, std::string_view group) {
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (size_t i = 0; i < count; ++i) {
+        const record_family_t &family = families[i];
+        if (family.group != group) continue;
+        const std::string word(family.word);
+        group.empty() ? grammar.family(word, family.summary) : grammar.subfamily(word, family.summary);
+        for (size_t j = 0; j < family.verb_count; ++j) {
+            add_verb(grammar, family, family.verbs[j]);
+        }
+    }
+}

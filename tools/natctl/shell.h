@@ -1,0 +1,13 @@
+/* The prompt of natctl. */
+#ifndef TOOLS_NATCTL_SHELL_H
+#define TOOLS_NATCTL_SHELL_H
+
+#include <istream>
+
+#include "tools/natctl/batch.h"
+
+/** Lines typed at a prompt with history and completion when standard input is a terminal, else the lines of `input`;
+ * `exit` ends them, `help` asks for help. */
+next_line_fn_t shell_lines(std::istream &input);
+
+#endif
