@@ -90,6 +90,7 @@ void flush(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
 __attribute__((destructor)) void fwx_nat64_client_unload(void) {
     nat64_binding.is_unloading = true;
     fwx_nat64_clnt_cleanup();
+    nat64_binding.flushed_generation = nat64_binding.generation; /* nothing is framed after it either */
 }
 
 }  // namespace

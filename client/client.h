@@ -14,7 +14,7 @@ typedef struct {
     uint32_t generation;          /* raised by every bind and every going down */
     uint32_t flushed_generation;  /* while it is the present one, nothing is framed */
     uint32_t greeting_generation; /* while it is the present one, a new connection sends its initial commands */
-    bool is_unloading;            /* nothing is bound, framed or sent any more */
+    bool is_unloading;            /* nothing is bound or sent any more */
 } nat64_binding_t;
 extern nat64_binding_t nat64_binding;
 
@@ -35,10 +35,9 @@ static inline bool client_is_up(const fwx_nat64_client_info_t *info) {
     return info != nullptr && info->clnt_ctx_chunk != nullptr;
 }
 
-/** Whether commands may be framed: the library stays, and no flush of this binding goes on. */
+/** Whether commands may be framed: no flush of this binding goes on, and it was not the last one before the unload. */
 static inline bool client_may_frame(const fwx_nat64_client_info_t *info) {
-    return client_is_up(info) && !nat64_binding.is_unloading &&
-           nat64_binding.flushed_generation != nat64_binding.generation;
+    return client_is_up(info) && nat64_binding.flushed_generation != nat64_binding.generation;
 }
 
 /**

@@ -86,10 +86,10 @@ uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
     auto *hdr = static_cast<fwx_nat64_msg_hdr_t *>(msg);
 
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    const bool may_send = framed_under(info, hdr) && !nat64_binding.is_unloading;
-    uint32_t rc = may_send ? fwx_nat64_client_connect_to_server(&info, 1) : FWX_NAT64_ERR_NOT_READY;
-    if (rc == 0) {
-        rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
+    uint32_t rc = FWX_NAT64_ERR_NOT_READY;
+    if (framed_under(info, hdr) && !nat64_binding.is_unloading) {
+        rc = fwx_nat64_client_connect_to_server(&info, 1);
+        if (rc == 0) rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
         if (rc == 0) return 0;
     }
 

@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "fwx_host/capture.h"
-#include "platform/runtime.h"
+#include "fwx_host/errors.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/completion.h"
 #include "tools/natctl/grammar.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/runtime.h"
+#include "fwx_host/errors.h"
 #include "records/family.h"
 #include "records/value.h"
 #include "wire/messages.h"

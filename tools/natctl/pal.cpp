@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "fwx_host/errors.h"
 #include "fwx_nat64/fwx_nat64.h"
-#include "platform/runtime.h"
 #include "tools/natctl/callbacks.h"
 #include "tools/natctl/decode.h"
 

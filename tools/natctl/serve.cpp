@@ -9,7 +9,6 @@
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
 #include "model/model.h"
-#include "platform/runtime.h"
 #include "tools/natctl/state_file.h"
 #include "wire/messages.h"
 

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <vector>
 
-#include "platform/runtime.h"
+#include "fwx_host/errors.h"
 #include "records/value.h"
 #include "tools/natctl/outcome.h"
 
