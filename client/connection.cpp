@@ -16,6 +16,8 @@ constexpr size_t initial_rx_size_bytes = 4000;
 constexpr char context_pool_name[] = "FWX NAT64 Client CTX Chunk";
 constexpr uint32_t context_pool_elements = 256;
 
+constexpr char connect_name[] = "fwx_nat64_client_connect_to_server";
+
 constexpr uint32_t callers_elements = 1; /* list kind: the list never frees its elements */
 
 void fwx_nat64_clnt_chan_err_hndlr(void *arg) {
@@ -59,14 +61,63 @@ uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size)
 }
 
 /* The two commands that a server which has just been found must get before any other. */
-uint32_t send_initial_commands(fwx_nat64_client_info_t *info, const char *caller) {
+uint32_t send_initial_commands(fwx_nat64_client_info_t *info) {
     uint32_t rc = fwx_nat64_client_init_cmd_send_a(info, nullptr, nullptr);
     if (rc != 0) {
-        NAT64_LOG_ERROR("\n%s init cmd send failed %s", caller, xerr_strerror(rc));
+        NAT64_LOG_ERROR("\n%s init cmd send failed %s", connect_name, xerr_strerror(rc));
         return rc;
     }
     rc = fwx_nat64_client_unsol_setup_send_a();
-    if (rc != 0) NAT64_LOG_ERROR("\n%s unsol setup send failed %s", caller, xerr_strerror(rc));
+    if (rc != 0) NAT64_LOG_ERROR("\n%s unsol setup send failed %s", connect_name, xerr_strerror(rc));
+    return rc;
+}
+
+/* Opens the channel of a binding that has none. Apart, so that a send that finds it open costs next to nothing. */
+__attribute__((noinline)) uint32_t connect(fwx_nat64_client_info_t *info, uint32_t send_init) {
+    if (nat64_binding.greeting_generation == nat64_binding.generation) {
+        return FWX_NAT64_ERR_AGAIN; /* it went down under its initial commands */
+    }
+
+    NAT64_LOG_TRACE("\n%s attempting to connect", connect_name);
+    const smc_event_t event = *static_cast<const smc_event_t *>(info->smc_ev);
+    uint32_t rc = smc_msg_chan_open(FWX_NAT64_CHANNEL_NAME, event, 0, fwx_nat64_clnt_chan_err_hndlr, &info->chan);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s open failed %s", connect_name, xerr_strerror(rc));
+        return FWX_NAT64_ERR_AGAIN;
+    }
+
+    NAT64_LOG_TRACE("\n%s FC set hi=%d lo=%d", connect_name, fc_high_mark, fc_low_mark);
+    rc = smc_msg_chan_fc_set(info->chan, info, fc_high_mark, fc_low_mark, fwx_nat64_client_throttle_cb);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s fc set failed %s", connect_name, xerr_strerror(rc));
+        goto close;
+    }
+
+    smc_msg_rx_buffer_set(info->chan, info->rx_buf, initial_rx_size_bytes, fwx_nat64_client_rx_buf_cb);
+    rc = fwx_nat64_client_attach_msg_handlers(info->chan);
+    if (rc != 0) {
+        NAT64_LOG_ERROR("\n%s attach msg handlers failed %s", connect_name, xerr_strerror(rc));
+        goto close;
+    }
+
+    /* Up before the initial commands: their sends come back here and must find the channel open. */
+    info->connected = 1;
+    if (send_init != 0) {
+        const binding_watch_t binding;
+        nat64_binding.greeting_generation = nat64_binding.generation;
+        rc = send_initial_commands(info);
+        nat64_binding.greeting_generation = 0;
+        if (!binding.is_same()) return FWX_NAT64_ERR_NOT_READY;
+        if (rc != 0) goto disconnect;
+        if (info->connected == 0) return FWX_NAT64_ERR_AGAIN;
+    }
+    NAT64_LOG_TRACE("\n%s connected\n", connect_name);
+    return 0;
+
+disconnect:
+    info->connected = 0;
+close:
+    smc_msg_chan_close(&info->chan);
     return rc;
 }
 
@@ -116,52 +167,7 @@ uint32_t fwx_nat64_client_connect_to_server(fwx_nat64_client_info_t **out, uint3
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
     *out = info;
-    if (info->connected != 0) return 0;
-    if (nat64_binding.greeting_generation == nat64_binding.generation) {
-        return FWX_NAT64_ERR_AGAIN; /* it went down under its initial commands */
-    }
-
-    NAT64_LOG_TRACE("\n%s attempting to connect", __func__);
-    const smc_event_t event = *static_cast<const smc_event_t *>(info->smc_ev);
-    uint32_t rc = smc_msg_chan_open(FWX_NAT64_CHANNEL_NAME, event, 0, fwx_nat64_clnt_chan_err_hndlr, &info->chan);
-    if (rc != 0) {
-        NAT64_LOG_ERROR("\n%s open failed %s", __func__, xerr_strerror(rc));
-        return FWX_NAT64_ERR_AGAIN;
-    }
-
-    NAT64_LOG_TRACE("\n%s FC set hi=%d lo=%d", __func__, fc_high_mark, fc_low_mark);
-    rc = smc_msg_chan_fc_set(info->chan, info, fc_high_mark, fc_low_mark, fwx_nat64_client_throttle_cb);
-    if (rc != 0) {
-        NAT64_LOG_ERROR("\n%s fc set failed %s", __func__, xerr_strerror(rc));
-        goto close;
-    }
-
-    smc_msg_rx_buffer_set(info->chan, info->rx_buf, initial_rx_size_bytes, fwx_nat64_client_rx_buf_cb);
-    rc = fwx_nat64_client_attach_msg_handlers(info->chan);
-    if (rc != 0) {
-        NAT64_LOG_ERROR("\n%s attach msg handlers failed %s", __func__, xerr_strerror(rc));
-        goto close;
-    }
-
-    /* Up before the initial commands: their sends come back here and must find the channel open. */
-    info->connected = 1;
-    if (send_init != 0) {
-        const binding_watch_t binding;
-        nat64_binding.greeting_generation = nat64_binding.generation;
-        rc = send_initial_commands(info, __func__);
-        nat64_binding.greeting_generation = 0;
-        if (!binding.is_same()) return FWX_NAT64_ERR_NOT_READY;
-        if (rc != 0) goto disconnect;
-        if (info->connected == 0) return FWX_NAT64_ERR_AGAIN;
-    }
-    NAT64_LOG_TRACE("\n%s connected\n", __func__);
-    return 0;
-
-disconnect:
-    info->connected = 0;
-close:
-    smc_msg_chan_close(&info->chan);
-    return rc;
+    return info->connected != 0 ? 0 : connect(info, send_init);
 }
 
 uint32_t fwx_nat64_client_attach_msg_handlers(smc_chan_t chan) {
