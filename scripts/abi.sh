@@ -15,8 +15,7 @@ esac
 
 need_packages "${build_packages[@]}" libgtest-dev abigail-tools
 if [[ "${1:-}" == --update ]]; then
-  grep -ohE '^(uint32_t|void|fwx_nat64_client_info_t) \*?fwx_[a-z0-9_]+\(|^extern const [a-z0-9_]+ fwx_[a-z0-9_]+;' \
-    include/fwx_nat64/*.h | sed -E 's/[(;]$//; s/.*[ *]//' | LC_ALL=C sort >cmake/exports.list
+  scripts/exports.sh >cmake/exports.list
 fi
 cmake --preset dev >/dev/null
 cmake --build --preset dev --target fwx_nat64 | tail -n 1

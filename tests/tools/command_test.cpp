@@ -1,7 +1,10 @@
 /* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
+#include <set>
+
 #include "fwx_nat64/result.h"
 #include "natctl_fixture.h"
 #include "platform/runtime.h"
+#include "wire/messages.h"
 
 namespace {
 
@@ -150,15 +153,45 @@ TEST_F(command_test, a_dry_run_shows_the_bytes_that_would_go) {
         {"cgm end-batch --batch 7 --async", "end_batch",
          "15000000"
          "07000000"},
+        {"cgm update --batch 7 --async --data 000102030405060708090a0b0c0d0e0f1011121314151617", "classifier_update",
+         ""},
+        {"limit add --type 1 --value 2", "limit_set", ""},
+        {"replication set", "replication_set", ""},
+        {"settings set --bytes 000102030405060708090a0b0c0d0e0f", "global_settings", ""},
+        {"interface set --ifh 1", "interface_set", ""},
+        {"nvi enable --ifh 1", "nvi_interface_enable", ""},
+        {"prefix add --prefix 64:ff9b::/96 --kind 1", "glb_prefix", ""},
+        {"smapping add --id 1 --addr1 2001:db8::1 --addr2 192.0.2.1", "smapping_add", ""},
+        {"smapping del --id 1", "smapping_del", ""},
+        {"dmapping add --id 1 --type 1", "dmapping_add", ""},
+        {"dmapping mod --id 1 --type 1", "dmapping_mod", ""},
+        {"dmapping del --id 1", "dmapping_del", ""},
+        {"pool del --id 1", "pool_del", ""},
+        {"range add --id 1 --start 192.0.2.1 --end 192.0.2.2", "pool_range_add", ""},
+        {"range del --id 1 --start 192.0.2.1 --end 192.0.2.2", "pool_range_del", ""},
+        {"logging add --dest 192.0.2.9 --port 1", "logging_add", ""},
+        {"logging del --dest 192.0.2.9 --port 1", "logging_del", ""},
+        {"ipalias upload", "ipalias_upload", ""},
+        {"session clear", "session_clear", ""},
     };
+    std::set<std::string> unsent; /* no configuration message is without its command */
+    size_t count = 0;
+    const wire_message_t *catalogue = wire_messages(&count);
+    for (const wire_message_t *message = catalogue; message != catalogue + count; ++message) {
+        const bool is_config = message->direction == wire_direction_t::to_server &&
+                               message->form == wire_form_t::async && message->msgno == FWX_NAT64_MSG_CONFIG;
+        if (is_config) unsent.insert(message->name);
+    }
     for (const dry_run_t &dry : dry_runs) {
         SCOPED_TRACE(dry.command);
         json_t messages = run_json(std::string("--dry-run ") + dry.command).at("messages");
         ASSERT_EQ(messages.size(), 1U);
         EXPECT_EQ(messages[0].at("message"), dry.message);
+        unsent.erase(dry.message);
         std::string body = messages[0].at("hex").get<std::string>().substr(64);
         EXPECT_EQ(body.substr(0, std::string(dry.body).size()), dry.body);
     }
+    EXPECT_EQ(unsent, std::set<std::string>());
 }
 
 TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
