@@ -30,5 +30,6 @@ uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
 }
 
 void fwx_nat64_clnt_cmd_cb(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
+    ctx->message = 0; /* its completion may fail inside the callback, and must not tell it again */
     if (deliver_failure(ctx)) clnt_ctx_release(info, ctx);
 }

@@ -12,7 +12,7 @@
 typedef struct {
     fwx_list_link_t link;
     uint32_t cmd;     /* message number; FWX_NAT64_MSG_MAX once a reply has released the context */
-    uint32_t message; /* low half of the address of the command's message; 0 in the pool */
+    uint32_t message; /* low half of the address of the command's message; 0 once it failed, and in the pool */
     void *pal_ctx;    /* the PAL's */
     void *cb_func;    /* the PAL's callback; for a session walk the owned fwx_nat64_sess_walk_cb_t */
 } fwx_nat64_clnt_ctx_t;

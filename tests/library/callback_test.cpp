@@ -199,6 +199,16 @@ TEST_F(callback_test_t, a_completion_that_fails_late_leaves_the_command_alone_th
     EXPECT_EQ(calls[1].result, 8u);
 }
 
+TEST_F(callback_test_t, a_completion_that_fails_inside_the_flush_of_its_command_does_not_tell_it_again) {
+    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 5);
+    ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
+    once([&] { pump(); });
+    EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
+    EXPECT_EQ(calls.size(), 1u);
+    EXPECT_TRUE(logged.empty());
+    EXPECT_EQ(live().pool_elements + live().tx_buffers, 0u);
+}
+
 TEST_F(callback_test_t, a_binding_that_went_down_frames_and_sends_nothing) {
     void *async = nullptr;
     void *sync = nullptr;
