@@ -1,88 +1,60 @@
 /*
- * Messages of a server that may send anything, to a library with commands of every kind outstanding: built from the
- * message description, cut, mistyped, repeated, of other bindings. The contexts that they name are those of commands
- * that the library has sent; of a server that makes contexts up nothing can be promised.
+ * A server that may send anything, to a PAL whose callbacks may call anything. Replies are made from the message
+ * description: right ones, cut, mistyped, repeated, of other commands and other bindings; answers to synchronous
+ * commands are of any length and content. Callbacks read of their data what was sent, and unbind, bind again, flush,
+ * send, ask and let further messages in. Operations of the platform fail on the way. Whatever happens, a command is
+ * told at most once and everything goes back.
+ *
+ * A byte of input is an action: its lower three bits say which, the others are its operand.
  */
-#include <cstring>
 #include <deque>
-#include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
-#include "input.h"
 #include "platform/runtime.h"
-#include "wire/messages.h"
+#include "platform/smc.h"
+#include "ticket.h"
+#include "wild_server.h"
 
 namespace {
 
-/** A command of the PAL; its address is the context that comes back. */
-struct ticket_t {
-    uint32_t binding; /* in which it was sent */
-    bool stops;       /* its callback asks for no more */
-    bool is_sent = false;
-    uint32_t ends = 0;
+constexpr uint32_t deepest = 4; /* actions in callbacks of actions */
+constexpr size_t question_bytes = sizeof(fwx_nat64_sync_init_msg_t);
+constexpr uint8_t untouched = 0xee;
 
-    static constexpr uint32_t right_mark = 0x7e57ab1e;
-    uint32_t mark = right_mark;
-
-    static uint32_t called(void *ctx, bool is_last) {
-        auto *ticket = static_cast<ticket_t *>(ctx);
-        FUZZ_CHECK(ticket->mark == right_mark && ticket->is_sent && ticket->ends == 0);
-        if (is_last || ticket->stops) ++ticket->ends;
-        return ticket->stops ? 1 : 0;
-    }
-};
-
-/** What the server knows of a command. */
-struct command_t {
-    uint64_t ctx;
-    uint32_t epoch;
-};
-
-uint64_t touched; /* keeps what is read of the data of a callback */
-
-void touch(const void *data, size_t size) {
-    for (size_t i = 0; data != nullptr && i < size; ++i) {
-        touched += static_cast<const volatile uint8_t *>(data)[i];
-    }
-}
-
-void verdict_cb(fwx_nat64_cmd_result_t *result) {
-    ticket_t::called(result->pal_ctx, true);
-}
-uint32_t sys_cb(void *ctx, uint32_t more, void *) {
-    return ticket_t::called(ctx, more == 0);
-}
-uint32_t intf_cb(void *ctx, uint32_t more, uint32_t, void *) {
-    return ticket_t::called(ctx, more == 0);
-}
-uint32_t all_cb(void *ctx, uint32_t more, uint64_t, uint32_t, void *data) {
-    const bool is_notification = ctx == nullptr;
-    if (is_notification) touch(data, sizeof(fwx_nat64_stats_mapping_entry_t));
-    return is_notification ? 0 : ticket_t::called(ctx, more == 0);
-}
-uint32_t walk_cb(void *ctx, uint32_t, void *, uint64_t, uint32_t, uint32_t status) {
-    FUZZ_CHECK(status >= FWX_NAT64_WALK_STOPPED && status <= FWX_NAT64_WALK_ERROR);
-    return ticket_t::called(ctx, status != FWX_NAT64_WALK_MORE);
-}
-constexpr fwx_nat64_reply_cbs_t reply_cbs = {verdict_cb, sys_cb, intf_cb, all_cb, intf_cb, all_cb};
-constexpr fwx_nat64_unsol_cbs_t unsol_cbs = {nullptr, [](uint32_t, const void *record) { touch(record, 12); }, [] {}};
+/** What may fail. A list that refuses has its rules elsewhere: it can end a command that nobody hears of. */
+constexpr fwx_host_op_t failing_ops[] = {FWX_HOST_OP_SEND_DONE,    FWX_HOST_OP_CALLOC,         FWX_HOST_OP_TX_ALLOC,
+                                         FWX_HOST_OP_CHUNK_MALLOC, FWX_HOST_OP_CHAN_OPEN,      FWX_HOST_OP_ASYNC_SEND,
+                                         FWX_HOST_OP_SYNC_SEND,    FWX_HOST_OP_TBM_LEAF_INSERT};
 
 class session_t {
 public:
-    explicit session_t(input_t &input) : input_(input), loop_(fwx_host_loop_create()) {
-        FUZZ_CHECK(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop_, &server_ops, this, &server_) == 0);
-        fwx_host_cgm_observe([](void *, uint32_t, void *ctx, uint32_t) { ended_by_manager(ctx); }, nullptr);
+    explicit session_t(input_t &input) : input_(input), loop_(fwx_host_loop_create()), server_(input, loop_) {
+        session = this;
+        fwx_host_cgm_observe(returned, this);
         fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
+        fwx_host_tap_set(
+            [](void *self, fwx_host_direction_t direction, const void *msg, size_t size) {
+                if (direction != FWX_HOST_RECEIVED) return;
+                static_cast<session_t *>(self)->received_ = {static_cast<const uint8_t *>(msg), size};
+            },
+            this);
+        fwx_nat64_dbg_error_set(1); /* the server of an earlier input may have set them */
+        fwx_nat64_dbg_warning_set(0);
+        fwx_nat64_dbg_trace_set(0);
+        fwx_nat64_dbg_info_set(0);
         bind();
     }
     ~session_t() {
+        fwx_host_fault_reset();
+        server_.pause(0);
         flush();
-        fwx_nat64_unbind();
+        unbind();
         fwx_mapt_plu_cleanup();
         pump();
-        fwx_host_server_unregister(server_);
+        server_.end();
         fwx_host_loop_destroy(loop_);
+        fwx_host_tap_set(nullptr, nullptr);
         fwx_host_live_t live;
         fwx_host_live_get(&live);
         FUZZ_CHECK(live.memory_blocks == 0 && live.pool_elements == 0 && live.tx_buffers == 0);
@@ -95,72 +67,126 @@ public:
     session_t &operator=(const session_t &) = delete;
 
     void act() {
-        switch (input_.below(16)) {
+        const uint32_t choice = input_.byte();
+        const uint32_t operand = choice / 8;
+        if (!is_bound_ && operand % 2 == 1) bind();
+        switch (choice % 8) {
             case 0:
-                fwx_nat64_unbind();
-                ++binding_;
-                bind();
-                break;
+                return pump();
             case 1:
-                if (peer_ != nullptr) fwx_host_peer_drop(peer_);
-                peer_ = nullptr;
-                break;
+                return send(operand);
             case 2:
-                flush();
-                break;
+                send(operand);
+                return pump();
             case 3:
             case 4:
-                pump();
-                break;
+                server_.answer(operand % 16, operand % 16 == 15 ? 2 : 1);
+                return operand / 16 == 0 ? pump() : void();
             case 5:
+                return server_.deliver() ? pump() : void();
             case 6:
-            case 7:
-            case 8:
-                send();
-                pump();
-                break;
+                return ask(operand);
             default:
-                deliver();
-                break;
+                return turn(operand);
         }
+    }
+
+    /* What callbacks do. `bytes` is how much data the server says there is. */
+
+    static uint32_t called(void *ctx, bool is_last, const void *data, uint64_t bytes) {
+        return session->call(*static_cast<ticket_t *>(ctx), is_last, data, bytes);
+    }
+    static uint32_t notified(const void *data, size_t size) {
+        read_bytes(data, size);
+        session->react();
+        return 0;
     }
 
 private:
-    static const fwx_host_server_ops_t server_ops;
+    static session_t *session;
+    static const fwx_nat64_reply_cbs_t reply_cbs;
+    static const fwx_nat64_unsol_cbs_t unsol_cbs;
 
-    /* The classifier manager is told the context of any command that a classifier's reply names. */
-    static void ended_by_manager(void *ctx) {
-        if (ctx != nullptr) static_cast<ticket_t *>(ctx)->ends = 1;
+    static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t, uint32_t, uint32_t status) {
+        FUZZ_CHECK(status >= FWX_NAT64_WALK_STOPPED && status <= FWX_NAT64_WALK_ERROR);
+        return called(ctx, status != FWX_NAT64_WALK_MORE, data, uint64_t{count} * sizeof(fwx_nat64_session_t));
+    }
+    static void returned(void *self, uint32_t, void *ctx, uint32_t) {
+        if (ctx == nullptr) return;
+        static_cast<ticket_t *>(ctx)->returned();
+        static_cast<session_t *>(self)->react();
+    }
+
+    uint32_t call(ticket_t &ticket, bool is_last, const void *data, uint64_t bytes) {
+        ticket.begin_call(binding_, is_last);
+        const received_t received = received_;
+        received.read(data, bytes);
+        react();
+        if (ticket.binding == binding_) received.read(data, bytes); /* valid for the whole call */
+        return ticket.end_call();
+    }
+    void react() {
+        if (depth_ == deepest || input_.byte() % 2 == 0) return;
+        ++depth_;
+        act();
+        --depth_;
     }
 
     void bind() {
-        FUZZ_CHECK(fwx_nat64_bind("PAL1", loop_, &unsol_cbs, &reply_cbs) == 0);
-        pump();
+        ++binding_;
+        is_bound_ = fwx_nat64_bind("PAL1", loop_, &unsol_cbs, &reply_cbs) == 0;
+        if (!is_bound_) fwx_nat64_unbind();
+    }
+    void unbind() {
+        ++binding_;
+        is_bound_ = false;
+        fwx_nat64_unbind();
     }
     void pump() { fwx_host_loop_run_until_idle(loop_); }
 
-    /** Everything outstanding is reported; then every command of this binding has ended once. */
+    /** Everything outstanding is reported; then every command of this binding has ended. */
     void flush() {
+        const uint32_t binding = binding_;
+        const size_t sent = tickets_.size();
         FUZZ_CHECK(fwx_nat64_clnt_cleanup() == 0);
+        if (!is_bound_ || binding_ != binding) return;
         void *head = nullptr;
         FUZZ_CHECK(fwx_list_head(fwx_nat64_client_info_get()->clnt_ctx_list, &head) == 0 && head == nullptr);
-        for (const ticket_t &ticket : tickets_) {
-            FUZZ_CHECK(ticket.ends <= 1);
-            if (ticket.binding == binding_ && ticket.is_sent) FUZZ_CHECK(ticket.ends == 1);
+        for (size_t i = 0; i < sent; ++i) {
+            if (tickets_[i].binding == binding) FUZZ_CHECK(tickets_[i].is_flushed());
         }
     }
 
-    void send() {
-        ticket_t &ticket = tickets_.emplace_back(ticket_t{binding_, input_.flag()});
-        ticket.is_sent = true;
-        ticket.is_sent = send_as(&ticket) == 0;
+    void turn(uint32_t operand) {
+        switch (operand % 8) {
+            case 0:
+                return unbind();
+            case 1:
+                unbind();
+                return bind();
+            case 2:
+                return server_.drop();
+            case 3:
+                return flush();
+            case 4:
+            case 5:
+                return server_.pause(operand % 8 == 4 ? 1 : 0);
+            default:
+                return fwx_host_fault_arm(failing_ops[operand / 8 + operand % 2 * 4], 1 + input_.below(8), 0);
+        }
     }
-    uint32_t send_as(ticket_t *ctx) {
+
+    void send(uint32_t operand) {
+        constexpr uint32_t kinds = 11;
+        constexpr uint32_t queries = 6;
+        const uint32_t kind = operand % kinds;
+        ticket_t &ticket = tickets_.emplace_back(binding_, operand >= kinds, kind < queries);
+        if (send_as(kind, &ticket) != 0) ticket.refused();
+    }
+    uint32_t send_as(uint32_t kind, ticket_t *ctx) {
         const fwx_nat64_sess_walk_filter_t filter{};
         const fwx_nat64_mapt_dmr_t default_rule = {1, {}};
-        uint8_t update[24] = {};
-        void *data = update;
-        switch (input_.below(11)) {
+        switch (kind) {
             case 0:
                 return fwx_nat64_stats_sys_query_a(0, ctx);
             case 1:
@@ -174,96 +200,112 @@ private:
             case 5:
                 return fwx_nat64_session_walk_a(1, &filter, 0, 0, 0, walk_cb, ctx);
             case 6:
+                return send_rule(FWX_NAT64_OP_ADD, ctx);
             case 7:
-                return send_rule(ctx);
+                return send_rule(FWX_NAT64_OP_DEL, ctx);
             case 8:
                 return fwx_nat64_mapt_dmr_set_a(FWX_NAT64_OP_ADD, &default_rule, ctx);
             case 9:
-                return fwx_host_cgm_notify(FWX_NAT64_CGM_CLIENT_ID, input_.flag() ? 2 : 4, &data, 1, 1, ctx);
+                return notify_classifier(1, ctx);
             default:
                 return fwx_nat64_ipalias_upload_a(ctx);
         }
     }
-    uint32_t send_rule(ticket_t *ctx) {
+    /** Few rules, so that they meet. */
+    uint32_t send_rule(uint32_t op, ticket_t *ctx) {
+        const uint8_t which = input_.byte();
         fwx_nat64_mapt_bmr_t rule{};
-        const uint32_t op = input_.flag() ? FWX_NAT64_OP_ADD : FWX_NAT64_OP_DEL;
-        rule.rule_id = input_.below(4);
-        rule.v4_prefix[0] = input_.byte();
-        rule.v4_prefix_len = static_cast<uint8_t>(input_.below(36));
-        rule.v6_prefix[0] = input_.byte();
-        rule.v6_prefix_len = static_cast<uint8_t>(input_.below(70));
+        rule.rule_id = 1 + which % 4;
+        rule.v4_prefix[0] = which & 0xc0;
+        rule.v4_prefix_len = which % 34;
+        rule.v6_prefix[0] = which & 0xe0;
+        rule.v6_prefix_len = which % 66;
         return fwx_nat64_mapt_bmr_set_a(op, &rule, ctx);
     }
-
-    /** A message that the description has for clients, with its fields, its length and its type as the input wants. */
-    void deliver() {
-        if (peer_ == nullptr) return;
-        size_t count = 0;
-        const wire_message_t *all = wire_messages(&count);
-        const wire_message_t &message = all[input_.byte() % count];
-        if (message.direction != wire_direction_t::to_client) return;
-        const uint32_t how = input_.byte();
-        std::vector<uint8_t> bytes(message.size + message.entry_size * (how >> 6));
-        const auto put = [&bytes](size_t offset, auto value) {
-            if (offset + sizeof(value) <= bytes.size()) std::memcpy(bytes.data() + offset, &value, sizeof(value));
-        };
-        const uint32_t form = message.form == wire_form_t::async ? FWX_NAT64_MSG_ASYNC : FWX_NAT64_MSG_SYNC;
-        const uint32_t number = (how & 1) != 0 ? input_.below(16) : message.msgno;
-        put(0, static_cast<uint16_t>(form | number));
-        put(2, static_cast<uint16_t>(FWX_NAT64_MSG_DOMAIN));
-        if (message.selector_offset != 0) put(message.selector_offset, message.selector);
-        for (size_t i = 0; i < message.field_count; ++i) {
-            for (uint16_t at = 0; at < message.fields[i].width && (how & 2) != 0; ++at) {
-                bytes[message.fields[i].offset + at] = at == 0 ? input_.byte() : uint8_t{0};
-            }
-        }
-        if ((how & 4) != 0) bytes.resize(input_.byte() * bytes.size() / 255);
-        if ((how & 8) != 0) bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* also beyond the buffer */
-        if (number != FWX_NAT64_MSG_UNSOL_SETUP) {
-            const command_t command = choose_command();
-            put(offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), command.ctx);
-            put(offsetof(fwx_nat64_msg_hdr_t, epoch), command.epoch);
-        }
-        const uint32_t copies = (how & 16) != 0 ? 2 : 1;
-        for (uint32_t i = 0; i < copies; ++i) {
-            FUZZ_CHECK(fwx_host_peer_send(peer_, bytes.data(), bytes.size()) == 0);
-        }
-        if ((how & 32) == 0) pump();
-    }
-    command_t choose_command() {
-        const uint32_t choice = input_.byte();
-        const uint32_t epoch = fwx_nat64_client_info_get()->epoch;
-        if (commands_.empty() || choice % 16 == 0) return {0, epoch};
-        command_t command = commands_[commands_.size() - 1 - choice / 16 % commands_.size()];
-        if (choice % 16 == 1) command.epoch = ~command.epoch;
-        return command;
+    uint32_t notify_classifier(uint32_t async, ticket_t *ctx) {
+        uint8_t update[24] = {};
+        void *data = update;
+        const uint32_t op = input_.flag() ? FWX_NAT64_CGM_OP_END_BATCH : FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE;
+        return fwx_host_cgm_notify(FWX_NAT64_CGM_CLIENT_ID, op, &data, 1, async, ctx);
     }
 
+    /** A synchronous command of one of four kinds; the answer is as the input wants. */
+    void ask(uint32_t operand) {
+        server_.next_answer = {};
+        if ((operand & 4) != 0) server_.next_answer.length = input_.byte();
+        server_.next_answer.is_foreign = (operand & 8) != 0;
+        server_.next_answer.is_dropped = (operand & 16) != 0;
+        server_.next_answer.result = input_.byte();
+        switch (operand % 4) {
+            case 0:
+                return ask_for_result();
+            case 1:
+                return ask_for_all();
+            case 2:
+                unbind();
+                bind();
+                if (server_.next_answer.is_sound() && server_.next_answer.result != 0) FUZZ_CHECK(!is_bound_);
+                return;
+            default:
+                notify_classifier(0, nullptr);
+        }
+    }
+    void ask_for_result() {
+        void *msg = nullptr;
+        if (fwx_nat64_client_sync_cmd_init(question_bytes, FWX_NAT64_MSG_CONFIG, &msg) != 0) return;
+        server_.next_answer.check(fwx_nat64_client_sync_cmd_send(msg, question_bytes));
+    }
+    void ask_for_all() {
+        void *msg = nullptr;
+        if (fwx_nat64_client_sync_cmd_init(question_bytes, FWX_NAT64_MSG_CONFIG, &msg) != 0) return;
+        const size_t offset = input_.below(4);
+        bytes_t reply(offset + input_.byte(), untouched);
+        const size_t capacity = reply.size() - offset;
+        const uint32_t code = fwx_nat64_client_sync_cmd_rsp_send(msg, question_bytes, reply.data() + offset, capacity);
+        if (capacity < answer_bytes) { /* the message stays the caller's */
+            FUZZ_CHECK(code == FWX_NAT64_ERR_BAD_ARG && !server_.next_answer.is_given);
+            smc_msg_tx_buffer_free(msg);
+            return;
+        }
+        server_.next_answer.check(code);
+        for (size_t i = answer_bytes; i < capacity && server_.next_answer.is_sound(); ++i) {
+            FUZZ_CHECK(reply[offset + i] == (i < server_.next_answer.length ? answer_filler : untouched));
+        }
+    }
     input_t &input_;
     fwx_host_loop_t *loop_;
-    fwx_host_server_t *server_ = nullptr;
-    fwx_host_peer_t *peer_ = nullptr;
+    wild_server_t server_;
     uint32_t binding_ = 0;
+    bool is_bound_ = false;
+    uint32_t depth_ = 0;
+    received_t received_ = {};
     std::deque<ticket_t> tickets_;
-    std::vector<command_t> commands_;
 };
 
-const fwx_host_server_ops_t session_t::server_ops = {
-    [](void *session, fwx_host_peer_t *peer) { static_cast<session_t *>(session)->peer_ = peer; },
-    [](void *session, fwx_host_peer_t *peer) {
-        auto *self = static_cast<session_t *>(session);
-        if (self->peer_ == peer) self->peer_ = nullptr;
+session_t *session_t::session;
+
+const fwx_nat64_reply_cbs_t session_t::reply_cbs = {
+    [](fwx_nat64_cmd_result_t *result) { called(result->pal_ctx, true, nullptr, 0); },
+    [](void *ctx, uint32_t more, void *data) {
+        return called(ctx, more == 0, data, sizeof(fwx_nat64_stats_sys_entry_t));
     },
-    [](void *session, fwx_host_peer_t *, const void *msg, size_t) {
-        const auto *hdr = static_cast<const fwx_nat64_msg_hdr_t *>(msg);
-        static_cast<session_t *>(session)->commands_.push_back({hdr->clnt_ctx, hdr->epoch});
+    [](void *ctx, uint32_t more, uint32_t value, void *data) {
+        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_intf_entry_t));
     },
-    [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) {
-        std::memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
-        std::memcpy(reply, msg, sizeof(uint32_t));
-        return sizeof(fwx_nat64_sync_reply_t);
+    [](void *ctx, uint32_t more, uint64_t, uint32_t value, void *data) {
+        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_pool_entry_t));
+    },
+    [](void *ctx, uint32_t more, uint32_t value, void *data) {
+        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_limit_entry_t));
+    },
+    [](void *ctx, uint32_t more, uint64_t, uint32_t value, void *data) {
+        if (ctx == nullptr) return notified(data, sizeof(fwx_nat64_stats_mapping_entry_t));
+        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_mapping_entry_t));
     },
 };
+const fwx_nat64_unsol_cbs_t session_t::unsol_cbs = {
+    nullptr, [](uint32_t, const void *record) { notified(record, 3 * sizeof(uint32_t)); },
+    [] { notified(nullptr, 0); }};
 
 }  // namespace
 

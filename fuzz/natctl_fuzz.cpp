@@ -1,4 +1,7 @@
-/* natctl's batch: any text, in every way of running it, ends with a status of its own and gives back what it took. */
+/*
+ * natctl's batch: any text, in every way of running it, ends with a status of its own and gives back what it took. Of
+ * the inputs a quarter go over a connection, to a server that answers as the first line of the input says.
+ */
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
@@ -6,15 +9,15 @@
 #include <sstream>
 #include <string>
 
-#include "fwx_host/inspect.h"
-#include "input.h"
+#include "fwx_host/fwx_host.h"
+#include "server_messages.h"
 #include "tools/natctl/batch.h"
 
 namespace {
 
 constexpr size_t longest_number = 3;
 
-/** The lowest bits of `choice` choose. */
+/** The bits of `choice` choose. */
 options_t options_of(uint32_t choice) {
     options_t options;
     options.format = static_cast<format_t>(choice % 4);
@@ -23,6 +26,7 @@ options_t options_of(uint32_t choice) {
     options.trace = (choice & 16) != 0;
     options.pipeline = (choice & 32) != 0 ? 8 : 1;
     options.timeout_ms = 1;
+    if (choice / 64 == 1) options.connect = "fuzzed";
     return options;
 }
 
@@ -58,21 +62,99 @@ void check_both_read_alike(const std::string &line) {
     FUZZ_CHECK(error == (result == record_reader_t::result_t::record ? "" : reader.error()));
 }
 
+/** The server behind a connection. It is in this process and on natctl's loop, so that an input does the same each
+ * time; its answers are the input's. */
+class remote_server_t {
+public:
+    void listen(fwx_host_loop_t *loop, const std::string &answers) {
+        input_ = {reinterpret_cast<const uint8_t *>(answers.data()), answers.size()};
+        FUZZ_CHECK(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, this, &server_) == 0);
+    }
+    void end() {
+        fwx_host_server_unregister(server_);
+        server_ = nullptr;
+    }
+
+private:
+    static const fwx_host_server_ops_t ops;
+
+    /** Silence, the end, or a reply, with something else before it. */
+    void received(fwx_host_peer_t *peer, const void *msg, size_t size) {
+        const uint32_t what = input_.below(8);
+        if (what == 1) return;
+        if (what == 2) return fwx_host_peer_drop(peer);
+        if (what == 3) send(peer, make_message(*messages_to_client()[input_.byte() % messages_to_client().size()], 1));
+        fwx_nat64_bmr_msg_t command{};
+        std::memcpy(&command, msg, std::min(size, sizeof(command)));
+        send(peer, make_reply(command, input_));
+    }
+    size_t asked(const void *question, void *reply) {
+        fwx_nat64_sync_reply_t answer{};
+        std::memcpy(&answer.hdr, question, sizeof(answer.hdr));
+        const uint32_t what = input_.below(8);
+        if (what == 1) answer.result = input_.byte();
+        std::memcpy(reply, &answer, sizeof(answer));
+        return what == 2 ? 0 : sizeof(answer);
+    }
+    static void send(fwx_host_peer_t *peer, const bytes_t &bytes) {
+        FUZZ_CHECK(fwx_host_peer_send(peer, bytes.data(), bytes.size()) == 0);
+    }
+
+    input_t input_{nullptr, 0};
+    fwx_host_server_t *server_ = nullptr;
+};
+
+const fwx_host_server_ops_t remote_server_t::ops = {
+    nullptr,
+    nullptr,
+    [](void *self, fwx_host_peer_t *peer, const void *msg, size_t size) {
+        static_cast<remote_server_t *>(self)->received(peer, msg, size);
+    },
+    [](void *self, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) {
+        return static_cast<remote_server_t *>(self)->asked(msg, reply);
+    },
+};
+
+remote_server_t remote_server;
+std::string remote_answers;
+fwx_host_loop_t *natctl_loop;
+
 void check_nothing_is_live() {
     fwx_host_live_t live;
     fwx_host_live_get(&live);
     FUZZ_CHECK(live.memory_blocks == 0 && live.pools == 0 && live.lists == 0 && live.hash_tables == 0);
     FUZZ_CHECK(live.channels == 0 && live.tx_buffers == 0);
+    fwx_host_errors_t errors;
+    fwx_host_errors_get(&errors);
+    FUZZ_CHECK(errors.bad_frees == 0);
 }
 
 }  // namespace
 
+/* The linker has natctl call these instead of the platform's. */
+fwx_host_loop_t *real_loop_create() asm("__real_fwx_host_loop_create");
+fwx_host_loop_t *wrapped_loop_create() asm("__wrap_fwx_host_loop_create");
+fwx_host_loop_t *wrapped_loop_create() {
+    return natctl_loop = real_loop_create();
+}
+
+uint32_t wrapped_connect_set(const char *channel_name, const char *server_name) asm("__wrap_fwx_host_connect_set");
+uint32_t wrapped_connect_set(const char * /*channel_name*/, const char *server_name) {
+    if (server_name != nullptr) {
+        remote_server.listen(natctl_loop, remote_answers);
+    } else {
+        remote_server.end();
+    }
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
     input_t input(data, size);
-    const options_t options = options_of(input.below(64));
+    const options_t options = options_of(input.byte());
     std::string batch;
     std::string line;
     std::istringstream lines(std::string(data + (size == 0 ? 0 : 1), data + size));
+    if (!options.connect.empty()) std::getline(lines, remote_answers);
     while (std::getline(lines, line)) {
         check_both_read_alike(line);
         if (!asks_for_much(line)) batch += line + '\n';
@@ -80,15 +162,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
     std::istringstream in(batch);
     std::ostringstream answers;
     std::ostringstream notes;
+    status_t bound = status_t::ok;
     {
         static line_parser_t parser;
         output_t output(options.format, true, answers, notes);
         pal_t pal(options, [&output](const std::string &text) { output.note(text); });
-        FUZZ_CHECK(pal.bind().status == status_t::ok);
+        bound = pal.bind().status;
+        FUZZ_CHECK(bound == status_t::ok || !options.connect.empty());
         const auto next_line = [&in](std::string &text) { return static_cast<bool>(std::getline(in, text)); };
-        run_batch(parser, line_source_t::file, next_line, options, pal, output);
+        if (bound == status_t::ok) run_batch(parser, line_source_t::file, next_line, options, pal, output);
     }
-    if (options.format == format_t::json) FUZZ_CHECK(nlohmann::json::accept(answers.str()));
+    const bool is_document = options.format == format_t::json && bound == status_t::ok;
+    if (is_document) FUZZ_CHECK(nlohmann::json::accept(answers.str()));
     check_nothing_is_live();
     return 0;
 }

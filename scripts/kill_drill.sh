@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Kills the server process a thousand times under load, plain and under ASan+UBSan, and checks that every command is
+# Kills servers and clients a thousand times under load, plain and under ASan+UBSan, and checks that every command is
 # accounted for each time.
 # usage: kill_drill.sh [KILLS]
 set -euo pipefail
@@ -11,6 +11,7 @@ need_packages "${build_packages[@]}" libgtest-dev
 for preset in dev asan; do
   say "$preset: $kills kills"
   cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset" --target kill_drill drill_server | tail -n 1
-  "build/$preset/tests/drill/kill_drill" "build/$preset/tests/drill/drill_server" "$kills"
+  cmake --build --preset "$preset" --target kill_drill | tail -n 1
+  drill=build/$preset/tests/drill
+  "$drill/kill_drill" "$drill/drill_server" "$drill/drill_client" "$kills"
 done

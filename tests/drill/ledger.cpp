@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr uint32_t code_of_bad_value = 0x6006; /* the model's */
+constexpr uint32_t code_of_no_entry = 0x6003; /* the model's */
 
 uint64_t number_of(void *pal_ctx) {
     return reinterpret_cast<uintptr_t>(pal_ctx);
@@ -20,20 +20,38 @@ void ledger_t::send_next() {
     void *pal_ctx = reinterpret_cast<void *>(number);
     const auto kind = static_cast<kind_t>(number % 3);
     open_.emplace(number, kind); /* before the send: a reply must not find the books behind */
-    const fwx_nat64_timeout_t timeout = {kind == kind_t::GOOD ? 1U : 99U, 300};
-    const uint32_t code = kind == kind_t::QUERY ? fwx_nat64_stats_sys_query_a(0, pal_ctx)
-                                                : fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, pal_ctx);
-    sent += 1;
-    if (code == 0) return;
+    view_.refusals_of(number) = 0;
+    const uint32_t code = send(kind, static_cast<uint32_t>(number), pal_ctx);
+    if (code == 0) {
+        sent += 1;
+        return;
+    }
     refused += 1;
     if (open_.erase(number) == 0) fault("called back although its send failed", number);
+}
+
+uint32_t ledger_t::send(kind_t kind, uint32_t number, void *pal_ctx) {
+    const fwx_nat64_timeout_t timeout = {1, 300};
+    fwx_nat64_smapping_t absent{};
+    absent.id = number;
+    switch (kind) {
+        case kind_t::GOOD:
+            return fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, pal_ctx);
+        case kind_t::BAD:
+            return fwx_nat64_smapping_set_a(FWX_NAT64_OP_DEL, &absent, pal_ctx);
+        default:
+            return fwx_nat64_stats_sys_query_a(0, pal_ctx);
+    }
 }
 
 void ledger_t::verdict(void *pal_ctx, uint32_t result) {
     const auto found = open_.find(number_of(pal_ctx));
     const bool is_failure = result == FWX_NAT64_ERR_AGAIN;
-    const uint32_t expected = found != open_.end() && found->second == kind_t::GOOD ? 0 : code_of_bad_value;
+    const uint32_t expected = found != open_.end() && found->second == kind_t::GOOD ? 0 : code_of_no_entry;
     const bool is_verdict = found != open_.end() && found->second != kind_t::QUERY;
+    if (is_verdict && result == code_of_no_entry) answered_refusals_.push_back(number_of(pal_ctx));
+    const bool was_taken = view_.refusals_of(number_of(pal_ctx)) != 0;
+    if (is_failure && was_taken) fault("failed, but the server took it", number_of(pal_ctx));
     close(pal_ctx, is_verdict && (is_failure || result == expected), !is_failure);
 }
 
@@ -65,6 +83,17 @@ void ledger_t::compare_with(const fwx_nat64_client_info_t &info) {
     for (const auto &[number, kind] : unseen) {
         fault("without callback, and not outstanding", number);
     }
+}
+
+uint64_t ledger_t::unnoted() {
+    std::vector<uint64_t> left;
+    for (const uint64_t number : answered_refusals_) {
+        const uint8_t noted = view_.refusals_of(number);
+        if (noted == 0) left.push_back(number);
+        if (noted > 1) fault("taken by the server more than once", number);
+    }
+    answered_refusals_ = std::move(left);
+    return answered_refusals_.size();
 }
 
 void ledger_t::fault(const char *what, uint64_t number) {

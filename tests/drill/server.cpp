@@ -1,24 +1,45 @@
-/* The server model for the clients of other processes. usage: drill_server NAME; writes a line when it listens. */
+/*
+ * The server model for the clients of other processes; dies with the drill.
+ * usage: drill_server NAME DESCRIPTOR   of the view; writes a line when it listens
+ */
+#include <sys/prctl.h>
+
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "fwx_host/fwx_host.h"
-#include "fwx_nat64/client.h"
+#include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
+#include "tests/drill/view.h"
 
 int main(int argc, char **argv) {
-    if (argc != 2) return 2;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (argc != 3) return 2;
+    server_view_t *view = server_view_t::map(atoi(argv[2]));
     fwx_host_loop_t *loop = fwx_host_loop_create();
-    if (loop == nullptr) return 1;
+    if (view == nullptr || loop == nullptr) return 1;
+    view->clients = 0;
     const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
     if (model == nullptr) return 1;
+    model->observe_refusals(
+        [](void *arg, const void *msg, size_t size, uint32_t) {
+            uint32_t id = 0; /* of the static mapping that is not there */
+            constexpr size_t at = offsetof(fwx_nat64_cfg_msg_t, payload);
+            if (size >= at + sizeof(id)) memcpy(&id, static_cast<const uint8_t *>(msg) + at, sizeof(id));
+            if (id != 0) static_cast<server_view_t *>(arg)->refusals_of(id) += 1;
+        },
+        view);
     const uint32_t code = fwx_host_server_listen(fwx_host_server_find(FWX_NAT64_CHANNEL_NAME), argv[1]);
     if (code != 0) {
         fprintf(stderr, "drill_server: cannot listen as %s: 0x%x\n", argv[1], code);
         return 1;
     }
-    puts("ready");
+    puts("ready"); /* into a pipe; without the drill at its end this is the end */
     fflush(stdout);
     for (;;) {
         fwx_host_loop_run_once(loop, -1);
+        view->clients = static_cast<uint32_t>(model->counts().clients);
     }
 }

@@ -1,0 +1,140 @@
+/* A server of which nothing can be expected: it sends and answers what the input wants. */
+#ifndef FUZZ_WILD_SERVER_H
+#define FUZZ_WILD_SERVER_H
+
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/client.h"
+#include "server_messages.h"
+
+constexpr size_t answer_bytes = sizeof(fwx_nat64_sync_reply_t);
+constexpr uint8_t answer_filler = 0xab;
+
+/** How the next synchronous message is answered. */
+struct answer_t {
+    size_t length = answer_bytes;
+    uint32_t result = 0;
+    bool is_foreign = false; /* begins with other bytes than the question */
+    bool is_dropped = false; /* the channel ends meanwhile */
+    bool is_given = false;
+
+    bool is_sound() const { return is_given && length >= answer_bytes && !is_foreign && !is_dropped; }
+    void check(uint32_t code) const {
+        if (is_sound()) FUZZ_CHECK(code == result);
+        if (!is_given || is_dropped || length == 0) FUZZ_CHECK(code != 0);
+    }
+};
+
+class wild_server_t {
+public:
+    wild_server_t(input_t &input, fwx_host_loop_t *loop) : input_(input) {
+        FUZZ_CHECK(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, this, &server_) == 0);
+    }
+    wild_server_t(const wild_server_t &) = delete;
+    wild_server_t &operator=(const wild_server_t &) = delete;
+
+    void end() { fwx_host_server_unregister(server_); }
+    void pause(uint32_t paused) { fwx_host_server_pause(server_, paused); }
+    void drop() {
+        if (peer_ != nullptr) fwx_host_peer_drop(peer_);
+        peer_ = nullptr;
+    }
+
+    /** What one of the latest commands waits for, more or less. */
+    void answer(uint32_t which, uint32_t copies) {
+        if (commands_.empty()) return;
+        post(make_reply(commands_[commands_.size() - 1 - which % commands_.size()], input_), copies);
+    }
+    /** A message that the description has for clients, with its fields, its length and its type as the input wants.
+     * @return whether the client is to have it at once. */
+    bool deliver() {
+        const wire_message_t &message = *messages_to_client()[input_.byte() % messages_to_client().size()];
+        const uint32_t how = input_.byte();
+        bytes_t bytes = make_message(message, how >> 6);
+        if ((how & 1) != 0) bytes[0] = static_cast<uint8_t>(input_.below(16));
+        for (size_t i = 0; i < message.field_count && (how & 2) != 0; ++i) {
+            bytes[message.fields[i].offset] = input_.byte();
+        }
+        if ((how & 4) != 0) bytes.resize(bytes.size() * input_.byte() / 255);
+        if ((how & 8) != 0) bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* also beyond the buffer */
+        if (message.msgno != FWX_NAT64_MSG_UNSOL_SETUP) {
+            const name_t name = choose_name();
+            put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), name.ctx);
+            put(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), name.epoch);
+        }
+        post(bytes, (how & 16) != 0 ? 2 : 1);
+        return (how & 32) == 0;
+    }
+
+    answer_t next_answer; /* to a synchronous message; the later ones are answered as they should be */
+
+private:
+    static const fwx_host_server_ops_t ops;
+
+    /** What a reply names its command by. */
+    struct name_t {
+        uint64_t ctx;
+        uint32_t epoch;
+    };
+    name_t choose_name() {
+        const uint32_t choice = input_.byte();
+        const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+        const uint32_t present = info != nullptr ? info->epoch : 0;
+        name_t name = {0, present};
+        if (!commands_.empty()) {
+            const fwx_nat64_msg_hdr_t &hdr = commands_[commands_.size() - 1 - choice / 16 % commands_.size()].hdr;
+            name = {hdr.clnt_ctx, hdr.epoch};
+        }
+        switch (choice % 16) {
+            case 0:
+                return {0, present};
+            case 1:
+                return {name.ctx, ~name.epoch};
+            case 2: /* the context may be of an earlier binding */
+                return {name.ctx, present};
+            case 3:
+                return {name.ctx + 8, present};
+            case 4:
+                return {choice, present};
+            default:
+                return name;
+        }
+    }
+    void post(const bytes_t &bytes, uint32_t copies) {
+        for (; copies > 0 && peer_ != nullptr; --copies) {
+            const uint32_t code = fwx_host_peer_send(peer_, bytes.data(), bytes.size());
+            FUZZ_CHECK(code == 0 || code == FWX_HOST_ERR_CHANNEL_DOWN); /* the client may have closed it */
+        }
+    }
+    size_t asked(fwx_host_peer_t *peer, const void *question, uint8_t *reply) {
+        const answer_t answer = next_answer.is_given ? answer_t{} : next_answer;
+        next_answer.is_given = true;
+        std::memset(reply, answer_filler, answer.length);
+        std::memcpy(reply, question, sizeof(uint32_t));
+        if (answer.is_foreign) reply[0] ^= 1;
+        std::memcpy(reply + offsetof(fwx_nat64_sync_reply_t, result), &answer.result, sizeof(answer.result));
+        if (answer.is_dropped) fwx_host_peer_drop(peer);
+        return answer.length;
+    }
+
+    input_t &input_;
+    fwx_host_server_t *server_ = nullptr;
+    fwx_host_peer_t *peer_ = nullptr;
+    std::vector<fwx_nat64_bmr_msg_t> commands_; /* that it has got; others than of rules as far as they go */
+};
+
+inline const fwx_host_server_ops_t wild_server_t::ops = {
+    [](void *self, fwx_host_peer_t *peer) { static_cast<wild_server_t *>(self)->peer_ = peer; },
+    [](void *self, fwx_host_peer_t *peer) {
+        if (static_cast<wild_server_t *>(self)->peer_ == peer) static_cast<wild_server_t *>(self)->peer_ = nullptr;
+    },
+    [](void *self, fwx_host_peer_t *, const void *msg, size_t size) {
+        fwx_nat64_bmr_msg_t command{};
+        std::memcpy(&command, msg, std::min(size, sizeof(command)));
+        static_cast<wild_server_t *>(self)->commands_.push_back(command);
+    },
+    [](void *self, fwx_host_peer_t *peer, const void *msg, size_t, void *reply, size_t) {
+        return static_cast<wild_server_t *>(self)->asked(peer, msg, static_cast<uint8_t *>(reply));
+    },
+};
+
+#endif

@@ -1,0 +1,25 @@
+/* What the server has seen of the drill's commands, in memory that the two share and that outlives the server. */
+#ifndef TESTS_DRILL_VIEW_H
+#define TESTS_DRILL_VIEW_H
+
+#include <sys/mman.h>
+
+#include <atomic>
+#include <cstdint>
+
+struct server_view_t {
+    static constexpr uint32_t ids = uint32_t{1} << 24;
+
+    std::atomic<uint32_t> clients;      /* that are connected */
+    std::atomic<uint8_t> refusals[ids]; /* by the number of the command, modulo `ids` */
+
+    std::atomic<uint8_t> &refusals_of(uint64_t number) { return refusals[number % ids]; }
+
+    /** The view behind a descriptor of sizeof(server_view_t) bytes, mapped for good; null when it cannot be mapped. */
+    static server_view_t *map(int fd) {
+        void *memory = mmap(nullptr, sizeof(server_view_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        return memory == MAP_FAILED ? nullptr : static_cast<server_view_t *>(memory);
+    }
+};
+
+#endif
