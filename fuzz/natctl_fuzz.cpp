@@ -85,8 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
         output_t output(options.format, true, answers, notes);
         pal_t pal(options, [&output](const std::string &text) { output.note(text); });
         FUZZ_CHECK(pal.bind().status == status_t::ok);
-        const auto next_line = [&in](std::string &text) { return static_cast<bool>(std::getline(in, text)); };
-        run_batch(parser, line_source_t::file, next_line, options, pal, output);
+        output.end(run_batch(parser, line_source_t::file, lines_of(in, {"batch", "input"}), options, pal, output));
     }
     if (options.format == format_t::json) FUZZ_CHECK(nlohmann::json::accept(answers.str()));
     check_nothing_is_live();

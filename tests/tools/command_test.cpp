@@ -56,7 +56,7 @@ TEST_F(command_test, an_error_that_quotes_bytes_that_are_no_text_is_still_valid_
 TEST_F(command_test, an_option_of_natctl_may_follow_the_command) {
     run_t result = run("status --json");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(json_t::parse(result.answers).at("data").at("connected"), 1);
+    EXPECT_EQ(json_t::parse(result.answers).at("data").at("connected"), true);
 }
 
 TEST_F(command_test, status_shows_a_binding_without_outstanding_commands) {
@@ -72,7 +72,7 @@ TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
 }
 
 TEST_F(command_test, statistics_come_as_rows_in_every_format) {
-    EXPECT_EQ(run_json("stats system").at("data").at(0).at("pools"), 0);
+    EXPECT_EQ(run_json("stats system").at("data").at("pools"), 0);
     run_t csv = run("--csv stats system");
     EXPECT_EQ(csv.answers,
               "interfaces,prefixes,static_mappings,dynamic_mappings,pools,pool_ranges,loggings,rules,sessions\n"
@@ -179,6 +179,40 @@ TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {
               std::string::npos)
         << result.notes;
     EXPECT_EQ(result.answers, "adj set: ok\n");
+}
+
+TEST_F(command_test, only_one_format_is_taken) {
+    for (const std::string two : {"--json --csv", "--csv --jsonl", "--jsonl --json"}) {
+        EXPECT_EQ(run(two + " status").status, 2) << two;
+        EXPECT_EQ(run("status " + two).status, 2) << two;
+    }
+}
+
+TEST_F(command_test, quiet_leaves_out_what_only_says_that_all_is_well) {
+    EXPECT_EQ(run("--quiet timeout set --type 1 --value 300").answers, "");
+    EXPECT_EQ(run("--quiet stats interfaces").answers, "none\n");
+    EXPECT_NE(run("--quiet timeout set --type 9 --value 300").notes, "");
+    EXPECT_EQ(run_json("--quiet timeout set --type 1 --value 300").at("status"), "ok");
+}
+
+/** Takes nothing, as a full disk. */
+class full_output_t : public std::streambuf {};
+
+TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {
+    const std::vector<std::string> commands[] = {
+        {"status"}, {"batch", "-"}, {"--help"}, {"completion", "bash"}, {"complete", "stats"}, {"serve", "full"}};
+    for (const std::string format : {"--quiet", "--json", "--jsonl", "--csv"}) {
+        for (std::vector<std::string> words : commands) {
+            const bool has_options = words[0] != "complete";
+            if (has_options) words.insert(words.begin(), format);
+            full_output_t full;
+            std::ostream answers(&full);
+            std::istringstream in("status\n");
+            std::ostringstream notes;
+            EXPECT_EQ(run_natctl(words, in, answers, notes), 2) << format << ' ' << words.back();
+            EXPECT_EQ(notes.str().rfind("natctl: standard output: ", 0), 0U) << notes.str();
+        }
+    }
 }
 
 TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {

@@ -72,6 +72,7 @@ constexpr field_error_t field_errors[] = {
     {"--timeout 0 status", "--timeout 0: must be 1 to 2147483647"},
     {"--debug-level 5 status", "--debug-level 5: must be 0 to 4"},
     {"--pipeline 0 status", "--pipeline 0: must be 1 to 4294967295"},
+    {"--connect '' status", "--connect '': must be the name of a server"},
     {"frob", "frob: must be status, timeout, limit, "},
     {"limit", "limit: must go on with add, mod, del"},
     {"limit frob", "limit: frob: must be add, mod, del"},

@@ -90,6 +90,8 @@ command_t grammar_t::parse(std::vector<std::string> words) {
     std::reverse(words.begin(), words.end());
     try {
         root_.parse(words);
+    } catch (const CLI::CallForVersion &version) {
+        throw help_request_t{version.what()};
     } catch (const CLI::Success &) {
         throw help_request_t{root_.help()};
     } catch (const CLI::ParseError &error) {
