@@ -1,7 +1,11 @@
 /* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
+#include <fstream>
+
 #include "fwx_nat64/result.h"
+#include "model/model.h"
 #include "natctl_fixture.h"
 #include "platform/runtime.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 
@@ -224,10 +228,40 @@ TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
 }
 
 TEST_F(command_test, completion_offers_what_may_come_next) {
-    EXPECT_EQ(run("complete limit ''").answers.substr(0, 12), "add\nmod\ndel\n");
-    EXPECT_EQ(run("complete timeout set --v").answers, "--value\n");
-    EXPECT_EQ(run("complete server not").answers, "notify\n");
-    EXPECT_NE(run("completion bash").answers.find("complete -o default -F _natctl natctl"), std::string::npos);
+    const runtime_directory_t directory;
+    const std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop(fwx_host_loop_create(),
+                                                                             fwx_host_loop_destroy);
+    const auto model = fwx_nat64_model_t::create(loop.get(), "listening");
+    ASSERT_EQ(fwx_host_server_listen(fwx_host_server_find("listening"), "gateway-1"), 0U);
+    std::ofstream(directory.sockets() + "/gateway-1.txt") << "no server";
+    struct completion_t {
+        const char *line;
+        const char *words;
+    };
+    constexpr completion_t completed[] = {
+        {"limit ''", "add\nmod\ndel\n--help\n"},
+        {"server not", "notify\n"},
+        {"timeout set --v", "--value\n"},
+        {"timeout set --value 1 --type=2 --", "--help\n"},
+        {"timeout set --type ''", ""},
+        {"--jsonl --",
+         "--help\n--version\n--trace\n--capture\n--dry-run\n--keep-going\n--pipeline\n--timeout\n"
+         "--connect\n--debug-level\n--quiet\n"},
+        {"server release --order re", "reverse\n"},
+        {"server silent o", "on\noff\n"},
+        {"server silent on o", ""},
+        {"server notify record --op ''", "add\ndel\n"},
+        {"--connect ''", "gateway-1\n"},
+        {"status --connect gate", "gateway-1\n"},
+        {"--capture x", ":\n"},
+        {"batch exa", ":\n"},
+        {"serve --state ''", ":\n"},
+        {"completion ''", "bash\n--help\n"},
+    };
+    for (const completion_t &completion : completed) {
+        EXPECT_EQ(run(std::string("complete ") + completion.line).answers, completion.words) << completion.line;
+    }
+    EXPECT_NE(run("completion bash").answers.find("complete -F _natctl natctl"), std::string::npos);
 }
 
 }  // namespace
