@@ -36,8 +36,7 @@ format_t format_of(const std::vector<std::string> &words) {
 void add_output_options(CLI::App &app, options_t &options) {
     CLI::Option *json = app.add_flag("--json", "One JSON document: an object, or an array for a batch");
     CLI::Option *jsonl = app.add_flag("--jsonl", "One JSON object a line, rows of sessions as they come");
-    CLI::Option *csv =
-        app.add_flag("--csv", "One table of comma-separated values; a batch may fill it by several lines");
+    CLI::Option *csv = app.add_flag("--csv", "One table of comma-separated values; a batch with a second is refused");
     json->excludes(jsonl)->excludes(csv);
     jsonl->excludes(csv);
     app.add_flag("--quiet", options.quiet, "Leaves out what only says that all is well");
@@ -81,7 +80,8 @@ public:
             fall_through(*group);
         }
         add_client_options(root_, options);
-        batch_ = root_.add_subcommand("batch", "Carries out the commands of a file, one a line");
+        batch_ = root_.add_subcommand(
+            "batch", "Carries out the commands of a file, one a line; a backslash at its end joins the next");
         batch_->add_option("file", file, "the file, - for standard input")->required()->type_name("FILE");
         serve_ = root_.add_subcommand("serve", "Runs the server model as a process of its own, until a signal ends it");
         serve_->add_option("name", serve.name, "the name that --connect takes")->required()->type_name("NAME");
