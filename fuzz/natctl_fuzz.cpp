@@ -169,8 +169,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
         pal_t pal(options, [&output](const std::string &text) { output.note(text); });
         bound = pal.bind().status;
         FUZZ_CHECK(bound == status_t::ok || !options.connect.empty());
-        const auto next_line = [&in](std::string &text) { return static_cast<bool>(std::getline(in, text)); };
-        if (bound == status_t::ok) run_batch(parser, line_source_t::file, next_line, options, pal, output);
+        if (bound == status_t::ok) {
+            output.end(run_batch(parser, line_source_t::file, lines_of(in, {"batch", "input"}), options, pal, output));
+        }
     }
     const bool is_document = options.format == format_t::json && bound == status_t::ok;
     if (is_document) FUZZ_CHECK(nlohmann::json::accept(answers.str()));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "records/misspelt.h"
 #include "records/value.h"
 
 namespace {
@@ -157,7 +158,7 @@ std::string read_value(const record_field_t &field, std::string_view text, void 
 
 std::string record_field_error(std::string_view option, std::string_view value, const std::string &allowed) {
     std::string text(option);
-    return text.append(" ").append(value.empty() ? "''" : value).append(": must be ").append(allowed);
+    return text.append(" ").append(quoted_word(value)).append(": must be ").append(allowed);
 }
 
 std::string record_field_read(const record_field_t &field, std::string_view text, void *record) {

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "records/families.h"
+#include "records/misspelt.h"
 
 namespace {
 
@@ -61,8 +62,7 @@ record_reader_t::result_t record_reader_t::read_words(const std::vector<std::str
         given.value = words[next];
     }
     if (verb_ != nullptr) return read_fields();
-    return refuse(extra_ == nullptr ? "must go on with " + verbs_text()
-                                    : std::string(*extra_) + ": must be " + verbs_text());
+    return refuse(extra_ == nullptr ? "must go on with " + verbs_text() : misplaced_text());
 }
 
 record_reader_t::result_t record_reader_t::read_fields() {
@@ -78,12 +78,12 @@ record_reader_t::result_t record_reader_t::read_fields() {
         std::string error = record_field_read(field, given.value, record_.bytes);
         if (!error.empty()) return refuse(std::move(error));
     }
+    if (extra_ != nullptr) return refuse(misplaced_text()); /* which may be an option that is missing, misspelt */
     for (size_t i = 0; i < family_->field_count; ++i) {
         const record_field_t &field = family_->fields[i];
         const bool is_missing = given_[i].times == 0 && field.is_required_on(verb_->op);
         if (is_missing) return refuse(std::string(field.option) + " is required");
     }
-    if (extra_ != nullptr) return refuse(std::string(*extra_) + ": not expected here, see --help");
     return result_t::record;
 }
 
@@ -107,4 +107,21 @@ std::string record_reader_t::verbs_text() const {
         text.append(text.empty() ? "" : ", ").append(family_->verbs[i].word);
     }
     return text;
+}
+
+/** What to say of the word that has no place. */
+std::string record_reader_t::misplaced_text() const {
+    std::vector<std::string_view> known;
+    if (verb_ == nullptr) {
+        for (size_t i = 0; i < family_->verb_count; ++i) {
+            known.push_back(family_->verbs[i].word);
+        }
+        return wrong_word_text(*extra_, known, "must be " + verbs_text());
+    }
+    known.emplace_back("--help");
+    for (size_t i = 0; i < family_->field_count; ++i) {
+        const record_field_t &field = family_->fields[i];
+        if (field.is_taken_on(verb_->op)) known.push_back(field.option);
+    }
+    return wrong_word_text(*extra_, known, "not expected here, see --help");
 }

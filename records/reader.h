@@ -37,6 +37,7 @@ private:
     result_t refuse(std::string error);
     size_t find_field(std::string_view option) const;
     std::string verbs_text() const;
+    std::string misplaced_text() const;
 
     const record_family_t *family_ = nullptr;
     const record_verb_t *verb_ = nullptr;

@@ -3,6 +3,7 @@
 #include "fwx_host/errors.h"
 #include "host/messaging/peer.h"
 #include "host/messaging/shm/listener.h"
+#include "host/messaging/shm/socket.h"
 #include "host/runtime/memory.h"
 
 namespace {
@@ -55,6 +56,10 @@ uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_na
     if (server == nullptr || server_name == nullptr || !server->can_connect()) return FWX_HOST_ERR_BAD_ARG;
     if (server->listener != nullptr) return FWX_HOST_ERR_NAME_TAKEN;
     return host_guarded(host_errno_nomem, [&] { return shm_listener_open(*server, server_name, &server->listener); });
+}
+
+void fwx_host_server_names(void (*fn)(void *arg, const char *server_name), void *arg) {
+    shm_names(fn, arg);
 }
 
 void fwx_host_server_unregister(fwx_host_server_t *server) {

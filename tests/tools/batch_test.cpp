@@ -1,4 +1,6 @@
 /* Commands of a batch: order, failures, answers that are late or never come. */
+#include <cerrno>
+
 #include "natctl_fixture.h"
 
 namespace {
@@ -50,13 +52,65 @@ TEST_F(batch_test, a_failed_batch_is_one_json_array_of_what_was_run) {
     EXPECT_EQ(json_t::parse(run("--json batch -", "# nothing\n").answers), json_t::array());
 }
 
-TEST_F(batch_test, json_lines_are_one_object_each) {
-    std::istringstream lines(run("--jsonl batch -", seven).answers);
+TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
+    const std::string sessions = "server sessions generate 3\nsessions walk\n";
+    std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
     size_t count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
-        EXPECT_TRUE(json_t::parse(line).is_object()) << line;
+        const json_t object = json_t::parse(line);
+        EXPECT_NE(object.at("line"), 0) << line;
+        EXPECT_NE(object.at("command"), "") << line;
     }
-    EXPECT_EQ(count, 5U);
+    EXPECT_EQ(count, 5U + 1 + 3 + 1);
+}
+
+TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses_a_second) {
+    const std::string pools =
+        "server sessions generate 2\npool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\n"
+        "sessions walk --limit 1\nsessions walk\n";
+    for (const std::string other : {"stats pools\n", "stats system\n", "status\n"}) {
+        const run_t result = run("--csv batch -", pools + other);
+        EXPECT_EQ(result.status, 2) << other;
+        EXPECT_EQ(std::count(result.answers.begin(), result.answers.end(), '\n'), 1 + 1 + 2) << result.answers;
+        EXPECT_NE(result.notes.find(": --csv gives one table, and that is one of sessions walk\n"), std::string::npos);
+    }
+    EXPECT_EQ(run("--csv batch -", "status\n" + pools).status, 2);
+}
+
+TEST_F(batch_test, a_line_may_go_on_and_a_file_begin_with_a_byte_order_mark) {
+    const run_t result = run("batch -",
+                             "\xef\xbb\xbftimeout set \\\r\n  --type 1 \\\n --value 3\n# no more \\\nlimit add --ty\\\n"
+                             "pe 1 --value x\nstatus \\\n");
+    EXPECT_EQ(result.answers, "line 1: timeout set: ok\n");
+    EXPECT_EQ(result.notes,
+              "natctl: line 5: limit add: --value x: must be 0 to 4294967295\n"
+              "natctl: 1 commands done, 1 failed, 1 not run\n");
+}
+
+/** Gives its text and then an error, as a disk or a network does. */
+class failing_input_t : public std::stringbuf {
+public:
+    explicit failing_input_t(const std::string &text) : std::stringbuf(text, std::ios::in) {}
+
+private:
+    int_type underflow() override {
+        const int_type next = std::stringbuf::underflow();
+        if (next != traits_type::eof()) return next;
+        errno = EIO;
+        throw std::ios_base::failure("read");
+    }
+};
+
+TEST_F(batch_test, input_that_fails_half_way_is_an_error_behind_what_was_read) {
+    failing_input_t failing("timeout set --type 1 --value 3\ntimeout set --type 2");
+    std::istream in(&failing);
+    std::ostringstream answers;
+    std::ostringstream notes;
+    EXPECT_EQ(run_natctl({"batch", "-"}, in, answers, notes), 2);
+    EXPECT_EQ(answers.str(), "line 1: timeout set: ok\n");
+    EXPECT_EQ(notes.str(),
+              "natctl: line 2: batch: standard input: Input/output error\n"
+              "natctl: 1 commands done, 1 failed, 0 not run\n");
 }
 
 struct failure_t {
@@ -128,7 +182,7 @@ TEST_F(batch_test, a_walk_shows_as_many_sessions_as_are_wanted) {
     EXPECT_EQ(outcomes[2].at("data").size(), 500U);
     EXPECT_EQ(outcomes[2].at("data")[1].at("dst_port"), 443);
     run_t csv = run("--csv batch -", lines);
-    EXPECT_EQ(std::count(csv.answers.begin(), csv.answers.end(), '\n'), 1 + 20 + 1 + 500);
+    EXPECT_EQ(std::count(csv.answers.begin(), csv.answers.end(), '\n'), 1 + 20 + 500);
 }
 
 TEST_F(batch_test, a_walk_stops_at_its_limit_also_when_the_server_goes_on) {
@@ -173,7 +227,7 @@ TEST_F(batch_test, the_clean_up_of_the_rule_table_is_ordered_when_the_server_is_
     const std::string rule =
         "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\nmapt bmr del --rule 5 --domain 6\n";
     const std::string trace = run("--trace batch -", rule + "server cleanup on\n" + rule).notes;
-    const size_t unasked = trace.find("op=del cleanup=0"), ordered = trace.find("op=del cleanup=1");
+    const size_t unasked = trace.find("op=del cleanup=false"), ordered = trace.find("op=del cleanup=true");
     EXPECT_TRUE(unasked < ordered && ordered != std::string::npos) << trace;
 }
 

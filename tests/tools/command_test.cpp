@@ -1,9 +1,12 @@
 /* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
+#include <fstream>
 #include <set>
 
 #include "fwx_nat64/result.h"
+#include "model/model.h"
 #include "natctl_fixture.h"
 #include "platform/runtime.h"
+#include "tests/support/runtime_directory.h"
 #include "wire/messages.h"
 
 namespace {
@@ -59,7 +62,7 @@ TEST_F(command_test, an_error_that_quotes_bytes_that_are_no_text_is_still_valid_
 TEST_F(command_test, an_option_of_natctl_may_follow_the_command) {
     run_t result = run("status --json");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(json_t::parse(result.answers).at("data").at("connected"), 1);
+    EXPECT_EQ(json_t::parse(result.answers).at("data").at("connected"), true);
 }
 
 TEST_F(command_test, status_shows_a_binding_without_outstanding_commands) {
@@ -75,7 +78,7 @@ TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
 }
 
 TEST_F(command_test, statistics_come_as_rows_in_every_format) {
-    EXPECT_EQ(run_json("stats system").at("data").at(0).at("pools"), 0);
+    EXPECT_EQ(run_json("stats system").at("data").at("pools"), 0);
     run_t csv = run("--csv stats system");
     EXPECT_EQ(csv.answers,
               "interfaces,prefixes,static_mappings,dynamic_mappings,pools,pool_ranges,loggings,rules,sessions\n"
@@ -163,6 +166,40 @@ TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {
     EXPECT_EQ(result.answers, "adj set: ok\n");
 }
 
+TEST_F(command_test, only_one_format_is_taken) {
+    for (const std::string two : {"--json --csv", "--csv --jsonl", "--jsonl --json"}) {
+        EXPECT_EQ(run(two + " status").status, 2) << two;
+        EXPECT_EQ(run("status " + two).status, 2) << two;
+    }
+}
+
+TEST_F(command_test, quiet_leaves_out_what_only_says_that_all_is_well) {
+    EXPECT_EQ(run("--quiet timeout set --type 1 --value 300").answers, "");
+    EXPECT_EQ(run("--quiet stats interfaces").answers, "none\n");
+    EXPECT_NE(run("--quiet timeout set --type 9 --value 300").notes, "");
+    EXPECT_EQ(run_json("--quiet timeout set --type 1 --value 300").at("status"), "ok");
+}
+
+/** Takes nothing, as a full disk. */
+class full_output_t : public std::streambuf {};
+
+TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {
+    const std::vector<std::string> commands[] = {
+        {"status"}, {"batch", "-"}, {"--help"}, {"completion", "bash"}, {"complete", "stats"}, {"serve", "full"}};
+    for (const std::string format : {"--quiet", "--json", "--jsonl", "--csv"}) {
+        for (std::vector<std::string> words : commands) {
+            const bool has_options = words[0] != "complete";
+            if (has_options) words.insert(words.begin(), format);
+            full_output_t full;
+            std::ostream answers(&full);
+            std::istringstream in("status\n");
+            std::ostringstream notes;
+            EXPECT_EQ(run_natctl(words, in, answers, notes), 2) << format << ' ' << words.back();
+            EXPECT_EQ(notes.str().rfind("natctl: standard output: ", 0), 0U) << notes.str();
+        }
+    }
+}
+
 TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
     for (const std::string option : {"--capture file", "--trace", "--dry-run", "--connect other", "--debug-level 1"}) {
         const run_t result = run(option + " serve name");
@@ -172,10 +209,40 @@ TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
 }
 
 TEST_F(command_test, completion_offers_what_may_come_next) {
-    EXPECT_EQ(run("complete limit ''").answers.substr(0, 12), "add\nmod\ndel\n");
-    EXPECT_EQ(run("complete timeout set --v").answers, "--value\n");
-    EXPECT_EQ(run("complete server not").answers, "notify\n");
-    EXPECT_NE(run("completion bash").answers.find("complete -o default -F _natctl natctl"), std::string::npos);
+    const runtime_directory_t directory;
+    const std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop(fwx_host_loop_create(),
+                                                                             fwx_host_loop_destroy);
+    const auto model = fwx_nat64_model_t::create(loop.get(), "listening");
+    ASSERT_EQ(fwx_host_server_listen(fwx_host_server_find("listening"), "gateway-1"), 0U);
+    std::ofstream(directory.sockets() + "/gateway-1.txt") << "no server";
+    struct completion_t {
+        const char *line;
+        const char *words;
+    };
+    constexpr completion_t completed[] = {
+        {"limit ''", "add\nmod\ndel\n--help\n"},
+        {"server not", "notify\n"},
+        {"timeout set --v", "--value\n"},
+        {"timeout set --value 1 --type=2 --", "--help\n"},
+        {"timeout set --type ''", ""},
+        {"--jsonl --",
+         "--help\n--version\n--trace\n--capture\n--dry-run\n--keep-going\n--pipeline\n--timeout\n"
+         "--connect\n--debug-level\n--quiet\n"},
+        {"server release --order re", "reverse\n"},
+        {"server silent o", "on\noff\n"},
+        {"server silent on o", ""},
+        {"server notify record --op ''", "add\ndel\n"},
+        {"--connect ''", "gateway-1\n"},
+        {"status --connect gate", "gateway-1\n"},
+        {"--capture x", ":\n"},
+        {"batch exa", ":\n"},
+        {"serve --state ''", ":\n"},
+        {"completion ''", "bash\n--help\n"},
+    };
+    for (const completion_t &completion : completed) {
+        EXPECT_EQ(run(std::string("complete ") + completion.line).answers, completion.words) << completion.line;
+    }
+    EXPECT_NE(run("completion bash").answers.find("complete -F _natctl natctl"), std::string::npos);
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST(decode_test, a_message_reads_as_its_name_its_length_and_its_fields) {
              "04000000"
              "05000000"
              "01000000",
-         "<- unsol_debug 28 bytes: event=4 selector=5 on=1"},
+         "<- unsol_debug 28 bytes: event=4 selector=5 on=true"},
         {FWX_HOST_RECEIVED, "0fc06000", "<- unknown 4 bytes: bytes=0fc06000"},
         {FWX_HOST_SENT,
          "03c06000" + async_header_rest +

@@ -72,7 +72,21 @@ constexpr field_error_t field_errors[] = {
     {"--timeout 0 status", "--timeout 0: must be 1 to 2147483647"},
     {"--debug-level 5 status", "--debug-level 5: must be 0 to 4"},
     {"--pipeline 0 status", "--pipeline 0: must be 1 to 4294967295"},
+    {"--connect '' status", "--connect '': must be the name of a server"},
     {"frob", "frob: must be status, timeout, limit, "},
+    {"tiemout set", "natctl: tiemout: did you mean timeout?\n"},
+    {"mapt bmr ad", "mapt bmr: ad: did you mean add?\n"},
+    {"timeout set --tpye 1 --value 2", "timeout set: --tpye: did you mean --type?\n"},
+    {"timeout set --type 1 --vale=2", "timeout set: --vale=2: did you mean --value?\n"},
+    {"sessions walk --limt 2", "sessions walk: --limt: did you mean --limit?\n"},
+    {"sessions clear", "sessions: clear: must be walk"},
+    {"status --jsn", "status: --jsn: did you mean --json?\n"},
+    {"timeout set --type 1111111111222222222233333333334444444444555555555566666666667 --value 1",
+     "--type 111111111122222222223333333333444444444455555555556666666666...: must be 1 to 7\n"},
+    {"timeout set --type 11111111112222222222333333333344444444445555555555666666666\xc3\xa4 --value 1",
+     "--type 11111111112222222222333333333344444444445555555555666666666...: must be 1 to 7\n"},
+    {"mapt 1111111111222222222233333333334444444444555555555566666666667",
+     "mapt: 111111111122222222223333333333444444444455555555556666666666...: must be show, lookup, bmr, dmr\n"},
     {"limit", "limit: must go on with add, mod, del"},
     {"limit frob", "limit: frob: must be add, mod, del"},
     {"mapt bmr mod", "mapt bmr: mod: must be add, del"},
@@ -130,6 +144,8 @@ TEST_F(field_errors_test, a_line_of_a_batch_is_read_as_the_words_of_a_command_li
         "timeout set --type 1 --value 2 first second",
         "timeout --type 1 set --value 2",
         "limit ''",
+        "limit add --tpye 1",
+        "limit sett",
         "limit add --type 1 --value 2 -1",
         "limit add --Type 1 --value=''",
         "limit del --type 1 --value 7",
@@ -152,7 +168,8 @@ TEST_F(field_errors_test, a_line_of_a_batch_is_read_as_the_words_of_a_command_li
     };
     for (const field_error_t &wrong : field_errors) {
         const std::string line = wrong.command;
-        const bool is_line = line.substr(0, 2) != "--" && line.substr(0, 5) != "batch" && line != "frob";
+        const bool is_line = line.substr(0, 2) != "--" && line.substr(0, 5) != "batch" && line != "frob" &&
+                             line != "status --jsn" && line != "tiemout set";
         if (is_line) lines.push_back(line);
     }
     std::string batch;

@@ -1,8 +1,13 @@
 #include "tools/natctl/batch.h"
 
+#include <cerrno>
+#include <cstring>
 #include <deque>
+#include <utility>
 
 namespace {
+
+constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
 
 bool has_command(const std::string &line) {
     size_t start = line.find_first_not_of(" \t\r");
@@ -14,8 +19,40 @@ public:
     batch_t(line_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
         : parser_(parser), is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {}
 
+    /** Takes the next line that was read. */
+    void read(std::string &text) {
+        if (is_shell_) return take(text);
+        const bool has_mark = ++lines_read_ == 1 && text.compare(0, byte_order_mark.size(), byte_order_mark) == 0;
+        if (has_mark) text.erase(0, byte_order_mark.size());
+        const bool is_begun = !begun_.empty();
+        if (!is_begun) line_ = lines_read_;
+        const size_t last = text.find_last_not_of('\r');
+        const bool goes_on = last != std::string::npos && text[last] == '\\' && (is_begun || has_command(text));
+        if (goes_on) {
+            begun_.append(text, 0, last);
+        } else {
+            take(is_begun ? std::exchange(begun_, {}) + text : text);
+        }
+    }
+
+    void fail(const usage_error_t &error) {
+        line_ = is_shell_ ? 0 : lines_read_ + 1;
+        refuse(error);
+    }
+
+    status_t end() {
+        if (!begun_.empty()) take(begun_);
+        finish_down_to(0);
+        bool has_failed = first_failure_ != status_t::ok && !is_shell_;
+        if (has_failed) {
+            output_.note("natctl: " + std::to_string(done_) + " commands done, " + std::to_string(failed_) +
+                         " failed, " + std::to_string(not_run_) + " not run");
+        }
+        return first_failure_;
+    }
+
+private:
     void take(const std::string &text) {
-        if (!is_shell_) ++line_;
         if (is_stopped()) {
             not_run_ += has_command(text) ? 1 : 0;
             return;
@@ -29,20 +66,10 @@ public:
         } catch (const help_request_t &help) {
             output_.note(help.text);
         }
-        finish_down_to(options_.pipeline - 1);
+        finish_down_to(is_shell_ ? 0 : options_.pipeline - 1);
+        if (is_shell_) output_.flush();
     }
 
-    status_t end() {
-        finish_down_to(0);
-        bool has_failed = first_failure_ != status_t::ok && !is_shell_;
-        if (has_failed) {
-            output_.note("natctl: " + std::to_string(done_) + " commands done, " + std::to_string(failed_) +
-                         " failed, " + std::to_string(not_run_) + " not run");
-        }
-        return first_failure_;
-    }
-
-private:
     bool is_stopped() const { return first_failure_ != status_t::ok && !options_.keep_going && !is_shell_; }
 
     void refuse(const usage_error_t &error) {
@@ -64,10 +91,10 @@ private:
     }
 
     void report(const outcome_t &outcome) {
-        output_.report(outcome);
-        bool is_done = outcome.status == status_t::ok;
-        ++(is_done ? done_ : failed_);
-        if (!is_done && first_failure_ == status_t::ok) first_failure_ = outcome.status;
+        const status_t status = output_.report(outcome);
+        ++(status == status_t::ok ? done_ : failed_);
+        if (first_failure_ == status_t::ok) first_failure_ = status;
+        output_.progress(done_, failed_);
     }
 
     line_parser_t &parser_;
@@ -76,7 +103,9 @@ private:
     pal_t &pal_;
     output_t &output_;
     std::deque<pal_t::call_id_t> started_;
-    uint32_t line_ = 0;
+    std::string begun_;       /* a line that goes on */
+    uint32_t lines_read_ = 0; /* of a file */
+    uint32_t line_ = 0;       /* in which the command begins */
     size_t done_ = 0;
     size_t failed_ = 0;
     size_t not_run_ = 0;
@@ -85,12 +114,26 @@ private:
 
 }  // namespace
 
+next_line_fn_t lines_of(std::istream &stream, const usage_error_t &source) {
+    return [&stream, source](std::string &line) {
+        errno = 0;
+        const bool is_read = static_cast<bool>(std::getline(stream, line));
+        if (!is_read && stream.bad()) {
+            throw usage_error_t{source.command, source.text + ": " + std::strerror(errno == 0 ? EIO : errno)};
+        }
+        return is_read;
+    };
+}
+
 status_t run_batch(line_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
                    const options_t &options, pal_t &pal, output_t &output) {
     batch_t batch(parser, source, options, pal, output);
-    std::string line;
-    while (next_line(line)) {
-        batch.take(line);
+    try {
+        for (std::string line; next_line(line);) {
+            batch.read(line);
+        }
+    } catch (const usage_error_t &error) {
+        batch.fail(error);
     }
     return batch.end();
 }

@@ -1,10 +1,13 @@
 #include "tools/natctl/cli.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 
 #include "fwx_host/capture.h"
 #include "fwx_host/errors.h"
@@ -30,10 +33,13 @@ format_t format_of(const std::vector<std::string> &words) {
     return format_t::text;
 }
 
-void add_format_options(CLI::App &app) {
-    app.add_flag("--json", "One JSON document: an object, or an array for a batch");
-    app.add_flag("--jsonl", "One JSON object a line");
-    app.add_flag("--csv", "Tables as comma-separated values");
+void add_output_options(CLI::App &app, options_t &options) {
+    CLI::Option *json = app.add_flag("--json", "One JSON document: an object, or an array for a batch");
+    CLI::Option *jsonl = app.add_flag("--jsonl", "One JSON object a line, rows of sessions as they come");
+    CLI::Option *csv = app.add_flag("--csv", "One table of comma-separated values; a batch with a second is refused");
+    json->excludes(jsonl)->excludes(csv);
+    jsonl->excludes(csv);
+    app.add_flag("--quiet", options.quiet, "Leaves out what only says that all is well");
 }
 
 void add_client_options(CLI::App &app, options_t &options) {
@@ -45,30 +51,47 @@ void add_client_options(CLI::App &app, options_t &options) {
     number_field(app, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
     number_field(app, "--timeout", options.timeout_ms, "milliseconds to wait for an answer, 5000 without it", 1,
                  INT32_MAX);
-    app.add_option("--connect", options.connect, "The server process of that name instead of the embedded model")
-        ->type_name("NAME");
+    auto connect = [&options](const std::string &name) {
+        const std::string error = name.empty() ? record_field_error("--connect", name, "the name of a server") : "";
+        if (!error.empty()) throw CLI::ValidationError(error, CLI::ExitCodes::ValidationError);
+        options.connect = name;
+    };
+    app.add_option_function<std::string>("--connect", connect,
+                                         "The server process of that name, not the embedded model")
+        ->type_name("SERVER");
     number_field(app, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
+}
+
+outcome_t usage_outcome(const usage_error_t &error) {
+    outcome_t outcome;
+    outcome.command = error.command;
+    outcome.status = status_t::usage;
+    outcome.error = error.text;
+    return outcome;
 }
 
 /** A command line as parsed: either a command or what comes line by line. */
 class command_line_t {
 public:
     command_line_t() : root_("Drives the NAT64 service through the client library", "natctl"), grammar_(root_) {
+        root_.set_version_flag("--version", "natctl " NATCTL_VERSION "\n", "Prints the version");
         root_.fallthrough();
         for (CLI::App *group : root_.get_subcommands([](CLI::App *) { return true; })) {
             fall_through(*group);
         }
         add_client_options(root_, options);
-        batch_ = root_.add_subcommand("batch", "Carries out the commands of a file, one a line");
+        batch_ = root_.add_subcommand(
+            "batch", "Carries out the commands of a file, one a line; a backslash at its end joins the next");
         batch_->add_option("file", file, "the file, - for standard input")->required()->type_name("FILE");
         serve_ = root_.add_subcommand("serve", "Runs the server model as a process of its own, until a signal ends it");
         serve_->add_option("name", serve.name, "the name that --connect takes")->required()->type_name("NAME");
         serve_->add_option("--state", serve.state_file, "file that keeps the configuration over restarts")
             ->type_name("FILE");
         for (CLI::Option *option : root_.get_options()) {
-            if (option != root_.get_help_ptr()) serve_->excludes(option);
+            const bool is_question = option == root_.get_help_ptr() || option == root_.get_version_ptr();
+            if (!is_question) serve_->excludes(option);
         }
-        add_format_options(root_);
+        add_output_options(root_, options);
         shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
         completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
         completion_->add_subcommand("bash", "For bash");
@@ -78,21 +101,38 @@ public:
         }
     }
 
-    void parse(const std::vector<std::string> &words) {
-        command = grammar_.parse(words);
+    /** Returns what is wrong with the words, or an outcome that is ok. */
+    outcome_t parse(const std::vector<std::string> &words) {
         options.format = format_of(words);
+        try {
+            command = grammar_.parse(words);
+        } catch (const usage_error_t &error) {
+            return usage_outcome(error);
+        } catch (const help_request_t &help) {
+            text = help.text;
+        }
+        if (completion_->parsed()) text = bash_completion;
+        const bool has_lines = is_serve() && options.format == format_t::json;
+        if (has_lines) options.format = format_t::jsonl;
+        return {};
+    }
+    /** Answers what may come next behind the words. */
+    void complete(const std::vector<std::string> &words) {
+        text.emplace();
+        for (const std::string &word : completions(root_, words)) {
+            *text += word + '\n';
+        }
     }
     bool is_batch() const { return batch_->parsed(); }
     bool is_shell() const { return shell_->parsed(); }
     bool is_serve() const { return serve_->parsed(); }
     bool has_many() const { return is_batch() || is_shell(); }
-    bool is_completion() const { return completion_->parsed(); }
-    const CLI::App &root() const { return root_; }
 
     command_t command; /* as parsed; without a name when it is none of the grammar's */
     options_t options;
     serve_options_t serve;
     std::string file;
+    std::optional<std::string> text; /* that is the whole answer */
 
 private:
     /** Options of natctl itself may also follow the command. */
@@ -111,38 +151,22 @@ private:
     CLI::App *completion_;
 };
 
-outcome_t usage_outcome(const usage_error_t &error) {
-    outcome_t outcome;
-    outcome.command = error.command;
-    outcome.status = status_t::usage;
-    outcome.error = error.text;
-    return outcome;
-}
-
-status_t report(output_t &output, const outcome_t &outcome) {
-    output.report(outcome);
-    return outcome.status;
-}
-
 status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, output_t &output) {
-    auto read_from = [](std::istream &stream) {
-        return [&stream](std::string &text) { return static_cast<bool>(std::getline(stream, text)); };
-    };
+    const bool is_file = line.file != "-";
+    std::ifstream file;
+    if (is_file) file.open(line.file);
+    const bool is_open = !is_file || file.is_open();
+    if (!is_open) return output.report(usage_outcome({"batch", line.file + ": " + std::strerror(errno)}));
     line_parser_t parser;
-    if (line.file == "-") return run_batch(parser, line_source_t::file, read_from(input), line.options, pal, output);
-    errno = 0;
-    std::ifstream file(line.file);
-    file.peek(); /* a directory opens, but cannot be read */
-    bool is_readable = file.good() || (file.eof() && errno == 0);
-    if (!is_readable) return report(output, usage_outcome({"batch", line.file + ": " + std::strerror(errno)}));
-    file.clear();
-    return run_batch(parser, line_source_t::file, read_from(file), line.options, pal, output);
+    const usage_error_t source = {"batch", is_file ? line.file : "standard input"};
+    const next_line_fn_t lines = lines_of(is_file ? file : input, source);
+    return run_batch(parser, line_source_t::file, lines, line.options, pal, output);
 }
 
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
     pal_t pal(line.options, [&output](const std::string &text) { output.note(text); });
     outcome_t bound = pal.bind();
-    if (bound.status != status_t::ok) return report(output, bound);
+    if (bound.status != status_t::ok) return output.report(bound);
     bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;
     auto stream = [&output](const outcome_t &of, const json_t &rows) { output.stream_rows(of, rows); };
     if (streams_rows) pal.stream_rows(stream);
@@ -151,7 +175,7 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
         line_parser_t parser;
         return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
     }
-    return report(output, pal.finish(pal.start(line.command, 0)));
+    return output.report(pal.finish(pal.start(line.command, 0)));
 }
 
 /** As run_command, with the messages captured if the user wants them to be. */
@@ -159,7 +183,7 @@ status_t run_captured(const command_line_t &line, std::istream &input, output_t 
     if (!line.options.capture.has_value()) return run_command(line, input, output);
     const std::string &file = *line.options.capture;
     uint32_t code = fwx_host_capture_open(file.c_str());
-    if (code != 0) return report(output, usage_outcome({"", "--capture " + file + ": " + xerr_strerror(code)}));
+    if (code != 0) return output.report(usage_outcome({"", "--capture " + file + ": " + xerr_strerror(code)}));
     status_t status = run_command(line, input, output);
     code = fwx_host_capture_close();
     if (code == 0) return status;
@@ -167,32 +191,33 @@ status_t run_captured(const command_line_t &line, std::istream &input, output_t 
     return status == status_t::ok ? status_t::usage : status;
 }
 
+/** Whether somebody looks at the notes of a batch but not at its answers. */
+bool is_progress_seen(const std::ostream &notes) {
+    return &notes == &std::cerr && isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0;
+}
+
+status_t run(const command_line_t &line, std::istream &input, output_t &output) {
+    if (line.is_serve()) return output.report(serve(line.serve, output));
+    if (!line.text.has_value()) return run_captured(line, input, output);
+    output.print(*line.text);
+    return status_t::ok;
+}
+
 }  // namespace
 
 int run_natctl(const std::vector<std::string> &words, std::istream &input, std::ostream &answers, std::ostream &notes) {
     fwx_nat64_model_t::add_error_texts();
     command_line_t line;
-    bool asks_completions = !words.empty() && words.front() == "complete";
+    outcome_t parsed;
+    const bool asks_completions = !words.empty() && words.front() == "complete";
     if (asks_completions) {
-        for (const std::string &word : completions(line.root(), {words.begin() + 1, words.end()})) {
-            answers << word << '\n';
-        }
-        return 0;
-    }
-    try {
-        line.parse(words);
-    } catch (const usage_error_t &error) {
-        output_t output(format_of(words), line.has_many(), answers, notes);
-        return static_cast<int>(report(output, usage_outcome(error)));
-    } catch (const help_request_t &help) {
-        answers << help.text;
-        return 0;
-    }
-    if (line.is_completion()) {
-        answers << bash_completion;
-        return 0;
+        line.complete({words.begin() + 1, words.end()});
+    } else {
+        parsed = line.parse(words);
     }
     output_t output(line.options.format, line.has_many(), answers, notes);
-    if (line.is_serve()) return static_cast<int>(report(output, serve(line.serve, answers, notes)));
-    return static_cast<int>(run_captured(line, input, output));
+    if (line.options.quiet) output.quiet();
+    if (line.is_batch() && is_progress_seen(notes)) output.show_progress();
+    return static_cast<int>(
+        output.end(parsed.status == status_t::ok ? run(line, input, output) : output.report(parsed)));
 }

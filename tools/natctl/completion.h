@@ -9,8 +9,13 @@ namespace CLI {
 class App;
 }
 
-/** The subcommands and options of `root` that may stand where the last of `words` is and begin with it. */
+/**
+ * What may stand where the last of `words` is and begins with it: subcommands, options that are not there yet, values
+ * of the option before it or of an argument. Where a file's name may stand: completion_of_files alone.
+ */
 std::vector<std::string> completions(const CLI::App &root, const std::vector<std::string> &words);
+
+constexpr char completion_of_files[] = ":";
 
 /** A bash script that has natctl itself complete its command lines. */
 extern const char bash_completion[];

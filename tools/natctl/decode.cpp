@@ -48,9 +48,10 @@ json_t operation_json(uint64_t op) {
 json_t field_json(const wire_field_t &field, const uint8_t *at) {
     switch (field.kind) {
         case wire_kind_t::number:
-        case wire_kind_t::flag:
         case wire_kind_t::code:
             return wire_read(at, field.width);
+        case wire_kind_t::flag:
+            return wire_read(at, field.width) != 0;
         case wire_kind_t::hex:
             return hex_number(wire_read(at, field.width));
         case wire_kind_t::operation:

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "records/misspelt.h"
+
 namespace {
 
 /** The words that were recognised as a command, or as the beginning of one. */
@@ -23,23 +25,44 @@ const CLI::App &deepest_parsed(const CLI::App &root) {
     return *app;
 }
 
-/** `add, mod, del`, or empty for a command without verbs. */
-std::string verbs_of(const CLI::App &app) {
-    std::string verbs;
+/** The words of the commands that `app` may go on with. */
+std::vector<std::string_view> verbs_of(const CLI::App &app) {
+    std::vector<std::string_view> verbs;
     for (const CLI::App *verb : app.get_subcommands([](const CLI::App *) { return true; })) {
-        verbs += (verbs.empty() ? "" : ", ") + verb->get_name();
+        verbs.emplace_back(verb->get_name());
     }
     return verbs;
 }
 
+/** The options that a command takes, its own first. */
+std::vector<std::string> options_of(const CLI::App &command) {
+    std::vector<std::string> names;
+    for (const CLI::App *app = &command; app != nullptr; app = app->get_parent()) {
+        for (const CLI::Option *option : app->get_options()) {
+            for (const std::string &name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+    }
+    return names;
+}
+
 std::string error_text(const CLI::App &root, const CLI::ParseError &error) {
-    std::vector<std::string> rest = root.remaining(true);
-    std::string verbs = verbs_of(deepest_parsed(root));
-    bool lacks_verb = !verbs.empty() && dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
-    if (lacks_verb) return rest.empty() ? "must go on with " + verbs : rest.front() + ": must be " + verbs;
-    bool has_extra = dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr && !rest.empty();
-    if (has_extra) return rest.front() + ": not expected here, see --help";
-    return error.what();
+    const std::vector<std::string> rest = root.remaining(true);
+    const CLI::App &command = deepest_parsed(root);
+    const std::vector<std::string_view> verbs = verbs_of(command);
+    const bool lacks_word = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+    if (lacks_word && !verbs.empty()) {
+        std::string list;
+        for (const std::string_view verb : verbs) {
+            list.append(list.empty() ? "" : ", ").append(verb);
+        }
+        return rest.empty() ? "must go on with " + list : wrong_word_text(rest.front(), verbs, "must be " + list);
+    }
+    const bool has_extra = lacks_word || dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr;
+    if (!has_extra || rest.empty()) return error.what();
+    const std::vector<std::string> options = options_of(command);
+    return wrong_word_text(rest.front(), {options.begin(), options.end()}, "not expected here, see --help");
 }
 
 }  // namespace
@@ -90,6 +113,8 @@ command_t grammar_t::parse(std::vector<std::string> words) {
     std::reverse(words.begin(), words.end());
     try {
         root_.parse(words);
+    } catch (const CLI::CallForVersion &version) {
+        throw help_request_t{version.what()};
     } catch (const CLI::Success &) {
         throw help_request_t{root_.help()};
     } catch (const CLI::ParseError &error) {

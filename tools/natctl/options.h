@@ -10,6 +10,7 @@ enum class format_t : uint8_t { text, csv, json, jsonl };
 
 struct options_t {
     format_t format = format_t::text;
+    bool quiet = false; /* nothing is said of what went well */
     bool trace = false;
     bool dry_run = false;
     std::optional<std::string> capture; /* file that gets the messages */

@@ -1,15 +1,26 @@
 #include "tools/natctl/output.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
+#include "fwx_host/loop.h"
 #include "tools/natctl/decode.h"
 
 namespace {
 
-json_t outcome_json(const outcome_t &outcome) {
+constexpr uint64_t progress_every_ms = 200;
+
+/** The members that every object begins with. */
+json_t label_json(const outcome_t &outcome) {
     json_t object = json_t::object();
     if (outcome.line != 0) object["line"] = outcome.line;
     object["command"] = outcome.command;
+    return object;
+}
+
+json_t outcome_json(const outcome_t &outcome) {
+    json_t object = label_json(outcome);
     object["status"] = status_name(outcome.status);
     object["code"] = outcome.code;
     if (!outcome.error.empty()) object["error"] = outcome.error;
@@ -36,30 +47,62 @@ std::string csv_text(const json_t &value) {
 }  // namespace
 
 output_t::output_t(format_t format, bool is_list, std::ostream &answers, std::ostream &notes)
-    : format_(format), is_list_(is_list), answers_(answers), notes_(notes) {}
+    : format_(format),
+      is_list_(is_list),
+      next_progress_(fwx_host_clock_ms() + progress_every_ms),
+      answers_(answers),
+      notes_(notes) {}
 
-output_t::~output_t() {
-    bool is_open_document = format_ == format_t::json && is_list_;
-    if (is_open_document) answers_ << (is_first_ ? "[]\n" : "\n]\n");
-    answers_.flush();
-}
-
-void output_t::report(const outcome_t &outcome) {
+status_t output_t::report(const outcome_t &outcome) {
+    if (is_other_table(outcome, outcome.data) || is_table_refused_) {
+        is_table_refused_ = false;
+        outcome_t refused;
+        refused.command = outcome.command;
+        refused.line = outcome.line;
+        refused.status = status_t::usage;
+        refused.error = "--csv gives one table, and that is one of " + table_;
+        return report(refused);
+    }
+    clear_progress();
     switch (format_) {
         case format_t::json:
         case format_t::jsonl:
             print_json(outcome_json(outcome));
             break;
         case format_t::csv:
-            print_csv(rows_of(outcome.data));
+            print_csv(outcome, rows_of(outcome.data));
             break;
         case format_t::text:
             print_text(outcome);
             break;
     }
-    widths_.clear();
-    std::string label = outcome_label(outcome);
+    if (format_ != format_t::csv) widths_.clear();
+    const std::string label = outcome_label(outcome);
     if (outcome.status != status_t::ok) note("natctl: " + label + (label.empty() ? "" : ": ") + outcome.error);
+    return answers_.good() || flush() ? outcome.status : status_t::usage;
+}
+
+bool output_t::is_other_table(const outcome_t &of, const json_t &rows) const {
+    const bool has_rows = format_ == format_t::csv && !rows.empty();
+    return has_rows && !table_.empty() && table_ != of.command;
+}
+
+bool output_t::flush() {
+    if (answers_.good()) {
+        errno = 0;
+        answers_.flush();
+    }
+    if (answers_.good() || has_failed_) return answers_.good();
+    has_failed_ = true;
+    note(std::string("natctl: standard output: ") + std::strerror(errno == 0 ? EIO : errno));
+    return false;
+}
+
+status_t output_t::end(status_t status) {
+    clear_progress();
+    const bool is_open_document = format_ == format_t::json && is_list_;
+    if (is_open_document) answers_ << (is_first_ ? "[]\n" : "\n]\n");
+    return flush() ? status : status_t::usage;
 }
 
 void output_t::print_json(const json_t &object) {
@@ -75,7 +118,7 @@ void output_t::print_text(const outcome_t &outcome) {
     if (outcome.status != status_t::ok) return;
     bool has_streamed = !widths_.empty();
     bool has_answer = !outcome.data.is_null() || !outcome.messages.is_null();
-    if (!has_answer && !has_streamed) answers_ << outcome_label(outcome) << ": ok\n";
+    if (!has_answer && !has_streamed && !is_quiet_) answers_ << outcome_label(outcome) << ": ok\n";
     if (has_answer) print_heading(outcome);
     for (const json_t &message : outcome.messages) {
         answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';
@@ -132,7 +175,8 @@ void output_t::print_rows(const json_t &rows) {
     }
 }
 
-void output_t::print_csv(const json_t &rows) {
+void output_t::print_csv(const outcome_t &of, const json_t &rows) {
+    if (!rows.empty()) table_ = of.command;
     auto print_line = [this](const std::vector<std::string> &cells) {
         const char *separator = "";
         for (const std::string &cell : cells) {
@@ -155,18 +199,46 @@ void output_t::print_csv(const json_t &rows) {
 }
 
 void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
+    is_table_refused_ = is_table_refused_ || is_other_table(of, rows);
+    if (is_table_refused_) return;
     if (format_ == format_t::text) {
         if (widths_.empty()) print_heading(of);
         print_rows(rows);
     }
-    if (format_ == format_t::csv) print_csv(rows);
+    if (format_ == format_t::csv) print_csv(of, rows);
     if (format_ != format_t::jsonl) return;
     for (const json_t &row : rows) {
-        print_json(row);
+        json_t object = label_json(of);
+        object.update(row);
+        print_json(object);
+    }
+}
+
+void output_t::announce(const outcome_t &of, const char *word, const std::string &name) {
+    if (format_ == format_t::text) {
+        answers_ << word << ' ' << name << '\n';
+    } else {
+        json_t row;
+        row[word] = name;
+        stream_rows(of, json_t::array({std::move(row)}));
     }
 }
 
 void output_t::note(const std::string &text) {
+    clear_progress();
     answers_.flush();
     notes_ << text << '\n' << std::flush;
+}
+
+void output_t::progress(size_t done, size_t failed) {
+    const bool is_due = shows_progress_ && fwx_host_clock_ms() >= next_progress_;
+    if (!is_due) return;
+    next_progress_ = fwx_host_clock_ms() + progress_every_ms;
+    notes_ << '\r' << done << " commands done, " << failed << " failed" << std::flush;
+    has_progress_ = true;
+}
+
+void output_t::clear_progress() {
+    if (has_progress_) notes_ << "\r\x1b[K" << std::flush;
+    has_progress_ = false;
 }

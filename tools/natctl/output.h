@@ -13,30 +13,53 @@ class output_t {
 public:
     /** `is_list`: several outcomes may come, and JSON is an array of them. */
     output_t(format_t format, bool is_list, std::ostream &answers, std::ostream &notes);
-    /** Completes the JSON document. */
-    ~output_t();
     output_t(const output_t &) = delete;
     output_t &operator=(const output_t &) = delete;
 
-    void report(const outcome_t &outcome);
+    /** Leaves out what only says that all is well. */
+    void quiet() { is_quiet_ = true; }
+    /** Shows how far a batch has come where somebody can see it and the answers do not. */
+    void show_progress() { shows_progress_ = !is_quiet_; }
+
+    /** Returns the outcome's status, or the one of an answer that could not be given. */
+    status_t report(const outcome_t &outcome);
     /** Rows that arrived before the outcome of their command; not for JSON, which has them in the outcome. */
     void stream_rows(const outcome_t &of, const json_t &rows);
+    /** `serving alpha`: an answer before the outcome of its command. */
+    void announce(const outcome_t &of, const char *word, const std::string &name);
+    /** An answer that is a text in every format. */
+    void print(const std::string &text) { answers_ << text; }
     void note(const std::string &text);
+    /** What a batch has done so far; seen now and then. */
+    void progress(size_t done, size_t failed);
+    /** Hands on what is written; false when that failed, now or before, which is noted once. */
+    bool flush();
+    /** Completes the answers; returns the status, or the one of answers that could not be written. */
+    status_t end(status_t status);
 
 private:
+    bool is_other_table(const outcome_t &of, const json_t &rows) const;
     void print_json(const json_t &object);
     void print_text(const outcome_t &outcome);
     void print_heading(const outcome_t &outcome);
     void print_object(const json_t &object);
     void print_rows(const json_t &rows);
-    void print_csv(const json_t &rows);
+    void print_csv(const outcome_t &of, const json_t &rows);
+    void clear_progress();
 
     format_t format_;
     bool is_list_;
+    bool is_quiet_ = false;
     bool is_first_ = true;
+    bool has_failed_ = false;
+    bool shows_progress_ = false;
+    bool has_progress_ = false;
+    bool is_table_refused_ = false; /* rows were dropped that belong to another table than CSV is */
+    uint64_t next_progress_;        /* by the platform's clock */
     std::ostream &answers_;
     std::ostream &notes_;
-    std::vector<size_t> widths_; /* of the columns of rows that were streamed */
+    std::string table_;          /* command whose table CSV is; empty: none yet */
+    std::vector<size_t> widths_; /* of the columns of rows that were streamed, and of the table that CSV is */
 };
 
 #endif

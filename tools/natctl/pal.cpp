@@ -162,7 +162,12 @@ void pal_t::query_failed(void *ctx) {
 void pal_t::entries(void *ctx, uint16_t msgno, const void *entries, uint32_t count) {
     call_t *call = find(ctx);
     if (call == nullptr || call->given_up) return;
-    append_rows(call->outcome.data, decode_entries(msgno, entries, count));
+    json_t rows = decode_entries(msgno, entries, count);
+    if (msgno == FWX_NAT64_MSG_STATS_SYS) {
+        call->outcome.data = std::move(rows.front());
+    } else {
+        append_rows(call->outcome.data, std::move(rows));
+    }
 }
 
 bool pal_t::walked(void *ctx, const void *entries, uint32_t count) {

@@ -45,9 +45,9 @@ private:
 
 class server_t {
 public:
-    server_t(const serve_options_t &options, std::ostream &notes)
+    server_t(const serve_options_t &options, output_t &output)
         : options_(options),
-          notes_(notes),
+          output_(output),
           loop_(fwx_host_loop_create(), fwx_host_loop_destroy),
           model_(fwx_nat64_model_t::create(loop_.get(), FWX_NAT64_CHANNEL_NAME)) {
         model_->observe_refusals(refused, this);
@@ -88,18 +88,19 @@ private:
         saved_commands_ = commands();
         if (options_.state_file.empty()) return "";
         std::string error = state_file_write(options_.state_file, model_.get());
-        if (!error.empty() && !ended_) notes_ << "natctl: " << error << std::endl;
+        if (!error.empty() && !ended_) output_.note("natctl: " + error);
         return error;
     }
 
     static void refused(void *arg, const void *msg, size_t size, uint32_t code) {
         const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
-        static_cast<server_t *>(arg)->notes_ << "natctl: refused " << (message == nullptr ? "a message" : message->name)
-                                             << " of " << size << " bytes: " << xerr_strerror(code) << std::endl;
+        const std::string name = message == nullptr ? "a message" : message->name;
+        static_cast<server_t *>(arg)->output_.note("natctl: refused " + name + " of " + std::to_string(size) +
+                                                   " bytes: " + xerr_strerror(code));
     }
 
     const serve_options_t &options_;
-    std::ostream &notes_;
+    output_t &output_;
     end_signals_t signals_;
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<fwx_nat64_model_t> model_;
@@ -110,13 +111,15 @@ private:
 
 }  // namespace
 
-outcome_t serve(const serve_options_t &options, std::ostream &answers, std::ostream &notes) {
+outcome_t serve(const serve_options_t &options, output_t &output) {
     outcome_t outcome;
     outcome.command = "serve";
-    server_t server(options, notes);
+    server_t server(options, output);
     outcome.error = server.open();
     if (outcome.error.empty()) {
-        answers << "serving " << options.name << std::endl;
+        output.announce(outcome, "serving", options.name);
+        /* Who waits to hear that would wait for ever. */
+        if (!output.flush()) return outcome;
         outcome.error = server.run();
     }
     if (!outcome.error.empty()) outcome.status = status_t::usage;

@@ -1,10 +1,13 @@
 #include "tools/natctl/shell.h"
 
 #include <editline/readline.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <memory>
@@ -34,13 +37,62 @@ char **complete_word(const char *text, int, int) {
     return rl_completion_matches(text, next_match);
 }
 
-bool read_typed(std::string &line) {
-    std::unique_ptr<char, decltype(&std::free)> typed(readline("natctl> "), std::free);
-    if (typed == nullptr) return false;
-    if (*typed != '\0') add_history(typed.get());
-    line = typed.get();
-    return true;
+constexpr int history_lines = 1000;
+
+/** Where the history is kept, in a directory that is made if it is missing; empty: nowhere. */
+std::string history_file() {
+    const char *state = std::getenv("XDG_STATE_HOME");
+    const char *home = std::getenv("HOME");
+    std::filesystem::path directory = state == nullptr ? "" : state;
+    if (!directory.is_absolute() && home != nullptr) directory = std::filesystem::path(home) / ".local/state";
+    if (!directory.is_absolute()) return "";
+    directory /= "natctl";
+    const mode_t before = umask(S_IRWXG | S_IRWXO);
+    std::error_code failed;
+    std::filesystem::create_directories(directory, failed);
+    umask(before);
+    return failed ? "" : directory / "history";
 }
+
+volatile std::sig_atomic_t was_interrupted = 0;
+
+/** Lines typed at a terminal. While it lives, an interrupt ends the line that is typed, and nothing else. */
+class prompt_t {
+public:
+    prompt_t() : history_(history_file()) {
+        rl_attempted_completion_function = complete_word;
+        using_history();
+        stifle_history(history_lines);
+        if (!history_.empty()) read_history(history_.c_str());
+        struct sigaction interrupt {};
+        interrupt.sa_handler = [](int) { was_interrupted = 1; };
+        sigaction(SIGINT, &interrupt, &before_);
+    }
+    ~prompt_t() { sigaction(SIGINT, &before_, nullptr); }
+    prompt_t(const prompt_t &) = delete;
+    prompt_t &operator=(const prompt_t &) = delete;
+
+    bool read(std::string &line) {
+        was_interrupted = 0;
+        std::unique_ptr<char, decltype(&std::free)> typed(readline("natctl> "), std::free);
+        const bool has_ended = typed == nullptr && was_interrupted == 0;
+        if (typed == nullptr) std::cout << std::endl;
+        if (has_ended) return false;
+        line = typed == nullptr ? "" : typed.get();
+        if (line.find_first_not_of(" \t") != std::string::npos) remember(line);
+        return true;
+    }
+
+private:
+    /** At once, so that a shell that is killed loses nothing. */
+    void remember(const std::string &line) {
+        add_history(line.c_str());
+        if (!history_.empty()) write_history(history_.c_str());
+    }
+
+    std::string history_;
+    struct sigaction before_ {};
+};
 
 /** Turns `help timeout` into `timeout --help`. */
 bool take_line(std::string &line) {
@@ -53,10 +105,11 @@ bool take_line(std::string &line) {
 }  // namespace
 
 next_line_fn_t shell_lines(std::istream &input) {
-    bool is_terminal = &input == &std::cin && isatty(STDIN_FILENO) != 0;
-    if (!is_terminal) {
-        return [&input](std::string &line) { return std::getline(input, line) && take_line(line); };
+    const bool is_terminal = &input == &std::cin && isatty(STDIN_FILENO) != 0;
+    if (is_terminal) {
+        auto prompt = std::make_shared<prompt_t>();
+        return [prompt](std::string &line) { return prompt->read(line) && take_line(line); };
     }
-    rl_attempted_completion_function = complete_word;
-    return [](std::string &line) { return read_typed(line) && take_line(line); };
+    auto next = lines_of(input, {"shell", "standard input"});
+    return [next](std::string &line) { return next(line) && take_line(line); };
 }

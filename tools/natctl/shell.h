@@ -7,7 +7,7 @@
 #include "tools/natctl/batch.h"
 
 /** Lines typed at a prompt with history and completion when standard input is a terminal, else the lines of `input`;
- * `exit` ends them, `help` asks for help. */
+ * `exit` ends them, `help` asks for help. The history is kept from shell to shell where that can be done. */
 next_line_fn_t shell_lines(std::istream &input);
 
 #endif

@@ -7,7 +7,7 @@ namespace {
 uint32_t show_status(call_t &call) {
     const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
-    call.outcome.data = {{"connected", info->connected},
+    call.outcome.data = {{"connected", info->connected != 0},
                          {"epoch", info->epoch},
                          {"outstanding", call.pal.outstanding()},
                          {"throttle_on_cnt", info->throttle_on_cnt},

@@ -58,6 +58,9 @@ uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_na
  * FWX_HOST_ERR_BAD_ARG for a null `channel_name`, 12.
  */
 uint32_t fwx_host_connect_set(const char *channel_name, const char *server_name);
+/** Calls `fn` with the name of each server of this user that fwx_host_connect_set can take, in no order; one that died
+ *  without taking its name away is among them. `fn` must not be null. */
+void fwx_host_server_names(void (*fn)(void *arg, const char *server_name), void *arg);
 /** How long a synchronous message to a server in another process waits for its answer, 5000 at the start; then it fails
  * with FWX_HOST_ERR_NO_ANSWER. */
 void fwx_host_sync_timeout_set_ms(uint64_t timeout_ms);

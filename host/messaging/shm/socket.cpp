@@ -1,10 +1,12 @@
 #include "host/messaging/shm/socket.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -98,6 +100,22 @@ uint32_t shm_listen(const char *name, descriptor_t *listener) {
 void shm_unlisten(const char *name) {
     sockaddr_un address{};
     if (address_of(name, &address) == 0) unlink(address.sun_path);
+}
+
+void shm_names(void (*fn)(void *arg, const char *name), void *arg) {
+    sockaddr_un address{};
+    descriptor_t directory;
+    const bool is_ours = address_of("any", &address) == 0 && directory_open(address, &directory) == 0;
+    if (!is_ours) return;
+    DIR *entries = fdopendir(dup(directory.get()));
+    if (entries == nullptr) return;
+    while (const dirent *entry = readdir(entries)) {
+        struct stat status {};
+        const bool is_socket =
+            fstatat(directory.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISSOCK(status.st_mode);
+        if (is_socket) fn(arg, entry->d_name);
+    }
+    closedir(entries);
 }
 
 descriptor_t shm_accept(const descriptor_t &listener) {

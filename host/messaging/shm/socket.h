@@ -18,6 +18,8 @@
 uint32_t shm_listen(const char *name, descriptor_t *listener);
 /** Removes the socket of a name that this process listens under. */
 void shm_unlisten(const char *name);
+/** Calls `fn` with each name that has a socket, whoever listens there or not. */
+void shm_names(void (*fn)(void *arg, const char *name), void *arg);
 /** The next client, or none; one of another user is turned away. */
 descriptor_t shm_accept(const descriptor_t &listener);
 /** Connects to a server. FWX_HOST_ERR_NO_SERVER, FWX_HOST_ERR_FOREIGN, FWX_HOST_ERR_BAD_ARG. */

@@ -1,0 +1,138 @@
+/* natctl as a program: on a terminal, and with standard descriptors that are of no use. */
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace {
+
+constexpr int patience_ms = 10000;
+
+/** natctl on a pseudo-terminal of its own; what it keeps stays in a directory of the test's. */
+class terminal_test : public testing::Test {
+protected:
+    terminal_test() {
+        char path[] = "/tmp/natctl_test.XXXXXX";
+        home_ = mkdtemp(path);
+    }
+    ~terminal_test() override {
+        if (child_ > 0) kill(child_, SIGKILL);
+        if (child_ > 0) waitpid(child_, nullptr, 0);
+        close(terminal_);
+        std::filesystem::remove_all(home_);
+    }
+
+    /** Runs a line of the shell with `$natctl` and XDG_STATE_HOME. */
+    void start(const std::string &line) {
+        shown_.clear();
+        close(terminal_);
+        child_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
+        ASSERT_GE(child_, 0);
+        if (child_ != 0) return;
+        setenv("TERM", "dumb", 1);
+        setenv("XDG_STATE_HOME", (home_ + "/state").c_str(), 1);
+        setenv("natctl", NATCTL, 1);
+        execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+        _exit(127);
+    }
+
+    void type(const std::string &keys) {
+        ASSERT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
+
+    /** Whether the terminal shows `text` after what was awaited before, now or later. */
+    bool shows(const std::string &text) {
+        while (shown_.find(text) == std::string::npos) {
+            pollfd readable{terminal_, POLLIN, 0};
+            char bytes[4096];
+            const ssize_t got = poll(&readable, 1, patience_ms) == 1 ? read(terminal_, bytes, sizeof bytes) : 0;
+            if (got <= 0) return false;
+            shown_.append(bytes, static_cast<size_t>(got));
+        }
+        const size_t at = shown_.find(text);
+        passed_ = shown_.substr(0, at);
+        shown_.erase(0, at + text.size());
+        return true;
+    }
+
+    int exit_status() {
+        int status = -1;
+        waitpid(child_, &status, 0);
+        child_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string home_;
+    std::string passed_; /* shown before the text that was awaited last */
+    std::string shown_;  /* after it */
+    int terminal_ = -1;
+    pid_t child_ = -1;
+};
+
+TEST_F(terminal_test, the_shell_answers_before_it_asks_again_and_an_interrupt_only_clears_the_line) {
+    start("exec $natctl shell");
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    type("timeout set --type 1 --value 300\n");
+    ASSERT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    type("timeout set --type 1\x03");
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    type("timeout set --type 2 --value 300\n");
+    ASSERT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    type("\x04");
+    ASSERT_TRUE(shows("\r\n")) << shown_;
+    EXPECT_EQ(exit_status(), 0);
+}
+
+TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_could_be_kept) {
+    start("exec $natctl shell");
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    type("timeout set --type 3 --value 7\nexit\n");
+    EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    EXPECT_EQ(exit_status(), 0);
+    struct stat status {};
+    ASSERT_EQ(stat((home_ + "/state/natctl/history").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+
+    start("exec $natctl shell");
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    type("\x10\x10\n"); /* the line before the last */
+    EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    type("exit\n");
+    EXPECT_EQ(exit_status(), 0);
+
+    start("XDG_STATE_HOME=/dev/null exec $natctl shell");
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    type("timeout set --type 3 --value 7\nexit\n");
+    EXPECT_TRUE(shows("timeout set: ok\r\nnatctl> ")) << shown_;
+    EXPECT_EQ(exit_status(), 0);
+}
+
+TEST_F(terminal_test, a_long_batch_shows_how_far_it_came_while_its_answers_go_elsewhere) {
+    start("yes 'timeout set --type 1 --value 300' | $natctl batch - >/dev/null");
+    EXPECT_TRUE(shows(" commands done, 0 failed")) << shown_;
+    type("\x03");
+    exit_status();
+    start("yes 'timeout set --type 1 --value 300' | head -n 60000 | $natctl --quiet batch - >/dev/null; echo ended");
+    EXPECT_TRUE(shows("ended")) << shown_;
+    EXPECT_EQ(passed_, "");
+    EXPECT_EQ(exit_status(), 0);
+}
+
+TEST_F(terminal_test, standard_descriptors_that_are_closed_are_errors_and_are_taken_by_nothing_else) {
+    for (const std::string run : {"$natctl status >&-", "$natctl --json serve closed >&-", "$natctl batch - <&-",
+                                  "$natctl batch - </", "$natctl shell </", "$natctl status 2>&- >&-"}) {
+        start(run);
+        EXPECT_EQ(exit_status(), 2) << run;
+    }
+}
+
+}  // namespace
