@@ -1,21 +1,31 @@
 #include "tools/natctl/cli.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 
 #include "fwx_host/capture.h"
 #include "fwx_host/errors.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/completion.h"
 #include "tools/natctl/grammar.h"
+#include "tools/natctl/interrupt.h"
 #include "tools/natctl/pal.h"
 #include "tools/natctl/serve.h"
 #include "tools/natctl/shell.h"
 
 namespace {
+
+/** Waits for standard input as long as nobody interrupts; false when somebody did. */
+bool wait_for_line(std::istream &input) {
+    const bool must_wait = &input == &std::cin && input.rdbuf()->in_avail() <= 0;
+    return !must_wait || interrupt_wait_for(STDIN_FILENO);
+}
 
 /** The format that the words ask for, known also when they make no valid command line. */
 format_t format_of(const std::vector<std::string> &words) {
@@ -126,7 +136,7 @@ status_t report(output_t &output, const outcome_t &outcome) {
 
 status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, output_t &output) {
     auto read_from = [](std::istream &stream) {
-        return [&stream](std::string &text) { return static_cast<bool>(std::getline(stream, text)); };
+        return [&stream](std::string &text) { return wait_for_line(stream) && std::getline(stream, text); };
     };
     line_parser_t parser;
     if (line.file == "-") return run_batch(parser, line_source_t::file, read_from(input), line.options, pal, output);
@@ -141,6 +151,9 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
 
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
     pal_t pal(line.options, [&output](const std::string &text) { output.note(text); });
+    if (!line.has_many()) {
+        if (const std::optional<outcome_t> outcome = pal.without_server(line.command)) return report(output, *outcome);
+    }
     outcome_t bound = pal.bind();
     if (bound.status != status_t::ok) return report(output, bound);
     bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;

@@ -13,7 +13,10 @@ json_t outcome_json(const outcome_t &outcome) {
     object["status"] = status_name(outcome.status);
     object["code"] = outcome.code;
     if (!outcome.error.empty()) object["error"] = outcome.error;
+    if (!outcome.note.empty() && outcome.status == status_t::ok) object["note"] = outcome.note;
     if (!outcome.data.is_null()) object["data"] = outcome.data;
+    if (outcome.is_cut) object["cut"] = true;
+    if (outcome.cookie != 0) object["cookie"] = outcome.cookie;
     if (!outcome.messages.is_null()) object["messages"] = outcome.messages;
     return object;
 }
@@ -59,6 +62,10 @@ void output_t::report(const outcome_t &outcome) {
     }
     widths_.clear();
     std::string label = outcome_label(outcome);
+    if (outcome.is_cut) {
+        const std::string how = outcome.cookie == 0 ? "" : ", go on with --cookie " + std::to_string(outcome.cookie);
+        note("natctl: " + label + ": there is more than --limit shows" + how);
+    }
     if (outcome.status != status_t::ok) note("natctl: " + label + (label.empty() ? "" : ": ") + outcome.error);
 }
 
@@ -75,7 +82,14 @@ void output_t::print_text(const outcome_t &outcome) {
     if (outcome.status != status_t::ok) return;
     bool has_streamed = !widths_.empty();
     bool has_answer = !outcome.data.is_null() || !outcome.messages.is_null();
-    if (!has_answer && !has_streamed) answers_ << outcome_label(outcome) << ": ok\n";
+    if (!has_answer && !has_streamed) {
+        const std::string note = outcome.note.empty() ? "" : ", " + outcome.note;
+        answers_ << outcome_label(outcome) << ": ok" << note << '\n';
+    }
+    if (outcome.messages.is_array() && outcome.messages.empty()) {
+        answers_ << outcome_label(outcome) << ": nothing to send\n";
+        return;
+    }
     if (has_answer) print_heading(outcome);
     for (const json_t &message : outcome.messages) {
         answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';
