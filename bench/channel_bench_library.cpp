@@ -5,6 +5,7 @@
 #include "channel_bench.h"
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
+#include "tools/natctl/seed.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ public:
     explicit client_t(fwx_host_loop_t *loop) : loop_(loop) {
         fwx_nat64_reply_cbs_t callbacks{};
         callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++answers; };
+        seed_random();
         while (fwx_nat64_bind(nullptr, loop_, nullptr, &callbacks) != 0) {
             usleep(1000); /* the server is not there yet */
         }

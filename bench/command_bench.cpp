@@ -10,6 +10,7 @@
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
+#include "tools/natctl/seed.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ struct world_t {
         fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, this, &server);
         fwx_nat64_reply_cbs_t callbacks_table{};
         callbacks_table.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++callbacks; };
+        seed_random();
         fwx_nat64_bind(nullptr, loop, nullptr, &callbacks_table);
         fwx_host_loop_run_until_idle(loop);
         commands.clear();

@@ -14,6 +14,7 @@
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "rule_data.h"
+#include "tools/natctl/seed.h"
 
 namespace {
 
@@ -83,6 +84,7 @@ int main(int argc, char **argv) {
     fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, nullptr, &server);
     fwx_nat64_reply_cbs_t callbacks{};
     callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) {};
+    seed_random();
     if (fwx_nat64_bind(nullptr, loop, nullptr, &callbacks) != 0) return 1;
     fwx_host_loop_run_until_idle(loop);
     if (work == "install") {

@@ -16,11 +16,14 @@ fi
 say "settings: every command, its messages and its verdict"
 "$natctl" --trace batch examples/settings.natctl 2>&1
 
-say "a complete NAT64 configuration, statistics and sessions"
+say "a complete NAT64 configuration and its statistics"
 "$natctl" batch examples/nat64.natctl
 
-say "MAP-T rules and lookups"
-"$natctl" batch examples/mapt.natctl | tail -n 20
+say "MAP-T rules"
+"$natctl" batch examples/mapt.natctl | tail -n 12
+
+say "sessions that the embedded server makes up, and lookups as the data plane does them"
+"$natctl" batch examples/embedded.natctl
 
 say "a file with an error in line 7: what came before stays accepted"
 status=0

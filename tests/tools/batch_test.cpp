@@ -185,16 +185,6 @@ TEST_F(batch_test, a_walk_shows_as_many_sessions_as_are_wanted) {
     EXPECT_EQ(std::count(csv.answers.begin(), csv.answers.end(), '\n'), 1 + 20 + 500);
 }
 
-TEST_F(batch_test, a_walk_stops_at_its_limit_also_when_the_server_goes_on) {
-    json_t outcomes = json_t::parse(run("--json batch -",
-                                        "server sessions generate 50\nserver duplicate --copies 2\n"
-                                        "sessions walk --count 7 --limit 20\nstatus\n")
-                                        .answers);
-    ASSERT_EQ(outcomes.size(), 4U);
-    EXPECT_EQ(outcomes[2].at("data").size(), 20U);
-    EXPECT_EQ(outcomes[3].at("status"), "ok");
-}
-
 TEST_F(batch_test, a_walk_without_sessions_says_so) {
     EXPECT_EQ(run("sessions walk").answers, "none\n");
     EXPECT_EQ(run("--csv sessions walk").answers, "");
@@ -205,22 +195,6 @@ TEST_F(batch_test, the_library_speaks_through_the_notes_when_its_debug_level_is_
     EXPECT_NE(result.notes.find("NAT64: fwx_nat64_client_connect_to_server connected\n"), std::string::npos)
         << result.notes;
     EXPECT_EQ(result.answers, "ipalias upload: ok\n");
-}
-
-TEST_F(batch_test, a_rule_is_found_by_both_its_prefixes_while_it_is_installed) {
-    json_t outcomes = json_t::parse(
-        run("--json --keep-going batch -",
-            "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\nmapt show\nmapt lookup 192.0.2.7\n"
-            "mapt lookup 2001:db8:1::1\nmapt bmr del --rule 5 --domain 6\nmapt show\nmapt lookup 192.0.2.7\n")
-            .answers);
-    ASSERT_EQ(outcomes.size(), 7U);
-    EXPECT_EQ(outcomes[1].at("data").at("installed"), 1);
-    EXPECT_EQ(outcomes[2].at("data").at("rule_id"), 5);
-    EXPECT_EQ(outcomes[2].at("data").at("prefix_len"), 24);
-    EXPECT_EQ(outcomes[3].at("data").at("domain_id"), 6);
-    EXPECT_EQ(outcomes[3].at("data").at("prefix_len"), 40);
-    EXPECT_EQ(outcomes[5].at("data").at("installed"), 0);
-    EXPECT_EQ(outcomes[6].at("status"), "refused");
 }
 
 TEST_F(batch_test, the_clean_up_of_the_rule_table_is_ordered_when_the_server_is_told_to) {

@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
+#include <streambuf>
 #include <string>
+#include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "records/words.h"
@@ -19,18 +22,46 @@ struct run_t {
     std::string notes;
 };
 
+/** Lines of a batch, and something that happens before one of them is read. */
+class lines_t : public std::streambuf {
+public:
+    lines_t(std::vector<std::string> lines, size_t number, std::function<void()> before_it)
+        : lines_(std::move(lines)), number_(number), before_it_(std::move(before_it)) {}
+
+private:
+    int_type underflow() override {
+        if (next_ == lines_.size()) return traits_type::eof();
+        std::string &line = lines_[next_++];
+        if (next_ == number_) before_it_();
+        line += '\n';
+        setg(line.data(), line.data(), line.data() + line.size());
+        return traits_type::to_int_type(line.front());
+    }
+
+    std::vector<std::string> lines_;
+    size_t number_; /* from 1 */
+    std::function<void()> before_it_;
+    size_t next_ = 0;
+};
+
 /** Every run gives back all that it took from the platform. */
 class natctl_test : public testing::Test {
 protected:
     /** `command` is a line as in a batch file; `input` is what `batch -` reads. */
     static run_t run(const std::string &command, const std::string &input = {}) {
         std::istringstream in(input);
+        return run(command, in);
+    }
+    static run_t run(const std::string &command, std::istream &in) {
         std::ostringstream answers;
         std::ostringstream notes;
+        int status = run_natctl(words_of(command), in, answers, notes);
+        return {status, answers.str(), notes.str()};
+    }
+    static std::vector<std::string> words_of(const std::string &command) {
         line_words_t words;
         words.split(command);
-        int status = run_natctl({words.words().begin(), words.words().end()}, in, answers, notes);
-        return {status, answers.str(), notes.str()};
+        return {words.words().begin(), words.words().end()};
     }
 
     void TearDown() override {

@@ -39,7 +39,7 @@ protected:
         if (child_ != 0) return;
         setenv("TERM", "dumb", 1);
         setenv("XDG_STATE_HOME", (home_ + "/state").c_str(), 1);
-        setenv("natctl", NATCTL, 1);
+        setenv("natctl", NATCTL_PATH, 1);
         execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
         _exit(127);
     }

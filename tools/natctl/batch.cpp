@@ -5,6 +5,8 @@
 #include <deque>
 #include <utility>
 
+#include "tools/natctl/interrupt.h"
+
 namespace {
 
 constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
@@ -17,7 +19,9 @@ bool has_command(const std::string &line) {
 class batch_t {
 public:
     batch_t(line_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
-        : parser_(parser), is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {}
+        : parser_(parser), is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {
+        if (!is_shell_) interrupt_.emplace(pal.loop());
+    }
 
     /** Takes the next line that was read. */
     void read(std::string &text) {
@@ -43,10 +47,15 @@ public:
     status_t end() {
         if (!begun_.empty()) take(begun_);
         finish_down_to(0);
+        const bool is_interrupted = was_interrupted();
+        if (is_interrupted && first_failure_ == status_t::ok) first_failure_ = status_t::usage;
         bool has_failed = first_failure_ != status_t::ok && !is_shell_;
         if (has_failed) {
-            output_.note("natctl: " + std::to_string(done_) + " commands done, " + std::to_string(failed_) +
-                         " failed, " + std::to_string(not_run_) + " not run");
+            const std::string unanswered =
+                unanswered_ == 0 ? "" : ", " + std::to_string(unanswered_) + " without an answer";
+            output_.note(std::string("natctl: ") + (is_interrupted ? "interrupted: " : "") + std::to_string(done_) +
+                         " commands done, " + std::to_string(failed_) + " failed, " + std::to_string(not_run_) +
+                         " not run" + unanswered);
         }
         return first_failure_;
     }
@@ -70,7 +79,11 @@ private:
         if (is_shell_) output_.flush();
     }
 
-    bool is_stopped() const { return first_failure_ != status_t::ok && !options_.keep_going && !is_shell_; }
+    bool was_interrupted() const { return interrupt_.has_value() && interrupt_->is_raised(); }
+    bool is_stopped() const {
+        const bool ends_at_failure = first_failure_ != status_t::ok && !options_.keep_going && !is_shell_;
+        return ends_at_failure || is_server_lost_ || was_interrupted();
+    }
 
     void refuse(const usage_error_t &error) {
         finish_down_to(0);
@@ -86,7 +99,14 @@ private:
         while (started_.size() > most_started) {
             pal_t::call_id_t id = started_.front();
             started_.pop_front();
-            report(pal_.finish(id));
+            if (is_server_lost_ && !pal_.has_verdict(id)) {
+                ++(pal_.abandon(id) ? unanswered_ : not_run_);
+                continue;
+            }
+            const outcome_t outcome = pal_.finish(id);
+            report(outcome);
+            const bool has_no_server = outcome.status == status_t::no_server && !is_shell_;
+            is_server_lost_ = is_server_lost_ || (has_no_server && pal_.has_lost_server());
         }
     }
 
@@ -109,6 +129,9 @@ private:
     size_t done_ = 0;
     size_t failed_ = 0;
     size_t not_run_ = 0;
+    size_t unanswered_ = 0;
+    bool is_server_lost_ = false;          /* what is left is neither sent nor waited for */
+    std::optional<interrupt_t> interrupt_; /* the shell's own */
     status_t first_failure_ = status_t::ok;
 };
 

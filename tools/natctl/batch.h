@@ -21,8 +21,9 @@ next_line_fn_t lines_of(std::istream &stream, const usage_error_t &source);
  * nothing, and the answer to a line is there before the next one is read. */
 enum class line_source_t : uint8_t { file, shell };
 
-/** Carries the commands of all lines out in order; stops at the first failure unless told to keep going. Returns the
- * status of the first failure. */
+/** Carries the commands of all lines out in order; stops at the first failure unless told to keep going, and anyway
+ * when the server's process has ended, or at an interrupt: then it waits for what is started, and a second one kills.
+ * Returns the status of the first failure. */
 status_t run_batch(line_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
                    const options_t &options, pal_t &pal, output_t &output);
 

@@ -13,32 +13,30 @@ void configured(fwx_nat64_cmd_result_t *result) {
     if (attached != nullptr) attached->answered(result->pal_ctx, result->result);
 }
 
-/** One reply of a query; `more` replies follow. Null data: the query failed. */
-uint32_t queried(void *ctx, uint16_t msgno, uint32_t more, const void *data, uint32_t count) {
+/** One reply of a query. Without entries to look at the query failed. */
+uint32_t queried(void *ctx, const page_t &page) {
     if (attached == nullptr) return 1;
-    if (data == nullptr) {
+    if (page.entries == nullptr) {
         attached->query_failed(ctx);
         return 1;
     }
-    attached->entries(ctx, msgno, data, count);
-    if (more == 0) attached->answered(ctx, 0);
-    return 0;
+    return attached->paged(ctx, page) ? 0 : 1;
 }
 
 uint32_t system_stats(void *ctx, uint32_t more, void *data) {
-    return queried(ctx, FWX_NAT64_MSG_STATS_SYS, more, data, 1);
+    return queried(ctx, {FWX_NAT64_MSG_STATS_SYS, data, 1, more != 0, 0});
 }
 
 uint32_t interface_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
-    return queried(ctx, FWX_NAT64_MSG_STATS_INTF, more, data, count);
+    return queried(ctx, {FWX_NAT64_MSG_STATS_INTF, data, count, more != 0, 0});
 }
 
 uint32_t limit_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
-    return queried(ctx, FWX_NAT64_MSG_STATS_LIMIT_ALL, more, data, count);
+    return queried(ctx, {FWX_NAT64_MSG_STATS_LIMIT_ALL, data, count, more != 0, 0});
 }
 
-uint32_t pool_stats(void *ctx, uint32_t more, uint64_t, uint32_t count, void *data) {
-    return queried(ctx, FWX_NAT64_MSG_STATS_POOL_ALL, more, data, count);
+uint32_t pool_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
+    return queried(ctx, {FWX_NAT64_MSG_STATS_POOL_ALL, data, count, more != 0, cookie});
 }
 
 void mapping_notified(const void *data) {
@@ -48,9 +46,9 @@ void mapping_notified(const void *data) {
                    " active=" + std::to_string(mapping.active) + " sessions=" + std::to_string(mapping.sessions));
 }
 
-uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t, uint32_t count, void *data) {
+uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
     bool is_unsolicited = ctx == nullptr && data != nullptr && attached != nullptr;
-    if (!is_unsolicited) return queried(ctx, FWX_NAT64_MSG_STATS_MAPPING_ALL, more, data, count);
+    if (!is_unsolicited) return queried(ctx, {FWX_NAT64_MSG_STATS_MAPPING_ALL, data, count, more != 0, cookie});
     mapping_notified(data);
     return 0;
 }
@@ -85,14 +83,6 @@ const fwx_nat64_unsol_cbs_t *pal_unsolicited_callbacks() {
     return &unsolicited_callbacks;
 }
 
-uint32_t pal_walk_callback(void *pal_ctx, uint32_t count, void *data, uint64_t, uint32_t, uint32_t status) {
-    if (attached == nullptr) return 1;
-    if (status == FWX_NAT64_WALK_ERROR) {
-        attached->query_failed(pal_ctx);
-        return 1;
-    }
-    bool is_enough = attached->walked(pal_ctx, data, count);
-    bool is_last = status == FWX_NAT64_WALK_DONE || status == FWX_NAT64_WALK_STOPPED;
-    if (is_last || is_enough) attached->answered(pal_ctx, 0);
-    return is_enough ? 1 : 0;
+uint32_t pal_walk_callback(void *ctx, uint32_t count, void *data, uint64_t cookie, uint32_t, uint32_t status) {
+    return queried(ctx, {FWX_NAT64_MSG_SESSION_WALK, data, count, status == FWX_NAT64_WALK_MORE, cookie});
 }

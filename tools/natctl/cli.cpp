@@ -14,11 +14,18 @@
 #include "tools/natctl/batch.h"
 #include "tools/natctl/completion.h"
 #include "tools/natctl/grammar.h"
+#include "tools/natctl/interrupt.h"
 #include "tools/natctl/pal.h"
 #include "tools/natctl/serve.h"
 #include "tools/natctl/shell.h"
 
 namespace {
+
+/** Waits for standard input as long as nobody interrupts; false when somebody did. */
+bool wait_for_line(std::istream &input) {
+    const bool must_wait = &input == &std::cin && input.rdbuf()->in_avail() <= 0;
+    return !must_wait || interrupt_wait_for(STDIN_FILENO);
+}
 
 /** The format that the words ask for, known also when they make no valid command line. */
 format_t format_of(const std::vector<std::string> &words) {
@@ -159,12 +166,17 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     if (!is_open) return output.report(usage_outcome({"batch", line.file + ": " + std::strerror(errno)}));
     line_parser_t parser;
     const usage_error_t source = {"batch", is_file ? line.file : "standard input"};
-    const next_line_fn_t lines = lines_of(is_file ? file : input, source);
-    return run_batch(parser, line_source_t::file, lines, line.options, pal, output);
+    std::istream &stream = is_file ? file : input;
+    const next_line_fn_t lines = lines_of(stream, source);
+    const next_line_fn_t next = [&](std::string &text) { return wait_for_line(stream) && lines(text); };
+    return run_batch(parser, line_source_t::file, next, line.options, pal, output);
 }
 
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
     pal_t pal(line.options, [&output](const std::string &text) { output.note(text); });
+    if (!line.has_many()) {
+        if (const std::optional<outcome_t> outcome = pal.without_server(line.command)) return output.report(*outcome);
+    }
     outcome_t bound = pal.bind();
     if (bound.status != status_t::ok) return output.report(bound);
     bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;

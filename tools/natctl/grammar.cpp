@@ -105,6 +105,17 @@ CLI::App &grammar_t::immediate(const std::string &verb, const std::string &summa
     });
 }
 
+CLI::App &grammar_t::embedded(const std::string &verb, const std::string &summary,
+                              std::function<uint32_t(call_t &call, fwx_nat64_model_t &model)> act) {
+    CLI::App &app = *group_->add_subcommand(verb, summary + " (embedded server only)");
+    start_fn_t start = [act = std::move(act)](call_t &call) {
+        call.awaited = false;
+        return act(call, *call.pal.model());
+    };
+    app.callback([this, start = std::move(start)] { parsed_ = {path_of(root_), start, true}; });
+    return app;
+}
+
 command_t grammar_t::parse(std::vector<std::string> words) {
     for (const std::function<void()> &restore : restorers_) {
         restore();

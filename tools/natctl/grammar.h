@@ -31,6 +31,9 @@ public:
     CLI::App &command(const std::string &verb, const std::string &summary, start_fn_t start);
     /** Enters a verb whose action has its result, and its data if any, at once. */
     CLI::App &immediate(const std::string &verb, const std::string &summary, start_fn_t start);
+    /** As immediate, for what only the embedded server can do. */
+    CLI::App &embedded(const std::string &verb, const std::string &summary,
+                       std::function<uint32_t(call_t &call, fwx_nat64_model_t &model)> act);
 
     /** A record for the fields of a command. Each parse finds it as it was before the first one. */
     template <typename record_t>

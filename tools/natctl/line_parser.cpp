@@ -14,7 +14,8 @@ std::optional<command_t> line_parser_t::parse(std::string_view line) {
     switch (reader_.read(words)) {
         case record_reader_t::result_t::record:
             return command_t{reader_.command(), [this](call_t &call) {
-                                 return reader_.family().send(reader_.verb().op, reader_.record().bytes, call.ctx);
+                                 return call.pal.send(call, reader_.family(), reader_.verb().op,
+                                                      reader_.record().bytes);
                              }};
         case record_reader_t::result_t::refused:
             throw usage_error_t{reader_.command(), reader_.error()};

@@ -12,9 +12,8 @@ uint32_t show_table(call_t &call) {
     fwx_host_tbm_counts_t counts{};
     const struct tbm *tree = fwx_host_tbm_of_complex(0);
     if (tree != nullptr) fwx_host_tbm_counts_get(tree, &counts);
-    constexpr uint64_t leaves_of_a_rule = 2;
-    call.outcome.data = {{"installed", counts.leaves / leaves_of_a_rule},
-                         {"pending", call.pal.outstanding("mapt bmr add")},
+    call.outcome.data = {{"installed", call.pal.rules().installed()},
+                         {"pending", call.pal.rules().pending()},
                          {"leaves", counts.leaves},
                          {"nodes", counts.nodes},
                          {"bytes", counts.bytes}};
@@ -22,8 +21,7 @@ uint32_t show_table(call_t &call) {
 }
 
 /** The model takes addresses as the data plane sees them, in network order. */
-uint32_t look_up(call_t &call, fwx_nat64_addr_t address) {
-    if (call.pal.model() == nullptr) return 0;
+uint32_t look_up(call_t &call, const fwx_nat64_model_t &model, fwx_nat64_addr_t address) {
     if (address.family == FWX_NAT64_FAMILY_IPV4) {
         uint32_t word = 0;
         std::memcpy(&word, address.addr, sizeof word);
@@ -31,7 +29,7 @@ uint32_t look_up(call_t &call, fwx_nat64_addr_t address) {
         std::memcpy(address.addr, &word, sizeof word);
     }
     fwx_nat64_model_match_t match{};
-    if (!call.pal.model()->lookup(&address, &match)) return FWX_NAT64_ERR_NOT_FOUND;
+    if (!model.lookup(&address, &match)) return FWX_NAT64_ERR_NOT_FOUND;
     call.outcome.data = {{"rule_id", match.rule_id},
                          {"domain_id", match.domain_id},
                          {"bmr_index", match.bmr_index},
@@ -43,10 +41,11 @@ uint32_t look_up(call_t &call, fwx_nat64_addr_t address) {
 
 void add_mapt_commands(grammar_t &grammar) {
     grammar.family("mapt", "MAP-T rules");
-    grammar.immediate("show", "Shows what the lookup tree holds", show_table);
+    grammar.immediate("show", "Shows how many rules this natctl has installed, and the lookup tree", show_table);
     auto address = grammar.record<fwx_nat64_addr_t>();
-    CLI::App &lookup = grammar.immediate("lookup", "Looks an address up as the data plane does",
-                                         [address](call_t &call) { return look_up(call, *address); });
+    CLI::App &lookup = grammar.embedded(
+        "lookup", "Looks an address up as the data plane does",
+        [address](call_t &call, const fwx_nat64_model_t &model) { return look_up(call, model, *address); });
     address_field(lookup, "address", *address, "the address").required();
     add_record_commands(grammar, "mapt");
 }

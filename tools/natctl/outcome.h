@@ -20,10 +20,13 @@ struct outcome_t {
     std::string command; /* empty when none was recognised */
     uint32_t line = 0;   /* of a batch, from 1; 0 outside one */
     status_t status = status_t::ok;
-    uint32_t code = 0; /* of the library or the server */
-    std::string error; /* why it failed, without the command */
-    json_t data;       /* null, an object, or an array of rows with the same keys */
-    json_t messages;   /* null, or what a dry run would have sent */
+    uint32_t code = 0;   /* of the library or the server */
+    std::string error;   /* why it failed, without the command */
+    std::string note;    /* what a user should know of a success */
+    bool is_cut = false; /* the list was longer than the user wanted it */
+    uint64_t cookie = 0; /* where a list that was cut goes on, if that is known */
+    json_t data;         /* null, an object, or an array of rows with the same keys */
+    json_t messages;     /* null, or what a dry run would have sent: an empty array for nothing */
 };
 
 /** `line 7: timeout set`, as far as known. */

@@ -24,7 +24,10 @@ json_t outcome_json(const outcome_t &outcome) {
     object["status"] = status_name(outcome.status);
     object["code"] = outcome.code;
     if (!outcome.error.empty()) object["error"] = outcome.error;
+    if (!outcome.note.empty() && outcome.status == status_t::ok) object["note"] = outcome.note;
     if (!outcome.data.is_null()) object["data"] = outcome.data;
+    if (outcome.is_cut) object["cut"] = true;
+    if (outcome.cookie != 0) object["cookie"] = outcome.cookie;
     if (!outcome.messages.is_null()) object["messages"] = outcome.messages;
     return object;
 }
@@ -78,6 +81,10 @@ status_t output_t::report(const outcome_t &outcome) {
     }
     if (format_ != format_t::csv) widths_.clear();
     const std::string label = outcome_label(outcome);
+    if (outcome.is_cut) {
+        const std::string how = outcome.cookie == 0 ? "" : ", go on with --cookie " + std::to_string(outcome.cookie);
+        note("natctl: " + label + ": there is more than --limit shows" + how);
+    }
     if (outcome.status != status_t::ok) note("natctl: " + label + (label.empty() ? "" : ": ") + outcome.error);
     return answers_.good() || flush() ? outcome.status : status_t::usage;
 }
@@ -118,7 +125,14 @@ void output_t::print_text(const outcome_t &outcome) {
     if (outcome.status != status_t::ok) return;
     bool has_streamed = !widths_.empty();
     bool has_answer = !outcome.data.is_null() || !outcome.messages.is_null();
-    if (!has_answer && !has_streamed && !is_quiet_) answers_ << outcome_label(outcome) << ": ok\n";
+    if (!has_answer && !has_streamed && !is_quiet_) {
+        const std::string note = outcome.note.empty() ? "" : ", " + outcome.note;
+        answers_ << outcome_label(outcome) << ": ok" << note << '\n';
+    }
+    if (outcome.messages.is_array() && outcome.messages.empty()) {
+        answers_ << outcome_label(outcome) << ": nothing to send\n";
+        return;
+    }
     if (has_answer) print_heading(outcome);
     for (const json_t &message : outcome.messages) {
         answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "fwx_host/errors.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/callbacks.h"
 #include "tools/natctl/decode.h"
+#include "tools/natctl/seed.h"
+#include "tools/natctl/server_place.h"
 
 namespace {
 
@@ -28,7 +31,7 @@ void debug_written(void *arg, fwx_host_debug_channel_t, uint32_t, const char *te
 
 /** Whether the code says that nobody serves the channel; as a verdict: that the server never got the command. */
 bool is_no_server(uint32_t code) {
-    return code == FWX_NAT64_ERR_AGAIN || code == FWX_HOST_ERR_NO_SERVER;
+    return code == FWX_NAT64_ERR_AGAIN || code == FWX_HOST_ERR_NO_SERVER || code == FWX_HOST_ERR_CHANNEL_DOWN;
 }
 
 server_kind_t server_kind(const options_t &options) {
@@ -36,9 +39,18 @@ server_kind_t server_kind(const options_t &options) {
     return options.connect.empty() ? server_kind_t::model : server_kind_t::remote;
 }
 
+std::string silence_text(const options_t &options) {
+    return "no answer within " + std::to_string(options.timeout_ms) + " ms";
+}
+
 void fail(outcome_t &outcome, const char *by, uint32_t code) {
-    outcome.status = is_no_server(code) ? status_t::no_server : status_t::refused;
     outcome.code = code;
+    if (is_no_server(code)) {
+        outcome.status = status_t::no_server;
+        outcome.error = "no server has it: " + code_text(code);
+        return;
+    }
+    outcome.status = code == FWX_HOST_ERR_NO_ANSWER ? status_t::no_answer : status_t::refused;
     outcome.error = std::string("refused by the ") + by + ": " + code_text(code);
 }
 
@@ -47,7 +59,7 @@ void fail(outcome_t &outcome, const char *by, uint32_t code) {
 pal_t::pal_t(const options_t &options, note_fn_t note)
     : options_(options), note_(std::move(note)), loop_(fwx_host_loop_create(), fwx_host_loop_destroy) {
     fwx_host_debug_level_set(FWX_NAT64_DEBUG_MODULE, options.debug_level);
-    if (options.trace || options.dry_run) fwx_host_tap_set(tapped, this);
+    fwx_host_tap_set(tapped, this);
     fwx_host_cgm_observe(cgm_returned, this);
     fwx_host_debug_sink_set(debug_written, this);
     pal_callbacks_attach(this);
@@ -76,6 +88,8 @@ outcome_t pal_t::bind() {
         fail(outcome, "system", EMFILE);
         return outcome;
     }
+    seed_random();
+    fwx_host_sync_timeout_set_ms(options_.timeout_ms);
     connection_ = std::make_unique<connection_t>(loop_.get(), server_kind(options_), options_.connect);
     uint32_t code = connection_->result();
     if (code == 0) {
@@ -83,20 +97,46 @@ outcome_t pal_t::bind() {
         bound_ = fwx_nat64_client_info_get() != nullptr;
     }
     if (code != 0) fail(outcome, "library", code);
+    if (outcome.status == status_t::no_answer) outcome.error = silence_text(options_);
+    const bool is_unreachable = outcome.status == status_t::no_server && server_kind(options_) == server_kind_t::remote;
+    if (is_unreachable) outcome.error = server_absence(options_.connect);
     /* The server has the initial commands before the first of the user's is started. */
     fwx_host_loop_run_until_idle(loop_.get());
     return outcome;
 }
 
+std::optional<outcome_t> pal_t::without_server(const command_t &command) const {
+    const bool is_concerned = command.is_embedded_only && server_kind(options_) != server_kind_t::model;
+    if (!is_concerned) return std::nullopt;
+    outcome_t outcome;
+    outcome.command = command.name;
+    if (options_.connect.empty()) {
+        outcome.messages = json_t::array();
+        return outcome;
+    }
+    outcome.status = status_t::usage;
+    outcome.error =
+        "only the embedded server can do that, not one in another process (--connect " + options_.connect + ")";
+    return outcome;
+}
+
 pal_t::call_id_t pal_t::start(const command_t &command, uint32_t line) {
+    settle_channel();
     call_id_t id = ++last_id_;
     uint64_t deadline = fwx_host_clock_ms() + options_.timeout_ms;
     call_t &call = calls_.emplace(id, call_t{*this, reinterpret_cast<void *>(id), true, {}, deadline}).first->second;
     call.outcome.command = command.name;
+    if (std::optional<outcome_t> outcome = without_server(command)) {
+        call.outcome = *std::move(outcome);
+        call.awaited = false;
+    }
     call.outcome.line = line;
-    starting_ = &call;
-    uint32_t code = command.start(call);
-    starting_ = nullptr;
+    uint32_t code = 0;
+    if (call.awaited) {
+        starting_ = &call;
+        code = command.start(call);
+        starting_ = nullptr;
+    }
     if (code != 0) fail(call.outcome, "library", code);
     call.answered = call.answered || code != 0 || !call.awaited;
     return id;
@@ -106,25 +146,68 @@ outcome_t pal_t::finish(call_id_t id) {
     call_t &call = calls_.at(id);
     if (!options_.dry_run) settle(call);
     fwx_host_loop_run_until_idle(loop_.get());
-    outcome_t outcome = std::move(call.outcome);
-    if (call.answered || options_.dry_run) {
-        calls_.erase(id);
-        return outcome;
+    outcome_t outcome = call.outcome;
+    const bool is_final = call.answered || call.cut_off || options_.dry_run;
+    if (!call.answered && !options_.dry_run) {
+        outcome.status = call.cut_off && has_lost_server() ? status_t::no_server : status_t::no_answer;
+        outcome.error = call.cut_off ? "the server went away before it answered" : silence_text(options_);
     }
-    call.given_up = true;
-    call.outcome.command = outcome.command;
-    call.outcome.line = outcome.line;
-    outcome.status = status_t::no_answer;
-    outcome.error = "no answer within " + std::to_string(options_.timeout_ms) + " ms";
+    call.given_up = !is_final;
+    if (call.rule) rules_under_way_.erase(name_of(call.rule->rule));
+    if (is_final) forget(id);
     return outcome;
 }
 
 void pal_t::settle(call_t &call) {
-    while (!call.answered) {
+    while (!call.answered && !call.cut_off) {
         uint64_t now = fwx_host_clock_ms();
         if (now >= call.deadline) return;
         fwx_host_loop_run_once(loop_.get(), static_cast<int>(call.deadline - now));
+        settle_channel();
     }
+}
+
+/** What went through a channel that is gone is not answered any more. */
+void pal_t::settle_channel() {
+    if (is_connected() || options_.dry_run) return;
+    fwx_host_loop_run_until_idle(loop_.get());
+    for (auto &[id, call] : calls_) {
+        const bool is_unanswered = call.awaited && !call.answered && starting_ != &call;
+        call.cut_off = call.cut_off || is_unanswered;
+    }
+}
+
+bool pal_t::is_connected() const {
+    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    return info == nullptr || info->connected != 0;
+}
+
+bool pal_t::has_lost_server() const {
+    return server_kind(options_) == server_kind_t::remote && !is_connected() && !server_is_there(options_.connect);
+}
+
+bool pal_t::has_verdict(call_id_t id) const {
+    const call_t &call = calls_.at(id);
+    return call.answered && call.outcome.status != status_t::no_server;
+}
+
+bool pal_t::abandon(call_id_t id) {
+    const bool is_open = !calls_.at(id).answered;
+    forget(id);
+    return is_open;
+}
+
+void pal_t::forget(call_id_t id) {
+    call_t &call = calls_.at(id);
+    forget_wire(call);
+    const bool is_pending = call.rule && !call.answered && call.rule->op == FWX_NAT64_OP_ADD && !options_.dry_run;
+    if (is_pending) note_repair(call, rules_.failed(*call.rule));
+    calls_.erase(id);
+}
+
+void pal_t::forget_wire(call_t &call) {
+    const auto found = on_wire_.find(call.wire_ctx);
+    if (found != on_wire_.end() && found->second == reinterpret_cast<call_id_t>(call.ctx)) on_wire_.erase(found);
 }
 
 size_t pal_t::outstanding(const std::string &name) const {
@@ -144,7 +227,16 @@ void pal_t::answered(void *ctx, uint32_t code) {
     call_t *call = find(ctx);
     if (call == nullptr) return;
     call->answered = true;
-    if (code != 0) fail(call->outcome, "server", code);
+    forget_wire(*call);
+    if (call->verdict && call->verdict->orders_cleanup) rules_.emptied();
+    const char *by = "server";
+    if (call->rule) {
+        code = judge_rule(*call, code);
+        by = call->verdict && call->verdict->result == 0 ? "library, though the server has done it" : by;
+    } else if (call->verdict) {
+        code = call->verdict->result;
+    }
+    if (code != 0) fail(call->outcome, by, code);
     if (!call->given_up) return;
     note_(outcome_label(call->outcome) + ": answered too late" + (code == 0 ? "" : ": " + call->outcome.error));
     calls_.erase(reinterpret_cast<call_id_t>(ctx));
@@ -153,36 +245,10 @@ void pal_t::answered(void *ctx, uint32_t code) {
 void pal_t::query_failed(void *ctx) {
     call_t *call = find(ctx);
     if (call == nullptr) return;
-    call->outcome.status = status_t::refused;
-    call->outcome.error = "the query failed, and no code comes with it";
-    call->answered = true;
-    if (call->given_up) calls_.erase(reinterpret_cast<call_id_t>(ctx));
-}
-
-void pal_t::entries(void *ctx, uint16_t msgno, const void *entries, uint32_t count) {
-    call_t *call = find(ctx);
-    if (call == nullptr || call->given_up) return;
-    json_t rows = decode_entries(msgno, entries, count);
-    if (msgno == FWX_NAT64_MSG_STATS_SYS) {
-        call->outcome.data = std::move(rows.front());
-    } else {
-        append_rows(call->outcome.data, std::move(rows));
-    }
-}
-
-bool pal_t::walked(void *ctx, const void *entries, uint32_t count) {
-    call_t *call = find(ctx);
-    if (call == nullptr || call->given_up) return true;
-    count = static_cast<uint32_t>(std::min<uint64_t>(count, call->row_limit - call->rows));
-    call->rows += count;
-    json_t rows = decode_entries(FWX_NAT64_MSG_SESSION_WALK, entries, count);
-    bool streams = rows_ && !rows.empty();
-    if (streams) {
-        rows_(call->outcome, rows);
-    } else {
-        append_rows(call->outcome.data, std::move(rows));
-    }
-    return call->rows == call->row_limit;
+    const bool has_code = call->verdict && call->verdict->result != 0;
+    if (has_code || !call->verdict) return answered(ctx, FWX_NAT64_ERR_AGAIN);
+    call->verdict.reset();
+    end_list(*call, "the server answered the query with something else");
 }
 
 void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {
@@ -190,4 +256,30 @@ void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, s
     if (pal->options_.trace) pal->note_(message_line(direction, msg, size));
     bool is_collected = pal->options_.dry_run && pal->starting_ != nullptr && direction == FWX_HOST_SENT;
     if (is_collected) pal->starting_->outcome.messages.push_back(message_json(direction, msg, size));
+    pal->watch(direction, msg, size);
+}
+
+/** Keeps what the server's replies to queries and rules say, from their context on the way out to that on the way in.
+ */
+void pal_t::watch(fwx_host_direction_t direction, const void *msg, size_t size) {
+    fwx_nat64_mapt_reply_t reply{};
+    std::memcpy(&reply, msg, std::min(size, sizeof reply));
+    const fwx_nat64_msg_hdr_t &header = reply.reply.hdr;
+    const uint32_t msgno = header.type & FWX_NAT64_MSG_NUMBER_MASK;
+    const bool is_rule = msgno == FWX_NAT64_MSG_MAPT_RULE;
+    if (header.type != (FWX_NAT64_MSG_ASYNC | msgno) || size < sizeof header) return;
+    if (direction == FWX_HOST_SENT) {
+        const bool is_query = msgno >= FWX_NAT64_MSG_STATS_SYS && msgno <= FWX_NAT64_MSG_SESSION_WALK;
+        if (starting_ == nullptr || !(is_query || is_rule)) return;
+        forget_wire(*starting_);
+        starting_->wire_ctx = header.clnt_ctx;
+        on_wire_[header.clnt_ctx] = reinterpret_cast<call_id_t>(starting_->ctx);
+        return;
+    }
+    const auto found = on_wire_.find(header.clnt_ctx);
+    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    const bool is_ours = found != on_wire_.end() && info != nullptr && info->epoch == header.epoch;
+    if (!is_ours || size < FWX_NAT64_REPLY_MIN_SIZE) return;
+    const bool orders_cleanup = is_rule && size >= sizeof reply && reply.op == FWX_NAT64_OP_DEL && reply.cleanup == 1;
+    calls_.at(found->second).verdict = verdict_t{reply.reply.result, reply.bmr_index, orders_cleanup};
 }

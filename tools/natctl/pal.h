@@ -11,14 +11,44 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "records/family.h"
 #include "tools/natctl/connection.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
+#include "tools/natctl/rule_book.h"
 #include "wire/messages.h"
 
 class pal_t;
+struct call_t;
+
+/** What the server's latest reply to a command says and the library may not: it tells a rule's verdict by its own
+ * table, and shows no code with a query. */
+struct verdict_t {
+    uint32_t result;
+    uint32_t bmr_index;  /* of a MAP-T rule */
+    bool orders_cleanup; /* of the rule table */
+};
+
+/** One reply of a query. */
+struct page_t {
+    uint16_t msgno;
+    const void *entries; /* as the reply with that message number lays them out */
+    uint32_t count;
+    bool more;       /* further replies follow by themselves */
+    uint64_t cookie; /* where a further query goes on; 0: nowhere, or the query knows none */
+};
+
+/** A query's entries, which come in as many replies as it takes. */
+struct list_t {
+    /** Asks for at most `wanted` entries from `cookie` on; returns the library's result. */
+    std::function<uint32_t(call_t &call, uint64_t cookie, uint64_t wanted)> ask;
+    uint64_t limit = UINT64_MAX;
+    uint64_t rows = 0;
+    uint64_t cookie = 0; /* of the latest reply */
+};
 
 /** One run of a command, from its start to its verdict. */
 struct call_t {
@@ -26,11 +56,14 @@ struct call_t {
     void *ctx;           /* what the library hands back with the answer; never dereferenced */
     bool awaited = true; /* a verdict follows the start; a command that has its result at once clears it */
     outcome_t outcome;   /* `data` is filled by the command or by the rows that arrive */
-    uint64_t deadline;   /* by the platform's clock */
+    uint64_t deadline;   /* by the platform's clock; each reply of a list moves it */
     bool answered = false;
-    uint64_t row_limit = UINT64_MAX; /* of a walk */
-    uint64_t rows = 0;
     bool given_up = false; /* the deadline has passed; a verdict that still comes is only noted */
+    bool cut_off = false;  /* the channel that it went through is gone: no verdict comes */
+    uint64_t wire_ctx = 0; /* under which the server knows it, of a query or a rule */
+    std::optional<verdict_t> verdict = std::nullopt;
+    std::optional<list_t> list = std::nullopt;
+    std::optional<rule_change_t> rule = std::nullopt;
 };
 
 /** Starts a command; returns the library's result. */
@@ -40,6 +73,7 @@ using start_fn_t = std::function<uint32_t(call_t &call)>;
 struct command_t {
     std::string name; /* `timeout set` */
     start_fn_t start;
+    bool is_embedded_only = false; /* acts on the server model in this process, and sends nothing */
 };
 
 class pal_t {
@@ -55,34 +89,58 @@ public:
     pal_t(const pal_t &) = delete;
     pal_t &operator=(const pal_t &) = delete;
 
+    /** What comes of a command of the embedded server where there is none, without asking anybody; nothing for all
+     * others. */
+    std::optional<outcome_t> without_server(const command_t &command) const;
     /** Connects to the server. */
     outcome_t bind();
     /** Starts a command of the given batch line. */
     call_id_t start(const command_t &command, uint32_t line);
     /** Waits for the verdict of a started command, at most until its deadline. */
     outcome_t finish(call_id_t id);
+    /** Whether the server is a process that has ended, and nobody has taken its place. */
+    bool has_lost_server() const;
+    /** Whether a started command has been answered by the server. */
+    bool has_verdict(call_id_t id) const;
+    /** Forgets a started command; returns whether the server may have carried it out. */
+    bool abandon(call_id_t id);
 
+    fwx_host_loop_t *loop() const { return loop_.get(); }
     /** The server model, or null when the server is none. */
     fwx_nat64_model_t *model() const { return connection_->model(); }
     /** Commands that wait for their answer; only those of that name unless it is empty. */
     size_t outstanding(const std::string &name = {}) const;
+    /** Gives the record of a command to the library. */
+    uint32_t send(call_t &call, const record_family_t &family, uint32_t op, const void *record);
+    /** Begins a list of at most `limit` entries. */
+    uint32_t begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask);
+    const rule_book_t &rules() const { return rules_; }
     /** Hands the rows of walks to `rows` as they arrive, instead of collecting them. */
     void stream_rows(rows_fn_t rows) { rows_ = std::move(rows); }
 
     /* What the library's callbacks bring; `ctx` is a call's. */
     void answered(void *ctx, uint32_t code);
     void query_failed(void *ctx);
-    /** `count` entries at `entries`, as the reply with that message number lays them out. */
-    void entries(void *ctx, uint16_t msgno, const void *entries, uint32_t count);
-    /** As entries, for a session walk; returns whether the call has as many rows as it wants. */
-    bool walked(void *ctx, const void *entries, uint32_t count);
+    /** Returns whether the call wants the replies that follow. */
+    bool paged(void *ctx, const page_t &page);
     /** Something to be shown that is no answer. */
     void note(const std::string &text) { note_(text); }
     call_t *find(void *ctx);
 
 private:
     static void tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);
+    void watch(fwx_host_direction_t direction, const void *msg, size_t size);
     void settle(call_t &call);
+    void settle_channel();
+    bool is_connected() const;
+    void forget(call_id_t id);
+    void forget_wire(call_t &call);
+    uint32_t send_rule(call_t &call, const record_family_t &family);
+    uint32_t judge_rule(call_t &call, uint32_t table_code);
+    void note_repair(const call_t &call, uint32_t code);
+    void take_rows(call_t &call, const page_t &page, uint32_t count);
+    bool end_list(call_t &call, const std::string &error);
+    uint32_t ask(call_t &call);
 
     options_t options_;
     note_fn_t note_;
@@ -92,7 +150,10 @@ private:
     bool bound_ = false;
     std::map<call_id_t, call_t> calls_;
     call_id_t last_id_ = 0;
-    call_t *starting_ = nullptr; /* whose messages a dry run collects */
+    call_t *starting_ = nullptr;                      /* whose messages go out now */
+    std::unordered_map<uint64_t, call_id_t> on_wire_; /* queries and rules by the context that their replies carry */
+    std::map<rule_name_t, call_id_t> rules_under_way_;
+    rule_book_t rules_;
 };
 
 #endif

@@ -1,4 +1,5 @@
 /* What the server holds: its IP aliases, its statistics and its sessions. */
+#include <algorithm>
 #include <cstring>
 
 #include "fwx_nat64/fwx_nat64.h"
@@ -7,10 +8,13 @@
 
 namespace {
 
+constexpr uint32_t no_limit = UINT32_MAX;
+
 struct query_t {
     uint32_t sel;
     uint64_t cookie;
-    uint32_t count = 1000;
+    uint32_t count = 1000; /* a reply */
+    uint32_t limit = no_limit;
     uint32_t arg;
 };
 
@@ -18,13 +22,20 @@ void selector_field(CLI::App &app, query_t &query) {
     number_field(app, "--sel", query.sel, "selector, passed to the server");
 }
 
+void limit_field(CLI::App &app, uint32_t &limit) {
+    number_field(app, "--limit", limit, "how many entries are wanted, all without it", 1);
+}
+
 void limit_query_fields(CLI::App &app, query_t &query) {
     selector_field(app, query);
-    number_field(app, "--count", query.count, "largest number of entries, 1000 without it", 1);
+    limit_field(app, query.limit);
+    number_field(app, "--count", query.limit, "the same as --limit", 1);
 }
 
 void all_query_fields(CLI::App &app, query_t &query) {
-    limit_query_fields(app, query);
+    selector_field(app, query);
+    limit_field(app, query.limit);
+    number_field(app, "--count", query.count, "largest number of entries to ask for at a time, 1000 without it", 1);
     number_field(app, "--cookie", query.cookie, "where to go on, 0 for the start");
     number_field(app, "--arg", query.arg, "argument, passed to the server");
 }
@@ -58,23 +69,41 @@ constexpr query_form_t query_forms[] = {
      },
      all_query_fields},
     {"limits", "Limits and their use",
-     [](const query_t &query, void *ctx) { return fwx_nat64_stats_limit_all_query_a(query.sel, query.count, ctx); },
+     [](const query_t &query, void *ctx) {
+         /* There is no cookie to go on with: one entry too many tells that there are more. */
+         const uint32_t count = query.limit == no_limit ? no_limit : query.limit + 1;
+         return fwx_nat64_stats_limit_all_query_a(query.sel, count, ctx);
+     },
      limit_query_fields},
 };
+
+uint32_t start_query(call_t &call, const query_t &query, const query_form_t &form) {
+    auto ask = [query, start = form.start](call_t &of, uint64_t cookie, uint64_t wanted) {
+        query_t next = query;
+        next.cookie = cookie;
+        next.count = static_cast<uint32_t>(std::min<uint64_t>(query.count, wanted));
+        return start(next, of.ctx);
+    };
+    return call.pal.begin_list(call, query.cookie, query.limit, ask);
+}
 
 struct walk_t {
     fwx_nat64_sess_walk_filter_t filter;
     uint32_t protocol;
     uint64_t cookie;
     uint32_t count = 50;
-    uint32_t limit;
+    uint32_t limit = no_limit;
 };
 
 /** The server is told the limit too, so that it need not send what nobody wants. */
-uint32_t start_walk(call_t &call, walk_t &walk) {
-    std::memcpy(walk.filter.opaque0, &walk.protocol, sizeof walk.protocol);
-    if (walk.limit != 0) call.row_limit = walk.limit;
-    return fwx_nat64_session_walk_a(walk.count, &walk.filter, walk.cookie, walk.limit, 0, pal_walk_callback, call.ctx);
+uint32_t start_walk(call_t &call, const walk_t &walk) {
+    auto ask = [walk](call_t &of, uint64_t cookie, uint64_t wanted) {
+        fwx_nat64_sess_walk_filter_t filter = walk.filter;
+        std::memcpy(filter.opaque0, &walk.protocol, sizeof walk.protocol);
+        const uint32_t limit = walk.limit == no_limit ? 0 : static_cast<uint32_t>(wanted);
+        return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, 0, pal_walk_callback, of.ctx);
+    };
+    return call.pal.begin_list(call, walk.cookie, walk.limit == no_limit ? UINT64_MAX : walk.limit, ask);
 }
 
 void add_walk(grammar_t &grammar) {
@@ -82,7 +111,7 @@ void add_walk(grammar_t &grammar) {
     CLI::App &app =
         grammar.command("walk", "Shows the sessions", [walk](call_t &call) { return start_walk(call, *walk); });
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
-    number_field(app, "--limit", walk->limit, "how many sessions are wanted, all without it", 1);
+    limit_field(app, walk->limit);
     number_field(app, "--cookie", walk->cookie, "where to go on, 0 for the start");
     number_field(app, "--protocol", walk->protocol, "only those of this IP protocol", 1, UINT8_MAX);
     address_field(app, "--src", walk->filter.src, "only those with this source");
@@ -108,7 +137,7 @@ void add_query_commands(grammar_t &grammar) {
     for (const query_form_t &form : query_forms) {
         auto query = grammar.record<query_t>();
         CLI::App &app = grammar.command(form.verb, form.summary,
-                                        [query, start = form.start](call_t &call) { return start(*query, call.ctx); });
+                                        [query, &form](call_t &call) { return start_query(call, *query, form); });
         form.fields(app, *query);
     }
     grammar.family("session", "Sessions");

@@ -7,7 +7,9 @@ namespace {
 void add_verb(grammar_t &grammar, const record_family_t &family, const record_verb_t &verb) {
     auto record = grammar.record<record_buffer_t>();
     record_init(family, *record);
-    auto start = [record, op = verb.op, send = family.send](call_t &call) { return send(op, record->bytes, call.ctx); };
+    auto start = [record, op = verb.op, &family](call_t &call) {
+        return call.pal.send(call, family, op, record->bytes);
+    };
     CLI::App &app = grammar.command(std::string(verb.word), std::string(verb.title) + " " + family.noun, start);
     for (size_t i = 0; i < family.field_count; ++i) {
         const record_field_t &field = family.fields[i];

@@ -9,12 +9,9 @@ namespace {
 
 using model_fn_t = std::function<uint32_t(fwx_nat64_model_t *)>;
 
-/** Enters a verb that acts on the model; a dry run has none, and does nothing. */
 CLI::App &model_command(grammar_t &grammar, const char *verb, const char *summary, model_fn_t act) {
-    return grammar.immediate(verb, summary, [act = std::move(act)](call_t &call) {
-        fwx_nat64_model_t *model = call.pal.model();
-        return model == nullptr ? 0 : act(model);
-    });
+    return grammar.embedded(verb, summary,
+                            [act = std::move(act)](call_t &, fwx_nat64_model_t &model) { return act(&model); });
 }
 
 /** Wraps an action of the model that cannot fail. */
@@ -124,9 +121,8 @@ void add_notifications(grammar_t &grammar) {
     number_field(debug_app, "--on", debug->on, "1 on, 0 off", 0, 1).required();
 }
 
-uint32_t show_counts(call_t &call) {
-    if (call.pal.model() == nullptr) return 0;
-    fwx_nat64_model_counts_t counts = call.pal.model()->counts();
+uint32_t show_counts(call_t &call, fwx_nat64_model_t &model) {
+    fwx_nat64_model_counts_t counts = model.counts();
     call.outcome.data = {{"commands", counts.commands}, {"malformed", counts.malformed}, {"refused", counts.refused},
                          {"replies", counts.replies},   {"held", counts.held},           {"clients", counts.clients}};
     return 0;
@@ -138,7 +134,7 @@ void add_server_commands(grammar_t &grammar) {
     grammar.family("server", "The embedded server model");
     add_misbehaviour(grammar);
     model_command(grammar, "wakeup", "Wakes the command queue up", &fwx_nat64_model_t::wakeup);
-    grammar.immediate("counts", "Shows what the server has counted", show_counts);
+    grammar.embedded("counts", "Shows what the server has counted", show_counts);
     add_notifications(grammar);
 
     grammar.subfamily("sessions", "Sessions that the server makes up");

@@ -52,6 +52,9 @@ fwx_host_server_t *fwx_host_server_find(const char *name);
  * at the directory, FWX_HOST_ERR_BAD_ARG, or an errno value.
  */
 uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_name);
+/** Writes the path of the socket under which a server of that name listens, or would; `size` is the room at `path`.
+ *  FWX_HOST_ERR_BAD_ARG for a name that cannot be a file's, or when the path does not fit. */
+uint32_t fwx_host_server_path(const char *server_name, char *path, size_t size);
 /**
  * Channels of this name that are opened from now on go to the server that listens as `server_name` in another process;
  * null: back to this process. Opening then fails with FWX_HOST_ERR_NO_SERVER or FWX_HOST_ERR_FOREIGN.

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "fwx_host/errors.h"
+#include "fwx_host/smc.h"
 
 namespace {
 
@@ -76,6 +77,14 @@ msghdr framed(iovec &word, control_t &control) {
 }
 
 }  // namespace
+
+extern "C" uint32_t fwx_host_server_path(const char *server_name, char *path, size_t size) {
+    sockaddr_un address{};
+    if (server_name == nullptr || path == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (const uint32_t code = address_of(server_name, &address)) return code;
+    const int length = snprintf(path, size, "%s", address.sun_path);
+    return static_cast<size_t>(length) < size ? 0 : FWX_HOST_ERR_BAD_ARG;
+}
 
 uint32_t shm_listen(const char *name, descriptor_t *listener) {
     sockaddr_un address{};

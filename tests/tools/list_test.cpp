@@ -1,0 +1,112 @@
+/* Lists of the server: whole, or cut where the user wants it, or an error. */
+#include "natctl_fixture.h"
+
+namespace {
+
+class list_test : public natctl_test {
+protected:
+    void TearDown() override {
+        fwx_host_clock_run();
+        natctl_test::TearDown();
+    }
+
+    static std::string mappings(int count) {
+        std::string lines;
+        for (int id = 1; id <= count; ++id) {
+            lines += "dmapping add --id " + std::to_string(id) + " --type 1\n";
+        }
+        return lines;
+    }
+    static json_t last_of(const std::string &lines) {
+        return json_t::parse(run("--json --keep-going batch -", lines).answers).back();
+    }
+};
+
+TEST_F(list_test, a_list_is_whole_however_many_replies_it_takes) {
+    const json_t all = last_of(mappings(25) + "stats mappings --count 7\n");
+    ASSERT_EQ(all.at("data").size(), 25U);
+    EXPECT_EQ(all.at("data").at(24).at("id"), 25);
+    EXPECT_FALSE(all.contains("cut"));
+}
+
+struct cut_t {
+    const char *line;
+    size_t rows;
+    bool is_cut;
+    int next_id; /* of the first row from the cookie on */
+};
+
+TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie) {
+    constexpr cut_t cuts[] = {
+        {"stats mappings --count 7 --limit 10", 10, true, 11},
+        {"stats mappings --count 7 --limit 25", 25, false, 0},
+        {"stats mappings --limit 26", 25, false, 0},
+        {"stats pools --limit 1", 1, false, 0},
+        {"stats limits --limit 1", 1, false, 0},
+        {"sessions walk --count 7 --limit 20", 20, true, 20},
+        {"sessions walk --count 7 --limit 30", 30, false, 0},
+    };
+    const std::string setup =
+        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\nlimit add --type 1 --value "
+        "3\n" +
+        mappings(25) + "server sessions generate 30\n";
+    for (const cut_t &cut : cuts) {
+        SCOPED_TRACE(cut.line);
+        const std::string line = cut.line;
+        const json_t outcome = last_of(setup + line + "\n");
+        EXPECT_EQ(outcome.at("data").size(), cut.rows);
+        EXPECT_EQ(outcome.contains("cut"), cut.is_cut);
+        if (!cut.is_cut) continue;
+        const std::string cookie = outcome.at("cookie").dump();
+        const json_t rest = last_of(setup + line.substr(0, line.find(" --count")) + " --cookie " + cookie + "\n");
+        const json_t &first = rest.at("data").at(0);
+        const bool is_walk = line[0] == 's' && line[1] == 'e';
+        EXPECT_EQ(is_walk ? first.at("src_port") : first.at("id"), is_walk ? 1024 + cut.next_id : cut.next_id);
+        EXPECT_NE(run("--keep-going batch -", setup + line).notes.find("--cookie " + cookie), std::string::npos);
+    }
+}
+
+TEST_F(list_test, a_list_that_does_not_advance_ends_with_an_error) {
+    const json_t walk = last_of("server sessions generate 50\nserver duplicate --copies 2\nsessions walk --count 7\n");
+    EXPECT_EQ(walk.at("status"), "refused");
+    EXPECT_EQ(walk.at("error"), "the server's list does not advance; the list is not whole");
+}
+
+TEST_F(list_test, a_query_that_is_refused_in_full_length_is_no_empty_list) {
+    for (const std::string query :
+         {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits", "sessions walk"}) {
+        const json_t outcome = last_of("server fail-next --code 0x6005\n" + query + "\n");
+        EXPECT_EQ(outcome.at("status"), "refused") << query;
+        EXPECT_EQ(outcome.at("code"), 0x6005) << query;
+    }
+}
+
+/** Turns the clock with each reply of a list that is traced. */
+class slow_trace_t : public std::streambuf {
+    int_type overflow(int_type c) override {
+        line_ += traits_type::to_char_type(c);
+        if (c == '\n') take();
+        return c;
+    }
+    std::streamsize xsputn(const char *text, std::streamsize count) override {
+        line_.append(text, static_cast<size_t>(count));
+        return count;
+    }
+    void take() {
+        if (line_.rfind("<- stats_mapping", 0) == 0) fwx_host_clock_turn(3000);
+        line_.clear();
+    }
+    std::string line_;
+};
+
+TEST_F(list_test, the_timeout_is_the_longest_silence_and_not_the_time_of_a_whole_list) {
+    std::istringstream lines(mappings(25) + "stats mappings --count 5\n");
+    std::ostringstream answers;
+    slow_trace_t trace;
+    std::ostream notes(&trace);
+    const uint64_t before = fwx_host_clock_ms();
+    EXPECT_EQ(run_natctl(words_of("--trace --timeout 5000 batch -"), lines, answers, notes), 0);
+    EXPECT_GE(fwx_host_clock_ms() - before, 15000U) << "five replies were slow";
+}
+
+}  // namespace

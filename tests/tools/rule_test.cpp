@@ -1,0 +1,85 @@
+/* MAP-T rules: what natctl says of them is what the server did, and the library's table agrees. */
+#include "natctl_fixture.h"
+
+namespace {
+
+class rule_test : public natctl_test {};
+
+/* Rule 1 and rule 2 share their IPv4 prefix, 3 shares nothing. */
+constexpr char add1[] = "mapt bmr add --rule 1 --domain 6 --v6 2001:db8:100::/40 --v4 192.0.2.0/24\n";
+constexpr char add2[] = "mapt bmr add --rule 2 --domain 6 --v6 2001:db8:200::/40 --v4 192.0.2.0/24\n";
+constexpr char add3[] = "mapt bmr add --rule 3 --domain 6 --v6 2001:db8:300::/40 --v4 198.51.100.0/24\n";
+constexpr char del1[] = "mapt bmr del --rule 1 --domain 6\n";
+constexpr char del2[] = "mapt bmr del --rule 2 --domain 6\n";
+constexpr char del3[] = "mapt bmr del --rule 3 --domain 6\n";
+constexpr char refuse[] = "server fail-next --code 0x6006\n";
+
+struct story_t {
+    const char *what;
+    std::string lines;
+    const char *verdicts; /* of the rule commands: o for ok, r for refused by the server */
+    int installed;
+    int leaves;
+    int found; /* the rule that 192.0.2.9 leads to; 0 for none */
+    const char *pipeline = "1";
+};
+
+TEST_F(rule_test, the_verdict_is_the_servers_and_the_table_follows_it) {
+    const std::string a1 = add1, a2 = add2, a3 = add3, d1 = del1, d2 = del2, d3 = del3, no = refuse;
+    const std::string done = "status\nstatus\nstatus\nstatus\n"; /* as many as a pipeline holds */
+    const story_t stories[] = {
+        {"installed", a1, "o", 1, 2, 1},
+        {"deleted", a1 + d1, "oo", 0, 0, 0},
+        {"refused", no + a1, "r", 0, 0, 0},
+        {"refused, then accepted", no + a1 + a1, "ro", 1, 2, 1},
+        {"refused beside one with the same prefix", a1 + no + a2, "or", 1, 2, 1},
+        {"deleted beside one with the same prefix", a1 + a2 + d1, "ooo", 1, 2, 2},
+        {"both deleted", a1 + a2 + d1 + d2, "oooo", 0, 0, 0},
+        {"added twice", a1 + a1, "or", 1, 2, 1},
+        {"delete refused", a1 + no + d1, "or", 1, 2, 1},
+        {"delete refused, then accepted", a1 + no + d1 + d1, "oro", 0, 0, 0},
+        {"unknown to the server", d1, "r", 0, 0, 0},
+        {"a default rule that is refused", no + "mapt dmr add --id 4\n", "r", 0, 0, 0},
+        {"two under way together", a1 + a3, "oo", 2, 4, 1, "4"},
+        {"one rule added, deleted and added at once", a1 + d1 + a1, "ooo", 1, 2, 1, "4"},
+        {"added while the table is emptied", "server cleanup on\n" + a3 + done + d3 + a1, "ooo", 1, 2, 1, "4"},
+    };
+    for (const story_t &story : stories) {
+        SCOPED_TRACE(story.what);
+        const std::string options = std::string("--json --keep-going --pipeline ") + story.pipeline;
+        const json_t outcomes =
+            json_t::parse(run(options + " batch -", story.lines + done + "mapt show\nmapt lookup 192.0.2.9\n").answers);
+        std::string verdicts;
+        for (const json_t &outcome : outcomes) {
+            const auto command = outcome.at("command").get<std::string>();
+            const bool is_rule = command.rfind("mapt bmr", 0) == 0 || command.rfind("mapt dmr", 0) == 0;
+            if (is_rule) verdicts += outcome.at("status").get<std::string>().at(0);
+        }
+        EXPECT_EQ(verdicts, story.verdicts);
+        const json_t &table = outcomes.at(outcomes.size() - 2).at("data");
+        EXPECT_EQ(table.at("installed"), story.installed);
+        EXPECT_EQ(table.at("pending"), 0);
+        EXPECT_EQ(table.at("leaves"), story.leaves);
+        const json_t &match = outcomes.back();
+        EXPECT_EQ(match.contains("data") ? match.at("data").at("rule_id") : json_t(0), story.found);
+    }
+}
+
+TEST_F(rule_test, a_refusal_is_told_with_the_servers_code) {
+    const json_t outcomes = json_t::parse(run("--json --keep-going batch -", std::string(refuse) + add1).answers);
+    EXPECT_EQ(outcomes.at(1).at("code"), 0x6006);
+    EXPECT_EQ(outcomes.at(1).at("error"), "refused by the server: the server does not take this value (0x6006)");
+}
+
+TEST_F(rule_test, a_rule_is_pending_until_its_answer_and_a_late_answer_still_counts) {
+    const json_t outcomes = json_t::parse(run("--json --keep-going --timeout 20 batch -",
+                                              std::string("server hold\n") + add1 + "mapt show\nserver release\n" +
+                                                  "ipalias upload\nmapt show\n" + "mapt lookup 2001:db8:100::1\n")
+                                              .answers);
+    EXPECT_EQ(outcomes.at(1).at("status"), "no_answer");
+    EXPECT_EQ(outcomes.at(2).at("data").at("pending"), 1);
+    EXPECT_EQ(outcomes.at(5).at("data").at("installed"), 1);
+    EXPECT_EQ(outcomes.at(6).at("data").at("prefix_len"), 40);
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+/* natctl beside a server that is a process of its own, and what ends a batch early. */
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "natctl_fixture.h"
+#include "tests/support/runtime_directory.h"
+
+namespace {
+
+/** `natctl serve alpha`, ready for clients. */
+class server_process_t {
+public:
+    server_process_t() {
+        int out[2];
+        if (pipe(out) != 0) return;
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            close(out[0]);
+            close(out[1]);
+            execl(NATCTL_PATH, NATCTL_PATH, "serve", "alpha", nullptr);
+            _exit(127);
+        }
+        close(out[1]);
+        char ready = 0;
+        is_ready_ = read(out[0], &ready, 1) == 1;
+        close(out[0]);
+    }
+    ~server_process_t() { end(SIGTERM); }
+    server_process_t(const server_process_t &) = delete;
+    server_process_t &operator=(const server_process_t &) = delete;
+
+    bool is_ready() const { return is_ready_; }
+    void stand_still() const { kill(pid_, SIGSTOP); }
+    void go_on() const { kill(pid_, SIGCONT); }
+    void end(int signal) {
+        if (pid_ <= 0) return;
+        kill(pid_, signal);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+
+private:
+    pid_t pid_ = -1;
+    bool is_ready_ = false;
+};
+
+class server_process_test : public natctl_test {
+    runtime_directory_t directory_;
+};
+
+TEST_F(server_process_test, what_only_the_embedded_server_can_do_is_refused_and_sends_nothing) {
+    for (const std::string command : {"mapt lookup 192.0.2.1", "server drop", "server fail-next --code 5",
+                                      "server sessions generate 3", "server notify event", "server counts"}) {
+        SCOPED_TRACE(command);
+        const run_t connected = run("--trace --connect alpha " + command);
+        EXPECT_EQ(connected.status, 2);
+        EXPECT_NE(connected.notes.find("only the embedded server can do that"), std::string::npos) << connected.notes;
+        EXPECT_EQ(connected.notes.find("->"), std::string::npos) << connected.notes;
+        EXPECT_EQ(connected.answers, "");
+        const run_t dry = run("--dry-run " + command);
+        EXPECT_EQ(dry.status, 0);
+        EXPECT_NE(dry.answers.find(": nothing to send\n"), std::string::npos) << dry.answers;
+    }
+}
+
+TEST_F(server_process_test, the_examples_run_on_a_server_process) {
+    for (const std::string example : {"settings", "nat64", "mapt"}) {
+        const server_process_t server;
+        ASSERT_TRUE(server.is_ready());
+        const run_t result = run("--connect alpha batch " EXAMPLES_PATH "/" + example + ".natctl");
+        EXPECT_EQ(result.status, 0) << example << '\n' << result.notes;
+    }
+}
+
+TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {
+    const server_process_t server;
+    const std::string rule = "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24";
+    EXPECT_EQ(run("--connect alpha " + rule).status, 0);
+    const json_t outcomes =
+        json_t::parse(run("--json --keep-going --connect alpha batch -", rule + "\nmapt show\n").answers);
+    EXPECT_EQ(outcomes.at(0).at("error"), "refused by the server: the server has this entry already (0x6004)");
+    EXPECT_EQ(outcomes.at(1).at("data").at("installed"), 0);
+    EXPECT_EQ(outcomes.at(1).at("data").at("leaves"), 0);
+}
+
+TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_to_do) {
+    const server_process_t server;
+    const run_t result = run("--connect beta status");
+    EXPECT_EQ(result.status, 4);
+    for (const std::string part : {"no server beta for channel fwx_cp", "/fwx_host/beta as ", "no such socket",
+                                   "natctl serve beta", "servers that are there now: alpha\n"}) {
+        EXPECT_NE(result.notes.find(part), std::string::npos) << part << '\n' << result.notes;
+    }
+    EXPECT_NE(run("--connect .beta status").notes.find("no server can have the name"), std::string::npos);
+}
+
+TEST_F(server_process_test, the_timeout_covers_the_binding) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    server.stand_still();
+    const run_t result = run("--timeout 20 --connect alpha status");
+    server.go_on();
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.notes.find("bind: no answer within 20 ms\n"), std::string::npos) << result.notes;
+}
+
+TEST_F(server_process_test, a_server_that_dies_ends_a_batch_with_one_message) {
+    for (const std::string pipeline : {"1", "4"}) {
+        SCOPED_TRACE(pipeline);
+        server_process_t server;
+        lines_t lines(std::vector<std::string>(9, "timeout set --type 1 --value 300"), 6,
+                      [&server] { server.end(SIGKILL); });
+        std::istream input(&lines);
+        const run_t result = run("--keep-going --connect alpha --pipeline " + pipeline + " batch -", input);
+        EXPECT_EQ(result.status, 4);
+        const size_t told = result.notes.find(": timeout set: ");
+        EXPECT_NE(told, std::string::npos) << result.notes;
+        EXPECT_EQ(result.notes.find(": timeout set: ", told + 1), std::string::npos) << result.notes;
+        EXPECT_NE(result.notes.find(" commands done, 1 failed, "), std::string::npos) << result.notes;
+        EXPECT_EQ(result.notes.find("0 not run"), std::string::npos) << result.notes;
+    }
+}
+
+TEST_F(server_process_test, an_interrupt_stops_what_is_not_started_and_leaves_a_whole_document) {
+    lines_t lines(std::vector<std::string>(9, "timeout set --type 1 --value 300"), 4, [] { raise(SIGINT); });
+    std::istream input(&lines);
+    const run_t result = run("--json --keep-going batch -", input);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.notes, "natctl: interrupted: 3 commands done, 0 failed, 6 not run\n");
+    EXPECT_EQ(json_t::parse(result.answers).size(), 3U);
+}
+
+TEST_F(server_process_test, an_interface_without_prefixes_says_that_it_has_none) {
+    EXPECT_EQ(run("interface set --ifh 1").answers, "interface set: ok, the interface has no prefixes now\n");
+    EXPECT_EQ(run("interface set --ifh 1 --sful 64:ff9b::/96").answers, "interface set: ok\n");
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+/*
+ * What natctl has in the library's table of MAP-T rules. The library installs a rule whatever the server says and
+ * deletes the leaf of a prefix with any of the rules that share it; the book takes back what the server did not do and
+ * puts back the leaves of those that stay.
+ */
+#ifndef TOOLS_NATCTL_RULE_BOOK_H
+#define TOOLS_NATCTL_RULE_BOOK_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+#include <utility>
+
+#include "fwx_nat64/mapt.h"
+
+/** Rule ID and Domain ID. */
+using rule_name_t = std::pair<uint32_t, uint32_t>;
+inline rule_name_t name_of(const fwx_nat64_mapt_bmr_t &rule) {
+    return {rule.rule_id, rule.domain_id};
+}
+
+/** An add or a delete of a rule, from before the library is told of it to its verdict. */
+struct rule_change_t {
+    uint32_t op; /* FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    fwx_nat64_mapt_bmr_t rule;
+    std::optional<fwx_mapt_rule_hash_elem_t> before; /* of a delete: the rule that left the table */
+};
+
+/** Results are 0 or the rule table's code: what could not be put right. */
+class rule_book_t {
+public:
+    /** An add is about to be given to the library; false when the rule is pending already, and stays as it is. */
+    bool adding(const rule_change_t &change);
+    /** A delete has been given to the library. */
+    uint32_t deleting(rule_change_t &change);
+    /** The server has done it; `table_code` is what the library's table made of it, `bmr_index` the server's. */
+    uint32_t done(const rule_change_t &change, uint32_t table_code, uint32_t bmr_index);
+    /** The server has not done it. */
+    uint32_t failed(const rule_change_t &change);
+    /** The library has emptied its table. */
+    void emptied();
+
+    size_t installed() const { return installed_.size(); }
+    size_t pending() const { return pending_.size(); }
+
+private:
+    using prefix_t = std::tuple<int, uint8_t, uint64_t>; /* IP version, length, bits */
+
+    static prefix_t v4_of(const fwx_nat64_mapt_bmr_t &rule);
+    static prefix_t v6_of(const fwx_nat64_mapt_bmr_t &rule);
+    void enter(const fwx_mapt_rule_hash_elem_t &rule);
+    std::optional<fwx_mapt_rule_hash_elem_t> leave(const rule_name_t &name);
+    uint32_t install(fwx_mapt_rule_hash_elem_t rule);
+    uint32_t take_out(const fwx_nat64_mapt_bmr_t &rule);
+    uint32_t put_back_leaves(const fwx_nat64_mapt_bmr_t &rule);
+
+    std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> installed_;
+    std::set<std::pair<prefix_t, rule_name_t>> sharing_; /* the installed ones by each of their prefixes */
+    std::map<rule_name_t, bool> pending_;                /* whether the library still has it so */
+};
+
+#endif

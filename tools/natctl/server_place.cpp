@@ -1,0 +1,82 @@
+#include "tools/natctl/server_place.h"
+
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "fwx_host/smc.h"
+#include "fwx_nat64/client.h"
+
+namespace {
+
+/** Empty for a name under which no server can listen. */
+std::string socket_path(const std::string &name) {
+    char path[sizeof(sockaddr_un::sun_path)];
+    return fwx_host_server_path(name.c_str(), path, sizeof path) == 0 ? path : "";
+}
+
+/** 0 when somebody listens at a socket, else why not, as an errno value. */
+int try_socket(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) return errno;
+    const int failed = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ? 0 : errno;
+    close(fd);
+    return failed == EAGAIN ? 0 : failed; /* there are more who wait at its door */
+}
+
+std::string user_text() {
+    const passwd *entry = getpwuid(geteuid());
+    return (entry == nullptr ? "" : std::string(entry->pw_name) + ", ") + "uid " + std::to_string(geteuid());
+}
+
+std::string why_text(const std::string &path) {
+    struct stat directory {};
+    const std::string parent = std::filesystem::path(path).parent_path();
+    const bool is_there = stat(parent.c_str(), &directory) == 0;
+    const bool is_private = directory.st_uid == geteuid() && (directory.st_mode & 07777) == S_IRWXU;
+    if (is_there && !is_private) return "others can get at the directory " + parent;
+    const int failed = try_socket(path);
+    if (failed == ENOENT) return "there is no such socket";
+    if (failed == ECONNREFUSED) return "its server has ended";
+    return failed == 0 ? "somebody listens there, and did not take the connection" : std::strerror(failed);
+}
+
+std::string others_text(const std::string &path) {
+    std::vector<std::string> names;
+    std::error_code failed;
+    for (const auto &entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path(), failed)) {
+        if (try_socket(entry.path()) == 0) names.push_back(entry.path().filename());
+    }
+    if (names.empty()) return "no server is there now";
+    std::sort(names.begin(), names.end());
+    std::string text;
+    for (const std::string &name : names) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return "servers that are there now: " + text;
+}
+
+}  // namespace
+
+bool server_is_there(const std::string &name) {
+    const std::string path = socket_path(name);
+    return !path.empty() && try_socket(path) == 0;
+}
+
+std::string server_absence(const std::string &name) {
+    const std::string path = socket_path(name);
+    if (path.empty()) return "no server can have the name \"" + name + "\": it must be that of a file, and short";
+    return "no server " + name + " for channel " FWX_NAT64_CHANNEL_NAME ": looked for the socket " + path + " as " +
+           user_text() + ": " + why_text(path) + "; start one with: natctl serve " + name + "; " + others_text(path);
+}
