@@ -62,6 +62,9 @@ public:
 
 private:
     void take(const std::string &text) {
+        /* Before more is started in vain. */
+        const bool must_look = !is_shell_ && !started_.empty() && pal_.has_lost_server();
+        if (must_look) finish_down_to(0);
         if (is_stopped()) {
             not_run_ += has_command(text) ? 1 : 0;
             return;

@@ -210,11 +210,8 @@ void pal_t::forget_wire(call_t &call) {
     if (found != on_wire_.end() && found->second == reinterpret_cast<call_id_t>(call.ctx)) on_wire_.erase(found);
 }
 
-size_t pal_t::outstanding(const std::string &name) const {
-    auto is_waiting = [&name](const auto &entry) {
-        const call_t &call = entry.second;
-        return call.awaited && !call.answered && (name.empty() || name == call.outcome.command);
-    };
+size_t pal_t::outstanding() const {
+    auto is_waiting = [](const auto &entry) { return entry.second.awaited && !entry.second.answered; };
     return static_cast<size_t>(std::count_if(calls_.begin(), calls_.end(), is_waiting));
 }
 

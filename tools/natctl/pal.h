@@ -108,8 +108,8 @@ public:
     fwx_host_loop_t *loop() const { return loop_.get(); }
     /** The server model, or null when the server is none. */
     fwx_nat64_model_t *model() const { return connection_->model(); }
-    /** Commands that wait for their answer; only those of that name unless it is empty. */
-    size_t outstanding(const std::string &name = {}) const;
+    /** Commands that wait for their answer. */
+    size_t outstanding() const;
     /** Gives the record of a command to the library. */
     uint32_t send(call_t &call, const record_family_t &family, uint32_t op, const void *record);
     /** Begins a list of at most `limit` entries. */

@@ -45,7 +45,7 @@ std::string why_text(const std::string &path) {
     const std::string parent = std::filesystem::path(path).parent_path();
     const bool is_there = stat(parent.c_str(), &directory) == 0;
     const bool is_private = directory.st_uid == geteuid() && (directory.st_mode & 07777) == S_IRWXU;
-    if (is_there && !is_private) return "others can get at the directory " + parent;
+    if (is_there && !is_private) return "others can get at the directory, which must be its user's with mode 0700";
     const int failed = try_socket(path);
     if (failed == ENOENT) return "there is no such socket";
     if (failed == ECONNREFUSED) return "its server has ended";
