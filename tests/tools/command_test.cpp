@@ -75,6 +75,8 @@ TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
     run_t result = run("adj set --help");
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.answers.find("--type 1 to 13"), std::string::npos) << result.answers;
+    EXPECT_EQ(run("--json batch --help").answers, run("batch --help").answers);
+    EXPECT_EQ(run("--version").answers.rfind("natctl 1.", 0), 0U);
 }
 
 TEST_F(command_test, statistics_come_as_rows_in_every_format) {

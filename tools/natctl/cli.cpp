@@ -133,7 +133,7 @@ public:
     bool is_batch() const { return batch_->parsed(); }
     bool is_shell() const { return shell_->parsed(); }
     bool is_serve() const { return serve_->parsed(); }
-    bool has_many() const { return is_batch() || is_shell(); }
+    bool has_many() const { return !text.has_value() && (is_batch() || is_shell()); }
 
     command_t command; /* as parsed; without a name when it is none of the grammar's */
     options_t options;
