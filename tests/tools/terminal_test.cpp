@@ -87,6 +87,7 @@ TEST_F(terminal_test, the_shell_answers_before_it_asks_again_and_an_interrupt_on
     ASSERT_TRUE(shows("natctl> ")) << shown_;
     type("timeout set --type 2 --value 300\n");
     ASSERT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    ASSERT_TRUE(shows("natctl> ")) << shown_;
     type("\x04");
     ASSERT_TRUE(shows("\r\n")) << shown_;
     EXPECT_EQ(exit_status(), 0);

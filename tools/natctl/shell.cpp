@@ -1,6 +1,7 @@
 #include "tools/natctl/shell.h"
 
 #include <editline/readline.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,20 +56,41 @@ std::string history_file() {
 }
 
 volatile std::sig_atomic_t was_interrupted = 0;
+sigset_t mask_while_waiting; /* lets an interrupt in, which is blocked everywhere else */
+
+/** For the line editor: the next byte typed, or -1 at the end and when an interrupt came. */
+int next_byte(FILE *) {
+    pollfd typed{STDIN_FILENO, POLLIN, 0};
+    unsigned char byte = 0;
+    const bool has_byte =
+        ppoll(&typed, 1, nullptr, &mask_while_waiting) > 0 && ::read(STDIN_FILENO, &byte, sizeof byte) > 0;
+    return has_byte ? byte : -1;
+}
 
 /** Lines typed at a terminal. While it lives, an interrupt ends the line that is typed, and nothing else. */
 class prompt_t {
 public:
     prompt_t() : history_(history_file()) {
+        rl_catch_signals = 0;
+        rl_getc_function = next_byte; /* to be set before the first call */
         rl_attempted_completion_function = complete_word;
         using_history();
         stifle_history(history_lines);
         if (!history_.empty()) read_history(history_.c_str());
+        sigset_t interrupts;
+        sigemptyset(&interrupts);
+        sigaddset(&interrupts, SIGINT);
+        sigprocmask(SIG_BLOCK, &interrupts, &mask_before_);
+        mask_while_waiting = mask_before_;
+        sigdelset(&mask_while_waiting, SIGINT);
         struct sigaction interrupt {};
         interrupt.sa_handler = [](int) { was_interrupted = 1; };
         sigaction(SIGINT, &interrupt, &before_);
     }
-    ~prompt_t() { sigaction(SIGINT, &before_, nullptr); }
+    ~prompt_t() {
+        sigaction(SIGINT, &before_, nullptr);
+        sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
+    }
     prompt_t(const prompt_t &) = delete;
     prompt_t &operator=(const prompt_t &) = delete;
 
@@ -92,6 +114,7 @@ private:
 
     std::string history_;
     struct sigaction before_ {};
+    sigset_t mask_before_{};
 };
 
 /** Turns `help timeout` into `timeout --help`. */
