@@ -42,6 +42,7 @@ constexpr text_t own_texts[] = {
     {FWX_HOST_ERR_NO_CLIENT, "no such classifier client"},
     {FWX_HOST_ERR_FAULT, "armed fault"},
     {FWX_HOST_ERR_FOREIGN, "server or socket directory is not this user's alone"},
+    {FWX_HOST_ERR_BAD_ANSWER, "answer does not belong to the question"},
 };
 
 /* Of programs. A handful, and asked for when something goes wrong only. */

@@ -21,6 +21,7 @@
 #define FWX_HOST_ERR_NO_CLIENT 0x500fu    /* no classifier client is registered under that id */
 #define FWX_HOST_ERR_FAULT 0x5010u        /* a fault that a test armed */
 #define FWX_HOST_ERR_FOREIGN 0x5011u      /* another user's server, or a socket directory that others can get at */
+#define FWX_HOST_ERR_BAD_ANSWER 0x5012u   /* a synchronous message was answered with less than a result, or another's */
 
 #ifdef __cplusplus
 extern "C" {

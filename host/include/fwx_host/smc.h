@@ -73,6 +73,13 @@ uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size)
  *  another process: after those that were in its ring), and `disconnected` is called from the loop. */
 void fwx_host_peer_drop(fwx_host_peer_t *peer);
 
+/**
+ * How many bytes follow `data` in the message that a handler is being given now, `data` itself counted: 0 when it is not
+ * in that message, or no message is being delivered. A client that is handed data by address asks here how much there
+ * is of it, since a server can claim any number of entries.
+ */
+size_t fwx_host_smc_bytes_behind(const void *data);
+
 typedef enum { FWX_HOST_SENT, FWX_HOST_RECEIVED } fwx_host_direction_t;
 /** Sees each message as a client hands it over, and as it is delivered to a client, synchronous answers included. */
 typedef void (*fwx_host_tap_fn_t)(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);

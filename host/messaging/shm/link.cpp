@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 
 #include "fwx_host/errors.h"
 #include "host/messaging/shm/connection.h"
-#include "host/messaging/tap.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
@@ -141,13 +139,9 @@ uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply
     connection_->set_armed(false);
     channel_.make_ready(); /* rings for the loop may have been heard here */
     if (answer == nullptr) return is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_NO_ANSWER;
-    const size_t length = answer->size;
-    if (length != 0) {
-        tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer->bytes(), length);
-        memcpy(reply, answer->bytes(), std::min(length, reply_size));
-    }
+    const uint32_t code = answer_give(msg, size, answer->bytes(), answer->size, reply, reply_size);
     message_free(answer);
-    return length == 0 ? FWX_HOST_ERR_NO_ANSWER : 0;
+    return code;
 }
 
 /** Null when time is up or the server is gone. */
