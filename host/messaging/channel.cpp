@@ -71,7 +71,7 @@ void channel_t::close() {
 }
 
 uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
-    if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (is_down()) return down_code_;
     if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
     const uint64_t limit = high_ == 0 ? limit_without_marks : limit_of_high_mark * high_;
     if (untaken_bytes_ != 0 && untaken_bytes_ + size > limit) return FWX_HOST_ERR_FULL;
@@ -88,7 +88,7 @@ uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send
 }
 
 uint32_t channel_t::ask(const message_t *message, size_t size, void *reply, size_t reply_size) {
-    if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (is_down()) return down_code_;
     if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
     tap_show(FWX_HOST_SENT, exchange_t::sync, message->bytes(), size);
     return link_->ask(message->bytes(), size, reply, reply_size);
@@ -123,8 +123,8 @@ void channel_t::end_take(message_t *message, uint32_t status) {
     make_ready();
 }
 
-void channel_t::link_down() {
-    is_down_ = true;
+void channel_t::link_down(uint32_t code) {
+    down_code_ = code;
     make_ready();
 }
 
@@ -163,11 +163,11 @@ bool channel_t::dispatch_one(uint32_t &calls) {
     if (dispatch_known(calls)) return true;
     if (!is_closed()) link_->refresh();
     if (dispatch_known(calls)) return true;
-    const bool has_ended = is_closed() || is_down_;
+    const bool has_ended = is_closed() || is_down();
     if (!has_ended || in_flight_ != 0) return false;
     if (!untaken_.empty()) {
         message_t *message = untaken_.pop();
-        message->status = is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_CLOSED;
+        message->status = is_down() ? down_code_ : FWX_HOST_ERR_CLOSED;
         complete(message, calls);
         return true;
     }

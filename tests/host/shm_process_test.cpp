@@ -258,18 +258,19 @@ TEST_F(shm_process_t, a_server_that_dies_during_a_synchronous_message_is_a_chann
     EXPECT_EQ(send("a"), FWX_HOST_ERR_BAD_CHANNEL);
 }
 
-TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take) {
-    for (int i = 0; i < 10; ++i) {
+TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take_in_a_whole_turn) {
+    for (int i = 0; i < 64; ++i) {
         ASSERT_EQ(send("x"), 0u);
     }
+    ASSERT_EQ(send("x"), 0u);
     ASSERT_EQ(send("die"), 0u);
     for (int i = 0; i < 3000; ++i) {
         ASSERT_EQ(send("y" + std::string(1000, '.')), 0u); /* in the ring and behind it */
     }
     run_until([&] { return errors_seen_ == 1; });
-    EXPECT_EQ(received_, log_lines_t(10, "x"));
-    EXPECT_EQ(taken_, 11u);
-    EXPECT_EQ(failed_, 3000u);
+    EXPECT_EQ(received_, log_lines_t(64, "x")) << "no answer of the turn that it did not finish";
+    EXPECT_EQ(taken_, 64u);
+    EXPECT_EQ(failed_, 3002u);
     EXPECT_EQ(live().tx_buffers, 0u);
 }
 

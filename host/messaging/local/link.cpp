@@ -55,7 +55,7 @@ void local_peer_t::take_one() {
 
 void local_peer_t::unlink() {
     link->peer = nullptr;
-    link->channel.link_down();
+    link->channel.link_down(FWX_HOST_ERR_CHANNEL_DOWN);
     link = nullptr;
 }
 
