@@ -238,11 +238,12 @@ TEST_F(channel_t, an_answer_shorter_than_a_result_or_to_another_message_is_none)
 
 TEST_P(channel_over_t, a_handler_can_ask_how_much_of_its_message_follows_an_address_in_it) {
     const char *const end = rx_ + 4 + 5;
+    const void *const before = reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(rx_) - 1);
     during_receive_ = [&] {
         if (log_.back() == "got inner") return;
         EXPECT_EQ(fwx_host_smc_bytes_behind(rx_), 9u);
         EXPECT_EQ(fwx_host_smc_bytes_behind(end - 1), 1u);
-        EXPECT_EQ(fwx_host_smc_bytes_behind(end) + fwx_host_smc_bytes_behind(rx_ - 1), 0u);
+        EXPECT_EQ(fwx_host_smc_bytes_behind(end) + fwx_host_smc_bytes_behind(before), 0u);
         ASSERT_EQ(reply("inner"), 0u);
         run();
         EXPECT_EQ(fwx_host_smc_bytes_behind(end - 1), 1u) << "the loop ran within the handler";

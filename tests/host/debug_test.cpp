@@ -78,9 +78,9 @@ TEST_F(debug_t, standard_error_that_nobody_reads_holds_nobody_up_and_hears_later
     ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
     fwx_host_clock_turn(5000);
     alarm(60);                             /* ends a test that hangs */
-    for (const size_t width : {10, 200}) { /* too many, then too long for the pipe */
+    for (const int width : {10, 200}) { /* too many, then too long for the pipe */
         for (int i = 0; i < 1500; ++i) {
-            fwx_buginf_error("\n%*d", static_cast<int>(width), i);
+            fwx_buginf_error("\n%*d", width, i);
         }
         fwx_host_clock_turn(1000);
         std::string seen(size_t{1} << 20, '\0');
