@@ -168,8 +168,8 @@ protected:
     fwx_host_peer_t *peer_ = nullptr;
     smc_chan_t chan_ = 0;
     char rx_[64] = {};
-    std::string answer_ = "yes";  /* what follows the result; empty: there is none */
-    std::string whole_answer_;    /* instead of a sound one, if not empty */
+    std::string answer_ = "yes"; /* what follows the result; empty: there is none */
+    std::string whole_answer_;   /* instead of a sound one, if not empty */
     log_lines_t log_;
     std::function<void()> during_take_, during_done_, during_receive_, during_error_;
 

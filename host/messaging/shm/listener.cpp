@@ -97,15 +97,17 @@ void shm_listener_t::on_rest_over(void *arg) {
 void shm_listener_t::let_in(descriptor_t socket) {
     if (take_offer(socket)) return;
     if (guests_.size() >= most_guests) turn_away(guests_.front());
-    const size_t before = guests_.size();
-    const bool is_watched = host_guarded(false, [&] {
-        guests_.push_back({*this, std::move(socket)});
-        return wait_for_offer(guests_.back());
+    const bool has_room = host_guarded(false, [&] {
+        guests_.push_back({*this, descriptor_t()});
+        return true;
     });
-    if (is_watched) return;
-    if (guests_.size() > before) return turn_away(guests_.back());
-    host_peers.refused += 1;
-    shm_close(std::move(socket));
+    if (!has_room) {
+        host_peers.refused += 1;
+        return shm_close(std::move(socket));
+    }
+    guest_t &guest = guests_.back();
+    guest.socket = std::move(socket);
+    if (!wait_for_offer(guest)) turn_away(guest);
 }
 
 bool shm_listener_t::wait_for_offer(guest_t &guest) {

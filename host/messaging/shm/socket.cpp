@@ -131,8 +131,9 @@ void shm_unlisten(shm_entrance_t &entrance) {
     const bool is_there = lstat(entrance.path.c_str(), &status) == 0;
     if (is_there && status.st_dev == entrance.device && status.st_ino == entrance.file) unlink(entrance.path.c_str());
     shutdown(entrance.socket.get(), SHUT_RD);
-    descriptor_t waiting;
-    while (shm_accept(entrance.socket, &waiting) == 0) {
+    for (;;) {
+        descriptor_t waiting;
+        if (shm_accept(entrance.socket, &waiting) != 0) break;
         shm_close(std::move(waiting));
     }
     entrance.socket = descriptor_t();
