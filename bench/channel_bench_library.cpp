@@ -18,8 +18,9 @@ void answer(void *, fwx_host_peer_t *peer, const void *msg, size_t) {
     fwx_host_peer_send(peer, &reply, sizeof(reply));
 }
 
-size_t answer_at_once(void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) {
+size_t answer_at_once(void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) {
     memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
+    memcpy(reply, msg, sizeof(uint32_t));
     return sizeof(fwx_nat64_sync_reply_t);
 }
 

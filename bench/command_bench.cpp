@@ -30,8 +30,9 @@ struct world_t {
                 auto &kept = static_cast<world_t *>(ctx)->commands;
                 memcpy(&kept.emplace_back(), msg, sizeof(fwx_nat64_msg_hdr_t));
             },
-            [](void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) -> size_t {
+            [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) -> size_t {
                 memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
+                memcpy(reply, msg, sizeof(uint32_t));
                 return sizeof(fwx_nat64_sync_reply_t);
             }};
         fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, this, &server);

@@ -28,9 +28,10 @@ void received(void * /*ctx*/, fwx_host_peer_t *peer, const void *msg, size_t /*s
     if (hdr.type == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_CONFIG)) unanswered.push_back(hdr);
 }
 
-size_t asked(void * /*ctx*/, fwx_host_peer_t * /*peer*/, const void * /*msg*/, size_t /*size*/, void *reply,
+size_t asked(void * /*ctx*/, fwx_host_peer_t * /*peer*/, const void *msg, size_t /*size*/, void *reply,
              size_t /*cap*/) {
     memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
+    memcpy(reply, msg, sizeof(uint32_t));
     return sizeof(fwx_nat64_sync_reply_t);
 }
 

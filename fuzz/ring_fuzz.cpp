@@ -32,6 +32,7 @@ public:
         const std::vector<uint8_t> record(size, static_cast<uint8_t>(tag));
         const bool had_room = writer_.has_room(size);
         const bool is_written = writer_.write(tag, record.data(), size);
+        writer_.publish();
         FUZZ_CHECK(is_written == had_room);
         if (is_written) inside_.push_back({tag, record});
     }
@@ -54,13 +55,31 @@ public:
             const uint32_t first_word = reader_.first_word();
             FUZZ_CHECK(std::memcmp(&first_word, copy.data(), sizeof(first_word)) == 0);
         }
-        if (is_final_) reader_.skip(record);
-        const bool is_ours = is_final_ || reader_.pop(record);
-        FUZZ_CHECK(is_tampered_ || is_ours != is_withdrawn_);
-        FUZZ_CHECK(is_ours != reader_.is_broken());
-        if (is_tampered_ || !is_ours) return;
+        if (is_final_) {
+            reader_.skip(record);
+        } else {
+            reader_.advance(record);
+        }
+        if (is_tampered_) return;
         FUZZ_CHECK(!inside_.empty() && record.tag == inside_.front().tag && copy == inside_.front().bytes);
         inside_.pop_front();
+        position_ += 8 + (record.size + 7) / 8 * 8;
+    }
+
+    /** The end of a turn: what was read since the last one counts as read, unless it was taken back before. */
+    void end_turn() {
+        const bool is_kept = reader_.publish();
+        FUZZ_CHECK(is_kept != reader_.is_broken());
+        if (is_tampered_) return;
+        if (is_withdrawn_) {
+            FUZZ_CHECK(!is_kept || position_ == published_);
+        } else {
+            FUZZ_CHECK(is_kept);
+            published_ = position_;
+        }
+        writer_.refresh();
+        FUZZ_CHECK(writer_.is_read(published_));
+        FUZZ_CHECK(position_ == published_ || !writer_.is_read(position_));
     }
 
     void withdraw() {
@@ -104,6 +123,8 @@ private:
     shm_writer_t writer_;
     shm_reader_t reader_;
     std::deque<expected_t> inside_;
+    uint32_t position_ = 0;  /* of the reader */
+    uint32_t published_ = 0; /* what the writer may know of it */
     bool is_withdrawn_ = false;
     bool is_tampered_ = false;
     bool writer_was_broken_ = false;
@@ -123,6 +144,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
             case 1:
             case 2:
                 rings.write(action, input.byte());
+                break;
+            case 5:
+                rings.end_turn();
                 break;
             case 6:
                 if (input.byte() == 0xff) rings.withdraw();

@@ -29,13 +29,14 @@ uint32_t unknown_code(wire_form_t form, const void *msg, size_t size) {
 }
 
 /* Judges a message's frame and counts it. */
-uint32_t admit(model_state_t &model, wire_form_t form, const void *msg, size_t size) {
+uint32_t admit(model_state_t &model, fwx_host_peer_t *peer, wire_form_t form, const void *msg, size_t size) {
     const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
     if (message != nullptr && message->form == form && wire_frame_ok(*message, msg, size)) {
         ++model.commands;
         return 0;
     }
     ++model.malformed;
+    fwx_host_peer_malformed(peer);
     return message == nullptr ? unknown_code(form, msg, size) : FWX_NAT64_MODEL_ERR_MALFORMED;
 }
 
@@ -159,7 +160,7 @@ void disconnected(void *ctx, fwx_host_peer_t *peer) {
 
 void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
     model_state_t &model = model_of(ctx);
-    uint32_t code = admit(model, wire_form_t::async, msg, size);
+    uint32_t code = admit(model, peer, wire_form_t::async, msg, size);
     const bool is_well_formed = code == 0;
     const client_t *client = model.clients.find(peer);
     /* Without an asynchronous header there is no context to answer to. */
@@ -185,17 +186,16 @@ uint32_t carry_out_sync(model_state_t &model, const uint8_t *msg) {
         msg + sizeof(fwx_nat64_ctrl_msg_t));
 }
 
-size_t asked(void *ctx, fwx_host_peer_t * /*peer*/, const void *msg, size_t size, void *reply, size_t reply_cap) {
+size_t asked(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size, void *reply, size_t reply_cap) {
     model_state_t &model = model_of(ctx);
     fwx_nat64_sync_reply_t answer{};
-    answer.result = admit(model, wire_form_t::sync, msg, size);
+    answer.result = admit(model, peer, wire_form_t::sync, msg, size);
     const bool is_well_formed = answer.result == 0;
     if (is_well_formed) answer.result = take_armed_failure(model);
     if (answer.result == 0) answer.result = carry_out_sync(model, static_cast<const uint8_t *>(msg));
     note_answer(model, is_well_formed, msg, size, answer.result);
-    if (model.outbox.silent || size < sizeof(uint16_t)) return 0;
-    answer.hdr.type = static_cast<uint16_t>(wire_read(msg, sizeof(uint16_t)));
-    answer.hdr.domain = FWX_NAT64_MSG_DOMAIN;
+    if (model.outbox.silent || size < sizeof(uint32_t)) return 0;
+    std::memcpy(&answer.hdr, msg, sizeof(uint32_t)); /* by which the answer is known to be one to the question */
     const size_t length = std::min(reply_cap, sizeof(answer));
     std::memcpy(reply, &answer, length);
     return length;

@@ -63,7 +63,8 @@ void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std
 uint32_t sessions_t::clear(const fwx_nat64_session_filter_t &record) {
     const session_filter_t filter{record.value, address_of(record.src), address_of(record.dst)};
     fwx_nat64_session_t session;
-    for (uint64_t from = 0; next(from, filter, &session); from = session.id + 1) {
+    uint64_t looks = UINT64_MAX;
+    for (uint64_t from = 0; next(from, filter, &session, looks) == found_t::session; from = session.id + 1) {
         if (session.id < first_made_id) {
             statics.erase(session.mapping_id);
         } else {
@@ -73,27 +74,35 @@ uint32_t sessions_t::clear(const fwx_nat64_session_filter_t &record) {
     return 0;
 }
 
-bool sessions_t::next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session) const {
+sessions_t::found_t sessions_t::next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session,
+                                     uint64_t &looks) const {
     if (from < first_made_id) {
         const auto start = from < first_static_id ? statics.begin()
                                                   : statics.lower_bound(static_cast<uint32_t>(from - first_static_id));
         for (auto it = start; it != statics.end(); ++it) {
             *session = {};
             session->id = first_static_id + it->first;
+            if (looks == 0) return found_t::later;
+            --looks;
             session->src = it->second.src;
             session->dst = it->second.dst;
             session->mapping_id = it->first;
             session->age_s = age_s(it->second.opened_ms);
-            if (lets_through(filter, *session)) return true;
+            if (lets_through(filter, *session)) return found_t::session;
         }
         from = first_made_id;
     }
     for (uint64_t n = from - first_made_id; n < made.size(); ++n) {
+        if (looks == 0) {
+            session->id = first_made_id + n;
+            return found_t::later;
+        }
+        --looks;
         if (!made[n]) continue;
         *session = made_session(n);
-        if (lets_through(filter, *session)) return true;
+        if (lets_through(filter, *session)) return found_t::session;
     }
-    return false;
+    return found_t::none;
 }
 
 uint64_t sessions_t::owners_t::count_of(uint32_t id) const {

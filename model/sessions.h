@@ -34,8 +34,10 @@ public:
     uint64_t count_of_mapping(uint32_t mapping_id) const { return mappings.count_of(mapping_id); }
     uint64_t count_of_pool(uint32_t pool_id) const { return pools.count_of(pool_id); }
 
-    /** The first session from identifier `from` on that the filter lets through; false when there is none. */
-    bool next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session) const;
+    enum class found_t : uint8_t { none, session, later };
+    /** The first session from identifier `from` on that the filter lets through. Looks at no more than `looks` of them,
+     * and takes those off it: `later` when they are used up, and the search goes on at the identifier in `session`. */
+    found_t next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session, uint64_t &looks) const;
 
 private:
     struct static_session_t {

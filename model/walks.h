@@ -1,7 +1,9 @@
-/* Session walks under way: one page at a time, the next when the one before has gone out and the loop comes round. */
+/* Session walks under way: one page at a time, the next when the one before has gone out and the loop comes round. All
+ * walks together look at so many sessions a turn, so that one which matches little holds nobody up. */
 #ifndef MODEL_WALKS_H
 #define MODEL_WALKS_H
 
+#include <deque>
 #include <map>
 #include <vector>
 
@@ -26,13 +28,16 @@ private:
         session_filter_t filter;
         uint32_t count; /* sessions a page, as asked for */
         bool limited;
-        uint32_t left; /* sessions to go when it is limited */
-        uint64_t from; /* identifier */
+        uint32_t left;                         /* sessions to go when it is limited */
+        uint64_t from;                         /* identifier */
+        std::vector<fwx_nat64_session_t> page; /* what is found of the next one */
     };
 
-    /** Sends the next page; false when the walk has ended. */
-    bool send_page(uint64_t id, walk_t &walk);
+    /** Searches on with what is left of `looks`, and sends the page if it is found; false when the walk has ended. */
+    bool go_on(uint64_t id, walk_t &walk, uint64_t &looks);
+    bool send_page(uint64_t id, walk_t &walk, bool found_more);
     void continue_later(uint64_t id);
+    void arm();
     static void send_pages(void *walks);
 
     fwx_host_loop_t *loop;
@@ -40,7 +45,7 @@ private:
     const sessions_t &sessions;
     std::map<uint64_t, walk_t> walks; /* by number, from 1 */
     uint64_t latest = 0;
-    std::vector<uint64_t> ready; /* walks whose latest page has gone out */
+    std::deque<uint64_t> ready; /* walks whose latest page has gone out, or that search on */
     uint64_t timer = 0;
 };
 

@@ -22,6 +22,8 @@ public:
 
     bool is_open() const { return fd_ >= 0; }
     int get() const { return fd_; }
+    /** The caller's from now on. */
+    int release() { return std::exchange(fd_, -1); }
 
 private:
     int fd_ = -1;

@@ -15,7 +15,9 @@
 #include <utility>
 #include <vector>
 
+#include "fwx_host/errors.h"
 #include "host/runtime/memory.h"
+#include "host/runtime/process.h"
 
 namespace {
 
@@ -32,14 +34,22 @@ struct callback_t {
     void *arg;
 };
 
+/** The serial tells a watch from an earlier one of the same descriptor number, whose event may still be under way. */
+struct watch_t {
+    callback_t callback;
+    uint32_t serial;
+};
+
 }  // namespace
 
 struct fwx_host_loop {
     using due_t =
         std::pair<uint64_t, uint64_t>; /* milliseconds of the clock, then the id: timers due together run in order */
 
+    const uint32_t process = host_process();
     int epoll_fd;
-    std::unordered_map<int, callback_t> watches;
+    std::unordered_map<int, watch_t> watches;
+    uint32_t next_serial = 0;
     std::map<due_t, callback_t> timers;
     std::unordered_map<uint64_t, uint64_t> due_by_id;
     uint64_t next_timer_id = 1;
@@ -79,9 +89,10 @@ struct fwx_host_loop {
     uint32_t watch(int fd, uint32_t events, const callback_t &callback) {
         epoll_event event{};
         event.events = events;
-        event.data.fd = fd;
+        const watch_t watch = {callback, next_serial++};
+        event.data.u64 = uint64_t{watch.serial} << 32 | static_cast<uint32_t>(fd);
         if (epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &event) != 0) return static_cast<uint32_t>(errno);
-        const uint32_t code = host_guarded(host_errno_nomem, [&] { watches[fd] = callback; });
+        const uint32_t code = host_guarded(host_errno_nomem, [&] { watches.insert_or_assign(fd, watch); });
         if (code != 0) forget(fd);
         return code;
     }
@@ -148,9 +159,11 @@ private:
         const int count = epoll_wait(epoll_fd, events.data(), events_per_pass, timeout_ms);
         uint32_t calls = 0;
         for (int i = 0; i < count; ++i) {
-            const auto watch = watches.find(events[static_cast<size_t>(i)].data.fd);
-            if (watch == watches.end()) continue; /* unwatched by an earlier callback of this pass */
-            const callback_t callback = watch->second;
+            const uint64_t id = events[static_cast<size_t>(i)].data.u64;
+            const auto watch = watches.find(static_cast<int>(static_cast<uint32_t>(id)));
+            /* unwatched by an earlier callback of this pass, and its number perhaps watched again */
+            if (watch == watches.end() || watch->second.serial != id >> 32) continue;
+            const callback_t callback = watch->second.callback;
             callback.fn(callback.arg);
             ++calls;
         }
@@ -208,6 +221,18 @@ uint32_t loop_watch_bell(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *
     return loop.watch(fd, EPOLLIN | EPOLLET, {fn, arg});
 }
 
+namespace {
+
+bool is_usable(const fwx_host_loop_t *loop) {
+    return loop != nullptr && !loop_is_foreign(*loop);
+}
+
+}  // namespace
+
+bool loop_is_foreign(const fwx_host_loop_t &loop) {
+    return loop.process != host_process();
+}
+
 extern "C" {
 
 void fwx_host_spin_set_us(uint32_t microseconds) {
@@ -223,22 +248,23 @@ fwx_host_loop_t *fwx_host_loop_create(void) {
 }
 
 void fwx_host_loop_destroy(fwx_host_loop_t *loop) {
-    delete loop;
+    if (is_usable(loop)) delete loop;
 }
 
 int fwx_host_loop_fd(const fwx_host_loop_t *loop) {
-    return loop->epoll_fd;
+    return loop == nullptr ? -1 : loop->epoll_fd;
 }
 
 int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop) {
-    return loop->arm_bells_and_get_timeout_ms();
+    return is_usable(loop) ? loop->arm_bells_and_get_timeout_ms() : -1;
 }
 
 uint32_t fwx_host_loop_process(fwx_host_loop_t *loop) {
-    return loop->pass(0);
+    return is_usable(loop) ? loop->pass(0) : 0;
 }
 
 uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
+    if (!is_usable(loop)) return 0;
     if (const uint32_t calls = loop->quick_pass()) return calls;
     if (timeout_ms != 0) loop->spin();
     const int own = loop->arm_bells_and_get_timeout_ms();
@@ -247,6 +273,7 @@ uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
 }
 
 uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop) {
+    if (!is_usable(loop)) return 0;
     uint32_t calls = 0;
     for (;;) {
         const uint32_t more = loop->pass(0);
@@ -256,10 +283,11 @@ uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop) {
 }
 
 uint64_t fwx_host_timer_add(fwx_host_loop_t *loop, uint64_t delay_ms, fwx_host_fn_t fn, void *arg) {
-    return loop->add_timer(delay_ms, {fn, arg});
+    return is_usable(loop) ? loop->add_timer(delay_ms, {fn, arg}) : 0;
 }
 
 void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id) {
+    if (!is_usable(loop)) return;
     const auto due = loop->due_by_id.find(id);
     if (due == loop->due_by_id.end()) return;
     loop->timers.erase({due->second, id});
@@ -267,11 +295,12 @@ void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id) {
 }
 
 uint32_t fwx_host_loop_watch(fwx_host_loop_t *loop, int fd, fwx_host_fn_t fn, void *arg) {
-    return loop->watch(fd, EPOLLIN, {fn, arg});
+    if (loop == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    return is_usable(loop) ? loop->watch(fd, EPOLLIN, {fn, arg}) : FWX_HOST_ERR_FORKED;
 }
 
 void fwx_host_loop_unwatch(fwx_host_loop_t *loop, int fd) {
-    if (loop->watches.erase(fd) != 0) loop->forget(fd);
+    if (is_usable(loop) && loop->watches.erase(fd) != 0) loop->forget(fd);
 }
 
 }  // extern "C"

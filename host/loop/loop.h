@@ -53,6 +53,8 @@ public:
     virtual void arm() = 0;
 };
 
+/** Whether the loop belongs to the process that this one was forked from. */
+bool loop_is_foreign(const fwx_host_loop_t &loop);
 /** Throws std::bad_alloc. */
 void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell);
 void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell);

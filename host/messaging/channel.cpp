@@ -11,6 +11,7 @@
 namespace {
 
 constexpr uint32_t callbacks_per_run = 64;
+constexpr size_t least_answer = 20; /* bytes of a header and a result */
 constexpr uint64_t limit_without_marks = uint64_t{64} << 20;
 constexpr uint64_t limit_of_high_mark = 4; /* times the high mark */
 
@@ -20,7 +21,35 @@ void release_all(message_queue_t &queue) {
     }
 }
 
+/** A call of a client's handler, and what is there for it. */
+struct delivery_t {
+    delivery_t *outer; /* whose handler runs the loop that delivers this */
+    const channel_t *channel;
+    const uint8_t *begin;
+    const uint8_t *end;
+};
+delivery_t *innermost_delivery;
+
+/** The channel's buffer is not to be read any more, whoever may still stand in a handler. */
+void end_deliveries(const channel_t *channel) {
+    for (delivery_t *delivery = innermost_delivery; delivery != nullptr; delivery = delivery->outer) {
+        if (delivery->channel == channel) delivery->end = delivery->begin;
+    }
+}
+
 }  // namespace
+
+uint32_t answer_give(const void *question, size_t question_size, const void *answer, size_t size, void *reply,
+                     size_t reply_size) {
+    if (size == 0) return FWX_HOST_ERR_NO_ANSWER;
+    tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer, size);
+    if (size < least_answer || memcmp(answer, question, std::min(question_size, sizeof(received_t::key))) != 0) {
+        host_errors.dropped_malformed += 1;
+        return FWX_HOST_ERR_BAD_ANSWER;
+    }
+    memcpy(reply, answer, std::min(size, reply_size));
+    return 0;
+}
 
 channel_t::channel_t(fwx_host_loop_t &loop, smc_chan_err_fn_t err_fn)
     : loop_task_t(loop), handle_(handle_make(this)), err_fn_(err_fn) {}
@@ -35,13 +64,14 @@ void channel_t::close() {
     if (handle_ == 0) return;
     handle_release(handle_);
     handle_ = 0;
+    end_deliveries(this);
     link_.reset();
     edges_ = 0;
     make_ready();
 }
 
 uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
-    if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (is_down()) return down_code_;
     if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
     const uint64_t limit = high_ == 0 ? limit_without_marks : limit_of_high_mark * high_;
     if (untaken_bytes_ != 0 && untaken_bytes_ + size > limit) return FWX_HOST_ERR_FULL;
@@ -58,7 +88,7 @@ uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send
 }
 
 uint32_t channel_t::ask(const message_t *message, size_t size, void *reply, size_t reply_size) {
-    if (is_down_) return FWX_HOST_ERR_CHANNEL_DOWN;
+    if (is_down()) return down_code_;
     if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
     tap_show(FWX_HOST_SENT, exchange_t::sync, message->bytes(), size);
     return link_->ask(message->bytes(), size, reply, reply_size);
@@ -72,6 +102,7 @@ void channel_t::marks_set(uint32_t high, uint32_t low, smc_throttle_fn_t throttl
 }
 
 void channel_t::rx_buffer_set(void *buf, size_t size, smc_rx_buffer_fn_t rx_fn) {
+    if (buf != rx_buf_) end_deliveries(this);
     rx_buf_ = static_cast<uint8_t *>(buf);
     rx_size_ = buf == nullptr ? 0 : size;
     rx_fn_ = rx_fn;
@@ -92,8 +123,8 @@ void channel_t::end_take(message_t *message, uint32_t status) {
     make_ready();
 }
 
-void channel_t::link_down() {
-    is_down_ = true;
+void channel_t::link_down(uint32_t code) {
+    down_code_ = code;
     make_ready();
 }
 
@@ -132,11 +163,11 @@ bool channel_t::dispatch_one(uint32_t &calls) {
     if (dispatch_known(calls)) return true;
     if (!is_closed()) link_->refresh();
     if (dispatch_known(calls)) return true;
-    const bool has_ended = is_closed() || is_down_;
+    const bool has_ended = is_closed() || is_down();
     if (!has_ended || in_flight_ != 0) return false;
     if (!untaken_.empty()) {
         message_t *message = untaken_.pop();
-        message->status = is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_CLOSED;
+        message->status = is_down() ? down_code_ : FWX_HOST_ERR_CLOSED;
         complete(message, calls);
         return true;
     }
@@ -190,7 +221,10 @@ void channel_t::deliver(const received_t &received, uint32_t &calls) {
         return;
     }
     tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, received.size);
+    delivery_t delivery = {innermost_delivery, this, rx_buf_, rx_buf_ + received.size};
+    innermost_delivery = &delivery;
     handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
+    innermost_delivery = delivery.outer;
     ++calls;
 }
 
@@ -227,4 +261,12 @@ void channel_t::fail(uint32_t &calls) {
         ++calls;
     }
     close();
+}
+
+extern "C" size_t fwx_host_smc_bytes_behind(const void *data) {
+    if (innermost_delivery == nullptr) return 0;
+    const auto at = reinterpret_cast<uintptr_t>(data);
+    const auto begin = reinterpret_cast<uintptr_t>(innermost_delivery->begin);
+    const auto end = reinterpret_cast<uintptr_t>(innermost_delivery->end);
+    return at >= begin && at < end ? end - at : 0;
 }

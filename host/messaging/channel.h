@@ -47,6 +47,8 @@ public:
     void handler_set(uint32_t key, smc_msg_handler_fn_t handler);
 
     /* For the link. */
+    /** Whether a callback of the channel is being called; what comes meanwhile waits for its return. */
+    bool is_running() const { return is_running_; }
     bool has_untaken() const { return !untaken_.empty(); }
     /** The oldest message that was not taken, and those behind it by its link; null: there is none. */
     message_t *oldest_untaken() { return untaken_.front(); }
@@ -54,13 +56,15 @@ public:
     message_t *begin_take();
     /** `status` 0: the server took it. */
     void end_take(message_t *message, uint32_t status);
-    /** The peer is gone. The link stays for what it holds, and is not used to send any more. */
-    void link_down();
+    /** The peer is gone, for the reason that `code` is. The link stays for what it holds, and is not used to send any
+     * more. */
+    void link_down(uint32_t code);
 
     uint32_t run() override;
     void loop_gone() override;
 
 private:
+    bool is_down() const { return down_code_ != 0; }
     bool is_closed() const { return link_ == nullptr; }
     bool dispatch_one(uint32_t &calls);
     bool dispatch_known(uint32_t &calls);
@@ -77,7 +81,7 @@ private:
     smc_chan_err_fn_t err_fn_;
     std::unique_ptr<link_t> link_; /* null once closed */
     size_t largest_message_ = 0;
-    bool is_down_ = false;
+    uint32_t down_code_ = 0; /* not 0: the link is down */
     bool is_running_ = false;
 
     message_queue_t untaken_;

@@ -47,6 +47,7 @@ uint32_t smc_msg_chan_open(const char *name, smc_event_t ev, uint32_t, smc_chan_
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_CHAN_OPEN)) return code;
     if (name == nullptr || ev == 0 || chan == nullptr) return FWX_HOST_ERR_BAD_ARG;
     auto &loop = *reinterpret_cast<fwx_host_loop_t *>(ev);
+    if (loop_is_foreign(loop)) return FWX_HOST_ERR_FORKED;
     return host_guarded(host_errno_nomem, [&]() -> uint32_t {
         auto channel = std::make_unique<channel_t>(loop, err_fn);
         std::unique_ptr<link_t> link;
@@ -60,7 +61,7 @@ uint32_t smc_msg_chan_open(const char *name, smc_event_t ev, uint32_t, smc_chan_
 uint32_t smc_msg_chan_close(smc_chan_t *chan) {
     const uint32_t code = host_fault_check(FWX_HOST_OP_CHAN_CLOSE);
     channel_t *channel = chan == nullptr ? nullptr : handle_find(*chan);
-    if (channel == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_CHANNEL;
+    if (channel == nullptr) return code != 0 ? code : handle_refusal(chan == nullptr ? 0 : *chan);
     channel->close();
     return code;
 }
@@ -68,7 +69,7 @@ uint32_t smc_msg_chan_close(smc_chan_t *chan) {
 uint32_t smc_msg_chan_fc_set(smc_chan_t chan, void *, uint32_t high, uint32_t low, smc_throttle_fn_t throttle_fn) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_FC_SET)) return code;
     channel_t *channel = handle_find(chan);
-    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (channel == nullptr) return handle_refusal(chan);
     if (low > high) return FWX_HOST_ERR_BAD_ARG;
     channel->marks_set(high, low, throttle_fn);
     return 0;
@@ -77,7 +78,7 @@ uint32_t smc_msg_chan_fc_set(smc_chan_t chan, void *, uint32_t high, uint32_t lo
 uint32_t smc_msg_rx_buffer_set(smc_chan_t chan, void *buf, size_t size, smc_rx_buffer_fn_t rx_fn) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_RX_BUFFER_SET)) return code;
     channel_t *channel = handle_find(chan);
-    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (channel == nullptr) return handle_refusal(chan);
     channel->rx_buffer_set(buf, size, rx_fn);
     return 0;
 }
@@ -86,7 +87,7 @@ uint32_t smc_msg_handler_attach(smc_chan_t chan, const void *key, smc_msg_handle
                                 uint16_t type_word, uint16_t domain) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_HANDLER_ATTACH)) return code;
     channel_t *channel = handle_find(chan);
-    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (channel == nullptr) return handle_refusal(chan);
     if (key == nullptr || handler == nullptr) return FWX_HOST_ERR_BAD_ARG;
     const uint16_t named[] = {type_word, domain};
     if (memcmp(key, named, sizeof(named)) != 0) return FWX_HOST_ERR_BAD_ARG;
@@ -98,7 +99,7 @@ uint32_t smc_msg_handler_attach(smc_chan_t chan, const void *key, smc_msg_handle
 uint32_t smc_async_msg_sends(smc_chan_t chan, void *msg, void *cookie, size_t size, smc_send_done_fn_t done_fn) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_ASYNC_SEND)) return code;
     channel_t *channel = handle_find(chan);
-    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (channel == nullptr) return handle_refusal(chan);
     message_t *message = message_of_caller(msg);
     if (message == nullptr || size > message->capacity) return FWX_HOST_ERR_BAD_BUFFER;
     return channel->send(message, size, cookie, done_fn);
@@ -107,7 +108,7 @@ uint32_t smc_async_msg_sends(smc_chan_t chan, void *msg, void *cookie, size_t si
 uint32_t smc_sync_msg_send(smc_chan_t chan, void *msg, size_t size, void *reply, size_t reply_size) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_SYNC_SEND)) return code;
     channel_t *channel = handle_find(chan);
-    if (channel == nullptr) return FWX_HOST_ERR_BAD_CHANNEL;
+    if (channel == nullptr) return handle_refusal(chan);
     if (reply == nullptr) return FWX_HOST_ERR_BAD_ARG;
     const message_t *message = message_of_caller(msg);
     if (message == nullptr || size > message->capacity) return FWX_HOST_ERR_BAD_BUFFER;

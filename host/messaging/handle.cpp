@@ -2,7 +2,9 @@
 
 #include <vector>
 
+#include "fwx_host/errors.h"
 #include "host/runtime/inspect.h"
+#include "host/runtime/process.h"
 
 namespace {
 
@@ -12,6 +14,7 @@ constexpr uint32_t no_slot = UINT32_MAX;
 struct slot_t {
     channel_t *channel; /* null while the slot is free */
     uint32_t generation;
+    uint32_t process; /* that opened it */
     uint32_t next_free;
 };
 
@@ -21,6 +24,13 @@ uint32_t first_free = no_slot;
 
 uint32_t index_of(smc_chan_t handle) {
     return static_cast<uint32_t>(handle);
+}
+
+/** The slot that the handle's channel is in, or null. */
+const slot_t *slot_of(smc_chan_t handle) {
+    const uint32_t index = index_of(handle);
+    if (index >= slots.size() || slots[index].generation != handle >> generation_shift) return nullptr;
+    return slots[index].channel == nullptr ? nullptr : &slots[index];
 }
 
 void free_slot(uint32_t index) {
@@ -40,15 +50,19 @@ smc_chan_t handle_make(channel_t *channel) {
     slot_t &slot = slots[index];
     first_free = slot.next_free;
     slot.channel = channel;
+    slot.process = host_process();
     if (++slot.generation == 0) slot.generation = 1;
     host_live.channels += 1;
     return smc_chan_t{slot.generation} << generation_shift | index;
 }
 
 channel_t *handle_find(smc_chan_t handle) {
-    const uint32_t index = index_of(handle);
-    if (index >= slots.size() || slots[index].generation != handle >> generation_shift) return nullptr;
-    return slots[index].channel;
+    const slot_t *slot = slot_of(handle);
+    return slot == nullptr || slot->process != host_process() ? nullptr : slot->channel;
+}
+
+uint32_t handle_refusal(smc_chan_t handle) {
+    return slot_of(handle) == nullptr ? FWX_HOST_ERR_BAD_CHANNEL : FWX_HOST_ERR_FORKED;
 }
 
 void handle_release(smc_chan_t handle) {

@@ -11,6 +11,8 @@ class channel_t;
 smc_chan_t handle_make(channel_t *channel);
 /** The channel of a handle, or null. */
 channel_t *handle_find(smc_chan_t handle);
+/** Why a handle has no channel for this process: FWX_HOST_ERR_BAD_CHANNEL or FWX_HOST_ERR_FORKED. */
+uint32_t handle_refusal(smc_chan_t handle);
 void handle_release(smc_chan_t handle);
 
 #endif

@@ -12,6 +12,11 @@ struct received_t {
     uint32_t key; /* its first four bytes; 0 if it is shorter */
 };
 
+/** Hands the answer to a synchronous message to who asked, as much of it as `reply` takes. Returns what the sending
+ * returns: 0, or why it is none. */
+uint32_t answer_give(const void *question, size_t question_size, const void *answer, size_t size, void *reply,
+                     size_t reply_size);
+
 /**
  * Owned by its channel, which gives it up by deleting it. Towards the channel it calls begin_take and end_take for each
  * message that the server takes, make_ready when something was received, and link_down when the peer is gone.

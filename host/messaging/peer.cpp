@@ -1,10 +1,15 @@
 #include "host/messaging/peer.h"
 
 #include "fwx_host/errors.h"
+#include "host/runtime/inspect.h"
 
 namespace {
 
 constexpr uint32_t messages_per_run = 64;
+
+bool is_foreign(const fwx_host_peer_t &peer) {
+    return peer.server != nullptr && peer.server->is_foreign();
+}
 
 }  // namespace
 
@@ -68,11 +73,18 @@ uint32_t fwx_host_peer::take(uint32_t limit) {
 extern "C" {
 
 uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size) {
+    if (is_foreign(*peer)) return FWX_HOST_ERR_FORKED;
     return peer->is_linked() ? peer->send(msg, size) : FWX_HOST_ERR_CHANNEL_DOWN;
 }
 
 void fwx_host_peer_drop(fwx_host_peer_t *peer) {
-    peer->cut_off();
+    if (!is_foreign(*peer)) peer->cut_off();
+}
+
+void fwx_host_peer_malformed(fwx_host_peer_t *peer) {
+    if (is_foreign(*peer)) return;
+    host_peers.malformed += 1;
+    peer->malformed();
 }
 
 }  // extern "C"

@@ -27,6 +27,8 @@ struct fwx_host_peer : loop_task_t {
     virtual void take_one() = 0;
     virtual void after_run() {}
     virtual uint32_t send(const void *msg, size_t size) = 0;
+    /** A message was malformed; a peer in another process does not get away with any number of them. */
+    virtual void malformed() {}
 
     bool is_connected() const { return server != nullptr && is_linked(); }
     bool can_take() { return is_connected() && !server->is_paused && has_message(); }

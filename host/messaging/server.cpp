@@ -36,6 +36,7 @@ uint32_t fwx_host_server_register(const char *name, fwx_host_loop_t *loop, const
                                   fwx_host_server_t **server) {
     if (name == nullptr || loop == nullptr || ops == nullptr || server == nullptr) return FWX_HOST_ERR_BAD_ARG;
     if (ops->received == nullptr || ops->asked == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (loop_is_foreign(*loop)) return FWX_HOST_ERR_FORKED;
     if (fwx_host_server_find(name) != nullptr) return FWX_HOST_ERR_NAME_TAKEN;
     return host_guarded(host_errno_nomem, [&] {
         auto *made = new fwx_host_server_t(*loop, name, *ops, ctx);
@@ -46,7 +47,7 @@ uint32_t fwx_host_server_register(const char *name, fwx_host_loop_t *loop, const
 
 fwx_host_server_t *fwx_host_server_find(const char *name) {
     fwx_host_server_t *server = servers;
-    while (server != nullptr && server->name != name) {
+    while (server != nullptr && (server->is_foreign() || server->name != name)) {
         server = server->next;
     }
     return server;
@@ -54,6 +55,7 @@ fwx_host_server_t *fwx_host_server_find(const char *name) {
 
 uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_name) {
     if (server == nullptr || server_name == nullptr || !server->can_connect()) return FWX_HOST_ERR_BAD_ARG;
+    if (server->is_foreign()) return FWX_HOST_ERR_FORKED;
     if (server->listener != nullptr) return FWX_HOST_ERR_NAME_TAKEN;
     return host_guarded(host_errno_nomem, [&] { return shm_listener_open(*server, server_name, &server->listener); });
 }
@@ -63,7 +65,7 @@ void fwx_host_server_names(void (*fn)(void *arg, const char *server_name), void 
 }
 
 void fwx_host_server_unregister(fwx_host_server_t *server) {
-    if (server == nullptr) return;
+    if (server == nullptr || server->is_foreign()) return;
     take_off(server);
     server->listener.reset();
     while (!server->peers.empty()) {
@@ -75,6 +77,7 @@ void fwx_host_server_unregister(fwx_host_server_t *server) {
 }
 
 void fwx_host_server_pause(fwx_host_server_t *server, uint32_t paused) {
+    if (server->is_foreign()) return;
     server->is_paused = paused != 0;
     if (server->is_paused) return;
     for (fwx_host_peer_t *peer : server->peers) {

@@ -8,6 +8,7 @@
 
 #include "fwx_host/smc.h"
 #include "host/loop/loop.h"
+#include "host/runtime/process.h"
 
 class shm_listener_t;
 
@@ -19,8 +20,10 @@ struct fwx_host_server final : loop_task_t {
     uint32_t run() override { return 0; } /* its peers do the work */
     void loop_gone() override;
     bool can_connect() const { return has_loop(); }
+    bool is_foreign() const { return process != host_process(); }
 
     fwx_host_server_t *next = nullptr; /* of the servers of this process */
+    const uint32_t process = host_process();
     fwx_host_loop_t &home;
     const std::string name;
     const fwx_host_server_ops_t &ops;

@@ -1,12 +1,19 @@
 #include "fwx_host/debug.h"
 
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 #include <vector>
 
+#include "fwx_host/loop.h"
 #include "host/runtime/memory.h"
 #include "platform/runtime.h"
 
@@ -24,10 +31,59 @@ using levels_t = std::vector<std::pair<uint32_t, uint32_t>>;
 /** Level by module, of the modules that ever had one set: a handful, asked for at every log statement. */
 levels_t &levels = *new levels_t;
 
+/* What a peer sends can be worth a line of error or warning each: of these standard error takes so many within a
+ * second, and then one that tells how many it did not get. */
+constexpr uint32_t lines_per_second = 1000;
+constexpr uint64_t second_ms = 1000;
+struct {
+    uint64_t since_ms = 0;
+    uint32_t lines = 0;
+    uint64_t left_out = 0;
+} output;
+
+/** As much as standard error takes without waiting; a pipe that nobody reads takes nothing in the end. */
+bool write_now(const char *text, size_t size) {
+    constexpr size_t piece = 4096; /* a pipe that can be written to has room for it */
+    const int fd = fileno(stderr);
+    while (size > 0) {
+        pollfd watched = {fd, POLLOUT, 0};
+        if (poll(&watched, 1, 0) != 1 || watched.revents != POLLOUT) return false;
+        const ssize_t written = write(fd, text, std::min(size, piece));
+        if (written <= 0) return false;
+        text += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+bool is_within_the_second(uint32_t level) {
+    if (level != LEVEL_ERROR && level != LEVEL_WARN) return true; /* only who asked for them gets those */
+    const uint64_t now = fwx_host_clock_ms();
+    if (now - output.since_ms >= second_ms) {
+        output.since_ms = now;
+        output.lines = 0;
+    }
+    output.lines += 1;
+    return output.lines <= lines_per_second;
+}
+
+void put(fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
+    if (sink.fn != nullptr) return sink.fn(sink.arg, channel, level, text);
+    if (!is_within_the_second(level)) {
+        output.left_out += 1;
+        return;
+    }
+    if (output.left_out != 0) {
+        char note[64];
+        const int length = snprintf(note, sizeof(note), "\n(%" PRIu64 " lines left out)", output.left_out);
+        if (write_now(note, static_cast<size_t>(length))) output.left_out = 0;
+    }
+    if (!write_now(text, strlen(text))) output.left_out += 1;
+}
+
 /** Returns the number of characters, negative when the format is broken. */
 __attribute__((format(printf, 3, 0))) int print(fwx_host_debug_channel_t channel, uint32_t level, const char *format,
                                                 va_list args) {
-    if (sink.fn == nullptr) return vfprintf(stderr, format, args);
     va_list again;
     va_copy(again, args);
     char text[512];
@@ -36,9 +92,9 @@ __attribute__((format(printf, 3, 0))) int print(fwx_host_debug_channel_t channel
         const size_t whole = static_cast<size_t>(length) + 1;
         const std::unique_ptr<char[]> longer(new (std::nothrow) char[whole]);
         if (longer != nullptr) vsnprintf(longer.get(), whole, format, again);
-        sink.fn(sink.arg, channel, level, longer != nullptr ? longer.get() : text); /* else what fits */
+        put(channel, level, longer != nullptr ? longer.get() : text); /* else what fits */
     } else if (length >= 0) {
-        sink.fn(sink.arg, channel, level, text);
+        put(channel, level, text);
     }
     va_end(again);
     return length;

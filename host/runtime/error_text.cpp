@@ -42,6 +42,10 @@ constexpr text_t own_texts[] = {
     {FWX_HOST_ERR_NO_CLIENT, "no such classifier client"},
     {FWX_HOST_ERR_FAULT, "armed fault"},
     {FWX_HOST_ERR_FOREIGN, "server or socket directory is not this user's alone"},
+    {FWX_HOST_ERR_BAD_ANSWER, "answer does not belong to the question"},
+    {FWX_HOST_ERR_VERSION, "server and client are of versions whose channels differ"},
+    {FWX_HOST_ERR_BUSY, "server has as many clients as it takes"},
+    {FWX_HOST_ERR_FORKED, "belongs to the process that this one was forked from"},
 };
 
 /* Of programs. A handful, and asked for when something goes wrong only. */

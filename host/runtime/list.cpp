@@ -8,12 +8,14 @@
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
+#include "host/runtime/process.h"
 #include "platform/runtime.h"
 
 struct fwx_list {
     fwx_list_link_t head;  /* `next` is the first element, `prev` is unused */
     fwx_list_link_t *tail; /* the list's own link when the list is empty */
     bool owns_elements;
+    uint32_t process; /* that made it */
 };
 
 namespace {
@@ -51,6 +53,7 @@ uint32_t fwx_list_init(fwx_list_t **list, uint32_t kind) {
     if (made == nullptr) return host_errno_nomem;
     made->tail = &made->head;
     made->owns_elements = kind == kind_owning;
+    made->process = host_process();
     host_live.lists += 1;
     *list = made;
     return 0;
@@ -59,6 +62,7 @@ uint32_t fwx_list_init(fwx_list_t **list, uint32_t kind) {
 uint32_t fwx_list_head(fwx_list_t *list, void **head) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_HEAD)) return code;
     if (list == nullptr || head == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (list->process != host_process()) return FWX_HOST_ERR_FORKED; /* what is on it is its parent's to end */
     *head = list->head.next;
     return 0;
 }

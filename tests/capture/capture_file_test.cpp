@@ -85,9 +85,9 @@ TEST_F(capture_file_test, has_every_message_as_a_packet_in_both_directions_and_f
         literal("\x09\0\0\0\x09\0\0\0"
                 "\x01\x00\x01\0"
                 "\x03\xc0\x60\0?"),
-        literal("\x07\0\0\0\x07\0\0\0"
+        literal("\x1b\0\0\0\x1b\0\0\0"
                 "\x01\x01\x01\0"
-                "yes"),
+                "\x03\xc0\x60\0----------------yes"),
         literal("\x08\0\0\0\x08\0\0\0"
                 "\x01\x01\x00\0"
                 "\x03\xc0\x60\0"),

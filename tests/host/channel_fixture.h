@@ -114,7 +114,7 @@ protected:
         void *msg = buffer_with(bytes);
         std::string reply(64, '.');
         const uint32_t code = smc_sync_msg_send(chan_, msg, bytes.size(), reply.data(), reply_size);
-        if (code == 0) log_.push_back("answer " + reply.substr(0, reply.find('.')));
+        if (code == 0) log_.push_back("answer " + reply.substr(20, reply.find('.') - 20));
         smc_msg_tx_buffer_free(msg);
         return code;
     }
@@ -155,8 +155,10 @@ protected:
         self->peer_ = peer;
         self->log_.push_back("asked " + text_of(msg, size));
         if (self->during_take_) self->during_take_();
-        memcpy(answer, self->answer_.data(), self->answer_.size());
-        return self->answer_.size();
+        std::string bytes = self->whole_answer_;
+        if (bytes.empty() && !self->answer_.empty()) bytes = framed(std::string(16, '-') + self->answer_);
+        memcpy(answer, bytes.data(), bytes.size());
+        return bytes.size();
     }
     static inline const fwx_host_server_ops_t ops = {on_connected, on_disconnected, on_received, on_asked};
 
@@ -166,7 +168,8 @@ protected:
     fwx_host_peer_t *peer_ = nullptr;
     smc_chan_t chan_ = 0;
     char rx_[64] = {};
-    std::string answer_ = "yes";
+    std::string answer_ = "yes"; /* what follows the result; empty: there is none */
+    std::string whole_answer_;   /* instead of a sound one, if not empty */
     log_lines_t log_;
     std::function<void()> during_take_, during_done_, during_receive_, during_error_;
 

@@ -226,12 +226,42 @@ TEST_F(channel_t, a_reply_never_overtakes_its_completion_when_a_handler_asks) {
 
 TEST_F(channel_t, an_answer_is_cut_to_the_reply_buffer_and_none_is_an_error) {
     answer_ = "truncated";
-    ASSERT_EQ(ask("q", 5), 0u);
+    ASSERT_EQ(ask("q", 25), 0u);
     answer_.clear();
     EXPECT_EQ(ask("r"), FWX_HOST_ERR_NO_ANSWER);
     fwx_host_server_pause(server_, 1);
     EXPECT_EQ(ask("unheard"), FWX_HOST_ERR_NO_ANSWER);
     EXPECT_EQ(log_, (log_lines_t{"asked q", "answer trunc", "asked r"}));
+}
+
+TEST_F(channel_t, an_answer_shorter_than_a_result_or_to_another_message_is_none) {
+    const std::string zeros(16, '\0');
+    for (const std::string &bad : {zeros.substr(0, 1), framed(zeros.substr(1)), "\x03\xc0\x61" + zeros + "\1"}) {
+        whole_answer_ = bad;
+        EXPECT_EQ(ask("q"), FWX_HOST_ERR_BAD_ANSWER) << bad.size();
+    }
+    EXPECT_EQ(errors().dropped_malformed, 3u);
+    EXPECT_EQ(log_, log_lines_t(3, "asked q"));
+}
+
+TEST_P(channel_over_t, a_handler_can_ask_how_much_of_its_message_follows_an_address_in_it) {
+    const char *const end = rx_ + 4 + 5;
+    const void *const before = reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(rx_) - 1);
+    during_receive_ = [&] {
+        if (log_.back() == "got inner") return;
+        EXPECT_EQ(fwx_host_smc_bytes_behind(rx_), 9u);
+        EXPECT_EQ(fwx_host_smc_bytes_behind(end - 1), 1u);
+        EXPECT_EQ(fwx_host_smc_bytes_behind(end) + fwx_host_smc_bytes_behind(before), 0u);
+        ASSERT_EQ(reply("inner"), 0u);
+        run();
+        EXPECT_EQ(fwx_host_smc_bytes_behind(end - 1), 1u) << "the loop ran within the handler";
+        ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+        EXPECT_EQ(fwx_host_smc_bytes_behind(rx_), 0u) << "the buffer is the client's again";
+    };
+    ASSERT_EQ(reply("outer"), 0u);
+    run();
+    EXPECT_EQ(fwx_host_smc_bytes_behind(rx_), 0u);
+    EXPECT_EQ(count("got outer"), 1);
 }
 
 TEST_F(channel_t, the_tap_sees_messages_before_anyone_else) {
@@ -242,14 +272,14 @@ TEST_F(channel_t, the_tap_sees_messages_before_anyone_else) {
         },
         &log_);
     during_take_ = [this] { reply("re"); };
-    answer_ = "head yes";
+    answer_ = "yes";
     ASSERT_EQ(send("a"), 0u);
     run();
     ASSERT_EQ(ask("q"), 0u);
     fwx_host_tap_set(nullptr, nullptr);
     run();
     EXPECT_EQ(log_, (log_lines_t{"tap out a", "took a", "done a 0", "tap in re", "got re", "tap out q", "asked q",
-                                 "tap in  yes", "answer head yes", "got re"}));
+                                 "tap in ----------------yes", "answer yes", "got re"}));
 }
 
 TEST_P(channel_over_t, channels_do_not_starve_one_another) {

@@ -1,3 +1,6 @@
+#include <unistd.h>
+
+#include <algorithm>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -65,6 +68,36 @@ TEST_F(debug_t, without_a_sink_lines_go_to_standard_error) {
     fwx_buginf_error("\nseen %d", 7);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nseen 7");
     EXPECT_TRUE(lines_.empty());
+}
+
+TEST_F(debug_t, standard_error_that_nobody_reads_holds_nobody_up_and_hears_later_how_much_it_missed) {
+    fwx_host_debug_sink_set(nullptr, nullptr);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int before = dup(STDERR_FILENO);
+    ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+    fwx_host_clock_turn(5000);
+    alarm(60);                          /* ends a test that hangs */
+    for (const int width : {10, 200}) { /* too many, then too long for the pipe */
+        for (int i = 0; i < 1500; ++i) {
+            fwx_buginf_error("\n%*d", width, i);
+        }
+        fwx_host_clock_turn(1000);
+        std::string seen(size_t{1} << 20, '\0');
+        seen.resize(static_cast<size_t>(read(ends[0], seen.data(), seen.size())));
+        fwx_buginf_error("\nlast");
+        const auto lines = static_cast<size_t>(std::count(seen.begin(), seen.end(), '\n'));
+        std::string note(200, '\0');
+        note.resize(static_cast<size_t>(read(ends[0], note.data(), note.size())));
+        EXPECT_LE(lines, 1000u);
+        EXPECT_EQ(note, "\n(" + std::to_string(1500 - lines) + " lines left out)\nlast");
+        fwx_host_clock_turn(1000);
+    }
+    alarm(0);
+    dup2(before, STDERR_FILENO);
+    for (const int fd : {before, ends[0], ends[1]}) {
+        close(fd);
+    }
 }
 
 TEST_F(debug_t, levels_belong_to_modules) {

@@ -45,10 +45,21 @@ protected:
         fwx_host_loop_unwatch(test->loop_, test->pipe_[0]);
         fwx_host_loop_unwatch(test->loop_, test->other_[0]);
     }
+    /** Both watched pipes are readable; whichever was not called yet is another pipe from here on. */
+    static void write_and_replace_neighbour(void *arg) {
+        auto *test = static_cast<loop_t *>(arg);
+        test->log_ += '-';
+        for (const int fd : {test->pipe_[0], test->other_[0]}) {
+            fwx_host_loop_unwatch(test->loop_, fd);
+            ASSERT_EQ(dup2(test->fresh_[0], fd), fd);
+            ASSERT_EQ(fwx_host_loop_watch(test->loop_, fd, note_t::write, &test->a_), 0u);
+        }
+    }
 
     fwx_host_loop_t *loop_ = nullptr;
     int pipe_[2] = {-1, -1};
     int other_[2] = {-1, -1};
+    int fresh_[2] = {-1, -1};
     std::string log_;
     note_t a_{&log_, 'a'}, b_{&log_, 'b'}, c_{&log_, 'c'};
 };
@@ -117,6 +128,25 @@ TEST_F(loop_t, the_descriptor_of_a_loop_can_be_watched_by_another) {
     EXPECT_EQ(fwx_host_loop_process(outer), 1u);
     EXPECT_EQ(log_, "b");
     fwx_host_loop_destroy(outer);
+}
+
+TEST_F(loop_t, a_descriptor_number_that_is_used_again_within_a_pass_gets_no_event_of_the_one_before) {
+    ASSERT_EQ(pipe(fresh_), 0);
+    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], write_and_replace_neighbour, this), 0u);
+    ASSERT_EQ(fwx_host_loop_watch(loop_, other_[0], write_and_replace_neighbour, this), 0u);
+    ASSERT_EQ(write(pipe_[1], "x", 1) + write(other_[1], "x", 1), 2);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
+    EXPECT_EQ(log_, "-");
+    close(fresh_[0]);
+    close(fresh_[1]);
+}
+
+TEST_F(loop_t, calls_on_a_loop_that_could_not_be_made_fail) {
+    EXPECT_EQ(fwx_host_loop_watch(nullptr, pipe_[0], note_t::write, &a_), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(fwx_host_timer_add(nullptr, 0, note_t::write, &a_), 0u);
+    EXPECT_EQ(fwx_host_loop_run_once(nullptr, -1) + fwx_host_loop_run_until_idle(nullptr), 0u);
+    fwx_host_timer_cancel(nullptr, 1);
+    fwx_host_loop_unwatch(nullptr, 0);
 }
 
 TEST_F(loop_t, a_watch_can_end_itself_and_its_neighbour_from_within_its_callback) {

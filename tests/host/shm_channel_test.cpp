@@ -1,7 +1,9 @@
 /* Channels between processes, both ends of which are in this one. */
 #include <poll.h>
+#include <sys/wait.h>
 
 #include "channel_fixture.h"
+#include "platform/runtime.h"
 
 namespace {
 
@@ -80,6 +82,8 @@ TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_
 
 TEST_F(shm_channel_t, a_client_that_does_not_read_costs_the_server_64_mib_at_most) {
     const std::string text(size_t{1} << 19, 'x');
+    fwx_host_peers_t before{};
+    fwx_host_peers_get(&before);
     uint32_t code = 0;
     size_t accepted = 0;
     for (; code == 0 && accepted < 1000; ++accepted) {
@@ -89,10 +93,58 @@ TEST_F(shm_channel_t, a_client_that_does_not_read_costs_the_server_64_mib_at_mos
     EXPECT_GT(accepted, 100u);
     EXPECT_LT(accepted, 140u);
     run();
-    EXPECT_EQ(errors().dropped_no_buffer, accepted - 1);
-    EXPECT_EQ(reply("again"), 0u);
+    EXPECT_EQ(errors().dropped_no_buffer, 1u) << "what was in its ring";
+    EXPECT_EQ(log_, (log_lines_t{"error", "disconnected"}));
+    fwx_host_peers_t after{};
+    fwx_host_peers_get(&after);
+    EXPECT_EQ(after.dropped - before.dropped, accepted - 1);
+    EXPECT_EQ(after.ended - before.ended, 1u);
+    EXPECT_EQ(after.queued_bytes, 0u);
+    open();
+    ASSERT_EQ(send("a"), 0u);
     run();
-    EXPECT_EQ(log_, (log_lines_t{"got again"}));
+    EXPECT_EQ(log_.back(), "done a 0");
+}
+
+TEST_F(shm_channel_t, a_client_whose_messages_are_malformed_a_thousand_times_is_ended) {
+    during_take_ = [this] { fwx_host_peer_malformed(peer_); };
+    for (int i = 0; i < 1002; ++i) {
+        ASSERT_EQ(send("x"), 0u);
+    }
+    run();
+    EXPECT_EQ(count("took x"), 1001);
+    EXPECT_EQ(count("done x 0"), 1001);
+    EXPECT_EQ(count("error"), 1);
+}
+
+TEST_F(shm_channel_t, a_forked_child_can_do_nothing_to_its_parents_channels) {
+    fwx_list_t *list = nullptr;
+    void *head = nullptr;
+    ASSERT_EQ(fwx_list_init(&list, 1), 0u);
+    ASSERT_EQ(send("a"), 0u);
+    ASSERT_EQ(reply("b"), 0u);
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool is_refused = send("c") == FWX_HOST_ERR_FORKED && ask("c") == FWX_HOST_ERR_FORKED &&
+                                try_open() == FWX_HOST_ERR_FORKED && reply("c") == FWX_HOST_ERR_FORKED &&
+                                fwx_list_head(list, &head) == FWX_HOST_ERR_FORKED &&
+                                smc_msg_chan_close(&chan_) == FWX_HOST_ERR_FORKED;
+        fwx_host_peer_drop(peer_);
+        run();
+        fwx_host_server_unregister(server_);
+        fwx_host_loop_destroy(loop_);
+        fwx_host_loop_destroy(client_loop_);
+        loop_ = client_loop_ = fwx_host_loop_create();
+        const bool can_serve_itself = fwx_host_server_register("tested", loop_, &ops, this, &server_) == 0;
+        _exit(is_refused && can_serve_itself && log_.empty() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    run();
+    EXPECT_EQ(log_, (log_lines_t{"got b", "took a", "done a 0"}));
+    EXPECT_EQ(fwx_list_head(list, &head), 0u);
+    fwx_list_destroy(list);
 }
 
 TEST_F(shm_channel_t, closing_completes_with_0_what_the_server_took_unnoticed_and_takes_back_the_rest) {

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "fwx_nat64/fwx_nat64.h"
+#include "host/messaging/shm/bell.h"
 #include "host/messaging/shm/segment.h"
 #include "host/messaging/shm/socket.h"
 #include "host_fixture.h"
@@ -21,17 +22,17 @@ constexpr uint64_t messages_in_all = 1000000;
 /** Both ends of the server's side of a segment, held by raw hands. */
 class hostile_server_t {
 public:
-    explicit hostile_server_t(uint32_t seed) : random_(seed) { EXPECT_EQ(shm_listen("hostile", &listener_), 0u); }
-    ~hostile_server_t() { shm_unlisten("hostile"); }
+    explicit hostile_server_t(uint32_t seed) : random_(seed) { EXPECT_EQ(shm_listen("hostile", &entrance_), 0u); }
+    ~hostile_server_t() { shm_unlisten(entrance_); }
     hostile_server_t(const hostile_server_t &) = delete;
     hostile_server_t &operator=(const hostile_server_t &) = delete;
 
     /** Takes the next client, if there is one; the one before is let go. */
     void accept() {
-        descriptor_t client = shm_accept(listener_);
-        if (!client.is_open()) return;
+        descriptor_t client;
+        if (shm_accept(entrance_.socket, &client) != 0) return;
         shm_handles_t handles;
-        ASSERT_TRUE(shm_handles_receive(client, &handles));
+        ASSERT_EQ(shm_handles_receive(client, &handles), 0u);
         socket_ = std::move(client);
         bell_ = std::move(handles[1]);
         segment_ = shm_segment_map(handles[0]);
@@ -45,6 +46,7 @@ public:
     void send(const std::string &text) {
         const std::string bytes = std::string("\x03\xc0\x60\x00", 4) + text;
         ASSERT_TRUE(writer_->write(0, bytes.data(), static_cast<uint32_t>(bytes.size())));
+        writer_->publish();
     }
     /** Changes a word of the record that the client reads next. */
     void change(uint32_t offset_bytes, uint32_t word) {
@@ -60,7 +62,7 @@ public:
         }
         if (below(16) == 0) scribble();
         if (below(400) == 0) socket_ = descriptor_t();
-        eventfd_write_one();
+        shm_bell_ring(bell_);
     }
 
     uint64_t messages = 0;
@@ -90,7 +92,8 @@ private:
             if (reader_->is_broken()) return;
             std::vector<uint8_t> bytes(record.size);
             reader_->copy_to(bytes.data(), record);
-            if (!reader_->pop(record)) return;
+            reader_->advance(record);
+            if (!reader_->publish()) return;
             if (bytes.size() >= sizeof(fwx_nat64_msg_hdr_t)) memcpy(&heard_, bytes.data(), sizeof(heard_));
             if (below(4) != 0) answer();
         }
@@ -132,14 +135,15 @@ private:
 
     void say(const void *bytes, size_t size) {
         if (writer_->write(below(3), bytes, static_cast<uint32_t>(size))) messages += 1;
+        if (!writer_->is_broken()) writer_->publish();
     }
 
     void scribble() {
         auto *segment = segment_.get();
-        std::atomic<uint32_t> *const words[] = {&segment->to_client.written,    &segment->to_client.read,
-                                                &segment->to_server.written,    &segment->to_server.read,
-                                                &segment->answers.written,      &segment->answers.read,
-                                                &segment->client_bell.is_armed, &segment->client_bell.wants_room};
+        std::atomic<uint32_t> *const words[] = {&segment->to_client.written, &segment->to_client.read,
+                                                &segment->to_server.written, &segment->to_server.read,
+                                                &segment->answers.written,   &segment->answers.read,
+                                                &segment->client_bell.armed, &segment->client_bell.wants_room};
         const uint32_t choice = below(std::size(words) + 2);
         if (choice < std::size(words)) {
             words[choice]->store(near(words[choice]->load()));
@@ -150,13 +154,8 @@ private:
         }
     }
 
-    void eventfd_write_one() {
-        const uint64_t one = 1;
-        EXPECT_EQ(write(bell_.get(), &one, sizeof(one)), static_cast<ssize_t>(sizeof(one)));
-    }
-
     std::mt19937 random_;
-    descriptor_t listener_;
+    shm_entrance_t entrance_;
     descriptor_t socket_;
     descriptor_t bell_;
     shm_mapping_t segment_;

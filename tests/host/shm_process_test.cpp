@@ -8,6 +8,7 @@
 namespace {
 
 constexpr char server_name[] = "test-server";
+constexpr size_t result_bytes = 20; /* before the text of an answer */
 
 /* The server, in its own process. A message is a key and an order; what there is to answer is the order itself. */
 namespace server {
@@ -32,18 +33,18 @@ size_t asked(void *, fwx_host_peer_t *peer, const void *msg, size_t size, void *
     if (order == "nothing") return 0;
     if (order == "die") raise(SIGKILL);
     if (order == "stop") raise(SIGSTOP);
-    if (order == "full") {
-        memset(answer, 'f', cap);
-        return cap;
-    }
+    memset(answer, 'f', cap);
+    memcpy(answer, msg, 4);
+    if (order == "full") return cap;
+    if (order == "short") return 1;
     if (order == "talk") {
         for (int i = 0; i < 3; ++i) {
             reply(peer, "talk" + std::to_string(i));
         }
     }
     const std::string text = order + " after " + std::to_string(received_count);
-    memcpy(answer, text.data(), text.size());
-    return text.size();
+    memcpy(static_cast<char *>(answer) + result_bytes, text.data(), text.size());
+    return result_bytes + text.size();
 }
 
 constexpr fwx_host_server_ops_t ops = {nullptr, nullptr, received, asked};
@@ -124,7 +125,7 @@ protected:
         void *msg = buffer_with(order);
         std::string reply(64, '\0');
         const uint32_t code = smc_sync_msg_send(chan_, msg, order.size() + 4, reply.data(), reply.size());
-        if (answer != nullptr) *answer = reply.substr(0, reply.find('\0'));
+        if (answer != nullptr) *answer = reply.substr(result_bytes, reply.find('\0', result_bytes) - result_bytes);
         smc_msg_tx_buffer_free(msg);
         return code;
     }
@@ -224,13 +225,14 @@ TEST_F(shm_process_t, the_longest_answer_fills_the_reply_and_nothing_behind_it) 
     std::string answer;
     for (int i = 0; i < 20; ++i) {
         ASSERT_EQ(ask("full", &answer), 0u);
-        EXPECT_EQ(answer, std::string(64, 'f'));
+        EXPECT_EQ(answer, std::string(64 - result_bytes, 'f'));
     }
 }
 
-TEST_F(shm_process_t, a_server_with_nothing_to_say_is_no_answer_at_once) {
+TEST_F(shm_process_t, a_server_with_nothing_or_too_little_to_say_is_no_answer_at_once) {
     fwx_host_sync_timeout_set_ms(UINT64_MAX);
     EXPECT_EQ(ask("nothing"), FWX_HOST_ERR_NO_ANSWER);
+    EXPECT_EQ(ask("short"), FWX_HOST_ERR_BAD_ANSWER);
 }
 
 TEST_F(shm_process_t, a_server_that_stands_still_is_no_answer_in_time_and_its_late_answer_is_dropped) {
@@ -256,18 +258,19 @@ TEST_F(shm_process_t, a_server_that_dies_during_a_synchronous_message_is_a_chann
     EXPECT_EQ(send("a"), FWX_HOST_ERR_BAD_CHANNEL);
 }
 
-TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take) {
-    for (int i = 0; i < 10; ++i) {
+TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take_in_a_whole_turn) {
+    for (int i = 0; i < 64; ++i) {
         ASSERT_EQ(send("x"), 0u);
     }
+    ASSERT_EQ(send("x"), 0u);
     ASSERT_EQ(send("die"), 0u);
     for (int i = 0; i < 3000; ++i) {
         ASSERT_EQ(send("y" + std::string(1000, '.')), 0u); /* in the ring and behind it */
     }
     run_until([&] { return errors_seen_ == 1; });
-    EXPECT_EQ(received_, log_lines_t(10, "x"));
-    EXPECT_EQ(taken_, 11u);
-    EXPECT_EQ(failed_, 3000u);
+    EXPECT_EQ(received_, log_lines_t(64, "x")) << "no answer of the turn that it did not finish";
+    EXPECT_EQ(taken_, 64u);
+    EXPECT_EQ(failed_, 3002u);
     EXPECT_EQ(live().tx_buffers, 0u);
 }
 

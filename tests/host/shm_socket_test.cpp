@@ -2,6 +2,8 @@
 #include "host/messaging/shm/socket.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,13 +16,13 @@ namespace {
 
 class shm_socket_t : public host_fixture_t {
 protected:
-    uint32_t listen(const char *name) { return shm_listen(name, &listener_); }
+    uint32_t listen(const char *name) { return shm_listen(name, &entrance_); }
     bool has_socket(const std::string &name) const {
         return access((directory_.sockets() + "/" + name).c_str(), F_OK) == 0;
     }
 
     runtime_directory_t directory_;
-    descriptor_t listener_;
+    shm_entrance_t entrance_;
     descriptor_t connected_;
 };
 
@@ -35,27 +37,51 @@ TEST_F(shm_socket_t, a_name_is_a_file_of_the_directory) {
         EXPECT_EQ(listen(name), 0u) << name;
         EXPECT_TRUE(has_socket(name));
         EXPECT_EQ(shm_connect(name, &connected_), 0u) << name;
-        shm_unlisten(name);
+        shm_unlisten(entrance_);
         EXPECT_FALSE(has_socket(name));
     }
 }
 
 TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_not) {
     ASSERT_EQ(listen("server"), 0u);
-    descriptor_t second;
+    shm_entrance_t second;
     EXPECT_EQ(shm_listen("server", &second), FWX_HOST_ERR_NAME_TAKEN);
     EXPECT_EQ(shm_connect("server", &connected_), 0u); /* the live one is still to be had */
-    listener_ = descriptor_t();
+    entrance_.socket = descriptor_t();
     EXPECT_TRUE(has_socket("server"));
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
     EXPECT_EQ(shm_listen("server", &second), 0u);
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
-    shm_unlisten("server");
+    ASSERT_EQ(unlink(second.path.c_str()), 0);
+    ASSERT_EQ(listen("server"), 0u);
+    shm_unlisten(second);
+    EXPECT_TRUE(has_socket("server")) << "it is another server's by now";
+    shm_unlisten(entrance_);
+}
+
+TEST_F(shm_socket_t,
+       neither_a_held_lock_nor_a_mask_of_file_modes_nor_a_lack_of_descriptors_is_taken_for_something_else) {
+    const mode_t before = umask(0177);
+    EXPECT_EQ(listen("server"), 0u);
+    umask(before);
+    const descriptor_t holder(::open(directory_.sockets().c_str(), O_RDONLY | O_DIRECTORY));
+    ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
+    entrance_.socket = descriptor_t();
+    EXPECT_EQ(listen("server"), 0u);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {3, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    shm_entrance_t second;
+    EXPECT_EQ(shm_listen("other", &second), static_cast<uint32_t>(EMFILE));
+    EXPECT_EQ(shm_connect("server", &connected_), static_cast<uint32_t>(EMFILE));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    shm_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_file_that_is_no_socket_is_left_alone) {
     ASSERT_EQ(listen("server"), 0u);
-    shm_unlisten("server");
+    shm_unlisten(entrance_);
     const std::string path = directory_.sockets() + "/server";
     close(open(path.c_str(), O_CREAT | O_WRONLY, 0600));
     EXPECT_NE(listen("server"), 0u);
@@ -72,7 +98,7 @@ TEST_F(shm_socket_t, a_directory_that_others_can_get_at_is_refused) {
     }
     ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
-    shm_unlisten("server");
+    shm_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_link_in_the_place_of_the_directory_is_refused) {
@@ -101,7 +127,7 @@ TEST_F(shm_socket_t, without_a_runtime_directory_there_is_one_in_tmp) {
     EXPECT_EQ(status.st_mode & 07777, 0700u);
     EXPECT_EQ(access((fallback + "/" + name).c_str(), F_OK), 0);
     EXPECT_EQ(shm_connect(name.c_str(), &connected_), 0u);
-    shm_unlisten(name.c_str());
+    shm_unlisten(entrance_);
 }
 
 /** Has a process of another user do something with a socket that it shares with this process. */
@@ -117,9 +143,9 @@ void as_another_user(void (*fn)(int fd), int fd) {
 TEST_F(shm_socket_t, a_server_of_another_user_is_refused) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
     ASSERT_EQ(listen("server"), 0u);
-    as_another_user([](int fd) { ::listen(fd, 5); }, listener_.get());
+    as_another_user([](int fd) { ::listen(fd, 5); }, entrance_.socket.get());
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN);
-    shm_unlisten("server");
+    shm_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
@@ -146,11 +172,12 @@ TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
     char connected = '?';
     ASSERT_EQ(read(made[0], &connected, 1), 1);
     EXPECT_EQ(connected, 'y');
-    EXPECT_FALSE(shm_accept(listener_).is_open());
+    descriptor_t client;
+    EXPECT_EQ(shm_accept(entrance_.socket, &client), static_cast<uint32_t>(EAGAIN));
     ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
-    EXPECT_TRUE(shm_accept(listener_).is_open());
-    shm_unlisten("server");
+    EXPECT_EQ(shm_accept(entrance_.socket, &client), 0u);
+    shm_unlisten(entrance_);
     close(made[0]);
     close(made[1]);
 }

@@ -87,6 +87,14 @@ TEST_F(bind_test_t, a_refusal_of_the_init_command_unbinds_and_is_returned) {
     EXPECT_EQ(bind(), 0u);
 }
 
+TEST_F(bind_test_t, an_answer_too_short_to_hold_a_result_does_not_bind) {
+    sync_limit = 1;
+    EXPECT_EQ(bind(), FWX_HOST_ERR_BAD_ANSWER);
+    EXPECT_EQ(info(), nullptr);
+    pump();
+    EXPECT_EQ(live().channels, 0u);
+}
+
 TEST_F(bind_test_t, a_missing_server_is_again_and_leaves_the_library_unbound) {
     fwx_host_server_unregister(server);
     server = nullptr;

@@ -35,7 +35,7 @@ const fwx_host_server_ops_t library_fixture_t::server_ops = {
         memcpy(answer.data(), msg, 4);
         put(answer, 16, test->sync_result);
         answer.insert(answer.end(), test->sync_extra.begin(), test->sync_extra.end());
-        const size_t written = std::min(answer.size(), reply_cap);
+        const size_t written = std::min({answer.size(), reply_cap, test->sync_limit});
         memcpy(reply, answer.data(), written);
         return written;
     },

@@ -61,6 +61,7 @@ protected:
     std::vector<bytes_t> received; /* asynchronous and synchronous, in order */
     uint32_t sync_result = 0;      /* what synchronous commands are answered with */
     bytes_t sync_extra;            /* bytes behind the result */
+    size_t sync_limit = SIZE_MAX;  /* bytes of the answer that are sent */
     std::vector<call_t> calls;     /* of the PAL's callbacks */
     uint32_t stop_value = 0;       /* what query and walk callbacks return */
     std::function<void()> on_call; /* what callbacks of the PAL and of the classifier manager do beside recording */

@@ -198,6 +198,21 @@ TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
     EXPECT_EQ(model_->totals().sessions, 0u);
 }
 
+TEST_F(query_t, answers_others_while_walks_search_for_what_is_not_there_and_takes_64_of_a_client_at_once) {
+    model_->sessions_generate(100000);
+    for (int i = 0; i < 65; ++i) {
+        send(walk(10).put<uint32_t>(76, 0x0900000a));
+    }
+    send(command(2, 40).put<uint32_t>(32, FWX_NAT64_INIT_CODE));
+    fwx_host_loop_process(loop_);
+    fwx_host_loop_process(loop_);
+    EXPECT_EQ(model_->counts().refused, 1u);
+    EXPECT_EQ(model_->counts().replies, 2u) << "the refusal and the other command; no walk has searched so far";
+    const std::vector<message_t> replies = run();
+    EXPECT_EQ(replies.size(), 66u);
+    EXPECT_EQ(replies.front().u32(32), FWX_NAT64_MODEL_ERR_WALKS);
+}
+
 TEST_F(query_t, ends_the_walks_of_a_client_that_goes_and_of_a_silent_server) {
     model_->sessions_generate(1000);
     model_->silent_set(true);

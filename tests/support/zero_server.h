@@ -6,12 +6,13 @@
 
 #include "fwx_host/smc.h"
 
-/** Takes every message, and answers the synchronous ones with zeros, as many as a result has: 20 bytes. */
+/** Takes every message, and answers the synchronous ones with their first word and a result of 0: 20 bytes. */
 inline constexpr fwx_host_server_ops_t zero_server_ops = {
     nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
-    [](void *, fwx_host_peer_t *, const void *, size_t, void *reply, size_t) -> size_t {
+    [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) -> size_t {
         constexpr size_t result_bytes = 20;
         memset(reply, 0, result_bytes);
+        memcpy(reply, msg, sizeof(uint32_t));
         return result_bytes;
     }};
 

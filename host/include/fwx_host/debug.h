@@ -13,7 +13,8 @@ typedef enum { FWX_HOST_DEBUG_FLAGS, FWX_HOST_DEBUG_LEVEL, FWX_HOST_DEBUG_CONSOL
 /** A piece of output. `level` is 1 error to 4 trace, 0 on the console channel; `text` is formatted and lives for the
  * call. */
 typedef void (*fwx_host_debug_sink_t)(void *arg, fwx_host_debug_channel_t channel, uint32_t level, const char *text);
-/** Sends all output to `sink` instead of standard error; null goes back to standard error. */
+/** Sends all output to `sink` instead of standard error; null goes back to standard error, which is never waited for,
+ * and takes 1000 lines of errors and warnings a second: how many it did not get stands in a line of its own. */
 void fwx_host_debug_sink_set(fwx_host_debug_sink_t sink, void *arg);
 /** Sets the debug level of a module, 0 at the start; the first time may find no memory and change nothing. */
 void fwx_host_debug_level_set(uint32_t module, uint32_t level);

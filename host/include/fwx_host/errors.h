@@ -21,6 +21,10 @@
 #define FWX_HOST_ERR_NO_CLIENT 0x500fu    /* no classifier client is registered under that id */
 #define FWX_HOST_ERR_FAULT 0x5010u        /* a fault that a test armed */
 #define FWX_HOST_ERR_FOREIGN 0x5011u      /* another user's server, or a socket directory that others can get at */
+#define FWX_HOST_ERR_BAD_ANSWER 0x5012u   /* a synchronous message was answered with less than a result, or another's */
+#define FWX_HOST_ERR_VERSION 0x5013u      /* the server's channels are laid out as those of another version */
+#define FWX_HOST_ERR_BUSY 0x5014u         /* the server has as many clients as it takes */
+#define FWX_HOST_ERR_FORKED 0x5015u       /* what is named belongs to the process that this one was forked from */
 
 #ifdef __cplusplus
 extern "C" {

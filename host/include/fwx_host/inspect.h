@@ -31,6 +31,17 @@ typedef struct {
     uint64_t dropped_malformed;  /* received messages shorter than a key, or broken on their way */
 } fwx_host_errors_t;
 
+/** What servers of this process have to do with clients in other processes. */
+typedef struct {
+    uint64_t clients;      /* that are connected now */
+    uint64_t queued_bytes; /* memory of messages that wait now for a client to read */
+    uint64_t dropped;      /* messages that ended clients because they did not read */
+    uint64_t malformed;    /* messages that broke a rule */
+    uint64_t ended;        /* clients ended for what they did or did not do */
+    uint64_t refused;      /* clients turned away when they came */
+} fwx_host_peers_t;
+
+void fwx_host_peers_get(fwx_host_peers_t *peers);
 void fwx_host_live_get(fwx_host_live_t *live);
 void fwx_host_errors_get(fwx_host_errors_t *errors);
 /** Live bytes of fwx_calloc_named over all tags. */

@@ -5,6 +5,9 @@
  * A program with a loop of its own polls fwx_host_loop_fd for reading, for at most fwx_host_loop_next_timeout_ms, which
  * it asks each time before it polls, and then calls fwx_host_loop_process. A program without one calls
  * fwx_host_loop_run_once. Nothing here is thread-safe.
+ *
+ * A loop serves the process that made it. In a child that was forked, and on null, which a program that could not make
+ * one has, calls do nothing: they return 0 where they return numbers, and a code where they return codes.
  */
 #ifndef FWX_HOST_LOOP_H
 #define FWX_HOST_LOOP_H
@@ -22,7 +25,7 @@ typedef void (*fwx_host_fn_t)(void *arg);
 fwx_host_loop_t *fwx_host_loop_create(void);
 /**
  * Destroys a loop with the timers, watches and channels that are still on it; channels end silently, no callback is
- * called. Requires: no loop callback is running. Null is ignored.
+ * called. Requires: no loop callback is running.
  */
 void fwx_host_loop_destroy(fwx_host_loop_t *loop);
 /** Descriptor that is readable when a watched descriptor is. */
@@ -47,7 +50,8 @@ uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop);
 uint64_t fwx_host_timer_add(fwx_host_loop_t *loop, uint64_t delay_ms, fwx_host_fn_t fn, void *arg);
 /** Takes a timer back that has not run; an id that is gone is ignored. */
 void fwx_host_timer_cancel(fwx_host_loop_t *loop, uint64_t id);
-/** Calls `fn` whenever `fd` is readable; returns 0 or an errno value. The descriptor stays the caller's. */
+/** Calls `fn` whenever `fd` is readable; returns 0, an errno value, FWX_HOST_ERR_BAD_ARG or FWX_HOST_ERR_FORKED. The
+ * descriptor stays the caller's. */
 uint32_t fwx_host_loop_watch(fwx_host_loop_t *loop, int fd, fwx_host_fn_t fn, void *arg);
 /** Ends a watch; also allowed from within its own callback. */
 void fwx_host_loop_unwatch(fwx_host_loop_t *loop, int fd);

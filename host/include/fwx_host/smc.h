@@ -6,9 +6,14 @@
  * shared memory. Received messages stay the service's and are valid during the callback only; messages to send are
  * copied.
  *
- * Between processes a message is at most 1 MiB less 8 bytes long, and a process that dies is a channel error at once:
- * the messages that the server had not begun to take then are reported as failed, and those it sent before are
- * delivered.
+ * Between processes a message is at most 1 MiB less 8 bytes long. A server takes up to 64 messages in a turn of its
+ * loop; they count as taken, and what it sends to their client can be seen, when the turn is over. A process that dies
+ * is a channel error at once: the messages of no finished turn are reported as failed, and what the server sent before
+ * is delivered. A server takes 256 clients; one more, or one of another version of this service, hears
+ * FWX_HOST_ERR_BUSY or FWX_HOST_ERR_VERSION from its first synchronous message and its completions.
+ *
+ * All this serves the process that made it. In a child that was forked, calls that name its parent's channels, servers
+ * or peers are refused, with FWX_HOST_ERR_FORKED where they return a code.
  */
 #ifndef FWX_HOST_SMC_H
 #define FWX_HOST_SMC_H
@@ -72,12 +77,22 @@ void fwx_host_sync_timeout_set_ms(uint64_t timeout_ms);
 void fwx_host_server_unregister(fwx_host_server_t *server);
 /** While paused (non-zero) the server takes no messages, so they pile up in the channels. */
 void fwx_host_server_pause(fwx_host_server_t *server, uint32_t paused);
-/** Sends a message to a client; copied. FWX_HOST_ERR_CHANNEL_DOWN, FWX_HOST_ERR_TOO_LONG, 12; FWX_HOST_ERR_FULL when 64
- *  MiB wait for a client in another process to read. */
+/** Sends a message to a client; copied. FWX_HOST_ERR_CHANNEL_DOWN, FWX_HOST_ERR_TOO_LONG, 12; FWX_HOST_ERR_FULL when
+ *  messages that take 64 MiB wait for a client in another process to read: its channel ends, as by fwx_host_peer_drop.
+ */
 uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size);
 /** Ends one channel from the server's side; the client sees a channel error after the messages sent to it before (in
  *  another process: after those that were in its ring), and `disconnected` is called from the loop. */
 void fwx_host_peer_drop(fwx_host_peer_t *peer);
+/** Notes that a message of this client broke a rule. One in another process is dropped for more than 1000 of them. */
+void fwx_host_peer_malformed(fwx_host_peer_t *peer);
+
+/**
+ * How many bytes follow `data` in the message that a handler is being given now, `data` itself counted: 0 when it is
+ * not in that message, or no message is being delivered. A client that is handed data by address asks here how much
+ * there is of it, since a server can claim any number of entries.
+ */
+size_t fwx_host_smc_bytes_behind(const void *data);
 
 typedef enum { FWX_HOST_SENT, FWX_HOST_RECEIVED } fwx_host_direction_t;
 /** Sees each message as a client hands it over, and as it is delivered to a client, synchronous answers included. */

@@ -5,7 +5,6 @@
 
 #include "fwx_host/errors.h"
 #include "host/messaging/peer.h"
-#include "host/messaging/tap.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/memory.h"
 
@@ -56,7 +55,7 @@ void local_peer_t::take_one() {
 
 void local_peer_t::unlink() {
     link->peer = nullptr;
-    link->channel.link_down();
+    link->channel.link_down(FWX_HOST_ERR_CHANNEL_DOWN);
     link = nullptr;
 }
 
@@ -121,11 +120,7 @@ uint32_t local_peer_t::ask(const void *msg, size_t size, void *reply, size_t rep
         make_ready(); /* run() did nothing if the server's loop ran meanwhile */
     }
     if (is_down) return FWX_HOST_ERR_CHANNEL_DOWN;
-    if (length == 0) return FWX_HOST_ERR_NO_ANSWER;
-    length = std::min(length, sizeof(answer));
-    tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer, length);
-    memcpy(reply, answer, std::min(length, reply_size));
-    return 0;
+    return answer_give(msg, size, answer, std::min(length, sizeof(answer)), reply, reply_size);
 }
 
 }  // namespace

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 
 #include "fwx_host/errors.h"
 #include "host/messaging/shm/connection.h"
-#include "host/messaging/tap.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
@@ -16,14 +14,14 @@ namespace {
 std::chrono::milliseconds answer_timeout{5000};
 
 /**
- * The oldest of the channel's untaken messages have copies in the ring; they stay the channel's until the server has
- * read the copies, so that it is known of each message whether the server took it.
+ * The oldest of the channel's untaken messages have copies in the ring; they stay the channel's
+ * until the server has read the copies, so that it is known of each message whether the server took it.
  */
 class shm_link_t final : public link_t, public shm_connection_t::owner_t {
 public:
     shm_link_t(std::unique_ptr<shm_connection_t> connection, channel_t &channel);
     ~shm_link_t() override;
-    bool start() { return connection_->start(*this); }
+    uint32_t start() { return connection_->start(*this); }
 
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
@@ -35,15 +33,16 @@ public:
 
     bool has_work() override;
     void woken() override { channel_.make_ready(); }
-    void hung_up() override { go_down(); }
+    void hung_up(uint32_t code) override { go_down(code); }
 
 private:
+    bool is_down() const { return down_code_ != 0; }
     bool copy_waiting();
     void report_taken();
     message_t *find_answer(uint32_t number);
     message_t *wait_for_answer(uint32_t number, const void *msg, uint32_t size);
     void check_rings();
-    void go_down();
+    void go_down(uint32_t code);
 
     std::unique_ptr<shm_connection_t> connection_;
     channel_t &channel_;
@@ -53,7 +52,7 @@ private:
     message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages that is in the ring */
     shm_record_t oldest_ = {};         /* of to_client_, as front() saw it: the server may change it any time */
     uint32_t last_ask_ = 0;
-    bool is_down_ = false;
+    uint32_t down_code_ = 0;   /* not 0: the connection is over */
     bool has_written_ = false; /* since the server was last woken */
     bool has_read_ = false;
 };
@@ -68,14 +67,14 @@ shm_link_t::shm_link_t(std::unique_ptr<shm_connection_t> connection, channel_t &
 }
 
 shm_link_t::~shm_link_t() {
-    if (!is_down_) {
+    if (!is_down()) {
         to_server_.withdraw();
         report_taken();
     }
 }
 
 void shm_link_t::messages_waiting() {
-    if (is_down_) return;
+    if (is_down()) return;
     copy_waiting();
     channel_.make_ready(); /* the server is woken when the channel's run is over */
 }
@@ -90,6 +89,7 @@ bool shm_link_t::copy_waiting() {
         if (next->status == 0) has_written_ = to_server_.write(0, next->bytes(), next->size);
         next->ring_end = to_server_.position();
         last_copied_ = next;
+        to_server_.publish();
     }
 }
 
@@ -105,7 +105,7 @@ void shm_link_t::report_taken() {
 /* What was seen is dispatched before more is looked at. The server counts a message as read before it answers it, and
  * its index is looked at after the messages: so no answer comes ahead of its message's completion. */
 void shm_link_t::refresh() {
-    if (is_down_) return;
+    if (is_down()) return;
     connection_->set_armed(false);
     to_client_.refresh();
     report_taken();
@@ -114,7 +114,7 @@ void shm_link_t::refresh() {
 }
 
 void shm_link_t::after_run() {
-    if (!is_down_) connection_->wake_other(has_written_, has_read_);
+    if (!is_down()) connection_->wake_other(has_written_, has_read_);
     has_written_ = has_read_ = false;
 }
 
@@ -139,15 +139,11 @@ uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply
     if (++last_ask_ == 0) ++last_ask_;
     message_t *answer = wait_for_answer(last_ask_, msg, static_cast<uint32_t>(size));
     connection_->set_armed(false);
-    channel_.make_ready(); /* the loop is not told of what was heard here */
-    if (answer == nullptr) return is_down_ ? FWX_HOST_ERR_CHANNEL_DOWN : FWX_HOST_ERR_NO_ANSWER;
-    const size_t length = answer->size;
-    if (length != 0) {
-        tap_show(FWX_HOST_RECEIVED, exchange_t::sync, answer->bytes(), length);
-        memcpy(reply, answer->bytes(), std::min(length, reply_size));
-    }
+    channel_.make_ready(); /* the loop was not rung for all that came meanwhile */
+    if (answer == nullptr) return down_code_ != 0 ? down_code_ : FWX_HOST_ERR_NO_ANSWER;
+    const uint32_t code = answer_give(msg, size, answer->bytes(), answer->size, reply, reply_size);
     message_free(answer);
-    return length == 0 ? FWX_HOST_ERR_NO_ANSWER : 0;
+    return code;
 }
 
 /** Null when time is up or the server is gone. */
@@ -157,10 +153,13 @@ message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_
     bool is_armed = false;
     for (;;) {
         report_taken();
-        if (!is_sent && copy_waiting() && to_server_.write(number, msg, size)) is_sent = has_written_ = true;
+        if (!is_sent && copy_waiting() && to_server_.write(number, msg, size)) {
+            to_server_.publish();
+            is_sent = has_written_ = true;
+        }
         if (message_t *answer = find_answer(number)) return answer;
         check_rings();
-        if (is_down_) return nullptr;
+        if (is_down()) return nullptr;
         after_run();
         if (!is_armed) {
             connection_->set_armed(true);
@@ -170,7 +169,7 @@ message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_
         const shm_connection_t::woken_t woken = connection_->wait(deadline);
         is_armed = false;
         if (woken == shm_connection_t::woken_t::TOO_LATE) return nullptr;
-        if (woken == shm_connection_t::woken_t::HUNG_UP) go_down();
+        if (woken == shm_connection_t::woken_t::HUNG_UP) go_down(connection_->why_hung_up());
     }
 }
 
@@ -191,23 +190,24 @@ message_t *shm_link_t::find_answer(uint32_t number) {
 }
 
 bool shm_link_t::has_work() {
-    return !is_down_ && (to_client_.has_news() || (last_copied_ != nullptr && to_server_.has_news()));
+    if (is_down() || channel_.is_running()) return false;
+    return to_client_.has_news() || (last_copied_ != nullptr && to_server_.has_news());
 }
 
 void shm_link_t::check_rings() {
-    if (is_down_) return;
+    if (is_down()) return;
     if (!to_server_.is_broken() && !to_client_.is_broken() && !answers_.is_broken()) return;
     host_errors.dropped_malformed += 1;
-    go_down();
+    go_down(FWX_HOST_ERR_CHANNEL_DOWN);
 }
 
-void shm_link_t::go_down() {
-    if (is_down_) return;
-    is_down_ = true;
+void shm_link_t::go_down(uint32_t code) {
+    if (is_down()) return;
+    down_code_ = code;
     to_client_.refresh();
     to_server_.withdraw();
     report_taken();
-    channel_.link_down();
+    channel_.link_down(code);
 }
 
 }  // namespace
@@ -216,10 +216,10 @@ uint32_t shm_link_open(const char *server_name, fwx_host_loop_t &loop, channel_t
                        std::unique_ptr<link_t> *link) {
     descriptor_t socket;
     if (const uint32_t code = shm_connect(server_name, &socket)) return code;
-    auto connection = shm_connection_t::offer(loop, std::move(socket));
-    if (connection == nullptr) return host_errno_nomem;
+    shm_connection_t::made_t connection;
+    if (const uint32_t code = shm_connection_t::offer(loop, std::move(socket), &connection)) return code;
     auto made = std::make_unique<shm_link_t>(std::move(connection), channel);
-    if (!made->start()) return host_errno_nomem;
+    if (const uint32_t code = made->start()) return code;
     *link = std::move(made);
     return 0;
 }

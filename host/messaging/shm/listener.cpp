@@ -1,58 +1,158 @@
 #include "host/messaging/shm/listener.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "fwx_host/errors.h"
+#include "host/loop/closer.h"
 #include "host/messaging/shm/connection.h"
 #include "host/messaging/shm/peer.h"
-#include "host/messaging/shm/socket.h"
+#include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
+
+namespace {
+
+constexpr size_t most_guests = 64;
+constexpr uint64_t longest_visit_ms = 2000;
+constexpr uint64_t rest_ms = 100;
+
+descriptor_t spare_make() {
+    return descriptor_t(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
+}  // namespace
 
 shm_listener_t::shm_listener_t(fwx_host_server_t &server, const char *name) : server_(server), name_(name) {}
 
 uint32_t shm_listener_t::start() {
-    if (const uint32_t code = shm_listen(name_.c_str(), &listening_)) return code;
-    return fwx_host_loop_watch(&server_.home, listening_.get(), on_connect, this);
+    if (const uint32_t code = shm_listen(name_.c_str(), &entrance_)) return code;
+    spare_ = spare_make();
+    if (!spare_.is_open()) return static_cast<uint32_t>(errno);
+    return fwx_host_loop_watch(&server_.home, entrance_.socket.get(), on_connect, this);
 }
 
 shm_listener_t::~shm_listener_t() {
-    for (const auto &[fd, offer] : offers_) {
-        fwx_host_loop_unwatch(&server_.home, fd);
+    while (!guests_.empty()) {
+        turn_away(guests_.front());
     }
-    if (!listening_.is_open()) return;
-    fwx_host_loop_unwatch(&server_.home, listening_.get());
-    shm_unlisten(name_.c_str());
+    fwx_host_timer_cancel(&server_.home, rest_timer_);
+    if (entrance_.socket.is_open()) fwx_host_loop_unwatch(&server_.home, entrance_.socket.get());
+    shm_unlisten(entrance_);
 }
 
 void shm_listener_t::on_connect(void *arg) {
     auto &listener = *static_cast<shm_listener_t *>(arg);
-    for (descriptor_t socket = shm_accept(listener.listening_); socket.is_open();
-         socket = shm_accept(listener.listening_)) {
-        listener.await_offer(std::move(socket));
+    for (;;) {
+        if (closer_is_full()) return listener.rest();
+        descriptor_t socket;
+        switch (shm_accept(listener.entrance_.socket, &socket)) {
+            case 0:
+                listener.let_in(std::move(socket));
+                break;
+            case EAGAIN:
+                return;
+            case ECONNABORTED:
+            case EINTR:
+                break;
+            default:
+                if (!listener.spare_.is_open()) listener.spare_ = spare_make();
+                if (!listener.spare_.is_open()) return listener.rest();
+                listener.turn_away_one();
+                break;
+        }
     }
 }
 
-/** Without the means to watch it, the client is turned away. */
-void shm_listener_t::await_offer(descriptor_t socket) {
-    const int fd = socket.get();
-    const bool is_watched = host_guarded(false, [&] {
-        offer_t &offer = offers_.emplace(fd, offer_t{*this, std::move(socket)}).first->second;
-        return fwx_host_loop_watch(&server_.home, fd, on_offer, &offer) == 0;
+/** The client at the head of the queue, for which there is no descriptor. */
+void shm_listener_t::turn_away_one() {
+    spare_ = descriptor_t();
+    descriptor_t socket;
+    const bool is_accepted = shm_accept(entrance_.socket, &socket) == 0;
+    if (is_accepted) {
+        host_peers.refused += 1;
+        shm_turn_away(std::move(socket), FWX_HOST_ERR_BUSY);
+    }
+    spare_ = spare_make();
+    if (!is_accepted) rest();
+}
+
+/* A client that may not be let in now would make the loop run for nothing as long as it waits. */
+void shm_listener_t::rest() {
+    if (rest_timer_ != 0) return;
+    rest_timer_ = fwx_host_timer_add(&server_.home, rest_ms, on_rest_over, this);
+    if (rest_timer_ != 0) fwx_host_loop_unwatch(&server_.home, entrance_.socket.get());
+}
+
+void shm_listener_t::on_rest_over(void *arg) {
+    auto &listener = *static_cast<shm_listener_t *>(arg);
+    listener.rest_timer_ = 0;
+    if (fwx_host_loop_watch(&listener.server_.home, listener.entrance_.socket.get(), on_connect, arg) != 0) {
+        listener.rest();
+    }
+}
+
+/** Most clients have made their offer by now; the others wait as guests, the oldest of which makes room for a new one.
+ * Without the means to watch it, the client is turned away. */
+void shm_listener_t::let_in(descriptor_t socket) {
+    if (take_offer(socket)) return;
+    if (guests_.size() >= most_guests) turn_away(guests_.front());
+    const bool has_room = host_guarded(false, [&] {
+        guests_.push_back({*this, descriptor_t()});
+        return true;
     });
-    if (!is_watched) offers_.erase(fd);
+    if (!has_room) {
+        host_peers.refused += 1;
+        return shm_close(std::move(socket));
+    }
+    guest_t &guest = guests_.back();
+    guest.socket = std::move(socket);
+    if (!wait_for_offer(guest)) turn_away(guest);
+}
+
+bool shm_listener_t::wait_for_offer(guest_t &guest) {
+    guest.timer = fwx_host_timer_add(&server_.home, longest_visit_ms, on_too_late, &guest);
+    guest.is_watched =
+        guest.timer != 0 && fwx_host_loop_watch(&server_.home, guest.socket.get(), on_offer, &guest) == 0;
+    return guest.is_watched;
 }
 
 void shm_listener_t::on_offer(void *arg) {
-    auto &offer = *static_cast<offer_t *>(arg);
-    offer.listener.take_offer(offer);
+    auto &guest = *static_cast<guest_t *>(arg);
+    fwx_host_loop_unwatch(&guest.listener.server_.home, guest.socket.get());
+    guest.is_watched = false;
+    const bool is_over = guest.listener.take_offer(guest.socket);
+    if (is_over) guest.listener.turn_away(guest);
 }
 
-/** An offer that is not sound, or for which there is no memory, ends with its socket. */
-void shm_listener_t::take_offer(offer_t &offer) {
-    const int fd = offer.socket.get();
-    fwx_host_loop_unwatch(&server_.home, fd);
-    host_guarded(host_errno_nomem, [&] {
-        auto connection = shm_connection_t::accept(server_.home, std::move(offer.socket));
-        if (connection != nullptr) shm_peer_make(server_, std::move(connection));
+void shm_listener_t::on_too_late(void *arg) {
+    auto &guest = *static_cast<guest_t *>(arg);
+    guest.timer = 0;
+    guest.listener.turn_away(guest);
+}
+
+/** Ends a visit, with the client if that is still there. */
+void shm_listener_t::turn_away(guest_t &guest) {
+    if (guest.is_watched) fwx_host_loop_unwatch(&server_.home, guest.socket.get());
+    fwx_host_timer_cancel(&server_.home, guest.timer);
+    if (guest.socket.is_open()) host_peers.refused += 1;
+    shm_close(std::move(guest.socket));
+    guests_.remove_if([&guest](const guest_t &other) { return &other == &guest; });
+}
+
+/** False while there is none. A client whose offer is not sound, or for which there is no memory or no room, is turned
+ * away; the socket is gone then as it is when the offer was taken. */
+bool shm_listener_t::take_offer(descriptor_t &socket) {
+    const uint32_t code = host_guarded(host_errno_nomem, [&] {
+        shm_connection_t::made_t connection;
+        const uint32_t refusal = shm_connection_t::accept(server_.home, socket, &connection);
+        if (refusal != 0) return refusal;
+        return shm_peer_make(server_, std::move(connection));
     });
-    offers_.erase(fd);
+    if (code == EAGAIN) return false;
+    if (code != 0) host_peers.refused += 1;
+    if (code != 0 && socket.is_open()) shm_turn_away(std::move(socket), code);
+    return true;
 }
 
 uint32_t shm_listener_open(fwx_host_server_t &server, const char *name, std::unique_ptr<shm_listener_t> *listener) {

@@ -2,12 +2,13 @@
 #ifndef HOST_MESSAGING_SHM_LISTENER_H
 #define HOST_MESSAGING_SHM_LISTENER_H
 
+#include <list>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "host/loop/descriptor.h"
 #include "host/messaging/server.h"
+#include "host/messaging/shm/socket.h"
 
 class shm_listener_t {
 public:
@@ -20,21 +21,31 @@ public:
     uint32_t start();
 
 private:
-    /** What a client that has connected is to send. */
-    struct offer_t {
+    /** A client that has not yet offered a connection. */
+    struct guest_t {
         shm_listener_t &listener;
         descriptor_t socket;
+        uint64_t timer = 0; /* ends its visit */
+        bool is_watched = false;
     };
 
     static void on_connect(void *arg);
     static void on_offer(void *arg);
-    void await_offer(descriptor_t socket);
-    void take_offer(offer_t &offer);
+    static void on_rest_over(void *arg);
+    static void on_too_late(void *arg);
+    void let_in(descriptor_t socket);
+    bool wait_for_offer(guest_t &guest);
+    bool take_offer(descriptor_t &socket);
+    void turn_away_one();
+    void turn_away(guest_t &guest);
+    void rest();
 
     fwx_host_server_t &server_;
     const std::string name_;
-    descriptor_t listening_;
-    std::unordered_map<int, offer_t> offers_; /* by descriptor */
+    shm_entrance_t entrance_;
+    descriptor_t spare_;        /* given up to accept, and turn away, when there are no other descriptors left */
+    std::list<guest_t> guests_; /* the oldest first */
+    uint64_t rest_timer_ = 0;
 };
 
 /** Throws std::bad_alloc. */

@@ -1,37 +1,39 @@
 #include "host/messaging/shm/peer.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "fwx_host/errors.h"
 #include "host/messaging/message.h"
 #include "host/messaging/peer.h"
+#include "host/messaging/shm/backlog.h"
+#include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
 
 namespace {
 
-constexpr uint64_t limit_of_unsent = uint64_t{64} << 20; /* bytes for a client that reads too slowly */
+constexpr uint64_t most_clients = 256;
+constexpr uint32_t most_malformed = 1000; /* messages, of one client */
 
-/** Keeps what the server sends while the client has no room for it. */
 class shm_peer_t final : public fwx_host_peer, public shm_connection_t::owner_t {
 public:
     shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection);
-    ~shm_peer_t() override;
-    bool start() { return connection_->start(*this); }
+    uint32_t start() { return connection_->start(*this); }
 
     bool is_linked() const override { return connection_ != nullptr; }
     bool has_message() override;
     void take_one() override;
     void after_run() override;
     uint32_t send(const void *msg, size_t size) override;
+    void malformed() override;
     void loop_gone() override { cut_off(); }
 
     bool has_work() override;
     void woken() override { make_ready(); }
-    void hung_up() override { cut_off(); }
+    void hung_up(uint32_t) override { cut_off(); }
 
 private:
-    void unlink() override { connection_.reset(); }
+    void unlink() override;
+    bool end_turn();
     void answer(uint32_t number, const message_t &question);
     void send_unsent();
 
@@ -39,10 +41,10 @@ private:
     shm_reader_t requests_;
     shm_writer_t messages_;
     shm_writer_t answers_;
-    message_queue_t unsent_;
-    uint64_t unsent_bytes_ = 0;
-    bool has_written_ = false; /* since the client was last woken */
-    bool has_read_ = false;
+    backlog_t unsent_;
+    uint32_t malformed_ = 0;
+    bool has_written_ = false; /* in this turn, or before it */
+    bool has_read_ = false;    /* in this turn */
 };
 
 shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection)
@@ -50,12 +52,8 @@ shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connec
       connection_(std::move(connection)),
       requests_(connection_->segment().to_server, connection_->segment().to_server_bytes, shm_ring_bytes),
       messages_(connection_->segment().to_client, connection_->segment().to_client_bytes, shm_ring_bytes),
-      answers_(connection_->segment().answers, connection_->segment().answer_bytes, shm_answer_bytes) {}
-
-shm_peer_t::~shm_peer_t() {
-    while (!unsent_.empty()) {
-        message_free(unsent_.pop());
-    }
+      answers_(connection_->segment().answers, connection_->segment().answer_bytes, shm_answer_bytes) {
+    host_peers.clients += 1;
 }
 
 bool shm_peer_t::has_message() {
@@ -65,16 +63,14 @@ bool shm_peer_t::has_message() {
     return requests_.has_record();
 }
 
-/* The message counts as taken before the server sees it: what the server answers is then never ahead of that. */
 void shm_peer_t::take_one() {
     const shm_record_t record = requests_.front();
     message_t *message = requests_.is_broken() ? nullptr : message_alloc(record.size);
     if (message == nullptr) return cut_off();
     requests_.copy_to(message->bytes(), record);
-    has_read_ = requests_.pop(record);
-    if (!has_read_) {
-        cut_off();
-    } else if (record.tag == 0) {
+    requests_.advance(record);
+    has_read_ = true;
+    if (record.tag == 0) {
         server->ops.received(server->ctx, this, message->bytes(), message->size);
     } else {
         answer(record.tag, *message);
@@ -93,9 +89,25 @@ void shm_peer_t::answer(uint32_t number, const message_t &question) {
 
 void shm_peer_t::after_run() {
     send_unsent();
+    if (!end_turn()) return cut_off();
     connection_->wake_other(has_written_, has_read_);
     has_written_ = has_read_ = false;
     if (messages_.is_broken() || answers_.is_broken()) cut_off();
+}
+
+/** What was read counts as taken before the client can see an answer to it. A client that has taken messages back tells
+ * that they failed, so it must not see answers either: false. */
+bool shm_peer_t::end_turn() {
+    if (!requests_.publish()) return false;
+    messages_.publish();
+    answers_.publish();
+    return true;
+}
+
+void shm_peer_t::unlink() {
+    end_turn();
+    connection_.reset();
+    host_peers.clients -= 1;
 }
 
 uint32_t shm_peer_t::send(const void *msg, size_t size) {
@@ -103,39 +115,52 @@ uint32_t shm_peer_t::send(const void *msg, size_t size) {
     make_ready(); /* the client is woken when the server has done what there is to do */
     if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
         has_written_ = true;
+        if (!has_read_) messages_.publish(); /* else with what was read */
         return 0;
     }
-    if (unsent_bytes_ + size > limit_of_unsent) return FWX_HOST_ERR_FULL;
-    message_t *message = message_alloc(size);
-    if (message == nullptr) return host_errno_nomem;
-    if (size != 0) memcpy(message->bytes(), msg, size);
-    unsent_.push(message);
-    unsent_bytes_ += size;
+    const backlog_room_t room = unsent_.push(msg, static_cast<uint32_t>(size));
+    if (room == backlog_room_t::NO_MEMORY) return host_errno_nomem;
+    if (room == backlog_room_t::FULL) {
+        host_peers.dropped += unsent_.count() + 1;
+        host_peers.ended += 1;
+        cut_off();
+        return FWX_HOST_ERR_FULL;
+    }
     connection_->set_wants_room(true);
     return 0;
 }
 
 void shm_peer_t::send_unsent() {
     if (unsent_.empty()) return;
-    while (!unsent_.empty() && messages_.write(0, unsent_.front()->bytes(), unsent_.front()->size)) {
+    while (!unsent_.empty() && messages_.write(0, unsent_.front().bytes, unsent_.front().size)) {
         has_written_ = true;
-        unsent_bytes_ -= unsent_.front()->size;
-        message_free(unsent_.pop());
+        unsent_.pop();
     }
     connection_->set_wants_room(!unsent_.empty());
+}
+
+void shm_peer_t::malformed() {
+    if (++malformed_ <= most_malformed || !is_linked()) return;
+    host_peers.ended += 1;
+    cut_off();
 }
 
 bool shm_peer_t::has_work() {
     if (!is_connected()) return false;
     if (!requests_.has_record()) requests_.refresh();
     if (!server->is_paused && (requests_.has_record() || requests_.is_broken())) return true;
-    return !unsent_.empty() && (messages_.has_room(unsent_.front()->size) || messages_.is_broken());
+    return !unsent_.empty() && (messages_.has_room(unsent_.front().size) || messages_.is_broken());
 }
 
 }  // namespace
 
-void shm_peer_make(fwx_host_server_t &server, std::unique_ptr<shm_connection_t> connection) {
+uint32_t shm_peer_make(fwx_host_server_t &server, std::unique_ptr<shm_connection_t> connection) {
+    if (host_peers.clients >= most_clients) {
+        connection->turn_away(FWX_HOST_ERR_BUSY);
+        return FWX_HOST_ERR_BUSY;
+    }
     auto *peer = new shm_peer_t(server, std::move(connection)); /* it is its server's from here on */
-    const bool is_started = host_guarded(false, [peer] { return peer->start(); });
-    if (!is_started) peer->cut_off();
+    const uint32_t code = host_guarded(host_errno_nomem, [peer] { return peer->start(); });
+    if (code != 0) peer->cut_off();
+    return code;
 }

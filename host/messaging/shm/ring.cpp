@@ -34,7 +34,6 @@ bool shm_writer_t::write(uint32_t tag, const void *bytes, uint32_t size) {
     if (before_end != 0) memcpy(data_ + start, bytes, before_end);
     if (size > before_end) memcpy(data_, static_cast<const uint8_t *>(bytes) + before_end, size - before_end);
     written_ += static_cast<uint32_t>(footprint(size));
-    ring_.written.store(written_, std::memory_order_release);
     return true;
 }
 
@@ -59,7 +58,8 @@ void shm_writer_t::accept(uint32_t read) {
 void shm_reader_t::refresh() {
     const uint32_t written = ring_.written.load(std::memory_order_acquire);
     if (is_broken_) return;
-    if (is_whole(written) && written - read_ <= capacity_ && written - read_ >= written_ - read_) {
+    const bool is_ours = ring_.read.load(std::memory_order_relaxed) == published_;
+    if (is_ours && is_whole(written) && written - read_ <= capacity_ && written - read_ >= written_ - read_) {
         written_ = written;
     } else {
         is_broken_ = true;
@@ -93,18 +93,20 @@ void shm_reader_t::copy_to(void *bytes, const shm_record_t &record) const {
     }
 }
 
-void shm_reader_t::skip(const shm_record_t &record) {
+void shm_reader_t::advance(const shm_record_t &record) {
     read_ += static_cast<uint32_t>(footprint(record.size));
+}
+
+void shm_reader_t::skip(const shm_record_t &record) {
+    advance(record);
+    published_ = read_;
     ring_.read.store(read_, std::memory_order_release);
 }
 
-bool shm_reader_t::pop(const shm_record_t &record) {
-    uint32_t expected = read_;
-    const uint32_t next = read_ + static_cast<uint32_t>(footprint(record.size));
-    if (!ring_.read.compare_exchange_strong(expected, next, std::memory_order_acq_rel)) {
-        is_broken_ = true;
-        return false;
-    }
-    read_ = next;
-    return true;
+bool shm_reader_t::publish() {
+    if (is_broken_ || published_ == read_) return !is_broken_;
+    uint32_t expected = published_;
+    is_broken_ = !ring_.read.compare_exchange_strong(expected, read_, std::memory_order_acq_rel);
+    published_ = read_;
+    return !is_broken_;
 }

@@ -18,7 +18,7 @@ constexpr uint32_t shm_record_header = 8; /* length in bytes, then the tag, as 3
 /** The shared indices, a cache line for each. */
 struct shm_ring_t {
     alignas(64) std::atomic<uint32_t> written;
-    alignas(64) std::atomic<uint32_t> read; /* lowest bit: the writer took back what was not read */
+    alignas(64) std::atomic<uint32_t> read; /* lowest bit: the writer took back the rest, its only store here */
 };
 static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
@@ -32,8 +32,10 @@ public:
     /** `capacity` bytes at `data`, a power of two. The ring must be empty and fresh: both indices 0. */
     shm_writer_t(shm_ring_t &ring, uint8_t *data, uint32_t capacity) : ring_(ring), data_(data), capacity_(capacity) {}
 
-    /** False when there is no room for it now, or when the ring is broken. */
+    /** Puts a record into the ring, which the reader sees with the next publish(). False when there is no room for it
+     * now, or when the ring is broken. */
     bool write(uint32_t tag, const void *bytes, uint32_t size);
+    void publish() { ring_.written.store(written_, std::memory_order_release); }
     bool has_room(uint32_t size);
     /** Where the next record begins, which is where the last one ends. */
     uint32_t position() const { return written_; }
@@ -43,7 +45,7 @@ public:
     bool has_news() const { return ring_.read.load(std::memory_order_acquire) != read_; }
     /** Whether the reader has come, when last looked, as far as a position returned earlier. */
     bool is_read(uint32_t position) const { return static_cast<int32_t>(read_ - position) >= 0; }
-    /** Takes back what was not read; the reader gets none of it. Nothing can be written after it. */
+    /** Takes back what the reader has not published as read. Nothing can be written after it. */
     void withdraw();
     bool is_broken() const { return is_broken_; }
 
@@ -72,7 +74,7 @@ public:
 
     /** Whether records are left of what was there when last looked. */
     bool has_record() const { return !is_broken_ && read_ != written_; }
-    /** Looks how far the writer has come. */
+    /** Looks how far the writer has come, and whether it took back what there is. */
     void refresh();
     /** Whether the writer has come further since. */
     bool has_news() const { return ring_.written.load(std::memory_order_acquire) != written_; }
@@ -82,10 +84,13 @@ public:
     uint32_t first_word() const;
     /** Copies the bytes of the record that front() returned. */
     void copy_to(void *bytes, const shm_record_t &record) const;
-    /** Goes on to the next record; false when this one was not to be had any more: it was taken back, or the ring is
-     * broken. */
-    bool pop(const shm_record_t &record);
-    /** Goes on to the next record of a ring whose writer takes nothing back, which spares a locked instruction. */
+    /** Goes on to the next record, of which the writer hears with the next publish(). */
+    void advance(const shm_record_t &record);
+    /** Tells the writer what was read; false when some of it was not to be had any more: it was taken back, or the ring
+     * is broken. */
+    bool publish();
+    /** Goes on to the next record of a ring whose writer takes nothing back, and tells it so, which spares a locked
+     * instruction. */
     void skip(const shm_record_t &record);
     bool is_broken() const { return is_broken_; }
 
@@ -94,7 +99,8 @@ private:
     const uint8_t *data_;
     uint32_t capacity_;
     uint32_t read_ = 0;
-    uint32_t written_ = 0; /* as last seen */
+    uint32_t published_ = 0; /* what the writer knows of read_ */
+    uint32_t written_ = 0;   /* as last seen */
     bool is_broken_ = false;
 };
 

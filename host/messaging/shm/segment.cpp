@@ -4,17 +4,12 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 namespace {
 
 constexpr size_t segment_bytes = sizeof(shm_segment_t);
 constexpr int size_seals = F_SEAL_SHRINK | F_SEAL_GROW;
-
-bool is_sound(int fd) {
-    struct stat status {};
-    if (fstat(fd, &status) != 0 || status.st_size != static_cast<off_t>(segment_bytes)) return false;
-    const int seals = fcntl(fd, F_GET_SEALS);
-    return seals >= 0 && (seals & size_seals) == size_seals;
-}
 
 }  // namespace
 
@@ -24,13 +19,21 @@ void shm_unmap_t::operator()(shm_segment_t *segment) const {
 
 descriptor_t shm_segment_make() {
     descriptor_t segment(memfd_create("fwx_host_channel", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    const bool is_made = segment.is_open() && posix_fallocate(segment.get(), 0, segment_bytes) == 0 &&
-                         fcntl(segment.get(), F_ADD_SEALS, size_seals | F_SEAL_SEAL) == 0;
+    if (!segment.is_open()) return segment;
+    errno = posix_fallocate(segment.get(), 0, segment_bytes);
+    const bool is_made = errno == 0 && fcntl(segment.get(), F_ADD_SEALS, size_seals | F_SEAL_SEAL) == 0;
     return is_made ? std::move(segment) : descriptor_t();
 }
 
+bool shm_segment_is_sound(const descriptor_t &segment) {
+    const int seals =
+        fcntl(segment.get(), F_GET_SEALS); /* fails for what is no memory, whose size it may take time to learn */
+    if (seals < 0 || (seals & size_seals) != size_seals) return false;
+    struct stat status {};
+    return fstat(segment.get(), &status) == 0 && status.st_size == static_cast<off_t>(segment_bytes);
+}
+
 shm_mapping_t shm_segment_map(const descriptor_t &segment) {
-    if (!is_sound(segment.get())) return nullptr;
     constexpr int flags = MAP_SHARED | MAP_POPULATE; /* no message waits for a page */
     void *memory = mmap(nullptr, segment_bytes, PROT_READ | PROT_WRITE, flags, segment.get(), 0);
     return memory == MAP_FAILED ? nullptr : shm_mapping_t(static_cast<shm_segment_t *>(memory));

@@ -11,12 +11,15 @@ constexpr uint32_t shm_ring_bytes = uint32_t{1} << 20;   /* each way */
 constexpr uint32_t shm_answer_bytes = uint32_t{1} << 18; /* of synchronous messages */
 constexpr uint32_t shm_largest_message = shm_largest_record(shm_ring_bytes);
 
-/** What a process tells the other of its bell. */
+/** What a process tells the other of its bell; only that process writes it. */
 struct shm_bell_t {
-    alignas(64) std::atomic<uint32_t> is_armed; /* 1: it looks at nothing until it is rung; who rings sets it to 0 */
-    std::atomic<uint32_t> wants_room;           /* 1: what the other process has read is worth ringing too */
+    alignas(64) std::atomic<uint32_t> armed; /* not 0: it looks at nothing until it is rung for this number */
+    std::atomic<uint32_t> wants_room;        /* 1: what the other process has read is worth ringing too */
 };
 
+constexpr uint32_t shm_version = 2; /* of the segment's layout and of what the two processes do with it */
+
+/* What one process writes stands on other cache lines than what the other writes. */
 struct shm_segment_t {
     shm_bell_t client_bell;
     shm_bell_t server_bell;
@@ -34,10 +37,11 @@ struct shm_unmap_t {
 using shm_mapping_t = std::unique_ptr<shm_segment_t, shm_unmap_t>;
 
 /** Makes a segment that nobody can shrink, all memory in place, so that reading it can never fail. None: the system
- * has no memory or descriptors left. */
+ * has no memory or descriptors left; errno says which. */
 descriptor_t shm_segment_make();
-/** Maps a segment of the other process after checking that it has the size and that nobody can shrink it; null if not.
- */
+/** Whether a descriptor of the other process is memory that has the size, which nobody can change. */
+bool shm_segment_is_sound(const descriptor_t &segment);
+/** Maps a sound segment; null: the system does not, errno says why. */
 shm_mapping_t shm_segment_map(const descriptor_t &segment);
 
 #endif

@@ -1,0 +1,287 @@
+/* What clients may hand to a server when they come, and what becomes of those that hand over anything else. */
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <filesystem>
+
+#include "channel_fixture.h"
+#include "host/messaging/shm/bell.h"
+#include "host/messaging/shm/segment.h"
+#include "host/messaging/shm/socket.h"
+
+namespace {
+
+constexpr uint32_t greeting = 0x46575832;
+using handles_t = std::vector<descriptor_t>;
+
+size_t open_descriptors() {
+    using iterator_t = std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
+}
+
+/** Sends bytes and descriptors as one message. */
+void hand_over(const descriptor_t &socket, const std::string &bytes, const handles_t &handles) {
+    std::vector<int> numbers;
+    for (const descriptor_t &handle : handles) {
+        numbers.push_back(handle.get());
+    }
+    iovec body{const_cast<char *>(bytes.data()), bytes.size()};
+    std::vector<uint64_t> control(CMSG_SPACE(numbers.size() * sizeof(int)) / sizeof(uint64_t));
+    msghdr message{};
+    message.msg_iov = &body;
+    message.msg_iovlen = 1;
+    if (!numbers.empty()) {
+        message.msg_control = control.data();
+        message.msg_controllen = control.size() * sizeof(uint64_t);
+        cmsghdr *header = CMSG_FIRSTHDR(&message);
+        *header = {CMSG_LEN(numbers.size() * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+        memcpy(CMSG_DATA(header), numbers.data(), numbers.size() * sizeof(int));
+    }
+    ASSERT_EQ(sendmsg(socket.get(), &message, 0), static_cast<ssize_t>(bytes.size()));
+}
+
+std::string word(uint32_t value) {
+    return {reinterpret_cast<const char *>(&value), sizeof(value)};
+}
+
+handles_t sound_handles() {
+    handles_t handles;
+    handles.push_back(shm_segment_make());
+    handles.push_back(shm_bell_make());
+    handles.push_back(shm_bell_make());
+    return handles;
+}
+
+handles_t sound_handles_with(size_t place, int fd) {
+    handles_t handles = sound_handles();
+    handles[place] = descriptor_t(fd);
+    return handles;
+}
+
+handles_t sound_handles_and(int fd) {
+    handles_t handles = sound_handles();
+    handles.emplace_back(fd);
+    return handles;
+}
+
+int pipe_without_reader() {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    return ends[1];
+}
+
+/** What keeps who closes it waiting for an hour, unless it is told not to. */
+int lingering_socket() {
+    const descriptor_t listener(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    auto *generic = reinterpret_cast<sockaddr *>(&address);
+    EXPECT_EQ(bind(listener.get(), generic, length) + listen(listener.get(), 1), 0);
+    EXPECT_EQ(getsockname(listener.get(), generic, &length), 0);
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(connect(fd, generic, length), 0);
+    static descriptor_t silent; /* does not read */
+    silent = descriptor_t(accept(listener.get(), nullptr, nullptr));
+    const std::string filler(1 << 20, 'x');
+    while (send(fd, filler.data(), filler.size(), MSG_DONTWAIT) > 0) {
+    }
+    const linger an_hour = {1, 3600};
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, SO_LINGER, &an_hour, sizeof(an_hour)), 0);
+    return fd;
+}
+
+class shm_handshake_t : public channel_fixture_t {
+protected:
+    shm_handshake_t() : channel_fixture_t(link_kind_t::between_processes) {}
+
+    static descriptor_t visit() {
+        descriptor_t socket;
+        EXPECT_EQ(shm_connect(server_name, &socket), 0u);
+        return socket;
+    }
+    static fwx_host_peers_t peers() {
+        fwx_host_peers_t now{};
+        fwx_host_peers_get(&now);
+        return now;
+    }
+    static bool is_hung_up(const descriptor_t &socket) {
+        char byte = 0;
+        return recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0 || errno == ECONNRESET;
+    }
+    /** The client that is there already is served as ever. */
+    void expect_service() {
+        log_.clear();
+        ASSERT_EQ(send("a"), 0u);
+        run();
+        EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0"}));
+    }
+};
+
+TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_of_it_stays_and_the_others_are_served) {
+    const struct {
+        const char *what;
+        std::string bytes;
+        std::function<handles_t()> make;
+        uint32_t told;
+    } cases[] = {
+        {"no descriptors", word(greeting), [] { return handles_t(); }, FWX_HOST_ERR_CHANNEL_DOWN},
+        {"one more descriptor", word(greeting), [] { return sound_handles_and(eventfd(1, 0)); },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+        {"one that is slow to close", word(greeting), [] { return sound_handles_and(lingering_socket()); },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+        {"all the descriptors there can be", word(greeting),
+         [] {
+             handles_t handles = sound_handles();
+             while (handles.size() < 253) {
+                 handles.emplace_back(eventfd(1, 0));
+             }
+             return handles;
+         },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+        {"a longer greeting", word(greeting) + "!", sound_handles, FWX_HOST_ERR_CHANNEL_DOWN},
+        {"another greeting", "fwx!", sound_handles, FWX_HOST_ERR_CHANNEL_DOWN},
+        {"the version before", word(greeting - 1), sound_handles, FWX_HOST_ERR_VERSION},
+        {"a pipe for a bell", word(greeting), [] { return sound_handles_with(1, pipe_without_reader()); },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+        {"a bell that counts 0", word(greeting), [] { return sound_handles_with(2, eventfd(0, 0)); },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+        {"a device for the segment", word(greeting), [] { return sound_handles_with(0, ::open("/dev/null", O_RDWR)); },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+        {"memory that can shrink", word(greeting),
+         [] {
+             const int fd = memfd_create("segment", MFD_ALLOW_SEALING);
+             EXPECT_EQ(ftruncate(fd, sizeof(shm_segment_t)), 0);
+             return sound_handles_with(0, fd);
+         },
+         FWX_HOST_ERR_CHANNEL_DOWN},
+    };
+    for (const auto &tried : cases) {
+        SCOPED_TRACE(tried.what);
+        const uint64_t refused = peers().refused;
+        const size_t before = open_descriptors();
+        {
+            const descriptor_t socket = visit();
+            hand_over(socket, tried.bytes, tried.make());
+            run_server();
+            EXPECT_EQ(shm_why_closed(socket), tried.told);
+        }
+        EXPECT_EQ(peers().refused, refused + 1);
+        expect_service();
+        const size_t of_the_case = strcmp(tried.what, "one that is slow to close") == 0 ? 1 : 0; /* who does not read */
+        while (open_descriptors() > before + of_the_case) {
+            sched_yield(); /* closed by a thread */
+        }
+    }
+    EXPECT_EQ(peers().clients, 1u);
+}
+
+TEST_F(shm_handshake_t, what_a_client_sent_and_the_server_never_took_is_closed_without_waiting_for_it) {
+    {
+        const descriptor_t socket = visit();
+        hand_over(socket, word(greeting), sound_handles());
+        handles_t slow;
+        slow.emplace_back(lingering_socket());
+        hand_over(socket, "more", slow);
+    }
+    run_server();
+    expect_service();
+    EXPECT_EQ(peers().clients, 1u);
+}
+
+TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings) {
+    const handles_t handles = sound_handles();
+    const shm_mapping_t segment = shm_segment_map(handles[0]);
+    const descriptor_t socket = visit();
+    hand_over(socket, word(greeting), handles);
+    run_server();
+    const descriptor_t waiting(epoll_create1(0));
+    epoll_event event{EPOLLIN | EPOLLET, {}};
+    ASSERT_EQ(epoll_ctl(waiting.get(), EPOLL_CTL_ADD, handles[1].get(), &event), 0);
+    ASSERT_EQ(fcntl(handles[1].get(), F_SETFL, 0), 0);
+    ASSERT_EQ(eventfd_write(handles[1].get(), UINT64_MAX - 2), 0);
+    ASSERT_EQ(epoll_wait(waiting.get(), &event, 1, 0), 1);
+    segment->client_bell.armed = 1;
+    ASSERT_EQ(reply("x"), 0u);
+    run_server();
+    EXPECT_EQ(epoll_wait(waiting.get(), &event, 1, 0), 1);
+}
+
+TEST_F(shm_handshake_t, a_guest_may_take_two_seconds_and_the_oldest_makes_room_for_more_than_64) {
+    fwx_host_clock_turn(0);
+    std::vector<descriptor_t> guests;
+    for (int i = 0; i < 66; ++i) {
+        guests.push_back(visit());
+    }
+    run_server();
+    EXPECT_TRUE(is_hung_up(guests[1]));
+    EXPECT_FALSE(is_hung_up(guests[2]));
+    fwx_host_clock_turn(1999);
+    run_server();
+    hand_over(guests[2], word(greeting), sound_handles());
+    run_server();
+    fwx_host_clock_turn(1);
+    run_server();
+    EXPECT_FALSE(is_hung_up(guests[2]));
+    EXPECT_TRUE(is_hung_up(guests[3]));
+    expect_service();
+}
+
+TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_busy) {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit raised = {std::min<rlim_t>(4096, limit.rlim_max), limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    {
+        const handles_t handles = sound_handles(); /* one segment does for all of them */
+        std::vector<descriptor_t> clients;
+        for (int i = 1; i < 256; ++i) {
+            clients.push_back(visit());
+            hand_over(clients.back(), word(greeting), handles);
+            run_server();
+        }
+        EXPECT_EQ(peers().clients, 256u);
+        smc_chan_t late = 0;
+        ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &late), 0u);
+        std::swap(chan_, late);
+        run_server();
+        EXPECT_EQ(ask("q"), FWX_HOST_ERR_BUSY);
+        run_client();
+        std::swap(chan_, late);
+    }
+    run_server();
+    expect_service();
+    EXPECT_EQ(peers().clients, 1u);
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
+
+TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_again_when_there_are_some) {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    std::vector<descriptor_t> visitors;
+    for (int i = 0; i < 3; ++i) {
+        visitors.push_back(visit());
+    }
+    const rlimit none = {3, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    smc_chan_t chan = 0;
+    EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), static_cast<uint32_t>(EMFILE));
+    EXPECT_EQ(fwx_host_loop_create(), nullptr);
+    run_server();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    fwx_host_clock_turn(100);
+    run_server();
+    expect_service();
+    EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), 0u);
+    EXPECT_EQ(smc_msg_chan_close(&chan), 0u);
+}
+
+}  // namespace
