@@ -164,6 +164,8 @@ private:
         check(ledger.unnoted() <= 1, "a dead server has noted all that it refused, but for the last");
         ledger.forget_unnoted();
         check(ledger.open_count() - lost_ <= most_in_a_turn, "of what the server was not at, nothing is lost");
+        check(ledger.failed_in_turn <= most_in_a_turn, "what failed was not taken, but for the turn that was not over");
+        ledger.failed_in_turn = 0;
         lost_ = ledger.open_count();
         check(server_.start(), "the server starts again");
     }

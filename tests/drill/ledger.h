@@ -33,9 +33,10 @@ public:
 
     uint64_t sent = 0; /* handed over */
     uint64_t answered = 0;
-    uint64_t failed = 0;  /* never taken by a server */
-    uint64_t refused = 0; /* their send returned a code */
-    uint64_t faults = 0;  /* each of them reported on standard error */
+    uint64_t failed = 0;         /* not counted as taken by a server */
+    uint64_t failed_in_turn = 0; /* of these, in the turn of a server that died before it counted the turn as taken */
+    uint64_t refused = 0;        /* their send returned a code */
+    uint64_t faults = 0;         /* each of them reported on standard error */
 
 private:
     enum class kind_t : uint8_t { GOOD, BAD, QUERY };
