@@ -58,7 +58,9 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
         EXPECT_EQ(outcome.contains("cut"), cut.is_cut);
         if (!cut.is_cut) continue;
         const std::string cookie = outcome.at("cookie").dump();
-        const json_t rest = last_of(setup + line.substr(0, line.find(" --count")) + " --cookie " + cookie + "\n");
+        std::string next = setup;
+        next.append(line, 0, line.find(" --count")).append(" --cookie ").append(cookie);
+        const json_t rest = last_of(next);
         const json_t &first = rest.at("data").at(0);
         const bool is_walk = line[0] == 's' && line[1] == 'e';
         EXPECT_EQ(is_walk ? first.at("src_port") : first.at("id"), is_walk ? 1024 + cut.next_id : cut.next_id);
