@@ -10,6 +10,7 @@
 #include <string>
 
 #include "fwx_host/fwx_host.h"
+#include "fwx_nat64/client.h"
 #include "server_messages.h"
 #include "tools/natctl/batch.h"
 
