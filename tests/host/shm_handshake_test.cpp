@@ -270,9 +270,10 @@ TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_a
     for (int i = 0; i < 3; ++i) {
         visitors.push_back(visit());
     }
+    smc_chan_t chan = 0; /* the sanitizer looks at a class that it meets with a descriptor: it meets them here */
+    EXPECT_EQ(smc_msg_chan_open("nobody's", event(), 0, on_error, &chan), FWX_HOST_ERR_NO_SERVER);
     const rlimit none = {3, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    smc_chan_t chan = 0;
     EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), static_cast<uint32_t>(EMFILE));
     EXPECT_EQ(fwx_host_loop_create(), nullptr);
     run_server();
