@@ -23,7 +23,7 @@ struct classifier_t {
     }
 };
 
-constexpr command_t classifier_commands[] = {
+constexpr config_command_t classifier_commands[] = {
     not_kept<&classifier_t::end_batch>(FWX_NAT64_CFG_END_BATCH),
     not_kept<&classifier_t::update>(FWX_NAT64_CFG_CLASSIFIER_UPDATE),
 };

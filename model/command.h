@@ -10,7 +10,7 @@
 #include "model/table.h"
 
 /** A configuration command, or what stands for one in a saved configuration. */
-struct command_t {
+struct config_command_t {
     uint32_t op_code;
     size_t payload_size;
     uint32_t (*carry_out)(void *part, const void *payload);
@@ -58,22 +58,22 @@ struct payloads_t<payloads> {
 
 /* A command whose payloads are kept. */
 template <auto member, auto payloads>
-constexpr command_t kept(uint32_t op_code) {
+constexpr config_command_t kept(uint32_t op_code) {
     using payload_t = typename member_t<member>::payload_t;
     return {op_code, sizeof(payload_t), member_t<member>::carry_out, payloads_t<payloads>::template save<payload_t>, 0};
 }
 /* A command that changes or takes away what another command's payloads say. */
 template <auto member>
-constexpr command_t kept_as(uint32_t op_code, uint32_t other_op_code) {
+constexpr config_command_t kept_as(uint32_t op_code, uint32_t other_op_code) {
     return {op_code, sizeof(typename member_t<member>::payload_t), member_t<member>::carry_out, nullptr, other_op_code};
 }
 /* A command that is over when it has been carried out. */
 template <auto member>
-constexpr command_t not_kept(uint32_t op_code) {
+constexpr config_command_t not_kept(uint32_t op_code) {
     return kept_as<member>(op_code, 0);
 }
 /* A command without payload that has nothing to do. */
-constexpr command_t not_kept(uint32_t op_code) {
+constexpr config_command_t not_kept(uint32_t op_code) {
     return {op_code, 0, [](void *, const void *) { return 0U; }, nullptr, 0};
 }
 

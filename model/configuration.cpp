@@ -8,13 +8,13 @@ namespace {
 
 /** A part of the configuration with its commands. */
 struct part_t {
-    const command_t *commands;
+    const config_command_t *commands;
     size_t count;
     void *(*of)(configuration_t &configuration);
 };
 
 template <auto member, size_t n>
-constexpr part_t part(const command_t (&commands)[n]) {
+constexpr part_t part(const config_command_t (&commands)[n]) {
     return {commands, n, [](configuration_t &configuration) -> void * { return &(configuration.*member); }};
 }
 
@@ -28,12 +28,12 @@ constexpr part_t parts[] = {
 
 struct found_t {
     const part_t *part;
-    const command_t *command; /* null: there is none */
+    const config_command_t *command; /* null: there is none */
 };
 
 constexpr found_t find(uint32_t op_code) {
     for (const part_t &part : parts) {
-        for (const command_t *command = part.commands; command != part.commands + part.count; ++command) {
+        for (const config_command_t *command = part.commands; command != part.commands + part.count; ++command) {
             if (command->op_code == op_code) return {&part, command};
         }
     }
@@ -43,7 +43,7 @@ constexpr found_t find(uint32_t op_code) {
 template <typename predicate_t>
 constexpr bool all_commands(predicate_t holds) {
     for (const part_t &part : parts) {
-        for (const command_t *command = part.commands; command != part.commands + part.count; ++command) {
+        for (const config_command_t *command = part.commands; command != part.commands + part.count; ++command) {
             if (!holds(*command)) return false;
         }
     }
@@ -52,7 +52,7 @@ constexpr bool all_commands(predicate_t holds) {
 
 constexpr bool every_message_has_its_command() {
     for (const wire_message_t &message : wire_config_messages) {
-        const command_t *command = find(static_cast<uint32_t>(message.selector)).command;
+        const config_command_t *command = find(static_cast<uint32_t>(message.selector)).command;
         if (command == nullptr || command->payload_size + sizeof(fwx_nat64_cfg_msg_t) != message.size) return false;
     }
     return true;
@@ -66,13 +66,13 @@ constexpr size_t command_count() {
     return count;
 }
 
-constexpr bool stands_once(const command_t &command) {
+constexpr bool stands_once(const config_command_t &command) {
     return find(command.op_code).command == &command;
 }
 
-constexpr bool is_saved_if_kept(const command_t &command) {
+constexpr bool is_saved_if_kept(const config_command_t &command) {
     if (command.kept_as == 0) return true;
-    const command_t *saving = find(command.kept_as).command;
+    const config_command_t *saving = find(command.kept_as).command;
     return saving != nullptr && saving->save != nullptr;
 }
 
@@ -94,14 +94,14 @@ uint32_t configuration_t::carry_out(uint32_t op_code, const void *payload) {
 void configuration_t::save(fwx_nat64_model_part_fn_t fn, void *arg) const {
     for (const part_t &part : parts) {
         const void *own = part.of(const_cast<configuration_t &>(*this));
-        for (const command_t *command = part.commands; command != part.commands + part.count; ++command) {
+        for (const config_command_t *command = part.commands; command != part.commands + part.count; ++command) {
             if (command->save != nullptr) command->save(own, command->op_code, fn, arg);
         }
     }
 }
 
 uint32_t configuration_t::restore(uint32_t op_code, const void *payload, size_t size) {
-    const command_t *command = find(op_code).command;
+    const config_command_t *command = find(op_code).command;
     const bool ok = command != nullptr && size != 0 && size == command->payload_size;
     return ok ? carry_out(op_code, payload) : FWX_NAT64_MODEL_ERR_MALFORMED;
 }

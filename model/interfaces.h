@@ -25,7 +25,7 @@ struct interfaces_t {
 /** Number of prefixes that came with an interface. */
 uint32_t prefix_count(const fwx_nat64_intf_payload_t &interface);
 
-constexpr command_t interfaces_commands[] = {
+constexpr config_command_t interfaces_commands[] = {
     kept<&interfaces_t::set, &interfaces_t::interfaces>(FWX_NAT64_CFG_INTF_SET),
     kept_as<&interfaces_t::nvi_enable>(FWX_NAT64_CFG_NVI_INTF_ENABLE, FWX_NAT64_CFG_INTF_SET),
     kept<&interfaces_t::prefix_set, &interfaces_t::prefixes>(FWX_NAT64_CFG_GLB_PREFIX),

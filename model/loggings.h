@@ -16,7 +16,7 @@ struct loggings_t {
     uint32_t remove(const fwx_nat64_logging_payload_t &payload);
 };
 
-constexpr command_t loggings_commands[] = {
+constexpr config_command_t loggings_commands[] = {
     kept<&loggings_t::add, &loggings_t::loggings>(FWX_NAT64_CFG_LOGGING_ADD),
     kept_as<&loggings_t::modify>(FWX_NAT64_CFG_LOGGING_MOD, FWX_NAT64_CFG_LOGGING_ADD),
     kept_as<&loggings_t::remove>(FWX_NAT64_CFG_LOGGING_DEL, FWX_NAT64_CFG_LOGGING_ADD),

@@ -22,7 +22,7 @@ struct mappings_t {
     uint32_t dynamic_delete(const fwx_nat64_delete_payload_t &payload);
 };
 
-constexpr command_t mappings_commands[] = {
+constexpr config_command_t mappings_commands[] = {
     kept<&mappings_t::static_add, &mappings_t::fixed>(FWX_NAT64_CFG_SMAPPING_ADD),
     kept_as<&mappings_t::static_delete>(FWX_NAT64_CFG_SMAPPING_DEL, FWX_NAT64_CFG_SMAPPING_ADD),
     kept<&mappings_t::dynamic_add, &mappings_t::dynamic>(FWX_NAT64_CFG_DMAPPING_ADD),

@@ -54,7 +54,7 @@ private:
 };
 
 /* A pool comes before its ranges. */
-constexpr command_t pools_commands[] = {
+constexpr config_command_t pools_commands[] = {
     kept<&pools_t::set, &pools_t::pools>(FWX_NAT64_CFG_POOL_ADD),
     kept_as<&pools_t::remove>(FWX_NAT64_CFG_POOL_DEL, FWX_NAT64_CFG_POOL_ADD),
     kept<&pools_t::range_add, &pools_t::ranges>(FWX_NAT64_CFG_POOL_RANGE_ADD),

@@ -39,7 +39,7 @@ private:
     uint32_t remove(const rule_key_t &key, uint32_t *index);
 };
 
-constexpr command_t rules_commands[] = {
+constexpr config_command_t rules_commands[] = {
     kept<&rules_t::basic_restore, &rules_t::by_index>(FWX_NAT64_MODEL_SAVED_BASIC_RULE),
     kept<&rules_t::default_restore, &rules_t::defaults>(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE),
 };

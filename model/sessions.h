@@ -68,7 +68,7 @@ private:
     owners_t mappings, pools;
 };
 
-constexpr command_t sessions_commands[] = {
+constexpr config_command_t sessions_commands[] = {
     not_kept<&sessions_t::clear>(FWX_NAT64_CFG_SESSION_CLEAR),
 };
 

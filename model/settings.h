@@ -24,7 +24,7 @@ struct settings_t {
     uint32_t global_set(const fwx_nat64_global_settings_t &record);
 };
 
-constexpr command_t settings_commands[] = {
+constexpr config_command_t settings_commands[] = {
     kept<&settings_t::timeout_set, &settings_t::timeouts>(FWX_NAT64_CFG_TIMEOUT_SET),
     kept<&settings_t::limit_set, &settings_t::limits>(FWX_NAT64_CFG_LIMIT_SET),
     kept_as<&settings_t::limit_delete>(FWX_NAT64_CFG_LIMIT_DEL, FWX_NAT64_CFG_LIMIT_SET),

@@ -217,9 +217,9 @@ TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings)
 
 TEST_F(shm_handshake_t, a_guest_may_take_two_seconds_and_the_oldest_makes_room_for_more_than_64) {
     fwx_host_clock_turn(0);
-    std::vector<descriptor_t> guests;
-    for (int i = 0; i < 66; ++i) {
-        guests.push_back(visit());
+    std::vector<descriptor_t> guests(66);
+    for (descriptor_t &guest : guests) {
+        guest = visit();
     }
     run_server();
     EXPECT_TRUE(is_hung_up(guests[1]));
@@ -266,9 +266,9 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
 TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_again_when_there_are_some) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<descriptor_t> visitors;
-    for (int i = 0; i < 3; ++i) {
-        visitors.push_back(visit());
+    std::vector<descriptor_t> visitors(3);
+    for (descriptor_t &visitor : visitors) {
+        visitor = visit();
     }
     smc_chan_t chan = 0; /* the sanitizer looks at a class that it meets with a descriptor: it meets them here */
     EXPECT_EQ(smc_msg_chan_open("nobody's", event(), 0, on_error, &chan), FWX_HOST_ERR_NO_SERVER);
