@@ -96,6 +96,7 @@ public:
 
     bool read(std::string &line) {
         was_interrupted = 0;
+        rl_prep_terminal(1); /* before the prompt, so that nothing that is typed at it meets the terminal's own keys */
         std::unique_ptr<char, decltype(&std::free)> typed(readline("natctl> "), std::free);
         const bool has_ended = typed == nullptr && was_interrupted == 0;
         if (typed == nullptr) std::cout << std::endl;
