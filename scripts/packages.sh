@@ -15,4 +15,4 @@ need_packages() {
 
 say() { printf '\n==> %s\n' "$*"; }
 
-build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev)
+build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev zlib1g-dev)

@@ -1,0 +1,355 @@
+/* The journal under every failure of the calls that it makes, and killed at each of them. */
+#include "config/journal.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+namespace {
+
+/** What happens to one of the calls that the journal makes. */
+struct fault_t {
+    enum class kind_t { none, fails, dies, dies_after };
+    kind_t kind = kind_t::none;
+    int left = 0; /* calls until then */
+
+    bool is_now(kind_t wanted) { return kind == wanted && left == 0; }
+} fault;
+
+/** Carries a call out, or half of it, or not. */
+template <typename call_t>
+auto faulty(call_t call) -> decltype(call(false)) {
+    if (fault.kind == fault_t::kind_t::none) return call(false);
+    --fault.left;
+    if (fault.is_now(fault_t::kind_t::fails)) {
+        call(true);
+        errno = ENOSPC;
+        return -1;
+    }
+    if (fault.is_now(fault_t::kind_t::dies)) call(true);
+    if (fault.is_now(fault_t::kind_t::dies)) raise(SIGKILL);
+    const auto result = call(false);
+    if (fault.is_now(fault_t::kind_t::dies_after)) raise(SIGKILL);
+    return result;
+}
+
+}  // namespace
+
+extern "C" {
+int __real_open(const char *path, int flags, ...);
+ssize_t __real_write(int fd, const void *bytes, size_t size);
+int __real_fsync(int fd);
+int __real_fdatasync(int fd);
+int __real_rename(const char *from, const char *to);
+int __real_fchmod(int fd, mode_t mode);
+int __real_flock(int fd, int operation);
+
+int __wrap_open(const char *path, int flags, ...) {
+    va_list list;
+    va_start(list, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
+    va_end(list);
+    return faulty([=](bool cut) { return cut ? -1 : __real_open(path, flags, mode); });
+}
+/* A write that fails has written the half. */
+ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
+    return faulty([=](bool cut) { return __real_write(fd, bytes, cut ? size / 2 : size); });
+}
+int __wrap_fsync(int fd) {
+    return faulty([=](bool cut) { return cut ? -1 : __real_fsync(fd); });
+}
+int __wrap_fdatasync(int fd) {
+    return faulty([=](bool cut) { return cut ? -1 : __real_fdatasync(fd); });
+}
+int __wrap_rename(const char *from, const char *to) {
+    return faulty([=](bool cut) { return cut ? -1 : __real_rename(from, to); });
+}
+int __wrap_fchmod(int fd, mode_t mode) {
+    return faulty([=](bool cut) { return cut ? -1 : __real_fchmod(fd, mode); });
+}
+int __wrap_flock(int fd, int operation) {
+    return faulty([=](bool cut) { return cut ? -1 : __real_flock(fd, operation); });
+}
+}
+
+namespace {
+
+using lines_t = std::vector<std::string>;
+
+bool begins_with(const lines_t &whole, const lines_t &beginning) {
+    return beginning.size() <= whole.size() && std::equal(beginning.begin(), beginning.end(), whole.begin());
+}
+
+/** Who keeps lines in a journal, as they came. */
+class keeper_t {
+public:
+    explicit keeper_t(const std::string &path)
+        : journal_(path, "test journal 1", [this](const journal_t::write_fn_t &write) {
+              for (const std::string &line : lines) {
+                  write(line);
+              }
+          }) {}
+
+    std::string open() {
+        return journal_.open([this](std::string_view line) {
+            lines.emplace_back(line);
+            return line == "wrong" ? std::string("no such line") : std::string();
+        });
+    }
+    void add(const std::string &line) {
+        lines.push_back(line);
+        journal_.append(line);
+    }
+    std::string commit() { return journal_.commit(); }
+    const journal_t &journal() const { return journal_; }
+
+    lines_t lines;
+
+private:
+    journal_t journal_;
+};
+
+class journal_test : public testing::Test {
+protected:
+    journal_test() {
+        char name[] = "/tmp/journal_test.XXXXXX";
+        directory_ = mkdtemp(name);
+        path_ = directory_ + "/state";
+    }
+    ~journal_test() override {
+        fault = {};
+        std::filesystem::remove_all(directory_);
+    }
+
+    std::string content() const {
+        std::ifstream file(path_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    void write_file(const std::string &text) const { std::ofstream(path_) << text; }
+    void start_anew() const {
+        fault = {};
+        std::filesystem::remove_all(directory_);
+        std::filesystem::create_directory(directory_);
+    }
+
+    std::string directory_;
+    std::string path_;
+};
+
+TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
+    {
+        keeper_t keeper(path_);
+        ASSERT_EQ(keeper.open(), "");
+        EXPECT_EQ(content(), "test journal 1\n= 0 00000000\n");
+        EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0600));
+        keeper.add("123456789");
+        EXPECT_TRUE(keeper.journal().is_unsaved());
+        ASSERT_EQ(keeper.commit(), "");
+        EXPECT_FALSE(keeper.journal().is_unsaved());
+        keeper.add("one");
+        keeper.add("two");
+        ASSERT_EQ(keeper.commit(), "");
+        ASSERT_EQ(keeper.commit(), "");
+        EXPECT_EQ(content(), "test journal 1\n= 0 00000000\n123456789\n= 1 e0117757\none\ntwo\n= 2 12ba0be6\n");
+    }
+    std::filesystem::permissions(path_, std::filesystem::perms(0640));
+    keeper_t keeper(path_);
+    ASSERT_EQ(keeper.open(), "");
+    EXPECT_EQ(keeper.lines, (lines_t{"123456789", "one", "two"}));
+    EXPECT_EQ(content().find("= 1"), std::string::npos) << "a start writes a snapshot";
+    EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0640));
+}
+
+TEST_F(journal_test, what_is_no_journal_is_refused_and_left_as_it_is) {
+    const std::string good = "test journal 1\na\n= 1 ddeaa107\n";
+    const std::pair<std::string, const char *> contents[] = {
+        {"", "does not begin with test journal 1"},
+        {"{\"version\": 1}\n", "does not begin with test journal 1"},
+        {"test journal 2\n= 0 00000000\n", "does not begin with test journal 1"},
+        {"test journal 1\n", "damaged"},
+        {"test journal 1\na\n", "damaged"},
+        {"test journal 1\na\n= 1 00000000\n", "damaged: the lines from 2 on"},
+        {"test journal 1\na\n= 1 00000000\nb\n= 1 f6c7f2c4\n", "damaged: the lines from 2 on"},
+        {"test journal 1\n= 0 00000000\nwrong\n= 1 cf923a74\n", "line 3: no such line"},
+    };
+    for (const auto &[text, error] : contents) {
+        write_file(text);
+        const std::string said = keeper_t(path_).open();
+        EXPECT_EQ(said.find(path_ + ": "), 0U) << said;
+        EXPECT_NE(said.find(error), std::string::npos) << text << '\n' << said;
+        EXPECT_EQ(content(), text);
+    }
+    write_file(good);
+    ASSERT_EQ(keeper_t(path_).open(), "");
+
+    std::filesystem::rename(path_, path_ + "2");
+    std::filesystem::create_symlink(path_ + "2", path_);
+    EXPECT_EQ(keeper_t(path_).open(), path_ + ": not a regular file");
+    std::filesystem::remove(path_);
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    EXPECT_EQ(keeper_t(path_).open(), path_ + ": not a regular file");
+    std::filesystem::remove(path_);
+    std::filesystem::create_directory(path_);
+    EXPECT_EQ(keeper_t(path_).open(), path_ + ": not a regular file");
+    EXPECT_NE(keeper_t(directory_ + "/none/state").open().find("/none/state.lock: No such file or directory"),
+              std::string::npos);
+}
+
+TEST_F(journal_test, one_byte_that_changed_is_an_error_or_in_the_last_group_and_no_line_is_ever_another) {
+    lines_t lines;
+    {
+        keeper_t keeper(path_);
+        ASSERT_EQ(keeper.open(), "");
+        for (const char *line : {"alpha", "beta", "gamma", "delta"}) {
+            keeper.add(line);
+            if (*line == 'b') continue;
+            ASSERT_EQ(keeper.commit(), "");
+        }
+        lines = keeper.lines;
+    }
+    const std::string whole = content();
+    const size_t last_group = whole.find("delta");
+    int errors = 0;
+    for (size_t at = 0; at < whole.size(); ++at) {
+        for (const char other : {'\0', '\n', '=', static_cast<char>(whole[at] ^ 1)}) {
+            if (other == whole[at]) continue;
+            std::string text = whole;
+            text[at] = other;
+            write_file(text);
+            keeper_t keeper(path_);
+            const bool is_refused = !keeper.open().empty();
+            errors += is_refused ? 1 : 0;
+            EXPECT_TRUE(begins_with(lines, keeper.lines)) << at;
+            if (is_refused) continue;
+            EXPECT_GE(at, last_group) << "lost without a word";
+            EXPECT_EQ(keeper.lines.size(), lines.size() - 1);
+            EXPECT_GE(keeper.journal().dropped_lines(), 1U);
+        }
+    }
+    EXPECT_GE(errors, static_cast<int>(last_group));
+    for (size_t length = last_group; length < whole.size(); ++length) {
+        write_file(whole.substr(0, length));
+        keeper_t keeper(path_);
+        EXPECT_EQ(keeper.open(), "") << length;
+        EXPECT_EQ(keeper.lines.size(), lines.size() - 1);
+        EXPECT_EQ(keeper.journal().dropped_lines() != 0, length != last_group) << length;
+    }
+}
+
+TEST_F(journal_test, one_process_has_a_journal_at_a_time) {
+    keeper_t first(path_);
+    ASSERT_EQ(first.open(), "");
+    EXPECT_EQ(keeper_t(path_).open(), path_ + ": another process has it");
+    first.add("a");
+    EXPECT_EQ(first.commit(), "");
+    EXPECT_NE(content().find("\na\n"), std::string::npos);
+}
+
+TEST_F(journal_test, a_file_stays_within_twice_its_snapshot) {
+    keeper_t keeper(path_);
+    ASSERT_EQ(keeper.open(), "");
+    for (int n = 0; n < 5000; ++n) {
+        keeper.lines.clear(); /* each line replaces the one before */
+        keeper.add(std::string(50, 'x'));
+        ASSERT_EQ(keeper.commit(), "");
+    }
+    EXPECT_LE(content().size(), 1U << 16);
+}
+
+/** As many lines as it takes to write several snapshots. */
+lines_t long_lines() {
+    lines_t lines;
+    for (char n = 'a'; n < 'k'; ++n) {
+        lines.emplace_back(12000, n);
+    }
+    return lines;
+}
+
+/** Commits them one by one; hears how many were acknowledged. */
+template <typename told_t>
+void keep_lines(keeper_t &keeper, told_t told) {
+    for (const std::string &line : long_lines()) {
+        keeper.add(line);
+        if (keeper.commit().empty()) told(keeper.lines.size());
+    }
+}
+
+TEST_F(journal_test, a_call_that_fails_is_told_and_made_good_by_the_next_commit) {
+    int failures = 0;
+    bool has_failed = true;
+    for (int call = 1; has_failed; ++call) {
+        SCOPED_TRACE(call);
+        start_anew();
+        size_t acknowledged = 0;
+        bool was_opened = false;
+        {
+            keeper_t keeper(path_);
+            fault = {fault_t::kind_t::fails, call};
+            was_opened = keeper.open().empty();
+            if (was_opened) keep_lines(keeper, [&](size_t count) { acknowledged = count; });
+            has_failed = fault.left <= 0;
+            failures += has_failed ? 1 : 0;
+            fault = {};
+            if (was_opened && call % 2 == 0) {
+                EXPECT_EQ(keeper.commit(), "");
+                acknowledged = keeper.lines.size();
+            }
+        }
+        keeper_t again(path_);
+        EXPECT_EQ(again.open(), "");
+        EXPECT_GE(again.lines.size(), acknowledged);
+        EXPECT_TRUE(begins_with(long_lines(), again.lines));
+        EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
+    }
+    EXPECT_GT(failures, 30);
+}
+
+TEST_F(journal_test, killed_at_any_call_it_has_all_that_was_acknowledged_and_nothing_else) {
+    int kills = 0;
+    for (const auto kind : {fault_t::kind_t::dies, fault_t::kind_t::dies_after}) {
+        bool was_killed = true;
+        for (int call = 1; was_killed; ++call) {
+            SCOPED_TRACE(call);
+            start_anew();
+            int told[2];
+            ASSERT_EQ(pipe(told), 0);
+            const pid_t child = fork();
+            if (child == 0) {
+                fault = {kind, call};
+                keeper_t keeper(path_);
+                if (!keeper.open().empty()) _exit(1);
+                keep_lines(keeper, [&](size_t) { __real_write(told[1], "", 1); });
+                _exit(0);
+            }
+            close(told[1]);
+            size_t acknowledged = 0;
+            for (char byte = 0; read(told[0], &byte, 1) == 1;) {
+                ++acknowledged;
+            }
+            close(told[0]);
+            int status = 0;
+            waitpid(child, &status, 0);
+            was_killed = WIFSIGNALED(status);
+            kills += was_killed ? 1 : 0;
+            keeper_t again(path_);
+            EXPECT_EQ(again.open(), "");
+            EXPECT_TRUE(begins_with(long_lines(), again.lines));
+            EXPECT_GE(again.lines.size(), acknowledged);
+            EXPECT_LE(again.lines.size(), acknowledged + 1);
+        }
+    }
+    EXPECT_GT(kills, 60);
+}
+
+}  // namespace
