@@ -76,11 +76,11 @@ constexpr bool is_saved_if_kept(const config_command_t &command) {
     return saving != nullptr && saving->save != nullptr;
 }
 
-constexpr size_t rule_count = 2; /* kinds of rules; no configuration message makes them */
+constexpr size_t rule_command_count = 5; /* what stands for the commands of rules, which are messages of their own */
 
 static_assert(every_message_has_its_command(), "a configuration message has no command here, or one of another size");
 static_assert(all_commands(stands_once), "two commands have the same op code");
-static_assert(command_count() == std::size(wire_config_messages) + rule_count, "a command has no message");
+static_assert(command_count() == std::size(wire_config_messages) + rule_command_count, "a command has no message");
 static_assert(all_commands(is_saved_if_kept), "a command is to be kept as one that saves nothing");
 
 }  // namespace
@@ -89,6 +89,12 @@ uint32_t configuration_t::carry_out(uint32_t op_code, const void *payload) {
     const found_t found = find(op_code);
     if (found.command == nullptr) return FWX_NAT64_MODEL_ERR_UNKNOWN;
     return found.command->carry_out(found.part->of(*this), payload);
+}
+
+size_t configuration_t::kept_size(uint32_t op_code) {
+    const config_command_t *command = find(op_code).command;
+    const bool is_kept = command != nullptr && (command->save != nullptr || command->kept_as != 0);
+    return is_kept ? command->payload_size : 0;
 }
 
 void configuration_t::save(fwx_nat64_model_part_fn_t fn, void *arg) const {

@@ -23,6 +23,8 @@ struct configuration_t {
 
     /** Carries out a configuration command or a control command, whose payload is at `payload`; returns its result. */
     uint32_t carry_out(uint32_t op_code, const void *payload);
+    /** Bytes of the payload of a command that changes what is saved; 0 for all others. */
+    static size_t kept_size(uint32_t op_code);
     /* As fwx_nat64_model_t's. */
     void save(fwx_nat64_model_part_fn_t fn, void *arg) const;
     uint32_t restore(uint32_t op_code, const void *payload, size_t size);

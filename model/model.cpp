@@ -1,5 +1,7 @@
 #include "model/model.h"
 
+#include <sys/random.h>
+
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -21,12 +23,22 @@ std::vector<uint32_t> identifiers(const std::map<uint32_t, value_t> &entries) {
     return ids;
 }
 
+uint64_t random_id() {
+    uint64_t id = 0;
+    while (getrandom(&id, sizeof id, 0) != sizeof id || id == 0) {
+    }
+    return id;
+}
+
 template <typename record_t, typename member_t>
 std::optional<member_t> member_of(const std::optional<record_t> &record, member_t record_t::*member) {
     return record ? std::optional<member_t>((*record).*member) : std::nullopt;
 }
 
 }  // namespace
+
+model_state_t::model_state_t(fwx_host_loop_t *loop)
+    : outbox(loop, clients), walks(loop, outbox, config.sessions), boot_id(random_id()) {}
 
 std::unique_ptr<fwx_nat64_model_t> fwx_nat64_model_t::create(fwx_host_loop_t *loop, const char *name) {
     auto state = std::make_unique<model_state_t>(loop);
@@ -57,6 +69,14 @@ void fwx_nat64_model_t::delay_set(uint64_t delay_ms) {
 void fwx_nat64_model_t::observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *arg) {
     state_->refusal_fn = fn;
     state_->refusal_arg = arg;
+}
+
+void fwx_nat64_model_t::journal_set(const fwx_nat64_model_journal_t &journal) {
+    state_->changes.journal_set(journal);
+}
+
+void fwx_nat64_model_t::commit() {
+    state_->changes.commit();
 }
 
 void fwx_nat64_model_t::hold() {
@@ -96,8 +116,11 @@ void fwx_nat64_model_t::order_cleanup(bool on) {
 }
 
 fwx_nat64_model_counts_t fwx_nat64_model_t::counts() const {
-    return {state_->commands,    state_->malformed,        state_->refused,
-            state_->outbox.sent, state_->outbox.waiting(), state_->clients.open.size()};
+    return counts_of(*state_);
+}
+
+fwx_nat64_model_boot_t fwx_nat64_model_t::boot() const {
+    return {state_->boot_id, state_->changes.count(), {}};
 }
 
 fwx_nat64_stats_sys_entry_t fwx_nat64_model_t::totals() const {

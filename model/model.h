@@ -24,6 +24,7 @@
 #define FWX_NAT64_MODEL_ERR_HAS_RANGES 0x6008u /* delete of a pool that has ranges */
 #define FWX_NAT64_MODEL_ERR_PREFIX_LEN 0x6009u /* a length behind which no IPv4 address can be embedded */
 #define FWX_NAT64_MODEL_ERR_WALKS 0x600au      /* a session walk beside too many others of the same client */
+#define FWX_NAT64_MODEL_ERR_NOT_SAVED 0x600bu  /* carried out, and not in the journal */
 
 /** Every code above with its text, for whoever shows them: X(code, text). */
 #define FWX_NAT64_MODEL_RESULTS(X)                                                                  \
@@ -36,27 +37,56 @@
     X(FWX_NAT64_MODEL_ERR_OVERLAP, "the server has some of these addresses in another pool")        \
     X(FWX_NAT64_MODEL_ERR_HAS_RANGES, "the server has ranges of this pool, which must go first")    \
     X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits") \
-    X(FWX_NAT64_MODEL_ERR_WALKS, "the server walks its sessions for this client too often at once")
+    X(FWX_NAT64_MODEL_ERR_WALKS, "the server walks its sessions for this client too often at once") \
+    X(FWX_NAT64_MODEL_ERR_NOT_SAVED, "the server has done it, and could not save that it has")
 
-/* What stands for a MAP-T rule among the op codes: {index, Rule ID, Domain ID}, and a default rule's record. */
+/* What stands for commands of MAP-T rules among the op codes: {index, Rule ID, Domain ID}, and a default rule's record.
+ * The index under which a rule is deleted does not matter. */
 #define FWX_NAT64_MODEL_SAVED_BASIC_RULE 0x10000u
 #define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE 0x10001u
+#define FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL 0x10002u
+#define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_MOD 0x10003u
+#define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL 0x10004u
+
+/* Selectors of a system statistics query that the model answers with another record, as long as that of all others. */
+#define FWX_NAT64_MODEL_SEL_COUNTS 1u /* fwx_nat64_model_counts_t */
+#define FWX_NAT64_MODEL_SEL_BOOT 2u   /* fwx_nat64_model_boot_t */
 
 /** Gets one part of the configuration: an op code and the payload that sets it. `payload` lives during the call. */
 using fwx_nat64_model_part_fn_t = void (*)(void *arg, uint32_t op_code, const void *payload, size_t size);
+/** Where the changes of the configuration are kept. Both are called from the loop; null `changed`: nowhere. */
+struct fwx_nat64_model_journal_t {
+    fwx_nat64_model_part_fn_t changed; /* gets what, restored behind all that came before, makes the change again */
+    uint32_t (*commit)(void *arg);     /* brings all that to where it is kept; 0 or FWX_NAT64_MODEL_ERR_NOT_SAVED */
+    void *arg;
+};
 /** Hears of each message that was answered with a code other than 0. `msg` lives during the call. */
 using fwx_nat64_model_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
 
 enum class fwx_nat64_model_order_t : uint8_t { in_order, reverse, shuffled };
 
+/** Since the start, but for what is said to be now. The last three tell of clients in other processes, of all servers
+ * of this one. */
 struct fwx_nat64_model_counts_t {
-    uint64_t commands;  /* well-formed commands received */
-    uint64_t malformed; /* refused: wrong length, domain, type or op code */
-    uint64_t refused;   /* well formed, answered with a code other than 0 */
-    uint64_t replies;   /* asynchronous replies sent */
-    uint64_t held;      /* replies held back or delayed now */
-    uint64_t clients;   /* open channels */
+    uint64_t commands;     /* well-formed commands received */
+    uint64_t malformed;    /* refused: wrong length, domain, type or op code */
+    uint64_t refused;      /* well formed, answered with a code other than 0 */
+    uint64_t replies;      /* asynchronous replies sent */
+    uint64_t held;         /* replies held back or delayed now */
+    uint64_t clients;      /* channels that are open now */
+    uint64_t queued_bytes; /* memory of messages that wait now for a client to read */
+    uint64_t dropped;      /* messages that ended a client because it did not read */
+    uint64_t turned_away;  /* clients refused when they came */
 };
+
+/** By which a client knows that a server is the one that it was, and that nobody else has changed it. */
+struct fwx_nat64_model_boot_t {
+    uint64_t boot_id; /* random, of this model from its making to its end; never 0 */
+    uint64_t changes; /* of the configuration, since the model was made */
+    uint64_t reserved[7];
+};
+static_assert(sizeof(fwx_nat64_model_counts_t) == sizeof(fwx_nat64_stats_sys_entry_t));
+static_assert(sizeof(fwx_nat64_model_boot_t) == sizeof(fwx_nat64_stats_sys_entry_t));
 
 /** What the classifier commands left behind, in both forms. */
 struct fwx_nat64_model_classifier_t {
@@ -137,11 +167,18 @@ public:
     void save(fwx_nat64_model_part_fn_t part, void *arg) const;
     /** Sets one part again; FWX_NAT64_MODEL_ERR_MALFORMED for a size that is not the op code's, else as a command. */
     uint32_t restore(uint32_t op_code, const void *payload, size_t size);
+    /** Keeps every change from now on in a journal. No answer to a change, nor any behind it, goes out before commit
+     * has returned; if that fails, the answers to changes say so. */
+    void journal_set(const fwx_nat64_model_journal_t &journal);
+    /** To be called after each turn of the loop while there is a journal: commits what the turn has changed, and lets
+     * its answers out. What synchronous commands change is not kept. */
+    void commit();
     void observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *arg);
 
     /* --- Looking inside. --- */
 
     fwx_nat64_model_counts_t counts() const;
+    fwx_nat64_model_boot_t boot() const;
     /** How many the model holds of each kind; the record that answers a system statistics query. */
     fwx_nat64_stats_sys_entry_t totals() const;
     /** Value of a timeout (type 1 to 7), limit or service (type 1), when it is set. */

@@ -1,23 +1,44 @@
 #include "model/outbox.h"
 
 #include <algorithm>
+#include <cstring>
 #include <random>
+#include <utility>
 
 bool outbox_t::post(uint64_t client, const void *msg, size_t size, uint64_t walk) {
+    const bool is_change = std::exchange(answers_change, false);
     if (silent) return false;
-    if (!holding && delay_ms == 0) {
-        deliver(client, msg, size, walk);
-        return true;
+    const auto *bytes = static_cast<const uint8_t *>(msg);
+    if (is_saving) {
+        unsaved.push_back({client, walk, {bytes, bytes + size}, is_change});
+    } else {
+        pass_on(client, msg, size, walk);
     }
+    return true;
+}
+
+void outbox_t::pass_on(uint64_t client, const void *msg, size_t size, uint64_t walk) {
+    if (!holding && delay_ms == 0) return deliver(client, msg, size, walk);
     const auto *bytes = static_cast<const uint8_t *>(msg);
     reply_t reply{client, walk, {bytes, bytes + size}};
     if (holding) {
         held.push_back(std::move(reply));
-        return true;
+        return;
     }
     const auto place = delayed.emplace(fwx_host_clock_ms() + delay_ms, std::move(reply));
     if (place == delayed.begin()) arm();
-    return true;
+}
+
+void outbox_t::release_unsaved(uint32_t code) {
+    is_saving = answers_change = false;
+    std::vector<reply_t> replies = std::move(unsaved);
+    unsaved.clear();
+    for (reply_t &reply : replies) {
+        if (code != 0 && reply.answers_change) {
+            std::memcpy(&reply.bytes[offsetof(fwx_nat64_reply_t, result)], &code, sizeof code);
+        }
+        pass_on(reply.client, reply.bytes.data(), reply.bytes.size(), reply.walk);
+    }
 }
 
 void outbox_t::release(fwx_nat64_model_order_t order) {
@@ -36,7 +57,9 @@ void outbox_t::release(fwx_nat64_model_order_t order) {
 
 void outbox_t::forget(uint64_t client) {
     const auto is_theirs = [&](const reply_t &reply) { return reply.client == client; };
-    held.erase(std::remove_if(held.begin(), held.end(), is_theirs), held.end());
+    for (std::vector<reply_t> *replies : {&unsaved, &held}) {
+        replies->erase(std::remove_if(replies->begin(), replies->end(), is_theirs), replies->end());
+    }
     for (auto it = delayed.begin(); it != delayed.end();) {
         it = is_theirs(it->second) ? delayed.erase(it) : std::next(it);
     }

@@ -28,19 +28,25 @@ public:
 
     /** Takes a reply; `walk` is 0 unless it is a page of one. False when it will never go out. */
     bool post(uint64_t client, const void *msg, size_t size, uint64_t walk = 0);
+    /** Holds back what is posted from now on, the next one as the answer to a change. */
+    void hold_unsaved() { is_saving = answers_change = true; }
+    /** Lets it out; with a `code` other than 0 as the result of each change. */
+    void release_unsaved(uint32_t code);
     void hold() { holding = true; }
     void release(fwx_nat64_model_order_t order);
     void forget(uint64_t client);
     size_t entries_per_reply(size_t entry_size) const { return std::max<size_t>(1, reply_limit / entry_size); }
-    uint64_t waiting() const { return held.size() + delayed.size(); }
+    uint64_t waiting() const { return unsaved.size() + held.size() + delayed.size(); }
 
 private:
     struct reply_t {
         uint64_t client;
         uint64_t walk;
         std::vector<uint8_t> bytes;
+        bool answers_change = false;
     };
 
+    void pass_on(uint64_t client, const void *msg, size_t size, uint64_t walk);
     void deliver(uint64_t client, const void *msg, size_t size, uint64_t walk);
     void deliver(const reply_t &reply) { deliver(reply.client, reply.bytes.data(), reply.bytes.size(), reply.walk); }
     void arm();
@@ -48,6 +54,9 @@ private:
 
     fwx_host_loop_t *loop;
     clients_t &clients;
+    bool is_saving = false;
+    bool answers_change = false; /* the next one that is posted */
+    std::vector<reply_t> unsaved;
     bool holding = false;
     std::vector<reply_t> held;
     std::multimap<uint64_t, reply_t> delayed; /* by the time when they are due */

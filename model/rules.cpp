@@ -22,15 +22,14 @@ uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_r
 }
 
 uint32_t rules_t::basic_restore(const indexed_rule_t &rule) {
-    constexpr uint32_t widest_gap = 1U << 24;
-    const uint32_t next = highest_index() + 1;
-    if (rule.index < next || rule.index - next > widest_gap) return FWX_NAT64_MODEL_ERR_VALUE;
-    const uint32_t result = enter({rule.rule_id, rule.domain_id}, rule.index);
-    if (result != 0) return result;
-    for (uint32_t i = next; i < rule.index; ++i) {
-        freed.insert(i);
-    }
-    return 0;
+    const rule_key_t key{rule.rule_id, rule.domain_id};
+    if (basic.get(key)) return FWX_NAT64_MODEL_ERR_EXISTS;
+    return indices.take(rule.index) ? enter(key, rule.index) : FWX_NAT64_MODEL_ERR_VALUE;
+}
+
+uint32_t rules_t::basic_remove(const indexed_rule_t &rule) {
+    uint32_t index = 0;
+    return remove({rule.rule_id, rule.domain_id}, &index);
 }
 
 uint32_t rules_t::default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
@@ -58,8 +57,8 @@ uint32_t rules_t::add(const rule_key_t &key, uint32_t *index) {
         *index = *present;
         return FWX_NAT64_MODEL_ERR_EXISTS;
     }
-    *index = freed.empty() ? highest_index() + 1 : *freed.begin();
-    freed.erase(*index);
+    *index = indices.lowest();
+    indices.take(*index);
     return enter(key, *index);
 }
 
@@ -68,8 +67,6 @@ uint32_t rules_t::remove(const rule_key_t &key, uint32_t *index) {
     if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
     *index = *present;
     by_index.erase(*index);
-    freed.insert(*index);
-    /* What lies above the highest index in use comes from there, not from `freed`. */
-    freed.erase(freed.upper_bound(highest_index()), freed.end());
+    indices.release(*index);
     return basic.erase(key);
 }

@@ -2,11 +2,11 @@
 #ifndef MODEL_RULES_H
 #define MODEL_RULES_H
 
-#include <set>
 #include <utility>
 
 #include "fwx_nat64/wire.h"
 #include "model/command.h"
+#include "model/indices.h"
 #include "model/table.h"
 
 using rule_key_t = std::pair<uint32_t, uint32_t>; /* Rule ID, Domain ID */
@@ -26,14 +26,16 @@ struct rules_t {
     /** Carries a command out and fills the fields of its reply that depend on the outcome. */
     uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);
     uint32_t default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule);
-    /** Adds a basic rule under an index above all others; what lies between is free. */
+    /** Adds a basic rule under an index that is free. */
     uint32_t basic_restore(const indexed_rule_t &rule);
-    uint32_t default_restore(const fwx_nat64_mapt_dmr_t &rule) { return default_set(FWX_NAT64_OP_ADD, rule); }
+    uint32_t basic_remove(const indexed_rule_t &rule);
+    uint32_t default_add(const fwx_nat64_mapt_dmr_t &rule) { return default_set(FWX_NAT64_OP_ADD, rule); }
+    uint32_t default_modify(const fwx_nat64_mapt_dmr_t &rule) { return default_set(FWX_NAT64_OP_MOD, rule); }
+    uint32_t default_remove(const fwx_nat64_mapt_dmr_t &rule) { return default_set(FWX_NAT64_OP_DEL, rule); }
 
 private:
-    std::set<uint32_t> freed; /* indices below the next new one */
+    indices_t indices;
 
-    uint32_t highest_index() const { return by_index.entries.empty() ? 0 : by_index.entries.rbegin()->first; }
     uint32_t enter(const rule_key_t &key, uint32_t index);
     uint32_t add(const rule_key_t &key, uint32_t *index);
     uint32_t remove(const rule_key_t &key, uint32_t *index);
@@ -41,7 +43,10 @@ private:
 
 constexpr config_command_t rules_commands[] = {
     kept<&rules_t::basic_restore, &rules_t::by_index>(FWX_NAT64_MODEL_SAVED_BASIC_RULE),
-    kept<&rules_t::default_restore, &rules_t::defaults>(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE),
+    kept_as<&rules_t::basic_remove>(FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL, FWX_NAT64_MODEL_SAVED_BASIC_RULE),
+    kept<&rules_t::default_add, &rules_t::defaults>(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE),
+    kept_as<&rules_t::default_modify>(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_MOD, FWX_NAT64_MODEL_SAVED_DEFAULT_RULE),
+    kept_as<&rules_t::default_remove>(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL, FWX_NAT64_MODEL_SAVED_DEFAULT_RULE),
 };
 
 #endif

@@ -56,6 +56,18 @@ uint32_t set_up_notifications(model_state_t &model, uint64_t client_id) {
     return 0;
 }
 
+/* Notes that a command was carried out, if it changes what is saved. */
+void note_change(model_state_t &model, uint32_t op_code, const void *payload) {
+    const size_t size = configuration_t::kept_size(op_code);
+    if (size != 0) model.changes.note(op_code, payload, size);
+}
+
+uint32_t configure(model_state_t &model, uint32_t op_code, const void *payload) {
+    const uint32_t code = model.config.carry_out(op_code, payload);
+    if (code == 0) note_change(model, op_code, payload);
+    return code;
+}
+
 /* Carries out a command whose whole answer is a result. */
 uint32_t carry_out(model_state_t &model, const request_t &request) {
     switch (request.number()) {
@@ -64,8 +76,8 @@ uint32_t carry_out(model_state_t &model, const request_t &request) {
         case FWX_NAT64_MSG_INIT:
             return init_code(request.read<fwx_nat64_init_msg_t>().init_code);
         case FWX_NAT64_MSG_CONFIG:
-            return model.config.carry_out(request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code)),
-                                          request.msg + offsetof(fwx_nat64_cfg_msg_t, payload));
+            return configure(model, request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code)),
+                             request.msg + offsetof(fwx_nat64_cfg_msg_t, payload));
         default:
             return 0; /* the client may send again; there is nothing to resume here */
     }
@@ -96,7 +108,13 @@ uint32_t set_basic_rule(model_state_t &model, const fwx_nat64_bmr_msg_t &command
     reply->rule_id = command.rule_id;
     reply->domain_id = command.domain_id;
     reply->op = command.op;
-    return code == 0 ? model.config.rules.basic_set(command, reply) : code;
+    if (code == 0) code = model.config.rules.basic_set(command, reply);
+    const indexed_rule_t rule{reply->bmr_index, command.rule_id, command.domain_id};
+    const bool is_added = command.op == FWX_NAT64_OP_ADD;
+    if (code == 0) {
+        note_change(model, is_added ? FWX_NAT64_MODEL_SAVED_BASIC_RULE : FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL, &rule);
+    }
+    return code;
 }
 
 uint32_t set_default_rule(model_state_t &model, const request_t &request, uint32_t code,
@@ -105,7 +123,11 @@ uint32_t set_default_rule(model_state_t &model, const request_t &request, uint32
     reply->rule_id = rule.id;
     reply->rule_type = FWX_NAT64_MAPT_RULE_DMR;
     reply->op = request.read<uint32_t>(offsetof(fwx_nat64_dmr_msg_t, op));
-    return code == 0 ? model.config.rules.default_set(reply->op, rule) : code;
+    if (code == 0) code = model.config.rules.default_set(reply->op, rule);
+    constexpr uint32_t saved_as[] = {FWX_NAT64_MODEL_SAVED_DEFAULT_RULE, FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_MOD,
+                                     FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL};
+    if (code == 0) note_change(model, saved_as[reply->op - FWX_NAT64_OP_ADD], &rule);
+    return code;
 }
 
 uint32_t answer_rule(model_state_t &model, const request_t &request, uint32_t code) {

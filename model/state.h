@@ -3,13 +3,14 @@
 #define MODEL_STATE_H
 
 #include "fwx_host/smc.h"
+#include "model/changes.h"
 #include "model/clients.h"
 #include "model/configuration.h"
 #include "model/outbox.h"
 #include "model/walks.h"
 
 struct model_state_t {
-    explicit model_state_t(fwx_host_loop_t *loop) : outbox(loop, clients), walks(loop, outbox, config.sessions) {}
+    explicit model_state_t(fwx_host_loop_t *loop);
     ~model_state_t() { fwx_host_server_unregister(server); }
     model_state_t(const model_state_t &) = delete;
     model_state_t &operator=(const model_state_t &) = delete;
@@ -19,6 +20,8 @@ struct model_state_t {
     outbox_t outbox;
     configuration_t config;
     walks_t walks;
+    changes_t changes{outbox};
+    const uint64_t boot_id; /* random, not 0 */
 
     uint32_t armed_failures = 0; /* commands that are still to be answered with `armed_code` */
     uint32_t armed_code = 0;

@@ -1,5 +1,9 @@
 #include "model/statistics.h"
 
+#include <cstring>
+
+#include "fwx_host/inspect.h"
+
 namespace {
 
 /** Entries that answer a query, each with a key from which another query can go on. */
@@ -54,8 +58,17 @@ void list(const std::map<uint32_t, value_t> &table, uint64_t base, uint64_t from
 }
 
 uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t code) {
-    const fwx_nat64_stats_sys_entry_t totals = totals_of(model);
-    const auto msg = request.listing(code, fwx_nat64_stats_sys_reply_t{}, &totals, code == 0 ? 1 : 0);
+    uint8_t record[sizeof(fwx_nat64_stats_sys_entry_t)] = {};
+    const auto fill_record = [&record](const auto &with) { std::memcpy(record, &with, sizeof record); };
+    const uint32_t sel = code == 0 ? request.read<fwx_nat64_stats_sys_msg_t>().sel : 0;
+    if (sel == FWX_NAT64_MODEL_SEL_COUNTS) {
+        fill_record(counts_of(model));
+    } else if (sel == FWX_NAT64_MODEL_SEL_BOOT) {
+        fill_record(fwx_nat64_model_boot_t{model.boot_id, model.changes.count(), {}});
+    } else {
+        fill_record(totals_of(model));
+    }
+    const auto msg = request.listing(code, fwx_nat64_stats_sys_reply_t{}, record, code == 0 ? sizeof record : 0);
     model.outbox.post(request.client, msg.data(), msg.size());
     return code;
 }
@@ -128,6 +141,14 @@ uint32_t answer_mappings(model_state_t &model, const request_t &request, uint32_
 }
 
 }  // namespace
+
+fwx_nat64_model_counts_t counts_of(const model_state_t &model) {
+    fwx_host_peers_t peers{};
+    fwx_host_peers_get(&peers);
+    return {model.commands,     model.malformed,        model.refused,
+            model.outbox.sent,  model.outbox.waiting(), model.clients.open.size(),
+            peers.queued_bytes, peers.dropped,          peers.refused};
+}
 
 fwx_nat64_stats_sys_entry_t totals_of(const model_state_t &model) {
     const configuration_t &config = model.config;

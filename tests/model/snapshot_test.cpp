@@ -9,21 +9,8 @@ using part_t = std::pair<uint32_t, std::vector<uint8_t>>; /* op code and payload
 
 class snapshot_t : public model_fixture_t {
 protected:
-    static std::vector<part_t> save(const fwx_nat64_model_t &model) {
-        std::vector<part_t> parts;
-        model.save(
-            [](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                const auto *bytes = static_cast<const uint8_t *>(payload);
-                static_cast<std::vector<part_t> *>(arg)->emplace_back(op_code,
-                                                                      std::vector<uint8_t>(bytes, bytes + size));
-            },
-            &parts);
-        return parts;
-    }
-};
-
-TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
-    const message_t settings[] = {
+    /** Commands whose payloads are saved as they came. */
+    const std::vector<message_t> settings_ = {
         config(14, 8, {1, 300}),
         config(15, 8, {1, 1024}),
         config(20, 12, {1, 1, 21}),
@@ -39,7 +26,7 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
         config(11, 80, {4, 0, 0, 7}),
         config(23, 20, {0x090200c0, 0, 2055, 1}),
     };
-    const message_t changes[] = {
+    const std::vector<message_t> changes_ = {
         config(2, 92, {6, 1, 1}),
         config(11, 80, {9, 0, 0, 1}).put<uint32_t>(36 + 52, 0x55).put<uint32_t>(36 + 76, 0x66),
         config(13, 80, {9, 0, 0, 2}).put<uint32_t>(36 + 52, 4),
@@ -48,19 +35,59 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
         command(13, 80).put<uint32_t>(36, 3).put<uint32_t>(40, 10),
         command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 9),
     };
-    for (const message_t &msg : settings) {
-        ASSERT_EQ(result_of(msg), 0U);
+
+    void configure() {
+        for (const std::vector<message_t> *commands : {&settings_, &changes_}) {
+            for (const message_t &msg : *commands) {
+                ASSERT_EQ(result_of(msg), 0U);
+            }
+        }
     }
-    for (const message_t &msg : changes) {
-        ASSERT_EQ(result_of(msg), 0U);
+    /** Journals what changes; each commit returns `code`. */
+    void keep_in(std::vector<part_t> &journal, uint32_t code) {
+        journal_ = &journal;
+        commit_code_ = code;
+        model_->journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
+                                 const auto *bytes = static_cast<const uint8_t *>(payload);
+                                 static_cast<snapshot_t *>(arg)->journal_->emplace_back(
+                                     op_code, std::vector<uint8_t>(bytes, bytes + size));
+                             },
+                             [](void *arg) { return static_cast<snapshot_t *>(arg)->commit_code_; }, this});
     }
+    uint32_t committed_result_of(const message_t &msg) {
+        send(msg);
+        EXPECT_EQ(run().size(), 0U);
+        model_->commit();
+        const std::vector<message_t> replies = run();
+        return replies.size() == 1 ? replies[0].u32(32) : UINT32_MAX;
+    }
+
+    static std::vector<part_t> save(const fwx_nat64_model_t &model) {
+        std::vector<part_t> parts;
+        model.save(
+            [](void *arg, uint32_t op_code, const void *payload, size_t size) {
+                const auto *bytes = static_cast<const uint8_t *>(payload);
+                static_cast<std::vector<part_t> *>(arg)->emplace_back(op_code,
+                                                                      std::vector<uint8_t>(bytes, bytes + size));
+            },
+            &parts);
+        return parts;
+    }
+
+private:
+    std::vector<part_t> *journal_ = nullptr;
+    uint32_t commit_code_ = 0;
+};
+
+TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
+    configure();
     const std::vector<part_t> parts = save(*model_);
     EXPECT_EQ(parts.size(), 18U);
     const auto expect_part = [&](const message_t &msg) {
         const part_t part{msg.u32(32), msg.part(36, msg.size() - 40)};
         EXPECT_NE(std::find(parts.begin(), parts.end(), part), parts.end()) << "op code " << part.first;
     };
-    std::for_each(std::begin(settings), std::end(settings), expect_part);
+    std::for_each(settings_.begin(), settings_.end(), expect_part);
     /* A modify carries no second part, and the one that was added stays. */
     expect_part(config(11, 80, {9, 0, 0, 2}).put<uint32_t>(36 + 52, 0x55).put<uint32_t>(36 + 76, 0x66));
 
@@ -72,6 +99,100 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
     }
     EXPECT_EQ(save(*fresh), parts);
     EXPECT_EQ(fresh->restore(99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
+}
+
+TEST_F(snapshot_t, the_journal_restores_the_configuration_from_its_changes_alone) {
+    std::vector<part_t> journal;
+    keep_in(journal, 0);
+    for (const message_t &msg : settings_) {
+        ASSERT_EQ(committed_result_of(msg), 0U);
+    }
+    for (const message_t &msg : changes_) {
+        ASSERT_EQ(committed_result_of(msg), 0U);
+    }
+    const message_t more[] = {
+        command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 12), /* under the index that was given back */
+        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 2).put<uint32_t>(40, 9).put<uint32_t>(44, 7),
+        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 8),
+        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 3).put<uint32_t>(40, 8),
+        config(16, 8, {1, 0}),
+    };
+    for (const message_t &msg : more) {
+        ASSERT_EQ(committed_result_of(msg), 0U);
+    }
+    EXPECT_EQ(journal.size(), settings_.size() + changes_.size() + std::size(more));
+    const auto fresh = fwx_nat64_model_t::create(loop_, "another model");
+    for (const auto &[op_code, payload] : journal) {
+        EXPECT_EQ(fresh->restore(op_code, payload.data(), payload.size()), 0U) << op_code;
+    }
+    EXPECT_EQ(save(*fresh), save(*model_));
+    EXPECT_EQ(model_->boot().changes, journal.size());
+    EXPECT_EQ(fresh->boot().changes, 0U);
+
+    journal.clear();
+    EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "a query waits for nothing";
+    EXPECT_EQ(result_of(config(16, 8, {1, 0})), FWX_NAT64_MODEL_ERR_NO_ENTRY);
+    EXPECT_EQ(journal.size(), 0U) << "neither a query nor a refusal is a change";
+}
+
+TEST_F(snapshot_t, no_answer_to_a_change_nor_any_behind_it_goes_out_before_the_commit) {
+    std::vector<part_t> journal;
+    keep_in(journal, 0);
+    send(config(14, 8, {1, 300}));
+    send(command(4, 40));
+    EXPECT_EQ(run().size(), 0U);
+    EXPECT_EQ(model_->counts().held, 2U);
+    model_->commit();
+    std::vector<message_t> replies = run();
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(replies[0].u32(32), 0U);
+    EXPECT_EQ(replies[1].size(), 120U);
+
+    keep_in(journal, FWX_NAT64_MODEL_ERR_NOT_SAVED);
+    send(config(14, 8, {1, 400}));
+    send(command(4, 40));
+    send(config(16, 8, {1, 0}));
+    EXPECT_EQ(run().size(), 0U);
+    model_->commit();
+    replies = run();
+    ASSERT_EQ(replies.size(), 3U);
+    EXPECT_EQ(replies[0].u32(32), 0x600bU);
+    EXPECT_EQ(replies[1].u32(32), 0U);
+    EXPECT_EQ(replies[2].u32(32), FWX_NAT64_MODEL_ERR_NO_ENTRY);
+    EXPECT_EQ(model_->timeout(1), 400U) << "what was carried out stays";
+
+    keep_in(journal, 0);
+    model_->silent_set(true);
+    send(config(14, 8, {1, 500}));
+    run();
+    model_->commit();
+    EXPECT_EQ(run().size(), 0U);
+}
+
+TEST_F(snapshot_t, a_lone_high_index_costs_nothing_and_no_index_is_given_twice) {
+    const auto rule = [this](uint32_t index, uint32_t rule_id) {
+        const uint32_t payload[] = {index, rule_id, 1};
+        return model_->restore(FWX_NAT64_MODEL_SAVED_BASIC_RULE, payload, sizeof payload);
+    };
+    const auto index_of = [this](uint32_t op, uint32_t rule_id) {
+        const message_t reply = reply_to(command(13, 80).put<uint32_t>(36, op).put<uint32_t>(40, rule_id));
+        EXPECT_EQ(reply.u32(32), 0U);
+        return reply.u32(60);
+    };
+    EXPECT_EQ(rule(UINT32_MAX, 1), 0U);
+    EXPECT_EQ(rule(3, 2), 0U);
+    EXPECT_EQ(rule(3, 3), FWX_NAT64_MODEL_ERR_VALUE);
+    EXPECT_EQ(rule(0, 3), FWX_NAT64_MODEL_ERR_VALUE);
+    EXPECT_EQ(rule(9, 2), FWX_NAT64_MODEL_ERR_EXISTS);
+    for (const uint32_t index : {1U, 2U, 4U, 5U}) {
+        EXPECT_EQ(index_of(1, 10 + index), index);
+    }
+    for (const uint32_t index : {2U, 5U, 4U}) {
+        EXPECT_EQ(index_of(3, 10 + index), index);
+    }
+    for (const uint32_t index : {2U, 4U, 5U, 6U}) {
+        EXPECT_EQ(index_of(1, 20 + index), index);
+    }
 }
 
 TEST_F(snapshot_t, refused_messages_are_told_with_their_code) {

@@ -12,6 +12,7 @@ public:
     runtime_directory_t(const runtime_directory_t &) = delete;
     runtime_directory_t &operator=(const runtime_directory_t &) = delete;
 
+    const std::string &path() const { return path_; }
     /** Where the platform puts sockets. */
     std::string sockets() const { return path_ + "/fwx_host"; }
     /** Whether there is no socket, nor anything else, in its place. */

@@ -152,12 +152,12 @@ TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
     run_t refused = run("--dry-run logging add --dest 0.0.0.0 --port 1");
     EXPECT_EQ(refused.status, 1);
     run_t result =
-        run("--dry-run batch -", "timeout set --type 1 --value 300\nserver fail-next --code 5\nserver counts\n");
+        run("--dry-run batch -", "timeout set --type 1 --value 300\nserver fail-next --code 5\nserver hold\n");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.notes, "");
     const std::string shown = "line 1: timeout set:\ntimeout_set 48 bytes: op_code=14 type=1 value=300\n03c06000";
     EXPECT_EQ(result.answers.substr(0, shown.size()), shown);
-    EXPECT_NE(result.answers.find("line 3: server counts: nothing to send\n"), std::string::npos) << result.answers;
+    EXPECT_NE(result.answers.find("line 3: server hold: nothing to send\n"), std::string::npos) << result.answers;
 }
 
 TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {

@@ -2,58 +2,31 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstring>
+#include <iterator>
 
 #include "natctl_fixture.h"
+#include "server_process.h"
 #include "tests/support/runtime_directory.h"
+#include "tests/support/zero_server.h"
 
 namespace {
 
-/** `natctl serve alpha`, ready for clients. */
-class server_process_t {
-public:
-    server_process_t() {
-        int out[2];
-        if (pipe(out) != 0) return;
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(out[1], STDOUT_FILENO);
-            close(out[0]);
-            close(out[1]);
-            execl(NATCTL_PATH, NATCTL_PATH, "serve", "alpha", nullptr);
-            _exit(127);
-        }
-        close(out[1]);
-        char ready = 0;
-        is_ready_ = read(out[0], &ready, 1) == 1;
-        close(out[0]);
-    }
-    ~server_process_t() { end(SIGTERM); }
-    server_process_t(const server_process_t &) = delete;
-    server_process_t &operator=(const server_process_t &) = delete;
-
-    bool is_ready() const { return is_ready_; }
-    void stand_still() const { kill(pid_, SIGSTOP); }
-    void go_on() const { kill(pid_, SIGCONT); }
-    void end(int signal) {
-        if (pid_ <= 0) return;
-        kill(pid_, signal);
-        waitpid(pid_, nullptr, 0);
-        pid_ = -1;
+class server_process_test : public natctl_test {
+protected:
+    static json_t data_of(const std::string &command) {
+        return json_t::parse(run("--json " + command).answers).at("data");
     }
 
 private:
-    pid_t pid_ = -1;
-    bool is_ready_ = false;
-};
-
-class server_process_test : public natctl_test {
     runtime_directory_t directory_;
 };
 
 TEST_F(server_process_test, what_only_the_embedded_server_can_do_is_refused_and_sends_nothing) {
     for (const std::string command : {"mapt lookup 192.0.2.1", "server drop", "server fail-next --code 5",
-                                      "server sessions generate 3", "server notify event", "server counts"}) {
+                                      "server sessions generate 3", "server notify event"}) {
         SCOPED_TRACE(command);
         const run_t connected = run("--trace --connect alpha " + command);
         EXPECT_EQ(connected.status, 2);
@@ -72,6 +45,81 @@ TEST_F(server_process_test, the_examples_run_on_a_server_process) {
         ASSERT_TRUE(server.is_ready());
         const run_t result = run("--connect alpha batch " EXAMPLES_PATH "/" + example + ".natctl");
         EXPECT_EQ(result.status, 0) << example << '\n' << result.notes;
+    }
+}
+
+TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be_asked_from_outside) {
+    const json_t first = [] {
+        const server_process_t server;
+        const json_t counts = data_of("--connect alpha server counts");
+        EXPECT_EQ(counts.at("clients"), 1);
+        EXPECT_EQ(counts.at("commands"), 3) << "init, notifications, and the query itself";
+        EXPECT_EQ(counts.at("queued_bytes"), 0);
+        EXPECT_EQ(run("--connect alpha timeout set --type 1 --value 300").status, 0);
+        EXPECT_EQ(data_of("--connect alpha server counts").at("commands"), 3 + 3 + 3);
+        EXPECT_EQ(data_of("--connect alpha stats system --sel 1").at("malformed"), 0);
+        return data_of("--connect alpha server boot");
+    }();
+    EXPECT_EQ(first.at("changes"), 1);
+    const server_process_t server;
+    const json_t second = data_of("--connect alpha stats system --sel 2");
+    EXPECT_EQ(second.at("changes"), 0);
+    EXPECT_NE(second.at("boot_id"), first.at("boot_id"));
+}
+
+/** A server `liar` in a process of its own that answers each query with the claim of 4096 entries, and none of them. */
+class liar_t {
+public:
+    liar_t() {
+        int ready[2];
+        if (pipe(ready) != 0) return;
+        pid_ = fork();
+        if (pid_ == 0) serve(ready[1]);
+        close(ready[1]);
+        char byte = 0;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
+    }
+    ~liar_t() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    liar_t(const liar_t &) = delete;
+    liar_t &operator=(const liar_t &) = delete;
+
+private:
+    static void answer(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
+        if ((*static_cast<const uint8_t *>(msg) & 0x0f) < 4) return; /* no query */
+        uint32_t reply[17];
+        std::fill(std::begin(reply), std::end(reply), 0x1000);
+        std::memcpy(reply, msg, std::min(size, size_t{32}));
+        reply[8] = 0; /* result */
+        fwx_host_peer_send(peer, reply, sizeof reply);
+    }
+    [[noreturn]] static void serve(int ready) {
+        fwx_host_server_ops_t ops = zero_server_ops;
+        ops.received = answer;
+        fwx_host_server_t *server = nullptr;
+        fwx_host_loop_t *loop = fwx_host_loop_create();
+        const bool listens = fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server) == 0 &&
+                             fwx_host_server_listen(server, "liar") == 0;
+        if (!listens || write(ready, "", 1) != 1) _exit(1);
+        for (;;) {
+            fwx_host_loop_run_once(loop, -1);
+        }
+    }
+
+    pid_t pid_ = -1;
+};
+
+TEST_F(server_process_test, a_server_that_claims_more_entries_than_it_sent_is_not_believed) {
+    const liar_t liar;
+    for (const std::string query : {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits",
+                                    "sessions walk", "server counts"}) {
+        const run_t result = run("--connect liar --timeout 2000 " + query);
+        EXPECT_EQ(result.status, 1) << query;
+        EXPECT_NE(result.notes.find("the server claims more entries than it sent"), std::string::npos) << result.notes;
+        EXPECT_EQ(result.answers, "") << query;
     }
 }
 

@@ -12,15 +12,6 @@
 
 namespace {
 
-std::string hex_number(uint64_t value) {
-    uint8_t bytes[sizeof value];
-    for (size_t i = 0; i < sizeof value; ++i) {
-        bytes[i] = static_cast<uint8_t>(value >> (56 - 8 * i));
-    }
-    std::string digits = hex_digits(bytes, sizeof bytes);
-    return "0x" + digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
-}
-
 /** An address whose first `size` bytes stand at `at`, last byte first. */
 std::string swapped_address_text(int family, const uint8_t *at, size_t size) {
     uint8_t bytes[sizeof(in6_addr)] = {};
@@ -97,6 +88,15 @@ const wire_message_t *describe_reply(uint16_t msgno) {
 
 }  // namespace
 
+std::string hex_number(uint64_t value) {
+    uint8_t bytes[sizeof value];
+    for (size_t i = 0; i < sizeof value; ++i) {
+        bytes[i] = static_cast<uint8_t>(value >> (56 - 8 * i));
+    }
+    std::string digits = hex_digits(bytes, sizeof bytes);
+    return "0x" + digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
+}
+
 std::string code_text(uint32_t code) {
     return std::string(xerr_strerror(code)) + " (" + hex_number(code) + ")";
 }
@@ -148,6 +148,11 @@ json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count) {
         rows.push_back(fields_json(reply->entry_fields, reply->entry_field_count, at, reply->entry_size));
     }
     return rows;
+}
+
+size_t entry_bytes(uint16_t msgno) {
+    const wire_message_t *reply = describe_reply(msgno);
+    return reply == nullptr ? 0 : reply->entry_size;
 }
 
 void append_rows(json_t &rows, json_t &&more) {

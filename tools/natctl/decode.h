@@ -12,6 +12,9 @@
 /** `text (0x40300216)` of a result code. */
 std::string code_text(uint32_t code);
 
+/** `0x1f`. */
+std::string hex_number(uint64_t value);
+
 /** `-> timeout_set 48 bytes: op_code=14 type=1 value=300`. */
 std::string message_line(fwx_host_direction_t direction, const void *msg, size_t size);
 /** {"message", "size", "fields", "hex"}. */
@@ -21,6 +24,8 @@ std::string message_text(const json_t &message);
 
 /** The entries of a reply with that message number, as an array of rows. */
 json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count);
+/** Bytes of each of them. */
+size_t entry_bytes(uint16_t msgno);
 /** Appends an array of rows to `rows`, which may be null. */
 void append_rows(json_t &rows, json_t &&more);
 

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <iostream>
 
 #include "tools/natctl/cli.h"
@@ -19,6 +20,7 @@ void keep_standard_descriptors() {
 
 int main(int argc, char **argv) {
     keep_standard_descriptors();
+    std::signal(SIGXFSZ, SIG_IGN); /* a file that may not grow is an error */
     std::ios::sync_with_stdio(false);
     return run_natctl({argv + 1, argv + argc}, std::cin, std::cout, std::cerr);
 }

@@ -159,6 +159,7 @@ outcome_t pal_t::finish(call_id_t id) {
 }
 
 void pal_t::settle(call_t &call) {
+    settle_channel(); /* which may be gone since the last call was settled */
     while (!call.answered && !call.cut_off) {
         uint64_t now = fwx_host_clock_ms();
         if (now >= call.deadline) return;

@@ -19,6 +19,7 @@
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
 #include "tools/natctl/rule_book.h"
+#include "tools/natctl/server_records.h"
 #include "wire/messages.h"
 
 class pal_t;
@@ -47,7 +48,8 @@ struct list_t {
     std::function<uint32_t(call_t &call, uint64_t cookie, uint64_t wanted)> ask;
     uint64_t limit = UINT64_MAX;
     uint64_t rows = 0;
-    uint64_t cookie = 0; /* of the latest reply */
+    uint64_t cookie = 0;           /* of the latest reply */
+    record_row_fn_t row = nullptr; /* reads the one record of a query that has another than all others */
 };
 
 /** One run of a command, from its start to its verdict. */
@@ -113,7 +115,8 @@ public:
     /** Gives the record of a command to the library. */
     uint32_t send(call_t &call, const record_family_t &family, uint32_t op, const void *record);
     /** Begins a list of at most `limit` entries. */
-    uint32_t begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask);
+    uint32_t begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask,
+                        record_row_fn_t row = nullptr);
     const rule_book_t &rules() const { return rules_; }
     /** Hands the rows of walks to `rows` as they arrive, instead of collecting them. */
     void stream_rows(rows_fn_t rows) { rows_ = std::move(rows); }

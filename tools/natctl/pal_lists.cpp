@@ -5,8 +5,9 @@
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
 
-uint32_t pal_t::begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask_fn) {
-    call.list = list_t{std::move(ask_fn), limit, 0, cookie};
+uint32_t pal_t::begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask_fn,
+                           record_row_fn_t row) {
+    call.list = list_t{std::move(ask_fn), limit, 0, cookie, row};
     return ask(call);
 }
 
@@ -28,6 +29,10 @@ bool pal_t::paged(void *ctx, const page_t &page) {
     }
     list_t &list = *call->list;
     call->deadline = fwx_host_clock_ms() + options_.timeout_ms;
+    const uint64_t claimed_bytes = uint64_t{page.count} * entry_bytes(page.msgno);
+    if (fwx_host_smc_bytes_behind(page.entries) < claimed_bytes) {
+        return end_list(*call, "the server claims more entries than it sent");
+    }
     const auto count = static_cast<uint32_t>(std::min<uint64_t>(page.count, list.limit - list.rows));
     take_rows(*call, page, count);
     const bool goes_on = page.more || page.cookie != 0;
@@ -56,6 +61,10 @@ bool pal_t::paged(void *ctx, const page_t &page) {
 /** Rows that are streamed are not kept. */
 void pal_t::take_rows(call_t &call, const page_t &page, uint32_t count) {
     call.list->rows += count;
+    if (call.list->row != nullptr) {
+        call.outcome.data = call.list->row(page.entries);
+        return;
+    }
     json_t rows = decode_entries(page.msgno, page.entries, count);
     const bool streams = page.msgno == FWX_NAT64_MSG_SESSION_WALK && rows_ && !rows.empty();
     if (streams) {

@@ -51,11 +51,13 @@ struct query_form_t {
     const char *summary;
     uint32_t (*start)(const query_t &query, void *ctx);
     void (*fields)(CLI::App &app, query_t &query);
+    record_row_fn_t (*row)(uint32_t sel) = nullptr; /* for records that depend on the selector */
 };
 
 constexpr query_form_t query_forms[] = {
     {"system", "How many the server holds of each kind",
-     [](const query_t &query, void *ctx) { return fwx_nat64_stats_sys_query_a(query.sel, ctx); }, selector_field},
+     [](const query_t &query, void *ctx) { return fwx_nat64_stats_sys_query_a(query.sel, ctx); }, selector_field,
+     server_record_row},
     {"interfaces", "Statistics of all interfaces",
      [](const query_t &, void *ctx) { return fwx_nat64_stats_intf_query_a(ctx); }, no_fields},
     {"pools", "Statistics of all pools",
@@ -84,7 +86,8 @@ uint32_t start_query(call_t &call, const query_t &query, const query_form_t &for
         next.count = static_cast<uint32_t>(std::min<uint64_t>(query.count, wanted));
         return start(next, of.ctx);
     };
-    return call.pal.begin_list(call, query.cookie, query.limit, ask);
+    return call.pal.begin_list(call, query.cookie, query.limit, ask,
+                               form.row == nullptr ? nullptr : form.row(query.sel));
 }
 
 struct walk_t {

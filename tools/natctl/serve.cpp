@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <memory>
+#include <optional>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
@@ -14,7 +15,7 @@
 
 namespace {
 
-constexpr uint64_t save_delay_ms = 100; /* changes that come in a row are written once */
+constexpr uint64_t retry_delay_ms = 1000; /* between tries to save the state */
 
 /** Makes SIGINT and SIGTERM readable instead of deadly, while it lives. */
 class end_signals_t {
@@ -49,63 +50,60 @@ public:
         : options_(options),
           output_(output),
           loop_(fwx_host_loop_create(), fwx_host_loop_destroy),
-          model_(fwx_nat64_model_t::create(loop_.get(), FWX_NAT64_CHANNEL_NAME)) {
-        model_->observe_refusals(refused, this);
-        fwx_host_loop_watch(
-            loop_.get(), signals_.fd(), [](void *arg) { static_cast<server_t *>(arg)->ended_ = true; }, this);
-    }
+          model_(fwx_nat64_model_t::create(loop_.get(), FWX_NAT64_CHANNEL_NAME)) {}
 
     /** Reads the state and opens the doors; returns why that failed, empty when it did not. */
     std::string open() {
+        const auto end = [](void *arg) { static_cast<server_t *>(arg)->ended_ = true; };
+        const bool can_run =
+            model_ != nullptr && signals_.fd() >= 0 && fwx_host_loop_watch(loop_.get(), signals_.fd(), end, this) == 0;
+        if (!can_run) return "no descriptors or no memory left to run a server with";
+        model_->observe_refusals(refused, this);
         if (!options_.state_file.empty()) {
-            std::string error = state_file_read(options_.state_file, model_.get());
+            state_.emplace(options_.state_file, *model_, [this](const std::string &text) { note(text); });
+            std::string error = state_->open();
             if (!error.empty()) return error;
         }
-        saved_commands_ = commands();
         const uint32_t rc = fwx_host_server_listen(fwx_host_server_find(FWX_NAT64_CHANNEL_NAME), options_.name.c_str());
         return rc == 0 ? "" : options_.name + ": " + xerr_strerror(rc);
     }
 
-    /** Serves until a signal; returns why the state could not be written, empty when it was. */
+    /** Serves until a signal; returns why the state could not be saved, empty when it was. */
     std::string run() {
         while (!ended_) {
             fwx_host_loop_run_once(loop_.get(), -1);
-            const bool is_due = !save_is_planned_ && !options_.state_file.empty() && commands() != saved_commands_;
-            if (is_due) {
-                save_is_planned_ = true;
-                fwx_host_timer_add(
-                    loop_.get(), save_delay_ms, [](void *arg) { static_cast<server_t *>(arg)->save(); }, this);
-            }
+            model_->commit();
+            plan_retry();
         }
-        return save();
+        return state_ ? state_->commit() : "";
     }
 
 private:
-    uint64_t commands() const { return model_->counts().commands; }
-
-    std::string save() {
-        save_is_planned_ = false;
-        saved_commands_ = commands();
-        if (options_.state_file.empty()) return "";
-        std::string error = state_file_write(options_.state_file, model_.get());
-        if (!error.empty() && !ended_) output_.note("natctl: " + error);
-        return error;
+    void plan_retry() {
+        const bool is_due = state_ && state_->is_unsaved() && !is_retry_planned_;
+        if (!is_due) return;
+        is_retry_planned_ = fwx_host_timer_add(loop_.get(), retry_delay_ms, retry, this) != 0;
     }
-
+    static void retry(void *arg) {
+        auto &self = *static_cast<server_t *>(arg);
+        self.is_retry_planned_ = false;
+        self.state_->commit();
+    }
+    void note(const std::string &text) { output_.note("natctl: " + text); }
     static void refused(void *arg, const void *msg, size_t size, uint32_t code) {
         const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
         const std::string name = message == nullptr ? "a message" : message->name;
-        static_cast<server_t *>(arg)->output_.note("natctl: refused " + name + " of " + std::to_string(size) +
-                                                   " bytes: " + xerr_strerror(code));
+        static_cast<server_t *>(arg)->note("refused " + name + " of " + std::to_string(size) +
+                                           " bytes: " + xerr_strerror(code));
     }
 
     const serve_options_t &options_;
     output_t &output_;
-    end_signals_t signals_;
+    const end_signals_t signals_;
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<fwx_nat64_model_t> model_;
-    uint64_t saved_commands_ = 0;
-    bool save_is_planned_ = false;
+    std::optional<state_file_t> state_;
+    bool is_retry_planned_ = false;
     bool ended_ = false;
 };
 

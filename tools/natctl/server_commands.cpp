@@ -1,9 +1,11 @@
-/* What the embedded server model is told to do: misbehave, notify, and show its counts. */
+/* What the embedded server model is told to do: misbehave, notify. And what any server model shows of itself. */
 #include <functional>
 
+#include "fwx_nat64/fwx_nat64.h"
 #include "fwx_nat64/wire.h"
 #include "records/family.h"
 #include "tools/natctl/grammar.h"
+#include "tools/natctl/server_records.h"
 
 namespace {
 
@@ -121,20 +123,33 @@ void add_notifications(grammar_t &grammar) {
     number_field(debug_app, "--on", debug->on, "1 on, 0 off", 0, 1).required();
 }
 
-uint32_t show_counts(call_t &call, fwx_nat64_model_t &model) {
-    fwx_nat64_model_counts_t counts = model.counts();
-    call.outcome.data = {{"commands", counts.commands}, {"malformed", counts.malformed}, {"refused", counts.refused},
-                         {"replies", counts.replies},   {"held", counts.held},           {"clients", counts.clients}};
-    return 0;
+/** Shows what the server tells of itself: one in this process at once, another one in its answer to a query. */
+uint32_t show_record(call_t &call, uint32_t sel, json_t (*row)(const fwx_nat64_model_t &model)) {
+    if (call.pal.model() != nullptr) {
+        call.awaited = false;
+        call.outcome.data = row(*call.pal.model());
+        return 0;
+    }
+    const auto ask = [sel](call_t &of, uint64_t, uint64_t) { return fwx_nat64_stats_sys_query_a(sel, of.ctx); };
+    return call.pal.begin_list(call, 0, 1, ask, server_record_row(sel));
+}
+
+uint32_t show_counts(call_t &call) {
+    return show_record(call, FWX_NAT64_MODEL_SEL_COUNTS, [](const auto &model) { return counts_row(model.counts()); });
+}
+
+uint32_t show_boot(call_t &call) {
+    return show_record(call, FWX_NAT64_MODEL_SEL_BOOT, [](const auto &model) { return boot_row(model.boot()); });
 }
 
 }  // namespace
 
 void add_server_commands(grammar_t &grammar) {
-    grammar.family("server", "The embedded server model");
+    grammar.family("server", "The server model");
     add_misbehaviour(grammar);
     model_command(grammar, "wakeup", "Wakes the command queue up", &fwx_nat64_model_t::wakeup);
-    grammar.embedded("counts", "Shows what the server has counted", show_counts);
+    grammar.command("counts", "Shows what the server has counted", show_counts);
+    grammar.command("boot", "Shows which run of the server this is, and how many changes it has made since", show_boot);
     add_notifications(grammar);
 
     grammar.subfamily("sessions", "Sessions that the server makes up");

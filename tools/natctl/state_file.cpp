@@ -1,76 +1,63 @@
 #include "tools/natctl/state_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <fstream>
+#include <utility>
 #include <vector>
 
 #include "fwx_host/errors.h"
 #include "records/value.h"
-#include "tools/natctl/outcome.h"
 
 namespace {
 
-constexpr int version = 1;
+constexpr const char *format = "natctl server state 2";
 
-std::string restore(const json_t &parts, fwx_nat64_model_t *model) {
-    size_t index = 0;
-    for (const json_t &part : parts) {
-        const std::string digits = part.at("payload").get<std::string>();
-        std::vector<uint8_t> payload(digits.size() / 2);
-        if (!parse_hex(digits, payload.data(), payload.size())) payload.clear(); /* is no part of any kind */
-        const uint32_t rc = model->restore(part.at("op_code").get<uint32_t>(), payload.data(), payload.size());
-        if (rc != 0) return "part " + std::to_string(index) + ": " + xerr_strerror(rc);
-        ++index;
-    }
-    return "";
-}
-
-std::string write_all(int fd, const std::string &text) {
-    size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t now = write(fd, text.data() + written, text.size() - written);
-        if (now < 0) return std::strerror(errno);
-        written += static_cast<size_t>(now);
-    }
-    return fsync(fd) == 0 ? "" : std::strerror(errno);
+std::string line_of(uint32_t op_code, const void *payload, size_t size) {
+    return std::to_string(op_code) + " " + hex_digits(payload, size);
 }
 
 }  // namespace
 
-std::string state_file_read(const std::string &path, fwx_nat64_model_t *model) {
-    if (access(path.c_str(), F_OK) != 0) return "";
-    std::ifstream file(path);
-    if (!file) return path + ": " + std::strerror(errno);
-    try {
-        const json_t state = json_t::parse(file);
-        if (state.at("version").get<int>() != version) return path + ": not a state file of version 1";
-        const std::string error = restore(state.at("parts"), model);
-        return error.empty() ? "" : path + ": " + error;
-    } catch (const nlohmann::json::exception &error) {
-        return path + ": " + error.what();
+state_file_t::state_file_t(std::string path, fwx_nat64_model_t &model, note_fn_t note)
+    : model_(model), note_(std::move(note)), journal_(std::move(path), format, [&model](const auto &write) {
+          model.save(
+              [](void *arg, uint32_t op_code, const void *payload, size_t size) {
+                  (*static_cast<const journal_t::write_fn_t *>(arg))(line_of(op_code, payload, size));
+              },
+              const_cast<journal_t::write_fn_t *>(&write));
+      }) {}
+
+std::string state_file_t::open() {
+    std::string error = journal_.open([this](std::string_view line) { return restore(line); });
+    if (!error.empty()) return error;
+    if (journal_.dropped_lines() != 0) {
+        note_("the last " + std::to_string(journal_.dropped_lines()) +
+              " lines of the state were not written to their end, and are left out");
     }
+    model_.journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
+                            static_cast<state_file_t *>(arg)->journal_.append(line_of(op_code, payload, size));
+                        },
+                        [](void *arg) {
+                            const bool is_kept = static_cast<state_file_t *>(arg)->commit().empty();
+                            return is_kept ? 0 : FWX_NAT64_MODEL_ERR_NOT_SAVED;
+                        },
+                        this});
+    return "";
 }
 
-std::string state_file_write(const std::string &path, const fwx_nat64_model_t *model) {
-    json_t parts = json_t::array();
-    model->save(
-        [](void *arg, uint32_t op_code, const void *payload, size_t size) {
-            static_cast<json_t *>(arg)->push_back({{"op_code", op_code}, {"payload", hex_digits(payload, size)}});
-        },
-        &parts);
-    const json_t state = {{"version", version}, {"parts", std::move(parts)}};
+std::string state_file_t::commit() {
+    std::string error = journal_.commit();
+    const bool is_news = error.empty() != error_.empty();
+    if (is_news) note_(error.empty() ? "the state is saved again" : error);
+    error_ = error;
+    return error;
+}
 
-    const std::string fresh = path + ".new";
-    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0) return fresh + ": " + std::strerror(errno);
-    std::string error = write_all(fd, state.dump(1) + "\n");
-    close(fd);
-    if (error.empty() && rename(fresh.c_str(), path.c_str()) != 0) error = std::strerror(errno);
-    if (error.empty()) return "";
-    unlink(fresh.c_str());
-    return fresh + ": " + error;
+std::string state_file_t::restore(std::string_view line) {
+    const size_t blank = std::min(line.find(' '), line.size());
+    uint64_t op_code = 0;
+    const bool has_code = parse_number(line.substr(0, blank), op_code) && op_code <= UINT32_MAX;
+    const std::string_view digits = line.substr(std::min(blank + 1, line.size()));
+    std::vector<uint8_t> payload(digits.size() / 2);
+    if (!has_code || !parse_hex(digits, payload.data(), payload.size())) return "must be an op code and its payload";
+    const uint32_t code = model_.restore(static_cast<uint32_t>(op_code), payload.data(), payload.size());
+    return code == 0 ? "" : xerr_strerror(code);
 }

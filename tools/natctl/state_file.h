@@ -1,15 +1,39 @@
-/* A server model's configuration in a JSON file: the op codes and payloads that make it. */
+/* A server model's configuration in a journal. A line is an op code and, in hexadecimal digits, the payload that sets
+ * it: `14 010000002c010000`. */
 #ifndef TOOLS_NATCTL_STATE_FILE_H
 #define TOOLS_NATCTL_STATE_FILE_H
 
+#include <functional>
 #include <string>
 
+#include "config/journal.h"
 #include "model/model.h"
 
-/** Sets a model up from a file; one that is not there yet stands for an empty configuration. Returns why it failed,
- * with the file's name, or an empty text; the model may then hold a part of the configuration. */
-std::string state_file_read(const std::string &path, fwx_nat64_model_t *model);
-/** Replaces the file as a whole, or leaves it as it is. Returns why it failed, or an empty text. */
-std::string state_file_write(const std::string &path, const fwx_nat64_model_t *model);
+class state_file_t {
+public:
+    using note_fn_t = std::function<void(const std::string &)>;
+
+    /** `note` hears when changes cannot be kept, and when they can again. The model must outlive the file. */
+    state_file_t(std::string path, fwx_nat64_model_t &model, note_fn_t note);
+    ~state_file_t() { model_.journal_set({}); }
+    state_file_t(const state_file_t &) = delete;
+    state_file_t &operator=(const state_file_t &) = delete;
+
+    /** Sets the model up, and keeps what changes in it from then on. Returns why not, with the file's name; the model
+     * may then hold a part of the configuration. */
+    std::string open();
+    /** Whether changes that could not be kept have to be tried again. */
+    bool is_unsaved() const { return journal_.is_unsaved(); }
+    /** Returns why what has changed is not in the file, with its name; empty when it is. */
+    std::string commit();
+
+private:
+    std::string restore(std::string_view line);
+
+    fwx_nat64_model_t &model_;
+    note_fn_t note_;
+    journal_t journal_;
+    std::string error_; /* of the last commit */
+};
 
 #endif
