@@ -30,8 +30,8 @@ TEST_F(state_test, a_server_that_is_killed_at_any_moment_has_what_it_answered) {
     for (size_t id = 1; id <= count; ++id) {
         lines.push_back(mapping(id));
     }
-    for (const size_t kill_before : {2, 17, 34, 60}) {
-        for (const size_t pipeline : {1, 8}) {
+    for (const size_t kill_before : {2U, 17U, 34U, 60U}) {
+        for (const size_t pipeline : {1U, 8U}) {
             SCOPED_TRACE(std::to_string(kill_before) + " of " + std::to_string(pipeline));
             std::filesystem::remove(path_);
             {
