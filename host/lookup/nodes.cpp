@@ -2,13 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <cstring>
-
-struct node_store_t::slab_t {
-    slab_t *older;
-    uint64_t size;
-};
 
 struct node_store_t::free_block_t {
     free_block_t *next;
@@ -32,39 +25,18 @@ constexpr std::array<uint8_t, max_entries + 1> make_class_table() {
 /* By number of entries, so that a node need not remember its block's size. */
 constexpr auto class_of_count = make_class_table();
 
-constexpr size_t min_slab_size = 4096;
-constexpr size_t max_slab_size = size_t{1} << 20;
-
 size_t block_size(size_t size_class) {
     return sizeof(node_t) + class_capacity[size_class] * sizeof(entry_t);
 }
 
 }  // namespace
 
-void *node_store_t::cut(size_t size) {
-    if (static_cast<size_t>(slab_end - slab_next) < size) {
-        /* Slabs grow with the store, so that what is not yet used of one stays a small part of it. */
-        const size_t slab_size = std::clamp<size_t>(bytes / 8, min_slab_size, max_slab_size);
-        auto *slab = static_cast<slab_t *>(std::malloc(slab_size));
-        if (slab == nullptr) return nullptr;
-        slab->older = slabs;
-        slab->size = slab_size;
-        slabs = slab;
-        bytes += slab_size;
-        slab_next = reinterpret_cast<char *>(slab + 1);
-        slab_end = reinterpret_cast<char *>(slab) + slab_size;
-    }
-    void *block = slab_next;
-    slab_next += size;
-    return block;
-}
-
 node_t *node_store_t::take(size_t size_class) {
     void *block = free_blocks[size_class];
     if (block != nullptr) {
         free_blocks[size_class] = free_blocks[size_class]->next;
     } else {
-        block = cut(block_size(size_class));
+        block = slabs.cut(block_size(size_class));
     }
     return static_cast<node_t *>(block);
 }
@@ -75,7 +47,7 @@ void node_store_t::give_back(node_t *node, size_t size_class) {
     free_blocks[size_class] = block;
 }
 
-bool node_store_t::add(entry_t *link, place_t place, entry_t entry) {
+COUNTS_BITS bool node_store_t::add(entry_t *link, place_t place, entry_t entry) {
     if (link->is_empty()) {
         node_t *node = take(0);
         if (node == nullptr) return false;
@@ -103,7 +75,7 @@ bool node_store_t::add(entry_t *link, place_t place, entry_t entry) {
     return true;
 }
 
-void node_store_t::remove(entry_t *link, place_t place) {
+COUNTS_BITS void node_store_t::remove(entry_t *link, place_t place) {
     node_t *node = link->node();
     const size_t index = node->index_of(place);
     const size_t rest = node->count() - 1;
@@ -130,10 +102,6 @@ void node_store_t::free_chain(entry_t top) {
 }
 
 void node_store_t::clear() {
-    while (slabs != nullptr) {
-        slab_t *slab = slabs;
-        slabs = slab->older;
-        std::free(slab);
-    }
+    slabs.clear();
     *this = {};
 }

@@ -5,7 +5,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/runtime/slabs.h"
 #include "platform/tbm.h"
+
+/* For functions that count bits much: each is there twice, once for processors that do it in an instruction. */
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && defined(__OPTIMIZE__)
+#define COUNTS_BITS __attribute__((target_clones("popcnt", "default")))
+#else
+#define COUNTS_BITS
+#endif
 
 struct node_t;
 
@@ -42,13 +50,7 @@ public:
     uint32_t count_below(uint32_t bit) const { return ones(bits & ((uint64_t{1} << bit) - 1)); }
 
 private:
-    /* Written out: without a compiler flag for the instruction, the builtin is a call of a table walk. */
-    static uint32_t ones(uint64_t word) {
-        word -= (word >> 1) & 0x5555555555555555;
-        word = (word & 0x3333333333333333) + ((word >> 2) & 0x3333333333333333);
-        word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0f;
-        return static_cast<uint32_t>((word * 0x0101010101010101) >> 56);
-    }
+    static uint32_t ones(uint64_t word) { return static_cast<uint32_t>(__builtin_popcountll(word)); }
 
     uint64_t bits;
 };
@@ -102,22 +104,17 @@ public:
     void clear();
 
     uint64_t node_count() const { return nodes; }
-    uint64_t byte_count() const { return bytes; }
+    uint64_t byte_count() const { return slabs.byte_count(); }
 
 private:
-    struct slab_t;
     struct free_block_t;
 
     node_t *take(size_t size_class);
     void give_back(node_t *node, size_t size_class);
-    void *cut(size_t size);
 
     free_block_t *free_blocks[node_size_classes];
-    slab_t *slabs;
-    char *slab_next;
-    char *slab_end;
+    slabs_t slabs;
     uint64_t nodes;
-    uint64_t bytes;
 };
 
 #endif

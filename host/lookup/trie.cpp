@@ -56,7 +56,28 @@ tbm_leaf_t *way_end_t::match(const uint8_t *key, uint32_t key_len) const {
     return leaf->key_len == key_len && leaf->is_prefix_of(key, key_len) ? leaf : nullptr;
 }
 
+bool trie_t::remembers(const uint8_t *key, uint32_t key_len) const {
+    const uint32_t whole = key_len / 8;
+    if (remembered_len != key_len || std::memcmp(remembered_key, key, whole) != 0) return false;
+    return key_len % 8 == 0 || remembered_key[whole] == (key[whole] & last_byte_mask(key_len));
+}
+
+void trie_t::remember(const uint8_t *key, uint32_t key_len, const way_end_t &end) {
+    if (key_len > 8 * sizeof(remembered_key)) return;
+    remembered_len = key_len;
+    std::memcpy(remembered_key, key, (key_len + 7) / 8);
+    if (key_len % 8 != 0) remembered_key[key_len / 8] &= last_byte_mask(key_len);
+    remembered_end = end;
+}
+
 way_end_t trie_t::walk(const uint8_t *key, uint32_t key_len) {
+    if (remembers(key, key_len)) return remembered_end;
+    const way_end_t end = find_end(key, key_len);
+    remember(key, key_len, end);
+    return end;
+}
+
+COUNTS_BITS way_end_t trie_t::find_end(const uint8_t *key, uint32_t key_len) {
     way_end_t end = {&root, nullptr, &root, {}, 0, 0};
     while (end.link->is_node()) {
         node_t *node = end.link->node();
@@ -73,7 +94,7 @@ way_end_t trie_t::walk(const uint8_t *key, uint32_t key_len) {
     return end;
 }
 
-tbm_leaf_t *trie_t::longest_match(const uint8_t *key, uint32_t key_len) const {
+COUNTS_BITS tbm_leaf_t *trie_t::longest_match(const uint8_t *key, uint32_t key_len) const {
     node_t *best_node = nullptr;
     uint64_t best_prefixes = 0;
     entry_t entry = root;
@@ -129,6 +150,7 @@ entry_t trie_t::make_branch(const way_end_t &end, tbm_leaf_t *leaf, tbm_leaf_t *
 }
 
 bool trie_t::link_leaf(const way_end_t &end, tbm_leaf_t *leaf) {
+    forget();
     if (end.link->is_node()) {
         if (!store.add(end.link, end.place, entry_t(leaf))) return false;
     } else {
@@ -141,6 +163,7 @@ bool trie_t::link_leaf(const way_end_t &end, tbm_leaf_t *leaf) {
 }
 
 void trie_t::unlink_leaf(const way_end_t &end) {
+    forget();
     if (--leaves == 0) {
         root = entry_t();
         store.clear();

@@ -43,7 +43,8 @@ public:
     /** Takes the sizes of the strides, 1 to 6 bits each. */
     explicit trie_t(std::unique_ptr<uint8_t[]> stride_sizes) : strides(std::move(stride_sizes)) {}
 
-    /** Where the way of this key ends; good until the trie changes. */
+    /** Where the way of this key ends; good until the trie changes. The latest one is remembered: who looks whether a
+     * key is there often links or unlinks it next. */
     way_end_t walk(const uint8_t *key, uint32_t key_len);
     /** The leaf with the longest key that is a prefix of this one, or null. */
     tbm_leaf_t *longest_match(const uint8_t *key, uint32_t key_len) const;
@@ -58,12 +59,21 @@ public:
     const node_store_t &nodes() const { return store; }
 
 private:
+    way_end_t find_end(const uint8_t *key, uint32_t key_len);
+    bool remembers(const uint8_t *key, uint32_t key_len) const;
+    void remember(const uint8_t *key, uint32_t key_len, const way_end_t &end);
+    void forget() { remembered_len = nothing; }
     entry_t make_branch(const way_end_t &end, tbm_leaf_t *leaf, tbm_leaf_t *other);
 
     entry_t root;
     std::unique_ptr<uint8_t[]> strides;
     node_store_t store{};
     uint64_t leaves = 0;
+
+    static constexpr uint32_t nothing = UINT32_MAX;
+    uint32_t remembered_len = nothing; /* bits of a key whose way ends at `remembered_end` */
+    uint8_t remembered_key[16];
+    way_end_t remembered_end;
 };
 
 #endif

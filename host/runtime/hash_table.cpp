@@ -3,14 +3,15 @@
  * doubles when there are more entries than buckets, so an operation costs a bucket and about one entry whatever the
  * table holds.
  */
-#include <cstdlib>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "fwx_host/errors.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
+#include "host/runtime/slabs.h"
 #include "platform/runtime.h"
 
 struct fwx_cl_hash_entry {
@@ -22,18 +23,11 @@ struct fwx_cl_hash_entry {
 namespace {
 
 constexpr uint32_t largest_size_log2 = 30;
-constexpr size_t first_slab_entries = 32;
-constexpr size_t largest_slab_entries = 4096;
-
-struct slab_t {
-    std::unique_ptr<slab_t> next;
-    std::unique_ptr<fwx_cl_hash_entry_t[]> entries;
-};
-
-using buckets_t = std::unique_ptr<fwx_cl_hash_entry_t *[]>;
-
-buckets_t make_buckets(uint64_t count) {
-    return buckets_t(new (std::nothrow) fwx_cl_hash_entry_t *[count]());
+fwx_cl_hash_entry_t **make_buckets(uint64_t count) {
+    return static_cast<fwx_cl_hash_entry_t **>(host_slab_alloc(count * sizeof(fwx_cl_hash_entry_t *)));
+}
+void free_buckets(fwx_cl_hash_entry_t **buckets, uint64_t count) {
+    host_slab_free(buckets, count * sizeof(fwx_cl_hash_entry_t *));
 }
 
 /** Spreads keys that differ in a few bits only over all bits. */
@@ -48,18 +42,19 @@ uint64_t mix(uint64_t key) {
 }  // namespace
 
 struct fwx_cl_hash {
-    buckets_t buckets;
+    fwx_cl_hash_entry_t **buckets = nullptr;
     uint64_t mask = 0; /* number of buckets less 1 */
     uint64_t count = 0;
     fwx_cl_hash_entry_t *free_list = nullptr;
-    std::unique_ptr<slab_t> slabs;            /* the newest first */
-    size_t slab_entries = first_slab_entries; /* of the next slab */
+    slabs_t slabs{}; /* of entries */
 
+    explicit fwx_cl_hash(uint64_t bucket_count) : buckets(make_buckets(bucket_count)), mask(bucket_count - 1) {}
     ~fwx_cl_hash() {
-        while (slabs != nullptr) {
-            slabs = std::move(slabs->next); /* no recursion over the chain */
-        }
+        slabs.clear();
+        free_buckets(buckets, mask + 1);
     }
+    fwx_cl_hash(const fwx_cl_hash &) = delete;
+    fwx_cl_hash &operator=(const fwx_cl_hash &) = delete;
 
     fwx_cl_hash_entry_t *&bucket_of(uint64_t key) { return buckets[mix(key) & mask]; }
 
@@ -72,28 +67,21 @@ struct fwx_cl_hash {
         return *link;
     }
 
-    bool add_slab() {
-        std::unique_ptr<slab_t> slab(new (std::nothrow) slab_t);
-        if (slab == nullptr) return false;
-        slab->entries.reset(new (std::nothrow) fwx_cl_hash_entry_t[slab_entries]);
-        if (slab->entries == nullptr) return false;
-        for (size_t i = slab_entries; i-- > 0;) {
-            slab->entries[i].next = free_list;
-            free_list = &slab->entries[i];
-        }
-        slab->next = std::move(slabs);
-        slabs = std::move(slab);
-        if (slab_entries < largest_slab_entries) slab_entries *= 2;
-        return true;
+    /** Memory for an entry, or null. */
+    fwx_cl_hash_entry_t *take() {
+        if (free_list == nullptr) return static_cast<fwx_cl_hash_entry_t *>(slabs.cut(sizeof(fwx_cl_hash_entry_t)));
+        fwx_cl_hash_entry_t *entry = free_list;
+        free_list = entry->next;
+        return entry;
     }
 
     /** Doubles the buckets; without memory for it the chains just become longer. */
     void grow() {
         const uint64_t old_count = mask + 1;
         if (old_count >> largest_size_log2 != 0) return;
-        buckets_t old = make_buckets(old_count * 2);
+        fwx_cl_hash_entry_t **old = make_buckets(old_count * 2);
         if (old == nullptr) return;
-        old.swap(buckets);
+        std::swap(old, buckets);
         mask = old_count * 2 - 1;
         for (uint64_t i = 0; i < old_count; ++i) {
             while (fwx_cl_hash_entry_t *entry = old[i]) {
@@ -103,6 +91,7 @@ struct fwx_cl_hash {
                 bucket = entry;
             }
         }
+        free_buckets(old, old_count);
     }
 };
 
@@ -113,11 +102,8 @@ uint32_t fwx_cl_hash_create(const char *, uint32_t size_log2, uint32_t, void *ha
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_HASH_CREATE)) return code;
     if (table == nullptr || size_log2 > largest_size_log2) return FWX_HOST_ERR_BAD_ARG;
     if (hash_fn != nullptr || compare_fn != nullptr) return FWX_HOST_ERR_BAD_ARG;
-    std::unique_ptr<fwx_cl_hash_t> made(new (std::nothrow) fwx_cl_hash_t);
-    if (made == nullptr) return host_errno_nomem;
-    made->buckets = make_buckets(uint64_t{1} << size_log2);
-    if (made->buckets == nullptr) return host_errno_nomem;
-    made->mask = (uint64_t{1} << size_log2) - 1;
+    std::unique_ptr<fwx_cl_hash_t> made(new (std::nothrow) fwx_cl_hash_t(uint64_t{1} << size_log2));
+    if (made == nullptr || made->buckets == nullptr) return host_errno_nomem;
     host_live.hash_tables += 1;
     *table = made.release();
     return 0;
@@ -127,10 +113,9 @@ uint32_t fwx_cl_hash_add(fwx_cl_hash_t *table, uint64_t key, void *element) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_HASH_ADD)) return code;
     if (table == nullptr) return FWX_HOST_ERR_BAD_ARG;
     if (table->link_of(key) != nullptr) return FWX_HOST_ERR_KEY_TAKEN;
-    if (table->free_list == nullptr && !table->add_slab()) return host_errno_nomem;
+    fwx_cl_hash_entry_t *entry = table->take();
+    if (entry == nullptr) return host_errno_nomem;
     if (table->count > table->mask) table->grow();
-    fwx_cl_hash_entry_t *entry = table->free_list;
-    table->free_list = entry->next;
     fwx_cl_hash_entry_t *&bucket = table->bucket_of(key);
     *entry = {bucket, key, element};
     bucket = entry;

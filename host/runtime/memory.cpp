@@ -5,6 +5,7 @@
 
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
+#include "host/runtime/slabs.h"
 #include "platform/runtime.h"
 
 namespace {
@@ -19,10 +20,60 @@ struct account_t {
 
 /** Stands before every block and keeps its alignment. */
 struct block_header_t {
-    account_t *account;
+    union {
+        account_t *account;
+        block_header_t *next_free;
+    };
     size_t size;
 };
 static_assert(sizeof(block_header_t) == 16);
+
+/** Small blocks are cut from slabs, by their size with the header, and come back as soon as one of the size is needed;
+ * the slabs go when the last block of the size has come back. */
+constexpr size_t size_unit = 16;
+constexpr size_t largest_small = 128;
+#ifdef ADDRESS_SANITIZER /* it finds the ends of blocks that malloc gave */
+constexpr bool has_small = false;
+#else
+constexpr bool has_small = true;
+#endif
+
+struct small_blocks_t {
+    slabs_t slabs;
+    block_header_t *free_list;
+    uint64_t live;
+};
+small_blocks_t small_blocks[largest_small / size_unit + 1];
+
+small_blocks_t *small_blocks_of(size_t whole) {
+    return has_small && whole <= largest_small ? &small_blocks[(whole + size_unit - 1) / size_unit] : nullptr;
+}
+
+/** Zeroed. */
+block_header_t *take_block(size_t whole) {
+    small_blocks_t *blocks = small_blocks_of(whole);
+    if (blocks == nullptr) return static_cast<block_header_t *>(calloc(1, whole));
+    block_header_t *header = blocks->free_list;
+    if (header == nullptr) {
+        header = static_cast<block_header_t *>(blocks->slabs.cut((whole + size_unit - 1) / size_unit * size_unit));
+        if (header == nullptr) return nullptr;
+    } else {
+        blocks->free_list = header->next_free;
+        memset(header, 0, whole);
+    }
+    blocks->live += 1;
+    return header;
+}
+
+void give_block_back(block_header_t *header) {
+    small_blocks_t *blocks = small_blocks_of(sizeof(*header) + header->size);
+    if (blocks == nullptr) return free(header);
+    header->next_free = blocks->free_list;
+    blocks->free_list = header;
+    if (--blocks->live != 0) return;
+    blocks->slabs.clear();
+    blocks->free_list = nullptr;
+}
 
 constexpr uint32_t chain_count = 128; /* a power of two above the tags in use, which then never share a chain */
 account_t *accounts[chain_count];
@@ -53,9 +104,10 @@ void *host_block_alloc(uint32_t tag, size_t size) {
     if (__builtin_add_overflow(size, sizeof(block_header_t), &whole)) return nullptr;
     account_t *account = account_get(tag);
     if (account == nullptr) return nullptr;
-    auto *header = static_cast<block_header_t *>(calloc(1, whole));
+    block_header_t *header = take_block(whole);
     if (header == nullptr) return nullptr;
-    *header = {account, size};
+    header->account = account;
+    header->size = size;
     account->blocks += 1;
     account->bytes += size;
     host_live.memory_blocks += 1;
@@ -78,7 +130,7 @@ void fwx_free_named(void *ptr) {
     header->account->bytes -= header->size;
     host_live.memory_blocks -= 1;
     host_live.memory_bytes -= header->size;
-    free(header);
+    give_block_back(header);
 }
 
 void *fwx_memcpy(void *dst, const void *src, size_t size) {

@@ -15,6 +15,7 @@
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
+#include "host/runtime/slabs.h"
 #include "platform/runtime.h"
 
 namespace {
@@ -46,13 +47,18 @@ uint64_t *cap_of(const char *name) {
 
 }  // namespace
 
+struct slab_t {
+    unsigned char *begin;
+    size_t bytes; /* that elements take */
+};
+
 struct fwx_chunk {
     const uint64_t *cap;
-    size_t stride; /* of an element with its header */
-    uint32_t slab_elements;
-    uint32_t uncarved;     /* elements of the newest slab that were never handed out */
-    unsigned char *newest; /* slab */
-    unsigned char **slabs; /* in the order of their addresses */
+    size_t stride;           /* of an element with its header */
+    uint32_t slab_elements;  /* of the first slabs; later ones are as large as a huge page */
+    unsigned char *uncarved; /* what of the newest slab was never handed out */
+    unsigned char *newest_end;
+    slab_t *slabs; /* in the order of their addresses */
     uint32_t slab_count;
     uint32_t slab_room; /* in `slabs` */
     element_header_t *free_list;
@@ -79,7 +85,7 @@ fwx_chunk_t *pool_create(const char *name, size_t element_size, uint32_t count, 
 void pool_destroy(fwx_chunk_t *pool, bool is_plain) {
     if (pool == nullptr) return;
     if (pool->is_plain != is_plain) host_errors.bad_frees += 1;
-    std::for_each_n(pool->slabs, pool->slab_count, free);
+    std::for_each_n(pool->slabs, pool->slab_count, [](const slab_t &slab) { host_slab_free(slab.begin, slab.bytes); });
     free(pool->slabs);
     host_live.pool_elements -= pool->out;
     host_live.pools -= 1;
@@ -87,14 +93,16 @@ void pool_destroy(fwx_chunk_t *pool, bool is_plain) {
 }
 
 /** Where the first slab behind `address` stands, or would stand. */
-unsigned char **slab_behind(const fwx_chunk_t *pool, const void *address) {
-    return std::upper_bound(pool->slabs, pool->slabs + pool->slab_count, address, std::less<const void *>());
+slab_t *slab_behind(const fwx_chunk_t *pool, const void *address) {
+    return std::upper_bound(
+        pool->slabs, pool->slabs + pool->slab_count, address,
+        [](const void *at, const slab_t &slab) { return std::less<const void *>()(at, slab.begin); });
 }
 
 bool make_room_for_slab(fwx_chunk_t *pool) {
     if (pool->slab_count < pool->slab_room) return true;
     const uint32_t room = std::max(8U, pool->slab_room * 2);
-    auto **grown = static_cast<unsigned char **>(realloc(pool->slabs, room * sizeof(*pool->slabs)));
+    auto *grown = static_cast<slab_t *>(realloc(pool->slabs, room * sizeof(*pool->slabs)));
     if (grown == nullptr) return false;
     pool->slabs = grown;
     pool->slab_room = room;
@@ -103,14 +111,17 @@ bool make_room_for_slab(fwx_chunk_t *pool) {
 
 bool grow(fwx_chunk_t *pool) {
     if (!make_room_for_slab(pool)) return false;
-    auto *slab = static_cast<unsigned char *>(calloc(pool->slab_elements, pool->stride));
-    if (slab == nullptr) return false;
-    unsigned char **place = slab_behind(pool, slab);
+    constexpr uint32_t first_slabs = 4;
+    const size_t least = pool->slab_count < first_slabs ? 1 : host_huge_page_bytes / pool->stride;
+    const size_t bytes = std::max<size_t>(pool->slab_elements, least) * pool->stride;
+    auto *begin = static_cast<unsigned char *>(host_slab_alloc(bytes));
+    if (begin == nullptr) return false;
+    slab_t *place = slab_behind(pool, begin);
     std::copy_backward(place, pool->slabs + pool->slab_count, pool->slabs + pool->slab_count + 1);
-    *place = slab;
+    *place = {begin, bytes};
     pool->slab_count += 1;
-    pool->newest = slab;
-    pool->uncarved = pool->slab_elements;
+    pool->uncarved = begin;
+    pool->newest_end = begin + bytes;
     return true;
 }
 
@@ -120,10 +131,10 @@ element_header_t *take(fwx_chunk_t *pool) {
         pool->free_list = header->next_free;
         return header;
     }
-    if (pool->uncarved == 0 && !grow(pool)) return nullptr;
-    const size_t index = pool->slab_elements - pool->uncarved;
-    pool->uncarved -= 1;
-    return reinterpret_cast<element_header_t *>(pool->newest + index * pool->stride);
+    if (pool->uncarved == pool->newest_end && !grow(pool)) return nullptr;
+    auto *header = reinterpret_cast<element_header_t *>(pool->uncarved);
+    pool->uncarved += pool->stride;
+    return header;
 }
 
 }  // namespace
@@ -168,12 +179,12 @@ void chunk_free(fwx_chunk_t *pool, void *element) {
 /* A header is read only where the address is that of an element of a slab of this pool. */
 uint32_t fwx_chunk_owns(fwx_chunk_t *pool, const void *element) {
     if (pool == nullptr) return 0;
-    unsigned char *const *behind = slab_behind(pool, element);
+    const slab_t *behind = slab_behind(pool, element);
     if (behind == pool->slabs) return 0;
-    const unsigned char *slab = behind[-1];
-    const size_t offset = reinterpret_cast<uintptr_t>(element) - reinterpret_cast<uintptr_t>(slab);
-    if (offset >= pool->stride * pool->slab_elements || offset % pool->stride != sizeof(element_header_t)) return 0;
-    const auto *header = reinterpret_cast<const element_header_t *>(slab + offset) - 1;
+    const slab_t &slab = behind[-1];
+    const size_t offset = reinterpret_cast<uintptr_t>(element) - reinterpret_cast<uintptr_t>(slab.begin);
+    if (offset >= slab.bytes || offset % pool->stride != sizeof(element_header_t)) return 0;
+    const auto *header = reinterpret_cast<const element_header_t *>(slab.begin + offset) - 1;
     return header->state == element_state_t::OUT ? 1 : 0;
 }
 

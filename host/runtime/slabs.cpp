@@ -1,0 +1,72 @@
+#include "host/runtime/slabs.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+constexpr size_t least_slab_bytes = 4096;
+
+#ifdef ADDRESS_SANITIZER /* it finds the ends, and the owners, of what malloc gave */
+constexpr size_t largest_malloc_bytes = SIZE_MAX;
+#else
+constexpr size_t largest_malloc_bytes = host_huge_page_bytes / 2;
+#endif
+
+size_t whole_pages(size_t size) {
+    return (size + host_huge_page_bytes - 1) / host_huge_page_bytes * host_huge_page_bytes;
+}
+
+/** Huge pages are those of addresses that are multiples of their size: more is mapped, and the ends are given back. */
+void *map_pages(size_t size) {
+    const size_t mapped = size + host_huge_page_bytes;
+    void *all = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (all == MAP_FAILED) return nullptr;
+    auto *begin = static_cast<char *>(all);
+    const size_t before = (host_huge_page_bytes - reinterpret_cast<uintptr_t>(all)) % host_huge_page_bytes;
+    if (before != 0) munmap(begin, before);
+    munmap(begin + before + size, mapped - before - size);
+    madvise(begin + before, size, MADV_HUGEPAGE); /* small pages do as well */
+    return begin + before;
+}
+
+}  // namespace
+
+void *host_slab_alloc(size_t size) {
+    if (size <= largest_malloc_bytes) return std::calloc(1, size);
+    return size > SIZE_MAX - 2 * host_huge_page_bytes ? nullptr : map_pages(whole_pages(size));
+}
+
+void host_slab_free(void *slab, size_t size) {
+    if (size <= largest_malloc_bytes) return std::free(slab);
+    if (slab != nullptr) munmap(slab, whole_pages(size));
+}
+
+struct slabs_t::slab_t {
+    slab_t *older;
+    size_t size;
+};
+
+bool slabs_t::grow() {
+    const bool is_large = bytes_ >= host_huge_page_bytes;
+    const size_t size = is_large ? host_huge_page_bytes : std::max<size_t>(bytes_ / 8, least_slab_bytes);
+    auto *slab = static_cast<slab_t *>(host_slab_alloc(size));
+    if (slab == nullptr) return false;
+    *slab = {newest_, size};
+    newest_ = slab;
+    bytes_ += size;
+    next_ = reinterpret_cast<char *>(slab + 1);
+    end_ = reinterpret_cast<char *>(slab) + size;
+    return true;
+}
+
+void slabs_t::clear() {
+    while (newest_ != nullptr) {
+        slab_t *slab = newest_;
+        newest_ = slab->older;
+        host_slab_free(slab, slab->size);
+    }
+    *this = {};
+}
