@@ -23,8 +23,10 @@ uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_r
 
 uint32_t rules_t::basic_restore(const indexed_rule_t &rule) {
     const rule_key_t key{rule.rule_id, rule.domain_id};
-    if (basic.get(key)) return FWX_NAT64_MODEL_ERR_EXISTS;
-    return indices.take(rule.index) ? enter(key, rule.index) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (basic.count(key) != 0) return FWX_NAT64_MODEL_ERR_EXISTS;
+    if (!indices.take(rule.index)) return FWX_NAT64_MODEL_ERR_VALUE;
+    basic.emplace(key, rule.index);
+    return by_index.add(rule.index, rule);
 }
 
 uint32_t rules_t::basic_remove(const indexed_rule_t &rule) {
@@ -46,27 +48,20 @@ uint32_t rules_t::default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
     }
 }
 
-uint32_t rules_t::enter(const rule_key_t &key, uint32_t index) {
-    const uint32_t result = basic.add(key, index);
-    return result == 0 ? by_index.add(index, {index, key.first, key.second}) : result;
-}
-
 /* The index of a rule that is there already is given too: the client installs the rule whatever the result says. */
 uint32_t rules_t::add(const rule_key_t &key, uint32_t *index) {
-    if (const std::optional<uint32_t> present = basic.get(key)) {
-        *index = *present;
-        return FWX_NAT64_MODEL_ERR_EXISTS;
-    }
-    *index = indices.lowest();
+    const auto [place, is_new] = basic.emplace(key, indices.lowest());
+    *index = place->second;
+    if (!is_new) return FWX_NAT64_MODEL_ERR_EXISTS;
     indices.take(*index);
-    return enter(key, *index);
+    return by_index.add(*index, {*index, key.first, key.second});
 }
 
 uint32_t rules_t::remove(const rule_key_t &key, uint32_t *index) {
-    const std::optional<uint32_t> present = basic.get(key);
-    if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
-    *index = *present;
-    by_index.erase(*index);
+    const auto present = basic.find(key);
+    if (present == basic.end()) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    *index = present->second;
+    basic.erase(present);
     indices.release(*index);
-    return basic.erase(key);
+    return by_index.erase(*index);
 }

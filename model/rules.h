@@ -2,6 +2,8 @@
 #ifndef MODEL_RULES_H
 #define MODEL_RULES_H
 
+#include <functional>
+#include <unordered_map>
 #include <utility>
 
 #include "fwx_nat64/wire.h"
@@ -10,6 +12,11 @@
 #include "model/table.h"
 
 using rule_key_t = std::pair<uint32_t, uint32_t>; /* Rule ID, Domain ID */
+struct rule_key_hash_t {
+    size_t operator()(const rule_key_t &key) const {
+        return std::hash<uint64_t>()(uint64_t{key.first} << 32 | key.second);
+    }
+};
 
 struct indexed_rule_t {
     uint32_t index;
@@ -18,8 +25,8 @@ struct indexed_rule_t {
 };
 
 struct rules_t {
-    table_t<rule_key_t, uint32_t> basic;        /* index of the rule */
-    table_t<uint32_t, indexed_rule_t> by_index; /* the same rules */
+    std::unordered_map<rule_key_t, uint32_t, rule_key_hash_t> basic; /* index of the rule */
+    table_t<uint32_t, indexed_rule_t> by_index;                      /* the same rules */
     table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
     bool orders_cleanup = false; /* with the delete of the last basic rule */
 
@@ -36,7 +43,6 @@ struct rules_t {
 private:
     indices_t indices;
 
-    uint32_t enter(const rule_key_t &key, uint32_t index);
     uint32_t add(const rule_key_t &key, uint32_t *index);
     uint32_t remove(const rule_key_t &key, uint32_t *index);
 };

@@ -159,7 +159,7 @@ fwx_nat64_stats_sys_entry_t totals_of(const model_state_t &model) {
             config.pools.pools.entries.size(),
             config.pools.ranges.entries.size(),
             config.loggings.loggings.entries.size(),
-            config.rules.basic.entries.size() + config.rules.defaults.entries.size(),
+            config.rules.basic.size() + config.rules.defaults.entries.size(),
             config.sessions.size()};
 }
 

@@ -12,7 +12,9 @@ struct table_t {
     std::map<key_t, value_t> entries;
 
     uint32_t add(const key_t &key, const value_t &value) {
-        return entries.emplace(key, value).second ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
+        const size_t before = entries.size();
+        entries.emplace_hint(entries.end(), key, value); /* keys mostly ascend */
+        return entries.size() != before ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
     }
     /** Adds, or replaces what is there. */
     uint32_t set(const key_t &key, const value_t &value) {

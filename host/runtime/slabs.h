@@ -25,9 +25,7 @@ public:
         return piece;
     }
     void clear();
-    uint64_t byte_count() const {
-        return bytes_;
-    }
+    uint64_t byte_count() const { return bytes_; }
 
 private:
     struct slab_t;

@@ -78,8 +78,12 @@ private:
         } catch (const help_request_t &help) {
             output_.note(help.text);
         }
-        finish_down_to(is_shell_ ? 0 : options_.pipeline - 1);
-        if (is_shell_) output_.flush();
+        if (is_shell_) {
+            finish_down_to(0);
+            output_.flush();
+        } else if (started_.size() >= options_.pipeline) {
+            finish_down_to(options_.pipeline / 2); /* many at a time: one by one, each would wake both processes */
+        }
     }
 
     bool was_interrupted() const { return interrupt_.has_value() && interrupt_->is_raised(); }

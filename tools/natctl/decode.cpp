@@ -31,44 +31,52 @@ std::string prefix_text(const uint8_t *at) {
     return address_text(AF_INET6, bytes) + "/" + std::to_string(at[offsetof(fwx_nat64_prefix_t, prefix_len)]);
 }
 
-json_t operation_json(uint64_t op) {
-    const char *name = record_operation_name(op);
-    return name == nullptr ? json_t(op) : json_t(name);
-}
-
-json_t field_json(const wire_field_t &field, const uint8_t *at) {
+/** Calls `use` with the field's value: a number, a truth, or a text that needs no escapes in JSON. */
+template <typename use_t>
+auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
     switch (field.kind) {
         case wire_kind_t::number:
         case wire_kind_t::code:
-            return wire_read(at, field.width);
+            break;
         case wire_kind_t::flag:
-            return wire_read(at, field.width) != 0;
+            return use(wire_read(at, field.width) != 0);
         case wire_kind_t::hex:
-            return hex_number(wire_read(at, field.width));
+            return use(hex_number(wire_read(at, field.width)));
         case wire_kind_t::operation:
-            return operation_json(wire_read(at, field.width));
+            if (const char *name = record_operation_name(wire_read(at, field.width))) return use(std::string(name));
+            break;
         case wire_kind_t::bytes:
-            return hex_digits(at, field.width);
+            return use(hex_digits(at, field.width));
         case wire_kind_t::ipv4:
-            return address_text(AF_INET, at);
+            return use(address_text(AF_INET, at));
         case wire_kind_t::ipv4_swapped:
-            return swapped_address_text(AF_INET, at, field.width);
+            return use(swapped_address_text(AF_INET, at, field.width));
         case wire_kind_t::ipv6_swapped:
-            return swapped_address_text(AF_INET6, at, field.width);
+            return use(swapped_address_text(AF_INET6, at, field.width));
         case wire_kind_t::address:
-            return record_address_text(at);
+            return use(record_address_text(at));
         case wire_kind_t::prefix:
-            return prefix_text(at);
+            return use(prefix_text(at));
     }
-    return nullptr;
+    return use(wire_read(at, field.width));
 }
+
+/** Writes values as JSON has them. */
+struct json_writer_t {
+    std::string &out;
+
+    void operator()(uint64_t number) const { out += std::to_string(number); }
+    void operator()(bool is_true) const { out += is_true ? "true" : "false"; }
+    void operator()(const std::string &text) const { out.append("\"").append(text).append("\""); }
+};
 
 /** The fields that lie within `size` bytes. */
 json_t fields_json(const wire_field_t *fields, size_t field_count, const uint8_t *base, size_t size) {
     json_t object = json_t::object();
     for (size_t i = 0; i < field_count; ++i) {
         const wire_field_t &field = fields[i];
-        if (size_t{field.offset} + field.width <= size) object[field.name] = field_json(field, base + field.offset);
+        if (size_t{field.offset} + field.width <= size)
+            object[field.name] = use_value(field, base + field.offset, [](const auto &value) { return json_t(value); });
     }
     return object;
 }
@@ -148,6 +156,22 @@ json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count) {
         rows.push_back(fields_json(reply->entry_fields, reply->entry_field_count, at, reply->entry_size));
     }
     return rows;
+}
+
+void append_entry_lines(std::string &lines, const std::string &members, uint16_t msgno, const void *entries,
+                        uint32_t count) {
+    const wire_message_t *reply = describe_reply(msgno);
+    if (reply == nullptr) return;
+    const auto *at = static_cast<const uint8_t *>(entries);
+    for (uint32_t i = 0; i < count; ++i, at += reply->entry_size) {
+        lines.append("{").append(members);
+        for (size_t n = 0; n < reply->entry_field_count; ++n) {
+            const wire_field_t &field = reply->entry_fields[n];
+            lines.append(",\"").append(field.name).append("\":");
+            use_value(field, at + field.offset, json_writer_t{lines});
+        }
+        lines += "}\n";
+    }
 }
 
 size_t entry_bytes(uint16_t msgno) {

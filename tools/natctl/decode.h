@@ -24,6 +24,9 @@ std::string message_text(const json_t &message);
 
 /** The entries of a reply with that message number, as an array of rows. */
 json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count);
+/** Appends a line for each entry: a JSON object with `members`, as text, before the entry's own. */
+void append_entry_lines(std::string &lines, const std::string &members, uint16_t msgno, const void *entries,
+                        uint32_t count);
 /** Bytes of each of them. */
 size_t entry_bytes(uint16_t msgno);
 /** Appends an array of rows to `rows`, which may be null. */

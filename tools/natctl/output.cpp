@@ -212,6 +212,14 @@ void output_t::print_csv(const outcome_t &of, const json_t &rows) {
     }
 }
 
+void output_t::stream_entries(const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count) {
+    if (format_ != format_t::jsonl) return stream_rows(of, decode_entries(msgno, entries, count));
+    const std::string label = label_json(of).dump();
+    std::string lines;
+    append_entry_lines(lines, label.substr(1, label.size() - 2), msgno, entries, count);
+    answers_ << lines << std::flush;
+}
+
 void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
     is_table_refused_ = is_table_refused_ || is_other_table(of, rows);
     if (is_table_refused_) return;

@@ -23,8 +23,9 @@ public:
 
     /** Returns the outcome's status, or the one of an answer that could not be given. */
     status_t report(const outcome_t &outcome);
-    /** Rows that arrived before the outcome of their command; not for JSON, which has them in the outcome. */
-    void stream_rows(const outcome_t &of, const json_t &rows);
+    /** Entries of a reply that arrived before the outcome of their command; not for JSON, which has them in the
+     * outcome. They come by the million: as lines of JSON they are written without being made into documents. */
+    void stream_entries(const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count);
     /** `serving alpha`: an answer before the outcome of its command. */
     void announce(const outcome_t &of, const char *word, const std::string &name);
     /** An answer that is a text in every format. */
@@ -44,6 +45,7 @@ private:
     void print_heading(const outcome_t &outcome);
     void print_object(const json_t &object);
     void print_rows(const json_t &rows);
+    void stream_rows(const outcome_t &of, const json_t &rows);
     void print_csv(const outcome_t &of, const json_t &rows);
     void clear_progress();
 

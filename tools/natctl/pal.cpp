@@ -144,8 +144,10 @@ pal_t::call_id_t pal_t::start(const command_t &command, uint32_t line) {
 
 outcome_t pal_t::finish(call_id_t id) {
     call_t &call = calls_.at(id);
+    /* Its answer came while another command was settled: then the loop has run already. */
+    const bool has_answer = call.awaited && call.answered && call.outcome.status == status_t::ok;
     if (!options_.dry_run) settle(call);
-    fwx_host_loop_run_until_idle(loop_.get());
+    if (!has_answer) fwx_host_loop_run_until_idle(loop_.get());
     outcome_t outcome = call.outcome;
     const bool is_final = call.answered || call.cut_off || options_.dry_run;
     if (!call.answered && !options_.dry_run) {

@@ -81,7 +81,8 @@ struct command_t {
 class pal_t {
 public:
     using note_fn_t = std::function<void(const std::string &)>;
-    using rows_fn_t = std::function<void(const outcome_t &of, const json_t &rows)>;
+    /** Gets entries of a reply with that message number, which live during the call. */
+    using rows_fn_t = std::function<void(const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count)>;
     using call_id_t = uintptr_t;
 
     /** `note` gets everything that is no answer. */

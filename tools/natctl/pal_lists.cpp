@@ -65,11 +65,10 @@ void pal_t::take_rows(call_t &call, const page_t &page, uint32_t count) {
         call.outcome.data = call.list->row(page.entries);
         return;
     }
+    const bool streams = page.msgno == FWX_NAT64_MSG_SESSION_WALK && rows_ && count != 0;
+    if (streams) return rows_(call.outcome, page.msgno, page.entries, count);
     json_t rows = decode_entries(page.msgno, page.entries, count);
-    const bool streams = page.msgno == FWX_NAT64_MSG_SESSION_WALK && rows_ && !rows.empty();
-    if (streams) {
-        rows_(call.outcome, rows);
-    } else if (page.msgno == FWX_NAT64_MSG_STATS_SYS && !rows.empty()) {
+    if (page.msgno == FWX_NAT64_MSG_STATS_SYS && !rows.empty()) {
         call.outcome.data = std::move(rows.front());
     } else {
         append_rows(call.outcome.data, std::move(rows));
