@@ -79,13 +79,16 @@ uint32_t close_file() {
     const bool is_closed = close(file.fd) == 0;
     const auto close_failure = static_cast<uint32_t>(is_closed ? 0 : errno);
     file = {};
+    capture_is_open = false;
     return failure != 0 ? failure : close_failure;
 }
 
 }  // namespace
 
+bool capture_is_open = false;
+
 void capture_write(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size) {
-    if (file.fd < 0 || file.failure != 0) return;
+    if (file.failure != 0) return;
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const size_t kept_size = std::min(size, size_t{largest_packet - pseudo_header_size});
@@ -108,6 +111,7 @@ uint32_t fwx_host_capture_open(const char *path) {
     if (file.fd >= 0) return EBUSY;
     file.fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, file_mode);
     if (file.fd < 0) return static_cast<uint32_t>(errno);
+    capture_is_open = true;
     file_header_t header;
     iovec part = {&header, sizeof(header)};
     append(&part, 1);

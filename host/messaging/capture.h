@@ -10,7 +10,9 @@
 /** Whether a message is sent and goes its way, or the sender waits for the answer to it. */
 enum class exchange_t : uint8_t { async = 0, sync = 1 };
 
-/** Writes a message to the capture file, if one is open. */
+[[gnu::visibility("hidden")]] extern bool capture_is_open;
+
+/** Writes a message to the capture file. Requires capture_is_open. */
 void capture_write(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
 
 #endif

@@ -19,11 +19,10 @@ static_assert(smallest_class_bytes << (class_count - 1) == message_limit);
 message_t *free_messages[class_count];
 
 uint32_t class_of(size_t size) {
-    uint32_t size_class = 0;
-    while (smallest_class_bytes << size_class < size) {
-        ++size_class;
-    }
-    return size_class;
+    constexpr int smallest_class_leading_zeros = 57; /* of smallest_class_bytes */
+    return size <= smallest_class_bytes
+               ? 0
+               : static_cast<uint32_t>(smallest_class_leading_zeros + 1 - __builtin_clzll(size - 1));
 }
 
 }  // namespace
@@ -38,7 +37,6 @@ message_t *message_alloc(size_t size) {
         message = static_cast<message_t *>(aligned_alloc(alignof(message_t), sizeof(message_t) + class_bytes));
         if (message == nullptr) return nullptr;
     }
-    *message = {};
     message->owner = message_owner_t::CHANNEL;
     message->capacity = static_cast<uint32_t>(size);
     message->size = static_cast<uint32_t>(size);
