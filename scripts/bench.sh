@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Runs all benchmarks on a quiet machine and prints what they measure as one table: what, under which name, how much. Draws
+# cost against commands outstanding and against rules as DIR/outstanding.png and DIR/rules.png.
+# usage: bench.sh [DIR]   docs/bench without it
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/packages.sh
+
+dir=${1:-docs/bench}
+need_packages "${build_packages[@]}" libbenchmark-dev libzmq3-dev libnng-dev pkgconf valgrind gnuplot-nox jq
+say "building (preset release)"
+cmake --preset release >/dev/null
+cmake --build --preset release | tail -n 1
+mkdir -p "$dir"
+
+work=$(mktemp -d)
+server=
+finish() {
+  [[ -z $server ]] || kill "$server" 2>/dev/null || true
+  rm -rf "$work"
+}
+trap finish EXIT
+natctl=build/release/tools/natctl
+export XDG_RUNTIME_DIR=$work
+
+row() { printf '%-10s  %-46s  %s\n' "$1" "$2" "$3"; }
+
+# One of Google Benchmark's programs, as `NAME ARGUMENT NANOSECONDS` for each unit of work.
+measure() { # PROGRAM FILTER
+  "build/release/bench/$1" --benchmark_filter="$2" --benchmark_format=json 2>/dev/null |
+    jq -r '.benchmarks[] | [(.name | sub("/manual_time"; "") | sub("/[0-9]+$"; "")),
+      (.name | sub("/manual_time"; "") | capture("/(?<n>[0-9]+)$").n),
+      ((.per_command // .per_rule // empty | . * 1e9) // .real_time)] | @tsv'
+}
+
+rows_of() { # GROUP FILE UNIT
+  local name count ns
+  while IFS=$'\t' read -r name count ns; do
+    row "$1" "${name#one_way/}, $count $3" "$(printf '%.0f ns' "$ns")"
+  done <"$2"
+}
+
+# Processor seconds of two processes while the second one works.
+processor_seconds() { # SERVER COMMAND...
+  local pid=$1 before after own
+  shift
+  before=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
+  own=$({ TIMEFORMAT='%U %S'; time "$@" >/dev/null 2>&1; } 2>&1)
+  after=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
+  awk -v own="$own" -v ticks=$((after - before)) -v hz="$(getconf CLK_TCK)" \
+    'BEGIN { split(own, t, " "); printf "%.2f s", t[1] + t[2] + ticks / hz }'
+}
+
+say "instructions"
+scripts/instructions.sh | sed -n 's/^\(the library.*\|all, .*\): \([0-9]*\)$/\1\t\2/p' >"$work/instructions"
+say "commands"
+measure command_bench . >"$work/commands"
+say "channels"
+build/release/bench/channel_bench >"$work/channels"
+say "rules"
+measure rule_bench 'rule_|rib6' >"$work/rules"
+say "natctl"
+awk 'BEGIN { for (i = 1; i <= 1000000; ++i) printf "mapt bmr add --rule %d --domain 1 --v6 2001:%x:%x::/48 --v4 %d.%d.%d.%d/28\n",
+  i, int(i / 65536) + 1, i % 65536, int(i / 1048576) + 16, int(i / 4096) % 256, int(i / 16) % 256, i % 16 * 16 }' \
+  >"$work/lines"
+"$natctl" serve bench >/dev/null 2>&1 &
+server=$!
+until [[ -S $work/fwx_host/bench ]]; do :; done
+batch=$(processor_seconds "$server" "$natctl" --connect bench --quiet --pipeline 64 batch "$work/lines")
+printf 'server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
+walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)
+
+say "measured $(date -u +%F) on $(nproc) processors, $(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)"
+row group what measured
+while IFS=$'\t' read -r what count; do row counted "$what" "$count"; done <"$work/instructions"
+rows_of command "$work/commands" outstanding
+awk 'NR > 1 { printf "%-10s  %-46s  %s us one at a time, %s k/s with 64\n", "channel", $1 ", " $2 " processors, " $3, $(NF - 1), $NF }' \
+  "$work/channels"
+rows_of rule "$work/rules" rules
+row natctl "a batch of 1,000,000 rules, both processes" "$batch of processor"
+row natctl "a walk of 1,000,000 sessions as lines of JSON" "$(awk -v s="$walk" 'BEGIN { printf "%.0f k/s", 1000 / s }')"
+
+gnuplot <<END
+set terminal pngcairo size 800,480
+set logscale x
+set yrange [0:]
+set key left top
+set ylabel "nanoseconds"
+set datafile separator "\t"
+set output "$dir/outstanding.png"
+set xlabel "commands outstanding"
+plot "< grep call_to $work/commands" using 2:3 with linespoints title "a call, to the hand-over of its message", \
+     "< grep reply_to $work/commands" using 2:3 with linespoints title "a reply, to its callback"
+set output "$dir/rules.png"
+set xlabel "rules"
+plot "< grep ^rule_install $work/rules" using 2:3 with linespoints title "a rule installed", \
+     "< grep ^rule_delete $work/rules" using 2:3 with linespoints title "a rule deleted", \
+     "< grep ^rule_longest $work/rules" using 2:3 with linespoints title "a longest match"
+END
+say "done in $SECONDS s"
