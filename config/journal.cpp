@@ -120,7 +120,18 @@ journal_t::~journal_t() {
 std::string journal_t::open(const read_fn_t &read) {
     std::string error = lock();
     if (error.empty()) error = load(read);
-    return error.empty() ? rewrite() : error;
+    if (!error.empty()) return error;
+    error = rewrite();
+    if (error.empty() || is_torn_ || !can_go_on()) return error;
+    warning_ = error;
+    return "";
+}
+
+/** Opens the file that was there, if groups can stand behind it. */
+bool journal_t::can_go_on() {
+    if (!is_found_ || dropped_lines_ != 0) return false;
+    fd_ = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+    return fd_ >= 0;
 }
 
 std::string journal_t::lock() {
@@ -137,7 +148,10 @@ std::string journal_t::load(const read_fn_t &read) {
     const bool is_known = fd >= 0 && fstat(fd, &status) == 0;
     std::string error = is_known || errno == ELOOP ? path_ + ": not a regular file" : failure(path_);
     if (is_known && S_ISREG(status.st_mode)) {
+        is_found_ = true;
         mode_ = status.st_mode & 07777;
+        bytes_ = static_cast<uint64_t>(status.st_size);
+        rewrite_at_ = std::max(2 * bytes_, least_rewrite_bytes);
         std::string text;
         const bool is_read = read_file(fd, format_, text);
         const bool is_ours = text.compare(0, format_.size(), format_) == 0;
@@ -170,7 +184,14 @@ std::string journal_t::take_groups(std::string_view text, const read_fn_t &read)
                " on are not those that were written";
     }
     dropped_lines_ = groups.count();
+    if (dropped_lines_ != 0) keep_damaged();
     return "";
+}
+
+void journal_t::keep_damaged() const {
+    const std::string name = path_ + ".damaged";
+    unlink(name.c_str());
+    static_cast<void>(link(path_.c_str(), name.c_str()) == 0); /* without it the lines are left out all the same */
 }
 
 void journal_t::append(std::string_view line) {
@@ -181,13 +202,25 @@ void journal_t::append(std::string_view line) {
 
 std::string journal_t::commit() {
     if (!is_unsaved()) return "";
+    if (is_torn_) return try_again();
     const uint64_t appended_bytes = bytes_ + group_.size();
-    if (!is_torn_ && appended_bytes <= rewrite_at_) return append_group();
-    std::string error = rewrite();
-    if (is_torn_ || error.empty()) return error;
+    if (appended_bytes <= rewrite_at_) return append_group();
+    warning_ = rewrite();
+    if (is_torn_ || warning_.empty()) return warning_;
     /* There may be no room for a second file where there is some for a group. */
     rewrite_at_ = 2 * appended_bytes;
     return append_group();
+}
+
+/** Writes a snapshot after a failure. */
+std::string journal_t::try_again() {
+    constexpr std::chrono::milliseconds long_time{10};
+    const auto start = std::chrono::steady_clock::now();
+    if (start < retry_at_) return last_error_;
+    last_error_ = rewrite();
+    const auto end = std::chrono::steady_clock::now();
+    retry_at_ = end - start < long_time ? end : end + 10 * (end - start);
+    return last_error_;
 }
 
 std::string journal_t::append_group() {

@@ -15,6 +15,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -36,23 +37,28 @@ public:
 
     /**
      * Takes the lock, hands over every line that was committed, and writes a snapshot, which shows that changes can be
-     * kept; a file that is not there is made, with mode 0600. To be called once.
+     * kept; a file that is not there is made, with mode 0600. Where there is room for no snapshot beside the file, it
+     * goes on behind the groups that are there, with a warning. To be called once.
      * @return what went wrong, with the file's name; empty when nothing did. The file is as it was then, though lines
      *         may have been handed over. Wrong are: a journal that another process has, anything but a regular file of
      *         this format, damage before its last group, a line that `read` does not take, and every failure to read or
      *         write.
      */
     std::string open(const read_fn_t &read);
-    /** Lines of a group that was not committed, which open left out. */
+    /** Lines at the end that are no whole group, which open left out: most likely nobody was told that they were
+     * committed. If there are any, the file as it was is kept as FILE.damaged. */
     uint64_t dropped_lines() const { return dropped_lines_; }
+    /** Why the last snapshot that was due could not be written, while groups still can; empty: it could. */
+    const std::string &warning() const { return warning_; }
 
     /** Adds a line to the group that the next commit writes. */
     void append(std::string_view line);
     /** Whether a commit has something to do: lines were appended, or the last commit failed. */
     bool is_unsaved() const { return group_lines_ != 0 || is_torn_; }
     /**
-     * Brings what was appended to the disk. Writes a new snapshot instead when the groups behind the last one have
-     * become longer than it is, and after a failure.
+     * Brings what was appended to the disk. Writes a new snapshot instead when the file, if it is longer than 64 KiB,
+     * has become twice as long as its last one, or the last try, and after a failure. Of a snapshot that took long to
+     * fail there is no next one for ten times as long.
      * @return what went wrong, with the file's name; empty when everything that was ever appended is on disk.
      */
     std::string commit();
@@ -61,8 +67,11 @@ private:
     std::string lock();
     std::string load(const read_fn_t &read);
     std::string take_groups(std::string_view text, const read_fn_t &read);
+    void keep_damaged() const;
     std::string rewrite();
+    std::string try_again();
     std::string append_group();
+    bool can_go_on();
     /** What is said of a call that has just failed. */
     static std::string failure(const std::string &path);
 
@@ -77,7 +86,11 @@ private:
     uint64_t dropped_lines_ = 0;
     uint64_t bytes_ = 0;      /* of the file */
     uint64_t rewrite_at_ = 0; /* bytes of the file above which a snapshot is due */
-    bool is_torn_ = false;    /* what stands behind the last committed group is unknown: only a snapshot helps */
+    bool is_found_ = false;   /* there was a file */
+    std::string warning_;
+    std::string last_error_; /* of a snapshot, while the file is torn */
+    std::chrono::steady_clock::time_point retry_at_{};
+    bool is_torn_ = false; /* what stands behind the last committed group is unknown: only a snapshot helps */
 };
 
 #endif

@@ -11,7 +11,12 @@ public:
     explicit changes_t(outbox_t &replies) : outbox_(replies) {}
 
     uint64_t count() const { return count_; }
-    void journal_set(const fwx_nat64_model_journal_t &journal) { journal_ = journal; }
+    /** Returns as commit, which comes first. */
+    uint64_t journal_set(const fwx_nat64_model_journal_t &journal) {
+        const uint64_t unsaved = commit();
+        journal_ = journal;
+        return unsaved;
+    }
 
     /** Notes a change that was carried out. If there is a journal, its answer, and all after it, wait for commit. */
     void note(uint32_t op_code, const void *payload, size_t size) {
@@ -21,9 +26,10 @@ public:
         is_uncommitted_ = true;
         outbox_.hold_unsaved();
     }
-    /** Lets the answers out that wait, with what comes of keeping the changes. */
-    void commit() {
-        if (std::exchange(is_uncommitted_, false)) outbox_.release_unsaved(journal_.commit(journal_.arg));
+    /** Lets the answers out that wait, with what comes of keeping the changes. Returns how many of them say that it
+     * failed. */
+    uint64_t commit() {
+        return std::exchange(is_uncommitted_, false) ? outbox_.release_unsaved(journal_.commit(journal_.arg)) : 0;
     }
 
 private:

@@ -72,11 +72,11 @@ void fwx_nat64_model_t::observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *
 }
 
 void fwx_nat64_model_t::journal_set(const fwx_nat64_model_journal_t &journal) {
-    state_->changes.journal_set(journal);
+    state_->refused += state_->changes.journal_set(journal);
 }
 
 void fwx_nat64_model_t::commit() {
-    state_->changes.commit();
+    state_->refused += state_->changes.commit();
 }
 
 void fwx_nat64_model_t::hold() {

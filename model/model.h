@@ -60,7 +60,8 @@ struct fwx_nat64_model_journal_t {
     uint32_t (*commit)(void *arg);     /* brings all that to where it is kept; 0 or FWX_NAT64_MODEL_ERR_NOT_SAVED */
     void *arg;
 };
-/** Hears of each message that was answered with a code other than 0. `msg` lives during the call. */
+/** Hears of each message that was answered with a code other than 0, but for FWX_NAT64_MODEL_ERR_NOT_SAVED. `msg` lives
+ * during the call. */
 using fwx_nat64_model_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
 
 enum class fwx_nat64_model_order_t : uint8_t { in_order, reverse, shuffled };
@@ -167,8 +168,8 @@ public:
     void save(fwx_nat64_model_part_fn_t part, void *arg) const;
     /** Sets one part again; FWX_NAT64_MODEL_ERR_MALFORMED for a size that is not the op code's, else as a command. */
     uint32_t restore(uint32_t op_code, const void *payload, size_t size);
-    /** Keeps every change from now on in a journal. No answer to a change, nor any behind it, goes out before commit
-     * has returned; if that fails, the answers to changes say so. */
+    /** Keeps every change from now on in a journal. No asynchronous answer to a change, nor any behind
+     * it, goes out before commit has returned; if that fails, the answers to changes say so. */
     void journal_set(const fwx_nat64_model_journal_t &journal);
     /** To be called after each turn of the loop while there is a journal: commits what the turn has changed, and lets
      * its answers out. What synchronous commands change is not kept. */

@@ -29,16 +29,19 @@ void outbox_t::pass_on(uint64_t client, const void *msg, size_t size, uint64_t w
     if (place == delayed.begin()) arm();
 }
 
-void outbox_t::release_unsaved(uint32_t code) {
+uint64_t outbox_t::release_unsaved(uint32_t code) {
     is_saving = answers_change = false;
     std::vector<reply_t> replies = std::move(unsaved);
     unsaved.clear();
+    uint64_t failures = 0;
     for (reply_t &reply : replies) {
         if (code != 0 && reply.answers_change) {
             std::memcpy(&reply.bytes[offsetof(fwx_nat64_reply_t, result)], &code, sizeof code);
+            ++failures;
         }
         pass_on(reply.client, reply.bytes.data(), reply.bytes.size(), reply.walk);
     }
+    return failures;
 }
 
 void outbox_t::release(fwx_nat64_model_order_t order) {

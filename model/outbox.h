@@ -30,8 +30,8 @@ public:
     bool post(uint64_t client, const void *msg, size_t size, uint64_t walk = 0);
     /** Holds back what is posted from now on, the next one as the answer to a change. */
     void hold_unsaved() { is_saving = answers_change = true; }
-    /** Lets it out; with a `code` other than 0 as the result of each change. */
-    void release_unsaved(uint32_t code);
+    /** Lets it out; with a `code` other than 0 as the result of each change, of which the number is returned. */
+    uint64_t release_unsaved(uint32_t code);
     void hold() { holding = true; }
     void release(fwx_nat64_model_order_t order);
     void forget(uint64_t client);

@@ -38,6 +38,8 @@ constexpr bool has_small = false;
 constexpr bool has_small = true;
 #endif
 
+constexpr size_t given_back = SIZE_MAX; /* in place of the size of a small block */
+
 struct small_blocks_t {
     slabs_t slabs;
     block_header_t *free_list;
@@ -68,6 +70,7 @@ block_header_t *take_block(size_t whole) {
 void give_block_back(block_header_t *header) {
     small_blocks_t *blocks = small_blocks_of(sizeof(*header) + header->size);
     if (blocks == nullptr) return free(header);
+    header->size = given_back;
     header->next_free = blocks->free_list;
     blocks->free_list = header;
     if (--blocks->live != 0) return;
@@ -126,6 +129,10 @@ void *fwx_calloc_named(uint32_t tag, size_t count, size_t size) {
 void fwx_free_named(void *ptr) {
     if (ptr == nullptr) return;
     auto *header = static_cast<block_header_t *>(ptr) - 1;
+    if (header->size == given_back) {
+        host_errors.bad_frees += 1;
+        return;
+    }
     header->account->blocks -= 1;
     header->account->bytes -= header->size;
     host_live.memory_blocks -= 1;

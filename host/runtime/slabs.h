@@ -13,8 +13,8 @@ constexpr size_t host_huge_page_bytes = size_t{2} << 20;
 /** Takes what host_slab_alloc gave for this size; null is ignored. */
 [[gnu::visibility("hidden")]] void host_slab_free(void *slab, size_t size);
 
-/** Pieces of slabs, which go back all at once. Slabs grow with what there is, so that what is not used of the newest
- * one stays a small part. All zero: there is none. */
+/** Pieces of slabs, which go back all at once. Slabs grow with what there is, up to a huge page. All zero: there is
+ * none. */
 class slabs_t {
 public:
     /** The next `size` zeroed bytes, much less than a page, aligned to 16 if all sizes are; null when memory is out. */

@@ -1,87 +1,19 @@
 /* The journal under every failure of the calls that it makes, and killed at each of them. */
 #include "config/journal.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-namespace {
-
-/** What happens to one of the calls that the journal makes. */
-struct fault_t {
-    enum class kind_t { none, fails, dies, dies_after };
-    kind_t kind = kind_t::none;
-    int left = 0; /* calls until then */
-
-    bool is_now(kind_t wanted) { return kind == wanted && left == 0; }
-} fault;
-
-/** Carries a call out, or half of it, or not. */
-template <typename call_t>
-auto faulty(call_t call) -> decltype(call(false)) {
-    if (fault.kind == fault_t::kind_t::none) return call(false);
-    --fault.left;
-    if (fault.is_now(fault_t::kind_t::fails)) {
-        call(true);
-        errno = ENOSPC;
-        return -1;
-    }
-    if (fault.is_now(fault_t::kind_t::dies)) call(true);
-    if (fault.is_now(fault_t::kind_t::dies)) raise(SIGKILL);
-    const auto result = call(false);
-    if (fault.is_now(fault_t::kind_t::dies_after)) raise(SIGKILL);
-    return result;
-}
-
-}  // namespace
-
-extern "C" {
-int __real_open(const char *path, int flags, ...);
-ssize_t __real_write(int fd, const void *bytes, size_t size);
-int __real_fsync(int fd);
-int __real_fdatasync(int fd);
-int __real_rename(const char *from, const char *to);
-int __real_fchmod(int fd, mode_t mode);
-int __real_flock(int fd, int operation);
-
-int __wrap_open(const char *path, int flags, ...) {
-    va_list list;
-    va_start(list, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
-    va_end(list);
-    return faulty([=](bool cut) { return cut ? -1 : __real_open(path, flags, mode); });
-}
-/* A write that fails has written the half. */
-ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
-    return faulty([=](bool cut) { return __real_write(fd, bytes, cut ? size / 2 : size); });
-}
-int __wrap_fsync(int fd) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_fsync(fd); });
-}
-int __wrap_fdatasync(int fd) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_fdatasync(fd); });
-}
-int __wrap_rename(const char *from, const char *to) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_rename(from, to); });
-}
-int __wrap_fchmod(int fd, mode_t mode) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_fchmod(fd, mode); });
-}
-int __wrap_flock(int fd, int operation) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_flock(fd, operation); });
-}
-}
+#include "file_calls.h"
 
 namespace {
 
@@ -132,13 +64,15 @@ protected:
         std::filesystem::remove_all(directory_);
     }
 
-    std::string content() const {
-        std::ifstream file(path_);
+    static std::string content_of(const std::string &path) {
+        std::ifstream file(path);
         return {std::istreambuf_iterator<char>(file), {}};
     }
+    std::string content() const { return content_of(path_); }
     void write_file(const std::string &text) const { std::ofstream(path_) << text; }
     void start_anew() const {
         fault = {};
+        disk.count = 0;
         std::filesystem::remove_all(directory_);
         std::filesystem::create_directory(directory_);
     }
@@ -243,7 +177,9 @@ TEST_F(journal_test, one_byte_that_changed_is_an_error_or_in_the_last_group_and_
         keeper_t keeper(path_);
         EXPECT_EQ(keeper.open(), "") << length;
         EXPECT_EQ(keeper.lines.size(), lines.size() - 1);
-        EXPECT_EQ(keeper.journal().dropped_lines() != 0, length != last_group) << length;
+        const bool has_rest = length != last_group;
+        EXPECT_EQ(keeper.journal().dropped_lines() != 0, has_rest) << length;
+        EXPECT_EQ(has_rest ? content_of(path_ + ".damaged") : whole.substr(0, length), whole.substr(0, length));
     }
 }
 
@@ -265,6 +201,32 @@ TEST_F(journal_test, a_file_stays_within_twice_its_snapshot) {
         ASSERT_EQ(keeper.commit(), "");
     }
     EXPECT_LE(content().size(), 1U << 16);
+}
+
+TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says_so) {
+    {
+        keeper_t keeper(path_);
+        ASSERT_EQ(keeper.open(), "");
+        for (const char *line : {"a", "b"}) {
+            keeper.add(line + std::string(16000, 'x'));
+            ASSERT_EQ(keeper.commit(), "");
+        }
+        EXPECT_EQ(keeper.journal().warning(), "");
+    }
+    fault = {fault_t::kind_t::fails, 6}; /* the first write */
+    {
+        keeper_t keeper(path_);
+        ASSERT_EQ(keeper.open(), "");
+        EXPECT_NE(keeper.journal().warning().find("state.new: No space left on device"), std::string::npos);
+        EXPECT_LE(fault.left, 0);
+        keeper.add("c");
+        EXPECT_EQ(keeper.commit(), "");
+    }
+    fault = {};
+    keeper_t again(path_);
+    ASSERT_EQ(again.open(), "");
+    EXPECT_EQ(again.lines.size(), 3U);
+    EXPECT_EQ(again.lines.back(), "c");
 }
 
 /** As many lines as it takes to write several snapshots. */
@@ -306,16 +268,16 @@ TEST_F(journal_test, a_call_that_fails_is_told_and_made_good_by_the_next_commit)
                 acknowledged = keeper.lines.size();
             }
         }
+        EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
         keeper_t again(path_);
         EXPECT_EQ(again.open(), "");
         EXPECT_GE(again.lines.size(), acknowledged);
         EXPECT_TRUE(begins_with(long_lines(), again.lines));
-        EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
     }
     EXPECT_GT(failures, 30);
 }
 
-TEST_F(journal_test, killed_at_any_call_it_has_all_that_was_acknowledged_and_nothing_else) {
+TEST_F(journal_test, killed_at_any_call_it_has_on_disk_all_that_was_acknowledged_and_nothing_else) {
     int kills = 0;
     for (const auto kind : {fault_t::kind_t::dies, fault_t::kind_t::dies_after}) {
         bool was_killed = true;
@@ -338,10 +300,14 @@ TEST_F(journal_test, killed_at_any_call_it_has_all_that_was_acknowledged_and_not
                 ++acknowledged;
             }
             close(told[0]);
-            int status = 0;
-            waitpid(child, &status, 0);
-            was_killed = WIFSIGNALED(status);
+            int end = 0;
+            waitpid(child, &end, 0);
+            was_killed = WIFSIGNALED(end);
             kills += was_killed ? 1 : 0;
+            struct stat status {};
+            if (stat(path_.c_str(), &status) == 0 && disk.bytes_of(status.st_ino) < status.st_size) {
+                ASSERT_EQ(truncate(path_.c_str(), disk.bytes_of(status.st_ino)), 0);
+            }
             keeper_t again(path_);
             EXPECT_EQ(again.open(), "");
             EXPECT_TRUE(begins_with(long_lines(), again.lines));

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "host_fixture.h"
 #include "platform/runtime.h"
@@ -28,6 +29,24 @@ TEST_F(memory_t, blocks_are_zeroed_aligned_and_accounted_by_tag) {
     fwx_free_named(same_chain);
     fwx_free_named(nullptr);
 }
+
+#ifndef ADDRESS_SANITIZER /* which ends the program there */
+TEST_F(memory_t, a_small_block_is_zeroed_again_and_freed_once) {
+    void *kept = fwx_calloc_named(1, 1, 24);
+    void *block = fwx_calloc_named(1, 1, 24);
+    memset(block, 0xee, 24);
+    fwx_free_named(block);
+    fwx_free_named(block);
+    EXPECT_EQ(errors().bad_frees, 1u);
+    EXPECT_EQ(fwx_host_memory_live_tag(1), 24u);
+    auto *again = static_cast<uint8_t *>(fwx_calloc_named(2, 1, 20));
+    EXPECT_EQ(again, block);
+    EXPECT_TRUE(std::all_of(again, again + 20, [](uint8_t byte) { return byte == 0; }));
+    fwx_free_named(again);
+    fwx_free_named(kept);
+    EXPECT_EQ(live().memory_blocks, 0u);
+}
+#endif
 
 TEST_F(memory_t, a_size_that_overflows_gives_null) {
     EXPECT_EQ(fwx_calloc_named(1, SIZE_MAX / 2, 3), nullptr);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -170,6 +171,20 @@ TEST_F(server_process_test, a_server_that_dies_ends_a_batch_with_one_message) {
         EXPECT_NE(result.notes.find(" commands done, 1 failed, "), std::string::npos) << result.notes;
         EXPECT_EQ(result.notes.find("0 not run"), std::string::npos) << result.notes;
     }
+}
+
+TEST_F(server_process_test, a_command_of_a_pipeline_is_sent_while_the_next_line_is_awaited) {
+    const server_process_t server;
+    FILE *batch = popen(NATCTL_PATH " --connect alpha --quiet --pipeline 8 batch - 2>&1", "w");
+    ASSERT_NE(batch, nullptr);
+    fputs("timeout set --type 1 --value 300\n", batch);
+    fflush(batch);
+    bool is_done = false;
+    for (int tries = 0; tries < 1000 && !is_done; ++tries) {
+        is_done = data_of("--connect alpha server boot").at("changes") == 1;
+    }
+    EXPECT_TRUE(is_done);
+    EXPECT_EQ(pclose(batch), 0);
 }
 
 TEST_F(server_process_test, an_interrupt_stops_what_is_not_started_and_leaves_a_whole_document) {

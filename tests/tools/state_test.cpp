@@ -81,6 +81,26 @@ TEST_F(state_test, a_command_that_cannot_be_saved_is_told_as_failed_and_saved_as
     EXPECT_GT(content().size(), saved.size());
 }
 
+TEST_F(state_test, a_rule_that_could_not_be_saved_is_in_the_table_of_the_library_as_it_is_in_the_server) {
+    const server_process_t server(path_, 50);
+    ASSERT_TRUE(server.is_ready());
+    const std::string rules =
+        "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"
+        "mapt bmr add --rule 7 --domain 6 --v6 2001:db9::/40 --v4 198.51.100.0/24\n"
+        "mapt show\n"
+        "mapt bmr del --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"
+        "mapt show\nstats system\nserver counts\n";
+    const json_t outcomes = json_t::parse(run("--json --keep-going --connect alpha batch -", rules).answers);
+    EXPECT_EQ(outcomes.at(0).at("error"), "the server has done it, and could not save that it has (0x600b)");
+    EXPECT_EQ(outcomes.at(2).at("data").at("installed"), 2);
+    EXPECT_EQ(outcomes.at(2).at("data").at("leaves"), 4);
+    EXPECT_EQ(outcomes.at(3).at("code"), 0x600b);
+    EXPECT_EQ(outcomes.at(4).at("data").at("installed"), 1);
+    EXPECT_EQ(outcomes.at(4).at("data").at("leaves"), 2);
+    EXPECT_EQ(outcomes.at(5).at("data").at("rules"), 1);
+    EXPECT_EQ(outcomes.at(6).at("data").at("refused"), 3);
+}
+
 TEST_F(state_test, a_file_that_is_no_state_is_refused_with_its_line_and_left_as_it_is) {
     const char *const wrong[][2] = {
         {"4294967311 010000002c010000\n= 1 ceaf73d3", "must be an op code and its payload"},

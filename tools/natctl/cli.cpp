@@ -21,10 +21,12 @@
 
 namespace {
 
-/** Waits for standard input as long as nobody interrupts; false when somebody did. */
-bool wait_for_line(std::istream &input) {
+/** Waits for standard input as long as nobody interrupts; false when somebody did. What was started goes out first. */
+bool wait_for_line(std::istream &input, const pal_t &pal) {
     const bool must_wait = &input == &std::cin && input.rdbuf()->in_avail() <= 0;
-    return !must_wait || interrupt_wait_for(STDIN_FILENO);
+    if (!must_wait) return true;
+    fwx_host_loop_run_until_idle(pal.loop());
+    return interrupt_wait_for(STDIN_FILENO);
 }
 
 /** The format that the words ask for, known also when they make no valid command line. */
@@ -168,7 +170,7 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     const usage_error_t source = {"batch", is_file ? line.file : "standard input"};
     std::istream &stream = is_file ? file : input;
     const next_line_fn_t lines = lines_of(stream, source);
-    const next_line_fn_t next = [&](std::string &text) { return wait_for_line(stream) && lines(text); };
+    const next_line_fn_t next = [&](std::string &text) { return wait_for_line(stream, pal) && lines(text); };
     return run_batch(parser, line_source_t::file, next, line.options, pal, output);
 }
 

@@ -6,6 +6,7 @@
 
 #include "fwx_host/errors.h"
 #include "fwx_nat64/fwx_nat64.h"
+#include "model/model.h"
 #include "tools/natctl/callbacks.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/seed.h"
@@ -51,7 +52,8 @@ void fail(outcome_t &outcome, const char *by, uint32_t code) {
         return;
     }
     outcome.status = code == FWX_HOST_ERR_NO_ANSWER ? status_t::no_answer : status_t::refused;
-    outcome.error = std::string("refused by the ") + by + ": " + code_text(code);
+    const bool is_done = code == FWX_NAT64_MODEL_ERR_NOT_SAVED;
+    outcome.error = (is_done ? "" : std::string("refused by the ") + by + ": ") + code_text(code);
 }
 
 }  // namespace
@@ -163,10 +165,15 @@ outcome_t pal_t::finish(call_id_t id) {
 void pal_t::settle(call_t &call) {
     settle_channel(); /* which may be gone since the last call was settled */
     while (!call.answered && !call.cut_off) {
-        uint64_t now = fwx_host_clock_ms();
-        if (now >= call.deadline) return;
-        fwx_host_loop_run_once(loop_.get(), static_cast<int>(call.deadline - now));
+        const uint64_t now = fwx_host_clock_ms();
+        const bool is_late = now >= call.deadline;
+        if (is_late) {
+            fwx_host_loop_run_until_idle(loop_.get()); /* what has come in time, though nobody has looked since */
+        } else {
+            fwx_host_loop_run_once(loop_.get(), static_cast<int>(call.deadline - now));
+        }
         settle_channel();
+        if (is_late) return;
     }
 }
 

@@ -51,7 +51,11 @@ uint32_t pal_t::judge_rule(call_t &call, uint32_t table_code) {
         under_way != rules_under_way_.end() && under_way->second == reinterpret_cast<call_id_t>(call.ctx);
     if (is_its_own) rules_under_way_.erase(under_way);
     const uint32_t server_code = call.verdict ? call.verdict->result : table_code;
-    if (call.verdict && server_code == 0) return rules_.done(change, table_code, call.verdict->bmr_index);
+    const bool is_done = server_code == 0 || server_code == FWX_NAT64_MODEL_ERR_NOT_SAVED;
+    if (call.verdict && is_done) {
+        const uint32_t code = rules_.done(change, table_code, call.verdict->bmr_index);
+        return server_code == 0 ? code : server_code;
+    }
     const bool is_gone = change.op == FWX_NAT64_OP_DEL && server_code == FWX_NAT64_MODEL_ERR_NO_ENTRY;
     if (!is_gone) note_repair(call, rules_.failed(change));
     return server_code;

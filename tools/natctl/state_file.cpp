@@ -30,8 +30,9 @@ std::string state_file_t::open() {
     if (!error.empty()) return error;
     if (journal_.dropped_lines() != 0) {
         note_("the last " + std::to_string(journal_.dropped_lines()) +
-              " lines of the state were not written to their end, and are left out");
+              " lines of the state are no whole group and left out; see the file of that name with .damaged behind it");
     }
+    warn();
     model_.journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
                             static_cast<state_file_t *>(arg)->journal_.append(line_of(op_code, payload, size));
                         },
@@ -45,10 +46,18 @@ std::string state_file_t::open() {
 
 std::string state_file_t::commit() {
     std::string error = journal_.commit();
+    warn();
     const bool is_news = error.empty() != error_.empty();
     if (is_news) note_(error.empty() ? "the state is saved again" : error);
     error_ = error;
     return error;
+}
+
+void state_file_t::warn() {
+    if (!journal_.warning().empty() && journal_.warning() != warning_) {
+        note_("the state is saved, but not written anew: " + journal_.warning());
+    }
+    warning_ = journal_.warning();
 }
 
 std::string state_file_t::restore(std::string_view line) {

@@ -29,11 +29,13 @@ public:
 
 private:
     std::string restore(std::string_view line);
+    void warn();
 
     fwx_nat64_model_t &model_;
     note_fn_t note_;
     journal_t journal_;
-    std::string error_; /* of the last commit */
+    std::string error_;   /* of the last commit */
+    std::string warning_; /* the same */
 };
 
 #endif
