@@ -72,8 +72,8 @@ private:
 
     static constexpr uint32_t nothing = UINT32_MAX;
     uint32_t remembered_len = nothing; /* bits of a key whose way ends at `remembered_end` */
-    uint8_t remembered_key[16];
-    way_end_t remembered_end;
+    uint8_t remembered_key[16]{};
+    way_end_t remembered_end{};
 };
 
 #endif

@@ -38,42 +38,48 @@ auto faulty(call_t call) -> decltype(call(false)) {
 
 }  // namespace
 
-extern "C" {
-int __real_open(const char *path, int flags, ...);
-int __real_fsync(int fd);
-int __real_fdatasync(int fd);
-int __real_rename(const char *from, const char *to);
-int __real_fchmod(int fd, mode_t mode);
-int __real_flock(int fd, int operation);
+/* The linker has this program call the wrapped ones instead of the platform's. */
+int real_open(const char *path, int flags, ...) asm("__real_open");
+int real_fsync(int fd) asm("__real_fsync");
+int real_fdatasync(int fd) asm("__real_fdatasync");
+int real_rename(const char *from, const char *to) asm("__real_rename");
+int real_fchmod(int fd, mode_t mode) asm("__real_fchmod");
+int real_flock(int fd, int operation) asm("__real_flock");
 
-int __wrap_open(const char *path, int flags, ...) {
+int wrapped_open(const char *path, int flags, ...) asm("__wrap_open");
+int wrapped_open(const char *path, int flags, ...) {
     va_list list;
     va_start(list, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(list, mode_t) : 0;
     va_end(list);
     return faulty([=](bool cut) {
-        const int fd = cut ? -1 : __real_open(path, flags, mode);
+        const int fd = cut ? -1 : real_open(path, flags, mode);
         if ((flags & O_EXCL) != 0) disk.note(fd, true);
         return fd;
     });
 }
 /* A write that fails has written the half. */
-ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
-    return faulty([=](bool cut) { return __real_write(fd, bytes, cut ? size / 2 : size); });
+ssize_t wrapped_write(int fd, const void *bytes, size_t size) asm("__wrap_write");
+ssize_t wrapped_write(int fd, const void *bytes, size_t size) {
+    return faulty([=](bool cut) { return real_write(fd, bytes, cut ? size / 2 : size); });
 }
-int __wrap_fsync(int fd) {
-    return faulty([=](bool cut) { return cut ? -1 : synced(fd, __real_fsync(fd)); });
+int wrapped_fsync(int fd) asm("__wrap_fsync");
+int wrapped_fsync(int fd) {
+    return faulty([=](bool cut) { return cut ? -1 : synced(fd, real_fsync(fd)); });
 }
-int __wrap_fdatasync(int fd) {
-    return faulty([=](bool cut) { return cut ? -1 : synced(fd, __real_fdatasync(fd)); });
+int wrapped_fdatasync(int fd) asm("__wrap_fdatasync");
+int wrapped_fdatasync(int fd) {
+    return faulty([=](bool cut) { return cut ? -1 : synced(fd, real_fdatasync(fd)); });
 }
-int __wrap_rename(const char *from, const char *to) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_rename(from, to); });
+int wrapped_rename(const char *from, const char *to) asm("__wrap_rename");
+int wrapped_rename(const char *from, const char *to) {
+    return faulty([=](bool cut) { return cut ? -1 : real_rename(from, to); });
 }
-int __wrap_fchmod(int fd, mode_t mode) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_fchmod(fd, mode); });
+int wrapped_fchmod(int fd, mode_t mode) asm("__wrap_fchmod");
+int wrapped_fchmod(int fd, mode_t mode) {
+    return faulty([=](bool cut) { return cut ? -1 : real_fchmod(fd, mode); });
 }
-int __wrap_flock(int fd, int operation) {
-    return faulty([=](bool cut) { return cut ? -1 : __real_flock(fd, operation); });
-}
+int wrapped_flock(int fd, int operation) asm("__wrap_flock");
+int wrapped_flock(int fd, int operation) {
+    return faulty([=](bool cut) { return cut ? -1 : real_flock(fd, operation); });
 }

@@ -42,6 +42,6 @@ struct disk_t {
 extern disk_t &disk;
 
 /** The platform's own, for the test itself. */
-extern "C" ssize_t __real_write(int fd, const void *bytes, size_t size);
+ssize_t real_write(int fd, const void *bytes, size_t size) asm("__real_write");
 
 #endif

@@ -291,7 +291,7 @@ TEST_F(journal_test, killed_at_any_call_it_has_on_disk_all_that_was_acknowledged
                 fault = {kind, call};
                 keeper_t keeper(path_);
                 if (!keeper.open().empty()) _exit(1);
-                keep_lines(keeper, [&](size_t) { __real_write(told[1], "", 1); });
+                keep_lines(keeper, [&](size_t) { real_write(told[1], "", 1); });
                 _exit(0);
             }
             close(told[1]);
