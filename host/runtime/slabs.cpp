@@ -24,12 +24,13 @@ void *map_pages(size_t size) {
     const size_t mapped = size + host_huge_page_bytes;
     void *all = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (all == MAP_FAILED) return nullptr;
-    auto *begin = static_cast<char *>(all);
-    const size_t before = (host_huge_page_bytes - reinterpret_cast<uintptr_t>(all)) % host_huge_page_bytes;
-    if (before != 0) munmap(begin, before);
-    munmap(begin + before + size, mapped - before - size);
-    madvise(begin + before, size, MADV_HUGEPAGE); /* small pages do as well */
-    return begin + before;
+    const auto begin = reinterpret_cast<uintptr_t>(all);
+    const uintptr_t pages = whole_pages(begin);
+    if (pages != begin) munmap(all, pages - begin);
+    void *found = reinterpret_cast<void *>(pages);
+    munmap(reinterpret_cast<void *>(pages + size), begin + mapped - pages - size);
+    madvise(found, size, MADV_HUGEPAGE); /* small pages do as well */
+    return found;
 }
 
 }  // namespace
