@@ -129,7 +129,7 @@ std::string journal_t::open(const read_fn_t &read) {
 
 /** Opens the file that was there, if groups can stand behind it. */
 bool journal_t::can_go_on() {
-    if (!is_found_ || dropped_lines_ != 0) return false;
+    if (bytes_ == 0 || dropped_lines_ != 0) return false;
     fd_ = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
     return fd_ >= 0;
 }
@@ -148,7 +148,6 @@ std::string journal_t::load(const read_fn_t &read) {
     const bool is_known = fd >= 0 && fstat(fd, &status) == 0;
     std::string error = is_known || errno == ELOOP ? path_ + ": not a regular file" : failure(path_);
     if (is_known && S_ISREG(status.st_mode)) {
-        is_found_ = true;
         mode_ = status.st_mode & 07777;
         bytes_ = static_cast<uint64_t>(status.st_size);
         rewrite_at_ = std::max(2 * bytes_, least_rewrite_bytes);

@@ -84,9 +84,8 @@ private:
     std::string group_;  /* appended and not committed */
     uint64_t group_lines_ = 0;
     uint64_t dropped_lines_ = 0;
-    uint64_t bytes_ = 0;      /* of the file */
+    uint64_t bytes_ = 0;      /* of the file; 0: there is none */
     uint64_t rewrite_at_ = 0; /* bytes of the file above which a snapshot is due */
-    bool is_found_ = false;   /* there was a file */
     std::string warning_;
     std::string last_error_; /* of a snapshot, while the file is torn */
     std::chrono::steady_clock::time_point retry_at_{};

@@ -120,7 +120,7 @@ fwx_nat64_model_counts_t fwx_nat64_model_t::counts() const {
 }
 
 fwx_nat64_model_boot_t fwx_nat64_model_t::boot() const {
-    return {state_->boot_id, state_->changes.count(), {}};
+    return boot_of(*state_);
 }
 
 fwx_nat64_stats_sys_entry_t fwx_nat64_model_t::totals() const {

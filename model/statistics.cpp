@@ -64,7 +64,7 @@ uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t 
     if (sel == FWX_NAT64_MODEL_SEL_COUNTS) {
         fill_record(counts_of(model));
     } else if (sel == FWX_NAT64_MODEL_SEL_BOOT) {
-        fill_record(fwx_nat64_model_boot_t{model.boot_id, model.changes.count(), {}});
+        fill_record(boot_of(model));
     } else {
         fill_record(totals_of(model));
     }
@@ -148,6 +148,10 @@ fwx_nat64_model_counts_t counts_of(const model_state_t &model) {
     return {model.commands,     model.malformed,        model.refused,
             model.outbox.sent,  model.outbox.waiting(), model.clients.open.size(),
             peers.queued_bytes, peers.dropped,          peers.refused};
+}
+
+fwx_nat64_model_boot_t boot_of(const model_state_t &model) {
+    return {model.boot_id, model.changes.count(), {}};
 }
 
 fwx_nat64_stats_sys_entry_t totals_of(const model_state_t &model) {

@@ -63,9 +63,9 @@ say "natctl"
 awk 'BEGIN { for (i = 1; i <= 1000000; ++i) printf "mapt bmr add --rule %d --domain 1 --v6 2001:%x:%x::/48 --v4 %d.%d.%d.%d/28\n",
   i, int(i / 65536) + 1, i % 65536, int(i / 1048576) + 16, int(i / 4096) % 256, int(i / 16) % 256, i % 16 * 16 }' \
   >"$work/lines"
-"$natctl" serve bench >/dev/null 2>&1 &
+exec {ready}< <(exec "$natctl" serve bench 2>/dev/null)
 server=$!
-until [[ -S $work/fwx_host/bench ]]; do :; done
+read -r _ <&"$ready" # `serving bench`
 batch=$(processor_seconds "$server" "$natctl" --connect bench --quiet --pipeline 64 batch "$work/lines")
 printf 'server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
 walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)

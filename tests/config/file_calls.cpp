@@ -73,7 +73,11 @@ int wrapped_fdatasync(int fd) {
 }
 int wrapped_rename(const char *from, const char *to) asm("__wrap_rename");
 int wrapped_rename(const char *from, const char *to) {
-    return faulty([=](bool cut) { return cut ? -1 : real_rename(from, to); });
+    return faulty([=](bool cut) {
+        const int result = cut ? -1 : real_rename(from, to);
+        disk.has_lost_name = disk.has_lost_name || result == 0;
+        return result;
+    });
 }
 int wrapped_fchmod(int fd, mode_t mode) asm("__wrap_fchmod");
 int wrapped_fchmod(int fd, mode_t mode) {

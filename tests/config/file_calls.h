@@ -26,10 +26,12 @@ struct disk_t {
         off_t bytes;
     } files[512];
     size_t count;
+    bool has_lost_name; /* a file was renamed, and its directory not synced since */
 
     void note(int fd, bool is_new) {
         struct stat status {};
         if (fd < 0 || fstat(fd, &status) != 0 || count == std::size(files)) return;
+        has_lost_name = has_lost_name && !S_ISDIR(status.st_mode);
         files[count++] = {status.st_ino, is_new ? 0 : status.st_size};
     }
     off_t bytes_of(ino_t inode) const {

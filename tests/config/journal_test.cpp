@@ -72,7 +72,7 @@ protected:
     void write_file(const std::string &text) const { std::ofstream(path_) << text; }
     void start_anew() const {
         fault = {};
-        disk.count = 0;
+        disk = {};
         std::filesystem::remove_all(directory_);
         std::filesystem::create_directory(directory_);
     }
@@ -259,7 +259,11 @@ TEST_F(journal_test, a_call_that_fails_is_told_and_made_good_by_the_next_commit)
             keeper_t keeper(path_);
             fault = {fault_t::kind_t::fails, call};
             was_opened = keeper.open().empty();
-            if (was_opened) keep_lines(keeper, [&](size_t count) { acknowledged = count; });
+            const auto acknowledge = [&](size_t count) {
+                acknowledged = count;
+                EXPECT_FALSE(disk.has_lost_name);
+            };
+            if (was_opened) keep_lines(keeper, acknowledge);
             has_failed = fault.left <= 0;
             failures += has_failed ? 1 : 0;
             fault = {};
