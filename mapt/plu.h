@@ -22,6 +22,7 @@ constexpr uint32_t plu_tag_v4 = 2;
 constexpr uint32_t plu_tag_v6 = 1;
 constexpr uint32_t plu_max_key_bits = plu_tag_bits + FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
 constexpr uint32_t plu_key_bytes = 64;
+constexpr uint32_t plu_prefix_bytes = 32;
 
 /** Parameters of every complex's tree. */
 typedef struct {
@@ -125,10 +126,10 @@ uint32_t fwx_mapt_plu_del_rule_v6_subtable(tbm_t *tree, const fwx_nat64_mapt_bmr
 
 /**
  * Puts a tag in front of a prefix.
- * @param prefix     (prefix_len + 7) / 8 bytes.
- * @param key        receives the bits, most significant first; (prefix_len + tag_bits + 7) / 8 bytes. Bits behind the
- * key length carry what follows the prefix in its last byte.
- * @param key_len    receives prefix_len + tag_bits.
+ * @param prefix  plu_prefix_bytes, zero behind the first (prefix_len + 7) / 8.
+ * @param key     plu_key_bytes, cleared; receives the bits, most significant first. Bits behind the key length carry
+ * what follows the prefix in its last byte.
+ * @param key_len receives prefix_len + tag_bits.
  */
 void fwx_mapt_plu_make_effective_prefix(uint32_t tag, uint32_t tag_bits, const uint8_t *prefix, uint8_t prefix_len,
                                         uint8_t *key, uint32_t *key_len);

@@ -27,7 +27,8 @@ fwx_mapt_rule_hash_elem_t *find(fwx_cl_hash_t *hash, uint64_t key) {
     return hash != nullptr ? static_cast<fwx_mapt_rule_hash_elem_t *>(fwx_cl_hash_find(hash, key)) : nullptr;
 }
 
-uint32_t enter(const rule_table_t &table, fwx_mapt_rule_hash_elem_t *elem) {
+template <const rule_table_t &table>
+uint32_t enter(fwx_mapt_rule_hash_elem_t *elem) {
     const uint64_t key = key_of(elem->rule);
     if (find(*table.hash, key) != nullptr) return FWX_NAT64_ERR_EXISTS;
     const uint32_t rc = fwx_cl_hash_add(*table.hash, key, elem);
@@ -44,7 +45,8 @@ uint32_t enter(const rule_table_t &table, fwx_mapt_rule_hash_elem_t *elem) {
     return 0;
 }
 
-uint32_t remove(const rule_table_t &table, const fwx_mapt_rule_hash_elem_t *elem) {
+template <const rule_table_t &table>
+uint32_t remove(const fwx_mapt_rule_hash_elem_t *elem) {
     const uint64_t key = key_of(elem->rule);
     if (find(*table.hash, key) == nullptr) return FWX_NAT64_ERR_NOT_FOUND;
     const uint32_t rc = fwx_cl_hash_delete(*table.hash, key);
@@ -76,16 +78,16 @@ uint32_t fwx_mapt_rule_hash_elem_exists(uint32_t rule_id, uint32_t domain_id) {
 }
 
 uint32_t fwx_mapt_add_pending_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
-    return enter(pending_table, elem);
+    return enter<pending_table>(elem);
 }
 uint32_t fwx_mapt_add_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
-    return enter(installed_table, elem);
+    return enter<installed_table>(elem);
 }
 uint32_t fwx_mapt_del_pending_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
-    return remove(pending_table, elem);
+    return remove<pending_table>(elem);
 }
 uint32_t fwx_mapt_del_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
-    return remove(installed_table, elem);
+    return remove<installed_table>(elem);
 }
 
 void plu_release_elem(fwx_mapt_rule_hash_elem_t *elem, fwx_cl_hash_t *other) {

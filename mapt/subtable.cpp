@@ -6,7 +6,7 @@
 namespace {
 
 struct lookup_key_t {
-    uint8_t prefix[32] = {}; /* the prefix bytes before the tag is put in front */
+    uint8_t prefix[plu_prefix_bytes] = {}; /* before the tag is put in front */
     uint8_t bytes[plu_key_bytes] = {};
     uint32_t len = 0; /* bits */
 };
@@ -52,24 +52,27 @@ uint64_t first_byte_most_significant(const uint8_t *bytes, size_t count) {
     return value;
 }
 
-uint64_t prefix_number(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule) {
+template <const subtable_t &subtable>
+uint64_t prefix_number(const fwx_nat64_mapt_bmr_t &rule) {
     return first_byte_most_significant(subtable.prefix(rule), subtable.prefix_bytes);
 }
 
-void log_adding(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key) {
+template <const subtable_t &subtable>
+void log_adding(const fwx_nat64_mapt_bmr_t &rule, const lookup_key_t &key) {
     if (subtable.is_v4()) {
         NAT64_LOG_INFO("\n%s Prefixes being added BMR V4 prefix(0x%x)/%u Effective prefix:(" TWELVE_BYTES_FORMAT "/%u)",
-                       subtable.add_name, static_cast<uint32_t>(prefix_number(subtable, rule)),
+                       subtable.add_name, static_cast<uint32_t>(prefix_number<subtable>(rule)),
                        subtable.prefix_len(rule), TWELVE_BYTES(key.bytes), key.len);
     } else {
         NAT64_LOG_INFO("\n%s Prefixes being added BMR V6 prefix(0x%lx/%u) Effective prefix:(" TWELVE_BYTES_FORMAT
                        "/%u) Temp prefix:(" TWELVE_BYTES_FORMAT ")",
-                       subtable.add_name, prefix_number(subtable, rule), subtable.prefix_len(rule),
+                       subtable.add_name, prefix_number<subtable>(rule), subtable.prefix_len(rule),
                        TWELVE_BYTES(key.bytes), key.len, TWELVE_BYTES(key.prefix));
     }
 }
 
-lookup_key_t make_key(const subtable_t &subtable, const fwx_nat64_mapt_bmr_t &rule) {
+template <const subtable_t &subtable>
+lookup_key_t make_key(const fwx_nat64_mapt_bmr_t &rule) {
     lookup_key_t key;
     const uint8_t prefix_len = subtable.prefix_len(rule);
     fwx_memcpy(key.prefix, subtable.prefix(rule), (prefix_len + 7U) / 8);
@@ -92,14 +95,15 @@ uint32_t look_up(tbm_t *tree, const lookup_key_t &key, const char *caller, uint3
 
 /* The tree library fetches the staged data while it inserts. */
 void stage_leaf_data(uint32_t bmr_index) {
-    fwx_memset(&plu.staged_app_leaf, 0, sizeof(plu.staged_app_leaf));
+    plu.staged_app_leaf = {};
     plu.staged_app_leaf.mapt_bmr = __builtin_bswap32(bmr_index);
 }
 
-uint32_t add_rule(const subtable_t &subtable, tbm_t *tree, const fwx_mapt_rule_hash_elem_t *elem) {
+template <const subtable_t &subtable>
+uint32_t add_rule(tbm_t *tree, const fwx_mapt_rule_hash_elem_t *elem) {
     const char *name = subtable.add_name;
-    const lookup_key_t key = make_key(subtable, elem->rule);
-    log_adding(subtable, elem->rule, key);
+    const lookup_key_t key = make_key<subtable>(elem->rule);
+    log_adding<subtable>(elem->rule, key);
 
     uint32_t leaf_size = 0;
     tbm_leaf_t *leaf = nullptr;
@@ -137,7 +141,8 @@ uint32_t add_rule(const subtable_t &subtable, tbm_t *tree, const fwx_mapt_rule_h
     return 0;
 }
 
-uint32_t del_rule(const subtable_t &subtable, tbm_t *tree, const fwx_nat64_mapt_bmr_t *bmr) {
+template <const subtable_t &subtable>
+uint32_t del_rule(tbm_t *tree, const fwx_nat64_mapt_bmr_t *bmr) {
     const char *name = subtable.del_name;
     if (tree == nullptr) {
         NAT64_LOG_ERROR("\n%s: tbm handle is null, rc(%s) ", name, xerr_strerror(EINVAL));
@@ -149,7 +154,7 @@ uint32_t del_rule(const subtable_t &subtable, tbm_t *tree, const fwx_nat64_mapt_
         return EINVAL;
     }
 
-    const lookup_key_t key = make_key(subtable, elem->rule);
+    const lookup_key_t key = make_key<subtable>(elem->rule);
     uint32_t leaf_size = 0;
     tbm_leaf_t *leaf = nullptr;
     uint32_t rc = look_up(tree, key, name, &leaf_size, &leaf);
@@ -172,11 +177,11 @@ uint32_t del_rule(const subtable_t &subtable, tbm_t *tree, const fwx_nat64_mapt_
 }  // namespace
 
 uint32_t fwx_mapt_plu_add_rule_v4_subtable(tbm_t *tree, fwx_mapt_rule_hash_elem_t *elem, uint32_t /*complex*/) {
-    return add_rule(v4_subtable, tree, elem);
+    return add_rule<v4_subtable>(tree, elem);
 }
 
 uint32_t fwx_mapt_plu_add_rule_v6_subtable(tbm_t *tree, fwx_mapt_rule_hash_elem_t *elem, uint32_t /*complex*/) {
-    return add_rule(v6_subtable, tree, elem);
+    return add_rule<v6_subtable>(tree, elem);
 }
 
 uint32_t fwx_mapt_plu_add_rules_to_subtables(tbm_t *tree, fwx_mapt_rule_hash_elem_t *elem, uint32_t complex) {
@@ -191,11 +196,11 @@ uint32_t fwx_mapt_plu_add_rules_to_subtables(tbm_t *tree, fwx_mapt_rule_hash_ele
 }
 
 uint32_t fwx_mapt_plu_del_rule_v4_subtable(tbm_t *tree, const fwx_nat64_mapt_bmr_t *bmr) {
-    return del_rule(v4_subtable, tree, bmr);
+    return del_rule<v4_subtable>(tree, bmr);
 }
 
 uint32_t fwx_mapt_plu_del_rule_v6_subtable(tbm_t *tree, const fwx_nat64_mapt_bmr_t *bmr) {
-    return del_rule(v6_subtable, tree, bmr);
+    return del_rule<v6_subtable>(tree, bmr);
 }
 
 uint32_t fwx_mapt_plu_del_rule_from_subtables(tbm_t *tree, const fwx_nat64_mapt_bmr_t *bmr) {
