@@ -38,7 +38,7 @@ std::optional<member_t> member_of(const std::optional<record_t> &record, member_
 }  // namespace
 
 model_state_t::model_state_t(fwx_host_loop_t *loop)
-    : outbox(loop, clients), walks(loop, outbox, config.sessions), boot_id(random_id()) {}
+    : outbox(loop, clients), pager(loop, outbox), boot_id(random_id()) {}
 
 std::unique_ptr<fwx_nat64_model_t> fwx_nat64_model_t::create(fwx_host_loop_t *loop, const char *name) {
     auto state = std::make_unique<model_state_t>(loop);

@@ -23,21 +23,21 @@
 #define FWX_NAT64_MODEL_ERR_OVERLAP 0x6007u    /* a pool or range with addresses of another pool */
 #define FWX_NAT64_MODEL_ERR_HAS_RANGES 0x6008u /* delete of a pool that has ranges */
 #define FWX_NAT64_MODEL_ERR_PREFIX_LEN 0x6009u /* a length behind which no IPv4 address can be embedded */
-#define FWX_NAT64_MODEL_ERR_WALKS 0x600au      /* a session walk beside too many others of the same client */
+#define FWX_NAT64_MODEL_ERR_TOO_MANY 0x600au   /* a walk or long list beside too many of the same client */
 #define FWX_NAT64_MODEL_ERR_NOT_SAVED 0x600bu  /* carried out, and not in the journal */
 
 /** Every code above with its text, for whoever shows them: X(code, text). */
-#define FWX_NAT64_MODEL_RESULTS(X)                                                                  \
-    X(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message")                          \
-    X(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command")                         \
-    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry")                                 \
-    X(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already")                              \
-    X(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool")                                   \
-    X(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value")                             \
-    X(FWX_NAT64_MODEL_ERR_OVERLAP, "the server has some of these addresses in another pool")        \
-    X(FWX_NAT64_MODEL_ERR_HAS_RANGES, "the server has ranges of this pool, which must go first")    \
-    X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits") \
-    X(FWX_NAT64_MODEL_ERR_WALKS, "the server walks its sessions for this client too often at once") \
+#define FWX_NAT64_MODEL_RESULTS(X)                                                                     \
+    X(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message")                             \
+    X(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command")                            \
+    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry")                                    \
+    X(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already")                                 \
+    X(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool")                                      \
+    X(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value")                                \
+    X(FWX_NAT64_MODEL_ERR_OVERLAP, "the server has some of these addresses in another pool")           \
+    X(FWX_NAT64_MODEL_ERR_HAS_RANGES, "the server has ranges of this pool, which must go first")       \
+    X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits")    \
+    X(FWX_NAT64_MODEL_ERR_TOO_MANY, "the server answers too many walks and long lists of this client") \
     X(FWX_NAT64_MODEL_ERR_NOT_SAVED, "the server has done it, and could not save that it has")
 
 /* What stands for commands of MAP-T rules among the op codes: {index, Rule ID, Domain ID}, and a default rule's record.

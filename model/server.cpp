@@ -2,6 +2,7 @@
 
 #include "model/state.h"
 #include "model/statistics.h"
+#include "model/walks.h"
 #include "wire/messages.h"
 
 namespace {
@@ -152,7 +153,7 @@ uint32_t answer(model_state_t &model, const request_t &request, uint32_t code) {
         case FWX_NAT64_MSG_STATS_LIMIT_ALL:
             return answer_statistics(model, request, code);
         case FWX_NAT64_MSG_SESSION_WALK:
-            return model.walks.start(request, code);
+            return walk_start(request, code, model.config.sessions, model.outbox, model.pager);
         case FWX_NAT64_MSG_MAPT_RULE:
             return answer_rule(model, request, code);
         default:
@@ -176,7 +177,7 @@ void disconnected(void *ctx, fwx_host_peer_t *peer) {
     const client_t *client = model.clients.find(peer);
     if (client == nullptr) return;
     model.outbox.forget(client->id);
-    model.walks.forget(client->id);
+    model.pager.forget(client->id);
     model.clients.remove(peer);
 }
 

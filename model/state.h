@@ -7,7 +7,7 @@
 #include "model/clients.h"
 #include "model/configuration.h"
 #include "model/outbox.h"
-#include "model/walks.h"
+#include "model/pager.h"
 
 struct model_state_t {
     explicit model_state_t(fwx_host_loop_t *loop);
@@ -19,7 +19,7 @@ struct model_state_t {
     clients_t clients;
     outbox_t outbox;
     configuration_t config;
-    walks_t walks;
+    pager_t pager;
     changes_t changes{outbox};
     const uint64_t boot_id; /* random, not 0 */
 

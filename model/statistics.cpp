@@ -6,17 +6,8 @@
 
 namespace {
 
-/** Entries that answer a query, each with a key from which another query can go on. */
-template <typename entry_t>
-struct listing_t {
-    std::vector<entry_t> entries;
-    std::vector<uint64_t> keys; /* of the entries, and last that of the first one left out, or 0 */
-};
-
-template <typename entry_t>
-uint64_t key_after(const listing_t<entry_t> &listing, size_t entries) {
-    return entries < listing.keys.size() ? listing.keys[entries] : 0;
-}
+constexpr uint64_t looks_per_entry = 16; /* what an entry costs beside a session of a walk */
+constexpr uint64_t looks_at_once = 1024 * looks_per_entry;
 
 /* Types 5 and 8. */
 void fill(fwx_nat64_stats_intf_reply_t *head, uint32_t count, uint64_t) {
@@ -28,33 +19,101 @@ void fill(fwx_nat64_stats_all_reply_t *head, uint32_t count, uint64_t next_key) 
     head->value2 = count;
 }
 
-template <typename head_t, typename entry_t>
-void post_listing(outbox_t &outbox, const request_t &request, uint32_t code, const listing_t<entry_t> &listing) {
-    const size_t per_reply = outbox.entries_per_reply(sizeof(entry_t));
-    const size_t total = listing.entries.size();
-    size_t posted = 0;
-    do {
-        const size_t count = std::min(per_reply, total - posted);
-        const size_t left = total - posted - count;
-        head_t head{};
-        head.more = static_cast<uint32_t>((left + per_reply - 1) / per_reply);
-        fill(&head, static_cast<uint32_t>(count), key_after(listing, posted + count));
-        const std::vector<uint8_t> msg = request.listing(code, head, listing.entries.data() + posted, count);
-        outbox.post(request.client, msg.data(), msg.size());
-        posted += count;
-    } while (posted < total);
+enum class shown_t { all, enough, later };
+
+/* Shows `take` the keys, `base` and above, and values of `table` from key `from` on: all, as many as it wants, or until
+ * the looks are used up. */
+template <typename value_t, typename take_t>
+shown_t show(const std::map<uint32_t, value_t> &table, uint64_t base, uint64_t from, uint64_t &looks, take_t take) {
+    if (from > base + UINT32_MAX) return shown_t::all;
+    for (auto it = table.lower_bound(from > base ? static_cast<uint32_t>(from - base) : 0); it != table.end(); ++it) {
+        if (looks < looks_per_entry) return shown_t::later;
+        looks -= looks_per_entry;
+        if (!take(base + it->first, it->first, it->second)) return shown_t::enough;
+    }
+    return shown_t::all;
 }
 
-/* Lists the entries of `table` from key `from` on until `listing` holds `most`. Their keys are `base` and above. */
-template <typename entry_t, typename value_t, typename make_t>
-void list(const std::map<uint32_t, value_t> &table, uint64_t base, uint64_t from, size_t most, make_t make,
-          listing_t<entry_t> *listing) {
-    if (from > base + UINT32_MAX) return;
-    auto it = table.lower_bound(from > base ? static_cast<uint32_t>(from - base) : 0);
-    for (; it != table.end() && listing->keys.size() <= most; ++it) {
-        listing->keys.push_back(base + it->first);
-        if (listing->entries.size() < most) listing->entries.push_back(make(it->first, it->second));
+/** The answer to a query: `list_t` shows entries, each as a key, from which another query can go on, and a maker. They
+ * are counted first, since each reply says how many follow. */
+template <typename head_t, typename entry_t, typename list_t>
+class list_answer_t : public paged_t {
+public:
+    list_answer_t(const request_t &of, uint64_t first, uint64_t most, list_t entries, outbox_t &replies)
+        : paged_t(of), outbox(replies), list(entries), from(first), left(most), count_from(first) {}
+
+    bool is_counted(uint64_t &looks) {
+        const auto count = [this](uint64_t key, auto) {
+            count_from = key + 1;
+            return ++counted < left;
+        };
+        counting = counting && list(count_from, looks, count) == shown_t::later;
+        return !counting;
     }
+
+    step_t go_on(uint64_t id, uint64_t &looks) override {
+        if (!is_counted(looks)) return step_t::again;
+        const size_t per_reply = outbox.entries_per_reply(sizeof(entry_t));
+        const size_t room = std::min<uint64_t>(per_reply, left);
+        uint64_t next_key = 0;
+        const shown_t shown = list(from, looks, [&](uint64_t key, auto make) {
+            if (page.size() == room) {
+                next_key = key;
+                return false;
+            }
+            page.push_back(make());
+            from = key + 1;
+            return true;
+        });
+        if (shown == shown_t::later) return step_t::again;
+
+        left -= page.size();
+        counted -= std::min<uint64_t>(counted, page.size());
+        const bool goes_on = shown == shown_t::enough && left != 0;
+        const uint64_t more = goes_on ? std::max<uint64_t>(1, (counted + per_reply - 1) / per_reply) : 0;
+        return send_page(0, static_cast<uint32_t>(more), next_key, id) && goes_on ? step_t::sent : step_t::ended;
+    }
+
+    void refuse(uint32_t code) { send_page(code, 0, 0, 0); }
+
+private:
+    bool send_page(uint32_t code, uint32_t more, uint64_t next_key, uint64_t id) {
+        head_t head{};
+        head.more = more;
+        fill(&head, static_cast<uint32_t>(page.size()), next_key);
+        const std::vector<uint8_t> msg = request.listing(code, head, page.data(), page.size());
+        page.clear();
+        return outbox.post(request.client, msg.data(), msg.size(), more != 0 ? id : 0);
+    }
+
+    outbox_t &outbox;
+    const list_t list;
+    uint64_t from;             /* key */
+    uint64_t left;             /* entries to go at most */
+    std::vector<entry_t> page; /* what is found of the next one */
+    bool counting = true;
+    uint64_t count_from;  /* key */
+    uint64_t counted = 0; /* of those to come */
+};
+
+/** Answers a query: at once with a `code` or where there is little to list, else by pages. */
+template <typename head_t, typename entry_t, typename list_t>
+uint32_t answer_list(model_state_t &model, const request_t &request, uint32_t code, uint64_t from, uint64_t most,
+                     list_t list) {
+    auto answer = std::make_unique<list_answer_t<head_t, entry_t, list_t>>(request, from, most, list, model.outbox);
+    uint64_t looks = looks_at_once;
+    const bool is_long = code == 0 && !answer->is_counted(looks);
+    if (is_long && model.pager.is_full(request.client)) code = FWX_NAT64_MODEL_ERR_TOO_MANY;
+    if (code != 0) {
+        answer->refuse(code);
+    } else if (is_long) {
+        model.pager.start(std::move(answer));
+    } else {
+        looks = UINT64_MAX;
+        while (answer->go_on(0, looks) == paged_t::step_t::sent) {
+        }
+    }
+    return code;
 }
 
 uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t code) {
@@ -74,70 +133,69 @@ uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t 
 }
 
 uint32_t answer_interfaces(model_state_t &model, const request_t &request, uint32_t code) {
-    listing_t<fwx_nat64_stats_intf_entry_t> listing;
-    const auto make = [](uint32_t ifh, const fwx_nat64_intf_payload_t &interface) {
-        return fwx_nat64_stats_intf_entry_t{ifh,           interface.enable,        interface.nvi,
-                                            interface.mtu, prefix_count(interface), 0};
+    using entry_t = fwx_nat64_stats_intf_entry_t;
+    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
+        const auto &table = model.config.interfaces.interfaces.entries;
+        return show(table, 0, from, looks, [&](uint64_t key, uint32_t ifh, const fwx_nat64_intf_payload_t &interface) {
+            return take(key, [&] {
+                return entry_t{ifh, interface.enable, interface.nvi, interface.mtu, prefix_count(interface), 0};
+            });
+        });
     };
-    if (code == 0) list(model.config.interfaces.interfaces.entries, 0, 0, SIZE_MAX, make, &listing);
-    post_listing<fwx_nat64_stats_intf_reply_t>(model.outbox, request, code, listing);
-    return code;
+    return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(model, request, code, 0, UINT64_MAX, list);
 }
 
 uint32_t answer_limits(model_state_t &model, const request_t &request, uint32_t code) {
-    listing_t<fwx_nat64_stats_limit_entry_t> listing;
-    const auto make = [&](uint32_t type, const fwx_nat64_limit_t &limit) {
-        return fwx_nat64_stats_limit_entry_t{type, limit.value, model.config.sessions.size()};
+    using entry_t = fwx_nat64_stats_limit_entry_t;
+    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
+        const auto &table = model.config.settings.limits.entries;
+        return show(table, 0, from, looks, [&](uint64_t key, uint32_t type, const fwx_nat64_limit_t &limit) {
+            return take(key, [&] { return entry_t{type, limit.value, model.config.sessions.size()}; });
+        });
     };
-    if (code == 0) {
-        const auto query = request.read<fwx_nat64_stats_limit_msg_t>();
-        if (query.count == 0 || query.one != 1) code = FWX_NAT64_MODEL_ERR_VALUE;
-        if (code == 0) list(model.config.settings.limits.entries, 0, 0, query.count, make, &listing);
-    }
-    post_listing<fwx_nat64_stats_intf_reply_t>(model.outbox, request, code, listing);
-    return code;
+    const auto query = code == 0 ? request.read<fwx_nat64_stats_limit_msg_t>() : fwx_nat64_stats_limit_msg_t{};
+    if (code == 0 && (query.count == 0 || query.one != 1)) code = FWX_NAT64_MODEL_ERR_VALUE;
+    return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(model, request, code, 0, query.count, list);
 }
 
-uint32_t query_code(const fwx_nat64_stats_all_msg_t &query) {
-    return query.count != 0 && query.one == 1 && query.zero == 0 ? 0 : FWX_NAT64_MODEL_ERR_VALUE;
+/* Of types 6 and 7. */
+template <typename entry_t, typename list_t>
+uint32_t answer_query(model_state_t &model, const request_t &request, uint32_t code, list_t list) {
+    const auto query = code == 0 ? request.read<fwx_nat64_stats_all_msg_t>() : fwx_nat64_stats_all_msg_t{};
+    const bool is_valid = query.count != 0 && query.one == 1 && query.zero == 0;
+    if (code == 0 && !is_valid) code = FWX_NAT64_MODEL_ERR_VALUE;
+    return answer_list<fwx_nat64_stats_all_reply_t, entry_t>(model, request, code, query.cookie, query.count, list);
 }
 
 uint32_t answer_pools(model_state_t &model, const request_t &request, uint32_t code) {
-    listing_t<fwx_nat64_stats_pool_entry_t> listing;
-    const auto make = [&](uint32_t, const fwx_nat64_pool_payload_t &pool) {
-        return model.config.pools.statistics(pool);
+    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
+        const pools_t &pools = model.config.pools;
+        return show(pools.pools.entries, 0, from, looks,
+                    [&](uint64_t key, uint32_t, const fwx_nat64_pool_payload_t &pool) {
+                        return take(key, [&] { return pools.statistics(pool); });
+                    });
     };
-    if (code == 0) {
-        const auto query = request.read<fwx_nat64_stats_all_msg_t>();
-        code = query_code(query);
-        if (code == 0) list(model.config.pools.pools.entries, 0, query.cookie, query.count, make, &listing);
-    }
-    post_listing<fwx_nat64_stats_all_reply_t>(model.outbox, request, code, listing);
-    return code;
+    return answer_query<fwx_nat64_stats_pool_entry_t>(model, request, code, list);
 }
 
 uint32_t answer_mappings(model_state_t &model, const request_t &request, uint32_t code) {
-    listing_t<fwx_nat64_stats_mapping_entry_t> listing;
-    const auto make = [&](uint32_t kind) {
-        return [&model, kind](uint32_t id, const auto &) {
-            const uint64_t sessions = kind == FWX_NAT64_MAPPING_STATIC ? model.config.sessions.count_of_static(id)
-                                                                       : model.config.sessions.count_of_mapping(id);
-            return fwx_nat64_stats_mapping_entry_t{id, kind, 1, 0, sessions};
+    using entry_t = fwx_nat64_stats_mapping_entry_t;
+    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
+        const sessions_t &sessions = model.config.sessions;
+        const auto show_kind = [&](uint32_t kind, const auto &table) {
+            return show(table, uint64_t{kind} << 32, from, looks, [&](uint64_t key, uint32_t id, const auto &) {
+                return take(key, [&] {
+                    const bool is_static = kind == FWX_NAT64_MAPPING_STATIC;
+                    return entry_t{id, kind, 1, 0,
+                                   is_static ? sessions.count_of_static(id) : sessions.count_of_mapping(id)};
+                });
+            });
         };
+        const shown_t shown = show_kind(FWX_NAT64_MAPPING_STATIC, model.config.mappings.fixed.entries);
+        return shown == shown_t::all ? show_kind(FWX_NAT64_MAPPING_DYNAMIC, model.config.mappings.dynamic.entries)
+                                     : shown;
     };
-    if (code == 0) {
-        const auto query = request.read<fwx_nat64_stats_all_msg_t>();
-        code = query_code(query);
-        const auto list_kind = [&](uint32_t kind, const auto &table) {
-            list(table, uint64_t{kind} << 32, query.cookie, query.count, make(kind), &listing);
-        };
-        if (code == 0) {
-            list_kind(FWX_NAT64_MAPPING_STATIC, model.config.mappings.fixed.entries);
-            list_kind(FWX_NAT64_MAPPING_DYNAMIC, model.config.mappings.dynamic.entries);
-        }
-    }
-    post_listing<fwx_nat64_stats_all_reply_t>(model.outbox, request, code, listing);
-    return code;
+    return answer_query<entry_t>(model, request, code, list);
 }
 
 }  // namespace

@@ -12,7 +12,8 @@ protected:
     }
     void add_pools(uint32_t count) {
         for (uint32_t id = 1; id <= count; ++id) {
-            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010000c0 | id << 16, 0x040000c0 | id << 16})), 0u);
+            const uint32_t net = (id & 0xff) << 16 | (id & 0xff00); /* 192.high.low.0 */
+            EXPECT_EQ(result_of(config(4, 24, {id, 1, 0, id, 0x010000c0 | net, 0x040000c0 | net})), 0u);
         }
     }
     void add_static(uint32_t id, uint32_t src, uint32_t dst) {
@@ -216,7 +217,7 @@ TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
 }
 
 TEST_F(query_t, answers_others_while_walks_search_for_what_is_not_there_and_takes_64_of_a_client_at_once) {
-    model_->sessions_generate(100000);
+    model_->sessions_generate(20000);
     for (int i = 0; i < 65; ++i) {
         send(walk(10).put<uint32_t>(76, 0x0900000a));
     }
@@ -227,7 +228,32 @@ TEST_F(query_t, answers_others_while_walks_search_for_what_is_not_there_and_take
     EXPECT_EQ(model_->counts().replies, 2u) << "the refusal and the other command; no walk has searched so far";
     const std::vector<message_t> replies = run();
     EXPECT_EQ(replies.size(), 66u);
-    EXPECT_EQ(replies.front().u32(32), FWX_NAT64_MODEL_ERR_WALKS);
+    EXPECT_EQ(replies.front().u32(32), FWX_NAT64_MODEL_ERR_TOO_MANY);
+}
+
+TEST_F(query_t, answers_others_while_a_long_list_is_found_and_sends_it_whole) {
+    add_pools(2100);
+    const uint64_t before = model_->counts().replies;
+    for (int i = 0; i < 65; ++i) {
+        send(all(6, 2050, 20));
+    }
+    fwx_host_loop_process(loop_);
+    fwx_host_loop_process(loop_);
+    EXPECT_EQ(model_->counts().replies - before, 1u) << "the refusal of the last; no list is complete so far";
+    std::vector<message_t> replies = run();
+    EXPECT_EQ(replies.front().words(32, 5), (words_t{FWX_NAT64_MODEL_ERR_TOO_MANY, 0, 0, 0, 0}));
+    ASSERT_EQ(replies.size(), 65u);
+    for (auto reply = replies.begin() + 1; reply != replies.end(); ++reply) {
+        ASSERT_EQ(reply->size(), 64u + 2050 * 24);
+        EXPECT_EQ(reply->words(48, 3), (words_t{2070, 0, 2050}));
+        EXPECT_EQ(reply->u32(64), 20u);
+        EXPECT_EQ(reply->u32(64 + 2049 * 24), 2069u);
+    }
+    model_->reply_limit_set(1000 * 24);
+    const std::vector<message_t> pages = replies_to(all(6, 5000));
+    ASSERT_EQ(pages.size(), 3u);
+    EXPECT_EQ(pages[1].u32(40), 1u);
+    EXPECT_EQ(pages[2].words(48, 3), (words_t{0, 0, 100}));
 }
 
 TEST_F(query_t, ends_the_walks_of_a_client_that_goes_and_of_a_silent_server) {

@@ -1,0 +1,56 @@
+#include "model/pager.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr uint64_t looks_per_turn = 16384; /* of all answers: about a millisecond */
+constexpr std::ptrdiff_t most_of_a_client = 64;
+
+}  // namespace
+
+pager_t::pager_t(fwx_host_loop_t *host_loop, outbox_t &replies) : loop(host_loop) {
+    replies.page_sent = [this](uint64_t id) { continue_later(id); };
+}
+
+bool pager_t::is_full(uint64_t client) const {
+    const auto is_theirs = [client](const auto &answer) { return answer.second->request.client == client; };
+    return std::count_if(answers.begin(), answers.end(), is_theirs) >= most_of_a_client;
+}
+
+void pager_t::start(std::unique_ptr<paged_t> answer) {
+    const uint64_t id = ++latest;
+    answers.emplace(id, std::move(answer));
+    continue_later(id);
+}
+
+void pager_t::forget(uint64_t client) {
+    for (auto it = answers.begin(); it != answers.end();) {
+        it = it->second->request.client == client ? answers.erase(it) : std::next(it);
+    }
+}
+
+void pager_t::continue_later(uint64_t id) {
+    ready.push_back(id);
+    arm();
+}
+
+void pager_t::send_pages(void *pager) {
+    auto &self = *static_cast<pager_t *>(pager);
+    self.timer = 0;
+    uint64_t looks = looks_per_turn;
+    for (size_t turns = self.ready.size(); turns > 0 && looks > 0; --turns) {
+        const uint64_t id = self.ready.front();
+        self.ready.pop_front();
+        const auto answer = self.answers.find(id);
+        if (answer == self.answers.end()) continue;
+        const paged_t::step_t step = answer->second->go_on(id, looks);
+        if (step == paged_t::step_t::again) self.continue_later(id);
+        if (step == paged_t::step_t::ended) self.answers.erase(id);
+    }
+    if (!self.ready.empty()) self.arm();
+}
+
+void pager_t::arm() {
+    if (timer == 0) timer = fwx_host_timer_add(loop, 0, send_pages, this);
+}
