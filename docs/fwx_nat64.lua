@@ -218,7 +218,7 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "add", 36, 4, "flag" },
       { "prefix", 40, 16, "prefix" },
-      { "prefix_kind", 56, 4, "number" },
+      { "prefix_kind", 56, 4, "number", { [1] = "stateful", [2] = "stateless", [3] = "stateless-v6v4", [4] = "dns64" } },
     },
   },
   {
@@ -300,7 +300,7 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "id", 36, 4, "number" },
       { "opaque4", 40, 8, "bytes" },
-      { "type", 48, 4, "number" },
+      { "type", 48, 4, "number", { [0] = "endpoint-independent", [1] = "address-dependent", [2] = "address-and-port-dependent" } },
       { "ext", 52, 24, "bytes" },
       { "map_ext_arg", 76, 4, "number" },
       { "opaque44", 80, 8, "bytes" },
@@ -326,7 +326,7 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "id", 36, 4, "number" },
       { "opaque4", 40, 8, "bytes" },
-      { "type", 48, 4, "number" },
+      { "type", 48, 4, "number", { [0] = "endpoint-independent", [1] = "address-dependent", [2] = "address-and-port-dependent" } },
       { "ext", 52, 24, "bytes" },
       { "map_ext_arg", 76, 4, "number" },
       { "opaque44", 80, 8, "bytes" },
@@ -340,7 +340,7 @@ local messages = {
     direction = 0, type = 0xc003, body = 32, size = 48, selector = 14, selector_offset = 32, exact = true,
     fields = {
       { "op_code", 32, 4, "number" },
-      { "type", 36, 4, "number" },
+      { "type", 36, 4, "number", { [1] = "udp", [2] = "tcp-trans", [3] = "tcp-est", [4] = "tcp-in-syn", [5] = "fragment-min", [6] = "icmp", [7] = "udp-min" } },
       { "value", 40, 4, "number" },
     },
   },
@@ -350,7 +350,7 @@ local messages = {
     direction = 0, type = 0xc003, body = 32, size = 48, selector = 15, selector_offset = 32, exact = true,
     fields = {
       { "op_code", 32, 4, "number" },
-      { "type", 36, 4, "number" },
+      { "type", 36, 4, "number", { [1] = "sessions" } },
       { "value", 40, 4, "number" },
     },
   },
@@ -360,7 +360,7 @@ local messages = {
     direction = 0, type = 0xc003, body = 32, size = 48, selector = 16, selector_offset = 32, exact = true,
     fields = {
       { "op_code", 32, 4, "number" },
-      { "type", 36, 4, "number" },
+      { "type", 36, 4, "number", { [1] = "sessions" } },
       { "value", 40, 4, "number" },
     },
   },
@@ -378,7 +378,7 @@ local messages = {
     direction = 0, type = 0xc003, body = 32, size = 144, selector = 19, selector_offset = 32, exact = true,
     fields = {
       { "op_code", 32, 4, "number" },
-      { "value", 36, 4, "number" },
+      { "value", 36, 4, "number", { [1] = "icmp", [6] = "tcp", [17] = "udp", [58] = "icmpv6" } },
       { "src", 40, 20, "address" },
       { "dst", 60, 20, "address" },
       { "opaque", 80, 60, "bytes" },
@@ -391,7 +391,7 @@ local messages = {
     fields = {
       { "op_code", 32, 4, "number" },
       { "add", 36, 4, "flag" },
-      { "type", 40, 4, "number" },
+      { "type", 40, 4, "number", { [1] = "alg" } },
       { "value", 44, 4, "number" },
     },
   },
@@ -422,9 +422,9 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "dest", 36, 4, "ipv4" },
       { "dest_port", 44, 2, "number" },
-      { "param2", 46, 2, "number" },
+      { "param2", 46, 2, "number", { [0] = "all", [6] = "session", [10] = "bib", [16] = "port-block" } },
       { "mode", 48, 4, "number" },
-      { "param", 52, 1, "number" },
+      { "param", 52, 1, "number", { [17] = "udp", [6] = "tcp", [132] = "sctp" } },
     },
   },
   {
@@ -435,9 +435,9 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "dest", 36, 4, "ipv4" },
       { "dest_port", 44, 2, "number" },
-      { "param2", 46, 2, "number" },
+      { "param2", 46, 2, "number", { [0] = "all", [6] = "session", [10] = "bib", [16] = "port-block" } },
       { "mode", 48, 4, "number" },
-      { "param", 52, 1, "number" },
+      { "param", 52, 1, "number", { [17] = "udp", [6] = "tcp", [132] = "sctp" } },
     },
   },
   {
@@ -448,9 +448,9 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "dest", 36, 4, "ipv4" },
       { "dest_port", 44, 2, "number" },
-      { "param2", 46, 2, "number" },
+      { "param2", 46, 2, "number", { [0] = "all", [6] = "session", [10] = "bib", [16] = "port-block" } },
       { "mode", 48, 4, "number" },
-      { "param", 52, 1, "number" },
+      { "param", 52, 1, "number", { [17] = "udp", [6] = "tcp", [132] = "sctp" } },
     },
   },
   {
@@ -459,7 +459,7 @@ local messages = {
     direction = 0, type = 0xc003, body = 32, size = 64, selector = 26, selector_offset = 32, exact = true,
     fields = {
       { "op_code", 32, 4, "number" },
-      { "type", 36, 4, "number" },
+      { "type", 36, 4, "number", { [1] = "inside", [2] = "outside", [3] = "logging", [4] = "replication" } },
       { "address", 40, 20, "address" },
     },
   },
@@ -471,7 +471,7 @@ local messages = {
       { "op_code", 32, 4, "number" },
       { "add", 36, 4, "flag" },
       { "prefix", 40, 16, "prefix" },
-      { "prefix_kind", 56, 4, "number" },
+      { "prefix_kind", 56, 4, "number", { [1] = "stateful", [2] = "stateless", [3] = "stateless-v6v4", [4] = "dns64" } },
     },
   },
   {
@@ -590,7 +590,7 @@ local messages = {
       name = "mappings", offset = 64, size = 24, count_offset = 56,
       fields = {
         { "id", 0, 4, "number" },
-        { "kind", 4, 4, "number" },
+        { "kind", 4, 4, "number", { [0] = "unknown", [1] = "static", [2] = "dynamic" } },
         { "active", 8, 4, "flag" },
         { "sessions", 16, 8, "number" },
       },
@@ -608,7 +608,7 @@ local messages = {
     entry = {
       name = "limits", offset = 48, size = 16, count_offset = 44,
       fields = {
-        { "type", 0, 4, "number" },
+        { "type", 0, 4, "number", { [1] = "sessions" } },
         { "value", 4, 4, "number" },
         { "in_use", 8, 8, "number" },
       },
@@ -634,7 +634,7 @@ local messages = {
         { "dst", 28, 20, "address" },
         { "src_port", 48, 2, "number" },
         { "dst_port", 50, 2, "number" },
-        { "protocol", 52, 4, "number" },
+        { "protocol", 52, 4, "number", { [1] = "icmp", [6] = "tcp", [17] = "udp", [58] = "icmpv6" } },
         { "mapping_id", 56, 4, "number" },
         { "age_s", 60, 4, "number" },
       },
@@ -805,7 +805,7 @@ local families = { [0] = "IPv4" }
 local function add_little_endian(shape, tree, range) return tree:add_le(shape.field, range) end
 local function number(display, names)
   return {
-    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names) end,
+    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names or shape.names) end,
     add = add_little_endian,
   }
 end
@@ -863,11 +863,11 @@ local kinds = {
   },
 }
 
--- A shape is { name, offset, width, kind } as it stands in the tables.
+-- A shape is { name, offset, width, kind, names of values if it has any } as it stands in the tables.
 local function declare(shapes, prefix)
   local by_name = {}
   for _, shape in ipairs(shapes) do
-    shape.name, shape.offset, shape.width, shape.kind = shape[1], shape[2], shape[3], shape[4]
+    shape.name, shape.offset, shape.width, shape.kind, shape.names = shape[1], shape[2], shape[3], shape[4], shape[5]
     shape.abbrev = (shape.kind == "code" or shape.selects) and shape.name or prefix .. shape.name
     kinds[shape.kind].declare(shape)
     by_name[shape.name] = shape

@@ -1,5 +1,7 @@
 #include "records/families.h"
 
+#include <netinet/in.h>
+
 #include <iterator>
 
 #include "fwx_nat64/fwx_nat64.h"
@@ -19,26 +21,30 @@ constexpr record_verb_t enable_only[] = {{"enable", FWX_NAT64_OP_ADD, "Enables"}
 constexpr record_field_t timeout_fields[] = {
     RECORD_FIELD("--type", "type", number, fwx_nat64_timeout_t, type, "kind of timeout")
         .within(1, FWX_NAT64_TIMEOUT_TYPE_MAX)
+        .named(wire_timeout_names)
         .key(),
-    RECORD_FIELD("--value", "value", number, fwx_nat64_timeout_t, value, "the timeout, in seconds").required(),
+    RECORD_FIELD("--value", "value", number, fwx_nat64_timeout_t, value, "the timeout").in_seconds().required(),
 };
 constexpr record_field_t limit_fields[] = {
     RECORD_FIELD("--type", "type", number, fwx_nat64_limit_t, type, "kind")
         .within(FWX_NAT64_LIMIT_TYPE, FWX_NAT64_LIMIT_TYPE)
+        .named(wire_limit_names)
         .key(),
-    RECORD_FIELD("--value", "value", number, fwx_nat64_limit_t, value, "the value, passed to the server")
+    RECORD_FIELD("--value", "value", number, fwx_nat64_limit_t, value, "most that is allowed")
         .required(record_not_on_delete),
 };
 constexpr record_field_t service_fields[] = {
     RECORD_FIELD("--type", "type", number, fwx_nat64_service_t, type, "kind")
         .within(FWX_NAT64_SERVICE_TYPE, FWX_NAT64_SERVICE_TYPE)
+        .named(wire_service_names)
         .key(),
-    RECORD_FIELD("--value", "value", number, fwx_nat64_service_t, value, "the value, passed to the server")
+    RECORD_FIELD("--value", "value", number, fwx_nat64_service_t, value, "port of its protocol")
         .required(record_not_on_delete),
 };
 constexpr record_field_t adj_fields[] = {
     RECORD_FIELD("--type", "type", number, fwx_nat64_adj_t, type, "kind of adjacency")
         .within(1, FWX_NAT64_ADJ_TYPE_MAX)
+        .named(wire_adj_names)
         .key(),
     RECORD_FIELD("--address", "address", address, fwx_nat64_adj_t, address, "its address").required(),
 };
@@ -91,6 +97,7 @@ constexpr record_field_t prefix_fields[] = {
         .key(),
     RECORD_FIELD("--kind", "prefix_kind", number, fwx_nat64_prefix_t, kind, "what it is for")
         .within(1, FWX_NAT64_PREFIX_KIND_MAX)
+        .named(wire_prefix_kind_names)
         .key(),
 };
 uint32_t send_prefix(uint32_t op, const fwx_nat64_prefix_t *prefix, void *pal_ctx) {
@@ -110,8 +117,9 @@ constexpr record_field_t smapping_fields[] = {
 };
 constexpr record_field_t dmapping_fields[] = {
     RECORD_FIELD("--id", "id", number, fwx_nat64_dmapping_t, id, "identifier of the mapping").from(1).key(),
-    RECORD_FIELD("--type", "type", number, fwx_nat64_dmapping_t, type, "type of the mapping")
+    RECORD_FIELD("--type", "type", number, fwx_nat64_dmapping_t, type, "how it maps")
         .within(0, FWX_NAT64_DMAPPING_TYPE_MAX)
+        .named(wire_dmapping_names)
         .on(record_not_on_delete)
         .required(),
     RECORD_FIELD("--ext", "ext", bytes, fwx_nat64_dmapping_t, ext, "second part, passed to the server")
@@ -146,8 +154,13 @@ constexpr fwx_nat64_logging_t logging_initial = {FWX_NAT64_LOGGING_TYPE, FWX_NAT
 constexpr record_field_t logging_fields[] = {
     RECORD_FIELD("--dest", "dest", ipv4, fwx_nat64_logging_t, dest, "address that the records go to").key(),
     RECORD_FIELD("--port", "dest_port", number, fwx_nat64_logging_t, dest_port, "its port").from(1).key(),
-    RECORD_FIELD("--param", "param", number, fwx_nat64_logging_t, param, "first parameter, passed to the server"),
-    RECORD_FIELD("--param2", "param2", number, fwx_nat64_logging_t, param2, "second parameter, passed to the server"),
+    RECORD_FIELD("--transport", "param", number, fwx_nat64_logging_t, param,
+                 "protocol that they travel by, the server's choice without it")
+        .known_as("--param")
+        .named(wire_transport_names),
+    RECORD_FIELD("--template", "param2", number, fwx_nat64_logging_t, param2, "what is logged, all without it")
+        .known_as("--param2")
+        .named(wire_template_names),
 };
 
 /* --- MAP-T rules --- */
@@ -163,12 +176,22 @@ constexpr record_field_t bmr_fields[] = {
         .within(0, FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX)
         .length_at(offsetof(fwx_nat64_mapt_bmr_t, v4_prefix_len))
         .required(record_not_on_delete),
-    RECORD_FIELD("--params", "rule_params", numbers, fwx_nat64_mapt_bmr_t, rule_params,
-                 "its parameters, passed to the server"),
+    RECORD_FIELD("--ea-len", "ea_len", number, fwx_nat64_mapt_bmr_t, rule_params[0], "bits that embed an address"),
+    RECORD_FIELD("--psid-offset", "psid_offset", number, fwx_nat64_mapt_bmr_t, rule_params[1],
+                 "bits in front of the port-set identifier"),
+    RECORD_FIELD("--psid-len", "psid_len", number, fwx_nat64_mapt_bmr_t, rule_params[2],
+                 "bits of the port-set identifier"),
+    RECORD_FIELD("--psid", "psid", number, fwx_nat64_mapt_bmr_t, rule_params[3],
+                 "the port-set identifier of a rule without EA bits"),
+    RECORD_FIELD("--params", "rule_params", numbers, fwx_nat64_mapt_bmr_t, rule_params, "these four").spelling(),
 };
 constexpr record_field_t dmr_fields[] = {
     RECORD_FIELD("--id", "id", number, fwx_nat64_mapt_dmr_t, id, "identifier of the rule").from(1).key(),
-    RECORD_FIELD("--data", "opaque", bytes, fwx_nat64_mapt_dmr_t, opaque, "the rule, passed to the server"),
+    record_field("--prefix", "prefix", record_kind_t::ipv6_prefix, offsetof(fwx_nat64_mapt_dmr_t, opaque),
+                 sizeof(in6_addr), "IPv6 prefix that stands for all other IPv4 addresses")
+        .length_at(offsetof(fwx_nat64_mapt_dmr_t, opaque) + sizeof(in6_addr)),
+    RECORD_FIELD("--data", "opaque", bytes, fwx_nat64_mapt_dmr_t, opaque, "the same as bytes, and seven more")
+        .spelling(),
 };
 
 /* --- The table --- */

@@ -46,7 +46,7 @@ struct alignas(8) record_buffer_t {
     uint8_t bytes[96];
 };
 /** No family has more fields. */
-constexpr size_t record_max_fields = 6;
+constexpr size_t record_max_fields = 9;
 
 /** The verb with that word, or null. */
 const record_verb_t *record_find_verb(const record_family_t &family, std::string_view word);

@@ -21,18 +21,37 @@ std::string range_text(uint64_t min, uint64_t max) {
     return min == max ? std::to_string(min) : std::to_string(min) + " to " + std::to_string(max);
 }
 
+std::string number_form(const record_field_t &field) {
+    std::string text = range_text(field.min, field.max);
+    if (field.is_time) text += " seconds, or a time such as 2h4m";
+    if (field.names == nullptr) return text;
+    const char *separator = ", or ";
+    for (const wire_value_name_t &each : *field.names) {
+        text.append(separator).append(each.name);
+        separator = ", ";
+    }
+    return text;
+}
+
+bool parse_field_number(const record_field_t &field, std::string_view text, uint64_t &out) {
+    const wire_value_name_t *named = field.names == nullptr ? nullptr : field.names->find(text);
+    if (named != nullptr) out = named->value;
+    return named != nullptr || (field.is_time ? parse_seconds(text, out) : parse_number(text, out));
+}
+
 std::string read_number(const record_field_t &field, std::string_view text, uint8_t *out, size_t width) {
     uint64_t value = 0;
-    const bool is_allowed = parse_number(text, value) && value >= field.min && value <= field.max;
-    if (!is_allowed) return record_field_error(field.option, text, range_text(field.min, field.max));
+    const bool is_allowed = parse_field_number(field, text, value) && value >= field.min && value <= field.max;
+    if (!is_allowed) return record_field_error(field.option, text, number_form(field));
     std::memcpy(out, &value, width); /* little-endian, as the wire */
     return {};
 }
 
-std::string number_text(const uint8_t *from, size_t width) {
+std::string number_text(const record_field_t &field, const uint8_t *from, size_t width) {
     uint64_t value = 0;
     std::memcpy(&value, from, width);
-    return std::to_string(value);
+    const char *name = field.names == nullptr ? nullptr : field.names->name_of(value);
+    return name == nullptr ? std::to_string(value) : name;
 }
 
 /* Several numbers. */
@@ -61,7 +80,7 @@ std::string read_numbers(const record_field_t &field, std::string_view text, uin
 std::string numbers_text(const record_field_t &field, const uint8_t *from) {
     std::string text;
     for (size_t i = 0; i < field.width; i += number_width) {
-        text += (i == 0 ? "" : ",") + number_text(from + i, number_width);
+        text += (i == 0 ? "" : ",") + number_text(field, from + i, number_width);
     }
     return text;
 }
@@ -180,7 +199,7 @@ std::string record_field_text(const record_field_t &field, const void *record) {
     const uint8_t *from = at(record, field.offset);
     switch (field.kind) {
         case record_kind_t::number:
-            return number_text(from, field.width);
+            return number_text(field, from, field.width);
         case record_kind_t::numbers:
             return numbers_text(field, from);
         case record_kind_t::address:
@@ -201,7 +220,7 @@ std::string record_field_text(const record_field_t &field, const void *record) {
 std::string record_field_form(const record_field_t &field) {
     switch (field.kind) {
         case record_kind_t::number:
-            return range_text(field.min, field.max);
+            return number_form(field);
         case record_kind_t::numbers:
             return count_text(field) + " of " + range_text(field.min, field.max) + ", between commas";
         case record_kind_t::address:

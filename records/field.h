@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "fwx_nat64/config.h"
+#include "wire/names.h"
 
 enum class record_kind_t : uint8_t {
     number,      /* 1, 2, 4 or 8 bytes */
@@ -31,14 +32,9 @@ constexpr uint8_t record_not_on_delete = record_on_any & ~record_on(FWX_NAT64_OP
 
 constexpr uint16_t record_nowhere = UINT16_MAX;
 
-/** A name of one of a field's values. */
-struct record_name_t {
-    const char *name;
-    uint64_t value;
-};
-
 struct record_field_t {
     std::string_view option; /* `--id`; without dashes it is an argument that stands alone */
+    std::string_view also;   /* another option for it, or empty */
     const char *name;        /* stable: the JSON key; that of the message description where the field is there */
     const char *meaning;     /* for help */
     uint64_t min;            /* of a number, of each of several */
@@ -48,13 +44,13 @@ struct record_field_t {
     uint16_t length_offset;  /* of the byte with a prefix's length */
     uint16_t valid_offset;   /* of the 32-bit flag that says that the field is given, or record_nowhere */
     record_kind_t kind;
-    uint8_t taken_on;           /* operations that take the field */
-    uint8_t required_on;        /* operations that need it */
-    bool is_key;                /* names the item, with the other fields that do */
-    bool is_fixed;              /* a modification leaves it as it is: the item must be deleted and added again */
-    const record_name_t *names; /* of values; null: none have names */
-    size_t name_count;
-    const char *unit; /* of the value; null: it has none */
+    uint8_t taken_on;          /* operations that take the field */
+    uint8_t required_on;       /* operations that need it */
+    bool is_key;               /* names the item, with the other fields that do */
+    bool is_fixed;             /* a modification leaves it as it is: the item must be deleted and added again */
+    bool is_spelling;          /* reads what other fields say, in another way, and is not written */
+    bool is_time;              /* a number of seconds, also written as `5m` or `2h4m` */
+    const wire_names_t *names; /* of values; null: none have names */
 
     /* A row of a table says with these what is unusual about its field. */
     constexpr record_field_t from(uint64_t least) const { return within(least, max); }
@@ -65,6 +61,10 @@ struct record_field_t {
     constexpr record_field_t required(uint8_t operations = record_on_any) const;
     constexpr record_field_t key() const;
     constexpr record_field_t fixed() const;
+    constexpr record_field_t known_as(std::string_view option) const;
+    constexpr record_field_t named(const wire_names_t &value_names) const;
+    constexpr record_field_t in_seconds() const;
+    constexpr record_field_t spelling() const;
 
     constexpr bool is_taken_on(uint32_t op) const { return (taken_on & record_on(op)) != 0; }
     constexpr bool is_required_on(uint32_t op) const { return (taken_on & required_on & record_on(op)) != 0; }
@@ -79,6 +79,7 @@ constexpr uint64_t record_field_max(record_kind_t kind, size_t width) {
 constexpr record_field_t record_field(std::string_view option, const char *name, record_kind_t kind, size_t offset,
                                       size_t width, const char *meaning) {
     return {option,
+            {},
             name,
             meaning,
             0,
@@ -92,8 +93,8 @@ constexpr record_field_t record_field(std::string_view option, const char *name,
             0,
             false,
             false,
-            nullptr,
-            0,
+            false,
+            false,
             nullptr};
 }
 
@@ -142,6 +143,31 @@ constexpr record_field_t record_field_t::fixed() const {
     field.is_fixed = true;
     return field;
 }
+constexpr record_field_t record_field_t::known_as(std::string_view other) const {
+    record_field_t field = *this;
+    field.also = other;
+    return field;
+}
+constexpr record_field_t record_field_t::named(const wire_names_t &value_names) const {
+    record_field_t field = *this;
+    field.names = &value_names;
+    return field;
+}
+constexpr record_field_t record_field_t::in_seconds() const {
+    record_field_t field = *this;
+    field.is_time = true;
+    return field;
+}
+constexpr record_field_t record_field_t::spelling() const {
+    record_field_t field = *this;
+    field.is_spelling = true;
+    return field;
+}
+
+/** Whether two fields write the same bytes, so that one command cannot have both. */
+constexpr bool record_fields_overlap(const record_field_t &a, const record_field_t &b) {
+    return a.offset < b.offset + b.width && b.offset < a.offset + a.width;
+}
 
 /**
  * Reads a field's text into its record and sets its flag if it has one.
@@ -152,7 +178,7 @@ std::string record_field_read(const record_field_t &field, std::string_view text
 std::string record_field_text(const record_field_t &field, const void *record);
 /** Whether the record has the field: one with a flag may lack it. */
 bool record_field_is_given(const record_field_t &field, const void *record);
-/** What the field takes, as help shows it: `1 to 7`. */
+/** What the field takes, as help shows it: `1 to 7`, or `1 to 7, or udp, tcp-est`. */
 std::string record_field_form(const record_field_t &field);
 /** Says that a value of an option is wrong. */
 std::string record_field_error(std::string_view option, std::string_view value, const std::string &allowed);

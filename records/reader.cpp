@@ -75,6 +75,11 @@ record_reader_t::result_t record_reader_t::read_fields() {
             return refuse(std::string(field.option) + ": At Most 1 required but received " +
                           std::to_string(given.times));
         }
+        for (size_t j = 0; j < i; ++j) {
+            const record_field_t &other = family_->fields[j];
+            const bool collides = given_[j].times != 0 && record_fields_overlap(field, other);
+            if (collides) return refuse(std::string(other.option) + " excludes " + std::string(field.option));
+        }
         std::string error = record_field_read(field, given.value, record_.bytes);
         if (!error.empty()) return refuse(std::move(error));
     }
@@ -96,7 +101,8 @@ record_reader_t::result_t record_reader_t::refuse(std::string error) {
 size_t record_reader_t::find_field(std::string_view option) const {
     for (size_t i = 0; i < family_->field_count; ++i) {
         const record_field_t &field = family_->fields[i];
-        if (field.option == option && field.is_taken_on(verb_->op)) return i;
+        const bool is_called_so = field.option == option || (field.also == option && !option.empty());
+        if (is_called_so && field.is_taken_on(verb_->op)) return i;
     }
     return family_->field_count;
 }

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -17,6 +18,24 @@ bool parse_number(std::string_view text, uint64_t &out) {
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, out, is_hexadecimal ? 16 : 10);
     return error == std::errc() && stop == end;
+}
+
+bool parse_seconds(std::string_view text, uint64_t &out) {
+    if (text.empty() || parse_number(text, out)) return !text.empty();
+    out = 0;
+    constexpr struct {
+        char letter;
+        uint32_t seconds;
+    } units[] = {{'d', 86400}, {'h', 3600}, {'m', 60}, {'s', 1}};
+    for (const auto &unit : units) {
+        const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+        if (digits == text.size() || text[digits] != unit.letter) continue;
+        uint64_t count = 0;
+        if (!parse_number(text.substr(0, digits), count) || count > UINT32_MAX) return false;
+        out += count * unit.seconds;
+        text.remove_prefix(digits + 1);
+    }
+    return text.empty();
 }
 
 bool parse_address(std::string_view text, fwx_nat64_addr_t &out) {

@@ -15,6 +15,9 @@
 /** Reads a decimal or 0x-hexadecimal number. */
 bool parse_number(std::string_view text, uint64_t &out);
 
+/** Reads a number of seconds: `300`, `300s`, or `1d2h3m4s` with any of its parts, in that order. */
+bool parse_seconds(std::string_view text, uint64_t &out);
+
 /** Reads an address of either family; IPv4 in host order. */
 bool parse_address(std::string_view text, fwx_nat64_addr_t &out);
 /** Reads an IPv4 address. */

@@ -26,7 +26,8 @@ constexpr wire_field_t interface[] = {
 constexpr wire_field_t glb_prefix[] = {
     OP_CODE,
     WIRE_PAYLOAD_FIELD("add", fwx_nat64_glb_prefix_payload_t, add, flag),
-    WIRE_PREFIX_FIELDS("prefix", fwx_nat64_glb_prefix_payload_t, prefix),
+    WIRE_PREFIX_FIELD("prefix", fwx_nat64_glb_prefix_payload_t, prefix),
+    WIRE_NAMED_PAYLOAD_FIELD("prefix_kind", fwx_nat64_glb_prefix_payload_t, prefix.kind, wire_prefix_kind_names),
 };
 constexpr wire_field_t pool[] = {
     OP_CODE,
@@ -68,7 +69,7 @@ constexpr wire_field_t dmapping[] = {
     OP_CODE,
     WIRE_PAYLOAD_FIELD("id", fwx_nat64_dmapping_payload_t, map.id, number),
     WIRE_PAYLOAD_FIELD("opaque4", fwx_nat64_dmapping_payload_t, map.opaque4, bytes),
-    WIRE_PAYLOAD_FIELD("type", fwx_nat64_dmapping_payload_t, map.type, number),
+    WIRE_NAMED_PAYLOAD_FIELD("type", fwx_nat64_dmapping_payload_t, map.type, wire_dmapping_names),
     WIRE_PAYLOAD_FIELD("ext", fwx_nat64_dmapping_payload_t, map.ext, bytes),
     WIRE_PAYLOAD_FIELD("map_ext_arg", fwx_nat64_dmapping_payload_t, map.ext_arg, number),
     WIRE_PAYLOAD_FIELD("opaque44", fwx_nat64_dmapping_payload_t, map.opaque44, bytes),
@@ -77,17 +78,17 @@ constexpr wire_field_t dmapping[] = {
 };
 constexpr wire_field_t timeout[] = {
     OP_CODE,
-    WIRE_PAYLOAD_FIELD("type", fwx_nat64_timeout_t, type, number),
+    WIRE_NAMED_PAYLOAD_FIELD("type", fwx_nat64_timeout_t, type, wire_timeout_names),
     WIRE_PAYLOAD_FIELD("value", fwx_nat64_timeout_t, value, number),
 };
 constexpr wire_field_t limit[] = {
     OP_CODE,
-    WIRE_PAYLOAD_FIELD("type", fwx_nat64_limit_t, type, number),
+    WIRE_NAMED_PAYLOAD_FIELD("type", fwx_nat64_limit_t, type, wire_limit_names),
     WIRE_PAYLOAD_FIELD("value", fwx_nat64_limit_t, value, number),
 };
 constexpr wire_field_t session_clear[] = {
     OP_CODE,
-    WIRE_PAYLOAD_FIELD("value", fwx_nat64_session_filter_t, value, number),
+    WIRE_NAMED_PAYLOAD_FIELD("value", fwx_nat64_session_filter_t, value, wire_protocol_names),
     WIRE_PAYLOAD_FIELD("src", fwx_nat64_session_filter_t, src, address),
     WIRE_PAYLOAD_FIELD("dst", fwx_nat64_session_filter_t, dst, address),
     WIRE_PAYLOAD_FIELD("opaque", fwx_nat64_session_filter_t, opaque, bytes),
@@ -95,7 +96,7 @@ constexpr wire_field_t session_clear[] = {
 constexpr wire_field_t service[] = {
     OP_CODE,
     WIRE_PAYLOAD_FIELD("add", fwx_nat64_service_payload_t, add, flag),
-    WIRE_PAYLOAD_FIELD("type", fwx_nat64_service_payload_t, service.type, number),
+    WIRE_NAMED_PAYLOAD_FIELD("type", fwx_nat64_service_payload_t, service.type, wire_service_names),
     WIRE_PAYLOAD_FIELD("value", fwx_nat64_service_payload_t, service.value, number),
 };
 constexpr wire_field_t end_batch[] = {
@@ -111,13 +112,13 @@ constexpr wire_field_t logging[] = {
     OP_CODE,
     WIRE_PAYLOAD_FIELD("dest", fwx_nat64_logging_payload_t, dest, ipv4),
     WIRE_PAYLOAD_FIELD("dest_port", fwx_nat64_logging_payload_t, dest_port, number),
-    WIRE_PAYLOAD_FIELD("param2", fwx_nat64_logging_payload_t, param2, number),
+    WIRE_NAMED_PAYLOAD_FIELD("param2", fwx_nat64_logging_payload_t, param2, wire_template_names),
     WIRE_PAYLOAD_FIELD("mode", fwx_nat64_logging_payload_t, mode, number),
-    WIRE_PAYLOAD_FIELD("param", fwx_nat64_logging_payload_t, param, number),
+    WIRE_NAMED_PAYLOAD_FIELD("param", fwx_nat64_logging_payload_t, param, wire_transport_names),
 };
 constexpr wire_field_t adj[] = {
     OP_CODE,
-    WIRE_PAYLOAD_FIELD("type", fwx_nat64_adj_t, type, number),
+    WIRE_NAMED_PAYLOAD_FIELD("type", fwx_nat64_adj_t, type, wire_adj_names),
     WIRE_PAYLOAD_FIELD("address", fwx_nat64_adj_t, address, address),
 };
 constexpr wire_field_t global_settings[] = {

@@ -12,11 +12,23 @@
 /** A field of a configuration payload. */
 #define WIRE_PAYLOAD_FIELD(name, struct_, member, kind) \
     WIRE_FIELD_BASED(offsetof(fwx_nat64_cfg_msg_t, payload), name, struct_, member, kind)
+/** The same, with names for its values. */
+#define WIRE_NAMED_FIELD(name, struct_, member, names) \
+    { name, offsetof(struct_, member), sizeof(struct_::member), wire_kind_t::number, &(names) }
+#define WIRE_NAMED_PAYLOAD_FIELD(name, struct_, member, names)                                             \
+    {                                                                                                      \
+        name, offsetof(fwx_nat64_cfg_msg_t, payload) + offsetof(struct_, member), sizeof(struct_::member), \
+            wire_kind_t::number, &(names)                                                                  \
+    }
+/** A fwx_nat64_prefix_t but for its kind. */
+#define WIRE_PREFIX_FIELD(name, struct_, member)                                                                      \
+    {                                                                                                                 \
+        name, offsetof(fwx_nat64_cfg_msg_t, payload) + offsetof(struct_, member), offsetof(fwx_nat64_prefix_t, kind), \
+            wire_kind_t::prefix                                                                                       \
+    }
 /** The two fields that a fwx_nat64_prefix_t reads as. */
-#define WIRE_PREFIX_FIELDS(name, struct_, member)                                                                  \
-    {name, offsetof(fwx_nat64_cfg_msg_t, payload) + offsetof(struct_, member), offsetof(fwx_nat64_prefix_t, kind), \
-     wire_kind_t::prefix},                                                                                         \
-        WIRE_PAYLOAD_FIELD(name "_kind", struct_, member.kind, number)
+#define WIRE_PREFIX_FIELDS(name, struct_, member) \
+    WIRE_PREFIX_FIELD(name, struct_, member), WIRE_PAYLOAD_FIELD(name "_kind", struct_, member.kind, number)
 
 /** Where a message's selector is and which value names the message. */
 struct wire_selector_t {

@@ -1,4 +1,4 @@
-/* The kinds of fields and the names of values, each once. */
+/* The kinds of fields. */
 #ifndef WIRE_KINDS_H
 #define WIRE_KINDS_H
 
@@ -30,21 +30,5 @@
 #define WIRE_KIND(kind, name, bytes) kind,
 enum class wire_kind_t : uint8_t { WIRE_KINDS(WIRE_KIND) };
 #undef WIRE_KIND
-
-/** What a value of a field is called. */
-struct wire_value_name_t {
-    uint32_t value;
-    const char *name;
-};
-constexpr wire_value_name_t wire_operation_names[] = {
-    {FWX_NAT64_OP_ADD, "add"}, {FWX_NAT64_OP_MOD, "modify"}, {FWX_NAT64_OP_DEL, "delete"}};
-constexpr wire_value_name_t wire_mapping_kind_names[] = {{FWX_NAT64_MAPPING_UNKNOWN, "unknown"},
-                                                         {FWX_NAT64_MAPPING_STATIC, "static"},
-                                                         {FWX_NAT64_MAPPING_DYNAMIC, "dynamic"}};
-constexpr wire_value_name_t wire_debug_selector_names[] = {{FWX_NAT64_UNSOL_DEBUG_INFO, "info"},
-                                                           {FWX_NAT64_UNSOL_DEBUG_TRACE, "trace"},
-                                                           {FWX_NAT64_UNSOL_DEBUG_WARNING, "warning"},
-                                                           {FWX_NAT64_UNSOL_DEBUG_ERROR, "error"},
-                                                           {FWX_NAT64_UNSOL_DEBUG_ALL, "all four"}};
 
 #endif

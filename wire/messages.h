@@ -13,6 +13,7 @@
 
 #include "fwx_nat64/wire.h"
 #include "wire/kinds.h"
+#include "wire/names.h"
 
 enum class wire_direction_t : uint8_t { to_server, to_client };
 enum class wire_form_t : uint8_t { async, sync };
@@ -22,6 +23,7 @@ struct wire_field_t {
     uint16_t offset;  /* from the start of the message, or of the entry */
     uint16_t width;   /* bytes */
     wire_kind_t kind;
+    const wire_names_t *names = nullptr; /* of its values; null: none have names */
 };
 
 /** No selector: the message number alone names the message. */

@@ -59,7 +59,7 @@ constexpr wire_field_t intf_entry[] = {
     WIRE_FIELD("prefixes", fwx_nat64_stats_intf_entry_t, prefixes, number),
 };
 constexpr wire_field_t limit_entry[] = {
-    WIRE_FIELD("type", fwx_nat64_stats_limit_entry_t, type, number),
+    WIRE_NAMED_FIELD("type", fwx_nat64_stats_limit_entry_t, type, wire_limit_names),
     WIRE_FIELD("value", fwx_nat64_stats_limit_entry_t, value, number),
     WIRE_FIELD("in_use", fwx_nat64_stats_limit_entry_t, in_use, number),
 };
@@ -71,7 +71,7 @@ constexpr wire_field_t pool_entry[] = {
 };
 constexpr wire_field_t mapping_entry[] = {
     WIRE_FIELD("id", fwx_nat64_stats_mapping_entry_t, id, number),
-    WIRE_FIELD("kind", fwx_nat64_stats_mapping_entry_t, kind, number),
+    WIRE_NAMED_FIELD("kind", fwx_nat64_stats_mapping_entry_t, kind, wire_mapping_kind_names),
     WIRE_FIELD("active", fwx_nat64_stats_mapping_entry_t, active, flag),
     WIRE_FIELD("sessions", fwx_nat64_stats_mapping_entry_t, sessions, number),
 };
@@ -81,7 +81,7 @@ constexpr wire_field_t session_entry[] = {
     WIRE_FIELD("dst", fwx_nat64_session_t, dst, address),
     WIRE_FIELD("src_port", fwx_nat64_session_t, src_port, number),
     WIRE_FIELD("dst_port", fwx_nat64_session_t, dst_port, number),
-    WIRE_FIELD("protocol", fwx_nat64_session_t, protocol, number),
+    WIRE_NAMED_FIELD("protocol", fwx_nat64_session_t, protocol, wire_protocol_names),
     WIRE_FIELD("mapping_id", fwx_nat64_session_t, mapping_id, number),
     WIRE_FIELD("age_s", fwx_nat64_session_t, age_s, number),
 };

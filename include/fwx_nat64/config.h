@@ -44,6 +44,34 @@ extern "C" {
 #define FWX_NAT64_LOGGING_TYPE 1u      /**< the only type of logging */
 #define FWX_NAT64_LOGGING_MODE 1u      /**< the only mode of logging */
 
+/* What the server of this project means by numbers that the library passes on. */
+#define FWX_NAT64_TIMEOUT_UDP 1u          /**< a UDP session */
+#define FWX_NAT64_TIMEOUT_TCP_TRANS 2u    /**< a TCP session that opens or closes */
+#define FWX_NAT64_TIMEOUT_TCP_EST 3u      /**< an established TCP session */
+#define FWX_NAT64_TIMEOUT_TCP_IN_SYN 4u   /**< a TCP SYN from outside that waits for one from inside */
+#define FWX_NAT64_TIMEOUT_FRAGMENT_MIN 5u /**< a fragment that waits for its others, at least */
+#define FWX_NAT64_TIMEOUT_ICMP 6u         /**< an ICMP session */
+#define FWX_NAT64_TIMEOUT_UDP_MIN 7u      /**< a UDP session, at least */
+
+#define FWX_NAT64_PREFIX_STATEFUL 1u       /**< stateful translation */
+#define FWX_NAT64_PREFIX_STATELESS 2u      /**< stateless translation */
+#define FWX_NAT64_PREFIX_STATELESS_V6V4 3u /**< stateless translation from IPv6 to IPv4 */
+#define FWX_NAT64_PREFIX_DNS64 4u          /**< what a DNS64 makes addresses with */
+
+#define FWX_NAT64_DMAPPING_EIM 0u  /**< endpoint-independent mapping */
+#define FWX_NAT64_DMAPPING_ADM 1u  /**< address-dependent mapping */
+#define FWX_NAT64_DMAPPING_APDM 2u /**< address- and port-dependent mapping */
+
+#define FWX_NAT64_ADJ_INSIDE 1u      /**< next hop on the IPv6 side */
+#define FWX_NAT64_ADJ_OUTSIDE 2u     /**< next hop on the IPv4 side */
+#define FWX_NAT64_ADJ_LOGGING 3u     /**< next hop to where translations are logged */
+#define FWX_NAT64_ADJ_REPLICATION 4u /**< next hop to the other one of a pair */
+
+#define FWX_NAT64_LOGGING_TEMPLATE_ALL 0u     /**< every event */
+#define FWX_NAT64_LOGGING_TEMPLATE_SESSION 6u /**< sessions; the number of the event of a new one, like the others */
+#define FWX_NAT64_LOGGING_TEMPLATE_BIB 10u    /**< bindings */
+#define FWX_NAT64_LOGGING_TEMPLATE_PORTS 16u  /**< blocks of ports */
+
 /* Op codes: which configuration command a message carries. 10, 18 and 30 are none. */
 #define FWX_NAT64_CFG_INTF_SET 1u           /**< interface */
 #define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u    /**< NVI interface */
@@ -93,7 +121,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_global_settings_t, opaque, 0);
 
 /** An adjacency. */
 typedef struct {
-    uint32_t type;            /**< 1 to FWX_NAT64_ADJ_TYPE_MAX; what each is, is the server's */
+    uint32_t type;            /**< 1 to FWX_NAT64_ADJ_TYPE_MAX; to the server FWX_NAT64_ADJ_ */
     fwx_nat64_addr_t address; /**< of the neighbour, any */
 } fwx_nat64_adj_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_adj_t, 24);
@@ -120,8 +148,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_service_t, value, 4);
 
 /** A timeout. */
 typedef struct {
-    uint32_t type;  /**< 1 to FWX_NAT64_TIMEOUT_TYPE_MAX; what each is, is the server's */
-    uint32_t value; /**< the time; its unit and range are the server's */
+    uint32_t type;  /**< 1 to FWX_NAT64_TIMEOUT_TYPE_MAX; to the server FWX_NAT64_TIMEOUT_ */
+    uint32_t value; /**< the time; to the server seconds */
 } fwx_nat64_timeout_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_timeout_t, 8);
 FWX_NAT64_WIRE_AT(fwx_nat64_timeout_t, type, 0);
@@ -156,7 +184,8 @@ typedef struct {
     uint8_t prefix[12];  /**< its first bytes, in order */
     uint8_t reserved[3]; /**< not looked at, sent as given */
     uint8_t prefix_len;  /**< bits; which lengths can be is the server's */
-    uint32_t kind;       /**< global prefixes: 1 to FWX_NAT64_PREFIX_KIND_MAX; with interfaces the server's */
+    uint32_t kind;       /**< global prefixes: 1 to FWX_NAT64_PREFIX_KIND_MAX, to the server FWX_NAT64_PREFIX_; of
+                            interfaces the server's */
 } fwx_nat64_prefix_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_prefix_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_prefix_t, prefix, 0);
@@ -201,7 +230,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_smapping_t, addr2, 44);
 typedef struct {
     uint32_t id;         /**< of the mapping, not 0 */
     uint8_t opaque4[8];  /**< the server's */
-    uint32_t type;       /**< 0 to FWX_NAT64_DMAPPING_TYPE_MAX; what each is, is the server's */
+    uint32_t type;       /**< 0 to FWX_NAT64_DMAPPING_TYPE_MAX; to the server FWX_NAT64_DMAPPING_ */
     uint8_t ext[24];     /**< the server's: the second part, which an add alone sends a second time */
     uint32_t ext_arg;    /**< the server's; sent a second time by an add alone */
     uint8_t opaque44[8]; /**< the server's */
@@ -240,10 +269,10 @@ FWX_NAT64_WIRE_AT(fwx_nat64_pool_range_t, end_addr, 24);
 typedef struct {
     uint32_t type;         /**< FWX_NAT64_LOGGING_TYPE */
     uint32_t mode;         /**< FWX_NAT64_LOGGING_MODE */
-    uint8_t param;         /**< the server's */
+    uint8_t param;         /**< to the server the IP protocol that logs travel by, 0 for its own choice */
     fwx_nat64_addr_t dest; /**< IPv4, not 0.0.0.0 */
     uint16_t dest_port;    /**< not 0, host order, also in the message */
-    uint16_t param2;       /**< the server's */
+    uint16_t param2;       /**< to the server FWX_NAT64_LOGGING_TEMPLATE_ */
 } fwx_nat64_logging_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_t, 36);
 FWX_NAT64_WIRE_AT(fwx_nat64_logging_t, dest, 12);

@@ -51,7 +51,7 @@ typedef struct {
     uint8_t v6_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX */
     uint8_t v4_prefix[4];    /**< IPv4 prefix, likewise */
     uint8_t v4_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX */
-    uint16_t rule_params[4]; /**< the server's */
+    uint16_t rule_params[4]; /**< to the server: EA bits, PSID offset, PSID length, PSID where there are no EA bits */
 } fwx_nat64_mapt_bmr_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_bmr_t, 32);
 FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v6_prefix, 8);
@@ -61,7 +61,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, rule_params, 22);
 /** A default mapping rule; only the identifier is looked at. */
 typedef struct {
     uint32_t id;        /**< of the rule, not 0 */
-    uint8_t opaque[24]; /**< the server's */
+    uint8_t opaque[24]; /**< to the server: an IPv6 prefix in 16 bytes, first byte most significant, its length in
+                             bits, and reserved bytes */
 } fwx_nat64_mapt_dmr_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_dmr_t, 28);
 FWX_NAT64_WIRE_AT(fwx_nat64_mapt_dmr_t, id, 0);

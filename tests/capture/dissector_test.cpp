@@ -109,10 +109,10 @@ struct example_t {
 
 const example_t examples[] = {
     {"settings",
-     {{"timeout_set", {"op_code: 14 (timeout_set)", "type: 3", "value: 7200"}},
+     {{"timeout_set", {"op_code: 14 (timeout_set)", "type: tcp-est (3)", "value: 7200"}},
       {"timeout_set", {"fwx_nat64.timeout_set.type=7", "fwx_nat64.timeout_set.value=120"}},
-      {"adj_set", {"type: 13", "address: 198.51.100.254", "fwx_nat64.adj_set.address.ipv4=198.51.100.254"}},
-      {"adj_set", {"type: 2", "address: 2001:db8::1", "fwx_nat64.adj_set.address.family=1"}},
+      {"adj_set", {"type: Unknown (13)", "address: 198.51.100.254", "fwx_nat64.adj_set.address.ipv4=198.51.100.254"}},
+      {"adj_set", {"type: outside (2)", "address: 2001:db8::1", "fwx_nat64.adj_set.address.family=1"}},
       {"session_clear", {"src: 2001:db8:64::1", "dst: 198.51.100.7"}},
       {"global_settings", {"opaque: 000102030405060708090a0b0c0d0e0f"}},
       {"ctrl_end_batch", {"form: synchronous (1)", "fwx_nat64.op_code=21", "batch_id: 7"}},
@@ -122,7 +122,8 @@ const example_t examples[] = {
      {{"pool_add", {"id: 1", "start_addr: 198.51.100.1", "end_addr: 198.51.100.254"}},
       {"pool_range_add", {"start_addr: 203.0.113.0", "end_addr: 203.0.113.127"}},
       {"interface_set", {"sful_prefix: 64:ff9b::/96", "sless_prefix: 2001:db8:122:300::/56", "mtu: 1500"}},
-      {"glb_prefix", {"prefix: 2001:db8:122:344::/64", "fwx_nat64.glb_prefix.prefix.length=64", "prefix_kind: 4"}},
+      {"glb_prefix",
+       {"prefix: 2001:db8:122:344::/64", "fwx_nat64.glb_prefix.prefix.length=64", "prefix_kind: dns64 (4)"}},
       {"smapping_add", {"addr1: 2001:db8:1c0:2:21::", "addr2: 198.51.100.2"}},
       {"logging_add", {"dest: 203.0.113.200", "dest_port: 4739"}},
       {"stats_pool_all_reply", {"value2: 2", "id: 1", "addresses: 254", "id: 2", "addresses: 129"}}}},

@@ -15,9 +15,11 @@ constexpr char seven[] =
 TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) {
     run_t result = run("batch -", seven);
     EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.notes,
-              "natctl: line 7: timeout set: --type 9: must be 1 to 7\n"
-              "natctl: 4 commands done, 1 failed, 2 not run\n");
+    EXPECT_EQ(
+        result.notes,
+        "natctl: line 7: timeout set: --type 9: must be 1 to 7, or udp, tcp-trans, tcp-est, tcp-in-syn, fragment-min, "
+        "icmp, udp-min\n"
+        "natctl: 4 commands done, 1 failed, 2 not run\n");
     EXPECT_EQ(result.answers,
               "line 2: timeout set: ok\nline 4: limit add: ok\nline 5: timeout set: ok\nline 6: adj set: ok\n");
 }

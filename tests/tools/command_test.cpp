@@ -56,7 +56,9 @@ TEST_F(command_test, a_server_that_cannot_be_reached_ends_with_status_4) {
 
 TEST_F(command_test, an_error_that_quotes_bytes_that_are_no_text_is_still_valid_json) {
     json_t outcome = run_json("timeout set --value 1 --type \xff", 2);
-    EXPECT_EQ(outcome.at("error"), "--type \xef\xbf\xbd: must be 1 to 7");
+    EXPECT_EQ(outcome.at("error"),
+              "--type \xef\xbf\xbd: must be 1 to 7, or udp, tcp-trans, tcp-est, "
+              "tcp-in-syn, fragment-min, icmp, udp-min");
 }
 
 TEST_F(command_test, an_option_of_natctl_may_follow_the_command) {
@@ -155,14 +157,14 @@ TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
         run("--dry-run batch -", "timeout set --type 1 --value 300\nserver fail-next --code 5\nserver hold\n");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.notes, "");
-    const std::string shown = "line 1: timeout set:\ntimeout_set 48 bytes: op_code=14 type=1 value=300\n03c06000";
+    const std::string shown = "line 1: timeout set:\ntimeout_set 48 bytes: op_code=14 type=1 (udp) value=300\n03c06000";
     EXPECT_EQ(result.answers.substr(0, shown.size()), shown);
     EXPECT_NE(result.answers.find("line 3: server hold: nothing to send\n"), std::string::npos) << result.answers;
 }
 
 TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {
     run_t result = run("--trace adj set --type 1 --address 192.0.2.1");
-    EXPECT_NE(result.notes.find("-> adj_set 64 bytes: op_code=26 type=1 address=192.0.2.1\n<- result "),
+    EXPECT_NE(result.notes.find("-> adj_set 64 bytes: op_code=26 type=1 (inside) address=192.0.2.1\n<- result "),
               std::string::npos)
         << result.notes;
     EXPECT_EQ(result.answers, "adj set: ok\n");

@@ -36,7 +36,7 @@ TEST(decode_test, a_message_reads_as_its_name_its_length_and_its_fields) {
              "01000000"
              "2c010000"
              "00000000",
-         "-> timeout_set 48 bytes: op_code=14 type=1 value=300"},
+         "-> timeout_set 48 bytes: op_code=14 type=1 (udp) value=300"},
         {FWX_HOST_SENT,
          "03c06000" + async_header_rest +
              "1a000000"
@@ -44,7 +44,7 @@ TEST(decode_test, a_message_reads_as_its_name_its_length_and_its_fields) {
              "01000000"
              "20010db8000000000000000000000001"
              "00000000",
-         "-> adj_set 64 bytes: op_code=26 type=2 address=2001:db8::1"},
+         "-> adj_set 64 bytes: op_code=26 type=2 (outside) address=2001:db8::1"},
         {FWX_HOST_SENT,
          "02806000" + sync_header_rest +
              "90000100"
@@ -84,7 +84,7 @@ TEST(decode_test, a_message_reads_as_its_name_its_length_and_its_fields) {
          "03c06000" + async_header_rest +
              "0e000000"
              "01000000",
-         "-> timeout_set 40 bytes: op_code=14 type=1"},
+         "-> timeout_set 40 bytes: op_code=14 type=1 (udp)"},
     };
     for (const decoding_t &decoding : decodings) {
         std::vector<uint8_t> bytes = bytes_of(decoding.bytes);

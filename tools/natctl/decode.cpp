@@ -12,6 +12,9 @@
 
 namespace {
 
+/* Of the key beside a value's own, that says what it is called. */
+constexpr std::string_view name_suffix = "_name";
+
 /** An address whose first `size` bytes stand at `at`, last byte first. */
 std::string swapped_address_text(int family, const uint8_t *at, size_t size) {
     uint8_t bytes[sizeof(in6_addr)] = {};
@@ -61,6 +64,12 @@ auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
     return use(wire_read(at, field.width));
 }
 
+/** What the field's value is called, null when it has no name. */
+json_t name_json(const wire_field_t &field, const uint8_t *at) {
+    const char *name = field.names->name_of(wire_read(at, field.width));
+    return name == nullptr ? json_t() : json_t(name);
+}
+
 /** Writes values as JSON has them. */
 struct json_writer_t {
     std::string &out;
@@ -75,8 +84,10 @@ json_t fields_json(const wire_field_t *fields, size_t field_count, const uint8_t
     json_t object = json_t::object();
     for (size_t i = 0; i < field_count; ++i) {
         const wire_field_t &field = fields[i];
-        if (size_t{field.offset} + field.width <= size)
-            object[field.name] = use_value(field, base + field.offset, [](const auto &value) { return json_t(value); });
+        if (size_t{field.offset} + field.width > size) continue;
+        const uint8_t *at = base + field.offset;
+        object[field.name] = use_value(field, at, [](const auto &value) { return json_t(value); });
+        if (field.names != nullptr) object[field.name + std::string(name_suffix)] = name_json(field, at);
     }
     return object;
 }
@@ -125,11 +136,35 @@ json_t message_json(fwx_host_direction_t direction, const void *msg, size_t size
     return object;
 }
 
+namespace {
+
+/** The key whose value's name stands under `key`, or an empty text. */
+std::string named_key(const json_t &object, const std::string &key) {
+    if (key.size() <= name_suffix.size()) return {};
+    const size_t length = key.size() - name_suffix.size();
+    const std::string named = key.substr(0, length);
+    return key.substr(length) == name_suffix && object.contains(named) ? named : "";
+}
+
+}  // namespace
+
+json_t with_names(const json_t &row) {
+    json_t shown = json_t::object();
+    for (const auto &[key, value] : row.items()) {
+        const std::string named = named_key(row, key);
+        if (named.empty()) shown[key] = value;
+        if (!named.empty() && !value.is_null()) shown[named] = value;
+    }
+    return shown;
+}
+
 std::string message_text(const json_t &message) {
     std::string text = plain_text(message["message"]) + " " + plain_text(message["size"]) + " bytes";
     const char *separator = ": ";
     for (const auto &[name, value] : message["fields"].items()) {
-        text += separator + name + "=" + plain_text(value);
+        const bool is_name = !named_key(message["fields"], name).empty();
+        if (!is_name) text += separator + name + "=" + plain_text(value);
+        if (is_name && !value.is_null()) text += " (" + plain_text(value) + ")";
         separator = " ";
     }
     return text;
@@ -169,6 +204,9 @@ void append_entry_lines(std::string &lines, const std::string &members, uint16_t
             const wire_field_t &field = reply->entry_fields[n];
             lines.append(",\"").append(field.name).append("\":");
             use_value(field, at + field.offset, json_writer_t{lines});
+            if (field.names == nullptr) continue;
+            lines.append(",\"").append(field.name).append(name_suffix).append("\":");
+            lines += name_json(field, at + field.offset).dump();
         }
         lines += "}\n";
     }

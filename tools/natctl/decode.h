@@ -22,6 +22,9 @@ json_t message_json(fwx_host_direction_t direction, const void *msg, size_t size
 /** What message_json made, on one line and without direction. */
 std::string message_text(const json_t &message);
 
+/** A row as people read it: of a value that has a name, the name alone. */
+json_t with_names(const json_t &row);
+
 /** The entries of a reply with that message number, as an array of rows. */
 json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count);
 /** Appends a line for each entry: a JSON object with `members`, as text, before the entry's own. */

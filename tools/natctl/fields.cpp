@@ -25,7 +25,13 @@ option_t option_t::required(bool is_required) const {
 
 option_t add_field(CLI::App &app, const record_field_t &field, void *record) {
     auto read = [field, record](const std::string &text) { return record_field_read(field, text, record); };
-    return text_field(app, field.option, read, field.meaning, record_field_form(field));
+    std::string options(field.option);
+    if (!field.also.empty()) options.append(",").append(field.also);
+    return text_field(app, options, read, field.meaning, record_field_form(field));
+}
+
+void option_t::excludes(const option_t &other) const {
+    option_->excludes(other.option_);
 }
 
 option_t choice_field(CLI::App &app, const std::string &option, uint32_t &out, std::vector<choice_t> choices,

@@ -25,6 +25,8 @@ public:
     explicit option_t(CLI::Option &option) : option_(&option) {}
     /** Has a command without the option refused. */
     option_t required(bool is_required = true) const;
+    /** Has a command with both refused. */
+    void excludes(const option_t &other) const;
 
 private:
     CLI::Option *option_;
@@ -39,6 +41,14 @@ template <typename number_t>
 option_t number_field(CLI::App &app, const char *option, number_t &out, const char *meaning, uint64_t min = 0,
                       uint64_t max = std::numeric_limits<number_t>::max()) {
     return add_field(app, record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning).within(min, max),
+                     &out);
+}
+/** An IP protocol, by name or number. */
+inline option_t protocol_field(CLI::App &app, const char *option, uint32_t &out, const char *meaning) {
+    return add_field(app,
+                     record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning)
+                         .within(1, UINT8_MAX)
+                         .named(wire_protocol_names),
                      &out);
 }
 /** An address of either family. */

@@ -38,7 +38,7 @@ json_t rows_of(const json_t &data) {
 }
 
 std::string csv_text(const json_t &value) {
-    std::string text = plain_text(value);
+    std::string text = value.is_null() ? "" : plain_text(value);
     if (text.find_first_of(",\"\n") == std::string::npos) return text;
     std::string quoted = "\"";
     for (char c : text) {
@@ -138,7 +138,7 @@ void output_t::print_text(const outcome_t &outcome) {
         answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';
     }
     if (outcome.data.is_array()) print_rows(outcome.data);
-    if (outcome.data.is_object()) print_object(outcome.data);
+    if (outcome.data.is_object()) print_object(with_names(outcome.data));
 }
 
 /** A batch has many answers; each is told by its line. */
@@ -164,12 +164,15 @@ void output_t::print_rows(const json_t &rows) {
     }
     bool is_head = widths_.empty();
     std::vector<std::vector<std::string>> lines(1);
-    for (const auto &[name, value] : rows.front().items()) {
-        lines.front().push_back(name);
-    }
     for (const json_t &row : rows) {
+        const json_t shown = with_names(row);
+        if (lines.size() == 1) {
+            for (const auto &[name, value] : shown.items()) {
+                lines.front().push_back(name);
+            }
+        }
         lines.emplace_back();
-        for (const json_t &value : row) {
+        for (const json_t &value : shown) {
             lines.back().push_back(plain_text(value));
         }
     }

@@ -116,7 +116,7 @@ void add_walk(grammar_t &grammar) {
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
     limit_field(app, walk->limit);
     number_field(app, "--cookie", walk->cookie, "where to go on, 0 for the start");
-    number_field(app, "--protocol", walk->protocol, "only those of this IP protocol", 1, UINT8_MAX);
+    protocol_field(app, "--protocol", walk->protocol, "only those of this IP protocol");
     address_field(app, "--src", walk->filter.src, "only those with this source");
 }
 
@@ -125,7 +125,7 @@ void add_clear(grammar_t &grammar) {
     CLI::App &app =
         grammar.command("clear", "Clears the sessions that match every given option",
                         [filter](call_t &call) { return fwx_nat64_session_clear_a(filter.get(), call.ctx); });
-    number_field(app, "--protocol", filter->value, "only those of this IP protocol", 1, UINT8_MAX);
+    protocol_field(app, "--protocol", filter->value, "only those of this IP protocol");
     address_field(app, "--src", filter->src, "only those with this source");
     address_field(app, "--dst", filter->dst, "only those with this destination");
 }

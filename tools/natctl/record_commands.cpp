@@ -11,11 +11,14 @@ void add_verb(grammar_t &grammar, const record_family_t &family, const record_ve
         return call.pal.send(call, family, op, record->bytes);
     };
     CLI::App &app = grammar.command(std::string(verb.word), std::string(verb.title) + " " + family.noun, start);
-    for (size_t i = 0; i < family.field_count; ++i) {
-        const record_field_t &field = family.fields[i];
-        if (field.is_taken_on(verb.op)) {
-            add_field(app, field, record->bytes).required(field.is_required_on(verb.op));
+    std::vector<std::pair<const record_field_t *, option_t>> options;
+    for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
+        if (!field->is_taken_on(verb.op)) continue;
+        const option_t option = add_field(app, *field, record->bytes).required(field->is_required_on(verb.op));
+        for (const auto &[other, others_option] : options) {
+            if (record_fields_overlap(*field, *other)) option.excludes(others_option);
         }
+        options.emplace_back(field, option);
     }
 }
 

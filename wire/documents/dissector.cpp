@@ -22,9 +22,9 @@ std::string result_names() {
     return text + "}";
 }
 
-std::string operations() {
+std::string value_names(const wire_names_t &names) {
     return "{ " +
-           joined(wire_operation_names, std::size(wire_operation_names), ", ",
+           joined(names.begin(), names.count, ", ",
                   [](const wire_value_name_t &each) {
                       return "[" + std::to_string(each.value) + "] = " + quoted(each.name);
                   }) +
@@ -38,7 +38,7 @@ std::string fields_of(const std::string &indent, const wire_field_t *fields, siz
                   [&indent](const wire_field_t &field) {
                       return indent + "  { " + quoted(field.name) + ", " + std::to_string(field.offset) + ", " +
                              std::to_string(field.width) + ", " + quoted(kind_keys[static_cast<size_t>(field.kind)]) +
-                             " },\n";
+                             (field.names == nullptr ? "" : ", " + value_names(*field.names)) + " },\n";
                   }) +
            indent + "},\n";
 }
@@ -83,7 +83,7 @@ words_t dissector_words() {
     const wire_message_t *messages = wire_messages(&count);
     return {
         {"WIRE_LUA_RESULT_NAMES", result_names()},
-        {"WIRE_LUA_OPERATIONS", operations()},
+        {"WIRE_LUA_OPERATIONS", value_names(wire_operation_names)},
         {"WIRE_LUA_MESSAGES", "{\n" + joined(messages, count, "", message_table) + "}"},
     };
 }

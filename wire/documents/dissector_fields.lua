@@ -77,7 +77,7 @@ local families = { [WIRE_FAMILY_IPV4] = "IPv4" }
 local function add_little_endian(shape, tree, range) return tree:add_le(shape.field, range) end
 local function number(display, names)
   return {
-    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names) end,
+    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names or shape.names) end,
     add = add_little_endian,
   }
 end
@@ -135,11 +135,11 @@ local kinds = {
   },
 }
 
--- A shape is { name, offset, width, kind } as it stands in the tables.
+-- A shape is { name, offset, width, kind, names of values if it has any } as it stands in the tables.
 local function declare(shapes, prefix)
   local by_name = {}
   for _, shape in ipairs(shapes) do
-    shape.name, shape.offset, shape.width, shape.kind = shape[1], shape[2], shape[3], shape[4]
+    shape.name, shape.offset, shape.width, shape.kind, shape.names = shape[1], shape[2], shape[3], shape[4], shape[5]
     shape.abbrev = (shape.kind == "code" or shape.selects) and shape.name or prefix .. shape.name
     kinds[shape.kind].declare(shape)
     by_name[shape.name] = shape

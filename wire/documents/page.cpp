@@ -58,8 +58,9 @@ std::string overview(const wire_message_t *messages, size_t count, wire_directio
 std::string fields_of(const wire_field_t *fields, size_t count) {
     return "\n" + row({"offset", "width", "field", "kind"}) + "|---|---|---|---|\n" +
            joined(fields, count, "", [](const wire_field_t &field) {
+               const std::string kind = kind_texts[static_cast<size_t>(field.kind)].name;
                return row({std::to_string(field.offset), std::to_string(field.width), code(field.name),
-                           kind_texts[static_cast<size_t>(field.kind)].name});
+                           kind + (field.names == nullptr ? "" : ": " + value_list(*field.names))});
            });
 }
 

@@ -14,12 +14,6 @@ std::string form_digit(unsigned form) {
     return {"0123456789ABCDEF"[form / (FWX_NAT64_MSG_NUMBER_MASK + 1)]};
 }
 
-template <size_t n>
-std::string values_of(const wire_value_name_t (&names)[n]) {
-    return joined(names, n, ", ",
-                  [](const wire_value_name_t &each) { return std::to_string(each.value) + " " + each.name; });
-}
-
 /* Where a member is, and how long. */
 #define PLACE(name, struct_, member)                                   \
     {"WIRE_" name "_AT", std::to_string(offsetof(struct_, member))}, { \
@@ -35,6 +29,11 @@ std::string hex(uint32_t value, int digits) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%0*x", digits, value);
     return text;
+}
+
+std::string value_list(const wire_names_t &names) {
+    return joined(names.begin(), names.count, ", ",
+                  [](const wire_value_name_t &each) { return std::to_string(each.value) + " " + each.name; });
 }
 
 std::string filled(const std::string &text, const words_t &words) {
@@ -81,9 +80,8 @@ words_t layout_words() {
         PLACE("PREFIX_RESERVED", fwx_nat64_prefix_t, reserved),
         PLACE("PREFIX_LENGTH", fwx_nat64_prefix_t, prefix_len),
 
-        {"WIRE_OPERATIONS", values_of(wire_operation_names)},
-        {"WIRE_MAPPING_KINDS", values_of(wire_mapping_kind_names)},
-        {"WIRE_DEBUG_SELECTORS", values_of(wire_debug_selector_names)},
+        {"WIRE_OPERATIONS", value_list(wire_operation_names)},
+        {"WIRE_DEBUG_SELECTORS", value_list(wire_debug_selector_names)},
         {"WIRE_INIT_CODE", hex(FWX_NAT64_INIT_CODE, 8)},
         NUMBER("NO_SECOND_PART", FWX_NAT64_DMAPPING_NO_SECOND_PART),
         NUMBER("LOGGING_MODE", FWX_NAT64_LOGGING_MODE),

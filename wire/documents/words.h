@@ -15,6 +15,9 @@ std::string filled(const std::string &text, const words_t &words);
 /** `value` in hexadecimal, of at least so many digits. */
 std::string hex(uint32_t value, int digits = 1);
 
+/** `1 add, 2 modify`. */
+std::string value_list(const wire_names_t &names);
+
 /** Sizes and offsets of headers and records, and constants. */
 words_t layout_words();
 /** Tables of the dissector, as Lua. */
