@@ -514,6 +514,83 @@ local messages = {
     },
   },
   {
+    name = "stats_sys_counts_reply",
+    purpose = "what the server has counted",
+    direction = 1, type = 0xc004, body = 32, size = 48, selector = 1, selector_offset = 44,
+    fields = {
+      { "result", 32, 4, "code" },
+      { "more", 40, 4, "number" },
+      { "sel", 44, 4, "number" },
+    },
+    entry = {
+      name = "counts", offset = 48, size = 72,
+      fields = {
+        { "commands", 0, 8, "number" },
+        { "malformed", 8, 8, "number" },
+        { "refused", 16, 8, "number" },
+        { "replies", 24, 8, "number" },
+        { "held", 32, 8, "number" },
+        { "clients", 40, 8, "number" },
+        { "queued_bytes", 48, 8, "number" },
+        { "dropped", 56, 8, "number" },
+        { "turned_away", 64, 8, "number" },
+      },
+    },
+  },
+  {
+    name = "stats_sys_boot_reply",
+    purpose = "which run of the server it is",
+    direction = 1, type = 0xc004, body = 32, size = 48, selector = 2, selector_offset = 44,
+    fields = {
+      { "result", 32, 4, "code" },
+      { "more", 40, 4, "number" },
+      { "sel", 44, 4, "number" },
+    },
+    entry = {
+      name = "boot", offset = 48, size = 72,
+      fields = {
+        { "boot_id", 0, 8, "hex" },
+        { "changes", 8, 8, "number" },
+      },
+    },
+  },
+  {
+    name = "stats_sys_system_reply",
+    purpose = "system statistics and what was refused",
+    direction = 1, type = 0xc004, body = 32, size = 48, selector = 3, selector_offset = 44,
+    fields = {
+      { "result", 32, 4, "code" },
+      { "more", 40, 4, "number" },
+      { "sel", 44, 4, "number" },
+    },
+    entry = {
+      name = "system", offset = 48, size = 168,
+      fields = {
+        { "interfaces", 0, 8, "number" },
+        { "prefixes", 8, 8, "number" },
+        { "static_mappings", 16, 8, "number" },
+        { "dynamic_mappings", 24, 8, "number" },
+        { "pools", 32, 8, "number" },
+        { "pool_ranges", 40, 8, "number" },
+        { "loggings", 48, 8, "number" },
+        { "rules", 56, 8, "number" },
+        { "sessions", 64, 8, "number" },
+        { "refused_malformed", 72, 8, "number" },
+        { "refused_unknown", 80, 8, "number" },
+        { "refused_no_entry", 88, 8, "number" },
+        { "refused_exists", 96, 8, "number" },
+        { "refused_no_pool", 104, 8, "number" },
+        { "refused_value", 112, 8, "number" },
+        { "refused_overlap", 120, 8, "number" },
+        { "refused_has_ranges", 128, 8, "number" },
+        { "refused_prefix_len", 136, 8, "number" },
+        { "refused_too_many", 144, 8, "number" },
+        { "refused_not_saved", 152, 8, "number" },
+        { "refused_ordered", 160, 8, "number" },
+      },
+    },
+  },
+  {
     name = "stats_sys_reply",
     purpose = "system statistics",
     direction = 1, type = 0xc004, body = 32, size = 48,
@@ -611,6 +688,42 @@ local messages = {
         { "type", 0, 4, "number", { [1] = "sessions" } },
         { "value", 4, 4, "number" },
         { "in_use", 8, 8, "number" },
+      },
+    },
+  },
+  {
+    name = "session_walk_full_reply",
+    purpose = "sessions of a walk in full",
+    direction = 1, type = 0xc009, body = 32, size = 72, selector = 1, selector_offset = 64,
+    fields = {
+      { "result", 32, 4, "code" },
+      { "count", 40, 4, "number" },
+      { "more", 48, 4, "flag" },
+      { "stopped", 52, 4, "flag" },
+      { "value", 56, 8, "hex" },
+      { "value2", 64, 4, "number" },
+    },
+    entry = {
+      name = "sessions", offset = 72, size = 152, count_offset = 40,
+      fields = {
+        { "id", 0, 8, "hex" },
+        { "protocol", 8, 4, "number", { [1] = "icmp", [6] = "tcp", [17] = "udp", [58] = "icmpv6" } },
+        { "state", 12, 4, "number", { [1] = "active", [2] = "v6-init", [3] = "v4-init", [4] = "established", [5] = "v6-fin", [6] = "v4-fin", [7] = "fin", [8] = "trans" } },
+        { "src", 16, 20, "address" },
+        { "dst_ipv6", 36, 20, "address" },
+        { "pool_addr", 56, 20, "address" },
+        { "dst", 76, 20, "address" },
+        { "src_port", 96, 2, "number" },
+        { "pool_port", 98, 2, "number" },
+        { "dst_port", 100, 2, "number" },
+        { "mapping_id", 104, 4, "number" },
+        { "pool_id", 108, 4, "number" },
+        { "age_s", 112, 4, "number" },
+        { "remaining_s", 116, 4, "number" },
+        { "packets_out", 120, 8, "number" },
+        { "bytes_out", 128, 8, "number" },
+        { "packets_in", 136, 8, "number" },
+        { "bytes_in", 144, 8, "number" },
       },
     },
   },
@@ -877,7 +990,9 @@ end
 
 local by_type = {} -- messages by direction and type word
 for _, message in ipairs(messages) do
-  if message.selector then message.fields[1].selects = message.name end
+  for _, shape in ipairs(message.fields) do
+    if message.selector and shape[2] == message.selector_offset then shape.selects = message.name end
+  end
   declare(message.fields, message.name .. ".")
   if message.entry then
     message.entry.field = field("none", message.name .. "." .. message.entry.name, message.entry.name)
@@ -933,12 +1048,17 @@ end
 -- The description of a message, or why it cannot be told; neither for an unknown one.
 local function find(direction, buffer)
   local candidates = by_type[direction * 0x10000 + buffer(0, 2):le_uint()] or {}
+  local problem
   for _, message in ipairs(candidates) do
     local at = message.selector_offset
     if not at then return message end
-    if buffer:len() < at + 4 then return nil, "too short to tell which message it is" end
-    if buffer(at, 4):le_uint() == message.selector then return message end
+    if buffer:len() < at + 4 then
+      problem = "too short to tell which message it is"
+    elseif buffer(at, 4):le_uint() == message.selector then
+      return message
+    end
   end
+  return nil, problem
 end
 
 -- The result of a message from the server, or null.

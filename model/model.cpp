@@ -1,5 +1,6 @@
 #include "model/model.h"
 
+#include <arpa/inet.h>
 #include <sys/random.h>
 
 #include <algorithm>
@@ -48,7 +49,7 @@ std::unique_ptr<fwx_nat64_model_t> fwx_nat64_model_t::create(fwx_host_loop_t *lo
 }
 
 void fwx_nat64_model_t::add_error_texts() {
-#define ADD_TEXT(code, text) fwx_host_error_text_add(code, text);
+#define ADD_TEXT(code, cause, text) fwx_host_error_text_add(code, text);
     FWX_NAT64_MODEL_RESULTS(ADD_TEXT)
 #undef ADD_TEXT
 }
@@ -72,11 +73,11 @@ void fwx_nat64_model_t::observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *
 }
 
 void fwx_nat64_model_t::journal_set(const fwx_nat64_model_journal_t &journal) {
-    state_->refused += state_->changes.journal_set(journal);
+    state_->note_unsaved(state_->changes.journal_set(journal));
 }
 
 void fwx_nat64_model_t::commit() {
-    state_->refused += state_->changes.commit();
+    state_->note_unsaved(state_->changes.commit());
 }
 
 void fwx_nat64_model_t::hold() {
@@ -115,11 +116,11 @@ void fwx_nat64_model_t::order_cleanup(bool on) {
     state_->config.rules.orders_cleanup = on;
 }
 
-fwx_nat64_model_counts_t fwx_nat64_model_t::counts() const {
+fwx_nat64_stats_counts_t fwx_nat64_model_t::counts() const {
     return counts_of(*state_);
 }
 
-fwx_nat64_model_boot_t fwx_nat64_model_t::boot() const {
+fwx_nat64_stats_boot_t fwx_nat64_model_t::boot() const {
     return boot_of(*state_);
 }
 
@@ -166,6 +167,12 @@ fwx_nat64_model_classifier_t fwx_nat64_model_t::classifier() const {
 
 void fwx_nat64_model_t::sessions_generate(uint64_t count) {
     configuration_t &config = state_->config;
+    std::vector<session_pool_t> pools;
+    for (const auto &[id, pool] : config.pools.pools.entries) {
+        const uint32_t first = ntohl(pool.start_addr);
+        const uint32_t last = ntohl(pool.end_addr);
+        pools.push_back({id, first, std::max(1U, last - first + 1)});
+    }
     config.sessions.generate(std::min(count, fwx_nat64_model_max_sessions),
-                             identifiers(config.mappings.dynamic.entries), identifiers(config.pools.pools.entries));
+                             identifiers(config.mappings.dynamic.entries), std::move(pools));
 }

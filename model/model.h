@@ -26,19 +26,19 @@
 #define FWX_NAT64_MODEL_ERR_TOO_MANY 0x600au   /* a walk or long list beside too many of the same client */
 #define FWX_NAT64_MODEL_ERR_NOT_SAVED 0x600bu  /* carried out, and not in the journal */
 
-/** Every code above with its text, for whoever shows them: X(code, text). */
-#define FWX_NAT64_MODEL_RESULTS(X)                                                                     \
-    X(FWX_NAT64_MODEL_ERR_MALFORMED, "the server got a malformed message")                             \
-    X(FWX_NAT64_MODEL_ERR_UNKNOWN, "the server does not know this command")                            \
-    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, "the server has no such entry")                                    \
-    X(FWX_NAT64_MODEL_ERR_EXISTS, "the server has this entry already")                                 \
-    X(FWX_NAT64_MODEL_ERR_NO_POOL, "the server has no such pool")                                      \
-    X(FWX_NAT64_MODEL_ERR_VALUE, "the server does not take this value")                                \
-    X(FWX_NAT64_MODEL_ERR_OVERLAP, "the server has some of these addresses in another pool")           \
-    X(FWX_NAT64_MODEL_ERR_HAS_RANGES, "the server has ranges of this pool, which must go first")       \
-    X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits")    \
-    X(FWX_NAT64_MODEL_ERR_TOO_MANY, "the server answers too many walks and long lists of this client") \
-    X(FWX_NAT64_MODEL_ERR_NOT_SAVED, "the server has done it, and could not save that it has")
+/** Every code above, for whoever counts or shows them: X(code, its count in fwx_nat64_stats_system_t, text). */
+#define FWX_NAT64_MODEL_RESULTS(X)                                                                               \
+    X(FWX_NAT64_MODEL_ERR_MALFORMED, malformed, "the server got a malformed message")                            \
+    X(FWX_NAT64_MODEL_ERR_UNKNOWN, unknown, "the server does not know this command")                             \
+    X(FWX_NAT64_MODEL_ERR_NO_ENTRY, no_entry, "the server has no such entry")                                    \
+    X(FWX_NAT64_MODEL_ERR_EXISTS, exists, "the server has this entry already")                                   \
+    X(FWX_NAT64_MODEL_ERR_NO_POOL, no_pool, "the server has no such pool")                                       \
+    X(FWX_NAT64_MODEL_ERR_VALUE, value, "the server does not take this value")                                   \
+    X(FWX_NAT64_MODEL_ERR_OVERLAP, overlap, "the server has some of these addresses in another pool")            \
+    X(FWX_NAT64_MODEL_ERR_HAS_RANGES, has_ranges, "the server has ranges of this pool, which must go first")     \
+    X(FWX_NAT64_MODEL_ERR_PREFIX_LEN, prefix_len, "the server takes prefixes of 32, 40, 48, 56, 64 or 96 bits")  \
+    X(FWX_NAT64_MODEL_ERR_TOO_MANY, too_many, "the server answers too many walks and long lists of this client") \
+    X(FWX_NAT64_MODEL_ERR_NOT_SAVED, not_saved, "the server has done it, and could not save that it has")
 
 /* What stands for commands of MAP-T rules among the op codes: {index, Rule ID, Domain ID}, and a default rule's record.
  * The index under which a rule is deleted does not matter. */
@@ -47,10 +47,6 @@
 #define FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL 0x10002u
 #define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_MOD 0x10003u
 #define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL 0x10004u
-
-/* Selectors of a system statistics query that the model answers with another record, as long as that of all others. */
-#define FWX_NAT64_MODEL_SEL_COUNTS 1u /* fwx_nat64_model_counts_t */
-#define FWX_NAT64_MODEL_SEL_BOOT 2u   /* fwx_nat64_model_boot_t */
 
 /** Gets one part of the configuration: an op code and the payload that sets it. `payload` lives during the call. */
 using fwx_nat64_model_part_fn_t = void (*)(void *arg, uint32_t op_code, const void *payload, size_t size);
@@ -65,29 +61,6 @@ struct fwx_nat64_model_journal_t {
 using fwx_nat64_model_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
 
 enum class fwx_nat64_model_order_t : uint8_t { in_order, reverse, shuffled };
-
-/** Since the start, but for what is said to be now. The last three tell of clients in other processes, of all servers
- * of this one. */
-struct fwx_nat64_model_counts_t {
-    uint64_t commands;     /* well-formed commands received */
-    uint64_t malformed;    /* refused: wrong length, domain, type or op code */
-    uint64_t refused;      /* well formed, answered with a code other than 0 */
-    uint64_t replies;      /* asynchronous replies sent */
-    uint64_t held;         /* replies held back or delayed now */
-    uint64_t clients;      /* channels that are open now */
-    uint64_t queued_bytes; /* memory of messages that wait now for a client to read */
-    uint64_t dropped;      /* messages that ended a client because it did not read */
-    uint64_t turned_away;  /* clients refused when they came */
-};
-
-/** By which a client knows that a server is the one that it was, and that nobody else has changed it. */
-struct fwx_nat64_model_boot_t {
-    uint64_t boot_id; /* random, of this model from its making to its end; never 0 */
-    uint64_t changes; /* of the configuration, since the model was made */
-    uint64_t reserved[7];
-};
-static_assert(sizeof(fwx_nat64_model_counts_t) == sizeof(fwx_nat64_stats_sys_entry_t));
-static_assert(sizeof(fwx_nat64_model_boot_t) == sizeof(fwx_nat64_stats_sys_entry_t));
 
 /** What the classifier commands left behind, in both forms. */
 struct fwx_nat64_model_classifier_t {
@@ -178,8 +151,8 @@ public:
 
     /* --- Looking inside. --- */
 
-    fwx_nat64_model_counts_t counts() const;
-    fwx_nat64_model_boot_t boot() const;
+    fwx_nat64_stats_counts_t counts() const;
+    fwx_nat64_stats_boot_t boot() const;
     /** How many the model holds of each kind; the record that answers a system statistics query. */
     fwx_nat64_stats_sys_entry_t totals() const;
     /** Value of a timeout (type 1 to 7), limit or service (type 1), when it is set. */

@@ -153,7 +153,7 @@ uint32_t answer(model_state_t &model, const request_t &request, uint32_t code) {
         case FWX_NAT64_MSG_STATS_LIMIT_ALL:
             return answer_statistics(model, request, code);
         case FWX_NAT64_MSG_SESSION_WALK:
-            return walk_start(request, code, model.config.sessions, model.outbox, model.pager);
+            return walk_start(request, code, model.config, model.outbox, model.pager);
         case FWX_NAT64_MSG_MAPT_RULE:
             return answer_rule(model, request, code);
         default:
@@ -161,10 +161,23 @@ uint32_t answer(model_state_t &model, const request_t &request, uint32_t code) {
     }
 }
 
+uint64_t &refusals_for(fwx_nat64_stats_system_t &refusals, uint32_t code) {
+    switch (code) {
+#define COUNT_OF(each, cause, text) \
+    case each:                      \
+        return refusals.cause;
+        FWX_NAT64_MODEL_RESULTS(COUNT_OF)
+#undef COUNT_OF
+        default:
+            return refusals.ordered;
+    }
+}
+
 /* Counts and tells of a message that was answered with `code`. */
 void note_answer(model_state_t &model, bool is_well_formed, const void *msg, size_t size, uint32_t code) {
     if (code == 0) return;
     if (is_well_formed) ++model.refused;
+    ++refusals_for(model.causes, code);
     if (model.refusal_fn != nullptr) model.refusal_fn(model.refusal_arg, msg, size, code);
 }
 

@@ -1,5 +1,7 @@
 #include "model/sessions.h"
 
+#include <netinet/in.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -16,18 +18,14 @@ constexpr uint32_t protocol_tcp = 6;
 constexpr uint32_t protocol_udp = 17;
 constexpr uint64_t made_destinations = 131072;
 constexpr uint64_t made_source_ports = 64512;
+constexpr uint16_t first_made_port = 1024;
 
 uint32_t age_s(uint64_t since_ms) {
     return static_cast<uint32_t>((fwx_host_clock_ms() - since_ms) / 1000);
 }
 
-bool lets_through(const address_t &wanted, const fwx_nat64_addr_t &record) {
+bool is_wanted(const address_t &wanted, const fwx_nat64_addr_t &record) {
     return is_unspecified(wanted) || wanted == address_of(record);
-}
-
-bool lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) {
-    const bool protocol_ok = filter.protocol == 0 || filter.protocol == session.protocol;
-    return protocol_ok && lets_through(filter.src, session.src) && lets_through(filter.dst, session.dst);
 }
 
 void write_big_endian(uint32_t value, uint8_t *at) {
@@ -36,24 +34,45 @@ void write_big_endian(uint32_t value, uint8_t *at) {
     }
 }
 
+uint32_t read_big_endian(const uint8_t *at) {
+    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
+}
+
+uint16_t made_port(uint64_t n) {
+    return static_cast<uint16_t>(first_made_port + n % made_source_ports);
+}
+
+/* The part of a filter that stands in bytes which the library passes on. */
+fwx_nat64_session_where_t where_of(const uint8_t *opaque) {
+    fwx_nat64_session_where_t where;
+    std::memcpy(&where, opaque, sizeof where);
+    return where;
+}
+
 }  // namespace
 
 session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record) {
     uint32_t protocol = 0;
     std::memcpy(&protocol, record.opaque0, sizeof(protocol));
-    return {protocol, address_of(record.src), address_of(record.dst)};
+    const fwx_nat64_session_where_t where = where_of(record.opaque60);
+    return {protocol, address_of(record.src), address_of(where.dst), read_big_endian(where.pool_addr), where.port};
 }
 
 void sessions_t::open_static(const fwx_nat64_smapping_t &mapping) {
     statics[mapping.id] = {mapping.addr1, mapping.addr2, fwx_host_clock_ms()};
 }
 
-void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std::vector<uint32_t> pool_ids) {
+void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std::vector<session_pool_t> of_pools) {
     made.assign(count, true);
     made_live = count;
     made_ms = fwx_host_clock_ms();
     mappings = owners_t(std::move(mapping_ids));
+    std::vector<uint32_t> pool_ids;
+    for (const session_pool_t &pool : of_pools) {
+        pool_ids.push_back(pool.id);
+    }
     pools = owners_t(std::move(pool_ids));
+    made_pools = std::move(of_pools);
     for (uint64_t n = 0; n < count; ++n) {
         mappings.add(n, 1);
         pools.add(n, 1);
@@ -61,7 +80,9 @@ void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std
 }
 
 uint32_t sessions_t::clear(const fwx_nat64_session_filter_t &record) {
-    const session_filter_t filter{record.value, address_of(record.src), address_of(record.dst)};
+    const fwx_nat64_session_where_t where = where_of(record.opaque);
+    const session_filter_t filter{record.value, address_of(record.src), address_of(record.dst),
+                                  read_big_endian(where.pool_addr), where.port};
     fwx_nat64_session_t session;
     uint64_t looks = UINT64_MAX;
     for (uint64_t from = 0; next(from, filter, &session, looks) == found_t::session; from = session.id + 1) {
@@ -105,6 +126,53 @@ sessions_t::found_t sessions_t::next(uint64_t from, const session_filter_t &filt
     return found_t::none;
 }
 
+bool sessions_t::lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const {
+    const bool protocol_ok = filter.protocol == 0 || filter.protocol == session.protocol;
+    const bool ends_ok = protocol_ok && is_wanted(filter.src, session.src) && is_wanted(filter.dst, session.dst);
+    if (!ends_ok || (filter.pool_addr == 0 && filter.port == 0)) return ends_ok;
+    const fwx_nat64_session_full_t full = in_full(session);
+    const bool pool_ok = filter.pool_addr == 0 || filter.pool_addr == read_big_endian(full.pool_addr.addr);
+    const bool port_ok = filter.port == 0 || filter.port == full.src_port || filter.port == full.pool_port ||
+                         filter.port == full.dst_port;
+    return pool_ok && port_ok;
+}
+
+fwx_nat64_session_full_t sessions_t::in_full(const fwx_nat64_session_t &session) const {
+    fwx_nat64_session_full_t full{};
+    full.id = session.id;
+    full.protocol = session.protocol;
+    full.src = session.src;
+    full.dst = session.dst;
+    full.src_port = session.src_port;
+    full.dst_port = session.dst_port;
+    full.mapping_id = session.mapping_id;
+    full.age_s = session.age_s;
+    if (session.id < first_made_id) { /* outside the mapping is the second address */
+        full.state = FWX_NAT64_SESSION_ACTIVE;
+        full.pool_addr = session.dst;
+        full.dst = {};
+        return full;
+    }
+    constexpr uint8_t well_known_prefix[] = {0x00, 0x64, 0xff, 0x9b};
+    const uint64_t n = session.id - first_made_id;
+    full.state = session.protocol == protocol_tcp ? FWX_NAT64_SESSION_ESTABLISHED : FWX_NAT64_SESSION_ACTIVE;
+    full.dst_ipv6.family = family_ipv6;
+    std::copy(std::begin(well_known_prefix), std::end(well_known_prefix), full.dst_ipv6.addr);
+    std::copy_n(session.dst.addr, sizeof(uint32_t), full.dst_ipv6.addr + sizeof(in6_addr) - sizeof(uint32_t));
+    if (!made_pools.empty()) {
+        const session_pool_t &pool = made_pools[n % made_pools.size()];
+        const uint64_t place = n / made_pools.size();
+        full.pool_id = pool.id;
+        write_big_endian(pool.first + static_cast<uint32_t>(place % pool.count), full.pool_addr.addr);
+        full.pool_port = made_port(place / pool.count);
+    }
+    full.packets_out = 1 + n % 97;
+    full.bytes_out = 120 * full.packets_out;
+    full.packets_in = full.packets_out + n % 3;
+    full.bytes_in = 1400 * full.packets_in;
+    return full;
+}
+
 uint64_t sessions_t::owners_t::count_of(uint32_t id) const {
     const auto found = std::lower_bound(ids.begin(), ids.end(), id);
     if (found == ids.end() || *found != id) return 0;
@@ -134,7 +202,7 @@ fwx_nat64_session_t sessions_t::made_session(uint64_t n) const {
     std::copy(std::begin(network), std::end(network), session.src.addr);
     write_big_endian(static_cast<uint32_t>(n), session.src.addr + sizeof(session.src.addr) - sizeof(uint32_t));
     write_big_endian(first_destination + static_cast<uint32_t>(n % made_destinations), session.dst.addr);
-    session.src_port = static_cast<uint16_t>(1024 + n % made_source_ports);
+    session.src_port = made_port(n);
     session.dst_port = 443;
     session.protocol = n % 2 == 0 ? protocol_tcp : protocol_udp;
     session.mapping_id = mappings.of(n);

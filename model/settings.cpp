@@ -1,5 +1,7 @@
 #include "model/settings.h"
 
+#include <netinet/in.h>
+
 namespace {
 
 bool is_between_1_and(uint32_t last, uint32_t type) {
@@ -7,6 +9,18 @@ bool is_between_1_and(uint32_t last, uint32_t type) {
 }
 
 }  // namespace
+
+uint32_t settings_t::lifetime_s(uint32_t protocol) const {
+    struct lifetime_t {
+        uint32_t type;
+        uint32_t default_s;
+    };
+    lifetime_t lifetime = {FWX_NAT64_TIMEOUT_UDP, 300};
+    if (protocol == IPPROTO_TCP) lifetime = {FWX_NAT64_TIMEOUT_TCP_EST, 7440};
+    if (protocol == IPPROTO_ICMP || protocol == IPPROTO_ICMPV6) lifetime = {FWX_NAT64_TIMEOUT_ICMP, 60};
+    const auto set = timeouts.get(lifetime.type);
+    return set ? set->value : lifetime.default_s;
+}
 
 uint32_t settings_t::timeout_set(const fwx_nat64_timeout_t &timeout) {
     const bool ok = is_between_1_and(FWX_NAT64_TIMEOUT_TYPE_MAX, timeout.type);

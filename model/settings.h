@@ -14,6 +14,9 @@ struct settings_t {
     std::optional<fwx_nat64_replication_t> replication;
     std::optional<fwx_nat64_global_settings_t> global;
 
+    /** How long a session of that IP protocol lives without traffic; TCP when it is established. */
+    uint32_t lifetime_s(uint32_t protocol) const;
+
     uint32_t timeout_set(const fwx_nat64_timeout_t &timeout);
     uint32_t limit_set(const fwx_nat64_limit_t &limit);
     uint32_t limit_delete(const fwx_nat64_limit_t &limit);

@@ -15,6 +15,12 @@ struct model_state_t {
     model_state_t(const model_state_t &) = delete;
     model_state_t &operator=(const model_state_t &) = delete;
 
+    /** Counts changes that were answered as not saved. */
+    void note_unsaved(uint64_t count) {
+        refused += count;
+        causes.not_saved += count;
+    }
+
     fwx_host_server_t *server = nullptr;
     clients_t clients;
     outbox_t outbox;
@@ -27,7 +33,8 @@ struct model_state_t {
     uint32_t armed_code = 0;
     uint64_t commands = 0;
     uint64_t malformed = 0;
-    uint64_t refused = 0;
+    uint64_t refused = 0; /* well-formed ones */
+    fwx_nat64_stats_system_t causes{};
 
     fwx_nat64_model_refusal_fn_t refusal_fn = nullptr;
     void *refusal_arg = nullptr;

@@ -117,19 +117,27 @@ uint32_t answer_list(model_state_t &model, const request_t &request, uint32_t co
 }
 
 uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t code) {
-    uint8_t record[sizeof(fwx_nat64_stats_sys_entry_t)] = {};
-    const auto fill_record = [&record](const auto &with) { std::memcpy(record, &with, sizeof record); };
+    fwx_nat64_stats_sys_reply_t head{};
+    const auto post = [&](const auto &record) {
+        const auto msg = request.listing(code, head, &record, code == 0 ? 1 : 0);
+        model.outbox.post(request.client, msg.data(), msg.size());
+        return code;
+    };
     const uint32_t sel = code == 0 ? request.read<fwx_nat64_stats_sys_msg_t>().sel : 0;
-    if (sel == FWX_NAT64_MODEL_SEL_COUNTS) {
-        fill_record(counts_of(model));
-    } else if (sel == FWX_NAT64_MODEL_SEL_BOOT) {
-        fill_record(boot_of(model));
-    } else {
-        fill_record(totals_of(model));
+    head.sel = sel >= FWX_NAT64_SEL_COUNTS && sel <= FWX_NAT64_SEL_SYSTEM ? sel : 0;
+    switch (sel) {
+        case FWX_NAT64_SEL_COUNTS:
+            return post(counts_of(model));
+        case FWX_NAT64_SEL_BOOT:
+            return post(boot_of(model));
+        case FWX_NAT64_SEL_SYSTEM: {
+            fwx_nat64_stats_system_t system = model.causes;
+            system.holds = totals_of(model);
+            return post(system);
+        }
+        default:
+            return post(totals_of(model));
     }
-    const auto msg = request.listing(code, fwx_nat64_stats_sys_reply_t{}, record, code == 0 ? sizeof record : 0);
-    model.outbox.post(request.client, msg.data(), msg.size());
-    return code;
 }
 
 uint32_t answer_interfaces(model_state_t &model, const request_t &request, uint32_t code) {
@@ -200,7 +208,7 @@ uint32_t answer_mappings(model_state_t &model, const request_t &request, uint32_
 
 }  // namespace
 
-fwx_nat64_model_counts_t counts_of(const model_state_t &model) {
+fwx_nat64_stats_counts_t counts_of(const model_state_t &model) {
     fwx_host_peers_t peers{};
     fwx_host_peers_get(&peers);
     return {model.commands,     model.malformed,        model.refused,
@@ -208,7 +216,7 @@ fwx_nat64_model_counts_t counts_of(const model_state_t &model) {
             peers.queued_bytes, peers.dropped,          peers.refused};
 }
 
-fwx_nat64_model_boot_t boot_of(const model_state_t &model) {
+fwx_nat64_stats_boot_t boot_of(const model_state_t &model) {
     return {model.boot_id, model.changes.count(), {}};
 }
 

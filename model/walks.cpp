@@ -6,10 +6,12 @@ namespace {
 
 class walk_t : public paged_t {
 public:
-    walk_t(const request_t &of, const fwx_nat64_sess_walk_msg_t &command, const sessions_t &table, outbox_t &replies)
+    walk_t(const request_t &of, const fwx_nat64_sess_walk_msg_t &command, const configuration_t &configuration,
+           outbox_t &replies)
         : paged_t(of),
-          sessions(table),
+          config(configuration),
           outbox(replies),
+          is_full(command.walk_arg == FWX_NAT64_WALK_FULL),
           filter(filter_of(command.filter)),
           count(command.count),
           limited(command.arg != 0),
@@ -17,51 +19,75 @@ public:
           from(command.cookie) {}
 
     step_t go_on(uint64_t id, uint64_t &looks) override {
-        const size_t page_size = std::min<size_t>(count, outbox.entries_per_reply(sizeof(fwx_nat64_session_t)));
+        const size_t page_size = std::min<size_t>(count, outbox.entries_per_reply(entry_size()));
         const size_t room = limited ? std::min<size_t>(page_size, left) : page_size;
         fwx_nat64_session_t session{};
         for (;;) {
-            const sessions_t::found_t found = sessions.next(from, filter, &session, looks);
+            const sessions_t::found_t found = config.sessions.next(from, filter, &session, looks);
             from = session.id;
             if (found == sessions_t::found_t::later) return step_t::again;
             const bool has_found = found == sessions_t::found_t::session;
-            if (!has_found || page.size() == room) return send_page(id, has_found);
-            page.push_back(session);
+            if (!has_found || count_in_page == room) return send_page(id, has_found);
+            if (is_full) {
+                append(in_full(session));
+            } else {
+                append(session);
+            }
             from += 1;
         }
     }
 
 private:
+    size_t entry_size() const { return is_full ? sizeof(fwx_nat64_session_full_t) : sizeof(fwx_nat64_session_t); }
+
+    template <typename entry_t>
+    void append(const entry_t &entry) {
+        const auto *bytes = reinterpret_cast<const uint8_t *>(&entry);
+        page.insert(page.end(), bytes, bytes + sizeof entry);
+        ++count_in_page;
+    }
+
+    fwx_nat64_session_full_t in_full(const fwx_nat64_session_t &session) const {
+        fwx_nat64_session_full_t full = config.sessions.in_full(session);
+        const uint32_t lifetime_s = config.settings.lifetime_s(session.protocol);
+        full.remaining_s = lifetime_s - std::min(lifetime_s, session.age_s);
+        return full;
+    }
+
     step_t send_page(uint64_t id, bool found_more) {
         if (!found_more) from = 0;
-        left -= limited ? static_cast<uint32_t>(page.size()) : 0;
+        left -= limited ? count_in_page : 0;
 
         fwx_nat64_sess_walk_reply_t head{};
-        head.count = static_cast<uint32_t>(page.size());
+        head.count = count_in_page;
         head.stopped = found_more && limited && left == 0 ? 1 : 0;
         head.more = found_more && head.stopped == 0 ? 1 : 0;
         head.value = from;
+        head.value2 = is_full ? FWX_NAT64_WALK_FULL : 0;
 
         const std::vector<uint8_t> msg = request.listing(0, head, page.data(), page.size());
         page.clear();
+        count_in_page = 0;
         const bool goes_on = head.more != 0;
         return outbox.post(request.client, msg.data(), msg.size(), goes_on ? id : 0) && goes_on ? step_t::sent
                                                                                                 : step_t::ended;
     }
 
-    const sessions_t &sessions;
+    const configuration_t &config;
     outbox_t &outbox;
+    const bool is_full;
     const session_filter_t filter;
     const uint32_t count; /* sessions a page, as asked for */
     const bool limited;
-    uint32_t left;                         /* sessions to go when it is limited */
-    uint64_t from;                         /* identifier */
-    std::vector<fwx_nat64_session_t> page; /* what is found of the next one */
+    uint32_t left;             /* sessions to go when it is limited */
+    uint64_t from;             /* identifier */
+    std::vector<uint8_t> page; /* what is found of the next one */
+    uint32_t count_in_page = 0;
 };
 
 }  // namespace
 
-uint32_t walk_start(const request_t &request, uint32_t code, const sessions_t &sessions, outbox_t &outbox,
+uint32_t walk_start(const request_t &request, uint32_t code, const configuration_t &config, outbox_t &outbox,
                     pager_t &pager) {
     fwx_nat64_sess_walk_msg_t command{};
     if (code == 0) {
@@ -70,7 +96,7 @@ uint32_t walk_start(const request_t &request, uint32_t code, const sessions_t &s
     }
     if (code == 0 && pager.is_full(request.client)) code = FWX_NAT64_MODEL_ERR_TOO_MANY;
     if (code == 0) {
-        pager.start(std::make_unique<walk_t>(request, command, sessions, outbox));
+        pager.start(std::make_unique<walk_t>(request, command, config, outbox));
         return 0;
     }
     const auto refusal = request.listing<fwx_nat64_sess_walk_reply_t, fwx_nat64_session_t>(code, {}, nullptr, 0);

@@ -26,13 +26,13 @@ struct wire_field_t {
     const wire_names_t *names = nullptr; /* of its values; null: none have names */
 };
 
-/** No selector: the message number alone names the message. */
+/** No selector: the message number alone names the message, or all of it that no selector names. */
 constexpr int32_t wire_no_selector = -1;
 
 struct wire_message_t {
     const char *name; /* stable, lower case with underscores */
     const char *purpose;
-    const wire_field_t *fields; /* ascending; the first one is the selector if there is one */
+    const wire_field_t *fields; /* ascending; the selector, if there is one, is among them */
     size_t field_count;
     const char *entry_name; /* repeated records behind the fixed part, null without */
     const wire_field_t *entry_fields;
@@ -48,6 +48,9 @@ struct wire_message_t {
     wire_form_t form;
     bool open_ended; /* longer messages are well formed */
 };
+
+/** The field that selects a message which has a selector. */
+const wire_field_t &wire_selector_field(const wire_message_t &message);
 
 /** All messages; the table lives as long as the program. */
 const wire_message_t *wire_messages(size_t *count);

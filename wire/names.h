@@ -68,6 +68,11 @@ WIRE_NAMES(wire_template_names, {FWX_NAT64_LOGGING_TEMPLATE_ALL, "all"},
 WIRE_NAMES(wire_protocol_names, {IPPROTO_ICMP, "icmp"}, {IPPROTO_TCP, "tcp"}, {IPPROTO_UDP, "udp"},
            {IPPROTO_ICMPV6, "icmpv6"});
 
+WIRE_NAMES(wire_session_state_names, {FWX_NAT64_SESSION_ACTIVE, "active"}, {FWX_NAT64_SESSION_V6_INIT, "v6-init"},
+           {FWX_NAT64_SESSION_V4_INIT, "v4-init"}, {FWX_NAT64_SESSION_ESTABLISHED, "established"},
+           {FWX_NAT64_SESSION_V6_FIN, "v6-fin"}, {FWX_NAT64_SESSION_V4_FIN, "v4-fin"}, {FWX_NAT64_SESSION_FIN, "fin"},
+           {FWX_NAT64_SESSION_TRANS, "trans"});
+
 #undef WIRE_NAMES
 
 #endif

@@ -11,6 +11,11 @@ namespace wire_server {
 constexpr wire_field_t result[] = {RESULT};
 constexpr wire_field_t sync_result[] = {WIRE_FIELD("result", fwx_nat64_sync_reply_t, result, code)};
 constexpr wire_field_t stats_sys[] = {RESULT, WIRE_FIELD("more", fwx_nat64_stats_sys_reply_t, more, number)};
+constexpr wire_field_t stats_sys_selected[] = {
+    RESULT,
+    WIRE_FIELD("more", fwx_nat64_stats_sys_reply_t, more, number),
+    WIRE_FIELD("sel", fwx_nat64_stats_sys_reply_t, sel, number),
+};
 constexpr wire_field_t stats_intf[] = {
     RESULT,
     WIRE_FIELD("more", fwx_nat64_stats_intf_reply_t, more, number),
@@ -51,6 +56,44 @@ constexpr wire_field_t sys_entry[] = {
     WIRE_FIELD("rules", fwx_nat64_stats_sys_entry_t, rules, number),
     WIRE_FIELD("sessions", fwx_nat64_stats_sys_entry_t, sessions, number),
 };
+constexpr wire_field_t counts_entry[] = {
+    WIRE_FIELD("commands", fwx_nat64_stats_counts_t, commands, number),
+    WIRE_FIELD("malformed", fwx_nat64_stats_counts_t, malformed, number),
+    WIRE_FIELD("refused", fwx_nat64_stats_counts_t, refused, number),
+    WIRE_FIELD("replies", fwx_nat64_stats_counts_t, replies, number),
+    WIRE_FIELD("held", fwx_nat64_stats_counts_t, held, number),
+    WIRE_FIELD("clients", fwx_nat64_stats_counts_t, clients, number),
+    WIRE_FIELD("queued_bytes", fwx_nat64_stats_counts_t, queued_bytes, number),
+    WIRE_FIELD("dropped", fwx_nat64_stats_counts_t, dropped, number),
+    WIRE_FIELD("turned_away", fwx_nat64_stats_counts_t, turned_away, number),
+};
+constexpr wire_field_t boot_entry[] = {
+    WIRE_FIELD("boot_id", fwx_nat64_stats_boot_t, boot_id, hex),
+    WIRE_FIELD("changes", fwx_nat64_stats_boot_t, changes, number),
+};
+constexpr wire_field_t system_entry[] = {
+    WIRE_FIELD("interfaces", fwx_nat64_stats_system_t, holds.interfaces, number),
+    WIRE_FIELD("prefixes", fwx_nat64_stats_system_t, holds.prefixes, number),
+    WIRE_FIELD("static_mappings", fwx_nat64_stats_system_t, holds.static_mappings, number),
+    WIRE_FIELD("dynamic_mappings", fwx_nat64_stats_system_t, holds.dynamic_mappings, number),
+    WIRE_FIELD("pools", fwx_nat64_stats_system_t, holds.pools, number),
+    WIRE_FIELD("pool_ranges", fwx_nat64_stats_system_t, holds.pool_ranges, number),
+    WIRE_FIELD("loggings", fwx_nat64_stats_system_t, holds.loggings, number),
+    WIRE_FIELD("rules", fwx_nat64_stats_system_t, holds.rules, number),
+    WIRE_FIELD("sessions", fwx_nat64_stats_system_t, holds.sessions, number),
+    WIRE_FIELD("refused_malformed", fwx_nat64_stats_system_t, malformed, number),
+    WIRE_FIELD("refused_unknown", fwx_nat64_stats_system_t, unknown, number),
+    WIRE_FIELD("refused_no_entry", fwx_nat64_stats_system_t, no_entry, number),
+    WIRE_FIELD("refused_exists", fwx_nat64_stats_system_t, exists, number),
+    WIRE_FIELD("refused_no_pool", fwx_nat64_stats_system_t, no_pool, number),
+    WIRE_FIELD("refused_value", fwx_nat64_stats_system_t, value, number),
+    WIRE_FIELD("refused_overlap", fwx_nat64_stats_system_t, overlap, number),
+    WIRE_FIELD("refused_has_ranges", fwx_nat64_stats_system_t, has_ranges, number),
+    WIRE_FIELD("refused_prefix_len", fwx_nat64_stats_system_t, prefix_len, number),
+    WIRE_FIELD("refused_too_many", fwx_nat64_stats_system_t, too_many, number),
+    WIRE_FIELD("refused_not_saved", fwx_nat64_stats_system_t, not_saved, number),
+    WIRE_FIELD("refused_ordered", fwx_nat64_stats_system_t, ordered, number),
+};
 constexpr wire_field_t intf_entry[] = {
     WIRE_FIELD("ifh", fwx_nat64_stats_intf_entry_t, ifh, number),
     WIRE_FIELD("enabled", fwx_nat64_stats_intf_entry_t, enabled, flag),
@@ -84,6 +127,26 @@ constexpr wire_field_t session_entry[] = {
     WIRE_NAMED_FIELD("protocol", fwx_nat64_session_t, protocol, wire_protocol_names),
     WIRE_FIELD("mapping_id", fwx_nat64_session_t, mapping_id, number),
     WIRE_FIELD("age_s", fwx_nat64_session_t, age_s, number),
+};
+constexpr wire_field_t full_session_entry[] = {
+    WIRE_FIELD("id", fwx_nat64_session_full_t, id, hex),
+    WIRE_NAMED_FIELD("protocol", fwx_nat64_session_full_t, protocol, wire_protocol_names),
+    WIRE_NAMED_FIELD("state", fwx_nat64_session_full_t, state, wire_session_state_names),
+    WIRE_FIELD("src", fwx_nat64_session_full_t, src, address),
+    WIRE_FIELD("dst_ipv6", fwx_nat64_session_full_t, dst_ipv6, address),
+    WIRE_FIELD("pool_addr", fwx_nat64_session_full_t, pool_addr, address),
+    WIRE_FIELD("dst", fwx_nat64_session_full_t, dst, address),
+    WIRE_FIELD("src_port", fwx_nat64_session_full_t, src_port, number),
+    WIRE_FIELD("pool_port", fwx_nat64_session_full_t, pool_port, number),
+    WIRE_FIELD("dst_port", fwx_nat64_session_full_t, dst_port, number),
+    WIRE_FIELD("mapping_id", fwx_nat64_session_full_t, mapping_id, number),
+    WIRE_FIELD("pool_id", fwx_nat64_session_full_t, pool_id, number),
+    WIRE_FIELD("age_s", fwx_nat64_session_full_t, age_s, number),
+    WIRE_FIELD("remaining_s", fwx_nat64_session_full_t, remaining_s, number),
+    WIRE_FIELD("packets_out", fwx_nat64_session_full_t, packets_out, number),
+    WIRE_FIELD("bytes_out", fwx_nat64_session_full_t, bytes_out, number),
+    WIRE_FIELD("packets_in", fwx_nat64_session_full_t, packets_in, number),
+    WIRE_FIELD("bytes_in", fwx_nat64_session_full_t, bytes_in, number),
 };
 
 #define EVENT WIRE_FIELD("event", fwx_nat64_unsol_msg_t, event, number)
@@ -119,8 +182,16 @@ constexpr wire_message_t bare_reply(const char *name, const char *purpose, uint3
 }
 template <size_t n>
 constexpr wire_message_t entry_reply(const char *name, const char *purpose, uint32_t msgno,
-                                     const wire_field_t (&fields)[n], wire_entry_t entry) {
-    return wire_message(name, purpose, wire_reply(msgno), wire_unselected, entry.offset, fields, n, entry);
+                                     const wire_field_t (&fields)[n], wire_entry_t entry,
+                                     wire_selector_t selector = wire_unselected) {
+    return wire_message(name, purpose, wire_reply(msgno), selector, entry.offset, fields, n, entry);
+}
+template <typename record_t, size_t n>
+constexpr wire_message_t selected_stats(const char *name, const char *purpose, uint32_t sel, const char *entry_name,
+                                        const wire_field_t (&fields)[n]) {
+    return entry_reply(name, purpose, FWX_NAT64_MSG_STATS_SYS, stats_sys_selected,
+                       wire_entry<record_t>(entry_name, sizeof(fwx_nat64_stats_sys_reply_t), 0, fields),
+                       {offsetof(fwx_nat64_stats_sys_reply_t, sel), static_cast<int32_t>(sel)});
 }
 template <size_t n>
 constexpr wire_message_t notification(const char *name, const char *purpose, uint32_t event, size_t least_size,
@@ -134,6 +205,13 @@ constexpr wire_message_t notification(const char *name, const char *purpose, uin
 
 constexpr wire_message_t wire_server_messages[] = {
     wire_server::bare_reply("result", "result of a command", FWX_NAT64_MSG_RESULT, wire_server::result),
+    wire_server::selected_stats<fwx_nat64_stats_counts_t>("stats_sys_counts_reply", "what the server has counted",
+                                                          FWX_NAT64_SEL_COUNTS, "counts", wire_server::counts_entry),
+    wire_server::selected_stats<fwx_nat64_stats_boot_t>("stats_sys_boot_reply", "which run of the server it is",
+                                                        FWX_NAT64_SEL_BOOT, "boot", wire_server::boot_entry),
+    wire_server::selected_stats<fwx_nat64_stats_system_t>("stats_sys_system_reply",
+                                                          "system statistics and what was refused",
+                                                          FWX_NAT64_SEL_SYSTEM, "system", wire_server::system_entry),
     wire_server::entry_reply("stats_sys_reply", "system statistics", FWX_NAT64_MSG_STATS_SYS, wire_server::stats_sys,
                              wire_entry<fwx_nat64_stats_sys_entry_t>("system", sizeof(fwx_nat64_stats_sys_reply_t), 0,
                                                                      wire_server::sys_entry)),
@@ -157,6 +235,12 @@ constexpr wire_message_t wire_server_messages[] = {
                              wire_entry<fwx_nat64_stats_limit_entry_t>("limits", sizeof(fwx_nat64_stats_intf_reply_t),
                                                                        offsetof(fwx_nat64_stats_intf_reply_t, value),
                                                                        wire_server::limit_entry)),
+    wire_server::entry_reply("session_walk_full_reply", "sessions of a walk in full", FWX_NAT64_MSG_SESSION_WALK,
+                             wire_server::session_walk,
+                             wire_entry<fwx_nat64_session_full_t>("sessions", sizeof(fwx_nat64_sess_walk_reply_t),
+                                                                  offsetof(fwx_nat64_sess_walk_reply_t, count),
+                                                                  wire_server::full_session_entry),
+                             {offsetof(fwx_nat64_sess_walk_reply_t, value2), FWX_NAT64_WALK_FULL}),
     wire_server::entry_reply(
         "session_walk_reply", "sessions of a walk", FWX_NAT64_MSG_SESSION_WALK, wire_server::session_walk,
         wire_entry<fwx_nat64_session_t>("sessions", sizeof(fwx_nat64_sess_walk_reply_t),

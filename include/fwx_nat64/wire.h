@@ -341,16 +341,16 @@ FWX_NAT64_WIRE_SIZE(fwx_nat64_sync_reply_t, 20);
 FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, hdr, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_sync_reply_t, result, 16);
 
-/** System statistics: type 4; one fwx_nat64_stats_sys_entry_t follows. */
+/** System statistics: type 4; one fwx_nat64_stats_sys_entry_t follows, or another record that `sel` says. */
 typedef struct {
     fwx_nat64_reply_t reply; /**< header and result */
     uint32_t more;           /**< not 0 until the last reply */
-    uint8_t reserved44[4];   /**< reserved */
+    uint32_t sel;            /**< the server's; to that of this project FWX_NAT64_SEL_, or 0 */
 } fwx_nat64_stats_sys_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_sys_reply_t, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reply, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, more, 40);
-FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, reserved44, 44);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_reply_t, sel, 44);
 
 /** Interface and limit statistics: types 5 and 8; `value` entries follow. */
 typedef struct {
@@ -446,6 +446,60 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, loggings, 48);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, rules, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, sessions, 64);
 
+/* Selectors of a system statistics query that the server of this project answers with another record. */
+#define FWX_NAT64_SEL_COUNTS 1u /**< fwx_nat64_stats_counts_t */
+#define FWX_NAT64_SEL_BOOT 2u   /**< fwx_nat64_stats_boot_t */
+#define FWX_NAT64_SEL_SYSTEM 3u /**< fwx_nat64_stats_system_t */
+
+/** What the server has counted since its start, but for what is said to be now. The last three tell of clients in other
+ * processes, of all servers of its process. */
+typedef struct {
+    uint64_t commands;     /**< well-formed commands received */
+    uint64_t malformed;    /**< refused: wrong length, domain, type or op code */
+    uint64_t refused;      /**< well formed, answered with a code other than 0 */
+    uint64_t replies;      /**< asynchronous replies sent */
+    uint64_t held;         /**< replies held back or delayed now */
+    uint64_t clients;      /**< channels that are open now */
+    uint64_t queued_bytes; /**< memory of messages that wait now for a client to read */
+    uint64_t dropped;      /**< messages that ended a client because it did not read */
+    uint64_t turned_away;  /**< clients refused when they came */
+} fwx_nat64_stats_counts_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_counts_t, 72);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_counts_t, commands, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_counts_t, clients, 40);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_counts_t, turned_away, 64);
+
+/** By which a client knows that a server is the one that it was, and that nobody else has changed it. */
+typedef struct {
+    uint64_t boot_id;       /**< random, of this server from its making to its end; never 0 */
+    uint64_t changes;       /**< of the configuration, since it was made */
+    uint64_t reserved16[7]; /**< reserved */
+} fwx_nat64_stats_boot_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_boot_t, 72);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_boot_t, boot_id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_boot_t, changes, 8);
+
+/** What the server holds, and how many messages it has refused for each cause. */
+typedef struct {
+    fwx_nat64_stats_sys_entry_t holds; /**< of each kind */
+    uint64_t malformed;                /**< wrong length, domain or type for its op code */
+    uint64_t unknown;                  /**< no such message number or op code */
+    uint64_t no_entry;                 /**< delete or modify of something that is not there */
+    uint64_t exists;                   /**< add of something that is there */
+    uint64_t no_pool;                  /**< a range of a pool that is not there */
+    uint64_t value;                    /**< a field's value that a server would not take */
+    uint64_t overlap;                  /**< a pool or range with addresses of another pool */
+    uint64_t has_ranges;               /**< delete of a pool that has ranges */
+    uint64_t prefix_len;               /**< a length behind which no IPv4 address can be embedded */
+    uint64_t too_many;                 /**< a walk or long list beside too many of the same client */
+    uint64_t not_saved;                /**< carried out, and not in the journal */
+    uint64_t ordered;                  /**< because it was told to refuse */
+} fwx_nat64_stats_system_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_system_t, 168);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, holds, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, malformed, 72);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, ordered, 160);
+
 /** Statistics of an interface. */
 typedef struct {
     uint32_t ifh;        /**< interface handle */
@@ -527,6 +581,73 @@ FWX_NAT64_WIRE_AT(fwx_nat64_session_t, dst_port, 50);
 FWX_NAT64_WIRE_AT(fwx_nat64_session_t, protocol, 52);
 FWX_NAT64_WIRE_AT(fwx_nat64_session_t, mapping_id, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_session_t, age_s, 60);
+
+#define FWX_NAT64_WALK_FULL 1u /**< `walk_arg` with which the server of this project is asked for full sessions */
+
+/* States of a session in full. */
+#define FWX_NAT64_SESSION_ACTIVE 1u      /**< of UDP or ICMP */
+#define FWX_NAT64_SESSION_V6_INIT 2u     /**< TCP, opened from the IPv6 side, not answered */
+#define FWX_NAT64_SESSION_V4_INIT 3u     /**< TCP, opened from the IPv4 side, not answered */
+#define FWX_NAT64_SESSION_ESTABLISHED 4u /**< TCP */
+#define FWX_NAT64_SESSION_V6_FIN 5u      /**< TCP, closed by the IPv6 side */
+#define FWX_NAT64_SESSION_V4_FIN 6u      /**< TCP, closed by the IPv4 side */
+#define FWX_NAT64_SESSION_FIN 7u         /**< TCP, closed by both */
+#define FWX_NAT64_SESSION_TRANS 8u       /**< TCP, transitory */
+
+/** A session in full; the reply that has them says FWX_NAT64_WALK_FULL in `value2`. What it has no value for is 0. */
+typedef struct {
+    uint64_t id;                /**< of the session */
+    uint32_t protocol;          /**< IP protocol number, 0 for any */
+    uint32_t state;             /**< FWX_NAT64_SESSION_, 0 where there is none */
+    fwx_nat64_addr_t src;       /**< of the host inside */
+    fwx_nat64_addr_t dst_ipv6;  /**< what the host inside calls the destination */
+    fwx_nat64_addr_t pool_addr; /**< what the source is translated to; IPv4 in network order, as `dst` */
+    fwx_nat64_addr_t dst;       /**< destination */
+    uint16_t src_port;          /**< host order, as all three */
+    uint16_t pool_port;         /**< what the source port is translated to */
+    uint16_t dst_port;          /**< of the destination, on both sides */
+    uint16_t reserved102;       /**< reserved */
+    uint32_t mapping_id;        /**< 0 for none */
+    uint32_t pool_id;           /**< 0 for none */
+    uint32_t age_s;             /**< seconds */
+    uint32_t remaining_s;       /**< seconds until it ends if nothing more comes */
+    uint64_t packets_out;       /**< from the IPv6 side */
+    uint64_t bytes_out;         /**< of them */
+    uint64_t packets_in;        /**< from the IPv4 side */
+    uint64_t bytes_in;          /**< of them */
+} fwx_nat64_session_full_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_session_full_t, 152);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, id, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, protocol, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, state, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, src, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, dst_ipv6, 36);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, pool_addr, 56);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, dst, 76);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, src_port, 96);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, pool_port, 98);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, dst_port, 100);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, mapping_id, 104);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, pool_id, 108);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, age_s, 112);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, remaining_s, 116);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, packets_out, 120);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, bytes_out, 128);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, packets_in, 136);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_full_t, bytes_in, 144);
+
+/** What the server of this project takes the last bytes of a walk's filter for, and the first opaque ones of the filter
+ * with which sessions are cleared; what is 0 lets all through. The first word of a walk's filter is its protocol. */
+typedef struct {
+    uint8_t pool_addr[4];  /**< what the source is translated to, network order */
+    fwx_nat64_addr_t dst;  /**< destination, IPv4 in network order; of a walk */
+    uint16_t port;         /**< any of the three, host order */
+    uint8_t reserved26[2]; /**< reserved */
+} fwx_nat64_session_where_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_session_where_t, 28);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_where_t, pool_addr, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_where_t, dst, 4);
+FWX_NAT64_WIRE_AT(fwx_nat64_session_where_t, port, 24);
 
 /* Events of an unsolicited notification; the short header of synchronous messages comes first. */
 #define FWX_NAT64_UNSOL_RECORD 0u              /**< a record was added or deleted */

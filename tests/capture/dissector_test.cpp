@@ -127,7 +127,7 @@ const example_t examples[] = {
       {"smapping_add", {"addr1: 2001:db8:1c0:2:21::", "addr2: 198.51.100.2"}},
       {"logging_add", {"dest: 203.0.113.200", "dest_port: 4739"}},
       {"stats_pool_all_reply", {"value2: 2", "id: 1", "addresses: 254", "id: 2", "addresses: 129"}}}},
-    {"embedded", {{"session_walk_reply", {"count: 4", "sessions 4", "dst_port: 443"}}}},
+    {"embedded", {{"session_walk_full_reply", {"count: 4", "sessions 4", "dst_port: 443", "state: established (4)"}}}},
     {"mapt",
      {{"mapt_bmr", {"op: add (1)", "v6_prefix: 2001:db8::/40", "v4_prefix: 192.0.2.0/24", "rule_param0: 16"}},
       {"mapt_bmr", {"rule_id: 1255", "v6_prefix: 2001:db8:1ff::/48", "fwx_nat64.mapt_bmr.v4_prefix=198.18.255.0"}},

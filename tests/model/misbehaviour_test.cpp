@@ -95,14 +95,6 @@ TEST_F(misbehaviour_t, carries_commands_out_in_silence) {
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }
 
-TEST_F(misbehaviour_t, takes_no_messages_while_paused) {
-    model_->pause_set(true);
-    EXPECT_EQ(send_numbered(2), contexts_t{});
-    EXPECT_EQ(model_->counts().commands, 0u);
-    model_->pause_set(false);
-    EXPECT_EQ(contexts(run()), (contexts_t{1, 2}));
-}
-
 TEST_F(misbehaviour_t, drops_its_clients_and_what_was_held_for_them) {
     open();
     model_->hold();
@@ -116,17 +108,6 @@ TEST_F(misbehaviour_t, drops_its_clients_and_what_was_held_for_them) {
     model_->release(fwx_nat64_model_order_t::in_order);
     chan_ = open();
     EXPECT_EQ(send_numbered(1), contexts_t{1});
-}
-
-TEST_F(misbehaviour_t, ends_with_replies_held_and_delayed) {
-    model_->delay_set(1000000);
-    send_numbered(2);
-    model_->hold();
-    send_numbered(2);
-    EXPECT_EQ(model_->counts().held, 4u);
-    model_.reset();
-    EXPECT_TRUE(run().empty());
-    EXPECT_EQ(channel_errors, 1u);
 }
 
 }  // namespace

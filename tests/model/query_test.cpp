@@ -44,7 +44,7 @@ TEST_F(query_t, tells_of_the_server_itself_under_selectors_of_its_own) {
     EXPECT_NE(result_of(config(14, 8, {99, 300})), 0u);
     const message_t counts = reply_to(command(4, 40).put<uint32_t>(32, 1));
     ASSERT_EQ(counts.size(), 120u);
-    const fwx_nat64_model_counts_t now = model_->counts();
+    const fwx_nat64_stats_counts_t now = model_->counts();
     const uint64_t words[] = {3, 0, 1, 2, 0, 1, 0, now.dropped, now.turned_away};
     for (size_t i = 0; i < std::size(words); ++i) {
         EXPECT_EQ(counts.u64(48 + 8 * i), words[i]) << i;
@@ -54,21 +54,6 @@ TEST_F(query_t, tells_of_the_server_itself_under_selectors_of_its_own) {
     EXPECT_NE(boot.u64(48), 0u);
     EXPECT_EQ(boot.u64(56), 1u);
     EXPECT_NE(fwx_nat64_model_t::create(loop_, "another model")->boot().boot_id, boot.u64(48));
-}
-
-TEST_F(query_t, lists_interfaces_and_limits) {
-    message_t interface = config(1, 92, {5, 1, 0, 1, 7, 0});
-    EXPECT_EQ(
-        result_of(interface.put<uint8_t>(75, 96).put<uint8_t>(95, 64).put<uint32_t>(120, 1).put<uint16_t>(124, 1500)),
-        0u);
-    EXPECT_EQ(result_of(config(2, 92, {6, 1, 1})), 0u);
-    EXPECT_EQ(result_of(config(15, 8, {1, 6000})), 0u);
-    model_->sessions_generate(3);
-    const message_t interfaces = reply_to(command(5, 32));
-    ASSERT_EQ(interfaces.size(), 48u + 2 * 24);
-    EXPECT_EQ(interfaces.words(44, 13), (words_t{2, 5, 1, 0, 1500, 2, 0, 6, 1, 1, 0, 0, 0}));
-    const message_t limits = reply_to(command(8, 56).put<uint32_t>(36, 1).put<uint32_t>(48, 10));
-    EXPECT_EQ(limits.words(44, 5), (words_t{1, 1, 6000, 3, 0}));
 }
 
 TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
@@ -138,15 +123,6 @@ TEST_F(query_t, refuses_what_it_cannot_answer_with_zero_counts) {
     EXPECT_EQ(model_->counts().refused, std::size(cases));
 }
 
-TEST_F(query_t, makes_the_same_sessions_every_time) {
-    model_->sessions_generate(70000);
-    const message_t page = reply_to(walk(1, 1, (uint64_t{2} << 32) + 65537));
-    EXPECT_EQ(page.words(72, 16), (words_t{0x00010001, 2, 1, 0xb80d0120, 0x00006400, 0, 0x01000100, 0, 0x010013c6, 0, 0,
-                                           0, 0x01bb0801, 17, 0, 0}));
-    model_->sessions_generate(UINT64_MAX);
-    EXPECT_EQ(model_->totals().sessions, 1000000u);
-}
-
 TEST_F(query_t, walks_sessions_page_by_page) {
     add_static(3, 0x0100000a, 0x0200000a);
     model_->sessions_generate(6);
@@ -166,15 +142,6 @@ TEST_F(query_t, walks_sessions_page_by_page) {
     EXPECT_EQ(walked(walk(3, 0, pages[1].u64(56))), 1u);
 }
 
-TEST_F(query_t, sends_the_next_page_only_when_the_one_before_is_out) {
-    model_->sessions_generate(1000);
-    model_->hold();
-    EXPECT_TRUE(replies_to(walk(10)).empty());
-    EXPECT_EQ(model_->counts().held, 1u);
-    model_->release(fwx_nat64_model_order_t::in_order);
-    EXPECT_EQ(run().size(), 100u);
-}
-
 TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
     model_->sessions_generate(10);
     const std::vector<message_t> pages = replies_to(walk(4, 6));
@@ -183,14 +150,6 @@ TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
     EXPECT_EQ(pages[1].words(40, 4), (words_t{2, 0, 0, 1}));
     EXPECT_EQ(walked(walk(4, 0, pages[1].u64(56))), 4u) << "the rest";
     EXPECT_EQ(replies_to(walk(5, 10)).back().u32(52), 0u) << "a limit that all sessions fit is no early end";
-}
-
-TEST_F(query_t, keeps_pages_within_the_reply_limit) {
-    model_->sessions_generate(5);
-    model_->reply_limit_set(2 * 64);
-    EXPECT_EQ(replies_to(walk(100)).size(), 3u);
-    model_->reply_limit_set(1);
-    EXPECT_EQ(replies_to(walk(100)).size(), 5u) << "one session a reply is the least";
 }
 
 TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
@@ -214,6 +173,52 @@ TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {
     const message_t empty = reply_to(walk(7));
     EXPECT_EQ(empty.u32(40) + empty.u32(48) + empty.u32(52), 0u);
     EXPECT_EQ(model_->totals().sessions, 0u);
+}
+
+TEST_F(query_t, shows_sessions_in_full_and_finds_them_by_either_end_of_the_translation) {
+    add_pools(1); /* 192.0.1.1 to 192.0.1.4 */
+    EXPECT_EQ(result_of(config(14, 8, {1, 200})), 0u);
+    model_->sessions_generate(9);
+    const message_t full = walk(20).put<uint32_t>(44, 1);
+    message_t by_pool = full;
+    const std::vector<message_t> found = {
+        reply_to(full), reply_to(by_pool.put<uint32_t>(116, 0x020100c0)), /* 192.0.1.2 */
+        reply_to(message_t(by_pool).put<uint16_t>(140, 1025)),            /* source or pool port */
+        reply_to(message_t(full).put<uint32_t>(124, 0x030012c6)),         /* to 198.18.0.3 */
+    };
+    const uint32_t counts[] = {9, 2, 2, 1};
+    for (size_t i = 0; i < found.size(); ++i) {
+        EXPECT_EQ(found[i].u32(40), counts[i]) << i;
+        EXPECT_EQ(found[i].u32(64), 1u);
+        EXPECT_EQ(found[i].size(), 72 + 152 * counts[i]);
+    }
+    const message_t &session = found[2]; /* numbers 1 and 5 */
+    EXPECT_EQ(session.words(72 + 8, 2), (words_t{17, 1})) << "UDP, active";
+    EXPECT_EQ(session.u32(72 + 60), 0x020100c0u) << "192.0.1.2";
+    EXPECT_EQ(session.part(72 + 40, 16),
+              (std::vector<uint8_t>{0, 0x64, 0xff, 0x9b, 0, 0, 0, 0, 0, 0, 0, 0, 198, 18, 0, 1}));
+    EXPECT_EQ(session.u16(72 + 96), 1025u);
+    EXPECT_EQ(session.u16(72 + 98), 1024u);
+    EXPECT_EQ(session.words(72 + 104, 4), (words_t{0, 1, 0, 200})) << "mapping, pool, age, remaining";
+    EXPECT_EQ(session.u16(72 + 152 + 98), 1025u);
+    message_t clear = config(19, 104);
+    EXPECT_EQ(result_of(clear.put<uint32_t>(36 + 44, 0x020100c0)), 0u);
+    EXPECT_EQ(model_->totals().sessions, 7u);
+}
+
+TEST_F(query_t, counts_refusals_by_their_cause) {
+    EXPECT_NE(result_of(config(5, 8, {1, 1})), 0u);
+    EXPECT_NE(result_of(config(5, 8, {2, 1})), 0u);
+    EXPECT_NE(result_of(config(14, 8, {9, 1})), 0u);
+    model_->fail_next(77, 1);
+    EXPECT_EQ(result_of(config(14, 8, {1, 1})), 77u);
+    const message_t system = reply_to(command(4, 40).put<uint32_t>(32, 3));
+    ASSERT_EQ(system.size(), 48u + 168);
+    EXPECT_EQ(system.u32(44), 3u);
+    const uint64_t causes[] = {0, 0, 2, 0, 0, 1, 0, 0, 0, 0, 0, 1};
+    for (size_t i = 0; i < std::size(causes); ++i) {
+        EXPECT_EQ(system.u64(48 + 72 + 8 * i), causes[i]) << i;
+    }
 }
 
 TEST_F(query_t, answers_others_while_walks_search_for_what_is_not_there_and_takes_64_of_a_client_at_once) {

@@ -1,7 +1,4 @@
-#include <array>
-
 #include "model_fixture.h"
-#include "platform/tbm.h"
 
 namespace {
 
@@ -62,66 +59,6 @@ TEST_F(rules_t, get_the_lowest_free_index_and_after_the_last_the_clean_up_that_w
         EXPECT_EQ(reply.words(40, 6), expected.words) << expected.what;
     }
     EXPECT_EQ(model_->totals().rules, 1u);
-}
-
-/* The lookup tree as a client fills it: leaf data whose bytes 4 to 7 are the index. */
-struct tree_t {
-    static inline uint8_t index;
-    std::array<uint32_t, 12> strides{6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 0};
-    uint32_t code = 0;
-    tbm_t *tree = tbm_init_v4(7, 0, 12, 1, strides.data(), 6, 1, nullptr, contents, nullptr, 66, nullptr, &code);
-    std::vector<std::vector<uint64_t>> leaves;
-
-    static uint32_t contents(void *, void *buffer, void *, void *) {
-        const uint8_t data[16] = {0, 0, 0, 0, 0, 0, 0, index};
-        std::memcpy(buffer, data, sizeof(data));
-        return 0;
-    }
-    void insert(const std::vector<uint8_t> &key, uint32_t key_len, uint8_t rule_index) {
-        index = rule_index;
-        leaves.emplace_back(tbm_get_leaf_size(tree, &code) / 8 + 4, 0);
-        auto *leaf = reinterpret_cast<tbm_leaf_t *>(leaves.back().data());
-        tbm_leaf_init(tree, leaf, key.data(), key_len, &code);
-        EXPECT_EQ(code, 0u);
-        tbm_leaf_insert(tree, leaf, &code);
-        EXPECT_EQ(code, 0u);
-    }
-    ~tree_t() {
-        for (auto &leaf : leaves) {
-            tbm_leaf_delete(tree, reinterpret_cast<tbm_leaf_t *>(leaf.data()), &code);
-        }
-    }
-};
-
-TEST_F(rules_t, are_found_by_the_longest_match_of_an_address) {
-    fwx_nat64_model_match_t match{};
-    const fwx_nat64_addr_t address{0, {192, 0, 2, 77}};
-    for (uint32_t rule = 1; rule <= 3; ++rule) {
-        EXPECT_EQ(result_of(basic(1, 100 + rule, rule)), 0u);
-    }
-    tree_t tree;
-    EXPECT_FALSE(model_->lookup(&address, &match)) << "no prefix yet";
-    tree.insert({0xb0, 0x00, 0x00}, 2 + 16, 1);                   /* 192.0.0.0/16 */
-    tree.insert({0xb0, 0x00, 0x00, 0x80}, 2 + 24, 2);             /* 192.0.2.0/24 */
-    tree.insert({0x48, 0x00, 0x43, 0x6e, 0x00, 0x00}, 2 + 40, 3); /* 2001:db8::/40 */
-    tree.insert({0xb2, 0xc0, 0x00}, 2 + 8, 9);                    /* 203.0.0.0/8: no such rule */
-    const struct {
-        fwx_nat64_addr_t address;
-        bool found;
-        fwx_nat64_model_match_t match;
-    } cases[] = {
-        {{0, {192, 0, 2, 77}}, true, {2, 102, 2, 24}},
-        {{0, {192, 0, 3, 77}}, true, {1, 101, 1, 16}},
-        {{0, {192, 1, 2, 77}}, false, {}},
-        {{1, {0x20, 0x01, 0x0d, 0xb8, 0x00, 0x12, 0xff}}, true, {3, 103, 3, 40}},
-        {{1, {0x20, 0x01, 0x0d, 0xb8, 0x12}}, false, {}},
-        {{0, {203, 0, 113, 1}}, false, {}},
-    };
-    for (const auto &expected : cases) {
-        match = {};
-        EXPECT_EQ(model_->lookup(&expected.address, &match), expected.found);
-        EXPECT_EQ(std::memcmp(&match, &expected.match, sizeof(match)), 0) << uint32_t{expected.address.addr[2]};
-    }
 }
 
 }  // namespace

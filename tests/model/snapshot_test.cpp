@@ -195,16 +195,4 @@ TEST_F(snapshot_t, a_lone_high_index_costs_nothing_and_no_index_is_given_twice) 
     }
 }
 
-TEST_F(snapshot_t, refused_messages_are_told_with_their_code) {
-    std::vector<uint32_t> codes;
-    model_->observe_refusals([](void *arg, const void *, size_t,
-                                uint32_t code) { static_cast<std::vector<uint32_t> *>(arg)->push_back(code); },
-                             &codes);
-    reply_to(config(14, 8, {1, 300}));
-    reply_to(config(14, 9, {1, 300}));
-    reply_to(config(16, 8, {1, 0}));
-    EXPECT_EQ(codes, (std::vector<uint32_t>{FWX_NAT64_MODEL_ERR_MALFORMED, FWX_NAT64_MODEL_ERR_NO_ENTRY}));
-    model_->observe_refusals(nullptr, nullptr);
-}
-
 }  // namespace

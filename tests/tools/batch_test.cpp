@@ -38,13 +38,6 @@ TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before
     }
 }
 
-TEST_F(batch_test, a_batch_that_keeps_going_runs_what_follows_a_failure) {
-    run_t result = run("--keep-going batch -", seven);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.notes.find("natctl: 6 commands done, 1 failed, 0 not run\n"), std::string::npos);
-    EXPECT_NE(result.answers.find("line 9: limit del: ok\n"), std::string::npos);
-}
-
 TEST_F(batch_test, a_failed_batch_is_one_json_array_of_what_was_run) {
     json_t outcomes = json_t::parse(run("--json batch -", seven).answers);
     ASSERT_EQ(outcomes.size(), 5U);
@@ -176,35 +169,11 @@ TEST_F(batch_test, notifications_are_noted_with_their_values) {
               "notification: mapping id=5 active=0 sessions=8\n");
 }
 
-TEST_F(batch_test, a_walk_shows_as_many_sessions_as_are_wanted) {
-    std::string lines = "server sessions generate 500\nsessions walk --count 7 --limit 20\nsessions walk\n";
-    json_t outcomes = json_t::parse(run("--json batch -", lines).answers);
-    ASSERT_EQ(outcomes.size(), 3U);
-    EXPECT_EQ(outcomes[1].at("data").size(), 20U);
-    EXPECT_EQ(outcomes[2].at("data").size(), 500U);
-    EXPECT_EQ(outcomes[2].at("data")[1].at("dst_port"), 443);
-    run_t csv = run("--csv batch -", lines);
-    EXPECT_EQ(std::count(csv.answers.begin(), csv.answers.end(), '\n'), 1 + 20 + 500);
-}
-
-TEST_F(batch_test, a_walk_without_sessions_says_so) {
-    EXPECT_EQ(run("sessions walk").answers, "none\n");
-    EXPECT_EQ(run("--csv sessions walk").answers, "");
-}
-
 TEST_F(batch_test, the_library_speaks_through_the_notes_when_its_debug_level_is_open) {
     run_t result = run("--debug-level 4 ipalias upload");
     EXPECT_NE(result.notes.find("NAT64: fwx_nat64_client_connect_to_server connected\n"), std::string::npos)
         << result.notes;
     EXPECT_EQ(result.answers, "ipalias upload: ok\n");
-}
-
-TEST_F(batch_test, the_clean_up_of_the_rule_table_is_ordered_when_the_server_is_told_to) {
-    const std::string rule =
-        "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\nmapt bmr del --rule 5 --domain 6\n";
-    const std::string trace = run("--trace batch -", rule + "server cleanup on\n" + rule).notes;
-    const size_t unasked = trace.find("op=del cleanup=false"), ordered = trace.find("op=del cleanup=true");
-    EXPECT_TRUE(unasked < ordered && ordered != std::string::npos) << trace;
 }
 
 TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {

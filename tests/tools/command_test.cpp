@@ -20,13 +20,6 @@ protected:
     }
 };
 
-TEST_F(command_test, an_accepted_command_says_ok) {
-    run_t result = run("timeout set --type 1 --value 300");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.answers, "timeout set: ok\n");
-    EXPECT_EQ(result.notes, "");
-}
-
 TEST_F(command_test, a_refusal_by_the_library_ends_with_status_1_and_its_code) {
     json_t outcome = run_json("logging add --dest 0.0.0.0 --port 4739", 1);
     EXPECT_EQ(outcome.at("status"), "refused");
@@ -38,13 +31,6 @@ TEST_F(command_test, the_codes_of_a_server_have_their_texts_where_no_model_runs)
     run("--dry-run ipalias upload");
     EXPECT_STREQ(xerr_strerror(0x6003), "the server has no such entry");
     EXPECT_STREQ(xerr_strerror(0x6007), "the server has some of these addresses in another pool");
-}
-
-TEST_F(command_test, a_refusal_by_the_server_ends_with_status_1_and_its_code) {
-    json_t outcome = run_json("pool del --id 7", 1);
-    EXPECT_EQ(outcome.at("status"), "refused");
-    EXPECT_EQ(outcome.at("code"), 0x6003U);
-    EXPECT_NE(outcome.at("error").get<std::string>().find("refused by the server: "), std::string::npos);
 }
 
 TEST_F(command_test, a_server_that_cannot_be_reached_ends_with_status_4) {
@@ -67,12 +53,6 @@ TEST_F(command_test, an_option_of_natctl_may_follow_the_command) {
     EXPECT_EQ(json_t::parse(result.answers).at("data").at("connected"), true);
 }
 
-TEST_F(command_test, status_shows_a_binding_without_outstanding_commands) {
-    json_t data = run_json("status").at("data");
-    EXPECT_EQ(data.at("outstanding"), 0);
-    EXPECT_EQ(data.at("throttle_on_cnt"), 0);
-}
-
 TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
     run_t result = run("adj set --help");
     EXPECT_EQ(result.status, 0);
@@ -82,8 +62,10 @@ TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
 }
 
 TEST_F(command_test, statistics_come_as_rows_in_every_format) {
-    EXPECT_EQ(run_json("stats system").at("data").at("pools"), 0);
-    run_t csv = run("--csv stats system");
+    const json_t system = json_t::parse(run("--json --keep-going batch -", "pool del --id 1\nstats system\n").answers);
+    EXPECT_EQ(system.at(1).at("data").at("pools"), 0);
+    EXPECT_EQ(system.at(1).at("data").at("refused_no_entry"), 1);
+    run_t csv = run("--csv stats system --sel 0");
     EXPECT_EQ(csv.answers,
               "interfaces,prefixes,static_mappings,dynamic_mappings,pools,pool_ranges,loggings,rules,sessions\n"
               "0,0,0,0,0,0,0,0,0\n");

@@ -9,7 +9,6 @@ struct field_error_t {
 };
 
 constexpr field_error_t field_errors[] = {
-    {"timeout set --type 0 --value 1", "timeout set: --type 0: must be 1 to 7"},
     {"timeout set --type 8 --value 1", "timeout set: --type 8: must be 1 to 7, or udp, tcp-trans"},
     {"timeout set --type tcp --value 1", "timeout set: --type tcp: must be 1 to 7"},
     {"timeout set --type udp --value 4m2h", "--value 4m2h: must be 0 to 4294967295 seconds, or a time such as 2h4m"},
@@ -19,66 +18,31 @@ constexpr field_error_t field_errors[] = {
     {"mapt bmr add --rule 1 --domain 1 --v4 0.0.0.0/0 --v6 ::/0 --params 1,2,3,4 --psid 1",
      "mapt bmr add: --psid excludes --params"},
     {"timeout set --type 1 --value 4294967296", "timeout set: --value 4294967296: must be 0 to 4294967295"},
-    {"timeout set --type 1 --value -1", "timeout set: --value -1: must be 0 to 4294967295"},
     {"timeout set --type 1 --value 1x", "timeout set: --value 1x: must be 0 to 4294967295"},
     {"timeout set --type 1 --value ''", "timeout set: --value '': must be 0 to 4294967295"},
     {"timeout set --type 1", "timeout set: --value is required"},
-    {"limit add --type 2 --value 1", "limit add: --type 2: must be 1"},
-    {"service del --type 0", "service del: --type 0: must be 1"},
-    {"adj set --type 14 --address 192.0.2.1", "adj set: --type 14: must be 1 to 13"},
     {"adj set --type 1 --address 192.0.2", "--address 192.0.2: must be an address such as 192.0.2.1 or 2001:db8::1"},
-    {"replication set --value2 x", "replication set: --value2 x: must be 0 to 4294967295"},
     {"settings set --bytes 00", "settings set: --bytes 00: must be 32 hexadecimal digits"},
-    {"settings set --bytes 0001020304050607080910111213141g", "must be 32 hexadecimal digits"},
-    {"session clear --protocol 256", "session clear: --protocol 256: must be 1 to 255"},
-    {"session clear --src x", "session clear: --src x: must be an address"},
-    {"session clear --dst x", "session clear: --dst x: must be an address"},
     {"sessions walk --limit 0", "sessions walk: --limit 0: must be 1 to 4294967295"},
-    {"sessions walk --count 0", "sessions walk: --count 0: must be 1 to 4294967295"},
-    {"sessions walk --src x", "sessions walk: --src x: must be an address"},
-    {"sessions walk --protocol 0", "sessions walk: --protocol 0: must be 1 to 255"},
-    {"stats pools --count 0", "stats pools: --count 0: must be 1 to 4294967295"},
     {"stats limits --sel x", "stats limits: --sel x: must be 0 to 4294967295"},
-    {"cgm end-batch --batch x", "cgm end-batch: --batch x: must be 0 to 4294967295"},
     {"cgm update --batch 1 --data 00", "cgm update: --data 00: must be 48 hexadecimal digits"},
-    {"interface set --ifh x", "interface set: --ifh x: must be 0 to 4294967295"},
-    {"interface set --ifh 1 --enable 2", "interface set: --enable 2: must be 0 to 1"},
-    {"interface set --ifh 1 --mtu 65536", "interface set: --mtu 65536: must be 0 to 65535"},
     {"interface set --ifh 1 --sful 2001:db8::", "--sful 2001:db8::: must be an IPv6 prefix of at most 96 bits"},
-    {"interface set --ifh 1 --sless ::/97", "--sless ::/97: must be an IPv6 prefix of at most 96 bits"},
     {"interface set --ifh 1 --sless-v6v4 1.2.3.4/8", "--sless-v6v4 1.2.3.4/8: must be an IPv6 prefix"},
-    {"nvi enable --ifh x", "nvi enable: --ifh x: must be 0 to 4294967295"},
     {"prefix add --prefix 2001:db8::/128 --kind 1", "must be an IPv6 prefix of at most 96 bits, such as 2001:db8::/32"},
     {"prefix mod --prefix 2001:db8::1/64 --kind 1", "must be a prefix with no bits set behind its first 64"},
-    {"prefix del --prefix 2001:db8::/32 --kind 5", "prefix del: --kind 5: must be 1 to 4"},
-    {"smapping add --id 1 --addr1 x --addr2 ::1", "smapping add: --addr1 x: must be an address"},
-    {"smapping add --id 1 --addr1 ::1 --addr2 x", "smapping add: --addr2 x: must be an address"},
-    {"dmapping add --id 0 --type 1", "dmapping add: --id 0: must be 1 to 4294967295"},
-    {"dmapping mod --id 1 --type 8", "dmapping mod: --type 8: must be 0 to 7"},
-    {"dmapping add --id 1 --type 1 --ext 00", "dmapping add: --ext 00: must be 48 hexadecimal digits"},
-    {"pool add --id 0 --param 1 --start 192.0.2.1 --end 192.0.2.2", "pool add: --id 0: must be 1 to 4294967295"},
-    {"pool add --id 1 --param 0 --start 192.0.2.1 --end 192.0.2.2", "pool add: --param 0: must be 1 to 4294967295"},
     {"pool mod --id 1 --param 1 --start ::1 --end 192.0.2.2", "--start ::1: must be an IPv4 address such as 192.0.2.1"},
-    {"range add --id 1 --start 192.0.2.1 --end 1", "range add: --end 1: must be an IPv4 address such as 192.0.2.1"},
-    {"logging add --dest ::1 --port 1", "logging add: --dest ::1: must be an IPv4 address such as 192.0.2.1"},
-    {"logging mod --dest 192.0.2.1 --port 0", "logging mod: --port 0: must be 1 to 65535"},
     {"logging del --dest 192.0.2.1 --port 1 --param 256", "logging del: --transport 256: must be 0 to 255"},
-    {"mapt bmr add --rule 0 --domain 1 --v6 ::/0 --v4 0.0.0.0/0", "mapt bmr add: --rule 0: must be 1 to 4294967295"},
     {"mapt bmr add --rule 1 --domain 1 --v6 2001:db8:1234::/96 --v4 192.0.2.0/24",
      "--v6 2001:db8:1234::/96: must be an IPv6 prefix of at most 64 bits"},
     {"mapt bmr add --rule 1 --domain 1 --v6 ::/0 --v4 192.0.2.0/33", "must be an IPv4 prefix of at most 32 bits"},
     {"mapt bmr del --rule 1 --domain 1 --params 1,2,3", "--params 1,2,3: must be 4 numbers between commas"},
     {"mapt bmr del --rule 1 --domain 1 --params 1,2,3,65536", "--params 65536: must be 0 to 65535"},
-    {"mapt dmr add --id 0", "mapt dmr add: --id 0: must be 1 to 4294967295"},
     {"mapt lookup x", "mapt lookup: address x: must be an address"},
     {"server fail-next --code 0", "server fail-next: --code 0: must be 1 to 4294967295"},
     {"server release --order up", "server release: --order up: must be in-order|reverse|shuffled"},
     {"server silent maybe", "server silent: state maybe: must be on|off"},
-    {"server sessions generate 1000001", "server sessions generate: count 1000001: must be 0 to 1000000"},
     {"server notify debug --class 1 --on 1", "--class 1: must be info|trace|warning|error|all"},
     {"--timeout 0 status", "--timeout 0: must be 1 to 2147483647"},
-    {"--debug-level 5 status", "--debug-level 5: must be 0 to 4"},
-    {"--pipeline 0 status", "--pipeline 0: must be 1 to 4294967295"},
     {"--connect '' status", "--connect '': must be the name of a server"},
     {"frob", "frob: must be status, timeout, limit, "},
     {"tiemout set", "natctl: tiemout: did you mean timeout?\n"},
@@ -86,7 +50,6 @@ constexpr field_error_t field_errors[] = {
     {"timeout set --tpye 1 --value 2", "timeout set: --tpye: did you mean --type?\n"},
     {"timeout set --type 1 --vale=2", "timeout set: --vale=2: did you mean --value?\n"},
     {"sessions walk --limt 2", "sessions walk: --limt: did you mean --limit?\n"},
-    {"sessions clear", "sessions: clear: must be walk"},
     {"status --jsn", "status: --jsn: did you mean --json?\n"},
     {"timeout set --type 1111111111222222222233333333334444444444555555555566666666667 --value 1",
      "--type 111111111122222222223333333333444444444455555555556666666666...: must be 1 to 7, or udp"},
@@ -106,23 +69,15 @@ constexpr field_error_t field_errors[] = {
 
 class field_errors_test : public natctl_test {};
 
-TEST_F(field_errors_test, a_wrong_value_is_named_with_what_is_allowed_and_ends_with_status_2) {
+TEST_F(field_errors_test, a_wrong_value_is_named_with_what_is_allowed_and_ends_with_status_2_in_both_forms) {
     for (const field_error_t &wrong : field_errors) {
         SCOPED_TRACE(wrong.command);
         run_t result = run(wrong.command);
         EXPECT_EQ(result.status, 2);
         EXPECT_NE(result.notes.find(wrong.error), std::string::npos) << result.notes;
         EXPECT_EQ(result.answers, "");
-    }
-}
-
-TEST_F(field_errors_test, a_wrong_value_gives_one_json_document_that_says_usage) {
-    for (const field_error_t &wrong : field_errors) {
-        SCOPED_TRACE(wrong.command);
-        run_t result = run(std::string("--json ") + wrong.command);
-        json_t document = json_t::parse(result.answers);
-        const json_t &outcome = document.is_array() ? document.at(0) : document;
-        EXPECT_EQ(outcome.at("status"), "usage");
+        const json_t document = json_t::parse(run(std::string("--json ") + wrong.command).answers);
+        EXPECT_EQ((document.is_array() ? document.at(0) : document).at("status"), "usage");
     }
 }
 

@@ -22,13 +22,6 @@ protected:
     }
 };
 
-TEST_F(list_test, a_list_is_whole_however_many_replies_it_takes) {
-    const json_t all = last_of(mappings(25) + "stats mappings --count 7\n");
-    ASSERT_EQ(all.at("data").size(), 25U);
-    EXPECT_EQ(all.at("data").at(24).at("id"), 25);
-    EXPECT_FALSE(all.contains("cut"));
-}
-
 struct cut_t {
     const char *line;
     size_t rows;
@@ -109,6 +102,20 @@ TEST_F(list_test, the_timeout_is_the_longest_silence_and_not_the_time_of_a_whole
     const uint64_t before = fwx_host_clock_ms();
     EXPECT_EQ(run_natctl(words_of("--trace --timeout 5000 batch -"), lines, answers, notes), 0);
     EXPECT_GE(fwx_host_clock_ms() - before, 15000U) << "five replies were slow";
+}
+
+TEST_F(list_test, clearing_sessions_says_how_many_matched_and_is_not_sent_when_they_cannot_be_counted) {
+    const std::string made =
+        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\nserver sessions generate 9\n";
+    const run_t cleared =
+        run("batch -", made + "sessions clear --pool-address 192.0.2.2 --protocol udp\nstats pools\n");
+    EXPECT_NE(cleared.answers.find("line 3: sessions clear: ok, 4 matched\n"), std::string::npos) << cleared.answers;
+    EXPECT_NE(cleared.answers.find("\n1   0       2          5\n"), std::string::npos) << cleared.answers;
+    const json_t refused = json_t::parse(
+        run("--json --keep-going batch -", made + "server fail-next --code 9\nsession clear\nstats system\n").answers);
+    EXPECT_EQ(refused.at(3).at("code"), 9);
+    EXPECT_EQ(refused.at(4).at("data").at("sessions"), 9);
+    EXPECT_EQ(json_t::parse(run("--json --dry-run sessions clear").answers).at("messages").size(), 1U);
 }
 
 }  // namespace

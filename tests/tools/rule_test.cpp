@@ -65,12 +65,6 @@ TEST_F(rule_test, the_verdict_is_the_servers_and_the_table_follows_it) {
     }
 }
 
-TEST_F(rule_test, a_refusal_is_told_with_the_servers_code) {
-    const json_t outcomes = json_t::parse(run("--json --keep-going batch -", std::string(refuse) + add1).answers);
-    EXPECT_EQ(outcomes.at(1).at("code"), 0x6006);
-    EXPECT_EQ(outcomes.at(1).at("error"), "refused by the server: the server does not take this value (0x6006)");
-}
-
 TEST_F(rule_test, a_rule_is_pending_until_its_answer_and_a_late_answer_still_counts) {
     const json_t outcomes = json_t::parse(run("--json --keep-going --timeout 20 batch -",
                                               std::string("server hold\n") + add1 + "mapt show\nserver release\n" +

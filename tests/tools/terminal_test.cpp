@@ -117,17 +117,6 @@ TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_c
     EXPECT_EQ(exit_status(), 0);
 }
 
-TEST_F(terminal_test, a_long_batch_shows_how_far_it_came_while_its_answers_go_elsewhere) {
-    start("yes 'timeout set --type 1 --value 300' | $natctl batch - >/dev/null");
-    EXPECT_TRUE(shows(" commands done, 0 failed")) << shown_;
-    type("\x03");
-    exit_status();
-    start("yes 'timeout set --type 1 --value 300' | head -n 60000 | $natctl --quiet batch - >/dev/null; echo ended");
-    EXPECT_TRUE(shows("ended")) << shown_;
-    EXPECT_EQ(passed_, "");
-    EXPECT_EQ(exit_status(), 0);
-}
-
 TEST_F(terminal_test, standard_descriptors_that_are_closed_are_errors_and_are_taken_by_nothing_else) {
     for (const std::string run : {"$natctl status >&-", "$natctl --json serve closed >&-", "$natctl batch - <&-",
                                   "$natctl batch - </", "$natctl shell </", "$natctl status 2>&- >&-"}) {

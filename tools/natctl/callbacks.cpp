@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "records/family.h"
+#include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
 
 namespace {
@@ -24,19 +25,19 @@ uint32_t queried(void *ctx, const page_t &page) {
 }
 
 uint32_t system_stats(void *ctx, uint32_t more, void *data) {
-    return queried(ctx, {FWX_NAT64_MSG_STATS_SYS, data, 1, more != 0, 0});
+    return queried(ctx, {reply_described(FWX_NAT64_MSG_STATS_SYS), data, 1, more != 0, 0});
 }
 
 uint32_t interface_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
-    return queried(ctx, {FWX_NAT64_MSG_STATS_INTF, data, count, more != 0, 0});
+    return queried(ctx, {reply_described(FWX_NAT64_MSG_STATS_INTF), data, count, more != 0, 0});
 }
 
 uint32_t limit_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
-    return queried(ctx, {FWX_NAT64_MSG_STATS_LIMIT_ALL, data, count, more != 0, 0});
+    return queried(ctx, {reply_described(FWX_NAT64_MSG_STATS_LIMIT_ALL), data, count, more != 0, 0});
 }
 
 uint32_t pool_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
-    return queried(ctx, {FWX_NAT64_MSG_STATS_POOL_ALL, data, count, more != 0, cookie});
+    return queried(ctx, {reply_described(FWX_NAT64_MSG_STATS_POOL_ALL), data, count, more != 0, cookie});
 }
 
 void mapping_notified(const void *data) {
@@ -48,7 +49,8 @@ void mapping_notified(const void *data) {
 
 uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
     bool is_unsolicited = ctx == nullptr && data != nullptr && attached != nullptr;
-    if (!is_unsolicited) return queried(ctx, {FWX_NAT64_MSG_STATS_MAPPING_ALL, data, count, more != 0, cookie});
+    if (!is_unsolicited)
+        return queried(ctx, {reply_described(FWX_NAT64_MSG_STATS_MAPPING_ALL), data, count, more != 0, cookie});
     mapping_notified(data);
     return 0;
 }
@@ -83,6 +85,7 @@ const fwx_nat64_unsol_cbs_t *pal_unsolicited_callbacks() {
     return &unsolicited_callbacks;
 }
 
-uint32_t pal_walk_callback(void *ctx, uint32_t count, void *data, uint64_t cookie, uint32_t, uint32_t status) {
-    return queried(ctx, {FWX_NAT64_MSG_SESSION_WALK, data, count, status == FWX_NAT64_WALK_MORE, cookie});
+uint32_t pal_walk_callback(void *ctx, uint32_t count, void *data, uint64_t cookie, uint32_t value2, uint32_t status) {
+    return queried(
+        ctx, {reply_described(FWX_NAT64_MSG_SESSION_WALK, value2), data, count, status == FWX_NAT64_WALK_MORE, cookie});
 }

@@ -182,8 +182,8 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     outcome_t bound = pal.bind();
     if (bound.status != status_t::ok) return output.report(bound);
     bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;
-    auto stream = [&output](const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count) {
-        output.stream_entries(of, msgno, entries, count);
+    auto stream = [&output](const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count) {
+        output.stream_entries(of, reply, entries, count);
     };
     if (streams_rows) pal.stream_rows(stream);
     if (line.is_batch()) return run_file(line, input, pal, output);

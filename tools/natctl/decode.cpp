@@ -96,15 +96,6 @@ const wire_message_t *describe(fwx_host_direction_t direction, const void *msg, 
     return wire_find(direction == FWX_HOST_SENT ? wire_direction_t::to_server : wire_direction_t::to_client, msg, size);
 }
 
-const wire_message_t *describe_reply(uint16_t msgno) {
-    size_t count = 0;
-    const wire_message_t *messages = wire_messages(&count);
-    const wire_message_t *found = std::find_if(messages, messages + count, [msgno](const wire_message_t &message) {
-        return message.direction == wire_direction_t::to_client && message.msgno == msgno;
-    });
-    return found == messages + count ? nullptr : found;
-}
-
 }  // namespace
 
 std::string hex_number(uint64_t value) {
@@ -182,39 +173,45 @@ std::string message_line(fwx_host_direction_t direction, const void *msg, size_t
     return (direction == FWX_HOST_SENT ? "-> " : "<- ") + message_text(object);
 }
 
-json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count) {
+const wire_message_t &reply_described(uint16_t msgno, uint32_t selector) {
+    size_t count = 0;
+    const wire_message_t *messages = wire_messages(&count);
+    return *std::find_if(messages, messages + count, [msgno, selector](const wire_message_t &message) {
+        const bool is_selected =
+            message.selector == wire_no_selector || static_cast<uint32_t>(message.selector) == selector;
+        return message.direction == wire_direction_t::to_client && message.msgno == msgno && is_selected;
+    });
+}
+
+json_t decode_entries(const wire_message_t &reply, const void *entries, uint32_t count) {
     json_t rows = json_t::array();
-    const wire_message_t *reply = describe_reply(msgno);
-    if (reply == nullptr) return rows;
     const auto *at = static_cast<const uint8_t *>(entries);
-    for (uint32_t i = 0; i < count; ++i, at += reply->entry_size) {
-        rows.push_back(fields_json(reply->entry_fields, reply->entry_field_count, at, reply->entry_size));
+    for (uint32_t i = 0; i < count; ++i, at += reply.entry_size) {
+        rows.push_back(fields_json(reply.entry_fields, reply.entry_field_count, at, reply.entry_size));
     }
     return rows;
 }
 
-void append_entry_lines(std::string &lines, const std::string &members, uint16_t msgno, const void *entries,
-                        uint32_t count) {
-    const wire_message_t *reply = describe_reply(msgno);
-    if (reply == nullptr) return;
+void append_entry_lines(std::string &lines, const std::string &members, const wire_message_t &reply,
+                        const void *entries, uint32_t count) {
     const auto *at = static_cast<const uint8_t *>(entries);
-    for (uint32_t i = 0; i < count; ++i, at += reply->entry_size) {
+    for (uint32_t i = 0; i < count; ++i, at += reply.entry_size) {
         lines.append("{").append(members);
-        for (size_t n = 0; n < reply->entry_field_count; ++n) {
-            const wire_field_t &field = reply->entry_fields[n];
+        for (size_t n = 0; n < reply.entry_field_count; ++n) {
+            const wire_field_t &field = reply.entry_fields[n];
             lines.append(",\"").append(field.name).append("\":");
             use_value(field, at + field.offset, json_writer_t{lines});
             if (field.names == nullptr) continue;
+            const char *name = field.names->name_of(wire_read(at + field.offset, field.width));
             lines.append(",\"").append(field.name).append(name_suffix).append("\":");
-            lines += name_json(field, at + field.offset).dump();
+            if (name == nullptr) {
+                lines += "null";
+            } else {
+                lines.append("\"").append(name).append("\"");
+            }
         }
         lines += "}\n";
     }
-}
-
-size_t entry_bytes(uint16_t msgno) {
-    const wire_message_t *reply = describe_reply(msgno);
-    return reply == nullptr ? 0 : reply->entry_size;
 }
 
 void append_rows(json_t &rows, json_t &&more) {

@@ -8,6 +8,7 @@
 
 #include "fwx_host/smc.h"
 #include "tools/natctl/outcome.h"
+#include "wire/messages.h"
 
 /** `text (0x40300216)` of a result code. */
 std::string code_text(uint32_t code);
@@ -25,13 +26,14 @@ std::string message_text(const json_t &message);
 /** A row as people read it: of a value that has a name, the name alone. */
 json_t with_names(const json_t &row);
 
-/** The entries of a reply with that message number, as an array of rows. */
-json_t decode_entries(uint16_t msgno, const void *entries, uint32_t count);
+/** The description of the reply with that message number and, if it has a selector, that value of it. Requires: it has
+ * entries. */
+const wire_message_t &reply_described(uint16_t msgno, uint32_t selector = 0);
+/** The entries of a reply as an array of rows. */
+json_t decode_entries(const wire_message_t &reply, const void *entries, uint32_t count);
 /** Appends a line for each entry: a JSON object with `members`, as text, before the entry's own. */
-void append_entry_lines(std::string &lines, const std::string &members, uint16_t msgno, const void *entries,
-                        uint32_t count);
-/** Bytes of each of them. */
-size_t entry_bytes(uint16_t msgno);
+void append_entry_lines(std::string &lines, const std::string &members, const wire_message_t &reply,
+                        const void *entries, uint32_t count);
 /** Appends an array of rows to `rows`, which may be null. */
 void append_rows(json_t &rows, json_t &&more);
 

@@ -55,6 +55,9 @@ inline option_t protocol_field(CLI::App &app, const char *option, uint32_t &out,
 inline option_t address_field(CLI::App &app, const char *option, fwx_nat64_addr_t &out, const char *meaning) {
     return add_field(app, record_field(option, nullptr, record_kind_t::address, 0, sizeof out, meaning), &out);
 }
+inline option_t ipv4_field(CLI::App &app, const char *option, fwx_nat64_addr_t &out, const char *meaning) {
+    return add_field(app, record_field(option, nullptr, record_kind_t::ipv4, 0, sizeof out, meaning), &out);
+}
 /** Exactly `bytes` bytes as hexadecimal digits. */
 inline option_t hex_field(CLI::App &app, const char *option, uint8_t *out, size_t bytes, const char *meaning) {
     return add_field(app, record_field(option, nullptr, record_kind_t::bytes, 0, bytes, meaning), out);

@@ -124,7 +124,7 @@ void output_t::print_json(const json_t &object) {
 void output_t::print_text(const outcome_t &outcome) {
     if (outcome.status != status_t::ok) return;
     bool has_streamed = !widths_.empty();
-    bool has_answer = !outcome.data.is_null() || !outcome.messages.is_null();
+    bool has_answer = (!outcome.data.is_null() && outcome.note.empty()) || !outcome.messages.is_null();
     if (!has_answer && !has_streamed && !is_quiet_) {
         const std::string note = outcome.note.empty() ? "" : ", " + outcome.note;
         answers_ << outcome_label(outcome) << ": ok" << note << '\n';
@@ -137,6 +137,7 @@ void output_t::print_text(const outcome_t &outcome) {
     for (const json_t &message : outcome.messages) {
         answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';
     }
+    if (!has_answer) return;
     if (outcome.data.is_array()) print_rows(outcome.data);
     if (outcome.data.is_object()) print_object(with_names(outcome.data));
 }
@@ -215,11 +216,11 @@ void output_t::print_csv(const outcome_t &of, const json_t &rows) {
     }
 }
 
-void output_t::stream_entries(const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count) {
-    if (format_ != format_t::jsonl) return stream_rows(of, decode_entries(msgno, entries, count));
+void output_t::stream_entries(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count) {
+    if (format_ != format_t::jsonl) return stream_rows(of, decode_entries(reply, entries, count));
     const std::string label = label_json(of).dump();
     std::string lines;
-    append_entry_lines(lines, label.substr(1, label.size() - 2), msgno, entries, count);
+    append_entry_lines(lines, label.substr(1, label.size() - 2), reply, entries, count);
     answers_ << lines << std::flush;
 }
 

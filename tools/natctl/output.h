@@ -8,6 +8,7 @@
 
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
+#include "wire/messages.h"
 
 class output_t {
 public:
@@ -25,7 +26,7 @@ public:
     status_t report(const outcome_t &outcome);
     /** Entries of a reply that arrived before the outcome of their command; not for JSON, which has them in the
      * outcome. They come by the million: as lines of JSON they are written without being made into documents. */
-    void stream_entries(const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count);
+    void stream_entries(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count);
     /** `serving alpha`: an answer before the outcome of its command. */
     void announce(const outcome_t &of, const char *word, const std::string &name);
     /** An answer that is a text in every format. */

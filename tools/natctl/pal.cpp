@@ -233,10 +233,14 @@ call_t *pal_t::find(void *ctx) {
 void pal_t::answered(void *ctx, uint32_t code) {
     call_t *call = find(ctx);
     if (call == nullptr) return;
+    const bool goes_on = code == 0 && call->list && call->list->then != nullptr && !call->given_up &&
+                         (!call->verdict || call->verdict->result == 0);
+    if (goes_on) code = start_next(*call);
+    if (goes_on && code == 0) return;
     call->answered = true;
     forget_wire(*call);
     if (call->verdict && call->verdict->orders_cleanup) rules_.emptied();
-    const char *by = "server";
+    const char *by = goes_on ? "library" : "server";
     if (call->rule) {
         code = judge_rule(*call, code);
         by = call->verdict && call->verdict->result == 0 ? "library, though the server has done it" : by;

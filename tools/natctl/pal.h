@@ -19,7 +19,6 @@
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
 #include "tools/natctl/rule_book.h"
-#include "tools/natctl/server_records.h"
 #include "wire/messages.h"
 
 class pal_t;
@@ -35,8 +34,8 @@ struct verdict_t {
 
 /** One reply of a query. */
 struct page_t {
-    uint16_t msgno;
-    const void *entries; /* as the reply with that message number lays them out */
+    const wire_message_t &reply;
+    const void *entries; /* as the reply lays them out */
     uint32_t count;
     bool more;       /* further replies follow by themselves */
     uint64_t cookie; /* where a further query goes on; 0: nowhere, or the query knows none */
@@ -48,8 +47,9 @@ struct list_t {
     std::function<uint32_t(call_t &call, uint64_t cookie, uint64_t wanted)> ask;
     uint64_t limit = UINT64_MAX;
     uint64_t rows = 0;
-    uint64_t cookie = 0;           /* of the latest reply */
-    record_row_fn_t row = nullptr; /* reads the one record of a query that has another than all others */
+    uint64_t cookie = 0;                   /* of the latest reply */
+    const wire_message_t *reply = nullptr; /* that is asked for where a server may answer with another record */
+    std::function<uint32_t(call_t &call)> then = nullptr; /* a command of its own behind it, which takes no rows */
 };
 
 /** One run of a command, from its start to its verdict. */
@@ -81,8 +81,9 @@ struct command_t {
 class pal_t {
 public:
     using note_fn_t = std::function<void(const std::string &)>;
-    /** Gets entries of a reply with that message number, which live during the call. */
-    using rows_fn_t = std::function<void(const outcome_t &of, uint16_t msgno, const void *entries, uint32_t count)>;
+    /** Gets entries of a reply, which live during the call. */
+    using rows_fn_t =
+        std::function<void(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count)>;
     using call_id_t = uintptr_t;
 
     /** `note` gets everything that is no answer. */
@@ -117,7 +118,9 @@ public:
     uint32_t send(call_t &call, const record_family_t &family, uint32_t op, const void *record);
     /** Begins a list of at most `limit` entries. */
     uint32_t begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask,
-                        record_row_fn_t row = nullptr);
+                        const wire_message_t *reply = nullptr);
+    /** Counts the entries that `ask_fn` asks for, as `matched`, and then starts the command `then`. */
+    uint32_t begin_count(call_t &call, decltype(list_t::ask) ask_fn, decltype(list_t::then) then);
     const rule_book_t &rules() const { return rules_; }
     /** Hands the rows of walks to `rows` as they arrive, instead of collecting them. */
     void stream_rows(rows_fn_t rows) { rows_ = std::move(rows); }
@@ -145,6 +148,8 @@ private:
     void take_rows(call_t &call, const page_t &page, uint32_t count);
     bool end_list(call_t &call, const std::string &error);
     uint32_t ask(call_t &call);
+    /** Starts what comes behind a count. */
+    uint32_t start_next(call_t &call);
 
     options_t options_;
     note_fn_t note_;

@@ -6,9 +6,28 @@
 #include "tools/natctl/pal.h"
 
 uint32_t pal_t::begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask_fn,
-                           record_row_fn_t row) {
-    call.list = list_t{std::move(ask_fn), limit, 0, cookie, row};
+                           const wire_message_t *reply) {
+    call.list = list_t{std::move(ask_fn), limit, 0, cookie, reply, nullptr};
     return ask(call);
+}
+
+uint32_t pal_t::begin_count(call_t &call, decltype(list_t::ask) ask_fn, decltype(list_t::then) then) {
+    if (options_.dry_run) return then(call);
+    call.list = list_t{std::move(ask_fn), UINT64_MAX, 0, 0, nullptr, std::move(then)};
+    return ask(call);
+}
+
+uint32_t pal_t::start_next(call_t &call) {
+    call.outcome.data = {{"matched", call.list->rows}};
+    call.outcome.note = std::to_string(call.list->rows) + " matched";
+    const auto then = std::move(call.list->then);
+    call.list.reset();
+    call.verdict.reset();
+    call_t *outer = starting_;
+    starting_ = &call;
+    const uint32_t code = then(call);
+    starting_ = outer;
+    return code;
 }
 
 uint32_t pal_t::ask(call_t &call) {
@@ -29,7 +48,7 @@ bool pal_t::paged(void *ctx, const page_t &page) {
     }
     list_t &list = *call->list;
     call->deadline = fwx_host_clock_ms() + options_.timeout_ms;
-    const uint64_t claimed_bytes = uint64_t{page.count} * entry_bytes(page.msgno);
+    const uint64_t claimed_bytes = uint64_t{page.count} * page.reply.entry_size;
     if (fwx_host_smc_bytes_behind(page.entries) < claimed_bytes) {
         return end_list(*call, "the server claims more entries than it sent");
     }
@@ -61,14 +80,13 @@ bool pal_t::paged(void *ctx, const page_t &page) {
 /** Rows that are streamed are not kept. */
 void pal_t::take_rows(call_t &call, const page_t &page, uint32_t count) {
     call.list->rows += count;
-    if (call.list->row != nullptr) {
-        call.outcome.data = call.list->row(page.entries);
-        return;
-    }
-    const bool streams = page.msgno == FWX_NAT64_MSG_SESSION_WALK && rows_ && count != 0;
-    if (streams) return rows_(call.outcome, page.msgno, page.entries, count);
-    json_t rows = decode_entries(page.msgno, page.entries, count);
-    if (page.msgno == FWX_NAT64_MSG_STATS_SYS && !rows.empty()) {
+    if (call.list->then != nullptr) return;
+    const bool streams = page.reply.msgno == FWX_NAT64_MSG_SESSION_WALK && rows_ && count != 0;
+    if (streams) return rows_(call.outcome, page.reply, page.entries, count);
+    const wire_message_t *wanted = call.list->reply;
+    const bool is_wanted = wanted != nullptr && fwx_host_smc_bytes_behind(page.entries) >= wanted->entry_size;
+    json_t rows = decode_entries(is_wanted ? *wanted : page.reply, page.entries, count);
+    if (page.reply.msgno == FWX_NAT64_MSG_STATS_SYS && !rows.empty()) {
         call.outcome.data = std::move(rows.front());
     } else {
         append_rows(call.outcome.data, std::move(rows));

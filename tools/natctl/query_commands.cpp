@@ -1,9 +1,12 @@
 /* What the server holds: its IP aliases, its statistics and its sessions. */
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstring>
 
 #include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/callbacks.h"
+#include "tools/natctl/decode.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
@@ -51,13 +54,13 @@ struct query_form_t {
     const char *summary;
     uint32_t (*start)(const query_t &query, void *ctx);
     void (*fields)(CLI::App &app, query_t &query);
-    record_row_fn_t (*row)(uint32_t sel) = nullptr; /* for records that depend on the selector */
+    uint32_t sel = 0; /* without --sel, if a selector may ask for another record */
 };
 
 constexpr query_form_t query_forms[] = {
-    {"system", "How many the server holds of each kind",
+    {"system", "How many the server holds of each kind, and what it has refused",
      [](const query_t &query, void *ctx) { return fwx_nat64_stats_sys_query_a(query.sel, ctx); }, selector_field,
-     server_record_row},
+     FWX_NAT64_SEL_SYSTEM},
     {"interfaces", "Statistics of all interfaces",
      [](const query_t &, void *ctx) { return fwx_nat64_stats_intf_query_a(ctx); }, no_fields},
     {"pools", "Statistics of all pools",
@@ -86,26 +89,67 @@ uint32_t start_query(call_t &call, const query_t &query, const query_form_t &for
         next.count = static_cast<uint32_t>(std::min<uint64_t>(query.count, wanted));
         return start(next, of.ctx);
     };
-    return call.pal.begin_list(call, query.cookie, query.limit, ask,
-                               form.row == nullptr ? nullptr : form.row(query.sel));
+    const wire_message_t *reply = form.sel == 0 ? nullptr : &reply_described(FWX_NAT64_MSG_STATS_SYS, query.sel);
+    return call.pal.begin_list(call, query.cookie, query.limit, ask, reply);
+}
+
+/** Which sessions a command is about. */
+struct matching_t {
+    uint32_t protocol;
+    fwx_nat64_addr_t src;
+    fwx_nat64_addr_t dst;
+    fwx_nat64_addr_t pool_addr;
+    uint16_t port;
+};
+
+void matching_fields(CLI::App &app, matching_t &matching) {
+    protocol_field(app, "--protocol", matching.protocol, "only those of this IP protocol");
+    address_field(app, "--inside,--src", matching.src, "only those of this host inside");
+    address_field(app, "--dst", matching.dst, "only those with this destination");
+    ipv4_field(app, "--pool-address", matching.pool_addr, "only those that are translated to this address");
+    number_field(app, "--port", matching.port, "only those with this port, inside, of the pool or of the destination",
+                 1);
+}
+
+uint32_t network_word(const fwx_nat64_addr_t &address) {
+    uint32_t word = 0;
+    std::memcpy(&word, address.addr, sizeof word);
+    return htonl(word);
+}
+
+/** The part of a filter that the library passes on as bytes. */
+fwx_nat64_session_where_t where_of(const matching_t &matching) {
+    fwx_nat64_session_where_t where{};
+    const uint32_t pool_addr = network_word(matching.pool_addr);
+    std::memcpy(where.pool_addr, &pool_addr, sizeof pool_addr);
+    where.dst = matching.dst;
+    const uint32_t dst = network_word(matching.dst);
+    if (matching.dst.family == FWX_NAT64_FAMILY_IPV4) std::memcpy(where.dst.addr, &dst, sizeof dst);
+    where.port = matching.port;
+    return where;
 }
 
 struct walk_t {
-    fwx_nat64_sess_walk_filter_t filter;
-    uint32_t protocol;
+    matching_t matching;
     uint64_t cookie;
     uint32_t count = 50;
     uint32_t limit = no_limit;
 };
 
 /** The server is told the limit too, so that it need not send what nobody wants. */
+uint32_t ask_walk(const call_t &call, const walk_t &walk, uint64_t cookie, uint64_t wanted) {
+    fwx_nat64_sess_walk_filter_t filter{};
+    filter.src = walk.matching.src;
+    std::memcpy(filter.opaque0, &walk.matching.protocol, sizeof walk.matching.protocol);
+    const fwx_nat64_session_where_t where = where_of(walk.matching);
+    std::memcpy(filter.opaque60, &where, sizeof where);
+    const uint32_t limit = walk.limit == no_limit ? 0 : static_cast<uint32_t>(wanted);
+    return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, FWX_NAT64_WALK_FULL, pal_walk_callback,
+                                    call.ctx);
+}
+
 uint32_t start_walk(call_t &call, const walk_t &walk) {
-    auto ask = [walk](call_t &of, uint64_t cookie, uint64_t wanted) {
-        fwx_nat64_sess_walk_filter_t filter = walk.filter;
-        std::memcpy(filter.opaque0, &walk.protocol, sizeof walk.protocol);
-        const uint32_t limit = walk.limit == no_limit ? 0 : static_cast<uint32_t>(wanted);
-        return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, 0, pal_walk_callback, of.ctx);
-    };
+    auto ask = [walk](call_t &of, uint64_t cookie, uint64_t wanted) { return ask_walk(of, walk, cookie, wanted); };
     return call.pal.begin_list(call, walk.cookie, walk.limit == no_limit ? UINT64_MAX : walk.limit, ask);
 }
 
@@ -116,18 +160,34 @@ void add_walk(grammar_t &grammar) {
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
     limit_field(app, walk->limit);
     number_field(app, "--cookie", walk->cookie, "where to go on, 0 for the start");
-    protocol_field(app, "--protocol", walk->protocol, "only those of this IP protocol");
-    address_field(app, "--src", walk->filter.src, "only those with this source");
+    matching_fields(app, walk->matching);
+}
+
+uint32_t clear(const call_t &call, const matching_t &matching) {
+    fwx_nat64_session_filter_t filter{};
+    filter.value = matching.protocol;
+    filter.src = matching.src;
+    filter.dst = matching.dst;
+    fwx_nat64_session_where_t where = where_of(matching);
+    where.dst = {};
+    std::memcpy(filter.opaque, &where, sizeof where);
+    return fwx_nat64_session_clear_a(&filter, call.ctx);
+}
+
+uint32_t count_and_clear(call_t &call, const matching_t &matching) {
+    walk_t walk{};
+    walk.matching = matching;
+    walk.count = 1000;
+    auto ask = [walk](call_t &of, uint64_t cookie, uint64_t wanted) { return ask_walk(of, walk, cookie, wanted); };
+    return call.pal.begin_count(call, ask, [matching](call_t &of) { return clear(of, matching); });
 }
 
 void add_clear(grammar_t &grammar) {
-    auto filter = grammar.record<fwx_nat64_session_filter_t>();
+    auto matching = grammar.record<matching_t>();
     CLI::App &app =
-        grammar.command("clear", "Clears the sessions that match every given option",
-                        [filter](call_t &call) { return fwx_nat64_session_clear_a(filter.get(), call.ctx); });
-    protocol_field(app, "--protocol", filter->value, "only those of this IP protocol");
-    address_field(app, "--src", filter->src, "only those with this source");
-    address_field(app, "--dst", filter->dst, "only those with this destination");
+        grammar.command("clear", "Clears the sessions that match every given option, and says how many matched before",
+                        [matching](call_t &call) { return count_and_clear(call, *matching); });
+    matching_fields(app, *matching);
 }
 
 }  // namespace
@@ -139,12 +199,15 @@ void add_query_commands(grammar_t &grammar) {
     grammar.family("stats", "Statistics");
     for (const query_form_t &form : query_forms) {
         auto query = grammar.record<query_t>();
+        query->sel = form.sel;
         CLI::App &app = grammar.command(form.verb, form.summary,
                                         [query, &form](call_t &call) { return start_query(call, *query, form); });
         form.fields(app, *query);
     }
-    grammar.family("session", "Sessions");
-    add_clear(grammar);
-    grammar.family("sessions", "The session table");
-    add_walk(grammar);
+    for (const auto &[word, summary] :
+         {std::pair("sessions", "Sessions"), std::pair("session", "The same as sessions")}) {
+        grammar.family(word, summary);
+        add_walk(grammar);
+        add_clear(grammar);
+    }
 }

@@ -4,8 +4,8 @@
 #include "fwx_nat64/fwx_nat64.h"
 #include "fwx_nat64/wire.h"
 #include "records/family.h"
+#include "tools/natctl/decode.h"
 #include "tools/natctl/grammar.h"
-#include "tools/natctl/server_records.h"
 
 namespace {
 
@@ -124,22 +124,25 @@ void add_notifications(grammar_t &grammar) {
 }
 
 /** Shows what the server tells of itself: one in this process at once, another one in its answer to a query. */
-uint32_t show_record(call_t &call, uint32_t sel, json_t (*row)(const fwx_nat64_model_t &model)) {
+template <typename record_t>
+uint32_t show_record(call_t &call, uint32_t sel, record_t (fwx_nat64_model_t::*get)() const) {
+    const wire_message_t &reply = reply_described(FWX_NAT64_MSG_STATS_SYS, sel);
     if (call.pal.model() != nullptr) {
         call.awaited = false;
-        call.outcome.data = row(*call.pal.model());
+        const record_t record = (call.pal.model()->*get)();
+        call.outcome.data = decode_entries(reply, &record, 1).front();
         return 0;
     }
     const auto ask = [sel](call_t &of, uint64_t, uint64_t) { return fwx_nat64_stats_sys_query_a(sel, of.ctx); };
-    return call.pal.begin_list(call, 0, 1, ask, server_record_row(sel));
+    return call.pal.begin_list(call, 0, 1, ask, &reply);
 }
 
 uint32_t show_counts(call_t &call) {
-    return show_record(call, FWX_NAT64_MODEL_SEL_COUNTS, [](const auto &model) { return counts_row(model.counts()); });
+    return show_record(call, FWX_NAT64_SEL_COUNTS, &fwx_nat64_model_t::counts);
 }
 
 uint32_t show_boot(call_t &call) {
-    return show_record(call, FWX_NAT64_MODEL_SEL_BOOT, [](const auto &model) { return boot_row(model.boot()); });
+    return show_record(call, FWX_NAT64_SEL_BOOT, &fwx_nat64_model_t::boot);
 }
 
 }  // namespace

@@ -42,12 +42,17 @@ end
 -- The description of a message, or why it cannot be told; neither for an unknown one.
 local function find(direction, buffer)
   local candidates = by_type[direction * 0x10000 + buffer(WIRE_TYPE_AT, WIRE_TYPE_SIZE):le_uint()] or {}
+  local problem
   for _, message in ipairs(candidates) do
     local at = message.selector_offset
     if not at then return message end
-    if buffer:len() < at + 4 then return nil, "too short to tell which message it is" end
-    if buffer(at, 4):le_uint() == message.selector then return message end
+    if buffer:len() < at + 4 then
+      problem = "too short to tell which message it is"
+    elseif buffer(at, 4):le_uint() == message.selector then
+      return message
+    end
   end
+  return nil, problem
 end
 
 -- The result of a message from the server, or null.

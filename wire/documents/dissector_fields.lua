@@ -149,7 +149,9 @@ end
 
 local by_type = {} -- messages by direction and type word
 for _, message in ipairs(messages) do
-  if message.selector then message.fields[1].selects = message.name end
+  for _, shape in ipairs(message.fields) do
+    if message.selector and shape[2] == message.selector_offset then shape.selects = message.name end
+  end
   declare(message.fields, message.name .. ".")
   if message.entry then
     message.entry.field = field("none", message.name .. "." .. message.entry.name, message.entry.name)

@@ -34,10 +34,9 @@ std::string title(const wire_message_t &message) {
     return code(message.name) + (message.form == wire_form_t::sync ? " (synchronous)" : "");
 }
 
-/* The field that the selector is; every message with a selector describes it as its first field. */
 std::string selector(const wire_message_t &message) {
     if (message.selector == wire_no_selector) return "";
-    return std::string(message.fields[0].name) + " " + std::to_string(message.selector);
+    return std::string(wire_selector_field(message).name) + " " + std::to_string(message.selector);
 }
 
 std::string length(const wire_message_t &message) {
