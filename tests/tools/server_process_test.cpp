@@ -68,7 +68,8 @@ TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be
     EXPECT_NE(second.at("boot_id"), first.at("boot_id"));
 }
 
-/** A server `liar` in a process of its own that answers each query with the claim of 4096 entries, and none of them. */
+/** A server `liar` in a process of its own that answers each query with the claim of 4096 entries, and none of them,
+ * and tells of an event and a mapping whoever wants to hear. */
 class liar_t {
 public:
     liar_t() {
@@ -90,7 +91,12 @@ public:
 
 private:
     static void answer(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
-        if ((*static_cast<const uint8_t *>(msg) & 0x0f) < 4) return; /* no query */
+        const int number = *static_cast<const uint8_t *>(msg) & 0x0f;
+        const uint32_t event[] = {0x60c001, 0, 0, 0, 1};
+        const uint32_t mapping[16] = {0x60c001, 0, 0, 0, 3, 77};
+        if (number == 1) fwx_host_peer_send(peer, event, sizeof event);
+        if (number == 1) fwx_host_peer_send(peer, mapping, sizeof mapping);
+        if (number < 4) return; /* no query */
         uint32_t reply[17];
         std::fill(std::begin(reply), std::end(reply), 0x1000);
         std::memcpy(reply, msg, std::min(size, size_t{32}));
@@ -122,6 +128,44 @@ TEST_F(server_process_test, a_server_that_claims_more_entries_than_it_sent_is_no
         EXPECT_NE(result.notes.find("the server claims more entries than it sent"), std::string::npos) << result.notes;
         EXPECT_EQ(result.answers, "") << query;
     }
+}
+
+/** Answers that are interrupted when they have two lines. */
+class two_lines_t : public std::stringbuf {
+    int sync() override {
+        const std::string text = str();
+        if (!is_interrupted_ && std::count(text.begin(), text.end(), '\n') == 2) {
+            is_interrupted_ = true;
+            raise(SIGINT);
+        }
+        return 0;
+    }
+    bool is_interrupted_ = false;
+};
+
+TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_until_an_interrupt_or_its_end) {
+    const liar_t liar;
+    for (const std::string format : {"", "--jsonl "}) {
+        two_lines_t seen;
+        std::istringstream nothing;
+        std::ostream answers(&seen);
+        std::ostringstream notes;
+        EXPECT_EQ(run_natctl(words_of(format + "--connect liar watch"), nothing, answers, notes), 0);
+        EXPECT_EQ(notes.str(), "");
+        std::istringstream lines(seen.str());
+        std::string event, mapping;
+        std::getline(lines, event);
+        std::getline(lines, mapping);
+        if (format.empty()) {
+            EXPECT_EQ(event.substr(24), " event") << event;
+            EXPECT_EQ(mapping.substr(24), " mapping id=77 value=0 inactive=false") << mapping;
+        } else {
+            EXPECT_EQ(json_t::parse(event).at("notification"), "event");
+            EXPECT_EQ(json_t::parse(mapping).at("id"), 77);
+        }
+    }
+    EXPECT_EQ(run("watch").status, 2);
+    EXPECT_EQ(run("--csv --connect liar watch").status, 2);
 }
 
 TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {

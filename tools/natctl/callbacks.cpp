@@ -43,8 +43,8 @@ uint32_t pool_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, v
 void mapping_notified(const void *data) {
     fwx_nat64_stats_mapping_entry_t mapping;
     std::memcpy(&mapping, data, sizeof mapping);
-    attached->note("notification: mapping id=" + std::to_string(mapping.id) +
-                   " active=" + std::to_string(mapping.active) + " sessions=" + std::to_string(mapping.sessions));
+    attached->notified("mapping id=" + std::to_string(mapping.id) + " active=" + std::to_string(mapping.active) +
+                       " sessions=" + std::to_string(mapping.sessions));
 }
 
 uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
@@ -59,14 +59,13 @@ void record_notified(uint32_t op, const void *record) {
     uint32_t words[3];
     std::memcpy(words, record, sizeof words);
     if (attached == nullptr) return;
-    attached->note(std::string("notification: record ") +
-                   record_operation_name(op == FWX_NAT64_OP_ADD ? op : FWX_NAT64_OP_DEL) +
-                   " word1=" + std::to_string(words[0]) + " word2=" + std::to_string(words[1]) +
-                   " word3=" + std::to_string(words[2]));
+    attached->notified(std::string("record ") + record_operation_name(op == FWX_NAT64_OP_ADD ? op : FWX_NAT64_OP_DEL) +
+                       " word1=" + std::to_string(words[0]) + " word2=" + std::to_string(words[1]) +
+                       " word3=" + std::to_string(words[2]));
 }
 
 void event_notified() {
-    if (attached != nullptr) attached->note("notification: event");
+    if (attached != nullptr) attached->notified("event");
 }
 
 constexpr fwx_nat64_reply_cbs_t reply_callbacks = {configured, system_stats, interface_stats,

@@ -18,6 +18,7 @@
 #include "tools/natctl/pal.h"
 #include "tools/natctl/serve.h"
 #include "tools/natctl/shell.h"
+#include "tools/natctl/watch.h"
 
 namespace {
 
@@ -97,15 +98,17 @@ public:
         serve_->add_option("--state", serve.state_file, "file that keeps the configuration over restarts")
             ->type_name("FILE");
         for (CLI::Option *option : root_.get_options()) {
-            const bool is_question = option == root_.get_help_ptr() || option == root_.get_version_ptr();
-            if (!is_question) serve_->excludes(option);
+            const bool is_for_servers = option == root_.get_help_ptr() || option == root_.get_version_ptr() ||
+                                        option == root_.get_option("--capture");
+            if (!is_for_servers) serve_->excludes(option);
         }
         add_output_options(root_, options);
         shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
+        watch_ = root_.add_subcommand("watch", "Shows what the server of --connect sends unasked, until an interrupt");
         completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
         completion_->add_subcommand("bash", "For bash");
         completion_->require_subcommand(1);
-        for (CLI::App *line_command : {batch_, shell_}) {
+        for (CLI::App *line_command : {batch_, shell_, watch_}) {
             line_command->fallthrough();
         }
     }
@@ -121,8 +124,12 @@ public:
             text = help.text;
         }
         if (completion_->parsed()) text = bash_completion;
-        const bool has_lines = is_serve() && options.format == format_t::json;
+        const bool has_lines = (is_serve() || is_watch()) && options.format == format_t::json;
         if (has_lines) options.format = format_t::jsonl;
+        const bool can_watch = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
+        if (is_watch() && !text.has_value() && !can_watch) {
+            return usage_outcome({"watch", "needs --connect, and is no table and no dry run"});
+        }
         return {};
     }
     /** Answers what may come next behind the words. */
@@ -135,6 +142,7 @@ public:
     bool is_batch() const { return batch_->parsed(); }
     bool is_shell() const { return shell_->parsed(); }
     bool is_serve() const { return serve_->parsed(); }
+    bool is_watch() const { return watch_->parsed(); }
     bool has_many() const { return !text.has_value() && (is_batch() || is_shell()); }
 
     command_t command; /* as parsed; without a name when it is none of the grammar's */
@@ -157,6 +165,7 @@ private:
     CLI::App *batch_;
     CLI::App *serve_;
     CLI::App *shell_;
+    CLI::App *watch_;
     CLI::App *completion_;
 };
 
@@ -176,9 +185,10 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
 
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
     pal_t pal(line.options, [&output](const std::string &text) { output.note(text); });
-    if (!line.has_many()) {
+    if (!line.has_many() && !line.is_watch()) {
         if (const std::optional<outcome_t> outcome = pal.without_server(line.command)) return output.report(*outcome);
     }
+    if (line.is_watch()) return output.report(watch(pal, output));
     outcome_t bound = pal.bind();
     if (bound.status != status_t::ok) return output.report(bound);
     bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;
@@ -194,13 +204,17 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     return output.report(pal.finish(pal.start(line.command, 0)));
 }
 
-/** As run_command, with the messages captured if the user wants them to be. */
+status_t run_uncaptured(const command_line_t &line, std::istream &input, output_t &output) {
+    return line.is_serve() ? output.report(serve(line.serve, output)) : run_command(line, input, output);
+}
+
+/** As run_uncaptured, with the messages captured if the user wants them to be. */
 status_t run_captured(const command_line_t &line, std::istream &input, output_t &output) {
-    if (!line.options.capture.has_value()) return run_command(line, input, output);
+    if (!line.options.capture.has_value()) return run_uncaptured(line, input, output);
     const std::string &file = *line.options.capture;
     uint32_t code = fwx_host_capture_open(file.c_str());
     if (code != 0) return output.report(usage_outcome({"", "--capture " + file + ": " + xerr_strerror(code)}));
-    status_t status = run_command(line, input, output);
+    status_t status = run_uncaptured(line, input, output);
     code = fwx_host_capture_close();
     if (code == 0) return status;
     output.note("natctl: --capture " + file + ": incomplete: " + xerr_strerror(code));
@@ -213,7 +227,6 @@ bool is_progress_seen(const std::ostream &notes) {
 }
 
 status_t run(const command_line_t &line, std::istream &input, output_t &output) {
-    if (line.is_serve()) return output.report(serve(line.serve, output));
     if (!line.text.has_value()) return run_captured(line, input, output);
     output.print(*line.text);
     return status_t::ok;

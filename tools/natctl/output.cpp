@@ -250,6 +250,17 @@ void output_t::announce(const outcome_t &of, const char *word, const std::string
     }
 }
 
+void output_t::print_event(const json_t &event) {
+    if (format_ != format_t::text) return print_json(event);
+    size_t members = 0;
+    const json_t shown = with_names(event);
+    for (const auto &[name, value] : shown.items()) {
+        answers_ << (members == 0 ? "" : " ") << (members < 2 ? "" : name + "=") << plain_text(value);
+        ++members;
+    }
+    answers_ << '\n' << std::flush;
+}
+
 void output_t::note(const std::string &text) {
     clear_progress();
     answers_.flush();

@@ -29,6 +29,9 @@ public:
     void stream_entries(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count);
     /** `serving alpha`: an answer before the outcome of its command. */
     void announce(const outcome_t &of, const char *word, const std::string &name);
+    /** An answer that is a line of its own in every format: of its first two members the values alone, if it is text.
+     */
+    void print_event(const json_t &event);
     /** An answer that is a text in every format. */
     void print(const std::string &text) { answers_ << text; }
     void note(const std::string &text);

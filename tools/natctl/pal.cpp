@@ -268,6 +268,13 @@ void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, s
     bool is_collected = pal->options_.dry_run && pal->starting_ != nullptr && direction == FWX_HOST_SENT;
     if (is_collected) pal->starting_->outcome.messages.push_back(message_json(direction, msg, size));
     pal->watch(direction, msg, size);
+    const bool is_unsolicited = direction == FWX_HOST_RECEIVED && size >= sizeof(fwx_nat64_sync_hdr_t) &&
+                                wire_read(msg, sizeof(uint16_t)) == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_UNSOL_SETUP);
+    if (is_unsolicited && pal->unsolicited_) pal->unsolicited_(message_json(direction, msg, size));
+}
+
+void pal_t::notified(const std::string &text) {
+    if (!unsolicited_) note_("notification: " + text);
 }
 
 /** Keeps what the server's replies to queries and rules say, from their context on the way out to that on the way in.

@@ -102,6 +102,8 @@ public:
     call_id_t start(const command_t &command, uint32_t line);
     /** Waits for the verdict of a started command, at most until its deadline. */
     outcome_t finish(call_id_t id);
+    /** Whether the channel to the server is up. */
+    bool is_connected() const;
     /** Whether the server is a process that has ended, and nobody has taken its place. */
     bool has_lost_server() const;
     /** Whether a started command has been answered by the server. */
@@ -125,7 +127,12 @@ public:
     /** Hands the rows of walks to `rows` as they arrive, instead of collecting them. */
     void stream_rows(rows_fn_t rows) { rows_ = std::move(rows); }
 
+    /** Hands every message that the server sends unasked to `show`, decoded, instead of noting what reaches a callback.
+     */
+    void show_unsolicited(std::function<void(const json_t &message)> show) { unsolicited_ = std::move(show); }
+
     /* What the library's callbacks bring; `ctx` is a call's. */
+    void notified(const std::string &text);
     void answered(void *ctx, uint32_t code);
     void query_failed(void *ctx);
     /** Returns whether the call wants the replies that follow. */
@@ -139,7 +146,6 @@ private:
     void watch(fwx_host_direction_t direction, const void *msg, size_t size);
     void settle(call_t &call);
     void settle_channel();
-    bool is_connected() const;
     void forget(call_id_t id);
     void forget_wire(call_t &call);
     uint32_t send_rule(call_t &call, const record_family_t &family);
@@ -154,6 +160,7 @@ private:
     options_t options_;
     note_fn_t note_;
     rows_fn_t rows_;
+    std::function<void(const json_t &message)> unsolicited_;
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<connection_t> connection_;
     bool bound_ = false;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fwx_host/errors.h"
+#include "host/messaging/capture.h"
 #include "host/messaging/message.h"
 #include "host/messaging/peer.h"
 #include "host/messaging/shm/backlog.h"
@@ -13,6 +14,11 @@ namespace {
 
 constexpr uint64_t most_clients = 256;
 constexpr uint32_t most_malformed = 1000; /* messages, of one client */
+
+/* The direction is the client's: to the server is sent. `tag` is 0 of a message that nobody waits for. */
+void capture(fwx_host_direction_t direction, uint32_t tag, const void *msg, size_t size) {
+    capture_write(direction, tag == 0 ? exchange_t::async : exchange_t::sync, msg, size);
+}
 
 class shm_peer_t final : public fwx_host_peer, public shm_connection_t::owner_t {
 public:
@@ -70,6 +76,7 @@ void shm_peer_t::take_one() {
     requests_.copy_to(message->bytes(), record);
     requests_.advance(record);
     has_read_ = true;
+    if (capture_is_open) capture(FWX_HOST_SENT, record.tag, message->bytes(), message->size);
     if (record.tag == 0) {
         server->ops.received(server->ctx, this, message->bytes(), message->size);
     } else {
@@ -83,6 +90,7 @@ void shm_peer_t::answer(uint32_t number, const message_t &question) {
     alignas(16) uint8_t bytes[answer_limit];
     const size_t length = server->ops.asked(server->ctx, this, question.bytes(), question.size, bytes, sizeof(bytes));
     if (!is_connected()) return;
+    if (capture_is_open) capture(FWX_HOST_RECEIVED, number, bytes, std::min(length, sizeof bytes));
     answers_.write(number, bytes, static_cast<uint32_t>(std::min(length, sizeof(bytes))));
     has_written_ = true;
 }
@@ -112,6 +120,7 @@ void shm_peer_t::unlink() {
 
 uint32_t shm_peer_t::send(const void *msg, size_t size) {
     if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
+    if (capture_is_open) capture(FWX_HOST_RECEIVED, 0, msg, size);
     make_ready(); /* the client is woken when the server has done what there is to do */
     if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
         has_written_ = true;

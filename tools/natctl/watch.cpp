@@ -1,0 +1,52 @@
+#include "tools/natctl/watch.h"
+
+#include <cstdio>
+#include <ctime>
+#include <string_view>
+
+#include "tools/natctl/interrupt.h"
+
+namespace {
+
+/** `2026-01-31T23:59:59.123Z`. */
+std::string time_text() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm utc{};
+    gmtime_r(&now.tv_sec, &utc);
+    char text[64];
+    const size_t length = strftime(text, sizeof text, "%FT%T", &utc);
+    snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(now.tv_nsec / 1000000));
+    return text;
+}
+
+json_t event_of(const json_t &message) {
+    constexpr std::string_view prefix = "unsol_";
+    const auto name = message["message"].get<std::string>();
+    json_t event = {{"time", time_text()},
+                    {"notification", name.rfind(prefix, 0) == 0 ? name.substr(prefix.size()) : name}};
+    for (const auto &[key, value] : message["fields"].items()) {
+        if (key != "event") event[key] = value;
+    }
+    if (message["fields"].empty()) event["hex"] = message["hex"];
+    return event;
+}
+
+}  // namespace
+
+outcome_t watch(pal_t &pal, output_t &output) {
+    output.quiet(); /* an end that was wanted */
+    pal.show_unsolicited([&output](const json_t &message) { output.print_event(event_of(message)); });
+    const interrupt_t interrupt(pal.loop());
+    outcome_t outcome = pal.bind();
+    outcome.command = "watch";
+    if (outcome.status != status_t::ok) return outcome;
+    while (!interrupt.is_raised() && pal.is_connected()) {
+        fwx_host_loop_run_once(pal.loop(), -1);
+    }
+    if (!interrupt.is_raised()) {
+        outcome.status = status_t::no_server;
+        outcome.error = "the server went away";
+    }
+    return outcome;
+}
