@@ -4,25 +4,17 @@
  */
 #include <fcntl.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "fwx_host/fwx_host.h"
-#include "host/messaging/shm/bell.h"
-#include "host/messaging/shm/segment.h"
-#include "host/messaging/shm/socket.h"
 #include "input.h"
 #include "platform/smc.h"
+#include "tests/support/hand_over.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 
 constexpr char channel_name[] = "fuzzed";
 constexpr char name[] = "server";
-constexpr uint32_t greeting = 0x46575832;
 
 size_t honest_messages;
 
@@ -43,9 +35,6 @@ constexpr fwx_host_server_ops_t ops = {nullptr, nullptr, received, asked};
 
 struct server_t {
     server_t() {
-        char directory[] = "/tmp/handshake_fuzz.XXXXXX";
-        FUZZ_CHECK(mkdtemp(directory) != nullptr);
-        setenv("XDG_RUNTIME_DIR", directory, 1);
         FUZZ_CHECK(fwx_host_server_register(channel_name, loop, &ops, nullptr, &server) == 0);
         FUZZ_CHECK(fwx_host_server_listen(server, name) == 0);
         fwx_host_connect_set(channel_name, name);
@@ -70,6 +59,7 @@ struct server_t {
         FUZZ_CHECK(honest_messages > before);
     }
 
+    const runtime_directory_t directory;
     fwx_host_loop_t *loop = fwx_host_loop_create();
     fwx_host_loop_t *client_loop = fwx_host_loop_create();
     fwx_host_server_t *server = nullptr;
@@ -77,16 +67,13 @@ struct server_t {
 };
 
 descriptor_t descriptor_of(uint8_t kind) {
-    int ends[2] = {-1, -1};
     switch (kind % 8) {
         case 0:
             return descriptor_t(eventfd(kind / 8, 0));
         case 1:
             return descriptor_t(open("/dev/null", O_RDWR));
         case 2:
-            FUZZ_CHECK(pipe(ends) == 0);
-            close(ends[0]);
-            return descriptor_t(ends[1]);
+            return descriptor_t(pipe_without_reader());
         case 3:
             return descriptor_t(socket(AF_UNIX, SOCK_STREAM, 0));
         case 4:
@@ -97,26 +84,9 @@ descriptor_t descriptor_of(uint8_t kind) {
 }
 
 /** Sends a greeting; sound where the input says nothing else. */
-void greet(const descriptor_t &socket, const std::vector<descriptor_t> &handles, input_t &input) {
-    const uint32_t words[] = {greeting ^ input.byte(), 0};
-    iovec body{const_cast<uint32_t *>(words), 4 ^ input.below(8)};
-    alignas(cmsghdr) char control[CMSG_SPACE(16 * sizeof(int))] = {};
-    msghdr message{};
-    message.msg_iov = &body;
-    message.msg_iovlen = 1;
-    if (!handles.empty()) {
-        message.msg_control = control;
-        message.msg_controllen = CMSG_SPACE(handles.size() * sizeof(int));
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(handles.size() * sizeof(int));
-        for (size_t i = 0; i < handles.size(); ++i) {
-            const int number = handles[i].get();
-            std::memcpy(CMSG_DATA(header) + i * sizeof(number), &number, sizeof(number));
-        }
-    }
-    sendmsg(socket.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+void greet(const descriptor_t &socket, const handles_t &handles, input_t &input) {
+    const std::string words = word(greeting ^ input.byte()) + word(0);
+    hand_over(socket, words.substr(0, 4 ^ input.below(8)), handles);
 }
 
 /** The segment of all inputs, as good as new: to make one takes longer than everything else. */
@@ -147,7 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
     {
         descriptor_t socket;
         FUZZ_CHECK(shm_connect(name, &socket) == 0);
-        std::vector<descriptor_t> handles;
+        handles_t handles;
         handles.emplace_back(dup(segment.descriptor.get()));
         handles.push_back(shm_bell_make());
         handles.push_back(shm_bell_make());

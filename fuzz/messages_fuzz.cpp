@@ -13,6 +13,7 @@
 #include "fwx_nat64/fwx_nat64.h"
 #include "platform/runtime.h"
 #include "platform/smc.h"
+#include "tests/support/platform_watch.h"
 #include "ticket.h"
 #include "wild_server.h"
 
@@ -55,13 +56,7 @@ public:
         server_.end();
         fwx_host_loop_destroy(loop_);
         fwx_host_tap_set(nullptr, nullptr);
-        fwx_host_live_t live;
-        fwx_host_live_get(&live);
-        FUZZ_CHECK(live.memory_blocks == 0 && live.pool_elements == 0 && live.tx_buffers == 0);
-        FUZZ_CHECK(live.lists == 0 && live.hash_tables == 0 && live.pools == 0 && live.channels == 0);
-        fwx_host_errors_t errors;
-        fwx_host_errors_get(&errors);
-        FUZZ_CHECK(errors.bad_frees == 0);
+        FUZZ_CHECK(watch_.left().empty() && watch_.errors().bad_frees == 0);
     }
     session_t(const session_t &) = delete;
     session_t &operator=(const session_t &) = delete;
@@ -272,6 +267,7 @@ private:
             FUZZ_CHECK(reply[offset + i] == (i < server_.next_answer.length ? answer_filler : untouched));
         }
     }
+    const platform_watch_t watch_;
     input_t &input_;
     fwx_host_loop_t *loop_;
     wild_server_t server_;

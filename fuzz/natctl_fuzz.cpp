@@ -5,14 +5,16 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
-#include "server_messages.h"
+#include "tests/support/platform_watch.h"
 #include "tools/natctl/batch.h"
+#include "wild_server.h"
 
 namespace {
 
@@ -65,70 +67,22 @@ void check_both_read_alike(const std::string &line) {
 
 /** The server behind a connection. It is in this process and on natctl's loop, so that an input does the same each
  * time; its answers are the input's. */
-class remote_server_t {
-public:
-    void listen(fwx_host_loop_t *loop, const std::string &answers) {
-        input_ = {reinterpret_cast<const uint8_t *>(answers.data()), answers.size()};
-        FUZZ_CHECK(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, this, &server_) == 0);
+struct remote_server_t {
+    remote_server_t(const std::string &answers, fwx_host_loop_t *loop)
+        : input(reinterpret_cast<const uint8_t *>(answers.data()), answers.size()), server(input, loop) {
+        server.answers_at_once = true;
+        server.next_answer.result = input.flag() ? input.byte() : 0;
+        if (input.below(8) == 2) server.next_answer.length = 0;
     }
-    void end() {
-        fwx_host_server_unregister(server_);
-        server_ = nullptr;
-    }
+    ~remote_server_t() { server.end(); }
 
-private:
-    static const fwx_host_server_ops_t ops;
-
-    /** Silence, the end, or a reply, with something else before it. */
-    void received(fwx_host_peer_t *peer, const void *msg, size_t size) {
-        const uint32_t what = input_.below(8);
-        if (what == 1) return;
-        if (what == 2) return fwx_host_peer_drop(peer);
-        if (what == 3) send(peer, make_message(*messages_to_client()[input_.byte() % messages_to_client().size()], 1));
-        fwx_nat64_bmr_msg_t command{};
-        std::memcpy(&command, msg, std::min(size, sizeof(command)));
-        send(peer, make_reply(command, input_));
-    }
-    size_t asked(const void *question, void *reply) {
-        fwx_nat64_sync_reply_t answer{};
-        std::memcpy(&answer.hdr, question, sizeof(answer.hdr));
-        const uint32_t what = input_.below(8);
-        if (what == 1) answer.result = input_.byte();
-        std::memcpy(reply, &answer, sizeof(answer));
-        return what == 2 ? 0 : sizeof(answer);
-    }
-    static void send(fwx_host_peer_t *peer, const bytes_t &bytes) {
-        FUZZ_CHECK(fwx_host_peer_send(peer, bytes.data(), bytes.size()) == 0);
-    }
-
-    input_t input_{nullptr, 0};
-    fwx_host_server_t *server_ = nullptr;
+    input_t input;
+    wild_server_t server;
 };
 
-const fwx_host_server_ops_t remote_server_t::ops = {
-    nullptr,
-    nullptr,
-    [](void *self, fwx_host_peer_t *peer, const void *msg, size_t size) {
-        static_cast<remote_server_t *>(self)->received(peer, msg, size);
-    },
-    [](void *self, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) {
-        return static_cast<remote_server_t *>(self)->asked(msg, reply);
-    },
-};
-
-remote_server_t remote_server;
+std::unique_ptr<remote_server_t> remote_server;
 std::string remote_answers;
 fwx_host_loop_t *natctl_loop;
-
-void check_nothing_is_live() {
-    fwx_host_live_t live;
-    fwx_host_live_get(&live);
-    FUZZ_CHECK(live.memory_blocks == 0 && live.pools == 0 && live.lists == 0 && live.hash_tables == 0);
-    FUZZ_CHECK(live.channels == 0 && live.tx_buffers == 0);
-    fwx_host_errors_t errors;
-    fwx_host_errors_get(&errors);
-    FUZZ_CHECK(errors.bad_frees == 0);
-}
 
 }  // namespace
 
@@ -141,15 +95,12 @@ fwx_host_loop_t *wrapped_loop_create() {
 
 uint32_t wrapped_connect_set(const char *channel_name, const char *server_name) asm("__wrap_fwx_host_connect_set");
 uint32_t wrapped_connect_set(const char * /*channel_name*/, const char *server_name) {
-    if (server_name != nullptr) {
-        remote_server.listen(natctl_loop, remote_answers);
-    } else {
-        remote_server.end();
-    }
+    remote_server.reset(server_name == nullptr ? nullptr : new remote_server_t(remote_answers, natctl_loop));
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
+    const platform_watch_t watch;
     input_t input(data, size);
     const options_t options = options_of(input.byte());
     std::string batch;
@@ -176,6 +127,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
     }
     const bool is_document = options.format == format_t::json && bound == status_t::ok;
     if (is_document) FUZZ_CHECK(nlohmann::json::accept(answers.str()));
-    check_nothing_is_live();
+    FUZZ_CHECK(watch.left().empty() && watch.errors().bad_frees == 0);
     return 0;
 }

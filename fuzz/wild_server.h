@@ -65,11 +65,21 @@ public:
         return (how & 32) == 0;
     }
 
-    answer_t next_answer; /* to a synchronous message; the later ones are answered as they should be */
+    bool answers_at_once = false; /* or not at all, with something else before it, or with the end of the channel */
+    answer_t next_answer;         /* to a synchronous message; the later ones are answered as they should be */
 
 private:
     static const fwx_host_server_ops_t ops;
 
+    void received(const void *msg, size_t size) {
+        fwx_nat64_bmr_msg_t command{};
+        std::memcpy(&command, msg, std::min(size, sizeof(command)));
+        commands_.push_back(command);
+        const uint32_t what = answers_at_once ? input_.below(8) : 1;
+        if (what == 2) return drop();
+        if (what == 3) deliver();
+        if (what != 1) answer(0, 1);
+    }
     /** What a reply names its command by. */
     struct name_t {
         uint64_t ctx;
@@ -128,9 +138,7 @@ inline const fwx_host_server_ops_t wild_server_t::ops = {
         if (static_cast<wild_server_t *>(self)->peer_ == peer) static_cast<wild_server_t *>(self)->peer_ = nullptr;
     },
     [](void *self, fwx_host_peer_t *, const void *msg, size_t size) {
-        fwx_nat64_bmr_msg_t command{};
-        std::memcpy(&command, msg, std::min(size, sizeof(command)));
-        static_cast<wild_server_t *>(self)->commands_.push_back(command);
+        static_cast<wild_server_t *>(self)->received(msg, size);
     },
     [](void *self, fwx_host_peer_t *peer, const void *msg, size_t, void *reply, size_t) {
         return static_cast<wild_server_t *>(self)->asked(peer, msg, static_cast<uint8_t *>(reply));

@@ -2,30 +2,60 @@
 #ifndef TESTS_DRILL_PROCESS_H
 #define TESTS_DRILL_PROCESS_H
 
-#include <sys/types.h>
-
+#include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "tests/support/child.h"
 
 class process_t {
 public:
     /** `command` is the program and its arguments. */
     explicit process_t(std::vector<std::string> command) : command_(std::move(command)) {}
-    ~process_t() { end(); }
-    process_t(const process_t &) = delete;
-    process_t &operator=(const process_t &) = delete;
 
     /** Returns when it has written a line. */
-    bool start();
+    bool start() {
+        std::vector<char *> arguments;
+        for (std::string &word : command_) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        return child_.start([&arguments](int fd) {
+            dup2(fd, STDOUT_FILENO);
+            execv(arguments[0], arguments.data());
+        });
+    }
     /** Kills it by a signal to this process, which comes wherever this one is then. One process at a time. */
-    void kill_in(uint32_t microseconds) const;
+    void kill_in(uint32_t microseconds) const {
+        condemned = child_.pid();
+        itimerspec at{};
+        at.it_value.tv_nsec = long{microseconds} * 1000 + 1;
+        timer_settime(executioner(), 0, &at, nullptr);
+    }
     /** Whether it has ended; it must have been started. */
-    bool is_dead();
-    void end();
+    bool is_dead() { return child_.has_ended(); }
 
 private:
-    const std::vector<std::string> command_;
-    pid_t pid_ = 0; /* 0 when it does not run */
+    static inline volatile pid_t condemned; /* for the signal handler */
+
+    static timer_t executioner() {
+        static const timer_t timer = [] {
+            struct sigaction action {};
+            action.sa_handler = [](int) { kill(condemned, SIGKILL); };
+            sigaction(SIGUSR1, &action, nullptr);
+            sigevent event{};
+            event.sigev_notify = SIGEV_SIGNAL;
+            event.sigev_signo = SIGUSR1;
+            timer_t made{};
+            timer_create(CLOCK_MONOTONIC, &event, &made);
+            return made;
+        }();
+        return timer;
+    }
+
+    std::vector<std::string> command_;
+    child_t child_;
 };
 
 #endif

@@ -1,0 +1,53 @@
+/* A forked child that serves until it is killed. */
+#ifndef TESTS_SUPPORT_CHILD_H
+#define TESTS_SUPPORT_CHILD_H
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+class child_t {
+public:
+    child_t() = default;
+    ~child_t() { end(SIGKILL); }
+    child_t(const child_t &) = delete;
+    child_t &operator=(const child_t &) = delete;
+
+    /** Has the child call `serve` with a descriptor, and waits until it has written to that; false when it never does.
+     */
+    template <typename serve_t>
+    bool start(serve_t serve) {
+        int ready[2];
+        if (pipe2(ready, O_CLOEXEC) != 0) return false;
+        pid_ = fork();
+        if (pid_ == 0) {
+            serve(ready[1]);
+            _exit(127);
+        }
+        close(ready[1]);
+        char byte = 0;
+        const bool is_ready = pid_ > 0 && read(ready[0], &byte, 1) == 1;
+        close(ready[0]);
+        return is_ready;
+    }
+    void signal(int number) const { kill(pid_, number); }
+    bool has_ended() {
+        if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0) return false;
+        pid_ = -1;
+        return true;
+    }
+    void end(int number) {
+        if (pid_ <= 0) return;
+        kill(pid_, number);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+    pid_t pid() const { return pid_; }
+
+private:
+    pid_t pid_ = -1; /* when there is none */
+};
+
+#endif
