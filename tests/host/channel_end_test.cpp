@@ -19,25 +19,25 @@ TEST_F(channel_end_t, a_channel_opens_to_a_registered_name_only) {
 }
 
 TEST_F(channel_end_t, the_server_learns_of_the_channel_before_its_messages_and_of_its_end_after_them) {
-    smc_chan_t first = chan_;
-    ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan_), 0u);
+    end_channel();
+    open();
     ASSERT_EQ(ask("q"), 0u);
-    run();
     ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
     run();
-    EXPECT_EQ(log_, (log_lines_t{"connected", "asked q", "answer yes", "disconnected"}));
-    chan_ = first;
+    EXPECT_EQ(take_log(), "connected, asked q, answer yes, disconnected");
 }
 
 TEST_P(channel_end_over_t,
        a_channel_closed_before_the_loop_ran_hands_over_nothing_and_its_completions_wait_for_the_loop) {
     smc_chan_t first = chan_;
     open();
+    ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 1, 0, on_throttle), 0u);
     ASSERT_EQ(send("a"), 0u);
     ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
     EXPECT_TRUE(log_.empty());
     EXPECT_EQ(live().tx_buffers, 1u);
     run();
+    EXPECT_EQ(count("throttle on"), 0);
     EXPECT_EQ(count("done a 5005"), 1);
     EXPECT_EQ(count("took a"), 0);
     EXPECT_EQ(count("connected"), count("disconnected"));
@@ -67,36 +67,19 @@ TEST_F(channel_end_t, every_operation_refuses_a_stale_handle) {
 }
 
 TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
+    const std::string taken = "took a, closed, end, disconnected, done a 0, done b 5005, done c 5005";
+    const std::string both = "took a, took b, done a 0, ";
     const struct {
-        const char *what;
         std::function<void()> *callback;
         bool runs_the_loop;
-        log_lines_t log;
+        std::string log;
     } cases[] = {
-        {"a server that takes",
-         &during_take_,
-         false,
-         {"took a", "closed", "end", "disconnected", "done a 0", "done b 5005", "done c 5005"}},
-        {"a server that takes and runs the loop",
-         &during_take_,
-         true,
-         {"took a", "closed", "end", "disconnected", "done a 0", "done b 5005", "done c 5005"}},
-        {"a completion",
-         &during_done_,
-         false,
-         {"took a", "took b", "done a 0", "closed", "end", "done b 0", "done c 5005", "disconnected"}},
-        {"a completion that runs the loop",
-         &during_done_,
-         true,
-         {"took a", "took b", "done a 0", "closed", "disconnected", "end", "done b 0", "done c 5005"}},
-        {"a handler",
-         &during_receive_,
-         false,
-         {"took a", "took b", "done a 0", "done b 0", "got a", "closed", "end", "done c 5005", "disconnected"}},
-        {"a handler that runs the loop",
-         &during_receive_,
-         true,
-         {"took a", "took b", "done a 0", "done b 0", "got a", "closed", "disconnected", "end", "done c 5005"}},
+        {&during_take_, false, taken},
+        {&during_take_, true, taken},
+        {&during_done_, false, both + "closed, end, done b 0, done c 5005, disconnected"},
+        {&during_done_, true, both + "closed, disconnected, end, done b 0, done c 5005"},
+        {&during_receive_, false, both + "done b 0, got a, closed, end, done c 5005, disconnected"},
+        {&during_receive_, true, both + "done b 0, got a, closed, disconnected, end, done c 5005"},
     };
     for (const auto &tried : cases) {
         *tried.callback = [&] {
@@ -112,7 +95,7 @@ TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
             ASSERT_EQ(reply(text), 0u);
         }
         run();
-        EXPECT_EQ(log_, tried.log) << tried.what;
+        EXPECT_EQ(take_log(), tried.log);
         *tried.callback = nullptr;
         open();
         run();
@@ -125,7 +108,7 @@ TEST_P(channel_end_over_t, a_channel_can_be_closed_from_its_buffer_callback) {
     ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, 4, close_instead), 0u);
     ASSERT_EQ(reply("1"), 0u);
     run();
-    EXPECT_EQ(log_, (log_lines_t{"disconnected"}));
+    EXPECT_EQ(take_log(), "disconnected");
     EXPECT_EQ(errors().dropped_no_buffer, 0u);
 }
 
@@ -143,7 +126,7 @@ TEST_P(channel_end_over_t,
         ASSERT_EQ(send("a"), 0u);
         ASSERT_EQ(send("b"), 0u);
         run();
-        EXPECT_EQ(log_, (log_lines_t{"took a", "disconnected", "done a 0", "got 1", "got 2", "done b 5003", "error"}));
+        EXPECT_EQ(take_log(), "took a, disconnected, done a 0, got 1, got 2, done b 5003, error");
         EXPECT_EQ(smc_msg_chan_close(&chan_), FWX_HOST_ERR_BAD_CHANNEL);
         EXPECT_EQ(live().channels, 0u);
         if (!ends) open();
@@ -152,76 +135,19 @@ TEST_P(channel_end_over_t,
     }
 }
 
-TEST_P(channel_end_over_t, the_error_handler_may_close_the_channel_and_open_another) {
-    during_error_ = [this] {
-        EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
-        EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan_), 0u);
-    };
-    fwx_host_peer_drop(peer_);
-    EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
-    run();
-    EXPECT_EQ(send("a"), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"error", "disconnected", "connected", "took a", "done a 0"}));
-}
-
-TEST_F(channel_end_t, a_peer_dropped_or_a_server_ended_while_it_is_asked_gives_no_answer) {
-    during_take_ = [this] { fwx_host_peer_drop(peer_); };
-    EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"asked q", "error", "disconnected"}));
-    open();
-    run();
-    log_.clear();
-    during_take_ = [this] { end_server(); };
-    EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"asked q", "disconnected", "error"}));
-}
-
-TEST_F(channel_end_t, unregistering_disconnects_every_peer_at_once_and_its_clients_see_errors) {
-    smc_chan_t other = 0;
-    ASSERT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &other), 0u);
-    run();
-    ASSERT_EQ(send("a"), 0u);
-    log_.clear();
-    end_server();
-    EXPECT_EQ(log_, (log_lines_t{"disconnected", "disconnected"}));
-    EXPECT_EQ(send("b"), FWX_HOST_ERR_CHANNEL_DOWN);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"disconnected", "disconnected", "error", "done a 5003", "error"}));
-    EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &other), FWX_HOST_ERR_NO_SERVER);
-}
-
-TEST_F(channel_end_t, destroying_the_loop_ends_channels_silently_and_frees_their_messages) {
+TEST_P(channel_end_over_t, loops_may_end_before_their_channels_and_servers) {
     ASSERT_EQ(send("a"), 0u);
     ASSERT_EQ(reply("x"), 0u);
-    smc_chan_t gone = chan_;
-    fwx_host_loop_destroy(loop_);
-    EXPECT_TRUE(log_.empty());
-    EXPECT_EQ(live().tx_buffers, 0u);
-    EXPECT_EQ(live().channels, 0u);
-    EXPECT_EQ(smc_msg_chan_close(&gone), FWX_HOST_ERR_BAD_CHANNEL);
+    fwx_host_loop_destroy(client_loop_);
+    if (is_shared()) fwx_host_loop_destroy(loop_);
+    EXPECT_EQ(count("error") + count("done a 5005"), 0);
+    EXPECT_EQ(live().tx_buffers + live().channels, 0u);
+    EXPECT_EQ(smc_msg_chan_close(&chan_), FWX_HOST_ERR_BAD_CHANNEL);
     client_loop_ = loop_ = fwx_host_loop_create();
-    EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &gone), FWX_HOST_ERR_NO_SERVER);
+    if (is_shared()) client_loop_ = fwx_host_loop_create();
+    EXPECT_EQ(try_open(), FWX_HOST_ERR_NO_SERVER);
     end_server();
-    EXPECT_EQ(log_, (log_lines_t{"disconnected"}));
-}
-
-TEST_F(channel_end_t, client_and_server_may_run_on_loops_of_their_own) {
-    fwx_host_loop_t *other = fwx_host_loop_create();
-    smc_chan_t first = chan_;
-    ASSERT_EQ(smc_msg_chan_open("tested", reinterpret_cast<smc_event_t>(other), 0, on_error, &chan_), 0u);
-    ASSERT_EQ(send("a"), 0u);
-    EXPECT_EQ(fwx_host_loop_run_until_idle(other), 0u);
-    run();
-    EXPECT_EQ(log_, (log_lines_t{"connected", "took a"}));
-    fwx_host_loop_run_until_idle(other);
-    EXPECT_EQ(log_, (log_lines_t{"connected", "took a", "done a 0"}));
-    fwx_host_loop_destroy(other);
-    run();
-    EXPECT_EQ(log_.back(), "disconnected");
-    chan_ = first;
+    EXPECT_EQ(count("disconnected"), 1);
 }
 
 }  // namespace

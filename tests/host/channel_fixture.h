@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host_fixture.h"
@@ -62,6 +63,11 @@ protected:
         host_fixture_t::TearDown();
     }
 
+    static fwx_host_peers_t peers() {
+        fwx_host_peers_t now{};
+        fwx_host_peers_get(&now);
+        return now;
+    }
     bool is_shared() const { return kind_ == link_kind_t::between_processes; }
     smc_event_t event() const { return reinterpret_cast<smc_event_t>(client_loop_); }
     void run_client() const { fwx_host_loop_run_until_idle(client_loop_); }
@@ -73,12 +79,26 @@ protected:
 
     std::ptrdiff_t count(const std::string &line) const { return std::count(log_.begin(), log_.end(), line); }
 
+    /** The log so far, its lines behind commas. */
+    std::string take_log() {
+        std::string lines;
+        for (const std::string &line : std::exchange(log_, {})) {
+            lines += (lines.empty() ? "" : ", ") + line;
+        }
+        return lines;
+    }
+
     uint32_t try_open() { return smc_msg_chan_open("tested", event(), 0, on_error, &chan_); }
     void open() {
         const uint16_t key[] = {type_word, domain};
         ASSERT_EQ(try_open(), 0u);
         ASSERT_EQ(smc_msg_handler_attach(chan_, key, on_message, 0, type_word, domain), 0u);
         ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, sizeof(rx_), nullptr), 0u);
+    }
+    void end_channel() {
+        ASSERT_EQ(smc_msg_chan_close(&chan_), 0u);
+        run();
+        log_.clear();
     }
     void end_server() {
         fwx_host_server_unregister(server_);

@@ -39,12 +39,6 @@ protected:
         test->log_ += '+';
         if (test->log_.size() < 5) fwx_host_timer_add(test->loop_, 0, write_and_add_again, test);
     }
-    static void write_and_end_watches(void *arg) {
-        auto *test = static_cast<loop_t *>(arg);
-        test->log_ += '-';
-        fwx_host_loop_unwatch(test->loop_, test->pipe_[0]);
-        fwx_host_loop_unwatch(test->loop_, test->other_[0]);
-    }
     /** Both watched pipes are readable; whichever was not called yet is another pipe from here on. */
     static void write_and_replace_neighbour(void *arg) {
         auto *test = static_cast<loop_t *>(arg);
@@ -69,6 +63,10 @@ TEST_F(loop_t, timers_run_when_due_in_order_of_due_time_and_then_of_adding) {
     fwx_host_timer_add(loop_, 20, note_t::write, &c_);
     fwx_host_timer_add(loop_, 10, note_t::write, &a_);
     fwx_host_timer_add(loop_, 10, note_t::write, &b_);
+    const uint64_t taken_back = fwx_host_timer_add(loop_, 5, note_t::write, &c_);
+    for (const uint64_t id : {taken_back, taken_back, uint64_t{12345}}) {
+        fwx_host_timer_cancel(loop_, id);
+    }
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), 10);
     EXPECT_EQ(fwx_host_loop_process(loop_), 0u);
     fwx_host_clock_turn(9);
@@ -83,16 +81,13 @@ TEST_F(loop_t, timers_run_when_due_in_order_of_due_time_and_then_of_adding) {
     EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
     EXPECT_EQ(log_, "abc");
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1);
-}
-
-TEST_F(loop_t, a_timer_that_was_taken_back_does_not_run) {
-    const uint64_t id = fwx_host_timer_add(loop_, 5, note_t::write, &a_);
-    EXPECT_NE(id, 0u);
-    fwx_host_timer_cancel(loop_, id);
-    fwx_host_timer_cancel(loop_, id);
-    fwx_host_timer_cancel(loop_, 12345);
-    fwx_host_clock_turn(10);
-    EXPECT_EQ(fwx_host_loop_process(loop_), 0u);
+    fwx_host_clock_run();
+    fwx_host_timer_add(loop_, 1, note_t::write, &a_);
+    alarm(60);                                       /* ends a test that hangs */
+    while (fwx_host_loop_run_once(loop_, -1) == 0) { /* waits for the timer by itself */
+    }
+    alarm(0);
+    EXPECT_EQ(log_, "abca");
 }
 
 TEST_F(loop_t, a_timer_added_by_a_timer_waits_for_the_next_pass) {
@@ -102,7 +97,7 @@ TEST_F(loop_t, a_timer_added_by_a_timer_waits_for_the_next_pass) {
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 4u);
 }
 
-TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable) {
+TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable_and_a_loop_can_be_watched_itself) {
     const auto read_one = [](void *fd) {
         char byte = 0;
         EXPECT_EQ(read(*static_cast<int *>(fd), &byte, 1), 1);
@@ -110,24 +105,18 @@ TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable) {
     ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], read_one, &pipe_[0]), 0u);
     EXPECT_EQ(fwx_host_loop_watch(loop_, pipe_[0], read_one, &pipe_[0]), static_cast<uint32_t>(EEXIST));
     EXPECT_EQ(fwx_host_loop_watch(loop_, -1, read_one, &pipe_[0]), static_cast<uint32_t>(EBADF));
-    EXPECT_EQ(fwx_host_loop_run_once(loop_, 0), 0u);
+    fwx_host_loop_t *outer = fwx_host_loop_create();
+    ASSERT_EQ(fwx_host_loop_watch(outer, fwx_host_loop_fd(loop_), note_t::write, &b_), 0u);
+    EXPECT_EQ(fwx_host_loop_run_once(loop_, 0) + fwx_host_loop_process(outer), 0u);
     ASSERT_EQ(write(pipe_[1], "xy", 2), 2);
+    EXPECT_EQ(fwx_host_loop_process(outer), 1u);
+    EXPECT_EQ(log_, "b");
+    fwx_host_loop_destroy(outer);
     EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
     fwx_host_loop_unwatch(loop_, pipe_[0]);
     ASSERT_EQ(write(pipe_[1], "z", 1), 1);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 0u);
-}
-
-TEST_F(loop_t, the_descriptor_of_a_loop_can_be_watched_by_another) {
-    fwx_host_loop_t *outer = fwx_host_loop_create();
-    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], note_t::write, &a_), 0u);
-    ASSERT_EQ(fwx_host_loop_watch(outer, fwx_host_loop_fd(loop_), note_t::write, &b_), 0u);
-    EXPECT_EQ(fwx_host_loop_process(outer), 0u);
-    ASSERT_EQ(write(pipe_[1], "x", 1), 1);
-    EXPECT_EQ(fwx_host_loop_process(outer), 1u);
-    EXPECT_EQ(log_, "b");
-    fwx_host_loop_destroy(outer);
 }
 
 TEST_F(loop_t, a_descriptor_number_that_is_used_again_within_a_pass_gets_no_event_of_the_one_before) {
@@ -139,22 +128,6 @@ TEST_F(loop_t, a_descriptor_number_that_is_used_again_within_a_pass_gets_no_even
     EXPECT_EQ(log_, "-");
     close(fresh_[0]);
     close(fresh_[1]);
-}
-
-TEST_F(loop_t, calls_on_a_loop_that_could_not_be_made_fail) {
-    EXPECT_EQ(fwx_host_loop_watch(nullptr, pipe_[0], note_t::write, &a_), FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(fwx_host_timer_add(nullptr, 0, note_t::write, &a_), 0u);
-    EXPECT_EQ(fwx_host_loop_run_once(nullptr, -1) + fwx_host_loop_run_until_idle(nullptr), 0u);
-    fwx_host_timer_cancel(nullptr, 1);
-    fwx_host_loop_unwatch(nullptr, 0);
-}
-
-TEST_F(loop_t, a_watch_can_end_itself_and_its_neighbour_from_within_its_callback) {
-    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], write_and_end_watches, this), 0u);
-    ASSERT_EQ(fwx_host_loop_watch(loop_, other_[0], write_and_end_watches, this), 0u);
-    ASSERT_EQ(write(pipe_[1], "x", 1) + write(other_[1], "x", 1), 2);
-    EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
-    EXPECT_EQ(log_, "-");
 }
 
 }  // namespace

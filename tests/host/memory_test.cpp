@@ -48,25 +48,18 @@ TEST_F(memory_t, a_small_block_is_zeroed_again_and_freed_once) {
 }
 #endif
 
-TEST_F(memory_t, a_size_that_overflows_gives_null) {
-    EXPECT_EQ(fwx_calloc_named(1, SIZE_MAX / 2, 3), nullptr);
-    EXPECT_EQ(fwx_calloc_named(1, 1, SIZE_MAX), nullptr);
-}
-
-TEST_F(memory_t, an_event_context_goes_back_like_any_block) {
-    uint64_t cell = 0;
-    int loop = 0;
-    void *context = nullptr;
-    ASSERT_EQ(fwx_event_context_to_smc(&loop, &cell), 0u);
-    EXPECT_EQ(cell, reinterpret_cast<uint64_t>(&loop));
-    ASSERT_EQ(fwx_event_context_create(&cell, &context), 0u);
-    fwx_oslib_set_event_context(context);
-    EXPECT_EQ(fwx_host_event_context_get(), context);
-    EXPECT_EQ(fwx_host_fault_calls(FWX_HOST_OP_CALLOC), 0u);
-    EXPECT_EQ(live().memory_blocks, 1u);
-    fwx_free_named(context);
-    EXPECT_EQ(fwx_event_context_to_smc(nullptr, &cell), FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(fwx_event_context_create(nullptr, &context), FWX_HOST_ERR_BAD_ARG);
+TEST_F(memory_t, a_fault_has_a_code_of_its_own_and_can_be_disarmed) {
+    fwx_list_t *list = nullptr;
+    fwx_host_fault_arm(FWX_HOST_OP_LIST_INIT, 1, 0);
+    EXPECT_EQ(fwx_list_init(&list, 1), FWX_HOST_ERR_FAULT);
+    for (void (*disarm)() : {+[] { fwx_host_fault_arm(FWX_HOST_OP_LIST_INIT, 0, 0); }, fwx_host_fault_reset}) {
+        fwx_host_fault_arm(FWX_HOST_OP_LIST_INIT, 1, 0);
+        disarm();
+        EXPECT_EQ(fwx_list_init(nullptr, 1), FWX_HOST_ERR_BAD_ARG);
+    }
+    EXPECT_EQ(fwx_host_fault_calls(FWX_HOST_OP_LIST_INIT), 1u);
+    fwx_host_fault_arm(FWX_HOST_OP_COUNT, 1, 0);
+    EXPECT_EQ(fwx_host_fault_calls(FWX_HOST_OP_COUNT), 0u);
 }
 
 }  // namespace

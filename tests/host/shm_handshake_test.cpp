@@ -11,51 +11,13 @@
 #include <filesystem>
 
 #include "channel_fixture.h"
-#include "host/messaging/shm/bell.h"
-#include "host/messaging/shm/segment.h"
-#include "host/messaging/shm/socket.h"
+#include "tests/support/hand_over.h"
 
 namespace {
-
-constexpr uint32_t greeting = 0x46575832;
-using handles_t = std::vector<descriptor_t>;
 
 size_t open_descriptors() {
     using iterator_t = std::filesystem::directory_iterator;
     return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
-}
-
-/** Sends bytes and descriptors as one message. */
-void hand_over(const descriptor_t &socket, const std::string &bytes, const handles_t &handles) {
-    std::vector<int> numbers;
-    for (const descriptor_t &handle : handles) {
-        numbers.push_back(handle.get());
-    }
-    iovec body{const_cast<char *>(bytes.data()), bytes.size()};
-    std::vector<uint64_t> control(CMSG_SPACE(numbers.size() * sizeof(int)) / sizeof(uint64_t));
-    msghdr message{};
-    message.msg_iov = &body;
-    message.msg_iovlen = 1;
-    if (!numbers.empty()) {
-        message.msg_control = control.data();
-        message.msg_controllen = control.size() * sizeof(uint64_t);
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        *header = {CMSG_LEN(numbers.size() * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
-        memcpy(CMSG_DATA(header), numbers.data(), numbers.size() * sizeof(int));
-    }
-    ASSERT_EQ(sendmsg(socket.get(), &message, 0), static_cast<ssize_t>(bytes.size()));
-}
-
-std::string word(uint32_t value) {
-    return {reinterpret_cast<const char *>(&value), sizeof(value)};
-}
-
-handles_t sound_handles() {
-    handles_t handles;
-    handles.push_back(shm_segment_make());
-    handles.push_back(shm_bell_make());
-    handles.push_back(shm_bell_make());
-    return handles;
 }
 
 handles_t sound_handles_with(size_t place, int fd) {
@@ -70,11 +32,11 @@ handles_t sound_handles_and(int fd) {
     return handles;
 }
 
-int pipe_without_reader() {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    close(ends[0]);
-    return ends[1];
+/** Memory of a size that `seals` keep. */
+handles_t handles_with_memory(off_t size, int seals) {
+    const int fd = memfd_create("segment", MFD_ALLOW_SEALING);
+    EXPECT_EQ(ftruncate(fd, size) + fcntl(fd, F_ADD_SEALS, seals), 0);
+    return sound_handles_with(0, fd);
 }
 
 /** What keeps who closes it waiting for an hour, unless it is told not to. */
@@ -108,11 +70,6 @@ protected:
         EXPECT_EQ(shm_connect(server_name, &socket), 0u);
         return socket;
     }
-    static fwx_host_peers_t peers() {
-        fwx_host_peers_t now{};
-        fwx_host_peers_get(&now);
-        return now;
-    }
     static bool is_hung_up(const descriptor_t &socket) {
         char byte = 0;
         return recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0 || errno == ECONNRESET;
@@ -122,55 +79,45 @@ protected:
         log_.clear();
         ASSERT_EQ(send("a"), 0u);
         run();
-        EXPECT_EQ(log_, (log_lines_t{"took a", "done a 0"}));
+        EXPECT_EQ(take_log(), "took a, done a 0");
     }
 };
 
 TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_of_it_stays_and_the_others_are_served) {
-    const struct {
+    struct case_t {
         const char *what;
-        std::string bytes;
         std::function<handles_t()> make;
-        uint32_t told;
-    } cases[] = {
-        {"no descriptors", word(greeting), [] { return handles_t(); }, FWX_HOST_ERR_CHANNEL_DOWN},
-        {"one more descriptor", word(greeting), [] { return sound_handles_and(eventfd(1, 0)); },
-         FWX_HOST_ERR_CHANNEL_DOWN},
-        {"one that is slow to close", word(greeting), [] { return sound_handles_and(lingering_socket()); },
-         FWX_HOST_ERR_CHANNEL_DOWN},
-        {"all the descriptors there can be", word(greeting),
-         [] {
-             handles_t handles = sound_handles();
-             while (handles.size() < 253) {
-                 handles.emplace_back(eventfd(1, 0));
-             }
-             return handles;
-         },
-         FWX_HOST_ERR_CHANNEL_DOWN},
-        {"a longer greeting", word(greeting) + "!", sound_handles, FWX_HOST_ERR_CHANNEL_DOWN},
-        {"another greeting", "fwx!", sound_handles, FWX_HOST_ERR_CHANNEL_DOWN},
-        {"the version before", word(greeting - 1), sound_handles, FWX_HOST_ERR_VERSION},
-        {"a pipe for a bell", word(greeting), [] { return sound_handles_with(1, pipe_without_reader()); },
-         FWX_HOST_ERR_CHANNEL_DOWN},
-        {"a bell that counts 0", word(greeting), [] { return sound_handles_with(2, eventfd(0, 0)); },
-         FWX_HOST_ERR_CHANNEL_DOWN},
-        {"a device for the segment", word(greeting), [] { return sound_handles_with(0, ::open("/dev/null", O_RDWR)); },
-         FWX_HOST_ERR_CHANNEL_DOWN},
-        {"memory that can shrink", word(greeting),
-         [] {
-             const int fd = memfd_create("segment", MFD_ALLOW_SEALING);
-             EXPECT_EQ(ftruncate(fd, sizeof(shm_segment_t)), 0);
-             return sound_handles_with(0, fd);
-         },
-         FWX_HOST_ERR_CHANNEL_DOWN},
+        std::string bytes = word(greeting);
+        uint32_t told = FWX_HOST_ERR_CHANNEL_DOWN;
     };
-    for (const auto &tried : cases) {
+    const auto as_many_as_there_can_be = [] {
+        handles_t handles = sound_handles();
+        while (handles.size() < 253) {
+            handles.emplace_back(eventfd(1, 0));
+        }
+        return handles;
+    };
+    const case_t cases[] = {
+        {"no descriptors", [] { return handles_t(); }},
+        {"one more descriptor", [] { return sound_handles_and(eventfd(1, 0)); }},
+        {"one that is slow to close", [] { return sound_handles_and(lingering_socket()); }},
+        {"all the descriptors there can be", as_many_as_there_can_be},
+        {"a longer greeting", sound_handles, word(greeting) + "!"},
+        {"another greeting", sound_handles, "fwx!"},
+        {"the version before", sound_handles, word(greeting - 1), FWX_HOST_ERR_VERSION},
+        {"a pipe for a bell", [] { return sound_handles_with(1, pipe_without_reader()); }},
+        {"a bell that counts 0", [] { return sound_handles_with(2, eventfd(0, 0)); }},
+        {"a device for the segment", [] { return sound_handles_with(0, ::open("/dev/null", O_RDWR)); }},
+        {"memory that can shrink", [] { return handles_with_memory(sizeof(shm_segment_t), F_SEAL_GROW); }},
+        {"memory that is too short", [] { return handles_with_memory(4096, F_SEAL_SHRINK | F_SEAL_GROW); }},
+    };
+    for (const case_t &tried : cases) {
         SCOPED_TRACE(tried.what);
         const uint64_t refused = peers().refused;
         const size_t before = open_descriptors();
         {
             const descriptor_t socket = visit();
-            hand_over(socket, tried.bytes, tried.make());
+            ASSERT_TRUE(hand_over(socket, tried.bytes, tried.make()));
             run_server();
             EXPECT_EQ(shm_why_closed(socket), tried.told);
         }
@@ -187,10 +134,10 @@ TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_o
 TEST_F(shm_handshake_t, what_a_client_sent_and_the_server_never_took_is_closed_without_waiting_for_it) {
     {
         const descriptor_t socket = visit();
-        hand_over(socket, word(greeting), sound_handles());
+        ASSERT_TRUE(hand_over(socket, word(greeting), sound_handles()));
         handles_t slow;
         slow.emplace_back(lingering_socket());
-        hand_over(socket, "more", slow);
+        ASSERT_TRUE(hand_over(socket, "more", slow));
     }
     run_server();
     expect_service();
@@ -201,7 +148,7 @@ TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings)
     const handles_t handles = sound_handles();
     const shm_mapping_t segment = shm_segment_map(handles[0]);
     const descriptor_t socket = visit();
-    hand_over(socket, word(greeting), handles);
+    ASSERT_TRUE(hand_over(socket, word(greeting), handles));
     run_server();
     const descriptor_t waiting(epoll_create1(0));
     epoll_event event{EPOLLIN | EPOLLET, {}};
@@ -215,6 +162,30 @@ TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings)
     EXPECT_EQ(epoll_wait(waiting.get(), &event, 1, 0), 1);
 }
 
+TEST_F(shm_handshake_t, a_client_that_takes_back_what_is_being_read_sees_no_answer_to_it_and_is_let_go) {
+    const handles_t handles = sound_handles();
+    const shm_mapping_t segment = shm_segment_map(handles[0]);
+    const descriptor_t socket = visit();
+    ASSERT_TRUE(hand_over(socket, word(greeting), handles));
+    run_server();
+    shm_writer_t writer(segment->to_server, segment->to_server_bytes, shm_ring_bytes);
+    for (const char *text : {"a", "b"}) {
+        ASSERT_TRUE(writer.write(0, framed(text).data(), 5));
+    }
+    writer.publish();
+    during_take_ = [&] {
+        EXPECT_EQ(reply("x"), 0u);
+        writer.withdraw();
+    };
+    shm_bell_ring(handles[2]);
+    run_server();
+    EXPECT_EQ(log_.front(), "connected");
+    EXPECT_EQ(log_.back(), "disconnected");
+    EXPECT_EQ(count("took a"), 1);
+    EXPECT_EQ(segment->to_client.written, 0u);
+    EXPECT_TRUE(is_hung_up(socket));
+}
+
 TEST_F(shm_handshake_t, a_guest_may_take_two_seconds_and_the_oldest_makes_room_for_more_than_64) {
     fwx_host_clock_turn(0);
     std::vector<descriptor_t> guests(66);
@@ -226,7 +197,7 @@ TEST_F(shm_handshake_t, a_guest_may_take_two_seconds_and_the_oldest_makes_room_f
     EXPECT_FALSE(is_hung_up(guests[2]));
     fwx_host_clock_turn(1999);
     run_server();
-    hand_over(guests[2], word(greeting), sound_handles());
+    ASSERT_TRUE(hand_over(guests[2], word(greeting), sound_handles()));
     run_server();
     fwx_host_clock_turn(1);
     run_server();
@@ -245,7 +216,7 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
         std::vector<descriptor_t> clients;
         for (int i = 1; i < 256; ++i) {
             clients.push_back(visit());
-            hand_over(clients.back(), word(greeting), handles);
+            ASSERT_TRUE(hand_over(clients.back(), word(greeting), handles));
             run_server();
         }
         EXPECT_EQ(peers().clients, 256u);

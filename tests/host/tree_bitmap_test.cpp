@@ -1,124 +1,125 @@
-#include <utility>
+#include <bitset>
+#include <random>
 
-#include "tree_bitmap_fixture.h"
+#include "host_fixture.h"
+#include "tests/support/checked_tree.h"
 
 namespace {
 
+const std::vector<uint32_t> rule_strides = {6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 0};
+
+class tree_bitmap_t : public host_fixture_t {
+protected:
+    static tbm_t *make(uint32_t mask) { return make_tree(rule_strides, 66, mask, nullptr); }
+    /** Inserts the one leaf of the test, of eight bits. */
+    tbm_leaf_t *insert(tbm_t *tree) {
+        memory_.resize(tbm_get_leaf_size(tree, nullptr) + leaf_data_bytes);
+        auto *leaf = reinterpret_cast<tbm_leaf_t *>(memory_.data());
+        uint32_t code = 1;
+        tbm_leaf_init(tree, leaf, memory_.data(), 8, nullptr);
+        tbm_leaf_insert(tree, leaf, &code);
+        EXPECT_EQ(code, 0u);
+        return leaf;
+    }
+
+    std::vector<uint8_t> memory_;
+};
+
 TEST_F(tree_bitmap_t, contents_are_fetched_once_into_the_area_behind_the_leaf) {
-    make(rule_strides, 66);
-    contents.fill = 0x5a;
-    tbm_leaf_t *leaf = add("10110");
-    uint8_t *area = reinterpret_cast<uint8_t *>(leaf) + tbm_get_leaf_size(tree_, nullptr);
-    EXPECT_EQ(contents.calls, 1u);
-    EXPECT_EQ(contents.unused, nullptr);
-    EXPECT_EQ(contents.buffer, area);
-    EXPECT_EQ(contents.app_leaf, area);
-    EXPECT_EQ(fwx_host_tbm_leaf_data(tree_, leaf), area);
-
-    EXPECT_EQ(insert(leaf), FWX_HOST_ERR_KEY_TAKEN);
-    EXPECT_EQ(contents.calls, 1u);
-}
-
-TEST_F(tree_bitmap_t, a_refusal_by_the_contents_callback_leaves_the_tree_as_it_was) {
-    make(rule_strides, 66);
-    const bits_t shared(40, '1');
-    add(shared + "0");
-    const fwx_host_tbm_counts_t before = counts();
-    tbm_leaf_t *refused = prepare(shared + "1");
-    contents.result = 33;
-    EXPECT_EQ(insert(refused), 33u);
-    EXPECT_EQ(contents.calls, 2u);
-    EXPECT_EQ(exact(shared + "1"), nullptr);
-    EXPECT_EQ(counts().leaves, before.leaves);
-    EXPECT_EQ(counts().nodes, before.nodes);
-    EXPECT_EQ(counts().bytes, before.bytes);
-    contents.result = 0;
-    EXPECT_EQ(insert(refused), 0u);
-}
-
-TEST_F(tree_bitmap_t, stride_maps_of_no_use_and_a_missing_callback_are_refused) {
-    const struct {
-        std::vector<uint32_t> strides;
-        uint32_t max_key_len;
-    } maps[] = {{{6, 7}, 8}, {{6, 0, 6}, 8}, {rule_strides, 67}, {{0, 0}, 1}, {{}, 1}};
-    for (const auto &map : maps) {
-        EXPECT_EQ(code_of(make_tree, map.strides, map.max_key_len, tree_mask), FWX_HOST_ERR_BAD_ARG);
-        EXPECT_EQ(make_tree(map.strides, map.max_key_len, tree_mask, nullptr), nullptr);
-    }
-    uint32_t result = 0;
-    tbm_init_v4(7, 6, 12, tree_mask, rule_strides.data(), 1, 0, nullptr, nullptr, nullptr, 66, nullptr, &result);
-    EXPECT_EQ(result, FWX_HOST_ERR_BAD_ARG);
-}
-
-TEST_F(tree_bitmap_t, malformed_trees_keys_and_leaves_are_refused) {
-    make(rule_strides, 66);
-    tbm_leaf_t *leaf = prepare("1");
-    tbm_leaf_t *shifted = reinterpret_cast<tbm_leaf_t *>(reinterpret_cast<uintptr_t>(leaf) + 1);
-    const uint8_t key[9] = {};
-    const struct {
-        tbm_t *tree;
-        const uint8_t *key;
-        uint32_t key_len;
-    } keys[] = {{nullptr, key, 0}, {tree_, nullptr, 0}, {tree_, key, 67}};
-    for (const auto &bad : keys) {
-        EXPECT_EQ(code_of(tbm_exact_match, bad.tree, bad.key, bad.key_len), FWX_HOST_ERR_BAD_ARG);
-        EXPECT_EQ(code_of(tbm_first_leaf, bad.tree, bad.key, bad.key_len), FWX_HOST_ERR_BAD_ARG);
-        EXPECT_EQ(code_of(tbm_leaf_init, bad.tree, leaf, bad.key, bad.key_len), FWX_HOST_ERR_BAD_ARG);
-        EXPECT_EQ(fwx_host_tbm_longest_match(bad.tree, bad.key, bad.key_len, nullptr), nullptr);
-        tbm_exact_match(bad.tree, bad.key, bad.key_len, nullptr);
-    }
-    const std::pair<tbm_t *, tbm_leaf_t *> leaves[] = {{nullptr, leaf}, {tree_, nullptr}, {tree_, shifted}};
-    for (const auto &[tree, bad_leaf] : leaves) {
-        EXPECT_EQ(code_of(tbm_leaf_init, tree, bad_leaf, key, 1U), FWX_HOST_ERR_BAD_ARG);
-        EXPECT_EQ(code_of(tbm_leaf_insert, tree, bad_leaf), FWX_HOST_ERR_BAD_ARG);
-        EXPECT_EQ(code_of(tbm_leaf_delete, tree, bad_leaf), FWX_HOST_ERR_BAD_ARG);
-        tbm_leaf_delete(tree, bad_leaf, nullptr);
-    }
-    EXPECT_EQ(code_of(tbm_first_leaf, tree_, key, 1U), FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(code_of(tbm_get_leaf_size, static_cast<tbm_t *>(nullptr)), FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(remove(leaf), FWX_HOST_ERR_NO_KEY);
-    EXPECT_EQ(counts().leaves, 0u);
-}
-
-TEST_F(tree_bitmap_t, an_armed_fault_fails_its_operation_without_effect) {
-    make(rule_strides, 66);
-    tbm_leaf_t *inside = add("0");
-    tbm_leaf_t *outside = prepare("1");
-    const uint8_t key = 0;
-    fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INIT, 1, 77);
-    EXPECT_EQ(code_of(tbm_leaf_init, tree_, outside, &key, 1U), 77u);
-    fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INSERT, 1, 78);
-    EXPECT_EQ(insert(outside), 78u);
-    fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_DELETE, 1, 79);
-    EXPECT_EQ(remove(inside), 79u);
-    EXPECT_EQ(exact("0"), inside);
-    EXPECT_EQ(exact("1"), nullptr);
-    EXPECT_EQ(insert(outside), 0u);
+    tbm_t *tree = make(1u << 4);
+    leaf_contents = {};
+    tbm_leaf_t *leaf = insert(tree);
+    const uint32_t leaf_size = tbm_get_leaf_size(tree, nullptr);
+    EXPECT_EQ(leaf_size % 16, 0u);
+    EXPECT_EQ(leaf_contents.unused, nullptr);
+    EXPECT_EQ(leaf_contents.buffer, memory_.data() + leaf_size);
+    EXPECT_EQ(leaf_contents.app_leaf, memory_.data() + leaf_size);
+    EXPECT_EQ(fwx_host_tbm_leaf_data(tree, leaf), memory_.data() + leaf_size);
+    uint32_t code = 0;
+    tbm_leaf_insert(tree, leaf, &code);
+    EXPECT_EQ(code, FWX_HOST_ERR_KEY_TAKEN);
+    EXPECT_EQ(leaf_contents.calls, 1u);
+    tbm_leaf_delete(tree, leaf, nullptr);
 }
 
 TEST_F(tree_bitmap_t, an_empty_tree_goes_when_its_complex_gets_another) {
-    tbm_t *of_another_complex = make_tree(rule_strides, 66, 1u << 5, nullptr);
-    make(rule_strides, 66);
+    tbm_t *of_another_complex = make(1u << 5);
+    make(1u << 4);
     const uint64_t trees = live().trees;
-    make(rule_strides, 66);
+    tbm_t *kept = make(1u << 4);
     EXPECT_EQ(live().trees, trees);
-    EXPECT_EQ(fwx_host_tbm_of_complex(4), tree_);
+    EXPECT_EQ(fwx_host_tbm_of_complex(4), kept);
 
-    tbm_t *kept = tree_;
-    tbm_leaf_t *leaf = add("1");
-    make(rule_strides, 66);
+    tbm_leaf_t *leaf = insert(kept);
+    tbm_t *newer = make(1u << 4);
     EXPECT_EQ(live().trees, trees + 1);
-    EXPECT_NE(tree_, kept);
-    EXPECT_EQ(fwx_host_tbm_of_complex(4), tree_);
+    EXPECT_NE(newer, kept);
+    EXPECT_EQ(fwx_host_tbm_of_complex(4), newer);
 
-    tree_ = kept;
-    EXPECT_EQ(exact("1"), leaf);
-    remove_all();
-    make(rule_strides, 66);
+    const uint8_t key = 0;
+    EXPECT_EQ(tbm_first_leaf(kept, &key, 0, nullptr), leaf);
+    tbm_leaf_delete(kept, leaf, nullptr);
+    make(1u << 4);
     EXPECT_EQ(live().trees, trees);
     EXPECT_EQ(fwx_host_tbm_of_complex(5), of_another_complex);
     EXPECT_EQ(fwx_host_tbm_of_complex(3), nullptr);
     EXPECT_EQ(fwx_host_tbm_of_complex(32), nullptr);
 }
+
+TEST_F(tree_bitmap_t, leaves_that_come_and_go_do_not_grow_the_tree) {
+    checked_tree_t tree(rule_strides, 66);
+    ASSERT_TRUE(tree.insert("0", 0)); /* for an empty tree has nothing */
+    uint64_t grown_to = 0;
+    for (int round = 0; round < 5; ++round) {
+        for (uint64_t i = 0; i < 4000; ++i) { /* half of them come, the same half goes */
+            const bits_t key = "1" + std::bitset<16>(i % 2000 * 7919).to_string();
+            ASSERT_TRUE(i < 2000 ? tree.insert(key, 0) : tree.remove(key));
+            if (i == 1999 && round == 0) grown_to = tree.bytes();
+            EXPECT_TRUE(i != 1999 || tree.bytes() == grown_to);
+        }
+    }
+}
+
+/* Bits of each level, and of a key. */
+using shape_t = std::pair<std::vector<uint32_t>, uint32_t>;
+
+class tree_bitmap_shape_t : public host_fixture_t, public testing::WithParamInterface<shape_t> {
+protected:
+    /** Mostly a relative of the last key, so that keys share long prefixes, end at one another and meet again. */
+    bits_t next_key() {
+        const uint32_t longest = GetParam().second;
+        const size_t at = random_() % (longest + 1);
+        const uint64_t choice = random_() % 4;
+        if (choice == 0) last_.resize(at, '1');
+        if (choice == 1) last_.resize(longest, '0');
+        if (choice == 2 && at < last_.size()) last_[at] = last_[at] == '0' ? '1' : '0';
+        if (choice == 3 && random_() % 40 == 0) last_.clear();
+        return last_;
+    }
+
+    std::mt19937_64 random_{11};
+    bits_t last_;
+};
+
+TEST_P(tree_bitmap_shape_t, random_operations_agree_with_a_table_of_bit_strings) {
+    checked_tree_t tree(GetParam().first, GetParam().second);
+    for (uint32_t i = 0; i < 20000; ++i) {
+        const bits_t key = next_key();
+        ASSERT_TRUE(tree.look_up(key)) << key;
+        const bool is_removal = tree.has(key) && random_() % 2 == 0;
+        ASSERT_TRUE(is_removal ? tree.remove(key) : tree.insert(key, static_cast<uint8_t>(i))) << key;
+        if (i % 16 == 0) {
+            ASSERT_TRUE(tree.is_counted());
+        }
+    }
+    EXPECT_GT(tree.size(), 10u);
+    EXPECT_TRUE(tree.clear());
+}
+
+INSTANTIATE_TEST_SUITE_P(shapes, tree_bitmap_shape_t,
+                         testing::Values(shape_t{rule_strides, 66}, shape_t{{6, 6, 6, 6, 6, 6}, 34},
+                                         shape_t{{1, 2, 3, 4, 5, 6, 0, 0}, 21}, shape_t{{6, 6}, 7},
+                                         shape_t{std::vector<uint32_t>(20, 1), 20}, shape_t{{5, 1, 4}, 10},
+                                         shape_t{std::vector<uint32_t>(40, 5), 200}));
 
 }  // namespace

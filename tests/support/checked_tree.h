@@ -108,6 +108,7 @@ public:
     }
     bool has(const bits_t &key) const { return table_.count(key) != 0; }
     size_t size() const { return table_.size(); }
+    uint64_t bytes() const { return counts().bytes; }
 
 private:
     struct entry_t {
