@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <iterator>
 
+#include "records/embedding.h"
+
 namespace {
 
-/* Whether an IPv4 address can be embedded behind so many bits. */
 bool length_ok(const fwx_nat64_prefix_t &prefix) {
-    constexpr uint8_t lengths[] = {32, 40, 48, 56, 64, 96};
-    return std::find(std::begin(lengths), std::end(lengths), prefix.prefix_len) != std::end(lengths);
+    return is_embedding_length(prefix.prefix_len);
 }
 
 bool prefix_ok(uint32_t valid, const fwx_nat64_prefix_t &prefix) {

@@ -1,0 +1,40 @@
+/* Addresses and ports that a basic mapping rule maps, as RFC 7597 and RFC 7599 have it. */
+#ifndef RECORDS_MAP_ADDRESS_H
+#define RECORDS_MAP_ADDRESS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fwx_nat64/mapt.h"
+
+struct map_address_t {
+    uint64_t ea_bits;
+    uint32_t ipv4;    /* host order; zeros behind ipv4_len */
+    uint8_t ipv4_len; /* 32 for an address, less for a prefix */
+    uint8_t psid_offset;
+    uint8_t psid_len; /* 0: the address is not shared */
+    uint16_t psid;
+    uint8_t ipv6[16]; /* the MAP address */
+};
+
+/*
+ * Both answer with an empty text, or with what is wrong with the rule's parameters or with the port: `psid_len 12: must
+ * be ...`. The address must begin with the rule's prefix.
+ */
+
+/** @param port needed where only it tells who shares the address. */
+std::string map_from_ipv4(const fwx_nat64_mapt_bmr_t &rule, uint32_t ipv4, std::optional<uint16_t> port,
+                          map_address_t &out);
+/** Looks at no bit behind the EA bits: all addresses of a customer give the same. */
+std::string map_from_ipv6(const fwx_nat64_mapt_bmr_t &rule, const uint8_t ipv6[16], map_address_t &out);
+
+struct port_range_t {
+    uint16_t first;
+    uint16_t last;
+};
+/** Ports of the PSID, in order; none of an address that is not shared, which has all. */
+std::vector<port_range_t> map_port_set(const map_address_t &address);
+
+#endif
