@@ -3,18 +3,11 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <utility>
 
 #include "tools/natctl/interrupt.h"
+#include "tools/natctl/line_joiner.h"
 
 namespace {
-
-constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
-
-bool has_command(const std::string &line) {
-    size_t start = line.find_first_not_of(" \t\r");
-    return start != std::string::npos && line[start] != '#';
-}
 
 class batch_t {
 public:
@@ -26,26 +19,18 @@ public:
     /** Takes the next line that was read. */
     void read(std::string &text) {
         if (is_shell_) return take(text);
-        const bool has_mark = ++lines_read_ == 1 && text.compare(0, byte_order_mark.size(), byte_order_mark) == 0;
-        if (has_mark) text.erase(0, byte_order_mark.size());
-        const bool is_begun = !begun_.empty();
-        if (!is_begun) line_ = lines_read_;
-        const size_t last = text.find_last_not_of('\r');
-        const bool goes_on = last != std::string::npos && text[last] == '\\' && (is_begun || has_command(text));
-        if (goes_on) {
-            begun_.append(text, 0, last);
-        } else {
-            take(is_begun ? std::exchange(begun_, {}) + text : text);
-        }
+        const bool is_whole = joiner_.join(text);
+        line_ = joiner_.line();
+        if (is_whole) take(text);
     }
 
     void fail(const usage_error_t &error) {
-        line_ = is_shell_ ? 0 : lines_read_ + 1;
+        line_ = is_shell_ ? 0 : joiner_.count() + 1;
         refuse(error);
     }
 
     status_t end() {
-        if (!begun_.empty()) take(begun_);
+        if (!joiner_.rest().empty()) take(joiner_.rest());
         finish_down_to(0);
         const bool is_interrupted = was_interrupted();
         if (is_interrupted && first_failure_ == status_t::ok) first_failure_ = status_t::usage;
@@ -130,9 +115,8 @@ private:
     pal_t &pal_;
     output_t &output_;
     std::deque<pal_t::call_id_t> started_;
-    std::string begun_;       /* a line that goes on */
-    uint32_t lines_read_ = 0; /* of a file */
-    uint32_t line_ = 0;       /* in which the command begins */
+    line_joiner_t joiner_; /* of a file */
+    uint32_t line_ = 0;    /* in which the command begins */
     size_t done_ = 0;
     size_t failed_ = 0;
     size_t not_run_ = 0;

@@ -1,11 +1,7 @@
 #include "tools/natctl/fields.h"
 
 #include <CLI/CLI.hpp>
-#include <functional>
 
-namespace {
-
-/** `read` answers with what is wrong, or an empty text. */
 option_t text_field(CLI::App &app, std::string_view option, std::function<std::string(const std::string &text)> read,
                     const std::string &meaning, const std::string &form) {
     auto read_or_refuse = [read = std::move(read)](const std::string &text) {
@@ -15,8 +11,6 @@ option_t text_field(CLI::App &app, std::string_view option, std::function<std::s
     return option_t(
         *app.add_option_function<std::string>(std::string(option), read_or_refuse, meaning)->type_name(form));
 }
-
-}  // namespace
 
 option_t option_t::required(bool is_required) const {
     option_->required(is_required);

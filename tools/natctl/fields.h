@@ -7,8 +7,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "records/field.h"
@@ -32,6 +34,9 @@ private:
     CLI::Option *option_;
 };
 
+/** Enters an option whose text `read` takes; it answers with what is wrong, or an empty text. */
+option_t text_field(CLI::App &app, std::string_view option, std::function<std::string(const std::string &text)> read,
+                    const std::string &meaning, const std::string &form);
 /** Enters the option of a field that is read into `record`. */
 option_t add_field(CLI::App &app, const record_field_t &field, void *record);
 

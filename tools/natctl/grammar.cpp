@@ -73,6 +73,7 @@ grammar_t::grammar_t(CLI::App &root) : root_(root), group_(&root) {
     add_record_commands(*this, "");
     add_query_commands(*this);
     add_mapt_commands(*this);
+    add_nat64_commands(*this);
     add_classifier_commands(*this);
     add_server_commands(*this);
 }

@@ -68,6 +68,9 @@ void add_status_command(grammar_t &grammar);
 void add_record_commands(grammar_t &grammar, std::string_view group);
 void add_query_commands(grammar_t &grammar);
 void add_mapt_commands(grammar_t &grammar);
+/** Within those. */
+void add_explain_command(grammar_t &grammar);
+void add_nat64_commands(grammar_t &grammar);
 void add_classifier_commands(grammar_t &grammar);
 void add_server_commands(grammar_t &grammar);
 

@@ -47,5 +47,6 @@ void add_mapt_commands(grammar_t &grammar) {
         "lookup", "Looks an address up as the data plane does",
         [address](call_t &call, const fwx_nat64_model_t &model) { return look_up(call, model, *address); });
     address_field(lookup, "address", *address, "the address").required();
+    add_explain_command(grammar);
     add_record_commands(grammar, "mapt");
 }

@@ -21,3 +21,9 @@ std::string outcome_label(const outcome_t &outcome) {
     if (!label.empty() && !outcome.command.empty()) label += ": ";
     return label + outcome.command;
 }
+
+void refuse(outcome_t &outcome, status_t status, uint32_t code, std::string error) {
+    outcome.status = status;
+    outcome.code = code;
+    outcome.error = std::move(error);
+}

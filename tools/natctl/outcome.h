@@ -29,6 +29,9 @@ struct outcome_t {
     json_t messages;     /* null, or what a dry run would have sent: an empty array for nothing */
 };
 
+/** Has a command that asks no server fail. */
+void refuse(outcome_t &outcome, status_t status, uint32_t code, std::string error);
+
 /** `line 7: timeout set`, as far as known. */
 std::string outcome_label(const outcome_t &outcome);
 

@@ -42,6 +42,7 @@ public:
     /** The library has emptied its table. */
     void emptied();
 
+    const std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> &rules() const { return installed_; }
     size_t installed() const { return installed_.size(); }
     size_t pending() const { return pending_.size(); }
 

@@ -1,0 +1,125 @@
+#include "tools/natctl/rule_set.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "records/embedding.h"
+#include "tools/natctl/batch.h"
+#include "tools/natctl/line_joiner.h"
+
+namespace {
+
+struct prefix_t {
+    const uint8_t *bytes;
+    uint8_t length;
+};
+
+bool begins_with(const uint8_t *address, const prefix_t &prefix) {
+    const size_t whole = prefix.length / 8U;
+    const auto mask = static_cast<uint8_t>(0xff00U >> prefix.length % 8U);
+    return std::memcmp(address, prefix.bytes, whole) == 0 &&
+           (mask == 0 || ((address[whole] ^ prefix.bytes[whole]) & mask) == 0);
+}
+
+template <typename rules_t, typename prefix_of_t>
+auto find_longest(const rules_t &rules, const uint8_t *address, prefix_of_t prefix_of) {
+    const typename rules_t::mapped_type *longest = nullptr;
+    for (const auto &[name, rule] : rules) {
+        if (!begins_with(address, prefix_of(rule))) continue;
+        const bool is_longer = longest == nullptr || prefix_of(rule).length > prefix_of(*longest).length;
+        if (is_longer) longest = &rule;
+    }
+    return longest;
+}
+
+}  // namespace
+
+std::string rule_set_t::read(const std::string &file) {
+    std::ifstream stream(file);
+    if (!stream.is_open()) return file + ": " + std::strerror(errno);
+    line_joiner_t joiner;
+    std::string error;
+    const next_line_fn_t next = lines_of(stream, {"", file});
+    try {
+        for (std::string text; error.empty() && next(text);) {
+            if (joiner.join(text)) error = take_line(text);
+        }
+    } catch (const usage_error_t &failure) {
+        return failure.text;
+    }
+    if (error.empty()) error = take_line(joiner.rest());
+    return error.empty() ? "" : file + ": line " + std::to_string(joiner.line()) + ": " + error;
+}
+
+std::string rule_set_t::take_line(const std::string &text) {
+    const char open_quote = words_.split(text);
+    if (open_quote != 0) return std::string(1, open_quote) + ": quote without its end";
+    if (words_.words().empty()) return {};
+    const record_reader_t::result_t result = reader_.read(words_.words());
+    const bool is_rule = result != record_reader_t::result_t::other && reader_.family().group == "mapt";
+    if (!is_rule) return {};
+    if (result == record_reader_t::result_t::refused) return reader_.command() + ": " + reader_.error();
+    const void *record = reader_.record().bytes;
+    if (reader_.family().word == "bmr") {
+        apply(reader_.verb().op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record));
+    } else {
+        apply(reader_.verb().op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record));
+    }
+    return {};
+}
+
+/** As a server does it: a second add changes nothing. */
+void rule_set_t::apply(uint32_t op, const fwx_nat64_mapt_bmr_t &rule) {
+    if (op == FWX_NAT64_OP_ADD) basic_.emplace(name_of(rule), rule);
+    if (op == FWX_NAT64_OP_DEL) basic_.erase(name_of(rule));
+}
+
+void rule_set_t::apply(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
+    if (op == FWX_NAT64_OP_ADD) defaults_.emplace(rule.id, rule);
+    if (op == FWX_NAT64_OP_DEL) defaults_.erase(rule.id);
+}
+
+void rule_set_t::take(const rule_book_t &book, const fwx_nat64_model_t *model) {
+    for (const auto &[name, rule] : book.rules()) {
+        basic_.emplace(name, rule.rule);
+    }
+    if (model == nullptr) return;
+    auto take_default = [](void *arg, uint32_t op_code, const void *payload, size_t size) {
+        fwx_nat64_mapt_dmr_t rule{};
+        const bool is_default = op_code == FWX_NAT64_MODEL_SAVED_DEFAULT_RULE && size == sizeof rule;
+        if (!is_default) return;
+        std::memcpy(&rule, payload, sizeof rule);
+        static_cast<rule_set_t *>(arg)->apply(FWX_NAT64_OP_ADD, rule);
+    };
+    model->save(take_default, this);
+}
+
+const fwx_nat64_mapt_bmr_t *rule_set_t::find_v4(const uint8_t ipv4[4]) const {
+    auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return prefix_t{rule.v4_prefix, rule.v4_prefix_len}; };
+    return find_longest(basic_, ipv4, prefix_of);
+}
+
+const fwx_nat64_mapt_bmr_t *rule_set_t::find_v6(const uint8_t ipv6[16]) const {
+    auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return prefix_t{rule.v6_prefix, rule.v6_prefix_len}; };
+    return find_longest(basic_, ipv6, prefix_of);
+}
+
+const fwx_nat64_mapt_dmr_t *rule_set_t::find_default(const uint8_t ipv6[16]) const {
+    const fwx_nat64_mapt_dmr_t *longest = nullptr;
+    for (const auto &[id, rule] : defaults_) {
+        uint8_t ipv4[4];
+        const uint8_t length = prefix_len_of(rule);
+        const bool holds = extract_ipv4(ipv6, length, ipv4) && begins_with(ipv6, {rule.opaque, length});
+        const bool is_longer = longest == nullptr || length > prefix_len_of(*longest);
+        if (holds && is_longer) longest = &rule;
+    }
+    return longest;
+}
+
+const fwx_nat64_mapt_dmr_t *rule_set_t::first_default() const {
+    for (const auto &[id, rule] : defaults_) {
+        if (is_embedding_length(prefix_len_of(rule))) return &rule;
+    }
+    return nullptr;
+}
