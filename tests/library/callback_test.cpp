@@ -210,34 +210,3 @@ TEST_F(callback_test_t, a_completion_that_fails_within_its_commands_callback_doe
     EXPECT_EQ(live().pool_elements, 0u);
     EXPECT_EQ(live().tx_buffers, 0u);
 }
-
-TEST_F(callback_test_t, a_framed_command_that_was_flushed_is_not_sent_in_the_place_of_another) {
-    void *framed = nullptr;
-    ASSERT_EQ(fwx_nat64_client_async_cmd_init(40, 3, nullptr, nullptr, &framed), 0u);
-    EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
-    const bytes_t other = upload(); /* takes over the context */
-    received.clear();
-    EXPECT_EQ(fwx_nat64_client_async_cmd_send(framed, 40), FWX_NAT64_ERR_NOT_READY);
-    pump();
-    EXPECT_TRUE(received.empty());
-    EXPECT_EQ(outstanding(), 1u);
-    deliver(reply_to(other, 0, 36, 9));
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].result, 9u);
-}
-
-TEST_F(callback_test_t, a_binding_that_went_down_frames_and_sends_nothing) {
-    void *async = nullptr;
-    void *sync = nullptr;
-    ASSERT_EQ(fwx_nat64_client_async_cmd_init(40, 3, nullptr, nullptr, &async), 0u);
-    ASSERT_EQ(fwx_nat64_client_sync_cmd_init(24, 3, &sync), 0u);
-    fwx_nat64_client_goingdown(info());
-    EXPECT_EQ(fwx_nat64_client_async_cmd_send(async, 40), FWX_NAT64_ERR_NOT_READY);
-    EXPECT_EQ(fwx_nat64_client_sync_cmd_send(sync, 24), FWX_NAT64_ERR_NOT_READY);
-    EXPECT_EQ(fwx_nat64_client_async_cmd_init(40, 3, nullptr, nullptr, &async), FWX_NAT64_ERR_NOT_READY);
-    EXPECT_EQ(fwx_nat64_client_sync_cmd_init(24, 3, &sync), FWX_NAT64_ERR_NOT_READY);
-    EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
-    pump();
-    EXPECT_EQ(live().tx_buffers, 0u);
-    EXPECT_EQ(channels_opened, 1u);
-}

@@ -39,7 +39,7 @@ struct records_t {
     fwx_nat64_prefix_t prefix1 = prefix(1);
     fwx_nat64_prefix_t prefix2 = prefix(2);
     fwx_nat64_prefix_t prefix4 = prefix(4);
-    fwx_nat64_smapping_t smap = {0, {1, 2, 3, 4}, ipv4(0x0A010203), {5}, ipv6, {6}};
+    fwx_nat64_smapping_t smap = {0, {1, 2, 3, 4}, ipv4(0x0A010203), {5}, ipv4(0x0B010203), {6}};
     fwx_nat64_dmapping_t dmap = {0x11, {1}, 7, {0xe0, 0xe1}, 0x4455, {9}};
     fwx_nat64_pool_t pool = {8, 0, 6, ipv4(0xC0000201), ipv6, 0x77};
     fwx_nat64_pool_range_t range = {8, ipv4(0xC0000201), ipv6};

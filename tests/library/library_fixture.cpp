@@ -26,7 +26,9 @@ const fwx_host_server_ops_t library_fixture_t::server_ops = {
         if (test->peer == gone) test->peer = nullptr;
     },
     [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size) {
-        static_cast<library_fixture_t *>(ctx)->received.push_back(copy_of(msg, size));
+        auto *test = static_cast<library_fixture_t *>(ctx);
+        test->received.push_back(copy_of(msg, size));
+        if (test->pauses_after_each) fwx_host_server_pause(test->server, 1);
     },
     [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
         auto *test = static_cast<library_fixture_t *>(ctx);
@@ -35,7 +37,7 @@ const fwx_host_server_ops_t library_fixture_t::server_ops = {
         memcpy(answer.data(), msg, 4);
         put(answer, 16, test->sync_result);
         answer.insert(answer.end(), test->sync_extra.begin(), test->sync_extra.end());
-        const size_t written = std::min({answer.size(), reply_cap, test->sync_limit});
+        const size_t written = std::min(answer.size(), reply_cap);
         memcpy(reply, answer.data(), written);
         return written;
     },
@@ -170,4 +172,9 @@ fwx_host_live_t library_fixture_t::live() {
     fwx_host_live_t now;
     fwx_host_live_get(&now);
     return now;
+}
+
+std::string library_fixture_t::flags() {
+    const fwx_nat64_dbg_flags_t &f = fwx_nat64_dbg_flags;
+    return std::to_string(*f.error) + std::to_string(*f.warning) + std::to_string(*f.info) + std::to_string(*f.trace);
 }

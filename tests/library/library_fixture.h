@@ -53,18 +53,20 @@ protected:
     std::vector<std::string> logged;
     bool logged_line(const std::string &text) const;
     static fwx_host_live_t live();
+    /** The debug flags, '1' for on: error, warning, info, trace. */
+    static std::string flags();
 
     fwx_host_loop_t *loop = nullptr;
     fwx_host_server_t *server = nullptr;
     fwx_host_peer_t *peer = nullptr;
     size_t channels_opened = 0;
-    std::vector<bytes_t> received; /* asynchronous and synchronous, in order */
-    uint32_t sync_result = 0;      /* what synchronous commands are answered with */
-    bytes_t sync_extra;            /* bytes behind the result */
-    size_t sync_limit = SIZE_MAX;  /* bytes of the answer that are sent */
-    std::vector<call_t> calls;     /* of the PAL's callbacks */
-    uint32_t stop_value = 0;       /* what query and walk callbacks return */
-    std::function<void()> on_call; /* what callbacks of the PAL and of the classifier manager do beside recording */
+    std::vector<bytes_t> received;  /* asynchronous and synchronous, in order */
+    bool pauses_after_each = false; /* the server, behind each asynchronous message */
+    uint32_t sync_result = 0;       /* what synchronous commands are answered with */
+    bytes_t sync_extra;             /* bytes behind the result */
+    std::vector<call_t> calls;      /* of the PAL's callbacks */
+    uint32_t stop_value = 0;        /* what query and walk callbacks return */
+    std::function<void()> on_call;  /* what callbacks of the PAL and of the classifier manager do beside recording */
     std::vector<std::pair<void *, uint32_t>> cgm_returns;
     fwx_nat64_reply_cbs_t reply_cbs{};
     fwx_nat64_unsol_cbs_t unsol_cbs{};

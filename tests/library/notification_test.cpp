@@ -22,11 +22,6 @@ protected:
         put(message, 24, on);
         return message;
     }
-    static std::string flags() {
-        const fwx_nat64_dbg_flags_t &f = fwx_nat64_dbg_flags;
-        return std::to_string(*f.error) + std::to_string(*f.warning) + std::to_string(*f.info) +
-               std::to_string(*f.trace);
-    }
     uint8_t classifier_data[24] = {0xc0, 0xc1, 0xc2};
     void *data_words[1] = {classifier_data};
 };
@@ -110,19 +105,15 @@ TEST_F(notification_test_t, short_and_unknown_commands_are_told_and_ignored) {
 }
 
 TEST_F(notification_test_t, the_debug_command_sets_the_selected_flags) {
+    struct {
+        uint32_t selector, on;
+        const char *flags;
+    } const cases[] = {{1, 1, "1010"}, {2, 1, "1011"}, {3, 1, "1111"}, {4, 0, "0111"}, {5, 0, "0000"}, {5, 1, "1111"}};
     EXPECT_EQ(flags(), "1000");
-    deliver(debug_event(1, 1));
-    EXPECT_EQ(flags(), "1010");
-    deliver(debug_event(2, 1));
-    EXPECT_EQ(flags(), "1011");
-    deliver(debug_event(3, 1));
-    EXPECT_EQ(flags(), "1111");
-    deliver(debug_event(4, 0));
-    EXPECT_EQ(flags(), "0111");
-    deliver(debug_event(5, 0));
-    EXPECT_EQ(flags(), "0000");
-    deliver(debug_event(5, 1));
-    EXPECT_EQ(flags(), "1111");
+    for (const auto &entry : cases) {
+        deliver(debug_event(entry.selector, entry.on));
+        EXPECT_EQ(flags(), entry.flags);
+    }
     logged.clear();
     deliver(debug_event(0, 0));
     EXPECT_EQ(logged.back(), std::string("error: \nfwx_nat64_unsol_cmd NAT64 CLIENT LIB debugs not enabled - ") +
