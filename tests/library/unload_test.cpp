@@ -2,6 +2,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "tests/support/zero_server.h"
@@ -12,6 +14,11 @@ std::vector<uint32_t> results;
 std::vector<std::string> console;
 /* Unloading leaves the binding's memory in place; kept reachable, it is no leak of the test's. */
 std::vector<fwx_nat64_client_info_t *> &left_behind = *new std::vector<fwx_nat64_client_info_t *>;
+
+/* A message that is framed when the library is unloaded, and what became of sending it then. */
+decltype(fwx_nat64_client_async_cmd_send) *send = nullptr;
+void *framed = nullptr;
+uint32_t sent = 0;
 
 template <typename fn_t>
 fn_t *symbol(void *library, const char *name) {
@@ -28,7 +35,10 @@ TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_
         },
         nullptr);
     fwx_nat64_reply_cbs_t callbacks{};
-    callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *result) { results.push_back(result->result); };
+    callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *result) {
+        results.push_back(result->result);
+        if (framed != nullptr) sent = send(std::exchange(framed, nullptr), 40);
+    };
 
     for (int load = 0; load < 3; ++load) {
         results.clear();
@@ -51,11 +61,20 @@ TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_
             ASSERT_EQ(upload(nullptr), 0u);
         }
         const bool stay_bound = load != 1;
-        if (!stay_bound) unbind();
+        if (stay_bound) {
+            const auto frame =
+                symbol<decltype(fwx_nat64_client_async_cmd_init)>(library, "fwx_nat64_client_async_cmd_init");
+            send = symbol<decltype(fwx_nat64_client_async_cmd_send)>(library, "fwx_nat64_client_async_cmd_send");
+            ASSERT_EQ(frame(40, FWX_NAT64_MSG_CONFIG, nullptr, nullptr, &framed), 0u);
+            sent = 0;
+        } else {
+            unbind();
+        }
         left_behind.push_back(symbol<decltype(fwx_nat64_client_info_get)>(library, "fwx_nat64_client_info_get")());
         ASSERT_EQ(dlclose(library), 0);
         EXPECT_EQ(dlopen(FWX_NAT64_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "really unloaded";
         EXPECT_EQ(results, std::vector<uint32_t>(stay_bound ? 5 : 0, FWX_NAT64_ERR_AGAIN));
+        EXPECT_EQ(sent, FWX_NAT64_ERR_NOT_READY) << "nothing is sent any more";
 
         fwx_host_server_unregister(server);
         fwx_host_loop_destroy(loop);
