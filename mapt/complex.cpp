@@ -3,6 +3,8 @@
 
 namespace {
 
+/* The library makes no other. What is there for several, the masks of what failed too, runs only when these functions
+ * are called directly, which the library's guard tests do. */
 constexpr uint8_t only_complex = 0;
 constexpr uint32_t lists_elements = 0; /* list kind: the list frees its records when it is destroyed */
 

@@ -278,6 +278,21 @@ TEST_P(fault_sweep_t, no_single_fault_loses_repeats_or_leaks_anything) {
     std::printf("%" PRIu64 " single faults (%" PRIu64 " so far)\n", injected, injected_in_all);
 }
 
+/* Each of their calls is made to fail above. */
+TEST(scenarios_t, call_every_operation_that_can_be_made_to_fail) {
+    fwx_host_fault_reset();
+    for (size_t i = 0; i < scenario_count; ++i) {
+        stage_t stage;
+        scenarios[i].play(stage);
+        fwx_nat64_unbind();
+        fwx_mapt_plu_cleanup();
+    }
+    for (int number = 0; number < FWX_HOST_OP_COUNT; ++number) {
+        const auto op = static_cast<fwx_host_op_t>(number);
+        EXPECT_NE(fwx_host_fault_calls(op), 0u) << fwx_host_op_name(op);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(scenario, fault_sweep_t, testing::ValuesIn(scenarios, scenarios + scenario_count),
                          [](const auto &scenario) { return std::string(scenario.param.name); });
 
