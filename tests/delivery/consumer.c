@@ -1,4 +1,4 @@
-/* A PAL in C where no server runs: binding says so, and leaves nothing bound. */
+/* A PAL where no server runs: binding says so, and leaves nothing bound. */
 #include <fwx_host/loop.h>
 #include <fwx_nat64/fwx_nat64.h>
 #include <stdio.h>
@@ -8,7 +8,7 @@ static void on_verdict(fwx_nat64_cmd_result_t *result) {
 }
 
 int main(void) {
-    fwx_nat64_reply_cbs_t reply_cbs = {.cfg_reply_cb = on_verdict};
+    fwx_nat64_reply_cbs_t reply_cbs = {on_verdict, NULL, NULL, NULL, NULL, NULL};
     fwx_host_loop_t *loop = fwx_host_loop_create();
     uint32_t bound = fwx_nat64_bind("PALC", loop, NULL, &reply_cbs);
     int stays_unbound = fwx_nat64_client_info_get() == NULL;

@@ -39,23 +39,6 @@ TEST_F(query_t, gives_the_totals_as_one_record) {
     EXPECT_EQ(reply.words(48, 18), (words_t{1, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0}));
 }
 
-TEST_F(query_t, tells_of_the_server_itself_under_selectors_of_its_own) {
-    EXPECT_EQ(result_of(config(14, 8, {1, 300})), 0u);
-    EXPECT_NE(result_of(config(14, 8, {99, 300})), 0u);
-    const message_t counts = reply_to(command(4, 40).put<uint32_t>(32, 1));
-    ASSERT_EQ(counts.size(), 120u);
-    const fwx_nat64_stats_counts_t now = model_->counts();
-    const uint64_t words[] = {3, 0, 1, 2, 0, 1, 0, now.dropped, now.turned_away};
-    for (size_t i = 0; i < std::size(words); ++i) {
-        EXPECT_EQ(counts.u64(48 + 8 * i), words[i]) << i;
-    }
-    const message_t boot = reply_to(command(4, 40).put<uint32_t>(32, 2));
-    ASSERT_EQ(boot.size(), 120u);
-    EXPECT_NE(boot.u64(48), 0u);
-    EXPECT_EQ(boot.u64(56), 1u);
-    EXPECT_NE(fwx_nat64_model_t::create(loop_, "another model")->boot().boot_id, boot.u64(48));
-}
-
 TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
     add_pools(7);
     model_->reply_limit_set(3 * 24 + 23);

@@ -1,6 +1,5 @@
 /* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
 #include <fstream>
-#include <set>
 
 #include "fwx_nat64/result.h"
 #include "model/model.h"
@@ -73,65 +72,6 @@ TEST_F(command_test, statistics_come_as_rows_in_every_format) {
     EXPECT_EQ(text.answers, "none\n");
 }
 
-TEST_F(command_test, a_dry_run_shows_the_message_that_would_go_and_every_configuration_message_has_a_command) {
-    constexpr struct {
-        const char *command;
-        const char *message;
-    } dry_runs[] = {
-        {"timeout set --type 1 --value 300", "timeout_set"},
-        {"limit add --type 1 --value 2", "limit_set"},
-        {"limit del --type 1", "limit_del"},
-        {"service add --type 1 --value 0x15", "service_set"},
-        {"replication set", "replication_set"},
-        {"replication unset --value 7", "replication_unset"},
-        {"adj set --type 3 --address 10.0.0.1", "adj_set"},
-        {"settings set --bytes 000102030405060708090a0b0c0d0e0f", "global_settings"},
-        {"interface set --ifh 1", "interface_set"},
-        {"nvi enable --ifh 1", "nvi_interface_enable"},
-        {"prefix add --prefix 64:ff9b::/96 --kind 1", "glb_prefix"},
-        {"prefix del --prefix 64:ff9b::/96 --kind 2", "glb_prefix_kind2"},
-        {"smapping add --id 1 --addr1 2001:db8::1 --addr2 192.0.2.1", "smapping_add"},
-        {"smapping del --id 1", "smapping_del"},
-        {"dmapping add --id 1 --type 1", "dmapping_add"},
-        {"dmapping mod --id 1 --type 1", "dmapping_mod"},
-        {"dmapping del --id 1", "dmapping_del"},
-        {"pool add --id 1 --param 2 --start 192.0.2.1 --end 192.0.2.254 --hsl 3", "pool_add"},
-        {"pool del --id 1", "pool_del"},
-        {"range add --id 1 --start 192.0.2.1 --end 192.0.2.2", "pool_range_add"},
-        {"range del --id 1 --start 192.0.2.1 --end 192.0.2.2", "pool_range_del"},
-        {"logging add --dest 192.0.2.9 --port 1", "logging_add"},
-        {"logging mod --dest 192.0.2.9 --port 2055 --param2 3", "logging_mod"},
-        {"logging del --dest 192.0.2.9 --port 1", "logging_del"},
-        {"ipalias upload", "ipalias_upload"},
-        {"session clear", "session_clear"},
-        {"cgm end-batch --batch 7 --async", "end_batch"},
-        {"cgm update --batch 7 --async --data 000102030405060708090a0b0c0d0e0f1011121314151617", "classifier_update"},
-        {"mapt bmr add --rule 1 --domain 2 --v6 2001:db8::/40 --v4 192.0.2.0/24 --params 16,6,8,52", "mapt_bmr"},
-    };
-    std::set<std::string> unsent; /* no configuration message is without its command */
-    size_t count = 0;
-    const wire_message_t *catalogue = wire_messages(&count);
-    for (const wire_message_t *message = catalogue; message != catalogue + count; ++message) {
-        const bool is_config = message->direction == wire_direction_t::to_server &&
-                               message->form == wire_form_t::async && message->msgno == FWX_NAT64_MSG_CONFIG;
-        if (is_config) unsent.insert(message->name);
-    }
-    json_t last;
-    for (const auto &[command, name] : dry_runs) {
-        SCOPED_TRACE(command);
-        const json_t messages = run_json(std::string("--dry-run ") + command).at("messages");
-        ASSERT_EQ(messages.size(), 1U);
-        EXPECT_EQ(messages[0].at("message"), name);
-        unsent.erase(name);
-        last = messages[0];
-    }
-    EXPECT_EQ(last.at("hex").get<std::string>().substr(64),
-              "000000000100000001000000020000000000"
-              "0000b80d012028000000000200c01800100006000800340000000000"
-              "0000");
-    EXPECT_EQ(unsent, std::set<std::string>());
-}
-
 TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
     run_t refused = run("--dry-run logging add --dest 0.0.0.0 --port 1");
     EXPECT_EQ(refused.status, 1);
@@ -187,7 +127,7 @@ TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {
 }
 
 TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
-    for (const std::string option : {"--capture file", "--trace", "--dry-run", "--connect other", "--debug-level 1"}) {
+    for (const std::string option : {"--trace", "--dry-run", "--connect other", "--debug-level 1"}) {
         const run_t result = run(option + " serve name");
         EXPECT_EQ(result.status, 2) << option;
         EXPECT_EQ(result.notes, "natctl: serve: serve excludes " + option.substr(0, option.find(' ')) + "\n");
