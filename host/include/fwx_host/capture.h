@@ -1,6 +1,6 @@
 /*
- * Capture files: while one is open, every message that the tap would see is written to it as a packet, and in the process
- * of a server every message between it and clients in other processes.
+ * Capture files: while one is open, every message that the tap would see is written to it as a packet, and in the
+ * process of a server every message between it and clients in other processes.
  *
  * The file is a pcap file with nanoseconds, in the machine's byte order, of link type DLT_USER0 (147). A packet is four
  * bytes and the message: version (1), direction (0 to the server, 1 to the client), form (0 asynchronous, 1
