@@ -1,7 +1,10 @@
 -- A Wireshark dissector for capture files of the messages between the NAT64 client library and the server.
 --
 -- tshark -X lua_script:fwx_nat64.lua -r FILE, or put this file into Wireshark's folder of personal Lua plugins.
--- Filters: fwx_nat64.message == "timeout_set", fwx_nat64.result != 0, fwx_nat64.MESSAGE.FIELD for every other field.
+-- Filters: fwx_nat64.message == "timeout_set", fwx_nat64.result != 0, fwx_nat64.refused, fwx_nat64.unanswered (with -2),
+-- fwx_nat64.ipv4, .ipv6, .prefix, .id and .ifh in any message, fwx_nat64.MESSAGE.FIELD for every other field.
+-- tshark -q -X lua_script:fwx_nat64.lua -X lua_script1:statistics -r FILE counts commands and their response times, and
+-- so does Wireshark's menu Statistics.
 --
 -- The build target `documents` prints it from the description in wire/; do not edit it by hand.
 
@@ -18,6 +21,17 @@ local result_names = {
   [0xa0300611] = "FWX_NAT64_ERR_EXISTS",
   [0xa0300602] = "FWX_NAT64_ERR_NOT_FOUND",
   [0xa0300616] = "FWX_NAT64_ERR_PLU_FAILED",
+  [0x6001] = "malformed",
+  [0x6002] = "unknown",
+  [0x6003] = "no_entry",
+  [0x6004] = "exists",
+  [0x6005] = "no_pool",
+  [0x6006] = "value",
+  [0x6007] = "overlap",
+  [0x6008] = "has_ranges",
+  [0x6009] = "prefix_len",
+  [0x600a] = "too_many",
+  [0x600b] = "not_saved",
 }
 
 local messages = {
@@ -875,6 +889,13 @@ local f_context = field("uint64", "context", "client context", base.HEX)
 local f_epoch = field("uint32", "epoch", "epoch")
 local f_reserved = field("bytes", "reserved", "reserved")
 local f_undissected = field("bytes", "undissected", "not dissected")
+-- Of a value in any message.
+local f_ipv4 = field("ipv4", "ipv4", "IPv4 address")
+local f_ipv6 = field("ipv6", "ipv6", "IPv6 address")
+local f_prefix = field("string", "prefix", "prefix")
+local f_id = field("uint64", "id", "identifier")
+local f_ifh = field("uint32", "ifh", "interface handle")
+local by_name = { id = f_id, rule_id = f_id, pool_id = f_id, mapping_id = f_id, ifh = f_ifh }
 local f_request_in = field("framenum", "request_in", "request in", base.NONE, frametype.REQUEST)
 local f_response_in = field("framenum", "response_in", "response in", base.NONE, frametype.RESPONSE)
 local f_response_time = field("relative_time", "response_time", "response time")
@@ -882,10 +903,17 @@ local f_response_time = field("relative_time", "response_time", "response time")
 local e_malformed = ProtoExpert.new("fwx_nat64.malformed", "malformed message", expert.group.MALFORMED, expert.severity.ERROR)
 local e_unknown = ProtoExpert.new("fwx_nat64.unknown", "unknown message", expert.group.UNDECODED, expert.severity.WARN)
 local e_header = ProtoExpert.new("fwx_nat64.header", "unexpected header", expert.group.PROTOCOL, expert.severity.WARN)
-nat64.experts = { e_malformed, e_unknown, e_header }
+local e_refused = ProtoExpert.new("fwx_nat64.refused", "refused", expert.group.RESPONSE_CODE, expert.severity.NOTE)
+local e_unanswered = ProtoExpert.new("fwx_nat64.unanswered", "unanswered", expert.group.SEQUENCE, expert.severity.WARN)
+nat64.experts = { e_malformed, e_unknown, e_header, e_refused, e_unanswered }
+
+-- What nobody needs to see, and filters find.
+local function add_hidden(tree, ...)
+  tree:add(...):set_hidden()
+end
 
 local function add_reserved(tree, buffer, from, to)
-  if to > from then tree:add(f_reserved, buffer(from, to - from)) end
+  if to > from then add_hidden(tree, f_reserved, buffer(from, to - from)) end
 end
 
 local function add_undissected(tree, buffer, from)
@@ -914,12 +942,21 @@ local unsigned = { [1] = "uint8", [2] = "uint16", [4] = "uint32", [8] = "uint64"
 local operations = { [1] = "add", [2] = "modify", [3] = "delete" }
 local families = { [0] = "IPv4" }
 
--- Of each kind of field: how it is declared, and how its bytes are shown.
+-- Of each kind of field: how it is declared, and how its bytes are shown; the item comes back, with the value as text if it
+-- is one for the information column.
 local function add_little_endian(shape, tree, range) return tree:add_le(shape.field, range) end
 local function number(display, names)
   return {
-    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names or shape.names) end,
-    add = add_little_endian,
+    declare = function(shape)
+      shape.names = names or shape.names
+      shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, shape.names)
+    end,
+    add = function(shape, tree, range)
+      local item, value = tree:add_le(shape.field, range), range:le_uint64()
+      local common = by_name[shape.name]
+      if common then add_hidden(tree, common, range, common == f_id and value or value:tonumber()) end
+      return item, display == base.DEC and (shape.names and shape.names[value:tonumber()] or tostring(value)) or nil
+    end,
   }
 end
 local function simple(make, add)
@@ -932,10 +969,18 @@ local kinds = {
   operation = number(base.DEC, operations),
   code = number(base.HEX, result_names),
   bytes = simple("bytes", function(shape, tree, range) return tree:add(shape.field, range) end),
-  ipv4 = simple("ipv4", function(shape, tree, range) return tree:add(shape.field, range) end),
-  ipv4_swapped = simple("ipv4", add_little_endian),
+  ipv4 = simple("ipv4", function(shape, tree, range)
+    add_hidden(tree, f_ipv4, range)
+    return tree:add(shape.field, range), tostring(range:ipv4())
+  end),
+  ipv4_swapped = simple("ipv4", function(shape, tree, range)
+    tree:add_le(f_ipv4, range):set_hidden()
+    return tree:add_le(shape.field, range), tostring(range:le_ipv4())
+  end),
   ipv6_swapped = simple("ipv6", function(shape, tree, range)
-    return tree:add(shape.field, range, ipv6(reversed(range:bytes())))
+    local address = ipv6(reversed(range:bytes()))
+    add_hidden(tree, f_ipv6, range, address)
+    return tree:add(shape.field, range, address), tostring(address)
   end),
   address = {
     declare = function(shape)
@@ -947,15 +992,21 @@ local kinds = {
     add = function(shape, tree, range)
       local item = tree:add(shape.field, range)
       item:add_le(shape.family, range(0, 4))
+      local text
       if range(0, 4):le_uint() == 0 then
-        item:append_text(": " .. tostring(range(4, 4):ipv4()))
-        item:add(shape.ipv4, range(4, 4))
-        item:add(f_reserved, range(8))
+        local address = range(4, 4)
+        text = tostring(address:ipv4())
+        item:add(shape.ipv4, address)
+        add_hidden(item, f_ipv4, address)
+        add_hidden(item, f_reserved, range(8))
       else
-        item:append_text(": " .. tostring(range(4, 16):ipv6()))
-        item:add(shape.ipv6, range(4, 16))
+        local address = range(4, 16)
+        text = tostring(address:ipv6())
+        item:add(shape.ipv6, address)
+        add_hidden(item, f_ipv6, address)
       end
-      return item
+      item:append_text(": " .. text)
+      return item, text
     end,
   },
   prefix = {
@@ -967,25 +1018,27 @@ local kinds = {
     add = function(shape, tree, range)
       local address = ipv6(range(0, 12):bytes())
       local item = tree:add(shape.field, range)
-      item:append_text(": " .. tostring(address) .. "/" .. range(15, 1):uint())
+      local text = tostring(address) .. "/" .. range(15, 1):uint()
+      item:append_text(": " .. text)
       item:add(shape.ipv6, range(0, 12), address)
-      item:add(f_reserved, range(12, 3))
+      add_hidden(item, f_reserved, range(12, 3))
       item:add(shape.bits, range(15, 1))
-      return item
+      add_hidden(item, f_prefix, range, text)
+      return item, text
     end,
   },
 }
 
 -- A shape is { name, offset, width, kind, names of values if it has any } as it stands in the tables.
 local function declare(shapes, prefix)
-  local by_name = {}
+  local found = {}
   for _, shape in ipairs(shapes) do
     shape.name, shape.offset, shape.width, shape.kind, shape.names = shape[1], shape[2], shape[3], shape[4], shape[5]
     shape.abbrev = (shape.kind == "code" or shape.selects) and shape.name or prefix .. shape.name
     kinds[shape.kind].declare(shape)
-    by_name[shape.name] = shape
+    found[shape.name] = shape
   end
-  for _, shape in ipairs(shapes) do shape.length = by_name[shape.name .. "_len"] end
+  for _, shape in ipairs(shapes) do shape.length = found[shape.name .. "_len"] end
 end
 
 local by_type = {} -- messages by direction and type word
@@ -1004,16 +1057,28 @@ for _, message in ipairs(messages) do
 end
 nat64.fields = fields
 
--- Adds the fields that end before `limit` of a record that starts at `start`, and the reserved bytes between them.
-local function add_fields(tree, shapes, buffer, start, at, limit)
+-- Numbers that say nothing in the information column.
+local silent = { one = true, zero = true, id2 = true, mode = true, more = true, stopped = true, rule_type = true, sel = true }
+
+-- Adds the fields that end before `limit` of a record that starts at `start`, and the reserved bytes between them. Values
+-- that tell what the message is about go into `summary`, if there is one.
+local function add_fields(tree, shapes, buffer, start, at, limit, summary)
   for _, shape in ipairs(shapes) do
     local from = start + shape.offset
     if from + shape.width > limit then break end
     add_reserved(tree, buffer, at, from)
-    local item = kinds[shape.kind].add(shape, tree, buffer(from, shape.width))
+    local item, text = kinds[shape.kind].add(shape, tree, buffer(from, shape.width))
     local length = shape.length
     if length and start + length.offset < limit then
-      item:append_text("/" .. buffer(start + length.offset, 1):uint())
+      local bits = "/" .. buffer(start + length.offset, 1):uint()
+      item:append_text(bits)
+      text = text .. bits
+      tree:add(f_prefix, buffer(from, shape.width), text):set_hidden()
+    end
+    local is_length = shape.name:find("_len$")
+    local is_said = text and text ~= "0" and text ~= "0.0.0.0" and text ~= "::/0"
+    if summary and is_said and not (shape.selects or silent[shape.name] or is_length or shape.kind == "code") then
+      table.insert(summary, shape.name .. "=" .. text)
     end
     if shape.selects then item:append_text(" (" .. shape.selects .. ")") end
     at = from + shape.width
@@ -1084,8 +1149,8 @@ local function add_rest(tree, message, buffer, at)
   add_undissected(tree, buffer, math.max(at, reserved_to))
 end
 
-local function add_body(tree, message, buffer, result)
-  local at = add_fields(tree, message.fields, buffer, 0, message.body, buffer:len())
+local function add_body(tree, message, buffer, result, summary)
+  local at = add_fields(tree, message.fields, buffer, 0, message.body, buffer:len(), summary)
   local entry = message.entry
   if not entry or result ~= 0 or buffer:len() < message.size then return add_rest(tree, message, buffer, at) end
   add_reserved(tree, buffer, at, entry.offset)
@@ -1095,15 +1160,27 @@ local function add_body(tree, message, buffer, result)
   if found < count then return "has " .. found .. " of " .. count .. " " .. entry.name end
 end
 
--- Exchanges by the key that their messages share while they last, and by frame.
-local pending, exchanges = {}, {}
-function nat64.init() pending, exchanges = {}, {} end
+-- Exchanges by the key that their messages share while they last, and by frame; of each command how often it was sent and
+-- answered, and how long that took.
+local pending, exchanges, commands = {}, {}, {}
+function nat64.init() pending, exchanges, commands = {}, {}, {} end
 
-local function remember(pinfo, key, is_request)
-  if is_request then
-    pending[key] = { request = pinfo.number, time = pinfo.rel_ts, responses = {} }
+local function remember(pinfo, key, message)
+  if message.direction == to_server then
+    local command = commands[message.name] or { sent = 0, answered = 0, total = 0, longest = 0 }
+    commands[message.name] = command
+    command.sent = command.sent + 1
+    pending[key] = { request = pinfo.number, time = pinfo.rel_ts, responses = {}, command = command }
   elseif pending[key] then
-    table.insert(pending[key].responses, pinfo.number)
+    local exchange = pending[key]
+    local taken = pinfo.rel_ts - exchange.time
+    table.insert(exchange.responses, { frame = pinfo.number, taken = taken })
+    if #exchange.responses == 1 then
+      local command = exchange.command
+      command.answered = command.answered + 1
+      command.total = command.total + taken
+      command.longest = math.max(command.longest, taken)
+    end
   end
   exchanges[pinfo.number] = pending[key]
 end
@@ -1118,16 +1195,35 @@ local function add_links(tree, pinfo, message, buffer)
   local is_request = message.direction == to_server
   if not pinfo.visited and not message.unsolicited then
     local key = message.body == header_size and tostring(buffer(16, 12):bytes()) or "sync " .. message.type
-    remember(pinfo, key, is_request)
+    remember(pinfo, key, message)
   end
   local exchange = exchanges[pinfo.number]
   if not exchange then return end
   if is_request then
-    for _, frame in ipairs(exchange.responses) do tree:add(f_response_in, frame):set_generated() end
+    for _, response in ipairs(exchange.responses) do
+      tree:add(f_response_in, response.frame):set_generated()
+      tree:add(f_response_time, seconds(response.taken)):set_generated()
+    end
+    if pinfo.visited and #exchange.responses == 0 then tree:add_proto_expert_info(e_unanswered) end
   else
     tree:add(f_request_in, exchange.request):set_generated()
     tree:add(f_response_time, seconds(pinfo.rel_ts - exchange.time)):set_generated()
   end
+end
+
+-- The commands as a table.
+local function statistics()
+  local names = {}
+  for name in pairs(commands) do names[#names + 1] = name end
+  table.sort(names)
+  local lines = { string.format("%-24s %10s %10s %14s %14s", "command", "sent", "answered", "mean us", "longest us") }
+  for _, name in ipairs(names) do
+    local of = commands[name]
+    local mean = of.answered > 0 and of.total / of.answered or 0
+    lines[#lines + 1] =
+      string.format("%-24s %10d %10d %14.1f %14.1f", name, of.sent, of.answered, 1e6 * mean, 1e6 * of.longest)
+  end
+  return table.concat(lines, "\n") .. "\n"
 end
 
 local function dissect_message(tree, pinfo, buffer, direction, is_cut)
@@ -1152,8 +1248,11 @@ local function dissect_message(tree, pinfo, buffer, direction, is_cut)
   add_links(tree, pinfo, message, buffer)
   local result = result_of(message, buffer)
   if result then pinfo.cols.info:append(" " .. (result_names[result] or string.format("0x%x", result))) end
+  if result and result ~= 0 then tree:add_proto_expert_info(e_refused) end
   problem = check_length(message, buffer, result)
-  problem = add_body(tree, message, buffer, result) or problem
+  local summary = {}
+  problem = add_body(tree, message, buffer, result, summary) or problem
+  if #summary > 0 then pinfo.cols.info:append(" " .. table.concat(summary, " ", 1, math.min(#summary, 8))) end
   if problem and not is_cut then tree:add_proto_expert_info(e_malformed, name .. ": " .. problem) end
 end
 
@@ -1167,7 +1266,7 @@ function nat64.dissector(tvb, pinfo, root)
   tree:add(f_version, tvb(0, 1))
   tree:add(f_direction, tvb(1, 1))
   local form = tree:add(f_form, tvb(2, 1))
-  tree:add(f_reserved, tvb(3, 1))
+  add_hidden(tree, f_reserved, tvb(3, 1))
   local direction, is_sync = tvb(1, 1):uint(), tvb(2, 1):uint() == 1
   if tvb(0, 1):uint() ~= 1 or direction > to_client then
     tree:add_proto_expert_info(e_unknown, "unknown version or direction")
@@ -1183,3 +1282,10 @@ function nat64.dissector(tvb, pinfo, root)
 end
 
 DissectorTable.get("wtap_encap"):add(wtap.USER0, nat64)
+
+if ({ ... })[1] == "statistics" then
+  local tap = Listener.new("frame", "fwx_nat64")
+  function tap.draw() print(statistics()) end
+elseif gui_enabled() then
+  register_menu("NAT64 commands", function() TextWindow.new("NAT64 commands"):set(statistics()) end, MENU_STAT_GENERIC_UNSORTED or MENU_STAT_UNSORTED)
+end

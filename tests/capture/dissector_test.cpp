@@ -70,18 +70,23 @@ protected:
         natctl_test::TearDown();
     }
 
-    std::vector<packet_t> dissected() const {
+    std::string output_of(const std::string &options) const {
         const std::string command =
-            "tshark -2 -X lua_script:" SOURCE_DIR "/docs/fwx_nat64.lua -T pdml -r " + path_ + " 2>/dev/null";
-        std::vector<packet_t> packets;
+            "tshark -2 -X lua_script:" SOURCE_DIR "/docs/fwx_nat64.lua -r " + path_ + " " + options + " 2>/dev/null";
+        std::string text;
         FILE *output = popen(command.c_str(), "r");
-        char *line = nullptr;
-        size_t room = 0;
-        while (getline(&line, &room, output) >= 0) {
+        for (int c = 0; (c = fgetc(output)) != EOF;) {
+            text += static_cast<char>(c);
+        }
+        EXPECT_EQ(pclose(output), 0);
+        return text;
+    }
+    std::vector<packet_t> dissected() const {
+        std::vector<packet_t> packets;
+        std::istringstream lines(output_of("-T pdml"));
+        for (std::string line; std::getline(lines, line);) {
             read_line(line, packets);
         }
-        free(line);
-        EXPECT_EQ(pclose(output), 0);
         return packets;
     }
     std::vector<packet_t> dissected(const std::vector<std::pair<wire_direction_t, bytes_t>> &messages) const {
@@ -148,7 +153,8 @@ TEST_F(dissector_test, links_a_reply_and_its_command_by_context_and_epoch) {
     ASSERT_EQ(packets.size(), 7U);
     EXPECT_TRUE(packets[0].has("fwx_nat64.response_in=5"));
     EXPECT_TRUE(packets[1].has("fwx_nat64.response_in=4") && packets[1].has("fwx_nat64.response_in=6"));
-    EXPECT_FALSE(packets[2].has_field("fwx_nat64.response_in"));
+    EXPECT_TRUE(packets[0].has_field("fwx_nat64.response_time") && !packets[0].has_field("fwx_nat64.unanswered"));
+    EXPECT_TRUE(packets[2].has_field("fwx_nat64.unanswered") && !packets[2].has_field("fwx_nat64.response_in"));
     EXPECT_TRUE(packets[3].has("fwx_nat64.request_in=2") && packets[3].has_field("fwx_nat64.response_time"));
     EXPECT_TRUE(packets[4].has("fwx_nat64.request_in=1"));
     EXPECT_TRUE(packets[5].has("fwx_nat64.request_in=2"));
@@ -162,6 +168,24 @@ TEST_F(dissector_test, takes_a_reply_with_a_result_that_ends_behind_it_for_a_who
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_TRUE(packets[0].has("fwx_nat64.message=stats_intf_reply") && packets[0].is_all_shown());
     EXPECT_FALSE(packets[0].has_field("fwx_nat64.malformed"));
+    EXPECT_TRUE(packets[0].has_field("fwx_nat64.refused"));
+}
+
+TEST_F(dissector_test, finds_values_in_any_message_and_says_them_in_the_information_column) {
+    EXPECT_EQ(run("--capture " + path_ + " batch " SOURCE_DIR "/examples/nat64.natctl").status, 0);
+    const std::pair<const char *, const char *> found[] = {
+        {"ipv4 == 203.0.113.127", "pool_range_add id=2 start_addr=203.0.113.0 end_addr=203.0.113.127\n"},
+        {"ipv6 == 2001:db8:1c0:2:21:: && fwx_nat64.direction == 0",
+         "smapping_add id=123 addr1=2001:db8:1c0:2:21:: addr2=198.51.100.2\n"},
+        {"prefix == \"2001:db8:100::/40\"", "glb_prefix prefix=2001:db8:100::/40 prefix_kind=stateless-v6v4\n"},
+        {"id == 15 && fwx_nat64.direction == 0", "dmapping_add id=15 type=address-dependent\n"},
+        {"ifh == 3 && fwx_nat64.direction == 0", "nvi_interface_enable ifh=3\n"},
+    };
+    for (const auto &[filter, information] : found) {
+        EXPECT_EQ(output_of(std::string("-T fields -e _ws.col.Info -Y 'fwx_nat64.") + filter + "'"), information);
+    }
+    EXPECT_NE(output_of("-q -X lua_script1:statistics").find("\npool_add                          2          2 "),
+              std::string::npos);
 }
 
 /* Every message at its least length, with one entry if it has entries; all else 0. */

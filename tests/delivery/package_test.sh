@@ -44,7 +44,7 @@ run_dpkg --install "$scratch"/debs/*.deb
 find_one() { [[ $(find "$root/usr" -path "*/$1" | wc -l) -eq 1 ]] || fail "$1 is not installed, or twice"; }
 for file in libfwx_nat64.so libfwx_nat64.so.1 libfwx_nat64.so.1.0.0 libfwx_host.so.1 pkgconfig/fwx_nat64.pc \
   cmake/fwx_nat64/fwx_nat64Config.cmake include/fwx_nat64/fwx_nat64.h include/fwx_host/fwx_host.h bin/natctl \
-  man1/natctl.1 man3/fwx_nat64.3 completions/natctl libfwx-nat64-1/copyright; do
+  wireshark/plugins/fwx_nat64.lua man1/natctl.1 man3/fwx_nat64.3 completions/natctl libfwx-nat64-1/copyright; do
   find_one "$file"
 done
 owner_of() { dpkg --root="$root" --search "$(find "$root/usr" -name "$1" -printf '/usr/%P\n')" | cut -d: -f1; }

@@ -1,5 +1,6 @@
 /* Tables of the dissector. */
 #include "fwx_nat64/result.h"
+#include "fwx_nat64/server_result.h"
 #include "wire/documents/words.h"
 
 namespace {
@@ -19,6 +20,9 @@ std::string result_names() {
 #define RESULT_NAME(code, explanation) text += "  [" + hex(code) + "] = \"" #code "\",\n";
     FWX_NAT64_RESULTS(RESULT_NAME)
 #undef RESULT_NAME
+#define SERVER_RESULT_NAME(code, cause, explanation) text += "  [" + hex(code) + "] = " + quoted(#cause) + ",\n";
+    FWX_NAT64_MODEL_RESULTS(SERVER_RESULT_NAME)
+#undef SERVER_RESULT_NAME
     return text + "}";
 }
 

@@ -1,13 +1,25 @@
--- Adds the fields that end before `limit` of a record that starts at `start`, and the reserved bytes between them.
-local function add_fields(tree, shapes, buffer, start, at, limit)
+-- Numbers that say nothing in the information column.
+local silent = { one = true, zero = true, id2 = true, mode = true, more = true, stopped = true, rule_type = true, sel = true }
+
+-- Adds the fields that end before `limit` of a record that starts at `start`, and the reserved bytes between them. Values
+-- that tell what the message is about go into `summary`, if there is one.
+local function add_fields(tree, shapes, buffer, start, at, limit, summary)
   for _, shape in ipairs(shapes) do
     local from = start + shape.offset
     if from + shape.width > limit then break end
     add_reserved(tree, buffer, at, from)
-    local item = kinds[shape.kind].add(shape, tree, buffer(from, shape.width))
+    local item, text = kinds[shape.kind].add(shape, tree, buffer(from, shape.width))
     local length = shape.length
     if length and start + length.offset < limit then
-      item:append_text("/" .. buffer(start + length.offset, 1):uint())
+      local bits = "/" .. buffer(start + length.offset, 1):uint()
+      item:append_text(bits)
+      text = text .. bits
+      tree:add(f_prefix, buffer(from, shape.width), text):set_hidden()
+    end
+    local is_length = shape.name:find("_len$")
+    local is_said = text and text ~= "0" and text ~= "0.0.0.0" and text ~= "::/0"
+    if summary and is_said and not (shape.selects or silent[shape.name] or is_length or shape.kind == "code") then
+      table.insert(summary, shape.name .. "=" .. text)
     end
     if shape.selects then item:append_text(" (" .. shape.selects .. ")") end
     at = from + shape.width
@@ -78,8 +90,8 @@ local function add_rest(tree, message, buffer, at)
   add_undissected(tree, buffer, math.max(at, reserved_to))
 end
 
-local function add_body(tree, message, buffer, result)
-  local at = add_fields(tree, message.fields, buffer, 0, message.body, buffer:len())
+local function add_body(tree, message, buffer, result, summary)
+  local at = add_fields(tree, message.fields, buffer, 0, message.body, buffer:len(), summary)
   local entry = message.entry
   if not entry or result ~= 0 or buffer:len() < message.size then return add_rest(tree, message, buffer, at) end
   add_reserved(tree, buffer, at, entry.offset)
@@ -89,15 +101,27 @@ local function add_body(tree, message, buffer, result)
   if found < count then return "has " .. found .. " of " .. count .. " " .. entry.name end
 end
 
--- Exchanges by the key that their messages share while they last, and by frame.
-local pending, exchanges = {}, {}
-function nat64.init() pending, exchanges = {}, {} end
+-- Exchanges by the key that their messages share while they last, and by frame; of each command how often it was sent and
+-- answered, and how long that took.
+local pending, exchanges, commands = {}, {}, {}
+function nat64.init() pending, exchanges, commands = {}, {}, {} end
 
-local function remember(pinfo, key, is_request)
-  if is_request then
-    pending[key] = { request = pinfo.number, time = pinfo.rel_ts, responses = {} }
+local function remember(pinfo, key, message)
+  if message.direction == to_server then
+    local command = commands[message.name] or { sent = 0, answered = 0, total = 0, longest = 0 }
+    commands[message.name] = command
+    command.sent = command.sent + 1
+    pending[key] = { request = pinfo.number, time = pinfo.rel_ts, responses = {}, command = command }
   elseif pending[key] then
-    table.insert(pending[key].responses, pinfo.number)
+    local exchange = pending[key]
+    local taken = pinfo.rel_ts - exchange.time
+    table.insert(exchange.responses, { frame = pinfo.number, taken = taken })
+    if #exchange.responses == 1 then
+      local command = exchange.command
+      command.answered = command.answered + 1
+      command.total = command.total + taken
+      command.longest = math.max(command.longest, taken)
+    end
   end
   exchanges[pinfo.number] = pending[key]
 end
@@ -112,16 +136,35 @@ local function add_links(tree, pinfo, message, buffer)
   local is_request = message.direction == to_server
   if not pinfo.visited and not message.unsolicited then
     local key = message.body == header_size and tostring(buffer(WIRE_CONTEXT_AT, WIRE_CONTEXT_AND_EPOCH_SIZE):bytes()) or "sync " .. message.type
-    remember(pinfo, key, is_request)
+    remember(pinfo, key, message)
   end
   local exchange = exchanges[pinfo.number]
   if not exchange then return end
   if is_request then
-    for _, frame in ipairs(exchange.responses) do tree:add(f_response_in, frame):set_generated() end
+    for _, response in ipairs(exchange.responses) do
+      tree:add(f_response_in, response.frame):set_generated()
+      tree:add(f_response_time, seconds(response.taken)):set_generated()
+    end
+    if pinfo.visited and #exchange.responses == 0 then tree:add_proto_expert_info(e_unanswered) end
   else
     tree:add(f_request_in, exchange.request):set_generated()
     tree:add(f_response_time, seconds(pinfo.rel_ts - exchange.time)):set_generated()
   end
+end
+
+-- The commands as a table.
+local function statistics()
+  local names = {}
+  for name in pairs(commands) do names[#names + 1] = name end
+  table.sort(names)
+  local lines = { string.format("%-24s %10s %10s %14s %14s", "command", "sent", "answered", "mean us", "longest us") }
+  for _, name in ipairs(names) do
+    local of = commands[name]
+    local mean = of.answered > 0 and of.total / of.answered or 0
+    lines[#lines + 1] =
+      string.format("%-24s %10d %10d %14.1f %14.1f", name, of.sent, of.answered, 1e6 * mean, 1e6 * of.longest)
+  end
+  return table.concat(lines, "\n") .. "\n"
 end
 
 local function dissect_message(tree, pinfo, buffer, direction, is_cut)
@@ -146,8 +189,11 @@ local function dissect_message(tree, pinfo, buffer, direction, is_cut)
   add_links(tree, pinfo, message, buffer)
   local result = result_of(message, buffer)
   if result then pinfo.cols.info:append(" " .. (result_names[result] or string.format("0x%x", result))) end
+  if result and result ~= 0 then tree:add_proto_expert_info(e_refused) end
   problem = check_length(message, buffer, result)
-  problem = add_body(tree, message, buffer, result) or problem
+  local summary = {}
+  problem = add_body(tree, message, buffer, result, summary) or problem
+  if #summary > 0 then pinfo.cols.info:append(" " .. table.concat(summary, " ", 1, math.min(#summary, 8))) end
   if problem and not is_cut then tree:add_proto_expert_info(e_malformed, name .. ": " .. problem) end
 end
 
@@ -161,7 +207,7 @@ function nat64.dissector(tvb, pinfo, root)
   tree:add(f_version, tvb(0, 1))
   tree:add(f_direction, tvb(1, 1))
   local form = tree:add(f_form, tvb(2, 1))
-  tree:add(f_reserved, tvb(3, 1))
+  add_hidden(tree, f_reserved, tvb(3, 1))
   local direction, is_sync = tvb(1, 1):uint(), tvb(2, 1):uint() == 1
   if tvb(0, 1):uint() ~= 1 or direction > to_client then
     tree:add_proto_expert_info(e_unknown, "unknown version or direction")
@@ -177,3 +223,10 @@ function nat64.dissector(tvb, pinfo, root)
 end
 
 DissectorTable.get("wtap_encap"):add(wtap.USER0, nat64)
+
+if ({ ... })[1] == "statistics" then
+  local tap = Listener.new("frame", "fwx_nat64")
+  function tap.draw() print(statistics()) end
+elseif gui_enabled() then
+  register_menu("NAT64 commands", function() TextWindow.new("NAT64 commands"):set(statistics()) end, MENU_STAT_GENERIC_UNSORTED or MENU_STAT_UNSORTED)
+end

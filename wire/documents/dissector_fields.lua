@@ -1,7 +1,10 @@
 -- A Wireshark dissector for capture files of the messages between the NAT64 client library and the server.
 --
 -- tshark -X lua_script:fwx_nat64.lua -r FILE, or put this file into Wireshark's folder of personal Lua plugins.
--- Filters: fwx_nat64.message == "timeout_set", fwx_nat64.result != 0, fwx_nat64.MESSAGE.FIELD for every other field.
+-- Filters: fwx_nat64.message == "timeout_set", fwx_nat64.result != 0, fwx_nat64.refused, fwx_nat64.unanswered (with -2),
+-- fwx_nat64.ipv4, .ipv6, .prefix, .id and .ifh in any message, fwx_nat64.MESSAGE.FIELD for every other field.
+-- tshark -q -X lua_script:fwx_nat64.lua -X lua_script1:statistics -r FILE counts commands and their response times, and
+-- so does Wireshark's menu Statistics.
 --
 -- The build target `documents` prints it from the description in wire/; do not edit it by hand.
 
@@ -34,6 +37,13 @@ local f_context = field("uint64", "context", "client context", base.HEX)
 local f_epoch = field("uint32", "epoch", "epoch")
 local f_reserved = field("bytes", "reserved", "reserved")
 local f_undissected = field("bytes", "undissected", "not dissected")
+-- Of a value in any message.
+local f_ipv4 = field("ipv4", "ipv4", "IPv4 address")
+local f_ipv6 = field("ipv6", "ipv6", "IPv6 address")
+local f_prefix = field("string", "prefix", "prefix")
+local f_id = field("uint64", "id", "identifier")
+local f_ifh = field("uint32", "ifh", "interface handle")
+local by_name = { id = f_id, rule_id = f_id, pool_id = f_id, mapping_id = f_id, ifh = f_ifh }
 local f_request_in = field("framenum", "request_in", "request in", base.NONE, frametype.REQUEST)
 local f_response_in = field("framenum", "response_in", "response in", base.NONE, frametype.RESPONSE)
 local f_response_time = field("relative_time", "response_time", "response time")
@@ -41,10 +51,17 @@ local f_response_time = field("relative_time", "response_time", "response time")
 local e_malformed = ProtoExpert.new("fwx_nat64.malformed", "malformed message", expert.group.MALFORMED, expert.severity.ERROR)
 local e_unknown = ProtoExpert.new("fwx_nat64.unknown", "unknown message", expert.group.UNDECODED, expert.severity.WARN)
 local e_header = ProtoExpert.new("fwx_nat64.header", "unexpected header", expert.group.PROTOCOL, expert.severity.WARN)
-nat64.experts = { e_malformed, e_unknown, e_header }
+local e_refused = ProtoExpert.new("fwx_nat64.refused", "refused", expert.group.RESPONSE_CODE, expert.severity.NOTE)
+local e_unanswered = ProtoExpert.new("fwx_nat64.unanswered", "unanswered", expert.group.SEQUENCE, expert.severity.WARN)
+nat64.experts = { e_malformed, e_unknown, e_header, e_refused, e_unanswered }
+
+-- What nobody needs to see, and filters find.
+local function add_hidden(tree, ...)
+  tree:add(...):set_hidden()
+end
 
 local function add_reserved(tree, buffer, from, to)
-  if to > from then tree:add(f_reserved, buffer(from, to - from)) end
+  if to > from then add_hidden(tree, f_reserved, buffer(from, to - from)) end
 end
 
 local function add_undissected(tree, buffer, from)
@@ -73,12 +90,21 @@ local unsigned = { [1] = "uint8", [2] = "uint16", [4] = "uint32", [8] = "uint64"
 local operations = WIRE_LUA_OPERATIONS
 local families = { [WIRE_FAMILY_IPV4] = "IPv4" }
 
--- Of each kind of field: how it is declared, and how its bytes are shown.
+-- Of each kind of field: how it is declared, and how its bytes are shown; the item comes back, with the value as text if it
+-- is one for the information column.
 local function add_little_endian(shape, tree, range) return tree:add_le(shape.field, range) end
 local function number(display, names)
   return {
-    declare = function(shape) shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, names or shape.names) end,
-    add = add_little_endian,
+    declare = function(shape)
+      shape.names = names or shape.names
+      shape.field = field(unsigned[shape.width], shape.abbrev, shape.name, display, shape.names)
+    end,
+    add = function(shape, tree, range)
+      local item, value = tree:add_le(shape.field, range), range:le_uint64()
+      local common = by_name[shape.name]
+      if common then add_hidden(tree, common, range, common == f_id and value or value:tonumber()) end
+      return item, display == base.DEC and (shape.names and shape.names[value:tonumber()] or tostring(value)) or nil
+    end,
   }
 end
 local function simple(make, add)
@@ -91,10 +117,18 @@ local kinds = {
   operation = number(base.DEC, operations),
   code = number(base.HEX, result_names),
   bytes = simple("bytes", function(shape, tree, range) return tree:add(shape.field, range) end),
-  ipv4 = simple("ipv4", function(shape, tree, range) return tree:add(shape.field, range) end),
-  ipv4_swapped = simple("ipv4", add_little_endian),
+  ipv4 = simple("ipv4", function(shape, tree, range)
+    add_hidden(tree, f_ipv4, range)
+    return tree:add(shape.field, range), tostring(range:ipv4())
+  end),
+  ipv4_swapped = simple("ipv4", function(shape, tree, range)
+    tree:add_le(f_ipv4, range):set_hidden()
+    return tree:add_le(shape.field, range), tostring(range:le_ipv4())
+  end),
   ipv6_swapped = simple("ipv6", function(shape, tree, range)
-    return tree:add(shape.field, range, ipv6(reversed(range:bytes())))
+    local address = ipv6(reversed(range:bytes()))
+    add_hidden(tree, f_ipv6, range, address)
+    return tree:add(shape.field, range, address), tostring(address)
   end),
   address = {
     declare = function(shape)
@@ -106,15 +140,21 @@ local kinds = {
     add = function(shape, tree, range)
       local item = tree:add(shape.field, range)
       item:add_le(shape.family, range(WIRE_FAMILY_AT, WIRE_FAMILY_SIZE))
+      local text
       if range(WIRE_FAMILY_AT, WIRE_FAMILY_SIZE):le_uint() == WIRE_FAMILY_IPV4 then
-        item:append_text(": " .. tostring(range(WIRE_ADDRESS_AT, WIRE_IPV4_SIZE):ipv4()))
-        item:add(shape.ipv4, range(WIRE_ADDRESS_AT, WIRE_IPV4_SIZE))
-        item:add(f_reserved, range(WIRE_IPV4_END))
+        local address = range(WIRE_ADDRESS_AT, WIRE_IPV4_SIZE)
+        text = tostring(address:ipv4())
+        item:add(shape.ipv4, address)
+        add_hidden(item, f_ipv4, address)
+        add_hidden(item, f_reserved, range(WIRE_IPV4_END))
       else
-        item:append_text(": " .. tostring(range(WIRE_ADDRESS_AT, WIRE_ADDRESS_SIZE):ipv6()))
-        item:add(shape.ipv6, range(WIRE_ADDRESS_AT, WIRE_ADDRESS_SIZE))
+        local address = range(WIRE_ADDRESS_AT, WIRE_ADDRESS_SIZE)
+        text = tostring(address:ipv6())
+        item:add(shape.ipv6, address)
+        add_hidden(item, f_ipv6, address)
       end
-      return item
+      item:append_text(": " .. text)
+      return item, text
     end,
   },
   prefix = {
@@ -126,25 +166,27 @@ local kinds = {
     add = function(shape, tree, range)
       local address = ipv6(range(WIRE_PREFIX_AT, WIRE_PREFIX_SIZE):bytes())
       local item = tree:add(shape.field, range)
-      item:append_text(": " .. tostring(address) .. "/" .. range(WIRE_PREFIX_LENGTH_AT, WIRE_PREFIX_LENGTH_SIZE):uint())
+      local text = tostring(address) .. "/" .. range(WIRE_PREFIX_LENGTH_AT, WIRE_PREFIX_LENGTH_SIZE):uint()
+      item:append_text(": " .. text)
       item:add(shape.ipv6, range(WIRE_PREFIX_AT, WIRE_PREFIX_SIZE), address)
-      item:add(f_reserved, range(WIRE_PREFIX_RESERVED_AT, WIRE_PREFIX_RESERVED_SIZE))
+      add_hidden(item, f_reserved, range(WIRE_PREFIX_RESERVED_AT, WIRE_PREFIX_RESERVED_SIZE))
       item:add(shape.bits, range(WIRE_PREFIX_LENGTH_AT, WIRE_PREFIX_LENGTH_SIZE))
-      return item
+      add_hidden(item, f_prefix, range, text)
+      return item, text
     end,
   },
 }
 
 -- A shape is { name, offset, width, kind, names of values if it has any } as it stands in the tables.
 local function declare(shapes, prefix)
-  local by_name = {}
+  local found = {}
   for _, shape in ipairs(shapes) do
     shape.name, shape.offset, shape.width, shape.kind, shape.names = shape[1], shape[2], shape[3], shape[4], shape[5]
     shape.abbrev = (shape.kind == "code" or shape.selects) and shape.name or prefix .. shape.name
     kinds[shape.kind].declare(shape)
-    by_name[shape.name] = shape
+    found[shape.name] = shape
   end
-  for _, shape in ipairs(shapes) do shape.length = by_name[shape.name .. "_len"] end
+  for _, shape in ipairs(shapes) do shape.length = found[shape.name .. "_len"] end
 end
 
 local by_type = {} -- messages by direction and type word
