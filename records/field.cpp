@@ -137,12 +137,6 @@ std::string read_prefix(const record_field_t &field, std::string_view text, void
     return {};
 }
 
-std::string prefix_text(const record_field_t &field, const void *record) {
-    uint8_t bytes[sizeof(in6_addr)] = {};
-    std::memcpy(bytes, at(record, field.offset), field.width);
-    return address_text(prefix_form(field).family, bytes) + "/" + std::to_string(*at(record, field.length_offset));
-}
-
 /* Bytes. */
 
 std::string digits_text(const record_field_t &field) {
@@ -210,7 +204,7 @@ std::string record_field_text(const record_field_t &field, const void *record) {
         }
         case record_kind_t::ipv4_prefix:
         case record_kind_t::ipv6_prefix:
-            return prefix_text(field, record);
+            return prefix_text(prefix_form(field).family, from, field.width, *at(record, field.length_offset));
         case record_kind_t::bytes:
             return hex_digits(from, field.width);
     }

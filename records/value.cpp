@@ -75,6 +75,12 @@ std::string address_text(const fwx_nat64_addr_t &address) {
     return address_text(AF_INET, &word);
 }
 
+std::string prefix_text(int family, const void *bytes, size_t size, uint32_t length) {
+    uint8_t address[sizeof(in6_addr)] = {};
+    std::memcpy(address, bytes, size);
+    return address_text(family, address) + "/" + std::to_string(length);
+}
+
 bool parse_hex(std::string_view text, void *out, size_t size) {
     if (text.size() != 2 * size) return false;
     for (size_t i = 0; i < size; ++i) {

@@ -30,6 +30,9 @@ std::string address_text(int family, const void *bytes);
 /** Text of an address record; IPv4 in host order. */
 std::string address_text(const fwx_nat64_addr_t &address);
 
+/** Text of a prefix of that many bits, of which the first `size` bytes stand at `bytes`: `2001:db8::/32`. */
+std::string prefix_text(int family, const void *bytes, size_t size, uint32_t length);
+
 /** Reads exactly `size` bytes, two hexadecimal digits each. */
 bool parse_hex(std::string_view text, void *out, size_t size);
 /** Two lower-case digits a byte. */

@@ -76,4 +76,17 @@ TEST_F(rule_test, a_rule_is_pending_until_its_answer_and_a_late_answer_still_cou
     EXPECT_EQ(outcomes.at(6).at("data").at("prefix_len"), 40);
 }
 
+TEST_F(rule_test, rules_are_listed_as_installed_or_pending) {
+    const std::string lines =
+        "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\nserver silent on\n"
+        "mapt bmr add --rule 1 --domain 1 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\nmapt rules\n";
+    const json_t rows = json_t::parse(run("--json --keep-going --timeout 50 batch -", lines).answers).back().at("data");
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0].dump(), R"({"rule_id":2,"domain_id":1,"state":"installed","v6_prefix":"2001:db8::/40",)"
+                              R"("v4_prefix":"192.0.2.0/24","ea_len":16,"psid_offset":0,"psid_len":0,"psid":0,)"
+                              R"("bmr_index":1})");
+    EXPECT_EQ(rows[1].at("state"), "pending");
+    EXPECT_EQ(rows[1].at("rule_id"), 1);
+}
+
 }  // namespace

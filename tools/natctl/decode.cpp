@@ -28,12 +28,6 @@ std::string record_address_text(const uint8_t *at) {
     return address_text(address.family == FWX_NAT64_FAMILY_IPV4 ? AF_INET : AF_INET6, address.addr);
 }
 
-std::string prefix_text(const uint8_t *at) {
-    uint8_t bytes[sizeof(in6_addr)] = {};
-    std::memcpy(bytes, at, sizeof(fwx_nat64_prefix_t::prefix));
-    return address_text(AF_INET6, bytes) + "/" + std::to_string(at[offsetof(fwx_nat64_prefix_t, prefix_len)]);
-}
-
 /** Calls `use` with the field's value: a number, a truth, or a text that needs no escapes in JSON. */
 template <typename use_t>
 auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
@@ -59,7 +53,8 @@ auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
         case wire_kind_t::address:
             return use(record_address_text(at));
         case wire_kind_t::prefix:
-            return use(prefix_text(at));
+            return use(prefix_text(AF_INET6, at, sizeof(fwx_nat64_prefix_t::prefix),
+                                   at[offsetof(fwx_nat64_prefix_t, prefix_len)]));
     }
     return use(wire_read(at, field.width));
 }

@@ -40,12 +40,6 @@ json_t empty_row() {
     return row;
 }
 
-std::string prefix_text(int family, const uint8_t *bytes, size_t size, uint32_t length) {
-    uint8_t address[16] = {};
-    std::memcpy(address, bytes, size);
-    return address_text(family, address) + "/" + std::to_string(length);
-}
-
 void add_ports(json_t &row, const map_address_t &address) {
     const std::vector<port_range_t> ranges = map_port_set(address);
     std::string text = ranges.empty() ? "all" : "";

@@ -2,8 +2,10 @@
 #include <arpa/inet.h>
 
 #include <cstring>
+#include <iterator>
 
 #include "fwx_nat64/fwx_nat64.h"
+#include "records/value.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
@@ -17,6 +19,36 @@ uint32_t show_table(call_t &call) {
                          {"leaves", counts.leaves},
                          {"nodes", counts.nodes},
                          {"bytes", counts.bytes}};
+    return 0;
+}
+
+json_t rule_row(const rule_name_t &name, const char *state) {
+    return {{"rule_id", name.first}, {"domain_id", name.second}, {"state", state}};
+}
+
+/** Of a pending rule the book has the name alone. */
+uint32_t list_rules(call_t &call) {
+    call.outcome.data = json_t::array();
+    for (const auto &[name, elem] : call.pal.rules().rules()) {
+        const fwx_nat64_mapt_bmr_t &rule = elem.rule;
+        json_t row = rule_row(name, "installed");
+        row["v6_prefix"] = prefix_text(AF_INET6, rule.v6_prefix, sizeof rule.v6_prefix, rule.v6_prefix_len);
+        row["v4_prefix"] = prefix_text(AF_INET, rule.v4_prefix, sizeof rule.v4_prefix, rule.v4_prefix_len);
+        const char *params[] = {"ea_len", "psid_offset", "psid_len", "psid"};
+        for (size_t i = 0; i < std::size(params); ++i) {
+            row[params[i]] = rule.rule_params[i];
+        }
+        row["bmr_index"] = elem.mapt_bmr;
+        call.outcome.data.push_back(std::move(row));
+    }
+    for (const auto &[name, is_in_library] : call.pal.rules().pending_rules()) {
+        json_t row = rule_row(name, "pending");
+        for (const char *unknown :
+             {"v6_prefix", "v4_prefix", "ea_len", "psid_offset", "psid_len", "psid", "bmr_index"}) {
+            row[unknown] = nullptr;
+        }
+        call.outcome.data.push_back(std::move(row));
+    }
     return 0;
 }
 
@@ -42,6 +74,8 @@ uint32_t look_up(call_t &call, const fwx_nat64_model_t &model, fwx_nat64_addr_t 
 void add_mapt_commands(grammar_t &grammar) {
     grammar.family("mapt", "MAP-T rules");
     grammar.immediate("show", "Shows how many rules this natctl has installed, and the lookup tree", show_table);
+    grammar.immediate("rules", "Lists the rules that this natctl has installed, and those that wait for their answer",
+                      list_rules);
     auto address = grammar.record<fwx_nat64_addr_t>();
     CLI::App &lookup = grammar.embedded(
         "lookup", "Looks an address up as the data plane does",

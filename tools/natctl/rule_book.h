@@ -43,6 +43,7 @@ public:
     void emptied();
 
     const std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> &rules() const { return installed_; }
+    const std::map<rule_name_t, bool> &pending_rules() const { return pending_; }
     size_t installed() const { return installed_.size(); }
     size_t pending() const { return pending_.size(); }
 
