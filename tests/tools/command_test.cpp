@@ -155,6 +155,7 @@ TEST_F(command_test, completion_offers_what_may_come_next) {
          "--help\n--version\n--trace\n--capture\n--dry-run\n--keep-going\n--pipeline\n--timeout\n"
          "--connect\n--debug-level\n--quiet\n"},
         {"server release --order re", "reverse\n"},
+        {"timeout set --type tcp-e", "tcp-est\n"},
         {"server silent o", "on\noff\n"},
         {"server silent on o", ""},
         {"server notify record --op ''", "add\ndel\n"},

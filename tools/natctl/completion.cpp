@@ -42,7 +42,15 @@ words_t values_of(const CLI::Option &option) {
     const std::string type = option.get_type_name();
     if (type == "FILE") return {completion_of_files};
     if (type == "SERVER") return server_names();
-    return type.find('|') == std::string::npos ? words_t() : CLI::detail::split(type, '|');
+    if (type.find('|') != std::string::npos) return CLI::detail::split(type, '|');
+    /* Names beside numbers, `1 to 7, or udp, icmp`; what has blanks is no name. */
+    words_t names;
+    const size_t numbers = std::min(type.find(", or "), type.size());
+    for (const std::string &name : CLI::detail::split(type.substr(std::min(numbers + 5, type.size())), ',')) {
+        const std::string word = CLI::detail::trim_copy(name);
+        if (!word.empty() && word.find(' ') == std::string::npos) names.push_back(word);
+    }
+    return names;
 }
 
 /** A command line up to the word that is begun. */
