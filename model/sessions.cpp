@@ -68,6 +68,7 @@ void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std
     made_ms = fwx_host_clock_ms();
     mappings = owners_t(std::move(mapping_ids));
     std::vector<uint32_t> pool_ids;
+    pool_ids.reserve(of_pools.size());
     for (const session_pool_t &pool : of_pools) {
         pool_ids.push_back(pool.id);
     }

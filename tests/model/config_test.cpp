@@ -161,6 +161,7 @@ TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
         {"modify of what is not there", logging(24, last, 2055), no_entry},
         {"logging to port 0", logging(23, first, 0), value_refused},
         {"logging to nowhere", logging(23, 0, 2055), value_refused},
+        {"logging in another mode", logging(23, first, 2057).put<uint32_t>(48, 2), value_refused},
         {"logging deleted", logging(25, first, 2056), 0},
         {"delete again", logging(25, first, 2056), no_entry},
     });

@@ -150,7 +150,7 @@ TEST_F(command_test, completion_offers_what_may_come_next) {
         {"server not", "notify\n"},
         {"timeout set --v", "--value\n"},
         {"timeout set --value 1 --type=2 --", "--help\n"},
-        {"timeout set --type ''", ""},
+        {"timeout set --value ''", ""},
         {"--jsonl --",
          "--help\n--version\n--trace\n--capture\n--dry-run\n--keep-going\n--pipeline\n--timeout\n"
          "--connect\n--debug-level\n--quiet\n"},
