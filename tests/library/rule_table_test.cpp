@@ -49,17 +49,21 @@ TEST_F(rule_table_test_t, null_arguments_are_refused_and_told) {
 }
 
 TEST_F(rule_table_test_t, the_log_tells_the_life_of_a_rule_line_by_line) {
+    static constexpr char adding_v4[] =
+        "_add_rule_v4_subtable Prefixes being added BMR V4 prefix(0xc0000200)/24 Effective "
+        "prefix:(0xb00000800000000000000000/26)";
+    static constexpr char adding_v6[] =
+        "_add_rule_v6_subtable Prefixes being added BMR V6 prefix(0x20010db812345678/40) Effective "
+        "prefix:(0x4800436e0480000000000000/42) Temp prefix:(0x20010db81200000000000000)";
     static constexpr const char *lines[] = {
         "_init Initialzing PLU for MAPT",
         "_init_stride_map Initialzing Stride MAP ",
         "fwx_mapt_add_pending_rule_hash_elem Added hash elem Rule ID 1,Domain ID 2",
         "fwx_mapt_add_rule_hash_elem Added elem Rule ID 1,Domain ID 2",
-        "_add_rule_v4_subtable Prefixes being added BMR V4 prefix(0xc0000200)/24 Effective "
-        "prefix:(0xb00000800000000000000000/26)",
+        adding_v4,
         "_add_rule_v4_subtable:new TBM leaf(0x",
         " fwx_mapt_tbm_plu_leaf_contents_func_t_v2 : fwx_mapt_app_leaf mapt_bmr 5   app_leaf(",
-        "_add_rule_v6_subtable Prefixes being added BMR V6 prefix(0x20010db812345678/40) Effective "
-        "prefix:(0x4800436e0480000000000000/42) Temp prefix:(0x20010db81200000000000000)",
+        adding_v6,
         "_add_rule_v6_subtable:new TBM leaf(0x",
         " fwx_mapt_tbm_plu_leaf_contents_func_t_v2 : fwx_mapt_app_leaf mapt_bmr 5   app_leaf(",
         "_add_rule Adding to PLU successful",
