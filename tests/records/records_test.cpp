@@ -47,6 +47,12 @@ TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
 }
 
 TEST(records_test, every_field_of_every_family_reads_as_it_is_written) {
+    const std::string dmapping =
+        "dmapping mod --id 4 --type endpoint-independent --ext 000102030405060708090a0b0c0d0e0f1011121314151617 "
+        "--ext-arg 5";
+    const std::string bmr =
+        "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 --psid-offset 6 "
+        "--psid-len 8 --psid 65535";
     const std::string lines[] = {
         "timeout set --type udp-min --value 4294967295",
         "limit mod --type sessions --value 9",
@@ -58,13 +64,11 @@ TEST(records_test, every_field_of_every_family_reads_as_it_is_written) {
         "nvi enable --ifh 8",
         "prefix del --prefix 2001:db8:0:0:1::/80 --kind dns64",
         "smapping add --id 3 --addr1 192.0.2.1 --addr2 ::ffff:192.0.2.1",
-        "dmapping mod --id 4 --type endpoint-independent --ext 000102030405060708090a0b0c0d0e0f1011121314151617 "
-        "--ext-arg 5",
+        dmapping,
         "pool add --id 1 --param 2 --start 192.0.2.1 --end 192.0.2.254 --hsl 6",
         "range del --id 1 --start 198.51.100.1 --end 198.51.100.2",
         "logging add --dest 192.0.2.9 --port 2055 --transport tcp --template 65534",
-        "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 --psid-offset 6 "
-        "--psid-len 8 --psid 65535",
+        bmr,
         "mapt dmr del --id 9 --prefix 2001:db8:ffff::/64",
     };
     std::set<const record_field_t *> written;
