@@ -69,6 +69,17 @@ TEST_F(explain_test, a_file_and_what_is_installed_explain_addresses_alike) {
     EXPECT_EQ(ports.back(), json_t({64720, 64723}));
 }
 
+TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_is_taken) {
+    const std::string shared = "--domain 1 --v4 192.0.2.18/32 --psid-offset 6 --psid-len 8 --psid ";
+    const std::string file = file_with("mapt bmr add --rule 1 --v6 2001:db8:1::/56 " + shared +
+                                       "1\nmapt bmr add --rule 2 --v6 2001:db8:2::/56 " + shared + "52\n");
+    EXPECT_EQ(data_of("mapt explain 192.0.2.18:1232" + file).at("rule_id"), 2);
+    EXPECT_EQ(data_of("mapt explain 192.0.2.18:1028" + file).at("rule_id"), 1);
+    const run_t neither = run("mapt explain 192.0.2.18:1032" + file);
+    EXPECT_EQ(neither.status, 2);
+    EXPECT_NE(neither.notes.find("port 1032: must be of PSID 1"), std::string::npos) << neither.notes;
+}
+
 TEST_F(explain_test, prefixes_hold_addresses) {
     const std::pair<const char *, const char *> lines[] = {
         {"192.0.2.33", "64:ff9b::/96,192.0.2.33,64:ff9b::c000:221\n"},

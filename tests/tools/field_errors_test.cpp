@@ -56,7 +56,8 @@ constexpr field_error_t field_errors[] = {
     {"timeout set --type 11111111112222222222333333333344444444445555555555666666666\xc3\xa4 --value 1",
      "--type 11111111112222222222333333333344444444445555555555666666666...: must be 1 to 7, or udp"},
     {"mapt 1111111111222222222233333333334444444444555555555566666666667",
-     "mapt: 111111111122222222223333333333444444444455555555556666666666...: must be show, rules, lookup, explain, bmr, "
+     "mapt: 111111111122222222223333333333444444444455555555556666666666...: must be show, rules, lookup, explain, "
+     "bmr, "
      "dmr\n"},
     {"limit", "limit: must go on with add, mod, del"},
     {"limit frob", "limit: frob: must be add, mod, del"},

@@ -89,15 +89,19 @@ std::string explain_ipv4(const rule_set_t &rules, uint32_t ipv4, std::optional<u
     uint8_t bytes[sizeof word];
     std::memcpy(bytes, &word, sizeof word);
     add_default(row, rules, ipv4);
-    const fwx_nat64_mapt_bmr_t *rule = rules.find_v4(bytes);
-    if (rule == nullptr) {
-        row["ipv4"] = address_text(AF_INET, bytes);
-        return {};
+    std::string first_error;
+    const std::vector<const fwx_nat64_mapt_bmr_t *> found = rules.find_v4(bytes);
+    for (const fwx_nat64_mapt_bmr_t *rule : found) {
+        map_address_t address;
+        const std::string error = map_from_ipv4(*rule, ipv4, port, address);
+        if (error.empty()) {
+            add_rule(row, *rule, address);
+            return {};
+        }
+        if (first_error.empty()) first_error = error;
     }
-    map_address_t address;
-    std::string error = map_from_ipv4(*rule, ipv4, port, address);
-    if (error.empty()) add_rule(row, *rule, address);
-    return error;
+    if (found.empty()) row["ipv4"] = address_text(AF_INET, bytes);
+    return first_error;
 }
 
 std::string explain_ipv6(const rule_set_t &rules, const uint8_t ipv6[16], json_t &row) {

@@ -95,9 +95,16 @@ void rule_set_t::take(const rule_book_t &book, const fwx_nat64_model_t *model) {
     model->save(take_default, this);
 }
 
-const fwx_nat64_mapt_bmr_t *rule_set_t::find_v4(const uint8_t ipv4[4]) const {
+std::vector<const fwx_nat64_mapt_bmr_t *> rule_set_t::find_v4(const uint8_t ipv4[4]) const {
     auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return prefix_t{rule.v4_prefix, rule.v4_prefix_len}; };
-    return find_longest(basic_, ipv4, prefix_of);
+    std::vector<const fwx_nat64_mapt_bmr_t *> found;
+    const fwx_nat64_mapt_bmr_t *longest = find_longest(basic_, ipv4, prefix_of);
+    if (longest == nullptr) return found;
+    for (const auto &[name, rule] : basic_) {
+        const bool is_as_long = rule.v4_prefix_len == longest->v4_prefix_len;
+        if (is_as_long && begins_with(ipv4, prefix_of(rule))) found.push_back(&rule);
+    }
+    return found;
 }
 
 const fwx_nat64_mapt_bmr_t *rule_set_t::find_v6(const uint8_t ipv6[16]) const {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "model/model.h"
 #include "records/reader.h"
@@ -18,8 +19,9 @@ public:
     /** Takes what natctl has installed, and the default rules of a model that is not null: no others are known. */
     void take(const rule_book_t &book, const fwx_nat64_model_t *model);
 
+    /** The rules whose prefix is the longest that the address begins with: several share an address by their PSIDs. */
+    std::vector<const fwx_nat64_mapt_bmr_t *> find_v4(const uint8_t ipv4[4]) const;
     /* The rule whose prefix is the longest that the address begins with, or null. */
-    const fwx_nat64_mapt_bmr_t *find_v4(const uint8_t ipv4[4]) const;
     const fwx_nat64_mapt_bmr_t *find_v6(const uint8_t ipv6[16]) const;
     const fwx_nat64_mapt_dmr_t *find_default(const uint8_t ipv6[16]) const;
     /** The default rule of the lowest identifier that has a place for an IPv4 address, or null. */
