@@ -75,9 +75,15 @@ TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_
                                        "1\nmapt bmr add --rule 2 --v6 2001:db8:2::/56 " + shared + "52\n");
     EXPECT_EQ(data_of("mapt explain 192.0.2.18:1232" + file).at("rule_id"), 2);
     EXPECT_EQ(data_of("mapt explain 192.0.2.18:1028" + file).at("rule_id"), 1);
-    const run_t neither = run("mapt explain 192.0.2.18:1032" + file);
-    EXPECT_EQ(neither.status, 2);
-    EXPECT_NE(neither.notes.find("port 1032: must be of PSID 1"), std::string::npos) << neither.notes;
+    const std::pair<const char *, const char *> nobodys[] = {
+        {"192.0.2.18:1032", "port 1032: must be of PSID 1"},
+        {"192.0.2.18", "a port is needed, as 2 rules share the address"},
+    };
+    for (const auto &[address, error] : nobodys) {
+        const run_t result = run(std::string("mapt explain ") + address + file);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_NE(result.notes.find(error), std::string::npos) << result.notes;
+    }
 }
 
 TEST_F(explain_test, prefixes_hold_addresses) {

@@ -93,7 +93,9 @@ std::string explain_ipv4(const rule_set_t &rules, uint32_t ipv4, std::optional<u
     const std::vector<const fwx_nat64_mapt_bmr_t *> found = rules.find_v4(bytes);
     for (const fwx_nat64_mapt_bmr_t *rule : found) {
         map_address_t address;
-        const std::string error = map_from_ipv4(*rule, ipv4, port, address);
+        std::string error = map_from_ipv4(*rule, ipv4, port, address);
+        const bool is_shared = error.empty() && !port && address.psid_len > 0 && found.size() > 1;
+        if (is_shared) error = "a port is needed, as " + std::to_string(found.size()) + " rules share the address";
         if (error.empty()) {
             add_rule(row, *rule, address);
             return {};
