@@ -182,7 +182,7 @@ constexpr record_field_t bmr_fields[] = {
     RECORD_FIELD("--psid-len", "psid_len", number, fwx_nat64_mapt_bmr_t, rule_params[2],
                  "bits of the port-set identifier"),
     RECORD_FIELD("--psid", "psid", number, fwx_nat64_mapt_bmr_t, rule_params[3],
-                 "the port-set identifier of a rule without EA bits"),
+                 "the port-set identifier where the EA bits hold none"),
     RECORD_FIELD("--params", "rule_params", numbers, fwx_nat64_mapt_bmr_t, rule_params, "these four").spelling(),
 };
 constexpr record_field_t dmr_fields[] = {

@@ -1,6 +1,7 @@
 #include "records/map_address.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "records/field.h"
 
@@ -41,7 +42,10 @@ struct shape_t {
     uint32_t suffix_len; /* bits of an IPv4 address behind the rule's prefix */
     uint32_t psid_offset;
     uint32_t psid_len;
-    uint32_t psid; /* of a rule without EA bits */
+    uint32_t psid; /* of a rule whose EA bits hold none */
+
+    uint32_t ea_suffix_len() const { return std::min(ea_len, suffix_len); }
+    uint32_t ea_psid_len() const { return ea_len - ea_suffix_len(); }
 };
 
 std::string error_of(const char *name, uint32_t value, uint32_t max, const std::string &why) {
@@ -57,8 +61,9 @@ std::string read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
                         " with an IPv4 prefix of " + std::to_string(rule.v4_prefix_len) + " bits");
     }
     if (out.psid_offset > psid_offset_max) return error_of("psid_offset", out.psid_offset, psid_offset_max, "");
-    if (out.ea_len > 0) {
-        out.psid_len = out.ea_len > out.suffix_len ? out.ea_len - out.suffix_len : 0;
+    /* A PSID of its own goes with a whole address (RFC 7598): EA bits that hold the suffix and nothing else. */
+    if (out.ea_len != out.suffix_len) {
+        out.psid_len = out.ea_psid_len();
         const bool agrees = given_len == 0 || given_len == out.psid_len;
         if (!agrees) {
             return record_field_error("psid_len", std::to_string(given_len),
@@ -69,23 +74,25 @@ std::string read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
     if (out.psid_len > len_max) {
         return error_of("psid_len", out.psid_len, len_max, " with a PSID offset of " + std::to_string(out.psid_offset));
     }
-    const auto psid_max = static_cast<uint32_t>(out.ea_len > 0 ? 0 : ones(out.psid_len));
+    const bool is_embedded = out.ea_psid_len() > 0;
+    const auto psid_max = static_cast<uint32_t>(is_embedded ? 0 : ones(out.psid_len));
     if (out.psid > psid_max) {
-        return error_of("psid", out.psid, psid_max, out.ea_len > 0 ? ", as the EA bits have it" : "");
+        return error_of("psid", out.psid, psid_max, is_embedded ? ", as the EA bits have it" : "");
     }
     return {};
 }
 
 std::string read_psid(const shape_t &shape, std::optional<uint16_t> port, uint16_t &psid) {
     psid = static_cast<uint16_t>(shape.psid);
-    if (shape.psid_len == 0 || (!port && shape.ea_len == 0)) return {};
+    const bool is_embedded = shape.ea_psid_len() > 0;
+    if (shape.psid_len == 0 || (!port && !is_embedded)) return {};
     if (!port) return "a port is needed, as " + std::to_string(1U << shape.psid_len) + " customers share the address";
     const uint32_t first = shape.psid_offset == 0 ? 0 : 1U << (port_len - shape.psid_offset);
     if (*port < first) {
         return record_field_error("port", std::to_string(*port), std::to_string(first) + " to 65535 to be anybody's");
     }
     psid = static_cast<uint16_t>(*port >> (port_len - shape.psid_offset - shape.psid_len) & ones(shape.psid_len));
-    const bool is_rules = shape.ea_len > 0 || psid == shape.psid;
+    const bool is_rules = is_embedded || psid == shape.psid;
     return is_rules ? "" : record_field_error("port", std::to_string(*port), "of PSID " + std::to_string(shape.psid));
 }
 
@@ -114,10 +121,8 @@ std::string map_from_ipv4(const fwx_nat64_mapt_bmr_t &rule, uint32_t ipv4, std::
     if (error.empty()) error = read_psid(shape, port, out.psid);
     if (!error.empty()) return error;
     const uint64_t suffix = ipv4 & ones(shape.suffix_len);
-    const bool is_whole = shape.ea_len >= shape.suffix_len; /* the EA bits hold all of the suffix, and the PSID */
-    if (shape.ea_len > 0) {
-        out.ea_bits = is_whole ? suffix << shape.psid_len | out.psid : suffix >> (shape.suffix_len - shape.ea_len);
-    }
+    out.ea_bits = suffix >> (shape.suffix_len - shape.ea_suffix_len()) << shape.ea_psid_len() |
+                  (out.psid & ones(shape.ea_psid_len()));
     out.ipv4 = static_cast<uint32_t>(base_of(rule, shape) | suffix);
     out.ipv4_len = ipv4_len;
     complete(rule, shape, out);
@@ -130,12 +135,19 @@ std::string map_from_ipv6(const fwx_nat64_mapt_bmr_t &rule, const uint8_t ipv6[1
     std::string error = read_shape(rule, shape);
     if (!error.empty()) return error;
     out.ea_bits = bits_at(ipv6, rule.v6_prefix_len, shape.ea_len);
-    const bool is_whole = shape.ea_len >= shape.suffix_len;
-    const uint64_t suffix = is_whole ? out.ea_bits >> shape.psid_len : out.ea_bits << (shape.suffix_len - shape.ea_len);
-    out.psid = static_cast<uint16_t>(shape.ea_len > 0 ? out.ea_bits & ones(shape.psid_len) : shape.psid);
+    const uint32_t rest_len = shape.suffix_len - shape.ea_suffix_len(); /* what the EA bits leave open */
+    const uint64_t suffix = out.ea_bits >> shape.ea_psid_len() << rest_len;
+    const bool is_embedded = shape.ea_psid_len() > 0;
+    out.psid = static_cast<uint16_t>(is_embedded ? out.ea_bits & ones(shape.ea_psid_len()) : shape.psid);
     out.ipv4 = static_cast<uint32_t>(base_of(rule, shape) | suffix);
-    out.ipv4_len = static_cast<uint8_t>(is_whole ? ipv4_len : rule.v4_prefix_len + shape.ea_len);
+    out.ipv4_len = static_cast<uint8_t>(ipv4_len - rest_len);
     complete(rule, shape, out);
+    map_address_t one = out;
+    one.ipv4 |= static_cast<uint32_t>(bits_at(ipv6, identifier_ipv4 + out.ipv4_len, rest_len));
+    one.ipv4_len = ipv4_len;
+    complete(rule, shape, one);
+    const bool is_map_address = std::memcmp(one.ipv6, ipv6, sizeof one.ipv6) == 0;
+    if (is_map_address) out = one;
     return {};
 }
 

@@ -1,4 +1,5 @@
-/* Addresses and ports that a basic mapping rule maps, as RFC 7597 and RFC 7599 have it. */
+/* Addresses and ports that a basic mapping rule maps, as RFC 7597 and RFC 7599 have it. A MAP address holds the whole
+ * IPv4 address also where a customer has an IPv4 prefix (erratum 5225): translation has nowhere else to read it. */
 #ifndef RECORDS_MAP_ADDRESS_H
 #define RECORDS_MAP_ADDRESS_H
 
@@ -27,7 +28,8 @@ struct map_address_t {
 /** @param port needed where only it tells who shares the address. */
 std::string map_from_ipv4(const fwx_nat64_mapt_bmr_t &rule, uint32_t ipv4, std::optional<uint16_t> port,
                           map_address_t &out);
-/** Looks at no bit behind the EA bits: all addresses of a customer give the same. */
+/** All addresses of a customer give the same; but a MAP address in an IPv4 prefix tells its IPv4 address, any other
+ * address the prefix. */
 std::string map_from_ipv6(const fwx_nat64_mapt_bmr_t &rule, const uint8_t ipv6[16], map_address_t &out);
 
 struct port_range_t {

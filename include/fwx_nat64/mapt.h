@@ -51,7 +51,7 @@ typedef struct {
     uint8_t v6_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX */
     uint8_t v4_prefix[4];    /**< IPv4 prefix, likewise */
     uint8_t v4_prefix_len;   /**< bits, 0 to FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX */
-    uint16_t rule_params[4]; /**< to the server: EA bits, PSID offset, PSID length, PSID where there are no EA bits */
+    uint16_t rule_params[4]; /**< to the server: EA bits, PSID offset, PSID length, PSID unless EA bits hold it */
 } fwx_nat64_mapt_bmr_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_mapt_bmr_t, 32);
 FWX_NAT64_WIRE_AT(fwx_nat64_mapt_bmr_t, v6_prefix, 8);

@@ -44,7 +44,7 @@ struct mapping_t {
     uint64_t ea_bits;
     uint32_t psid;
     const char *ipv6;
-    const char *back; /* what the IPv6 address tells of the IPv4 one */
+    const char *others; /* what another IPv6 address of the customer tells of the IPv4 one */
     const char *ports;
 };
 const std::string with_24 = " --v4 192.0.2.0/24 --params ";
@@ -58,11 +58,15 @@ const mapping_t mappings[] = {
     {ce + "18/32", "192.0.2.18", -1, 0, 0, "2001:db8:12:3400:0:c000:212:0", "192.0.2.18/32", "all"},
     {ce + "1/32", "192.0.2.1", 80, 0, 0, "2001:db8:12:3400:0:c000:201:0", "192.0.2.1/32", "all"},
     {ce + "18/32 --params 0,6,8,52", "192.0.2.18", -1, 0, 52, ce_ipv6, "192.0.2.18/32", ce_ports},
-    /* A PSID in front of all else; EA bits that hold a prefix; some that reach the identifier; as many as there are. */
+    {"--v6 2001:db8:12::/48" + with_24 + "8,6,8,52", "192.0.2.18", -1, 0x12, 52, "2001:db8:12:1200:0:c000:212:34",
+     "192.0.2.18/32", ce_ports},
+    /* A PSID in front of all else; EA bits that hold a prefix; none of a prefix; some that reach the identifier;
+     * as many as there are. */
     {"--v6 2001:db8::/48" + with_24 + "12,0,0,0", "192.0.2.18", 0x3456, 0x123, 3, "2001:db8:0:1230:0:c000:212:3",
      "192.0.2.18/32", "1: 12288-16383 to 12288-16383"},
     {"--v6 2001:db8::/48" + with_24 + "4,0,0,0", "192.0.2.183", -1, 0xb, 0, "2001:db8:0:b000:0:c000:2b7:0",
      "192.0.2.176/28", "all"},
+    {"--v6 2001:db8::/48 --v4 192.0.2.0/24", "192.0.2.183", -1, 0, 0, "2001:db8::c000:2b7:0", "192.0.2.0/24", "all"},
     {"--v6 2001:db8:1:2::/64" + with_24 + "16,6,8,0", "192.0.2.18", 1232, 0x1234, 52, "2001:db8:1:2:1234:c000:212:34",
      "192.0.2.18/32", ce_ports},
     {"--v6 2001:db8::/32 --v4 0.0.0.0/0 --params 48,0,16,0", "192.0.2.18", 65535, 0xc0000212ffff, 0xffff,
@@ -80,12 +84,17 @@ TEST(map_address_test, an_address_with_its_port_leads_to_a_map_address_and_back)
         std::memcpy(&word, ipv4.addr, sizeof word);
         const auto port = each.port < 0 ? std::nullopt : std::optional(static_cast<uint16_t>(each.port));
         ASSERT_EQ(map_from_ipv4(rule, word, port, address), "");
-        EXPECT_EQ(ipv4_text(address), std::string(each.ipv4) + "/32");
-        EXPECT_EQ(address_text(AF_INET6, address.ipv6), each.ipv6);
         map_address_t back;
         ASSERT_EQ(map_from_ipv6(rule, address.ipv6, back), "");
-        EXPECT_EQ(ipv4_text(back), each.back);
         for (const map_address_t &way : {address, back}) {
+            EXPECT_EQ(ipv4_text(way), std::string(each.ipv4) + "/32");
+            EXPECT_EQ(address_text(AF_INET6, way.ipv6), each.ipv6);
+        }
+        back.ipv6[15] ^= 0x80;
+        map_address_t others;
+        ASSERT_EQ(map_from_ipv6(rule, back.ipv6, others), "");
+        EXPECT_EQ(ipv4_text(others), each.others);
+        for (const map_address_t &way : {address, back, others}) {
             EXPECT_EQ(way.ea_bits, each.ea_bits);
             EXPECT_EQ(way.psid, each.psid);
             EXPECT_EQ(ports_text(way), each.ports);
@@ -99,14 +108,15 @@ TEST(map_address_test, parameters_that_do_not_agree_and_ports_of_nobody_are_told
         {"0/24 --params 25,0,0,0", 1, "ea_len 25: must be 0 to 24 with an IPv4 prefix of 24 bits"},
         {"0/24 --params 16,16,0,0", 1, "psid_offset 16: must be 0 to 15"},
         {"0/24 --params 16,6,7,0", 1, "psid_len 7: must be 8, which the EA bits leave for it"},
-        {"0/24 --params 8,6,1,0", 1, "psid_len 1: must be 0, which the EA bits leave for it"},
+        {"0/24 --params 7,6,1,0", 1, "psid_len 1: must be 0, which the EA bits leave for it"},
+        {"0/24 --params 0,6,1,0", 1, "psid_len 1: must be 0, which the EA bits leave for it"},
         {"0/24 --params 16,9,0,0", 1, "psid_len 8: must be 0 to 7 with a PSID offset of 9"},
         {"18/32 --params 0,6,11,0", 1, "psid_len 11: must be 0 to 10 with a PSID offset of 6"},
         {"18/32 --params 0,6,8,256", 1, "psid 256: must be 0 to 255"},
         {"0/24 --params 16,6,8,52", 1, "psid 52: must be 0, as the EA bits have it"},
         {"0/24 --params 16,6,8,0", -1, "a port is needed, as 256 customers share the address"},
         {"0/24 --params 16,6,8,0", 1023, "port 1023: must be 1024 to 65535 to be anybody's"},
-        {"18/32 --params 0,6,8,52", 1236, "port 1236: must be of PSID 52"},
+        {"0/24 --params 8,6,8,52", 1236, "port 1236: must be of PSID 52"},
     };
     for (const auto &[rule, port, error] : wrong) {
         const auto given = port < 0 ? std::nullopt : std::optional(static_cast<uint16_t>(port));
