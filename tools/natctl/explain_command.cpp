@@ -130,7 +130,7 @@ uint32_t explain(call_t &call, const explain_t &wanted) {
     rule_set_t rules;
     std::string error;
     if (wanted.file.empty()) {
-        rules.take(call.pal.rules(), call.pal.model());
+        rules.take(call.pal.rules());
     } else {
         error = rules.read(wanted.file);
     }

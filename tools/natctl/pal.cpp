@@ -246,6 +246,7 @@ void pal_t::answered(void *ctx, uint32_t code) {
         by = call->verdict && call->verdict->result == 0 ? "library, though the server has done it" : by;
     } else if (call->verdict) {
         code = call->verdict->result;
+        if (call->default_rule && call->verdict->is_done()) rules_.done(*call->default_rule);
     }
     if (code != 0) fail(call->outcome, by, code);
     if (!call->given_up) return;

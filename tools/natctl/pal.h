@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "model/model.h"
 #include "records/family.h"
 #include "tools/natctl/connection.h"
 #include "tools/natctl/options.h"
@@ -30,6 +31,9 @@ struct verdict_t {
     uint32_t result;
     uint32_t bmr_index;  /* of a MAP-T rule */
     bool orders_cleanup; /* of the rule table */
+
+    /** A change that could not be saved is done all the same. */
+    bool is_done() const { return result == 0 || result == FWX_NAT64_MODEL_ERR_NOT_SAVED; }
 };
 
 /** One reply of a query. */
@@ -66,6 +70,7 @@ struct call_t {
     std::optional<verdict_t> verdict = std::nullopt;
     std::optional<list_t> list = std::nullopt;
     std::optional<rule_change_t> rule = std::nullopt;
+    std::optional<default_change_t> default_rule = std::nullopt;
 };
 
 /** Starts a command; returns the library's result. */

@@ -19,8 +19,12 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
     if (family.word == "interface") {
         call.outcome.note = interface_note(*static_cast<const fwx_nat64_intf_info_t *>(record));
     }
-    const bool is_rule = family.group == "mapt" && family.word == "bmr";
-    if (!is_rule || options_.dry_run) return family.send(op, record, call.ctx);
+    const bool is_rule = family.group == "mapt" && !options_.dry_run;
+    if (is_rule && family.word == "dmr") {
+        call.default_rule = default_change_t{op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record)};
+    }
+    const bool is_basic_rule = is_rule && family.word == "bmr";
+    if (!is_basic_rule) return family.send(op, record, call.ctx);
     call.rule = rule_change_t{op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
     return send_rule(call, family);
 }
@@ -51,8 +55,7 @@ uint32_t pal_t::judge_rule(call_t &call, uint32_t table_code) {
         under_way != rules_under_way_.end() && under_way->second == reinterpret_cast<call_id_t>(call.ctx);
     if (is_its_own) rules_under_way_.erase(under_way);
     const uint32_t server_code = call.verdict ? call.verdict->result : table_code;
-    const bool is_done = server_code == 0 || server_code == FWX_NAT64_MODEL_ERR_NOT_SAVED;
-    if (call.verdict && is_done) {
+    if (call.verdict && call.verdict->is_done()) {
         const uint32_t code = rules_.done(change, table_code, call.verdict->bmr_index);
         return server_code == 0 ? code : server_code;
     }

@@ -63,6 +63,11 @@ uint32_t rule_book_t::failed(const rule_change_t &change) {
     return good ? first_of(code, install(*good)) : code;
 }
 
+void rule_book_t::done(const default_change_t &change) {
+    if (change.op == FWX_NAT64_OP_ADD) defaults_.emplace(change.rule.id, change.rule);
+    if (change.op == FWX_NAT64_OP_DEL) defaults_.erase(change.rule.id);
+}
+
 void rule_book_t::emptied() {
     installed_.clear();
     sharing_.clear();

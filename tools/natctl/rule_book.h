@@ -1,7 +1,7 @@
 /*
  * What natctl has in the library's table of MAP-T rules. The library installs a rule whatever the server says and
  * deletes the leaf of a prefix with any of the rules that share it; the book takes back what the server did not do and
- * puts back the leaves of those that stay.
+ * puts back the leaves of those that stay. Default rules are in no table; the book has those that the server has.
  */
 #ifndef TOOLS_NATCTL_RULE_BOOK_H
 #define TOOLS_NATCTL_RULE_BOOK_H
@@ -28,6 +28,11 @@ struct rule_change_t {
     std::optional<fwx_mapt_rule_hash_elem_t> before; /* of a delete: the rule that left the table */
 };
 
+struct default_change_t {
+    uint32_t op; /* FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    fwx_nat64_mapt_dmr_t rule;
+};
+
 /** Results are 0 or the rule table's code: what could not be put right. */
 class rule_book_t {
 public:
@@ -39,11 +44,13 @@ public:
     uint32_t done(const rule_change_t &change, uint32_t table_code, uint32_t bmr_index);
     /** The server has not done it. */
     uint32_t failed(const rule_change_t &change);
+    void done(const default_change_t &change);
     /** The library has emptied its table. */
     void emptied();
 
     const std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> &rules() const { return installed_; }
     const std::map<rule_name_t, bool> &pending_rules() const { return pending_; }
+    const std::map<uint32_t, fwx_nat64_mapt_dmr_t> &defaults() const { return defaults_; }
     size_t installed() const { return installed_.size(); }
     size_t pending() const { return pending_.size(); }
 
@@ -61,6 +68,7 @@ private:
     std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> installed_;
     std::set<std::pair<prefix_t, rule_name_t>> sharing_; /* the installed ones by each of their prefixes */
     std::map<rule_name_t, bool> pending_;                /* whether the library still has it so */
+    std::map<uint32_t, fwx_nat64_mapt_dmr_t> defaults_;  /* by identifier */
 };
 
 #endif

@@ -80,19 +80,11 @@ void rule_set_t::apply(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
     if (op == FWX_NAT64_OP_DEL) defaults_.erase(rule.id);
 }
 
-void rule_set_t::take(const rule_book_t &book, const fwx_nat64_model_t *model) {
+void rule_set_t::take(const rule_book_t &book) {
+    defaults_ = book.defaults();
     for (const auto &[name, rule] : book.rules()) {
         basic_.emplace(name, rule.rule);
     }
-    if (model == nullptr) return;
-    auto take_default = [](void *arg, uint32_t op_code, const void *payload, size_t size) {
-        fwx_nat64_mapt_dmr_t rule{};
-        const bool is_default = op_code == FWX_NAT64_MODEL_SAVED_DEFAULT_RULE && size == sizeof rule;
-        if (!is_default) return;
-        std::memcpy(&rule, payload, sizeof rule);
-        static_cast<rule_set_t *>(arg)->apply(FWX_NAT64_OP_ADD, rule);
-    };
-    model->save(take_default, this);
 }
 
 std::vector<const fwx_nat64_mapt_bmr_t *> rule_set_t::find_v4(const uint8_t ipv4[4]) const {

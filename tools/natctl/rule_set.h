@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "model/model.h"
 #include "records/reader.h"
 #include "records/words.h"
 #include "tools/natctl/rule_book.h"
@@ -16,8 +15,8 @@ class rule_set_t {
 public:
     /** Takes the rules that are left behind all commands of a batch file. Returns what is wrong, or an empty text. */
     std::string read(const std::string &file);
-    /** Takes what natctl has installed, and the default rules of a model that is not null: no others are known. */
-    void take(const rule_book_t &book, const fwx_nat64_model_t *model);
+    /** Takes what natctl has installed: no others are known. */
+    void take(const rule_book_t &book);
 
     /** The rules whose prefix is the longest that the address begins with: several share an address by their PSIDs. */
     std::vector<const fwx_nat64_mapt_bmr_t *> find_v4(const uint8_t ipv4[4]) const;
