@@ -2,6 +2,7 @@
  * One kind of work, so many times, for counting instructions from outside.
  * usage: instructions call|install COUNT
  *        instructions in-order|reversed COUNT OUTSTANDING   commands that are answered, so many at a time
+ *        instructions awaited|framed COUNT   the same one at a time, by a coroutine, or by one for each command
  */
 #include <unistd.h>
 
@@ -11,8 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fwx_host/fwx_host.h"
-#include "fwx_nat64/fwx_nat64.h"
+#include "fwx_host/adapter.hpp"
 #include "rule_data.h"
 #include "tools/natctl/seed.h"
 
@@ -73,6 +73,36 @@ void install_rules(int count) {
     }
 }
 
+namespace nat64 = fwx::nat64;
+constexpr nat64::timeout a_timeout = {nat64::timeout_kind::udp, nat64::seconds(300)};
+
+nat64::task<> await_commands(nat64::client &pal, int count) {
+    for (int i = 0; i < count; ++i) {
+        co_await pal.timeout_set(a_timeout);
+    }
+}
+nat64::task<> await_one(nat64::client &pal) {
+    co_await pal.timeout_set(a_timeout);
+}
+nat64::task<> await_frames(nat64::client &pal, int count) {
+    for (int i = 0; i < count; ++i) {
+        co_await await_one(pal);
+    }
+}
+
+void await_all(fwx_host_loop_t *loop, int count, bool is_framed) {
+    nat64::client pal("", loop, {}, fwx::host::adapter);
+    nat64::task<> task = is_framed ? await_frames(pal, count) : await_commands(pal, count);
+    fwx_host_loop_run_until_idle(loop);
+    task.start();
+    while (!task.done()) {
+        fwx_host_loop_run_until_idle(loop);
+        answer_all(false);
+        fwx_host_loop_run_until_idle(loop);
+    }
+    _exit(0);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -86,6 +116,7 @@ int main(int argc, char **argv) {
     fwx_nat64_reply_cbs_t callbacks{};
     callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) {};
     seed_random();
+    if (work == "awaited" || work == "framed") await_all(loop, count, work == "framed");
     if (fwx_nat64_bind(nullptr, loop, nullptr, &callbacks) != 0) return 1;
     fwx_host_loop_run_until_idle(loop);
     if (work == "install") {

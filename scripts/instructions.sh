@@ -30,3 +30,6 @@ echo "the library's own, reply to callback: $((command - call))"
 echo "the library's own, rule installed: $(per_unit libfwx_nat64 install)"
 echo "all, a command with 64 outstanding, answered in order: $(per_unit '' in-order 64)"
 echo "all, a command with 1024 outstanding, answered in reverse: $(per_unit '' reversed 1024)"
+one=$(per_unit '' in-order 1)
+echo "all, a command with 1 outstanding: $one"
+echo "more of it by one coroutine: $(($(per_unit '' awaited) - one)), by a coroutine for each: $(($(per_unit '' framed) - one))"

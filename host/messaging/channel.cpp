@@ -27,8 +27,13 @@ struct delivery_t {
     const channel_t *channel;
     const uint8_t *begin;
     const uint8_t *end;
+    uint8_t head[FWX_HOST_SMC_HEAD_SIZE]; /* as the message came */
+    size_t head_size;
 };
 delivery_t *innermost_delivery;
+
+fwx_host_channel_end_fn_t end_fn;
+void *end_arg;
 
 /** The channel's buffer is not to be read any more, whoever may still stand in a handler. */
 void end_deliveries(const channel_t *channel) {
@@ -221,7 +226,13 @@ void channel_t::deliver(const received_t &received, uint32_t &calls) {
         return;
     }
     tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, received.size);
-    delivery_t delivery = {innermost_delivery, this, rx_buf_, rx_buf_ + received.size};
+    delivery_t delivery;
+    delivery.outer = innermost_delivery;
+    delivery.channel = this;
+    delivery.begin = rx_buf_;
+    delivery.end = rx_buf_ + received.size;
+    delivery.head_size = std::min(received.size, sizeof delivery.head);
+    memcpy(delivery.head, rx_buf_, delivery.head_size);
     innermost_delivery = &delivery;
     handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
     innermost_delivery = delivery.outer;
@@ -261,6 +272,18 @@ void channel_t::fail(uint32_t &calls) {
         ++calls;
     }
     close();
+    if (end_fn != nullptr) end_fn(end_arg);
+}
+
+extern "C" const void *fwx_host_smc_head(size_t *size) {
+    const delivery_t *delivery = innermost_delivery;
+    *size = delivery == nullptr ? 0 : delivery->head_size;
+    return delivery == nullptr ? nullptr : delivery->head;
+}
+
+extern "C" void fwx_host_channel_end_observe(fwx_host_channel_end_fn_t fn, void *arg) {
+    end_fn = fn;
+    end_arg = arg;
 }
 
 extern "C" size_t fwx_host_smc_bytes_behind(const void *data) {

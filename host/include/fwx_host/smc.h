@@ -94,6 +94,20 @@ void fwx_host_peer_malformed(fwx_host_peer_t *peer);
  */
 size_t fwx_host_smc_bytes_behind(const void *data);
 
+/**
+ * How the message that a client's handler is being given now began when it came: its first bytes, at most
+ * FWX_HOST_SMC_HEAD_SIZE, in a copy that lives during the call, since handlers may write into the message itself.
+ * `size` receives how many there are. Null when no message is being delivered.
+ */
+const void *fwx_host_smc_head(size_t *size);
+#define FWX_HOST_SMC_HEAD_SIZE 64u
+
+/** Hears of a channel of this process that has ended with an error, when the client's own error handler has returned
+ * and nothing more comes through it. Called from the channel's loop. */
+typedef void (*fwx_host_channel_end_fn_t)(void *arg);
+/** Sets who hears of channels that end; null: nobody. */
+void fwx_host_channel_end_observe(fwx_host_channel_end_fn_t fn, void *arg);
+
 typedef enum { FWX_HOST_SENT, FWX_HOST_RECEIVED } fwx_host_direction_t;
 /** Sees each message as a client hands it over, and as it is delivered to a client, synchronous answers included. */
 typedef void (*fwx_host_tap_fn_t)(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);

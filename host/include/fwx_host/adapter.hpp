@@ -1,0 +1,53 @@
+/** @file
+ * The host platform for the C++ interface: what it can tell beyond the C interface, and running a task to its end.
+ */
+#ifndef FWX_HOST_ADAPTER_HPP
+#define FWX_HOST_ADAPTER_HPP
+
+#include <memory>
+#include <new>
+
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/fwx_nat64.hpp"
+
+namespace fwx::host {
+
+/** For fwx::nat64::client, whose event argument is then a fwx_host_loop_t. It takes the one observer that there is of
+ * channels that end. */
+inline constexpr nat64::adapter adapter = {
+    .head = fwx_host_smc_head,
+    .bytes_behind = fwx_host_smc_bytes_behind,
+    .now_ms = fwx_host_clock_ms,
+    .timer_add = [](void *loop, uint64_t delay_ms, void (*fn)(void *arg),
+                    void *arg) { return fwx_host_timer_add(static_cast<fwx_host_loop_t *>(loop), delay_ms, fn, arg); },
+    .timer_cancel = [](void *loop, uint64_t id) { fwx_host_timer_cancel(static_cast<fwx_host_loop_t *>(loop), id); },
+    .observe_end = fwx_host_channel_end_observe,
+};
+
+/** A loop that is owned. */
+class loop {
+public:
+    /** Throws std::bad_alloc when the system has no descriptors or memory left. */
+    loop() : loop_(fwx_host_loop_create(), fwx_host_loop_destroy) {
+        if (loop_ == nullptr) throw std::bad_alloc();
+    }
+    fwx_host_loop_t *get() const noexcept { return loop_.get(); }
+    operator fwx_host_loop_t *() const noexcept { return loop_.get(); }
+
+    /** Starts a task and runs the loop until it is done; gives its value, throws what it threw. */
+    template <class value_type>
+    value_type run(nat64::task<value_type> task) const {
+        task.start();
+        while (!task.done()) {
+            fwx_host_loop_run_once(loop_.get(), -1);
+        }
+        return task.get();
+    }
+
+private:
+    std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
+};
+
+}  // namespace fwx::host
+
+#endif

@@ -1,0 +1,441 @@
+/** @file
+ * What stands between the C interface and the awaitables: the one binding, the table of what is outstanding, deadlines,
+ * flow control. PAL authors need of it the adapter alone.
+ *
+ * What the library hands back as `pal_ctx` is the number of a slot and its generation, never an address: an answer that
+ * comes when nobody waits for it any more finds nothing. Whatever calls a waiter may be destroyed by it, and so looks
+ * at nothing of its own afterwards before it has asked whether it is still there.
+ */
+#ifndef FWX_NAT64_CXX_BINDING_HPP
+#define FWX_NAT64_CXX_BINDING_HPP
+
+#include <algorithm>
+#include <chrono>
+#include <coroutine>
+#include <cstddef>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "fwx_nat64/cxx/error.hpp"
+#include "fwx_nat64/fwx_nat64.h"
+
+namespace fwx::nat64 {
+
+/** What a platform can tell beyond the C interface; an entry that it has not is null. */
+struct adapter {
+    /** How the message that a handler is being given now began when it came: at least its first 64 bytes, or all of it,
+     * and how many they are; null when there is none. With it, verdicts on rules are the server's own. */
+    const void *(*head)(size_t *size) = nullptr;
+    /** How many bytes of that message follow an address in it. With it, no list can claim more entries than came. */
+    size_t (*bytes_behind)(const void *data) = nullptr;
+    /** Milliseconds of the clock by which deadlines are; null: the steady clock. */
+    uint64_t (*now_ms)() = nullptr;
+    /** Calls `fn` once from the loop, `delay_ms` from now; returns what `timer_cancel` takes, 0 for none. Both or none;
+     * without them the PAL calls client::expire. */
+    uint64_t (*timer_add)(void *ev_arg, uint64_t delay_ms, void (*fn)(void *arg), void *arg) = nullptr;
+    void (*timer_cancel)(void *ev_arg, uint64_t id) = nullptr;
+    /** Calls `fn` from the loop whenever a channel has ended with an error and nothing more comes through it; null
+     * `fn`: no more. Without it, commands that a dead server had taken end at their deadlines. */
+    void (*observe_end)(void (*fn)(void *arg), void *arg) = nullptr;
+};
+
+/** What the server sends unasked, and what becomes of the channel. All are called from the loop and may be empty. */
+struct handlers {
+    std::function<void(uint32_t op, std::span<const uint32_t, 3> words)> record{}; /**< FWX_NAT64_OP_ADD or _DEL */
+    std::function<void()> event{};
+    std::function<void(const fwx_nat64_stats_mapping_entry_t &mapping)> mapping{}; /**< became active or inactive */
+    std::function<void(bool may_send)> flow{}; /**< the channel is full, or has room */
+    std::function<void()> lost{};              /**< the channel has ended; the next command opens another one */
+};
+
+/** One reply of a query, as the C callbacks bring it. */
+struct page {
+    const void *data; /**< lives during the call */
+    uint32_t count;
+    bool more;       /**< further replies follow by themselves */
+    uint64_t cookie; /**< where a further query goes on; 0: nowhere, or the query knows none */
+    uint32_t value2; /**< of a walk the server's; of system statistics the selector, if that is known */
+    size_t bytes;    /**< from `data` to the end of the message; SIZE_MAX without an adapter */
+};
+
+/** What becomes of a list after one of its replies. */
+enum class list_step { next, enough, too_short };
+
+namespace detail {
+
+/** Who waits for a slot. `got` is a reply of a query; without it the slot is closed, and `error` says how it ended. */
+struct waiter {
+    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got) noexcept;
+    done_fn done;
+};
+
+/** A coroutine that waits until the channel has room. */
+struct room_waiter {
+    room_waiter *next = nullptr;
+    std::coroutine_handle<> handle;
+};
+
+inline std::error_code send_error(uint32_t code) noexcept {
+    return code == 0 ? std::error_code() : nat64_error(code);
+}
+
+class binding {
+public:
+    /** Room for a callback and what it holds. */
+    static constexpr size_t storage_size = 128;
+
+    binding(const void *client_id, void *ev_arg, handlers on, const adapter &platform, std::error_code &error)
+        : platform_(platform), on_(std::make_shared<const handlers>(std::move(on))), ev_arg_(ev_arg), birth_(births()) {
+        const bool is_first = active() == nullptr && fwx_nat64_client_info_get() == nullptr;
+        if (is_first) become_active();
+        const uint32_t code = fwx_nat64_bind(client_id, ev_arg, &unsol_callbacks, &reply_callbacks);
+        error = send_error(code);
+        if (code == 0) {
+            is_bound_ = true;
+            fwx_nat64_client_info_get()->throttle_cb = throttled;
+            fwx_nat64_client_info_get()->throttle_ctx = nullptr;
+            if (platform_.observe_end != nullptr) platform_.observe_end(channel_ended, nullptr);
+        } else if (is_first) {
+            fwx_nat64_unbind(); /* some failures leave the library bound */
+            active() = nullptr;
+        }
+    }
+    binding(const binding &) = delete;
+    binding &operator=(const binding &) = delete;
+
+    ~binding() {
+        if (active() == this) {
+            fwx_nat64_unbind();
+            active() = nullptr;
+            if (platform_.observe_end != nullptr) platform_.observe_end(nullptr, nullptr);
+        }
+        if (timer_ != 0) platform_.timer_cancel(ev_arg_, timer_);
+        timer_ = 0;
+        is_bound_ = false;
+        for (uint32_t index = 0; index < capacity(); ++index) {
+            end(index, nat64_error(FWX_NAT64_ERR_NOT_READY));
+        }
+        while (room_waiter *first = std::exchange(room_, room_ == nullptr ? nullptr : room_->next)) {
+            first->handle.resume();
+        }
+    }
+
+    bool is_bound() const noexcept { return is_bound_; }
+    bool is_throttled() const noexcept { return is_throttled_; }
+    size_t outstanding() const noexcept { return outstanding_; }
+
+    uint64_t now_ms() const {
+        if (platform_.now_ms != nullptr) return platform_.now_ms();
+        const auto since = std::chrono::steady_clock::now().time_since_epoch();
+        return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+    }
+    /** Ends what has its deadline behind it with timed_out. */
+    void expire(uint64_t now) {
+        if (next_deadline_ == 0 || now < next_deadline_) return;
+        next_deadline_ = 0;
+        const life_t life(*this);
+        for (uint32_t index = 0; life && index < capacity(); ++index) {
+            const slot &entry = at(index);
+            const bool is_due = entry.owner != nullptr && entry.deadline_ms != 0;
+            if (!is_due) continue;
+            if (entry.deadline_ms <= now) {
+                end(index, std::make_error_code(std::errc::timed_out));
+            } else {
+                arm(entry.deadline_ms);
+            }
+        }
+    }
+
+    /* --- Slots. Their numbers are what the library gets as `pal_ctx`. --- */
+
+    uint64_t open(waiter &owner, uint32_t tag) {
+        if (free_ == no_slot) grow();
+        const uint32_t index = free_;
+        slot &entry = at(index);
+        free_ = entry.tag;
+        entry.owner = &owner;
+        entry.tag = tag;
+        entry.deadline_ms = 0;
+        entry.connection = connection_;
+        ++outstanding_;
+        return uint64_t{entry.generation} << 32 | index;
+    }
+    bool is_open(uint64_t id) const noexcept {
+        const auto index = static_cast<uint32_t>(id);
+        return index < capacity() && at(index).generation == id >> 32;
+    }
+    void close(uint64_t id) noexcept {
+        if (is_open(id)) release(static_cast<uint32_t>(id));
+    }
+    /** Closes all slots that this one waits for. */
+    void close_all(const waiter &owner) noexcept {
+        for (uint32_t index = 0; index < capacity(); ++index) {
+            if (at(index).owner == &owner) release(index);
+        }
+    }
+    /** Room in an open slot, which stays where it is until the slot is closed and opened again. */
+    void *storage(uint64_t id) noexcept { return at(static_cast<uint32_t>(id)).storage; }
+    void own(uint64_t id, waiter &owner) noexcept { at(static_cast<uint32_t>(id)).owner = &owner; }
+    /** Puts the deadline of an open slot so long from now; 0: it has none. */
+    void set_deadline(uint64_t id, uint64_t timeout_ms) {
+        if (timeout_ms == 0) return;
+        slot &entry = at(static_cast<uint32_t>(id));
+        entry.deadline_ms = now_ms() + timeout_ms;
+        arm(entry.deadline_ms);
+    }
+    /** Calls the C function with the slot's number. An open slot that it fails for is closed. */
+    template <class send_type>
+    uint32_t send(uint64_t id, send_type &send_fn) noexcept {
+        const uint32_t code = active() == this ? send_fn(reinterpret_cast<void *>(id)) : FWX_NAT64_ERR_NOT_READY;
+        if (code != 0) close(id);
+        return code;
+    }
+    /** Opens a slot and sends; 0: the owner is called. */
+    template <class send_type>
+    uint32_t start(send_type &send_fn, waiter &owner, uint32_t tag, uint64_t timeout_ms, uint64_t &id) {
+        id = open(owner, tag);
+        const uint32_t code = send(id, send_fn);
+        if (code != 0) {
+            id = 0;
+        } else if (timeout_ms != 0) {
+            set_deadline(id, timeout_ms);
+        }
+        return code;
+    }
+
+    /** The reply to a rule that is being delivered now, zeros behind its end; none without an adapter. */
+    std::optional<fwx_nat64_mapt_reply_t> rule_reply() const noexcept {
+        size_t size = 0;
+        const void *head = platform_.head == nullptr ? nullptr : platform_.head(&size);
+        if (head == nullptr || size < FWX_NAT64_REPLY_MIN_SIZE) return std::nullopt;
+        fwx_nat64_mapt_reply_t reply{};
+        std::memcpy(&reply, head, std::min(size, sizeof reply));
+        const bool is_rule = reply.reply.hdr.type == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_MAPT_RULE);
+        return is_rule ? std::optional(reply) : std::nullopt;
+    }
+
+    void wait_for_room(room_waiter &who) noexcept {
+        room_waiter **last = &room_;
+        while (*last != nullptr) {
+            last = &(*last)->next;
+        }
+        who.next = nullptr;
+        *last = &who;
+    }
+    void forget_room(const room_waiter &who) noexcept {
+        for (room_waiter **at_link = &room_; *at_link != nullptr; at_link = &(*at_link)->next) {
+            if (*at_link != &who) continue;
+            *at_link = who.next;
+            return;
+        }
+    }
+
+    /** Whether the binding is still there, for who has called somebody. */
+    class life_t {
+    public:
+        explicit life_t(const binding &of) noexcept : of_(&of), birth_(of.birth_) {}
+        explicit operator bool() const noexcept { return active() == of_ && of_->birth_ == birth_; }
+
+    private:
+        const binding *of_;
+        uint64_t birth_;
+    };
+
+    static uint32_t walked(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
+                           uint32_t status) noexcept {
+        const bool is_failed = status == FWX_NAT64_WALK_ERROR;
+        return paged(pal_ctx, {is_failed ? nullptr : data, count, status == FWX_NAT64_WALK_MORE, value, value2, 0});
+    }
+
+private:
+    struct slot {
+        waiter *owner = nullptr; /* null: it is free */
+        uint32_t generation = first_generation;
+        uint32_t tag = 0; /* the owner's; of a free slot the next one */
+        uint64_t deadline_ms = 0;
+        uint32_t connection = 0; /* through which it was sent */
+        alignas(std::max_align_t) std::byte storage[storage_size];
+    };
+    static constexpr uint32_t no_slot = UINT32_MAX;
+    static constexpr uint32_t block_bits = 6; /* slots are made by blocks, which stay where they are */
+    static constexpr uint32_t block_size = 1U << block_bits;
+    /* No address has this bit, so that a context that is somebody else's is none of ours. */
+    static constexpr uint32_t first_generation = 1U << 31;
+
+    static binding *&active() noexcept {
+        static constinit binding *the_one = nullptr;
+        return the_one;
+    }
+    static uint64_t births() noexcept {
+        static constinit uint64_t count = 0;
+        return ++count;
+    }
+    void become_active() noexcept { active() = this; }
+
+    uint32_t capacity() const noexcept { return static_cast<uint32_t>(blocks_.size()) << block_bits; }
+    slot &at(uint32_t index) noexcept { return blocks_[index >> block_bits][index % block_size]; }
+    const slot &at(uint32_t index) const noexcept { return blocks_[index >> block_bits][index % block_size]; }
+
+    void grow() {
+        const uint32_t first = capacity();
+        blocks_.push_back(std::make_unique<slot[]>(block_size));
+        for (uint32_t index = first + block_size; index-- > first;) {
+            at(index).tag = std::exchange(free_, index);
+        }
+    }
+    void release(uint32_t index) noexcept {
+        slot &entry = at(index);
+        entry.owner = nullptr;
+        entry.generation = (entry.generation + 1) | first_generation;
+        entry.tag = std::exchange(free_, index);
+        --outstanding_;
+    }
+    /** Closes a slot, if it is open, and tells its owner; no error: it is done. */
+    void end(uint32_t index, std::error_code error) noexcept {
+        waiter *const owner = at(index).owner;
+        if (owner == nullptr) return;
+        const uint32_t tag = at(index).tag;
+        release(index);
+        owner->done(*owner, tag, error, nullptr);
+    }
+
+    void arm(uint64_t deadline_ms) {
+        if (next_deadline_ != 0 && deadline_ms >= next_deadline_) return;
+        next_deadline_ = deadline_ms;
+        if (platform_.timer_add == nullptr) return;
+        if (timer_ != 0) platform_.timer_cancel(ev_arg_, timer_);
+        const uint64_t now = now_ms();
+        timer_ = platform_.timer_add(ev_arg_, deadline_ms > now ? deadline_ms - now : 0, timer_rang, this);
+    }
+    static void timer_rang(void *self) noexcept {
+        auto *of = static_cast<binding *>(self);
+        of->timer_ = 0;
+        of->expire(of->now_ms());
+    }
+
+    /** What went through a channel that is gone is not answered any more. */
+    static void channel_ended(void *) noexcept {
+        binding *self = active();
+        const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+        if (self == nullptr || info == nullptr || info->connected != 0) return;
+        const uint32_t ended = self->connection_++;
+        self->is_flushing_ = true; /* the flush refuses commands; waiters hear of their end behind it */
+        fwx_nat64_clnt_cleanup();
+        self->is_flushing_ = false;
+        const life_t life(*self);
+        for (uint32_t index = 0; life && index < self->capacity(); ++index) {
+            if (self->at(index).connection == ended) self->end(index, client_errc::connection_lost);
+        }
+        if (life) self->tell(&handlers::lost);
+        if (life) self->set_throttled(false);
+    }
+
+    /** Calls a handler, which may end the binding. */
+    template <class handler_type, class... argument_types>
+    void tell(handler_type handlers::*which, const argument_types &...arguments) const {
+        const std::shared_ptr<const handlers> on = on_;
+        if ((*on).*which) ((*on).*which)(arguments...);
+    }
+    void set_throttled(bool is_on) {
+        if (is_throttled_ == is_on) return;
+        is_throttled_ = is_on;
+        const life_t life(*this);
+        tell(&handlers::flow, !is_on);
+        while (life && !is_throttled_ && room_ != nullptr) {
+            std::exchange(room_, room_->next)->handle.resume();
+        }
+    }
+
+    /* --- The library's callbacks. --- */
+
+    static void configured(fwx_nat64_cmd_result_t *got) noexcept {
+        binding *self = active();
+        const auto id = reinterpret_cast<uint64_t>(got->pal_ctx);
+        if (self == nullptr || self->is_flushing_ || !self->is_open(id)) return;
+        self->end(static_cast<uint32_t>(id), send_error(got->result));
+    }
+    static uint32_t paged(void *pal_ctx, page got) noexcept {
+        binding *self = active();
+        const auto id = reinterpret_cast<uint64_t>(pal_ctx);
+        if (self == nullptr || self->is_flushing_ || !self->is_open(id)) return 1;
+        const slot &entry = self->at(static_cast<uint32_t>(id));
+        if (const std::error_code error = self->look_behind(got)) {
+            self->end(static_cast<uint32_t>(id), error);
+            return 1;
+        }
+        const life_t life(*self);
+        entry.owner->done(*entry.owner, entry.tag, {}, &got);
+        return life && self->is_open(id) ? 0 : 1;
+    }
+    /** Says what is known of a reply beside what its callback got, or how the query has failed. */
+    std::error_code look_behind(page &got) const noexcept {
+        size_t size = 0;
+        const void *head = platform_.head == nullptr ? nullptr : platform_.head(&size);
+        if (head != nullptr && size >= FWX_NAT64_REPLY_MIN_SIZE) {
+            fwx_nat64_stats_sys_reply_t reply{};
+            std::memcpy(&reply, head, std::min(size, sizeof reply));
+            if (reply.reply.result != 0) return nat64_error(reply.reply.result);
+            if (got.data == nullptr) return client_errc::unexpected_answer;
+            const bool is_system = reply.reply.hdr.type == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_STATS_SYS);
+            if (is_system) got.value2 = reply.sel;
+        }
+        got.bytes = platform_.bytes_behind == nullptr ? SIZE_MAX : platform_.bytes_behind(got.data);
+        return got.data == nullptr ? nat64_error(FWX_NAT64_ERR_AGAIN) : std::error_code();
+    }
+    static uint32_t system_stats(void *pal_ctx, uint32_t more, void *data) noexcept {
+        return paged(pal_ctx, {data, 1, more != 0, 0, 0, 0});
+    }
+    static uint32_t counted_stats(void *pal_ctx, uint32_t more, uint32_t count, void *data) noexcept {
+        return paged(pal_ctx, {data, count, more != 0, 0, 0, 0});
+    }
+    static uint32_t cookie_stats(void *pal_ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) noexcept {
+        return paged(pal_ctx, {data, count, more != 0, cookie, 0, 0});
+    }
+    static uint32_t mapping_stats(void *pal_ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) noexcept {
+        if (pal_ctx != nullptr) return cookie_stats(pal_ctx, more, cookie, count, data);
+        binding *self = active();
+        const auto *mapping = static_cast<const fwx_nat64_stats_mapping_entry_t *>(data);
+        if (self != nullptr && mapping != nullptr) self->tell(&handlers::mapping, *mapping);
+        return 0;
+    }
+    static void record_notified(uint32_t op, const void *record) noexcept {
+        uint32_t words[3];
+        std::memcpy(words, record, sizeof words);
+        if (active() != nullptr) active()->tell(&handlers::record, op, std::span<const uint32_t, 3>(words));
+    }
+    static void event_notified() noexcept {
+        if (active() != nullptr) active()->tell(&handlers::event);
+    }
+    static void throttled(uint32_t may_send, void *) noexcept {
+        if (active() != nullptr) active()->set_throttled(may_send == 0);
+    }
+
+    static constexpr fwx_nat64_reply_cbs_t reply_callbacks = {configured,   system_stats,  counted_stats,
+                                                              cookie_stats, counted_stats, mapping_stats};
+    static constexpr fwx_nat64_unsol_cbs_t unsol_callbacks = {nullptr, record_notified, event_notified};
+
+    const adapter platform_;
+    const std::shared_ptr<const handlers> on_;
+    void *const ev_arg_;
+    const uint64_t birth_; /* tells it from another one that stands where it stood */
+    bool is_bound_ = false;
+    bool is_flushing_ = false;
+    bool is_throttled_ = false;
+    std::vector<std::unique_ptr<slot[]>> blocks_;
+    uint32_t free_ = no_slot;
+    uint32_t connection_ = 0; /* counts channels that have ended */
+    size_t outstanding_ = 0;
+    uint64_t next_deadline_ = 0; /* 0: nothing has one */
+    uint64_t timer_ = 0;
+    room_waiter *room_ = nullptr;
+};
+
+}  // namespace detail
+}  // namespace fwx::nat64
+
+#endif

@@ -1,0 +1,289 @@
+/** @file
+ * Commands as something to await, many at a time, or with a callback.
+ */
+#ifndef FWX_NAT64_CXX_COMMAND_HPP
+#define FWX_NAT64_CXX_COMMAND_HPP
+
+#include <array>
+#include <concepts>
+#include <new>
+#include <tuple>
+#include <type_traits>
+
+#include "fwx_nat64/cxx/binding.hpp"
+
+namespace fwx::nat64 {
+namespace detail {
+
+inline void conclude(const binding &, std::error_code error, result &into) noexcept {
+    into.error = error;
+}
+/** A rule's verdict is the server's own, where it can be seen. */
+inline void conclude(const binding &of, std::error_code error, rule_result &into) noexcept {
+    into.error = into.table = error;
+    const bool is_answered =
+        !error || (error.category() == nat64_category() && error != nat64_error(FWX_NAT64_ERR_AGAIN) &&
+                   error != nat64_error(FWX_NAT64_ERR_NOT_READY));
+    const std::optional<fwx_nat64_mapt_reply_t> reply = is_answered ? of.rule_reply() : std::nullopt;
+    if (!reply) return;
+    into.error = send_error(reply->reply.result);
+    into.bmr_index = reply->bmr_index;
+    into.has_verdict = true;
+    into.orders_cleanup = reply->op == FWX_NAT64_OP_DEL && reply->cleanup == 1;
+}
+
+}  // namespace detail
+
+/**
+ * A command that has not been sent yet; awaiting it sends it and gives its result. Destroying it while it is awaited,
+ * with its coroutine, forgets it: the server may carry it out.
+ */
+template <class send_type, class result_type = result>
+class [[nodiscard]] command : detail::waiter {
+public:
+    command(detail::binding &to, send_type send, uint64_t timeout_ms) noexcept
+        : waiter{arrived}, to_(&to), send_(std::move(send)), timeout_ms_(timeout_ms) {}
+    /** Of a command that has not been sent. */
+    command(command &&from) noexcept
+        : waiter{arrived}, to_(from.to_), send_(std::move(from.send_)), timeout_ms_(from.timeout_ms_) {}
+    command &operator=(command &&) = delete;
+    ~command() {
+        if (id_ != 0) to_->close(id_);
+    }
+
+    /** Gives it a deadline of its own, from when it is sent: it ends with std::errc::timed_out then. */
+    command &&within(std::chrono::milliseconds timeout) &&noexcept {
+        timeout_ms_ = static_cast<uint64_t>(timeout.count());
+        return std::move(*this);
+    }
+
+    bool await_ready() const noexcept { return false; }
+    bool await_suspend(std::coroutine_handle<> waiting) noexcept {
+        waiting_ = waiting;
+        const uint32_t code = to_->start(send_, *this, 0, timeout_ms_, id_);
+        result_.error = detail::send_error(code);
+        return code == 0;
+    }
+    result_type await_resume() const noexcept { return result_; }
+
+    using value_type = result_type;
+    /** For who waits for many: sends it, in the name of an owner that tells its commands by their tags. */
+    uint32_t start_for(detail::waiter &owner, uint32_t tag, uint64_t &id) noexcept {
+        return to_->start(send_, owner, tag, timeout_ms_, id);
+    }
+    detail::binding &to() const noexcept { return *to_; }
+
+private:
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
+        auto &self = static_cast<command &>(base);
+        self.id_ = 0;
+        detail::conclude(*self.to_, error, self.result_);
+        self.waiting_.resume();
+    }
+
+    detail::binding *to_;
+    send_type send_;
+    uint64_t timeout_ms_;
+    uint64_t id_ = 0; /* not 0: it is outstanding */
+    std::coroutine_handle<> waiting_;
+    result_type result_;
+};
+
+/** The result of many commands. */
+struct all_result {
+    size_t failed = 0;
+    std::error_code first_error; /**< of the first answer that was one */
+
+    explicit operator bool() const noexcept { return failed == 0; }
+};
+
+namespace detail {
+
+template <class make_type, class each_type>
+class window : waiter {
+public:
+    using command_type = std::invoke_result_t<make_type &, size_t>;
+    using value_type = typename command_type::value_type;
+
+    window(size_t count, size_t width, make_type make, each_type each)
+        : waiter{arrived},
+          count_(count),
+          width_(width == 0 ? 1 : width),
+          make_(std::move(make)),
+          each_(std::move(each)) {}
+    window(const window &) = delete;
+    ~window() {
+        if (outstanding_ != 0) to_->close_all(*this);
+        if (is_gone_ != nullptr) *is_gone_ = true;
+    }
+
+    bool await_ready() noexcept {
+        fill();
+        return is_done();
+    }
+    void await_suspend(std::coroutine_handle<> waiting) noexcept { waiting_ = waiting; }
+    all_result await_resume() const noexcept { return sum_; }
+
+private:
+    bool is_done() const noexcept { return outstanding_ == 0 && next_ == count_; }
+    /** Sends as many as may be; false: it has been destroyed. */
+    bool fill() noexcept {
+        while (next_ < count_ && outstanding_ < width_) {
+            const auto index = static_cast<uint32_t>(next_++);
+            command_type command = make_(index);
+            to_ = &command.to();
+            uint64_t id = 0;
+            const uint32_t code = command.start_for(*this, index, id);
+            if (code == 0) {
+                ++outstanding_;
+                continue;
+            }
+            value_type value;
+            value.error = send_error(code);
+            if (!take(index, value)) return false;
+        }
+        return true;
+    }
+    bool take(uint32_t index, const value_type &value) noexcept {
+        if (value.error) {
+            if (sum_.failed++ == 0) sum_.first_error = value.error;
+        }
+        bool is_gone = false;
+        bool *const outer = std::exchange(is_gone_, &is_gone);
+        each_(size_t{index}, value);
+        if (is_gone) {
+            if (outer != nullptr) *outer = true;
+            return false;
+        }
+        is_gone_ = outer;
+        return true;
+    }
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
+        auto &self = static_cast<window &>(base);
+        value_type value;
+        conclude(*self.to_, error, value);
+        --self.outstanding_;
+        if (self.take(tag, value) && self.fill() && self.is_done()) self.waiting_.resume();
+    }
+
+    size_t count_;
+    size_t width_;
+    make_type make_;
+    each_type each_;
+    binding *to_ = nullptr;
+    size_t next_ = 0;
+    size_t outstanding_ = 0;
+    all_result sum_;
+    std::coroutine_handle<> waiting_;
+    bool *is_gone_ = nullptr; /* set by the destructor, for who has called `each_` */
+};
+
+template <class... command_types>
+class together : waiter {
+public:
+    explicit together(command_types &&...commands) : waiter{arrived}, commands_(std::move(commands)...) {}
+    together(const together &) = delete;
+    ~together() {
+        if (outstanding_ != 0) std::get<0>(commands_).to().close_all(*this);
+    }
+
+    bool await_ready() noexcept {
+        send(std::index_sequence_for<command_types...>());
+        return outstanding_ == 0;
+    }
+    void await_suspend(std::coroutine_handle<> waiting) noexcept { waiting_ = waiting; }
+    std::tuple<typename command_types::value_type...> await_resume() const noexcept { return results_; }
+
+private:
+    template <size_t... indices>
+    void send(std::index_sequence<indices...>) noexcept {
+        (send_one<indices>(), ...);
+    }
+    template <size_t index>
+    void send_one() noexcept {
+        uint64_t id = 0;
+        const uint32_t code = std::get<index>(commands_).start_for(*this, index, id);
+        std::get<index>(results_).error = send_error(code);
+        if (code == 0) ++outstanding_;
+    }
+    template <size_t... indices>
+    void take(uint32_t tag, std::error_code error, std::index_sequence<indices...>) noexcept {
+        ((tag == indices ? conclude(std::get<indices>(commands_).to(), error, std::get<indices>(results_)) : void()),
+         ...);
+    }
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
+        auto &self = static_cast<together &>(base);
+        self.take(tag, error, std::index_sequence_for<command_types...>());
+        if (--self.outstanding_ == 0) self.waiting_.resume();
+    }
+
+    std::tuple<command_types...> commands_;
+    std::tuple<typename command_types::value_type...> results_;
+    size_t outstanding_ = 0;
+    std::coroutine_handle<> waiting_;
+};
+
+/** A callback that waits in its slot. */
+template <class result_type, class on_type>
+class callback : waiter {
+public:
+    template <class send_type>
+    static result start(binding &to, send_type &send, uint64_t timeout_ms, on_type on) {
+        static_assert(sizeof(callback) <= binding::storage_size && std::is_nothrow_move_constructible_v<on_type>,
+                      "a callback holds at most about 100 bytes: let it hold a pointer");
+        waiter nobody{nullptr};
+        const uint64_t id = to.open(nobody, 0);
+        auto *self = new (to.storage(id)) callback(to, std::move(on));
+        to.own(id, *self);
+        const uint32_t code = to.send(id, send);
+        if (code != 0) {
+            self->~callback();
+        } else {
+            to.set_deadline(id, timeout_ms);
+        }
+        return {send_error(code)};
+    }
+
+private:
+    callback(binding &to, on_type on) : waiter{arrived}, to_(&to), on_(std::move(on)) {}
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
+        auto &self = static_cast<callback &>(base);
+        result_type value;
+        conclude(*self.to_, error, value);
+        on_type on = std::move(self.on_);
+        self.~callback(); /* its slot may be taken again from now on */
+        on(value);
+    }
+
+    binding *to_;
+    on_type on_;
+};
+
+}  // namespace detail
+
+/**
+ * Awaits `count` commands, of which at most `width` are outstanding at a time. Nothing is allocated.
+ * @param make gets an index from 0 and gives the command, whose deadline it may set.
+ * @param each gets the index and the result of each command, in the order of the answers.
+ */
+template <class make_type, class each_type>
+requires std::invocable<each_type &, size_t,
+                        const typename std::invoke_result_t<make_type &, size_t>::value_type &> auto
+when_all(size_t count, size_t width, make_type make, each_type each) {
+    return detail::window<make_type, each_type>(count, width, std::move(make), std::move(each));
+}
+/** The same, where the sum of the results is enough. */
+template <class make_type>
+requires std::invocable<make_type &, size_t>
+auto when_all(size_t count, size_t width, make_type make) {
+    return when_all(count, width, std::move(make), [](size_t, const auto &) {});
+}
+/** Sends all of the commands and awaits them; gives a tuple of their results. */
+template <class... send_types, class... result_types>
+auto when_all(command<send_types, result_types> &&...commands) {
+    return detail::together<command<send_types, result_types>...>(std::move(commands)...);
+}
+
+}  // namespace fwx::nat64
+
+#endif

@@ -1,0 +1,312 @@
+/** @file
+ * Queries: lists as a whole or reply by reply, single records, and the session walk page by page.
+ */
+#ifndef FWX_NAT64_CXX_QUERY_HPP
+#define FWX_NAT64_CXX_QUERY_HPP
+
+#include "fwx_nat64/cxx/command.hpp"
+
+namespace fwx::nat64 {
+namespace detail {
+
+/**
+ * Follows a list to its end, by as many queries as its cookies take. `ask` sends one: it gets `pal_ctx`, the cookie and
+ * how many entries there have been. `on_page` gets each reply and says what becomes of the list; `on_end` is called
+ * when it has ended. Both may destroy it.
+ */
+template <class ask_type, class page_type, class end_type>
+class list_walk : waiter {
+public:
+    list_walk(binding &to, ask_type ask, page_type on_page, end_type on_end, uint64_t cookie, uint64_t timeout_ms)
+        : waiter{arrived},
+          to_(&to),
+          cookie_(cookie),
+          timeout_ms_(timeout_ms),
+          ask_(std::move(ask)),
+          on_page_(std::move(on_page)),
+          on_end_(std::move(on_end)) {}
+    list_walk(const list_walk &) = delete;
+    ~list_walk() {
+        if (id_ != 0) to_->close(id_);
+    }
+
+    /** 0: it is under way, and on_end will be called. */
+    uint32_t start() {
+        const auto ask_first = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
+        return to_->start(ask_first, *this, 0, timeout_ms_, id_);
+    }
+    /** Makes one in a slot of its own, where it stays until it has ended. */
+    static uint32_t start_in_slot(binding &to, ask_type ask, page_type on_page, end_type on_end, uint64_t cookie,
+                                  uint64_t timeout_ms) {
+        static_assert(sizeof(list_walk) <= binding::storage_size, "callbacks hold too much: let them hold a pointer");
+        waiter nobody{nullptr};
+        const uint64_t id = to.open(nobody, 0);
+        auto *self = new (to.storage(id))
+            list_walk(to, std::move(ask), std::move(on_page), std::move(on_end), cookie, timeout_ms);
+        to.own(id, *self);
+        self->is_in_slot_ = true;
+        const auto ask_first = [self](void *pal_ctx) { return self->ask_(pal_ctx, self->cookie_, 0); };
+        const uint32_t code = to.send(id, ask_first);
+        if (code != 0) {
+            self->~list_walk();
+            return code;
+        }
+        self->id_ = id;
+        to.set_deadline(id, timeout_ms);
+        return 0;
+    }
+
+private:
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) noexcept {
+        auto &self = static_cast<list_walk &>(base);
+        if (got == nullptr) return self.end(error);
+        binding &to = *self.to_;
+        const binding::life_t life(to);
+        const uint64_t id = self.id_;
+        to.set_deadline(id, self.timeout_ms_);
+        const list_step step = self.on_page_(*got);
+        if (!life || !to.is_open(id)) return; /* somebody has ended it */
+        self.go_on(step, *got);
+    }
+    void go_on(list_step step, const page &got) noexcept {
+        const bool goes_on = got.more || got.cookie != 0;
+        if (step == list_step::too_short) return end(client_errc::list_short);
+        if (step == list_step::enough || !goes_on) return end({});
+        if (got.count == 0) return end(client_errc::list_empty);
+        if (got.cookie != 0 && got.cookie <= cookie_) return end(client_errc::list_stalled);
+        cookie_ = got.cookie;
+        taken_ += got.count;
+        if (got.more) return;
+        const auto ask_again = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
+        const uint32_t code = to_->send(id_, ask_again);
+        if (code != 0) end(send_error(code));
+    }
+    void end(std::error_code error) noexcept {
+        to_->close(std::exchange(id_, 0));
+        end_type on_end = std::move(on_end_);
+        if (is_in_slot_) this->~list_walk();
+        on_end(error);
+    }
+
+    binding *to_;
+    uint64_t id_ = 0; /* not 0: it is outstanding */
+    uint64_t cookie_;
+    uint64_t taken_ = 0;
+    uint64_t timeout_ms_;
+    bool is_in_slot_ = false;
+    [[no_unique_address]] ask_type ask_;
+    [[no_unique_address]] page_type on_page_;
+    [[no_unique_address]] end_type on_end_;
+};
+
+/** The entries of a reply, or null when it has not room for as many as it claims. */
+template <class entry_type>
+const entry_type *entries_of(const page &got) noexcept {
+    return got.bytes / sizeof(entry_type) < got.count ? nullptr : static_cast<const entry_type *>(got.data);
+}
+
+/** Hands the entries of a reply to a function, which may say false: enough. */
+template <class entry_type, class on_type>
+list_step hand_over(on_type &on, const page &got) {
+    const entry_type *entries = entries_of<entry_type>(got);
+    if (entries == nullptr) return list_step::too_short;
+    const std::span<const entry_type> span(entries, got.count);
+    if constexpr (std::is_void_v<std::invoke_result_t<on_type &, std::span<const entry_type>>>) {
+        on(span);
+        return list_step::next;
+    } else {
+        return on(span) ? list_step::next : list_step::enough;
+    }
+}
+
+struct nothing_t {};
+
+}  // namespace detail
+
+/** A list to await. With `on_type` it is handed over reply by reply, and the result is its end alone. */
+template <class entry_type, class ask_type, class on_type = detail::nothing_t>
+class [[nodiscard]] list_query {
+    static constexpr bool is_whole = std::is_same_v<on_type, detail::nothing_t>;
+    using value_type = std::conditional_t<is_whole, list<entry_type>, result>;
+
+public:
+    list_query(detail::binding &to, ask_type ask, uint64_t timeout_ms, on_type on = {})
+        : on_(std::move(on)), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
+    list_query(const list_query &) = delete;
+
+    bool await_ready() const noexcept { return false; }
+    bool await_suspend(std::coroutine_handle<> waiting) {
+        waiting_ = waiting;
+        const uint32_t code = walk_.start();
+        value_.error = detail::send_error(code);
+        return code == 0;
+    }
+    value_type await_resume() { return std::move(value_); }
+
+private:
+    struct page_fn {
+        list_query *self;
+        list_step operator()(const page &got) const {
+            if constexpr (is_whole) {
+                auto keep = [this](std::span<const entry_type> entries) {
+                    self->value_.entries.insert(self->value_.entries.end(), entries.begin(), entries.end());
+                };
+                return detail::hand_over<entry_type>(keep, got);
+            } else {
+                return detail::hand_over<entry_type>(self->on_, got);
+            }
+        }
+    };
+    struct end_fn {
+        list_query *self;
+        void operator()(std::error_code error) const {
+            self->value_.error = error;
+            self->waiting_.resume();
+        }
+    };
+
+    on_type on_;
+    value_type value_;
+    std::coroutine_handle<> waiting_;
+    detail::list_walk<ask_type, page_fn, end_fn> walk_;
+};
+
+/** The result of a query of one record. */
+template <class record_type>
+struct record_result : result {
+    record_type record{}; /**< with no error */
+};
+
+/** A query of one record, to await. `selector` tells that the record is the one that was asked for. */
+template <class record_type, class ask_type>
+class [[nodiscard]] record_query {
+public:
+    record_query(detail::binding &to, ask_type ask, uint32_t selector, uint64_t timeout_ms)
+        : selector_(selector), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
+    record_query(const record_query &) = delete;
+
+    bool await_ready() const noexcept { return false; }
+    bool await_suspend(std::coroutine_handle<> waiting) {
+        waiting_ = waiting;
+        const uint32_t code = walk_.start();
+        value_.error = detail::send_error(code);
+        return code == 0;
+    }
+    record_result<record_type> await_resume() const { return value_; }
+
+private:
+    struct page_fn {
+        record_query *self;
+        list_step operator()(const page &got) const {
+            const auto *record = detail::entries_of<record_type>(got);
+            self->is_other_ = got.bytes != SIZE_MAX && got.value2 != self->selector_;
+            if (record == nullptr || self->is_other_) return list_step::too_short;
+            self->value_.record = *record;
+            return list_step::enough;
+        }
+    };
+    struct end_fn {
+        record_query *self;
+        void operator()(std::error_code error) const {
+            self->value_.error = self->is_other_ ? make_error_code(client_errc::unexpected_answer) : error;
+            self->waiting_.resume();
+        }
+    };
+
+    uint32_t selector_;
+    bool is_other_ = false;
+    record_result<record_type> value_;
+    std::coroutine_handle<> waiting_;
+    detail::list_walk<ask_type, page_fn, end_fn> walk_;
+};
+
+/**
+ * A walk over a list, page by page: `while (auto page = co_await walk.next())`. It is sent with the first next(), and
+ * dropping it stops it. A page is read where it arrived, and lives until the coroutine awaits something; those that
+ * come while it does are kept in memory.
+ */
+template <class entry_type, class ask_type>
+class [[nodiscard]] page_walk {
+public:
+    /** Entries; false when there are none, which is the end. */
+    class entries_t : public std::span<const entry_type> {
+    public:
+        using std::span<const entry_type>::span;
+        explicit operator bool() const noexcept { return !this->empty(); }
+    };
+
+    page_walk(detail::binding &to, ask_type ask, uint64_t timeout_ms)
+        : walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
+    page_walk(const page_walk &) = delete;
+
+    auto next() noexcept {
+        struct awaiter {
+            page_walk *self;
+            bool await_ready() const { return self->is_ready(); }
+            void await_suspend(std::coroutine_handle<> waiting) const noexcept { self->waiting_ = waiting; }
+            entries_t await_resume() const noexcept { return self->take(); }
+        };
+        return awaiter{this};
+    }
+    /** Why the walk has ended; none: it is whole. */
+    result end() const noexcept { return {error_}; }
+
+private:
+    struct page_fn {
+        page_walk *self;
+        list_step operator()(const page &got) const {
+            auto take = [this](std::span<const entry_type> entries) { self->arrived(entries); };
+            return detail::hand_over<entry_type>(take, got);
+        }
+    };
+    struct end_fn {
+        page_walk *self;
+        void operator()(std::error_code error) const { self->ended(error); }
+    };
+
+    bool is_ready() {
+        here_ = {};
+        read_.clear();
+        if (!is_started_) {
+            is_started_ = true;
+            const uint32_t code = walk_.start();
+            has_ended_ = code != 0;
+            error_ = detail::send_error(code);
+        }
+        return has_ended_ || !kept_.empty();
+    }
+    entries_t take() noexcept {
+        if (!kept_.empty()) {
+            read_.swap(kept_);
+            return {read_.data(), read_.size()};
+        }
+        return here_;
+    }
+    void arrived(std::span<const entry_type> entries) {
+        if (entries.empty()) return;
+        if (waiting_ == nullptr) {
+            kept_.insert(kept_.end(), entries.begin(), entries.end());
+            return;
+        }
+        here_ = {entries.data(), entries.size()};
+        std::exchange(waiting_, nullptr).resume();
+    }
+    void ended(std::error_code error) {
+        error_ = error;
+        has_ended_ = true;
+        if (waiting_ != nullptr) std::exchange(waiting_, nullptr).resume();
+    }
+
+    bool is_started_ = false;
+    bool has_ended_ = false;
+    std::error_code error_;
+    entries_t here_;               /* in the reply that is being delivered */
+    std::vector<entry_type> kept_; /* came while nobody waited */
+    std::vector<entry_type> read_; /* given to the coroutine */
+    std::coroutine_handle<> waiting_;
+    detail::list_walk<ask_type, page_fn, end_fn> walk_;
+};
+
+}  // namespace fwx::nat64
+
+#endif

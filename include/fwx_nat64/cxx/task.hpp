@@ -1,0 +1,118 @@
+/** @file
+ * Coroutines for those who have none of their own: a task begins when it is started or awaited, and ends with a value.
+ */
+#ifndef FWX_NAT64_CXX_TASK_HPP
+#define FWX_NAT64_CXX_TASK_HPP
+
+#include <coroutine>
+#include <exception>
+#include <optional>
+#include <utility>
+
+namespace fwx::nat64 {
+
+template <class value_type>
+class task;
+
+namespace detail {
+
+struct task_promise_base {
+    std::coroutine_handle<> continuation; /* null: nobody awaits it */
+    std::exception_ptr error;
+
+    struct final_awaiter {
+        bool await_ready() const noexcept { return false; }
+        template <class promise_type>
+        std::coroutine_handle<> await_suspend(std::coroutine_handle<promise_type> self) const noexcept {
+            const std::coroutine_handle<> next = self.promise().continuation;
+            return next ? next : std::noop_coroutine();
+        }
+        void await_resume() const noexcept {}
+    };
+    std::suspend_always initial_suspend() const noexcept { return {}; }
+    final_awaiter final_suspend() const noexcept { return {}; }
+    void unhandled_exception() noexcept { error = std::current_exception(); }
+};
+
+template <class value_type>
+struct task_promise : task_promise_base {
+    std::optional<value_type> value;
+
+    task<value_type> get_return_object() noexcept;
+    template <class from_type>
+    void return_value(from_type &&from) {
+        value.emplace(std::forward<from_type>(from));
+    }
+    value_type take() {
+        if (error) std::rethrow_exception(error);
+        return std::move(*value);
+    }
+};
+
+template <>
+struct task_promise<void> : task_promise_base {
+    task<void> get_return_object() noexcept;
+    void return_void() const noexcept {}
+    void take() const {
+        if (error) std::rethrow_exception(error);
+    }
+};
+
+}  // namespace detail
+
+/**
+ * A coroutine that gives a value. It owns its frame: destroying it, at any moment, ends the coroutine where it stands,
+ * and what that awaits is forgotten. Not thread-safe.
+ */
+template <class value_type = void>
+class [[nodiscard]] task {
+public:
+    using promise_type = detail::task_promise<value_type>;
+
+    explicit task(std::coroutine_handle<promise_type> handle) noexcept : handle_(handle) {}
+    task(task &&from) noexcept : handle_(std::exchange(from.handle_, nullptr)) {}
+    task &operator=(task &&from) noexcept {
+        std::swap(handle_, from.handle_);
+        return *this;
+    }
+    ~task() {
+        if (handle_) handle_.destroy();
+    }
+
+    /** Runs it until it first waits. Once, and not for a task that is awaited. */
+    void start() { handle_.resume(); }
+    bool done() const noexcept { return handle_.done(); }
+    /** The value of a task that is done; throws what the coroutine threw. */
+    value_type get() { return handle_.promise().take(); }
+
+    auto operator co_await() noexcept {
+        struct awaiter {
+            std::coroutine_handle<promise_type> handle;
+            bool await_ready() const noexcept { return false; }
+            std::coroutine_handle<> await_suspend(std::coroutine_handle<> awaiting) const noexcept {
+                handle.promise().continuation = awaiting;
+                return handle;
+            }
+            value_type await_resume() const { return handle.promise().take(); }
+        };
+        return awaiter{handle_};
+    }
+
+private:
+    std::coroutine_handle<promise_type> handle_; /* owned */
+};
+
+namespace detail {
+
+template <class value_type>
+task<value_type> task_promise<value_type>::get_return_object() noexcept {
+    return task<value_type>(std::coroutine_handle<task_promise>::from_promise(*this));
+}
+inline task<void> task_promise<void>::get_return_object() noexcept {
+    return task<void>(std::coroutine_handle<task_promise>::from_promise(*this));
+}
+
+}  // namespace detail
+}  // namespace fwx::nat64
+
+#endif

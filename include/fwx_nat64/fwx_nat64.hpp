@@ -1,0 +1,454 @@
+/** @file
+ * The NAT64 client library in C++20: a binding as an object, a command as something to await. Header only; it needs the
+ * C headers, and what drives the platform's event context.
+ *
+ * Every command is a member function of fwx::nat64::client, which gives an awaitable:
+ *
+ *     fwx::nat64::result done = co_await client.pool_add(pool{.id = 1, .start = "192.0.2.1", .end = "192.0.2.254"});
+ *
+ * With a function behind its arguments the same member sends at once, gives the result of the sending, and calls the
+ * function with that of the command, if the former is no error: `client.pool_add(pool, [](const result &done) {...})`.
+ * Records of this interface and those of C are taken alike.
+ *
+ * Calling context: the thread that runs the event loop of the binding; everything may be done from inside coroutines
+ * and callbacks. Not thread-safe. Destroying an awaitable, a coroutine that awaits, or the client is safe at any
+ * moment, also from inside a callback. Coroutines are resumed, and callbacks called, from inside the loop or from where
+ * the client is destroyed; what they throw ends the program, save out of a task, which keeps it for who awaits it.
+ *
+ * Memory: beside the coroutines' frames, lists and the table of what is outstanding, which grows as it must and is
+ * used again, nothing is allocated.
+ *
+ * Not supported: more than one client in a process (the second is refused with 17, File exists), beside the C
+ * functions fwx_nat64_bind and fwx_nat64_unbind; a callback for throttling of one's own.
+ */
+#ifndef FWX_NAT64_FWX_NAT64_HPP
+#define FWX_NAT64_FWX_NAT64_HPP
+
+#include "fwx_nat64/cxx/binding.hpp"
+#include "fwx_nat64/cxx/command.hpp"
+#include "fwx_nat64/cxx/error.hpp"
+#include "fwx_nat64/cxx/query.hpp"
+#include "fwx_nat64/cxx/record.hpp"
+#include "fwx_nat64/cxx/task.hpp"
+#include "fwx_nat64/cxx/value.hpp"
+
+namespace fwx::nat64 {
+
+/** A binding to the server. It unbinds when it ends: what is outstanding then ends with FWX_NAT64_ERR_NOT_READY, and
+ * the server may carry it out. The library's table of MAP-T rules stays (fwx_mapt_plu_cleanup empties it). */
+class client {
+private:
+    /** Throws at the end of the expression that it stands in, when the client can be taken apart again. */
+    class throw_later_t {
+    public:
+        ~throw_later_t() noexcept(false) {
+            if (error_) throw std::system_error(error_, "no binding");
+        }
+        std::error_code &error() noexcept { return error_; }
+
+    private:
+        std::error_code error_;
+    };
+    class room_t : detail::room_waiter {
+    public:
+        explicit room_t(detail::binding &of) noexcept : of_(&of) {}
+        room_t(const room_t &) = delete;
+        ~room_t() {
+            if (handle) of_->forget_room(*this);
+        }
+        bool await_ready() const noexcept { return !of_->is_throttled() || !of_->is_bound(); }
+        void await_suspend(std::coroutine_handle<> waiting) noexcept {
+            handle = waiting;
+            of_->wait_for_room(*this);
+        }
+        void await_resume() noexcept { handle = nullptr; }
+
+    private:
+        detail::binding *of_;
+    };
+
+    static std::array<char, 4> four(std::string_view client_id) noexcept {
+        std::array<char, 4> made{};
+        std::copy_n(client_id.begin(), std::min(client_id.size(), made.size()), made.begin());
+        return made;
+    }
+
+    template <class record_type>
+    auto record(uint32_t selector) {
+        auto ask = [selector](void *pal_ctx, uint64_t, uint64_t) {
+            return fwx_nat64_stats_sys_query_a(selector, pal_ctx);
+        };
+        return record_query<record_type, decltype(ask)>(binding_, ask, selector, timeout_ms_);
+    }
+    template <class entry_type, class ask_type>
+    auto entries(ask_type ask) {
+        return list_query<entry_type, ask_type>(binding_, ask, timeout_ms_);
+    }
+    template <class entry_type, class ask_type, class on_type>
+    auto entries(ask_type ask, on_type on) {
+        return list_query<entry_type, ask_type, on_type>(binding_, ask, timeout_ms_, std::move(on));
+    }
+    template <class entry_type, class ask_type, class on_type, class end_type>
+    result entries(ask_type ask, on_type on, end_type on_end) {
+        return query(
+            ask, [on = std::move(on)](const page &got) mutable { return detail::hand_over<entry_type>(on, got); },
+            std::move(on_end));
+    }
+    template <class entry_type>
+    auto walk(const fwx_nat64_sess_walk_filter_t &filter, uint32_t page_size, uint32_t walk_arg) {
+        auto ask = [filter, page_size, walk_arg](void *pal_ctx, uint64_t cookie, uint64_t) {
+            return fwx_nat64_session_walk_a(page_size, &filter, cookie, 0, walk_arg, walk_callback, pal_ctx);
+        };
+        return page_walk<entry_type, decltype(ask)>(binding_, ask, timeout_ms_);
+    }
+
+public:
+    /** Entries of a list that are asked for at a time. */
+    static constexpr uint32_t entries_a_query = 1000;
+
+    /**
+     * Binds; waits for the server's answer.
+     * @param client_id four characters that identify the PAL to the server; shorter ones are filled with zeros.
+     * @param ev_arg    the PAL's event argument (its loop); must outlive the client.
+     * @param on        hears of what comes unasked.
+     * @param platform  what the platform can tell beyond the C interface.
+     * @param error     why it is not bound; every command is refused then.
+     */
+    client(std::string_view client_id, void *ev_arg, handlers on, const adapter &platform, std::error_code &error)
+        : binding_(four(client_id).data(), ev_arg, std::move(on), platform, error) {}
+    /** The same; throws std::system_error. */
+    client(std::string_view client_id, void *ev_arg, handlers on = {}, const adapter &platform = {})
+        : client(client_id, ev_arg, std::move(on), platform, throw_later_t{}.error()) {}
+
+    /** Whether it is bound. */
+    bool is_bound() const noexcept { return binding_.is_bound(); }
+    /** Whether a channel to the server is open; without one, the next command opens it. */
+    bool is_connected() const noexcept {
+        const fwx_nat64_client_info_t *info = is_bound() ? fwx_nat64_client_info_get() : nullptr;
+        return info != nullptr && info->connected != 0;
+    }
+    /** Commands and queries that wait for their answer. */
+    size_t outstanding() const noexcept { return binding_.outstanding(); }
+    /** How long commands and queries that are made from now on may take, unless command::within says it; 0: any time.
+     * Of a list it is the longest silence between replies. */
+    void deadline_set(std::chrono::milliseconds timeout) noexcept {
+        timeout_ms_ = static_cast<uint64_t>(timeout.count());
+    }
+    /** Ends what has its deadline behind it. A platform with timers does it by itself. */
+    void expire(uint64_t now_ms) { binding_.expire(now_ms); }
+    /** The same, of this moment. */
+    void expire() { binding_.expire(binding_.now_ms()); }
+
+    /** Whether the channel has filled up; sending is not refused then, but should wait. */
+    bool is_throttled() const noexcept { return binding_.is_throttled(); }
+    /** Awaits that the channel has room; at once if it has. */
+    auto may_send() noexcept { return room_t(binding_); }
+
+    /* --- Settings --- */
+
+    /** Sets a timeout. */
+    auto timeout_set(const fwx_nat64_timeout_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds the limit. */
+    auto limit_add(const fwx_nat64_limit_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_limit_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Modifies the limit. */
+    auto limit_mod(const fwx_nat64_limit_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_limit_set_a(FWX_NAT64_OP_MOD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes the limit. */
+    auto limit_del(const fwx_nat64_limit_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_limit_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds a service. */
+    auto service_add(const fwx_nat64_service_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_service_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a service. */
+    auto service_del(const fwx_nat64_service_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_service_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Sets an adjacency. */
+    auto adj_set(const fwx_nat64_adj_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_adj_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Sets the replication. */
+    auto replication_set(const replication &value, auto... on) {
+        return configure([record = fwx_nat64_replication_t{value.value, 1, value.value2}](
+                             void *pal_ctx) { return fwx_nat64_replication_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /** Takes the replication back. */
+    auto replication_unset(const replication &value, auto... on) {
+        return configure([record = fwx_nat64_replication_t{value.value, 0, value.value2}](
+                             void *pal_ctx) { return fwx_nat64_replication_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+                         std::move(on)...);
+    }
+
+    /** Sets the global settings. */
+    auto settings_set(const fwx_nat64_global_settings_t &value, auto... on) {
+        return configure([record = value](void *pal_ctx) { return fwx_nat64_global_settings_set_a(&record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /* --- What is translated --- */
+
+    /** Sets an interface's prefixes and MTU. */
+    auto interface_set(const fwx_nat64_intf_info_t &value, auto... on) {
+        return configure([record = value](void *pal_ctx) { return fwx_nat64_interface_set_a(&record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /** Enables an NVI interface. */
+    auto nvi_enable(uint32_t ifh, auto... on) {
+        return configure([ifh](void *pal_ctx) { return fwx_nat64_nvi_interface_enable_a(ifh, pal_ctx); },
+                         std::move(on)...);
+    }
+
+    /** Adds a global prefix. */
+    auto prefix_add(const fwx_nat64_prefix_t &value, auto... on) {
+        return configure([record = value](void *pal_ctx) { return fwx_nat64_glb_prefix_add_a(&record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /** Modifies a global prefix. */
+    auto prefix_mod(const fwx_nat64_prefix_t &value, auto... on) {
+        return configure([record = value](void *pal_ctx) { return fwx_nat64_glb_prefix_mod_a(&record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /** Deletes a global prefix. */
+    auto prefix_del(const fwx_nat64_prefix_t &value, auto... on) {
+        return configure([record = value](void *pal_ctx) { return fwx_nat64_glb_prefix_del_a(&record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /** Adds a static mapping. */
+    auto smapping_add(const fwx_nat64_smapping_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_smapping_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a static mapping, by its id. */
+    auto smapping_del(const fwx_nat64_smapping_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_smapping_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds a dynamic mapping. */
+    auto dmapping_add(const fwx_nat64_dmapping_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_dmapping_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Modifies a dynamic mapping. */
+    auto dmapping_mod(const fwx_nat64_dmapping_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_dmapping_set_a(FWX_NAT64_OP_MOD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a dynamic mapping. */
+    auto dmapping_del(const fwx_nat64_dmapping_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_dmapping_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds a pool. */
+    auto pool_add(const fwx_nat64_pool_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_pool_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Modifies a pool. */
+    auto pool_mod(const fwx_nat64_pool_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_pool_set_a(FWX_NAT64_OP_MOD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a pool. */
+    auto pool_del(const fwx_nat64_pool_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_pool_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds a range of a pool. */
+    auto range_add(const fwx_nat64_pool_range_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_pool_range_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a range of a pool. */
+    auto range_del(const fwx_nat64_pool_range_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_pool_range_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds a destination of translation logs. */
+    auto logging_add(const fwx_nat64_logging_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_logging_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Modifies a destination of translation logs. */
+    auto logging_mod(const fwx_nat64_logging_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_logging_set_a(FWX_NAT64_OP_MOD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a destination of translation logs. */
+    auto logging_del(const fwx_nat64_logging_t &value, auto... on) {
+        return configure(
+            [record = value](void *pal_ctx) { return fwx_nat64_logging_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /* --- MAP-T rules --- */
+
+    /** Adds a basic mapping rule, at the server and in the table of the library, which installs it whatever the server
+     * says of it. One command of a rule at a time. */
+    auto mapt_bmr_add(const fwx_nat64_mapt_bmr_t &value, auto... on) {
+        return configure_rule(
+            [record = value](void *pal_ctx) { return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a basic mapping rule. */
+    auto mapt_bmr_del(const fwx_nat64_mapt_bmr_t &value, auto... on) {
+        return configure_rule(
+            [record = value](void *pal_ctx) { return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Adds a default mapping rule. */
+    auto mapt_dmr_add(const fwx_nat64_mapt_dmr_t &value, auto... on) {
+        return configure_rule(
+            [record = value](void *pal_ctx) { return fwx_nat64_mapt_dmr_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /** Deletes a default mapping rule. */
+    auto mapt_dmr_del(const fwx_nat64_mapt_dmr_t &value, auto... on) {
+        return configure_rule(
+            [record = value](void *pal_ctx) { return fwx_nat64_mapt_dmr_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
+            std::move(on)...);
+    }
+    /* --- Sessions and aliases --- */
+
+    /** Asks the server to upload its IP aliases. */
+    auto ipalias_upload(auto... on) {
+        return configure([](void *pal_ctx) { return fwx_nat64_ipalias_upload_a(pal_ctx); }, std::move(on)...);
+    }
+
+    /** Clears the sessions that a filter names. */
+    auto session_clear(const fwx_nat64_session_filter_t &value, auto... on) {
+        return configure([record = value](void *pal_ctx) { return fwx_nat64_session_clear_a(&record, pal_ctx); },
+                         std::move(on)...);
+    }
+    /* --- Statistics. A function behind the arguments gets the entries as std::span, reply by reply, as long as it does
+     * not return false; the query is awaited all the same. A second one gets the result, and nothing is awaited. --- */
+
+    /** How many the server holds of each kind. */
+    auto stats_totals() { return record<fwx_nat64_stats_sys_entry_t>(0); }
+    /** What the server has counted. This and the next two are of this project's server. */
+    auto stats_counts() { return record<fwx_nat64_stats_counts_t>(FWX_NAT64_SEL_COUNTS); }
+    /** By which a restarted server is told. */
+    auto stats_boot() { return record<fwx_nat64_stats_boot_t>(FWX_NAT64_SEL_BOOT); }
+    /** What the server holds, and has refused. */
+    auto stats_system() { return record<fwx_nat64_stats_system_t>(FWX_NAT64_SEL_SYSTEM); }
+    /** All interfaces. */
+    auto stats_interfaces(auto... on) {
+        return entries<fwx_nat64_stats_intf_entry_t>(
+            [](void *pal_ctx, uint64_t, uint64_t) { return fwx_nat64_stats_intf_query_a(pal_ctx); }, std::move(on)...);
+    }
+    /** All pools. */
+    auto stats_pools(auto... on) {
+        return entries<fwx_nat64_stats_pool_entry_t>(
+            [](void *pal_ctx, uint64_t cookie, uint64_t) {
+                return fwx_nat64_stats_pool_all_query_a(0, reinterpret_cast<void *>(cookie), entries_a_query, 0,
+                                                        pal_ctx);
+            },
+            std::move(on)...);
+    }
+    /** All mappings. */
+    auto stats_mappings(auto... on) {
+        return entries<fwx_nat64_stats_mapping_entry_t>(
+            [](void *pal_ctx, uint64_t cookie, uint64_t) {
+                return fwx_nat64_stats_mapping_all_query_a(0, reinterpret_cast<void *>(cookie), entries_a_query, 0,
+                                                           pal_ctx);
+            },
+            std::move(on)...);
+    }
+    /** All limits. */
+    auto stats_limits(auto... on) {
+        return entries<fwx_nat64_stats_limit_entry_t>(
+            [](void *pal_ctx, uint64_t, uint64_t) { return fwx_nat64_stats_limit_all_query_a(0, UINT32_MAX, pal_ctx); },
+            std::move(on)...);
+    }
+
+    /**
+     * Walks the sessions, as any server tells them.
+     * @param filter    which of them.
+     * @param page_size sessions a page.
+     */
+    auto sessions(const fwx_nat64_sess_walk_filter_t &filter = session_filter{}, uint32_t page_size = 100) {
+        return walk<fwx_nat64_session_t>(filter, page_size, 0);
+    }
+    /** Walks the sessions in full, as this project's server tells them; another server's walk ends with an error, or
+     * with entries that mean nothing where the platform does not tell how long they are. */
+    auto sessions_full(const fwx_nat64_sess_walk_filter_t &filter = session_filter{}, uint32_t page_size = 100) {
+        return walk<fwx_nat64_session_full_t>(filter, page_size, FWX_NAT64_WALK_FULL);
+    }
+
+    /* --- For what has no member here. --- */
+
+    /** A command of which `send`, given a `pal_ctx`, is the C function that sends it. */
+    template <class send_type>
+    auto configure(send_type send) {
+        return command<send_type>(binding_, std::move(send), timeout_ms_);
+    }
+    /** The same, sent at once; `on` gets its result. */
+    template <class send_type, class on_type>
+    result configure(send_type send, on_type on) {
+        return detail::callback<result, on_type>::start(binding_, send, timeout_ms_, std::move(on));
+    }
+    /** The same of a command of a MAP-T rule. */
+    template <class send_type>
+    auto configure_rule(send_type send) {
+        return command<send_type, rule_result>(binding_, std::move(send), timeout_ms_);
+    }
+    /** The same, sent at once; `on` gets its result. */
+    template <class send_type, class on_type>
+    result configure_rule(send_type send, on_type on) {
+        return detail::callback<rule_result, on_type>::start(binding_, send, timeout_ms_, std::move(on));
+    }
+    /**
+     * A query and all that follow from its cookies.
+     * @param ask     the C function that sends one, given `pal_ctx`, a cookie and how many entries there have been.
+     * @param on_page gets each reply as a page and says what becomes of the list.
+     * @param on_end  gets the result, if the one that is returned is no error.
+     * @param cookie  where to begin.
+     */
+    template <class ask_type, class page_type, class end_type>
+    result query(ask_type ask, page_type on_page, end_type on_end, uint64_t cookie = 0) {
+        auto end = [on = std::move(on_end)](std::error_code error) mutable { on(result{error}); };
+        return {detail::send_error(detail::list_walk<ask_type, page_type, decltype(end)>::start_in_slot(
+            binding_, std::move(ask), std::move(on_page), std::move(end), cookie, timeout_ms_))};
+    }
+    /** What a session walk gives to the C function as its callback, with the `pal_ctx` of a query. */
+    static constexpr fwx_nat64_sess_walk_fn_t walk_callback = detail::binding::walked;
+
+private:
+    detail::binding binding_;
+    uint64_t timeout_ms_ = 0;
+};
+
+}  // namespace fwx::nat64
+
+#endif

@@ -1,0 +1,281 @@
+/* Commands of the C++ interface: their results, deadlines, many at a time, and the end of a channel. */
+#include "cxx_fixture.h"
+
+#include "fwx_nat64/server_result.h"
+
+namespace nat64 = fwx::nat64;
+using namespace std::chrono_literals;
+
+namespace {
+
+class cxx_client_test_t : public cxx_fixture_t {
+protected:
+    const std::error_code timed_out_ = std::make_error_code(std::errc::timed_out);
+    const std::error_code not_ready_ = nat64::nat64_error(FWX_NAT64_ERR_NOT_READY);
+
+    /** Awaits a command and notes how it ended. */
+    nat64::task<> keep(auto command) {
+        const nat64::result got = co_await command;
+        ends_.push_back(got.error);
+    }
+    std::vector<std::error_code> ends_;
+};
+
+}  // namespace
+
+TEST_F(cxx_client_test_t, a_command_gives_the_servers_verdict_and_its_text) {
+    const nat64::result added =
+        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(1)); }(*client));
+    EXPECT_TRUE(added);
+    const nat64::result refused =
+        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_del(a_pool(2)); }(*client));
+    EXPECT_EQ(refused.code(), FWX_NAT64_MODEL_ERR_NO_ENTRY);
+    EXPECT_EQ(refused.error.message(), "the server has no such entry");
+    const nat64::result invalid =
+        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(0)); }(*client));
+    EXPECT_EQ(invalid.code(), FWX_NAT64_ERR_INVALID);
+    EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_client_test_t, a_rules_verdict_is_the_servers_and_not_that_of_the_rule_table) {
+    const auto add = [](nat64::client &c, uint32_t id) -> nat64::task<nat64::rule_result> {
+        co_return co_await c.mapt_bmr_add(a_rule(id));
+    };
+    const nat64::rule_result added = run(add(*client, 7));
+    EXPECT_TRUE(added && added.has_verdict);
+    EXPECT_EQ(added.bmr_index, 1u);
+    model->fail_next(99, 1);
+    const nat64::rule_result refused = run(add(*client, 8));
+    EXPECT_EQ(refused.code(), 99u);
+    EXPECT_EQ(refused.table, std::error_code()) << "the library installs it";
+    model->order_cleanup(true);
+    const auto del = [](nat64::client &c) -> nat64::task<nat64::rule_result> {
+        co_return co_await c.mapt_bmr_del(a_rule(7));
+    };
+    EXPECT_TRUE(run(del(*client)).orders_cleanup);
+}
+
+TEST_F(cxx_client_test_t, without_an_adapter_a_rules_verdict_is_the_rule_tables) {
+    client.reset();
+    fwx_mapt_plu_cleanup();
+    client.emplace("test", loop.get());
+    pump();
+    model->fail_next(99, 1);
+    const nat64::rule_result got = run([](nat64::client &c) -> nat64::task<nat64::rule_result> {
+        co_return co_await c.mapt_bmr_add(a_rule(8));
+    }(*client));
+    EXPECT_TRUE(got && !got.has_verdict);
+}
+
+TEST_F(cxx_client_test_t, a_command_that_is_not_answered_in_time_ends_and_its_late_answer_is_nobodys) {
+    model->hold();
+    nat64::task<> slow = keep(client->pool_add(a_pool(1)).within(50ms));
+    client->deadline_set(80ms);
+    nat64::task<> slower = keep(client->pool_add(a_pool(2)));
+    slow.start();
+    slower.start();
+    fwx_host_clock_turn(49);
+    pump();
+    EXPECT_TRUE(ends_.empty());
+    fwx_host_clock_turn(1);
+    pump();
+    EXPECT_EQ(ends_, std::vector({timed_out_}));
+    nat64::task<> reusing = keep(client->pool_add(a_pool(3)).within(0ms));
+    reusing.start(); /* in the slot of the first */
+    fwx_host_clock_turn(30);
+    pump();
+    EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_}));
+    model->release(fwx_nat64_model_order_t::in_order);
+    pump();
+    EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_, std::error_code()}));
+}
+
+TEST_F(cxx_client_test_t, without_timers_deadlines_are_looked_at_when_the_program_says_so) {
+    client.reset();
+    client.emplace("test", loop.get(), nat64::handlers{}, nat64::adapter{.now_ms = fwx_host_clock_ms});
+    pump();
+    model->hold();
+    nat64::task<> slow = keep(client->pool_add(a_pool(1)).within(50ms));
+    slow.start();
+    fwx_host_clock_turn(50);
+    pump();
+    EXPECT_TRUE(ends_.empty());
+    client->expire();
+    EXPECT_EQ(ends_, std::vector({timed_out_}));
+    model->release(fwx_nat64_model_order_t::in_order);
+}
+
+TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_tells_its_result) {
+    std::vector<size_t> order;
+    size_t most = 0;
+    const auto many = [&](nat64::client &c) -> nat64::task<nat64::all_result> {
+        const auto make = [&](size_t i) {
+            return c.pool_add(a_pool(static_cast<uint32_t>(i % 10)));
+        }; /* 0 is invalid */
+        co_return co_await nat64::when_all(40, 8, make, [&](size_t index, const nat64::result &got) {
+            EXPECT_EQ(bool{got}, index % 10 != 0) << index;
+            most = std::max(most, c.outstanding());
+            order.push_back(index);
+        });
+    };
+    nat64::task<nat64::all_result> task = many(*client);
+    task.start();
+    EXPECT_EQ(client->outstanding(), 8u);
+    pump();
+    ASSERT_TRUE(task.done());
+    const nat64::all_result sum = task.get();
+    EXPECT_EQ(sum.failed, 4u);
+    EXPECT_EQ(sum.first_error, nat64::nat64_error(FWX_NAT64_ERR_INVALID));
+    EXPECT_EQ(most, 7u) << "beside the one that has just been answered";
+    std::sort(order.begin(), order.end());
+    for (size_t i = 0; i < 40; ++i)
+        EXPECT_EQ(order.at(i), i);
+}
+
+TEST_F(cxx_client_test_t, commands_of_several_kinds_are_awaited_together) {
+    const auto both = [](nat64::client &c) -> nat64::task<bool> {
+        const auto [pool, rule, none] =
+            co_await nat64::when_all(c.pool_add(a_pool(1)), c.mapt_bmr_add(a_rule(1)), c.pool_del(a_pool(0)));
+        co_return pool &&rule.has_verdict &&none.code() == FWX_NAT64_ERR_INVALID;
+    };
+    EXPECT_TRUE(run(both(*client)));
+}
+
+TEST_F(cxx_client_test_t, a_callback_is_called_once_and_for_a_command_that_was_not_sent_never) {
+    std::vector<uint32_t> codes;
+    const auto note = [&codes, alive = std::make_shared<int>()](const nat64::result &got) {
+        codes.push_back(got.code());
+    };
+    EXPECT_TRUE(client->pool_add(a_pool(1), note));
+    EXPECT_TRUE(
+        client->mapt_bmr_add(a_rule(1), [&codes](const nat64::rule_result &got) { codes.push_back(got.bmr_index); }));
+    EXPECT_EQ(client->pool_add(a_pool(0), note).code(), FWX_NAT64_ERR_INVALID);
+    EXPECT_TRUE(codes.empty());
+    model->duplicate_set(2);
+    pump();
+    EXPECT_EQ(codes, (std::vector<uint32_t>{0, 1}));
+    EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_client_test_t,
+       what_a_server_took_and_did_not_answer_ends_with_its_channel_and_the_next_command_opens_another) {
+    std::string heard;
+    client.reset();
+    client.emplace("test", loop.get(),
+                   nat64::handlers{.flow = [&](bool may_send) { heard += may_send ? " room" : " full"; },
+                                   .lost = [&] { heard += " lost"; }},
+                   fwx::host::adapter);
+    pump();
+    model->silent_set(true);
+    nat64::task<> taken = keep(client->pool_add(a_pool(1)));
+    taken.start();
+    pump();
+    EXPECT_TRUE(ends_.empty());
+    model->drop_clients();
+    pump();
+    EXPECT_EQ(ends_, std::vector({make_error_code(nat64::client_errc::connection_lost)}));
+    EXPECT_EQ(heard, " lost");
+    EXPECT_FALSE(client->is_connected());
+    model->silent_set(false);
+    nat64::task<> again = keep(client->pool_add(a_pool(1)));
+    again.start();
+    pump();
+    EXPECT_EQ(ends_.back(), std::error_code());
+    EXPECT_TRUE(client->is_connected());
+    model.reset();
+    pump();
+    nat64::task<> alone = keep(client->pool_add(a_pool(1)));
+    alone.start();
+    EXPECT_EQ(ends_.back(), nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
+}
+
+TEST_F(cxx_client_test_t, who_waits_for_room_goes_on_when_there_is_room_or_no_channel_any_more) {
+    for (const bool dies : {false, true}) {
+        model->pause_set(true);
+        size_t sent = 0;
+        const auto fill = [&](nat64::client &c) -> nat64::task<> {
+            const auto ignored = [](const nat64::result &) {};
+            while (!c.is_throttled() && sent < 100000) { /* of 144 bytes */
+                if (c.session_clear(nat64::session_filter{}, ignored)) ++sent;
+                if (sent % 1024 == 0) pump();
+            }
+            co_await c.may_send();
+        };
+        nat64::task<> task = fill(*client);
+        task.start();
+        pump();
+        EXPECT_FALSE(task.done());
+        EXPECT_LT(sent, 100000u);
+        if (dies) {
+            model->drop_clients();
+        } else {
+            model->pause_set(false);
+        }
+        pump();
+        EXPECT_TRUE(task.done() && !client->is_throttled());
+    }
+    model->pause_set(false);
+}
+
+TEST_F(cxx_client_test_t, what_comes_unasked_reaches_its_handler) {
+    std::string heard;
+    client.reset();
+    client.emplace(
+        "test", loop.get(),
+        nat64::handlers{
+            .record =
+                [&](uint32_t op, std::span<const uint32_t, 3> words) {
+                    heard += std::to_string(op) + std::to_string(words[2]) + ' ';
+                },
+            .event =
+                [&] {
+                    heard += "event ";
+                    client.reset();
+                },
+            .mapping = [&](const fwx_nat64_stats_mapping_entry_t &mapping) { heard += std::to_string(mapping.id); }},
+        fwx::host::adapter);
+    pump();
+    ASSERT_EQ(model->notify_record(true, 1, 2, 3), 0u);
+    ASSERT_EQ(model->notify_mapping(42, true, 1), 0u);
+    ASSERT_EQ(model->notify_event(), 0u);
+    pump();
+    EXPECT_EQ(heard, "13 42event ");
+}
+
+TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone) {
+    EXPECT_THROW(nat64::client("two", loop.get()), std::system_error);
+    std::error_code error;
+    {
+        nat64::client second("two", loop.get(), {}, {}, error);
+        EXPECT_EQ(error, nat64::nat64_error(17));
+        EXPECT_EQ(second.pool_add(a_pool(1), [](const nat64::result &) {}).error, not_ready_);
+    }
+    EXPECT_TRUE(
+        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(1)); }(*client)));
+}
+
+TEST_F(cxx_client_test_t, a_client_without_a_server_says_so_and_leaves_nothing) {
+    client.reset();
+    model.reset();
+    pump();
+    std::error_code error;
+    client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter, error);
+    EXPECT_EQ(error, nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
+    EXPECT_FALSE(client->is_bound());
+}
+
+TEST_F(cxx_client_test_t, a_task_keeps_what_it_throws_for_who_awaits_it) {
+    const auto inner = [](nat64::client &c) -> nat64::task<int> {
+        co_await c.pool_add(a_pool(1));
+        throw std::runtime_error("thrown");
+    };
+    const auto outer = [&](nat64::client &c) -> nat64::task<std::string> {
+        try {
+            co_await inner(c);
+        } catch (const std::runtime_error &error) {
+            co_return error.what();
+        }
+        co_return "nothing";
+    };
+    EXPECT_EQ(run(outer(*client)), "thrown");
+}

@@ -1,0 +1,158 @@
+/* Whoever waits may be destroyed at any moment, and so may the client. */
+#include "cxx_fixture.h"
+
+namespace nat64 = fwx::nat64;
+using namespace std::chrono_literals;
+
+namespace {
+
+enum class victim_t : uint8_t {
+    task,             /* from outside, while it waits */
+    client,           /* the same */
+    task_in_callback, /* from a callback of another command */
+    client_in_callback,
+    client_by_itself, /* by the coroutine, where it has been resumed */
+};
+
+class cxx_destruction_test_t : public cxx_fixture_t, public testing::WithParamInterface<victim_t> {
+protected:
+    /** Counts where the script goes on, and strikes there if it is to destroy the client itself. */
+    void passed() {
+        ++passed_;
+        if (passed_ == strike_at_ && GetParam() == victim_t::client_by_itself) client.reset();
+    }
+    bool is_there() const { return client.has_value(); }
+
+    /** Waits in every way that there is; goes on after errors, as long as there is a client. */
+    nat64::task<> script() {
+        co_await client->pool_add(a_pool(1)).within(1s);
+        passed();
+        if (is_there()) co_await client->mapt_bmr_add(a_rule(1));
+        passed();
+        if (is_there()) {
+            co_await nat64::when_all(
+                6, 3, [this](size_t i) { return client->pool_add(a_pool(static_cast<uint32_t>(i + 1))); },
+                [this](size_t, const nat64::result &) { passed(); });
+        }
+        passed();
+        if (is_there())
+            co_await nat64::when_all(client->pool_add(a_pool(1)),
+                                     client->mapt_dmr_add(nat64::default_rule{3, "64:ff9b::/96"}));
+        passed();
+        if (is_there()) co_await client->stats_pools();
+        passed();
+        if (is_there())
+            co_await client->stats_pools([this](std::span<const fwx_nat64_stats_pool_entry_t>) { passed(); });
+        passed();
+        if (is_there()) co_await client->stats_boot();
+        passed();
+        if (is_there()) {
+            auto sessions = client->sessions_full({}, 2);
+            while (auto page = co_await sessions.next()) {
+                passed();
+                if (!is_there()) break;
+                co_await client->pool_add(a_pool(1));
+                passed();
+            }
+        }
+        passed();
+        if (is_there()) co_await inner();
+        passed();
+        has_ended_ = true;
+    }
+    nat64::task<> inner() {
+        co_await client->pool_del(a_pool(99));
+        passed();
+    }
+    void strike() {
+        if (GetParam() == victim_t::task || GetParam() == victim_t::task_in_callback) {
+            task_.reset();
+        } else {
+            client.reset();
+        }
+    }
+
+    std::optional<nat64::task<>> task_;
+    int passed_ = 0;
+    int strike_at_ = 0;
+    bool has_ended_ = false;
+};
+
+std::string victim_name(const testing::TestParamInfo<victim_t> &of) {
+    const char *const names[] = {"the_task", "the_client", "the_task_in_a_callback", "the_client_in_a_callback",
+                                 "the_client_by_the_coroutine"};
+    return names[static_cast<size_t>(of.param)];
+}
+
+}  // namespace
+
+TEST_P(cxx_destruction_test_t, is_safe_at_every_suspension_point) {
+    model->reply_limit_set(2 * sizeof(fwx_nat64_session_full_t));
+    bool struck = true;
+    for (strike_at_ = 1; struck; ++strike_at_) {
+        if (!client) client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
+        pump();
+        fwx_mapt_plu_cleanup();
+        model->sessions_generate(8);
+        passed_ = 0;
+        has_ended_ = false;
+        struck = false;
+        task_.emplace(script());
+        const bool in_callback = GetParam() == victim_t::task_in_callback || GetParam() == victim_t::client_in_callback;
+        task_->start();
+        for (int steps = 0; !has_ended_ && steps < 1000 && client && task_; ++steps) {
+            const bool is_now = passed_ + 1 >= strike_at_ && GetParam() != victim_t::client_by_itself;
+            if (is_now && in_callback) {
+                ASSERT_TRUE(client->timeout_set(nat64::timeout{nat64::timeout_kind::udp, 5s},
+                                                [this](const nat64::result &) { strike(); }));
+                struck = true;
+                pump();
+                break;
+            }
+            if (is_now) {
+                strike();
+                struck = true;
+                break;
+            }
+            fwx_host_loop_run_once(loop, 0);
+        }
+        struck = struck || !client;
+        pump();
+        task_.reset();
+        pump();
+        ASSERT_LT(strike_at_, 100);
+    }
+    EXPECT_TRUE(has_ended_);
+    EXPECT_GT(strike_at_, 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(of, cxx_destruction_test_t,
+                         testing::Values(victim_t::task, victim_t::client, victim_t::task_in_callback,
+                                         victim_t::client_in_callback, victim_t::client_by_itself),
+                         victim_name);
+
+TEST_F(cxx_fixture_t, a_coroutine_that_waits_for_room_can_be_destroyed_and_a_client_that_ends_lets_it_go) {
+    for (const bool client_ends : {false, true}) {
+        if (!client) client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
+        pump();
+        model->pause_set(true);
+        while (!client->is_throttled()) {
+            for (int i = 0; i < 64; ++i)
+                ASSERT_TRUE(client->pool_add(a_pool(1), [](const nat64::result &) {}));
+            pump();
+        }
+        bool went_on = false;
+        const auto wait = [&](nat64::client &c) -> nat64::task<> {
+            co_await c.may_send();
+            went_on = true;
+        };
+        {
+            nat64::task<> task = wait(*client);
+            task.start();
+            if (client_ends) client.reset();
+        }
+        EXPECT_EQ(went_on, client_ends);
+        model->pause_set(false);
+        pump();
+    }
+}

@@ -1,0 +1,182 @@
+/* Queries of the C++ interface: whole lists, replies one by one, walks, and servers that tell untruths. */
+#include <cstring>
+
+#include "cxx_fixture.h"
+
+namespace nat64 = fwx::nat64;
+using namespace std::chrono_literals;
+
+namespace {
+
+class cxx_query_test_t : public cxx_fixture_t {
+protected:
+    void add_pools(uint32_t count) {
+        for (uint32_t id = 1; id <= count; ++id) {
+            ASSERT_TRUE(client->pool_add(a_pool(id), [](const nat64::result &) {}));
+        }
+        pump();
+    }
+};
+
+/** What every query is answered with, from the result on. */
+std::vector<uint8_t> scripted;
+
+constexpr fwx_host_server_ops_t liar = {
+    nullptr, nullptr,
+    [](void *, fwx_host_peer_t *peer, const void *msg, size_t) {
+        std::vector<uint8_t> message(static_cast<const uint8_t *>(msg), static_cast<const uint8_t *>(msg) + 32);
+        if (message[0] < 3) return; /* of the connection */
+        message.insert(message.end(), scripted.begin(), scripted.end());
+        fwx_host_peer_send(peer, message.data(), message.size());
+    },
+    [](void *, fwx_host_peer_t *, const void *msg, size_t, void *answer, size_t) -> size_t {
+        std::memset(answer, 0, sizeof(fwx_nat64_sync_reply_t));
+        std::memcpy(answer, msg, sizeof(uint32_t));
+        return sizeof(fwx_nat64_sync_reply_t);
+    }};
+
+}  // namespace
+
+TEST_F(cxx_query_test_t, a_list_is_whole_however_many_replies_and_queries_it_takes) {
+    add_pools(2500);
+    model->reply_limit_set(100 * sizeof(fwx_nat64_stats_pool_entry_t));
+    const auto whole = [](nat64::client &c) -> nat64::task<nat64::list<fwx_nat64_stats_pool_entry_t>> {
+        co_return co_await c.stats_pools();
+    };
+    const auto pools = run(whole(*client));
+    EXPECT_TRUE(pools);
+    ASSERT_EQ(pools.size(), 2500u);
+    for (uint32_t i = 0; i < 2500; ++i)
+        EXPECT_EQ(pools.entries[i].id, i + 1);
+
+    size_t seen = 0;
+    const auto some = [&](nat64::client &c) -> nat64::task<nat64::result> {
+        co_return co_await c.stats_pools(
+            [&](std::span<const fwx_nat64_stats_pool_entry_t> entries) { return (seen += entries.size()) < 300; });
+    };
+    EXPECT_TRUE(run(some(*client)));
+    EXPECT_EQ(seen, 300u);
+    std::string ended;
+    seen = 0;
+    EXPECT_TRUE(
+        client->stats_pools([&](std::span<const fwx_nat64_stats_pool_entry_t> entries) { seen += entries.size(); },
+                            [&](const nat64::result &got) { ended = got.error.message(); }));
+    pump();
+    EXPECT_EQ(ended + ' ' + std::to_string(seen), "Success 2500");
+}
+
+TEST_F(cxx_query_test_t, single_records_and_the_other_lists_come_with_their_values) {
+    add_pools(3);
+    const auto look = [](nat64::client &c) -> nat64::task<> {
+        const auto totals = co_await c.stats_totals();
+        const auto system = co_await c.stats_system();
+        const auto boot = co_await c.stats_boot();
+        const auto counts = co_await c.stats_counts();
+        EXPECT_TRUE(totals && system && boot && counts);
+        EXPECT_EQ(totals.record.pools, 3u);
+        EXPECT_EQ(system.record.holds.pools, 3u);
+        EXPECT_NE(boot.record.boot_id, 0u);
+        EXPECT_EQ(boot.record.changes, 3u);
+        EXPECT_GE(counts.record.commands, 6u);
+        co_await c.limit_add(nat64::limit{500});
+        const auto limits = co_await c.stats_limits();
+        const auto interfaces = co_await c.stats_interfaces();
+        const auto mappings = co_await c.stats_mappings();
+        EXPECT_TRUE(limits && interfaces && mappings);
+        EXPECT_EQ(limits.entries.at(0).value, 500u);
+    };
+    run(look(*client));
+}
+
+TEST_F(cxx_query_test_t, a_walk_hands_over_page_by_page_also_what_came_while_nobody_waited) {
+    add_pools(1);
+    model->sessions_generate(1000);
+    const auto walk = [](nat64::client &c, bool is_slow) -> nat64::task<size_t> {
+        size_t count = 0;
+        uint64_t last = 0;
+        auto sessions = c.sessions_full({}, 50);
+        while (auto page = co_await sessions.next()) {
+            for (const fwx_nat64_session_full_t &session : page) {
+                EXPECT_GT(session.id, last);
+                last = session.id;
+            }
+            count += page.size();
+            if (is_slow) co_await c.pool_add(a_pool(1));
+        }
+        EXPECT_TRUE(sessions.end());
+        EXPECT_FALSE(co_await sessions.next());
+        co_return count;
+    };
+    EXPECT_EQ(run(walk(*client, false)), 1000u);
+    EXPECT_EQ(run(walk(*client, true)), 1000u);
+    const auto short_form = [](nat64::client &c) -> nat64::task<size_t> {
+        auto sessions = c.sessions(nat64::session_filter{.ip_protocol = nat64::protocol::udp});
+        const auto page = co_await sessions.next();
+        co_return page.size();
+    };
+    EXPECT_EQ(run(short_form(*client)), 100u) << "and is dropped behind its first page";
+    EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
+    add_pools(4);
+    model->reply_limit_set(2 * sizeof(fwx_nat64_stats_pool_entry_t));
+    client->deadline_set(50ms);
+    model->hold();
+    std::error_code ended;
+    const auto whole = [&](nat64::client &c) -> nat64::task<> { ended = (co_await c.stats_pools()).error; };
+    nat64::task<> task = whole(*client);
+    task.start();
+    pump();
+    fwx_host_clock_turn(50);
+    pump();
+    EXPECT_EQ(ended, std::make_error_code(std::errc::timed_out));
+    model->release(fwx_nat64_model_order_t::in_order);
+    pump();
+}
+
+TEST_F(cxx_query_test_t, a_list_that_a_server_tells_untruths_about_ends_with_what_is_wrong) {
+    client.reset();
+    model.reset();
+    pump();
+    fwx_host_server_t *server = nullptr;
+    ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &liar, nullptr, &server), 0u);
+    client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
+    /* Behind the header: result, reserved, more, reserved, cookie, count, reserved, and an entry. */
+    const auto reply = [](uint8_t result, uint8_t more, uint8_t cookie, uint8_t count, size_t entries) {
+        std::vector<uint8_t> bytes(32 + entries * sizeof(fwx_nat64_stats_pool_entry_t));
+        bytes[0] = result;
+        bytes[8] = more;
+        bytes[16] = cookie;
+        bytes[24] = count;
+        return bytes;
+    };
+    const struct {
+        const char *what;
+        std::vector<uint8_t> reply;
+        std::error_code error;
+    } rows[] = {
+        {"refused", reply(9, 0, 0, 0, 0), nat64::nat64_error(9)},
+        {"refused, short", std::vector<uint8_t>{9, 0, 0, 0}, nat64::nat64_error(9)},
+        {"more entries than there are", reply(0, 0, 0, 3, 2), nat64::client_errc::list_short},
+        {"nothing, and more", reply(0, 1, 0, 0, 0), nat64::client_errc::list_empty},
+        {"nothing, and a cookie", reply(0, 0, 1, 0, 0), nat64::client_errc::list_empty},
+        {"the same cookie again", reply(0, 0, 1, 1, 1), nat64::client_errc::list_stalled},
+        {"good", reply(0, 0, 0, 1, 1), {}},
+    };
+    for (const auto &row : rows) {
+        scripted = row.reply;
+        const auto whole = [](nat64::client &c) -> nat64::task<std::error_code> {
+            co_return (co_await c.stats_pools()).error;
+        };
+        EXPECT_EQ(run(whole(*client)), row.error) << row.what;
+        EXPECT_EQ(client->outstanding(), 0u) << row.what;
+    }
+    scripted = std::vector<uint8_t>(16 + sizeof(fwx_nat64_stats_sys_entry_t));
+    const auto other = [](nat64::client &c) -> nat64::task<std::error_code> {
+        co_return (co_await c.stats_boot()).error;
+    };
+    EXPECT_EQ(run(other(*client)), nat64::client_errc::unexpected_answer) << "another record";
+    client.reset();
+    fwx_host_server_unregister(server);
+}

@@ -1,0 +1,234 @@
+/* What the C++ interface sends: the bytes of the C function, given the C record. */
+#include <cstring>
+#include <functional>
+
+#include "fwx_host/fwx_host.h"
+#include "fwx_nat64/fwx_nat64.hpp"
+#include "gtest/gtest.h"
+
+namespace nat64 = fwx::nat64;
+using std::chrono_literals::operator""s;
+
+namespace {
+
+/** The part of a message behind its header. */
+using body_t = std::vector<uint8_t>;
+std::vector<body_t> sent;
+
+constexpr fwx_host_server_ops_t recording_server = {
+    nullptr, nullptr,
+    [](void *, fwx_host_peer_t *, const void *msg, size_t size) {
+        const auto *bytes = static_cast<const uint8_t *>(msg);
+        sent.emplace_back(bytes + sizeof(fwx_nat64_msg_hdr_t), bytes + size);
+        sent.back().push_back(bytes[0]); /* the message number */
+    },
+    [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) -> size_t {
+        std::memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
+        std::memcpy(reply, msg, sizeof(uint32_t));
+        return sizeof(fwx_nat64_sync_reply_t);
+    }};
+
+const auto ignored = [](const auto &...) {};
+constexpr uint32_t add = FWX_NAT64_OP_ADD;
+constexpr uint32_t mod = FWX_NAT64_OP_MOD;
+constexpr uint32_t del = FWX_NAT64_OP_DEL;
+
+constexpr fwx_nat64_addr_t ipv4 = {0, {0xfe, 2, 0, 0xc0}};
+constexpr fwx_nat64_addr_t ipv6 = {10, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x12, 0x34}};
+constexpr fwx_nat64_prefix_t prefix_of(uint32_t kind) {
+    return {{0x20, 1, 0x0d, 0xb8, 0xff, 0, 0, 0, 0, 0, 0, 1}, {}, 96, kind};
+}
+constexpr nat64::ipv6_prefix a_prefix = "2001:db8:ff00::1:0:0/96";
+
+constexpr fwx_nat64_pool_t c_pool = {8, 0, 6, {0, {1, 2, 0, 0xc0}}, ipv4, 7};
+constexpr nat64::pool pool = {.id = 8, .param = 6, .start = "192.0.2.1", .end = "192.0.2.254", .hsl_id = 7};
+constexpr fwx_nat64_pool_range_t c_range = {8, {0, {1, 2, 0, 0xc0}}, ipv4};
+constexpr nat64::pool_range range = {.id = 8, .start = "192.0.2.1", .end = "192.0.2.254"};
+constexpr fwx_nat64_dmapping_t c_dmapping = {9, {}, 2, {0xe0, 0xe1}, 0x1234, {}};
+constexpr nat64::dynamic_mapping dmapping = {
+    .id = 9, .kind = nat64::mapping_kind::apdm, .ext = {0xe0, 0xe1}, .ext_arg = 0x1234};
+constexpr fwx_nat64_logging_t c_logging = {1, 1, 6, ipv4, 514, 10};
+constexpr nat64::logging logging = {
+    .destination = "192.0.2.254", .port = 514, .transport = nat64::protocol::tcp, .what = nat64::logging_template::bib};
+constexpr fwx_nat64_mapt_bmr_t c_bmr = {
+    2, 3, {0x20, 1, 0x0d, 0xb8, 0xff, 0, 0, 0}, 40, {192, 0, 2, 0}, 24, {16, 6, 8, 5}};
+constexpr nat64::basic_rule bmr = {.rule_id = 2,
+                                   .domain_id = 3,
+                                   .v6 = "2001:db8:ff00::/40",
+                                   .v4 = "192.0.2.0/24",
+                                   .ea_len = 16,
+                                   .psid_offset = 6,
+                                   .psid_len = 8,
+                                   .psid = 5};
+constexpr fwx_nat64_mapt_dmr_t c_dmr = {4, {0x20, 1, 0x0d, 0xb8, 0xff, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 96}};
+constexpr nat64::default_rule dmr = {.id = 4, .value = a_prefix};
+constexpr fwx_nat64_limit_t c_limit = {1, 100};
+constexpr fwx_nat64_service_t c_service = {1, 21};
+constexpr fwx_nat64_smapping_t c_smapping = {5, {}, ipv6, {}, ipv4, {}};
+constexpr nat64::static_mapping smapping = {.id = 5, .addr1 = "2001:DB8::1234", .addr2 = "192.0.2.254"};
+constexpr fwx_nat64_intf_info_t c_interface = {3, 1, 1, prefix_of(0), 0, {}, 1, prefix_of(0), 1, 1500};
+constexpr fwx_nat64_intf_info_t c_interface_off = {3, 0, 0, {}, 1, prefix_of(0), 0, {}, 0, 0};
+constexpr fwx_nat64_replication_t c_replication_set = {7, 1, 8};
+constexpr fwx_nat64_replication_t c_replication_unset = {7, 0, 8};
+constexpr fwx_nat64_global_settings_t c_settings = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}};
+constexpr fwx_nat64_timeout_t c_timeout = {6, 300};
+constexpr fwx_nat64_adj_t c_adj = {2, ipv6};
+constexpr fwx_nat64_session_filter_t c_clear = {
+    17, ipv6, ipv4, {192, 0, 2, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x35}};
+constexpr fwx_nat64_sess_walk_filter_t c_walk = {
+    {17}, ipv6, {}, {}, {192, 0, 2, 9, 0, 0, 0, 0, 192, 0, 2, 254, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x35}};
+constexpr nat64::session_filter filter = {.ip_protocol = nat64::protocol::udp,
+                                          .inside = "2001:db8::1234",
+                                          .destination = "192.0.2.254",
+                                          .pool_address = "192.0.2.9",
+                                          .port = 0x35};
+
+struct row_t {
+    const char *name;
+    std::function<uint32_t()> in_c;
+    std::function<nat64::result(nat64::client &)> in_cxx;
+};
+/* A member, its record, and the C function with its arguments. */
+#define SAME(member, record, function, ...)                                                                          \
+    {                                                                                                                \
+#member, [] { return fwx_nat64_##function(__VA_ARGS__, nullptr); },                                          \
+                                                                         [](nat64::client &                          \
+                                                                            c) { return c.member(record, ignored); } \
+    }
+
+const row_t rows[] = {
+    SAME(timeout_set, (nat64::timeout{nat64::timeout_kind::icmp, 300s}), timeout_set_a, add, &c_timeout),
+    SAME(limit_add, nat64::limit{100}, limit_set_a, add, &c_limit),
+    SAME(limit_mod, nat64::limit{100}, limit_set_a, mod, &c_limit),
+    SAME(limit_del, nat64::limit{100}, limit_set_a, del, &c_limit),
+    SAME(service_add, nat64::service{21}, service_set_a, add, &c_service),
+    SAME(service_del, nat64::service{21}, service_set_a, del, &c_service),
+    SAME(adj_set, (nat64::adjacency{nat64::adjacency_kind::outside, "2001:db8::1234"}), adj_set_a, add, &c_adj),
+    SAME(replication_set, (nat64::replication{7, 8}), replication_set_a, add, &c_replication_set),
+    SAME(replication_unset, (nat64::replication{7, 8}), replication_set_a, del, &c_replication_unset),
+    SAME(settings_set, (nat64::settings{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}}),
+         global_settings_set_a, &c_settings),
+    SAME(interface_set, (nat64::interface{.ifh = 3, .stateless = a_prefix, .stateless_v6v4 = a_prefix, .mtu = 1500}),
+         interface_set_a, &c_interface),
+    SAME(interface_set, (nat64::interface{.ifh = 3, .enable = false, .stateful = a_prefix}), interface_set_a,
+         &c_interface_off),
+    SAME(nvi_enable, 5, nvi_interface_enable_a, 5),
+    SAME(smapping_add, smapping, smapping_set_a, add, &c_smapping),
+    SAME(smapping_del, smapping, smapping_set_a, del, &c_smapping),
+    SAME(dmapping_add, dmapping, dmapping_set_a, add, &c_dmapping),
+    SAME(dmapping_mod, dmapping, dmapping_set_a, mod, &c_dmapping),
+    SAME(dmapping_del, dmapping, dmapping_set_a, del, &c_dmapping),
+    SAME(pool_add, pool, pool_set_a, add, &c_pool),
+    SAME(pool_mod, pool, pool_set_a, mod, &c_pool),
+    SAME(pool_del, pool, pool_set_a, del, &c_pool),
+    SAME(range_add, range, pool_range_set_a, add, &c_range),
+    SAME(range_del, range, pool_range_set_a, del, &c_range),
+    SAME(logging_add, logging, logging_set_a, add, &c_logging),
+    SAME(logging_mod, logging, logging_set_a, mod, &c_logging),
+    SAME(logging_del, logging, logging_set_a, del, &c_logging),
+    SAME(mapt_bmr_add, bmr, mapt_bmr_set_a, add, &c_bmr),
+    SAME(mapt_bmr_del, bmr, mapt_bmr_set_a, del, &c_bmr),
+    SAME(mapt_dmr_add, dmr, mapt_dmr_set_a, add, &c_dmr),
+    SAME(mapt_dmr_del, dmr, mapt_dmr_set_a, del, &c_dmr),
+    SAME(session_clear, filter, session_clear_a, &c_clear),
+    {"prefix_add",
+     [] {
+         fwx_nat64_prefix_t c = prefix_of(3);
+         return fwx_nat64_glb_prefix_add_a(&c, nullptr);
+     },
+     [](nat64::client &c) {
+         return c.prefix_add(nat64::prefix{a_prefix, nat64::prefix_kind::stateless_v6v4}, ignored);
+     }},
+    {"prefix_mod",
+     [] {
+         fwx_nat64_prefix_t c = prefix_of(2);
+         return fwx_nat64_glb_prefix_mod_a(&c, nullptr);
+     },
+     [](nat64::client &c) {
+         return c.prefix_mod(nat64::prefix{a_prefix, nat64::prefix_kind::stateless}, ignored);
+     }},
+    {"prefix_del",
+     [] {
+         fwx_nat64_prefix_t c = prefix_of(4);
+         return fwx_nat64_glb_prefix_del_a(&c, nullptr);
+     },
+     [](nat64::client &c) {
+         return c.prefix_del(nat64::prefix{a_prefix, nat64::prefix_kind::dns64}, ignored);
+     }},
+    {"ipalias_upload", [] { return fwx_nat64_ipalias_upload_a(nullptr); },
+     [](nat64::client &c) { return c.ipalias_upload(ignored); }},
+    {"stats_interfaces", [] { return fwx_nat64_stats_intf_query_a(nullptr); },
+     [](nat64::client &c) { return c.stats_interfaces(ignored, ignored); }},
+    {"stats_pools", [] { return fwx_nat64_stats_pool_all_query_a(0, nullptr, 1000, 0, nullptr); },
+     [](nat64::client &c) { return c.stats_pools(ignored, ignored); }},
+    {"stats_mappings", [] { return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1000, 0, nullptr); },
+     [](nat64::client &c) { return c.stats_mappings(ignored, ignored); }},
+    {"stats_limits", [] { return fwx_nat64_stats_limit_all_query_a(0, UINT32_MAX, nullptr); },
+     [](nat64::client &c) { return c.stats_limits(ignored, ignored); }},
+    {"a walk with a filter",
+     [] {
+         return fwx_nat64_session_walk_a(
+             1, &c_walk, 0, 0, 0, [](void *, uint32_t, void *, uint64_t, uint32_t, uint32_t) { return 0U; }, nullptr);
+     },
+     [](nat64::client &c) {
+         const auto ask = [](void *pal_ctx, uint64_t, uint64_t) {
+             const fwx_nat64_sess_walk_filter_t made = filter;
+             return fwx_nat64_session_walk_a(1, &made, 0, 0, 0, nat64::client::walk_callback, pal_ctx);
+         };
+         return c.query(
+             ask, [](const nat64::page &) { return nat64::list_step::next; }, ignored);
+     }},
+};
+
+}  // namespace
+
+TEST(cxx_record_test, every_member_sends_the_bytes_of_its_c_function) {
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    fwx_host_server_t *server = nullptr;
+    ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &recording_server, nullptr, &server), 0u);
+    {
+        nat64::client client("test", loop);
+        for (const row_t &row : rows) {
+            fwx_host_loop_run_until_idle(loop);
+            fwx_mapt_plu_cleanup();
+            sent.clear();
+            EXPECT_EQ(row.in_c(), 0u) << row.name;
+            fwx_mapt_plu_cleanup(); /* the rule is pending */
+            EXPECT_EQ(row.in_cxx(client).error, std::error_code()) << row.name;
+            fwx_host_loop_run_until_idle(loop);
+            ASSERT_EQ(sent.size(), 2u) << row.name;
+            EXPECT_EQ(sent[0], sent[1]) << row.name;
+        }
+    }
+    fwx_mapt_plu_cleanup();
+    fwx_host_server_unregister(server);
+    fwx_host_loop_destroy(loop);
+}
+
+TEST(cxx_record_test, texts_that_are_no_addresses_or_prefixes_are_refused) {
+    for (const char *bad : {"", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.04", "1.2.3.4 ", "a.2.3.4", "1..3.4"}) {
+        EXPECT_FALSE(nat64::ipv4_address::parse(bad)) << bad;
+    }
+    for (const char *bad : {"", ":", ":::", "1:2:3:4:5:6:7", "1:2:3:4:5:6:7:8:9", "1::2::3", "12345::", "::1.2.3",
+                            "1:2:3:4:5:6:7:1.2.3.4", "1:2:3:4:5:6:7:8::", "1:", "g::"}) {
+        EXPECT_FALSE(nat64::ipv6_address::parse(bad)) << bad;
+    }
+    for (const char *bad :
+         {"192.0.2.0", "192.0.2.0/33", "192.0.2.0/", "192.0.2.0/08", "192.0.2/24", "192.0.2.0/24/1"}) {
+        EXPECT_FALSE(nat64::ipv4_prefix::parse(bad)) << bad;
+    }
+    for (const char *bad : {"2001:db8::", "2001:db8::/129", "/64", "::/-1"}) {
+        EXPECT_FALSE(nat64::ipv6_prefix::parse(bad)) << bad;
+    }
+    for (const char *text :
+         {"::", "::1", "1::", "2001:db8::1:0:0:1", "1:2:3:4:5:6:7:8", "::ffff:192.0.2.1", "64:ff9b::192.0.2.33"}) {
+        uint8_t expected[16];
+        ASSERT_EQ(inet_pton(AF_INET6, text, expected), 1);
+        const auto parsed = nat64::ipv6_address::parse(text);
+        ASSERT_TRUE(parsed) << text;
+        EXPECT_EQ(std::memcmp(parsed->bytes().data(), expected, sizeof expected), 0) << text;
+    }
+    EXPECT_EQ(nat64::ip_address("192.0.2.254").text() + ' ' + nat64::ip_address("2001:DB8::1").text(),
+              "192.0.2.254 2001:db8::1");
+    EXPECT_EQ(nat64::ip_address::of_answer({0, {192, 0, 2, 1}}).text(), "192.0.2.1");
+}
