@@ -15,7 +15,7 @@ uint32_t notify(call_t &call, uint32_t op, notification_t &notification) {
     call.awaited = notification.async;
     void *data = notification.data;
     return fwx_host_cgm_notify(FWX_NAT64_CGM_CLIENT_ID, op, &data, notification.batch, notification.async ? 1 : 0,
-                               call.ctx);
+                               reinterpret_cast<void *>(call.id));
 }
 
 }  // namespace

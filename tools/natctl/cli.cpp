@@ -44,9 +44,10 @@ format_t format_of(const std::vector<std::string> &words) {
 }
 
 void add_output_options(CLI::App &app, options_t &options) {
-    CLI::Option *json = app.add_flag("--json", "One JSON document: an object, or an array for a batch");
-    CLI::Option *jsonl = app.add_flag("--jsonl", "One JSON object a line, rows of sessions as they come");
-    CLI::Option *csv = app.add_flag("--csv", "One table of comma-separated values; a batch with a second is refused");
+    CLI::Option *json = app.add_flag("--json")->description("One JSON document: an object, or an array for a batch");
+    CLI::Option *jsonl = app.add_flag("--jsonl")->description("One JSON object a line, rows of sessions as they come");
+    CLI::Option *csv =
+        app.add_flag("--csv")->description("One table of comma-separated values; a batch with a second is refused");
     json->excludes(jsonl)->excludes(csv);
     jsonl->excludes(csv);
     app.add_flag("--quiet", options.quiet, "Leaves out what only says that all is well");

@@ -2,22 +2,18 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "fwx_host/errors.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
-#include "tools/natctl/callbacks.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/seed.h"
 #include "tools/natctl/server_place.h"
 
 namespace {
 
-constexpr uint8_t client_id[4] = {'n', 'c', 't', 'l'};
-
 void cgm_returned(void *arg, uint32_t, void *ctx, uint32_t result) {
-    static_cast<pal_t *>(arg)->answered(ctx, result);
+    static_cast<pal_t *>(arg)->answered(reinterpret_cast<uintptr_t>(ctx), {nat64::nat64_error(result)});
 }
 
 /** Makes one line of a diagnostic: the library begins them with line feeds, and some have more inside. */
@@ -64,19 +60,17 @@ pal_t::pal_t(const options_t &options, note_fn_t note)
     fwx_host_tap_set(tapped, this);
     fwx_host_cgm_observe(cgm_returned, this);
     fwx_host_debug_sink_set(debug_written, this);
-    pal_callbacks_attach(this);
 }
 
 pal_t::~pal_t() {
-    if (bound_) {
-        fwx_nat64_unbind();
-        fwx_mapt_plu_cleanup();
-    }
     for (const auto &[id, call] : calls_) {
         bool is_lost = call.awaited && !call.answered && !options_.dry_run;
         if (is_lost) note_(outcome_label(call.outcome) + ": still outstanding when the binding ended");
     }
-    pal_callbacks_attach(nullptr);
+    calls_.clear(); /* nobody hears of their end */
+    const bool was_bound = client_ && client_->is_bound();
+    client_.reset();
+    if (was_bound) fwx_mapt_plu_cleanup();
     fwx_host_cgm_observe(nullptr, nullptr);
     fwx_host_tap_set(nullptr, nullptr);
     fwx_host_debug_sink_set(nullptr, nullptr);
@@ -95,8 +89,9 @@ outcome_t pal_t::bind() {
     connection_ = std::make_unique<connection_t>(loop_.get(), server_kind(options_), options_.connect);
     uint32_t code = connection_->result();
     if (code == 0) {
-        code = fwx_nat64_bind(client_id, loop_.get(), pal_unsolicited_callbacks(), pal_reply_callbacks());
-        bound_ = fwx_nat64_client_info_get() != nullptr;
+        std::error_code error;
+        client_.emplace("nctl", loop_.get(), handlers(), fwx::host::adapter, error);
+        code = static_cast<uint32_t>(error.value());
     }
     if (code != 0) fail(outcome, "library", code);
     if (outcome.status == status_t::no_answer) outcome.error = silence_text(options_);
@@ -123,10 +118,9 @@ std::optional<outcome_t> pal_t::without_server(const command_t &command) const {
 }
 
 pal_t::call_id_t pal_t::start(const command_t &command, uint32_t line) {
-    settle_channel();
     call_id_t id = ++last_id_;
     uint64_t deadline = fwx_host_clock_ms() + options_.timeout_ms;
-    call_t &call = calls_.emplace(id, call_t{*this, reinterpret_cast<void *>(id), true, {}, deadline}).first->second;
+    call_t &call = calls_.emplace(id, call_t{*this, id, true, {}, deadline}).first->second;
     call.outcome.command = command.name;
     if (std::optional<outcome_t> outcome = without_server(command)) {
         call.outcome = *std::move(outcome);
@@ -163,7 +157,6 @@ outcome_t pal_t::finish(call_id_t id) {
 }
 
 void pal_t::settle(call_t &call) {
-    settle_channel(); /* which may be gone since the last call was settled */
     while (!call.answered && !call.cut_off) {
         const uint64_t now = fwx_host_clock_ms();
         const bool is_late = now >= call.deadline;
@@ -172,15 +165,12 @@ void pal_t::settle(call_t &call) {
         } else {
             fwx_host_loop_run_once(loop_.get(), static_cast<int>(call.deadline - now));
         }
-        settle_channel();
         if (is_late) return;
     }
 }
 
-/** What went through a channel that is gone is not answered any more. */
-void pal_t::settle_channel() {
-    if (is_connected() || options_.dry_run) return;
-    fwx_host_loop_run_until_idle(loop_.get());
+/** What went through a channel that is gone is not answered any more; a classifier command is no client's. */
+void pal_t::channel_lost() {
     for (auto &[id, call] : calls_) {
         const bool is_unanswered = call.awaited && !call.answered && starting_ != &call;
         call.cut_off = call.cut_off || is_unanswered;
@@ -208,16 +198,10 @@ bool pal_t::abandon(call_id_t id) {
 }
 
 void pal_t::forget(call_id_t id) {
-    call_t &call = calls_.at(id);
-    forget_wire(call);
+    const call_t &call = calls_.at(id);
     const bool is_pending = call.rule && !call.answered && call.rule->op == FWX_NAT64_OP_ADD && !options_.dry_run;
     if (is_pending) note_repair(call, rules_.failed(*call.rule));
     calls_.erase(id);
-}
-
-void pal_t::forget_wire(call_t &call) {
-    const auto found = on_wire_.find(call.wire_ctx);
-    if (found != on_wire_.end() && found->second == reinterpret_cast<call_id_t>(call.ctx)) on_wire_.erase(found);
 }
 
 size_t pal_t::outstanding() const {
@@ -225,42 +209,31 @@ size_t pal_t::outstanding() const {
     return static_cast<size_t>(std::count_if(calls_.begin(), calls_.end(), is_waiting));
 }
 
-call_t *pal_t::find(void *ctx) {
-    auto found = calls_.find(reinterpret_cast<call_id_t>(ctx));
+call_t *pal_t::find(call_id_t id) {
+    auto found = calls_.find(id);
     return found == calls_.end() ? nullptr : &found->second;
 }
 
-void pal_t::answered(void *ctx, uint32_t code) {
-    call_t *call = find(ctx);
-    if (call == nullptr) return;
-    const bool goes_on = code == 0 && call->list && call->list->then != nullptr && !call->given_up &&
-                         (!call->verdict || call->verdict->result == 0);
-    if (goes_on) code = start_next(*call);
+void pal_t::answered(call_id_t id, const nat64::result &got) {
+    call_t *call = find(id);
+    if (call == nullptr || got.error == nat64::client_errc::connection_lost) return;
+    const bool goes_on = got && call->list && call->list->then != nullptr && !call->given_up;
+    const uint32_t code = goes_on ? start_next(*call) : 0;
     if (goes_on && code == 0) return;
-    call->answered = true;
-    forget_wire(*call);
-    if (call->verdict && call->verdict->orders_cleanup) rules_.emptied();
-    const char *by = goes_on ? "library" : "server";
-    if (call->rule) {
-        code = judge_rule(*call, code);
-        by = call->verdict && call->verdict->result == 0 ? "library, though the server has done it" : by;
-    } else if (call->verdict) {
-        code = call->verdict->result;
-        if (call->default_rule && call->verdict->is_done()) rules_.done(*call->default_rule);
-    }
-    if (code != 0) fail(call->outcome, by, code);
-    if (!call->given_up) return;
-    note_(outcome_label(call->outcome) + ": answered too late" + (code == 0 ? "" : ": " + call->outcome.error));
-    calls_.erase(reinterpret_cast<call_id_t>(ctx));
+    end(*call, goes_on ? nat64::nat64_error(code) : got.error, goes_on ? "library" : "server");
 }
 
-void pal_t::query_failed(void *ctx) {
-    call_t *call = find(ctx);
-    if (call == nullptr) return;
-    const bool has_code = call->verdict && call->verdict->result != 0;
-    if (has_code || !call->verdict) return answered(ctx, FWX_NAT64_ERR_AGAIN);
-    call->verdict.reset();
-    end_list(*call, "the server answered the query with something else");
+void pal_t::end(call_t &call, const std::error_code &error, const char *by) {
+    call.answered = true;
+    if (error.category() == nat64::client_category()) {
+        call.outcome.status = status_t::refused;
+        call.outcome.error = error.message();
+    } else if (error) {
+        fail(call.outcome, by, static_cast<uint32_t>(error.value()));
+    }
+    if (!call.given_up) return;
+    note_(outcome_label(call.outcome) + ": answered too late" + (error ? ": " + call.outcome.error : ""));
+    calls_.erase(call.id);
 }
 
 void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {
@@ -268,7 +241,6 @@ void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, s
     if (pal->options_.trace) pal->note_(message_line(direction, msg, size));
     bool is_collected = pal->options_.dry_run && pal->starting_ != nullptr && direction == FWX_HOST_SENT;
     if (is_collected) pal->starting_->outcome.messages.push_back(message_json(direction, msg, size));
-    pal->watch(direction, msg, size);
     const bool is_unsolicited = direction == FWX_HOST_RECEIVED && size >= sizeof(fwx_nat64_sync_hdr_t) &&
                                 wire_read(msg, sizeof(uint16_t)) == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_UNSOL_SETUP);
     if (is_unsolicited && pal->unsolicited_) pal->unsolicited_(message_json(direction, msg, size));
@@ -278,27 +250,18 @@ void pal_t::notified(const std::string &text) {
     if (!unsolicited_) note_("notification: " + text);
 }
 
-/** Keeps what the server's replies to queries and rules say, from their context on the way out to that on the way in.
- */
-void pal_t::watch(fwx_host_direction_t direction, const void *msg, size_t size) {
-    fwx_nat64_mapt_reply_t reply{};
-    std::memcpy(&reply, msg, std::min(size, sizeof reply));
-    const fwx_nat64_msg_hdr_t &header = reply.reply.hdr;
-    const uint32_t msgno = header.type & FWX_NAT64_MSG_NUMBER_MASK;
-    const bool is_rule = msgno == FWX_NAT64_MSG_MAPT_RULE;
-    if (header.type != (FWX_NAT64_MSG_ASYNC | msgno) || size < sizeof header) return;
-    if (direction == FWX_HOST_SENT) {
-        const bool is_query = msgno >= FWX_NAT64_MSG_STATS_SYS && msgno <= FWX_NAT64_MSG_SESSION_WALK;
-        if (starting_ == nullptr || !(is_query || is_rule)) return;
-        forget_wire(*starting_);
-        starting_->wire_ctx = header.clnt_ctx;
-        on_wire_[header.clnt_ctx] = reinterpret_cast<call_id_t>(starting_->ctx);
-        return;
-    }
-    const auto found = on_wire_.find(header.clnt_ctx);
-    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    const bool is_ours = found != on_wire_.end() && info != nullptr && info->epoch == header.epoch;
-    if (!is_ours || size < FWX_NAT64_REPLY_MIN_SIZE) return;
-    const bool orders_cleanup = is_rule && size >= sizeof reply && reply.op == FWX_NAT64_OP_DEL && reply.cleanup == 1;
-    calls_.at(found->second).verdict = verdict_t{reply.reply.result, reply.bmr_index, orders_cleanup};
+nat64::handlers pal_t::handlers() {
+    nat64::handlers on;
+    on.record = [this](uint32_t op, std::span<const uint32_t, 3> words) {
+        notified(std::string("record ") + record_operation_name(op == FWX_NAT64_OP_ADD ? op : FWX_NAT64_OP_DEL) +
+                 " word1=" + std::to_string(words[0]) + " word2=" + std::to_string(words[1]) +
+                 " word3=" + std::to_string(words[2]));
+    };
+    on.event = [this] { notified("event"); };
+    on.mapping = [this](const fwx_nat64_stats_mapping_entry_t &mapping) {
+        notified("mapping id=" + std::to_string(mapping.id) + " active=" + std::to_string(mapping.active) +
+                 " sessions=" + std::to_string(mapping.sessions));
+    };
+    on.lost = [this] { channel_lost(); };
+    return on;
 }

@@ -5,15 +5,13 @@
 #ifndef TOOLS_NATCTL_PAL_H
 #define TOOLS_NATCTL_PAL_H
 
-#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
-#include <vector>
 
+#include "fwx_host/adapter.hpp"
 #include "model/model.h"
 #include "records/family.h"
 #include "tools/natctl/connection.h"
@@ -22,52 +20,28 @@
 #include "tools/natctl/rule_book.h"
 #include "wire/messages.h"
 
+namespace nat64 = fwx::nat64;
 class pal_t;
 struct call_t;
 
-/** What the server's latest reply to a command says and the library may not: it tells a rule's verdict by its own
- * table, and shows no code with a query. */
-struct verdict_t {
-    uint32_t result;
-    uint32_t bmr_index;  /* of a MAP-T rule */
-    bool orders_cleanup; /* of the rule table */
-
-    /** A change that could not be saved is done all the same. */
-    bool is_done() const { return result == 0 || result == FWX_NAT64_MODEL_ERR_NOT_SAVED; }
-};
-
-/** One reply of a query. */
-struct page_t {
-    const wire_message_t &reply;
-    const void *entries; /* as the reply lays them out */
-    uint32_t count;
-    bool more;       /* further replies follow by themselves */
-    uint64_t cookie; /* where a further query goes on; 0: nowhere, or the query knows none */
-};
-
-/** A query's entries, which come in as many replies as it takes. */
+/** A list, which comes in as many replies and queries as it takes. */
 struct list_t {
-    /** Asks for at most `wanted` entries from `cookie` on; returns the library's result. */
-    std::function<uint32_t(call_t &call, uint64_t cookie, uint64_t wanted)> ask;
+    uint16_t msgno; /* of the query */
     uint64_t limit = UINT64_MAX;
     uint64_t rows = 0;
-    uint64_t cookie = 0;                   /* of the latest reply */
-    const wire_message_t *reply = nullptr; /* that is asked for where a server may answer with another record */
     std::function<uint32_t(call_t &call)> then = nullptr; /* a command of its own behind it, which takes no rows */
 };
 
 /** One run of a command, from its start to its verdict. */
 struct call_t {
     pal_t &pal;
-    void *ctx;           /* what the library hands back with the answer; never dereferenced */
+    uintptr_t id;
     bool awaited = true; /* a verdict follows the start; a command that has its result at once clears it */
     outcome_t outcome;   /* `data` is filled by the command or by the rows that arrive */
     uint64_t deadline;   /* by the platform's clock; each reply of a list moves it */
     bool answered = false;
     bool given_up = false; /* the deadline has passed; a verdict that still comes is only noted */
     bool cut_off = false;  /* the channel that it went through is gone: no verdict comes */
-    uint64_t wire_ctx = 0; /* under which the server knows it, of a query or a rule */
-    std::optional<verdict_t> verdict = std::nullopt;
     std::optional<list_t> list = std::nullopt;
     std::optional<rule_change_t> rule = std::nullopt;
     std::optional<default_change_t> default_rule = std::nullopt;
@@ -121,46 +95,52 @@ public:
     fwx_nat64_model_t *model() const { return connection_->model(); }
     /** Commands that wait for their answer. */
     size_t outstanding() const;
+    /** Gives a command to the library: `send_it` calls the C function, with its `pal_ctx`. */
+    template <typename send_t>
+    uint32_t configure(const call_t &call, send_t send_it) {
+        return client_
+            ->configure(std::move(send_it), [this, id = call.id](const nat64::result &got) { answered(id, got); })
+            .code();
+    }
     /** Gives the record of a command to the library. */
     uint32_t send(call_t &call, const record_family_t &family, uint32_t op, const void *record);
+    /** Sends a query of a list from a cookie on, of which at most so many entries are wanted. */
+    using ask_fn_t = std::function<uint32_t(void *pal_ctx, uint64_t cookie, uint64_t wanted)>;
     /** Begins a list of at most `limit` entries. */
-    uint32_t begin_list(call_t &call, uint64_t cookie, uint64_t limit, decltype(list_t::ask) ask,
-                        const wire_message_t *reply = nullptr);
-    /** Counts the entries that `ask_fn` asks for, as `matched`, and then starts the command `then`. */
-    uint32_t begin_count(call_t &call, decltype(list_t::ask) ask_fn, decltype(list_t::then) then);
+    uint32_t begin_list(call_t &call, uint16_t msgno, uint64_t cookie, uint64_t limit, ask_fn_t ask);
+    /** Counts the entries that `ask` asks for, as `matched`, and then starts the command `then`. */
+    uint32_t begin_count(call_t &call, uint16_t msgno, ask_fn_t ask, decltype(list_t::then) then);
     const rule_book_t &rules() const { return rules_; }
     /** Hands the rows of walks to `rows` as they arrive, instead of collecting them. */
     void stream_rows(rows_fn_t rows) { rows_ = std::move(rows); }
 
-    /** Hands every message that the server sends unasked to `show`, decoded, instead of noting what reaches a callback.
-     */
+    /** Hands every message that the server sends unasked to `show`, decoded, instead of noting it. */
     void show_unsolicited(std::function<void(const json_t &message)> show) { unsolicited_ = std::move(show); }
 
-    /* What the library's callbacks bring; `ctx` is a call's. */
-    void notified(const std::string &text);
-    void answered(void *ctx, uint32_t code);
-    void query_failed(void *ctx);
-    /** Returns whether the call wants the replies that follow. */
-    bool paged(void *ctx, const page_t &page);
+    /** What came of the command of a call. */
+    void answered(call_id_t id, const nat64::result &got);
     /** Something to be shown that is no answer. */
     void note(const std::string &text) { note_(text); }
-    call_t *find(void *ctx);
 
 private:
     static void tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);
-    void watch(fwx_host_direction_t direction, const void *msg, size_t size);
+    nat64::handlers handlers();
+    void notified(const std::string &text);
+    void channel_lost();
     void settle(call_t &call);
-    void settle_channel();
     void forget(call_id_t id);
-    void forget_wire(call_t &call);
+    call_t *find(call_id_t id);
     uint32_t send_rule(call_t &call, const record_family_t &family);
-    uint32_t judge_rule(call_t &call, uint32_t table_code);
+    void rule_answered(call_id_t id, const nat64::rule_result &got);
+    /** What is wrong with a rule, and who says so. */
+    uint32_t judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by);
     void note_repair(const call_t &call, uint32_t code);
-    void take_rows(call_t &call, const page_t &page, uint32_t count);
-    bool end_list(call_t &call, const std::string &error);
-    uint32_t ask(call_t &call);
+    nat64::list_step paged(call_id_t id, const nat64::page &page);
+    void take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count);
+    uint32_t start_list(const call_t &call, uint64_t cookie, ask_fn_t ask);
     /** Starts what comes behind a count. */
     uint32_t start_next(call_t &call);
+    void end(call_t &call, const std::error_code &error, const char *by);
 
     options_t options_;
     note_fn_t note_;
@@ -168,11 +148,10 @@ private:
     std::function<void(const json_t &message)> unsolicited_;
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<connection_t> connection_;
-    bool bound_ = false;
+    std::optional<nat64::client> client_;
     std::map<call_id_t, call_t> calls_;
     call_id_t last_id_ = 0;
-    call_t *starting_ = nullptr;                      /* whose messages go out now */
-    std::unordered_map<uint64_t, call_id_t> on_wire_; /* queries and rules by the context that their replies carry */
+    call_t *starting_ = nullptr; /* whose messages go out now */
     std::map<rule_name_t, call_id_t> rules_under_way_;
     rule_book_t rules_;
 };

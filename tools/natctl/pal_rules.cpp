@@ -19,14 +19,15 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
     if (family.word == "interface") {
         call.outcome.note = interface_note(*static_cast<const fwx_nat64_intf_info_t *>(record));
     }
-    const bool is_rule = family.group == "mapt" && !options_.dry_run;
-    if (is_rule && family.word == "dmr") {
-        call.default_rule = default_change_t{op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record)};
+    const auto send_it = [&family, op, record](void *pal_ctx) { return family.send(op, record, pal_ctx); };
+    if (family.group != "mapt" || options_.dry_run) return configure(call, send_it);
+    if (family.word == "bmr") {
+        call.rule = rule_change_t{op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
+        return send_rule(call, family);
     }
-    const bool is_basic_rule = is_rule && family.word == "bmr";
-    if (!is_basic_rule) return family.send(op, record, call.ctx);
-    call.rule = rule_change_t{op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
-    return send_rule(call, family);
+    call.default_rule = default_change_t{op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record)};
+    const auto on_answer = [this, id = call.id](const nat64::rule_result &got) { rule_answered(id, got); };
+    return client_->configure_rule(send_it, on_answer).code();
 }
 
 /** A reply names its rule and not its command, so there is one command of a rule at a time. */
@@ -36,10 +37,12 @@ uint32_t pal_t::send_rule(call_t &call, const record_family_t &family) {
     if (before != rules_under_way_.end()) settle(calls_.at(before->second));
     const bool is_add = change.op == FWX_NAT64_OP_ADD;
     const bool is_new = !is_add || rules_.adding(change);
-    const uint32_t code = family.send(change.op, &change.rule, call.ctx);
+    const auto send_it = [&](void *pal_ctx) { return family.send(change.op, &change.rule, pal_ctx); };
+    const auto on_answer = [this, id = call.id](const nat64::rule_result &got) { rule_answered(id, got); };
+    const uint32_t code = client_->configure_rule(send_it, on_answer).code();
     if (!is_add) note_repair(call, rules_.deleting(change));
     if (code == 0) {
-        rules_under_way_[name_of(change.rule)] = reinterpret_cast<call_id_t>(call.ctx);
+        rules_under_way_[name_of(change.rule)] = call.id;
         return 0;
     }
     if (is_new) note_repair(call, rules_.failed(change));
@@ -47,21 +50,34 @@ uint32_t pal_t::send_rule(call_t &call, const record_family_t &family) {
     return code;
 }
 
+void pal_t::rule_answered(call_id_t id, const nat64::rule_result &got) {
+    if (got.orders_cleanup) rules_.emptied();
+    call_t *call = find(id);
+    if (call == nullptr || got.error == nat64::client_errc::connection_lost) return;
+    const char *by = "server";
+    const uint32_t code = judge_rule(*call, got, by);
+    end(*call, code == 0 ? std::error_code() : nat64::nat64_error(code), by);
+}
+
 /** The server's verdict, and the table made to agree with it. Without a reply the server never got the command. */
-uint32_t pal_t::judge_rule(call_t &call, uint32_t table_code) {
+uint32_t pal_t::judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by) {
+    const bool is_done = got.has_verdict && (got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED);
+    if (call.default_rule) {
+        if (is_done) rules_.done(*call.default_rule);
+        return got.code();
+    }
     const rule_change_t &change = *call.rule;
     const auto under_way = rules_under_way_.find(name_of(change.rule));
-    const bool is_its_own =
-        under_way != rules_under_way_.end() && under_way->second == reinterpret_cast<call_id_t>(call.ctx);
+    const bool is_its_own = under_way != rules_under_way_.end() && under_way->second == call.id;
     if (is_its_own) rules_under_way_.erase(under_way);
-    const uint32_t server_code = call.verdict ? call.verdict->result : table_code;
-    if (call.verdict && call.verdict->is_done()) {
-        const uint32_t code = rules_.done(change, table_code, call.verdict->bmr_index);
-        return server_code == 0 ? code : server_code;
+    if (is_done) {
+        const uint32_t code = rules_.done(change, static_cast<uint32_t>(got.table.value()), got.bmr_index);
+        if (got) by = "library, though the server has done it";
+        return got ? code : got.code();
     }
-    const bool is_gone = change.op == FWX_NAT64_OP_DEL && server_code == FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    const bool is_gone = change.op == FWX_NAT64_OP_DEL && got.code() == FWX_NAT64_MODEL_ERR_NO_ENTRY;
     if (!is_gone) note_repair(call, rules_.failed(change));
-    return server_code;
+    return got.code();
 }
 
 void pal_t::note_repair(const call_t &call, uint32_t code) {

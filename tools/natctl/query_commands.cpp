@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "fwx_nat64/fwx_nat64.h"
-#include "tools/natctl/callbacks.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/grammar.h"
 
@@ -50,6 +49,7 @@ void *cookie_of(const query_t &query) {
 }
 
 struct query_form_t {
+    uint16_t msgno;
     const char *verb;
     const char *summary;
     uint32_t (*start)(const query_t &query, void *ctx);
@@ -58,22 +58,22 @@ struct query_form_t {
 };
 
 constexpr query_form_t query_forms[] = {
-    {"system", "How many the server holds of each kind, and what it has refused",
+    {FWX_NAT64_MSG_STATS_SYS, "system", "How many the server holds of each kind, and what it has refused",
      [](const query_t &query, void *ctx) { return fwx_nat64_stats_sys_query_a(query.sel, ctx); }, selector_field,
      FWX_NAT64_SEL_SYSTEM},
-    {"interfaces", "Statistics of all interfaces",
+    {FWX_NAT64_MSG_STATS_INTF, "interfaces", "Statistics of all interfaces",
      [](const query_t &, void *ctx) { return fwx_nat64_stats_intf_query_a(ctx); }, no_fields},
-    {"pools", "Statistics of all pools",
+    {FWX_NAT64_MSG_STATS_POOL_ALL, "pools", "Statistics of all pools",
      [](const query_t &query, void *ctx) {
          return fwx_nat64_stats_pool_all_query_a(query.sel, cookie_of(query), query.count, query.arg, ctx);
      },
      all_query_fields},
-    {"mappings", "Statistics of all mappings",
+    {FWX_NAT64_MSG_STATS_MAPPING_ALL, "mappings", "Statistics of all mappings",
      [](const query_t &query, void *ctx) {
          return fwx_nat64_stats_mapping_all_query_a(query.sel, cookie_of(query), query.count, query.arg, ctx);
      },
      all_query_fields},
-    {"limits", "Limits and their use",
+    {FWX_NAT64_MSG_STATS_LIMIT_ALL, "limits", "Limits and their use",
      [](const query_t &query, void *ctx) {
          /* There is no cookie to go on with: one entry too many tells that there are more. */
          const uint32_t count = query.limit == no_limit ? no_limit : query.limit + 1;
@@ -83,14 +83,13 @@ constexpr query_form_t query_forms[] = {
 };
 
 uint32_t start_query(call_t &call, const query_t &query, const query_form_t &form) {
-    auto ask = [query, start = form.start](call_t &of, uint64_t cookie, uint64_t wanted) {
+    auto ask = [query, start = form.start](void *pal_ctx, uint64_t cookie, uint64_t wanted) {
         query_t next = query;
         next.cookie = cookie;
         next.count = static_cast<uint32_t>(std::min<uint64_t>(query.count, wanted));
-        return start(next, of.ctx);
+        return start(next, pal_ctx);
     };
-    const wire_message_t *reply = form.sel == 0 ? nullptr : &reply_described(FWX_NAT64_MSG_STATS_SYS, query.sel);
-    return call.pal.begin_list(call, query.cookie, query.limit, ask, reply);
+    return call.pal.begin_list(call, form.msgno, query.cookie, query.limit, ask);
 }
 
 /** Which sessions a command is about. */
@@ -137,20 +136,23 @@ struct walk_t {
 };
 
 /** The server is told the limit too, so that it need not send what nobody wants. */
-uint32_t ask_walk(const call_t &call, const walk_t &walk, uint64_t cookie, uint64_t wanted) {
+uint32_t ask_walk(void *pal_ctx, const walk_t &walk, uint64_t cookie, uint64_t wanted) {
     fwx_nat64_sess_walk_filter_t filter{};
     filter.src = walk.matching.src;
     std::memcpy(filter.opaque0, &walk.matching.protocol, sizeof walk.matching.protocol);
     const fwx_nat64_session_where_t where = where_of(walk.matching);
     std::memcpy(filter.opaque60, &where, sizeof where);
     const uint32_t limit = walk.limit == no_limit ? 0 : static_cast<uint32_t>(wanted);
-    return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, FWX_NAT64_WALK_FULL, pal_walk_callback,
-                                    call.ctx);
+    return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, FWX_NAT64_WALK_FULL,
+                                    nat64::client::walk_callback, pal_ctx);
 }
 
 uint32_t start_walk(call_t &call, const walk_t &walk) {
-    auto ask = [walk](call_t &of, uint64_t cookie, uint64_t wanted) { return ask_walk(of, walk, cookie, wanted); };
-    return call.pal.begin_list(call, walk.cookie, walk.limit == no_limit ? UINT64_MAX : walk.limit, ask);
+    auto ask = [walk](void *pal_ctx, uint64_t cookie, uint64_t wanted) {
+        return ask_walk(pal_ctx, walk, cookie, wanted);
+    };
+    return call.pal.begin_list(call, FWX_NAT64_MSG_SESSION_WALK, walk.cookie,
+                               walk.limit == no_limit ? UINT64_MAX : walk.limit, ask);
 }
 
 void add_walk(grammar_t &grammar) {
@@ -163,7 +165,7 @@ void add_walk(grammar_t &grammar) {
     matching_fields(app, walk->matching);
 }
 
-uint32_t clear(const call_t &call, const matching_t &matching) {
+uint32_t clear(call_t &call, const matching_t &matching) {
     fwx_nat64_session_filter_t filter{};
     filter.value = matching.protocol;
     filter.src = matching.src;
@@ -171,15 +173,18 @@ uint32_t clear(const call_t &call, const matching_t &matching) {
     fwx_nat64_session_where_t where = where_of(matching);
     where.dst = {};
     std::memcpy(filter.opaque, &where, sizeof where);
-    return fwx_nat64_session_clear_a(&filter, call.ctx);
+    return call.pal.configure(call, [&filter](void *pal_ctx) { return fwx_nat64_session_clear_a(&filter, pal_ctx); });
 }
 
 uint32_t count_and_clear(call_t &call, const matching_t &matching) {
     walk_t walk{};
     walk.matching = matching;
     walk.count = 1000;
-    auto ask = [walk](call_t &of, uint64_t cookie, uint64_t wanted) { return ask_walk(of, walk, cookie, wanted); };
-    return call.pal.begin_count(call, ask, [matching](call_t &of) { return clear(of, matching); });
+    auto ask = [walk](void *pal_ctx, uint64_t cookie, uint64_t wanted) {
+        return ask_walk(pal_ctx, walk, cookie, wanted);
+    };
+    return call.pal.begin_count(call, FWX_NAT64_MSG_SESSION_WALK, ask,
+                                [matching](call_t &of) { return clear(of, matching); });
 }
 
 void add_clear(grammar_t &grammar) {
@@ -195,7 +200,7 @@ void add_clear(grammar_t &grammar) {
 void add_query_commands(grammar_t &grammar) {
     grammar.family("ipalias", "IP aliases");
     grammar.command("upload", "Asks the server to upload its IP aliases",
-                    [](call_t &call) { return fwx_nat64_ipalias_upload_a(call.ctx); });
+                    [](call_t &call) { return call.pal.configure(call, fwx_nat64_ipalias_upload_a); });
     grammar.family("stats", "Statistics");
     for (const query_form_t &form : query_forms) {
         auto query = grammar.record<query_t>();

@@ -133,8 +133,8 @@ uint32_t show_record(call_t &call, uint32_t sel, record_t (fwx_nat64_model_t::*g
         call.outcome.data = decode_entries(reply, &record, 1).front();
         return 0;
     }
-    const auto ask = [sel](call_t &of, uint64_t, uint64_t) { return fwx_nat64_stats_sys_query_a(sel, of.ctx); };
-    return call.pal.begin_list(call, 0, 1, ask, &reply);
+    const auto ask = [sel](void *pal_ctx, uint64_t, uint64_t) { return fwx_nat64_stats_sys_query_a(sel, pal_ctx); };
+    return call.pal.begin_list(call, FWX_NAT64_MSG_STATS_SYS, 0, 1, ask);
 }
 
 uint32_t show_counts(call_t &call) {
