@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr uint32_t fc_high_mark = 10485760;
-constexpr uint32_t fc_low_mark = 10240;
 constexpr size_t initial_rx_size_bytes = 4000;
 
 constexpr char context_pool_name[] = "FWX NAT64 Client CTX Chunk";
@@ -86,8 +84,9 @@ __attribute__((noinline)) uint32_t connect(fwx_nat64_client_info_t *info, uint32
         return FWX_NAT64_ERR_AGAIN;
     }
 
-    NAT64_LOG_TRACE("\n%s FC set hi=%d lo=%d", connect_name, fc_high_mark, fc_low_mark);
-    rc = smc_msg_chan_fc_set(info->chan, info, fc_high_mark, fc_low_mark, fwx_nat64_client_throttle_cb);
+    NAT64_LOG_TRACE("\n%s FC set hi=%d lo=%d", connect_name, FWX_NAT64_FC_HIGH_BYTES, FWX_NAT64_FC_LOW_BYTES);
+    rc = smc_msg_chan_fc_set(info->chan, info, FWX_NAT64_FC_HIGH_BYTES, FWX_NAT64_FC_LOW_BYTES,
+                             fwx_nat64_client_throttle_cb);
     if (rc != 0) {
         NAT64_LOG_ERROR("\n%s fc set failed %s", connect_name, xerr_strerror(rc));
         goto close;

@@ -30,7 +30,7 @@ scripts/includes.sh
 
 if [[ $tier != --quick ]]; then
   say "format"
-  git ls-files '*.cpp' '*.h' '*.hpp' | xargs clang-format --dry-run --Werror
+  git ls-files '*.c' '*.cpp' '*.h' '*.hpp' | xargs clang-format --dry-run --Werror
 fi
 
 build_and_test dev

@@ -30,8 +30,18 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** The messaging channel on which the server is found. */
+/**
+ * The messaging channel on which the server is found. Who serves it is the platform's to say. On the host platform that
+ * is a server in the same process, unless the PAL names another process before it binds:
+ * `fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, "alpha")` (fwx_host/smc.h) for the server that listens as alpha, such
+ * as `natctl serve alpha`. A server that has died is found again, under its name, by the next send that there is. What
+ * it had taken stays outstanding: a PAL that sees `connected` 0 in its client info flushes it (fwx_nat64_clnt_cleanup).
+ */
 #define FWX_NAT64_CHANNEL_NAME "fwx_cp"
+
+/* Flow control: the marks of the channel, in bytes that it has accepted and the server has not taken yet. */
+#define FWX_NAT64_FC_HIGH_BYTES 10485760u /**< at or above this the PAL is told to stop */
+#define FWX_NAT64_FC_LOW_BYTES 10240u     /**< at or below this it is told to go on */
 
 /** The library's identifier towards the classifier manager. */
 #define FWX_NAT64_CGM_CLIENT_ID 20u
@@ -77,9 +87,9 @@ typedef void (*fwx_nat64_unsol_event_fn_t)(void);
 /** Receiver of the server's unsolicited messages inside the library. */
 typedef void (*fwx_nat64_unsol_hndlr_fn_t)(void *msg, size_t size);
 /**
- * Flow control: `may_send` is 0 when the channel has filled up to its high mark and 1 when it has room again. It is
- * advice; the library refuses nothing by it. After a channel error no call with 1 need follow one with 0: the next
- * send opens a channel that is empty.
+ * Flow control: `may_send` is 0 when the channel has filled up to FWX_NAT64_FC_HIGH_BYTES and 1 when it is down to
+ * FWX_NAT64_FC_LOW_BYTES again. It is advice; the library refuses nothing by it. After a channel error no call with 1
+ * need follow one with 0: the next send opens a channel that is empty.
  */
 typedef void (*fwx_nat64_throttle_fn_t)(uint32_t may_send, void *ctx);
 

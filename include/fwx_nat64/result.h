@@ -7,6 +7,8 @@
 #ifndef FWX_NAT64_RESULT_H
 #define FWX_NAT64_RESULT_H
 
+#include <stdint.h>
+
 /** The channel could not be opened, or went down while it got its initial commands; also the verdict on a command that
  * was flushed: its send failed later, or the library was unloaded, whether the server carried it out or not. */
 #define FWX_NAT64_ERR_AGAIN 0x4030020bu
@@ -44,5 +46,19 @@
     X(FWX_NAT64_ERR_EXISTS, "rule already in the rule table")                              \
     X(FWX_NAT64_ERR_NOT_FOUND, "rule not in the rule table")                               \
     X(FWX_NAT64_ERR_PLU_FAILED, "rule not programmed in every lookup subtable")
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/** The platform's text of any code: of those above, of its own and of errno values; never null. On the host platform
+ * fwx_host_error_text_add (fwx_host/errors.h) gives it a server's codes, such as those of fwx_nat64/server_result.h. */
+const char *xerr_strerror(uint32_t code);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# An example PAL accounts for each of its 10,000 commands though the server dies in the middle and is started again.
+# usage: restart_test.sh DOOMED_SERVER NATCTL COMMAND...   COMMAND gets the server's name as its last argument
+set -euo pipefail
+doomed_server=$1 natctl=$2
+shift 2
+XDG_RUNTIME_DIR=$(mktemp -d)
+export XDG_RUNTIME_DIR
+trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$XDG_RUNTIME_DIR"' EXIT
+
+coproc doomed { exec "$doomed_server" alpha 700; }
+doomed_pid=$!
+read -r -u "${doomed[0]}"
+"$@" alpha >"$XDG_RUNTIME_DIR/said" &
+pal=$!
+wait "$doomed_pid" || [[ $? -eq 137 ]]
+"$natctl" serve alpha >/dev/null 2>&1 &
+wait "$pal"
+
+# A dying server may still let a client in, whose commands are lost too.
+cat "$XDG_RUNTIME_DIR/said"
+said='^10000 commands: ([0-9]+) ok, ([0-9]+) refused \(the server has no such entry\), ([0-9]+) lost, 0 unanswered; [1-9] reconnections$'
+[[ $(<"$XDG_RUNTIME_DIR/said") =~ $said ]]
+[[ $((BASH_REMATCH[1] + BASH_REMATCH[2] + BASH_REMATCH[3])) -eq 10000 ]]
+[[ ${BASH_REMATCH[1]} -ge 6000 && ${BASH_REMATCH[2]} -ge 1500 && ${BASH_REMATCH[3]} -ge 1 ]]
