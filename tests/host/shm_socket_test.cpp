@@ -116,6 +116,18 @@ TEST_F(shm_socket_t, without_a_runtime_directory_there_is_one_in_tmp) {
     shm_unlisten(entrance_);
 }
 
+TEST_F(shm_socket_t, the_directory_that_the_environment_names_comes_first_and_an_empty_one_is_none) {
+    const std::string named = directory_.path() + "/named";
+    setenv("FWX_HOST_DIR", named.c_str(), 1);
+    EXPECT_EQ(listen("server"), 0u);
+    EXPECT_EQ(access((named + "/server").c_str(), F_OK), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    setenv("FWX_HOST_DIR", "", 1);
+    EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
+    unsetenv("FWX_HOST_DIR");
+    shm_unlisten(entrance_);
+}
+
 /** Has a process of another user do something; 0 when that went well. */
 template <typename fn_t>
 int as_another_user(fn_t fn) {

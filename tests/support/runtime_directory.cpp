@@ -7,6 +7,7 @@ runtime_directory_t::runtime_directory_t() {
     char path[] = "/tmp/fwx_test.XXXXXX";
     path_ = mkdtemp(path);
     setenv("XDG_RUNTIME_DIR", path, 1);
+    unsetenv("FWX_HOST_DIR");
 }
 
 runtime_directory_t::~runtime_directory_t() {

@@ -52,9 +52,10 @@ uint32_t fwx_host_server_register(const char *name, fwx_host_loop_t *loop, const
 fwx_host_server_t *fwx_host_server_find(const char *name);
 /**
  * Makes a registered server known to the other processes of this user as `server_name`, until it is unregistered. The
- * name is a file's, in XDG_RUNTIME_DIR/fwx_host or else in /tmp/fwx_host-UID; what a dead server left there is
- * replaced. A server listens under one name at most. FWX_HOST_ERR_NAME_TAKEN, FWX_HOST_ERR_FOREIGN when others can get
- * at the directory, FWX_HOST_ERR_BAD_ARG, or an errno value.
+ * name is a file's, in the directory FWX_HOST_DIR of the environment, or in XDG_RUNTIME_DIR/fwx_host, or else in
+ * /tmp/fwx_host-UID; what a dead server left there is replaced. A server listens under one name at most.
+ * FWX_HOST_ERR_NAME_TAKEN, FWX_HOST_ERR_FOREIGN when others can get at the directory, FWX_HOST_ERR_BAD_ARG, or an errno
+ * value.
  */
 uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_name);
 /** Writes the path of the socket under which a server of that name listens, or would; `size` is the room at `path`.

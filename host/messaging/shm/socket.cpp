@@ -27,17 +27,27 @@ constexpr uint32_t any_version = 0xffffff00;
 constexpr mode_t owner_only = 0700;
 constexpr size_t most_descriptors = 253; /* that the kernel passes with one message */
 
+/** Of an environment variable; null also when it is empty. */
+const char *value_of(const char *variable) {
+    const char *value = getenv(variable);
+    return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
 /** Of a server's socket. */
 uint32_t address_of(const char *name, sockaddr_un *address) {
     *address = {};
     address->sun_family = AF_UNIX;
     const bool can_be_file = *name != '\0' && *name != '.' && strchr(name, '/') == nullptr;
-    const char *runtime = getenv("XDG_RUNTIME_DIR");
-    const bool has_runtime = runtime != nullptr && *runtime != '\0';
     char *path = address->sun_path;
     constexpr size_t room = sizeof(address->sun_path);
-    const int length = has_runtime ? snprintf(path, room, "%s/fwx_host/%s", runtime, name)
-                                   : snprintf(path, room, "/tmp/fwx_host-%u/%s", geteuid(), name);
+    int length = 0;
+    if (const char *directory = value_of("FWX_HOST_DIR")) {
+        length = snprintf(path, room, "%s/%s", directory, name);
+    } else if (const char *runtime = value_of("XDG_RUNTIME_DIR")) {
+        length = snprintf(path, room, "%s/fwx_host/%s", runtime, name);
+    } else {
+        length = snprintf(path, room, "/tmp/fwx_host-%u/%s", geteuid(), name);
+    }
     return can_be_file && length > 0 && static_cast<size_t>(length) < room ? 0 : FWX_HOST_ERR_BAD_ARG;
 }
 

@@ -2,8 +2,8 @@
  * The sockets through which clients find servers of other processes, and which tell each of two processes when the
  * other is gone.
  *
- * They are in a directory that is its user's alone: fwx_host in XDG_RUNTIME_DIR, or /tmp/fwx_host-UID without that.
- * Nothing here blocks. Codes are FWX_HOST_ERR_* or errno values.
+ * They are in a directory that is its user's alone: FWX_HOST_DIR, or fwx_host in XDG_RUNTIME_DIR, or else
+ * /tmp/fwx_host-UID. Nothing here blocks. Codes are FWX_HOST_ERR_* or errno values.
  */
 #ifndef HOST_MESSAGING_SHM_SOCKET_H
 #define HOST_MESSAGING_SHM_SOCKET_H
