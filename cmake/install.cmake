@@ -31,7 +31,9 @@ install(FILES ${PROJECT_BINARY_DIR}/fwx_nat64Config.cmake ${PROJECT_BINARY_DIR}/
 
 if(FWX_NAT64_PLATFORM STREQUAL "host")
   fwx_nat64_install_library(fwx_host host host_dev)
-  install(DIRECTORY host/include/fwx_host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT host_dev)
+  fwx_nat64_install_library(fwx_nat64_model host host_dev)
+  install(DIRECTORY host/include/fwx_host model/include/fwx_nat64_model DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT host_dev)
 
   set_target_properties(natctl PROPERTIES INSTALL_RPATH "$ORIGIN/${FWX_NAT64_LIB_FROM_BIN}")
   install(TARGETS natctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

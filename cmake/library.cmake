@@ -1,3 +1,14 @@
+# What a library exports stands in one list; the linker gets it under the one version node.
+function(fwx_nat64_exports target list node)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
+  file(STRINGS ${list} exports)
+  list(JOIN exports ";\n    " exports)
+  set(map ${PROJECT_BINARY_DIR}/${target}_exports.map)
+  file(CONFIGURE OUTPUT ${map} @ONLY CONTENT "@node@ {\n  global:\n    @exports@;\n  local:\n    *;\n};\n")
+  target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
+endfunction()
+
 # The client library. It needs libc and the platform's symbols, and no C++ runtime.
 add_library(fwx_nat64 SHARED
   client/bind.cpp
@@ -38,14 +49,8 @@ target_include_directories(fwx_nat64
   PRIVATE ${PROJECT_SOURCE_DIR})
 target_compile_options(fwx_nat64 PRIVATE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-plt -fno-threadsafe-statics -fvisibility=hidden -fno-semantic-interposition>)
-# What it exports stands in one list; the linker gets it under the one version node.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS cmake/exports.list)
-file(STRINGS cmake/exports.list FWX_NAT64_EXPORTS)
-list(JOIN FWX_NAT64_EXPORTS ";\n    " FWX_NAT64_EXPORTS)
-file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/exports.map @ONLY
-  CONTENT "FWX_NAT64_1 {\n  global:\n    @FWX_NAT64_EXPORTS@;\n  local:\n    *;\n};\n")
-target_link_options(fwx_nat64 PRIVATE
-  LINKER:--as-needed LINKER:--version-script=${PROJECT_BINARY_DIR}/exports.map)
+fwx_nat64_exports(fwx_nat64 ${PROJECT_SOURCE_DIR}/cmake/exports.list FWX_NAT64_1)
+target_link_options(fwx_nat64 PRIVATE LINKER:--as-needed)
 include(CheckIPOSupported)
 check_ipo_supported(RESULT FWX_NAT64_IPO_SUPPORTED OUTPUT FWX_NAT64_IPO_OUTPUT LANGUAGES CXX)
 if(FWX_NAT64_IPO_SUPPORTED) # a command crosses four sources
@@ -54,8 +59,7 @@ endif()
 set_target_properties(fwx_nat64 PROPERTIES
   LINKER_LANGUAGE C
   SOVERSION 1
-  VERSION ${PROJECT_VERSION}
-  LINK_DEPENDS ${PROJECT_BINARY_DIR}/exports.map)
+  VERSION ${PROJECT_VERSION})
 if(FWX_NAT64_PLATFORM STREQUAL "host" AND NOT FWX_NAT64_SANITIZE)
   target_link_options(fwx_nat64 PRIVATE LINKER:-z,defs)
 endif()

@@ -3,9 +3,21 @@
 #define MODEL_CLIENTS_H
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 #include "fwx_host/smc.h"
+
+/** Nothing may be thrown through the messaging service and its loop: a client that cannot be served when memory is out
+ * is dropped, so that it does not wait for an answer. */
+template <typename serve_t>
+void serve_or_drop(fwx_host_peer_t *peer, serve_t serve) noexcept {
+    try {
+        serve();
+    } catch (const std::bad_alloc &) {
+        fwx_host_peer_drop(peer);
+    }
+}
 
 /** Identifiers are never used twice, so that what waits for a client that has gone reaches nobody. */
 struct client_t {

@@ -173,6 +173,6 @@ void fwx_nat64_model_t::sessions_generate(uint64_t count) {
         const uint32_t last = ntohl(pool.end_addr);
         pools.push_back({id, first, std::max(1U, last - first + 1)});
     }
-    config.sessions.generate(std::min(count, fwx_nat64_model_max_sessions),
+    config.sessions.generate(std::min<uint64_t>(count, FWX_NAT64_MODEL_MAX_SESSIONS),
                              identifiers(config.mappings.dynamic.entries), std::move(pools));
 }

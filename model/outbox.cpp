@@ -94,7 +94,7 @@ void outbox_t::deliver_due(void *outbox) {
     while (!self.delayed.empty() && self.delayed.begin()->first <= now) {
         const reply_t reply = std::move(self.delayed.begin()->second);
         self.delayed.erase(self.delayed.begin());
-        self.deliver(reply);
+        self.serve(reply.client, [&] { self.deliver(reply); });
     }
     self.arm();
 }

@@ -26,6 +26,12 @@ public:
     /** Called when a page of a walk has gone out. */
     std::function<void(uint64_t walk)> page_sent;
 
+    /** Does what a client waits for. */
+    template <typename serve_t>
+    void serve(uint64_t client, serve_t serve) {
+        const client_t *waiting = clients.find(client);
+        if (waiting != nullptr) serve_or_drop(waiting->peer, serve);
+    }
     /** Takes a reply; `walk` is 0 unless it is a page of one. False when it will never go out. */
     bool post(uint64_t client, const void *msg, size_t size, uint64_t walk = 0);
     /** Holds back what is posted from now on, the next one as the answer to a change. */

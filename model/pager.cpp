@@ -9,7 +9,7 @@ constexpr std::ptrdiff_t most_of_a_client = 64;
 
 }  // namespace
 
-pager_t::pager_t(fwx_host_loop_t *host_loop, outbox_t &replies) : loop(host_loop) {
+pager_t::pager_t(fwx_host_loop_t *host_loop, outbox_t &replies) : loop(host_loop), outbox(replies) {
     replies.page_sent = [this](uint64_t id) { continue_later(id); };
 }
 
@@ -44,9 +44,11 @@ void pager_t::send_pages(void *pager) {
         self.ready.pop_front();
         const auto answer = self.answers.find(id);
         if (answer == self.answers.end()) continue;
-        const paged_t::step_t step = answer->second->go_on(id, looks);
-        if (step == paged_t::step_t::again) self.continue_later(id);
-        if (step == paged_t::step_t::ended) self.answers.erase(id);
+        self.outbox.serve(answer->second->request.client, [&] {
+            const paged_t::step_t step = answer->second->go_on(id, looks);
+            if (step == paged_t::step_t::again) self.continue_later(id);
+            if (step == paged_t::step_t::ended) self.answers.erase(id);
+        });
     }
     if (!self.ready.empty()) self.arm();
 }

@@ -45,6 +45,7 @@ private:
     static void send_pages(void *pager);
 
     fwx_host_loop_t *loop;
+    outbox_t &outbox;
     std::map<uint64_t, std::unique_ptr<paged_t>> answers; /* by number, from 1 */
     uint64_t latest = 0;
     std::deque<uint64_t> ready; /* whose latest page has gone out, or that search on */

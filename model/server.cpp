@@ -182,7 +182,7 @@ void note_answer(model_state_t &model, bool is_well_formed, const void *msg, siz
 }
 
 void connected(void *ctx, fwx_host_peer_t *peer) {
-    model_of(ctx).clients.add(peer);
+    serve_or_drop(peer, [&] { model_of(ctx).clients.add(peer); });
 }
 
 void disconnected(void *ctx, fwx_host_peer_t *peer) {
@@ -194,8 +194,7 @@ void disconnected(void *ctx, fwx_host_peer_t *peer) {
     model.clients.remove(peer);
 }
 
-void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
-    model_state_t &model = model_of(ctx);
+void receive(model_state_t &model, fwx_host_peer_t *peer, const void *msg, size_t size) {
     uint32_t code = admit(model, peer, wire_form_t::async, msg, size);
     const bool is_well_formed = code == 0;
     const client_t *client = model.clients.find(peer);
@@ -211,6 +210,10 @@ void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
     note_answer(model, is_well_formed, msg, size, code);
 }
 
+void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
+    serve_or_drop(peer, [&] { receive(model_of(ctx), peer, msg, size); });
+}
+
 uint32_t carry_out_sync(model_state_t &model, const uint8_t *msg) {
     const uint64_t type = wire_read(msg, sizeof(uint16_t));
     if (type == (FWX_NAT64_MSG_SYNC | FWX_NAT64_MSG_INIT)) {
@@ -222,8 +225,8 @@ uint32_t carry_out_sync(model_state_t &model, const uint8_t *msg) {
         msg + sizeof(fwx_nat64_ctrl_msg_t));
 }
 
-size_t asked(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size, void *reply, size_t reply_cap) {
-    model_state_t &model = model_of(ctx);
+size_t reply_to(model_state_t &model, fwx_host_peer_t *peer, const void *msg, size_t size, void *reply,
+                size_t reply_cap) {
     fwx_nat64_sync_reply_t answer{};
     answer.result = admit(model, peer, wire_form_t::sync, msg, size);
     const bool is_well_formed = answer.result == 0;
@@ -234,6 +237,12 @@ size_t asked(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size, voi
     std::memcpy(&answer.hdr, msg, sizeof(uint32_t)); /* by which the answer is known to be one to the question */
     const size_t length = std::min(reply_cap, sizeof(answer));
     std::memcpy(reply, &answer, length);
+    return length;
+}
+
+size_t asked(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size, void *reply, size_t reply_cap) {
+    size_t length = 0;
+    serve_or_drop(peer, [&] { length = reply_to(model_of(ctx), peer, msg, size, reply, reply_cap); });
     return length;
 }
 

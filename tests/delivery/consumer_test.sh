@@ -17,6 +17,8 @@ export PKG_CONFIG_PATH=$lib/pkgconfig
 read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_host) -Wl,-rpath,$lib"
 "$cc" -std=c11 -Wall -Wextra -Werror "$here/consumer.c" -o "$scratch/by_pkgconfig_c" "${flags[@]}"
 "$cxx" -std=c++17 -Wall -Wextra -Werror "$here/consumer.cpp" -o "$scratch/by_pkgconfig_cpp" "${flags[@]}"
+read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_nat64_model) -Wl,-rpath,$lib"
+"$cc" -std=c11 -Wall -Wextra -Werror "$here/../model/interface_test.c" -o "$scratch/by_pkgconfig_server" "${flags[@]}"
 
 cmake -S "$here/project" -B "$scratch/project" -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
   -DCMAKE_PREFIX_PATH="$scratch/prefix" >/dev/null
@@ -26,7 +28,7 @@ if cmake -S "$here/project" -B "$scratch/other" -DCMAKE_PREFIX_PATH="$scratch/no
   exit 1
 fi
 
-for consumer in "$scratch"/by_pkgconfig_{c,cpp} "$scratch"/project/consumer_{c,cpp}; do
+for consumer in "$scratch"/by_pkgconfig_{c,cpp,server} "$scratch"/project/consumer_{c,cpp,server}; do
   echo "$(basename "$consumer"): $("$consumer" 2>/dev/null)"
   ldd "$consumer" | grep "libfwx_nat64.so.1 => $lib/" >/dev/null
 done

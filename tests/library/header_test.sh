@@ -3,10 +3,11 @@
 # usage: header_test.sh SOURCE_DIR CC CXX
 set -euo pipefail
 cd "$1"
-for header in include/fwx_nat64/*.h platform/*.h host/include/fwx_host/*.h; do
+for header in include/fwx_nat64/*.h platform/*.h host/include/fwx_host/*.h model/include/fwx_nat64_model/*.h; do
   name=${header#include/}
   name=${name#host/include/}
-  flags="-Wall -Wextra -Wpedantic -Werror -fsyntax-only -Iinclude -Ihost/include -I."
+  name=${name#model/include/}
+  flags="-Wall -Wextra -Wpedantic -Werror -fsyntax-only -Iinclude -Ihost/include -Imodel/include -I."
   printf '#include "%s"\ntypedef int not_empty_t;\n' "$name" | "$2" -std=c11 $flags -x c -
   printf '#include "%s"\n' "$name" | "$3" -std=c++17 $flags -x c++ -
 done

@@ -159,5 +159,5 @@ void add_server_commands(grammar_t &grammar) {
     auto sessions = grammar.record<uint64_t>();
     CLI::App &generate = model_command(grammar, "generate", "Replaces the sessions made before",
                                        always([sessions](auto *model) { model->sessions_generate(*sessions); }));
-    number_field(generate, "count", *sessions, "how many", 0, fwx_nat64_model_max_sessions).required();
+    number_field(generate, "count", *sessions, "how many", 0, FWX_NAT64_MODEL_MAX_SESSIONS).required();
 }
