@@ -9,6 +9,57 @@
 namespace {
 
 constexpr uint32_t family_ipv6 = 1;
+constexpr size_t word_count = sizeof(in6_addr) / sizeof(uint16_t);
+
+/* Listings write addresses by the million, and the C library prints every part of one by a format. */
+
+char *write_ipv4(const uint8_t *bytes, char *out) {
+    for (size_t i = 0; i < sizeof(in_addr); ++i) {
+        if (i > 0) *out++ = '.';
+        out = std::to_chars(out, out + 3, uint32_t{bytes[i]}).ptr;
+    }
+    return out;
+}
+
+struct run_t {
+    size_t first;
+    size_t count;
+};
+
+/** The first of the longest runs of zeros. */
+run_t longest_zeros(const uint32_t (&words)[word_count]) {
+    run_t longest = {0, 0};
+    size_t count = 0;
+    for (size_t i = 0; i < word_count; ++i) {
+        count = words[i] == 0 ? count + 1 : 0;
+        if (count > longest.count) longest = {i + 1 - count, count};
+    }
+    return longest;
+}
+
+char *write_ipv6(const uint8_t *bytes, char *out) {
+    uint32_t words[word_count];
+    for (size_t i = 0; i < word_count; ++i) {
+        words[i] = uint32_t{bytes[2 * i]} << 8 | bytes[2 * i + 1];
+    }
+    const run_t zeros = longest_zeros(words);
+    const bool ends_as_ipv4 = zeros.first == 0 && (zeros.count == 6 || (zeros.count == 5 && words[5] == 0xffff));
+    if (ends_as_ipv4) {
+        inet_ntop(AF_INET6, bytes, out, INET6_ADDRSTRLEN);
+        return out + std::strlen(out);
+    }
+    for (size_t i = 0; i < word_count;) {
+        const bool is_left_out = i == zeros.first && zeros.count > 1;
+        if (i > 0 || is_left_out) *out++ = ':';
+        if (is_left_out) {
+            i += zeros.count;
+            if (i == word_count) *out++ = ':';
+        } else {
+            out = std::to_chars(out, out + 4, words[i++], 16).ptr;
+        }
+    }
+    return out;
+}
 
 }  // namespace
 
@@ -61,10 +112,14 @@ bool parse_address_bytes(int family, std::string_view text, void *out) {
     return inet_pton(family, terminated, out) == 1;
 }
 
+char *write_address(int family, const void *bytes, char *out) {
+    const auto *at = static_cast<const uint8_t *>(bytes);
+    return family == AF_INET ? write_ipv4(at, out) : write_ipv6(at, out);
+}
+
 std::string address_text(int family, const void *bytes) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(family, bytes, text, sizeof text);
-    return text;
+    char text[INET6_ADDRSTRLEN];
+    return {text, write_address(family, bytes, text)};
 }
 
 std::string address_text(const fwx_nat64_addr_t &address) {

@@ -25,7 +25,10 @@ bool parse_ipv4(std::string_view text, fwx_nat64_addr_t &out);
 /** Reads the bytes of an address of AF_INET or AF_INET6, first byte most significant. */
 bool parse_address_bytes(int family, std::string_view text, void *out);
 
-/** Text of an address of AF_INET or AF_INET6, first byte most significant. */
+/** Writes the text of an address of AF_INET or AF_INET6, first byte most significant, as inet_ntop does; returns where
+ * it ends. Requires: room for INET6_ADDRSTRLEN characters. */
+char *write_address(int family, const void *bytes, char *out);
+/** The same as a text of its own. */
 std::string address_text(int family, const void *bytes);
 /** Text of an address record; IPv4 in host order. */
 std::string address_text(const fwx_nat64_addr_t &address);

@@ -1,4 +1,5 @@
 /* Lines read into records, and records written as text. */
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -6,6 +7,7 @@
 
 #include "records/families.h"
 #include "records/reader.h"
+#include "records/value.h"
 #include "records/words.h"
 #include "wire/messages.h"
 
@@ -20,6 +22,21 @@ record_reader_t read_line(const std::string &line) {
     record_reader_t reader;
     EXPECT_EQ(reader.read(words.words()), result_t::record) << line << ": " << reader.error();
     return reader;
+}
+
+TEST(records_test, addresses_are_written_as_the_c_library_writes_them) {
+    for (uint32_t zeros = 0; zeros < 256; ++zeros) {
+        for (const uint32_t word : {0x1U, 0xabU, 0xffffU}) {
+            uint8_t bytes[16] = {};
+            for (size_t i = 0; i < 8; ++i) {
+                const uint32_t value = (zeros >> i & 1) != 0 ? 0 : word;
+                bytes[2 * i] = static_cast<uint8_t>(value >> 8);
+                bytes[2 * i + 1] = static_cast<uint8_t>(value);
+            }
+            char text[INET6_ADDRSTRLEN];
+            EXPECT_EQ(address_text(AF_INET6, bytes), inet_ntop(AF_INET6, bytes, text, sizeof text));
+        }
+    }
 }
 
 TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {

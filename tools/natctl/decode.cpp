@@ -3,7 +3,9 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
+#include <vector>
 
 #include "fwx_host/errors.h"
 #include "records/family.h"
@@ -22,15 +24,23 @@ std::string swapped_address_text(int family, const uint8_t *at, size_t size) {
     return address_text(family, bytes);
 }
 
-std::string record_address_text(const uint8_t *at) {
+char *write_hex(uint64_t value, char *out) {
+    *out++ = '0';
+    *out++ = 'x';
+    return std::to_chars(out, out + 2 * sizeof value, value, 16).ptr;
+}
+
+char *write_record_address(const uint8_t *at, char *out) {
     fwx_nat64_addr_t address;
     std::memcpy(&address, at, sizeof address);
-    return address_text(address.family == FWX_NAT64_FAMILY_IPV4 ? AF_INET : AF_INET6, address.addr);
+    return write_address(address.family == FWX_NAT64_FAMILY_IPV4 ? AF_INET : AF_INET6, address.addr, out);
 }
 
 /** Calls `use` with the field's value: a number, a truth, or a text that needs no escapes in JSON. */
 template <typename use_t>
 auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
+    char text[INET6_ADDRSTRLEN];
+    const auto use_text = [&](const char *end) { return use(std::string_view(text, static_cast<size_t>(end - text))); };
     switch (field.kind) {
         case wire_kind_t::number:
         case wire_kind_t::code:
@@ -38,23 +48,25 @@ auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
         case wire_kind_t::flag:
             return use(wire_read(at, field.width) != 0);
         case wire_kind_t::hex:
-            return use(hex_number(wire_read(at, field.width)));
+            return use_text(write_hex(wire_read(at, field.width), text));
         case wire_kind_t::operation:
-            if (const char *name = record_operation_name(wire_read(at, field.width))) return use(std::string(name));
+            if (const char *name = record_operation_name(wire_read(at, field.width))) {
+                return use(std::string_view(name));
+            }
             break;
         case wire_kind_t::bytes:
-            return use(hex_digits(at, field.width));
+            return use(std::string_view(hex_digits(at, field.width)));
         case wire_kind_t::ipv4:
-            return use(address_text(AF_INET, at));
+            return use_text(write_address(AF_INET, at, text));
         case wire_kind_t::ipv4_swapped:
-            return use(swapped_address_text(AF_INET, at, field.width));
+            return use(std::string_view(swapped_address_text(AF_INET, at, field.width)));
         case wire_kind_t::ipv6_swapped:
-            return use(swapped_address_text(AF_INET6, at, field.width));
+            return use(std::string_view(swapped_address_text(AF_INET6, at, field.width)));
         case wire_kind_t::address:
-            return use(record_address_text(at));
+            return use_text(write_record_address(at, text));
         case wire_kind_t::prefix:
-            return use(prefix_text(AF_INET6, at, sizeof(fwx_nat64_prefix_t::prefix),
-                                   at[offsetof(fwx_nat64_prefix_t, prefix_len)]));
+            return use(std::string_view(prefix_text(AF_INET6, at, sizeof(fwx_nat64_prefix_t::prefix),
+                                                    at[offsetof(fwx_nat64_prefix_t, prefix_len)])));
     }
     return use(wire_read(at, field.width));
 }
@@ -65,13 +77,45 @@ json_t name_json(const wire_field_t &field, const uint8_t *at) {
     return name == nullptr ? json_t() : json_t(name);
 }
 
-/** Writes values as JSON has them. */
-struct json_writer_t {
-    std::string &out;
+/** What stands between the values of a line is put together once for all lines. */
+struct column_t {
+    const wire_field_t *field;
+    std::string key;      /* `,"src":` */
+    std::string name_key; /* `,"protocol_name":`; empty: values have no names */
+    size_t room;          /* characters that they and their values take at most */
+};
 
-    void operator()(uint64_t number) const { out += std::to_string(number); }
-    void operator()(bool is_true) const { out += is_true ? "true" : "false"; }
-    void operator()(const std::string &text) const { out.append("\"").append(text).append("\""); }
+column_t column_of(const wire_field_t &field) {
+    const std::string key = std::string(",\"") + field.name;
+    column_t column = {&field, key + "\":", "", 0};
+    size_t name_room = std::string_view("null").size();
+    if (field.names != nullptr) {
+        column.name_key = key + std::string(name_suffix) + "\":";
+        for (const wire_value_name_t &each : *field.names) {
+            name_room = std::max(name_room, std::strlen(each.name) + 2);
+        }
+    }
+    /* Longer than an address with its length are only bytes, of two digits each. */
+    constexpr size_t value_room = INET6_ADDRSTRLEN + std::string_view("/255").size() + 2;
+    column.room = column.key.size() + value_room + 2 * size_t{field.width} + column.name_key.size() + name_room;
+    return column;
+}
+
+/** Writes values as JSON has them, where there is room for them. */
+struct json_writer_t {
+    char *&at;
+
+    void put(std::string_view text) const { at += text.copy(at, text.size()); }
+    void operator()(uint64_t number) const {
+        constexpr size_t digits = 20;
+        at = std::to_chars(at, at + digits, number).ptr;
+    }
+    void operator()(bool is_true) const { put(is_true ? "true" : "false"); }
+    void operator()(std::string_view text) const {
+        *at++ = '"';
+        put(text);
+        *at++ = '"';
+    }
 };
 
 /** The fields that lie within `size` bytes. */
@@ -94,12 +138,8 @@ const wire_message_t *describe(fwx_host_direction_t direction, const void *msg, 
 }  // namespace
 
 std::string hex_number(uint64_t value) {
-    uint8_t bytes[sizeof value];
-    for (size_t i = 0; i < sizeof value; ++i) {
-        bytes[i] = static_cast<uint8_t>(value >> (56 - 8 * i));
-    }
-    std::string digits = hex_digits(bytes, sizeof bytes);
-    return "0x" + digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
+    char text[2 + 2 * sizeof value];
+    return {text, write_hex(value, text)};
 }
 
 std::string code_text(uint32_t code) {
@@ -187,26 +227,37 @@ json_t decode_entries(const wire_message_t &reply, const void *entries, uint32_t
     return rows;
 }
 
-void append_entry_lines(std::string &lines, const std::string &members, const wire_message_t &reply,
-                        const void *entries, uint32_t count) {
-    const auto *at = static_cast<const uint8_t *>(entries);
-    for (uint32_t i = 0; i < count; ++i, at += reply.entry_size) {
-        lines.append("{").append(members);
-        for (size_t n = 0; n < reply.entry_field_count; ++n) {
-            const wire_field_t &field = reply.entry_fields[n];
-            lines.append(",\"").append(field.name).append("\":");
-            use_value(field, at + field.offset, json_writer_t{lines});
-            if (field.names == nullptr) continue;
-            const char *name = field.names->name_of(wire_read(at + field.offset, field.width));
-            lines.append(",\"").append(field.name).append(name_suffix).append("\":");
+std::string entry_lines(const std::string &members, const wire_message_t &reply, const void *entries, uint32_t count) {
+    std::vector<column_t> columns;
+    size_t room = members.size() + std::string_view("{}\n").size();
+    for (size_t i = 0; i < reply.entry_field_count; ++i) {
+        columns.push_back(column_of(reply.entry_fields[i]));
+        room += columns.back().room;
+    }
+    std::string lines(room * count, '\0');
+    char *end = lines.data();
+    const json_writer_t writer{end};
+    const auto *entry = static_cast<const uint8_t *>(entries);
+    for (uint32_t i = 0; i < count; ++i, entry += reply.entry_size) {
+        writer.put("{");
+        writer.put(members);
+        for (const column_t &column : columns) {
+            const uint8_t *at = entry + column.field->offset;
+            writer.put(column.key);
+            use_value(*column.field, at, writer);
+            if (column.name_key.empty()) continue;
+            writer.put(column.name_key);
+            const char *name = column.field->names->name_of(wire_read(at, column.field->width));
             if (name == nullptr) {
-                lines += "null";
+                writer.put("null");
             } else {
-                lines.append("\"").append(name).append("\"");
+                writer(std::string_view(name));
             }
         }
-        lines += "}\n";
+        writer.put("}\n");
     }
+    lines.resize(static_cast<size_t>(end - lines.data()));
+    return lines;
 }
 
 void append_rows(json_t &rows, json_t &&more) {

@@ -219,9 +219,7 @@ void output_t::print_csv(const outcome_t &of, const json_t &rows) {
 void output_t::stream_entries(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count) {
     if (format_ != format_t::jsonl) return stream_rows(of, decode_entries(reply, entries, count));
     const std::string label = label_json(of).dump();
-    std::string lines;
-    append_entry_lines(lines, label.substr(1, label.size() - 2), reply, entries, count);
-    answers_ << lines << std::flush;
+    answers_ << entry_lines(label.substr(1, label.size() - 2), reply, entries, count) << std::flush;
 }
 
 void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
