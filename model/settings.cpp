@@ -19,7 +19,7 @@ uint32_t settings_t::lifetime_s(uint32_t protocol) const {
     if (protocol == IPPROTO_TCP) lifetime = {FWX_NAT64_TIMEOUT_TCP_EST, 7440};
     if (protocol == IPPROTO_ICMP || protocol == IPPROTO_ICMPV6) lifetime = {FWX_NAT64_TIMEOUT_ICMP, 60};
     const auto set = timeouts.get(lifetime.type);
-    return set ? set->value : lifetime.default_s;
+    return set && set->value != 0 ? set->value : lifetime.default_s;
 }
 
 uint32_t settings_t::timeout_set(const fwx_nat64_timeout_t &timeout) {

@@ -7,7 +7,7 @@
 #include "model/table.h"
 
 struct settings_t {
-    table_t<uint32_t, fwx_nat64_timeout_t> timeouts; /* these four by type */
+    table_t<uint32_t, fwx_nat64_timeout_t> timeouts; /* these four by type; one of 0 has its default */
     table_t<uint32_t, fwx_nat64_limit_t> limits;
     table_t<uint32_t, fwx_nat64_service_payload_t> services;
     table_t<uint32_t, fwx_nat64_adj_t> adjacencies; /* IPv4 in network order */

@@ -71,12 +71,15 @@ constexpr record_field_t interface_fields[] = {
     RECORD_FIELD("--enable", "enable", number, fwx_nat64_intf_info_t, enable, "whether it translates, 1 without it")
         .within(0, 1),
     RECORD_PREFIX_FIELD("--sless", "sless_prefix", fwx_nat64_intf_info_t, sless_prefix, "stateless prefix")
-        .marked_at(offsetof(fwx_nat64_intf_info_t, sless_prefix_valid)),
+        .marked_at(offsetof(fwx_nat64_intf_info_t, sless_prefix_valid))
+        .embedding(),
     RECORD_PREFIX_FIELD("--sful", "sful_prefix", fwx_nat64_intf_info_t, sful_prefix, "stateful prefix")
-        .marked_at(offsetof(fwx_nat64_intf_info_t, sful_prefix_valid)),
+        .marked_at(offsetof(fwx_nat64_intf_info_t, sful_prefix_valid))
+        .embedding(),
     RECORD_PREFIX_FIELD("--sless-v6v4", "sless_prefix_v6v4", fwx_nat64_intf_info_t, sless_prefix_v6v4,
                         "stateless prefix from IPv6 to IPv4")
-        .marked_at(offsetof(fwx_nat64_intf_info_t, sless_prefix_v6v4_valid)),
+        .marked_at(offsetof(fwx_nat64_intf_info_t, sless_prefix_v6v4_valid))
+        .embedding(),
     RECORD_FIELD("--mtu", "mtu", number, fwx_nat64_intf_info_t, mtu, "MTU in bytes")
         .marked_at(offsetof(fwx_nat64_intf_info_t, mtu_valid)),
 };
@@ -94,6 +97,7 @@ uint32_t send_nvi(const nvi_t *nvi, void *pal_ctx) {
 constexpr record_field_t prefix_fields[] = {
     RECORD_FIELD("--prefix", "prefix", ipv6_prefix, fwx_nat64_prefix_t, prefix, "the prefix")
         .length_at(offsetof(fwx_nat64_prefix_t, prefix_len))
+        .embedding()
         .key(),
     RECORD_FIELD("--kind", "prefix_kind", number, fwx_nat64_prefix_t, kind, "what it is for")
         .within(1, FWX_NAT64_PREFIX_KIND_MAX)
@@ -189,7 +193,8 @@ constexpr record_field_t dmr_fields[] = {
     RECORD_FIELD("--id", "id", number, fwx_nat64_mapt_dmr_t, id, "identifier of the rule").from(1).key(),
     record_field("--prefix", "prefix", record_kind_t::ipv6_prefix, offsetof(fwx_nat64_mapt_dmr_t, opaque),
                  sizeof(in6_addr), "IPv6 prefix that stands for all other IPv4 addresses")
-        .length_at(offsetof(fwx_nat64_mapt_dmr_t, opaque) + sizeof(in6_addr)),
+        .length_at(offsetof(fwx_nat64_mapt_dmr_t, opaque) + sizeof(in6_addr))
+        .embedding(),
     RECORD_FIELD("--data", "opaque", bytes, fwx_nat64_mapt_dmr_t, opaque, "the same as bytes, and seven more")
         .spelling(),
 };
@@ -226,7 +231,9 @@ struct life_t {
     uint32_t modify_op;
     const char *item = nullptr;
     const void *initial = nullptr;
+    bool ends_sessions = false;
 };
+constexpr bool ends_sessions = true;
 
 template <auto setter, size_t verb_count, size_t field_count>
 constexpr record_family_t family(words_t words, const record_verb_t (&verbs)[verb_count],
@@ -246,7 +253,8 @@ constexpr record_family_t family(words_t words, const record_verb_t (&verbs)[ver
             sender_t<setter>::send,
             life.modify_op,
             life.rank,
-            life.item};
+            life.item,
+            life.ends_sessions};
 }
 
 constexpr record_family_t families[] = {
@@ -269,11 +277,11 @@ constexpr record_family_t families[] = {
     family<send_prefix>({"", "prefix", "Global prefixes", "a global prefix"}, add_mod_del, prefix_fields,
                         {9, FWX_NAT64_OP_MOD}),
     family<fwx_nat64_smapping_set_a>({"", "smapping", "Static mappings", "a static mapping"}, add_del, smapping_fields,
-                                     {10, 0}),
+                                     {10, 0, nullptr, nullptr, ends_sessions}),
     family<fwx_nat64_dmapping_set_a>({"", "dmapping", "Dynamic mappings", "a dynamic mapping"}, add_mod_del,
-                                     dmapping_fields, {11, FWX_NAT64_OP_MOD}),
+                                     dmapping_fields, {11, FWX_NAT64_OP_MOD, nullptr, nullptr, ends_sessions}),
     family<fwx_nat64_pool_set_a>({"", "pool", "Address pools", "an address pool"}, add_mod_del, pool_fields,
-                                 {7, FWX_NAT64_OP_MOD}),
+                                 {7, FWX_NAT64_OP_MOD, nullptr, nullptr, ends_sessions}),
     family<fwx_nat64_pool_range_set_a>({"", "range", "Further address ranges of pools", "a range of a pool"}, add_del,
                                        range_fields, {8, 0}),
     family<fwx_nat64_logging_set_a>({"", "logging", "Logging of translations", "a logging destination"}, add_mod_del,
@@ -292,6 +300,17 @@ constexpr bool each_has_a_rank_of_its_own() {
     }
     return true;
 }
+constexpr bool fields_are_in_order() {
+    for (const record_family_t &family : families) {
+        for (size_t i = 1; i < family.field_count; ++i) {
+            const record_field_t &before = family.fields[i - 1];
+            if ((family.fields[i].is_key && !before.is_key) || before.is_spelling) return false;
+        }
+    }
+    return true;
+}
+static_assert(fields_are_in_order(), "keys come first, and a field that spells others comes last");
+
 static_assert(each_has_a_rank_of_its_own(), "the order of two families is not settled");
 
 }  // namespace
@@ -299,4 +318,11 @@ static_assert(each_has_a_rank_of_its_own(), "the order of two families is not se
 const record_family_t *record_families(size_t *count) {
     *count = std::size(families);
     return families;
+}
+
+const record_family_t *record_find_family(std::string_view text) {
+    for (const record_family_t &family : families) {
+        if (record_command_text(family, nullptr) == text) return &family;
+    }
+    return nullptr;
 }

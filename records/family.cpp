@@ -17,6 +17,22 @@ const record_verb_t *record_find_verb(const record_family_t &family, std::string
     return found == end ? nullptr : found;
 }
 
+const record_verb_t *record_verb_of(const record_family_t &family, uint32_t op) {
+    const record_verb_t *end = family.verbs + family.verb_count;
+    const record_verb_t *found =
+        std::find_if(family.verbs, end, [op](const record_verb_t &verb) { return verb.op == op; });
+    return found == end ? nullptr : found;
+}
+
+int record_compare_keys(const record_family_t &family, const void *a, const void *b) {
+    for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
+        if (!field->is_key) break; /* they come first */
+        const int order = record_field_compare(*field, a, b);
+        if (order != 0) return order;
+    }
+    return 0;
+}
+
 void record_init(const record_family_t &family, record_buffer_t &record) {
     record = {};
     if (family.initial != nullptr) std::memcpy(record.bytes, family.initial, family.record_size);

@@ -39,6 +39,7 @@ struct record_family_t {
     uint32_t modify_op; /* FWX_NAT64_OP_ that changes an item in place; 0: it must be deleted and added again */
     uint8_t rank;       /* items of a lower rank are added first, and deleted last */
     const char *item;   /* word of the family that the items belong to; null: this one */
+    bool ends_sessions; /* a delete ends the sessions that an item has */
 };
 
 /** Room for the record of any family. */
@@ -50,6 +51,11 @@ constexpr size_t record_max_fields = 9;
 
 /** The verb with that word, or null. */
 const record_verb_t *record_find_verb(const record_family_t &family, std::string_view word);
+/** The verb of an operation, or null. */
+const record_verb_t *record_verb_of(const record_family_t &family, uint32_t op);
+
+/** Orders the records of a family by their keys; less than 0, 0 or more than 0 as memcmp. */
+int record_compare_keys(const record_family_t &family, const void *a, const void *b);
 
 /** Makes the record of a family as it is before any field is read. */
 void record_init(const record_family_t &family, record_buffer_t &record);

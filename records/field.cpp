@@ -148,6 +148,26 @@ std::string read_bytes(const record_field_t &field, std::string_view text, uint8
     return record_field_error(field.option, text, digits_text(field));
 }
 
+/* Order. */
+
+int compare_numbers(const uint8_t *a, const uint8_t *b, size_t width) {
+    uint64_t first = 0;
+    uint64_t second = 0;
+    std::memcpy(&first, a, width);
+    std::memcpy(&second, b, width);
+    return (first > second ? 1 : 0) - (first < second ? 1 : 0);
+}
+
+int compare_addresses(const uint8_t *a, const uint8_t *b) {
+    fwx_nat64_addr_t first;
+    fwx_nat64_addr_t second;
+    std::memcpy(&first, a, sizeof first);
+    std::memcpy(&second, b, sizeof second);
+    if (first.family != second.family) return first.family < second.family ? -1 : 1;
+    if (first.family != FWX_NAT64_FAMILY_IPV4) return std::memcmp(first.addr, second.addr, sizeof first.addr);
+    return compare_numbers(first.addr, second.addr, sizeof(uint32_t));
+}
+
 std::string read_value(const record_field_t &field, std::string_view text, void *record) {
     uint8_t *out = at(record, field.offset);
     switch (field.kind) {
@@ -187,6 +207,17 @@ bool record_field_is_given(const record_field_t &field, const void *record) {
     uint32_t given = 1;
     if (field.valid_offset != record_nowhere) std::memcpy(&given, at(record, field.valid_offset), sizeof given);
     return given != 0;
+}
+
+int record_field_compare(const record_field_t &field, const void *a, const void *b) {
+    const uint8_t *first = at(a, field.offset);
+    const uint8_t *second = at(b, field.offset);
+    if (field.kind == record_kind_t::number) return compare_numbers(first, second, field.width);
+    const bool is_address = field.kind == record_kind_t::address || field.kind == record_kind_t::ipv4;
+    if (is_address) return compare_addresses(first, second);
+    const int order = std::memcmp(first, second, field.width);
+    if (order != 0 || field.length_offset == record_nowhere) return order;
+    return compare_numbers(at(a, field.length_offset), at(b, field.length_offset), 1);
 }
 
 std::string record_field_text(const record_field_t &field, const void *record) {

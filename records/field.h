@@ -50,6 +50,7 @@ struct record_field_t {
     bool is_fixed;             /* a modification leaves it as it is: the item must be deleted and added again */
     bool is_spelling;          /* reads what other fields say, in another way, and is not written */
     bool is_time;              /* a number of seconds, also written as `5m` or `2h4m` */
+    bool embeds_ipv4;          /* a prefix behind which IPv4 addresses stand */
     const wire_names_t *names; /* of values; null: none have names */
 
     /* A row of a table says with these what is unusual about its field. */
@@ -65,6 +66,7 @@ struct record_field_t {
     constexpr record_field_t named(const wire_names_t &value_names) const;
     constexpr record_field_t in_seconds() const;
     constexpr record_field_t spelling() const;
+    constexpr record_field_t embedding() const;
 
     constexpr bool is_taken_on(uint32_t op) const { return (taken_on & record_on(op)) != 0; }
     constexpr bool is_required_on(uint32_t op) const { return (taken_on & required_on & record_on(op)) != 0; }
@@ -91,6 +93,7 @@ constexpr record_field_t record_field(std::string_view option, const char *name,
             kind,
             record_on_any,
             0,
+            false,
             false,
             false,
             false,
@@ -163,6 +166,11 @@ constexpr record_field_t record_field_t::spelling() const {
     field.is_spelling = true;
     return field;
 }
+constexpr record_field_t record_field_t::embedding() const {
+    record_field_t field = *this;
+    field.embeds_ipv4 = true;
+    return field;
+}
 
 /** Whether two fields write the same bytes, so that one command cannot have both. */
 constexpr bool record_fields_overlap(const record_field_t &a, const record_field_t &b) {
@@ -176,6 +184,8 @@ constexpr bool record_fields_overlap(const record_field_t &a, const record_field
 std::string record_field_read(const record_field_t &field, std::string_view text, void *record);
 /** The text that record_field_read reads the field from. */
 std::string record_field_text(const record_field_t &field, const void *record);
+/** Orders two records by the field, as people order its values: less than 0, 0 or more than 0 as memcmp. */
+int record_field_compare(const record_field_t &field, const void *a, const void *b);
 /** Whether the record has the field: one with a flag may lack it. */
 bool record_field_is_given(const record_field_t &field, const void *record);
 /** What the field takes, as help shows it: `1 to 7`, or `1 to 7, or udp, tcp-est`. */

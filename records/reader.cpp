@@ -32,10 +32,32 @@ record_reader_t::result_t record_reader_t::read(const std::vector<std::string_vi
     size_t word_count = 0;
     family_ = find_family(words, &word_count);
     if (family_ == nullptr) return result_t::other;
-    verb_ = nullptr;
-    extra_ = nullptr;
-    std::fill(std::begin(given_), std::end(given_), given_t{});
+    start(family_, nullptr, false);
     return read_words(words, word_count);
+}
+
+record_reader_t::result_t record_reader_t::read(const record_family_t &family, const record_verb_t &verb,
+                                                const std::vector<record_member_t> &members) {
+    start(&family, &verb, true);
+    for (const record_member_t &member : members) {
+        const size_t index = find_field(member.name);
+        if (index < family.field_count) {
+            given_[index].value = member.value;
+            ++given_[index].times;
+        } else if (extra_ == nullptr) {
+            extra_ = &member.name;
+        }
+    }
+    return read_fields();
+}
+
+void record_reader_t::start(const record_family_t *family, const record_verb_t *verb, bool by_name) {
+    family_ = family;
+    verb_ = verb;
+    extra_ = nullptr;
+    is_by_name_ = by_name;
+    errors_.clear();
+    std::fill(std::begin(given_), std::end(given_), given_t{});
 }
 
 record_reader_t::result_t record_reader_t::read_words(const std::vector<std::string_view> &words, size_t next) {
@@ -57,7 +79,9 @@ record_reader_t::result_t record_reader_t::read_words(const std::vector<std::str
         if (!given.value.empty()) continue;
         if (++next == words.size()) {
             const record_field_t &field = family_->fields[index];
-            return refuse(std::string(field.option) + ": 1 required " + record_field_form(field) + " missing");
+            note(field, std::string(field.option) + ": 1 required " + record_field_form(field) + " missing");
+            given.times = 0;
+            break;
         }
         given.value = words[next];
     }
@@ -68,40 +92,57 @@ record_reader_t::result_t record_reader_t::read_words(const std::vector<std::str
 record_reader_t::result_t record_reader_t::read_fields() {
     record_init(*family_, record_);
     for (size_t i = 0; i < family_->field_count; ++i) {
-        const record_field_t &field = family_->fields[i];
-        const given_t &given = given_[i];
-        if (given.times == 0) continue;
-        if (given.times > 1) {
-            return refuse(std::string(field.option) + ": At Most 1 required but received " +
-                          std::to_string(given.times));
-        }
-        for (size_t j = 0; j < i; ++j) {
-            const record_field_t &other = family_->fields[j];
-            const bool collides = given_[j].times != 0 && record_fields_overlap(field, other);
-            if (collides) return refuse(std::string(other.option) + " excludes " + std::string(field.option));
-        }
-        std::string error = record_field_read(field, given.value, record_.bytes);
-        if (!error.empty()) return refuse(std::move(error));
+        if (given_[i].times != 0) read_field(i);
     }
-    if (extra_ != nullptr) return refuse(misplaced_text()); /* which may be an option that is missing, misspelt */
+    if (extra_ != nullptr) { /* which may be an option that is missing, misspelt */
+        errors_.push_back({quoted_word(*extra_), misplaced_text()});
+        return result_t::refused;
+    }
     for (size_t i = 0; i < family_->field_count; ++i) {
         const record_field_t &field = family_->fields[i];
-        const bool is_missing = given_[i].times == 0 && field.is_required_on(verb_->op);
-        if (is_missing) return refuse(std::string(field.option) + " is required");
+        const bool is_missing = given_[i].times == 0 && field.is_required_on(verb_->op) && !is_noted(field);
+        if (is_missing) note(field, std::string(label(field)) + " is required");
     }
-    return result_t::record;
+    return errors_.empty() ? result_t::record : result_t::refused;
+}
+
+void record_reader_t::read_field(size_t index) {
+    const record_field_t &field = family_->fields[index];
+    const given_t &given = given_[index];
+    if (given.times > 1)
+        return note(field,
+                    std::string(label(field)) + ": At Most 1 required but received " + std::to_string(given.times));
+    for (size_t i = 0; i < index; ++i) {
+        const record_field_t &other = family_->fields[i];
+        const bool collides = given_[i].times != 0 && record_fields_overlap(field, other);
+        if (collides) return note(field, std::string(label(other)).append(" excludes ").append(label(field)));
+    }
+    const std::string error = record_field_read(field, given.value, record_.bytes);
+    if (error.empty()) return;
+    record_field_t labelled = field;
+    labelled.option = label(field);
+    note(field, record_field_read(labelled, given.value, record_.bytes));
 }
 
 record_reader_t::result_t record_reader_t::refuse(std::string error) {
-    error_ = std::move(error);
+    errors_.push_back({{}, std::move(error)});
     return result_t::refused;
 }
 
-/** Index of the field with that option among those that the verb takes, or their number. */
-size_t record_reader_t::find_field(std::string_view option) const {
+void record_reader_t::note(const record_field_t &field, std::string error) {
+    errors_.push_back({std::string(label(field)), std::move(error)});
+}
+
+bool record_reader_t::is_noted(const record_field_t &field) const {
+    return std::any_of(errors_.begin(), errors_.end(),
+                       [&](const record_error_t &error) { return error.field == label(field); });
+}
+
+/** Index of the field with that option or name among those that the verb takes, or their number. */
+size_t record_reader_t::find_field(std::string_view word) const {
     for (size_t i = 0; i < family_->field_count; ++i) {
         const record_field_t &field = family_->fields[i];
-        const bool is_called_so = field.option == option || (field.also == option && !option.empty());
+        const bool is_called_so = label(field) == word || (!is_by_name_ && field.also == word && !word.empty());
         if (is_called_so && field.is_taken_on(verb_->op)) return i;
     }
     return family_->field_count;
@@ -124,10 +165,10 @@ std::string record_reader_t::misplaced_text() const {
         }
         return wrong_word_text(*extra_, known, "must be " + verbs_text());
     }
-    known.emplace_back("--help");
+    if (!is_by_name_) known.emplace_back("--help");
     for (size_t i = 0; i < family_->field_count; ++i) {
         const record_field_t &field = family_->fields[i];
-        if (field.is_taken_on(verb_->op)) known.push_back(field.option);
+        if (field.is_taken_on(verb_->op)) known.push_back(label(field));
     }
-    return wrong_word_text(*extra_, known, "not expected here, see --help");
+    return wrong_word_text(*extra_, known, is_by_name_ ? "no such field" : "not expected here, see --help");
 }

@@ -1,0 +1,58 @@
+/*
+ * A plan on its way to a server: which command may be sent next, and after a refusal what takes back those that were
+ * carried out. Whoever sends them does so in any event loop, with as many outstanding as it likes.
+ *
+ *     while (const plan_command_t *command = run.next()) send(*command, run.ticket());   until enough are outstanding
+ *     run.answered(ticket, is_carried_out);                                              with each answer
+ *
+ * A command that could not be sent is answered as refused. What became of one that is never answered is unknown: the
+ * run waits for it.
+ */
+#ifndef CONFIG_PLAN_RUN_H
+#define CONFIG_PLAN_RUN_H
+
+#include <cstddef>
+#include <vector>
+
+#include "config/plan.h"
+
+class plan_run_t {
+public:
+    /** The plan outlives it. */
+    explicit plan_run_t(const plan_t &plan) : plan_(plan), is_done_(plan.size(), false) {}
+
+    /** The next command to be sent, until the next call; null while answers have to come first, and at the end. */
+    const plan_command_t *next();
+    /** Of the command that `next` gave last: what its answer is told with. */
+    size_t ticket() const { return ticket_; }
+    void answered(size_t ticket, bool is_carried_out);
+
+    bool is_over() const { return outstanding_ == 0 && (is_refused_ ? is_all_undone() : sent_ == plan_.size()); }
+    /** Whether a command was refused, so that others are, or have been, taken back. */
+    bool is_refused() const { return is_refused_; }
+    /** Index in the plan of the first command that was refused. */
+    size_t refused() const { return refused_; }
+    /** Commands of the plan that were carried out and could not be taken back: what stands of it. */
+    const std::vector<size_t> &left() const { return left_; }
+
+private:
+    bool is_all_undone() const { return undo_at_ == 0 && next_undo_ == undo_.size(); }
+    const plan_command_t *next_of_plan();
+    const plan_command_t *next_undo();
+
+    const plan_t &plan_;
+    std::vector<bool> is_done_; /* by command of the plan */
+    plan_command_t command_{};
+    std::vector<plan_command_t> undo_; /* of the command at undo_at_ */
+    std::vector<size_t> left_;
+    size_t sent_ = 0;
+    size_t ticket_ = 0;
+    size_t outstanding_ = 0;
+    size_t refused_ = 0;
+    size_t undo_at_ = 0; /* commands of the plan before it are still to be looked at */
+    size_t next_undo_ = 0;
+    bool is_refused_ = false;
+    bool is_undoing_ = false;
+};
+
+#endif

@@ -1,0 +1,325 @@
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "config/notation.h"
+#include "records/families.h"
+#include "records/misspelt.h"
+#include "records/reader.h"
+
+namespace {
+
+/** Goes through a text and counts its lines in a variable that its copies share. */
+class counting_iterator_t {
+public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char *;
+    using reference = const char &;
+
+    counting_iterator_t(const char *at, uint32_t *line) : at_(at), line_(line) {}
+    reference operator*() const { return *at_; }
+    counting_iterator_t &operator++() {
+        *line_ += *at_++ == '\n' ? 1 : 0;
+        return *this;
+    }
+    counting_iterator_t operator++(int) {
+        const counting_iterator_t before = *this;
+        ++*this;
+        return before;
+    }
+    friend bool operator==(const counting_iterator_t &a, const counting_iterator_t &b) { return a.at_ == b.at_; }
+    friend bool operator!=(const counting_iterator_t &a, const counting_iterator_t &b) { return a.at_ != b.at_; }
+
+private:
+    const char *at_;
+    uint32_t *line_;
+};
+
+using json_t = nlohmann::json;
+
+/** Gets the parts of a document as they are parsed. */
+class json_reader_t : public nlohmann::json_sax<json_t> {
+public:
+    json_reader_t(document_t &document, problems_t &problems, const uint32_t &line)
+        : document_(document), problems_(problems), line_(line) {}
+
+    /** False when it was no document. */
+    bool end() {
+        key_line_ = 0;
+        if (!version_error_.reason.empty()) {
+            problems_ = {version_error_}; /* what the rest would mean is unknown */
+        } else if (is_document_) {
+            if (!has_version_) refuse({}, "version", "version is required");
+            if (!has_items_) refuse({}, "items", "items is required");
+        }
+        return is_document_;
+    }
+
+    bool null() override { return scalar("null"); }
+    bool boolean(bool value) override { return scalar(value ? "1" : "0"); }
+    bool number_integer(json_t::number_integer_t value) override { return scalar(std::to_string(value)); }
+    bool number_unsigned(json_t::number_unsigned_t value) override { return scalar(std::to_string(value)); }
+    bool number_float(json_t::number_float_t, const std::string &text) override { return scalar(text); }
+    bool string(std::string &value) override { return scalar(value); }
+    bool binary(json_t::binary_t &) override { return false; }
+
+    bool key(std::string &name) override {
+        key_line_ = line_;
+        if (skipped_ != 0) return true;
+        if (place_ == place_t::document) return document_key(name);
+        if (place_ == place_t::items) return family_key(name);
+        add_member(name);
+        return true;
+    }
+
+    bool start_object(size_t) override {
+        if (is_out_of_place()) return skip();
+        switch (place_) {
+            case place_t::outside:
+                place_ = place_t::document;
+                is_document_ = true;
+                return true;
+            case place_t::document:
+                if (key_ != "items") return skip_wrong({}, key_, "a number");
+                place_ = place_t::items;
+                return true;
+            case place_t::items:
+                return skip_wrong(family_text(), {}, "an array of objects");
+            case place_t::family:
+                place_ = place_t::item;
+                item_line_ = line_;
+                member_count_ = 0;
+                return true;
+            case place_t::item:
+            case place_t::member:
+                return skip_member();
+        }
+        return true;
+    }
+
+    bool end_object() override {
+        if (skipped_ != 0) return unskip();
+        if (place_ == place_t::item) take_item();
+        place_ = place_ == place_t::item ? place_t::family
+                                         : (place_ == place_t::items ? place_t::document : place_t::outside);
+        return true;
+    }
+
+    bool start_array(size_t) override {
+        if (is_out_of_place()) return skip();
+        switch (place_) {
+            case place_t::outside:
+                key_line_ = line_;
+                return skip_wrong({}, {}, "an object with version and items");
+            case place_t::document:
+                return skip_wrong({}, key_, key_ == "items" ? "an object of arrays" : "a number");
+            case place_t::items:
+                place_ = place_t::family;
+                return true;
+            case place_t::family:
+                key_line_ = line_;
+                return skip_wrong(family_text(), {}, "objects");
+            case place_t::item:
+                if (!is_several_numbers()) return skip_member();
+                place_ = place_t::member;
+                return true;
+            case place_t::member:
+                return skip_member();
+        }
+        return true;
+    }
+
+    bool end_array() override {
+        if (skipped_ != 0) return unskip();
+        place_ = place_ == place_t::member ? place_t::item : place_t::items;
+        return true;
+    }
+
+    bool parse_error(size_t, const std::string &, const nlohmann::detail::exception &error) override {
+        const std::string_view text = error.what();
+        uint32_t line = line_;
+        const size_t where = std::min(text.find("at line "), text.size());
+        sscanf(text.data() + where, "at line %u", &line);
+        const size_t column = text.find("column ");
+        const size_t start = column != std::string_view::npos ? column : std::min(text.find("] ") + 2, text.size());
+        problems_.push_back({problem_t::kind_t::error, line, {}, {}, "no JSON: " + std::string(text.substr(start))});
+        is_document_ = false;
+        return false;
+    }
+
+private:
+    enum class place_t : uint8_t { outside, document, items, family, item, member };
+    struct member_t {
+        std::string name;
+        std::string value;
+        uint32_t line;
+        bool has_value;
+    };
+
+    bool document_key(const std::string &name) {
+        key_ = name;
+        const bool is_known = name == "version" || name == "items";
+        if (!is_known) refuse({}, quoted_word(name), wrong_word_text(name, {"version", "items"}, "no such field"));
+        const bool is_again = (name == "version" && has_version_) || (name == "items" && has_items_);
+        if (is_again) refuse({}, name, name + " is given twice");
+        is_left_out_ = !is_known || is_again;
+        has_version_ = has_version_ || name == "version";
+        has_items_ = has_items_ || name == "items";
+        return true;
+    }
+
+    bool family_key(const std::string &name) {
+        family_ = record_find_family(name);
+        is_left_out_ = family_ == nullptr;
+        if (is_left_out_) refuse({}, quoted_word(name), wrong_family_text(name));
+        return true;
+    }
+
+    void add_member(const std::string &name) {
+        if (member_count_ == members_.size()) members_.emplace_back();
+        member_t &member = members_[member_count_++];
+        member.name = name;
+        member.value.clear();
+        member.line = key_line_;
+        member.has_value = false;
+    }
+
+    bool scalar(std::string_view text) {
+        if (is_out_of_place()) return true;
+        switch (place_) {
+            case place_t::outside:
+                key_line_ = line_;
+                return wrong({}, {}, "an object with version and items");
+            case place_t::document:
+                return document_value(text);
+            case place_t::items:
+                return wrong(family_text(), {}, "an array of objects");
+            case place_t::family:
+                key_line_ = line_;
+                return wrong(family_text(), {}, "objects");
+            case place_t::item:
+                members_[member_count_ - 1].value = text;
+                return true;
+            case place_t::member: {
+                member_t &member = members_[member_count_ - 1];
+                if (member.has_value) member.value += ',';
+                member.value += text;
+                member.has_value = true;
+                return true;
+            }
+        }
+        return true;
+    }
+
+    bool document_value(std::string_view text) {
+        if (key_ == "items") return wrong({}, key_, "an object of arrays");
+        const std::string known = std::to_string(document_version);
+        if (text == known) return true;
+        version_error_ = {
+            problem_t::kind_t::error, key_line_, {}, "version", "version " + quoted_word(text) + ": must be " + known};
+        return true;
+    }
+
+    void take_item() {
+        views_.clear();
+        for (size_t i = 0; i < member_count_; ++i) {
+            views_.push_back({members_[i].name, members_[i].value});
+        }
+        const record_verb_t &verb = *record_verb_of(*family_, FWX_NAT64_OP_ADD);
+        if (reader_.read(*family_, verb, views_) == record_reader_t::result_t::record) {
+            document_.add(*family_, reader_.record().bytes, item_line_);
+            return;
+        }
+        for (const record_error_t &error : reader_.errors()) {
+            key_line_ = line_of(error);
+            refuse(family_text(), error.field, error.text);
+        }
+    }
+
+    /** Where the last member of that name stands, or the item. */
+    uint32_t line_of(const record_error_t &error) const {
+        for (size_t i = member_count_; i > 0; --i) {
+            const member_t &member = members_[i - 1];
+            const bool is_its = error.field == member.name ||
+                                (error.field.empty() && error.text.compare(0, member.name.size(), member.name) == 0);
+            if (is_its) return member.line;
+        }
+        return item_line_;
+    }
+
+    bool is_several_numbers() const {
+        const std::string &name = members_[member_count_ - 1].name;
+        const record_field_t *end = family_->fields + family_->field_count;
+        return std::any_of(family_->fields, end, [&](const record_field_t &field) {
+            return field.name == name && field.kind == record_kind_t::numbers;
+        });
+    }
+
+    std::string family_text() const { return label_of(*family_, notation_t::json); }
+
+    void refuse(std::string command, std::string field, std::string reason) {
+        problems_.push_back(
+            {problem_t::kind_t::error, key_line_, std::move(command), std::move(field), std::move(reason)});
+    }
+
+    /** Says what should stand here. */
+    bool wrong(const std::string &command, const std::string &field, const std::string &allowed) {
+        refuse(command, field, field + (field.empty() ? "must be " : ": must be ") + allowed);
+        return true;
+    }
+    bool skip_wrong(const std::string &command, const std::string &field, const std::string &allowed) {
+        wrong(command, field, allowed);
+        return skip();
+    }
+    /** The reader says what should stand there. */
+    bool skip_member() {
+        members_[member_count_ - 1].value += "[...]";
+        return skip();
+    }
+    /** Within what was refused as a whole, or behind a key that was. */
+    bool is_out_of_place() const {
+        return skipped_ != 0 || (is_left_out_ && (place_ == place_t::document || place_ == place_t::items));
+    }
+    bool skip() {
+        ++skipped_;
+        return true;
+    }
+    bool unskip() {
+        --skipped_;
+        return true;
+    }
+
+    document_t &document_;
+    problems_t &problems_;
+    const uint32_t &line_; /* of what is parsed */
+    uint32_t key_line_ = 0;
+    uint32_t item_line_ = 0;
+    place_t place_ = place_t::outside;
+    uint32_t skipped_ = 0;     /* objects and arrays that are open and have no place */
+    bool is_left_out_ = false; /* what the latest key leads to, about which that was said already */
+    std::string key_;          /* of the document's members the latest */
+    const record_family_t *family_ = nullptr;
+    std::vector<member_t> members_; /* of the item, and room for others */
+    size_t member_count_ = 0;
+    std::vector<record_member_t> views_;
+    record_reader_t reader_;
+    bool is_document_ = false;
+    bool has_version_ = false;
+    bool has_items_ = false;
+    problem_t version_error_{};
+};
+
+}  // namespace
+
+bool read_json(std::string_view text, document_t &document, problems_t &problems) {
+    uint32_t line = 1;
+    json_reader_t reader(document, problems, line);
+    const counting_iterator_t begin(text.data(), &line);
+    const counting_iterator_t end(text.data() + text.size(), &line);
+    json_t::sax_parse(begin, end, &reader);
+    return reader.end();
+}

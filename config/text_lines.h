@@ -1,0 +1,58 @@
+/* The lines of a text in memory. */
+#ifndef CONFIG_TEXT_LINES_H
+#define CONFIG_TEXT_LINES_H
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/** Takes lines off the beginning of a text; one that ends with a backslash goes on with the next. */
+class text_lines_t {
+public:
+    /** The text must outlive the lines. */
+    explicit text_lines_t(std::string_view text) : rest_(text) {}
+
+    /** Goes to the next line; false at the end. */
+    bool next() {
+        if (rest_.empty()) return false;
+        joined_.clear();
+        number_ = count_ + 1;
+        bool is_begun = false;
+        for (line_ = take(); goes_on(line_, is_begun); line_ = take()) {
+            joined_.append(line_, 0, line_.find_last_of('\\'));
+            is_begun = true;
+            if (!rest_.empty()) continue;
+            line_ = {};
+            break;
+        }
+        if (is_begun) line_ = joined_.append(line_);
+        return true;
+    }
+    /** Until the next one is taken. */
+    std::string_view line() const { return line_; }
+    /** Of the first of those that it is put together from; that of the text's first is 1. */
+    uint32_t number() const { return number_; }
+
+private:
+    std::string_view take() {
+        const std::string_view line = rest_.substr(0, rest_.find('\n'));
+        rest_.remove_prefix(std::min(line.size() + 1, rest_.size()));
+        ++count_;
+        return line;
+    }
+    /** A comment does not, unless it is within a line itself. */
+    static bool goes_on(std::string_view line, bool is_begun) {
+        const size_t last = line.find_last_not_of('\r');
+        const bool has_mark = last != std::string_view::npos && line[last] == '\\';
+        return has_mark && (is_begun || line[line.find_first_not_of(" \t\r")] != '#');
+    }
+
+    std::string_view rest_;
+    std::string_view line_;
+    std::string joined_;
+    uint32_t count_ = 0;
+    uint32_t number_ = 0;
+};
+
+#endif
