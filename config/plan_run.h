@@ -23,7 +23,8 @@ public:
 
     /** The next command to be sent, until the next call; null while answers have to come first, and at the end. */
     const plan_command_t *next();
-    /** Of the command that `next` gave last: what its answer is told with. */
+    /** Of the command that `next` gave last: what its answer is told with. No two have the same; of a command of the
+     * plan it is the index there. */
     size_t ticket() const { return ticket_; }
     void answered(size_t ticket, bool is_carried_out);
 
@@ -36,9 +37,10 @@ public:
     const std::vector<size_t> &left() const { return left_; }
 
 private:
-    bool is_all_undone() const { return undo_at_ == 0 && next_undo_ == undo_.size(); }
-    const plan_command_t *next_of_plan();
-    const plan_command_t *next_undo();
+    bool is_all_undone() const { return is_undoing_ && undo_at_ == 0 && next_undo_ == undo_.size(); }
+    bool take_command();
+    bool take_undo();
+    void find_undo();
 
     const plan_t &plan_;
     std::vector<bool> is_done_; /* by command of the plan */
@@ -49,7 +51,7 @@ private:
     size_t ticket_ = 0;
     size_t outstanding_ = 0;
     size_t refused_ = 0;
-    size_t undo_at_ = 0; /* commands of the plan before it are still to be looked at */
+    size_t undo_at_ = 0; /* command of the plan; those before it are still to be looked at */
     size_t next_undo_ = 0;
     bool is_refused_ = false;
     bool is_undoing_ = false;
