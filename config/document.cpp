@@ -204,6 +204,17 @@ size_t document_t::end_of(const record_family_t &family) const {
     return static_cast<size_t>(found - entries_.begin());
 }
 
+const std::vector<const record_family_t *> &item_families() {
+    static const std::vector<const record_family_t *> families = [] {
+        std::vector<const record_family_t *> owners;
+        for (const record_family_t *family : by_rank()) {
+            if (family != nullptr && family->item == nullptr) owners.push_back(family);
+        }
+        return owners;
+    }();
+    return families;
+}
+
 const record_family_t *nvi_family_of(const record_family_t &family) {
     for (const record_family_t *each : by_rank()) {
         if (each != nullptr && each->item != nullptr && each->item == family.word) return each;

@@ -69,6 +69,9 @@ private:
     size_t settled_ = 0; /* entries that are items; the others are commands */
 };
 
+/** The families that have items, in the order of the items. */
+const std::vector<const record_family_t *> &item_families();
+
 /** The family of commands that make items of that family virtual interfaces too; null: there is none. */
 const record_family_t *nvi_family_of(const record_family_t &family);
 

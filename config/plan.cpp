@@ -37,18 +37,11 @@ bool has_same_record(const config_item_t &a, const config_item_t &b) {
 }  // namespace
 
 plan_t::plan_t(const document_t &from, const document_t &to) : from_(from), to_(to) {
-    const auto from_size = static_cast<uint32_t>(from.size());
-    const auto to_size = static_cast<uint32_t>(to.size());
-    for (segment_t next{nullptr, 0, 0, 0, 0}; next.from < from_size || next.to < to_size;) {
-        const record_family_t *family = next.from < from_size ? from.item(next.from).family : nullptr;
-        const record_family_t *other = next.to < to_size ? to.item(next.to).family : nullptr;
-        const bool is_others = family == nullptr || (other != nullptr && other->rank < family->rank);
-        next.family = is_others ? other : family;
-        next.from_end = static_cast<uint32_t>(from.end_of(*next.family));
-        next.to_end = static_cast<uint32_t>(to.end_of(*next.family));
-        next.family->word == "pool" ? change_pools(next) : compare(next);
-        next.from = next.from_end;
-        next.to = next.to_end;
+    for (const record_family_t *family : item_families()) {
+        const segment_t segment{family, static_cast<uint32_t>(from.begin_of(*family)),
+                                static_cast<uint32_t>(from.end_of(*family)),
+                                static_cast<uint32_t>(to.begin_of(*family)), static_cast<uint32_t>(to.end_of(*family))};
+        family->word == "pool" ? change_pools(segment) : compare(segment);
     }
     std::reverse(deletes_.begin(), deletes_.end());
 }

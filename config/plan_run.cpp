@@ -3,10 +3,10 @@
 #include <algorithm>
 
 const plan_command_t *plan_run_t::next() {
-    const bool has_one = is_refused_ ? take_undo() : take_command();
+    const bool has_one = is_taken_back_ ? take_undo() : take_command();
     if (!has_one) return nullptr;
     ++outstanding_;
-    if (is_refused_) find_undo();
+    find_undo();
     return &command_;
 }
 
@@ -34,16 +34,21 @@ void plan_run_t::answered(size_t ticket, bool is_carried_out) {
     } else if (is_carried_out) {
         is_done_[ticket] = true;
     } else {
-        refused_ = is_refused_ ? std::min(refused_, ticket) : ticket;
-        is_refused_ = true;
+        refused_ = std::min(refused_, ticket);
+        is_taken_back_ = true;
     }
-    if (is_refused_) find_undo();
+    find_undo();
+}
+
+void plan_run_t::take_back() {
+    is_taken_back_ = true;
+    find_undo();
 }
 
 /** Goes back from the last command that was sent to one with something to be sent for it. What was deleted comes when
  * all is gone that came instead. */
 void plan_run_t::find_undo() {
-    const bool begins = !is_undoing_ && outstanding_ == 0;
+    const bool begins = is_taken_back_ && !is_undoing_ && outstanding_ == 0;
     if (begins) undo_at_ = sent_;
     is_undoing_ = is_undoing_ || begins;
     while (is_undoing_ && next_undo_ == undo_.size() && undo_at_ != 0) {

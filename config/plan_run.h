@@ -5,8 +5,9 @@
  *     while (const plan_command_t *command = run.next()) send(*command, run.ticket());   until enough are outstanding
  *     run.answered(ticket, is_carried_out);                                              with each answer
  *
- * A command that could not be sent is answered as refused. What became of one that is never answered is unknown: the
- * run waits for it.
+ * A command that could not be sent is answered as refused. One that was carried out and failed all the same, because
+ * the server could not keep it, is answered as carried out, and then the plan is taken back. What became of one that is
+ * never answered is unknown: the run waits for it.
  */
 #ifndef CONFIG_PLAN_RUN_H
 #define CONFIG_PLAN_RUN_H
@@ -19,7 +20,7 @@
 class plan_run_t {
 public:
     /** The plan outlives it. */
-    explicit plan_run_t(const plan_t &plan) : plan_(plan), is_done_(plan.size(), false) {}
+    explicit plan_run_t(const plan_t &plan) : plan_(plan), is_done_(plan.size(), false), refused_(plan.size()) {}
 
     /** The next command to be sent, until the next call; null while answers have to come first, and at the end. */
     const plan_command_t *next();
@@ -27,11 +28,14 @@ public:
      * plan it is the index there. */
     size_t ticket() const { return ticket_; }
     void answered(size_t ticket, bool is_carried_out);
+    /** Sends no more of the plan and takes back what was carried out, as after a refusal; also when all was. */
+    void take_back();
 
-    bool is_over() const { return outstanding_ == 0 && (is_refused_ ? is_all_undone() : sent_ == plan_.size()); }
-    /** Whether a command was refused, so that others are, or have been, taken back. */
-    bool is_refused() const { return is_refused_; }
-    /** Index in the plan of the first command that was refused. */
+    /** Nothing is awaited, and nothing left to be sent. */
+    bool is_over() const { return outstanding_ == 0 && (is_taken_back_ ? is_all_undone() : sent_ == plan_.size()); }
+    /** Whether what was carried out is taken back, or has been. */
+    bool is_taken_back() const { return is_taken_back_; }
+    /** The first command of the plan that was refused, by its index; `plan.size()`: none was. */
     size_t refused() const { return refused_; }
     /** Commands of the plan that were carried out and could not be taken back: what stands of it. */
     const std::vector<size_t> &left() const { return left_; }
@@ -47,14 +51,14 @@ private:
     plan_command_t command_{};
     std::vector<plan_command_t> undo_; /* of the command at undo_at_ */
     std::vector<size_t> left_;
-    size_t sent_ = 0;
+    size_t refused_;
+    size_t sent_ = 0; /* of the plan */
     size_t ticket_ = 0;
     size_t outstanding_ = 0;
-    size_t refused_ = 0;
     size_t undo_at_ = 0; /* command of the plan; those before it are still to be looked at */
     size_t next_undo_ = 0;
-    bool is_refused_ = false;
-    bool is_undoing_ = false;
+    bool is_taken_back_ = false;
+    bool is_undoing_ = false; /* what was under way has been answered */
 };
 
 #endif

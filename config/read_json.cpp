@@ -60,7 +60,12 @@ public:
     }
 
     bool null() override { return scalar("null"); }
-    bool boolean(bool value) override { return scalar(value ? "1" : "0"); }
+    bool boolean(bool value) override {
+        const record_field_t *field = place_ == place_t::item ? member_field() : nullptr;
+        const bool is_flag = field != nullptr && field->kind == record_kind_t::number && field->max == 1;
+        if (is_flag) return scalar(value ? "1" : "0");
+        return scalar(value ? "true" : "false");
+    }
     bool number_integer(json_t::number_integer_t value) override { return scalar(std::to_string(value)); }
     bool number_unsigned(json_t::number_unsigned_t value) override { return scalar(std::to_string(value)); }
     bool number_float(json_t::number_float_t, const std::string &text) override { return scalar(text); }
@@ -122,7 +127,7 @@ public:
                 return true;
             case place_t::family:
                 key_line_ = line_;
-                return skip_wrong(family_text(), {}, "objects");
+                return skip_wrong(family_text(), {}, "an array of objects");
             case place_t::item:
                 if (!is_several_numbers()) return skip_member();
                 place_ = place_t::member;
@@ -200,7 +205,7 @@ private:
                 return wrong(family_text(), {}, "an array of objects");
             case place_t::family:
                 key_line_ = line_;
-                return wrong(family_text(), {}, "objects");
+                return wrong(family_text(), {}, "an array of objects");
             case place_t::item:
                 members_[member_count_ - 1].value = text;
                 return true;
@@ -251,12 +256,18 @@ private:
         return item_line_;
     }
 
-    bool is_several_numbers() const {
-        const std::string &name = members_[member_count_ - 1].name;
+    /** That the latest member is called after, or null. */
+    const record_field_t *member_field() const {
         const record_field_t *end = family_->fields + family_->field_count;
-        return std::any_of(family_->fields, end, [&](const record_field_t &field) {
-            return field.name == name && field.kind == record_kind_t::numbers;
+        const record_field_t *found = std::find_if(family_->fields, end, [this](const record_field_t &field) {
+            return field.name == members_[member_count_ - 1].name;
         });
+        return found == end ? nullptr : found;
+    }
+
+    bool is_several_numbers() const {
+        const record_field_t *field = member_field();
+        return field != nullptr && field->kind == record_kind_t::numbers;
     }
 
     std::string family_text() const { return label_of(*family_, notation_t::json); }

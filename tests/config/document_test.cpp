@@ -244,8 +244,8 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "line 1: pool: parm: did you mean param? [parm]\n"
          "line 2: pool: start_addr [...]: must be an IPv4 address such as 192.0.2.1 [start_addr]\n"
          "line 2: pool: end_addr [...]: must be an IPv4 address such as 192.0.2.1 [end_addr]\n"
-         "line 2: pool: must be objects\n"
-         "line 3: pool: must be objects\n"
+         "line 2: pool: must be an array of objects\n"
+         "line 3: pool: must be an array of objects\n"
          "line 4: pools: did you mean pool? [pools]\n"
          "line 5: timeout: must be an array of objects\n"
          "line 5: nvi: must be an array of objects\n"
@@ -267,6 +267,8 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
         {"{\"version\":1,\"items\":{}} x",
          "line 1: no JSON: column 26: syntax error while parsing value - invalid "
          "literal; last read: '\"items\":{}} x'; expected end of input\n"},
+        {"{\"version\":true,\"items\":{\"limit\":[{\"type\":true,\"value\":1}]}}",
+         "line 1: version true: must be 1 [version]\n"},
         {"{\"version\":1e999}", "line 1: no JSON: number overflow parsing '1e999'\n"},
         {"[{}]", "line 1: must be an object with version and items\n"},
         {"{}", "version is required [version]\nitems is required [items]\n"},

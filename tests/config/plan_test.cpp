@@ -71,7 +71,7 @@ public:
         const plan_t plan(none, document);
         plan_run_t run(plan);
         carry_out(run, 64);
-        EXPECT_FALSE(run.is_refused()) << text_of(plan, run.refused());
+        EXPECT_FALSE(run.is_taken_back()) << text_of(plan, run.refused());
     }
 
     /** All that is held, but for indices of rules and what stands for absent. */
@@ -284,15 +284,18 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
             SCOPED_TRACE(held_server_t::text_of(plan, refused) + " is refused");
             plan_run_t run(plan);
             server.carry_out(run, 1 + documents.below(9), {refused});
-            ASSERT_TRUE(run.is_refused());
+            ASSERT_TRUE(run.is_taken_back());
             EXPECT_EQ(run.refused(), refused);
             EXPECT_TRUE(run.left().empty());
             ASSERT_EQ(server.state(), before);
         }
         plan_run_t run(plan);
         server.carry_out(run, 1 + documents.below(64));
-        ASSERT_FALSE(run.is_refused()) << held_server_t::text_of(plan, run.refused());
+        ASSERT_FALSE(run.is_taken_back()) << held_server_t::text_of(plan, run.refused());
         ASSERT_EQ(server.state(), wanted);
+        run.take_back();
+        server.carry_out(run, 8);
+        ASSERT_EQ(server.state(), before);
     }
     EXPECT_EQ(watch.left(), "");
     EXPECT_EQ(watch.faults(), "");

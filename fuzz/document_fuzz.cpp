@@ -1,0 +1,55 @@
+/*
+ * Two documents, with a zero byte in between: any texts are read or refused, what was read is written so that it reads
+ * the same, and a plan makes of the first what the second says, and after a refusal the first again.
+ */
+#include <string_view>
+
+#include "config/load.h"
+#include "config/notation.h"
+#include "config/plan_run.h"
+#include "input.h"
+
+namespace {
+
+void check_reads_alike(const document_t &document, const std::string &text) {
+    problems_t problems;
+    const document_t again = load_document(text, problems);
+    FUZZ_CHECK(!has_error(problems));
+    FUZZ_CHECK(write_lines(again) == write_lines(document));
+    FUZZ_CHECK(plan_t(document, again).size() == 0);
+}
+
+/** Has one command refused, or none, and answers the others at once. */
+document_t carry_out(const plan_t &plan, document_t held, size_t refused) {
+    plan_run_t run(plan);
+    while (const plan_command_t *command = run.next()) {
+        const bool is_refused = run.ticket() == refused;
+        if (!is_refused) held.carry_out(*command->family, command->op, command->record.bytes);
+        run.answered(run.ticket(), !is_refused);
+    }
+    FUZZ_CHECK(run.is_over());
+    FUZZ_CHECK(run.is_taken_back() == (refused < plan.size()));
+    held.settle();
+    return held;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const std::string_view text(reinterpret_cast<const char *>(data), size);
+    const size_t middle = std::min(text.find('\0'), size);
+    problems_t problems;
+    const document_t from = load_document(text.substr(0, middle), problems);
+    if (has_error(problems)) return 0;
+    check_reads_alike(from, write_lines(from));
+    check_reads_alike(from, write_json(from));
+
+    const document_t to = load_document(text.substr(std::min(middle + 1, size)), problems);
+    if (has_error(problems)) return 0;
+    const plan_t plan(from, to);
+    FUZZ_CHECK(write_lines(carry_out(plan, from, plan.size())) == write_lines(to));
+    for (size_t refused = 0; refused < plan.size(); ++refused) {
+        FUZZ_CHECK(write_lines(carry_out(plan, from, refused)) == write_lines(from));
+    }
+    return 0;
+}
