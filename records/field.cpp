@@ -112,6 +112,15 @@ prefix_form_t prefix_form(const record_field_t &field) {
     return {AF_INET6, "IPv6", "2001:db8::/32"};
 }
 
+bool has_bits_behind(const uint8_t (&bytes)[sizeof(in6_addr)], uint64_t length) {
+    const size_t first = length / 8;
+    for (size_t i = first; i < sizeof bytes; ++i) {
+        const uint32_t behind = i == first ? 0xffU >> length % 8 : 0xffU;
+        if ((bytes[i] & behind) != 0) return true;
+    }
+    return false;
+}
+
 std::string read_prefix(const record_field_t &field, std::string_view text, void *record) {
     const prefix_form_t form = prefix_form(field);
     const size_t slash = text.find('/');
@@ -125,12 +134,9 @@ std::string read_prefix(const record_field_t &field, std::string_view text, void
                                   std::string("an ") + form.name + " prefix of at most " + std::to_string(field.max) +
                                       " bits, such as " + form.example);
     }
-    for (size_t bit = length; bit < 8 * sizeof bytes; ++bit) {
-        const bool is_set = (bytes[bit / 8] >> (7 - bit % 8) & 1) != 0;
-        if (is_set) {
-            return record_field_error(field.option, text,
-                                      "a prefix with no bits set behind its first " + std::to_string(length));
-        }
+    if (has_bits_behind(bytes, length)) {
+        return record_field_error(field.option, text,
+                                  "a prefix with no bits set behind its first " + std::to_string(length));
     }
     std::memcpy(at(record, field.offset), bytes, field.width); /* all of it that a message carries */
     *at(record, field.length_offset) = static_cast<uint8_t>(length);
