@@ -44,7 +44,7 @@ public:
         /* A pool whose line is wrong has its ranges all the same. */
         const bool knows_all_pools = std::none_of(
             problems_.begin(), problems_.end(),
-            [this, name = label_of(pool, notation_)](const problem_t &problem) { return problem.command == name; });
+            [name = label_of(pool, notation_)](const problem_t &problem) { return problem.command == name; });
         std::vector<span_t> spans;
         size_t next_pool = document_.begin_of(pool);
         for (const record_family_t *family : {&pool, &range}) {

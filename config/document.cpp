@@ -52,12 +52,14 @@ public:
     fold_t(const record_family_t &family, const reading_t *reading) : family_(family), reading_(reading) {}
 
     void take(const entry_t &entry, const uint8_t *record) {
+        if (entry.op == doubted) return doubt(entry, record);
         if (entry.says == says_t::nvi) return make_nvi(entry, record);
         if (reading_ != nullptr && exists_) return refuse_again(entry, family_, line_);
         if (entry.op == FWX_NAT64_OP_MOD && exists_) {
             modify(record);
         } else {
             set(record);
+            is_in_doubt_ = false;
         }
         exists_ = entry.op != FWX_NAT64_OP_DEL;
         is_nvi_ = entry.says == says_t::both;
@@ -66,7 +68,7 @@ public:
 
     /** Whether there is an item in the end. */
     bool end() {
-        if (!exists_ || is_nvi_ || !is_absent(family_, record_)) return exists_;
+        if (!exists_ || is_nvi_ || is_in_doubt_ || !is_absent(family_, record_)) return exists_;
         if (reading_ != nullptr) {
             note(problem_t::kind_t::warning, family_, line_, ": the server has that without being told");
         }
@@ -75,8 +77,15 @@ public:
     const record_buffer_t &record() const { return record_; }
     uint32_t line() const { return line_; }
     bool is_nvi() const { return is_nvi_; }
+    bool is_in_doubt() const { return is_in_doubt_; }
 
 private:
+    void doubt(const entry_t &entry, const uint8_t *record) {
+        if (!exists_) set(record);
+        is_nvi_ = is_nvi_ || entry.says == says_t::both;
+        exists_ = is_in_doubt_ = true;
+    }
+
     void set(const uint8_t *record) {
         record_ = {};
         std::memcpy(record_.bytes, record, family_.record_size);
@@ -130,6 +139,7 @@ private:
     uint32_t nvi_line_ = 0;
     bool exists_ = false;
     bool is_nvi_ = false;
+    bool is_in_doubt_ = false;
 };
 
 void document_t::take(const record_family_t &family, uint32_t op, const void *record, uint32_t line) {
@@ -173,8 +183,9 @@ void document_t::settle(const reading_t *reading) {
         const uint8_t rank = entries_[first].rank;
         first = next;
         if (!fold.end()) continue;
-        entries_[count++] = {bytes.size(), fold.line(), rank, FWX_NAT64_OP_ADD,
-                             fold.is_nvi() ? says_t::both : says_t::record};
+        const uint8_t op = fold.is_in_doubt() ? doubted : FWX_NAT64_OP_ADD;
+        const says_t says = fold.is_nvi() ? says_t::both : says_t::record;
+        entries_[count++] = {bytes.size(), fold.line(), rank, op, says};
         bytes.insert(bytes.end(), fold.record().bytes, fold.record().bytes + family.record_size);
     }
     entries_.resize(count);
@@ -189,7 +200,7 @@ int document_t::compare(const entry_t &a, const entry_t &b) const {
 
 config_item_t document_t::item(size_t index) const {
     const entry_t &entry = entries_[index];
-    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.says == says_t::both};
+    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.says == says_t::both, entry.op == doubted};
 }
 
 size_t document_t::begin_of(const record_family_t &family) const {
@@ -238,5 +249,6 @@ bool has_own_value(const config_item_t &item) {
 }
 
 bool is_same_value(const config_item_t &a, const config_item_t &b) {
-    return a.is_nvi == b.is_nvi && std::memcmp(a.record, b.record, a.family->record_size) == 0;
+    const bool is_known = !a.is_in_doubt && !b.is_in_doubt;
+    return is_known && a.is_nvi == b.is_nvi && std::memcmp(a.record, b.record, a.family->record_size) == 0;
 }

@@ -16,7 +16,7 @@ struct plan_t::segment_t {
 namespace {
 
 plan_command_t command_of(const record_family_t &family, uint32_t op, const void *record) {
-    plan_command_t command{&family, op, {}, op == FWX_NAT64_OP_DEL && family.ends_sessions};
+    plan_command_t command{&family, op, {}, op == FWX_NAT64_OP_DEL && family.ends_sessions, false};
     std::memcpy(command.record.bytes, record, family.record_size);
     return command;
 }
@@ -24,14 +24,20 @@ plan_command_t command_of(const record_family_t &family, uint32_t op, const void
 /** Whether a command makes one value of an item of the other. */
 bool can_modify(const config_item_t &from, const config_item_t &to) {
     const record_family_t &family = *from.family;
-    if (family.modify_op == 0) return false;
+    if (family.modify_op == 0 || from.is_in_doubt) return false;
     return std::all_of(family.fields, family.fields + family.field_count, [&](const record_field_t &field) {
         return !field.is_fixed || std::memcmp(from.record + field.offset, to.record + field.offset, field.width) == 0;
     });
 }
 
-bool has_same_record(const config_item_t &a, const config_item_t &b) {
-    return std::memcmp(a.record, b.record, a.family->record_size) == 0;
+bool has_delete(const record_family_t &family) {
+    return record_verb_of(family, FWX_NAT64_OP_DEL) != nullptr;
+}
+
+/** Whether a server has the record of an item already. An interface that is set is no virtual one any more. */
+bool is_held(const config_item_t &before, const config_item_t &after) {
+    return !before.is_in_doubt && !before.is_nvi &&
+           std::memcmp(before.record, after.record, before.family->record_size) == 0;
 }
 
 }  // namespace
@@ -67,7 +73,8 @@ void plan_t::change(uint32_t from, uint32_t to) {
     const config_item_t before = from_.item(from);
     const config_item_t after = to_.item(to);
     if (is_same_value(before, after) && !has_to_leave(before)) return;
-    if (can_modify(before, after)) return set(from, to);
+    const bool can_stay = can_modify(before, after) || !has_delete(*before.family);
+    if (can_stay) return set(from, to);
     remove(from);
     set(none, to);
 }
@@ -122,9 +129,7 @@ void plan_t::change_pools(const segment_t &segment) {
 void plan_t::set(uint32_t from, uint32_t to) {
     const config_item_t after = to_.item(to);
     const bool is_new = from == none;
-    /* An interface that is set is no virtual one any more. */
-    const bool needs_record =
-        is_new ? has_own_value(after) : from_.item(from).is_nvi || !has_same_record(from_.item(from), after);
+    const bool needs_record = is_new ? has_own_value(after) : !is_held(from_.item(from), after);
     if (needs_record) changes_.push_back({from, to, is_new ? kind_t::add : kind_t::modify});
     if (after.is_nvi) changes_.push_back({from, to, kind_t::make_nvi});
 }
@@ -140,8 +145,10 @@ bool plan_t::has_to_leave(const config_item_t &item) const {
 }
 
 plan_command_t plan_t::deletion_of(const config_item_t &item) {
-    if (record_verb_of(*item.family, FWX_NAT64_OP_DEL) != nullptr) {
-        return command_of(*item.family, FWX_NAT64_OP_DEL, item.record);
+    if (has_delete(*item.family)) {
+        plan_command_t command = command_of(*item.family, FWX_NAT64_OP_DEL, item.record);
+        command.may_be_gone = item.is_in_doubt;
+        return command;
     }
     plan_command_t command = command_of(*item.family, FWX_NAT64_OP_ADD, item.record);
     record_make_absent(*item.family, command.record);
@@ -169,13 +176,14 @@ plan_command_t plan_t::command(size_t index) const {
 
 void plan_t::append_undo(size_t index, std::vector<plan_command_t> &commands) const {
     const bool is_delete = index < deletes_.size();
-    const change_t change = is_delete ? change_t{} : changes_[index - deletes_.size()];
-    const bool was_there = is_delete || change.from != none;
+    const change_t change =
+        is_delete ? change_t{deletes_[index], none, kind_t::add} : changes_[index - deletes_.size()];
+    const bool was_there = change.from != none && !from_.item(change.from).is_in_doubt;
     if (!was_there) {
-        commands.push_back(deletion_of(to_.item(change.to)));
+        if (!is_delete) commands.push_back(deletion_of(to_.item(change.to)));
         return;
     }
-    const config_item_t item = from_.item(is_delete ? deletes_[index] : change.from);
+    const config_item_t item = from_.item(change.from);
     const uint32_t op = is_delete ? FWX_NAT64_OP_ADD : item.family->modify_op;
     commands.push_back(command_of(*item.family, op, item.record));
     if (item.is_nvi) commands.push_back(nvi_command_of(item));

@@ -12,6 +12,8 @@
  * alone; then all others may be under way at the same time. plan_run_t holds to that, and says what takes back the
  * commands that were carried out when one is refused.
  *
+ * Items in doubt are deleted and added again, or set. When the plan is taken back they are gone, whatever they were.
+ *
  * Rules. The library deletes the leaf of a prefix with any of the rules that share it, and installs a rule that the
  * server has refused: whoever sends a rule's command puts that right before the next command of a rule of that prefix.
  */
@@ -29,6 +31,7 @@ struct plan_command_t {
     uint32_t op; /* FWX_NAT64_OP_ */
     record_buffer_t record;
     bool ends_sessions; /* those that the item has */
+    bool may_be_gone;   /* a delete of what may not be there: a refusal that says so is as good as an answer of 0 */
 };
 
 class plan_t {
@@ -43,7 +46,7 @@ public:
     /** Whether one of the commands ends sessions. */
     bool ends_sessions() const { return ends_sessions_; }
 
-    /** Adds the commands, one or two, that take a command back, once those behind it are. */
+    /** Adds the commands, two at most, that take a command back, once those behind it are. */
     void append_undo(size_t index, std::vector<plan_command_t> &commands) const;
     /** Whether what takes the command before back takes this one back as well: an interface's two go together. */
     bool is_undone_with_previous(size_t index) const;

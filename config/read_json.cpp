@@ -31,7 +31,6 @@ public:
         ++*this;
         return before;
     }
-    friend bool operator==(const counting_iterator_t &a, const counting_iterator_t &b) { return a.at_ == b.at_; }
     friend bool operator!=(const counting_iterator_t &a, const counting_iterator_t &b) { return a.at_ != b.at_; }
 
 private:
