@@ -68,7 +68,7 @@ public:
 
     /** Whether there is an item in the end. */
     bool end() {
-        if (!exists_ || is_nvi_ || is_in_doubt_ || !is_absent(family_, record_)) return exists_;
+        if (!exists_ || is_nvi_ || !is_absent(family_, record_)) return exists_;
         if (reading_ != nullptr) {
             note(problem_t::kind_t::warning, family_, line_, ": the server has that without being told");
         }
@@ -81,7 +81,8 @@ public:
 
 private:
     void doubt(const entry_t &entry, const uint8_t *record) {
-        if (!exists_) set(record);
+        const bool is_there = exists_ && (is_nvi_ || !is_absent(family_, record_));
+        if (!is_there) set(record);
         is_nvi_ = is_nvi_ || entry.says == says_t::both;
         exists_ = is_in_doubt_ = true;
     }

@@ -188,9 +188,3 @@ void plan_t::append_undo(size_t index, std::vector<plan_command_t> &commands) co
     commands.push_back(command_of(*item.family, op, item.record));
     if (item.is_nvi) commands.push_back(nvi_command_of(item));
 }
-
-bool plan_t::is_undone_with_previous(size_t index) const {
-    if (index <= deletes_.size()) return false;
-    const change_t &change = changes_[index - deletes_.size()];
-    return change.kind == kind_t::make_nvi && changes_[index - deletes_.size() - 1].to == change.to;
-}

@@ -48,8 +48,6 @@ public:
 
     /** Adds the commands, two at most, that take a command back, once those behind it are. */
     void append_undo(size_t index, std::vector<plan_command_t> &commands) const;
-    /** Whether what takes the command before back takes this one back as well: an interface's two go together. */
-    bool is_undone_with_previous(size_t index) const;
 
 private:
     static constexpr uint32_t none = UINT32_MAX;

@@ -57,8 +57,6 @@ void plan_run_t::find_undo() {
         --undo_at_;
         undo_.clear();
         next_undo_ = 0;
-        const bool goes_with_previous =
-            undo_at_ != 0 && is_done_[undo_at_ - 1] && plan_.is_undone_with_previous(undo_at_);
-        if (is_done_[undo_at_] && !goes_with_previous) plan_.append_undo(undo_at_, undo_);
+        if (is_done_[undo_at_]) plan_.append_undo(undo_at_, undo_);
     }
 }

@@ -334,7 +334,7 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
         for (size_t refused = documents.below(4); refused < plan.size(); refused += 1 + documents.below(8)) {
             SCOPED_TRACE(held_server_t::text_of(plan, refused) + " is refused");
             plan_run_t run(plan);
-            server.carry_out(run, 1 + documents.below(9), {refused});
+            server.carry_out(run, 1 + documents.below(64), {refused});
             ASSERT_TRUE(run.is_taken_back());
             EXPECT_EQ(run.refused(), refused);
             EXPECT_TRUE(run.left().empty());
