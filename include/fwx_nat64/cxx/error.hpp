@@ -14,9 +14,6 @@
 
 #include "fwx_nat64/result.h"
 
-/** The platform's text for a code; declared here too, since the C headers do not need it. */
-extern "C" const char *xerr_strerror(uint32_t code);
-
 namespace fwx::nat64 {
 
 /** What goes wrong between the C interface and this one. */
