@@ -9,6 +9,7 @@
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.hpp"
+#include "fwx_nat64/server_result.h"
 
 namespace fwx::host {
 
@@ -22,6 +23,37 @@ inline constexpr nat64::adapter adapter = {
                     void *arg) { return fwx_host_timer_add(static_cast<fwx_host_loop_t *>(loop), delay_ms, fn, arg); },
     .timer_cancel = [](void *loop, uint64_t id) { fwx_host_timer_cancel(static_cast<fwx_host_loop_t *>(loop), id); },
     .observe_end = fwx_host_channel_end_observe,
+};
+
+/** Gives xerr_strerror the texts of this project's server, which is in another process. */
+inline void add_server_texts() {
+#define FWX_HOST_ADD_TEXT(code, member, text) fwx_host_error_text_add(code, text);
+    FWX_NAT64_MODEL_RESULTS(FWX_HOST_ADD_TEXT)
+#undef FWX_HOST_ADD_TEXT
+}
+
+/** Awaits that time passes on a loop. */
+class [[nodiscard]] sleep {
+public:
+    sleep(fwx_host_loop_t *loop, std::chrono::milliseconds time) noexcept : loop_(loop), time_(time) {}
+    sleep(const sleep &) = delete;
+    ~sleep() { fwx_host_timer_cancel(loop_, timer_); }
+
+    bool await_ready() const noexcept { return false; }
+    /** Goes on at once when memory is out. */
+    bool await_suspend(std::coroutine_handle<> waiting) noexcept {
+        waiting_ = waiting;
+        const auto rang = [](void *self) { std::exchange(static_cast<sleep *>(self)->waiting_, nullptr).resume(); };
+        timer_ = fwx_host_timer_add(loop_, static_cast<uint64_t>(time_.count()), rang, this);
+        return timer_ != 0;
+    }
+    void await_resume() const noexcept {}
+
+private:
+    fwx_host_loop_t *loop_;
+    std::chrono::milliseconds time_;
+    uint64_t timer_ = 0;
+    std::coroutine_handle<> waiting_;
 };
 
 /** A loop that is owned. */

@@ -18,6 +18,7 @@ namespace detail {
 
 struct task_promise_base {
     std::coroutine_handle<> continuation; /* null: nobody awaits it */
+    bool is_started = false;
     std::exception_ptr error;
 
     struct final_awaiter {
@@ -79,8 +80,11 @@ public:
         if (handle_) handle_.destroy();
     }
 
-    /** Runs it until it first waits. Once, and not for a task that is awaited. */
-    void start() { handle_.resume(); }
+    /** Runs it until it first waits. Once; a task that was started can be awaited later. */
+    void start() {
+        handle_.promise().is_started = true;
+        handle_.resume();
+    }
     bool done() const noexcept { return handle_.done(); }
     /** The value of a task that is done; throws what the coroutine threw. */
     value_type get() { return handle_.promise().take(); }
@@ -88,9 +92,10 @@ public:
     auto operator co_await() noexcept {
         struct awaiter {
             std::coroutine_handle<promise_type> handle;
-            bool await_ready() const noexcept { return false; }
+            bool await_ready() const noexcept { return handle.done(); }
             std::coroutine_handle<> await_suspend(std::coroutine_handle<> awaiting) const noexcept {
                 handle.promise().continuation = awaiting;
+                if (std::exchange(handle.promise().is_started, true)) return std::noop_coroutine();
                 return handle;
             }
             value_type await_resume() const { return handle.promise().take(); }
@@ -113,6 +118,18 @@ inline task<void> task_promise<void>::get_return_object() noexcept {
 }
 
 }  // namespace detail
+
+/** Starts tasks and awaits all of them; throws what the first of them threw that threw. */
+template <class range_type>
+task<> all(range_type &tasks) {
+    for (auto &each : tasks) {
+        each.start();
+    }
+    for (auto &each : tasks) {
+        co_await each;
+    }
+}
+
 }  // namespace fwx::nat64
 
 #endif
