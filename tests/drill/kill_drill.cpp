@@ -1,8 +1,8 @@
 /*
- * Servers and clients are killed at random points under load and started again, and the PAL goes on. Every command that
+ * Servers are killed at random points under load and started again, and the PAL goes on. Every command that
  * was handed over must be answered once, or fail once, or be outstanding at the end; nothing may hang, nothing may be
- * lost, and what the server saw must be what the PAL heard. Of a client that dies nobody else notices anything.
- * usage: kill_drill SERVER CLIENT KILLS [SEED]
+ * lost, and what the server saw must be what the PAL heard.
+ * usage: kill_drill SERVER KILLS [SEED]
  */
 #include <sys/mman.h>
 #include <unistd.h>
@@ -31,12 +31,8 @@ constexpr char server_name[] = "drilled";
 
 class drill_t {
 public:
-    drill_t(const char *server, const char *client, int view_fd, server_view_t &view, uint32_t seed)
-        : ledger(view),
-          view_(view),
-          server_({server, server_name, std::to_string(view_fd)}),
-          client_({client, server_name}),
-          random_(seed) {
+    drill_t(const char *server, int view_fd, server_view_t &view, uint32_t seed)
+        : ledger(view), server_({server, server_name, std::to_string(view_fd)}), random_(seed) {
         present = this;
         fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, server_name);
         fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
@@ -54,16 +50,12 @@ public:
     drill_t(const drill_t &) = delete;
     drill_t &operator=(const drill_t &) = delete;
 
-    bool start() { return server_.start() && client_.start() && bind(); }
-    /** Kills the server or the other client, and has everything as it was. */
+    bool start() { return server_.start() && bind(); }
+    /** Kills the server, and has everything as it was. */
     void round() {
         outstanding_ = 1 + below(uint32_t{1} << below(most_outstanding_log2 + 1));
         rounds_ += 1;
-        if (below(2) == 0) {
-            kill_server();
-        } else {
-            kill_client();
-        }
+        kill_server();
         settle();
     }
     void end() {
@@ -144,14 +136,11 @@ private:
         fwx_host_loop_run_once(loop_, 0);
     }
 
-    void kill_in_a_while(process_t &process) {
-        fill();
-        outstanding_at_kills_ += ledger.open_count() - lost_;
-        process.kill_in(below(longest_life_us));
-    }
     void kill_server() {
         const bool looks_away = below(2) == 0; /* all that the server did is then learnt after its death */
-        kill_in_a_while(server_);
+        fill();
+        outstanding_at_kills_ += ledger.open_count() - lost_;
+        server_.kill_in(below(longest_life_us));
         while (!server_.is_dead()) {
             if (!looks_away) keep_busy();
         }
@@ -169,20 +158,6 @@ private:
         lost_ = ledger.open_count();
         check(server_.start(), "the server starts again");
     }
-    void kill_client() {
-        while (view_.clients != 2) {
-            keep_busy();
-        }
-        const uint64_t failed = ledger.failed;
-        const uint64_t refused = ledger.refused;
-        kill_in_a_while(client_);
-        while (!client_.is_dead() || view_.clients != 1) {
-            keep_busy();
-        }
-        const bool is_untouched = is_connected() && ledger.failed == failed && ledger.refused == refused;
-        check(is_untouched, "a client that dies disturbs no other");
-        check(client_.start(), "the client starts again");
-    }
     /** Everything that a living server got is answered, and it agrees. */
     void settle() {
         check(send_one(), "a server that lives takes a command");
@@ -194,10 +169,8 @@ private:
         }
     }
 
-    server_view_t &view_;
     runtime_directory_t directory_;
     process_t server_;
-    process_t client_;
     fwx_host_loop_t *loop_ = fwx_host_loop_create();
     std::mt19937 random_;
     std::vector<uint16_t> sent_types_; /* of the messages handed over since it was last cleared */
@@ -213,12 +186,12 @@ drill_t *drill_t::present;
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 4) {
-        fprintf(stderr, "usage: %s SERVER CLIENT KILLS [SEED]\n", argv[0]);
+    if (argc < 3) {
+        fprintf(stderr, "usage: %s SERVER KILLS [SEED]\n", argv[0]);
         return 2;
     }
-    const unsigned long kills = strtoul(argv[3], nullptr, 10);
-    const uint32_t seed = argc > 4 ? static_cast<uint32_t>(strtoul(argv[4], nullptr, 10)) : std::random_device{}();
+    const unsigned long kills = strtoul(argv[2], nullptr, 10);
+    const uint32_t seed = argc > 3 ? static_cast<uint32_t>(strtoul(argv[3], nullptr, 10)) : std::random_device{}();
     const int view_fd = memfd_create("view", 0); /* the server inherits it */
     const bool has_view = view_fd >= 0 && ftruncate(view_fd, sizeof(server_view_t)) == 0;
     server_view_t *view = has_view ? server_view_t::map(view_fd) : nullptr;
@@ -228,7 +201,7 @@ int main(int argc, char **argv) {
     }
     const platform_watch_t watch;
     {
-        drill_t drill(argv[1], argv[2], view_fd, *view, seed);
+        drill_t drill(argv[1], view_fd, *view, seed);
         alarm(longest_round_s);
         if (!drill.start()) {
             fprintf(stderr, "kill_drill: no server\n");

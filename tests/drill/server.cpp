@@ -20,7 +20,6 @@ int main(int argc, char **argv) {
     server_view_t *view = server_view_t::map(atoi(argv[2]));
     fwx_host_loop_t *loop = fwx_host_loop_create();
     if (view == nullptr || loop == nullptr) return 1;
-    view->clients = 0;
     const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
     if (model == nullptr) return 1;
     model->observe_refusals(
@@ -40,6 +39,5 @@ int main(int argc, char **argv) {
     fflush(stdout);
     for (;;) {
         fwx_host_loop_run_once(loop, -1);
-        view->clients = static_cast<uint32_t>(model->counts().clients);
     }
 }

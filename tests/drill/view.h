@@ -10,7 +10,6 @@
 struct server_view_t {
     static constexpr uint32_t ids = uint32_t{1} << 24;
 
-    std::atomic<uint32_t> clients;      /* that are connected */
     std::atomic<uint8_t> refusals[ids]; /* by the number of the command, modulo `ids` */
 
     std::atomic<uint8_t> &refusals_of(uint64_t number) { return refusals[number % ids]; }

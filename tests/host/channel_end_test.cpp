@@ -8,16 +8,6 @@ using channel_end_t = channel_fixture_t;
 class channel_end_over_t : public any_link_t {};
 INSTANTIATE_TEST_SUITE_P(links, channel_end_over_t, both_links, link_name);
 
-TEST_F(channel_end_t, a_channel_opens_to_a_registered_name_only) {
-    smc_chan_t chan = 0;
-    fwx_host_server_t *second = nullptr;
-    EXPECT_EQ(smc_msg_chan_open("nobody", event(), 0, on_error, &chan), FWX_HOST_ERR_NO_SERVER);
-    EXPECT_EQ(smc_msg_chan_open("tested", 0, 0, on_error, &chan), FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &second), FWX_HOST_ERR_NAME_TAKEN);
-    EXPECT_EQ(fwx_host_server_register("other", nullptr, &ops, this, &second), FWX_HOST_ERR_BAD_ARG);
-    EXPECT_EQ(live().channels, 1u);
-}
-
 TEST_F(channel_end_t, the_server_learns_of_the_channel_before_its_messages_and_of_its_end_after_them) {
     end_channel();
     open();
@@ -103,15 +93,6 @@ TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
     }
 }
 
-TEST_P(channel_end_over_t, a_channel_can_be_closed_from_its_buffer_callback) {
-    const auto close_instead = [](smc_chan_t chan, void *, size_t) { return smc_msg_chan_close(&chan) + 1; };
-    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, 4, close_instead), 0u);
-    ASSERT_EQ(reply("1"), 0u);
-    run();
-    EXPECT_EQ(take_log(), "disconnected");
-    EXPECT_EQ(errors().dropped_no_buffer, 0u);
-}
-
 TEST_P(channel_end_over_t,
        a_drop_or_the_servers_end_delivers_what_was_sent_fails_what_was_not_taken_and_then_is_an_error) {
     for (const bool ends : {false, true}) {
@@ -133,21 +114,6 @@ TEST_P(channel_end_over_t,
         run();
         log_.clear();
     }
-}
-
-TEST_P(channel_end_over_t, loops_may_end_before_their_channels_and_servers) {
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(reply("x"), 0u);
-    fwx_host_loop_destroy(client_loop_);
-    if (is_shared()) fwx_host_loop_destroy(loop_);
-    EXPECT_EQ(count("error") + count("done a 5005"), 0);
-    EXPECT_EQ(live().tx_buffers + live().channels, 0u);
-    EXPECT_EQ(smc_msg_chan_close(&chan_), FWX_HOST_ERR_BAD_CHANNEL);
-    client_loop_ = loop_ = fwx_host_loop_create();
-    if (is_shared()) client_loop_ = fwx_host_loop_create();
-    EXPECT_EQ(try_open(), FWX_HOST_ERR_NO_SERVER);
-    end_server();
-    EXPECT_EQ(count("disconnected"), 1);
 }
 
 }  // namespace

@@ -50,17 +50,6 @@ TEST_P(channel_over_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_chann
     EXPECT_EQ(live().tx_buffers, 0u);
 }
 
-TEST_P(channel_over_t, the_server_takes_then_completions_come_then_replies) {
-    during_take_ = [this] { reply("re"); };
-    ASSERT_EQ(send("a"), 0u);
-    ASSERT_EQ(send("b"), 0u);
-    EXPECT_TRUE(log_.empty());
-    EXPECT_EQ(fwx_host_loop_next_timeout_ms(client_loop_), 0);
-    run();
-    EXPECT_EQ(take_log(), "took a, took b, done a 0, done b 0, got re, got re");
-    EXPECT_EQ(fwx_host_loop_next_timeout_ms(client_loop_), -1);
-}
-
 TEST_P(channel_over_t, flow_control_reports_each_edge_once_and_from_the_loop) {
     ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 15, 5, on_throttle), 0u);
     fwx_host_server_pause(server_, 1);

@@ -9,27 +9,6 @@ namespace {
 
 using memory_t = host_fixture_t;
 
-TEST_F(memory_t, blocks_are_zeroed_aligned_and_accounted_by_tag) {
-    auto *first = static_cast<uint8_t *>(fwx_calloc_named(1, 3, 100));
-    void *second = fwx_calloc_named(96, 1, 8);
-    void *same_chain = fwx_calloc_named(96 + 128, 1, 5);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(first) % 16, 0u);
-    EXPECT_TRUE(std::all_of(first, first + 300, [](uint8_t byte) { return byte == 0; }));
-    EXPECT_EQ(fwx_host_memory_live(), 313u);
-    EXPECT_EQ(fwx_host_memory_live_tag(1), 300u);
-    EXPECT_EQ(fwx_host_memory_live_tag(96), 8u);
-    EXPECT_EQ(fwx_host_memory_blocks_tag(96 + 128), 1u);
-    EXPECT_EQ(fwx_host_memory_live_tag(77), 0u);
-    EXPECT_EQ(live().memory_blocks, 3u);
-    fwx_free_named(first);
-    EXPECT_EQ(fwx_host_memory_live_tag(1), 0u);
-    EXPECT_EQ(fwx_host_memory_blocks_tag(1), 0u);
-    fwx_free_named(second);
-    fwx_free_named(same_chain);
-    fwx_free_named(nullptr);
-}
-
 #ifndef ADDRESS_SANITIZER /* which ends the program there */
 TEST_F(memory_t, a_small_block_is_zeroed_again_and_freed_once) {
     void *kept = fwx_calloc_named(1, 1, 24);

@@ -62,22 +62,6 @@ TEST_F(pool_t, refuses_a_free_element_and_what_is_of_another_pool_and_ends_with_
     EXPECT_EQ(live().pools, 1u);
 }
 
-TEST_F(pool_t, gives_no_more_elements_than_its_cap) {
-    fwx_host_pool_cap_set("tested", 2);
-    void *first = chunk_malloc(pool_);
-    EXPECT_NE(chunk_malloc(pool_), nullptr);
-    EXPECT_EQ(chunk_malloc(pool_), nullptr);
-    chunk_free(pool_, first);
-    EXPECT_EQ(chunk_malloc(pool_), first);
-    fwx_chunk_t *later = chunk_create("tested", element_size, 4, 1, 4, 0);
-    EXPECT_NE(chunk_malloc(later), nullptr);
-    EXPECT_NE(chunk_malloc(later), nullptr);
-    EXPECT_EQ(chunk_malloc(later), nullptr);
-    chunk_destroy(later);
-    fwx_host_pool_cap_set("tested", UINT64_MAX);
-    EXPECT_NE(chunk_malloc(pool_), nullptr);
-}
-
 TEST_F(pool_t, owns_exactly_the_elements_that_are_out_and_reads_nothing_else) {
     fwx_chunk_t *other = fwx_chunk_create("other", element_size, 4, 257, 4, 0);
     EXPECT_EQ(fwx_chunk_owns(pool_, this), 0u) << "an empty pool";

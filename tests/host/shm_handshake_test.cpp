@@ -131,19 +131,6 @@ TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_o
     EXPECT_EQ(peers().clients, 1u);
 }
 
-TEST_F(shm_handshake_t, what_a_client_sent_and_the_server_never_took_is_closed_without_waiting_for_it) {
-    {
-        const descriptor_t socket = visit();
-        ASSERT_TRUE(hand_over(socket, word(greeting), sound_handles()));
-        handles_t slow;
-        slow.emplace_back(lingering_socket());
-        ASSERT_TRUE(hand_over(socket, "more", slow));
-    }
-    run_server();
-    expect_service();
-    EXPECT_EQ(peers().clients, 1u);
-}
-
 TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings) {
     const handles_t handles = sound_handles();
     const shm_mapping_t segment = shm_segment_map(handles[0]);

@@ -25,23 +25,6 @@ protected:
     std::vector<uint8_t> memory_;
 };
 
-TEST_F(tree_bitmap_t, contents_are_fetched_once_into_the_area_behind_the_leaf) {
-    tbm_t *tree = make(1u << 4);
-    leaf_contents = {};
-    tbm_leaf_t *leaf = insert(tree);
-    const uint32_t leaf_size = tbm_get_leaf_size(tree, nullptr);
-    EXPECT_EQ(leaf_size % 16, 0u);
-    EXPECT_EQ(leaf_contents.unused, nullptr);
-    EXPECT_EQ(leaf_contents.buffer, memory_.data() + leaf_size);
-    EXPECT_EQ(leaf_contents.app_leaf, memory_.data() + leaf_size);
-    EXPECT_EQ(fwx_host_tbm_leaf_data(tree, leaf), memory_.data() + leaf_size);
-    uint32_t code = 0;
-    tbm_leaf_insert(tree, leaf, &code);
-    EXPECT_EQ(code, FWX_HOST_ERR_KEY_TAKEN);
-    EXPECT_EQ(leaf_contents.calls, 1u);
-    tbm_leaf_delete(tree, leaf, nullptr);
-}
-
 TEST_F(tree_bitmap_t, an_empty_tree_goes_when_its_complex_gets_another) {
     tbm_t *of_another_complex = make(1u << 5);
     make(1u << 4);

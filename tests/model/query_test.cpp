@@ -7,9 +7,7 @@ protected:
     static message_t all(uint16_t msgno, uint32_t count, uint64_t cookie = 0) {
         return command(msgno, 64).put<uint32_t>(36, 1).put<uint32_t>(44, count).put<uint64_t>(56, cookie);
     }
-    static message_t walk(uint32_t count, uint32_t limit = 0, uint64_t cookie = 0) {
-        return command(9, 144).put<uint64_t>(32, cookie).put<uint32_t>(40, limit).put<uint32_t>(48, count);
-    }
+    static message_t walk(uint32_t count) { return command(9, 144).put<uint32_t>(48, count); }
     void add_pools(uint32_t count) {
         for (uint32_t id = 1; id <= count; ++id) {
             const uint32_t net = (id & 0xff) << 16 | (id & 0xff00); /* 192.high.low.0 */
@@ -37,30 +35,6 @@ TEST_F(query_t, gives_the_totals_as_one_record) {
     ASSERT_EQ(reply.size(), 120u);
     EXPECT_EQ(reply.u32(40), 0u);
     EXPECT_EQ(reply.words(48, 18), (words_t{1, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0}));
-}
-
-TEST_F(query_t, splits_a_long_answer_and_counts_down_what_follows) {
-    add_pools(7);
-    model_->reply_limit_set(3 * 24 + 23);
-    const std::vector<message_t> replies = replies_to(all(6, 100));
-    ASSERT_EQ(replies.size(), 3u);
-    const uint32_t more[] = {2, 1, 0};
-    const words_t cookie_and_entries[] = {{4, 0, 3}, {7, 0, 3}, {0, 0, 1}};
-    for (size_t i = 0; i < replies.size(); ++i) {
-        EXPECT_EQ(replies[i].u32(40), more[i]);
-        EXPECT_EQ(replies[i].words(48, 3), cookie_and_entries[i]);
-        EXPECT_EQ(replies[i].size(), 64 + 24 * cookie_and_entries[i][2]);
-        EXPECT_EQ(replies[i].u32(64), 1 + 3 * i) << "first pool of the reply";
-    }
-}
-
-TEST_F(query_t, stops_at_the_count_and_goes_on_from_its_cookie) {
-    add_pools(5);
-    const message_t first = reply_to(all(6, 2));
-    EXPECT_EQ(first.words(48, 3), (words_t{3, 0, 2}));
-    const message_t rest = reply_to(all(6, 3, 3));
-    EXPECT_EQ(rest.words(48, 3), (words_t{0, 0, 3})) << "complete";
-    EXPECT_EQ(rest.u32(64), 3u);
 }
 
 TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
@@ -106,35 +80,6 @@ TEST_F(query_t, refuses_what_it_cannot_answer_with_zero_counts) {
         EXPECT_EQ(reply.u32(40), 0u);
     }
     EXPECT_EQ(model_->counts().refused, std::size(cases));
-}
-
-TEST_F(query_t, walks_sessions_page_by_page) {
-    add_static(3, 0x0100000a, 0x0200000a);
-    model_->sessions_generate(6);
-    const std::vector<message_t> pages = replies_to(walk(3));
-    ASSERT_EQ(pages.size(), 3u);
-    const uint32_t counts[] = {3, 3, 1}, more[] = {1, 1, 0};
-    for (size_t i = 0; i < pages.size(); ++i) {
-        EXPECT_EQ(pages[i].u32(40), counts[i]);
-        EXPECT_EQ(pages[i].words(48, 2), (words_t{more[i], 0})) << "not stopped";
-        EXPECT_EQ(pages[i].u32(64), 0u);
-        EXPECT_EQ(pages[i].size(), 72 + 64 * counts[i]);
-    }
-    EXPECT_EQ(pages[0].part(84, 4), (std::vector<uint8_t>{10, 0, 0, 1})) << "the static mapping's source";
-    EXPECT_EQ(pages[0].u32(72 + 56), 3u) << "and its mapping";
-    EXPECT_EQ(pages[1].u64(72), pages[0].u64(56)) << "the cookie is where the next page starts";
-    EXPECT_EQ(pages[2].u64(56), 0u);
-    EXPECT_EQ(walked(walk(3, 0, pages[1].u64(56))), 1u);
-}
-
-TEST_F(query_t, ends_a_walk_at_its_limit_and_says_so) {
-    model_->sessions_generate(10);
-    const std::vector<message_t> pages = replies_to(walk(4, 6));
-    ASSERT_EQ(pages.size(), 2u);
-    EXPECT_EQ(pages[0].u32(52), 0u);
-    EXPECT_EQ(pages[1].words(40, 4), (words_t{2, 0, 0, 1}));
-    EXPECT_EQ(walked(walk(4, 0, pages[1].u64(56))), 4u) << "the rest";
-    EXPECT_EQ(replies_to(walk(5, 10)).back().u32(52), 0u) << "a limit that all sessions fit is no early end";
 }
 
 TEST_F(query_t, filters_walks_and_clears_by_protocol_and_address) {

@@ -96,6 +96,7 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
         const uint8_t *bytes = payload.data();
         EXPECT_EQ(fresh->restore(op_code, bytes, payload.size()), 0U) << op_code;
         EXPECT_EQ(fresh->restore(op_code, bytes, payload.size() - 1), FWX_NAT64_MODEL_ERR_MALFORMED);
+        EXPECT_EQ(fresh->restore(op_code, bytes, payload.size() + 1), FWX_NAT64_MODEL_ERR_MALFORMED);
     }
     EXPECT_EQ(save(*fresh), parts);
     EXPECT_EQ(fresh->restore(99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);

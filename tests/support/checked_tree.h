@@ -15,17 +15,10 @@ using bits_t = std::string; /* of '0' and '1' */
 
 inline constexpr size_t leaf_data_bytes = 16;
 
-/** What the contents callback gives, and what it was called with. */
-struct leaf_contents_t {
-    uint8_t fill;
-    uint32_t calls;
-    void *unused, *buffer, *app_leaf;
-};
-inline leaf_contents_t leaf_contents;
+inline uint8_t leaf_fill; /* what the contents callback gives */
 
-inline uint32_t give_leaf_contents(void *unused, void *buffer, void *app_leaf, void * /*app_handle*/) {
-    leaf_contents = {leaf_contents.fill, leaf_contents.calls + 1, unused, buffer, app_leaf};
-    std::memset(buffer, leaf_contents.fill, leaf_data_bytes);
+inline uint32_t give_leaf_contents(void * /*unused*/, void *buffer, void * /*app_leaf*/, void * /*app_handle*/) {
+    std::memset(buffer, leaf_fill, leaf_data_bytes);
     return 0;
 }
 
@@ -59,7 +52,7 @@ public:
         uint32_t code = 1;
         tbm_leaf_init(tree_, leaf_of(entry), bytes_of(key).data(), length_of(key), &code);
         if (code != 0) return false;
-        leaf_contents.fill = data;
+        leaf_fill = data;
         tbm_leaf_insert(tree_, leaf_of(entry), &code);
         if (has(key)) return code == FWX_HOST_ERR_KEY_TAKEN && deletion_of(entry) == FWX_HOST_ERR_NO_KEY;
         table_.emplace(key, std::move(entry));

@@ -38,15 +38,6 @@ TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before
     }
 }
 
-TEST_F(batch_test, a_failed_batch_is_one_json_array_of_what_was_run) {
-    json_t outcomes = json_t::parse(run("--json batch -", seven).answers);
-    ASSERT_EQ(outcomes.size(), 5U);
-    EXPECT_EQ(outcomes[0].at("line"), 2);
-    EXPECT_EQ(outcomes[4].at("line"), 7);
-    EXPECT_EQ(outcomes[4].at("status"), "usage");
-    EXPECT_EQ(json_t::parse(run("--json batch -", "# nothing\n").answers), json_t::array());
-}
-
 TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
     const std::string sessions = "server sessions generate 3\nsessions walk\n";
     std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
@@ -117,6 +108,7 @@ struct failure_t {
 TEST_F(batch_test, each_way_to_fail_has_its_status) {
     constexpr failure_t failures[] = {
         {"server fail-next --code 0x6006\nipalias upload\n", 1, "line 2: ipalias upload: refused by the server: "},
+        {"server hold\ncgm end-batch --batch 1 --async\n", 3, "line 2: cgm end-batch: no answer within 20 ms\n"},
         {"mapt lookup 192.0.2.1\n", 1, "line 1: mapt lookup: refused by the library: "},
         {"server silent on\nipalias upload\n", 3, "line 2: ipalias upload: no answer within 20 ms\n"},
         {"timeout set 'x\n", 2, "line 1: ': quote without its end\n"},
@@ -152,11 +144,6 @@ TEST_F(batch_test, a_pipeline_reports_in_order_whatever_the_order_of_the_answers
     EXPECT_EQ(result.answers.find("line 1: server hold: ok\nline 2: timeout set: ok\nline 3: limit add: ok\n"), 0U)
         << result.answers;
     EXPECT_NE(result.answers.find("outstanding       2\n"), std::string::npos) << result.answers;
-}
-
-TEST_F(batch_test, a_dropped_channel_is_opened_again_by_the_next_command) {
-    run_t result = run("batch -", "server drop\ntimeout set --type 1 --value 3\n");
-    EXPECT_EQ(result.status, 0) << result.notes;
 }
 
 TEST_F(batch_test, notifications_are_noted_with_their_values) {

@@ -1,12 +1,10 @@
 /* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
 #include <fstream>
 
-#include "fwx_nat64/result.h"
 #include "model/model.h"
 #include "natctl_fixture.h"
 #include "platform/runtime.h"
 #include "tests/support/runtime_directory.h"
-#include "wire/messages.h"
 
 namespace {
 
@@ -19,24 +17,10 @@ protected:
     }
 };
 
-TEST_F(command_test, a_refusal_by_the_library_ends_with_status_1_and_its_code) {
-    json_t outcome = run_json("logging add --dest 0.0.0.0 --port 4739", 1);
-    EXPECT_EQ(outcome.at("status"), "refused");
-    EXPECT_EQ(outcome.at("code"), 0x40300216U);
-    EXPECT_NE(outcome.at("error").get<std::string>().find("refused by the library: "), std::string::npos);
-}
-
 TEST_F(command_test, the_codes_of_a_server_have_their_texts_where_no_model_runs) {
     run("--dry-run ipalias upload");
     EXPECT_STREQ(xerr_strerror(0x6003), "the server has no such entry");
     EXPECT_STREQ(xerr_strerror(0x6007), "the server has some of these addresses in another pool");
-}
-
-TEST_F(command_test, a_server_that_cannot_be_reached_ends_with_status_4) {
-    fwx_host_fault_arm(FWX_HOST_OP_CHAN_OPEN, 1, 0);
-    json_t outcome = run_json("status", 4);
-    EXPECT_EQ(outcome.at("status"), "no_server");
-    EXPECT_EQ(outcome.at("command"), "bind");
 }
 
 TEST_F(command_test, an_error_that_quotes_bytes_that_are_no_text_is_still_valid_json) {
@@ -82,14 +66,6 @@ TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
     const std::string shown = "line 1: timeout set:\ntimeout_set 48 bytes: op_code=14 type=1 (udp) value=300\n03c06000";
     EXPECT_EQ(result.answers.substr(0, shown.size()), shown);
     EXPECT_NE(result.answers.find("line 3: server hold: nothing to send\n"), std::string::npos) << result.answers;
-}
-
-TEST_F(command_test, a_trace_shows_what_goes_and_what_comes) {
-    run_t result = run("--trace adj set --type 1 --address 192.0.2.1");
-    EXPECT_NE(result.notes.find("-> adj_set 64 bytes: op_code=26 type=1 (inside) address=192.0.2.1\n<- result "),
-              std::string::npos)
-        << result.notes;
-    EXPECT_EQ(result.answers, "adj set: ok\n");
 }
 
 TEST_F(command_test, only_one_format_is_taken) {

@@ -76,6 +76,12 @@ TEST_F(rule_test, a_rule_is_pending_until_its_answer_and_a_late_answer_still_cou
     EXPECT_EQ(outcomes.at(6).at("data").at("prefix_len"), 40);
 }
 
+TEST_F(rule_test, a_command_of_a_rule_waits_for_the_one_before_it_and_for_no_other) {
+    const run_t result = run("--trace --pipeline 9 batch -", std::string(add1) + del1 + "status\n");
+    EXPECT_LT(result.notes.find("<- mapt"), result.notes.find("op=del")) << result.notes;
+    EXPECT_NE(result.answers.find("outstanding       1\n"), std::string::npos) << result.answers;
+}
+
 TEST_F(rule_test, rules_are_listed_as_installed_or_pending) {
     const std::string lines =
         "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\nserver silent on\n"

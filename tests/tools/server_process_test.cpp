@@ -1,7 +1,4 @@
 /* natctl beside a server that is a process of its own, and what ends a batch early. */
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -68,59 +65,37 @@ TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be
     EXPECT_NE(second.at("boot_id"), first.at("boot_id"));
 }
 
-/** A server `liar` in a process of its own that answers each query with the claim of 4096 entries, and none of them,
- * and tells of an event and a mapping whoever wants to hear. */
-class liar_t {
-public:
-    liar_t() {
-        int ready[2];
-        if (pipe(ready) != 0) return;
-        pid_ = fork();
-        if (pid_ == 0) serve(ready[1]);
-        close(ready[1]);
-        char byte = 0;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
+/* A server `liar` that answers each query with the claim of 4096 entries, and none of them, and tells of an event and a
+ * mapping whoever wants to hear. */
+void lie(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
+    const int number = *static_cast<const uint8_t *>(msg) & 0x0f;
+    const uint32_t event[] = {0x60c001, 0, 0, 0, 1};
+    const uint32_t mapping[16] = {0x60c001, 0, 0, 0, 3, 77};
+    if (number == 1) fwx_host_peer_send(peer, event, sizeof event);
+    if (number == 1) fwx_host_peer_send(peer, mapping, sizeof mapping);
+    if (number < 4) return; /* no query */
+    uint32_t reply[17];
+    std::fill(std::begin(reply), std::end(reply), 0x1000);
+    std::memcpy(reply, msg, std::min(size, size_t{32}));
+    reply[8] = 0; /* result */
+    fwx_host_peer_send(peer, reply, sizeof reply);
+}
+void serve_lies(int ready) {
+    fwx_host_server_ops_t ops = zero_server_ops;
+    ops.received = lie;
+    fwx_host_server_t *server = nullptr;
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    const bool listens = fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server) == 0 &&
+                         fwx_host_server_listen(server, "liar") == 0;
+    if (!listens || write(ready, "", 1) != 1) return;
+    for (;;) {
+        fwx_host_loop_run_once(loop, -1);
     }
-    ~liar_t() {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    liar_t(const liar_t &) = delete;
-    liar_t &operator=(const liar_t &) = delete;
-
-private:
-    static void answer(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
-        const int number = *static_cast<const uint8_t *>(msg) & 0x0f;
-        const uint32_t event[] = {0x60c001, 0, 0, 0, 1};
-        const uint32_t mapping[16] = {0x60c001, 0, 0, 0, 3, 77};
-        if (number == 1) fwx_host_peer_send(peer, event, sizeof event);
-        if (number == 1) fwx_host_peer_send(peer, mapping, sizeof mapping);
-        if (number < 4) return; /* no query */
-        uint32_t reply[17];
-        std::fill(std::begin(reply), std::end(reply), 0x1000);
-        std::memcpy(reply, msg, std::min(size, size_t{32}));
-        reply[8] = 0; /* result */
-        fwx_host_peer_send(peer, reply, sizeof reply);
-    }
-    [[noreturn]] static void serve(int ready) {
-        fwx_host_server_ops_t ops = zero_server_ops;
-        ops.received = answer;
-        fwx_host_server_t *server = nullptr;
-        fwx_host_loop_t *loop = fwx_host_loop_create();
-        const bool listens = fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server) == 0 &&
-                             fwx_host_server_listen(server, "liar") == 0;
-        if (!listens || write(ready, "", 1) != 1) _exit(1);
-        for (;;) {
-            fwx_host_loop_run_once(loop, -1);
-        }
-    }
-
-    pid_t pid_ = -1;
-};
+}
 
 TEST_F(server_process_test, a_server_that_claims_more_entries_than_it_sent_is_not_believed) {
-    const liar_t liar;
+    child_t liar;
+    ASSERT_TRUE(liar.start(serve_lies));
     for (const std::string query : {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits",
                                     "sessions walk", "server counts"}) {
         const run_t result = run("--connect liar --timeout 2000 " + query);
@@ -144,7 +119,8 @@ class two_lines_t : public std::stringbuf {
 };
 
 TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_until_an_interrupt_or_its_end) {
-    const liar_t liar;
+    child_t liar;
+    ASSERT_TRUE(liar.start(serve_lies));
     for (const std::string format : {"", "--jsonl "}) {
         two_lines_t seen;
         std::istringstream nothing;
@@ -193,9 +169,9 @@ TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_t
 TEST_F(server_process_test, the_timeout_covers_the_binding) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
-    server.stand_still();
+    server.signal(SIGSTOP);
     const run_t result = run("--timeout 20 --connect alpha status");
-    server.go_on();
+    server.signal(SIGCONT);
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.notes.find("bind: no answer within 20 ms\n"), std::string::npos) << result.notes;
 }
@@ -242,7 +218,10 @@ TEST_F(server_process_test, an_interrupt_stops_what_is_not_started_and_leaves_a_
 
 TEST_F(server_process_test, an_interface_without_prefixes_says_that_it_has_none) {
     EXPECT_EQ(run("interface set --ifh 1").answers, "interface set: ok, the interface has no prefixes now\n");
-    EXPECT_EQ(run("interface set --ifh 1 --sful 64:ff9b::/96").answers, "interface set: ok\n");
+    const std::string set = "interface set --ifh 1 --sful 64:ff9b::/96";
+    EXPECT_EQ(run(set).answers, "interface set: ok\n");
+    EXPECT_EQ(run("--csv batch -", set + "\nnvi enable --ifh 1\nstats interfaces\n").answers,
+              "ifh,enabled,nvi,mtu,prefixes\n1,true,true,0,1\n");
 }
 
 }  // namespace
