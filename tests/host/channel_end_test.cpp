@@ -93,6 +93,15 @@ TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
     }
 }
 
+TEST_P(channel_end_over_t, a_channel_can_be_closed_from_its_buffer_callback) {
+    const auto close_instead = [](smc_chan_t chan, void *, size_t) { return smc_msg_chan_close(&chan) + 1; };
+    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx_, 4, close_instead), 0u);
+    ASSERT_EQ(reply("1"), 0u);
+    run();
+    EXPECT_EQ(take_log(), "disconnected");
+    EXPECT_EQ(errors().dropped_no_buffer, 0u);
+}
+
 TEST_P(channel_end_over_t,
        a_drop_or_the_servers_end_delivers_what_was_sent_fails_what_was_not_taken_and_then_is_an_error) {
     for (const bool ends : {false, true}) {

@@ -14,6 +14,7 @@ protected:
     /** Inserts the one leaf of the test, of eight bits. */
     tbm_leaf_t *insert(tbm_t *tree) {
         memory_.resize(tbm_get_leaf_size(tree, nullptr) + leaf_data_bytes);
+        EXPECT_EQ(memory_.size() % 16, 0u);
         auto *leaf = reinterpret_cast<tbm_leaf_t *>(memory_.data());
         uint32_t code = 1;
         tbm_leaf_init(tree, leaf, memory_.data(), 8, nullptr);
