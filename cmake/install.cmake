@@ -1,47 +1,50 @@
-# What is installed, by component: library, host (the host platform), dev and host_dev (headers and what finds them), tools.
+# What is installed; debian/*.install says which package has it.
 include(CMakePackageConfigHelpers)
 
 set(FWX_NAT64_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/fwx_nat64)
 set(FWX_NAT64_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# An installed tree may be moved: everything in it finds the rest from where it stands itself.
-file(RELATIVE_PATH FWX_NAT64_PREFIX_FROM_PC ${CMAKE_INSTALL_PREFIX}/${FWX_NAT64_PKGCONFIG_DIR} ${CMAKE_INSTALL_PREFIX})
-string(REGEX REPLACE "/$" "" FWX_NAT64_PREFIX_FROM_PC "${FWX_NAT64_PREFIX_FROM_PC}")
-file(RELATIVE_PATH FWX_NAT64_LIB_FROM_BIN
-  ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+option(FWX_NAT64_RELOCATABLE
+  "The installed tree may be moved: everything in it finds the rest from where it stands itself" ON)
+if(FWX_NAT64_RELOCATABLE)
+  file(RELATIVE_PATH FWX_NAT64_PC_PREFIX ${CMAKE_INSTALL_PREFIX}/${FWX_NAT64_PKGCONFIG_DIR} ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" FWX_NAT64_PC_PREFIX "\${pcfiledir}/${FWX_NAT64_PC_PREFIX}")
+  file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set(FWX_NAT64_LIB_RPATH "$ORIGIN")
+  set(FWX_NAT64_BIN_RPATH "$ORIGIN/${lib_from_bin}")
+else()
+  set(FWX_NAT64_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+endif()
 
 # A library with its links, exported as fwx_nat64::TARGET, and its pkg-config file.
-function(fwx_nat64_install_library target component dev_component)
-  set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
-  install(TARGETS ${target} EXPORT ${target}_targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT ${dev_component})
-  install(EXPORT ${target}_targets NAMESPACE fwx_nat64:: DESTINATION ${FWX_NAT64_CMAKE_DIR} COMPONENT ${dev_component})
+function(fwx_nat64_install_library target)
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH "${FWX_NAT64_LIB_RPATH}")
+  install(TARGETS ${target} EXPORT ${target}_targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(EXPORT ${target}_targets NAMESPACE fwx_nat64:: DESTINATION ${FWX_NAT64_CMAKE_DIR})
   configure_file(cmake/${target}.pc.in ${target}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${FWX_NAT64_PKGCONFIG_DIR} COMPONENT ${dev_component})
+  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${FWX_NAT64_PKGCONFIG_DIR})
 endfunction()
 
-fwx_nat64_install_library(fwx_nat64 library dev)
-install(DIRECTORY include/fwx_nat64 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
-install(FILES docs/man/fwx_nat64.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev)
+fwx_nat64_install_library(fwx_nat64)
+install(DIRECTORY include/fwx_nat64 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES docs/man/fwx_nat64.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 configure_package_config_file(cmake/fwx_nat64Config.cmake.in fwx_nat64Config.cmake
   INSTALL_DESTINATION ${FWX_NAT64_CMAKE_DIR} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(fwx_nat64ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/fwx_nat64Config.cmake ${PROJECT_BINARY_DIR}/fwx_nat64ConfigVersion.cmake
-  DESTINATION ${FWX_NAT64_CMAKE_DIR} COMPONENT dev)
+  DESTINATION ${FWX_NAT64_CMAKE_DIR})
 
 if(FWX_NAT64_PLATFORM STREQUAL "host")
-  fwx_nat64_install_library(fwx_host host host_dev)
-  fwx_nat64_install_library(fwx_nat64_model host host_dev)
-  install(DIRECTORY host/include/fwx_host model/include/fwx_nat64_model DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    COMPONENT host_dev)
+  fwx_nat64_install_library(fwx_host)
+  fwx_nat64_install_library(fwx_nat64_model)
+  install(DIRECTORY host/include/fwx_host model/include/fwx_nat64_model DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-  set_target_properties(natctl PROPERTIES INSTALL_RPATH "$ORIGIN/${FWX_NAT64_LIB_FROM_BIN}")
-  install(TARGETS natctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-  install(FILES docs/man/natctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-  install(FILES docs/fwx_nat64.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT tools)
+  set_target_properties(natctl PROPERTIES INSTALL_RPATH "${FWX_NAT64_BIN_RPATH}")
+  install(TARGETS natctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES docs/man/natctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES docs/fwx_nat64.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins)
   set(completion ${PROJECT_BINARY_DIR}/natctl.bash)
   add_custom_command(OUTPUT ${completion} COMMAND natctl completion bash > ${completion} DEPENDS natctl VERBATIM)
   add_custom_target(natctl_completion ALL DEPENDS ${completion})
-  install(FILES ${completion} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME natctl
-    COMPONENT tools)
+  install(FILES ${completion} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME natctl)
 endif()

@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# Compares the binary interface of the library in build/dev with the one that stands in the tree; docs/abi.md says what
-# a difference means.
-# usage: abi.sh [--update]   --update: writes the present interface into the tree, and before that the list of what is
+# Compares the binary interfaces of the libraries in build/dev with those that stand in the tree; docs/abi.md says what a
+# difference means.
+# usage: abi.sh [--update]   --update: writes the present interfaces into the tree, and before that the list of what is
 #                            exported, which is what the public headers declare
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
-baseline=cmake/abi/fwx_nat64.abi.xml
+# A library's target, its file in build/dev, and the folder of its public headers.
+libraries=(
+  "fwx_nat64 libfwx_nat64.so include/fwx_nat64"
+)
 case "${1:-}" in
   --update | "") ;;
   *) echo "usage: $0 [--update]" >&2; exit 2 ;;
@@ -18,20 +21,22 @@ if [[ "${1:-}" == --update ]]; then
   scripts/exports.sh >cmake/exports.list
 fi
 cmake --preset dev >/dev/null
-cmake --build --preset dev --target fwx_nat64 | tail -n 1
+for library in "${libraries[@]}"; do
+  read -r target file headers <<<"$library"
+  cmake --build --preset dev --target "$target" | tail -n 1
 
-# Types outside the public headers, places in files and names of directories are no part of the interface.
-present=$(mktemp)
-trap 'rm -f "$present"' EXIT
-abidw --headers-dir include/fwx_nat64 --drop-private-types --no-show-locs --no-comp-dir-path --no-corpus-path \
-  build/dev/libfwx_nat64.so | sed "s#path='$PWD/#path='#" >"$present"
-if [[ "${1:-}" == --update ]]; then
-  cp "$present" "$baseline"
-  echo "$baseline written"
-  exit
-fi
-if ! abidiff --no-show-locs "$baseline" "$present"; then
-  echo "the binary interface differs from $baseline" >&2
-  exit 1
-fi
-echo "the binary interface is that of $baseline"
+  # Types outside the public headers, places in files and names of directories are no part of the interface.
+  baseline=cmake/abi/$target.abi.xml
+  present=build/dev/$target.abi.xml
+  abidw --headers-dir "$headers" --drop-private-types --no-show-locs --no-comp-dir-path --no-corpus-path \
+    "build/dev/$file" | sed "s#path='$PWD/#path='#" >"$present"
+  if [[ "${1:-}" == --update ]]; then
+    cp "$present" "$baseline"
+    echo "$baseline written"
+  elif abidiff --no-show-locs "$baseline" "$present"; then
+    echo "the binary interface is that of $baseline"
+  else
+    echo "the binary interface differs from $baseline" >&2
+    exit 1
+  fi
+done

@@ -14,8 +14,13 @@ case "$tier" in
   *) echo "usage: $0 [--quick | --full]" >&2; exit 2 ;;
 esac
 
-need_packages "${build_packages[@]}" libgtest-dev
-[[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf file dpkg-dev tshark doxygen abigail-tools
+need_packages "${build_packages[@]}" libgtest-dev ccache
+[[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
+  abigail-tools debhelper lintian systemd
+
+# What is compiled here is there for the packages, which are built from a copy of the tree.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
+export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 
 build_and_test() {
   say "$1: build"
@@ -66,6 +71,10 @@ if [[ $tier != --quick ]]; then
 fi
 
 if [[ $tier == --full ]]; then
+  say "packages as they are delivered, in a root with nothing else"
+  need_packages mmdebstrap
+  tests/delivery/package_test.sh "$PWD" "$PWD/build/packages"
+  tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
   scripts/fuzz.sh 600
   scripts/kill_drill.sh 1000
 fi

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Runs in a root of its own: installs the packages of /tmp/packages, uses what they bring, and removes them.
+set -euo pipefail # so that no grep may stop early (-q): what writes to it would fail
+cd /tmp
+fail() { echo "$*" >&2; exit 1; }
+files() { find /usr /etc -xdev | sort; }
+
+for deb in packages/*.deb; do
+  packages+=("$(dpkg-deb --field "$deb" Package)")
+done
+
+files >before
+apt-get install -y --no-install-recommends ./packages/*.deb >apt.log 2>&1 || fail "$(cat apt.log)"
+files >installed
+
+# What stands where, and in which package.
+lib=$(echo /usr/lib/*-linux-gnu)
+expect_owner() { # PACKAGE FILE...
+  local file
+  for file in "${@:2}"; do
+    [[ $(dpkg --search "$file" | cut -d: -f1) == "$1" ]] || fail "$file is not of $1"
+  done
+}
+expect_owner libfwx-nat64-1 "$lib"/libfwx_{nat64,host}.so.1
+expect_owner libfwx-nat64-dev "$lib"/libfwx_{nat64,host}.so "$lib"/pkgconfig/fwx_{nat64,host}.pc \
+  "$lib/cmake/fwx_nat64/fwx_nat64Config.cmake" /usr/include/fwx_{nat64/fwx_nat64,host/fwx_host}.h \
+  /usr/share/man/man3/fwx_nat64.3.gz /usr/share/doc/libfwx-nat64-dev/examples/pal.c
+expect_owner libfwx-nat64-tools /usr/bin/natctl /usr/share/man/man1/natctl.1.gz /lib/systemd/system/natctl-serve@.service \
+  /usr/share/bash-completion/completions/natctl "$lib/wireshark/plugins/fwx_nat64.lua" \
+  /usr/share/doc/libfwx-nat64-tools/protocol.md.gz /usr/share/doc/libfwx-nat64-tools/examples/nat64.natctl
+ldconfig --print-cache | grep -F "libfwx_nat64.so.1 " >/dev/null || fail "the linker's cache is not brought up to date"
+cmp /usr/share/bash-completion/completions/natctl <(natctl completion bash)
+for example in nat64 mapt settings embedded; do
+  natctl batch "/usr/share/doc/libfwx-nat64-tools/examples/$example.natctl" >/dev/null 2>examples.log || fail "$(cat examples.log)"
+done
+systemd-analyze --man=no verify natctl-serve@alpha.service
+! command -v tshark >/dev/null || tshark -G plugins 2>/dev/null | grep -F fwx_nat64.lua >/dev/null || fail "no dissector"
+
+# A server as the service runs it, and programs that were built against the packages.
+export FWX_HOST_DIR=/run/fwx
+install --directory --owner=fwx --group=fwx --mode=0700 $FWX_HOST_DIR
+as_fwx=(setpriv --reuid=fwx --regid=fwx --clear-groups)
+"${as_fwx[@]}" natctl serve alpha >served 2>refused &
+server=$!
+trap 'kill $server 2>/dev/null || true' EXIT
+until [[ -s served ]]; do kill -0 $server; done
+
+read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_host)"
+[[ ${flags[*]} == "-lfwx_nat64 -lfwx_host" ]] || fail "flags of pkg-config: ${flags[*]}"
+warnings=(-Wall -Wextra -Wpedantic -Wconversion -Werror)
+mkdir project
+cat >project/CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(project LANGUAGES C CXX)
+find_package(fwx_nat64 1.0 REQUIRED)
+function(add_pal name source)
+  add_executable(${name} ${EXAMPLES}/${source})
+  target_link_libraries(${name} PRIVATE fwx_nat64::fwx_nat64 fwx_nat64::fwx_host)
+endfunction()
+add_pal(pal_c pal.c)
+END
+examples=/usr/share/doc/libfwx-nat64-dev/examples
+cc -std=c11 "${warnings[@]}" readme.c -o readme "${flags[@]}"
+cc -std=c11 "${warnings[@]}" $examples/pal.c -o pal_c "${flags[@]}"
+cmake -S project -B project/build -DEXAMPLES=$examples >/dev/null
+cmake --build project/build >/dev/null
+"${as_fwx[@]}" ./readme alpha
+run_pal() {
+  local said
+  said=$("${as_fwx[@]}" "$@" alpha) || fail "$*: $said"
+  echo "$*: $said"
+}
+run_pal ./pal_c
+run_pal project/build/pal_c
+kill $server
+wait $server
+
+# The user stays, and the packages that ours needed; nothing else.
+apt-get purge -y "${packages[@]}" >apt.log 2>&1 || fail "$(cat apt.log)"
+[[ $(comm -13 before installed | wc -l) -ge 30 ]] || fail "the installation is not seen"
+comm -13 before <(files) | while read -r file; do
+  [[ $file =~ ^/etc/((passwd|group|shadow|gshadow)-|\.pwd\.lock)$ ]] || dpkg --search "$file" >/dev/null 2>&1 || echo "$file"
+done >left
+[[ ! -s left ]] || fail "left behind: $(cat left)"
+[[ -z $(dpkg-query --show "${packages[@]}" 2>/dev/null) ]] || fail "packages stay registered"

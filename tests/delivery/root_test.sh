@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# The packages are installed, used and removed in a root of their own: this machine's, of which nothing is changed
+# (overlay), or one with nothing in it that they do not ask for (clean), which is made once and kept beside WORK_DIR.
+# usage: root_test.sh SOURCE_DIR WORK_DIR overlay | clean
+set -euo pipefail
+source=$1 work=$2 kind=$3
+
+skip() { echo "not tried: $*"; exit 77; }
+if [[ $EUID -ne 0 ]]; then
+  sudo --non-interactive true || skip "it takes root"
+  exec sudo "$0" "$@"
+fi
+if [[ -z ${IS_APART:-} ]]; then # what is mounted goes with the process
+  unshare --mount true || skip "no mounts of its own for a process"
+  IS_APART=1 exec unshare --mount "$0" "$@"
+fi
+
+below=/
+if [[ $kind == clean ]]; then
+  below=$work/../clean_root
+  if [[ ! -e $below ]]; then
+    mmdebstrap --variant=apt --include=gcc,g++,libc6-dev,cmake,make,pkgconf,systemd bookworm "$below.new"
+    mv "$below.new" "$below"
+  fi
+fi
+mkdir -p "$work/root"
+mount -t tmpfs none "$work/root"
+root=$work/root/root
+mkdir "$work/root/"{above,scratch,root}
+mount -t overlay none -o "lowerdir=$below,upperdir=$work/root/above,workdir=$work/root/scratch" "$root" || skip "no overlay"
+mount -t tmpfs none "$root/run"
+mount --bind /proc "$root/proc"
+mount --rbind /dev "$root/dev"
+mount -t tmpfs none "$root/tmp"
+chmod 1777 "$root/tmp"
+mkdir "$root/tmp/packages"
+cp "$work"/*.deb "$root/tmp/packages"
+awk '/^```/ { is_c = $0 == "```c"; next } is_c' "$source/README.md" >"$root/tmp/readme.c"
+cp "$source/tests/delivery/installed.sh" "$root/tmp"
+[[ $kind == overlay ]] || chroot "$root" apt-get update -qq
+chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive bash /tmp/installed.sh
