@@ -13,7 +13,9 @@ doomed_pid=$!
 read -r -u "${doomed[0]}"
 "$@" alpha >"$XDG_RUNTIME_DIR/said" &
 pal=$!
-wait "$doomed_pid" || [[ $? -eq 137 ]]
+status=0
+wait -n "$doomed_pid" "$pal" || status=$?
+[[ $status -eq 137 ]] # the server, before the PAL
 "$natctl" serve alpha >/dev/null 2>&1 &
 wait "$pal"
 
