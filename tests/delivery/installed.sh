@@ -21,10 +21,10 @@ expect_owner() { # PACKAGE FILE...
     [[ $(dpkg --search "$file" | cut -d: -f1) == "$1" ]] || fail "$file is not of $1"
   done
 }
-expect_owner libfwx-nat64-1 "$lib"/libfwx_{nat64,host}.so.1
-expect_owner libfwx-nat64-dev "$lib"/libfwx_{nat64,host}.so "$lib"/pkgconfig/fwx_{nat64,host}.pc \
-  "$lib/cmake/fwx_nat64/fwx_nat64Config.cmake" /usr/include/fwx_{nat64/fwx_nat64,host/fwx_host}.h \
-  /usr/share/man/man3/fwx_nat64.3.gz /usr/share/doc/libfwx-nat64-dev/examples/pal.c
+expect_owner libfwx-nat64-1 "$lib"/libfwx_{nat64,host,nat64_model}.so.1
+expect_owner libfwx-nat64-dev "$lib"/libfwx_{nat64,host,nat64_model}.so "$lib"/pkgconfig/fwx_{nat64,host,nat64_model}.pc \
+  "$lib/cmake/fwx_nat64/fwx_nat64Config.cmake" /usr/include/fwx_{nat64/fwx_nat64,host/fwx_host,nat64_model/model}.h \
+  /usr/include/fwx_{nat64/fwx_nat64,host/adapter}.hpp /usr/share/man/man3/fwx_nat64.3.gz /usr/share/doc/libfwx-nat64-dev/examples/pal.c
 expect_owner libfwx-nat64-tools /usr/bin/natctl /usr/share/man/man1/natctl.1.gz /lib/systemd/system/natctl-serve@.service \
   /usr/share/bash-completion/completions/natctl "$lib/wireshark/plugins/fwx_nat64.lua" \
   /usr/share/doc/libfwx-nat64-tools/protocol.md.gz /usr/share/doc/libfwx-nat64-tools/examples/nat64.natctl
@@ -47,6 +47,8 @@ until [[ -s served ]]; do kill -0 $server; done
 
 read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_host)"
 [[ ${flags[*]} == "-lfwx_nat64 -lfwx_host" ]] || fail "flags of pkg-config: ${flags[*]}"
+read -ra model_flags <<<"$(pkg-config --cflags --libs fwx_nat64_model)"
+[[ ${model_flags[*]} == "-lfwx_nat64_model -lfwx_host" ]] || fail "flags of pkg-config: ${model_flags[*]}"
 warnings=(-Wall -Wextra -Wpedantic -Wconversion -Werror)
 mkdir project
 cat >project/CMakeLists.txt <<'END'

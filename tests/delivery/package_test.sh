@@ -34,7 +34,7 @@ expect_depends libfwx-nat64-1 'libc6 \(>= [^)]*\)'
 expect_depends libfwx-nat64-dev "libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools "libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools 'libedit2 \(>= [^)]*\)'
-for library in libfwx_nat64 libfwx_host; do
+for library in libfwx_{nat64,host,nat64_model}; do
   dpkg-deb --info "$(deb_of libfwx-nat64-1)" shlibs | grep "^$library 1 libfwx-nat64-1 (>= $version)\$" >/dev/null ||
     fail "other packages cannot depend on $library"
 done
