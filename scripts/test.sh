@@ -14,9 +14,9 @@ case "$tier" in
   *) echo "usage: $0 [--quick | --full]" >&2; exit 2 ;;
 esac
 
-need_packages "${build_packages[@]}" libgtest-dev ccache
+need_packages "${build_packages[@]}" libgtest-dev ccache "${python_packages[@]}" python3-pytest
 [[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
-  abigail-tools debhelper lintian systemd
+  abigail-tools debhelper lintian systemd mypy
 
 # What is compiled here is there for the packages, which are built from a copy of the tree.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
@@ -52,6 +52,9 @@ if [[ $tier != --quick ]]; then
     xargs cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++17 --library=posix \
       --suppress=cppcheckError --suppress=legacyUninitvar --suppress=invalidFunctionArg \
       --suppress=readdirCalled --suppress=getpwuidCalled -I. -Iinclude -Ihost/include
+
+  say "types of the Python module"
+  (cd bindings/python && mypy --cache-dir ../../build/mypy)
 
   say "the library without a platform"
   cmake -S . -B build/external -G Ninja -DCMAKE_BUILD_TYPE=Release -DFWX_NAT64_PLATFORM=external \

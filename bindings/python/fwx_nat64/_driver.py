@@ -1,0 +1,88 @@
+"""The host platform's loop, driven by asyncio: there is one in a process, for the client and the models in it."""
+
+from __future__ import annotations
+
+import asyncio
+from collections.abc import Callable
+from typing import Any
+
+from ._native import ffi, lib
+
+
+class Driver:
+    """Takes turns of the host's loop while somebody needs them."""
+
+    def __init__(self) -> None:
+        self.host: Any = ffi.NULL
+        self.is_awake = False
+        """Whether a turn is due already."""
+        self.take: Callable[[Any], None] | None = None
+        """Gets what came of commands."""
+        self._loop: asyncio.AbstractEventLoop | None = None
+        self._users = 0
+        self._timer: asyncio.TimerHandle | None = None
+        self._results = ffi.new("nat64_results_t *")
+
+    def attach(self) -> Any:
+        """Begins to drive the host's loop, which is returned, from the running loop of asyncio."""
+        loop = asyncio.get_running_loop()
+        is_driven = self._loop is not None and not self._loop.is_closed()
+        if is_driven and loop is not self._loop:
+            raise RuntimeError("a client or a model is in use on another event loop")
+        if self.host == ffi.NULL:
+            self.host = lib.fwx_host_loop_create()
+            if self.host == ffi.NULL:
+                raise OSError("no descriptor or no memory left for a loop")
+        if not is_driven:
+            self._set_timer(None)
+            self._loop = loop
+            self.is_awake = False
+            loop.add_reader(lib.fwx_host_loop_fd(self.host), self._turn)
+        self._users += 1
+        self.wake()
+        return self.host
+
+    def detach(self) -> None:
+        """Ends what an attach began."""
+        self._users -= 1
+        if self._users or self._loop is None:
+            return
+        if not self._loop.is_closed():
+            self._loop.remove_reader(lib.fwx_host_loop_fd(self.host))
+        self._set_timer(None)
+        self._loop = None
+
+    def wake(self) -> None:
+        """Has a turn taken soon: there may be something to do that no descriptor tells of."""
+        if not self.is_awake and self._loop is not None:
+            self.is_awake = True
+            self._loop.call_soon(self._turn)
+
+    def _turn(self) -> None:
+        if self._loop is None:
+            return
+        self.is_awake = False
+        timeout_ms = lib.nat64_turn(self.host, self._results)
+        if self.take is not None:
+            self.take(self._results)
+        if timeout_ms == 0:
+            self.wake()
+        elif timeout_ms > 0:
+            self._set_timer(self._loop.time() + timeout_ms / 1000)
+
+    def _set_timer(self, when: float | None) -> None:
+        """A timer that comes too early does no harm: its turn sets the next one."""
+        timer = self._timer
+        if timer is not None and (when is None or when < timer.when()):
+            timer.cancel()
+            timer = None
+        if timer is None and when is not None and self._loop is not None:
+            timer = self._loop.call_at(when, self._timer_turn)
+        self._timer = timer
+
+    def _timer_turn(self) -> None:
+        self._timer = None
+        self._turn()
+
+
+driver = Driver()

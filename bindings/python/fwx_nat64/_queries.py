@@ -1,0 +1,210 @@
+"""Queries: what a server holds, as a whole or page by page."""
+
+from __future__ import annotations
+
+import asyncio
+from collections import deque
+from typing import Any, TypeVar
+
+from ._commands import (
+    BOOT_ENTRIES,
+    COUNTS_ENTRIES,
+    FULLSESSION_ENTRIES,
+    INTERFACE_ENTRIES,
+    LIMIT_ENTRIES,
+    MAPPING_ENTRIES,
+    POOL_ENTRIES,
+    SESSION_ENTRIES,
+    SYSTEM_ENTRIES,
+    TOTALS_ENTRIES,
+    Boot,
+    Counts,
+    FullSession,
+    Interface,
+    Limit,
+    Mapping,
+    Pool,
+    Session,
+    System,
+    Totals,
+)
+from ._driver import driver
+from ._native import ffi, lib
+from ._sessions import Sessions, session_filter
+from ._values import Address, Address4, Entries, Named
+from .errors import Error, error
+
+Entry = TypeVar("Entry")
+_LONGEST_TIMEOUT_S = 0xFFFFFFFF // 1000
+
+
+def milliseconds(timeout: float) -> int:
+    """Of a timeout in seconds; one that is too long to matter is none."""
+    if timeout <= 0:
+        raise ValueError(f"timeout {timeout!r}: must be more than 0 seconds")
+    return max(1, round(timeout * 1000)) if timeout <= _LONGEST_TIMEOUT_S else 0
+
+
+class _Page:
+    """One reply to a query."""
+
+    __slots__ = ("more", "cookie", "value2", "count", "data")
+
+    def __init__(self, news: Any):
+        self.more = news.more != 0
+        self.cookie: int = news.cookie
+        self.value2: int = news.value2
+        self.count: int = news.count
+        self.data = bytes(ffi.buffer(news.data, news.size))
+
+
+class _Pages:
+    """The replies to a query that is under way."""
+
+    def __init__(self, query: int):
+        self.query = query
+        self._pages: deque[_Page | Error] = deque()
+        self._waiter: asyncio.Future[None] | None = None
+
+    def feed(self, page: _Page | Error) -> None:
+        self._pages.append(page)
+        if self._waiter is not None and not self._waiter.done():
+            self._waiter.set_result(None)
+
+    async def next(self) -> _Page:
+        while not self._pages:
+            self._waiter = asyncio.get_running_loop().create_future()
+            await self._waiter
+        page = self._pages.popleft()
+        if isinstance(page, Error):
+            raise page
+        return page
+
+
+class Queries:
+    """What a client can ask a server for."""
+
+    def __init__(self, timeout: float) -> None:
+        self._timeout_ms = milliseconds(timeout)
+        self._queries: dict[int, _Pages] = {}
+
+    async def stats_system(self, *, timeout: float | None = None) -> System:
+        """How many the server holds of each kind, and what it has refused."""
+        return await self._system(lib.FWX_NAT64_SEL_SYSTEM, SYSTEM_ENTRIES, timeout)
+
+    async def stats_totals(self, *, timeout: float | None = None) -> Totals:
+        """How many the server holds of each kind, in the form that every server has."""
+        return await self._system(0, TOTALS_ENTRIES, timeout)
+
+    async def stats_counts(self, *, timeout: float | None = None) -> Counts:
+        """What the server has counted."""
+        return await self._system(lib.FWX_NAT64_SEL_COUNTS, COUNTS_ENTRIES, timeout)
+
+    async def stats_boot(self, *, timeout: float | None = None) -> Boot:
+        """Which run of the server it is."""
+        return await self._system(lib.FWX_NAT64_SEL_BOOT, BOOT_ENTRIES, timeout)
+
+    async def stats_interfaces(self, *, timeout: float | None = None) -> list[Interface]:
+        """All interfaces."""
+        return await self._list(lib.FWX_NAT64_MSG_STATS_INTF, INTERFACE_ENTRIES, timeout)
+
+    async def stats_pools(self, *, timeout: float | None = None) -> list[Pool]:
+        """All pools."""
+        return await self._list(lib.FWX_NAT64_MSG_STATS_POOL_ALL, POOL_ENTRIES, timeout)
+
+    async def stats_mappings(self, *, timeout: float | None = None) -> list[Mapping]:
+        """All mappings."""
+        return await self._list(lib.FWX_NAT64_MSG_STATS_MAPPING_ALL, MAPPING_ENTRIES, timeout)
+
+    async def stats_limits(self, *, timeout: float | None = None) -> list[Limit]:
+        """All limits and their use."""
+        return await self._list(lib.FWX_NAT64_MSG_STATS_LIMIT_ALL, LIMIT_ENTRIES, timeout)
+
+    def sessions(
+        self,
+        *,
+        protocol: Named = 0,
+        src: Address | None = None,
+        dst: Address | None = None,
+        pool_addr: Address4 | None = None,
+        port: int = 0,
+        page: int = 1000,
+        timeout: float | None = None,
+    ) -> Sessions[Session]:
+        """
+        Walks the sessions that match everything that is given: `async for session in client.sessions(protocol="tcp")`.
+
+        :param protocol: number of an IP protocol, or a name such as udp.
+        :param src: of the host inside.
+        :param pool_addr: what the source is translated to.
+        :param port: any of the three that a session has.
+        :param page: sessions in a reply.
+        """
+        chosen = session_filter(protocol, src, dst, pool_addr, port, "walk")
+        return Sessions(self, chosen, page, self._milliseconds(timeout), SESSION_ENTRIES, 0)
+
+    def sessions_full(
+        self,
+        *,
+        protocol: Named = 0,
+        src: Address | None = None,
+        dst: Address | None = None,
+        pool_addr: Address4 | None = None,
+        port: int = 0,
+        page: int = 1000,
+        timeout: float | None = None,
+    ) -> Sessions[FullSession]:
+        """As sessions, with both sides of each translation, for which not every server has an answer."""
+        chosen = session_filter(protocol, src, dst, pool_addr, port, "walk")
+        return Sessions(self, chosen, page, self._milliseconds(timeout), FULLSESSION_ENTRIES, lib.FWX_NAT64_WALK_FULL)
+
+    def _milliseconds(self, timeout: float | None) -> int:
+        return self._timeout_ms if timeout is None else milliseconds(timeout)
+
+    async def _system(self, selector: int, entry: Entries[Entry], timeout: float | None) -> Entry:
+        found = await self._list(lib.FWX_NAT64_MSG_STATS_SYS, entry, timeout, selector)
+        return found[0]
+
+    async def _list(self, number: int, entry: Entries[Entry], timeout: float | None, selector: int = 0) -> list[Entry]:
+        """All entries of a query, however many replies and queries it takes."""
+        timeout_ms = self._milliseconds(timeout)
+        count = 0xFFFFFFFF if number == lib.FWX_NAT64_MSG_STATS_LIMIT_ALL else 1000  # that one cannot be gone on with
+        found: list[Entry] = []
+        cookie = 0
+        while True:
+            pages = self._ask(lib.nat64_query(number, selector, cookie, count, 0, timeout_ms))
+            try:
+                while True:
+                    page = await pages.next()
+                    found += entry.read(page.data[: page.count * entry.size])
+                    if not page.more:
+                        break
+            finally:
+                self._forget(pages)
+            if page.cookie == 0:
+                return found
+            if page.count == 0 or page.cookie <= cookie:
+                raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server's list does not advance")
+            cookie = page.cookie
+
+    def _ask(self, query: int) -> _Pages:
+        if query < 0:
+            raise error(-query)
+        pages = self._queries[query] = _Pages(query)
+        driver.wake()
+        return pages
+
+    def _forget(self, pages: _Pages) -> None:
+        if self._queries.pop(pages.query, None) is not None:
+            lib.nat64_forget(pages.query)
+
+    def _hear_page(self, news: Any) -> None:
+        """Takes a reply that the library has brought."""
+        pages = self._queries.get(news.id)
+        if pages is not None:
+            pages.feed(error(news.code) if news.code else _Page(news))
+
+    def _end_queries(self, why: Error) -> None:
+        for pages in self._queries.values():
+            pages.feed(why)
+        self._queries.clear()

@@ -1,0 +1,159 @@
+#include "callbacks.h"
+
+#include <string.h>
+
+uint32_t callbacks_starting;
+uint32_t callbacks_throttled;
+
+/* The reply that is being delivered, as the tap has seen it: the library keeps the server's own verdict on a rule to
+ * itself, and its code with a query. */
+static struct {
+    uint64_t wire_ctx; /* 0: none */
+    uint32_t result;
+    uint32_t bmr_index;
+} reply;
+
+/* --- Answers --- */
+
+static int is_reply_to(const slot_t *slot) {
+    return reply.wire_ctx != 0 && reply.wire_ctx == slot->wire_ctx;
+}
+
+void callbacks_drop_pending(const slot_t *slot) {
+    if (slot->rule_op == FWX_NAT64_OP_ADD) fwx_mapt_plu_del_rule(&slot->rule);
+}
+
+/* Installs a rule that the server has under another index now. */
+static uint32_t reinstall(const fwx_nat64_mapt_bmr_t *rule, uint32_t bmr_index) {
+    fwx_nat64_mapt_reply_t installed = {.rule_id = rule->rule_id, .domain_id = rule->domain_id, .bmr_index = bmr_index};
+    uint32_t code = fwx_mapt_plu_del_rule(rule);
+    if (code == 0) code = fwx_mapt_plu_add_pending_rule(rule);
+    return code == 0 ? fwx_mapt_plu_add_rule(&installed) : code;
+}
+
+/* The server's verdict on a rule; the library's table, which installs whatever is answered, is made to agree. */
+static uint32_t judge_rule(const slot_t *slot, uint32_t table_code) {
+    if (!is_reply_to(slot)) { /* flushed */
+        callbacks_drop_pending(slot);
+        return table_code;
+    }
+    const int is_done = reply.result == 0 || reply.result == FWX_NAT64_MODEL_ERR_NOT_SAVED;
+    if (slot->rule_op == FWX_NAT64_OP_ADD) {
+        if (!is_done && table_code == 0) fwx_mapt_plu_del_rule(&slot->rule);
+        if (is_done && table_code == FWX_NAT64_ERR_EXISTS) table_code = reinstall(&slot->rule, reply.bmr_index);
+    }
+    return reply.result != 0 ? reply.result : table_code;
+}
+
+static void configured(fwx_nat64_cmd_result_t *result) {
+    slot_t *slot = slot_find((uintptr_t)result->pal_ctx);
+    if (slot == NULL) return;
+    const int is_rule = slot->wire_ctx != 0;
+    slot_finish(slot, is_rule ? judge_rule(slot, result->result) : result->result);
+}
+
+/* Tells of one reply to a query; returns what its callback does. */
+static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, size_t entry_size) {
+    slot_t *slot = slot_find((uintptr_t)ctx);
+    if (slot == NULL) return 1;
+    const size_t size = head->count * entry_size;
+    const int has_code = is_reply_to(slot) && reply.result != 0;
+    uint32_t code = has_code ? reply.result : 0;
+    if (code == 0 && data == NULL) code = is_reply_to(slot) ? FWX_HOST_ERR_BAD_ANSWER : FWX_NAT64_ERR_AGAIN;
+    if (code == 0 && fwx_host_smc_bytes_behind(data) < size) code = FWX_HOST_ERR_BAD_ANSWER;
+    nat64_news_t *page = code == 0 ? news_make(NAT64_PAGE, data, size) : NULL;
+    if (page == NULL) {
+        slot_finish(slot, code == 0 ? FWX_NAT64_ERR_NOMEM : code);
+        return 1;
+    }
+    page->id = slot_id(slot);
+    page->more = head->more;
+    page->cookie = head->cookie;
+    page->value2 = head->value2;
+    page->count = head->count;
+    news_add(page);
+    if (page->more == 0) {
+        slot_release(slot);
+    } else if (slot->timeout_ms != 0) {
+        slot->deadline = fwx_host_clock_ms() + slot->timeout_ms;
+    }
+    return 0;
+}
+
+static uint32_t system_stats(void *ctx, uint32_t more, void *data) {
+    const nat64_news_t head = {.more = more, .count = data != NULL};
+    const size_t behind = data == NULL ? 0 : fwx_host_smc_bytes_behind(data); /* records of several sizes */
+    return paged(ctx, &head, data, behind < sizeof(fwx_nat64_stats_sys_entry_t) ? SIZE_MAX : behind);
+}
+static uint32_t interface_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
+    return paged(ctx, &(nat64_news_t){.more = more, .count = count}, data, sizeof(fwx_nat64_stats_intf_entry_t));
+}
+static uint32_t limit_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
+    return paged(ctx, &(nat64_news_t){.more = more, .count = count}, data, sizeof(fwx_nat64_stats_limit_entry_t));
+}
+static uint32_t pool_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
+    const nat64_news_t head = {.more = more, .cookie = cookie, .count = count};
+    return paged(ctx, &head, data, sizeof(fwx_nat64_stats_pool_entry_t));
+}
+static uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
+    const nat64_news_t head = {.more = more, .cookie = cookie, .count = count};
+    const int is_unsolicited = ctx == NULL && data != NULL;
+    if (!is_unsolicited) return paged(ctx, &head, data, sizeof(fwx_nat64_stats_mapping_entry_t));
+    nat64_news_t *news = news_make(NAT64_MAPPING, data, sizeof(fwx_nat64_stats_mapping_entry_t));
+    if (news != NULL) news_add(news);
+    return 0;
+}
+uint32_t callbacks_walk(void *ctx, uint32_t count, void *data, uint64_t cookie, uint32_t value2, uint32_t status) {
+    const nat64_news_t head = {
+        .more = status == FWX_NAT64_WALK_MORE, .cookie = cookie, .value2 = value2, .count = count};
+    const int is_full = value2 == FWX_NAT64_WALK_FULL;
+    return paged(ctx, &head, data, is_full ? sizeof(fwx_nat64_session_full_t) : sizeof(fwx_nat64_session_t));
+}
+
+/* --- What nobody asked for --- */
+
+static void record_noted(uint32_t op, const void *record) {
+    nat64_news_t *news = news_make(NAT64_RECORD, record, 3 * sizeof(uint32_t));
+    if (news == NULL) return;
+    news->more = op;
+    news_add(news);
+}
+static void event_noted(void) {
+    nat64_news_t *news = news_make(NAT64_EVENT, NULL, 0);
+    if (news != NULL) news_add(news);
+}
+void callbacks_throttle(uint32_t may_send, void *ctx) {
+    (void)ctx;
+    callbacks_throttled = may_send == 0;
+    nat64_news_t *news = news_make(NAT64_THROTTLE, NULL, 0);
+    if (news == NULL) return;
+    news->more = may_send;
+    news_add(news);
+}
+
+void callbacks_tap(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {
+    (void)arg;
+    fwx_nat64_msg_hdr_t header;
+    if (size < sizeof header) return;
+    memcpy(&header, msg, sizeof header);
+    const uint32_t msgno = header.type & FWX_NAT64_MSG_NUMBER_MASK;
+    if (header.type != (FWX_NAT64_MSG_ASYNC | msgno)) return;
+    if (direction == FWX_HOST_SENT) {
+        if (reply.wire_ctx == header.clnt_ctx) reply.wire_ctx = 0; /* the context is another command's now */
+        const int is_query = msgno >= FWX_NAT64_MSG_STATS_SYS && msgno <= FWX_NAT64_MSG_SESSION_WALK;
+        if (callbacks_starting != 0 && (is_query || msgno == FWX_NAT64_MSG_MAPT_RULE))
+            slot_at(callbacks_starting)->wire_ctx = header.clnt_ctx;
+        return;
+    }
+    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    if (size < FWX_NAT64_REPLY_MIN_SIZE || info == NULL || info->epoch != header.epoch) return;
+    fwx_nat64_mapt_reply_t said = {0};
+    memcpy(&said, msg, size < sizeof said ? size : sizeof said);
+    reply.wire_ctx = header.clnt_ctx;
+    reply.result = said.reply.result;
+    reply.bmr_index = said.bmr_index;
+}
+
+const fwx_nat64_reply_cbs_t callbacks_replies = {configured, system_stats, interface_stats,
+                                                 pool_stats, limit_stats,  mapping_stats};
+const fwx_nat64_unsol_cbs_t callbacks_unsolicited = {NULL, record_noted, event_noted};

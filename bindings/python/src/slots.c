@@ -1,0 +1,172 @@
+#include "slots.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+uint32_t slots_under_way;
+uint64_t slots_next_deadline = SLOT_NO_DEADLINE;
+
+static slot_t *slots;
+static uint32_t count, first_free; /* numbers are from 1, so that a context is never null */
+static nat64_results_t results;
+static nat64_news_t *oldest_news, *latest_news;
+
+uint32_t slot_number(const slot_t *slot) {
+    return (uint32_t)(slot - slots);
+}
+
+slot_t *slot_at(uint32_t number) {
+    return slots + number;
+}
+
+uint64_t slot_id(const slot_t *slot) {
+    return (uint64_t)slot->generation << 32 | slot_number(slot);
+}
+
+void *slot_context(const slot_t *slot) {
+    return (void *)(uintptr_t)slot_id(slot);
+}
+
+slot_t *slot_find(uint64_t id) {
+    const uint32_t number = (uint32_t)id;
+    if (number == 0 || number >= count) return NULL;
+    slot_t *slot = slots + number;
+    return slot->is_under_way && slot_id(slot) == id ? slot : NULL;
+}
+
+void slots_each(void (*use)(slot_t *slot, void *arg), void *arg) {
+    for (uint32_t i = 1; i < count; ++i) {
+        if (slots[i].is_under_way) use(slots + i, arg);
+    }
+}
+
+static void give_back(slot_t *slot) {
+    slot->next_free = first_free;
+    first_free = slot_number(slot);
+}
+
+/* Each list of results has room for all slots. */
+static int grow(void) {
+    const uint32_t wanted = count == 0 ? 256 : 2 * count;
+    slot_t *more = realloc(slots, wanted * sizeof *slots);
+    if (more != NULL) slots = more;
+    uint32_t **lists[] = {&results.done, &results.failed, &results.codes};
+    int has_all = more != NULL;
+    for (size_t i = 0; i < sizeof lists / sizeof *lists; ++i) {
+        uint32_t *list = realloc(*lists[i], wanted * sizeof *list);
+        if (list != NULL) *lists[i] = list;
+        has_all = has_all && list != NULL;
+    }
+    if (!has_all) return 0;
+    memset(slots + count, 0, (wanted - count) * sizeof *slots);
+    for (uint32_t i = wanted - 1; i >= count && i != 0; --i) {
+        give_back(slots + i);
+    }
+    count = wanted;
+    return 1;
+}
+
+slot_t *slot_take(uint32_t timeout_ms) {
+    if (first_free == 0 && !grow()) return NULL;
+    slot_t *slot = slots + first_free;
+    first_free = slot->next_free;
+    slot->is_under_way = 1;
+    slot->wire_ctx = 0;
+    slot->load = NULL;
+    slot->is_query = slot->rule_op = 0;
+    slot->timeout_ms = timeout_ms;
+    slot->deadline = timeout_ms == 0 ? SLOT_NO_DEADLINE : fwx_host_clock_ms() + timeout_ms;
+    if (slot->deadline < slots_next_deadline) slots_next_deadline = slot->deadline;
+    ++slots_under_way;
+    return slot;
+}
+
+/* Ends what has the slot, which is not given back. */
+static void retire(slot_t *slot) {
+    slot->is_under_way = 0;
+    slot->generation = (slot->generation + 1) & INT32_MAX;
+    --slots_under_way;
+}
+
+void slot_release(slot_t *slot) {
+    retire(slot);
+    give_back(slot);
+}
+
+static void finish_query(slot_t *slot, uint32_t code) {
+    nat64_news_t *page = news_make(NAT64_PAGE, NULL, 0);
+    if (page == NULL) { /* it is late from now on, and tried again */
+        slot->deadline = slots_next_deadline = 0;
+        return;
+    }
+    page->id = slot_id(slot);
+    page->code = code;
+    news_add(page);
+    slot_release(slot);
+}
+
+static void finish_loaded(slot_t *slot, uint32_t code) {
+    slot->load->codes[slot->index] = code;
+    --slot->load->under_way;
+    --slot->load->left;
+    slot_release(slot);
+}
+
+/* The slot is given back when Python has taken its number. */
+static void finish_command(slot_t *slot, uint32_t code) {
+    if (code == 0) {
+        results.done[results.done_count++] = slot_number(slot);
+    } else {
+        results.failed[results.failed_count] = slot_number(slot);
+        results.codes[results.failed_count++] = code;
+    }
+    retire(slot);
+}
+
+void slot_finish(slot_t *slot, uint32_t code) {
+    if (slot->is_query) {
+        finish_query(slot, code);
+    } else if (slot->load != NULL) {
+        finish_loaded(slot, code);
+    } else {
+        finish_command(slot, code);
+    }
+}
+
+nat64_results_t slots_take_results(void) {
+    const nat64_results_t taken = results;
+    for (uint32_t i = 0; i < taken.done_count; ++i) {
+        give_back(slots + taken.done[i]);
+    }
+    for (uint32_t i = 0; i < taken.failed_count; ++i) {
+        give_back(slots + taken.failed[i]);
+    }
+    results.done_count = results.failed_count = 0;
+    return taken;
+}
+
+nat64_news_t *news_make(uint32_t kind, const void *data, size_t size) {
+    nat64_news_t *news = calloc(1, sizeof *news + size);
+    if (news == NULL) return NULL;
+    news->kind = kind;
+    news->size = size;
+    if (size != 0) memcpy(news->data, data, size);
+    return news;
+}
+
+void news_add(nat64_news_t *news) {
+    if (oldest_news == NULL) oldest_news = news;
+    if (latest_news != NULL) latest_news->next = news;
+    latest_news = news;
+}
+
+nat64_news_t *nat64_news_take(void) {
+    nat64_news_t *news = oldest_news;
+    if (news != NULL) oldest_news = news->next;
+    if (oldest_news == NULL) latest_news = NULL;
+    return news;
+}
+
+void nat64_news_free(nat64_news_t *news) {
+    free(news);
+}

@@ -1,0 +1,48 @@
+"""Tests are coroutines; each runs on an event loop of its own, and leaves nothing to the platform."""
+
+import asyncio
+import inspect
+
+import pytest
+
+from fwx_nat64._driver import driver
+from fwx_nat64._native import ffi, lib
+
+NO_ENTRY, EXISTS, VALUE = 0x6003, 0x6004, 0x6006
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_pyfunc_call(pyfuncitem):
+    if not inspect.iscoroutinefunction(pyfuncitem.obj):
+        return None
+    arguments = {name: pyfuncitem.funcargs[name] for name in pyfuncitem._fixtureinfo.argnames}
+    asyncio.run(asyncio.wait_for(pyfuncitem.obj(**arguments), 60))
+    return True
+
+
+@pytest.fixture(autouse=True)
+def nothing_stays():
+    yield
+    live = ffi.new("fwx_host_live_t *")
+    lib.fwx_host_live_get(live)
+    kinds = [name for name, _ in ffi.typeof("fwx_host_live_t").fields]
+    assert {kind: getattr(live, kind) for kind in kinds} == dict.fromkeys(kinds, 0)
+
+
+@pytest.fixture
+def clock():
+    """Turns the platform's clock on by seconds; it stands still otherwise."""
+
+    def turn(seconds):
+        lib.fwx_host_clock_turn(round(seconds * 1000))
+        driver.wake()
+
+    turn(0)
+    yield turn
+    lib.fwx_host_clock_run()
+
+
+async def settled():
+    """Lets everything happen that is under way."""
+    for _ in range(20):
+        await asyncio.sleep(0)

@@ -1,0 +1,295 @@
+"""Commands and their verdicts, whatever the server does."""
+
+import asyncio
+import inspect
+import math
+import os
+import signal
+import subprocess
+import sys
+
+import pytest
+from conftest import EXISTS, NO_ENTRY, VALUE, settled
+
+from fwx_nat64 import Batch, Client, Error, LoadFailed, Model, ServerGone, TimedOut, Unreachable
+
+RULE = dict(rule_id=1, domain_id=2, v6_prefix="2001:db8::/32", v4_prefix="192.0.2.0/24")
+POOL = dict(id=1, param=1, start_addr="192.0.2.1", end_addr="192.0.2.254")
+UDP = dict(type="udp", value=300)
+
+CONFIGURATION = [
+    ("timeout_set", UDP, None),
+    ("limit_add", dict(type="sessions", value=9), "limit_del"),
+    ("service_add", dict(type="alg", value=21), "service_del"),
+    ("adj_set", dict(type="inside", address="192.0.2.1"), None),
+    ("replication_set", dict(value=1), "replication_unset"),
+    ("settings_set", dict(opaque=bytes(16)), None),
+    ("interface_set", dict(ifh=1, sful_prefix="2001:db8::/96"), None),
+    ("nvi_enable", dict(ifh=2), None),
+    ("prefix_add", dict(prefix="2001:db8::/96", prefix_kind="stateful"), "prefix_del"),
+    ("smapping_add", dict(id=1, addr1="2001:db8::1", addr2="192.0.2.9"), "smapping_del"),
+    ("dmapping_add", dict(id=2, type="endpoint-independent"), "dmapping_del"),
+    ("pool_add", POOL, "pool_del"),
+    ("logging_add", dict(dest="192.0.2.9", dest_port=514), "logging_del"),
+    ("mapt_bmr_add", RULE, "mapt_bmr_del"),
+    ("mapt_dmr_add", dict(id=1, prefix="2001:db8:1::/64"), "mapt_dmr_del"),
+]
+
+
+async def test_every_command_reaches_the_server_and_can_be_taken_back():
+    async with Client() as client:
+        for method, values, _ in CONFIGURATION:
+            await getattr(client, method)(**values)
+        await client.range_add(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
+        await client.ipalias_upload()
+        assert client.model.totals() == (2, 1, 1, 1, 1, 1, 1, 2, 1)
+        assert await client.stats_totals() == client.model.totals()
+        assert len(client.model.save()) == 16
+        await client.range_del(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
+        for _, values, takes_back in CONFIGURATION:
+            if takes_back:
+                taken = inspect.signature(getattr(client, takes_back)).parameters
+                await getattr(client, takes_back)(**{key: value for key, value in values.items() if key in taken})
+        assert client.model.totals() == (2, 0, 0, 0, 0, 0, 0, 0, 0)
+
+
+async def test_verdicts_reach_their_own_commands_in_whatever_order_they_come():
+    async with Client() as client:
+        client.model.hold()
+        futures = [client.dmapping_add(id=i, type=0) for i in (1, 2, 1)]
+        await settled()
+        client.model.release("reverse")
+        first, second, third = await asyncio.gather(*futures, return_exceptions=True)
+        assert first is None and second is None
+        assert (third.code, third.text) == (EXISTS, "the server has this entry already")
+        assert str(third) == "the server has this entry already (0x6004)"
+        client.model.duplicate(3)
+        await client.timeout_set(**UDP)
+        await client.timeout_set(**UDP)
+
+
+async def test_a_refused_rule_is_an_error_and_in_no_lookup():
+    async with Client() as client:
+        client.model.fail_next(VALUE)
+        with pytest.raises(Error) as refusal:
+            await client.mapt_bmr_add(**RULE)
+        assert refusal.value.code == VALUE
+        await client.mapt_bmr_add(**RULE)  # the table has forgotten it
+        assert client.model.lookup("192.0.2.7")[1:] == (1, 2, 24)
+        with pytest.raises(Error) as refusal:
+            await client.mapt_bmr_add(**RULE)
+        assert refusal.value.code == EXISTS
+        assert client.model.lookup("2001:db8:7::1")[1:] == (1, 2, 32)
+        client.model.fail_next(VALUE)
+        with pytest.raises(Error, match="0x6006"):
+            await client.mapt_dmr_add(id=1)
+
+
+async def test_a_rule_is_installed_again_when_a_new_server_has_it_under_another_index():
+    with Model() as model:
+        client = await Client().__aenter__()
+        await client.mapt_bmr_add(**RULE)
+    await settled()
+    with Model() as model:
+        await client.mapt_bmr_add(**RULE | dict(rule_id=7, v6_prefix="2001:db9::/32", v4_prefix="198.51.100.0/24"))
+        await client.mapt_bmr_add(**RULE)
+        assert model.lookup("192.0.2.7")[1:] == (1, 2, 24)
+        client.close()
+
+
+async def test_without_an_answer_in_time_a_command_is_late_and_its_answer_is_nobodys(clock):
+    async with Client(timeout=2) as client:
+        client.model.hold()
+        late, patient, endless = (
+            client.timeout_set(**UDP),
+            client.pool_add(**POOL, timeout=9),
+            client.pool_del(id=9, timeout=math.inf),
+        )
+        await settled()
+        clock(1.9)
+        client.model.notify_event()
+        await settled()
+        assert not late.done()
+        clock(0.2)
+        with pytest.raises(TimedOut):
+            await late
+        with pytest.raises(TimedOut):
+            asks = asyncio.ensure_future(client.stats_pools(timeout=3))
+            await settled()
+            clock(3)
+            await asks
+        client.model.release()
+        await patient
+        with pytest.raises(Error) as refusal:
+            await endless
+        assert refusal.value.code == NO_ENTRY
+        with pytest.raises(ValueError, match="timeout 0"):
+            client.timeout_set(**UDP, timeout=0)
+
+
+async def test_a_cancelled_command_disturbs_no_other():
+    async with Client() as client:
+        client.model.hold()
+        cancelled, kept = client.pool_del(id=9), client.pool_add(**POOL)
+        walk = asyncio.ensure_future(client.stats_pools())
+        await settled()
+        cancelled.cancel()
+        walk.cancel()
+        later = [client.timeout_set(**UDP) for _ in range(300)]
+        await settled()
+        client.model.release("shuffled")
+        await asyncio.gather(kept, *later)
+        assert [pool.id for pool in await client.stats_pools()] == [1]
+
+
+async def test_commands_end_with_the_server_that_had_them():
+    model = Model()
+    async with Client() as client:
+        model.hold()
+        taken = [client.timeout_set(**UDP), client.mapt_bmr_add(**RULE)]
+        asks = asyncio.ensure_future(client.stats_pools())
+        await settled()
+        model.close()
+        for end in await asyncio.gather(*taken, asks, return_exceptions=True):
+            assert type(end) is ServerGone
+        assert client.is_bound and not client.is_connected
+        for nobody in (client.timeout_set(**UDP), client.mapt_bmr_add(**RULE), client.stats_pools()):
+            with pytest.raises(Unreachable):
+                await nobody
+        with Model() as model:
+            await client.mapt_bmr_add(**RULE)
+            model.pause(True)
+            waits = client.timeout_set(**UDP)
+            await settled()
+        with pytest.raises(Unreachable):  # it was never taken
+            await waits
+    with pytest.raises(Unreachable):
+        async with Client("nobody"):
+            pass
+
+
+async def test_what_is_under_way_when_the_client_ends_is_not_ready():
+    async with Client() as client:
+        client.model.hold()
+        futures = [client.timeout_set(**UDP), asyncio.ensure_future(client.stats_pools())]
+        futures += [asyncio.ensure_future(client.load(batch_of(5)))]
+        await settled()
+        with pytest.raises(RuntimeError, match="another client"):
+            async with Client():
+                pass
+    for end in await asyncio.gather(*futures, return_exceptions=True):
+        assert end.text == "client not bound"
+    assert not client.is_bound and not client.is_connected
+    with pytest.raises(Error, match="client not bound"):
+        client.timeout_set(**UDP)
+    async with Client() as again:
+        await again.timeout_set(**UDP)
+
+
+def batch_of(count):
+    batch = Batch()
+    for i in range(1, count + 1):
+        batch.mapt_bmr_add(
+            rule_id=i,
+            domain_id=1,
+            v6_prefix=f"2001:{i >> 16:x}:{i & 65535:x}::/48",
+            v4_prefix=f"10.{i >> 8}.{i & 255}.0/24",
+        )
+    return batch
+
+
+async def test_a_batch_is_loaded_through_a_window():
+    async with Client() as client:
+        await client.load(Batch())
+        await client.load(batch_of(3000), window=7)
+        assert client.model.totals().rules == 3000
+        assert client.model.lookup("10.11.184.1").rule_id == 3000
+        again = Batch()
+        again.timeout_set(**UDP)
+        for i in (1, 2, 3001):
+            again.mapt_bmr_del(
+                rule_id=i, domain_id=1, v6_prefix=f"2001:0:{i:x}::/48", v4_prefix=f"10.{i >> 8}.{i & 255}.0/24"
+            )
+        with pytest.raises(
+            LoadFailed, match="1 of 4 commands failed, the first at 3: the server has no such entry"
+        ) as failed:
+            await client.load(again)
+        assert {place: error.code for place, error in failed.value.failures.items()} == {3: NO_ENTRY}
+        client.model.hold()
+        stopped = asyncio.ensure_future(client.load(again, window=2))
+        await settled()
+        stopped.cancel()
+        client.model.release()
+        await client.timeout_set(**UDP)
+        model, client.model = client.model, None
+        model.close()
+        with pytest.raises(LoadFailed) as failed:
+            await client.load(batch_of(4))
+        assert [type(error) for error in failed.value.failures.values()] == [Unreachable] * 4
+
+
+async def test_the_channel_says_when_it_is_full_and_when_it_has_room():
+    async with Client(timeout=math.inf) as client:
+        client.model.pause(True)
+        futures = []
+        while not client.is_throttled and len(futures) < 100_000:
+            futures += [client.session_clear() for _ in range(1000)]
+            await asyncio.sleep(0)
+        assert client.is_throttled and client.outstanding == len(futures)
+        drained = asyncio.ensure_future(client.may_send())
+        await settled()
+        assert not drained.done()
+        client.model.pause(False)
+        await drained
+        await asyncio.gather(*futures)
+
+
+async def test_what_the_server_sends_unasked_reaches_its_handler():
+    heard = []
+    handlers = dict(
+        on_record=lambda operation, words: heard.append((operation, words)),
+        on_event=lambda: heard.append("event"),
+        on_mapping=lambda mapping: heard.append(mapping),
+    )
+    async with Client(**handlers) as client:
+        await settled()
+        client.model.notify_record("add", 1, 2, 3)
+        client.model.notify_record("del", 4, 5, 6)
+        client.model.notify_event()
+        client.model.notify_mapping(7, True, 8)
+        await settled()
+    assert heard == [("add", (1, 2, 3)), ("del", (4, 5, 6)), "event", (7, "unknown", True, 8)]
+
+
+@pytest.mark.skipif("NATCTL" not in os.environ, reason="needs natctl")
+async def test_a_server_in_another_process_may_be_killed_and_started_again(tmp_path, monkeypatch):
+    monkeypatch.setenv("XDG_RUNTIME_DIR", str(tmp_path))
+    pipes = dict(stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
+    async def serve():
+        server = await asyncio.create_subprocess_exec(os.environ["NATCTL"], "serve", "alpha", **pipes)
+        assert b"serving" in await server.stdout.readline()
+        return server
+
+    server = await serve()
+    example = await asyncio.create_subprocess_exec(sys.executable, os.environ["PAL_EXAMPLE"], "alpha", **pipes)
+    said = (await example.communicate())[0].decode()
+    assert said == "10000 of 10000 commands settled: {'done': 10000}\n"
+    async with Client("alpha") as client:
+        assert (await client.stats_totals()).rules == 2500
+        server.send_signal(signal.SIGSTOP)
+        unanswered = [client.timeout_set(**UDP) for _ in range(100)]
+        server.kill()
+        await server.wait()
+        for end in await asyncio.gather(*unanswered, return_exceptions=True):
+            assert type(end) in (Unreachable, ServerGone)
+        server = await serve()
+        await client.mapt_bmr_add(**RULE)
+        assert (await client.stats_totals()).rules == 1
+        server.kill()
+        await server.wait()
+    with Model(listen="beta") as model:
+        words = "--connect beta timeout set --type udp --value 5m".split()
+        natctl = await asyncio.create_subprocess_exec(os.environ["NATCTL"], *words, **pipes)
+        assert (await natctl.communicate())[0] == b"timeout set: ok\n"
+        assert model.boot().changes == 1

@@ -1,0 +1,108 @@
+"""What a server holds, as a whole and page by page."""
+
+from ipaddress import ip_address
+
+import pytest
+from conftest import VALUE, settled
+
+from fwx_nat64 import Batch, Client, Error, Model
+
+
+async def with_sessions(client, count):
+    await client.pool_add(id=1, param=1, start_addr="192.0.2.1", end_addr="192.0.2.254")
+    await client.dmapping_add(id=3, type="endpoint-independent")
+    client.model.sessions_generate(count)
+
+
+async def test_statistics_have_typed_entries_and_lists_are_whole():
+    async with Client() as client:
+        await with_sessions(client, 10)
+        await client.interface_set(ifh=7, sful_prefix="2001:db8::/96", mtu=1500)
+        await client.limit_add(type="sessions", value=99)
+        assert await client.stats_pools() == [(1, 0, 254, 10)]
+        assert await client.stats_mappings() == [(3, "dynamic", True, 10)]
+        assert await client.stats_interfaces() == [(7, True, False, 1500, 1)]
+        assert await client.stats_limits() == [("sessions", 99, 10)]
+        assert (await client.stats_boot()) == client.model.boot()
+        assert (await client.stats_counts()).clients == 1
+        client.model.fail_next(VALUE)
+        with pytest.raises(Error) as refusal:
+            await client.stats_pools()
+        assert refusal.value.code == VALUE
+        system = await client.stats_system()
+        assert (system.sessions, system.refused_value) == (10, 1)
+        batch = Batch()
+        for i in range(2, 2501):
+            batch.pool_add(id=i, param=1, start_addr=f"10.0.{i >> 8}.{i & 255}", end_addr=f"10.0.{i >> 8}.{i & 255}")
+        await client.load(batch)
+        client.model.reply_limit(24 * 64)
+        assert [pool.id for pool in await client.stats_pools()] == list(range(1, 2501))
+
+
+async def test_a_walk_shows_each_session_once_with_both_sides():
+    async with Client() as client:
+        await with_sessions(client, 2500)
+        sessions = [session async for session in client.sessions_full(page=300)]
+        assert [session.src for session in sessions] == [ip_address("2001:db8:64::") + n for n in range(2500)]
+        eighth = sessions[7]
+        assert (eighth.protocol, eighth.state, eighth.dst, eighth.src_port, eighth.dst_port) == (
+            "udp",
+            "active",
+            ip_address("198.18.0.7"),
+            1031,
+            443,
+        )
+        short = [session async for session in client.sessions(src="2001:db8:64::7")]
+        assert short == [(eighth.id, eighth.src, eighth.dst, 1031, 443, "udp", 3, 0)]
+        assert (eighth.pool_addr, eighth.mapping_id, eighth.pool_id) == (ip_address("192.0.2.8"), 3, 1)
+
+
+@pytest.mark.parametrize(
+    "chosen, numbers",
+    [
+        (dict(protocol="tcp", port=1030), [6]),
+        (dict(protocol=17, port=1030), []),
+        (dict(src="2001:db8:64::5"), [5]),
+        (dict(dst="198.18.0.9"), [9]),
+        (dict(pool_addr="192.0.2.3"), [2]),
+        (dict(), list(range(20))),
+    ],
+)
+async def test_a_walk_and_a_clear_take_the_sessions_that_match(chosen, numbers):
+    async with Client() as client:
+        await with_sessions(client, 20)
+        found = [session.src_port - 1024 async for session in client.sessions(**chosen)]
+        assert found == numbers
+        await client.session_clear(**chosen)
+        assert client.model.totals().sessions == 20 - len(numbers)
+
+
+async def test_a_walk_that_is_left_ends_and_takes_no_more_from_the_server():
+    async with Client() as client:
+        await with_sessions(client, 100_000)
+        async for session in client.sessions(page=10):
+            if session.src_port == 1024 + 15:
+                break
+        replies = client.model.counts().replies
+        await settled()
+        assert client.model.counts().replies == replies
+        walk = client.sessions(page=7)
+        assert len(await walk.next_page()) == 7
+        client.model.hold()
+        walk.close()
+        assert await walk.next_page() == []
+        client.model.release()
+        await client.timeout_set(type=1, value=1)
+
+
+async def test_a_model_is_restored_from_what_another_has_saved():
+    async with Client() as client:
+        await with_sessions(client, 0)
+        await client.mapt_bmr_add(rule_id=1, domain_id=2, v6_prefix="2001:db8::/32", v4_prefix="192.0.2.0/24")
+        saved = client.model.save()
+    with Model() as model:
+        model.restore(saved)
+        assert model.totals().pools == model.totals().dynamic_mappings == model.totals().rules == 1
+        assert model.save() == saved
+    with pytest.raises(Error, match="the model is closed"):
+        model.totals()
