@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 dir=${1:-docs/bench}
-need_packages "${build_packages[@]}" libbenchmark-dev libzmq3-dev libnng-dev pkgconf valgrind gnuplot-nox jq
+need_packages "${build_packages[@]}" libbenchmark-dev libzmq3-dev libnng-dev pkgconf valgrind gnuplot-nox jq "${python_packages[@]}"
 say "building (preset release)"
 cmake --preset release >/dev/null
 cmake --build --preset release | tail -n 1
@@ -59,6 +59,8 @@ say "channels"
 build/release/bench/channel_bench >"$work/channels"
 say "rules"
 measure rule_bench 'rule_|rib6' >"$work/rules"
+say "python"
+PYTHONPATH=build/release/bindings/python/lib /usr/bin/python3 bench/python_bench.py >"$work/python"
 say "natctl"
 awk 'BEGIN { for (i = 1; i <= 1000000; ++i) printf "mapt bmr add --rule %d --domain 1 --v6 2001:%x:%x::/48 --v4 %d.%d.%d.%d/28\n",
   i, int(i / 65536) + 1, i % 65536, int(i / 1048576) + 16, int(i / 4096) % 256, int(i / 16) % 256, i % 16 * 16 }' \
@@ -77,6 +79,7 @@ rows_of command "$work/commands" outstanding
 awk 'NR > 1 { printf "%-10s  %-46s  %s us one at a time, %s k/s with 64\n", "channel", $1 ", " $2 " processors, " $3, $(NF - 1), $NF }' \
   "$work/channels"
 rows_of rule "$work/rules" rules
+while IFS=$'\t' read -r what measured; do row python "$what" "$measured"; done <"$work/python"
 row natctl "a batch of 1,000,000 rules, both processes" "$batch of processor"
 row natctl "a walk of 1,000,000 sessions as lines of JSON" "$(awk -v s="$walk" 'BEGIN { printf "%.0f k/s", 1000 / s }')"
 
