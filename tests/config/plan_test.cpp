@@ -23,8 +23,6 @@
 
 namespace {
 
-constexpr size_t nothing = SIZE_MAX;
-
 /** A server model and a client of it that carries plans out as natctl does. */
 class held_server_t {
 public:
