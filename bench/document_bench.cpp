@@ -157,11 +157,11 @@ int main(int argc, char **argv) {
     const fwx_nat64_reply_cbs_t replies{answered, nullptr, nullptr, nullptr, nullptr, nullptr};
     if (fwx_nat64_bind(nullptr, loop, nullptr, &replies) != 0) return 1;
     apply(loop, plan);
-    watch.lap("carry out");
+    watch.lap("carry adds out");
     const plan_t back(document, none);
     watch.lap("plan to nothing");
     apply(loop, back);
-    watch.lap("carry out");
+    watch.lap("carry deletes out");
     fwx_nat64_unbind();
     fwx_host_loop_destroy(loop);
 

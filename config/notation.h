@@ -15,6 +15,7 @@
 #ifndef CONFIG_NOTATION_H
 #define CONFIG_NOTATION_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -35,6 +36,8 @@ bool read_json(std::string_view text, document_t &document, problems_t &problems
  */
 
 std::string write_lines(const document_t &document);
+/** The same line by line, without line feeds and the one that says the version; each lives during the call. */
+void write_lines(const document_t &document, const std::function<void(std::string_view line)> &write);
 std::string write_json(const document_t &document);
 
 /** The line of a command, without a line feed: `pool del --id 1`. */

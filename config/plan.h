@@ -38,6 +38,8 @@ class plan_t {
 public:
     /** Both are settled and outlive the plan. */
     plan_t(const document_t &from, const document_t &to);
+    plan_t(const document_t &&, const document_t &) = delete;
+    plan_t(const document_t &, const document_t &&) = delete;
 
     size_t size() const { return deletes_.size() + changes_.size(); }
     /** How many of the commands, the first ones, are deletes or stand for one. */

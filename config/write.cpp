@@ -116,19 +116,24 @@ std::string command_line(const record_family_t &family, uint32_t op, const void 
     return line;
 }
 
+void write_lines(const document_t &document, const std::function<void(std::string_view line)> &write) {
+    std::string line;
+    auto write_command = [&](const record_family_t &family, const void *record) {
+        line.clear();
+        append_line(line, family, FWX_NAT64_OP_ADD, record);
+        write(line);
+    };
+    for (size_t i = 0; i < document.size(); ++i) {
+        const config_item_t item = document.item(i);
+        if (has_own_value(item)) write_command(*item.family, item.record);
+        if (item.is_nvi) write_command(*nvi_family_of(*item.family), nvi_record_of(item).bytes);
+    }
+}
+
 std::string write_lines(const document_t &document) {
     std::string out(version_mark);
     out.append(std::to_string(document_version)).append("\n");
-    for (size_t i = 0; i < document.size(); ++i) {
-        const config_item_t item = document.item(i);
-        if (has_own_value(item)) {
-            append_line(out, *item.family, FWX_NAT64_OP_ADD, item.record);
-            out += '\n';
-        }
-        if (!item.is_nvi) continue;
-        append_line(out, *nvi_family_of(*item.family), FWX_NAT64_OP_ADD, nvi_record_of(item).bytes);
-        out += '\n';
-    }
+    write_lines(document, [&out](std::string_view line) { out.append(line).append("\n"); });
     return out;
 }
 

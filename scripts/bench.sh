@@ -57,6 +57,8 @@ say "commands"
 measure command_bench . >"$work/commands"
 say "channels"
 build/release/bench/channel_bench >"$work/channels"
+say "documents"
+build/release/bench/document_bench >"$work/documents"
 say "rules"
 measure rule_bench 'rule_|rib6' >"$work/rules"
 say "python"
@@ -80,6 +82,11 @@ awk 'NR > 1 { printf "%-10s  %-46s  %s us one at a time, %s k/s with 64\n", "cha
   "$work/channels"
 rows_of rule "$work/rules" rules
 while IFS=$'\t' read -r what measured; do row python "$what" "$measured"; done <"$work/python"
+while IFS= read -r line; do
+  read -r _ _ work_seconds _ mebibytes _ <<<"${line:24}"
+  name=${line:0:24}
+  row document "1,000,000 rules: ${name%%  *}" "$work_seconds s of processor, $mebibytes MiB"
+done <"$work/documents"
 row natctl "a batch of 1,000,000 rules, both processes" "$batch of processor"
 row natctl "a walk of 1,000,000 sessions as lines of JSON" "$(awk -v s="$walk" 'BEGIN { printf "%.0f k/s", 1000 / s }')"
 
