@@ -25,7 +25,7 @@
 constexpr uint32_t document_version = 1;
 constexpr std::string_view version_mark = "# nat64 configuration version ";
 
-/* False: the text is no document at all. */
+/* False: the text is no document of this version, whose items mean nothing. */
 bool read_lines(std::string_view text, document_t &document, problems_t &problems);
 bool read_json(std::string_view text, document_t &document, problems_t &problems);
 

@@ -46,15 +46,15 @@ public:
     json_reader_t(document_t &document, problems_t &problems, const uint32_t &line)
         : document_(document), problems_(problems), line_(line) {}
 
-    /** False when it was no document. */
+    /** False when it was no document of this version. */
     bool end() {
-        key_line_ = 0;
         if (!version_error_.reason.empty()) {
             problems_ = {version_error_}; /* what the rest would mean is unknown */
-        } else if (is_document_) {
-            if (!has_version_) refuse({}, "version", "version is required");
-            if (!has_items_) refuse({}, "items", "items is required");
+            return false;
         }
+        key_line_ = 0;
+        if (is_document_ && !has_version_) refuse({}, "version", "version is required");
+        if (is_document_ && !has_items_) refuse({}, "items", "items is required");
         return is_document_;
     }
 

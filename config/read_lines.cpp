@@ -33,12 +33,14 @@ public:
         }
     }
 
-    /** False when it was no document. */
+    /** False when it was no document of this version. */
     bool end() {
         if (!version_error_.reason.empty()) {
             problems_ = {version_error_}; /* what the rest would mean is unknown */
-        } else if (is_empty_) {
-            number_ = 0;
+            return false;
+        }
+        number_ = 0;
+        if (is_empty_) {
             refuse({}, {},
                    "neither a command nor `" + std::string(version_mark) + std::to_string(document_version) +
                        "`: this is no document");

@@ -171,7 +171,8 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
         {"", "neither a command nor `# nat64 configuration version 1`: this is no document\n"},
         {"\n # x\n", "neither a command nor `# nat64 configuration version 1`: this is no document\n"},
         {std::string("a\nb\0c\n", 6), "line 2: a zero byte: this is no text, and so no document\n"},
-        {"pol\n# nat64 configuration version 2\n", "line 2: version 2: must be 1 [version]\n"},
+        {"pol\n# nat64 configuration version 2\nnvi enable --ifh 1\nnvi enable --ifh 1\n",
+         "line 2: version 2: must be 1 [version]\n"},
         {"pol add\nmapt foo\nmapt\nstatus\npool 'x\npool\npool add -h\nmapt dmr ++\n",
          "line 1: pol: did you mean pool?\n"
          "line 2: mapt foo: no family of configuration commands\n"
@@ -273,7 +274,8 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
         {"{\"version\":1e999}", "line 1: no JSON: number overflow parsing '1e999'\n"},
         {"[{}]", "line 1: must be an object with version and items\n"},
         {"{}", "version is required [version]\nitems is required [items]\n"},
-        {"{\"version\":\"2\",\"items\":{\"foo\":1}}", "line 1: version 2: must be 1 [version]\n"},
+        {"{\"version\":\"2\",\"items\":{\"foo\":1,\"nvi\":[{\"ifh\":1},{\"ifh\":1}]}}",
+         "line 1: version 2: must be 1 [version]\n"},
         {"{\"version\":[1],\"items\":1}",
          "line 1: version: must be a number [version]\n"
          "line 1: items: must be an object of arrays [items]\n"},
