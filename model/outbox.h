@@ -41,6 +41,11 @@ public:
     void hold() { holding = true; }
     void release(fwx_nat64_model_order_t order);
     void forget(uint64_t client);
+    /** Bytes that wait for a client to read. */
+    uint64_t unread_bytes(uint64_t client) const {
+        const client_t *reader = clients.find(client);
+        return reader == nullptr ? 0 : fwx_host_peer_waiting_bytes(reader->peer);
+    }
     size_t entries_per_reply(size_t entry_size) const { return std::max<size_t>(1, reply_limit / entry_size); }
     uint64_t waiting() const { return unsaved.size() + held.size() + delayed.size(); }
 

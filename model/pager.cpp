@@ -6,6 +6,8 @@ namespace {
 
 constexpr uint64_t looks_per_turn = 16384; /* of all answers: about a millisecond */
 constexpr std::ptrdiff_t most_of_a_client = 64;
+constexpr uint64_t most_unread_bytes = uint64_t{4} << 20; /* by a client that gets more */
+constexpr uint64_t look_again_ms = 1;
 
 }  // namespace
 
@@ -32,27 +34,33 @@ void pager_t::forget(uint64_t client) {
 
 void pager_t::continue_later(uint64_t id) {
     ready.push_back(id);
-    arm();
+    arm(0);
 }
 
 void pager_t::send_pages(void *pager) {
     auto &self = *static_cast<pager_t *>(pager);
     self.timer = 0;
     uint64_t looks = looks_per_turn;
+    bool is_waiting = true;
     for (size_t turns = self.ready.size(); turns > 0 && looks > 0; --turns) {
         const uint64_t id = self.ready.front();
         self.ready.pop_front();
         const auto answer = self.answers.find(id);
         if (answer == self.answers.end()) continue;
+        if (self.outbox.unread_bytes(answer->second->request.client) > most_unread_bytes) {
+            self.ready.push_back(id);
+            continue;
+        }
+        is_waiting = false;
         self.outbox.serve(answer->second->request.client, [&] {
             const paged_t::step_t step = answer->second->go_on(id, looks);
             if (step == paged_t::step_t::again) self.continue_later(id);
             if (step == paged_t::step_t::ended) self.answers.erase(id);
         });
     }
-    if (!self.ready.empty()) self.arm();
+    if (!self.ready.empty()) self.arm(is_waiting ? look_again_ms : 0);
 }
 
-void pager_t::arm() {
-    if (timer == 0) timer = fwx_host_timer_add(loop, 0, send_pages, this);
+void pager_t::arm(uint64_t delay_ms) {
+    if (timer == 0) timer = fwx_host_timer_add(loop, delay_ms, send_pages, this);
 }

@@ -1,6 +1,6 @@
 /* Answers that take more than one turn: session walks, and lists of many entries. Each finds and sends a page, and the
  * next when that one has gone out and the loop comes round. All together look at so many entries a turn, so that none
- * holds anybody up. */
+ * holds anybody up; and none goes on while its client is behind with reading. */
 #ifndef MODEL_PAGER_H
 #define MODEL_PAGER_H
 
@@ -41,7 +41,7 @@ public:
 
 private:
     void continue_later(uint64_t id);
-    void arm();
+    void arm(uint64_t delay_ms);
     static void send_pages(void *pager);
 
     fwx_host_loop_t *loop;

@@ -77,6 +77,10 @@ uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size)
     return peer->is_linked() ? peer->send(msg, size) : FWX_HOST_ERR_CHANNEL_DOWN;
 }
 
+uint64_t fwx_host_peer_waiting_bytes(const fwx_host_peer_t *peer) {
+    return peer->waiting_bytes();
+}
+
 void fwx_host_peer_drop(fwx_host_peer_t *peer) {
     if (!is_foreign(*peer)) peer->cut_off();
 }

@@ -27,6 +27,8 @@ struct fwx_host_peer : loop_task_t {
     virtual void take_one() = 0;
     virtual void after_run() {}
     virtual uint32_t send(const void *msg, size_t size) = 0;
+    /** Memory of messages that wait for the client to read. */
+    virtual uint64_t waiting_bytes() const { return 0; }
     /** A message was malformed; a peer in another process does not get away with any number of them. */
     virtual void malformed() {}
 

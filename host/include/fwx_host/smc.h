@@ -82,6 +82,9 @@ void fwx_host_server_pause(fwx_host_server_t *server, uint32_t paused);
  *  messages that take 64 MiB wait for a client in another process to read: its channel ends, as by fwx_host_peer_drop.
  */
 uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size);
+/** Bytes of memory that messages take which wait for a client in another process to read, of the 64 MiB that may; 0 for
+ *  one in this process. A server that has much to say looks here before it goes on. */
+uint64_t fwx_host_peer_waiting_bytes(const fwx_host_peer_t *peer);
 /** Ends one channel from the server's side; the client sees a channel error after the messages sent to it before (in
  *  another process: after those that were in its ring), and `disconnected` is called from the loop. */
 void fwx_host_peer_drop(fwx_host_peer_t *peer);

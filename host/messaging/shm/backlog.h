@@ -18,6 +18,7 @@ public:
 
     bool empty() const { return count_ == 0; }
     uint64_t count() const { return count_; }
+    uint64_t bytes() const { return bytes_; }
     /** Copies a message to the end. Only THERE takes it. */
     backlog_room_t push(const void *bytes, uint32_t size);
     struct message_t {

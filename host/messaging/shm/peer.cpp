@@ -30,6 +30,7 @@ public:
     void take_one() override;
     void after_run() override;
     uint32_t send(const void *msg, size_t size) override;
+    uint64_t waiting_bytes() const override { return unsent_.bytes(); }
     void malformed() override;
     void loop_gone() override { cut_off(); }
 
