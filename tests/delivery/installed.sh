@@ -8,6 +8,8 @@ files() { find /usr /etc -xdev | sort; }
 for deb in packages/*.deb; do
   packages+=("$(dpkg-deb --field "$deb" Package)")
 done
+others=$(for deb in packages/*.deb; do dpkg-deb --field "$deb" Depends; done | tr ',' '\n' | grep -v fwx-nat64 | paste -sd,)
+apt-get satisfy -y --no-install-recommends "$others" >apt.log 2>&1 || fail "$(cat apt.log)"
 
 files >before
 apt-get install -y --no-install-recommends ./packages/*.deb >apt.log 2>&1 || fail "$(cat apt.log)"
@@ -35,6 +37,7 @@ for example in nat64 mapt settings embedded; do
 done
 systemd-analyze --man=no verify natctl-serve@alpha.service
 ! command -v tshark >/dev/null || tshark -G plugins 2>/dev/null | grep -F fwx_nat64.lua >/dev/null || fail "no dissector"
+expect_owner python3-fwx-nat64 /usr/lib/python3/dist-packages/fwx_nat64/__init__.py
 
 # A server as the service runs it, and programs that were built against the packages.
 export FWX_HOST_DIR=/run/fwx
@@ -54,34 +57,40 @@ mkdir project
 cat >project/CMakeLists.txt <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(project LANGUAGES C CXX)
+set(CMAKE_CXX_STANDARD 20)
 find_package(fwx_nat64 1.0 REQUIRED)
 function(add_pal name source)
   add_executable(${name} ${EXAMPLES}/${source})
   target_link_libraries(${name} PRIVATE fwx_nat64::fwx_nat64 fwx_nat64::fwx_host)
 endfunction()
 add_pal(pal_c pal.c)
+add_pal(pal_cxx pal.cpp)
 END
 examples=/usr/share/doc/libfwx-nat64-dev/examples
-cc -std=c11 "${warnings[@]}" readme.c -o readme "${flags[@]}"
 cc -std=c11 "${warnings[@]}" $examples/pal.c -o pal_c "${flags[@]}"
+c++ -std=c++20 "${warnings[@]}" $examples/pal.cpp -o pal_cxx "${flags[@]}"
 cmake -S project -B project/build -DEXAMPLES=$examples >/dev/null
 cmake --build project/build >/dev/null
-"${as_fwx[@]}" ./readme alpha
+env --unset=FWX_HOST_DIR ./readme.sh README.md
 run_pal() {
   local said
   said=$("${as_fwx[@]}" "$@" alpha) || fail "$*: $said"
   echo "$*: $said"
 }
 run_pal ./pal_c
+run_pal ./pal_cxx
 run_pal project/build/pal_c
+run_pal project/build/pal_cxx
+run_pal python3 /usr/share/doc/python3-fwx-nat64/examples/pal.py
 kill $server
 wait $server
 
-# The user stays, and the packages that ours needed; nothing else.
+# The user stays, and what Python compiled of its own; nothing else.
 apt-get purge -y "${packages[@]}" >apt.log 2>&1 || fail "$(cat apt.log)"
 [[ $(comm -13 before installed | wc -l) -ge 30 ]] || fail "the installation is not seen"
 comm -13 before <(files) | while read -r file; do
-  [[ $file =~ ^/etc/((passwd|group|shadow|gshadow)-|\.pwd\.lock)$ ]] || dpkg --search "$file" >/dev/null 2>&1 || echo "$file"
+  [[ $file =~ ^/etc/((passwd|group|shadow|gshadow)-|\.pwd\.lock)$ ]] && continue
+  [[ $file == */__pycache__* && $file != *fwx_nat64* ]] || echo "$file"
 done >left
 [[ ! -s left ]] || fail "left behind: $(cat left)"
 [[ -z $(dpkg-query --show "${packages[@]}" 2>/dev/null) ]] || fail "packages stay registered"

@@ -34,6 +34,8 @@ expect_depends libfwx-nat64-1 'libc6 \(>= [^)]*\)'
 expect_depends libfwx-nat64-dev "libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools "libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools 'libedit2 \(>= [^)]*\)'
+expect_depends python3-fwx-nat64 "libfwx-nat64-1 \(>= $version\)"
+expect_depends python3-fwx-nat64 'python3-cffi-backend-[^,]*'
 for library in libfwx_{nat64,host,nat64_model}; do
   dpkg-deb --info "$(deb_of libfwx-nat64-1)" shlibs | grep "^$library 1 libfwx-nat64-1 (>= $version)\$" >/dev/null ||
     fail "other packages cannot depend on $library"
