@@ -33,7 +33,7 @@ task<> work(client &pal, const fwx::host::loop &loop, tally_t &tally) {
             co_await pal.may_send();
             done = co_await send(pal, number);
             if (done.code() != FWX_NAT64_ERR_AGAIN) break;
-            co_await fwx::host::sleep(loop, 50ms); /* no server had it */
+            co_await fwx::host::sleep(loop, 50ms); /* these do no harm if they are carried out twice */
         }
         const bool is_lost = done.error == client_errc::connection_lost || done.code() == FWX_NAT64_ERR_AGAIN;
         if (!done && !is_lost) tally.last_refusal = done.error;

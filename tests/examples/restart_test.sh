@@ -19,9 +19,9 @@ wait -n "$doomed_pid" "$pal" || status=$?
 "$natctl" serve alpha >/dev/null 2>&1 &
 wait "$pal"
 
-# A dying server may still let a client in, whose commands are lost too.
+# A dying server may still let a client in, whose commands are lost too, or sent again.
 cat "$XDG_RUNTIME_DIR/said"
 said='^10000 commands: ([0-9]+) ok, ([0-9]+) refused \(the server has no such entry\), ([0-9]+) lost, 0 unanswered; [1-9] reconnections$'
 [[ $(<"$XDG_RUNTIME_DIR/said") =~ $said ]]
 [[ $((BASH_REMATCH[1] + BASH_REMATCH[2] + BASH_REMATCH[3])) -eq 10000 ]]
-[[ ${BASH_REMATCH[1]} -ge 6000 && ${BASH_REMATCH[2]} -ge 1500 && ${BASH_REMATCH[3]} -ge 1 ]]
+[[ ${BASH_REMATCH[1]} -ge 6000 && ${BASH_REMATCH[2]} -ge 1500 ]]
