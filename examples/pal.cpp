@@ -10,10 +10,9 @@
 
 using namespace fwx::nat64;
 using namespace std::chrono_literals;
-
 constexpr uint32_t commands = 10000, window = 256;
 struct tally_t {
-    uint32_t sent = 0, ok = 0, refused = 0, lost = 0, reconnections = 0;
+    uint32_t sent = 0, ok = 0, refused = 0, lost = 0, unanswered = commands, reconnections = 0;
     std::error_code last_refusal;
 };
 
@@ -32,12 +31,13 @@ task<> work(client &pal, const fwx::host::loop &loop, tally_t &tally) {
         for (int tries = 200; tries > 0; --tries) {
             co_await pal.may_send();
             done = co_await send(pal, number);
-            if (done.code() != FWX_NAT64_ERR_AGAIN) break;
+            if (done.was_sent && done.code() != FWX_NAT64_ERR_AGAIN) break;
             co_await fwx::host::sleep(loop, 50ms); /* these do no harm if they are carried out twice */
         }
-        const bool is_lost = done.error == client_errc::connection_lost || done.code() == FWX_NAT64_ERR_AGAIN;
+        bool is_lost =
+            !done.was_sent || done.code() == FWX_NAT64_ERR_AGAIN || done.error == client_errc::connection_lost;
         if (!done && !is_lost) tally.last_refusal = done.error;
-        ++(done ? tally.ok : is_lost ? tally.lost : tally.refused);
+        ++(done ? tally.ok : is_lost ? tally.lost : tally.refused), --tally.unanswered;
     }
 }
 
@@ -53,10 +53,9 @@ int main(int argc, char **argv) try {
     for (uint32_t i = 0; i < window; ++i)
         workers.push_back(work(pal, loop, tally));
     loop.run(all(workers));
-    const uint32_t unanswered = commands - tally.ok - tally.refused - tally.lost;
     std::printf("%u commands: %u ok, %u refused (%s), %u lost, %u unanswered; %u reconnections\n", commands, tally.ok,
-                tally.refused, tally.last_refusal.message().c_str(), tally.lost, unanswered, tally.reconnections);
-    return unanswered == 0 ? 0 : 1;
+                tally.refused, tally.last_refusal.message().c_str(), tally.lost, tally.unanswered, tally.reconnections);
+    return tally.unanswered == 0 ? 0 : 1;
 } catch (const std::system_error &error) {
     return std::fprintf(stderr, "%s: %s\n", argv[1], error.code().message().c_str()), 2;
 }

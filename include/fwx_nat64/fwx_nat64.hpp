@@ -438,8 +438,8 @@ public:
     template <class ask_type, class page_type, class end_type>
     result query(ask_type ask, page_type on_page, end_type on_end, uint64_t cookie = 0) {
         auto end = [on = std::move(on_end)](std::error_code error) mutable { on(result{error}); };
-        return {detail::send_error(detail::list_walk<ask_type, page_type, decltype(end)>::start_in_slot(
-            binding_, std::move(ask), std::move(on_page), std::move(end), cookie, timeout_ms_))};
+        return detail::sent(detail::list_walk<ask_type, page_type, decltype(end)>::start_in_slot(
+            binding_, std::move(ask), std::move(on_page), std::move(end), cookie, timeout_ms_));
     }
     /** What a session walk gives to the C function as its callback, with the `pal_ctx` of a query. */
     static constexpr fwx_nat64_sess_walk_fn_t walk_callback = detail::binding::walked;

@@ -34,6 +34,7 @@ TEST_F(cxx_client_test_t, a_command_gives_the_servers_verdict_and_its_text) {
     const nat64::result invalid =
         run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(0)); }(*client));
     EXPECT_EQ(invalid.code(), FWX_NAT64_ERR_INVALID);
+    EXPECT_TRUE(refused.was_sent && !invalid.was_sent);
     EXPECT_EQ(client->outstanding(), 0u);
 }
 

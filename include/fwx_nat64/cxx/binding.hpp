@@ -83,6 +83,10 @@ struct room_waiter {
 inline std::error_code send_error(uint32_t code) noexcept {
     return code == 0 ? std::error_code() : nat64_error(code);
 }
+/** What came of sending. */
+inline result sent(uint32_t code) noexcept {
+    return {send_error(code), code == 0};
+}
 
 class binding {
 public:

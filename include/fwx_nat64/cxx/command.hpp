@@ -61,7 +61,7 @@ public:
     bool await_suspend(std::coroutine_handle<> waiting) noexcept {
         waiting_ = waiting;
         const uint32_t code = to_->start(send_, *this, 0, timeout_ms_, id_);
-        result_.error = detail::send_error(code);
+        static_cast<result &>(result_) = detail::sent(code);
         return code == 0;
     }
     result_type await_resume() const noexcept { return result_; }
@@ -139,7 +139,7 @@ private:
                 continue;
             }
             value_type value;
-            value.error = send_error(code);
+            static_cast<result &>(value) = sent(code);
             if (!take(index, value)) return false;
         }
         return true;
@@ -203,7 +203,7 @@ private:
     void send_one() noexcept {
         uint64_t id = 0;
         const uint32_t code = std::get<index>(commands_).start_for(*this, index, id);
-        std::get<index>(results_).error = send_error(code);
+        static_cast<result &>(std::get<index>(results_)) = sent(code);
         if (code == 0) ++outstanding_;
     }
     template <size_t... indices>
@@ -241,7 +241,7 @@ public:
         } else {
             to.set_deadline(id, timeout_ms);
         }
-        return {send_error(code)};
+        return sent(code);
     }
 
 private:

@@ -79,6 +79,7 @@ inline std::error_code nat64_error(uint32_t code) noexcept {
 /** The result of a command. */
 struct result {
     std::error_code error; /**< none: the server has done it */
+    bool was_sent = true;  /**< false: it was refused on this side, or there was no channel; the server knows nothing */
 
     explicit operator bool() const noexcept { return !error; }
     /** The code as the C interface gives it; 0 as well for an error of another category. */

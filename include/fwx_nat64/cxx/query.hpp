@@ -138,7 +138,7 @@ public:
     bool await_suspend(std::coroutine_handle<> waiting) {
         waiting_ = waiting;
         const uint32_t code = walk_.start();
-        value_.error = detail::send_error(code);
+        static_cast<result &>(value_) = detail::sent(code);
         return code == 0;
     }
     value_type await_resume() { return std::move(value_); }
@@ -189,7 +189,7 @@ public:
     bool await_suspend(std::coroutine_handle<> waiting) {
         waiting_ = waiting;
         const uint32_t code = walk_.start();
-        value_.error = detail::send_error(code);
+        static_cast<result &>(value_) = detail::sent(code);
         return code == 0;
     }
     record_result<record_type> await_resume() const { return value_; }
@@ -249,7 +249,7 @@ public:
         return awaiter{this};
     }
     /** Why the walk has ended; none: it is whole. */
-    result end() const noexcept { return {error_}; }
+    result end() const noexcept { return end_; }
 
 private:
     struct page_fn {
@@ -271,7 +271,7 @@ private:
             is_started_ = true;
             const uint32_t code = walk_.start();
             has_ended_ = code != 0;
-            error_ = detail::send_error(code);
+            end_ = detail::sent(code);
         }
         return has_ended_ || !kept_.empty();
     }
@@ -292,14 +292,14 @@ private:
         std::exchange(waiting_, nullptr).resume();
     }
     void ended(std::error_code error) {
-        error_ = error;
+        end_.error = error;
         has_ended_ = true;
         if (waiting_ != nullptr) std::exchange(waiting_, nullptr).resume();
     }
 
     bool is_started_ = false;
     bool has_ended_ = false;
-    std::error_code error_;
+    result end_;
     entries_t here_;               /* in the reply that is being delivered */
     std::vector<entry_type> kept_; /* came while nobody waited */
     std::vector<entry_type> read_; /* given to the coroutine */
