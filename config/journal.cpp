@@ -127,6 +127,10 @@ std::string journal_t::open(const read_fn_t &read) {
     return "";
 }
 
+std::string journal_t::look(const read_fn_t &read) {
+    return load(read);
+}
+
 /** Opens the file that was there, if groups can stand behind it. */
 bool journal_t::can_go_on() {
     if (bytes_ == 0 || dropped_lines_ != 0) return false;
@@ -138,7 +142,8 @@ std::string journal_t::lock() {
     const std::string name = path_ + ".lock";
     lock_fd_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     if (lock_fd_ >= 0 && flock(lock_fd_, LOCK_EX | LOCK_NB) == 0) return "";
-    return errno == EWOULDBLOCK ? path_ + ": another process has it" : failure(name);
+    is_taken_ = lock_fd_ >= 0 && errno == EWOULDBLOCK;
+    return is_taken_ ? path_ + ": another process has it" : failure(name);
 }
 
 std::string journal_t::load(const read_fn_t &read) {
@@ -183,7 +188,8 @@ std::string journal_t::take_groups(std::string_view text, const read_fn_t &read)
                " on are not those that were written";
     }
     dropped_lines_ = groups.count();
-    if (dropped_lines_ != 0) keep_damaged();
+    const bool is_ours = lock_fd_ >= 0;
+    if (is_ours && dropped_lines_ != 0) keep_damaged();
     return "";
 }
 

@@ -45,6 +45,11 @@ public:
      *         write.
      */
     std::string open(const read_fn_t &read);
+    /** Hands the lines over as open does, and leaves everything else alone: another process may have the journal and
+     * write to it, and what it has not committed is left out. Instead of open. */
+    std::string look(const read_fn_t &read);
+    /** Whether open failed because another process has the journal. */
+    bool is_taken() const { return is_taken_; }
     /** Lines at the end that are no whole group, which open left out: most likely nobody was told that they were
      * committed. If there are any, the file as it was is kept as FILE.damaged. */
     uint64_t dropped_lines() const { return dropped_lines_; }
@@ -89,6 +94,7 @@ private:
     std::string warning_;
     std::string last_error_; /* of a snapshot, while the file is torn */
     std::chrono::steady_clock::time_point retry_at_{};
+    bool is_taken_ = false;
     bool is_torn_ = false; /* what stands behind the last committed group is unknown: only a snapshot helps */
 };
 

@@ -19,7 +19,7 @@
 #include "records/value.h"
 #include "records/words.h"
 #include "tests/support/platform_watch.h"
-#include "tools/natctl/rule_book.h"
+#include "tools/pal/rule_book.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "tools/natctl/connection.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
-#include "tools/natctl/rule_book.h"
+#include "tools/pal/rule_book.h"
 #include "wire/messages.h"
 
 namespace nat64 = fwx::nat64;

@@ -1,6 +1,5 @@
 /* How natctl's binding gives records to the library, and makes the library's rule table say what the server says. */
 #include "fwx_nat64/fwx_nat64.h"
-#include "model/model.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
 
@@ -61,23 +60,19 @@ void pal_t::rule_answered(call_id_t id, const nat64::rule_result &got) {
 
 /** The server's verdict, and the table made to agree with it. Without a reply the server never got the command. */
 uint32_t pal_t::judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by) {
-    const bool is_done = got.has_verdict && (got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED);
     if (call.default_rule) {
-        if (is_done) rules_.done(*call.default_rule);
+        rules_.answered(*call.default_rule, got);
         return got.code();
     }
     const rule_change_t &change = *call.rule;
     const auto under_way = rules_under_way_.find(name_of(change.rule));
     const bool is_its_own = under_way != rules_under_way_.end() && under_way->second == call.id;
     if (is_its_own) rules_under_way_.erase(under_way);
-    if (is_done) {
-        const uint32_t code = rules_.done(change, static_cast<uint32_t>(got.table.value()), got.bmr_index);
-        if (got) by = "library, though the server has done it";
-        return got ? code : got.code();
-    }
-    const bool is_gone = change.op == FWX_NAT64_OP_DEL && got.code() == FWX_NAT64_MODEL_ERR_NO_ENTRY;
-    if (!is_gone) note_repair(call, rules_.failed(change));
-    return got.code();
+    const rule_verdict_t verdict = rules_.answered(change, got);
+    if (!verdict.is_done) note_repair(call, verdict.table_code);
+    if (!got) return got.code();
+    by = "library, though the server has done it";
+    return verdict.table_code;
 }
 
 void pal_t::note_repair(const call_t &call, uint32_t code) {

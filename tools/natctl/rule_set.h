@@ -9,7 +9,7 @@
 
 #include "records/reader.h"
 #include "records/words.h"
-#include "tools/natctl/rule_book.h"
+#include "tools/pal/rule_book.h"
 
 class rule_set_t {
 public:

@@ -1,6 +1,7 @@
-#include "tools/natctl/rule_book.h"
+#include "tools/pal/rule_book.h"
 
 #include "fwx_nat64/result.h"
+#include "fwx_nat64/server_result.h"
 #include "fwx_nat64/wire.h"
 
 namespace {
@@ -17,7 +18,22 @@ uint32_t first_of(uint32_t code, uint32_t next) {
     return code != 0 ? code : next;
 }
 
+bool is_done(const fwx::nat64::rule_result &got) {
+    return got.has_verdict && (got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED);
+}
+
 }  // namespace
+
+rule_verdict_t rule_book_t::answered(const rule_change_t &change, const fwx::nat64::rule_result &got) {
+    if (is_done(got)) return {true, done(change, static_cast<uint32_t>(got.table.value()), got.bmr_index)};
+    const bool is_gone = change.op == FWX_NAT64_OP_DEL && got.code() == FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    return {false, is_gone ? 0 : failed(change)};
+}
+
+rule_verdict_t rule_book_t::answered(const default_change_t &change, const fwx::nat64::rule_result &got) {
+    if (is_done(got)) done(change);
+    return {is_done(got), 0};
+}
 
 rule_book_t::prefix_t rule_book_t::v4_of(const fwx_nat64_mapt_bmr_t &rule) {
     return {4, rule.v4_prefix_len, leading_bits(rule.v4_prefix, sizeof rule.v4_prefix, rule.v4_prefix_len)};

@@ -1,10 +1,10 @@
 /*
- * What natctl has in the library's table of MAP-T rules. The library installs a rule whatever the server says and
+ * What a PAL has in the library's table of MAP-T rules. The library installs a rule whatever the server says and
  * deletes the leaf of a prefix with any of the rules that share it; the book takes back what the server did not do and
  * puts back the leaves of those that stay. Default rules are in no table; the book has those that the server has.
  */
-#ifndef TOOLS_NATCTL_RULE_BOOK_H
-#define TOOLS_NATCTL_RULE_BOOK_H
+#ifndef TOOLS_PAL_RULE_BOOK_H
+#define TOOLS_PAL_RULE_BOOK_H
 
 #include <cstdint>
 #include <map>
@@ -13,6 +13,7 @@
 #include <tuple>
 #include <utility>
 
+#include "fwx_nat64/cxx/error.hpp"
 #include "fwx_nat64/mapt.h"
 
 /** Rule ID and Domain ID. */
@@ -33,9 +34,19 @@ struct default_change_t {
     fwx_nat64_mapt_dmr_t rule;
 };
 
+/** What an answer says of a change of a rule. */
+struct rule_verdict_t {
+    bool is_done;        /* the server has done it, even if it could not save that it has */
+    uint32_t table_code; /* 0, or why the table could not be made to agree with the server */
+};
+
 /** Results are 0 or the rule table's code: what could not be put right. */
 class rule_book_t {
 public:
+    /** The server has answered, or never got the command. */
+    rule_verdict_t answered(const rule_change_t &change, const fwx::nat64::rule_result &got);
+    rule_verdict_t answered(const default_change_t &change, const fwx::nat64::rule_result &got);
+
     /** An add is about to be given to the library; false when the rule is pending already, and stays as it is. */
     bool adding(const rule_change_t &change);
     /** A delete has been given to the library. */

@@ -1,0 +1,545 @@
+#include "tools/pal/running.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "config/notation.h"
+#include "records/value.h"
+
+namespace {
+
+constexpr const char *format = "nat64 running configuration 1";
+constexpr char mark = '@'; /* begins lines that are no commands */
+constexpr size_t least_settle = 1U << 16;
+constexpr std::chrono::milliseconds lock_poll{10};
+
+std::string text_of(const char *name) {
+    const char *value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+std::string home() {
+    const std::string home = text_of("HOME");
+    if (!home.empty()) return home;
+    const passwd *entry = getpwuid(geteuid());
+    return entry == nullptr ? "" : entry->pw_dir;
+}
+
+/** One word. */
+std::string user() {
+    for (const char *name : {"SUDO_USER", "USER", "LOGNAME"}) {
+        const std::string user = text_of(name);
+        if (!user.empty() && user.find_first_of(" \t\r\n") == std::string::npos) return user;
+    }
+    return "uid:" + std::to_string(getuid());
+}
+
+std::string one_line(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return text;
+}
+
+std::string_view take_word(std::string_view &text) {
+    const size_t length = std::min(text.find(' '), text.size());
+    const std::string_view word = text.substr(0, length);
+    text.remove_prefix(std::min(length + 1, text.size()));
+    return word;
+}
+
+bool take_number(std::string_view &text, uint64_t &number) {
+    return parse_number(take_word(text), number);
+}
+
+std::string version_mark_of(const char *word, const version_t &version) {
+    return mark + std::string(word) + " " + std::to_string(version.number) + " " + std::to_string(version.time) + " " +
+           std::to_string(version.commands) + " " + version.who + " " + version.what;
+}
+
+/** A plan's commands as lines, each with a line feed. */
+std::string lines_of(const plan_t &plan) {
+    std::string lines;
+    for (size_t i = 0; i < plan.size(); ++i) {
+        const plan_command_t command = plan.command(i);
+        lines.append(command_line(*command.family, command.op, command.record.bytes)).append("\n");
+    }
+    return lines;
+}
+
+template <typename use_t>
+void for_each_line(std::string_view lines, use_t use) {
+    while (!lines.empty()) {
+        const size_t length = std::min(lines.find('\n'), lines.size());
+        use(lines.substr(0, length));
+        lines.remove_prefix(std::min(length + 1, lines.size()));
+    }
+}
+
+/** Commands that add an item of a document. */
+template <typename use_t>
+void for_each_command_of(const config_item_t &item, use_t use) {
+    const bool has_record = item.is_in_doubt || has_own_value(item);
+    if (has_record) use(command_line(*item.family, FWX_NAT64_OP_ADD, item.record));
+    if (!item.is_nvi) return;
+    use(command_line(*nvi_family_of(*item.family), FWX_NAT64_OP_ADD, nvi_record_of(item).bytes));
+}
+
+void write_doubts(const document_t &document, const journal_t::write_fn_t &write) {
+    for (size_t i = 0; i < document.size(); ++i) {
+        const config_item_t item = document.item(i);
+        if (!item.is_in_doubt) continue;
+        for_each_command_of(item, [&](const std::string &line) { write(mark + ("doubt " + line)); });
+    }
+}
+
+std::string failure(const std::string &path) {
+    return path + ": " + std::strerror(errno);
+}
+
+/** Writes a file that is there as a whole or not at all, and synced. */
+std::string write_file(const std::string &path, const std::string &text) {
+    const std::string name = path + ".new";
+    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return failure(name);
+    std::string_view rest = text;
+    ssize_t now = 0;
+    while (!rest.empty()) {
+        now = write(fd, rest.data(), rest.size());
+        if (now < 0 && errno == EINTR) continue;
+        if (now < 0) break;
+        rest.remove_prefix(static_cast<size_t>(now));
+    }
+    const bool is_written = rest.empty() && fsync(fd) == 0 && rename(name.c_str(), path.c_str()) == 0;
+    std::string error = is_written ? "" : failure(name);
+    close(fd);
+    if (!is_written) unlink(name.c_str());
+    return error;
+}
+
+}  // namespace
+
+std::string running_t::directory_of(const std::string &server) {
+    const std::string of_service = text_of("STATE_DIRECTORY");
+    if (!of_service.empty()) return of_service + "/" + server;
+    const std::string state = text_of("XDG_STATE_HOME");
+    const bool is_usable = !state.empty() && state.front() == '/';
+    return (is_usable ? state : home() + "/.local/state") + "/natctl/" + server;
+}
+
+running_t::running_t(std::string directory, std::string program)
+    : directory_(std::move(directory)), program_(std::move(program)) {}
+
+running_t::~running_t() = default;
+
+/* --- Opening --- */
+
+std::string running_t::make_directory() const {
+    std::error_code error;
+    const std::filesystem::path versions = directory_ + "/versions";
+    std::filesystem::path made;
+    for (const std::filesystem::path &part : versions) {
+        made /= part;
+        const bool is_there = std::filesystem::is_directory(made, error);
+        if (!is_there && mkdir(made.c_str(), 0700) != 0 && errno != EEXIST) return failure(made);
+    }
+    return "";
+}
+
+std::unique_ptr<journal_t> running_t::make_journal() {
+    return std::make_unique<journal_t>(directory_ + "/journal", format,
+                                       [this](const journal_t::write_fn_t &write) { write_snapshot(write); });
+}
+
+journal_t::read_fn_t running_t::reader() {
+    return [this](std::string_view line) { return read_line(line); };
+}
+
+std::string running_t::open(std::chrono::milliseconds patience) {
+    if (directory_.empty()) return "";
+    std::string error = make_directory();
+    if (error.empty()) error = take_lock(patience);
+    if (!error.empty()) {
+        journal_.reset();
+        return error;
+    }
+    write_holder();
+    if (journal_->dropped_lines() != 0) {
+        notes_.push_back(directory_ + ": the last " + std::to_string(journal_->dropped_lines()) +
+                         " lines of the journal are no whole group and left out; see journal.damaged");
+    }
+    return end_interrupted();
+}
+
+std::string running_t::take_lock(std::chrono::milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        journal_ = make_journal();
+        std::string error = journal_->open(reader());
+        if (!journal_->is_taken()) return error;
+        const std::string who = holder();
+        const bool may_end_soon = who.rfind("natctl ", 0) == 0;
+        if (!may_end_soon || std::chrono::steady_clock::now() >= end) {
+            return directory_ + ": " + (who.empty() ? "another process" : who) + " has the running configuration";
+        }
+        std::this_thread::sleep_for(lock_poll);
+    }
+}
+
+std::string running_t::look() {
+    if (directory_.empty()) return "";
+    std::string error = make_journal()->look(reader());
+    return error.empty() ? end_interrupted() : error;
+}
+
+/** `natctl (process 1234)`. */
+std::string running_t::holder() const {
+    std::ifstream file(directory_ + "/journal.lock");
+    std::string text;
+    std::getline(file, text);
+    return text;
+}
+
+void running_t::write_holder() const {
+    std::ofstream(directory_ + "/journal.lock") << program_ << " (process " << getpid() << ")\n";
+}
+
+/* --- Reading --- */
+
+std::string running_t::read_line(std::string_view line) {
+    if (line.empty() || line.front() != mark) {
+        if (has_begun_) {
+            planned_.erase(std::string(line));
+            ++change_.commands;
+        }
+        ++changes_;
+        const std::string error = read_command(line);
+        if (error.empty()) document_.carry_out(reader_.family(), reader_.verb().op, reader_.record().bytes);
+        return error;
+    }
+    std::string_view rest = line.substr(1);
+    const std::string_view word = take_word(rest);
+    return read_mark(word, rest);
+}
+
+std::string running_t::read_command(std::string_view line) {
+    if (words_.split(line) != 0) return "a quote without its end";
+    switch (reader_.read(words_.words())) {
+        case record_reader_t::result_t::record:
+            return "";
+        case record_reader_t::result_t::refused:
+            return reader_.command() + ": " + reader_.error();
+        case record_reader_t::result_t::other:
+            break;
+    }
+    return "no command that configures";
+}
+
+std::string running_t::read_version(std::string_view text, version_t &version) const {
+    uint64_t number = 0;
+    uint64_t time = 0;
+    uint64_t commands = 0;
+    const bool is_read = take_number(text, number) && number <= UINT32_MAX && take_number(text, time) &&
+                         time <= INT64_MAX && take_number(text, commands);
+    if (!is_read) return "no version, time and count of commands";
+    version = {static_cast<uint32_t>(number), static_cast<int64_t>(time), commands, {}, {}};
+    version.who = take_word(text);
+    version.what = text;
+    return "";
+}
+
+std::string running_t::read_mark(std::string_view word, std::string_view rest) {
+    if (word == "doubt") {
+        const std::string error = read_command(rest);
+        if (error.empty()) document_.doubt(reader_.family(), reader_.record().bytes);
+        return error;
+    }
+    if (word == "plan") {
+        planned_all_.emplace_back(rest);
+        planned_.emplace(rest);
+        return read_command(rest);
+    }
+    if (word == "undo") {
+        is_undoing_ = true;
+        return "";
+    }
+    if (word == "restarted") {
+        rest == "nothing" ? void(document_ = {}) : doubt_all();
+        return "";
+    }
+    if (word == "change") {
+        document_.settle();
+        base_ = document_;
+        has_begun_ = true;
+        return read_version(rest, change_);
+    }
+    if (word == "end") {
+        document_.settle();
+        base_ = document_;
+        has_begun_ = is_undoing_ = false;
+        planned_.clear();
+        planned_all_.clear();
+        return "";
+    }
+    if (word == "version") {
+        versions_.emplace_back();
+        return read_version(rest, versions_.back());
+    }
+    uint64_t first = 0;
+    uint64_t second = 0;
+    if (!take_number(rest, first) || !take_number(rest, second)) return "not known here";
+    if (word == "boot") {
+        boot_id_ = first;
+        changes_ = second;
+        return "";
+    }
+    if (word != "unconfirmed") return "not known here";
+    unconfirmed_ = {static_cast<uint32_t>(first), static_cast<int64_t>(second)};
+    return "";
+}
+
+/** Makes a version of a change that was begun and never ended. */
+std::string running_t::end_interrupted() {
+    document_.settle();
+    if (!has_begun_) {
+        base_ = document_;
+        return "";
+    }
+    size_t doubtful = 0;
+    for (const std::string &line : planned_all_) {
+        const bool is_known = !is_undoing_ && planned_.count(line) == 0;
+        if (is_known || !read_command(line).empty()) continue;
+        doubt(reader_.family(), reader_.verb().op, reader_.record().bytes);
+        ++doubtful;
+    }
+    planned_.clear();
+    planned_all_.clear();
+    if (!journal_) {
+        document_.settle();
+        base_ = document_;
+        has_begun_ = is_undoing_ = false;
+        return "";
+    }
+    change_.what += " (interrupted)";
+    notes_.push_back(change_.what + " of " + change_.who + ": " + std::to_string(change_.commands) +
+                     " commands were carried out, and " + std::to_string(doubtful) + " are in doubt");
+    return end();
+}
+
+/* --- Writing --- */
+
+void running_t::append(const std::string &line) {
+    if (journal_) journal_->append(line);
+}
+
+void running_t::write_snapshot(const journal_t::write_fn_t &write) {
+    document_.settle();
+    const bool has_base = has_begun_;
+    const document_t &base = has_base ? base_ : document_;
+    for (const version_t &version : versions_) {
+        write(version_mark_of("version", version));
+    }
+    for (size_t i = 0; i < base.size(); ++i) {
+        if (!base.item(i).is_in_doubt) for_each_command_of(base.item(i), write);
+    }
+    write_doubts(base, write);
+    if (has_base) write_change(write);
+    write(mark + ("boot " + std::to_string(boot_id_)) + " " + std::to_string(changes_));
+    if (unconfirmed_.number == 0) return;
+    write(mark + ("unconfirmed " + std::to_string(unconfirmed_.number)) + " " + std::to_string(unconfirmed_.until));
+}
+
+/** The change under way, as far as it has come. */
+void running_t::write_change(const journal_t::write_fn_t &write) {
+    version_t change = change_;
+    const std::string lines = lines_of(plan_t(base_, document_));
+    const auto count = static_cast<size_t>(std::count(lines.begin(), lines.end(), '\n'));
+    change.commands -= std::min(change.commands, count); /* reading counts these */
+    write(version_mark_of("change", change));
+    for_each_line(lines, write);
+    write_doubts(document_, write);
+    for (const std::string &line : planned_all_) {
+        if (is_undoing_ || planned_.count(line) != 0) write(mark + ("plan " + line));
+    }
+    for (size_t i = 0; plan_ != nullptr && i < plan_->size(); ++i) {
+        const plan_command_t command = plan_->command(i);
+        const std::string line = command_line(*command.family, command.op, command.record.bytes);
+        if (is_undoing_ || done_.count(std::hash<std::string>()(line)) == 0) write(mark + ("plan " + line));
+    }
+    if (is_undoing_) write(mark + std::string("undo"));
+}
+
+const document_t &running_t::document() {
+    document_.settle();
+    return document_;
+}
+
+size_t running_t::doubtful() {
+    size_t count = 0;
+    for (size_t i = 0; i < document().size(); ++i) {
+        count += document_.item(i).is_in_doubt ? 1 : 0;
+    }
+    return count;
+}
+
+step_t running_t::compare(const fwx_nat64_stats_boot_t &server) const {
+    const bool is_known = server.boot_id != 0 && boot_id_ != 0;
+    if (!is_known) return step_t::unknown;
+    if (server.boot_id != boot_id_) return step_t::restarted;
+    return server.changes == changes_ ? step_t::in_step : step_t::changed;
+}
+
+void running_t::in_step_with(const fwx_nat64_stats_boot_t &server) {
+    boot_id_ = server.boot_id;
+    changes_ = server.changes;
+    append(mark + ("boot " + std::to_string(boot_id_)) + " " + std::to_string(changes_));
+}
+
+void running_t::doubt_all() {
+    document_.settle();
+    const document_t before = document_;
+    for (size_t i = 0; i < before.size(); ++i) {
+        const config_item_t item = before.item(i);
+        document_.doubt(*item.family, item.record);
+    }
+    document_.settle();
+}
+
+void running_t::restarted(bool holds_nothing) {
+    if (holds_nothing) {
+        document_ = {};
+    } else {
+        doubt_all();
+    }
+    append(mark + std::string(holds_nothing ? "restarted nothing" : "restarted doubt"));
+}
+
+void running_t::begin(const std::string &what) {
+    document_.settle();
+    settle_at_ = 2 * document_.size() + least_settle;
+    base_ = document_;
+    has_begun_ = true;
+    const uint32_t last = versions_.empty() ? 0 : versions_.back().number;
+    change_ = {last + 1, std::time(nullptr), 0, user(), one_line(what)};
+    append(version_mark_of("change", change_));
+}
+
+std::string running_t::enter_plan(const plan_t &plan) {
+    if (!journal_) return "";
+    plan_ = &plan;
+    done_.clear();
+    for (size_t i = 0; i < plan.size(); ++i) {
+        const plan_command_t command = plan.command(i);
+        append(mark + ("plan " + command_line(*command.family, command.op, command.record.bytes)));
+    }
+    return commit();
+}
+
+void running_t::undo_begins() {
+    is_undoing_ = true;
+    append(mark + std::string("undo"));
+}
+
+void running_t::carried_out(const record_family_t &family, uint32_t op, const void *record) {
+    document_.carry_out(family, op, record);
+    ++change_.commands;
+    ++changes_;
+    if (journal_) {
+        const std::string line = command_line(family, op, record);
+        append(line);
+        if (plan_ != nullptr) done_.insert(std::hash<std::string>()(line));
+    }
+    if (document_.size() < settle_at_) return;
+    document_.settle();
+    settle_at_ = 2 * document_.size() + least_settle;
+}
+
+void running_t::doubt(const record_family_t &family, uint32_t op, const void *record) {
+    document_.doubt(family, record);
+    append(mark + ("doubt " + command_line(family, op, record)));
+}
+
+std::string running_t::commit() {
+    return journal_ ? journal_->commit() : "";
+}
+
+std::string running_t::end() {
+    if (!has_begun_) return commit();
+    document_.settle();
+    const std::string lines = lines_of(plan_t(document_, base_));
+    const bool is_version = change_.commands != 0 || !lines.empty();
+    std::string error = is_version ? keep_way_back(lines) : "";
+    has_begun_ = is_undoing_ = false;
+    plan_ = nullptr;
+    done_.clear();
+    append(mark + std::string("end"));
+    base_ = document_;
+    if (is_version) {
+        versions_.push_back(change_);
+        append(version_mark_of("version", change_));
+        while (versions_.size() > kept_versions) {
+            if (journal_) unlink(version_path(versions_.front().number).c_str());
+            if (!ways_back_.empty()) ways_back_.erase(ways_back_.begin());
+            versions_.erase(versions_.begin());
+        }
+    }
+    const std::string not_kept = commit();
+    return error.empty() ? not_kept : error;
+}
+
+void running_t::set_unconfirmed(const unconfirmed_t &unconfirmed) {
+    unconfirmed_ = unconfirmed;
+    append(mark + ("unconfirmed " + std::to_string(unconfirmed.number)) + " " + std::to_string(unconfirmed.until));
+}
+
+/* --- Versions --- */
+
+std::string running_t::keep_way_back(const std::string &lines) {
+    if (journal_) return write_file(version_path(change_.number), lines);
+    ways_back_.push_back(lines);
+    return "";
+}
+
+std::string running_t::way_back(size_t index, std::string &lines) const {
+    if (directory_.empty()) {
+        lines = ways_back_[index];
+        return "";
+    }
+    const std::string path = version_path(versions_[index].number);
+    std::ifstream file(path);
+    if (!file.is_open()) return failure(path);
+    lines.assign(std::istreambuf_iterator<char>(file), {});
+    return file.bad() ? failure(path) : "";
+}
+
+std::string running_t::older(uint32_t number, document_t &out) {
+    const uint32_t last = versions_.empty() ? 0 : versions_.back().number;
+    const uint32_t oldest = versions_.empty() ? 0 : versions_.front().number - 1;
+    if (number < oldest || number > last) {
+        return "version " + std::to_string(number) + ": must be " + std::to_string(oldest) + " to " +
+               std::to_string(last);
+    }
+    out = document();
+    for (size_t i = versions_.size(); i-- != 0 && versions_[i].number > number;) {
+        std::string lines;
+        std::string error = way_back(i, lines);
+        for_each_line(lines, [&](std::string_view line) {
+            if (error.empty()) error = read_command(line);
+            if (error.empty()) out.carry_out(reader_.family(), reader_.verb().op, reader_.record().bytes);
+        });
+        if (!error.empty()) return error;
+        out.settle();
+    }
+    return "";
+}
