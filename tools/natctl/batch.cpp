@@ -32,6 +32,7 @@ public:
     status_t end() {
         if (!joiner_.rest().empty()) take(joiner_.rest());
         finish_down_to(0);
+        end_change();
         const bool is_interrupted = was_interrupted();
         if (is_interrupted && first_failure_ == status_t::ok) first_failure_ = status_t::usage;
         bool has_failed = first_failure_ != status_t::ok && !is_shell_;
@@ -65,12 +66,19 @@ private:
         }
         if (is_shell_) {
             finish_down_to(0);
+            end_change();
             output_.flush();
         } else if (started_.size() >= options_.pipeline) {
             finish_down_to(options_.pipeline / 2); /* many at a time: one by one, each would wake both processes */
         }
     }
 
+    void end_change() {
+        const std::string error = pal_.end_change();
+        if (error.empty()) return;
+        output_.note("natctl: " + error);
+        if (first_failure_ == status_t::ok) first_failure_ = status_t::usage;
+    }
     bool was_interrupted() const { return interrupt_.has_value() && interrupt_->is_raised(); }
     bool is_stopped() const {
         const bool ends_at_failure = first_failure_ != status_t::ok && !options_.keep_going && !is_shell_;

@@ -190,19 +190,27 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
         if (const std::optional<outcome_t> outcome = pal.without_server(line.command)) return output.report(*outcome);
     }
     if (line.is_watch()) return output.report(watch(pal, output));
-    outcome_t bound = pal.bind();
+    const bool needs_server = line.has_many() || line.is_watch() || line.command.needs_server;
+    const outcome_t bound = needs_server ? pal.bind() : outcome_t{};
     if (bound.status != status_t::ok) return output.report(bound);
     bool streams_rows = line.options.format != format_t::json && line.options.pipeline == 1;
     auto stream = [&output](const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count) {
         output.stream_entries(of, reply, entries, count);
     };
     if (streams_rows) pal.stream_rows(stream);
+    if (line.is_batch()) pal.name_changes("batch " + line.file);
     if (line.is_batch()) return run_file(line, input, pal, output);
     if (line.is_shell()) {
         line_parser_t parser;
         return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
     }
-    return output.report(pal.finish(pal.start(line.command, 0)));
+    const outcome_t outcome = pal.finish(pal.start(line.command, 0));
+    const status_t status = output.report(outcome);
+    const std::string error = pal.end_change();
+    if (!error.empty()) output.note("natctl: " + error);
+    if (status != status_t::ok) return status;
+    if (!error.empty()) return status_t::usage;
+    return outcome.differs ? status_t::refused : status_t::ok;
 }
 
 status_t run_uncaptured(const command_line_t &line, std::istream &input, output_t &output) {

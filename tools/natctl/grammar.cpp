@@ -76,6 +76,7 @@ grammar_t::grammar_t(CLI::App &root) : root_(root), group_(&root) {
     add_nat64_commands(*this);
     add_classifier_commands(*this);
     add_server_commands(*this);
+    add_config_commands(*this);
 }
 
 CLI::App &grammar_t::add_group(CLI::App &parent, const std::string &name, const std::string &summary) {
@@ -104,6 +105,16 @@ CLI::App &grammar_t::immediate(const std::string &verb, const std::string &summa
         call.awaited = false;
         return start(call);
     });
+}
+
+CLI::App &grammar_t::local(const std::string &verb, const std::string &summary, start_fn_t start) {
+    CLI::App &app = *group_->add_subcommand(verb, summary);
+    start_fn_t at_once = [start = std::move(start)](call_t &call) {
+        call.awaited = false;
+        return start(call);
+    };
+    app.callback([this, at_once = std::move(at_once)] { parsed_ = {path_of(root_), at_once, false, false}; });
+    return app;
 }
 
 CLI::App &grammar_t::embedded(const std::string &verb, const std::string &summary,

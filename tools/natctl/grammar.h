@@ -31,6 +31,8 @@ public:
     CLI::App &command(const std::string &verb, const std::string &summary, start_fn_t start);
     /** Enters a verb whose action has its result, and its data if any, at once. */
     CLI::App &immediate(const std::string &verb, const std::string &summary, start_fn_t start);
+    /** As immediate, for what asks no server. */
+    CLI::App &local(const std::string &verb, const std::string &summary, start_fn_t start);
     /** As immediate, for what only the embedded server can do. */
     CLI::App &embedded(const std::string &verb, const std::string &summary,
                        std::function<uint32_t(call_t &call, fwx_nat64_model_t &model)> act);
@@ -73,6 +75,7 @@ void add_explain_command(grammar_t &grammar);
 void add_nat64_commands(grammar_t &grammar);
 void add_classifier_commands(grammar_t &grammar);
 void add_server_commands(grammar_t &grammar);
+void add_config_commands(grammar_t &grammar);
 
 /** A command line that is none: what is wrong, and with which command. */
 struct usage_error_t {

@@ -123,6 +123,11 @@ void output_t::print_json(const json_t &object) {
 
 void output_t::print_text(const outcome_t &outcome) {
     if (outcome.status != status_t::ok) return;
+    if (!outcome.text.empty()) {
+        print_heading(outcome);
+        answers_ << outcome.text;
+        if (outcome.note.empty()) return;
+    }
     bool has_streamed = !widths_.empty();
     bool has_answer = (!outcome.data.is_null() && outcome.note.empty()) || !outcome.messages.is_null();
     if (!has_answer && !has_streamed && !is_quiet_) {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "config/plan.h"
 #include "fwx_host/adapter.hpp"
 #include "model/model.h"
 #include "records/family.h"
@@ -18,6 +19,7 @@
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
 #include "tools/pal/rule_book.h"
+#include "tools/pal/running.h"
 #include "wire/messages.h"
 
 namespace nat64 = fwx::nat64;
@@ -45,6 +47,7 @@ struct call_t {
     std::optional<list_t> list = std::nullopt;
     std::optional<rule_change_t> rule = std::nullopt;
     std::optional<default_change_t> default_rule = std::nullopt;
+    std::optional<plan_command_t> change = std::nullopt; /* of the configuration, until its verdict is kept */
 };
 
 /** Starts a command; returns the library's result. */
@@ -55,6 +58,7 @@ struct command_t {
     std::string name; /* `timeout set` */
     start_fn_t start;
     bool is_embedded_only = false; /* acts on the server model in this process, and sends nothing */
+    bool needs_server = true;
 };
 
 class pal_t {
@@ -111,6 +115,38 @@ public:
     /** Counts the entries that `ask` asks for, as `matched`, and then starts the command `then`. */
     uint32_t begin_count(call_t &call, uint16_t msgno, ask_fn_t ask, decltype(list_t::then) then);
     const rule_book_t &rules() const { return rules_; }
+    rule_book_t &rules() { return rules_; }
+
+    /* The running document of the server (pal_running.cpp). Errors are texts; empty: there is none. */
+
+    /** What changes that single commands make are called; without it by the first of them. */
+    void name_changes(const std::string &what) { change_name_ = what; }
+    /** Takes the running document, with its lock, until end_change. */
+    std::string open_running();
+    /** Of a server in another process, after open_running; of the embedded one always. */
+    running_t &running();
+    /** A running document that changes nothing: read without a lock, or the one that is open. */
+    std::string look_at_running(std::optional<running_t> &place, running_t *&running);
+    /** Makes a version of what commands have changed, and lets others have the running document. */
+    std::string end_change();
+    /** What the server says of itself; zeros if it says nothing. */
+    fwx_nat64_stats_boot_t server_boot();
+    bool server_holds_nothing();
+    /** Waits for the verdicts of all commands that were started. */
+    void settle_all();
+    /** Runs a task of the binding to its end. What it awaits has the deadline of all commands. */
+    template <typename value_t>
+    value_t run(nat64::task<value_t> task) {
+        client_->deadline_set(std::chrono::milliseconds(options_.timeout_ms));
+        task.start();
+        while (!task.done()) {
+            fwx_host_loop_run_once(loop_.get(), -1);
+        }
+        client_->deadline_set({});
+        return task.get();
+    }
+    nat64::client &client() { return *client_; }
+    const options_t &options() const { return options_; }
     /** Hands the rows of walks to `rows` as they arrive, instead of collecting them. */
     void stream_rows(rows_fn_t rows) { rows_ = std::move(rows); }
 
@@ -134,6 +170,17 @@ private:
     void rule_answered(call_id_t id, const nat64::rule_result &got);
     /** What is wrong with a rule, and who says so. */
     uint32_t judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by);
+    /** The same, without a trace. */
+    template <typename value_t>
+    value_t run_internal(nat64::task<value_t> task) {
+        is_internal_ = true;
+        value_t value = run(std::move(task));
+        is_internal_ = false;
+        return value;
+    }
+    std::string begin_change(const call_t &call);
+    void keep_verdict(call_t &call, const nat64::result &got);
+    void keep_doubt(call_t &call);
     void note_repair(const call_t &call, uint32_t code);
     nat64::list_step paged(call_id_t id, const nat64::page &page);
     void take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count);
@@ -154,6 +201,9 @@ private:
     call_t *starting_ = nullptr; /* whose messages go out now */
     std::map<rule_name_t, call_id_t> rules_under_way_;
     rule_book_t rules_;
+    std::optional<running_t> running_;
+    std::string change_name_;
+    bool is_internal_ = false; /* what goes over the channel is nothing that the user asked for */
 };
 
 #endif

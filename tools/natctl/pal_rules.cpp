@@ -1,4 +1,6 @@
 /* How natctl's binding gives records to the library, and makes the library's rule table say what the server says. */
+#include <cstring>
+
 #include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
@@ -17,6 +19,16 @@ std::string interface_note(const fwx_nat64_intf_info_t &interface) {
 uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, const void *record) {
     if (family.word == "interface") {
         call.outcome.note = interface_note(*static_cast<const fwx_nat64_intf_info_t *>(record));
+    }
+    if (!options_.dry_run) {
+        const std::string error = begin_change(call);
+        if (!error.empty()) {
+            call.awaited = false;
+            refuse(call.outcome, status_t::usage, 0, error);
+            return 0;
+        }
+        call.change = plan_command_t{&family, op, {}, false, false};
+        std::memcpy(call.change->record.bytes, record, family.record_size);
     }
     const auto send_it = [&family, op, record](void *pal_ctx) { return family.send(op, record, pal_ctx); };
     if (family.group != "mapt" || options_.dry_run) return configure(call, send_it);
@@ -53,6 +65,7 @@ void pal_t::rule_answered(call_id_t id, const nat64::rule_result &got) {
     if (got.orders_cleanup) rules_.emptied();
     call_t *call = find(id);
     if (call == nullptr || got.error == nat64::client_errc::connection_lost) return;
+    keep_verdict(*call, got);
     const char *by = "server";
     const uint32_t code = judge_rule(*call, got, by);
     end(*call, code == 0 ? std::error_code() : nat64::nat64_error(code), by);

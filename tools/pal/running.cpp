@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "config/notation.h"
+#include "records/families.h"
 #include "records/value.h"
 
 namespace {
@@ -43,7 +44,8 @@ std::string user() {
         const std::string user = text_of(name);
         if (!user.empty() && user.find_first_of(" \t\r\n") == std::string::npos) return user;
     }
-    return "uid:" + std::to_string(getuid());
+    const passwd *entry = getpwuid(getuid());
+    return entry == nullptr ? "uid:" + std::to_string(getuid()) : entry->pw_name;
 }
 
 std::string one_line(std::string text) {
@@ -275,7 +277,7 @@ std::string running_t::read_mark(std::string_view word, std::string_view rest) {
         return "";
     }
     if (word == "restarted") {
-        rest == "nothing" ? void(document_ = {}) : doubt_all();
+        take_restart(rest == "nothing");
         return "";
     }
     if (word == "change") {
@@ -394,9 +396,10 @@ size_t running_t::doubtful() {
 }
 
 step_t running_t::compare(const fwx_nat64_stats_boot_t &server) const {
-    const bool is_known = server.boot_id != 0 && boot_id_ != 0;
-    if (!is_known) return step_t::unknown;
-    if (server.boot_id != boot_id_) return step_t::restarted;
+    if (server.boot_id == 0) return step_t::unknown;
+    /* Of an unknown server the first ones to be told, all that it was told. */
+    const bool is_other = boot_id_ == 0 ? server.changes != changes_ && changes_ != 0 : server.boot_id != boot_id_;
+    if (is_other) return step_t::restarted;
     return server.changes == changes_ ? step_t::in_step : step_t::changed;
 }
 
@@ -406,22 +409,22 @@ void running_t::in_step_with(const fwx_nat64_stats_boot_t &server) {
     append(mark + ("boot " + std::to_string(boot_id_)) + " " + std::to_string(changes_));
 }
 
-void running_t::doubt_all() {
+void running_t::take_restart(bool holds_nothing) {
     document_.settle();
     const document_t before = document_;
+    if (holds_nothing) document_ = {};
+    /* Settings come before all that a server counts. */
+    const uint8_t first_counted = record_find_family("logging")->rank;
     for (size_t i = 0; i < before.size(); ++i) {
         const config_item_t item = before.item(i);
-        document_.doubt(*item.family, item.record);
+        const bool is_gone = holds_nothing && item.family->rank >= first_counted;
+        if (!is_gone) document_.doubt(*item.family, item.record);
     }
     document_.settle();
 }
 
 void running_t::restarted(bool holds_nothing) {
-    if (holds_nothing) {
-        document_ = {};
-    } else {
-        doubt_all();
-    }
+    take_restart(holds_nothing);
     append(mark + std::string(holds_nothing ? "restarted nothing" : "restarted doubt"));
 }
 

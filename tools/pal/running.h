@@ -47,7 +47,7 @@ struct version_t {
 /** How the running document stands to a server. */
 enum class step_t : uint8_t {
     in_step,
-    unknown,   /* nobody has compared them yet, or the server does not say who it is */
+    unknown,   /* the server does not say who it is */
     restarted, /* the server has started anew since */
     changed,   /* the server has been changed by others, or by somebody who was killed before it was told */
 };
@@ -91,8 +91,8 @@ public:
     /** A change begins; there is none. */
     void begin(const std::string &what);
     bool has_begun() const { return has_begun_; }
-    /** First thing in a change: the server has started anew. It holds nothing, or what it holds is unknown, and then
-     * all items are in doubt. The document says so from now on. */
+    /** First thing in a change: the server has started anew, and all items are in doubt. Those of kinds that it counts
+     * (fwx_nat64_stats_sys_entry_t) are gone if it says that it holds none. */
     void restarted(bool holds_nothing);
     /** Enters the plan of the change and brings it to the disk. The plan lives until `end`. */
     std::string enter_plan(const plan_t &plan);
@@ -139,7 +139,7 @@ private:
     void write_snapshot(const journal_t::write_fn_t &write);
     void write_change(const journal_t::write_fn_t &write);
     void append(const std::string &line);
-    void doubt_all();
+    void take_restart(bool holds_nothing);
     std::string keep_way_back(const std::string &lines);
     std::string way_back(size_t index, std::string &lines) const;
     std::string version_path(uint32_t number) const { return directory_ + "/versions/" + std::to_string(number); }
