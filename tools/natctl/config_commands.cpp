@@ -100,7 +100,10 @@ uint32_t apply(call_t &call, const request_t &request) {
 uint32_t roll_back(call_t &call, const request_t &request) {
     std::optional<running_t> place;
     running_t *running = nullptr;
+    call.pal.settle_all();
     std::string error = call.pal.look_at_running(place, running);
+    const bool is_own = error.empty() && !place;
+    if (is_own) error = running->end(); /* what commands have changed so far is a version */
     document_t document;
     uint32_t version = request.version;
     if (error.empty() && version == UINT32_MAX) {

@@ -451,6 +451,7 @@ std::string running_t::enter_plan(const plan_t &plan) {
 
 void running_t::undo_begins() {
     is_undoing_ = true;
+    change_.what += " (refused)";
     append(mark + std::string("undo"));
 }
 

@@ -1,0 +1,258 @@
+/* Documents applied by natctl, and the running one that it keeps. */
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "natctl_fixture.h"
+#include "server_process.h"
+#include "tests/support/runtime_directory.h"
+#include "tools/pal/running.h"
+
+namespace {
+
+const std::string first =
+    "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.254\n"
+    "timeout set --type udp --value 300\n"
+    "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n";
+const std::string second =
+    "timeout set --type udp --value 200\n"
+    "pool add --id 2 --param 1 --start 192.0.2.1 --end 192.0.2.254\n";
+const std::string head = "# nat64 configuration version 1\n";
+const std::string first_shown = head + "timeout set --type udp --value 300\n" + first.substr(0, first.find('\n') + 1) +
+                                "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n";
+
+class config_test : public natctl_test {
+protected:
+    std::string file(const std::string &name, const std::string &text) const {
+        const std::string path = directory_.path() + "/" + name;
+        std::ofstream(path) << text;
+        return path;
+    }
+    static run_t alpha(const std::string &command) { return run("--connect alpha " + command); }
+    static json_t alpha_json(const std::string &command) { return json_t::parse(alpha("--json " + command).answers); }
+    static std::string shown() { return alpha("config show").answers; }
+    /** How many of each kind the server says that it holds. */
+    static json_t held() { return alpha_json("stats system").at("data"); }
+
+    const runtime_directory_t directory_;
+    const std::string first_ = file("first", first);
+    const std::string second_ = file("second", second);
+    const std::string state_ = directory_.path() + "/state/natctl/alpha";
+};
+
+TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    const std::string wrong = file("wrong", "pool add --id 1 --param 1 --start x --end 192.0.2.1\n");
+    const std::string commands =
+        R"("commands":["timeout set --type udp --value 300","pool add --id 1 --param 1 --start 192.0.2.1 --end )"
+        R"(192.0.2.254","mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24"])";
+    struct {
+        std::string command;
+        int status;
+        std::string answer; /* behind the command's name */
+    } const table[] = {
+        {"check " + first_, 0, R"("status":"ok","code":0,"note":"3 items","data":{"items":3,"problems":[]}})"},
+        {"check " + wrong, 2,
+         R"("status":"usage","code":0,"error":")" + wrong +
+             R"(: 1 error","data":{"items":0,"problems":[{"kind":"error",)" +
+             R"("line":1,"command":"pool add","field":"--start","reason":"--start x: must be an IPv4 address such as )" +
+             R"(192.0.2.1"}]}})"},
+        {"diff " + first_, 1, R"("status":"ok","code":0,"data":{"changed":true,)" + commands + "}}"},
+        {"apply --check " + first_, 0,
+         R"("status":"ok","code":0,"note":"3 commands to send","data":{"changed":true,)" + commands + "}}"},
+        {"apply " + first_, 0,
+         R"("status":"ok","code":0,"note":"3 commands","data":{"changed":true,)" + commands +
+             R"(,"undone":false,"version":1}})"},
+        {"apply " + first_, 0,
+         R"("status":"ok","code":0,"note":"nothing to change","data":{"changed":false,"commands":[],"undone":false,)"
+         R"("version":1}})"},
+        {"diff " + first_, 0,
+         R"("status":"ok","code":0,"note":"no difference","data":{"changed":false,"commands":[]}})"},
+        {"confirm", 1, R"("status":"refused","code":0,"error":"no version waits for it"})"},
+        {"rollback 7", 2, R"("status":"usage","code":0,"error":"version 7: must be 0 to 1"})"},
+    };
+    for (const auto &[command, status, answer] : table) {
+        const run_t got = alpha("--json config " + command);
+        EXPECT_EQ(got.status, status) << command;
+        const std::string name = "config " + command.substr(0, command.find(' '));
+        EXPECT_EQ(got.answers, R"({"command":")" + name + "\"," + answer + "\n");
+    }
+    EXPECT_EQ(shown(), first_shown);
+    EXPECT_EQ(run("--json config apply --confirm 5s " + first_).status, 2) << "an embedded server cannot wait";
+}
+
+TEST_F(config_test, a_refusal_in_the_middle_undoes_what_was_done) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    ASSERT_EQ(alpha("config apply " + first_).status, 0);
+    ASSERT_EQ(
+        run("--connect alpha batch -", "pool add --id 9 --param 1 --start 198.51.100.1 --end 198.51.100.9\n").status,
+        0);
+    std::filesystem::remove_all(state_); /* natctl does not know of pool 9 any more */
+    const std::string overlapping =
+        file("overlapping", second + "pool add --id 3 --param 1 --start 198.51.100.5 --end 198.51.100.7\n");
+    const json_t before = held();
+    const json_t got = alpha_json("config apply " + overlapping);
+    EXPECT_EQ(got.at("status"), "refused");
+    EXPECT_EQ(got.at("data").at("undone"), true);
+    EXPECT_EQ(got.at("data").at("changed"), false);
+    EXPECT_EQ(held().at("pools"), before.at("pools"));
+    EXPECT_EQ(shown(), head);
+}
+
+TEST_F(config_test, versions_come_back_and_the_log_names_them) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " + first_);
+    alpha("config apply " + second_);
+    alpha("timeout set --type udp --value 7");
+    const std::string latest = shown();
+    EXPECT_EQ(alpha("config rollback").status, 0);
+    EXPECT_EQ(alpha("config rollback 1").status, 0);
+    EXPECT_EQ(shown(), first_shown);
+    EXPECT_EQ(alpha("config rollback 3").status, 0);
+    EXPECT_EQ(shown(), latest);
+    EXPECT_EQ(held().at("rules"), 0);
+    std::string log;
+    const json_t rows = alpha_json("config log").at("data");
+    for (const json_t &row : rows) {
+        log += std::to_string(row.at("version").get<int>()) + " " + row.at("what").get<std::string>() + " " +
+               std::to_string(row.at("commands").get<int>()) + "\n";
+    }
+    EXPECT_EQ(log, "1 config apply " + first_ + " 3\n2 config apply " + second_ +
+                       " 4\n3 timeout set 1\n4 config rollback 2 1\n5 config rollback 1 4\n6 config rollback 3 4\n");
+}
+
+TEST_F(config_test, commands_enter_the_running_document_with_their_verdicts) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    const std::string lines =
+        first + "range add --id 44 --start 203.0.113.1 --end 203.0.113.9\n" + "dmapping add --id 3 --type 1\n";
+    EXPECT_EQ(run("--keep-going --pipeline 8 --connect alpha batch -", lines).status, 1);
+    EXPECT_EQ(shown(), head + "timeout set --type udp --value 300\n" + first.substr(0, first.find('\n') + 1) +
+                           "dmapping add --id 3 --type address-dependent\n" + first.substr(first.find("mapt")));
+    EXPECT_EQ(alpha_json("config log").at("data").at(0).at("what"), "batch -");
+    EXPECT_EQ(alpha("config diff " + first_).answers, "dmapping del --id 3  # ends its sessions\n");
+}
+
+TEST_F(config_test, a_server_that_has_started_anew_gets_the_whole_document) {
+    {
+        const server_process_t server;
+        ASSERT_TRUE(server.is_ready());
+        alpha("config apply " + first_);
+    }
+    const std::string state = directory_.path() + "/alpha.state";
+    for (const bool has_state : {false, true, true}) {
+        const server_process_t server(has_state ? state : "");
+        ASSERT_TRUE(server.is_ready());
+        const run_t applied = alpha("config apply " + first_);
+        EXPECT_EQ(applied.status, 0) << applied.notes;
+        EXPECT_NE(applied.notes.find("the server has started anew"), std::string::npos);
+        EXPECT_EQ(held().at("pools"), 1);
+        EXPECT_EQ(held().at("rules"), 1);
+        EXPECT_EQ(alpha("config diff " + first_).answers, "config diff: ok, no difference\n");
+    }
+}
+
+TEST_F(config_test, an_apply_that_is_killed_is_put_right_by_the_next) {
+    std::string many = "timeout set --type udp --value 300\n";
+    for (int id = 1; id <= 600; ++id) {
+        many += "dmapping add --type 1 --id " + std::to_string(id) + "\n";
+    }
+    const std::string many_ = file("many", many);
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    /* The size of what a process may write decides where it ends: within its plan, between acknowledgements, at the
+     * version. */
+    for (const rlim_t bytes : {200U, 3000U, 21000U, 30000U, 40000U}) {
+        SCOPED_TRACE(bytes);
+        ASSERT_EQ(alpha("config apply " + first_).status, 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            const rlimit limit = {bytes, bytes};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            std::signal(SIGXFSZ, SIG_DFL);
+            std::ostringstream ignored;
+            std::istringstream none;
+            run_natctl({"--connect", "alpha", "config", "apply", many_}, none, ignored, ignored);
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status));
+        ASSERT_EQ(alpha("config apply " + many_).status, 0);
+        EXPECT_EQ(held().at("dynamic_mappings"), 600);
+        EXPECT_EQ(held().at("pools"), 0);
+        EXPECT_EQ(held().at("rules"), 0);
+    }
+}
+
+TEST_F(config_test, a_journal_that_cannot_be_written_refuses_before_the_first_command) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    std::filesystem::create_directories(directory_.path() + "/state");
+    std::ofstream(directory_.path() + "/state/natctl") << "in the way";
+    for (const std::string &command : {"config apply " + first_, std::string("timeout set --type udp --value 3")}) {
+        const run_t got = alpha(command);
+        EXPECT_EQ(got.status, 2);
+        EXPECT_NE(got.notes.find("/state/natctl"), std::string::npos) << got.notes;
+    }
+    EXPECT_EQ(alpha_json("server boot").at("data").at("changes"), 0);
+}
+
+TEST_F(config_test, while_another_has_the_running_document_configuring_is_refused_and_looking_is_not) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " + first_);
+    running_t daemon(state_, "nat64d");
+    ASSERT_EQ(daemon.open({}), "");
+    for (const std::string &command : {"config apply " + second_, std::string("pool del --id 1")}) {
+        const run_t got = alpha(command);
+        EXPECT_EQ(got.status, 2);
+        EXPECT_NE(got.notes.find("nat64d (process "), std::string::npos) << got.notes;
+    }
+    EXPECT_EQ(shown(), first_shown);
+    EXPECT_EQ(alpha("config diff " + first_).status, 0);
+}
+
+TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " + first_);
+    const run_t undone = alpha("config apply --confirm 1s " + second_);
+    EXPECT_EQ(undone.status, 1);
+    EXPECT_NE(undone.notes.find("version 2 was not confirmed in time, and is undone"), std::string::npos);
+    EXPECT_EQ(shown(), first_shown);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ready[1], STDERR_FILENO);
+        execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h", second_.c_str(),
+              nullptr);
+        _exit(127);
+    }
+    close(ready[1]);
+    char note = 0;
+    ASSERT_EQ(read(ready[0], &note, 1), 1) << "it says that it waits";
+    EXPECT_EQ(alpha("config confirm").answers, "config confirm: ok, version 4 stays\n");
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(ready[0]);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(alpha("config diff " + second_).status, 0);
+}
+
+TEST_F(config_test, the_embedded_server_has_a_running_document_as_long_as_natctl_runs) {
+    const run_t got =
+        run("shell", "config apply " + first_ + "\ntimeout set --type udp --value 9\nconfig rollback\nconfig show\n");
+    EXPECT_EQ(got.status, 0) << got.notes;
+    EXPECT_EQ(got.answers,
+              "config apply: ok, 3 commands\ntimeout set: ok\nconfig rollback: ok, 1 command\n" + first_shown);
+}
+
+}  // namespace
