@@ -5,10 +5,21 @@
 #include <iterator>
 
 #include "fwx_nat64/fwx_nat64.h"
+#include "records/families.h"
 #include "records/value.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
+
+/** The basic rules of a document. */
+std::vector<fwx_nat64_mapt_bmr_t> basic_rules_of(const document_t &document) {
+    const record_family_t &family = *record_find_family("mapt bmr");
+    std::vector<fwx_nat64_mapt_bmr_t> rules;
+    for (size_t i = document.begin_of(family); i < document.end_of(family); ++i) {
+        std::memcpy(&rules.emplace_back(), document.item(i).record, sizeof(fwx_nat64_mapt_bmr_t));
+    }
+    return rules;
+}
 
 uint32_t show_table(call_t &call) {
     fwx_host_tbm_counts_t counts{};
@@ -19,6 +30,9 @@ uint32_t show_table(call_t &call) {
                          {"leaves", counts.leaves},
                          {"nodes", counts.nodes},
                          {"bytes", counts.bytes}};
+    if (const auto document = call.pal.recorded_document(call)) {
+        call.outcome.data["recorded"] = basic_rules_of(*document).size();
+    }
     return 0;
 }
 
@@ -26,18 +40,22 @@ json_t rule_row(const rule_name_t &name, const char *state) {
     return {{"rule_id", name.first}, {"domain_id", name.second}, {"state", state}};
 }
 
+json_t rule_row(const fwx_nat64_mapt_bmr_t &rule, const char *state) {
+    json_t row = rule_row(name_of(rule), state);
+    row["v6_prefix"] = prefix_text(AF_INET6, rule.v6_prefix, sizeof rule.v6_prefix, rule.v6_prefix_len);
+    row["v4_prefix"] = prefix_text(AF_INET, rule.v4_prefix, sizeof rule.v4_prefix, rule.v4_prefix_len);
+    const char *params[] = {"ea_len", "psid_offset", "psid_len", "psid"};
+    for (size_t i = 0; i < std::size(params); ++i) {
+        row[params[i]] = rule.rule_params[i];
+    }
+    return row;
+}
+
 /** Of a pending rule the book has the name alone. */
 uint32_t list_rules(call_t &call) {
     call.outcome.data = json_t::array();
     for (const auto &[name, elem] : call.pal.rules().rules()) {
-        const fwx_nat64_mapt_bmr_t &rule = elem.rule;
-        json_t row = rule_row(name, "installed");
-        row["v6_prefix"] = prefix_text(AF_INET6, rule.v6_prefix, sizeof rule.v6_prefix, rule.v6_prefix_len);
-        row["v4_prefix"] = prefix_text(AF_INET, rule.v4_prefix, sizeof rule.v4_prefix, rule.v4_prefix_len);
-        const char *params[] = {"ea_len", "psid_offset", "psid_len", "psid"};
-        for (size_t i = 0; i < std::size(params); ++i) {
-            row[params[i]] = rule.rule_params[i];
-        }
+        json_t row = rule_row(elem.rule, "installed");
         row["bmr_index"] = elem.mapt_bmr;
         call.outcome.data.push_back(std::move(row));
     }
@@ -47,6 +65,13 @@ uint32_t list_rules(call_t &call) {
              {"v6_prefix", "v4_prefix", "ea_len", "psid_offset", "psid_len", "psid", "bmr_index"}) {
             row[unknown] = nullptr;
         }
+        call.outcome.data.push_back(std::move(row));
+    }
+    const auto document = call.pal.recorded_document(call);
+    for (const fwx_nat64_mapt_bmr_t &rule :
+         document ? basic_rules_of(*document) : std::vector<fwx_nat64_mapt_bmr_t>()) {
+        json_t row = rule_row(rule, "recorded");
+        row["bmr_index"] = nullptr;
         call.outcome.data.push_back(std::move(row));
     }
     return 0;

@@ -127,6 +127,9 @@ public:
     running_t &running();
     /** A running document that changes nothing: read without a lock, or the one that is open. */
     std::string look_at_running(std::optional<running_t> &place, running_t *&running);
+    /** The running document where it knows more of the server's rules than this natctl, which has installed none
+     * itself: over a connection. Notes that it is asked. */
+    std::optional<document_t> recorded_document(call_t &call);
     /** Makes a version of what commands have changed, and lets others have the running document. */
     std::string end_change();
     /** What the server says of itself; zeros if it says nothing. */

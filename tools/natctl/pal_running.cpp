@@ -46,6 +46,19 @@ std::string pal_t::look_at_running(std::optional<running_t> &place, running_t *&
     return place->look();
 }
 
+std::optional<document_t> pal_t::recorded_document(call_t &call) {
+    const bool is_known_here = rules_.installed() + rules_.pending() + rules_.defaults().size() != 0;
+    if (is_known_here || options_.connect.empty() || options_.dry_run) return std::nullopt;
+    std::optional<running_t> place;
+    running_t *running = nullptr;
+    const std::string error = look_at_running(place, running);
+    if (!error.empty()) note_("natctl: " + error);
+    if (!error.empty() || running->document().size() == 0) return std::nullopt;
+    note_("natctl: " + call.outcome.command + ": from the running document of " + options_.connect +
+          ": this natctl has installed no rules");
+    return running->document();
+}
+
 std::string pal_t::begin_change(const call_t &call) {
     std::string error = open_running();
     const bool begins = error.empty() && !running_->has_begun();

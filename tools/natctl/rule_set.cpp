@@ -87,6 +87,21 @@ void rule_set_t::take(const rule_book_t &book) {
     }
 }
 
+void rule_set_t::take(const document_t &document) {
+    for (size_t i = 0; i < document.size(); ++i) {
+        const config_item_t item = document.item(i);
+        if (item.family->group != "mapt") continue;
+        record_buffer_t record;
+        std::memcpy(record.bytes, item.record, item.family->record_size);
+        const void *rule = record.bytes;
+        if (item.family->word == "bmr") {
+            apply(FWX_NAT64_OP_ADD, *static_cast<const fwx_nat64_mapt_bmr_t *>(rule));
+        } else {
+            apply(FWX_NAT64_OP_ADD, *static_cast<const fwx_nat64_mapt_dmr_t *>(rule));
+        }
+    }
+}
+
 std::vector<const fwx_nat64_mapt_bmr_t *> rule_set_t::find_v4(const uint8_t ipv4[4]) const {
     auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return prefix_t{rule.v4_prefix, rule.v4_prefix_len}; };
     std::vector<const fwx_nat64_mapt_bmr_t *> found;

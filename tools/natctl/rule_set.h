@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "config/document.h"
 #include "records/reader.h"
 #include "records/words.h"
 #include "tools/pal/rule_book.h"
@@ -17,6 +18,8 @@ public:
     std::string read(const std::string &file);
     /** Takes what natctl has installed: no others are known. */
     void take(const rule_book_t &book);
+    /** Takes the rules of a document. */
+    void take(const document_t &document);
 
     /** The rules whose prefix is the longest that the address begins with: several share an address by their PSIDs. */
     std::vector<const fwx_nat64_mapt_bmr_t *> find_v4(const uint8_t ipv4[4]) const;
