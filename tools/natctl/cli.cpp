@@ -13,6 +13,7 @@
 #include "fwx_host/errors.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/completion.h"
+#include "tools/natctl/daemon_command.h"
 #include "tools/natctl/grammar.h"
 #include "tools/natctl/interrupt.h"
 #include "tools/natctl/pal.h"
@@ -106,6 +107,12 @@ public:
         add_output_options(root_, options);
         shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
         watch_ = root_.add_subcommand("watch", "Shows what the server of --connect sends unasked, until an interrupt");
+        daemon_ = root_.add_subcommand("daemon", "Asks the nat64d that keeps the server of --connect");
+        daemon_->add_subcommand("status", "Shows what is in force, and whether the server is in step with it");
+        daemon_->add_subcommand("replay", "Gives the server the whole document again, whatever it holds");
+        daemon_->add_subcommand("reload", "Reads the document's file again");
+        daemon_->require_subcommand(1);
+        fall_through(*daemon_);
         completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
         completion_->add_subcommand("bash", "For bash");
         completion_->require_subcommand(1);
@@ -127,6 +134,9 @@ public:
         if (completion_->parsed()) text = bash_completion;
         const bool has_lines = (is_serve() || is_watch()) && options.format == format_t::json;
         if (has_lines) options.format = format_t::jsonl;
+        if (is_daemon() && !text.has_value() && options.connect.empty()) {
+            return usage_outcome({"daemon", "needs --connect"});
+        }
         const bool can_watch = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
         if (is_watch() && !text.has_value() && !can_watch) {
             return usage_outcome({"watch", "needs --connect, and is no table and no dry run"});
@@ -144,6 +154,8 @@ public:
     bool is_shell() const { return shell_->parsed(); }
     bool is_serve() const { return serve_->parsed(); }
     bool is_watch() const { return watch_->parsed(); }
+    bool is_daemon() const { return daemon_->parsed(); }
+    std::string daemon_verb() const { return daemon_->get_subcommands().front()->get_name(); }
     bool has_many() const { return !text.has_value() && (is_batch() || is_shell()); }
 
     command_t command; /* as parsed; without a name when it is none of the grammar's */
@@ -167,6 +179,7 @@ private:
     CLI::App *serve_;
     CLI::App *shell_;
     CLI::App *watch_;
+    CLI::App *daemon_;
     CLI::App *completion_;
 };
 
@@ -236,6 +249,9 @@ bool is_progress_seen(const std::ostream &notes) {
 }
 
 status_t run(const command_line_t &line, std::istream &input, output_t &output) {
+    if (!line.text.has_value() && line.is_daemon()) {
+        return output.report(ask_daemon(line.daemon_verb(), line.options));
+    }
     if (!line.text.has_value()) return run_captured(line, input, output);
     output.print(*line.text);
     return status_t::ok;

@@ -1,0 +1,47 @@
+/* The control socket: a word comes in on a line, one line goes out, and the connection ends. */
+#ifndef TOOLS_NAT64D_CONTROL_H
+#define TOOLS_NAT64D_CONTROL_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "tools/nat64d/descriptor.h"
+
+class control_t {
+public:
+    /** Sends the answer, at any time, once; it may outlive the control. */
+    using reply_fn_t = std::function<void(const std::string &line)>;
+    using asked_fn_t = std::function<void(const std::string &word, reply_fn_t reply)>;
+
+    control_t(fwx_host_loop_t *loop, asked_fn_t asked) : loop_(loop), asked_(std::move(asked)) {}
+    ~control_t();
+    control_t(const control_t &) = delete;
+    control_t &operator=(const control_t &) = delete;
+
+    /** Listens at a path, whose folder, and the one around it, is made for this user alone; what a dead process left
+     * there is replaced. Returns what is wrong, empty when nothing is. To be called once. */
+    std::string listen(const std::string &path);
+
+private:
+    struct visitor_t {
+        std::unique_ptr<watched_descriptor_t> descriptor;
+        std::string line;
+        bool has_asked = false;
+    };
+
+    void accept_visitor();
+    void hear(uint64_t id);
+    void answer(uint64_t id, const std::string &line);
+
+    fwx_host_loop_t *loop_;
+    asked_fn_t asked_;
+    std::string path_;
+    std::unique_ptr<watched_descriptor_t> listener_;
+    std::map<uint64_t, visitor_t> visitors_;
+    uint64_t last_id_ = 0;
+    std::shared_ptr<bool> is_alive_ = std::make_shared<bool>(true);
+};
+
+#endif

@@ -1,0 +1,143 @@
+#include "tools/nat64d/daemon.h"
+
+#include <algorithm>
+#include <csignal>
+
+#include "config/load.h"
+#include "fwx_nat64/client.h"
+#include "tools/nat64d/log.h"
+#include "tools/nat64d/metrics.h"
+#include "tools/nat64d/service_manager.h"
+#include "tools/pal/daemon_socket.h"
+
+namespace {
+
+constexpr uint64_t sync_timeout_ms = 1000; /* in which a server that stands still holds the loop up */
+constexpr size_t most_problems = 20;       /* of a document that are logged */
+
+/** Takes a diagnostic of the library, which begins with line feeds. Of a server that is away it has one for every look,
+ * so without a debug level there is none. */
+void debug_written(void *options, fwx_host_debug_channel_t, uint32_t level, const char *text) {
+    if (static_cast<const daemon_options_t *>(options)->debug_level == 0) return;
+    const std::string line = text;
+    const size_t first = std::min(line.find_first_not_of("\n "), line.size());
+    const size_t last = line.find_last_not_of("\n ");
+    log_event(level == 1 ? log_level_t::error : log_level_t::info, "library",
+              {{"text", first == line.size() ? "" : line.substr(first, last + 1 - first)}});
+}
+
+}  // namespace
+
+daemon_t::daemon_t(const daemon_options_t &options)
+    : options_(options),
+      supervisor_(loop_, options.server,
+                  options.state.empty() ? running_t::directory_of(options.server) : options.state,
+                  [this] { changed(); }),
+      signals_(loop_, {SIGTERM, SIGINT, SIGHUP}, [this](int number) { take_signal(number); }),
+      control_(loop_, [this](const std::string &word, control_t::reply_fn_t reply) { asked(word, std::move(reply)); }),
+      web_(
+          loop_, [this] { make_metrics(); },
+          [this]() -> web_t::page_t {
+              const daemon_status_t &status = supervisor_.status();
+              return status.is_in_step ? web_t::page_t{MHD_HTTP_OK, "in step\n"}
+                                       : web_t::page_t{MHD_HTTP_SERVICE_UNAVAILABLE, status.reason + '\n'};
+          }) {
+    fwx_host_sync_timeout_set_ms(sync_timeout_ms);
+    fwx_host_debug_sink_set(debug_written, const_cast<daemon_options_t *>(&options));
+    fwx_host_debug_level_set(FWX_NAT64_DEBUG_MODULE, options.debug_level);
+}
+
+daemon_t::~daemon_t() {
+    fwx_host_debug_sink_set(nullptr, nullptr);
+}
+
+std::string daemon_t::open() {
+    if (!signals_.is_watching()) return "no descriptors left";
+    const std::string place = daemon_socket_path(options_.server);
+    if (place.empty()) return "no server can have the name \"" + options_.server + '"';
+    std::string error = control_.listen(place);
+    if (error.empty()) error = supervisor_.open();
+    if (error.empty() && !options_.listen.empty()) error = web_.listen(options_.listen);
+    if (!error.empty()) return error;
+    if (web_.port() != 0) log_event(log_level_t::info, "listening", {{"port", std::to_string(web_.port())}});
+    watch_.emplace(loop_, options_.config, [this] { load(); });
+    if (!watch_->is_watching()) log_event(log_level_t::warning, "unwatched", {{"file", options_.config}});
+    load();
+    const bool has_something = supervisor_.has_document() || supervisor_.status().refused_reason.empty();
+    if (!has_something) return supervisor_.status().refused_reason;
+    supervisor_.start();
+    return "";
+}
+
+void daemon_t::run() {
+    while (!is_ending_) {
+        fwx_host_loop_run_once(loop_, -1);
+    }
+    tell_service_manager("STOPPING=1");
+    log_event(log_level_t::info, "end");
+}
+
+void daemon_t::take_signal(int number) {
+    is_ending_ = is_ending_ || number != SIGHUP;
+    if (number == SIGHUP) load();
+}
+
+/** Reads the file and offers what it says. */
+void daemon_t::load() {
+    std::string reason;
+    const std::optional<std::string> text = read_file(options_.config, reason);
+    problems_t problems;
+    document_t document;
+    if (text) document = load_document(*text, problems);
+    size_t shown = 0;
+    for (const problem_t &problem : problems) {
+        if (reason.empty() && problem.kind == problem_t::kind_t::error) reason = problem.text();
+        if (++shown > most_problems) continue;
+        const bool is_error = problem.kind == problem_t::kind_t::error;
+        log_event(is_error ? log_level_t::error : log_level_t::warning, "problem",
+                  {{"file", options_.config}, {"text", problem.text()}});
+    }
+    if (reason.empty()) {
+        supervisor_.offer(make_offer(std::move(document)));
+    } else {
+        supervisor_.refuse("", reason);
+    }
+}
+
+void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
+    if (word == "status") return reply(status_json(supervisor_.status()));
+    const bool is_known = word == "replay" || word == "reload";
+    if (!is_known) return reply(R"({"error":"there are status, replay and reload"})");
+    log_event(log_level_t::info, "asked", {{"for", word}});
+    word == "replay" ? supervisor_.replay() : load();
+    supervisor_.when_looked([this, reply = std::move(reply)] { reply(status_json(supervisor_.status())); });
+}
+
+void daemon_t::changed() {
+    const daemon_status_t &status = supervisor_.status();
+    std::string text = "STATUS=" + (status.is_in_step ? "in step with document " + status.document : status.reason);
+    if (!status.refused_reason.empty()) text += "; refused: " + status.refused_reason;
+    const std::string news = text == said_ ? "" : '\n' + text;
+    const char *const state = is_ready_ ? "" : "READY=1\n";
+    tell_service_manager(std::string(state) + "WATCHDOG=1" + news);
+    is_ready_ = true;
+    said_ = text;
+}
+
+void daemon_t::make_metrics() {
+    if (supervisor_.client() == nullptr || !supervisor_.status().is_server_up) return finish_metrics({});
+    scrape_.emplace(scrape_server());
+    scrape_->start();
+}
+
+nat64::task<> daemon_t::scrape_server() {
+    const scrape_t got = co_await scrape(*supervisor_.client(), options_.series);
+    finish_metrics(got);
+}
+
+void daemon_t::finish_metrics(const scrape_t &server) {
+    const nat64::client *client = supervisor_.client();
+    web_.metrics_made(
+        metrics_text({supervisor_.status(), supervisor_.commands(), client != nullptr && client->is_throttled(),
+                      supervisor_.rules().installed(), server}));
+}

@@ -1,0 +1,50 @@
+/* nat64d as a whole: the supervisor, the document's file, signals, and those who ask. */
+#ifndef TOOLS_NAT64D_DAEMON_H
+#define TOOLS_NAT64D_DAEMON_H
+
+#include <optional>
+#include <string>
+
+#include "tools/nat64d/control.h"
+#include "tools/nat64d/document_file.h"
+#include "tools/nat64d/options.h"
+#include "tools/nat64d/scrape.h"
+#include "tools/nat64d/signals.h"
+#include "tools/nat64d/supervisor.h"
+#include "tools/nat64d/web.h"
+
+class daemon_t {
+public:
+    explicit daemon_t(const daemon_options_t &options);
+    ~daemon_t();
+    daemon_t(const daemon_t &) = delete;
+    daemon_t &operator=(const daemon_t &) = delete;
+
+    /** Opens everything; returns what is wrong, empty when nothing is. */
+    std::string open();
+    /** Works until SIGTERM or SIGINT. */
+    void run();
+
+private:
+    void take_signal(int number);
+    void load();
+    void asked(const std::string &word, control_t::reply_fn_t reply);
+    void changed();
+    void make_metrics();
+    void finish_metrics(const scrape_t &server);
+    nat64::task<> scrape_server();
+
+    const daemon_options_t &options_;
+    fwx::host::loop loop_;
+    supervisor_t supervisor_;
+    signals_t signals_;
+    control_t control_;
+    web_t web_;
+    std::optional<file_watch_t> watch_;
+    std::optional<nat64::task<>> scrape_; /* under way, or the last one */
+    std::string said_;                    /* to systemd, last */
+    bool is_ready_ = false;
+    bool is_ending_ = false;
+};
+
+#endif

@@ -1,0 +1,23 @@
+/* nat64d's log: a line of key=value pairs for each event, on standard error. */
+#ifndef TOOLS_NAT64D_LOG_H
+#define TOOLS_NAT64D_LOG_H
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+
+enum class log_level_t : uint8_t { error, warning, info };
+
+using log_field_t = std::pair<std::string_view, std::string>;
+
+/**
+ * Writes `time=... level=info event=applied commands=7`, in one piece. Values with blanks or quotes are quoted, as JSON
+ * quotes them. What standard error does not take is lost.
+ */
+void log_event(log_level_t level, std::string_view event, std::initializer_list<log_field_t> fields = {});
+
+/** `2026-01-31T23:59:59.123Z`: now. */
+std::string time_text();
+
+#endif

@@ -1,0 +1,29 @@
+#include "tools/nat64d/status.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+std::string status_json(const daemon_status_t &status) {
+    char boot[17];
+    snprintf(boot, sizeof boot, "%016llx", static_cast<unsigned long long>(status.boot_id));
+    nlohmann::ordered_json json = {{"server", status.server},
+                                   {"server_up", status.is_server_up},
+                                   {"boot_id", status.boot_id == 0 ? "" : boot},
+                                   {"document", status.document},
+                                   {"items", status.items},
+                                   {"document_since", status.document_since},
+                                   {"in_step", status.is_in_step}};
+    if (!status.is_in_step) json["reason"] = status.reason;
+    json["since"] = status.since;
+    if (!status.refused_reason.empty()) {
+        json["refused_document"] = status.refused_document;
+        json["refused_reason"] = status.refused_reason;
+        json["refused_since"] = status.refused_since;
+    }
+    json["reconnections"] = status.reconnections;
+    json["server_restarts"] = status.restarts;
+    json["replays"] = status.replays;
+    json["edits"] = status.edits;
+    json["refusals"] = status.refusals;
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}

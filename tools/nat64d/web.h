@@ -1,0 +1,61 @@
+/* An HTTP server on the loop, for one page that takes time to make and one that says whether all is well. */
+#ifndef TOOLS_NAT64D_WEB_H
+#define TOOLS_NAT64D_WEB_H
+
+#include <microhttpd.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/nat64d/descriptor.h"
+
+class web_t {
+public:
+    struct page_t {
+        unsigned status = 0; /* of HTTP; 0: it is not made yet */
+        std::string text;
+    };
+    /** Starts making the page of /metrics; `web_t::metrics_made` follows, perhaps before it returns. */
+    using make_metrics_fn_t = std::function<void()>;
+    using health_fn_t = std::function<page_t()>;
+
+    web_t(fwx_host_loop_t *loop, make_metrics_fn_t make_metrics, health_fn_t health)
+        : loop_(loop), make_metrics_(std::move(make_metrics)), health_(std::move(health)) {}
+    ~web_t();
+    web_t(const web_t &) = delete;
+    web_t &operator=(const web_t &) = delete;
+
+    /** Listens at `127.0.0.1:9464` or `[::1]:9464`, port 0 for any; returns what is wrong, empty when nothing is. Only
+     * loopback addresses are taken. To be called once. */
+    std::string listen(const std::string &address);
+    /** Where it listens. */
+    uint16_t port() const;
+    /** Gives the page to everybody who waits for it. */
+    void metrics_made(const std::string &text);
+
+private:
+    struct request_t {
+        MHD_Connection *connection;
+        page_t page;
+    };
+
+    static MHD_Result handle(void *self, MHD_Connection *connection, const char *url, const char *method,
+                             const char *version, const char *body, size_t *body_size, void **request);
+    static void completed(void *self, MHD_Connection *connection, void **request, MHD_RequestTerminationCode how);
+    MHD_Result wait_for_metrics(request_t &request);
+    page_t page_of(const std::string &url, const std::string &method) const;
+    void run();
+    void plan_run(uint64_t delay_ms);
+
+    fwx_host_loop_t *loop_;
+    make_metrics_fn_t make_metrics_;
+    health_fn_t health_;
+    MHD_Daemon *daemon_ = nullptr;
+    bool is_watched_ = false;
+    uint64_t timer_ = 0;
+    std::vector<request_t *> waiting_; /* suspended, until the metrics are made */
+};
+
+#endif
