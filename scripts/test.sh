@@ -78,7 +78,13 @@ if [[ $tier == --full ]]; then
   need_packages mmdebstrap
   tests/delivery/package_test.sh "$PWD" "$PWD/build/packages"
   tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
+  say "alert rules and metrics, as Prometheus reads them"
+  need_packages prometheus
+  cmake --preset dev >/dev/null
+  cmake --build --preset dev --target nat64d_tests | tail -n 1
+  ctest --preset dev --tests-regex 'promtool|metrics' | tail -n 4
   scripts/fuzz.sh 600
   scripts/kill_drill.sh 1000
+  scripts/daemon_drill.sh 200
 fi
 say "all checks passed in $SECONDS s"

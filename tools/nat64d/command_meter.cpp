@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "fwx_nat64/server_result.h"
 #include "wire/messages.h"
 
 namespace {
@@ -22,10 +23,24 @@ bool is_asynchronous(const fwx_nat64_msg_hdr_t &hdr) {
     return (hdr.type & FWX_NAT64_MSG_ASYNC) == FWX_NAT64_MSG_ASYNC;
 }
 
+command_meter_t::end_t end_of(uint32_t code) {
+    switch (code) {
+        case 0:
+            return command_meter_t::end_t::ok;
+        case FWX_NAT64_MODEL_ERR_EXISTS:
+            return command_meter_t::end_t::exists;
+        case FWX_NAT64_MODEL_ERR_NO_ENTRY:
+        case FWX_NAT64_MODEL_ERR_NO_POOL:
+            return command_meter_t::end_t::gone;
+        default:
+            return command_meter_t::end_t::refused;
+    }
+}
+
 }  // namespace
 
 const char *end_name(command_meter_t::end_t end) {
-    constexpr const char *names[] = {"ok", "refused", "lost"};
+    constexpr const char *names[] = {"ok", "exists", "gone", "refused", "lost"};
     return names[static_cast<size_t>(end)];
 }
 
@@ -61,7 +76,7 @@ void command_meter_t::received(const void *msg, size_t size) {
     const auto found = waiting_.find(reply.hdr.clnt_ctx);
     if (found == waiting_.end()) return;
     const double seconds = static_cast<double>(now_ns() - found->second.since_ns) / 1e9;
-    ++counts_[{found->second.kind, reply.result == 0 ? end_t::ok : end_t::refused}];
+    ++counts_[{found->second.kind, end_of(reply.result)}];
     waiting_.erase(found);
     const auto *const bound = std::lower_bound(bounds.begin(), bounds.end(), seconds);
     ++times_.counts[static_cast<size_t>(bound - bounds.begin())];

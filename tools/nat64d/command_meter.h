@@ -13,7 +13,8 @@
 
 class command_meter_t {
 public:
-    enum class end_t : uint8_t { ok, refused, lost };
+    /** That an item is there, or is gone, are answers that replays take for done. */
+    enum class end_t : uint8_t { ok, exists, gone, refused, lost };
     /** Upper bounds of the histogram's buckets, in seconds. */
     static constexpr std::array bounds = {0.0001, 0.00025, 0.0005, 0.001, 0.0025, 0.005,
                                           0.01,   0.05,    0.1,    0.5,   1.0,    5.0};

@@ -13,7 +13,8 @@
 namespace {
 
 constexpr uint64_t sync_timeout_ms = 1000; /* in which a server that stands still holds the loop up */
-constexpr size_t most_problems = 20;       /* of a document that are logged */
+constexpr uint64_t watchdog_ms = 5000;
+constexpr size_t most_problems = 20; /* of a document that are logged */
 
 /** Takes a diagnostic of the library, which begins with line feeds. Of a server that is away it has one for every look,
  * so without a debug level there is none. */
@@ -66,7 +67,14 @@ std::string daemon_t::open() {
     const bool has_something = supervisor_.has_document() || supervisor_.status().refused_reason.empty();
     if (!has_something) return supervisor_.status().refused_reason;
     supervisor_.start();
+    keep_watchdog(this);
     return "";
+}
+
+/** The loop turns, however long a look may take. */
+void daemon_t::keep_watchdog(void *self) {
+    tell_service_manager("WATCHDOG=1");
+    fwx_host_timer_add(static_cast<daemon_t *>(self)->loop_, watchdog_ms, keep_watchdog, self);
 }
 
 void daemon_t::run() {
@@ -117,10 +125,8 @@ void daemon_t::changed() {
     const daemon_status_t &status = supervisor_.status();
     std::string text = "STATUS=" + (status.is_in_step ? "in step with document " + status.document : status.reason);
     if (!status.refused_reason.empty()) text += "; refused: " + status.refused_reason;
-    const std::string news = text == said_ ? "" : '\n' + text;
-    const char *const state = is_ready_ ? "" : "READY=1\n";
-    tell_service_manager(std::string(state) + "WATCHDOG=1" + news);
-    is_ready_ = true;
+    if (text == said_) return;
+    tell_service_manager((said_.empty() ? "READY=1\n" : "") + text);
     said_ = text;
 }
 

@@ -26,6 +26,7 @@ public:
     void run();
 
 private:
+    static void keep_watchdog(void *self);
     void take_signal(int number);
     void load();
     void asked(const std::string &word, control_t::reply_fn_t reply);
@@ -42,8 +43,7 @@ private:
     web_t web_;
     std::optional<file_watch_t> watch_;
     std::optional<nat64::task<>> scrape_; /* under way, or the last one */
-    std::string said_;                    /* to systemd, last */
-    bool is_ready_ = false;
+    std::string said_;                    /* to systemd, last; empty: nothing yet */
     bool is_ending_ = false;
 };
 

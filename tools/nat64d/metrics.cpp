@@ -72,7 +72,7 @@ void add_document(families_t &to, const daemon_status_t &status) {
 }
 
 void add_commands(families_t &to, const metrics_source_t &source) {
-    to.counter("nat64_commands_total", "Configuration commands by kind and result: ok, refused, or lost unanswered.");
+    to.counter("nat64_commands_total", "Configuration commands by kind and result.");
     for (const auto &[key, count] : source.commands.counts()) {
         to.value(count, {{"kind", key.first}, {"result", end_name(key.second)}});
     }

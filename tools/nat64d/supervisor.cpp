@@ -175,7 +175,8 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
     const step_t step = running_.compare(boot);
     const bool is_settled = step == step_t::in_step && status_.is_in_step && !offered_ && !must_replay_;
     if (is_settled) co_return;
-    const bool is_anew = must_replay_ || step == step_t::restarted || step == step_t::unknown;
+    const bool is_strange = step == step_t::changed && is_first_in_force_ && running_.document().size() == 0;
+    const bool is_anew = must_replay_ || is_strange || step == step_t::restarted || step == step_t::unknown;
     const bool has_nothing_to_stay_with = offered_ && (!wanted_ || (is_anew && is_first_in_force_));
     if (has_nothing_to_stay_with) put_in_force(*std::exchange(offered_, std::nullopt));
     if (!wanted_) {
@@ -211,7 +212,7 @@ nat64::task<bool> supervisor_t::doubt_all() {
         co_return false;
     }
     const document_t held = running_.document();
-    running_.begin("replay");
+    running_.begin("replay " + wanted_->hash);
     running_.restarted(true);
     const document_t *const documents[] = {&held, &wanted_->document};
     for (const document_t *document : documents) {
@@ -237,8 +238,9 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, const char *what) {
     const document_t held = running_.document();
     const plan_t plan(held, to.document);
     trouble_.clear();
+    if (plan.size() == 0 && running_.has_begun()) note_kept(running_.end());
     if (plan.size() != 0) {
-        running_.begin(std::string(what) + ' ' + to.hash);
+        if (!running_.has_begun()) running_.begin(std::string(what) + ' ' + to.hash);
         const std::string error = running_.enter_plan(plan);
         if (!error.empty()) {
             note_kept(running_.end());

@@ -1,0 +1,222 @@
+/* nat64d beside servers that are processes of their own. */
+#include <sys/un.h>
+
+#include <set>
+
+#include "tests/nat64d/documents.h"
+#include "tests/nat64d/process.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/tools/natctl_fixture.h"
+#include "tests/tools/server_process.h"
+
+namespace {
+
+class daemon_test : public natctl_test {
+protected:
+    static constexpr uint32_t count = 7; /* of pools, of mappings, of rules */
+    static constexpr uint64_t items = 3 * count + 1;
+
+    daemon_test() {
+        setenv("XDG_STATE_HOME", folder().c_str(), 1);
+        write(document_text(count, 100));
+    }
+    ~daemon_test() override { unsetenv("XDG_STATE_HOME"); }
+
+    const std::string &folder() const { return directory_.path(); }
+    void write(const std::string &text) const { replace_file(folder() + "/document", text); }
+    static json_t data_of(const std::string &command) {
+        return json_t::parse(run("--json --connect alpha " + command).answers).at("data");
+    }
+    static uint64_t changes() { return data_of("server boot").at("changes"); }
+    static bool is_in_step() {
+        return eventually([] { return daemon_process_t::is("in_step", true); });
+    }
+    /** The value of a metric, without its labels or with all of them. */
+    static std::string value_of(const std::string &metrics, const std::string &name) {
+        const size_t at = metrics.find('\n' + name + ' ');
+        if (at == std::string::npos) return "none";
+        const size_t begin = at + name.size() + 2;
+        return metrics.substr(begin, metrics.find('\n', begin) - begin);
+    }
+
+private:
+    runtime_directory_t directory_;
+};
+
+TEST_F(daemon_test, a_server_gets_the_document_and_its_edits_and_no_faulty_ones) {
+    const server_process_t server;
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    EXPECT_EQ(changes(), items);
+    write(document_text(count + 1, 100));
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("items", items + 3); })) << daemon.log();
+    EXPECT_EQ(changes(), items + 3) << "what was there already is not sent again";
+    write(document_text(count, 100) + "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\n");
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 1); })) << daemon.log();
+    const json_t status = daemon_process_t::ask("status");
+    EXPECT_NE(status.at("refused_reason").get<std::string>().find("line 23: pool add: --id 1"), std::string::npos);
+    EXPECT_EQ(status.at("in_step"), true);
+    EXPECT_EQ(status.at("items"), items + 3);
+    EXPECT_EQ(run("--connect alpha daemon reload").status, 1);
+    std::filesystem::remove(folder() + "/document");
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 3); })) << daemon.log();
+    write(document_text(count + 1, 200));
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("edits", 2); })) << daemon.log();
+    EXPECT_EQ(changes(), items + 4);
+    EXPECT_EQ(run("--connect alpha daemon reload").status, 0);
+}
+
+TEST_F(daemon_test, an_edit_that_the_server_refuses_is_taken_back) {
+    const server_process_t server;
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    /* Somebody takes what the next edit wants, and nothing of nat64d's. */
+    setenv("XDG_STATE_HOME", (folder() + "/other").c_str(), 1);
+    ASSERT_EQ(run("--connect alpha pool add --id 900 --param 1 --start 192.0.2.1 --end 192.0.2.1").status, 0);
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", false); })) << daemon.log();
+    EXPECT_NE(run("--connect alpha daemon status").answers.find("somebody else has changed the server"),
+              std::string::npos);
+    EXPECT_EQ(run("--connect alpha daemon replay").status, 0);
+    EXPECT_EQ(data_of("stats pools").size(), count + 1) << "what is not in the document is left alone";
+    write(document_text(count, 100) + "pool add --id 800 --param 1 --start 198.51.100.1 --end 198.51.100.1\n" +
+          "pool add --id 901 --param 1 --start 192.0.2.1 --end 192.0.2.1\n");
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 1); })) << daemon.log();
+    EXPECT_EQ(data_of("stats pools").size(), count + 1);
+    const json_t status = daemon_process_t::ask("status");
+    EXPECT_EQ(status.at("in_step"), true) << status;
+    EXPECT_EQ(status.at("items"), items);
+    EXPECT_NE(status.at("refused_reason").get<std::string>().find("pool add --id 901"), std::string::npos);
+}
+
+TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("server_up", false); })) << daemon.log();
+    EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos);
+    for (uint64_t restarts = 0; restarts < 3; ++restarts) {
+        server_process_t server;
+        ASSERT_TRUE(eventually([&] {
+            return daemon_process_t::is("in_step", true) && daemon_process_t::is("server_restarts", restarts);
+        })) << daemon.log();
+        EXPECT_EQ(changes(), items);
+        EXPECT_EQ(value_of(daemon.get("/metrics"), "nat64_lookup_rules"), std::to_string(count));
+        EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 200"), std::string::npos);
+        server.end(SIGKILL);
+        ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", false); })) << daemon.log();
+    }
+    {
+        const server_process_t server(folder() + "/state"); /* it keeps what it has */
+        ASSERT_TRUE(is_in_step()) << daemon.log();
+    }
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", false); })) << daemon.log();
+    const server_process_t server(folder() + "/state");
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    EXPECT_EQ(data_of("stats pools").size(), count);
+    EXPECT_EQ(data_of("stats system").at("rules"), count);
+}
+
+TEST_F(daemon_test, a_daemon_that_restarts_beside_its_server_learns_its_rules_and_changes_nothing) {
+    const server_process_t server;
+    const auto restart_by = [&](int number) {
+        daemon_process_t daemon(folder());
+        EXPECT_TRUE(is_in_step()) << daemon.log();
+        EXPECT_EQ(changes(), items);
+        EXPECT_EQ(value_of(daemon.get("/metrics"), "nat64_lookup_rules"), std::to_string(count));
+        EXPECT_EQ(value_of(daemon.get("/metrics"), "nat64_rules"), std::to_string(count));
+        const int status = daemon.end(number);
+        EXPECT_EQ(status, number == SIGTERM ? 0 : -1);
+        EXPECT_EQ(std::filesystem::exists(daemon_socket_path("alpha")), number != SIGTERM);
+    };
+    restart_by(SIGTERM);
+    restart_by(SIGKILL);
+    restart_by(SIGTERM);
+    write("timeout set --type udp\n");
+    daemon_process_t daemon(folder());
+    EXPECT_TRUE(is_in_step()) << "the document in force stays: " << daemon.log();
+    EXPECT_EQ(changes(), items);
+    daemon_process_t second(folder());
+    EXPECT_EQ(second.end(0), 2) << "one for each server";
+}
+
+TEST_F(daemon_test, without_any_document_it_does_not_start) {
+    const server_process_t server;
+    write("pool add --id 1\n");
+    daemon_process_t daemon(folder());
+    EXPECT_EQ(daemon.end(0), 2);
+    EXPECT_NE(daemon.log().find("event=cannot_start reason=\"line 1: pool add: --"), std::string::npos) << daemon.log();
+}
+
+TEST_F(daemon_test, systemd_hears_that_it_is_ready_how_it_does_and_that_it_ends) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = folder() + "/notify";
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const server_process_t server;
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    daemon_process_t daemon(folder());
+    unsetenv("NOTIFY_SOCKET");
+    const auto comes = [fd](const std::string &begin) {
+        char room[512];
+        std::string text;
+        while (text.rfind(begin, 0) != 0) {
+            const ssize_t size = read(fd, room, sizeof room);
+            if (size <= 0) return false;
+            text.assign(room, static_cast<size_t>(size));
+        }
+        return true;
+    };
+    const timeval patience = {60, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    EXPECT_TRUE(comes("READY=1\nSTATUS=in step with document "));
+    EXPECT_TRUE(comes("WATCHDOG=1"));
+    daemon.signal(SIGTERM);
+    EXPECT_TRUE(comes("STOPPING=1"));
+    EXPECT_EQ(daemon.end(0), 0);
+    close(fd);
+}
+
+/* What dashboards and alerts rely on: each name that is served is in the documentation, and the other way round. */
+TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_and_alerts_use_no_others) {
+    const server_process_t server;
+    write(document_text(count, 100) + "limit add --type 1 --value 1000\n");
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    const auto names_in = [](const std::string &text, const std::string &before) {
+        std::set<std::string> names;
+        for (size_t at = text.find(before); at != std::string::npos; at = text.find(before, at + 1)) {
+            const size_t begin = at + before.size();
+            const size_t end = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_", begin);
+            if (text.compare(begin, 6, "nat64_") == 0) names.insert(text.substr(begin, end - begin));
+        }
+        return names;
+    };
+    const std::string metrics = daemon.get("/metrics");
+    const std::set<std::string> served = names_in(metrics, "# TYPE ");
+    EXPECT_EQ(served, names_in(text_of(SOURCE_PATH "/docs/nat64d.md"), "| `"));
+    for (const std::string file : {"alerts.yml", "dashboard.json"}) {
+        std::set<std::string> used = names_in(text_of(SOURCE_PATH "/packaging/prometheus/" + file), "");
+        EXPECT_GT(used.size(), 4u) << file;
+        for (std::string name : used) {
+            const size_t bucket = name.find("_bucket");
+            if (bucket != std::string::npos) name.resize(bucket);
+            EXPECT_EQ(served.count(name), 1u) << file << ": " << name;
+        }
+    }
+    EXPECT_EQ(value_of(metrics, "nat64_commands_total{kind=\"pool_add\",result=\"ok\"}"), std::to_string(count))
+        << metrics;
+    EXPECT_EQ(metrics.find("refused\""), std::string::npos) << metrics;
+    EXPECT_EQ(value_of(metrics, "nat64_pool_addresses{pool=\"7\"}"), "1");
+    EXPECT_EQ(value_of(metrics, "nat64_limit{type=\"1\"}"), "1000");
+#ifdef PROMTOOL_PATH
+    std::ofstream(folder() + "/metrics") << metrics.substr(metrics.find("\r\n\r\n") + 4);
+    EXPECT_EQ(std::system((PROMTOOL_PATH " check metrics <" + folder() + "/metrics").c_str()), 0);
+#endif
+    const uint64_t commands = data_of("server counts").at("commands");
+    daemon.get("/metrics");
+    EXPECT_LE(data_of("server counts").at("commands").get<uint64_t>() - commands, 4u + 3u + 2u)
+        << "four of the scrape, three of natctl, and looks";
+    EXPECT_NE(daemon.get("/other").find("HTTP/1.1 404"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,27 @@
+/* Documents of any size, and what a server says that holds one. */
+#ifndef TESTS_NAT64D_DOCUMENTS_H
+#define TESTS_NAT64D_DOCUMENTS_H
+
+#include <cstdint>
+#include <string>
+
+inline std::string address_in(uint32_t net, uint32_t number) {
+    return std::to_string(net) + '.' + std::to_string(number >> 16) + '.' + std::to_string(number >> 8 & 0xff) + '.' +
+           std::to_string(number & 0xff);
+}
+
+/** A timeout that says `edition`, and `count` each of pools, static mappings and rules, numbered from 1. */
+inline std::string document_text(uint32_t count, uint32_t edition) {
+    std::string text = "timeout set --type udp --value " + std::to_string(edition) + '\n';
+    for (uint32_t i = 1; i <= count; ++i) {
+        const std::string id = std::to_string(i);
+        const std::string address = address_in(10, i);
+        text += "pool add --id " + id + " --param 1 --start " + address + " --end " + address + '\n';
+        text += "smapping add --id " + id + " --addr1 " + address_in(20, i) + " --addr2 " + address_in(30, i) + '\n';
+        text += "mapt bmr add --rule " + id + " --domain 1 --v4 " + address_in(40, i) +
+                "/32 --v6 2001:db8:" + std::to_string(i / 10000) + ':' + std::to_string(i % 10000) + "::/64\n";
+    }
+    return text;
+}
+
+#endif

@@ -1,0 +1,126 @@
+/* nat64d as a process, and what can be asked of it. */
+#ifndef TESTS_NAT64D_PROCESS_H
+#define TESTS_NAT64D_PROCESS_H
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tools/pal/daemon_socket.h"
+
+/** Tries until it holds, for as long as even a slow machine may take. */
+template <typename condition_t>
+bool eventually(condition_t condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        poll(nullptr, 0, 5);
+    }
+    return true;
+}
+
+inline std::string text_of(const std::string &path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/** Replaces a file as editors do. */
+inline void replace_file(const std::string &path, const std::string &text) {
+    std::ofstream(path + ".new") << text;
+    std::filesystem::rename(path + ".new", path);
+}
+
+inline int connected(int domain, const sockaddr *address, socklen_t size) {
+    const int fd = socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(fd, address, size) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+/** Sends a text and gives all that comes until the other side ends; empty when nobody is there. */
+inline std::string converse(int fd, const std::string &text) {
+    std::string answer;
+    if (fd < 0 || send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) return answer;
+    char room[65536];
+    for (ssize_t size = 0; (size = read(fd, room, sizeof room)) > 0;) {
+        answer.append(room, static_cast<size_t>(size));
+    }
+    close(fd);
+    return answer;
+}
+
+/** `nat64d alpha --config FOLDER/document`, with its log in FOLDER/log. */
+class daemon_process_t {
+public:
+    explicit daemon_process_t(const std::string &folder) : folder_(folder) {
+        pid_ = fork();
+        if (pid_ != 0) return;
+        const int log = open(log_path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        dup2(log, STDERR_FILENO);
+        const std::string config = folder + "/document";
+        execl(NAT64D_PATH, NAT64D_PATH, "alpha", "--config", config.c_str(), "--listen", "127.0.0.1:0", nullptr);
+        _exit(127);
+    }
+    ~daemon_process_t() { end(SIGKILL); }
+    daemon_process_t(const daemon_process_t &) = delete;
+    daemon_process_t &operator=(const daemon_process_t &) = delete;
+
+    pid_t pid() const { return pid_; }
+    void signal(int number) const { kill(pid_, number); }
+    /** Its exit status, or -1 when it did not end by itself. */
+    int end(int number) {
+        if (pid_ <= 0) return -1;
+        int status = 0;
+        if (number != 0) kill(pid_, number);
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string log() const { return text_of(log_path()); }
+
+    /** Null when there is no answer. */
+    static nlohmann::json ask(const std::string &word) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        daemon_socket_path("alpha").copy(address.sun_path, sizeof address.sun_path - 1);
+        const int fd = connected(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        const nlohmann::json answer = nlohmann::json::parse(converse(fd, word + '\n'), nullptr, false);
+        return answer.is_discarded() ? nlohmann::json() : answer;
+    }
+    static bool is(const std::string &member, const nlohmann::json &value) {
+        const nlohmann::json status = ask("status");
+        return status.is_object() && status.value(member, nlohmann::json()) == value;
+    }
+    /** The answer with its head. */
+    std::string get(const std::string &page) const {
+        const std::string text = log();
+        const size_t at = text.find("event=listening port=");
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (at != std::string::npos) address.sin_port = htons(static_cast<uint16_t>(std::stoi(text.substr(at + 21))));
+        const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        return converse(fd, "GET " + page + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    }
+
+private:
+    std::string log_path() const { return folder_ + "/log"; }
+
+    std::string folder_;
+    pid_t pid_ = -1;
+};
+
+#endif
