@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint64_t look_ms = 1000;       /* between looks at a server that is there */
 constexpr uint64_t absent_look_ms = 200; /* and at one that is not */
+constexpr auto look_deadline = std::chrono::seconds(1);
 constexpr auto command_deadline = std::chrono::seconds(5);
 constexpr auto lock_patience = std::chrono::seconds(5);
 constexpr uint64_t first_pause_ms = 1000; /* after a document in force was refused; twice as long each time */
@@ -91,7 +92,7 @@ void supervisor_t::start() {
 
 void supervisor_t::offer(offer_t offered) {
     status_.refused_reason.clear();
-    const bool is_in_force = wanted_ && wanted_->hash == offered.hash;
+    const bool is_in_force = wanted_ && wanted_->hash == offered.hash && !is_editing_;
     offered_.reset();
     if (!is_in_force) offered_.emplace(std::move(offered));
     retry_at_ms_ = 0;
@@ -136,12 +137,14 @@ nat64::task<> supervisor_t::run() {
 
 nat64::task<> supervisor_t::look() {
     if (!client_ && !bind()) co_return;
+    client_->deadline_set(look_deadline);
     const nat64::record_result<fwx_nat64_stats_boot_t> boot = co_await client_->stats_boot();
     if (!boot) {
         lose(boot.error.message());
         co_return;
     }
     take_boot(boot.record);
+    client_->deadline_set(command_deadline);
     co_await keep(boot.record);
 }
 
@@ -153,7 +156,6 @@ bool supervisor_t::bind() {
         lose(error.message());
         return false;
     }
-    client_->deadline_set(command_deadline);
     return true;
 }
 
@@ -163,6 +165,7 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
     was_connected_ = true;
     if (is_known && status_.boot_id != boot.boot_id) {
         ++status_.restarts;
+        retry_at_ms_ = 0;
         log_event(log_level_t::warning, "server_restarted");
     }
     if (!status_.is_server_up) log_event(log_level_t::info, "server_up", {{"server", status_.server}});
@@ -270,7 +273,9 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, const char *what) {
 
 nat64::task<> supervisor_t::edit() {
     offer_t offer = *std::exchange(offered_, std::nullopt);
+    is_editing_ = true;
     const bool is_held = co_await bring(offer, "apply");
+    is_editing_ = false;
     if (is_held) {
         put_in_force(std::move(offer));
         ++status_.edits;
@@ -317,10 +322,11 @@ void supervisor_t::prune_rules(const document_t &document) {
     for (size_t i = document.begin_of(family); i < document.end_of(family); ++i) {
         names.insert(name_of(*reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(document.item(i).record)));
     }
-    const auto installed = rules_.rules();
-    for (const auto &[name, rule] : installed) {
-        if (names.count(name) != 0) continue;
-        rule_change_t change{FWX_NAT64_OP_DEL, rule.rule, {}};
+    std::vector<rule_change_t> stale;
+    for (const auto &[name, rule] : rules_.rules()) {
+        if (names.count(name) == 0) stale.push_back({FWX_NAT64_OP_DEL, rule.rule, {}});
+    }
+    for (rule_change_t &change : stale) {
         fwx_mapt_plu_del_rule(&change.rule);
         rules_.deleting(change);
     }

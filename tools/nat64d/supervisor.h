@@ -93,6 +93,7 @@ private:
     std::optional<offer_t> wanted_;  /* in force */
     std::optional<offer_t> offered_; /* not looked at yet */
     bool must_replay_ = false;
+    bool is_editing_ = false; /* something else than what is in force is on its way */
     bool has_learnt_rules_ = false;
     bool was_connected_ = false;
     bool is_first_in_force_ = true; /* nothing has been brought to the server yet */
