@@ -217,13 +217,10 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
         line_parser_t parser;
         return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
     }
-    const outcome_t outcome = pal.finish(pal.start(line.command, 0));
+    outcome_t outcome = pal.finish(pal.start(line.command, 0));
+    refuse_unkept(outcome, pal.end_change());
     const status_t status = output.report(outcome);
-    const std::string error = pal.end_change();
-    if (!error.empty()) output.note("natctl: " + error);
-    if (status != status_t::ok) return status;
-    if (!error.empty()) return status_t::usage;
-    return outcome.differs ? status_t::refused : status_t::ok;
+    return status == status_t::ok && outcome.differs ? status_t::refused : status;
 }
 
 status_t run_uncaptured(const command_line_t &line, std::istream &input, output_t &output) {

@@ -27,12 +27,16 @@ struct outcome_t {
     uint64_t cookie = 0;  /* where a list that was cut goes on, if that is known */
     std::string text;     /* the answer where it is shown as a text; empty: as `data` says */
     bool differs = false; /* a difference was asked for, and there is one: as exit status 1 */
+    bool changes = false; /* the configuration: to be kept before anybody is told */
     json_t data;          /* null, an object, or an array of rows with the same keys */
     json_t messages;      /* null, or what a dry run would have sent: an empty array for nothing */
 };
 
 /** Has a command that asks no server fail. */
 void refuse(outcome_t &outcome, status_t status, uint32_t code, std::string error);
+
+/** Has a command fail that changed the configuration, and whose change is not kept; all others stay as they are. */
+void refuse_unkept(outcome_t &outcome, const std::string &error);
 
 /** `line 7: timeout set`, as far as known. */
 std::string outcome_label(const outcome_t &outcome);

@@ -153,12 +153,6 @@ outcome_t pal_t::finish(call_id_t id) {
         outcome.error = call.cut_off ? "the server went away before it answered" : silence_text(options_);
     }
     if (!call.answered) keep_doubt(call);
-    const bool may_be_kept = running_ && outcome.status == status_t::ok;
-    const std::string not_kept = may_be_kept ? running_->commit() : "";
-    if (!not_kept.empty()) {
-        outcome.status = status_t::usage;
-        outcome.error = "the server has done it, and it is not kept: " + not_kept;
-    }
     call.given_up = !is_final;
     if (call.rule) rules_under_way_.erase(name_of(call.rule->rule));
     if (is_final) forget(id);

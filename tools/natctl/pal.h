@@ -130,6 +130,8 @@ public:
     /** The running document where it knows more of the server's rules than this natctl, which has installed none
      * itself: over a connection. Notes that it is asked. */
     std::optional<document_t> recorded_document(call_t &call);
+    /** Keeps what commands have changed: to be called before their outcomes are told. */
+    std::string commit_changes();
     /** Makes a version of what commands have changed, and lets others have the running document. */
     std::string end_change();
     /** What the server says of itself; zeros if it says nothing. */

@@ -66,6 +66,10 @@ std::string pal_t::begin_change(const call_t &call) {
     return error;
 }
 
+std::string pal_t::commit_changes() {
+    return running_ ? running_->commit() : "";
+}
+
 std::string pal_t::end_change() {
     const bool is_kept = running_ && !options_.connect.empty();
     if (!is_kept) return "";
@@ -78,6 +82,7 @@ void pal_t::keep_verdict(call_t &call, const nat64::result &got) {
     const bool is_done = got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED;
     const bool can_be_kept = call.change && running_ && running_->has_begun();
     if (can_be_kept && is_done) running_->carried_out(*call.change);
+    call.outcome.changes = can_be_kept && is_done;
     call.change.reset();
 }
 
