@@ -21,7 +21,7 @@ finish() {
 }
 trap finish EXIT
 natctl=build/release/tools/natctl
-export XDG_RUNTIME_DIR=$work
+export XDG_RUNTIME_DIR=$work XDG_STATE_HOME=$work
 
 row() { printf '%-10s  %-46s  %s\n' "$1" "$2" "$3"; }
 

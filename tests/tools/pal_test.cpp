@@ -78,7 +78,7 @@ protected:
         EXPECT_EQ(rules_.rules().begin()->second.rule.v4_prefix[2], 2);
     }
 
-    const document_t none_;
+    const document_t none_{};
     const document_t from_ = read_document(before);
     const document_t to_ = read_document(after);
     const plan_t plan_{from_, to_};
@@ -139,7 +139,7 @@ TEST_F(applier_test, commands_without_an_answer_are_in_doubt_and_nothing_more_is
         SCOPED_TRACE(is_cut);
         client->deadline_set(std::chrono::milliseconds(100));
         model->silent_set(true);
-        auto task = applier_t(*client, rules_).apply(plan_, [this](const plan_command_t &) { ADD_FAILURE(); });
+        auto task = applier_t(*client, rules_).apply(plan_, [](const plan_command_t &) { ADD_FAILURE(); });
         task.start();
         pump();
         is_cut ? model->drop_clients() : fwx_host_clock_turn(100);

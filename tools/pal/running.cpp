@@ -32,7 +32,7 @@ std::string text_of(const char *name) {
 }
 
 std::string home() {
-    const std::string home = text_of("HOME");
+    std::string home = text_of("HOME");
     if (!home.empty()) return home;
     const passwd *entry = getpwuid(geteuid());
     return entry == nullptr ? "" : entry->pw_dir;
@@ -41,7 +41,7 @@ std::string home() {
 /** One word. */
 std::string user() {
     for (const char *name : {"SUDO_USER", "USER", "LOGNAME"}) {
-        const std::string user = text_of(name);
+        std::string user = text_of(name);
         if (!user.empty() && user.find_first_of(" \t\r\n") == std::string::npos) return user;
     }
     const passwd *entry = getpwuid(getuid());
@@ -226,7 +226,7 @@ std::string running_t::read_line(std::string_view line) {
             ++change_.commands;
         }
         ++changes_;
-        const std::string error = read_command(line);
+        std::string error = read_command(line);
         if (error.empty()) document_.carry_out(reader_.family(), reader_.verb().op, reader_.record().bytes);
         return error;
     }
@@ -263,7 +263,7 @@ std::string running_t::read_version(std::string_view text, version_t &version) c
 
 std::string running_t::read_mark(std::string_view word, std::string_view rest) {
     if (word == "doubt") {
-        const std::string error = read_command(rest);
+        std::string error = read_command(rest);
         if (error.empty()) document_.doubt(reader_.family(), reader_.record().bytes);
         return error;
     }
