@@ -27,7 +27,8 @@ expect_owner libfwx-nat64-1 "$lib"/libfwx_{nat64,host,nat64_model}.so.1
 expect_owner libfwx-nat64-dev "$lib"/libfwx_{nat64,host,nat64_model}.so "$lib"/pkgconfig/fwx_{nat64,host,nat64_model}.pc \
   "$lib/cmake/fwx_nat64/fwx_nat64Config.cmake" /usr/include/fwx_{nat64/fwx_nat64,host/fwx_host,nat64_model/model}.h \
   /usr/include/fwx_{nat64/fwx_nat64,host/adapter}.hpp /usr/share/man/man3/fwx_nat64.3.gz /usr/share/doc/libfwx-nat64-dev/examples/pal.c
-expect_owner libfwx-nat64-tools /usr/bin/natctl /usr/share/man/man1/natctl.1.gz /lib/systemd/system/natctl-serve@.service \
+expect_owner libfwx-nat64-tools /usr/bin/{natctl,nat64d} /usr/share/man/man1/natctl.1.gz /usr/share/man/man8/nat64d.8.gz \
+  /lib/systemd/system/{natctl-serve,nat64d}@.service /usr/share/nat64d/{alerts,scrape}.yml /usr/share/nat64d/dashboard.json \
   /usr/share/bash-completion/completions/natctl "$lib/wireshark/plugins/fwx_nat64.lua" \
   /usr/share/doc/libfwx-nat64-tools/protocol.md.gz /usr/share/doc/libfwx-nat64-tools/examples/nat64.natctl
 ldconfig --print-cache | grep -F "libfwx_nat64.so.1 " >/dev/null || fail "the linker's cache is not brought up to date"
@@ -35,7 +36,7 @@ cmp /usr/share/bash-completion/completions/natctl <(natctl completion bash)
 for example in nat64 mapt settings embedded; do
   natctl batch "/usr/share/doc/libfwx-nat64-tools/examples/$example.natctl" >/dev/null 2>examples.log || fail "$(cat examples.log)"
 done
-systemd-analyze --man=no verify natctl-serve@alpha.service
+systemd-analyze --man=no verify natctl-serve@alpha.service nat64d@alpha.service
 ! command -v tshark >/dev/null || tshark -G plugins 2>/dev/null | grep -F fwx_nat64.lua >/dev/null || fail "no dissector"
 expect_owner python3-fwx-nat64 /usr/lib/python3/dist-packages/fwx_nat64/__init__.py
 
@@ -82,6 +83,20 @@ run_pal ./pal_cxx
 run_pal project/build/pal_c
 run_pal project/build/pal_cxx
 run_pal python3 /usr/share/doc/python3-fwx-nat64/examples/pal.py
+
+# nat64d as its unit runs it meets the server.
+mkdir -p /etc/nat64d
+echo 'pool add --id 64 --param 1 --start 203.0.113.1 --end 203.0.113.9' >/etc/nat64d/alpha.natctl
+install --directory --owner=fwx --group=fwx --mode=0700 /var/lib/fwx
+read -ra run <<<"$(sed -n 's/^ExecStart=//p' /lib/systemd/system/nat64d@.service | sed 's#%i#alpha#g; s#%S#/var/lib#g; s# \$.*##')"
+"${as_fwx[@]}" "${run[@]}" 2>daemon.log &
+daemon=$!
+until "${as_fwx[@]}" natctl --connect alpha daemon status >status 2>&1; do kill -0 $daemon || fail "$(cat daemon.log)"; done
+"${as_fwx[@]}" natctl --connect alpha daemon replay >status 2>&1 || fail "$(cat status daemon.log)"
+grep -E '^in_step +true' status >/dev/null || fail "$(cat status)"
+kill $daemon
+wait $daemon
+rm -r /etc/nat64d /var/lib/fwx
 kill $server
 wait $server
 
