@@ -184,7 +184,9 @@ TEST_F(config_test, an_apply_that_is_killed_is_put_right_by_the_next) {
         int status = 0;
         waitpid(child, &status, 0);
         ASSERT_TRUE(WIFSIGNALED(status));
-        ASSERT_EQ(alpha("config apply " + many_).status, 0);
+        const run_t applied = alpha("config apply " + many_);
+        ASSERT_EQ(applied.status, 0);
+        EXPECT_EQ(applied.notes.find("anew"), std::string::npos) << "the server is the one that it was";
         EXPECT_EQ(held().at("dynamic_mappings"), 600);
         EXPECT_EQ(held().at("pools"), 0);
         EXPECT_EQ(held().at("rules"), 0);
@@ -217,6 +219,24 @@ TEST_F(config_test, while_another_has_the_running_document_configuring_is_refuse
     }
     EXPECT_EQ(shown(), first_shown);
     EXPECT_EQ(alpha("config diff " + first_).status, 0);
+}
+
+TEST_F(config_test, several_natctl_at_once_wait_for_each_other) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    constexpr int count = 4;
+    for (int id = 1; id <= count; ++id) {
+        if (fork() != 0) continue;
+        execl(NATCTL_PATH, NATCTL_PATH, "--quiet", "--connect", "alpha", "dmapping", "add", "--type", "1", "--id",
+              std::to_string(id).c_str(), nullptr);
+        _exit(127);
+    }
+    for (int i = 0; i < count; ++i) {
+        int status = -1;
+        wait(&status);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(alpha_json("config show").at("data").at("items").at("dmapping").size(), size_t{count});
 }
 
 TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {

@@ -24,15 +24,18 @@ std::string count_text(size_t count) {
 /** Makes the running document say what a server holds that it is compared with. `running` has begun a change. */
 void bring_in_step(call_t &call, running_t &running, bool replays) {
     const bool is_alone = call.pal.options().connect.empty() || call.pal.options().dry_run;
-    const step_t step = is_alone ? step_t::in_step : running.compare(call.pal.server_boot());
+    const fwx_nat64_stats_boot_t server = is_alone ? fwx_nat64_stats_boot_t{} : call.pal.server_boot();
+    const step_t step = is_alone ? step_t::in_step : running.compare(server);
     if (step == step_t::restarted) call.pal.note("natctl: the server has started anew: it gets the whole document");
-    if (step == step_t::changed && !replays) {
+    /* What a crash has left is known to be in doubt. */
+    if (step == step_t::changed && !replays && running.doubtful() == 0) {
         call.pal.note(
             "natctl: the server has been changed by others since: what they did is not known here; --replay sends the "
             "whole document");
     }
     const bool is_sent_anew = (replays && !is_alone) || step == step_t::restarted;
     if (is_sent_anew) running.restarted(call.pal.server_holds_nothing());
+    if (!is_alone) running.in_step_with(server); /* so that the next one knows it, whatever comes of this */
 }
 
 void tell_plan(call_t &call, const plan_t &plan, bool as_text, bool as_data) {

@@ -143,7 +143,9 @@ std::string running_t::directory_of(const std::string &server) {
 running_t::running_t(std::string directory, std::string program)
     : directory_(std::move(directory)), program_(std::move(program)) {}
 
-running_t::~running_t() = default;
+running_t::~running_t() {
+    if (has_lock_) std::ofstream(directory_ + "/journal.lock", std::ios::trunc).flush();
+}
 
 /* --- Opening --- */
 
@@ -176,6 +178,7 @@ std::string running_t::open(std::chrono::milliseconds patience) {
         journal_.reset();
         return error;
     }
+    has_lock_ = true;
     write_holder();
     if (journal_->dropped_lines() != 0) {
         notes_.push_back(directory_ + ": the last " + std::to_string(journal_->dropped_lines()) +
@@ -186,12 +189,14 @@ std::string running_t::open(std::chrono::milliseconds patience) {
 
 std::string running_t::take_lock(std::chrono::milliseconds patience) {
     const auto end = std::chrono::steady_clock::now() + patience;
-    for (;;) {
+    /* Who has just got the lock has not written its name yet, and who was killed has left its own. */
+    constexpr int polls_to_believe = 20;
+    for (int poll = 0;; ++poll) {
         journal_ = make_journal();
         std::string error = journal_->open(reader());
         if (!journal_->is_taken()) return error;
         const std::string who = holder();
-        const bool may_end_soon = who.rfind("natctl ", 0) == 0;
+        const bool may_end_soon = who.empty() || who.rfind("natctl ", 0) == 0 || poll < polls_to_believe;
         if (!may_end_soon || std::chrono::steady_clock::now() >= end) {
             return directory_ + ": " + (who.empty() ? "another process" : who) + " has the running configuration";
         }

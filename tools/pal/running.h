@@ -155,6 +155,7 @@ private:
     std::vector<std::string> ways_back_; /* of the versions, where there is no directory */
     version_t change_;                   /* that has begun */
     bool has_begun_ = false;
+    bool has_lock_ = false;
     uint64_t boot_id_ = 0; /* of the server that the document is of; 0: unknown */
     uint64_t changes_ = 0; /* of the server: when it was in step, and those that it has acknowledged since */
     unconfirmed_t unconfirmed_;
