@@ -6,8 +6,12 @@
 #include <string>
 
 inline std::string address_in(uint32_t net, uint32_t number) {
-    return std::to_string(net) + '.' + std::to_string(number >> 16) + '.' + std::to_string(number >> 8 & 0xff) + '.' +
-           std::to_string(number & 0xff);
+    std::string text = std::to_string(net);
+    for (const uint32_t shift : {16U, 8U, 0U}) {
+        text += '.';
+        text += std::to_string(number >> shift & 0xff);
+    }
+    return text;
 }
 
 /** A timeout that says `edition`, and `count` each of pools, static mappings and rules, numbered from 1. */
@@ -16,10 +20,12 @@ inline std::string document_text(uint32_t count, uint32_t edition) {
     for (uint32_t i = 1; i <= count; ++i) {
         const std::string id = std::to_string(i);
         const std::string address = address_in(10, i);
-        text += "pool add --id " + id + " --param 1 --start " + address + " --end " + address + '\n';
-        text += "smapping add --id " + id + " --addr1 " + address_in(20, i) + " --addr2 " + address_in(30, i) + '\n';
-        text += "mapt bmr add --rule " + id + " --domain 1 --v4 " + address_in(40, i) +
-                "/32 --v6 2001:db8:" + std::to_string(i / 10000) + ':' + std::to_string(i % 10000) + "::/64\n";
+        text.append("pool add --id ").append(id).append(" --param 1 --start ").append(address);
+        text.append(" --end ").append(address).append("\nsmapping add --id ").append(id);
+        text.append(" --addr1 ").append(address_in(20, i)).append(" --addr2 ").append(address_in(30, i)).append("\n");
+        text += "mapt bmr add --rule " + id + " --domain 1 --v4 " + address_in(40, i) + "/32";
+        const std::string high = std::to_string(i / 10000);
+        text += " --v6 2001:db8:" + high + ":" + std::to_string(i % 10000) + "::/64\n";
     }
     return text;
 }

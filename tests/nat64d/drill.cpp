@@ -33,7 +33,8 @@ long long resident_kib(pid_t pid) {
 }
 
 long descriptors(pid_t pid) {
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd");
+    std::error_code failed;
+    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd", failed);
     return std::distance(begin(entries), end(entries));
 }
 
@@ -69,11 +70,7 @@ std::string look_at_server(uint64_t count) {
     return error ? error.message() : loop.run(look(client, count));
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-    const uint64_t kills = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 5;
-    const auto count = static_cast<uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) / 3 : 70);
+int drill(uint64_t kills, uint32_t count) {
     const runtime_directory_t directory;
     const std::string document = directory.path() + "/document";
     setenv("XDG_STATE_HOME", directory.path().c_str(), 1);
@@ -133,4 +130,14 @@ int main(int argc, char **argv) {
         status["edits"].dump().c_str(), kib, end_kib, fds, end_fds);
     if (end_kib > kib + grown_kib || end_fds > fds + 1) fail("it has grown", daemon);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) try {
+    const uint64_t kills = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 5;
+    return drill(kills, static_cast<uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) / 3 : 70));
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
 }

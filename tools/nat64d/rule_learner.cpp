@@ -28,7 +28,7 @@ public:
             const auto send = [&change](void *pal_ctx) {
                 return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &change.rule, pal_ctx);
             };
-            const auto on_answer = [self = shared_from_this(), index = next_ - 1](const nat64::rule_result &got) {
+            const auto on_answer = [self = weak_from_this().lock(), index = next_ - 1](const nat64::rule_result &got) {
                 self->arrived(index, got);
             };
             if (client_.configure_rule(send, on_answer)) {
@@ -47,7 +47,7 @@ public:
 private:
     void arrived(size_t index, const nat64::rule_result &got) {
         if (is_abandoned_) return;
-        const std::shared_ptr<lesson_t> keep = shared_from_this(); /* the task may end below */
+        const std::shared_ptr<lesson_t> keep = weak_from_this().lock(); /* the task may end below */
         --outstanding_;
         const config_item_t item = document_.item(index);
         const rule_change_t change{FWX_NAT64_OP_ADD, *reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(item.record), {}};

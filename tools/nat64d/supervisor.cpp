@@ -74,7 +74,7 @@ supervisor_t::~supervisor_t() {
 }
 
 std::string supervisor_t::open() {
-    const std::string error = running_.open(lock_patience);
+    std::string error = running_.open(lock_patience);
     if (!error.empty()) return error;
     for (const std::string &note : running_.notes()) {
         log_event(log_level_t::warning, "state", {{"reason", note}});
@@ -202,7 +202,7 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
             fall_out("somebody else has changed the server; a replay puts that right");
             co_return;
         }
-        if (!offered_ && !co_await bring(*wanted_, "mend")) co_return;
+        if (!offered_ && !co_await bring(*wanted_, "apply")) co_return;
     }
     if (offered_) co_await edit();
 }
