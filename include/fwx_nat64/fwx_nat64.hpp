@@ -38,17 +38,6 @@ namespace fwx::nat64 {
  * the server may carry it out. The library's table of MAP-T rules stays (fwx_mapt_plu_cleanup empties it). */
 class client {
 private:
-    /** Throws at the end of the expression that it stands in, when the client can be taken apart again. */
-    class throw_later_t {
-    public:
-        ~throw_later_t() noexcept(false) {
-            if (error_) throw std::system_error(error_, "no binding");
-        }
-        std::error_code &error() noexcept { return error_; }
-
-    private:
-        std::error_code error_;
-    };
     class room_t : detail::room_waiter {
     public:
         explicit room_t(detail::binding &of) noexcept : of_(&of) {}
@@ -118,7 +107,9 @@ public:
         : binding_(four(client_id).data(), ev_arg, std::move(on), platform, error) {}
     /** The same; throws std::system_error. */
     client(std::string_view client_id, void *ev_arg, handlers on = {}, const adapter &platform = {})
-        : client(client_id, ev_arg, std::move(on), platform, throw_later_t{}.error()) {}
+        : binding_(four(client_id).data(), ev_arg, std::move(on), platform, bind_error_) {
+        if (bind_error_) throw std::system_error(bind_error_, "no binding");
+    }
 
     /** Whether it is bound. */
     bool is_bound() const noexcept { return binding_.is_bound(); }
@@ -445,6 +436,7 @@ public:
     static constexpr fwx_nat64_sess_walk_fn_t walk_callback = detail::binding::walked;
 
 private:
+    std::error_code bind_error_; /* until it is thrown */
     detail::binding binding_;
     uint64_t timeout_ms_ = 0;
 };

@@ -71,6 +71,7 @@ namespace detail {
 /** Who waits for a slot. `got` is a reply of a query; without it the slot is closed, and `error` says how it ended. */
 struct waiter {
     using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got) noexcept;
+    explicit waiter(done_fn fn) noexcept : done(fn) {}
     done_fn done;
 };
 

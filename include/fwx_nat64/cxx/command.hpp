@@ -42,10 +42,10 @@ template <class send_type, class result_type = result>
 class [[nodiscard]] command : detail::waiter {
 public:
     command(detail::binding &to, send_type send, uint64_t timeout_ms) noexcept
-        : waiter{arrived}, to_(&to), send_(std::move(send)), timeout_ms_(timeout_ms) {}
+        : waiter(arrived), to_(&to), send_(std::move(send)), timeout_ms_(timeout_ms) {}
     /** Of a command that has not been sent. */
     command(command &&from) noexcept
-        : waiter{arrived}, to_(from.to_), send_(std::move(from.send_)), timeout_ms_(from.timeout_ms_) {}
+        : waiter(arrived), to_(from.to_), send_(std::move(from.send_)), timeout_ms_(from.timeout_ms_) {}
     command &operator=(command &&) = delete;
     ~command() {
         if (id_ != 0) to_->close(id_);
@@ -106,7 +106,7 @@ public:
     using value_type = typename command_type::value_type;
 
     window(size_t count, size_t width, make_type make, each_type each)
-        : waiter{arrived},
+        : waiter(arrived),
           count_(count),
           width_(width == 0 ? 1 : width),
           make_(std::move(make)),
@@ -181,7 +181,7 @@ private:
 template <class... command_types>
 class together : waiter {
 public:
-    explicit together(command_types &&...commands) : waiter{arrived}, commands_(std::move(commands)...) {}
+    explicit together(command_types &&...commands) : waiter(arrived), commands_(std::move(commands)...) {}
     together(const together &) = delete;
     ~together() {
         if (outstanding_ != 0) std::get<0>(commands_).to().close_all(*this);
@@ -245,7 +245,7 @@ public:
     }
 
 private:
-    callback(binding &to, on_type on) : waiter{arrived}, to_(&to), on_(std::move(on)) {}
+    callback(binding &to, on_type on) : waiter(arrived), to_(&to), on_(std::move(on)) {}
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
         auto &self = static_cast<callback &>(base);
         result_type value;

@@ -18,7 +18,7 @@ template <class ask_type, class page_type, class end_type>
 class list_walk : waiter {
 public:
     list_walk(binding &to, ask_type ask, page_type on_page, end_type on_end, uint64_t cookie, uint64_t timeout_ms)
-        : waiter{arrived},
+        : waiter(arrived),
           to_(&to),
           cookie_(cookie),
           timeout_ms_(timeout_ms),
