@@ -7,7 +7,7 @@
 #include "gtest/gtest.h"
 
 namespace nat64 = fwx::nat64;
-using std::chrono_literals::operator""s;
+using namespace std::chrono_literals;
 
 namespace {
 
