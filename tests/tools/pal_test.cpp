@@ -116,9 +116,9 @@ TEST_F(applier_test, what_is_carried_out_and_not_saved_is_taken_back_too) {
     model->journal_set({[](void *, uint32_t, const void *, size_t) {},
                         [](void *) -> uint32_t { return FWX_NAT64_MODEL_ERR_NOT_SAVED; }, nullptr});
     bool has_undo = false;
-    auto task = applier_t(*client, rules_)
-                    .apply(
-                        plan_, [](const plan_command_t &) {}, [&] { has_undo = true; });
+    applier_t applier(*client, rules_);
+    auto task = applier.apply(
+        plan_, [](const plan_command_t &) {}, [&] { has_undo = true; });
     task.start();
     for (int turn = 0; turn < 10 && !task.done(); ++turn) {
         pump();
@@ -139,7 +139,8 @@ TEST_F(applier_test, commands_without_an_answer_are_in_doubt_and_nothing_more_is
         SCOPED_TRACE(is_cut);
         client->deadline_set(std::chrono::milliseconds(100));
         model->silent_set(true);
-        auto task = applier_t(*client, rules_).apply(plan_, [](const plan_command_t &) { ADD_FAILURE(); });
+        applier_t applier(*client, rules_);
+        auto task = applier.apply(plan_, [](const plan_command_t &) { ADD_FAILURE(); });
         task.start();
         pump();
         is_cut ? model->drop_clients() : fwx_host_clock_turn(100);
