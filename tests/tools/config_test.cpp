@@ -27,7 +27,7 @@ const std::string first_shown = head + "timeout set --type udp --value 300\n" + 
 class config_test : public natctl_test {
 protected:
     std::string file(const std::string &name, const std::string &text) const {
-        const std::string path = directory_.path() + "/" + name;
+        std::string path = directory_.path() + "/" + name;
         std::ofstream(path) << text;
         return path;
     }
@@ -78,8 +78,8 @@ TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
     for (const auto &[command, status, answer] : table) {
         const run_t got = alpha("--json config " + command);
         EXPECT_EQ(got.status, status) << command;
-        const std::string name = "config " + command.substr(0, command.find(' '));
-        EXPECT_EQ(got.answers, R"({"command":")" + name + "\"," + answer + "\n");
+        std::string name = "config " + command.substr(0, command.find(' '));
+        EXPECT_EQ(got.answers, R"({"command":")" + name.append("\",").append(answer).append("\n"));
     }
     EXPECT_EQ(shown(), first_shown);
     EXPECT_EQ(run("--json config apply --confirm 5s " + first_).status, 2) << "an embedded server cannot wait";
@@ -163,7 +163,7 @@ TEST_F(config_test, an_apply_that_is_killed_is_put_right_by_the_next) {
     for (int id = 1; id <= 600; ++id) {
         many += "dmapping add --type 1 --id " + std::to_string(id) + "\n";
     }
-    const std::string many_ = file("many", many);
+    const std::string path = file("many", many);
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
     /* The size of what a process may write decides where it ends: within its plan, between acknowledgements, at the
@@ -178,13 +178,13 @@ TEST_F(config_test, an_apply_that_is_killed_is_put_right_by_the_next) {
             std::signal(SIGXFSZ, SIG_DFL);
             std::ostringstream ignored;
             std::istringstream none;
-            run_natctl({"--connect", "alpha", "config", "apply", many_}, none, ignored, ignored);
+            run_natctl({"--connect", "alpha", "config", "apply", path}, none, ignored, ignored);
             _exit(0);
         }
         int status = 0;
         waitpid(child, &status, 0);
         ASSERT_TRUE(WIFSIGNALED(status));
-        const run_t applied = alpha("config apply " + many_);
+        const run_t applied = alpha("config apply " + path);
         ASSERT_EQ(applied.status, 0);
         EXPECT_EQ(applied.notes.find("anew"), std::string::npos) << "the server is the one that it was";
         EXPECT_EQ(held().at("dynamic_mappings"), 600);

@@ -68,9 +68,10 @@ enum class list_step { next, enough, too_short };
 
 namespace detail {
 
-/** Who waits for a slot. `got` is a reply of a query; without it the slot is closed, and `error` says how it ended. */
+/** Who waits for a slot. What `done` throws ends the program, in the callback of the library that it comes from.
+ * `got` is a reply of a query; without it the slot is closed, and `error` says how it ended. */
 struct waiter {
-    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got) noexcept;
+    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got);
     explicit waiter(done_fn fn) noexcept : done(fn) {}
     done_fn done;
 };

@@ -74,7 +74,7 @@ public:
     detail::binding &to() const noexcept { return *to_; }
 
 private:
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
         auto &self = static_cast<command &>(base);
         self.id_ = 0;
         detail::conclude(*self.to_, error, self.result_);
@@ -117,7 +117,7 @@ public:
         if (is_gone_ != nullptr) *is_gone_ = true;
     }
 
-    bool await_ready() noexcept {
+    bool await_ready() {
         fill();
         return is_done();
     }
@@ -127,7 +127,7 @@ public:
 private:
     bool is_done() const noexcept { return outstanding_ == 0 && next_ == count_; }
     /** Sends as many as may be; false: it has been destroyed. */
-    bool fill() noexcept {
+    bool fill() {
         while (next_ < count_ && outstanding_ < width_) {
             const auto index = static_cast<uint32_t>(next_++);
             command_type command = make_(index);
@@ -144,7 +144,7 @@ private:
         }
         return true;
     }
-    bool take(uint32_t index, const value_type &value) noexcept {
+    bool take(uint32_t index, const value_type &value) {
         if (value.error) {
             if (sum_.failed++ == 0) sum_.first_error = value.error;
         }
@@ -158,7 +158,7 @@ private:
         is_gone_ = outer;
         return true;
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) {
         auto &self = static_cast<window &>(base);
         value_type value;
         conclude(*self.to_, error, value);
@@ -211,7 +211,7 @@ private:
         ((tag == indices ? conclude(std::get<indices>(commands_).to(), error, std::get<indices>(results_)) : void()),
          ...);
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) {
         auto &self = static_cast<together &>(base);
         self.take(tag, error, std::index_sequence_for<command_types...>());
         if (--self.outstanding_ == 0) self.waiting_.resume();
@@ -246,7 +246,7 @@ public:
 
 private:
     callback(binding &to, on_type on) : waiter(arrived), to_(&to), on_(std::move(on)) {}
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
         auto &self = static_cast<callback &>(base);
         result_type value;
         conclude(*self.to_, error, value);

@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) noexcept {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
         auto &self = static_cast<list_walk &>(base);
         if (got == nullptr) return self.end(error);
         binding &to = *self.to_;
@@ -68,7 +68,7 @@ private:
         if (!life || !to.is_open(id)) return; /* somebody has ended it */
         self.go_on(step, *got);
     }
-    void go_on(list_step step, const page &got) noexcept {
+    void go_on(list_step step, const page &got) {
         const bool goes_on = got.more || got.cookie != 0;
         if (step == list_step::too_short) return end(client_errc::list_short);
         if (step == list_step::enough || !goes_on) return end({});
@@ -81,7 +81,7 @@ private:
         const uint32_t code = to_->send(id_, ask_again);
         if (code != 0) end(send_error(code));
     }
-    void end(std::error_code error) noexcept {
+    void end(std::error_code error) {
         to_->close(std::exchange(id_, 0));
         end_type on_end = std::move(on_end_);
         if (is_in_slot_) this->~list_walk();
