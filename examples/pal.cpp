@@ -2,7 +2,6 @@
  * The PAL of pal.c in coroutines: 10,000 commands to a server in another process, a window of them at a time. It heeds
  * flow control, goes on when the server is started again, and accounts for every command.
  *     c++ -std=c++20 pal.cpp -o pal $(pkg-config --cflags --libs fwx_nat64 fwx_host)
- *     natctl serve alpha & ./pal alpha
  */
 #include <cstdio>
 #include <cstdlib>
