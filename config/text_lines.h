@@ -34,18 +34,20 @@ public:
     /** Of the first of those that it is put together from; that of the text's first is 1. */
     uint32_t number() const { return number_; }
 
+    /** Whether a line goes on with the next, behind its last backslash; `is_begun`: it goes on with one itself. A
+     * comment does not, unless it is within a line. */
+    static bool goes_on(std::string_view line, bool is_begun) {
+        const size_t last = line.find_last_not_of('\r');
+        const bool has_mark = last != std::string_view::npos && line[last] == '\\';
+        return has_mark && (is_begun || line[line.find_first_not_of(" \t\r")] != '#');
+    }
+
 private:
     std::string_view take() {
         const std::string_view line = rest_.substr(0, rest_.find('\n'));
         rest_.remove_prefix(std::min(line.size() + 1, rest_.size()));
         ++count_;
         return line;
-    }
-    /** A comment does not, unless it is within a line itself. */
-    static bool goes_on(std::string_view line, bool is_begun) {
-        const size_t last = line.find_last_not_of('\r');
-        const bool has_mark = last != std::string_view::npos && line[last] == '\\';
-        return has_mark && (is_begun || line[line.find_first_not_of(" \t\r")] != '#');
     }
 
     std::string_view rest_;

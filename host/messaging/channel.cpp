@@ -232,7 +232,11 @@ void channel_t::deliver(const received_t &received, uint32_t &calls) {
     delivery.begin = rx_buf_;
     delivery.end = rx_buf_ + received.size;
     delivery.head_size = std::min(received.size, sizeof delivery.head);
-    memcpy(delivery.head, rx_buf_, delivery.head_size);
+    if (rx_size_ >= sizeof delivery.head) {
+        memcpy(delivery.head, rx_buf_, sizeof delivery.head); /* of a known length, which takes no call */
+    } else {
+        memcpy(delivery.head, rx_buf_, delivery.head_size);
+    }
     innermost_delivery = &delivery;
     handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
     innermost_delivery = delivery.outer;

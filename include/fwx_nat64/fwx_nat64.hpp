@@ -62,20 +62,40 @@ private:
         return made;
     }
 
+    template <class value_type, class ask_type, class page_type>
+    auto awaited(ask_type ask, page_type on_page) {
+        return detail::awaited_list<value_type, ask_type, page_type>(binding_, std::move(ask), std::move(on_page),
+                                                                     timeout_ms_);
+    }
     template <class record_type>
     auto record(uint32_t selector) {
         auto ask = [selector](void *pal_ctx, uint64_t, uint64_t) {
             return fwx_nat64_stats_sys_query_a(selector, pal_ctx);
         };
-        return record_query<record_type, decltype(ask)>(binding_, ask, selector, timeout_ms_);
+        auto take = [selector](record_result<record_type> &into, const page &got) {
+            const auto *record = detail::entries_of<record_type>(got);
+            const bool is_other = got.bytes != SIZE_MAX && got.value2 != selector;
+            if (is_other) into.error = client_errc::unexpected_answer;
+            if (record == nullptr || is_other) return list_step::too_short;
+            into.record = *record;
+            return list_step::enough;
+        };
+        return awaited<record_result<record_type>>(ask, take);
     }
     template <class entry_type, class ask_type>
     auto entries(ask_type ask) {
-        return list_query<entry_type, ask_type>(binding_, ask, timeout_ms_);
+        return awaited<list<entry_type>>(ask, [](list<entry_type> &into, const page &got) {
+            auto keep = [&into](std::span<const entry_type> entries) {
+                into.entries.insert(into.entries.end(), entries.begin(), entries.end());
+            };
+            return detail::hand_over<entry_type>(keep, got);
+        });
     }
     template <class entry_type, class ask_type, class on_type>
     auto entries(ask_type ask, on_type on) {
-        return list_query<entry_type, ask_type, on_type>(binding_, ask, timeout_ms_, std::move(on));
+        return awaited<result>(ask, [on = std::move(on)](result &, const page &got) mutable {
+            return detail::hand_over<entry_type>(on, got);
+        });
     }
     template <class entry_type, class ask_type, class on_type, class end_type>
     result entries(ask_type ask, on_type on, end_type on_end) {

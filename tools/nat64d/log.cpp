@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <ctime>
 #include <nlohmann/json.hpp>
+
+#include "tools/pal/time_text.h"
 
 namespace {
 
@@ -21,17 +21,6 @@ std::string value_text(const std::string &value) {
 }
 
 }  // namespace
-
-std::string time_text() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    char text[64];
-    const size_t length = strftime(text, sizeof text, "%FT%T", &utc);
-    snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(now.tv_nsec / 1000000));
-    return text;
-}
 
 void log_event(log_level_t level, std::string_view event, std::initializer_list<log_field_t> fields) {
     std::string line = "time=" + time_text() + " level=" + level_names[static_cast<size_t>(level)] + " event=";

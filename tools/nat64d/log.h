@@ -17,7 +17,4 @@ using log_field_t = std::pair<std::string_view, std::string>;
  */
 void log_event(log_level_t level, std::string_view event, std::initializer_list<log_field_t> fields = {});
 
-/** `2026-01-31T23:59:59.123Z`: now. */
-std::string time_text();
-
 #endif

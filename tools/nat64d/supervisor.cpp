@@ -10,6 +10,7 @@
 #include "records/families.h"
 #include "tools/nat64d/log.h"
 #include "tools/nat64d/rule_learner.h"
+#include "tools/pal/time_text.h"
 
 namespace {
 

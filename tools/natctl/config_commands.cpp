@@ -124,12 +124,8 @@ uint32_t roll_back(call_t &call, const request_t &request) {
 
 uint32_t show(call_t &call, const request_t &request) {
     std::optional<running_t> place;
-    running_t *running = nullptr;
-    const std::string error = call.pal.look_at_running(place, running);
-    if (!error.empty()) {
-        refuse(call.outcome, status_t::usage, 0, error);
-        return 0;
-    }
+    running_t *running = config_look(call, place);
+    if (running == nullptr) return 0;
     call.pal.settle_all();
     const document_t &document = running->document();
     const size_t doubtful = running->doubtful();
@@ -152,12 +148,8 @@ std::string time_text(int64_t time) {
 
 uint32_t show_log(call_t &call) {
     std::optional<running_t> place;
-    running_t *running = nullptr;
-    const std::string error = call.pal.look_at_running(place, running);
-    if (!error.empty()) {
-        refuse(call.outcome, status_t::usage, 0, error);
-        return 0;
-    }
+    running_t *running = config_look(call, place);
+    if (running == nullptr) return 0;
     call.pal.settle_all();
     if (call.pal.options().connect.empty()) running->end();
     call.outcome.data = json_t::array();

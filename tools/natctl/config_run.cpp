@@ -184,15 +184,19 @@ void wait_for_confirmation(call_t &call, const config_wish_t &wish) {
 
 }  // namespace
 
+running_t *config_look(call_t &call, std::optional<running_t> &place) {
+    running_t *running = nullptr;
+    const std::string error = call.pal.look_at_running(place, running);
+    if (error.empty()) return running;
+    refuse(call.outcome, status_t::usage, 0, error);
+    return nullptr;
+}
+
 size_t config_diff(call_t &call, const document_t &document, bool replays) {
     call.pal.settle_all();
     std::optional<running_t> place;
-    running_t *running = nullptr;
-    const std::string error = call.pal.look_at_running(place, running);
-    if (!error.empty()) {
-        refuse(call.outcome, status_t::usage, 0, error);
-        return 0;
-    }
+    running_t *running = config_look(call, place);
+    if (running == nullptr) return 0;
     if (place) {
         place->begin("");
         bring_in_step(call, *place, replays);

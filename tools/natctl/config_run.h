@@ -15,6 +15,8 @@ struct config_wish_t {
     uint64_t confirm_s; /* 0: it stays without being confirmed */
 };
 
+/** The running document to look at, which `place` may be given; null: it cannot be, and the call says why. */
+running_t *config_look(call_t &call, std::optional<running_t> &place);
 /** Says what leads from what the server runs to the document; returns how many commands that are. */
 size_t config_diff(call_t &call, const document_t &document, bool replays);
 /** Leads there. */

@@ -3,6 +3,8 @@
 #include <string_view>
 #include <utility>
 
+#include "config/text_lines.h"
+
 namespace {
 
 constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
@@ -19,10 +21,9 @@ bool line_joiner_t::join(std::string &text) {
     if (has_mark) text.erase(0, byte_order_mark.size());
     const bool is_begun = !begun_.empty();
     if (!is_begun) line_ = count_;
-    const size_t last = text.find_last_not_of('\r');
-    const bool goes_on = last != std::string::npos && text[last] == '\\' && (is_begun || has_command(text));
+    const bool goes_on = text_lines_t::goes_on(text, is_begun);
     if (goes_on) {
-        begun_.append(text, 0, last);
+        begun_.append(text, 0, text.find_last_of('\\'));
     } else if (is_begun) {
         text = std::exchange(begun_, {}) + text;
     }

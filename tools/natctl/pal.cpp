@@ -9,6 +9,7 @@
 #include "tools/natctl/decode.h"
 #include "tools/natctl/seed.h"
 #include "tools/natctl/server_place.h"
+#include "tools/pal/no_server.h"
 
 namespace {
 
@@ -24,11 +25,6 @@ void debug_written(void *arg, fwx_host_debug_channel_t, uint32_t, const char *te
         if (is_wanted) line += *text;
     }
     static_cast<pal_t *>(arg)->note(line);
-}
-
-/** Whether the code says that nobody serves the channel; as a verdict: that the server never got the command. */
-bool is_no_server(uint32_t code) {
-    return code == FWX_NAT64_ERR_AGAIN || code == FWX_HOST_ERR_NO_SERVER || code == FWX_HOST_ERR_CHANNEL_DOWN;
 }
 
 server_kind_t server_kind(const options_t &options) {

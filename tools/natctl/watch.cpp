@@ -1,24 +1,11 @@
 #include "tools/natctl/watch.h"
 
-#include <cstdio>
-#include <ctime>
 #include <string_view>
 
 #include "tools/natctl/interrupt.h"
+#include "tools/pal/time_text.h"
 
 namespace {
-
-/** `2026-01-31T23:59:59.123Z`. */
-std::string time_text() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm utc{};
-    gmtime_r(&now.tv_sec, &utc);
-    char text[64];
-    const size_t length = strftime(text, sizeof text, "%FT%T", &utc);
-    snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(now.tv_nsec / 1000000));
-    return text;
-}
 
 json_t event_of(const json_t &message) {
     constexpr std::string_view prefix = "unsol_";

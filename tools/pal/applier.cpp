@@ -4,18 +4,12 @@
 #include <unordered_map>
 
 #include "config/plan_run.h"
-#include "fwx_host/errors.h"
 #include "fwx_nat64/server_result.h"
+#include "tools/pal/no_server.h"
 
 namespace nat64 = fwx::nat64;
 
 namespace {
-
-/** Whether nobody was there to get the command. */
-bool is_no_server(const std::error_code &error) {
-    return error == nat64::nat64_error(FWX_NAT64_ERR_AGAIN) || error == nat64::nat64_error(FWX_HOST_ERR_NO_SERVER) ||
-           error == nat64::nat64_error(FWX_HOST_ERR_CHANNEL_DOWN);
-}
 
 /** Whether a command that was sent has ended without an answer. */
 bool is_unanswered(const std::error_code &error) {
@@ -81,7 +75,7 @@ private:
                 client_.configure(send_it, [self = shared_from_this(), ticket](const nat64::result &answer) {
                     self->arrived(ticket, answer.error, nullptr);
                 });
-            if (!got) settle(ticket, got.error, is_no_server(got.error));
+            if (!got) settle(ticket, got.error, is_no_server(got.code()));
             return;
         }
         const void *record = command.record.bytes;
@@ -99,7 +93,7 @@ private:
         if (got) return;
         const bool must_mend = sent.rule && (is_new || command.op == FWX_NAT64_OP_DEL);
         if (must_mend) note_table(rules_.failed(*sent.rule));
-        settle(ticket, got.error, is_no_server(got.error));
+        settle(ticket, got.error, is_no_server(got.code()));
     }
 
     void arrived(size_t ticket, std::error_code error, const nat64::rule_result *rule) {
@@ -119,7 +113,7 @@ private:
             result_.lost = error;
             sent_.erase(ticket);
         } else {
-            settle(ticket, error, is_no_server(error));
+            settle(ticket, error, is_no_server(nat64::result{error}.code()));
         }
         fill();
         if (is_over() && waiting_) std::exchange(waiting_, nullptr).resume();

@@ -54,6 +54,8 @@ enum class step_t : uint8_t {
 
 class running_t {
 public:
+    /** Begins the lines of a journal that are no commands. */
+    static constexpr char mark = '@';
     /** Versions that can be gone back to. */
     static constexpr size_t kept_versions = 100;
 

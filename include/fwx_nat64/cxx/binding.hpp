@@ -98,7 +98,7 @@ public:
     binding(const void *client_id, void *ev_arg, handlers on, const adapter &platform, std::error_code &error)
         : platform_(platform), on_(std::make_shared<const handlers>(std::move(on))), ev_arg_(ev_arg), birth_(births()) {
         const bool is_first = active() == nullptr && fwx_nat64_client_info_get() == nullptr;
-        if (is_first) become_active();
+        if (is_first) active() = this;
         const uint32_t code = fwx_nat64_bind(client_id, ev_arg, &unsol_callbacks, &reply_callbacks);
         error = send_error(code);
         if (code == 0) {
@@ -281,15 +281,15 @@ private:
         static constinit uint64_t count = 0;
         return ++count;
     }
-    void become_active() noexcept { active() = this; }
 
-    uint32_t capacity() const noexcept { return static_cast<uint32_t>(blocks_.size()) << block_bits; }
+    uint32_t capacity() const noexcept { return capacity_; }
     slot &at(uint32_t index) noexcept { return blocks_[index >> block_bits][index % block_size]; }
     const slot &at(uint32_t index) const noexcept { return blocks_[index >> block_bits][index % block_size]; }
 
     void grow() {
         const uint32_t first = capacity();
         blocks_.push_back(std::make_unique<slot[]>(block_size));
+        capacity_ += block_size;
         for (uint32_t index = first + block_size; index-- > first;) {
             at(index).tag = std::exchange(free_, index);
         }
@@ -433,6 +433,7 @@ private:
     bool is_flushing_ = false;
     bool is_throttled_ = false;
     std::vector<std::unique_ptr<slot[]>> blocks_;
+    uint32_t capacity_ = 0; /* slots in all blocks */
     uint32_t free_ = no_slot;
     uint32_t connection_ = 0; /* counts channels that have ended */
     size_t outstanding_ = 0;

@@ -61,7 +61,7 @@ public:
     bool await_suspend(std::coroutine_handle<> waiting) noexcept {
         waiting_ = waiting;
         const uint32_t code = to_->start(send_, *this, 0, timeout_ms_, id_);
-        static_cast<result &>(result_) = detail::sent(code);
+        if (code != 0) static_cast<result &>(result_) = detail::sent(code);
         return code == 0;
     }
     result_type await_resume() const noexcept { return result_; }

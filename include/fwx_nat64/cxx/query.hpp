@@ -119,105 +119,48 @@ list_step hand_over(on_type &on, const page &got) {
     }
 }
 
-struct nothing_t {};
-
-}  // namespace detail
-
-/** A list to await. With `on_type` it is handed over reply by reply, and the result is its end alone. */
-template <class entry_type, class ask_type, class on_type = detail::nothing_t>
-class [[nodiscard]] list_query {
-    static constexpr bool is_whole = std::is_same_v<on_type, detail::nothing_t>;
-    using value_type = std::conditional_t<is_whole, list<entry_type>, result>;
-
+/** What awaits the end of a list. `page_type` gets the value that is given then, and each reply. */
+template <class value_type, class ask_type, class page_type>
+class [[nodiscard]] awaited_list {
 public:
-    list_query(detail::binding &to, ask_type ask, uint64_t timeout_ms, on_type on = {})
-        : on_(std::move(on)), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
-    list_query(const list_query &) = delete;
+    awaited_list(binding &to, ask_type ask, page_type on_page, uint64_t timeout_ms)
+        : on_page_(std::move(on_page)), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
+    awaited_list(const awaited_list &) = delete;
 
     bool await_ready() const noexcept { return false; }
     bool await_suspend(std::coroutine_handle<> waiting) {
         waiting_ = waiting;
         const uint32_t code = walk_.start();
-        static_cast<result &>(value_) = detail::sent(code);
+        static_cast<result &>(value_) = sent(code);
         return code == 0;
     }
     value_type await_resume() { return std::move(value_); }
 
 private:
     struct page_fn {
-        list_query *self;
-        list_step operator()(const page &got) const {
-            if constexpr (is_whole) {
-                auto keep = [this](std::span<const entry_type> entries) {
-                    self->value_.entries.insert(self->value_.entries.end(), entries.begin(), entries.end());
-                };
-                return detail::hand_over<entry_type>(keep, got);
-            } else {
-                return detail::hand_over<entry_type>(self->on_, got);
-            }
-        }
+        awaited_list *self;
+        list_step operator()(const page &got) const { return self->on_page_(self->value_, got); }
     };
     struct end_fn {
-        list_query *self;
+        awaited_list *self;
         void operator()(std::error_code error) const {
-            self->value_.error = error;
+            if (!self->value_.error) self->value_.error = error;
             self->waiting_.resume();
         }
     };
 
-    on_type on_;
+    page_type on_page_;
     value_type value_;
     std::coroutine_handle<> waiting_;
-    detail::list_walk<ask_type, page_fn, end_fn> walk_;
+    list_walk<ask_type, page_fn, end_fn> walk_;
 };
+
+}  // namespace detail
 
 /** The result of a query of one record. */
 template <class record_type>
 struct record_result : result {
     record_type record{}; /**< with no error */
-};
-
-/** A query of one record, to await. `selector` tells that the record is the one that was asked for. */
-template <class record_type, class ask_type>
-class [[nodiscard]] record_query {
-public:
-    record_query(detail::binding &to, ask_type ask, uint32_t selector, uint64_t timeout_ms)
-        : selector_(selector), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
-    record_query(const record_query &) = delete;
-
-    bool await_ready() const noexcept { return false; }
-    bool await_suspend(std::coroutine_handle<> waiting) {
-        waiting_ = waiting;
-        const uint32_t code = walk_.start();
-        static_cast<result &>(value_) = detail::sent(code);
-        return code == 0;
-    }
-    record_result<record_type> await_resume() const { return value_; }
-
-private:
-    struct page_fn {
-        record_query *self;
-        list_step operator()(const page &got) const {
-            const auto *record = detail::entries_of<record_type>(got);
-            self->is_other_ = got.bytes != SIZE_MAX && got.value2 != self->selector_;
-            if (record == nullptr || self->is_other_) return list_step::too_short;
-            self->value_.record = *record;
-            return list_step::enough;
-        }
-    };
-    struct end_fn {
-        record_query *self;
-        void operator()(std::error_code error) const {
-            self->value_.error = self->is_other_ ? make_error_code(client_errc::unexpected_answer) : error;
-            self->waiting_.resume();
-        }
-    };
-
-    uint32_t selector_;
-    bool is_other_ = false;
-    record_result<record_type> value_;
-    std::coroutine_handle<> waiting_;
-    detail::list_walk<ask_type, page_fn, end_fn> walk_;
 };
 
 /**

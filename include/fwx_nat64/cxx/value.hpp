@@ -217,55 +217,33 @@ private:
     fwx_nat64_addr_t record_{};
 };
 
-/** An IPv4 prefix. */
-class ipv4_prefix {
+/** A prefix: an address and how many of its bits count. */
+template <class address_type, uint8_t max_length>
+class basic_prefix {
 public:
-    constexpr ipv4_prefix() = default;
-    constexpr ipv4_prefix(ipv4_address address, uint8_t length) : address_(address), length_(length) {}
+    constexpr basic_prefix() = default;
+    constexpr basic_prefix(const address_type &address, uint8_t length) : address_(address), length_(length) {}
     template <size_t size>
-    consteval ipv4_prefix(const char (&text)[size]) : ipv4_prefix(detail::stated(parse({text, size - 1}))) {}
-    static constexpr std::optional<ipv4_prefix> parse(std::string_view text) {
+    consteval basic_prefix(const char (&text)[size]) : basic_prefix(detail::stated(parse({text, size - 1}))) {}
+    static constexpr std::optional<basic_prefix> parse(std::string_view text) {
         std::string_view address;
         uint32_t length = 0;
-        if (!detail::split_prefix(text, 32, address, length)) return std::nullopt;
-        const auto read = ipv4_address::parse(address);
-        return read ? std::optional(ipv4_prefix(*read, static_cast<uint8_t>(length))) : std::nullopt;
+        if (!detail::split_prefix(text, max_length, address, length)) return std::nullopt;
+        const auto read = address_type::parse(address);
+        return read ? std::optional(basic_prefix(*read, static_cast<uint8_t>(length))) : std::nullopt;
     }
 
-    constexpr ipv4_address address() const { return address_; }
+    constexpr const address_type &address() const { return address_; }
     constexpr uint8_t length() const { return length_; }
     std::string text() const { return address_.text() + '/' + std::to_string(length_); }
-    friend constexpr bool operator==(const ipv4_prefix &, const ipv4_prefix &) = default;
+    friend constexpr bool operator==(const basic_prefix &, const basic_prefix &) = default;
 
 private:
-    ipv4_address address_;
+    address_type address_;
     uint8_t length_ = 0;
 };
-
-/** An IPv6 prefix. */
-class ipv6_prefix {
-public:
-    constexpr ipv6_prefix() = default;
-    constexpr ipv6_prefix(const ipv6_address &address, uint8_t length) : address_(address), length_(length) {}
-    template <size_t size>
-    consteval ipv6_prefix(const char (&text)[size]) : ipv6_prefix(detail::stated(parse({text, size - 1}))) {}
-    static constexpr std::optional<ipv6_prefix> parse(std::string_view text) {
-        std::string_view address;
-        uint32_t length = 0;
-        if (!detail::split_prefix(text, 128, address, length)) return std::nullopt;
-        const auto read = ipv6_address::parse(address);
-        return read ? std::optional(ipv6_prefix(*read, static_cast<uint8_t>(length))) : std::nullopt;
-    }
-
-    constexpr const ipv6_address &address() const { return address_; }
-    constexpr uint8_t length() const { return length_; }
-    std::string text() const { return address_.text() + '/' + std::to_string(length_); }
-    friend constexpr bool operator==(const ipv6_prefix &, const ipv6_prefix &) = default;
-
-private:
-    ipv6_address address_;
-    uint8_t length_ = 0;
-};
+using ipv4_prefix = basic_prefix<ipv4_address, 32>;
+using ipv6_prefix = basic_prefix<ipv6_address, 128>;
 
 /** Timeouts, as this project's server means them. */
 enum class timeout_kind : uint32_t {
