@@ -194,7 +194,7 @@ TEST(cxx_record_test, every_member_sends_the_bytes_of_its_c_function) {
             sent.clear();
             EXPECT_EQ(row.in_c(), 0u) << row.name;
             fwx_mapt_plu_cleanup(); /* the rule is pending */
-            EXPECT_EQ(row.in_cxx(client).error, std::error_code()) << row.name;
+            EXPECT_EQ(row.in_cxx(client).error, nat64::nat64_error(0)) << row.name;
             fwx_host_loop_run_until_idle(loop);
             ASSERT_EQ(sent.size(), 2u) << row.name;
             EXPECT_EQ(sent[0], sent[1]) << row.name;

@@ -68,7 +68,7 @@ void pal_t::rule_answered(call_id_t id, const nat64::rule_result &got) {
     keep_verdict(*call, got);
     const char *by = "server";
     const uint32_t code = judge_rule(*call, got, by);
-    end(*call, code == 0 ? std::error_code() : nat64::nat64_error(code), by);
+    end(*call, nat64::nat64_error(code), by);
 }
 
 /** The server's verdict, and the table made to agree with it. Without a reply the server never got the command. */

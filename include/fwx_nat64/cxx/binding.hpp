@@ -68,10 +68,10 @@ enum class list_step { next, enough, too_short };
 
 namespace detail {
 
-/** Who waits for a slot. What `done` throws ends the program, in the callback of the library that it comes from.
- * `got` is a reply of a query; without it the slot is closed, and `error` says how it ended. */
+/** Who waits for a slot. What a PAL throws in `done` ends the program. `got` is a reply of a query; without it the slot
+ * is closed, and `error` says how it ended. */
 struct waiter {
-    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got);
+    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got) noexcept;
     explicit waiter(done_fn fn) noexcept : done(fn) {}
     done_fn done;
 };
@@ -82,12 +82,9 @@ struct room_waiter {
     std::coroutine_handle<> handle;
 };
 
-inline std::error_code send_error(uint32_t code) noexcept {
-    return code == 0 ? std::error_code() : nat64_error(code);
-}
 /** What came of sending. */
 inline result sent(uint32_t code) noexcept {
-    return {send_error(code), code == 0};
+    return {nat64_error(code), code == 0};
 }
 
 class binding {
@@ -100,7 +97,7 @@ public:
         const bool is_first = active() == nullptr && fwx_nat64_client_info_get() == nullptr;
         if (is_first) active() = this;
         const uint32_t code = fwx_nat64_bind(client_id, ev_arg, &unsol_callbacks, &reply_callbacks);
-        error = send_error(code);
+        error = nat64_error(code);
         if (code == 0) {
             is_bound_ = true;
             fwx_nat64_client_info_get()->throttle_cb = throttled;
@@ -124,7 +121,7 @@ public:
         timer_ = 0;
         is_bound_ = false;
         for (uint32_t index = 0; index < capacity(); ++index) {
-            end(index, nat64_error(FWX_NAT64_ERR_NOT_READY));
+            if (at(index).owner != nullptr) end(at(index), nat64_error(FWX_NAT64_ERR_NOT_READY));
         }
         while (room_waiter *first = std::exchange(room_, room_ == nullptr ? nullptr : room_->next)) {
             first->handle.resume();
@@ -133,7 +130,13 @@ public:
 
     bool is_bound() const noexcept { return is_bound_; }
     bool is_throttled() const noexcept { return is_throttled_; }
-    size_t outstanding() const noexcept { return outstanding_; }
+    size_t outstanding() const noexcept {
+        size_t count = 0;
+        for (uint32_t index = 0; index < capacity(); ++index) {
+            if (at(index).owner != nullptr) ++count;
+        }
+        return count;
+    }
 
     uint64_t now_ms() const {
         if (platform_.now_ms != nullptr) return platform_.now_ms();
@@ -146,11 +149,11 @@ public:
         next_deadline_ = 0;
         const life_t life(*this);
         for (uint32_t index = 0; life && index < capacity(); ++index) {
-            const slot &entry = at(index);
+            slot &entry = at(index);
             const bool is_due = entry.owner != nullptr && entry.deadline_ms != 0;
             if (!is_due) continue;
             if (entry.deadline_ms <= now) {
-                end(index, std::make_error_code(std::errc::timed_out));
+                end(entry, std::make_error_code(std::errc::timed_out));
             } else {
                 arm(entry.deadline_ms);
             }
@@ -160,28 +163,25 @@ public:
     /* --- Slots. Their numbers are what the library gets as `pal_ctx`. --- */
 
     uint64_t open(waiter &owner, uint32_t tag) {
-        if (free_ == no_slot) grow();
-        const uint32_t index = free_;
-        slot &entry = at(index);
-        free_ = entry.tag;
+        if (free_ == nullptr) grow();
+        slot &entry = *free_;
+        free_ = entry.next_free;
         entry.owner = &owner;
         entry.tag = tag;
         entry.deadline_ms = 0;
-        entry.connection = connection_;
-        ++outstanding_;
-        return uint64_t{entry.generation} << 32 | index;
+        return entry.id;
     }
     bool is_open(uint64_t id) const noexcept {
         const auto index = static_cast<uint32_t>(id);
-        return index < capacity() && at(index).generation == id >> 32;
+        return index < capacity() && at(index).id == id;
     }
     void close(uint64_t id) noexcept {
-        if (is_open(id)) release(static_cast<uint32_t>(id));
+        if (is_open(id)) release(at(static_cast<uint32_t>(id)));
     }
     /** Closes all slots that this one waits for. */
     void close_all(const waiter &owner) noexcept {
         for (uint32_t index = 0; index < capacity(); ++index) {
-            if (at(index).owner == &owner) release(index);
+            if (at(index).owner == &owner) release(at(index));
         }
     }
     /** Room in an open slot, which stays where it is until the slot is closed and opened again. */
@@ -189,10 +189,7 @@ public:
     void own(uint64_t id, waiter &owner) noexcept { at(static_cast<uint32_t>(id)).owner = &owner; }
     /** Puts the deadline of an open slot so long from now; 0: it has none. */
     void set_deadline(uint64_t id, uint64_t timeout_ms) {
-        if (timeout_ms == 0) return;
-        slot &entry = at(static_cast<uint32_t>(id));
-        entry.deadline_ms = now_ms() + timeout_ms;
-        arm(entry.deadline_ms);
+        if (timeout_ms != 0) put_deadline(at(static_cast<uint32_t>(id)), timeout_ms);
     }
     /** Calls the C function with the slot's number. An open slot that it fails for is closed. */
     template <class send_type>
@@ -208,7 +205,7 @@ public:
         const uint32_t code = send(id, send_fn);
         if (code != 0) {
             id = 0;
-        } else if (timeout_ms != 0) {
+        } else {
             set_deadline(id, timeout_ms);
         }
         return code;
@@ -261,17 +258,18 @@ public:
 private:
     struct slot {
         waiter *owner = nullptr; /* null: it is free */
-        uint32_t generation = first_generation;
-        uint32_t tag = 0; /* the owner's; of a free slot the next one */
+        slot *next_free = nullptr;
         uint64_t deadline_ms = 0;
-        uint32_t connection = 0; /* through which it was sent */
+        uint64_t id = 0;       /* its index, and behind it its generation */
+        uint64_t ended_id = 0; /* that it had when its channel ended */
+        uint32_t tag = 0;      /* the owner's */
         alignas(std::max_align_t) std::byte storage[storage_size];
     };
-    static constexpr uint32_t no_slot = UINT32_MAX;
     static constexpr uint32_t block_bits = 6; /* slots are made by blocks, which stay where they are */
     static constexpr uint32_t block_size = 1U << block_bits;
     /* No address has this bit, so that a context that is somebody else's is none of ours. */
-    static constexpr uint32_t first_generation = 1U << 31;
+    static constexpr uint64_t own_bit = uint64_t{1} << 63;
+    static constexpr uint64_t one_generation = uint64_t{1} << 32;
 
     static binding *&active() noexcept {
         static constinit binding *the_one = nullptr;
@@ -286,30 +284,32 @@ private:
     slot &at(uint32_t index) noexcept { return blocks_[index >> block_bits][index % block_size]; }
     const slot &at(uint32_t index) const noexcept { return blocks_[index >> block_bits][index % block_size]; }
 
-    void grow() {
+    /* What is rare or ends a command stays out of line: the way of all others then saves fewer registers. */
+    [[gnu::noinline]] void grow() {
         const uint32_t first = capacity();
         blocks_.push_back(std::make_unique<slot[]>(block_size));
         capacity_ += block_size;
         for (uint32_t index = first + block_size; index-- > first;) {
-            at(index).tag = std::exchange(free_, index);
+            at(index).id = own_bit | index;
+            at(index).next_free = std::exchange(free_, &at(index));
         }
     }
-    void release(uint32_t index) noexcept {
-        slot &entry = at(index);
+    void release(slot &entry) noexcept {
         entry.owner = nullptr;
-        entry.generation = (entry.generation + 1) | first_generation;
-        entry.tag = std::exchange(free_, index);
-        --outstanding_;
+        entry.id = (entry.id + one_generation) | own_bit;
+        entry.next_free = std::exchange(free_, &entry);
     }
-    /** Closes a slot, if it is open, and tells its owner; no error: it is done. */
-    void end(uint32_t index, std::error_code error) noexcept {
-        waiter *const owner = at(index).owner;
-        if (owner == nullptr) return;
-        const uint32_t tag = at(index).tag;
-        release(index);
-        owner->done(*owner, tag, error, nullptr);
+    /** Closes an open slot and tells its owner; no error: it is done. */
+    void end(slot &entry, std::error_code error) noexcept {
+        waiter *const owner = entry.owner;
+        release(entry);
+        owner->done(*owner, entry.tag, error, nullptr);
     }
 
+    [[gnu::noinline]] void put_deadline(slot &entry, uint64_t timeout_ms) {
+        entry.deadline_ms = now_ms() + timeout_ms;
+        arm(entry.deadline_ms);
+    }
     void arm(uint64_t deadline_ms) {
         if (next_deadline_ != 0 && deadline_ms >= next_deadline_) return;
         next_deadline_ = deadline_ms;
@@ -329,13 +329,17 @@ private:
         binding *self = active();
         const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
         if (self == nullptr || info == nullptr || info->connected != 0) return;
-        const uint32_t ended = self->connection_++;
         self->is_flushing_ = true; /* the flush refuses commands; waiters hear of their end behind it */
         fwx_nat64_clnt_cleanup();
         self->is_flushing_ = false;
+        for (uint32_t index = 0; index < self->capacity(); ++index) {
+            self->at(index).ended_id = self->at(index).id;
+        }
         const life_t life(*self);
         for (uint32_t index = 0; life && index < self->capacity(); ++index) {
-            if (self->at(index).connection == ended) self->end(index, client_errc::connection_lost);
+            slot &entry = self->at(index); /* what is sent meanwhile goes through another channel */
+            const bool is_over = entry.owner != nullptr && entry.ended_id == entry.id;
+            if (is_over) self->end(entry, client_errc::connection_lost);
         }
         if (life) self->tell(&handlers::lost);
         if (life) self->set_throttled(false);
@@ -363,19 +367,19 @@ private:
         binding *self = active();
         const auto id = reinterpret_cast<uint64_t>(got->pal_ctx);
         if (self == nullptr || self->is_flushing_ || !self->is_open(id)) return;
-        self->end(static_cast<uint32_t>(id), send_error(got->result));
+        self->end(self->at(static_cast<uint32_t>(id)), nat64_error(got->result));
     }
     static uint32_t paged(void *pal_ctx, page got) noexcept {
         binding *self = active();
         const auto id = reinterpret_cast<uint64_t>(pal_ctx);
         if (self == nullptr || self->is_flushing_ || !self->is_open(id)) return 1;
-        const slot &entry = self->at(static_cast<uint32_t>(id));
+        slot &entry = self->at(static_cast<uint32_t>(id));
         if (const std::error_code error = self->look_behind(got)) {
-            self->end(static_cast<uint32_t>(id), error);
+            self->end(entry, error);
             return 1;
         }
         const life_t life(*self);
-        entry.owner->done(*entry.owner, entry.tag, {}, &got);
+        entry.owner->done(*entry.owner, entry.tag, nat64_error(0), &got);
         return life && self->is_open(id) ? 0 : 1;
     }
     /** Says what is known of a reply beside what its callback got, or how the query has failed. */
@@ -391,7 +395,7 @@ private:
             if (is_system) got.value2 = reply.sel;
         }
         got.bytes = platform_.bytes_behind == nullptr ? SIZE_MAX : platform_.bytes_behind(got.data);
-        return got.data == nullptr ? nat64_error(FWX_NAT64_ERR_AGAIN) : std::error_code();
+        return nat64_error(got.data == nullptr ? FWX_NAT64_ERR_AGAIN : 0U);
     }
     static uint32_t system_stats(void *pal_ctx, uint32_t more, void *data) noexcept {
         return paged(pal_ctx, {data, 1, more != 0, 0, 0, 0});
@@ -434,9 +438,7 @@ private:
     bool is_throttled_ = false;
     std::vector<std::unique_ptr<slot[]>> blocks_;
     uint32_t capacity_ = 0; /* slots in all blocks */
-    uint32_t free_ = no_slot;
-    uint32_t connection_ = 0; /* counts channels that have ended */
-    size_t outstanding_ = 0;
+    slot *free_ = nullptr;
     uint64_t next_deadline_ = 0; /* 0: nothing has one */
     uint64_t timer_ = 0;
     room_waiter *room_ = nullptr;

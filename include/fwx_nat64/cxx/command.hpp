@@ -26,7 +26,7 @@ inline void conclude(const binding &of, std::error_code error, rule_result &into
                    error != nat64_error(FWX_NAT64_ERR_NOT_READY));
     const std::optional<fwx_nat64_mapt_reply_t> reply = is_answered ? of.rule_reply() : std::nullopt;
     if (!reply) return;
-    into.error = send_error(reply->reply.result);
+    into.error = nat64_error(reply->reply.result);
     into.bmr_index = reply->bmr_index;
     into.has_verdict = true;
     into.orders_cleanup = reply->op == FWX_NAT64_OP_DEL && reply->cleanup == 1;
@@ -74,7 +74,7 @@ public:
     detail::binding &to() const noexcept { return *to_; }
 
 private:
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
         auto &self = static_cast<command &>(base);
         self.id_ = 0;
         detail::conclude(*self.to_, error, self.result_);
@@ -158,7 +158,7 @@ private:
         is_gone_ = outer;
         return true;
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) {
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
         auto &self = static_cast<window &>(base);
         value_type value;
         conclude(*self.to_, error, value);
@@ -211,7 +211,7 @@ private:
         ((tag == indices ? conclude(std::get<indices>(commands_).to(), error, std::get<indices>(results_)) : void()),
          ...);
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) {
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
         auto &self = static_cast<together &>(base);
         self.take(tag, error, std::index_sequence_for<command_types...>());
         if (--self.outstanding_ == 0) self.waiting_.resume();
@@ -246,7 +246,7 @@ public:
 
 private:
     callback(binding &to, on_type on) : waiter(arrived), to_(&to), on_(std::move(on)) {}
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
         auto &self = static_cast<callback &>(base);
         result_type value;
         conclude(*self.to_, error, value);

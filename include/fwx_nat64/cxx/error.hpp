@@ -71,15 +71,15 @@ inline const std::error_category &client_category() noexcept {
 inline std::error_code make_error_code(client_errc code) noexcept {
     return {static_cast<int>(code), client_category()};
 }
-/** A code as the C functions give it. */
+/** A code as the C functions give it; 0 is no error. */
 inline std::error_code nat64_error(uint32_t code) noexcept {
     return {static_cast<int>(code), nat64_category()};
 }
 
 /** The result of a command. */
 struct result {
-    std::error_code error; /**< none: the server has done it */
-    bool was_sent = true;  /**< false: it was refused on this side, or there was no channel; the server knows nothing */
+    std::error_code error = nat64_error(0); /**< none: the server has done it */
+    bool was_sent = true; /**< false: it was refused on this side, or there was no channel; the server knows nothing */
 
     explicit operator bool() const noexcept { return !error; }
     /** The code as the C interface gives it; 0 as well for an error of another category. */
@@ -90,10 +90,10 @@ struct result {
 
 /** The result of a command of a MAP-T rule. */
 struct rule_result : result {
-    std::error_code table;       /**< what the library's rule table made of the reply */
-    uint32_t bmr_index = 0;      /**< the server's index of the rule; with an adapter, and no error */
-    bool has_verdict = false;    /**< `error` is the server's own verdict; else it is the rule table's */
-    bool orders_cleanup = false; /**< the library has emptied its rule table, as the server told it to */
+    std::error_code table = nat64_error(0); /**< what the library's rule table made of the reply */
+    uint32_t bmr_index = 0;                 /**< the server's index of the rule; with an adapter, and no error */
+    bool has_verdict = false;               /**< `error` is the server's own verdict; else it is the rule table's */
+    bool orders_cleanup = false;            /**< the library has emptied its rule table, as the server told it to */
 };
 
 /** The result of a query that is handed over as a whole. */

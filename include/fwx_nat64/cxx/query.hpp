@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) noexcept {
         auto &self = static_cast<list_walk &>(base);
         if (got == nullptr) return self.end(error);
         binding &to = *self.to_;
@@ -79,7 +79,7 @@ private:
         if (got.more) return;
         const auto ask_again = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
         const uint32_t code = to_->send(id_, ask_again);
-        if (code != 0) end(send_error(code));
+        if (code != 0) end(nat64_error(code));
     }
     void end(std::error_code error) {
         to_->close(std::exchange(id_, 0));
