@@ -37,15 +37,23 @@ bool write_all(int fd, std::string_view text) {
     return true;
 }
 
-/** Reads a file that begins with `head`, and of another one the beginning. */
-bool read_file(int fd, std::string_view head, std::string &text) {
+/** How long the first line of a text is if it is one of the formats; 0: it is none. */
+size_t head_of(std::string_view text, const std::vector<std::string> &formats) {
+    const size_t length = text.find('\n');
+    const bool is_known = length != std::string_view::npos &&
+                          std::find(formats.begin(), formats.end(), text.substr(0, length)) != formats.end();
+    return is_known ? length + 1 : 0;
+}
+
+/** Reads a file of one of the formats, and of another one the beginning. */
+bool read_file(int fd, const std::vector<std::string> &formats, std::string &text) {
     char block[1 << 16];
     for (;;) {
         const ssize_t now = read(fd, block, sizeof block);
         if (now < 0 && errno == EINTR) continue;
         if (now <= 0) return now == 0;
         text.append(block, static_cast<size_t>(now));
-        if (text.compare(0, head.size(), head) != 0) return true;
+        if (head_of(text, formats) == 0) return true;
     }
 }
 
@@ -108,8 +116,8 @@ private:
 
 }  // namespace
 
-journal_t::journal_t(std::string path, std::string format, snapshot_fn_t snapshot)
-    : path_(std::move(path)), format_(std::move(format) + "\n"), snapshot_(std::move(snapshot)) {}
+journal_t::journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot)
+    : path_(std::move(path)), formats_(std::move(formats)), snapshot_(std::move(snapshot)) {}
 
 journal_t::~journal_t() {
     for (const int fd : {fd_, lock_fd_}) {
@@ -157,14 +165,14 @@ std::string journal_t::load(const read_fn_t &read) {
         bytes_ = static_cast<uint64_t>(status.st_size);
         rewrite_at_ = std::max(2 * bytes_, least_rewrite_bytes);
         std::string text;
-        const bool is_read = read_file(fd, format_, text);
-        const bool is_ours = text.compare(0, format_.size(), format_) == 0;
+        const bool is_read = read_file(fd, formats_, text);
+        const size_t head = head_of(text, formats_);
         if (!is_read) {
             error = failure(path_);
-        } else if (is_ours) {
-            error = take_groups(std::string_view(text).substr(format_.size()), read);
+        } else if (head != 0) {
+            error = take_groups(std::string_view(text).substr(head), read);
         } else {
-            error = path_ + ": does not begin with " + format_.substr(0, format_.size() - 1);
+            error = path_ + ": does not begin with " + formats_.front();
         }
     }
     if (fd >= 0) close(fd);
@@ -246,7 +254,7 @@ std::string journal_t::rewrite() {
         lines.append(line).append("\n");
         ++count;
     });
-    const std::string text = format_ + lines + closing(lines, count);
+    const std::string text = formats_.front() + "\n" + lines + closing(lines, count);
 
     const std::string name = path_ + ".new";
     unlink(name.c_str()); /* of a process that was killed */

@@ -20,6 +20,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 class journal_t {
 public:
@@ -29,8 +30,9 @@ public:
     /** Hands over lines that stand for all that were appended. */
     using snapshot_fn_t = std::function<void(const write_fn_t &write)>;
 
-    /** `format` is the first line of the file. The snapshot is taken during open and commit. */
-    journal_t(std::string path, std::string format, snapshot_fn_t snapshot);
+    /** `formats` are first lines of files: of the one that is written, and of older ones whose lines can be read; at
+     * least one. The snapshot is taken during open and commit. */
+    journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot);
     ~journal_t();
     journal_t(const journal_t &) = delete;
     journal_t &operator=(const journal_t &) = delete;
@@ -41,8 +43,8 @@ public:
      * goes on behind the groups that are there, with a warning. To be called once.
      * @return what went wrong, with the file's name; empty when nothing did. The file is as it was then, though lines
      *         may have been handed over. Wrong are: a journal that another process has, anything but a regular file of
-     *         this format, damage before its last group, a line that `read` does not take, and every failure to read or
-     *         write.
+     *         one of the formats, damage before its last group, a line that `read` does not take, and every failure to
+     * read or write.
      */
     std::string open(const read_fn_t &read);
     /** Hands the lines over as open does, and leaves everything else alone: another process may have the journal and
@@ -81,7 +83,7 @@ private:
     static std::string failure(const std::string &path);
 
     const std::string path_;
-    const std::string format_;
+    const std::vector<std::string> formats_;
     const snapshot_fn_t snapshot_;
     int lock_fd_ = -1;
     int fd_ = -1;        /* of the file, at its end */

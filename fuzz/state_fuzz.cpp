@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr const char *format_line = "natctl server state 2\n";
+constexpr const char *format_line = "natctl server state 3\n";
 
 /** The file, in memory where there is a file system for it: it is synced for every input. */
 const std::string &path() {

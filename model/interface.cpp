@@ -130,7 +130,13 @@ uint32_t fwx_nat64_model_sessions_generate(fwx_nat64_model_t *model, uint64_t co
 }
 uint32_t fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
                                 fwx_nat64_model_match_t *match) {
-    return model->lookup(address, match) ? 0 : FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    return guarded([&] { return model->lookup(address, match) ? 0U : FWX_NAT64_MODEL_ERR_NO_ENTRY; });
+}
+uint32_t fwx_nat64_model_lookups(const fwx_nat64_model_t *model, uint32_t bmr_index, uint64_t *count) {
+    const std::optional<uint64_t> lookups = model->lookups(bmr_index);
+    if (!lookups) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
+    *count = *lookups;
+    return 0;
 }
 
 }  // extern "C"

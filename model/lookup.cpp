@@ -46,6 +46,14 @@ bool fwx_nat64_model_t::lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_
     if (leaf == nullptr) return false;
     const auto rule = state_->config.rules.by_index.get(rule_index(fwx_host_tbm_leaf_data(tree, leaf)));
     if (!rule) return false;
-    *match = {rule->index, rule->rule_id, rule->domain_id, match_len - tag_bits};
+    *match = {rule->index, rule->rule.rule_id, rule->rule.domain_id, match_len - tag_bits};
+    ++state_->config.rules.lookups[rule->index];
     return true;
+}
+
+std::optional<uint64_t> fwx_nat64_model_t::lookups(uint32_t bmr_index) const {
+    const rules_t &rules = state_->config.rules;
+    if (rules.by_index.entries.count(bmr_index) == 0) return std::nullopt;
+    const auto found = rules.lookups.find(bmr_index);
+    return found == rules.lookups.end() ? 0 : found->second;
 }

@@ -1,5 +1,8 @@
 #include "model/mappings.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 bool is_acceptable(const fwx_nat64_dmapping_payload_t &payload) {
@@ -30,6 +33,8 @@ uint32_t mappings_t::dynamic_modify(const fwx_nat64_dmapping_payload_t &payload)
     if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
     fwx_nat64_dmapping_payload_t modified = *present;
     modified.map = payload.map;
+    std::copy(std::begin(present->map.ext), std::end(present->map.ext), modified.map.ext);
+    modified.map.ext_arg = present->map.ext_arg;
     return dynamic.set(payload.map.id, modified);
 }
 

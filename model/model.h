@@ -94,6 +94,8 @@ struct fwx_nat64_model_t {
     void sessions_generate(uint64_t count);
     /** False when no prefix matches, or when the model holds no rule of that index. */
     bool lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_match_t *match) const;
+    /** How many of them have found the rule of that index; nothing when there is none. */
+    std::optional<uint64_t> lookups(uint32_t bmr_index) const;
 
 private:
     explicit fwx_nat64_model_t(std::unique_ptr<model_state_t> state);

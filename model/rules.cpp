@@ -1,37 +1,56 @@
 #include "model/rules.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
-bool lengths_ok(const fwx_nat64_bmr_msg_t &command) {
-    return command.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX &&
-           command.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX;
+bool lengths_ok(const fwx_nat64_mapt_bmr_t &rule) {
+    return rule.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX &&
+           rule.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX;
+}
+
+rule_key_t key_of(const fwx_nat64_mapt_bmr_t &rule) {
+    return {rule.rule_id, rule.domain_id};
 }
 
 }  // namespace
 
+fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command) {
+    fwx_nat64_mapt_bmr_t rule{};
+    rule.rule_id = command.rule_id;
+    rule.domain_id = command.domain_id;
+    std::reverse_copy(std::begin(command.v6_prefix), std::end(command.v6_prefix), rule.v6_prefix);
+    rule.v6_prefix_len = command.v6_prefix_len;
+    std::reverse_copy(std::begin(command.v4_prefix), std::end(command.v4_prefix), rule.v4_prefix);
+    rule.v4_prefix_len = command.v4_prefix_len;
+    std::copy(std::begin(command.rule_params), std::end(command.rule_params), rule.rule_params);
+    return rule;
+}
+
 uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply) {
     if (command.rule_id == 0) return FWX_NAT64_MODEL_ERR_VALUE;
-    const rule_key_t key{command.rule_id, command.domain_id};
+    const fwx_nat64_mapt_bmr_t rule = rule_of(command);
     if (command.op == FWX_NAT64_OP_ADD) {
-        return lengths_ok(command) ? add(key, &reply->bmr_index) : FWX_NAT64_MODEL_ERR_VALUE;
+        return lengths_ok(rule) ? add(rule, &reply->bmr_index) : FWX_NAT64_MODEL_ERR_VALUE;
     }
     if (command.op != FWX_NAT64_OP_DEL) return FWX_NAT64_MODEL_ERR_VALUE;
-    const uint32_t result = remove(key, &reply->bmr_index);
+    const uint32_t result = remove(key_of(rule), &reply->bmr_index);
     reply->cleanup = orders_cleanup && result == 0 && by_index.entries.empty() ? 1 : 0;
     return result;
 }
 
 uint32_t rules_t::basic_restore(const indexed_rule_t &rule) {
-    const rule_key_t key{rule.rule_id, rule.domain_id};
+    const rule_key_t key = key_of(rule.rule);
     if (basic.count(key) != 0) return FWX_NAT64_MODEL_ERR_EXISTS;
-    if (!indices.take(rule.index)) return FWX_NAT64_MODEL_ERR_VALUE;
+    if (!lengths_ok(rule.rule) || !indices.take(rule.index)) return FWX_NAT64_MODEL_ERR_VALUE;
     basic.emplace(key, rule.index);
     return by_index.add(rule.index, rule);
 }
 
 uint32_t rules_t::basic_remove(const indexed_rule_t &rule) {
     uint32_t index = 0;
-    return remove({rule.rule_id, rule.domain_id}, &index);
+    return remove(key_of(rule.rule), &index);
 }
 
 uint32_t rules_t::default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
@@ -49,12 +68,12 @@ uint32_t rules_t::default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
 }
 
 /* The index of a rule that is there already is given too: the client installs the rule whatever the result says. */
-uint32_t rules_t::add(const rule_key_t &key, uint32_t *index) {
-    const auto [place, is_new] = basic.emplace(key, indices.lowest());
+uint32_t rules_t::add(const fwx_nat64_mapt_bmr_t &rule, uint32_t *index) {
+    const auto [place, is_new] = basic.emplace(key_of(rule), indices.lowest());
     *index = place->second;
     if (!is_new) return FWX_NAT64_MODEL_ERR_EXISTS;
     indices.take(*index);
-    return by_index.add(*index, {*index, key.first, key.second});
+    return by_index.add(*index, {*index, rule});
 }
 
 uint32_t rules_t::remove(const rule_key_t &key, uint32_t *index) {
@@ -63,5 +82,6 @@ uint32_t rules_t::remove(const rule_key_t &key, uint32_t *index) {
     *index = present->second;
     basic.erase(present);
     indices.release(*index);
+    lookups.erase(*index);
     return by_index.erase(*index);
 }

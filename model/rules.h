@@ -20,13 +20,16 @@ struct rule_key_hash_t {
 
 struct indexed_rule_t {
     uint32_t index;
-    uint32_t rule_id;
-    uint32_t domain_id;
+    fwx_nat64_mapt_bmr_t rule;
 };
+
+/** The rule that a command names; its prefixes have their first byte first. */
+fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command);
 
 struct rules_t {
     std::unordered_map<rule_key_t, uint32_t, rule_key_hash_t> basic; /* index of the rule */
     table_t<uint32_t, indexed_rule_t> by_index;                      /* the same rules */
+    std::unordered_map<uint32_t, uint64_t> lookups;                  /* by the index of the rule that they found */
     table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
     bool orders_cleanup = false; /* with the delete of the last basic rule */
 
@@ -43,7 +46,7 @@ struct rules_t {
 private:
     indices_t indices;
 
-    uint32_t add(const rule_key_t &key, uint32_t *index);
+    uint32_t add(const fwx_nat64_mapt_bmr_t &rule, uint32_t *index);
     uint32_t remove(const rule_key_t &key, uint32_t *index);
 };
 

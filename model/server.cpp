@@ -110,9 +110,12 @@ uint32_t set_basic_rule(model_state_t &model, const fwx_nat64_bmr_msg_t &command
     reply->domain_id = command.domain_id;
     reply->op = command.op;
     if (code == 0) code = model.config.rules.basic_set(command, reply);
-    const indexed_rule_t rule{reply->bmr_index, command.rule_id, command.domain_id};
     const bool is_added = command.op == FWX_NAT64_OP_ADD;
     if (code == 0) {
+        indexed_rule_t rule{reply->bmr_index, {}};
+        rule.rule.rule_id = command.rule_id;
+        rule.rule.domain_id = command.domain_id;
+        if (is_added) rule.rule = rule_of(command);
         note_change(model, is_added ? FWX_NAT64_MODEL_SAVED_BASIC_RULE : FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL, &rule);
     }
     return code;

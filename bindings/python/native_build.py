@@ -98,6 +98,7 @@ ffibuilder.cdef(
     uint32_t fwx_nat64_model_sessions_generate(fwx_nat64_model_t *model, uint64_t count);
     uint32_t fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
                                     fwx_nat64_model_match_t *match);
+    uint32_t fwx_nat64_model_lookups(const fwx_nat64_model_t *model, uint32_t bmr_index, uint64_t *count);
     extern "Python" void nat64_saved_part(void *parts, uint32_t op_code, const void *payload, size_t size);
 """
 )

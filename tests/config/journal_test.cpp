@@ -27,7 +27,7 @@ bool begins_with(const lines_t &whole, const lines_t &beginning) {
 class keeper_t {
 public:
     explicit keeper_t(const std::string &path)
-        : journal_(path, "test journal 1", [this](const journal_t::write_fn_t &write) {
+        : journal_(path, {"test journal 2", "test journal 1"}, [this](const journal_t::write_fn_t &write) {
               for (const std::string &line : lines) {
                   write(line);
               }
@@ -85,7 +85,7 @@ TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
     {
         keeper_t keeper(path_);
         ASSERT_EQ(keeper.open(), "");
-        EXPECT_EQ(content(), "test journal 1\n= 0 00000000\n");
+        EXPECT_EQ(content(), "test journal 2\n= 0 00000000\n");
         EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0600));
         keeper.add("123456789");
         EXPECT_TRUE(keeper.journal().is_unsaved());
@@ -95,7 +95,7 @@ TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
         keeper.add("two");
         ASSERT_EQ(keeper.commit(), "");
         ASSERT_EQ(keeper.commit(), "");
-        EXPECT_EQ(content(), "test journal 1\n= 0 00000000\n123456789\n= 1 e0117757\none\ntwo\n= 2 12ba0be6\n");
+        EXPECT_EQ(content(), "test journal 2\n= 0 00000000\n123456789\n= 1 e0117757\none\ntwo\n= 2 12ba0be6\n");
     }
     std::filesystem::permissions(path_, std::filesystem::perms(0640));
     keeper_t keeper(path_);
@@ -106,16 +106,16 @@ TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
 }
 
 TEST_F(journal_test, what_is_no_journal_is_refused_and_left_as_it_is) {
-    const std::string good = "test journal 1\na\n= 1 ddeaa107\n";
+    const std::string good = "test journal 2\na\n= 1 ddeaa107\n";
     const std::pair<std::string, const char *> contents[] = {
-        {"", "does not begin with test journal 1"},
-        {"{\"version\": 1}\n", "does not begin with test journal 1"},
-        {"test journal 2\n= 0 00000000\n", "does not begin with test journal 1"},
-        {"test journal 1\n", "damaged"},
-        {"test journal 1\na\n", "damaged"},
-        {"test journal 1\na\n= 1 00000000\n", "damaged: the lines from 2 on"},
-        {"test journal 1\na\n= 1 00000000\nb\n= 1 f6c7f2c4\n", "damaged: the lines from 2 on"},
-        {"test journal 1\n= 0 00000000\nwrong\n= 1 cf923a74\n", "line 3: no such line"},
+        {"", "does not begin with test journal 2"},
+        {"{\"version\": 1}\n", "does not begin with test journal 2"},
+        {"test journal 3\n= 0 00000000\n", "does not begin with test journal 2"},
+        {"test journal 2\n", "damaged"},
+        {"test journal 2\na\n", "damaged"},
+        {"test journal 2\na\n= 1 00000000\n", "damaged: the lines from 2 on"},
+        {"test journal 2\na\n= 1 00000000\nb\n= 1 f6c7f2c4\n", "damaged: the lines from 2 on"},
+        {"test journal 2\n= 0 00000000\nwrong\n= 1 cf923a74\n", "line 3: no such line"},
     };
     for (const auto &[text, error] : contents) {
         write_file(text);
@@ -124,8 +124,9 @@ TEST_F(journal_test, what_is_no_journal_is_refused_and_left_as_it_is) {
         EXPECT_NE(said.find(error), std::string::npos) << text << '\n' << said;
         EXPECT_EQ(content(), text);
     }
-    write_file(good);
+    write_file("test journal 1" + good.substr(good.find('\n')));
     ASSERT_EQ(keeper_t(path_).open(), "");
+    EXPECT_EQ(content(), good) << "an older one is written anew";
 
     std::filesystem::rename(path_, path_ + "2");
     std::filesystem::create_symlink(path_ + "2", path_);

@@ -85,6 +85,10 @@ int main(void) {
     EXPECT_EQ(match.rule_id, 5);
     EXPECT_EQ(match.domain_id, 6);
     EXPECT_EQ(match.prefix_len, 24);
+    uint64_t lookups = 0;
+    EXPECT_EQ(fwx_nat64_model_lookups(model, match.bmr_index, &lookups), 0);
+    EXPECT_EQ(lookups, 1);
+    EXPECT_EQ(fwx_nat64_model_lookups(model, match.bmr_index + 1, &lookups), FWX_NAT64_MODEL_ERR_NO_ENTRY);
 
     fwx_nat64_stats_sys_entry_t totals;
     EXPECT_EQ(fwx_nat64_model_create(loop, "copy", &copy), 0);

@@ -172,7 +172,7 @@ TEST_F(snapshot_t, no_answer_to_a_change_nor_any_behind_it_goes_out_before_the_c
 
 TEST_F(snapshot_t, a_lone_high_index_costs_nothing_and_no_index_is_given_twice) {
     const auto rule = [this](uint32_t index, uint32_t rule_id) {
-        const uint32_t payload[] = {index, rule_id, 1};
+        const uint32_t payload[9] = {index, rule_id, 1};
         return model_->restore(FWX_NAT64_MODEL_SAVED_BASIC_RULE, payload, sizeof payload);
     };
     const auto index_of = [this](uint32_t op, uint32_t rule_id) {

@@ -80,6 +80,7 @@ async def test_a_refused_rule_is_an_error_and_in_no_lookup():
             await client.mapt_bmr_add(**RULE)
         assert refusal.value.code == EXISTS
         assert client.model.lookup("2001:db8:7::1")[1:] == (1, 2, 32)
+        assert (client.model.lookups(1), client.model.lookups(9)) == (2, None)
         client.model.fail_next(VALUE)
         with pytest.raises(Error, match="0x6006"):
             await client.mapt_dmr_add(id=1)

@@ -84,13 +84,14 @@ TEST_F(rule_test, a_command_of_a_rule_waits_for_the_one_before_it_and_for_no_oth
 
 TEST_F(rule_test, rules_are_listed_as_installed_or_pending) {
     const std::string lines =
-        "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\nserver silent on\n"
+        "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\n"
+        "mapt lookup 192.0.2.1\nmapt lookup 2001:db8::1\nserver silent on\n"
         "mapt bmr add --rule 1 --domain 1 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\nmapt rules\n";
     const json_t rows = json_t::parse(run("--json --keep-going --timeout 50 batch -", lines).answers).back().at("data");
     ASSERT_EQ(rows.size(), 2U);
     EXPECT_EQ(rows[0].dump(), R"({"rule_id":2,"domain_id":1,"state":"installed","v6_prefix":"2001:db8::/40",)"
                               R"("v4_prefix":"192.0.2.0/24","ea_len":16,"psid_offset":0,"psid_len":0,"psid":0,)"
-                              R"("bmr_index":1})");
+                              R"("bmr_index":1,"lookups":2})");
     EXPECT_EQ(rows[1].at("state"), "pending");
     EXPECT_EQ(rows[1].at("rule_id"), 1);
 }

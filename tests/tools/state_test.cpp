@@ -1,8 +1,10 @@
 /* What a server process keeps in its state file. */
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "fwx_nat64/server_result.h"
 #include "natctl_fixture.h"
 #include "server_process.h"
 #include "tests/support/runtime_directory.h"
@@ -52,7 +54,7 @@ TEST_F(state_test, a_server_that_is_killed_at_any_moment_has_what_it_answered) {
 TEST_F(state_test, a_command_that_cannot_be_saved_is_told_as_failed_and_saved_as_soon_as_it_can_be) {
     int held = 0;
     {
-        const server_process_t server(path_, 700);
+        const server_process_t server(path_, 100);
         ASSERT_TRUE(server.is_ready());
         size_t id = 1;
         std::string saved;
@@ -101,18 +103,94 @@ TEST_F(state_test, a_rule_that_could_not_be_saved_is_in_the_table_of_the_library
     EXPECT_EQ(outcomes.at(6).at("data").at("refused"), 3);
 }
 
+constexpr const char *every_kind =
+    R"(settings set --bytes 01020304000000000000000000000005
+timeout set --type udp --value 5m
+limit add --type sessions --value 1024
+service add --type alg --value 21
+adj set --type 13 --address 10.0.0.1
+replication set --value 7 --value2 9
+logging add --dest 203.0.113.200 --port 4739 --transport udp
+pool add --id 1 --param 1 --start 198.51.100.1 --end 198.51.100.254 --hsl 3
+range add --id 1 --start 203.0.113.0 --end 203.0.113.127
+prefix add --prefix 64:ff9b::/96 --kind stateful
+prefix add --prefix 2001:db8::/32 --kind dns64
+smapping add --id 7 --addr1 2001:db8::c0:2 --addr2 198.51.100.9
+dmapping add --id 9 --type 1 --ext 010203040506070809101112131415161718192021222324 --ext-arg 5
+dmapping add --id 10 --type 0
+dmapping mod --id 9 --type 2
+interface set --ifh 5 --sful 64:ff9b::/96 --mtu 1500
+nvi enable --ifh 5
+dmapping del --id 10
+mapt dmr add --id 1 --prefix 2001:db8:ffff::/64
+mapt bmr add --rule 1 --domain 1 --v6 2001:db8:1::/48 --v4 192.0.2.0/28
+mapt bmr add --rule 2 --domain 1 --v6 2001:db8:2::/48 --v4 192.0.2.16/28 --ea-len 16
+mapt bmr del --rule 1 --domain 1 --v6 2001:db8:1::/48 --v4 192.0.2.0/28
+)";
+/** The same when some of them have been taken back. */
+constexpr const char *what_is_kept =
+    R"(natctl server state 3
+timeout set --type udp --value 300
+limit add --type sessions --value 1024
+service add --type alg --value 21
+adj set --type 13 --address 10.0.0.1
+replication set --value 7 --value2 9
+settings set --bytes 01020304000000000000000000000005
+interface set --ifh 5 --sful 64:ff9b::/96 --mtu 1500
+nvi enable --ifh 5
+prefix add --prefix 64:ff9b::/96 --kind stateful
+prefix add --prefix 2001:db8::/32 --kind dns64
+pool add --id 1 --param 1 --start 198.51.100.1 --end 198.51.100.254 --hsl 3
+range add --id 1 --start 203.0.113.0 --end 203.0.113.127
+smapping add --id 7 --addr1 2001:db8::c0:2 --addr2 198.51.100.9
+dmapping add --id 9 --type address-and-port-dependent --ext 010203040506070809101112131415161718192021222324 --ext-arg 5
+logging add --dest 203.0.113.200 --port 4739 --transport udp
+@index 2 mapt bmr add --rule 2 --domain 1 --v6 2001:db8:2::/48 --v4 192.0.2.16/28 --ea-len 16
+mapt dmr add --id 1 --prefix 2001:db8:ffff::/64
+= 17 )";
+
+TEST_F(state_test, the_state_stands_as_the_lines_of_its_commands_and_rules_keep_their_indices) {
+    {
+        const server_process_t server(path_);
+        ASSERT_TRUE(server.is_ready());
+        EXPECT_EQ(run("--connect alpha batch -", every_kind).status, 0);
+    }
+    EXPECT_EQ(content().find("\n6"), std::string::npos) << "nothing is left that no command says\n" << content();
+    const server_process_t server(path_);
+    ASSERT_TRUE(server.is_ready());
+    EXPECT_EQ(content().substr(0, std::strlen(what_is_kept)), what_is_kept);
+    const json_t again = json_t::parse(run("--json --keep-going --connect alpha batch -", every_kind).answers);
+    EXPECT_EQ(again.at(20).at("code"), FWX_NAT64_MODEL_ERR_EXISTS) << "the server holds what it has written";
+}
+
+TEST_F(state_test, an_older_state_is_read_and_written_as_a_new_one) {
+    /* A timeout, and a rule of which the index and the identifiers alone were kept. */
+    std::ofstream(path_)
+        << "natctl server state 2\n14 010000002c010000\n65536 070000000500000001000000\n= 2 f0615b2f\n";
+    const server_process_t server(path_);
+    ASSERT_TRUE(server.is_ready());
+    EXPECT_EQ(content().find("natctl server state 3\ntimeout set --type udp --value 300\n"
+                             "@index 7 mapt bmr add --rule 5 --domain 1 --v6 ::/0 --v4 0.0.0.0/0\n= 2 "),
+              0U)
+        << content();
+}
+
 TEST_F(state_test, a_file_that_is_no_state_is_refused_with_its_line_and_left_as_it_is) {
     const char *const wrong[][2] = {
-        {"4294967311 010000002c010000\n= 1 ceaf73d3", "must be an op code and its payload"},
-        {"x 01\n= 1 ad51f811", "must be an op code and its payload"},
-        {"14 010000002c01000\n= 1 32f6fa71", "must be an op code and its payload"},
+        {"4294967311 010000002c010000\n= 1 ceaf73d3", "must be a command, or an op code and its payload"},
+        {"x 01\n= 1 ad51f811", "must be a command, or an op code and its payload"},
+        {"14 010000002c01000\n= 1 32f6fa71", "must be a command, or an op code and its payload"},
+        {"timeout set --type 9 --value 1\n= 1 c8d23a16", "--type"},
+        {"mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24\n= 1 3c17a33a", "must be a command"},
+        {"@index 0 mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24\n= 1 b926a4ee", "value"},
+        {"@index 4294967296 mapt bmr add --rule 1\n= 1 6fe404dc", "must have an index behind @index"},
         {"14 0100\n= 1 858b15c2", "malformed message"},
         {"14\n= 1 81174c5c", "malformed message"},
         {"6 0200000000000000cb00710000000000000000000000000000000000cb00717f000000000000000000000000\n= 1 0cc6e7de",
          "no such pool"},
     };
     for (const auto &[lines, error] : wrong) {
-        const std::string text = std::string("natctl server state 2\n") + lines + "\n";
+        const std::string text = std::string("natctl server state 3\n") + lines + "\n";
         std::ofstream(path_) << text;
         const run_t result = run("serve alpha --state " + path_);
         EXPECT_EQ(result.status, 2);

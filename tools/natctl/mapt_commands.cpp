@@ -54,15 +54,18 @@ json_t rule_row(const fwx_nat64_mapt_bmr_t &rule, const char *state) {
 /** Of a pending rule the book has the name alone. */
 uint32_t list_rules(call_t &call) {
     call.outcome.data = json_t::array();
+    const fwx_nat64_model_t *model = call.pal.model();
     for (const auto &[name, elem] : call.pal.rules().rules()) {
         json_t row = rule_row(elem.rule, "installed");
         row["bmr_index"] = elem.mapt_bmr;
+        const std::optional<uint64_t> lookups = model == nullptr ? std::nullopt : model->lookups(elem.mapt_bmr);
+        row["lookups"] = lookups ? json_t(*lookups) : json_t();
         call.outcome.data.push_back(std::move(row));
     }
     for (const auto &[name, is_in_library] : call.pal.rules().pending_rules()) {
         json_t row = rule_row(name, "pending");
         for (const char *unknown :
-             {"v6_prefix", "v4_prefix", "ea_len", "psid_offset", "psid_len", "psid", "bmr_index"}) {
+             {"v6_prefix", "v4_prefix", "ea_len", "psid_offset", "psid_len", "psid", "bmr_index", "lookups"}) {
             row[unknown] = nullptr;
         }
         call.outcome.data.push_back(std::move(row));
@@ -71,7 +74,7 @@ uint32_t list_rules(call_t &call) {
     for (const fwx_nat64_mapt_bmr_t &rule :
          document ? basic_rules_of(*document) : std::vector<fwx_nat64_mapt_bmr_t>()) {
         json_t row = rule_row(rule, "recorded");
-        row["bmr_index"] = nullptr;
+        row["bmr_index"] = row["lookups"] = nullptr;
         call.outcome.data.push_back(std::move(row));
     }
     return 0;
@@ -99,8 +102,9 @@ uint32_t look_up(call_t &call, const fwx_nat64_model_t &model, fwx_nat64_addr_t 
 void add_mapt_commands(grammar_t &grammar) {
     grammar.family("mapt", "MAP-T rules");
     grammar.immediate("show", "Shows how many rules this natctl has installed, and the lookup tree", show_table);
-    grammar.immediate("rules", "Lists the rules that this natctl has installed, and those that wait for their answer",
-                      list_rules);
+    grammar.immediate(
+        "rules", "Lists the rules that this natctl has installed and how often each was looked up, and those that wait",
+        list_rules);
     auto address = grammar.record<fwx_nat64_addr_t>();
     CLI::App &lookup = grammar.embedded(
         "lookup", "Looks an address up as the data plane does",

@@ -1,29 +1,35 @@
 #include "tools/natctl/state_file.h"
 
 #include <utility>
-#include <vector>
 
 #include "fwx_host/errors.h"
-#include "records/value.h"
 
 namespace {
 
-constexpr const char *format = "natctl server state 2";
-
-std::string line_of(uint32_t op_code, const void *payload, size_t size) {
-    return std::to_string(op_code) + " " + hex_digits(payload, size);
-}
+/* Lines of the older format are lines of this one. */
+constexpr const char *format = "natctl server state 3";
+constexpr const char *older_format = "natctl server state 2";
 
 }  // namespace
 
 state_file_t::state_file_t(std::string path, fwx_nat64_model_t &model, note_fn_t note)
-    : model_(model), note_(std::move(note)), journal_(std::move(path), format, [&model](const auto &write) {
-          model.save(
-              [](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                  (*static_cast<const journal_t::write_fn_t *>(arg))(line_of(op_code, payload, size));
-              },
-              const_cast<journal_t::write_fn_t *>(&write));
-      }) {}
+    : model_(model),
+      note_(std::move(note)),
+      journal_(std::move(path), {format, older_format}, [this](const auto &write) { save(write); }) {}
+
+void state_file_t::save(const journal_t::write_fn_t &write) {
+    struct save_t {
+        state_lines_t &lines;
+        const journal_t::write_fn_t &write;
+    };
+    save_t arg{lines_, write};
+    model_.save(
+        [](void *to, uint32_t op_code, const void *payload, size_t size) {
+            auto &self = *static_cast<save_t *>(to);
+            self.lines.write(op_code, payload, size, self.write);
+        },
+        &arg);
+}
 
 std::string state_file_t::open() {
     std::string error = journal_.open([this](std::string_view line) { return restore(line); });
@@ -34,7 +40,9 @@ std::string state_file_t::open() {
     }
     warn();
     model_.journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                            static_cast<state_file_t *>(arg)->journal_.append(line_of(op_code, payload, size));
+                            auto &self = *static_cast<state_file_t *>(arg);
+                            self.lines_.write(op_code, payload, size,
+                                              [&self](std::string_view line) { self.journal_.append(line); });
                         },
                         [](void *arg) {
                             const bool is_kept = static_cast<state_file_t *>(arg)->commit().empty();
@@ -61,12 +69,8 @@ void state_file_t::warn() {
 }
 
 std::string state_file_t::restore(std::string_view line) {
-    const size_t blank = std::min(line.find(' '), line.size());
-    uint64_t op_code = 0;
-    const bool has_code = parse_number(line.substr(0, blank), op_code) && op_code <= UINT32_MAX;
-    const std::string_view digits = line.substr(std::min(blank + 1, line.size()));
-    std::vector<uint8_t> payload(digits.size() / 2);
-    if (!has_code || !parse_hex(digits, payload.data(), payload.size())) return "must be an op code and its payload";
-    const uint32_t code = model_.restore(static_cast<uint32_t>(op_code), payload.data(), payload.size());
+    std::string error = lines_.read(line);
+    if (!error.empty()) return error;
+    const uint32_t code = model_.restore(lines_.op_code(), lines_.payload().data(), lines_.payload().size());
     return code == 0 ? "" : xerr_strerror(code);
 }

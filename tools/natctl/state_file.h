@@ -1,5 +1,4 @@
-/* A server model's configuration in a journal. A line is an op code and, in hexadecimal digits, the payload that sets
- * it: `14 010000002c010000`. */
+/* A server model's configuration in a journal, by the lines of state_lines.h. */
 #ifndef TOOLS_NATCTL_STATE_FILE_H
 #define TOOLS_NATCTL_STATE_FILE_H
 
@@ -8,6 +7,7 @@
 
 #include "config/journal.h"
 #include "model/model.h"
+#include "tools/natctl/state_lines.h"
 
 class state_file_t {
 public:
@@ -28,11 +28,13 @@ public:
     std::string commit();
 
 private:
+    void save(const journal_t::write_fn_t &write);
     std::string restore(std::string_view line);
     void warn();
 
     fwx_nat64_model_t &model_;
     note_fn_t note_;
+    state_lines_t lines_;
     journal_t journal_;
     std::string error_;   /* of the last commit */
     std::string warning_; /* the same */

@@ -150,7 +150,7 @@ std::string running_t::make_directory() const {
 }
 
 std::unique_ptr<journal_t> running_t::make_journal() {
-    return std::make_unique<journal_t>(directory_ + "/journal", format,
+    return std::make_unique<journal_t>(directory_ + "/journal", std::vector<std::string>{format},
                                        [this](const journal_t::write_fn_t &write) { write_snapshot(write); });
 }
 

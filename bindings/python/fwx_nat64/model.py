@@ -185,3 +185,8 @@ class Model:
         if lib.fwx_nat64_model_lookup(self._use(), at, match):
             return None
         return Match(match.bmr_index, match.rule_id, match.domain_id, match.prefix_len)
+
+    def lookups(self, bmr_index: int) -> int | None:
+        """How many lookups have found the rule of that index; None: there is none."""
+        count = ffi.new("uint64_t *")
+        return None if lib.fwx_nat64_model_lookups(self._use(), bmr_index, count) else int(count[0])

@@ -26,8 +26,8 @@ extern "C" {
 /** A server model. */
 typedef struct fwx_nat64_model_t fwx_nat64_model_t;
 
-/* What stands for commands of MAP-T rules among the op codes: {index, Rule ID, Domain ID}, and a default rule's record.
- * The index under which a rule is deleted does not matter. */
+/* What stands for commands of MAP-T rules among the op codes: an index of 32 bits and a basic rule's record, and a
+ * default rule's record. The index under which a rule is deleted does not matter, nor do its prefixes. */
 #define FWX_NAT64_MODEL_SAVED_BASIC_RULE 0x10000u       /**< a basic rule */
 #define FWX_NAT64_MODEL_SAVED_DEFAULT_RULE 0x10001u     /**< a default rule */
 #define FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL 0x10002u   /**< a basic rule, deleted */
@@ -143,10 +143,13 @@ uint32_t fwx_nat64_model_sessions_generate(fwx_nat64_model_t *model, uint64_t co
 /**
  * Looks an address (IPv4 in network order; IPv6 by its first 64 bits) up as the data plane does: by longest match in
  * the lookup tree of complex 0, which the library of this process fills.
- * @return 0, or FWX_NAT64_MODEL_ERR_NO_ENTRY when no prefix matches or the model holds no rule of that index.
+ * @return 0, 12, or FWX_NAT64_MODEL_ERR_NO_ENTRY when no prefix matches or the model holds no rule of that index.
  */
 uint32_t fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
                                 fwx_nat64_model_match_t *match);
+/** How many lookups have found the rule of that index since it was added. @return 0, or FWX_NAT64_MODEL_ERR_NO_ENTRY
+ * when there is none; the count is left as it is. */
+uint32_t fwx_nat64_model_lookups(const fwx_nat64_model_t *model, uint32_t bmr_index, uint64_t *count);
 
 #ifdef __cplusplus
 }

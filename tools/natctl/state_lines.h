@@ -1,0 +1,43 @@
+/*
+ * A server's state as lines. A part of it, as the model hands it over, is the line of the command that sets it:
+ *
+ *     pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.254
+ *     @index 7 mapt bmr add --rule 5 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24
+ *
+ * A basic rule's has its index in front, since those who installed it know it by that. What no command line can say,
+ * such as an opaque byte that a client has sent, stands as op code and payload in hexadecimal digits: `14 0100...`.
+ */
+#ifndef TOOLS_NATCTL_STATE_LINES_H
+#define TOOLS_NATCTL_STATE_LINES_H
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "records/reader.h"
+#include "records/words.h"
+
+class state_lines_t {
+public:
+    using write_fn_t = std::function<void(std::string_view line)>;
+
+    /** Writes a part as one or two lines; each lives during its call. */
+    void write(uint32_t op_code, const void *payload, size_t size, const write_fn_t &write);
+    /** Reads a line back. Returns what is wrong with it; empty: op_code and payload hold what it says. */
+    std::string read(std::string_view line);
+    uint32_t op_code() const { return op_code_; }
+    const std::vector<uint8_t> &payload() const { return payload_; }
+
+private:
+    std::string line_of(uint32_t op_code, const uint8_t *payload, size_t size);
+    std::string read_digits(std::string_view line);
+    std::string read_command(std::string_view line);
+
+    line_words_t words_;
+    record_reader_t reader_;
+    uint32_t op_code_ = 0;
+    std::vector<uint8_t> payload_;
+};
+
+#endif
