@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "tools/nat64d/descriptor.h"
+#include "tools/pal/descriptor.h"
 
 class control_t {
 public:

@@ -9,6 +9,7 @@
 #include "tools/nat64d/metrics.h"
 #include "tools/nat64d/service_manager.h"
 #include "tools/pal/daemon_socket.h"
+#include "tools/pal/read_file.h"
 
 namespace {
 

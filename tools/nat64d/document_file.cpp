@@ -2,11 +2,7 @@
 
 #include <sys/inotify.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -15,17 +11,6 @@ std::filesystem::path folder_of(const std::filesystem::path &file) {
 }
 
 }  // namespace
-
-std::optional<std::string> read_file(const std::string &path, std::string &error) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (file.is_open()) text << file.rdbuf();
-    std::error_code ignored;
-    const bool is_folder = std::filesystem::is_directory(path, ignored);
-    if (file.is_open() && !file.bad() && !is_folder) return text.str();
-    error = path + ": " + std::strerror(is_folder ? EISDIR : errno);
-    return std::nullopt;
-}
 
 file_watch_t::file_watch_t(fwx_host_loop_t *loop, const std::string &path, std::function<void()> on_change)
     : on_change_(std::move(on_change)),

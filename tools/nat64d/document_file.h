@@ -1,15 +1,11 @@
-/* The file that the document stands in: read as a whole, and watched. */
+/* The file that the document stands in, watched. */
 #ifndef TOOLS_NAT64D_DOCUMENT_FILE_H
 #define TOOLS_NAT64D_DOCUMENT_FILE_H
 
 #include <functional>
-#include <optional>
 #include <string>
 
-#include "tools/nat64d/descriptor.h"
-
-/** Text of a file; nothing, with `error` filled, when it cannot be read. */
-std::optional<std::string> read_file(const std::string &path, std::string &error);
+#include "tools/pal/descriptor.h"
 
 /**
  * Calls `on_change` when a file of that name has been written and closed, has come or gone: its folder is watched,

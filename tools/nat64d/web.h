@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/nat64d/descriptor.h"
+#include "tools/pal/descriptor.h"
 
 class web_t {
 public:

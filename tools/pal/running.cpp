@@ -17,6 +17,7 @@
 
 #include "config/notation.h"
 #include "records/families.h"
+#include "tools/pal/user.h"
 
 namespace {
 
@@ -35,16 +36,6 @@ std::string home() {
     if (!home.empty()) return home;
     const passwd *entry = getpwuid(geteuid());
     return entry == nullptr ? "" : entry->pw_dir;
-}
-
-/** One word. */
-std::string user() {
-    for (const char *name : {"SUDO_USER", "USER", "LOGNAME"}) {
-        std::string user = text_of(name);
-        if (!user.empty() && user.find_first_of(" \t\r\n") == std::string::npos) return user;
-    }
-    const passwd *entry = getpwuid(getuid());
-    return entry == nullptr ? "uid:" + std::to_string(getuid()) : entry->pw_name;
 }
 
 std::string one_line(std::string text) {
@@ -305,7 +296,7 @@ void running_t::begin(const std::string &what) {
     base_ = document_;
     has_begun_ = true;
     const uint32_t last = versions_.empty() ? 0 : versions_.back().number;
-    change_ = {last + 1, std::time(nullptr), 0, user(), one_line(what)};
+    change_ = {last + 1, std::time(nullptr), 0, user_name(), one_line(what)};
     append(version_mark_of("change", change_));
 }
 

@@ -1,6 +1,6 @@
 /* A descriptor that is owned, and watched by a loop if it is to be. */
-#ifndef TOOLS_NAT64D_DESCRIPTOR_H
-#define TOOLS_NAT64D_DESCRIPTOR_H
+#ifndef TOOLS_PAL_DESCRIPTOR_H
+#define TOOLS_PAL_DESCRIPTOR_H
 
 #include <unistd.h>
 
