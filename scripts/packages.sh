@@ -17,4 +17,4 @@ say() { printf '\n==> %s\n' "$*"; }
 
 python_packages=(python3-dev python3-cffi python3-setuptools)
 build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev libmicrohttpd-dev
-  prometheus-cpp-dev zlib1g-dev)
+  prometheus-cpp-dev zlib1g-dev libcurl4-openssl-dev libssl-dev)

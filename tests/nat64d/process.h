@@ -9,45 +9,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/eventually.h"
 #include "tools/pal/daemon_socket.h"
-
-/** Tries until it holds, for as long as even a slow machine may take. */
-template <typename condition_t>
-bool eventually(condition_t condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        poll(nullptr, 0, 5);
-    }
-    return true;
-}
-
-inline std::string text_of(const std::string &path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
 
 /** Replaces a file as editors do. */
 inline void replace_file(const std::string &path, const std::string &text) {
     std::ofstream(path + ".new") << text;
     std::filesystem::rename(path + ".new", path);
-}
-
-inline int connected(int domain, const sockaddr *address, socklen_t size) {
-    const int fd = socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(fd, address, size) == 0) return fd;
-    close(fd);
-    return -1;
 }
 
 /** Sends a text and gives all that comes until the other side ends; empty when nobody is there. */

@@ -139,6 +139,7 @@ private:
     nat64::task<answer_t> call(call_t call);
     nat64::task<etcd_error_t> sign_in();
     http_request_t request_of(const call_t &call) const;
+    http_request_t watch_request_of(const std::string &key, int64_t revision) const;
     const std::string &endpoint() const { return store_.endpoints[endpoint_]; }
     void turn() { endpoint_ = (endpoint_ + 1) % store_.endpoints.size(); }
 
@@ -178,6 +179,7 @@ public:
 
 private:
     nat64::task<etcd_error_t> open();
+    nat64::task<etcd_error_t> read(std::vector<etcd_event_t> &events);
     etcd_error_t take(const std::string &line, std::vector<etcd_event_t> &events);
 
     etcd_t &etcd_;
@@ -185,7 +187,10 @@ private:
     int64_t revision_;
     std::string endpoint_; /* that it is open at */
     std::optional<http_t::stream_t> stream_;
+    etcd_error_t end_; /* that it ended with */
     bool is_open_ = false;
+    bool is_elsewhere_worth_ = false; /* after an error: another endpoint may do better */
+    bool is_token_unknown_ = false;   /* likewise: what etcd means may be that the token is old */
 };
 
 #endif

@@ -34,7 +34,7 @@ struct http_request_t {
     std::string url;
     std::string body;
     std::vector<std::string> headers; /* `Authorization: x`, beside the content's type, which is JSON */
-    uint64_t timeout_ms = 5000;       /* from its start to the reply's end; of a stream, until it is connected */
+    uint64_t timeout_ms = 5000;       /* from its start to the reply's end; of a stream, to its first line */
     size_t most_bytes = 1U << 20;     /* of the reply's body; of a stream, of what has come and is not taken */
     bool is_repeatable = false;       /* nothing is lost when it is carried out twice */
 };
@@ -58,6 +58,7 @@ public:
     class transfer_t;
     class post_t;
     class stream_t;
+    static constexpr long success = 200; /* the status */
 
     /** `loop` must outlive it. */
     http_t(fwx_host_loop_t *loop, http_tls_t tls);
@@ -80,7 +81,7 @@ private:
     fwx_host_loop_t *loop_;
     http_tls_t tls_;
     CURLM *multi_;
-    std::vector<transfer_t *> transfers_; /* under way; their owners' */
+    std::vector<transfer_t *> transfers_; /* that were begun; their owners' */
     std::deque<transfer_t *> ready_;      /* have something for who awaits them */
     bool *is_gone_ = nullptr;             /* set when this is destroyed; null: nobody has to know */
     uint64_t timer_ = 0;
@@ -97,14 +98,12 @@ protected:
     friend class http_t;
 
     transfer_t(http_t *client, http_request_t request, bool is_stream);
-    ~transfer_t() { end(); }
+    ~transfer_t() { leave(); }
     /** Sends it off; false, with the fault in the reply, when that cannot be. */
     bool begin();
-    /** Takes it back. */
-    void end();
     bool is_over() const { return is_over_; }
 
-    http_t *client_; /* null when that is gone */
+    http_t *client_; /* may be gone when it is not listed there */
     http_request_t request_;
     http_reply_t reply_;
     std::coroutine_handle<> waiting_;
@@ -114,13 +113,19 @@ private:
     static size_t give_body(char *room, size_t size, size_t count, void *self);
     static int rewind_body(void *self, curl_off_t offset, int origin);
     bool set_options();
+    void start_timer();
+    void stop_timer();
+    void end_transfer();
+    void leave();
     void finish(CURLcode result);
 
     CURL *easy_ = nullptr;
     curl_slist *headers_ = nullptr;
     char error_[CURL_ERROR_SIZE] = "";
-    size_t sent_ = 0; /* bytes of the request's body that were taken */
+    size_t sent_ = 0;    /* bytes of the request's body that were taken */
+    uint64_t timer_ = 0; /* of a stream's first line; 0: none */
     bool is_stream_;
+    bool is_listed_ = false; /* the client knows it */
     bool is_over_ = false;
 };
 

@@ -1,0 +1,119 @@
+/* An etcd of the test's own: a process with its data in a temporary folder. */
+#ifndef TESTS_FLEET_ETCD_PROCESS_H
+#define TESTS_FLEET_ETCD_PROCESS_H
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/eventually.h"
+
+inline sockaddr_in loopback(uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+/** A port at which nobody listens now. */
+inline uint16_t free_port() {
+    sockaddr_in address = loopback(0);
+    socklen_t size = sizeof address;
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bind(fd, reinterpret_cast<const sockaddr *>(&address), size);
+    getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+/** Whether somebody listens. */
+inline bool answers_at(uint16_t port) {
+    const sockaddr_in address = loopback(port);
+    const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    if (fd >= 0) close(fd);
+    return fd >= 0;
+}
+
+class etcd_process_t {
+public:
+    /** `more`: its options beside those that say where it is. `scheme`: https when they say so. */
+    explicit etcd_process_t(std::vector<std::string> more = {}, std::string scheme = "http")
+        : more_(std::move(more)), scheme_(std::move(scheme)) {
+        char name[] = "/tmp/etcd.XXXXXX";
+        folder_ = mkdtemp(name);
+        start();
+    }
+    ~etcd_process_t() {
+        end(SIGKILL);
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+    etcd_process_t(const etcd_process_t &) = delete;
+    etcd_process_t &operator=(const etcd_process_t &) = delete;
+
+    /** With the data that it had, at the same port. False when it does not come up. */
+    bool start() {
+        pid_ = fork();
+        if (pid_ == 0) run();
+        is_up_ = eventually([this] { return answers_at(port_) || waitpid(pid_, nullptr, WNOHANG) == pid_; }) &&
+                 answers_at(port_);
+        return is_up_;
+    }
+    void signal(int number) const { kill(pid_, number); }
+    void end(int number) {
+        if (pid_ <= 0) return;
+        kill(pid_, number);
+        waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+
+    bool is_up() const { return is_up_; }
+    const std::string &folder() const { return folder_; }
+    std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string url(const std::string &prefix) const { return "etcd://" + place() + '/' + prefix; }
+    std::string log() const { return text_of(folder_ + "/log"); }
+
+private:
+    [[noreturn]] void run() const {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const int log = open((folder_ + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        dup2(log, STDOUT_FILENO);
+        dup2(log, STDERR_FILENO);
+        const std::string peer = "http://127.0.0.1:" + std::to_string(peer_port_);
+        std::vector<std::string> words = {ETCD_PATH, "--data-dir", folder_ + "/data", "--logger", "zap"};
+        for (const std::string &word :
+             {std::string("--listen-client-urls"), scheme_ + "://" + place(), std::string("--advertise-client-urls"),
+              scheme_ + "://" + place(), std::string("--listen-peer-urls"), peer,
+              std::string("--initial-advertise-peer-urls"), peer, std::string("--initial-cluster"), "default=" + peer,
+              std::string("--unsafe-no-fsync")}) {
+            words.push_back(word);
+        }
+        words.insert(words.end(), more_.begin(), more_.end());
+        std::vector<char *> arguments;
+        for (std::string &word : words) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        execv(ETCD_PATH, arguments.data());
+        _exit(127);
+    }
+
+    std::vector<std::string> more_;
+    std::string scheme_;
+    std::string folder_;
+    uint16_t port_ = free_port();
+    uint16_t peer_port_ = free_port();
+    pid_t pid_ = -1;
+    bool is_up_ = false;
+};
+
+#endif

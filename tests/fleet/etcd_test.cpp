@@ -1,0 +1,307 @@
+/* The client of the store, beside a real one and beside servers that are none. */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "fwx_host/adapter.hpp"
+#include "tests/fleet/etcd_process.h"
+#include "tests/fleet/scripted_server.h"
+#include "tools/fleet/etcd.h"
+
+namespace {
+
+using kind_t = etcd_error_t::kind_t;
+using compare_t = etcd_txn_t::compare_t;
+
+store_t store_at(const std::vector<std::string> &places) {
+    store_t store;
+    for (const std::string &place : places) {
+        store.endpoints.push_back("http://" + place);
+    }
+    store.prefix = "p";
+    return store;
+}
+
+/** A port at which nobody is. */
+std::string nowhere() {
+    return "127.0.0.1:" + std::to_string(free_port());
+}
+
+etcd_txn_t put(const std::string &key, const std::string &value, int64_t lease = 0) {
+    etcd_txn_t txn;
+    txn.puts = {{key, value, lease}};
+    return txn;
+}
+
+class etcd_test : public testing::Test {
+protected:
+    /** What is there, `key=value` each. */
+    static std::string text_of(const etcd_result_t<etcd_range_t> &range) {
+        if (range.error) return range.error.text;
+        std::string text;
+        for (const etcd_entry_t &entry : range.value.entries) {
+            text += entry.key + '=' + entry.value + ' ';
+        }
+        return text;
+    }
+    template <class value_type>
+    value_type run(nat64::task<value_type> task) {
+        return loop_.run(std::move(task));
+    }
+    /** Turns the loop until it holds. */
+    template <class condition_t>
+    bool turn_until(condition_t condition) {
+        return eventually([&] {
+            fwx_host_loop_run_once(loop_, 5);
+            return condition();
+        });
+    }
+
+    fwx::host::loop loop_;
+};
+
+class real_etcd_test : public etcd_test {
+protected:
+    void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
+
+    etcd_process_t process_;
+    etcd_t etcd_{loop_, store_at({process_.place()})};
+};
+
+TEST_F(real_etcd_test, transactions_put_and_delete_bytes_when_their_comparisons_hold) {
+    const std::string bytes("\0\xff\n\"", 4);
+    etcd_txn_t first = put("p/a", bytes);
+    first.compares = {{compare_t::what_t::create_revision, "p/a", "", 0}};
+    const auto made = run(etcd_.txn(first));
+    ASSERT_TRUE(made.value.is_done) << made.error.text;
+    EXPECT_FALSE(run(etcd_.txn(first)).value.is_done) << "it is there now";
+    const auto read = run(etcd_.get("p/a"));
+    ASSERT_EQ(read.value.entries.size(), 1U) << read.error.text;
+    const etcd_entry_t &entry = read.value.entries[0];
+    EXPECT_EQ(entry.value, bytes);
+    EXPECT_EQ(entry.create_revision, made.value.revision);
+    EXPECT_EQ(read.value.revision, made.value.revision);
+    EXPECT_TRUE(run(etcd_.get("p")).value.entries.empty());
+
+    etcd_txn_t second = put("p/b", "2");
+    second.compares = {{compare_t::what_t::value, "p/a", bytes}, {compare_t::what_t::mod_revision, "p/a", "", 7777}};
+    EXPECT_FALSE(run(etcd_.txn(second)).value.is_done);
+    second.compares[1].revision = entry.mod_revision;
+    second.deletes = {"p/a", "p/none"};
+    EXPECT_TRUE(run(etcd_.txn(second)).value.is_done);
+    EXPECT_EQ(text_of(run(etcd_.list("p/", true))), "p/b=2 ");
+    EXPECT_EQ(text_of(run(etcd_.get_all({"p/b", "p/a", "p/b"}))), "p/b=2 p/b=2 ");
+    EXPECT_EQ(text_of(run(etcd_.get("p/a", made.value.revision))), "p/a=" + bytes + ' ') << "as it was";
+}
+
+TEST_F(real_etcd_test, a_list_is_whole_however_many_pages_it_takes) {
+    etcd_txn_t txn;
+    for (int i = 100; i < 127; ++i) {
+        txn.puts.push_back({"p/" + std::to_string(i), "v", 0});
+    }
+    txn.puts.push_back({"q", "another prefix", 0});
+    ASSERT_TRUE(run(etcd_.txn(txn)).value.is_done);
+    for (const uint32_t page : {1U, 9U, 27U, 28U}) {
+        etcd_options_t options;
+        options.page = page;
+        etcd_t etcd(loop_, etcd_.store(), options);
+        const auto list = run(etcd.list("p/", false));
+        ASSERT_EQ(list.value.entries.size(), 27U) << page << list.error.text;
+        EXPECT_EQ(list.value.entries[26].key, "p/126");
+        EXPECT_EQ(list.value.entries[26].value, "");
+    }
+    etcd_options_t options;
+    options.most_entries = 26;
+    etcd_t etcd(loop_, etcd_.store(), options);
+    EXPECT_EQ(run(etcd.list("p/", false)).error.kind, kind_t::malformed);
+}
+
+TEST_F(real_etcd_test, a_lease_takes_its_keys_with_it_when_it_ends) {
+    const auto lease = run(etcd_.grant_lease(60));
+    ASSERT_NE(lease.value, 0) << lease.error.text;
+    ASSERT_TRUE(run(etcd_.txn(put("p/a", "1", lease.value))).value.is_done);
+    EXPECT_EQ(run(etcd_.keep_lease(lease.value)).value, 60U);
+    EXPECT_TRUE(run(etcd_.revoke_lease(lease.value)).value);
+    EXPECT_TRUE(run(etcd_.revoke_lease(lease.value)).value) << "it is gone, as it should be";
+    EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "");
+    const auto gone = run(etcd_.keep_lease(lease.value));
+    EXPECT_FALSE(gone.error) << gone.error.text;
+    EXPECT_EQ(gone.value, 0U);
+    const auto put_late = run(etcd_.txn(put("p/a", "1", lease.value)));
+    EXPECT_EQ(put_late.error.kind, kind_t::other);
+    EXPECT_NE(put_late.error.text.find(process_.place() + ": etcdserver: requested lease not found"), std::string::npos)
+        << put_late.error.text;
+}
+
+TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_has_been_compacted) {
+    const auto first = run(etcd_.txn(put("p/a", "1")));
+    run(etcd_.txn(put("p/b", "of another key")));
+    etcd_watch_t watch(etcd_, "p/a", first.value.revision);
+    auto events = run(watch.next());
+    ASSERT_EQ(events.value.size(), 1U) << events.error.text;
+    EXPECT_EQ(events.value[0].entry.value, "1");
+    EXPECT_TRUE(watch.is_open());
+    auto later = watch.next();
+    later.start();
+    run(etcd_.txn(put("p/a", "2")));
+    ASSERT_TRUE(turn_until([&] { return later.done(); }));
+    EXPECT_EQ(later.get().value[0].entry.value, "2");
+    etcd_txn_t deletion;
+    deletion.deletes = {"p/a"};
+    const auto deleted = run(etcd_.txn(deletion));
+    events = run(watch.next());
+    ASSERT_EQ(events.value.size(), 1U) << events.error.text;
+    EXPECT_TRUE(events.value[0].is_delete);
+    EXPECT_EQ(events.value[0].entry.mod_revision, deleted.value.revision);
+
+    ASSERT_EQ(std::system((ETCDCTL_PATH " --endpoints " + process_.place() + " compact " +
+                           std::to_string(deleted.value.revision) + " >/dev/null")
+                              .c_str()),
+              0);
+    etcd_watch_t late(etcd_, "p/a", first.value.revision);
+    EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted);
+    EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted) << "it stays at its end";
+    EXPECT_EQ(run(etcd_.get("p/a", first.value.revision)).error.kind, kind_t::compacted);
+}
+
+TEST_F(real_etcd_test, a_full_store_is_named) {
+    etcd_process_t small({"--quota-backend-bytes", "100000"});
+    ASSERT_TRUE(small.is_up()) << small.log();
+    etcd_t etcd(loop_, store_at({small.place()}));
+    etcd_error_t error;
+    ASSERT_TRUE(eventually([&] { /* it counts what it has written out, which takes a while */
+                                 error = run(etcd.txn(put("p/a", std::string(50000, 'x')))).error;
+                                 return static_cast<bool>(error);
+    }));
+    EXPECT_EQ(error.kind, kind_t::quota) << error.text;
+    EXPECT_NE(error.text.find("database space exceeded"), std::string::npos) << error.text;
+}
+
+TEST_F(real_etcd_test, a_store_that_is_killed_and_comes_back_is_used_again) {
+    ASSERT_TRUE(run(etcd_.txn(put("p/a", "1"))).value.is_done);
+    etcd_watch_t watch(etcd_, "p/a", 1);
+    ASSERT_EQ(run(watch.next()).value.size(), 1U);
+    auto end = watch.next();
+    end.start();
+    process_.end(SIGKILL);
+    ASSERT_TRUE(turn_until([&] { return end.done(); }));
+    EXPECT_EQ(end.get().error.kind, kind_t::no_answer);
+    EXPECT_FALSE(watch.is_open());
+    EXPECT_EQ(run(etcd_.txn(put("p/a", "2"))).error.kind, kind_t::unreachable);
+    etcd_watch_t none(etcd_, "p/a", 1);
+    EXPECT_EQ(run(none.next()).error.kind, kind_t::unreachable);
+    ASSERT_TRUE(process_.start()) << process_.log();
+    ASSERT_TRUE(eventually([&] { return !run(etcd_.get("p/a")).error; }));
+    EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "p/a=1 ");
+    etcd_watch_t again(etcd_, "p/a", 1);
+    EXPECT_EQ(run(again.next()).value.size(), 1U);
+}
+
+TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_turn_to_the_next) {
+    ASSERT_TRUE(run(etcd_.txn(put("p/a", "1"))).value.is_done);
+    etcd_t second(loop_, store_at({nowhere(), process_.place()}));
+    EXPECT_TRUE(run(second.txn(put("p/b", "1"))).value.is_done) << "it was sent to nobody before";
+    etcd_watch_t watch(second, "p/a", 1);
+    EXPECT_EQ(run(watch.next()).value.size(), 1U);
+
+    const scripted_server_t silent({{""}});
+    etcd_options_t options;
+    options.timeout_ms = 200;
+    etcd_t slow(loop_, store_at({silent.place(), process_.place()}), options);
+    EXPECT_EQ(text_of(run(slow.get("p/a"))), "p/a=1 ");
+    const scripted_server_t mute({{""}});
+    etcd_t watching(loop_, store_at({mute.place(), process_.place()}), options);
+    etcd_watch_t late(watching, "p/a", 1);
+    EXPECT_EQ(run(late.next()).value.size(), 1U);
+}
+
+TEST_F(real_etcd_test, a_transaction_without_an_answer_is_repeated_only_if_that_does_no_harm) {
+    const scripted_server_t deaf({{""}, {}});
+    etcd_t etcd(loop_, store_at({deaf.place(), process_.place()}));
+    const auto unknown = run(etcd.txn(put("p/a", "1")));
+    EXPECT_EQ(unknown.error.kind, kind_t::no_answer) << unknown.error.text;
+    EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "") << "the other endpoint has not got it";
+    const scripted_server_t deaf_too({{""}, {}});
+    etcd_t other(loop_, store_at({deaf_too.place(), process_.place()}));
+    etcd_txn_t again = put("p/a", "1");
+    again.is_repeatable = true;
+    EXPECT_TRUE(run(other.txn(again)).value.is_done);
+}
+
+TEST_F(etcd_test, a_kept_connection_that_ends_under_a_transaction_does_not_have_it_sent_again) {
+    const std::string done = scripted_server_t::answer(200, R"({"succeeded":true})");
+    for (const bool is_repeatable : {false, true}) {
+        const scripted_server_t server({{done, ""}, {done}});
+        etcd_t etcd(loop_, store_at({server.place()}));
+        etcd_txn_t txn = put("p/a", "1");
+        txn.is_repeatable = is_repeatable;
+        ASSERT_TRUE(run(etcd.txn(txn)).value.is_done);
+        const auto second = run(etcd.txn(txn));
+        EXPECT_EQ(second.error.kind, is_repeatable ? kind_t::none : kind_t::no_answer) << second.error.text;
+    }
+}
+
+TEST_F(real_etcd_test, whatever_waits_may_be_destroyed_and_so_may_the_client) {
+    auto client = std::make_unique<etcd_t>(loop_, store_at({process_.place()}));
+    auto watch = std::make_unique<etcd_watch_t>(*client, "p/a", 1);
+    std::vector<nat64::task<etcd_result_t<etcd_range_t>>> reads;
+    for (int i = 0; i < 4; ++i) {
+        reads.push_back(client->get("p/a"));
+        reads.back().start();
+    }
+    reads.erase(reads.begin(), reads.begin() + 2);
+    {
+        auto waits = watch->next();
+        waits.start();
+        ASSERT_TRUE(turn_until([&] { return reads.back().done(); }));
+    }
+    reads.push_back(client->get("p/a"));
+    reads.back().start();
+    fwx_host_loop_run_once(loop_, 0);
+    watch.reset();
+    client.reset();
+    fwx_host_loop_run_once(loop_, 0);
+    EXPECT_FALSE(reads.back().done());
+    reads.clear();
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1) << "nothing is left on the loop";
+}
+
+TEST_F(etcd_test, what_is_no_answer_of_etcds_is_refused) {
+    struct case_t {
+        std::string answer;
+        kind_t kind;
+        std::string text;
+    };
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const auto ok = [](const std::string &body) { return scripted_server_t::answer(200, body); };
+    const case_t cases[] = {
+        {ok("{}"), kind_t::none, ""},
+        {ok("no JSON"), kind_t::malformed, "status 200 with what is no JSON object"},
+        {ok("{\"kvs\":" + deep + "}"), kind_t::malformed, "status 200 with what is no JSON object"},
+        {ok("[]"), kind_t::malformed, "status 200"},
+        {ok(R"({"kvs":{}})"), kind_t::malformed, "kvs: must be an array"},
+        {ok(R"({"kvs":[7]})"), kind_t::malformed, "must be an object"},
+        {ok(R"({"kvs":[{"key":"====","value":""}]})"), kind_t::malformed, "must be base64"},
+        {ok(R"({"kvs":[{"key":"YQ==","value":"Y Q="}]})"), kind_t::malformed, "must be base64"},
+        {ok(R"({"kvs":[{"key":"YQ==","mod_revision":"99999999999999999999"}]})"), kind_t::malformed, "mod_revision"},
+        {ok("{\"kvs\":\"" + std::string(2000, 'x') + "\"}"), kind_t::malformed, "longer than 1000 bytes"},
+        {scripted_server_t::answer(400, R"({"code":3,"message":"what?"})"), kind_t::other, ": what?"},
+        {scripted_server_t::answer(401, R"({"code":16,"message":"who?"})"), kind_t::rights, ": who?"},
+        {scripted_server_t::answer(502, "<html>"), kind_t::no_answer, "status 502"},
+        {scripted_server_t::answer(302, ""), kind_t::malformed, "status 302"},
+        {"HTTP/1.1 200 x\r\nContent-Length: 100\r\n\r\n{", kind_t::no_answer, ""},
+        {"SSH-2.0-x\r\n", kind_t::no_answer, ""},
+    };
+    for (const case_t &each : cases) {
+        const scripted_server_t server({{each.answer}, {}});
+        etcd_options_t options;
+        options.most_bytes = each.answer.size() > 10000 ? 1U << 20 : 1000;
+        options.timeout_ms = 60000;
+        etcd_t etcd(loop_, store_at({server.place()}), options);
+        const auto result = run(etcd.get("p/a"));
+        EXPECT_EQ(result.error.kind, each.kind) << each.answer.substr(0, 200) << result.error.text;
+        EXPECT_NE(result.error.text.find(each.text), std::string::npos) << result.error.text;
+    }
+}
+
+}  // namespace
