@@ -1,10 +1,15 @@
 #include "tools/fleet/bounded_json.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace {
 
 constexpr size_t most_levels = 16;
+
+bool is_control(char c) {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+}
 
 bool is_flat(std::string_view text) {
     size_t level = 0;
@@ -31,6 +36,16 @@ nlohmann::json parse_json(std::string_view text) {
     return nlohmann::json::parse(text, nullptr, false);
 }
 
+std::string clean_line(std::string_view text, size_t most_bytes) {
+    size_t end = std::min(text.size(), most_bytes);
+    while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80) {
+        --end; /* not within a character */
+    }
+    std::string line(text.substr(0, end));
+    std::replace_if(line.begin(), line.end(), is_control, ' ');
+    return line;
+}
+
 json_members_t::json_members_t(const nlohmann::json &object) : object_(object) {
     if (!object.is_object()) fail("must be an object");
 }
@@ -46,8 +61,9 @@ const nlohmann::json *json_members_t::find(const char *name) const {
 
 uint64_t json_members_t::number(const char *name, uint64_t least, uint64_t most) {
     const nlohmann::json *member = find(name);
-    const uint64_t value = member != nullptr && member->is_number_unsigned() ? member->get<uint64_t>() : UINT64_MAX;
-    if (value >= least && value <= most) return value;
+    const auto *value = member == nullptr ? nullptr : member->get_ptr<const nlohmann::json::number_unsigned_t *>();
+    const bool is_within = value != nullptr && *value >= least && *value <= most;
+    if (is_within) return *value;
     fail(std::string(name) + ": must be " + std::to_string(least) + " to " + std::to_string(most));
     return 0;
 }
@@ -60,6 +76,12 @@ std::string json_members_t::text(const char *name, size_t most_bytes, size_t lea
     fail(std::string(name) + ": must be a text of " + std::to_string(least_bytes) + " to " +
          std::to_string(most_bytes) + " bytes");
     return "";
+}
+
+std::string json_members_t::line(const char *name, size_t most_bytes) {
+    std::string value = text(name, most_bytes);
+    if (std::any_of(value.begin(), value.end(), is_control)) fail(std::string(name) + ": must be one line");
+    return value;
 }
 
 bool json_members_t::flag(const char *name) {

@@ -11,6 +11,9 @@
 /** Discarded when the text is no JSON, or nests deeper than anything here does. */
 nlohmann::json parse_json(std::string_view text);
 
+/** A text as `json_members_t::line` takes it: cut, and blanks for control characters. */
+std::string clean_line(std::string_view text, size_t most_bytes);
+
 /** Takes members of an object, and remembers the first thing that is wrong with them. */
 class json_members_t {
 public:
@@ -21,6 +24,8 @@ public:
     uint64_t number(const char *name, uint64_t least, uint64_t most);
     /** Empty, with a fault, unless it is there, and no longer; `least` bytes at least. */
     std::string text(const char *name, size_t most_bytes, size_t least_bytes = 0);
+    /** Likewise, and without control characters. */
+    std::string line(const char *name, size_t most_bytes);
     bool flag(const char *name);
     /** Of etcd's, which writes numbers as texts and leaves zeros out: 0 when it is not there. */
     int64_t int64(const char *name);

@@ -37,8 +37,8 @@ bool is_host(std::string_view text) {
 /** Returns what is wrong. */
 std::string read_endpoint(std::string_view text, const std::string &protocol, store_t &store) {
     const size_t colon = text.rfind(':');
-    const bool is_good = colon != std::string_view::npos && is_host(text.substr(0, colon)) &&
-                         is_port(text.substr(colon + 1));
+    const bool is_good =
+        colon != std::string_view::npos && is_host(text.substr(0, colon)) && is_port(text.substr(colon + 1));
     if (!is_good) {
         return '"' + std::string(text) + "\": must be HOST:PORT, with a name, an IPv4 address or [an IPv6 address]";
     }
@@ -81,8 +81,8 @@ std::string check_files(const store_options_t &options) {
         const char *option;
         const std::string *name;
     };
-    for (const file_t &file : {file_t{"--ca", &options.ca}, file_t{"--cert", &options.cert},
-                               file_t{"--key", &options.key}}) {
+    for (const file_t &file :
+         {file_t{"--ca", &options.ca}, file_t{"--cert", &options.cert}, file_t{"--key", &options.key}}) {
         if (file.name->empty()) continue;
         std::string error;
         if (!read_file(*file.name, error)) return std::string(file.option) + ": " + error;

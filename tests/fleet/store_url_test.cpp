@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/eventually.h"
+#include "tests/support/runtime_directory.h"
+#include "tools/fleet/store_url.h"
+
+namespace {
+
+std::string text_of(const store_t &store) {
+    std::string text;
+    for (const std::string &endpoint : store.endpoints) {
+        text += endpoint + ' ';
+    }
+    return text + store.prefix;
+}
+
+TEST(store_url, names_the_endpoints_and_the_prefix) {
+    struct case_t {
+        const char *url;
+        const char *text;
+    };
+    const case_t cases[] = {
+        {"etcd://127.0.0.1:2379/edge", "http://127.0.0.1:2379 edge"},
+        {"etcd://a.example:1,b-2:65535/fleet/edge.1_x/", "http://a.example:1 http://b-2:65535 fleet/edge.1_x"},
+        {"etcd://[2001:db8::1]:2379,[::1]:2380/p", "http://[2001:db8::1]:2379 http://[::1]:2380 p"},
+    };
+    for (const case_t &each : cases) {
+        store_t store;
+        store_options_t options;
+        options.url = each.url;
+        EXPECT_EQ(read_store(options, store), "");
+        EXPECT_EQ(text_of(store), each.text);
+        EXPECT_TRUE(is_store_url(each.url));
+    }
+    EXPECT_FALSE(is_store_url("/etc/etcd://x"));
+}
+
+TEST(store_url, faults_are_named) {
+    const std::string endpoint = ": must be HOST:PORT, with a name, an IPv4 address or [an IPv6 address]";
+    const std::string prefix =
+        ": must end with /PREFIX: words of letters, digits, '.', '_' and '-' with slashes between, 200 bytes at most";
+    struct case_t {
+        std::string url;
+        std::string fault;
+    };
+    const case_t cases[] = {
+        {"http://a:1/p", ": must begin with etcd://"},
+        {"", ": must begin with etcd://"},
+        {"etcd://a/p", ": \"a\"" + endpoint},
+        {"etcd:///p", ": \"\"" + endpoint},
+        {"etcd://a:1,/p", ": \"\"" + endpoint},
+        {"etcd://a:0/p", ": \"a:0\"" + endpoint},
+        {"etcd://a:65536/p", ": \"a:65536\"" + endpoint},
+        {"etcd://::1:2379/p", ": \"::1:2379\"" + endpoint},
+        {"etcd://[::g]:2379/p", ": \"[::g]:2379\"" + endpoint},
+        {"etcd://u:w@a:1/p", ": \"u:w@a:1\"" + endpoint},
+        {"etcd://a:1", prefix},
+        {"etcd://a:1/", prefix},
+        {"etcd://a:1//p", prefix},
+        {"etcd://a:1/p//", prefix},
+        {"etcd://a:1/p?q", prefix},
+        {"etcd://a:1/" + std::string(201, 'p'), prefix},
+    };
+    for (const case_t &each : cases) {
+        store_t store;
+        store_options_t options;
+        options.url = each.url;
+        EXPECT_EQ(read_store(options, store), each.url + each.fault);
+    }
+}
+
+TEST(store_url, files_are_read_and_belong_together) {
+    const runtime_directory_t folder;
+    const std::string file = folder.path() + "/file";
+    const std::string none = folder.path() + "/none";
+    std::ofstream(file) << "pass word\n\n";
+    std::ofstream(folder.path() + "/empty") << "\n";
+    struct case_t {
+        store_options_t options;
+        std::string fault;
+    };
+    const std::string url = "etcd://a:1/p";
+    const case_t cases[] = {
+        {{url, file, file, file, "ann", file}, ""},
+        {{url, none, "", "", "", ""}, "--ca: " + none + ": No such file or directory"},
+        {{url, "", file, file, "", ""}, "--cert and --key: need --ca"},
+        {{url, file, file, "", "", ""}, "--cert and --key: one needs the other"},
+        {{url, "", "", "", "ann", ""}, "--user and --password-file: one needs the other"},
+        {{url, "", "", "", "", file}, "--user and --password-file: one needs the other"},
+        {{url, "", "", "", "ann", none}, "--password-file: " + none + ": No such file or directory"},
+        {{url, "", "", "", "ann", folder.path() + "/empty"}, "--password-file: " + folder.path() + "/empty: is empty"},
+    };
+    for (const case_t &each : cases) {
+        store_t store;
+        EXPECT_EQ(read_store(each.options, store), each.fault);
+        if (!each.fault.empty()) continue;
+        EXPECT_EQ(text_of(store), "https://a:1 p");
+        EXPECT_EQ(store.password, "pass word\n") << "one line feed is the file's";
+    }
+}
+
+}  // namespace
