@@ -5,6 +5,7 @@
 
 #include "config/load.h"
 #include "fwx_nat64/client.h"
+#include "tools/fleet/fleet_keys.h"
 #include "tools/nat64d/log.h"
 #include "tools/nat64d/metrics.h"
 #include "tools/nat64d/service_manager.h"
@@ -62,11 +63,8 @@ std::string daemon_t::open() {
     if (error.empty() && !options_.listen.empty()) error = web_.listen(options_.listen);
     if (!error.empty()) return error;
     if (web_.port() != 0) log_event(log_level_t::info, "listening", {{"port", std::to_string(web_.port())}});
-    watch_.emplace(loop_, options_.config, [this] { load(); });
-    if (!watch_->is_watching()) log_event(log_level_t::warning, "unwatched", {{"file", options_.config}});
-    load();
-    const bool has_something = supervisor_.has_document() || supervisor_.status().refused_reason.empty();
-    if (!has_something) return supervisor_.status().refused_reason;
+    error = open_source();
+    if (!error.empty()) return error;
     supervisor_.start();
     keep_watchdog(this);
     return "";
@@ -91,39 +89,83 @@ void daemon_t::take_signal(int number) {
     if (number == SIGHUP) load();
 }
 
-/** Reads the file and offers what it says. */
+std::string daemon_t::open_source() {
+    return options_.config.empty() ? open_store() : open_file();
+}
+
+/** A first document with a fault ends the daemon, unless it has one that it can stay with. */
+std::string daemon_t::open_file() {
+    watch_.emplace(loop_, options_.config, [this] { load(); });
+    if (!watch_->is_watching()) log_event(log_level_t::warning, "unwatched", {{"file", options_.config}});
+    load();
+    return supervisor_.has_document() ? "" : supervisor_.status().refused_reason;
+}
+
+/** One that the store has is waited for. */
+std::string daemon_t::open_store() {
+    store_t store;
+    std::string error = read_store(options_.store, store);
+    if (!error.empty()) return error;
+    if (!is_gateway_name(options_.gateway)) {
+        return "--gateway \"" + options_.gateway + "\": must be 1 to 64 letters, digits, '.', '_' and '-'";
+    }
+    store_.emplace(
+        loop_, std::move(store), options_.gateway, supervisor_.directory(), supervisor_.status(),
+        store_follower_t::handlers_t{
+            [this](const std::string &text, const std::string &name) { return take(text, name); },
+            [this](const std::string &name, const std::string &reason) { supervisor_.refuse(name, reason); }});
+    store_->start();
+    return "";
+}
+
+/** Reads the document again. */
 void daemon_t::load() {
+    store_ ? store_->reload() : load_file();
+}
+
+void daemon_t::load_file() {
     std::string reason;
     const std::optional<std::string> text = read_file(options_.config, reason);
+    if (text) reason = take(*text, options_.config).reason;
+    if (!reason.empty()) supervisor_.refuse("", reason);
+}
+
+/** Offers what a text says, if it is a document without an error. */
+taken_t daemon_t::take(const std::string &text, const std::string &name) {
     problems_t problems;
-    document_t document;
-    if (text) document = load_document(*text, problems);
+    document_t document = load_document(text, problems);
+    taken_t taken;
     size_t shown = 0;
     for (const problem_t &problem : problems) {
-        if (reason.empty() && problem.kind == problem_t::kind_t::error) reason = problem.text();
-        if (++shown > most_problems) continue;
         const bool is_error = problem.kind == problem_t::kind_t::error;
+        if (is_error && taken.reason.empty()) taken.reason = problem.text();
+        if (++shown > most_problems) continue;
         log_event(is_error ? log_level_t::error : log_level_t::warning, "problem",
-                  {{"file", options_.config}, {"text", problem.text()}});
+                  {{"file", name}, {"text", problem.text()}});
     }
-    if (reason.empty()) {
-        supervisor_.offer(make_offer(std::move(document)));
-    } else {
-        supervisor_.refuse("", reason);
-    }
+    if (!taken.reason.empty()) return taken;
+    offer_t offer = make_offer(std::move(document));
+    taken.hash = offer.hash;
+    supervisor_.offer(std::move(offer));
+    return taken;
 }
 
 void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
-    if (word == "status") return reply(status_json(supervisor_.status()));
+    if (word == "status") return reply(status_text());
     const bool is_known = word == "replay" || word == "reload";
     if (!is_known) return reply(R"({"error":"there are status, replay and reload"})");
     log_event(log_level_t::info, "asked", {{"for", word}});
     word == "replay" ? supervisor_.replay() : load();
-    supervisor_.when_looked([this, reply = std::move(reply)] { reply(status_json(supervisor_.status())); });
+    supervisor_.when_looked([this, reply = std::move(reply)] { reply(status_text()); });
+}
+
+std::string daemon_t::status_text() const {
+    return status_json(supervisor_.status(), store_ ? &store_->status() : nullptr);
 }
 
 void daemon_t::changed() {
     const daemon_status_t &status = supervisor_.status();
+    if (store_) store_->changed();
     std::string text = "STATUS=" + (status.is_in_step ? "in step with document " + status.document : status.reason);
     if (!status.refused_reason.empty()) text += "; refused: " + status.refused_reason;
     if (text == said_) return;
@@ -145,6 +187,6 @@ nat64::task<> daemon_t::scrape_server() {
 void daemon_t::finish_metrics(const scrape_t &server) {
     const nat64::client *client = supervisor_.client();
     web_.metrics_made(
-        metrics_text({supervisor_.status(), supervisor_.commands(), client != nullptr && client->is_throttled(),
-                      supervisor_.rules().installed(), server}));
+        metrics_text({supervisor_.status(), store_ ? &store_->status() : nullptr, supervisor_.commands(),
+                      client != nullptr && client->is_throttled(), supervisor_.rules().installed(), server}));
 }

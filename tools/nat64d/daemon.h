@@ -10,6 +10,7 @@
 #include "tools/nat64d/options.h"
 #include "tools/nat64d/scrape.h"
 #include "tools/nat64d/signals.h"
+#include "tools/nat64d/store_link.h"
 #include "tools/nat64d/supervisor.h"
 #include "tools/nat64d/web.h"
 
@@ -28,8 +29,14 @@ public:
 private:
     static void keep_watchdog(void *self);
     void take_signal(int number);
+    std::string open_source();
+    std::string open_file();
+    std::string open_store();
     void load();
+    void load_file();
+    taken_t take(const std::string &text, const std::string &name);
     void asked(const std::string &word, control_t::reply_fn_t reply);
+    std::string status_text() const;
     void changed();
     void make_metrics();
     void finish_metrics(const scrape_t &server);
@@ -42,6 +49,7 @@ private:
     control_t control_;
     web_t web_;
     std::optional<file_watch_t> watch_;
+    std::optional<store_link_t> store_;   /* null: the document comes from a file */
     std::optional<nat64::task<>> scrape_; /* under way, or the last one */
     std::string said_;                    /* to systemd, last; empty: nothing yet */
     bool is_ending_ = false;

@@ -1,8 +1,6 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "fwx_host/errors.h"
-#include "fwx_nat64/server_result.h"
 #include "tools/nat64d/daemon.h"
 #include "tools/nat64d/log.h"
 #include "tools/natctl/seed.h"
@@ -10,13 +8,6 @@
 namespace {
 
 constexpr int failure_status = 2;
-
-/** The server's codes are in logs and in what is said of refusals. */
-void add_error_texts() {
-#define ADD_TEXT(code, count, text) fwx_host_error_text_add(code, text);
-    FWX_NAT64_MODEL_RESULTS(ADD_TEXT)
-#undef ADD_TEXT
-}
 
 }  // namespace
 
@@ -26,7 +17,7 @@ int main(int argc, char **argv) {
     daemon_options_t options;
     const int status = read_options(argc, argv, options);
     if (status >= 0) return status;
-    add_error_texts();
+    fwx::host::add_server_texts();
     seed_random();
     daemon_t daemon(options);
     const std::string error = daemon.open();

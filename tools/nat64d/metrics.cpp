@@ -63,12 +63,21 @@ void add_document(families_t &to, const daemon_status_t &status) {
     to.gauge("nat64_document_in_step", "Whether the server holds what the document in force says.")
         .value(status.is_in_step);
     to.gauge("nat64_document_in_step_changed_timestamp_seconds", "When that changed last.").value(status.since_s);
-    to.gauge("nat64_document_refused", "Whether the file holds a document that was refused.")
+    to.gauge("nat64_document_refused", "Whether the document that is to be in force was refused.")
         .value(!status.refused_reason.empty());
     to.counter("nat64_document_edits_total", "Documents that came into force in place of another.").value(status.edits);
     to.counter("nat64_document_refusals_total", "Documents that were refused.").value(status.refusals);
     to.counter("nat64_document_replays_total", "Times that the whole document was given to the server.")
         .value(status.replays);
+}
+
+void add_store(families_t &to, const store_status_t &store) {
+    to.gauge("nat64_store_up", "Whether the store that the document comes from answers.").value(store.is_up);
+    to.gauge("nat64_store_version", "Version of the document in force in the store, 0 when it is none of it.")
+        .value(store.version);
+    to.gauge("nat64_store_confirmed_timestamp_seconds",
+             "When the store last said which document this gateway is to hold, 0 when it has not since the start.")
+        .value(store.confirmed_s);
 }
 
 void add_commands(families_t &to, const metrics_source_t &source) {
@@ -136,6 +145,7 @@ void add_lists(families_t &to, const scrape_t &server) {
 std::string metrics_text(const metrics_source_t &source) {
     families_t families;
     add_document(families, source.status);
+    if (source.store != nullptr) add_store(families, *source.store);
     add_commands(families, source);
     add_table(families, source.installed_rules);
     if (source.server.totals) add_totals(families, *source.server.totals);

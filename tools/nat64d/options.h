@@ -5,9 +5,13 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/fleet/store_url.h"
+
 struct daemon_options_t {
     std::string server;
-    std::string config;                    /* file with the document */
+    std::string config;                    /* file with the document; empty: it comes from a store */
+    store_options_t store;                 /* that it comes from, when there is no file */
+    std::string gateway;                   /* what the store knows this one by */
     std::string listen = "127.0.0.1:9464"; /* for metrics; empty: nowhere */
     std::string state;                     /* folder; empty: where running_t looks */
     uint32_t series = 1000;                /* pools, and mappings, that have metrics of their own */

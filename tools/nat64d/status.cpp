@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-std::string status_json(const daemon_status_t &status) {
+std::string status_json(const daemon_status_t &status, const store_status_t *store) {
     char boot[17];
     snprintf(boot, sizeof boot, "%016llx", static_cast<unsigned long long>(status.boot_id));
     nlohmann::ordered_json json = {{"server", status.server},
@@ -25,5 +25,10 @@ std::string status_json(const daemon_status_t &status) {
     json["replays"] = status.replays;
     json["edits"] = status.edits;
     json["refusals"] = status.refusals;
+    if (store != nullptr) {
+        json["store"] = {{"up", store->is_up}, {"version", store->version}};
+        if (!store->is_up) json["store"]["reason"] = store->reason;
+        if (store->refused_version != 0) json["store"]["refused_version"] = store->refused_version;
+    }
     return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }

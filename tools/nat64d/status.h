@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/nat64d/store_status.h"
+
 struct daemon_status_t {
     std::string server;           /* its name */
     bool is_server_up = false;    /* it answers */
@@ -26,7 +28,7 @@ struct daemon_status_t {
     uint64_t refusals = 0;      /* of documents */
 };
 
-/** One JSON object, on one line. */
-std::string status_json(const daemon_status_t &status);
+/** One JSON object, on one line; `store` may be null. */
+std::string status_json(const daemon_status_t &status, const store_status_t *store);
 
 #endif

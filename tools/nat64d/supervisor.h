@@ -56,7 +56,8 @@ public:
     /** Calls `done` when a look has ended that begins after this. */
     void when_looked(std::function<void()> done) { waiting_.push_back(std::move(done)), bell_.ring(); }
 
-    bool has_document() const { return wanted_.has_value(); }
+    bool has_document() const { return wanted_.has_value() || offered_.has_value(); }
+    const std::string &directory() const { return running_.directory(); }
     const daemon_status_t &status() const { return status_; }
     const command_meter_t &commands() const { return meter_; }
     const rule_book_t &rules() const { return rules_; }

@@ -18,6 +18,7 @@
 #include "config/notation.h"
 #include "records/families.h"
 #include "tools/pal/user.h"
+#include "tools/pal/write_file.h"
 
 namespace {
 
@@ -87,26 +88,6 @@ void write_doubts(const document_t &document, const journal_t::write_fn_t &write
 
 std::string failure(const std::string &path) {
     return path + ": " + std::strerror(errno);
-}
-
-/** Writes a file that is there as a whole or not at all, and synced. */
-std::string write_file(const std::string &path, const std::string &text) {
-    const std::string name = path + ".new";
-    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) return failure(name);
-    std::string_view rest = text;
-    ssize_t now = 0;
-    while (!rest.empty()) {
-        now = write(fd, rest.data(), rest.size());
-        if (now < 0 && errno == EINTR) continue;
-        if (now < 0) break;
-        rest.remove_prefix(static_cast<size_t>(now));
-    }
-    const bool is_written = rest.empty() && fsync(fd) == 0 && rename(name.c_str(), path.c_str()) == 0;
-    std::string error = is_written ? "" : failure(name);
-    close(fd);
-    if (!is_written) unlink(name.c_str());
-    return error;
 }
 
 }  // namespace

@@ -71,6 +71,7 @@ public:
     ~running_t();
     running_t(const running_t &) = delete;
     running_t &operator=(const running_t &) = delete;
+    const std::string &directory() const { return directory_; }
 
     /** Takes the lock and reads. While another natctl has the lock, waits for it so long. The error names the holder.
      */

@@ -40,7 +40,7 @@ struct task_promise : task_promise_base {
     std::optional<value_type> value;
 
     task<value_type> get_return_object() noexcept;
-    template <class from_type>
+    template <class from_type = value_type> /* `co_return {}` is one of these */
     void return_value(from_type &&from) {
         value.emplace(std::forward<from_type>(from));
     }

@@ -1,0 +1,199 @@
+#include "tools/nat64d/store_follower.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+
+#include "fwx_host/adapter.hpp"
+#include "tools/nat64d/log.h"
+#include "tools/pal/read_file.h"
+#include "tools/pal/write_file.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds first_pause{500}; /* after a failure; twice as long each time */
+constexpr std::chrono::milliseconds last_pause{5000};
+constexpr uint32_t most_failures = 3; /* of others, until the watch is taken for dead */
+
+double seconds_now() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::string name_of(const fleet_document_t &document) {
+    return document.version == 0 ? "manifest" : "version " + std::to_string(document.version);
+}
+
+/** A kept file: a manifest of the document on a line, and its text. */
+std::string kept_text(const fleet_document_t &document, const std::string &text) {
+    return write_manifest({document, std::nullopt, std::nullopt}, manifest_place_t::history) + '\n' + text;
+}
+
+/** Takes the text of a kept file apart; nothing when it is not what was written. */
+std::optional<fleet_document_t> take_kept(std::string &text) {
+    const size_t end = text.find('\n');
+    std::string error;
+    const auto manifest = end == std::string::npos
+                              ? std::nullopt
+                              : read_manifest(std::string_view(text).substr(0, end), manifest_place_t::history, error);
+    text.erase(0, std::min(end, text.size() - 1) + 1);
+    const bool is_whole = manifest && sha256(text) == manifest->document.hash;
+    return is_whole ? std::optional(manifest->document) : std::nullopt;
+}
+
+}  // namespace
+
+store_follower_t::store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway,
+                                   const std::string &directory, handlers_t on)
+    : loop_(loop),
+      etcd_(etcd),
+      keys_(etcd.store().prefix),
+      gateway_(std::move(gateway)),
+      kept_path_(directory + "/store_document"),
+      on_(std::move(on)) {
+    status_.reason = "nothing has been asked yet";
+}
+
+void store_follower_t::start() {
+    run_.emplace(run());
+    run_->start();
+}
+
+void store_follower_t::reload() {
+    must_hand_over_ = true;
+    start();
+}
+
+nat64::task<> store_follower_t::run() {
+    for (std::chrono::milliseconds pause = first_pause;;) {
+        const etcd_error_t error = co_await follow();
+        if (error.kind == etcd_error_t::kind_t::compacted) continue; /* it is there, and is read anew */
+        const bool was_up = status_.is_up;
+        if (error.kind != etcd_error_t::kind_t::malformed) lose(error.text);
+        if (!offered_) read_kept();
+        pause = was_up && !status_.is_up ? first_pause : std::min(2 * pause, last_pause);
+        co_await fwx::host::sleep(loop_, pause);
+    }
+}
+
+void store_follower_t::lose(const std::string &reason) {
+    const bool is_news = status_.is_up || status_.reason != reason;
+    if (is_news) log_event(log_level_t::warning, "store_lost", {{"reason", reason}});
+    status_.is_up = false;
+    status_.reason = reason;
+}
+
+/** Until something goes wrong. */
+nat64::task<etcd_error_t> store_follower_t::follow() {
+    std::optional<etcd_watch_t> watch;
+    for (;;) {
+        const etcd_result_t<manifest_read_t> read = co_await read_manifest(etcd_, keys_);
+        const bool is_unreadable = read.error && read.value.mod_revision != 0;
+        if (read.error && !is_unreadable) co_return read.error;
+        confirm();
+        etcd_error_t error;
+        if (is_unreadable) refuse({}, read.error.text);
+        if (read.value.manifest) error = co_await bring(read.value.manifest->document_for(gateway_));
+        if (error) co_return error;
+        if (!watch) watch.emplace(etcd_, keys_.manifest(), read.value.revision + 1);
+        const auto events = co_await watch->next();
+        if (events.error) co_return events.error;
+    }
+}
+
+/** Fetches a document and hands it over, unless it has been. */
+nat64::task<etcd_error_t> store_follower_t::bring(fleet_document_t document) {
+    const bool is_known =
+        offered_ && offered_->document.version == document.version && offered_->document.hash == document.hash;
+    if (is_known && !must_hand_over_) co_return {};
+    std::string ignored;
+    std::string kept = read_file(kept_path_, ignored).value_or("");
+    if (!take_kept(kept)) kept.clear();
+    std::map<std::string, std::string_view> pieces;
+    for (const std::string_view piece : cut_chunks(kept)) {
+        pieces.emplace(name_chunk(piece).hash, piece);
+    }
+    etcd_result_t<std::string> text =
+        co_await read_document(etcd_, keys_, document, [&pieces](const chunk_t &chunk) -> std::optional<std::string> {
+            const auto found = pieces.find(chunk.hash);
+            if (found == pieces.end()) return std::nullopt;
+            return std::string(found->second);
+        });
+    if (text.error.kind == etcd_error_t::kind_t::malformed) refuse(document, text.error.text);
+    if (text.error) co_return text.error;
+    must_hand_over_ = false;
+    offer(std::move(document), std::move(text.value));
+    co_return {};
+}
+
+/** Begins with what was in force last. */
+void store_follower_t::read_kept() {
+    std::string ignored;
+    std::optional<std::string> text = read_file(kept_path_, ignored);
+    if (!text) return;
+    std::optional<fleet_document_t> document = take_kept(*text);
+    if (!document) {
+        log_event(log_level_t::error, "state", {{"reason", kept_path_ + ": not as it was written, and left alone"}});
+        return;
+    }
+    log_event(log_level_t::warning, "store_unreachable",
+              {{"document", name_of(*document)}, {"pushed_at", document->pushed_at}});
+    offer(std::move(*document), std::move(*text));
+}
+
+void store_follower_t::offer(fleet_document_t document, std::string text) {
+    status_.refused_version = 0;
+    status_.refused_document.clear();
+    status_.refused_reason.clear();
+    const taken_t taken = on_.take(text, name_of(document));
+    const bool is_taken = taken.reason.empty();
+    if (!is_taken) text.clear();
+    offered_ = offer_t{std::move(document), taken.hash, std::move(text)};
+    if (!is_taken) refuse(offered_->document, taken.reason);
+}
+
+void store_follower_t::in_force(const std::string &hash) {
+    const bool is_news = offered_ && !hash.empty() && offered_->hash == hash &&
+                         (held_.version != offered_->document.version || held_.hash != offered_->document.hash);
+    if (!is_news) return;
+    held_ = offered_->document;
+    status_.version = held_.version;
+    keep(*offered_);
+    offered_->text.clear();
+    offered_->text.shrink_to_fit();
+}
+
+void store_follower_t::refused(const std::string &hash, const std::string &reason) {
+    if (offered_ && offered_->hash == hash && !hash.empty()) note_refused(offered_->document, reason);
+}
+
+void store_follower_t::keep(const offer_t &offer) const {
+    const std::string error = write_file(kept_path_, kept_text(offer.document, offer.text));
+    if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
+}
+
+bool store_follower_t::note_refused(const fleet_document_t &document, const std::string &reason) {
+    const bool is_news = status_.refused_version != document.version || status_.refused_reason != reason;
+    status_.refused_version = document.version;
+    status_.refused_document = document.hash;
+    status_.refused_reason = reason;
+    return is_news;
+}
+
+void store_follower_t::refuse(const fleet_document_t &document, const std::string &reason) {
+    if (note_refused(document, reason)) on_.refuse(name_of(document), reason);
+}
+
+void store_follower_t::confirm() {
+    if (!status_.is_up) log_event(log_level_t::info, "store_up");
+    status_.is_up = true;
+    status_.reason.clear();
+    status_.confirmed_s = seconds_now();
+}
+
+/** A watch that is silent may be dead. */
+void store_follower_t::asked(const std::string &error) {
+    failures_ = error.empty() ? 0 : failures_ + 1;
+    if (error.empty() && status_.is_up) status_.confirmed_s = seconds_now();
+    if (failures_ != most_failures || !status_.is_up) return;
+    start();
+}
