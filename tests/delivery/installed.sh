@@ -72,7 +72,7 @@ cc -std=c11 "${warnings[@]}" $examples/pal.c -o pal_c "${flags[@]}"
 c++ -std=c++20 "${warnings[@]}" $examples/pal.cpp -o pal_cxx "${flags[@]}"
 cmake -S project -B project/build -DEXAMPLES=$examples >/dev/null
 cmake --build project/build >/dev/null
-env --unset=FWX_HOST_DIR ./readme.sh README.md
+FWX_HOST_DIR="" ./page.sh README.md 10 "^## Ten minutes" "^## The interfaces"
 run_pal() {
   local said
   said=$("${as_fwx[@]}" "$@" alpha) || fail "$*: $said"
