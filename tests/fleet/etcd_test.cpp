@@ -1,72 +1,16 @@
 /* The client of the store, beside a real one and beside servers that are none. */
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
-#include "fwx_host/adapter.hpp"
-#include "tests/fleet/etcd_process.h"
 #include "tests/fleet/scripted_server.h"
-#include "tools/fleet/etcd.h"
+#include "tests/fleet/store_fixture.h"
 
 namespace {
 
 using kind_t = etcd_error_t::kind_t;
 using compare_t = etcd_txn_t::compare_t;
 
-store_t store_at(const std::vector<std::string> &places) {
-    store_t store;
-    for (const std::string &place : places) {
-        store.endpoints.push_back("http://" + place);
-    }
-    store.prefix = "p";
-    return store;
-}
-
 /** A port at which nobody is. */
 std::string nowhere() {
     return "127.0.0.1:" + std::to_string(free_port());
 }
-
-etcd_txn_t put(const std::string &key, const std::string &value, int64_t lease = 0) {
-    etcd_txn_t txn;
-    txn.puts = {{key, value, lease}};
-    return txn;
-}
-
-class etcd_test : public testing::Test {
-protected:
-    /** What is there, `key=value` each. */
-    static std::string text_of(const etcd_result_t<etcd_range_t> &range) {
-        if (range.error) return range.error.text;
-        std::string text;
-        for (const etcd_entry_t &entry : range.value.entries) {
-            text += entry.key + '=' + entry.value + ' ';
-        }
-        return text;
-    }
-    template <class value_type>
-    value_type run(nat64::task<value_type> task) {
-        return loop_.run(std::move(task));
-    }
-    /** Turns the loop until it holds. */
-    template <class condition_t>
-    bool turn_until(condition_t condition) {
-        return eventually([&] {
-            fwx_host_loop_run_once(loop_, 5);
-            return condition();
-        });
-    }
-
-    fwx::host::loop loop_;
-};
-
-class real_etcd_test : public etcd_test {
-protected:
-    void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
-
-    etcd_process_t process_;
-    etcd_t etcd_{loop_, store_at({process_.place()})};
-};
 
 TEST_F(real_etcd_test, transactions_put_and_delete_bytes_when_their_comparisons_hold) {
     const std::string bytes("\0\xff\n\"", 4);
@@ -255,13 +199,17 @@ TEST_F(real_etcd_test, whatever_waits_may_be_destroyed_and_so_may_the_client) {
         waits.start();
         ASSERT_TRUE(turn_until([&] { return reads.back().done(); }));
     }
+    auto late = std::make_unique<etcd_watch_t>(*client, "p/none", 1);
+    auto waits = late->next();
+    waits.start();
+    ASSERT_TRUE(turn_until([&] { return late->is_open(); }));
     reads.push_back(client->get("p/a"));
     reads.back().start();
-    fwx_host_loop_run_once(loop_, 0);
+    late.reset();
     watch.reset();
     client.reset();
     fwx_host_loop_run_once(loop_, 0);
-    EXPECT_FALSE(reads.back().done());
+    EXPECT_FALSE(waits.done() || reads.back().done());
     reads.clear();
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1) << "nothing is left on the loop";
 }

@@ -98,7 +98,7 @@ struct etcd_event_t {
 struct etcd_options_t {
     uint64_t timeout_ms = 5000;      /* of one request at one endpoint */
     size_t most_bytes = 16U << 20;   /* of one answer */
-    uint32_t page = 500;             /* most entries of a list that are asked for at once */
+    uint32_t page = 250;             /* most entries of a list that are asked for at once */
     size_t most_entries = 1U << 20U; /* of a list */
 };
 

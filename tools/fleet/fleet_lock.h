@@ -29,6 +29,7 @@ public:
     etcd_txn_t::compare_t held() const { return {etcd_txn_t::compare_t::what_t::create_revision, key_, "", revision_}; }
 
 private:
+    nat64::task<etcd_error_t> look(std::string ours);
     nat64::task<> keep();
 
     fwx_host_loop_t *loop_;

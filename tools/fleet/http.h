@@ -145,26 +145,57 @@ private:
 class http_t::stream_t : private transfer_t {
 public:
     stream_t(http_t &client, http_request_t request) : transfer_t(&client, std::move(request), true) {}
+    ~stream_t();
 
-    /** Awaits the next line, without its line feed: an optional<string>, nothing at the end. One waits at a time. */
-    auto next() {
-        struct awaiter_t {
-            stream_t *stream;
-            bool await_ready() const { return stream->has_next(); }
-            void await_suspend(std::coroutine_handle<> waiting) const { stream->waiting_ = waiting; }
-            std::optional<std::string> await_resume() const { return stream->take_line(); }
-        };
-        return awaiter_t{this};
-    }
+    class line_t;
+    /** Awaits the next line, without its line feed: an optional<string>, nothing at the end. One waits at a time, and
+     * may be destroyed before the stream is. */
+    line_t next();
     /** Behind the end: why it ended, its status, and the body of a status other than 200. Before: the status alone. */
     const http_reply_t &reply() const { return reply_; }
 
 private:
     bool has_next();
     std::optional<std::string> take_line();
+    void forget(line_t *line) {
+        if (line_ != line) return;
+        line_ = nullptr;
+        waiting_ = nullptr;
+    }
 
+    line_t *line_ = nullptr; /* that waits, or waited last */
     bool is_begun_ = false;
 };
+
+class [[nodiscard]] http_t::stream_t::line_t {
+public:
+    line_t(const line_t &) = delete;
+    line_t &operator=(const line_t &) = delete;
+    ~line_t() {
+        if (stream_ != nullptr) stream_->forget(this);
+    }
+
+    bool await_ready() const { return stream_->has_next(); }
+    void await_suspend(std::coroutine_handle<> waiting) {
+        stream_->waiting_ = waiting;
+        stream_->line_ = this;
+    }
+    std::optional<std::string> await_resume() const { return stream_->take_line(); }
+
+private:
+    friend class stream_t;
+    explicit line_t(stream_t *stream) : stream_(stream) {}
+
+    stream_t *stream_; /* null when it is gone */
+};
+
+inline http_t::stream_t::~stream_t() {
+    if (line_ != nullptr) line_->stream_ = nullptr;
+}
+
+inline http_t::stream_t::line_t http_t::stream_t::next() {
+    return line_t(this);
+}
 
 inline http_t::post_t http_t::post(http_request_t request) {
     return {this, std::move(request)};

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/fleet/document_store.h"
 #include "tools/fleet/etcd.h"
@@ -39,20 +40,32 @@ public:
     /** `etcd` and `loop` must outlive it. `who` is `user@host`. */
     pusher_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string who);
 
-    /** One at a time. */
+    /* One at a time. */
+
     nat64::task<push_result_t> push(push_wish_t wish);
     /** Makes a new version, for all, of an older one; without a number of the one before that in force. */
     nat64::task<push_result_t> roll_back(std::optional<uint64_t> version);
+    /** What push would do, as things are now: writes nothing, and takes no lock. */
+    nat64::task<push_result_t> check(push_wish_t wish);
 
-    /* What push does, in this order and under the lock. */
+    /* What push does, in this order, under the lock. `result` must outlive the task. */
 
-    nat64::task<etcd_error_t> put_chunks(std::string text, push_result_t &result);
-    nat64::task<etcd_error_t> publish(manifest_read_t before, push_result_t &result);
-    nat64::task<etcd_error_t> collect(push_result_t &result);
     fleet_lock_t &lock() { return lock_; }
+    /** Puts the chunks of a text that are not there, and says in the result what they are. */
+    nat64::task<etcd_error_t> put_chunks(std::string text, push_result_t &result);
+    /** Puts the result's manifest in force in place of the one that was read. */
+    nat64::task<etcd_error_t> publish(manifest_read_t before, push_result_t &result);
+    /** Deletes what neither the result's manifest nor a kept version names. */
+    nat64::task<etcd_error_t> collect(push_result_t &result);
 
 private:
-    fwx_host_loop_t *loop_;
+    nat64::task<push_result_t> under_lock(nat64::task<push_result_t> work);
+    nat64::task<push_result_t> push_locked(push_wish_t wish);
+    nat64::task<push_result_t> roll_back_locked(std::optional<uint64_t> version);
+    nat64::task<> publish_and_collect(manifest_read_t before, push_result_t &result);
+    etcd_t::reply_t<std::vector<size_t>> find_missing(std::vector<chunk_t> chunks);
+    nat64::task<etcd_error_t> delete_all(std::vector<std::string> keys, push_result_t &result);
+
     etcd_t &etcd_;
     fleet_keys_t keys_;
     std::string who_;

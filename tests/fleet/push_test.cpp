@@ -1,0 +1,289 @@
+/* Documents that are put into a store, and read from it. */
+#include <set>
+
+#include "tests/fleet/store_fixture.h"
+#include "tests/nat64d/documents.h"
+#include "tools/fleet/document_store.h"
+#include "tools/fleet/fleet_view.h"
+#include "tools/fleet/pusher.h"
+
+namespace {
+
+using kind_t = etcd_error_t::kind_t;
+
+class push_test : public real_etcd_test {
+protected:
+    push_result_t push(const std::string &text, std::optional<stage_t> stage = {}) {
+        return run(pusher_.push({text, 1, std::move(stage), "a file"}));
+    }
+    manifest_t manifest() {
+        const auto read = run(read_manifest(etcd_, keys_));
+        EXPECT_TRUE(read.value.manifest) << read.error.text;
+        return read.value.manifest.value_or(manifest_t{});
+    }
+    /** Of a document; what is wrong instead. */
+    std::string text_of_document(const fleet_document_t &document) {
+        const auto read = run(read_document(etcd_, keys_, document));
+        return read.error ? read.error.text : read.value;
+    }
+    /** Names of keys that begin so. */
+    std::set<std::string> names(const std::string &prefix) {
+        std::set<std::string> names;
+        const auto list = run(etcd_.list(prefix, false));
+        for (const etcd_entry_t &entry : list.value.entries) {
+            names.insert(entry.key.substr(prefix.size()));
+        }
+        return names;
+    }
+    void remove(const std::string &key) {
+        etcd_txn_t txn;
+        txn.deletes = {key};
+        run(etcd_.txn(txn));
+    }
+
+    fleet_keys_t keys_{"p"};
+    pusher_t pusher_{loop_, etcd_, "ann@ops1"};
+};
+
+TEST_F(push_test, a_document_is_there_as_a_whole_and_the_same_is_not_pushed_twice) {
+    EXPECT_FALSE(run(read_manifest(etcd_, keys_)).value.manifest);
+    const std::string text = document_text(1000, 1);
+    const push_result_t first = push(text);
+    ASSERT_TRUE(first.is_changed) << first.error.text << first.refused;
+    EXPECT_EQ(first.uncollected, "");
+    const fleet_document_t document = manifest().document;
+    EXPECT_EQ(document.version, 1U);
+    EXPECT_EQ(document.pushed_by, "ann@ops1");
+    EXPECT_EQ(document.note, "a file");
+    EXPECT_EQ(document.hash, sha256(text));
+    EXPECT_EQ(text_of_document(document), text);
+    EXPECT_EQ(first.chunks_put, document.chunks.size());
+    EXPECT_EQ(first.bytes_put, text.size());
+    EXPECT_EQ(names(keys_.history()), std::set<std::string>{"0000000001"});
+    const push_result_t second = push(text);
+    EXPECT_FALSE(second.is_changed);
+    EXPECT_EQ(second.manifest.document.version, 1U);
+    EXPECT_EQ(second.chunks_put, 0U);
+    EXPECT_EQ(names(keys_.lock()).size(), 0U) << "the lock is free again";
+
+    size_t asked = 0;
+    const auto known = [&](const chunk_t &chunk) {
+        ++asked;
+        const bool is_first = chunk.hash == document.chunks[0].hash;
+        return std::optional<std::string>(is_first ? text.substr(0, chunk.bytes) : "something else");
+    };
+    remove(keys_.chunk(document.chunks[0].hash));
+    EXPECT_EQ(run(read_document(etcd_, keys_, document, known)).value, text) << "what is at hand is not fetched";
+    EXPECT_EQ(asked, document.chunks.size());
+}
+
+TEST_F(push_test, one_changed_rule_of_a_hundred_thousand_moves_less_than_a_mebibyte) {
+    std::string text = document_text(100000, 1);
+    const push_result_t first = push(text);
+    ASSERT_TRUE(first.is_changed) << first.error.text << first.refused;
+    EXPECT_GT(first.bytes_put, 10U << 20);
+    const std::string rule = "mapt bmr add --rule 50000 --domain 1";
+    text.insert(text.find(rule) + rule.size(), " --ea-len 16");
+    const push_result_t second = push(text);
+    ASSERT_TRUE(second.is_changed) << second.error.text << second.refused;
+    EXPECT_LT(second.bytes_put, 1U << 20);
+    EXPECT_LE(second.chunks_put, 2U);
+    EXPECT_EQ(text_of_document(manifest().document), text);
+}
+
+TEST_F(push_test, one_pushes_at_a_time) {
+    pusher_t other(loop_, etcd_, "bob@ops2");
+    EXPECT_FALSE(run(pusher_.lock().take("ann@ops1")));
+    const push_result_t refused = run(other.push({"pool\n", 1, {}, ""}));
+    EXPECT_FALSE(refused.is_changed);
+    EXPECT_EQ(refused.refused.rfind("ann@ops1 (process " + std::to_string(getpid()) + ") since 20", 0), 0U)
+        << refused.refused;
+    EXPECT_FALSE(run(pusher_.lock().release()));
+    EXPECT_TRUE(run(other.push({"pool\n", 1, {}, ""})).is_changed);
+
+    /* Many at once: whoever comes in does it as a whole. */
+    std::vector<std::unique_ptr<pusher_t>> pushers;
+    std::vector<nat64::task<push_result_t>> pushes;
+    for (int i = 0; i < 8; ++i) {
+        pushers.push_back(std::make_unique<pusher_t>(loop_, etcd_, "many"));
+        pushes.push_back(pushers.back()->push({"pool " + std::to_string(i) + '\n', 1, {}, std::to_string(i)}));
+        pushes.back().start();
+    }
+    size_t done = 0;
+    for (auto &each : pushes) {
+        ASSERT_TRUE(turn_until([&] { return each.done(); }));
+        const push_result_t result = each.get();
+        EXPECT_EQ(result.error.text, "");
+        EXPECT_NE(result.is_changed, !result.refused.empty());
+        done += result.is_changed ? 1 : 0;
+    }
+    EXPECT_GE(done, 1U);
+    EXPECT_EQ(manifest().document.version, 1 + done);
+    EXPECT_EQ(text_of_document(manifest().document), "pool " + manifest().document.note + '\n');
+}
+
+TEST_F(push_test, a_pusher_that_dies_behind_its_chunks_leaves_what_the_next_one_collects) {
+    ASSERT_TRUE(push(document_text(100, 1)).is_changed);
+    const std::set<std::string> before = names(keys_.chunks());
+    {
+        pusher_t dying(loop_, etcd_, "bob@ops2");
+        ASSERT_FALSE(run(dying.lock().take("bob@ops2")));
+        push_result_t result;
+        ASSERT_FALSE(run(dying.put_chunks(document_text(300, 2), result)));
+        EXPECT_GT(result.chunks_put, 0U);
+    }
+    EXPECT_GT(names(keys_.chunks()).size(), before.size());
+    EXPECT_EQ(manifest().document.version, 1U);
+    EXPECT_NE(push(document_text(100, 3)).refused.find("bob@ops2"), std::string::npos);
+    remove(keys_.lock()); /* as the end of its lease does */
+    const push_result_t next = push(document_text(100, 1));
+    EXPECT_FALSE(next.is_changed);
+    EXPECT_GT(next.collected, 0U);
+    EXPECT_EQ(names(keys_.chunks()), before);
+}
+
+TEST_F(push_test, who_has_lost_the_lock_changes_nothing_any_more) {
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    pusher_t late(loop_, etcd_, "bob@ops2");
+    ASSERT_FALSE(run(late.lock().take("bob@ops2")));
+    push_result_t result;
+    ASSERT_FALSE(run(late.put_chunks("pool late\n", result)));
+    const auto read = run(read_manifest(etcd_, keys_));
+    remove(keys_.lock());
+    ASSERT_TRUE(push("pool 2\n").is_changed);
+    ASSERT_FALSE(run(pusher_.lock().take("ann@ops1")));
+    run(etcd_.txn(put(keys_.chunk("unnamed"), "rubbish")));
+    const std::set<std::string> chunks = names(keys_.chunks());
+    for (const etcd_error_t &error : {run(late.put_chunks("pool later\n", result)),
+                                      run(late.publish(read.value, result)), run(late.collect(result))}) {
+        EXPECT_EQ(error.text, "the lock was lost on the way: its lease has ended");
+    }
+    EXPECT_FALSE(result.is_changed);
+    EXPECT_EQ(names(keys_.chunks()), chunks);
+    EXPECT_EQ(manifest().document.version, 2U);
+}
+
+TEST_F(push_test, collection_leaves_all_that_the_last_ten_versions_name) {
+    for (uint32_t i = 1; i <= 13; ++i) {
+        ASSERT_TRUE(push(document_text(200, i)).is_changed);
+    }
+    std::set<std::string> named;
+    for (uint64_t version = 1; version <= 13; ++version) {
+        const auto read = run(read_version(etcd_, keys_, version));
+        ASSERT_EQ(read.value.has_value(), version > 3) << version << read.error.text;
+        if (!read.value) continue;
+        EXPECT_EQ(text_of_document(read.value->document), document_text(200, static_cast<uint32_t>(version)));
+        for (const chunk_t &chunk : read.value->document.chunks) {
+            named.insert(chunk.hash);
+        }
+    }
+    EXPECT_EQ(names(keys_.chunks()), named);
+    EXPECT_EQ(names(keys_.history()).size(), 10U);
+
+    EXPECT_EQ(run(pusher_.roll_back(3)).refused, "version 3 is not kept, see fleet history");
+    const push_result_t back = run(pusher_.roll_back(4));
+    EXPECT_TRUE(back.is_changed) << back.error.text << back.refused;
+    EXPECT_EQ(manifest().document.version, 14U);
+    EXPECT_EQ(manifest().document.note, "rollback to 4");
+    EXPECT_EQ(text_of_document(manifest().document), document_text(200, 4));
+    ASSERT_TRUE(run(pusher_.roll_back({})).is_changed);
+    EXPECT_EQ(manifest().document.note, "rollback to 13");
+
+    /* One that cannot be read may name anything. */
+    run(etcd_.txn(put(keys_.history(14), "{")));
+    const std::set<std::string> chunks = names(keys_.chunks());
+    const push_result_t next = push("pool\n");
+    EXPECT_TRUE(next.is_changed);
+    EXPECT_EQ(next.uncollected.rfind("p/history/0000000014: ", 0), 0U) << next.uncollected;
+    EXPECT_EQ(names(keys_.chunks()).size(), chunks.size() + 1);
+}
+
+TEST_F(push_test, a_stage_leaves_the_others_with_what_they_have) {
+    const stage_t to_two = {{"fra2", "fra1", "fra2"}, 0};
+    EXPECT_EQ(push("pool 1\n", to_two).refused, "nothing has been pushed yet: the first document is for all gateways");
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    ASSERT_TRUE(push("pool 2\n", to_two).is_changed);
+    EXPECT_FALSE(push("pool 2\n", stage_t{{"fra1", "fra2"}, 0}).is_changed);
+    for (int i = 0; i < 12; ++i) { /* more than are kept */
+        ASSERT_TRUE(push("pool 3\n", stage_t{{}, i % 2 == 0 ? 20U : 30U}).is_changed);
+    }
+    const manifest_t staged = manifest();
+    EXPECT_EQ(staged.document.version, 14U);
+    ASSERT_TRUE(staged.base);
+    EXPECT_EQ(staged.base->version, 1U);
+    EXPECT_EQ(text_of_document(*staged.base), "pool 1\n") << "no kept version names it";
+    ASSERT_TRUE(push("pool 3\n").is_changed) << "the same document, but for all";
+    EXPECT_FALSE(manifest().stage);
+    EXPECT_EQ(names(keys_.chunks()).size(), 1U);
+}
+
+TEST_F(push_test, what_is_damaged_in_the_store_is_named_and_stays) {
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    const fleet_document_t document = manifest().document;
+    const std::string key = keys_.chunk(document.chunks[0].hash);
+    run(etcd_.txn(put(key, "pool 2\n")));
+    EXPECT_EQ(text_of_document(document), key + ": is not what its name says");
+    remove(key);
+    EXPECT_EQ(text_of_document(document), key + ": is not there");
+    ASSERT_TRUE(push("pool 2\n").is_changed);
+    const push_result_t back = run(pusher_.roll_back({}));
+    EXPECT_EQ(back.error.text, key + ": is not there, though version 1 is");
+    run(etcd_.txn(put(keys_.manifest(), "{\"format\":2}")));
+    const push_result_t newer = push("pool 3\n");
+    EXPECT_EQ(newer.error.kind, kind_t::malformed);
+    EXPECT_EQ(newer.error.text, "p/manifest: format: is 2, and 1 is the newest that is known here");
+    EXPECT_EQ(names(keys_.chunks()).size(), 1U);
+}
+
+TEST_F(push_test, a_store_that_is_full_keeps_what_it_has) {
+    etcd_process_t small({"--quota-backend-bytes", "400000"});
+    ASSERT_TRUE(small.is_up()) << small.log();
+    etcd_t etcd(loop_, store_at({small.place()}));
+    pusher_t pusher(loop_, etcd, "ann@ops1");
+    ASSERT_TRUE(run(pusher.push({"pool 1\n", 1, {}, ""})).is_changed);
+    push_result_t result;
+    ASSERT_TRUE(eventually([&] { /* it counts what it has written out */
+                                 result = run(pusher.push({document_text(20000, 1), 1, {}, ""}));
+                                 return static_cast<bool>(result.error);
+    })) << result.refused;
+    EXPECT_EQ(result.error.kind, kind_t::quota) << result.error.text;
+    EXPECT_FALSE(result.is_changed);
+    const auto read = run(read_manifest(etcd, keys_));
+    ASSERT_TRUE(read.value.manifest) << read.error.text;
+    EXPECT_EQ(run(read_document(etcd, keys_, read.value.manifest->document)).value, "pool 1\n");
+}
+
+TEST_F(push_test, gateways_are_seen_alive_or_gone) {
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    const fleet_document_t document = manifest().document;
+    gateway_state_t state = {"fra1", "alpha", 1, document.hash, 1, true, "", "t", 0, "", "", "t"};
+    const auto say = [&](const std::string &name, bool is_alive) {
+        state.gateway = name;
+        if (is_alive) run(etcd_.txn(put(keys_.gateway_state(name), write_gateway_state(state))));
+        run(etcd_.txn(put(keys_.gateway_seen(name), write_gateway_state(state))));
+    };
+    say("fra1", true);
+    say("fra1-b", false);
+    state.is_in_step = false;
+    state.reason = "no server";
+    say("ber1", true);
+    state.refused_version = 1;
+    state.refused_document = document.hash;
+    state.refused_reason = "pool 7 is there";
+    say("ber2", true);
+    state = {"", "alpha", 0, "", 0, false, "", "t", 0, "", "", "t"};
+    say("ham1", true);
+    run(etcd_.txn(put(keys_.gateway_state("ulm1"), "{}")));
+    run(etcd_.txn(put(keys_.gateways() + "a b/state", "{}")));
+    const auto view = run(read_gateways(etcd_, keys_));
+    std::string text;
+    for (const gateway_view_t &gateway : view.value) {
+        text += gateway.name + ": " + lag_text(gateway, document) + '\n';
+    }
+    EXPECT_EQ(text,
+              "ber1: no server\nber2: refused version 1: pool 7 is there\nfra1: \nfra1-b: gone\nham1: holds nothing\n"
+              "ulm1: what it says cannot be read: gateway: must be a text of 0 to 320 bytes\n");
+    EXPECT_EQ(view.value[3].state.version, 1U) << "what it held when it was seen";
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+/* A loop, and a store beside it. */
+#ifndef TESTS_FLEET_STORE_FIXTURE_H
+#define TESTS_FLEET_STORE_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "fwx_host/adapter.hpp"
+#include "tests/fleet/etcd_process.h"
+#include "tools/fleet/etcd.h"
+
+inline store_t store_at(const std::vector<std::string> &places) {
+    store_t store;
+    for (const std::string &place : places) {
+        store.endpoints.push_back("http://" + place);
+    }
+    store.prefix = "p";
+    return store;
+}
+
+inline etcd_txn_t put(const std::string &key, const std::string &value, int64_t lease = 0) {
+    etcd_txn_t txn;
+    txn.puts = {{key, value, lease}};
+    return txn;
+}
+
+class etcd_test : public testing::Test {
+protected:
+    /** What is there, `key=value` each. */
+    static std::string text_of(const etcd_result_t<etcd_range_t> &range) {
+        if (range.error) return range.error.text;
+        std::string text;
+        for (const etcd_entry_t &entry : range.value.entries) {
+            text += entry.key + '=' + entry.value + ' ';
+        }
+        return text;
+    }
+    template <class value_type>
+    value_type run(nat64::task<value_type> task) {
+        return loop_.run(std::move(task));
+    }
+    /** Turns the loop until it holds. */
+    template <class condition_t>
+    bool turn_until(condition_t condition) {
+        return eventually([&] {
+            fwx_host_loop_run_once(loop_, 5);
+            return condition();
+        });
+    }
+
+    fwx::host::loop loop_;
+};
+
+class real_etcd_test : public etcd_test {
+protected:
+    void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
+
+    etcd_process_t process_;
+    etcd_t etcd_{loop_, store_at({process_.place()})};
+};
+
+#endif
