@@ -1,16 +1,10 @@
 /* Configuration documents: checked, compared with what the server runs, applied; and the running one. */
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstring>
 #include <ctime>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 
-#include "config/load.h"
 #include "config/notation.h"
 #include "tools/natctl/config_run.h"
-#include "tools/natctl/decode.h"
+#include "tools/natctl/document_input.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
@@ -25,57 +19,11 @@ struct request_t {
     bool is_json = false;
 };
 
-/** Reads a file, or standard input. Returns what is wrong. */
-std::string read_text(const std::string &file, std::string &text) {
-    std::ifstream stream;
-    errno = 0;
-    if (file != "-") stream.open(file);
-    std::istream &from = file == "-" ? std::cin : stream;
-    char block[1 << 16];
-    while (from.read(block, sizeof block) || from.gcount() != 0) {
-        text.append(block, static_cast<size_t>(from.gcount()));
-    }
-    const bool is_read = from.eof() && !from.bad();
-    return is_read ? "" : file + ": " + std::strerror(errno == 0 ? EIO : errno);
-}
-
-json_t problem_json(const problem_t &problem) {
-    return {{"kind", problem.kind == problem_t::kind_t::error ? "error" : "warning"},
-            {"line", problem.line},
-            {"command", problem.command},
-            {"field", problem.field},
-            {"reason", problem.reason}};
-}
-
-/** Reads the document of a command; false: the outcome says what is wrong. */
-bool read_document(call_t &call, const request_t &request, document_t &document, problems_t &problems) {
-    std::string text;
-    const std::string error = read_text(request.file, text);
-    if (!error.empty()) {
-        refuse(call.outcome, status_t::usage, 0, error);
-        return false;
-    }
-    document = load_document(text, problems);
-    for (const problem_t &problem : problems) {
-        call.pal.note("natctl: " + request.file + ": " + problem.text());
-    }
-    if (!has_error(problems)) return true;
-    const auto count = std::count_if(problems.begin(), problems.end(),
-                                     [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; });
-    refuse(call.outcome, status_t::usage, 0,
-           request.file + ": " + std::to_string(count) + (count == 1 ? " error" : " errors"));
-    return false;
-}
-
 uint32_t check(call_t &call, const request_t &request) {
     document_t document;
     problems_t problems;
-    const bool is_good = read_document(call, request, document, problems);
-    json_t list = json_t::array();
-    for (const problem_t &problem : problems) {
-        list.push_back(problem_json(problem));
-    }
-    call.outcome.data = {{"items", document.size()}, {"problems", std::move(list)}};
+    const bool is_good = read_document(call, request.file, document, problems);
+    call.outcome.data = {{"items", document.size()}, {"problems", problems_json(problems)}};
     if (is_good) call.outcome.note = std::to_string(document.size()) + " items";
     return 0;
 }
@@ -83,14 +31,14 @@ uint32_t check(call_t &call, const request_t &request) {
 uint32_t diff(call_t &call, const request_t &request) {
     document_t document;
     problems_t problems;
-    if (read_document(call, request, document, problems)) config_diff(call, document, request.replays);
+    if (read_document(call, request.file, document, problems)) config_diff(call, document, request.replays);
     return 0;
 }
 
 uint32_t apply(call_t &call, const request_t &request) {
     document_t document;
     problems_t problems;
-    if (!read_document(call, request, document, problems)) return 0;
+    if (!read_document(call, request.file, document, problems)) return 0;
     const config_wish_t wish = {"config apply " + request.file, request.is_check, request.shows_diff, request.replays,
                                 request.confirm_s};
     config_apply(call, document, wish);

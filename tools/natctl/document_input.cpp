@@ -1,0 +1,57 @@
+#include "tools/natctl/document_input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "config/load.h"
+
+std::string read_text(const std::string &file, std::string &text, size_t most) {
+    std::ifstream stream;
+    errno = 0;
+    if (file != "-") stream.open(file);
+    std::istream &from = file == "-" ? std::cin : stream;
+    char block[1 << 16];
+    while (text.size() <= most && (from.read(block, sizeof block) || from.gcount() != 0)) {
+        text.append(block, static_cast<size_t>(from.gcount()));
+    }
+    if (text.size() > most) return file + ": longer than " + std::to_string(most >> 20) + " MiB";
+    const bool is_read = from.eof() && !from.bad();
+    return is_read ? "" : file + ": " + std::strerror(errno == 0 ? EIO : errno);
+}
+
+bool judge(call_t &call, const std::string &file, const problems_t &problems) {
+    for (const problem_t &problem : problems) {
+        call.pal.note("natctl: " + file + ": " + problem.text());
+    }
+    const auto count = std::count_if(problems.begin(), problems.end(),
+                                     [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; });
+    if (count == 0) return true;
+    refuse(call.outcome, status_t::usage, 0, file + ": " + std::to_string(count) + (count == 1 ? " error" : " errors"));
+    return false;
+}
+
+bool read_document(call_t &call, const std::string &file, document_t &document, problems_t &problems) {
+    std::string text;
+    const std::string error = read_text(file, text);
+    if (!error.empty()) {
+        refuse(call.outcome, status_t::usage, 0, error);
+        return false;
+    }
+    document = load_document(text, problems);
+    return judge(call, file, problems);
+}
+
+json_t problems_json(const problems_t &problems) {
+    json_t list = json_t::array();
+    for (const problem_t &problem : problems) {
+        list.push_back({{"kind", problem.kind == problem_t::kind_t::error ? "error" : "warning"},
+                        {"line", problem.line},
+                        {"command", problem.command},
+                        {"field", problem.field},
+                        {"reason", problem.reason}});
+    }
+    return list;
+}
