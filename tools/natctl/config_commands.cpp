@@ -133,19 +133,6 @@ uint32_t confirm(call_t &call) {
     return 0;
 }
 
-/** `5m`. */
-std::string read_duration(const std::string &text, uint64_t &seconds) {
-    constexpr uint64_t longest = 86400;
-    const size_t digits = text.find_first_not_of("0123456789");
-    const std::string unit = digits == std::string::npos ? "s" : text.substr(digits);
-    const uint64_t factor = unit == "s" ? 1 : unit == "m" ? 60 : unit == "h" ? 3600 : 0;
-    const std::string count = text.substr(0, digits);
-    const bool is_number = factor != 0 && !count.empty() && count.size() <= 5;
-    seconds = is_number ? std::stoul(count) * factor : 0;
-    if (seconds != 0 && seconds <= longest) return "";
-    return record_field_error("--confirm", text, "1 second to 24 hours, as 30s, 5m or 1h");
-}
-
 void file_field(CLI::App &app, const std::shared_ptr<request_t> &request) {
     app.add_option("file", request->file, "the document, lines or JSON; - for standard input")
         ->required()
@@ -156,9 +143,8 @@ void apply_fields(CLI::App &app, const std::shared_ptr<request_t> &request) {
     flag_field(app, "--check", request->is_check, "says what would change, and sends nothing");
     flag_field(app, "--diff", request->shows_diff, "shows the commands");
     flag_field(app, "--replay", request->replays, "sends the whole document, whatever the server is thought to hold");
-    text_field(
-        app, "--confirm", [request](const std::string &text) { return read_duration(text, request->confirm_s); },
-        "takes it back unless config confirm comes within this time, and waits for that", "TIME");
+    duration_field(app, "--confirm", request->confirm_s,
+                   "takes it back unless config confirm comes within this time, and waits for that");
 }
 
 }  // namespace

@@ -76,6 +76,9 @@ struct choice_t {
 option_t choice_field(CLI::App &app, const std::string &option, uint32_t &out, std::vector<choice_t> choices,
                       const std::string &meaning);
 
+/** A time, `5m`, of a second to a day; in seconds. */
+option_t duration_field(CLI::App &app, const std::string &option, uint64_t &out_s, const std::string &meaning);
+
 /** An option without a value: true when it is given. */
 void flag_field(CLI::App &app, const std::string &option, bool &out, const std::string &meaning);
 

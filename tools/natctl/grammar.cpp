@@ -77,6 +77,7 @@ grammar_t::grammar_t(CLI::App &root) : root_(root), group_(&root) {
     add_classifier_commands(*this);
     add_server_commands(*this);
     add_config_commands(*this);
+    add_fleet_commands(*this);
 }
 
 CLI::App &grammar_t::add_group(CLI::App &parent, const std::string &name, const std::string &summary) {

@@ -1,0 +1,166 @@
+/* `natctl fleet` beside a store, with gateways that the test plays. */
+#include "config/load.h"
+#include "config/notation.h"
+#include "tests/fleet/store_fixture.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/tools/natctl_fixture.h"
+#include "tools/fleet/fleet_keys.h"
+#include "tools/fleet/gateway_state.h"
+#include "tools/fleet/manifest.h"
+#include "tools/pal/time_text.h"
+
+namespace {
+
+const std::string first = "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.254\n";
+const std::string second = first + "timeout set --type udp --value 300\n";
+
+class natctl_fleet_test : public natctl_test {
+protected:
+    natctl_fleet_test() { setenv("NATCTL_STORE", process_.url("p").c_str(), 1); }
+    ~natctl_fleet_test() override { unsetenv("NATCTL_STORE"); }
+    void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
+
+    std::string file(const std::string &name, const std::string &text) const {
+        std::string path = directory_.path() + '/' + name;
+        std::ofstream(path) << text;
+        return path;
+    }
+    static json_t json(const std::string &command) { return json_t::parse(run("--json fleet " + command).answers); }
+    static std::string hash_of(const std::string &text) {
+        problems_t problems;
+        return sha256(write_lines(load_document(text, problems)));
+    }
+    /** Has a gateway say something. */
+    void say(const gateway_state_t &state, bool is_alive = true) const {
+        const fwx::host::loop loop;
+        etcd_t etcd(loop, store_at({process_.place()}));
+        const fleet_keys_t keys("p");
+        etcd_txn_t txn = put(keys.gateway_seen(state.gateway), write_gateway_state(state));
+        if (is_alive) txn.puts.push_back({keys.gateway_state(state.gateway), write_gateway_state(state), 0});
+        ASSERT_FALSE(loop.run(etcd.txn(txn)).error);
+    }
+    static gateway_state_t holding(const std::string &name, uint64_t version, const std::string &text) {
+        return {name, "alpha", version, hash_of(text), 1, true, "", time_text(), 0, "", "", time_text()};
+    }
+
+    const runtime_directory_t directory_;
+    const std::string first_ = file("first", first);
+    const std::string second_ = file("second", second);
+    etcd_process_t process_;
+};
+
+TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
+    struct case_t {
+        std::string command;
+        int status;
+        std::string answer;
+        std::string notes;
+    };
+    const case_t cases[] = {
+        {"status", 0, "none\n", "natctl: nothing has been pushed yet\n"},
+        {"history", 0, "none\n", ""},
+        {"rollback", 1, "", "natctl: fleet rollback: there is no version before the one in force\n"},
+        {"push --check " + first_, 0, "fleet push: ok, 1 of 1 chunk to put\n", ""},
+        {"history", 0, "none\n", ""},
+        {"push --to fra1 " + first_, 1, "",
+         "natctl: fleet push: nothing has been pushed yet: the first document is for all gateways\n"},
+        {"push " + first_, 0, "fleet push: ok, version 1, 1 of 1 chunk put\n", ""},
+        {"push " + first_, 0, "fleet push: ok, nothing to change, version 1 says it\n", ""},
+        {"push --check " + first_, 0, "fleet push: ok, nothing to change\n", ""},
+        {"push --to fra2 --to fra1 " + second_, 0,
+         "fleet push: ok, version 2 for gateways fra1, fra2, 2 of 2 chunks put\n",
+         "natctl: no gateway fra2 has been seen\nnatctl: no gateway fra1 has been seen\n"},
+        {"push --percent 10 " + second_, 0, "fleet push: ok, version 3 for 10 % of the gateways, 0 of 2 chunks put\n",
+         ""},
+        {"rollback 1", 0, "fleet rollback: ok, version 4, 0 of 1 chunk put\n", ""},
+        {"rollback 9", 1, "", "natctl: fleet rollback: version 9 is not kept, see fleet history\n"},
+    };
+    for (const case_t &each : cases) {
+        const run_t got = run("fleet " + each.command);
+        EXPECT_EQ(got.status, each.status) << each.command;
+        EXPECT_EQ(got.answers, each.answer) << each.command;
+        EXPECT_EQ(got.notes, each.notes) << each.command;
+    }
+    const json_t rows = json("history").at("data");
+    ASSERT_EQ(rows.size(), 4U);
+    EXPECT_EQ(rows[2].at("stage"), "10 % of the gateways");
+    EXPECT_EQ(rows[3].at("note"), "rollback to 1");
+    EXPECT_EQ(rows[3].at("in_force"), true);
+    EXPECT_EQ(rows[1].at("in_force"), false);
+    EXPECT_EQ(json("push " + second_).at("data").at("document"), hash_of(second));
+}
+
+TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {
+    const std::string wrong = file("wrong", "pool add --id 1 --param 1 --start x --end 192.0.2.1\n");
+    struct case_t {
+        std::string command;
+        int status;
+        std::string note; /* its end */
+    };
+    const std::string nowhere = "127.0.0.1:" + std::to_string(free_port());
+    const case_t cases[] = {
+        {"push " + wrong, 2, "fleet push: " + wrong + ": 1 error\n"},
+        {"push " + first_ + "x", 2, first_ + "x: No such file or directory\n"},
+        {"push --to a/b " + first_, 2, "--to a/b: must be 1 to 64 letters, digits, '.', '_' and '-'\n"},
+        {"push --to a --percent 5 " + first_, 2, "--to excludes --percent\n"},
+        {"push --percent 0 " + first_, 2, "--percent 0: must be 1 to 100\n"},
+        {"push --store http://x " + first_, 2, "http://x: must begin with etcd://\n"},
+        {"push --user ann " + first_, 2, "--user and --password-file: one needs the other\n"},
+        {"push --store etcd://" + nowhere + "/p " + first_, 4, ""},
+        {"status --store etcd://" + nowhere + "/p", 4, ""},
+        {"status --wait 5s", 2, "not expected here, see --help\n"},
+    };
+    for (const case_t &each : cases) {
+        const run_t got = run("fleet " + each.command);
+        EXPECT_EQ(got.status, each.status) << each.command << got.notes;
+        EXPECT_EQ(got.answers, "");
+        ASSERT_GE(got.notes.size(), each.note.size());
+        EXPECT_EQ(got.notes.substr(got.notes.size() - each.note.size()), each.note);
+    }
+    unsetenv("NATCTL_STORE");
+    EXPECT_EQ(run("fleet status").notes, "natctl: fleet status: needs --store\n");
+    setenv("NATCTL_STORE", process_.url("p").c_str(), 1);
+    EXPECT_EQ(run("fleet history").answers, "none\n");
+    process_.signal(SIGSTOP);
+    EXPECT_EQ(run("--timeout 200 fleet status").status, 3);
+    process_.signal(SIGCONT);
+}
+
+TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_there_and_meant) {
+    ASSERT_EQ(run("fleet push " + first_).status, 0);
+    EXPECT_EQ(run("fleet push --wait 1s " + first_).answers,
+              "fleet push: ok, nothing to change, version 1 says it, 0 gateways in step\n");
+    say(holding("fra1", 2, second));
+    say(holding("ber1", 1, first), false);
+    EXPECT_EQ(run("fleet push --wait 60s " + second_).answers,
+              "fleet push: ok, version 2, 2 of 2 chunks put, 1 gateway in step\n");
+
+    say(holding("ham1", 1, first));
+    const run_t late = run("fleet push --wait 1s " + second_);
+    EXPECT_EQ(late.status, 3);
+    EXPECT_EQ(late.notes, "natctl: fleet push: not in step after 1 s: ham1: holds version 1\n");
+    EXPECT_EQ(run("fleet push --wait 60s --to fra1 " + second_).status, 0) << "the other is not meant";
+
+    gateway_state_t refusing = holding("ham1", 1, first);
+    refusing.refused_version = 3;
+    refusing.refused_document = hash_of(second);
+    refusing.refused_reason = "pool 7 is there";
+    say(refusing);
+    const json_t refused = json("push --wait 60s " + second_);
+    EXPECT_EQ(refused.at("status"), "refused");
+    EXPECT_EQ(refused.at("error"), "refused by ham1: refused version 3: pool 7 is there");
+    EXPECT_EQ(refused.at("data").at("gateways").at("in_step"), 1);
+
+    const json_t rows = json("status").at("data");
+    ASSERT_EQ(rows.size(), 3U);
+    EXPECT_EQ(rows[0].at("gateway"), "ber1");
+    EXPECT_EQ(rows[0].at("alive"), false);
+    EXPECT_EQ(rows[0].at("version"), 1);
+    EXPECT_EQ(rows[0].at("reason"), "gone");
+    EXPECT_EQ(rows[1].at("in_step"), true);
+    EXPECT_EQ(rows[1].at("reason"), "");
+    EXPECT_EQ(rows[2].at("in_step"), false);
+    EXPECT_TRUE(rows[2].at("age_s").is_number());
+}
+
+}  // namespace

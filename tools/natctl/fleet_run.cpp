@@ -1,0 +1,197 @@
+#include "tools/natctl/fleet_run.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "config/notation.h"
+#include "fwx_host/adapter.hpp"
+#include "tools/fleet/fleet_view.h"
+#include "tools/pal/user.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds look_interval{200};
+
+/** What has become of a version at the gateways that it is meant for, as far as they are there. */
+struct progress_t {
+    size_t in_step = 0;
+    std::vector<std::string> refused; /* with reasons */
+    std::vector<std::string> lagging;
+    etcd_error_t error; /* of the last look */
+};
+
+std::string joined(const std::vector<std::string> &texts) {
+    std::string all;
+    for (const std::string &text : texts) {
+        all += (all.empty() ? "" : "; ") + text;
+    }
+    return all;
+}
+
+bool is_meant(const manifest_t &manifest, const gateway_view_t &gateway) {
+    return gateway.is_alive && (!manifest.stage || is_in_stage(*manifest.stage, gateway.name));
+}
+
+nat64::task<progress_t> look(etcd_t &etcd, fleet_keys_t keys, const manifest_t &manifest) {
+    progress_t progress;
+    const etcd_result_t<std::vector<gateway_view_t>> view = co_await read_gateways(etcd, keys);
+    progress.error = view.error;
+    for (const gateway_view_t &gateway : view.value) {
+        if (!is_meant(manifest, gateway)) continue;
+        const std::string text = gateway.name + ": " + lag_text(gateway, manifest.document);
+        if (gateway.holds(manifest.document)) {
+            ++progress.in_step;
+        } else {
+            (gateway.has_refused(manifest.document) ? progress.refused : progress.lagging).push_back(text);
+        }
+    }
+    co_return progress;
+}
+
+/** Until every gateway that is there has it or refused it, or the time is over. */
+nat64::task<progress_t> wait_for_gateways(fleet_store_t &store, const manifest_t &manifest, uint64_t wait_s) {
+    const uint64_t deadline = fwx_host_clock_ms() + wait_s * 1000;
+    for (;;) {
+        progress_t progress = co_await look(store.etcd(), store.keys(), manifest);
+        const bool is_settled = !progress.error && progress.lagging.empty();
+        if (is_settled || fwx_host_clock_ms() >= deadline) co_return progress;
+        fwx::host::sleep pause(store.loop(), look_interval);
+        co_await pause;
+    }
+}
+
+void tell_gateways(call_t &call, fleet_store_t &store, const manifest_t &manifest, uint64_t wait_s) {
+    const progress_t progress = store.run(wait_for_gateways(store, manifest, wait_s));
+    json_t refused = progress.refused;
+    json_t lagging = progress.lagging;
+    call.outcome.data["gateways"] = {
+        {"in_step", progress.in_step}, {"refused", std::move(refused)}, {"lagging", std::move(lagging)}};
+    if (!progress.refused.empty()) {
+        refuse(call.outcome, status_t::refused, 0, "refused by " + joined(progress.refused));
+    } else if (progress.error) {
+        refuse(call.outcome, progress.error);
+    } else if (!progress.lagging.empty()) {
+        refuse(call.outcome, status_t::no_answer, 0,
+               "not in step after " + std::to_string(wait_s) + " s: " + joined(progress.lagging));
+    } else {
+        call.outcome.note += ", " + std::to_string(progress.in_step) +
+                             (progress.in_step == 1 ? " gateway in step" : " gateways in step");
+    }
+}
+
+/** A name that is misspelt is one of a gateway that nobody has seen. */
+void tell_unseen(call_t &call, fleet_store_t &store, const std::vector<std::string> &names) {
+    if (names.empty()) return;
+    const etcd_result_t<std::vector<gateway_view_t>> view = store.run(read_gateways(store.etcd(), store.keys()));
+    for (const std::string &name : names) {
+        const bool is_seen = view.error || std::any_of(view.value.begin(), view.value.end(),
+                                                       [&](const gateway_view_t &each) { return each.name == name; });
+        if (!is_seen) call.pal.note("natctl: no gateway " + name + " has been seen");
+    }
+}
+
+json_t result_json(const push_result_t &result) {
+    const fleet_document_t &document = result.manifest.document;
+    return {{"changed", result.is_changed},
+            {"version", document.version},
+            {"document", document.hash},
+            {"items", document.items},
+            {"stage", result.manifest.stage ? stage_text(*result.manifest.stage) : ""},
+            {"bytes", document.bytes},
+            {"chunks", document.chunks.size()},
+            {"bytes_put", result.bytes_put},
+            {"chunks_put", result.chunks_put},
+            {"collected", result.collected}};
+}
+
+std::string note_of(const push_result_t &result) {
+    const fleet_document_t &document = result.manifest.document;
+    const std::string moved = std::to_string(result.chunks_put) + " of " + std::to_string(document.chunks.size()) +
+                              (document.chunks.size() == 1 ? " chunk" : " chunks");
+    const std::string stage = result.manifest.stage ? " for " + stage_text(*result.manifest.stage) : "";
+    if (document.version == 0) return result.is_changed ? moved + " to put" + stage : "nothing to change";
+    const std::string version = "version " + std::to_string(document.version);
+    return result.is_changed ? version + stage + ", " + moved + " put" : "nothing to change, " + version + " says it";
+}
+
+/** Says what came of it; false: it failed. */
+bool tell(call_t &call, const push_result_t &result) {
+    if (!result.uncollected.empty()) {
+        call.pal.note("natctl: what no version names any more is still there: " + result.uncollected);
+    }
+    if (!result.refused.empty()) {
+        refuse(call.outcome, status_t::refused, 0, result.refused);
+        return false;
+    }
+    if (result.error) {
+        refuse(call.outcome, result.error);
+        return false;
+    }
+    call.outcome.data = result_json(result);
+    call.outcome.note = note_of(result);
+    return true;
+}
+
+std::optional<stage_t> stage_of(const fleet_request_t &request) {
+    if (request.gateways.empty() && request.percent == 0) return std::nullopt;
+    return stage_t{request.gateways, request.percent};
+}
+
+/** Of an option that was not given. */
+void take_from_environment(const char *name, std::string &option) {
+    const char *value = std::getenv(name);
+    if (option.empty() && value != nullptr) option = value;
+}
+
+}  // namespace
+
+fleet_store_t::fleet_store_t(pal_t &pal, store_t store)
+    : loop_(pal.loop()),
+      etcd_(loop_, std::move(store), {.timeout_ms = pal.options().timeout_ms}),
+      keys_(etcd_.store().prefix),
+      pusher_(loop_, etcd_, user_and_host()) {}
+
+std::optional<store_t> fleet_store_of(call_t &call, const fleet_request_t &request) {
+    store_options_t options = request.store;
+    take_from_environment("NATCTL_STORE", options.url);
+    take_from_environment("NATCTL_STORE_CA", options.ca);
+    take_from_environment("NATCTL_STORE_CERT", options.cert);
+    take_from_environment("NATCTL_STORE_KEY", options.key);
+    take_from_environment("NATCTL_STORE_USER", options.user);
+    take_from_environment("NATCTL_STORE_PASSWORD_FILE", options.password_file);
+    store_t store;
+    const std::string error = options.url.empty() ? "needs --store" : read_store(options, store);
+    if (error.empty()) return store;
+    refuse(call.outcome, status_t::usage, 0, error);
+    return std::nullopt;
+}
+
+void refuse(outcome_t &outcome, const etcd_error_t &error) {
+    using kind_t = etcd_error_t::kind_t;
+    const status_t status = error.kind == kind_t::unreachable ? status_t::no_server
+                            : error.kind == kind_t::no_answer ? status_t::no_answer
+                            : error.kind == kind_t::malformed ? status_t::usage
+                                                              : status_t::refused;
+    refuse(outcome, status, 0, error.text);
+}
+
+void fleet_push(call_t &call, const fleet_request_t &request, const document_t &document, const store_t &store_place) {
+    fleet_store_t store(call.pal, store_place);
+    const bool is_check = request.is_check || call.pal.options().dry_run;
+    const std::string name =
+        request.file == "-" ? "standard input" : std::filesystem::path(request.file).filename().string();
+    push_wish_t wish = {write_lines(document), document.size(), stage_of(request), name};
+    const push_result_t result =
+        store.run(is_check ? store.pusher().check(std::move(wish)) : store.pusher().push(std::move(wish)));
+    if (!tell(call, result)) return;
+    tell_unseen(call, store, request.gateways);
+    if (request.wait_s != 0 && !is_check) tell_gateways(call, store, result.manifest, request.wait_s);
+}
+
+void fleet_roll_back(call_t &call, const fleet_request_t &request, const store_t &store_place) {
+    fleet_store_t store(call.pal, store_place);
+    const std::optional<uint64_t> version = request.version == 0 ? std::nullopt : std::optional(request.version);
+    const push_result_t result = store.run(store.pusher().roll_back(version));
+    if (!tell(call, result)) return;
+    if (request.wait_s != 0) tell_gateways(call, store, result.manifest, request.wait_s);
+}
