@@ -16,7 +16,7 @@ esac
 
 need_packages "${build_packages[@]}" libgtest-dev ccache "${python_packages[@]}" python3-pytest
 [[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
-  abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client
+  abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl
 
 # What is compiled here is there for the packages, which are built from a copy of the tree.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
@@ -78,11 +78,6 @@ if [[ $tier == --full ]]; then
   need_packages mmdebstrap
   tests/delivery/package_test.sh "$PWD" "$PWD/build/packages"
   tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
-  say "alert rules and metrics, as Prometheus reads them"
-  need_packages prometheus
-  cmake --preset dev >/dev/null
-  cmake --build --preset dev --target nat64d_tests | tail -n 1
-  ctest --preset dev --tests-regex 'promtool|metrics' | tail -n 4
   scripts/fuzz.sh 600
   scripts/kill_drill.sh 1000
   scripts/daemon_drill.sh 200
