@@ -43,6 +43,35 @@ protected:
     const std::string state_ = directory_.path() + "/state/natctl/alpha";
 };
 
+TEST_F(config_test, a_document_goes_to_the_standard_form_and_comes_back) {
+    const std::string lines =
+        head + "timeout set --type udp --value 300\npool add --id 1 --param 1 --start 192.0.2.0 --end 192.0.2.255\n";
+    const run_t written = run("convert --to ietf-nat " + file("lines", lines));
+    EXPECT_EQ(written.status, 0) << written.notes;
+    const std::string standard = file("standard", written.answers);
+    EXPECT_EQ(run("convert --from ietf-nat " + standard).answers, lines);
+    const std::string document = R"({"version":1,"items":{"timeout":[{"type":"udp","value":300}],"pool":[{"id":1,)"
+                                 R"("param":1,"start_addr":"192.0.2.0","end_addr":"192.0.2.255"}]}})";
+    EXPECT_EQ(run("--json convert --from ietf-nat " + standard).answers,
+              R"({"command":"convert","status":"ok","code":0,"data":)" + document + "}\n");
+    EXPECT_EQ(json_t::parse(run("convert --as-json --from ietf-nat " + standard).answers).dump(), document);
+
+    const run_t refused = run("--json convert --to ietf-nat " + first_);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.answers,
+              R"({"command":"convert","status":"usage","code":0,"error":")" + first_ +
+                  R"(: 1 error","data":{"problems":[{"kind":"error","line":1,"command":"pool add","field":"",)"
+                  R"("reason":"--start 192.0.2.1: has no place: a pool of ietf-nat is one prefix"}]}})" +
+                  "\n");
+    const run_t lossy = run("convert --lossy --to ietf-nat " + first_);
+    EXPECT_EQ(lossy.status, 0);
+    EXPECT_NE(lossy.answers.find(R"("external-ip-pool": "192.0.2.254/32")"), std::string::npos) << lossy.answers;
+    EXPECT_EQ(lossy.notes.find("natctl: " + first_ + ": line 1: warning: pool add: --id 1: "), 0U) << lossy.notes;
+    EXPECT_EQ(run("convert " + first_).notes, "natctl: convert: needs --from ietf-nat or --to ietf-nat\n");
+    EXPECT_EQ(run("convert --from ietf-nat " + first_).status, 2);
+    EXPECT_EQ(run("convert --from ietf-nat /nowhere").notes, "natctl: convert: /nowhere: No such file or directory\n");
+}
+
 TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());

@@ -44,7 +44,7 @@ constexpr field_error_t field_errors[] = {
     {"server notify debug --class 1 --on 1", "--class 1: must be info|trace|warning|error|all"},
     {"--timeout 0 status", "--timeout 0: must be 1 to 2147483647"},
     {"--connect '' status", "--connect '': must be the name of a server"},
-    {"frob", "frob: must be status, timeout, limit, "},
+    {"frob", "frob: must be status, convert, timeout, limit, "},
     {"tiemout set", "natctl: tiemout: did you mean timeout?\n"},
     {"mapt bmr ad", "mapt bmr: ad: did you mean add?\n"},
     {"timeout set --tpye 1 --value 2", "timeout set: --tpye: did you mean --type?\n"},

@@ -70,6 +70,7 @@ std::string error_text(const CLI::App &root, const CLI::ParseError &error) {
 grammar_t::grammar_t(CLI::App &root) : root_(root), group_(&root) {
     root.require_subcommand(1);
     add_status_command(*this);
+    add_convert_command(*this);
     add_record_commands(*this, "");
     add_query_commands(*this);
     add_mapt_commands(*this);

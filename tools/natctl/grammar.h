@@ -77,6 +77,7 @@ void add_classifier_commands(grammar_t &grammar);
 void add_server_commands(grammar_t &grammar);
 void add_config_commands(grammar_t &grammar);
 void add_fleet_commands(grammar_t &grammar);
+void add_convert_command(grammar_t &grammar);
 
 /** A command line that is none: what is wrong, and with which command. */
 struct usage_error_t {
