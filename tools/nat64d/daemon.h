@@ -8,11 +8,11 @@
 #include "tools/nat64d/control.h"
 #include "tools/nat64d/document_file.h"
 #include "tools/nat64d/options.h"
-#include "tools/nat64d/scrape.h"
 #include "tools/nat64d/signals.h"
 #include "tools/nat64d/store_link.h"
 #include "tools/nat64d/supervisor.h"
 #include "tools/nat64d/web.h"
+#include "tools/pal/scrape.h"
 
 class daemon_t {
 public:

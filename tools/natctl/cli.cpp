@@ -19,6 +19,7 @@
 #include "tools/natctl/pal.h"
 #include "tools/natctl/serve.h"
 #include "tools/natctl/shell.h"
+#include "tools/natctl/top_command.h"
 #include "tools/natctl/watch.h"
 
 namespace {
@@ -107,6 +108,7 @@ public:
         add_output_options(root_, options);
         shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
         watch_ = root_.add_subcommand("watch", "Shows what the server of --connect sends unasked, until an interrupt");
+        add_top();
         daemon_ = root_.add_subcommand("daemon", "Asks the nat64d that keeps the server of --connect");
         daemon_->add_subcommand("status", "Shows what is in force, and whether the server is in step with it");
         daemon_->add_subcommand("replay", "Gives the server the whole document again, whatever it holds");
@@ -116,7 +118,7 @@ public:
         completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
         completion_->add_subcommand("bash", "For bash");
         completion_->require_subcommand(1);
-        for (CLI::App *line_command : {batch_, shell_, watch_}) {
+        for (CLI::App *line_command : {batch_, shell_, watch_, top_}) {
             line_command->fallthrough();
         }
     }
@@ -141,6 +143,11 @@ public:
         if (is_watch() && !text.has_value() && !can_watch) {
             return usage_outcome({"watch", "needs --connect, and is no table and no dry run"});
         }
+        const bool has_source = options.connect.empty() != top.metrics.empty();
+        const bool can_top = has_source && !options.dry_run && options.format != format_t::csv;
+        if (is_top() && !text.has_value() && !can_top) {
+            return usage_outcome({"top", "needs --connect or --metrics, and is no table and no dry run"});
+        }
         return {};
     }
     /** Answers what may come next behind the words. */
@@ -154,6 +161,7 @@ public:
     bool is_shell() const { return shell_->parsed(); }
     bool is_serve() const { return serve_->parsed(); }
     bool is_watch() const { return watch_->parsed(); }
+    bool is_top() const { return top_->parsed(); }
     bool is_daemon() const { return daemon_->parsed(); }
     std::string daemon_verb() const { return daemon_->get_subcommands().front()->get_name(); }
     bool has_many() const { return !text.has_value() && (is_batch() || is_shell()); }
@@ -161,10 +169,26 @@ public:
     command_t command; /* as parsed; without a name when it is none of the grammar's */
     options_t options;
     serve_options_t serve;
+    top_options_t top;
     std::string file;
     std::optional<std::string> text; /* that is the whole answer */
+    bool is_terminal = false;        /* answers go to one, which is standard output */
 
 private:
+    void add_top() {
+        top_ = root_.add_subcommand("top", "Shows how the server of --connect does, until q or an interrupt");
+        const auto read_metrics = [this](const std::string &word) {
+            top.metrics = word;
+            const size_t colon = word.rfind(':');
+            const bool is_address = colon != std::string::npos && colon != 0 && colon + 1 < word.size();
+            return is_address ? "" : record_field_error("--metrics", word, "ADDRESS:PORT");
+        };
+        text_field(*top_, "--metrics", read_metrics, "where a nat64d has its metrics, which are shown", "ADDRESS:PORT");
+        const auto read = [this](const std::string &word) { return read_interval(word, top.interval_ms); };
+        text_field(*top_, "--interval", read, "time between two looks, 1s without it", "TIME");
+        flag_field(*top_, "--once", top.is_once, "looks once");
+    }
+
     /** Options of natctl itself may also follow the command. */
     static void fall_through(CLI::App &app) {
         app.fallthrough();
@@ -179,6 +203,7 @@ private:
     CLI::App *serve_;
     CLI::App *shell_;
     CLI::App *watch_;
+    CLI::App *top_;
     CLI::App *daemon_;
     CLI::App *completion_;
 };
@@ -224,6 +249,7 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
 }
 
 status_t run_uncaptured(const command_line_t &line, std::istream &input, output_t &output) {
+    if (line.is_top()) return output.report(top(line.top, line.options, line.is_terminal, output));
     return line.is_serve() ? output.report(serve(line.serve, output)) : run_command(line, input, output);
 }
 
@@ -266,6 +292,7 @@ int run_natctl(const std::vector<std::string> &words, std::istream &input, std::
     } else {
         parsed = line.parse(words);
     }
+    line.is_terminal = &answers == &std::cout && isatty(STDOUT_FILENO) != 0;
     output_t output(line.options.format, line.has_many(), answers, notes);
     if (line.options.quiet) output.quiet();
     if (line.is_batch() && is_progress_seen(notes)) output.show_progress();

@@ -1,6 +1,6 @@
-/* What the server is asked for each time that somebody wants the metrics. */
-#ifndef TOOLS_NAT64D_SCRAPE_H
-#define TOOLS_NAT64D_SCRAPE_H
+/* What a server is asked for each time that somebody wants to see how it does. */
+#ifndef TOOLS_PAL_SCRAPE_H
+#define TOOLS_PAL_SCRAPE_H
 
 #include <cstdint>
 #include <optional>

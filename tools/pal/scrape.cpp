@@ -1,4 +1,4 @@
-#include "tools/nat64d/scrape.h"
+#include "tools/pal/scrape.h"
 
 #include <algorithm>
 #include <memory>

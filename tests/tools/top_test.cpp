@@ -1,0 +1,306 @@
+/* What `natctl top` shows, from whom, and how it looks in a terminal. */
+#include "tools/natctl/top.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+#include "natctl_fixture.h"
+#include "server_process.h"
+#include "tests/support/eventually.h"
+#include "tests/support/runtime_directory.h"
+#include "tools/natctl/metrics_reader.h"
+#include "tools/natctl/top_command.h"
+
+namespace {
+
+top_look_t full_look() {
+    top_look_t look;
+    look.source = "server alpha";
+    look.time = "2026-01-31T23:59:59.123Z";
+    look.totals = {{"sessions", 129030}, {"pools", 4}, {"rules", 2}};
+    look.limits = {{"sessions", 200000, 129030}};
+    look.pools = {{1, 254, 5}, {2, 1, 129024}, {3, 0, 0}, {4, 2, 1}};
+    look.mappings = {{7, "static", 1}, {8, "dynamic", 3}};
+    look.commands = {{"pool_add", "ok", 4}, {"all", "refused_no_entry", 12}};
+    look.times = top_times_t{16, 0.0005, 0.05};
+    look.is_in_step = true;
+    sort_by_use(look);
+    return look;
+}
+
+constexpr const char *full_page =
+    "server alpha  2026-01-31T23:59:59.123Z  in step\n"
+    "sessions 129030  pools 4  rules 2\n"
+    "command times  half within 0.5 ms, 99% within 50 ms\n"
+    "\n"
+    "LIMIT        IN USE   ALLOWED       USE\n"
+    "sessions     129030    200000     64.5%\n"
+    "\n"
+    "POOL       ADDRESSES  SESSIONS       USE\n"
+    "2                  1    129024    200.0%\n"
+    "4                  2         1      0.0%\n"
+    "1                254         5      0.0%\n"
+    "3                  0         0      0.0%\n"
+    "\n"
+    "MAPPING    KIND      SESSIONS\n"
+    "8          dynamic          3\n"
+    "7          static           1\n"
+    "\n"
+    "COMMANDS   RESULT               COUNT\n"
+    "all        refused_no_entry        12\n"
+    "pool_add   ok                       4\n";
+
+TEST(top_page_test, all_is_shown_where_there_is_room_with_what_is_used_most_first) {
+    EXPECT_EQ(top_page(full_look(), 80, 20), full_page);
+    EXPECT_EQ(top_page(full_look(), SIZE_MAX, top_any_height), full_page);
+    EXPECT_EQ(top_page({}, 80, 24), "\n");
+}
+
+TEST(top_page_test, a_small_window_cuts_long_tables_first_and_wide_lines) {
+    EXPECT_EQ(top_page(full_look(), 26, 19),
+              "server alpha  2026-01-31T2\n"
+              "sessions 129030  pools 4\n"
+              "rules 2\n"
+              "command times  half within\n"
+              "\n"
+              "LIMIT        IN USE   ALLO\n"
+              "sessions     129030    200\n"
+              "\n"
+              "POOL       ADDRESSES  SESS\n"
+              "2                  1    12\n"
+              "... 3 more\n"
+              "\n"
+              "MAPPING    KIND      SESSI\n"
+              "8          dynamic        \n"
+              "7          static         \n"
+              "\n"
+              "COMMANDS   RESULT         \n"
+              "all        refused_no_entr\n"
+              "pool_add   ok             \n");
+    for (size_t height = 0; height < 20; ++height) {
+        const std::string page = top_page(full_look(), 80, height);
+        EXPECT_EQ(static_cast<size_t>(std::count(page.begin(), page.end(), '\n')), height);
+    }
+}
+
+TEST(top_page_test, what_is_not_known_is_said_and_no_text_reaches_the_terminal_as_more) {
+    top_look_t look;
+    look.source = "server \x1b[2Jx";
+    look.problem = "trying again: no server";
+    look.is_in_step = false;
+    look.pools = {{9, 1, 0}};
+    look.has_more_pools = true;
+    EXPECT_EQ(top_page(look, 80, 24),
+              "server ?[2Jx  OUT OF STEP\n"
+              "trying again: no server\n"
+              "\n"
+              "POOL       ADDRESSES  SESSIONS       USE\n"
+              "9                  1         0      0.0%\n"
+              "... more, not all of which are listed\n");
+    EXPECT_EQ(top_json(look).dump(),
+              R"({"source":"server \u001b[2Jx","time":null,"problem":"trying again: no server","in_step":false,)"
+              R"("totals":{},"limits":[],"pools":[{"id":9,"addresses":1,"sessions":0,"use":0.0}],"mappings":[],)"
+              R"("has_more":{"pools":true,"mappings":false},"commands":[],"command_times":null})");
+}
+
+TEST(metrics_reader_test, metrics_are_read_with_their_labels_and_what_is_none_is_named) {
+    std::vector<metric_t> metrics;
+    EXPECT_EQ(read_metrics("# HELP a b\n\na 1\r\n  b_total{x=\"1\", y=\"q\\\"\\\\\\n}\",} 2.5e3 1700000000\nc{} +Inf",
+                           metrics),
+              "");
+    ASSERT_EQ(metrics.size(), 3U);
+    EXPECT_EQ(metrics[0].name, "a");
+    EXPECT_EQ(metrics[1].value, 2500);
+    EXPECT_EQ(metrics[1].label("y"), "q\"\\\n}");
+    EXPECT_EQ(metrics[1].label("z"), "");
+    for (const char *line :
+         {"a", "a x", "a{", "a{x} 1", "a{x=1} 1", "a{x=\"1} 1", "a{x=\"1\" y=\"2\"} 1", "{} 1", "a 1x"}) {
+        EXPECT_EQ(read_metrics(std::string("a 1\n") + line, metrics), "line 2: " + std::string(line) + ": no metric");
+    }
+}
+
+TEST(top_command_test, intervals_have_units_and_bounds) {
+    uint64_t ms = 0;
+    for (const auto &[text, expected] : {std::pair("100ms", 100U), std::pair("2s", 2000U), std::pair("3", 3000U),
+                                         std::pair("1m30s", 90000U), std::pair("24h", 86400000U)}) {
+        EXPECT_EQ(read_interval(text, ms), "") << text;
+        EXPECT_EQ(ms, expected) << text;
+    }
+    for (const char *text : {"", "0", "99ms", "ms", "x", "-1s", "86401s", "18446744073709551615s"}) {
+        EXPECT_NE(read_interval(text, ms).find("--interval"), std::string::npos) << text;
+    }
+}
+
+/** Gives one client an answer. */
+class page_server_t {
+public:
+    explicit page_server_t(std::string answer) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        listen(fd_, 1);
+        getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &size);
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this, text = std::move(answer)] {
+            const int client = accept(fd_, nullptr, nullptr);
+            char room[4096];
+            const ssize_t asked = read(client, room, sizeof room);
+            request_.assign(room, asked > 0 ? static_cast<size_t>(asked) : 0);
+            send(client, text.data(), text.size(), MSG_NOSIGNAL);
+            close(client);
+        });
+    }
+    ~page_server_t() {
+        request();
+        close(fd_);
+    }
+    page_server_t(const page_server_t &) = delete;
+    page_server_t &operator=(const page_server_t &) = delete;
+
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+    /** What the client asked, once it has. */
+    const std::string &request() {
+        if (thread_.joinable()) thread_.join();
+        return request_;
+    }
+
+private:
+    int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    uint16_t port_ = 0;
+    std::thread thread_;
+    std::string request_;
+};
+
+class top_test : public natctl_test {
+protected:
+    static run_t top(const std::string &words) { return run("--connect alpha top " + words); }
+
+    const runtime_directory_t directory_;
+};
+
+TEST_F(top_test, a_page_of_metrics_is_shown_or_what_it_is_instead) {
+    page_server_t good(
+        "HTTP/1.0 200 OK\r\nX: y\r\n\r\nnat64_server_up 1\nnat64_document_in_step 0\nnat64_sessions 5\n"
+        "nat64_mappings{kind=\"static\"} 2\nnat64_limit{type=\"1\"} 10\nnat64_limit_used{type=\"1\"} 5\n"
+        "nat64_pool_addresses{pool=\"3\"} 4\nnat64_pool_sessions{pool=\"3\"} 129024\n"
+        "nat64_mapping_sessions{kind=\"static\",mapping=\"6\"} 5\nnat64_series_left_out{of=\"mappings\"} 1\n"
+        "nat64_commands_total{kind=\"pool_add\",result=\"ok\"} 3\n"
+        "nat64_command_duration_seconds_bucket{le=\"0.001\"} 1\nnat64_command_duration_seconds_bucket{le=\"0.01\"} 3\n"
+        "nat64_command_duration_seconds_bucket{le=\"+Inf\"} 3\nother 1\n");
+    json_t data = json_t::parse(run("--json top --metrics " + good.address()).answers).at("data");
+    EXPECT_EQ(good.request(), "GET /metrics HTTP/1.0\r\nHost: " + good.address() + "\r\n\r\n");
+    EXPECT_EQ(data.at("source"), "metrics of " + good.address());
+    data.erase("source");
+    data.erase("time");
+    EXPECT_EQ(data.dump(),
+              R"({"problem":null,"in_step":false,"totals":{"sessions":5,"static_mappings":2},"limits":[{"type":)"
+              R"("sessions","value":10,"in_use":5,"use":0.5}],"pools":[{"id":3,"addresses":4,"sessions":129024,"use":)"
+              R"(0.5}],"mappings":[{"id":6,"kind":"static","sessions":5}],"has_more":{"pools":)"
+              R"(false,"mappings":true},"commands":[{"kind":"pool_add","result":"ok","count":3}],"command_times":)"
+              R"({"count":3,"half_within_s":0.01,"nearly_all_within_s":0.01}})");
+    const std::pair<const char *, const char *> table[] = {
+        {"", "no metrics: an empty answer"},
+        {"HTTP/1.1 404 Not Found\r\n\r\n", "no metrics: HTTP/1.1 404 Not Found"},
+        {"HTTP/1.1 200 OK\r\n", "no metrics: HTTP/1.1 200 OK"},
+        {"HTTP/1.1 200 OK\r\n\r\n<html>", "line 1: <html>: no metric"},
+        {"HTTP/1.1 200 OK\r\n\r\nup 1\n", "no metrics of a nat64d"},
+    };
+    for (const auto &[answer, problem] : table) {
+        const page_server_t server(answer);
+        const run_t got = run("top --metrics " + server.address());
+        EXPECT_EQ(got.status, 4) << problem;
+        EXPECT_EQ(got.notes, "natctl: top: metrics of " + server.address() + ": " + problem + "\n");
+    }
+}
+
+TEST_F(top_test, a_server_is_looked_at_once_where_nobody_watches) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    setenv("XDG_STATE_HOME", directory_.path().c_str(), 1);
+    run("--connect alpha pool add --id 7 --param 1 --start 192.0.2.1 --end 192.0.2.4");
+    run("--connect alpha pool del --id 8");
+    unsetenv("XDG_STATE_HOME");
+    const run_t page = top("");
+    EXPECT_EQ(page.status, 0) << page.notes;
+    const size_t line = page.answers.find('\n');
+    EXPECT_EQ(page.answers.find("server alpha  2"), 0U);
+    EXPECT_EQ(page.answers.substr(line),
+              "\nsessions 0  static_mappings 0  dynamic_mappings 0  pools 1  pool_ranges 0  rules 0  prefixes 0  "
+              "interfaces 0  loggings 0\n"
+              "\nPOOL       ADDRESSES  SESSIONS       USE\n7                  4         0      0.0%\n"
+              "\nCOMMANDS   RESULT               COUNT\nall        refused_no_entry         1\n");
+    EXPECT_EQ(json_t::parse(run("--connect alpha --jsonl top --once").answers).at("data").at("pools").at(0).at("id"),
+              7);
+    EXPECT_EQ(run("--connect beta top").status, 4);
+    for (const char *wrong : {"top", "--csv --connect alpha top", "--dry-run --connect alpha top",
+                              "--connect alpha top --metrics 127.0.0.1:1", "top --metrics 127.0.0.1"}) {
+        EXPECT_EQ(run(wrong).status, 2) << wrong;
+    }
+}
+
+#ifdef TMUX_PATH
+/** A terminal of its own, whose window has a size. */
+class tmux_t {
+public:
+    tmux_t(const std::string &folder, const std::string &command) : socket_(folder + "/tmux") {
+        tell("-f /dev/null new-session -d -x 60 -y 12 '" + command + "; echo status $?; read line'");
+    }
+    ~tmux_t() { tell("kill-server"); }
+    tmux_t(const tmux_t &) = delete;
+    tmux_t &operator=(const tmux_t &) = delete;
+
+    std::string tell(const std::string &words) const {
+        std::string answer;
+        FILE *pipe = popen((TMUX_PATH " -S " + socket_ + " " + words + " 2>&1").c_str(), "r");
+        char room[4096];
+        for (size_t size = 0; (size = fread(room, 1, sizeof room, pipe)) != 0;) {
+            answer.append(room, size);
+        }
+        pclose(pipe);
+        return answer;
+    }
+    bool shows(const std::string &text) const {
+        return eventually([&] { return tell("capture-pane -p").find(text) != std::string::npos; });
+    }
+
+private:
+    std::string socket_;
+};
+
+TEST_F(top_test, a_terminal_shows_it_live_through_new_sizes_and_a_new_server_and_is_then_as_it_was) {
+    auto server = std::make_unique<server_process_t>();
+    ASSERT_TRUE(server->is_ready());
+    unsetenv("TMUX");
+    const tmux_t terminal(directory_.path(), NATCTL_PATH " --connect alpha top --interval 100ms");
+    ASSERT_TRUE(terminal.shows("server alpha  2")) << terminal.tell("capture-pane -p");
+    EXPECT_TRUE(terminal.shows("pools 0"));
+    setenv("XDG_STATE_HOME", directory_.path().c_str(), 1);
+    for (const char *id : {"1", "2", "3", "4", "5", "6", "7", "8"}) {
+        run(std::string("--connect alpha pool add --param 1 --id ") + id + " --start 10.0.0." + id + " --end 10.0.0." +
+            id);
+    }
+    unsetenv("XDG_STATE_HOME");
+    EXPECT_TRUE(terminal.shows("pools 8"));
+    EXPECT_TRUE(terminal.shows("... 2 more")) << terminal.tell("capture-pane -p");
+    terminal.tell("resize-window -x 40 -y 9");
+    EXPECT_TRUE(terminal.shows("... 7 more")) << terminal.tell("capture-pane -p");
+    server.reset();
+    EXPECT_TRUE(terminal.shows("trying again: "));
+    EXPECT_TRUE(terminal.shows("pools 8")) << "what was seen last stays";
+    server = std::make_unique<server_process_t>();
+    EXPECT_TRUE(terminal.shows("pools 0")) << terminal.tell("capture-pane -p");
+    terminal.tell("send-keys q");
+    EXPECT_TRUE(terminal.shows("status 0")) << terminal.tell("capture-pane -p");
+    EXPECT_EQ(terminal.tell("capture-pane -p").find("server alpha"), std::string::npos);
+    EXPECT_EQ(terminal.tell("display-message -p '#{alternate_on} #{cursor_flag}'"), "0 1\n");
+}
+#endif
+
+}  // namespace

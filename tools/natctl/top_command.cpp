@@ -1,0 +1,189 @@
+#include "tools/natctl/top_command.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <optional>
+
+#include "fwx_host/loop.h"
+#include "records/field.h"
+#include "records/value.h"
+#include "tools/natctl/screen.h"
+#include "tools/natctl/top.h"
+#include "tools/natctl/top_source.h"
+
+namespace {
+
+/** Signals that come as something to read, until the end. */
+class signals_t {
+public:
+    signals_t() {
+        sigset_t set;
+        sigemptyset(&set);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}) {
+            sigaddset(&set, number);
+        }
+        sigprocmask(SIG_BLOCK, &set, &before_);
+        fd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    }
+    ~signals_t() {
+        if (fd_ >= 0) close(fd_);
+        sigprocmask(SIG_SETMASK, &before_, nullptr);
+    }
+    signals_t(const signals_t &) = delete;
+    signals_t &operator=(const signals_t &) = delete;
+
+    int fd() const { return fd_; }
+    /** The next one that came; 0: none. */
+    int take() const {
+        signalfd_siginfo taken{};
+        return read(fd_, &taken, sizeof taken) == sizeof taken ? static_cast<int>(taken.ssi_signo) : 0;
+    }
+
+private:
+    sigset_t before_{};
+    int fd_;
+};
+
+/** Looks, and shows each look on the terminal or hands it to `output`. */
+class live_t {
+public:
+    live_t(top_source_t &source, uint64_t interval_ms, bool is_terminal, output_t &output)
+        : source_(source), interval_ms_(interval_ms), output_(output) {
+        if (is_terminal) screen_.emplace();
+        has_keys_ = screen_ && screen_->has_keys();
+    }
+
+    void run() {
+        begin();
+        while (!has_ended_) {
+            const top_source_t::wait_t wait = source_.wait();
+            pollfd waited[] = {
+                {wait.fd, wait.events, 0}, {signals_.fd(), POLLIN, 0}, {has_keys_ ? STDIN_FILENO : -1, POLLIN, 0}};
+            poll(waited, std::size(waited), timeout_ms(wait.timeout_ms));
+            for (int number = signals_.take(); number != 0; number = signals_.take()) {
+                take_signal(number);
+            }
+            if (waited[2].revents != 0) take_key();
+            source_.process();
+            take_look();
+            if (!is_looking_ && fwx_host_clock_ms() >= next_ms_) begin();
+        }
+    }
+
+private:
+    void begin() {
+        next_ms_ = fwx_host_clock_ms() + interval_ms_;
+        is_looking_ = true;
+        source_.begin();
+        take_look();
+    }
+
+    /** Until the source has something to do, or the next look is due. */
+    int timeout_ms(int of_source) const {
+        const uint64_t now = fwx_host_clock_ms();
+        const uint64_t left = next_ms_ > now ? next_ms_ - now : 0;
+        const int until_next = is_looking_ ? -1 : static_cast<int>(std::min<uint64_t>(left, INT32_MAX));
+        if (of_source < 0 || until_next < 0) return std::max(of_source, until_next);
+        return std::min(of_source, until_next);
+    }
+
+    void take_look() {
+        std::optional<top_look_t> look = source_.take();
+        if (!look) return;
+        is_looking_ = false;
+        const bool is_answer = look->problem.empty() || !look->time.empty();
+        if (is_answer) {
+            shown_ = std::move(*look);
+        } else { /* what was seen last stays, with its time */
+            shown_.source = look->source;
+            shown_.problem = "trying again: " + look->problem;
+        }
+        if (screen_) return show();
+        output_.print_event(top_json(is_answer ? shown_ : *look));
+        has_ended_ = !output_.flush() || has_ended_;
+    }
+
+    void show() {
+        const screen_t::window_t window = screen_t::size();
+        has_ended_ = !screen_->show(top_page(shown_, window.width, window.height)) || has_ended_;
+    }
+
+    void take_signal(int number) {
+        if (number == SIGTSTP && screen_) screen_->stop();
+        if (number == SIGTSTP && !screen_) kill(getpid(), SIGSTOP);
+        const bool needs_page = number == SIGWINCH || number == SIGTSTP;
+        if (needs_page && screen_) return show();
+        has_ended_ = has_ended_ || !needs_page;
+    }
+
+    void take_key() {
+        char key = 0;
+        const ssize_t size = read(STDIN_FILENO, &key, 1);
+        has_keys_ = size > 0;
+        has_ended_ = has_ended_ || key == 'q' || key == 'Q';
+    }
+
+    top_source_t &source_;
+    uint64_t interval_ms_;
+    output_t &output_;
+    signals_t signals_;
+    std::optional<screen_t> screen_;
+    bool has_keys_ = false;
+    bool is_looking_ = false;
+    bool has_ended_ = false;
+    uint64_t next_ms_ = 0; /* when the next look is due */
+    top_look_t shown_;
+};
+
+top_look_t look_once(top_source_t &source) {
+    source.begin();
+    std::optional<top_look_t> look = source.take();
+    while (!look) {
+        const top_source_t::wait_t wait = source.wait();
+        pollfd waited = {wait.fd, wait.events, 0};
+        poll(&waited, 1, wait.timeout_ms);
+        source.process();
+        look = source.take();
+    }
+    return std::move(*look);
+}
+
+}  // namespace
+
+std::string read_interval(const std::string &text, uint64_t &interval_ms) {
+    constexpr uint64_t least_ms = 100;
+    constexpr uint64_t most_ms = 86400000;
+    constexpr std::string_view milliseconds = "ms";
+    const bool is_in_ms = text.size() > milliseconds.size() &&
+                          text.compare(text.size() - milliseconds.size(), milliseconds.size(), milliseconds) == 0;
+    const std::string_view count = std::string_view(text).substr(0, text.size() - (is_in_ms ? milliseconds.size() : 0));
+    const bool is_number =
+        is_in_ms ? parse_number(count, interval_ms) : parse_seconds(count, interval_ms) && interval_ms <= most_ms;
+    if (!is_in_ms) interval_ms *= 1000;
+    if (is_number && interval_ms >= least_ms && interval_ms <= most_ms) return "";
+    return record_field_error("--interval", text, "100ms to 24h, as 500ms, 2s or 1m");
+}
+
+outcome_t top(const top_options_t &wanted, const options_t &options, bool is_terminal, output_t &output) {
+    const std::unique_ptr<top_source_t> source =
+        wanted.metrics.empty() ? top_server(options) : top_metrics(wanted.metrics, options.timeout_ms);
+    const bool is_text = options.format == format_t::text;
+    const bool is_live = !wanted.is_once && (is_text ? is_terminal : options.format == format_t::jsonl);
+    outcome_t outcome;
+    outcome.command = "top";
+    if (is_live) {
+        output.quiet(); /* an end that was wanted */
+        live_t(*source, wanted.interval_ms, is_text, output).run();
+        return outcome;
+    }
+    const top_look_t look = look_once(*source);
+    const bool has_answer = !look.time.empty();
+    if (has_answer && is_text) outcome.text = top_page(look, SIZE_MAX, top_any_height);
+    if (has_answer && !is_text) outcome.data = top_json(look);
+    if (!has_answer) refuse(outcome, status_t::no_server, 0, look.source + ": " + look.problem);
+    return outcome;
+}

@@ -1,0 +1,28 @@
+/* `natctl top`: how a server does, looked at again and again. */
+#ifndef TOOLS_NATCTL_TOP_COMMAND_H
+#define TOOLS_NATCTL_TOP_COMMAND_H
+
+#include <cstdint>
+#include <string>
+
+#include "tools/natctl/options.h"
+#include "tools/natctl/outcome.h"
+#include "tools/natctl/output.h"
+
+struct top_options_t {
+    std::string metrics; /* ADDRESS:PORT of a nat64d; empty: the server of --connect is asked */
+    uint64_t interval_ms = 1000;
+    bool is_once = false;
+};
+
+/** What is wrong with an interval such as `500ms`, `2s` or `1m`, or an empty text. */
+std::string read_interval(const std::string &text, uint64_t &interval_ms);
+
+/**
+ * Looks until a signal or, on a terminal, the key q ends it; with JSON in one document, with `is_once`, and where the
+ * text goes to no terminal, once.
+ * @param is_terminal the answers of `output` go to a terminal, which is standard output.
+ */
+outcome_t top(const top_options_t &wanted, const options_t &options, bool is_terminal, output_t &output);
+
+#endif
