@@ -79,14 +79,19 @@ public:
         const nlohmann::json status = ask("status");
         return status.is_object() && status.value(member, nlohmann::json()) == value;
     }
+    /** Where it has its metrics; 0 before it has. */
+    uint16_t port() const {
+        constexpr std::string_view mark = "event=listening port=";
+        const std::string text = log();
+        const size_t at = text.find(mark);
+        return at == std::string::npos ? 0 : static_cast<uint16_t>(std::stoi(text.substr(at + mark.size())));
+    }
     /** The answer with its head. */
     std::string get(const std::string &page) const {
-        const std::string text = log();
-        const size_t at = text.find("event=listening port=");
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (at != std::string::npos) address.sin_port = htons(static_cast<uint16_t>(std::stoi(text.substr(at + 21))));
+        address.sin_port = htons(port());
         const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
         return converse(fd, "GET " + page + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
     }
