@@ -81,6 +81,12 @@ public:
     std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
     std::string url(const std::string &prefix) const { return "etcd://" + place() + '/' + prefix; }
     std::string log() const { return text_of(folder_ + "/log"); }
+    /** The answer with its head. */
+    std::string get(const std::string &page) const {
+        const sockaddr_in address = loopback(port_);
+        const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        return converse(fd, "GET " + page + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    }
 
 private:
     [[noreturn]] void run() const {

@@ -122,6 +122,23 @@ TEST_F(push_test, one_pushes_at_a_time) {
     EXPECT_EQ(text_of_document(manifest().document), "pool " + manifest().document.note + '\n');
 }
 
+TEST_F(push_test, the_lock_lives_as_long_as_its_pusher) {
+    const auto renewed = [&] {
+        const std::string metrics = process_.get("/metrics");
+        const std::string name = "\netcd_debugging_lease_renewed_total ";
+        const size_t at = metrics.find(name);
+        return at == std::string::npos ? "" : metrics.substr(at + name.size(), 1);
+    };
+    ASSERT_FALSE(run(pusher_.lock().take("ann@ops1")));
+    EXPECT_EQ(renewed(), "0");
+    fwx_host_clock_turn(keep_lease_ms);
+    const bool is_renewed = turn_until([&] { return renewed() == "1"; });
+    fwx_host_clock_run();
+    EXPECT_TRUE(is_renewed);
+    ASSERT_FALSE(run(pusher_.lock().release()));
+    EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1) << "nobody keeps it any more";
+}
+
 TEST_F(push_test, a_pusher_that_dies_behind_its_chunks_leaves_what_the_next_one_collects) {
     ASSERT_TRUE(push(document_text(100, 1)).is_changed);
     const std::set<std::string> before = names(keys_.chunks());

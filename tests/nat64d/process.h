@@ -25,18 +25,6 @@ inline void replace_file(const std::string &path, const std::string &text) {
     std::filesystem::rename(path + ".new", path);
 }
 
-/** Sends a text and gives all that comes until the other side ends; empty when nobody is there. */
-inline std::string converse(int fd, const std::string &text) {
-    std::string answer;
-    if (fd < 0 || send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) return answer;
-    char room[65536];
-    for (ssize_t size = 0; (size = read(fd, room, sizeof room)) > 0;) {
-        answer.append(room, static_cast<size_t>(size));
-    }
-    close(fd);
-    return answer;
-}
-
 /** `nat64d alpha --config FOLDER/document`, with its log in FOLDER/log. */
 class daemon_process_t {
 public:

@@ -36,4 +36,16 @@ inline int connected(int domain, const sockaddr *address, socklen_t size) {
     return -1;
 }
 
+/** Sends a text and gives all that comes until the other side ends; empty when nobody is there. */
+inline std::string converse(int fd, const std::string &text) {
+    std::string answer;
+    if (fd < 0 || send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) return answer;
+    char room[65536];
+    for (ssize_t size = 0; (size = read(fd, room, sizeof room)) > 0;) {
+        answer.append(room, static_cast<size_t>(size));
+    }
+    close(fd);
+    return answer;
+}
+
 #endif
