@@ -28,13 +28,23 @@ inline void replace_file(const std::string &path, const std::string &text) {
 /** `nat64d alpha --config FOLDER/document`, with its log in FOLDER/log. */
 class daemon_process_t {
 public:
-    explicit daemon_process_t(const std::string &folder) : folder_(folder) {
+    explicit daemon_process_t(const std::string &folder)
+        : daemon_process_t({"alpha", "--config", folder + "/document"}, folder + "/log") {}
+    /** With these arguments, the server's name first; its metrics are at any port. */
+    daemon_process_t(std::vector<std::string> words, std::string log_path)
+        : name_(words.front()), log_path_(std::move(log_path)) {
+        words.insert(words.begin(), NAT64D_PATH);
+        words.insert(words.end(), {"--listen", "127.0.0.1:0"});
         pid_ = fork();
         if (pid_ != 0) return;
-        const int log = open(log_path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int log = open(log_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         dup2(log, STDERR_FILENO);
-        const std::string config = folder + "/document";
-        execl(NAT64D_PATH, NAT64D_PATH, "alpha", "--config", config.c_str(), "--listen", "127.0.0.1:0", nullptr);
+        std::vector<char *> arguments;
+        for (std::string &word : words) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        execv(NAT64D_PATH, arguments.data());
         _exit(127);
     }
     ~daemon_process_t() { end(SIGKILL); }
@@ -52,13 +62,14 @@ public:
         pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    std::string log() const { return text_of(log_path()); }
+    std::string log() const { return text_of(log_path_); }
+    const std::string &name() const { return name_; }
 
     /** Null when there is no answer. */
-    static nlohmann::json ask(const std::string &word) {
+    static nlohmann::json ask(const std::string &word, const std::string &name = "alpha") {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        daemon_socket_path("alpha").copy(address.sun_path, sizeof address.sun_path - 1);
+        daemon_socket_path(name).copy(address.sun_path, sizeof address.sun_path - 1);
         const int fd = connected(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address);
         const nlohmann::json answer = nlohmann::json::parse(converse(fd, word + '\n'), nullptr, false);
         return answer.is_discarded() ? nlohmann::json() : answer;
@@ -85,9 +96,8 @@ public:
     }
 
 private:
-    std::string log_path() const { return folder_ + "/log"; }
-
-    std::string folder_;
+    std::string name_;
+    std::string log_path_;
     pid_t pid_ = -1;
 };
 

@@ -8,17 +8,18 @@
 
 #include "tests/support/child.h"
 
-/** `natctl serve alpha`, ready for clients. */
+/** `natctl serve alpha`, or another name, ready for clients. */
 class server_process_t : public child_t {
 public:
     /** With a state file, unless it is empty, and files of at most so many bytes. */
-    explicit server_process_t(const std::string &state_file = {}, rlim_t file_bytes = RLIM_INFINITY) {
+    explicit server_process_t(const std::string &state_file = {}, rlim_t file_bytes = RLIM_INFINITY,
+                              const std::string &name = "alpha") {
         is_ready_ = start([&](int ready) {
             dup2(ready, STDOUT_FILENO);
             const rlimit limit = {file_bytes, RLIM_INFINITY};
             setrlimit(RLIMIT_FSIZE, &limit);
             const bool has_state = !state_file.empty();
-            execl(NATCTL_PATH, NATCTL_PATH, "serve", "alpha", has_state ? "--state" : nullptr, state_file.c_str(),
+            execl(NATCTL_PATH, NATCTL_PATH, "serve", name.c_str(), has_state ? "--state" : nullptr, state_file.c_str(),
                   nullptr);
         });
     }

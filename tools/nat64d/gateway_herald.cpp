@@ -24,7 +24,7 @@ nat64::task<> gateway_herald_t::run() {
         const etcd_error_t error = co_await speak();
         if (error && error.text != trouble) log_event(log_level_t::warning, "unheard", {{"reason", error.text}});
         trouble = error.text;
-        asked_(error.text);
+        asked_(error);
         co_await bell_.wait(error ? keep_lease_ms / 3 : keep_lease_ms);
     }
 }

@@ -15,10 +15,10 @@
 class gateway_herald_t {
 public:
     using state_fn_t = std::function<gateway_state_t()>;
-    using asked_fn_t = std::function<void(const std::string &error)>;
+    using asked_fn_t = std::function<void(const etcd_error_t &error)>;
 
     /** `loop` and `etcd` must outlive it. `state` says what is to be said, without its time; `asked` hears what came of
-     * each request, empty when all is well. */
+     * each request. */
     gateway_herald_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway, state_fn_t state, asked_fn_t asked);
 
     void start();

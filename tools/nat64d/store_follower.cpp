@@ -54,6 +54,7 @@ store_follower_t::store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::str
 }
 
 void store_follower_t::start() {
+    is_watching_ = false;
     run_.emplace(run());
     run_->start();
 }
@@ -66,6 +67,7 @@ void store_follower_t::reload() {
 nat64::task<> store_follower_t::run() {
     for (std::chrono::milliseconds pause = first_pause;;) {
         const etcd_error_t error = co_await follow();
+        is_watching_ = false;
         if (error.kind == etcd_error_t::kind_t::compacted) continue; /* it is there, and is read anew */
         const bool was_up = status_.is_up;
         if (error.kind != etcd_error_t::kind_t::malformed) lose(error.text);
@@ -95,6 +97,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
         if (read.value.manifest) error = co_await bring(read.value.manifest->document_for(gateway_));
         if (error) co_return error;
         if (!watch) watch.emplace(etcd_, keys_.manifest(), read.value.revision + 1);
+        is_watching_ = true;
         const auto events = co_await watch->next();
         if (events.error) co_return events.error;
     }
@@ -191,9 +194,11 @@ void store_follower_t::confirm() {
 }
 
 /** A watch that is silent may be dead. */
-void store_follower_t::asked(const std::string &error) {
-    failures_ = error.empty() ? 0 : failures_ + 1;
-    if (error.empty() && status_.is_up) status_.confirmed_s = seconds_now();
-    if (failures_ != most_failures || !status_.is_up) return;
-    start();
+void store_follower_t::asked(const etcd_error_t &error) {
+    using kind_t = etcd_error_t::kind_t;
+    const bool is_away = error.kind == kind_t::unreachable || error.kind == kind_t::no_answer;
+    failures_ = is_away ? failures_ + 1 : 0;
+    if (is_away && is_watching_) lose(error.text);
+    if (!error && is_watching_) confirm();
+    if (failures_ == most_failures && is_watching_) start();
 }

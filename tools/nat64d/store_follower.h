@@ -43,8 +43,8 @@ public:
     void in_force(const std::string &hash);
     /** It has refused one. */
     void refused(const std::string &hash, const std::string &reason);
-    /** Somebody else has asked the store for something; empty: and got it. */
-    void asked(const std::string &error);
+    /** Somebody else has asked the store for something, and this came of it. */
+    void asked(const etcd_error_t &error);
 
     const store_status_t &status() const { return status_; }
     /** In force; its version is 0 when it is none of the store's. */
@@ -78,7 +78,8 @@ private:
     fleet_document_t held_;
     store_status_t status_;
     bool must_hand_over_ = false;
-    uint32_t failures_ = 0; /* of others' requests, one behind the other */
+    bool is_watching_ = false; /* the store tells of the next document */
+    uint32_t failures_ = 0;    /* of others' requests, one behind the other */
     std::optional<nat64::task<>> run_;
 };
 

@@ -8,7 +8,7 @@ store_link_t::store_link_t(fwx_host_loop_t *loop, store_t store, const std::stri
       follower_(loop, etcd_, gateway, directory, std::move(on)),
       herald_(
           loop, etcd_, gateway, [this] { return state(); },
-          [this](const std::string &error) { follower_.asked(error); }) {}
+          [this](const etcd_error_t &error) { follower_.asked(error); }) {}
 
 void store_link_t::start() {
     follower_.start();

@@ -1,0 +1,257 @@
+/* Five gateways, each a server and its nat64d, that follow one store; whatever happens there, none loses what it has.
+ */
+#include <memory>
+
+#include "tests/fleet/store_fixture.h"
+#include "tests/nat64d/process.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/tools/natctl_fixture.h"
+#include "tests/tools/server_process.h"
+#include "tools/fleet/fleet_keys.h"
+#include "tools/fleet/manifest.h"
+
+namespace {
+
+/** Pools, numbered from 1. */
+std::string pools(int count) {
+    std::string text;
+    for (int id = 1; id <= count; ++id) {
+        const std::string address = "10.0.0." + std::to_string(id);
+        text += "pool add --id " + std::to_string(id) + " --param 1 --start " + address + " --end " + address + '\n';
+    }
+    return text;
+}
+
+class gateway_test : public natctl_test {
+protected:
+    static constexpr size_t count = 5;
+
+    explicit gateway_test(std::vector<std::string> more = {}) : etcd_(std::move(more)) {
+        setenv("XDG_STATE_HOME", (folder() + "/state").c_str(), 1);
+        setenv("NATCTL_STORE", etcd_.url("p").c_str(), 1);
+    }
+    ~gateway_test() override {
+        unsetenv("XDG_STATE_HOME");
+        unsetenv("NATCTL_STORE");
+    }
+    void SetUp() override {
+        ASSERT_TRUE(etcd_.is_up()) << etcd_.log();
+        for (size_t i = 0; i < count; ++i) {
+            servers_[i] = std::make_unique<server_process_t>("", RLIM_INFINITY, name(i));
+            start_daemon(i);
+        }
+    }
+
+    const std::string &folder() const { return directory_.path(); }
+    static std::string name(size_t i) { return "g" + std::to_string(i + 1); }
+    void start_daemon(size_t i) {
+        daemons_[i] = std::make_unique<daemon_process_t>(
+            std::vector<std::string>{name(i), "--config", etcd_.url("p"), "--gateway", name(i)},
+            folder() + "/log" + name(i));
+    }
+    static nlohmann::json status(size_t i) { return daemon_process_t::ask("status", name(i)); }
+    /** A version in force, the server in step with it, and that many pools in the server. */
+    bool holds(size_t i, int version, int pool_count) const {
+        return eventually([&] {
+            const nlohmann::json got = status(i);
+            return got.is_object() && got.value("in_step", false) && got.at("store").at("version") == version &&
+                   got.at("items") == pool_count;
+        });
+    }
+    /** All of them, and `natctl fleet status` agrees. */
+    void expect_all_hold(int version, int pool_count) const {
+        for (size_t i = 0; i < count; ++i) {
+            EXPECT_TRUE(holds(i, version, pool_count)) << status(i) << daemons_[i]->log();
+            EXPECT_EQ(pools_of(i), static_cast<size_t>(pool_count)) << name(i);
+        }
+    }
+    static size_t pools_of(size_t i) {
+        return json_t::parse(run("--json --connect " + name(i) + " stats pools").answers).at("data").size();
+    }
+    run_t push(const std::string &text, const std::string &more = {}) const {
+        replace_file(folder() + "/document", text);
+        return run("--timeout 20000 fleet push " + folder() + "/document " + more);
+    }
+    /** Calls etcd's own program. */
+    int etcdctl(const std::string &words) const {
+        const std::string command =
+            "ETCDCTL_API=3 " ETCDCTL_PATH " --endpoints " + etcd_.place() + ' ' + words + " >/dev/null 2>&1";
+        return std::system(command.c_str());
+    }
+    /** Has it forget all that was. */
+    bool compact() const {
+        const fwx::host::loop loop;
+        etcd_t etcd(loop, store_at({etcd_.place()}));
+        return etcdctl("compaction --physical " + std::to_string(loop.run(etcd.get("p")).value.revision)) == 0;
+    }
+    void put_key(const std::string &key, const std::string &value) const {
+        const fwx::host::loop loop;
+        etcd_t etcd(loop, store_at({etcd_.place()}));
+        ASSERT_FALSE(loop.run(etcd.txn(put(key, value))).error);
+    }
+    std::string key(const std::string &key) const {
+        const fwx::host::loop loop;
+        etcd_t etcd(loop, store_at({etcd_.place()}));
+        const auto got = loop.run(etcd.get(key));
+        return got.value.entries.empty() ? "" : got.value.entries.front().value;
+    }
+
+    const runtime_directory_t directory_;
+    etcd_process_t etcd_;
+    std::unique_ptr<server_process_t> servers_[count];
+    std::unique_ptr<daemon_process_t> daemons_[count];
+    const fleet_keys_t keys_{"p"};
+};
+
+TEST_F(gateway_test, all_follow_a_push_and_a_stage_is_for_those_it_names) {
+    EXPECT_EQ(push(pools(3), "--wait 60s").answers,
+              "fleet push: ok, version 1, 1 of 1 chunk put, 5 gateways in step\n");
+    expect_all_hold(1, 3);
+    EXPECT_EQ(push(pools(4), "--to g2 --to g4 --wait 60s").status, 0);
+    EXPECT_TRUE(holds(1, 2, 4) && holds(3, 2, 4));
+    EXPECT_TRUE(holds(0, 1, 3) && holds(2, 1, 3) && holds(4, 1, 3));
+    EXPECT_EQ(push(pools(5), "--wait 60s").status, 0);
+    expect_all_hold(3, 5);
+    EXPECT_EQ(run("fleet rollback 1 --wait 60s").status, 0);
+    expect_all_hold(4, 3);
+
+    const std::string metrics = daemons_[0]->get("/metrics");
+    EXPECT_NE(metrics.find("\nnat64_store_up 1\n"), std::string::npos);
+    EXPECT_NE(metrics.find("\nnat64_store_version 4\n"), std::string::npos);
+    EXPECT_NE(metrics.find("\nnat64_store_confirmed_timestamp_seconds 1"), std::string::npos);
+    daemons_[4]->end(SIGKILL);
+    EXPECT_TRUE(eventually([] {
+        const json_t rows = json_t::parse(run("--json fleet status").answers).at("data");
+        return rows.size() == count && rows[4].at("alive") == false && rows[3].at("alive") == true;
+    })) << "a gateway that is gone is seen";
+}
+
+TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again) {
+    ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
+    etcd_.end(SIGKILL);
+    EXPECT_EQ(push(pools(4)).status, 4);
+    EXPECT_TRUE(eventually([] { return !status(0).at("store").value("up", true); })) << status(0);
+    /* One that starts now has the store's word of before. */
+    daemons_[1]->end(SIGTERM);
+    start_daemon(1);
+    EXPECT_TRUE(holds(1, 1, 3)) << daemons_[1]->log();
+    EXPECT_NE(daemons_[1]->log().find("event=store_unreachable document=\"version 1\""), std::string::npos);
+    /* And a server that starts now gets it. */
+    servers_[2].reset();
+    servers_[2] = std::make_unique<server_process_t>("", RLIM_INFINITY, name(2));
+    expect_all_hold(1, 3);
+    ASSERT_TRUE(etcd_.start()) << etcd_.log();
+    EXPECT_EQ(push(pools(4), "--wait 60s").status, 0);
+    expect_all_hold(2, 4);
+
+    /* The watch of one that slept begins with what is no longer kept. */
+    daemons_[3]->signal(SIGSTOP);
+    for (int pool_count = 5; pool_count <= 8; ++pool_count) {
+        ASSERT_EQ(push(pools(pool_count)).status, 0);
+    }
+    ASSERT_TRUE(compact());
+    etcd_.end(SIGKILL); /* and its connection ends */
+    ASSERT_TRUE(etcd_.start());
+    daemons_[3]->signal(SIGCONT);
+    expect_all_hold(6, 8);
+
+    etcd_.signal(SIGSTOP);
+    EXPECT_TRUE(eventually([] { return !status(4).at("store").value("up", true); })) << "it answers nothing";
+    expect_all_hold(6, 8);
+    etcd_.signal(SIGCONT);
+    EXPECT_EQ(push(pools(9), "--wait 60s").status, 0);
+    expect_all_hold(7, 9);
+}
+
+TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
+    ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
+    const std::string good = key(keys_.manifest());
+    const std::string chunk = "pool add --id 9 --param 1 --start 10.9.9.9 --end 10.9.9.9\n";
+    const auto manifest_of = [&](const std::string &text, uint64_t version) {
+        manifest_t manifest;
+        manifest.document = {version, sha256(text), text.size(), 1, "eve@x", "2026-01-31T23:59:59.123Z", "", {}};
+        manifest.document.chunks = {name_chunk(text)};
+        return write_manifest(manifest, manifest_place_t::current);
+    };
+    struct case_t {
+        std::string manifest;
+        std::string chunk; /* as it stands under its name; empty: it does not */
+        std::string reason;
+    };
+    const case_t cases[] = {
+        {"{\"format\":2}", "", "format"},
+        {"not JSON", "", "JSON"},
+        {manifest_of(chunk, 2), "", "chunk"},
+        {manifest_of(chunk, 3), chunk + chunk, "chunk"},
+        {manifest_of("pool add --id 9\n", 4), "pool add --id 9\n", "--param is required"},
+    };
+    for (const case_t &each : cases) {
+        SCOPED_TRACE(each.manifest);
+        if (!each.chunk.empty()) {
+            const bool is_whole = each.manifest.find(sha256(each.chunk)) != std::string::npos;
+            put_key(keys_.chunk(sha256(is_whole ? each.chunk : chunk)), each.chunk);
+        }
+        put_key(keys_.manifest(), each.manifest);
+        for (size_t i = 0; i < count; ++i) {
+            EXPECT_TRUE(eventually([&] {
+                const nlohmann::json got = status(i);
+                return got.is_object() && got.value("refused_reason", "").find(each.reason) != std::string::npos;
+            })) << status(i);
+            EXPECT_TRUE(holds(i, 1, 3));
+            EXPECT_EQ(pools_of(i), 3U);
+        }
+        const bool is_manifest = each.manifest.find("version") != std::string::npos;
+        EXPECT_TRUE(!is_manifest || eventually([&] {
+            return run("fleet status").answers.find(each.reason) != std::string::npos;
+        })) << run("fleet status").answers;
+    }
+    put_key(keys_.manifest(), good);
+    EXPECT_EQ(push(pools(4), "--wait 60s").status, 0);
+    for (size_t i = 0; i < count; ++i) {
+        EXPECT_TRUE(eventually([&] { return pools_of(i) == 4; })) << status(i);
+    }
+}
+
+TEST_F(gateway_test, a_document_that_one_server_refuses_is_taken_back_there_alone) {
+    ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
+    /* Somebody takes what the next document wants of one of them. */
+    setenv("XDG_STATE_HOME", (folder() + "/other").c_str(), 1);
+    ASSERT_EQ(run("--connect g3 pool add --id 900 --param 1 --start 10.0.0.5 --end 10.0.0.5").status, 0);
+    setenv("XDG_STATE_HOME", (folder() + "/state").c_str(), 1);
+    EXPECT_EQ(run("--connect g3 daemon replay").status, 0);
+    const run_t pushed = push(pools(5), "--wait 60s");
+    EXPECT_EQ(pushed.status, 1);
+    EXPECT_NE(pushed.notes.find("refused by g3: refused version 2: pool add --id 5"), std::string::npos)
+        << pushed.notes;
+    for (const size_t i : {0U, 1U, 3U, 4U}) {
+        EXPECT_TRUE(holds(i, 2, 5)) << status(i);
+    }
+    EXPECT_TRUE(holds(2, 1, 3)) << status(2);
+    EXPECT_EQ(pools_of(2), 4U) << "its three, and somebody's";
+    EXPECT_EQ(push(pools(4), "--wait 60s").status, 0) << "the next one is good again";
+    EXPECT_TRUE(holds(2, 3, 4)) << status(2);
+}
+
+class full_store_test : public gateway_test {
+protected:
+    full_store_test() : gateway_test({"--quota-backend-bytes", "1200000"}) {}
+};
+
+TEST_F(full_store_test, a_store_that_is_full_refuses_pushes_and_gateways_stay) {
+    ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
+    for (int i = 0;
+         i < 20 && etcdctl("put filler/" + std::to_string(i) + " $(head -c 100000 /dev/zero | tr '\\0' x)") == 0; ++i) {
+    }
+    const run_t refused = push(pools(4));
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.notes.find("space"), std::string::npos) << refused.notes;
+    expect_all_hold(1, 3);
+    ASSERT_EQ(etcdctl("del --prefix filler/"), 0);
+    ASSERT_TRUE(compact());
+    ASSERT_EQ(etcdctl("defrag"), 0);
+    ASSERT_EQ(etcdctl("alarm disarm"), 0);
+    EXPECT_EQ(push(pools(4), "--wait 60s").status, 0);
+    expect_all_hold(2, 4);
+}
+
+}  // namespace
