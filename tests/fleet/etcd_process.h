@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -50,7 +51,12 @@ public:
         : more_(std::move(more)), scheme_(std::move(scheme)) {
         char name[] = "/tmp/etcd.XXXXXX";
         folder_ = mkdtemp(name);
-        start();
+        for (int tries = 0; tries < 5 && !is_up_; ++tries) { /* somebody else may have taken the ports meanwhile */
+            port_ = free_port();
+            peer_port_ = free_port();
+            std::filesystem::remove_all(folder_ + "/data");
+            start();
+        }
     }
     ~etcd_process_t() {
         end(SIGKILL);
@@ -64,8 +70,13 @@ public:
     bool start() {
         pid_ = fork();
         if (pid_ == 0) run();
-        is_up_ = eventually([this] { return answers_at(port_) || waitpid(pid_, nullptr, WNOHANG) == pid_; }) &&
-                 answers_at(port_);
+        bool has_ended = false;
+        is_up_ = eventually([&] {
+                     has_ended = waitpid(pid_, nullptr, WNOHANG) == pid_;
+                     return has_ended || answers_at(port_);
+                 }) &&
+                 !has_ended;
+        if (has_ended) pid_ = -1;
         return is_up_;
     }
     void signal(int number) const { kill(pid_, number); }
@@ -74,6 +85,12 @@ public:
         kill(pid_, number);
         waitpid(pid_, nullptr, 0);
         pid_ = -1;
+    }
+
+    /** Has etcdctl do something; false when it cannot. */
+    bool control(const std::string &words) const {
+        const std::string line = ETCDCTL_PATH " --endpoints " + scheme_ + "://" + place() + ' ' + words;
+        return std::system((line + " >>" + folder_ + "/log 2>&1").c_str()) == 0;
     }
 
     bool is_up() const { return is_up_; }
@@ -116,8 +133,8 @@ private:
     std::vector<std::string> more_;
     std::string scheme_;
     std::string folder_;
-    uint16_t port_ = free_port();
-    uint16_t peer_port_ = free_port();
+    uint16_t port_ = 0;
+    uint16_t peer_port_ = 0;
     pid_t pid_ = -1;
     bool is_up_ = false;
 };

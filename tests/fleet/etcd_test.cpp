@@ -98,10 +98,7 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
     EXPECT_TRUE(events.value[0].is_delete);
     EXPECT_EQ(events.value[0].entry.mod_revision, deleted.value.revision);
 
-    ASSERT_EQ(std::system((ETCDCTL_PATH " --endpoints " + process_.place() + " compact " +
-                           std::to_string(deleted.value.revision) + " >/dev/null")
-                              .c_str()),
-              0);
+    ASSERT_TRUE(process_.control("compact " + std::to_string(deleted.value.revision)));
     etcd_watch_t late(etcd_, "p/a", first.value.revision);
     EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted);
     EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted) << "it stays at its end";
@@ -139,6 +136,37 @@ TEST_F(real_etcd_test, a_store_that_is_killed_and_comes_back_is_used_again) {
     EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "p/a=1 ");
     etcd_watch_t again(etcd_, "p/a", 1);
     EXPECT_EQ(run(again.next()).value.size(), 1U);
+}
+
+TEST_F(real_etcd_test, a_user_signs_in_and_again_when_the_token_is_not_known_any_more) {
+    for (const char *words :
+         {"user add root:r", "user grant-role root root", "role add p", "role grant-permission p readwrite p/a",
+          "user add ann:secret", "user grant-role ann p", "auth enable"}) {
+        ASSERT_TRUE(process_.control(words)) << process_.log();
+    }
+    EXPECT_EQ(run(etcd_.get("p/a")).error.kind, kind_t::rights);
+    store_t store = etcd_.store();
+    store.user = "ann";
+    store.password = "wrong";
+    etcd_t wrong(loop_, store);
+    EXPECT_NE(run(wrong.get("p/a")).error.text.find("authentication failed"), std::string::npos);
+    store.password = "secret";
+    etcd_t etcd(loop_, store);
+    ASSERT_TRUE(run(etcd.txn(put("p/a", "1"))).value.is_done);
+    EXPECT_EQ(run(etcd.txn(put("p/b", "1"))).error.kind, kind_t::rights);
+    for (const bool by_watch : {false, true}) {
+        process_.end(SIGKILL); /* tokens are kept in memory */
+        ASSERT_TRUE(process_.start()) << process_.log();
+        etcd_error_t error;
+        ASSERT_TRUE(eventually([&] { /* it may not be ready at once */
+                                     etcd_watch_t watch(etcd, "p/a", 1);
+                                     error = by_watch ? run(watch.next()).error : run(etcd.get("p/a")).error;
+                                     return error.kind != kind_t::unreachable && error.kind != kind_t::no_answer;
+        }));
+        EXPECT_EQ(error.text, "");
+    }
+    etcd_watch_t other(etcd, "p/b", 1);
+    EXPECT_EQ(run(other.next()).error.kind, kind_t::rights);
 }
 
 TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_turn_to_the_next) {

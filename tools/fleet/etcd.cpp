@@ -25,7 +25,7 @@ struct etcd_t::call_t {
 /** As the callers of `call` see it. */
 struct etcd_t::answer_t : etcd_answer_t {};
 
-etcd_t::etcd_t(fwx_host_loop_t *loop, store_t store, etcd_options_t options)
+etcd_t::etcd_t(fwx_host_loop_t *loop, store_t store, const etcd_options_t &options)
     : store_(std::move(store)), options_(options), http_(loop, store_.tls) {}
 
 etcd_t::~etcd_t() = default;

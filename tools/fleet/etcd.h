@@ -108,7 +108,7 @@ public:
     using reply_t = nat64::task<etcd_result_t<value_type>>;
 
     /** `loop` must outlive it. */
-    etcd_t(fwx_host_loop_t *loop, store_t store, etcd_options_t options = {});
+    etcd_t(fwx_host_loop_t *loop, store_t store, const etcd_options_t &options = {});
     ~etcd_t();
     etcd_t(const etcd_t &) = delete;
     etcd_t &operator=(const etcd_t &) = delete;

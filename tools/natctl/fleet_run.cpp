@@ -1,5 +1,6 @@
 #include "tools/natctl/fleet_run.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -32,7 +33,7 @@ bool is_meant(const manifest_t &manifest, const gateway_view_t &gateway) {
     return gateway.is_alive && (!manifest.stage || is_in_stage(*manifest.stage, gateway.name));
 }
 
-nat64::task<progress_t> look(etcd_t &etcd, fleet_keys_t keys, const manifest_t &manifest) {
+nat64::task<progress_t> look(etcd_t &etcd, const fleet_keys_t &keys, const manifest_t &manifest) {
     progress_t progress;
     const etcd_result_t<std::vector<gateway_view_t>> view = co_await read_gateways(etcd, keys);
     progress.error = view.error;
@@ -181,8 +182,8 @@ void fleet_push(call_t &call, const fleet_request_t &request, const document_t &
     const std::string name =
         request.file == "-" ? "standard input" : std::filesystem::path(request.file).filename().string();
     push_wish_t wish = {write_lines(document), document.size(), stage_of(request), name};
-    const push_result_t result =
-        store.run(is_check ? store.pusher().check(std::move(wish)) : store.pusher().push(std::move(wish)));
+    nat64::task<push_result_t> (pusher_t::*const act)(push_wish_t) = is_check ? &pusher_t::check : &pusher_t::push;
+    const push_result_t result = store.run((store.pusher().*act)(std::move(wish)));
     if (!tell(call, result)) return;
     tell_unseen(call, store, request.gateways);
     if (request.wait_s != 0 && !is_check) tell_gateways(call, store, result.manifest, request.wait_s);

@@ -30,7 +30,7 @@ json_t version_json(const fleet_document_t &document, const std::optional<stage_
 }
 
 /** The versions that are kept; one that cannot be read has the reason as its note. */
-nat64::task<etcd_error_t> read_history(etcd_t &etcd, fleet_keys_t keys, uint64_t in_force, json_t &rows) {
+nat64::task<etcd_error_t> read_history(etcd_t &etcd, const fleet_keys_t &keys, uint64_t in_force, json_t &rows) {
     const etcd_result_t<etcd_range_t> history = co_await etcd.list(keys.history(), true);
     for (const etcd_entry_t &entry : history.value.entries) {
         std::string fault;
