@@ -88,7 +88,7 @@ run_pal python3 /usr/share/doc/python3-fwx-nat64/examples/pal.py
 mkdir -p /etc/nat64d
 echo 'pool add --id 64 --param 1 --start 203.0.113.1 --end 203.0.113.9' >/etc/nat64d/alpha.natctl
 install --directory --owner=fwx --group=fwx --mode=0700 /var/lib/fwx
-read -ra run <<<"$(sed -n 's/^ExecStart=//p' /lib/systemd/system/nat64d@.service | sed 's#%i#alpha#g; s#%S#/var/lib#g; s# \$.*##')"
+read -ra run <<<"$(sed -n 's/^ExecStart=//p' /lib/systemd/system/nat64d@.service | sed 's#%i#alpha#g; s#%S#/var/lib#g; s#\${NAT64D_CONFIG}#/etc/nat64d/alpha.natctl#; s# \$.*##')"
 "${as_fwx[@]}" "${run[@]}" 2>daemon.log &
 daemon=$!
 until "${as_fwx[@]}" natctl --connect alpha daemon status >status 2>&1; do kill -0 $daemon || fail "$(cat daemon.log)"; done
