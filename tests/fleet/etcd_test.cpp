@@ -99,6 +99,8 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
     EXPECT_EQ(events.value[0].entry.mod_revision, deleted.value.revision);
 
     ASSERT_TRUE(process_.control("compact " + std::to_string(deleted.value.revision)));
+    run(etcd_.txn(put("p/a", "3")));
+    EXPECT_EQ(run(watch.next()).value.size(), 1U) << "one that is open goes on";
     etcd_watch_t late(etcd_, "p/a", first.value.revision);
     EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted);
     EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted) << "it stays at its end";

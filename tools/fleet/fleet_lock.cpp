@@ -66,7 +66,7 @@ nat64::task<etcd_error_t> fleet_lock_t::look(std::string ours) {
     const bool is_there = !now.value.entries.empty();
     const bool is_ours = is_there && now.value.entries.front().value == ours;
     if (is_ours) revision_ = now.value.entries.front().create_revision;
-    holder_ = is_there ? holder_text(now.value.entries.front().value) : "somebody who has just ended";
+    holder_ = is_there ? holder_text(now.value.entries.front().value) : "somebody else";
     co_return etcd_error_t{};
 }
 
