@@ -125,7 +125,9 @@ private:
         const bool is_other = known.place == ietf_place_t::constant && text != known.value;
         if (is_other && known.is_essential) return refuse(path, quoted_word(text) + ": " + std::string(known.reason));
         if (is_other || known.place == ietf_place_t::nowhere) return faults_.lose(known, text, path, entry);
-        if (known.place == ietf_place_t::field) return items_.take_field(known, text, path, *entry);
+        const bool is_field =
+            known.place == ietf_place_t::field && entry != nullptr; /* which stands in entries alone */
+        if (is_field) return items_.take_field(known, text, path, *entry);
         if (known.place == ietf_place_t::item) {
             const ietf_word_t word = ietf_word_of(known, text);
             items_.say({node, path, word.name.empty() ? text : std::string(word.value)}, entry);

@@ -74,7 +74,7 @@ private:
                 around[std::string(known.name)] = json_of(known, std::string(known.value));
                 return false;
             case ietf_place_t::field:
-                return add_field(known, *said, around);
+                return said != nullptr && add_field(known, *said, around); /* which stands in entries alone */
             case ietf_place_t::item:
                 return add_item(known, said, around);
             case ietf_place_t::inner:
@@ -95,8 +95,12 @@ private:
         const bool is_always = known.depth <= 2 && known.is_single; /* the instance */
         const bool is_said = has_more || is_always || inner.contains("instance") || inner.contains("instances");
         if (!is_said) return false;
-        around[std::string(known.name)] =
-            known.kind == ietf_kind_t::list ? json_t::array({std::move(inner)}) : std::move(inner);
+        json_t &added = around[std::string(known.name)];
+        if (known.kind == ietf_kind_t::list) {
+            added.push_back(std::move(inner));
+        } else {
+            added = std::move(inner);
+        }
         return has_more;
     }
 
@@ -227,7 +231,9 @@ private:
             const std::string text = record_field_text(field, item.record);
             if (text == record_field_text(field, reader.record().bytes)) continue;
             const std::string label(label_of(field, notation_t::lines));
-            lose(item, label, label + " " + text + ": has no place: the standard form does not say it");
+            lose(item, label,
+                 std::string(label).append(" ").append(text).append(
+                     ": has no place: the standard form does not say it"));
         }
     }
 

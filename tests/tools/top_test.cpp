@@ -144,8 +144,8 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
-        bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-        listen(fd_, 1);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd_, 1), 0);
         getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &size);
         port_ = ntohs(address.sin_port);
         thread_ = std::thread([this, text = std::move(answer)] {

@@ -65,6 +65,7 @@ std::vector<table_t> tables_of(const top_look_t &look) {
 /** Gives each table its room: short ones all they need, the others the same share of what is left. */
 void share_room(std::vector<table_t> &tables, size_t lines) {
     std::vector<table_t *> by_need;
+    by_need.reserve(tables.size());
     for (table_t &table : tables) {
         by_need.push_back(&table);
     }
