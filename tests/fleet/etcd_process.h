@@ -30,7 +30,7 @@ inline uint16_t free_port() {
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    bind(fd, reinterpret_cast<const sockaddr *>(&address), size);
+    static_cast<void>(bind(fd, reinterpret_cast<const sockaddr *>(&address), size));
     getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
     close(fd);
     return ntohs(address.sin_port);
@@ -122,6 +122,7 @@ private:
         }
         words.insert(words.end(), more_.begin(), more_.end());
         std::vector<char *> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string &word : words) {
             arguments.push_back(word.data());
         }

@@ -17,7 +17,7 @@ public:
         const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
-        bind(listener, reinterpret_cast<const sockaddr *>(&address), size);
+        static_cast<void>(bind(listener, reinterpret_cast<const sockaddr *>(&address), size));
         listen(listener, 8);
         getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
         port_ = ntohs(address.sin_port);

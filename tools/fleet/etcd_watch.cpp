@@ -101,7 +101,7 @@ etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_
         }
         const bool says_why = result.find("cancel_reason") != nullptr;
         const std::string reason = says_why ? result.text("cancel_reason", SIZE_MAX) : "the watch was cancelled";
-        const etcd_error_t error = read_failure(endpoint_, {{"message", reason}}).error;
+        etcd_error_t error = read_failure(endpoint_, {{"message", reason}}).error;
         is_token_unknown_ = error.kind == kind_t::rights; /* that is all it says of one that it does not know */
         return error;
     }

@@ -241,7 +241,7 @@ bool http_t::transfer_t::set_options() {
 size_t http_t::transfer_t::give_body(char *room, size_t size, size_t count, void *self) {
     auto &transfer = *static_cast<transfer_t *>(self);
     const size_t given = std::min(size * count, transfer.request_.body.size() - transfer.sent_);
-    std::memcpy(room, transfer.request_.body.data() + transfer.sent_, given);
+    transfer.request_.body.copy(room, given, transfer.sent_);
     transfer.sent_ += given;
     return given;
 }

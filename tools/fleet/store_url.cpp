@@ -63,7 +63,7 @@ std::string read_url(std::string_view url, const std::string &protocol, store_t 
     std::string_view endpoints = url.substr(0, slash);
     for (bool has_more = true; has_more;) {
         const size_t comma = std::min(endpoints.find(','), endpoints.size());
-        const std::string error = read_endpoint(endpoints.substr(0, comma), protocol, store);
+        std::string error = read_endpoint(endpoints.substr(0, comma), protocol, store);
         if (!error.empty()) return error;
         has_more = comma != endpoints.size();
         endpoints.remove_prefix(std::min(comma + 1, endpoints.size()));

@@ -9,7 +9,7 @@
 std::string user_name() {
     for (const char *name : {"SUDO_USER", "USER", "LOGNAME"}) {
         const char *value = std::getenv(name);
-        const std::string user = value == nullptr ? "" : value;
+        std::string user = value == nullptr ? "" : value;
         if (!user.empty() && user.find_first_of(" \t\r\n") == std::string::npos) return user;
     }
     const passwd *entry = getpwuid(getuid());
