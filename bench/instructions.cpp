@@ -14,7 +14,7 @@
 
 #include "fwx_host/adapter.hpp"
 #include "rule_data.h"
-#include "tools/natctl/seed.h"
+#include "tools/pal/seed.h"
 
 namespace {
 

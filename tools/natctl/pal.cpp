@@ -7,9 +7,9 @@
 #include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
 #include "tools/natctl/decode.h"
-#include "tools/natctl/seed.h"
 #include "tools/natctl/server_place.h"
 #include "tools/pal/no_server.h"
+#include "tools/pal/seed.h"
 
 namespace {
 

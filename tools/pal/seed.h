@@ -1,6 +1,6 @@
 /* The library draws the epoch of each binding, by which late replies are told, with random(). */
-#ifndef TOOLS_NATCTL_SEED_H
-#define TOOLS_NATCTL_SEED_H
+#ifndef TOOLS_PAL_SEED_H
+#define TOOLS_PAL_SEED_H
 
 #include <sys/random.h>
 
