@@ -50,6 +50,11 @@ uint64_t *cap_of(const char *name) {
 struct slab_t {
     unsigned char *begin;
     size_t bytes; /* that elements take */
+
+    size_t offset_of(const void *address) const {
+        return reinterpret_cast<uintptr_t>(address) - reinterpret_cast<uintptr_t>(begin);
+    }
+    bool has(const void *address) const { return offset_of(address) < bytes; }
 };
 
 struct fwx_chunk {
@@ -58,6 +63,7 @@ struct fwx_chunk {
     uint32_t slab_elements;  /* of the first slabs; later ones are as large as a huge page */
     unsigned char *uncarved; /* what of the newest slab was never handed out */
     unsigned char *newest_end;
+    slab_t recent; /* that an address was last found in */
     slab_t *slabs; /* in the order of their addresses */
     uint32_t slab_count;
     uint32_t slab_room; /* in `slabs` */
@@ -125,16 +131,28 @@ bool grow(fwx_chunk_t *pool) {
     return true;
 }
 
-element_header_t *take(fwx_chunk_t *pool) {
-    if (pool->free_list != nullptr) {
-        element_header_t *header = pool->free_list;
-        pool->free_list = header->next_free;
-        return header;
-    }
+void *hand_out(fwx_chunk_t *pool, element_header_t *header) {
+    header->pool = pool;
+    header->state = element_state_t::OUT;
+    pool->out += 1;
+    host_live.pool_elements += 1;
+    return memset(header + 1, 0, link_bytes);
+}
+
+/** Apart from what is done each time, which needs no registers saved then. */
+[[gnu::noinline]] void *hand_out_new(fwx_chunk_t *pool) {
     if (pool->uncarved == pool->newest_end && !grow(pool)) return nullptr;
     auto *header = reinterpret_cast<element_header_t *>(pool->uncarved);
     pool->uncarved += pool->stride;
-    return header;
+    return hand_out(pool, header);
+}
+
+/** Whether an address is in a slab of the pool, which `recent` is then. */
+bool find_slab(fwx_chunk_t *pool, const void *address) {
+    const slab_t *behind = slab_behind(pool, address);
+    if (behind == pool->slabs) return false;
+    pool->recent = behind[-1];
+    return pool->recent.has(address);
 }
 
 }  // namespace
@@ -153,13 +171,10 @@ fwx_chunk_t *fwx_chunk_create(const char *name, size_t element_size, uint32_t co
 
 void *chunk_malloc(fwx_chunk_t *pool) {
     if (host_fault_check(FWX_HOST_OP_CHUNK_MALLOC) != 0 || pool == nullptr || pool->out >= *pool->cap) return nullptr;
-    element_header_t *header = take(pool);
-    if (header == nullptr) return nullptr;
-    header->pool = pool;
-    header->state = element_state_t::OUT;
-    pool->out += 1;
-    host_live.pool_elements += 1;
-    return memset(header + 1, 0, link_bytes);
+    element_header_t *header = pool->free_list;
+    if (header == nullptr) return hand_out_new(pool);
+    pool->free_list = header->next_free;
+    return hand_out(pool, header);
 }
 
 void chunk_free(fwx_chunk_t *pool, void *element) {
@@ -179,12 +194,10 @@ void chunk_free(fwx_chunk_t *pool, void *element) {
 /* A header is read only where the address is that of an element of a slab of this pool. */
 uint32_t fwx_chunk_owns(fwx_chunk_t *pool, const void *element) {
     if (pool == nullptr) return 0;
-    const slab_t *behind = slab_behind(pool, element);
-    if (behind == pool->slabs) return 0;
-    const slab_t &slab = behind[-1];
-    const size_t offset = reinterpret_cast<uintptr_t>(element) - reinterpret_cast<uintptr_t>(slab.begin);
-    if (offset >= slab.bytes || offset % pool->stride != sizeof(element_header_t)) return 0;
-    const auto *header = reinterpret_cast<const element_header_t *>(slab.begin + offset) - 1;
+    if (!pool->recent.has(element) && !find_slab(pool, element)) return 0;
+    const size_t offset = pool->recent.offset_of(element);
+    if (offset % pool->stride != sizeof(element_header_t)) return 0;
+    const auto *header = reinterpret_cast<const element_header_t *>(pool->recent.begin + offset) - 1;
     return header->state == element_state_t::OUT ? 1 : 0;
 }
 
