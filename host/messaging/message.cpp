@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "fwx_host/errors.h"
+#include "host/runtime/bytes.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/memory.h"
@@ -18,6 +19,10 @@ constexpr uint32_t class_count = 17;
 static_assert(smallest_class_bytes << (class_count - 1) == message_limit);
 message_t *free_messages[class_count];
 
+size_t bytes_of(uint32_t size_class) {
+    return smallest_class_bytes << size_class;
+}
+
 uint32_t class_of(size_t size) {
     constexpr int smallest_class_leading_zeros = 57; /* of smallest_class_bytes */
     return size <= smallest_class_bytes
@@ -25,29 +30,70 @@ uint32_t class_of(size_t size) {
                : static_cast<uint32_t>(smallest_class_leading_zeros + 1 - __builtin_clzll(size - 1));
 }
 
-}  // namespace
-
-message_t *message_alloc(size_t size) {
-    const uint32_t size_class = class_of(size);
-    const size_t class_bytes = smallest_class_bytes << size_class;
+/** The first of a class's free messages, of which there must be one, with `size` of its bytes. */
+message_t *take_free(uint32_t size_class, size_t size, message_owner_t owner) {
     message_t *message = free_messages[size_class];
-    if (message != nullptr) {
-        free_messages[size_class] = message->next;
-    } else {
-        message = static_cast<message_t *>(aligned_alloc(alignof(message_t), sizeof(message_t) + class_bytes));
-        if (message == nullptr) return nullptr;
-    }
-    message->owner = message_owner_t::CHANNEL;
+    free_messages[size_class] = message->next;
+    message->owner = owner;
     message->capacity = static_cast<uint32_t>(size);
     message->size = static_cast<uint32_t>(size);
-    message->size_class = size_class;
-    ASAN_POISON_MEMORY_REGION(message->bytes(), class_bytes);
     ASAN_UNPOISON_MEMORY_REGION(message->bytes(), size);
     return message;
 }
 
+message_t *alloc(size_t size, message_owner_t owner) {
+    const uint32_t size_class = class_of(size);
+    if (free_messages[size_class] == nullptr) {
+        const size_t bytes = sizeof(message_t) + bytes_of(size_class);
+        auto *message = static_cast<message_t *>(aligned_alloc(alignof(message_t), bytes));
+        if (message == nullptr) return nullptr;
+        message->size_class = size_class;
+        message_free(message);
+    }
+    return take_free(size_class, size, owner);
+}
+
+/* Most messages are of few bytes, and there is one that was used before. Theirs is a way of its own, without calls and
+ * so without registers that would have to be saved. */
+static_assert(2 * bytes_half == smallest_class_bytes);
+bool is_at_hand(size_t size) {
+    return bytes_are_few(size) && free_messages[0] != nullptr;
+}
+
+void *give_to_caller(message_t *message, size_t size) {
+    host_live.tx_buffers += 1;
+    bytes_clear(message->bytes(), size);
+    return message->bytes();
+}
+
+[[gnu::noinline]] uint32_t alloc_for_caller(size_t size, void **msg) {
+    message_t *message = alloc(size, message_owner_t::CALLER);
+    if (message == nullptr) return host_errno_nomem;
+    *msg = give_to_caller(message, size);
+    return 0;
+}
+
+[[gnu::noinline]] message_t *alloc_copy(const void *bytes, size_t size) {
+    message_t *message = message_alloc(size);
+    if (message != nullptr) bytes_copy(message->bytes(), bytes, size);
+    return message;
+}
+
+}  // namespace
+
+message_t *message_alloc(size_t size) {
+    return alloc(size, message_owner_t::CHANNEL);
+}
+
+message_t *message_copy(const void *bytes, size_t size) {
+    if (!is_at_hand(size)) return alloc_copy(bytes, size);
+    message_t *message = take_free(0, size, message_owner_t::CHANNEL);
+    bytes_copy(message->bytes(), bytes, size);
+    return message;
+}
+
 void message_free(message_t *message) {
-    ASAN_POISON_MEMORY_REGION(message->bytes(), smallest_class_bytes << message->size_class);
+    ASAN_POISON_MEMORY_REGION(message->bytes(), bytes_of(message->size_class));
     message->owner = message_owner_t::NOBODY;
     message->next = free_messages[message->size_class];
     free_messages[message->size_class] = message;
@@ -70,11 +116,8 @@ uint32_t smc_msg_tx_buffer_alloc(size_t size, void **msg) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_TX_ALLOC)) return code;
     if (msg == nullptr) return FWX_HOST_ERR_BAD_ARG;
     if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
-    message_t *message = message_alloc(size);
-    if (message == nullptr) return host_errno_nomem;
-    message->owner = message_owner_t::CALLER;
-    host_live.tx_buffers += 1;
-    *msg = memset(message->bytes(), 0, size);
+    if (!is_at_hand(size)) return alloc_for_caller(size, msg);
+    *msg = give_to_caller(take_free(0, size, message_owner_t::CALLER), size);
     return 0;
 }
 

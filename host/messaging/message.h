@@ -60,6 +60,8 @@ private:
 
 /** A message of `size` bytes, at most message_limit, content undefined; null when memory is out. */
 message_t *message_alloc(size_t size);
+/** The same with a copy of `bytes`, which may be null for a size of 0. */
+message_t *message_copy(const void *bytes, size_t size);
 void message_free(message_t *message);
 
 /** The message of a transmit buffer that is the caller's at this moment, or null. */

@@ -5,6 +5,7 @@
 
 #include "fwx_host/errors.h"
 #include "host/messaging/peer.h"
+#include "host/runtime/bytes.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/memory.h"
 
@@ -61,9 +62,8 @@ void local_peer_t::unlink() {
 
 uint32_t local_peer_t::send(const void *msg, size_t size) {
     if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
-    message_t *message = message_alloc(size);
+    message_t *message = message_copy(msg, size);
     if (message == nullptr) return host_errno_nomem;
-    if (size != 0) memcpy(message->bytes(), msg, size);
     link->received.push(message);
     link->channel.make_ready();
     return 0;
@@ -92,7 +92,7 @@ received_t local_link_t::front() {
 
 void local_link_t::pop(void *bytes) {
     message_t *message = received.pop();
-    if (bytes != nullptr) memcpy(bytes, message->bytes(), message->size);
+    if (bytes != nullptr) bytes_copy(bytes, message->bytes(), message->size);
     message_free(message);
 }
 
