@@ -81,7 +81,6 @@ struct fwx_host_loop {
     void leave(loop_task_t &task) { (task.is_ready_ ? ready : idle).erase(task.position_); }
 
     void make_ready(loop_task_t &task) {
-        if (task.is_ready_) return;
         ready.splice(ready.end(), idle, task.position_);
         task.is_ready_ = true;
     }
@@ -209,7 +208,7 @@ loop_task_t::~loop_task_t() {
     if (loop_ != nullptr) loop_->leave(*this);
 }
 
-void loop_task_t::make_ready() {
+void loop_task_t::become_ready() {
     if (loop_ != nullptr) loop_->make_ready(*this);
 }
 

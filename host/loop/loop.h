@@ -21,7 +21,9 @@ public:
     virtual ~loop_task_t();
 
     /** Has the loop call run() once, soon. */
-    void make_ready();
+    void make_ready() {
+        if (!is_ready_) become_ready();
+    }
 
     /** Does a bounded amount of work and returns how many callbacks it called; may delete the task. */
     virtual uint32_t run() = 0;
@@ -33,6 +35,8 @@ protected:
 
 private:
     friend struct fwx_host_loop;
+
+    void become_ready();
 
     fwx_host_loop_t *loop_; /* null once the loop is gone */
     bool is_ready_ = false;

@@ -28,7 +28,7 @@ uint32_t fwx_host_peer::run() {
     }
     if (is_connected()) {
         after_run();
-        if (can_take()) make_ready();
+        if (can_take_from(*this)) make_ready();
     }
     return is_connected() ? calls : calls + release();
 }
@@ -62,19 +62,10 @@ uint32_t fwx_host_peer::announce() {
     return 1;
 }
 
-uint32_t fwx_host_peer::take(uint32_t limit) {
-    uint32_t taken = 0;
-    for (; taken < limit && can_take(); ++taken) {
-        take_one();
-    }
-    return taken;
-}
-
 extern "C" {
 
 uint32_t fwx_host_peer_send(fwx_host_peer_t *peer, const void *msg, size_t size) {
-    if (is_foreign(*peer)) return FWX_HOST_ERR_FORKED;
-    return peer->is_linked() ? peer->send(msg, size) : FWX_HOST_ERR_CHANNEL_DOWN;
+    return is_foreign(*peer) ? FWX_HOST_ERR_FORKED : peer->send(msg, size);
 }
 
 uint64_t fwx_host_peer_waiting_bytes(const fwx_host_peer_t *peer) {

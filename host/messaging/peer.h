@@ -23,9 +23,10 @@ struct fwx_host_peer : loop_task_t {
 
     virtual bool is_linked() const = 0;
     virtual bool has_message() = 0;
-    /** Gives the oldest message to the server. Requires has_message(). */
-    virtual void take_one() = 0;
+    /** Gives the server as many messages, or all that there are. Returns their number. */
+    virtual uint32_t take(uint32_t limit) = 0;
     virtual void after_run() {}
+    /** Also when it is not linked any more, which is FWX_HOST_ERR_CHANNEL_DOWN. */
     virtual uint32_t send(const void *msg, size_t size) = 0;
     /** Memory of messages that wait for the client to read. */
     virtual uint64_t waiting_bytes() const { return 0; }
@@ -33,7 +34,6 @@ struct fwx_host_peer : loop_task_t {
     virtual void malformed() {}
 
     bool is_connected() const { return server != nullptr && is_linked(); }
-    bool can_take() { return is_connected() && !server->is_paused && has_message(); }
 
     fwx_host_server_t *server; /* null once released */
 
@@ -54,10 +54,23 @@ protected:
     virtual void unlink() = 0;
     /** Tells the server of the peer, if it was not told. Returns the number of callbacks. */
     uint32_t announce();
-    /** Gives the server as many messages, or all that there are. Returns their number. */
-    uint32_t take(uint32_t limit);
+    /** take() of a peer whose kind is known, so that nothing asked for each message is a virtual call; take_one() gives
+     * its oldest message to the server. */
+    template <typename peer_t>
+    static uint32_t take_from(peer_t &peer, uint32_t limit) {
+        uint32_t taken = 0;
+        for (; taken < limit && can_take_from(peer); ++taken) {
+            peer.take_one();
+        }
+        return taken;
+    }
 
 private:
+    template <typename peer_t>
+    static bool can_take_from(peer_t &peer) {
+        return peer.server != nullptr && peer.is_linked() && !peer.server->is_paused && peer.has_message();
+    }
+
     bool is_announced_ = false;
     uint32_t uses_ = 0;
 };

@@ -36,7 +36,8 @@ struct local_peer_t final : fwx_host_peer {
 
     bool is_linked() const override { return link != nullptr; }
     bool has_message() override { return link->channel.has_untaken(); }
-    void take_one() override;
+    uint32_t take(uint32_t limit) override { return take_from(*this, limit); }
+    void take_one();
     uint32_t send(const void *msg, size_t size) override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size);
 
@@ -61,6 +62,7 @@ void local_peer_t::unlink() {
 }
 
 uint32_t local_peer_t::send(const void *msg, size_t size) {
+    if (link == nullptr) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
     message_t *message = message_copy(msg, size);
     if (message == nullptr) return host_errno_nomem;

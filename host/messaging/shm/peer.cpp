@@ -27,7 +27,8 @@ public:
 
     bool is_linked() const override { return connection_ != nullptr; }
     bool has_message() override;
-    void take_one() override;
+    uint32_t take(uint32_t limit) override;
+    void take_one();
     void after_run() override;
     uint32_t send(const void *msg, size_t size) override;
     uint64_t waiting_bytes() const override { return unsent_.bytes(); }
@@ -64,10 +65,15 @@ shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connec
 }
 
 bool shm_peer_t::has_message() {
-    connection_->set_armed(false);
-    if (!requests_.has_record()) requests_.refresh();
+    if (requests_.has_record()) return true;
+    requests_.refresh();
     if (requests_.is_broken()) cut_off();
     return requests_.has_record();
+}
+
+uint32_t shm_peer_t::take(uint32_t limit) {
+    if (is_linked()) connection_->set_armed(false);
+    return take_from(*this, limit);
 }
 
 void shm_peer_t::take_one() {
@@ -120,6 +126,7 @@ void shm_peer_t::unlink() {
 }
 
 uint32_t shm_peer_t::send(const void *msg, size_t size) {
+    if (!is_linked()) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
     if (capture_is_open) capture(FWX_HOST_RECEIVED, 0, msg, size);
     make_ready(); /* the client is woken when the server has done what there is to do */
