@@ -30,7 +30,8 @@ extern "C" {
 void fwx_host_fault_arm(fwx_host_op_t op, uint32_t nth, uint32_t code) {
     if (!is_op(op)) return;
     host_fault_t &fault = host_faults[op];
-    fault.strikes_at = nth == 0 ? 0 : fault.calls + nth;
+    fault.calls_then = fault.calls() + nth;
+    fault.calls_left = nth;
     fault.code = code == 0 ? FWX_HOST_ERR_FAULT : code;
 }
 
@@ -41,7 +42,7 @@ void fwx_host_fault_reset(void) {
 }
 
 uint64_t fwx_host_fault_calls(fwx_host_op_t op) {
-    return is_op(op) ? host_faults[op].calls : 0;
+    return is_op(op) ? host_faults[op].calls() : 0;
 }
 
 const char *fwx_host_op_name(fwx_host_op_t op) {

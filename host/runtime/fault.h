@@ -6,11 +6,13 @@
 
 #include "fwx_host/fault.h"
 
-/** `strikes_at` is the count of calls at which the armed fault strikes; 0: none is armed. */
+/** Calls are counted down, which takes two instructions, and go on below 0 when no fault is armed. */
 struct host_fault_t {
-    uint64_t calls;
-    uint64_t strikes_at;
+    uint64_t calls_left; /* until the armed fault strikes */
+    uint64_t calls_then; /* the count of calls when none are left */
     uint32_t code;
+
+    uint64_t calls() const { return calls_then - calls_left; }
 };
 
 /* Never destroyed, and of trivial type: the library's unload destructor runs after static destructors. */
@@ -19,7 +21,7 @@ struct host_fault_t {
 /** Counts a call of `op`; returns the code that it must fail with, or 0. */
 inline uint32_t host_fault_check(fwx_host_op_t op) {
     host_fault_t &fault = host_faults[op];
-    return ++fault.calls == fault.strikes_at ? fault.code : 0;
+    return --fault.calls_left == 0 ? fault.code : 0;
 }
 
 #endif
