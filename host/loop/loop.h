@@ -36,7 +36,7 @@ protected:
 private:
     friend struct fwx_host_loop;
 
-    void become_ready();
+    [[gnu::noinline]] void become_ready();
 
     fwx_host_loop_t *loop_; /* null once the loop is gone */
     bool is_ready_ = false;

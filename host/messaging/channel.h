@@ -24,8 +24,11 @@
 
 #include "fwx_host/smc.h"
 #include "host/loop/loop.h"
+#include "host/messaging/delivery.h"
 #include "host/messaging/link.h"
 #include "host/messaging/message.h"
+#include "host/messaging/tap.h"
+#include "host/runtime/inspect.h"
 #include "platform/smc.h"
 
 class channel_t final : public loop_task_t {
@@ -53,9 +56,38 @@ public:
     /** The oldest message that was not taken, and those behind it by its link; null: there is none. */
     message_t *oldest_untaken() { return untaken_.front(); }
     /** Takes the oldest message; the channel outlives the call of end_take that gives it back. */
-    message_t *begin_take();
+    message_t *begin_take() {
+        message_t *message = untaken_.pop();
+        untaken_bytes_ -= message->size;
+        in_flight_ += 1;
+        if (is_throttled_) update_throttle();
+        return message;
+    }
     /** `status` 0: the server took it. */
-    void end_take(message_t *message, uint32_t status);
+    void end_take(message_t *message, uint32_t status) {
+        in_flight_ -= 1;
+        message->status = status;
+        done_.push(message);
+        make_ready();
+    }
+    /**
+     * Delivers from a link as many messages as the channel's run may still, or until there is something that has to be
+     * told first. The link has front(), which tells of the oldest message, if there is one, copy_to(), which copies
+     * that one, and pop(), which takes it; what a message's callback leads to may delete the link.
+     */
+    template <typename link_kind_t>
+    void deliver_from(link_kind_t &link) {
+        while (may_deliver()) {
+            const received_t received = link.front();
+            if (!received.is_there) return;
+            budget_ -= 1;
+            const smc_msg_handler_fn_t handler = prepare(received);
+            if (is_closed()) return;
+            if (handler != nullptr) link.copy_to(rx_buf_);
+            link.pop();
+            if (handler != nullptr) hand_over(handler, received);
+        }
+    }
     /** The peer is gone, for the reason that `code` is. The link stays for what it holds, and is not used to send any
      * more. */
     void link_down(uint32_t code);
@@ -64,17 +96,41 @@ public:
     void loop_gone() override;
 
 private:
+    struct handler_t {
+        message_key_t key;
+        smc_msg_handler_fn_t fn;
+    };
+
     bool is_down() const { return down_code_ != 0; }
     bool is_closed() const { return link_ == nullptr; }
-    bool dispatch_one(uint32_t &calls);
-    bool dispatch_known(uint32_t &calls);
-    void report_edge(uint32_t &calls);
-    void complete(message_t *message, uint32_t &calls);
-    void deliver(const received_t &received, uint32_t &calls);
-    smc_msg_handler_fn_t find_handler(uint32_t key);
-    bool ask_for_buffer(size_t size, uint32_t &calls);
-    void drop(uint64_t &counter);
-    void fail(uint32_t &calls);
+    uint32_t refusal(size_t size) const;
+    uint32_t show_and_queue(message_t *message);
+    uint32_t queue(message_t *message);
+    bool has_to_tell() const { return edges_ != 0 || !done_.empty(); }
+    bool may_deliver() const { return budget_ != 0 && !has_to_tell() && !is_closed(); }
+    bool dispatch();
+    bool dispatch_known();
+    void report_edge();
+    void complete(message_t *message);
+    /** The handler of a message, for which there is room then; null: it is to be dropped, which is counted. */
+    smc_msg_handler_fn_t prepare(const received_t &received) {
+        const bool is_usual = received.key == latest_.key && received.size <= rx_size_;
+        return is_usual ? latest_.fn : prepare_any(received);
+    }
+    smc_msg_handler_fn_t prepare_any(received_t received);
+    void hand_over(smc_msg_handler_fn_t handler, const received_t &received) {
+        if (key_of(rx_buf_, received.size) != received.key) { /* the server has changed it meanwhile */
+            host_errors.dropped_malformed += 1;
+            return;
+        }
+        tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, received.size);
+        const delivery_t delivery(this, rx_buf_, received.size, rx_size_);
+        calls_ += 1;
+        handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
+    }
+    handler_t *find_handler(message_key_t key);
+    bool ask_for_buffer(size_t size);
+    void fail();
     void update_throttle();
 
     smc_chan_t handle_;
@@ -83,13 +139,17 @@ private:
     size_t largest_message_ = 0;
     uint32_t down_code_ = 0; /* not 0: the link is down */
     bool is_running_ = false;
+    uint32_t budget_ = 0; /* dispatches that are left to this run */
+    uint32_t calls_ = 0;  /* of callbacks, by this run */
 
     message_queue_t untaken_;
     uint64_t untaken_bytes_ = 0;
     uint32_t in_flight_ = 0; /* messages between begin_take and end_take */
     message_queue_t done_;   /* waiting for their completion */
 
-    uint32_t high_ = 0; /* 0: no flow control */
+    static constexpr uint64_t limit_without_marks = uint64_t{64} << 20;
+    uint64_t most_untaken_bytes_ = limit_without_marks;
+    uint64_t throttles_at_ = UINT64_MAX; /* the high mark; this: no flow control */
     uint32_t low_ = 0;
     smc_throttle_fn_t throttle_fn_ = nullptr;
     bool is_throttled_ = false;
@@ -99,11 +159,8 @@ private:
     uint8_t *rx_buf_ = nullptr;
     size_t rx_size_ = 0;
     smc_rx_buffer_fn_t rx_fn_ = nullptr;
-    struct handler_t {
-        uint32_t key; /* the first four bytes of a message */
-        smc_msg_handler_fn_t fn;
-    };
-    std::vector<handler_t> handlers_; /* the one that was needed last is the first */
+    std::vector<handler_t> handlers_;
+    handler_t latest_ = {no_key, nullptr}; /* the one that was needed last */
 };
 
 #endif

@@ -4,12 +4,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+
+/** Which handler a message is for: its first four bytes. */
+using message_key_t = uint64_t;
+constexpr message_key_t short_key = UINT64_MAX;  /* of a message that is shorter */
+constexpr message_key_t no_key = UINT64_MAX - 1; /* of no message */
+
+inline message_key_t key_of(const void *message, size_t size) {
+    uint32_t word = 0;
+    if (size < sizeof(word)) return short_key;
+    memcpy(&word, message, sizeof(word));
+    return word;
+}
 
 /** What is known of a message from the server before it is taken. */
 struct received_t {
     bool is_there;
     size_t size;
-    uint32_t key; /* its first four bytes; 0 if it is shorter */
+    message_key_t key;
 };
 
 /** Hands the answer to a synchronous message to who asked, as much of it as `reply` takes. Returns what the sending
@@ -32,10 +45,8 @@ public:
     virtual void messages_waiting() = 0;
     /** Has the server take what is waiting, then asks it; may lead to the link's deletion. */
     virtual uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) = 0;
-    /** The oldest message from the server; stays until pop(), also after link_down. */
-    virtual received_t front() = 0;
-    /** Takes the message that front() has told of and copies it to `bytes`, unless they are null. */
-    virtual void pop(void *bytes) = 0;
+    /** Delivers messages from the server, by the channel's deliver_from(). */
+    virtual void deliver() = 0;
     virtual size_t largest_message() const = 0;
     /** The channel has nothing left to dispatch: has it told what happened at the server meanwhile. */
     virtual void refresh() {}

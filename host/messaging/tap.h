@@ -13,10 +13,13 @@ struct tap_t {
 };
 [[gnu::visibility("hidden")]] extern tap_t tap;
 
+inline bool tap_is_on() {
+    return capture_is_open || tap.fn != nullptr;
+}
+void tap_show_now(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
 /** Shows a message to the tap and to the capture file, those of them that there are. */
 inline void tap_show(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size) {
-    if (capture_is_open) capture_write(direction, exchange, msg, size);
-    if (tap.fn != nullptr) tap.fn(tap.arg, direction, msg, size);
+    if (tap_is_on()) tap_show_now(direction, exchange, msg, size);
 }
 
 #endif

@@ -22,8 +22,14 @@ public:
 
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
-    received_t front() override;
-    void pop(void *bytes) override;
+    void deliver() override { channel.deliver_from(*this); }
+    received_t front() {
+        const message_t *message = received.front();
+        if (message == nullptr) return {};
+        return {true, message->size, key_of(message->bytes(), message->size)};
+    }
+    void copy_to(void *bytes) { bytes_copy(bytes, received.front()->bytes(), received.front()->size); }
+    void pop() { message_free(received.pop()); }
     size_t largest_message() const override { return message_limit; }
 
     channel_t &channel;
@@ -73,7 +79,7 @@ uint32_t local_peer_t::send(const void *msg, size_t size) {
 
 local_link_t::~local_link_t() {
     while (!received.empty()) {
-        pop(nullptr);
+        pop();
     }
     if (peer == nullptr) return;
     peer->link = nullptr;
@@ -82,20 +88,6 @@ local_link_t::~local_link_t() {
 
 void local_link_t::messages_waiting() {
     if (peer != nullptr) peer->make_ready();
-}
-
-received_t local_link_t::front() {
-    const message_t *message = received.front();
-    if (message == nullptr) return {};
-    received_t found = {true, message->size, 0};
-    if (found.size >= sizeof(found.key)) memcpy(&found.key, message->bytes(), sizeof(found.key));
-    return found;
-}
-
-void local_link_t::pop(void *bytes) {
-    message_t *message = received.pop();
-    if (bytes != nullptr) bytes_copy(bytes, message->bytes(), message->size);
-    message_free(message);
 }
 
 uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {

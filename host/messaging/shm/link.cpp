@@ -25,8 +25,10 @@ public:
 
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
-    received_t front() override;
-    void pop(void *bytes) override;
+    void deliver() override { channel_.deliver_from(*this); }
+    received_t front();
+    void copy_to(void *bytes) { to_client_.copy_to(bytes, oldest_); }
+    void pop();
     size_t largest_message() const override { return shm_largest_message; }
     void refresh() override;
     void after_run() override;
@@ -118,19 +120,15 @@ void shm_link_t::after_run() {
     has_written_ = has_read_ = false;
 }
 
+/** refresh() sees to a broken ring, which has no messages. */
 received_t shm_link_t::front() {
-    received_t found = {};
-    if (to_client_.has_record()) {
-        oldest_ = to_client_.front();
-        found = {!to_client_.is_broken(), oldest_.size, 0};
-        if (found.is_there && oldest_.size >= sizeof(found.key)) found.key = to_client_.first_word();
-    }
-    check_rings();
-    return found;
+    if (!to_client_.has_record()) return {};
+    oldest_ = to_client_.front();
+    if (to_client_.is_broken()) return {};
+    return {true, oldest_.size, oldest_.size < sizeof(uint32_t) ? short_key : to_client_.first_word()};
 }
 
-void shm_link_t::pop(void *bytes) {
-    if (bytes != nullptr) to_client_.copy_to(bytes, oldest_);
+void shm_link_t::pop() {
     has_read_ = true;
     to_client_.skip(oldest_);
 }
