@@ -70,8 +70,8 @@ uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send
     return tap_is_on() ? show_and_queue(message) : queue(message);
 }
 
-/** Apart from what is done each time, which needs no registers saved then. */
-[[gnu::noinline]] uint32_t channel_t::show_and_queue(message_t *message) {
+/* Apart from what is done each time, which needs no registers saved then. */
+uint32_t channel_t::show_and_queue(message_t *message) {
     tap_show(FWX_HOST_SENT, exchange_t::async, message->bytes(), message->size);
     return queue(message);
 }
@@ -196,16 +196,16 @@ void channel_t::complete(message_t *message) {
     calls_ += 1;
 }
 
-smc_msg_handler_fn_t channel_t::prepare_any(received_t received) {
+smc_msg_handler_fn_t channel_t::prepare_any(message_key_t key, size_t size) {
     const auto drop = [](uint64_t &counter) -> smc_msg_handler_fn_t {
         counter += 1;
         return nullptr;
     };
-    if (received.key == short_key) return drop(host_errors.dropped_malformed);
-    const handler_t *found = find_handler(received.key);
+    if (key == short_key) return drop(host_errors.dropped_malformed);
+    const handler_t *found = find_handler(key);
     if (found == nullptr) return drop(host_errors.dropped_no_handler);
     const handler_t handler = latest_ = *found;
-    if (received.size > rx_size_ && !ask_for_buffer(received.size)) return drop(host_errors.dropped_no_buffer);
+    if (size > rx_size_ && !ask_for_buffer(size)) return drop(host_errors.dropped_no_buffer);
     return handler.fn;
 }
 

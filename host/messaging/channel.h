@@ -28,7 +28,6 @@
 #include "host/messaging/link.h"
 #include "host/messaging/message.h"
 #include "host/messaging/tap.h"
-#include "host/runtime/inspect.h"
 #include "platform/smc.h"
 
 class channel_t final : public loop_task_t {
@@ -83,9 +82,9 @@ public:
             budget_ -= 1;
             const smc_msg_handler_fn_t handler = prepare(received);
             if (is_closed()) return;
-            if (handler != nullptr) link.copy_to(rx_buf_);
+            const bool is_copied = handler != nullptr && link.copy_to(rx_buf_);
             link.pop();
-            if (handler != nullptr) hand_over(handler, received);
+            if (is_copied) hand_over(handler, received.size);
         }
     }
     /** The peer is gone, for the reason that `code` is. The link stays for what it holds, and is not used to send any
@@ -104,7 +103,7 @@ private:
     bool is_down() const { return down_code_ != 0; }
     bool is_closed() const { return link_ == nullptr; }
     uint32_t refusal(size_t size) const;
-    uint32_t show_and_queue(message_t *message);
+    [[gnu::cold]] uint32_t show_and_queue(message_t *message);
     uint32_t queue(message_t *message);
     bool has_to_tell() const { return edges_ != 0 || !done_.empty(); }
     bool may_deliver() const { return budget_ != 0 && !has_to_tell() && !is_closed(); }
@@ -115,18 +114,15 @@ private:
     /** The handler of a message, for which there is room then; null: it is to be dropped, which is counted. */
     smc_msg_handler_fn_t prepare(const received_t &received) {
         const bool is_usual = received.key == latest_.key && received.size <= rx_size_;
-        return is_usual ? latest_.fn : prepare_any(received);
+        return is_usual ? latest_.fn : prepare_any(received.key, received.size);
     }
-    smc_msg_handler_fn_t prepare_any(received_t received);
-    void hand_over(smc_msg_handler_fn_t handler, const received_t &received) {
-        if (key_of(rx_buf_, received.size) != received.key) { /* the server has changed it meanwhile */
-            host_errors.dropped_malformed += 1;
-            return;
-        }
-        tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, received.size);
-        const delivery_t delivery(this, rx_buf_, received.size, rx_size_);
+    [[gnu::noinline]] smc_msg_handler_fn_t prepare_any(message_key_t key, size_t size);
+    /** Calls a handler with the message that is in the buffer. */
+    void hand_over(smc_msg_handler_fn_t handler, size_t size) {
+        tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, size);
+        const delivery_t delivery(this, rx_buf_, size, rx_size_);
         calls_ += 1;
-        handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, received.size);
+        handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, size);
     }
     handler_t *find_handler(message_key_t key);
     bool ask_for_buffer(size_t size);

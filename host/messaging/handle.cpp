@@ -56,9 +56,13 @@ smc_chan_t handle_make(channel_t *channel) {
     return smc_chan_t{slot.generation} << generation_shift | index;
 }
 
-channel_t *handle_find(smc_chan_t handle) {
+handle_t latest_handle;
+
+channel_t *handle_look_up(smc_chan_t handle) {
     const slot_t *slot = slot_of(handle);
-    return slot == nullptr || slot->process != host_process() ? nullptr : slot->channel;
+    if (slot == nullptr || slot->process != host_process()) return nullptr;
+    latest_handle = {handle, slot->channel, slot->process};
+    return slot->channel;
 }
 
 uint32_t handle_refusal(smc_chan_t handle) {
@@ -67,5 +71,6 @@ uint32_t handle_refusal(smc_chan_t handle) {
 
 void handle_release(smc_chan_t handle) {
     free_slot(index_of(handle));
+    if (handle == latest_handle.number) latest_handle = {};
     host_live.channels -= 1;
 }

@@ -3,14 +3,28 @@
 #ifndef HOST_MESSAGING_HANDLE_H
 #define HOST_MESSAGING_HANDLE_H
 
+#include "host/runtime/process.h"
 #include "platform/smc.h"
 
 class channel_t;
 
+/** A handle and its channel. */
+struct handle_t {
+    smc_chan_t number;
+    channel_t *channel;
+    uint32_t process; /* that opened it */
+};
+/** The one that was looked up last, since most processes have one channel; its channel is null once it is released. */
+[[gnu::visibility("hidden")]] extern handle_t latest_handle;
+[[gnu::visibility("hidden")]] channel_t *handle_look_up(smc_chan_t handle);
+
 /** A handle that is never 0. Throws std::bad_alloc. */
 smc_chan_t handle_make(channel_t *channel);
 /** The channel of a handle, or null. */
-channel_t *handle_find(smc_chan_t handle);
+inline channel_t *handle_find(smc_chan_t handle) {
+    const bool is_latest = handle == latest_handle.number && latest_handle.process == host_process();
+    return is_latest ? latest_handle.channel : handle_look_up(handle);
+}
 /** Why a handle has no channel for this process: FWX_HOST_ERR_BAD_CHANNEL or FWX_HOST_ERR_FORKED. */
 uint32_t handle_refusal(smc_chan_t handle);
 void handle_release(smc_chan_t handle);

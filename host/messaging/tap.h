@@ -16,7 +16,7 @@ struct tap_t {
 inline bool tap_is_on() {
     return capture_is_open || tap.fn != nullptr;
 }
-void tap_show_now(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
+[[gnu::cold]] void tap_show_now(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
 /** Shows a message to the tap and to the capture file, those of them that there are. */
 inline void tap_show(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size) {
     if (tap_is_on()) tap_show_now(direction, exchange, msg, size);

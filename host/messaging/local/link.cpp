@@ -28,7 +28,10 @@ public:
         if (message == nullptr) return {};
         return {true, message->size, key_of(message->bytes(), message->size)};
     }
-    void copy_to(void *bytes) { bytes_copy(bytes, received.front()->bytes(), received.front()->size); }
+    bool copy_to(void *bytes) {
+        bytes_copy(bytes, received.front()->bytes(), received.front()->size);
+        return true;
+    }
     void pop() { message_free(received.pop()); }
     size_t largest_message() const override { return message_limit; }
 
@@ -43,7 +46,13 @@ struct local_peer_t final : fwx_host_peer {
     bool is_linked() const override { return link != nullptr; }
     bool has_message() override { return link->channel.has_untaken(); }
     uint32_t take(uint32_t limit) override { return take_from(*this, limit); }
-    void take_one();
+    void take_one() {
+        channel_t &channel = link->channel; /* outlives the server's call, the link may not */
+        message_t *message = channel.begin_take();
+        const uint32_t code = host_fault_check(FWX_HOST_OP_SEND_DONE);
+        if (code == 0) server->ops.received(server->ctx, this, message->bytes(), message->size);
+        channel.end_take(message, code);
+    }
     uint32_t send(const void *msg, size_t size) override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size);
 
@@ -52,14 +61,6 @@ struct local_peer_t final : fwx_host_peer {
 private:
     void unlink() override;
 };
-
-void local_peer_t::take_one() {
-    channel_t &channel = link->channel; /* outlives the server's call, the link may not */
-    message_t *message = channel.begin_take();
-    const uint32_t code = host_fault_check(FWX_HOST_OP_SEND_DONE);
-    if (code == 0) server->ops.received(server->ctx, this, message->bytes(), message->size);
-    channel.end_take(message, code);
-}
 
 void local_peer_t::unlink() {
     link->peer = nullptr;

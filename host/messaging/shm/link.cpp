@@ -27,7 +27,7 @@ public:
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
     void deliver() override { channel_.deliver_from(*this); }
     received_t front();
-    void copy_to(void *bytes) { to_client_.copy_to(bytes, oldest_); }
+    bool copy_to(void *bytes);
     void pop();
     size_t largest_message() const override { return shm_largest_message; }
     void refresh() override;
@@ -53,6 +53,7 @@ private:
     shm_reader_t answers_;
     message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages that is in the ring */
     shm_record_t oldest_ = {};         /* of to_client_, as front() saw it: the server may change it any time */
+    message_key_t oldest_key_ = no_key;
     uint32_t last_ask_ = 0;
     uint32_t down_code_ = 0;   /* not 0: the connection is over */
     bool has_written_ = false; /* since the server was last woken */
@@ -125,7 +126,15 @@ received_t shm_link_t::front() {
     if (!to_client_.has_record()) return {};
     oldest_ = to_client_.front();
     if (to_client_.is_broken()) return {};
-    return {true, oldest_.size, oldest_.size < sizeof(uint32_t) ? short_key : to_client_.first_word()};
+    oldest_key_ = oldest_.size < sizeof(uint32_t) ? short_key : to_client_.first_word();
+    return {true, oldest_.size, oldest_key_};
+}
+
+bool shm_link_t::copy_to(void *bytes) {
+    to_client_.copy_to(bytes, oldest_);
+    if (key_of(bytes, oldest_.size) == oldest_key_) return true;
+    host_errors.dropped_malformed += 1;
+    return false;
 }
 
 void shm_link_t::pop() {
