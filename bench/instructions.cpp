@@ -18,14 +18,18 @@
 
 namespace {
 
+/* The server does as little as a server can, since it is counted too. */
 fwx_host_peer_t *client;
-std::vector<fwx_nat64_msg_hdr_t> unanswered;
+std::vector<fwx_nat64_reply_t> replies; /* to what was not answered; there is room for all */
+size_t reply_count;
 
 void received(void * /*ctx*/, fwx_host_peer_t *peer, const void *msg, size_t /*size*/) {
     client = peer;
-    fwx_nat64_msg_hdr_t hdr;
-    memcpy(&hdr, msg, sizeof(hdr));
-    if (hdr.type == (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_CONFIG)) unanswered.push_back(hdr);
+    const auto *hdr = static_cast<const fwx_nat64_msg_hdr_t *>(msg);
+    if (hdr->type != (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_CONFIG)) return;
+    fwx_nat64_msg_hdr_t &reply = replies[reply_count++].hdr;
+    reply = *hdr;
+    reply.type = FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_RESULT;
 }
 
 size_t asked(void * /*ctx*/, fwx_host_peer_t * /*peer*/, const void *msg, size_t /*size*/, void *reply,
@@ -43,14 +47,11 @@ void call(int count) {
 }
 
 void answer_all(bool is_reversed) {
-    if (is_reversed) std::reverse(unanswered.begin(), unanswered.end());
-    for (const fwx_nat64_msg_hdr_t &hdr : unanswered) {
-        fwx_nat64_reply_t reply{};
-        reply.hdr = hdr;
-        reply.hdr.type = FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_RESULT;
-        fwx_host_peer_send(client, &reply, sizeof(reply));
-    }
-    unanswered.clear();
+    const auto count = static_cast<ptrdiff_t>(reply_count);
+    if (is_reversed) std::reverse(replies.begin(), replies.begin() + count);
+    std::for_each_n(replies.begin(), count,
+                    [](const fwx_nat64_reply_t &reply) { fwx_host_peer_send(client, &reply, sizeof(reply)); });
+    reply_count = 0;
 }
 
 void exchange(fwx_host_loop_t *loop, int count, int outstanding, bool is_reversed) {
@@ -116,6 +117,8 @@ int main(int argc, char **argv) {
     fwx_nat64_reply_cbs_t callbacks{};
     callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) {};
     seed_random();
+    const int outstanding = argc == 4 ? std::max(atoi(argv[3]), 1) : 1;
+    replies.resize(static_cast<size_t>(outstanding));
     if (work == "awaited" || work == "framed") await_all(loop, count, work == "framed");
     if (fwx_nat64_bind(nullptr, loop, nullptr, &callbacks) != 0) return 1;
     fwx_host_loop_run_until_idle(loop);
@@ -124,7 +127,7 @@ int main(int argc, char **argv) {
     } else if (work == "call") {
         call(count);
     } else if (argc == 4 && (work == "in-order" || work == "reversed")) {
-        exchange(loop, count, std::max(atoi(argv[3]), 1), work == "reversed");
+        exchange(loop, count, outstanding, work == "reversed");
     } else {
         return 2;
     }
