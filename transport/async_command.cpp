@@ -31,21 +31,40 @@ void release_unsent(fwx_nat64_client_info_t *info, fwx_nat64_msg_hdr_t *hdr, con
     smc_msg_tx_buffer_free(hdr);
 }
 
-void fwx_nat64_client_async_send_callback(void *cookie, void * /*unused*/, uint32_t status) {
+constexpr char send_callback_name[] = "fwx_nat64_client_async_send_callback";
+
+/* What does not happen in general stands apart, so that nobody saves registers for it. */
+[[gnu::noinline]] void end_untaken(void *cookie, uint32_t status) {
     if (cookie == nullptr) {
-        NAT64_LOG_ERROR("\n%s NULL msg ptr %s", __func__, xerr_strerror(status));
+        NAT64_LOG_ERROR("\n%s NULL msg ptr %s", send_callback_name, xerr_strerror(status));
         return;
     }
     const auto *hdr = static_cast<const fwx_nat64_msg_hdr_t *>(cookie);
-    if (status != 0) {
-        fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-        fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
-        if (ctx != nullptr && framed_under(info, hdr)) {
-            unlist(info, ctx, __func__);
-            fwx_nat64_clnt_cmd_cb(info, ctx);
-        }
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
+    if (ctx != nullptr && framed_under(info, hdr)) {
+        unlist(info, ctx, send_callback_name);
+        fwx_nat64_clnt_cmd_cb(info, ctx);
     }
     smc_msg_tx_buffer_free(cookie);
+}
+
+void fwx_nat64_client_async_send_callback(void *cookie, void * /*unused*/, uint32_t status) {
+    if (cookie == nullptr || status != 0) return end_untaken(cookie, status);
+    smc_msg_tx_buffer_free(cookie);
+}
+
+constexpr char send_name[] = "fwx_nat64_client_async_cmd_send";
+
+[[gnu::noinline]] uint32_t end_unsent(fwx_nat64_msg_hdr_t *hdr, uint32_t rc) {
+    NAT64_LOG_ERROR("\n%s msg_send failed %s", send_name, xerr_strerror(rc));
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get(); /* a callback on the way may have unbound */
+    if (framed_under(info, hdr)) {
+        release_unsent(info, hdr, send_name);
+    } else {
+        smc_msg_tx_buffer_free(hdr); /* its context is gone, or no longer its own */
+    }
+    return rc;
 }
 
 }  // namespace
@@ -92,15 +111,7 @@ uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
         if (rc == 0) rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
         if (rc == 0) return 0;
     }
-
-    NAT64_LOG_ERROR("\n%s msg_send failed %s", __func__, xerr_strerror(rc));
-    info = fwx_nat64_client_info_get(); /* a callback on the way may have unbound */
-    if (framed_under(info, hdr)) {
-        release_unsent(info, hdr, __func__);
-    } else {
-        smc_msg_tx_buffer_free(msg); /* its context is gone, or no longer its own */
-    }
-    return rc;
+    return end_unsent(hdr, rc);
 }
 
 void fwx_nat64_client_async_cmd_abandon(fwx_nat64_client_info_t *info, void *msg) {
