@@ -89,7 +89,10 @@ bool shm_link_t::copy_waiting() {
         if (next == nullptr) return true;
         if (!to_server_.has_room(next->size)) return false;
         next->status = host_fault_check(FWX_HOST_OP_SEND_DONE);
-        if (next->status == 0) has_written_ = to_server_.write(0, next->bytes(), next->size);
+        if (next->status == 0) {
+            to_server_.put(0, next->bytes(), next->size);
+            has_written_ = true;
+        }
         next->ring_end = to_server_.position();
         last_copied_ = next;
         to_server_.publish();

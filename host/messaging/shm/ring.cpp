@@ -1,7 +1,8 @@
 #include "host/messaging/shm/ring.h"
 
-#include <algorithm>
 #include <cstring>
+
+#include "host/runtime/bytes.h"
 
 namespace {
 
@@ -24,17 +25,21 @@ bool shm_writer_t::has_room(uint32_t size) {
     return !is_broken_ && needed <= room();
 }
 
-bool shm_writer_t::write(uint32_t tag, const void *bytes, uint32_t size) {
-    if (!has_room(size)) return false;
+/* The copy is the last thing, so that no registers are saved for it. */
+void shm_writer_t::put(uint32_t tag, const void *bytes, uint32_t size) {
     const uint32_t mask = capacity_ - 1;
     const uint32_t header[] = {size, tag};
     memcpy(data_ + (written_ & mask), header, sizeof(header));
     const uint32_t start = (written_ + shm_record_header) & mask;
-    const uint32_t before_end = std::min(size, capacity_ - start);
-    if (before_end != 0) memcpy(data_ + start, bytes, before_end);
-    if (size > before_end) memcpy(data_, static_cast<const uint8_t *>(bytes) + before_end, size - before_end);
     written_ += static_cast<uint32_t>(footprint(size));
-    return true;
+    if (size > capacity_ - start) return put_around(start, bytes, size);
+    bytes_copy(data_ + start, bytes, size);
+}
+
+void shm_writer_t::put_around(uint32_t start, const void *bytes, uint32_t size) {
+    const uint32_t before_end = capacity_ - start;
+    memcpy(data_ + start, bytes, before_end);
+    memcpy(data_, static_cast<const uint8_t *>(bytes) + before_end, size - before_end);
 }
 
 void shm_writer_t::refresh() {
@@ -72,11 +77,12 @@ shm_record_t shm_reader_t::front() {
     const uint64_t word =
         __atomic_load_n(reinterpret_cast<const uint64_t *>(data_ + (read_ & (capacity_ - 1))), __ATOMIC_RELAXED);
     memcpy(header, &word, sizeof(header));
-    if (footprint(header[0]) > written_ - read_) {
+    const uint64_t taken_up = footprint(header[0]);
+    if (taken_up > written_ - read_) {
         is_broken_ = true;
         return {};
     }
-    return {header[0], header[1]};
+    return {header[0], header[1], static_cast<uint32_t>(taken_up)};
 }
 
 uint32_t shm_reader_t::first_word() const {
@@ -86,15 +92,18 @@ uint32_t shm_reader_t::first_word() const {
 
 void shm_reader_t::copy_to(void *bytes, const shm_record_t &record) const {
     const uint32_t start = (read_ + shm_record_header) & (capacity_ - 1);
-    const uint32_t before_end = std::min(record.size, capacity_ - start);
-    if (before_end != 0) memcpy(bytes, data_ + start, before_end);
-    if (record.size > before_end) {
-        memcpy(static_cast<uint8_t *>(bytes) + before_end, data_, record.size - before_end);
-    }
+    if (record.size > capacity_ - start) return copy_around_to(bytes, start, record.size);
+    bytes_copy(bytes, data_ + start, record.size);
+}
+
+void shm_reader_t::copy_around_to(void *bytes, uint32_t start, uint32_t size) const {
+    const uint32_t before_end = capacity_ - start;
+    memcpy(bytes, data_ + start, before_end);
+    memcpy(static_cast<uint8_t *>(bytes) + before_end, data_, size - before_end);
 }
 
 void shm_reader_t::advance(const shm_record_t &record) {
-    read_ += static_cast<uint32_t>(footprint(record.size));
+    read_ += record.footprint;
 }
 
 void shm_reader_t::skip(const shm_record_t &record) {

@@ -34,7 +34,13 @@ public:
 
     /** Puts a record into the ring, which the reader sees with the next publish(). False when there is no room for it
      * now, or when the ring is broken. */
-    bool write(uint32_t tag, const void *bytes, uint32_t size);
+    bool write(uint32_t tag, const void *bytes, uint32_t size) {
+        if (!has_room(size)) return false;
+        put(tag, bytes, size);
+        return true;
+    }
+    /** The same for who has just asked has_room(). */
+    void put(uint32_t tag, const void *bytes, uint32_t size);
     void publish() { ring_.written.store(written_, std::memory_order_release); }
     bool has_room(uint32_t size);
     /** Where the next record begins, which is where the last one ends. */
@@ -52,6 +58,7 @@ public:
 private:
     uint32_t room() const { return capacity_ - (written_ - read_); }
     void accept(uint32_t read);
+    [[gnu::cold]] void put_around(uint32_t start, const void *bytes, uint32_t size);
 
     shm_ring_t &ring_;
     uint8_t *data_;
@@ -64,6 +71,7 @@ private:
 struct shm_record_t {
     uint32_t size;
     uint32_t tag;
+    uint32_t footprint; /* bytes that it takes up in the ring */
 };
 
 class shm_reader_t {
@@ -95,6 +103,8 @@ public:
     bool is_broken() const { return is_broken_; }
 
 private:
+    [[gnu::cold]] void copy_around_to(void *bytes, uint32_t start, uint32_t size) const;
+
     shm_ring_t &ring_;
     const uint8_t *data_;
     uint32_t capacity_;
