@@ -119,6 +119,7 @@ TEST_F(shm_process_t, a_server_that_dies_during_a_synchronous_message_is_a_chann
 }
 
 TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take_in_a_whole_turn) {
+    child_.stop(); /* its turns begin when all is there */
     for (int i = 0; i < 65; ++i) {
         ASSERT_EQ(send("x"), 0u);
     }
@@ -126,6 +127,7 @@ TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take_in_a
     for (int i = 0; i < 3000; ++i) {
         ASSERT_EQ(send("y" + std::string(1000, '.')), 0u); /* in the ring and behind it */
     }
+    child_.signal(SIGCONT);
     run_until(64 + 64 + 3002 + 1);
     EXPECT_EQ(count("got x"), 64) << "no answer of the turn that it did not finish";
     EXPECT_EQ(count("done x 0"), 64);

@@ -33,6 +33,11 @@ public:
         return is_ready;
     }
     void signal(int number) const { kill(pid_, number); }
+    /** Returns when the child stands still; SIGCONT has it go on. */
+    void stop() const {
+        kill(pid_, SIGSTOP);
+        waitpid(pid_, nullptr, WUNTRACED);
+    }
     bool has_ended() {
         if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0) return false;
         pid_ = -1;
