@@ -78,15 +78,14 @@ shm_link_t::~shm_link_t() {
 
 void shm_link_t::messages_waiting() {
     if (is_down()) return;
-    copy_waiting();
     channel_.make_ready(); /* the server is woken when the channel's run is over */
+    copy_waiting();
 }
 
 /** True when no message is left that is not in the ring. */
 bool shm_link_t::copy_waiting() {
-    for (;;) {
-        message_t *next = last_copied_ != nullptr ? last_copied_->next : channel_.oldest_untaken();
-        if (next == nullptr) return true;
+    message_t *next = last_copied_ != nullptr ? last_copied_->next : channel_.oldest_untaken();
+    for (; next != nullptr; next = next->next) {
         if (!to_server_.has_room(next->size)) return false;
         next->status = host_fault_check(FWX_HOST_OP_SEND_DONE);
         if (next->status == 0) {
@@ -97,6 +96,7 @@ bool shm_link_t::copy_waiting() {
         last_copied_ = next;
         to_server_.publish();
     }
+    return true;
 }
 
 void shm_link_t::report_taken() {
