@@ -72,7 +72,8 @@ public:
     /**
      * Delivers from a link as many messages as the channel's run may still, or until there is something that has to be
      * told first. The link has front(), which tells of the oldest message, if there is one, copy_to(), which copies
-     * that one, and pop(), which takes it; what a message's callback leads to may delete the link.
+     * that one, or counts it and returns false if it has changed since, and pop(), which takes it. What a message's
+     * handler leads to may delete the link.
      */
     template <typename link_kind_t>
     void deliver_from(link_kind_t &link) {

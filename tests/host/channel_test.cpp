@@ -12,7 +12,7 @@ class channel_over_t : public any_link_t {};
 INSTANTIATE_TEST_SUITE_P(links, channel_over_t, both_links, link_name);
 
 TEST_F(channel_t, transmit_buffers_are_zeroed_aligned_and_recycled) {
-    for (const size_t size : {1u, 63u, 64u, 65u, 5000u, 4u << 20}) {
+    for (const size_t size : {1u, 31u, 32u, 33u, 48u, 63u, 64u, 65u, 5000u, 4u << 20}) {
         void *msg = nullptr;
         ASSERT_EQ(smc_msg_tx_buffer_alloc(size, &msg), 0u);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(msg) % 16, 0u);
@@ -29,6 +29,39 @@ TEST_F(channel_t, transmit_buffers_are_zeroed_aligned_and_recycled) {
     EXPECT_EQ(smc_msg_tx_buffer_alloc((4u << 20) + 1, &none), FWX_HOST_ERR_TOO_LONG);
     EXPECT_EQ(smc_msg_tx_buffer_alloc(1, nullptr), FWX_HOST_ERR_BAD_ARG);
     EXPECT_EQ(errors().bad_frees, 0u);
+}
+
+TEST_P(channel_over_t, messages_of_every_short_length_arrive_as_they_were_sent) {
+    static char rx[256];
+    ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx, sizeof(rx), nullptr), 0u);
+    std::string text;
+    for (char next = '0'; next <= 'z'; text += next++) {
+        ASSERT_EQ(send(text), 0u);
+        ASSERT_EQ(reply(text), 0u);
+        run();
+        EXPECT_EQ(count("took " + text), 1);
+        EXPECT_EQ(count("got " + text), 1);
+    }
+    EXPECT_GT(text.size(), 64u);
+}
+
+TEST_P(channel_over_t, each_of_several_handlers_gets_its_own_messages) {
+    const uint16_t key[] = {type_word + 1, domain};
+    static std::string others;
+    const auto other = [](void *, void *, void *msg, size_t size) { others += text_of(msg, size); };
+    ASSERT_EQ(smc_msg_handler_attach(chan_, key, other, 0, key[0], key[1]), 0u);
+    const auto reply_to_other = [&](const std::string &text) {
+        std::string bytes = framed(text);
+        memcpy(bytes.data(), key, sizeof(key));
+        return fwx_host_peer_send(peer_, bytes.data(), bytes.size());
+    };
+    ASSERT_EQ(reply("a"), 0u);
+    ASSERT_EQ(reply_to_other("b"), 0u);
+    ASSERT_EQ(reply_to_other("c"), 0u);
+    ASSERT_EQ(reply("d"), 0u);
+    run();
+    EXPECT_EQ(take_log(), "got a, got d");
+    EXPECT_EQ(std::exchange(others, {}), "bc");
 }
 
 TEST_P(channel_over_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
