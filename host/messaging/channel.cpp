@@ -67,22 +67,18 @@ uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send
     message->size = static_cast<uint32_t>(size);
     message->cookie = cookie;
     message->done_fn = done_fn;
-    return tap_is_on() ? show_and_queue(message) : queue(message);
-}
-
-/* Apart from what is done each time, which needs no registers saved then. */
-uint32_t channel_t::show_and_queue(message_t *message) {
-    tap_show(FWX_HOST_SENT, exchange_t::async, message->bytes(), message->size);
-    return queue(message);
-}
-
-uint32_t channel_t::queue(message_t *message) {
     message->owner = message_owner_t::CHANNEL;
     untaken_.push(message);
-    untaken_bytes_ += message->size;
-    if (untaken_bytes_ >= throttles_at_) update_throttle();
+    untaken_bytes_ += size;
+    if (tap_is_on() || untaken_bytes_ >= throttles_at_) tell_of(*message);
     link_->messages_waiting();
     return 0;
+}
+
+/** What others than the server hear of a message that was sent; apart, since mostly there are none. */
+void channel_t::tell_of(const message_t &message) {
+    tap_show(FWX_HOST_SENT, exchange_t::async, message.bytes(), message.size);
+    update_throttle();
 }
 
 uint32_t channel_t::ask(const message_t *message, size_t size, void *reply, size_t reply_size) {

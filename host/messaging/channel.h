@@ -104,8 +104,7 @@ private:
     bool is_down() const { return down_code_ != 0; }
     bool is_closed() const { return link_ == nullptr; }
     uint32_t refusal(size_t size) const;
-    [[gnu::cold]] uint32_t show_and_queue(message_t *message);
-    uint32_t queue(message_t *message);
+    [[gnu::cold]] void tell_of(const message_t &message);
     bool has_to_tell() const { return edges_ != 0 || !done_.empty(); }
     bool may_deliver() const { return budget_ != 0 && !has_to_tell() && !is_closed(); }
     bool dispatch();
