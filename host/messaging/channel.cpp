@@ -122,7 +122,8 @@ uint32_t channel_t::run() {
     is_running_ = true;
     calls_ = 0;
     budget_ = callbacks_per_run;
-    while (budget_ > 0 && dispatch()) {
+    dispatch_known();
+    while (budget_ > 0 && dispatch_more()) {
     }
     is_running_ = false;
     const uint32_t calls = calls_;
@@ -139,11 +140,12 @@ void channel_t::loop_gone() {
     delete this;
 }
 
-/* What is known is dispatched before the link looks for more. */
-bool channel_t::dispatch() {
-    if (dispatch_known()) return true;
+/** What is known has been dispatched, so the link looks for more. False: there is none. */
+bool channel_t::dispatch_more() {
+    const uint32_t budget = budget_;
     if (!is_closed()) link_->refresh();
-    if (dispatch_known()) return true;
+    dispatch_known();
+    if (budget_ != budget) return true;
     const bool has_ended = is_closed() || is_down();
     if (!has_ended || in_flight_ != 0) return false;
     if (!untaken_.empty()) {
@@ -160,18 +162,19 @@ bool channel_t::dispatch() {
 }
 
 /* Completions come before messages, so that a message is complete before its reply arrives. */
-bool channel_t::dispatch_known() {
-    const uint32_t budget = budget_;
-    while (has_to_tell() && budget_ > 0) {
-        budget_ -= 1;
-        if (edges_ != 0) {
-            report_edge();
-        } else {
-            complete(done_.pop());
+void channel_t::dispatch_known() {
+    for (;;) {
+        while (has_to_tell() && budget_ > 0) {
+            budget_ -= 1;
+            if (edges_ != 0) {
+                report_edge();
+            } else {
+                complete(done_.pop());
+            }
         }
+        if (!may_deliver() || !link_->has_message()) return;
+        link_->deliver();
     }
-    if (may_deliver()) link_->deliver();
-    return budget_ != budget;
 }
 
 void channel_t::report_edge() {

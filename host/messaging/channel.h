@@ -107,8 +107,8 @@ private:
     [[gnu::cold]] void tell_of(const message_t &message);
     bool has_to_tell() const { return edges_ != 0 || !done_.empty(); }
     bool may_deliver() const { return budget_ != 0 && !has_to_tell() && !is_closed(); }
-    bool dispatch();
-    bool dispatch_known();
+    void dispatch_known();
+    bool dispatch_more();
     void report_edge();
     void complete(message_t *message);
     /** The handler of a message, for which there is room then; null: it is to be dropped, which is counted. */

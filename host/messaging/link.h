@@ -45,6 +45,8 @@ public:
     virtual void messages_waiting() = 0;
     /** Has the server take what is waiting, then asks it; may lead to the link's deletion. */
     virtual uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) = 0;
+    /** Whether there is a message from the server, as far as it is known. */
+    virtual bool has_message() = 0;
     /** Delivers messages from the server, by the channel's deliver_from(). */
     virtual void deliver() = 0;
     virtual size_t largest_message() const = 0;

@@ -22,6 +22,7 @@ public:
 
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
+    bool has_message() override { return !received.empty(); }
     void deliver() override { channel.deliver_from(*this); }
     received_t front() {
         const message_t *message = received.front();

@@ -25,6 +25,7 @@ public:
 
     void messages_waiting() override;
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
+    bool has_message() override { return to_client_.has_record(); }
     void deliver() override { channel_.deliver_from(*this); }
     received_t front();
     bool copy_to(void *bytes);
