@@ -288,6 +288,7 @@ TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {
     close(ready[1]);
     char note = 0;
     ASSERT_EQ(read(ready[0], &note, 1), 1) << "it says that it waits";
+    kill(child, SIGHUP); /* the change may have cut its terminal off */
     EXPECT_EQ(alpha("config confirm").answers, "config confirm: ok, version 4 stays\n");
     int status = 0;
     waitpid(child, &status, 0);

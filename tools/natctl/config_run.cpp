@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <csignal>
 #include <ctime>
 
 #include "config/notation.h"
@@ -145,6 +146,22 @@ bool is_confirmed(call_t &call, uint32_t number) {
     return error.empty() && running->unconfirmed().number != number;
 }
 
+/** While it lives, the loss of a terminal, which the change may have cut off, ends nothing. */
+class outlives_terminal_t {
+public:
+    outlives_terminal_t() = default;
+    ~outlives_terminal_t() {
+        std::signal(SIGHUP, hangup_);
+        std::signal(SIGPIPE, pipe_);
+    }
+    outlives_terminal_t(const outlives_terminal_t &) = delete;
+    outlives_terminal_t &operator=(const outlives_terminal_t &) = delete;
+
+private:
+    void (*hangup_)(int) = std::signal(SIGHUP, SIG_IGN);
+    void (*pipe_)(int) = std::signal(SIGPIPE, SIG_IGN);
+};
+
 /** Waits for the confirmation of a version, and takes it back if none comes. */
 void wait_for_confirmation(call_t &call, const config_wish_t &wish) {
     constexpr int look_every_ms = 100;
@@ -152,6 +169,7 @@ void wait_for_confirmation(call_t &call, const config_wish_t &wish) {
     const std::string name = "version " + std::to_string(number);
     std::string error = call.pal.end_change();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
+    const outlives_terminal_t outlives_terminal;
     call.pal.note("natctl: " + name + " runs; it is undone in " + std::to_string(wish.confirm_s) +
                   " s unless somebody says natctl config confirm");
     const std::string path = running_t::directory_of(call.pal.options().connect) + "/journal";
