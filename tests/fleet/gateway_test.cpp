@@ -115,6 +115,11 @@ TEST_F(gateway_test, all_follow_a_push_and_a_stage_is_for_those_it_names) {
     EXPECT_EQ(run("fleet rollback 1 --wait 60s").status, 0);
     expect_all_hold(4, 3);
 
+    const json_t row = json_t::parse(run("--json fleet status").answers).at("data").at(2);
+    EXPECT_EQ(row.at("gateway"), "g3");
+    EXPECT_GE(row.at("lease_s"), 1) << row;
+    EXPECT_LE(row.at("lease_s"), 10) << row;
+
     const std::string metrics = daemons_[0]->get("/metrics");
     EXPECT_NE(metrics.find("\nnat64_store_up 1\n"), std::string::npos);
     EXPECT_NE(metrics.find("\nnat64_store_version 4\n"), std::string::npos);

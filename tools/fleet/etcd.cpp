@@ -207,6 +207,18 @@ etcd_t::reply_t<uint32_t> etcd_t::keep_lease(int64_t lease) {
     co_return result;
 }
 
+etcd_t::reply_t<uint32_t> etcd_t::lease_left(int64_t lease) {
+    etcd_result_t<uint32_t> result;
+    const nlohmann::json body = {{"ID", std::to_string(lease)}};
+    call_t request{"lease/timetolive", body.dump()};
+    const answer_t answer = co_await call(std::move(request));
+    result.error = answer.error;
+    if (result.error) co_return result;
+    const int64_t left = json_members_t(answer.json).int64("TTL"); /* -1: it is gone */
+    result.value = static_cast<uint32_t>(std::clamp<int64_t>(left, 0, most_lease_s));
+    co_return result;
+}
+
 etcd_t::reply_t<bool> etcd_t::revoke_lease(int64_t lease) {
     etcd_result_t<bool> result;
     const nlohmann::json body = {{"ID", std::to_string(lease)}};

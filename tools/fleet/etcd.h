@@ -57,6 +57,7 @@ struct etcd_entry_t {
     std::string value;
     int64_t create_revision = 0;
     int64_t mod_revision = 0;
+    int64_t lease = 0; /* that it goes with; 0: it stays */
 };
 
 struct etcd_range_t {
@@ -128,6 +129,8 @@ public:
     reply_t<int64_t> grant_lease(uint32_t ttl_s);
     /** Lets a lease live on; the seconds that it has, 0 when it is gone. */
     reply_t<uint32_t> keep_lease(int64_t lease);
+    /** The seconds that a lease has left, 0 when it is gone; it is not kept by that. */
+    reply_t<uint32_t> lease_left(int64_t lease);
     /** Ends a lease and deletes its keys; one that is gone is as good as ended. */
     reply_t<bool> revoke_lease(int64_t lease);
 

@@ -131,6 +131,7 @@ std::string read_entry(const nlohmann::json &object, etcd_entry_t &entry) {
     std::optional<std::string> value = from_base64(has_value ? members.text("value", SIZE_MAX) : "");
     entry.create_revision = members.int64("create_revision");
     entry.mod_revision = members.int64("mod_revision");
+    entry.lease = members.int64("lease");
     if (!key || !value) members.fail("key or value: must be base64");
     if (!members.is_good()) return members.fault();
     entry.key = *std::move(key);

@@ -29,6 +29,7 @@ etcd_t::reply_t<std::vector<gateway_view_t>> read_gateways(etcd_t &etcd, fleet_k
         if (is_new) result.value.emplace_back().name = name;
         gateway_view_t &gateway = result.value.back();
         gateway.is_alive = gateway.is_alive || !alive.empty();
+        if (!alive.empty()) gateway.lease = entry.lease;
         const bool is_last_word = !alive.empty() || !gateway.is_alive;
         if (!is_last_word) continue;
         std::string fault;

@@ -15,6 +15,7 @@ struct gateway_view_t {
     bool is_alive = false; /* it says so itself, now; else it was seen before */
     gateway_state_t state; /* the last that it said */
     std::string fault;     /* why that cannot be read; empty: it can */
+    int64_t lease = 0;     /* under which it is alive; 0: none */
 
     /** Whether it holds a document, and its server is in step with it. */
     bool holds(const fleet_document_t &document) const {

@@ -10,12 +10,17 @@ json_t age_json(const std::string &time) {
     return age_s ? json_t(*age_s) : json_t();
 }
 
-json_t gateway_json(const gateway_view_t &gateway, const manifest_t &manifest) {
+json_t gateway_json(const gateway_view_t &gateway, const json_t &lease_s, const manifest_t &manifest) {
     const fleet_document_t &wanted = manifest.document_for(gateway.name);
-    return {{"gateway", gateway.name},          {"alive", gateway.is_alive},
-            {"in_step", gateway.holds(wanted)}, {"version", gateway.state.version},
-            {"wanted", wanted.version},         {"age_s", age_json(gateway.state.time)},
-            {"server", gateway.state.server},   {"reason", lag_text(gateway, wanted)}};
+    return {{"gateway", gateway.name},
+            {"alive", gateway.is_alive},
+            {"in_step", gateway.holds(wanted)},
+            {"version", gateway.state.version},
+            {"wanted", wanted.version},
+            {"age_s", age_json(gateway.state.time)},
+            {"lease_s", lease_s},
+            {"server", gateway.state.server},
+            {"reason", lag_text(gateway, wanted)}};
 }
 
 json_t version_json(const fleet_document_t &document, const std::optional<stage_t> &stage, uint64_t in_force) {
@@ -56,7 +61,13 @@ void fleet_status(call_t &call, const store_t &store_place) {
     if (view.error) return refuse(call.outcome, view.error);
     call.outcome.data = json_t::array();
     for (const gateway_view_t &gateway : view.value) {
-        call.outcome.data.push_back(gateway_json(gateway, read.value.manifest.value_or(manifest_t{})));
+        json_t lease_s;
+        if (gateway.lease != 0) {
+            const etcd_result_t<uint32_t> left = store.run(store.etcd().lease_left(gateway.lease));
+            if (left.error) return refuse(call.outcome, left.error);
+            lease_s = left.value;
+        }
+        call.outcome.data.push_back(gateway_json(gateway, lease_s, read.value.manifest.value_or(manifest_t{})));
     }
     if (!read.value.manifest) call.pal.note("natctl: nothing has been pushed yet");
 }
