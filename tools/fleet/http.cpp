@@ -53,7 +53,7 @@ http_t::http_t(fwx_host_loop_t *loop, http_tls_t tls)
 }
 
 http_t::~http_t() {
-    if (is_gone_ != nullptr) *is_gone_ = true;
+    *is_gone_ = true;
     while (!transfers_.empty()) {
         transfers_.back()->leave();
     }
@@ -125,14 +125,12 @@ void http_t::make_ready(transfer_t &transfer) {
 
 /** Whoever is resumed may destroy any transfer, and this. */
 void http_t::resume_ready() {
-    bool is_gone = false;
-    is_gone_ = &is_gone;
-    while (!is_gone && !ready_.empty()) {
+    const std::shared_ptr<const bool> is_gone = is_gone_;
+    while (!*is_gone && !ready_.empty()) {
         transfer_t &transfer = *ready_.front();
         ready_.pop_front();
         if (transfer.waiting_) std::exchange(transfer.waiting_, nullptr).resume();
     }
-    if (!is_gone) is_gone_ = nullptr;
 }
 
 http_t::transfer_t::transfer_t(http_t *client, http_request_t request, bool is_stream)

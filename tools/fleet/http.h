@@ -81,9 +81,9 @@ private:
     fwx_host_loop_t *loop_;
     http_tls_t tls_;
     CURLM *multi_;
-    std::vector<transfer_t *> transfers_; /* that were begun; their owners' */
-    std::deque<transfer_t *> ready_;      /* have something for who awaits them */
-    bool *is_gone_ = nullptr;             /* set when this is destroyed; null: nobody has to know */
+    std::vector<transfer_t *> transfers_;                           /* that were begun; their owners' */
+    std::deque<transfer_t *> ready_;                                /* have something for who awaits them */
+    std::shared_ptr<bool> is_gone_ = std::make_shared<bool>(false); /* outlives this for who is resumed meanwhile */
     uint64_t timer_ = 0;
     watched_descriptor_t sockets_; /* an epoll descriptor: a loop tells readability alone */
 };
