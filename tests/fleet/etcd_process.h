@@ -94,6 +94,7 @@ public:
     }
 
     bool is_up() const { return is_up_; }
+    pid_t pid() const { return pid_; }
     const std::string &folder() const { return folder_; }
     std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
     std::string url(const std::string &prefix) const { return "etcd://" + place() + '/' + prefix; }

@@ -2,48 +2,55 @@
 
 #include <algorithm>
 
+#include "fwx_host/loop.h"
+
 namespace {
 
 using kind_t = etcd_error_t::kind_t;
 
-constexpr size_t most_batch_bytes = 1U << 20; /* of chunks that are fetched at once */
+constexpr size_t first_batch_bytes = 64U << 10; /* of chunks that are fetched at once */
+constexpr size_t most_batch_bytes = 1U << 20;
 constexpr size_t most_batch_chunks = 64;
+/* The next batch is twice as long after an answer that came this soon, and half as long after one that took this long:
+ * a store that many ask at once gets to each before they give up. */
+constexpr uint64_t soon_ms = 500;
+constexpr uint64_t late_ms = 1500;
 
 etcd_error_t malformed(const std::string &key, const std::string &reason) {
     return {kind_t::malformed, key + ": " + reason};
 }
 
-/** A chunk, and where it is in the text. */
-struct place_t {
-    const chunk_t *chunk;
-    size_t at;
-};
-
-/** Where the chunks of a document are; nothing when they are not what it says. */
-std::optional<std::vector<place_t>> places_of(const fleet_document_t &document) {
-    std::vector<place_t> places;
-    size_t at = 0;
-    for (const chunk_t &chunk : document.chunks) {
-        places.push_back({&chunk, at});
-        at += chunk.bytes;
-    }
-    const bool is_good = at == document.bytes && at <= most_document_bytes;
-    return is_good ? std::optional(std::move(places)) : std::nullopt;
-}
-
 /** The keys of the next chunks, as many as are fetched at once. */
-std::vector<std::string> batch_of(const fleet_keys_t &keys, const std::vector<place_t> &wanted, size_t from) {
+std::vector<std::string> batch_of(const fleet_keys_t &keys, const std::vector<chunk_t> &chunks, size_t from,
+                                  size_t most_bytes) {
     std::vector<std::string> batch;
     size_t bytes = 0;
-    for (size_t i = from; i < wanted.size() && batch.size() < most_batch_chunks; ++i) {
-        bytes += wanted[i].chunk->bytes;
-        if (bytes > most_batch_bytes && !batch.empty()) break;
-        batch.push_back(keys.chunk(wanted[i].chunk->hash));
+    for (size_t i = from; i < chunks.size() && batch.size() < most_batch_chunks; ++i) {
+        bytes += chunks[i].bytes;
+        if (bytes > most_bytes && !batch.empty()) break;
+        batch.push_back(keys.chunk(chunks[i].hash));
     }
     return batch;
 }
 
+/** Whether the chunks of a document are as long as it says. */
+bool is_as_long(const fleet_document_t &document) {
+    size_t bytes = 0;
+    for (const chunk_t &chunk : document.chunks) {
+        bytes += chunk.bytes;
+    }
+    return bytes == document.bytes && bytes <= most_document_bytes;
+}
+
 }  // namespace
+
+void take_manifest(etcd_entry_t entry, etcd_result_t<manifest_read_t> &result) {
+    result.value.mod_revision = entry.mod_revision;
+    std::string fault;
+    result.value.manifest = read_manifest(entry.value, manifest_place_t::current, fault);
+    result.value.text = std::move(entry.value);
+    if (!result.value.manifest) result.error = malformed(entry.key, fault);
+}
 
 etcd_t::reply_t<manifest_read_t> read_manifest(etcd_t &etcd, fleet_keys_t keys) {
     etcd_result_t<manifest_read_t> result;
@@ -51,13 +58,7 @@ etcd_t::reply_t<manifest_read_t> read_manifest(etcd_t &etcd, fleet_keys_t keys) 
     result.error = std::move(got.error);
     result.value.revision = got.value.revision;
     const bool is_there = !result.error && !got.value.entries.empty();
-    if (!is_there) co_return result;
-    etcd_entry_t &entry = got.value.entries.front();
-    result.value.mod_revision = entry.mod_revision;
-    result.value.text = std::move(entry.value);
-    std::string fault;
-    result.value.manifest = read_manifest(result.value.text, manifest_place_t::current, fault);
-    if (!result.value.manifest) result.error = malformed(keys.manifest(), fault);
+    if (is_there) take_manifest(std::move(got.value.entries.front()), result);
     co_return result;
 }
 
@@ -75,44 +76,60 @@ etcd_t::reply_t<std::optional<manifest_t>> read_version(etcd_t &etcd, fleet_keys
     co_return result;
 }
 
+nat64::task<etcd_error_t> fetch_chunks(etcd_t &etcd, fleet_keys_t keys, std::vector<chunk_t> chunks,
+                                       take_chunk_fn_t take) {
+    size_t batch_bytes = first_batch_bytes;
+    for (size_t next = 0; next < chunks.size();) {
+        const std::vector<std::string> batch = batch_of(keys, chunks, next, batch_bytes);
+        const uint64_t asked_at_ms = fwx_host_clock_ms();
+        const etcd_result_t<etcd_range_t> got = co_await etcd.get_all(batch);
+        if (got.error) co_return got.error;
+        const uint64_t time_ms = fwx_host_clock_ms() - asked_at_ms;
+        if (time_ms <= soon_ms) batch_bytes = std::min(2 * batch_bytes, most_batch_bytes);
+        if (time_ms >= late_ms) batch_bytes /= 2; /* one chunk at least is fetched all the same */
+        size_t found = 0;
+        for (const std::string &key : batch) {
+            const bool is_there = found < got.value.entries.size() && got.value.entries[found].key == key;
+            if (!is_there) co_return malformed(key, "is not there");
+            const std::string &piece = got.value.entries[found++].value;
+            const chunk_t &chunk = chunks[next++];
+            if (!is_chunk(chunk, piece)) co_return malformed(key, "is not what its name says");
+            take(chunk, piece);
+        }
+    }
+    co_return etcd_error_t{};
+}
+
 etcd_t::reply_t<std::string> read_document(etcd_t &etcd, fleet_keys_t keys, fleet_document_t document,
-                                           known_chunk_fn_t known) {
+                                           known_chunk_fn_t known, take_chunk_fn_t fetched) {
     etcd_result_t<std::string> result;
     std::string &text = result.value;
-    const std::optional<std::vector<place_t>> places = places_of(document);
-    if (!places) {
+    if (!is_as_long(document)) {
         result.error = malformed("version " + std::to_string(document.version), "its chunks are not what it says");
         co_return result;
     }
     text.resize(document.bytes);
-    std::vector<place_t> wanted;
-    for (const place_t &place : *places) {
-        const std::optional<std::string> piece = known ? known(*place.chunk) : std::nullopt;
-        const bool is_known = piece && is_chunk(*place.chunk, *piece);
+    std::vector<chunk_t> wanted;
+    std::vector<size_t> places; /* of those in the text */
+    size_t at = 0;
+    for (const chunk_t &chunk : document.chunks) {
+        const std::optional<std::string> piece = known ? known(chunk) : std::nullopt;
+        const bool is_known = piece && is_chunk(chunk, *piece);
         if (is_known) {
-            std::copy(piece->begin(), piece->end(), text.begin() + static_cast<ptrdiff_t>(place.at));
+            piece->copy(text.data() + at, chunk.bytes);
         } else {
-            wanted.push_back(place);
+            wanted.push_back(chunk);
+            places.push_back(at);
         }
+        at += chunk.bytes;
     }
-    for (size_t next = 0; next < wanted.size();) {
-        const std::vector<std::string> batch = batch_of(keys, wanted, next);
-        const etcd_result_t<etcd_range_t> got = co_await etcd.get_all(batch);
-        result.error = got.error;
-        if (result.error) co_return result;
-        size_t found = 0;
-        for (const std::string &key : batch) {
-            const bool is_there = found < got.value.entries.size() && got.value.entries[found].key == key;
-            const std::string piece = is_there ? got.value.entries[found++].value : "";
-            const place_t &place = wanted[next++];
-            if (!is_chunk(*place.chunk, piece)) {
-                result.error = malformed(key, is_there ? "is not what its name says" : "is not there");
-                co_return result;
-            }
-            std::copy(piece.begin(), piece.end(), text.begin() + static_cast<ptrdiff_t>(place.at));
-        }
-    }
-    const bool is_whole = sha256(text) == document.hash;
+    size_t taken = 0;
+    result.error =
+        co_await fetch_chunks(etcd, keys, std::move(wanted), [&](const chunk_t &chunk, const std::string &piece) {
+            piece.copy(text.data() + places[taken++], chunk.bytes);
+            if (fetched) fetched(chunk, piece);
+        });
+    const bool is_whole = result.error || sha256(text) == document.hash;
     if (!is_whole) result.error = malformed("version " + std::to_string(document.version), "is not what its hash says");
     co_return result;
 }

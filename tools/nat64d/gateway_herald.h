@@ -36,7 +36,7 @@ private:
     const asked_fn_t asked_;
     bell_t bell_;
     int64_t lease_ = 0;       /* 0: none */
-    uint64_t kept_at_ms_ = 0; /* by the platform's clock */
+    uint64_t keep_at_ms_ = 0; /* by the platform's clock */
     std::string said_;        /* without its time; empty: nothing under this lease */
     std::optional<nat64::task<>> run_;
 };

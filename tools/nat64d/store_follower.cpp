@@ -2,17 +2,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
+#include <set>
 
 #include "fwx_host/adapter.hpp"
+#include "tools/fleet/manifest_watch.h"
 #include "tools/nat64d/log.h"
 #include "tools/pal/read_file.h"
+#include "tools/pal/spread.h"
 #include "tools/pal/write_file.h"
 
 namespace {
 
-constexpr std::chrono::milliseconds first_pause{500}; /* after a failure; twice as long each time */
-constexpr std::chrono::milliseconds last_pause{5000};
+constexpr uint64_t first_pause_ms = 500; /* after a failure; twice as long each time */
+constexpr uint64_t last_pause_ms = 5000;
 constexpr uint32_t most_failures = 3; /* of others, until the watch is taken for dead */
 
 double seconds_now() {
@@ -65,15 +67,15 @@ void store_follower_t::reload() {
 }
 
 nat64::task<> store_follower_t::run() {
-    for (std::chrono::milliseconds pause = first_pause;;) {
+    for (uint64_t pause_ms = first_pause_ms;;) {
         const etcd_error_t error = co_await follow();
         is_watching_ = false;
         if (error.kind == etcd_error_t::kind_t::compacted) continue; /* it is there, and is read anew */
         const bool was_up = status_.is_up;
         if (error.kind != etcd_error_t::kind_t::malformed) lose(error.text);
         if (!offered_) read_kept();
-        pause = was_up && !status_.is_up ? first_pause : std::min(2 * pause, last_pause);
-        co_await fwx::host::sleep(loop_, pause);
+        pause_ms = was_up && !status_.is_up ? first_pause_ms : std::min(2 * pause_ms, last_pause_ms);
+        co_await fwx::host::sleep(loop_, std::chrono::milliseconds(spread(pause_ms)));
     }
 }
 
@@ -86,9 +88,9 @@ void store_follower_t::lose(const std::string &reason) {
 
 /** Until something goes wrong. */
 nat64::task<etcd_error_t> store_follower_t::follow() {
-    std::optional<etcd_watch_t> watch;
+    manifest_watch_t watch(etcd_, keys_);
     for (;;) {
-        const etcd_result_t<manifest_read_t> read = co_await read_manifest(etcd_, keys_);
+        const etcd_result_t<manifest_read_t> read = co_await watch.next();
         const bool is_unreadable = read.error && read.value.mod_revision != 0;
         if (read.error && !is_unreadable) co_return read.error;
         confirm();
@@ -96,10 +98,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
         if (is_unreadable) refuse({}, read.error.text);
         if (read.value.manifest) error = co_await bring(read.value.manifest->document_for(gateway_));
         if (error) co_return error;
-        if (!watch) watch.emplace(etcd_, keys_.manifest(), read.value.revision + 1);
         is_watching_ = true;
-        const auto events = co_await watch->next();
-        if (events.error) co_return events.error;
     }
 }
 
@@ -115,14 +114,22 @@ nat64::task<etcd_error_t> store_follower_t::bring(fleet_document_t document) {
     for (const std::string_view piece : cut_chunks(kept)) {
         pieces.emplace(name_chunk(piece).hash, piece);
     }
-    etcd_result_t<std::string> text =
-        co_await read_document(etcd_, keys_, document, [&pieces](const chunk_t &chunk) -> std::optional<std::string> {
-            const auto found = pieces.find(chunk.hash);
-            if (found == pieces.end()) return std::nullopt;
-            return std::string(found->second);
-        });
+    std::set<std::string_view> named;
+    for (const chunk_t &chunk : document.chunks) {
+        named.insert(chunk.hash);
+    }
+    std::erase_if(fetched_, [&named](const auto &chunk) { return !named.contains(chunk.first); });
+    pieces.insert(fetched_.begin(), fetched_.end());
+    const auto known = [&pieces](const chunk_t &chunk) -> std::optional<std::string> {
+        const auto found = pieces.find(chunk.hash);
+        if (found == pieces.end()) return std::nullopt;
+        return std::string(found->second);
+    };
+    const auto fetched = [this](const chunk_t &chunk, const std::string &piece) { fetched_[chunk.hash] = piece; };
+    etcd_result_t<std::string> text = co_await read_document(etcd_, keys_, document, known, fetched);
     if (text.error.kind == etcd_error_t::kind_t::malformed) refuse(document, text.error.text);
     if (text.error) co_return text.error;
+    fetched_.clear();
     must_hand_over_ = false;
     offer(std::move(document), std::move(text.value));
     co_return {};

@@ -10,6 +10,7 @@
 #define TOOLS_NAT64D_STORE_FOLLOWER_H
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -74,7 +75,8 @@ private:
     const std::string gateway_;
     const std::string kept_path_;
     const handlers_t on_;
-    std::optional<offer_t> offered_; /* handed over last, whatever became of it */
+    std::map<std::string, std::string> fetched_; /* chunks of a document that is not whole yet, by their hashes */
+    std::optional<offer_t> offered_;             /* handed over last, whatever became of it */
     fleet_document_t held_;
     store_status_t status_;
     bool must_hand_over_ = false;

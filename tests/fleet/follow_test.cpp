@@ -1,0 +1,148 @@
+/* What a gateway does beside a store that many ask at once: it asks for nothing twice. */
+#include <algorithm>
+
+#include "tests/fleet/store_fixture.h"
+#include "tests/nat64d/documents.h"
+#include "tests/support/runtime_directory.h"
+#include "tools/fleet/document_store.h"
+#include "tools/fleet/manifest_watch.h"
+#include "tools/nat64d/gateway_herald.h"
+#include "tools/nat64d/store_follower.h"
+#include "tools/pal/spread.h"
+
+namespace {
+
+using kind_t = etcd_error_t::kind_t;
+
+class follow_test : public real_etcd_test {
+protected:
+    static fleet_document_t document_of(const std::string &text, uint64_t version) {
+        fleet_document_t document{version, sha256(text), text.size(), 1, "ann@ops1", "2026-01-31T23:59:59.123Z", "",
+                                  {}};
+        for (const std::string_view piece : cut_chunks(text)) {
+            document.chunks.push_back(name_chunk(piece));
+        }
+        return document;
+    }
+    void publish(const fleet_document_t &document) {
+        const manifest_t manifest{document, std::nullopt, std::nullopt};
+        ASSERT_FALSE(run(etcd_.txn(put(keys_.manifest(), write_manifest(manifest, manifest_place_t::current)))).error);
+    }
+    void put_chunks(const std::vector<std::string_view> &pieces) {
+        for (const std::string_view piece : pieces) {
+            ASSERT_FALSE(run(etcd_.txn(put(keys_.chunk(name_chunk(piece).hash), std::string(piece)))).error);
+        }
+    }
+    void remove(const std::string &key) {
+        etcd_txn_t txn;
+        txn.deletes = {key};
+        ASSERT_FALSE(run(etcd_.txn(txn)).error);
+    }
+    /** Of etcd's metrics; `name` with its labels. */
+    std::string metric(const std::string &name) const {
+        const std::string metrics = process_.get("/metrics");
+        const size_t at = metrics.find('\n' + name + ' ');
+        return at == std::string::npos ? "none" : metrics.substr(at + name.size() + 2, 1);
+    }
+
+    fleet_keys_t keys_{"p"};
+};
+
+TEST_F(follow_test, a_manifest_that_is_told_of_is_not_read_again) {
+    manifest_watch_t watch(etcd_, keys_);
+    EXPECT_FALSE(run(watch.next()).value.manifest) << "there is none yet";
+    struct case_t {
+        std::string text; /* empty: it is deleted */
+        uint64_t version; /* 0: none */
+        kind_t kind;
+    };
+    const auto manifest_text = [](uint64_t version) {
+        return write_manifest({document_of("pool\n", version), std::nullopt, std::nullopt}, manifest_place_t::current);
+    };
+    for (const case_t &each : {case_t{manifest_text(1), 1, kind_t::none},
+                               {manifest_text(2), 2, kind_t::none},
+                               {"not JSON", 0, kind_t::malformed},
+                               {"", 0, kind_t::none},
+                               {manifest_text(3), 3, kind_t::none}}) {
+        SCOPED_TRACE(each.text);
+        if (each.text.empty()) remove(keys_.manifest());
+        if (!each.text.empty()) run(etcd_.txn(put(keys_.manifest(), each.text)));
+        const auto next = run(watch.next());
+        EXPECT_EQ(next.error.kind, each.kind) << next.error.text;
+        EXPECT_EQ(next.value.manifest ? next.value.manifest->document.version : 0, each.version);
+        EXPECT_EQ(next.value.text, each.text);
+        EXPECT_EQ(next.value.mod_revision != 0, !each.text.empty());
+    }
+    EXPECT_EQ(metric(R"(grpc_server_handled_total{grpc_code="OK",grpc_method="Range",grpc_service="etcdserverpb.KV",)"
+                     R"(grpc_type="unary"})"),
+              "1");
+}
+
+TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
+    const std::string text = document_text(20000, 1);
+    const std::vector<std::string_view> pieces = cut_chunks(text);
+    ASSERT_GT(pieces.size(), 20U) << "more than are fetched at once";
+    put_chunks({pieces.begin(), pieces.end() - 1});
+    publish(document_of(text, 1));
+
+    const runtime_directory_t directory;
+    std::string taken;
+    std::string refused;
+    store_follower_t follower(loop_, etcd_, "g1", directory.path(),
+                              {[&](const std::string &whole, const std::string &) {
+                                   taken = whole;
+                                   return taken_t{"its hash", ""};
+                               },
+                               [&](const std::string &, const std::string &reason) { refused = reason; }});
+    follower.start();
+    ASSERT_TRUE(turn_until([&] { return !refused.empty(); }));
+    EXPECT_EQ(refused, keys_.chunk(name_chunk(pieces.back()).hash) + ": is not there");
+    EXPECT_EQ(taken, "");
+    remove(keys_.chunk(name_chunk(pieces.front()).hash));
+    put_chunks({pieces.back()});
+    EXPECT_TRUE(turn_until([&] { return !taken.empty(); })) << follower.status().refused_reason;
+    EXPECT_EQ(taken, text);
+}
+
+TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {
+    etcd_options_t options;
+    options.timeout_ms = 300;
+    etcd_t etcd(loop_, store_at({process_.place()}), options);
+    gateway_state_t state;
+    state.gateway = "g1";
+    std::vector<etcd_error_t> asked;
+    gateway_herald_t herald(
+        loop_, etcd, "g1", [&] { return state; }, [&](const etcd_error_t &error) { asked.push_back(error); });
+    const auto says = [&](uint64_t version) {
+        const auto read = run(etcd_.get(keys_.gateway_state("g1")));
+        std::string fault;
+        const auto said =
+            read.value.entries.empty() ? std::nullopt : read_gateway_state(read.value.entries.front().value, fault);
+        return said && said->version == version;
+    };
+    herald.start();
+    ASSERT_TRUE(turn_until([&] { return says(0); }));
+    process_.signal(SIGSTOP);
+    state.version = 1;
+    herald.changed();
+    EXPECT_TRUE(turn_until([&] { return !asked.empty() && asked.back().kind == kind_t::no_answer; }));
+    process_.signal(SIGCONT);
+    EXPECT_TRUE(turn_until([&] { return says(1); }));
+    EXPECT_EQ(metric("etcd_debugging_lease_granted_total"), "1");
+}
+
+TEST(spread_test, a_time_is_spread_a_quarter_to_both_sides) {
+    uint64_t least = UINT64_MAX;
+    uint64_t most = 0;
+    for (int i = 0; i < 1000; ++i) {
+        const uint64_t time_ms = spread(3000);
+        least = std::min(least, time_ms);
+        most = std::max(most, time_ms);
+    }
+    EXPECT_GE(least, 2250U);
+    EXPECT_LE(most, 3750U);
+    EXPECT_GT(most - least, 1000U);
+    EXPECT_EQ(spread(0), 0U);
+}
+
+}  // namespace
