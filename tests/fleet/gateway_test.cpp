@@ -17,7 +17,8 @@ std::string pools(int count) {
     std::string text;
     for (int id = 1; id <= count; ++id) {
         const std::string address = "10.0.0." + std::to_string(id);
-        text += "pool add --id " + std::to_string(id) + " --param 1 --start " + address + " --end " + address + '\n';
+        text.append("pool add --id ").append(std::to_string(id)).append(" --param 1");
+        text.append(" --start ").append(address).append(" --end ").append(address).append("\n");
     }
     return text;
 }

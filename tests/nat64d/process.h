@@ -40,6 +40,7 @@ public:
         const int log = open(log_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         dup2(log, STDERR_FILENO);
         std::vector<char *> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string &word : words) {
             arguments.push_back(word.data());
         }
