@@ -34,6 +34,9 @@ constexpr contestant_t contestants[] = {
 #ifdef WITH_NNG
     {"nng", run_nng, false, true},
 #endif
+#ifdef WITH_GRPC
+    {"grpc", run_grpc, false, true},
+#endif
 };
 
 struct line_t {

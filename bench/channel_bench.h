@@ -84,5 +84,8 @@ double run_zmq(const setting_t &setting);
 #ifdef WITH_NNG
 double run_nng(const setting_t &setting);
 #endif
+#ifdef WITH_GRPC
+double run_grpc(const setting_t &setting);
+#endif
 
 #endif

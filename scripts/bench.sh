@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 dir=${1:-docs/bench}
-need_packages "${build_packages[@]}" libbenchmark-dev libzmq3-dev libnng-dev pkgconf valgrind gnuplot-nox jq "${python_packages[@]}"
+need_packages "${build_packages[@]}" libbenchmark-dev libzmq3-dev libnng-dev libgrpc++-dev pkgconf valgrind gnuplot-nox jq "${python_packages[@]}"
 say "building (preset release)"
 cmake --preset release >/dev/null
 cmake --build --preset release | tail -n 1
