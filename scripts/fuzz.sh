@@ -11,7 +11,7 @@ seconds=${1:-20}
 need_packages "${build_packages[@]}" clang libclang-rt-14-dev
 say "building (preset asan)"
 cmake --preset asan >/dev/null
-cmake --build --preset asan --target {document,handshake,ietf,messages,natctl,ring,state,tree}_fuzz | tail -n 1
+cmake --build --preset asan --target {document,handshake,ietf,messages,natctl,ring,state,store,tree}_fuzz | tail -n 1
 
 # A seed is a line of hexadecimal bytes, blanks between them and comments behind # ignored; or, of text, a whole file.
 make_seeds() {

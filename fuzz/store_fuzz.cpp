@@ -1,0 +1,68 @@
+/*
+ * What a store says: any bytes as a manifest, a gateway's state, an answer of etcd. They are read or refused with a
+ * reason; what was read is written so that it reads the same. The first byte says as what the rest is read.
+ */
+#include <string>
+#include <string_view>
+
+#include "input.h"
+#include "tools/fleet/etcd_json.h"
+#include "tools/fleet/gateway_state.h"
+#include "tools/fleet/manifest.h"
+
+namespace {
+
+void read_as_manifest(std::string_view text, manifest_place_t place) {
+    std::string error;
+    const std::optional<manifest_t> manifest = read_manifest(text, place, error);
+    FUZZ_CHECK(manifest.has_value() == error.empty());
+    if (!manifest) return;
+    const std::string written = write_manifest(*manifest, place);
+    const std::optional<manifest_t> again = read_manifest(written, place, error);
+    FUZZ_CHECK(again && write_manifest(*again, place) == written);
+    FUZZ_CHECK(again->document_for("g1").hash == manifest->document_for("g1").hash);
+}
+
+void read_as_state(std::string_view text) {
+    std::string error;
+    const std::optional<gateway_state_t> state = read_gateway_state(text, error);
+    FUZZ_CHECK(state.has_value() == error.empty());
+    if (!state) return;
+    const std::string written = write_gateway_state(*state);
+    const std::optional<gateway_state_t> again = read_gateway_state(written, error);
+    FUZZ_CHECK(again && write_gateway_state(*again) == written);
+}
+
+void read_as_answer(std::string_view text) {
+    http_reply_t reply;
+    reply.status = http_t::success;
+    reply.body = text;
+    const etcd_answer_t answer = read_answer("http://127.0.0.1:1", reply);
+    FUZZ_CHECK(answer.error || answer.json.is_object());
+    if (answer.error) return;
+    std::vector<etcd_entry_t> entries;
+    const std::string fault = read_entries(answer.json, entries);
+    FUZZ_CHECK(fault.empty() || fault.find(": ") != std::string::npos);
+    revision_of(answer.json);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size == 0) return 0;
+    const std::string_view text(reinterpret_cast<const char *>(data) + 1, size - 1);
+    switch (data[0]) {
+        case 'm':
+            read_as_manifest(text, manifest_place_t::current);
+            break;
+        case 'h':
+            read_as_manifest(text, manifest_place_t::history);
+            break;
+        case 's':
+            read_as_state(text);
+            break;
+        default:
+            read_as_answer(text);
+    }
+    return 0;
+}
