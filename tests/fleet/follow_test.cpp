@@ -1,9 +1,11 @@
 /* What a gateway does beside a store that many ask at once: it asks for nothing twice. */
 #include <algorithm>
 
+#include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/documents.h"
 #include "tests/support/runtime_directory.h"
+#include "tools/fleet/base64.h"
 #include "tools/fleet/document_store.h"
 #include "tools/fleet/manifest_watch.h"
 #include "tools/nat64d/gateway_herald.h"
@@ -102,6 +104,28 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     put_chunks({pieces.back()});
     EXPECT_TRUE(turn_until([&] { return !taken.empty(); })) << follower.status().refused_reason;
     EXPECT_EQ(taken, text);
+}
+
+TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given_up) {
+    const std::string piece = "pool add --id 1\n";
+    const chunk_t chunk = name_chunk(piece);
+    const fleet_keys_t keys("p");
+    const std::string entry = R"({"key":")" + to_base64(keys.chunk(chunk.hash)) + R"(","value":")" + to_base64(piece) +
+                              R"(","create_revision":"2","mod_revision":"2"})";
+    const std::string good = scripted_server_t::answer(
+        200, R"({"header":{"revision":"2"},"succeeded":true,"responses":[{"response_range":{"kvs":[)" + entry +
+                 R"(],"count":"1"}}]})");
+    for (const size_t lost : {2U, 3U}) { /* connections end without an answer */
+        std::vector<scripted_server_t::answers_t> connections(lost, {""});
+        connections.push_back({good});
+        const scripted_server_t server(connections);
+        etcd_t etcd(loop_, store_at({server.place()}));
+        std::string taken;
+        const etcd_error_t error = run(fetch_chunks(
+            etcd, keys, {chunk}, [&taken](const chunk_t &, const std::string &fetched) { taken = fetched; }));
+        EXPECT_EQ(error.kind, lost == 2 ? kind_t::none : kind_t::no_answer) << error.text;
+        EXPECT_EQ(taken, lost == 2 ? piece : "");
+    }
 }
 
 TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {

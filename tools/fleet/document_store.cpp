@@ -8,13 +8,15 @@ namespace {
 
 using kind_t = etcd_error_t::kind_t;
 
-constexpr size_t first_batch_bytes = 64U << 10; /* of chunks that are fetched at once */
+constexpr size_t least_batch_bytes = 32U << 10; /* of chunks that are fetched at once; one is in any case */
+constexpr size_t first_batch_bytes = 64U << 10;
 constexpr size_t most_batch_bytes = 1U << 20;
 constexpr size_t most_batch_chunks = 64;
 /* The next batch is twice as long after an answer that came this soon, and half as long after one that took this long:
  * a store that many ask at once gets to each before they give up. */
 constexpr uint64_t soon_ms = 500;
 constexpr uint64_t late_ms = 1500;
+constexpr int most_late = 3; /* answers that do not come, until it is given up */
 
 etcd_error_t malformed(const std::string &key, const std::string &reason) {
     return {kind_t::malformed, key + ": " + reason};
@@ -79,14 +81,21 @@ etcd_t::reply_t<std::optional<manifest_t>> read_version(etcd_t &etcd, fleet_keys
 nat64::task<etcd_error_t> fetch_chunks(etcd_t &etcd, fleet_keys_t keys, std::vector<chunk_t> chunks,
                                        take_chunk_fn_t take) {
     size_t batch_bytes = first_batch_bytes;
+    int late = 0; /* answers that did not come, one behind the other */
     for (size_t next = 0; next < chunks.size();) {
         const std::vector<std::string> batch = batch_of(keys, chunks, next, batch_bytes);
         const uint64_t asked_at_ms = fwx_host_clock_ms();
         const etcd_result_t<etcd_range_t> got = co_await etcd.get_all(batch);
+        const bool is_again_worth = got.error.kind == kind_t::no_answer && ++late < most_late;
+        if (is_again_worth) {
+            batch_bytes = least_batch_bytes;
+            continue;
+        }
         if (got.error) co_return got.error;
+        late = 0;
         const uint64_t time_ms = fwx_host_clock_ms() - asked_at_ms;
         if (time_ms <= soon_ms) batch_bytes = std::min(2 * batch_bytes, most_batch_bytes);
-        if (time_ms >= late_ms) batch_bytes /= 2; /* one chunk at least is fetched all the same */
+        if (time_ms >= late_ms) batch_bytes = std::max(batch_bytes / 2, least_batch_bytes);
         size_t found = 0;
         for (const std::string &key : batch) {
             const bool is_there = found < got.value.entries.size() && got.value.entries[found].key == key;
