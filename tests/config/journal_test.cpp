@@ -62,8 +62,13 @@ protected:
     ~journal_test() override {
         fault = {};
         std::filesystem::remove_all(directory_);
+        EXPECT_EQ(open_descriptors(), descriptors_before_) << "descriptors are left open";
     }
 
+    static size_t open_descriptors() {
+        using iterator_t = std::filesystem::directory_iterator;
+        return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
+    }
     static std::string content_of(const std::string &path) {
         std::ifstream file(path);
         return {std::istreambuf_iterator<char>(file), {}};
@@ -77,6 +82,7 @@ protected:
         std::filesystem::create_directory(directory_);
     }
 
+    const size_t descriptors_before_ = open_descriptors();
     std::string directory_;
     std::string path_;
 };

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "channel_fixture.h"
@@ -68,6 +69,19 @@ protected:
         ASSERT_EQ(fwx_cl_hash_create("empty", 4, 3, nullptr, nullptr, &table_), 0u);
         pool_ = chunk_create("empty", 32, 4, 1, 4, 0);
         ASSERT_EQ(pipe(pipe_), 0);
+        tree_ = make_tree(strides, 12, 1, nullptr);
+        const uint8_t keys[] = {0, 0x80};
+        for (size_t i = 0; i < std::size(keys); ++i) {
+            leaves_[i].resize(tbm_get_leaf_size(tree_, nullptr) + leaf_data_bytes);
+            tbm_leaf_init(tree_, leaf(i), &keys[i], 8, nullptr);
+        }
+        ASSERT_EQ(insert(0), 0u);
+    }
+    tbm_leaf_t *leaf(size_t index) { return reinterpret_cast<tbm_leaf_t *>(leaves_[index].data()); }
+    uint32_t insert(size_t index) {
+        uint32_t code = 1;
+        tbm_leaf_insert(tree_, leaf(index), &code);
+        return code;
     }
 
     /** Calls everything that takes memory; null, or what did not do as it should. */
@@ -89,6 +103,9 @@ protected:
         if (fwx_event_context_create(&chan_, &made) != no_memory) return "event context";
         make_tree(strides, 12, 1, &code);
         if (code != no_memory) return "tree";
+        if (insert(1) != no_memory) return "second leaf of a tree";
+        const uint8_t first = 0;
+        if (tbm_exact_match(tree_, &first, 8, nullptr) != leaf(0)) return "first leaf of a tree";
         if (cgm_int_register_client(7, &cgm_client) != no_memory) return "classifier client";
         if (fwx_host_cgm_notify(7, 0, nullptr, 0, 0, nullptr) != FWX_HOST_ERR_NO_CLIENT) return "no classifier client";
 
@@ -119,6 +136,9 @@ protected:
     }
 
     void clean_up() {
+        for (size_t i = 0; i < std::size(leaves_); ++i) {
+            tbm_leaf_delete(tree_, leaf(i), nullptr);
+        }
         fwx_host_server_unregister(deaf_);
         fwx_cl_hash_destroy(table_, 1);
         chunk_destroy(pool_);
@@ -136,7 +156,7 @@ protected:
             fprintf(stderr, "not as it should be without memory: %s\n", wrong);
             return 1;
         }
-        if (send("a") != 0 || fwx_host_server_listen(deaf_, "another") != 0) return 2;
+        if (send("a") != 0 || fwx_host_server_listen(deaf_, "another") != 0 || insert(1) != 0) return 2;
         run();
         clean_up();
         TearDown();
@@ -147,6 +167,8 @@ protected:
     fwx_cl_hash_t *table_ = nullptr;
     fwx_chunk_t *pool_ = nullptr;
     int pipe_[2] = {-1, -1};
+    tbm_t *tree_ = nullptr;
+    std::vector<uint8_t> leaves_[2];
 };
 
 TEST_F(exhausted_memory_t, every_operation_says_so_throws_nothing_and_works_once_there_is_some) {

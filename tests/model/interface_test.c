@@ -48,7 +48,10 @@ int main(void) {
     const fwx_nat64_reply_cbs_t reply_cbs = {on_reply, NULL, NULL, NULL, NULL, NULL};
     const fwx_nat64_unsol_cbs_t unsol_cbs = {NULL, on_record, NULL};
     loop = fwx_host_loop_create();
+    EXPECT_EQ(fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME, NULL), FWX_HOST_ERR_BAD_ARG);
+    model = (fwx_nat64_model_t *)&failures; /* no model, and gone after a failure */
     EXPECT_EQ(fwx_nat64_model_create(NULL, FWX_NAT64_CHANNEL_NAME, &model), FWX_HOST_ERR_BAD_ARG);
+    EXPECT_EQ(model == NULL, 1);
     EXPECT_EQ(fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME, &model), 0);
     EXPECT_EQ(fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME, &copy), FWX_HOST_ERR_NAME_TAKEN);
     EXPECT_EQ(copy == NULL, 1);
@@ -108,6 +111,8 @@ int main(void) {
     EXPECT_EQ(counts.refused, 1);
     EXPECT_EQ(counts.clients, 1);
 
+    fwx_nat64_model_silent_set(model, 1);
+    EXPECT_EQ(set_timeouts(), 0);
     EXPECT_EQ(fwx_nat64_model_drop_clients(model), 0);
     fwx_host_loop_run_until_idle(loop);
     EXPECT_EQ(fwx_nat64_client_info_get()->connected, 0);

@@ -109,6 +109,7 @@ TEST_F(query_t, shows_sessions_in_full_and_finds_them_by_either_end_of_the_trans
     add_pools(1); /* 192.0.1.1 to 192.0.1.4 */
     EXPECT_EQ(result_of(config(14, 8, {1, 200})), 0u);
     model_->sessions_generate(9);
+    fwx_host_clock_turn(50000);
     const message_t full = walk(20).put<uint32_t>(44, 1);
     message_t by_pool = full;
     const std::vector<message_t> found = {
@@ -129,10 +130,10 @@ TEST_F(query_t, shows_sessions_in_full_and_finds_them_by_either_end_of_the_trans
               (std::vector<uint8_t>{0, 0x64, 0xff, 0x9b, 0, 0, 0, 0, 0, 0, 0, 0, 198, 18, 0, 1}));
     EXPECT_EQ(session.u16(72 + 96), 1025u);
     EXPECT_EQ(session.u16(72 + 98), 1024u);
-    EXPECT_EQ(session.words(72 + 104, 4), (words_t{0, 1, 0, 200})) << "mapping, pool, age, remaining";
+    EXPECT_EQ(session.words(72 + 104, 4), (words_t{0, 1, 50, 150})) << "mapping, pool, age, remaining";
     EXPECT_EQ(session.u16(72 + 152 + 98), 1025u);
     EXPECT_EQ(result_of(config(14, 8, {1, 0})), 0u);
-    EXPECT_EQ(reply_to(message_t(by_pool).put<uint16_t>(140, 1025)).u32(72 + 116), 300u) << "a timeout of 0 is none";
+    EXPECT_EQ(reply_to(message_t(by_pool).put<uint16_t>(140, 1025)).u32(72 + 116), 250u) << "a timeout of 0 is none";
     message_t clear = config(19, 104);
     EXPECT_EQ(result_of(clear.put<uint32_t>(36 + 44, 0x020100c0)), 0u);
     EXPECT_EQ(model_->totals().sessions, 7u);

@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <set>
@@ -13,6 +14,7 @@
 #include "tests/support/runtime_directory.h"
 #include "tools/pal/applier.h"
 #include "tools/pal/running.h"
+#include "tools/pal/scrape.h"
 
 namespace {
 
@@ -112,6 +114,16 @@ TEST_F(applier_test, a_refusal_takes_all_back) {
     expect_from();
 }
 
+TEST_F(applier_test, a_table_that_could_not_follow_the_server_is_told) {
+    model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
+    fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INSERT, 1, 0);
+    const apply_result_t result = apply(plan_);
+    ASSERT_TRUE(result.refusal) << "of the rule that is to go and stays";
+    EXPECT_EQ(text_of(result.refusal->command), steps[0]);
+    EXPECT_EQ(result.table_code, FWX_NAT64_ERR_PLU_FAILED);
+    EXPECT_EQ(rules_.installed(), 0U);
+}
+
 TEST_F(applier_test, what_is_carried_out_and_not_saved_is_taken_back_too) {
     model->journal_set({[](void *, uint32_t, const void *, size_t) {},
                         [](void *) -> uint32_t { return FWX_NAT64_MODEL_ERR_NOT_SAVED; }, nullptr});
@@ -168,6 +180,16 @@ TEST_F(applier_test, items_in_doubt_may_be_gone) {
     EXPECT_EQ(model->totals().pools, 1U);
     EXPECT_EQ(model->totals().dynamic_mappings, 1U);
     EXPECT_EQ(rules_.installed(), 1U);
+}
+
+TEST_F(applier_test, a_scrape_takes_as_many_pools_as_are_asked_for_and_tells_of_more) {
+    const document_t two = read_document(before + "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.2\n");
+    ASSERT_TRUE(apply(plan_t(from_, two)));
+    for (const uint32_t most : {1U, 2U, 3U}) {
+        const scrape_t got = run(scrape(*client, most));
+        EXPECT_EQ(got.pools.entries.size(), std::min(most, 2U));
+        EXPECT_EQ(got.pools.has_more, most == 1);
+    }
 }
 
 class running_test : public testing::Test {
