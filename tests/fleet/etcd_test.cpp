@@ -34,7 +34,9 @@ TEST_F(real_etcd_test, transactions_put_and_delete_bytes_when_their_comparisons_
     second.deletes = {"p/a", "p/none"};
     EXPECT_TRUE(run(etcd_.txn(second)).value.is_done);
     EXPECT_EQ(text_of(run(etcd_.list("p/", true))), "p/b=2 ");
-    EXPECT_EQ(text_of(run(etcd_.get_all({"p/b", "p/a", "p/b"}))), "p/b=2 p/b=2 ");
+    const auto all = run(etcd_.get_all({"p/b", "p/a", "p/b"}));
+    EXPECT_EQ(text_of(all), "p/b=2 p/b=2 ");
+    EXPECT_EQ(all.value.revision, run(etcd_.get("p/b")).value.revision);
     EXPECT_EQ(text_of(run(etcd_.get("p/a", made.value.revision))), "p/a=" + bytes + ' ') << "as it was";
 }
 
@@ -177,6 +179,13 @@ TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_
     EXPECT_TRUE(run(second.txn(put("p/b", "1"))).value.is_done) << "it was sent to nobody before";
     etcd_watch_t watch(second, "p/a", 1);
     EXPECT_EQ(run(watch.next()).value.size(), 1U);
+    const std::string places[] = {nowhere(), nowhere()};
+    etcd_t gone(loop_, store_at({places[0], places[1]}));
+    etcd_watch_t of_none(gone, "p/a", 1);
+    const std::string reasons = run(of_none.next()).error.text;
+    for (const std::string &place : places) {
+        EXPECT_NE(reasons.find(place), std::string::npos) << reasons;
+    }
 
     const scripted_server_t silent({{""}});
     etcd_options_t options;
@@ -264,6 +273,9 @@ TEST_F(etcd_test, what_is_no_answer_of_etcds_is_refused) {
         {ok(R"({"kvs":[{"key":"YQ==","mod_revision":"99999999999999999999"}]})"), kind_t::malformed, "mod_revision"},
         {ok("{\"kvs\":\"" + std::string(2000, 'x') + "\"}"), kind_t::malformed, "longer than 1000 bytes"},
         {scripted_server_t::answer(400, R"({"code":3,"message":"what?"})"), kind_t::other, ": what?"},
+        {scripted_server_t::answer(499, R"({"code":1,"message":"why?"})"), kind_t::no_answer, ": why?"},
+        {scripted_server_t::answer(504, R"({"code":4,"message":"when?"})"), kind_t::no_answer, ": when?"},
+        {scripted_server_t::answer(503, R"({"code":14,"message":"where?"})"), kind_t::no_answer, ": where?"},
         {scripted_server_t::answer(401, R"({"code":16,"message":"who?"})"), kind_t::rights, ": who?"},
         {scripted_server_t::answer(502, "<html>"), kind_t::no_answer, "status 502"},
         {scripted_server_t::answer(302, ""), kind_t::malformed, "status 302"},

@@ -117,6 +117,18 @@ TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {
         ASSERT_GE(got.notes.size(), each.note.size());
         EXPECT_EQ(got.notes.substr(got.notes.size() - each.note.size()), each.note);
     }
+    const std::pair<const char *, const char *> variables[] = {
+        {"NATCTL_STORE_CA", "--ca: none: No such file or directory"},
+        {"NATCTL_STORE_CERT", "--cert: none: No such file or directory"},
+        {"NATCTL_STORE_KEY", "--key: none: No such file or directory"},
+        {"NATCTL_STORE_USER", "--user and --password-file: one needs the other"},
+        {"NATCTL_STORE_PASSWORD_FILE", "--user and --password-file: one needs the other"},
+    };
+    for (const auto &[name, fault] : variables) {
+        setenv(name, "none", 1);
+        EXPECT_EQ(run("fleet status").notes, std::string("natctl: fleet status: ") + fault + "\n") << name;
+        unsetenv(name);
+    }
     unsetenv("NATCTL_STORE");
     EXPECT_EQ(run("fleet status").notes, "natctl: fleet status: needs --store\n");
     setenv("NATCTL_STORE", process_.url("p").c_str(), 1);

@@ -22,6 +22,7 @@ TEST(store_url, names_the_endpoints_and_the_prefix) {
     const case_t cases[] = {
         {"etcd://127.0.0.1:2379/edge", "http://127.0.0.1:2379 edge"},
         {"etcd://a.example:1,b-2:65535/fleet/edge.1_x/", "http://a.example:1 http://b-2:65535 fleet/edge.1_x"},
+        {"etcd://a:1/a/b/c", "http://a:1 a/b/c"},
         {"etcd://[2001:db8::1]:2379,[::1]:2380/p", "http://[2001:db8::1]:2379 http://[::1]:2380 p"},
     };
     for (const case_t &each : cases) {

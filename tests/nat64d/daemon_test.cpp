@@ -57,9 +57,12 @@ TEST_F(daemon_test, a_server_gets_the_document_and_its_edits_and_no_faulty_ones)
     EXPECT_NE(status.at("refused_reason").get<std::string>().find("line 23: pool add: --id 1"), std::string::npos);
     EXPECT_EQ(status.at("in_step"), true);
     EXPECT_EQ(status.at("items"), items + 3);
+    EXPECT_EQ("0x" + status.at("boot_id").get<std::string>(), data_of("server boot").at("boot_id"));
     EXPECT_EQ(run("--connect alpha daemon reload").status, 1);
-    std::filesystem::remove(folder() + "/document");
+    daemon.signal(SIGHUP);
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 3); })) << daemon.log();
+    std::filesystem::remove(folder() + "/document");
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 4); })) << daemon.log();
     write(document_text(count + 1, 200));
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("edits", 2); })) << daemon.log();
     EXPECT_EQ(changes(), items + 4);
@@ -128,6 +131,8 @@ TEST_F(daemon_test, a_daemon_that_restarts_beside_its_server_learns_its_rules_an
     };
     restart_by(SIGTERM);
     restart_by(SIGKILL);
+    const std::string learnt = "event=rules_learnt rules=" + std::to_string(count) + " failed=0\n";
+    EXPECT_NE(text_of(folder() + "/log").find(learnt), std::string::npos);
     restart_by(SIGTERM);
     write("timeout set --type udp\n");
     daemon_process_t daemon(folder());
@@ -212,6 +217,8 @@ TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_
     EXPECT_EQ(value_of(metrics, "nat64_commands_total{kind=\"pool_add\",result=\"ok\"}"), std::to_string(count))
         << metrics;
     EXPECT_EQ(metrics.find("refused\""), std::string::npos) << metrics;
+    EXPECT_LE(std::stoul(value_of(metrics, "nat64_command_duration_seconds_bucket{le=\"5\"}")),
+              std::stoul(value_of(metrics, "nat64_command_duration_seconds_count")));
     EXPECT_EQ(value_of(metrics, "nat64_pool_addresses{pool=\"7\"}"), "1");
     EXPECT_EQ(value_of(metrics, "nat64_limit{type=\"1\"}"), "1000");
 #ifdef PROMTOOL_PATH

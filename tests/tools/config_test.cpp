@@ -136,7 +136,9 @@ TEST_F(config_test, a_refusal_in_the_middle_undoes_what_was_done) {
 TEST_F(config_test, versions_come_back_and_the_log_names_them) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
-    alpha("config apply " + first_);
+    const std::string trace = alpha("--trace config apply " + first_).notes;
+    EXPECT_EQ(trace.find("stats"), std::string::npos) << "natctl's own questions are not told: " << trace;
+    EXPECT_NE(trace.find("timeout"), std::string::npos) << trace;
     alpha("config apply " + second_);
     alpha("timeout set --type udp --value 7");
     const std::string latest = shown();

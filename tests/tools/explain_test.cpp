@@ -83,6 +83,7 @@ TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_
         const run_t result = run(std::string("mapt explain ") + address + file);
         EXPECT_EQ(result.status, 2);
         EXPECT_NE(result.notes.find(error), std::string::npos) << result.notes;
+        EXPECT_EQ(json_t::parse(run(std::string("--json mapt explain ") + address + file).answers).at("code"), 0);
     }
 }
 

@@ -5,10 +5,12 @@ namespace {
 
 class rule_test : public natctl_test {};
 
-/* Rule 1 and rule 2 share their IPv4 prefix, 3 shares nothing. */
+/* Rule 1 and rule 2 share their IPv4 prefix, 3 shares nothing, nor does the other rule 1, whose first byte is another.
+ */
 constexpr char add1[] = "mapt bmr add --rule 1 --domain 6 --v6 2001:db8:100::/40 --v4 192.0.2.0/24\n";
 constexpr char add2[] = "mapt bmr add --rule 2 --domain 6 --v6 2001:db8:200::/40 --v4 192.0.2.0/24\n";
 constexpr char add3[] = "mapt bmr add --rule 3 --domain 6 --v6 2001:db8:300::/40 --v4 198.51.100.0/24\n";
+constexpr char other_rule1[] = "mapt bmr add --rule 1 --domain 5 --v6 2101:db8:100::/40 --v4 193.0.2.0/24\n";
 constexpr char del1[] = "mapt bmr del --rule 1 --domain 6\n";
 constexpr char del2[] = "mapt bmr del --rule 2 --domain 6\n";
 constexpr char del3[] = "mapt bmr del --rule 3 --domain 6\n";
@@ -25,7 +27,8 @@ struct story_t {
 };
 
 TEST_F(rule_test, the_verdict_is_the_servers_and_the_table_follows_it) {
-    const std::string a1 = add1, a2 = add2, a3 = add3, d1 = del1, d2 = del2, d3 = del3, no = refuse;
+    const std::string other = other_rule1, a1 = add1, a2 = add2, a3 = add3, d1 = del1, d2 = del2, d3 = del3,
+                      no = refuse;
     const std::string done = "status\nstatus\nstatus\nstatus\n"; /* as many as a pipeline holds */
     const story_t stories[] = {
         {"installed", a1, "o", 1, 2, 1},
@@ -34,6 +37,7 @@ TEST_F(rule_test, the_verdict_is_the_servers_and_the_table_follows_it) {
         {"refused, then accepted", no + a1 + a1, "ro", 1, 2, 1},
         {"refused beside one with the same prefix", a1 + no + a2, "or", 1, 2, 1},
         {"deleted beside one with the same prefix", a1 + a2 + d1, "ooo", 1, 2, 2},
+        {"deleted beside one with all but the first byte of it", other + a1 + a2 + d2, "oooo", 2, 4, 1},
         {"both deleted", a1 + a2 + d1 + d2, "oooo", 0, 0, 0},
         {"added twice", a1 + a1, "or", 1, 2, 1},
         {"delete refused", a1 + no + d1, "or", 1, 2, 1},
