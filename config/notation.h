@@ -42,5 +42,7 @@ std::string write_json(const document_t &document);
 
 /** The line of a command, without a line feed: `pool del --id 1`. */
 std::string command_line(const record_family_t &family, uint32_t op, const void *record);
+/** Appends the same to a text. */
+void append_command_line(std::string &out, const record_family_t &family, uint32_t op, const void *record);
 
 #endif

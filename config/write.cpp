@@ -57,13 +57,6 @@ private:
     record_buffer_t initial_;
 };
 
-void append_line(std::string &out, const record_family_t &family, uint32_t op, const void *record) {
-    out += record_command_text(family, record_verb_of(family, op));
-    record_fields_t(family, op, record).for_each([&](const record_field_t &field) {
-        out.append(" ").append(field.option).append(" ").append(record_field_text(field, record));
-    });
-}
-
 /** A text that needs no escapes. */
 void append_value(std::string &out, const record_field_t &field, const std::string &text) {
     const bool is_number =
@@ -110,9 +103,22 @@ private:
 
 }  // namespace
 
+void append_command_line(std::string &out, const record_family_t &family, uint32_t op, const void *record) {
+    const record_verb_t *verb = record_verb_of(family, op);
+    if (!family.group.empty()) out.append(family.group) += ' ';
+    out.append(family.word);
+    if (verb != nullptr) (out += ' ').append(verb->word);
+    record_fields_t(family, op, record).for_each([&](const record_field_t &field) {
+        out += ' ';
+        out.append(field.option) += ' ';
+        record_field_append(field, record, out);
+    });
+}
+
 std::string command_line(const record_family_t &family, uint32_t op, const void *record) {
     std::string line;
-    append_line(line, family, op, record);
+    line.reserve(128); /* most are shorter, and grow once */
+    append_command_line(line, family, op, record);
     return line;
 }
 
@@ -120,7 +126,7 @@ void write_lines(const document_t &document, const std::function<void(std::strin
     std::string line;
     auto write_command = [&](const record_family_t &family, const void *record) {
         line.clear();
-        append_line(line, family, FWX_NAT64_OP_ADD, record);
+        append_command_line(line, family, FWX_NAT64_OP_ADD, record);
         write(line);
     };
     for (size_t i = 0; i < document.size(); ++i) {

@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 
 #include "records/misspelt.h"
@@ -47,11 +48,20 @@ std::string read_number(const record_field_t &field, std::string_view text, uint
     return {};
 }
 
-std::string number_text(const record_field_t &field, const uint8_t *from, size_t width) {
+void append_digits(std::string &out, uint64_t value) {
+    char digits[20];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+}
+
+void append_number(const record_field_t &field, const uint8_t *from, size_t width, std::string &out) {
     uint64_t value = 0;
     std::memcpy(&value, from, width);
     const char *name = field.names == nullptr ? nullptr : field.names->name_of(value);
-    return name == nullptr ? std::to_string(value) : name;
+    if (name == nullptr) {
+        append_digits(out, value);
+    } else {
+        out += name;
+    }
 }
 
 /* Several numbers. */
@@ -77,12 +87,11 @@ std::string read_numbers(const record_field_t &field, std::string_view text, uin
     return {};
 }
 
-std::string numbers_text(const record_field_t &field, const uint8_t *from) {
-    std::string text;
+void append_numbers(const record_field_t &field, const uint8_t *from, std::string &out) {
     for (size_t i = 0; i < field.width; i += number_width) {
-        text += (i == 0 ? "" : ",") + number_text(field, from + i, number_width);
+        if (i != 0) out += ',';
+        append_number(field, from + i, number_width, out);
     }
-    return text;
 }
 
 /* Addresses. */
@@ -141,6 +150,14 @@ std::string read_prefix(const record_field_t &field, std::string_view text, void
     std::memcpy(at(record, field.offset), bytes, field.width); /* all of it that a message carries */
     *at(record, field.length_offset) = static_cast<uint8_t>(length);
     return {};
+}
+
+void append_prefix(const record_field_t &field, const void *record, std::string &out) {
+    uint8_t address[sizeof(in6_addr)] = {};
+    std::memcpy(address, at(record, field.offset), field.width);
+    char text[INET6_ADDRSTRLEN];
+    out.append(text, write_address(prefix_form(field).family, address, text)) += '/';
+    append_digits(out, *at(record, field.length_offset));
 }
 
 /* Bytes. */
@@ -226,26 +243,33 @@ int record_field_compare(const record_field_t &field, const void *a, const void 
     return compare_numbers(at(a, field.length_offset), at(b, field.length_offset), 1);
 }
 
-std::string record_field_text(const record_field_t &field, const void *record) {
+void record_field_append(const record_field_t &field, const void *record, std::string &out) {
     const uint8_t *from = at(record, field.offset);
     switch (field.kind) {
         case record_kind_t::number:
-            return number_text(field, from, field.width);
+            return append_number(field, from, field.width, out);
         case record_kind_t::numbers:
-            return numbers_text(field, from);
+            return append_numbers(field, from, out);
         case record_kind_t::address:
         case record_kind_t::ipv4: {
             fwx_nat64_addr_t address;
             std::memcpy(&address, from, sizeof address);
-            return address_text(address);
+            out += address_text(address);
+            return;
         }
         case record_kind_t::ipv4_prefix:
         case record_kind_t::ipv6_prefix:
-            return prefix_text(prefix_form(field).family, from, field.width, *at(record, field.length_offset));
+            return append_prefix(field, record, out);
         case record_kind_t::bytes:
-            return hex_digits(from, field.width);
+            out += hex_digits(from, field.width);
+            return;
     }
-    return {};
+}
+
+std::string record_field_text(const record_field_t &field, const void *record) {
+    std::string text;
+    record_field_append(field, record, text);
+    return text;
 }
 
 std::string record_field_form(const record_field_t &field) {

@@ -184,6 +184,8 @@ constexpr bool record_fields_overlap(const record_field_t &a, const record_field
 std::string record_field_read(const record_field_t &field, std::string_view text, void *record);
 /** The text that record_field_read reads the field from. */
 std::string record_field_text(const record_field_t &field, const void *record);
+/** Appends the same to a text. */
+void record_field_append(const record_field_t &field, const void *record, std::string &out);
 /** Orders two records by the field, as people order its values: less than 0, 0 or more than 0 as memcmp. */
 int record_field_compare(const record_field_t &field, const void *a, const void *b);
 /** Whether the record has the field: one with a flag may lack it. */

@@ -23,6 +23,8 @@ const record_family_t *find_family(const std::vector<std::string_view> &words, s
 
 /** Help, and the marks that end the options of a command. */
 bool is_for_a_grammar(std::string_view word) {
+    const bool may_be = !word.empty() && (word.front() == '-' || word.front() == '+');
+    if (!may_be) return false;
     return word == "--" || word == "++" || word.substr(0, 2) == "-h" || word.substr(0, word.find('=')) == "--help";
 }
 

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 
@@ -11,14 +12,46 @@ namespace {
 constexpr uint32_t family_ipv6 = 1;
 constexpr size_t word_count = sizeof(in6_addr) / sizeof(uint16_t);
 
-/* Listings write addresses by the million, and the C library prints every part of one by a format. */
+/* Listings and journals write addresses by the million, and the C library prints every part of one by a format. Parts
+ * are written as four characters, whatever they are, and the next part stands where they end. */
+
+struct part_t {
+    char text[3];
+    uint8_t size;
+};
+
+constexpr std::array<part_t, 256> make_decimal_parts() {
+    std::array<part_t, 256> parts{};
+    for (uint32_t value = 0; value < parts.size(); ++value) {
+        part_t &part = parts[value];
+        if (value >= 100) part.text[part.size++] = static_cast<char>('0' + value / 100);
+        if (value >= 10) part.text[part.size++] = static_cast<char>('0' + value / 10 % 10);
+        part.text[part.size++] = static_cast<char>('0' + value % 10);
+    }
+    return parts;
+}
+
+constexpr std::array<part_t, 256> decimal_parts = make_decimal_parts();
+constexpr char hexadecimal_digits[] = "0123456789abcdef";
 
 char *write_ipv4(const uint8_t *bytes, char *out) {
     for (size_t i = 0; i < sizeof(in_addr); ++i) {
         if (i > 0) *out++ = '.';
-        out = std::to_chars(out, out + 3, uint32_t{bytes[i]}).ptr;
+        const part_t &part = decimal_parts[bytes[i]];
+        std::memcpy(out, &part, sizeof part);
+        out += part.size;
     }
     return out;
+}
+
+/** Without zeros in front. */
+char *write_word(uint32_t word, char *out) {
+    uint32_t digits = word < 0x10 ? 1 : word < 0x100 ? 2 : word < 0x1000 ? 3 : 4;
+    word <<= 4 * (4 - digits);
+    for (size_t i = 0; i < 4; ++i) {
+        out[i] = hexadecimal_digits[word >> (12 - 4 * i) & 15];
+    }
+    return out + digits;
 }
 
 struct run_t {
@@ -55,7 +88,7 @@ char *write_ipv6(const uint8_t *bytes, char *out) {
             i += zeros.count;
             if (i == word_count) *out++ = ':';
         } else {
-            out = std::to_chars(out, out + 4, words[i++], 16).ptr;
+            out = write_word(words[i++], out);
         }
     }
     return out;

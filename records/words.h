@@ -17,6 +17,8 @@ public:
     const std::vector<std::string_view> &words() const { return words_; }
 
 private:
+    char split_quoted(std::string_view line);
+
     std::string text_; /* the words behind each other, without their quotes */
     std::vector<std::string_view> words_;
 };
