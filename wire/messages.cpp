@@ -146,6 +146,18 @@ bool wire_frame_ok(const wire_message_t &message, const void *msg, size_t size) 
 
 uint64_t wire_read(const void *at, size_t width) {
     uint64_t value = 0;
-    std::memcpy(&value, at, width);
+    switch (width) { /* copies of known sizes are no calls */
+        case sizeof(uint8_t):
+            return *static_cast<const uint8_t *>(at);
+        case sizeof(uint16_t):
+            std::memcpy(&value, at, sizeof(uint16_t));
+            break;
+        case sizeof(uint32_t):
+            std::memcpy(&value, at, sizeof(uint32_t));
+            break;
+        default:
+            std::memcpy(&value, at, sizeof value);
+            break;
+    }
     return value;
 }

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <vector>
+
+#include "tools/natctl/entry_lines.h"
 
 namespace {
 
@@ -97,6 +100,28 @@ TEST(decode_test, a_refusal_reads_with_its_text_and_its_code) {
     std::string line = message_line(FWX_HOST_RECEIVED, bytes.data(), bytes.size());
     EXPECT_EQ(line, "<- result 36 bytes: result=" + code_text(0x40300216));
     EXPECT_NE(line.find(" (0x40300216)"), std::string::npos);
+}
+
+TEST(decode_test, lines_of_entries_say_what_their_rows_say) {
+    std::mt19937 random(1);
+    for (const uint32_t selector : {0U, uint32_t{FWX_NAT64_WALK_FULL}}) {
+        const wire_message_t &reply = reply_described(FWX_NAT64_MSG_SESSION_WALK, selector);
+        entry_lines_t lines("\"line\":1", reply);
+        for (const uint32_t count : {3U, 100U, 1U}) {
+            std::vector<uint8_t> entries(size_t{count} * reply.entry_size);
+            for (uint8_t &byte : entries) {
+                const auto drawn = static_cast<uint32_t>(random()); /* zeros, small numbers and large ones */
+                byte = static_cast<uint8_t>(drawn % 2 == 0 ? 0 : drawn >> 8 >> drawn % 7);
+            }
+            std::string expected;
+            for (const json_t &row : decode_entries(reply, entries.data(), count)) {
+                json_t line = {{"line", 1}};
+                line.update(row);
+                expected += line.dump() + "\n";
+            }
+            EXPECT_EQ(lines.write(entries.data(), count), expected);
+        }
+    }
 }
 
 }  // namespace

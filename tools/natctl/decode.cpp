@@ -1,75 +1,13 @@
 #include "tools/natctl/decode.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <charconv>
-#include <cstring>
-#include <vector>
 
 #include "fwx_host/errors.h"
-#include "records/family.h"
 #include "records/value.h"
+#include "tools/natctl/field_value.h"
 #include "wire/messages.h"
 
 namespace {
-
-/* Of the key beside a value's own, that says what it is called. */
-constexpr std::string_view name_suffix = "_name";
-
-/** An address whose first `size` bytes stand at `at`, last byte first. */
-std::string swapped_address_text(int family, const uint8_t *at, size_t size) {
-    uint8_t bytes[sizeof(in6_addr)] = {};
-    std::reverse_copy(at, at + size, bytes);
-    return address_text(family, bytes);
-}
-
-char *write_hex(uint64_t value, char *out) {
-    *out++ = '0';
-    *out++ = 'x';
-    return std::to_chars(out, out + 2 * sizeof value, value, 16).ptr;
-}
-
-char *write_record_address(const uint8_t *at, char *out) {
-    fwx_nat64_addr_t address;
-    std::memcpy(&address, at, sizeof address);
-    return write_address(address.family == FWX_NAT64_FAMILY_IPV4 ? AF_INET : AF_INET6, address.addr, out);
-}
-
-/** Calls `use` with the field's value: a number, a truth, or a text that needs no escapes in JSON. */
-template <typename use_t>
-auto use_value(const wire_field_t &field, const uint8_t *at, use_t use) {
-    char text[INET6_ADDRSTRLEN];
-    const auto use_text = [&](const char *end) { return use(std::string_view(text, static_cast<size_t>(end - text))); };
-    switch (field.kind) {
-        case wire_kind_t::number:
-        case wire_kind_t::code:
-            break;
-        case wire_kind_t::flag:
-            return use(wire_read(at, field.width) != 0);
-        case wire_kind_t::hex:
-            return use_text(write_hex(wire_read(at, field.width), text));
-        case wire_kind_t::operation:
-            if (const char *name = record_operation_name(wire_read(at, field.width))) {
-                return use(std::string_view(name));
-            }
-            break;
-        case wire_kind_t::bytes:
-            return use(std::string_view(hex_digits(at, field.width)));
-        case wire_kind_t::ipv4:
-            return use_text(write_address(AF_INET, at, text));
-        case wire_kind_t::ipv4_swapped:
-            return use(std::string_view(swapped_address_text(AF_INET, at, field.width)));
-        case wire_kind_t::ipv6_swapped:
-            return use(std::string_view(swapped_address_text(AF_INET6, at, field.width)));
-        case wire_kind_t::address:
-            return use_text(write_record_address(at, text));
-        case wire_kind_t::prefix:
-            return use(std::string_view(prefix_text(AF_INET6, at, sizeof(fwx_nat64_prefix_t::prefix),
-                                                    at[offsetof(fwx_nat64_prefix_t, prefix_len)])));
-    }
-    return use(wire_read(at, field.width));
-}
 
 /** What the field's value is called, null when it has no name. */
 json_t name_json(const wire_field_t &field, const uint8_t *at) {
@@ -77,44 +15,16 @@ json_t name_json(const wire_field_t &field, const uint8_t *at) {
     return name == nullptr ? json_t() : json_t(name);
 }
 
-/** What stands between the values of a line is put together once for all lines. */
-struct column_t {
-    const wire_field_t *field;
-    std::string key;      /* `,"src":` */
-    std::string name_key; /* `,"protocol_name":`; empty: values have no names */
-    size_t room;          /* characters that they and their values take at most */
-};
-
-column_t column_of(const wire_field_t &field) {
-    const std::string key = std::string(",\"") + field.name;
-    column_t column = {&field, key + "\":", "", 0};
-    size_t name_room = std::string_view("null").size();
-    if (field.names != nullptr) {
-        column.name_key = key + std::string(name_suffix) + "\":";
-        for (const wire_value_name_t &each : *field.names) {
-            name_room = std::max(name_room, std::strlen(each.name) + 2);
-        }
+/** Makes values of a field. */
+struct json_maker_t {
+    template <typename value_t>
+    json_t operator()(const value_t &value) const {
+        return json_t(value);
     }
-    /* Longer than an address with its length are only bytes, of two digits each. */
-    constexpr size_t value_room = INET6_ADDRSTRLEN + std::string_view("/255").size() + 2;
-    column.room = column.key.size() + value_room + 2 * size_t{field.width} + column.name_key.size() + name_room;
-    return column;
-}
-
-/** Writes values as JSON has them, where there is room for them. */
-struct json_writer_t {
-    char *&at;
-
-    void put(std::string_view text) const { at += text.copy(at, text.size()); }
-    void operator()(uint64_t number) const {
-        constexpr size_t digits = 20;
-        at = std::to_chars(at, at + digits, number).ptr;
-    }
-    void operator()(bool is_true) const { put(is_true ? "true" : "false"); }
-    void operator()(std::string_view text) const {
-        *at++ = '"';
-        put(text);
-        *at++ = '"';
+    template <typename write_t>
+    json_t text(const write_t &write) const {
+        char text[field_text_room];
+        return json_t(std::string(text, write(text)));
     }
 };
 
@@ -125,7 +35,7 @@ json_t fields_json(const wire_field_t *fields, size_t field_count, const uint8_t
         const wire_field_t &field = fields[i];
         if (size_t{field.offset} + field.width > size) continue;
         const uint8_t *at = base + field.offset;
-        object[field.name] = use_value(field, at, [](const auto &value) { return json_t(value); });
+        object[field.name] = with_value(field, at, json_maker_t{});
         if (field.names != nullptr) object[field.name + std::string(name_suffix)] = name_json(field, at);
     }
     return object;
@@ -225,39 +135,6 @@ json_t decode_entries(const wire_message_t &reply, const void *entries, uint32_t
         rows.push_back(fields_json(reply.entry_fields, reply.entry_field_count, at, reply.entry_size));
     }
     return rows;
-}
-
-std::string entry_lines(const std::string &members, const wire_message_t &reply, const void *entries, uint32_t count) {
-    std::vector<column_t> columns;
-    size_t room = members.size() + std::string_view("{}\n").size();
-    for (size_t i = 0; i < reply.entry_field_count; ++i) {
-        columns.push_back(column_of(reply.entry_fields[i]));
-        room += columns.back().room;
-    }
-    std::string lines(room * count, '\0');
-    char *end = lines.data();
-    const json_writer_t writer{end};
-    const auto *entry = static_cast<const uint8_t *>(entries);
-    for (uint32_t i = 0; i < count; ++i, entry += reply.entry_size) {
-        writer.put("{");
-        writer.put(members);
-        for (const column_t &column : columns) {
-            const uint8_t *at = entry + column.field->offset;
-            writer.put(column.key);
-            use_value(*column.field, at, writer);
-            if (column.name_key.empty()) continue;
-            writer.put(column.name_key);
-            const char *name = column.field->names->name_of(wire_read(at, column.field->width));
-            if (name == nullptr) {
-                writer.put("null");
-            } else {
-                writer(std::string_view(name));
-            }
-        }
-        writer.put("}\n");
-    }
-    lines.resize(static_cast<size_t>(end - lines.data()));
-    return lines;
 }
 
 void append_rows(json_t &rows, json_t &&more) {

@@ -31,8 +31,6 @@ json_t with_names(const json_t &row);
 const wire_message_t &reply_described(uint16_t msgno, uint32_t selector = 0);
 /** The entries of a reply as an array of rows. */
 json_t decode_entries(const wire_message_t &reply, const void *entries, uint32_t count);
-/** A line for each entry: a JSON object with `members`, as text, before the entry's own. */
-std::string entry_lines(const std::string &members, const wire_message_t &reply, const void *entries, uint32_t count);
 /** Appends an array of rows to `rows`, which may be null. */
 void append_rows(json_t &rows, json_t &&more);
 

@@ -80,7 +80,8 @@ status_t output_t::report(const outcome_t &outcome) {
             break;
     }
     if (format_ != format_t::csv) widths_.clear();
-    const std::string label = outcome_label(outcome);
+    const bool has_note = outcome.is_cut || outcome.status != status_t::ok;
+    const std::string label = has_note ? outcome_label(outcome) : "";
     if (outcome.is_cut) {
         const std::string how = outcome.cookie == 0 ? "" : ", go on with --cookie " + std::to_string(outcome.cookie);
         note("natctl: " + label + ": there is more than --limit shows" + how);
@@ -224,7 +225,9 @@ void output_t::print_csv(const outcome_t &of, const json_t &rows) {
 void output_t::stream_entries(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count) {
     if (format_ != format_t::jsonl) return stream_rows(of, decode_entries(reply, entries, count));
     const std::string label = label_json(of).dump();
-    answers_ << entry_lines(label.substr(1, label.size() - 2), reply, entries, count) << std::flush;
+    const std::string members = label.substr(1, label.size() - 2);
+    if (!lines_ || !lines_->are_of(members, reply)) lines_.emplace(members, reply);
+    answers_ << lines_->write(entries, count) << std::flush;
 }
 
 void output_t::stream_rows(const outcome_t &of, const json_t &rows) {

@@ -2,10 +2,12 @@
 #ifndef TOOLS_NATCTL_OUTPUT_H
 #define TOOLS_NATCTL_OUTPUT_H
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "tools/natctl/entry_lines.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
 #include "wire/messages.h"
@@ -64,7 +66,8 @@ private:
     uint64_t next_progress_;        /* by the platform's clock */
     std::ostream &answers_;
     std::ostream &notes_;
-    std::string table_;          /* command whose table CSV is; empty: none yet */
+    std::string table_; /* command whose table CSV is; empty: none yet */
+    std::optional<entry_lines_t> lines_;
     std::vector<size_t> widths_; /* of the columns of rows that were streamed, and of the table that CSV is */
 };
 
