@@ -116,8 +116,8 @@ private:
 
 }  // namespace
 
-journal_t::journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot)
-    : path_(std::move(path)), formats_(std::move(formats)), snapshot_(std::move(snapshot)) {}
+journal_t::journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot, count_fn_t count)
+    : path_(std::move(path)), formats_(std::move(formats)), snapshot_(std::move(snapshot)), count_(std::move(count)) {}
 
 journal_t::~journal_t() {
     for (const int fd : {fd_, lock_fd_}) {
@@ -129,8 +129,11 @@ std::string journal_t::open(const read_fn_t &read) {
     std::string error = lock();
     if (error.empty()) error = load(read);
     if (!error.empty()) return error;
+    const bool is_long = is_of_this_format_ && bytes_ > least_rewrite_bytes;
+    const bool goes_on = is_long && !is_worth_rewriting() && can_go_on();
+    if (goes_on && append_group().empty()) return ""; /* an empty group shows as much as a snapshot */
     error = rewrite();
-    if (error.empty() || is_torn_ || !can_go_on()) return error;
+    if (error.empty() || is_torn_ || (fd_ < 0 && !can_go_on())) return error;
     warning_ = error;
     return "";
 }
@@ -170,6 +173,7 @@ std::string journal_t::load(const read_fn_t &read) {
         if (!is_read) {
             error = failure(path_);
         } else if (head != 0) {
+            is_of_this_format_ = text.compare(0, head - 1, formats_.front()) == 0;
             error = take_groups(std::string_view(text).substr(head), read);
         } else {
             error = path_ + ": does not begin with " + formats_.front();
@@ -183,6 +187,7 @@ std::string journal_t::take_groups(std::string_view text, const read_fn_t &read)
     groups_t groups(text);
     bool has_snapshot = false;
     for (; groups.next(); has_snapshot = true) {
+        lines_ += groups.count();
         uint64_t number = groups.first_line_number();
         for (std::string_view rest = groups.lines(); !rest.empty(); ++number) {
             const size_t length = rest.find('\n');
@@ -218,11 +223,18 @@ std::string journal_t::commit() {
     if (is_torn_) return try_again();
     const uint64_t appended_bytes = bytes_ + group_.size();
     if (appended_bytes <= rewrite_at_) return append_group();
-    warning_ = rewrite();
-    if (is_torn_ || warning_.empty()) return warning_;
+    if (is_worth_rewriting()) {
+        warning_ = rewrite();
+        if (is_torn_ || warning_.empty()) return warning_;
+    }
     /* There may be no room for a second file where there is some for a group. */
     rewrite_at_ = 2 * appended_bytes;
     return append_group();
+}
+
+/** What only adds is as long in a snapshot as it is here. */
+bool journal_t::is_worth_rewriting() const {
+    return count_ == nullptr || 2 * count_() <= lines_ + group_lines_;
 }
 
 /** Writes a snapshot after a failure. */
@@ -237,11 +249,12 @@ std::string journal_t::try_again() {
 }
 
 std::string journal_t::append_group() {
-    const std::string text = group_ + closing(group_, group_lines_);
-    const bool is_saved = write_all(fd_, text) && fdatasync(fd_) == 0;
+    group_ += closing(group_, group_lines_);
+    const bool is_saved = write_all(fd_, group_) && fdatasync(fd_) == 0;
     std::string error = is_saved ? "" : failure(path_);
     is_torn_ = !is_saved;
-    bytes_ += text.size();
+    bytes_ += group_.size();
+    lines_ += group_lines_;
     group_.clear();
     group_lines_ = 0;
     return error;
@@ -271,6 +284,7 @@ std::string journal_t::rewrite() {
     if (fd_ >= 0) close(fd_);
     fd_ = fd;
     bytes_ = text.size();
+    lines_ = count;
     rewrite_at_ = std::max(2 * bytes_, least_rewrite_bytes);
     is_torn_ = !is_saved;
     group_.clear();

@@ -29,18 +29,22 @@ public:
     using write_fn_t = std::function<void(std::string_view line)>;
     /** Hands over lines that stand for all that were appended. */
     using snapshot_fn_t = std::function<void(const write_fn_t &write)>;
+    /** Tells how many lines a snapshot would have, more or less. */
+    using count_fn_t = std::function<uint64_t()>;
 
     /** `formats` are first lines of files: of the one that is written, and of older ones whose lines can be read; at
-     * least one. The snapshot is taken during open and commit. */
-    journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot);
+     * least one. The snapshot is taken during open and commit. Without `count` every snapshot is taken to be
+     * worth its writing. */
+    journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot, count_fn_t count = {});
     ~journal_t();
     journal_t(const journal_t &) = delete;
     journal_t &operator=(const journal_t &) = delete;
 
     /**
-     * Takes the lock, hands over every line that was committed, and writes a snapshot, which shows that changes can be
-     * kept; a file that is not there is made, with mode 0600. Where there is room for no snapshot beside the file, it
-     * goes on behind the groups that are there, with a warning. To be called once.
+     * Takes the lock, hands over every line that was committed, and writes a snapshot, or an empty group behind a long
+     * file that is not worth one, which shows that changes can be kept; a file that is not there is made, with mode
+     * 0600. Where there is room for no snapshot beside the file, it goes on behind the groups that are there, with a
+     * warning. To be called once.
      * @return what went wrong, with the file's name; empty when nothing did. The file is as it was then, though lines
      *         may have been handed over. Wrong are: a journal that another process has, anything but a regular file of
      *         one of the formats, damage before its last group, a line that `read` does not take, and every failure to
@@ -64,8 +68,8 @@ public:
     bool is_unsaved() const { return group_lines_ != 0 || is_torn_; }
     /**
      * Brings what was appended to the disk. Writes a new snapshot instead when the file, if it is longer than 64 KiB,
-     * has become twice as long as its last one, or the last try, and after a failure. Of a snapshot that took long to
-     * fail there is no next one for ten times as long.
+     * has become twice as long as its last one, or the last try, and the new one would have half of its lines at most;
+     * and after a failure. Of a snapshot that took long to fail there is no next one for ten times as long.
      * @return what went wrong, with the file's name; empty when everything that was ever appended is on disk.
      */
     std::string commit();
@@ -78,6 +82,7 @@ private:
     std::string rewrite();
     std::string try_again();
     std::string append_group();
+    bool is_worth_rewriting() const;
     bool can_go_on();
     /** What is said of a call that has just failed. */
     static std::string failure(const std::string &path);
@@ -85,6 +90,7 @@ private:
     const std::string path_;
     const std::vector<std::string> formats_;
     const snapshot_fn_t snapshot_;
+    const count_fn_t count_;
     int lock_fd_ = -1;
     int fd_ = -1;        /* of the file, at its end */
     mode_t mode_ = 0600; /* that the file keeps */
@@ -92,10 +98,12 @@ private:
     uint64_t group_lines_ = 0;
     uint64_t dropped_lines_ = 0;
     uint64_t bytes_ = 0;      /* of the file; 0: there is none */
+    uint64_t lines_ = 0;      /* in its groups */
     uint64_t rewrite_at_ = 0; /* bytes of the file above which a snapshot is due */
     std::string warning_;
     std::string last_error_; /* of a snapshot, while the file is torn */
     std::chrono::steady_clock::time_point retry_at_{};
+    bool is_of_this_format_ = false;
     bool is_taken_ = false;
     bool is_torn_ = false; /* what stands behind the last committed group is unknown: only a snapshot helps */
 };

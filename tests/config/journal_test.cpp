@@ -26,12 +26,15 @@ bool begins_with(const lines_t &whole, const lines_t &beginning) {
 /** Who keeps lines in a journal, as they came. */
 class keeper_t {
 public:
-    explicit keeper_t(const std::string &path)
-        : journal_(path, {"test journal 2", "test journal 1"}, [this](const journal_t::write_fn_t &write) {
-              for (const std::string &line : lines) {
-                  write(line);
-              }
-          }) {}
+    explicit keeper_t(const std::string &path, bool tells_count = false)
+        : journal_(
+              path, {"test journal 2", "test journal 1"},
+              [this](const journal_t::write_fn_t &write) {
+                  for (const std::string &line : lines) {
+                      write(line);
+                  }
+              },
+              tells_count ? [this] { return lines.size(); } : journal_t::count_fn_t()) {}
 
     std::string open() {
         return journal_.open([this](std::string_view line) {
@@ -251,6 +254,65 @@ void keep_lines(keeper_t &keeper, told_t told) {
     for (const std::string &line : long_lines()) {
         keeper.add(line);
         if (keeper.commit().empty()) told(keeper.lines.size());
+    }
+}
+
+TEST_F(journal_test, a_long_file_that_has_only_grown_is_gone_on_with_and_one_with_little_in_it_is_written_anew) {
+    {
+        keeper_t keeper(path_, true);
+        ASSERT_EQ(keeper.open(), "");
+        keep_lines(keeper, [](size_t) {});
+    }
+    const std::string grown = content();
+    EXPECT_EQ(grown.substr(0, 31), "test journal 2\n= 0 00000000\naaa") << "the first snapshot is the last one";
+    keeper_t keeper(path_, true);
+    ASSERT_EQ(keeper.open(), "");
+    EXPECT_EQ(keeper.lines, long_lines());
+    EXPECT_EQ(content(), grown + "= 0 00000000\n");
+    keeper.lines.clear();
+    for (size_t n = 0; n < 2 * long_lines().size(); ++n) {
+        keeper.add("");
+        ASSERT_EQ(keeper.commit(), "");
+        if (n == 0) {
+            EXPECT_EQ(content(), grown + "= 0 00000000\n\n= 1 32d70693\n");
+        }
+        keeper.lines.clear();
+    }
+    keeper.add(grown.substr(grown.size() / 2, 1000));
+    keeper.add(std::string(grown.size(), 'x'));
+    ASSERT_EQ(keeper.commit(), "");
+    EXPECT_LT(content().size(), grown.size() + 2000);
+}
+
+TEST_F(journal_test, whatever_fails_when_a_long_file_is_opened_its_lines_stay_and_the_next_commit_tells) {
+    for (const auto kind : {fault_t::kind_t::fails, fault_t::kind_t::dies}) {
+        bool has_failed = true;
+        for (int call = 1; has_failed; ++call) {
+            SCOPED_TRACE(call);
+            start_anew();
+            {
+                keeper_t keeper(path_, true);
+                ASSERT_EQ(keeper.open(), "");
+                keep_lines(keeper, [](size_t) {});
+            }
+            const pid_t child = fork();
+            if (child == 0) {
+                fault = {kind, call};
+                keeper_t keeper(path_, true);
+                const bool is_open = keeper.open().empty();
+                if (is_open) keeper.add("k");
+                const bool is_kept = is_open && keeper.commit().empty();
+                _exit((is_kept ? 1 : 0) + (fault.left <= 0 ? 2 : 0));
+            }
+            int end = 0;
+            waitpid(child, &end, 0);
+            has_failed = WIFSIGNALED(end) || (WEXITSTATUS(end) & 2) != 0;
+            const bool is_kept = !WIFSIGNALED(end) && (WEXITSTATUS(end) & 1) != 0;
+            keeper_t again(path_, true);
+            EXPECT_EQ(again.open(), "");
+            EXPECT_TRUE(begins_with(again.lines, long_lines()));
+            EXPECT_GE(again.lines.size(), long_lines().size() + (is_kept ? 1 : 0));
+        }
     }
 }
 

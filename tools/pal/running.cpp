@@ -55,18 +55,10 @@ std::string lines_of(const plan_t &plan) {
     std::string lines;
     for (size_t i = 0; i < plan.size(); ++i) {
         const plan_command_t command = plan.command(i);
-        lines.append(command_line(*command.family, command.op, command.record.bytes)).append("\n");
+        append_command_line(lines, *command.family, command.op, command.record.bytes);
+        lines += '\n';
     }
     return lines;
-}
-
-template <typename use_t>
-void for_each_line(std::string_view lines, use_t use) {
-    while (!lines.empty()) {
-        const size_t length = std::min(lines.find('\n'), lines.size());
-        use(lines.substr(0, length));
-        lines.remove_prefix(std::min(length + 1, lines.size()));
-    }
 }
 
 /** Commands that add an item of a document. */
@@ -122,8 +114,9 @@ std::string running_t::make_directory() const {
 }
 
 std::unique_ptr<journal_t> running_t::make_journal() {
-    return std::make_unique<journal_t>(directory_ + "/journal", std::vector<std::string>{format},
-                                       [this](const journal_t::write_fn_t &write) { write_snapshot(write); });
+    return std::make_unique<journal_t>(
+        directory_ + "/journal", std::vector<std::string>{format},
+        [this](const journal_t::write_fn_t &write) { write_snapshot(write); }, [this] { return snapshot_lines(); });
 }
 
 journal_t::read_fn_t running_t::reader() {
@@ -214,15 +207,24 @@ void running_t::write_change(const journal_t::write_fn_t &write) {
     write(version_mark_of("change", change));
     for_each_line(lines, write);
     write_doubts(document_, write);
-    for (const std::string &line : planned_all_) {
-        if (is_undoing_ || planned_.count(line) != 0) write(mark + ("plan " + line));
-    }
+    for_each_line(planned_lines_, [&](std::string_view line) {
+        const bool is_open = is_undoing_ || planned_.count(std::hash<std::string_view>()(line)) != 0;
+        if (is_open) write(mark + std::string("plan ").append(line));
+    });
     for (size_t i = 0; plan_ != nullptr && i < plan_->size(); ++i) {
         const plan_command_t command = plan_->command(i);
         const std::string line = command_line(*command.family, command.op, command.record.bytes);
         if (is_undoing_ || done_.count(std::hash<std::string>()(line)) == 0) write(mark + ("plan " + line));
     }
     if (is_undoing_) write(mark + std::string("undo"));
+}
+
+/** But for those that are always few. */
+uint64_t running_t::snapshot_lines() {
+    document_.settle();
+    if (!has_begun_) return document_.size();
+    const size_t planned = plan_ == nullptr ? 0 : plan_->size() - std::min(plan_->size(), done_.size());
+    return base_.size() + plan_t(base_, document_).size() + planned;
 }
 
 const document_t &running_t::document() {
@@ -285,6 +287,7 @@ std::string running_t::enter_plan(const plan_t &plan) {
     if (!journal_) return "";
     plan_ = &plan;
     done_.clear();
+    done_.reserve(plan.size());
     for (size_t i = 0; i < plan.size(); ++i) {
         const plan_command_t command = plan.command(i);
         append(mark + ("plan " + command_line(*command.family, command.op, command.record.bytes)));
@@ -331,7 +334,7 @@ std::string running_t::end() {
     plan_ = nullptr;
     done_.clear();
     append(mark + std::string("end"));
-    base_ = document_;
+    base_ = {};
     if (is_version) {
         versions_.push_back(change_);
         append(version_mark_of("version", change_));

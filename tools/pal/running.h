@@ -19,6 +19,7 @@
 #ifndef TOOLS_PAL_RUNNING_H
 #define TOOLS_PAL_RUNNING_H
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -141,8 +142,17 @@ private:
     std::string end_interrupted();
     void write_snapshot(const journal_t::write_fn_t &write);
     void write_change(const journal_t::write_fn_t &write);
+    uint64_t snapshot_lines();
     void append(const std::string &line);
     void take_restart(bool holds_nothing);
+    template <typename use_t>
+    static void for_each_line(std::string_view lines, use_t use) {
+        while (!lines.empty()) {
+            const size_t length = std::min(lines.find('\n'), lines.size());
+            use(lines.substr(0, length));
+            lines.remove_prefix(std::min(length + 1, lines.size()));
+        }
+    }
     std::string keep_way_back(const std::string &lines);
     std::string way_back(size_t index, std::string &lines) const;
     std::string version_path(uint32_t number) const { return directory_ + "/versions/" + std::to_string(number); }
@@ -152,7 +162,7 @@ private:
     std::unique_ptr<journal_t> journal_; /* null: none is written */
     std::vector<std::string> notes_;
 
-    document_t base_;     /* of the last version */
+    document_t base_;     /* of the last version, while a change has begun */
     document_t document_; /* with what the change has done */
     std::vector<version_t> versions_;
     std::vector<std::string> ways_back_; /* of the versions, where there is no directory */
@@ -165,9 +175,9 @@ private:
     size_t settle_at_ = 0; /* entries of the document above which it is settled */
 
     const plan_t *plan_ = nullptr;
-    std::unordered_set<size_t> done_;         /* hashes of lines of the plan that were carried out */
-    std::unordered_set<std::string> planned_; /* while reading: lines of the plan that were not */
-    std::vector<std::string> planned_all_;    /* the same, all of them in order */
+    std::unordered_set<size_t> done_;    /* hashes of lines of the plan that were carried out */
+    std::string planned_lines_;          /* while reading: the plan, a line each */
+    std::unordered_set<size_t> planned_; /* hashes of those that were not carried out */
     bool is_undoing_ = false;
 
     line_words_t words_;

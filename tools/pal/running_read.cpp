@@ -22,7 +22,7 @@ bool take_number(std::string_view &text, uint64_t &number) {
 std::string running_t::read_line(std::string_view line) {
     if (line.empty() || line.front() != mark) {
         if (has_begun_) {
-            planned_.erase(std::string(line));
+            if (!planned_.empty()) planned_.erase(std::hash<std::string_view>()(line));
             ++change_.commands;
         }
         ++changes_;
@@ -68,8 +68,8 @@ std::string running_t::read_mark(std::string_view word, std::string_view rest) {
         return error;
     }
     if (word == "plan") {
-        planned_all_.emplace_back(rest);
-        planned_.emplace(rest);
+        planned_lines_.append(rest) += '\n';
+        planned_.insert(std::hash<std::string_view>()(rest));
         return read_command(rest);
     }
     if (word == "undo") {
@@ -88,10 +88,10 @@ std::string running_t::read_mark(std::string_view word, std::string_view rest) {
     }
     if (word == "end") {
         document_.settle();
-        base_ = document_;
+        base_ = {};
         has_begun_ = is_undoing_ = false;
         planned_.clear();
-        planned_all_.clear();
+        planned_lines_.clear();
         return "";
     }
     if (word == "version") {
@@ -114,22 +114,19 @@ std::string running_t::read_mark(std::string_view word, std::string_view rest) {
 /** Makes a version of a change that was begun and never ended. */
 std::string running_t::end_interrupted() {
     document_.settle();
-    if (!has_begun_) {
-        base_ = document_;
-        return "";
-    }
+    if (!has_begun_) return "";
     size_t doubtful = 0;
-    for (const std::string &line : planned_all_) {
-        const bool is_known = !is_undoing_ && planned_.count(line) == 0;
-        if (is_known || !read_command(line).empty()) continue;
+    for_each_line(planned_lines_, [&](std::string_view line) {
+        const bool is_known = !is_undoing_ && planned_.count(std::hash<std::string_view>()(line)) == 0;
+        if (is_known || !read_command(line).empty()) return;
         doubt(reader_.family(), reader_.verb().op, reader_.record().bytes);
         ++doubtful;
-    }
+    });
     planned_.clear();
-    planned_all_.clear();
+    planned_lines_.clear();
     if (!journal_) {
         document_.settle();
-        base_ = document_;
+        base_ = {};
         has_begun_ = is_undoing_ = false;
         return "";
     }
