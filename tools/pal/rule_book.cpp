@@ -35,6 +35,12 @@ rule_verdict_t rule_book_t::answered(const default_change_t &change, const fwx::
     return {is_done(got), 0};
 }
 
+size_t rule_book_t::prefix_hash_t::operator()(const prefix_t &prefix) const {
+    const auto [version, length, bits] = prefix;
+    const uint64_t number = length == 0 ? 0 : bits >> (64 - length);
+    return number + (static_cast<uint64_t>(version) << 8 | length) * 0x9e3779b97f4a7c15;
+}
+
 rule_book_t::prefix_t rule_book_t::v4_of(const fwx_nat64_mapt_bmr_t &rule) {
     return {4, rule.v4_prefix_len, leading_bits(rule.v4_prefix, sizeof rule.v4_prefix, rule.v4_prefix_len)};
 }
@@ -86,6 +92,7 @@ void rule_book_t::done(const default_change_t &change) {
 
 void rule_book_t::emptied() {
     installed_.clear();
+    first_.clear();
     sharing_.clear();
     for (auto &[name, is_kept] : pending_) {
         is_kept = false;
@@ -94,8 +101,30 @@ void rule_book_t::emptied() {
 
 void rule_book_t::enter(const fwx_mapt_rule_hash_elem_t &rule) {
     if (!installed_.emplace(name_of(rule.rule), rule).second) return;
-    sharing_.insert({v4_of(rule.rule), name_of(rule.rule)});
-    sharing_.insert({v6_of(rule.rule), name_of(rule.rule)});
+    enter(v4_of(rule.rule), name_of(rule.rule));
+    enter(v6_of(rule.rule), name_of(rule.rule));
+}
+
+void rule_book_t::enter(const prefix_t &prefix, rule_name_t name) {
+    const auto [at, is_alone] = first_.try_emplace(prefix, name);
+    if (is_alone) return;
+    if (name < at->second) std::swap(name, at->second);
+    sharing_.emplace(prefix, name);
+}
+
+void rule_book_t::leave(const prefix_t &prefix, rule_name_t name) {
+    const auto at = first_.find(prefix);
+    if (at->second != name) {
+        sharing_.erase({prefix, name});
+        return;
+    }
+    const auto next = sharing_.lower_bound({prefix, {0, 0}});
+    if (next == sharing_.end() || next->first != prefix) {
+        first_.erase(at);
+        return;
+    }
+    at->second = next->second;
+    sharing_.erase(next);
 }
 
 std::optional<fwx_mapt_rule_hash_elem_t> rule_book_t::leave(const rule_name_t &name) {
@@ -104,7 +133,7 @@ std::optional<fwx_mapt_rule_hash_elem_t> rule_book_t::leave(const rule_name_t &n
     const fwx_mapt_rule_hash_elem_t rule = found->second;
     installed_.erase(found);
     for (const prefix_t &prefix : {v4_of(rule.rule), v6_of(rule.rule)}) {
-        sharing_.erase({prefix, name});
+        leave(prefix, name);
     }
     return rule;
 }
@@ -135,8 +164,8 @@ uint32_t rule_book_t::take_out(const fwx_nat64_mapt_bmr_t &rule) {
 uint32_t rule_book_t::put_back_leaves(const fwx_nat64_mapt_bmr_t &rule) {
     uint32_t code = 0;
     for (const prefix_t &prefix : {v4_of(rule), v6_of(rule)}) {
-        const auto heir = sharing_.lower_bound({prefix, {0, 0}});
-        if (heir == sharing_.end() || heir->first != prefix) continue;
+        const auto heir = first_.find(prefix);
+        if (heir == first_.end()) continue;
         code = first_of(code, fwx_mapt_plu_rule_insert(&installed_.at(heir->second)));
     }
     return code;

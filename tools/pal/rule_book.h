@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 #include <tuple>
+#include <unordered_map>
 #include <utility>
 
 #include "fwx_nat64/cxx/error.hpp"
@@ -68,18 +69,27 @@ public:
 private:
     using prefix_t = std::tuple<int, uint8_t, uint64_t>; /* IP version, length, bits */
 
+    /** Documents have their prefixes in order: neighbours of one length are neighbours in the table. */
+    struct prefix_hash_t {
+        size_t operator()(const prefix_t &prefix) const;
+    };
+
     static prefix_t v4_of(const fwx_nat64_mapt_bmr_t &rule);
     static prefix_t v6_of(const fwx_nat64_mapt_bmr_t &rule);
     void enter(const fwx_mapt_rule_hash_elem_t &rule);
+    void enter(const prefix_t &prefix, rule_name_t name);
+    void leave(const prefix_t &prefix, rule_name_t name);
     std::optional<fwx_mapt_rule_hash_elem_t> leave(const rule_name_t &name);
     uint32_t install(fwx_mapt_rule_hash_elem_t rule);
     uint32_t take_out(const fwx_nat64_mapt_bmr_t &rule);
     uint32_t put_back_leaves(const fwx_nat64_mapt_bmr_t &rule);
 
     std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> installed_;
-    std::set<std::pair<prefix_t, rule_name_t>> sharing_; /* the installed ones by each of their prefixes */
-    std::map<rule_name_t, bool> pending_;                /* whether the library still has it so */
-    std::map<uint32_t, fwx_nat64_mapt_dmr_t> defaults_;  /* by identifier */
+    /* By each of their prefixes the installed ones: the one with the lowest name, and those that share it. */
+    std::unordered_map<prefix_t, rule_name_t, prefix_hash_t> first_;
+    std::set<std::pair<prefix_t, rule_name_t>> sharing_;
+    std::map<rule_name_t, bool> pending_;               /* whether the library still has it so */
+    std::map<uint32_t, fwx_nat64_mapt_dmr_t> defaults_; /* by identifier */
 };
 
 #endif
