@@ -142,7 +142,7 @@ outcome_t pal_t::finish(call_id_t id) {
     const bool has_answer = call.awaited && call.answered && call.outcome.status == status_t::ok;
     if (!options_.dry_run) settle(call);
     if (!has_answer) fwx_host_loop_run_until_idle(loop_.get());
-    outcome_t outcome = call.outcome;
+    outcome_t outcome = call.answered ? std::move(call.outcome) : call.outcome;
     const bool is_final = call.answered || call.cut_off || options_.dry_run;
     if (!call.answered && !options_.dry_run) {
         outcome.status = call.cut_off && has_lost_server() ? status_t::no_server : status_t::no_answer;
