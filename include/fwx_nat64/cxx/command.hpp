@@ -246,6 +246,7 @@ public:
 
 private:
     callback(binding &to, on_type on) : waiter(arrived), to_(&to), on_(std::move(on)) {}
+    /* What the callback throws ends the program. NOLINTNEXTLINE(bugprone-exception-escape) */
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
         auto &self = static_cast<callback &>(base);
         result_type value;
