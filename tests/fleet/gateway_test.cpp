@@ -44,7 +44,7 @@ protected:
     }
 
     const std::string &folder() const { return directory_.path(); }
-    static std::string name(size_t i) { return "g" + std::to_string(i + 1); }
+    static std::string name(size_t i) { return std::string("g").append(std::to_string(i + 1)); }
     void start_daemon(size_t i) {
         daemons_[i] = std::make_unique<daemon_process_t>(
             std::vector<std::string>{name(i), "--config", etcd_.url("p"), "--gateway", name(i)},
