@@ -79,23 +79,6 @@ private:
     grpc::CompletionQueue queue_;
 };
 
-/** In a process of its own: the library's threads do not survive a fork of the process that has them. */
-double client_seconds(const std::string &address, const setting_t &setting) {
-    int result[2];
-    if (pipe(result) != 0) return 0;
-    double seconds = 0;
-    const server_process_t process(setting.client_cpu, [&] {
-        client_t client(address);
-        const double taken = measure(client, setting);
-        if (write(result[1], &taken, sizeof(taken)) != sizeof(taken)) return;
-        pause();
-    });
-    if (read(result[0], &seconds, sizeof(seconds)) != sizeof(seconds)) seconds = 0;
-    close(result[0]);
-    close(result[1]);
-    return seconds;
-}
-
 }  // namespace
 
 double run_grpc(const setting_t &setting) {
@@ -104,7 +87,10 @@ double run_grpc(const setting_t &setting) {
     double seconds = 0;
     {
         const server_process_t server(setting.server_cpu, [&] { serve(address); });
-        seconds = client_seconds(address, setting);
+        seconds = seconds_of_client(setting, [&] {
+            client_t client(address);
+            return measure(client, setting);
+        });
     }
     unlink(path.c_str());
     return seconds;

@@ -36,23 +36,6 @@ private:
     nng_socket socket_{};
 };
 
-/** In a process of its own: the library's threads do not survive a fork of the process that has them. */
-double client_seconds(const std::string &address, const setting_t &setting) {
-    int result[2];
-    if (pipe(result) != 0) return 0;
-    double seconds = 0;
-    const server_process_t client(setting.client_cpu, [&] {
-        nng_end_t end(address, false);
-        const double taken = measure(end, setting);
-        if (write(result[1], &taken, sizeof(taken)) != sizeof(taken)) return;
-        pause();
-    });
-    if (read(result[0], &seconds, sizeof(seconds)) != sizeof(seconds)) seconds = 0;
-    close(result[0]);
-    close(result[1]);
-    return seconds;
-}
-
 }  // namespace
 
 double run_nng(const setting_t &setting) {
@@ -66,7 +49,10 @@ double run_nng(const setting_t &setting) {
                 if (end.receive() != 0) end.send();
             }
         });
-        seconds = client_seconds(address, setting);
+        seconds = seconds_of_client(setting, [&] {
+            nng_end_t client(address, false);
+            return measure(client, setting);
+        });
     }
     unlink(path.c_str());
     return seconds;
