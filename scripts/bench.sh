@@ -70,7 +70,7 @@ awk 'BEGIN { for (i = 1; i <= 1000000; ++i) printf "mapt bmr add --rule %d --dom
 exec {ready}< <(exec "$natctl" serve bench 2>/dev/null)
 server=$!
 read -r _ <&"$ready" # `serving bench`
-batch=$(processor_seconds "$server" "$natctl" --connect bench --quiet --pipeline 64 batch "$work/lines")
+batch=$(processor_seconds "$server" "$natctl" --connect bench --quiet --pipeline 512 batch "$work/lines")
 printf 'server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
 walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)
 
@@ -87,7 +87,7 @@ while IFS= read -r line; do
   name=${line:0:24}
   row document "1,000,000 rules: ${name%%  *}" "$work_seconds s of processor, $mebibytes MiB"
 done <"$work/documents"
-row natctl "a batch of 1,000,000 rules, both processes" "$batch of processor"
+row natctl "1,000,000 rules, 512 outstanding, both ends" "$batch of processor"
 row natctl "a walk of 1,000,000 sessions as lines of JSON" "$(awk -v s="$walk" 'BEGIN { printf "%.0f k/s", 1000 / s }')"
 
 gnuplot <<END

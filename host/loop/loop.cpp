@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <limits>
-#include <list>
 #include <map>
 #include <new>
 #include <unordered_map>
@@ -27,8 +26,8 @@ constexpr int events_per_pass = 32;
 /** Most passes of a busy loop without a look at the descriptors. */
 constexpr uint32_t passes_between_polls = 32;
 
-/** Looks at the bells between two at the clock, which costs as much as a few of them. */
-constexpr uint32_t looks_per_clock = 16;
+/** Looks at the bells before each at the clock, which costs as much as some of them: mostly what comes comes sooner. */
+constexpr uint32_t looks_per_clock = 64;
 
 uint32_t spin_us;
 
@@ -56,8 +55,8 @@ struct fwx_host_loop {
     std::map<due_t, callback_t> timers;
     std::unordered_map<uint64_t, uint64_t> due_by_id;
     uint64_t next_timer_id = 1;
-    std::list<loop_task_t *> ready;
-    std::list<loop_task_t *> idle;
+    loop_place_t ready; /* rings of tasks; each is in one */
+    loop_place_t idle;
     std::vector<loop_bell_t *> bells;
     uint32_t passes_since_poll = 0;
 
@@ -66,26 +65,26 @@ struct fwx_host_loop {
     fwx_host_loop &operator=(const fwx_host_loop &) = delete;
 
     ~fwx_host_loop() {
-        ready.splice(ready.end(), idle);
-        for (loop_task_t *task : ready) {
-            task->loop_ = nullptr;
+        while (!idle.is_alone()) {
+            idle.next()->move_to(ready);
         }
-        for (loop_task_t *task : ready) {
+        for (loop_place_t *place = ready.next(); place != &ready; place = place->next()) {
+            task_of(place)->loop_ = nullptr;
+        }
+        while (!ready.is_alone()) {
+            loop_task_t *task = task_of(ready.next());
+            task->move_to(idle);
             task->loop_gone();
         }
         close(epoll_fd);
     }
 
-    void join(loop_task_t &task) { task.position_ = idle.insert(idle.end(), &task); }
-
-    void leave(loop_task_t &task) { (task.is_ready_ ? ready : idle).erase(task.position_); }
-
     void make_ready(loop_task_t &task) {
-        ready.splice(ready.end(), idle, task.position_);
+        task.move_to(ready);
         task.is_ready_ = true;
     }
 
-    bool is_busy() const { return !ready.empty(); }
+    bool is_busy() const { return !ready.is_alone(); }
 
     /** Returns 0 or an errno value. */
     uint32_t watch(int fd, uint32_t events, const callback_t &callback) {
@@ -147,17 +146,21 @@ struct fwx_host_loop {
 
     void spin() {
         if (spin_us == 0 || bells.empty()) return;
-        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(spin_us);
-        do {
-            for (uint32_t looks = 0; looks < looks_per_clock && !is_busy(); ++looks) {
-                for (loop_bell_t *bell : bells) {
-                    bell->look();
-                }
+        std::chrono::steady_clock::time_point end;
+        for (uint32_t looks = 0; !is_busy(); ++looks) {
+            for (loop_bell_t *bell : bells) {
+                bell->look();
             }
-        } while (!is_busy() && std::chrono::steady_clock::now() < end);
+            if (looks % looks_per_clock != looks_per_clock - 1) continue;
+            const auto now = std::chrono::steady_clock::now();
+            if (end == std::chrono::steady_clock::time_point()) end = now + std::chrono::microseconds(spin_us);
+            if (now >= end) return;
+        }
     }
 
 private:
+    static loop_task_t *task_of(loop_place_t *place) { return static_cast<loop_task_t *>(place); }
+
     uint32_t serve_watches(int timeout_ms) {
         std::array<epoll_event, events_per_pass> events;
         const int count = epoll_wait(epoll_fd, events.data(), events_per_pass, timeout_ms);
@@ -176,9 +179,9 @@ private:
 
     uint32_t run_tasks() {
         uint32_t calls = 0;
-        for (uint32_t budget = tasks_per_pass; budget > 0 && !ready.empty(); --budget) {
-            loop_task_t *task = ready.front();
-            idle.splice(idle.end(), ready, task->position_);
+        for (uint32_t budget = tasks_per_pass; budget > 0 && is_busy(); --budget) {
+            loop_task_t *task = task_of(ready.next());
+            task->move_to(idle);
             task->is_ready_ = false;
             calls += task->run();
         }
@@ -201,11 +204,7 @@ private:
 };
 
 loop_task_t::loop_task_t(fwx_host_loop_t &loop) : loop_(&loop) {
-    loop.join(*this);
-}
-
-loop_task_t::~loop_task_t() {
-    if (loop_ != nullptr) loop_->leave(*this);
+    move_to(loop.idle);
 }
 
 void loop_task_t::become_ready() {
@@ -270,7 +269,10 @@ uint32_t fwx_host_loop_process(fwx_host_loop_t *loop) {
 uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
     if (!is_usable(loop)) return 0;
     if (const uint32_t calls = loop->quick_pass()) return calls;
-    if (timeout_ms != 0) loop->spin();
+    if (timeout_ms != 0) {
+        loop->spin();
+        if (const uint32_t calls = loop->quick_pass()) return calls;
+    }
     const int own = loop->arm_bells_and_get_timeout_ms();
     const bool is_own_sooner = own >= 0 && (timeout_ms < 0 || own < timeout_ms);
     return loop->pass(is_own_sooner ? own : timeout_ms);

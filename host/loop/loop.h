@@ -8,17 +8,41 @@
 #define HOST_LOOP_LOOP_H
 
 #include <cstdint>
-#include <list>
 
 #include "fwx_host/loop.h"
 
-/** Throws std::bad_alloc when it is made and memory is out. */
-class loop_task_t {
+/** A place in a ring of tasks. The ring is a place as well, which the first task stands behind and no task is in. */
+class loop_place_t {
+public:
+    loop_place_t() = default;
+    loop_place_t(const loop_place_t &) = delete;
+    loop_place_t &operator=(const loop_place_t &) = delete;
+    ~loop_place_t() { leave(); }
+
+    bool is_alone() const { return next_ == this; }
+    loop_place_t *next() { return next_; }
+    /** Goes from wherever it is to the end of another ring. */
+    void move_to(loop_place_t &ring) {
+        leave();
+        previous_ = ring.previous_;
+        next_ = &ring;
+        previous_->next_ = ring.previous_ = this;
+    }
+
+private:
+    void leave() {
+        previous_->next_ = next_;
+        next_->previous_ = previous_;
+    }
+
+    loop_place_t *previous_ = this;
+    loop_place_t *next_ = this;
+};
+
+class loop_task_t : private loop_place_t {
 public:
     explicit loop_task_t(fwx_host_loop_t &loop);
-    loop_task_t(const loop_task_t &) = delete;
-    loop_task_t &operator=(const loop_task_t &) = delete;
-    virtual ~loop_task_t();
+    virtual ~loop_task_t() = default;
 
     /** Has the loop call run() once, soon. */
     void make_ready() {
@@ -40,7 +64,6 @@ private:
 
     fwx_host_loop_t *loop_; /* null once the loop is gone */
     bool is_ready_ = false;
-    std::list<loop_task_t *>::iterator position_; /* in the loop's list of ready or of idle tasks */
 };
 
 class loop_bell_t {
