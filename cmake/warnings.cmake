@@ -6,7 +6,8 @@ endif()
 
 set(FWX_NAT64_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread; empty for none")
 if(FWX_NAT64_SANITIZE)
-  add_compile_options(-fsanitize=${FWX_NAT64_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_compile_options(-fsanitize=${FWX_NAT64_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    -g1) # their reports name lines and no variables
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang) # what it puts in front of functions, clang 14 cannot for coroutines
     add_compile_options(-fno-sanitize=function)
   endif()

@@ -50,7 +50,7 @@ if [[ $tier != --quick ]]; then
   # -1, are no faults of the code; readdir reads a directory of its own, and getpwuid a program of one thread. Coroutines
   # keep what they are given.
   git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests)/' |
-    xargs cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++20 --library=posix \
+    xargs cppcheck -j "$(nproc)" --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++20 --library=posix \
       --suppress=missingReturn --suppress=cppcheckError --suppress=legacyUninitvar --suppress=invalidFunctionArg \
       --suppress=readdirCalled --suppress=getpwuidCalled '--suppress=passedByValue:tools/fleet/*' -I. -Iinclude -Ihost/include
 
@@ -68,7 +68,7 @@ if [[ $tier != --quick ]]; then
   scripts/abi.sh | tail -n 1
   scripts/docs.sh | tail -n 1
 
-  scripts/fuzz.sh 20
+  scripts/fuzz.sh 5
 
   say "demo"
   scripts/demo.sh build/dev/tools/natctl >/dev/null
