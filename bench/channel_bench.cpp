@@ -2,7 +2,7 @@
  * Round trips of a command, from the call to the callback, in one process and between two, beside the same messages
  * over a bare ring and over general messaging libraries. Five rounds, in which all take turns; medians are shown.
  * usage: channel_bench [--quick]
- *        channel_bench NAME one|64 COUNT [spins]   one of the first column's, on one processor, or spinning on two
+ *        channel_bench NAME one|64 COUNT [sleeps|spins]   one of the first column's, on one processor, or so on two
  */
 #include <algorithm>
 #include <cstdio>
@@ -100,20 +100,21 @@ private:
 
 int main(int argc, char **argv) {
     const runtime_directory_t directory;
-    const bool spins = argc == 5 && strcmp(argv[4], "spins") == 0;
-    if (argc == 4 || spins) {
+    const bool is_apart = argc == 5;
+    const bool spins = is_apart && strcmp(argv[4], "spins") == 0;
+    if (argc == 4 || spins || (is_apart && strcmp(argv[4], "sleeps") == 0)) {
         for (const contestant_t &contestant : contestants) {
             if (strcmp(contestant.name, argv[1]) != 0) continue;
             const uint32_t outstanding = strcmp(argv[2], "one") == 0 ? 1 : window;
             const double seconds = contestant.run(
-                {0, spins ? 1 : 0, spins ? spin_us : 0, outstanding, static_cast<uint32_t>(atoi(argv[3]))});
+                {0, is_apart ? 1 : 0, spins ? spin_us : 0, outstanding, static_cast<uint32_t>(atoi(argv[3]))});
             printf("%.4f us\n", seconds * 1e6);
             return 0;
         }
     }
     const bool is_quick = argc == 2 && strcmp(argv[1], "--quick") == 0;
     if (argc > 1 && !is_quick) {
-        fprintf(stderr, "usage: %s [--quick]\n       %s NAME one|64 COUNT [spins]\n", argv[0], argv[0]);
+        fprintf(stderr, "usage: %s [--quick]\n       %s NAME one|64 COUNT [sleeps|spins]\n", argv[0], argv[0]);
         return 2;
     }
     compare(is_quick ? 500 : 10000);
