@@ -11,6 +11,7 @@
 #include "tools/nat64d/service_manager.h"
 #include "tools/pal/daemon_socket.h"
 #include "tools/pal/read_file.h"
+#include "tools/pal/state_directory.h"
 
 namespace {
 
@@ -33,8 +34,7 @@ void debug_written(void *options, fwx_host_debug_channel_t, uint32_t level, cons
 
 daemon_t::daemon_t(const daemon_options_t &options)
     : options_(options),
-      supervisor_(loop_, options.server,
-                  options.state.empty() ? running_t::directory_of(options.server) : options.state,
+      supervisor_(loop_, options.server, options.state.empty() ? state_directory_of(options.server) : options.state,
                   [this] { changed(); }),
       signals_(loop_, {SIGTERM, SIGINT, SIGHUP}, [this](int number) { take_signal(number); }),
       control_(loop_, [this](const std::string &word, control_t::reply_fn_t reply) { asked(word, std::move(reply)); }),

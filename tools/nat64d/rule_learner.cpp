@@ -1,7 +1,10 @@
 #include "tools/nat64d/rule_learner.h"
 
 #include <memory>
+#include <set>
+#include <vector>
 
+#include "fwx_nat64/mapt.h"
 #include "fwx_nat64/server_result.h"
 #include "records/families.h"
 
@@ -86,4 +89,20 @@ nat64::task<size_t> learn_rules(nat64::client &client, rule_book_t &rules, const
         size_t await_resume() const { return lesson->failed(); }
     };
     co_return co_await over_t(std::make_shared<lesson_t>(client, rules, document));
+}
+
+void prune_rules(rule_book_t &rules, const document_t &document) {
+    const record_family_t &family = *record_find_family("mapt bmr");
+    std::set<rule_name_t> names;
+    for (size_t i = document.begin_of(family); i < document.end_of(family); ++i) {
+        names.insert(name_of(*reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(document.item(i).record)));
+    }
+    std::vector<rule_change_t> stale;
+    for (const auto &[name, rule] : rules.rules()) {
+        if (names.count(name) == 0) stale.push_back({FWX_NAT64_OP_DEL, rule.rule, {}});
+    }
+    for (rule_change_t &change : stale) {
+        fwx_mapt_plu_del_rule(&change.rule);
+        rules.deleting(change);
+    }
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <set>
 
 #include "config/notation.h"
 #include "fwx_nat64/mapt.h"
@@ -193,7 +192,7 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
         must_replay_ = false;
         has_learnt_rules_ = true;
         ++status_.replays;
-        prune_rules(wanted_->document);
+        prune_rules(rules_, wanted_->document);
         log_event(log_level_t::info, "replayed",
                   {{"document", wanted_->hash}, {"items", std::to_string(wanted_->document.size())}});
     } else {
@@ -314,23 +313,6 @@ void supervisor_t::note_reached() {
     status_.since = time_text();
     status_.since_s = seconds_now();
     log_event(log_level_t::info, "in_step", {{"document", status_.document}});
-}
-
-/** Takes rules out of the lookup table that no document has: a server that restarted cannot tell of them. */
-void supervisor_t::prune_rules(const document_t &document) {
-    const record_family_t &family = *record_find_family("mapt bmr");
-    std::set<rule_name_t> names;
-    for (size_t i = document.begin_of(family); i < document.end_of(family); ++i) {
-        names.insert(name_of(*reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(document.item(i).record)));
-    }
-    std::vector<rule_change_t> stale;
-    for (const auto &[name, rule] : rules_.rules()) {
-        if (names.count(name) == 0) stale.push_back({FWX_NAT64_OP_DEL, rule.rule, {}});
-    }
-    for (rule_change_t &change : stale) {
-        fwx_mapt_plu_del_rule(&change.rule);
-        rules_.deleting(change);
-    }
 }
 
 void supervisor_t::put_in_force(offer_t offered) {

@@ -74,7 +74,6 @@ private:
     nat64::task<> learn_rules();
     nat64::task<bool> bring(const offer_t &to, const char *what);
     nat64::task<> edit();
-    void prune_rules(const document_t &document);
     void note_result(const apply_result_t &result);
     void note_reached();
     void put_in_force(offer_t offered);

@@ -11,6 +11,7 @@
 #include "tools/natctl/decode.h"
 #include "tools/natctl/interrupt.h"
 #include "tools/pal/applier.h"
+#include "tools/pal/state_directory.h"
 
 namespace {
 
@@ -172,7 +173,7 @@ void wait_for_confirmation(call_t &call, const config_wish_t &wish) {
     const outlives_terminal_t outlives_terminal;
     call.pal.note("natctl: " + name + " runs; it is undone in " + std::to_string(wish.confirm_s) +
                   " s unless somebody says natctl config confirm");
-    const std::string path = running_t::directory_of(call.pal.options().connect) + "/journal";
+    const std::string path = state_directory_of(call.pal.options().connect) + "/journal";
     const interrupt_t interrupt(call.pal.loop());
     const uint64_t deadline = fwx_host_clock_ms() + wish.confirm_s * 1000;
     struct stat before {};

@@ -1,6 +1,7 @@
 /* How natctl's binding keeps the running document of its server. */
 #include "fwx_nat64/server_result.h"
 #include "tools/natctl/pal.h"
+#include "tools/pal/state_directory.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ std::string pal_t::open_running() {
         return "";
     }
     if (running_) return "";
-    running_.emplace(running_t::directory_of(options_.connect), "natctl");
+    running_.emplace(state_directory_of(options_.connect), "natctl");
     std::string error = running_->open(std::chrono::milliseconds(options_.timeout_ms));
     for (const std::string &text : running_->notes()) {
         note_("natctl: " + text);
@@ -41,7 +42,7 @@ std::string pal_t::look_at_running(std::optional<running_t> &place, running_t *&
         running = &this->running();
         return "";
     }
-    place.emplace(running_t::directory_of(options_.connect), "natctl");
+    place.emplace(state_directory_of(options_.connect), "natctl");
     running = &*place;
     return place->look();
 }

@@ -1,24 +1,16 @@
 #include "tools/pal/running.h"
 
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "config/notation.h"
 #include "records/families.h"
+#include "tools/pal/state_directory.h"
 #include "tools/pal/user.h"
-#include "tools/pal/write_file.h"
 
 namespace {
 
@@ -26,18 +18,6 @@ constexpr const char *format = "nat64 running configuration 1";
 constexpr char mark = running_t::mark;
 constexpr size_t least_settle = 1U << 16;
 constexpr std::chrono::milliseconds lock_poll{10};
-
-std::string text_of(const char *name) {
-    const char *value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-std::string home() {
-    std::string home = text_of("HOME");
-    if (!home.empty()) return home;
-    const passwd *entry = getpwuid(geteuid());
-    return entry == nullptr ? "" : entry->pw_dir;
-}
 
 std::string one_line(std::string text) {
     std::replace_if(
@@ -78,40 +58,16 @@ void write_doubts(const document_t &document, const journal_t::write_fn_t &write
     }
 }
 
-std::string failure(const std::string &path) {
-    return path + ": " + std::strerror(errno);
-}
-
 }  // namespace
 
-std::string running_t::directory_of(const std::string &server) {
-    const std::string of_service = text_of("STATE_DIRECTORY");
-    if (!of_service.empty()) return of_service + "/" + server;
-    const std::string state = text_of("XDG_STATE_HOME");
-    const bool is_usable = !state.empty() && state.front() == '/';
-    return (is_usable ? state : home() + "/.local/state") + "/natctl/" + server;
-}
-
 running_t::running_t(std::string directory, std::string program)
-    : directory_(std::move(directory)), program_(std::move(program)) {}
+    : directory_(std::move(directory)), program_(std::move(program)), ways_back_(directory_) {}
 
 running_t::~running_t() {
     if (has_lock_) std::ofstream(directory_ + "/journal.lock", std::ios::trunc).flush();
 }
 
 /* --- Opening --- */
-
-std::string running_t::make_directory() const {
-    std::error_code error;
-    const std::filesystem::path versions = directory_ + "/versions";
-    std::filesystem::path made;
-    for (const std::filesystem::path &part : versions) {
-        made /= part;
-        const bool is_there = std::filesystem::is_directory(made, error);
-        if (!is_there && mkdir(made.c_str(), 0700) != 0 && errno != EEXIST) return failure(made);
-    }
-    return "";
-}
 
 std::unique_ptr<journal_t> running_t::make_journal() {
     return std::make_unique<journal_t>(
@@ -125,7 +81,7 @@ journal_t::read_fn_t running_t::reader() {
 
 std::string running_t::open(std::chrono::milliseconds patience) {
     if (directory_.empty()) return "";
-    std::string error = make_directory();
+    std::string error = make_state_directory(directory_ + "/versions");
     if (error.empty()) error = take_lock(patience);
     if (!error.empty()) {
         journal_.reset();
@@ -329,7 +285,7 @@ std::string running_t::end() {
     document_.settle();
     const std::string lines = lines_of(plan_t(document_, base_));
     const bool is_version = change_.commands != 0 || !lines.empty();
-    std::string error = is_version ? keep_way_back(lines) : "";
+    std::string error = is_version ? ways_back_.keep(change_.number, lines) : "";
     has_begun_ = is_undoing_ = false;
     plan_ = nullptr;
     done_.clear();
@@ -339,8 +295,7 @@ std::string running_t::end() {
         versions_.push_back(change_);
         append(version_mark_of("version", change_));
         while (versions_.size() > kept_versions) {
-            if (journal_) unlink(version_path(versions_.front().number).c_str());
-            if (!ways_back_.empty()) ways_back_.erase(ways_back_.begin());
+            ways_back_.drop(versions_.front().number);
             versions_.erase(versions_.begin());
         }
     }
@@ -355,24 +310,6 @@ void running_t::set_unconfirmed(const unconfirmed_t &unconfirmed) {
 
 /* --- Versions --- */
 
-std::string running_t::keep_way_back(const std::string &lines) {
-    if (journal_) return write_file(version_path(change_.number), lines);
-    ways_back_.push_back(lines);
-    return "";
-}
-
-std::string running_t::way_back(size_t index, std::string &lines) const {
-    if (directory_.empty()) {
-        lines = ways_back_[index];
-        return "";
-    }
-    const std::string path = version_path(versions_[index].number);
-    std::ifstream file(path);
-    if (!file.is_open()) return failure(path);
-    lines.assign(std::istreambuf_iterator<char>(file), {});
-    return file.bad() ? failure(path) : "";
-}
-
 std::string running_t::older(uint32_t number, document_t &out) {
     const uint32_t last = versions_.empty() ? 0 : versions_.back().number;
     const uint32_t oldest = versions_.empty() ? 0 : versions_.front().number - 1;
@@ -383,7 +320,7 @@ std::string running_t::older(uint32_t number, document_t &out) {
     out = document();
     for (size_t i = versions_.size(); i-- != 0 && versions_[i].number > number;) {
         std::string lines;
-        std::string error = way_back(i, lines);
+        std::string error = ways_back_.read(versions_[i].number, lines);
         for_each_line(lines, [&](std::string_view line) {
             if (error.empty()) error = read_command(line);
             if (error.empty()) out.carry_out(reader_.family(), reader_.verb().op, reader_.record().bytes);

@@ -35,6 +35,7 @@
 #include "fwx_nat64/wire.h"
 #include "records/reader.h"
 #include "records/words.h"
+#include "tools/pal/ways_back.h"
 
 /** A change that has been made, or was begun. */
 struct version_t {
@@ -60,12 +61,8 @@ public:
     /** Versions that can be gone back to. */
     static constexpr size_t kept_versions = 100;
 
-    /** Where the running document of a server is: `$STATE_DIRECTORY`, else `$XDG_STATE_HOME/natctl/NAME`, else
-     * `~/.local/state/natctl/NAME`. */
-    static std::string directory_of(const std::string &server);
-
     /**
-     * @param directory is made, with mode 0700, with those above it; empty: everything is kept in memory.
+     * @param directory is made (tools/pal/state_directory.h); empty: everything is kept in memory.
      * @param program   names the holder of the lock: `nat64d`.
      */
     running_t(std::string directory, std::string program);
@@ -129,7 +126,6 @@ public:
     void set_unconfirmed(const unconfirmed_t &unconfirmed);
 
 private:
-    std::string make_directory() const;
     std::string take_lock(std::chrono::milliseconds patience);
     std::string holder() const;
     void write_holder() const;
@@ -153,9 +149,6 @@ private:
             lines.remove_prefix(std::min(length + 1, lines.size()));
         }
     }
-    std::string keep_way_back(const std::string &lines);
-    std::string way_back(size_t index, std::string &lines) const;
-    std::string version_path(uint32_t number) const { return directory_ + "/versions/" + std::to_string(number); }
 
     const std::string directory_;
     const std::string program_;
@@ -165,8 +158,8 @@ private:
     document_t base_;     /* of the last version, while a change has begun */
     document_t document_; /* with what the change has done */
     std::vector<version_t> versions_;
-    std::vector<std::string> ways_back_; /* of the versions, where there is no directory */
-    version_t change_;                   /* that has begun */
+    ways_back_t ways_back_; /* of the versions */
+    version_t change_;      /* that has begun */
     bool has_begun_ = false;
     bool has_lock_ = false;
     uint64_t boot_id_ = 0; /* of the server that the document is of; 0: unknown */
