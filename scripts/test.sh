@@ -26,8 +26,8 @@ build_and_test() {
   say "$1: build"
   cmake --preset "$1" >/dev/null
   cmake --build --preset "$1" | tail -n 1
-  say "$1: tests"
-  ctest --preset "$1" --parallel 2 --label-exclude delivery | tail -n 4
+  say "$1: tests" # that mostly wait for each other's processes
+  ctest --preset "$1" --parallel $((2 * $(nproc))) --label-exclude delivery | tail -n 4
 }
 
 say "includes"
