@@ -139,8 +139,7 @@ MHD_Result web_t::wait_for_metrics(request_t &request) {
 }
 
 void web_t::completed(void *arg, MHD_Connection *, void **place, MHD_RequestTerminationCode) {
-    auto *request = static_cast<request_t *>(*place);
-    if (request == nullptr) return;
+    auto *request = static_cast<request_t *>(*place); /* null: it ended before it was handled */
     std::erase(static_cast<web_t *>(arg)->waiting_, request);
     delete request;
     *place = nullptr;
