@@ -160,6 +160,10 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
         EXPECT_EQ(write_lines(load(text)), lines);
         EXPECT_EQ(write_json(load(text)), json);
     }
+    EXPECT_EQ(write_lines(load("logging add --dest 192.0.2.1 --port 5\nlogging add --dest 10.0.0.2 --port 5\n")),
+              "# nat64 configuration version 1\n"
+              "logging add --dest 10.0.0.2 --port 5\n"
+              "logging add --dest 192.0.2.1 --port 5\n");
     for (const char *text : {"# nat64 configuration version 1", "{\"version\":1,\"items\":{}}"}) {
         EXPECT_EQ(write_lines(load(text)), "# nat64 configuration version 1\n");
         EXPECT_EQ(write_json(load(text)), "{\"version\":1,\n\"items\":{}}\n");

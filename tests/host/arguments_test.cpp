@@ -4,6 +4,7 @@
 #include "platform/runtime.h"
 #include "platform/smc.h"
 #include "tests/support/checked_tree.h"
+#include "tests/support/zero_server.h"
 
 namespace {
 
@@ -27,7 +28,15 @@ TEST_F(arguments_t, of_no_use_are_refused_by_lists_tables_loops_and_registration
     fwx_cl_hash_t *table = nullptr;
     uint64_t cell = 0;
     void *made = nullptr;
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    fwx_host_server_t *server = nullptr;
+    fwx_host_server_ops_t deaf = zero_server_ops;
+    deaf.received = nullptr;
+    fwx_host_server_ops_t mute = zero_server_ops;
+    mute.asked = nullptr;
     const codes_t codes = {
+        fwx_host_server_register("bad", loop, &deaf, nullptr, &server),
+        fwx_host_server_register("bad", loop, &mute, nullptr, &server),
         fwx_list_init(nullptr, 1),
         fwx_list_head(nullptr, &made),
         fwx_list_insert_tail(nullptr, &cell),
@@ -48,6 +57,7 @@ TEST_F(arguments_t, of_no_use_are_refused_by_lists_tables_loops_and_registration
         cgm_int_register_client(7, &other),
     };
     EXPECT_EQ(codes, codes_t(codes.size(), FWX_HOST_ERR_BAD_ARG));
+    fwx_host_loop_destroy(loop);
     fwx_host_timer_cancel(nullptr, 1);
     fwx_host_loop_unwatch(nullptr, 0);
     EXPECT_EQ(fwx_host_timer_add(
@@ -80,6 +90,7 @@ TEST_F(arguments_t, of_no_use_are_refused_by_trees) {
     const uint8_t *const no_key = nullptr;
     const uint32_t too_wide[] = {6, 7};
     const uint32_t gap[] = {6, 0, 6};
+    fwx_host_tbm_counts_get(tree, nullptr);
     const codes_t codes = {
         init(too_wide, 2, 8, give_leaf_contents),
         init(gap, 3, 8, give_leaf_contents),

@@ -136,6 +136,7 @@ TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
         {"dynamic of type 8", config(11, 80, {2, 0, 0, 8}), value_refused},
         {"dynamic of id 0", config(11, 80, {0, 0, 0, 1}), value_refused},
         {"dynamic modified", config(13, 80, {1, 0, 0, 2}), 0},
+        {"dynamic modified to type 8", config(13, 80, {1, 0, 0, 8}), value_refused},
         {"modify of what is not there", config(13, 80, {2, 0, 0, 2}), no_entry},
         {"dynamic delete of what is not there", config(12, 8, {2, 1}), no_entry},
         {"pool", pool(1, 1, 1, first, last), 0},

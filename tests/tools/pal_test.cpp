@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <set>
 
+#include "config/journal.h"
 #include "config/load.h"
 #include "config/notation.h"
 #include "records/families.h"
@@ -182,6 +183,14 @@ TEST_F(applier_test, items_in_doubt_may_be_gone) {
     EXPECT_EQ(rules_.installed(), 1U);
 }
 
+TEST_F(applier_test, default_rules_are_known_until_they_are_deleted) {
+    const document_t more = read_document(before + "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
+    EXPECT_TRUE(apply(plan_t(from_, more)));
+    EXPECT_EQ(rules_.defaults().count(4), 1U);
+    EXPECT_TRUE(apply(plan_t(more, from_)));
+    EXPECT_TRUE(rules_.defaults().empty());
+}
+
 TEST_F(applier_test, a_scrape_takes_as_many_pools_as_are_asked_for_and_tells_of_more) {
     const document_t two = read_document(before + "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.2\n");
     ASSERT_TRUE(apply(plan_t(from_, two)));
@@ -286,6 +295,34 @@ TEST_F(running_test, what_was_committed_is_there_however_often_the_journal_was_w
     ASSERT_EQ(running.open({}), "");
     EXPECT_EQ(running.document().size(), count);
     EXPECT_EQ(running.versions().back().commands, rounds * count);
+}
+
+TEST_F(running_test, a_virtual_interface_stays_one_however_often_it_is_opened) {
+    const document_t held = read_document("interface set --ifh 1\nnvi enable --ifh 1\n");
+    hold(held);
+    for (int i = 0; i < 2; ++i) {
+        running_t running(directory_, "natctl");
+        ASSERT_EQ(running.open({}), "");
+        EXPECT_EQ(write_lines(running.document()), write_lines(held));
+    }
+}
+
+TEST_F(running_test, a_journal_with_a_line_that_says_nothing_is_refused) {
+    const std::pair<const char *, const char *> lines[] = {
+        {"@version 1 x", "no version, time and count of commands"},
+        {"@frob 1 2", "not known here"},
+        {"frob", "no command that configures"},
+    };
+    for (const auto &[line, reason] : lines) {
+        std::filesystem::create_directories(directory_);
+        {
+            journal_t journal(directory_ + "/journal", {"nat64 running configuration 1"},
+                              [text = line](const journal_t::write_fn_t &write) { write(text); });
+            ASSERT_EQ(journal.open([](std::string_view) { return std::string(); }), "");
+        }
+        running_t running(directory_, "natctl");
+        EXPECT_EQ(running.open({}), directory_ + "/journal: line 2: " + reason);
+    }
 }
 
 TEST_F(running_test, one_process_has_it_at_a_time_and_is_named_and_others_may_look) {
