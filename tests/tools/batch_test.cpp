@@ -40,7 +40,8 @@ TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before
 
 TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
     const std::string sessions = "server sessions generate 3\nsessions walk\n";
-    std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
+    const std::string walked = run("--jsonl batch -", sessions).answers;
+    std::istringstream lines(run("--jsonl batch -", seven).answers + walked);
     size_t count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
         const json_t object = json_t::parse(line);
@@ -48,6 +49,15 @@ TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command)
         EXPECT_NE(object.at("command"), "") << line;
     }
     EXPECT_EQ(count, 5U + 1 + 3 + 1);
+    EXPECT_NE(walked.find(R"("command":"sessions walk","id":"0x200000000","protocol":6)"), std::string::npos) << walked;
+}
+
+TEST_F(batch_test, a_command_that_nobody_answers_any_more_ends_with_its_channel) {
+    const run_t result =
+        run("--pipeline 4 --keep-going batch -", "server silent on\ncgm end-batch --batch 1 --async\nserver drop\n");
+    EXPECT_EQ(result.answers, "line 1: server silent: ok\nline 3: server drop: ok\n");
+    EXPECT_EQ(result.notes.find("natctl: line 2: cgm end-batch: the server went away before it answered\n"), 0U)
+        << result.notes;
 }
 
 TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses_a_second) {

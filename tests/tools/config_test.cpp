@@ -189,6 +189,19 @@ TEST_F(config_test, a_server_that_has_started_anew_gets_the_whole_document) {
     }
 }
 
+TEST_F(config_test, what_others_have_changed_is_told_until_a_replay_puts_it_right) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " + first_);
+    setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(), 1);
+    EXPECT_EQ(alpha("pool del --id 1").status, 0);
+    setenv("XDG_STATE_HOME", (directory_.path() + "/state").c_str(), 1);
+    EXPECT_NE(alpha("config apply " + first_).notes.find("the server has been changed by others"), std::string::npos);
+    EXPECT_EQ(alpha("config apply --replay " + first_).status, 0);
+    EXPECT_EQ(held().at("pools"), 1);
+    EXPECT_EQ(alpha("config apply " + first_).notes, "") << "it counts no deletes of what is not there";
+}
+
 TEST_F(config_test, an_apply_that_is_killed_is_put_right_by_the_next) {
     std::string many = "timeout set --type udp --value 300\n";
     for (int id = 1; id <= 600; ++id) {
@@ -235,6 +248,20 @@ TEST_F(config_test, a_journal_that_cannot_be_written_refuses_before_the_first_co
         EXPECT_NE(got.notes.find("/state/natctl"), std::string::npos) << got.notes;
     }
     EXPECT_EQ(alpha_json("server boot").at("data").at("changes"), 0);
+}
+
+TEST_F(config_test, what_the_server_has_done_and_cannot_be_kept_is_told) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    std::filesystem::create_directories(state_);
+    std::ofstream(state_ + "/versions") << "in the way";
+    const run_t got = alpha("timeout set --type udp --value 3");
+    EXPECT_EQ(got.status, 2);
+    EXPECT_EQ(
+        got.notes.find("natctl: timeout set: the server has done it, and it is not kept: " + state_ + "/versions/1"),
+        0U)
+        << got.notes;
+    EXPECT_EQ(alpha_json("server boot").at("data").at("changes"), 1);
 }
 
 TEST_F(config_test, while_another_has_the_running_document_configuring_is_refused_and_looking_is_not) {

@@ -49,9 +49,11 @@ constexpr field_error_t field_errors[] = {
     {"--connect '' status", "--connect '': must be the name of a server"},
     {"frob", "frob: must be status, convert, timeout, limit, "},
     {"tiemout set", "natctl: tiemout: did you mean timeout?\n"},
+    {"smappin add", "natctl: smappin: did you mean smapping?\n"}, /* dmapping is behind it and nearly as near */
     {"mapt bmr ad", "mapt bmr: ad: did you mean add?\n"},
     {"timeout set --tpye 1 --value 2", "timeout set: --tpye: did you mean --type?\n"},
     {"timeout set --type 1 --vale=2", "timeout set: --vale=2: did you mean --value?\n"},
+    {"timeout set --hepl", "timeout set: --hepl: did you mean --help?\n"},
     {"sessions walk --limt 2", "sessions walk: --limt: did you mean --limit?\n"},
     {"status --jsn", "status: --jsn: did you mean --json?\n"},
     {"timeout set --type 1111111111222222222233333333334444444444555555555566666666667 --value 1",

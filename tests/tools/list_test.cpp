@@ -36,6 +36,7 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
         {"stats mappings --limit 26", 25, false, 0},
         {"stats pools --limit 1", 1, false, 0},
         {"stats limits --limit 1", 1, false, 0},
+        {"stats limits --count 1", 1, false, 0},
         {"sessions walk --count 7 --limit 20", 20, true, 20},
         {"sessions walk --count 7 --limit 30", 30, false, 0},
     };
@@ -115,7 +116,12 @@ TEST_F(list_test, clearing_sessions_says_how_many_matched_and_is_not_sent_when_t
         run("--json --keep-going batch -", made + "server fail-next --code 9\nsession clear\nstats system\n").answers);
     EXPECT_EQ(refused.at(3).at("code"), 9);
     EXPECT_EQ(refused.at(4).at("data").at("sessions"), 9);
-    EXPECT_EQ(json_t::parse(run("--json --dry-run sessions clear").answers).at("messages").size(), 1U);
+    const std::string dry = run("--json --dry-run sessions clear --dst 192.0.2.1 --pool-address 192.0.2.2").answers;
+    const json_t messages = json_t::parse(dry).at("messages");
+    ASSERT_EQ(messages.size(), 1U) << dry;
+    const json_t &fields = messages.at(0).at("fields");
+    EXPECT_EQ(fields.at("dst"), "192.0.2.1");
+    EXPECT_EQ(fields.at("opaque"), "c0000202" + std::string(112, '0')) << "the destination has a field of its own";
 }
 
 }  // namespace

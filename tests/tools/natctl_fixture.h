@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
 #include <functional>
 #include <sstream>
 #include <streambuf>
@@ -42,6 +44,19 @@ private:
     size_t number_; /* from 1 */
     std::function<void()> before_it_;
     size_t next_ = 0;
+};
+
+/** Answers that are interrupted when they have two lines. */
+class two_lines_t : public std::stringbuf {
+    int sync() override {
+        const std::string text = str();
+        if (!is_interrupted_ && std::count(text.begin(), text.end(), '\n') == 2) {
+            is_interrupted_ = true;
+            raise(SIGINT);
+        }
+        return 0;
+    }
+    bool is_interrupted_ = false;
 };
 
 /** Every run gives back all that it took from the platform. */

@@ -1,4 +1,6 @@
 /* natctl beside a server that is a process of its own, and what ends a batch early. */
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -106,19 +108,6 @@ TEST_F(server_process_test, a_server_that_claims_more_entries_than_it_sent_is_no
     }
 }
 
-/** Answers that are interrupted when they have two lines. */
-class two_lines_t : public std::stringbuf {
-    int sync() override {
-        const std::string text = str();
-        if (!is_interrupted_ && std::count(text.begin(), text.end(), '\n') == 2) {
-            is_interrupted_ = true;
-            raise(SIGINT);
-        }
-        return 0;
-    }
-    bool is_interrupted_ = false;
-};
-
 TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_until_an_interrupt_or_its_end) {
     child_t liar;
     ASSERT_TRUE(liar.start(serve_lies));
@@ -169,6 +158,17 @@ TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_t
         EXPECT_NE(result.notes.find(part), std::string::npos) << part << '\n' << result.notes;
     }
     EXPECT_NE(run("--connect .beta status").notes.find("no server can have the name"), std::string::npos);
+}
+
+TEST_F(server_process_test, a_binding_without_descriptors_fails) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const run_t result = run("status");
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.notes, "natctl: bind: refused by the system: Too many open files (0x18)\n");
 }
 
 TEST_F(server_process_test, the_timeout_covers_the_binding) {

@@ -136,10 +136,11 @@ TEST(top_command_test, intervals_have_units_and_bounds) {
     }
 }
 
-/** Gives one client an answer. */
+/** Gives each client the next answer. */
 class page_server_t {
 public:
-    explicit page_server_t(std::string answer) {
+    explicit page_server_t(std::string answer) : page_server_t(std::vector<std::string>{std::move(answer)}) {}
+    explicit page_server_t(std::vector<std::string> answers) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -148,13 +149,15 @@ public:
         EXPECT_EQ(listen(fd_, 1), 0);
         getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &size);
         port_ = ntohs(address.sin_port);
-        thread_ = std::thread([this, text = std::move(answer)] {
-            const int client = accept(fd_, nullptr, nullptr);
-            char room[4096];
-            const ssize_t asked = read(client, room, sizeof room);
-            request_.assign(room, asked > 0 ? static_cast<size_t>(asked) : 0);
-            send(client, text.data(), text.size(), MSG_NOSIGNAL);
-            close(client);
+        thread_ = std::thread([this, texts = std::move(answers)] {
+            for (const std::string &text : texts) {
+                const int client = accept(fd_, nullptr, nullptr);
+                char room[4096];
+                const ssize_t asked = read(client, room, sizeof room);
+                request_.assign(room, asked > 0 ? static_cast<size_t>(asked) : 0);
+                send(client, text.data(), text.size(), MSG_NOSIGNAL);
+                close(client);
+            }
         });
     }
     ~page_server_t() {
@@ -165,7 +168,7 @@ public:
     page_server_t &operator=(const page_server_t &) = delete;
 
     std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
-    /** What the client asked, once it has. */
+    /** What the last client asked, once it has. */
     const std::string &request() {
         if (thread_.joinable()) thread_.join();
         return request_;
@@ -217,6 +220,24 @@ TEST_F(top_test, a_page_of_metrics_is_shown_or_what_it_is_instead) {
         const run_t got = run("top --metrics " + server.address());
         EXPECT_EQ(got.status, 4) << problem;
         EXPECT_EQ(got.notes, "natctl: top: metrics of " + server.address() + ": " + problem + "\n");
+    }
+}
+
+TEST_F(top_test, each_look_is_at_a_page_of_its_own) {
+    const page_server_t server(
+        std::vector<std::string>{"HTTP/1.0 200 OK\r\n\r\nnat64_server_up 1\nnat64_sessions 5\n",
+                                 "HTTP/1.0 200 OK\r\n\r\nnat64_server_up 1\nnat64_sessions 6\n"});
+    two_lines_t seen;
+    std::istringstream nothing;
+    std::ostream answers(&seen);
+    std::ostringstream notes;
+    EXPECT_EQ(
+        run_natctl(words_of("--jsonl top --interval 100ms --metrics " + server.address()), nothing, answers, notes), 0);
+    std::istringstream lines(seen.str());
+    for (const int sessions : {5, 6}) {
+        std::string line;
+        std::getline(lines, line);
+        EXPECT_EQ(json_t::parse(line).at("totals").dump(), "{\"sessions\":" + std::to_string(sessions) + "}") << line;
     }
 }
 
