@@ -1,4 +1,6 @@
 /* The client of the store, beside a real one and beside servers that are none. */
+#include <sys/resource.h>
+
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 
@@ -89,6 +91,10 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
     EXPECT_TRUE(watch.is_open());
     auto later = watch.next();
     later.start();
+    fwx_host_clock_turn(3600000);
+    fwx_host_loop_run_until_idle(loop_);
+    fwx_host_clock_run();
+    EXPECT_FALSE(later.done()) << "an open watch may be silent for long";
     run(etcd_.txn(put("p/a", "2")));
     ASSERT_TRUE(turn_until([&] { return later.done(); }));
     EXPECT_EQ(later.get().value[0].entry.value, "2");
@@ -251,6 +257,31 @@ TEST_F(real_etcd_test, whatever_waits_may_be_destroyed_and_so_may_the_client) {
     EXPECT_FALSE(waits.done() || reads.back().done());
     reads.clear();
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1) << "nothing is left on the loop";
+}
+
+TEST_F(etcd_test, without_descriptors_a_request_fails_and_the_next_one_does_not) {
+    const scripted_server_t server({{scripted_server_t::answer(200, "{}")}});
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    {
+        etcd_t etcd(loop_, store_at({server.place()}));
+        EXPECT_NE(run(etcd.get("p/a")).error.text.find("no memory or descriptors left"), std::string::npos);
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
+    etcd_t etcd(loop_, store_at({server.place()}));
+    EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
+}
+
+TEST_F(etcd_test, a_lease_that_the_store_says_nothing_of_has_not_ended) {
+    const std::string refusal = scripted_server_t::answer(400, R"({"code":3,"message":"what?"})");
+    const scripted_server_t server({{refusal, refusal, refusal, refusal}});
+    etcd_t etcd(loop_, store_at({server.place()}));
+    EXPECT_EQ(run(etcd.grant_lease(60)).error.kind, kind_t::other);
+    EXPECT_EQ(run(etcd.keep_lease(7)).error.kind, kind_t::other);
+    EXPECT_EQ(run(etcd.lease_left(7)).error.kind, kind_t::other);
+    EXPECT_EQ(run(etcd.revoke_lease(7)).error.kind, kind_t::other);
 }
 
 TEST_F(etcd_test, what_is_no_answer_of_etcds_is_refused) {

@@ -90,12 +90,15 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     const runtime_directory_t directory;
     std::string taken;
     std::string refused;
+    bool was_up = false; /* the store, when it had given the text */
     store_follower_t follower(loop_, etcd_, "g1", directory.path(),
                               {[&](const std::string &whole, const std::string &) {
                                    taken = whole;
+                                   was_up = follower.status().is_up;
                                    return taken_t{"its hash", ""};
                                },
                                [&](const std::string &, const std::string &reason) { refused = reason; }});
+    EXPECT_FALSE(follower.status().is_up) << "nothing has been asked so far";
     follower.start();
     ASSERT_TRUE(turn_until([&] { return !refused.empty(); }));
     EXPECT_EQ(refused, keys_.chunk(name_chunk(pieces.back()).hash) + ": is not there");
@@ -104,6 +107,7 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     put_chunks({pieces.back()});
     EXPECT_TRUE(turn_until([&] { return !taken.empty(); })) << follower.status().refused_reason;
     EXPECT_EQ(taken, text);
+    EXPECT_TRUE(was_up);
 }
 
 TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given_up) {

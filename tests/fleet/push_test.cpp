@@ -1,6 +1,7 @@
 /* Documents that are put into a store, and read from it. */
 #include <set>
 
+#include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/documents.h"
 #include "tools/fleet/document_store.h"
@@ -124,6 +125,16 @@ TEST_F(push_test, one_pushes_at_a_time) {
     EXPECT_GE(done, 1U);
     EXPECT_EQ(manifest().document.version, 1 + done);
     EXPECT_EQ(text_of_document(manifest().document), "pool " + manifest().document.note + '\n');
+}
+
+TEST_F(etcd_test, without_a_lease_there_is_no_lock) {
+    const std::string refusal = scripted_server_t::answer(400, R"({"code":3,"message":"what?"})");
+    const std::string done = scripted_server_t::answer(200, R"({"succeeded":true})");
+    const scripted_server_t server({{refusal, done, done, done}});
+    etcd_t etcd(loop_, store_at({server.place()}));
+    fleet_lock_t lock(loop_, etcd, fleet_keys_t("p"));
+    EXPECT_EQ(run(lock.take("ann@ops1")).kind, kind_t::other);
+    EXPECT_FALSE(lock.is_held());
 }
 
 TEST_F(push_test, the_lock_lives_as_long_as_its_pusher) {

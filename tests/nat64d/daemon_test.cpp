@@ -96,12 +96,14 @@ TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("server_up", false); })) << daemon.log();
     EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos);
+    EXPECT_EQ(daemon.log().find("event=library"), std::string::npos) << daemon.log();
     for (uint64_t restarts = 0; restarts < 3; ++restarts) {
         server_process_t server;
         ASSERT_TRUE(eventually([&] {
             return daemon_process_t::is("in_step", true) && daemon_process_t::is("server_restarts", restarts);
         })) << daemon.log();
         EXPECT_EQ(changes(), items);
+        EXPECT_EQ(data_of("server counts").at("refused"), 0) << "nothing is deleted of what a server has none of";
         EXPECT_EQ(value_of(daemon.get("/metrics"), "nat64_lookup_rules"), std::to_string(count));
         EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 200"), std::string::npos);
         server.end(SIGKILL);
@@ -116,6 +118,37 @@ TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
     ASSERT_TRUE(is_in_step()) << daemon.log();
     EXPECT_EQ(data_of("stats pools").size(), count);
     EXPECT_EQ(data_of("stats system").at("rules"), count);
+}
+
+TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too) {
+    const server_process_t server;
+    setenv("XDG_STATE_HOME", (folder() + "/other").c_str(), 1);
+    ASSERT_EQ(run("--connect alpha pool add --id 900 --param 1 --start 192.0.2.1 --end 192.0.2.1").status, 0);
+    setenv("XDG_STATE_HOME", folder().c_str(), 1);
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    EXPECT_EQ(data_of("stats pools").size(), count + 1);
+}
+
+TEST_F(daemon_test, what_the_library_says_is_logged_when_it_is_asked_for) {
+    const daemon_process_t daemon({"alpha", "--config", folder() + "/document", "--debug-level", "1"},
+                                  folder() + "/log");
+    EXPECT_TRUE(eventually([&] { return daemon.log().find("level=error event=library text=") != std::string::npos; }))
+        << "there is no server: " << daemon.log();
+}
+
+TEST_F(daemon_test, visitors_that_go_without_a_question_leave_no_descriptor) {
+    const server_process_t server;
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    const auto descriptors = [&] {
+        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(daemon.pid()) + "/fd");
+        return std::distance(begin(entries), end(entries));
+    };
+    const auto before = descriptors();
+    close(daemon_process_t::visit("alpha"));
+    EXPECT_TRUE(daemon_process_t::is("in_step", true)) << "it has seen who came earlier";
+    EXPECT_TRUE(eventually([&] { return descriptors() == before; }));
 }
 
 TEST_F(daemon_test, a_daemon_that_restarts_beside_its_server_learns_its_rules_and_changes_nothing) {

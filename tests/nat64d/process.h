@@ -66,13 +66,16 @@ public:
     std::string log() const { return text_of(log_path_); }
     const std::string &name() const { return name_; }
 
-    /** Null when there is no answer. */
-    static nlohmann::json ask(const std::string &word, const std::string &name = "alpha") {
+    /** A socket at its control socket; -1: it is not there. */
+    static int visit(const std::string &name) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         daemon_socket_path(name).copy(address.sun_path, sizeof address.sun_path - 1);
-        const int fd = connected(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-        const nlohmann::json answer = nlohmann::json::parse(converse(fd, word + '\n'), nullptr, false);
+        return connected(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    }
+    /** Null when there is no answer. */
+    static nlohmann::json ask(const std::string &word, const std::string &name = "alpha") {
+        const nlohmann::json answer = nlohmann::json::parse(converse(visit(name), word + '\n'), nullptr, false);
         return answer.is_discarded() ? nlohmann::json() : answer;
     }
     static bool is(const std::string &member, const nlohmann::json &value) {
