@@ -284,6 +284,16 @@ TEST_F(etcd_test, a_lease_that_the_store_says_nothing_of_has_not_ended) {
     EXPECT_EQ(run(etcd.revoke_lease(7)).error.kind, kind_t::other);
 }
 
+TEST_F(etcd_test, events_beside_one_that_cannot_be_read_are_not_given) {
+    const scripted_server_t server({{scripted_server_t::answer(
+        200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}},7]}}\n")}});
+    etcd_t etcd(loop_, store_at({server.place()}));
+    etcd_watch_t watch(etcd, "a", 1);
+    const auto got = run(watch.next());
+    EXPECT_EQ(got.error.kind, kind_t::malformed) << got.error.text;
+    EXPECT_TRUE(got.value.empty());
+}
+
 TEST_F(etcd_test, what_is_no_answer_of_etcds_is_refused) {
     struct case_t {
         std::string answer;

@@ -9,6 +9,9 @@
 #include <memory>
 #include <thread>
 
+#include "fwx_nat64/client.h"
+#include "fwx_nat64/wire.h"
+#include "model/model.h"
 #include "natctl_fixture.h"
 #include "server_process.h"
 #include "tests/support/eventually.h"
@@ -266,6 +269,29 @@ TEST_F(top_test, a_server_is_looked_at_once_where_nobody_watches) {
     }
 }
 
+/** A server `alpha` with one dynamic mapping more than a look takes. */
+void serve_many(int ready) {
+    fwx_host_loop_t *loop = fwx_host_loop_create();
+    const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
+    fwx_nat64_dmapping_payload_t payload{};
+    for (payload.map.id = 1; payload.map.id <= 65537; ++payload.map.id) {
+        model->restore(FWX_NAT64_CFG_DMAPPING_ADD, &payload, sizeof payload);
+    }
+    const bool listens = fwx_host_server_listen(fwx_host_server_find(FWX_NAT64_CHANNEL_NAME), "alpha") == 0;
+    if (!listens || write(ready, "", 1) != 1) return;
+    for (;;) {
+        fwx_host_loop_run_once(loop, -1);
+    }
+}
+
+TEST_F(top_test, a_list_that_is_not_taken_whole_is_said_to_be_cut) {
+    child_t server;
+    ASSERT_TRUE(server.start(serve_many));
+    const json_t data = json_t::parse(run("--json --connect alpha top --once").answers).at("data");
+    EXPECT_EQ(data.at("mappings").size(), 65536U);
+    EXPECT_EQ(data.at("has_more").dump(), R"({"pools":false,"mappings":true})");
+}
+
 #ifdef TMUX_PATH
 /** A terminal of its own, whose window has a size. */
 class tmux_t {
@@ -296,10 +322,11 @@ private:
 };
 
 TEST_F(top_test, a_terminal_shows_it_live_through_new_sizes_and_a_new_server_and_is_then_as_it_was) {
-    auto server = std::make_unique<server_process_t>();
-    ASSERT_TRUE(server->is_ready());
     unsetenv("TMUX");
     const tmux_t terminal(directory_.path(), NATCTL_PATH " --connect alpha top --interval 100ms");
+    EXPECT_TRUE(terminal.shows("trying again: no server alpha")) << terminal.tell("capture-pane -p");
+    auto server = std::make_unique<server_process_t>();
+    ASSERT_TRUE(server->is_ready());
     ASSERT_TRUE(terminal.shows("server alpha  2")) << terminal.tell("capture-pane -p");
     EXPECT_TRUE(terminal.shows("pools 0"));
     setenv("XDG_STATE_HOME", directory_.path().c_str(), 1);
