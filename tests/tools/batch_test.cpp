@@ -40,8 +40,7 @@ TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before
 
 TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
     const std::string sessions = "server sessions generate 3\nsessions walk\n";
-    const std::string walked = run("--jsonl batch -", sessions).answers;
-    std::istringstream lines(run("--jsonl batch -", seven).answers + walked);
+    std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
     size_t count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
         const json_t object = json_t::parse(line);
@@ -49,7 +48,6 @@ TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command)
         EXPECT_NE(object.at("command"), "") << line;
     }
     EXPECT_EQ(count, 5U + 1 + 3 + 1);
-    EXPECT_NE(walked.find(R"("command":"sessions walk","id":"0x200000000","protocol":6)"), std::string::npos) << walked;
 }
 
 TEST_F(batch_test, a_command_that_nobody_answers_any_more_ends_with_its_channel) {

@@ -46,16 +46,22 @@ private:
     size_t next_ = 0;
 };
 
-/** Answers that are interrupted when they have two lines. */
-class two_lines_t : public std::stringbuf {
+/** Answers that are interrupted when they have so many lines. */
+class interrupted_lines_t : public std::stringbuf {
+public:
+    explicit interrupted_lines_t(std::ptrdiff_t count) : count_(count) {}
+
+private:
     int sync() override {
         const std::string text = str();
-        if (!is_interrupted_ && std::count(text.begin(), text.end(), '\n') == 2) {
+        if (!is_interrupted_ && std::count(text.begin(), text.end(), '\n') == count_) {
             is_interrupted_ = true;
             raise(SIGINT);
         }
         return 0;
     }
+
+    std::ptrdiff_t count_;
     bool is_interrupted_ = false;
 };
 

@@ -112,7 +112,7 @@ TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_unti
     child_t liar;
     ASSERT_TRUE(liar.start(serve_lies));
     for (const std::string format : {"", "--jsonl "}) {
-        two_lines_t seen;
+        interrupted_lines_t seen(2);
         std::istringstream nothing;
         std::ostream answers(&seen);
         std::ostringstream notes;
@@ -132,6 +132,15 @@ TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_unti
     }
     EXPECT_EQ(run("watch").status, 2);
     EXPECT_EQ(run("--csv --connect liar watch").status, 2);
+}
+
+TEST_F(server_process_test, a_server_says_that_it_serves_in_the_format_that_is_asked_for) {
+    interrupted_lines_t seen(1);
+    std::istringstream nothing;
+    std::ostream answers(&seen);
+    std::ostringstream notes;
+    EXPECT_EQ(run_natctl(words_of("--jsonl serve alpha"), nothing, answers, notes), 0) << notes.str();
+    EXPECT_EQ(seen.str().substr(0, seen.str().find('\n')), R"({"command":"serve","serving":"alpha"})");
 }
 
 TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {

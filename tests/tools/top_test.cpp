@@ -230,7 +230,7 @@ TEST_F(top_test, each_look_is_at_a_page_of_its_own) {
     const page_server_t server(
         std::vector<std::string>{"HTTP/1.0 200 OK\r\n\r\nnat64_server_up 1\nnat64_sessions 5\n",
                                  "HTTP/1.0 200 OK\r\n\r\nnat64_server_up 1\nnat64_sessions 6\n"});
-    two_lines_t seen;
+    interrupted_lines_t seen(2);
     std::istringstream nothing;
     std::ostream answers(&seen);
     std::ostringstream notes;
