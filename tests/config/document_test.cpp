@@ -217,12 +217,14 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "range add --id 7 --start 198.0.2.1 --end 198.0.2.2\n"
          "range add --id 1 --start 192.0.2.2 --end 192.0.2.4\n"
          "range add --id 3 --start 192.0.2.7 --end 192.0.2.8\n"
-         "range add --id 3 --start 198.0.2.2 --end 198.0.2.9\n",
+         "range add --id 3 --start 198.0.2.2 --end 198.0.2.9\n"
+         "range add --id 1 --start 192.0.2.6 --end 192.0.2.6\n",
          "line 2: pool add: --end 192.0.2.19: must be 192.0.2.20 or above [--end]\n"
          "line 3: pool add: --start 192.0.2.5: overlaps pool 1 in line 1 [--start]\n"
          "line 4: range add: --id 7: there is no such pool [--id]\n"
          "line 6: range add: --start 192.0.2.7: overlaps pool 1 in line 1 [--start]\n"
-         "line 7: range add: --start 198.0.2.2: overlaps a range of pool 7 in line 4 [--start]\n"},
+         "line 7: range add: --start 198.0.2.2: overlaps a range of pool 7 in line 4 [--start]\n"
+         "line 8: range add: --start 192.0.2.6: overlaps pool 3 in line 3 [--start]\n"},
         {"prefix add --prefix 2001:db8::/50 --kind 1\nprefix add --prefix 2001:db8:0:0:100::/96 --kind 1\n"
          "interface set --ifh 1 --sful ::/0\nmapt dmr add --id 1 --prefix 2001:db8::/33\nmapt dmr add --id 2\n"
          "logging add --dest 0.0.0.0 --port 3\n",

@@ -261,16 +261,24 @@ TEST_F(real_etcd_test, whatever_waits_may_be_destroyed_and_so_may_the_client) {
 
 TEST_F(etcd_test, without_descriptors_a_request_fails_and_the_next_one_does_not) {
     const scripted_server_t server({{scripted_server_t::answer(200, "{}")}});
+    const store_t store = store_at({server.place()});
+    const fwx::host::loop &loop = loop_; /* a sanitizer that looks at this object would want a descriptor, too */
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     const rlimit none = {0, before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
+    etcd_error_t of_request;
+    etcd_error_t of_watch;
     {
-        etcd_t etcd(loop_, store_at({server.place()}));
-        EXPECT_NE(run(etcd.get("p/a")).error.text.find("no memory or descriptors left"), std::string::npos);
+        etcd_t etcd(loop, store);
+        of_request = loop.run(etcd.get("p/a")).error;
+        etcd_watch_t watch(etcd, "p/a", 1);
+        of_watch = loop.run(watch.next()).error;
     }
     setrlimit(RLIMIT_NOFILE, &before);
-    etcd_t etcd(loop_, store_at({server.place()}));
+    EXPECT_NE(of_request.text.find("no memory or descriptors left"), std::string::npos) << of_request.text;
+    EXPECT_EQ(of_watch.kind, kind_t::unreachable) << of_watch.text;
+    etcd_t etcd(loop_, store);
     EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
 }
 

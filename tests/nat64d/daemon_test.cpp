@@ -131,7 +131,7 @@ TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too)
 }
 
 TEST_F(daemon_test, what_the_library_says_is_logged_when_it_is_asked_for) {
-    const daemon_process_t daemon({"alpha", "--config", folder() + "/document", "--debug-level", "1"},
+    const daemon_process_t daemon({"alpha", "--config", folder() + "/document", "--debug-level", "4"},
                                   folder() + "/log");
     EXPECT_TRUE(eventually([&] { return daemon.log().find("level=error event=library text=") != std::string::npos; }))
         << "there is no server: " << daemon.log();

@@ -149,7 +149,6 @@ bool http_t::transfer_t::begin() {
     reply_.fault = http_reply_t::fault_t::unsent;
     reply_.reason = "no memory or descriptors left, or TLS cannot be set up";
     is_over_ = true;
-    end_transfer();
     return false;
 }
 
