@@ -132,9 +132,7 @@ protected:
 };
 
 using broken_written_t = broken_index_t;
-INSTANTIATE_TEST_SUITE_P(indices, broken_written_t,
-                         testing::Values(0, 8, 15, 16, 40, 49, 52, 88, 1024, 0x7ffffff8, 0x80000000, 0xfffffff8,
-                                         0xffffffff));
+INSTANTIATE_TEST_SUITE_P(indices, broken_written_t, testing::Values(0, 16, 49, 52, 88, 0x80000000));
 TEST_P(broken_written_t, a_writer_that_goes_back_or_too_far_or_by_parts_breaks_the_ring) {
     ring_.written = GetParam();
     EXPECT_EQ(read(), "broken");
@@ -144,9 +142,7 @@ TEST_P(broken_written_t, a_writer_that_goes_back_or_too_far_or_by_parts_breaks_t
 }
 
 using broken_read_t = broken_index_t;
-INSTANTIATE_TEST_SUITE_P(indices, broken_read_t,
-                         testing::Values(0, 8, 15, 17, 33, 36, 47, 49, 56, 1024, 0x7ffffff8, 0x80000000, 0xfffffff8,
-                                         0xffffffff));
+INSTANTIATE_TEST_SUITE_P(indices, broken_read_t, testing::Values(0, 17, 36, 56, 0x80000000));
 TEST_P(broken_read_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_the_ring) {
     const uint32_t last = writer_.position();
     ring_.read = GetParam();
@@ -161,8 +157,7 @@ TEST_P(broken_read_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_the_
 }
 
 class broken_length_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {};
-INSTANTIATE_TEST_SUITE_P(lengths, broken_length_t,
-                         testing::Values(17, 24, 57, 64, 0x7fffffff, 0x80000000, 0xfffffff8, 0xffffffff));
+INSTANTIATE_TEST_SUITE_P(lengths, broken_length_t, testing::Values(17, 64, 0x80000000, 0xffffffff));
 TEST_P(broken_length_t, a_record_longer_than_what_was_written_breaks_the_ring) {
     ASSERT_TRUE(write("0123456789abcdef"));
     const uint32_t length = GetParam();
