@@ -159,6 +159,27 @@ TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {
     EXPECT_EQ(metric("etcd_debugging_lease_granted_total"), "1");
 }
 
+TEST_F(follow_test, a_lease_that_is_due_is_kept_once) {
+    gateway_state_t state;
+    state.gateway = "g1";
+    bool has_said = false;
+    gateway_herald_t herald(
+        loop_, etcd_, "g1", [&] { return state; }, [&](const etcd_error_t &error) { has_said = !error; });
+    herald.start();
+    ASSERT_TRUE(turn_until([&] { return has_said; }));
+    const auto kept = [&] {
+        return metric(R"(grpc_server_handled_total{grpc_code="OK",grpc_method="LeaseKeepAlive",)"
+                      R"(grpc_service="etcdserverpb.Lease",grpc_type="bidi_stream"})");
+    };
+    fwx_host_clock_turn(2 * keep_lease_ms);
+    EXPECT_TRUE(turn_until([&] { return kept() == "1"; })) << kept();
+    for (int turn = 0; turn < 100; ++turn) {
+        fwx_host_loop_run_once(loop_, 1);
+    }
+    fwx_host_clock_run();
+    EXPECT_EQ(kept(), "1");
+}
+
 TEST(spread_test, a_time_is_spread_a_quarter_to_both_sides) {
     uint64_t least = UINT64_MAX;
     uint64_t most = 0;
