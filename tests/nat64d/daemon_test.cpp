@@ -133,10 +133,11 @@ TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too)
 TEST_F(daemon_test, what_the_library_says_is_logged_when_it_is_asked_for) {
     const daemon_process_t daemon({"alpha", "--config", folder() + "/document", "--debug-level", "4"},
                                   folder() + "/log");
-    for (const char *said : {R"(level=info event=library text="NAT64: \nfwx_nat64_client_connect_to_server attempting)",
-                             R"(level=error event=library text="NAT64: \nfwx_nat64_client_connect_to_server open)"}) {
+    for (const char *said : {R"(level=info event=library text="NAT64: fwx_nat64_client_connect_to_server attempting)",
+                             R"(level=error event=library text="NAT64: fwx_nat64_client_connect_to_server open)"}) {
         EXPECT_TRUE(eventually([&] { return daemon.log().find(said) != std::string::npos; })) << daemon.log();
     }
+    EXPECT_EQ(daemon.log().find(R"(text="fwx_nat64_)"), std::string::npos) << "each is said once";
 }
 
 TEST_F(daemon_test, visitors_that_go_without_a_question_leave_no_descriptor) {

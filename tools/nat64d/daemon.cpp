@@ -1,6 +1,5 @@
 #include "tools/nat64d/daemon.h"
 
-#include <algorithm>
 #include <csignal>
 
 #include "config/load.h"
@@ -10,6 +9,7 @@
 #include "tools/nat64d/metrics.h"
 #include "tools/nat64d/service_manager.h"
 #include "tools/pal/daemon_socket.h"
+#include "tools/pal/diagnostic.h"
 #include "tools/pal/read_file.h"
 #include "tools/pal/state_directory.h"
 
@@ -19,15 +19,11 @@ constexpr uint64_t sync_timeout_ms = 1000; /* in which a server that stands stil
 constexpr uint64_t watchdog_ms = 5000;
 constexpr size_t most_problems = 20; /* of a document that are logged */
 
-/** Takes a diagnostic of the library, which begins with line feeds. Of a server that is away it has one for every look,
- * so without a debug level there is none. */
-void debug_written(void *options, fwx_host_debug_channel_t, uint32_t level, const char *text) {
-    if (static_cast<const daemon_options_t *>(options)->debug_level == 0) return;
-    const std::string line = text;
-    const size_t first = std::min(line.find_first_not_of("\n "), line.size());
-    const size_t last = line.find_last_not_of("\n ");
-    log_event(level == 1 ? log_level_t::error : log_level_t::info, "library",
-              {{"text", first == line.size() ? "" : line.substr(first, last + 1 - first)}});
+/** Takes a diagnostic of the library if it is one of the debug level. Those that are always there are not logged: of a
+ * server that is away there is one for every look. */
+void debug_written(void *, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
+    if (channel != FWX_HOST_DEBUG_LEVEL) return;
+    log_event(level == 1 ? log_level_t::error : log_level_t::info, "library", {{"text", diagnostic_line(text)}});
 }
 
 }  // namespace
@@ -46,7 +42,7 @@ daemon_t::daemon_t(const daemon_options_t &options)
                                        : web_t::page_t{MHD_HTTP_SERVICE_UNAVAILABLE, status.reason + '\n'};
           }) {
     fwx_host_sync_timeout_set_ms(sync_timeout_ms);
-    fwx_host_debug_sink_set(debug_written, const_cast<daemon_options_t *>(&options));
+    fwx_host_debug_sink_set(debug_written, nullptr);
     fwx_host_debug_level_set(FWX_NAT64_DEBUG_MODULE, options.debug_level);
 }
 

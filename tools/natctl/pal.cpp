@@ -8,6 +8,7 @@
 #include "model/model.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/server_place.h"
+#include "tools/pal/diagnostic.h"
 #include "tools/pal/no_server.h"
 #include "tools/pal/seed.h"
 
@@ -17,14 +18,8 @@ void cgm_returned(void *arg, uint32_t, void *ctx, uint32_t result) {
     static_cast<pal_t *>(arg)->answered(reinterpret_cast<uintptr_t>(ctx), {nat64::nat64_error(result)});
 }
 
-/** Makes one line of a diagnostic: the library begins them with line feeds, and some have more inside. */
 void debug_written(void *arg, fwx_host_debug_channel_t, uint32_t, const char *text) {
-    std::string line;
-    for (; *text != '\0'; ++text) {
-        bool is_wanted = *text != '\n' && (*text != ' ' || !line.empty());
-        if (is_wanted) line += *text;
-    }
-    static_cast<pal_t *>(arg)->note(line);
+    static_cast<pal_t *>(arg)->note(diagnostic_line(text));
 }
 
 server_kind_t server_kind(const options_t &options) {
