@@ -31,6 +31,8 @@ fwx_nat64_client_info_t *client_info_create(const void *client_id, const fwx_nat
     info->reply_cb = *reply_cbs;
     if (unsol_cbs != nullptr) info->unsol_cb = *unsol_cbs;
     info->unsol_hndlr = fwx_nat64_unsol_cmd;
+    info->throttle_cb = nullptr;
+    info->throttle_ctx = nullptr;
     return info;
 }
 
