@@ -206,5 +206,6 @@ void fwx_nat64_client_goingdown(fwx_nat64_client_info_t *info) {
     }
     free_rx_buf(info);
     if (info->clnt_ctx_list != nullptr) clnt_ctx_drain(info, clnt_ctx_release);
+    if (info->clnt_ctx_chunk != nullptr) delivery_t::release_all(info);
     destroy_list_and_pool(info);
 }

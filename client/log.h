@@ -2,6 +2,9 @@
  * The library's diagnostics. Each goes out on the flag channel, when the flag of its level is on, and on the level
  * channel, when the platform's debug level for the library is high enough. Arguments are evaluated once for each
  * channel that is open, and not at all when both are closed. The format is a string literal.
+ *
+ * The texts are part of the library's interface: programs that read the log match them. Each stays byte for byte as it
+ * is, with its trailing or doubled blanks, missing blanks ("forfwx(%d)") and odd spellings ("Initialzing", "tabe").
  */
 #ifndef CLIENT_LOG_H
 #define CLIENT_LOG_H

@@ -9,7 +9,7 @@ constexpr uint8_t only_complex = 0;
 constexpr uint32_t lists_elements = 0; /* list kind: the list frees its records when it is destroyed */
 
 tbm_t *init_tree(uint32_t complex, uint32_t *rc) {
-    const fwx_mapt_plu_tbm_info_t &info = plu.tbm_info;
+    const fwx_mapt_plu_tbm_info_t &info = fwx_mapt_plu_tbm_info;
     return tbm_init_v4(info.param1, info.param2, info.stride_slots, uint32_t{1} << complex, info.stride_map,
                        info.param3, info.param4, info.param5, info.leaf_contents, info.param6, info.max_key_len,
                        info.param7, rc);
@@ -19,7 +19,7 @@ tbm_t *init_tree(uint32_t complex, uint32_t *rc) {
 
 uint32_t plu_first_complex(fwx_mapt_plu_complex_t **first) {
     void *head = nullptr;
-    const uint32_t rc = fwx_list_head(plu.complex_list, &head);
+    const uint32_t rc = fwx_list_head(fwx_mapt_plu_complex_list, &head);
     *first = rc == 0 ? static_cast<fwx_mapt_plu_complex_t *>(head) : nullptr;
     return rc;
 }
@@ -56,7 +56,7 @@ uint32_t fwx_mapt_plu_rule_insert(fwx_mapt_rule_hash_elem_t *elem) {
 uint32_t fwx_mapt_plu_find_tbm(uint8_t complex, tbm_t **tree) {
     if (tree == nullptr) return FWX_NAT64_ERR_INVALID;
     *tree = nullptr;
-    if (plu.complex_list == nullptr) return 0;
+    if (fwx_mapt_plu_complex_list == nullptr) return 0;
     fwx_mapt_plu_complex_t *record = nullptr;
     const uint32_t rc = plu_first_complex(&record);
     while (record != nullptr && record->complex != complex)
@@ -66,7 +66,7 @@ uint32_t fwx_mapt_plu_find_tbm(uint8_t complex, tbm_t **tree) {
 }
 
 uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
-    if (plu.tbm_info.initialised == 0) {
+    if (fwx_mapt_plu_tbm_info.initialised == 0) {
         NAT64_LOG_ERROR("\n%s: TBM info has not been initialized %s", __func__, xerr_strerror(EINVAL));
         return EINVAL;
     }
@@ -76,11 +76,11 @@ uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
     }
     *tree = nullptr;
     uint32_t rc = 0;
-    if (plu.complex_list == nullptr) {
-        rc = fwx_list_init(&plu.complex_list, lists_elements);
+    if (fwx_mapt_plu_complex_list == nullptr) {
+        rc = fwx_list_init(&fwx_mapt_plu_complex_list, lists_elements);
         if (rc != 0) {
             NAT64_LOG_ERROR("\n%s: list initialization failed %s", __func__, xerr_strerror(rc));
-            plu.complex_list = nullptr;
+            fwx_mapt_plu_complex_list = nullptr;
             return rc;
         }
     }
@@ -111,7 +111,7 @@ uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
     }
     record->complex = number;
     record->tree = created;
-    rc = fwx_list_insert_tail(plu.complex_list, record);
+    rc = fwx_list_insert_tail(fwx_mapt_plu_complex_list, record);
     if (rc != 0) {
         NAT64_LOG_ERROR("\n%s: list insert failedfwx(%d) %s", __func__, complex, xerr_strerror(rc));
         fwx_free_named(record);
@@ -122,7 +122,7 @@ uint32_t fwx_mapt_plu_create_tbm(uint32_t complex, tbm_t **tree) {
 }
 
 uint32_t fwx_mapt_plu_del_rule_from_fwxs(const fwx_nat64_mapt_bmr_t *bmr) {
-    if (plu.complex_list == nullptr) {
+    if (fwx_mapt_plu_complex_list == nullptr) {
         NAT64_LOG_INFO("\n%s fwx complex list uninitialized", __func__);
         return 0;
     }

@@ -53,19 +53,15 @@ typedef struct {
     tbm_t *tree; /* there is no way to destroy it */
 } fwx_mapt_plu_complex_t;
 
-/** All state of the rule table, zeroed at load. */
-typedef struct {
-    fwx_mapt_plu_tbm_info_t tbm_info;
-    uint32_t stride_map[plu_stride_slots];
-    fwx_cl_hash_t *pending_hash;
-    fwx_cl_hash_t *rule_hash;
-    fwx_chunk_t *rule_chunk;             /* all elements of both tables */
-    fwx_list_t *complex_list;            /* owns its records */
-    fwx_mapt_app_leaf_t staged_app_leaf; /* leaf data of the insert under way */
-    bool elem_may_stand_twice; /* a removal has failed during an install: an element may stand in both tables */
-} fwx_mapt_plu_t;
-
-extern fwx_mapt_plu_t plu;
+/* All state of the rule table, zeroed at load. */
+extern fwx_mapt_plu_tbm_info_t fwx_mapt_plu_tbm_info;
+extern uint32_t fwx_mapt_plu_stride_map[plu_stride_slots];
+extern fwx_cl_hash_t *fwx_mapt_plu_pending_hash;
+extern fwx_cl_hash_t *fwx_mapt_plu_rule_hash;
+extern fwx_chunk_t *fwx_mapt_plu_rule_chunk;             /* all elements of both tables */
+extern fwx_list_t *fwx_mapt_plu_complex_list;            /* owns its records */
+extern fwx_mapt_app_leaf_t fwx_mapt_plu_staged_app_leaf; /* leaf data of the current insert */
+extern bool plu_elem_may_stand_twice; /* a removal failed during an install: an element may stand in both tables */
 
 /* --- tree_parameters.cpp: 0, or a code for a null argument. --- */
 

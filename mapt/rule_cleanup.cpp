@@ -50,9 +50,9 @@ void empty_complexes() {
     if (masks.some_but_not_all_failed()) {
         NAT64_LOG_ERROR("\n%s: Failed to delete rules from PLU rc(%s)", name, xerr_strerror(FWX_NAT64_ERR_PLU_FAILED));
     }
-    rc = fwx_list_destroy(plu.complex_list);
+    rc = fwx_list_destroy(fwx_mapt_plu_complex_list);
     if (rc != 0) NAT64_LOG_ERROR("\n%s: Failed to destroy complex list rc(%s)", name, xerr_strerror(rc));
-    plu.complex_list = nullptr;
+    fwx_mapt_plu_complex_list = nullptr;
 }
 
 /* Returns every element of a table to the pool, save one that `other` holds too, and destroys the table. */
@@ -75,20 +75,21 @@ uint32_t destroy_table(fwx_cl_hash_t *table, uint32_t (*remove)(fwx_mapt_rule_ha
 
 void fwx_mapt_plu_cleanup(void) {
     NAT64_LOG_INFO("\n%s Cleaning up MAPT PLU", name);
-    if (plu.complex_list != nullptr) empty_complexes();
-    if (plu.rule_hash != nullptr) {
-        const uint32_t rc = destroy_table(plu.rule_hash, fwx_mapt_del_rule_hash_elem, plu.pending_hash);
+    if (fwx_mapt_plu_complex_list != nullptr) empty_complexes();
+    if (fwx_mapt_plu_rule_hash != nullptr) {
+        const uint32_t rc =
+            destroy_table(fwx_mapt_plu_rule_hash, fwx_mapt_del_rule_hash_elem, fwx_mapt_plu_pending_hash);
         if (rc != 0) NAT64_LOG_ERROR("\n%s: failed to delete mapt rule hash table %s", name, xerr_strerror(rc));
-        plu.rule_hash = nullptr;
+        fwx_mapt_plu_rule_hash = nullptr;
     }
-    if (plu.pending_hash != nullptr) {
-        const uint32_t rc = destroy_table(plu.pending_hash, fwx_mapt_del_pending_rule_hash_elem, nullptr);
+    if (fwx_mapt_plu_pending_hash != nullptr) {
+        const uint32_t rc = destroy_table(fwx_mapt_plu_pending_hash, fwx_mapt_del_pending_rule_hash_elem, nullptr);
         if (rc != 0) NAT64_LOG_ERROR("\n%s: failed to delete pending mapt rule hash table %s", name, xerr_strerror(rc));
-        plu.pending_hash = nullptr;
+        fwx_mapt_plu_pending_hash = nullptr;
     }
-    plu.elem_may_stand_twice = false;
-    if (plu.rule_chunk != nullptr) {
-        fwx_chunk_destroy(plu.rule_chunk);
-        plu.rule_chunk = nullptr;
+    plu_elem_may_stand_twice = false;
+    if (fwx_mapt_plu_rule_chunk != nullptr) {
+        fwx_chunk_destroy(fwx_mapt_plu_rule_chunk);
+        fwx_mapt_plu_rule_chunk = nullptr;
     }
 }

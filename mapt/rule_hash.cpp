@@ -11,9 +11,9 @@ struct rule_table_t {
     const char *del_name;
 };
 
-constexpr rule_table_t pending_table = {&plu.pending_hash, true, "fwx_mapt_add_pending_rule_hash_elem",
+constexpr rule_table_t pending_table = {&fwx_mapt_plu_pending_hash, true, "fwx_mapt_add_pending_rule_hash_elem",
                                         "fwx_mapt_del_pending_rule_hash_elem"};
-constexpr rule_table_t installed_table = {&plu.rule_hash, false, "fwx_mapt_add_rule_hash_elem",
+constexpr rule_table_t installed_table = {&fwx_mapt_plu_rule_hash, false, "fwx_mapt_add_rule_hash_elem",
                                           "fwx_mapt_del_rule_hash_elem"};
 
 uint64_t key_of(uint32_t rule_id, uint32_t domain_id) {
@@ -62,11 +62,11 @@ uint32_t remove(const fwx_mapt_rule_hash_elem_t *elem) {
 }  // namespace
 
 fwx_mapt_rule_hash_elem_t *fwx_mapt_find_pending_rule_hash_elem(uint32_t rule_id, uint32_t domain_id) {
-    return find(plu.pending_hash, key_of(rule_id, domain_id));
+    return find(fwx_mapt_plu_pending_hash, key_of(rule_id, domain_id));
 }
 
 fwx_mapt_rule_hash_elem_t *fwx_mapt_find_rule_hash_elem(uint32_t rule_id, uint32_t domain_id) {
-    return find(plu.rule_hash, key_of(rule_id, domain_id));
+    return find(fwx_mapt_plu_rule_hash, key_of(rule_id, domain_id));
 }
 
 uint32_t fwx_mapt_pending_rule_hash_elem_exists(uint32_t rule_id, uint32_t domain_id) {
@@ -91,6 +91,6 @@ uint32_t fwx_mapt_del_rule_hash_elem(fwx_mapt_rule_hash_elem_t *elem) {
 }
 
 void plu_release_elem(fwx_mapt_rule_hash_elem_t *elem, fwx_cl_hash_t *other) {
-    if (plu.elem_may_stand_twice && find(other, key_of(elem->rule)) == elem) return;
-    chunk_free(plu.rule_chunk, elem);
+    if (plu_elem_may_stand_twice && find(other, key_of(elem->rule)) == elem) return;
+    chunk_free(fwx_mapt_plu_rule_chunk, elem);
 }

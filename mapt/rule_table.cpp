@@ -13,7 +13,7 @@ uint32_t delete_pending(fwx_mapt_rule_hash_elem_t *elem, const char *caller) {
         NAT64_LOG_ERROR("\n%s : Removing prefix from pending hash failed %s ", caller, xerr_strerror(rc));
         return rc;
     }
-    plu_release_elem(elem, plu.rule_hash);
+    plu_release_elem(elem, fwx_mapt_plu_rule_hash);
     return 0;
 }
 
@@ -28,7 +28,7 @@ uint32_t delete_installed(fwx_mapt_rule_hash_elem_t *elem, const fwx_nat64_mapt_
         NAT64_LOG_ERROR("\n%s : Removing prefix from rule hash failed %s ", caller, xerr_strerror(rc));
         return rc;
     }
-    plu_release_elem(elem, plu.pending_hash);
+    plu_release_elem(elem, fwx_mapt_plu_pending_hash);
     return 0;
 }
 
@@ -44,23 +44,23 @@ uint32_t fwx_mapt_plu_add_pending_rule(const fwx_nat64_mapt_bmr_t *bmr) {
                         bmr->v6_prefix_len);
         return FWX_NAT64_ERR_INVALID;
     }
-    if (plu.pending_hash == nullptr) {
+    if (fwx_mapt_plu_pending_hash == nullptr) {
         const uint32_t rc = fwx_mapt_plu_create_pending_hash();
         if (rc != 0) {
             NAT64_LOG_ERROR("\n%s: failed to initialize pending rule hash tabe, %s", __func__, xerr_strerror(rc));
             return rc;
         }
     }
-    if (plu.rule_chunk == nullptr) {
-        plu.rule_chunk =
+    if (fwx_mapt_plu_rule_chunk == nullptr) {
+        fwx_mapt_plu_rule_chunk =
             fwx_chunk_create(element_pool_name, sizeof(fwx_mapt_rule_hash_elem_t), element_pool_elements, 257, 4, 0);
-        if (plu.rule_chunk == nullptr) {
+        if (fwx_mapt_plu_rule_chunk == nullptr) {
             NAT64_LOG_ERROR("\n%s: failed to create mapt rule hash chunk, %s", __func__, xerr_strerror(ENOMEM));
             return ENOMEM;
         }
     }
 
-    auto *elem = static_cast<fwx_mapt_rule_hash_elem_t *>(chunk_malloc(plu.rule_chunk));
+    auto *elem = static_cast<fwx_mapt_rule_hash_elem_t *>(chunk_malloc(fwx_mapt_plu_rule_chunk));
     if (elem == nullptr) {
         NAT64_LOG_ERROR("\n%s: no memory available for mapt rule hash chunk, %s", __func__, xerr_strerror(ENOMEM));
         return ENOMEM;
@@ -68,14 +68,14 @@ uint32_t fwx_mapt_plu_add_pending_rule(const fwx_nat64_mapt_bmr_t *bmr) {
     elem->rule = *bmr;
     const uint32_t rc = fwx_mapt_add_pending_rule_hash_elem(elem);
     if (rc != 0) {
-        chunk_free(plu.rule_chunk, elem);
+        chunk_free(fwx_mapt_plu_rule_chunk, elem);
         NAT64_LOG_ERROR("\n%s: Add elem failed, %s", __func__, xerr_strerror(rc));
     }
     return rc;
 }
 
 uint32_t fwx_mapt_plu_add_rule(const void *reply) {
-    if (reply == nullptr || plu.pending_hash == nullptr) return FWX_NAT64_ERR_INVALID;
+    if (reply == nullptr || fwx_mapt_plu_pending_hash == nullptr) return FWX_NAT64_ERR_INVALID;
 
     const auto *answer = static_cast<const fwx_nat64_mapt_reply_t *>(reply);
     fwx_mapt_rule_hash_elem_t *elem = fwx_mapt_find_pending_rule_hash_elem(answer->rule_id, answer->domain_id);
@@ -85,21 +85,21 @@ uint32_t fwx_mapt_plu_add_rule(const void *reply) {
     uint32_t rc = fwx_mapt_del_pending_rule_hash_elem(elem);
     const bool still_pending = rc != 0;
     if (still_pending) {
-        plu.elem_may_stand_twice = true;
+        plu_elem_may_stand_twice = true;
         NAT64_LOG_ERROR("\n%s: PLU rule insert failed %s", __func__, xerr_strerror(rc));
     }
 
-    if (plu.rule_hash == nullptr) {
+    if (fwx_mapt_plu_rule_hash == nullptr) {
         rc = fwx_mapt_plu_create_rule_hash();
         if (rc != 0) {
-            if (!still_pending) plu_release_elem(elem, plu.rule_hash);
+            if (!still_pending) plu_release_elem(elem, fwx_mapt_plu_rule_hash);
             NAT64_LOG_ERROR("\n%s: failed to initialize rule hash tabe, %s", __func__, xerr_strerror(rc));
             return rc;
         }
     }
     rc = fwx_mapt_add_rule_hash_elem(elem);
     if (rc != 0) {
-        if (!still_pending) plu_release_elem(elem, plu.rule_hash);
+        if (!still_pending) plu_release_elem(elem, fwx_mapt_plu_rule_hash);
         NAT64_LOG_ERROR("\n%s: Add rule hash elem failed, %s", __func__, xerr_strerror(rc));
         return rc;
     }

@@ -95,8 +95,8 @@ uint32_t look_up(tbm_t *tree, const lookup_key_t &key, const char *caller, uint3
 
 /* The tree library fetches the staged data while it inserts. */
 void stage_leaf_data(uint32_t bmr_index) {
-    plu.staged_app_leaf = {};
-    plu.staged_app_leaf.mapt_bmr = __builtin_bswap32(bmr_index);
+    fwx_mapt_plu_staged_app_leaf = {};
+    fwx_mapt_plu_staged_app_leaf.mapt_bmr = __builtin_bswap32(bmr_index);
 }
 
 template <const subtable_t &subtable>
@@ -220,7 +220,7 @@ uint32_t fwx_mapt_tbm_plu_leaf_contents_func_t_v2(void * /*unused*/, void *buffe
         return 1;
     }
     NAT64_LOG_INFO("\n %s : fwx_mapt_app_leaf mapt_bmr %d   app_leaf(%p)", __func__,
-                   __builtin_bswap32(plu.staged_app_leaf.mapt_bmr), app_leaf);
-    fwx_memcpy(buffer, &plu.staged_app_leaf, sizeof(plu.staged_app_leaf));
+                   __builtin_bswap32(fwx_mapt_plu_staged_app_leaf.mapt_bmr), app_leaf);
+    fwx_memcpy(buffer, &fwx_mapt_plu_staged_app_leaf, sizeof(fwx_mapt_plu_staged_app_leaf));
     return 0;
 }

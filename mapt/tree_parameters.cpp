@@ -18,7 +18,7 @@ uint32_t fwx_mapt_plu_init_tbm_info(fwx_mapt_plu_tbm_info_t *info) {
     info->initialised = 1;
     info->param1 = 7;
     info->param2 = 6;
-    info->stride_map = plu.stride_map;
+    info->stride_map = fwx_mapt_plu_stride_map;
     info->param3 = 1;
     info->stride_slots = plu_stride_slots;
     info->param4 = 0;

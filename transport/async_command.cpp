@@ -7,16 +7,12 @@
 
 namespace {
 
-uint32_t low_half(const void *msg) {
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(msg));
-}
-
-/* Whether a message is of this binding and its context still its own, and not answered, flushed or another command's.
- */
+/* True if the message was framed under the current binding and its context, if it names one, still belongs to it: not
+ * answered, flushed or reused. */
 bool framed_under(const fwx_nat64_client_info_t *info, const fwx_nat64_msg_hdr_t *hdr) {
     if (!client_is_up(info) || info->epoch != hdr->epoch) return false;
     const fwx_nat64_clnt_ctx_t *ctx = clnt_ctx_named_by(hdr);
-    return ctx == nullptr || ctx->message == low_half(hdr);
+    return ctx == nullptr || ctx->message == clnt_ctx_mark(hdr);
 }
 
 void unlist(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
@@ -33,7 +29,7 @@ void release_unsent(fwx_nat64_client_info_t *info, fwx_nat64_msg_hdr_t *hdr, con
 
 constexpr char send_callback_name[] = "fwx_nat64_client_async_send_callback";
 
-/* What does not happen in general stands apart, so that nobody saves registers for it. */
+/* Cold path. Kept out of line so that the hot path does not spill registers for it. */
 [[gnu::noinline]] void end_untaken(void *cookie, uint32_t status) {
     if (cookie == nullptr) {
         NAT64_LOG_ERROR("\n%s NULL msg ptr %s", send_callback_name, xerr_strerror(status));
@@ -59,10 +55,10 @@ constexpr char send_name[] = "fwx_nat64_client_async_cmd_send";
 [[gnu::noinline]] uint32_t end_unsent(fwx_nat64_msg_hdr_t *hdr, uint32_t rc) {
     NAT64_LOG_ERROR("\n%s msg_send failed %s", send_name, xerr_strerror(rc));
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get(); /* a callback on the way may have unbound */
-    if (framed_under(info, hdr)) {
+    if (clnt_ctx_named_by(hdr) != nullptr && framed_under(info, hdr)) {
         release_unsent(info, hdr, send_name);
     } else {
-        smc_msg_tx_buffer_free(hdr); /* its context is gone, or no longer its own */
+        smc_msg_tx_buffer_free(hdr); /* without a context, or with one that is gone or another command's */
     }
     return rc;
 }
@@ -84,7 +80,7 @@ uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_
     ctx->cb_func = cb_func;
     ctx->pal_ctx = pal_ctx;
     ctx->cmd = msgno & 0xffffU;
-    ctx->message = low_half(buffer);
+    ctx->message = clnt_ctx_mark(buffer);
     if (fwx_list_insert_tail(info->clnt_ctx_list, ctx) != 0) {
         clnt_ctx_to_pool(info, ctx);
         smc_msg_tx_buffer_free(buffer);
@@ -105,13 +101,10 @@ uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size) {
     auto *hdr = static_cast<fwx_nat64_msg_hdr_t *>(msg);
 
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
-    uint32_t rc = FWX_NAT64_ERR_NOT_READY;
-    if (framed_under(info, hdr) && !nat64_binding.is_unloading) {
-        rc = fwx_nat64_client_connect_to_server(&info, 1);
-        if (rc == 0) rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
-        if (rc == 0) return 0;
-    }
-    return end_unsent(hdr, rc);
+    if (!framed_under(info, hdr) || nat64_binding.is_unloading) return end_unsent(hdr, FWX_NAT64_ERR_NOT_READY);
+    uint32_t rc = fwx_nat64_client_connect_to_server(&info, 1);
+    if (rc == 0) rc = smc_async_msg_sends(info->chan, msg, msg, size, fwx_nat64_client_async_send_callback);
+    return rc == 0 ? 0 : end_unsent(hdr, rc);
 }
 
 void fwx_nat64_client_async_cmd_abandon(fwx_nat64_client_info_t *info, void *msg) {

@@ -15,6 +15,23 @@ void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) 
     clnt_ctx_to_pool(info, ctx);
 }
 
+delivery_t *delivery_t::innermost_;
+
+uint32_t delivery_t::put_back(fwx_nat64_client_info_t *info) {
+    const uint32_t rc = fwx_list_insert_tail(info->clnt_ctx_list, ctx_);
+    if (rc != 0) return rc;
+    ctx_->message = ~ctx_->message;
+    ctx_ = nullptr;
+    return 0;
+}
+
+void delivery_t::release_all(fwx_nat64_client_info_t *info) {
+    for (delivery_t *delivery = innermost_; delivery != nullptr; delivery = delivery->outer_) {
+        if (delivery->ctx_ != nullptr) clnt_ctx_release(info, delivery->ctx_);
+        delivery->ctx_ = nullptr;
+    }
+}
+
 uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
                         void (*end)(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx)) {
     const binding_watch_t binding;
@@ -31,5 +48,7 @@ uint32_t clnt_ctx_drain(fwx_nat64_client_info_t *info,
 }
 
 void fwx_nat64_clnt_cmd_cb(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
-    if (deliver_failure(ctx)) clnt_ctx_release(info, ctx);
+    delivery_t delivery(ctx);
+    deliver_failure(ctx);
+    if (delivery.ctx() != nullptr) clnt_ctx_release(info, ctx);
 }

@@ -12,7 +12,7 @@
 typedef struct {
     fwx_list_link_t link;
     uint32_t cmd;     /* message number; FWX_NAT64_MSG_MAX once a reply with data has released the context */
-    uint32_t message; /* low half of the address of the command's message; inverted while off the list, 0 in the pool */
+    uint32_t message; /* clnt_ctx_mark() of the command's message; inverted while off the list, 0 in the pool */
     void *pal_ctx;    /* the PAL's */
     void *cb_func;    /* the PAL's callback; for a session walk the owned fwx_nat64_sess_walk_cb_t */
 } fwx_nat64_clnt_ctx_t;
@@ -23,6 +23,12 @@ static_assert(sizeof(fwx_nat64_clnt_ctx_t) == 40 && offsetof(fwx_nat64_clnt_ctx_
  * on the list. */
 static inline fwx_nat64_clnt_ctx_t *clnt_ctx_named_by(const fwx_nat64_msg_hdr_t *hdr) {
     return reinterpret_cast<fwx_nat64_clnt_ctx_t *>(static_cast<uintptr_t>(hdr->clnt_ctx));
+}
+
+/** Tells a framed message's context by the low half of the message's address. The lowest bit is set, which is clear in
+ * the address of every buffer, so the mark of a framed message is never 0 and never equal to an inverted mark. */
+static inline uint32_t clnt_ctx_mark(const void *msg) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(msg)) + 1U;
 }
 
 /** Whether an address that a reply names may be read as a context: where the platform can tell, it is asked; elsewhere
@@ -41,13 +47,6 @@ static inline uint32_t clnt_ctx_take(fwx_nat64_client_info_t *info, fwx_nat64_cl
     return rc;
 }
 
-/** Puts a context that was taken back at the tail of the list. @return 0, or the list's code: it stays the taker's. */
-static inline uint32_t clnt_ctx_put_back(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
-    const uint32_t rc = fwx_list_insert_tail(info->clnt_ctx_list, ctx);
-    if (rc == 0) ctx->message = ~ctx->message;
-    return rc;
-}
-
 /** Frees the record of a walk, if the context owns one; the context then owns nothing. */
 void clnt_ctx_free_owned(fwx_nat64_clnt_ctx_t *ctx);
 
@@ -59,6 +58,32 @@ static inline void clnt_ctx_to_pool(fwx_nat64_client_info_t *info, fwx_nat64_cln
 
 /** Frees what a context owns and returns it to the pool. Requires: it is off the list. */
 void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
+
+/**
+ * Owns a context that was taken off the list, on the stack around the callbacks that it is delivered to. A callback may
+ * end the binding; going down then finds the context here and returns it before the pool is destroyed.
+ */
+class delivery_t {
+public:
+    explicit delivery_t(fwx_nat64_clnt_ctx_t *ctx) : ctx_(ctx), outer_(innermost_) { innermost_ = this; }
+    ~delivery_t() { innermost_ = outer_; }
+    delivery_t(const delivery_t &) = delete;
+    delivery_t &operator=(const delivery_t &) = delete;
+
+    /** The context; null once it is outstanding again, or its binding has ended. */
+    fwx_nat64_clnt_ctx_t *ctx() const { return ctx_; }
+    /** Makes the context outstanding again. @return 0, or the list's code: it stays in delivery. */
+    uint32_t put_back(fwx_nat64_client_info_t *info);
+
+    /** Releases every context in delivery, without a callback or a log line. */
+    static void release_all(fwx_nat64_client_info_t *info);
+
+private:
+    static delivery_t *innermost_; /* of those on the stack */
+
+    fwx_nat64_clnt_ctx_t *ctx_;
+    delivery_t *const outer_;
+};
 
 /**
  * Takes every outstanding context off the list, the first one first, and has `end` release it.

@@ -1,6 +1,5 @@
 #include "transport/delivery.h"
 
-#include "client/client.h"
 #include "client/log.h"
 #include "fwx_nat64/mapt.h"
 #include "fwx_nat64/result.h"
@@ -17,30 +16,16 @@ fn_t callback_of(const fwx_nat64_clnt_ctx_t *ctx) {
     return reinterpret_cast<fn_t>(ctx->cb_func);
 }
 
-/* Of a callback's reply that was delivered while `binding` watched. */
-fate_t fate_after(const binding_watch_t &binding, fate_t fate) {
-    return binding.is_same() ? fate : fate_t::gone;
+bool put_back(fwx_nat64_client_info_t *info, delivery_t &delivery, const char *caller) {
+    const uint32_t rc = delivery.put_back(info);
+    if (rc != 0) NAT64_LOG_ERROR("\n%s fwx_list_insert_tail %s failed", caller, xerr_strerror(rc));
+    return rc == 0;
 }
 
-bool put_back(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, const char *caller) {
-    const uint32_t rc = clnt_ctx_put_back(info, ctx);
-    if (rc == 0) return true;
-    NAT64_LOG_ERROR("\n%s fwx_list_insert_tail %s failed", caller, xerr_strerror(rc));
-    return false;
-}
-
-/* 1: finished, the caller releases the context; 0: outstanding again. */
-uint32_t fwx_nat64_clnt_ctx_requeue(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t more,
-                                    uint32_t stop) {
-    if (more == 0) return 1;
-    if (stop != 0) ctx->cb_func = nullptr;
-    return put_back(info, ctx, __func__) ? 0 : 1;
-}
-
-fate_t requeue(const binding_watch_t &binding, fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t more,
-               uint32_t stop) {
-    if (!binding.is_same()) return fate_t::gone;
-    return fwx_nat64_clnt_ctx_requeue(info, ctx, more, stop) != 0 ? fate_t::release : fate_t::keep;
+void fwx_nat64_clnt_ctx_requeue(fwx_nat64_client_info_t *info, delivery_t &delivery, uint32_t more, uint32_t stop) {
+    if (more == 0 || delivery.ctx() == nullptr) return;
+    if (stop != 0) delivery.ctx()->cb_func = nullptr;
+    put_back(info, delivery, __func__);
 }
 
 uint32_t walk_status(const fwx_nat64_sess_walk_reply_t *reply) {
@@ -50,23 +35,20 @@ uint32_t walk_status(const fwx_nat64_sess_walk_reply_t *reply) {
 
 }  // namespace
 
-/* Of each reply `more` is read before the callback: the message may be gone after it. */
+/* `more` is read before the callback, because the message may be gone after it. */
 
-fate_t deliver_sys(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
-    const binding_watch_t binding;
+void deliver_sys(fwx_nat64_client_info_t *info, delivery_t &delivery, void *msg) {
+    fwx_nat64_clnt_ctx_t *ctx = delivery.ctx();
     auto *stats = static_cast<fwx_nat64_stats_sys_reply_t *>(msg);
-    if (stats->reply.result != 0) {
-        fail_sys(ctx);
-        return fate_after(binding, fate_t::release);
-    }
+    if (stats->reply.result != 0) return fail_sys(ctx);
     const auto callback = callback_of<fwx_nat64_sys_stats_fn_t>(ctx);
     const uint32_t more = stats->more;
     const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats + 1) : 1;
-    return requeue(binding, info, ctx, more, stop);
+    fwx_nat64_clnt_ctx_requeue(info, delivery, more, stop);
 }
 
-fate_t deliver_intf(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
-    const binding_watch_t binding;
+void deliver_intf(fwx_nat64_client_info_t *info, delivery_t &delivery, void *msg) {
+    fwx_nat64_clnt_ctx_t *ctx = delivery.ctx();
     auto *stats = static_cast<fwx_nat64_stats_intf_reply_t *>(msg);
     if (stats->reply.result != 0) {
         stats->more = 0;
@@ -75,11 +57,11 @@ fate_t deliver_intf(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
     const auto callback = callback_of<fwx_nat64_intf_stats_fn_t>(ctx);
     const uint32_t more = stats->more;
     const uint32_t stop = callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats + 1) : 1;
-    return requeue(binding, info, ctx, more, stop);
+    fwx_nat64_clnt_ctx_requeue(info, delivery, more, stop);
 }
 
-fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
-    const binding_watch_t binding;
+void deliver_pool(fwx_nat64_client_info_t *info, delivery_t &delivery, void *msg) {
+    fwx_nat64_clnt_ctx_t *ctx = delivery.ctx();
     auto *stats = static_cast<fwx_nat64_stats_all_reply_t *>(msg);
     if (stats->reply.result != 0) {
         stats->more = 0;
@@ -89,10 +71,11 @@ fate_t deliver_pool(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
     const uint32_t more = stats->more;
     const uint32_t stop =
         callback != nullptr ? callback(ctx->pal_ctx, more, stats->value, stats->value2, stats + 1) : 1;
-    return requeue(binding, info, ctx, more, stop);
+    fwx_nat64_clnt_ctx_requeue(info, delivery, more, stop);
 }
 
-fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+void deliver_walk(fwx_nat64_client_info_t *info, delivery_t &delivery, void *msg) {
+    fwx_nat64_clnt_ctx_t *ctx = delivery.ctx();
     auto *reply = static_cast<fwx_nat64_sess_walk_reply_t *>(msg);
     NAT64_LOG_INFO("\n%s PAL ctx=%p sess_walk_cb=%p", rsp_handler_name, ctx->pal_ctx, ctx->cb_func);
     const bool failed = reply->reply.result != 0;
@@ -100,32 +83,24 @@ fate_t deliver_walk(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, vo
         NAT64_LOG_WARNING("\n%s error: PAL ctx=%p sess_walk_cb=%p", rsp_handler_name, ctx->pal_ctx, ctx->cb_func);
     }
     auto *walk = static_cast<fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
-    if (walk == nullptr) return fate_t::release;
+    if (walk == nullptr) return;
 
     const uint32_t status = failed ? FWX_NAT64_WALK_ERROR : walk_status(reply);
     /* Back on the list before the PAL hears of it: from the callback on the walk is outstanding again. */
-    if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, ctx, rsp_handler_name))) {
-        return deliver_failure(ctx) ? fate_t::release : fate_t::gone;
+    if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, delivery, rsp_handler_name))) {
+        return deliver_failure(ctx);
     }
-    const walk_news_t news = {reply->count, reply + 1, reply->value, reply->value2, status};
-    if (!walk_tell(walk, ctx->pal_ctx, news)) return fate_t::gone;
-    return status == FWX_NAT64_WALK_MORE ? fate_t::keep : fate_t::release;
+    walk_report(walk, ctx->pal_ctx, {reply->count, reply + 1, reply->value, reply->value2, status});
 }
 
 /* The server's own result does not count: the verdict is the rule table's. */
-fate_t deliver_rule(fwx_nat64_client_info_t * /*info*/, fwx_nat64_clnt_ctx_t *ctx, void *msg) {
+void deliver_rule(fwx_nat64_client_info_t * /*info*/, delivery_t &delivery, void *msg) {
     auto *reply = static_cast<fwx_nat64_mapt_reply_t *>(msg);
     uint32_t rc = 0;
     if (reply->rule_type == FWX_NAT64_MAPT_RULE_BMR && reply->op == FWX_NAT64_OP_ADD) rc = fwx_mapt_plu_add_rule(msg);
     if (reply->op == FWX_NAT64_OP_DEL && reply->cleanup == 1) fwx_mapt_plu_cleanup();
     reply->reply.result = rc;
-    return deliver_bare(ctx, rc);
-}
-
-fate_t deliver_bare(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code) {
-    const binding_watch_t binding;
-    deliver_result(ctx, code);
-    return fate_after(binding, fate_t::release_unlogged);
+    deliver_result(delivery.ctx(), rc);
 }
 
 void deliver_result(const fwx_nat64_clnt_ctx_t *ctx, uint32_t code) {
@@ -152,16 +127,11 @@ void fail_pool(fwx_nat64_clnt_ctx_t *ctx) {
 
 void fail_walk(fwx_nat64_clnt_ctx_t *ctx) {
     auto *walk = static_cast<fwx_nat64_sess_walk_cb_t *>(ctx->cb_func);
-    if (walk != nullptr) walk_tell(walk, ctx->pal_ctx, {0, nullptr, 0, 0, FWX_NAT64_WALK_ERROR});
+    if (walk != nullptr) walk_report(walk, ctx->pal_ctx, {0, nullptr, 0, 0, FWX_NAT64_WALK_ERROR});
 }
 
-bool deliver_failure(fwx_nat64_clnt_ctx_t *ctx) {
+void deliver_failure(fwx_nat64_clnt_ctx_t *ctx) {
     const deliver_failure_fn_t deliver = msg_row(ctx->cmd).deliver_failure;
-    if (deliver == nullptr) {
-        NAT64_LOG_WARNING("\n%s invalid reply code %d", "fwx_nat64_clnt_cmd_cb", ctx->cmd);
-        return true;
-    }
-    const binding_watch_t binding;
-    deliver(ctx);
-    return binding.is_same();
+    if (deliver != nullptr) return deliver(ctx);
+    NAT64_LOG_WARNING("\n%s invalid reply code %d", "fwx_nat64_clnt_cmd_cb", ctx->cmd);
 }

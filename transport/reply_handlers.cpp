@@ -1,5 +1,4 @@
 /* Replies whose whole content is a result: to commands, and to classifier commands. */
-#include "client/client.h"
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "platform/cgm.h"
@@ -22,9 +21,9 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
         fwx_nat64_clnt_cmd_cb(info, ctx);
         return;
     }
-    const binding_watch_t binding;
+    delivery_t delivery(ctx);
     deliver_result(ctx, reply->result);
-    if (binding.is_same()) clnt_ctx_to_pool(info, ctx);
+    if (delivery.ctx() != nullptr) clnt_ctx_to_pool(info, ctx);
 }
 
 void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t size) {
@@ -44,10 +43,13 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
     NAT64_LOG_TRACE("\n%s epoch(%d/%d) - cgm_notification_async_return() for PAL CTX: %#x, %s", __func__, info->epoch,
                     reply->hdr.epoch, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ctx->pal_ctx)),
                     xerr_strerror(reply->result));
-    const binding_watch_t binding;
+    delivery_t delivery(ctx);
     void *manager_ctx = ctx->pal_ctx; /* both may be gone after a callback */
     const uint32_t result = reply->result;
-    if (msg_row(ctx->cmd).is_query && deliver_failure(ctx)) clnt_ctx_free_owned(ctx);
+    if (msg_row(ctx->cmd).is_query) {
+        deliver_failure(ctx);
+        if (delivery.ctx() != nullptr) clnt_ctx_free_owned(ctx);
+    }
     cgm_notification_async_return(FWX_NAT64_CGM_CLIENT_ID, manager_ctx, result);
-    if (binding.is_same()) clnt_ctx_to_pool(info, ctx);
+    if (delivery.ctx() != nullptr) clnt_ctx_to_pool(info, ctx);
 }

@@ -9,10 +9,10 @@ namespace {
 
 constexpr const char *name = rsp_handler_name;
 
-void finish(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t msgno, fate_t fate) {
+void finish(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t msgno) {
     const void *cb_func = ctx->cb_func;
     clnt_ctx_free_owned(ctx);
-    if (fate == fate_t::release) {
+    if (msgno != FWX_NAT64_MSG_MAPT_RULE) { /* which is finished like a command that a result answers */
         NAT64_LOG_INFO("\n%s client ctx=%p cb=%p msgno=%d - freed", name, static_cast<void *>(ctx), cb_func, msgno);
     }
     ctx->cmd = FWX_NAT64_MSG_MAX;
@@ -54,15 +54,15 @@ void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t
         return;
     }
 
-    fate_t fate = fate_t::release;
+    delivery_t delivery(ctx);
     if (!is_whole && row.is_query) { /* refused, and nothing but that is told */
-        fate = deliver_failure(ctx) ? fate_t::release : fate_t::gone;
+        deliver_failure(ctx);
     } else if (!is_whole) {
-        fate = deliver_bare(ctx, reply->result);
+        deliver_result(ctx, reply->result);
     } else if (row.deliver != nullptr) {
-        fate = row.deliver(info, ctx, msg);
+        row.deliver(info, delivery, msg);
     } else {
         NAT64_LOG_ERROR("\n%s invalid reply code %d", name, msgno);
     }
-    if (fate == fate_t::release || fate == fate_t::release_unlogged) finish(info, ctx, msgno, fate);
+    if (delivery.ctx() != nullptr) finish(info, ctx, msgno);
 }

@@ -17,18 +17,14 @@ walk_watch_t::~walk_watch_t() {
     innermost = outer_;
 }
 
-bool walk_tell(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_news_t &news) {
-    if (walk->done != 0) return true;
+void walk_report(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_report_t &report) {
+    if (walk->done != 0) return;
     const binding_watch_t binding;
     const walk_watch_t watch(walk);
-    const uint32_t stop = walk->walk_cb(pal_ctx, news.count, news.data, news.value, news.value2, news.status);
-    if (watch.is_gone()) return false;
-    if (!binding.is_same()) { /* the walk was off the list, or the list was not drained to its end */
-        walk_free(walk);
-        return false;
-    }
+    const uint32_t stop = walk->walk_cb(pal_ctx, report.count, report.data, report.value, report.value2, report.status);
+    if (watch.is_gone()) return;
+    if (!binding.is_same()) return walk_free(walk); /* going down could not drain the list to its end */
     if (stop == 1) walk->done = 1;
-    return true;
 }
 
 void walk_free(fwx_nat64_sess_walk_cb_t *walk) {

@@ -1,4 +1,4 @@
-/* A session walk under way: its record, and the calls of its callback, from within which the walk may end. */
+/* The record of an outstanding session walk, and the calls of its callback, which may end the walk. */
 #ifndef TRANSPORT_WALK_H
 #define TRANSPORT_WALK_H
 
@@ -34,14 +34,13 @@ typedef struct {
     uint64_t value;
     uint32_t value2;
     uint32_t status; /* FWX_NAT64_WALK_ */
-} walk_news_t;
+} walk_report_t;
 
 /**
- * Calls a walk's callback, unless the PAL asked to stop before, and notes whether it asks now.
- * @return whether record and context are still there. False: the callback ended the walk, by a flush, a further reply
- * or the end of the binding; the record is freed.
+ * Calls a walk's callback, unless the PAL asked to stop before, and notes whether it asks now. The callback may end the
+ * walk, by a flush, a further reply or the end of the binding; the record is freed then.
  */
-bool walk_tell(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_news_t &news);
+void walk_report(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_report_t &report);
 
 /** Frees the record of a walk; whoever watches it will find it gone. */
 void walk_free(fwx_nat64_sess_walk_cb_t *walk);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "fwx_host/errors.h"
+#include "fwx_host/fault.h"
 #include "host/runtime/bytes.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
@@ -129,6 +130,12 @@ void smc_msg_tx_buffer_free(void *msg) {
         return;
     }
     message_release(message);
+}
+
+void fwx_host_tx_buffer_offer(void *buffer) {
+    message_t *message = static_cast<message_t *>(buffer) - 1;
+    message->size_class = 0;
+    message_free(message);
 }
 
 }  // extern "C"

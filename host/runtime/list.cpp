@@ -93,7 +93,11 @@ uint32_t fwx_list_destroy(fwx_list_t *list) {
     while (list->head.next != nullptr) {
         fwx_list_link_t *first = list->head.next;
         unlink(list, first);
-        if (list->owns_elements) fwx_free_named(first);
+        if (list->owns_elements) {
+            fwx_free_named(first);
+        } else {
+            host_errors.destroyed_in_use += 1;
+        }
     }
     delete list;
     host_live.lists -= 1;

@@ -93,6 +93,7 @@ void pool_destroy(fwx_chunk_t *pool, bool is_plain) {
     if (pool->is_plain != is_plain) host_errors.bad_frees += 1;
     std::for_each_n(pool->slabs, pool->slab_count, [](const slab_t &slab) { host_slab_free(slab.begin, slab.bytes); });
     free(pool->slabs);
+    host_errors.destroyed_in_use += pool->out;
     host_live.pool_elements -= pool->out;
     host_live.pools -= 1;
     delete pool;

@@ -8,7 +8,8 @@
  * command on a platform that delivers other replies while it waits; they can nest then. A further reply to a query that
  * arrives inside that query's own callback is dropped. A callback may call everything: asynchronous and synchronous
  * commands, fwx_nat64_unbind, fwx_nat64_bind after it, and fwx_nat64_clnt_cleanup, whose comment says what a flush
- * refuses. Once a callback has ended its binding, the library touches nothing of that binding any more.
+ * refuses. It must return: an exception or a longjmp out of it would leave the library's stack frames behind. Once a
+ * callback has ended its binding, the library touches nothing of that binding any more.
  *
  * Unloading: unbind, run the loop until it is idle, then unload. Completions of messages, classifier notifications and
  * replies call into the library, so unloading it while one may still come is a crash. An unload while bound flushes
@@ -75,8 +76,8 @@ typedef uint32_t (*fwx_nat64_pool_stats_fn_t)(void *pal_ctx, uint32_t count, uin
                                               void *data);
 /**
  * Verdict on a configuration or MAP-T rule command; fwx_nat64/mapt.h says what a verdict on a rule is. `result` lives
- * during the call. Its `pal_ctx` need not be the PAL's: a classifier command that is flushed brings the classifier
- * manager's context here. Never dereference a context that you do not know.
+ * during the call. Its `pal_ctx` is the classifier manager's when a classifier command is flushed
+ * (fwx_nat64_clnt_cleanup).
  */
 typedef void (*fwx_nat64_cfg_reply_fn_t)(fwx_nat64_cmd_result_t *result);
 /** Unsolicited command 0: `op` is FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL, `record` three 32-bit words that live during
@@ -125,7 +126,8 @@ typedef struct {
     void *ev_ctx;                           /**< owned: event context, goes back through fwx_free_named */
     void *smc_ev;                           /**< owned: 8-byte cell with the messaging handle */
     struct fwx_chunk *clnt_ctx_chunk;       /**< owned: pool of client contexts */
-    struct fwx_list *clnt_ctx_list;         /**< owned: outstanding client contexts, in no order */
+    struct fwx_list *clnt_ctx_list;         /**< owned: outstanding client contexts, in order of creation; a
+                                                 query that goes on moves to the end */
     void *rx_buf;                           /**< owned, lent to the channel */
     uint64_t chan;                          /**< valid while `connected` */
     uint32_t epoch;                         /**< stamps every asynchronous message of this binding */
@@ -176,6 +178,10 @@ void fwx_nat64_clnt_init(void);
 /**
  * Flushes: reports every outstanding command to its callback as failed (FWX_NAT64_ERR_AGAIN, or empty results) and
  * releases it, whether the server has carried it out or not. Runs by itself when the library is unloaded while bound.
+ *
+ * The callbacks come in the order of the list of outstanding commands. A classifier command that is flushed calls
+ * `cfg_reply_cb` with the classifier manager's context, not the PAL's: do not dereference a context that you do not
+ * know.
  *
  * A callback of the flush that sends again is refused with FWX_NAT64_ERR_NOT_READY while the binding that is flushed is
  * still bound; it sends again when the flush is over. A callback may unbind, and then bind and send. During an unload

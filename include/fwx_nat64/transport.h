@@ -95,10 +95,11 @@ uint32_t fwx_nat64_client_async_cmd_init(size_t size, uint32_t msgno, void *pal_
  *
  * @param msg  from fwx_nat64_client_async_cmd_init.
  * @param size the size it was framed with.
- * @return 0 when handed to the channel: the callback will be called, unless the binding ends before. Every other result
- * means that it will not: FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_AGAIN when the channel cannot be
- * opened, or goes down again while it gets its initial commands; FWX_NAT64_ERR_NOT_READY when the binding of the
- * message has ended; else the messaging service's code.
+ * @return 0 when handed to the channel: the callback will be called, unless the binding ends before. After every other
+ * result it will not be called any more: FWX_NAT64_ERR_BAD_ARG for a null `msg`; FWX_NAT64_ERR_AGAIN when the channel
+ * cannot be opened, or goes down again while it gets its initial commands; FWX_NAT64_ERR_NOT_READY when the binding of
+ * the message has ended, or when the command was flushed after it was framed: the binding stands then, and the flush
+ * has already told the callback, so do not account for the command twice; else the messaging service's code.
  */
 uint32_t fwx_nat64_client_async_cmd_send(void *msg, size_t size);
 

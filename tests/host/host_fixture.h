@@ -26,7 +26,6 @@ protected:
     /** Errors counted since the test began. */
     fwx_host_errors_t errors() const { return watch_.errors(); }
 
-private:
     platform_watch_t watch_;
 };
 

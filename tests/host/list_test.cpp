@@ -23,7 +23,10 @@ protected:
     }
 
     void TearDown() override {
+        const size_t left = numbers().size();
         EXPECT_EQ(fwx_list_destroy(list_), 0u);
+        EXPECT_EQ(errors().destroyed_in_use, left) << "a list that does not own its elements";
+        watch_.expect_destroyed_in_use(left);
         host_fixture_t::TearDown();
     }
 

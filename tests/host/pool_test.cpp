@@ -21,6 +21,7 @@ protected:
     }
 
     void TearDown() override {
+        watch_.expect_destroyed_in_use(live().pool_elements); /* a pool goes with whatever is out */
         chunk_destroy(pool_);
         host_fixture_t::TearDown();
     }
@@ -60,6 +61,8 @@ TEST_F(pool_t, refuses_a_free_element_and_what_is_of_another_pool_and_ends_with_
     EXPECT_EQ(errors().bad_frees, 3u);
     EXPECT_EQ(live().pool_elements, 2u);
     EXPECT_EQ(live().pools, 1u);
+    EXPECT_EQ(errors().destroyed_in_use, 1u);
+    watch_.expect_destroyed_in_use(1);
 }
 
 TEST_F(pool_t, owns_exactly_the_elements_that_are_out_and_reads_nothing_else) {
@@ -97,6 +100,7 @@ TEST_F(pool_t, owns_exactly_the_elements_that_are_out_and_reads_nothing_else) {
     EXPECT_EQ(chunk_malloc(pool_), elements[7]);
     EXPECT_EQ(fwx_chunk_owns(pool_, elements[7]), 1u);
     munmap(unmapped, 4096);
+    chunk_free(other, foreign);
     fwx_chunk_destroy(other);
 }
 

@@ -2,7 +2,13 @@
  * Callbacks that call back: whatever a callback of the PAL or of the classifier manager does to the binding, the
  * library touches nothing of what is gone. The sanitizer finds what does not show otherwise.
  */
+#include <sys/mman.h>
+
 #include "library_fixture.h"
+
+#ifdef ADDRESS_SANITIZER
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace {
 
@@ -22,6 +28,25 @@ protected:
     bytes_t query() { return sent(fwx_nat64_stats_sys_query_a(0, this)); }
     bytes_t walk() { return sent(fwx_nat64_session_walk_a(1, &filter_, 0, 0, 0, walk_cb, this)); }
     bytes_t rule() { return sent(fwx_nat64_mapt_dmr_set_a(FWX_NAT64_OP_ADD, &dmr_, this)); }
+
+    /* The other queries. */
+    bytes_t list_query(uint32_t msgno) {
+        switch (msgno) {
+            case FWX_NAT64_MSG_STATS_INTF:
+                return sent(fwx_nat64_stats_intf_query_a(this));
+            case FWX_NAT64_MSG_STATS_POOL_ALL:
+                return sent(fwx_nat64_stats_pool_all_query_a(0, nullptr, 1, 0, this));
+            case FWX_NAT64_MSG_STATS_MAPPING_ALL:
+                return sent(fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1, 0, this));
+            default:
+                return sent(fwx_nat64_stats_limit_all_query_a(0, 1, this));
+        }
+    }
+    void answer_list_query(uint32_t msgno, uint32_t more) {
+        bytes_t reply = reply_to(list_query(msgno), msgno, 64);
+        put(reply, 40, more);
+        deliver(reply);
+    }
 
     static bytes_t query_reply(const bytes_t &command, uint32_t more) {
         bytes_t reply = reply_to(command, 4, 48);
@@ -65,6 +90,10 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
         {"result", [&] { deliver(reply_to(upload(), 0, 36)); }},
         {"query with more to come", [&] { deliver(query_reply(query(), 3)); }},
         {"last reply of a query", [&] { deliver(query_reply(query(), 0)); }},
+        {"interface query with more to come", [&] { answer_list_query(FWX_NAT64_MSG_STATS_INTF, 3); }},
+        {"last reply of a pool query", [&] { answer_list_query(FWX_NAT64_MSG_STATS_POOL_ALL, 0); }},
+        {"mapping query with more to come", [&] { answer_list_query(FWX_NAT64_MSG_STATS_MAPPING_ALL, 3); }},
+        {"last reply of a limit query", [&] { answer_list_query(FWX_NAT64_MSG_STATS_LIMIT_ALL, 0); }},
         {"failed query", [&] { deliver(reply_to(query(), 4, 48, 5)); }},
         {"query answered by a result", [&] { deliver(reply_to(query(), 0, 36)); }},
         {"walk with more to come", [&] { deliver(walk_reply(walk(), 1)); }},
@@ -171,6 +200,36 @@ TEST_F(callback_test_t, a_flush_refuses_what_its_callbacks_frame_and_ends) {
     EXPECT_EQ(refused, std::vector<uint32_t>{0u}) << "a new binding is not the one that is flushed";
     on_call = nullptr;
     EXPECT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
+}
+
+TEST_F(callback_test_t,
+       a_completion_that_fails_after_the_answer_does_not_end_the_command_again_wherever_its_message_stood) {
+    constexpr uintptr_t segment = uintptr_t{1} << 32; /* addresses whose low half is zero */
+    constexpr size_t page = 4096;
+    void *place = MAP_FAILED;
+    for (uintptr_t at = 0x5000 * segment; place == MAP_FAILED; at += segment) {
+        place = mmap(reinterpret_cast<void *>(at - page), 2 * page, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+        ASSERT_LT(at, 0x5100 * segment);
+    }
+#ifdef ADDRESS_SANITIZER /* the leak checker follows the list of free buffers through it */
+    __lsan_register_root_region(place, 2 * page);
+#endif
+    fwx_host_tx_buffer_offer(static_cast<uint8_t *>(place) + page);
+
+    fwx_host_server_pause(server, 1);
+    ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
+    void *context = nullptr;
+    ASSERT_EQ(fwx_list_head(info()->clnt_ctx_list, &context), 0u);
+    bytes_t named(32);
+    put(named, 16, reinterpret_cast<uint64_t>(context));
+    put(named, 24, info()->epoch);
+    deliver(reply_to(named, 0, 36, 7));
+    ASSERT_EQ(calls.size(), 1u);
+    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 5);
+    fwx_host_server_pause(server, 0);
+    pump();
+    EXPECT_EQ(calls.size(), 1u);
 }
 
 TEST_F(callback_test_t, a_completion_that_fails_late_leaves_the_command_alone_that_has_taken_its_context) {

@@ -29,7 +29,7 @@ TEST_F(guard_test_t, a_complex_has_one_tree_and_its_handle_needs_a_place) {
 }
 
 TEST_F(guard_test_t, a_rule_without_initialised_trees_stays_installed_without_leaves) {
-    plu.tbm_info = {}; /* as before the first bind of a process */
+    fwx_mapt_plu_tbm_info = {}; /* as before the first bind of a process */
     EXPECT_EQ(install(bmr_, 5), no_memory);
     EXPECT_EQ(fwx_mapt_pending_rule_hash_elem_exists(1, 2), 0u);
     EXPECT_EQ(fwx_mapt_rule_hash_elem_exists(1, 2), 1u);
@@ -62,7 +62,7 @@ TEST_F(guard_test_t, no_rule_and_one_with_a_prefix_longer_than_its_field_are_not
         EXPECT_EQ(fwx_mapt_plu_rule_insert(&elem), FWX_NAT64_ERR_INVALID);
         EXPECT_EQ(logged.back().find("error: \nfwx_mapt_plu_rule_insert: "), 0u);
     }
-    EXPECT_EQ(plu.complex_list, nullptr) << "nothing was made";
+    EXPECT_EQ(fwx_mapt_plu_complex_list, nullptr) << "nothing was made";
 }
 
 }  // namespace

@@ -70,6 +70,7 @@ protected:
     std::vector<std::pair<void *, uint32_t>> cgm_returns;
     fwx_nat64_reply_cbs_t reply_cbs{};
     fwx_nat64_unsol_cbs_t unsol_cbs{};
+    platform_watch_t watch;
 
 public:
     /** The callback that session walks use. */
@@ -79,7 +80,6 @@ public:
 private:
     static library_fixture_t *self;
     static const fwx_host_server_ops_t server_ops;
-    platform_watch_t watch;
     static uint32_t record(call_t call, const void *data);
     void run_on_call() const;
 };

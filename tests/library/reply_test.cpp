@@ -110,6 +110,7 @@ TEST_F(reply_test_t, null_foreign_and_unlisted_contexts_are_told_and_left_alone)
     EXPECT_EQ(logged.back(), "error: \nfwx_nat64_async_rsp_svr client context not found on list for cmd=6");
     EXPECT_EQ(calls.size(), 1u);
     EXPECT_EQ(live().pool_elements, 1u) << "the context is left untouched";
+    watch.expect_destroyed_in_use(1); /* that context, which is neither on the list nor in delivery */
 }
 
 TEST_F(reply_test_t, a_query_is_told_part_by_part_and_a_failed_one_with_zero_counts) {

@@ -27,6 +27,7 @@ constexpr counter_t<fwx_host_errors_t> error_counters[] = {
     {"messages without handler", &fwx_host_errors_t::dropped_no_handler},
     {"messages without buffer", &fwx_host_errors_t::dropped_no_buffer},
     {"malformed messages", &fwx_host_errors_t::dropped_malformed},
+    {"elements of destroyed pools and lists", &fwx_host_errors_t::destroyed_in_use},
 };
 
 template <typename record_t, size_t n>
@@ -49,7 +50,11 @@ platform_watch_t::platform_watch_t() {
 std::string platform_watch_t::left() const {
     fwx_host_live_t now{};
     fwx_host_live_get(&now);
-    return difference(now, live_before_, live_counters);
+    std::string text = difference(now, live_before_, live_counters);
+    if (const uint64_t lost = errors().destroyed_in_use - destroyed_in_use_expected_) {
+        text += (text.empty() ? "" : ", ") + std::to_string(lost) + " elements of destroyed pools and lists";
+    }
+    return text;
 }
 
 std::string platform_watch_t::faults() const {

@@ -59,6 +59,12 @@ void fwx_host_fault_arm(fwx_host_op_t op, uint32_t nth, uint32_t code);
 void fwx_host_fault_reset(void);
 /** Calls of `op` since the last reset, failed ones included. */
 uint64_t fwx_host_fault_calls(fwx_host_op_t op);
+/**
+ * Adds one transmit buffer of 64 bytes to the free ones; the next message of at most 64 bytes stands in it. For tests
+ * of what a program makes of an address: a platform's shared segment may begin anywhere.
+ * @param buffer a multiple of 16, with 64 bytes of memory before it and 64 behind, which stay for the process' life.
+ */
+void fwx_host_tx_buffer_offer(void *buffer);
 /** Name of an operation for messages, never null. */
 const char *fwx_host_op_name(fwx_host_op_t op);
 

@@ -29,6 +29,7 @@ typedef struct {
     uint64_t dropped_no_handler; /* received messages that no handler takes */
     uint64_t dropped_no_buffer;  /* received messages that no receive buffer could hold */
     uint64_t dropped_malformed;  /* received messages shorter than a key, or broken on their way */
+    uint64_t destroyed_in_use;   /* elements still out of a pool, or on a list that does not own them, when it went */
 } fwx_host_errors_t;
 
 /** What servers of this process have to do with clients in other processes. */
