@@ -2,7 +2,6 @@
  * natctl's batch: any text, in every way of running it, ends with a status of its own and gives back what it took. Of
  * the inputs a quarter go over a connection, to a server that answers as the first line of the input says.
  */
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <memory>
@@ -45,7 +44,7 @@ bool asks_for_much(const std::string &line) {
 
 /** Configuration has a reader of its own, which must answer as the grammar does. */
 void check_both_read_alike(const std::string &line) {
-    static CLI::App root;
+    static command_spec_t root;
     static grammar_t grammar(root);
     line_words_t words;
     record_reader_t reader;

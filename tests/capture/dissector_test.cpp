@@ -129,7 +129,7 @@ TEST_F(natctl_test, ends_with_status_2_and_names_the_file_that_cannot_be_capture
     const run_t refused = run("--json --capture /no/such/folder/file ipalias upload");
     EXPECT_EQ(refused.status, 2);
     EXPECT_EQ(refused.notes, "natctl: --capture /no/such/folder/file: No such file or directory\n");
-    EXPECT_EQ(nlohmann::json::parse(refused.answers).at("status"), "usage");
+    EXPECT_EQ(json_t::parse(refused.answers).at("status"), "usage");
     EXPECT_EQ(run("--capture '' ipalias upload").status, 2);
 }
 

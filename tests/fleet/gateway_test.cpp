@@ -50,11 +50,11 @@ protected:
             std::vector<std::string>{name(i), "--config", etcd_.url("p"), "--gateway", name(i)},
             folder() + "/log" + name(i));
     }
-    static nlohmann::json status(size_t i) { return daemon_process_t::ask("status", name(i)); }
+    static json_t status(size_t i) { return daemon_process_t::ask("status", name(i)); }
     /** A version in force, the server in step with it, and that many pools in the server. */
     bool holds(size_t i, int version, int pool_count) const {
         return eventually([&] {
-            const nlohmann::json got = status(i);
+            const json_t got = status(i);
             return got.is_object() && got.value("in_step", false) && got.at("store").at("version") == version &&
                    got.at("items") == pool_count;
         });
@@ -136,7 +136,7 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
     etcd_.end(SIGKILL);
     EXPECT_EQ(push(pools(4)).status, 4);
-    EXPECT_TRUE(eventually([] { return !status(0).at("store").value("up", true); })) << status(0);
+    EXPECT_TRUE(eventually([] { return !status(0).at("store").value("up", true); })) << status(0).dump();
     /* One that starts now has the store's word of before. */
     daemons_[1]->end(SIGTERM);
     start_daemon(1);
@@ -200,7 +200,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
         put_key(keys_.manifest(), each.manifest);
         for (size_t i = 0; i < count; ++i) {
             EXPECT_TRUE(eventually([&] {
-                const nlohmann::json got = status(i);
+                const json_t got = status(i);
                 return got.is_object() && got.value("refused_reason", "").find(each.reason) != std::string::npos;
             })) << status(i);
             EXPECT_TRUE(holds(i, 1, 3));

@@ -27,7 +27,7 @@ protected:
     static json_t data_of(const std::string &command) {
         return json_t::parse(run("--json --connect alpha " + command).answers).at("data");
     }
-    static uint64_t changes() { return data_of("server boot").at("changes"); }
+    static uint64_t changes() { return data_of("server boot").at("changes").get<uint64_t>(); }
     static bool is_in_step() {
         return eventually([] { return daemon_process_t::is("in_step", true); });
     }
@@ -270,7 +270,7 @@ TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_
     EXPECT_EQ(look.at("pools").size(), count);
     EXPECT_EQ(look.at("command_times").at("count").dump(), value_of(metrics, "nat64_command_duration_seconds_count"));
     EXPECT_NE(shown.find(R"({"kind":"pool_add","result":"ok","count":7})"), std::string::npos) << shown;
-    const uint64_t commands = data_of("server counts").at("commands");
+    const uint64_t commands = data_of("server counts").at("commands").get<uint64_t>();
     daemon.get("/metrics");
     EXPECT_LE(data_of("server counts").at("commands").get<uint64_t>() - commands, 4u + 3u + 2u)
         << "four of the scrape, three of natctl, and looks";

@@ -98,13 +98,13 @@ int drill(uint64_t kills, uint32_t count) {
     for (uint64_t kill = 0; kill <= kills; ++kill) {
         server_process_t server;
         const clock_type::time_point begin = clock_type::now();
-        wait_for("the new server is found", [&](const nlohmann::json &status) {
+        wait_for("the new server is found", [&](const json_t &status) {
             return status.is_object() && status["server_up"] == true && status["boot_id"] != boot_id;
         });
         const double absence = seconds_since(begin);
         const clock_type::time_point found = clock_type::now();
-        wait_for("in step", [&](const nlohmann::json &status) {
-            boot_id = status.is_object() ? status["boot_id"] : "";
+        wait_for("in step", [&](const json_t &status) {
+            boot_id = status["boot_id"].get<std::string>();
             return status.is_object() && status["in_step"] == true;
         });
         longest_replay = std::max(longest_replay, seconds_since(found));
@@ -122,7 +122,7 @@ int drill(uint64_t kills, uint32_t count) {
     }
     const long long end_kib = resident_kib(daemon.pid());
     const long end_fds = descriptors(daemon.pid());
-    const nlohmann::json status = daemon_process_t::ask("status");
+    const json_t status = daemon_process_t::ask("status");
     std::printf(
         "%llu kills, %u items: found within %.2f s, replayed within %.2f s, %s edits; %lld KiB then %lld, %ld "
         "descriptors then %ld\n",

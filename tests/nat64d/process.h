@@ -12,10 +12,10 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "net/json.h"
 #include "tests/support/eventually.h"
 #include "tools/pal/daemon_socket.h"
 
@@ -74,13 +74,12 @@ public:
         return connected(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     }
     /** Null when there is no answer. */
-    static nlohmann::json ask(const std::string &word, const std::string &name = "alpha") {
-        const nlohmann::json answer = nlohmann::json::parse(converse(visit(name), word + '\n'), nullptr, false);
-        return answer.is_discarded() ? nlohmann::json() : answer;
+    static json_t ask(const std::string &word, const std::string &name = "alpha") {
+        return json_t::parse(converse(visit(name), word + '\n'));
     }
-    static bool is(const std::string &member, const nlohmann::json &value) {
-        const nlohmann::json status = ask("status");
-        return status.is_object() && status.value(member, nlohmann::json()) == value;
+    static bool is(const std::string &member, const json_t &value) {
+        const json_t status = ask("status");
+        return status[member] == value;
     }
     /** Where it has its metrics; 0 before it has. */
     uint16_t port() const {

@@ -18,6 +18,10 @@
 #include "tools/natctl/cli.h"
 #include "tools/natctl/outcome.h"
 
+inline void PrintTo(const json_t &value, std::ostream *out) {
+    *out << value.dump();
+}
+
 struct run_t {
     int status;
     std::string answers;

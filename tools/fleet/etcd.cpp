@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "net/json.h"
 #include "tools/fleet/base64.h"
-#include "tools/fleet/bounded_json.h"
 #include "tools/fleet/etcd_json.h"
 
 namespace {
@@ -23,7 +23,6 @@ struct etcd_t::call_t {
 };
 
 /** As the callers of `call` see it. */
-/* NOLINTNEXTLINE(bugprone-exception-escape): as of what it is made of */
 struct etcd_t::answer_t : etcd_answer_t {};
 
 etcd_t::etcd_t(fwx_host_loop_t *loop, store_t store, const etcd_options_t &options)
@@ -43,15 +42,15 @@ http_request_t etcd_t::request_of(const call_t &call) const {
 }
 
 http_request_t etcd_t::watch_request_of(const std::string &key, int64_t revision) const {
-    nlohmann::json create = range_json(key);
+    json_t create = range_json(key);
     create["start_revision"] = std::to_string(revision);
-    const nlohmann::json body = {{"create_request", std::move(create)}};
+    const json_t body = {{"create_request", std::move(create)}};
     return request_of({"watch", body.dump()});
 }
 
 nat64::task<etcd_error_t> etcd_t::sign_in() {
-    const nlohmann::json body = {{"name", store_.user}, {"password", store_.password}};
-    call_t request{"auth/authenticate", body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)};
+    const json_t body = {{"name", store_.user}, {"password", store_.password}};
+    call_t request{"auth/authenticate", body.dump()};
     request.is_signed = false;
     answer_t answer = co_await call(std::move(request));
     if (answer.error) co_return answer.error;
@@ -103,7 +102,7 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
 
 etcd_t::reply_t<etcd_range_t> etcd_t::get(std::string key, int64_t revision) {
     etcd_result_t<etcd_range_t> result;
-    nlohmann::json body = range_json(key);
+    json_t body = range_json(key);
     if (revision != 0) body["revision"] = std::to_string(revision);
     call_t request{"kv/range", body.dump()};
     const answer_t answer = co_await call(std::move(request));
@@ -117,22 +116,21 @@ etcd_t::reply_t<etcd_range_t> etcd_t::get(std::string key, int64_t revision) {
 
 etcd_t::reply_t<etcd_range_t> etcd_t::get_all(std::vector<std::string> keys) {
     etcd_result_t<etcd_range_t> result;
-    nlohmann::json ranges = nlohmann::json::array();
+    json_t ranges = json_t::array();
     for (const std::string &key : keys) {
         ranges.push_back({{"request_range", range_json(key)}});
     }
-    const nlohmann::json body = {{"success", std::move(ranges)}};
+    const json_t body = {{"success", std::move(ranges)}};
     call_t request{"kv/txn", body.dump()};
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
     if (result.error) co_return result;
-    const auto replies = answer.json.find("responses");
-    const bool are_all_there = replies != answer.json.end() && replies->is_array() && replies->size() == keys.size();
+    const json_t &replies = answer.json["responses"];
+    const bool are_all_there = replies.is_array() && replies.size() == keys.size();
     std::string fault = are_all_there ? "" : "responses: must be as many as there are requests";
     for (size_t i = 0; i < keys.size() && fault.empty(); ++i) {
-        const nlohmann::json &reply = (*replies)[i];
-        const auto range = reply.is_object() ? reply.find("response_range") : reply.end();
-        fault = range == reply.end() ? "response_range: must be there" : read_entries(*range, result.value.entries);
+        const json_t *range = replies[i].find("response_range");
+        fault = range == nullptr ? "response_range: must be there" : read_entries(*range, result.value.entries);
     }
     if (!fault.empty()) result.error = malformed_answer(endpoint(), fault);
     result.value.revision = revision_of(answer.json);
@@ -142,7 +140,7 @@ etcd_t::reply_t<etcd_range_t> etcd_t::get_all(std::vector<std::string> keys) {
 etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values) {
     etcd_result_t<etcd_range_t> result;
     std::vector<etcd_entry_t> &entries = result.value.entries;
-    nlohmann::json body = range_json(prefix);
+    json_t body = range_json(prefix);
     body["range_end"] = to_base64(end_of_prefix(prefix));
     body["limit"] = std::to_string(options_.page);
     body["keys_only"] = !with_values;
@@ -153,7 +151,7 @@ etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values)
         if (result.error) co_return result;
         const size_t before = entries.size();
         std::string fault = read_entries(answer.json, entries);
-        has_more = answer.json.contains("more") && answer.json["more"] == true;
+        has_more = answer.json["more"] == true;
         const bool is_endless = has_more && entries.size() == before;
         if (is_endless) fault = "more: must come with entries";
         if (entries.size() > options_.most_entries) {
@@ -175,14 +173,14 @@ etcd_t::reply_t<etcd_txn_result_t> etcd_t::txn(etcd_txn_t txn) {
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
     if (result.error) co_return result;
-    result.value.is_done = answer.json.contains("succeeded") && answer.json["succeeded"] == true;
+    result.value.is_done = answer.json["succeeded"] == true;
     result.value.revision = revision_of(answer.json);
     co_return result;
 }
 
 etcd_t::reply_t<int64_t> etcd_t::grant_lease(uint32_t ttl_s) {
     etcd_result_t<int64_t> result;
-    const nlohmann::json body = {{"TTL", std::to_string(ttl_s)}};
+    const json_t body = {{"TTL", std::to_string(ttl_s)}};
     call_t request{"lease/grant", body.dump()};
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
@@ -195,13 +193,13 @@ etcd_t::reply_t<int64_t> etcd_t::grant_lease(uint32_t ttl_s) {
 
 etcd_t::reply_t<uint32_t> etcd_t::keep_lease(int64_t lease) {
     etcd_result_t<uint32_t> result;
-    const nlohmann::json body = {{"ID", std::to_string(lease)}};
+    const json_t body = {{"ID", std::to_string(lease)}};
     call_t request{"lease/keepalive", body.dump()};
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
     if (result.error) co_return result;
-    const auto kept = answer.json.find("result");
-    const int64_t left = kept == answer.json.end() ? -1 : json_members_t(*kept).int64("TTL");
+    const json_t *kept = answer.json.find("result");
+    const int64_t left = kept == nullptr ? -1 : json_members_t(*kept).int64("TTL");
     if (left < 0) result.error = malformed_answer(endpoint(), "TTL: must be there");
     result.value = static_cast<uint32_t>(std::clamp<int64_t>(left, 0, most_lease_s));
     co_return result;
@@ -209,7 +207,7 @@ etcd_t::reply_t<uint32_t> etcd_t::keep_lease(int64_t lease) {
 
 etcd_t::reply_t<uint32_t> etcd_t::lease_left(int64_t lease) {
     etcd_result_t<uint32_t> result;
-    const nlohmann::json body = {{"ID", std::to_string(lease)}};
+    const json_t body = {{"ID", std::to_string(lease)}};
     call_t request{"lease/timetolive", body.dump()};
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
@@ -221,7 +219,7 @@ etcd_t::reply_t<uint32_t> etcd_t::lease_left(int64_t lease) {
 
 etcd_t::reply_t<bool> etcd_t::revoke_lease(int64_t lease) {
     etcd_result_t<bool> result;
-    const nlohmann::json body = {{"ID", std::to_string(lease)}};
+    const json_t body = {{"ID", std::to_string(lease)}};
     call_t request{"lease/revoke", body.dump()};
     const answer_t answer = co_await call(std::move(request));
     const bool is_gone = answer.error.text.find("lease not found") != std::string::npos;

@@ -2,8 +2,8 @@
 
 #include <array>
 
+#include "net/json.h"
 #include "tools/fleet/base64.h"
-#include "tools/fleet/bounded_json.h"
 
 namespace {
 
@@ -41,9 +41,9 @@ const char *word_of(etcd_txn_t::compare_t::what_t what) {
     return what == what_t::value ? "VALUE" : what == what_t::create_revision ? "CREATE" : "MOD";
 }
 
-nlohmann::json compare_json(const etcd_txn_t::compare_t &compare) {
+json_t compare_json(const etcd_txn_t::compare_t &compare) {
     using what_t = etcd_txn_t::compare_t::what_t;
-    nlohmann::json json = {{"key", to_base64(compare.key)}, {"target", word_of(compare.what)}, {"result", "EQUAL"}};
+    json_t json = {{"key", to_base64(compare.key)}, {"target", word_of(compare.what)}, {"result", "EQUAL"}};
     if (compare.what == what_t::value) {
         json["value"] = to_base64(compare.value);
     } else {
@@ -59,7 +59,7 @@ etcd_error_t malformed_answer(const std::string &endpoint, const std::string &re
     return {kind_t::malformed, endpoint + ": the answer is none of etcd's: " + reason};
 }
 
-etcd_answer_t read_failure(const std::string &endpoint, const nlohmann::json &failure) {
+etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure) {
     json_members_t members(failure);
     const bool is_of_stream = members.find("grpc_code") != nullptr;
     const int64_t code = members.int64(is_of_stream ? "grpc_code" : "code");
@@ -90,7 +90,7 @@ etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply
         return {{}, {kind, endpoint + ": " + reply.reason}, true};
     }
     etcd_answer_t answer;
-    answer.json = parse_json(reply.body);
+    answer.json = json_t::parse(reply.body);
     if (!answer.json.is_object()) {
         const std::string what = "status " + std::to_string(reply.status) + " with what is no JSON object";
         const bool is_passing = reply.status >= server_failure; /* of something between */
@@ -98,23 +98,23 @@ etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply
         return {{}, malformed_answer(endpoint, what)};
     }
     if (reply.status != http_t::success) return read_failure(endpoint, answer.json);
-    const auto stream_failure = answer.json.find("error");
-    if (stream_failure != answer.json.end()) return read_failure(endpoint, *stream_failure);
+    const json_t *stream_failure = answer.json.find("error");
+    if (stream_failure != nullptr) return read_failure(endpoint, *stream_failure);
     return answer;
 }
 
-nlohmann::json range_json(const std::string &key) {
+json_t range_json(const std::string &key) {
     return {{"key", to_base64(key)}};
 }
 
-nlohmann::json txn_json(const etcd_txn_t &txn) {
-    nlohmann::json compares = nlohmann::json::array();
-    nlohmann::json actions = nlohmann::json::array();
+json_t txn_json(const etcd_txn_t &txn) {
+    json_t compares = json_t::array();
+    json_t actions = json_t::array();
     for (const etcd_txn_t::compare_t &compare : txn.compares) {
         compares.push_back(compare_json(compare));
     }
     for (const etcd_txn_t::put_t &put : txn.puts) {
-        nlohmann::json json = {{"key", to_base64(put.key)}, {"value", to_base64(put.value)}};
+        json_t json = {{"key", to_base64(put.key)}, {"value", to_base64(put.value)}};
         if (put.lease != 0) json["lease"] = std::to_string(put.lease);
         actions.push_back({{"request_put", std::move(json)}});
     }
@@ -124,7 +124,7 @@ nlohmann::json txn_json(const etcd_txn_t &txn) {
     return {{"compare", std::move(compares)}, {"success", std::move(actions)}};
 }
 
-std::string read_entry(const nlohmann::json &object, etcd_entry_t &entry) {
+std::string read_entry(const json_t &object, etcd_entry_t &entry) {
     json_members_t members(object);
     std::optional<std::string> key = from_base64(members.text("key", SIZE_MAX));
     const bool has_value = members.find("value") != nullptr;
@@ -139,13 +139,13 @@ std::string read_entry(const nlohmann::json &object, etcd_entry_t &entry) {
     return "";
 }
 
-std::string read_entries(const nlohmann::json &range, std::vector<etcd_entry_t> &entries) {
+std::string read_entries(const json_t &range, std::vector<etcd_entry_t> &entries) {
     json_members_t members(range);
-    const nlohmann::json *list = members.find("kvs");
+    const json_t *list = members.find("kvs");
     if (!members.is_good()) return members.fault();
     if (list == nullptr) return "";
     if (!list->is_array()) return "kvs: must be an array";
-    for (const nlohmann::json &object : *list) {
+    for (const json_t &object : *list) {
         etcd_entry_t entry;
         std::string fault = read_entry(object, entry);
         if (!fault.empty()) return fault;
@@ -154,9 +154,9 @@ std::string read_entries(const nlohmann::json &range, std::vector<etcd_entry_t> 
     return "";
 }
 
-int64_t revision_of(const nlohmann::json &answer) {
-    const auto header = answer.find("header");
-    return header == answer.end() ? 0 : json_members_t(*header).int64("revision");
+int64_t revision_of(const json_t &answer) {
+    const json_t *header = answer.find("header");
+    return header == nullptr ? 0 : json_members_t(*header).int64("revision");
 }
 
 std::string end_of_prefix(std::string prefix) {

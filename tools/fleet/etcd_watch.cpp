@@ -1,4 +1,4 @@
-#include "tools/fleet/bounded_json.h"
+#include "net/json.h"
 #include "tools/fleet/etcd.h"
 #include "tools/fleet/etcd_json.h"
 
@@ -6,10 +6,10 @@ namespace {
 
 using kind_t = etcd_error_t::kind_t;
 
-std::string read_event(const nlohmann::json &object, etcd_event_t &event) {
-    const auto entry = object.is_object() ? object.find("kv") : object.end();
-    if (entry == object.end()) return "kv: must be there";
-    event.is_delete = object.contains("type") && object["type"] == "DELETE";
+std::string read_event(const json_t &object, etcd_event_t &event) {
+    const json_t *entry = object.find("kv");
+    if (entry == nullptr) return "kv: must be there";
+    event.is_delete = object["type"] == "DELETE";
     return read_entry(*entry, event.entry);
 }
 
@@ -83,15 +83,15 @@ nat64::task<etcd_error_t> etcd_watch_t::read(std::vector<etcd_event_t> &events) 
 etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_t> &events) {
     is_elsewhere_worth_ = false;
     is_token_unknown_ = false;
-    const nlohmann::json json = parse_json(line);
+    const json_t json = json_t::parse(line);
     const json_members_t answer(json);
-    if (const nlohmann::json *failure = answer.find("error")) {
+    if (const json_t *failure = answer.find("error")) {
         const etcd_answer_t read = read_failure(endpoint_, *failure);
         is_elsewhere_worth_ = read.is_elsewhere_worth;
         is_token_unknown_ = read.is_token_unknown;
         return read.error;
     }
-    const nlohmann::json *said = answer.find("result");
+    const json_t *said = answer.find("result");
     if (said == nullptr) return malformed_answer(endpoint_, "result: must be there");
     json_members_t result(*said);
     const bool is_cancelled = result.find("canceled") != nullptr && result.flag("canceled");
@@ -105,7 +105,7 @@ etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_
         is_token_unknown_ = error.kind == kind_t::rights; /* that is all it says of one that it does not know */
         return error;
     }
-    const nlohmann::json *list = result.find("events");
+    const json_t *list = result.find("events");
     if (list != nullptr && !list->is_array()) result.fail("events: must be an array");
     if (!result.is_good()) return malformed_answer(endpoint_, result.fault());
     for (size_t i = 0; list != nullptr && i < list->size(); ++i) {

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "fwx_host/adapter.hpp"
-#include "tools/fleet/bounded_json.h"
+#include "net/json.h"
 #include "tools/pal/time_text.h"
 
 namespace {
@@ -22,7 +22,7 @@ std::string unique_text() {
 
 std::string holder_text(const std::string &value) {
     constexpr size_t most_word_bytes = 320;
-    const nlohmann::json json = parse_json(value);
+    const json_t json = json_t::parse(value);
     json_members_t members(json);
     const std::string who = members.line("holder", most_word_bytes);
     const uint64_t process = members.number("process", 1, UINT32_MAX);
@@ -40,9 +40,8 @@ nat64::task<etcd_error_t> fleet_lock_t::take(std::string who) {
     const etcd_result_t<int64_t> lease = co_await etcd_.grant_lease(pusher_lease_s);
     if (lease.error) co_return lease.error;
     lease_ = lease.value;
-    const nlohmann::ordered_json value = {
-        {"holder", who}, {"process", getpid()}, {"since", time_text()}, {"id", unique_text()}};
-    const std::string ours = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    const json_t value = {{"holder", who}, {"process", getpid()}, {"since", time_text()}, {"id", unique_text()}};
+    const std::string ours = value.dump();
     etcd_txn_t txn;
     txn.compares = {{etcd_txn_t::compare_t::what_t::create_revision, key_, "", 0}};
     txn.puts = {{key_, ours, lease_}};

@@ -1,6 +1,6 @@
 #include "tools/fleet/gateway_state.h"
 
-#include "tools/fleet/bounded_json.h"
+#include "net/json.h"
 #include "tools/fleet/fleet_keys.h"
 #include "tools/fleet/manifest.h"
 
@@ -14,7 +14,7 @@ void check_hash(json_members_t &members, const char *name, const std::string &ha
     if (!hash.empty() && !is_sha256(hash)) members.fail(std::string(name) + ": must be a SHA-256, or empty");
 }
 
-void read_refusal(const nlohmann::json &object, gateway_state_t &state, json_members_t &of) {
+void read_refusal(const json_t &object, gateway_state_t &state, json_members_t &of) {
     json_members_t members(object);
     state.refused_version = members.number("version", 1, most_version);
     state.refused_document = members.text("document", most_name_bytes);
@@ -26,7 +26,7 @@ void read_refusal(const nlohmann::json &object, gateway_state_t &state, json_mem
 }  // namespace
 
 std::optional<gateway_state_t> read_gateway_state(std::string_view text, std::string &error) {
-    const nlohmann::json json = text.size() <= most_gateway_state_bytes ? parse_json(text) : nlohmann::json();
+    const json_t json = text.size() <= most_gateway_state_bytes ? json_t::parse(text) : json_t();
     gateway_state_t state;
     json_members_t members(json);
     state.gateway = members.text("gateway", most_name_bytes);
@@ -40,16 +40,15 @@ std::optional<gateway_state_t> read_gateway_state(std::string_view text, std::st
     state.time = members.line("time", most_time_bytes);
     if (!is_gateway_name(state.gateway)) members.fail("gateway: must be the name of one");
     check_hash(members, "document", state.document);
-    if (const nlohmann::json *refused = members.find("refused")) read_refusal(*refused, state, members);
+    if (const json_t *refused = members.find("refused")) read_refusal(*refused, state, members);
     if (members.is_good()) return state;
     error = members.fault();
     return std::nullopt;
 }
 
 std::string write_gateway_state(const gateway_state_t &state) {
-    nlohmann::ordered_json json = {{"gateway", state.gateway}, {"server", state.server},
-                                   {"version", state.version}, {"document", state.document},
-                                   {"items", state.items},     {"in_step", state.is_in_step}};
+    json_t json = {{"gateway", state.gateway},   {"server", state.server}, {"version", state.version},
+                   {"document", state.document}, {"items", state.items},   {"in_step", state.is_in_step}};
     if (!state.reason.empty()) json["reason"] = clean_line(state.reason, most_reason_bytes);
     json["since"] = state.since;
     if (state.refused_version != 0) {
@@ -58,5 +57,5 @@ std::string write_gateway_state(const gateway_state_t &state) {
                            {"reason", clean_line(state.refused_reason, most_reason_bytes)}};
     }
     json["time"] = state.time;
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json.dump();
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "tools/fleet/bounded_json.h"
+#include "net/json.h"
 #include "tools/fleet/fleet_keys.h"
 
 namespace {
@@ -12,26 +12,24 @@ constexpr uint64_t most_items = uint64_t{1} << 32;
 constexpr size_t most_name_bytes = 320;
 constexpr uint32_t all = 100; /* percent */
 
-using ordered_t = nlohmann::ordered_json;
-
-std::string read_chunk(const nlohmann::json &pair, chunk_t &chunk) {
-    const bool is_pair = pair.is_array() && pair.size() == 2 && pair[0].is_string() && pair[1].is_number_unsigned();
-    const uint64_t bytes = is_pair ? pair[1].get<uint64_t>() : 0;
-    const bool is_good =
-        is_pair && is_sha256(pair[0].get_ref<const std::string &>()) && bytes >= 1 && bytes <= most_chunk_bytes;
+std::string read_chunk(const json_t &pair, chunk_t &chunk) {
+    const bool is_pair = pair.is_array() && pair.size() == 2 && pair.at(0).is_string() && pair.at(1).is_number();
+    const std::string hash = is_pair ? pair.at(0).get<std::string>() : "";
+    const uint64_t bytes = is_pair ? pair.at(1).get<uint64_t>() : 0;
+    const bool is_good = is_sha256(hash) && bytes >= 1 && bytes <= most_chunk_bytes;
     if (!is_good) {
         return "chunks: each must be the SHA-256 of a chunk and its bytes, 1 to " + std::to_string(most_chunk_bytes);
     }
-    chunk = {pair[0].get<std::string>(), static_cast<uint32_t>(bytes)};
+    chunk = {hash, static_cast<uint32_t>(bytes)};
     return "";
 }
 
 void read_chunks(json_members_t &members, fleet_document_t &document) {
-    const nlohmann::json *list = members.find("chunks");
+    const json_t *list = members.find("chunks");
     const bool is_list = list != nullptr && list->is_array() && !list->empty() && list->size() <= most_chunks;
     if (!is_list) return members.fail("chunks: must be an array of 1 to " + std::to_string(most_chunks));
     uint64_t bytes = 0;
-    for (const nlohmann::json &pair : *list) {
+    for (const json_t &pair : *list) {
         chunk_t chunk;
         const std::string fault = read_chunk(pair, chunk);
         if (!fault.empty()) return members.fail(fault);
@@ -55,16 +53,16 @@ fleet_document_t read_document_of(json_members_t &members) {
     return document;
 }
 
-stage_t read_stage(const nlohmann::json &object, std::string &fault) {
+stage_t read_stage(const json_t &object, std::string &fault) {
     stage_t stage;
     json_members_t members(object);
-    const nlohmann::json *names = members.find("gateways");
+    const json_t *names = members.find("gateways");
     if (names == nullptr) {
         stage.percent = static_cast<uint32_t>(members.number("percent", 1, all));
     } else if (!names->is_array() || names->empty() || names->size() > most_staged_gateways) {
         members.fail("gateways: must be an array of 1 to " + std::to_string(most_staged_gateways));
     } else {
-        for (const nlohmann::json &name : *names) {
+        for (const json_t &name : *names) {
             stage.gateways.push_back(name.is_string() ? name.get<std::string>() : "");
             if (!is_gateway_name(stage.gateways.back())) members.fail("gateways: must be names of gateways");
         }
@@ -73,14 +71,13 @@ stage_t read_stage(const nlohmann::json &object, std::string &fault) {
     return stage;
 }
 
-ordered_t document_json(const fleet_document_t &document) {
-    ordered_t json = {
-        {"version", document.version}, {"document", document.hash},       {"bytes", document.bytes},
-        {"items", document.items},     {"pushed_by", document.pushed_by}, {"pushed_at", document.pushed_at},
-        {"note", document.note}};
-    ordered_t &chunks = json["chunks"] = ordered_t::array();
+json_t document_json(const fleet_document_t &document) {
+    json_t json = {{"version", document.version}, {"document", document.hash},       {"bytes", document.bytes},
+                   {"items", document.items},     {"pushed_by", document.pushed_by}, {"pushed_at", document.pushed_at},
+                   {"note", document.note}};
+    json_t &chunks = json["chunks"] = json_t::array();
     for (const chunk_t &chunk : document.chunks) {
-        chunks.push_back(ordered_t::array({chunk.hash, chunk.bytes}));
+        chunks.push_back(json_t::array({chunk.hash, chunk.bytes}));
     }
     return json;
 }
@@ -113,7 +110,7 @@ std::string stage_text(const stage_t &stage) {
 }
 
 std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t place, std::string &error) {
-    const nlohmann::json json = text.size() <= most_manifest_bytes ? parse_json(text) : nlohmann::json();
+    const json_t json = text.size() <= most_manifest_bytes ? json_t::parse(text) : json_t();
     if (!json.is_object()) {
         error = "must be a JSON object of at most " + std::to_string(most_manifest_bytes) + " bytes";
         return std::nullopt;
@@ -127,12 +124,12 @@ std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t 
     }
     if (members.is_good()) manifest.document = read_document_of(members);
     std::string fault;
-    const nlohmann::json *stage = members.find("stage");
+    const json_t *stage = members.find("stage");
     if (members.is_good() && stage != nullptr) manifest.stage = read_stage(*stage, fault);
     const bool needs_base = manifest.stage && place == manifest_place_t::current;
     if (fault.empty() && needs_base) {
-        const nlohmann::json none;
-        const nlohmann::json *base = members.find("base");
+        const json_t none;
+        const json_t *base = members.find("base");
         json_members_t of_base(base == nullptr ? none : *base);
         manifest.base = read_document_of(of_base);
         if (!of_base.is_good()) fault = "base: " + of_base.fault();
@@ -144,13 +141,13 @@ std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t 
 }
 
 std::string write_manifest(const manifest_t &manifest, manifest_place_t place) {
-    ordered_t json = {{"format", manifest_format}};
+    json_t json = {{"format", manifest_format}};
     json.update(document_json(manifest.document));
     if (manifest.stage) {
         const stage_t &stage = *manifest.stage;
         json["stage"] =
-            stage.gateways.empty() ? ordered_t{{"percent", stage.percent}} : ordered_t{{"gateways", stage.gateways}};
+            stage.gateways.empty() ? json_t{{"percent", stage.percent}} : json_t{{"gateways", stage.gateways}};
         if (manifest.base && place == manifest_place_t::current) json["base"] = document_json(*manifest.base);
     }
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json.dump();
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "tools/fleet/bounded_json.h"
+#include "net/json.h"
 #include "tools/pal/time_text.h"
 
 namespace {

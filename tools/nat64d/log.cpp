@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "net/json.h"
 #include "tools/pal/time_text.h"
 
 namespace {
@@ -17,7 +17,7 @@ bool is_plain(char c) {
 
 std::string value_text(const std::string &value) {
     if (!value.empty() && std::all_of(value.begin(), value.end(), is_plain)) return value;
-    return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json_t(value).dump();
 }
 
 }  // namespace

@@ -1,18 +1,19 @@
 #include "tools/nat64d/status.h"
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
+
+#include "net/json.h"
 
 std::string status_json(const daemon_status_t &status, const store_status_t *store) {
     char boot[17];
     snprintf(boot, sizeof boot, "%016llx", static_cast<unsigned long long>(status.boot_id));
-    nlohmann::ordered_json json = {{"server", status.server},
-                                   {"server_up", status.is_server_up},
-                                   {"boot_id", status.boot_id == 0 ? "" : boot},
-                                   {"document", status.document},
-                                   {"items", status.items},
-                                   {"document_since", status.document_since},
-                                   {"in_step", status.is_in_step}};
+    json_t json = {{"server", status.server},
+                   {"server_up", status.is_server_up},
+                   {"boot_id", status.boot_id == 0 ? "" : boot},
+                   {"document", status.document},
+                   {"items", status.items},
+                   {"document_since", status.document_since},
+                   {"in_step", status.is_in_step}};
     if (!status.is_in_step) json["reason"] = status.reason;
     json["since"] = status.since;
     if (!status.refused_reason.empty()) {
@@ -30,5 +31,5 @@ std::string status_json(const daemon_status_t &status, const store_status_t *sto
         if (!store->is_up) json["store"]["reason"] = store->reason;
         if (store->refused_version != 0) json["store"]["refused_version"] = store->refused_version;
     }
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json.dump();
 }

@@ -30,7 +30,7 @@ void add_classifier_commands(grammar_t &grammar) {
     for (const form_t &form : {form_t{"end-batch", "Ends a classifier batch", FWX_NAT64_CGM_OP_END_BATCH},
                                form_t{"update", "Updates a classifier", FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE}}) {
         auto notification = grammar.record<notification_t>();
-        CLI::App &app = grammar.command(form.verb, form.summary, [notification, op = form.op](call_t &call) {
+        command_spec_t &app = grammar.command(form.verb, form.summary, [notification, op = form.op](call_t &call) {
             return notify(call, op, *notification);
         });
         number_field(app, "--batch", notification->batch, "identifier of the batch").required();

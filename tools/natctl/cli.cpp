@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -45,34 +44,41 @@ format_t format_of(const std::vector<std::string> &words) {
     return format_t::text;
 }
 
-void add_output_options(CLI::App &app, options_t &options) {
-    CLI::Option *json = app.add_flag("--json")->description("One JSON document: an object, or an array for a batch");
-    CLI::Option *jsonl = app.add_flag("--jsonl")->description("One JSON object a line, rows of sessions as they come");
-    CLI::Option *csv =
-        app.add_flag("--csv")->description("One table of comma-separated values; a batch with a second is refused");
-    json->excludes(jsonl)->excludes(csv);
-    jsonl->excludes(csv);
-    app.add_flag("--quiet", options.quiet, "Leaves out what only says that all is well");
+option_spec_t &format_flag(command_spec_t &root, const char *option, const char *meaning) {
+    option_spec_t spec;
+    spec.names = option;
+    spec.meaning = meaning;
+    return root.add(std::move(spec)); /* format_of has looked for it */
 }
 
-void add_client_options(CLI::App &app, options_t &options) {
-    app.add_flag("--trace", options.trace, "Shows each message sent and received");
-    app.add_option("--capture", options.capture, "Writes each message sent and received to a pcap file")
-        ->type_name("FILE");
-    app.add_flag("--dry-run", options.dry_run, "Checks and encodes, and shows the message instead of sending it");
-    app.add_flag("--keep-going", options.keep_going, "Goes on after a failure in a batch");
-    number_field(app, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
-    number_field(app, "--timeout", options.timeout_ms, "milliseconds to wait for an answer, 5000 without it", 1,
-                 INT32_MAX);
-    auto connect = [&options](const std::string &name) {
-        const std::string error = name.empty() ? record_field_error("--connect", name, "the name of a server") : "";
-        if (!error.empty()) throw CLI::ValidationError(error, CLI::ExitCodes::ValidationError);
-        options.connect = name;
+void add_output_options(command_spec_t &root, options_t &options) {
+    const option_spec_t &json = format_flag(root, "--json", "One JSON document: an object, or an array for a batch");
+    const option_spec_t &jsonl =
+        format_flag(root, "--jsonl", "One JSON object a line, rows of sessions as they come").excludes(json);
+    format_flag(root, "--csv", "One table of comma-separated values; a batch with a second is refused")
+        .excludes(json)
+        .excludes(jsonl);
+    flag_field(root, "--quiet", options.quiet, "Leaves out what only says that all is well");
+}
+
+void add_client_options(command_spec_t &root, options_t &options) {
+    flag_field(root, "--trace", options.trace, "Shows each message sent and received");
+    const auto capture = [&options](const std::string &file) {
+        options.capture = file;
+        return std::string();
     };
-    app.add_option_function<std::string>("--connect", connect,
-                                         "The server process of that name, not the embedded model")
-        ->type_name("SERVER");
-    number_field(app, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
+    text_field(root, "--capture", capture, "Writes each message sent and received to a pcap file", "FILE");
+    flag_field(root, "--dry-run", options.dry_run, "Checks and encodes, and shows the message instead of sending it");
+    flag_field(root, "--keep-going", options.keep_going, "Goes on after a failure in a batch");
+    number_field(root, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
+    number_field(root, "--timeout", options.timeout_ms, "milliseconds to wait for an answer, 5000 without it", 1,
+                 INT32_MAX);
+    const auto connect = [&options](const std::string &name) {
+        options.connect = name;
+        return name.empty() ? record_field_error("--connect", name, "the name of a server") : "";
+    };
+    text_field(root, "--connect", connect, "The server process of that name, not the embedded model", "SERVER");
+    number_field(root, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
 }
 
 outcome_t usage_outcome(const usage_error_t &error) {
@@ -86,41 +92,42 @@ outcome_t usage_outcome(const usage_error_t &error) {
 /** A command line as parsed: either a command or what comes line by line. */
 class command_line_t {
 public:
-    command_line_t() : root_("Drives the NAT64 service through the client library", "natctl"), grammar_(root_) {
-        root_.set_version_flag("--version", "natctl " NATCTL_VERSION "\n", "Prints the version");
-        root_.fallthrough();
-        for (CLI::App *group : root_.get_subcommands([](CLI::App *) { return true; })) {
-            fall_through(*group);
-        }
+    command_line_t() : grammar_(root_) {
+        root_.name = "natctl";
+        root_.version = "natctl " NATCTL_VERSION "\n";
+        root_.summary = "Drives the NAT64 service through the client library";
         add_client_options(root_, options);
-        batch_ = root_.add_subcommand(
-            "batch", "Carries out the commands of a file, one a line; a backslash at its end joins the next");
-        batch_->add_option("file", file, "the file, - for standard input")->required()->type_name("FILE");
-        serve_ = root_.add_subcommand("serve", "Runs the server model as a process of its own, until a signal ends it");
-        serve_->add_option("name", serve.name, "the name that --connect takes")->required()->type_name("NAME");
-        serve_->add_option("--state", serve.state_file, "file that keeps the configuration over restarts")
-            ->type_name("FILE");
-        for (CLI::Option *option : root_.get_options()) {
-            const bool is_for_servers = option == root_.get_help_ptr() || option == root_.get_version_ptr() ||
-                                        option == root_.get_option("--capture");
-            if (!is_for_servers) serve_->excludes(option);
+        command_spec_t &batch =
+            add(mode_t::batch, "batch",
+                "Carries out the commands of a file, one a line; a backslash at its end joins the next");
+        word_field(batch, "file", file, "the file, - for standard input", "FILE").required();
+        command_spec_t &served =
+            add(mode_t::serve, "serve", "Runs the server model as a process of its own, until a signal ends it");
+        word_field(served, "name", serve.name, "the name that --connect takes", "NAME").required();
+        word_field(served, "--state", serve.state_file, "file that keeps the configuration over restarts", "FILE");
+        served.takes_root_options = false;
+        for (const option_spec_t &option : root_.options) {
+            if (option.names != "--capture") served.others.push_back(option.names);
         }
         add_output_options(root_, options);
-        shell_ = root_.add_subcommand("shell", "Carries out commands typed at a prompt");
-        watch_ = root_.add_subcommand("watch", "Shows what the server of --connect sends unasked, until an interrupt");
+        add(mode_t::shell, "shell", "Carries out commands typed at a prompt");
+        add(mode_t::watch, "watch", "Shows what the server of --connect sends unasked, until an interrupt");
         add_top();
-        daemon_ = root_.add_subcommand("daemon", "Asks the nat64d that keeps the server of --connect");
-        daemon_->add_subcommand("status", "Shows what is in force, and whether the server is in step with it");
-        daemon_->add_subcommand("replay", "Gives the server the whole document again, whatever it holds");
-        daemon_->add_subcommand("reload", "Reads the document's file again");
-        daemon_->require_subcommand(1);
-        fall_through(*daemon_);
-        completion_ = root_.add_subcommand("completion", "Prints what makes a shell complete natctl's commands");
-        completion_->add_subcommand("bash", "For bash");
-        completion_->require_subcommand(1);
-        for (CLI::App *line_command : {batch_, shell_, watch_, top_}) {
-            line_command->fallthrough();
+        command_spec_t &daemon = root_.command("daemon", "Asks the nat64d that keeps the server of --connect");
+        for (const auto &[verb, summary] :
+             {std::pair("status", "Shows what is in force, and whether the server is in step with it"),
+              std::pair("replay", "Gives the server the whole document again, whatever it holds"),
+              std::pair("reload", "Reads the document's file again")}) {
+            daemon.command(verb, summary, [this, verb = std::string(verb)](const std::string &) {
+                mode_ = mode_t::daemon;
+                daemon_verb_ = verb;
+            });
         }
+        command_spec_t &completion =
+            root_.command("completion", "Prints what makes a shell complete natctl's commands");
+        completion.takes_root_options = false;
+        completion.command("bash", "For bash", [this](const std::string &) { text = bash_completion; })
+            .takes_root_options = false;
     }
 
     /** Returns what is wrong with the words, or an outcome that is ok. */
@@ -133,7 +140,6 @@ public:
         } catch (const help_request_t &help) {
             text = help.text;
         }
-        if (completion_->parsed()) text = bash_completion;
         const bool has_lines = (is_serve() || is_watch()) && options.format == format_t::json;
         if (has_lines) options.format = format_t::jsonl;
         if (is_daemon() && !text.has_value() && options.connect.empty()) {
@@ -157,13 +163,13 @@ public:
             *text += word + '\n';
         }
     }
-    bool is_batch() const { return batch_->parsed(); }
-    bool is_shell() const { return shell_->parsed(); }
-    bool is_serve() const { return serve_->parsed(); }
-    bool is_watch() const { return watch_->parsed(); }
-    bool is_top() const { return top_->parsed(); }
-    bool is_daemon() const { return daemon_->parsed(); }
-    std::string daemon_verb() const { return daemon_->get_subcommands().front()->get_name(); }
+    bool is_batch() const { return mode_ == mode_t::batch; }
+    bool is_shell() const { return mode_ == mode_t::shell; }
+    bool is_serve() const { return mode_ == mode_t::serve; }
+    bool is_watch() const { return mode_ == mode_t::watch; }
+    bool is_top() const { return mode_ == mode_t::top; }
+    bool is_daemon() const { return mode_ == mode_t::daemon; }
+    const std::string &daemon_verb() const { return daemon_verb_; }
     bool has_many() const { return !text.has_value() && (is_batch() || is_shell()); }
 
     command_t command; /* as parsed; without a name when it is none of the grammar's */
@@ -175,37 +181,32 @@ public:
     bool is_terminal = false;        /* answers go to one, which is standard output */
 
 private:
+    enum class mode_t : uint8_t { command, batch, shell, serve, watch, top, daemon };
+
+    command_spec_t &add(mode_t mode, const char *word, const char *summary) {
+        return root_.command(word, summary, [this, mode](const std::string &) { mode_ = mode; });
+    }
+
     void add_top() {
-        top_ = root_.add_subcommand("top", "Shows how the server of --connect does, until q or an interrupt");
+        command_spec_t &top_spec =
+            add(mode_t::top, "top", "Shows how the server of --connect does, until q or an interrupt");
         const auto read_metrics = [this](const std::string &word) {
             top.metrics = word;
             const size_t colon = word.rfind(':');
             const bool is_address = colon != std::string::npos && colon != 0 && colon + 1 < word.size();
             return is_address ? "" : record_field_error("--metrics", word, "ADDRESS:PORT");
         };
-        text_field(*top_, "--metrics", read_metrics, "where a nat64d has its metrics, which are shown", "ADDRESS:PORT");
+        text_field(top_spec, "--metrics", read_metrics, "where a nat64d has its metrics, which are shown",
+                   "ADDRESS:PORT");
         const auto read = [this](const std::string &word) { return read_interval(word, top.interval_ms); };
-        text_field(*top_, "--interval", read, "time between two looks, 1s without it", "TIME");
-        flag_field(*top_, "--once", top.is_once, "looks once");
+        text_field(top_spec, "--interval", read, "time between two looks, 1s without it", "TIME");
+        flag_field(top_spec, "--once", top.is_once, "looks once");
     }
 
-    /** Options of natctl itself may also follow the command. */
-    static void fall_through(CLI::App &app) {
-        app.fallthrough();
-        for (CLI::App *verb : app.get_subcommands([](CLI::App *) { return true; })) {
-            fall_through(*verb);
-        }
-    }
-
-    CLI::App root_;
+    command_spec_t root_;
     grammar_t grammar_;
-    CLI::App *batch_;
-    CLI::App *serve_;
-    CLI::App *shell_;
-    CLI::App *watch_;
-    CLI::App *top_;
-    CLI::App *daemon_;
-    CLI::App *completion_;
+    mode_t mode_ = mode_t::command;
+    std::string daemon_verb_;
 };
 
 status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, output_t &output) {

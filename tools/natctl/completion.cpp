@@ -1,8 +1,6 @@
 #include "tools/natctl/completion.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <set>
 
 #include "fwx_host/smc.h"
 
@@ -14,20 +12,14 @@ bool begins_with(const std::string &word, const std::string &begun) {
     return word.compare(0, begun.size(), begun) == 0;
 }
 
-const CLI::App *find_subcommand(const CLI::App &app, const std::string &name) {
-    for (const CLI::App *subcommand : app.get_subcommands([](const CLI::App *) { return true; })) {
-        if (subcommand->get_name() == name) return subcommand;
+words_t split(const std::string &text, char separator) {
+    words_t words;
+    for (size_t at = 0; at <= text.size();) {
+        const size_t length = std::min(text.find(separator, at), text.size()) - at;
+        words.push_back(text.substr(at, length));
+        at += length + 1;
     }
-    return nullptr;
-}
-
-/** The option of that name; those of a command's parents may follow it too. */
-const CLI::Option *find_option(const CLI::App *app, const std::string &name) {
-    const CLI::Option *option = nullptr;
-    for (; app != nullptr && option == nullptr; app = app->get_parent()) {
-        option = app->get_option_no_throw(name);
-    }
-    return option;
+    return words;
 }
 
 words_t server_names() {
@@ -37,17 +29,17 @@ words_t server_names() {
     return names;
 }
 
-/** What is known of the values of an option, from the name of their type. */
-words_t values_of(const CLI::Option &option) {
-    const std::string type = option.get_type_name();
-    if (type == "FILE") return {completion_of_files};
-    if (type == "SERVER") return server_names();
-    if (type.find('|') != std::string::npos) return CLI::detail::split(type, '|');
+/** What is known of the values of an option, from their form. */
+words_t values_of(const option_spec_t &option) {
+    const std::string &form = option.form;
+    if (form == "FILE") return {completion_of_files};
+    if (form == "SERVER") return server_names();
+    if (form.find('|') != std::string::npos) return split(form, '|');
     /* Names beside numbers, `1 to 7, or udp, icmp`; what has blanks is no name. */
     words_t names;
-    const size_t numbers = std::min(type.find(", or "), type.size());
-    for (const std::string &name : CLI::detail::split(type.substr(std::min(numbers + 5, type.size())), ',')) {
-        const std::string word = CLI::detail::trim_copy(name);
+    const size_t numbers = std::min(form.find(", or "), form.size());
+    for (const std::string &name : split(form.substr(std::min(numbers + 5, form.size())), ',')) {
+        const std::string word = name.substr(std::min(name.find_first_not_of(' '), name.size()));
         if (!word.empty() && word.find(' ') == std::string::npos) names.push_back(word);
     }
     return names;
@@ -56,7 +48,7 @@ words_t values_of(const CLI::Option &option) {
 /** A command line up to the word that is begun. */
 class begun_line_t {
 public:
-    begun_line_t(const CLI::App &root, const words_t &words) : app_(&root) {
+    begun_line_t(const command_spec_t &root, const words_t &words) : path_{&root} {
         for (size_t i = 0; i + 1 < words.size(); ++i) {
             take(words[i]);
         }
@@ -66,17 +58,19 @@ public:
         if (valued_ != nullptr) return values_of(*valued_);
         words_t words;
         size_t position = 0;
-        for (const CLI::Option *option : app_->get_options()) {
-            const bool is_next_argument = option->get_positional() && position++ == arguments_;
-            if (is_next_argument) words = values_of(*option);
+        for (const option_spec_t &option : path_.back()->options) {
+            const bool is_next_argument = option.is_argument() && position++ == arguments_;
+            if (is_next_argument) words = values_of(option);
         }
         if (!words.empty() && words.front() == completion_of_files) return words;
-        for (const CLI::App *subcommand : app_->get_subcommands([](const CLI::App *) { return true; })) {
-            words.push_back(subcommand->get_name());
+        for (const command_spec_t &command : path_.back()->commands) {
+            words.push_back(command.name);
         }
-        for (const CLI::Option *option : app_->get_options()) {
-            if (is_excluded(*option)) continue;
-            for (const std::string &name : option->get_lnames()) {
+        words.emplace_back("--help");
+        if (!path_.back()->version.empty()) words.emplace_back("--version");
+        for (const option_spec_t &option : path_.back()->options) {
+            if (is_excluded(option)) continue;
+            for (const std::string &name : option.long_names()) {
                 words.push_back("--" + name);
             }
         }
@@ -89,32 +83,47 @@ private:
             valued_ = nullptr;
             return;
         }
-        if (const CLI::App *subcommand = find_subcommand(*app_, word)) {
-            app_ = subcommand;
+        for (const command_spec_t &command : path_.back()->commands) {
+            if (command.name != word) continue;
+            path_.push_back(&command);
             arguments_ = 0;
             return;
         }
         const size_t equals = word.find('=');
-        const CLI::Option *option = find_option(app_, word.substr(0, equals));
-        const bool is_named = option != nullptr && !option->get_lnames().empty();
-        if (!is_named) {
+        const option_spec_t *option = find_option(word.substr(0, equals));
+        if (option == nullptr) {
             ++arguments_;
             return;
         }
-        used_.insert(option);
-        const bool awaits_value = option->get_items_expected_max() > 0 && equals == std::string::npos;
-        if (awaits_value) valued_ = option;
+        used_.push_back(option);
+        if (!option->is_flag() && equals == std::string::npos) valued_ = option;
     }
 
-    bool is_excluded(const CLI::Option &option) const {
-        return std::any_of(used_.begin(), used_.end(), [&option](const CLI::Option *used) {
-            return used == &option || used->get_excludes().count(const_cast<CLI::Option *>(&option)) != 0;
+    /** The option of that name; those of the commands before may follow a command too. */
+    const option_spec_t *find_option(const std::string &word) const {
+        for (auto command = path_.rbegin(); command != path_.rend(); ++command) {
+            for (const option_spec_t &option : (*command)->options) {
+                const words_t names = option.long_names();
+                const bool is_it = std::any_of(names.begin(), names.end(),
+                                               [&word](const std::string &name) { return word == "--" + name; });
+                if (is_it) return &option;
+            }
+        }
+        return nullptr;
+    }
+
+    bool is_excluded(const option_spec_t &option) const {
+        const auto has = [](const words_t &names, const std::string &name) {
+            return std::find(names.begin(), names.end(), name) != names.end();
+        };
+        return std::any_of(used_.begin(), used_.end(), [&](const option_spec_t *used) {
+            return used == &option || has(used->others, option.names) || has(option.others, used->names);
         });
     }
 
-    const CLI::App *app_;
-    const CLI::Option *valued_ = nullptr; /* whose value comes next */
-    std::set<const CLI::Option *> used_;
+    std::vector<const command_spec_t *> path_; /* the commands so far, the root first */
+    const option_spec_t *valued_ = nullptr;    /* whose value comes next */
+    std::vector<const option_spec_t *> used_;
     size_t arguments_ = 0; /* of the command, without names, that are there */
 };
 
@@ -131,7 +140,7 @@ const char bash_completion[] = R"(_natctl() {
 complete -F _natctl natctl
 )";
 
-words_t completions(const CLI::App &root, const words_t &words) {
+words_t completions(const command_spec_t &root, const words_t &words) {
     const std::string begun = words.empty() ? "" : words.back();
     words_t matches;
     for (std::string &word : begun_line_t(root, words).next()) {

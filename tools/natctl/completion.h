@@ -5,15 +5,13 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "tools/command_line.h"
 
 /**
  * What may stand where the last of `words` is and begins with it: subcommands, options that are not there yet, values
  * of the option before it or of an argument. Where a file's name may stand: completion_of_files alone.
  */
-std::vector<std::string> completions(const CLI::App &root, const std::vector<std::string> &words);
+std::vector<std::string> completions(const command_spec_t &root, const std::vector<std::string> &words);
 
 constexpr char completion_of_files[] = ":";
 

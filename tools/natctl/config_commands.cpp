@@ -1,5 +1,4 @@
 /* Configuration documents: checked, compared with what the server runs, applied; and the running one. */
-#include <CLI/CLI.hpp>
 #include <ctime>
 
 #include "config/notation.h"
@@ -133,13 +132,11 @@ uint32_t confirm(call_t &call) {
     return 0;
 }
 
-void file_field(CLI::App &app, const std::shared_ptr<request_t> &request) {
-    app.add_option("file", request->file, "the document, lines or JSON; - for standard input")
-        ->required()
-        ->type_name("FILE");
+void file_field(command_spec_t &app, const std::shared_ptr<request_t> &request) {
+    word_field(app, "file", request->file, "the document, lines or JSON; - for standard input", "FILE").required();
 }
 
-void apply_fields(CLI::App &app, const std::shared_ptr<request_t> &request) {
+void apply_fields(command_spec_t &app, const std::shared_ptr<request_t> &request) {
     flag_field(app, "--check", request->is_check, "says what would change, and sends nothing");
     flag_field(app, "--diff", request->shows_diff, "shows the commands");
     flag_field(app, "--replay", request->replays, "sends the whole document, whatever the server is thought to hold");
@@ -158,16 +155,17 @@ void add_config_commands(grammar_t &grammar) {
     file_field(
         grammar.local("check", "Looks for all that is wrong with a document, without asking a server", with(check)),
         request);
-    CLI::App &differ = grammar.immediate(
+    command_spec_t &differ = grammar.immediate(
         "diff", "Prints the commands that make a server run a document; exit status 1 if there are any", with(diff));
     file_field(differ, request);
     flag_field(differ, "--replay", request->replays, "those that send the whole document");
-    CLI::App &applied = grammar.immediate("apply", "Makes the server run a document", with(apply));
+    command_spec_t &applied = grammar.immediate("apply", "Makes the server run a document", with(apply));
     file_field(applied, request);
     apply_fields(applied, request);
-    CLI::App &shown = grammar.local("show", "Prints the document that the server runs", with(show));
+    command_spec_t &shown = grammar.local("show", "Prints the document that the server runs", with(show));
     flag_field(shown, "--as-json", request->is_json, "prints the document as JSON");
-    CLI::App &back = grammar.immediate("rollback", "Makes the server run an older version again", with(roll_back));
+    command_spec_t &back =
+        grammar.immediate("rollback", "Makes the server run an older version again", with(roll_back));
     number_field(back, "version", request->version, "the version, the one before the last without it");
     apply_fields(back, request);
     grammar.local("log", "Lists who changed what and when", show_log);

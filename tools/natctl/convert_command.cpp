@@ -1,5 +1,4 @@
 /* Documents in the form of the standard data models for NAT, and back. */
-#include <CLI/CLI.hpp>
 
 #include "config/ietf.h"
 #include "config/notation.h"
@@ -66,14 +65,14 @@ uint32_t convert(call_t &call, const request_t &request) {
 
 void add_convert_command(grammar_t &grammar) {
     auto request = grammar.record<request_t>();
-    CLI::App &app =
+    command_spec_t &app =
         grammar.local("convert", "Makes a document of one in the standard form (RFC 8512), or the other way round",
                       [request](call_t &call) { return convert(call, *request); });
     const std::vector<choice_t> forms = {{"ietf-nat", 1}};
-    choice_field(app, "--from", request->reads, forms, "the form that is read; a document is written")
-        .excludes(choice_field(app, "--to", request->writes, forms, "the form that a document is written in"));
-    app.add_option("file", request->file, "what is converted, - for standard input, which it is without it")
-        ->type_name("FILE");
+    const option_spec_t &from =
+        choice_field(app, "--from", request->reads, forms, "the form that is read; a document is written");
+    choice_field(app, "--to", request->writes, forms, "the form that a document is written in").excludes(from);
+    word_field(app, "file", request->file, "what is converted, - for standard input, which it is without it", "FILE");
     flag_field(app, "--lossy", request->is_lossy, "warns of what has no place in the other form, and writes the rest");
     flag_field(app, "--as-json", request->is_json, "writes the document as JSON");
 }

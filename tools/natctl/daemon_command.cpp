@@ -63,7 +63,7 @@ outcome_t ask_daemon(const std::string &verb, const options_t &options) {
                "no nat64d for server " + options.connect + ": " + path + ": " + std::strerror(errno));
         return outcome;
     }
-    const json_t answer = json_t::parse(socket.ask(verb, options.timeout_ms), nullptr, false);
+    const json_t answer = json_t::parse(socket.ask(verb, options.timeout_ms));
     if (!answer.is_object() || answer.contains("error")) {
         const bool is_refused = answer.is_object();
         refuse(outcome, is_refused ? status_t::refused : status_t::no_answer, 0,

@@ -162,8 +162,9 @@ uint32_t explain(call_t &call, const explain_t &wanted) {
 
 void add_explain_command(grammar_t &grammar) {
     auto wanted = grammar.record<explain_t>();
-    CLI::App &app = grammar.immediate("explain", "Shows what the rules make of an address, without asking a server",
-                                      [wanted](call_t &call) { return explain(call, *wanted); });
+    command_spec_t &app =
+        grammar.immediate("explain", "Shows what the rules make of an address, without asking a server",
+                          [wanted](call_t &call) { return explain(call, *wanted); });
     auto read = [wanted](const std::string &text) { return read_address(text, *wanted); };
     text_field(app, "address", read, "the address; IPv4 with its port where addresses are shared", "ADDRESS[:PORT]")
         .required();

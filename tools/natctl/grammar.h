@@ -13,13 +13,13 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/natctl/fields.h"
+#include "tools/command_line.h"
 #include "tools/natctl/pal.h"
 
 class grammar_t {
 public:
     /** Enters all commands into `root`, which must outlive the grammar. */
-    explicit grammar_t(CLI::App &root);
+    explicit grammar_t(command_spec_t &root);
     grammar_t(const grammar_t &) = delete;
     grammar_t &operator=(const grammar_t &) = delete;
 
@@ -28,14 +28,14 @@ public:
     /** Begins a family within the last one that `family` began; to come after that one's own verbs. */
     void subfamily(const std::string &name, const std::string &summary);
     /** Enters a verb of the family. */
-    CLI::App &command(const std::string &verb, const std::string &summary, start_fn_t start);
+    command_spec_t &command(const std::string &verb, const std::string &summary, start_fn_t start);
     /** Enters a verb whose action has its result, and its data if any, at once. */
-    CLI::App &immediate(const std::string &verb, const std::string &summary, start_fn_t start);
+    command_spec_t &immediate(const std::string &verb, const std::string &summary, start_fn_t start);
     /** As immediate, for what asks no server. */
-    CLI::App &local(const std::string &verb, const std::string &summary, start_fn_t start);
+    command_spec_t &local(const std::string &verb, const std::string &summary, start_fn_t start);
     /** As immediate, for what only the embedded server can do. */
-    CLI::App &embedded(const std::string &verb, const std::string &summary,
-                       std::function<uint32_t(call_t &call, fwx_nat64_model_t &model)> act);
+    command_spec_t &embedded(const std::string &verb, const std::string &summary,
+                             std::function<uint32_t(call_t &call, fwx_nat64_model_t &model)> act);
 
     /** A record for the fields of a command. Each parse finds it as it was before the first one. */
     template <typename record_t>
@@ -55,11 +55,12 @@ public:
     command_t parse(std::vector<std::string> words);
 
 private:
-    CLI::App &add_group(CLI::App &parent, const std::string &name, const std::string &summary);
+    command_spec_t &enter(const std::string &verb, const std::string &summary, command_t command);
 
-    CLI::App &root_;
-    CLI::App *top_ = nullptr; /* the last family within the root */
-    CLI::App *group_;         /* where verbs are entered */
+    command_spec_t &root_;
+    command_spec_t *top_ = nullptr;            /* the last family within the root */
+    command_spec_t *group_;                    /* where verbs are entered */
+    std::unique_ptr<command_parser_t> parser_; /* made at the first parse, when all is entered */
     std::vector<std::function<void()>> restorers_;
     command_t parsed_;
 };
@@ -78,15 +79,5 @@ void add_server_commands(grammar_t &grammar);
 void add_config_commands(grammar_t &grammar);
 void add_fleet_commands(grammar_t &grammar);
 void add_convert_command(grammar_t &grammar);
-
-/** A command line that is none: what is wrong, and with which command. */
-struct usage_error_t {
-    std::string command;
-    std::string text;
-};
-/** A command line that asks for help. */
-struct help_request_t {
-    std::string text;
-};
 
 #endif

@@ -1,11 +1,5 @@
 #include "tools/natctl/line_parser.h"
 
-#include <CLI/CLI.hpp>
-
-line_parser_t::line_parser_t() : root_(std::make_unique<CLI::App>()), grammar_(std::make_unique<grammar_t>(*root_)) {}
-
-line_parser_t::~line_parser_t() = default;
-
 std::optional<command_t> line_parser_t::parse(std::string_view line) {
     const char open_quote = words_.split(line);
     if (open_quote != 0) throw usage_error_t{"", std::string(1, open_quote) + ": quote without its end"};
@@ -22,5 +16,5 @@ std::optional<command_t> line_parser_t::parse(std::string_view line) {
         case record_reader_t::result_t::other:
             break;
     }
-    return grammar_->parse({words.begin(), words.end()});
+    return grammar_.parse({words.begin(), words.end()});
 }

@@ -2,7 +2,6 @@
 #ifndef TOOLS_NATCTL_LINE_PARSER_H
 #define TOOLS_NATCTL_LINE_PARSER_H
 
-#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -13,19 +12,16 @@
 /** Configuration is read by the table of records alone, which is what makes long files short work. */
 class line_parser_t {
 public:
-    line_parser_t();
-    ~line_parser_t();
-
     /** The command of a line, to be started before the next line is parsed; none for an empty one. Throws as
      * grammar_t's parse. */
     std::optional<command_t> parse(std::string_view line);
-    const CLI::App &root() const { return *root_; }
+    const command_spec_t &root() const { return root_; }
 
 private:
     line_words_t words_;
     record_reader_t reader_;
-    std::unique_ptr<CLI::App> root_;
-    std::unique_ptr<grammar_t> grammar_;
+    command_spec_t root_;
+    grammar_t grammar_{root_};
 };
 
 #endif

@@ -106,7 +106,7 @@ void add_mapt_commands(grammar_t &grammar) {
         "rules", "Lists the rules that this natctl has installed and how often each was looked up, and those that wait",
         list_rules);
     auto address = grammar.record<fwx_nat64_addr_t>();
-    CLI::App &lookup = grammar.embedded(
+    command_spec_t &lookup = grammar.embedded(
         "lookup", "Looks an address up as the data plane does",
         [address](call_t &call, const fwx_nat64_model_t &model) { return look_up(call, model, *address); });
     address_field(lookup, "address", *address, "the address").required();

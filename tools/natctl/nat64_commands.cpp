@@ -90,8 +90,9 @@ std::string read_prefix(const std::string &text, explain_t &out) {
 void add_nat64_commands(grammar_t &grammar) {
     grammar.family("nat64", "IPv4 addresses within IPv6 addresses");
     auto wanted = grammar.record<explain_t>();
-    CLI::App &app = grammar.immediate("explain", "Embeds an IPv4 address, or extracts it, without asking a server",
-                                      [wanted](call_t &call) { return explain(call, *wanted); });
+    command_spec_t &app =
+        grammar.immediate("explain", "Embeds an IPv4 address, or extracts it, without asking a server",
+                          [wanted](call_t &call) { return explain(call, *wanted); });
     address_field(app, "address", wanted->address, "the address").required();
     auto read = [wanted](const std::string &text) { return read_prefix(text, *wanted); };
     text_field(app, "--prefix", read, prefix_field.meaning, record_field_form(prefix_field));

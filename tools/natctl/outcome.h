@@ -3,11 +3,9 @@
 #define TOOLS_NATCTL_OUTCOME_H
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 
-/** Keeps its members in the order in which they were entered. */
-using json_t = nlohmann::ordered_json;
+#include "net/json.h"
 
 /** The values are natctl's exit statuses. */
 enum class status_t : uint8_t { ok = 0, refused = 1, usage = 2, no_answer = 3, no_server = 4 };
@@ -15,7 +13,6 @@ enum class status_t : uint8_t { ok = 0, refused = 1, usage = 2, no_answer = 3, n
 /** Name of a status as it stands in JSON. */
 const char *status_name(status_t status);
 
-/* Moving a JSON value does not throw, which clang-tidy cannot tell. NOLINTNEXTLINE(bugprone-exception-escape) */
 struct outcome_t {
     std::string command; /* empty when none was recognised */
     uint32_t line = 0;   /* of a batch, from 1; 0 outside one */

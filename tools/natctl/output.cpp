@@ -118,7 +118,7 @@ void output_t::print_json(const json_t &object) {
     if (is_element) answers_ << (is_first_ ? "[\n" : ",\n");
     is_first_ = false;
     /* Words of the user are quoted in errors and need not be UTF-8. */
-    answers_ << object.dump(-1, ' ', false, json_t::error_handler_t::replace);
+    answers_ << object.dump();
     if (!is_element) answers_ << '\n' << std::flush;
 }
 

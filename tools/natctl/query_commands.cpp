@@ -20,21 +20,21 @@ struct query_t {
     uint32_t arg;
 };
 
-void selector_field(CLI::App &app, query_t &query) {
+void selector_field(command_spec_t &app, query_t &query) {
     number_field(app, "--sel", query.sel, "selector, passed to the server");
 }
 
-void limit_field(CLI::App &app, uint32_t &limit) {
+void limit_field(command_spec_t &app, uint32_t &limit) {
     number_field(app, "--limit", limit, "how many entries are wanted, all without it", 1);
 }
 
-void limit_query_fields(CLI::App &app, query_t &query) {
+void limit_query_fields(command_spec_t &app, query_t &query) {
     selector_field(app, query);
     limit_field(app, query.limit);
     number_field(app, "--count", query.limit, "the same as --limit", 1);
 }
 
-void all_query_fields(CLI::App &app, query_t &query) {
+void all_query_fields(command_spec_t &app, query_t &query) {
     selector_field(app, query);
     limit_field(app, query.limit);
     number_field(app, "--count", query.count, "largest number of entries to ask for at a time, 1000 without it", 1);
@@ -42,7 +42,7 @@ void all_query_fields(CLI::App &app, query_t &query) {
     number_field(app, "--arg", query.arg, "argument, passed to the server");
 }
 
-void no_fields(CLI::App &, query_t &) {}
+void no_fields(command_spec_t &, query_t &) {}
 
 void *cookie_of(const query_t &query) {
     return reinterpret_cast<void *>(query.cookie);
@@ -53,7 +53,7 @@ struct query_form_t {
     const char *verb;
     const char *summary;
     uint32_t (*start)(const query_t &query, void *ctx);
-    void (*fields)(CLI::App &app, query_t &query);
+    void (*fields)(command_spec_t &app, query_t &query);
     uint32_t sel = 0; /* without --sel, if a selector may ask for another record */
 };
 
@@ -101,7 +101,7 @@ struct matching_t {
     uint16_t port;
 };
 
-void matching_fields(CLI::App &app, matching_t &matching) {
+void matching_fields(command_spec_t &app, matching_t &matching) {
     protocol_field(app, "--protocol", matching.protocol, "only those of this IP protocol");
     address_field(app, "--inside,--src", matching.src, "only those of this host inside");
     address_field(app, "--dst", matching.dst, "only those with this destination");
@@ -157,7 +157,7 @@ uint32_t start_walk(call_t &call, const walk_t &walk) {
 
 void add_walk(grammar_t &grammar) {
     auto walk = grammar.record<walk_t>();
-    CLI::App &app =
+    command_spec_t &app =
         grammar.command("walk", "Shows the sessions", [walk](call_t &call) { return start_walk(call, *walk); });
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
     limit_field(app, walk->limit);
@@ -189,7 +189,7 @@ uint32_t count_and_clear(call_t &call, const matching_t &matching) {
 
 void add_clear(grammar_t &grammar) {
     auto matching = grammar.record<matching_t>();
-    CLI::App &app =
+    command_spec_t &app =
         grammar.command("clear", "Clears the sessions that match every given option, and says how many matched before",
                         [matching](call_t &call) { return count_and_clear(call, *matching); });
     matching_fields(app, *matching);
@@ -205,8 +205,8 @@ void add_query_commands(grammar_t &grammar) {
     for (const query_form_t &form : query_forms) {
         auto query = grammar.record<query_t>();
         query->sel = form.sel;
-        CLI::App &app = grammar.command(form.verb, form.summary,
-                                        [query, &form](call_t &call) { return start_query(call, *query, form); });
+        command_spec_t &app = grammar.command(form.verb, form.summary,
+                                              [query, &form](call_t &call) { return start_query(call, *query, form); });
         form.fields(app, *query);
     }
     for (const auto &[word, summary] :

@@ -10,15 +10,15 @@ void add_verb(grammar_t &grammar, const record_family_t &family, const record_ve
     auto start = [record, op = verb.op, &family](call_t &call) {
         return call.pal.send(call, family, op, record->bytes);
     };
-    CLI::App &app = grammar.command(std::string(verb.word), std::string(verb.title) + " " + family.noun, start);
-    std::vector<std::pair<const record_field_t *, option_t>> options;
+    command_spec_t &app = grammar.command(std::string(verb.word), std::string(verb.title) + " " + family.noun, start);
+    std::vector<std::pair<const record_field_t *, const option_spec_t *>> options;
     for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
         if (!field->is_taken_on(verb.op)) continue;
-        const option_t option = add_field(app, *field, record->bytes).required(field->is_required_on(verb.op));
+        option_spec_t &option = add_field(app, *field, record->bytes).required(field->is_required_on(verb.op));
         for (const auto &[other, others_option] : options) {
-            if (record_fields_overlap(*field, *other)) option.excludes(others_option);
+            if (record_fields_overlap(*field, *other)) option.excludes(*others_option);
         }
-        options.emplace_back(field, option);
+        options.emplace_back(field, &option);
     }
 }
 

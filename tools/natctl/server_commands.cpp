@@ -11,7 +11,7 @@ namespace {
 
 using model_fn_t = std::function<uint32_t(fwx_nat64_model_t *)>;
 
-CLI::App &model_command(grammar_t &grammar, const char *verb, const char *summary, model_fn_t act) {
+command_spec_t &model_command(grammar_t &grammar, const char *verb, const char *summary, model_fn_t act) {
     return grammar.embedded(verb, summary,
                             [act = std::move(act)](call_t &, fwx_nat64_model_t &model) { return act(&model); });
 }
@@ -28,7 +28,7 @@ model_fn_t always(fn_t act) {
 void on_off_command(grammar_t &grammar, const char *verb, const char *summary,
                     void (fwx_nat64_model_t::*set)(bool on)) {
     auto on = grammar.record<uint32_t>();
-    CLI::App &app =
+    command_spec_t &app =
         model_command(grammar, verb, summary, always([on, set](fwx_nat64_model_t *model) { (model->*set)(*on != 0); }));
     choice_field(app, "state", *on, {{"on", 1}, {"off", 0}}, "whether it does").required();
 }
@@ -39,19 +39,20 @@ void add_misbehaviour(grammar_t &grammar) {
         uint32_t count = 1;
     };
     auto refusal = grammar.record<refusal_t>();
-    CLI::App &fail = model_command(grammar, "fail-next", "Refuses the next commands",
-                                   always([refusal](auto *model) { model->fail_next(refusal->code, refusal->count); }));
+    command_spec_t &fail =
+        model_command(grammar, "fail-next", "Refuses the next commands",
+                      always([refusal](auto *model) { model->fail_next(refusal->code, refusal->count); }));
     number_field(fail, "--code", refusal->code, "the code that it answers with", 1).required();
     number_field(fail, "--count", refusal->count, "how many commands, 1 without it", 1);
 
     auto delay = grammar.record<uint64_t>();
-    CLI::App &delay_app = model_command(grammar, "delay", "Delays every reply",
-                                        always([delay](auto *model) { model->delay_set(*delay); }));
+    command_spec_t &delay_app = model_command(grammar, "delay", "Delays every reply",
+                                              always([delay](auto *model) { model->delay_set(*delay); }));
     number_field(delay_app, "--ms", *delay, "milliseconds, 0 for none", 0, UINT32_MAX).required();
 
     model_command(grammar, "hold", "Holds all replies back until release", always(&fwx_nat64_model_t::hold));
     auto order = grammar.record<uint32_t>();
-    CLI::App &release =
+    command_spec_t &release =
         model_command(grammar, "release", "Sends the held replies",
                       always([order](auto *model) { model->release(static_cast<fwx_nat64_model_order_t>(*order)); }));
     choice_field(release, "--order", *order,
@@ -67,8 +68,8 @@ void add_misbehaviour(grammar_t &grammar) {
     model_command(grammar, "drop", "Drops the channels of all clients", always(&fwx_nat64_model_t::drop_clients));
 
     auto copies = grammar.record<uint32_t>();
-    CLI::App &duplicate = model_command(grammar, "duplicate", "Sends every reply several times",
-                                        always([copies](auto *model) { model->duplicate_set(*copies); }));
+    command_spec_t &duplicate = model_command(grammar, "duplicate", "Sends every reply several times",
+                                              always([copies](auto *model) { model->duplicate_set(*copies); }));
     number_field(duplicate, "--copies", *copies, "how many times", 1).required();
 }
 
@@ -81,7 +82,7 @@ void add_notifications(grammar_t &grammar) {
         uint32_t words[3] = {};
     };
     auto record = grammar.record<record_t>();
-    CLI::App &record_app = model_command(grammar, "record", "Notifies a record", [record](auto *model) {
+    command_spec_t &record_app = model_command(grammar, "record", "Notifies a record", [record](auto *model) {
         const uint32_t *words = record->words;
         return model->notify_record(record->add != 0, words[0], words[1], words[2]);
     });
@@ -97,7 +98,7 @@ void add_notifications(grammar_t &grammar) {
         uint32_t value;
     };
     auto mapping = grammar.record<mapping_t>();
-    CLI::App &mapping_app = model_command(grammar, "mapping", "Notifies a mapping", [mapping](auto *model) {
+    command_spec_t &mapping_app = model_command(grammar, "mapping", "Notifies a mapping", [mapping](auto *model) {
         return model->notify_mapping(mapping->id, mapping->active != 0, mapping->value);
     });
     number_field(mapping_app, "--id", mapping->id, "the mapping").required();
@@ -109,9 +110,9 @@ void add_notifications(grammar_t &grammar) {
         uint32_t on;
     };
     auto debug = grammar.record<debug_t>();
-    CLI::App &debug_app = model_command(grammar, "debug", "Sets debug flags of the library", [debug](auto *model) {
-        return model->notify_debug(debug->selector, debug->on);
-    });
+    command_spec_t &debug_app =
+        model_command(grammar, "debug", "Sets debug flags of the library",
+                      [debug](auto *model) { return model->notify_debug(debug->selector, debug->on); });
     choice_field(debug_app, "--class", debug->selector,
                  {{"info", FWX_NAT64_UNSOL_DEBUG_INFO},
                   {"trace", FWX_NAT64_UNSOL_DEBUG_TRACE},
@@ -157,7 +158,7 @@ void add_server_commands(grammar_t &grammar) {
 
     grammar.subfamily("sessions", "Sessions that the server makes up");
     auto sessions = grammar.record<uint64_t>();
-    CLI::App &generate = model_command(grammar, "generate", "Replaces the sessions made before",
-                                       always([sessions](auto *model) { model->sessions_generate(*sessions); }));
+    command_spec_t &generate = model_command(grammar, "generate", "Replaces the sessions made before",
+                                             always([sessions](auto *model) { model->sessions_generate(*sessions); }));
     number_field(generate, "count", *sessions, "how many", 0, FWX_NAT64_MODEL_MAX_SESSIONS).required();
 }

@@ -1,0 +1,315 @@
+#include "net/json.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+constexpr size_t most_levels = 16;
+
+bool is_control(char c) {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+}
+
+/** Whether a text nests no deeper than most_levels, looked at before it is read. */
+bool is_flat(std::string_view text) {
+    size_t level = 0;
+    bool is_within_text = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            is_within_text = !is_within_text;
+        } else if (is_within_text) {
+            if (c == '\\') ++i;
+        } else if (c == '{' || c == '[') {
+            if (++level > most_levels) return false;
+        } else if ((c == '}' || c == ']') && level > 0) {
+            --level;
+        }
+    }
+    return true;
+}
+
+/** Without what JSON or UTF-8 has rules for. */
+bool is_plain(const std::string &text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return c >= ' ' && c != '"' && c != '\\' && c != '\x7f'; });
+}
+
+void write_text(const std::string &text, std::string &out) {
+    if (is_plain(text)) {
+        out.append("\"").append(text).append("\"");
+    } else {
+        out += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
+}
+
+json_t value_of(const nlohmann::ordered_json &read) {
+    switch (read.type()) {
+        case nlohmann::json::value_t::boolean:
+            return read.get<bool>();
+        case nlohmann::json::value_t::number_integer:
+            return read.get<int64_t>();
+        case nlohmann::json::value_t::number_unsigned:
+            return read.get<uint64_t>();
+        case nlohmann::json::value_t::number_float:
+            return read.get<double>();
+        case nlohmann::json::value_t::string:
+            return read.get_ref<const std::string &>();
+        case nlohmann::json::value_t::array: {
+            json_t array = json_t::array();
+            for (const nlohmann::ordered_json &element : read) {
+                array.push_back(value_of(element));
+            }
+            return array;
+        }
+        case nlohmann::json::value_t::object: {
+            json_t object = json_t::object();
+            for (const auto &[name, value] : read.items()) {
+                object[name] = value_of(value);
+            }
+            return object;
+        }
+        default:
+            return nullptr;
+    }
+}
+
+bool is_member(const json_t &element) {
+    return element.is_array() && element.size() == 2 && element[size_t{0}].is_string();
+}
+
+}  // namespace
+
+json_t::json_t(std::string text) : kind_(kind_t::text), branches_(new branches_t{std::move(text), {}, {}}) {}
+
+json_t::json_t(std::initializer_list<json_t> elements) {
+    if (!std::all_of(elements.begin(), elements.end(), is_member)) {
+        *this = array(elements);
+        return;
+    }
+    *this = object();
+    for (const json_t &member : elements) {
+        (*this)[member[size_t{0}].text()] = member[size_t{1}];
+    }
+}
+
+json_t::json_t(const json_t &other)
+    : kind_(other.kind_),
+      bits_(other.bits_),
+      branches_(other.branches_ == nullptr ? nullptr : new branches_t(*other.branches_)) {}
+
+json_t &json_t::operator=(const json_t &other) {
+    if (this != &other) *this = json_t(other);
+    return *this;
+}
+
+json_t json_t::array(std::initializer_list<json_t> elements) {
+    json_t made;
+    made.kind_ = kind_t::array;
+    made.branches().values = elements;
+    return made;
+}
+
+json_t json_t::object() {
+    json_t made;
+    made.kind_ = kind_t::object;
+    made.branches();
+    return made;
+}
+
+void json_t::set_real(double value) {
+    kind_ = kind_t::real;
+    std::memcpy(&bits_, &value, sizeof value);
+}
+
+double json_t::real() const {
+    double value = static_cast<double>(bits_);
+    if (kind_ == kind_t::real) std::memcpy(&value, &bits_, sizeof value);
+    return value;
+}
+
+json_t::branches_t &json_t::branches() {
+    if (branches_ == nullptr) branches_ = std::make_unique<branches_t>();
+    return *branches_;
+}
+
+const json_t::branches_t &json_t::read_branches() const {
+    static const branches_t none;
+    return branches_ == nullptr ? none : *branches_;
+}
+const std::string &json_t::text() const {
+    return read_branches().text;
+}
+const std::vector<std::string> &json_t::names() const {
+    return read_branches().names;
+}
+const std::vector<json_t> &json_t::values() const {
+    return read_branches().values;
+}
+std::vector<json_t> &json_t::elements() {
+    return branches().values;
+}
+
+size_t json_t::size() const {
+    return is_array() || is_object() ? values().size() : is_null() ? 0 : 1;
+}
+
+const json_t *json_t::find(std::string_view name) const {
+    const auto at = std::find(names().begin(), names().end(), name);
+    return at == names().end() ? nullptr : &values()[static_cast<size_t>(at - names().begin())];
+}
+
+const json_t &json_t::operator[](std::string_view name) const {
+    static const json_t none;
+    const json_t *member = find(name);
+    return member == nullptr ? none : *member;
+}
+
+json_t &json_t::operator[](std::string_view name) {
+    if (const json_t *member = find(name)) return const_cast<json_t &>(*member);
+    if (!is_object()) *this = object();
+    branches().names.emplace_back(name);
+    return branches().values.emplace_back();
+}
+
+void json_t::push_back(json_t value) {
+    if (!is_array()) *this = array();
+    branches().values.push_back(std::move(value));
+}
+
+void json_t::erase(std::string_view name) {
+    const json_t *member = find(name);
+    if (member == nullptr) return;
+    const auto index = member - values().data();
+    branches().names.erase(branches().names.begin() + index);
+    branches().values.erase(branches().values.begin() + index);
+}
+
+void json_t::update(const json_t &object) {
+    for (const auto &[name, value] : object.items()) {
+        (*this)[name] = value;
+    }
+}
+
+bool json_t::operator==(const json_t &other) const {
+    if (kind_ != other.kind_ || bits_ != other.bits_) return false;
+    if (branches_ == nullptr || other.branches_ == nullptr) return branches_ == other.branches_;
+    return branches_->text == other.branches_->text && branches_->names == other.branches_->names &&
+           branches_->values == other.branches_->values;
+}
+
+std::string json_t::dump() const {
+    std::string out;
+    write(out);
+    return out;
+}
+
+void json_t::write(std::string &out) const {
+    switch (kind_) {
+        case kind_t::null:
+            out += "null";
+            return;
+        case kind_t::boolean:
+            out += bits_ != 0 ? "true" : "false";
+            return;
+        case kind_t::integer:
+            out += std::to_string(static_cast<int64_t>(bits_));
+            return;
+        case kind_t::number:
+            out += std::to_string(bits_);
+            return;
+        case kind_t::real:
+            out += nlohmann::json(real()).dump();
+            return;
+        case kind_t::text:
+            return write_text(text(), out);
+        case kind_t::array:
+        case kind_t::object:
+            break;
+    }
+    out += is_array() ? '[' : '{';
+    for (size_t i = 0; i < values().size(); ++i) {
+        if (i != 0) out += ',';
+        if (is_object()) {
+            write_text(names()[i], out);
+            out += ':';
+        }
+        values()[i].write(out);
+    }
+    out += is_array() ? ']' : '}';
+}
+
+json_t json_t::parse(std::string_view text) {
+    if (!is_flat(text)) return nullptr;
+    const auto read = nlohmann::ordered_json::parse(text, nullptr, false);
+    return read.is_discarded() ? json_t() : value_of(read);
+}
+
+std::string clean_line(std::string_view text, size_t most_bytes) {
+    size_t end = std::min(text.size(), most_bytes);
+    while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80) {
+        --end; /* not within a character */
+    }
+    std::string line(text.substr(0, end));
+    std::replace_if(line.begin(), line.end(), is_control, ' ');
+    return line;
+}
+
+json_members_t::json_members_t(const json_t &object) : object_(object) {
+    if (!object.is_object()) fail("must be an object");
+}
+
+void json_members_t::fail(const std::string &reason) {
+    if (fault_.empty()) fault_ = reason;
+}
+
+uint64_t json_members_t::number(const char *name, uint64_t least, uint64_t most) {
+    const json_t *member = find(name);
+    const bool is_number = member != nullptr && member->is_number();
+    const uint64_t value = is_number ? member->get<uint64_t>() : 0;
+    if (is_number && value >= least && value <= most) return value;
+    fail(std::string(name) + ": must be " + std::to_string(least) + " to " + std::to_string(most));
+    return 0;
+}
+
+std::string json_members_t::text(const char *name, size_t most_bytes, size_t least_bytes) {
+    const json_t *member = find(name);
+    const bool is_text = member != nullptr && member->is_string();
+    std::string value = is_text ? member->get<std::string>() : "";
+    if (is_text && value.size() >= least_bytes && value.size() <= most_bytes) return value;
+    fail(std::string(name) + ": must be a text of " + std::to_string(least_bytes) + " to " +
+         std::to_string(most_bytes) + " bytes");
+    return "";
+}
+
+std::string json_members_t::line(const char *name, size_t most_bytes) {
+    std::string value = text(name, most_bytes);
+    if (std::any_of(value.begin(), value.end(), is_control)) fail(std::string(name) + ": must be one line");
+    return value;
+}
+
+bool json_members_t::flag(const char *name) {
+    const json_t *member = find(name);
+    const bool is_flag = member != nullptr && member->is_boolean();
+    if (!is_flag) fail(std::string(name) + ": must be true or false");
+    return is_flag && member->get<bool>();
+}
+
+int64_t json_members_t::int64(const char *name) {
+    const json_t *member = find(name);
+    if (member == nullptr) return 0;
+    if (member->is_integer()) return member->get<int64_t>();
+    const std::string digits = member->is_number()   ? std::to_string(member->get<uint64_t>())
+                               : member->is_string() ? member->get<std::string>()
+                                                     : "";
+    int64_t value = 0;
+    const char *const end = digits.data() + digits.size();
+    const auto [rest, failed] = std::from_chars(digits.data(), end, value);
+    const bool is_number = failed == std::errc() && rest == end;
+    if (is_number) return value;
+    fail(std::string(name) + ": must be a number");
+    return 0;
+}

@@ -1,0 +1,149 @@
+/*
+ * Command lines as tables of our own: commands, their options, and what reads the options' values. One source turns
+ * them into the argument parser's objects, whose header is large; help, completion and errors come from the same table.
+ *
+ * A command's specification is filled once, before the parser is made, and outlives it.
+ */
+#ifndef TOOLS_COMMAND_LINE_H
+#define TOOLS_COMMAND_LINE_H
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "records/field.h"
+
+/** An option, or an argument: a value that is known by its place. */
+struct option_spec_t {
+    /** Takes a value; returns what is wrong with it, or an empty text. */
+    using read_fn_t = std::function<std::string(const std::string &text)>;
+
+    std::string names; /* `--inside,--src`; `file` for an argument */
+    std::string meaning;
+    std::string form; /* of its value: `FILE`, `1 to 7, or udp`; empty for a flag */
+    read_fn_t read;
+    bool *flag = nullptr; /* set when the option is given */
+    bool is_required = false;
+    bool is_repeatable = false;      /* each of its values is read */
+    std::string preset;              /* shown by the help as the value without the option */
+    std::vector<std::string> others; /* names of earlier options that must not be given with this one */
+
+    bool is_argument() const { return names.front() != '-'; }
+    bool is_flag() const { return form.empty(); }
+    /** Names with two dashes, without them. */
+    std::vector<std::string> long_names() const;
+
+    option_spec_t &required(bool is_it = true) {
+        is_required = is_it;
+        return *this;
+    }
+    option_spec_t &excludes(const option_spec_t &earlier) {
+        others.push_back(earlier.names);
+        return *this;
+    }
+};
+
+/** A command: it has commands of its own, of which one must follow, or an action. */
+struct command_spec_t {
+    std::string name;
+    std::string summary;
+    std::string version; /* of a root: what --version prints; empty: there is no such option */
+    std::function<void(const std::string &path)> act; /* `path`: "timeout set" */
+    std::list<option_spec_t> options;
+    std::list<command_spec_t> commands;
+    bool takes_root_options = true;  /* they may follow it */
+    std::vector<std::string> others; /* names of the root's options that must not be given with it */
+
+    option_spec_t &add(option_spec_t option) { return options.emplace_back(std::move(option)); }
+    command_spec_t &command(std::string word, std::string summary_text,
+                            std::function<void(const std::string &path)> action = {});
+};
+
+/** A command line that is none: what is wrong, and with which command. */
+struct usage_error_t {
+    std::string command;
+    std::string text;
+};
+/** A command line that asks for help, or for the version. */
+struct help_request_t {
+    std::string text;
+};
+
+class command_parser_t {
+public:
+    explicit command_parser_t(const command_spec_t &root);
+    ~command_parser_t();
+    command_parser_t(const command_parser_t &) = delete;
+    command_parser_t &operator=(const command_parser_t &) = delete;
+
+    /** Reads the options of a command line and acts. Throws usage_error_t or help_request_t. */
+    void parse(std::vector<std::string> words);
+
+private:
+    class impl_t;
+    std::unique_ptr<impl_t> impl_;
+};
+
+/* Options whose text is read into a variable; it must live until the command has been carried out. A wrong value is
+ * refused with an error that names the option, the value and what is allowed. */
+
+option_spec_t &text_field(command_spec_t &command, std::string_view option, option_spec_t::read_fn_t read,
+                          std::string meaning, std::string form);
+/** Any text. */
+option_spec_t &word_field(command_spec_t &command, std::string_view option, std::string &out, std::string meaning,
+                          std::string form);
+/** The option of a field that is read into `record`. */
+option_spec_t &add_field(command_spec_t &command, const record_field_t &field, void *record);
+
+/* `option` and `meaning` must live as long as `command`. */
+
+template <typename number_t>
+option_spec_t &number_field(command_spec_t &command, const char *option, number_t &out, const char *meaning,
+                            uint64_t min = 0, uint64_t max = std::numeric_limits<number_t>::max()) {
+    return add_field(
+        command, record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning).within(min, max), &out);
+}
+/** An IP protocol, by name or number. */
+inline option_spec_t &protocol_field(command_spec_t &command, const char *option, uint32_t &out, const char *meaning) {
+    return add_field(command,
+                     record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning)
+                         .within(1, UINT8_MAX)
+                         .named(wire_protocol_names),
+                     &out);
+}
+/** An address of either family. */
+inline option_spec_t &address_field(command_spec_t &command, const char *option, fwx_nat64_addr_t &out,
+                                    const char *meaning) {
+    return add_field(command, record_field(option, nullptr, record_kind_t::address, 0, sizeof out, meaning), &out);
+}
+inline option_spec_t &ipv4_field(command_spec_t &command, const char *option, fwx_nat64_addr_t &out,
+                                 const char *meaning) {
+    return add_field(command, record_field(option, nullptr, record_kind_t::ipv4, 0, sizeof out, meaning), &out);
+}
+/** Exactly `bytes` bytes as hexadecimal digits. */
+inline option_spec_t &hex_field(command_spec_t &command, const char *option, uint8_t *out, size_t bytes,
+                                const char *meaning) {
+    return add_field(command, record_field(option, nullptr, record_kind_t::bytes, 0, bytes, meaning), out);
+}
+
+struct choice_t {
+    const char *text;
+    uint32_t value;
+};
+/** One of a few words. */
+option_spec_t &choice_field(command_spec_t &command, const std::string &option, uint32_t &out,
+                            std::vector<choice_t> choices, const std::string &meaning);
+
+/** A time, `5m`, of a second to a day; in seconds. */
+option_spec_t &duration_field(command_spec_t &command, const std::string &option, uint64_t &out_s,
+                              const std::string &meaning);
+
+/** An option without a value: true when it is given. */
+option_spec_t &flag_field(command_spec_t &command, const std::string &option, bool &out, const std::string &meaning);
+
+#endif
