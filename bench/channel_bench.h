@@ -75,35 +75,8 @@ double measure(client_t &client, const setting_t &setting) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / setting.count;
 }
 
-/** Seconds per command of a client in a process of its own, which `take` gives there: the threads of some libraries do
- * not survive a fork of the process that has them. */
-template <typename take_t>
-double seconds_of_client(const setting_t &setting, take_t take) {
-    int result[2];
-    if (pipe(result) != 0) return 0;
-    double seconds = 0;
-    const server_process_t client(setting.client_cpu, [&] {
-        const double taken = take();
-        if (write(result[1], &taken, sizeof(taken)) != sizeof(taken)) return;
-        pause();
-    });
-    if (read(result[0], &seconds, sizeof(seconds)) != sizeof(seconds)) seconds = 0;
-    close(result[0]);
-    close(result[1]);
-    return seconds;
-}
-
 double run_in_process(const setting_t &setting);
 double run_between_processes(const setting_t &setting);
 double run_bare_ring(const setting_t &setting);
-#ifdef WITH_ZMQ
-double run_zmq(const setting_t &setting);
-#endif
-#ifdef WITH_NNG
-double run_nng(const setting_t &setting);
-#endif
-#ifdef WITH_GRPC
-double run_grpc(const setting_t &setting);
-#endif
 
 #endif

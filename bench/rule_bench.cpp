@@ -1,6 +1,6 @@
 /*
  * The MAP-T rule table at 1,000 to 1,000,000 random rules: a whole install (pending, reply, both leaves), a delete, the
- * longest match in the tree it makes, and bytes a rule; beside them the two-leaf work of standard containers.
+ * longest match in the tree it makes, and bytes a rule.
  */
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -8,10 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstring>
 #include <fstream>
-#include <map>
-#include <unordered_map>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
@@ -116,26 +113,6 @@ void rule_longest_match(benchmark::State &state) {
     fwx_mapt_plu_cleanup();
 }
 
-/* What exact-match containers would take for the two leaves of a rule; they have no longest match. */
-template <typename map_t>
-void container_install(benchmark::State &state) {
-    const auto rules = random_rules(static_cast<size_t>(state.range(0)));
-    for (auto _ : state) {
-        map_t leaves;
-        const clock_type::time_point start = clock_type::now();
-        for (const fwx_nat64_mapt_bmr_t &rule : rules) {
-            uint64_t v6 = 0;
-            uint64_t v4 = 0;
-            memcpy(&v6, rule.v6_prefix, 8);
-            memcpy(&v4, rule.v4_prefix, 4);
-            leaves.emplace(v6 ^ rule.v6_prefix_len, rule.rule_id);
-            leaves.emplace((v4 << 8 | rule.v4_prefix_len) ^ uint64_t{1} << 63, rule.rule_id);
-        }
-        state.SetIterationTime(seconds_since(start));
-    }
-    per_rule(state, rules.size());
-}
-
 }  // namespace
 
 #define AT_EACH_SIZE Arg(1000)->Arg(100000)->Arg(1000000)
@@ -143,5 +120,3 @@ void container_install(benchmark::State &state) {
 BENCHMARK(rule_install)->AT_EACH_SIZE->UseManualTime();
 BENCHMARK(rule_delete)->AT_EACH_SIZE->UseManualTime();
 BENCHMARK(rule_longest_match)->AT_EACH_SIZE;
-BENCHMARK(container_install<std::map<uint64_t, uint32_t>>)->AT_EACH_SIZE->UseManualTime();
-BENCHMARK(container_install<std::unordered_map<uint64_t, uint32_t>>)->AT_EACH_SIZE->UseManualTime();

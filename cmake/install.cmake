@@ -45,7 +45,7 @@ if(FWX_NAT64_PLATFORM STREQUAL "host")
   install(FILES docs/man/nat64d.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
   install(FILES packaging/prometheus/alerts.yml packaging/prometheus/scrape.yml packaging/prometheus/dashboard.json
     DESTINATION ${CMAKE_INSTALL_DATADIR}/nat64d)
-  install(FILES docs/fwx_nat64.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins)
+  install(FILES ${PROJECT_BINARY_DIR}/wire/fwx_nat64.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins)
   set(completion ${PROJECT_BINARY_DIR}/natctl.bash)
   add_custom_command(OUTPUT ${completion} COMMAND natctl completion bash > ${completion} DEPENDS natctl VERBATIM)
   add_custom_target(natctl_completion ALL DEPENDS ${completion})

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 dir=${1:-docs/bench}
-need_packages "${build_packages[@]}" libbenchmark-dev libzmq3-dev libnng-dev libgrpc++-dev pkgconf valgrind gnuplot-nox jq "${python_packages[@]}"
+need_packages "${build_packages[@]}" libbenchmark-dev valgrind gnuplot-nox jq "${python_packages[@]}"
 say "building (preset release)"
 cmake --preset release >/dev/null
 cmake --build --preset release | tail -n 1
@@ -60,7 +60,7 @@ build/release/bench/channel_bench >"$work/channels"
 say "documents"
 build/release/bench/document_bench >"$work/documents"
 say "rules"
-measure rule_bench 'rule_|rib6' >"$work/rules"
+measure rule_bench . >"$work/rules"
 say "python"
 PYTHONPATH=build/release/bindings/python/lib /usr/bin/python3 bench/python_bench.py >"$work/python"
 say "natctl"

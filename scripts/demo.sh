@@ -20,7 +20,7 @@ say "a complete NAT64 configuration and its statistics"
 "$natctl" batch examples/nat64.natctl
 
 say "MAP-T rules"
-"$natctl" batch examples/mapt.natctl | tail -n 12
+"$natctl" batch examples/mapt.natctl
 
 say "sessions that the embedded server makes up, and lookups as the data plane does them"
 "$natctl" batch examples/embedded.natctl

@@ -55,7 +55,7 @@ if [[ $tier != --quick ]]; then
       --suppress=readdirCalled --suppress=getpwuidCalled '--suppress=passedByValue:tools/fleet/*' -I. -Iinclude -Ihost/include
 
   say "types of the Python module"
-  (cd bindings/python && mypy --cache-dir ../../build/mypy)
+  (cd bindings/python && mypy --cache-dir ../../build/mypy ../../build/dev/bindings/python/lib/fwx_nat64) # with its printed part
 
   say "the library without a platform"
   cmake -S . -B build/external -G Ninja -DCMAKE_BUILD_TYPE=Release -DFWX_NAT64_PLATFORM=external \

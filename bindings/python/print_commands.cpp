@@ -1,6 +1,6 @@
 /*
- * Prints fwx_nat64/_commands.py: a method for each configuration command, with its fields, their limits and names, from
- * the table of records, and a class for each record that a query brings, from the description of messages.
+ * Prints _commands.py of the Python module: a method for each configuration command, with its fields, their limits and
+ * names, from the table of records, and a class for each record that a query brings, from the description of messages.
  */
 #include <algorithm>
 #include <cstdio>

@@ -72,7 +72,7 @@ protected:
 
     std::string output_of(const std::string &options) const {
         const std::string command =
-            "tshark -2 -X lua_script:" SOURCE_DIR "/docs/fwx_nat64.lua -r " + path_ + " " + options + " 2>/dev/null";
+            "tshark -2 -X lua_script:" DISSECTOR " -r " + path_ + " " + options + " 2>/dev/null";
         std::string text;
         FILE *output = popen(command.c_str(), "r");
         for (int c = 0; (c = fgetc(output)) != EOF;) {

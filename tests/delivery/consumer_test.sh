@@ -12,6 +12,7 @@ mv "$scratch/first" "$scratch/prefix"
 lib=$(dirname "$(find "$scratch/prefix" -name libfwx_nat64.so)")
 [[ $(readlink "$lib/libfwx_nat64.so") == libfwx_nat64.so.1 ]]
 [[ $(readlink "$lib/libfwx_nat64.so.1") == libfwx_nat64.so.1.* ]]
+cmp "$lib/wireshark/plugins/fwx_nat64.lua" "$build/wire/fwx_nat64.lua"
 
 export PKG_CONFIG_PATH=$lib/pkgconfig
 read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_host) -Wl,-rpath,$lib"

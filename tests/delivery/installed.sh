@@ -38,7 +38,7 @@ for example in nat64 mapt settings embedded; do
 done
 systemd-analyze --man=no verify natctl-serve@alpha.service nat64d@alpha.service
 ! command -v tshark >/dev/null || tshark -G plugins 2>/dev/null | grep -F fwx_nat64.lua >/dev/null || fail "no dissector"
-expect_owner python3-fwx-nat64 /usr/lib/python3/dist-packages/fwx_nat64/__init__.py
+expect_owner python3-fwx-nat64 /usr/lib/python3/dist-packages/fwx_nat64/{__init__,_commands}.py
 
 # A server as the service runs it, and programs that were built against the packages.
 export FWX_HOST_DIR=/run/fwx

@@ -256,20 +256,16 @@ TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_
     EXPECT_EQ(metrics.find("refused\""), std::string::npos) << metrics;
     EXPECT_LE(std::stoul(value_of(metrics, "nat64_command_duration_seconds_bucket{le=\"5\"}")),
               std::stoul(value_of(metrics, "nat64_command_duration_seconds_count")));
+    for (const char *whole : {"sessions", "mappings{kind=\"static\"}", "pools", "rules"}) {
+        EXPECT_EQ(value_of(metrics, std::string("nat64_") + whole), std::to_string(count)) << whole;
+    }
+    EXPECT_EQ(value_of(metrics, "nat64_document_in_step"), "1");
     EXPECT_EQ(value_of(metrics, "nat64_pool_addresses{pool=\"7\"}"), "1");
     EXPECT_EQ(value_of(metrics, "nat64_limit{type=\"1\"}"), "1000");
 #ifdef PROMTOOL_PATH
     std::ofstream(folder() + "/metrics") << metrics.substr(metrics.find("\r\n\r\n") + 4);
     EXPECT_EQ(std::system((PROMTOOL_PATH " check metrics <" + folder() + "/metrics").c_str()), 0);
 #endif
-    const std::string shown = run("--json top --metrics 127.0.0.1:" + std::to_string(daemon.port())).answers;
-    const json_t look = json_t::parse(shown).at("data");
-    EXPECT_EQ(look.at("in_step"), true) << shown;
-    EXPECT_EQ(look.at("totals").dump(), R"({"sessions":7,"static_mappings":7,"dynamic_mappings":0,"pools":7,)"
-                                        R"("pool_ranges":0,"rules":7,"prefixes":0,"interfaces":0})");
-    EXPECT_EQ(look.at("pools").size(), count);
-    EXPECT_EQ(look.at("command_times").at("count").dump(), value_of(metrics, "nat64_command_duration_seconds_count"));
-    EXPECT_NE(shown.find(R"({"kind":"pool_add","result":"ok","count":7})"), std::string::npos) << shown;
     const uint64_t commands = data_of("server counts").at("commands").get<uint64_t>();
     daemon.get("/metrics");
     EXPECT_LE(data_of("server counts").at("commands").get<uint64_t>() - commands, 4u + 3u + 2u)

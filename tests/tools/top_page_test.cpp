@@ -1,7 +1,6 @@
 /* What a page of `natctl top` looks like, and what it is made from. */
 #include <gtest/gtest.h>
 
-#include "tools/natctl/metrics_reader.h"
 #include "tools/natctl/top.h"
 #include "tools/natctl/top_command.h"
 
@@ -16,16 +15,13 @@ top_look_t full_look() {
     look.pools = {{1, 254, 5}, {2, 1, 129024}, {3, 0, 0}, {4, 2, 1}};
     look.mappings = {{7, "static", 1}, {8, "dynamic", 3}};
     look.commands = {{"pool_add", "ok", 4}, {"all", "refused_no_entry", 12}};
-    look.times = top_times_t{16, 0.0005, 0.05};
-    look.is_in_step = true;
     sort_by_use(look);
     return look;
 }
 
 constexpr const char *full_page =
-    "server alpha  2026-01-31T23:59:59.123Z  in step\n"
+    "server alpha  2026-01-31T23:59:59.123Z\n"
     "sessions 129030  pools 4  rules 2\n"
-    "command times  half within 0.5 ms, 99% within 50 ms\n"
     "\n"
     "LIMIT        IN USE   ALLOWED       USE\n"
     "sessions     129030    200000     64.5%\n"
@@ -45,17 +41,16 @@ constexpr const char *full_page =
     "pool_add   ok                       4\n";
 
 TEST(top_page_test, all_is_shown_where_there_is_room_with_what_is_used_most_first) {
-    EXPECT_EQ(top_page(full_look(), 80, 20), full_page);
+    EXPECT_EQ(top_page(full_look(), 80, 19), full_page);
     EXPECT_EQ(top_page(full_look(), SIZE_MAX, top_any_height), full_page);
     EXPECT_EQ(top_page({}, 80, 24), "\n");
 }
 
 TEST(top_page_test, a_small_window_cuts_long_tables_first_and_wide_lines) {
-    EXPECT_EQ(top_page(full_look(), 26, 19),
+    EXPECT_EQ(top_page(full_look(), 26, 18),
               "server alpha  2026-01-31T2\n"
               "sessions 129030  pools 4\n"
               "rules 2\n"
-              "command times  half within\n"
               "\n"
               "LIMIT        IN USE   ALLO\n"
               "sessions     129030    200\n"
@@ -71,7 +66,7 @@ TEST(top_page_test, a_small_window_cuts_long_tables_first_and_wide_lines) {
               "COMMANDS   RESULT         \n"
               "all        refused_no_entr\n"
               "pool_add   ok             \n");
-    for (size_t height = 0; height < 20; ++height) {
+    for (size_t height = 0; height < 19; ++height) {
         const std::string page = top_page(full_look(), 80, height);
         EXPECT_EQ(static_cast<size_t>(std::count(page.begin(), page.end(), '\n')), height);
     }
@@ -81,36 +76,19 @@ TEST(top_page_test, what_is_not_known_is_said_and_no_text_reaches_the_terminal_a
     top_look_t look;
     look.source = "server \x1b[2Jx";
     look.problem = "trying again: no server";
-    look.is_in_step = false;
     look.pools = {{9, 1, 0}};
     look.has_more_pools = true;
     EXPECT_EQ(top_page(look, 80, 24),
-              "server ?[2Jx  OUT OF STEP\n"
+              "server ?[2Jx\n"
               "trying again: no server\n"
               "\n"
               "POOL       ADDRESSES  SESSIONS       USE\n"
               "9                  1         0      0.0%\n"
               "... more, not all of which are listed\n");
     EXPECT_EQ(top_json(look).dump(),
-              R"({"source":"server \u001b[2Jx","time":null,"problem":"trying again: no server","in_step":false,)"
+              R"({"source":"server \u001b[2Jx","time":null,"problem":"trying again: no server","in_step":null,)"
               R"("totals":{},"limits":[],"pools":[{"id":9,"addresses":1,"sessions":0,"use":0.0}],"mappings":[],)"
               R"("has_more":{"pools":true,"mappings":false},"commands":[],"command_times":null})");
-}
-
-TEST(metrics_reader_test, metrics_are_read_with_their_labels_and_what_is_none_is_named) {
-    std::vector<metric_t> metrics;
-    EXPECT_EQ(read_metrics("# HELP a b\n\na 1\r\n  b_total{x=\"1\", y=\"q\\\"\\\\\\n}\",} 2.5e3 1700000000\nc{} +Inf",
-                           metrics),
-              "");
-    ASSERT_EQ(metrics.size(), 3U);
-    EXPECT_EQ(metrics[0].name, "a");
-    EXPECT_EQ(metrics[1].value, 2500);
-    EXPECT_EQ(metrics[1].label("y"), "q\"\\\n}");
-    EXPECT_EQ(metrics[1].label("z"), "");
-    for (const char *line :
-         {"a", "a x", "a{", "a{x} 1", "a{x=1} 1", "a{x=\"1} 1", "a{x=\"1\" y=\"2\"} 1", "{} 1", "a 1x"}) {
-        EXPECT_EQ(read_metrics(std::string("a 1\n") + line, metrics), "line 2: " + std::string(line) + ": no metric");
-    }
 }
 
 TEST(top_command_test, intervals_have_units_and_bounds) {

@@ -145,14 +145,9 @@ public:
         if (is_daemon() && !text.has_value() && options.connect.empty()) {
             return usage_outcome({"daemon", "needs --connect"});
         }
-        const bool can_watch = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
-        if (is_watch() && !text.has_value() && !can_watch) {
-            return usage_outcome({"watch", "needs --connect, and is no table and no dry run"});
-        }
-        const bool has_source = options.connect.empty() != top.metrics.empty();
-        const bool can_top = has_source && !options.dry_run && options.format != format_t::csv;
-        if (is_top() && !text.has_value() && !can_top) {
-            return usage_outcome({"top", "needs --connect or --metrics, and is no table and no dry run"});
+        const bool can_look = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
+        if ((is_watch() || is_top()) && !text.has_value() && !can_look) {
+            return usage_outcome({is_top() ? "top" : "watch", "needs --connect, and is no table and no dry run"});
         }
         return {};
     }
@@ -190,14 +185,6 @@ private:
     void add_top() {
         command_spec_t &top_spec =
             add(mode_t::top, "top", "Shows how the server of --connect does, until q or an interrupt");
-        const auto read_metrics = [this](const std::string &word) {
-            top.metrics = word;
-            const size_t colon = word.rfind(':');
-            const bool is_address = colon != std::string::npos && colon != 0 && colon + 1 < word.size();
-            return is_address ? "" : record_field_error("--metrics", word, "ADDRESS:PORT");
-        };
-        text_field(top_spec, "--metrics", read_metrics, "where a nat64d has its metrics, which are shown",
-                   "ADDRESS:PORT");
         const auto read = [this](const std::string &word) { return read_interval(word, top.interval_ms); };
         text_field(top_spec, "--interval", read, "time between two looks, 1s without it", "TIME");
         flag_field(top_spec, "--once", top.is_once, "looks once");

@@ -26,12 +26,6 @@ std::string percent_text(double share) {
     return text;
 }
 
-std::string time_text(double seconds) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g ms", 1000 * seconds);
-    return text;
-}
-
 double use_of(const top_limit_t &limit) {
     return limit.value == 0 ? 0 : static_cast<double>(limit.in_use) / static_cast<double>(limit.value);
 }
@@ -121,17 +115,12 @@ void add_wrapped(std::vector<std::string> &lines, const std::vector<std::string>
 /** What stands above the tables. */
 std::vector<std::string> head_of(const top_look_t &look, size_t width) {
     std::vector<std::string> lines = {look.source + (look.time.empty() ? "" : "  " + look.time)};
-    if (look.is_in_step) lines.back() += *look.is_in_step ? "  in step" : "  OUT OF STEP";
     if (!look.problem.empty()) lines.push_back(look.problem);
     std::vector<std::string> totals;
     for (const auto &[name, value] : look.totals) {
         totals.push_back(name + " " + std::to_string(value));
     }
     add_wrapped(lines, totals, width);
-    if (look.times && look.times->count != 0) {
-        lines.push_back("command times  half within " + time_text(look.times->half_within_s) + ", 99% within " +
-                        time_text(look.times->nearly_all_within_s));
-    }
     return lines;
 }
 
@@ -180,7 +169,7 @@ json_t top_json(const top_look_t &look) {
     json_t json = {{"source", look.source},
                    {"time", look.time.empty() ? json_t() : json_t(look.time)},
                    {"problem", look.problem.empty() ? json_t() : json_t(look.problem)},
-                   {"in_step", look.is_in_step ? json_t(*look.is_in_step) : json_t()},
+                   {"in_step", nullptr},
                    {"totals", json_t::object()}};
     for (const auto &[name, value] : look.totals) {
         json["totals"][name] = value;
@@ -205,10 +194,5 @@ json_t top_json(const top_look_t &look) {
         json["commands"].push_back({{"kind", command.kind}, {"result", command.result}, {"count", command.count}});
     }
     json["command_times"] = nullptr;
-    if (look.times) {
-        json["command_times"] = {{"count", look.times->count},
-                                 {"half_within_s", look.times->half_within_s},
-                                 {"nearly_all_within_s", look.times->nearly_all_within_s}};
-    }
     return json;
 }

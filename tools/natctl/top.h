@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,17 +36,10 @@ struct top_limit_t {
 };
 /** Commands of a kind that ended in the same way. */
 struct top_command_t {
-    std::string kind; /* `all` where it is not known */
+    std::string kind; /* `all`: a server does not tell them apart */
     std::string result;
     uint64_t count;
 };
-/** How long commands took; the bounds are those of a histogram. */
-struct top_times_t {
-    uint64_t count;
-    double half_within_s;
-    double nearly_all_within_s; /* 99 % */
-};
-
 struct top_look_t {
     std::string source;                                   /* `server alpha` */
     std::string time;                                     /* of the answer */
@@ -59,8 +51,6 @@ struct top_look_t {
     std::vector<top_command_t> commands;
     bool has_more_pools = false; /* than were listed */
     bool has_more_mappings = false;
-    std::optional<top_times_t> times{};
-    std::optional<bool> is_in_step{}; /* with the document of a nat64d */
 };
 
 /** Share of its sessions that a pool has, 1 for all; 0 for one without addresses. */
@@ -73,7 +63,8 @@ constexpr size_t top_any_height = SIZE_MAX;
 /** A sorted look as lines of at most `width` characters, at most `height` of them, each with its line feed. */
 std::string top_page(const top_look_t &look, size_t width, size_t height);
 
-/** The same as an object whose members stay the same; null is what is not known. */
+/** The same as an object whose members stay the same; null is what is not known. `in_step` and `command_times` are
+ * always null: no server tells them, but readers of the object may expect them. */
 json_t top_json(const top_look_t &look);
 
 #endif

@@ -13,7 +13,7 @@
 #include "records/value.h"
 #include "tools/natctl/screen.h"
 #include "tools/natctl/top.h"
-#include "tools/natctl/top_source.h"
+#include "tools/natctl/top_server.h"
 
 namespace {
 
@@ -51,8 +51,8 @@ private:
 /** Looks, and shows each look on the terminal or hands it to `output`. */
 class live_t {
 public:
-    live_t(top_source_t &source, uint64_t interval_ms, bool is_terminal, output_t &output)
-        : source_(source), interval_ms_(interval_ms), output_(output) {
+    live_t(top_server_t &server, uint64_t interval_ms, bool is_terminal, output_t &output)
+        : server_(server), interval_ms_(interval_ms), output_(output) {
         if (is_terminal) screen_.emplace();
         has_keys_ = screen_ && screen_->has_keys();
     }
@@ -60,15 +60,14 @@ public:
     void run() {
         begin();
         while (!has_ended_) {
-            const top_source_t::wait_t wait = source_.wait();
             pollfd waited[] = {
-                {wait.fd, wait.events, 0}, {signals_.fd(), POLLIN, 0}, {has_keys_ ? STDIN_FILENO : -1, POLLIN, 0}};
-            poll(waited, std::size(waited), timeout_ms(wait.timeout_ms));
+                {server_.fd(), POLLIN, 0}, {signals_.fd(), POLLIN, 0}, {has_keys_ ? STDIN_FILENO : -1, POLLIN, 0}};
+            poll(waited, std::size(waited), timeout_ms(server_.timeout_ms()));
             for (int number = signals_.take(); number != 0; number = signals_.take()) {
                 take_signal(number);
             }
             if (waited[2].revents != 0) take_key();
-            source_.process();
+            server_.process();
             take_look();
             if (!is_looking_ && fwx_host_clock_ms() >= next_ms_) begin();
         }
@@ -78,24 +77,24 @@ private:
     void begin() {
         next_ms_ = fwx_host_clock_ms() + interval_ms_;
         is_looking_ = true;
-        source_.begin();
+        server_.begin();
         take_look();
     }
 
-    /** Until the source has something to do, or the next look is due. */
-    int timeout_ms(int of_source) const {
+    /** Until the server has something to do, or the next look is due. */
+    int timeout_ms(int of_server) const {
         const uint64_t now = fwx_host_clock_ms();
         const uint64_t left = next_ms_ > now ? next_ms_ - now : 0;
         const int until_next = is_looking_ ? -1 : static_cast<int>(std::min<uint64_t>(left, INT32_MAX));
-        if (of_source < 0 || until_next < 0) return std::max(of_source, until_next);
-        return std::min(of_source, until_next);
+        if (of_server < 0 || until_next < 0) return std::max(of_server, until_next);
+        return std::min(of_server, until_next);
     }
 
     void take_look() {
-        std::optional<top_look_t> look = source_.take();
+        std::optional<top_look_t> look = server_.take();
         if (!look) return;
         is_looking_ = false;
-        const bool is_answer = look->problem.empty() || !look->time.empty();
+        const bool is_answer = look->problem.empty();
         if (is_answer) {
             shown_ = std::move(*look);
         } else { /* what was seen last stays, with its time */
@@ -127,7 +126,7 @@ private:
         has_ended_ = has_ended_ || key == 'q' || key == 'Q';
     }
 
-    top_source_t &source_;
+    top_server_t &server_;
     uint64_t interval_ms_;
     output_t &output_;
     signals_t signals_;
@@ -139,15 +138,14 @@ private:
     top_look_t shown_;
 };
 
-top_look_t look_once(top_source_t &source) {
-    source.begin();
-    std::optional<top_look_t> look = source.take();
+top_look_t look_once(top_server_t &server) {
+    server.begin();
+    std::optional<top_look_t> look = server.take();
     while (!look) {
-        const top_source_t::wait_t wait = source.wait();
-        pollfd waited = {wait.fd, wait.events, 0};
-        poll(&waited, 1, wait.timeout_ms);
-        source.process();
-        look = source.take();
+        pollfd waited = {server.fd(), POLLIN, 0};
+        poll(&waited, 1, server.timeout_ms());
+        server.process();
+        look = server.take();
     }
     return std::move(*look);
 }
@@ -169,19 +167,18 @@ std::string read_interval(const std::string &text, uint64_t &interval_ms) {
 }
 
 outcome_t top(const top_options_t &wanted, const options_t &options, bool is_terminal, output_t &output) {
-    const std::unique_ptr<top_source_t> source =
-        wanted.metrics.empty() ? top_server(options) : top_metrics(wanted.metrics, options.timeout_ms);
+    top_server_t server(options);
     const bool is_text = options.format == format_t::text;
     const bool is_live = !wanted.is_once && (is_text ? is_terminal : options.format == format_t::jsonl);
     outcome_t outcome;
     outcome.command = "top";
     if (is_live) {
         output.quiet(); /* an end that was wanted */
-        live_t(*source, wanted.interval_ms, is_text, output).run();
+        live_t(server, wanted.interval_ms, is_text, output).run();
         return outcome;
     }
-    const top_look_t look = look_once(*source);
-    const bool has_answer = !look.time.empty();
+    const top_look_t look = look_once(server);
+    const bool has_answer = look.problem.empty();
     if (has_answer && is_text) outcome.text = top_page(look, SIZE_MAX, top_any_height);
     if (has_answer && !is_text) outcome.data = top_json(look);
     if (!has_answer) refuse(outcome, status_t::no_server, 0, look.source + ": " + look.problem);

@@ -10,7 +10,6 @@
 #include "tools/natctl/output.h"
 
 struct top_options_t {
-    std::string metrics; /* ADDRESS:PORT of a nat64d; empty: the server of --connect is asked */
     uint64_t interval_ms = 1000;
     bool is_once = false;
 };
