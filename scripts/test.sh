@@ -19,7 +19,7 @@ need_packages "${build_packages[@]}" libgtest-dev ccache "${python_packages[@]}"
   abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux ansible-core
 
 # What is compiled here is there for the packages, which are built from a copy of the tree.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,pch_defines,time_macros
 export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 
 build_and_test() {

@@ -2,7 +2,7 @@
 
 std::optional<command_t> line_parser_t::parse(std::string_view line) {
     const char open_quote = words_.split(line);
-    if (open_quote != 0) throw usage_error_t{"", std::string(1, open_quote) + ": quote without its end"};
+    if (open_quote != 0) throw usage_error_t{"", open_quote + std::string(": quote without its end")};
     const std::vector<std::string_view> &words = words_.words();
     if (words.empty()) return std::nullopt;
     switch (reader_.read(words)) {

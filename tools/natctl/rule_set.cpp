@@ -54,7 +54,7 @@ std::string rule_set_t::read(const std::string &file) {
 
 std::string rule_set_t::take_line(const std::string &text) {
     const char open_quote = words_.split(text);
-    if (open_quote != 0) return std::string(1, open_quote) + ": quote without its end";
+    if (open_quote != 0) return open_quote + std::string(": quote without its end");
     if (words_.words().empty()) return {};
     const record_reader_t::result_t result = reader_.read(words_.words());
     const bool is_rule = result != record_reader_t::result_t::other && reader_.family().group == "mapt";
