@@ -5,7 +5,7 @@
 #include "channel_bench.h"
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
-#include "tools/pal/seed.h"
+#include "tools/seed.h"
 
 namespace {
 

@@ -24,7 +24,7 @@
 #include "records/families.h"
 #include "rule_data.h"
 #include "tests/support/child.h"
-#include "tools/pal/seed.h"
+#include "tools/seed.h"
 
 namespace {
 

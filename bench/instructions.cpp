@@ -14,7 +14,7 @@
 
 #include "fwx_host/adapter.hpp"
 #include "rule_data.h"
-#include "tools/pal/seed.h"
+#include "tools/seed.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
+#include "fleet/etcd_json.h"
+#include "fleet/gateway_state.h"
+#include "fleet/manifest.h"
 #include "input.h"
-#include "tools/fleet/etcd_json.h"
-#include "tools/fleet/gateway_state.h"
-#include "tools/fleet/manifest.h"
 
 namespace {
 

@@ -14,12 +14,12 @@
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
+#include "reconcile/rule_book.h"
 #include "records/families.h"
 #include "records/reader.h"
 #include "records/value.h"
 #include "records/words.h"
 #include "tests/support/platform_watch.h"
-#include "tools/pal/rule_book.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/fleet/chunks.h"
+#include "fleet/chunks.h"
 
 #include <gtest/gtest.h>
 

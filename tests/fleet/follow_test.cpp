@@ -1,16 +1,16 @@
 /* What a gateway does beside a store that many ask at once: it asks for nothing twice. */
 #include <algorithm>
 
+#include "fleet/base64.h"
+#include "fleet/document_store.h"
+#include "fleet/manifest_watch.h"
+#include "net/jitter.h"
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/documents.h"
 #include "tests/support/runtime_directory.h"
-#include "tools/fleet/base64.h"
-#include "tools/fleet/document_store.h"
-#include "tools/fleet/manifest_watch.h"
-#include "tools/nat64d/gateway_herald.h"
+#include "tools/nat64d/gateway_heartbeat.h"
 #include "tools/nat64d/store_follower.h"
-#include "tools/pal/spread.h"
 
 namespace {
 
@@ -139,7 +139,7 @@ TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {
     gateway_state_t state;
     state.gateway = "g1";
     std::vector<etcd_error_t> asked;
-    gateway_herald_t herald(
+    gateway_heartbeat_t heartbeat(
         loop_, etcd, "g1", [&] { return state; }, [&](const etcd_error_t &error) { asked.push_back(error); });
     const auto says = [&](uint64_t version) {
         const auto read = run(etcd_.get(keys_.gateway_state("g1")));
@@ -148,12 +148,12 @@ TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {
             read.value.entries.empty() ? std::nullopt : read_gateway_state(read.value.entries.front().value, fault);
         return said && said->version == version;
     };
-    herald.start();
+    heartbeat.start();
     ASSERT_TRUE(turn_until([&] { return says(0); }));
     const std::string granted = metric("etcd_debugging_lease_granted_total");
     process_.signal(SIGSTOP);
     state.version = 1;
-    herald.changed();
+    heartbeat.changed();
     EXPECT_TRUE(turn_until([&] { return !asked.empty() && asked.back().kind == kind_t::no_answer; }));
     process_.signal(SIGCONT);
     EXPECT_TRUE(turn_until([&] { return says(1); }));
@@ -164,9 +164,9 @@ TEST_F(follow_test, a_lease_that_is_due_is_kept_once) {
     gateway_state_t state;
     state.gateway = "g1";
     bool has_said = false;
-    gateway_herald_t herald(
+    gateway_heartbeat_t heartbeat(
         loop_, etcd_, "g1", [&] { return state; }, [&](const etcd_error_t &error) { has_said = !error; });
-    herald.start();
+    heartbeat.start();
     ASSERT_TRUE(turn_until([&] { return has_said; }));
     const auto kept = [&] {
         return metric(R"(grpc_server_handled_total{grpc_code="OK",grpc_method="LeaseKeepAlive",)"
@@ -185,14 +185,14 @@ TEST(spread_test, a_time_is_spread_a_quarter_to_both_sides) {
     uint64_t least = UINT64_MAX;
     uint64_t most = 0;
     for (int i = 0; i < 1000; ++i) {
-        const uint64_t time_ms = spread(3000);
+        const uint64_t time_ms = jitter(3000);
         least = std::min(least, time_ms);
         most = std::max(most, time_ms);
     }
     EXPECT_GE(least, 2250U);
     EXPECT_LE(most, 3750U);
     EXPECT_GT(most - least, 1000U);
-    EXPECT_EQ(spread(0), 0U);
+    EXPECT_EQ(jitter(0), 0U);
 }
 
 }  // namespace

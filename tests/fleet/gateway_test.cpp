@@ -2,13 +2,13 @@
  */
 #include <memory>
 
+#include "fleet/fleet_keys.h"
+#include "fleet/manifest.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/process.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/tools/natctl_fixture.h"
 #include "tests/tools/server_process.h"
-#include "tools/fleet/fleet_keys.h"
-#include "tools/fleet/manifest.h"
 
 namespace {
 

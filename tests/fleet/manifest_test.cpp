@@ -1,9 +1,9 @@
-#include "tools/fleet/manifest.h"
+#include "fleet/manifest.h"
 
 #include <gtest/gtest.h>
 
-#include "tools/fleet/fleet_keys.h"
-#include "tools/fleet/gateway_state.h"
+#include "fleet/fleet_keys.h"
+#include "fleet/gateway_state.h"
 
 namespace {
 

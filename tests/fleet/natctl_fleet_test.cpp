@@ -1,13 +1,13 @@
 /* `natctl fleet` beside a store, with gateways that the test plays. */
 #include "config/load.h"
 #include "config/notation.h"
+#include "fleet/fleet_keys.h"
+#include "fleet/gateway_state.h"
+#include "fleet/manifest.h"
+#include "state/time_text.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/tools/natctl_fixture.h"
-#include "tools/fleet/fleet_keys.h"
-#include "tools/fleet/gateway_state.h"
-#include "tools/fleet/manifest.h"
-#include "tools/pal/time_text.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 /* Documents that are put into a store, and read from it. */
 #include <set>
 
+#include "fleet/document_store.h"
+#include "fleet/fleet_view.h"
+#include "fleet/pusher.h"
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/documents.h"
-#include "tools/fleet/document_store.h"
-#include "tools/fleet/fleet_view.h"
-#include "tools/fleet/pusher.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "fleet/etcd.h"
 #include "fwx_host/adapter.hpp"
 #include "tests/fleet/etcd_process.h"
-#include "tools/fleet/etcd.h"
 
 inline store_t store_at(const std::vector<std::string> &places) {
     store_t store;

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "fleet/store_url.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
-#include "tools/fleet/store_url.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 #include "net/json.h"
 #include "tests/support/eventually.h"
-#include "tools/pal/daemon_socket.h"
+#include "tools/daemon_socket.h"
 
 /** Replaces a file as editors do. */
 inline void replace_file(const std::string &path, const std::string &text) {

@@ -7,9 +7,9 @@
 #include <fstream>
 
 #include "natctl_fixture.h"
+#include "reconcile/running.h"
 #include "server_process.h"
 #include "tests/support/runtime_directory.h"
-#include "tools/pal/running.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "tools/pal/descriptor.h"
+#include "net/descriptor.h"
 
 class control_t {
 public:

@@ -3,15 +3,15 @@
 #include <csignal>
 
 #include "config/load.h"
+#include "fleet/fleet_keys.h"
 #include "fwx_nat64/client.h"
-#include "tools/fleet/fleet_keys.h"
+#include "state/directory.h"
+#include "state/read_file.h"
+#include "tools/daemon_socket.h"
+#include "tools/diagnostic.h"
 #include "tools/nat64d/log.h"
 #include "tools/nat64d/metrics.h"
 #include "tools/nat64d/service_manager.h"
-#include "tools/pal/daemon_socket.h"
-#include "tools/pal/diagnostic.h"
-#include "tools/pal/read_file.h"
-#include "tools/pal/state_directory.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "reconcile/scrape.h"
 #include "tools/nat64d/control.h"
 #include "tools/nat64d/document_file.h"
 #include "tools/nat64d/options.h"
@@ -12,7 +13,6 @@
 #include "tools/nat64d/store_link.h"
 #include "tools/nat64d/supervisor.h"
 #include "tools/nat64d/web.h"
-#include "tools/pal/scrape.h"
 
 class daemon_t {
 public:

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "tools/pal/descriptor.h"
+#include "net/descriptor.h"
 
 /**
  * Calls `on_change` when a file of that name has been written and closed, has come or gone: its folder is watched,

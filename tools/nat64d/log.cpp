@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "net/json.h"
-#include "tools/pal/time_text.h"
+#include "state/time_text.h"
 
 namespace {
 

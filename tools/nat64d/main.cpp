@@ -3,7 +3,7 @@
 
 #include "tools/nat64d/daemon.h"
 #include "tools/nat64d/log.h"
-#include "tools/pal/seed.h"
+#include "tools/seed.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "reconcile/scrape.h"
 #include "tools/nat64d/command_meter.h"
 #include "tools/nat64d/status.h"
-#include "tools/pal/scrape.h"
 
 struct metrics_source_t {
     const daemon_status_t &status;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/fleet/store_url.h"
+#include "fleet/store_url.h"
 
 struct daemon_options_t {
     std::string server;

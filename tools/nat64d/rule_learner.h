@@ -8,7 +8,7 @@
 
 #include "config/document.h"
 #include "fwx_nat64/fwx_nat64.hpp"
-#include "tools/pal/rule_book.h"
+#include "reconcile/rule_book.h"
 
 /**
  * Has the library install the basic mapping rules of a document that the server holds. Client, book and document

@@ -8,7 +8,7 @@
 #include <functional>
 #include <initializer_list>
 
-#include "tools/pal/descriptor.h"
+#include "net/descriptor.h"
 
 /** Blocks signals, from its making to the end of the program, and calls `on_signal` with each that comes. */
 class signals_t {

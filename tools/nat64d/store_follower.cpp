@@ -4,12 +4,12 @@
 #include <chrono>
 #include <set>
 
+#include "fleet/manifest_watch.h"
 #include "fwx_host/adapter.hpp"
-#include "tools/fleet/manifest_watch.h"
+#include "net/jitter.h"
+#include "state/read_file.h"
+#include "state/write_file.h"
 #include "tools/nat64d/log.h"
-#include "tools/pal/read_file.h"
-#include "tools/pal/spread.h"
-#include "tools/pal/write_file.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ nat64::task<> store_follower_t::run() {
         if (error.kind != etcd_error_t::kind_t::malformed) lose(error.text);
         if (!offered_) read_kept();
         pause_ms = was_up && !status_.is_up ? first_pause_ms : std::min(2 * pause_ms, last_pause_ms);
-        co_await fwx::host::sleep(loop_, std::chrono::milliseconds(spread(pause_ms)));
+        co_await fwx::host::sleep(loop_, std::chrono::milliseconds(jitter(pause_ms)));
     }
 }
 

@@ -14,8 +14,8 @@
 #include <optional>
 #include <string>
 
-#include "tools/fleet/document_store.h"
-#include "tools/fleet/etcd.h"
+#include "fleet/document_store.h"
+#include "fleet/etcd.h"
 #include "tools/nat64d/store_status.h"
 
 /** What became of a text that was handed over. */

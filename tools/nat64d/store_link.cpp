@@ -6,19 +6,19 @@ store_link_t::store_link_t(fwx_host_loop_t *loop, store_t store, const std::stri
       daemon_(status),
       etcd_(loop, std::move(store)),
       follower_(loop, etcd_, gateway, directory, std::move(on)),
-      herald_(
+      heartbeat_(
           loop, etcd_, gateway, [this] { return state(); },
           [this](const etcd_error_t &error) { follower_.asked(error); }) {}
 
 void store_link_t::start() {
     follower_.start();
-    herald_.start();
+    heartbeat_.start();
 }
 
 void store_link_t::changed() {
     follower_.in_force(daemon_.document);
     if (!daemon_.refused_reason.empty()) follower_.refused(daemon_.refused_document, daemon_.refused_reason);
-    herald_.changed();
+    heartbeat_.changed();
 }
 
 gateway_state_t store_link_t::state() const {

@@ -2,7 +2,7 @@
 #ifndef TOOLS_NAT64D_STORE_LINK_H
 #define TOOLS_NAT64D_STORE_LINK_H
 
-#include "tools/nat64d/gateway_herald.h"
+#include "tools/nat64d/gateway_heartbeat.h"
 #include "tools/nat64d/status.h"
 #include "tools/nat64d/store_follower.h"
 
@@ -25,7 +25,7 @@ private:
     const daemon_status_t &daemon_;
     etcd_t etcd_;
     store_follower_t follower_;
-    gateway_herald_t herald_;
+    gateway_heartbeat_t heartbeat_;
 };
 
 #endif

@@ -7,9 +7,9 @@
 #include "config/notation.h"
 #include "fwx_nat64/mapt.h"
 #include "records/families.h"
+#include "state/time_text.h"
 #include "tools/nat64d/log.h"
 #include "tools/nat64d/rule_learner.h"
-#include "tools/pal/time_text.h"
 
 namespace {
 

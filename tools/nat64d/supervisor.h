@@ -16,11 +16,11 @@
 #include <vector>
 
 #include "fwx_host/adapter.hpp"
+#include "reconcile/applier.h"
+#include "reconcile/running.h"
 #include "tools/nat64d/bell.h"
 #include "tools/nat64d/command_meter.h"
 #include "tools/nat64d/status.h"
-#include "tools/pal/applier.h"
-#include "tools/pal/running.h"
 
 namespace nat64 = fwx::nat64;
 

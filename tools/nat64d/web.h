@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/pal/descriptor.h"
+#include "net/descriptor.h"
 
 class web_t {
 public:

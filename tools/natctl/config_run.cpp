@@ -8,10 +8,10 @@
 
 #include "config/notation.h"
 #include "fwx_host/loop.h"
+#include "reconcile/applier.h"
+#include "state/directory.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/interrupt.h"
-#include "tools/pal/applier.h"
-#include "tools/pal/state_directory.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "fwx_host/loop.h"
-#include "tools/pal/daemon_socket.h"
+#include "tools/daemon_socket.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <filesystem>
 
 #include "config/notation.h"
+#include "fleet/fleet_view.h"
 #include "fwx_host/adapter.hpp"
-#include "tools/fleet/fleet_view.h"
-#include "tools/pal/user.h"
+#include "state/user.h"
 
 namespace {
 

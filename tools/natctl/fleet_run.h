@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "config/document.h"
-#include "tools/fleet/etcd.h"
-#include "tools/fleet/fleet_keys.h"
-#include "tools/fleet/pusher.h"
+#include "fleet/etcd.h"
+#include "fleet/fleet_keys.h"
+#include "fleet/pusher.h"
 #include "tools/natctl/pal.h"
 
 /** As the user gives it; what is empty may stand in the environment. */

@@ -1,7 +1,7 @@
-#include "tools/fleet/document_store.h"
-#include "tools/fleet/fleet_view.h"
+#include "fleet/document_store.h"
+#include "fleet/fleet_view.h"
+#include "state/time_text.h"
 #include "tools/natctl/fleet_run.h"
-#include "tools/pal/time_text.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include "fwx_host/errors.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
+#include "reconcile/no_server.h"
+#include "tools/diagnostic.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/server_place.h"
-#include "tools/pal/diagnostic.h"
-#include "tools/pal/no_server.h"
-#include "tools/pal/seed.h"
+#include "tools/seed.h"
 
 namespace {
 

@@ -14,12 +14,12 @@
 #include "config/plan.h"
 #include "fwx_host/adapter.hpp"
 #include "model/model.h"
+#include "reconcile/rule_book.h"
+#include "reconcile/running.h"
 #include "records/family.h"
 #include "tools/natctl/connection.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
-#include "tools/pal/rule_book.h"
-#include "tools/pal/running.h"
 #include "wire/messages.h"
 
 namespace nat64 = fwx::nat64;

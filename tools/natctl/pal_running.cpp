@@ -1,7 +1,7 @@
 /* How natctl's binding keeps the running document of its server. */
 #include "fwx_nat64/server_result.h"
+#include "state/directory.h"
 #include "tools/natctl/pal.h"
-#include "tools/pal/state_directory.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "config/document.h"
+#include "reconcile/rule_book.h"
 #include "records/reader.h"
 #include "records/words.h"
-#include "tools/pal/rule_book.h"
 
 class rule_set_t {
 public:

@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "fwx_nat64/server_result.h"
-#include "tools/pal/time_text.h"
+#include "state/time_text.h"
 #include "wire/names.h"
 
 namespace {

@@ -7,10 +7,10 @@
 #include <optional>
 #include <string>
 
+#include "reconcile/scrape.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/pal.h"
 #include "tools/natctl/top.h"
-#include "tools/pal/scrape.h"
 
 /** Binds anew after each look that failed. */
 class top_server_t {

@@ -2,8 +2,8 @@
 
 #include <string_view>
 
+#include "state/time_text.h"
 #include "tools/natctl/interrupt.h"
-#include "tools/pal/time_text.h"
 
 namespace {
 

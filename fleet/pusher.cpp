@@ -1,0 +1,300 @@
+#include "fleet/pusher.h"
+
+#include <algorithm>
+#include <set>
+
+#include "net/json.h"
+#include "state/time_text.h"
+
+namespace {
+
+using kind_t = etcd_error_t::kind_t;
+
+/* etcd takes 1.5 MB and 128 operations in a transaction if it has not been told otherwise. */
+constexpr size_t most_put_bytes = 768U << 10;
+constexpr size_t most_put_chunks = 64;
+constexpr size_t most_deletes = 100;
+
+etcd_error_t lock_lost() {
+    return {kind_t::other, "the lock was lost on the way: its lease has ended"};
+}
+
+/** The numbers of versions whose keys these are; others are none of ours. */
+std::vector<uint64_t> versions_of(const std::vector<etcd_entry_t> &entries, const fleet_keys_t &keys) {
+    std::vector<uint64_t> versions;
+    for (const etcd_entry_t &entry : entries) {
+        const std::string digits = entry.key.substr(keys.history().size());
+        const bool is_number = digits.size() == 10 && digits.find_first_not_of("0123456789") == std::string::npos;
+        if (is_number) versions.push_back(std::stoull(digits));
+    }
+    return versions;
+}
+
+void add_names(const fleet_document_t &document, std::set<std::string> &names) {
+    for (const chunk_t &chunk : document.chunks) {
+        names.insert(chunk.hash);
+    }
+}
+
+/** Whether the manifest in force says already what the result's would. */
+bool says_the_same(const std::optional<manifest_t> &before, const manifest_t &now) {
+    return before && before->document.hash == now.document.hash && before->stage == now.stage;
+}
+
+void sort_names(std::optional<stage_t> &stage) {
+    if (!stage) return;
+    std::vector<std::string> &names = stage->gateways;
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+}
+
+/** Says in a manifest what is wished; returns why that cannot be. */
+std::string prepare(const std::optional<manifest_t> &before, const push_wish_t &wish, manifest_t &manifest) {
+    const bool fits = !wish.text.empty() && wish.text.size() <= most_document_bytes;
+    if (!fits)
+        return "a document of " + std::to_string(wish.text.size()) + " bytes: the most is " +
+               std::to_string(most_document_bytes);
+    const bool is_first_staged = wish.stage && !before;
+    if (is_first_staged) return "nothing has been pushed yet: the first document is for all gateways";
+    manifest.stage = wish.stage;
+    sort_names(manifest.stage);
+    manifest.document.items = wish.items;
+    manifest.document.note = clean_line(wish.note, most_note_bytes);
+    return "";
+}
+
+etcd_error_t name_pieces(const std::string &text, const std::vector<std::string_view> &pieces,
+                         fleet_document_t &document) {
+    document.bytes = text.size();
+    document.hash = sha256(text);
+    document.chunks.clear();
+    for (const std::string_view piece : pieces) {
+        document.chunks.push_back(name_chunk(piece));
+    }
+    const bool is_named = !document.hash.empty() && pieces.size() <= most_chunks;
+    if (is_named) return {};
+    return {kind_t::other, "SHA-256 is not there, or " + std::to_string(pieces.size()) + " chunks are more than " +
+                               std::to_string(most_chunks)};
+}
+
+}  // namespace
+
+pusher_t::pusher_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string who)
+    : etcd_(etcd), keys_(etcd.store().prefix), who_(std::move(who)), lock_(loop, etcd, keys_) {}
+
+nat64::task<push_result_t> pusher_t::push(push_wish_t wish) {
+    return under_lock(push_locked(std::move(wish)));
+}
+
+nat64::task<push_result_t> pusher_t::roll_back(std::optional<uint64_t> version) {
+    return under_lock(roll_back_locked(version));
+}
+
+nat64::task<push_result_t> pusher_t::under_lock(nat64::task<push_result_t> work) {
+    push_result_t result;
+    result.error = co_await lock_.take(who_);
+    if (result.error) co_return result;
+    if (!lock_.is_held()) {
+        result.refused = lock_.holder() + " pushes";
+        co_return result;
+    }
+    result = co_await work;
+    static_cast<void>(co_await lock_.release()); /* else its lease ends */
+    co_return result;
+}
+
+nat64::task<push_result_t> pusher_t::push_locked(push_wish_t wish) {
+    push_result_t result;
+    etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
+    result.error = before.error;
+    if (result.error) co_return result;
+    result.refused = prepare(before.value.manifest, wish, result.manifest);
+    if (!result.refused.empty()) co_return result;
+    result.error = co_await put_chunks(std::move(wish.text), result);
+    if (!result.error) co_await publish_and_collect(std::move(before.value), result);
+    co_return result;
+}
+
+nat64::task<push_result_t> pusher_t::check(push_wish_t wish) {
+    push_result_t result;
+    const etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
+    result.error = before.error;
+    if (result.error) co_return result;
+    result.refused = prepare(before.value.manifest, wish, result.manifest);
+    if (!result.refused.empty()) co_return result;
+    result.error = name_pieces(wish.text, cut_chunks(wish.text), result.manifest.document);
+    if (result.error) co_return result;
+    etcd_result_t<std::vector<size_t>> missing = co_await find_missing(result.manifest.document.chunks);
+    result.error = missing.error;
+    if (result.error) co_return result;
+    for (const size_t index : missing.value) {
+        result.bytes_put += result.manifest.document.chunks[index].bytes;
+    }
+    result.chunks_put = missing.value.size();
+    result.is_changed = !says_the_same(before.value.manifest, result.manifest);
+    co_return result;
+}
+
+nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> version) {
+    push_result_t result;
+    etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
+    result.error = before.error;
+    if (result.error) co_return result;
+    const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
+    result.error = history.error;
+    if (result.error) co_return result;
+    const uint64_t in_force = before.value.manifest ? before.value.manifest->document.version : 0;
+    uint64_t wanted = version.value_or(0);
+    for (const uint64_t each : versions_of(history.value.entries, keys_)) {
+        if (!version && each < in_force) wanted = each;
+    }
+    etcd_result_t<std::optional<manifest_t>> older = co_await read_version(etcd_, keys_, wanted);
+    result.error = older.error;
+    if (result.error) co_return result;
+    if (!older.value) {
+        result.refused = version ? "version " + std::to_string(wanted) + " is not kept, see fleet history"
+                                 : "there is no version before the one in force";
+        co_return result;
+    }
+    fleet_document_t &document = result.manifest.document = std::move(older.value->document);
+    document.note = "rollback to " + std::to_string(wanted);
+    const etcd_result_t<std::vector<size_t>> missing = co_await find_missing(document.chunks);
+    result.error = missing.error;
+    if (!result.error && !missing.value.empty()) {
+        const std::string &hash = document.chunks[missing.value.front()].hash;
+        result.error = {kind_t::malformed,
+                        keys_.chunk(hash) + ": is not there, though version " + std::to_string(wanted) + " is"};
+    }
+    if (!result.error) co_await publish_and_collect(std::move(before.value), result);
+    co_return result;
+}
+
+nat64::task<> pusher_t::publish_and_collect(manifest_read_t before, push_result_t &result) {
+    if (says_the_same(before.manifest, result.manifest)) {
+        result.manifest = *std::move(before.manifest);
+    } else {
+        result.error = co_await publish(std::move(before), result);
+        if (result.error) co_return;
+    }
+    const etcd_error_t error = co_await collect(result);
+    result.uncollected = error.text;
+}
+
+/** Which of the chunks are not in the store, each once. */
+etcd_t::reply_t<std::vector<size_t>> pusher_t::find_missing(std::vector<chunk_t> chunks) {
+    etcd_result_t<std::vector<size_t>> result;
+    const etcd_result_t<etcd_range_t> stored = co_await etcd_.list(keys_.chunks(), false);
+    result.error = stored.error;
+    if (result.error) co_return result;
+    std::set<std::string_view> known;
+    for (const etcd_entry_t &entry : stored.value.entries) {
+        known.insert(std::string_view(entry.key).substr(keys_.chunks().size()));
+    }
+    for (size_t i = 0; i < chunks.size(); ++i) {
+        if (known.insert(chunks[i].hash).second) result.value.push_back(i);
+    }
+    co_return result;
+}
+
+nat64::task<etcd_error_t> pusher_t::put_chunks(std::string text, push_result_t &result) {
+    const std::vector<std::string_view> pieces = cut_chunks(text);
+    const std::vector<chunk_t> &chunks = result.manifest.document.chunks;
+    etcd_error_t error = name_pieces(text, pieces, result.manifest.document);
+    if (error) co_return error;
+    const etcd_result_t<std::vector<size_t>> missing = co_await find_missing(chunks);
+    if (missing.error) co_return missing.error;
+    for (size_t next = 0; next < missing.value.size();) {
+        etcd_txn_t txn;
+        txn.compares = {lock_.held()};
+        txn.is_repeatable = true;
+        uint64_t bytes = 0;
+        for (; next < missing.value.size() && txn.puts.size() < most_put_chunks; ++next) {
+            const size_t index = missing.value[next];
+            if (bytes + chunks[index].bytes > most_put_bytes) break;
+            txn.puts.push_back({keys_.chunk(chunks[index].hash), std::string(pieces[index]), 0});
+            bytes += chunks[index].bytes;
+        }
+        const size_t count = txn.puts.size();
+        const etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
+        if (put.error) co_return put.error;
+        if (!put.value.is_done) co_return lock_lost();
+        result.chunks_put += count;
+        result.bytes_put += bytes;
+    }
+    co_return etcd_error_t{};
+}
+
+nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_t &result) {
+    const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
+    if (history.error) co_return history.error;
+    manifest_t &manifest = result.manifest;
+    uint64_t last = before.manifest ? before.manifest->document.version : 0;
+    for (const uint64_t version : versions_of(history.value.entries, keys_)) {
+        last = std::max(last, version);
+    }
+    manifest.document.version = last + 1;
+    manifest.document.pushed_by = who_;
+    manifest.document.pushed_at = time_text();
+    if (manifest.stage) manifest.base = before.manifest->document_for_all();
+    const std::string text = write_manifest(manifest, manifest_place_t::current);
+    std::string fault; /* what is put can be read */
+    if (!read_manifest(text, manifest_place_t::current, fault)) co_return etcd_error_t{kind_t::other, fault};
+    etcd_txn_t txn;
+    txn.compares = {lock_.held(),
+                    {etcd_txn_t::compare_t::what_t::mod_revision, keys_.manifest(), "", before.mod_revision}};
+    txn.puts = {{keys_.manifest(), text, 0},
+                {keys_.history(last + 1), write_manifest(manifest, manifest_place_t::history), 0}};
+    etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
+    if (put.error.kind == kind_t::no_answer) { /* it may be there all the same */
+        const etcd_result_t<etcd_range_t> now = co_await etcd_.get(keys_.manifest());
+        const bool is_there = !now.error && !now.value.entries.empty() && now.value.entries.front().value == text;
+        if (is_there) put = {{true, now.value.revision}, {}};
+    }
+    if (put.error) co_return put.error;
+    if (!put.value.is_done) co_return lock_lost();
+    result.is_changed = true;
+    co_return etcd_error_t{};
+}
+
+/** An entry of the history that cannot be read may name anything: then nothing is deleted. */
+nat64::task<etcd_error_t> pusher_t::collect(push_result_t &result) {
+    const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
+    if (history.error) co_return history.error;
+    std::vector<uint64_t> versions = versions_of(history.value.entries, keys_);
+    const size_t old = versions.size() - std::min(versions.size(), kept_versions);
+    std::set<std::string> named;
+    add_names(result.manifest.document, named);
+    if (result.manifest.base) add_names(*result.manifest.base, named);
+    for (size_t i = old; i < versions.size(); ++i) {
+        const etcd_result_t<std::optional<manifest_t>> kept = co_await read_version(etcd_, keys_, versions[i]);
+        if (kept.error) co_return kept.error;
+        if (kept.value) add_names(kept.value->document, named);
+    }
+    const etcd_result_t<etcd_range_t> stored = co_await etcd_.list(keys_.chunks(), false);
+    if (stored.error) co_return stored.error;
+    std::vector<std::string> rubbish; /* entries first: none names what is not there */
+    for (size_t i = 0; i < old; ++i) {
+        rubbish.push_back(keys_.history(versions[i]));
+    }
+    for (const etcd_entry_t &entry : stored.value.entries) {
+        if (!named.contains(entry.key.substr(keys_.chunks().size()))) rubbish.push_back(entry.key);
+    }
+    co_return co_await delete_all(std::move(rubbish), result);
+}
+
+nat64::task<etcd_error_t> pusher_t::delete_all(std::vector<std::string> keys, push_result_t &result) {
+    for (size_t next = 0; next < keys.size();) {
+        const size_t count = std::min(most_deletes, keys.size() - next);
+        const auto first = keys.begin() + static_cast<ptrdiff_t>(next);
+        etcd_txn_t txn;
+        txn.compares = {lock_.held()};
+        txn.deletes = {first, first + static_cast<ptrdiff_t>(count)};
+        txn.is_repeatable = true;
+        const etcd_result_t<etcd_txn_result_t> done = co_await etcd_.txn(std::move(txn));
+        if (done.error) co_return done.error;
+        if (!done.value.is_done) co_return lock_lost();
+        next += count;
+        result.collected += count;
+    }
+    co_return etcd_error_t{};
+}

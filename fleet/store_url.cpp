@@ -1,0 +1,117 @@
+#include "fleet/store_url.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "state/read_file.h"
+
+namespace {
+
+constexpr std::string_view scheme = "etcd://";
+constexpr size_t most_prefix_bytes = 200;
+constexpr size_t most_host_bytes = 253;
+constexpr std::string_view letters_and_digits = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+
+bool is_made_of(std::string_view text, std::string_view others) {
+    return std::all_of(text.begin(), text.end(), [&](char c) {
+        return letters_and_digits.find(c) != std::string_view::npos || others.find(c) != std::string_view::npos;
+    });
+}
+
+bool is_port(std::string_view text) {
+    uint16_t port = 0;
+    const char *const end = text.data() + text.size();
+    const auto [rest, failed] = std::from_chars(text.data(), end, port);
+    return failed == std::errc() && rest == end && port != 0;
+}
+
+bool is_host(std::string_view text) {
+    const bool is_v6 = text.size() > 2 && text.front() == '[' && text.back() == ']';
+    in6_addr address{};
+    if (is_v6) return inet_pton(AF_INET6, std::string(text.substr(1, text.size() - 2)).c_str(), &address) == 1;
+    return !text.empty() && text.size() <= most_host_bytes && is_made_of(text, ".-_");
+}
+
+/** Returns what is wrong. */
+std::string read_endpoint(std::string_view text, const std::string &protocol, store_t &store) {
+    const size_t colon = text.rfind(':');
+    const bool is_good =
+        colon != std::string_view::npos && is_host(text.substr(0, colon)) && is_port(text.substr(colon + 1));
+    if (!is_good) {
+        return '"' + std::string(text) + "\": must be HOST:PORT, with a name, an IPv4 address or [an IPv6 address]";
+    }
+    store.endpoints.push_back(protocol + std::string(text));
+    return "";
+}
+
+bool is_prefix(std::string_view text) {
+    for (size_t begin = 0; begin <= text.size();) {
+        const std::string_view word = text.substr(begin, text.find('/', begin) - begin);
+        if (word.empty() || !is_made_of(word, "._-")) return false;
+        begin += word.size() + 1;
+    }
+    return text.size() <= most_prefix_bytes;
+}
+
+/** Returns what is wrong. */
+std::string read_url(std::string_view url, const std::string &protocol, store_t &store) {
+    if (!is_store_url(url)) return "must begin with " + std::string(scheme);
+    url.remove_prefix(scheme.size());
+    const size_t slash = std::min(url.find('/'), url.size());
+    std::string_view endpoints = url.substr(0, slash);
+    for (bool has_more = true; has_more;) {
+        const size_t comma = std::min(endpoints.find(','), endpoints.size());
+        std::string error = read_endpoint(endpoints.substr(0, comma), protocol, store);
+        if (!error.empty()) return error;
+        has_more = comma != endpoints.size();
+        endpoints.remove_prefix(std::min(comma + 1, endpoints.size()));
+    }
+    const std::string_view prefix = url.substr(std::min(slash + 1, url.size()));
+    store.prefix = prefix.substr(0, prefix.size() - (prefix.ends_with('/') ? 1 : 0));
+    if (is_prefix(store.prefix)) return "";
+    return "must end with /PREFIX: words of letters, digits, '.', '_' and '-' with slashes between, " +
+           std::to_string(most_prefix_bytes) + " bytes at most";
+}
+
+/** Returns what is wrong. */
+std::string check_files(const store_options_t &options) {
+    struct file_t {
+        const char *option;
+        const std::string *name;
+    };
+    for (const file_t &file :
+         {file_t{"--ca", &options.ca}, file_t{"--cert", &options.cert}, file_t{"--key", &options.key}}) {
+        if (file.name->empty()) continue;
+        std::string error;
+        if (!read_file(*file.name, error)) return std::string(file.option) + ": " + error;
+    }
+    const bool has_more_than_ca = !options.cert.empty() || !options.key.empty();
+    if (has_more_than_ca && options.ca.empty()) return "--cert and --key: need --ca";
+    if (options.cert.empty() != options.key.empty()) return "--cert and --key: one needs the other";
+    if (options.user.empty() != options.password_file.empty()) return "--user and --password-file: one needs the other";
+    return "";
+}
+
+}  // namespace
+
+bool is_store_url(std::string_view text) {
+    return text.starts_with(scheme);
+}
+
+std::string read_store(const store_options_t &options, store_t &store) {
+    store = {};
+    std::string error = read_url(options.url, options.ca.empty() ? "http://" : "https://", store);
+    if (!error.empty()) return options.url + ": " + error;
+    error = check_files(options);
+    if (!error.empty()) return error;
+    store.tls = {options.ca, options.cert, options.key};
+    store.user = options.user;
+    if (options.password_file.empty()) return "";
+    const std::optional<std::string> password = read_file(options.password_file, error);
+    if (!password) return "--password-file: " + error;
+    store.password = *password;
+    if (store.password.ends_with('\n')) store.password.pop_back();
+    return store.password.empty() ? "--password-file: " + options.password_file + ": is empty" : "";
+}

@@ -1,0 +1,300 @@
+#include "net/http.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr int events_at_once = 32;
+constexpr long keepalive_idle_s = 10;
+constexpr long keepalive_interval_s = 5;
+
+void prepare_curl() {
+    static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+    static_cast<void>(result); /* without it, no handle is made */
+}
+
+/** Of epoll for what curl wants to know of a socket. */
+uint32_t events_of(int what) {
+    const bool reads = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    const bool writes = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+    return (reads ? unsigned{EPOLLIN} : 0U) | (writes ? unsigned{EPOLLOUT} : 0U);
+}
+
+int selected_by(uint32_t events) {
+    return ((events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) | ((events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
+           ((events & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0);
+}
+
+/** A peer that says nothing any more is asked so often, keepalive_interval_s apart, and given up. */
+int expect_life(void *, curl_socket_t socket, curlsocktype) {
+    const int probes = 3;
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
+    return CURL_SOCKOPT_OK;
+}
+
+}  // namespace
+
+http_t::http_t(fwx_host_loop_t *loop, http_tls_t tls)
+    : loop_(loop),
+      tls_(std::move(tls)),
+      multi_((prepare_curl(), curl_multi_init())),
+      sockets_(loop, epoll_create1(EPOLL_CLOEXEC), [this] { serve_sockets(); }) {
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, socket_changed);
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, timer_changed);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+}
+
+http_t::~http_t() {
+    *is_gone_ = true;
+    while (!transfers_.empty()) {
+        transfers_.back()->leave();
+    }
+    curl_multi_cleanup(multi_);
+    if (timer_ != 0) fwx_host_timer_cancel(loop_, timer_);
+}
+
+int http_t::socket_changed(CURL *, curl_socket_t socket, int what, void *self, void *known) {
+    auto &http = *static_cast<http_t *>(self);
+    const int epoll = http.sockets_.fd();
+    if (what == CURL_POLL_REMOVE) {
+        epoll_ctl(epoll, EPOLL_CTL_DEL, socket, nullptr);
+        return 0;
+    }
+    epoll_event event{};
+    event.events = events_of(what);
+    event.data.fd = socket;
+    const int first = known == nullptr ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
+    const int second = known == nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD; /* a number that has been closed and reused */
+    const bool is_watched =
+        epoll_ctl(epoll, first, socket, &event) == 0 || epoll_ctl(epoll, second, socket, &event) == 0;
+    curl_multi_assign(http.multi_, socket, self);
+    return is_watched ? 0 : -1;
+}
+
+int http_t::timer_changed(CURLM *, long timeout_ms, void *self) {
+    auto &http = *static_cast<http_t *>(self);
+    if (http.timer_ != 0) fwx_host_timer_cancel(http.loop_, std::exchange(http.timer_, 0));
+    if (timeout_ms < 0) return 0;
+    const auto rang = [](void *arg) { static_cast<http_t *>(arg)->serve_timer(); };
+    http.timer_ = fwx_host_timer_add(http.loop_, static_cast<uint64_t>(timeout_ms), rang, self);
+    return http.timer_ == 0 ? -1 : 0;
+}
+
+void http_t::serve_timer() {
+    timer_ = 0;
+    int running = 0;
+    curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+    take_finished();
+    resume_ready();
+}
+
+void http_t::serve_sockets() {
+    epoll_event events[events_at_once];
+    const int count = epoll_wait(sockets_.fd(), events, events_at_once, 0);
+    for (int i = 0; i < count; ++i) {
+        int running = 0;
+        curl_multi_socket_action(multi_, events[i].data.fd, selected_by(events[i].events), &running);
+    }
+    take_finished();
+    resume_ready();
+}
+
+void http_t::take_finished() {
+    int left = 0;
+    while (const CURLMsg *message = curl_multi_info_read(multi_, &left)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        const CURLcode result = message->data.result; /* the message goes with its handle */
+        void *transfer = nullptr;
+        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+        static_cast<transfer_t *>(transfer)->finish(result);
+    }
+}
+
+void http_t::make_ready(transfer_t &transfer) {
+    const bool is_known = std::find(ready_.begin(), ready_.end(), &transfer) != ready_.end();
+    if (!is_known) ready_.push_back(&transfer);
+}
+
+/** Whoever is resumed may destroy any transfer, and this. */
+void http_t::resume_ready() {
+    const std::shared_ptr<const bool> is_gone = is_gone_;
+    while (!*is_gone && !ready_.empty()) {
+        transfer_t &transfer = *ready_.front();
+        ready_.pop_front();
+        if (transfer.waiting_) std::exchange(transfer.waiting_, nullptr).resume();
+    }
+}
+
+http_t::transfer_t::transfer_t(http_t *client, http_request_t request, bool is_stream)
+    : client_(client), request_(std::move(request)), is_stream_(is_stream) {}
+
+bool http_t::transfer_t::begin() {
+    easy_ = curl_easy_init();
+    const bool is_begun = easy_ != nullptr && client_->sockets_.is_watched() && set_options() &&
+                          curl_multi_add_handle(client_->multi_, easy_) == CURLM_OK;
+    if (is_begun) {
+        client_->transfers_.push_back(this);
+        is_listed_ = true;
+        if (is_stream_) start_timer();
+        return true;
+    }
+    reply_.fault = http_reply_t::fault_t::unsent;
+    reply_.reason = "no memory or descriptors left, or TLS cannot be set up";
+    is_over_ = true;
+    return false;
+}
+
+void http_t::transfer_t::start_timer() {
+    const auto rang = [](void *self) {
+        auto &transfer = *static_cast<transfer_t *>(self);
+        http_t &client = *transfer.client_;
+        transfer.timer_ = 0;
+        transfer.reply_.fault = http_reply_t::fault_t::lost;
+        transfer.reply_.reason = "nothing came within " + std::to_string(transfer.request_.timeout_ms) + " ms";
+        transfer.is_over_ = true;
+        transfer.end_transfer();
+        client.make_ready(transfer);
+        client.resume_ready();
+    };
+    timer_ = fwx_host_timer_add(client_->loop_, request_.timeout_ms, rang, this);
+}
+
+void http_t::transfer_t::stop_timer() {
+    if (timer_ != 0) fwx_host_timer_cancel(client_->loop_, std::exchange(timer_, 0));
+}
+
+void http_t::transfer_t::end_transfer() {
+    stop_timer();
+    const bool is_under_way = easy_ != nullptr && is_listed_;
+    if (is_under_way) curl_multi_remove_handle(client_->multi_, easy_);
+    curl_easy_cleanup(std::exchange(easy_, nullptr));
+    curl_slist_free_all(std::exchange(headers_, nullptr));
+}
+
+void http_t::transfer_t::leave() {
+    end_transfer();
+    if (!std::exchange(is_listed_, false)) return;
+    std::erase(client_->transfers_, this);
+    std::erase(client_->ready_, this);
+}
+
+bool http_t::transfer_t::set_options() {
+    bool is_good = true;
+    const auto set = [&](CURLoption option, auto value) {
+        is_good = is_good && curl_easy_setopt(easy_, option, value) == CURLE_OK;
+    };
+    const auto add_header = [&](const char *line) {
+        curl_slist *longer = curl_slist_append(headers_, line);
+        is_good = is_good && longer != nullptr;
+        if (longer != nullptr) headers_ = longer;
+    };
+    add_header("Content-Type: application/json");
+    add_header("Expect:"); /* no round trip before a long body */
+    for (const std::string &line : request_.headers) {
+        add_header(line.c_str());
+    }
+    set(CURLOPT_PRIVATE, static_cast<void *>(this));
+    set(CURLOPT_ERRORBUFFER, error_);
+    set(CURLOPT_URL, request_.url.c_str());
+    set(CURLOPT_HTTPHEADER, headers_);
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PROXY, ""); /* none of the environment's either */
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_POST, 1L);
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
+    set(CURLOPT_READFUNCTION, give_body);
+    set(CURLOPT_READDATA, static_cast<void *>(this));
+    set(CURLOPT_SEEKFUNCTION, rewind_body);
+    set(CURLOPT_SEEKDATA, static_cast<void *>(this));
+    set(CURLOPT_WRITEFUNCTION, take_body);
+    set(CURLOPT_WRITEDATA, static_cast<void *>(this));
+    set(CURLOPT_TCP_KEEPALIVE, 1L);
+    set(CURLOPT_TCP_KEEPIDLE, keepalive_idle_s);
+    set(CURLOPT_TCP_KEEPINTVL, keepalive_interval_s);
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.timeout_ms));
+    if (!is_stream_) set(CURLOPT_TIMEOUT_MS, static_cast<long>(request_.timeout_ms));
+    set(CURLOPT_SOCKOPTFUNCTION, expect_life);
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    const http_tls_t &tls = client_->tls_;
+    if (!tls.authority.empty()) {
+        set(CURLOPT_CAINFO, tls.authority.c_str());
+        set(CURLOPT_CAPATH, static_cast<const char *>(nullptr));
+    }
+    if (!tls.certificate.empty()) set(CURLOPT_SSLCERT, tls.certificate.c_str());
+    if (!tls.key.empty()) set(CURLOPT_SSLKEY, tls.key.c_str());
+    return is_good;
+}
+
+size_t http_t::transfer_t::give_body(char *room, size_t size, size_t count, void *self) {
+    auto &transfer = *static_cast<transfer_t *>(self);
+    const size_t given = std::min(size * count, transfer.request_.body.size() - transfer.sent_);
+    transfer.request_.body.copy(room, given, transfer.sent_);
+    transfer.sent_ += given;
+    return given;
+}
+
+/** curl begins anew when a connection that it kept turns out to have ended, which tells nothing of what became of the
+ * request. */
+int http_t::transfer_t::rewind_body(void *self, curl_off_t offset, int origin) {
+    auto &transfer = *static_cast<transfer_t *>(self);
+    const bool may_begin_anew = transfer.request_.is_repeatable || transfer.sent_ == 0;
+    if (offset != 0 || origin != SEEK_SET || !may_begin_anew) return CURL_SEEKFUNC_FAIL;
+    transfer.sent_ = 0;
+    return CURL_SEEKFUNC_OK;
+}
+
+size_t http_t::transfer_t::take_body(char *data, size_t size, size_t count, void *self) {
+    auto &transfer = *static_cast<transfer_t *>(self);
+    const size_t bytes = size * count;
+    if (transfer.reply_.body.size() + bytes > transfer.request_.most_bytes) {
+        transfer.reply_.fault = http_reply_t::fault_t::too_long;
+        return 0;
+    }
+    curl_easy_getinfo(transfer.easy_, CURLINFO_RESPONSE_CODE, &transfer.reply_.status);
+    transfer.reply_.body.append(data, bytes);
+    const bool has_line =
+        transfer.is_stream_ && transfer.reply_.status == success && std::memchr(data, '\n', bytes) != nullptr;
+    if (!has_line) return bytes;
+    transfer.stop_timer();
+    transfer.client_->make_ready(transfer);
+    return bytes;
+}
+
+void http_t::transfer_t::finish(CURLcode result) {
+    using fault_t = http_reply_t::fault_t;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &reply_.status);
+    is_over_ = true;
+    if (reply_.fault == fault_t::too_long) {
+        reply_.reason = "the answer is longer than " + std::to_string(request_.most_bytes) + " bytes";
+    } else if (result != CURLE_OK) {
+        const bool has_body = !request_.body.empty();
+        reply_.fault = has_body && sent_ == 0 ? fault_t::unsent : fault_t::lost;
+        reply_.reason = error_[0] != '\0' ? error_ : curl_easy_strerror(result);
+    }
+    end_transfer();
+    client_->make_ready(*this);
+}
+
+bool http_t::stream_t::has_next() {
+    if (!std::exchange(is_begun_, true)) begin();
+    return is_over() || (reply_.status == success && reply_.body.find('\n') != std::string::npos);
+}
+
+std::optional<std::string> http_t::stream_t::take_line() {
+    const bool has_lines = reply_.status == success;
+    const size_t end = has_lines ? reply_.body.find('\n') : std::string::npos;
+    if (end == std::string::npos) return std::nullopt;
+    std::string line = reply_.body.substr(0, end);
+    reply_.body.erase(0, end + 1);
+    return line;
+}

@@ -1,0 +1,180 @@
+#include "reconcile/applier.h"
+
+#include <memory>
+#include <unordered_map>
+
+#include "config/plan_run.h"
+#include "fwx_nat64/server_result.h"
+#include "reconcile/no_server.h"
+
+namespace nat64 = fwx::nat64;
+
+namespace {
+
+/** Whether a command that was sent has ended without an answer. */
+bool is_unanswered(const std::error_code &error) {
+    return error == nat64::client_errc::connection_lost || error == std::errc::timed_out ||
+           error == nat64::nat64_error(FWX_NAT64_ERR_NOT_READY);
+}
+
+bool says_gone(const plan_command_t &command, const std::error_code &error) {
+    return command.may_be_gone && (error == nat64::nat64_error(FWX_NAT64_MODEL_ERR_NO_ENTRY) ||
+                                   error == nat64::nat64_error(FWX_NAT64_MODEL_ERR_NO_POOL));
+}
+
+}  // namespace
+
+/** A plan under way. Callbacks share it, so that a late one finds it when its task is gone. */
+class applier_t::flight_t : public std::enable_shared_from_this<flight_t> {
+public:
+    flight_t(nat64::client &client, rule_book_t &rules, const plan_t &plan, on_done_fn_t on_done, on_undo_fn_t on_undo)
+        : client_(client),
+          rules_(rules),
+          plan_(plan),
+          run_(plan),
+          on_done_(std::move(on_done)),
+          on_undo_(std::move(on_undo)) {}
+
+    /** Sends what may be sent. */
+    void fill() {
+        while (!result_.lost && sent_.size() < window) {
+            const bool must_wait = client_.is_throttled() && !sent_.empty();
+            const plan_command_t *command = must_wait ? nullptr : run_.next();
+            if (command == nullptr) return;
+            note_undo();
+            send(*command, run_.ticket());
+        }
+    }
+    bool is_over() const { return sent_.empty() && (result_.lost || run_.is_over()); }
+    void resume_when_over(std::coroutine_handle<> waiting) { waiting_ = waiting; }
+    /** From now on answers are nobody's. */
+    void abandon() { is_abandoned_ = true; }
+
+    apply_result_t take_result() {
+        result_.is_taken_back = run_.is_taken_back() && !result_.lost && run_.left().empty();
+        for (const size_t index : run_.left()) {
+            result_.left.push_back(plan_.command(index));
+        }
+        return std::move(result_);
+    }
+
+private:
+    struct sent_t {
+        plan_command_t command;
+        std::optional<rule_change_t> rule;
+        std::optional<default_change_t> default_rule;
+    };
+
+    void send(const plan_command_t &command, size_t ticket) {
+        sent_t &sent = sent_.emplace(ticket, sent_t{command, {}, {}}).first->second;
+        const auto send_it = [&sent](void *pal_ctx) {
+            return sent.command.family->send(sent.command.op, sent.command.record.bytes, pal_ctx);
+        };
+        if (command.family->group != "mapt") {
+            const nat64::result got =
+                client_.configure(send_it, [self = shared_from_this(), ticket](const nat64::result &answer) {
+                    self->arrived(ticket, answer.error, nullptr);
+                });
+            if (!got) settle(ticket, got.error, is_no_server(got.code()));
+            return;
+        }
+        const void *record = command.record.bytes;
+        if (command.family->word == "bmr") {
+            sent.rule = rule_change_t{command.op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
+        } else {
+            sent.default_rule = default_change_t{command.op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record)};
+        }
+        const bool is_new = sent.rule && command.op == FWX_NAT64_OP_ADD && rules_.adding(*sent.rule);
+        const nat64::result got =
+            client_.configure_rule(send_it, [self = shared_from_this(), ticket](const nat64::rule_result &answer) {
+                self->arrived(ticket, answer.error, &answer);
+            });
+        if (sent.rule && command.op == FWX_NAT64_OP_DEL) note_table(rules_.deleting(*sent.rule));
+        if (got) return;
+        const bool must_mend = sent.rule && (is_new || command.op == FWX_NAT64_OP_DEL);
+        if (must_mend) note_table(rules_.failed(*sent.rule));
+        settle(ticket, got.error, is_no_server(got.code()));
+    }
+
+    void arrived(size_t ticket, std::error_code error, const nat64::rule_result *rule) {
+        if (is_abandoned_) return;
+        const std::shared_ptr<flight_t> keep = shared_from_this(); /* the task may end below */
+        const sent_t &sent = sent_.at(ticket);
+        const bool is_lost = is_unanswered(error);
+        if (rule != nullptr && rule->orders_cleanup) rules_.emptied();
+        if (sent.rule) {
+            const bool is_known_gone = sent.rule->op == FWX_NAT64_OP_DEL && is_lost;
+            if (!is_known_gone) note_table(rules_.answered(*sent.rule, *rule).table_code);
+        } else if (sent.default_rule) {
+            rules_.answered(*sent.default_rule, *rule);
+        }
+        if (is_lost) {
+            result_.in_doubt.push_back(sent.command);
+            result_.lost = error;
+            sent_.erase(ticket);
+        } else {
+            settle(ticket, error, is_no_server(nat64::result{error}.code()));
+        }
+        fill();
+        if (is_over() && waiting_) std::exchange(waiting_, nullptr).resume();
+    }
+
+    /** Notes what is known of a command. */
+    void settle(size_t ticket, std::error_code error, bool is_lost) {
+        const plan_command_t command = sent_.at(ticket).command;
+        sent_.erase(ticket);
+        const bool is_unsaved = error == nat64::nat64_error(FWX_NAT64_MODEL_ERR_NOT_SAVED);
+        const bool is_done = !error || is_unsaved || says_gone(command, error);
+        const bool is_of_plan = ticket < plan_.size();
+        if (is_lost) {
+            result_.lost = error;
+            return;
+        }
+        if (is_done && on_done_) on_done_(command);
+        if (is_done && is_of_plan) ++result_.done;
+        run_.answered(ticket, is_done);
+        if (is_unsaved && is_of_plan) run_.take_back();
+        const bool is_refused = is_of_plan && error && !says_gone(command, error);
+        const bool is_first = is_refused && (!result_.refusal || ticket < refused_);
+        if (!is_first) return;
+        result_.refusal = apply_refusal_t{command, error};
+        refused_ = ticket;
+    }
+
+    void note_undo() {
+        const bool begins = run_.is_taken_back() && run_.ticket() >= plan_.size();
+        if (begins && on_undo_) std::exchange(on_undo_, nullptr)();
+    }
+    void note_table(uint32_t code) {
+        if (result_.table_code == 0) result_.table_code = code;
+    }
+
+    nat64::client &client_;
+    rule_book_t &rules_;
+    const plan_t &plan_;
+    plan_run_t run_;
+    on_done_fn_t on_done_;
+    on_undo_fn_t on_undo_;
+    std::unordered_map<size_t, sent_t> sent_; /* by ticket */
+    apply_result_t result_;
+    size_t refused_ = 0; /* ticket of the refusal */
+    std::coroutine_handle<> waiting_;
+    bool is_abandoned_ = false;
+};
+
+nat64::task<apply_result_t> applier_t::apply(const plan_t &plan, on_done_fn_t on_done, on_undo_fn_t on_undo) {
+    struct over_t {
+        std::shared_ptr<flight_t> flight;
+        explicit over_t(std::shared_ptr<flight_t> of) : flight(std::move(of)) {}
+        over_t(const over_t &) = delete;
+        ~over_t() { flight->abandon(); }
+        bool await_ready() const {
+            flight->fill();
+            return flight->is_over();
+        }
+        void await_suspend(std::coroutine_handle<> waiting) const { flight->resume_when_over(waiting); }
+        apply_result_t await_resume() const { return flight->take_result(); }
+    };
+    co_return co_await over_t(
+        std::make_shared<flight_t>(client_, rules_, plan, std::move(on_done), std::move(on_undo)));
+}

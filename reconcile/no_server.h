@@ -1,0 +1,15 @@
+/* Whether anybody was there to get a command. */
+#ifndef RECONCILE_NO_SERVER_H
+#define RECONCILE_NO_SERVER_H
+
+#include <cstdint>
+
+#include "fwx_host/errors.h"
+#include "fwx_nat64/result.h"
+
+/** Whether the code says that nobody serves the channel; as a verdict: that the server never got the command. */
+inline bool is_no_server(uint32_t code) {
+    return code == FWX_NAT64_ERR_AGAIN || code == FWX_HOST_ERR_NO_SERVER || code == FWX_HOST_ERR_CHANNEL_DOWN;
+}
+
+#endif

@@ -1,0 +1,47 @@
+#include "state/directory.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+namespace {
+
+std::string text_of(const char *name) {
+    const char *value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+std::string home() {
+    std::string home = text_of("HOME");
+    if (!home.empty()) return home;
+    const passwd *entry = getpwuid(geteuid());
+    return entry == nullptr ? "" : entry->pw_dir;
+}
+
+}  // namespace
+
+std::string state_directory_of(const std::string &server) {
+    const std::string of_service = text_of("STATE_DIRECTORY");
+    if (!of_service.empty()) return of_service + "/" + server;
+    const std::string state = text_of("XDG_STATE_HOME");
+    const bool is_usable = !state.empty() && state.front() == '/';
+    return (is_usable ? state : home() + "/.local/state") + "/natctl/" + server;
+}
+
+std::string make_state_directory(const std::string &directory) {
+    std::error_code error;
+    std::filesystem::path made;
+    for (const std::filesystem::path &part : std::filesystem::path(directory)) {
+        made /= part;
+        const bool is_there = std::filesystem::is_directory(made, error);
+        if (!is_there && mkdir(made.c_str(), 0700) != 0 && errno != EEXIST) {
+            return made.string() + ": " + std::strerror(errno);
+        }
+    }
+    return "";
+}

@@ -1,0 +1,12 @@
+/* Where the running documents of servers are kept. */
+#ifndef STATE_DIRECTORY_H
+#define STATE_DIRECTORY_H
+
+#include <string>
+
+/** Of a server: `$STATE_DIRECTORY/NAME`, else `$XDG_STATE_HOME/natctl/NAME`, else `~/.local/state/natctl/NAME`. */
+std::string state_directory_of(const std::string &server);
+/** Makes a directory and those above it that are not there, with mode 0700; returns what went wrong, or nothing. */
+std::string make_state_directory(const std::string &directory);
+
+#endif

@@ -1,0 +1,37 @@
+/* A document, another one, and what leads from one to the other. */
+#ifndef TESTS_RECONCILE_TWO_DOCUMENTS_H
+#define TESTS_RECONCILE_TWO_DOCUMENTS_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "config/load.h"
+
+inline document_t read_document(const std::string &text) {
+    problems_t problems;
+    document_t document = load_document(text, problems);
+    EXPECT_TRUE(problems.empty()) << problems.front().text();
+    return document;
+}
+
+inline const std::string before =
+    "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.10\n"
+    "timeout set --type 1 --value 10\n"
+    "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n";
+inline const std::string after =
+    "timeout set --type 1 --value 20\n"
+    "pool add --id 2 --param 1 --start 192.0.2.1 --end 192.0.2.10\n"
+    "dmapping add --id 3 --type 1\n"
+    "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.3.0/24\n";
+inline const std::vector<std::string> steps = {
+    "mapt bmr del --rule 5 --domain 6",
+    "pool del --id 1",
+    "timeout set --type udp --value 20",
+    "pool add --id 2 --param 1 --start 192.0.2.1 --end 192.0.2.10",
+    "dmapping add --id 3 --type address-dependent",
+    "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.3.0/24",
+};
+
+#endif

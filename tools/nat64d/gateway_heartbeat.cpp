@@ -1,0 +1,65 @@
+#include "tools/nat64d/gateway_heartbeat.h"
+
+#include "fwx_host/loop.h"
+#include "net/jitter.h"
+#include "state/time_text.h"
+#include "tools/nat64d/log.h"
+
+gateway_heartbeat_t::gateway_heartbeat_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway, state_fn_t state,
+                                         asked_fn_t asked)
+    : etcd_(etcd),
+      keys_(etcd.store().prefix),
+      gateway_(std::move(gateway)),
+      state_(std::move(state)),
+      asked_(std::move(asked)),
+      bell_(loop) {}
+
+void gateway_heartbeat_t::start() {
+    run_.emplace(run());
+    run_->start();
+}
+
+nat64::task<> gateway_heartbeat_t::run() {
+    std::string trouble;
+    for (;;) {
+        const etcd_error_t error = co_await speak();
+        if (error && error.text != trouble) log_event(log_level_t::warning, "unheard", {{"reason", error.text}});
+        trouble = error.text;
+        asked_(error);
+        const uint64_t now_ms = fwx_host_clock_ms();
+        const uint64_t until_due_ms = keep_at_ms_ > now_ms ? keep_at_ms_ - now_ms : 0;
+        co_await bell_.wait(error ? jitter(keep_lease_ms / 3) : until_due_ms);
+    }
+}
+
+/** Keeps the lease alive when that is due, and says what is new. */
+nat64::task<etcd_error_t> gateway_heartbeat_t::speak() {
+    const uint64_t now_ms = fwx_host_clock_ms();
+    if (lease_ != 0 && now_ms >= keep_at_ms_) {
+        const etcd_result_t<uint32_t> left = co_await etcd_.keep_lease(lease_);
+        if (left.error) co_return left.error;
+        keep_at_ms_ = now_ms + jitter(keep_lease_ms);
+        if (left.value == 0) lease_ = 0;
+    }
+    if (lease_ == 0) {
+        const etcd_result_t<int64_t> lease = co_await etcd_.grant_lease(gateway_lease_s);
+        if (lease.error) co_return lease.error;
+        lease_ = lease.value;
+        keep_at_ms_ = now_ms + jitter(keep_lease_ms);
+        said_.clear();
+    }
+    gateway_state_t state = state_();
+    std::string saying = write_gateway_state(state);
+    if (saying == said_) co_return {};
+    state.time = time_text();
+    const std::string text = write_gateway_state(state);
+    etcd_txn_t txn;
+    txn.puts = {{keys_.gateway_state(gateway_), text, lease_}, {keys_.gateway_seen(gateway_), text, 0}};
+    txn.is_repeatable = true;
+    const etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
+    const bool may_be_lease = put.error.kind == etcd_error_t::kind_t::other;
+    if (may_be_lease) lease_ = 0; /* any other trouble is no reason to have etcd make one more */
+    if (put.error) co_return put.error;
+    said_ = std::move(saying);
+    co_return {};
+}

@@ -1,0 +1,44 @@
+/* Says in the store what this gateway holds and how it does, under a lease: when the lease ends, the gateway is gone.
+ */
+#ifndef TOOLS_NAT64D_GATEWAY_HEARTBEAT_H
+#define TOOLS_NAT64D_GATEWAY_HEARTBEAT_H
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "fleet/etcd.h"
+#include "fleet/fleet_keys.h"
+#include "fleet/gateway_state.h"
+#include "tools/nat64d/bell.h"
+
+class gateway_heartbeat_t {
+public:
+    using state_fn_t = std::function<gateway_state_t()>;
+    using asked_fn_t = std::function<void(const etcd_error_t &error)>;
+
+    /** `loop` and `etcd` must outlive it. `state` says what is to be said, without its time; `asked` hears what came of
+     * each request. */
+    gateway_heartbeat_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway, state_fn_t state, asked_fn_t asked);
+
+    void start();
+    /** The state may be another one. */
+    void changed() { bell_.ring(); }
+
+private:
+    nat64::task<> run();
+    nat64::task<etcd_error_t> speak();
+
+    etcd_t &etcd_;
+    const fleet_keys_t keys_;
+    const std::string gateway_;
+    const state_fn_t state_;
+    const asked_fn_t asked_;
+    bell_t bell_;
+    int64_t lease_ = 0;       /* 0: none */
+    uint64_t keep_at_ms_ = 0; /* by the platform's clock */
+    std::string said_;        /* without its time; empty: nothing under this lease */
+    std::optional<nat64::task<>> run_;
+};
+
+#endif
