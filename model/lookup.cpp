@@ -45,16 +45,16 @@ bool fwx_nat64_model_t::lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_
     uint32_t match_len = 0;
     const tbm_leaf *leaf = fwx_host_tbm_longest_match(tree, key.bytes, key.len, &match_len);
     if (leaf == nullptr) return false;
-    const auto rule = engine_.config.rules.by_index.get(rule_index(fwx_host_tbm_leaf_data(tree, leaf)));
+    const auto rule = state_->engine.config.rules.by_index.get(rule_index(fwx_host_tbm_leaf_data(tree, leaf)));
     if (!rule) return false;
     *match = {rule->index, rule->rule.rule_id, rule->rule.domain_id, match_len - tag_bits};
-    ++engine_.lookups[{rule->rule.rule_id, rule->rule.domain_id}];
+    ++state_->engine.lookups[{rule->rule.rule_id, rule->rule.domain_id}];
     return true;
 }
 
 std::optional<uint64_t> fwx_nat64_model_t::lookups(uint32_t bmr_index) const {
-    const auto rule = engine_.config.rules.by_index.get(bmr_index);
+    const auto rule = state_->engine.config.rules.by_index.get(bmr_index);
     if (!rule) return std::nullopt;
-    const auto found = engine_.lookups.find({rule->rule.rule_id, rule->rule.domain_id});
-    return found == engine_.lookups.end() ? 0 : found->second;
+    const auto found = state_->engine.lookups.find({rule->rule.rule_id, rule->rule.domain_id});
+    return found == state_->engine.lookups.end() ? 0 : found->second;
 }

@@ -15,16 +15,17 @@ static_assert(FWX_NAT64_MODEL_IN_ORDER == static_cast<uint32_t>(reply_order_t::i
 static_assert(FWX_NAT64_MODEL_REVERSE == static_cast<uint32_t>(reply_order_t::reverse));
 static_assert(FWX_NAT64_MODEL_SHUFFLED == static_cast<uint32_t>(reply_order_t::shuffled));
 
+model_state_t::model_state_t(fwx_host_loop_t *loop, std::unique_ptr<model_engine_t> of)
+    : nat64_server_t(loop, std::move(of)), engine(static_cast<model_engine_t &>(nat64_server_t::engine())) {}
+
 std::unique_ptr<fwx_nat64_model_t> fwx_nat64_model_t::create(fwx_host_loop_t *loop, const char *name) {
-    std::unique_ptr<fwx_nat64_model_t> model(new fwx_nat64_model_t(loop, std::make_unique<model_engine_t>()));
-    return model->serve(name) ? std::move(model) : nullptr;
+    auto state = std::make_unique<model_state_t>(loop, std::make_unique<model_engine_t>());
+    if (!state->serve(name)) return nullptr;
+    return std::unique_ptr<fwx_nat64_model_t>(new fwx_nat64_model_t(std::move(state)));
 }
 
-fwx_nat64_model_t::fwx_nat64_model_t(fwx_host_loop_t *loop, std::unique_ptr<model_engine_t> engine)
-    : nat64_server_t(loop, std::move(engine)), engine_(static_cast<model_engine_t &>(nat64_server_t::engine())) {}
-
 void fwx_nat64_model_t::order_cleanup(bool on) {
-    engine_.config.rules.orders_cleanup = on;
+    state_->engine.config.rules.orders_cleanup = on;
 }
 
 uint32_t fwx_nat64_model_t::cgm_end_batch(uint32_t batch_id, bool async, void *ctx) {
@@ -45,5 +46,5 @@ std::optional<uint32_t> fwx_nat64_model_t::timeout(uint32_t type) const {
 }
 
 void fwx_nat64_model_t::sessions_generate(uint64_t count) {
-    engine_.generate(std::min<uint64_t>(count, FWX_NAT64_MODEL_MAX_SESSIONS));
+    state_->engine.generate(std::min<uint64_t>(count, FWX_NAT64_MODEL_MAX_SESSIONS));
 }

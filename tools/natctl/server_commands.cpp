@@ -125,7 +125,7 @@ void add_notifications(grammar_t &grammar) {
 
 /** Shows what the server tells of itself: one in this process at once, another one in its answer to a query. */
 template <typename record_t>
-uint32_t show_record(call_t &call, uint32_t sel, record_t (nat64_server_t::*get)() const) {
+uint32_t show_record(call_t &call, uint32_t sel, record_t (fwx_nat64_model_t::*get)() const) {
     const wire_message_t &reply = reply_described(FWX_NAT64_MSG_STATS_SYS, sel);
     if (call.pal.model() != nullptr) {
         call.awaited = false;

@@ -1,0 +1,15 @@
+/* A model's server and engine, apart from model.h because the C type must not show how it is made. */
+#ifndef MODEL_STATE_H
+#define MODEL_STATE_H
+
+#include "server/server.h"
+
+class model_engine_t;
+
+struct model_state_t : nat64_server_t {
+    model_state_t(fwx_host_loop_t *loop, std::unique_ptr<model_engine_t> of);
+
+    model_engine_t &engine; /* the server's */
+};
+
+#endif
