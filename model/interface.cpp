@@ -1,5 +1,6 @@
 /* The model in C: what the functions promise stands in fwx_nat64_model/model.h. */
 #include <new>
+#include <type_traits>
 
 #include "fwx_host/errors.h"
 #include "fwx_host/smc.h"
@@ -13,7 +14,12 @@ constexpr uint32_t out_of_memory = 12;
 template <typename work_t>
 uint32_t guarded(work_t work) noexcept {
     try {
-        return work();
+        if constexpr (std::is_void_v<decltype(work())>) {
+            work();
+            return 0;
+        } else {
+            return work();
+        }
     } catch (const std::bad_alloc &) {
         return out_of_memory;
     }
@@ -50,10 +56,7 @@ void fwx_nat64_model_hold(fwx_nat64_model_t *model) {
 }
 uint32_t fwx_nat64_model_release(fwx_nat64_model_t *model, uint32_t order) {
     if (order > FWX_NAT64_MODEL_SHUFFLED) return FWX_HOST_ERR_BAD_ARG;
-    return guarded([&]() -> uint32_t {
-        model->release(static_cast<fwx_nat64_model_order_t>(order));
-        return 0;
-    });
+    return guarded([&] { model->release(static_cast<reply_order_t>(order)); });
 }
 void fwx_nat64_model_duplicate_set(fwx_nat64_model_t *model, uint32_t copies) {
     model->duplicate_set(copies);
@@ -65,10 +68,7 @@ void fwx_nat64_model_pause_set(fwx_nat64_model_t *model, uint32_t paused) {
     model->pause_set(paused != 0);
 }
 uint32_t fwx_nat64_model_drop_clients(fwx_nat64_model_t *model) {
-    return guarded([&]() -> uint32_t {
-        model->drop_clients();
-        return 0;
-    });
+    return guarded([&] { model->drop_clients(); });
 }
 void fwx_nat64_model_reply_limit_set(fwx_nat64_model_t *model, uint32_t bytes) {
     model->reply_limit_set(bytes);
@@ -104,10 +104,7 @@ uint32_t fwx_nat64_model_cgm_update(uint32_t batch_id, const uint8_t data[24], u
 }
 
 uint32_t fwx_nat64_model_save(const fwx_nat64_model_t *model, fwx_nat64_model_part_fn_t part, void *arg) {
-    return guarded([&]() -> uint32_t {
-        model->save(part, arg);
-        return 0;
-    });
+    return guarded([&] { model->save(part, arg); });
 }
 uint32_t fwx_nat64_model_restore(fwx_nat64_model_t *model, uint32_t op_code, const void *payload, size_t size) {
     return guarded([&] { return model->restore(op_code, payload, size); });
@@ -123,10 +120,7 @@ void fwx_nat64_model_totals(const fwx_nat64_model_t *model, fwx_nat64_stats_sys_
     *totals = model->totals();
 }
 uint32_t fwx_nat64_model_sessions_generate(fwx_nat64_model_t *model, uint64_t count) {
-    return guarded([&]() -> uint32_t {
-        model->sessions_generate(count);
-        return 0;
-    });
+    return guarded([&] { model->sessions_generate(count); });
 }
 uint32_t fwx_nat64_model_lookup(const fwx_nat64_model_t *model, const fwx_nat64_addr_t *address,
                                 fwx_nat64_model_match_t *match) {

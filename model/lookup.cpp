@@ -1,6 +1,7 @@
 /* The data plane's view: MAP-T rules by longest match in the client's lookup tree. */
 #include "fwx_host/tbm.h"
-#include "model/state.h"
+#include "model/engine.h"
+#include "model/model.h"
 
 namespace {
 
@@ -44,16 +45,16 @@ bool fwx_nat64_model_t::lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_
     uint32_t match_len = 0;
     const tbm_leaf *leaf = fwx_host_tbm_longest_match(tree, key.bytes, key.len, &match_len);
     if (leaf == nullptr) return false;
-    const auto rule = state_->config.rules.by_index.get(rule_index(fwx_host_tbm_leaf_data(tree, leaf)));
+    const auto rule = state_->engine.config.rules.by_index.get(rule_index(fwx_host_tbm_leaf_data(tree, leaf)));
     if (!rule) return false;
     *match = {rule->index, rule->rule.rule_id, rule->rule.domain_id, match_len - tag_bits};
-    ++state_->config.rules.lookups[rule->index];
+    ++state_->engine.lookups[{rule->rule.rule_id, rule->rule.domain_id}];
     return true;
 }
 
 std::optional<uint64_t> fwx_nat64_model_t::lookups(uint32_t bmr_index) const {
-    const rules_t &rules = state_->config.rules;
-    if (rules.by_index.entries.count(bmr_index) == 0) return std::nullopt;
-    const auto found = rules.lookups.find(bmr_index);
-    return found == rules.lookups.end() ? 0 : found->second;
+    const auto rule = state_->engine.config.rules.by_index.get(bmr_index);
+    if (!rule) return std::nullopt;
+    const auto found = state_->engine.lookups.find({rule->rule.rule_id, rule->rule.domain_id});
+    return found == state_->engine.lookups.end() ? 0 : found->second;
 }

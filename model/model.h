@@ -1,96 +1,62 @@
 /*
  * The server model as the tools and tests of this tree use it. What a member of the class promises stands with the
- * function of the same name in fwx_nat64_model/model.h; comments here are on what C does not have. Members allocate,
- * and throw when memory is out.
+ * function of the same name in fwx_nat64_model/model.h or in server/server.h. Members allocate, and throw when memory
+ * is out.
  */
 #ifndef MODEL_MODEL_H
 #define MODEL_MODEL_H
 
-#include <cstddef>
-#include <cstdint>
-#include <memory>
 #include <optional>
+#include <utility>
 
 #include "fwx_nat64_model/model.h"
+#include "model/state.h"
 
-/** Where the changes of the configuration are kept. Both are called from the loop; null `changed`: nowhere. */
-struct fwx_nat64_model_journal_t {
-    fwx_nat64_model_part_fn_t changed; /* gets what, restored behind all that came before, makes the change again */
-    uint32_t (*commit)(void *arg);     /* brings all that to where it is kept; 0 or FWX_NAT64_MODEL_ERR_NOT_SAVED */
-    void *arg;
-};
-/** Hears of each message that was answered with a code other than 0, but for FWX_NAT64_MODEL_ERR_NOT_SAVED. `msg` lives
- * during the call. */
-using fwx_nat64_model_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
-
-enum class fwx_nat64_model_order_t : uint8_t {
-    in_order = FWX_NAT64_MODEL_IN_ORDER,
-    reverse = FWX_NAT64_MODEL_REVERSE,
-    shuffled = FWX_NAT64_MODEL_SHUFFLED,
-};
-
-/** What the classifier commands left behind, in both forms. */
-struct fwx_nat64_model_classifier_t {
-    uint64_t updates;
-    uint64_t batches;  /* ended ones */
-    uint32_t batch_id; /* of the latest command */
-    uint8_t data[24];  /* of the latest update */
-};
-
-struct model_state_t;
+using fwx_nat64_model_order_t = reply_order_t;
 
 struct fwx_nat64_model_t {
     /** Null when the name is taken. */
     static std::unique_ptr<fwx_nat64_model_t> create(fwx_host_loop_t *loop, const char *name);
-    static void add_error_texts();
-    ~fwx_nat64_model_t();
-    fwx_nat64_model_t(const fwx_nat64_model_t &) = delete;
-    fwx_nat64_model_t &operator=(const fwx_nat64_model_t &) = delete;
 
-    void fail_next(uint32_t code, uint32_t count);
-    void delay_set(uint64_t delay_ms);
-    void hold();
-    void release(fwx_nat64_model_order_t order);
-    void duplicate_set(uint32_t copies);
-    void silent_set(bool silent);
-    void pause_set(bool paused);
-    void drop_clients();
-    void reply_limit_set(uint32_t bytes);
+    static void add_error_texts() { nat64_server_t::add_error_texts(); }
+    void fail_next(uint32_t code, uint32_t count) { state_->fail_next(code, count); }
+    void delay_set(uint64_t delay_ms) { state_->delay_set(delay_ms); }
+    void hold() { state_->hold(); }
+    void release(reply_order_t order) { state_->release(order); }
+    void duplicate_set(uint32_t copies) { state_->duplicate_set(copies); }
+    void silent_set(bool silent) { state_->silent_set(silent); }
+    void pause_set(bool paused) { state_->pause_set(paused); }
+    void drop_clients() { state_->drop_clients(); }
+    void reply_limit_set(uint32_t bytes) { state_->reply_limit_set(bytes); }
     void order_cleanup(bool on);
 
-    uint32_t notify(const void *msg, size_t size);
-    uint32_t wakeup();
-    uint32_t notify_record(bool add, uint32_t word1, uint32_t word2, uint32_t word3);
-    uint32_t notify_event();
-    uint32_t notify_mapping(uint32_t id, bool active, uint32_t value);
-    uint32_t notify_debug(uint32_t selector, uint32_t on);
+    uint32_t notify(const void *msg, size_t size) { return state_->notify(msg, size); }
+    uint32_t wakeup() { return state_->wakeup(); }
+    uint32_t notify_record(bool add, uint32_t word1, uint32_t word2, uint32_t word3) {
+        return state_->notify_record(add, word1, word2, word3);
+    }
+    uint32_t notify_event() { return state_->notify_event(); }
+    uint32_t notify_mapping(uint32_t id, bool active, uint32_t value) {
+        return state_->notify_mapping(id, active, value);
+    }
+    uint32_t notify_debug(uint32_t selector, uint32_t on) { return state_->notify_debug(selector, on); }
+
+    void save(server_part_fn_t part, void *arg) const { state_->save(part, arg); }
+    uint32_t restore(uint32_t op_code, const void *payload, size_t size) {
+        return state_->restore(op_code, payload, size);
+    }
+    void journal_set(const server_journal_t &journal) { state_->journal_set(journal); }
+    void commit() { state_->commit(); }
+    void observe_refusals(server_refusal_fn_t fn, void *arg) { state_->observe_refusals(fn, arg); }
+    fwx_nat64_stats_counts_t counts() const { return state_->counts(); }
+    fwx_nat64_stats_boot_t boot() const { return state_->boot(); }
+    fwx_nat64_stats_sys_entry_t totals() const { return state_->totals(); }
+    const configuration_t &config() const { return state_->config(); }
     static uint32_t cgm_end_batch(uint32_t batch_id, bool async, void *ctx);
     static uint32_t cgm_update(uint32_t batch_id, const uint8_t data[24], bool async, void *ctx);
 
-    void save(fwx_nat64_model_part_fn_t part, void *arg) const;
-    uint32_t restore(uint32_t op_code, const void *payload, size_t size);
-    /** Keeps every change from now on in a journal. No asynchronous answer to a change, nor any behind
-     * it, goes out before commit has returned; if that fails, the answers to changes say so. */
-    void journal_set(const fwx_nat64_model_journal_t &journal);
-    /** To be called after each turn of the loop while there is a journal: commits what the turn has changed, and lets
-     * its answers out. What synchronous commands change is not kept. */
-    void commit();
-    void observe_refusals(fwx_nat64_model_refusal_fn_t fn, void *arg);
-
-    fwx_nat64_stats_counts_t counts() const;
-    fwx_nat64_stats_boot_t boot() const;
-    fwx_nat64_stats_sys_entry_t totals() const;
-    /** Value of a timeout (type 1 to 7), limit or service (type 1), when it is set. */
+    /** Value of a timeout (type 1 to 7), when it is set. */
     std::optional<uint32_t> timeout(uint32_t type) const;
-    std::optional<uint32_t> limit(uint32_t type) const;
-    std::optional<uint32_t> service(uint32_t type) const;
-    /** An adjacency (type 1 to 13), its IPv4 address in network order; the replication. When they are set. */
-    std::optional<fwx_nat64_addr_t> adj(uint32_t type) const;
-    std::optional<fwx_nat64_replication_t> replication() const;
-    /** The global settings, zeros until they are set. */
-    fwx_nat64_global_settings_t global_settings() const;
-    fwx_nat64_model_classifier_t classifier() const;
-
     void sessions_generate(uint64_t count);
     /** False when no prefix matches, or when the model holds no rule of that index. */
     bool lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_match_t *match) const;
@@ -98,7 +64,7 @@ struct fwx_nat64_model_t {
     std::optional<uint64_t> lookups(uint32_t bmr_index) const;
 
 private:
-    explicit fwx_nat64_model_t(std::unique_ptr<model_state_t> state);
+    explicit fwx_nat64_model_t(std::unique_ptr<model_state_t> state) : state_(std::move(state)) {}
 
     std::unique_ptr<model_state_t> state_;
 };

@@ -1,6 +1,7 @@
 #include <set>
 
 #include "model_fixture.h"
+#include "server/configuration.h"
 
 namespace {
 
@@ -74,13 +75,14 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
     });
     EXPECT_EQ(model_->timeout(7), 120u);
     EXPECT_EQ(model_->timeout(8), std::nullopt);
-    EXPECT_EQ(model_->limit(1), 6000u);
-    EXPECT_EQ(model_->service(1), 9u);
-    const fwx_nat64_addr_t address = model_->adj(13).value_or(fwx_nat64_addr_t{});
+    const settings_t &settings = model_->config().settings;
+    EXPECT_EQ(settings.limits.get(1).value_or(fwx_nat64_limit_t{}).value, 6000u);
+    EXPECT_EQ(settings.services.get(1).value_or(fwx_nat64_service_payload_t{}).service.value, 9u);
+    const fwx_nat64_addr_t address = settings.adjacencies.get(13).value_or(fwx_nat64_adj_t{}).address;
     EXPECT_EQ(address.addr[0], 10u);
     EXPECT_EQ(address.addr[3], 1u);
-    EXPECT_EQ(model_->replication().value_or(fwx_nat64_replication_t{}).value2, 6u);
-    EXPECT_EQ(model_->global_settings().opaque[15], 0xff);
+    EXPECT_EQ(settings.replication.value_or(fwx_nat64_replication_t{}).value2, 6u);
+    EXPECT_EQ(settings.global.value_or(fwx_nat64_global_settings_t{}).opaque[15], 0xff);
 
     take({
         {"replication taken back with its word set", config(31, 12, {5, 1, 6}), value_refused},
@@ -88,9 +90,9 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
         {"limit deleted", config(16, 8, {1, 0}), 0},
         {"service deleted", config(20, 12, {0, 1, 0}), 0},
     });
-    EXPECT_FALSE(model_->replication().has_value());
-    EXPECT_EQ(model_->limit(1), std::nullopt);
-    EXPECT_EQ(model_->service(1), std::nullopt);
+    EXPECT_FALSE(settings.replication.has_value());
+    EXPECT_FALSE(settings.limits.get(1).has_value());
+    EXPECT_FALSE(settings.services.get(1).has_value());
 }
 
 TEST_F(config_t, keeps_interfaces_and_global_prefixes) {

@@ -2,6 +2,7 @@
 #include <map>
 
 #include "model_fixture.h"
+#include "server/configuration.h"
 
 namespace {
 
@@ -90,7 +91,7 @@ TEST_F(misbehaviour_t, carries_commands_out_in_silence) {
     EXPECT_TRUE(replies_to(config(14, 8, {3, 300})).empty());
     EXPECT_TRUE(ask(sync_command(3, 24).put<uint32_t>(16, 21).put<uint32_t>(20, 7)).empty());
     EXPECT_EQ(model_->timeout(3), 300u);
-    EXPECT_EQ(model_->classifier().batch_id, 7u);
+    EXPECT_EQ(model_->config().classifier.batch_id, 7u);
     model_->silent_set(false);
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }

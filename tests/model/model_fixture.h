@@ -77,8 +77,7 @@ class model_fixture_t : public testing::Test {
 protected:
     void SetUp() override {
         loop_ = fwx_host_loop_create();
-        model_ = fwx_nat64_model_t::create(loop_, "model under test");
-        ASSERT_NE(model_, nullptr);
+        ASSERT_TRUE(serve());
         chan_ = open();
     }
 
@@ -87,7 +86,7 @@ protected:
             smc_msg_chan_close(&chan);
         }
         fwx_host_loop_run_until_idle(loop_);
-        model_.reset();
+        end();
         fwx_host_loop_destroy(loop_);
         received.clear();
         channel_errors = 0;
@@ -95,6 +94,13 @@ protected:
         EXPECT_EQ(watch_.left(), "");
         EXPECT_EQ(watch_.faults(), "");
     }
+
+    /** What is behind the name "model under test". */
+    virtual bool serve() {
+        model_ = fwx_nat64_model_t::create(loop_, "model under test");
+        return model_ != nullptr;
+    }
+    virtual void end() { model_.reset(); }
 
     smc_chan_t open() {
         smc_chan_t chan = 0;

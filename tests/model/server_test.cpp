@@ -1,5 +1,6 @@
 #include "model_fixture.h"
 #include "platform/runtime.h"
+#include "server/configuration.h"
 
 namespace {
 
@@ -76,7 +77,7 @@ TEST_F(server_t, answers_control_commands_at_once) {
     EXPECT_EQ(end, (std::vector<uint8_t>{0x03, 0x80, 0x60, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     const message_t update = sync_command(3, 48).put<uint32_t>(16, 22).put<uint8_t>(20, 0xab).put<uint32_t>(44, 9);
     EXPECT_EQ(ask(update).u32(16), 0u);
-    const fwx_nat64_model_classifier_t classifier = model_->classifier();
+    const classifier_t &classifier = model_->config().classifier;
     EXPECT_EQ(classifier.batches, 1u);
     EXPECT_EQ(classifier.updates, 1u);
     EXPECT_EQ(classifier.batch_id, 9u);

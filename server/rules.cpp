@@ -1,4 +1,4 @@
-#include "model/rules.h"
+#include "server/rules.h"
 
 #include <algorithm>
 #include <iterator>
@@ -53,18 +53,16 @@ uint32_t rules_t::basic_remove(const indexed_rule_t &rule) {
     return remove(key_of(rule.rule), &index);
 }
 
-uint32_t rules_t::default_set(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
-    if (rule.id == 0) return FWX_NAT64_MODEL_ERR_VALUE;
-    switch (op) {
-        case FWX_NAT64_OP_ADD:
-            return defaults.add(rule.id, rule);
-        case FWX_NAT64_OP_MOD:
-            return defaults.modify(rule.id, rule);
-        case FWX_NAT64_OP_DEL:
-            return defaults.erase(rule.id);
-        default:
-            return FWX_NAT64_MODEL_ERR_VALUE;
-    }
+uint32_t rules_t::default_add(const fwx_nat64_mapt_dmr_t &rule) {
+    return rule.id != 0 ? defaults.add(rule.id, rule) : FWX_NAT64_MODEL_ERR_VALUE;
+}
+
+uint32_t rules_t::default_modify(const fwx_nat64_mapt_dmr_t &rule) {
+    return rule.id != 0 ? defaults.modify(rule.id, rule) : FWX_NAT64_MODEL_ERR_VALUE;
+}
+
+uint32_t rules_t::default_remove(const fwx_nat64_mapt_dmr_t &rule) {
+    return rule.id != 0 ? defaults.erase(rule.id) : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
 /* The index of a rule that is there already is given too: the client installs the rule whatever the result says. */
@@ -82,6 +80,5 @@ uint32_t rules_t::remove(const rule_key_t &key, uint32_t *index) {
     *index = present->second;
     basic.erase(present);
     indices.release(*index);
-    lookups.erase(*index);
     return by_index.erase(*index);
 }

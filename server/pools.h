@@ -1,14 +1,12 @@
 /* Address pools and their ranges. */
-#ifndef MODEL_POOLS_H
-#define MODEL_POOLS_H
+#ifndef SERVER_POOLS_H
+#define SERVER_POOLS_H
 
 #include <set>
 #include <tuple>
 
-#include "model/address.h"
-#include "model/command.h"
-#include "model/sessions.h"
-#include "model/table.h"
+#include "server/address.h"
+#include "server/table.h"
 
 /** Addresses of a pool; ordered so that those of one pool stand together. */
 struct span_t {
@@ -16,17 +14,12 @@ struct span_t {
     address_t first;
     address_t last;
 
-    friend bool operator<(const span_t &a, const span_t &b) {
-        return std::tie(a.pool_id, a.first, a.last) < std::tie(b.pool_id, b.first, b.last);
-    }
+    auto operator<=>(const span_t &other) const = default;
 };
 
 struct pools_t {
-    explicit pools_t(sessions_t &table) : sessions(table) {}
-
     table_t<uint32_t, fwx_nat64_pool_payload_t> pools; /* by identifier */
     table_t<span_t, fwx_nat64_pool_range_t> ranges;    /* added to their pool's own, which they may overlap */
-    sessions_t &sessions;                              /* end with their pool */
 
     /** Adds a pool, or modifies the one with this identifier, which keeps its ranges. */
     uint32_t set(const fwx_nat64_pool_payload_t &payload);
@@ -34,7 +27,8 @@ struct pools_t {
     uint32_t remove(const fwx_nat64_delete_payload_t &payload);
     uint32_t range_add(const fwx_nat64_pool_range_t &range);
     uint32_t range_delete(const fwx_nat64_pool_range_del_payload_t &payload);
-    /** Overlaps of a pool and its ranges are counted each time; UINT64_MAX addresses when they are more. */
+    /** With no sessions. Overlaps of a pool and its ranges are counted each time; UINT64_MAX addresses when they are
+     * more. */
     fwx_nat64_stats_pool_entry_t statistics(const fwx_nat64_pool_payload_t &pool) const;
 
 private:
@@ -51,14 +45,6 @@ private:
     bool is_range_of(std::map<span_t, fwx_nat64_pool_range_t>::const_iterator range, uint32_t pool_id) const {
         return range != ranges.entries.end() && range->first.pool_id == pool_id;
     }
-};
-
-/* A pool comes before its ranges. */
-constexpr config_command_t pools_commands[] = {
-    kept<&pools_t::set, &pools_t::pools>(FWX_NAT64_CFG_POOL_ADD),
-    kept_as<&pools_t::remove>(FWX_NAT64_CFG_POOL_DEL, FWX_NAT64_CFG_POOL_ADD),
-    kept<&pools_t::range_add, &pools_t::ranges>(FWX_NAT64_CFG_POOL_RANGE_ADD),
-    kept_as<&pools_t::range_delete>(FWX_NAT64_CFG_POOL_RANGE_DEL, FWX_NAT64_CFG_POOL_RANGE_ADD),
 };
 
 #endif

@@ -1,6 +1,6 @@
-#include "model/sessions.h"
+#include "model/engine.h"
 
-#include <netinet/in.h>
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <cstring>
@@ -25,7 +25,7 @@ uint32_t age_s(uint64_t since_ms) {
 }
 
 bool is_wanted(const address_t &wanted, const fwx_nat64_addr_t &record) {
-    return is_unspecified(wanted) || wanted == address_of(record);
+    return wanted.is_unspecified() || wanted == address_of(record);
 }
 
 void write_big_endian(uint32_t value, uint8_t *at) {
@@ -42,36 +42,54 @@ uint16_t made_port(uint64_t n) {
     return static_cast<uint16_t>(first_made_port + n % made_source_ports);
 }
 
-/* The part of a filter that stands in bytes which the library passes on. */
-fwx_nat64_session_where_t where_of(const uint8_t *opaque) {
-    fwx_nat64_session_where_t where;
-    std::memcpy(&where, opaque, sizeof where);
-    return where;
-}
-
 }  // namespace
 
-session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record) {
-    uint32_t protocol = 0;
-    std::memcpy(&protocol, record.opaque0, sizeof(protocol));
-    const fwx_nat64_session_where_t where = where_of(record.opaque60);
-    return {protocol, address_of(record.src), address_of(where.dst), read_big_endian(where.pool_addr), where.port};
+void model_engine_t::changed(uint32_t op_code, const void *payload) {
+    const auto read = [payload](auto record) {
+        std::memcpy(&record, payload, sizeof record);
+        return record;
+    };
+    switch (op_code) {
+        case FWX_NAT64_CFG_SMAPPING_ADD: {
+            const auto mapping = read(fwx_nat64_smapping_t{});
+            statics[mapping.id] = {mapping.addr1, mapping.addr2, fwx_host_clock_ms()};
+            break;
+        }
+        case FWX_NAT64_CFG_SMAPPING_DEL:
+            statics.erase(read(fwx_nat64_delete_payload_t{}).id);
+            break;
+        case FWX_NAT64_CFG_DMAPPING_DEL:
+            close_of(mappings, read(fwx_nat64_delete_payload_t{}).id);
+            break;
+        case FWX_NAT64_CFG_POOL_DEL:
+            close_of(pools, read(fwx_nat64_delete_payload_t{}).id);
+            break;
+        case saved_basic_rule_delete: {
+            const auto rule = read(indexed_rule_t{}).rule;
+            lookups.erase({rule.rule_id, rule.domain_id});
+            break;
+        }
+        default:
+            break;
+    }
 }
 
-void sessions_t::open_static(const fwx_nat64_smapping_t &mapping) {
-    statics[mapping.id] = {mapping.addr1, mapping.addr2, fwx_host_clock_ms()};
-}
-
-void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std::vector<session_pool_t> of_pools) {
+void model_engine_t::generate(uint64_t count) {
+    std::vector<uint32_t> mapping_ids;
+    for (const auto &[id, mapping] : config.mappings.dynamic.entries) {
+        mapping_ids.push_back(id);
+    }
+    std::vector<uint32_t> pool_ids;
+    std::vector<session_pool_t> of_pools;
+    for (const auto &[id, pool] : config.pools.pools.entries) {
+        const uint32_t first = ntohl(pool.start_addr);
+        of_pools.push_back({id, first, std::max(1U, ntohl(pool.end_addr) - first + 1)});
+        pool_ids.push_back(id);
+    }
     made.assign(count, true);
     made_live = count;
     made_ms = fwx_host_clock_ms();
     mappings = owners_t(std::move(mapping_ids));
-    std::vector<uint32_t> pool_ids;
-    pool_ids.reserve(of_pools.size());
-    for (const session_pool_t &pool : of_pools) {
-        pool_ids.push_back(pool.id);
-    }
     pools = owners_t(std::move(pool_ids));
     made_pools = std::move(of_pools);
     for (uint64_t n = 0; n < count; ++n) {
@@ -80,13 +98,10 @@ void sessions_t::generate(uint64_t count, std::vector<uint32_t> mapping_ids, std
     }
 }
 
-uint32_t sessions_t::clear(const fwx_nat64_session_filter_t &record) {
-    const fwx_nat64_session_where_t where = where_of(record.opaque);
-    const session_filter_t filter{record.value, address_of(record.src), address_of(record.dst),
-                                  read_big_endian(where.pool_addr), where.port};
+uint32_t model_engine_t::session_clear(const session_filter_t &filter) {
     fwx_nat64_session_t session;
     uint64_t looks = UINT64_MAX;
-    for (uint64_t from = 0; next(from, filter, &session, looks) == found_t::session; from = session.id + 1) {
+    for (uint64_t from = 0; session_next(from, filter, &session, looks) == found_t::session; from = session.id + 1) {
         if (session.id < first_made_id) {
             statics.erase(session.mapping_id);
         } else {
@@ -96,8 +111,8 @@ uint32_t sessions_t::clear(const fwx_nat64_session_filter_t &record) {
     return 0;
 }
 
-sessions_t::found_t sessions_t::next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session,
-                                     uint64_t &looks) const {
+engine_t::found_t model_engine_t::session_next(uint64_t from, const session_filter_t &filter,
+                                               fwx_nat64_session_t *session, uint64_t &looks) const {
     if (from < first_made_id) {
         const auto start = from < first_static_id ? statics.begin()
                                                   : statics.lower_bound(static_cast<uint32_t>(from - first_static_id));
@@ -127,18 +142,18 @@ sessions_t::found_t sessions_t::next(uint64_t from, const session_filter_t &filt
     return found_t::none;
 }
 
-bool sessions_t::lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const {
+bool model_engine_t::lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const {
     const bool protocol_ok = filter.protocol == 0 || filter.protocol == session.protocol;
     const bool ends_ok = protocol_ok && is_wanted(filter.src, session.src) && is_wanted(filter.dst, session.dst);
     if (!ends_ok || (filter.pool_addr == 0 && filter.port == 0)) return ends_ok;
-    const fwx_nat64_session_full_t full = in_full(session);
+    const fwx_nat64_session_full_t full = session_in_full(session);
     const bool pool_ok = filter.pool_addr == 0 || filter.pool_addr == read_big_endian(full.pool_addr.addr);
     const bool port_ok = filter.port == 0 || filter.port == full.src_port || filter.port == full.pool_port ||
                          filter.port == full.dst_port;
     return pool_ok && port_ok;
 }
 
-fwx_nat64_session_full_t sessions_t::in_full(const fwx_nat64_session_t &session) const {
+fwx_nat64_session_full_t model_engine_t::session_in_full(const fwx_nat64_session_t &session) const {
     fwx_nat64_session_full_t full{};
     full.id = session.id;
     full.protocol = session.protocol;
@@ -148,6 +163,8 @@ fwx_nat64_session_full_t sessions_t::in_full(const fwx_nat64_session_t &session)
     full.dst_port = session.dst_port;
     full.mapping_id = session.mapping_id;
     full.age_s = session.age_s;
+    const uint32_t lifetime = lifetime_s(session.protocol);
+    full.remaining_s = lifetime - std::min(lifetime, session.age_s);
     if (session.id < first_made_id) { /* outside the mapping is the second address */
         full.state = FWX_NAT64_SESSION_ACTIVE;
         full.pool_addr = session.dst;
@@ -174,27 +191,40 @@ fwx_nat64_session_full_t sessions_t::in_full(const fwx_nat64_session_t &session)
     return full;
 }
 
-uint64_t sessions_t::owners_t::count_of(uint32_t id) const {
+/* How long a session of that IP protocol lives without traffic; TCP when it is established. */
+uint32_t model_engine_t::lifetime_s(uint32_t protocol) const {
+    struct lifetime_t {
+        uint32_t type;
+        uint32_t default_s;
+    };
+    lifetime_t lifetime = {FWX_NAT64_TIMEOUT_UDP, 300};
+    if (protocol == IPPROTO_TCP) lifetime = {FWX_NAT64_TIMEOUT_TCP_EST, 7440};
+    if (protocol == IPPROTO_ICMP || protocol == IPPROTO_ICMPV6) lifetime = {FWX_NAT64_TIMEOUT_ICMP, 60};
+    const auto set = config.settings.timeouts.get(lifetime.type);
+    return set && set->value != 0 ? set->value : lifetime.default_s;
+}
+
+uint64_t model_engine_t::owners_t::count_of(uint32_t id) const {
     const auto found = std::lower_bound(ids.begin(), ids.end(), id);
     if (found == ids.end() || *found != id) return 0;
     return live[static_cast<size_t>(found - ids.begin())];
 }
 
-void sessions_t::close_of(const owners_t &owners, uint32_t id) {
+void model_engine_t::close_of(const owners_t &owners, uint32_t id) {
     if (owners.count_of(id) == 0) return;
     for (uint64_t n = 0; n < made.size(); ++n) {
         if (made[n] && owners.of(n) == id) close_made(n);
     }
 }
 
-void sessions_t::close_made(uint64_t n) {
+void model_engine_t::close_made(uint64_t n) {
     made[n] = false;
     --made_live;
     mappings.add(n, UINT64_MAX); /* one less */
     pools.add(n, UINT64_MAX);
 }
 
-fwx_nat64_session_t sessions_t::made_session(uint64_t n) const {
+fwx_nat64_session_t model_engine_t::made_session(uint64_t n) const {
     constexpr uint8_t network[] = {0x20, 0x01, 0x0d, 0xb8, 0x00, 0x64};
     constexpr uint32_t first_destination = 0xc6120000; /* 198.18.0.0 */
     fwx_nat64_session_t session{};

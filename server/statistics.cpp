@@ -1,8 +1,6 @@
-#include "model/statistics.h"
-
-#include <cstring>
-
+/* Answers to the statistics queries. */
 #include "fwx_host/inspect.h"
+#include "server/state.h"
 
 namespace {
 
@@ -21,17 +19,20 @@ void fill(fwx_nat64_stats_all_reply_t *head, uint32_t count, uint64_t next_key) 
 
 enum class shown_t { all, enough, later };
 
-/* Shows `take` the keys, `base` and above, and values of `table` from key `from` on: all, as many as it wants, or until
- * the looks are used up. */
-template <typename value_t, typename take_t>
-shown_t show(const std::map<uint32_t, value_t> &table, uint64_t base, uint64_t from, uint64_t &looks, take_t take) {
-    if (from > base + UINT32_MAX) return shown_t::all;
-    for (auto it = table.lower_bound(from > base ? static_cast<uint32_t>(from - base) : 0); it != table.end(); ++it) {
-        if (looks < looks_per_entry) return shown_t::later;
-        looks -= looks_per_entry;
-        if (!take(base + it->first, it->first, it->second)) return shown_t::enough;
-    }
-    return shown_t::all;
+/** A list of the entries that `make` makes of the keys and values of `table`, each under its key and `base` together.
+ * It shows `take` those from a key on: all, as many as it wants, or until the looks are used up. */
+template <typename value_t, typename make_t>
+auto list_of(const std::map<uint32_t, value_t> &table, make_t make, uint64_t base = 0) {
+    return [&table, make, base](uint64_t from, uint64_t &looks, auto take) {
+        if (from > base + UINT32_MAX) return shown_t::all;
+        const uint32_t first = from > base ? static_cast<uint32_t>(from - base) : 0;
+        for (auto it = table.lower_bound(first); it != table.end(); ++it) {
+            if (looks < looks_per_entry) return shown_t::later;
+            looks -= looks_per_entry;
+            if (!take(base + it->first, [&] { return make(it->first, it->second); })) return shown_t::enough;
+        }
+        return shown_t::all;
+    };
 }
 
 /** The answer to a query: `list_t` shows entries, each as a key, from which another query can go on, and a maker. They
@@ -98,16 +99,16 @@ private:
 
 /** Answers a query: at once with a `code` or where there is little to list, else by pages. */
 template <typename head_t, typename entry_t, typename list_t>
-uint32_t answer_list(model_state_t &model, const request_t &request, uint32_t code, uint64_t from, uint64_t most,
+uint32_t answer_list(server_state_t &server, const request_t &request, uint32_t code, uint64_t from, uint64_t most,
                      list_t list) {
-    auto answer = std::make_unique<list_answer_t<head_t, entry_t, list_t>>(request, from, most, list, model.outbox);
+    auto answer = std::make_unique<list_answer_t<head_t, entry_t, list_t>>(request, from, most, list, server.outbox);
     uint64_t looks = looks_at_once;
     const bool is_long = code == 0 && !answer->is_counted(looks);
-    if (is_long && model.pager.is_full(request.client)) code = FWX_NAT64_MODEL_ERR_TOO_MANY;
+    if (is_long && server.pager.is_full(request.client)) code = FWX_NAT64_MODEL_ERR_TOO_MANY;
     if (code != 0) {
         answer->refuse(code);
     } else if (is_long) {
-        model.pager.start(std::move(answer));
+        server.pager.start(std::move(answer));
     } else {
         looks = UINT64_MAX;
         while (answer->go_on(0, looks) == paged_t::step_t::sent) {
@@ -116,112 +117,100 @@ uint32_t answer_list(model_state_t &model, const request_t &request, uint32_t co
     return code;
 }
 
-uint32_t answer_system(model_state_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_system(server_state_t &server, const request_t &request, uint32_t code) {
     fwx_nat64_stats_sys_reply_t head{};
     const auto post = [&](const auto &record) {
         const auto msg = request.listing(code, head, &record, code == 0 ? 1 : 0);
-        model.outbox.post(request.client, msg.data(), msg.size());
+        server.outbox.post(request.client, msg.data(), msg.size());
         return code;
     };
     const uint32_t sel = code == 0 ? request.read<fwx_nat64_stats_sys_msg_t>().sel : 0;
     head.sel = sel >= FWX_NAT64_SEL_COUNTS && sel <= FWX_NAT64_SEL_SYSTEM ? sel : 0;
     switch (sel) {
         case FWX_NAT64_SEL_COUNTS:
-            return post(counts_of(model));
+            return post(counts_of(server));
         case FWX_NAT64_SEL_BOOT:
-            return post(boot_of(model));
+            return post(boot_of(server));
         case FWX_NAT64_SEL_SYSTEM: {
-            fwx_nat64_stats_system_t system = model.causes;
-            system.holds = totals_of(model);
+            fwx_nat64_stats_system_t system = server.causes;
+            system.holds = totals_of(server);
             return post(system);
         }
         default:
-            return post(totals_of(model));
+            return post(totals_of(server));
     }
 }
 
-uint32_t answer_interfaces(model_state_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_interfaces(server_state_t &server, const request_t &request, uint32_t code) {
     using entry_t = fwx_nat64_stats_intf_entry_t;
-    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
-        const auto &table = model.config.interfaces.interfaces.entries;
-        return show(table, 0, from, looks, [&](uint64_t key, uint32_t ifh, const fwx_nat64_intf_payload_t &interface) {
-            return take(key, [&] {
-                return entry_t{ifh, interface.enable, interface.nvi, interface.mtu, prefix_count(interface), 0};
-            });
-        });
-    };
-    return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(model, request, code, 0, UINT64_MAX, list);
+    const auto list = list_of(server.config.interfaces.interfaces.entries, [](uint32_t ifh, const auto &interface) {
+        return entry_t{ifh, interface.enable, interface.nvi, interface.mtu, prefix_count(interface), 0};
+    });
+    return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(server, request, code, 0, UINT64_MAX, list);
 }
 
-uint32_t answer_limits(model_state_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_limits(server_state_t &server, const request_t &request, uint32_t code) {
     using entry_t = fwx_nat64_stats_limit_entry_t;
-    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
-        const auto &table = model.config.settings.limits.entries;
-        return show(table, 0, from, looks, [&](uint64_t key, uint32_t type, const fwx_nat64_limit_t &limit) {
-            return take(key, [&] { return entry_t{type, limit.value, model.config.sessions.size()}; });
-        });
-    };
+    const auto list = list_of(server.config.settings.limits.entries, [&server](uint32_t type, const auto &limit) {
+        return entry_t{type, limit.value, server.engine->session_count()};
+    });
     const auto query = code == 0 ? request.read<fwx_nat64_stats_limit_msg_t>() : fwx_nat64_stats_limit_msg_t{};
     if (code == 0 && (query.count == 0 || query.one != 1)) code = FWX_NAT64_MODEL_ERR_VALUE;
-    return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(model, request, code, 0, query.count, list);
+    return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(server, request, code, 0, query.count, list);
 }
 
 /* Of types 6 and 7. */
 template <typename entry_t, typename list_t>
-uint32_t answer_query(model_state_t &model, const request_t &request, uint32_t code, list_t list) {
+uint32_t answer_query(server_state_t &server, const request_t &request, uint32_t code, list_t list) {
     const auto query = code == 0 ? request.read<fwx_nat64_stats_all_msg_t>() : fwx_nat64_stats_all_msg_t{};
     const bool is_valid = query.count != 0 && query.one == 1 && query.zero == 0;
     if (code == 0 && !is_valid) code = FWX_NAT64_MODEL_ERR_VALUE;
-    return answer_list<fwx_nat64_stats_all_reply_t, entry_t>(model, request, code, query.cookie, query.count, list);
+    return answer_list<fwx_nat64_stats_all_reply_t, entry_t>(server, request, code, query.cookie, query.count, list);
 }
 
-uint32_t answer_pools(model_state_t &model, const request_t &request, uint32_t code) {
-    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
-        const pools_t &pools = model.config.pools;
-        return show(pools.pools.entries, 0, from, looks,
-                    [&](uint64_t key, uint32_t, const fwx_nat64_pool_payload_t &pool) {
-                        return take(key, [&] { return pools.statistics(pool); });
-                    });
-    };
-    return answer_query<fwx_nat64_stats_pool_entry_t>(model, request, code, list);
+uint32_t answer_pools(server_state_t &server, const request_t &request, uint32_t code) {
+    using entry_t = fwx_nat64_stats_pool_entry_t;
+    const auto list = list_of(server.config.pools.pools.entries, [&server](uint32_t id, const auto &pool) {
+        entry_t entry = server.config.pools.statistics(pool);
+        entry.sessions = server.engine->session_count_of_pool(id);
+        return entry;
+    });
+    return answer_query<entry_t>(server, request, code, list);
 }
 
-uint32_t answer_mappings(model_state_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_mappings(server_state_t &server, const request_t &request, uint32_t code) {
     using entry_t = fwx_nat64_stats_mapping_entry_t;
-    const auto list = [&model](uint64_t from, uint64_t &looks, auto take) {
-        const sessions_t &sessions = model.config.sessions;
-        const auto show_kind = [&](uint32_t kind, const auto &table) {
-            return show(table, uint64_t{kind} << 32, from, looks, [&](uint64_t key, uint32_t id, const auto &) {
-                return take(key, [&] {
-                    const bool is_static = kind == FWX_NAT64_MAPPING_STATIC;
-                    return entry_t{id, kind, 1, 0,
-                                   is_static ? sessions.count_of_static(id) : sessions.count_of_mapping(id)};
-                });
-            });
+    const auto list_kind = [&server](uint32_t kind, const auto &table) {
+        const auto make = [&server, kind](uint32_t id, const auto &) {
+            return entry_t{id, kind, 1, 0, server.engine->session_count_of_mapping(kind, id)};
         };
-        const shown_t shown = show_kind(FWX_NAT64_MAPPING_STATIC, model.config.mappings.fixed.entries);
-        return shown == shown_t::all ? show_kind(FWX_NAT64_MAPPING_DYNAMIC, model.config.mappings.dynamic.entries)
-                                     : shown;
+        return list_of(table, make, uint64_t{kind} << 32);
     };
-    return answer_query<entry_t>(model, request, code, list);
+    const auto fixed = list_kind(FWX_NAT64_MAPPING_STATIC, server.config.mappings.fixed.entries);
+    const auto dynamic = list_kind(FWX_NAT64_MAPPING_DYNAMIC, server.config.mappings.dynamic.entries);
+    const auto list = [fixed, dynamic](uint64_t from, uint64_t &looks, auto take) {
+        const shown_t shown = fixed(from, looks, take);
+        return shown == shown_t::all ? dynamic(from, looks, take) : shown;
+    };
+    return answer_query<entry_t>(server, request, code, list);
 }
 
 }  // namespace
 
-fwx_nat64_stats_counts_t counts_of(const model_state_t &model) {
+fwx_nat64_stats_counts_t counts_of(const server_state_t &server) {
     fwx_host_peers_t peers{};
     fwx_host_peers_get(&peers);
-    return {model.commands,     model.malformed,        model.refused,
-            model.outbox.sent,  model.outbox.waiting(), model.clients.open.size(),
-            peers.queued_bytes, peers.dropped,          peers.refused};
+    return {server.commands,    server.malformed,        server.refused,
+            server.outbox.sent, server.outbox.waiting(), server.clients.open.size(),
+            peers.queued_bytes, peers.dropped,           peers.refused};
 }
 
-fwx_nat64_stats_boot_t boot_of(const model_state_t &model) {
-    return {model.boot_id, model.changes.count(), {}};
+fwx_nat64_stats_boot_t boot_of(const server_state_t &server) {
+    return {server.boot_id, server.changes.count(), {}};
 }
 
-fwx_nat64_stats_sys_entry_t totals_of(const model_state_t &model) {
-    const configuration_t &config = model.config;
+fwx_nat64_stats_sys_entry_t totals_of(const server_state_t &server) {
+    const configuration_t &config = server.config;
     return {config.interfaces.interfaces.entries.size(),
             config.interfaces.prefixes.entries.size() + config.interfaces.prefixes_kind2.entries.size(),
             config.mappings.fixed.entries.size(),
@@ -230,20 +219,20 @@ fwx_nat64_stats_sys_entry_t totals_of(const model_state_t &model) {
             config.pools.ranges.entries.size(),
             config.loggings.loggings.entries.size(),
             config.rules.basic.size() + config.rules.defaults.entries.size(),
-            config.sessions.size()};
+            server.engine->session_count()};
 }
 
-uint32_t answer_statistics(model_state_t &model, const request_t &request, uint32_t code) {
+uint32_t answer_statistics(server_state_t &server, const request_t &request, uint32_t code) {
     switch (request.number()) {
         case FWX_NAT64_MSG_STATS_SYS:
-            return answer_system(model, request, code);
+            return answer_system(server, request, code);
         case FWX_NAT64_MSG_STATS_INTF:
-            return answer_interfaces(model, request, code);
+            return answer_interfaces(server, request, code);
         case FWX_NAT64_MSG_STATS_POOL_ALL:
-            return answer_pools(model, request, code);
+            return answer_pools(server, request, code);
         case FWX_NAT64_MSG_STATS_MAPPING_ALL:
-            return answer_mappings(model, request, code);
+            return answer_mappings(server, request, code);
         default:
-            return answer_limits(model, request, code);
+            return answer_limits(server, request, code);
     }
 }

@@ -1,4 +1,4 @@
-#include "model/outbox.h"
+#include "server/outbox.h"
 
 #include <algorithm>
 #include <cstring>
@@ -44,12 +44,12 @@ uint64_t outbox_t::release_unsaved(uint32_t code) {
     return failures;
 }
 
-void outbox_t::release(fwx_nat64_model_order_t order) {
+void outbox_t::release(reply_order_t order) {
     holding = false;
     std::vector<reply_t> replies = std::move(held);
     held.clear();
-    if (order == fwx_nat64_model_order_t::reverse) std::reverse(replies.begin(), replies.end());
-    if (order == fwx_nat64_model_order_t::shuffled) {
+    if (order == reply_order_t::reverse) std::reverse(replies.begin(), replies.end());
+    if (order == reply_order_t::shuffled) {
         std::mt19937 random(1);  // NOLINT(bugprone-random-generator-seed): every run shuffles alike
         std::shuffle(replies.begin(), replies.end(), random);
     }
@@ -61,11 +61,9 @@ void outbox_t::release(fwx_nat64_model_order_t order) {
 void outbox_t::forget(uint64_t client) {
     const auto is_theirs = [&](const reply_t &reply) { return reply.client == client; };
     for (std::vector<reply_t> *replies : {&unsaved, &held}) {
-        replies->erase(std::remove_if(replies->begin(), replies->end(), is_theirs), replies->end());
+        std::erase_if(*replies, is_theirs);
     }
-    for (auto it = delayed.begin(); it != delayed.end();) {
-        it = is_theirs(it->second) ? delayed.erase(it) : std::next(it);
-    }
+    std::erase_if(delayed, [&](const auto &entry) { return is_theirs(entry.second); });
 }
 
 void outbox_t::deliver(uint64_t client, const void *msg, size_t size, uint64_t walk) {

@@ -1,12 +1,14 @@
-/* Entries by key, with the refusals that every kind of entry shares. */
-#ifndef MODEL_TABLE_H
-#define MODEL_TABLE_H
+/* What the parts of the configuration are made of. */
+#ifndef SERVER_TABLE_H
+#define SERVER_TABLE_H
 
 #include <map>
 #include <optional>
 
-#include "model/model.h"
+#include "fwx_nat64/server_result.h"
+#include "fwx_nat64/wire.h"
 
+/** Entries by key, with the refusals that every kind of entry shares. */
 template <typename key_t, typename value_t>
 struct table_t {
     std::map<key_t, value_t> entries;

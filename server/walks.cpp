@@ -1,15 +1,34 @@
-#include "model/walks.h"
-
+/* Session walks, and the filters of sessions. */
 #include <algorithm>
+
+#include "server/state.h"
 
 namespace {
 
+uint32_t host_order(const uint8_t *at) {
+    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
+}
+
+/* The part of a filter that stands in bytes which the library passes on. */
+fwx_nat64_session_where_t where_of(const uint8_t *opaque) {
+    fwx_nat64_session_where_t where;
+    std::memcpy(&where, opaque, sizeof where);
+    return where;
+}
+
+session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record) {
+    uint32_t protocol = 0;
+    std::memcpy(&protocol, record.opaque0, sizeof(protocol));
+    const fwx_nat64_session_where_t where = where_of(record.opaque60);
+    return {protocol, address_of(record.src), address_of(where.dst), host_order(where.pool_addr), where.port};
+}
+
 class walk_t : public paged_t {
 public:
-    walk_t(const request_t &of, const fwx_nat64_sess_walk_msg_t &command, const configuration_t &configuration,
+    walk_t(const request_t &of, const fwx_nat64_sess_walk_msg_t &command, const engine_t &knows_sessions,
            outbox_t &replies)
         : paged_t(of),
-          config(configuration),
+          engine(knows_sessions),
           outbox(replies),
           is_full(command.walk_arg == FWX_NAT64_WALK_FULL),
           filter(filter_of(command.filter)),
@@ -23,13 +42,13 @@ public:
         const size_t room = limited ? std::min<size_t>(page_size, left) : page_size;
         fwx_nat64_session_t session{};
         for (;;) {
-            const sessions_t::found_t found = config.sessions.next(from, filter, &session, looks);
+            const engine_t::found_t found = engine.session_next(from, filter, &session, looks);
             from = session.id;
-            if (found == sessions_t::found_t::later) return step_t::again;
-            const bool has_found = found == sessions_t::found_t::session;
+            if (found == engine_t::found_t::later) return step_t::again;
+            const bool has_found = found == engine_t::found_t::session;
             if (!has_found || count_in_page == room) return send_page(id, has_found);
             if (is_full) {
-                append(in_full(session));
+                append(engine.session_in_full(session));
             } else {
                 append(session);
             }
@@ -45,13 +64,6 @@ private:
         const auto *bytes = reinterpret_cast<const uint8_t *>(&entry);
         page.insert(page.end(), bytes, bytes + sizeof entry);
         ++count_in_page;
-    }
-
-    fwx_nat64_session_full_t in_full(const fwx_nat64_session_t &session) const {
-        fwx_nat64_session_full_t full = config.sessions.in_full(session);
-        const uint32_t lifetime_s = config.settings.lifetime_s(session.protocol);
-        full.remaining_s = lifetime_s - std::min(lifetime_s, session.age_s);
-        return full;
     }
 
     step_t send_page(uint64_t id, bool found_more) {
@@ -73,7 +85,7 @@ private:
                                                                                                 : step_t::ended;
     }
 
-    const configuration_t &config;
+    const engine_t &engine;
     outbox_t &outbox;
     const bool is_full;
     const session_filter_t filter;
@@ -87,19 +99,23 @@ private:
 
 }  // namespace
 
-uint32_t walk_start(const request_t &request, uint32_t code, const configuration_t &config, outbox_t &outbox,
-                    pager_t &pager) {
+session_filter_t filter_of(const fwx_nat64_session_filter_t &record) {
+    const fwx_nat64_session_where_t where = where_of(record.opaque);
+    return {record.value, address_of(record.src), address_of(record.dst), host_order(where.pool_addr), where.port};
+}
+
+uint32_t answer_walk(server_state_t &server, const request_t &request, uint32_t code) {
     fwx_nat64_sess_walk_msg_t command{};
     if (code == 0) {
         command = request.read<fwx_nat64_sess_walk_msg_t>();
         if (command.count == 0) code = FWX_NAT64_MODEL_ERR_VALUE;
     }
-    if (code == 0 && pager.is_full(request.client)) code = FWX_NAT64_MODEL_ERR_TOO_MANY;
+    if (code == 0 && server.pager.is_full(request.client)) code = FWX_NAT64_MODEL_ERR_TOO_MANY;
     if (code == 0) {
-        pager.start(std::make_unique<walk_t>(request, command, config, outbox));
+        server.pager.start(std::make_unique<walk_t>(request, command, *server.engine, server.outbox));
         return 0;
     }
     const auto refusal = request.listing<fwx_nat64_sess_walk_reply_t, fwx_nat64_session_t>(code, {}, nullptr, 0);
-    outbox.post(request.client, refusal.data(), refusal.size());
+    server.outbox.post(request.client, refusal.data(), refusal.size());
     return code;
 }

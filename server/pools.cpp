@@ -1,8 +1,14 @@
-#include "model/pools.h"
+#include "server/pools.h"
 
 #include <iterator>
 
 namespace {
+
+address_t address_of_ipv4(uint32_t network_order) {
+    address_t address{};
+    std::memcpy(address.bytes.data(), &network_order, sizeof(network_order));
+    return address;
+}
 
 span_t span_of(const fwx_nat64_pool_payload_t &pool) {
     return {pool.id, address_of_ipv4(pool.start_addr), address_of_ipv4(pool.end_addr)};
@@ -16,8 +22,24 @@ bool is_in_order(const span_t &span) {
     return span.first.is_ipv6 == span.last.is_ipv6 && !(span.last < span.first);
 }
 
+uint64_t big_endian(const uint8_t *at, size_t width) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < width; ++i) {
+        value = value << 8 | at[i];
+    }
+    return value;
+}
+
+/* UINT64_MAX when they are more. */
 uint64_t address_count(const span_t &span) {
-    return addresses_between(span.first, span.last);
+    /* The IPv4 bytes are the upper half of the first word. */
+    const uint64_t high = big_endian(span.last.bytes.data(), 8) - big_endian(span.first.bytes.data(), 8);
+    if (!span.first.is_ipv6) return (high >> 32) + 1;
+    const uint64_t first_low = big_endian(span.first.bytes.data() + 8, 8);
+    const uint64_t last_low = big_endian(span.last.bytes.data() + 8, 8);
+    const uint64_t difference = last_low - first_low;
+    const bool fits = high == (last_low < first_low ? 1U : 0U) && difference != UINT64_MAX;
+    return fits ? difference + 1 : UINT64_MAX;
 }
 
 uint64_t add_saturating(uint64_t a, uint64_t b) {
@@ -42,7 +64,6 @@ uint32_t pools_t::remove(const fwx_nat64_delete_payload_t &payload) {
     if (!present) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
     if (is_range_of(first_range(payload.id), payload.id)) return FWX_NAT64_MODEL_ERR_HAS_RANGES;
     release(span_of(*present));
-    sessions.close_of_pool(payload.id);
     return pools.erase(payload.id);
 }
 
@@ -66,7 +87,7 @@ uint32_t pools_t::range_delete(const fwx_nat64_pool_range_del_payload_t &payload
 }
 
 fwx_nat64_stats_pool_entry_t pools_t::statistics(const fwx_nat64_pool_payload_t &pool) const {
-    fwx_nat64_stats_pool_entry_t entry{pool.id, 0, address_count(span_of(pool)), sessions.count_of_pool(pool.id)};
+    fwx_nat64_stats_pool_entry_t entry{pool.id, 0, address_count(span_of(pool)), 0};
     for (auto range = first_range(pool.id); is_range_of(range, pool.id); ++range) {
         ++entry.ranges;
         entry.addresses = add_saturating(entry.addresses, address_count(range->first));

@@ -1,15 +1,60 @@
-/* Where asynchronous replies pass: at once, late, when they are released, several times, or not at all. */
-#ifndef MODEL_OUTBOX_H
-#define MODEL_OUTBOX_H
+/* The clients of a server, and how asynchronous replies reach them: at once, late, when they are released, several
+ * times, or not at all. */
+#ifndef SERVER_OUTBOX_H
+#define SERVER_OUTBOX_H
 
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <new>
 #include <vector>
 
-#include "fwx_host/loop.h"
-#include "model/clients.h"
-#include "model/model.h"
+#include "fwx_host/smc.h"
+#include "server/server.h"
+
+/** Nothing may be thrown through the messaging service and its loop: a client that cannot be served when memory is out
+ * is dropped, so that it does not wait for an answer. */
+template <typename serve_t>
+void serve_or_drop(fwx_host_peer_t *peer, serve_t serve) noexcept {
+    try {
+        serve();
+    } catch (const std::bad_alloc &) {
+        fwx_host_peer_drop(peer);
+    }
+}
+
+/** Identifiers are never used twice, so that what waits for a client that has gone reaches nobody. */
+struct client_t {
+    uint64_t id;
+    fwx_host_peer_t *peer;
+    bool wants_notifications;
+};
+
+/** The clients that have a channel open now. */
+struct clients_t {
+    std::vector<client_t> open;
+    uint64_t latest_id = 0;
+
+    void add(fwx_host_peer_t *peer) { open.push_back({++latest_id, peer, false}); }
+    void remove(const fwx_host_peer_t *peer) {
+        std::erase_if(open, [&](const client_t &client) { return client.peer == peer; });
+    }
+    client_t *find(const fwx_host_peer_t *peer) {
+        return find_if([&](const client_t &client) { return client.peer == peer; });
+    }
+    client_t *find(uint64_t id) {
+        return find_if([&](const client_t &client) { return client.id == id; });
+    }
+
+private:
+    template <typename predicate_t>
+    client_t *find_if(predicate_t matches) {
+        for (client_t &client : open) {
+            if (matches(client)) return &client;
+        }
+        return nullptr;
+    }
+};
 
 class outbox_t {
 public:
@@ -39,7 +84,7 @@ public:
     /** Lets it out; with a `code` other than 0 as the result of each change, of which the number is returned. */
     uint64_t release_unsaved(uint32_t code);
     void hold() { holding = true; }
-    void release(fwx_nat64_model_order_t order);
+    void release(reply_order_t order);
     void forget(uint64_t client);
     /** Bytes that wait for a client to read. */
     uint64_t unread_bytes(uint64_t client) const {

@@ -1,4 +1,4 @@
-#include "model/pager.h"
+#include "server/pager.h"
 
 #include <algorithm>
 
@@ -27,9 +27,7 @@ void pager_t::start(std::unique_ptr<paged_t> answer) {
 }
 
 void pager_t::forget(uint64_t client) {
-    for (auto it = answers.begin(); it != answers.end();) {
-        it = it->second->request.client == client ? answers.erase(it) : std::next(it);
-    }
+    std::erase_if(answers, [&](const auto &answer) { return answer.second->request.client == client; });
 }
 
 void pager_t::continue_later(uint64_t id) {

@@ -1,0 +1,75 @@
+/* The engine of the model. It translates nothing, so every change is in force at once. It makes up the sessions: one
+ * for each static mapping, and generated ones that are computed from their number. */
+#ifndef MODEL_ENGINE_H
+#define MODEL_ENGINE_H
+
+#include <map>
+#include <unordered_map>
+#include <vector>
+
+#include "server/engine.h"
+
+/** Addresses that sessions are translated to. */
+struct session_pool_t {
+    uint32_t id;
+    uint32_t first; /* host order */
+    uint32_t count; /* not 0 */
+};
+
+class model_engine_t : public engine_t {
+public:
+    /** Replaces the made sessions by `count` new ones, spread over the dynamic mappings and pools of this moment;
+     * identifiers ascend. */
+    void generate(uint64_t count);
+
+    std::unordered_map<rule_key_t, uint64_t, rule_key_hash_t> lookups; /* by the rule that they found */
+
+    uint32_t refusal(uint32_t, const void *) const override { return 0; }
+    /** Sessions end with their mapping and their pool, and the lookups of a rule with it. */
+    void changed(uint32_t op_code, const void *payload) override;
+    bool needs_commit() const override { return false; }
+    uint32_t commit() noexcept override { return 0; }
+
+    uint64_t session_count() const override { return statics.size() + made_live; }
+    uint64_t session_count_of_pool(uint32_t pool_id) const override { return pools.count_of(pool_id); }
+    uint64_t session_count_of_mapping(uint32_t kind, uint32_t mapping_id) const override {
+        return kind == FWX_NAT64_MAPPING_STATIC ? statics.count(mapping_id) : mappings.count_of(mapping_id);
+    }
+    uint32_t session_clear(const session_filter_t &filter) override;
+    found_t session_next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session,
+                         uint64_t &looks) const override;
+    fwx_nat64_session_full_t session_in_full(const fwx_nat64_session_t &session) const override;
+
+private:
+    struct static_session_t {
+        fwx_nat64_addr_t src, dst;
+        uint64_t opened_ms;
+    };
+    /** Made session n belongs to owner n modulo their number. */
+    struct owners_t {
+        std::vector<uint32_t> ids;
+        std::vector<uint64_t> live;
+
+        explicit owners_t(std::vector<uint32_t> owner_ids = {}) : ids(std::move(owner_ids)), live(ids.size(), 0) {}
+        uint32_t of(uint64_t n) const { return ids.empty() ? 0 : ids[n % ids.size()]; }
+        void add(uint64_t n, uint64_t difference) {
+            if (!ids.empty()) live[n % live.size()] += difference;
+        }
+        uint64_t count_of(uint32_t id) const;
+    };
+
+    uint32_t lifetime_s(uint32_t protocol) const;
+    void close_of(const owners_t &owners, uint32_t id);
+    void close_made(uint64_t n);
+    fwx_nat64_session_t made_session(uint64_t n) const;
+    bool lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const;
+
+    std::map<uint32_t, static_session_t> statics; /* by mapping */
+    std::vector<bool> made;                       /* whether session n lives */
+    uint64_t made_live = 0;
+    uint64_t made_ms = 0;
+    owners_t mappings, pools;
+    std::vector<session_pool_t> made_pools;
+};
+
+#endif

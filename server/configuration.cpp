@@ -1,0 +1,173 @@
+#include "server/configuration.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <type_traits>
+
+#include "wire/config_messages.h"
+
+namespace {
+
+/** A configuration command, or what stands for one in a saved configuration. */
+struct config_command_t {
+    uint32_t op_code;
+    size_t payload_size;
+    uint32_t (*carry_out)(configuration_t &config, const void *payload);
+    /** Hands over what the command keeps over a restart, as payloads that make it again; null when it keeps nothing. */
+    void (*save)(const configuration_t &config, uint32_t op_code, server_part_fn_t fn, void *arg);
+    uint32_t kept_as; /* op code of the command that saves what this one changes; 0 when nothing has to be saved */
+};
+
+template <typename part_t, typename config_t>
+auto &part_of(config_t &config) {
+    const auto parts = std::tie(config.settings, config.interfaces, config.pools, config.mappings, config.loggings,
+                                config.classifier, config.rules);
+    return std::get<std::conditional_t<std::is_const_v<config_t>, const part_t, part_t> &>(parts);
+}
+
+/* The member of a part that carries a command out, as the command needs it. */
+template <auto member>
+struct setter_t;
+template <typename part_t, typename record_t, uint32_t (part_t::*member)(const record_t &)>
+struct setter_t<member> {
+    static constexpr size_t payload_size = sizeof(record_t);
+
+    static uint32_t carry_out(configuration_t &config, const void *payload) {
+        record_t record;
+        std::memcpy(&record, payload, sizeof(record));
+        return (part_of<part_t>(config).*member)(record);
+    }
+};
+
+template <typename payload_t, typename fn_t>
+void for_each(const std::optional<payload_t> &single, fn_t fn) {
+    if (single) fn(*single);
+}
+template <typename key_t, typename payload_t, typename fn_t>
+void for_each(const table_t<key_t, payload_t> &table, fn_t fn) {
+    for (const auto &[key, payload] : table.entries) {
+        fn(payload);
+    }
+}
+
+/* The payloads of a part that a command keeps. */
+template <auto member>
+struct payloads_t;
+template <typename part_t, typename container_t, container_t part_t::*member>
+struct payloads_t<member> {
+    static void save(const configuration_t &config, uint32_t op_code, server_part_fn_t fn, void *arg) {
+        for_each(part_of<part_t>(config).*member,
+                 [&](const auto &payload) { fn(arg, op_code, &payload, sizeof(payload)); });
+    }
+};
+
+/* A command whose payloads are kept. */
+template <auto member, auto payloads>
+constexpr config_command_t kept(uint32_t op_code) {
+    return {op_code, setter_t<member>::payload_size, setter_t<member>::carry_out, payloads_t<payloads>::save, 0};
+}
+/* A command that changes or takes away what another command's payloads say. */
+template <auto member>
+constexpr config_command_t kept_as(uint32_t op_code, uint32_t other_op_code) {
+    return {op_code, setter_t<member>::payload_size, setter_t<member>::carry_out, nullptr, other_op_code};
+}
+/* A command that is over when it has been carried out. */
+template <auto member>
+constexpr config_command_t not_kept(uint32_t op_code) {
+    return kept_as<member>(op_code, 0);
+}
+/* A command that has nothing to do here. */
+constexpr config_command_t not_kept(uint32_t op_code, size_t payload_size) {
+    return {op_code, payload_size, [](configuration_t &, const void *) { return 0U; }, nullptr, 0};
+}
+
+/* In the order in which they are saved and restored: a pool comes before its ranges. */
+constexpr config_command_t commands[] = {
+    kept<&settings_t::timeout_set, &settings_t::timeouts>(FWX_NAT64_CFG_TIMEOUT_SET),
+    kept<&settings_t::limit_set, &settings_t::limits>(FWX_NAT64_CFG_LIMIT_SET),
+    kept_as<&settings_t::limit_delete>(FWX_NAT64_CFG_LIMIT_DEL, FWX_NAT64_CFG_LIMIT_SET),
+    kept<&settings_t::service_set, &settings_t::services>(FWX_NAT64_CFG_SERVICE_SET),
+    kept<&settings_t::adjacency_set, &settings_t::adjacencies>(FWX_NAT64_CFG_ADJ_SET),
+    kept<&settings_t::replication_set, &settings_t::replication>(FWX_NAT64_CFG_REPLICATION_SET),
+    kept_as<&settings_t::replication_unset>(FWX_NAT64_CFG_REPLICATION_UNSET, FWX_NAT64_CFG_REPLICATION_SET),
+    kept<&settings_t::global_set, &settings_t::global>(FWX_NAT64_CFG_GLOBAL_SETTINGS),
+    not_kept(FWX_NAT64_CFG_IPALIAS_UPLOAD, 0), /* goes to the routing side, which the server has none of */
+    not_kept(FWX_NAT64_CFG_SESSION_CLEAR, sizeof(fwx_nat64_session_filter_t)), /* is the engine's */
+    kept<&interfaces_t::set, &interfaces_t::interfaces>(FWX_NAT64_CFG_INTF_SET),
+    kept_as<&interfaces_t::nvi_enable>(FWX_NAT64_CFG_NVI_INTF_ENABLE, FWX_NAT64_CFG_INTF_SET),
+    kept<&interfaces_t::prefix_set, &interfaces_t::prefixes>(FWX_NAT64_CFG_GLB_PREFIX),
+    kept<&interfaces_t::prefix_kind2_set, &interfaces_t::prefixes_kind2>(FWX_NAT64_CFG_GLB_PREFIX_KIND2),
+    kept<&pools_t::set, &pools_t::pools>(FWX_NAT64_CFG_POOL_ADD),
+    kept_as<&pools_t::remove>(FWX_NAT64_CFG_POOL_DEL, FWX_NAT64_CFG_POOL_ADD),
+    kept<&pools_t::range_add, &pools_t::ranges>(FWX_NAT64_CFG_POOL_RANGE_ADD),
+    kept_as<&pools_t::range_delete>(FWX_NAT64_CFG_POOL_RANGE_DEL, FWX_NAT64_CFG_POOL_RANGE_ADD),
+    kept<&mappings_t::static_add, &mappings_t::fixed>(FWX_NAT64_CFG_SMAPPING_ADD),
+    kept_as<&mappings_t::static_delete>(FWX_NAT64_CFG_SMAPPING_DEL, FWX_NAT64_CFG_SMAPPING_ADD),
+    kept<&mappings_t::dynamic_add, &mappings_t::dynamic>(FWX_NAT64_CFG_DMAPPING_ADD),
+    kept_as<&mappings_t::dynamic_modify>(FWX_NAT64_CFG_DMAPPING_MOD, FWX_NAT64_CFG_DMAPPING_ADD),
+    kept_as<&mappings_t::dynamic_delete>(FWX_NAT64_CFG_DMAPPING_DEL, FWX_NAT64_CFG_DMAPPING_ADD),
+    kept<&loggings_t::add, &loggings_t::loggings>(FWX_NAT64_CFG_LOGGING_ADD),
+    kept_as<&loggings_t::modify>(FWX_NAT64_CFG_LOGGING_MOD, FWX_NAT64_CFG_LOGGING_ADD),
+    kept_as<&loggings_t::remove>(FWX_NAT64_CFG_LOGGING_DEL, FWX_NAT64_CFG_LOGGING_ADD),
+    not_kept<&classifier_t::end_batch>(FWX_NAT64_CFG_END_BATCH),
+    not_kept<&classifier_t::update>(FWX_NAT64_CFG_CLASSIFIER_UPDATE),
+    kept<&rules_t::basic_restore, &rules_t::by_index>(saved_basic_rule),
+    kept_as<&rules_t::basic_remove>(saved_basic_rule_delete, saved_basic_rule),
+    kept<&rules_t::default_add, &rules_t::defaults>(saved_default_rule),
+    kept_as<&rules_t::default_modify>(saved_default_rule_modify, saved_default_rule),
+    kept_as<&rules_t::default_remove>(saved_default_rule_delete, saved_default_rule),
+};
+
+constexpr const config_command_t *find(uint32_t op_code) {
+    const auto *found = std::find_if(std::begin(commands), std::end(commands),
+                                     [op_code](const config_command_t &command) { return command.op_code == op_code; });
+    return found == std::end(commands) ? nullptr : found;
+}
+
+constexpr bool has_its_command(const wire_message_t &message) {
+    const config_command_t *command = find(static_cast<uint32_t>(message.selector));
+    return command != nullptr && command->payload_size + sizeof(fwx_nat64_cfg_msg_t) == message.size;
+}
+
+constexpr bool stands_once(const config_command_t &command) {
+    return find(command.op_code) == &command;
+}
+
+constexpr bool is_saved_if_kept(const config_command_t &command) {
+    if (command.kept_as == 0) return true;
+    const config_command_t *saving = find(command.kept_as);
+    return saving != nullptr && saving->save != nullptr;
+}
+
+constexpr size_t rule_command_count = 5; /* what stands for the commands of rules, which are messages of their own */
+
+static_assert(std::all_of(std::begin(wire_config_messages), std::end(wire_config_messages), has_its_command),
+              "a configuration message has no command here, or one of another size");
+static_assert(std::all_of(std::begin(commands), std::end(commands), stands_once), "two commands have the same op code");
+static_assert(std::size(commands) == std::size(wire_config_messages) + rule_command_count, "a command has no message");
+static_assert(std::all_of(std::begin(commands), std::end(commands), is_saved_if_kept),
+              "a command is to be kept as one that saves nothing");
+
+}  // namespace
+
+uint32_t configuration_t::carry_out(uint32_t op_code, const void *payload) {
+    const config_command_t *command = find(op_code);
+    return command != nullptr ? command->carry_out(*this, payload) : FWX_NAT64_MODEL_ERR_UNKNOWN;
+}
+
+size_t configuration_t::payload_size(uint32_t op_code) {
+    const config_command_t *command = find(op_code);
+    return command != nullptr ? command->payload_size : 0;
+}
+
+size_t configuration_t::kept_size(uint32_t op_code) {
+    const config_command_t *command = find(op_code);
+    return command != nullptr && (command->save != nullptr || command->kept_as != 0) ? command->payload_size : 0;
+}
+
+void configuration_t::save(server_part_fn_t fn, void *arg) const {
+    for (const config_command_t &command : commands) {
+        if (command.save != nullptr) command.save(*this, command.op_code, fn, arg);
+    }
+}

@@ -1,0 +1,94 @@
+/* MAP-T rules: basic ones by Rule ID and Domain ID with an index each, default ones by identifier. */
+#ifndef SERVER_RULES_H
+#define SERVER_RULES_H
+
+#include <functional>
+#include <iterator>
+#include <unordered_map>
+#include <utility>
+
+#include "server/table.h"
+
+/* What stands for commands of MAP-T rules among the op codes, since rules have messages of their own: a command's
+ * payload is an indexed_rule_t or fwx_nat64_mapt_dmr_t. The index under which a rule is deleted does not matter, nor do
+ * its prefixes. */
+constexpr uint32_t saved_basic_rule = 0x10000;
+constexpr uint32_t saved_default_rule = 0x10001;
+constexpr uint32_t saved_basic_rule_delete = 0x10002;
+constexpr uint32_t saved_default_rule_modify = 0x10003;
+constexpr uint32_t saved_default_rule_delete = 0x10004;
+
+/** Numbers from 1 on that are given out, the lowest free one first. What is free is kept as runs, so a lone high number
+ * costs no more than a low one. */
+class indices_t {
+public:
+    uint32_t lowest() const { return free_.begin()->first; }
+    /** Takes a number; false when it is not free. */
+    bool take(uint32_t index) {
+        const auto above = free_.upper_bound(index);
+        if (above == free_.begin()) return false;
+        const auto run = std::prev(above);
+        const uint32_t last = run->second;
+        if (last < index) return false;
+        if (last > index) free_.emplace(index + 1, last);
+        run->second = index - 1;
+        if (run->first == index) free_.erase(run);
+        return true;
+    }
+    /** Gives a number back that was taken. */
+    void release(uint32_t index) {
+        const auto above = free_.upper_bound(index);
+        const bool meets_above = above != free_.end() && above->first == index + 1;
+        const uint32_t last = meets_above ? above->second : index;
+        if (meets_above) free_.erase(above);
+        const auto run = free_.upper_bound(index);
+        const bool meets_below = run != free_.begin() && std::prev(run)->second == index - 1;
+        if (meets_below) {
+            std::prev(run)->second = last;
+        } else {
+            free_.emplace(index, last);
+        }
+    }
+
+private:
+    std::map<uint32_t, uint32_t> free_{{1, UINT32_MAX}}; /* first and last number of each run; no two meet */
+};
+
+using rule_key_t = std::pair<uint32_t, uint32_t>; /* Rule ID, Domain ID */
+struct rule_key_hash_t {
+    size_t operator()(const rule_key_t &key) const {
+        return std::hash<uint64_t>()(uint64_t{key.first} << 32 | key.second);
+    }
+};
+
+struct indexed_rule_t {
+    uint32_t index;
+    fwx_nat64_mapt_bmr_t rule;
+};
+
+/** The rule that a command names; its prefixes have their first byte first. */
+fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command);
+
+struct rules_t {
+    std::unordered_map<rule_key_t, uint32_t, rule_key_hash_t> basic; /* index of the rule */
+    table_t<uint32_t, indexed_rule_t> by_index;                      /* the same rules */
+    table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
+    bool orders_cleanup = false; /* with the delete of the last basic rule */
+
+    /** Carries a command out and fills the fields of its reply that depend on the outcome. */
+    uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);
+    /** Adds a basic rule under an index that is free. */
+    uint32_t basic_restore(const indexed_rule_t &rule);
+    uint32_t basic_remove(const indexed_rule_t &rule);
+    uint32_t default_add(const fwx_nat64_mapt_dmr_t &rule);
+    uint32_t default_modify(const fwx_nat64_mapt_dmr_t &rule);
+    uint32_t default_remove(const fwx_nat64_mapt_dmr_t &rule);
+
+private:
+    indices_t indices;
+
+    uint32_t add(const fwx_nat64_mapt_bmr_t &rule, uint32_t *index);
+    uint32_t remove(const rule_key_t &key, uint32_t *index);
+};
+
+#endif

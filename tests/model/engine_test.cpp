@@ -1,0 +1,135 @@
+/* A server over an engine that refuses, holds and takes back, as one that does not only make sessions up. */
+#include <utility>
+
+#include "model_fixture.h"
+#include "server/engine.h"
+
+namespace {
+
+constexpr uint32_t not_here = 0x7001;
+constexpr uint32_t not_taken = 0x7002;
+
+/** Takes neither rules nor adjacencies; has one session, 10.0.0.1 of pool 7. */
+class slow_engine_t : public engine_t {
+public:
+    std::vector<uint32_t> heard; /* op codes */
+    uint32_t commit_code = 0;
+    bool has_session = true;
+
+    uint32_t refusal(uint32_t op_code, const void *) const override {
+        return op_code >= saved_basic_rule || op_code == FWX_NAT64_CFG_ADJ_SET ? not_here : 0;
+    }
+    void changed(uint32_t op_code, const void *) override { heard.push_back(op_code); }
+    bool needs_commit() const override { return true; }
+    uint32_t commit() noexcept override {
+        (commit_code == 0 ? in_force : config) = commit_code == 0 ? config : in_force;
+        return commit_code;
+    }
+    uint64_t session_count() const override { return has_session ? 1 : 0; }
+    uint64_t session_count_of_pool(uint32_t pool_id) const override { return pool_id == 7 ? 5 : 0; }
+    uint64_t session_count_of_mapping(uint32_t kind, uint32_t id) const override { return uint64_t{kind} * 100 + id; }
+    uint32_t session_clear(const session_filter_t &filter) override {
+        has_session = filter.protocol != 6;
+        return filter.protocol == 99 ? not_taken : 0;
+    }
+    found_t session_next(uint64_t from, const session_filter_t &, fwx_nat64_session_t *session,
+                         uint64_t &) const override {
+        if (!has_session || from > 3) return found_t::none;
+        *session = {};
+        session->id = 3;
+        return found_t::session;
+    }
+    fwx_nat64_session_full_t session_in_full(const fwx_nat64_session_t &session) const override {
+        fwx_nat64_session_full_t full{};
+        full.id = session.id;
+        full.remaining_s = 77;
+        return full;
+    }
+
+private:
+    configuration_t in_force;
+};
+
+class engine_fixture_t : public model_fixture_t {
+protected:
+    bool serve() override {
+        auto engine = std::make_unique<slow_engine_t>();
+        engine_ = engine.get();
+        server_ = std::make_unique<nat64_server_t>(loop_, std::move(engine));
+        server_->journal_set({[](void *arg, uint32_t op_code, const void *, size_t) {
+                                  static_cast<engine_fixture_t *>(arg)->journal_.push_back(op_code);
+                              },
+                              [](void *) { return 0U; }, this});
+        return server_->serve("model under test");
+    }
+    void end() override { server_.reset(); }
+
+    /** Results of commands that are sent in one turn, after the commit. */
+    words_t committed_results_of(const std::vector<message_t> &commands) {
+        for (const message_t &msg : commands) {
+            send(msg);
+        }
+        EXPECT_EQ(run().size(), 0U) << "an answer went out before the commit";
+        server_->commit();
+        words_t results;
+        for (const message_t &reply : run()) {
+            results.push_back(reply.u32(32));
+        }
+        return results;
+    }
+
+    slow_engine_t *engine_ = nullptr;
+    std::unique_ptr<nat64_server_t> server_;
+    words_t journal_;
+};
+
+TEST_F(engine_fixture_t, refuses_with_its_own_code_what_the_configuration_then_does_not_hold) {
+    EXPECT_EQ(result_of(config(26, 24, {13, 0, 0x0100000a})), not_here);
+    EXPECT_EQ(result_of(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 10)), not_here);
+    EXPECT_EQ(result_of(command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 9)), not_here);
+    EXPECT_EQ(server_->restore(FWX_NAT64_CFG_ADJ_SET, words_t(6, 1).data(), 24), not_here);
+    EXPECT_EQ(server_->totals().rules, 0U);
+    EXPECT_TRUE(server_->config().settings.adjacencies.entries.empty());
+    EXPECT_EQ(server_->counts().refused, 3U);
+    EXPECT_EQ(engine_->heard, words_t{});
+}
+
+TEST_F(engine_fixture_t, hears_of_each_accepted_change_and_has_the_answers_held_until_it_has_taken_them) {
+    EXPECT_EQ(committed_results_of({config(14, 8, {1, 300}), config(14, 8, {9, 300}), config(15, 8, {1, 10})}),
+              (words_t{0, FWX_NAT64_MODEL_ERR_VALUE, 0}));
+    EXPECT_EQ(engine_->heard, (words_t{14, 15}));
+    EXPECT_EQ(journal_, (words_t{14, 15}));
+    EXPECT_EQ(server_->boot().changes, 2U);
+    EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "nothing is held when nothing has changed";
+}
+
+TEST_F(engine_fixture_t, a_commit_that_fails_is_the_answer_to_each_change_and_the_configuration_goes_back) {
+    EXPECT_EQ(committed_results_of({config(14, 8, {1, 300})}), words_t{0});
+    engine_->commit_code = not_taken;
+    EXPECT_EQ(committed_results_of({config(14, 8, {1, 400}), command(4, 40), config(15, 8, {1, 10})}),
+              (words_t{not_taken, 0, not_taken}));
+    EXPECT_EQ(server_->config().settings.timeouts.get(1)->value, 300U);
+    EXPECT_EQ(server_->config().settings.limits.get(1).has_value(), false);
+    EXPECT_EQ(journal_, words_t{14});
+    EXPECT_EQ(server_->boot().changes, 1U);
+    EXPECT_EQ(server_->counts().refused, 2U);
+}
+
+TEST_F(engine_fixture_t, has_the_sessions_counted_walked_and_cleared_by_the_engine) {
+    EXPECT_EQ(committed_results_of({config(4, 24, {7, 1, 0, 7, 0x010000c0, 0x040000c0}), config(11, 80, {4})}),
+              (words_t{0, 0}));
+    const auto all = [](uint16_t msgno) { return command(msgno, 64).put<uint32_t>(36, 1).put<uint32_t>(44, 9); };
+    EXPECT_EQ(reply_to(all(6)).words(64, 6), (words_t{7, 0, 4, 0, 5, 0}));
+    EXPECT_EQ(reply_to(all(7)).words(64, 6), (words_t{4, 2, 1, 0, 204, 0}));
+    const message_t walk = command(9, 144).put<uint32_t>(48, 9).put<uint32_t>(44, 1);
+    const message_t page = reply_to(walk);
+    EXPECT_EQ(page.u32(40), 1U);
+    EXPECT_EQ(page.u64(72), 3U) << "identifier";
+    EXPECT_EQ(server_->totals().sessions, 1U);
+
+    EXPECT_EQ(result_of(config(19, 104, {99})), not_taken);
+    EXPECT_EQ(result_of(config(19, 104, {6})), 0U);
+    EXPECT_EQ(reply_to(walk).u32(40), 0U);
+}
+
+}  // namespace
