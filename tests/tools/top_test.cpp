@@ -33,7 +33,7 @@ TEST_F(top_test, each_look_is_told_in_a_line_of_its_own) {
         std::getline(lines, line);
         const json_t look = json_t::parse(line);
         EXPECT_EQ(look.at("totals").at("pools"), 0) << line;
-        time = look.at("time");
+        time = look.at("time").get<std::string>();
     }
     EXPECT_NE(times[0], times[1]);
 }
