@@ -118,8 +118,8 @@ TEST_F(gateway_test, all_follow_a_push_and_a_stage_is_for_those_it_names) {
 
     const json_t row = json_t::parse(run("--json fleet status").answers).at("data").at(2);
     EXPECT_EQ(row.at("gateway"), "g3");
-    EXPECT_GE(row.at("lease_s"), 1) << row;
-    EXPECT_LE(row.at("lease_s"), 10) << row;
+    EXPECT_GE(row.at("lease_s").get<int>(), 1) << row;
+    EXPECT_LE(row.at("lease_s").get<int>(), 10) << row;
 
     const std::string metrics = daemons_[0]->get("/metrics");
     EXPECT_NE(metrics.find("\nnat64_store_up 1\n"), std::string::npos);

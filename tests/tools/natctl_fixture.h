@@ -18,8 +18,8 @@
 #include "tools/natctl/cli.h"
 #include "tools/natctl/outcome.h"
 
-inline void PrintTo(const json_t &value, std::ostream *out) {
-    *out << value.dump();
+inline std::ostream &operator<<(std::ostream &out, const json_t &value) {
+    return out << value.dump();
 }
 
 struct run_t {
