@@ -5,8 +5,10 @@
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -115,6 +117,33 @@ TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_c
     type("timeout set --type 3 --value 7\nexit\n");
     EXPECT_TRUE(shows("timeout set: ok\r\nnatctl> ")) << shown_;
     EXPECT_EQ(exit_status(), 0);
+}
+
+TEST_F(terminal_test, the_shell_leaves_the_terminal_as_it_found_it_however_it_ends) {
+    const auto settings = [this] {
+        termios now{};
+        EXPECT_EQ(tcgetattr(terminal_, &now), 0);
+        return now;
+    };
+    for (const std::string end : {"exit\n", "\x04", "timeout\x03\x04", "SIGTERM", "SIGHUP"}) {
+        SCOPED_TRACE(end);
+        start("read go; exec $natctl shell");
+        const termios before = settings();
+        type("go\n");
+        ASSERT_TRUE(shows("natctl> ")) << shown_;
+        if (end.rfind("SIG", 0) == 0) {
+            kill(child_, end == "SIGTERM" ? SIGTERM : SIGHUP);
+            exit_status();
+        } else {
+            type(end);
+            EXPECT_EQ(exit_status(), 0);
+        }
+        const termios after = settings();
+        EXPECT_EQ(after.c_lflag, before.c_lflag);
+        EXPECT_EQ(after.c_iflag, before.c_iflag);
+        EXPECT_EQ(after.c_oflag, before.c_oflag);
+        EXPECT_TRUE(std::equal(std::begin(before.c_cc), std::end(before.c_cc), std::begin(after.c_cc)));
+    }
 }
 
 TEST_F(terminal_test, standard_descriptors_that_are_closed_are_errors_and_are_taken_by_nothing_else) {

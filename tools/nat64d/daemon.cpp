@@ -32,7 +32,6 @@ daemon_t::daemon_t(const daemon_options_t &options)
     : options_(options),
       supervisor_(loop_, options.server, options.state.empty() ? state_directory_of(options.server) : options.state,
                   [this] { changed(); }),
-      signals_(loop_, {SIGTERM, SIGINT, SIGHUP}, [this](int number) { take_signal(number); }),
       control_(loop_, [this](const std::string &word, control_t::reply_fn_t reply) { asked(word, std::move(reply)); }),
       web_(
           loop_, [this] { make_metrics(); },
@@ -47,11 +46,13 @@ daemon_t::daemon_t(const daemon_options_t &options)
 }
 
 daemon_t::~daemon_t() {
+    fwx_host_loop_unwatch(loop_, signals_.fd());
     fwx_host_debug_sink_set(nullptr, nullptr);
 }
 
 std::string daemon_t::open() {
-    if (!signals_.is_watching()) return "no descriptors left";
+    const auto take = [](void *self) { static_cast<daemon_t *>(self)->take_signals(); };
+    if (fwx_host_loop_watch(loop_, signals_.fd(), take, this) != 0) return "no descriptors left";
     const std::string place = daemon_socket_path(options_.server);
     if (place.empty()) return "no server can have the name \"" + options_.server + '"';
     std::string error = control_.listen(place);
@@ -80,9 +81,11 @@ void daemon_t::run() {
     log_event(log_level_t::info, "end");
 }
 
-void daemon_t::take_signal(int number) {
-    is_ending_ = is_ending_ || number != SIGHUP;
-    if (number == SIGHUP) load();
+void daemon_t::take_signals() {
+    for (int number = signals_.take(); number != 0; number = signals_.take()) {
+        is_ending_ = is_ending_ || number != SIGHUP;
+        if (number == SIGHUP) load();
+    }
 }
 
 std::string daemon_t::open_source() {

@@ -9,10 +9,10 @@
 #include "tools/nat64d/control.h"
 #include "tools/nat64d/document_file.h"
 #include "tools/nat64d/options.h"
-#include "tools/nat64d/signals.h"
 #include "tools/nat64d/store_link.h"
 #include "tools/nat64d/supervisor.h"
 #include "tools/nat64d/web.h"
+#include "tools/signals.h"
 
 class daemon_t {
 public:
@@ -28,7 +28,7 @@ public:
 
 private:
     static void keep_watchdog(void *self);
-    void take_signal(int number);
+    void take_signals();
     std::string open_source();
     std::string open_file();
     std::string open_store();
@@ -45,7 +45,7 @@ private:
     const daemon_options_t &options_;
     fwx::host::loop loop_;
     supervisor_t supervisor_;
-    signals_t signals_;
+    const signals_t signals_{SIGTERM, SIGINT, SIGHUP};
     control_t control_;
     web_t web_;
     std::optional<file_watch_t> watch_;

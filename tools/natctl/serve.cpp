@@ -1,9 +1,5 @@
 #include "tools/natctl/serve.h"
 
-#include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <memory>
 #include <optional>
 
@@ -11,38 +7,12 @@
 #include "fwx_nat64/client.h"
 #include "model/model.h"
 #include "tools/natctl/state_file.h"
+#include "tools/signals.h"
 #include "wire/messages.h"
 
 namespace {
 
 constexpr uint64_t retry_delay_ms = 1000; /* between tries to save the state */
-
-/** Makes SIGINT and SIGTERM readable instead of deadly, while it lives. */
-class end_signals_t {
-public:
-    end_signals_t() {
-        sigset_t ends;
-        sigemptyset(&ends);
-        sigaddset(&ends, SIGINT);
-        sigaddset(&ends, SIGTERM);
-        sigprocmask(SIG_BLOCK, &ends, &before_);
-        fd_ = signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK);
-    }
-    ~end_signals_t() {
-        signalfd_siginfo taken{};
-        while (read(fd_, &taken, sizeof(taken)) > 0) {
-        }
-        close(fd_);
-        sigprocmask(SIG_SETMASK, &before_, nullptr);
-    }
-    end_signals_t(const end_signals_t &) = delete;
-    end_signals_t &operator=(const end_signals_t &) = delete;
-    int fd() const { return fd_; }
-
-private:
-    sigset_t before_{};
-    int fd_ = -1;
-};
 
 class server_t {
 public:
@@ -99,7 +69,7 @@ private:
 
     const serve_options_t &options_;
     output_t &output_;
-    const end_signals_t signals_;
+    const signals_t signals_{SIGINT, SIGTERM};
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<fwx_nat64_model_t> model_;
     std::optional<state_file_t> state_;
@@ -116,7 +86,7 @@ outcome_t serve(const serve_options_t &options, output_t &output) {
     outcome.error = server.open();
     if (outcome.error.empty()) {
         output.announce(outcome, "serving", options.name);
-        /* Who waits to hear that would wait for ever. */
+        /* The caller waits for this line, so failing to write it must end the server. */
         if (!output.flush()) return outcome;
         outcome.error = server.run();
     }

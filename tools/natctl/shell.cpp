@@ -3,6 +3,7 @@
 #include <editline/readline.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -67,10 +68,24 @@ int next_byte(FILE *) {
     return has_byte ? byte : -1;
 }
 
-/** Lines typed at a terminal. While it lives, an interrupt ends the line that is typed, and nothing else. */
+termios settings_before; /* of the terminal */
+
+/** For signals that end the program: leaves the terminal as it was found. */
+void end_by(int number) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &settings_before);
+    std::signal(number, SIG_DFL);
+    raise(number);
+}
+
+/** Lines typed at a terminal, whose settings are restored in the end. While it lives, an interrupt ends the line that
+ * is typed, and nothing else. */
 class prompt_t {
 public:
     prompt_t() : history_(history_file()) {
+        tcgetattr(STDIN_FILENO, &settings_before);
+        for (const int number : {SIGTERM, SIGHUP, SIGQUIT}) {
+            std::signal(number, end_by);
+        }
         rl_catch_signals = 0;
         rl_getc_function = next_byte; /* to be set before the first call */
         rl_attempted_completion_function = complete_word;
@@ -88,6 +103,12 @@ public:
         sigaction(SIGINT, &interrupt, &before_);
     }
     ~prompt_t() {
+        rl_deprep_terminal();
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &settings_before); /* the line editor leaves the echo off */
+        for (const int number : {SIGTERM, SIGHUP, SIGQUIT}) {
+            std::signal(number, SIG_DFL);
+        }
+        std::signal(SIGINT, SIG_IGN); /* drops one that has come with the end of the input */
         sigaction(SIGINT, &before_, nullptr);
         sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
     }

@@ -1,7 +1,6 @@
 #include "tools/natctl/top_command.h"
 
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,39 +13,9 @@
 #include "tools/natctl/screen.h"
 #include "tools/natctl/top.h"
 #include "tools/natctl/top_server.h"
+#include "tools/signals.h"
 
 namespace {
-
-/** Signals that come as something to read, until the end. */
-class signals_t {
-public:
-    signals_t() {
-        sigset_t set;
-        sigemptyset(&set);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}) {
-            sigaddset(&set, number);
-        }
-        sigprocmask(SIG_BLOCK, &set, &before_);
-        fd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    }
-    ~signals_t() {
-        if (fd_ >= 0) close(fd_);
-        sigprocmask(SIG_SETMASK, &before_, nullptr);
-    }
-    signals_t(const signals_t &) = delete;
-    signals_t &operator=(const signals_t &) = delete;
-
-    int fd() const { return fd_; }
-    /** The next one that came; 0: none. */
-    int take() const {
-        signalfd_siginfo taken{};
-        return read(fd_, &taken, sizeof taken) == sizeof taken ? static_cast<int>(taken.ssi_signo) : 0;
-    }
-
-private:
-    sigset_t before_{};
-    int fd_;
-};
 
 /** Looks, and shows each look on the terminal or hands it to `output`. */
 class live_t {
@@ -129,7 +98,7 @@ private:
     top_server_t &server_;
     uint64_t interval_ms_;
     output_t &output_;
-    signals_t signals_;
+    const signals_t signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP};
     std::optional<screen_t> screen_;
     bool has_keys_ = false;
     bool is_looking_ = false;
