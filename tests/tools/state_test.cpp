@@ -15,7 +15,10 @@ class state_test : public natctl_test {
 protected:
     static std::string mapping(size_t id) { return "dmapping add --type 1 --id " + std::to_string(id); }
     static int mappings() {
-        return json_t::parse(run("--json --connect alpha stats system").answers).at("data").at("dynamic_mappings").get<int>();
+        return json_t::parse(run("--json --connect alpha stats system").answers)
+            .at("data")
+            .at("dynamic_mappings")
+            .get<int>();
     }
     std::string content() const {
         std::ifstream file(path_);
