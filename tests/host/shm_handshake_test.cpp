@@ -221,6 +221,28 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
+TEST_F(shm_handshake_t, at_the_last_descriptor_each_client_is_turned_away_and_the_loop_goes_on) {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    std::vector<descriptor_t> visitors(3);
+    for (descriptor_t &visitor : visitors) {
+        visitor = visit();
+    }
+    const rlimit few = {static_cast<rlim_t>(visitors.back().get()) + 16, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::vector<descriptor_t> rest;
+    do {
+        rest.emplace_back(dup(visitors.back().get()));
+    } while (rest.back().is_open());
+    run_server();
+    rest.clear();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    for (const descriptor_t &visitor : visitors) {
+        EXPECT_EQ(shm_why_closed(visitor), FWX_HOST_ERR_BUSY);
+    }
+    expect_service();
+}
+
 TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_again_when_there_are_some) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);

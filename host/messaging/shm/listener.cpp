@@ -58,23 +58,25 @@ void shm_listener_t::on_connect(void *arg) {
             default:
                 if (!listener.spare_.is_open()) listener.spare_ = spare_make();
                 if (!listener.spare_.is_open()) return listener.rest();
-                listener.turn_away_one();
+                if (!listener.turn_away_one()) return;
                 break;
         }
     }
 }
 
-/** The client at the head of the queue, for which there is no descriptor. */
-void shm_listener_t::turn_away_one() {
+/** Turns the client at the head of the queue away, for which there is no descriptor. False when no client was there:
+ * without a descriptor the system does not look whether one waits, so only this ends the turn. */
+bool shm_listener_t::turn_away_one() {
     spare_ = descriptor_t();
     descriptor_t socket;
-    const bool is_accepted = shm_accept(entrance_.socket, &socket) == 0;
-    if (is_accepted) {
+    const uint32_t code = shm_accept(entrance_.socket, &socket);
+    if (code == 0) {
         host_peers.refused += 1;
         shm_turn_away(std::move(socket), FWX_HOST_ERR_BUSY);
     }
     spare_ = spare_make();
-    if (!is_accepted) rest();
+    if (code != 0 && code != EAGAIN) rest();
+    return code == 0;
 }
 
 /* A client that may not be let in now would make the loop run for nothing as long as it waits. */

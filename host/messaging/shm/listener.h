@@ -36,7 +36,7 @@ private:
     void let_in(descriptor_t socket);
     bool wait_for_offer(guest_t &guest);
     bool take_offer(descriptor_t &socket);
-    void turn_away_one();
+    bool turn_away_one();
     void turn_away(guest_t &guest);
     void rest();
 
