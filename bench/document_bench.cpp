@@ -74,7 +74,7 @@ void write_document(const std::string &file, size_t count) {
     const pid_t child = fork();
     if (child == 0) {
         std::ofstream out(file);
-        const record_family_t &family = *record_find_family("mapt bmr");
+        const record_family_t &family = record_family_of(family_kind_t::basic_rule);
         for (const fwx_nat64_mapt_bmr_t &rule : random_rules(count)) {
             out << command_line(family, FWX_NAT64_OP_ADD, &rule) << '\n';
         }

@@ -39,8 +39,8 @@ public:
         : document_(document), notation_(notation), problems_(problems) {}
 
     void check_pools() {
-        const record_family_t &pool = *record_find_family("pool");
-        const record_family_t &range = *record_find_family("range");
+        const record_family_t &pool = record_family_of(family_kind_t::pool);
+        const record_family_t &range = record_family_of(family_kind_t::pool_range);
         /* A pool whose line is wrong has its ranges all the same. */
         const bool knows_all_pools = std::none_of(
             problems_.begin(), problems_.end(),
@@ -80,7 +80,7 @@ public:
     }
 
     void check_loggings() {
-        const record_family_t &logging = *record_find_family("logging");
+        const record_family_t &logging = record_family_of(family_kind_t::logging);
         for (size_t i = document_.begin_of(logging); i < document_.end_of(logging); ++i) {
             const config_item_t item = document_.item(i);
             const bool goes_nowhere = text_of(item, "dest") == "0.0.0.0";
@@ -89,7 +89,7 @@ public:
     }
 
     void check_rules() {
-        const record_family_t &rules = *record_find_family("mapt bmr");
+        const record_family_t &rules = record_family_of(family_kind_t::basic_rule);
         for (const char *name : {"v4_prefix", "v6_prefix"}) {
             check_shared(rules, field_of(rules, name));
         }
@@ -129,7 +129,7 @@ private:
         const bool is_later = a.item.line >= b.item.line;
         const span_t &later = is_later ? a : b;
         const span_t &other = is_later ? b : a;
-        const bool is_range = other.item.family->word == "range";
+        const bool is_range = other.item.family->kind == family_kind_t::pool_range;
         note_error(later.item, "start_addr",
                    std::string("overlaps ") + (is_range ? "a range of " : "") + "pool " +
                        std::to_string(other.addresses.pool_id) + " in line " + std::to_string(other.item.line));

@@ -25,7 +25,7 @@ const families_by_rank_t &by_rank() {
 
 /** The family that the items of a family belong to. */
 const record_family_t &item_family(const record_family_t &family) {
-    return family.item == nullptr ? family : *record_find_family(family.item);
+    return family.item == family_kind_t::other ? family : record_family_of(family.item);
 }
 
 /** A virtual interface as a server makes it that has no other: the interface by its handle, enabled. */
@@ -220,7 +220,7 @@ const std::vector<const record_family_t *> &item_families() {
     static const std::vector<const record_family_t *> families = [] {
         std::vector<const record_family_t *> owners;
         for (const record_family_t *family : by_rank()) {
-            if (family != nullptr && family->item == nullptr) owners.push_back(family);
+            if (family != nullptr && family->item == family_kind_t::other) owners.push_back(family);
         }
         return owners;
     }();
@@ -228,10 +228,7 @@ const std::vector<const record_family_t *> &item_families() {
 }
 
 const record_family_t *nvi_family_of(const record_family_t &family) {
-    for (const record_family_t *each : by_rank()) {
-        if (each != nullptr && each->item != nullptr && each->item == family.word) return each;
-    }
-    return nullptr;
+    return family.kind == family_kind_t::interface ? &record_family_of(family_kind_t::nvi) : nullptr;
 }
 
 record_buffer_t nvi_record_of(const config_item_t &item) {

@@ -21,7 +21,7 @@ std::string *find_member(ietf_members_t &members, std::string_view field) {
 
 /** Leaves of one item are said under the same key. */
 std::string key_of(const ietf_node_t &item) {
-    return std::string(item.family).append(" ").append(item.with);
+    return record_command_text(record_family_of(item.family), nullptr).append(" ").append(item.with);
 }
 
 }  // namespace
@@ -164,7 +164,7 @@ void ietf_items_t::add_unnamed() {
 }
 
 void ietf_items_t::add(size_t node, const std::string &path, const ietf_members_t &members) {
-    const record_family_t &family = *record_find_family(nodes_[node].family);
+    const record_family_t &family = record_family_of(nodes_[node].family);
     places_.push_back({path, node});
     const auto line = static_cast<uint32_t>(places_.size());
     views_.clear();

@@ -2,73 +2,6 @@
 
 #include <iterator>
 
-constexpr ietf_node_t ietf_node_t::range(uint64_t least, uint64_t greatest) const {
-    ietf_node_t node = *this;
-    node.min = least;
-    node.max = greatest;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::as_entry(std::string_view item_family, std::string_view fixed) const {
-    ietf_node_t node = *this;
-    node.place = ietf_place_t::entry;
-    node.family = item_family;
-    node.with = fixed;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::as_field(std::string_view field_name, ietf_form_t as) const {
-    ietf_node_t node = *this;
-    node.place = ietf_place_t::field;
-    node.field = field_name;
-    node.form = as;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::as_item(std::string_view item_family, std::string_view fixed,
-                                           std::string_view field_name) const {
-    ietf_node_t node = *this;
-    node.place = ietf_place_t::item;
-    node.family = item_family;
-    node.with = fixed;
-    node.field = field_name;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::as_constant(std::string_view only, std::string_view why) const {
-    ietf_node_t node = *this;
-    node.place = ietf_place_t::constant;
-    node.value = only;
-    node.reason = why;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::without(std::string_view missing_value) const {
-    ietf_node_t node = *this;
-    node.otherwise = missing_value;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::required() const {
-    ietf_node_t node = *this;
-    node.is_required = true;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::takes() const {
-    ietf_node_t node = *this;
-    node.takes_entry = true;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::single() const {
-    ietf_node_t node = *this;
-    node.is_single = true;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::essential() const {
-    ietf_node_t node = *this;
-    node.is_essential = true;
-    return node;
-}
-constexpr ietf_node_t ietf_node_t::beside_fragments() const {
-    ietf_node_t node = *this;
-    node.is_fragment = true;
-    return node;
-}
-
 namespace {
 
 constexpr ietf_node_t leaf(uint8_t depth, std::string_view name, ietf_kind_t kind, std::string_view why) {
@@ -142,12 +75,12 @@ constexpr ietf_node_t nodes[] = {
     subtree(4, "clat-parameters", other_nat),
     subtree(4, "nptv6-prefixes", other_nat),
     subtree(4, "eam", other_nat),
-    list(4, "nat64-prefixes", "nat64-prefix").as_entry("prefix"),
+    list(4, "nat64-prefixes", "nat64-prefix").as_entry(family_kind_t::prefix),
     prefix(5, "nat64-prefix", ipv6_prefix).as_field("prefix"),
     list(5, "destination-ipv4-prefix", "ipv4-prefix"),
     prefix(6, "ipv4-prefix", ipv4_prefix, "a prefix stands for all IPv4 addresses").takes(),
     boolean(5, "stateless-enable", {}, "false=stateful true=stateless").as_field("prefix_kind").without("false"),
-    list(4, "external-ip-address-pool", "pool-id").as_entry("pool", "param=1"),
+    list(4, "external-ip-address-pool", "pool-id").as_entry(family_kind_t::pool, "param=1"),
     number(5, "pool-id", uint32).range(1, uint32).as_field("id"),
     prefix(5, "external-ip-pool", ipv4_prefix).as_field("start_addr", ietf_form_t::span),
     object(4, "port-set-restrict"),
@@ -167,7 +100,7 @@ constexpr ietf_node_t nodes[] = {
     word(4, "port-allocation-type", "random port-preservation port-parity-preservation port-range-allocation",
          servers_choice),
     word(4, "mapping-type", "eim=endpoint-independent adm=address-dependent edm=address-and-port-dependent")
-        .as_item("dmapping", "id=1", "type"),
+        .as_item(family_kind_t::dmapping, "id=1", "type"),
     word(4, "filtering-type", "eif adf edf", servers_choice),
     word(4, "fragment-behavior", "drop-all in-order out-of-order", servers_choice)
         .as_constant("out-of-order", "it is said with timers/fragment-min-timeout, as out-of-order")
@@ -179,13 +112,21 @@ constexpr ietf_node_t nodes[] = {
     number(5, "port-set-size", uint16, servers_choice),
     number(5, "port-set-timeout", uint32, servers_choice),
     object(4, "timers"),
-    number(5, "udp-timeout", uint32).range(1, uint32).as_item("timeout", "type=udp", "value"),
-    number(5, "tcp-idle-timeout", uint32).range(1, uint32).as_item("timeout", "type=tcp-est", "value"),
-    number(5, "tcp-trans-open-timeout", uint32).range(1, uint32).as_item("timeout", "type=tcp-trans", "value"),
-    number(5, "tcp-trans-close-timeout", uint32).range(1, uint32).as_item("timeout", "type=tcp-trans", "value"),
-    number(5, "tcp-in-syn-timeout", uint32).range(1, uint32).as_item("timeout", "type=tcp-in-syn", "value"),
-    number(5, "fragment-min-timeout", uint32).range(1, uint32).as_item("timeout", "type=fragment-min", "value"),
-    number(5, "icmp-timeout", uint32).range(1, uint32).as_item("timeout", "type=icmp", "value"),
+    number(5, "udp-timeout", uint32).range(1, uint32).as_item(family_kind_t::timeout, "type=udp", "value"),
+    number(5, "tcp-idle-timeout", uint32).range(1, uint32).as_item(family_kind_t::timeout, "type=tcp-est", "value"),
+    number(5, "tcp-trans-open-timeout", uint32)
+        .range(1, uint32)
+        .as_item(family_kind_t::timeout, "type=tcp-trans", "value"),
+    number(5, "tcp-trans-close-timeout", uint32)
+        .range(1, uint32)
+        .as_item(family_kind_t::timeout, "type=tcp-trans", "value"),
+    number(5, "tcp-in-syn-timeout", uint32)
+        .range(1, uint32)
+        .as_item(family_kind_t::timeout, "type=tcp-in-syn", "value"),
+    number(5, "fragment-min-timeout", uint32)
+        .range(1, uint32)
+        .as_item(family_kind_t::timeout, "type=fragment-min", "value"),
+    number(5, "icmp-timeout", uint32).range(1, uint32).as_item(family_kind_t::timeout, "type=icmp", "value"),
     list(5, "per-port-timeout", "port-number"),
     number(6, "port-number", uint16, no_timer),
     number(6, "protocol", uint8, no_timer),
@@ -205,7 +146,7 @@ constexpr ietf_node_t nodes[] = {
     object(3, "mapping-limits"),
     number(4, "limit-subscribers", uint32, sessions_alone),
     number(4, "limit-address-mappings", uint32, sessions_alone),
-    number(4, "limit-port-mappings", uint32).as_item("limit", "type=sessions", "value"),
+    number(4, "limit-port-mappings", uint32).as_item(family_kind_t::limit, "type=sessions", "value"),
     list(4, "limit-per-protocol", "protocol-id"),
     number(5, "protocol-id", uint8, sessions_alone),
     number(5, "limit", uint32, sessions_alone),
@@ -221,7 +162,7 @@ constexpr ietf_node_t nodes[] = {
     number(4, "notify-ports-usage", percent, no_notices),
     number(4, "notify-subscribers-limit", uint32, no_notices),
     object(3, "mapping-table"),
-    list(4, "mapping-entry", "index").as_entry("smapping"),
+    list(4, "mapping-entry", "index").as_entry(family_kind_t::smapping),
     number(5, "index", uint32).as_field("id"),
     word(5, "type", "static dynamic-implicit dynamic-explicit")
         .as_constant("static", "a mapping that is made by traffic or a protocol is no configuration")
@@ -248,14 +189,14 @@ constexpr ietf_node_t nodes[] = {
     object(0, "ietf-softwire-br:br-instances"),
     subtree(1, "binding", "rules map by an algorithm, not by a table"),
     object(1, "algorithm"),
-    list(2, "algo-instance", "name").as_entry("mapt bmr"),
+    list(2, "algo-instance", "name").as_entry(family_kind_t::basic_rule),
     text(3, "name", "a rule is domain-D-rule-R, as numbers").as_field("rule_id", ietf_form_t::rule_name),
     boolean(3, "enable").as_constant("true", "a rule that is there is in force").takes(),
     object(3, "algo-versioning"),
     text(4, "version", "versions of a document are natctl's"),
     text(4, "date", "versions of a document are natctl's"),
     text(3, "br-ipv6-addr", "packets are translated, not encapsulated").takes(),
-    prefix(3, "dmr-ipv6-prefix", ipv6_prefix).as_item("mapt dmr", "id=1", "prefix"),
+    prefix(3, "dmr-ipv6-prefix", ipv6_prefix).as_item(family_kind_t::default_rule, "id=1", "prefix"),
     number(3, "ea-len", uint8).as_field("ea_len").required(),
     prefix(3, "rule-ipv6-prefix", ipv6_prefix).as_field("v6_prefix"),
     prefix(3, "rule-ipv4-prefix", ipv4_prefix).as_field("v4_prefix"),
@@ -265,20 +206,6 @@ constexpr ietf_node_t nodes[] = {
     number(4, "psid-len", 15).as_field("psid_len"),
     number(4, "psid", uint16).as_field("psid"),
     subtree(3, "traffic-stat", state),
-};
-
-struct family_reason_t {
-    std::string_view family;
-    std::string_view reason;
-};
-constexpr family_reason_t family_reasons[] = {
-    {"timeout", "there is no such timer in ietf-nat"},
-    {"pool", "a pool of ietf-nat is one prefix"},
-    {"range", "a pool of ietf-nat is one prefix, without further ranges"},
-    {"prefix", "ietf-nat has each prefix once, for stateful or stateless translation"},
-    {"dmapping", "ietf-nat has one mapping-type, which is that of dynamic mapping 1: eim, adm or edm"},
-    {"mapt dmr", "ietf-softwire-br says one default rule, which is 1, within its basic rules"},
-    {"interface", "ietf-nat has no prefixes and MTU of interfaces"},
 };
 
 /** Calls `use` with each word until it answers true. */
@@ -315,13 +242,6 @@ ietf_fixed_t ietf_fixed_of(const ietf_node_t &node) {
     const size_t equals = node.with.find('=');
     if (equals == std::string_view::npos) return {};
     return {node.with.substr(0, equals), node.with.substr(equals + 1)};
-}
-
-std::string_view ietf_family_reason(std::string_view family) {
-    for (const family_reason_t &each : family_reasons) {
-        if (each.family == family) return each.reason;
-    }
-    return "ietf-nat has nothing of the kind";
 }
 
 ietf_word_t ietf_word_of(const ietf_node_t &node, std::string_view name) {

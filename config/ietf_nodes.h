@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "records/family.h"
+
 enum class ietf_kind_t : uint8_t {
     object,
     list,   /* array of objects */
@@ -53,7 +55,7 @@ struct ietf_node_t {
     uint64_t min = 0;
     uint64_t max = 0;
     ietf_place_t place = ietf_place_t::inner;
-    std::string_view family{};    /* of an entry or item, `mapt bmr` */
+    family_kind_t family = family_kind_t::other; /* of an entry or item */
     std::string_view with{};      /* a field that the entry or item has, `type=udp`, besides what is said */
     std::string_view field{};     /* of the item around it, or of its own */
     std::string_view value{};     /* of a constant */
@@ -66,18 +68,41 @@ struct ietf_node_t {
     bool is_essential = false; /* another value than the constant's makes it no configuration for this service */
     bool is_fragment = false;  /* stands beside the timeout of fragments, and only there */
 
+    /* In front of its callers, because clang 14 cannot evaluate a template that is defined behind them. */
+    template <typename type_t>
+    constexpr ietf_node_t with_value(type_t ietf_node_t::*member, type_t its_value) const {
+        ietf_node_t node = *this;
+        node.*member = its_value;
+        return node;
+    }
+    constexpr ietf_node_t at(ietf_place_t where) const { return with_value(&ietf_node_t::place, where); }
+
     /* A row of the table says with these what is unusual about its node. */
-    constexpr ietf_node_t range(uint64_t least, uint64_t greatest) const;
-    constexpr ietf_node_t as_entry(std::string_view item_family, std::string_view fixed = {}) const;
-    constexpr ietf_node_t as_field(std::string_view name, ietf_form_t as = ietf_form_t::same) const;
-    constexpr ietf_node_t as_item(std::string_view item_family, std::string_view fixed, std::string_view name) const;
-    constexpr ietf_node_t as_constant(std::string_view only, std::string_view why) const;
-    constexpr ietf_node_t without(std::string_view value) const;
-    constexpr ietf_node_t required() const;
-    constexpr ietf_node_t takes() const;
-    constexpr ietf_node_t single() const;
-    constexpr ietf_node_t essential() const;
-    constexpr ietf_node_t beside_fragments() const;
+    constexpr ietf_node_t range(uint64_t least, uint64_t greatest) const {
+        return with_value(&ietf_node_t::min, least).with_value(&ietf_node_t::max, greatest);
+    }
+    constexpr ietf_node_t as_entry(family_kind_t item_family, std::string_view fixed = {}) const {
+        return at(ietf_place_t::entry)
+            .with_value(&ietf_node_t::family, item_family)
+            .with_value(&ietf_node_t::with, fixed);
+    }
+    constexpr ietf_node_t as_field(std::string_view its_field, ietf_form_t as = ietf_form_t::same) const {
+        return at(ietf_place_t::field).with_value(&ietf_node_t::field, its_field).with_value(&ietf_node_t::form, as);
+    }
+    constexpr ietf_node_t as_item(family_kind_t item_family, std::string_view fixed, std::string_view its_field) const {
+        return as_entry(item_family, fixed).as_field(its_field).at(ietf_place_t::item);
+    }
+    constexpr ietf_node_t as_constant(std::string_view only, std::string_view why) const {
+        return at(ietf_place_t::constant).with_value(&ietf_node_t::value, only).with_value(&ietf_node_t::reason, why);
+    }
+    constexpr ietf_node_t without(std::string_view value_then) const {
+        return with_value(&ietf_node_t::otherwise, value_then);
+    }
+    constexpr ietf_node_t required() const { return with_value(&ietf_node_t::is_required, true); }
+    constexpr ietf_node_t takes() const { return with_value(&ietf_node_t::takes_entry, true); }
+    constexpr ietf_node_t single() const { return with_value(&ietf_node_t::is_single, true); }
+    constexpr ietf_node_t essential() const { return with_value(&ietf_node_t::is_essential, true); }
+    constexpr ietf_node_t beside_fragments() const { return with_value(&ietf_node_t::is_fragment, true); }
 };
 
 /** All nodes, each in front of what is in it. */
@@ -90,9 +115,6 @@ struct ietf_fixed_t {
     std::string_view text;
 };
 ietf_fixed_t ietf_fixed_of(const ietf_node_t &node);
-
-/** Why items of a family, or some of them, have no place in the standard form. */
-std::string_view ietf_family_reason(std::string_view family);
 
 /** The part of `words` that stands for a value; an empty name: there is none. */
 struct ietf_word_t {

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <map>
 
-#include "config/ietf_nodes.h"
 #include "config/ietf_values.h"
 #include "config/pools.h"
 #include "fwx_nat64/config.h"
@@ -30,7 +29,7 @@ public:
     document_t cut() {
         for (size_t i = 0; i < document_.size(); ++i) {
             const config_item_t item = document_.item(i);
-            const bool has_addresses = item.family == &family_ || item.family->word == "range";
+            const bool has_addresses = item.family == &family_ || item.family->kind == family_kind_t::pool_range;
             if (has_addresses) {
                 cut(item);
             } else {
@@ -65,8 +64,8 @@ private:
         const bool is_whole = is_pool && count == 1;
         if (is_whole) return;
         problems_.push_back({problem_t::kind_t::warning, item.line, label_of(*item.family, notation_t::lines), "--id",
-                             key_text(*item.family, item.record, notation_t::lines) + ": " +
-                                 std::string(ietf_family_reason(item.family->word)) + ": written as pool " + numbers});
+                             key_text(*item.family, item.record, notation_t::lines) + ": " + item.family->unmodelled +
+                                 ": written as pool " + numbers});
     }
 
     uint32_t free_number() {
@@ -78,7 +77,7 @@ private:
 
     const document_t &document_;
     problems_t &problems_;
-    const record_family_t &family_ = *record_find_family("pool");
+    const record_family_t &family_ = record_family_of(family_kind_t::pool);
     std::map<uint32_t, pool_t> pools_; /* by number, also of those that are new */
     uint32_t next_ = 1;
     document_t out_;

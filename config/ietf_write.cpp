@@ -59,7 +59,7 @@ private:
     };
 
     static std::string reason_of(const config_item_t &item) {
-        return "has no place: " + std::string(ietf_family_reason(record_command_text(*item.family, nullptr)));
+        return std::string("has no place: ") + item.family->unmodelled;
     }
 
     /** Adds a node to the object around it; false: there is nothing of it but what always is. */
@@ -69,7 +69,8 @@ private:
         if (known.kind == ietf_kind_t::list || known.kind == ietf_kind_t::object) return add_inner(node, said, around);
         switch (known.place) {
             case ietf_place_t::constant:
-                if (known.is_fragment && find_item("timeout", {"type", "fragment-min"}) == document_.size())
+                if (known.is_fragment &&
+                    find_item(family_kind_t::timeout, {"type", "fragment-min"}) == document_.size())
                     return false;
                 around[std::string(known.name)] = json_of(known, std::string(known.value));
                 return false;
@@ -106,7 +107,7 @@ private:
 
     bool add_entries(size_t node, json_t &around) {
         const ietf_node_t &known = nodes_[node];
-        const record_family_t &family = *record_find_family(known.family);
+        const record_family_t &family = record_family_of(known.family);
         json_t list = json_t::array();
         std::set<std::string> keys;
         for (size_t i = document_.begin_of(family); i < document_.end_of(family); ++i) {
@@ -190,8 +191,8 @@ private:
     }
 
     /** Index of the item with that key, or their number. */
-    size_t find_item(std::string_view family_name, const ietf_fixed_t &key) const {
-        const record_family_t &family = *record_find_family(family_name);
+    size_t find_item(family_kind_t kind, const ietf_fixed_t &key) const {
+        const record_family_t &family = record_family_of(kind);
         for (size_t i = document_.begin_of(family); i < document_.end_of(family); ++i) {
             if (text_of(document_.item(i), key.field) == key.text) return i;
         }

@@ -47,7 +47,7 @@ plan_t::plan_t(const document_t &from, const document_t &to) : from_(from), to_(
         const segment_t segment{family, static_cast<uint32_t>(from.begin_of(*family)),
                                 static_cast<uint32_t>(from.end_of(*family)),
                                 static_cast<uint32_t>(to.begin_of(*family)), static_cast<uint32_t>(to.end_of(*family))};
-        family->word == "pool" ? change_pools(segment) : compare(segment);
+        family->kind == family_kind_t::pool ? change_pools(segment) : compare(segment);
     }
     std::reverse(deletes_.begin(), deletes_.end());
 }
@@ -140,7 +140,7 @@ void plan_t::remove(uint32_t from) {
 }
 
 bool plan_t::has_to_leave(const config_item_t &item) const {
-    return item.family->word == "range" &&
+    return item.family->kind == family_kind_t::pool_range &&
            std::binary_search(leaving_pools_.begin(), leaving_pools_.end(), pool_span_of(item).pool_id);
 }
 

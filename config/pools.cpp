@@ -79,7 +79,7 @@ private:
 }  // namespace
 
 pool_span_t pool_span_of(const config_item_t &item) {
-    if (item.family->word == "pool") {
+    if (item.family->kind == family_kind_t::pool) {
         fwx_nat64_pool_t pool;
         std::memcpy(&pool, item.record, sizeof pool);
         return {ipv4_of(pool.start_addr), ipv4_of(pool.end_addr), pool.id};

@@ -70,7 +70,7 @@ private:
         const auto send_it = [&sent](void *pal_ctx) {
             return sent.command.family->send(sent.command.op, sent.command.record.bytes, pal_ctx);
         };
-        if (command.family->group != "mapt") {
+        if (!command.family->is_rule()) {
             const nat64::result got =
                 client_.configure(send_it, [self = shared_from_this(), ticket](const nat64::result &answer) {
                     self->arrived(ticket, answer.error, nullptr);
@@ -79,7 +79,7 @@ private:
             return;
         }
         const void *record = command.record.bytes;
-        if (command.family->word == "bmr") {
+        if (command.family->kind == family_kind_t::basic_rule) {
             sent.rule = rule_change_t{command.op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
         } else {
             sent.default_rule = default_change_t{command.op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record)};

@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "config/notation.h"
-#include "records/families.h"
 #include "state/directory.h"
 #include "state/user.h"
 
@@ -214,11 +213,9 @@ void running_t::take_restart(bool holds_nothing) {
     document_.settle();
     const document_t before = document_;
     if (holds_nothing) document_ = {};
-    /* Settings come before all that a server counts. */
-    const uint8_t first_counted = record_find_family("logging")->rank;
     for (size_t i = 0; i < before.size(); ++i) {
         const config_item_t item = before.item(i);
-        const bool is_gone = holds_nothing && item.family->rank >= first_counted;
+        const bool is_gone = holds_nothing && item.family->is_counted();
         if (!is_gone) document_.doubt(*item.family, item.record);
     }
     document_.settle();

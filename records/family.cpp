@@ -24,6 +24,21 @@ const record_verb_t *record_verb_of(const record_family_t &family, uint32_t op) 
     return found == end ? nullptr : found;
 }
 
+std::optional<uint64_t> record_total_of(const record_family_t &family, const fwx_nat64_stats_sys_entry_t &totals) {
+    if (!family.is_counted()) return std::nullopt;
+    uint64_t total = 0;
+    std::memcpy(&total, reinterpret_cast<const uint8_t *>(&totals) + family.total_at, sizeof total);
+    return total;
+}
+
+const record_payload_t *record_payload_of(const record_family_t &family, uint32_t op, const void *record) {
+    const record_payload_t *end = family.payloads + family.payload_count;
+    const record_payload_t *found = std::find_if(family.payloads, end, [&](const record_payload_t &payload) {
+        return payload.op == op && payload.record_word.is_in(record);
+    });
+    return found == end ? nullptr : found;
+}
+
 int record_compare_keys(const record_family_t &family, const void *a, const void *b) {
     for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
         if (!field->is_key) break; /* they come first */

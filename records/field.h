@@ -53,20 +53,32 @@ struct record_field_t {
     bool embeds_ipv4;          /* a prefix behind which IPv4 addresses stand */
     const wire_names_t *names; /* of values; null: none have names */
 
+    /* In front of its callers, because clang 14 cannot evaluate a template that is defined behind them. */
+    template <typename type_t, typename value_t>
+    constexpr record_field_t with(type_t record_field_t::*member, value_t value) const {
+        record_field_t field = *this;
+        field.*member = static_cast<type_t>(value);
+        return field;
+    }
+
     /* A row of a table says with these what is unusual about its field. */
-    constexpr record_field_t from(uint64_t least) const { return within(least, max); }
-    constexpr record_field_t within(uint64_t least, uint64_t greatest) const;
-    constexpr record_field_t length_at(size_t where) const;
-    constexpr record_field_t marked_at(size_t where) const;
-    constexpr record_field_t on(uint8_t operations) const;
-    constexpr record_field_t required(uint8_t operations = record_on_any) const;
-    constexpr record_field_t key() const;
-    constexpr record_field_t fixed() const;
-    constexpr record_field_t known_as(std::string_view option) const;
-    constexpr record_field_t named(const wire_names_t &value_names) const;
-    constexpr record_field_t in_seconds() const;
-    constexpr record_field_t spelling() const;
-    constexpr record_field_t embedding() const;
+    constexpr record_field_t from(uint64_t least) const { return with(&record_field_t::min, least); }
+    constexpr record_field_t within(uint64_t least, uint64_t greatest) const {
+        return from(least).with(&record_field_t::max, greatest);
+    }
+    constexpr record_field_t length_at(size_t at) const { return with(&record_field_t::length_offset, at); }
+    constexpr record_field_t marked_at(size_t at) const { return with(&record_field_t::valid_offset, at); }
+    constexpr record_field_t on(uint8_t operations) const { return with(&record_field_t::taken_on, operations); }
+    constexpr record_field_t required(uint8_t operations = record_on_any) const {
+        return with(&record_field_t::required_on, operations);
+    }
+    constexpr record_field_t key() const { return required().with(&record_field_t::is_key, true); }
+    constexpr record_field_t fixed() const { return with(&record_field_t::is_fixed, true); }
+    constexpr record_field_t known_as(std::string_view other) const { return with(&record_field_t::also, other); }
+    constexpr record_field_t named(const wire_names_t &values) const { return with(&record_field_t::names, &values); }
+    constexpr record_field_t in_seconds() const { return with(&record_field_t::is_time, true); }
+    constexpr record_field_t spelling() const { return with(&record_field_t::is_spelling, true); }
+    constexpr record_field_t embedding() const { return with(&record_field_t::embeds_ipv4, true); }
 
     constexpr bool is_taken_on(uint32_t op) const { return (taken_on & record_on(op)) != 0; }
     constexpr bool is_required_on(uint32_t op) const { return (taken_on & required_on & record_on(op)) != 0; }
@@ -108,69 +120,6 @@ constexpr record_field_t record_field(std::string_view option, const char *name,
 #define RECORD_PREFIX_FIELD(option, name, struct_, member, meaning)          \
     RECORD_FIELD(option, name, ipv6_prefix, struct_, member.prefix, meaning) \
         .length_at(offsetof(struct_, member.prefix_len))
-
-constexpr record_field_t record_field_t::within(uint64_t least, uint64_t greatest) const {
-    record_field_t field = *this;
-    field.min = least;
-    field.max = greatest;
-    return field;
-}
-constexpr record_field_t record_field_t::length_at(size_t where) const {
-    record_field_t field = *this;
-    field.length_offset = static_cast<uint16_t>(where);
-    return field;
-}
-constexpr record_field_t record_field_t::marked_at(size_t where) const {
-    record_field_t field = *this;
-    field.valid_offset = static_cast<uint16_t>(where);
-    return field;
-}
-constexpr record_field_t record_field_t::on(uint8_t operations) const {
-    record_field_t field = *this;
-    field.taken_on = operations;
-    return field;
-}
-constexpr record_field_t record_field_t::required(uint8_t operations) const {
-    record_field_t field = *this;
-    field.required_on = operations;
-    return field;
-}
-constexpr record_field_t record_field_t::key() const {
-    record_field_t field = *this;
-    field.is_key = true;
-    field.required_on = record_on_any;
-    return field;
-}
-constexpr record_field_t record_field_t::fixed() const {
-    record_field_t field = *this;
-    field.is_fixed = true;
-    return field;
-}
-constexpr record_field_t record_field_t::known_as(std::string_view other) const {
-    record_field_t field = *this;
-    field.also = other;
-    return field;
-}
-constexpr record_field_t record_field_t::named(const wire_names_t &value_names) const {
-    record_field_t field = *this;
-    field.names = &value_names;
-    return field;
-}
-constexpr record_field_t record_field_t::in_seconds() const {
-    record_field_t field = *this;
-    field.is_time = true;
-    return field;
-}
-constexpr record_field_t record_field_t::spelling() const {
-    record_field_t field = *this;
-    field.is_spelling = true;
-    return field;
-}
-constexpr record_field_t record_field_t::embedding() const {
-    record_field_t field = *this;
-    field.embeds_ipv4 = true;
-    return field;
-}
 
 /** Whether two fields write the same bytes, so that one command cannot have both. */
 constexpr bool record_fields_overlap(const record_field_t &a, const record_field_t &b) {

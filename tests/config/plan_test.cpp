@@ -15,7 +15,6 @@
 #include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
 #include "reconcile/rule_book.h"
-#include "records/families.h"
 #include "records/reader.h"
 #include "records/value.h"
 #include "records/words.h"
@@ -175,7 +174,7 @@ private:
         sent = {};
         sent.may_be_gone = command.may_be_gone;
         sending_ = &sent;
-        const bool is_rule = command.family == record_find_family("mapt bmr");
+        const bool is_rule = command.family->kind == family_kind_t::basic_rule;
         if (is_rule) {
             std::memcpy(&sent.rule.rule, command.record.bytes, sizeof sent.rule.rule);
             sent.rule.op = command.op;

@@ -100,7 +100,7 @@ TEST_F(running_test, what_was_committed_is_there_however_often_the_journal_was_w
             fwx_nat64_dmapping_t mapping{};
             mapping.id = i % count + 1;
             mapping.type = 1;
-            running.carried_out(*record_find_family("dmapping"), FWX_NAT64_OP_ADD, &mapping);
+            running.carried_out(record_family_of(family_kind_t::dmapping), FWX_NAT64_OP_ADD, &mapping);
             if (i % 100 == 0) running.commit();
         }
         running.commit();
@@ -177,6 +177,35 @@ TEST_F(running_test, a_server_is_compared_with_the_one_that_the_document_is_of) 
     document_t older;
     ASSERT_EQ(running.older(1, older), "");
     EXPECT_EQ(write_lines(older), write_lines(from_)) << "older versions are what they were";
+}
+
+TEST_F(running_test, a_server_that_restarted_and_holds_nothing_leaves_in_doubt_only_what_it_does_not_count) {
+    const std::string not_counted =
+        "timeout set --type udp --value 10s\n"
+        "limit add --type sessions --value 9\n"
+        "service add --type alg --value 21\n"
+        "adj set --type 13 --address 10.0.0.1\n"
+        "replication set --value 7\n"
+        "settings set --bytes 01020304000000000000000000000005\n";
+    const std::string counted =
+        "interface set --ifh 1 --mtu 1400\n"
+        "nvi enable --ifh 2\n"
+        "prefix add --prefix 64:ff9b::/96 --kind stateful\n"
+        "smapping add --id 3 --addr1 2001:db8::1 --addr2 192.0.2.1\n"
+        "dmapping add --id 3 --type 1\n"
+        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.10\n"
+        "range add --id 1 --start 198.51.100.1 --end 198.51.100.2\n"
+        "logging add --dest 192.0.2.9 --port 2055\n"
+        "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.3.0/24\n"
+        "mapt dmr add --id 1 --prefix 2001:db8:ffff::/64\n";
+    hold(read_document(not_counted + counted));
+    running_t running(directory_, "natctl");
+    ASSERT_EQ(running.open({}), "");
+    running.begin("test");
+    running.restarted(true);
+    EXPECT_EQ(write_lines(running.document()), write_lines(read_document(not_counted)));
+    EXPECT_EQ(running.doubtful(), running.document().size());
+    ASSERT_EQ(running.end(), "");
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <map>
+#include <optional>
 #include <set>
 
 #include "records/families.h"
@@ -171,6 +173,93 @@ TEST(records_test, every_field_is_held_to_its_bounds) {
             }
         }
     }
+}
+
+/** Calls `use` with each command of each family, and a record with a value in each of its fields. */
+template <typename use_t>
+void for_each_command(use_t use) {
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (const record_family_t *family = families; family != families + count; ++family) {
+        for (const record_verb_t *verb = family->verbs; verb != family->verbs + family->verb_count; ++verb) {
+            std::string line = record_command_text(*family, verb);
+            SCOPED_TRACE(line);
+            for (const record_field_t *field = family->fields; field != family->fields + family->field_count; ++field) {
+                if (!field->is_taken_on(verb->op) || field->is_spelling) continue;
+                line.append(" ").append(field->option).append(" ").append(good_text(*field));
+            }
+            use(*family, *verb, read_line(line).record());
+        }
+    }
+}
+
+TEST(records_test, every_command_has_a_payload_that_says_the_same) {
+    for_each_command([](const record_family_t &family, const record_verb_t &verb, const record_buffer_t &record) {
+        const record_payload_t *row = record_payload_of(family, verb.op, record.bytes);
+        ASSERT_NE(row, nullptr) << "a server keeps it as hexadecimal digits: a row of its family is missing";
+        std::vector<uint8_t> payload(row->size);
+        row->to_payload(record.bytes, payload.data());
+        row->word.put(payload.data());
+
+        const record_kept_t kept = record_kept_as(row->op_code, payload.data(), payload.size());
+        ASSERT_EQ(kept.family, &family);
+        const bool travels_as_add = verb.op == FWX_NAT64_OP_MOD && kept.payload->op == FWX_NAT64_OP_ADD;
+        EXPECT_TRUE(kept.payload->op == verb.op || travels_as_add) << kept.payload->op;
+        record_buffer_t again;
+        record_init(family, again);
+        kept.payload->to_record(payload.data(), again.bytes);
+        for (size_t i = 0; i < family.field_count; ++i) {
+            const record_field_t &field = family.fields[i];
+            if (!field.is_taken_on(verb.op)) continue;
+            EXPECT_EQ(record_field_text(field, again.bytes), record_field_text(field, record.bytes)) << field.option;
+        }
+    });
+}
+
+TEST(records_test, a_stateless_prefix_has_an_op_code_of_its_own) {
+    for (const char *verb : {"add", "mod", "del"}) {
+        const record_reader_t reader =
+            read_line("prefix " + std::string(verb) + " --prefix 64:ff9b::/96 --kind stateless");
+        const record_payload_t *row = record_payload_of(reader.family(), reader.verb().op, reader.record().bytes);
+        ASSERT_NE(row, nullptr) << verb;
+        EXPECT_EQ(row->op_code, FWX_NAT64_CFG_GLB_PREFIX_KIND2) << verb;
+    }
+}
+
+TEST(records_test, a_payload_that_no_command_says_belongs_to_no_family) {
+    const uint8_t payload[64] = {1};
+    EXPECT_EQ(record_kept_as(FWX_NAT64_CFG_TIMEOUT_SET, payload, sizeof(fwx_nat64_timeout_t) - 1).family, nullptr);
+    EXPECT_EQ(record_kept_as(0x7fff, payload, sizeof(fwx_nat64_timeout_t)).family, nullptr);
+    EXPECT_EQ(record_kept_as(FWX_NAT64_CFG_POOL_DEL, payload, sizeof(fwx_nat64_delete_payload_t)).family, nullptr)
+        << "its second word is not 1";
+}
+
+TEST(records_test, the_system_totals_count_the_items_of_these_families) {
+    const fwx_nat64_stats_sys_entry_t totals = [] {
+        fwx_nat64_stats_sys_entry_t counters{};
+        counters.interfaces = 1;
+        counters.prefixes = 2;
+        counters.static_mappings = 3;
+        counters.dynamic_mappings = 4;
+        counters.pools = 5;
+        counters.pool_ranges = 6;
+        counters.loggings = 7;
+        counters.rules = 8;
+        counters.sessions = 9;
+        return counters;
+    }();
+    const std::map<std::string, std::optional<uint64_t>> expected = {
+        {"timeout", {}},  {"limit", {}},  {"service", {}}, {"adj", {}},     {"replication", {}}, {"settings", {}},
+        {"interface", 1}, {"nvi", 1},     {"prefix", 2},   {"smapping", 3}, {"dmapping", 4},     {"pool", 5},
+        {"range", 6},     {"logging", 7}, {"mapt bmr", 8}, {"mapt dmr", 8},
+    };
+    std::map<std::string, std::optional<uint64_t>> counted;
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (const record_family_t *family = families; family != families + count; ++family) {
+        counted[record_command_text(*family, nullptr)] = record_total_of(*family, totals);
+    }
+    EXPECT_EQ(counted, expected);
 }
 
 TEST(records_test, fields_are_called_as_in_the_messages) {

@@ -18,7 +18,7 @@ class lesson_t : public std::enable_shared_from_this<lesson_t> {
 public:
     lesson_t(nat64::client &client, rule_book_t &rules, const document_t &document)
         : client_(client), rules_(rules), document_(document) {
-        const record_family_t &family = *record_find_family("mapt bmr");
+        const record_family_t &family = record_family_of(family_kind_t::basic_rule);
         next_ = document.begin_of(family);
         end_ = document.end_of(family);
     }
@@ -92,7 +92,7 @@ nat64::task<size_t> learn_rules(nat64::client &client, rule_book_t &rules, const
 }
 
 void prune_rules(rule_book_t &rules, const document_t &document) {
-    const record_family_t &family = *record_find_family("mapt bmr");
+    const record_family_t &family = record_family_of(family_kind_t::basic_rule);
     std::set<rule_name_t> names;
     for (size_t i = document.begin_of(family); i < document.end_of(family); ++i) {
         names.insert(name_of(*reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(document.item(i).record)));

@@ -33,19 +33,6 @@ std::string refusal_text(const apply_refusal_t &refusal) {
     return command_line(*command.family, command.op, command.record.bytes) + ": " + refusal.error.message();
 }
 
-/** What the server says that it holds of a family's items; nothing: it does not say. */
-std::optional<uint64_t> total_of(const fwx_nat64_stats_sys_entry_t &totals, const record_family_t &family) {
-    if (family.group == "mapt") return totals.rules;
-    if (family.word == "interface") return totals.interfaces;
-    if (family.word == "prefix") return totals.prefixes;
-    if (family.word == "smapping") return totals.static_mappings;
-    if (family.word == "dmapping") return totals.dynamic_mappings;
-    if (family.word == "pool") return totals.pools;
-    if (family.word == "range") return totals.pool_ranges;
-    if (family.word == "logging") return totals.loggings;
-    return std::nullopt;
-}
-
 }  // namespace
 
 offer_t make_offer(document_t document) {
@@ -221,7 +208,7 @@ nat64::task<bool> supervisor_t::doubt_all() {
     for (const document_t *document : documents) {
         for (size_t i = 0; i < document->size(); ++i) {
             const config_item_t item = document->item(i);
-            const std::optional<uint64_t> total = total_of(totals.record, *item.family);
+            const std::optional<uint64_t> total = record_total_of(*item.family, totals.record);
             if (!total || *total != 0) running_.doubt(*item.family, FWX_NAT64_OP_ADD, item.record);
         }
     }

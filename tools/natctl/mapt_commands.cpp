@@ -13,7 +13,7 @@ namespace {
 
 /** The basic rules of a document. */
 std::vector<fwx_nat64_mapt_bmr_t> basic_rules_of(const document_t &document) {
-    const record_family_t &family = *record_find_family("mapt bmr");
+    const record_family_t &family = record_family_of(family_kind_t::basic_rule);
     std::vector<fwx_nat64_mapt_bmr_t> rules;
     for (size_t i = document.begin_of(family); i < document.end_of(family); ++i) {
         std::memcpy(&rules.emplace_back(), document.item(i).record, sizeof(fwx_nat64_mapt_bmr_t));

@@ -17,7 +17,7 @@ std::string interface_note(const fwx_nat64_intf_info_t &interface) {
 }  // namespace
 
 uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, const void *record) {
-    if (family.word == "interface") {
+    if (family.kind == family_kind_t::interface) {
         call.outcome.note = interface_note(*static_cast<const fwx_nat64_intf_info_t *>(record));
     }
     if (!options_.dry_run) {
@@ -31,8 +31,8 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
         std::memcpy(call.change->record.bytes, record, family.record_size);
     }
     const auto send_it = [&family, op, record](void *pal_ctx) { return family.send(op, record, pal_ctx); };
-    if (family.group != "mapt" || options_.dry_run) return configure(call, send_it);
-    if (family.word == "bmr") {
+    if (!family.is_rule() || options_.dry_run) return configure(call, send_it);
+    if (family.kind == family_kind_t::basic_rule) {
         call.rule = rule_change_t{op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
         return send_rule(call, family);
     }

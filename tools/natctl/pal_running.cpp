@@ -1,5 +1,8 @@
 /* How natctl's binding keeps the running document of its server. */
+#include <algorithm>
+
 #include "fwx_nat64/server_result.h"
+#include "records/families.h"
 #include "state/directory.h"
 #include "tools/natctl/pal.h"
 
@@ -99,8 +102,11 @@ fwx_nat64_stats_boot_t pal_t::server_boot() {
 bool pal_t::server_holds_nothing() {
     bool is_known = false;
     const fwx_nat64_stats_sys_entry_t holds = run_internal(ask_totals(*client_, is_known));
-    return is_known && (holds.interfaces | holds.prefixes | holds.static_mappings | holds.dynamic_mappings |
-                        holds.pools | holds.pool_ranges | holds.loggings | holds.rules) == 0;
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    return is_known && std::all_of(families, families + count, [&holds](const record_family_t &family) {
+               return record_total_of(family, holds).value_or(0) == 0;
+           });
 }
 
 void pal_t::settle_all() {

@@ -57,11 +57,11 @@ std::string rule_set_t::take_line(const std::string &text) {
     if (open_quote != 0) return open_quote + std::string(": quote without its end");
     if (words_.words().empty()) return {};
     const record_reader_t::result_t result = reader_.read(words_.words());
-    const bool is_rule = result != record_reader_t::result_t::other && reader_.family().group == "mapt";
+    const bool is_rule = result != record_reader_t::result_t::other && reader_.family().is_rule();
     if (!is_rule) return {};
     if (result == record_reader_t::result_t::refused) return reader_.command() + ": " + reader_.error();
     const void *record = reader_.record().bytes;
-    if (reader_.family().word == "bmr") {
+    if (reader_.family().kind == family_kind_t::basic_rule) {
         apply(reader_.verb().op, *static_cast<const fwx_nat64_mapt_bmr_t *>(record));
     } else {
         apply(reader_.verb().op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record));
@@ -90,11 +90,11 @@ void rule_set_t::take(const rule_book_t &book) {
 void rule_set_t::take(const document_t &document) {
     for (size_t i = 0; i < document.size(); ++i) {
         const config_item_t item = document.item(i);
-        if (item.family->group != "mapt") continue;
+        if (!item.family->is_rule()) continue;
         record_buffer_t record;
         std::memcpy(record.bytes, item.record, item.family->record_size);
         const void *rule = record.bytes;
-        if (item.family->word == "bmr") {
+        if (item.family->kind == family_kind_t::basic_rule) {
             apply(FWX_NAT64_OP_ADD, *static_cast<const fwx_nat64_mapt_bmr_t *>(rule));
         } else {
             apply(FWX_NAT64_OP_ADD, *static_cast<const fwx_nat64_mapt_dmr_t *>(rule));

@@ -1,12 +1,12 @@
 #include "tools/natctl/state_lines.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "config/notation.h"
 #include "fwx_nat64_model/model.h"
 #include "records/families.h"
 #include "records/value.h"
-#include "tools/natctl/state_rows.h"
 
 namespace {
 
@@ -15,6 +15,12 @@ constexpr std::string_view index_mark = "@index ";
 std::string digits_line(uint32_t op_code, const uint8_t *payload, size_t size) {
     return std::to_string(op_code) + " " + hex_digits(payload, size);
 }
+
+static_assert(record_kept_basic_rule == FWX_NAT64_MODEL_SAVED_BASIC_RULE &&
+                  record_kept_default_rule == FWX_NAT64_MODEL_SAVED_DEFAULT_RULE &&
+                  record_kept_basic_rule_del == FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL &&
+                  record_kept_default_rule_del == FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL,
+              "the model saves rules under the op codes of their families");
 
 bool is_rule(uint32_t op_code) {
     return op_code == FWX_NAT64_MODEL_SAVED_BASIC_RULE || op_code == FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL;
@@ -25,25 +31,27 @@ bool is_rule(uint32_t op_code) {
 void state_lines_t::write(uint32_t op_code, const void *payload, size_t size, const write_fn_t &write) {
     const auto *bytes = static_cast<const uint8_t *>(payload);
     const bool is_interface = op_code == FWX_NAT64_CFG_INTF_SET && size == sizeof(fwx_nat64_intf_payload_t);
-    auto interface = is_interface ? from_bytes<fwx_nat64_intf_payload_t>(bytes) : fwx_nat64_intf_payload_t{};
+    fwx_nat64_intf_payload_t interface {};
+    if (is_interface) std::memcpy(&interface, bytes, sizeof interface);
     if (interface.nvi != 1 || interface.enable != 1) return write(line_of(op_code, bytes, size));
     interface.nvi = 0; /* a virtual one is made by two commands */
     write(line_of(op_code, reinterpret_cast<const uint8_t *>(&interface), size));
-    const record_family_t &family = *record_find_family("nvi");
+    const record_family_t &family = record_family_of(family_kind_t::nvi);
     write(command_line(family, FWX_NAT64_OP_ADD, &interface.ifh));
 }
 
 /** A line that says all of it. */
 std::string state_lines_t::line_of(uint32_t op_code, const uint8_t *payload, size_t size) {
-    const state_row_t *row = state_row_of_payload(op_code, payload, size);
+    const auto [family, row] = record_kept_as(op_code, payload, size);
     if (row == nullptr) return digits_line(op_code, payload, size);
     record_buffer_t record{};
-    const record_family_t &family = *record_find_family(row->family);
-    record_init(family, record);
+    record_init(*family, record);
     row->to_record(payload, record.bytes);
-    std::string line = command_line(family, row->op, record.bytes);
+    std::string line = command_line(*family, row->op, record.bytes);
     if (is_rule(op_code)) {
-        line.insert(0, std::string(index_mark) + std::to_string(from_bytes<uint32_t>(payload)) + " ");
+        uint32_t index = 0;
+        std::memcpy(&index, payload, sizeof index);
+        line.insert(0, std::string(index_mark) + std::to_string(index) + " ");
     }
     const bool says_all = read(line).empty() && op_code_ == op_code && payload_.size() == size &&
                           std::memcmp(payload_.data(), payload, size) == 0;
@@ -66,7 +74,7 @@ std::string state_lines_t::read_digits(std::string_view line) {
     op_code_ = static_cast<uint32_t>(op_code);
     /* Older states have a rule's index and identifiers alone. */
     constexpr size_t without_prefixes = 3 * sizeof(uint32_t);
-    if (is_rule(op_code_) && payload_.size() == without_prefixes) payload_.resize(sizeof(saved_rule_t));
+    if (is_rule(op_code_) && payload_.size() == without_prefixes) payload_.resize(sizeof(kept_rule_t));
     return "";
 }
 
@@ -84,14 +92,14 @@ std::string state_lines_t::read_command(std::string_view line) {
     const auto result = is_split ? reader_.read(words_.words()) : record_reader_t::result_t::other;
     if (result == record_reader_t::result_t::refused) return reader_.error();
     const uint8_t *record = reader_.record().bytes;
-    const state_row_t *row = result == record_reader_t::result_t::record
-                                 ? state_row_of_command(reader_.family(), reader_.verb().op, record)
-                                 : nullptr;
+    const record_payload_t *row = result == record_reader_t::result_t::record
+                                      ? record_payload_of(reader_.family(), reader_.verb().op, record)
+                                      : nullptr;
     if (row == nullptr || has_index != is_rule(row->op_code)) return "must be a command, or an op code and its payload";
     op_code_ = row->op_code;
-    payload_.assign(row->payload_size, 0);
+    payload_.assign(row->size, 0);
     if (has_index) std::memcpy(payload_.data(), &index, sizeof(uint32_t));
     row->to_payload(record, payload_.data());
-    if (row->flag_at != SIZE_MAX) std::memcpy(payload_.data() + row->flag_at, &row->flag, sizeof row->flag);
+    row->word.put(payload_.data());
     return "";
 }
