@@ -1,6 +1,5 @@
 #include "tools/nat64d/rule_learner.h"
 
-#include <memory>
 #include <set>
 #include <vector>
 
@@ -10,85 +9,29 @@
 
 namespace nat64 = fwx::nat64;
 
-namespace {
-
-constexpr size_t window = 256; /* commands that are outstanding at a time */
-
-class lesson_t : public std::enable_shared_from_this<lesson_t> {
-public:
-    lesson_t(nat64::client &client, rule_book_t &rules, const document_t &document)
-        : client_(client), rules_(rules), document_(document) {
-        const record_family_t &family = record_family_of(family_kind_t::basic_rule);
-        next_ = document.begin_of(family);
-        end_ = document.end_of(family);
-    }
-
-    void fill() {
-        while (next_ != end_ && outstanding_ < window && !is_abandoned_) {
-            const config_item_t item = document_.item(next_++);
-            rule_change_t change{FWX_NAT64_OP_ADD, *reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(item.record), {}};
-            rules_.adding(change);
-            const auto send = [&change](void *pal_ctx) {
-                return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &change.rule, pal_ctx);
-            };
-            const auto on_answer = [self = weak_from_this().lock(), index = next_ - 1](const nat64::rule_result &got) {
-                self->arrived(index, got);
-            };
-            if (client_.configure_rule(send, on_answer)) {
-                ++outstanding_;
-            } else {
-                rules_.failed(change);
-                ++failed_;
-            }
-        }
-    }
-    bool is_over() const { return next_ == end_ && outstanding_ == 0; }
-    void resume_when_over(std::coroutine_handle<> waiting) { waiting_ = waiting; }
-    void abandon() { is_abandoned_ = true; }
-    size_t failed() const { return failed_; }
-
-private:
-    void arrived(size_t index, const nat64::rule_result &got) {
-        if (is_abandoned_) return;
-        const std::shared_ptr<lesson_t> keep = weak_from_this().lock(); /* the task may end below */
-        --outstanding_;
-        const config_item_t item = document_.item(index);
-        const rule_change_t change{FWX_NAT64_OP_ADD, *reinterpret_cast<const fwx_nat64_mapt_bmr_t *>(item.record), {}};
-        const bool is_held = got.has_verdict && (got || got.code() == FWX_NAT64_MODEL_ERR_EXISTS);
-        const uint32_t code = is_held ? rules_.done(change, static_cast<uint32_t>(got.table.value()), got.bmr_index)
-                                      : rules_.failed(change);
-        if (!is_held || code != 0) ++failed_;
-        fill();
-        if (is_over() && waiting_) std::exchange(waiting_, nullptr).resume();
-    }
-
-    nat64::client &client_;
-    rule_book_t &rules_;
-    const document_t &document_;
-    size_t next_ = 0; /* items of the document */
-    size_t end_ = 0;
-    size_t outstanding_ = 0;
-    size_t failed_ = 0;
-    std::coroutine_handle<> waiting_;
-    bool is_abandoned_ = false;
-};
-
-}  // namespace
-
 nat64::task<size_t> learn_rules(nat64::client &client, rule_book_t &rules, const document_t &document) {
-    struct over_t {
-        std::shared_ptr<lesson_t> lesson;
-        explicit over_t(std::shared_ptr<lesson_t> of) : lesson(std::move(of)) {}
-        over_t(const over_t &) = delete;
-        ~over_t() { lesson->abandon(); }
-        bool await_ready() const {
-            lesson->fill();
-            return lesson->is_over();
-        }
-        void await_suspend(std::coroutine_handle<> waiting) const { lesson->resume_when_over(waiting); }
-        size_t await_resume() const { return lesson->failed(); }
+    constexpr size_t window = 256; /* commands that are outstanding at a time */
+    const record_family_t &family = record_family_of(family_kind_t::basic_rule);
+    const size_t begin = document.begin_of(family);
+    size_t failed = 0;
+    const auto change_of = [&document, begin](size_t index) {
+        const void *record = document.item(begin + index).record;
+        return rule_change_t{FWX_NAT64_OP_ADD, *static_cast<const fwx_nat64_mapt_bmr_t *>(record), {}};
     };
-    co_return co_await over_t(std::make_shared<lesson_t>(client, rules, document));
+    const auto add = [&](size_t index) {
+        const rule_change_t change = change_of(index);
+        rules.adding(change);
+        return client.mapt_bmr_add(change.rule);
+    };
+    const auto on_answer = [&](size_t index, const nat64::rule_result &got) {
+        const rule_change_t change = change_of(index);
+        const bool is_held = got.has_verdict && (got || got.code() == FWX_NAT64_MODEL_ERR_EXISTS);
+        const uint32_t code = is_held ? rules.done(change, static_cast<uint32_t>(got.table.value()), got.bmr_index)
+                                      : rules.failed(change);
+        if (!is_held || code != 0) ++failed;
+    };
+    co_await nat64::when_all(document.end_of(family) - begin, window, add, on_answer);
+    co_return failed;
 }
 
 void prune_rules(rule_book_t &rules, const document_t &document) {
