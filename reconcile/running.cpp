@@ -1,11 +1,7 @@
 #include "reconcile/running.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <ctime>
-#include <fstream>
-#include <thread>
 
 #include "config/notation.h"
 #include "state/directory.h"
@@ -16,7 +12,6 @@ namespace {
 constexpr const char *format = "nat64 running configuration 1";
 constexpr char mark = running_t::mark;
 constexpr size_t least_settle = 1U << 16;
-constexpr std::chrono::milliseconds lock_poll{10};
 
 std::string one_line(std::string text) {
     std::replace_if(
@@ -60,11 +55,7 @@ void write_doubts(const document_t &document, const journal_t::write_fn_t &write
 }  // namespace
 
 running_t::running_t(std::string directory, std::string program)
-    : directory_(std::move(directory)), program_(std::move(program)), undo_log_(directory_) {}
-
-running_t::~running_t() {
-    if (has_lock_) std::ofstream(directory_ + "/journal.lock", std::ios::trunc).flush();
-}
+    : directory_(std::move(directory)), lock_(directory_ + "/journal", std::move(program)), undo_log_(directory_) {}
 
 /* --- Opening --- */
 
@@ -82,52 +73,31 @@ std::string running_t::open(std::chrono::milliseconds patience) {
     if (directory_.empty()) return "";
     std::string error = make_state_directory(directory_ + "/versions");
     if (error.empty()) error = take_lock(patience);
+    if (!error.empty()) return error;
+    journal_ = make_journal();
+    error = journal_->open(reader());
+    /* Nothing is sent to a server that could not be kept. */
+    if (error.empty()) error = journal_->error();
     if (!error.empty()) {
         journal_.reset();
+        lock_.release();
         return error;
     }
-    has_lock_ = true;
-    write_holder();
-    if (journal_->dropped_lines() != 0) {
-        notes_.push_back(directory_ + ": the last " + std::to_string(journal_->dropped_lines()) +
-                         " lines of the journal are no whole group and left out; see journal.damaged");
-    }
+    notes_ = journal_->notes();
     return end_interrupted();
 }
 
 std::string running_t::take_lock(std::chrono::milliseconds patience) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    /* Who has just got the lock has not written its name yet, and who was killed has left its own. */
-    constexpr int polls_to_believe = 20;
-    for (int poll = 0;; ++poll) {
-        journal_ = make_journal();
-        std::string error = journal_->open(reader());
-        if (!journal_->is_taken()) return error;
-        const std::string who = holder();
-        const bool may_end_soon = who.empty() || who.rfind("natctl ", 0) == 0 || poll < polls_to_believe;
-        if (!may_end_soon || std::chrono::steady_clock::now() >= end) {
-            return directory_ + ": " + (who.empty() ? "another process" : who) + " has the running configuration";
-        }
-        std::this_thread::sleep_for(lock_poll);
-    }
+    const auto may_end_soon = [](const std::string &who) { return who.empty() || who.rfind("natctl ", 0) == 0; };
+    std::string error = lock_.take(patience, may_end_soon);
+    if (!lock_.is_taken()) return error;
+    return directory_ + ": " + lock_.holder() + " has the running configuration";
 }
 
 std::string running_t::look() {
     if (directory_.empty()) return "";
     std::string error = make_journal()->look(reader());
     return error.empty() ? end_interrupted() : error;
-}
-
-/** `natctl (process 1234)`. */
-std::string running_t::holder() const {
-    std::ifstream file(directory_ + "/journal.lock");
-    std::string text;
-    std::getline(file, text);
-    return text;
-}
-
-void running_t::write_holder() const {
-    std::ofstream(directory_ + "/journal.lock") << program_ << " (process " << getpid() << ")\n";
 }
 
 /* --- Writing --- */

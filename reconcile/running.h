@@ -11,8 +11,8 @@
  * A change that a crash has ended is made a version by the next open; commands of its plan that were not answered, or
  * all of them when it was being taken back, leave their items in doubt: plans delete those and add them again.
  *
- * In the directory: `journal` (config/journal.h) and its lock, whose text names the holder; `versions/N`, commands that
- * lead from version N back to N-1. Without a directory all is kept in memory alone.
+ * In the directory: `journal` (state/journal.h) and its lock (state/lock.h); `versions/N`, commands that lead from
+ * version N back to N-1. Without a directory all is kept in memory alone.
  *
  * Errors are texts that name the file; empty: there is none. Nothing here is thread-safe.
  */
@@ -30,11 +30,12 @@
 #include <vector>
 
 #include "config/document.h"
-#include "config/journal.h"
 #include "config/plan.h"
 #include "fwx_nat64/wire.h"
 #include "records/reader.h"
 #include "records/words.h"
+#include "state/journal.h"
+#include "state/lock.h"
 #include "state/undo_log.h"
 
 /** A change that has been made, or was begun. */
@@ -66,7 +67,6 @@ public:
      * @param program   names the holder of the lock: `nat64d`.
      */
     running_t(std::string directory, std::string program);
-    ~running_t();
     running_t(const running_t &) = delete;
     running_t &operator=(const running_t &) = delete;
     const std::string &directory() const { return directory_; }
@@ -127,8 +127,6 @@ public:
 
 private:
     std::string take_lock(std::chrono::milliseconds patience);
-    std::string holder() const;
-    void write_holder() const;
     std::unique_ptr<journal_t> make_journal();
     journal_t::read_fn_t reader();
     std::string read_line(std::string_view line);
@@ -151,7 +149,7 @@ private:
     }
 
     const std::string directory_;
-    const std::string program_;
+    lock_t lock_;
     std::unique_ptr<journal_t> journal_; /* null: none is written */
     std::vector<std::string> notes_;
 
@@ -161,7 +159,6 @@ private:
     undo_log_t undo_log_; /* of the versions */
     version_t change_;    /* that has begun */
     bool has_begun_ = false;
-    bool has_lock_ = false;
     uint64_t boot_id_ = 0; /* of the server that the document is of; 0: unknown */
     uint64_t changes_ = 0; /* of the server: when it was in step, and those that it has acknowledged since */
     unconfirmed_t unconfirmed_;

@@ -81,6 +81,7 @@ if [[ $tier == --full ]]; then
   tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
   scripts/fuzz.sh 600
   scripts/kill_drill.sh 1000
+  scripts/journal_drill.sh 1000
   scripts/daemon_drill.sh 200
 fi
 say "all checks passed in $SECONDS s"

@@ -7,7 +7,6 @@
 #include <csignal>
 #include <filesystem>
 
-#include "config/journal.h"
 #include "config/notation.h"
 #include "records/families.h"
 #include "tests/reconcile/two_documents.h"

@@ -22,10 +22,11 @@ protected:
             .at("dynamic_mappings")
             .get<int>();
     }
-    std::string content() const {
-        std::ifstream file(path_);
+    static std::string content_of(const std::string &path) {
+        std::ifstream file(path);
         return {std::istreambuf_iterator<char>(file), {}};
     }
+    std::string content() const { return content_of(path_); }
     /** Lines of the state that are an op code and a payload. */
     std::string lines_of_digits() const {
         std::ifstream file(path_);
@@ -96,6 +97,23 @@ TEST_F(state_test, a_command_that_cannot_be_saved_is_told_as_failed_and_saved_as
     EXPECT_EQ(run("--connect alpha " + mapping(51)).status, 0);
     EXPECT_EQ(content().substr(0, saved.size()), saved) << "a change is appended";
     EXPECT_GT(content().size(), saved.size());
+}
+
+TEST_F(state_test, a_server_whose_file_was_torn_starts_on_a_full_disk_and_saves_as_soon_as_there_is_room) {
+    const std::string torn =
+        "natctl server state 3\ntimeout set --type udp --value 300\n= 1 9ecc00a9\ndmapping add --ty";
+    std::ofstream(path_) << torn;
+    const server_process_t server(path_, 10);
+    ASSERT_TRUE(server.is_ready());
+    EXPECT_EQ(content(), torn);
+    EXPECT_EQ(content_of(path_ + ".damaged"), torn);
+    const run_t refused = run("--connect alpha " + mapping(1));
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.notes.find("could not save that it has (0x600b)"), std::string::npos) << refused.notes;
+    EXPECT_EQ(mappings(), 1) << "a query is answered as ever";
+    server.let_files_grow();
+    EXPECT_EQ(run("--connect alpha " + mapping(2)).status, 0);
+    EXPECT_EQ(content().find("natctl server state 3\ntimeout set --type udp --value 300\ndmapping add "), 0U);
 }
 
 TEST_F(state_test, a_rule_that_could_not_be_saved_is_in_the_table_of_the_library_as_it_is_in_the_server) {
@@ -266,7 +284,13 @@ TEST_F(state_test, a_file_that_is_no_state_is_refused_with_its_line_and_left_as_
         EXPECT_NE(result.notes.find(error), std::string::npos) << result.notes;
         EXPECT_EQ(content(), text);
     }
-    EXPECT_NE(run("serve alpha --state " + directory_.path()).notes.find("not a regular file"), std::string::npos);
+    std::filesystem::rename(path_, path_ + "2");
+    std::filesystem::create_symlink(path_ + "2", path_);
+    for (const std::string &path : {directory_.path(), directory_.path() + "/", path_, path_ + "/"}) {
+        const run_t result = run("serve alpha --state " + path);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_NE(result.notes.find(path + ": not a regular file"), std::string::npos) << result.notes;
+    }
 }
 
 }  // namespace

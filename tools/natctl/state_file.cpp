@@ -15,6 +15,7 @@ constexpr const char *older_format = "natctl server state 2";
 state_file_t::state_file_t(std::string path, fwx_nat64_model_t &model, note_fn_t note)
     : model_(model),
       note_(std::move(note)),
+      lock_(path, "natctl"),
       journal_(std::move(path), {format, older_format}, [this](const auto &write) { save(write); }) {}
 
 void state_file_t::save(const journal_t::write_fn_t &write) {
@@ -32,13 +33,13 @@ void state_file_t::save(const journal_t::write_fn_t &write) {
 }
 
 std::string state_file_t::open() {
-    std::string error = journal_.open([this](std::string_view line) { return restore(line); });
+    std::string error = lock_.take();
+    if (error.empty()) error = journal_.open([this](std::string_view line) { return restore(line); });
     if (!error.empty()) return error;
-    if (journal_.dropped_lines() != 0) {
-        note_("the last " + std::to_string(journal_.dropped_lines()) +
-              " lines of the state are no whole group and left out; see the file of that name with .damaged behind it");
+    for (const std::string &note : journal_.notes()) {
+        note_(note);
     }
-    warn();
+    tell(journal_.error());
     model_.journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
                             auto &self = *static_cast<state_file_t *>(arg);
                             self.lines_.write(op_code, payload, size,
@@ -54,14 +55,15 @@ std::string state_file_t::open() {
 
 std::string state_file_t::commit() {
     std::string error = journal_.commit();
-    warn();
-    const bool is_news = error.empty() != error_.empty();
-    if (is_news) note_(error.empty() ? "the state is saved again" : error);
-    error_ = error;
+    tell(error);
     return error;
 }
 
-void state_file_t::warn() {
+/** Notes what has changed since it was called last. */
+void state_file_t::tell(const std::string &error) {
+    const bool is_news = error.empty() != error_.empty();
+    if (is_news) note_(error.empty() ? "the state is saved again" : "changes cannot be saved: " + error);
+    error_ = error;
     if (!journal_.warning().empty() && journal_.warning() != warning_) {
         note_("the state is saved, but not written anew: " + journal_.warning());
     }

@@ -5,8 +5,9 @@
 #include <functional>
 #include <string>
 
-#include "config/journal.h"
 #include "model/model.h"
+#include "state/journal.h"
+#include "state/lock.h"
 #include "tools/natctl/state_lines.h"
 
 class state_file_t {
@@ -19,8 +20,9 @@ public:
     state_file_t(const state_file_t &) = delete;
     state_file_t &operator=(const state_file_t &) = delete;
 
-    /** Sets the model up, and keeps what changes in it from then on. Returns why not, with the file's name; the model
-     * may then hold a part of the configuration. */
+    /** Takes the file's lock, sets the model up, and keeps what changes in it from then on. A state that can be read
+     * and not saved is noted; changes are then refused until it can be. Returns what went wrong otherwise, with the
+     * file's name; the model may then hold a part of the configuration. */
     std::string open();
     /** Whether changes that could not be kept have to be tried again. */
     bool is_unsaved() const { return journal_.is_unsaved(); }
@@ -30,11 +32,12 @@ public:
 private:
     void save(const journal_t::write_fn_t &write);
     std::string restore(std::string_view line);
-    void warn();
+    void tell(const std::string &error);
 
     fwx_nat64_model_t &model_;
     note_fn_t note_;
     state_lines_t lines_;
+    lock_t lock_;
     journal_t journal_;
     std::string error_;   /* of the last commit */
     std::string warning_; /* the same */

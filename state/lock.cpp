@@ -1,0 +1,83 @@
+#include "state/lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <thread>
+#include <utility>
+
+#include "state/files.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds poll{10};
+/* A holder that has just got the lock has not written its name yet, and a killed one has left its own. */
+constexpr int polls_to_believe_name = 20;
+
+}  // namespace
+
+lock_t::lock_t(std::string path, std::string program) : path_(std::move(path)), program_(std::move(program)) {}
+
+std::string lock_t::take(std::chrono::milliseconds patience, const is_worth_waiting_fn_t &is_worth_waiting) {
+    /* Polls are counted and not timed: flock cannot wait for a limited time. */
+    for (int polls = 0;; ++polls) {
+        std::string error = try_once();
+        if (!is_taken_) return error;
+        const bool is_name_sure = polls >= polls_to_believe_name;
+        const bool is_hopeless = is_name_sure && is_worth_waiting && !is_worth_waiting(holder_);
+        if (is_hopeless || polls * poll >= patience) {
+            if (holder_.empty()) holder_ = "another process";
+            return error;
+        }
+        std::this_thread::sleep_for(poll);
+    }
+}
+
+std::string lock_t::try_once() {
+    is_taken_ = false;
+    if (!can_name_file(path_)) return path_ + ": not a regular file";
+    const std::string name = path_ + ".lock";
+    const int fd = ::open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    if (fd < 0) return errno == ELOOP ? name + ": not a regular file" : file_error(name);
+    struct stat status {};
+    std::string error = fstat(fd, &status) == 0 ? distrusted(name, status) : file_error(name);
+    if (error.empty() && flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        error = file_error(name);
+        is_taken_ = errno == EWOULDBLOCK;
+    }
+    if (is_taken_) {
+        holder_ = read_name(fd);
+        error = path_ + ": another process has it" + (holder_.empty() ? "" : ": " + holder_);
+    }
+    if (!error.empty()) {
+        ::close(fd);
+        return error;
+    }
+    fd_ = fd;
+    write_name();
+    return "";
+}
+
+std::string lock_t::read_name(int fd) const {
+    char text[128];
+    const ssize_t size = pread(fd, text, sizeof text, 0);
+    const std::string name(text, size > 0 ? static_cast<size_t>(size) : 0);
+    return name.substr(0, name.find('\n'));
+}
+
+/** The name is for people; the lock holds without it, as on a full disk. */
+void lock_t::write_name() const {
+    const std::string text = program_ + " (process " + std::to_string(getpid()) + ")\n";
+    const bool is_written = ftruncate(fd_, 0) == 0 && pwrite(fd_, text.data(), text.size(), 0) > 0;
+    static_cast<void>(is_written);
+}
+
+void lock_t::release() {
+    if (fd_ < 0) return;
+    const bool is_cleared = ftruncate(fd_, 0) == 0;
+    static_cast<void>(is_cleared); /* a stale name misleads only people */
+    ::close(fd_);
+    fd_ = -1;
+}

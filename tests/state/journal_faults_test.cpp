@@ -1,0 +1,187 @@
+/* The journal on a disk whose every operation fails, alone and with each later one, and on which crashes lose what was
+ * not synced: what was acknowledged is there, groups are whole, and a new process can go on. */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "keeper.h"
+#include "simulated_disk.h"
+
+namespace {
+
+using fault_t = simulated_disk_t::fault_t;
+using unsynced_t = simulated_disk_t::unsynced_t;
+
+constexpr const char *path = "a.state";
+constexpr unsynced_t all_unsynced[] = {unsynced_t::kept, unsynced_t::lost, unsynced_t::first_half_kept,
+                                       unsynced_t::second_half_kept, unsynced_t::last_write_kept};
+constexpr fault_t all_faults[] = {fault_t::fails, fault_t::fails_though_done, fault_t::dies};
+
+/** What a process does with a journal. */
+struct scenario_t {
+    const char *name;
+    size_t commits_before; /* by another process, without a fault */
+    size_t commits;
+    size_t line_bytes;    /* of a line that is a part of the state */
+    size_t filling_bytes; /* of one that is not */
+    bool tells_count;
+    uint64_t snapshot_ms;
+    bool has_lost_group = false; /* the sync of one more commit before has failed */
+};
+constexpr scenario_t scenarios[] = {
+    {"a_new_file_with_two_snapshots", 0, 7, 10, 22500, false, 0},
+    {"a_new_file_with_two_slow_snapshots", 0, 7, 10, 22500, false, 20},
+    {"a_short_file_that_is_written_anew", 2, 2, 10, 1000, false, 0},
+    {"a_long_file_that_has_only_grown", 3, 2, 22000, 10, true, 0},
+    {"a_long_file_whose_last_group_is_only_in_the_cache", 3, 2, 22000, 10, true, 0, true},
+};
+
+class journal_faults_test : public testing::TestWithParam<scenario_t> {
+protected:
+    journal_faults_test() { fwx_host_clock_turn(0); }
+    ~journal_faults_test() override { fwx_host_clock_run(); }
+
+    /** Each group begins and ends with a line of the state. */
+    static std::string commit_group(keeper_t &keeper) {
+        const size_t number = keeper.lines.size();
+        const std::string first = std::to_string(number) + " ";
+        keeper.add(first + std::string(GetParam().line_bytes, 'x'));
+        keeper.add(keeper_t::filling(GetParam().filling_bytes));
+        return keeper.add_and_commit(std::to_string(number + 1));
+    }
+
+    /** Lets another process make the file. */
+    void SetUp() override {
+        if (GetParam().commits_before == 0) return;
+        simulated_disk_t disk;
+        keeper_t keeper(path, disk, GetParam().tells_count);
+        EXPECT_EQ(keeper.open(), "");
+        for (size_t i = 0; i < GetParam().commits_before; ++i) {
+            EXPECT_EQ(commit_group(keeper), "");
+        }
+        acknowledged_before_ = keeper.lines;
+        if (GetParam().has_lost_group) {
+            disk.arm(2, fault_t::fails);
+            EXPECT_NE(commit_group(keeper), "");
+        }
+        held_before_ = keeper.lines;
+        start_ = disk.next_process();
+    }
+
+    struct result_t {
+        lines_t acknowledged;
+        lines_t held;               /* in memory, at the end */
+        simulated_disk_t disk;      /* when the process ended, in whatever way */
+        bool has_recovered = false; /* it went on behind the last fault, and saved everything */
+    };
+    result_t run(simulated_disk_t &disk) const {
+        result_t result;
+        result.acknowledged = acknowledged_before_;
+        keeper_t keeper(path, disk, GetParam().tells_count);
+        keeper.snapshot_ms = GetParam().snapshot_ms;
+        bool is_open = false;
+        bool has_died = false;
+        try {
+            is_open = keeper.open().empty();
+            if (is_open) result.acknowledged = keeper.lines;
+            for (size_t i = 0; is_open && i < GetParam().commits; ++i) {
+                const bool is_acknowledged = commit_group(keeper).empty();
+                EXPECT_EQ(is_acknowledged, keeper.journal().error().empty());
+                EXPECT_EQ(is_acknowledged, !keeper.journal().is_unsaved());
+                if (is_acknowledged) result.acknowledged = keeper.lines;
+                if (keeper.snapshot_ms != 0) fwx_host_clock_turn(5 * keeper.snapshot_ms); /* half of a pause */
+            }
+        } catch (const process_died_t &) {
+            has_died = true;
+        }
+        result.held = begins_with(keeper.lines, held_before_) ? keeper.lines : held_before_;
+        result.disk = disk.next_process();
+        if (!is_open || has_died || disk.has_faults_left()) return result;
+        fwx_host_clock_turn(10 * GetParam().snapshot_ms);
+        EXPECT_EQ(keeper.commit(), "");
+        result.has_recovered = true;
+        return result;
+    }
+
+    /** A new process finds what was acknowledged, in whole groups; what it acknowledges itself outlives any crash. */
+    static void check(simulated_disk_t &&disk, const lines_t &acknowledged, const lines_t &held) {
+        lines_t all;
+        {
+            keeper_t keeper(path, disk, GetParam().tells_count);
+            ASSERT_EQ(keeper.open(), "");
+            ASSERT_EQ(keeper.journal().error(), "");
+            ASSERT_TRUE(begins_with(keeper.lines, acknowledged));
+            ASSERT_TRUE(begins_with(held, keeper.lines));
+            ASSERT_EQ(keeper.lines.size() % 2, 0U) << "half a group";
+            ASSERT_EQ(commit_group(keeper), "");
+            all = keeper.lines;
+        }
+        ASSERT_EQ(disk.open_files(), 0U);
+        ASSERT_FALSE(disk.has(path + std::string(".new")));
+        simulated_disk_t crashed = disk.after_crash(false, unsynced_t::lost);
+        keeper_t keeper(path, crashed, GetParam().tells_count);
+        ASSERT_EQ(keeper.open(), "");
+        ASSERT_EQ(keeper.lines, all);
+    }
+    void run_and_check(simulated_disk_t &disk) const {
+        const result_t result = run(disk);
+        if (result.has_recovered) {
+            check(disk.after_crash(false, unsynced_t::lost), result.held, result.held);
+        }
+        const simulated_disk_t &disk_at_end = result.disk;
+        check(disk_at_end.next_process(), result.acknowledged, result.held);
+        for (const bool are_names_kept : {true, false}) {
+            if (!are_names_kept && !disk_at_end.has_unsynced_names()) continue;
+            for (const auto unsynced : all_unsynced) {
+                if (unsynced != unsynced_t::kept && !disk_at_end.has_unsynced_bytes()) continue;
+                if (HasFatalFailure()) return;
+                check(disk_at_end.after_crash(are_names_kept, unsynced), result.acknowledged, result.held);
+            }
+        }
+    }
+
+    simulated_disk_t start_;
+    lines_t acknowledged_before_;
+    lines_t held_before_;
+};
+
+TEST_P(journal_faults_test, one_operation_fails_or_is_the_last_one) {
+    for (const fault_t fault : all_faults) {
+        bool is_reached = true;
+        for (size_t operation = 1; is_reached; ++operation) {
+            SCOPED_TRACE(testing::Message() << "fault " << static_cast<int>(fault) << " at " << operation);
+            simulated_disk_t disk = start_.next_process();
+            disk.arm(operation, fault);
+            run_and_check(disk);
+            is_reached = disk.operations() >= operation;
+            if (HasFatalFailure()) return;
+        }
+    }
+}
+
+TEST_P(journal_faults_test, two_operations_fail_and_the_second_one_may_be_the_last_one) {
+    for (const fault_t first_fault : {fault_t::fails, fault_t::fails_though_done}) {
+        for (const fault_t fault : all_faults) {
+            bool is_first_reached = true;
+            for (size_t first = 1; is_first_reached; ++first) {
+                bool is_second_reached = true;
+                for (size_t second = first + 1; is_second_reached; ++second) {
+                    SCOPED_TRACE(testing::Message() << "fault " << static_cast<int>(first_fault) << " at " << first
+                                                    << ", " << static_cast<int>(fault) << " at " << second);
+                    simulated_disk_t disk = start_.next_process();
+                    disk.arm(first, first_fault);
+                    disk.arm(second, fault);
+                    run_and_check(disk);
+                    is_first_reached = disk.operations() >= first;
+                    is_second_reached = disk.operations() >= second;
+                    if (HasFatalFailure()) return;
+                }
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(journal, journal_faults_test, testing::ValuesIn(scenarios),
+                         [](const auto &scenario) { return std::string(scenario.param.name); });
+
+}  // namespace

@@ -1,0 +1,407 @@
+/* What a journal's file looks like, which files are read, which are refused, and when a snapshot is written. */
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "keeper.h"
+#include "simulated_disk.h"
+
+namespace {
+
+/** Reads a file and changes nothing. */
+struct look_t {
+    explicit look_t(const std::string &path, files_t &files = files_t::system())
+        : keeper(path, files), error(keeper.look()) {}
+
+    keeper_t keeper;
+    const std::string error;
+};
+
+class journal_test : public testing::Test {
+protected:
+    journal_test() {
+        fwx_host_clock_turn(0);
+        char name[] = "/tmp/journal_test.XXXXXX";
+        directory_ = mkdtemp(name);
+        path_ = directory_ + "/state";
+    }
+    ~journal_test() override {
+        fwx_host_clock_run();
+        std::filesystem::remove_all(directory_);
+        EXPECT_EQ(open_descriptors(), descriptors_before_) << "descriptors are left open";
+    }
+
+    static size_t open_descriptors() {
+        using iterator_t = std::filesystem::directory_iterator;
+        return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
+    }
+    static std::string content_of(const std::string &path) {
+        std::ifstream file(path);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    std::string content() const { return content_of(path_); }
+    void write_file(const std::string &text) const {
+        std::ofstream(path_) << text;
+        set_mode(0600);
+    }
+    void set_mode(mode_t mode) const { EXPECT_EQ(chmod(path_.c_str(), mode), 0); }
+    std::string opened(const std::string &path) const { return keeper_t(path).open(); }
+
+    const size_t descriptors_before_ = open_descriptors();
+    std::string directory_;
+    std::string path_;
+};
+
+TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
+    {
+        keeper_t keeper(path_);
+        ASSERT_EQ(keeper.open(), "");
+        EXPECT_EQ(content(), "test journal 2\n= 0 00000000\n");
+        EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0600));
+        keeper.add("123456789");
+        EXPECT_TRUE(keeper.journal().is_unsaved());
+        ASSERT_EQ(keeper.commit(), "");
+        EXPECT_FALSE(keeper.journal().is_unsaved());
+        keeper.add("one");
+        keeper.add("two");
+        ASSERT_EQ(keeper.commit(), "");
+        ASSERT_EQ(keeper.commit(), "");
+        EXPECT_EQ(content(), "test journal 2\n= 0 00000000\n123456789\n= 1 e0117757\none\ntwo\n= 2 12ba0be6\n");
+    }
+    set_mode(0640);
+    keeper_t keeper(path_);
+    ASSERT_EQ(keeper.open(), "");
+    EXPECT_EQ(keeper.lines, (lines_t{"123456789", "one", "two"}));
+    EXPECT_EQ(content().find("= 1"), std::string::npos) << "a start writes a snapshot";
+    EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0640));
+    EXPECT_EQ(keeper.add_and_commit("three"), "");
+    const look_t look(path_);
+    EXPECT_EQ(look.error, "");
+    EXPECT_EQ(look.keeper.lines, keeper.lines);
+}
+
+TEST_F(journal_test, a_file_of_each_format_that_is_in_use_is_read) {
+    const std::pair<const char *, lines_t> files[] = {
+        {"natctl server state 2\n14 010000002c010000\n65536 070000000500000001000000\n= 2 f0615b2f\n",
+         {"14 010000002c010000", "65536 070000000500000001000000"}},
+        {"natctl server state 3\ntimeout set --type udp --value 300\n= 1 9ecc00a9\nmapt dmr add --id 1 --prefix "
+         "2001:db8:ffff::/64\n@index 2 mapt dmr del --id 1\n= 2 9ea7f51e\n= 0 00000000\n",
+         {"timeout set --type udp --value 300", "mapt dmr add --id 1 --prefix 2001:db8:ffff::/64",
+          "@index 2 mapt dmr del --id 1"}},
+        {"nat64 running configuration 1\n@version 1 1700000000 1 user command\ntimeout set --type udp --value "
+         "300\n@boot "
+         "0 0\n= 3 435b8c90\n@change 2 1700000001 0 user command\n= 1 4d1ddfde\n",
+         {"@version 1 1700000000 1 user command", "timeout set --type udp --value 300", "@boot 0 0",
+          "@change 2 1700000001 0 user command"}},
+    };
+    for (const auto &[text, lines] : files) {
+        const std::string whole = text;
+        simulated_disk_t disk;
+        disk.put("a", whole);
+        lines_t read;
+        journal_t journal(
+            "a", {whole.substr(0, whole.find('\n'))}, [](const auto &) {}, {}, disk);
+        EXPECT_EQ(journal.look([&](std::string_view line) {
+            read.emplace_back(line);
+            return std::string();
+        }),
+                  "");
+        EXPECT_EQ(read, lines);
+    }
+}
+
+TEST_F(journal_test, a_file_that_is_no_journal_is_refused_and_left_as_it_is) {
+    const std::string good = "test journal 2\na\n= 1 ddeaa107\n";
+    const std::pair<std::string, const char *> contents[] = {
+        {"", "does not begin with test journal 2"},
+        {"{\"version\": 1}\n", "does not begin with test journal 2"},
+        {"test journal 3\n= 0 00000000\n", "does not begin with test journal 2"},
+        {"test journal 2\n", "damaged"},
+        {"test journal 2\na\n", "damaged"},
+        {"test journal 2\na\n= 1 00000000\n", "damaged: the lines from 2 on"},
+        {"test journal 2\na\n= 1 00000000\nb\n= 1 f6c7f2c4\n", "damaged: the lines from 2 on"},
+        {"test journal 2\n= 0 00000000\nwrong\n= 1 cf923a74\n", "line 3: no such line"},
+    };
+    for (const auto &[text, error] : contents) {
+        write_file(text);
+        const std::string said = opened(path_);
+        EXPECT_EQ(said.find(path_ + ": "), 0U) << said;
+        EXPECT_NE(said.find(error), std::string::npos) << text << '\n' << said;
+        EXPECT_EQ(content(), text);
+    }
+    write_file("test journal 1" + good.substr(good.find('\n')));
+    ASSERT_EQ(opened(path_), "");
+    EXPECT_EQ(content(), good) << "an older one is written anew";
+    const std::string in_no_folder = directory_ + "/none/state";
+    EXPECT_EQ(opened(in_no_folder), in_no_folder + ".new: No such file or directory");
+}
+
+TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_as_it_is) {
+    const std::string good = "test journal 2\na\n= 1 ddeaa107\n";
+    const std::string target = directory_ + "/target";
+    const std::pair<const char *, std::function<void()>> cases[] = {
+        {"not a regular file", [&] { std::filesystem::create_symlink(target, path_); }},
+        {"not a regular file", [&] { std::filesystem::create_symlink(directory_, path_); }},
+        {"not a regular file", [&] { std::filesystem::create_symlink(directory_ + "/dangling", path_); }},
+        {"not a regular file", [&] { ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0); }},
+        {"not a regular file", [&] { std::filesystem::create_directory(path_); }},
+        {"other users may write to it (mode 0620); change its mode to 0600",
+         [&] {
+             write_file(good);
+             set_mode(0620);
+         }},
+        {"other users may write to it (mode 0602); change its mode to 0600",
+         [&] {
+             write_file(good);
+             set_mode(0602);
+         }},
+    };
+    for (const auto &[reason, make] : cases) {
+        std::ofstream(target) << good;
+        make();
+        EXPECT_EQ(opened(path_), path_ + ": " + reason);
+        EXPECT_EQ(look_t(path_).error, path_ + ": " + reason);
+        EXPECT_EQ(opened(path_ + "/"), path_ + "/: not a regular file");
+        EXPECT_EQ(content_of(target), good);
+        std::filesystem::remove_all(path_);
+        size_t left = 0;
+        for (const auto &entry : std::filesystem::directory_iterator(directory_)) {
+            left += entry.path() == target ? 0 : 1;
+        }
+        EXPECT_EQ(left, 0U);
+    }
+    struct stat of_another {};
+    of_another.st_mode = S_IFREG | 0600;
+    of_another.st_uid = geteuid() + 1;
+    const std::string said = distrusted(path_, of_another);
+    EXPECT_EQ(said, path_ + ": belongs to user " + std::to_string(geteuid() + 1) + ", not to user " +
+                        std::to_string(geteuid()) + "; change its owner");
+    if (geteuid() != 0) return; /* only root can give a file away */
+    write_file(good);
+    ASSERT_EQ(chown(path_.c_str(), 1, 1), 0);
+    EXPECT_EQ(opened(path_), path_ + ": belongs to user 1, not to user 0; change its owner");
+    EXPECT_EQ(content(), good);
+}
+
+TEST_F(journal_test, one_byte_that_changed_is_an_error_or_in_the_last_group_and_no_line_is_ever_another) {
+    lines_t lines;
+    simulated_disk_t written;
+    {
+        keeper_t keeper("a", written);
+        ASSERT_EQ(keeper.open(), "");
+        for (const char *line : {"alpha", "beta", "gamma", "delta"}) {
+            keeper.add(line);
+            if (*line == 'b') continue;
+            ASSERT_EQ(keeper.commit(), "");
+        }
+        lines = keeper.lines;
+    }
+    const std::string whole = written.content("a");
+    const size_t last_group = whole.find("delta");
+    int errors = 0;
+    for (size_t at = 0; at < whole.size(); ++at) {
+        std::string others = {'\0', '\n', '='};
+        for (int bit = 0; bit < 8; ++bit) {
+            others += static_cast<char>(whole[at] ^ (1 << bit));
+        }
+        for (const char other : others) {
+            if (other == whole[at]) continue;
+            std::string text = whole;
+            text[at] = other;
+            simulated_disk_t disk;
+            disk.put("a", text);
+            keeper_t keeper("a", disk);
+            const bool is_refused = !keeper.open().empty();
+            errors += is_refused ? 1 : 0;
+            EXPECT_TRUE(begins_with(lines, keeper.lines)) << at;
+            if (is_refused) continue;
+            EXPECT_GE(at, last_group) << "lost without a word";
+            EXPECT_EQ(keeper.lines.size(), lines.size() - 1);
+            EXPECT_EQ(keeper.journal().notes().size(), 1U);
+            EXPECT_EQ(disk.content("a.damaged"), text);
+        }
+    }
+    EXPECT_GE(errors, static_cast<int>(last_group));
+}
+
+TEST_F(journal_test, a_file_that_lost_any_of_its_last_2048_bytes_has_its_whole_groups_and_a_copy_of_the_rest) {
+    simulated_disk_t written;
+    std::vector<size_t> sizes; /* of the file, after each group of two lines */
+    lines_t lines;
+    {
+        keeper_t keeper("a", written);
+        ASSERT_EQ(keeper.open(), "");
+        sizes.push_back(written.content("a").size());
+        for (size_t group = 0; group < 30; ++group) {
+            keeper.add("first " + std::string(7 * group, 'x'));
+            ASSERT_EQ(keeper.add_and_commit("second"), "");
+            sizes.push_back(written.content("a").size());
+        }
+        lines = keeper.lines;
+    }
+    const std::string whole = written.content("a");
+    ASSERT_GT(whole.size(), 2048U);
+    for (size_t lost = 1; lost <= 2048; ++lost) {
+        const size_t size = whole.size() - lost;
+        simulated_disk_t disk;
+        disk.put("a", whole.substr(0, size));
+        keeper_t keeper("a", disk);
+        ASSERT_EQ(keeper.open(), "") << size;
+        const auto behind = std::upper_bound(sizes.begin(), sizes.end(), size);
+        const auto groups = static_cast<size_t>(behind - sizes.begin()) - 1;
+        ASSERT_TRUE(begins_with(lines, keeper.lines)) << size;
+        ASSERT_EQ(keeper.lines.size(), 2 * groups) << size;
+        const bool is_torn = sizes[groups] != size;
+        ASSERT_EQ(keeper.journal().notes().size(), is_torn ? 1U : 0U) << size;
+        ASSERT_EQ(disk.has("a.damaged"), is_torn);
+        if (is_torn) {
+            ASSERT_EQ(disk.content("a.damaged"), whole.substr(0, size));
+        }
+    }
+}
+
+TEST_F(journal_test, a_torn_file_on_a_full_disk_is_read_and_saves_again_as_soon_as_there_is_room) {
+    const std::string torn = "test journal 2\na\n= 1 ddeaa107\nb\n= 1";
+    for (const bool has_room_for_copy : {true, false}) {
+        simulated_disk_t disk;
+        disk.put("a", torn);
+        {
+            keeper_t keeper("a", disk);
+            disk.has_room = has_room_for_copy;
+            if (has_room_for_copy) disk.arm(9, simulated_disk_t::fault_t::fails); /* making the snapshot */
+            ASSERT_EQ(keeper.open(), "");
+            disk.has_room = false;
+            EXPECT_EQ(keeper.lines, lines_t{"a"});
+            EXPECT_EQ(keeper.journal().notes(),
+                      lines_t{std::string("a: the last 2 lines are no whole group and were left out; ") +
+                              (has_room_for_copy ? "the file as it was is a.damaged"
+                                                 : "no copy could be kept as a.damaged: No space left on device")});
+            EXPECT_NE(keeper.journal().error(), "");
+            EXPECT_TRUE(keeper.journal().is_unsaved());
+            for (const char *line : {"c", "d"}) {
+                EXPECT_EQ(keeper.add_and_commit(line), "a.new: No space left on device");
+                EXPECT_EQ(disk.content("a"), torn);
+            }
+            EXPECT_EQ(look_t("a", disk).keeper.lines, lines_t{"a"});
+            disk.has_room = true;
+            EXPECT_EQ(keeper.add_and_commit("e"), "");
+            EXPECT_EQ(keeper.journal().error(), "");
+        }
+        EXPECT_EQ(look_t("a", disk).keeper.lines, (lines_t{"a", "c", "d", "e"}));
+        EXPECT_EQ(disk.has("a.damaged"), has_room_for_copy);
+    }
+}
+
+TEST_F(journal_test, a_pause_after_a_failed_snapshot_acknowledges_nothing) {
+    simulated_disk_t disk;
+    keeper_t keeper("a", disk);
+    ASSERT_EQ(keeper.open(), "");
+    keeper.snapshot_ms = 50;
+    const auto next_sync_fails = [&] { disk.arm(2, simulated_disk_t::fault_t::fails); }; /* behind a write */
+    const std::string error = "a: Input/output error";
+    next_sync_fails();
+    EXPECT_EQ(keeper.add_and_commit("1"), error);
+    EXPECT_EQ(keeper.add_and_commit("2"), "") << "a slow snapshot makes it good";
+    next_sync_fails();
+    EXPECT_EQ(keeper.add_and_commit("3"), error) << "right after a snapshot that was slow";
+    const size_t acknowledged = 2;
+    disk.has_room = false;
+    const std::string full = "a.new: No space left on device";
+    EXPECT_EQ(keeper.add_and_commit("4"), full) << "the snapshot is tried at once";
+    disk.has_room = true;
+    const size_t operations = disk.operations();
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(keeper.add_and_commit("5"), full) << "in the pause";
+        EXPECT_EQ(keeper.commit(), full);
+        EXPECT_EQ(keeper.journal().error(), full);
+        fwx_host_clock_turn(55);
+    }
+    EXPECT_EQ(disk.operations(), operations) << "nothing is tried in the pause";
+    EXPECT_EQ(look_t("a", disk).keeper.lines.size(), acknowledged + 1) << "the last write of the file was not synced";
+    fwx_host_clock_turn(5);
+    EXPECT_EQ(keeper.commit(), "");
+    EXPECT_EQ(look_t("a", disk).keeper.lines, keeper.lines);
+}
+
+TEST_F(journal_test, a_file_stays_within_twice_its_snapshot) {
+    simulated_disk_t disk;
+    keeper_t keeper("a", disk);
+    ASSERT_EQ(keeper.open(), "");
+    for (int n = 0; n < 5000; ++n) {
+        keeper.lines.clear(); /* each line replaces the one before */
+        ASSERT_EQ(keeper.add_and_commit(std::string(50, 'x')), "");
+        ASSERT_LE(disk.content("a").size(), 1U << 16);
+    }
+}
+
+TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says_so) {
+    simulated_disk_t disk;
+    {
+        keeper_t keeper("a", disk);
+        ASSERT_EQ(keeper.open(), "");
+        for (const char *line : {"a", "b"}) {
+            ASSERT_EQ(keeper.add_and_commit(line), "");
+        }
+        EXPECT_EQ(keeper.journal().warning(), "");
+    }
+    const std::string before = disk.content("a");
+    {
+        keeper_t keeper("a", disk);
+        disk.arm(7, simulated_disk_t::fault_t::fails); /* making the snapshot */
+        ASSERT_EQ(keeper.open(), "");
+        EXPECT_EQ(keeper.journal().warning(), "a.new: Input/output error");
+        EXPECT_EQ(keeper.journal().error(), "");
+        EXPECT_EQ(keeper.add_and_commit("c"), "");
+        EXPECT_EQ(disk.content("a"), before + "= 0 00000000\nc\n= 1 efdcc385\n");
+
+        disk.arm(3, simulated_disk_t::fault_t::fails); /* making the snapshot that is due now */
+        EXPECT_EQ(keeper.add_and_commit(keeper_t::filling(70000)), "");
+        EXPECT_EQ(keeper.journal().warning(), "a.new: Input/output error");
+        EXPECT_EQ(keeper.add_and_commit("d"), "");
+        EXPECT_GT(disk.content("a").size(), 70000U) << "the next one is due when the file is twice as long";
+        EXPECT_EQ(keeper.add_and_commit(keeper_t::filling(80000)), "");
+        EXPECT_EQ(keeper.journal().warning(), "");
+        EXPECT_LT(disk.content("a").size(), 1000U);
+    }
+    EXPECT_EQ(look_t("a", disk).keeper.lines, (lines_t{"a", "b", "c", "d"}));
+}
+
+TEST_F(journal_test, a_long_file_that_has_only_grown_is_gone_on_with_and_one_with_little_in_it_is_written_anew) {
+    simulated_disk_t disk;
+    lines_t long_lines;
+    {
+        keeper_t keeper("a", disk, true);
+        ASSERT_EQ(keeper.open(), "");
+        for (char n = 'a'; n < 'k'; ++n) {
+            ASSERT_EQ(keeper.add_and_commit(std::string(12000, n)), "");
+        }
+        long_lines = keeper.lines;
+    }
+    const std::string grown = disk.content("a");
+    EXPECT_EQ(grown.substr(0, 31), "test journal 2\n= 0 00000000\naaa") << "the first snapshot is the last one";
+    disk.put("a.new", "of a process that was killed");
+    keeper_t keeper("a", disk, true);
+    ASSERT_EQ(keeper.open(), "");
+    EXPECT_FALSE(disk.has("a.new"));
+    EXPECT_EQ(keeper.lines, long_lines);
+    EXPECT_EQ(disk.content("a"), grown + "= 0 00000000\n");
+    keeper.lines.clear();
+    for (size_t n = 0; n < 2 * long_lines.size(); ++n) {
+        ASSERT_EQ(keeper.add_and_commit(""), "");
+        if (n == 0) {
+            EXPECT_EQ(disk.content("a"), grown + "= 0 00000000\n\n= 1 32d70693\n");
+        }
+        keeper.lines.clear();
+    }
+    keeper.add(grown.substr(grown.size() / 2, 1000));
+    ASSERT_EQ(keeper.add_and_commit(std::string(grown.size(), 'x')), "");
+    EXPECT_LT(disk.content("a").size(), grown.size() + 2000);
+}
+
+}  // namespace

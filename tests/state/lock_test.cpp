@@ -1,0 +1,127 @@
+/* The lock of a file. */
+#include "state/lock.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+class lock_test : public testing::Test {
+protected:
+    lock_test() {
+        char name[] = "/tmp/lock_test.XXXXXX";
+        directory_ = mkdtemp(name);
+        path_ = directory_ + "/state";
+    }
+    ~lock_test() override { std::filesystem::remove_all(directory_); }
+    std::string name_in_file() const {
+        std::ifstream file(path_ + ".lock");
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    static std::string name_of(const char *program) {
+        return std::string(program) + " (process " + std::to_string(getpid()) + ")";
+    }
+
+    std::string directory_;
+    std::string path_;
+};
+
+TEST_F(lock_test, one_holder_has_it_at_a_time_and_is_named) {
+    lock_t first(path_, "nat64d");
+    ASSERT_EQ(first.take(), "");
+    EXPECT_FALSE(first.is_taken());
+    EXPECT_EQ(name_in_file(), name_of("nat64d") + "\n");
+    EXPECT_EQ(std::filesystem::status(path_ + ".lock").permissions(), std::filesystem::perms(0600));
+    lock_t second(path_, "natctl");
+    EXPECT_EQ(second.take(), path_ + ": another process has it: " + name_of("nat64d"));
+    EXPECT_TRUE(second.is_taken());
+    EXPECT_EQ(second.holder(), name_of("nat64d"));
+    EXPECT_EQ(name_in_file(), name_of("nat64d") + "\n");
+    first.release();
+    EXPECT_EQ(name_in_file(), "");
+    EXPECT_EQ(second.take(), "");
+    EXPECT_FALSE(second.is_taken());
+    EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
+    EXPECT_NE(first.take(), "");
+}
+
+TEST_F(lock_test, a_holder_without_a_name_is_another_process) {
+    lock_t first(path_, "nat64d");
+    ASSERT_EQ(first.take(), "");
+    std::ofstream(path_ + ".lock", std::ios::trunc).flush();
+    lock_t second(path_, "natctl");
+    EXPECT_EQ(second.take(), path_ + ": another process has it");
+    EXPECT_EQ(second.holder(), "another process");
+}
+
+TEST_F(lock_test, it_is_waited_for_as_long_as_the_caller_likes_the_holder) {
+    lock_t first(path_, "natctl");
+    ASSERT_EQ(first.take(), "");
+    lock_t second(path_, "natctl");
+    {
+        std::string asked_about;
+        EXPECT_NE(second.take(std::chrono::hours(1),
+                              [&](const std::string &holder) {
+                                  asked_about = holder;
+                                  return false;
+                              }),
+                  "");
+        EXPECT_EQ(asked_about, name_of("natctl"));
+    }
+    EXPECT_EQ(second.take(std::chrono::hours(1),
+                          [&](const std::string &) {
+                              first.release();
+                              return true;
+                          }),
+              "");
+    EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
+}
+
+TEST_F(lock_test, the_lock_of_a_process_that_was_killed_is_free_and_its_name_is_replaced) {
+    int told[2];
+    ASSERT_EQ(pipe(told), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        lock_t lock(path_, "nat64d");
+        const char is_taken = lock.take().empty() ? '1' : '0';
+        if (write(told[1], &is_taken, 1) == 1) pause();
+        _exit(1);
+    }
+    char is_taken = 0;
+    ASSERT_EQ(read(told[0], &is_taken, 1), 1);
+    EXPECT_EQ(is_taken, '1');
+    lock_t lock(path_, "natctl");
+    EXPECT_EQ(lock.take(), path_ + ": another process has it: nat64d (process " + std::to_string(child) + ")");
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(told[0]);
+    close(told[1]);
+    EXPECT_EQ(lock.take(), "");
+    EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
+}
+
+TEST_F(lock_test, a_lock_file_that_is_not_of_this_user_alone_is_refused) {
+    const std::string name = path_ + ".lock";
+    EXPECT_EQ(lock_t(directory_ + "/none/state", "natctl").take(),
+              directory_ + "/none/state.lock: No such file or directory");
+    EXPECT_EQ(lock_t(directory_ + "/", "natctl").take(), directory_ + "/: not a regular file");
+    EXPECT_FALSE(std::filesystem::exists(directory_ + "/.lock"));
+    std::filesystem::create_symlink(path_, name);
+    EXPECT_EQ(lock_t(path_, "natctl").take(), name + ": not a regular file");
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    std::filesystem::remove(name);
+    std::ofstream(name).flush();
+    ASSERT_EQ(chmod(name.c_str(), 0660), 0);
+    lock_t lock(path_, "natctl");
+    EXPECT_EQ(lock.take(), name + ": other users may write to it (mode 0660); change its mode to 0600");
+    EXPECT_FALSE(lock.is_taken());
+}
+
+}  // namespace
