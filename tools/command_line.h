@@ -2,7 +2,7 @@
  * Command lines as tables of our own: commands, their options, and what reads the options' values. One source turns
  * them into the argument parser's objects, whose header is large; help, completion and errors come from the same table.
  *
- * A command's specification is filled once, before the parser is made, and outlives it.
+ * A table is filled once, before the parser is made, and outlives the parser.
  */
 #ifndef TOOLS_COMMAND_LINE_H
 #define TOOLS_COMMAND_LINE_H
