@@ -15,7 +15,7 @@ void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) 
     clnt_ctx_to_pool(info, ctx);
 }
 
-delivery_t *delivery_t::innermost_;
+delivery_t *delivery_t::innermost;
 
 uint32_t delivery_t::put_back(fwx_nat64_client_info_t *info) {
     const uint32_t rc = fwx_list_insert_tail(info->clnt_ctx_list, ctx_);
@@ -26,7 +26,7 @@ uint32_t delivery_t::put_back(fwx_nat64_client_info_t *info) {
 }
 
 void delivery_t::release_all(fwx_nat64_client_info_t *info) {
-    for (delivery_t *delivery = innermost_; delivery != nullptr; delivery = delivery->outer_) {
+    for (delivery_t *delivery = innermost; delivery != nullptr; delivery = delivery->outer_) {
         if (delivery->ctx_ != nullptr) clnt_ctx_release(info, delivery->ctx_);
         delivery->ctx_ = nullptr;
     }

@@ -65,8 +65,8 @@ void clnt_ctx_release(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx);
  */
 class delivery_t {
 public:
-    explicit delivery_t(fwx_nat64_clnt_ctx_t *ctx) : ctx_(ctx), outer_(innermost_) { innermost_ = this; }
-    ~delivery_t() { innermost_ = outer_; }
+    explicit delivery_t(fwx_nat64_clnt_ctx_t *ctx) : ctx_(ctx), outer_(innermost) { innermost = this; }
+    ~delivery_t() { innermost = outer_; }
     delivery_t(const delivery_t &) = delete;
     delivery_t &operator=(const delivery_t &) = delete;
 
@@ -79,7 +79,7 @@ public:
     static void release_all(fwx_nat64_client_info_t *info);
 
 private:
-    static delivery_t *innermost_; /* of those on the stack */
+    static delivery_t *innermost; /* of those on the stack */
 
     fwx_nat64_clnt_ctx_t *ctx_;
     delivery_t *const outer_;
