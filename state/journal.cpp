@@ -134,7 +134,7 @@ std::string journal_t::load(const read_fn_t &read) {
 
 /** Reads the file, or of one in no known format the beginning. */
 std::string journal_t::read_file(std::string &text) {
-    const std::string not_regular = path_ + ": not a regular file";
+    std::string not_regular = path_ + ": not a regular file";
     if (!can_name_file(path_)) return not_regular;
     const int fd = files_.open(path_, O_RDONLY);
     if (fd < 0 && errno == ENOENT) return "";
