@@ -184,8 +184,9 @@ void journal_t::set_damaged_aside() {
     const std::string name = path_ + ".damaged";
     files_.remove(name); /* of an earlier crash */
     const bool is_aside = files_.link(path_, name) == 0;
-    notes_.push_back(path_ + ": the last " + std::to_string(dropped_lines_) +
-                     " lines are no whole group and were left out; " +
+    const char *left_out = dropped_lines_ == 1 ? " line is no whole group and was left out; "
+                                               : " lines are no whole group and were left out; ";
+    notes_.push_back(path_ + ": the last " + std::to_string(dropped_lines_) + left_out +
                      (is_aside ? "the file as it was is " + name : "no copy could be kept as " + file_error(name)));
 }
 

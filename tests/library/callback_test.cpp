@@ -48,6 +48,18 @@ protected:
         deliver(reply);
     }
 
+    /** Delivers a result to the first outstanding command, whose message its server need not have taken; returns its
+     * context. */
+    void *answer_first(uint32_t result) {
+        void *context = nullptr;
+        EXPECT_EQ(fwx_list_head(info()->clnt_ctx_list, &context), 0u);
+        bytes_t named(32);
+        put(named, 16, reinterpret_cast<uint64_t>(context));
+        put(named, 24, info()->epoch);
+        deliver(reply_to(named, 0, 36, result));
+        return context;
+    }
+
     static bytes_t query_reply(const bytes_t &command, uint32_t more) {
         bytes_t reply = reply_to(command, 4, 48);
         put(reply, 40, more);
@@ -219,12 +231,7 @@ TEST_F(callback_test_t,
 
     fwx_host_server_pause(server, 1);
     ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
-    void *context = nullptr;
-    ASSERT_EQ(fwx_list_head(info()->clnt_ctx_list, &context), 0u);
-    bytes_t named(32);
-    put(named, 16, reinterpret_cast<uint64_t>(context));
-    put(named, 24, info()->epoch);
-    deliver(reply_to(named, 0, 36, 7));
+    answer_first(7);
     ASSERT_EQ(calls.size(), 1u);
     fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 5);
     fwx_host_server_pause(server, 0);
@@ -235,12 +242,7 @@ TEST_F(callback_test_t,
 TEST_F(callback_test_t, a_completion_that_fails_late_leaves_the_command_alone_that_has_taken_its_context) {
     fwx_host_server_pause(server, 1);
     ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
-    void *context = nullptr;
-    ASSERT_EQ(fwx_list_head(info()->clnt_ctx_list, &context), 0u);
-    bytes_t named(32);
-    put(named, 16, reinterpret_cast<uint64_t>(context));
-    put(named, 24, info()->epoch);
-    deliver(reply_to(named, 0, 36, 7)); /* before the server has taken the command */
+    void *context = answer_first(7); /* before the server has taken the command */
     ASSERT_EQ(calls.size(), 1u);
 
     ASSERT_EQ(fwx_nat64_ipalias_upload_a(context), 0u);
