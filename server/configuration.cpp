@@ -14,8 +14,9 @@ struct config_command_t {
     uint32_t op_code;
     size_t payload_size;
     uint32_t (*carry_out)(configuration_t &config, const void *payload);
-    /** Hands over what the command keeps over a restart, as payloads that make it again; null when it keeps nothing. */
-    void (*save)(const configuration_t &config, uint32_t op_code, server_part_fn_t fn, void *arg);
+    /** Begins to read what the command keeps over a restart, payloads that make it again; null when it keeps nothing.
+     */
+    std::unique_ptr<item_cursor_t> (*read)(const configuration_t &config, uint32_t op_code);
     uint32_t kept_as; /* op code of the command that saves what this one changes; 0 when nothing has to be saved */
 };
 
@@ -40,32 +41,59 @@ struct setter_t<member> {
     }
 };
 
-template <typename payload_t, typename fn_t>
-void for_each(const std::optional<payload_t> &single, fn_t fn) {
-    if (single) fn(*single);
-}
-template <typename key_t, typename payload_t, typename fn_t>
-void for_each(const table_t<key_t, payload_t> &table, fn_t fn) {
-    for (const auto &[key, payload] : table.entries) {
-        fn(payload);
+/* The payloads of a part that a command keeps, by the key of the one that was taken last. */
+template <typename key_t, typename payload_t>
+class table_cursor_t : public item_cursor_t {
+public:
+    table_cursor_t(const table_t<key_t, payload_t> &table, uint32_t op_code) : table_(table), op_code_(op_code) {}
+    bool give(const item_fn_t &take) override {
+        const auto &entries = table_.entries;
+        for (auto at = latest_ ? entries.upper_bound(*latest_) : entries.begin(); at != entries.end(); ++at) {
+            if (!take(op_code_, &at->second, sizeof at->second)) return false;
+            latest_ = at->first;
+        }
+        return true;
     }
+
+private:
+    const table_t<key_t, payload_t> &table_;
+    const uint32_t op_code_;
+    std::optional<key_t> latest_;
+};
+
+template <typename payload_t>
+class single_cursor_t : public item_cursor_t {
+public:
+    single_cursor_t(const std::optional<payload_t> &single, uint32_t op_code) : single_(single), op_code_(op_code) {}
+    bool give(const item_fn_t &take) override { return !single_ || take(op_code_, &*single_, sizeof *single_); }
+
+private:
+    const std::optional<payload_t> &single_;
+    const uint32_t op_code_;
+};
+
+template <typename key_t, typename payload_t>
+std::unique_ptr<item_cursor_t> cursor_of(const table_t<key_t, payload_t> &table, uint32_t op_code) {
+    return std::make_unique<table_cursor_t<key_t, payload_t>>(table, op_code);
+}
+template <typename payload_t>
+std::unique_ptr<item_cursor_t> cursor_of(const std::optional<payload_t> &single, uint32_t op_code) {
+    return std::make_unique<single_cursor_t<payload_t>>(single, op_code);
 }
 
-/* The payloads of a part that a command keeps. */
 template <auto member>
 struct payloads_t;
 template <typename part_t, typename container_t, container_t part_t::*member>
 struct payloads_t<member> {
-    static void save(const configuration_t &config, uint32_t op_code, server_part_fn_t fn, void *arg) {
-        for_each(part_of<part_t>(config).*member,
-                 [&](const auto &payload) { fn(arg, op_code, &payload, sizeof(payload)); });
+    static std::unique_ptr<item_cursor_t> read(const configuration_t &config, uint32_t op_code) {
+        return cursor_of(part_of<part_t>(config).*member, op_code);
     }
 };
 
 /* A command whose payloads are kept. */
 template <auto member, auto payloads>
 constexpr config_command_t kept(uint32_t op_code) {
-    return {op_code, setter_t<member>::payload_size, setter_t<member>::carry_out, payloads_t<payloads>::save, 0};
+    return {op_code, setter_t<member>::payload_size, setter_t<member>::carry_out, payloads_t<payloads>::read, 0};
 }
 /* A command that changes or takes away what another command's payloads say. */
 template <auto member>
@@ -137,7 +165,7 @@ constexpr bool stands_once(const config_command_t &command) {
 constexpr bool is_saved_if_kept(const config_command_t &command) {
     if (command.kept_as == 0) return true;
     const config_command_t *saving = find(command.kept_as);
-    return saving != nullptr && saving->save != nullptr;
+    return saving != nullptr && saving->read != nullptr;
 }
 
 constexpr size_t rule_command_count = 5; /* what stands for the commands of rules, which are messages of their own */
@@ -163,11 +191,23 @@ size_t configuration_t::payload_size(uint32_t op_code) {
 
 size_t configuration_t::kept_size(uint32_t op_code) {
     const config_command_t *command = find(op_code);
-    return command != nullptr && (command->save != nullptr || command->kept_as != 0) ? command->payload_size : 0;
+    return command != nullptr && (command->read != nullptr || command->kept_as != 0) ? command->payload_size : 0;
 }
 
 void configuration_t::save(server_part_fn_t fn, void *arg) const {
-    for (const config_command_t &command : commands) {
-        if (command.save != nullptr) command.save(*this, command.op_code, fn, arg);
+    configuration_reader_t(*this).give([&](uint32_t op_code, const void *payload, size_t size) {
+        fn(arg, op_code, payload, size);
+        return true;
+    });
+}
+
+bool configuration_reader_t::give(const item_fn_t &take) {
+    for (; row_ < std::size(commands); ++row_) {
+        const config_command_t &command = commands[row_];
+        if (command.read == nullptr) continue;
+        if (!cursor_) cursor_ = command.read(config_, command.op_code);
+        if (!cursor_->give(take)) return false;
+        cursor_.reset();
     }
+    return true;
 }

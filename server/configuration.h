@@ -3,6 +3,8 @@
 #ifndef SERVER_CONFIGURATION_H
 #define SERVER_CONFIGURATION_H
 
+#include <functional>
+#include <memory>
 #include <tuple>
 #include <utility>
 
@@ -97,6 +99,31 @@ struct configuration_t {
     static size_t kept_size(uint32_t op_code);
     /** Hands everything over that is kept, in an order in which it can be carried out again. */
     void save(server_part_fn_t fn, void *arg) const;
+};
+
+/** Takes one item that is kept, as the command that makes it; false: it does not, and gets it again. */
+using item_fn_t = std::function<bool(uint32_t op_code, const void *payload, size_t size)>;
+
+/** Where the items of one command stand in a reading. */
+class item_cursor_t {
+public:
+    virtual ~item_cursor_t() = default;
+    /** Hands items over as long as they are taken; true: there are no more. */
+    virtual bool give(const item_fn_t &take) = 0;
+};
+
+/** Reads what `save` hands over piece by piece. Between the pieces the configuration may change: what is changed behind
+ * the place of the reading is read as it is then. */
+class configuration_reader_t {
+public:
+    explicit configuration_reader_t(const configuration_t &config) : config_(config) {}
+    /** Hands items over as long as they are taken; true: there are no more. */
+    bool give(const item_fn_t &take);
+
+private:
+    const configuration_t &config_;
+    size_t row_ = 0; /* of the commands */
+    std::unique_ptr<item_cursor_t> cursor_;
 };
 
 #endif

@@ -11,6 +11,8 @@ public:
     changes_t(engine_t &carries_out, outbox_t &replies) : engine_(carries_out), outbox_(replies) {}
 
     uint64_t count() const { return count_; }
+    /** Whether `count` and the configuration may still go back to what they were. */
+    bool are_pending() const { return !pending_.empty(); }
     void journal_set(const server_journal_t &journal) { journal_ = journal; }
     /** Notes a change that the configuration has accepted. If the engine needs a commit or there is a journal, its
      * answer, and all after it, wait for commit. */

@@ -117,6 +117,92 @@ uint32_t answer_list(server_state_t &server, const request_t &request, uint32_t 
     return code;
 }
 
+/** Entries of a page of the configuration as bytes. */
+class config_page_t {
+public:
+    size_t size() const { return bytes_.size(); }
+    void add(uint32_t op_code, const void *payload, size_t size) {
+        const auto *bytes = static_cast<const uint8_t *>(payload);
+        if (op_code == saved_basic_rule) return add_basic_rule(bytes);
+        if (op_code == saved_default_rule) return add_default_rule(bytes);
+        append(FWX_NAT64_MSG_CONFIG, static_cast<uint16_t>(op_code), bytes, size);
+    }
+    /** The page, and begins the next one. */
+    std::vector<uint8_t> take(const server_state_t &server) {
+        const auto size = static_cast<uint32_t>(sizeof(fwx_nat64_config_page_t) + bytes_.size());
+        const fwx_nat64_config_page_t head = {FWX_NAT64_CONFIG_MAGIC, size, std::exchange(entries_, 0), server.boot_id,
+                                              server.changes.count()};
+        const auto *begin = reinterpret_cast<const uint8_t *>(&head);
+        std::vector<uint8_t> page(begin, begin + sizeof head);
+        page.insert(page.end(), bytes_.begin(), bytes_.end());
+        bytes_.clear();
+        return page;
+    }
+
+private:
+    void add_basic_rule(const uint8_t *bytes) {
+        indexed_rule_t rule;
+        std::memcpy(&rule, bytes, sizeof rule);
+        const fwx_nat64_bmr_msg_t command = command_of(rule.rule);
+        fwx_nat64_config_bmr_t payload{};
+        std::memcpy(payload.request, &command.rule_type, sizeof payload.request);
+        payload.index = rule.index;
+        append(FWX_NAT64_MSG_MAPT_RULE, FWX_NAT64_MAPT_RULE_BMR, reinterpret_cast<const uint8_t *>(&payload),
+               sizeof payload);
+    }
+    void add_default_rule(const uint8_t *bytes) {
+        fwx_nat64_dmr_msg_t command{};
+        command.rule_type = FWX_NAT64_MAPT_RULE_DMR;
+        command.op = FWX_NAT64_OP_ADD;
+        std::memcpy(&command.dmr, bytes, sizeof command.dmr);
+        append(FWX_NAT64_MSG_MAPT_RULE, FWX_NAT64_MAPT_RULE_DMR, reinterpret_cast<const uint8_t *>(&command.rule_type),
+               FWX_NAT64_DMR_MSG_SIZE - offsetof(fwx_nat64_dmr_msg_t, rule_type));
+    }
+    void append(uint16_t number, uint16_t op_code, const uint8_t *payload, size_t size) {
+        const fwx_nat64_config_entry_t head = {number, op_code, static_cast<uint32_t>(size)};
+        const auto *begin = reinterpret_cast<const uint8_t *>(&head);
+        bytes_.insert(bytes_.end(), begin, begin + sizeof head);
+        bytes_.insert(bytes_.end(), payload, payload + size);
+        bytes_.resize((bytes_.size() + 7) / 8 * 8);
+        ++entries_;
+    }
+
+    std::vector<uint8_t> bytes_;
+    uint32_t entries_ = 0;
+};
+
+/** The configuration, page by page. */
+class config_answer_t : public paged_t {
+public:
+    config_answer_t(const request_t &of, server_state_t &server)
+        : paged_t(of), server_(server), items_(server.config) {}
+
+    step_t go_on(uint64_t id, uint64_t &looks) override {
+        if (server_.changes.are_pending()) return step_t::again; /* what is not in force may never be */
+        bool is_out_of_looks = false;
+        const bool is_last = items_.give([&](uint32_t op_code, const void *payload, size_t size) {
+            is_out_of_looks = looks < looks_per_entry;
+            if (is_out_of_looks || page_.size() >= server_.outbox.reply_limit) return false;
+            looks -= looks_per_entry;
+            page_.add(op_code, payload, size);
+            return true;
+        });
+        if (is_out_of_looks) return step_t::again;
+        fwx_nat64_stats_sys_reply_t head{};
+        head.sel = FWX_NAT64_SEL_CONFIG;
+        head.more = is_last ? 0 : 1;
+        const std::vector<uint8_t> page = page_.take(server_);
+        const std::vector<uint8_t> msg = request.listing(0, head, page.data(), page.size());
+        const bool is_sent = server_.outbox.post(request.client, msg.data(), msg.size(), is_last ? 0 : id);
+        return is_sent && !is_last ? step_t::sent : step_t::ended;
+    }
+
+private:
+    server_state_t &server_;
+    configuration_reader_t items_;
+    config_page_t page_;
+};
+
 uint32_t answer_system(server_state_t &server, const request_t &request, uint32_t code) {
     fwx_nat64_stats_sys_reply_t head{};
     const auto post = [&](const auto &record) {
@@ -125,8 +211,15 @@ uint32_t answer_system(server_state_t &server, const request_t &request, uint32_
         return code;
     };
     const uint32_t sel = code == 0 ? request.read<fwx_nat64_stats_sys_msg_t>().sel : 0;
-    head.sel = sel >= FWX_NAT64_SEL_COUNTS && sel <= FWX_NAT64_SEL_SYSTEM ? sel : 0;
+    head.sel = sel >= FWX_NAT64_SEL_COUNTS && sel <= FWX_NAT64_SEL_CONFIG ? sel : 0;
     switch (sel) {
+        case FWX_NAT64_SEL_CONFIG:
+            if (server.pager.is_full(request.client)) {
+                code = FWX_NAT64_MODEL_ERR_TOO_MANY;
+                return post(totals_of(server));
+            }
+            server.pager.start(std::make_unique<config_answer_t>(request, server));
+            return 0;
         case FWX_NAT64_SEL_COUNTS:
             return post(counts_of(server));
         case FWX_NAT64_SEL_BOOT:

@@ -71,6 +71,13 @@ constexpr wire_field_t boot_entry[] = {
     WIRE_FIELD("boot_id", fwx_nat64_stats_boot_t, boot_id, hex),
     WIRE_FIELD("changes", fwx_nat64_stats_boot_t, changes, number),
 };
+constexpr wire_field_t config_page[] = {
+    WIRE_FIELD("magic", fwx_nat64_config_page_t, magic, hex),
+    WIRE_FIELD("bytes", fwx_nat64_config_page_t, bytes, number),
+    WIRE_FIELD("entries", fwx_nat64_config_page_t, entries, number),
+    WIRE_FIELD("boot_id", fwx_nat64_config_page_t, boot_id, hex),
+    WIRE_FIELD("changes", fwx_nat64_config_page_t, changes, number),
+};
 constexpr wire_field_t system_entry[] = {
     WIRE_FIELD("interfaces", fwx_nat64_stats_system_t, holds.interfaces, number),
     WIRE_FIELD("prefixes", fwx_nat64_stats_system_t, holds.prefixes, number),
@@ -212,6 +219,9 @@ constexpr wire_message_t wire_server_messages[] = {
     wire_server::selected_stats<fwx_nat64_stats_system_t>("stats_sys_system_reply",
                                                           "system statistics and what was refused",
                                                           FWX_NAT64_SEL_SYSTEM, "system", wire_server::system_entry),
+    wire_server::selected_stats<fwx_nat64_config_page_t>("stats_sys_config_reply",
+                                                         "a page of the configuration, whose entries follow",
+                                                         FWX_NAT64_SEL_CONFIG, "page", wire_server::config_page),
     wire_server::entry_reply("stats_sys_reply", "system statistics", FWX_NAT64_MSG_STATS_SYS, wire_server::stats_sys,
                              wire_entry<fwx_nat64_stats_sys_entry_t>("system", sizeof(fwx_nat64_stats_sys_reply_t), 0,
                                                                      wire_server::sys_entry)),

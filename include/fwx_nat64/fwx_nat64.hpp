@@ -373,6 +373,21 @@ public:
     auto stats_boot() { return record<fwx_nat64_stats_boot_t>(FWX_NAT64_SEL_BOOT); }
     /** What the server holds, and has refused. */
     auto stats_system() { return record<fwx_nat64_stats_system_t>(FWX_NAT64_SEL_SYSTEM); }
+    /**
+     * What the server holds: of this project's server, over an adapter; else the error is client_errc::unreadable. A
+     * server that is changed meanwhile is read again, three times at most.
+     */
+    task<running_configuration> configuration() {
+        running_configuration got;
+        for (int reading = 0; reading < 3; ++reading) {
+            auto ask = [](void *pal_ctx, uint64_t, uint64_t) {
+                return fwx_nat64_stats_sys_query_a(FWX_NAT64_SEL_CONFIG, pal_ctx);
+            };
+            got = co_await awaited<running_configuration>(ask, detail::take_config_page);
+            if (got.error != client_errc::changing) break;
+        }
+        co_return got;
+    }
     /** All interfaces. */
     auto stats_interfaces(auto... on) {
         return entries<fwx_nat64_stats_intf_entry_t>(

@@ -450,6 +450,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_sys_entry_t, sessions, 64);
 #define FWX_NAT64_SEL_COUNTS 1u /**< fwx_nat64_stats_counts_t */
 #define FWX_NAT64_SEL_BOOT 2u   /**< fwx_nat64_stats_boot_t */
 #define FWX_NAT64_SEL_SYSTEM 3u /**< fwx_nat64_stats_system_t */
+#define FWX_NAT64_SEL_CONFIG 4u /**< the whole configuration, a fwx_nat64_config_page_t a reply */
 
 /** What the server has counted since its start, but for what is said to be now. The last three tell of clients in other
  * processes, of all servers of its process. */
@@ -478,6 +479,46 @@ typedef struct {
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_boot_t, 72);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_boot_t, boot_id, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_boot_t, changes, 8);
+
+#define FWX_NAT64_CONFIG_MAGIC 0x31464e4f4334364eu /**< first word of a page: "N64CONF1" */
+
+/** A page of the configuration that the server runs, followed by its entries. The pages of one answer tell the same
+ * configuration if they have the same boot id and number of changes; else it was changed while it was read. */
+typedef struct {
+    uint64_t magic;   /**< FWX_NAT64_CONFIG_MAGIC; a server without it answers with another record */
+    uint32_t bytes;   /**< of this page, these words included */
+    uint32_t entries; /**< in this page */
+    uint64_t boot_id; /**< of the server, as in fwx_nat64_stats_boot_t */
+    uint64_t changes; /**< of the configuration when the page was made */
+} fwx_nat64_config_page_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_config_page_t, 32);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_page_t, magic, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_page_t, bytes, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_page_t, entries, 12);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_page_t, boot_id, 16);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_page_t, changes, 24);
+
+/** An entry of such a page: the command that makes an item. `size` bytes follow, with zeros up to a multiple of 8: of a
+ * configuration command the payload; of a rule's command what stands behind the header, and of a basic rule then the
+ * server's index, 32 bits. */
+typedef struct {
+    uint16_t number;  /**< FWX_NAT64_MSG_CONFIG or FWX_NAT64_MSG_MAPT_RULE */
+    uint16_t op_code; /**< FWX_NAT64_CFG_, or FWX_NAT64_MAPT_RULE_BMR or _DMR */
+    uint32_t size;    /**< bytes that follow, without the zeros */
+} fwx_nat64_config_entry_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_config_entry_t, 8);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_entry_t, number, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_entry_t, op_code, 2);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_entry_t, size, 4);
+
+/** What follows of a basic rule. */
+typedef struct {
+    uint8_t request[sizeof(fwx_nat64_bmr_msg_t) - sizeof(fwx_nat64_msg_hdr_t)]; /**< from `rule_type` on */
+    uint32_t index;                                                             /**< the server's index of the rule */
+} fwx_nat64_config_bmr_t;
+FWX_NAT64_WIRE_SIZE(fwx_nat64_config_bmr_t, 52);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_bmr_t, request, 0);
+FWX_NAT64_WIRE_AT(fwx_nat64_config_bmr_t, index, 48);
 
 /** What the server holds, and how many messages it has refused for each cause. */
 typedef struct {

@@ -135,6 +135,69 @@ TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
     pump();
 }
 
+TEST_F(cxx_query_test_t, the_configuration_comes_as_the_commands_that_make_it) {
+    const auto set_up = [](nat64::client &c) -> nat64::task<> {
+        co_await c.pool_add(a_pool(7));
+        co_await c.mapt_bmr_add(a_rule(3));
+        co_await c.mapt_dmr_add(nat64::default_rule{.id = 9, .value = "2001:db8:ffff::/64"});
+    };
+    run(set_up(*client));
+    nat64::running_configuration got = run(client->configuration());
+    ASSERT_TRUE(got) << got.error.message();
+    EXPECT_EQ(got.boot_id, model->boot().boot_id);
+    EXPECT_EQ(got.changes, 3u);
+    const auto word = [](auto... bytes) { return std::vector<uint8_t>{static_cast<uint8_t>(bytes)...}; };
+    std::vector<std::vector<uint8_t>> items;
+    got.for_each([&](const nat64::running_item &item) {
+        std::vector<uint8_t> bytes = word(item.number, item.op_code);
+        bytes.insert(bytes.end(), item.payload.begin(), item.payload.end());
+        items.push_back(bytes);
+    });
+    std::vector<uint8_t> dmr = word(13, 1, 1, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0, 0x20, 0x01, 0x0d, 0xb8, 0xff, 0xff);
+    dmr.resize(2 + FWX_NAT64_DMR_MSG_SIZE - sizeof(fwx_nat64_msg_hdr_t));
+    dmr[2 + 12 + 16] = 64;
+    EXPECT_EQ(items, (std::vector<std::vector<uint8_t>>{
+                         word(3, FWX_NAT64_CFG_POOL_ADD, 7, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 7, 0, 0, 0, /* */
+                              192, 0, 2, 56, 192, 0, 2, 63),
+                         word(13, 0, 0, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, /* type, op, rule, domain */
+                              0, 0, 0, 0, 0xb8, 0x0d, 0x01, 0x20, 40, 0, 0, 0, 0, 2, 0, 192, /* prefixes, turned */
+                              24, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0), /* and the index */
+                         dmr}));
+}
+
+TEST_F(cxx_query_test_t, a_configuration_that_changes_while_it_is_read_is_read_again_three_times_at_most) {
+    add_pools(2500);
+    model->reply_limit_set(4096);
+    size_t readings = 0;
+    size_t changes_left = 0;
+    const auto read = [&](size_t changes) {
+        readings = 0;
+        changes_left = changes;
+        nat64::task<nat64::running_configuration> task = client->configuration();
+        task.start();
+        while (!task.done()) {
+            const uint64_t page = model->counts().replies;
+            fwx_host_loop_run_once(loop.get(), 0);
+            const bool has_begun = model->counts().replies != page;
+            if (has_begun && changes_left != 0) {
+                --changes_left;
+                ++readings;
+                EXPECT_TRUE(client->pool_mod(a_pool(1), [](const nat64::result &) {}));
+            }
+        }
+        pump();
+        return task.get();
+    };
+    EXPECT_TRUE(read(0));
+    EXPECT_TRUE(read(1)) << "changed once";
+    EXPECT_EQ(read(SIZE_MAX).error, nat64::client_errc::changing);
+    EXPECT_GT(readings, 0u);
+    nat64::running_configuration whole = run(client->configuration());
+    size_t items = 0;
+    whole.for_each([&](const nat64::running_item &) { ++items; });
+    EXPECT_EQ(items, 2500u);
+}
+
 TEST_F(cxx_query_test_t, a_list_that_a_server_tells_untruths_about_ends_with_what_is_wrong) {
     client.reset();
     model.reset();
@@ -177,6 +240,39 @@ TEST_F(cxx_query_test_t, a_list_that_a_server_tells_untruths_about_ends_with_wha
         co_return (co_await c.stats_boot()).error;
     };
     EXPECT_EQ(run(other(*client)), nat64::client_errc::unexpected_answer) << "another record";
+    EXPECT_EQ(run(client->configuration()).error, nat64::client_errc::unreadable) << "totals for the configuration";
+
+    /* Of a page: bytes, entries, number and op code of the first entry, its size, and what is behind. */
+    const auto page = [](uint8_t bytes, uint8_t entries, uint8_t size, size_t behind) {
+        std::vector<uint8_t> made(16 + sizeof(fwx_nat64_config_page_t) + sizeof(fwx_nat64_config_entry_t) + behind);
+        made[12] = FWX_NAT64_SEL_CONFIG;
+        const uint64_t magic = FWX_NAT64_CONFIG_MAGIC;
+        std::memcpy(&made[16], &magic, sizeof magic);
+        made[24] = bytes;
+        made[28] = entries;
+        made[32] = 1;
+        made[16 + sizeof(fwx_nat64_config_page_t) + 4] = size;
+        return made;
+    };
+    const struct {
+        const char *what;
+        std::vector<uint8_t> reply;
+        bool is_good;
+    } pages[] = {
+        {"good", page(48, 1, 5, 8), true},
+        {"without entries", page(32, 0, 0, 8), true},
+        {"more bytes than there are", page(49, 1, 5, 8), false},
+        {"fewer than its head has", page(31, 0, 0, 8), false},
+        {"an entry beyond the page", page(48, 1, 9, 8), false},
+        {"an entry of nearly 4 GiB", page(48, 1, 255, 8), false},
+        {"more entries than there are", page(48, 2, 5, 8), false},
+        {"bytes that are no entry", page(48, 1, 0, 8), false},
+    };
+    for (const auto &row : pages) {
+        scripted = row.reply;
+        const std::error_code error = run(client->configuration()).error;
+        EXPECT_EQ(error, row.is_good ? std::error_code() : nat64::client_errc::list_short) << row.what;
+    }
     client.reset();
     fwx_host_server_unregister(server);
 }

@@ -24,6 +24,8 @@ enum class client_errc {
     list_empty,        /**< a reply says that more follows, and has no entries; the list is not whole */
     list_stalled,      /**< the cookies of a list do not advance; the list is not whole */
     unexpected_answer, /**< a query was answered with something that is no answer to it */
+    unreadable,        /**< the server does not tell its configuration */
+    changing,          /**< the server was changed each time that its configuration was read */
 };
 
 namespace detail {
@@ -49,6 +51,10 @@ public:
                 return "the server's list does not advance; the list is not whole";
             case client_errc::unexpected_answer:
                 return "the server answered the query with something else";
+            case client_errc::unreadable:
+                return "the server does not tell its configuration";
+            case client_errc::changing:
+                return "the server was changed again and again while its configuration was read";
         }
         return "unknown";
     }

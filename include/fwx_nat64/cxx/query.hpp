@@ -105,6 +105,11 @@ const entry_type *entries_of(const page &got) noexcept {
     return got.bytes / sizeof(entry_type) < got.count ? nullptr : static_cast<const entry_type *>(got.data);
 }
 
+/** Bytes that so many take in a page of the configuration. */
+constexpr size_t padded(uint32_t size) noexcept {
+    return (size_t{size} + 7) / 8 * 8;
+}
+
 /** Hands the entries of a reply to a function, which may say false: enough. */
 template <class entry_type, class on_type>
 list_step hand_over(on_type &on, const page &got) {
@@ -162,6 +167,68 @@ template <class record_type>
 struct record_result : result {
     record_type record{}; /**< with no error */
 };
+
+/** An item that a server holds, as the command that makes it. */
+struct running_item {
+    uint16_t number;                  /**< of the message: FWX_NAT64_MSG_CONFIG or FWX_NAT64_MSG_MAPT_RULE */
+    uint16_t op_code;                 /**< FWX_NAT64_CFG_, or FWX_NAT64_MAPT_RULE_BMR or _DMR */
+    std::span<const uint8_t> payload; /**< as fwx_nat64_config_entry_t says; at an address divisible by 8 */
+};
+
+/** What a server holds, in an order in which another server would take it. */
+struct running_configuration : result {
+    uint64_t boot_id = 0;       /**< of the server, as in fwx_nat64_stats_boot_t */
+    uint64_t changes = 0;       /**< of the configuration so far, likewise */
+    std::vector<uint8_t> bytes; /**< fwx_nat64_config_entry_t with their payloads; with an error they mean nothing */
+
+    /** Hands each item to a function. */
+    template <class on_type>
+    void for_each(on_type on) const {
+        for (size_t at = 0; at < bytes.size();) {
+            const auto *entry = reinterpret_cast<const fwx_nat64_config_entry_t *>(bytes.data() + at);
+            on(running_item{entry->number, entry->op_code, {bytes.data() + at + sizeof *entry, entry->size}});
+            at += sizeof *entry + detail::padded(entry->size);
+        }
+    }
+};
+
+namespace detail {
+
+/** Takes a reply to FWX_NAT64_SEL_CONFIG behind those that came before. */
+inline list_step take_config_page(running_configuration &into, const page &got) {
+    fwx_nat64_config_page_t head{};
+    const bool has_head = got.bytes != SIZE_MAX && got.bytes >= sizeof head && got.value2 == FWX_NAT64_SEL_CONFIG;
+    if (has_head) std::memcpy(&head, got.data, sizeof head);
+    if (head.magic != FWX_NAT64_CONFIG_MAGIC) {
+        into.error = client_errc::unreadable;
+        return list_step::enough;
+    }
+    if (head.bytes < sizeof head || head.bytes > got.bytes) return list_step::too_short;
+    if (into.boot_id == 0) {
+        into.boot_id = head.boot_id;
+        into.changes = head.changes;
+    }
+    if (into.boot_id != head.boot_id || into.changes != head.changes) {
+        into.error = client_errc::changing;
+        return list_step::enough;
+    }
+    const auto *begin = static_cast<const uint8_t *>(got.data) + sizeof head;
+    const size_t size = head.bytes - sizeof head;
+    size_t at = 0;
+    for (uint32_t i = 0; i < head.entries; ++i) {
+        fwx_nat64_config_entry_t entry;
+        if (size - at < sizeof entry) return list_step::too_short;
+        std::memcpy(&entry, begin + at, sizeof entry);
+        at += sizeof entry;
+        if (size - at < padded(entry.size)) return list_step::too_short;
+        at += padded(entry.size);
+    }
+    if (at != size) return list_step::too_short;
+    into.bytes.insert(into.bytes.end(), begin, begin + size);
+    return list_step::next;
+}
+
+}  // namespace detail
 
 /**
  * A walk over a list, page by page: `while (auto page = co_await walk.next())`. It is sent with the first next(), and
