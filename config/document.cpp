@@ -52,14 +52,12 @@ public:
     fold_t(const record_family_t &family, const reading_t *reading) : family_(family), reading_(reading) {}
 
     void take(const entry_t &entry, const uint8_t *record) {
-        if (entry.op == doubted) return doubt(entry, record);
         if (entry.says == says_t::nvi) return make_nvi(entry, record);
         if (reading_ != nullptr && exists_) return refuse_again(entry, family_, line_);
         if (entry.op == FWX_NAT64_OP_MOD && exists_) {
             modify(record);
         } else {
             set(record);
-            is_in_doubt_ = false;
         }
         exists_ = entry.op != FWX_NAT64_OP_DEL;
         is_nvi_ = entry.says == says_t::both;
@@ -77,16 +75,8 @@ public:
     const record_buffer_t &record() const { return record_; }
     uint32_t line() const { return line_; }
     bool is_nvi() const { return is_nvi_; }
-    bool is_in_doubt() const { return is_in_doubt_; }
 
 private:
-    void doubt(const entry_t &entry, const uint8_t *record) {
-        const bool is_there = exists_ && (is_nvi_ || !is_absent(family_, record_));
-        if (!is_there) set(record);
-        is_nvi_ = is_nvi_ || entry.says == says_t::both;
-        exists_ = is_in_doubt_ = true;
-    }
-
     void set(const uint8_t *record) {
         record_ = {};
         std::memcpy(record_.bytes, record, family_.record_size);
@@ -140,7 +130,6 @@ private:
     uint32_t nvi_line_ = 0;
     bool exists_ = false;
     bool is_nvi_ = false;
-    bool is_in_doubt_ = false;
 };
 
 void document_t::take(const record_family_t &family, uint32_t op, const void *record, uint32_t line) {
@@ -151,6 +140,11 @@ void document_t::take(const record_family_t &family, uint32_t op, const void *re
     entries_.push_back(
         {bytes_.size(), line, owner.rank, static_cast<uint8_t>(op), is_nvi ? says_t::nvi : says_t::record});
     bytes_.insert(bytes_.end(), from, from + owner.record_size);
+}
+
+void document_t::add(const config_item_t &item) {
+    if (has_own_value(item)) carry_out(*item.family, FWX_NAT64_OP_ADD, item.record);
+    if (item.is_nvi) carry_out(*nvi_family_of(*item.family), FWX_NAT64_OP_ADD, nvi_record_of(item).bytes);
 }
 
 void document_t::settle() {
@@ -184,9 +178,8 @@ void document_t::settle(const reading_t *reading) {
         const uint8_t rank = entries_[first].rank;
         first = next;
         if (!fold.end()) continue;
-        const uint8_t op = fold.is_in_doubt() ? doubted : FWX_NAT64_OP_ADD;
         const says_t says = fold.is_nvi() ? says_t::both : says_t::record;
-        entries_[count++] = {bytes.size(), fold.line(), rank, op, says};
+        entries_[count++] = {bytes.size(), fold.line(), rank, FWX_NAT64_OP_ADD, says};
         bytes.insert(bytes.end(), fold.record().bytes, fold.record().bytes + family.record_size);
     }
     entries_.resize(count);
@@ -201,7 +194,7 @@ int document_t::compare(const entry_t &a, const entry_t &b) const {
 
 config_item_t document_t::item(size_t index) const {
     const entry_t &entry = entries_[index];
-    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.says == says_t::both, entry.op == doubted};
+    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.says == says_t::both};
 }
 
 size_t document_t::begin_of(const record_family_t &family) const {
@@ -246,7 +239,11 @@ bool has_own_value(const config_item_t &item) {
     return std::memcmp(alone.bytes, item.record, item.family->record_size) != 0;
 }
 
+int compare_items(const config_item_t &a, const config_item_t &b) {
+    if (a.family != b.family) return a.family->rank < b.family->rank ? -1 : 1;
+    return record_compare_keys(*a.family, a.record, b.record);
+}
+
 bool is_same_value(const config_item_t &a, const config_item_t &b) {
-    const bool is_known = !a.is_in_doubt && !b.is_in_doubt;
-    return is_known && a.is_nvi == b.is_nvi && std::memcmp(a.record, b.record, a.family->record_size) == 0;
+    return a.is_nvi == b.is_nvi && std::memcmp(a.record, b.record, a.family->record_size) == 0;
 }

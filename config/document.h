@@ -22,16 +22,14 @@ struct config_item_t {
     const uint8_t *record; /* the document's, until it is changed */
     uint32_t line;         /* where it stands in what was read; 0 when it was not read */
     bool is_nvi;           /* an interface that is a virtual one too */
-    bool is_in_doubt;      /* whether it is there, and what it says */
 };
 
 class document_t {
 public:
     /** Takes a command that a server has carried out; `settle` must follow before anything is looked at. */
     void carry_out(const record_family_t &family, uint32_t op, const void *record) { take(family, op, record, 0); }
-    /** Takes a command of which nobody knows whether the server has carried it out, likewise: its item is in doubt
-     * until another command of it is carried out that says all or deletes it. */
-    void doubt(const record_family_t &family, const void *record) { take(family, doubted, record, 0); }
+    /** Takes an item of another document, likewise. */
+    void add(const config_item_t &item);
     /** Takes a line, likewise. */
     void add(const record_family_t &family, const void *record, uint32_t line) {
         take(family, FWX_NAT64_OP_ADD, record, line);
@@ -49,13 +47,12 @@ public:
     size_t end_of(const record_family_t &family) const;
 
 private:
-    static constexpr uint32_t doubted = 0; /* no operation */
     enum class says_t : uint8_t { record, nvi, both };
     struct entry_t {
         size_t at;     /* of its record in bytes_ */
         uint32_t line; /* 0: none */
         uint8_t rank;  /* of the item's family */
-        uint8_t op;    /* FWX_NAT64_OP_, or doubted; an item adds or is doubted */
+        uint8_t op;    /* FWX_NAT64_OP_; an item adds */
         says_t says;
     };
     struct reading_t {
@@ -86,7 +83,10 @@ record_buffer_t nvi_record_of(const config_item_t &item);
 /** Whether an item is more than what the command that makes it a virtual interface says. */
 bool has_own_value(const config_item_t &item);
 
-/** Whether two items of one key say the same, without a doubt. */
+/** Orders items of any documents as they stand in one; less than 0, 0 or more than 0 as memcmp. */
+int compare_items(const config_item_t &a, const config_item_t &b);
+
+/** Whether two items of one key say the same. */
 bool is_same_value(const config_item_t &a, const config_item_t &b);
 
 #endif

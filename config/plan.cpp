@@ -16,7 +16,7 @@ struct plan_t::segment_t {
 namespace {
 
 plan_command_t command_of(const record_family_t &family, uint32_t op, const void *record) {
-    plan_command_t command{&family, op, {}, op == FWX_NAT64_OP_DEL && family.ends_sessions, false};
+    plan_command_t command{&family, op, {}, op == FWX_NAT64_OP_DEL && family.ends_sessions};
     std::memcpy(command.record.bytes, record, family.record_size);
     return command;
 }
@@ -24,7 +24,7 @@ plan_command_t command_of(const record_family_t &family, uint32_t op, const void
 /** Whether a command makes one value of an item of the other. */
 bool can_modify(const config_item_t &from, const config_item_t &to) {
     const record_family_t &family = *from.family;
-    if (family.modify_op == 0 || from.is_in_doubt) return false;
+    if (family.modify_op == 0) return false;
     return std::all_of(family.fields, family.fields + family.field_count, [&](const record_field_t &field) {
         return !field.is_fixed || std::memcmp(from.record + field.offset, to.record + field.offset, field.width) == 0;
     });
@@ -36,8 +36,7 @@ bool has_delete(const record_family_t &family) {
 
 /** Whether a server has the record of an item already. An interface that is set is no virtual one any more. */
 bool is_held(const config_item_t &before, const config_item_t &after) {
-    return !before.is_in_doubt && !before.is_nvi &&
-           std::memcmp(before.record, after.record, before.family->record_size) == 0;
+    return !before.is_nvi && std::memcmp(before.record, after.record, before.family->record_size) == 0;
 }
 
 }  // namespace
@@ -145,11 +144,7 @@ bool plan_t::has_to_leave(const config_item_t &item) const {
 }
 
 plan_command_t plan_t::deletion_of(const config_item_t &item) {
-    if (has_delete(*item.family)) {
-        plan_command_t command = command_of(*item.family, FWX_NAT64_OP_DEL, item.record);
-        command.may_be_gone = item.is_in_doubt;
-        return command;
-    }
+    if (has_delete(*item.family)) return command_of(*item.family, FWX_NAT64_OP_DEL, item.record);
     plan_command_t command = command_of(*item.family, FWX_NAT64_OP_ADD, item.record);
     record_make_absent(*item.family, command.record);
     return command;
@@ -178,11 +173,7 @@ void plan_t::append_undo(size_t index, std::vector<plan_command_t> &commands) co
     const bool is_delete = index < deletes_.size();
     const change_t change =
         is_delete ? change_t{deletes_[index], none, kind_t::add} : changes_[index - deletes_.size()];
-    const bool was_there = change.from != none && !from_.item(change.from).is_in_doubt;
-    if (!was_there) {
-        if (!is_delete) commands.push_back(deletion_of(to_.item(change.to)));
-        return;
-    }
+    if (change.from == none) return commands.push_back(deletion_of(to_.item(change.to)));
     const config_item_t item = from_.item(change.from);
     const uint32_t op = is_delete ? FWX_NAT64_OP_ADD : item.family->modify_op;
     commands.push_back(command_of(*item.family, op, item.record));

@@ -10,9 +10,7 @@
  * What may be under way together. Commands are sent in their order. All deletes may be under way at the same time; the
  * first command behind them waits for the answers to all of them, since the answer to a rule's command names the rule
  * alone; then all others may be under way at the same time. plan_run_t holds to that, and says what takes back the
- * commands that were carried out when one is refused.
- *
- * Items in doubt are deleted and added again, or set. When the plan is taken back they are gone, whatever they were.
+ * commands that were carried out.
  *
  * Rules. The library deletes the leaf of a prefix with any of the rules that share it, and installs a rule that the
  * server has refused: whoever sends a rule's command puts that right before the next command of a rule of that prefix.
@@ -31,7 +29,6 @@ struct plan_command_t {
     uint32_t op; /* FWX_NAT64_OP_ */
     record_buffer_t record;
     bool ends_sessions; /* those that the item has */
-    bool may_be_gone;   /* a delete of what may not be there: a refusal that says so is as good as an answer of 0 */
 };
 
 class plan_t {

@@ -12,7 +12,7 @@ const plan_command_t *plan_run_t::next() {
 
 bool plan_run_t::take_command() {
     const bool must_wait = sent_ == plan_.delete_count() && outstanding_ != 0;
-    if (sent_ == plan_.size() || must_wait) return false;
+    if (is_stopped_ || sent_ == plan_.size() || must_wait) return false;
     ticket_ = sent_++;
     command_ = plan_.command(ticket_);
     return true;
@@ -29,13 +29,12 @@ void plan_run_t::answered(size_t ticket, bool is_carried_out) {
     --outstanding_;
     if (ticket >= plan_.size()) {
         const size_t index = (ticket - plan_.size()) / 2;
-        const bool is_left = !is_carried_out && (left_.empty() || left_.back() != index);
-        if (is_left) left_.push_back(index);
+        if (!is_carried_out) is_done_[index] = true; /* what was to be taken back stands */
     } else if (is_carried_out) {
         is_done_[ticket] = true;
     } else {
         refused_ = std::min(refused_, ticket);
-        is_taken_back_ = true;
+        is_stopped_ = true;
     }
     find_undo();
 }
@@ -57,6 +56,8 @@ void plan_run_t::find_undo() {
         --undo_at_;
         undo_.clear();
         next_undo_ = 0;
-        if (is_done_[undo_at_]) plan_.append_undo(undo_at_, undo_);
+        if (!is_done_[undo_at_]) continue;
+        plan_.append_undo(undo_at_, undo_);
+        is_done_[undo_at_] = false;
     }
 }

@@ -17,23 +17,13 @@ bool is_unanswered(const std::error_code &error) {
            error == nat64::nat64_error(FWX_NAT64_ERR_NOT_READY);
 }
 
-bool says_gone(const plan_command_t &command, const std::error_code &error) {
-    return command.may_be_gone && (error == nat64::nat64_error(FWX_NAT64_MODEL_ERR_NO_ENTRY) ||
-                                   error == nat64::nat64_error(FWX_NAT64_MODEL_ERR_NO_POOL));
-}
-
 }  // namespace
 
-/** A plan under way. Callbacks share it, so that a late one finds it when its task is gone. */
+/** A plan under way. */
 class applier_t::flight_t : public std::enable_shared_from_this<flight_t> {
 public:
-    flight_t(nat64::client &client, rule_book_t &rules, const plan_t &plan, on_done_fn_t on_done, on_undo_fn_t on_undo)
-        : client_(client),
-          rules_(rules),
-          plan_(plan),
-          run_(plan),
-          on_done_(std::move(on_done)),
-          on_undo_(std::move(on_undo)) {}
+    flight_t(nat64::client &client, rule_book_t &rules, const plan_t &plan)
+        : client_(client), rules_(rules), plan_(plan), run_(plan) {}
 
     /** Sends what may be sent. */
     void fill() {
@@ -41,7 +31,6 @@ public:
             const bool must_wait = client_.is_throttled() && !sent_.empty();
             const plan_command_t *command = must_wait ? nullptr : run_.next();
             if (command == nullptr) return;
-            note_undo();
             send(*command, run_.ticket());
         }
     }
@@ -50,12 +39,20 @@ public:
     /** From now on answers are nobody's. */
     void abandon() { is_abandoned_ = true; }
 
-    apply_result_t take_result() {
-        result_.is_taken_back = run_.is_taken_back() && !result_.lost && run_.left().empty();
-        for (const size_t index : run_.left()) {
-            result_.left.push_back(plan_.command(index));
+    void stop() {
+        result_.is_stopped = result_.is_stopped || (!run_.is_over() && !run_.is_taken_back() && !result_.refusal);
+        run_.stop();
+        end_if_over();
+    }
+    void take_back() { run_.take_back(); }
+    void note_taken_back() { result_.is_taken_back = !result_.lost && standing().empty(); }
+    const apply_result_t &result() const { return result_; }
+    std::vector<plan_command_t> standing() const {
+        std::vector<plan_command_t> commands;
+        for (size_t i = 0; i < plan_.size(); ++i) {
+            if (run_.is_done(i)) commands.push_back(plan_.command(i));
         }
-        return std::move(result_);
+        return commands;
     }
 
 private:
@@ -109,13 +106,16 @@ private:
             rules_.answered(*sent.default_rule, *rule);
         }
         if (is_lost) {
-            result_.in_doubt.push_back(sent.command);
+            ++result_.unanswered;
             result_.lost = error;
             sent_.erase(ticket);
         } else {
             settle(ticket, error, is_no_server(nat64::result{error}.code()));
         }
         fill();
+        end_if_over();
+    }
+    void end_if_over() {
         if (is_over() && waiting_) std::exchange(waiting_, nullptr).resume();
     }
 
@@ -124,27 +124,23 @@ private:
         const plan_command_t command = sent_.at(ticket).command;
         sent_.erase(ticket);
         const bool is_unsaved = error == nat64::nat64_error(FWX_NAT64_MODEL_ERR_NOT_SAVED);
-        const bool is_done = !error || is_unsaved || says_gone(command, error);
+        const bool is_done = !error || is_unsaved;
         const bool is_of_plan = ticket < plan_.size();
         if (is_lost) {
             result_.lost = error;
             return;
         }
-        if (is_done && on_done_) on_done_(command);
+        if (is_done) ++result_.changes;
         if (is_done && is_of_plan) ++result_.done;
         run_.answered(ticket, is_done);
-        if (is_unsaved && is_of_plan) run_.take_back();
-        const bool is_refused = is_of_plan && error && !says_gone(command, error);
+        const bool is_refused = is_of_plan && error;
+        if (is_refused) run_.stop();
         const bool is_first = is_refused && (!result_.refusal || ticket < refused_);
         if (!is_first) return;
         result_.refusal = apply_refusal_t{command, error};
         refused_ = ticket;
     }
 
-    void note_undo() {
-        const bool begins = run_.is_taken_back() && run_.ticket() >= plan_.size();
-        if (begins && on_undo_) std::exchange(on_undo_, nullptr)();
-    }
     void note_table(uint32_t code) {
         if (result_.table_code == 0) result_.table_code = code;
     }
@@ -153,8 +149,6 @@ private:
     rule_book_t &rules_;
     const plan_t &plan_;
     plan_run_t run_;
-    on_done_fn_t on_done_;
-    on_undo_fn_t on_undo_;
     std::unordered_map<size_t, sent_t> sent_; /* by ticket */
     apply_result_t result_;
     size_t refused_ = 0; /* ticket of the refusal */
@@ -162,19 +156,44 @@ private:
     bool is_abandoned_ = false;
 };
 
-nat64::task<apply_result_t> applier_t::apply(const plan_t &plan, on_done_fn_t on_done, on_undo_fn_t on_undo) {
+applier_t::applier_t(nat64::client &client, rule_book_t &rules, const plan_t &plan)
+    : flight_(std::make_shared<flight_t>(client, rules, plan)) {}
+
+applier_t::~applier_t() {
+    flight_->abandon();
+}
+
+nat64::task<> applier_t::run() {
     struct over_t {
-        std::shared_ptr<flight_t> flight;
-        explicit over_t(std::shared_ptr<flight_t> of) : flight(std::move(of)) {}
-        over_t(const over_t &) = delete;
-        ~over_t() { flight->abandon(); }
+        flight_t &flight;
         bool await_ready() const {
-            flight->fill();
-            return flight->is_over();
+            flight.fill();
+            return flight.is_over();
         }
-        void await_suspend(std::coroutine_handle<> waiting) const { flight->resume_when_over(waiting); }
-        apply_result_t await_resume() const { return flight->take_result(); }
+        void await_suspend(std::coroutine_handle<> waiting) const { flight.resume_when_over(waiting); }
+        void await_resume() const {}
     };
-    co_return co_await over_t(
-        std::make_shared<flight_t>(client_, rules_, plan, std::move(on_done), std::move(on_undo)));
+    co_await over_t{*flight_};
+}
+
+nat64::task<> applier_t::apply() {
+    co_await run();
+}
+
+nat64::task<> applier_t::take_back() {
+    flight_->take_back();
+    co_await run();
+    flight_->note_taken_back();
+}
+
+void applier_t::stop() {
+    flight_->stop();
+}
+
+const apply_result_t &applier_t::result() const {
+    return flight_->result();
+}
+
+std::vector<plan_command_t> applier_t::standing() const {
+    return flight_->standing();
 }

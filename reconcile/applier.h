@@ -1,16 +1,13 @@
 /*
- * Carries plans out over a binding, many commands at a time, and takes them back when one is refused. It keeps the
+ * Carries plans out over a binding, many commands at a time, and takes them back when that is asked for. It keeps the
  * library's rule table as the server's verdicts have it.
- *
- * Who applies a plan keeps what comes of it where a crash leaves it: the plan before `apply`, each command as it is
- * carried out, and those in doubt when it has ended (running_t).
  */
 #ifndef RECONCILE_APPLIER_H
 #define RECONCILE_APPLIER_H
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <system_error>
 #include <vector>
@@ -25,46 +22,51 @@ struct apply_refusal_t {
 };
 
 struct apply_result_t {
-    size_t done = 0; /* commands of the plan that were carried out, even if they were taken back then */
+    size_t done = 0;      /* commands of the plan that the server has carried out, also those taken back since */
+    uint64_t changes = 0; /* the same and those that took them back: so many more changes the server counts */
     std::optional<apply_refusal_t> refusal; /* the first command of the plan that was refused */
-    bool is_taken_back = false;             /* there was a refusal, and nothing of the plan stands */
-    std::vector<plan_command_t> left;       /* after a refusal: what stands of the plan */
+    bool is_stopped = false;                /* `stop` came before the last command was sent */
+    bool is_taken_back = false;             /* `take_back` has ended, and nothing of the plan stands */
 
     /* Not empty: the channel or the time ran out. Nothing more was sent, and nothing taken back. */
     std::error_code lost;
-    std::vector<plan_command_t> in_doubt; /* then: sent, and not answered */
+    size_t unanswered = 0; /* then: commands that may have been carried out */
 
     uint32_t table_code = 0; /* not 0: why the library's rule table is not what the server has */
 
-    /** Whether the server holds what the plan leads to. */
-    explicit operator bool() const { return !refusal && !lost; }
+    /** Whether the server has carried out all of the plan. */
+    explicit operator bool() const { return !refusal && !is_stopped && !lost; }
 };
 
+/** One plan on its way. Destroying it forgets what is outstanding, and so does destroying a task of it. */
 class applier_t {
 public:
     /** Commands that are outstanding at a time. */
     static constexpr size_t window = 256;
-    /** Gets each command that the server has carried out, in the order of the answers, also those that take back; a
-     * delete of what was gone counts as one. Must not destroy the task. */
-    using on_done_fn_t = std::function<void(const plan_command_t &command)>;
-    /** Hears once that what was done is being taken back, before the first command of that. */
-    using on_undo_fn_t = std::function<void()>;
 
-    /** Both outlive the applier. */
-    applier_t(fwx::nat64::client &client, rule_book_t &rules) : client_(client), rules_(rules) {}
+    /** All outlive the applier, the documents of the plan too. */
+    applier_t(fwx::nat64::client &client, rule_book_t &rules, const plan_t &plan);
+    ~applier_t();
+    applier_t(const applier_t &) = delete;
+    applier_t &operator=(const applier_t &) = delete;
 
-    /**
-     * Carries a plan out. Commands have the deadline that the client gives them.
-     * @param plan outlives the task, as do its documents.
-     * @return what came of it. Destroying the task forgets what is outstanding.
-     */
-    fwx::nat64::task<apply_result_t> apply(const plan_t &plan, on_done_fn_t on_done, on_undo_fn_t on_undo = {});
+    /** Carries the plan out until it has ended, a command is refused, it is stopped, or the server is lost, and what is
+     * under way has been answered. Commands have the deadline that the client gives them. */
+    fwx::nat64::task<> apply();
+    /** Sends nothing more of the plan. May be called at any time. */
+    void stop();
+    /** Takes back what was carried out; after `apply`, if the server was not lost. */
+    fwx::nat64::task<> take_back();
+
+    const apply_result_t &result() const;
+    /** Commands of the plan that were carried out, and not taken back. */
+    std::vector<plan_command_t> standing() const;
 
 private:
     class flight_t;
+    fwx::nat64::task<> run();
 
-    fwx::nat64::client &client_;
-    rule_book_t &rules_;
+    std::shared_ptr<flight_t> flight_; /* callbacks share it, so that a late one finds it */
 };
 
 #endif

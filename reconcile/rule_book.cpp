@@ -1,5 +1,7 @@
 #include "reconcile/rule_book.h"
 
+#include <cstring>
+
 #include "fwx_nat64/result.h"
 #include "fwx_nat64/server_result.h"
 #include "fwx_nat64/wire.h"
@@ -88,6 +90,14 @@ uint32_t rule_book_t::failed(const rule_change_t &change) {
 void rule_book_t::done(const default_change_t &change) {
     if (change.op == FWX_NAT64_OP_ADD) defaults_.emplace(change.rule.id, change.rule);
     if (change.op == FWX_NAT64_OP_DEL) defaults_.erase(change.rule.id);
+}
+
+uint32_t rule_book_t::found(const fwx_mapt_rule_hash_elem_t &rule) {
+    const auto known = installed_.find(name_of(rule.rule));
+    if (known == installed_.end()) return install(rule);
+    const bool is_same =
+        known->second.mapt_bmr == rule.mapt_bmr && std::memcmp(&known->second.rule, &rule.rule, sizeof rule.rule) == 0;
+    return is_same ? 0 : first_of(take_out(rule.rule), install(rule));
 }
 
 void rule_book_t::emptied() {

@@ -57,6 +57,10 @@ public:
     /** The server has not done it. */
     uint32_t failed(const rule_change_t &change);
     void done(const default_change_t &change);
+    /** The server has been found to have a rule under this index. Nothing of the rule is under way. */
+    uint32_t found(const fwx_mapt_rule_hash_elem_t &rule);
+    /** The server has been found not to have a rule, likewise. */
+    uint32_t missed(const fwx_nat64_mapt_bmr_t &rule) { return take_out(rule); }
     /** The library has emptied its table. */
     void emptied();
 

@@ -2,12 +2,15 @@
 
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+
+#include "fwx_host/smc.h"
 
 namespace {
 
@@ -31,6 +34,13 @@ std::string state_directory_of(const std::string &server) {
     const std::string state = text_of("XDG_STATE_HOME");
     const bool is_usable = !state.empty() && state.front() == '/';
     return (is_usable ? state : home() + "/.local/state") + "/natctl/" + server;
+}
+
+std::string lock_path_of(const std::string &server) {
+    char path[sizeof(sockaddr_un::sun_path)];
+    if (fwx_host_server_path(server.c_str(), path, sizeof path) != 0) return "";
+    std::string lock = path;
+    return lock.insert(lock.size() - server.size(), "."); /* no server's name begins with one */
 }
 
 std::string make_state_directory(const std::string &directory) {

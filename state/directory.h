@@ -1,4 +1,4 @@
-/* Where the running documents of servers are kept. */
+/* Where what concerns one server is kept. */
 #ifndef STATE_DIRECTORY_H
 #define STATE_DIRECTORY_H
 
@@ -6,6 +6,9 @@
 
 /** Of a server: `$STATE_DIRECTORY/NAME`, else `$XDG_STATE_HOME/natctl/NAME`, else `~/.local/state/natctl/NAME`. */
 std::string state_directory_of(const std::string &server);
+/** The file whose lock (state/lock.h) whoever changes a server has, be it natctl or nat64d: in the directory of the
+ * servers' sockets, so that it is the same wherever the state is kept. Empty for a name that no server can have. */
+std::string lock_path_of(const std::string &server);
 /** Makes a directory and those above it that are not there, with mode 0700; returns what went wrong, or nothing. */
 std::string make_state_directory(const std::string &directory);
 

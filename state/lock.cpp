@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "state/directory.h"
 #include "state/files.h"
 
 namespace {
@@ -33,6 +34,15 @@ std::string lock_t::take(std::chrono::milliseconds patience, const is_worth_wait
         }
         std::this_thread::sleep_for(poll);
     }
+}
+
+std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience) {
+    const std::string path = lock_path_of(server);
+    if (path.empty()) return "no server can have the name \"" + server + '"';
+    std::string error = make_state_directory(path.substr(0, path.rfind('/')));
+    const auto may_end_soon = [](const std::string &who) { return who.empty() || who.rfind("natctl ", 0) == 0; };
+    if (error.empty()) error = lock.take(patience, may_end_soon);
+    return lock.is_taken() ? "server " + server + ": " + lock.holder() + " is changing it" : error;
 }
 
 std::string lock_t::try_once() {

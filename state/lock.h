@@ -46,4 +46,11 @@ private:
     bool is_taken_ = false;
 };
 
+/**
+ * Takes the lock of a server for whoever changes it (state/directory.h). A natctl that has it ends soon and is waited
+ * for; a daemon is not.
+ * @return why not, with the holder's name; empty when this process has the lock.
+ */
+std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience);
+
 #endif

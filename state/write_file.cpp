@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "state/files.h"
+
 std::string write_file(const std::string &path, const std::string &text) {
     const std::string name = path + ".new";
     const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -20,7 +22,8 @@ std::string write_file(const std::string &path, const std::string &text) {
         if (now < 0) break;
         rest.remove_prefix(static_cast<size_t>(now));
     }
-    const bool is_written = rest.empty() && fsync(fd) == 0 && rename(name.c_str(), path.c_str()) == 0;
+    const bool is_written = rest.empty() && fsync(fd) == 0 && rename(name.c_str(), path.c_str()) == 0 &&
+                            files_t::system().sync_directory_of(path) == 0;
     std::string error = is_written ? "" : name + ": " + std::strerror(errno);
     close(fd);
     if (!is_written) unlink(name.c_str());

@@ -64,46 +64,12 @@ public:
         const plan_t plan(none, document);
         plan_run_t run(plan);
         carry_out(run, 64);
-        EXPECT_FALSE(run.is_taken_back()) << text_of(plan, run.refused());
-    }
-
-    /** Sends what may be sent of a plan at a time and ends without hearing of it; another client comes in its place.
-     * @return what it knows of what the server held and was sent. */
-    document_t crash(const plan_t &plan, document_t held, size_t answered_count, bool is_carried_out) {
-        plan_run_t run(plan);
-        run_ = &run;
-        size_t sent = 0;
-        for (; sent < plan.size() && outstanding_.size() < 64; ++sent) {
-            if (sent == answered_count) pump();
-            if (sent == answered_count) is_carried_out ? model_->silent_set(true) : model_->pause_set(true);
-            const plan_command_t *command = run.next();
-            if (command == nullptr) break;
-            send(*command, run.ticket());
-        }
-        pump();
-        line_words_t words;
-        record_reader_t reader;
-        for (size_t i = 0; i < sent; ++i) { /* as a journal has them */
-            words.split(text_of(plan, i));
-            EXPECT_EQ(reader.read(words.words()), record_reader_t::result_t::record) << reader.error();
-            if (outstanding_.count(i + 1) == 0) {
-                held.carry_out(reader.family(), reader.verb().op, reader.record().bytes);
-            } else {
-                held.doubt(reader.family(), reader.record().bytes);
-            }
-        }
-        held.settle();
-        unbind();
-        model_->silent_set(false);
-        model_->pause_set(false);
-        outstanding_.clear();
-        bind();
-        return held;
+        EXPECT_EQ(run.refused(), plan.size()) << "all is taken";
     }
 
     /** All that is held, but for indices of rules and what stands for absent; what rules say only their client knows.
      */
-    std::multiset<std::string> state(bool has_rules = true) const {
+    std::multiset<std::string> state() const {
         std::multiset<std::string> parts;
         model_->save(
             [](void *arg, uint32_t op_code, const void *payload, size_t size) {
@@ -113,7 +79,6 @@ public:
             },
             &parts);
         for (const auto &[name, rule] : book_.rules()) {
-            if (!has_rules) break;
             parts.insert("rule " + hex_digits(&rule.rule, sizeof rule.rule));
             EXPECT_TRUE(is_found(rule.rule)) << "the leaf of rule " << name.first << " is missing";
         }
@@ -127,7 +92,6 @@ public:
 
 private:
     struct sent_t {
-        bool may_be_gone;
         rule_change_t rule; /* of a basic rule, or op 0 */
         uint64_t wire_ctx;
         fwx_nat64_mapt_reply_t reply;
@@ -172,7 +136,6 @@ private:
     void send(const plan_command_t &command, size_t ticket) {
         sent_t &sent = outstanding_[ticket + 1];
         sent = {};
-        sent.may_be_gone = command.may_be_gone;
         sending_ = &sent;
         const bool is_rule = command.family->kind == family_kind_t::basic_rule;
         if (is_rule) {
@@ -193,9 +156,7 @@ private:
     void judge(size_t ticket, uint32_t table_code) {
         const sent_t sent = outstanding_.at(ticket);
         outstanding_.erase(ticket);
-        const uint32_t result = sent.reply.reply.result;
-        const bool is_gone = result == FWX_NAT64_MODEL_ERR_NO_ENTRY || result == FWX_NAT64_MODEL_ERR_NO_POOL;
-        const bool is_done = result == 0 || (is_gone && sent.may_be_gone);
+        const bool is_done = sent.reply.reply.result == 0;
         if (sent.rule.op != 0) {
             EXPECT_EQ(is_done ? book_.done(sent.rule, table_code, sent.reply.bmr_index) : book_.failed(sent.rule), 0U);
         }
@@ -331,15 +292,20 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
         for (size_t refused = documents.below(4); refused < plan.size(); refused += 1 + documents.below(8)) {
             SCOPED_TRACE(held_server_t::text_of(plan, refused) + " is refused");
             plan_run_t run(plan);
-            server.carry_out(run, 1 + documents.below(64), {refused});
-            ASSERT_TRUE(run.is_taken_back());
+            const size_t window = 1 + documents.below(64);
+            server.carry_out(run, window, {refused});
             EXPECT_EQ(run.refused(), refused);
-            EXPECT_TRUE(run.left().empty());
+            EXPECT_FALSE(run.is_done(refused));
+            run.take_back();
+            server.carry_out(run, window);
+            for (size_t i = 0; i < plan.size(); ++i) {
+                EXPECT_FALSE(run.is_done(i)) << "what stands of it";
+            }
             ASSERT_EQ(server.state(), before);
         }
         plan_run_t run(plan);
         server.carry_out(run, 1 + documents.below(64));
-        ASSERT_FALSE(run.is_taken_back()) << held_server_t::text_of(plan, run.refused());
+        ASSERT_EQ(run.refused(), plan.size()) << "all is taken";
         ASSERT_EQ(server.state(), wanted);
         run.take_back();
         server.carry_out(run, 8);
@@ -347,30 +313,6 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
     }
     EXPECT_EQ(watch.left(), "");
     EXPECT_EQ(watch.faults(), "");
-}
-
-TEST(plan_test, what_is_in_doubt_after_a_crash_is_brought_in_order) {
-    random_documents_t documents(97);
-    for (int round = 0; round < 40 && !testing::Test::HasFailure(); ++round) {
-        const document_t from = documents.next();
-        const document_t to = documents.next();
-        SCOPED_TRACE(write_lines(from) + write_lines(to));
-        held_server_t server;
-        server.hold(to);
-        const std::multiset<std::string> wanted = server.state(false);
-        const document_t none;
-        const plan_t emptying(to, none);
-        plan_run_t emptying_run(emptying);
-        server.carry_out(emptying_run, 64);
-        server.hold(from);
-        const plan_t plan(from, to);
-        const document_t held = server.crash(plan, from, documents.below(plan.size() + 1), round % 2 == 0);
-        const plan_t again(held, to);
-        plan_run_t run(again);
-        server.carry_out(run, 8);
-        ASSERT_FALSE(run.is_taken_back()) << held_server_t::text_of(again, run.refused());
-        ASSERT_EQ(server.state(false), wanted);
-    }
 }
 
 TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
@@ -436,8 +378,12 @@ TEST(plan_test, what_cannot_be_taken_back_is_said) {
     {
         held_server_t server;
         plan_run_t run(plan);
-        server.carry_out(run, 1, {2, 3 + 2 * 1});
-        EXPECT_EQ(run.left(), std::vector<size_t>{1});
+        server.carry_out(run, 1, {2});
+        EXPECT_TRUE(run.is_done(0) && run.is_done(1));
+        run.take_back();
+        server.carry_out(run, 1, {3 + 2 * 1});
+        EXPECT_EQ(std::vector<bool>({run.is_done(0), run.is_done(1), run.is_done(2)}),
+                  std::vector<bool>({false, true, false}));
         left = server.state();
     }
     held_server_t server;

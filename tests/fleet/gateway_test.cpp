@@ -6,6 +6,7 @@
 #include "fleet/manifest.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/process.h"
+#include "tests/support/other_client.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/tools/natctl_fixture.h"
 #include "tests/tools/server_process.h"
@@ -221,10 +222,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
 TEST_F(gateway_test, a_document_that_one_server_refuses_is_taken_back_there_alone) {
     ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
     /* Somebody takes what the next document wants of one of them. */
-    setenv("XDG_STATE_HOME", (folder() + "/other").c_str(), 1);
-    ASSERT_EQ(run("--connect g3 pool add --id 900 --param 1 --start 10.0.0.5 --end 10.0.0.5").status, 0);
-    setenv("XDG_STATE_HOME", (folder() + "/state").c_str(), 1);
-    EXPECT_EQ(run("--connect g3 daemon replay").status, 0);
+    ASSERT_TRUE(others_add_pool(900, "10.0.0.5", "g3"));
     const run_t pushed = push(pools(5), "--wait 60s");
     EXPECT_EQ(pushed.status, 1);
     EXPECT_NE(pushed.notes.find("refused by g3: refused version 2: pool add --id 5"), std::string::npos)

@@ -39,6 +39,30 @@ async def test_statistics_have_typed_entries_and_lists_are_whole():
         assert [pool.id for pool in await client.stats_pools()] == list(range(1, 2501))
 
 
+async def test_the_configuration_comes_as_the_commands_that_make_it():
+    async with Client() as client:
+        empty = await client.configuration()
+        assert (empty.boot_id, empty.changes, empty.items) == (client.model.boot().boot_id, 0, [])
+        await client.timeout_set(type="udp", value=7)
+        await client.mapt_bmr_add(rule_id=3, domain_id=1, v6_prefix="2001:db8::/40", v4_prefix="192.0.2.0/24")
+        held = await client.configuration()
+        assert held.changes == 2
+        timeout, rule = held.items
+        assert timeout == (3, 14, bytes([1, 0, 0, 0, 7, 0, 0, 0]))
+        assert (rule.number, rule.op_code, len(rule.payload)) == (13, 0, 52)
+        assert rule.payload[8:16] == bytes([3, 0, 0, 0, 1, 0, 0, 0])
+        assert rule.payload[48:] == bytes([1, 0, 0, 0])  # the server's index
+        batch = Batch()
+        for i in range(2500):
+            batch.dmapping_add(id=i + 1, type="endpoint-independent")
+        await client.load(batch)
+        assert len((await client.configuration()).items) == 2502
+        client.model.fail_next(VALUE)
+        with pytest.raises(Error) as refusal:
+            await client.configuration()
+        assert refusal.value.code == VALUE
+
+
 async def test_a_walk_shows_each_session_once_with_both_sides():
     async with Client() as client:
         await with_sessions(client, 2500)

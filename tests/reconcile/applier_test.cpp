@@ -2,7 +2,6 @@
 #include "reconcile/applier.h"
 
 #include <algorithm>
-#include <set>
 
 #include "config/notation.h"
 #include "reconcile/scrape.h"
@@ -15,33 +14,17 @@ namespace {
 std::string text_of(const plan_command_t &command) {
     return command_line(*command.family, command.op, command.record.bytes);
 }
-std::set<std::string> texts_of(const std::vector<plan_command_t> &commands) {
-    std::set<std::string> texts;
-    for (const plan_command_t &command : commands) {
-        texts.insert(text_of(command));
-    }
-    return texts;
-}
-
 class applier_test : public cxx_fixture_t {
 protected:
     void SetUp() override {
         cxx_fixture_t::SetUp();
         ASSERT_TRUE(apply(plan_t(none_, from_)));
-        done_.clear();
     }
     apply_result_t apply(const plan_t &plan) {
-        return run(applier_t(*client, rules_).apply(plan, [this](const plan_command_t &command) {
-            done_.push_back(text_of(command));
-            if (done_.size() == refuse_behind_) model->fail_next(code_, 1);
-        }));
+        applier_t applier(*client, rules_, plan);
+        run(applier.apply());
+        return applier.result();
     }
-    /** Has the server answer with a code behind so many commands, if they are not under way by then. */
-    void refuse_behind(size_t count, uint32_t code) {
-        refuse_behind_ = count;
-        code_ = code;
-    }
-
     void expect_from() const {
         EXPECT_EQ(model->timeout(1), 10U);
         EXPECT_EQ(model->totals().pools, 1U);
@@ -54,32 +37,56 @@ protected:
     const document_t to_ = read_document(after);
     const plan_t plan_{from_, to_};
     rule_book_t rules_;
-    std::vector<std::string> done_;
-
-private:
-    size_t refuse_behind_ = SIZE_MAX;
-    uint32_t code_ = 0;
 };
 
-TEST_F(applier_test, a_plan_is_carried_out_and_told_command_by_command) {
+TEST_F(applier_test, a_plan_is_carried_out) {
+    const uint64_t changes = model->boot().changes;
     const apply_result_t result = apply(plan_);
     EXPECT_TRUE(result);
     EXPECT_EQ(result.done, steps.size());
-    EXPECT_EQ(done_, steps);
+    EXPECT_EQ(result.changes, model->boot().changes - changes);
     EXPECT_EQ(model->timeout(1), 20U);
     EXPECT_EQ(rules_.installed(), 1U);
     EXPECT_EQ(result.table_code, 0U);
 }
 
-TEST_F(applier_test, a_refusal_takes_all_back) {
-    refuse_behind(2, FWX_NAT64_MODEL_ERR_VALUE);
-    const apply_result_t result = apply(plan_);
-    ASSERT_TRUE(result.refusal);
-    EXPECT_EQ(text_of(result.refusal->command), steps[2]);
-    EXPECT_EQ(result.refusal->error, fwx::nat64::nat64_error(FWX_NAT64_MODEL_ERR_VALUE));
-    EXPECT_TRUE(result.is_taken_back);
-    EXPECT_EQ(result.done, 5U);
-    EXPECT_EQ(done_.size(), 10U);
+TEST_F(applier_test, a_refusal_stops_the_plan_until_it_is_taken_back) {
+    EXPECT_TRUE(run([](fwx::nat64::client &c) -> fwx::nat64::task<fwx::nat64::result> {
+        co_return co_await c.dmapping_add(fwx::nat64::dynamic_mapping{.id = 3});
+    }(*client)));
+    const uint64_t changes = model->boot().changes;
+    applier_t applier(*client, rules_, plan_);
+    run(applier.apply());
+    ASSERT_TRUE(applier.result().refusal);
+    EXPECT_EQ(text_of(applier.result().refusal->command), steps[4]);
+    EXPECT_EQ(applier.result().refusal->error, fwx::nat64::nat64_error(FWX_NAT64_MODEL_ERR_EXISTS));
+    EXPECT_EQ(applier.result().done, 5U);
+    EXPECT_EQ(applier.standing().size(), 5U);
+    EXPECT_EQ(model->timeout(1), 20U);
+    run(applier.take_back());
+    EXPECT_TRUE(applier.result().is_taken_back);
+    EXPECT_TRUE(applier.standing().empty());
+    EXPECT_EQ(applier.result().changes, model->boot().changes - changes);
+    EXPECT_EQ(model->timeout(1), 10U);
+    EXPECT_EQ(rules_.rules().begin()->second.rule.v4_prefix[2], 2);
+}
+
+TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_what_is_under_way) {
+    model->hold();
+    applier_t applier(*client, rules_, plan_);
+    auto task = applier.apply();
+    task.start();
+    pump();
+    applier.stop();
+    EXPECT_FALSE(task.done());
+    model->release(fwx_nat64_model_order_t::in_order);
+    pump();
+    ASSERT_TRUE(task.done());
+    EXPECT_TRUE(applier.result().is_stopped);
+    EXPECT_FALSE(applier.result());
+    EXPECT_EQ(applier.result().done, 2U) << "the deletes";
+    run(applier.take_back());
+    EXPECT_TRUE(applier.result().is_taken_back);
     expect_from();
 }
 
@@ -93,62 +100,47 @@ TEST_F(applier_test, a_table_that_could_not_follow_the_server_is_told) {
     EXPECT_EQ(rules_.installed(), 0U);
 }
 
-TEST_F(applier_test, what_is_carried_out_and_not_saved_is_taken_back_too) {
+TEST_F(applier_test, what_is_carried_out_and_not_saved_can_be_taken_back_too) {
     model->journal_set({[](void *, uint32_t, const void *, size_t) {},
                         [](void *) -> uint32_t { return FWX_NAT64_MODEL_ERR_NOT_SAVED; }, nullptr});
-    bool has_undo = false;
-    applier_t applier(*client, rules_);
-    auto task = applier.apply(
-        plan_, [](const plan_command_t &) {}, [&] { has_undo = true; });
-    task.start();
-    for (int turn = 0; turn < 10 && !task.done(); ++turn) {
-        pump();
-        model->commit();
-    }
-    ASSERT_TRUE(task.done());
-    const apply_result_t result = task.get();
-    ASSERT_TRUE(result.refusal);
-    EXPECT_EQ(result.refusal->error, fwx::nat64::nat64_error(FWX_NAT64_MODEL_ERR_NOT_SAVED));
-    EXPECT_TRUE(result.is_taken_back);
-    EXPECT_TRUE(has_undo);
+    applier_t applier(*client, rules_, plan_);
+    const auto finish = [&](fwx::nat64::task<> task) {
+        task.start();
+        for (int turn = 0; turn < 10 && !task.done(); ++turn) {
+            pump();
+            model->commit();
+        }
+        ASSERT_TRUE(task.done());
+    };
+    finish(applier.apply());
+    ASSERT_TRUE(applier.result().refusal);
+    EXPECT_EQ(applier.result().refusal->error, fwx::nat64::nat64_error(FWX_NAT64_MODEL_ERR_NOT_SAVED));
+    EXPECT_EQ(applier.standing().size(), 2U);
+    finish(applier.take_back());
+    EXPECT_TRUE(applier.result().is_taken_back);
     expect_from();
     model->journal_set({});
 }
 
-TEST_F(applier_test, commands_without_an_answer_are_in_doubt_and_nothing_more_is_sent) {
+TEST_F(applier_test, after_commands_without_an_answer_nothing_more_is_sent) {
     for (const bool is_cut : {true, false}) {
         SCOPED_TRACE(is_cut);
         client->deadline_set(std::chrono::milliseconds(100));
         model->silent_set(true);
-        applier_t applier(*client, rules_);
-        auto task = applier.apply(plan_, [](const plan_command_t &) { ADD_FAILURE(); });
+        applier_t applier(*client, rules_, plan_);
+        auto task = applier.apply();
         task.start();
         pump();
         is_cut ? model->drop_clients() : fwx_host_clock_turn(100);
         pump();
         ASSERT_TRUE(task.done());
-        const apply_result_t result = task.get();
+        const apply_result_t &result = applier.result();
         EXPECT_FALSE(result);
         EXPECT_FALSE(result.refusal);
-        EXPECT_FALSE(result.is_taken_back);
-        EXPECT_EQ(texts_of(result.in_doubt), (std::set<std::string>{steps[0], steps[1]}));
+        EXPECT_EQ(result.unanswered, 2U);
         EXPECT_EQ(result.lost == std::errc::timed_out, !is_cut);
         model->silent_set(false);
     }
-}
-
-TEST_F(applier_test, items_in_doubt_may_be_gone) {
-    document_t doubtful = from_;
-    const document_t more = read_document(before + "dmapping add --id 3 --type 1\n" +
-                                          "range add --id 1 --start 198.51.100.1 --end 198.51.100.2\n");
-    for (size_t i = 0; i < more.size(); ++i) {
-        doubtful.doubt(*more.item(i).family, more.item(i).record);
-    }
-    doubtful.settle();
-    EXPECT_TRUE(apply(plan_t(doubtful, to_)));
-    EXPECT_EQ(model->totals().pools, 1U);
-    EXPECT_EQ(model->totals().dynamic_mappings, 1U);
-    EXPECT_EQ(rules_.installed(), 1U);
 }
 
 TEST_F(applier_test, default_rules_are_known_until_they_are_deleted) {

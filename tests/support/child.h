@@ -43,11 +43,14 @@ public:
         pid_ = -1;
         return true;
     }
-    void end(int number) {
-        if (pid_ <= 0) return;
+    /** Returns its exit status, or -1 when a signal ended it. */
+    int end(int number) {
+        if (pid_ <= 0) return -1;
         kill(pid_, number);
-        waitpid(pid_, nullptr, 0);
+        int status = 0;
+        waitpid(pid_, &status, 0);
         pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     pid_t pid() const { return pid_; }
 

@@ -21,6 +21,10 @@ std::string status_json(const daemon_status_t &status, const store_status_t *sto
         json["refused_reason"] = status.refused_reason;
         json["refused_since"] = status.refused_since;
     }
+    if (status.foreign_count != 0) {
+        json["foreign_items"] = status.foreign_count;
+        json["foreign"] = status.foreign;
+    }
     json["reconnections"] = status.reconnections;
     json["server_restarts"] = status.restarts;
     json["replays"] = status.replays;

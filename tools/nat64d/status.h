@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tools/nat64d/store_status.h"
 
@@ -21,11 +22,13 @@ struct daemon_status_t {
     std::string refused_document; /* that the file holds, and why it is not in force; empty: it is */
     std::string refused_reason;
     std::string refused_since;
-    uint64_t reconnections = 0; /* channels that were opened, after the first */
-    uint64_t restarts = 0;      /* of the server that were seen */
-    uint64_t replays = 0;       /* that went well */
-    uint64_t edits = 0;         /* that went well */
-    uint64_t refusals = 0;      /* of documents */
+    std::vector<std::string> foreign; /* the first items that the server holds and nat64d has nothing to do with */
+    uint64_t foreign_count = 0;       /* all of them */
+    uint64_t reconnections = 0;       /* channels that were opened, after the first */
+    uint64_t restarts = 0;            /* of the server that were seen */
+    uint64_t replays = 0;             /* that went well */
+    uint64_t edits = 0;               /* that went well */
+    uint64_t refusals = 0;            /* of documents */
 };
 
 /** One JSON object, on one line; `store` may be null. */

@@ -4,12 +4,16 @@
 #include <chrono>
 #include <cstdio>
 
+#include "config/load.h"
+#include "config/merge.h"
 #include "config/notation.h"
 #include "fwx_nat64/mapt.h"
-#include "records/families.h"
+#include "reconcile/background.h"
+#include "state/directory.h"
+#include "state/read_file.h"
 #include "state/time_text.h"
+#include "state/write_file.h"
 #include "tools/nat64d/log.h"
-#include "tools/nat64d/rule_learner.h"
 
 namespace {
 
@@ -28,9 +32,12 @@ double seconds_now() {
            1000;
 }
 
+std::string text_of(const plan_command_t &command) {
+    return command_line(*command.family, command.op, command.record.bytes);
+}
+
 std::string refusal_text(const apply_refusal_t &refusal) {
-    const plan_command_t &command = refusal.command;
-    return command_line(*command.family, command.op, command.record.bytes) + ": " + refusal.error.message();
+    return text_of(refusal.command) + ": " + refusal.error.message();
 }
 
 }  // namespace
@@ -47,7 +54,11 @@ offer_t make_offer(document_t document) {
 
 supervisor_t::supervisor_t(fwx_host_loop_t *loop, const std::string &server, std::string directory,
                            std::function<void()> changed)
-    : loop_(loop), changed_(std::move(changed)), running_(std::move(directory), "nat64d"), bell_(loop) {
+    : loop_(loop),
+      changed_(std::move(changed)),
+      lock_(lock_path_of(server), "nat64d"),
+      versions_(std::move(directory)),
+      bell_(loop) {
     status_.server = server;
     status_.reason = "nothing has been looked at yet";
     status_.since = time_text();
@@ -56,18 +67,22 @@ supervisor_t::supervisor_t(fwx_host_loop_t *loop, const std::string &server, std
 
 supervisor_t::~supervisor_t() {
     run_.reset();
+    reconciler_.reset();
     client_.reset();
     fwx_mapt_plu_cleanup();
 }
 
 std::string supervisor_t::open() {
-    std::string error = running_.open(lock_patience);
+    std::string error = take_server_lock(lock_, status_.server, lock_patience);
+    if (error.empty()) error = versions_.open();
     if (!error.empty()) return error;
-    for (const std::string &note : running_.notes()) {
-        log_event(log_level_t::warning, "state", {{"reason", note}});
+    std::string ignored; /* there is none before the first document */
+    if (const std::optional<std::string> text = read_file(owned_path(), ignored)) {
+        problems_t problems;
+        owned_ = load_document(*text, problems);
+        is_owned_kept_ = true;
+        if (owned_.size() != 0) put_in_force(make_offer(owned_));
     }
-    const document_t &held = running_.document();
-    if (held.size() != 0) put_in_force(make_offer(held));
     const uint32_t code = fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, status_.server.c_str());
     return code == 0 ? "" : status_.server + ": " + xerr_strerror(code);
 }
@@ -95,7 +110,7 @@ void supervisor_t::refuse(const std::string &hash, const std::string &reason) {
 }
 
 void supervisor_t::replay() {
-    must_replay_ = true;
+    must_bring_ = is_replay_ = true;
     retry_at_ms_ = 0;
     bell_.ring();
 }
@@ -143,6 +158,7 @@ bool supervisor_t::bind() {
         lose(error.message());
         return false;
     }
+    reconciler_.emplace(loop_, *client_, rules_);
     return true;
 }
 
@@ -152,6 +168,7 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
     was_connected_ = true;
     if (is_known && status_.boot_id != boot.boot_id) {
         ++status_.restarts;
+        must_bring_ = is_replay_ = true;
         retry_at_ms_ = 0;
         log_event(log_level_t::warning, "server_restarted");
     }
@@ -162,106 +179,118 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
 
 nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
     if (fwx_host_clock_ms() < retry_at_ms_) co_return;
-    const step_t step = running_.compare(boot);
-    const bool is_settled = step == step_t::in_step && status_.is_in_step && !offered_ && !must_replay_;
+    const bool is_as_known = reconciler_->is_as_known(boot);
+    const bool is_settled = is_as_known && status_.is_in_step && !offered_ && !must_bring_;
     if (is_settled) co_return;
-    const bool is_strange = step == step_t::changed && is_first_in_force_ && running_.document().size() == 0;
-    const bool is_anew = must_replay_ || is_strange || step == step_t::restarted || step == step_t::unknown;
-    const bool has_nothing_to_stay_with = offered_ && (!wanted_ || (is_anew && is_first_in_force_));
+    const bool must_read = !is_as_known || is_replay_;
+    if (must_read && !co_await read_server()) co_return;
+    const bool has_nothing_to_stay_with = offered_ && (!wanted_ || (must_bring_ && is_first_in_force_));
     if (has_nothing_to_stay_with) put_in_force(*std::exchange(offered_, std::nullopt));
     if (!wanted_) {
         fall_out("there is no document");
         co_return;
     }
-    if (is_anew) {
-        if (!co_await doubt_all()) co_return;
-        if (!co_await bring(*wanted_, "replay")) co_return;
-        must_replay_ = false;
-        has_learnt_rules_ = true;
-        ++status_.replays;
-        prune_rules(rules_, wanted_->document);
-        log_event(log_level_t::info, "replayed",
-                  {{"document", wanted_->hash}, {"items", std::to_string(wanted_->document.size())}});
-    } else {
-        if (!has_learnt_rules_) co_await learn_rules();
-        const bool is_drifted = step == step_t::changed && running_.doubtful() == 0;
-        if (is_drifted) {
-            fall_out("somebody else has changed the server; a replay puts that right");
-            co_return;
-        }
-        if (!offered_ && !co_await bring(*wanted_, "apply")) co_return;
-    }
+    const bool must_look = must_bring_ || !offered_;
+    if (must_look && !co_await bring(*wanted_, must_bring_)) co_return;
     if (offered_) co_await edit();
 }
 
-/** Notes of each item that it may be there or not. A server that holds none of a kind needs no deletes. */
-nat64::task<bool> supervisor_t::doubt_all() {
-    const nat64::record_result<fwx_nat64_stats_sys_entry_t> totals = co_await client_->stats_totals();
-    if (!totals) {
-        lose(totals.error.message());
-        co_return false;
+nat64::task<bool> supervisor_t::read_server() {
+    std::error_code error = co_await reconciler_->read();
+    if (error == nat64::client_errc::unreadable && co_await reconciler_->assume_known(versions_)) error = {};
+    if (error == nat64::client_errc::unreadable) {
+        fall_out("the server holds something, and does not tell what: natctl config apply --assume says it");
+    } else if (error) {
+        lose(error.message());
     }
-    const document_t held = running_.document();
-    running_.begin("replay " + wanted_->hash);
-    running_.restarted(true);
-    const document_t *const documents[] = {&held, &wanted_->document};
-    for (const document_t *document : documents) {
-        for (size_t i = 0; i < document->size(); ++i) {
-            const config_item_t item = document->item(i);
-            const std::optional<uint64_t> total = record_total_of(*item.family, totals.record);
-            if (!total || *total != 0) running_.doubt(*item.family, FWX_NAT64_OP_ADD, item.record);
-        }
-    }
+    if (error) co_return false;
+    const size_t failed = co_await reconciler_->follow_rules();
+    log_event(failed == 0 ? log_level_t::info : log_level_t::error, "server_read",
+              {{"items", std::to_string(reconciler_->held().size())},
+               {"rules", std::to_string(rules_.installed())},
+               {"failed", std::to_string(failed)}});
     co_return true;
 }
 
-nat64::task<> supervisor_t::learn_rules() {
-    const document_t held = running_.document();
-    const size_t failed = co_await ::learn_rules(*client_, rules_, held);
-    has_learnt_rules_ = true;
-    log_event(failed == 0 ? log_level_t::info : log_level_t::error, "rules_learnt",
-              {{"rules", std::to_string(rules_.installed())}, {"failed", std::to_string(failed)}});
-}
-
-/** Carries out what leads from what the server holds to the document; false: it does not hold it, and why is noted. */
-nat64::task<bool> supervisor_t::bring(const offer_t &to, const char *what) {
-    const document_t held = running_.document();
-    const plan_t plan(held, to.document);
+/** Carries out what leads from what the server holds to the document; false: it does not hold it, and why is noted.
+ * Without `may_change` nothing is carried out: then it is told what others have changed. */
+nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
+    const document_t before = reconciler_->held();
+    std::vector<config_item_t> foreign;
+    const document_t target =
+        co_await in_background(loop_, [&] { return keep_foreign(owned_, to.document, before, foreign); });
+    const plan_t plan = co_await in_background(loop_, [&] { return plan_t(before, target); });
     trouble_.clear();
-    if (plan.size() == 0 && running_.has_begun()) note_kept(running_.end());
+    note_foreign(foreign);
+    if (plan.size() != 0 && !may_change) {
+        fall_out("somebody else has changed the server; a replay puts that right with " + std::to_string(plan.size()) +
+                 (plan.size() == 1 ? " command: " : " commands, first: ") + text_of(plan.command(0)));
+        co_return false;
+    }
     if (plan.size() != 0) {
-        if (!running_.has_begun()) running_.begin(std::string(what) + ' ' + to.hash);
-        const std::string error = running_.enter_plan(plan);
+        std::string error = co_await keep_version("as it was found", 0);
         if (!error.empty()) {
-            note_kept(running_.end());
             fall_out(error);
             co_return false;
         }
-        applier_t applier(*client_, rules_);
-        const apply_result_t result = co_await applier.apply(
-            plan, [this](const plan_command_t &command) { running_.carried_out(command); },
-            [this] { running_.undo_begins(); });
-        for (const plan_command_t &command : result.in_doubt) {
-            running_.doubt(command);
-        }
-        note_kept(running_.end());
+        const document_t owned_before = owned_;
+        std::vector<config_item_t> ignored;
+        owned_ = co_await in_background(loop_, [&] { return keep_foreign({}, to.document, owned_before, ignored); });
+        const reconcile_result_t result = co_await reconciler_->bring(plan, target);
+        if (result.is_in_sync) error = co_await keep_version("nat64d " + to.hash, result.applied.done);
+        if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
         note_result(result);
-        if (!result) co_return false;
+        if (!result.is_in_sync) co_return false;
     }
-    const nat64::record_result<fwx_nat64_stats_boot_t> boot = co_await client_->stats_boot();
-    if (!boot) lose(boot.error.message());
-    if (!boot || boot.record.boot_id != status_.boot_id)
-        co_return false; /* another one now: the next look sees to it */
-    running_.in_step_with(boot.record);
-    note_kept(running_.commit());
+    co_await keep_owned(to.document);
+    if (!is_editing_ && std::exchange(is_replay_, false)) {
+        ++status_.replays;
+        log_event(log_level_t::info, "replayed", {{"document", to.hash}, {"commands", std::to_string(plan.size())}});
+    }
+    must_bring_ = false;
     note_reached();
     co_return true;
+}
+
+/** Has the disk know what is nat64d's from now on. */
+nat64::task<> supervisor_t::keep_owned(const document_t &document) {
+    const std::string error = co_await in_background(loop_, [&]() -> std::string {
+        const std::string text = write_lines(document);
+        if (write_lines(owned_) == text && is_owned_kept_) return "";
+        owned_ = document;
+        const std::string failure = make_state_directory(versions_.directory());
+        return failure.empty() ? write_file(owned_path(), text) : failure;
+    });
+    is_owned_kept_ = error.empty();
+    if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
+}
+
+/** Adds what the server holds as a version; says why it could not. */
+nat64::task<std::string> supervisor_t::keep_version(std::string what, size_t commands) {
+    version_t version;
+    version.what = std::move(what);
+    version.commands = commands;
+    version.boot_id = reconciler_->boot_id();
+    version.changes = reconciler_->changes();
+    co_return co_await in_background(
+        loop_, [&] { return versions_.add_if_other(std::move(version), write_lines(reconciler_->held())); });
+}
+
+void supervisor_t::note_foreign(const std::vector<config_item_t> &foreign) {
+    constexpr size_t most_listed = 10;
+    status_.foreign.clear();
+    for (size_t i = 0; i < std::min(foreign.size(), most_listed); ++i) {
+        status_.foreign.push_back(command_line(*foreign[i].family, FWX_NAT64_OP_ADD, foreign[i].record));
+    }
+    if (foreign.size() == status_.foreign_count) return;
+    status_.foreign_count = foreign.size();
+    log_event(log_level_t::warning, "foreign_items", {{"items", std::to_string(foreign.size())}});
 }
 
 nat64::task<> supervisor_t::edit() {
     offer_t offer = *std::exchange(offered_, std::nullopt);
     is_editing_ = true;
-    const bool is_held = co_await bring(offer, "apply");
+    const bool is_held = co_await bring(offer, true);
     is_editing_ = false;
     if (is_held) {
         put_in_force(std::move(offer));
@@ -275,19 +304,28 @@ nat64::task<> supervisor_t::edit() {
     }
 }
 
-void supervisor_t::note_result(const apply_result_t &result) {
-    if (result.table_code != 0) {
-        log_event(log_level_t::error, "rule_table", {{"reason", xerr_strerror(result.table_code)}});
+void supervisor_t::note_result(const reconcile_result_t &result) {
+    const apply_result_t &applied = result.applied;
+    if (applied.table_code != 0) {
+        log_event(log_level_t::error, "rule_table", {{"reason", xerr_strerror(applied.table_code)}});
     }
-    if (result.lost) {
-        lose(result.lost.message());
+    if (applied.refusal) {
+        trouble_ = refusal_text(*applied.refusal);
+        if (!applied.is_taken_back || !status_.is_in_step) {
+            must_bring_ = true;
+            pause_ms_ = std::min(std::max(2 * pause_ms_, first_pause_ms), last_pause_ms);
+            fall_out(trouble_ +
+                     (result.standing.empty() ? "" : "; " + std::to_string(result.standing.size()) + " changes stand"));
+            retry_at_ms_ = fwx_host_clock_ms() + pause_ms_;
+        }
+    }
+    if (result.unknown) {
+        must_bring_ = true;
+        lose(result.unknown.message());
         bell_.ring();
-    } else if (result.refusal) {
-        trouble_ = refusal_text(*result.refusal);
-        if (result.is_taken_back && status_.is_in_step) return;
-        fall_out(trouble_ + (result.left.empty() ? "" : "; " + std::to_string(result.left.size()) + " changes stand"));
-        pause_ms_ = std::min(std::max(2 * pause_ms_, first_pause_ms), last_pause_ms);
-        retry_at_ms_ = fwx_host_clock_ms() + pause_ms_;
+    } else if (applied && !result.is_in_sync) {
+        must_bring_ = true;
+        fall_out("somebody else has changed the server meanwhile");
     }
 }
 
@@ -325,8 +363,4 @@ void supervisor_t::lose(const std::string &reason) {
     status_.is_server_up = false;
     was_connected_ = false;
     fall_out("the server " + status_.server + " does not answer: " + reason);
-}
-
-void supervisor_t::note_kept(const std::string &error) {
-    if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
 }

@@ -3,9 +3,9 @@
  * change. It looks at the server every second, and at once when something happens.
  *
  * There is the document in force, and perhaps one that is offered. One that the server refuses is taken back, and the
- * one in force stays. What the server holds as far as it has answered is in running_t; what leads from there to the
- * document is a plan. After a restart of the server, or when it is asked for, items are in doubt: they are deleted and
- * added again.
+ * one in force stays. The server is the truth (reconcile/reconciler.h): after its restart, or when its count of changes
+ * is not the expected one, it is read again. What others have changed of the document is told, and put right when that
+ * is asked for. What others have added is listed and left alone.
  */
 #ifndef TOOLS_NAT64D_SUPERVISOR_H
 #define TOOLS_NAT64D_SUPERVISOR_H
@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "fwx_host/adapter.hpp"
-#include "reconcile/applier.h"
-#include "reconcile/running.h"
+#include "reconcile/reconciler.h"
+#include "state/lock.h"
 #include "tools/nat64d/bell.h"
 #include "tools/nat64d/command_meter.h"
 #include "tools/nat64d/status.h"
@@ -41,8 +41,8 @@ public:
     supervisor_t(const supervisor_t &) = delete;
     supervisor_t &operator=(const supervisor_t &) = delete;
 
-    /** Reads what the server held last, which is in force until something is offered; returns what is wrong, empty when
-     * nothing is. */
+    /** Takes the lock of the server and reads the document that was in force last, which is in force until something is
+     * offered; returns what is wrong, empty when nothing is. */
     std::string open();
     /** Begins to look. */
     void start();
@@ -51,13 +51,13 @@ public:
     void offer(offer_t offered);
     /** There is one, of which no use can be made: the one in force stays. */
     void refuse(const std::string &hash, const std::string &reason);
-    /** Gives the server the whole document, whatever it holds. */
+    /** Reads the server, and brings it to the document in force. */
     void replay();
     /** Calls `done` when a look has ended that begins after this. */
     void when_looked(std::function<void()> done) { waiting_.push_back(std::move(done)), bell_.ring(); }
 
     bool has_document() const { return wanted_.has_value() || offered_.has_value(); }
-    const std::string &directory() const { return running_.directory(); }
+    const std::string &directory() const { return versions_.directory(); }
     const daemon_status_t &status() const { return status_; }
     const command_meter_t &commands() const { return meter_; }
     const rule_book_t &rules() const { return rules_; }
@@ -70,31 +70,37 @@ private:
     bool bind();
     void take_boot(const fwx_nat64_stats_boot_t &boot);
     nat64::task<> keep(const fwx_nat64_stats_boot_t &boot);
-    nat64::task<bool> doubt_all();
-    nat64::task<> learn_rules();
-    nat64::task<bool> bring(const offer_t &to, const char *what);
+    nat64::task<bool> read_server();
+    nat64::task<bool> bring(const offer_t &to, bool may_change);
     nat64::task<> edit();
-    void note_result(const apply_result_t &result);
+    void note_result(const reconcile_result_t &result);
     void note_reached();
+    void note_foreign(const std::vector<config_item_t> &foreign);
     void put_in_force(offer_t offered);
     void fall_out(const std::string &reason);
     void lose(const std::string &reason);
-    void note_kept(const std::string &error);
+    nat64::task<std::string> keep_version(std::string what, size_t commands);
+    nat64::task<> keep_owned(const document_t &document);
+    std::string owned_path() const { return versions_.directory() + "/in-force"; }
     nat64::handlers handlers();
 
     fwx_host_loop_t *loop_;
     std::function<void()> changed_;
-    running_t running_;
+    lock_t lock_;
+    versions_t versions_;
     rule_book_t rules_;
     command_meter_t meter_;
     bell_t bell_;
     std::optional<nat64::client> client_;
+    std::optional<reconciler_t> reconciler_; /* with the client */
 
+    document_t owned_;               /* what nat64d has seen to: it deletes nothing else */
+    bool is_owned_kept_ = false;     /* on disk */
     std::optional<offer_t> wanted_;  /* in force */
     std::optional<offer_t> offered_; /* not looked at yet */
-    bool must_replay_ = false;
-    bool is_editing_ = false; /* something else than what is in force is on its way */
-    bool has_learnt_rules_ = false;
+    bool must_bring_ = true;         /* the server may lack the document in force, and is to get it */
+    bool is_replay_ = false;         /* because it has restarted, or because somebody asked */
+    bool is_editing_ = false;        /* something else than what is in force is on its way */
     bool was_connected_ = false;
     bool is_first_in_force_ = true; /* nothing has been brought to the server yet */
     std::string trouble_;           /* what the server refused of the last plan; empty: nothing */

@@ -3,16 +3,11 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <vector>
 
 #include "tools/natctl/interrupt.h"
 #include "tools/natctl/line_joiner.h"
 
 namespace {
-
-/* What is kept at a time: each commit waits for the disk. */
-constexpr size_t pipelines_a_commit = 16;
-constexpr uint64_t commit_every_ms = 20;
 
 class batch_t {
 public:
@@ -108,26 +103,11 @@ private:
                 ++(pal_.abandon(id) ? unanswered_ : not_run_);
                 continue;
             }
-            finished_.push_back(pal_.finish(id));
-            const outcome_t &outcome = finished_.back();
-            if (first_failure_ == status_t::ok) first_failure_ = outcome.status;
+            const outcome_t outcome = pal_.finish(id);
             const bool has_no_server = outcome.status == status_t::no_server && !is_shell_;
             is_server_lost_ = is_server_lost_ || (has_no_server && pal_.has_lost_server());
-        }
-        const bool is_due = most_started == 0 || finished_.size() >= pipelines_a_commit * options_.pipeline ||
-                            fwx_host_clock_ms() >= commit_at_;
-        if (is_due) report_finished();
-    }
-
-    /** Keeps what was changed, and then tells of it. */
-    void report_finished() {
-        const std::string error = finished_.empty() ? "" : pal_.commit_changes();
-        for (outcome_t &outcome : finished_) {
-            refuse_unkept(outcome, error);
             report(outcome);
         }
-        finished_.clear();
-        commit_at_ = fwx_host_clock_ms() + commit_every_ms;
     }
 
     void report(const outcome_t &outcome) {
@@ -143,10 +123,8 @@ private:
     pal_t &pal_;
     output_t &output_;
     std::deque<pal_t::call_id_t> started_;
-    std::vector<outcome_t> finished_; /* and not told yet */
-    uint64_t commit_at_ = 0;          /* by the platform's clock */
-    line_joiner_t joiner_;            /* of a file */
-    uint32_t line_ = 0;               /* in which the command begins */
+    line_joiner_t joiner_; /* of a file */
+    uint32_t line_ = 0;    /* in which the command begins */
     size_t done_ = 0;
     size_t failed_ = 0;
     size_t not_run_ = 0;

@@ -1,6 +1,4 @@
 /* Configuration documents: checked, compared with what the server runs, applied; and the running one. */
-#include <ctime>
-
 #include "config/notation.h"
 #include "tools/natctl/config_run.h"
 #include "tools/natctl/document_input.h"
@@ -10,11 +8,8 @@ namespace {
 
 struct request_t {
     std::string file;
-    bool is_check = false;
-    bool shows_diff = false;
-    bool replays = false;
-    uint64_t confirm_s = 0;
-    uint32_t version = UINT32_MAX; /* of a rollback; UINT32_MAX: the one before the last */
+    config_options_t options;
+    uint32_t version = UINT32_MAX; /* UINT32_MAX: not given */
     bool is_json = false;
 };
 
@@ -30,7 +25,7 @@ uint32_t check(call_t &call, const request_t &request) {
 uint32_t diff(call_t &call, const request_t &request) {
     document_t document;
     problems_t problems;
-    if (read_document(call, request.file, document, problems)) config_diff(call, document, request.replays);
+    if (read_document(call, request.file, document, problems)) config_diff(call, document, request.options);
     return 0;
 }
 
@@ -38,46 +33,61 @@ uint32_t apply(call_t &call, const request_t &request) {
     document_t document;
     problems_t problems;
     if (!read_document(call, request.file, document, problems)) return 0;
-    const config_wish_t wish = {"config apply " + request.file, request.is_check, request.shows_diff, request.replays,
-                                request.confirm_s};
-    config_apply(call, document, wish);
+    config_options_t options = request.options;
+    options.what = "config apply " + request.file;
+    config_apply(call, document, options);
     return 0;
 }
 
+/** The versions of the server, to look at; null: the call says why not. */
+versions_t *look_at_versions(call_t &call, std::optional<versions_t> &place) {
+    versions_t *versions = nullptr;
+    const std::string error = call.pal.open_versions(place, versions);
+    if (!error.empty()) refuse(call.outcome, status_t::usage, 0, error);
+    return error.empty() ? versions : nullptr;
+}
+
+/** The newest version whose document is not what the server holds; false: the call says why there is none. */
+bool find_other_version(call_t &call, const request_t &request, const versions_t &versions, uint32_t &number) {
+    if (!config_read(call, request.options)) return false;
+    const std::string held = write_lines(call.pal.reconciler().held());
+    const std::vector<version_t> &all = versions.all();
+    for (auto version = all.rbegin(); version != all.rend(); ++version) {
+        std::string text;
+        const bool is_other = version->has_document && versions.read(version->number, text).empty() && text != held;
+        if (is_other) number = version->number;
+        if (is_other) return true;
+    }
+    number = 0; /* before the first one */
+    return true;
+}
+
 uint32_t roll_back(call_t &call, const request_t &request) {
-    std::optional<running_t> place;
-    running_t *running = nullptr;
     call.pal.settle_all();
-    std::string error = call.pal.look_at_running(place, running);
-    const bool is_own = error.empty() && !place;
-    if (is_own) error = running->end(); /* what commands have changed so far is a version */
+    std::optional<versions_t> place;
+    const versions_t *versions = look_at_versions(call, place);
+    if (versions == nullptr) return 0;
+    uint32_t number = request.version;
+    if (number == UINT32_MAX && !find_other_version(call, request, *versions, number)) return 0;
     document_t document;
-    uint32_t version = request.version;
-    if (error.empty() && version == UINT32_MAX) {
-        const std::vector<version_t> &versions = running->versions();
-        version = versions.empty() ? 0 : versions.back().number - 1;
-    }
-    if (error.empty()) error = running->older(version, document);
+    if (!config_version(call, *versions, number, document)) return 0;
     place.reset();
-    if (!error.empty()) {
-        refuse(call.outcome, status_t::usage, 0, error);
-        return 0;
-    }
-    const config_wish_t wish = {"config rollback " + std::to_string(version), request.is_check, request.shows_diff,
-                                request.replays, request.confirm_s};
-    config_apply(call, document, wish);
+    config_options_t options = request.options;
+    options.what = "config rollback " + std::to_string(number);
+    config_apply(call, document, options);
     return 0;
 }
 
 uint32_t show(call_t &call, const request_t &request) {
-    std::optional<running_t> place;
-    running_t *running = config_look(call, place);
-    if (running == nullptr) return 0;
     call.pal.settle_all();
-    const document_t &document = running->document();
-    const size_t doubtful = running->doubtful();
-    if (doubtful != 0) {
-        call.pal.note("natctl: " + std::to_string(doubtful) + " items are in doubt: the next config apply sends them");
+    std::optional<versions_t> place;
+    document_t document;
+    if (request.version == UINT32_MAX) {
+        if (!config_read(call)) return 0;
+        document = call.pal.reconciler().held();
+    } else {
+        const versions_t *versions = look_at_versions(call, place);
+        if (versions == nullptr || !config_version(call, *versions, request.version, document)) return 0;
     }
     const bool is_json = request.is_json || call.pal.options().format != format_t::text;
     call.outcome.text = is_json ? write_json(document) : write_lines(document);
@@ -85,47 +95,40 @@ uint32_t show(call_t &call, const request_t &request) {
     return 0;
 }
 
-std::string time_text(int64_t time) {
-    const std::time_t seconds = time;
-    std::tm parts{};
-    char text[sizeof "2026-01-01T00:00:00Z"];
-    const bool is_time = gmtime_r(&seconds, &parts) != nullptr;
-    return is_time && std::strftime(text, sizeof text, "%FT%TZ", &parts) != 0 ? text : std::to_string(time);
-}
-
 uint32_t show_log(call_t &call) {
-    std::optional<running_t> place;
-    running_t *running = config_look(call, place);
-    if (running == nullptr) return 0;
     call.pal.settle_all();
-    if (call.pal.options().connect.empty()) running->end();
+    std::optional<versions_t> place;
+    const bool is_embedded = call.pal.options().connect.empty();
+    const std::string error = is_embedded ? call.pal.begin_change() + call.pal.end_singles() : "";
+    const versions_t *versions = error.empty() ? look_at_versions(call, place) : nullptr;
+    if (!error.empty()) refuse(call.outcome, status_t::usage, 0, error);
+    if (versions == nullptr) return 0;
     call.outcome.data = json_t::array();
-    for (const version_t &version : running->versions()) {
-        const bool is_confirmed = running->unconfirmed().number != version.number;
+    for (const version_t &version : versions->all()) {
         call.outcome.data.push_back({{"version", version.number},
-                                     {"time", time_text(version.time)},
+                                     {"time", version.time},
                                      {"who", version.who},
                                      {"commands", version.commands},
-                                     {"confirmed", is_confirmed},
-                                     {"what", version.what}});
+                                     {"confirmed", versions->unconfirmed() != version.number},
+                                     {"what", version.what},
+                                     {"document", version.has_document}});
     }
     return 0;
 }
 
 uint32_t confirm(call_t &call) {
-    std::string error = call.pal.open_running();
+    std::string error = call.pal.begin_change();
     if (!error.empty()) {
         refuse(call.outcome, status_t::usage, 0, error);
         return 0;
     }
-    running_t &running = call.pal.running();
-    const uint32_t number = running.unconfirmed().number;
+    versions_t &versions = call.pal.versions();
+    const uint32_t number = versions.unconfirmed();
     if (number == 0) {
         refuse(call.outcome, status_t::refused, 0, "no version waits for it");
         return 0;
     }
-    running.set_unconfirmed({});
-    error = running.commit();
+    error = versions.set_unconfirmed(0);
     if (!error.empty()) refuse(call.outcome, status_t::usage, 0, error);
     call.outcome.note = "version " + std::to_string(number) + " stays";
     call.outcome.data = {{"version", number}};
@@ -136,12 +139,21 @@ void file_field(command_spec_t &app, const std::shared_ptr<request_t> &request) 
     word_field(app, "file", request->file, "the document, lines or JSON; - for standard input", "FILE").required();
 }
 
+void assume_fields(command_spec_t &app, const std::shared_ptr<request_t> &request) {
+    word_field(app, "--assume", request->options.assumed_file, "of a server that does not tell: it holds this document",
+               "FILE");
+    flag_field(app, "--assume-empty", request->options.assumes_empty,
+               "of a server that does not tell: it holds nothing");
+}
+
 void apply_fields(command_spec_t &app, const std::shared_ptr<request_t> &request) {
-    flag_field(app, "--check", request->is_check, "says what would change, and sends nothing");
-    flag_field(app, "--diff", request->shows_diff, "shows the commands");
-    flag_field(app, "--replay", request->replays, "sends the whole document, whatever the server is thought to hold");
-    duration_field(app, "--confirm", request->confirm_s,
+    config_options_t &options = request->options;
+    flag_field(app, "--check", options.is_check, "says what would change, and sends nothing");
+    flag_field(app, "--diff", options.shows_diff, "shows the commands");
+    flag_field(app, "--keep-partial", options.keeps_partial, "after a refusal or Ctrl-C, keeps what was done");
+    duration_field(app, "--confirm", options.confirm_s,
                    "takes it back unless config confirm comes within this time, and waits for that");
+    assume_fields(app, request);
 }
 
 }  // namespace
@@ -158,15 +170,18 @@ void add_config_commands(grammar_t &grammar) {
     command_spec_t &differ = grammar.immediate(
         "diff", "Prints the commands that make a server run a document; exit status 1 if there are any", with(diff));
     file_field(differ, request);
-    flag_field(differ, "--replay", request->replays, "those that send the whole document");
+    assume_fields(differ, request);
     command_spec_t &applied = grammar.immediate("apply", "Makes the server run a document", with(apply));
     file_field(applied, request);
     apply_fields(applied, request);
-    command_spec_t &shown = grammar.local("show", "Prints the document that the server runs", with(show));
+    command_spec_t &shown =
+        grammar.immediate("show", "Prints the document that the server runs, or that of a version", with(show));
+    number_field(shown, "version", request->version, "the version; what the server runs without it");
     flag_field(shown, "--as-json", request->is_json, "prints the document as JSON");
     command_spec_t &back =
         grammar.immediate("rollback", "Makes the server run an older version again", with(roll_back));
-    number_field(back, "version", request->version, "the version, the one before the last without it");
+    number_field(back, "version", request->version,
+                 "the version; the newest that is not what the server runs without it");
     apply_fields(back, request);
     grammar.local("log", "Lists who changed what and when", show_log);
     grammar.local("confirm", "Lets a change stay that waits for it", confirm);

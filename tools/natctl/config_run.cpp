@@ -4,16 +4,18 @@
 
 #include <algorithm>
 #include <csignal>
-#include <ctime>
 
+#include "config/load.h"
+#include "config/merge.h"
 #include "config/notation.h"
 #include "fwx_host/loop.h"
-#include "reconcile/applier.h"
-#include "state/directory.h"
 #include "tools/natctl/decode.h"
+#include "tools/natctl/document_input.h"
 #include "tools/natctl/interrupt.h"
 
 namespace {
+
+constexpr size_t most_named = 10; /* commands in a message */
 
 std::string text_of(const plan_command_t &command) {
     return command_line(*command.family, command.op, command.record.bytes);
@@ -23,21 +25,28 @@ std::string count_text(size_t count) {
     return std::to_string(count) + (count == 1 ? " command" : " commands");
 }
 
-/** Makes the running document say what a server holds that it is compared with. `running` has begun a change. */
-void bring_in_step(call_t &call, running_t &running, bool replays) {
-    const bool is_alone = call.pal.options().connect.empty() || call.pal.options().dry_run;
-    const fwx_nat64_stats_boot_t server = is_alone ? fwx_nat64_stats_boot_t{} : call.pal.server_boot();
-    const step_t step = is_alone ? step_t::in_step : running.compare(server);
-    if (step == step_t::restarted) call.pal.note("natctl: the server has started anew: it gets the whole document");
-    /* What a crash has left is known to be in doubt. */
-    if (step == step_t::changed && !replays && running.doubtful() == 0) {
-        call.pal.note(
-            "natctl: the server has been changed by others since: what they did is not known here; --replay sends the "
-            "whole document");
+/** The first lines of many, each behind a line feed. */
+std::string named(const std::vector<std::string> &lines) {
+    std::string text;
+    for (size_t i = 0; i < std::min(lines.size(), most_named); ++i) {
+        text += "\n  " + lines[i];
     }
-    const bool is_sent_anew = (replays && !is_alone) || step == step_t::restarted;
-    if (is_sent_anew) running.restarted(call.pal.server_holds_nothing());
-    if (!is_alone) running.in_step_with(server); /* so that the next one knows it, whatever comes of this */
+    if (lines.size() > most_named) text += "\n  and " + std::to_string(lines.size() - most_named) + " more";
+    return text;
+}
+
+std::vector<std::string> texts_of(const std::vector<plan_command_t> &commands) {
+    std::vector<std::string> texts;
+    std::transform(commands.begin(), commands.end(), std::back_inserter(texts), text_of);
+    return texts;
+}
+
+std::vector<std::string> texts_of(const plan_t &plan) {
+    std::vector<std::string> texts;
+    for (size_t i = 0; i < plan.size(); ++i) {
+        texts.push_back(text_of(plan.command(i)));
+    }
+    return texts;
 }
 
 void tell_plan(call_t &call, const plan_t &plan, bool as_text, bool as_data) {
@@ -57,94 +66,128 @@ bool wants_data(const call_t &call) {
     return call.pal.options().format != format_t::text;
 }
 
-/** Says what came of a plan that was not carried out as a whole. */
-void tell_failure(call_t &call, const apply_result_t &result) {
+/** Adds what the server holds as a version; empty, or why that is not kept. */
+std::string keep_version(call_t &call, const std::string &what, size_t commands) {
+    const reconciler_t &server = call.pal.reconciler();
+    version_t version;
+    version.what = what;
+    version.commands = commands;
+    version.boot_id = server.boot_id();
+    version.changes = server.changes();
+    return call.pal.versions().add_if_other(std::move(version), write_lines(server.held()));
+}
+
+uint32_t last_number(call_t &call) {
+    const std::vector<version_t> &versions = call.pal.versions().all();
+    return versions.empty() ? 0 : versions.back().number;
+}
+
+/** Carries a plan out; an interrupt stops it. */
+reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t &to, bool takes_back) {
+    const interrupt_t interrupt(call.pal.loop(),
+                                "natctl: ended at once: what the server has done stays, and the next config apply "
+                                "finds it\n");
+    reconciler_t &server = call.pal.reconciler();
+    bool is_told = false;
+    return call.pal.run_plan(server.bring(plan, to, takes_back), [&] {
+        if (!interrupt.is_raised() || std::exchange(is_told, true)) return;
+        call.pal.note("natctl: interrupted after " + std::to_string(server.done()) + " of " + count_text(plan.size()) +
+                      ": waits for what is under way" + (takes_back ? ", and takes it back" : ""));
+        server.stop();
+    });
+}
+
+/** Says what came of a plan whose commands were not all carried out. */
+void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &result) {
     outcome_t &outcome = call.outcome;
-    if (result.lost) {
-        const bool is_gone = call.pal.has_lost_server();
-        const bool is_late = result.lost == std::errc::timed_out;
-        outcome.status = is_gone ? status_t::no_server : status_t::no_answer;
-        outcome.error = std::string(is_late ? "no answer in time" : "the server went away") + ": " +
-                        count_text(result.done) + " carried out, " + std::to_string(result.in_doubt.size()) +
-                        " in doubt; the next config apply puts that right";
+    const apply_result_t &applied = result.applied;
+    const std::string how_far = std::to_string(applied.done) + " of " + count_text(plan.size()) + " carried out";
+    if (applied.lost) {
+        const bool is_late = applied.lost == std::errc::timed_out;
+        outcome.status = call.pal.has_lost_server() ? status_t::no_server : status_t::no_answer;
+        outcome.error = std::string(is_late ? "no answer in time" : "the server went away") + ": " + how_far + ", " +
+                        std::to_string(applied.unanswered) +
+                        " without an answer; the next config apply finds what is there";
         return;
     }
-    const auto code = static_cast<uint32_t>(result.refusal->error.value());
-    std::string text = text_of(result.refusal->command) + ": refused by the server: " + code_text(code);
-    if (result.left.empty()) text += "; all that was done is undone";
-    for (const plan_command_t &command : result.left) {
-        text += "; stands: " + text_of(command);
+    const auto code = applied.refusal ? static_cast<uint32_t>(applied.refusal->error.value()) : 0;
+    std::string text = applied.refusal
+                           ? text_of(applied.refusal->command) + ": refused by the server: " + code_text(code)
+                           : "interrupted: " + how_far;
+    if (result.standing.empty()) {
+        text += "; all that was done is undone";
+    } else {
+        if (result.others != 0) text += "; others have changed the server meanwhile";
+        text += "; stands:" + named(texts_of(result.standing));
     }
-    refuse(outcome, status_t::refused, code, text);
-    outcome.data["changed"] = !result.left.empty();
-    outcome.data["undone"] = result.is_taken_back;
+    refuse(outcome, applied.refusal ? status_t::refused : status_t::usage, code, text);
+    outcome.data["changed"] = !result.standing.empty();
+    outcome.data["undone"] = applied.is_taken_back;
 }
 
-/** Carries a plan out and keeps what comes of it. */
-apply_result_t carry_out(call_t &call, running_t &running, const plan_t &plan) {
-    constexpr size_t commands_a_group = 1024;
-    size_t entered = 0;
-    const auto on_done = [&](const plan_command_t &command) {
-        running.carried_out(command);
-        if (++entered % commands_a_group == 0) running.commit();
-    };
-    const auto on_undo = [&] {
-        running.undo_begins();
-        running.commit();
-    };
-    applier_t applier(call.pal.client(), call.pal.rules());
-    apply_result_t result = call.pal.run(applier.apply(plan, on_done, on_undo));
-    for (const plan_command_t &command : result.in_doubt) {
-        running.doubt(command);
+/** Says what came of a plan whose commands were all carried out, if there is anything to say. */
+void tell_others(call_t &call, const document_t &document, const reconcile_result_t &result) {
+    if (result.unknown) {
+        call.outcome.status = call.pal.has_lost_server() ? status_t::no_server : status_t::no_answer;
+        call.outcome.error =
+            "all commands were carried out; whether others have changed the server meanwhile is not "
+            "known: " +
+            result.unknown.message();
+        return;
     }
-    const bool is_embedded = call.pal.options().connect.empty();
-    if (!result.lost && !is_embedded) running.in_step_with(call.pal.server_boot());
-    return result;
+    if (result.others == 0 && result.is_in_sync) return;
+    const std::string changed = "others have changed the server meanwhile";
+    if (result.is_in_sync) {
+        call.pal.note("natctl: " + changed + " (changes: " + std::to_string(result.others) +
+                      "), and it holds the document all the same");
+        return;
+    }
+    const plan_t missing(call.pal.reconciler().held(), document);
+    refuse(call.outcome, status_t::refused, 0,
+           changed + ", and it does not hold the document; missing:" + named(texts_of(missing)));
+    call.outcome.data["missing"] = json_t::array();
+    for (const std::string &text : texts_of(missing)) {
+        call.outcome.data["missing"].push_back(text);
+    }
 }
 
-void apply(call_t &call, const document_t &document, const config_wish_t &wish) {
+void apply(call_t &call, const document_t &document, const config_options_t &options) {
     outcome_t &outcome = call.outcome;
-    std::string error = call.pal.open_running();
-    if (!error.empty()) return refuse(outcome, status_t::usage, 0, error);
-    running_t &running = call.pal.running();
-    error = running.end();
-    if (!error.empty()) return refuse(outcome, status_t::usage, 0, error);
-    running.begin(wish.what);
-    bring_in_step(call, running, wish.replays);
-    const document_t from = running.document();
+    reconciler_t &server = call.pal.reconciler();
+    const document_t from = server.held();
     const plan_t plan(from, document);
-    tell_plan(call, plan, wish.shows_diff && !wants_data(call), wants_data(call));
+    tell_plan(call, plan, options.shows_diff && !wants_data(call), wants_data(call));
     outcome.data["undone"] = false;
-    error = running.enter_plan(plan);
-    if (!error.empty()) {
-        running.end();
-        return refuse(outcome, status_t::usage, 0, "nothing was sent: " + error);
-    }
-    const apply_result_t result = carry_out(call, running, plan);
-    const bool waits = wish.confirm_s != 0 && plan.size() != 0 && result;
-    error = running.end();
-    const uint32_t number = running.versions().empty() ? 0 : running.versions().back().number;
-    outcome.data["version"] = number;
-    if (error.empty() && (waits || (result && running.unconfirmed().number != 0 && plan.size() != 0))) {
-        running.set_unconfirmed(
-            waits ? running_t::unconfirmed_t{number, std::time(nullptr) + static_cast<int64_t>(wish.confirm_s)}
-                  : running_t::unconfirmed_t{});
-        error = running.commit();
-    }
     outcome.note = plan.size() == 0 ? "nothing to change" : count_text(plan.size());
-    if (result.table_code != 0) {
-        call.pal.note("natctl: the library's rule table is not as the server has it: " + code_text(result.table_code));
+    std::string error = plan.size() == 0 ? "" : keep_version(call, "as it was found", 0);
+    if (!error.empty()) return refuse(outcome, status_t::usage, 0, "nothing was sent: " + error);
+    if (plan.size() == 0) {
+        outcome.data["version"] = last_number(call);
+        return;
     }
-    if (!result) return tell_failure(call, result);
-    if (!error.empty()) refuse(outcome, status_t::usage, 0, "the server has it, and it is not kept: " + error);
+    const reconcile_result_t result = carry_out(call, plan, document, !options.keeps_partial);
+    const bool is_changed = server.is_known() && result.applied.done != 0 && !result.applied.is_taken_back;
+    if (is_changed) error = keep_version(call, options.what, result.applied.done);
+    outcome.data["version"] = last_number(call);
+    const bool waits = options.confirm_s != 0 && result.is_in_sync;
+    const bool must_tell = waits || (result.is_in_sync && call.pal.versions().unconfirmed() != 0);
+    if (error.empty() && must_tell) error = call.pal.versions().set_unconfirmed(waits ? last_number(call) : 0);
+    if (result.applied.table_code != 0) {
+        call.pal.note("natctl: the library's rule table is not as the server has it: " +
+                      code_text(result.applied.table_code));
+    }
+    if (!result.applied) return tell_failure(call, plan, result);
+    tell_others(call, document, result);
+    const bool is_unkept = outcome.status == status_t::ok && !error.empty();
+    if (is_unkept) refuse(outcome, status_t::usage, 0, "the server has it, and it is not kept: " + error);
 }
 
-/** Whether the version that waits has been confirmed. */
+/** Whether nobody needs to confirm the version any more. */
 bool is_confirmed(call_t &call, uint32_t number) {
-    std::optional<running_t> place;
-    running_t *running = nullptr;
-    const std::string error = call.pal.look_at_running(place, running);
-    return error.empty() && running->unconfirmed().number != number;
+    std::optional<versions_t> place;
+    versions_t *versions = nullptr;
+    const std::string error = call.pal.open_versions(place, versions);
+    return error.empty() && versions->unconfirmed() != number;
 }
 
 /** While it lives, the loss of a terminal, which the change may have cut off, ends nothing. */
@@ -163,86 +206,155 @@ private:
     void (*pipe_)(int) = std::signal(SIGPIPE, SIG_IGN);
 };
 
-/** Waits for the confirmation of a version, and takes it back if none comes. */
-void wait_for_confirmation(call_t &call, const config_wish_t &wish) {
+/** Waits until somebody confirms the version; false: nobody has, in time or before an interrupt. */
+bool wait_for_confirmation(call_t &call, uint32_t number, uint64_t seconds, const interrupt_t &interrupt) {
     constexpr int look_every_ms = 100;
-    const auto number = call.outcome.data["version"].get<uint32_t>();
-    const std::string name = "version " + std::to_string(number);
-    std::string error = call.pal.end_change();
-    if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
-    const outlives_terminal_t outlives_terminal;
-    call.pal.note("natctl: " + name + " runs; it is undone in " + std::to_string(wish.confirm_s) +
-                  " s unless somebody says natctl config confirm");
-    const std::string path = state_directory_of(call.pal.options().connect) + "/journal";
-    const interrupt_t interrupt(call.pal.loop());
-    const uint64_t deadline = fwx_host_clock_ms() + wish.confirm_s * 1000;
-    struct stat before {};
+    const uint64_t deadline = fwx_host_clock_ms() + seconds * 1000;
     while (fwx_host_clock_ms() < deadline && !interrupt.is_raised()) {
-        struct stat now {};
-        const bool is_news =
-            stat(path.c_str(), &now) == 0 && (now.st_ino != before.st_ino || now.st_size != before.st_size);
-        before = now;
-        if (is_news && is_confirmed(call, number)) return;
+        if (is_confirmed(call, number)) return true;
         fwx_host_loop_run_once(call.pal.loop(), look_every_ms);
     }
-    if (is_confirmed(call, number)) return;
-    std::optional<running_t> place;
-    running_t *running = nullptr;
-    document_t older;
-    error = call.pal.look_at_running(place, running);
-    if (error.empty()) error = running->older(number - 1, older);
-    place.reset();
+    return is_confirmed(call, number);
+}
+
+/** Takes back what led from one document to the other, but for what others have changed since. */
+void take_back(call_t &call, const document_t &before, const document_t &after, uint32_t number, bool is_interrupted) {
+    const std::string name = "version " + std::to_string(number);
+    const std::string why = is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and";
+    const std::string error = call.pal.begin_change();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, name + " cannot be undone: " + error);
+    if (!config_read(call)) return;
+    std::vector<config_item_t> kept;
+    const document_t now = call.pal.reconciler().held();
+    const document_t target = take_back(before, after, now, kept);
     const json_t commands = call.outcome.data["commands"];
-    apply(call, older, {name + " not confirmed", false, false, false, 0});
+    config_options_t options;
+    options.what = name + " not confirmed";
+    apply(call, target, options);
     if (call.outcome.status != status_t::ok) return;
-    call.outcome.data = {
-        {"changed", false}, {"commands", commands}, {"undone", true}, {"version", call.outcome.data["version"]}};
-    refuse(call.outcome, status_t::refused, 0, name + " was not confirmed in time, and is undone");
+    std::vector<std::string> lines;
+    for (const config_item_t &item : kept) {
+        lines.push_back(command_line(*item.family, FWX_NAT64_OP_ADD, item.record));
+    }
+    call.outcome.data = {{"changed", !lines.empty()},
+                         {"commands", commands},
+                         {"undone", true},
+                         {"version", call.outcome.data["version"]}};
+    refuse(call.outcome, is_interrupted ? status_t::usage : status_t::refused, 0,
+           why + " is undone" +
+               (lines.empty() ? "" : ", but for what others have changed since; it stays:" + named(lines)));
+}
+
+/** Waits for the confirmation of a change, and takes it back if none comes. */
+void confirm_or_take_back(call_t &call, const document_t &before, const document_t &after, uint64_t seconds) {
+    const auto number = call.outcome.data["version"].get<uint32_t>();
+    const std::string error = call.pal.end_change();
+    if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
+    const outlives_terminal_t outlives_terminal;
+    const interrupt_t interrupt(call.pal.loop());
+    call.pal.note("natctl: version " + std::to_string(number) + " runs; it is undone in " + std::to_string(seconds) +
+                  " s unless somebody says natctl --connect " + call.pal.options().connect + " config confirm");
+    if (wait_for_confirmation(call, number, seconds, interrupt)) return;
+    take_back(call, before, after, number, interrupt.is_raised());
+}
+
+std::string totals_text(const std::optional<fwx_nat64_stats_sys_entry_t> &totals) {
+    if (!totals) return "";
+    return " (pools: " + std::to_string(totals->pools) + ", rules: " + std::to_string(totals->rules) +
+           ", static mappings: " + std::to_string(totals->static_mappings) +
+           ", interfaces: " + std::to_string(totals->interfaces) + ")";
+}
+
+/** Takes what the user says that a server holds which does not tell. */
+bool assume(call_t &call, const config_options_t &options) {
+    document_t held;
+    problems_t problems;
+    const bool is_read = options.assumes_empty || read_document(call, options.assumed_file, held, problems);
+    if (is_read) call.pal.reconciler().assume(std::move(held), call.pal.server_boot());
+    return is_read;
+}
+
+/** Dry runs send nothing, so they cannot know what the server holds. */
+bool is_refused_dry(call_t &call) {
+    if (!call.pal.options().dry_run) return false;
+    refuse(call.outcome, status_t::usage, 0,
+           "a dry run asks no server what it holds; --check does, and changes nothing");
+    return true;
 }
 
 }  // namespace
 
-running_t *config_look(call_t &call, std::optional<running_t> &place) {
-    running_t *running = nullptr;
-    const std::string error = call.pal.look_at_running(place, running);
-    if (error.empty()) return running;
-    refuse(call.outcome, status_t::usage, 0, error);
-    return nullptr;
+bool config_read(call_t &call, const config_options_t &options) {
+    reconciler_t &server = call.pal.reconciler();
+    if (is_refused_dry(call)) return false;
+    const bool assumes = options.assumes_empty || !options.assumed_file.empty();
+    const std::error_code error = call.pal.run_internal(server.read());
+    if (!error && !assumes) return true;
+    if (!error) {
+        refuse(call.outcome, status_t::usage, 0, "--assume: this server tells what it holds");
+        return false;
+    }
+    const bool is_unreadable = error == nat64::client_errc::unreadable;
+    if (is_unreadable && assumes) return assume(call, options);
+    std::optional<versions_t> place;
+    versions_t *versions = nullptr;
+    const bool may_know = is_unreadable && call.pal.open_versions(place, versions).empty();
+    if (may_know && call.pal.run_internal(server.assume_known(*versions))) return true;
+    std::string text = error.message();
+    if (is_unreadable) {
+        text +=
+            totals_text(call.pal.server_totals()) +
+            "; nothing was sent. Say what it holds with --assume FILE, or with --assume-empty that it holds nothing";
+    }
+    const bool is_gone = call.pal.has_lost_server();
+    const bool is_late = error == std::errc::timed_out || error == nat64::client_errc::connection_lost;
+    refuse(call.outcome, is_gone ? status_t::no_server : is_late ? status_t::no_answer : status_t::refused, 0, text);
+    return false;
 }
 
-size_t config_diff(call_t &call, const document_t &document, bool replays) {
-    call.pal.settle_all();
-    std::optional<running_t> place;
-    running_t *running = config_look(call, place);
-    if (running == nullptr) return 0;
-    if (place) {
-        place->begin("");
-        bring_in_step(call, *place, replays);
+bool config_version(call_t &call, const versions_t &versions, uint32_t number, document_t &document) {
+    std::string text;
+    const std::string error = versions.read(number, text);
+    if (!error.empty()) {
+        refuse(call.outcome, status_t::usage, 0, error);
+        return false;
     }
-    const plan_t plan(running->document(), document);
+    problems_t problems;
+    document = load_document(text, problems);
+    return judge(call, "version " + std::to_string(number), problems);
+}
+
+size_t config_diff(call_t &call, const document_t &document, const config_options_t &options) {
+    call.pal.settle_all();
+    if (!config_read(call, options)) return 0;
+    const plan_t plan(call.pal.reconciler().held(), document);
     tell_plan(call, plan, !wants_data(call), wants_data(call));
     call.outcome.differs = plan.size() != 0;
     if (plan.size() == 0) call.outcome.note = "no difference";
     return plan.size();
 }
 
-void config_apply(call_t &call, const document_t &document, const config_wish_t &wish) {
-    const bool is_check = wish.is_check || call.pal.options().dry_run;
-    if (is_check) {
-        const size_t count = config_diff(call, document, wish.replays);
+void config_apply(call_t &call, const document_t &document, const config_options_t &options) {
+    if (options.is_check) {
+        const size_t count = config_diff(call, document, options);
+        if (call.outcome.status != status_t::ok) return;
         call.outcome.differs = false;
-        if (!wish.shows_diff) call.outcome.text.clear();
+        if (!options.shows_diff) call.outcome.text.clear();
         call.outcome.note = count == 0 ? "nothing to change" : count_text(count) + " to send";
         return;
     }
-    const bool needs_other = wish.confirm_s != 0 && call.pal.options().connect.empty();
+    const bool needs_other = options.confirm_s != 0 && call.pal.options().connect.empty();
     if (needs_other) {
         return refuse(call.outcome, status_t::usage, 0, "--confirm: the embedded server ends with this natctl");
     }
+    if (is_refused_dry(call)) return;
     call.pal.settle_all();
-    apply(call, document, wish);
-    const bool is_done = call.outcome.status == status_t::ok;
-    const bool waits = wish.confirm_s != 0 && is_done && call.outcome.data["changed"].get<bool>();
-    if (waits) wait_for_confirmation(call, wish);
+    std::string error = call.pal.begin_change();
+    if (error.empty()) error = call.pal.end_singles();
+    if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
+    if (!config_read(call, options)) return;
+    const document_t before = call.pal.reconciler().held();
+    apply(call, document, options);
+    const bool is_done = call.outcome.status == status_t::ok && call.outcome.data["changed"].get<bool>();
+    if (is_done && options.confirm_s != 0) confirm_or_take_back(call, before, document, options.confirm_s);
 }

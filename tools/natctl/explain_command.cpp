@@ -131,7 +131,7 @@ uint32_t explain(call_t &call, const explain_t &wanted) {
     std::string error;
     if (wanted.file.empty()) {
         rules.take(call.pal.rules());
-        if (const auto document = call.pal.recorded_document(call)) rules.take(*document);
+        if (const auto document = call.pal.server_document(call)) rules.take(*document);
     } else {
         error = rules.read(wanted.file);
     }
@@ -150,8 +150,8 @@ uint32_t explain(call_t &call, const explain_t &wanted) {
         const std::string of = wanted.file.empty() ? "that this natctl has installed" : "of " + wanted.file;
         refuse(call.outcome, status_t::refused, FWX_NAT64_ERR_NOT_FOUND,
                "no rule " + of + " has " + address_text(wanted.address) +
-                   ": over a connection natctl knows only what it has installed itself, what the running document "
-                   "says, or --file");
+                   ": over a connection natctl knows only what it has installed itself, what the server says "
+                   "that it holds, or --file");
     } else {
         call.outcome.data = std::move(row);
     }

@@ -5,32 +5,52 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+
+#include "tools/natctl/outcome.h"
 
 namespace {
 
-volatile sig_atomic_t raised = 0;
-int bell = -1;
+volatile sig_atomic_t count = 0;      /* of interrupts */
+volatile sig_atomic_t count_then = 0; /* when the innermost interrupt_t was made */
+const char *volatile last_words = nullptr;
+int bell = -1; /* not negative: there is an interrupt_t */
 
 void take(int) {
     const int code = errno;
-    raised = 1;
+    const bool is_second = count != count_then;
+    if (is_second && last_words != nullptr) {
+        const ssize_t size = write(STDERR_FILENO, last_words, std::strlen(last_words));
+        static_cast<void>(size); /* it ends all the same */
+        _exit(static_cast<int>(status_t::usage));
+    }
+    if (is_second) {
+        std::signal(SIGINT, SIG_DFL);
+        raise(SIGINT); /* comes when this has returned */
+    }
+    count = count + 1;
     eventfd_write(bell, 1);
     errno = code;
 }
 
 }  // namespace
 
-interrupt_t::interrupt_t(fwx_host_loop_t *loop) : loop_(loop) {
-    raised = 0;
+interrupt_t::interrupt_t(fwx_host_loop_t *loop, const char *last)
+    : loop_(loop), is_first_(bell < 0), words_before_(last_words), count_then_(count), count_before_(count_then) {
+    last_words = last;
+    count_then = count_then_;
+    if (!is_first_) return;
     bell = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     fwx_host_loop_watch(loop_, bell, wake, this);
     struct sigaction action {};
     action.sa_handler = take;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, &before_);
 }
 
 interrupt_t::~interrupt_t() {
+    last_words = words_before_;
+    count_then = count_before_;
+    if (!is_first_) return;
     sigaction(SIGINT, &before_, nullptr);
     fwx_host_loop_unwatch(loop_, bell);
     close(bell);
@@ -38,17 +58,17 @@ interrupt_t::~interrupt_t() {
 }
 
 bool interrupt_t::is_raised() const {
-    return raised != 0;
+    return count != count_then_;
 }
 
-/** The bell goes on ringing for whoever waits elsewhere. */
-void interrupt_t::wake(void *interrupt) {
-    fwx_host_loop_unwatch(static_cast<interrupt_t *>(interrupt)->loop_, bell);
+void interrupt_t::wake(void *) {
+    eventfd_t rings = 0;
+    eventfd_read(bell, &rings);
 }
 
 bool interrupt_wait_for(int fd) {
     pollfd waited[] = {{fd, POLLIN, 0}, {bell, POLLIN, 0}};
-    while (raised == 0 && poll(waited, bell < 0 ? 1 : 2, -1) < 0 && errno == EINTR) {
+    while (count == count_then && poll(waited, bell < 0 ? 1 : 2, -1) < 0 && errno == EINTR) {
     }
-    return raised == 0 || bell < 0;
+    return count == count_then || bell < 0;
 }

@@ -1,4 +1,4 @@
-/* SIGINT as something that a program notices, once: the second one kills, as it would have. */
+/* SIGINT as something that a program notices, once. The second one ends it. */
 #ifndef TOOLS_NATCTL_INTERRUPT_H
 #define TOOLS_NATCTL_INTERRUPT_H
 
@@ -6,11 +6,15 @@
 
 #include "fwx_host/loop.h"
 
-/** One at a time. */
+/** One may be made during the life of another, and hears of interrupts that come after that. */
 class interrupt_t {
 public:
-    /** From now on an interrupt also ends a wait of `loop`, which must outlive this. */
-    explicit interrupt_t(fwx_host_loop_t *loop);
+    /**
+     * From now on an interrupt also ends a wait of `loop`, which must outlive this.
+     * @param last_words are written to standard error when a second interrupt ends the program, with status 2; a
+     *                   literal. Null: the second one kills it, as the first would have.
+     */
+    explicit interrupt_t(fwx_host_loop_t *loop, const char *last_words = nullptr);
     ~interrupt_t();
     interrupt_t(const interrupt_t &) = delete;
     interrupt_t &operator=(const interrupt_t &) = delete;
@@ -21,6 +25,9 @@ private:
     static void wake(void *interrupt);
 
     fwx_host_loop_t *loop_;
+    const bool is_first_;
+    const char *const words_before_;
+    const sig_atomic_t count_then_, count_before_;
     struct sigaction before_ {};
 };
 

@@ -30,7 +30,7 @@ uint32_t show_table(call_t &call) {
                          {"leaves", counts.leaves},
                          {"nodes", counts.nodes},
                          {"bytes", counts.bytes}};
-    if (const auto document = call.pal.recorded_document(call)) {
+    if (const auto document = call.pal.server_document(call)) {
         call.outcome.data["recorded"] = basic_rules_of(*document).size();
     }
     return 0;
@@ -70,7 +70,7 @@ uint32_t list_rules(call_t &call) {
         }
         call.outcome.data.push_back(std::move(row));
     }
-    const auto document = call.pal.recorded_document(call);
+    const auto document = call.pal.server_document(call);
     for (const fwx_nat64_mapt_bmr_t &rule :
          document ? basic_rules_of(*document) : std::vector<fwx_nat64_mapt_bmr_t>()) {
         json_t row = rule_row(rule, "recorded");

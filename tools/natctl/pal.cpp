@@ -62,6 +62,7 @@ pal_t::~pal_t() {
     if (!not_kept.empty()) note_("natctl: " + not_kept);
     calls_.clear(); /* nobody hears of their end */
     const bool was_bound = client_ && client_->is_bound();
+    reconciler_.reset();
     client_.reset();
     if (was_bound) fwx_mapt_plu_cleanup();
     fwx_host_cgm_observe(nullptr, nullptr);
@@ -143,7 +144,6 @@ outcome_t pal_t::finish(call_id_t id) {
         outcome.status = call.cut_off && has_lost_server() ? status_t::no_server : status_t::no_answer;
         outcome.error = call.cut_off ? "the server went away before it answered" : silence_text(options_);
     }
-    if (!call.answered) keep_doubt(call);
     call.given_up = !is_final;
     if (call.rule) rules_under_way_.erase(name_of(call.rule->rule));
     if (is_final) forget(id);
@@ -187,7 +187,6 @@ bool pal_t::has_verdict(call_id_t id) const {
 
 bool pal_t::abandon(call_id_t id) {
     const bool is_open = !calls_.at(id).answered;
-    if (is_open) keep_doubt(calls_.at(id));
     forget(id);
     return is_open;
 }
@@ -212,7 +211,7 @@ call_t *pal_t::find(call_id_t id) {
 void pal_t::answered(call_id_t id, const nat64::result &got) {
     call_t *call = find(id);
     if (call == nullptr || got.error == nat64::client_errc::connection_lost) return;
-    keep_verdict(*call, got);
+    count_single(*call, got);
     const bool goes_on = got && call->list && call->list->then != nullptr && !call->given_up;
     const uint32_t code = goes_on ? start_next(*call) : 0;
     if (goes_on && code == 0) return;
@@ -234,7 +233,10 @@ void pal_t::end(call_t &call, const std::error_code &error, const char *by) {
 
 void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {
     auto *pal = static_cast<pal_t *>(arg);
-    if (pal->options_.trace && !pal->is_internal_) pal->note_(message_line(direction, msg, size));
+    const bool is_question = size >= sizeof(fwx_nat64_sync_hdr_t) &&
+                             (wire_read(msg, sizeof(uint16_t)) & FWX_NAT64_MSG_NUMBER_MASK) == FWX_NAT64_MSG_STATS_SYS;
+    const bool is_own = pal->is_internal_ || (pal->is_bringing_ && is_question);
+    if (pal->options_.trace && !is_own) pal->note_(message_line(direction, msg, size));
     bool is_collected = pal->options_.dry_run && pal->starting_ != nullptr && direction == FWX_HOST_SENT;
     if (is_collected) pal->starting_->outcome.messages.push_back(message_json(direction, msg, size));
     const bool is_unsolicited = direction == FWX_HOST_RECEIVED && size >= sizeof(fwx_nat64_sync_hdr_t) &&

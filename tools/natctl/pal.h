@@ -11,12 +11,13 @@
 #include <optional>
 #include <string>
 
-#include "config/plan.h"
 #include "fwx_host/adapter.hpp"
 #include "model/model.h"
+#include "reconcile/reconciler.h"
 #include "reconcile/rule_book.h"
-#include "reconcile/running.h"
 #include "records/family.h"
+#include "state/lock.h"
+#include "state/versions.h"
 #include "tools/natctl/connection.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
@@ -47,7 +48,7 @@ struct call_t {
     std::optional<list_t> list = std::nullopt;
     std::optional<rule_change_t> rule = std::nullopt;
     std::optional<default_change_t> default_rule = std::nullopt;
-    std::optional<plan_command_t> change = std::nullopt; /* of the configuration, until its verdict is kept */
+    bool is_change = false; /* of the configuration, until its verdict is there */
 };
 
 /** Starts a command; returns the library's result. */
@@ -117,38 +118,60 @@ public:
     const rule_book_t &rules() const { return rules_; }
     rule_book_t &rules() { return rules_; }
 
-    /* The running document of the server (pal_running.cpp). Errors are texts; empty: there is none. */
+    /* What the server holds, and who has changed it (pal_changes.cpp). Errors are texts; empty: there is none. */
 
+    /** Reads the server and brings it to documents. */
+    reconciler_t &reconciler();
+    /** The versions of the server, to look at: those that are open, or others in `place`. */
+    std::string open_versions(std::optional<versions_t> &place, versions_t *&versions);
+    /** Takes the lock of the server and opens its versions, until end_change. The embedded server has no lock, and
+     * versions as long as natctl runs. */
+    std::string begin_change();
+    /** After begin_change. */
+    versions_t &versions() { return *versions_; }
+    /** Makes a version of what single commands have changed. */
+    std::string end_singles();
+    /** The same, and lets others change the server. */
+    std::string end_change();
     /** What changes that single commands make are called; without it by the first of them. */
     void name_changes(const std::string &what) { change_name_ = what; }
-    /** Takes the running document, with its lock, until end_change. */
-    std::string open_running();
-    /** Of a server in another process, after open_running; of the embedded one always. */
-    running_t &running();
-    /** A running document that changes nothing: read without a lock, or the one that is open. */
-    std::string look_at_running(std::optional<running_t> &place, running_t *&running);
-    /** The running document where it knows more of the server's rules than this natctl, which has installed none
-     * itself: over a connection. Notes that it is asked. */
-    std::optional<document_t> recorded_document(call_t &call);
-    /** Keeps what commands have changed: to be called before their outcomes are told. */
-    std::string commit_changes();
-    /** Makes a version of what commands have changed, and lets others have the running document. */
-    std::string end_change();
+    /** What a server in another process holds, where this natctl has installed no rules itself. Notes that it is asked.
+     */
+    std::optional<document_t> server_document(call_t &call);
     /** What the server says of itself; zeros if it says nothing. */
     fwx_nat64_stats_boot_t server_boot();
-    bool server_holds_nothing();
+    std::optional<fwx_nat64_stats_sys_entry_t> server_totals();
+    /** Runs the reconciler's way to a document; its questions have no place in a trace. */
+    template <typename on_turn_t>
+    reconcile_result_t run_plan(nat64::task<reconcile_result_t> task, on_turn_t on_turn) {
+        is_bringing_ = true;
+        reconcile_result_t result = run(std::move(task), on_turn);
+        is_bringing_ = false;
+        return result;
+    }
     /** Waits for the verdicts of all commands that were started. */
     void settle_all();
-    /** Runs a task of the binding to its end. What it awaits has the deadline of all commands. */
-    template <typename value_t>
-    value_t run(nat64::task<value_t> task) {
+    /** Runs a task of the binding to its end; `on_turn` is called after each turn of the loop. What it awaits has the
+     * deadline of all commands. */
+    template <typename value_t, typename on_turn_t = void (*)()>
+    value_t run(
+        nat64::task<value_t> task, on_turn_t on_turn = [] {}) {
         client_->deadline_set(std::chrono::milliseconds(options_.timeout_ms));
         task.start();
         while (!task.done()) {
             fwx_host_loop_run_once(loop_.get(), -1);
+            on_turn();
         }
         client_->deadline_set({});
         return task.get();
+    }
+    /** The same, without a trace. */
+    template <typename value_t>
+    value_t run_internal(nat64::task<value_t> task) {
+        is_internal_ = true;
+        value_t value = run(std::move(task));
+        is_internal_ = false;
+        return value;
     }
     nat64::client &client() { return *client_; }
     const options_t &options() const { return options_; }
@@ -175,17 +198,8 @@ private:
     void rule_answered(call_id_t id, const nat64::rule_result &got);
     /** What is wrong with a rule, and who says so. */
     uint32_t judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by);
-    /** The same, without a trace. */
-    template <typename value_t>
-    value_t run_internal(nat64::task<value_t> task) {
-        is_internal_ = true;
-        value_t value = run(std::move(task));
-        is_internal_ = false;
-        return value;
-    }
-    std::string begin_change(const call_t &call);
-    void keep_verdict(call_t &call, const nat64::result &got);
-    void keep_doubt(call_t &call);
+    std::string begin_single(const call_t &call);
+    void count_single(call_t &call, const nat64::result &got);
     void note_repair(const call_t &call, uint32_t code);
     nat64::list_step paged(call_id_t id, const nat64::page &page);
     void take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count);
@@ -206,8 +220,12 @@ private:
     call_t *starting_ = nullptr; /* whose messages go out now */
     std::map<rule_name_t, call_id_t> rules_under_way_;
     rule_book_t rules_;
-    std::optional<running_t> running_;
+    std::optional<reconciler_t> reconciler_;
+    std::optional<lock_t> lock_; /* of the server, while it is being changed */
+    std::optional<versions_t> versions_;
+    version_t single_; /* what single commands have changed */
     std::string change_name_;
+    bool is_bringing_ = false; /* statistics are nothing that the user asked for */
     bool is_internal_ = false; /* what goes over the channel is nothing that the user asked for */
 };
 

@@ -1,6 +1,4 @@
 /* How natctl's binding gives records to the library, and makes the library's rule table say what the server says. */
-#include <cstring>
-
 #include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
@@ -21,14 +19,13 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
         call.outcome.note = interface_note(*static_cast<const fwx_nat64_intf_info_t *>(record));
     }
     if (!options_.dry_run) {
-        const std::string error = begin_change(call);
+        const std::string error = begin_single(call);
         if (!error.empty()) {
             call.awaited = false;
             refuse(call.outcome, status_t::usage, 0, error);
             return 0;
         }
-        call.change = plan_command_t{&family, op, {}, false, false};
-        std::memcpy(call.change->record.bytes, record, family.record_size);
+        call.is_change = true;
     }
     const auto send_it = [&family, op, record](void *pal_ctx) { return family.send(op, record, pal_ctx); };
     if (!family.is_rule() || options_.dry_run) return configure(call, send_it);
@@ -65,7 +62,7 @@ void pal_t::rule_answered(call_id_t id, const nat64::rule_result &got) {
     if (got.orders_cleanup) rules_.emptied();
     call_t *call = find(id);
     if (call == nullptr || got.error == nat64::client_errc::connection_lost) return;
-    keep_verdict(*call, got);
+    count_single(*call, got);
     const char *by = "server";
     const uint32_t code = judge_rule(*call, got, by);
     end(*call, nat64::nat64_error(code), by);

@@ -20,6 +20,7 @@ from ._commands import (
     System,
     Totals,
 )
+from ._queries import Configuration, Item
 from ._sessions import Sessions
 from .client import Batch, Client
 from .errors import Error, LoadFailed, ServerGone, TimedOut, Unreachable
@@ -30,10 +31,12 @@ __all__ = [
     "Boot",
     "Client",
     "Commands",
+    "Configuration",
     "Counts",
     "Error",
     "FullSession",
     "Interface",
+    "Item",
     "Limit",
     "LoadFailed",
     "Mapping",

@@ -3,8 +3,10 @@
 from __future__ import annotations
 
 import asyncio
+import struct
 from collections import deque
-from typing import Any, TypeVar
+from collections.abc import AsyncIterator
+from typing import Any, NamedTuple, TypeVar
 
 from ._commands import (
     BOOT_ENTRIES,
@@ -35,6 +37,9 @@ from ._values import Address, Address4, Entries, Named
 from .errors import Error, error
 
 Entry = TypeVar("Entry")
+_CONFIG_PAGE = struct.Struct("<QIIQQ")  # magic, bytes, entries, boot id, changes
+_CONFIG_ENTRY = struct.Struct("<HHI")  # number of the message, op code, bytes that follow
+_READINGS = 3
 _LONGEST_TIMEOUT_S = 0xFFFFFFFF // 1000
 
 
@@ -43,6 +48,47 @@ def milliseconds(timeout: float) -> int:
     if timeout <= 0:
         raise ValueError(f"timeout {timeout!r}: must be more than 0 seconds")
     return max(1, round(timeout * 1000)) if timeout <= _LONGEST_TIMEOUT_S else 0
+
+
+class Item(NamedTuple):
+    """Something that a server holds, as the command that makes it."""
+
+    number: int  # of the message: 3 configures, 13 is a MAP-T rule
+    op_code: int  # of the command; of a rule 0 for a basic and 1 for a default one
+    payload: bytes  # behind the header of the command; of a basic rule, the server's index follows
+
+
+class Configuration(NamedTuple):
+    """What a server holds, in an order in which another server would take it."""
+
+    boot_id: int
+    changes: int  # of the configuration so far
+    items: list[Item]
+
+
+def _read_page(data: bytes) -> Configuration:
+    bad = Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server's configuration is not whole")
+    if len(data) < _CONFIG_PAGE.size:
+        raise bad
+    magic, size, count, boot_id, changes = _CONFIG_PAGE.unpack_from(data)
+    if magic != lib.FWX_NAT64_CONFIG_MAGIC:
+        raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server does not tell its configuration")
+    if size > len(data):
+        raise bad
+    items = []
+    at = _CONFIG_PAGE.size
+    for _ in range(count):
+        begin = at + _CONFIG_ENTRY.size
+        if begin > size:
+            raise bad
+        number, op_code, length = _CONFIG_ENTRY.unpack_from(data, at)
+        at = begin + (length + 7) // 8 * 8
+        if at > size:
+            raise bad
+        items.append(Item(number, op_code, data[begin : begin + length]))
+    if at != size:
+        raise bad
+    return Configuration(boot_id, changes, items)
 
 
 class _Page:
@@ -103,6 +149,29 @@ class Queries:
     async def stats_boot(self, *, timeout: float | None = None) -> Boot:
         """Which run of the server it is."""
         return await self._system(lib.FWX_NAT64_SEL_BOOT, BOOT_ENTRIES, timeout)
+
+    async def configuration(self, *, timeout: float | None = None) -> Configuration:
+        """
+        What the server holds. A server that is changed meanwhile is read again, three times at most.
+
+        :raises Error: also when the server does not tell, or is changed each time.
+        """
+        for _ in range(_READINGS):
+            pages = [page async for page in self._configuration_pages(self._milliseconds(timeout))]
+            if all(page[:2] == pages[0][:2] for page in pages):
+                return Configuration(*pages[0][:2], [item for page in pages for item in page.items])
+        raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server is changed again and again while it is read")
+
+    async def _configuration_pages(self, timeout_ms: int) -> AsyncIterator[Configuration]:
+        pages = self._ask(lib.nat64_query(lib.FWX_NAT64_MSG_STATS_SYS, lib.FWX_NAT64_SEL_CONFIG, 0, 0, 0, timeout_ms))
+        try:
+            more = True
+            while more:
+                page = await pages.next()
+                more = page.more
+                yield _read_page(page.data)
+        finally:
+            self._forget(pages)
 
     async def stats_interfaces(self, *, timeout: float | None = None) -> list[Interface]:
         """All interfaces."""

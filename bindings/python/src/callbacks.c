@@ -83,7 +83,10 @@ static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, siz
 static uint32_t system_stats(void *ctx, uint32_t more, void *data) {
     const nat64_news_t head = {.more = more, .count = data != NULL};
     const size_t behind = data == NULL ? 0 : fwx_host_smc_bytes_behind(data); /* records of several sizes */
-    return paged(ctx, &head, data, behind < sizeof(fwx_nat64_stats_sys_entry_t) ? SIZE_MAX : behind);
+    uint64_t magic = 0;
+    if (behind >= sizeof(fwx_nat64_config_page_t)) memcpy(&magic, data, sizeof magic);
+    const int is_whole = magic == FWX_NAT64_CONFIG_MAGIC || behind >= sizeof(fwx_nat64_stats_sys_entry_t);
+    return paged(ctx, &head, data, is_whole ? behind : SIZE_MAX);
 }
 static uint32_t interface_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
     return paged(ctx, &(nat64_news_t){.more = more, .count = count}, data, sizeof(fwx_nat64_stats_intf_entry_t));

@@ -1,0 +1,80 @@
+#include "config/merge.h"
+
+#include <optional>
+
+namespace {
+
+/** Goes through the items of a document in their order. */
+class walk_t {
+public:
+    explicit walk_t(const document_t &document) : document_(document) {}
+    std::optional<config_item_t> next() const {
+        if (at_ == document_.size()) return std::nullopt;
+        return document_.item(at_);
+    }
+    /** The item of that key, which is passed. */
+    std::optional<config_item_t> take(const config_item_t &key) {
+        const std::optional<config_item_t> item = next();
+        if (!item || compare_items(*item, key) != 0) return std::nullopt;
+        ++at_;
+        return item;
+    }
+
+private:
+    const document_t &document_;
+    size_t at_ = 0;
+};
+
+using maybe_item_t = std::optional<config_item_t>;
+
+bool is_same(const maybe_item_t &a, const maybe_item_t &b) {
+    return a && b ? is_same_value(*a, *b) : a.has_value() == b.has_value();
+}
+
+/** Calls `use` with the items of each key that one of three documents has. */
+template <typename use_t>
+void for_each_key(const document_t &a, const document_t &b, const document_t &c, use_t use) {
+    walk_t walks[] = {walk_t(a), walk_t(b), walk_t(c)};
+    for (;;) {
+        maybe_item_t key;
+        for (const walk_t &walk : walks) {
+            const maybe_item_t item = walk.next();
+            if (item && (!key || compare_items(*item, *key) < 0)) key = item;
+        }
+        if (!key) return;
+        const maybe_item_t of_a = walks[0].take(*key);
+        const maybe_item_t of_b = walks[1].take(*key);
+        use(of_a, of_b, walks[2].take(*key));
+    }
+}
+
+}  // namespace
+
+document_t take_back(const document_t &before, const document_t &after, const document_t &now,
+                     std::vector<config_item_t> &kept) {
+    document_t result;
+    const auto merge = [&](const maybe_item_t &was, const maybe_item_t &made, const maybe_item_t &is) {
+        const bool is_of_change = !is_same(was, made);
+        const bool is_untouched = is_same(is, made);
+        /* What somebody else has put back already is as it should be. */
+        if (is_of_change && !is_untouched && !is_same(is, was)) kept.push_back(is ? *is : made ? *made : *was);
+        const maybe_item_t &stays = is_of_change && is_untouched ? was : is;
+        if (stays) result.add(*stays);
+    };
+    for_each_key(before, after, now, merge);
+    result.settle();
+    return result;
+}
+
+document_t keep_foreign(const document_t &owned, const document_t &wanted, const document_t &now,
+                        std::vector<config_item_t> &foreign) {
+    document_t result;
+    const auto merge = [&](const maybe_item_t &own, const maybe_item_t &want, const maybe_item_t &is) {
+        const bool is_foreign = is && !own && !want;
+        if (is_foreign) foreign.push_back(*is);
+        if (want || is_foreign) result.add(want ? *want : *is);
+    };
+    for_each_key(owned, wanted, now, merge);
+    result.settle();
+    return result;
+}

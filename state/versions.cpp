@@ -1,0 +1,173 @@
+#include "state/versions.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "config/notation.h"
+#include "state/directory.h"
+#include "state/read_file.h"
+#include "state/time_text.h"
+#include "state/user.h"
+#include "state/write_file.h"
+
+namespace {
+
+constexpr const char *format = "# nat64 version 1";
+
+std::string one_line(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return text;
+}
+
+std::string first_line_of(const version_t &version) {
+    std::ostringstream line;
+    line << format << ' ' << version.time << ' ' << version.commands << ' ' << version.who << ' ' << version.boot_id
+         << ' ' << version.changes << ' ' << (version.has_document ? "document " : "command ") << version.what << '\n';
+    return line.str();
+}
+
+bool read_first_line(const std::string &line, version_t &version) {
+    if (line.rfind(format, 0) != 0) return false;
+    std::istringstream words(line.substr(std::char_traits<char>::length(format)));
+    std::string kind;
+    words >> version.time >> version.commands >> version.who >> version.boot_id >> version.changes >> kind;
+    version.has_document = kind == "document";
+    const bool is_read = !words.fail() && (version.has_document || kind == "command");
+    std::getline(words.ignore(), version.what);
+    return is_read;
+}
+
+/** 0: the name of no version. */
+uint32_t number_of(const std::string &name) {
+    const bool is_number = !name.empty() && name.size() <= 9 && name.front() != '0' &&
+                           name.find_first_not_of("0123456789") == std::string::npos;
+    return is_number ? static_cast<uint32_t>(std::stoul(name)) : 0;
+}
+
+}  // namespace
+
+std::string versions_t::open() {
+    versions_.clear();
+    sizes_.clear();
+    last_ = 0;
+    if (directory_.empty()) return "";
+    std::error_code error;
+    for (const auto &entry : std::filesystem::directory_iterator(directory_ + "/documents", error)) {
+        version_t version;
+        version.number = number_of(entry.path().filename());
+        last_ = std::max(last_, version.number);
+        std::string line;
+        std::ifstream file(entry.path());
+        const bool is_version = version.number != 0 && std::getline(file, line) && read_first_line(line, version);
+        if (!is_version) continue;
+        std::error_code ignored;
+        if (version.has_document) sizes_[version.number] = std::filesystem::file_size(entry.path(), ignored);
+        versions_.push_back(std::move(version));
+    }
+    std::sort(versions_.begin(), versions_.end(),
+              [](const version_t &a, const version_t &b) { return a.number < b.number; });
+    const bool is_read = !error || error == std::errc::no_such_file_or_directory;
+    return is_read ? "" : directory_ + "/documents: " + error.message();
+}
+
+const version_t *versions_t::newest() const {
+    const auto found =
+        std::find_if(versions_.rbegin(), versions_.rend(), [](const version_t &each) { return each.has_document; });
+    return found == versions_.rend() ? nullptr : &*found;
+}
+
+std::string versions_t::add(version_t version, const std::string *document) {
+    version.number = ++last_;
+    version.time = time_text();
+    version.who = user_name();
+    version.what = one_line(std::move(version.what));
+    version.has_document = document != nullptr;
+    std::string error;
+    if (directory_.empty()) {
+        if (document != nullptr) in_memory_[version.number] = *document;
+    } else {
+        error = make_state_directory(directory_ + "/documents");
+        const std::string text = first_line_of(version) + (document == nullptr ? "" : *document);
+        if (error.empty()) error = write_file(path_of(version.number), text);
+        if (document != nullptr) sizes_[version.number] = text.size();
+    }
+    if (!error.empty()) return error;
+    versions_.push_back(std::move(version));
+    prune();
+    return "";
+}
+
+std::string versions_t::add_if_other(version_t version, const std::string &document) {
+    std::string known;
+    const uint32_t number = newest() == nullptr ? 0 : newest()->number;
+    const bool is_known = read(number, known).empty() && known == document;
+    return is_known ? "" : add(std::move(version), &document);
+}
+
+void versions_t::prune() {
+    size_t counts[2] = {};
+    uint64_t bytes = 0;
+    const auto is_too_old = [&](const version_t &version) {
+        const size_t count = ++counts[version.has_document ? 1 : 0];
+        if (version.has_document) bytes += sizes_[version.number];
+        return count > most || (version.has_document && count > 2 && bytes > most_bytes);
+    };
+    std::vector<version_t> stay;
+    for (auto version = versions_.rbegin(); version != versions_.rend(); ++version) {
+        if (!is_too_old(*version)) {
+            stay.push_back(std::move(*version));
+            continue;
+        }
+        in_memory_.erase(version->number);
+        sizes_.erase(version->number);
+        if (!directory_.empty()) unlink(path_of(version->number).c_str());
+    }
+    versions_.assign(std::make_move_iterator(stay.rbegin()), std::make_move_iterator(stay.rend()));
+}
+
+std::string versions_t::read(uint32_t number, std::string &document) const {
+    const auto found = std::find_if(versions_.begin(), versions_.end(),
+                                    [number](const version_t &version) { return version.number == number; });
+    const bool is_first = number == 0 && (versions_.empty() || versions_.front().number == 1);
+    document.clear();
+    if (is_first) document = write_lines(document_t());
+    if (is_first) return "";
+    if (found == versions_.end()) {
+        const uint32_t oldest = versions_.empty() || versions_.front().number == 1 ? 0 : versions_.front().number;
+        const uint32_t last = versions_.empty() ? 0 : versions_.back().number;
+        return "version " + std::to_string(number) + ": must be " + std::to_string(oldest) + " to " +
+               std::to_string(last);
+    }
+    if (!found->has_document) {
+        return "version " + std::to_string(number) + ": " + found->what + " was a single command, and left no document";
+    }
+    if (directory_.empty()) {
+        document = in_memory_.at(number);
+        return "";
+    }
+    std::string error;
+    document = read_file(path_of(number), error).value_or("");
+    document.erase(0, document.find('\n') + 1);
+    return error;
+}
+
+uint32_t versions_t::unconfirmed() const {
+    if (directory_.empty()) return unconfirmed_;
+    std::string line;
+    std::ifstream file(directory_ + "/unconfirmed");
+    return std::getline(file, line) ? number_of(line) : 0;
+}
+
+std::string versions_t::set_unconfirmed(uint32_t number) {
+    unconfirmed_ = number;
+    if (directory_.empty()) return "";
+    const std::string path = directory_ + "/unconfirmed";
+    if (number != 0) return write_file(path, std::to_string(number) + "\n");
+    unlink(path.c_str());
+    return "";
+}

@@ -1,0 +1,264 @@
+/*
+ * Two operators with homes of their own, nat64d and a client that heeds no lock change one server at random. After each
+ * round the server must hold what the last one was told that it holds, and nothing may be gone that nobody asked to
+ * delete. What the server holds is what it says of itself.
+ *
+ *     operators_drill ROUNDS SEED
+ */
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <stdexcept>
+
+#include "tests/nat64d/process.h"
+#include "tests/support/other_client.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/tools/server_process.h"
+
+namespace {
+
+/** What a server or a document holds: the beginning of a line, which names the item, and its rest. */
+using items_t = std::map<std::string, std::string>;
+
+items_t items_of(const std::string &text) {
+    items_t items;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty() || line.front() == '#') continue;
+        const size_t verb = line.find(" --");
+        const size_t first = line.find(" --", verb + 1);
+        items[line.substr(0, first)] = first == std::string::npos ? "" : line.substr(first);
+    }
+    return items;
+}
+
+std::string lines_of(const items_t &items) {
+    std::string text;
+    for (const auto &[name, rest] : items) {
+        text += name + rest + "\n";
+    }
+    return text;
+}
+
+class drill_t {
+public:
+    explicit drill_t(uint64_t seed) : random_(seed) { fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr); }
+
+    void round(int number) {
+        number_ = number;
+        const items_t before = held();
+        switch (below(7)) {
+            case 0:
+            case 1:
+                return apply(below(2), random_document());
+            case 2:
+                return apply_at_once();
+            case 3:
+                return roll_back(below(2));
+            case 4:
+                return keep(before);
+            case 5:
+                return apply_beside_another();
+            default:
+                return apply_and_end();
+        }
+    }
+    void print() const {
+        for (const auto &[what, count] : counts_) {
+            std::printf("%s %d  ", what.c_str(), count);
+        }
+        std::printf("\n");
+    }
+
+private:
+    size_t below(size_t count) { return random_() % count; }
+
+    items_t random_document() {
+        std::string text = "timeout set --type udp --value " + std::to_string(1 + below(3)) + "\n";
+        for (uint32_t id = 1; id <= 12; ++id) {
+            const std::string name = std::to_string(id);
+            const std::string end = std::to_string(1 + below(2));
+            if (below(2) == 0) continue;
+            text += "pool add --id " + name + " --param 1 --start 10.0." + name + ".1 --end 10.0." + name + "." + end +
+                    "\n";
+            text += "mapt bmr add --rule " + name + " --domain 1 --v6 2001:db8:" + name + "::/48 --v4 20.0." + name +
+                    ".0/24" + " --ea-len " + std::to_string(8 + below(2)) + "\n";
+        }
+        return items_of(text);
+    }
+
+    std::string file_of(const items_t &document) {
+        std::string path = directory_.path() + "/document" + std::to_string(++files_ % 4);
+        replace_file(path, lines_of(document));
+        return path;
+    }
+    std::string command_of(size_t operator_number, const std::string &command) const {
+        return "XDG_STATE_HOME=" + directory_.path() + "/home" + std::to_string(operator_number) + " exec " +
+               NATCTL_PATH + " --connect alpha " + command + " 2>&1";
+    }
+    /** Runs natctl; its exit status, and what it said. */
+    int run(size_t operator_number, const std::string &command, std::string *said = nullptr) const {
+        FILE *natctl = popen(command_of(operator_number, command).c_str(), "r");
+        std::string text;
+        char room[4096];
+        for (size_t size = 0; (size = fread(room, 1, sizeof room, natctl)) != 0;) {
+            text.append(room, size);
+        }
+        if (said != nullptr) *said = text;
+        return WEXITSTATUS(pclose(natctl));
+    }
+    items_t held() const {
+        std::string text;
+        if (run(0, "config show", &text) != 0) fail("config show: " + text);
+        return items_of(text);
+    }
+    void expect(const char *what, const items_t &document) {
+        const items_t now = held();
+        if (now != document) {
+            fail(std::string(what) + ": wanted\n" + lines_of(document) + "but it holds\n" + lines_of(now));
+        }
+        ++counts_[what];
+    }
+    [[noreturn]] void fail(const std::string &text) const {
+        throw std::runtime_error("round " + std::to_string(number_) + ": " + text);
+    }
+
+    void apply(size_t by, const items_t &document) {
+        std::string said;
+        if (run(by, "config apply " + file_of(document), &said) != 0) fail("apply: " + said);
+        expect("applied", document);
+    }
+
+    void apply_at_once() {
+        const items_t documents[] = {random_document(), random_document()};
+        FILE *both[2];
+        for (size_t i = 0; i < 2; ++i) {
+            both[i] = popen(command_of(i, "config apply " + file_of(documents[i])).c_str(), "r");
+        }
+        for (FILE *each : both) {
+            char room[4096];
+            while (fread(room, 1, sizeof room, each) != 0) {
+            }
+            if (WEXITSTATUS(pclose(each)) != 0) fail("one of two at once failed");
+        }
+        expect("at once", held() == documents[0] ? documents[0] : documents[1]);
+    }
+
+    void roll_back(size_t by) {
+        std::string said;
+        if (run(by, "--json config rollback", &said) != 0) fail("rollback: " + said);
+        run(by, "--csv config log", &said);
+        const size_t at = said.rfind("config rollback ");
+        if (at == std::string::npos) return; /* there was nothing to go back from */
+        const std::string number = said.substr(at + 16, said.find(',', at) - at - 16);
+        std::string text = "";
+        if (number != "0" && run(by, "config show " + number, &text) != 0) return; /* it is too old by now */
+        const bool is_latest = said.find('\n', at) + 1 >= said.size();
+        if (is_latest) expect("rolled back", items_of(text));
+    }
+
+    /** nat64d brings the server to a document, and leaves alone what it has nothing to do with. */
+    void keep(const items_t &before) {
+        const items_t document = random_document();
+        items_t wanted = document;
+        for (const auto &[name, rest] : before) {
+            const bool is_foreign = owned_.count(name) == 0;
+            if (is_foreign) wanted.emplace(name, rest);
+        }
+        replace_file(directory_.path() + "/document", lines_of(document));
+        {
+            daemon_process_t daemon(
+                {"alpha", "--config", directory_.path() + "/document", "--state", directory_.path() + "/daemon"},
+                directory_.path() + "/log");
+            if (!eventually([] { return daemon_process_t::is("in_step", true); })) fail("nat64d: " + daemon.log());
+            if (run(1, "config apply " + file_of(random_document())) != 2) fail("nat64d's lock does not hold");
+            daemon.end(SIGTERM);
+        }
+        owned_ = document;
+        expect("kept", wanted);
+    }
+
+    /** Somebody without a lock adds a pool meanwhile. */
+    void apply_beside_another() {
+        const items_t document = random_document();
+        FILE *natctl = popen(command_of(0, "config apply " + file_of(document)).c_str(), "r");
+        if (!others_add_pool(99, "10.0.99.1")) fail("the other client failed");
+        std::string said;
+        for (int c = fgetc(natctl); c != EOF; c = fgetc(natctl)) {
+            said += static_cast<char>(c);
+        }
+        const int status = WEXITSTATUS(pclose(natctl));
+        items_t with_other = document;
+        with_other["pool add --id 99"] = " --param 1 --start 10.0.99.1 --end 10.0.99.1";
+        /* Told "ok" it finds what it asked for, unless the other one came after it. */
+        const items_t now = held();
+        const bool is_true = now == document || now == with_other;
+        if (!is_true || status > 1) fail("beside another: " + said + lines_of(now));
+        ++counts_[status == 0 ? "beside another" : "told that another was there"];
+    }
+
+    /** natctl is interrupted or killed in the middle; the next one finds what is there. */
+    void apply_and_end() {
+        items_t document = random_document();
+        for (int id = 1; id <= 10000; ++id) {
+            document["dmapping add --id " + std::to_string(id)] = " --type address-dependent";
+        }
+        const items_t before = held();
+        const std::string path = file_of(document);
+        const bool is_killed = below(2) == 0;
+        int out[2];
+        if (pipe(out) != 0) fail("no descriptors");
+        const pid_t natctl = fork();
+        if (natctl == 0) {
+            dup2(out[1], STDERR_FILENO);
+            dup2(out[1], STDOUT_FILENO);
+            setenv("XDG_STATE_HOME", (directory_.path() + "/home0").c_str(), 1);
+            execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", path.c_str(), nullptr);
+            _exit(127);
+        }
+        close(out[1]);
+        usleep(static_cast<useconds_t>(20000 + below(150000)));
+        kill(natctl, is_killed ? SIGKILL : SIGINT);
+        std::string said;
+        char room[4096];
+        for (ssize_t size = 0; (size = read(out[0], room, sizeof room)) > 0;) {
+            said.append(room, static_cast<size_t>(size));
+        }
+        close(out[0]);
+        int status = 0;
+        waitpid(natctl, &status, 0);
+        const bool is_told = WIFEXITED(status) && WEXITSTATUS(status) == 2;
+        const items_t now = held();
+        if (is_told && (now != before || said.find(" of ") == std::string::npos)) fail("interrupted: " + said);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && now != document) fail("ok, and not there: " + said);
+        ++counts_[is_told ? "undone" : WIFEXITED(status) ? "too late to interrupt" : "killed"];
+        apply(1, random_document());
+    }
+
+    const runtime_directory_t directory_;
+    const server_process_t server_;
+    std::mt19937_64 random_;
+    items_t owned_; /* by nat64d */
+    std::map<std::string, int> counts_;
+    size_t files_ = 0;
+    int number_ = 0;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) try {
+    const int rounds = argc > 1 ? std::atoi(argv[1]) : 30;
+    drill_t drill(argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1);
+    for (int i = 1; i <= rounds; ++i) {
+        drill.round(i);
+    }
+    std::printf("%d rounds: ", rounds);
+    drill.print();
+    return 0;
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
+}

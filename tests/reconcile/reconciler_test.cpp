@@ -1,0 +1,208 @@
+/* A server brought to documents while others change it too. */
+#include "reconcile/reconciler.h"
+
+#include "config/notation.h"
+#include "tests/cxx/cxx_fixture.h"
+#include "tests/reconcile/two_documents.h"
+#include "tests/support/runtime_directory.h"
+
+namespace nat64 = fwx::nat64;
+
+namespace {
+
+class reconciler_test : public cxx_fixture_t {
+protected:
+    void SetUp() override {
+        cxx_fixture_t::SetUp();
+        reconciler.emplace(loop, *client, rules);
+        ASSERT_FALSE(run_slow(reconciler->read()));
+        EXPECT_TRUE(bring(from).is_in_sync);
+    }
+    void TearDown() override {
+        reconciler.reset();
+        cxx_fixture_t::TearDown();
+    }
+    /** Runs a task that may wait for a thread. */
+    template <typename value_t>
+    value_t run_slow(nat64::task<value_t> task) {
+        task.start();
+        while (!task.done()) {
+            fwx_host_loop_run_once(loop, -1);
+        }
+        return task.get();
+    }
+    /** `meanwhile` happens when the first commands are under way. */
+    reconcile_result_t bring(const document_t &wanted, const std::function<void()> &meanwhile = {},
+                             bool takes_back = true) {
+        const document_t held = reconciler->held();
+        const plan_t plan(held, wanted);
+        nat64::task<reconcile_result_t> task = reconciler->bring(plan, wanted, takes_back);
+        task.start();
+        if (meanwhile) meanwhile();
+        while (!task.done()) {
+            fwx_host_loop_run_once(loop, -1);
+        }
+        return task.get();
+    }
+    /** Another client, as the reconciler sees it. */
+    void others_set_timeout(uint32_t seconds) {
+        const auto on = [](const nat64::result &) {};
+        EXPECT_TRUE(client->timeout_set(nat64::timeout{nat64::timeout_kind::icmp, nat64::seconds(seconds)}, on));
+    }
+    void others_add_mapping(uint32_t id) {
+        EXPECT_TRUE(client->dmapping_add(nat64::dynamic_mapping{.id = id}, [](const nat64::result &) {}));
+    }
+    /** What the server holds is what the reconciler says. */
+    void expect_held() {
+        const std::string held = write_lines(reconciler->held());
+        EXPECT_FALSE(run_slow(reconciler->read()));
+        EXPECT_EQ(held, write_lines(reconciler->held()));
+    }
+
+    rule_book_t rules;
+    std::optional<reconciler_t> reconciler;
+    const document_t from = read_document(before);
+    const document_t to = read_document(after);
+};
+
+}  // namespace
+
+TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_brought) {
+    const document_t all = read_document(
+        "timeout set --type udp --value 10\nlimit add --type sessions --value 9\nservice add --type alg --value 21\n"
+        "adj set --type inside --address 192.0.2.9\nreplication set --value 1 --value2 2\n"
+        "settings set --bytes 01020304050607080910111213141516\n"
+        "interface set --ifh 1 --sful 64:ff9b::/96 --mtu 1400\nnvi enable --ifh 1\nnvi enable --ifh 2\n"
+        "interface set --ifh 3 --sless 2001:db8::/32\n"
+        "prefix add --prefix 64:ff9b::/96 --kind stateful\nprefix add --prefix 2001:db8::/32 --kind dns64\n"
+        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.10\n"
+        "range add --id 1 --start 198.51.100.1 --end 198.51.100.2\n"
+        "smapping add --id 1 --addr1 2001:db8::1 --addr2 192.0.2.1\ndmapping add --id 3 --type 1 --ext-arg 5\n"
+        "logging add --dest 192.0.2.1 --port 5 --template 1\n"
+        "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\n"
+        "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
+    EXPECT_TRUE(bring(all).is_in_sync);
+    EXPECT_FALSE(run_slow(reconciler->read()));
+    EXPECT_EQ(write_lines(reconciler->held()), write_lines(all));
+    EXPECT_TRUE(reconciler->is_as_known(model->boot()));
+}
+
+TEST_F(reconciler_test, a_refusal_takes_back_what_was_done) {
+    others_add_mapping(3);
+    pump();
+    const reconcile_result_t refused = bring(to);
+    ASSERT_TRUE(refused.applied.refusal);
+    EXPECT_FALSE(refused.applied.is_taken_back) << "mapping 3 came after the server was read";
+    EXPECT_EQ(refused.others, 1U);
+    EXPECT_FALSE(refused.standing.empty());
+    expect_held();
+
+    EXPECT_TRUE(bring(from).is_in_sync) << "what others have added goes too";
+    model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
+    const reconcile_result_t undone = bring(to);
+    ASSERT_TRUE(undone.applied.refusal);
+    EXPECT_TRUE(undone.applied.is_taken_back);
+    EXPECT_TRUE(undone.standing.empty());
+    EXPECT_FALSE(undone.is_in_sync);
+    EXPECT_EQ(write_lines(reconciler->held()), write_lines(from));
+    expect_held();
+}
+
+TEST_F(reconciler_test, what_others_add_while_a_plan_is_refused_is_not_deleted) {
+    const reconcile_result_t refused = bring(to, [this] {
+        others_add_mapping(3); /* as the plan will, and before it */
+        others_set_timeout(7);
+    });
+    ASSERT_TRUE(refused.applied.refusal);
+    EXPECT_EQ(refused.others, 2U);
+    EXPECT_FALSE(refused.applied.is_taken_back);
+    EXPECT_EQ(model->totals().dynamic_mappings, 1U);
+    expect_held();
+}
+
+TEST_F(reconciler_test, changes_of_others_are_seen_whether_they_matter_or_not) {
+    const reconcile_result_t harmless = bring(to, [this] { others_set_timeout(0); });
+    EXPECT_TRUE(harmless.is_in_sync);
+    EXPECT_EQ(harmless.others, 1U);
+    expect_held();
+    const reconcile_result_t harmful = bring(from, [this] { others_set_timeout(9); });
+    EXPECT_TRUE(harmful.applied);
+    EXPECT_FALSE(harmful.is_in_sync);
+    EXPECT_EQ(harmful.others, 1U);
+    expect_held();
+}
+
+TEST_F(reconciler_test, a_stop_takes_back_or_keeps_and_says_what_stands) {
+    for (const bool takes_back : {true, false}) {
+        SCOPED_TRACE(takes_back);
+        const reconcile_result_t stopped = bring(
+            to, [this] { reconciler->stop(); }, takes_back);
+        EXPECT_TRUE(stopped.applied.is_stopped);
+        EXPECT_EQ(stopped.applied.is_taken_back, takes_back);
+        EXPECT_EQ(stopped.standing.size(), takes_back ? 0U : 2U);
+        expect_held();
+    }
+    EXPECT_TRUE(bring(to).is_in_sync);
+}
+
+TEST_F(reconciler_test, after_a_lost_server_it_is_read_again) {
+    const reconcile_result_t lost = bring(to, [this] {
+        model->silent_set(true);
+        pump();
+        model->drop_clients();
+        model->silent_set(false);
+    });
+    EXPECT_TRUE(lost.unknown);
+    EXPECT_EQ(lost.applied.unanswered, 2U);
+    EXPECT_FALSE(reconciler->is_known());
+    EXPECT_FALSE(run_slow(reconciler->read()));
+    EXPECT_TRUE(bring(to).is_in_sync);
+    expect_held();
+}
+
+TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
+    reconciler.reset();
+    fwx_mapt_plu_cleanup();
+    rules.emptied();
+    reconciler.emplace(loop, *client, rules);
+    const auto lookup = [this] {
+        fwx_nat64_addr_t address{FWX_NAT64_FAMILY_IPV4, {192, 0, 2, 1}};
+        fwx_nat64_model_match_t match{};
+        return model->lookup(&address, &match) ? match.rule_id : 0;
+    };
+    EXPECT_EQ(lookup(), 0U);
+    EXPECT_FALSE(run_slow(reconciler->read()));
+    EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
+    EXPECT_EQ(lookup(), 5U);
+    EXPECT_EQ(rules.installed(), 1U);
+    /* A server that has started anew has none of them. */
+    model.reset();
+    make_model();
+    pump();
+    EXPECT_FALSE(run_slow(reconciler->read()));
+    EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
+    EXPECT_EQ(lookup(), 0U);
+    EXPECT_EQ(rules.installed(), 0U);
+}
+
+TEST_F(reconciler_test, a_server_that_does_not_tell_is_assumed_to_hold_what_it_is_known_to_hold) {
+    const runtime_directory_t directory;
+    versions_t versions(directory.path());
+    ASSERT_EQ(versions.open(), "");
+    EXPECT_FALSE(run_slow(reconciler->assume_known(versions))) << "it holds something, and nobody knows what";
+    const auto add = [&](uint64_t changes, const document_t &document) {
+        version_t version;
+        version.boot_id = model->boot().boot_id;
+        version.changes = changes;
+        const std::string text = write_lines(document);
+        EXPECT_EQ(versions.add(version, &text), "");
+    };
+    add(model->boot().changes, from);
+    EXPECT_TRUE(run_slow(reconciler->assume_known(versions)));
+    EXPECT_EQ(write_lines(reconciler->held()), write_lines(from));
+    add(model->boot().changes - 1, to);
+    EXPECT_FALSE(run_slow(reconciler->assume_known(versions))) << "it has been changed since";
+    EXPECT_TRUE(bring({}).is_in_sync);
+    EXPECT_TRUE(run_slow(reconciler->assume_known(versions))) << "it says that it holds nothing";
+    EXPECT_EQ(reconciler->held().size(), 0U);
+}

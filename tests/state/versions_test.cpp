@@ -1,0 +1,123 @@
+/* Versions of a server's configuration: what is kept, what goes, and what a file must look like. */
+#include "state/versions.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "config/notation.h"
+#include "tests/support/runtime_directory.h"
+
+namespace {
+
+class versions_test : public testing::TestWithParam<bool> {
+protected:
+    /** In memory, or in files that are read again with each call. */
+    versions_t &versions() {
+        if (GetParam() || !versions_) versions_ = std::make_unique<versions_t>(GetParam() ? directory_.path() : "");
+        EXPECT_EQ(GetParam() ? versions_->open() : "", "");
+        return *versions_;
+    }
+    std::string add(const std::string &what, const std::string *document) {
+        version_t version;
+        version.what = what;
+        version.commands = 7;
+        version.boot_id = 0x8000000000000001;
+        version.changes = 9;
+        return versions().add(version, document);
+    }
+    std::string read(uint32_t number) {
+        std::string text;
+        const std::string error = versions().read(number, text);
+        return error.empty() ? text : error;
+    }
+
+    const runtime_directory_t directory_;
+    std::unique_ptr<versions_t> versions_;
+    const std::string text_ = "# nat64 configuration version 1\ntimeout set --type udp --value 3\n";
+};
+
+TEST_P(versions_test, a_version_comes_back_as_it_was_added) {
+    EXPECT_EQ(read(0), write_lines(document_t())) << "before the first one there was nothing";
+    EXPECT_EQ(read(1), "version 1: must be 0 to 0");
+    EXPECT_EQ(add("config apply a\nfile", &text_), "");
+    EXPECT_EQ(add("pool add", nullptr), "");
+    const std::vector<version_t> all = versions().all();
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0].what, "config apply a file");
+    EXPECT_EQ(all[0].commands, 7U);
+    EXPECT_EQ(all[0].boot_id, 0x8000000000000001U);
+    EXPECT_EQ(all[0].changes, 9U);
+    EXPECT_EQ(all[0].time.size(), sizeof "2026-01-31T23:59:59.123Z" - 1);
+    EXPECT_TRUE(all[0].has_document);
+    EXPECT_FALSE(all[1].has_document);
+    EXPECT_EQ(versions().newest()->number, 1U);
+    EXPECT_EQ(read(1), text_);
+    EXPECT_EQ(read(2), "version 2: pool add was a single command, and left no document");
+    EXPECT_EQ(read(3), "version 3: must be 0 to 2");
+    EXPECT_EQ(versions().add_if_other({}, text_), "");
+    EXPECT_EQ(versions().all().size(), 2U) << "the newest document says it already";
+    EXPECT_EQ(versions().add_if_other({}, text_ + "\n"), "");
+    EXPECT_EQ(versions().all().size(), 3U);
+}
+
+TEST_P(versions_test, the_newest_hundred_of_each_kind_stay) {
+    for (int i = 0; i < 103; ++i) {
+        EXPECT_EQ(add("single", nullptr), "");
+    }
+    EXPECT_EQ(add("apply", &text_), "");
+    EXPECT_EQ(versions().all().size(), 101U);
+    EXPECT_EQ(versions().all().front().number, 4U);
+    EXPECT_EQ(read(0), "version 0: must be 4 to 104");
+    EXPECT_EQ(add("apply", &text_), "");
+    EXPECT_EQ(versions().all().back().number, 105U);
+}
+
+TEST_P(versions_test, one_version_waits_to_be_confirmed) {
+    EXPECT_EQ(versions().unconfirmed(), 0U);
+    EXPECT_EQ(versions().set_unconfirmed(12), "");
+    EXPECT_EQ(versions().unconfirmed(), 12U);
+    EXPECT_EQ(versions().set_unconfirmed(0), "");
+    EXPECT_EQ(versions().unconfirmed(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(in_memory_and_in_files, versions_test, testing::Bool());
+
+TEST(version_files_test, what_is_no_version_is_ignored_and_keeps_its_number) {
+    const runtime_directory_t directory;
+    const std::string documents = directory.path() + "/documents/";
+    std::filesystem::create_directories(documents + "9");
+    for (const char *name : {"1", "07", "8.new", "x", "12345678901"}) {
+        std::ofstream(documents + name) << "# nat64 version 1 2026 x root 1 1 document a\n";
+    }
+    std::ofstream(documents + "3") << "# nat64 version 1 2026 5 root 1 1 document a b\ntext";
+    versions_t versions(directory.path());
+    ASSERT_EQ(versions.open(), "");
+    ASSERT_EQ(versions.all().size(), 1U);
+    EXPECT_EQ(versions.all().front().what, "a b");
+    const std::string text = "text";
+    EXPECT_EQ(versions.add({}, &text), "");
+    EXPECT_EQ(versions.all().back().number, 10U);
+    std::filesystem::create_directory(documents + "11.new");
+    EXPECT_EQ(versions.add({}, &text), documents + "11.new: Is a directory");
+    EXPECT_EQ(versions.all().size(), 2U);
+}
+
+TEST(version_files_test, the_oldest_documents_go_when_all_are_too_large_but_not_the_newest_two) {
+    const runtime_directory_t directory;
+    versions_t versions(directory.path());
+    ASSERT_EQ(versions.open(), "");
+    const std::string text = "text";
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(versions.add({}, &text), "");
+        /* A sparse file takes no room on the disk. */
+        std::filesystem::resize_file(directory.path() + "/documents/" + std::to_string(i + 1), versions_t::most_bytes);
+        ASSERT_EQ(versions.open(), "");
+    }
+    ASSERT_EQ(versions.add({}, &text), "");
+    ASSERT_EQ(versions.all().size(), 2U);
+    EXPECT_EQ(versions.all().front().number, 3U);
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+/* How natctl's binding reads what its server holds, and keeps who has changed it. */
+#include "fwx_nat64/server_result.h"
+#include "state/directory.h"
+#include "tools/natctl/pal.h"
+
+namespace {
+
+nat64::task<fwx_nat64_stats_boot_t> ask_boot(nat64::client &client) {
+    co_return (co_await client.stats_boot()).record;
+}
+
+nat64::task<std::optional<fwx_nat64_stats_sys_entry_t>> ask_totals(nat64::client &client) {
+    const auto got = co_await client.stats_totals();
+    co_return got ? std::optional(got.record) : std::nullopt;
+}
+
+}  // namespace
+
+reconciler_t &pal_t::reconciler() {
+    if (!reconciler_) reconciler_.emplace(loop_.get(), *client_, rules_);
+    return *reconciler_;
+}
+
+std::string pal_t::open_versions(std::optional<versions_t> &place, versions_t *&versions) {
+    const bool is_remote = !options_.connect.empty();
+    if (!versions_ && !is_remote) versions_.emplace("");
+    versions = versions_ ? &*versions_ : &place.emplace(state_directory_of(options_.connect));
+    return place ? place->open() : "";
+}
+
+std::string pal_t::begin_change() {
+    if (options_.connect.empty() || lock_) {
+        if (!versions_) versions_.emplace("");
+        return "";
+    }
+    lock_.emplace(lock_path_of(options_.connect), "natctl");
+    std::string error = take_server_lock(*lock_, options_.connect, std::chrono::milliseconds(options_.timeout_ms));
+    versions_.emplace(state_directory_of(options_.connect));
+    if (error.empty()) error = make_state_directory(versions_->directory() + "/documents");
+    if (error.empty()) error = versions_->open();
+    if (error.empty()) return "";
+    versions_.reset();
+    lock_.reset();
+    return error;
+}
+
+std::string pal_t::end_singles() {
+    const version_t made = std::exchange(single_, {});
+    return made.commands == 0 ? "" : versions_->add(made, nullptr);
+}
+
+std::string pal_t::end_change() {
+    std::string error = end_singles();
+    if (!lock_) return error;
+    versions_.reset();
+    lock_.reset();
+    return error;
+}
+
+std::string pal_t::begin_single(const call_t &call) {
+    std::string error = begin_change();
+    if (single_.what.empty()) single_.what = change_name_.empty() ? call.outcome.command : change_name_;
+    return error;
+}
+
+void pal_t::count_single(call_t &call, const nat64::result &got) {
+    const bool is_done = got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED;
+    call.outcome.changes = std::exchange(call.is_change, false) && is_done;
+    if (call.outcome.changes) ++single_.commands;
+}
+
+std::optional<document_t> pal_t::server_document(call_t &call) {
+    const bool is_known_here = rules_.installed() + rules_.pending() + rules_.defaults().size() != 0;
+    if (is_known_here || options_.connect.empty() || options_.dry_run) return std::nullopt;
+    const std::error_code error = run_internal(reconciler().read());
+    if (error) note_("natctl: " + error.message());
+    if (error || reconciler().held().size() == 0) return std::nullopt;
+    note_("natctl: " + call.outcome.command + ": from what " + options_.connect +
+          " holds: this natctl has installed no rules");
+    return reconciler().held();
+}
+
+fwx_nat64_stats_boot_t pal_t::server_boot() {
+    return run_internal(ask_boot(*client_));
+}
+
+std::optional<fwx_nat64_stats_sys_entry_t> pal_t::server_totals() {
+    return run_internal(ask_totals(*client_));
+}
+
+void pal_t::settle_all() {
+    for (auto &[id, call] : calls_) {
+        const bool is_awaited = call.awaited && &call != starting_ && !options_.dry_run;
+        if (is_awaited) settle(call);
+    }
+}
