@@ -11,13 +11,17 @@
 
 #include "fwx_host/smc.h"
 
+/** As fwx_host_user_listen takes it. */
+inline std::string daemon_socket_name(const std::string &server) {
+    return ".nat64d." + server;
+}
+
 /** Path of the socket of the nat64d of that server; empty for a name that no server can have. */
 inline std::string daemon_socket_path(const std::string &server) {
     char path[sizeof(sockaddr_un::sun_path)];
     if (fwx_host_server_path(server.c_str(), path, sizeof path) != 0) return "";
     const std::string of_server = path;
-    const size_t name_at = of_server.size() - server.size();
-    return of_server.substr(0, name_at) + ".nat64d/" + server; /* no server's name begins with a dot */
+    return of_server.substr(0, of_server.size() - server.size()) + daemon_socket_name(server);
 }
 
 #endif

@@ -61,7 +61,7 @@ uint32_t fwx_host_server_listen(fwx_host_server_t *server, const char *server_na
 }
 
 void fwx_host_server_names(void (*fn)(void *arg, const char *server_name), void *arg) {
-    shm_names(fn, arg);
+    user_socket_names(fn, arg);
 }
 
 void fwx_host_server_unregister(fwx_host_server_t *server) {

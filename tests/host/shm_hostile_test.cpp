@@ -17,20 +17,20 @@ protected:
         fwx_host_connect_set("tested", "hostile");
     }
     void TearDown() override {
-        shm_unlisten(entrance_);
+        user_socket_unlisten(entrance_);
         channel_fixture_t::TearDown();
     }
 
     /** The server's end of the channel is held by raw hands. */
     void open_raw() {
         open();
-        ASSERT_EQ(shm_accept(entrance_.socket, &socket_), 0u);
+        ASSERT_EQ(user_socket_accept(entrance_.socket, &socket_), 0u);
         ASSERT_EQ(shm_handles_receive(socket_, &handles_), 0u);
         segment_ = shm_segment_map(handles_[0]);
         ASSERT_NE(segment_, nullptr);
     }
 
-    shm_entrance_t entrance_;
+    user_entrance_t entrance_;
     descriptor_t socket_;
     shm_handles_t handles_;
     shm_mapping_t segment_;

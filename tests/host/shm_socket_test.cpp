@@ -22,7 +22,7 @@ protected:
     }
 
     runtime_directory_t directory_;
-    shm_entrance_t entrance_;
+    user_entrance_t entrance_;
     descriptor_t connected_;
 };
 
@@ -37,7 +37,7 @@ TEST_F(shm_socket_t, a_name_is_a_file_of_the_directory) {
         EXPECT_EQ(listen(name), 0u) << name;
         EXPECT_TRUE(has_socket(name));
         EXPECT_EQ(shm_connect(name, &connected_), 0u) << name;
-        shm_unlisten(entrance_);
+        user_socket_unlisten(entrance_);
         EXPECT_FALSE(has_socket(name));
     }
     const std::string no_socket = directory_.sockets() + "/file";
@@ -48,7 +48,7 @@ TEST_F(shm_socket_t, a_name_is_a_file_of_the_directory) {
 
 TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_not) {
     ASSERT_EQ(listen("server"), 0u);
-    shm_entrance_t second;
+    user_entrance_t second;
     EXPECT_EQ(shm_listen("server", &second), FWX_HOST_ERR_NAME_TAKEN);
     EXPECT_EQ(shm_connect("server", &connected_), 0u); /* the live one is still to be had */
     entrance_.socket = descriptor_t();
@@ -58,9 +58,9 @@ TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
     ASSERT_EQ(unlink(second.path.c_str()), 0);
     ASSERT_EQ(listen("server"), 0u);
-    shm_unlisten(second);
+    user_socket_unlisten(second);
     EXPECT_TRUE(has_socket("server")) << "it is another server's by now";
-    shm_unlisten(entrance_);
+    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t,
@@ -76,11 +76,11 @@ TEST_F(shm_socket_t,
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none = {3, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    shm_entrance_t second;
+    user_entrance_t second;
     EXPECT_EQ(shm_listen("other", &second), static_cast<uint32_t>(EMFILE));
     EXPECT_EQ(shm_connect("server", &connected_), static_cast<uint32_t>(EMFILE));
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    shm_unlisten(entrance_);
+    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_directory_that_others_can_get_at_or_that_is_anothers_or_a_link_is_refused) {
@@ -92,7 +92,7 @@ TEST_F(shm_socket_t, a_directory_that_others_can_get_at_or_that_is_anothers_or_a
     }
     ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
-    shm_unlisten(entrance_);
+    user_socket_unlisten(entrance_);
     if (geteuid() == 0) { /* another user's */
         ASSERT_EQ(chown(directory_.sockets().c_str(), 65534, 65534), 0);
         EXPECT_EQ(listen("server"), FWX_HOST_ERR_FOREIGN);
@@ -113,7 +113,7 @@ TEST_F(shm_socket_t, without_a_runtime_directory_there_is_one_in_tmp) {
     EXPECT_EQ(status.st_mode & 07777, 0700u);
     EXPECT_EQ(access((fallback + "/" + name).c_str(), F_OK), 0);
     EXPECT_EQ(shm_connect(name.c_str(), &connected_), 0u);
-    shm_unlisten(entrance_);
+    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, the_directory_that_the_environment_names_comes_first_and_an_empty_one_is_none) {
@@ -125,7 +125,7 @@ TEST_F(shm_socket_t, the_directory_that_the_environment_names_comes_first_and_an
     setenv("FWX_HOST_DIR", "", 1);
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
     unsetenv("FWX_HOST_DIR");
-    shm_unlisten(entrance_);
+    user_socket_unlisten(entrance_);
 }
 
 /** Has a process of another user do something; 0 when that went well. */
@@ -143,7 +143,7 @@ TEST_F(shm_socket_t, a_server_of_another_user_is_refused) {
     ASSERT_EQ(listen("server"), 0u);
     EXPECT_EQ(as_another_user([this] { return ::listen(entrance_.socket.get(), 5) == 0; }), 0);
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN);
-    shm_unlisten(entrance_);
+    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
@@ -160,11 +160,11 @@ TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
               }),
               0);
     descriptor_t client;
-    EXPECT_EQ(shm_accept(entrance_.socket, &client), static_cast<uint32_t>(EAGAIN));
+    EXPECT_EQ(user_socket_accept(entrance_.socket, &client), static_cast<uint32_t>(EAGAIN));
     ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
-    EXPECT_EQ(shm_accept(entrance_.socket, &client), 0u);
-    shm_unlisten(entrance_);
+    EXPECT_EQ(user_socket_accept(entrance_.socket, &client), 0u);
+    user_socket_unlisten(entrance_);
 }
 
 }  // namespace

@@ -1,62 +1,61 @@
 #include "tools/nat64d/control.h"
 
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <filesystem>
+
+#include "fwx_host/errors.h"
+#include "tools/daemon_socket.h"
 
 namespace {
 
 constexpr size_t longest_line = 64;
 constexpr size_t most_visitors = 16;
 
-bool is_answered(const sockaddr_un &address) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const bool is_there =
-        fd >= 0 && (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN);
-    if (fd >= 0) close(fd);
-    return is_there;
+void send_line(int fd, const std::string &line) {
+    const std::string text = line + '\n';
+    /* An answer is small beside a socket's buffer, which is empty. */
+    if (send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) errno = 0;
 }
 
 }  // namespace
 
 control_t::~control_t() {
     *is_alive_ = false;
-    if (listener_ != nullptr) unlink(path_.c_str());
+    fwx_host_user_unlisten(listener_);
 }
 
-std::string control_t::listen(const std::string &path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) return path + ": too long for a socket";
-    path.copy(address.sun_path, path.size());
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    mkdir(folder.parent_path().c_str(), S_IRWXU); /* what is not there then is told by bind */
-    mkdir(folder.c_str(), S_IRWXU);
-    if (is_answered(address)) return path + ": another nat64d listens there";
-    unlink(path.c_str());
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    auto listener = std::make_unique<watched_descriptor_t>(loop_, fd, [this] { accept_visitor(); });
-    const bool is_listening = listener->is_watched() &&
-                              bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
-                              ::listen(fd, SOMAXCONN) == 0;
-    if (!is_listening) return path + ": " + std::strerror(errno);
-    path_ = path;
-    listener_ = std::move(listener);
-    return "";
-}
-
-void control_t::accept_visitor() {
-    const int fd = accept4(listener_->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (fd < 0) return;
-    if (visitors_.size() == most_visitors) { /* the one that has been here longest makes room */
-        visitors_.erase(visitors_.begin());
+std::string control_t::listen(const std::string &server) {
+    const std::string path = daemon_socket_path(server);
+    if (path.empty()) return "no server can have the name \"" + server + '"';
+    const auto let_in = [](void *self, int fd) { static_cast<control_t *>(self)->let_in(fd); };
+    const uint32_t code = fwx_host_user_listen(daemon_socket_name(server).c_str(), loop_, let_in, this, &listener_);
+    if (code == 0) return "";
+    if (code == FWX_HOST_ERR_NAME_TAKEN) {
+        return path + ": another nat64d of this server listens there; end it, or remove the file if it is no socket";
     }
+    if (code == FWX_HOST_ERR_BAD_ARG) return path + ": too long for a socket; name a shorter folder in FWX_HOST_DIR";
+    return path + ": " + xerr_strerror(code);
+}
+
+void control_t::let_in(int fd) {
     const uint64_t id = ++last_id_;
-    visitors_[id].descriptor = std::make_unique<watched_descriptor_t>(loop_, fd, [this, id] { hear(id); });
+    auto descriptor = std::make_unique<watched_descriptor_t>(loop_, fd, [this, id] { hear(id); });
+    if (!make_room()) return send_line(fd, R"({"error":"too many clients wait for an answer"})");
+    if (!descriptor->is_watched()) return;
+    visitors_[id].descriptor = std::move(descriptor);
+    hear(id); /* most have asked by now, and so are not in the way of others */
+}
+
+/** A visitor that says nothing makes room for another, the oldest first; one that waits for its answer stays. */
+bool control_t::make_room() {
+    if (visitors_.size() < most_visitors) return true;
+    const auto silent =
+        std::find_if(visitors_.begin(), visitors_.end(), [](const auto &visitor) { return !visitor.second.has_asked; });
+    if (silent == visitors_.end()) return false;
+    visitors_.erase(silent);
+    return true;
 }
 
 void control_t::hear(uint64_t id) {
@@ -81,8 +80,6 @@ void control_t::hear(uint64_t id) {
 void control_t::answer(uint64_t id, const std::string &line) {
     const auto found = visitors_.find(id);
     if (found == visitors_.end()) return;
-    const std::string text = line + '\n';
-    /* An answer is small beside a socket's buffer, which is empty. */
-    if (send(found->second.descriptor->fd(), text.data(), text.size(), MSG_NOSIGNAL) < 0) errno = 0;
+    send_line(found->second.descriptor->fd(), line);
     visitors_.erase(found);
 }

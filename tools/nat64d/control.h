@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "fwx_host/user_socket.h"
 #include "net/descriptor.h"
 
 class control_t {
@@ -20,9 +21,8 @@ public:
     control_t(const control_t &) = delete;
     control_t &operator=(const control_t &) = delete;
 
-    /** Listens at a path, whose folder, and the one around it, is made for this user alone; what a dead process left
-     * there is replaced. Returns what is wrong, empty when nothing is. To be called once. */
-    std::string listen(const std::string &path);
+    /** Listens as the nat64d of that server. Returns what is wrong, empty when nothing is. To be called once. */
+    std::string listen(const std::string &server);
 
 private:
     struct visitor_t {
@@ -31,15 +31,15 @@ private:
         bool has_asked = false;
     };
 
-    void accept_visitor();
+    void let_in(int fd);
+    bool make_room();
     void hear(uint64_t id);
     void answer(uint64_t id, const std::string &line);
 
     fwx_host_loop_t *loop_;
     asked_fn_t asked_;
-    std::string path_;
-    std::unique_ptr<watched_descriptor_t> listener_;
-    std::map<uint64_t, visitor_t> visitors_;
+    fwx_host_user_listener_t *listener_ = nullptr;
+    std::map<uint64_t, visitor_t> visitors_; /* the oldest first */
     uint64_t last_id_ = 0;
     std::shared_ptr<bool> is_alive_ = std::make_shared<bool>(true);
 };

@@ -7,7 +7,6 @@
 #include "fwx_nat64/client.h"
 #include "state/directory.h"
 #include "state/read_file.h"
-#include "tools/daemon_socket.h"
 #include "tools/diagnostic.h"
 #include "tools/nat64d/log.h"
 #include "tools/nat64d/metrics.h"
@@ -53,9 +52,7 @@ daemon_t::~daemon_t() {
 std::string daemon_t::open() {
     const auto take = [](void *self) { static_cast<daemon_t *>(self)->take_signals(); };
     if (fwx_host_loop_watch(loop_, signals_.fd(), take, this) != 0) return "no descriptors left";
-    const std::string place = daemon_socket_path(options_.server);
-    if (place.empty()) return "no server can have the name \"" + options_.server + '"';
-    std::string error = control_.listen(place);
+    std::string error = control_.listen(options_.server);
     if (error.empty()) error = supervisor_.open();
     if (error.empty() && !options_.listen.empty()) error = web_.listen(options_.listen);
     if (!error.empty()) return error;

@@ -4,52 +4,70 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <optional>
 
+#include "fwx_host/errors.h"
 #include "fwx_host/loop.h"
+#include "fwx_host/user_socket.h"
 #include "tools/daemon_socket.h"
 
 namespace {
 
+constexpr size_t longest_answer = size_t{1} << 20;
+constexpr size_t longest_reason = 4096; /* that is shown */
+
 class socket_t {
 public:
-    explicit socket_t(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        if (path.size() >= sizeof address.sun_path) return;
-        path.copy(address.sun_path, path.size());
-        is_connected_ = connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    }
+    /** `code()` says what came of it. */
+    socket_t(const std::string &server, uint64_t timeout_ms)
+        : deadline_ms_(fwx_host_clock_ms() + timeout_ms),
+          code_(daemon_socket_path(server).empty()
+                    ? FWX_HOST_ERR_BAD_ARG
+                    : fwx_host_user_connect(daemon_socket_name(server).c_str(), timeout_ms, &fd_)) {}
     ~socket_t() {
         if (fd_ >= 0) close(fd_);
     }
     socket_t(const socket_t &) = delete;
     socket_t &operator=(const socket_t &) = delete;
 
-    bool is_connected() const { return is_connected_; }
-    /** Empty when nothing whole came in time. */
-    std::string ask(const std::string &word, uint64_t timeout_ms) const {
+    uint32_t code() const { return code_; }
+    /** Nothing when no whole line came in time, or one that no nat64d gives. */
+    std::optional<std::string> ask(const std::string &word) const {
         const std::string line = word + '\n';
-        if (send(fd_, line.data(), line.size(), MSG_NOSIGNAL) < 0) return "";
-        const uint64_t deadline = fwx_host_clock_ms() + timeout_ms;
+        if (send(fd_, line.data(), line.size(), MSG_NOSIGNAL) < 0) return std::nullopt;
         std::string answer;
-        for (uint64_t now = fwx_host_clock_ms(); now < deadline; now = fwx_host_clock_ms()) {
+        while (answer.size() <= longest_answer) {
+            const uint64_t now = fwx_host_clock_ms();
+            if (now >= deadline_ms_) break;
             pollfd waited = {fd_, POLLIN, 0};
             char room[4096];
-            const bool has_come = poll(&waited, 1, static_cast<int>(deadline - now)) > 0;
-            const ssize_t size = has_come ? read(fd_, room, sizeof room) : 0;
-            if (has_come && size <= 0) return "";
+            if (poll(&waited, 1, static_cast<int>(std::min<uint64_t>(deadline_ms_ - now, INT32_MAX))) <= 0) continue;
+            const ssize_t size = read(fd_, room, sizeof room);
+            if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+            if (size <= 0) break;
             answer.append(room, static_cast<size_t>(size));
-            if (!answer.empty() && answer.back() == '\n') return answer;
+            if (answer.back() == '\n') return answer;
         }
-        return "";
+        return std::nullopt;
     }
 
 private:
-    int fd_;
-    bool is_connected_ = false;
+    int fd_ = -1;
+    uint64_t deadline_ms_;
+    uint32_t code_;
 };
+
+outcome_t refused(outcome_t outcome, status_t status, const std::string &error) {
+    refuse(outcome, status, 0, error);
+    return outcome;
+}
+
+/** What a member of an answer says, as a line. */
+std::string line_of(const json_t &answer, const char *name) {
+    return clean_line(answer.value(name, ""), longest_reason);
+}
 
 }  // namespace
 
@@ -57,26 +75,38 @@ outcome_t ask_daemon(const std::string &verb, const options_t &options) {
     outcome_t outcome;
     outcome.command = "daemon " + verb;
     const std::string path = daemon_socket_path(options.connect);
-    const socket_t socket(path);
-    if (!socket.is_connected()) {
-        refuse(outcome, status_t::no_server, 0,
-               "no nat64d for server " + options.connect + ": " + path + ": " + std::strerror(errno));
-        return outcome;
+    const socket_t socket(options.connect, options.timeout_ms);
+    const std::string in_time = " within " + std::to_string(options.timeout_ms) + " ms";
+    if (socket.code() == FWX_HOST_ERR_BUSY) {
+        return refused(outcome, status_t::no_answer, path + ": nat64d takes no client" + in_time);
     }
-    const json_t answer = json_t::parse(socket.ask(verb, options.timeout_ms));
-    if (!answer.is_object() || answer.contains("error")) {
-        const bool is_refused = answer.is_object();
-        refuse(outcome, is_refused ? status_t::refused : status_t::no_answer, 0,
-               is_refused ? answer["error"].get<std::string>()
-                          : "no answer within " + std::to_string(options.timeout_ms) + " ms");
-        return outcome;
+    if (socket.code() != 0) {
+        const bool is_away = socket.code() == FWX_HOST_ERR_NO_SERVER;
+        return refused(outcome, status_t::no_server,
+                       "no nat64d for server " + options.connect + ": " + path + ": " +
+                           (is_away ? "no process listens there" : xerr_strerror(socket.code())));
+    }
+    const std::optional<std::string> text = socket.ask(verb);
+    if (!text) return refused(outcome, status_t::no_answer, "no answer" + in_time);
+    const json_t answer = json_t::parse(*text);
+    const json_t *error = answer.find("error");
+    if (error != nullptr && error->is_string()) {
+        return refused(outcome, status_t::refused, line_of(answer, "error"));
+    }
+    json_members_t members(answer);
+    const bool is_in_step = members.flag("in_step");
+    members.text("server", longest_reason);
+    if (!members.is_good()) {
+        return refused(
+            outcome, status_t::no_answer,
+            path + ": the answer is not one of nat64d: " + members.fault() + "; end the process that listens there");
     }
     outcome.data = answer;
     if (verb == "status") return outcome;
-    if (!answer.value("in_step", false)) {
-        refuse(outcome, status_t::refused, 0, "not in step: " + answer.value("reason", ""));
+    if (!is_in_step) {
+        refuse(outcome, status_t::refused, 0, "not in step: " + line_of(answer, "reason"));
     } else if (answer.contains("refused_reason")) {
-        refuse(outcome, status_t::refused, 0, "the file's document was refused: " + answer.value("refused_reason", ""));
+        refuse(outcome, status_t::refused, 0, "the file's document was refused: " + line_of(answer, "refused_reason"));
     }
     return outcome;
 }

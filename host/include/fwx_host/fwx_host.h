@@ -11,5 +11,6 @@
 #include "fwx_host/loop.h"
 #include "fwx_host/smc.h"
 #include "fwx_host/tbm.h"
+#include "fwx_host/user_socket.h"
 
 #endif

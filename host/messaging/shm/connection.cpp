@@ -75,7 +75,7 @@ shm_connection_t::~shm_connection_t() {
         fwx_host_loop_unwatch(&loop_, socket_.get());
         loop_bell_remove(loop_, *this);
     }
-    shm_close(std::move(socket_));
+    user_socket_close(std::move(socket_));
 }
 
 uint32_t shm_connection_t::start(owner_t &owner) {

@@ -1,11 +1,8 @@
 #include "host/messaging/shm/listener.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
 
 #include "fwx_host/errors.h"
-#include "host/loop/closer.h"
 #include "host/messaging/shm/connection.h"
 #include "host/messaging/shm/peer.h"
 #include "host/runtime/inspect.h"
@@ -15,83 +12,25 @@ namespace {
 
 constexpr size_t most_guests = 64;
 constexpr uint64_t longest_visit_ms = 2000;
-constexpr uint64_t rest_ms = 100;
-
-descriptor_t spare_make() {
-    return descriptor_t(open("/dev/null", O_RDONLY | O_CLOEXEC));
-}
 
 }  // namespace
 
-shm_listener_t::shm_listener_t(fwx_host_server_t &server, const char *name) : server_(server), name_(name) {}
-
-uint32_t shm_listener_t::start() {
-    if (const uint32_t code = shm_listen(name_.c_str(), &entrance_)) return code;
-    spare_ = spare_make();
-    if (!spare_.is_open()) return static_cast<uint32_t>(errno);
-    return fwx_host_loop_watch(&server_.home, entrance_.socket.get(), on_connect, this);
-}
+shm_listener_t::shm_listener_t(fwx_host_server_t &server)
+    : server_(server), listener_(server.home, on_client, on_no_room, this) {}
 
 shm_listener_t::~shm_listener_t() {
     while (!guests_.empty()) {
         turn_away(guests_.front());
     }
-    fwx_host_timer_cancel(&server_.home, rest_timer_);
-    if (entrance_.socket.is_open()) fwx_host_loop_unwatch(&server_.home, entrance_.socket.get());
-    shm_unlisten(entrance_);
 }
 
-void shm_listener_t::on_connect(void *arg) {
-    auto &listener = *static_cast<shm_listener_t *>(arg);
-    for (;;) {
-        if (closer_is_full()) return listener.rest();
-        descriptor_t socket;
-        switch (shm_accept(listener.entrance_.socket, &socket)) {
-            case 0:
-                listener.let_in(std::move(socket));
-                break;
-            case EAGAIN:
-                return;
-            case ECONNABORTED:
-            case EINTR:
-                break;
-            default:
-                if (!listener.spare_.is_open()) listener.spare_ = spare_make();
-                if (!listener.spare_.is_open()) return listener.rest();
-                if (!listener.turn_away_one()) return;
-                break;
-        }
-    }
+void shm_listener_t::on_client(void *arg, descriptor_t socket) {
+    static_cast<shm_listener_t *>(arg)->let_in(std::move(socket));
 }
 
-/** Turns the client at the head of the queue away, for which there is no descriptor. False when no client was there:
- * without a descriptor the system does not look whether one waits, so only this ends the turn. */
-bool shm_listener_t::turn_away_one() {
-    spare_ = descriptor_t();
-    descriptor_t socket;
-    const uint32_t code = shm_accept(entrance_.socket, &socket);
-    if (code == 0) {
-        host_peers.refused += 1;
-        shm_turn_away(std::move(socket), FWX_HOST_ERR_BUSY);
-    }
-    spare_ = spare_make();
-    if (code != 0 && code != EAGAIN) rest();
-    return code == 0;
-}
-
-/* A client that may not be let in now would make the loop run for nothing as long as it waits. */
-void shm_listener_t::rest() {
-    if (rest_timer_ != 0) return;
-    rest_timer_ = fwx_host_timer_add(&server_.home, rest_ms, on_rest_over, this);
-    if (rest_timer_ != 0) fwx_host_loop_unwatch(&server_.home, entrance_.socket.get());
-}
-
-void shm_listener_t::on_rest_over(void *arg) {
-    auto &listener = *static_cast<shm_listener_t *>(arg);
-    listener.rest_timer_ = 0;
-    if (fwx_host_loop_watch(&listener.server_.home, listener.entrance_.socket.get(), on_connect, arg) != 0) {
-        listener.rest();
-    }
+void shm_listener_t::on_no_room(void *, descriptor_t socket) {
+    host_peers.refused += 1;
+    shm_turn_away(std::move(socket), FWX_HOST_ERR_BUSY);
 }
 
 /** Most clients have made their offer by now; the others wait as guests, the oldest of which makes room for a new one.
@@ -105,7 +44,7 @@ void shm_listener_t::let_in(descriptor_t socket) {
     });
     if (!has_room) {
         host_peers.refused += 1;
-        return shm_close(std::move(socket));
+        return user_socket_close(std::move(socket));
     }
     guest_t &guest = guests_.back();
     guest.socket = std::move(socket);
@@ -138,7 +77,7 @@ void shm_listener_t::turn_away(guest_t &guest) {
     if (guest.is_watched) fwx_host_loop_unwatch(&server_.home, guest.socket.get());
     fwx_host_timer_cancel(&server_.home, guest.timer);
     if (guest.socket.is_open()) host_peers.refused += 1;
-    shm_close(std::move(guest.socket));
+    user_socket_close(std::move(guest.socket));
     guests_.remove_if([&guest](const guest_t &other) { return &other == &guest; });
 }
 
@@ -158,8 +97,8 @@ bool shm_listener_t::take_offer(descriptor_t &socket) {
 }
 
 uint32_t shm_listener_open(fwx_host_server_t &server, const char *name, std::unique_ptr<shm_listener_t> *listener) {
-    auto made = std::make_unique<shm_listener_t>(server, name);
-    const uint32_t code = made->start();
+    auto made = std::make_unique<shm_listener_t>(server);
+    const uint32_t code = made->start(name);
     if (code == 0) *listener = std::move(made);
     return code;
 }

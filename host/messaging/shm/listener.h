@@ -4,21 +4,21 @@
 
 #include <list>
 #include <memory>
-#include <string>
 
 #include "host/loop/descriptor.h"
 #include "host/messaging/server.h"
 #include "host/messaging/shm/socket.h"
+#include "host/messaging/user_listener.h"
 
 class shm_listener_t {
 public:
-    shm_listener_t(fwx_host_server_t &server, const char *name);
+    explicit shm_listener_t(fwx_host_server_t &server);
     shm_listener_t(const shm_listener_t &) = delete;
     shm_listener_t &operator=(const shm_listener_t &) = delete;
     ~shm_listener_t();
 
-    /** Returns 0, a code of shm_listen, or an errno value. */
-    uint32_t start();
+    /** Returns 0 or a code of user_listener_t::start. */
+    uint32_t start(const char *name) { return listener_.start(user_socket_t::SERVER, name); }
 
 private:
     /** A client that has not yet offered a connection. */
@@ -29,23 +29,18 @@ private:
         bool is_watched = false;
     };
 
-    static void on_connect(void *arg);
+    static void on_client(void *arg, descriptor_t socket);
+    static void on_no_room(void *arg, descriptor_t socket);
     static void on_offer(void *arg);
-    static void on_rest_over(void *arg);
     static void on_too_late(void *arg);
     void let_in(descriptor_t socket);
     bool wait_for_offer(guest_t &guest);
     bool take_offer(descriptor_t &socket);
-    bool turn_away_one();
     void turn_away(guest_t &guest);
-    void rest();
 
     fwx_host_server_t &server_;
-    const std::string name_;
-    shm_entrance_t entrance_;
-    descriptor_t spare_;        /* given up to accept, and turn away, when there are no other descriptors left */
     std::list<guest_t> guests_; /* the oldest first */
-    uint64_t rest_timer_ = 0;
+    user_listener_t listener_;
 };
 
 /** Throws std::bad_alloc. */

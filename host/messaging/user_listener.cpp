@@ -1,0 +1,137 @@
+#include "host/messaging/user_listener.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <ctime>
+#include <memory>
+
+#include "fwx_host/errors.h"
+#include "fwx_host/user_socket.h"
+#include "host/loop/closer.h"
+#include "host/loop/loop.h"
+#include "host/runtime/memory.h"
+#include "host/runtime/process.h"
+
+namespace {
+
+constexpr uint64_t rest_ms = 100;
+
+descriptor_t spare_make() {
+    return descriptor_t(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
+}  // namespace
+
+uint32_t user_listener_t::start(user_socket_t kind, const char *name) {
+    if (const uint32_t code = user_socket_listen(kind, name, &entrance_)) return code;
+    spare_ = spare_make();
+    if (!spare_.is_open()) return static_cast<uint32_t>(errno);
+    return fwx_host_loop_watch(&loop_, entrance_.socket.get(), on_connect, this);
+}
+
+user_listener_t::~user_listener_t() {
+    fwx_host_timer_cancel(&loop_, rest_timer_);
+    if (entrance_.socket.is_open()) fwx_host_loop_unwatch(&loop_, entrance_.socket.get());
+    user_socket_unlisten(entrance_);
+}
+
+void user_listener_t::on_connect(void *arg) {
+    auto &listener = *static_cast<user_listener_t *>(arg);
+    for (;;) {
+        if (closer_is_full()) return listener.rest();
+        descriptor_t socket;
+        switch (user_socket_accept(listener.entrance_.socket, &socket)) {
+            case 0:
+                listener.let_in_(listener.arg_, std::move(socket));
+                break;
+            case EAGAIN:
+                return;
+            case ECONNABORTED:
+            case EINTR:
+                break;
+            default:
+                if (!listener.spare_.is_open()) listener.spare_ = spare_make();
+                if (!listener.spare_.is_open()) return listener.rest();
+                if (!listener.turn_away_one()) return;
+                break;
+        }
+    }
+}
+
+/** Turns the client at the head of the queue away, for which there is no descriptor. False when no client was there:
+ * without a descriptor the system does not look whether one waits, so only this ends the turn. */
+bool user_listener_t::turn_away_one() {
+    spare_ = descriptor_t();
+    descriptor_t socket;
+    const uint32_t code = user_socket_accept(entrance_.socket, &socket);
+    if (code == 0) turn_away_(arg_, std::move(socket));
+    spare_ = spare_make();
+    if (code != 0 && code != EAGAIN) rest();
+    return code == 0;
+}
+
+/* A client that may not be let in now would make the loop run for nothing as long as it waits. */
+void user_listener_t::rest() {
+    if (rest_timer_ != 0) return;
+    rest_timer_ = fwx_host_timer_add(&loop_, rest_ms, on_rest_over, this);
+    if (rest_timer_ != 0) fwx_host_loop_unwatch(&loop_, entrance_.socket.get());
+}
+
+void user_listener_t::on_rest_over(void *arg) {
+    auto &listener = *static_cast<user_listener_t *>(arg);
+    listener.rest_timer_ = 0;
+    if (fwx_host_loop_watch(&listener.loop_, listener.entrance_.socket.get(), on_connect, arg) != 0) {
+        listener.rest();
+    }
+}
+
+struct fwx_host_user_listener {
+    fwx_host_user_listener(fwx_host_loop_t &loop, fwx_host_user_client_fn_t client_fn, void *client_arg)
+        : listener(loop, let_in, turn_away, this), fn(client_fn), arg(client_arg) {}
+
+    static void let_in(void *self, descriptor_t socket) {
+        const auto &made = *static_cast<fwx_host_user_listener *>(self);
+        made.fn(made.arg, socket.release());
+    }
+    static void turn_away(void *, descriptor_t socket) { user_socket_close(std::move(socket)); }
+
+    user_listener_t listener;
+    const fwx_host_user_client_fn_t fn;
+    void *const arg;
+    const uint32_t process = host_process();
+};
+
+extern "C" {
+
+uint32_t fwx_host_user_listen(const char *name, fwx_host_loop_t *loop, fwx_host_user_client_fn_t fn, void *arg,
+                              fwx_host_user_listener_t **listener) {
+    if (name == nullptr || loop == nullptr || fn == nullptr || listener == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (loop_is_foreign(*loop)) return FWX_HOST_ERR_FORKED;
+    return host_guarded(host_errno_nomem, [&] {
+        auto made = std::make_unique<fwx_host_user_listener_t>(*loop, fn, arg);
+        const uint32_t code = made->listener.start(user_socket_t::SERVICE, name);
+        if (code == 0) *listener = made.release();
+        return code;
+    });
+}
+
+void fwx_host_user_unlisten(fwx_host_user_listener_t *listener) {
+    if (listener != nullptr && listener->process == host_process()) delete listener;
+}
+
+uint32_t fwx_host_user_connect(const char *name, uint64_t timeout_ms, int *fd) {
+    if (name == nullptr || fd == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    constexpr uint64_t step_ms = 5; /* the system tells nobody that a queue has room */
+    const timespec step = {0, step_ms * 1000000};
+    descriptor_t socket;
+    uint32_t code = user_socket_connect(user_socket_t::SERVICE, name, &socket);
+    for (uint64_t waited_ms = 0; code == FWX_HOST_ERR_BUSY && waited_ms < timeout_ms; waited_ms += step_ms) {
+        nanosleep(&step, nullptr);
+        code = user_socket_connect(user_socket_t::SERVICE, name, &socket);
+    }
+    if (code == 0) *fd = socket.release();
+    return code;
+}
+
+}  // extern "C"

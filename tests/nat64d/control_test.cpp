@@ -1,0 +1,170 @@
+/* nat64d's control socket: who may have it, what its clients can do, and what natctl makes of its answers. */
+#include <sys/un.h>
+
+#include <thread>
+
+#include "fwx_host/user_socket.h"
+#include "tests/nat64d/documents.h"
+#include "tests/nat64d/process.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/tools/natctl_fixture.h"
+
+namespace {
+
+class control_test : public natctl_test {
+protected:
+    control_test() {
+        setenv("XDG_STATE_HOME", folder().c_str(), 1);
+        replace_file(folder() + "/document", document_text(1, 100));
+    }
+    ~control_test() override { unsetenv("XDG_STATE_HOME"); }
+
+    const std::string &folder() const { return directory_.path(); }
+    bool comes_up(const daemon_process_t &daemon) const {
+        return eventually([&] { return daemon.port() != 0 && !daemon_process_t::ask("status").is_null(); });
+    }
+
+    runtime_directory_t directory_;
+};
+
+TEST_F(control_test, a_directory_that_is_a_link_is_neither_listened_in_nor_believed_and_nothing_in_it_is_touched) {
+    const std::string elsewhere = folder() + "/elsewhere";
+    std::filesystem::create_directory(elsewhere);
+    std::filesystem::permissions(elsewhere, std::filesystem::perms::owner_all);
+    std::ofstream(elsewhere + "/.nat64d.alpha") << "precious";
+    std::filesystem::create_symlink(elsewhere, directory_.sockets());
+    daemon_process_t daemon(folder());
+    EXPECT_EQ(daemon.end(0), 2);
+    EXPECT_NE(daemon.log().find("socket directory is not this user's alone"), std::string::npos) << daemon.log();
+    EXPECT_EQ(text_of(elsewhere + "/.nat64d.alpha"), "precious");
+    const run_t asked = run("--connect alpha daemon status");
+    EXPECT_EQ(asked.status, 4);
+    EXPECT_NE(asked.notes.find("socket directory is not this user's alone"), std::string::npos) << asked.notes;
+}
+
+TEST_F(control_test, of_two_that_start_together_one_has_the_socket_and_keeps_it) {
+    for (int i = 0; i < 5; ++i) {
+        /* A dead one's socket is there for both to replace. */
+        daemon_process_t dead(folder());
+        ASSERT_TRUE(comes_up(dead)) << dead.log();
+        dead.end(SIGKILL);
+        const auto start = [&](const std::string &name) {
+            return std::vector<std::string>{"alpha", "--config", folder() + "/document", "--state", folder() + name};
+        };
+        const std::string log = folder() + "/log" + std::to_string(i);
+        daemon_process_t one(start("/one"), log + "of_one");
+        daemon_process_t other(start("/other"), log + "of_other");
+        const auto is_refused = [](const daemon_process_t &daemon) {
+            return daemon.log().find("another nat64d of this server listens there") != std::string::npos;
+        };
+        ASSERT_TRUE(eventually([&] { return is_refused(one) || is_refused(other); })) << one.log() << other.log();
+        ASSERT_NE(is_refused(one), is_refused(other));
+        ASSERT_TRUE(comes_up(is_refused(one) ? other : one)) << one.log() << other.log();
+    }
+}
+
+TEST_F(control_test, clients_that_say_nothing_are_not_in_the_way_of_one_that_asks) {
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(comes_up(daemon)) << daemon.log();
+    std::vector<int> silent;
+    for (int i = 0; i < 40; ++i) {
+        silent.push_back(daemon_process_t::visit("alpha"));
+    }
+    EXPECT_FALSE(daemon_process_t::ask("status").is_null());
+    const auto descriptors = [&] {
+        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(daemon.pid()) + "/fd");
+        return std::distance(begin(entries), end(entries));
+    };
+    EXPECT_LT(descriptors(), 16 + 24);
+    EXPECT_FALSE(daemon_process_t::ask("status").is_null());
+    for (const int fd : silent) {
+        close(fd);
+    }
+}
+
+/** Answers one client with a text, and hangs up. */
+class forger_t {
+public:
+    explicit forger_t(std::string answer) : answer_(std::move(answer)) {
+        const auto take = [](void *self, int fd) {
+            const std::string &reply = static_cast<forger_t *>(self)->answer_;
+            send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+            shutdown(fd, SHUT_WR);
+            static_cast<forger_t *>(self)->client_ = fd;
+        };
+        code_ = fwx_host_user_listen(".nat64d.alpha", loop_, take, this, &listener_);
+        thread_ = std::thread([this] {
+            while (client_ < 0) {
+                fwx_host_loop_run_once(loop_, -1);
+            }
+        });
+    }
+    ~forger_t() {
+        thread_.join();
+        close(client_);
+        fwx_host_user_unlisten(listener_);
+        fwx_host_loop_destroy(loop_);
+    }
+    forger_t(const forger_t &) = delete;
+    forger_t &operator=(const forger_t &) = delete;
+
+    uint32_t code() const { return code_; }
+
+private:
+    std::string answer_;
+    fwx_host_loop_t *loop_ = fwx_host_loop_create();
+    fwx_host_user_listener_t *listener_ = nullptr;
+    int client_ = -1;
+    uint32_t code_;
+    std::thread thread_;
+};
+
+TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
+    const struct {
+        const char *answer;
+        int status;
+        const char *said;
+    } cases[] = {
+        {"{\"error\":1}\n", 3, "is not one of nat64d"},
+        {"{\"error\":null}\n", 3, "is not one of nat64d"},
+        {"{\"error\":\"in \\u001b[31mred\\nand more\"}\n", 1, "in  [31mred and more"},
+        {"{}\n", 3, "in_step: must be true or false"},
+        {"{\"in_step\":\"yes\",\"server\":\"alpha\"}\n", 3, "in_step: must be true or false"},
+        {"{\"in_step\":true,\"server\":[1]}\n", 3, "server: must be a text"},
+        {"[]\n", 3, "must be an object"},
+        {"7\n", 3, "must be an object"},
+        {"\"in_step\"\n", 3, "must be an object"},
+        {"not even JSON\n", 3, "must be an object"},
+        {"{\"in_step\":true", 3, "no answer"},
+        {"", 3, "no answer"},
+    };
+    for (const auto &tried : cases) {
+        for (const char *verb : {"status", "replay"}) {
+            SCOPED_TRACE(tried.answer + std::string(verb));
+            const forger_t forger(tried.answer);
+            ASSERT_EQ(forger.code(), 0U);
+            const run_t asked = run(std::string("--connect alpha daemon ") + verb);
+            EXPECT_EQ(asked.status, tried.status);
+            EXPECT_NE(asked.notes.find(tried.said), std::string::npos) << asked.notes;
+        }
+    }
+}
+
+TEST_F(control_test, a_nat64d_that_takes_no_client_is_waited_for_as_long_as_the_user_wants) {
+    std::filesystem::create_directory(directory_.sockets());
+    std::filesystem::permissions(directory_.sockets(), std::filesystem::perms::owner_all);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    daemon_socket_path("alpha").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(fd, 0), 0);
+    const int first = daemon_process_t::visit("alpha");
+    const run_t asked = run("--connect alpha --timeout 50 daemon status");
+    EXPECT_EQ(asked.status, 3);
+    EXPECT_NE(asked.notes.find("takes no client within 50 ms"), std::string::npos) << asked.notes;
+    close(first);
+    close(fd);
+}
+
+}  // namespace
