@@ -160,11 +160,12 @@ uint32_t answer(server_state_t &server, const request_t &request, uint32_t code)
 }
 
 /* Counts and tells of a message that was answered with `code`. */
-void note_answer(server_state_t &server, bool is_well_formed, const void *msg, size_t size, uint32_t code) {
+void note_answer(server_state_t &server, const fwx_host_peer_t *peer, bool is_well_formed, const void *msg, size_t size,
+                 uint32_t code) {
     if (code == 0) return;
     if (is_well_formed) ++server.refused;
     ++refusals_for(server.causes, code);
-    if (server.refusal_fn != nullptr) server.refusal_fn(server.refusal_arg, msg, size, code);
+    if (server.refusal_fn != nullptr) server.refusal_fn(server.refusal_arg, peer, msg, size, code);
 }
 
 void connected(void *ctx, fwx_host_peer_t *peer) {
@@ -186,14 +187,14 @@ void receive(server_state_t &server, fwx_host_peer_t *peer, const void *msg, siz
     const client_t *client = server.clients.find(peer);
     /* Without an asynchronous header there is no context to answer to. */
     if (client == nullptr || size < sizeof(fwx_nat64_msg_hdr_t)) {
-        note_answer(server, is_well_formed, msg, size, code);
+        note_answer(server, peer, is_well_formed, msg, size, code);
         return;
     }
     request_t request{client->id, {}, is_well_formed ? static_cast<const uint8_t *>(msg) : nullptr};
     std::memcpy(&request.hdr, msg, sizeof(request.hdr));
     if (is_well_formed) code = take_armed_failure(server);
     if ((request.hdr.type & form_mask) == FWX_NAT64_MSG_ASYNC) code = answer(server, request, code);
-    note_answer(server, is_well_formed, msg, size, code);
+    note_answer(server, peer, is_well_formed, msg, size, code);
 }
 
 void received(void *ctx, fwx_host_peer_t *peer, const void *msg, size_t size) {
@@ -218,7 +219,7 @@ size_t reply_to(server_state_t &server, fwx_host_peer_t *peer, const void *msg, 
     const bool is_well_formed = answer.result == 0;
     if (is_well_formed) answer.result = take_armed_failure(server);
     if (answer.result == 0) answer.result = carry_out_sync(server, static_cast<const uint8_t *>(msg));
-    note_answer(server, is_well_formed, msg, size, answer.result);
+    note_answer(server, peer, is_well_formed, msg, size, answer.result);
     if (server.outbox.silent || size < sizeof(uint32_t)) return 0;
     std::memcpy(&answer.hdr, msg, sizeof(uint32_t)); /* by which the answer is known to be one to the question */
     const size_t length = std::min(reply_cap, sizeof(answer));

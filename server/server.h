@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "fwx_host/loop.h"
+#include "fwx_host/smc.h"
 #include "fwx_nat64/wire.h"
 
 class engine_t;
@@ -32,7 +33,8 @@ struct server_journal_t {
 };
 /** Hears of each message that was answered with a code other than 0, but for codes of commit. `msg` lives during the
  * call. */
-using server_refusal_fn_t = void (*)(void *arg, const void *msg, size_t size, uint32_t code);
+using server_refusal_fn_t = void (*)(void *arg, const fwx_host_peer_t *peer, const void *msg, size_t size,
+                                     uint32_t code);
 
 /** Order in which held replies are sent; a shuffle is the same in each run. */
 enum class reply_order_t : uint8_t { in_order, reverse, shuffled };

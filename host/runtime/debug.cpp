@@ -148,6 +148,10 @@ void fwx_host_debug_level_set(uint32_t module, uint32_t level) {
     host_guarded(host_errno_nomem, [&] { levels.emplace_back(module, level); });
 }
 
+uint32_t fwx_host_stderr_write(const char *text, size_t size) {
+    return write_now(text, size) ? 1 : 0;
+}
+
 void fwx_host_debug_sink_set(fwx_host_debug_sink_t fn, void *arg) {
     sink = {fn, arg};
 }

@@ -23,7 +23,7 @@ int main(int argc, char **argv) {
     const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
     if (model == nullptr) return 1;
     model->observe_refusals(
-        [](void *arg, const void *msg, size_t size, uint32_t) {
+        [](void *arg, const fwx_host_peer_t *, const void *msg, size_t size, uint32_t) {
             uint32_t id = 0; /* of the static mapping that is not there */
             constexpr size_t at = offsetof(fwx_nat64_cfg_msg_t, payload);
             if (size >= at + sizeof(id)) memcpy(&id, static_cast<const uint8_t *>(msg) + at, sizeof(id));

@@ -16,7 +16,7 @@ int main(int argc, char **argv) {
     fwx_host_loop_t *loop = fwx_host_loop_create();
     const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
     if (model == nullptr) return 1;
-    const auto count_down = [](void *left, const void *, size_t, uint32_t) {
+    const auto count_down = [](void *left, const fwx_host_peer_t *, const void *, size_t, uint32_t) {
         if (--*static_cast<int *>(left) == 0) raise(SIGKILL);
     };
     model->observe_refusals(count_down, &refusals);

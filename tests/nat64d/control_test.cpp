@@ -1,4 +1,5 @@
 /* nat64d's control socket: who may have it, what its clients can do, and what natctl makes of its answers. */
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <thread>
@@ -80,6 +81,27 @@ TEST_F(control_test, clients_that_say_nothing_are_not_in_the_way_of_one_that_ask
     for (const int fd : silent) {
         close(fd);
     }
+}
+
+TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
+    const std::string log = folder() + "/pipe";
+    ASSERT_EQ(mkfifo(log.c_str(), 0600), 0);
+    const int reader = open(log.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    fcntl(reader, F_SETPIPE_SZ, 4096);
+    daemon_process_t daemon(folder(), log);
+    ASSERT_TRUE(eventually([] { return !daemon_process_t::ask("status").is_null(); }));
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_FALSE(daemon_process_t::ask("reload").is_null()) << i;
+    }
+    EXPECT_FALSE(daemon_process_t::ask("status").is_null());
+    std::string seen(size_t{1} << 20, '\0');
+    seen.resize(static_cast<size_t>(read(reader, seen.data(), seen.size())));
+    EXPECT_LE(seen.size(), 4096U);
+    EXPECT_EQ(daemon.end(SIGTERM), 0);
+    seen.resize(size_t{1} << 20);
+    seen.resize(static_cast<size_t>(read(reader, seen.data(), seen.size())));
+    EXPECT_NE(seen.find("event=lines_left_out lines="), std::string::npos) << seen;
+    close(reader);
 }
 
 /** Answers one client with a text, and hangs up. */

@@ -28,8 +28,9 @@ inline void replace_file(const std::string &path, const std::string &text) {
 /** `nat64d alpha --config FOLDER/document`, with its log in FOLDER/log. */
 class daemon_process_t {
 public:
-    explicit daemon_process_t(const std::string &folder)
-        : daemon_process_t({"alpha", "--config", folder + "/document"}, folder + "/log") {}
+    explicit daemon_process_t(const std::string &folder) : daemon_process_t(folder, folder + "/log") {}
+    daemon_process_t(const std::string &folder, const std::string &log_path)
+        : daemon_process_t({"alpha", "--config", folder + "/document"}, log_path) {}
     /** With these arguments, the server's name first; its metrics are at any port. */
     daemon_process_t(std::vector<std::string> words, std::string log_path)
         : name_(words.front()), log_path_(std::move(log_path)) {

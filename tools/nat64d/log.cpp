@@ -1,10 +1,9 @@
 #include "tools/nat64d/log.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "net/json.h"
+#include "net/log_writer.h"
 #include "state/time_text.h"
 
 namespace {
@@ -20,14 +19,21 @@ std::string value_text(const std::string &value) {
     return json_t(value).dump();
 }
 
+std::string head_of(log_level_t level, std::string_view event) {
+    return "time=" + time_text() + " level=" + level_names[static_cast<size_t>(level)] + " event=" + std::string(event);
+}
+
+std::string left_out_text(uint64_t count) {
+    return head_of(log_level_t::warning, "lines_left_out") + " lines=" + std::to_string(count);
+}
+
 }  // namespace
 
 void log_event(log_level_t level, std::string_view event, std::initializer_list<log_field_t> fields) {
-    std::string line = "time=" + time_text() + " level=" + level_names[static_cast<size_t>(level)] + " event=";
-    line += event;
+    static log_writer_t writer(left_out_text);
+    std::string line = head_of(level, event);
     for (const auto &[key, value] : fields) {
         line.append(" ").append(key).append("=").append(value_text(value));
     }
-    line += '\n';
-    if (write(STDERR_FILENO, line.data(), line.size()) < 0) return;
+    writer.write(event.data(), std::move(line));
 }

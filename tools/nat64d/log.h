@@ -13,7 +13,8 @@ using log_field_t = std::pair<std::string_view, std::string>;
 
 /**
  * Writes `time=... level=info event=applied commands=7`, in one piece. Values with blanks or quotes are quoted, as JSON
- * quotes them. What standard error does not take is lost.
+ * quotes them. Standard error is not waited for: lines that it does not take, or of which there are too many of one
+ * event, are left out and counted.
  */
 void log_event(log_level_t level, std::string_view event, std::initializer_list<log_field_t> fields = {});
 

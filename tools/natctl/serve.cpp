@@ -6,6 +6,7 @@
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
 #include "model/model.h"
+#include "net/log_writer.h"
 #include "tools/natctl/state_file.h"
 #include "tools/signals.h"
 #include "wire/messages.h"
@@ -16,9 +17,8 @@ constexpr uint64_t retry_delay_ms = 1000; /* between tries to save the state */
 
 class server_t {
 public:
-    server_t(const serve_options_t &options, output_t &output)
+    explicit server_t(const serve_options_t &options)
         : options_(options),
-          output_(output),
           loop_(fwx_host_loop_create(), fwx_host_loop_destroy),
           model_(fwx_nat64_model_t::create(loop_.get(), FWX_NAT64_CHANNEL_NAME)) {}
 
@@ -30,7 +30,8 @@ public:
         if (!can_run) return "no descriptors or no memory left to run a server with";
         model_->observe_refusals(refused, this);
         if (!options_.state_file.empty()) {
-            state_.emplace(options_.state_file, *model_, [this](const std::string &text) { note(text); });
+            state_.emplace(options_.state_file, *model_,
+                           [this](const std::string &text) { log_.write(nullptr, "natctl: " + text); });
             std::string error = state_->open();
             if (!error.empty()) return error;
         }
@@ -45,6 +46,7 @@ public:
             model_->commit();
             plan_retry();
         }
+        log_.finish();
         return state_ ? state_->commit() : "";
     }
 
@@ -59,16 +61,16 @@ private:
         self.is_retry_planned_ = false;
         self.state_->commit();
     }
-    void note(const std::string &text) { output_.note("natctl: " + text); }
-    static void refused(void *arg, const void *msg, size_t size, uint32_t code) {
+    static std::string left_out_text(uint64_t count) { return "natctl: " + std::to_string(count) + " lines left out"; }
+    static void refused(void *arg, const fwx_host_peer_t *peer, const void *msg, size_t size, uint32_t code) {
         const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
         const std::string name = message == nullptr ? "a message" : message->name;
-        static_cast<server_t *>(arg)->note("refused " + name + " of " + std::to_string(size) +
-                                           " bytes: " + xerr_strerror(code));
+        static_cast<server_t *>(arg)->log_.write(
+            peer, "natctl: refused " + name + " of " + std::to_string(size) + " bytes: " + xerr_strerror(code));
     }
 
     const serve_options_t &options_;
-    output_t &output_;
+    log_writer_t log_{left_out_text};
     const signals_t signals_{SIGINT, SIGTERM};
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<fwx_nat64_model_t> model_;
@@ -82,7 +84,7 @@ private:
 outcome_t serve(const serve_options_t &options, output_t &output) {
     outcome_t outcome;
     outcome.command = "serve";
-    server_t server(options, output);
+    server_t server(options);
     outcome.error = server.open();
     if (outcome.error.empty()) {
         output.announce(outcome, "serving", options.name);
