@@ -85,7 +85,7 @@ std::string check_files(const store_options_t &options) {
          {file_t{"--ca", &options.ca}, file_t{"--cert", &options.cert}, file_t{"--key", &options.key}}) {
         if (file.name->empty()) continue;
         std::string error;
-        if (!read_file(*file.name, error)) return std::string(file.option) + ": " + error;
+        if (!read_file(*file.name, error, most_certificate_bytes)) return std::string(file.option) + ": " + error;
     }
     const bool has_more_than_ca = !options.cert.empty() || !options.key.empty();
     if (has_more_than_ca && options.ca.empty()) return "--cert and --key: need --ca";
@@ -109,7 +109,7 @@ std::string read_store(const store_options_t &options, store_t &store) {
     store.tls = {options.ca, options.cert, options.key};
     store.user = options.user;
     if (options.password_file.empty()) return "";
-    const std::optional<std::string> password = read_file(options.password_file, error);
+    const std::optional<std::string> password = read_file(options.password_file, error, most_password_bytes);
     if (!password) return "--password-file: " + error;
     store.password = *password;
     if (store.password.ends_with('\n')) store.password.pop_back();

@@ -1,18 +1,131 @@
 #include "state/read_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
-std::optional<std::string> read_file(const std::string &path, std::string &error) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (file.is_open()) text << file.rdbuf();
-    std::error_code ignored;
-    const bool is_folder = std::filesystem::is_directory(path, ignored);
-    if (file.is_open() && !file.bad() && !is_folder) return text.str();
-    error = path + ": " + std::strerror(is_folder ? EISDIR : errno);
+namespace {
+
+constexpr size_t block_bytes = size_t{1} << 16;
+
+class file_t {
+public:
+    /** Does not wait for the other end of a FIFO. */
+    explicit file_t(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
+    ~file_t() {
+        if (fd_ >= 0) close(fd_);
+    }
+    file_t(const file_t &) = delete;
+    file_t &operator=(const file_t &) = delete;
+
+    int fd() const { return fd_; }
+
+private:
+    const int fd_;
+};
+
+const char *kind_of(mode_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFDIR:
+            return "a directory";
+        case S_IFIFO:
+            return "a pipe";
+        case S_IFSOCK:
+            return "a socket";
+        case S_IFCHR:
+        case S_IFBLK:
+            return "a device";
+        default:
+            return "of an unknown kind";
+    }
+}
+
+std::string system_error(const std::string &name) {
+    return name + ": " + std::strerror(errno == 0 ? EIO : errno);
+}
+
+std::string too_long(const std::string &name, const std::string &size, size_t most) {
+    return name + ": is " + size + " bytes long; the most that is read is " + std::to_string(most);
+}
+
+std::string fault_of(const std::string &name, const struct stat &status, bool is_terminal) {
+    const bool is_null = S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+    const bool has_lines = S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+    if (has_lines || is_null || is_terminal) return "";
+    return name + ": is " + kind_of(status.st_mode) + ", not a file or a pipe";
+}
+
+}  // namespace
+
+std::optional<std::string> read_file(const std::string &path, std::string &error, size_t most) {
+    const file_t file(path);
+    struct stat status {};
+    if (file.fd() < 0 || fstat(file.fd(), &status) != 0) {
+        error = errno == ENXIO ? path + ": is a socket, not a regular file" : system_error(path);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        error = path + ": is " + kind_of(status.st_mode) + ", not a regular file";
+        return std::nullopt;
+    }
+    const auto size = static_cast<uint64_t>(status.st_size);
+    if (size > most) {
+        error = too_long(path, std::to_string(size), most);
+        return std::nullopt;
+    }
+    std::string text;
+    text.reserve(size);
+    std::string block(std::min(block_bytes, most + 1), '\0');
+    while (text.size() <= most) { /* it may grow meanwhile */
+        const ssize_t got = read(file.fd(), block.data(), block.size());
+        if (got == 0) return text;
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) {
+            error = system_error(path);
+            return std::nullopt;
+        }
+        text.append(block, 0, static_cast<size_t>(got));
+    }
+    error = too_long(path, "at least " + std::to_string(text.size()), most);
     return std::nullopt;
+}
+
+std::optional<std::string> read_stream(std::istream &stream, const std::string &name, std::string &error, size_t most) {
+    std::string text;
+    std::string block(block_bytes, '\0');
+    errno = 0;
+    while (text.size() <= most &&
+           (stream.read(block.data(), static_cast<std::streamsize>(block.size())) || stream.gcount() != 0)) {
+        text.append(block, 0, static_cast<size_t>(stream.gcount()));
+    }
+    if (text.size() > most) {
+        error = too_long(name, "at least " + std::to_string(text.size()), most);
+        return std::nullopt;
+    }
+    if (stream.eof() && !stream.bad()) return text;
+    error = system_error(name);
+    return std::nullopt;
+}
+
+std::string line_input_fault(const std::string &path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) return system_error(path);
+    const bool is_terminal = S_ISCHR(status.st_mode) && isatty(file_t(path).fd()) != 0;
+    return fault_of(path, status, is_terminal);
+}
+
+std::string line_input_fault(int fd, const std::string &name) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) return system_error(name);
+    return fault_of(name, status, isatty(fd) != 0);
+}
+
+bool is_open_to_others(const std::string &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
 }

@@ -1,4 +1,5 @@
 /* nat64d beside servers that are processes of their own. */
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <set>
@@ -193,6 +194,13 @@ TEST_F(daemon_test, without_any_document_it_does_not_start) {
     daemon_process_t daemon(folder());
     EXPECT_EQ(daemon.end(0), 2);
     EXPECT_NE(daemon.log().find("event=cannot_start reason=\"line 1: pool add: --"), std::string::npos) << daemon.log();
+    const std::string pipe = folder() + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string &no_file : {pipe, std::string("/dev/zero")}) {
+        daemon_process_t other({"alpha", "--config", no_file}, folder() + "/log");
+        EXPECT_EQ(other.end(0), 2);
+        EXPECT_NE(other.log().find("not a regular file"), std::string::npos) << other.log();
+    }
 }
 
 TEST_F(daemon_test, systemd_hears_that_it_is_ready_how_it_does_and_that_it_ends) {

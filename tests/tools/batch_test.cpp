@@ -95,6 +95,26 @@ private:
     }
 };
 
+TEST_F(batch_test, a_line_may_have_a_mebibyte_alone_and_with_what_it_goes_on_with) {
+    constexpr size_t most = size_t{1} << 20;
+    const std::string long_line = "#" + std::string(most - 1, 'x');
+    const std::string command = "timeout set --type 1 --value 300";
+    EXPECT_EQ(run("batch -", long_line + "\n" + command).status, 0);
+    const run_t longer = run("batch -", command + "\n" + long_line + "xy\n");
+    EXPECT_EQ(longer.status, 2);
+    EXPECT_NE(longer.answers.find("line 1: timeout set: ok"), std::string::npos);
+    EXPECT_NE(longer.notes.find("standard input: a line is longer than 1048576 bytes"), std::string::npos)
+        << longer.notes;
+    std::string joined;
+    for (int i = 0; i < 3; ++i) {
+        joined += "timeout " + std::string(most / 2, ' ') + "\\\n";
+    }
+    const run_t goes_on = run("batch -", joined + "set --type 1 --value 300\n");
+    EXPECT_EQ(goes_on.status, 2);
+    EXPECT_NE(goes_on.notes.find("a line is longer than 1048576 bytes"), std::string::npos) << goes_on.notes;
+    EXPECT_EQ(run("batch /dev/zero").notes, "natctl: batch: /dev/zero: is a device, not a file or a pipe\n");
+}
+
 TEST_F(batch_test, input_that_fails_half_way_is_an_error_behind_what_was_read) {
     failing_input_t failing("timeout set --type 1 --value 3\ntimeout set --type 2");
     std::istream in(&failing);

@@ -116,7 +116,7 @@ TEST_F(explain_test, what_cannot_be_explained_is_said) {
         {"mapt explain 192.0.2.1" + file, 2, "mapt explain: a port is needed"},
         {"mapt explain 192.0.2.1:65536" + file, 2, "address 192.0.2.1:65536: must be as 192.0.2.18, "},
         {"mapt explain 192.0.2.1 --file /nonexistent", 2, "/nonexistent: No such file or directory"},
-        {"mapt explain 192.0.2.1 --file /", 2, "/: Is a directory"},
+        {"mapt explain 192.0.2.1 --file /", 2, "/: is a directory, not a regular file"},
         {"nat64 explain 192.0.2.1 --prefix ::/72", 2, "--prefix ::/72: must be of 32, 40, 48, 56, 64 or 96 bits"},
         {"nat64 explain ::1:0:0:0", 0, ""},
         {"nat64 explain ::100:0:0:0", 1, "holds no IPv4 address: bits 64 to 71 are not zero"},

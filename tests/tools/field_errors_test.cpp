@@ -71,7 +71,7 @@ constexpr field_error_t field_errors[] = {
     {"status status", "status: status: not expected here, see --help"},
     {"batch", "batch: file is required"},
     {"batch /nonexistent", "batch: /nonexistent: No such file or directory"},
-    {"batch /", "batch: /: Is a directory"},
+    {"batch /", "batch: /: is a directory, not a file or a pipe"},
 };
 
 class field_errors_test : public natctl_test {};

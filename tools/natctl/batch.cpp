@@ -9,6 +9,12 @@
 
 namespace {
 
+constexpr size_t longest_line = size_t{1} << 20; /* also of lines that are joined to one */
+
+usage_error_t too_long(const usage_error_t &source) {
+    return {source.command, source.text + ": a line is longer than " + std::to_string(longest_line) + " bytes"};
+}
+
 class batch_t {
 public:
     batch_t(line_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
@@ -21,6 +27,7 @@ public:
         if (is_shell_) return take(text);
         const bool is_whole = joiner_.join(text);
         line_ = joiner_.line();
+        if (joiner_.rest().size() > longest_line) throw too_long({"batch", "input"});
         if (is_whole) take(text);
     }
 
@@ -137,12 +144,15 @@ private:
 }  // namespace
 
 next_line_fn_t lines_of(std::istream &stream, const usage_error_t &source) {
-    return [&stream, source](std::string &line) {
+    return [&stream, source, room = std::string(longest_line + 2, '\0')](std::string &line) mutable {
         errno = 0;
-        const bool is_read = static_cast<bool>(std::getline(stream, line));
+        const bool is_read = static_cast<bool>(stream.getline(room.data(), static_cast<std::streamsize>(room.size())));
         if (!is_read && stream.bad()) {
             throw usage_error_t{source.command, source.text + ": " + std::strerror(errno == 0 ? EIO : errno)};
         }
+        if (!is_read && !stream.eof()) throw too_long(source);
+        const auto taken = static_cast<size_t>(stream.gcount());
+        if (is_read) line.assign(room, 0, stream.eof() ? taken : taken - 1);
         return is_read;
     };
 }

@@ -10,6 +10,7 @@
 
 #include "fwx_host/capture.h"
 #include "fwx_host/errors.h"
+#include "state/read_file.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/completion.h"
 #include "tools/natctl/daemon_command.h"
@@ -198,6 +199,10 @@ private:
 
 status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, output_t &output) {
     const bool is_file = line.file != "-";
+    std::string fault;
+    if (is_file) fault = line_input_fault(line.file);
+    if (&input == &std::cin && !is_file) fault = line_input_fault(STDIN_FILENO, "standard input");
+    if (!fault.empty()) return output.report(usage_outcome({"batch", fault}));
     std::ifstream file;
     if (is_file) file.open(line.file);
     const bool is_open = !is_file || file.is_open();

@@ -1,25 +1,17 @@
 #include "tools/natctl/document_input.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <iostream>
+#include <optional>
 
 #include "config/load.h"
 
 std::string read_text(const std::string &file, std::string &text, size_t most) {
-    std::ifstream stream;
-    errno = 0;
-    if (file != "-") stream.open(file);
-    std::istream &from = file == "-" ? std::cin : stream;
-    char block[1 << 16];
-    while (text.size() <= most && (from.read(block, sizeof block) || from.gcount() != 0)) {
-        text.append(block, static_cast<size_t>(from.gcount()));
-    }
-    if (text.size() > most) return file + ": longer than " + std::to_string(most >> 20) + " MiB";
-    const bool is_read = from.eof() && !from.bad();
-    return is_read ? "" : file + ": " + std::strerror(errno == 0 ? EIO : errno);
+    std::string error;
+    std::optional<std::string> read =
+        file == "-" ? read_stream(std::cin, "standard input", error, most) : read_file(file, error, most);
+    if (read) text = std::move(*read);
+    return error;
 }
 
 bool judge(call_t &call, const std::string &file, const problems_t &problems) {

@@ -3,15 +3,15 @@
 #define TOOLS_NATCTL_DOCUMENT_INPUT_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 #include "config/document.h"
 #include "config/problem.h"
+#include "state/read_file.h"
 #include "tools/natctl/pal.h"
 
-/** Reads a file, or with `-` standard input. Returns what is wrong: also a file that is longer than `most` bytes. */
-std::string read_text(const std::string &file, std::string &text, size_t most = SIZE_MAX);
+/** Reads a file, or with `-` standard input. Returns what is wrong: also a text that is longer than `most` bytes. */
+std::string read_text(const std::string &file, std::string &text, size_t most = most_file_bytes);
 
 /** Says all problems; false: they have an error, and the call is refused for the file. */
 bool judge(call_t &call, const std::string &file, const problems_t &problems);

@@ -1,10 +1,11 @@
 #include "tools/natctl/rule_set.h"
 
-#include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <optional>
+#include <sstream>
 
 #include "records/embedding.h"
+#include "state/read_file.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/line_joiner.h"
 
@@ -36,10 +37,11 @@ auto find_longest(const rules_t &rules, const uint8_t *address, prefix_of_t pref
 }  // namespace
 
 std::string rule_set_t::read(const std::string &file) {
-    std::ifstream stream(file);
-    if (!stream.is_open()) return file + ": " + std::strerror(errno);
-    line_joiner_t joiner;
     std::string error;
+    const std::optional<std::string> read = read_file(file, error);
+    if (!read) return error;
+    std::istringstream stream(*read);
+    line_joiner_t joiner;
     const next_line_fn_t next = lines_of(stream, {"", file});
     try {
         for (std::string text; error.empty() && next(text);) {

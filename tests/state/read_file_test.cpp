@@ -1,0 +1,97 @@
+/* Files that a user names: what is read of them, and what is said of those that are not. */
+#include "state/read_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/support/runtime_directory.h"
+
+namespace {
+
+class read_file_test : public testing::Test {
+protected:
+    read_file_test() {
+        std::ofstream(path("file")) << "12345";
+        EXPECT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+        std::ofstream(path("sparse")) << "1";
+        EXPECT_EQ(truncate(path("sparse").c_str(), off_t{8} << 30), 0);
+        sockaddr_un address = {AF_UNIX, {}};
+        path("socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+        close(fd);
+        alarm(60); /* ends a test that waits for a pipe */
+    }
+    ~read_file_test() override { alarm(0); }
+
+    std::string path(const std::string &name) const { return directory_.path() + "/" + name; }
+
+private:
+    const runtime_directory_t directory_;
+};
+
+TEST_F(read_file_test, a_regular_file_up_to_the_limit_is_read_and_of_all_others_is_said_what_they_are) {
+    std::string error;
+    EXPECT_EQ(read_file(path("file"), error), "12345");
+    EXPECT_EQ(read_file(path("file"), error, 5), "12345");
+    EXPECT_EQ(error, "");
+    const struct {
+        std::string name;
+        const char *fault;
+    } cases[] = {
+        {path("file"), ": is 5 bytes long; the most that is read is 4"},
+        {path("sparse"), ": is 8589934592 bytes long; the most that is read is 4"},
+        {path("pipe"), ": is a pipe, not a regular file"},
+        {path("socket"), ": is a socket, not a regular file"},
+        {path(""), ": is a directory, not a regular file"},
+        {"/dev/zero", ": is a device, not a regular file"},
+        {"/dev/null", ": is a device, not a regular file"},
+        {path("none"), ": No such file or directory"},
+        {"/proc/self/environ", ": is at least 5 bytes long; the most that is read is 4"}, /* says that it has none */
+    };
+    for (const auto &tried : cases) {
+        error.clear();
+        EXPECT_FALSE(read_file(tried.name, error, 4)) << tried.name;
+        EXPECT_EQ(error, tried.name + tried.fault);
+    }
+}
+
+TEST_F(read_file_test, a_stream_is_read_up_to_the_limit) {
+    std::string error;
+    std::istringstream good("1234");
+    EXPECT_EQ(read_stream(good, "standard input", error, 4), "1234");
+    std::ifstream endless("/dev/zero");
+    EXPECT_FALSE(read_stream(endless, "standard input", error, 70000));
+    EXPECT_EQ(error, "standard input: is at least 131072 bytes long; the most that is read is 70000");
+}
+
+TEST_F(read_file_test, lines_come_from_what_ends_or_has_a_user) {
+    for (const std::string &good : {path("file"), path("pipe"), std::string("/dev/null")}) {
+        EXPECT_EQ(line_input_fault(good), "");
+    }
+    EXPECT_EQ(line_input_fault("/dev/zero"), "/dev/zero: is a device, not a file or a pipe");
+    EXPECT_EQ(line_input_fault("/"), "/: is a directory, not a file or a pipe");
+    const int fd = open("/dev/zero", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(line_input_fault(fd, "standard input"), "standard input: is a device, not a file or a pipe");
+    close(fd);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    EXPECT_EQ(line_input_fault(terminal, "standard input"), "");
+    close(terminal);
+}
+
+TEST_F(read_file_test, a_file_that_its_group_or_others_can_get_at_is_told_from_one_that_they_cannot) {
+    for (const auto &[mode, is_open] :
+         {std::pair<mode_t, bool>{0600, false}, {0400, false}, {0640, true}, {0604, true}}) {
+        ASSERT_EQ(chmod(path("file").c_str(), mode), 0);
+        EXPECT_EQ(is_open_to_others(path("file")), is_open) << mode;
+    }
+}
+
+}  // namespace
