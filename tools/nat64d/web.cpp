@@ -3,16 +3,19 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <map>
 #include <utility>
 #include <vector>
 
 namespace {
 
-constexpr unsigned connection_limit = 32;
-constexpr unsigned connection_timeout_s = 30;
+constexpr size_t most_visits = 32;
+constexpr unsigned connection_limit = 2 * most_visits; /* with those that are being served, and those that are ending */
+constexpr uint64_t deadline_ms = 5000;
 
 union address_t {
     sockaddr any;
@@ -59,6 +62,7 @@ web_t::~web_t() {
     if (daemon_ == nullptr) return;
     metrics_made("");
     MHD_run(daemon_); /* it stops with nobody suspended */
+    fwx_host_timer_cancel(loop_, late_timer_);
     if (timer_ != 0) fwx_host_timer_cancel(loop_, timer_);
     if (is_watched_) fwx_host_loop_unwatch(loop_, MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd);
     MHD_stop_daemon(daemon_);
@@ -70,8 +74,8 @@ std::string web_t::listen(const std::string &text) {
     const unsigned family = address.any.sa_family == AF_INET6 ? unsigned{MHD_USE_IPv6} : 0U;
     daemon_ = MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | family, 0, nullptr, nullptr, handle, this,
                                MHD_OPTION_SOCK_ADDR, &address.any, MHD_OPTION_NOTIFY_COMPLETED, completed, this,
-                               MHD_OPTION_CONNECTION_LIMIT, connection_limit, MHD_OPTION_CONNECTION_TIMEOUT,
-                               connection_timeout_s, MHD_OPTION_END);
+                               MHD_OPTION_NOTIFY_CONNECTION, connected, this, MHD_OPTION_CONNECTION_LIMIT,
+                               connection_limit, MHD_OPTION_END);
     if (daemon_ == nullptr) return text + ": cannot listen there: " + std::strerror(errno);
     const int fd = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     const auto wake = [](void *self) { static_cast<web_t *>(self)->run(); };
@@ -86,6 +90,9 @@ uint16_t web_t::port() const {
 void web_t::metrics_made(const std::string &text) {
     for (request_t *request : std::exchange(waiting_, {})) {
         request->page = {MHD_HTTP_OK, text};
+        visit_t &visit = visit_of(request->connection);
+        visit.is_suspended = false;
+        visit.since_ms = fwx_host_clock_ms();
         MHD_resume_connection(request->connection);
     }
     plan_run(0);
@@ -118,6 +125,9 @@ MHD_Result web_t::handle(void *arg, MHD_Connection *connection, const char *url,
         *body_size = 0;
         return MHD_YES;
     }
+    visit_t &visit = visit_of(connection);
+    if (!visit.is_served) visit.since_ms = fwx_host_clock_ms();
+    visit.is_served = true;
     if (request.page.status == 0) request.page = self.page_of(url, method);
     return request.page.status == 0 ? self.wait_for_metrics(request) : answer(connection, request.page);
 }
@@ -133,14 +143,80 @@ web_t::page_t web_t::page_of(const std::string &url, const std::string &method) 
 /** Who comes while the page is made gets the same one. */
 MHD_Result web_t::wait_for_metrics(request_t &request) {
     MHD_suspend_connection(request.connection);
+    visit_of(request.connection).is_suspended = true;
     waiting_.push_back(&request);
     if (waiting_.size() == 1) make_metrics_();
     return MHD_YES;
 }
 
-void web_t::completed(void *arg, MHD_Connection *, void **place, MHD_RequestTerminationCode) {
+void web_t::connected(void *self, MHD_Connection *connection, void **place, MHD_ConnectionNotificationCode what) {
+    auto &web = *static_cast<web_t *>(self);
+    if (what == MHD_CONNECTION_NOTIFY_STARTED) return web.let_in(connection, place);
+    web.visits_.remove_if([place](const visit_t &visit) { return &visit == *place; });
+}
+
+web_t::visit_t &web_t::visit_of(MHD_Connection *connection) {
+    return *static_cast<visit_t *>(
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context);
+}
+
+void web_t::let_in(MHD_Connection *connection, void **place) {
+    char address[INET6_ADDRSTRLEN] = "";
+    const auto *from = reinterpret_cast<const address_t *>(
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)->client_addr);
+    if (from->any.sa_family == AF_INET6) {
+        inet_ntop(AF_INET6, &from->v6.sin6_addr, address, sizeof address);
+    } else {
+        inet_ntop(AF_INET, &from->v4.sin_addr, address, sizeof address);
+    }
+    if (visits_.size() >= most_visits) make_room();
+    const int fd = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+    visits_.push_back({fd, address, fwx_host_clock_ms()});
+    *place = &visits_.back();
+    if (late_timer_ == 0) end_late();
+}
+
+/** Ends a connection; one that is ended already is passed over, and so is one that is served. */
+void web_t::make_room() {
+    const auto is_silent = [](const visit_t &visit) { return visit.fd >= 0 && !visit.is_served; };
+    std::map<std::string, size_t> count;
+    for (const visit_t &visit : visits_) {
+        if (is_silent(visit)) ++count[visit.address];
+    }
+    visit_t *most = nullptr;
+    for (visit_t &visit : visits_) {
+        if (!is_silent(visit)) continue;
+        if (most == nullptr || count[visit.address] > count[most->address]) most = &visit;
+    }
+    if (most != nullptr) shutdown(std::exchange(most->fd, -1), SHUT_RDWR);
+}
+
+/** Ends the connections that have had their time, and plans the next look. */
+void web_t::end_late() {
+    const uint64_t now = fwx_host_clock_ms();
+    uint64_t next_ms = deadline_ms;
+    for (visit_t &visit : visits_) {
+        if (visit.is_suspended || visit.fd < 0) continue;
+        const uint64_t age_ms = now - visit.since_ms;
+        if (age_ms >= deadline_ms) {
+            shutdown(std::exchange(visit.fd, -1), SHUT_RDWR);
+        } else {
+            next_ms = std::min(next_ms, deadline_ms - age_ms);
+        }
+    }
+    const auto look = [](void *self) {
+        static_cast<web_t *>(self)->late_timer_ = 0;
+        static_cast<web_t *>(self)->end_late();
+    };
+    if (!visits_.empty()) late_timer_ = fwx_host_timer_add(loop_, next_ms, look, this);
+}
+
+void web_t::completed(void *arg, MHD_Connection *connection, void **place, MHD_RequestTerminationCode) {
     auto *request = static_cast<request_t *>(*place); /* null: it ended before it was handled */
     std::erase(static_cast<web_t *>(arg)->waiting_, request);
+    visit_t &visit = visit_of(connection);
+    visit.is_served = false;
+    visit.since_ms = fwx_host_clock_ms();
     delete request;
     *place = nullptr;
 }

@@ -1,11 +1,17 @@
-/* An HTTP server on the loop, for one page that takes time to make and one that says whether all is well. */
+/*
+ * An HTTP server on the loop, for one page that takes time to make and one that says whether all is well.
+ *
+ * Any user of the machine may connect, so no client may be in the way of others: each has a deadline for its whole
+ * request, and one for taking the answer. When there are too many connections, one that has no answer coming makes
+ * room: the oldest of the address that has most.
+ */
 #ifndef TOOLS_NAT64D_WEB_H
 #define TOOLS_NAT64D_WEB_H
 
 #include <microhttpd.h>
 
 #include <functional>
-#include <memory>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -40,9 +46,23 @@ private:
         MHD_Connection *connection;
         page_t page;
     };
+    /** A connection. */
+    struct visit_t {
+        int fd;
+        std::string address;
+        uint64_t since_ms;      /* when it was opened, its answer was ready, or its last answer was taken */
+        bool is_served = false; /* its request is whole */
+        bool is_suspended = false;
+    };
+    using visits_t = std::list<visit_t>; /* the oldest first */
 
     static MHD_Result handle(void *self, MHD_Connection *connection, const char *url, const char *method,
                              const char *version, const char *body, size_t *body_size, void **request);
+    static void connected(void *self, MHD_Connection *connection, void **visit, MHD_ConnectionNotificationCode what);
+    static visit_t &visit_of(MHD_Connection *connection);
+    void let_in(MHD_Connection *connection, void **visit);
+    void make_room();
+    void end_late();
     static void completed(void *self, MHD_Connection *connection, void **request, MHD_RequestTerminationCode how);
     MHD_Result wait_for_metrics(request_t &request);
     page_t page_of(const std::string &url, const std::string &method) const;
@@ -55,6 +75,8 @@ private:
     MHD_Daemon *daemon_ = nullptr;
     bool is_watched_ = false;
     uint64_t timer_ = 0;
+    visits_t visits_;
+    uint64_t late_timer_ = 0;          /* of the next look for those that are too late */
     std::vector<request_t *> waiting_; /* suspended, until the metrics are made */
 };
 

@@ -1,0 +1,79 @@
+/* nat64d's pages beside clients of any user that are slow, many, or both. */
+#include "tests/nat64d/documents.h"
+#include "tests/nat64d/process.h"
+#include "tests/support/runtime_directory.h"
+#include "tests/tools/natctl_fixture.h"
+
+namespace {
+
+class web_test : public natctl_test {
+protected:
+    web_test() {
+        setenv("XDG_STATE_HOME", folder().c_str(), 1);
+        replace_file(folder() + "/document", document_text(1, 100));
+    }
+    ~web_test() override {
+        for (const int fd : clients_) {
+            close(fd);
+        }
+        unsetenv("XDG_STATE_HOME");
+    }
+
+    const std::string &folder() const { return directory_.path(); }
+    /** Connects from an address of the loopback network, and sends a text. */
+    int connect_from(const char *from, const daemon_process_t &daemon, const std::string &text) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        inet_pton(AF_INET, from, &address.sin_addr);
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        clients_.push_back(fd);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(daemon.port());
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(send(fd, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+        return fd;
+    }
+    static bool is_hung_up(int fd) {
+        char byte = 0;
+        const ssize_t got = recv(fd, &byte, 1, MSG_DONTWAIT);
+        return got == 0 || (got < 0 && errno != EAGAIN);
+    }
+
+private:
+    const runtime_directory_t directory_;
+    std::vector<int> clients_;
+};
+
+TEST_F(web_test, pages_are_served_beside_any_number_of_slow_clients_and_those_of_other_addresses_stay) {
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
+    const int other = connect_from("127.0.0.2", daemon, "GET /healthz HTTP/1.1\r\nHost:");
+    for (int i = 0; i < 100; ++i) {
+        connect_from("127.0.0.1", daemon, i % 2 == 0 ? "" : "GET /metrics HTTP/1.1\r\nX-Slow: ");
+        if (i % 10 != 9) continue;
+        EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos) << i;
+        EXPECT_NE(daemon.get("/metrics").find("nat64_server_up 0"), std::string::npos) << i;
+    }
+    EXPECT_FALSE(is_hung_up(other));
+    const std::string rest = " x\r\nConnection: close\r\n\r\n";
+    send(other, rest.data(), rest.size(), MSG_NOSIGNAL);
+    char answer[64] = "";
+    EXPECT_GT(recv(other, answer, sizeof answer - 1, 0), 0);
+    EXPECT_EQ(std::string(answer).rfind("HTTP/1.1 503", 0), 0U) << answer;
+}
+
+TEST_F(web_test, a_client_that_sends_a_byte_now_and_then_is_ended_at_its_deadline) {
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
+    const int drip = connect_from("127.0.0.1", daemon, "GET /metrics HTTP/1.1\r\nX-Slow: ");
+    const int body = connect_from("127.0.0.1", daemon, "POST /metrics HTTP/1.1\r\nContent-Length: 99999\r\n\r\n");
+    EXPECT_TRUE(eventually([&] {
+        send(drip, "x", 1, MSG_NOSIGNAL);
+        send(body, "x", 1, MSG_NOSIGNAL);
+        return is_hung_up(drip) && is_hung_up(body);
+    }));
+    EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos);
+}
+
+}  // namespace
