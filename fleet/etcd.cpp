@@ -80,7 +80,7 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
         const std::string place = endpoint();
         http_t::post_t post = http_.post(request_of(call));
         const http_reply_t reply = co_await post;
-        static_cast<etcd_answer_t &>(answer) = read_answer(place, reply);
+        static_cast<etcd_answer_t &>(answer) = read_answer(place, reply, secrets());
         const bool must_sign_in = answer.is_token_unknown && is_signed && !is_new_token;
         if (must_sign_in) {
             const bool is_still_that_one = token_count == token_count_;

@@ -144,6 +144,8 @@ private:
     http_request_t request_of(const call_t &call) const;
     http_request_t watch_request_of(const std::string &key, int64_t revision) const;
     const std::string &endpoint() const { return store_.endpoints[endpoint_]; }
+    /** What no error may show. */
+    std::vector<std::string> secrets() const { return {store_.password, token_}; }
     void turn() { endpoint_ = (endpoint_ + 1) % store_.endpoints.size(); }
 
     store_t store_;

@@ -53,20 +53,38 @@ json_t compare_json(const etcd_txn_t::compare_t &compare) {
     return json;
 }
 
+void hide(std::string &text, const std::string &secret) {
+    constexpr std::string_view mark = "***";
+    for (size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at + mark.size())) {
+        text.replace(at, secret.size(), mark);
+    }
+}
+
+/** What a store says, as a user may see it: without secrets, in the form that a request has too. */
+std::string said_text(std::string said, const secrets_t &secrets) {
+    for (const std::string &secret : secrets) {
+        if (secret.empty()) continue;
+        const std::string quoted = json_t(secret).dump();
+        hide(said, quoted.substr(1, quoted.size() - 2));
+        hide(said, secret);
+    }
+    return clean_line(said, most_said_bytes);
+}
+
 }  // namespace
 
 etcd_error_t malformed_answer(const std::string &endpoint, const std::string &reason) {
     return {kind_t::malformed, endpoint + ": the answer is none of etcd's: " + reason};
 }
 
-etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure) {
+etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure, const secrets_t &secrets) {
     json_members_t members(failure);
     const bool is_of_stream = members.find("grpc_code") != nullptr;
     const int64_t code = members.int64(is_of_stream ? "grpc_code" : "code");
     const std::string said = members.text(members.find("message") != nullptr ? "message" : "error", SIZE_MAX);
     if (!members.is_good()) return {{}, malformed_answer(endpoint, members.fault())};
     etcd_answer_t answer;
-    answer.error = {kind_t::other, endpoint + ": " + said.substr(0, most_said_bytes)};
+    answer.error = {kind_t::other, endpoint + ": " + said_text(said, secrets)};
     answer.is_token_unknown = code == unauthenticated;
     const bool is_of_rights = code == unauthenticated || code == permission_denied;
     if (is_of_rights) answer.error.kind = kind_t::rights;
@@ -82,7 +100,7 @@ etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure) {
     return answer;
 }
 
-etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply) {
+etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply, const secrets_t &secrets) {
     using fault_t = http_reply_t::fault_t;
     if (reply.fault == fault_t::too_long) return {{}, {kind_t::malformed, endpoint + ": " + reply.reason}};
     if (reply.fault != fault_t::none) {
@@ -97,9 +115,9 @@ etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply
         if (is_passing) return {{}, {kind_t::no_answer, endpoint + ": " + what}, true};
         return {{}, malformed_answer(endpoint, what)};
     }
-    if (reply.status != http_t::success) return read_failure(endpoint, answer.json);
+    if (reply.status != http_t::success) return read_failure(endpoint, answer.json, secrets);
     const json_t *stream_failure = answer.json.find("error");
-    if (stream_failure != nullptr) return read_failure(endpoint, *stream_failure);
+    if (stream_failure != nullptr) return read_failure(endpoint, *stream_failure, secrets);
     return answer;
 }
 

@@ -16,9 +16,12 @@ struct etcd_answer_t {
     bool is_token_unknown = false;
 };
 
-etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply);
+/** Texts that are not shown to a user, even if the store says them. */
+using secrets_t = std::vector<std::string>;
+
+etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply, const secrets_t &secrets = {});
 /** Of the object that stands for an error. */
-etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure);
+etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure, const secrets_t &secrets = {});
 etcd_error_t malformed_answer(const std::string &endpoint, const std::string &reason);
 
 json_t range_json(const std::string &key);

@@ -73,7 +73,7 @@ nat64::task<etcd_error_t> etcd_watch_t::read(std::vector<etcd_event_t> &events) 
     if (has_ended_well) {
         answer.error = {kind_t::no_answer, endpoint_ + ": the watch has ended"};
     } else {
-        answer = read_answer(endpoint_, reply);
+        answer = read_answer(endpoint_, reply, etcd_.secrets());
     }
     is_elsewhere_worth_ = answer.is_elsewhere_worth || has_ended_well;
     is_token_unknown_ = answer.is_token_unknown;
@@ -86,7 +86,7 @@ etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_
     const json_t json = json_t::parse(line);
     const json_members_t answer(json);
     if (const json_t *failure = answer.find("error")) {
-        const etcd_answer_t read = read_failure(endpoint_, *failure);
+        const etcd_answer_t read = read_failure(endpoint_, *failure, etcd_.secrets());
         is_elsewhere_worth_ = read.is_elsewhere_worth;
         is_token_unknown_ = read.is_token_unknown;
         return read.error;
@@ -101,7 +101,7 @@ etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_
         }
         const bool says_why = result.find("cancel_reason") != nullptr;
         const std::string reason = says_why ? result.text("cancel_reason", SIZE_MAX) : "the watch was cancelled";
-        etcd_error_t error = read_failure(endpoint_, {{"message", reason}}).error;
+        etcd_error_t error = read_failure(endpoint_, {{"message", reason}}, etcd_.secrets()).error;
         is_token_unknown_ = error.kind == kind_t::rights; /* that is all it says of one that it does not know */
         return error;
     }

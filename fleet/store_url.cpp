@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "state/read_file.h"
 
@@ -91,6 +92,9 @@ std::string check_files(const store_options_t &options) {
     if (has_more_than_ca && options.ca.empty()) return "--cert and --key: need --ca";
     if (options.cert.empty() != options.key.empty()) return "--cert and --key: one needs the other";
     if (options.user.empty() != options.password_file.empty()) return "--user and --password-file: one needs the other";
+    if (!options.user.empty() && options.ca.empty() && !options.sends_plaintext) {
+        return "--user: the password would go to the store in plain text; use --ca for TLS, or --insecure-plaintext";
+    }
     return "";
 }
 
@@ -114,4 +118,13 @@ std::string read_store(const store_options_t &options, store_t &store) {
     store.password = *password;
     if (store.password.ends_with('\n')) store.password.pop_back();
     return store.password.empty() ? "--password-file: " + options.password_file + ": is empty" : "";
+}
+
+std::string store_warning(const store_options_t &options) {
+    for (const auto &[option, file] :
+         {std::pair("--password-file", &options.password_file), std::pair("--key", &options.key)}) {
+        if (file->empty() || !is_open_to_others(*file)) continue;
+        return std::string(option) + ": " + *file + ": other users may get at it; chmod 600 " + *file;
+    }
+    return "";
 }

@@ -22,7 +22,8 @@ struct store_options_t {
     std::string cert;
     std::string key;
     std::string user;
-    std::string password_file; /* its text is the password, without a line feed at its end */
+    std::string password_file;    /* its text is the password, without a line feed at its end */
+    bool sends_plaintext = false; /* the password may go to the store without TLS */
 };
 
 struct store_t {
@@ -36,7 +37,10 @@ struct store_t {
 /** Whether it names a store, rightly or not, and no file. */
 bool is_store_url(std::string_view text);
 
-/** Reads options, and the files that they name; returns what is wrong, empty when nothing is. */
+/** Reads options, and the files that they name; returns what is wrong, empty when nothing is. A password goes to no
+ * store without TLS unless the user wants it to. */
 std::string read_store(const store_options_t &options, store_t &store);
+/** What a user should know of options that are good: others can get at secrets; empty: nothing. */
+std::string store_warning(const store_options_t &options);
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
@@ -9,8 +10,57 @@ namespace {
 
 constexpr size_t most_levels = 16;
 
-bool is_control(char c) {
-    return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+bool is_ascii(char c) {
+    return c >= ' ' && c <= '~';
+}
+
+struct character_t {
+    uint32_t code;
+    size_t bytes; /* 0: no character of UTF-8 */
+};
+
+/** The first of a text that is not empty. */
+character_t first_of(std::string_view text) {
+    const auto lead = static_cast<unsigned char>(text[0]);
+    if (lead < 0x80) return {lead, 1};
+    const size_t bytes = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4 || text.size() < bytes) return {0, 0};
+    uint32_t code = lead & (0x7fU >> bytes);
+    for (size_t i = 1; i < bytes; ++i) {
+        const auto next = static_cast<unsigned char>(text[i]);
+        if ((next & 0xc0U) != 0x80) return {0, 0};
+        code = code << 6U | (next & 0x3fU);
+    }
+    constexpr uint32_t least_of[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool is_surrogate = code >= 0xd800 && code <= 0xdfff;
+    return code < least_of[bytes] || code > 0x10ffff || is_surrogate ? character_t{0, 0} : character_t{code, bytes};
+}
+
+/** Whether a character could do more to a terminal than be seen. */
+bool is_control(uint32_t code) {
+    const bool is_c0_or_c1 = code < ' ' || (code >= 0x7f && code <= 0x9f);
+    const bool turns_direction = code == 0x61c || code == 0x200e || code == 0x200f ||
+                                 (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+    return is_c0_or_c1 || turns_direction || code == 0x2028 || code == 0x2029;
+}
+
+std::string clean(std::string_view text, std::string_view kept) {
+    if (std::all_of(text.begin(), text.end(), is_ascii)) return std::string(text);
+    std::string shown;
+    shown.reserve(text.size());
+    while (!text.empty()) {
+        const auto [code, bytes] = first_of(text);
+        const bool is_kept = kept.find(text[0]) != std::string_view::npos;
+        if (bytes == 0) {
+            shown += '?';
+        } else if (is_control(code) && !is_kept) {
+            shown += ' ';
+        } else {
+            shown.append(text, 0, bytes);
+        }
+        text.remove_prefix(std::max<size_t>(bytes, 1));
+    }
+    return shown;
 }
 
 /** Whether a text nests no deeper than most_levels, looked at before it is read. */
@@ -42,7 +92,17 @@ void write_text(const std::string &text, std::string &out) {
     if (is_plain(text)) {
         out.append("\"").append(text).append("\"");
     } else {
-        out += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        const std::string dumped = nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        for (std::string_view rest = dumped; !rest.empty();) {
+            const auto [code, bytes] = first_of(rest);
+            if (is_control(code)) {
+                char escaped[8];
+                out.append(escaped, static_cast<size_t>(std::snprintf(escaped, sizeof escaped, "\\u%04x", code)));
+            } else {
+                out.append(rest, 0, bytes);
+            }
+            rest.remove_prefix(bytes);
+        }
     }
 }
 
@@ -253,9 +313,11 @@ std::string clean_line(std::string_view text, size_t most_bytes) {
     while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80) {
         --end; /* not within a character */
     }
-    std::string line(text.substr(0, end));
-    std::replace_if(line.begin(), line.end(), is_control, ' ');
-    return line;
+    return clean(text.substr(0, end), "");
+}
+
+std::string clean_text(std::string_view text) {
+    return clean(text, "\n\t");
 }
 
 json_members_t::json_members_t(const json_t &object) : object_(object) {
@@ -287,7 +349,7 @@ std::string json_members_t::text(const char *name, size_t most_bytes, size_t lea
 
 std::string json_members_t::line(const char *name, size_t most_bytes) {
     std::string value = text(name, most_bytes);
-    if (std::any_of(value.begin(), value.end(), is_control)) fail(std::string(name) + ": must be one line");
+    if (clean_line(value) != value) fail(std::string(name) + ": must be one line");
     return value;
 }
 

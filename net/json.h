@@ -181,8 +181,14 @@ struct json_t::branches_t {
     std::vector<json_t> values;     /* of an object's members, or an array's elements */
 };
 
-/** A text as `json_members_t::line` takes it: cut, and blanks for control characters. */
-std::string clean_line(std::string_view text, size_t most_bytes);
+/**
+ * A text from outside as it may be shown to a user, and as `json_members_t::line` takes it: cut, with blanks for what
+ * could steer a terminal. That is control characters, C1 too, and those that turn the direction or end a line; a byte
+ * that is not of UTF-8 becomes a question mark, as some terminals take it for a control character.
+ */
+std::string clean_line(std::string_view text, size_t most_bytes = SIZE_MAX);
+/** Likewise, with line feeds and tabs as they are. */
+std::string clean_text(std::string_view text);
 
 /** Takes members of an object, and remembers the first thing that is wrong with them. */
 class json_members_t {

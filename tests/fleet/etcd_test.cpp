@@ -273,6 +273,21 @@ TEST_F(etcd_test, without_descriptors_a_request_fails_and_the_next_one_does_not)
 }
 #endif
 
+TEST_F(etcd_test, a_store_that_repeats_what_it_is_told_does_not_have_the_password_or_the_token_shown) {
+    const std::string repeated = scripted_server_t::answer(400, R"({"code":3,"message":"no: pass word and tok en"})");
+    const std::string signed_in = scripted_server_t::answer(200, R"({"token":"tok en"})");
+    store_t store;
+    store.user = "ann";
+    store.password = "pass word";
+    for (const bool signs_in : {false, true}) {
+        const scripted_server_t server({{signs_in ? signed_in : repeated, repeated}});
+        store.endpoints = store_at({server.place()}).endpoints;
+        etcd_t etcd(loop_, store);
+        const std::string shown = run(etcd.get("p/a")).error.text;
+        EXPECT_NE(shown.find(signs_in ? "no: *** and ***" : "no: *** and tok en"), std::string::npos) << shown;
+    }
+}
+
 TEST_F(etcd_test, a_lease_that_the_store_says_nothing_of_has_not_ended) {
     const std::string refusal = scripted_server_t::answer(400, R"({"code":3,"message":"what?"})");
     const scripted_server_t server({{refusal, refusal, refusal, refusal}});

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "fleet/store_url.h"
 #include "tests/support/eventually.h"
@@ -76,6 +77,8 @@ TEST(store_url, files_are_read_and_belong_together) {
     const std::string none = folder.path() + "/none";
     std::ofstream(file) << "pass word\n\n";
     std::ofstream(folder.path() + "/empty") << "\n";
+    const std::string long_one = folder.path() + "/long";
+    std::ofstream(long_one) << std::string(65537, 'x');
     struct case_t {
         store_options_t options;
         std::string fault;
@@ -85,11 +88,19 @@ TEST(store_url, files_are_read_and_belong_together) {
         {{url, file, file, file, "ann", file}, ""},
         {{url, none, "", "", "", ""}, "--ca: " + none + ": No such file or directory"},
         {{url, "", file, file, "", ""}, "--cert and --key: need --ca"},
+        {{url, "", "", "", "ann", file},
+         "--user: the password would go to the store in plain text; use --ca for TLS, or --insecure-plaintext"},
         {{url, file, file, "", "", ""}, "--cert and --key: one needs the other"},
         {{url, "", "", "", "ann", ""}, "--user and --password-file: one needs the other"},
         {{url, "", "", "", "", file}, "--user and --password-file: one needs the other"},
-        {{url, "", "", "", "ann", none}, "--password-file: " + none + ": No such file or directory"},
-        {{url, "", "", "", "ann", folder.path() + "/empty"}, "--password-file: " + folder.path() + "/empty: is empty"},
+        {{url, file, "", "", "ann", folder.path()},
+         "--password-file: " + folder.path() + ": is a directory, not a regular file"},
+        {{url, file, "", "", "ann", "/dev/zero"}, "--password-file: /dev/zero: is a device, not a regular file"},
+        {{url, file, "", "", "ann", long_one},
+         "--password-file: " + long_one + ": is 65537 bytes long; the most that is read is 65536"},
+        {{url, file, "", "", "ann", none}, "--password-file: " + none + ": No such file or directory"},
+        {{url, "", "", "", "ann", folder.path() + "/empty", true},
+         "--password-file: " + folder.path() + "/empty: is empty"},
     };
     for (const case_t &each : cases) {
         store_t store;
@@ -98,6 +109,22 @@ TEST(store_url, files_are_read_and_belong_together) {
         EXPECT_EQ(text_of(store), "https://a:1 p");
         EXPECT_EQ(store.password, "pass word\n") << "one line feed is the file's";
     }
+}
+
+TEST(store_url, a_secret_that_others_can_get_at_is_warned_of) {
+    const runtime_directory_t folder;
+    const std::string file = folder.path() + "/file";
+    std::ofstream(file) << "secret";
+    store_options_t options;
+    EXPECT_EQ(store_warning(options), "");
+    ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+    options.password_file = file;
+    EXPECT_EQ(store_warning(options), "--password-file: " + file + ": other users may get at it; chmod 600 " + file);
+    options.password_file.clear();
+    options.key = file;
+    EXPECT_EQ(store_warning(options), "--key: " + file + ": other users may get at it; chmod 600 " + file);
+    ASSERT_EQ(chmod(file.c_str(), 0600), 0);
+    EXPECT_EQ(store_warning(options), "");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "config/load.h"
 #include "fleet/fleet_keys.h"
 #include "fwx_nat64/client.h"
+#include "net/json.h"
 #include "state/directory.h"
 #include "state/read_file.h"
 #include "tools/diagnostic.h"
@@ -37,7 +38,7 @@ daemon_t::daemon_t(const daemon_options_t &options)
           [this]() -> web_t::page_t {
               const daemon_status_t &status = supervisor_.status();
               return status.is_in_step ? web_t::page_t{MHD_HTTP_OK, "in step\n"}
-                                       : web_t::page_t{MHD_HTTP_SERVICE_UNAVAILABLE, status.reason + '\n'};
+                                       : web_t::page_t{MHD_HTTP_SERVICE_UNAVAILABLE, clean_line(status.reason) + '\n'};
           }) {
     fwx_host_sync_timeout_set_ms(sync_timeout_ms);
     fwx_host_debug_sink_set(debug_written, nullptr);
@@ -102,6 +103,8 @@ std::string daemon_t::open_store() {
     store_t store;
     std::string error = read_store(options_.store, store);
     if (!error.empty()) return error;
+    const std::string warning = store_warning(options_.store);
+    if (!warning.empty()) log_event(log_level_t::warning, "options", {{"text", warning}});
     if (!is_gateway_name(options_.gateway)) {
         return "--gateway \"" + options_.gateway + "\": must be 1 to 64 letters, digits, '.', '_' and '-'";
     }
@@ -164,6 +167,7 @@ void daemon_t::changed() {
     if (store_) store_->changed();
     std::string text = "STATUS=" + (status.is_in_step ? "in step with document " + status.document : status.reason);
     if (!status.refused_reason.empty()) text += "; refused: " + status.refused_reason;
+    text = clean_line(text); /* a line feed would begin another assignment */
     if (text == said_) return;
     tell_service_manager((said_.empty() ? "READY=1\n" : "") + text);
     said_ = text;

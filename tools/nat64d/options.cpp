@@ -34,6 +34,7 @@ int read_options(int argc, const char *const *argv, daemon_options_t &options) {
     word_field(root, "--key", store.key, "Its key", "FILE");
     word_field(root, "--user", store.user, "User of the store", "NAME");
     word_field(root, "--password-file", store.password_file, "File with the user's password", "FILE");
+    flag_field(root, "--insecure-plaintext", store.sends_plaintext, "Sends the password without TLS, for all to see");
     word_field(root, "--listen", options.listen, "Loopback address and port for metrics; none for nowhere",
                "ADDRESS:PORT")
         .preset = options.listen;

@@ -57,7 +57,7 @@ std::string code_text(uint32_t code) {
 }
 
 std::string plain_text(const json_t &value) {
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_string() ? clean_line(value.get<std::string>()) : value.dump();
 }
 
 json_t message_json(fwx_host_direction_t direction, const void *msg, size_t size) {

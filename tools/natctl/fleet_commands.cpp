@@ -38,6 +38,7 @@ void store_fields(command_spec_t &app, const std::shared_ptr<fleet_request_t> &r
     word_field(app, "--key", store.key, "key of that certificate", "FILE");
     word_field(app, "--user", store.user, "user of the store", "NAME");
     word_field(app, "--password-file", store.password_file, "file with the user's password", "FILE");
+    flag_field(app, "--insecure-plaintext", store.sends_plaintext, "sends the password without TLS, for all to see");
 }
 
 void wait_field(command_spec_t &app, const std::shared_ptr<fleet_request_t> &request) {

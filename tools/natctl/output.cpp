@@ -159,7 +159,7 @@ void output_t::print_object(const json_t &object) {
         width = std::max(width, name.size());
     }
     for (const auto &[name, value] : object.items()) {
-        answers_ << name << std::string(width - name.size() + 2, ' ') << plain_text(value) << '\n';
+        answers_ << clean_line(name) << std::string(width - name.size() + 2, ' ') << plain_text(value) << '\n';
     }
 }
 
@@ -270,7 +270,7 @@ void output_t::print_event(const json_t &event) {
 void output_t::note(const std::string &text) {
     clear_progress();
     answers_.flush();
-    notes_ << text << '\n' << std::flush;
+    notes_ << clean_text(text) << '\n' << std::flush;
 }
 
 void output_t::progress(size_t done, size_t failed) {
