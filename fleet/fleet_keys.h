@@ -19,6 +19,8 @@ constexpr uint32_t gateway_lease_s = 10;
 constexpr uint32_t pusher_lease_s = 10;
 /** How often who has a lease says that it lives. */
 constexpr uint64_t keep_lease_ms = 3000;
+/** The longest delay between tries when the store refuses user or password: only an administrator can change that. */
+constexpr uint64_t rights_pause_ms = 60000;
 /** Versions that can be rolled back to, with the one in force. */
 constexpr size_t kept_versions = 10;
 

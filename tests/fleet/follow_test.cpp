@@ -132,6 +132,44 @@ TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given
     }
 }
 
+/* Each pause is waited for until it stands in the loop, and then ended by the clock. */
+TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
+    const std::string nothing = scripted_server_t::answer(200, R"({"header":{"revision":"2"}})");
+    const std::string compacted =
+        scripted_server_t::answer(200, R"({"result":{"canceled":true,"compact_revision":"7"}})"
+                                       "\n");
+    const std::string refused = scripted_server_t::answer(400, R"({"code":7,"message":"permission denied"})");
+    struct case_t {
+        scripted_server_t::answers_t answers;
+        bool is_up;
+        uint64_t last_ms;
+    };
+    for (const case_t &tried : {case_t{{nothing, compacted}, true, 5000}, case_t{{refused}, false, 60000}}) {
+        const scripted_server_t server(std::vector<scripted_server_t::answers_t>(100, tried.answers));
+        const runtime_directory_t directory;
+        etcd_options_t options;
+        options.timeout_ms = 3600000; /* no timer of a request is taken for a pause */
+        etcd_t etcd(loop_, store_at({server.place()}), options);
+        store_follower_t follower(loop_, etcd, "g1", directory.path(),
+                                  {[](const std::string &, const std::string &) { return taken_t{}; },
+                                   [](const std::string &, const std::string &) {}});
+        fwx_host_clock_turn(0);
+        follower.start();
+        uint64_t middle_ms = 500;
+        for (int pauses = 0; pauses < 9; ++pauses) {
+            const auto sleeps = [&] {
+                const auto left_ms = static_cast<uint64_t>(fwx_host_loop_next_timeout_ms(loop_));
+                return left_ms >= middle_ms / 4 * 3 && left_ms <= middle_ms / 4 * 5;
+            };
+            ASSERT_TRUE(turn_until(sleeps)) << middle_ms;
+            EXPECT_EQ(follower.status().is_up, tried.is_up);
+            fwx_host_clock_turn(middle_ms / 4 * 5);
+            middle_ms = std::min(2 * middle_ms, tried.last_ms);
+        }
+        fwx_host_clock_run();
+    }
+}
+
 TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {
     etcd_options_t options;
     options.timeout_ms = 300;
@@ -193,6 +231,13 @@ TEST(spread_test, a_time_is_spread_a_quarter_to_both_sides) {
     EXPECT_LE(most, 3750U);
     EXPECT_GT(most - least, 1000U);
     EXPECT_EQ(jitter(0), 0U);
+    backoff_t backoff(1000);
+    for (const uint64_t middle_ms : {1000U, 2000U, 3000U, 3000U}) {
+        const uint64_t delay_ms = backoff.next(3000);
+        EXPECT_TRUE(delay_ms >= middle_ms / 4 * 3 && delay_ms <= middle_ms / 4 * 5) << delay_ms;
+    }
+    backoff.reset();
+    EXPECT_LE(backoff.next(3000), 1250U);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ void gateway_heartbeat_t::start() {
 
 nat64::task<> gateway_heartbeat_t::run() {
     std::string trouble;
+    backoff_t backoff(keep_lease_ms / 3);
     for (;;) {
         const etcd_error_t error = co_await speak();
         if (error && error.text != trouble) log_event(log_level_t::warning, "unheard", {{"reason", error.text}});
@@ -28,7 +29,9 @@ nat64::task<> gateway_heartbeat_t::run() {
         asked_(error);
         const uint64_t now_ms = fwx_host_clock_ms();
         const uint64_t until_due_ms = keep_at_ms_ > now_ms ? keep_at_ms_ - now_ms : 0;
-        co_await bell_.wait(error ? jitter(keep_lease_ms / 3) : until_due_ms);
+        if (!error) backoff.reset();
+        const bool is_of_rights = error.kind == etcd_error_t::kind_t::rights;
+        co_await bell_.wait(error ? backoff.next(is_of_rights ? rights_pause_ms : keep_lease_ms) : until_due_ms);
     }
 }
 

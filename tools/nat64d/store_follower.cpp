@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint64_t first_pause_ms = 500; /* after a failure; twice as long each time */
 constexpr uint64_t last_pause_ms = 5000;
+constexpr uint64_t steady_ms = 5000;  /* a watch that has lasted so long has not failed at once */
 constexpr uint32_t most_failures = 3; /* of others, until the watch is taken for dead */
 
 double seconds_now() {
@@ -67,15 +68,18 @@ void store_follower_t::reload() {
 }
 
 nat64::task<> store_follower_t::run() {
-    for (uint64_t pause_ms = first_pause_ms;;) {
+    using kind_t = etcd_error_t::kind_t;
+    for (backoff_t backoff(first_pause_ms);;) {
+        const uint64_t begin_ms = fwx_host_clock_ms();
         const etcd_error_t error = co_await follow();
+        const bool was_steady = is_watching_ && fwx_host_clock_ms() - begin_ms >= steady_ms;
         is_watching_ = false;
-        if (error.kind == etcd_error_t::kind_t::compacted) continue; /* it is there, and is read anew */
-        const bool was_up = status_.is_up;
-        if (error.kind != etcd_error_t::kind_t::malformed) lose(error.text);
+        const bool is_there = error.kind == kind_t::malformed || error.kind == kind_t::compacted;
+        if (!is_there) lose(error.text);
         if (!offered_) read_kept();
-        pause_ms = was_up && !status_.is_up ? first_pause_ms : std::min(2 * pause_ms, last_pause_ms);
-        co_await fwx::host::sleep(loop_, std::chrono::milliseconds(jitter(pause_ms)));
+        if (was_steady) backoff.reset();
+        const uint64_t pause_ms = backoff.next(error.kind == kind_t::rights ? rights_pause_ms : last_pause_ms);
+        co_await fwx::host::sleep(loop_, std::chrono::milliseconds(pause_ms));
     }
 }
 
