@@ -1,4 +1,6 @@
 /* nat64d's pages beside clients of any user that are slow, many, or both. */
+#include <sys/resource.h>
+
 #include "tests/nat64d/documents.h"
 #include "tests/nat64d/process.h"
 #include "tests/support/runtime_directory.h"
@@ -61,6 +63,29 @@ TEST_F(web_test, pages_are_served_beside_any_number_of_slow_clients_and_those_of
     char answer[64] = "";
     EXPECT_GT(recv(other, answer, sizeof answer - 1, 0), 0);
     EXPECT_EQ(std::string(answer).rfind("HTTP/1.1 503", 0), 0U) << answer;
+}
+
+TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_are_some) {
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
+    const std::string descriptors = "/proc/" + std::to_string(daemon.pid()) + "/fd/";
+    rlim_t lowest = 0;
+    while (std::filesystem::is_symlink(descriptors + std::to_string(lowest))) {
+        ++lowest;
+    }
+    const rlimit enough = {1024, 4096};
+    for (const rlim_t count : {rlim_t{3}, lowest + 1}) { /* for none, and for one */
+        const rlimit few = {count, 4096};
+        ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+        const int first = connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");
+        connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");
+        if (count == 3) prlimit(daemon.pid(), RLIMIT_NOFILE, &enough, nullptr);
+        char byte = 0;
+        EXPECT_EQ(recv(first, &byte, 1, 0), 1);
+        ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &enough, nullptr), 0);
+        EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos);
+        EXPECT_NE(daemon.get("/metrics").find("nat64_server_up 0"), std::string::npos);
+    }
 }
 
 TEST_F(web_test, a_client_that_sends_a_byte_now_and_then_is_ended_at_its_deadline) {

@@ -16,6 +16,7 @@ namespace {
 constexpr size_t most_visits = 32;
 constexpr unsigned connection_limit = 2 * most_visits; /* with those that are being served, and those that are ending */
 constexpr uint64_t deadline_ms = 5000;
+constexpr uint64_t rest_ms = 100;
 
 union address_t {
     sockaddr any;
@@ -64,7 +65,8 @@ web_t::~web_t() {
     MHD_run(daemon_); /* it stops with nobody suspended */
     fwx_host_timer_cancel(loop_, late_timer_);
     if (timer_ != 0) fwx_host_timer_cancel(loop_, timer_);
-    if (is_watched_) fwx_host_loop_unwatch(loop_, MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd);
+    fwx_host_timer_cancel(loop_, rest_timer_);
+    if (is_watched_) fwx_host_loop_unwatch(loop_, fd());
     MHD_stop_daemon(daemon_);
 }
 
@@ -77,9 +79,7 @@ std::string web_t::listen(const std::string &text) {
                                MHD_OPTION_NOTIFY_CONNECTION, connected, this, MHD_OPTION_CONNECTION_LIMIT,
                                connection_limit, MHD_OPTION_END);
     if (daemon_ == nullptr) return text + ": cannot listen there: " + std::strerror(errno);
-    const int fd = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
-    const auto wake = [](void *self) { static_cast<web_t *>(self)->run(); };
-    is_watched_ = fwx_host_loop_watch(loop_, fd, wake, this) == 0;
+    watch();
     return is_watched_ ? "" : text + ": no descriptors left";
 }
 
@@ -98,10 +98,39 @@ void web_t::metrics_made(const std::string &text) {
     plan_run(0);
 }
 
+int web_t::fd() const {
+    return MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
+}
+
+void web_t::watch() {
+    const auto wake = [](void *self) { static_cast<web_t *>(self)->run_for_event(); };
+    is_watched_ = fwx_host_loop_watch(loop_, fd(), wake, this) == 0;
+}
+
+/* A client for which there is no descriptor stays where it is, and would make the loop run for nothing. */
+void web_t::run_for_event() {
+    has_new_visit_ = false;
+    const bool had_visits = !visits_.empty();
+    run();
+    if (had_visits || has_new_visit_) return;
+    const auto look = [](void *self) {
+        static_cast<web_t *>(self)->rest_timer_ = 0;
+        static_cast<web_t *>(self)->watch();
+    };
+    rest_timer_ = fwx_host_timer_add(loop_, rest_ms, look, this);
+    if (rest_timer_ != 0) fwx_host_loop_unwatch(loop_, fd());
+    is_watched_ = rest_timer_ == 0;
+}
+
 void web_t::run() {
+    has_room_ = false;
     MHD_run(daemon_);
     MHD_UNSIGNED_LONG_LONG delay_ms = 0;
-    if (MHD_get_timeout(daemon_, &delay_ms) == MHD_YES) plan_run(delay_ms);
+    if (has_room_) { /* when there were too many before, the next is looked for in a run of its own */
+        plan_run(0);
+    } else if (MHD_get_timeout(daemon_, &delay_ms) == MHD_YES) {
+        plan_run(delay_ms);
+    }
 }
 
 void web_t::plan_run(uint64_t delay_ms) {
@@ -153,6 +182,7 @@ void web_t::connected(void *self, MHD_Connection *connection, void **place, MHD_
     auto &web = *static_cast<web_t *>(self);
     if (what == MHD_CONNECTION_NOTIFY_STARTED) return web.let_in(connection, place);
     web.visits_.remove_if([place](const visit_t &visit) { return &visit == *place; });
+    web.has_room_ = true;
 }
 
 web_t::visit_t &web_t::visit_of(MHD_Connection *connection) {
@@ -171,6 +201,7 @@ void web_t::let_in(MHD_Connection *connection, void **place) {
     }
     if (visits_.size() >= most_visits) make_room();
     const int fd = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+    has_new_visit_ = true;
     visits_.push_back({fd, address, fwx_host_clock_ms()});
     *place = &visits_.back();
     if (late_timer_ == 0) end_late();

@@ -66,6 +66,9 @@ private:
     static void completed(void *self, MHD_Connection *connection, void **request, MHD_RequestTerminationCode how);
     MHD_Result wait_for_metrics(request_t &request);
     page_t page_of(const std::string &url, const std::string &method) const;
+    int fd() const;
+    void watch();
+    void run_for_event();
     void run();
     void plan_run(uint64_t delay_ms);
 
@@ -76,6 +79,9 @@ private:
     bool is_watched_ = false;
     uint64_t timer_ = 0;
     visits_t visits_;
+    bool has_new_visit_ = false;       /* in this run */
+    bool has_room_ = false;            /* a connection has ended in this run */
+    uint64_t rest_timer_ = 0;          /* not 0: without descriptors, until then */
     uint64_t late_timer_ = 0;          /* of the next look for those that are too late */
     std::vector<request_t *> waiting_; /* suspended, until the metrics are made */
 };
