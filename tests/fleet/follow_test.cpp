@@ -92,10 +92,10 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     std::string refused;
     bool was_up = false; /* the store, when it had given the text */
     store_follower_t follower(loop_, etcd_, "g1", directory.path(),
-                              {[&](const std::string &whole, const std::string &) {
+                              {[&](const std::string &whole, const std::string &) -> nat64::task<taken_t> {
                                    taken = whole;
                                    was_up = follower.status().is_up;
-                                   return taken_t{"its hash", ""};
+                                   co_return taken_t{"its hash", ""};
                                },
                                [&](const std::string &, const std::string &reason) { refused = reason; }});
     EXPECT_FALSE(follower.status().is_up) << "nothing has been asked so far";
@@ -150,9 +150,10 @@ TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
         etcd_options_t options;
         options.timeout_ms = 3600000; /* no timer of a request is taken for a pause */
         etcd_t etcd(loop_, store_at({server.place()}), options);
-        store_follower_t follower(loop_, etcd, "g1", directory.path(),
-                                  {[](const std::string &, const std::string &) { return taken_t{}; },
-                                   [](const std::string &, const std::string &) {}});
+        store_follower_t follower(
+            loop_, etcd, "g1", directory.path(),
+            {[](const std::string &, const std::string &) -> nat64::task<taken_t> { co_return taken_t{}; },
+             [](const std::string &, const std::string &) {}});
         fwx_host_clock_turn(0);
         follower.start();
         uint64_t middle_ms = 500;

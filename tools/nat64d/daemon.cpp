@@ -1,11 +1,14 @@
 #include "tools/nat64d/daemon.h"
 
+#include <algorithm>
 #include <csignal>
+#include <utility>
 
 #include "config/load.h"
 #include "fleet/fleet_keys.h"
 #include "fwx_nat64/client.h"
 #include "net/json.h"
+#include "reconcile/background.h"
 #include "state/directory.h"
 #include "state/read_file.h"
 #include "tools/diagnostic.h"
@@ -95,6 +98,9 @@ std::string daemon_t::open_file() {
     watch_.emplace(loop_, options_.config, [this] { load(); });
     if (!watch_->is_watching()) log_event(log_level_t::warning, "unwatched", {{"file", options_.config}});
     load();
+    while (!load_->done()) {
+        fwx_host_loop_run_once(loop_, -1);
+    }
     return supervisor_.has_document() ? "" : supervisor_.status().refused_reason;
 }
 
@@ -111,7 +117,7 @@ std::string daemon_t::open_store() {
     store_.emplace(
         loop_, std::move(store), options_.gateway, supervisor_.directory(), supervisor_.status(),
         store_follower_t::handlers_t{
-            [this](const std::string &text, const std::string &name) { return take(text, name); },
+            [this](const std::string &text, std::string name) { return take(text, std::move(name)); },
             [this](const std::string &name, const std::string &reason) { supervisor_.refuse(name, reason); }});
     store_->start();
     return "";
@@ -119,34 +125,43 @@ std::string daemon_t::open_store() {
 
 /** Reads the document again. */
 void daemon_t::load() {
-    store_ ? store_->reload() : load_file();
+    if (store_) return store_->reload();
+    load_.emplace(load_file());
+    load_->start();
 }
 
-void daemon_t::load_file() {
+nat64::task<> daemon_t::load_file() {
     std::string reason;
     const std::optional<std::string> text = read_file(options_.config, reason);
-    if (text) reason = take(*text, options_.config).reason;
+    if (text) reason = (co_await take(*text, options_.config)).reason;
     if (!reason.empty()) supervisor_.refuse("", reason);
+    for (const auto &done : std::exchange(waiting_for_load_, {})) {
+        done();
+    }
 }
 
 /** Offers what a text says, if it is a document without an error. */
-taken_t daemon_t::take(const std::string &text, const std::string &name) {
+nat64::task<taken_t> daemon_t::take(const std::string &text, std::string name) {
     problems_t problems;
-    document_t document = load_document(text, problems);
+    const auto is_error = [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; };
+    /* Two hundred thousand items take longer than whoever asks for metrics should wait. */
+    offer_t offer = co_await in_background(loop_, [&] {
+        document_t document = load_document(text, problems);
+        const bool is_good = std::none_of(problems.begin(), problems.end(), is_error);
+        return is_good ? make_offer(std::move(document)) : offer_t{};
+    });
     taken_t taken;
     size_t shown = 0;
     for (const problem_t &problem : problems) {
-        const bool is_error = problem.kind == problem_t::kind_t::error;
-        if (is_error && taken.reason.empty()) taken.reason = problem.text();
+        if (is_error(problem) && taken.reason.empty()) taken.reason = problem.text();
         if (++shown > most_problems) continue;
-        log_event(is_error ? log_level_t::error : log_level_t::warning, "problem",
+        log_event(is_error(problem) ? log_level_t::error : log_level_t::warning, "problem",
                   {{"file", name}, {"text", problem.text()}});
     }
-    if (!taken.reason.empty()) return taken;
-    offer_t offer = make_offer(std::move(document));
+    if (!taken.reason.empty()) co_return taken;
     taken.hash = offer.hash;
     supervisor_.offer(std::move(offer));
-    return taken;
+    co_return taken;
 }
 
 void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
@@ -154,8 +169,17 @@ void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
     const bool is_known = word == "replay" || word == "reload";
     if (!is_known) return reply(R"({"error":"there are status, replay and reload"})");
     log_event(log_level_t::info, "asked", {{"for", word}});
-    word == "replay" ? supervisor_.replay() : load();
-    supervisor_.when_looked([this, reply = std::move(reply)] { reply(status_text()); });
+    auto answer = [this, reply = std::move(reply)] {
+        supervisor_.when_looked([this, reply] { reply(status_text()); });
+    };
+    if (word == "replay") supervisor_.replay();
+    const bool is_read_first = word == "reload" && !store_;
+    if (is_read_first) {
+        waiting_for_load_.push_back(std::move(answer));
+    } else {
+        answer();
+    }
+    if (word == "reload") load();
 }
 
 std::string daemon_t::status_text() const {

@@ -2,8 +2,10 @@
 #ifndef TOOLS_NAT64D_DAEMON_H
 #define TOOLS_NAT64D_DAEMON_H
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "reconcile/scrape.h"
 #include "tools/nat64d/control.h"
@@ -33,8 +35,8 @@ private:
     std::string open_file();
     std::string open_store();
     void load();
-    void load_file();
-    taken_t take(const std::string &text, const std::string &name);
+    nat64::task<> load_file();
+    nat64::task<taken_t> take(const std::string &text, std::string name);
     void asked(const std::string &word, control_t::reply_fn_t reply);
     std::string status_text() const;
     void changed();
@@ -51,7 +53,9 @@ private:
     std::optional<file_watch_t> watch_;
     std::optional<store_link_t> store_;   /* null: the document comes from a file */
     std::optional<nat64::task<>> scrape_; /* under way, or the last one */
-    std::string said_;                    /* to systemd, last; empty: nothing yet */
+    std::optional<nat64::task<>> load_;   /* likewise */
+    std::vector<std::function<void()>> waiting_for_load_;
+    std::string said_; /* to systemd, last; empty: nothing yet */
     bool is_ending_ = false;
 };
 

@@ -76,7 +76,7 @@ nat64::task<> store_follower_t::run() {
         is_watching_ = false;
         const bool is_there = error.kind == kind_t::malformed || error.kind == kind_t::compacted;
         if (!is_there) lose(error.text);
-        if (!offered_) read_kept();
+        if (!offered_) co_await read_kept();
         if (was_steady) backoff.reset();
         const uint64_t pause_ms = backoff.next(error.kind == kind_t::rights ? rights_pause_ms : last_pause_ms);
         co_await fwx::host::sleep(loop_, std::chrono::milliseconds(pause_ms));
@@ -135,30 +135,30 @@ nat64::task<etcd_error_t> store_follower_t::bring(fleet_document_t document) {
     if (text.error) co_return text.error;
     fetched_.clear();
     must_hand_over_ = false;
-    offer(std::move(document), std::move(text.value));
+    co_await offer(std::move(document), std::move(text.value));
     co_return {};
 }
 
 /** Begins with what was in force last. */
-void store_follower_t::read_kept() {
+nat64::task<> store_follower_t::read_kept() {
     std::string ignored;
     std::optional<std::string> text = read_file(kept_path_, ignored);
-    if (!text) return;
+    if (!text) co_return;
     std::optional<fleet_document_t> document = take_kept(*text);
     if (!document) {
         log_event(log_level_t::error, "state", {{"reason", kept_path_ + ": not as it was written, and left alone"}});
-        return;
+        co_return;
     }
     log_event(log_level_t::warning, "store_unreachable",
               {{"document", name_of(*document)}, {"pushed_at", document->pushed_at}});
-    offer(std::move(*document), std::move(*text));
+    co_await offer(std::move(*document), std::move(*text));
 }
 
-void store_follower_t::offer(fleet_document_t document, std::string text) {
+nat64::task<> store_follower_t::offer(fleet_document_t document, std::string text) {
     status_.refused_version = 0;
     status_.refused_document.clear();
     status_.refused_reason.clear();
-    const taken_t taken = on_.take(text, name_of(document));
+    const taken_t taken = co_await on_.take(text, name_of(document));
     const bool is_taken = taken.reason.empty();
     if (!is_taken) text.clear();
     offered_ = offer_t{std::move(document), taken.hash, std::move(text)};

@@ -27,8 +27,8 @@ struct taken_t {
 class store_follower_t {
 public:
     struct handlers_t {
-        /** Takes a document's text; `name` is for people. */
-        std::function<taken_t(const std::string &text, const std::string &name)> take;
+        /** Takes a document's text, which outlives the task; `name` is for people. */
+        std::function<nat64::task<taken_t>(const std::string &text, std::string name)> take;
         /** Hears of what can never be in force. */
         std::function<void(const std::string &name, const std::string &reason)> refuse;
     };
@@ -62,8 +62,8 @@ private:
     nat64::task<etcd_error_t> follow();
     nat64::task<etcd_error_t> bring(fleet_document_t document);
     void lose(const std::string &reason);
-    void read_kept();
-    void offer(fleet_document_t document, std::string text);
+    nat64::task<> read_kept();
+    nat64::task<> offer(fleet_document_t document, std::string text);
     void keep(const offer_t &offer) const;
     void refuse(const fleet_document_t &document, const std::string &reason);
     bool note_refused(const fleet_document_t &document, const std::string &reason);
