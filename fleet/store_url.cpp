@@ -1,11 +1,9 @@
 #include "fleet/store_url.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
+#include "records/value.h"
 #include "state/read_file.h"
 
 namespace {
@@ -21,25 +19,12 @@ bool is_made_of(std::string_view text, std::string_view others) {
     });
 }
 
-bool is_port(std::string_view text) {
-    uint16_t port = 0;
-    const char *const end = text.data() + text.size();
-    const auto [rest, failed] = std::from_chars(text.data(), end, port);
-    return failed == std::errc() && rest == end && port != 0;
-}
-
-bool is_host(std::string_view text) {
-    const bool is_v6 = text.size() > 2 && text.front() == '[' && text.back() == ']';
-    in6_addr address{};
-    if (is_v6) return inet_pton(AF_INET6, std::string(text.substr(1, text.size() - 2)).c_str(), &address) == 1;
-    return !text.empty() && text.size() <= most_host_bytes && is_made_of(text, ".-_");
-}
-
 /** Returns what is wrong. */
 std::string read_endpoint(std::string_view text, const std::string &protocol, store_t &store) {
-    const size_t colon = text.rfind(':');
-    const bool is_good =
-        colon != std::string_view::npos && is_host(text.substr(0, colon)) && is_port(text.substr(colon + 1));
+    std::string_view host;
+    uint16_t port = 0;
+    const bool is_good = parse_host_port(text, host, port) && port != 0 && host.size() <= most_host_bytes &&
+                         (text.front() == '[' || is_made_of(host, ".-_"));
     if (!is_good) {
         return '"' + std::string(text) + "\": must be HOST:PORT, with a name, an IPv4 address or [an IPv6 address]";
     }

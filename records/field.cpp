@@ -24,7 +24,8 @@ std::string range_text(uint64_t min, uint64_t max) {
 
 std::string number_form(const record_field_t &field) {
     std::string text = range_text(field.min, field.max);
-    if (field.is_time) text += " seconds, or a time such as 2h4m";
+    if (field.time_unit_ms == 1000) text += " seconds, or a time such as 2h4m";
+    if (field.time_unit_ms == 1) text += " milliseconds, or a time such as 250ms or 5s";
     if (field.names == nullptr) return text;
     const char *separator = ", or ";
     for (const wire_value_name_t &each : *field.names) {
@@ -37,7 +38,8 @@ std::string number_form(const record_field_t &field) {
 bool parse_field_number(const record_field_t &field, std::string_view text, uint64_t &out) {
     const wire_value_name_t *named = field.names == nullptr ? nullptr : field.names->find(text);
     if (named != nullptr) out = named->value;
-    return named != nullptr || (field.is_time ? parse_seconds(text, out) : parse_number(text, out));
+    return named != nullptr ||
+           (field.time_unit_ms != 0 ? parse_duration(text, field.time_unit_ms, out) : parse_number(text, out));
 }
 
 std::string read_number(const record_field_t &field, std::string_view text, uint8_t *out, size_t width) {

@@ -43,13 +43,13 @@ struct record_field_t {
     uint16_t width;          /* bytes */
     uint16_t length_offset;  /* of the byte with a prefix's length */
     uint16_t valid_offset;   /* of the 32-bit flag that says that the field is given, or record_nowhere */
+    uint16_t time_unit_ms;   /* what a number counts that is also written as `5m` or `2h4m`; 0: it is no time */
     record_kind_t kind;
     uint8_t taken_on;          /* operations that take the field */
     uint8_t required_on;       /* operations that need it */
     bool is_key;               /* names the item, with the other fields that do */
     bool is_fixed;             /* a modification leaves it as it is: the item must be deleted and added again */
     bool is_spelling;          /* reads what other fields say, in another way, and is not written */
-    bool is_time;              /* a number of seconds, also written as `5m` or `2h4m` */
     bool embeds_ipv4;          /* a prefix behind which IPv4 addresses stand */
     const wire_names_t *names; /* of values; null: none have names */
 
@@ -76,7 +76,8 @@ struct record_field_t {
     constexpr record_field_t fixed() const { return with(&record_field_t::is_fixed, true); }
     constexpr record_field_t known_as(std::string_view other) const { return with(&record_field_t::also, other); }
     constexpr record_field_t named(const wire_names_t &values) const { return with(&record_field_t::names, &values); }
-    constexpr record_field_t in_seconds() const { return with(&record_field_t::is_time, true); }
+    constexpr record_field_t in_seconds() const { return with(&record_field_t::time_unit_ms, 1000); }
+    constexpr record_field_t in_milliseconds() const { return with(&record_field_t::time_unit_ms, 1); }
     constexpr record_field_t spelling() const { return with(&record_field_t::is_spelling, true); }
     constexpr record_field_t embedding() const { return with(&record_field_t::embeds_ipv4, true); }
 
@@ -102,10 +103,10 @@ constexpr record_field_t record_field(std::string_view option, const char *name,
             static_cast<uint16_t>(width),
             record_nowhere,
             record_nowhere,
+            0,
             kind,
             record_on_any,
             0,
-            false,
             false,
             false,
             false,

@@ -104,22 +104,25 @@ bool parse_number(std::string_view text, uint64_t &out) {
     return error == std::errc() && stop == end;
 }
 
-bool parse_seconds(std::string_view text, uint64_t &out) {
+bool parse_duration(std::string_view text, uint32_t unit_ms, uint64_t &out) {
     if (text.empty() || parse_number(text, out)) return !text.empty();
-    out = 0;
     constexpr struct {
-        char letter;
-        uint32_t seconds;
-    } units[] = {{'d', 86400}, {'h', 3600}, {'m', 60}, {'s', 1}};
+        std::string_view name;
+        uint32_t ms;
+    } units[] = {{"d", 86400000}, {"h", 3600000}, {"m", 60000}, {"s", 1000}, {"ms", 1}};
+    uint64_t total_ms = 0;
     for (const auto &unit : units) {
         const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-        if (digits == text.size() || text[digits] != unit.letter) continue;
-        uint64_t count = 0;
-        if (!parse_number(text.substr(0, digits), count) || count > UINT32_MAX) return false;
-        out += count * unit.seconds;
-        text.remove_prefix(digits + 1);
+        const std::string_view behind = text.substr(digits);
+        if (behind.substr(0, std::min(behind.find_first_of("0123456789"), behind.size())) != unit.name) continue;
+        uint64_t part = 0;
+        const bool fits = parse_number(text.substr(0, digits), part) && !__builtin_mul_overflow(part, unit.ms, &part) &&
+                          !__builtin_add_overflow(total_ms, part, &total_ms);
+        if (!fits) return false;
+        text.remove_prefix(digits + unit.name.size());
     }
-    return text.empty();
+    out = total_ms / unit_ms;
+    return text.empty() && total_ms % unit_ms == 0;
 }
 
 bool parse_address(std::string_view text, fwx_nat64_addr_t &out) {
@@ -143,6 +146,25 @@ bool parse_address_bytes(int family, std::string_view text, void *out) {
     if (!fits) return false;
     terminated[text.copy(terminated, text.size())] = '\0';
     return inet_pton(family, terminated, out) == 1;
+}
+
+bool parse_host_port(std::string_view text, std::string_view &host, uint16_t &port) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos) return false;
+    const char *const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, port);
+    host = text.substr(0, colon);
+    const bool has_brackets = host.size() > 1 && host.front() == '[' && host.back() == ']';
+    if (has_brackets) host = host.substr(1, host.size() - 2);
+    in6_addr address;
+    const bool is_host = has_brackets ? parse_address_bytes(AF_INET6, host, &address)
+                                      : !host.empty() && host.find_first_of("[]:") == std::string_view::npos;
+    return is_host && error == std::errc() && stop == end;
+}
+
+bool parse_address_port(std::string_view text, fwx_nat64_addr_t &address, uint16_t &port) {
+    std::string_view host;
+    return parse_host_port(text, host, port) && parse_address(host, address);
 }
 
 char *write_address(int family, const void *bytes, char *out) {

@@ -15,8 +15,11 @@
 /** Reads a decimal or 0x-hexadecimal number. */
 bool parse_number(std::string_view text, uint64_t &out);
 
-/** Reads a number of seconds: `300`, `300s`, or `1d2h3m4s` with any of its parts, in that order. */
-bool parse_seconds(std::string_view text, uint64_t &out);
+/**
+ * Reads a time as a number of units of `unit_ms` milliseconds: a plain number of them, or `1d2h3m4s5ms` with any of its
+ * parts, in that order. A time that is not a whole number of units is refused.
+ */
+bool parse_duration(std::string_view text, uint32_t unit_ms, uint64_t &out);
 
 /** Reads an address of either family; IPv4 in host order. */
 bool parse_address(std::string_view text, fwx_nat64_addr_t &out);
@@ -32,6 +35,11 @@ char *write_address(int family, const void *bytes, char *out);
 std::string address_text(int family, const void *bytes);
 /** Text of an address record; IPv4 in host order. */
 std::string address_text(const fwx_nat64_addr_t &address);
+
+/** Splits `host:80` or `[2001:db8::1]:80`; `host` is then without brackets. Of hosts, only IPv6 addresses have them. */
+bool parse_host_port(std::string_view text, std::string_view &host, uint16_t &port);
+/** Reads `192.0.2.1:80` or `[2001:db8::1]:80`; IPv4 in host order. */
+bool parse_address_port(std::string_view text, fwx_nat64_addr_t &address, uint16_t &port);
 
 /** Text of a prefix of that many bits, of which the first `size` bytes stand at `bytes`: `2001:db8::/32`. */
 std::string prefix_text(int family, const void *bytes, size_t size, uint32_t length);

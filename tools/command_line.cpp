@@ -7,18 +7,6 @@
 
 namespace {
 
-std::string read_duration(const std::string &option, const std::string &text, uint64_t &seconds) {
-    constexpr uint64_t longest = 86400;
-    const size_t digits = text.find_first_not_of("0123456789");
-    const std::string unit = digits == std::string::npos ? "s" : text.substr(digits);
-    const uint64_t factor = unit == "s" ? 1 : unit == "m" ? 60 : unit == "h" ? 3600 : 0;
-    const std::string count = text.substr(0, digits);
-    const bool is_number = factor != 0 && !count.empty() && count.size() <= 5;
-    seconds = is_number ? std::stoul(count) * factor : 0;
-    if (seconds != 0 && seconds <= longest) return "";
-    return record_field_error(option, text, "1 second to 24 hours, as 30s, 5m or 1h");
-}
-
 /** The words that were recognised as a command, or as the beginning of one. */
 std::string path_of(const CLI::App &root) {
     std::string path;
@@ -225,10 +213,4 @@ option_spec_t &flag_field(command_spec_t &command, const std::string &option, bo
     spec.meaning = meaning;
     spec.flag = &out;
     return command.add(std::move(spec));
-}
-
-option_spec_t &duration_field(command_spec_t &command, const std::string &option, uint64_t &out_s,
-                              const std::string &meaning) {
-    auto read = [option, &out_s](const std::string &text) { return read_duration(option, text, out_s); };
-    return text_field(command, option, read, meaning, "TIME");
 }

@@ -108,6 +108,23 @@ option_spec_t &number_field(command_spec_t &command, const char *option, number_
     return add_field(
         command, record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning).within(min, max), &out);
 }
+/** A time in milliseconds. */
+template <typename number_t>
+option_spec_t &milliseconds_field(command_spec_t &command, const char *option, number_t &out, const char *meaning,
+                                  uint64_t min, uint64_t max) {
+    return add_field(
+        command,
+        record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning).within(min, max).in_milliseconds(),
+        &out);
+}
+/** A time of a second to a day, in seconds. */
+inline option_spec_t &duration_field(command_spec_t &command, const char *option, uint64_t &out_s,
+                                     const char *meaning) {
+    return add_field(
+        command,
+        record_field(option, nullptr, record_kind_t::number, 0, sizeof out_s, meaning).within(1, 86400).in_seconds(),
+        &out_s);
+}
 /** An IP protocol, by name or number. */
 inline option_spec_t &protocol_field(command_spec_t &command, const char *option, uint32_t &out, const char *meaning) {
     return add_field(command,
@@ -138,10 +155,6 @@ struct choice_t {
 /** One of a few words. */
 option_spec_t &choice_field(command_spec_t &command, const std::string &option, uint32_t &out,
                             std::vector<choice_t> choices, const std::string &meaning);
-
-/** A time, `5m`, of a second to a day; in seconds. */
-option_spec_t &duration_field(command_spec_t &command, const std::string &option, uint64_t &out_s,
-                              const std::string &meaning);
 
 /** An option without a value: true when it is given. */
 option_spec_t &flag_field(command_spec_t &command, const std::string &option, bool &out, const std::string &meaning);

@@ -91,7 +91,7 @@ form_t form_of(const record_family_t &family, const record_field_t &field) {
     switch (field.kind) {
         case record_kind_t::number: {
             const char *letter = number_letter(field.width);
-            if (field.is_time) return {"Seconds", "seconds(" + name + limits + ")", letter, field.width};
+            if (field.time_unit_ms != 0) return {"Seconds", "seconds(" + name + limits + ")", letter, field.width};
             if (field.names == nullptr) return {"int", "number(" + name + limits + ")", letter, field.width};
             const text_t table = name_table(field.names, command_word(family) + "_" + field.name);
             return {"Named", "named(" + name + limits + ", " + table + ")", letter, field.width};

@@ -41,6 +41,94 @@ TEST(records_test, addresses_are_written_as_the_c_library_writes_them) {
     }
 }
 
+TEST(records_test, times_have_units_and_are_whole_numbers_of_the_unit_that_is_asked_for) {
+    struct time_t {
+        const char *text;
+        std::optional<uint64_t> seconds;
+        std::optional<uint64_t> milliseconds;
+    };
+    const time_t times[] = {
+        {"0", 0, 0},
+        {"300", 300, 300},
+        {"0x10", 16, 16},
+        {"5s", 5, 5000},
+        {"5m", 300, 300000},
+        {"1h30m", 5400, 5400000},
+        {"2d", 172800, 172800000},
+        {"1d2h3m4s5ms", std::nullopt, 93784005},
+        {"250ms", std::nullopt, 250},
+        {"3000ms", 3, 3000},
+        {"1m1ms", std::nullopt, 60001},
+        {"18446744073709551615", UINT64_MAX, UINT64_MAX},
+        {"18446744073709551615ms", std::nullopt, UINT64_MAX},
+        {"18446744073709551s", 18446744073709551, 18446744073709551000U},
+        {"18446744073709551616", std::nullopt, std::nullopt},
+        {"18446744073709552s", std::nullopt, std::nullopt},
+        {"213503982334d14h25m51s616ms", std::nullopt, std::nullopt},
+        {"", std::nullopt, std::nullopt},
+        {"s", std::nullopt, std::nullopt},
+        {"ms", std::nullopt, std::nullopt},
+        {"-1", std::nullopt, std::nullopt},
+        {"-1s", std::nullopt, std::nullopt},
+        {"+1s", std::nullopt, std::nullopt},
+        {"1.5s", std::nullopt, std::nullopt},
+        {"1 s", std::nullopt, std::nullopt},
+        {"5sec", std::nullopt, std::nullopt},
+        {"5S", std::nullopt, std::nullopt},
+        {"1h30", std::nullopt, std::nullopt},
+        {"4m2h", std::nullopt, std::nullopt},
+        {"1s1s", std::nullopt, std::nullopt},
+        {"0x1s", std::nullopt, std::nullopt},
+    };
+    const auto read = [](const char *text, uint32_t unit_ms) {
+        uint64_t value = 0;
+        return parse_duration(text, unit_ms, value) ? std::optional(value) : std::nullopt;
+    };
+    for (const time_t &time : times) {
+        EXPECT_EQ(read(time.text, 1000), time.seconds) << time.text;
+        EXPECT_EQ(read(time.text, 1), time.milliseconds) << time.text;
+    }
+}
+
+TEST(records_test, an_address_with_a_port_has_brackets_if_it_is_of_ipv6) {
+    const std::pair<const char *, const char *> places[] = {
+        {"192.0.2.1:80", "192.0.2.1 80"},
+        {"192.0.2.1:0", "192.0.2.1 0"},
+        {"[2001:db8::1]:65535", "2001:db8::1 65535"},
+        {"[::1]:080", "::1 80"},
+        {"192.0.2.1:65536", ""},
+        {"192.0.2.1:-1", ""},
+        {"192.0.2.1:+1", ""},
+        {"192.0.2.1:0x50", ""},
+        {"192.0.2.1:80 ", ""},
+        {"192.0.2.1:", ""},
+        {"192.0.2.1", ""},
+        {"192.0.2:80", ""},
+        {"[192.0.2.1]:80", ""},
+        {"2001:db8::1:80", ""},
+        {"[2001:db8::1]", ""},
+        {"[2001:db8::1]80", ""},
+        {"[2001:db8::1:80", ""},
+        {"2001:db8::1]:80", ""},
+        {"[]:80", ""},
+        {":80", ""},
+        {":", ""},
+        {"", ""},
+    };
+    for (const auto &[text, expected] : places) {
+        fwx_nat64_addr_t address;
+        uint16_t port = 0;
+        const bool is_read = parse_address_port(text, address, port);
+        EXPECT_EQ(is_read ? address_text(address) + " " + std::to_string(port) : "", expected) << text;
+    }
+    std::string_view host;
+    uint16_t port = 0;
+    EXPECT_TRUE(parse_host_port("store-1.example:2379", host, port));
+    EXPECT_EQ(host, "store-1.example");
+    EXPECT_EQ(port, 2379);
+    EXPECT_FALSE(parse_host_port("a:b:80", host, port));
+}
+
 TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
     struct line_t {
         std::string line;

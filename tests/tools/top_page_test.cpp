@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "tools/natctl/top.h"
-#include "tools/natctl/top_command.h"
 
 namespace {
 
@@ -89,18 +88,6 @@ TEST(top_page_test, what_is_not_known_is_said_and_no_text_reaches_the_terminal_a
               R"({"source":"server \u001b[2Jx","time":null,"problem":"trying again: no server","in_step":null,)"
               R"("totals":{},"limits":[],"pools":[{"id":9,"addresses":1,"sessions":0,"use":0.0}],"mappings":[],)"
               R"("has_more":{"pools":true,"mappings":false},"commands":[],"command_times":null})");
-}
-
-TEST(top_command_test, intervals_have_units_and_bounds) {
-    uint64_t ms = 0;
-    for (const auto &[text, expected] : {std::pair("100ms", 100U), std::pair("2s", 2000U), std::pair("3", 3000U),
-                                         std::pair("1m30s", 90000U), std::pair("24h", 86400000U)}) {
-        EXPECT_EQ(read_interval(text, ms), "") << text;
-        EXPECT_EQ(ms, expected) << text;
-    }
-    for (const char *text : {"", "0", "99ms", "ms", "x", "-1s", "86401s", "18446744073709551615s"}) {
-        EXPECT_NE(read_interval(text, ms).find("--interval"), std::string::npos) << text;
-    }
 }
 
 }  // namespace

@@ -72,8 +72,8 @@ void add_client_options(command_spec_t &root, options_t &options) {
     flag_field(root, "--dry-run", options.dry_run, "Checks and encodes, and shows the message instead of sending it");
     flag_field(root, "--keep-going", options.keep_going, "Goes on after a failure in a batch");
     number_field(root, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
-    number_field(root, "--timeout", options.timeout_ms, "milliseconds to wait for an answer, 5000 without it", 1,
-                 INT32_MAX);
+    milliseconds_field(root, "--timeout", options.timeout_ms, "time to wait for an answer, 5s without it", 1,
+                       INT32_MAX);
     const auto connect = [&options](const std::string &name) {
         options.connect = name;
         return name.empty() ? record_field_error("--connect", name, "the name of a server") : "";
@@ -186,8 +186,8 @@ private:
     void add_top() {
         command_spec_t &top_spec =
             add(mode_t::top, "top", "Shows how the server of --connect does, until q or an interrupt");
-        const auto read = [this](const std::string &word) { return read_interval(word, top.interval_ms); };
-        text_field(top_spec, "--interval", read, "time between two looks, 1s without it", "TIME");
+        milliseconds_field(top_spec, "--interval", top.interval_ms, "time between two looks, 1s without it", 100,
+                           86400000);
         flag_field(top_spec, "--once", top.is_once, "looks once");
     }
 

@@ -22,11 +22,8 @@ struct explain_t {
 
 std::string read_address(const std::string &text, explain_t &out) {
     if (parse_address(text, out.address)) return {};
-    const size_t colon = text.rfind(':');
-    uint64_t port = 0;
-    const bool has_port = colon != std::string::npos && parse_ipv4(text.substr(0, colon), out.address) &&
-                          parse_number(text.substr(colon + 1), port) && port <= UINT16_MAX;
-    out.port = static_cast<uint16_t>(port);
+    const bool has_port =
+        parse_address_port(text, out.address, out.port.emplace()) && out.address.family == FWX_NAT64_FAMILY_IPV4;
     return has_port ? "" : record_field_error("address", text, "as 192.0.2.18, 192.0.2.18:1232 or 2001:db8::1");
 }
 

@@ -8,8 +8,6 @@
 #include <optional>
 
 #include "fwx_host/loop.h"
-#include "records/field.h"
-#include "records/value.h"
 #include "tools/natctl/screen.h"
 #include "tools/natctl/top.h"
 #include "tools/natctl/top_server.h"
@@ -120,20 +118,6 @@ top_look_t look_once(top_server_t &server) {
 }
 
 }  // namespace
-
-std::string read_interval(const std::string &text, uint64_t &interval_ms) {
-    constexpr uint64_t least_ms = 100;
-    constexpr uint64_t most_ms = 86400000;
-    constexpr std::string_view milliseconds = "ms";
-    const bool is_in_ms = text.size() > milliseconds.size() &&
-                          text.compare(text.size() - milliseconds.size(), milliseconds.size(), milliseconds) == 0;
-    const std::string_view count = std::string_view(text).substr(0, text.size() - (is_in_ms ? milliseconds.size() : 0));
-    const bool is_number =
-        is_in_ms ? parse_number(count, interval_ms) : parse_seconds(count, interval_ms) && interval_ms <= most_ms;
-    if (!is_in_ms) interval_ms *= 1000;
-    if (is_number && interval_ms >= least_ms && interval_ms <= most_ms) return "";
-    return record_field_error("--interval", text, "100ms to 24h, as 500ms, 2s or 1m");
-}
 
 outcome_t top(const top_options_t &wanted, const options_t &options, bool is_terminal, output_t &output) {
     top_server_t server(options);

@@ -3,7 +3,6 @@
 #define TOOLS_NATCTL_TOP_COMMAND_H
 
 #include <cstdint>
-#include <string>
 
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
@@ -13,9 +12,6 @@ struct top_options_t {
     uint64_t interval_ms = 1000;
     bool is_once = false;
 };
-
-/** What is wrong with an interval such as `500ms`, `2s` or `1m`, or an empty text. */
-std::string read_interval(const std::string &text, uint64_t &interval_ms);
 
 /**
  * Looks until a signal or, on a terminal, the key q ends it; with JSON in one document, with `is_once`, and where the
