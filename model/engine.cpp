@@ -64,8 +64,8 @@ void model_engine_t::changed(uint32_t op_code, const void *payload) {
         case FWX_NAT64_CFG_POOL_DEL:
             close_of(pools, read(fwx_nat64_delete_payload_t{}).id);
             break;
-        case saved_basic_rule_delete: {
-            const auto rule = read(indexed_rule_t{}).rule;
+        case record_kept_basic_rule_del: {
+            const auto rule = read(kept_rule_t{}).rule;
             lookups.erase({rule.rule_id, rule.domain_id});
             break;
         }

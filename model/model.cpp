@@ -6,11 +6,11 @@
 #include "fwx_nat64/client.h"
 #include "model/engine.h"
 
-static_assert(FWX_NAT64_MODEL_SAVED_BASIC_RULE == saved_basic_rule);
-static_assert(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE == saved_default_rule);
-static_assert(FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL == saved_basic_rule_delete);
-static_assert(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_MOD == saved_default_rule_modify);
-static_assert(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL == saved_default_rule_delete);
+static_assert(FWX_NAT64_MODEL_SAVED_BASIC_RULE == record_kept_basic_rule);
+static_assert(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE == record_kept_default_rule);
+static_assert(FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL == record_kept_basic_rule_del);
+static_assert(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_MOD == record_kept_default_rule_mod);
+static_assert(FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL == record_kept_default_rule_del);
 static_assert(FWX_NAT64_MODEL_IN_ORDER == static_cast<uint32_t>(reply_order_t::in_order));
 static_assert(FWX_NAT64_MODEL_REVERSE == static_cast<uint32_t>(reply_order_t::reverse));
 static_assert(FWX_NAT64_MODEL_SHUFFLED == static_cast<uint32_t>(reply_order_t::shuffled));

@@ -11,10 +11,13 @@
 
 #include "fwx_nat64/fwx_nat64.h"
 
-/* Op codes of rules, which travel in messages without one. A server model saves rules under the same numbers. */
+/* What stands for commands of MAP-T rules among the op codes, since rules have messages of their own: a command's
+ * payload is a kept_rule_t or fwx_nat64_mapt_dmr_t. The index under which a rule is deleted does not matter, nor do its
+ * prefixes. */
 constexpr uint32_t record_kept_basic_rule = 0x10000;
 constexpr uint32_t record_kept_default_rule = 0x10001;
 constexpr uint32_t record_kept_basic_rule_del = 0x10002;
+constexpr uint32_t record_kept_default_rule_mod = 0x10003;
 constexpr uint32_t record_kept_default_rule_del = 0x10004;
 
 /** A basic rule as it is kept. Clients know an installed rule by the index. */

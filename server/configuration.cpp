@@ -140,11 +140,11 @@ constexpr config_command_t commands[] = {
     kept_as<&loggings_t::remove>(FWX_NAT64_CFG_LOGGING_DEL, FWX_NAT64_CFG_LOGGING_ADD),
     not_kept<&classifier_t::end_batch>(FWX_NAT64_CFG_END_BATCH),
     not_kept<&classifier_t::update>(FWX_NAT64_CFG_CLASSIFIER_UPDATE),
-    kept<&rules_t::basic_restore, &rules_t::by_index>(saved_basic_rule),
-    kept_as<&rules_t::basic_remove>(saved_basic_rule_delete, saved_basic_rule),
-    kept<&rules_t::default_add, &rules_t::defaults>(saved_default_rule),
-    kept_as<&rules_t::default_modify>(saved_default_rule_modify, saved_default_rule),
-    kept_as<&rules_t::default_remove>(saved_default_rule_delete, saved_default_rule),
+    kept<&rules_t::basic_restore, &rules_t::by_index>(record_kept_basic_rule),
+    kept_as<&rules_t::basic_remove>(record_kept_basic_rule_del, record_kept_basic_rule),
+    kept<&rules_t::default_add, &rules_t::defaults>(record_kept_default_rule),
+    kept_as<&rules_t::default_modify>(record_kept_default_rule_mod, record_kept_default_rule),
+    kept_as<&rules_t::default_remove>(record_kept_default_rule_del, record_kept_default_rule),
 };
 
 constexpr const config_command_t *find(uint32_t op_code) {

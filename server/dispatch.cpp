@@ -103,8 +103,8 @@ uint32_t set_basic_rule(server_state_t &server, const fwx_nat64_bmr_msg_t &comma
     reply->domain_id = command.domain_id;
     reply->op = command.op;
     const bool is_added = command.op == FWX_NAT64_OP_ADD;
-    const uint32_t op_code = is_added ? saved_basic_rule : saved_basic_rule_delete;
-    indexed_rule_t rule{};
+    const uint32_t op_code = is_added ? record_kept_basic_rule : record_kept_basic_rule_del;
+    kept_rule_t rule{};
     rule.rule.rule_id = command.rule_id;
     rule.rule.domain_id = command.domain_id;
     if (is_added) rule.rule = rule_of(command);
@@ -123,9 +123,10 @@ uint32_t set_default_rule(server_state_t &server, const request_t &request, uint
     reply->rule_id = rule.id;
     reply->rule_type = FWX_NAT64_MAPT_RULE_DMR;
     reply->op = request.read<uint32_t>(offsetof(fwx_nat64_dmr_msg_t, op));
-    constexpr uint32_t saved_as[] = {saved_default_rule, saved_default_rule_modify, saved_default_rule_delete};
+    constexpr uint32_t kept_as[] = {record_kept_default_rule, record_kept_default_rule_mod,
+                                    record_kept_default_rule_del};
     const uint32_t op = reply->op - FWX_NAT64_OP_ADD;
-    if (code == 0) code = op < std::size(saved_as) ? configure(server, saved_as[op], &rule) : FWX_NAT64_MODEL_ERR_VALUE;
+    if (code == 0) code = op < std::size(kept_as) ? configure(server, kept_as[op], &rule) : FWX_NAT64_MODEL_ERR_VALUE;
     return code;
 }
 

@@ -32,8 +32,8 @@ public:
     configuration_t config;
 
     /** Returns the code with which this engine refuses a configuration command, before the configuration has seen it:
-     * the command may still be one that the configuration does not accept. Rules come as saved_basic_rule and so on,
-     * with index 0. `payload` has the size that belongs to `op_code`. */
+     * the command may still be one that the configuration does not accept. Rules come as record_kept_basic_rule and so
+     * on, with index 0. `payload` has the size that belongs to `op_code`. */
     virtual uint32_t refusal(uint32_t op_code, const void *payload) const = 0;
     /** Hears of each change that `config` has accepted and already holds, be it a command's or one that is restored,
      * before the command is answered. Arguments as for refusal; a rule that a command sets has its index. */

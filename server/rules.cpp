@@ -54,7 +54,7 @@ uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_r
     return result;
 }
 
-uint32_t rules_t::basic_restore(const indexed_rule_t &rule) {
+uint32_t rules_t::basic_restore(const kept_rule_t &rule) {
     const rule_key_t key = key_of(rule.rule);
     if (basic.count(key) != 0) return FWX_NAT64_MODEL_ERR_EXISTS;
     if (!lengths_ok(rule.rule) || !indices.take(rule.index)) return FWX_NAT64_MODEL_ERR_VALUE;
@@ -62,7 +62,7 @@ uint32_t rules_t::basic_restore(const indexed_rule_t &rule) {
     return by_index.add(rule.index, rule);
 }
 
-uint32_t rules_t::basic_remove(const indexed_rule_t &rule) {
+uint32_t rules_t::basic_remove(const kept_rule_t &rule) {
     uint32_t index = 0;
     return remove(key_of(rule.rule), &index);
 }

@@ -7,16 +7,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "records/payload.h"
 #include "server/table.h"
-
-/* What stands for commands of MAP-T rules among the op codes, since rules have messages of their own: a command's
- * payload is an indexed_rule_t or fwx_nat64_mapt_dmr_t. The index under which a rule is deleted does not matter, nor do
- * its prefixes. */
-constexpr uint32_t saved_basic_rule = 0x10000;
-constexpr uint32_t saved_default_rule = 0x10001;
-constexpr uint32_t saved_basic_rule_delete = 0x10002;
-constexpr uint32_t saved_default_rule_modify = 0x10003;
-constexpr uint32_t saved_default_rule_delete = 0x10004;
 
 /** Numbers from 1 on that are given out, the lowest free one first. What is free is kept as runs, so a lone high number
  * costs no more than a low one. */
@@ -61,11 +53,6 @@ struct rule_key_hash_t {
     }
 };
 
-struct indexed_rule_t {
-    uint32_t index;
-    fwx_nat64_mapt_bmr_t rule;
-};
-
 /** The rule that a command names; its prefixes have their first byte first. */
 fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command);
 /** The command that adds a rule. */
@@ -73,15 +60,15 @@ fwx_nat64_bmr_msg_t command_of(const fwx_nat64_mapt_bmr_t &rule);
 
 struct rules_t {
     std::unordered_map<rule_key_t, uint32_t, rule_key_hash_t> basic; /* index of the rule */
-    table_t<uint32_t, indexed_rule_t> by_index;                      /* the same rules */
+    table_t<uint32_t, kept_rule_t> by_index;                         /* the same rules */
     table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
     bool orders_cleanup = false; /* with the delete of the last basic rule */
 
     /** Carries a command out and fills the fields of its reply that depend on the outcome. */
     uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);
     /** Adds a basic rule under an index that is free. */
-    uint32_t basic_restore(const indexed_rule_t &rule);
-    uint32_t basic_remove(const indexed_rule_t &rule);
+    uint32_t basic_restore(const kept_rule_t &rule);
+    uint32_t basic_remove(const kept_rule_t &rule);
     uint32_t default_add(const fwx_nat64_mapt_dmr_t &rule);
     uint32_t default_modify(const fwx_nat64_mapt_dmr_t &rule);
     uint32_t default_remove(const fwx_nat64_mapt_dmr_t &rule);

@@ -17,7 +17,7 @@ public:
     bool has_session = true;
 
     uint32_t refusal(uint32_t op_code, const void *) const override {
-        return op_code >= saved_basic_rule || op_code == FWX_NAT64_CFG_ADJ_SET ? not_here : 0;
+        return op_code >= record_kept_basic_rule || op_code == FWX_NAT64_CFG_ADJ_SET ? not_here : 0;
     }
     void changed(uint32_t op_code, const void *) override { heard.push_back(op_code); }
     bool needs_commit() const override { return true; }

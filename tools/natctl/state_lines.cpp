@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "config/notation.h"
-#include "fwx_nat64_model/model.h"
 #include "records/families.h"
 #include "records/value.h"
 
@@ -16,14 +15,8 @@ std::string digits_line(uint32_t op_code, const uint8_t *payload, size_t size) {
     return std::to_string(op_code) + " " + hex_digits(payload, size);
 }
 
-static_assert(record_kept_basic_rule == FWX_NAT64_MODEL_SAVED_BASIC_RULE &&
-                  record_kept_default_rule == FWX_NAT64_MODEL_SAVED_DEFAULT_RULE &&
-                  record_kept_basic_rule_del == FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL &&
-                  record_kept_default_rule_del == FWX_NAT64_MODEL_SAVED_DEFAULT_RULE_DEL,
-              "the model saves rules under the op codes of their families");
-
 bool is_rule(uint32_t op_code) {
-    return op_code == FWX_NAT64_MODEL_SAVED_BASIC_RULE || op_code == FWX_NAT64_MODEL_SAVED_BASIC_RULE_DEL;
+    return op_code == record_kept_basic_rule || op_code == record_kept_basic_rule_del;
 }
 
 }  // namespace
