@@ -1,6 +1,9 @@
 /* What the sweep plays: each scenario is a life of a binding in which every command is accepted while nothing fails. */
+#include <cstdlib>
 #include <cstring>
 
+#include "records/reader.h"
+#include "records/words.h"
 #include "stage.h"
 
 namespace {
@@ -9,35 +12,19 @@ constexpr uint32_t add = FWX_NAT64_OP_ADD;
 constexpr uint32_t del = FWX_NAT64_OP_DEL;
 constexpr uint32_t missing_leaf = 22;
 
-fwx_nat64_addr_t ipv4(uint32_t address) {
-    fwx_nat64_addr_t record{};
-    std::memcpy(record.addr, &address, sizeof(address));
-    return record;
-}
-
-void add_pool(stage_t &stage, uint32_t id) {
-    const fwx_nat64_pool_t pool = {id, 0, 1, ipv4(0xc0000200 + 4 * id), ipv4(0xc0000203 + 4 * id), 0};
-    stage.send("pool add", [&](void *ctx) { return fwx_nat64_pool_set_a(add, &pool, ctx); });
-}
-void add_static_mapping(stage_t &stage, uint32_t id) {
-    fwx_nat64_smapping_t mapping{};
-    mapping.id = id;
-    stage.send("static mapping add", [&](void *ctx) { return fwx_nat64_smapping_set_a(add, &mapping, ctx); });
-}
-void add_dynamic_mapping(stage_t &stage, uint32_t id) {
-    fwx_nat64_dmapping_t mapping{};
-    mapping.id = id;
-    stage.send("dynamic mapping add", [&](void *ctx) { return fwx_nat64_dmapping_set_a(add, &mapping, ctx); });
-}
-void set_timeout(stage_t &stage, uint32_t type) {
-    const fwx_nat64_timeout_t timeout = {type, 60};
-    stage.send("timeout", [&](void *ctx) { return fwx_nat64_timeout_set_a(add, &timeout, ctx); });
+/** Sends a configuration command, which is known by its line. */
+void configure(stage_t &stage, const char *line) {
+    line_words_t words;
+    record_reader_t reader;
+    words.split(line);
+    if (reader.read(words.words()) != record_reader_t::result_t::record) std::abort();
+    stage.send(line, [&](void *ctx) { return reader.family().send(reader.verb().op, reader.record().bytes, ctx); });
 }
 void set_rule(stage_t &stage, uint32_t op, uint32_t id, uint8_t v4_net, uint32_t expected = 0, uint32_t verdict = 0) {
     const auto v6_net = static_cast<uint8_t>(id);
     const fwx_nat64_mapt_bmr_t rule = {id, 1, {0x20, 0x01, 0x0d, 0xb8, 0, v6_net}, 48, {192, 0, v4_net}, 24, {}};
     stage.send(
-        "basic rule", [&](void *ctx) { return fwx_nat64_mapt_bmr_set_a(op, &rule, ctx); }, expected, verdict);
+        "mapt bmr", [&](void *ctx) { return fwx_nat64_mapt_bmr_set_a(op, &rule, ctx); }, expected, verdict);
 }
 void walk_sessions(stage_t &stage, uint32_t count) {
     const fwx_nat64_sess_walk_filter_t filter{};
@@ -53,22 +40,16 @@ void bind_twice(stage_t &stage) {
 
 void change_settings(stage_t &stage) {
     stage.bind();
-    const fwx_nat64_global_settings_t settings{};
-    stage.send("global settings", [&](void *ctx) { return fwx_nat64_global_settings_set_a(&settings, ctx); });
-    const fwx_nat64_adj_t adj = {1, ipv4(0xc0000201)};
-    stage.send("adjacency", [&](void *ctx) { return fwx_nat64_adj_set_a(add, &adj, ctx); });
-    const fwx_nat64_limit_t limit = {1, 100};
-    stage.send("limit", [&](void *ctx) { return fwx_nat64_limit_set_a(add, &limit, ctx); });
-    const fwx_nat64_service_t service = {1, 5};
-    stage.send("service", [&](void *ctx) { return fwx_nat64_service_set_a(add, &service, ctx); });
-    const fwx_nat64_replication_t replication = {1, 1, 2};
-    stage.send("replication", [&](void *ctx) { return fwx_nat64_replication_set_a(add, &replication, ctx); });
-    set_timeout(stage, 1);
+    for (const char *line :
+         {"settings set --bytes 00000000000000000000000000000000", "adj set --type 1 --address 192.0.2.1",
+          "limit add --type sessions --value 100", "service add --type alg --value 5",
+          "replication set --value 1 --value2 2", "timeout set --type 1 --value 60"}) {
+        configure(stage, line);
+    }
     stage.send("alias upload", fwx_nat64_ipalias_upload_a);
     const fwx_nat64_session_filter_t filter{};
     stage.send("session clear", [&](void *ctx) { return fwx_nat64_session_clear_a(&filter, ctx); });
-    const fwx_nat64_logging_t logging = {1, 1, 0, ipv4(0xc0000209), 514, 0};
-    stage.send("logging add", [&](void *ctx) { return fwx_nat64_logging_set_a(add, &logging, ctx); });
+    configure(stage, "logging add --dest 192.0.2.9 --port 514");
     stage.pump();
     uint8_t reply[64];
     for (const size_t reply_size : {size_t{0}, sizeof(reply)}) {
@@ -88,33 +69,29 @@ void change_settings(stage_t &stage) {
 
 void change_translation(stage_t &stage) {
     stage.bind();
-    fwx_nat64_intf_info_t interface {};
-    interface.ifh = 7;
-    stage.send("interface", [&](void *ctx) { return fwx_nat64_interface_set_a(&interface, ctx); });
-    stage.send("NVI interface", [](void *ctx) { return fwx_nat64_nvi_interface_enable_a(7, ctx); });
-    const fwx_nat64_prefix_t prefix = {{0x20, 0x01, 0x0d, 0xb8}, {}, 96, 1};
-    stage.send("prefix add", [&](void *ctx) { return fwx_nat64_glb_prefix_add_a(&prefix, ctx); });
-    stage.send("prefix modify", [&](void *ctx) { return fwx_nat64_glb_prefix_mod_a(&prefix, ctx); });
-    stage.send("prefix delete", [&](void *ctx) { return fwx_nat64_glb_prefix_del_a(&prefix, ctx); });
-    add_static_mapping(stage, 1);
-    add_dynamic_mapping(stage, 2);
-    add_pool(stage, 3);
-    const fwx_nat64_pool_range_t range = {3, ipv4(0xc6336401), ipv4(0xc6336410)};
-    stage.send("pool range", [&](void *ctx) { return fwx_nat64_pool_range_set_a(add, &range, ctx); });
-    fwx_nat64_pool_t pool{};
-    pool.id = 3;
+    for (const char *line :
+         {"interface set --ifh 7 --enable 0", "nvi enable --ifh 7", "prefix add --prefix 2001:db8::/96 --kind stateful",
+          "prefix mod --prefix 2001:db8::/96 --kind stateful", "prefix del --prefix 2001:db8::/96 --kind stateful",
+          "smapping add --id 1 --addr1 192.0.2.1 --addr2 192.0.2.2", "dmapping add --id 2 --type 0"}) {
+        configure(stage, line);
+    }
+    configure(stage, "pool add --id 3 --param 1 --start 192.0.2.12 --end 192.0.2.15");
+    configure(stage, "range add --id 3 --start 198.51.100.1 --end 198.51.100.16");
     stage.pump();
-    stage.send("pool range delete", [&](void *ctx) { return fwx_nat64_pool_range_set_a(del, &range, ctx); });
-    stage.send("pool delete", [&](void *ctx) { return fwx_nat64_pool_set_a(del, &pool, ctx); });
+    configure(stage, "range del --id 3 --start 198.51.100.1 --end 198.51.100.16");
+    configure(stage, "pool del --id 3");
     stage.pump();
 }
 
 /* Several parts for whatever has several records, and a page that is longer than the first receive buffer. */
 void query_and_walk(stage_t &stage) {
     stage.bind();
-    for (uint32_t id = 1; id <= 3; ++id) {
-        add_pool(stage, id);
-        add_dynamic_mapping(stage, id);
+    for (const char *line :
+         {"pool add --id 1 --param 1 --start 192.0.2.4 --end 192.0.2.7",
+          "pool add --id 2 --param 1 --start 192.0.2.8 --end 192.0.2.11",
+          "pool add --id 3 --param 1 --start 192.0.2.12 --end 192.0.2.15", "dmapping add --id 1 --type 0",
+          "dmapping add --id 2 --type 0", "dmapping add --id 3 --type 0"}) {
+        configure(stage, line);
     }
     stage.pump();
     stage.model->sessions_generate(80);
@@ -136,17 +113,17 @@ void lose_the_channel(stage_t &stage) {
     stage.model->sessions_generate(9);
     for (int round = 0; round < 2; ++round) {
         stage.model->hold();
-        set_timeout(stage, 1);
+        configure(stage, "timeout set --type 1 --value 60");
         stage.ask("system query", answer_t::query, [](void *ctx) { return fwx_nat64_stats_sys_query_a(0, ctx); });
         walk_sessions(stage, 3);
         stage.model->pause_set(true);
-        set_timeout(stage, 2);
+        configure(stage, "timeout set --type 2 --value 60");
         walk_sessions(stage, 3);
         set_rule(stage, add, 1 + static_cast<uint32_t>(round), 2);
         stage.model->drop_clients();
         stage.pump();
         stage.model->pause_set(false);
-        set_timeout(stage, 3);
+        configure(stage, "timeout set --type 3 --value 60");
         stage.pump();
         stage.model->release(fwx_nat64_model_order_t::reverse);
         stage.pump();
@@ -176,8 +153,7 @@ void share_a_prefix(stage_t &stage) {
     set_rule(stage, add, 2, 2);
     set_rule(stage, add, 3, 3);
     stage.pump();
-    const fwx_nat64_mapt_dmr_t default_rule = {1, {}};
-    stage.send("default rule", [&](void *ctx) { return fwx_nat64_mapt_dmr_set_a(add, &default_rule, ctx); });
+    configure(stage, "mapt dmr add --id 1");
     set_rule(stage, del, 1, 2);
     set_rule(stage, del, 2, 2, missing_leaf);
     set_rule(stage, del, 3, 3);

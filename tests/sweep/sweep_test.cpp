@@ -14,6 +14,7 @@
 
 #include "platform/runtime.h"
 #include "platform/tbm.h"
+#include "records/families.h"
 #include "stage.h"
 #include "tests/support/outstanding.h"
 
@@ -283,17 +284,27 @@ TEST_P(fault_sweep_t, no_single_fault_loses_repeats_or_leaks_anything) {
 }
 
 /* Each of their calls is made to fail above. */
-TEST(scenarios_t, call_every_operation_that_can_be_made_to_fail) {
+TEST(scenarios_t, call_every_operation_that_can_be_made_to_fail_and_send_a_command_of_every_family) {
     fwx_host_fault_reset();
+    std::string sent;
     for (size_t i = 0; i < scenario_count; ++i) {
         stage_t stage;
         scenarios[i].play(stage);
         fwx_nat64_unbind();
         fwx_mapt_plu_cleanup();
+        for (const ticket_t &ticket : stage.tickets) {
+            sent.append("\n").append(ticket.what).append(" ");
+        }
     }
     for (int number = 0; number < FWX_HOST_OP_COUNT; ++number) {
         const auto op = static_cast<fwx_host_op_t>(number);
         EXPECT_NE(fwx_host_fault_calls(op), 0u) << fwx_host_op_name(op);
+    }
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (const record_family_t *family = families; family != families + count; ++family) {
+        const std::string name = record_command_text(*family, nullptr);
+        EXPECT_NE(sent.find("\n" + name + " "), std::string::npos) << name;
     }
 }
 

@@ -1,0 +1,73 @@
+/* What is written by hand about each family of commands, outside the table of families: nothing else notices when a new
+ * family is left out there. */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "records/families.h"
+
+namespace {
+
+struct place_t {
+    const char *folder;
+    const char *files; /* beginning and end of their names */
+    const char *ends;
+    std::string (*mark)(const std::string &family, const std::string &verb); /* that one of them has */
+    bool is_each_verb;                                                       /* or one is enough for a family */
+};
+
+std::string line_of(const std::string &family, const std::string &) {
+    return "\n" + family + " ";
+}
+std::string method_of(const std::string &family, const std::string &verb) {
+    std::string name = family + "_" + verb;
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return "auto " + name + "(";
+}
+std::string synopsis_of(const std::string &family, const std::string &) {
+    return "\n.B natctl " + family + " ";
+}
+
+const place_t places[] = {
+    {"include/fwx_nat64", "fwx_nat64", ".hpp", method_of, true},
+    {"docs/man", "natctl", ".1", synopsis_of, false},
+    {"examples", "", ".natctl", line_of, false},
+    {"fuzz/seeds", "document-", ".txt", line_of, false},
+};
+
+std::string text_of(const place_t &place) {
+    std::string text;
+    for (const auto &entry : std::filesystem::directory_iterator(std::string(SOURCE_DIR "/") + place.folder)) {
+        const std::string name = entry.path().filename().string();
+        const std::string ends = place.ends;
+        const bool is_of_place = name.rfind(place.files, 0) == 0 && name.size() > ends.size() &&
+                                 name.compare(name.size() - ends.size(), ends.size(), ends) == 0;
+        if (!is_of_place) continue;
+        std::ifstream file(entry.path());
+        text.append("\n").append(std::istreambuf_iterator<char>(file), {});
+    }
+    return text;
+}
+
+TEST(family_places_test, each_family_is_written_of_wherever_the_others_are) {
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (const place_t &place : places) {
+        const std::string text = text_of(place);
+        for (const record_family_t *family = families; family != families + count; ++family) {
+            const std::string name = record_command_text(*family, nullptr);
+            const auto is_written = [&](const record_verb_t &verb) {
+                return text.find(place.mark(name, std::string(verb.word))) != std::string::npos;
+            };
+            const record_verb_t *end = family->verbs + family->verb_count;
+            const bool is_there = place.is_each_verb ? std::all_of(family->verbs, end, is_written)
+                                                     : std::any_of(family->verbs, end, is_written);
+            EXPECT_TRUE(is_there) << place.folder << "/" << place.files << "*" << place.ends << " lacks " << name;
+        }
+    }
+}
+
+}  // namespace
