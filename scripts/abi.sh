@@ -5,7 +5,7 @@
 #                            exported, which is what the public headers declare
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 # A library's target, its file in build/dev, the folder of its public headers, the list of what it exports, and options
 # of abidw; what the model is made of is no part of its interface.
@@ -19,13 +19,12 @@ case "${1:-}" in
 esac
 
 need_packages "${build_packages[@]}" libgtest-dev abigail-tools
-cmake --preset dev >/dev/null
 for library in "${libraries[@]}"; do
   read -r target file headers exports options <<<"$library"
   if [[ "${1:-}" == --update ]]; then
     scripts/exports.sh "$headers" >"$exports"
   fi
-  cmake --build --preset dev --target "$target" | tail -n 1
+  build dev "$target"
 
   # Types outside the public headers, places in files and names of directories are no part of the interface.
   baseline=cmake/abi/$target.abi.xml

@@ -4,13 +4,12 @@
 # usage: bench.sh [DIR]   docs/bench without it
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 dir=${1:-docs/bench}
 need_packages "${build_packages[@]}" libbenchmark-dev valgrind gnuplot-nox jq "${python_packages[@]}"
 say "building (preset release)"
-cmake --preset release >/dev/null
-cmake --build --preset release | tail -n 1
+build release
 mkdir -p "$dir"
 
 work=$(mktemp -d)

@@ -2,12 +2,11 @@
 # Lines and branches of the library that its own tests (tests/library) reach, by file; build/coverage/report shows where.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 need_packages "${build_packages[@]}" libgtest-dev gcovr
 say "coverage: build and tests"
-cmake --preset coverage >/dev/null
-cmake --build --preset coverage --target library_tests guard_tests unload_tests | tail -n 1
+build coverage library_tests guard_tests unload_tests
 find build/coverage -name '*.gcda' -delete
 ctest --test-dir build/coverage/tests/library --output-on-failure | tail -n 4
 

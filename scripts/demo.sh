@@ -3,14 +3,13 @@
 # usage: demo.sh [NATCTL]   with that natctl instead of one built here
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 natctl=${1:-build/demo/tools/natctl}
 if [[ $# -eq 0 ]]; then
   need_packages "${build_packages[@]}"
   say "building (preset demo)"
-  cmake --preset demo >/dev/null
-  cmake --build --preset demo | tail -n 1
+  build demo
 fi
 
 say "settings: every command, its messages and its verdict"

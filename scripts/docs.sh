@@ -2,7 +2,7 @@
 # Builds the pages of the public interface into build/docs/html; a declaration without a comment is an error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 need_packages doxygen
 mkdir -p build

@@ -3,15 +3,14 @@
 # usage: fuzz.sh [SECONDS]   for each fuzzer, 20 without it
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 seconds=${1:-20}
 [[ $seconds =~ ^[1-9][0-9]*$ ]] || { echo "usage: $0 [SECONDS]" >&2; exit 2; }
 
 need_packages "${build_packages[@]}" clang libclang-rt-14-dev
 say "building (preset asan)"
-cmake --preset asan >/dev/null
-cmake --build --preset asan --target {document,handshake,ietf,messages,natctl,ring,state,store,tree}_fuzz | tail -n 1
+build asan {document,handshake,ietf,messages,natctl,ring,state,store,tree}_fuzz
 
 # A seed is a line of hexadecimal bytes, blanks between them and comments behind # ignored; or, of text, a whole file.
 make_seeds() {

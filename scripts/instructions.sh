@@ -3,11 +3,10 @@
 # length, so that start-up cancels out.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 need_packages "${build_packages[@]}" valgrind libbenchmark-dev
-cmake --preset release >/dev/null
-cmake --build --preset release --target instructions | tail -n 1
+build release instructions
 
 # Runs a work of two lengths and prints by how many instructions a unit of it grows: of all code, or of the object
 # files that match a pattern.

@@ -6,7 +6,7 @@
 #                                     --full: long runs as well, in an hour
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/common.sh
 
 tier=${1:---default}
 case "$tier" in
@@ -24,8 +24,7 @@ export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 
 build_and_test() {
   say "$1: build"
-  cmake --preset "$1" >/dev/null
-  cmake --build --preset "$1" | tail -n 1
+  build "$1"
   say "$1: tests" # that mostly wait for each other's processes
   ctest --preset "$1" --parallel $((2 * $(nproc))) --label-exclude delivery | tail -n 4
 }
@@ -80,8 +79,8 @@ if [[ $tier == --full ]]; then
   tests/delivery/package_test.sh "$PWD" "$PWD/build/packages"
   tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
   scripts/fuzz.sh 600
-  scripts/kill_drill.sh 1000
-  scripts/journal_drill.sh 1000
-  scripts/daemon_drill.sh 200
+  for drill in servers journal daemon; do
+    scripts/drill.sh $drill
+  done
 fi
 say "all checks passed in $SECONDS s"

@@ -1,4 +1,4 @@
-# Sourced by the other scripts: installs the Debian packages that are missing.
+# Sourced by the other scripts: installs the Debian packages that are missing, and builds.
 
 need_packages() {
   local missing=() package
@@ -11,6 +11,11 @@ need_packages() {
   [[ $EUID -eq 0 ]] || sudo=(sudo)
   "${sudo[@]}" apt-get update -qq
   "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+build() { # PRESET [TARGET...]
+  cmake --preset "$1" >/dev/null
+  cmake --build --preset "$1" ${2:+--target "${@:2}"} | tail -n 1
 }
 
 say() { printf '\n==> %s\n' "$*"; }
