@@ -22,10 +22,15 @@ struct place_t {
 std::string line_of(const std::string &family, const std::string &) {
     return "\n" + family + " ";
 }
+std::string name_of(std::string command) {
+    std::replace(command.begin(), command.end(), ' ', '_');
+    return command;
+}
 std::string method_of(const std::string &family, const std::string &verb) {
-    std::string name = family + "_" + verb;
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return "auto " + name + "(";
+    return "auto " + name_of(family + " " + verb) + "(";
+}
+std::string setter_of(const std::string &family, const std::string &) {
+    return " X(" + name_of(family) + ",";
 }
 std::string synopsis_of(const std::string &family, const std::string &) {
     return "\n.B natctl " + family + " ";
@@ -33,6 +38,7 @@ std::string synopsis_of(const std::string &family, const std::string &) {
 
 const place_t places[] = {
     {"include/fwx_nat64", "fwx_nat64", ".hpp", method_of, true},
+    {"bindings/python/src", "commands", ".c", setter_of, false},
     {"docs/man", "natctl", ".1", synopsis_of, false},
     {"examples", "", ".natctl", line_of, false},
     {"fuzz/seeds", "document-", ".txt", line_of, false},
