@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <map>
 #include <utility>
 #include <vector>
+
+#include "records/value.h"
 
 namespace {
 
@@ -26,25 +27,23 @@ union address_t {
 
 /** Whether the text is a loopback address and a port. */
 bool read_address(const std::string &text, address_t &address) {
-    const size_t colon = text.rfind(':');
-    if (colon == std::string::npos) return false;
+    fwx_nat64_addr_t place;
     uint16_t port = 0;
-    const char *const end = text.data() + text.size();
-    const auto [rest, failed] = std::from_chars(text.data() + colon + 1, end, port);
-    if (failed != std::errc() || rest != end) return false;
-    const bool is_v6 = colon >= 2 && text[0] == '[' && text[colon - 1] == ']';
-    if (is_v6) {
+    if (!parse_address_port(text, place, port)) return false;
+    if (place.family != FWX_NAT64_FAMILY_IPV4) {
         address.v6 = {};
         address.v6.sin6_family = AF_INET6;
         address.v6.sin6_port = htons(port);
-        return inet_pton(AF_INET6, text.substr(1, colon - 2).c_str(), &address.v6.sin6_addr) == 1 &&
-               IN6_IS_ADDR_LOOPBACK(&address.v6.sin6_addr);
+        std::memcpy(&address.v6.sin6_addr, place.addr, sizeof address.v6.sin6_addr);
+        return IN6_IS_ADDR_LOOPBACK(&address.v6.sin6_addr);
     }
+    uint32_t word = 0;
+    std::memcpy(&word, place.addr, sizeof word);
     address.v4 = {};
     address.v4.sin_family = AF_INET;
     address.v4.sin_port = htons(port);
-    return inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.v4.sin_addr) == 1 &&
-           ntohl(address.v4.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
+    address.v4.sin_addr.s_addr = htonl(word);
+    return word >> 24 == IN_LOOPBACKNET;
 }
 
 MHD_Result answer(MHD_Connection *connection, const web_t::page_t &page) {
