@@ -43,8 +43,7 @@ if [[ $tier != --quick ]]; then
   build_and_test tsan
 
   say "static analysis"
-  git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests/delivery)/' |
-    xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build/asan 2>/dev/null # one at a time: together they confuse its analyser
+  git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests/delivery)/' | xargs scripts/tidy.py build/asan
   # Its own errors, coroutines that return nothing, and what it makes of new (std::nothrow) and of an anonymous mapping's
   # -1, are no faults of the code; readdir reads a directory of its own, and getpwuid a program of one thread. Coroutines
   # keep what they are given.
