@@ -1,6 +1,5 @@
 #include "reconcile/server_document.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "reconcile/background.h"
@@ -50,14 +49,7 @@ private:
         fwx_nat64_bmr_msg_t command{};
         if (!take(bytes, payload)) return false;
         std::memcpy(&command.rule_type, payload.request, sizeof payload.request);
-        fwx_nat64_mapt_bmr_t rule{};
-        rule.rule_id = command.rule_id;
-        rule.domain_id = command.domain_id;
-        std::reverse_copy(std::begin(command.v6_prefix), std::end(command.v6_prefix), rule.v6_prefix);
-        rule.v6_prefix_len = command.v6_prefix_len;
-        std::reverse_copy(std::begin(command.v4_prefix), std::end(command.v4_prefix), rule.v4_prefix);
-        rule.v4_prefix_len = command.v4_prefix_len;
-        std::copy(std::begin(command.rule_params), std::end(command.rule_params), rule.rule_params);
+        const fwx_nat64_mapt_bmr_t rule = rule_of(command);
         into_.rules.push_back({rule, payload.index});
         add(record_family_of(family_kind_t::basic_rule), &rule);
         return true;

@@ -5,9 +5,11 @@
 #ifndef RECORDS_PAYLOAD_H
 #define RECORDS_PAYLOAD_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "fwx_nat64/fwx_nat64.h"
 
@@ -63,6 +65,33 @@ struct record_payload_t {
         return row;
     }
 };
+
+/** The rule that a command names; its prefixes have their first byte first. */
+inline fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command) {
+    fwx_nat64_mapt_bmr_t rule{};
+    rule.rule_id = command.rule_id;
+    rule.domain_id = command.domain_id;
+    std::reverse_copy(std::begin(command.v6_prefix), std::end(command.v6_prefix), rule.v6_prefix);
+    rule.v6_prefix_len = command.v6_prefix_len;
+    std::reverse_copy(std::begin(command.v4_prefix), std::end(command.v4_prefix), rule.v4_prefix);
+    rule.v4_prefix_len = command.v4_prefix_len;
+    std::copy(std::begin(command.rule_params), std::end(command.rule_params), rule.rule_params);
+    return rule;
+}
+/** The command that adds a rule. */
+inline fwx_nat64_bmr_msg_t command_of(const fwx_nat64_mapt_bmr_t &rule) {
+    fwx_nat64_bmr_msg_t command{};
+    command.rule_type = FWX_NAT64_MAPT_RULE_BMR;
+    command.op = FWX_NAT64_OP_ADD;
+    command.rule_id = rule.rule_id;
+    command.domain_id = rule.domain_id;
+    std::reverse_copy(std::begin(rule.v6_prefix), std::end(rule.v6_prefix), command.v6_prefix);
+    command.v6_prefix_len = rule.v6_prefix_len;
+    std::reverse_copy(std::begin(rule.v4_prefix), std::end(rule.v4_prefix), command.v4_prefix);
+    command.v4_prefix_len = rule.v4_prefix_len;
+    std::copy(std::begin(rule.rule_params), std::end(rule.rule_params), command.rule_params);
+    return command;
+}
 
 /** Swaps an IPv4 address record between host order, as records have it, and network order, as payloads do. */
 void record_swap_address(uint8_t *address);

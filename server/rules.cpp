@@ -16,32 +16,6 @@ rule_key_t key_of(const fwx_nat64_mapt_bmr_t &rule) {
 
 }  // namespace
 
-fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command) {
-    fwx_nat64_mapt_bmr_t rule{};
-    rule.rule_id = command.rule_id;
-    rule.domain_id = command.domain_id;
-    std::reverse_copy(std::begin(command.v6_prefix), std::end(command.v6_prefix), rule.v6_prefix);
-    rule.v6_prefix_len = command.v6_prefix_len;
-    std::reverse_copy(std::begin(command.v4_prefix), std::end(command.v4_prefix), rule.v4_prefix);
-    rule.v4_prefix_len = command.v4_prefix_len;
-    std::copy(std::begin(command.rule_params), std::end(command.rule_params), rule.rule_params);
-    return rule;
-}
-
-fwx_nat64_bmr_msg_t command_of(const fwx_nat64_mapt_bmr_t &rule) {
-    fwx_nat64_bmr_msg_t command{};
-    command.rule_type = FWX_NAT64_MAPT_RULE_BMR;
-    command.op = FWX_NAT64_OP_ADD;
-    command.rule_id = rule.rule_id;
-    command.domain_id = rule.domain_id;
-    std::reverse_copy(std::begin(rule.v6_prefix), std::end(rule.v6_prefix), command.v6_prefix);
-    command.v6_prefix_len = rule.v6_prefix_len;
-    std::reverse_copy(std::begin(rule.v4_prefix), std::end(rule.v4_prefix), command.v4_prefix);
-    command.v4_prefix_len = rule.v4_prefix_len;
-    std::copy(std::begin(rule.rule_params), std::end(rule.rule_params), command.rule_params);
-    return command;
-}
-
 uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply) {
     if (command.rule_id == 0) return FWX_NAT64_MODEL_ERR_VALUE;
     const fwx_nat64_mapt_bmr_t rule = rule_of(command);

@@ -53,11 +53,6 @@ struct rule_key_hash_t {
     }
 };
 
-/** The rule that a command names; its prefixes have their first byte first. */
-fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command);
-/** The command that adds a rule. */
-fwx_nat64_bmr_msg_t command_of(const fwx_nat64_mapt_bmr_t &rule);
-
 struct rules_t {
     std::unordered_map<rule_key_t, uint32_t, rule_key_hash_t> basic; /* index of the rule */
     table_t<uint32_t, kept_rule_t> by_index;                         /* the same rules */

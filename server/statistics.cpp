@@ -123,8 +123,8 @@ public:
     size_t size() const { return bytes_.size(); }
     void add(uint32_t op_code, const void *payload, size_t size) {
         const auto *bytes = static_cast<const uint8_t *>(payload);
-        if (op_code == saved_basic_rule) return add_basic_rule(bytes);
-        if (op_code == saved_default_rule) return add_default_rule(bytes);
+        if (op_code == record_kept_basic_rule) return add_basic_rule(bytes);
+        if (op_code == record_kept_default_rule) return add_default_rule(bytes);
         append(FWX_NAT64_MSG_CONFIG, static_cast<uint16_t>(op_code), bytes, size);
     }
     /** The page, and begins the next one. */
@@ -141,7 +141,7 @@ public:
 
 private:
     void add_basic_rule(const uint8_t *bytes) {
-        indexed_rule_t rule;
+        kept_rule_t rule;
         std::memcpy(&rule, bytes, sizeof rule);
         const fwx_nat64_bmr_msg_t command = command_of(rule.rule);
         fwx_nat64_config_bmr_t payload{};

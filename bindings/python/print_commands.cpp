@@ -203,7 +203,7 @@ text_t print_command(const record_family_t &family, const record_verb_t &verb) {
     std::printf("_%s = command(\"%s\", %u, \"%s\")\n", upper(method).c_str(), command_word(family).c_str(), verb.op,
                 letters.c_str());
     required.insert(required.end(), optional.begin(), optional.end());
-    required.emplace_back("timeout: float | None = None");
+    required.emplace_back("timeout: Timeout | None = None");
     return "\n    def " + method + "(\n" + wrapped(required, 8) + "    ) -> Sent:\n        \"\"\"" + verb.title + " " +
            family.noun + ".\n\n" + help + "        \"\"\"\n        return self._send(\n            _" + upper(method) +
            "(\n" + wrapped(arguments, 16) + "            ),\n            timeout,\n        )\n";
@@ -275,7 +275,7 @@ int main() {
         "\"\"\"Commands and what queries bring, printed from the tables of the library's tree.\"\"\"\n\n"
         "from __future__ import annotations\n\n"
         "from ipaddress import IPv4Address, IPv6Address\nfrom typing import Generic, NamedTuple, TypeVar\n\n"
-        "from ._values import (\n    Address, Address4, Entries, Named, Prefix4, Prefix6, Seconds,\n"
+        "from ._values import (\n    Address, Address4, Entries, Named, Prefix4, Prefix6, Seconds, Timeout,\n"
         "    address, command, named, names_of, number, octets, prefix, read_address, seconds,\n)\n\n"
         "Sent = TypeVar(\"Sent\")\n\n");
     size_t family_count = 0;
@@ -293,7 +293,7 @@ int main() {
         "\n\nclass Commands(Generic[Sent]):\n"
         "    \"\"\"Every command that configures the service. What a method returns depends on where it sends "
         "to.\"\"\"\n\n"
-        "    def _send(self, command: bytes, timeout: float | None) -> Sent:\n        raise "
+        "    def _send(self, command: bytes, timeout: Timeout | None) -> Sent:\n        raise "
         "NotImplementedError\n%s\n\n",
         methods.c_str());
     size_t message_count = 0;

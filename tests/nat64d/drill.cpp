@@ -1,9 +1,17 @@
 /* Kills the server under nat64d again and again, while the document is edited once a second. After each kill the new
- * server must be found within two seconds and hold every item exactly once; nat64d must not grow. */
+ * server must be found within two seconds and be in step within two more, which means that it says itself that it holds
+ * the document; nat64d must not grow.
+ *
+ *     daemon_drill [KILLS [ITEMS]]
+ *     daemon_drill answers RULES     how long others wait while a server gets so many rules
+ */
 #include <cstdio>
 #include <cstdlib>
 
+#include "config/load.h"
+#include "config/notation.h"
 #include "fwx_host/adapter.hpp"
+#include "reconcile/server_document.h"
 #include "tests/nat64d/documents.h"
 #include "tests/nat64d/process.h"
 #include "tests/support/runtime_directory.h"
@@ -15,6 +23,8 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 constexpr double longest_absence_s = 2;
+constexpr double longest_replay_s = 2;
+constexpr double longest_answer_s = 0.1; /* of a release build on an idle machine */
 constexpr long long grown_kib = 8192; /* that the allocator may keep more at the end than after a tenth of the kills */
 
 double seconds_since(clock_type::time_point begin) {
@@ -38,36 +48,20 @@ long descriptors(pid_t pid) {
     return std::distance(begin(entries), end(entries));
 }
 
-/** Empty when the server has the items from 1 to `count` of each kind, once each, and nothing else. */
-nat64::task<std::string> look(nat64::client &client, uint64_t count) {
-    const nat64::record_result<fwx_nat64_stats_sys_entry_t> totals = co_await client.stats_totals();
-    const bool is_whole = totals && totals.record.pools == count && totals.record.static_mappings == count &&
-                          totals.record.rules == count && totals.record.pool_ranges == 0;
-    if (!is_whole) {
-        co_return "totals: " + totals.error.message() + ", pools " + std::to_string(totals.record.pools) +
-            ", mappings " + std::to_string(totals.record.static_mappings) + ", rules " +
-            std::to_string(totals.record.rules);
-    }
-    const nat64::list<fwx_nat64_stats_pool_entry_t> pools = co_await client.stats_pools();
-    const nat64::list<fwx_nat64_stats_mapping_entry_t> mappings = co_await client.stats_mappings();
-    std::vector<uint64_t> times(count + 1);
-    for (const fwx_nat64_stats_pool_entry_t &pool : pools) {
-        ++times.at(pool.id);
-    }
-    for (const fwx_nat64_stats_mapping_entry_t &mapping : mappings) {
-        ++times.at(mapping.id);
-    }
-    for (uint64_t id = 1; id <= count; ++id) {
-        if (times[id] != 2) co_return "items of id " + std::to_string(id) + ": " + std::to_string(times[id]);
-    }
-    co_return "";
-}
-
-std::string look_at_server(uint64_t count) {
+/** Empty when the server holds the document, as it says itself; one of the editions that are given. */
+std::string look_at_server(uint32_t count, uint32_t oldest, uint32_t newest) {
     const fwx::host::loop loop;
     std::error_code error;
     nat64::client client("dril", loop.get(), {}, fwx::host::adapter, error);
-    return error ? error.message() : loop.run(look(client, count));
+    if (error) return error.message();
+    const server_document_t held = loop.run(read_server(loop, client));
+    if (held.error) return held.error.message();
+    const std::string lines = write_lines(held.document);
+    for (uint32_t edition = oldest; edition <= newest; ++edition) {
+        problems_t problems;
+        if (lines == write_lines(load_document(document_text(count, edition), problems))) return "";
+    }
+    return "it holds " + std::to_string(held.document.size()) + " items, and not the document";
 }
 
 int drill(uint64_t kills, uint32_t count) {
@@ -96,7 +90,8 @@ int drill(uint64_t kills, uint32_t count) {
     };
     std::string boot_id;
     for (uint64_t kill = 0; kill <= kills; ++kill) {
-        server_process_t server;
+        const bool keeps_state = kill / 2 % 2 == 1; /* every other two, so that one finds what the one before kept */
+        server_process_t server(keeps_state ? directory.path() + "/alpha.state" : "");
         const clock_type::time_point begin = clock_type::now();
         wait_for("the new server is found", [&](const json_t &status) {
             return status.is_object() && status["server_up"] == true && status["boot_id"] != boot_id;
@@ -107,10 +102,12 @@ int drill(uint64_t kills, uint32_t count) {
             boot_id = status["boot_id"].get<std::string>();
             return status.is_object() && status["in_step"] == true;
         });
-        longest_replay = std::max(longest_replay, seconds_since(found));
+        const double replay = seconds_since(found);
+        longest_replay = std::max(longest_replay, replay);
+        if (replay > longest_replay_s) fail("in step only after " + std::to_string(replay) + " s", daemon);
         longest_absence = std::max(longest_absence, absence);
         if (absence > longest_absence_s) fail("found only after " + std::to_string(absence) + " s", daemon);
-        const std::string wrong = look_at_server(count);
+        const std::string wrong = look_at_server(count, edition - std::min(edition, 5U) + 1, edition);
         if (!wrong.empty()) fail("kill " + std::to_string(kill) + ": " + wrong, daemon);
         const bool is_warm = kill == kills / 10;
         if (is_warm) {
@@ -132,9 +129,45 @@ int drill(uint64_t kills, uint32_t count) {
     return 0;
 }
 
+/** Asks for the metrics every 50 ms while a server gets a document of rules. */
+int measure_answers(uint32_t count) {
+    const runtime_directory_t directory;
+    setenv("XDG_STATE_HOME", directory.path().c_str(), 1);
+    std::string text;
+    for (uint32_t i = 0; i < count; ++i) {
+        char line[128];
+        snprintf(line, sizeof line, "mapt bmr add --rule %u --domain 1 --v4 %s/32 --v6 2001:%x:%x::/48\n", i + 1,
+                 address_in(40, i).c_str(), 0xdb8 + i / 65536, i % 65536);
+        text += line;
+    }
+    const std::string document = directory.path() + "/document";
+    replace_file(document, document_text(1, 1));
+    const server_process_t server;
+    const daemon_process_t daemon(directory.path());
+    if (!eventually([] { return daemon_process_t::is("in_step", true); })) fail("never in step", daemon);
+    replace_file(document, text);
+    const clock_type::time_point begin = clock_type::now();
+    double slowest = 0;
+    int answers = 0;
+    const auto is_done = [&] {
+        usleep(50000);
+        const clock_type::time_point asked = clock_type::now();
+        if (daemon.get("/metrics").find(" 200 ") == std::string::npos) fail("no metrics", daemon);
+        slowest = std::max(slowest, seconds_since(asked));
+        ++answers;
+        return daemon_process_t::is("edits", 1);
+    };
+    if (!eventually(is_done)) fail("never in force", daemon);
+    std::printf("%u rules in force after %.2f s, %d times asked for metrics meanwhile: slowest answer %.0f ms\n", count,
+                seconds_since(begin), answers, slowest * 1000);
+    return slowest <= longest_answer_s ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) try {
+    if (argc > 2 && std::string(argv[1]) == "answers")
+        return measure_answers(static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10)));
     const uint64_t kills = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 5;
     return drill(kills, static_cast<uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) / 3 : 70));
 } catch (const std::exception &error) {

@@ -7,6 +7,7 @@ import os
 import signal
 import subprocess
 import sys
+from datetime import timedelta
 
 import pytest
 from conftest import EXISTS, NO_ENTRY, VALUE, settled
@@ -178,6 +179,8 @@ async def test_what_is_under_way_when_the_client_ends_is_not_ready():
         with pytest.raises(RuntimeError, match="another client"):
             async with Client():
                 pass
+        with pytest.raises(RuntimeError, match="entered already"):
+            await client.__aenter__()
     for end in await asyncio.gather(*futures, return_exceptions=True):
         assert end.text == "client not bound"
     assert not client.is_bound and not client.is_connected
@@ -185,6 +188,43 @@ async def test_what_is_under_way_when_the_client_ends_is_not_ready():
         client.timeout_set(**UDP)
     async with Client() as again:
         await again.timeout_set(**UDP)
+
+
+@pytest.mark.parametrize("timeout", [0, -1, math.nan, "5", True, [5], timedelta(0)])
+async def test_a_timeout_that_is_none_is_refused_with_what_it_must_be(timeout):
+    with pytest.raises(ValueError, match="must be more than 0 seconds, a number or a timedelta"):
+        Client(timeout=timeout)
+    async with Client(timeout=timedelta(seconds=3)) as client:
+        with pytest.raises(ValueError, match="must be more than 0 seconds"):
+            client.timeout_set(**UDP, timeout=timeout)
+        await client.timeout_set(**UDP, timeout=timedelta(milliseconds=1500))
+
+
+async def test_another_thread_is_refused_and_its_garbage_is_handed_over():
+    async with Client() as client:
+        client.model.hold()
+        query = client.stats_pools()
+        query.send(None)  # it waits for an answer
+        assert client.outstanding == 1
+        uses = [
+            lambda: client.timeout_set(**UDP),
+            lambda: asyncio.run(client.stats_pools()),
+            lambda: asyncio.run(client.load(batch_of(1))),
+            client.close,
+            client.model.close,
+            lambda: client.model.delay(1),
+            Model,
+        ]
+
+        def misuse():
+            for use in uses:
+                with pytest.raises(RuntimeError, match="another event loop|outside the event loop|no running event loop"):
+                    use()
+            query.close()  # as the garbage collector does, in whatever thread it runs
+
+        await asyncio.to_thread(misuse)
+        await settled()
+        assert client.is_bound and client.outstanding == 0
 
 
 def batch_of(count):

@@ -92,6 +92,8 @@ def test_a_command_packs_its_record(method, values, operation, record):
         ("timeout_set", dict(type=1, value=timedelta(seconds=0.5)), "value .*: must be"),
         ("pool_del", dict(id=0), "id 0: must be 1 to 4294967295"),
         ("pool_del", dict(id=1.5), "id 1.5: must be"),
+        ("pool_del", dict(id=True), "id True: must be"),
+        ("timeout_set", dict(type=[1], value=1), "type .*: must be 1 to 7, or udp"),
         (
             "range_add",
             dict(id=1, start_addr="2001:db8::1", end_addr="192.0.2.1"),

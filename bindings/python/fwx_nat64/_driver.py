@@ -4,9 +4,17 @@ from __future__ import annotations
 
 import asyncio
 from collections.abc import Callable
+from threading import get_ident
 from typing import Any
 
 from ._native import ffi, lib
+
+
+def _running_loop() -> asyncio.AbstractEventLoop | None:
+    try:
+        return asyncio.get_running_loop()
+    except RuntimeError:
+        return None
 
 
 class Driver:
@@ -19,6 +27,7 @@ class Driver:
         self.take: Callable[[Any], None] | None = None
         """Gets what came of commands."""
         self._loop: asyncio.AbstractEventLoop | None = None
+        self._thread = 0
         self._users = 0
         self._timer: asyncio.TimerHandle | None = None
         self._results = ffi.new("nat64_results_t *")
@@ -36,6 +45,7 @@ class Driver:
         if not is_driven:
             self._set_timer(None)
             self._loop = loop
+            self._thread = get_ident()
             self.is_awake = False
             loop.add_reader(lib.fwx_host_loop_fd(self.host), self._turn)
         self._users += 1
@@ -51,6 +61,18 @@ class Driver:
             self._loop.remove_reader(lib.fwx_host_loop_fd(self.host))
         self._set_timer(None)
         self._loop = None
+
+    def check(self) -> None:
+        """Raises unless the event loop that is driven from runs here: the library is for one thread."""
+        if self._loop is not None and _running_loop() is not self._loop:
+            raise RuntimeError("a client or a model is used outside the event loop that it belongs to")
+
+    def hand_over(self, call: Callable[..., None], *arguments: Any) -> bool:
+        """Has the event loop make a call, where this is not its thread; false: it is, or there is no loop any more."""
+        if self._loop is None or self._loop.is_closed() or get_ident() == self._thread:
+            return False
+        self._loop.call_soon_threadsafe(call, *arguments)
+        return True
 
     def wake(self) -> None:
         """Has a turn taken soon: there may be something to do that no descriptor tells of."""

@@ -5,7 +5,8 @@ from __future__ import annotations
 import asyncio
 import struct
 from collections import deque
-from collections.abc import AsyncIterator
+from collections.abc import AsyncIterator, Callable
+from datetime import timedelta
 from typing import Any, NamedTuple, TypeVar
 
 from ._commands import (
@@ -33,7 +34,7 @@ from ._commands import (
 from ._driver import driver
 from ._native import ffi, lib
 from ._sessions import Sessions, session_filter
-from ._values import Address, Address4, Entries, Named
+from ._values import Address, Address4, Entries, Named, Timeout
 from .errors import Error, error
 
 Entry = TypeVar("Entry")
@@ -43,11 +44,13 @@ _READINGS = 3
 _LONGEST_TIMEOUT_S = 0xFFFFFFFF // 1000
 
 
-def milliseconds(timeout: float) -> int:
+def milliseconds(timeout: Timeout) -> int:
     """Of a timeout in seconds; one that is too long to matter is none."""
-    if timeout <= 0:
-        raise ValueError(f"timeout {timeout!r}: must be more than 0 seconds")
-    return max(1, round(timeout * 1000)) if timeout <= _LONGEST_TIMEOUT_S else 0
+    seconds: Any = timeout.total_seconds() if isinstance(timeout, timedelta) else timeout
+    is_number = isinstance(seconds, (int, float)) and not isinstance(seconds, bool)
+    if not is_number or not seconds > 0:  # a nan is not
+        raise ValueError(f"timeout {timeout!r}: must be more than 0 seconds, a number or a timedelta")
+    return max(1, round(seconds * 1000)) if seconds <= _LONGEST_TIMEOUT_S else 0
 
 
 class Item(NamedTuple):
@@ -130,27 +133,27 @@ class _Pages:
 class Queries:
     """What a client can ask a server for."""
 
-    def __init__(self, timeout: float) -> None:
+    def __init__(self, timeout: Timeout) -> None:
         self._timeout_ms = milliseconds(timeout)
         self._queries: dict[int, _Pages] = {}
 
-    async def stats_system(self, *, timeout: float | None = None) -> System:
+    async def stats_system(self, *, timeout: Timeout | None = None) -> System:
         """How many the server holds of each kind, and what it has refused."""
         return await self._system(lib.FWX_NAT64_SEL_SYSTEM, SYSTEM_ENTRIES, timeout)
 
-    async def stats_totals(self, *, timeout: float | None = None) -> Totals:
+    async def stats_totals(self, *, timeout: Timeout | None = None) -> Totals:
         """How many the server holds of each kind, in the form that every server has."""
         return await self._system(0, TOTALS_ENTRIES, timeout)
 
-    async def stats_counts(self, *, timeout: float | None = None) -> Counts:
+    async def stats_counts(self, *, timeout: Timeout | None = None) -> Counts:
         """What the server has counted."""
         return await self._system(lib.FWX_NAT64_SEL_COUNTS, COUNTS_ENTRIES, timeout)
 
-    async def stats_boot(self, *, timeout: float | None = None) -> Boot:
+    async def stats_boot(self, *, timeout: Timeout | None = None) -> Boot:
         """Which run of the server it is."""
         return await self._system(lib.FWX_NAT64_SEL_BOOT, BOOT_ENTRIES, timeout)
 
-    async def configuration(self, *, timeout: float | None = None) -> Configuration:
+    async def configuration(self, *, timeout: Timeout | None = None) -> Configuration:
         """
         What the server holds. A server that is changed meanwhile is read again, three times at most.
 
@@ -163,7 +166,9 @@ class Queries:
         raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server is changed again and again while it is read")
 
     async def _configuration_pages(self, timeout_ms: int) -> AsyncIterator[Configuration]:
-        pages = self._ask(lib.nat64_query(lib.FWX_NAT64_MSG_STATS_SYS, lib.FWX_NAT64_SEL_CONFIG, 0, 0, 0, timeout_ms))
+        pages = self._ask(
+            lib.nat64_query, lib.FWX_NAT64_MSG_STATS_SYS, lib.FWX_NAT64_SEL_CONFIG, 0, 0, 0, timeout_ms
+        )
         try:
             more = True
             while more:
@@ -173,19 +178,19 @@ class Queries:
         finally:
             self._forget(pages)
 
-    async def stats_interfaces(self, *, timeout: float | None = None) -> list[Interface]:
+    async def stats_interfaces(self, *, timeout: Timeout | None = None) -> list[Interface]:
         """All interfaces."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_INTF, INTERFACE_ENTRIES, timeout)
 
-    async def stats_pools(self, *, timeout: float | None = None) -> list[Pool]:
+    async def stats_pools(self, *, timeout: Timeout | None = None) -> list[Pool]:
         """All pools."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_POOL_ALL, POOL_ENTRIES, timeout)
 
-    async def stats_mappings(self, *, timeout: float | None = None) -> list[Mapping]:
+    async def stats_mappings(self, *, timeout: Timeout | None = None) -> list[Mapping]:
         """All mappings."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_MAPPING_ALL, MAPPING_ENTRIES, timeout)
 
-    async def stats_limits(self, *, timeout: float | None = None) -> list[Limit]:
+    async def stats_limits(self, *, timeout: Timeout | None = None) -> list[Limit]:
         """All limits and their use."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_LIMIT_ALL, LIMIT_ENTRIES, timeout)
 
@@ -198,7 +203,7 @@ class Queries:
         pool_addr: Address4 | None = None,
         port: int = 0,
         page: int = 1000,
-        timeout: float | None = None,
+        timeout: Timeout | None = None,
     ) -> Sessions[Session]:
         """
         Walks the sessions that match everything that is given: `async for session in client.sessions(protocol="tcp")`.
@@ -221,30 +226,32 @@ class Queries:
         pool_addr: Address4 | None = None,
         port: int = 0,
         page: int = 1000,
-        timeout: float | None = None,
+        timeout: Timeout | None = None,
     ) -> Sessions[FullSession]:
         """As sessions, with both sides of each translation, for which not every server has an answer."""
         chosen = session_filter(protocol, src, dst, pool_addr, port, "walk")
         return Sessions(self, chosen, page, self._milliseconds(timeout), FULLSESSION_ENTRIES, lib.FWX_NAT64_WALK_FULL)
 
-    def _milliseconds(self, timeout: float | None) -> int:
+    def _milliseconds(self, timeout: Timeout | None) -> int:
         return self._timeout_ms if timeout is None else milliseconds(timeout)
 
-    async def _system(self, selector: int, entry: Entries[Entry], timeout: float | None) -> Entry:
+    async def _system(self, selector: int, entry: Entries[Entry], timeout: Timeout | None) -> Entry:
         found = await self._list(lib.FWX_NAT64_MSG_STATS_SYS, entry, timeout, selector)
         return found[0]
 
-    async def _list(self, number: int, entry: Entries[Entry], timeout: float | None, selector: int = 0) -> list[Entry]:
+    async def _list(self, number: int, entry: Entries[Entry], timeout: Timeout | None, selector: int = 0) -> list[Entry]:
         """All entries of a query, however many replies and queries it takes."""
         timeout_ms = self._milliseconds(timeout)
         count = 0xFFFFFFFF if number == lib.FWX_NAT64_MSG_STATS_LIMIT_ALL else 1000  # that one cannot be gone on with
         found: list[Entry] = []
         cookie = 0
         while True:
-            pages = self._ask(lib.nat64_query(number, selector, cookie, count, 0, timeout_ms))
+            pages = self._ask(lib.nat64_query, number, selector, cookie, count, 0, timeout_ms)
             try:
                 while True:
                     page = await pages.next()
+                    if page.more and page.count == 0:
+                        raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server says that more follows, and sends nothing")
                     found += entry.read(page.data[: page.count * entry.size])
                     if not page.more:
                         break
@@ -256,7 +263,9 @@ class Queries:
                 raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server's list does not advance")
             cookie = page.cookie
 
-    def _ask(self, query: int) -> _Pages:
+    def _ask(self, send: Callable[..., int], *arguments: Any) -> _Pages:
+        driver.check()
+        query = send(*arguments)
         if query < 0:
             raise error(-query)
         pages = self._queries[query] = _Pages(query)
@@ -264,7 +273,9 @@ class Queries:
         return pages
 
     def _forget(self, pages: _Pages) -> None:
-        if self._queries.pop(pages.query, None) is not None:
+        """May be called from anywhere: a walk that nobody holds ends in whatever thread collects it."""
+        if pages.query in self._queries and not driver.hand_over(self._forget, pages):
+            del self._queries[pages.query]
             lib.nat64_forget(pages.query)
 
     def _hear_page(self, news: Any) -> None:

@@ -70,8 +70,9 @@ class Sessions(Generic[Entry]):
         """Further sessions; none when that were all."""
         while not self._is_whole:
             if self._pages is None:
-                query = lib.nat64_walk(self._filter, self._cookie, self._count, self._walk_arg, self._timeout_ms)
-                self._pages = self._client._ask(query)
+                self._pages = self._client._ask(
+                    lib.nat64_walk, self._filter, self._cookie, self._count, self._walk_arg, self._timeout_ms
+                )
             try:
                 page = await self._pages.next()
             except BaseException:
@@ -88,6 +89,9 @@ class Sessions(Generic[Entry]):
                 raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server shows its sessions in another way")
             if found := self._entries.read(page.data):
                 return found
+            if page.more:
+                self.close()
+                raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server says that more follows, and sends nothing")
         return []
 
     def close(self) -> None:

@@ -20,6 +20,7 @@ Prefix4 = Union[str, IPv4Network]
 Prefix6 = Union[str, IPv6Network]
 Named = Union[str, int]
 Seconds = Union[str, int, timedelta]
+Timeout = Union[float, timedelta]
 
 _FAMILIES = {4: socket.AF_INET, 6: socket.AF_INET6}
 _UNITS = re.compile(r"(?:(\d+)d)?(?:(\d+)h)?(?:(\d+)m)?(?:(\d+)s)?")
@@ -36,6 +37,8 @@ def number(name: str, low: int, high: int, allowed: str = "") -> Callable[[int],
 
     def convert(value: Any) -> Any:
         if value.__class__ is not int:
+            if value.__class__ is bool and high > 1:  # True is no identifier
+                raise _wrong(name, value, allowed)
             try:
                 value = int(value, 0) if isinstance(value, str) else index(value)
             except (TypeError, ValueError):
@@ -59,8 +62,16 @@ class _Names(dict[Any, int]):
 def named(name: str, low: int, high: int, names: Mapping[str, int]) -> Callable[[Named], int]:
     """Takes names, and numbers from low to high."""
     table = _Names(names)
-    table.otherwise = number(name, low, high, f"{low} to {high}, or {', '.join(names)}")
-    return table.__getitem__
+    allowed = f"{low} to {high}, or {', '.join(names)}"
+    table.otherwise = number(name, low, high, allowed)
+
+    def convert(value: Any) -> int:
+        try:
+            return table[value]
+        except TypeError:  # it has no hash
+            raise _wrong(name, value, allowed) from None
+
+    return convert
 
 
 def seconds(name: str, low: int, high: int) -> Callable[[Seconds], int]:

@@ -12,7 +12,7 @@ from ._driver import driver
 from ._native import ffi, lib
 from ._queries import Queries, milliseconds
 from ._sessions import session_filter
-from ._values import Address, Address4, Named, command
+from ._values import Address, Address4, Named, Timeout, command
 from .errors import Error, LoadFailed, error
 from .model import Model
 
@@ -30,7 +30,7 @@ class Batch(Commands[None]):
     def __len__(self) -> int:
         return len(self.commands)
 
-    def _send(self, command: bytes, timeout: float | None) -> None:
+    def _send(self, command: bytes, timeout: Timeout | None) -> None:
         self.commands.append(command)
 
 
@@ -51,7 +51,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         server: str | None = None,
         *,
         client_id: bytes = b"pyth",
-        timeout: float = 5.0,
+        timeout: Timeout = 5.0,
         on_record: Callable[[str, tuple[int, int, int]], None] | None = None,
         on_event: Callable[[], None] | None = None,
         on_mapping: Callable[[Mapping], None] | None = None,
@@ -97,6 +97,8 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         return len(self._futures) + len(self._queries) + sum(int(load.left) for load, _ in self._loads)
 
     async def __aenter__(self) -> Client:
+        if self.is_bound:
+            raise RuntimeError("this client has been entered already")
         host = driver.attach()
         try:
             if lib.fwx_nat64_client_info_get() != ffi.NULL:
@@ -121,6 +123,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         """Unbinds; what is under way fails as not ready."""
         if not self.is_bound:
             return
+        driver.check()
         self._create_future = self._not_bound
         driver.take = None
         lib.nat64_close()
@@ -143,7 +146,8 @@ class Client(Commands["asyncio.Future[None]"], Queries):
 
     # --- Commands ---
 
-    def _send(self, command: bytes, timeout: float | None) -> asyncio.Future[None]:
+    def _send(self, command: bytes, timeout: Timeout | None) -> asyncio.Future[None]:
+        driver.check()
         future = self._create_future()
         slot = lib.nat64_send(command, len(command), self._timeout_ms if timeout is None else milliseconds(timeout))
         if slot >= 0:
@@ -154,7 +158,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
             driver.wake()
         return future
 
-    def ipalias_upload(self, *, timeout: float | None = None) -> asyncio.Future[None]:
+    def ipalias_upload(self, *, timeout: Timeout | None = None) -> asyncio.Future[None]:
         """Asks the server to upload its IP aliases."""
         return self._send(_IPALIAS_UPLOAD(), timeout)
 
@@ -166,12 +170,12 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         dst: Address | None = None,
         pool_addr: Address4 | None = None,
         port: int = 0,
-        timeout: float | None = None,
+        timeout: Timeout | None = None,
     ) -> asyncio.Future[None]:
         """Clears the sessions that match everything that is given, as with sessions."""
         return self._send(_SESSION_CLEAR(session_filter(protocol, src, dst, pool_addr, port, "clear")), timeout)
 
-    async def load(self, batch: Batch, *, window: int = 1024, timeout: float | None = None) -> None:
+    async def load(self, batch: Batch, *, window: int = 1024, timeout: Timeout | None = None) -> None:
         """
         Sends a batch, with at most `window` commands under way, and waits for all answers. A batch names a MAP-T rule
         once, since its commands do not wait for each other.
@@ -185,6 +189,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         data = b"".join(batch.commands)
         buffer = ffi.from_buffer(data)
         codes = ffi.new("uint32_t[]", len(batch))
+        driver.check()
         load = ffi.new("nat64_load_t *")
         load.commands, load.size, load.codes, load.left, load.window = buffer, len(data), codes, len(batch), window
         load.timeout_ms = self._milliseconds(timeout)

@@ -68,6 +68,7 @@ class Model:
     def close(self) -> None:
         """Ends the server; its clients' channels go down."""
         if self._model != ffi.NULL:
+            driver.check()
             self._destroy()
 
     def _destroy(self) -> None:
@@ -80,6 +81,7 @@ class Model:
         """The model, with a turn of the loop to follow."""
         if self._model == ffi.NULL:
             raise Error(lib.FWX_HOST_ERR_NO_SERVER, "the model is closed")
+        driver.check()
         driver.wake()
         return self._model
 
