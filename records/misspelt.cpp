@@ -7,29 +7,35 @@ namespace {
 
 constexpr size_t longest_quote = 60;
 
-/** How many characters must come, go or change to make one word of the other. */
+/** How many characters must come, go, change or trade places with the next to make one word of the other. */
 size_t distance(std::string_view from, std::string_view to) {
+    std::vector<size_t> before_last(to.size() + 1);
+    std::vector<size_t> last(to.size() + 1);
     std::vector<size_t> row(to.size() + 1);
     std::iota(row.begin(), row.end(), 0);
-    for (size_t i = 0; i < from.size(); ++i) {
-        size_t diagonal = row[0]++;
-        for (size_t j = 0; j < to.size(); ++j) {
-            const size_t changed = diagonal + (from[i] == to[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
+    for (size_t i = 1; i <= from.size(); ++i) {
+        before_last.swap(last);
+        last.swap(row);
+        row[0] = i;
+        for (size_t j = 1; j <= to.size(); ++j) {
+            row[j] = std::min({last[j - 1] + (from[i - 1] == to[j - 1] ? 0 : 1), last[j] + 1, row[j - 1] + 1});
+            const bool is_swapped = i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1];
+            if (is_swapped) row[j] = std::min(row[j], before_last[j - 2] + 1);
         }
     }
     return row.back();
 }
 
-/** The first of the words that differ least, or an empty one when all differ much. */
+/** The first of the words that differ least, one as long if there is any; or an empty one when all differ much. */
 std::string_view nearest(std::string_view word, const std::vector<std::string_view> &known) {
     std::string_view found;
     if (word.size() > longest_quote) return found;
     size_t least = std::max<size_t>(word.size() / 3, 1) + 1;
     for (const std::string_view candidate : known) {
         const size_t differences = distance(word, candidate);
-        if (differences < least) {
+        const bool is_as_long = candidate.size() == word.size() && found.size() != word.size();
+        const bool is_nearer = differences < least || (differences == least && !found.empty() && is_as_long);
+        if (is_nearer) {
             least = differences;
             found = candidate;
         }

@@ -70,7 +70,7 @@ exec {ready}< <(exec "$natctl" serve bench 2>/dev/null)
 server=$!
 read -r _ <&"$ready" # `serving bench`
 batch=$(processor_seconds "$server" "$natctl" --connect bench --quiet --pipeline 512 batch "$work/lines")
-printf 'server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
+printf 'dev server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
 walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)
 
 say "measured $(date -u +%F) on $(nproc) processors, $(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)"

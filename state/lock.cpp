@@ -36,11 +36,18 @@ std::string lock_t::take(std::chrono::milliseconds patience, const is_worth_wait
     }
 }
 
-std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience) {
+std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience,
+                             const std::function<void(const std::string &holder)> &on_wait) {
     const std::string path = lock_path_of(server);
     if (path.empty()) return "no server can have the name \"" + server + '"';
     std::string error = make_state_directory(path.substr(0, path.rfind('/')));
-    const auto may_end_soon = [](const std::string &who) { return who.empty() || who.rfind("natctl ", 0) == 0; };
+    bool is_told = false;
+    const auto may_end_soon = [&](const std::string &who) {
+        const bool may = who.empty() || who.rfind("natctl ", 0) == 0;
+        const bool must_tell = may && on_wait && !std::exchange(is_told, true);
+        if (must_tell) on_wait(who.empty() ? "another process" : who);
+        return may;
+    };
     if (error.empty()) error = lock.take(patience, may_end_soon);
     return lock.is_taken() ? "server " + server + ": " + lock.holder() + " is changing it" : error;
 }

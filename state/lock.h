@@ -48,9 +48,10 @@ private:
 
 /**
  * Takes the lock of a server for whoever changes it (state/directory.h). A natctl that has it ends soon and is waited
- * for; a daemon is not.
+ * for, after `on_wait` has its name; a daemon is not.
  * @return why not, with the holder's name; empty when this process has the lock.
  */
-std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience);
+std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience,
+                             const std::function<void(const std::string &holder)> &on_wait = {});
 
 #endif

@@ -65,13 +65,35 @@ std::string error_text(const CLI::App &root, const CLI::ParseError &error) {
     return wrong_word_text(rest.front(), {options.begin(), options.end()}, "not expected here, see --help");
 }
 
+/** Names the options that exclude one in an order that is always the same. */
+class formatter_t : public CLI::Formatter {
+public:
+    std::string make_option_opts(const CLI::Option *option) const override {
+        std::string text = CLI::Formatter::make_option_opts(option);
+        const std::string head = " " + get_label("Excludes") + ":";
+        const size_t at = text.find(head);
+        if (at == std::string::npos) return text;
+        std::vector<std::string> others;
+        for (const CLI::Option *other : option->get_excludes()) {
+            others.push_back(other->get_name());
+        }
+        std::sort(others.begin(), others.end());
+        text.resize(at);
+        text += head;
+        for (const std::string &other : others) {
+            text += ' ' + other;
+        }
+        return text;
+    }
+};
+
 void enter(CLI::App &app, const option_spec_t &spec) {
     if (spec.is_flag()) {
         CLI::Option *flag =
             spec.flag != nullptr ? app.add_flag(spec.names, *spec.flag, spec.meaning) : app.add_flag(spec.names);
         flag->description(spec.meaning);
         for (const std::string &other : spec.others) {
-            flag->excludes(app.get_option(other));
+            flag->excludes(app.get_option(other.substr(0, other.find(','))));
         }
         return;
     }
@@ -85,7 +107,7 @@ void enter(CLI::App &app, const option_spec_t &spec) {
                      spec.names,
                      [take](const std::vector<std::string> &texts) { std::for_each(texts.begin(), texts.end(), take); },
                      spec.meaning)
-                  ->allow_extra_args(false)
+                  ->allow_extra_args(spec.is_argument())
             : app.add_option_function<std::string>(spec.names, take, spec.meaning);
     option->type_name(spec.form)->required(spec.is_required);
     if (!spec.preset.empty()) option->default_str(spec.preset);
@@ -99,6 +121,7 @@ void enter(CLI::App &app, const option_spec_t &spec) {
 class command_parser_t::impl_t {
 public:
     explicit impl_t(const command_spec_t &spec) : root_(spec.summary, spec.name) {
+        root_.formatter(std::make_shared<formatter_t>()); /* its commands take it over */
         if (!spec.version.empty()) root_.set_version_flag("--version", spec.version, "Prints the version");
         falls_through_ = !spec.options.empty();
         fill(root_, spec);
@@ -119,12 +142,15 @@ public:
 
 private:
     void fill(CLI::App &app, const command_spec_t &spec) {
+        app.footer(spec.footer);
         app.fallthrough(falls_through_ && spec.takes_root_options);
         for (const option_spec_t &option : spec.options) {
             enter(app, option);
         }
         for (const command_spec_t &command : spec.commands) {
-            fill(*app.add_subcommand(command.name, command.summary), command);
+            CLI::App *added = app.add_subcommand(command.name, command.summary);
+            if (!command.is_listed) added->group("");
+            fill(*added, command);
         }
         if (!spec.commands.empty()) app.require_subcommand(1);
         for (const std::string &other : spec.others) {

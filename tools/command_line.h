@@ -52,10 +52,12 @@ struct option_spec_t {
 struct command_spec_t {
     std::string name;
     std::string summary;
+    std::string footer;  /* behind the options in the help */
     std::string version; /* of a root: what --version prints; empty: there is no such option */
     std::function<void(const std::string &path)> act; /* `path`: "timeout set" */
     std::list<option_spec_t> options;
     std::list<command_spec_t> commands;
+    bool is_listed = true;           /* in the help of the command that it follows */
     bool takes_root_options = true;  /* they may follow it */
     std::vector<std::string> others; /* names of the root's options that must not be given with it */
 

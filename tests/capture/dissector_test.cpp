@@ -126,11 +126,11 @@ TEST_F(dissector_test, shows_every_byte_that_natctl_exchanged_with_its_value) {
 }
 
 TEST_F(natctl_test, ends_with_status_2_and_names_the_file_that_cannot_be_captured_to) {
-    const run_t refused = run("--json --capture /no/such/folder/file ipalias upload");
+    const run_t refused = run("--json --capture /no/such/folder/file dev ipalias upload");
     EXPECT_EQ(refused.status, 2);
     EXPECT_EQ(refused.notes, "natctl: --capture /no/such/folder/file: No such file or directory\n");
     EXPECT_EQ(json_t::parse(refused.answers).at("status"), "usage");
-    EXPECT_EQ(run("--capture '' ipalias upload").status, 2);
+    EXPECT_EQ(run("--capture '' dev ipalias upload").status, 2);
 }
 
 TEST_F(dissector_test, links_a_reply_and_its_command_by_context_and_epoch) {

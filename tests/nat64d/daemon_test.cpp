@@ -29,7 +29,7 @@ protected:
     static json_t data_of(const std::string &command) {
         return json_t::parse(run("--json --connect alpha " + command).answers).at("data");
     }
-    static uint64_t changes() { return data_of("server boot").at("changes").get<uint64_t>(); }
+    static uint64_t changes() { return data_of("dev server boot").at("changes").get<uint64_t>(); }
     static bool is_in_step() {
         return eventually([] { return daemon_process_t::is("in_step", true); });
     }
@@ -60,7 +60,7 @@ TEST_F(daemon_test, a_server_gets_the_document_and_its_edits_and_no_faulty_ones)
     EXPECT_EQ(status.at("in_step"), true);
     EXPECT_EQ(status.at("items"), items + 3);
     const auto number_of = [](const json_t &digits) { return std::stoull(digits.get<std::string>(), nullptr, 16); };
-    EXPECT_EQ(number_of(status.at("boot_id")), number_of(data_of("server boot").at("boot_id")));
+    EXPECT_EQ(number_of(status.at("boot_id")), number_of(data_of("dev server boot").at("boot_id")));
     EXPECT_EQ(run("--connect alpha daemon reload").status, 1);
     daemon.signal(SIGHUP);
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 3); })) << daemon.log();
@@ -112,7 +112,7 @@ TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
             return daemon_process_t::is("in_step", true) && daemon_process_t::is("server_restarts", restarts);
         })) << daemon.log();
         EXPECT_EQ(changes(), items);
-        EXPECT_EQ(data_of("server counts").at("refused"), 0) << "nothing is deleted of what a server has none of";
+        EXPECT_EQ(data_of("dev server counts").at("refused"), 0) << "nothing is deleted of what a server has none of";
         EXPECT_EQ(value_of(daemon.get("/metrics"), "nat64_lookup_rules"), std::to_string(count));
         EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 200"), std::string::npos);
         server.end(SIGKILL);
@@ -282,9 +282,9 @@ TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_
     std::ofstream(folder() + "/metrics") << metrics.substr(metrics.find("\r\n\r\n") + 4);
     EXPECT_EQ(std::system((PROMTOOL_PATH " check metrics <" + folder() + "/metrics").c_str()), 0);
 #endif
-    const uint64_t commands = data_of("server counts").at("commands").get<uint64_t>();
+    const uint64_t commands = data_of("dev server counts").at("commands").get<uint64_t>();
     daemon.get("/metrics");
-    EXPECT_LE(data_of("server counts").at("commands").get<uint64_t>() - commands, 4u + 3u + 2u)
+    EXPECT_LE(data_of("dev server counts").at("commands").get<uint64_t>() - commands, 4u + 3u + 2u)
         << "four of the scrape, three of natctl, and looks";
     EXPECT_NE(daemon.get("/other").find("HTTP/1.1 404"), std::string::npos);
 }

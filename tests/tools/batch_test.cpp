@@ -10,7 +10,7 @@ class batch_test : public natctl_test {};
 constexpr char seven[] =
     "# first\ntimeout set --type 1 --value 300\n\nlimit add --type 1 --value 9\n"
     "timeout set --type 2 --value 240\nadj set --type 1 --address ::1\n"
-    "timeout set --type 9 --value 1\nipalias upload\nlimit del --type 1\n";
+    "timeout set --type 9 --value 1\ndev ipalias upload\nlimit del --type 1\n";
 
 TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) {
     run_t result = run("batch -", seven);
@@ -25,10 +25,10 @@ TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) 
 }
 
 TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before_it) {
-    const std::string bare[] = {"interface set --ifh 2\n", "session clear\n", "cgm end-batch --batch 1\n"};
+    const std::string bare[] = {"interface set --ifh 2\n", "sessions clear --all\n", "dev cgm end-batch --batch 1\n"};
     const std::string full =
         "interface set --ifh 1 --enable 0 --mtu 1400 --sful 2001:db8::/32\n"
-        "session clear --protocol 6 --src 192.0.2.1\ncgm end-batch --batch 2 --async\n"
+        "sessions clear --protocol 6 --src 192.0.2.1\ndev cgm end-batch --batch 2 --async\n"
         "interface set --ifh 1 --mtu none\n";
     for (const std::string &line : bare) {
         const json_t alone = json_t::parse(run("--json --dry-run batch -", line).answers);
@@ -39,7 +39,7 @@ TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before
 }
 
 TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
-    const std::string sessions = "server sessions generate 3\nsessions walk\n";
+    const std::string sessions = "dev server sessions generate 3\nsessions walk\n";
     std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
     size_t count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
@@ -51,16 +51,16 @@ TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command)
 }
 
 TEST_F(batch_test, a_command_that_nobody_answers_any_more_ends_with_its_channel) {
-    const run_t result =
-        run("--pipeline 4 --keep-going batch -", "server silent on\ncgm end-batch --batch 1 --async\nserver drop\n");
-    EXPECT_EQ(result.answers, "line 1: server silent: ok\nline 3: server drop: ok\n");
-    EXPECT_EQ(result.notes.find("natctl: line 2: cgm end-batch: the server went away before it answered\n"), 0U)
+    const run_t result = run("--pipeline 4 --keep-going batch -",
+                             "dev server silent on\ndev cgm end-batch --batch 1 --async\ndev server drop\n");
+    EXPECT_EQ(result.answers, "line 1: dev server silent: ok\nline 3: dev server drop: ok\n");
+    EXPECT_EQ(result.notes.find("natctl: line 2: dev cgm end-batch: the server went away before it answered\n"), 0U)
         << result.notes;
 }
 
 TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses_a_second) {
     const std::string pools =
-        "server sessions generate 2\npool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\n"
+        "dev server sessions generate 2\npool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\n"
         "sessions walk --limit 1\nsessions walk\n";
     for (const std::string other : {"stats pools\n", "stats system\n", "status\n"}) {
         const run_t result = run("--csv batch -", pools + other);
@@ -78,7 +78,7 @@ TEST_F(batch_test, a_line_may_go_on_and_a_file_begin_with_a_byte_order_mark) {
     EXPECT_EQ(result.answers, "line 1: timeout set: ok\n");
     EXPECT_EQ(result.notes,
               "natctl: line 5: limit add: --value x: must be 0 to 4294967295\n"
-              "natctl: 1 commands done, 1 failed, 1 not run\n");
+              "natctl: 1 command done, 1 failed, 1 not run\n");
 }
 
 /** Gives its text and then an error, as a disk or a network does. */
@@ -124,7 +124,7 @@ TEST_F(batch_test, input_that_fails_half_way_is_an_error_behind_what_was_read) {
     EXPECT_EQ(answers.str(), "line 1: timeout set: ok\n");
     EXPECT_EQ(notes.str(),
               "natctl: line 2: batch: standard input: Input/output error\n"
-              "natctl: 1 commands done, 1 failed, 0 not run\n");
+              "natctl: 1 command done, 1 failed, 0 not run\n");
 }
 
 struct failure_t {
@@ -135,10 +135,12 @@ struct failure_t {
 
 TEST_F(batch_test, each_way_to_fail_has_its_status) {
     constexpr failure_t failures[] = {
-        {"server fail-next --code 0x6006\nipalias upload\n", 1, "line 2: ipalias upload: refused by the server: "},
-        {"server hold\ncgm end-batch --batch 1 --async\n", 3, "line 2: cgm end-batch: no answer within 20 ms\n"},
-        {"mapt lookup 192.0.2.1\n", 1, "line 1: mapt lookup: refused by the library: "},
-        {"server silent on\nipalias upload\n", 3, "line 2: ipalias upload: no answer within 20 ms\n"},
+        {"dev server fail-next --code 0x6006\ndev ipalias upload\n", 1,
+         "line 2: dev ipalias upload: refused by the server: "},
+        {"dev server hold\ndev cgm end-batch --batch 1 --async\n", 3,
+         "line 2: dev cgm end-batch: no answer within 20 ms\n"},
+        {"dev mapt lookup 192.0.2.1\n", 1, "line 1: dev mapt lookup: refused by the library: "},
+        {"dev server silent on\ndev ipalias upload\n", 3, "line 2: dev ipalias upload: no answer within 20 ms\n"},
         {"timeout set 'x\n", 2, "line 1: ': quote without its end\n"},
         {"batch -\n", 2, "line 1: batch: must be status, "},
     };
@@ -151,33 +153,34 @@ TEST_F(batch_test, each_way_to_fail_has_its_status) {
 }
 
 TEST_F(batch_test, commands_without_an_answer_are_named_when_the_binding_ends) {
-    run_t result = run("--timeout 20 batch -", "server hold\nipalias upload\n");
-    EXPECT_NE(result.notes.find("line 2: ipalias upload: still outstanding when the binding ended\n"),
+    run_t result = run("--timeout 20 batch -", "dev server hold\ndev ipalias upload\n");
+    EXPECT_NE(result.notes.find("line 2: dev ipalias upload: still outstanding when the binding ended\n"),
               std::string::npos)
         << result.notes;
 }
 
 TEST_F(batch_test, an_answer_after_its_time_is_noted_and_changes_no_verdict) {
-    run_t result = run("--timeout 20 --keep-going batch -", "server hold\nipalias upload\nserver release\n");
+    run_t result =
+        run("--timeout 20 --keep-going batch -", "dev server hold\ndev ipalias upload\ndev server release\n");
     EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.notes.find("line 2: ipalias upload: answered too late\n"), std::string::npos) << result.notes;
+    EXPECT_NE(result.notes.find("line 2: dev ipalias upload: answered too late\n"), std::string::npos) << result.notes;
     EXPECT_EQ(result.notes.find("outstanding"), std::string::npos) << result.notes;
 }
 
 TEST_F(batch_test, a_pipeline_reports_in_order_whatever_the_order_of_the_answers) {
     run_t result = run("--pipeline 9 batch -",
-                       "server hold\ntimeout set --type 1 --value 3\nlimit add --type 1 --value 1\nstatus\n"
-                       "server release --order reverse\n");
+                       "dev server hold\ntimeout set --type 1 --value 3\nlimit add --type 1 --value 1\nstatus\n"
+                       "dev server release --order reverse\n");
     EXPECT_EQ(result.status, 0) << result.notes;
-    EXPECT_EQ(result.answers.find("line 1: server hold: ok\nline 2: timeout set: ok\nline 3: limit add: ok\n"), 0U)
+    EXPECT_EQ(result.answers.find("line 1: dev server hold: ok\nline 2: timeout set: ok\nline 3: limit add: ok\n"), 0U)
         << result.answers;
     EXPECT_NE(result.answers.find("outstanding       2\n"), std::string::npos) << result.answers;
 }
 
 TEST_F(batch_test, notifications_are_noted_with_their_values) {
     run_t result = run("batch -",
-                       "server notify record --op del --word1 1 --word2 2 --word3 3\nserver notify event\n"
-                       "server notify mapping --id 5 --active 0 --value 8\nserver wakeup\n");
+                       "dev server notify record --op del --word1 1 --word2 2 --word3 3\ndev server notify event\n"
+                       "dev server notify mapping --id 5 --active 0 --value 8\ndev server wakeup\n");
     EXPECT_EQ(result.status, 0) << result.notes;
     EXPECT_EQ(result.notes,
               "notification: record del word1=1 word2=2 word3=3\nnotification: event\n"
@@ -185,15 +188,15 @@ TEST_F(batch_test, notifications_are_noted_with_their_values) {
 }
 
 TEST_F(batch_test, the_library_speaks_through_the_notes_when_its_debug_level_is_open) {
-    run_t result = run("--debug-level 4 ipalias upload");
+    run_t result = run("--debug-level 4 dev ipalias upload");
     EXPECT_NE(result.notes.find("NAT64: fwx_nat64_client_connect_to_server connected\n"), std::string::npos)
         << result.notes;
-    EXPECT_EQ(result.answers, "ipalias upload: ok\n");
+    EXPECT_EQ(result.answers, "dev ipalias upload: ok\n");
 }
 
 TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {
-    run_t result = run("shell", "limit frob\nhelp adj\nipalias upload\nexit\nstatus\n");
-    EXPECT_EQ(result.answers, "ipalias upload: ok\n");
+    run_t result = run("shell", "limit frob\nhelp adj\ndev ipalias upload\nexit\nstatus\n");
+    EXPECT_EQ(result.answers, "dev ipalias upload: ok\n");
     EXPECT_NE(result.notes.find("natctl: limit: frob: must be add, mod, del\n"), std::string::npos);
     EXPECT_NE(result.notes.find("Adjacencies"), std::string::npos) << result.notes;
 }

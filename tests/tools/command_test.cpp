@@ -18,7 +18,7 @@ protected:
 };
 
 TEST_F(command_test, the_codes_of_a_server_have_their_texts_where_no_model_runs) {
-    run("--dry-run ipalias upload");
+    run("--dry-run dev ipalias upload");
     EXPECT_STREQ(xerr_strerror(0x6003), "the server has no such entry");
     EXPECT_STREQ(xerr_strerror(0x6007), "the server has some of these addresses in another pool");
 }
@@ -60,12 +60,12 @@ TEST_F(command_test, a_dry_run_checks_and_leaves_the_server_alone) {
     run_t refused = run("--dry-run logging add --dest 0.0.0.0 --port 1");
     EXPECT_EQ(refused.status, 1);
     run_t result =
-        run("--dry-run batch -", "timeout set --type 1 --value 300\nserver fail-next --code 5\nserver hold\n");
+        run("--dry-run batch -", "timeout set --type 1 --value 300\ndev server fail-next --code 5\ndev server hold\n");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.notes, "");
     const std::string shown = "line 1: timeout set:\ntimeout_set 48 bytes: op_code=14 type=1 (udp) value=300\n03c06000";
     EXPECT_EQ(result.answers.substr(0, shown.size()), shown);
-    EXPECT_NE(result.answers.find("line 3: server hold: nothing to send\n"), std::string::npos) << result.answers;
+    EXPECT_NE(result.answers.find("line 3: dev server hold: nothing to send\n"), std::string::npos) << result.answers;
 }
 
 TEST_F(command_test, only_one_format_is_taken) {
@@ -123,18 +123,18 @@ TEST_F(command_test, completion_offers_what_may_come_next) {
     };
     constexpr completion_t completed[] = {
         {"limit ''", "add\nmod\ndel\n--help\n"},
-        {"server not", "notify\n"},
+        {"dev server not", "notify\n"},
         {"timeout set --v", "--value\n"},
         {"timeout set --value 1 --type=2 --", "--help\n"},
         {"timeout set --value ''", ""},
         {"--jsonl --",
          "--help\n--version\n--trace\n--capture\n--dry-run\n--keep-going\n--pipeline\n--timeout\n"
          "--connect\n--debug-level\n--quiet\n"},
-        {"server release --order re", "reverse\n"},
+        {"dev server release --order re", "reverse\n"},
         {"timeout set --type tcp-e", "tcp-est\n"},
-        {"server silent o", "on\noff\n"},
-        {"server silent on o", ""},
-        {"server notify record --op ''", "add\ndel\n"},
+        {"dev server silent o", "on\noff\n"},
+        {"dev server silent on o", ""},
+        {"dev server notify record --op ''", "add\ndel\n"},
         {"--connect ''", "gateway-1\n"},
         {"status --connect gate", "gateway-1\n"},
         {"--capture x", ":\n"},

@@ -69,7 +69,7 @@ TEST_F(config_test, a_document_goes_to_the_standard_form_and_comes_back) {
     const run_t refused = run("--json convert --to ietf-nat " + first_);
     EXPECT_EQ(refused.status, 2);
     EXPECT_EQ(refused.answers,
-              R"({"command":"convert","status":"usage","code":0,"error":")" + first_ +
+              R"({"command":"convert","status":"usage","code":null,"error":")" + first_ +
                   R"(: 1 error","data":{"problems":[{"kind":"error","line":1,"command":"pool add","field":"",)"
                   R"("reason":"--start 192.0.2.1: has no place: a pool of ietf-nat is one prefix"}]}})" +
                   "\n");
@@ -96,7 +96,7 @@ TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
     } const table[] = {
         {"check " + first_, 0, R"("status":"ok","code":0,"note":"3 items","data":{"items":3,"problems":[]}})"},
         {"check " + wrong, 2,
-         R"("status":"usage","code":0,"error":")" + wrong +
+         R"("status":"usage","code":null,"error":")" + wrong +
              R"(: 1 error","data":{"items":0,"problems":[{"kind":"error",)" +
              R"("line":1,"command":"pool add","field":"--start","reason":"--start x: must be an IPv4 address such as )" +
              R"(192.0.2.1"}]}})"},
@@ -111,8 +111,8 @@ TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
          R"("version":1}})"},
         {"diff " + first_, 0,
          R"("status":"ok","code":0,"note":"no difference","data":{"changed":false,"commands":[]}})"},
-        {"confirm", 1, R"("status":"refused","code":0,"error":"no version waits for it"})"},
-        {"rollback 7", 2, R"("status":"usage","code":0,"error":"version 7: must be 0 to 1"})"},
+        {"confirm", 1, R"("status":"refused","code":null,"error":"no version waits for it"})"},
+        {"rollback 7", 2, R"("status":"usage","code":null,"error":"version 7: must be 0 to 1"})"},
     };
     for (const auto &[command, status, answer] : table) {
         const run_t got = alpha("--json config " + command);
@@ -221,7 +221,7 @@ TEST_F(config_test, an_apply_that_is_killed_or_interrupted_is_put_right_by_the_n
     for (const int signal : {SIGKILL, SIGINT}) {
         SCOPED_TRACE(signal);
         ASSERT_EQ(alpha("config apply " + first_).status, 0);
-        const auto changes = [] { return alpha_json("server boot").at("data").at("changes").get<int>(); };
+        const auto changes = [] { return alpha_json("dev server boot").at("data").at("changes").get<int>(); };
         const int before = changes();
         child_t natctl;
         ASSERT_TRUE(natctl.start([&](int ready) {
@@ -250,7 +250,7 @@ TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command
         EXPECT_EQ(got.status, 2);
         EXPECT_NE(got.notes.find("/state/natctl"), std::string::npos) << got.notes;
     }
-    EXPECT_EQ(alpha_json("server boot").at("data").at("changes"), 0);
+    EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 0);
 }
 
 TEST_F(config_test, what_the_server_has_done_and_cannot_be_kept_is_told) {
@@ -263,7 +263,7 @@ TEST_F(config_test, what_the_server_has_done_and_cannot_be_kept_is_told) {
         got.notes.find("natctl: timeout set: the server has done it, and it is not kept: " + state_ + "/documents/1"),
         0U)
         << got.notes;
-    EXPECT_EQ(alpha_json("server boot").at("data").at("changes"), 1);
+    EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 1);
 }
 
 TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_looking_is_not) {
@@ -275,12 +275,27 @@ TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_loo
     setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(), 1); /* the lock is wherever the state is */
     for (const std::string &command : {"config apply " + second_, std::string("pool del --id 1")}) {
         const run_t got = alpha(command);
-        EXPECT_EQ(got.status, 2);
+        EXPECT_EQ(got.status, 5) << "a status of its own, so that a script can try again";
         EXPECT_NE(got.notes.find("nat64d (process "), std::string::npos) << got.notes;
+        EXPECT_EQ(got.notes.find("waiting"), std::string::npos) << "a daemon is not waited for: " << got.notes;
     }
     EXPECT_EQ(shown(), first_shown);
     EXPECT_EQ(alpha("config diff " + first_).status, 0);
     setenv("XDG_STATE_HOME", (directory_.path() + "/state").c_str(), 1);
+}
+
+TEST_F(config_test, a_natctl_that_waits_for_another_says_for_whom_and_how_long) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    lock_t other(lock_path_of("alpha"), "natctl");
+    ASSERT_EQ(take_server_lock(other, "alpha", {}), "");
+    const run_t got = run("--json --timeout 400 --connect alpha timeout set --type udp --value 3");
+    EXPECT_EQ(got.status, 5);
+    const std::string holder = "natctl (process " + std::to_string(getpid()) + ")";
+    EXPECT_EQ(got.notes, "natctl: server alpha: " + holder + " is changing it; waiting for up to 400 ms\n" +
+                             "natctl: timeout set: server alpha: " + holder + " is changing it\n");
+    EXPECT_EQ(json_t::parse(got.answers).at("status"), "locked");
+    EXPECT_TRUE(json_t::parse(got.answers).at("code").is_null());
 }
 
 TEST_F(config_test, several_natctl_at_once_wait_for_each_other) {

@@ -83,7 +83,8 @@ TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_
         const run_t result = run(std::string("mapt explain ") + address + file);
         EXPECT_EQ(result.status, 2);
         EXPECT_NE(result.notes.find(error), std::string::npos) << result.notes;
-        EXPECT_EQ(json_t::parse(run(std::string("--json mapt explain ") + address + file).answers).at("code"), 0);
+        EXPECT_TRUE(
+            json_t::parse(run(std::string("--json mapt explain ") + address + file).answers).at("code").is_null());
     }
 }
 
@@ -130,7 +131,7 @@ TEST_F(explain_test, what_cannot_be_explained_is_said) {
     const run_t wrong = run("mapt explain 192.0.2.1" + file_with("\nmapt bmr add --rule 0 --domain 1\n"));
     EXPECT_NE(wrong.notes.find("rules: line 2: mapt bmr add: --rule 0: must be 1"), std::string::npos) << wrong.notes;
     const run_t refused = run("--keep-going batch -",
-                              "server fail-next --code 0x6006\nmapt dmr add --id 1 --prefix "
+                              "dev server fail-next --code 0x6006\nmapt dmr add --id 1 --prefix "
                               "64:ff9b::/96\nmapt explain 10.2.3.4\n");
     EXPECT_NE(refused.notes.find("installed has 10.2.3.4"), std::string::npos) << refused.notes;
 }

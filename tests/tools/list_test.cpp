@@ -43,7 +43,7 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
     const std::string setup =
         "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\nlimit add --type 1 --value "
         "3\n" +
-        mappings(25) + "server sessions generate 30\n";
+        mappings(25) + "dev server sessions generate 30\n";
     for (const cut_t &cut : cuts) {
         SCOPED_TRACE(cut.line);
         const std::string line = cut.line;
@@ -63,7 +63,8 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
 }
 
 TEST_F(list_test, a_list_that_does_not_advance_ends_with_an_error) {
-    const json_t walk = last_of("server sessions generate 50\nserver duplicate --copies 2\nsessions walk --count 7\n");
+    const json_t walk =
+        last_of("dev server sessions generate 50\ndev server duplicate --copies 2\nsessions walk --count 7\n");
     EXPECT_EQ(walk.at("status"), "refused");
     EXPECT_EQ(walk.at("error"), "the server's list does not advance; the list is not whole");
 }
@@ -71,7 +72,7 @@ TEST_F(list_test, a_list_that_does_not_advance_ends_with_an_error) {
 TEST_F(list_test, a_query_that_is_refused_in_full_length_is_no_empty_list) {
     for (const std::string query :
          {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits", "sessions walk"}) {
-        const json_t outcome = last_of("server fail-next --code 0x6005\n" + query + "\n");
+        const json_t outcome = last_of("dev server fail-next --code 0x6005\n" + query + "\n");
         EXPECT_EQ(outcome.at("status"), "refused") << query;
         EXPECT_EQ(outcome.at("code"), 0x6005) << query;
     }
@@ -107,13 +108,14 @@ TEST_F(list_test, the_timeout_is_the_longest_silence_and_not_the_time_of_a_whole
 
 TEST_F(list_test, clearing_sessions_says_how_many_matched_and_is_not_sent_when_they_cannot_be_counted) {
     const std::string made =
-        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\nserver sessions generate 9\n";
+        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\ndev server sessions generate 9\n";
     const run_t cleared =
         run("batch -", made + "sessions clear --pool-address 192.0.2.2 --protocol udp\nstats pools\n");
     EXPECT_NE(cleared.answers.find("line 3: sessions clear: ok, 4 matched\n"), std::string::npos) << cleared.answers;
     EXPECT_NE(cleared.answers.find("\n1   0       2          5\n"), std::string::npos) << cleared.answers;
     const json_t refused = json_t::parse(
-        run("--json --keep-going batch -", made + "server fail-next --code 9\nsession clear\nstats system\n").answers);
+        run("--json --keep-going batch -", made + "dev server fail-next --code 9\nsessions clear --all\nstats system\n")
+            .answers);
     EXPECT_EQ(refused.at(3).at("code"), 9);
     EXPECT_EQ(refused.at(4).at("data").at("sessions"), 9);
     const std::string dry = run("--json --dry-run sessions clear --dst 192.0.2.1 --pool-address 192.0.2.2").answers;

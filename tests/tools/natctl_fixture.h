@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <sstream>
 #include <streambuf>
@@ -89,6 +90,7 @@ protected:
         return {words.words().begin(), words.words().end()};
     }
 
+    void SetUp() override { unsetenv("NATCTL_CONNECT"); }
     void TearDown() override {
         fwx_host_fault_reset();
         EXPECT_EQ(watch_.left(), "");

@@ -14,7 +14,7 @@ constexpr char other_rule1[] = "mapt bmr add --rule 1 --domain 5 --v6 2101:db8:1
 constexpr char del1[] = "mapt bmr del --rule 1 --domain 6\n";
 constexpr char del2[] = "mapt bmr del --rule 2 --domain 6\n";
 constexpr char del3[] = "mapt bmr del --rule 3 --domain 6\n";
-constexpr char refuse[] = "server fail-next --code 0x6006\n";
+constexpr char refuse[] = "dev server fail-next --code 0x6006\n";
 
 struct story_t {
     const char *what;
@@ -46,13 +46,13 @@ TEST_F(rule_test, the_verdict_is_the_servers_and_the_table_follows_it) {
         {"a default rule that is refused", no + "mapt dmr add --id 4\n", "r", 0, 0, 0},
         {"two under way together", a1 + a3, "oo", 2, 4, 1, "4"},
         {"one rule added, deleted and added at once", a1 + d1 + a1, "ooo", 1, 2, 1, "4"},
-        {"added while the table is emptied", "server cleanup on\n" + a3 + done + d3 + a1, "ooo", 1, 2, 1, "4"},
+        {"added while the table is emptied", "dev server cleanup on\n" + a3 + done + d3 + a1, "ooo", 1, 2, 1, "4"},
     };
     for (const story_t &story : stories) {
         SCOPED_TRACE(story.what);
         const std::string options = std::string("--json --keep-going --pipeline ") + story.pipeline;
-        const json_t outcomes =
-            json_t::parse(run(options + " batch -", story.lines + done + "mapt show\nmapt lookup 192.0.2.9\n").answers);
+        const json_t outcomes = json_t::parse(
+            run(options + " batch -", story.lines + done + "mapt show\ndev mapt lookup 192.0.2.9\n").answers);
         std::string verdicts;
         for (const json_t &outcome : outcomes) {
             const auto command = outcome.at("command").get<std::string>();
@@ -70,10 +70,11 @@ TEST_F(rule_test, the_verdict_is_the_servers_and_the_table_follows_it) {
 }
 
 TEST_F(rule_test, a_rule_is_pending_until_its_answer_and_a_late_answer_still_counts) {
-    const json_t outcomes = json_t::parse(run("--json --keep-going --timeout 20 batch -",
-                                              std::string("server hold\n") + add1 + "mapt show\nserver release\n" +
-                                                  "ipalias upload\nmapt show\n" + "mapt lookup 2001:db8:100::1\n")
-                                              .answers);
+    const json_t outcomes =
+        json_t::parse(run("--json --keep-going --timeout 20 batch -",
+                          std::string("dev server hold\n") + add1 + "mapt show\ndev server release\n" +
+                              "dev ipalias upload\nmapt show\n" + "dev mapt lookup 2001:db8:100::1\n")
+                          .answers);
     EXPECT_EQ(outcomes.at(1).at("status"), "no_answer");
     EXPECT_EQ(outcomes.at(2).at("data").at("pending"), 1);
     EXPECT_EQ(outcomes.at(5).at("data").at("installed"), 1);
@@ -89,7 +90,7 @@ TEST_F(rule_test, a_command_of_a_rule_waits_for_the_one_before_it_and_for_no_oth
 TEST_F(rule_test, rules_are_listed_as_installed_or_pending) {
     const std::string lines =
         "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\n"
-        "mapt lookup 192.0.2.1\nmapt lookup 2001:db8::1\nserver silent on\n"
+        "dev mapt lookup 192.0.2.1\ndev mapt lookup 2001:db8::1\ndev server silent on\n"
         "mapt bmr add --rule 1 --domain 1 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\nmapt rules\n";
     const json_t rows = json_t::parse(run("--json --keep-going --timeout 50 batch -", lines).answers).back().at("data");
     ASSERT_EQ(rows.size(), 2U);

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <optional>
 
@@ -19,14 +21,15 @@ protected:
     static json_t data_of(const std::string &command) {
         return json_t::parse(run("--json " + command).answers).at("data");
     }
+    const std::string &directory() const { return directory_.path(); }
 
 private:
     runtime_directory_t directory_;
 };
 
 TEST_F(server_process_test, what_only_the_embedded_server_can_do_is_refused_and_sends_nothing) {
-    for (const std::string command : {"mapt lookup 192.0.2.1", "server drop", "server fail-next --code 5",
-                                      "server sessions generate 3", "server notify event"}) {
+    for (const std::string command : {"dev mapt lookup 192.0.2.1", "dev server drop", "dev server fail-next --code 5",
+                                      "dev server sessions generate 3", "dev server notify event"}) {
         SCOPED_TRACE(command);
         const run_t connected = run("--trace --connect alpha " + command);
         EXPECT_EQ(connected.status, 2);
@@ -37,6 +40,49 @@ TEST_F(server_process_test, what_only_the_embedded_server_can_do_is_refused_and_
         EXPECT_EQ(dry.status, 0);
         EXPECT_NE(dry.answers.find(": nothing to send\n"), std::string::npos) << dry.answers;
     }
+}
+
+TEST_F(server_process_test, a_change_of_the_embedded_model_is_told_where_servers_run) {
+    const std::string set = "timeout set --type udp --value 300";
+    EXPECT_EQ(run(set).notes, "") << "no server is there that could be meant";
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    const std::string batch = directory() + "/lines";
+    const std::string document = directory() + "/document";
+    std::ofstream(batch) << set << '\n';
+    std::ofstream(document) << "# nat64 configuration version 1\n" << set << '\n';
+    for (const std::string &command : {set, "config apply " + document, std::string("sessions clear --all")}) {
+        const run_t got = run(command);
+        EXPECT_EQ(got.status, 0) << got.notes;
+        const std::string name = command.substr(0, command.find(' ', command.find(' ') + 1));
+        EXPECT_EQ(got.notes, "natctl: " + name +
+                                 ": done by a server model of this natctl's own, which is gone now; servers that are "
+                                 "there now: alpha; --connect or NATCTL_CONNECT names one\n");
+    }
+    for (const std::string &command :
+         {"--quiet " + set, "--dry-run " + set, "batch " + batch, "config check " + document,
+          std::string("stats system"), "--connect alpha " + set}) {
+        EXPECT_EQ(run(command).notes, "") << command;
+    }
+}
+
+TEST_F(server_process_test, the_environment_names_the_server_where_no_option_does) {
+    const server_process_t alpha;
+    const server_process_t beta({}, RLIM_INFINITY, "beta");
+    ASSERT_TRUE(alpha.is_ready() && beta.is_ready());
+    const auto changes_of = [](const std::string &name) {
+        return data_of("--connect " + name + " dev server boot").at("changes").get<int>();
+    };
+    setenv("NATCTL_CONNECT", "alpha", 1);
+    EXPECT_EQ(run("timeout set --type udp --value 300").notes, "");
+    EXPECT_EQ(run("--connect beta timeout set --type udp --value 300").status, 0);
+    EXPECT_EQ(run("--connect beta timeout set --type icmp --value 30").status, 0);
+    EXPECT_EQ(changes_of("alpha"), 1);
+    EXPECT_EQ(changes_of("beta"), 2);
+    EXPECT_EQ(run("top --once").status, 0);
+    setenv("NATCTL_CONNECT", "", 1);
+    EXPECT_EQ(run("top --once").status, 2) << "an empty name is none";
+    unsetenv("NATCTL_CONNECT");
 }
 
 TEST_F(server_process_test, the_examples_run_on_a_server_process) {
@@ -76,14 +122,14 @@ TEST_F(server_process_test, a_log_that_is_not_read_holds_no_client_up) {
 TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be_asked_from_outside) {
     const json_t first = [] {
         const server_process_t server;
-        const json_t counts = data_of("--connect alpha server counts");
+        const json_t counts = data_of("--connect alpha dev server counts");
         EXPECT_EQ(counts.at("clients"), 1);
         EXPECT_EQ(counts.at("commands"), 3) << "init, notifications, and the query itself";
         EXPECT_EQ(counts.at("queued_bytes"), 0);
         EXPECT_EQ(run("--connect alpha timeout set --type 1 --value 300").status, 0);
-        EXPECT_EQ(data_of("--connect alpha server counts").at("commands"), 3 + 3 + 3);
+        EXPECT_EQ(data_of("--connect alpha dev server counts").at("commands"), 3 + 3 + 3);
         EXPECT_EQ(data_of("--connect alpha stats system --sel 1").at("malformed"), 0);
-        return data_of("--connect alpha server boot");
+        return data_of("--connect alpha dev server boot");
     }();
     EXPECT_EQ(first.at("changes"), 1);
     const server_process_t server;
@@ -124,7 +170,7 @@ TEST_F(server_process_test, a_server_that_claims_more_entries_than_it_sent_is_no
     child_t liar;
     ASSERT_TRUE(liar.start(serve_lies));
     for (const std::string query : {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits",
-                                    "sessions walk", "server counts"}) {
+                                    "sessions walk", "dev server counts"}) {
         const run_t result = run("--connect liar --timeout 2000 " + query);
         EXPECT_EQ(result.status, 1) << query;
         EXPECT_NE(result.notes.find("the server claims more entries than it sent"), std::string::npos) << result.notes;
@@ -238,7 +284,7 @@ TEST_F(server_process_test, a_command_of_a_pipeline_is_sent_while_the_next_line_
     fflush(batch);
     bool is_done = false;
     for (int tries = 0; tries < 1000 && !is_done; ++tries) {
-        is_done = data_of("--connect alpha server boot").at("changes") == 1;
+        is_done = data_of("--connect alpha dev server boot").at("changes") == 1;
     }
     EXPECT_TRUE(is_done);
     EXPECT_EQ(pclose(batch), 0);

@@ -124,7 +124,7 @@ TEST_F(state_test, a_rule_that_could_not_be_saved_is_in_the_table_of_the_library
         "mapt bmr add --rule 7 --domain 6 --v6 2001:db9::/40 --v4 198.51.100.0/24\n"
         "mapt show\n"
         "mapt bmr del --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"
-        "mapt show\nstats system\nserver counts\n";
+        "mapt show\nstats system\ndev server counts\n";
     const json_t outcomes = json_t::parse(run("--json --keep-going --connect alpha batch -", rules).answers);
     EXPECT_EQ(outcomes.at(0).at("error"), "the server has done it, and could not save that it has (0x600b)");
     EXPECT_EQ(outcomes.at(2).at("data").at("installed"), 2);

@@ -14,6 +14,9 @@
 #include <filesystem>
 #include <string>
 
+#include "server_process.h"
+#include "tests/support/runtime_directory.h"
+
 namespace {
 
 constexpr int patience_ms = 10000;
@@ -92,6 +95,16 @@ TEST_F(terminal_test, the_shell_answers_before_it_asks_again_and_an_interrupt_on
     ASSERT_TRUE(shows("natctl> ")) << shown_;
     type("\x04");
     ASSERT_TRUE(shows("\r\n")) << shown_;
+    EXPECT_EQ(exit_status(), 0);
+}
+
+TEST_F(terminal_test, the_prompt_names_the_server) {
+    const runtime_directory_t directory;
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    start("NATCTL_CONNECT=alpha exec $natctl shell");
+    ASSERT_TRUE(shows("natctl alpha> ")) << shown_;
+    type("\x04");
     EXPECT_EQ(exit_status(), 0);
 }
 

@@ -46,9 +46,9 @@ public:
         if (has_failed) {
             const std::string unanswered =
                 unanswered_ == 0 ? "" : ", " + std::to_string(unanswered_) + " without an answer";
-            output_.note(std::string("natctl: ") + (is_interrupted ? "interrupted: " : "") + std::to_string(done_) +
-                         " commands done, " + std::to_string(failed_) + " failed, " + std::to_string(not_run_) +
-                         " not run" + unanswered);
+            output_.note(std::string("natctl: ") + (is_interrupted ? "interrupted: " : "") +
+                         count_text(done_, "command") + " done, " + std::to_string(failed_) + " failed, " +
+                         std::to_string(not_run_) + " not run" + unanswered);
         }
         return first_failure_;
     }

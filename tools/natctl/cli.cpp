@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -18,6 +19,7 @@
 #include "tools/natctl/interrupt.h"
 #include "tools/natctl/pal.h"
 #include "tools/natctl/serve.h"
+#include "tools/natctl/server_place.h"
 #include "tools/natctl/shell.h"
 #include "tools/natctl/top_command.h"
 #include "tools/natctl/watch.h"
@@ -78,7 +80,7 @@ void add_client_options(command_spec_t &root, options_t &options) {
         options.connect = name;
         return name.empty() ? record_field_error("--connect", name, "the name of a server") : "";
     };
-    text_field(root, "--connect", connect, "The server process of that name, not the embedded model", "SERVER");
+    text_field(root, "--connect", connect, "The server process of that name; NATCTL_CONNECT without it", "SERVER");
     number_field(root, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
 }
 
@@ -141,14 +143,18 @@ public:
         } catch (const help_request_t &help) {
             text = help.text;
         }
+        const char *server = std::getenv("NATCTL_CONNECT");
+        const bool has_default = options.connect.empty() && server != nullptr;
+        if (has_default) options.connect = server;
         const bool has_lines = (is_serve() || is_watch()) && options.format == format_t::json;
         if (has_lines) options.format = format_t::jsonl;
         if (is_daemon() && !text.has_value() && options.connect.empty()) {
-            return usage_outcome({"daemon", "needs --connect"});
+            return usage_outcome({"daemon", "needs --connect or NATCTL_CONNECT"});
         }
         const bool can_look = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
         if ((is_watch() || is_top()) && !text.has_value() && !can_look) {
-            return usage_outcome({is_top() ? "top" : "watch", "needs --connect, and is no table and no dry run"});
+            return usage_outcome(
+                {is_top() ? "top" : "watch", "needs --connect or NATCTL_CONNECT, and is no table and no dry run"});
         }
         return {};
     }
@@ -215,6 +221,13 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     return run_batch(parser, line_source_t::file, next, line.options, pal, output);
 }
 
+/** A change of the embedded model, where the user may have meant one of the servers that run. */
+void note_lost_change(const outcome_t &outcome, output_t &output) {
+    if (servers_there().empty()) return;
+    output.note("natctl: " + outcome.command + ": done by a server model of this natctl's own, which is gone now; " +
+                servers_text() + "; --connect or NATCTL_CONNECT names one");
+}
+
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {
     pal_t pal(line.options, [&output](const std::string &text) { output.note(text); });
     if (!line.has_many() && !line.is_watch()) {
@@ -233,11 +246,14 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     if (line.is_batch()) return run_file(line, input, pal, output);
     if (line.is_shell()) {
         line_parser_t parser;
-        return run_batch(parser, line_source_t::shell, shell_lines(input), line.options, pal, output);
+        return run_batch(parser, line_source_t::shell, shell_lines(input, line.options.connect), line.options, pal,
+                         output);
     }
     outcome_t outcome = pal.finish(pal.start(line.command, 0));
     refuse_unkept(outcome, pal.end_change());
     const status_t status = output.report(outcome);
+    const bool is_lost = outcome.changes && pal.model() != nullptr && !line.options.quiet;
+    if (is_lost) note_lost_change(outcome, output);
     return status == status_t::ok && outcome.differs ? status_t::refused : status;
 }
 

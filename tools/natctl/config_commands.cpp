@@ -18,7 +18,7 @@ uint32_t check(call_t &call, const request_t &request) {
     problems_t problems;
     const bool is_good = read_document(call, request.file, document, problems);
     call.outcome.data = {{"items", document.size()}, {"problems", problems_json(problems)}};
-    if (is_good) call.outcome.note = std::to_string(document.size()) + " items";
+    if (is_good) call.outcome.note = count_text(document.size(), "item");
     return 0;
 }
 
@@ -119,7 +119,7 @@ uint32_t show_log(call_t &call) {
 uint32_t confirm(call_t &call) {
     std::string error = call.pal.begin_change();
     if (!error.empty()) {
-        refuse(call.outcome, status_t::usage, 0, error);
+        call.pal.refuse_change(call, error);
         return 0;
     }
     versions_t &versions = call.pal.versions();

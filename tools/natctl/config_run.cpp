@@ -21,10 +21,6 @@ std::string text_of(const plan_command_t &command) {
     return command_line(*command.family, command.op, command.record.bytes);
 }
 
-std::string count_text(size_t count) {
-    return std::to_string(count) + (count == 1 ? " command" : " commands");
-}
-
 /** The first lines of many, each behind a line feed. */
 std::string named(const std::vector<std::string> &lines) {
     std::string text;
@@ -91,8 +87,9 @@ reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t 
     bool is_told = false;
     return call.pal.run_plan(server.bring(plan, to, takes_back), [&] {
         if (!interrupt.is_raised() || std::exchange(is_told, true)) return;
-        call.pal.note("natctl: interrupted after " + std::to_string(server.done()) + " of " + count_text(plan.size()) +
-                      ": waits for what is under way" + (takes_back ? ", and takes it back" : ""));
+        call.pal.note("natctl: interrupted after " + std::to_string(server.done()) + " of " +
+                      count_text(plan.size(), "command") + ": waits for what is under way" +
+                      (takes_back ? ", and takes it back" : ""));
         server.stop();
     });
 }
@@ -101,7 +98,8 @@ reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t 
 void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &result) {
     outcome_t &outcome = call.outcome;
     const apply_result_t &applied = result.applied;
-    const std::string how_far = std::to_string(applied.done) + " of " + count_text(plan.size()) + " carried out";
+    const std::string how_far =
+        std::to_string(applied.done) + " of " + count_text(plan.size(), "command") + " carried out";
     if (applied.lost) {
         const bool is_late = applied.lost == std::errc::timed_out;
         outcome.status = call.pal.has_lost_server() ? status_t::no_server : status_t::no_answer;
@@ -158,7 +156,7 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
     const plan_t plan(from, document);
     tell_plan(call, plan, options.shows_diff && !wants_data(call), wants_data(call));
     outcome.data["undone"] = false;
-    outcome.note = plan.size() == 0 ? "nothing to change" : count_text(plan.size());
+    outcome.note = plan.size() == 0 ? "nothing to change" : count_text(plan.size(), "command");
     std::string error = plan.size() == 0 ? "" : keep_version(call, "as it was found", 0);
     if (!error.empty()) return refuse(outcome, status_t::usage, 0, "nothing was sent: " + error);
     if (plan.size() == 0) {
@@ -176,6 +174,7 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
         call.pal.note("natctl: the library's rule table is not as the server has it: " +
                       code_text(result.applied.table_code));
     }
+    outcome.changes = is_changed;
     if (!result.applied) return tell_failure(call, plan, result);
     tell_others(call, document, result);
     const bool is_unkept = outcome.status == status_t::ok && !error.empty();
@@ -222,7 +221,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     const std::string name = "version " + std::to_string(number);
     const std::string why = is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and";
     const std::string error = call.pal.begin_change();
-    if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, name + " cannot be undone: " + error);
+    if (!error.empty()) return call.pal.refuse_change(call, name + " cannot be undone: " + error);
     if (!config_read(call)) return;
     std::vector<config_item_t> kept;
     const document_t now = call.pal.reconciler().held();
@@ -340,7 +339,7 @@ void config_apply(call_t &call, const document_t &document, const config_options
         if (call.outcome.status != status_t::ok) return;
         call.outcome.differs = false;
         if (!options.shows_diff) call.outcome.text.clear();
-        call.outcome.note = count == 0 ? "nothing to change" : count_text(count) + " to send";
+        call.outcome.note = count == 0 ? "nothing to change" : count_text(count, "command") + " to send";
         return;
     }
     const bool needs_other = options.confirm_s != 0 && call.pal.options().connect.empty();
@@ -350,7 +349,8 @@ void config_apply(call_t &call, const document_t &document, const config_options
     if (is_refused_dry(call)) return;
     call.pal.settle_all();
     std::string error = call.pal.begin_change();
-    if (error.empty()) error = call.pal.end_singles();
+    if (!error.empty()) return call.pal.refuse_change(call, error);
+    error = call.pal.end_singles();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
     if (!config_read(call, options)) return;
     const document_t before = call.pal.reconciler().held();

@@ -21,7 +21,7 @@ bool judge(call_t &call, const std::string &file, const problems_t &problems) {
     const auto count = std::count_if(problems.begin(), problems.end(),
                                      [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; });
     if (count == 0) return true;
-    refuse(call.outcome, status_t::usage, 0, file + ": " + std::to_string(count) + (count == 1 ? " error" : " errors"));
+    refuse(call.outcome, status_t::usage, 0, file + ": " + count_text(static_cast<uint64_t>(count), "error"));
     return false;
 }
 

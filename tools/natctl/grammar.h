@@ -23,8 +23,10 @@ public:
     grammar_t(const grammar_t &) = delete;
     grammar_t &operator=(const grammar_t &) = delete;
 
+    /** Begins a group: families that follow are within it. */
+    void group(const std::string &name, const std::string &summary);
     /** Begins a family; the verbs that follow are its own. Verbs before the first family stand alone. */
-    void family(const std::string &name, const std::string &summary);
+    command_spec_t &family(const std::string &name, const std::string &summary);
     /** Begins a family within the last one that `family` began; to come after that one's own verbs. */
     void subfamily(const std::string &name, const std::string &summary);
     /** Enters a verb of the family. */
@@ -55,14 +57,19 @@ public:
     command_t parse(std::vector<std::string> words);
 
 private:
+    void add_help();
+    /** Has the parser show the help of the command that the words behind `help` name. */
+    void show_help();
     command_spec_t &enter(const std::string &verb, const std::string &summary, command_t command);
 
     command_spec_t &root_;
-    command_spec_t *top_ = nullptr;            /* the last family within the root */
+    command_spec_t *home_;                     /* where families are entered: the root, or a group */
+    command_spec_t *top_ = nullptr;            /* the last family */
     command_spec_t *group_;                    /* where verbs are entered */
     std::unique_ptr<command_parser_t> parser_; /* made at the first parse, when all is entered */
     std::vector<std::function<void()>> restorers_;
     command_t parsed_;
+    std::vector<std::string> help_words_; /* behind `help` */
 };
 
 /* The families, one source each. */
@@ -73,6 +80,10 @@ void add_query_commands(grammar_t &grammar);
 void add_mapt_commands(grammar_t &grammar);
 /** Within those. */
 void add_explain_command(grammar_t &grammar);
+void add_lookup_command(grammar_t &grammar);
+/** Lists the families that belong to no group, which the help of natctl leaves out. */
+void add_configuration_command(grammar_t &grammar);
+void add_ipalias_command(grammar_t &grammar);
 void add_nat64_commands(grammar_t &grammar);
 void add_classifier_commands(grammar_t &grammar);
 void add_server_commands(grammar_t &grammar);

@@ -105,11 +105,15 @@ void add_mapt_commands(grammar_t &grammar) {
     grammar.immediate(
         "rules", "Lists the rules that this natctl has installed and how often each was looked up, and those that wait",
         list_rules);
+    add_explain_command(grammar);
+    add_record_commands(grammar, "mapt");
+}
+
+void add_lookup_command(grammar_t &grammar) {
+    grammar.family("mapt", "What the data plane makes of MAP-T rules");
     auto address = grammar.record<fwx_nat64_addr_t>();
     command_spec_t &lookup = grammar.embedded(
         "lookup", "Looks an address up as the data plane does",
         [address](call_t &call, const fwx_nat64_model_t &model) { return look_up(call, model, *address); });
     address_field(lookup, "address", *address, "the address").required();
-    add_explain_command(grammar);
-    add_record_commands(grammar, "mapt");
 }

@@ -12,8 +12,14 @@ const char *status_name(status_t status) {
             return "no_answer";
         case status_t::no_server:
             return "no_server";
+        case status_t::locked:
+            return "locked";
     }
     return "unknown";
+}
+
+std::string count_text(uint64_t count, const char *noun) {
+    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
 
 std::string outcome_label(const outcome_t &outcome) {

@@ -22,7 +22,8 @@ json_t label_json(const outcome_t &outcome) {
 json_t outcome_json(const outcome_t &outcome) {
     json_t object = label_json(outcome);
     object["status"] = status_name(outcome.status);
-    object["code"] = outcome.code;
+    const bool has_no_code = outcome.status != status_t::ok && outcome.code == 0;
+    object["code"] = has_no_code ? json_t() : json_t(outcome.code);
     if (!outcome.error.empty()) object["error"] = outcome.error;
     if (!outcome.note.empty() && outcome.status == status_t::ok) object["note"] = outcome.note;
     if (!outcome.data.is_null()) object["data"] = outcome.data;
@@ -277,7 +278,7 @@ void output_t::progress(size_t done, size_t failed) {
     const bool is_due = shows_progress_ && fwx_host_clock_ms() >= next_progress_;
     if (!is_due) return;
     next_progress_ = fwx_host_clock_ms() + progress_every_ms;
-    notes_ << '\r' << done << " commands done, " << failed << " failed" << std::flush;
+    notes_ << '\r' << count_text(done, "command") << " done, " << failed << " failed" << std::flush;
     has_progress_ = true;
 }
 

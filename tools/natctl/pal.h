@@ -127,6 +127,10 @@ public:
     /** Takes the lock of the server and opens its versions, until end_change. The embedded server has no lock, and
      * versions as long as natctl runs. */
     std::string begin_change();
+    /** Has a call fail for which begin_change had an error. */
+    void refuse_change(call_t &call, const std::string &error) const {
+        refuse(call.outcome, is_locked_out_ ? status_t::locked : status_t::usage, 0, error);
+    }
     /** After begin_change. */
     versions_t &versions() { return *versions_; }
     /** Makes a version of what single commands have changed. */
@@ -222,6 +226,7 @@ private:
     rule_book_t rules_;
     std::optional<reconciler_t> reconciler_;
     std::optional<lock_t> lock_; /* of the server, while it is being changed */
+    bool is_locked_out_ = false; /* another process had the lock when begin_change was called last */
     std::optional<versions_t> versions_;
     version_t single_; /* what single commands have changed */
     std::string change_name_;

@@ -34,7 +34,13 @@ std::string pal_t::begin_change() {
         return "";
     }
     lock_.emplace(lock_path_of(options_.connect), "natctl");
-    std::string error = take_server_lock(*lock_, options_.connect, std::chrono::milliseconds(options_.timeout_ms));
+    const auto on_wait = [this](const std::string &holder) {
+        note_("natctl: server " + options_.connect + ": " + holder + " is changing it; waiting for up to " +
+              std::to_string(options_.timeout_ms) + " ms");
+    };
+    const auto patience = std::chrono::milliseconds(options_.timeout_ms);
+    std::string error = take_server_lock(*lock_, options_.connect, patience, on_wait);
+    is_locked_out_ = lock_->is_taken();
     versions_.emplace(state_directory_of(options_.connect));
     if (error.empty()) error = make_state_directory(versions_->directory() + "/documents");
     if (error.empty()) error = versions_->open();
@@ -65,8 +71,9 @@ std::string pal_t::begin_single(const call_t &call) {
 
 void pal_t::count_single(call_t &call, const nat64::result &got) {
     const bool is_done = got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED;
-    call.outcome.changes = std::exchange(call.is_change, false) && is_done;
-    if (call.outcome.changes) ++single_.commands;
+    const bool is_change = std::exchange(call.is_change, false);
+    call.outcome.changes = is_done && (is_change || call.outcome.changes);
+    if (is_change && is_done) ++single_.commands;
 }
 
 std::optional<document_t> pal_t::server_document(call_t &call) {

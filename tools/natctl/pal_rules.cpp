@@ -22,7 +22,7 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
         const std::string error = begin_single(call);
         if (!error.empty()) {
             call.awaited = false;
-            refuse(call.outcome, status_t::usage, 0, error);
+            refuse_change(call, error);
             return 0;
         }
         call.is_change = true;

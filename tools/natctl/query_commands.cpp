@@ -101,6 +101,18 @@ struct matching_t {
     uint16_t port;
 };
 
+/** Whether an address is that of no option. */
+bool is_none(const fwx_nat64_addr_t &address) {
+    constexpr fwx_nat64_addr_t none{};
+    return std::memcmp(&address, &none, sizeof none) == 0;
+}
+
+/** Whether every session matches. */
+bool is_any(const matching_t &matching) {
+    return matching.protocol == 0 && matching.port == 0 && is_none(matching.src) && is_none(matching.dst) &&
+           is_none(matching.pool_addr);
+}
+
 void matching_fields(command_spec_t &app, matching_t &matching) {
     protocol_field(app, "--protocol", matching.protocol, "only those of this IP protocol");
     address_field(app, "--inside,--src", matching.src, "only those of this host inside");
@@ -166,6 +178,7 @@ void add_walk(grammar_t &grammar) {
 }
 
 uint32_t clear(call_t &call, const matching_t &matching) {
+    call.outcome.changes = true; /* once the server has done it */
     fwx_nat64_session_filter_t filter{};
     filter.value = matching.protocol;
     filter.src = matching.src;
@@ -188,19 +201,42 @@ uint32_t count_and_clear(call_t &call, const matching_t &matching) {
 }
 
 void add_clear(grammar_t &grammar) {
-    auto matching = grammar.record<matching_t>();
+    struct clear_t {
+        matching_t matching;
+        bool is_all;
+    };
+    auto wanted = grammar.record<clear_t>();
     command_spec_t &app =
         grammar.command("clear", "Clears the sessions that match every given option, and says how many matched before",
-                        [matching](call_t &call) { return count_and_clear(call, *matching); });
-    matching_fields(app, *matching);
+                        [wanted](call_t &call) {
+                            if (wanted->is_all || !is_any(wanted->matching)) {
+                                return count_and_clear(call, wanted->matching);
+                            }
+                            call.awaited = false;
+                            refuse(call.outcome, status_t::usage, 0,
+                                   "needs an option that says which sessions, or --all to clear every one");
+                            return 0U;
+                        });
+    matching_fields(app, wanted->matching);
+    std::vector<const option_spec_t *> filters;
+    for (const option_spec_t &filter : app.options) {
+        filters.push_back(&filter);
+    }
+    option_spec_t &all = flag_field(app, "--all", wanted->is_all, "clears every session");
+    for (const option_spec_t *filter : filters) {
+        all.excludes(*filter);
+    }
 }
 
 }  // namespace
 
-void add_query_commands(grammar_t &grammar) {
+void add_ipalias_command(grammar_t &grammar) {
     grammar.family("ipalias", "IP aliases");
     grammar.command("upload", "Asks the server to upload its IP aliases",
                     [](call_t &call) { return call.pal.configure(call, fwx_nat64_ipalias_upload_a); });
+}
+
+void add_query_commands(grammar_t &grammar) {
     grammar.family("stats", "Statistics");
     for (const query_form_t &form : query_forms) {
         auto query = grammar.record<query_t>();
@@ -209,10 +245,7 @@ void add_query_commands(grammar_t &grammar) {
                                               [query, &form](call_t &call) { return start_query(call, *query, form); });
         form.fields(app, *query);
     }
-    for (const auto &[word, summary] :
-         {std::pair("sessions", "Sessions"), std::pair("session", "The same as sessions")}) {
-        grammar.family(word, summary);
-        add_walk(grammar);
-        add_clear(grammar);
-    }
+    grammar.family("sessions", "Sessions");
+    add_walk(grammar);
+    add_clear(grammar);
 }

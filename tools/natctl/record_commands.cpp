@@ -1,4 +1,6 @@
 /* Configuration: every family of records as a subcommand, every verb as one of its own, every field as an option. */
+#include <algorithm>
+
 #include "records/families.h"
 #include "tools/natctl/grammar.h"
 
@@ -22,7 +24,36 @@ void add_verb(grammar_t &grammar, const record_family_t &family, const record_ve
     }
 }
 
+/** A line for each family that stands alone: its words and what it is for. */
+std::string families_text() {
+    std::string text;
+    size_t count = 0;
+    const record_family_t *families = record_families(&count);
+    for (const record_family_t *family = families; family != families + count; ++family) {
+        if (!family->group.empty()) continue;
+        std::string line = "  " + std::string(family->word) + ' ';
+        for (size_t i = 0; i < family->verb_count; ++i) {
+            line.append(i == 0 ? "" : "|").append(family->verbs[i].word);
+        }
+        constexpr size_t column = 28;
+        line.resize(std::max(line.size(), column), ' ');
+        text += line + family->summary + '\n';
+    }
+    return text;
+}
+
 }  // namespace
+
+void add_configuration_command(grammar_t &grammar) {
+    const char *summary = "Lists the commands that configure a server; documents consist of them";
+    grammar
+        .local("configuration", summary,
+               [](call_t &call) {
+                   call.outcome.text = families_text();
+                   return 0U;
+               })
+        .footer = "Commands that configure, beside mapt bmr and mapt dmr:\n" + families_text();
+}
 
 void add_record_commands(grammar_t &grammar, std::string_view group) {
     size_t count = 0;
@@ -31,7 +62,11 @@ void add_record_commands(grammar_t &grammar, std::string_view group) {
         const record_family_t &family = families[i];
         if (family.group != group) continue;
         const std::string word(family.word);
-        group.empty() ? grammar.family(word, family.summary) : grammar.subfamily(word, family.summary);
+        if (group.empty()) {
+            grammar.family(word, family.summary).is_listed = false;
+        } else {
+            grammar.subfamily(word, family.summary);
+        }
         for (size_t j = 0; j < family.verb_count; ++j) {
             add_verb(grammar, family, family.verbs[j]);
         }

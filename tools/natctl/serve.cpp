@@ -61,7 +61,7 @@ private:
         self.is_retry_planned_ = false;
         self.state_->commit();
     }
-    static std::string left_out_text(uint64_t count) { return "natctl: " + std::to_string(count) + " lines left out"; }
+    static std::string left_out_text(uint64_t count) { return "natctl: " + count_text(count, "line") + " left out"; }
     static void refused(void *arg, const fwx_host_peer_t *peer, const void *msg, size_t size, uint32_t code) {
         const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
         const std::string name = message == nullptr ? "a message" : message->name;

@@ -52,21 +52,6 @@ std::string why_text(const std::string &path) {
     return failed == 0 ? "somebody listens there, and did not take the connection" : std::strerror(failed);
 }
 
-std::string others_text(const std::string &path) {
-    std::vector<std::string> names;
-    std::error_code failed;
-    for (const auto &entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path(), failed)) {
-        if (try_socket(entry.path()) == 0) names.push_back(entry.path().filename());
-    }
-    if (names.empty()) return "no server is there now";
-    std::sort(names.begin(), names.end());
-    std::string text;
-    for (const std::string &name : names) {
-        text += (text.empty() ? "" : ", ") + name;
-    }
-    return "servers that are there now: " + text;
-}
-
 }  // namespace
 
 bool server_is_there(const std::string &name) {
@@ -74,9 +59,27 @@ bool server_is_there(const std::string &name) {
     return !path.empty() && try_socket(path) == 0;
 }
 
+std::vector<std::string> servers_there() {
+    std::vector<std::string> names;
+    const auto add = [](void *arg, const char *name) {
+        if (server_is_there(name)) static_cast<std::vector<std::string> *>(arg)->emplace_back(name);
+    };
+    fwx_host_server_names(add, &names);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string servers_text() {
+    std::string text;
+    for (const std::string &name : servers_there()) {
+        text += (text.empty() ? "servers that are there now: " : ", ") + name;
+    }
+    return text.empty() ? "no server is there now" : text;
+}
+
 std::string server_absence(const std::string &name) {
     const std::string path = socket_path(name);
     if (path.empty()) return "no server can have the name \"" + name + "\": it must be that of a file, and short";
     return "no server " + name + " for channel " FWX_NAT64_CHANNEL_NAME ": looked for the socket " + path + " as " +
-           user_text() + ": " + why_text(path) + "; start one with: natctl serve " + name + "; " + others_text(path);
+           user_text() + ": " + why_text(path) + "; start one with: natctl serve " + name + "; " + servers_text();
 }

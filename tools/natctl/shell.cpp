@@ -81,7 +81,7 @@ void end_by(int number) {
  * is typed, and nothing else. */
 class prompt_t {
 public:
-    prompt_t() : history_(history_file()) {
+    explicit prompt_t(std::string text) : text_(std::move(text)), history_(history_file()) {
         tcgetattr(STDIN_FILENO, &settings_before);
         for (const int number : {SIGTERM, SIGHUP, SIGQUIT}) {
             std::signal(number, end_by);
@@ -118,7 +118,7 @@ public:
     bool read(std::string &line) {
         was_interrupted = 0;
         rl_prep_terminal(1); /* before the prompt, so that nothing that is typed at it meets the terminal's own keys */
-        std::unique_ptr<char, decltype(&std::free)> typed(readline("natctl> "), std::free);
+        std::unique_ptr<char, decltype(&std::free)> typed(readline(text_.c_str()), std::free);
         const bool has_ended = typed == nullptr && was_interrupted == 0;
         if (typed == nullptr) std::cout << std::endl;
         if (has_ended) return false;
@@ -134,27 +134,24 @@ private:
         if (!history_.empty()) write_history(history_.c_str());
     }
 
+    const std::string text_;
     std::string history_;
     struct sigaction before_ {};
     sigset_t mask_before_{};
 };
 
-/** Turns `help timeout` into `timeout --help`. */
-bool take_line(std::string &line) {
-    if (line == "exit" || line == "quit") return false;
-    bool asks_help = line == "help" || line.rfind("help ", 0) == 0;
-    if (asks_help) line = line.substr(std::strlen("help")) + " --help";
-    return true;
+bool is_end(const std::string &line) {
+    return line == "exit" || line == "quit";
 }
 
 }  // namespace
 
-next_line_fn_t shell_lines(std::istream &input) {
+next_line_fn_t shell_lines(std::istream &input, const std::string &server) {
     const bool is_terminal = &input == &std::cin && isatty(STDIN_FILENO) != 0;
     if (is_terminal) {
-        auto prompt = std::make_shared<prompt_t>();
-        return [prompt](std::string &line) { return prompt->read(line) && take_line(line); };
+        auto prompt = std::make_shared<prompt_t>(server.empty() ? "natctl> " : "natctl " + server + "> ");
+        return [prompt](std::string &line) { return prompt->read(line) && !is_end(line); };
     }
     auto next = lines_of(input, {"shell", "standard input"});
-    return [next](std::string &line) { return next(line) && take_line(line); };
+    return [next](std::string &line) { return next(line) && !is_end(line); };
 }

@@ -1,0 +1,125 @@
+/* The help: what it lists, and that the manual page lists the same. */
+#include <cctype>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "natctl_fixture.h"
+
+namespace {
+
+class help_test : public natctl_test {
+protected:
+    static std::vector<std::string> lines_of(const std::string &text) {
+        std::istringstream stream(text);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    /** The words that may follow a command and are commands. */
+    static std::vector<std::string> commands_of(const std::string &path) {
+        std::vector<std::string> commands;
+        for (const std::string &word : lines_of(run("complete " + path + " ''").answers)) {
+            const bool is_command = std::isalpha(static_cast<unsigned char>(word.front())) != 0;
+            if (is_command && run("help " + path + " " + word).status == 0) commands.push_back(word);
+        }
+        return commands;
+    }
+
+    /** All commands that have none of their own, and on the way each help, which must fit a screen. */
+    static std::vector<std::string> leaves_of(const std::string &path) {
+        constexpr size_t screen = 50;
+        EXPECT_LE(lines_of(run("help " + path).answers).size(), screen) << path;
+        std::vector<std::string> leaves;
+        for (const std::string &command : commands_of(path)) {
+            const std::vector<std::string> more = leaves_of(path.empty() ? command : path + " " + command);
+            leaves.insert(leaves.end(), more.begin(), more.end());
+        }
+        if (leaves.empty()) leaves.push_back(path);
+        return leaves;
+    }
+
+    /** The manual page as a reader sees its words, without fonts. */
+    static std::vector<std::string> manual_lines() {
+        std::ifstream file(MANUAL_PATH "/natctl.1");
+        std::string text;
+        for (auto at = std::istreambuf_iterator<char>(file); at != std::istreambuf_iterator<char>(); ++at) {
+            if (*at != '\\') {
+                text += *at;
+                continue;
+            }
+            ++at;
+            if (*at == 'f') {
+                ++at;
+            } else {
+                text += *at;
+            }
+        }
+        return lines_of(text);
+    }
+};
+
+TEST_F(help_test, help_is_what_the_option_shows) {
+    for (const std::string command : {"", "timeout", "timeout set", "dev server notify"}) {
+        const run_t got = run("help " + command);
+        EXPECT_EQ(got.status, 0) << command;
+        EXPECT_EQ(got.answers, run(command + " --help").answers) << command;
+        EXPECT_EQ(got.notes, "");
+    }
+}
+
+TEST_F(help_test, an_operator_sees_few_words_and_developers_commands_are_behind_one) {
+    constexpr size_t most_words = 25;
+    const std::vector<std::string> lines = lines_of(run("--help").answers);
+    const auto head = std::find(lines.begin(), lines.end(), "Subcommands:");
+    ASSERT_NE(head, lines.end());
+    const auto words = std::count_if(
+        head, lines.end(), [](const std::string &line) { return line.size() > 2 && line[0] == ' ' && line[2] != ' '; });
+    EXPECT_GT(words, 10);
+    EXPECT_LE(static_cast<size_t>(words), most_words);
+    for (const std::string moved : {"cgm", "ipalias", "server", "session"}) {
+        EXPECT_EQ(run("help " + moved).status, 2) << moved;
+    }
+    const std::string list = run("configuration").answers;
+    EXPECT_EQ(lines_of(list).size(), 14U);
+    EXPECT_NE(run("help configuration").answers.find(list), std::string::npos);
+}
+
+TEST_F(help_test, the_manual_page_lists_the_commands_that_there_are) {
+    const std::vector<std::string> leaves = leaves_of("");
+    EXPECT_GT(leaves.size(), 60U);
+    std::vector<std::string> listed; /* `natctl limit add|mod|del` */
+    for (const std::string &line : manual_lines()) {
+        const size_t at = line.find("natctl ");
+        if (line.rfind(".B", 0) == 0 && at != std::string::npos) listed.push_back(line.substr(at));
+    }
+    const auto is_listed = [&listed](const std::string &leaf) {
+        const size_t blank = leaf.rfind(' ');
+        const std::string family = "natctl " + (blank == std::string::npos ? leaf : leaf.substr(0, blank));
+        const std::string verb = blank == std::string::npos ? "" : leaf.substr(blank + 1);
+        return std::any_of(listed.begin(), listed.end(), [&](const std::string &line) {
+            if (line.rfind(family, 0) != 0) return false;
+            std::string words = line.substr(family.size());
+            const bool is_whole = words.empty() || words.front() == ' ';
+            std::replace_if(
+                words.begin(), words.end(), [](unsigned char c) { return std::isalpha(c) == 0 && c != '-'; }, ' ');
+            words += ' ';
+            return is_whole && (verb.empty() || words.find(' ' + verb + ' ') != std::string::npos);
+        });
+    };
+    for (const std::string &leaf : leaves) {
+        EXPECT_TRUE(is_listed(leaf)) << leaf;
+    }
+    const std::vector<std::string> words = commands_of("");
+    for (const std::string &line : listed) {
+        const std::string word = line.substr(7, line.find_first_of(" |\"", 7) - 7);
+        if (std::isalpha(static_cast<unsigned char>(word.front())) == 0) continue;
+        const bool is_command = std::find(words.begin(), words.end(), word) != words.end();
+        EXPECT_TRUE(is_command) << line;
+    }
+}
+
+}  // namespace
