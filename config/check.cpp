@@ -6,6 +6,7 @@
 #include "config/pools.h"
 #include "records/embedding.h"
 #include "records/families.h"
+#include "records/map_address.h"
 
 namespace {
 
@@ -13,6 +14,17 @@ namespace {
 const record_field_t &field_of(const record_family_t &family, std::string_view name) {
     return *std::find_if(family.fields, family.fields + family.field_count,
                          [name](const record_field_t &field) { return field.name == name; });
+}
+
+constexpr uint32_t loopback_net = 127;
+constexpr uint32_t first_multicast_net = 224;
+
+/** Whether all addresses from first to last, in host order, are such as a host can have. */
+bool are_unicast(uint32_t first, uint32_t last) {
+    const uint32_t first_net = first >> 24;
+    const uint32_t last_net = last >> 24;
+    const bool has_loopback = first_net <= loopback_net && last_net >= loopback_net;
+    return first_net != 0 && last_net < first_multicast_net && !has_loopback;
 }
 
 struct span_t {
@@ -61,9 +73,14 @@ public:
                 }
                 if (addresses.last < addresses.first) {
                     note_error(item, "end_addr", "must be " + text_of(item, "start_addr") + " or above");
-                } else {
-                    spans.push_back({addresses, item});
+                    continue;
                 }
+                if (!are_unicast(addresses.first, addresses.last)) {
+                    note_error(item, "start_addr",
+                               "the addresses up to " + text_of(item, "end_addr") +
+                                   " must be unicast: within 1.0.0.0 to 223.255.255.255, without 127.0.0.0/8");
+                }
+                spans.push_back({addresses, item});
             }
         }
         check_overlaps(std::move(spans));
@@ -88,8 +105,31 @@ public:
         }
     }
 
+    void check_static_mappings() {
+        const record_family_t &mappings = record_family_of(family_kind_t::smapping);
+        for (size_t i = document_.begin_of(mappings); i < document_.end_of(mappings); ++i) {
+            const config_item_t item = document_.item(i);
+            fwx_nat64_smapping_t mapping;
+            std::memcpy(&mapping, item.record, sizeof mapping);
+            const bool is_within_ipv6 =
+                mapping.addr1.family != FWX_NAT64_FAMILY_IPV4 && mapping.addr2.family != FWX_NAT64_FAMILY_IPV4;
+            if (is_within_ipv6) note_error(item, "addr2", "must be an IPv4 address behind " + text_of(item, "addr1"));
+        }
+    }
+
     void check_rules() {
         const record_family_t &rules = record_family_of(family_kind_t::basic_rule);
+        for (size_t i = document_.begin_of(rules); i < document_.end_of(rules); ++i) {
+            const config_item_t item = document_.item(i);
+            fwx_nat64_mapt_bmr_t rule;
+            std::memcpy(&rule, item.record, sizeof rule);
+            const map_fault_t fault = map_rule_fault(rule);
+            /* The value may be one that others of the rule's imply. */
+            if (fault.field != nullptr) {
+                note(problem_t::kind_t::error, item, field_of(rules, fault.field), std::to_string(fault.value),
+                     "must be " + fault.allowed);
+            }
+        }
         for (const char *name : {"v4_prefix", "v6_prefix"}) {
             check_shared(rules, field_of(rules, name));
         }
@@ -184,7 +224,7 @@ private:
         const config_item_t item = document_.item(last.index);
         const config_item_t other = document_.item(first.index);
         const std::string rule = key_text(*other.family, other.record, notation_);
-        note(problem_t::kind_t::warning, item, field,
+        note(problem_t::kind_t::warning, item, field, record_field_text(field, item.record),
              "shared by " + std::to_string(count) + " rules, of which the first is " + rule + " in line " +
                  std::to_string(other.line));
     }
@@ -194,14 +234,15 @@ private:
     }
 
     void note_error(const config_item_t &item, std::string_view name, const std::string &reason) {
-        note(problem_t::kind_t::error, item, field_of(*item.family, name), reason);
+        const record_field_t &field = field_of(*item.family, name);
+        note(problem_t::kind_t::error, item, field, record_field_text(field, item.record), reason);
     }
 
-    void note(problem_t::kind_t kind, const config_item_t &item, const record_field_t &field,
+    void note(problem_t::kind_t kind, const config_item_t &item, const record_field_t &field, const std::string &value,
               const std::string &reason) {
         const std::string label(label_of(field, notation_));
-        problems_.push_back({kind, item.line, label_of(*item.family, notation_), label,
-                             label + " " + record_field_text(field, item.record) + ": " + reason});
+        problems_.push_back(
+            {kind, item.line, label_of(*item.family, notation_), label, label + " " + value + ": " + reason});
     }
 
     const document_t &document_;
@@ -216,5 +257,6 @@ void check_document(const document_t &document, notation_t notation, problems_t 
     checker.check_pools();
     checker.check_prefixes();
     checker.check_loggings();
+    checker.check_static_mappings();
     checker.check_rules();
 }

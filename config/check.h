@@ -7,7 +7,8 @@
 
 /**
  * Adds to the problems of a settled document: ranges of no pool, ranges that end before they start, pools that overlap,
- * prefixes behind which no IPv4 address can be embedded, logs that go nowhere. Rules that share a prefix are a warning.
+ * pools of addresses that no host can have, static mappings within IPv6, prefixes behind which no IPv4 address can be
+ * embedded, logs that go nowhere, MAP-T rules whose parameters do not agree. Rules that share a prefix are a warning.
  */
 void check_document(const document_t &document, notation_t notation, problems_t &problems);
 

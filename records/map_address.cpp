@@ -48,38 +48,43 @@ struct shape_t {
     uint32_t ea_psid_len() const { return ea_len - ea_suffix_len(); }
 };
 
-std::string error_of(const char *name, uint32_t value, uint32_t max, const std::string &why) {
-    return record_field_error(name, std::to_string(value), (max == 0 ? "0" : "0 to " + std::to_string(max)) + why);
+map_fault_t above(const char *name, uint32_t value, uint32_t max, const std::string &why) {
+    return {name, value, (max == 0 ? "0" : "0 to " + std::to_string(max)) + why};
 }
 
-std::string read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
+map_fault_t read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
     const uint16_t given_len = rule.rule_params[2];
     out = {rule.rule_params[0], ipv4_len - rule.v4_prefix_len, rule.rule_params[1], given_len, rule.rule_params[3]};
     const uint32_t ea_max = std::min(ea_len_max, out.suffix_len + port_len);
     if (out.ea_len > ea_max) {
-        return error_of("ea_len", out.ea_len, ea_max,
-                        " with an IPv4 prefix of " + std::to_string(rule.v4_prefix_len) + " bits");
+        return above("ea_len", out.ea_len, ea_max,
+                     " with an IPv4 prefix of " + std::to_string(rule.v4_prefix_len) + " bits");
     }
-    if (out.psid_offset > psid_offset_max) return error_of("psid_offset", out.psid_offset, psid_offset_max, "");
+    if (out.psid_offset > psid_offset_max) return above("psid_offset", out.psid_offset, psid_offset_max, "");
     /* A PSID of its own goes with a whole address (RFC 7598): EA bits that hold the suffix and nothing else. */
     if (out.ea_len != out.suffix_len) {
         out.psid_len = out.ea_psid_len();
         const bool agrees = given_len == 0 || given_len == out.psid_len;
         if (!agrees) {
-            return record_field_error("psid_len", std::to_string(given_len),
-                                      std::to_string(out.psid_len) + ", which the EA bits leave for it");
+            return {"psid_len", given_len, std::to_string(out.psid_len) + ", which the EA bits leave for it"};
         }
     }
     const uint32_t len_max = port_len - out.psid_offset;
     if (out.psid_len > len_max) {
-        return error_of("psid_len", out.psid_len, len_max, " with a PSID offset of " + std::to_string(out.psid_offset));
+        return above("psid_len", out.psid_len, len_max, " with a PSID offset of " + std::to_string(out.psid_offset));
     }
     const bool is_embedded = out.ea_psid_len() > 0;
     const auto psid_max = static_cast<uint32_t>(is_embedded ? 0 : ones(out.psid_len));
     if (out.psid > psid_max) {
-        return error_of("psid", out.psid, psid_max, is_embedded ? ", as the EA bits have it" : "");
+        return above("psid", out.psid, psid_max, is_embedded ? ", as the EA bits have it" : "");
     }
     return {};
+}
+
+/** The same, with the fault as a text. */
+std::string read_text(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
+    const map_fault_t fault = read_shape(rule, out);
+    return fault.field == nullptr ? "" : record_field_error(fault.field, std::to_string(fault.value), fault.allowed);
 }
 
 std::string read_psid(const shape_t &shape, std::optional<uint16_t> port, uint16_t &psid) {
@@ -113,11 +118,16 @@ uint32_t base_of(const fwx_nat64_mapt_bmr_t &rule, const shape_t &shape) {
 
 }  // namespace
 
+map_fault_t map_rule_fault(const fwx_nat64_mapt_bmr_t &rule) {
+    shape_t shape{};
+    return read_shape(rule, shape);
+}
+
 std::string map_from_ipv4(const fwx_nat64_mapt_bmr_t &rule, uint32_t ipv4, std::optional<uint16_t> port,
                           map_address_t &out) {
     out = {};
     shape_t shape{};
-    std::string error = read_shape(rule, shape);
+    std::string error = read_text(rule, shape);
     if (error.empty()) error = read_psid(shape, port, out.psid);
     if (!error.empty()) return error;
     const uint64_t suffix = ipv4 & ones(shape.suffix_len);
@@ -132,7 +142,7 @@ std::string map_from_ipv4(const fwx_nat64_mapt_bmr_t &rule, uint32_t ipv4, std::
 std::string map_from_ipv6(const fwx_nat64_mapt_bmr_t &rule, const uint8_t ipv6[16], map_address_t &out) {
     out = {};
     shape_t shape{};
-    std::string error = read_shape(rule, shape);
+    std::string error = read_text(rule, shape);
     if (!error.empty()) return error;
     out.ea_bits = bits_at(ipv6, rule.v6_prefix_len, shape.ea_len);
     const uint32_t rest_len = shape.suffix_len - shape.ea_suffix_len(); /* what the EA bits leave open */

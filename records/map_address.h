@@ -20,6 +20,14 @@ struct map_address_t {
     uint8_t ipv6[16]; /* the MAP address */
 };
 
+/** What makes the parameters of a rule disagree. */
+struct map_fault_t {
+    const char *field = nullptr; /* the parameter, `psid_len`; null: they agree */
+    uint32_t value = 0;
+    std::string allowed;
+};
+map_fault_t map_rule_fault(const fwx_nat64_mapt_bmr_t &rule);
+
 /*
  * Both answer with an empty text, or with what is wrong with the rule's parameters or with the port: `psid_len 12: must
  * be ...`. The address must begin with the rule's prefix.

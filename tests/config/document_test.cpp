@@ -31,7 +31,7 @@ constexpr const char *shuffled =
     "\xef\xbb\xbf# every family, in no order\n"
     "mapt dmr add --id 9 --data 20010db8ffff000000000000000000004000000000000001\r\n"
     "mapt dmr add --id 8 --prefix 2001:db8:ffff::/64\n"
-    "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --params 16,6,8,0\n"
+    "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --params 16,6,9,0\n"
     "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff01::/48 --v4 192.0.2.128/25\n"
     "nvi enable --ifh 8\n"
     "nvi enable --ifh 7\n"
@@ -76,7 +76,7 @@ constexpr const char *lines =
     "--ext-arg 5\n"
     "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff01::/48 --v4 192.0.2.128/25\n"
     "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 --psid-offset 6 "
-    "--psid-len 8\n"
+    "--psid-len 9\n"
     "mapt dmr add --id 8 --prefix 2001:db8:ffff::/64\n"
     "mapt dmr add --id 9 --data 20010db8ffff000000000000000000004000000000000001\n"
     "interface set --ifh 6 --enable 0 --mtu 1300\n"
@@ -128,7 +128,7 @@ constexpr const char *json =
 ],
 "mapt bmr":[
 {"rule_id":1,"domain_id":2,"v6_prefix":"2001:db8:ff01::/48","v4_prefix":"192.0.2.128/25"},
-{"rule_id":2,"domain_id":1,"v6_prefix":"2001:db8:ff00::/40","v4_prefix":"192.0.2.128/25","ea_len":16,"psid_offset":6,"psid_len":8}
+{"rule_id":2,"domain_id":1,"v6_prefix":"2001:db8:ff00::/40","v4_prefix":"192.0.2.128/25","ea_len":16,"psid_offset":6,"psid_len":9}
 ],
 "mapt dmr":[
 {"id":8,"prefix":"2001:db8:ffff::/64"},
@@ -147,14 +147,14 @@ constexpr const char *json =
 
 TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from) {
     const std::string same_json =
-        R"({"items": {"nvi": [{"ifh": 8}], "mapt bmr": [{"rule_params": [16, 6, 8, 0], "domain_id": 1,
+        R"({"items": {"nvi": [{"ifh": 8}], "mapt bmr": [{"rule_params": [16, 6, 9, 0], "domain_id": 1,
             "rule_id": "2", "v4_prefix": "192.0.2.128/25", "v6_prefix": "2001:db8:ff00::/40"}],
             "interface": [{"enable": true, "ifh": 8}], "timeout": [{"value": "2h4m", "type": 3}]}, "version": 1})";
     EXPECT_EQ(write_lines(load(same_json)),
               "# nat64 configuration version 1\n"
               "timeout set --type tcp-est --value 7440\n"
               "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 "
-              "--psid-offset 6 --psid-len 8\n"
+              "--psid-offset 6 --psid-len 9\n"
               "nvi enable --ifh 8\n");
     for (const char *text : {shuffled, lines, json}) {
         EXPECT_EQ(write_lines(load(text)), lines);
@@ -237,6 +237,28 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "line 4: mapt dmr add: --prefix 2001:db8::/33: must be a prefix of 32, 40, 48, 56, 64 or 96 bits, with "
          "zeros in bits 64 to 71 [--prefix]\n"
          "line 6: logging add: --dest 0.0.0.0: must be the address of a host [--dest]\n"},
+        {"pool add --id 1 --param 1 --start 0.0.0.0 --end 255.255.255.255\n"
+         "pool add --id 2 --param 1 --start 223.255.255.255 --end 224.0.0.0\n"
+         "pool add --id 3 --param 1 --start 10.0.0.0 --end 10.0.0.1\n"
+         "range add --id 3 --start 126.255.255.255 --end 128.0.0.0\n"
+         "smapping add --id 1 --addr1 2001:db8::1 --addr2 2001:db8::2\n"
+         "smapping add --id 2 --addr1 192.0.2.1 --addr2 2001:db8::2\n",
+         "line 1: pool add: --start 0.0.0.0: the addresses up to 255.255.255.255 must be unicast: within 1.0.0.0 to "
+         "223.255.255.255, without 127.0.0.0/8 [--start]\n"
+         "line 2: pool add: --start 223.255.255.255: the addresses up to 224.0.0.0 must be unicast: within 1.0.0.0 to "
+         "223.255.255.255, without 127.0.0.0/8 [--start]\n"
+         "line 2: pool add: --start 223.255.255.255: overlaps pool 1 in line 1 [--start]\n"
+         "line 3: pool add: --start 10.0.0.0: overlaps pool 1 in line 1 [--start]\n"
+         "line 4: range add: --start 126.255.255.255: the addresses up to 128.0.0.0 must be unicast: within 1.0.0.0 to "
+         "223.255.255.255, without 127.0.0.0/8 [--start]\n"
+         "line 4: range add: --start 126.255.255.255: overlaps pool 1 in line 1 [--start]\n"
+         "line 5: smapping add: --addr2 2001:db8::2: must be an IPv4 address behind 2001:db8::1 [--addr2]\n"},
+        {"mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 60000\n"
+         "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:1::/48 --v4 198.51.100.0/24 --ea-len 16 --psid-offset 12\n"
+         "mapt bmr add --rule 3 --domain 1 --v6 2001:db8:2::/48 --v4 203.0.113.0/24 --ea-len 16 --psid-len 6\n",
+         "line 1: mapt bmr add: --ea-len 60000: must be 0 to 24 with an IPv4 prefix of 24 bits [--ea-len]\n"
+         "line 2: mapt bmr add: --psid-len 8: must be 0 to 4 with a PSID offset of 12 [--psid-len]\n"
+         "line 3: mapt bmr add: --psid-len 6: must be 8, which the EA bits leave for it [--psid-len]\n"},
         {"mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"
          "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/41 --v4 192.0.2.0/24\n"
          "mapt bmr add --rule 3 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24\n",

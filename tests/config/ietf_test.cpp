@@ -206,8 +206,8 @@ TEST(ietf_test, what_the_standard_leaves_out_or_writes_in_another_way_is_underst
          "prefix add --prefix 2001:db8:122:300::/56 --kind stateful\n"},
         {instance(R"("external-ip-address-pool":[{"external-ip-pool":"198.51.100.77/24","pool-id":1}])"),
          "pool add --id 1 --param 1 --start 198.51.100.0 --end 198.51.100.255\n"},
-        {instance(R"("external-ip-address-pool":[{"external-ip-pool":"0.0.0.0/0","pool-id":4294967295}])"),
-         "pool add --id 4294967295 --param 1 --start 0.0.0.0 --end 255.255.255.255\n"},
+        {instance(R"("external-ip-address-pool":[{"external-ip-pool":"128.0.0.0/2","pool-id":4294967295}])"),
+         "pool add --id 4294967295 --param 1 --start 128.0.0.0 --end 191.255.255.255\n"},
         {R"({"ietf-nat:nat":{"instances":{"instance":[{"id":1,"mapping-limits":{"limit-port-mappings":0}}]}}})",
          "limit add --type sessions --value 0\n"},
         {rules(rule("domain-7-rule-9", R"("port-set":{"psid-len":8,"psid":0})")),
@@ -395,7 +395,7 @@ TEST(ietf_test, each_item_without_a_place_in_the_standard_form_is_named) {
         "prefix add --prefix 64:ff9b::/96 --kind stateless\n"
         "prefix add --prefix 2001:db8::/32 --kind dns64\n"
         "dmapping add --id 1 --type 4\n"
-        "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --psid-len 16\n"
+        "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.18/32 --psid-len 16\n"
         "mapt dmr add --id 1 --prefix 2001:db8:ffff::/64\n"
         "nvi enable --ifh 1\n"
         "logging add --dest 192.0.2.9 --port 2055\n";
