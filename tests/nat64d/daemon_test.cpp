@@ -188,12 +188,45 @@ TEST_F(daemon_test, a_daemon_that_restarts_beside_its_server_learns_its_rules_an
     EXPECT_EQ(second.end(0), 2) << "one for each server";
 }
 
+TEST_F(daemon_test, all_errors_of_a_document_are_counted_the_first_are_named_and_their_end_is_logged) {
+    const server_process_t server;
+    setenv("JOURNAL_STREAM", "8:1", 1);
+    const daemon_process_t daemon(folder());
+    unsetenv("JOURNAL_STREAM");
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    std::string wrong;
+    for (int i = 0; i < 25; ++i) {
+        wrong += "frob " + std::to_string(i) + '\n';
+    }
+    write(document_text(count, 100) + wrong);
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 1); })) << daemon.log();
+    const json_t status = daemon_process_t::ask("status");
+    const auto reason = status.at("refused_reason").get<std::string>();
+    EXPECT_EQ(reason.rfind("25 errors: line ", 0), 0u) << reason;
+    const std::string end = "; and 22 more";
+    ASSERT_GT(reason.size(), end.size());
+    EXPECT_EQ(reason.substr(reason.size() - end.size()), end);
+    EXPECT_NE(reason.find("line 25: "), std::string::npos) << reason;
+    EXPECT_EQ(reason.find("line 26: "), std::string::npos) << reason;
+    EXPECT_NE(daemon.log().find(" event=problems_left_out file=" + folder() + "/document problems=5\n"),
+              std::string::npos)
+        << daemon.log();
+    write(document_text(count, 100));
+    ASSERT_TRUE(eventually([&] {
+        return daemon.log().find("\n<6>time=") != std::string::npos &&
+               daemon.log().find(" level=info event=refusal_over document=") != std::string::npos;
+    })) << daemon.log();
+    EXPECT_NE(daemon.log().find("\n<3>time="), std::string::npos) << "an error in systemd's journal: " << daemon.log();
+    EXPECT_FALSE(daemon_process_t::ask("status").contains("refused_reason"));
+}
+
 TEST_F(daemon_test, without_any_document_it_does_not_start) {
     const server_process_t server;
     write("pool add --id 1\n");
     daemon_process_t daemon(folder());
     EXPECT_EQ(daemon.end(0), 2);
-    EXPECT_NE(daemon.log().find("event=cannot_start reason=\"line 1: pool add: --"), std::string::npos) << daemon.log();
+    EXPECT_NE(daemon.log().find("event=cannot_start reason=\"3 errors: line 1: pool add: --"), std::string::npos)
+        << daemon.log();
     const std::string pipe = folder() + "/pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string &no_file : {pipe, std::string("/dev/zero")}) {
@@ -245,7 +278,8 @@ TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_
         for (size_t at = text.find(before); at != std::string::npos; at = text.find(before, at + 1)) {
             const size_t begin = at + before.size();
             const size_t end = text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_", begin);
-            if (text.compare(begin, 6, "nat64_") == 0) names.insert(text.substr(begin, end - begin));
+            const bool is_name = text.compare(begin, 6, "nat64_") == 0 || text.compare(begin, 8, "process_") == 0;
+            if (is_name) names.insert(text.substr(begin, end - begin));
         }
         return names;
     };
@@ -269,15 +303,25 @@ TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_
     }
     EXPECT_EQ(value_of(metrics, "nat64_commands_total{kind=\"pool_add\",result=\"ok\"}"), std::to_string(count))
         << metrics;
-    EXPECT_EQ(metrics.find("refused\""), std::string::npos) << metrics;
+    for (const char *kind : {"pool_add", "smapping_del", "mapt_bmr"}) {
+        const std::string name = std::string("nat64_commands_total{kind=\"") + kind + "\",result=\"refused\"}";
+        EXPECT_EQ(value_of(metrics, name), "0")
+            << "there before the first, so that the first is an increase: " << metrics;
+    }
     EXPECT_LE(std::stoul(value_of(metrics, "nat64_command_duration_seconds_bucket{le=\"5\"}")),
               std::stoul(value_of(metrics, "nat64_command_duration_seconds_count")));
     for (const char *whole : {"sessions", "mappings{kind=\"static\"}", "pools", "rules"}) {
         EXPECT_EQ(value_of(metrics, std::string("nat64_") + whole), std::to_string(count)) << whole;
     }
     EXPECT_EQ(value_of(metrics, "nat64_document_in_step"), "1");
+    EXPECT_EQ(value_of(metrics, "nat64_foreign_items"), "0");
+    EXPECT_NE(metrics.find("\nnat64_build_info{version=\"" NAT64D_VERSION "\"} 1\n"), std::string::npos) << metrics;
+    for (const char *name : {"process_cpu_seconds_total", "process_resident_memory_bytes", "process_open_fds"}) {
+        EXPECT_GT(std::stod(value_of(metrics, name)), 0) << name;
+    }
+    EXPECT_LT(std::stod(value_of(metrics, "process_open_fds")), std::stod(value_of(metrics, "process_max_fds")));
     EXPECT_EQ(value_of(metrics, "nat64_pool_addresses{pool=\"7\"}"), "1");
-    EXPECT_EQ(value_of(metrics, "nat64_limit{type=\"1\"}"), "1000");
+    EXPECT_EQ(value_of(metrics, "nat64_limit{type=\"sessions\"}"), "1000");
 #ifdef PROMTOOL_PATH
     std::ofstream(folder() + "/metrics") << metrics.substr(metrics.find("\r\n\r\n") + 4);
     EXPECT_EQ(std::system((PROMTOOL_PATH " check metrics <" + folder() + "/metrics").c_str()), 0);

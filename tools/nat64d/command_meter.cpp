@@ -23,6 +23,10 @@ bool is_asynchronous(const fwx_nat64_msg_hdr_t &hdr) {
     return (hdr.type & FWX_NAT64_MSG_ASYNC) == FWX_NAT64_MSG_ASYNC;
 }
 
+bool is_configuration(uint16_t number) {
+    return number == FWX_NAT64_MSG_CONFIG || number == FWX_NAT64_MSG_MAPT_RULE;
+}
+
 command_meter_t::end_t end_of(uint32_t code) {
     switch (code) {
         case 0:
@@ -44,6 +48,19 @@ const char *end_name(command_meter_t::end_t end) {
     return names[static_cast<size_t>(end)];
 }
 
+command_meter_t::command_meter_t() {
+    size_t count = 0;
+    const wire_message_t *messages = wire_messages(&count);
+    for (const wire_message_t *message = messages; message != messages + count; ++message) {
+        const bool is_command = message->direction == wire_direction_t::to_server && is_configuration(message->msgno);
+        if (!is_command) continue;
+        for (const end_t end : {end_t::ok, end_t::exists, end_t::gone, end_t::refused, end_t::lost}) {
+            counts_[{message->name, end}] = 0;
+        }
+    }
+    fwx_host_tap_set(tapped, this);
+}
+
 void command_meter_t::channel_lost() {
     for (const auto &[context, command] : waiting_) {
         ++counts_[{command.kind, end_t::lost}];
@@ -62,8 +79,7 @@ void command_meter_t::sent(const void *msg, size_t size) {
     if (size < sizeof hdr) return;
     std::memcpy(&hdr, msg, sizeof hdr);
     const uint16_t number = number_of(hdr);
-    const bool is_command =
-        is_asynchronous(hdr) && (number == FWX_NAT64_MSG_CONFIG || number == FWX_NAT64_MSG_MAPT_RULE);
+    const bool is_command = is_asynchronous(hdr) && is_configuration(number);
     const wire_message_t *message = is_command ? wire_find(wire_direction_t::to_server, msg, size) : nullptr;
     if (message != nullptr) waiting_[hdr.clnt_ctx] = {message->name, now_ns()};
 }

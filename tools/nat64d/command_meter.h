@@ -25,7 +25,7 @@ public:
     };
 
     /** Takes the tap of the process while it lives. */
-    command_meter_t() { fwx_host_tap_set(tapped, this); }
+    command_meter_t();
     ~command_meter_t() { fwx_host_tap_set(nullptr, nullptr); }
     command_meter_t(const command_meter_t &) = delete;
     command_meter_t &operator=(const command_meter_t &) = delete;
@@ -33,7 +33,7 @@ public:
     /** The channel has ended: nothing that waits is answered any more. */
     void channel_lost();
 
-    /** By kind, which is the name of the message, and end. */
+    /** By kind, which is the name of the message, and end; all that there may be, 0 until it happens. */
     const std::map<std::pair<std::string, end_t>, uint64_t> &counts() const { return counts_; }
     const times_t &times() const { return times_; }
     /** Commands that wait for their answer. */

@@ -22,6 +22,24 @@ constexpr uint64_t sync_timeout_ms = 1000; /* in which a server that stands stil
 constexpr uint64_t watchdog_ms = 5000;
 constexpr size_t most_problems = 20; /* of a document that are logged */
 
+bool is_error(const problem_t &problem) {
+    return problem.kind == problem_t::kind_t::error;
+}
+
+/** The first errors of a document and how many there are; empty: there is none. */
+std::string errors_text(const problems_t &problems) {
+    constexpr size_t most_named = 3;
+    const auto count = static_cast<size_t>(std::count_if(problems.begin(), problems.end(), is_error));
+    std::string text = count > 1 ? std::to_string(count) + " errors: " : "";
+    size_t named = 0;
+    for (const problem_t &problem : problems) {
+        if (!is_error(problem)) continue;
+        if (named == most_named) return text + "; and " + std::to_string(count - named) + " more";
+        text += (named++ == 0 ? "" : "; ") + problem.text();
+    }
+    return text;
+}
+
 /** Takes a diagnostic of the library if it is one of the debug level. Those that are always there are not logged: of a
  * server that is away there is one for every look. */
 void debug_written(void *, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
@@ -143,7 +161,6 @@ nat64::task<> daemon_t::load_file() {
 /** Offers what a text says, if it is a document without an error. */
 nat64::task<taken_t> daemon_t::take(const std::string &text, std::string name) {
     problems_t problems;
-    const auto is_error = [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; };
     /* Two hundred thousand items take longer than whoever asks for metrics should wait. */
     offer_t offer = co_await in_background(loop_, [&] {
         document_t document = load_document(text, problems);
@@ -151,12 +168,14 @@ nat64::task<taken_t> daemon_t::take(const std::string &text, std::string name) {
         return is_good ? make_offer(std::move(document)) : offer_t{};
     });
     taken_t taken;
-    size_t shown = 0;
-    for (const problem_t &problem : problems) {
-        if (is_error(problem) && taken.reason.empty()) taken.reason = problem.text();
-        if (++shown > most_problems) continue;
-        log_event(is_error(problem) ? log_level_t::error : log_level_t::warning, "problem",
-                  {{"file", name}, {"text", problem.text()}});
+    taken.reason = errors_text(problems);
+    for (size_t i = 0; i < std::min(problems.size(), most_problems); ++i) {
+        log_event(is_error(problems[i]) ? log_level_t::error : log_level_t::warning, "problem",
+                  {{"file", name}, {"text", problems[i].text()}});
+    }
+    if (problems.size() > most_problems) {
+        log_event(log_level_t::warning, "problems_left_out",
+                  {{"file", name}, {"problems", std::to_string(problems.size() - most_problems)}});
     }
     if (!taken.reason.empty()) co_return taken;
     taken.hash = offer.hash;

@@ -1,6 +1,7 @@
 #include "tools/nat64d/log.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "net/json.h"
 #include "net/log_writer.h"
@@ -8,7 +9,11 @@
 
 namespace {
 
-constexpr const char *level_names[] = {"error", "warning", "info"};
+struct level_t {
+    const char *name;
+    const char *journal_prefix; /* from which systemd's journal takes the priority */
+};
+constexpr level_t levels[] = {{"error", "<3>"}, {"warning", "<4>"}, {"info", "<6>"}};
 
 bool is_plain(char c) {
     return c > ' ' && c != '"' && c != '=' && c != '\\' && c != 0x7f;
@@ -20,7 +25,10 @@ std::string value_text(const std::string &value) {
 }
 
 std::string head_of(log_level_t level, std::string_view event) {
-    return "time=" + time_text() + " level=" + level_names[static_cast<size_t>(level)] + " event=" + std::string(event);
+    static const bool is_for_journal = std::getenv("JOURNAL_STREAM") != nullptr;
+    const level_t &of = levels[static_cast<size_t>(level)];
+    return (is_for_journal ? of.journal_prefix : "") + ("time=" + time_text()) + " level=" + of.name +
+           " event=" + std::string(event);
 }
 
 std::string left_out_text(uint64_t count) {

@@ -4,6 +4,7 @@
 #include <prometheus/text_serializer.h>
 
 #include "fwx_host/tbm.h"
+#include "tools/nat64d/process_usage.h"
 #include "wire/names.h"
 
 namespace {
@@ -52,6 +53,17 @@ private:
     std::vector<prometheus::MetricFamily> families_;
 };
 
+void add_process(families_t &to) {
+    const process_usage_t usage = process_usage();
+    to.gauge("nat64_build_info", "This nat64d, by its version.").value(1.0, {{"version", NAT64D_VERSION}});
+    to.counter("process_cpu_seconds_total", "Processor time of user and system.").value(usage.cpu_s);
+    to.gauge("process_start_time_seconds", "When the process started.").value(usage.start_s);
+    to.gauge("process_resident_memory_bytes", "Memory that is resident.").value(usage.resident_bytes);
+    to.gauge("process_virtual_memory_bytes", "Virtual memory.").value(usage.virtual_bytes);
+    to.gauge("process_open_fds", "Descriptors that are open.").value(usage.open_fds);
+    to.gauge("process_max_fds", "Most descriptors that may be open.").value(usage.most_fds);
+}
+
 void add_document(families_t &to, const daemon_status_t &status) {
     to.gauge("nat64_server_up", "Whether the server answers.").value(status.is_server_up);
     to.counter("nat64_server_reconnections_total", "Channels to the server that were opened after the first.")
@@ -65,6 +77,8 @@ void add_document(families_t &to, const daemon_status_t &status) {
     to.gauge("nat64_document_in_step_changed_timestamp_seconds", "When that changed last.").value(status.since_s);
     to.gauge("nat64_document_refused", "Whether the document that is to be in force was refused.")
         .value(!status.refused_reason.empty());
+    to.gauge("nat64_foreign_items", "Items that the server holds, and that nat64d has nothing to do with.")
+        .value(status.foreign_count);
     to.counter("nat64_document_edits_total", "Documents that came into force in place of another.").value(status.edits);
     to.counter("nat64_document_refusals_total", "Documents that were refused.").value(status.refusals);
     to.counter("nat64_document_replays_total", "Times that the whole document was given to the server.")
@@ -112,6 +126,11 @@ void add_totals(families_t &to, const fwx_nat64_stats_sys_entry_t &totals) {
     to.gauge("nat64_sessions", "Sessions that are open.").value(totals.sessions);
 }
 
+std::string limit_name(uint32_t type) {
+    const char *name = wire_limit_names.name_of(type);
+    return name == nullptr ? std::to_string(type) : name;
+}
+
 void add_lists(families_t &to, const scrape_t &server) {
     to.gauge("nat64_pool_addresses", "Addresses of a pool and its ranges.");
     for (const fwx_nat64_stats_pool_entry_t &pool : server.pools.entries) {
@@ -132,11 +151,11 @@ void add_lists(families_t &to, const scrape_t &server) {
         .value(server.mappings.has_more ? 1.0 : 0.0, {{"of", "mappings"}});
     to.gauge("nat64_limit", "Most that a limit allows.");
     for (const fwx_nat64_stats_limit_entry_t &limit : server.limits) {
-        to.value(uint64_t{limit.value}, {{"type", std::to_string(limit.type)}});
+        to.value(uint64_t{limit.value}, {{"type", limit_name(limit.type)}});
     }
     to.gauge("nat64_limit_used", "How much of a limit is used.");
     for (const fwx_nat64_stats_limit_entry_t &limit : server.limits) {
-        to.value(limit.in_use, {{"type", std::to_string(limit.type)}});
+        to.value(limit.in_use, {{"type", limit_name(limit.type)}});
     }
 }
 
@@ -144,6 +163,7 @@ void add_lists(families_t &to, const scrape_t &server) {
 
 std::string metrics_text(const metrics_source_t &source) {
     families_t families;
+    add_process(families);
     add_document(families, source.status);
     if (source.store != nullptr) add_store(families, *source.store);
     add_commands(families, source);

@@ -93,7 +93,11 @@ void supervisor_t::start() {
 }
 
 void supervisor_t::offer(offer_t offered) {
-    status_.refused_reason.clear();
+    const bool was_refused = !std::exchange(status_.refused_reason, {}).empty();
+    if (was_refused) {
+        log_event(log_level_t::info, "refusal_over",
+                  {{"document", offered.hash}, {"refused_since", status_.refused_since}});
+    }
     const bool is_in_force = wanted_ && wanted_->hash == offered.hash && !is_editing_;
     offered_.reset();
     if (!is_in_force) offered_.emplace(std::move(offered));

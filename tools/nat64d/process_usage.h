@@ -1,0 +1,19 @@
+/* What this process takes of the machine. */
+#ifndef TOOLS_NAT64D_PROCESS_USAGE_H
+#define TOOLS_NAT64D_PROCESS_USAGE_H
+
+#include <cstdint>
+
+struct process_usage_t {
+    double cpu_s = 0;   /* of user and system */
+    double start_s = 0; /* of the epoch */
+    uint64_t resident_bytes = 0;
+    uint64_t virtual_bytes = 0;
+    uint64_t open_fds = 0;
+    uint64_t most_fds = 0;
+};
+
+/** What cannot be found out is 0. */
+process_usage_t process_usage();
+
+#endif
