@@ -1,6 +1,7 @@
 /* Commands of a batch: order, failures, answers that are late or never come. */
 #include <cerrno>
 
+#include "fwx_nat64/debug.h"
 #include "natctl_fixture.h"
 
 namespace {
@@ -192,6 +193,19 @@ TEST_F(batch_test, the_library_speaks_through_the_notes_when_its_debug_level_is_
     EXPECT_NE(result.notes.find("NAT64: fwx_nat64_client_connect_to_server connected\n"), std::string::npos)
         << result.notes;
     EXPECT_EQ(result.answers, "dev ipalias upload: ok\n");
+}
+
+TEST_F(batch_test, the_library_is_silent_without_a_debug_level_also_where_its_flags_are_on) {
+    fwx_nat64_dbg_trace_set(1);
+    const std::string refused =
+        "dev server fail-next --code 0x6006\nmapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 "
+        "--v4 192.0.2.0/24\n";
+    const run_t silent = run("batch -", refused);
+    const run_t told = run("--debug-level 1 batch -", refused);
+    fwx_nat64_dbg_trace_set(0);
+    EXPECT_EQ(silent.notes.find("natctl: line 2: "), 0U) << silent.notes;
+    EXPECT_EQ(std::count(silent.notes.begin(), silent.notes.end(), '\n'), 2) << silent.notes;
+    EXPECT_GT(std::count(told.notes.begin(), told.notes.end(), '\n'), 2) << told.notes;
 }
 
 TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {

@@ -82,6 +82,25 @@ TEST_F(command_test, quiet_leaves_out_what_only_says_that_all_is_well) {
     EXPECT_EQ(run_json("--quiet timeout set --type 1 --value 300").at("status"), "ok");
 }
 
+TEST_F(command_test, what_could_steer_a_terminal_is_never_shown_as_it_came) {
+    for (const std::string command : {"frob\xc2\x9b"
+                                      "2J",
+                                      "--connect a\x1b[2Jb status",
+                                      "batch /no\xc2\x9b"
+                                      "file",
+                                      "config check /no\x1b]0;file", "help \xc2\x85", "timeout set --type \x7f"}) {
+        for (const std::string format : {"", "--json ", "--csv "}) {
+            const run_t got = run(format + command);
+            EXPECT_NE(got.status, 0) << command;
+            for (const std::string &text : {got.answers, got.notes}) {
+                for (const char *raw : {"\x1b", "\x7f", "\xc2\x9b", "\xc2\x85"}) {
+                    EXPECT_EQ(text.find(raw), std::string::npos) << text;
+                }
+            }
+        }
+    }
+}
+
 /** Takes nothing, as a full disk. */
 class full_output_t : public std::streambuf {};
 

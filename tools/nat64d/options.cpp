@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "net/json.h"
 #include "tools/command_line.h"
 
 namespace {
@@ -49,7 +50,7 @@ int read_options(int argc, const char *const *argv, daemon_options_t &options) {
         std::fputs(help.text.c_str(), stdout);
         return 0;
     } catch (const usage_error_t &error) {
-        std::fprintf(stderr, "nat64d: %s\n", error.text.c_str());
+        std::fprintf(stderr, "nat64d: %s\n", clean_line(error.text).c_str());
         return usage_status;
     }
     if (options.listen == "none") options.listen.clear();

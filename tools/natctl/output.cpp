@@ -127,13 +127,13 @@ void output_t::print_text(const outcome_t &outcome) {
     if (outcome.status != status_t::ok) return;
     if (!outcome.text.empty()) {
         print_heading(outcome);
-        answers_ << outcome.text;
+        answers_ << clean_text(outcome.text);
         if (outcome.note.empty()) return;
     }
     bool has_streamed = !widths_.empty();
     bool has_answer = (!outcome.data.is_null() && outcome.note.empty()) || !outcome.messages.is_null();
     if (!has_answer && !has_streamed && !is_quiet_) {
-        const std::string note = outcome.note.empty() ? "" : ", " + outcome.note;
+        const std::string note = outcome.note.empty() ? "" : ", " + clean_line(outcome.note);
         answers_ << outcome_label(outcome) << ": ok" << note << '\n';
     }
     if (outcome.messages.is_array() && outcome.messages.empty()) {
@@ -249,7 +249,7 @@ void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
 
 void output_t::announce(const outcome_t &of, const char *word, const std::string &name) {
     if (format_ == format_t::text) {
-        answers_ << word << ' ' << name << '\n';
+        answers_ << word << ' ' << clean_line(name) << '\n';
     } else {
         json_t row;
         row[word] = name;

@@ -18,8 +18,10 @@ void cgm_returned(void *arg, uint32_t, void *ctx, uint32_t result) {
     static_cast<pal_t *>(arg)->answered(reinterpret_cast<uintptr_t>(ctx), {nat64::nat64_error(result)});
 }
 
+/** The library has errors that it always tells: what they mean for a command, its answer says. */
 void debug_written(void *arg, fwx_host_debug_channel_t, uint32_t, const char *text) {
-    static_cast<pal_t *>(arg)->note(diagnostic_line(text));
+    auto *pal = static_cast<pal_t *>(arg);
+    if (pal->options().debug_level != 0) pal->note(diagnostic_line(text));
 }
 
 server_kind_t server_kind(const options_t &options) {

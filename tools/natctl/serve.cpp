@@ -6,6 +6,7 @@
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
 #include "model/model.h"
+#include "net/json.h"
 #include "net/log_writer.h"
 #include "tools/natctl/state_file.h"
 #include "tools/signals.h"
@@ -31,7 +32,7 @@ public:
         model_->observe_refusals(refused, this);
         if (!options_.state_file.empty()) {
             state_.emplace(options_.state_file, *model_,
-                           [this](const std::string &text) { log_.write(nullptr, "natctl: " + text); });
+                           [this](const std::string &text) { log_.write(nullptr, "natctl: " + clean_line(text)); });
             std::string error = state_->open();
             if (!error.empty()) return error;
         }
