@@ -174,7 +174,7 @@ private:
                 {"alpha", "--config", directory_.path() + "/document", "--state", directory_.path() + "/daemon"},
                 directory_.path() + "/log");
             if (!eventually([] { return daemon_process_t::is("in_step", true); })) fail("nat64d: " + daemon.log());
-            if (run(1, "config apply " + file_of(random_document())) != 2) fail("nat64d's lock does not hold");
+            if (run(1, "config apply " + file_of(random_document())) != 5) fail("nat64d's lock does not hold");
             daemon.end(SIGTERM);
         }
         owned_ = document;

@@ -50,7 +50,8 @@ def milliseconds(timeout: Timeout) -> int:
     is_number = isinstance(seconds, (int, float)) and not isinstance(seconds, bool)
     if not is_number or not seconds > 0:  # a nan is not
         raise ValueError(f"timeout {timeout!r}: must be more than 0 seconds, a number or a timedelta")
-    return max(1, round(seconds * 1000)) if seconds <= _LONGEST_TIMEOUT_S else 0
+    in_range = float(seconds)
+    return max(1, round(in_range * 1000)) if in_range <= _LONGEST_TIMEOUT_S else 0
 
 
 class Item(NamedTuple):
