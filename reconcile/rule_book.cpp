@@ -95,8 +95,9 @@ void rule_book_t::done(const default_change_t &change) {
 uint32_t rule_book_t::found(const fwx_mapt_rule_hash_elem_t &rule) {
     const auto known = installed_.find(name_of(rule.rule));
     if (known == installed_.end()) return install(rule);
-    const bool is_same =
-        known->second.mapt_bmr == rule.mapt_bmr && std::memcmp(&known->second.rule, &rule.rule, sizeof rule.rule) == 0;
+    const auto *held = reinterpret_cast<const uint8_t *>(&known->second.rule);
+    const auto *told = reinterpret_cast<const uint8_t *>(&rule.rule);
+    const bool is_same = known->second.mapt_bmr == rule.mapt_bmr && std::memcmp(held, told, sizeof rule.rule) == 0;
     return is_same ? 0 : first_of(take_out(rule.rule), install(rule));
 }
 

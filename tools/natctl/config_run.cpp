@@ -232,9 +232,8 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     apply(call, target, options);
     if (call.outcome.status != status_t::ok) return;
     std::vector<std::string> lines;
-    for (const config_item_t &item : kept) {
-        lines.push_back(command_line(*item.family, FWX_NAT64_OP_ADD, item.record));
-    }
+    std::transform(kept.begin(), kept.end(), std::back_inserter(lines),
+                   [](const config_item_t &item) { return command_line(*item.family, FWX_NAT64_OP_ADD, item.record); });
     call.outcome.data = {{"changed", !lines.empty()},
                          {"commands", commands},
                          {"undone", true},
