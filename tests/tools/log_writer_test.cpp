@@ -36,7 +36,7 @@ protected:
         seen.resize(static_cast<size_t>(std::max<ssize_t>(read(ends_[0], seen.data(), seen.size()), 0)));
         return seen;
     }
-    static constexpr size_t lines_ = 40;
+    static constexpr size_t lines = 40;
     static auto lines_in(const std::string &text) { return std::count(text.begin(), text.end(), '\n'); }
 
     log_writer_t log_{[](uint64_t count) { return std::to_string(count) + " left out"; }};
@@ -75,16 +75,16 @@ TEST_F(log_writer_test, any_number_of_sources_has_no_more_lines_than_all_may) {
 TEST_F(log_writer_test, a_pipe_that_is_not_read_gets_whole_lines_and_later_how_many_it_missed) {
     const std::string longest(log_writer_t::longest_line - 1, 'x');
     size_t count = 0;
-    for (; count < lines_; ++count) {
+    for (; count < lines; ++count) {
         log_.write(nullptr, longest + "is cut");
     }
     const std::string seen = read_all();
     const auto whole = static_cast<size_t>(lines_in(seen));
     EXPECT_EQ(seen.size(), whole * log_writer_t::longest_line);
-    EXPECT_LT(whole, lines_);
+    EXPECT_LT(whole, lines);
     fwx_host_clock_turn(1000);
     log_.write(nullptr, "last");
-    EXPECT_EQ(read_all(), std::to_string(lines_ - whole) + " left out\nlast\n");
+    EXPECT_EQ(read_all(), std::to_string(lines - whole) + " left out\nlast\n");
 }
 
 }  // namespace
