@@ -132,8 +132,8 @@ public:
         const auto size = static_cast<uint32_t>(sizeof(fwx_nat64_config_page_t) + bytes_.size());
         const fwx_nat64_config_page_t head = {FWX_NAT64_CONFIG_MAGIC, size, std::exchange(entries_, 0), server.boot_id,
                                               server.changes.count()};
-        const auto *begin = reinterpret_cast<const uint8_t *>(&head);
-        std::vector<uint8_t> page(begin, begin + sizeof head);
+        std::vector<uint8_t> page(sizeof head);
+        std::memcpy(page.data(), &head, sizeof head);
         page.insert(page.end(), bytes_.begin(), bytes_.end());
         bytes_.clear();
         return page;
