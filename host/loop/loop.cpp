@@ -20,11 +20,10 @@
 
 namespace {
 
-/** Most tasks run and descriptors served by one pass, so that timers, descriptors and tasks all get their turn. */
-constexpr uint32_t tasks_per_pass = 256;
+/** Most callbacks of tasks in one pass, and about the most between two looks at the descriptors, so that timers,
+ * descriptors and tasks all get their turn: some milliseconds. A task alone may make dozens of callbacks in a run. */
+constexpr uint32_t callbacks_per_pass = 1024;
 constexpr int events_per_pass = 32;
-/** Most passes of a busy loop without a look at the descriptors. */
-constexpr uint32_t passes_between_polls = 32;
 
 /** Looks at the bells before each at the clock, which costs as much as some of them: mostly what comes comes sooner. */
 constexpr uint32_t looks_per_clock = 64;
@@ -58,7 +57,7 @@ struct fwx_host_loop {
     loop_place_t ready; /* rings of tasks; each is in one */
     loop_place_t idle;
     std::vector<loop_bell_t *> bells;
-    uint32_t passes_since_poll = 0;
+    uint32_t callbacks_since_poll = 0; /* of tasks */
 
     explicit fwx_host_loop(int fd) : epoll_fd(fd) {}
     fwx_host_loop(const fwx_host_loop &) = delete;
@@ -132,14 +131,14 @@ struct fwx_host_loop {
     uint32_t pass(int timeout_ms) {
         uint32_t calls = 0;
         if (timeout_ms != 0 || !watches.empty()) calls += serve_watches(timeout_ms);
-        passes_since_poll = 0;
+        callbacks_since_poll = 0;
         calls += run_tasks();
         return calls + run_timers();
     }
 
     /** What is ready without a system call; returns the number of callbacks. */
     uint32_t quick_pass() {
-        if (!is_busy() || ++passes_since_poll >= passes_between_polls) return 0;
+        if (!is_busy() || callbacks_since_poll >= callbacks_per_pass) return 0;
         const uint32_t calls = run_tasks();
         return calls + run_timers();
     }
@@ -179,11 +178,14 @@ private:
 
     uint32_t run_tasks() {
         uint32_t calls = 0;
-        for (uint32_t budget = tasks_per_pass; budget > 0 && is_busy(); --budget) {
+        for (uint32_t spent = 0; spent < callbacks_per_pass && is_busy();) {
             loop_task_t *task = task_of(ready.next());
             task->move_to(idle);
             task->is_ready_ = false;
-            calls += task->run();
+            const uint32_t made = task->run();
+            calls += made;
+            spent += std::max<uint32_t>(made, 1);
+            callbacks_since_poll += std::max<uint32_t>(made, 1);
         }
         return calls;
     }

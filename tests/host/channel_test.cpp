@@ -254,4 +254,33 @@ TEST_P(channel_over_t, channels_do_not_starve_one_another) {
     EXPECT_EQ(smc_msg_chan_close(&other), 0u);
 }
 
+TEST_P(channel_over_t, messages_without_end_do_not_starve_descriptors) {
+    for (int i = 0; i < 20000; ++i) {
+        ASSERT_EQ(reply("a"), 0u);
+    }
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], "", 1), 1);
+    struct seen_t {
+        const log_lines_t &log;
+        const int fd;
+        size_t lines = 0; /* of the log when the descriptor was seen */
+    } seen{log_, ends[0]};
+    const auto look = [](void *arg) {
+        auto &at = *static_cast<seen_t *>(arg);
+        char byte = 0;
+        if (read(at.fd, &byte, 1) == 1) at.lines = at.log.size() + 1;
+    };
+    ASSERT_EQ(fwx_host_loop_watch(client_loop_, ends[0], look, &seen), 0u);
+    while (seen.lines == 0) {
+        if (is_shared()) run_server();
+        fwx_host_loop_run_once(client_loop_, 0);
+    }
+    EXPECT_LT(seen.lines, 4096U);
+    fwx_host_loop_unwatch(client_loop_, ends[0]);
+    close(ends[0]);
+    close(ends[1]);
+    run();
+}
+
 }  // namespace
