@@ -97,30 +97,25 @@ public:
     }
 
     void check_loggings() {
-        const record_family_t &logging = record_family_of(family_kind_t::logging);
-        for (size_t i = document_.begin_of(logging); i < document_.end_of(logging); ++i) {
-            const config_item_t item = document_.item(i);
+        for_each_item(family_kind_t::logging, [this](const config_item_t &item) {
             const bool goes_nowhere = text_of(item, "dest") == "0.0.0.0";
             if (goes_nowhere) note_error(item, "dest", "must be the address of a host");
-        }
+        });
     }
 
     void check_static_mappings() {
-        const record_family_t &mappings = record_family_of(family_kind_t::smapping);
-        for (size_t i = document_.begin_of(mappings); i < document_.end_of(mappings); ++i) {
-            const config_item_t item = document_.item(i);
+        for_each_item(family_kind_t::smapping, [this](const config_item_t &item) {
             fwx_nat64_smapping_t mapping;
             std::memcpy(&mapping, item.record, sizeof mapping);
             const bool is_within_ipv6 =
                 mapping.addr1.family != FWX_NAT64_FAMILY_IPV4 && mapping.addr2.family != FWX_NAT64_FAMILY_IPV4;
             if (is_within_ipv6) note_error(item, "addr2", "must be an IPv4 address behind " + text_of(item, "addr1"));
-        }
+        });
     }
 
     void check_rules() {
         const record_family_t &rules = record_family_of(family_kind_t::basic_rule);
-        for (size_t i = document_.begin_of(rules); i < document_.end_of(rules); ++i) {
-            const config_item_t item = document_.item(i);
+        for_each_item(family_kind_t::basic_rule, [&](const config_item_t &item) {
             fwx_nat64_mapt_bmr_t rule;
             std::memcpy(&rule, item.record, sizeof rule);
             const map_fault_t fault = map_rule_fault(rule);
@@ -129,13 +124,21 @@ public:
                 note(problem_t::kind_t::error, item, field_of(rules, fault.field), std::to_string(fault.value),
                      "must be " + fault.allowed);
             }
-        }
+        });
         for (const char *name : {"v4_prefix", "v6_prefix"}) {
             check_shared(rules, field_of(rules, name));
         }
     }
 
 private:
+    template <typename use_t>
+    void for_each_item(family_kind_t kind, use_t use) const {
+        const record_family_t &family = record_family_of(kind);
+        for (size_t i = document_.begin_of(family); i < document_.end_of(family); ++i) {
+            use(document_.item(i));
+        }
+    }
+
     uint32_t pool_id_at(size_t index) const { return pool_span_of(document_.item(index)).pool_id; }
 
     /** Goes along the addresses with the span that reaches farthest, and the one of another pool that does. */

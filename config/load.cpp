@@ -41,3 +41,9 @@ document_t load_document(std::string_view text, problems_t &problems) {
     problems.insert(problems.end(), found.begin(), found.end());
     return document;
 }
+
+document_t load_written(std::string_view text, problems_t &problems) {
+    document_t document;
+    if (read_lines(text, document, problems)) document.settle(notation_t::lines, problems);
+    return document;
+}

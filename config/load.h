@@ -13,4 +13,8 @@
  */
 document_t load_document(std::string_view text, problems_t &problems);
 
+/** Reads what write_lines has written of a server, which may hold what no document may ask for. Adds to `problems` what
+ * was not written so. */
+document_t load_written(std::string_view text, problems_t &problems);
+
 #endif

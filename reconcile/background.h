@@ -8,6 +8,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <type_traits>
 
@@ -38,12 +39,17 @@ public:
         run(); /* no descriptors are left: then the loop waits */
         return true;
     }
-    void await_suspend(std::coroutine_handle<> waiting) {
+    bool await_suspend(std::coroutine_handle<> waiting) {
         waiting_ = waiting;
-        thread_ = std::thread([this, bell = bell_->fd()] {
+        try {
+            thread_ = std::thread([this, bell = bell_->fd()] {
+                run();
+                eventfd_write(bell, 1);
+            });
+        } catch (const std::system_error &) { /* the system has no more threads: then the loop waits */
             run();
-            eventfd_write(bell, 1);
-        });
+        }
+        return thread_.joinable();
     }
     std::invoke_result_t<work_type &> await_resume() {
         if (error_) std::rethrow_exception(error_);

@@ -69,8 +69,9 @@ nat64::task<bool> reconciler_t::assume_known(const versions_t &versions) {
     std::string text;
     if (is_as_then && versions.read(newest->number, text).empty()) {
         problems_t problems;
-        assume(load_document(text, problems), now);
-        co_return true;
+        document_t held = load_written(text, problems);
+        if (problems.empty()) assume(std::move(held), now);
+        co_return problems.empty();
     }
     const nat64::record_result<fwx_nat64_stats_sys_entry_t> totals = co_await client_.stats_totals();
     if (!totals || !holds_nothing(totals.record)) co_return false;

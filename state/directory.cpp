@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 
 #include "fwx_host/smc.h"
 
@@ -36,11 +37,11 @@ std::string state_directory_of(const std::string &server) {
     return (is_usable ? state : home() + "/.local/state") + "/natctl/" + server;
 }
 
-std::string lock_path_of(const std::string &server) {
+std::string path_beside_socket(const std::string &server, const std::string &name) {
     char path[sizeof(sockaddr_un::sun_path)];
     if (fwx_host_server_path(server.c_str(), path, sizeof path) != 0) return "";
-    std::string lock = path;
-    return lock.insert(lock.size() - server.size(), "."); /* no server's name begins with one */
+    const std::string_view folder(path, std::strlen(path) - server.size());
+    return std::string(folder) + name;
 }
 
 std::string make_state_directory(const std::string &directory) {

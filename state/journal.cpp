@@ -84,13 +84,8 @@ private:
 
 }  // namespace
 
-journal_t::journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot, count_fn_t count,
-                     files_t &files)
-    : path_(std::move(path)),
-      formats_(std::move(formats)),
-      snapshot_(std::move(snapshot)),
-      count_(std::move(count)),
-      files_(files) {}
+journal_t::journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot, files_t &files)
+    : path_(std::move(path)), formats_(std::move(formats)), snapshot_(std::move(snapshot)), files_(files) {}
 
 /* --- Opening --- */
 
@@ -105,8 +100,6 @@ std::string journal_t::open(const read_fn_t &read) {
 
 std::string journal_t::begin_writing() {
     files_.remove(path_ + ".new"); /* of a process that was killed; it takes up room */
-    const bool is_long = is_of_this_format_ && bytes_ > least_snapshot_bytes;
-    if (is_long && !is_worth_snapshot() && continue_file()) return "";
     std::string error = write_snapshot();
     const bool is_new = bytes_ == 0;
     if (error.empty() || is_new) return error;
@@ -128,7 +121,6 @@ std::string journal_t::load(const read_fn_t &read) {
     if (!error.empty() || bytes_ == 0) return error;
     const size_t head = head_of(text, formats_);
     if (head == 0) return path_ + ": does not begin with " + formats_.front();
-    is_of_this_format_ = text.compare(0, head - 1, formats_.front()) == 0;
     return take_groups(std::string_view(text).substr(head), read);
 }
 
@@ -160,7 +152,6 @@ std::string journal_t::take_groups(std::string_view groups_text, const read_fn_t
     groups_t groups(groups_text);
     size_t count = 0;
     for (; groups.next(); ++count) {
-        lines_ += groups.count();
         uint64_t number = groups.first_line_number();
         for (std::string_view rest = groups.lines(); !rest.empty(); ++number) {
             const size_t length = rest.find('\n');
@@ -217,18 +208,11 @@ std::string journal_t::commit() {
     if (!error_.empty()) return try_again();
     const uint64_t appended_bytes = bytes_ + group_.size();
     if (appended_bytes <= snapshot_at_) return append_group();
-    if (is_worth_snapshot()) {
-        warning_ = write_snapshot();
-        if (warning_.empty() || !error_.empty()) return error_;
-    }
+    warning_ = write_snapshot();
+    if (warning_.empty() || !error_.empty()) return error_;
     /* There may be no room for a second file where there is some for a group. */
     snapshot_at_ = 2 * appended_bytes;
     return append_group();
-}
-
-/** A file that has only grown is as long as its snapshot. */
-bool journal_t::is_worth_snapshot() const {
-    return count_ == nullptr || 2 * count_() <= lines_ + group_lines_;
 }
 
 /** While an error stands: writes a snapshot, unless the last one failed slowly and not long ago. */
@@ -248,7 +232,6 @@ std::string journal_t::append_group() {
     const bool is_durable = write_all(fd_, group_, bytes_) && files_.sync(fd_) == 0;
     if (!is_durable) return refuse(file_error(path_));
     bytes_ += group_.size();
-    lines_ += group_lines_;
     group_.clear();
     group_lines_ = 0;
     return "";
@@ -283,7 +266,6 @@ std::string journal_t::write_snapshot() {
     close();
     fd_ = fd;
     bytes_ = text.size();
-    lines_ = count;
     snapshot_at_ = std::max(2 * bytes_, least_snapshot_bytes);
     group_.clear();
     group_lines_ = 0;

@@ -30,24 +30,21 @@ public:
     using write_fn_t = std::function<void(std::string_view line)>;
     /** Writes lines that stand for everything that was ever read and appended. */
     using snapshot_fn_t = std::function<void(const write_fn_t &write)>;
-    /** @return about how many lines a snapshot would have. */
-    using count_fn_t = std::function<uint64_t()>;
 
     /**
      * @param formats the first line of the files that are written, then those of older files whose lines can be read
      * @param snapshot is called during open and commit
-     * @param count decides whether a snapshot would shrink the file; without it, each is taken to
      */
-    journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot, count_fn_t count = {},
+    journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot,
               files_t &files = files_t::system());
     ~journal_t() { close(); }
     journal_t(const journal_t &) = delete;
     journal_t &operator=(const journal_t &) = delete;
 
     /**
-     * Reads every line that was committed and checks that changes can be saved: it writes a snapshot, or an empty group
-     * behind a long file that a snapshot would not shrink. A file that does not exist is made with mode 0600. A file
-     * that can be read but not written opens all the same; then `error` is set. To be called once.
+     * Reads every line that was committed and writes a snapshot, which checks that changes can be saved; where there is
+     * no room for one, it writes an empty group behind the file. A file that does not exist is made with mode 0600. A
+     * file that can be read but not written opens all the same; then `error` is set. To be called once.
      * @return why the journal cannot be used, with the file's name; lines may have been read by then. Refused are: a
      * file that is not regular, belongs to another user or can be written by others; none of the formats; damage before
      * the last group; a line that `read` refuses; a new file that cannot be made.
@@ -65,9 +62,8 @@ public:
     bool is_unsaved() const { return group_lines_ != 0 || !error_.empty(); }
     /**
      * Makes everything that was ever appended durable. It appends a group, or writes a snapshot when the file is longer
-     * than 64 KiB and twice as long as its last snapshot, or the last try of one, and the snapshot would have at most
-     * half of its lines. While an error stands it writes a snapshot, and after one that took long to fail it refuses
-     * for ten times as long without trying.
+     * than 64 KiB and twice as long as its last snapshot, or the last try of one. While an error stands it writes a
+     * snapshot, and after one that took long to fail it refuses for ten times as long without trying.
      * @return the error that stands, with the file's name; empty when everything is durable.
      */
     std::string commit();
@@ -87,21 +83,18 @@ private:
     std::string append_group();
     std::string write_snapshot();
     std::string try_again();
-    bool is_worth_snapshot() const;
     std::string refuse(const std::string &error);
     void close();
 
     const std::string path_;
     const std::vector<std::string> formats_;
     const snapshot_fn_t snapshot_;
-    const count_fn_t count_;
     files_t &files_;
     int fd_ = -1;        /* of the file that groups are appended to; none while an error stands */
     mode_t mode_ = 0600; /* of the file, kept by its successors */
     std::string group_;  /* appended and not committed */
     uint64_t group_lines_ = 0;
     uint64_t bytes_ = 0;       /* of the file; 0: there is none */
-    uint64_t lines_ = 0;       /* in its groups */
     uint64_t snapshot_at_ = 0; /* bytes of the file above which a snapshot is due */
     std::string last_group_;   /* while opening: the file's last bytes; empty if that group is its snapshot */
     uint64_t dropped_lines_ = 0;
@@ -109,7 +102,6 @@ private:
     std::string warning_;
     std::string error_;
     uint64_t retry_at_ms_ = 0; /* no snapshot is tried before, while an error stands */
-    bool is_of_this_format_ = false;
 };
 
 #endif

@@ -14,6 +14,12 @@ std::string time_text() {
     return text;
 }
 
+double seconds_now() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
 std::optional<uint64_t> seconds_since(const std::string &time_text) {
     tm utc{};
     const char *rest = strptime(time_text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);

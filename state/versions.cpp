@@ -57,16 +57,17 @@ std::string versions_t::open() {
     last_ = 0;
     if (directory_.empty()) return "";
     std::error_code error;
-    for (const auto &entry : std::filesystem::directory_iterator(directory_ + "/documents", error)) {
+    std::filesystem::directory_iterator entry(directory_ + "/documents", error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         version_t version;
-        version.number = number_of(entry.path().filename());
+        version.number = number_of(entry->path().filename());
         last_ = std::max(last_, version.number);
         std::string line;
-        std::ifstream file(entry.path());
+        std::ifstream file(entry->path());
         const bool is_version = version.number != 0 && std::getline(file, line) && read_first_line(line, version);
         if (!is_version) continue;
         std::error_code ignored;
-        if (version.has_document) sizes_[version.number] = std::filesystem::file_size(entry.path(), ignored);
+        if (version.has_document) sizes_[version.number] = std::filesystem::file_size(entry->path(), ignored);
         versions_.push_back(std::move(version));
     }
     std::sort(versions_.begin(), versions_.end(),
@@ -156,18 +157,21 @@ std::string versions_t::read(uint32_t number, std::string &document) const {
     return error;
 }
 
-uint32_t versions_t::unconfirmed() const {
+std::optional<uint32_t> versions_t::unconfirmed() const {
     if (directory_.empty()) return unconfirmed_;
-    std::string line;
-    std::ifstream file(directory_ + "/unconfirmed");
-    return std::getline(file, line) ? number_of(line) : 0;
+    std::string error;
+    const std::optional<std::string> text = read_file(unconfirmed_path(), error);
+    std::error_code failed;
+    if (!text && !std::filesystem::exists(unconfirmed_path(), failed) && !failed) return 0;
+    const uint32_t number = text ? number_of(text->substr(0, text->find('\n'))) : 0;
+    return number == 0 ? std::nullopt : std::optional(number);
 }
 
 std::string versions_t::set_unconfirmed(uint32_t number) {
     unconfirmed_ = number;
     if (directory_.empty()) return "";
-    const std::string path = directory_ + "/unconfirmed";
-    if (number != 0) return write_file(path, std::to_string(number) + "\n");
-    unlink(path.c_str());
-    return "";
+    if (number != 0) return write_file(unconfirmed_path(), std::to_string(number) + "\n");
+    std::error_code failed;
+    std::filesystem::remove(unconfirmed_path(), failed);
+    return failed ? unconfirmed_path() + ": " + failed.message() : "";
 }

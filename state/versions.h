@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,12 +57,14 @@ public:
      * which ones there are. */
     std::string read(uint32_t number, std::string &document) const;
 
-    /** A version that is undone unless somebody confirms it; 0: there is none. */
-    uint32_t unconfirmed() const;
+    /** A version that is undone unless somebody confirms it; 0: there is none. Nothing: that cannot be read. Also
+     * before `open`. */
+    std::optional<uint32_t> unconfirmed() const;
     /** 0: none is. */
     std::string set_unconfirmed(uint32_t number);
 
 private:
+    std::string unconfirmed_path() const { return directory_ + "/unconfirmed"; }
     std::string path_of(uint32_t number) const { return directory_ + "/documents/" + std::to_string(number); }
     void prune();
 

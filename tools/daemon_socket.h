@@ -5,11 +5,9 @@
 #ifndef TOOLS_DAEMON_SOCKET_H
 #define TOOLS_DAEMON_SOCKET_H
 
-#include <sys/un.h>
-
 #include <string>
 
-#include "fwx_host/smc.h"
+#include "state/directory.h"
 
 /** As fwx_host_user_listen takes it. */
 inline std::string daemon_socket_name(const std::string &server) {
@@ -18,10 +16,7 @@ inline std::string daemon_socket_name(const std::string &server) {
 
 /** Path of the socket of the nat64d of that server; empty for a name that no server can have. */
 inline std::string daemon_socket_path(const std::string &server) {
-    char path[sizeof(sockaddr_un::sun_path)];
-    if (fwx_host_server_path(server.c_str(), path, sizeof path) != 0) return "";
-    const std::string of_server = path;
-    return of_server.substr(0, of_server.size() - server.size()) + daemon_socket_name(server);
+    return path_beside_socket(server, daemon_socket_name(server));
 }
 
 #endif

@@ -5,27 +5,15 @@
 #include <thread>
 
 #include "fwx_host/user_socket.h"
-#include "tests/nat64d/documents.h"
-#include "tests/nat64d/process.h"
-#include "tests/support/runtime_directory.h"
-#include "tests/tools/natctl_fixture.h"
+#include "tests/nat64d/daemon_fixture.h"
 
 namespace {
 
-class control_test : public natctl_test {
+class control_test : public daemon_fixture_t {
 protected:
-    control_test() {
-        setenv("XDG_STATE_HOME", folder().c_str(), 1);
-        replace_file(folder() + "/document", document_text(1, 100));
-    }
-    ~control_test() override { unsetenv("XDG_STATE_HOME"); }
-
-    const std::string &folder() const { return directory_.path(); }
     bool comes_up(const daemon_process_t &daemon) const {
         return eventually([&] { return daemon.port() != 0 && !daemon_process_t::ask("status").is_null(); });
     }
-
-    runtime_directory_t directory_;
 };
 
 TEST_F(control_test, a_directory_that_is_a_link_is_neither_listened_in_nor_believed_and_nothing_in_it_is_touched) {
@@ -33,7 +21,7 @@ TEST_F(control_test, a_directory_that_is_a_link_is_neither_listened_in_nor_belie
     std::filesystem::create_directory(elsewhere);
     std::filesystem::permissions(elsewhere, std::filesystem::perms::owner_all);
     std::ofstream(elsewhere + "/.nat64d.alpha") << "precious";
-    std::filesystem::create_symlink(elsewhere, directory_.sockets());
+    std::filesystem::create_symlink(elsewhere, sockets());
     daemon_process_t daemon(folder());
     EXPECT_EQ(daemon.end(0), 2);
     EXPECT_NE(daemon.log().find("socket directory is not this user's alone"), std::string::npos) << daemon.log();
@@ -72,11 +60,7 @@ TEST_F(control_test, clients_that_say_nothing_are_not_in_the_way_of_one_that_ask
         silent.push_back(daemon_process_t::visit("alpha"));
     }
     EXPECT_FALSE(daemon_process_t::ask("status").is_null());
-    const auto descriptors = [&] {
-        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(daemon.pid()) + "/fd");
-        return std::distance(begin(entries), end(entries));
-    };
-    EXPECT_LT(descriptors(), 16 + 24);
+    EXPECT_LT(daemon.descriptors(), 16 + 24);
     EXPECT_FALSE(daemon_process_t::ask("status").is_null());
     for (const int fd : silent) {
         close(fd);
@@ -173,8 +157,8 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
 }
 
 TEST_F(control_test, a_nat64d_that_takes_no_client_is_waited_for_as_long_as_the_user_wants) {
-    std::filesystem::create_directory(directory_.sockets());
-    std::filesystem::permissions(directory_.sockets(), std::filesystem::perms::owner_all);
+    std::filesystem::create_directory(sockets());
+    std::filesystem::permissions(sockets(), std::filesystem::perms::owner_all);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     daemon_socket_path("alpha").copy(address.sun_path, sizeof address.sun_path - 1);

@@ -4,28 +4,19 @@
 
 #include <set>
 
-#include "tests/nat64d/documents.h"
-#include "tests/nat64d/process.h"
+#include "tests/nat64d/daemon_fixture.h"
 #include "tests/support/other_client.h"
-#include "tests/support/runtime_directory.h"
-#include "tests/tools/natctl_fixture.h"
 #include "tests/tools/server_process.h"
 
 namespace {
 
-class daemon_test : public natctl_test {
+class daemon_test : public daemon_fixture_t {
 protected:
     static constexpr uint32_t count = 7; /* of pools, of mappings, of rules */
     static constexpr uint64_t items = 3 * count + 1;
 
-    daemon_test() {
-        setenv("XDG_STATE_HOME", folder().c_str(), 1);
-        write(document_text(count, 100));
-    }
-    ~daemon_test() override { unsetenv("XDG_STATE_HOME"); }
+    daemon_test() : daemon_fixture_t(count) {}
 
-    const std::string &folder() const { return directory_.path(); }
-    void write(const std::string &text) const { replace_file(folder() + "/document", text); }
     static json_t data_of(const std::string &command) {
         return json_t::parse(run("--json --connect alpha " + command).answers).at("data");
     }
@@ -40,9 +31,6 @@ protected:
         const size_t begin = at + name.size() + 2;
         return metrics.substr(begin, metrics.find('\n', begin) - begin);
     }
-
-private:
-    runtime_directory_t directory_;
 };
 
 TEST_F(daemon_test, a_server_gets_the_document_and_its_edits_and_no_faulty_ones) {
@@ -133,9 +121,19 @@ TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
 TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too) {
     const server_process_t server;
     ASSERT_TRUE(others_add_pool(900, "192.0.2.1"));
+    {
+        daemon_process_t daemon(folder());
+        ASSERT_TRUE(is_in_step()) << daemon.log();
+        EXPECT_EQ(data_of("stats pools").size(), count + 1);
+        daemon.end(SIGKILL);
+    }
+    /* As if that pool had been on its way from nat64d when it was killed. */
+    replace_file(folder() + "/natctl/alpha/coming",
+                 "# nat64 configuration version 1\npool add --id 900 --param 1 --start 192.0.2.1 --end 192.0.2.1\n");
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(is_in_step()) << daemon.log();
-    EXPECT_EQ(data_of("stats pools").size(), count + 1);
+    EXPECT_EQ(data_of("stats pools").size(), count);
+    EXPECT_FALSE(std::filesystem::exists(folder() + "/natctl/alpha/coming"));
 }
 
 TEST_F(daemon_test, what_the_library_says_is_logged_when_it_is_asked_for) {
@@ -152,14 +150,10 @@ TEST_F(daemon_test, visitors_that_go_without_a_question_leave_no_descriptor) {
     const server_process_t server;
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(is_in_step()) << daemon.log();
-    const auto descriptors = [&] {
-        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(daemon.pid()) + "/fd");
-        return std::distance(begin(entries), end(entries));
-    };
-    const auto before = descriptors();
+    const auto before = daemon.descriptors();
     close(daemon_process_t::visit("alpha"));
     EXPECT_TRUE(daemon_process_t::is("in_step", true)) << "it has seen who came earlier";
-    EXPECT_TRUE(eventually([&] { return descriptors() == before; }));
+    EXPECT_TRUE(eventually([&] { return daemon.descriptors() == before; }));
 }
 
 TEST_F(daemon_test, a_daemon_that_restarts_beside_its_server_learns_its_rules_and_changes_nothing) {

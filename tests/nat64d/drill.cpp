@@ -42,12 +42,6 @@ long long resident_kib(pid_t pid) {
     return at == std::string::npos ? 0 : std::atoll(text.c_str() + at + 6);
 }
 
-long descriptors(pid_t pid) {
-    std::error_code failed;
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd", failed);
-    return std::distance(begin(entries), end(entries));
-}
-
 /** Empty when the server holds the document, as it says itself; one of the editions that are given. */
 std::string look_at_server(uint32_t count, uint32_t oldest, uint32_t newest) {
     const fwx::host::loop loop;
@@ -112,13 +106,13 @@ int drill(uint64_t kills, uint32_t count) {
         const bool is_warm = kill == kills / 10;
         if (is_warm) {
             kib = resident_kib(daemon.pid());
-            fds = descriptors(daemon.pid());
+            fds = daemon.descriptors();
         }
         if (kill == kills) break;
         server.end(SIGKILL);
     }
     const long long end_kib = resident_kib(daemon.pid());
-    const long end_fds = descriptors(daemon.pid());
+    const long end_fds = daemon.descriptors();
     const json_t status = daemon_process_t::ask("status");
     std::printf(
         "%llu kills, %u items: found within %.2f s, replayed within %.2f s, %s edits; %lld KiB then %lld, %ld "

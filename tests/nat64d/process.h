@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,6 +56,12 @@ public:
 
     pid_t pid() const { return pid_; }
     void signal(int number) const { kill(pid_, number); }
+    /** That it has open. */
+    long descriptors() const {
+        std::error_code failed;
+        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd", failed);
+        return std::distance(entries, std::filesystem::directory_iterator());
+    }
     /** Its exit status, or -1 when it did not end by itself. */
     int end(int number) {
         if (pid_ <= 0) return -1;

@@ -1,27 +1,18 @@
 /* nat64d's pages beside clients of any user that are slow, many, or both. */
 #include <sys/resource.h>
 
-#include "tests/nat64d/documents.h"
-#include "tests/nat64d/process.h"
-#include "tests/support/runtime_directory.h"
-#include "tests/tools/natctl_fixture.h"
+#include "tests/nat64d/daemon_fixture.h"
 
 namespace {
 
-class web_test : public natctl_test {
+class web_test : public daemon_fixture_t {
 protected:
-    web_test() {
-        setenv("XDG_STATE_HOME", folder().c_str(), 1);
-        replace_file(folder() + "/document", document_text(1, 100));
-    }
     ~web_test() override {
         for (const int fd : clients_) {
             close(fd);
         }
-        unsetenv("XDG_STATE_HOME");
     }
 
-    const std::string &folder() const { return directory_.path(); }
     /** Connects from an address of the loopback network, and sends a text. */
     int connect_from(const char *from, const daemon_process_t &daemon, const std::string &text) {
         sockaddr_in address{};
@@ -43,7 +34,6 @@ protected:
     }
 
 private:
-    const runtime_directory_t directory_;
     std::vector<int> clients_;
 };
 

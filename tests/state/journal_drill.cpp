@@ -132,14 +132,12 @@ class keeper_t {
 public:
     keeper_t(const std::string &path, int told, std::mt19937 &random)
         : told_(told),
-          grows_(random() % 2 == 0),
           files_(std::array{0U, 40U, 8U}[random() % 3], static_cast<uint32_t>(random())),
           random_(static_cast<uint32_t>(random())),
           is_new_(!std::filesystem::exists(path)),
           lock_(path, "journal_drill"),
           journal_(
-              path, {format}, [this](const auto &write) { entries_.write(write); },
-              [this] { return grows_ ? uint64_t{1} << 32 : writers * parts; }, files_) {}
+              path, {format}, [this](const auto &write) { entries_.write(write); }, files_) {}
 
     int run() {
         if (!lock_.take(std::chrono::seconds(10)).empty()) return status_not_opened;
@@ -201,7 +199,6 @@ private:
     }
 
     const int told_;
-    const bool grows_; /* never shrinks its file */
     failing_files_t files_;
     std::mt19937 random_;
     const bool is_new_;

@@ -106,7 +106,7 @@ TEST_F(journal_test, a_file_of_each_format_that_is_in_use_is_read) {
         disk.put("a", whole);
         lines_t read;
         journal_t journal(
-            "a", {whole.substr(0, whole.find('\n'))}, [](const auto &) {}, {}, disk);
+            "a", {whole.substr(0, whole.find('\n'))}, [](const auto &) {}, disk);
         EXPECT_EQ(journal.look([&](std::string_view line) {
             read.emplace_back(line);
             return std::string();
@@ -338,6 +338,9 @@ TEST_F(journal_test, a_file_stays_within_twice_its_snapshot) {
         ASSERT_EQ(keeper.add_and_commit(std::string(50, 'x')), "");
         ASSERT_LE(disk.content("a").size(), 1U << 16);
     }
+    disk.put("a.new", "of a process that was killed");
+    EXPECT_EQ(keeper_t("a", disk).open(), "");
+    EXPECT_FALSE(disk.has("a.new"));
 }
 
 TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says_so) {
@@ -370,38 +373,6 @@ TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says
         EXPECT_LT(disk.content("a").size(), 1000U);
     }
     EXPECT_EQ(look_t("a", disk).keeper.lines, (lines_t{"a", "b", "c", "d"}));
-}
-
-TEST_F(journal_test, a_long_file_that_has_only_grown_is_gone_on_with_and_one_with_little_in_it_is_written_anew) {
-    simulated_disk_t disk;
-    lines_t long_lines;
-    {
-        keeper_t keeper("a", disk, true);
-        ASSERT_EQ(keeper.open(), "");
-        for (char n = 'a'; n < 'k'; ++n) {
-            ASSERT_EQ(keeper.add_and_commit(std::string(12000, n)), "");
-        }
-        long_lines = keeper.lines;
-    }
-    const std::string grown = disk.content("a");
-    EXPECT_EQ(grown.substr(0, 31), "test journal 2\n= 0 00000000\naaa") << "the first snapshot is the last one";
-    disk.put("a.new", "of a process that was killed");
-    keeper_t keeper("a", disk, true);
-    ASSERT_EQ(keeper.open(), "");
-    EXPECT_FALSE(disk.has("a.new"));
-    EXPECT_EQ(keeper.lines, long_lines);
-    EXPECT_EQ(disk.content("a"), grown + "= 0 00000000\n");
-    keeper.lines.clear();
-    for (size_t n = 0; n < 2 * long_lines.size(); ++n) {
-        ASSERT_EQ(keeper.add_and_commit(""), "");
-        if (n == 0) {
-            EXPECT_EQ(disk.content("a"), grown + "= 0 00000000\n\n= 1 32d70693\n");
-        }
-        keeper.lines.clear();
-    }
-    keeper.add(grown.substr(grown.size() / 2, 1000));
-    ASSERT_EQ(keeper.add_and_commit(std::string(grown.size(), 'x')), "");
-    EXPECT_LT(disk.content("a").size(), grown.size() + 2000);
 }
 
 }  // namespace

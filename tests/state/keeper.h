@@ -17,7 +17,7 @@ inline bool begins_with(const lines_t &whole, const lines_t &beginning) {
 
 class keeper_t {
 public:
-    explicit keeper_t(const std::string &path, files_t &files = files_t::system(), bool tells_count = false)
+    explicit keeper_t(const std::string &path, files_t &files = files_t::system())
         : journal_(
               path, {"test journal 2", "test journal 1"},
               [this](const journal_t::write_fn_t &write) {
@@ -26,7 +26,7 @@ public:
                   }
                   if (snapshot_ms != 0) fwx_host_clock_turn(snapshot_ms);
               },
-              tells_count ? [this] { return lines.size(); } : journal_t::count_fn_t(), files) {}
+              files) {}
 
     std::string open() {
         return journal_.open([this](std::string_view line) { return take(line); });

@@ -80,6 +80,7 @@ TEST_P(versions_test, one_version_waits_to_be_confirmed) {
     EXPECT_EQ(versions().unconfirmed(), 12U);
     EXPECT_EQ(versions().set_unconfirmed(0), "");
     EXPECT_EQ(versions().unconfirmed(), 0U);
+    EXPECT_EQ(versions().set_unconfirmed(0), "") << "none did";
 }
 
 INSTANTIATE_TEST_SUITE_P(in_memory_and_in_files, versions_test, testing::Bool());
@@ -102,6 +103,18 @@ TEST(version_files_test, what_is_no_version_is_ignored_and_keeps_its_number) {
     std::filesystem::create_directory(documents + "11.new");
     EXPECT_EQ(versions.add({}, &text), documents + "11.new: Is a directory");
     EXPECT_EQ(versions.all().size(), 2U);
+}
+
+TEST(version_files_test, whether_one_waits_that_cannot_be_read_is_not_known) {
+    const runtime_directory_t directory;
+    const std::string path = directory.path() + "/unconfirmed";
+    versions_t versions(directory.path());
+    std::ofstream(path) << "x";
+    EXPECT_EQ(versions.unconfirmed(), std::nullopt);
+    std::filesystem::remove(path);
+    std::filesystem::create_directories(path + "/in the way");
+    EXPECT_EQ(versions.unconfirmed(), std::nullopt);
+    EXPECT_EQ(versions.set_unconfirmed(0), path + ": Directory not empty");
 }
 
 TEST(version_files_test, the_oldest_documents_go_when_all_are_too_large_but_not_the_newest_two) {

@@ -162,6 +162,12 @@ TEST_F(config_test, versions_come_back_and_the_log_names_them) {
     EXPECT_EQ(log, "1 config apply " + first_ + " 3\n2 config apply " + second_ +
                        " 4\n3 timeout set 1\n4 as it was found 0\n5 config rollback 2 1\n6 config rollback 1 4\n"
                        "7 config rollback 4 4\n");
+    /* What a server has taken comes back, though no document may ask for it. */
+    EXPECT_EQ(alpha("pool add --id 9 --param 1 --start 0.0.0.1 --end 0.0.0.2").status, 0);
+    const std::string taken = shown();
+    EXPECT_EQ(alpha("config apply " + first_).status, 0);
+    EXPECT_EQ(alpha("config rollback").status, 0);
+    EXPECT_EQ(shown(), taken);
 }
 
 TEST_F(config_test, what_single_commands_have_changed_is_shown_and_logged) {
@@ -365,6 +371,7 @@ TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirme
     std::string expected = first_shown;
     expected.replace(expected.find("300"), 3, "77");
     EXPECT_EQ(shown(), expected);
+    EXPECT_EQ(alpha("config confirm").status, 1) << "none waits";
 }
 
 TEST_F(config_test, what_a_server_holds_is_assumed_only_where_it_does_not_tell) {

@@ -3,18 +3,15 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
+
+#include "state/time_text.h"
 
 namespace {
 
 double seconds_of(const timeval &time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-double seconds_now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 const double start_s = seconds_now();

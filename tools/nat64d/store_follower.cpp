@@ -8,6 +8,7 @@
 #include "fwx_host/adapter.hpp"
 #include "net/jitter.h"
 #include "state/read_file.h"
+#include "state/time_text.h"
 #include "state/write_file.h"
 #include "tools/nat64d/log.h"
 
@@ -17,10 +18,6 @@ constexpr uint64_t first_pause_ms = 500; /* after a failure; twice as long each 
 constexpr uint64_t last_pause_ms = 5000;
 constexpr uint64_t steady_ms = 5000;  /* a watch that has lasted so long has not failed at once */
 constexpr uint32_t most_failures = 3; /* of others, until the watch is taken for dead */
-
-double seconds_now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
 
 std::string name_of(const fleet_document_t &document) {
     return document.version == 0 ? "manifest" : "version " + std::to_string(document.version);

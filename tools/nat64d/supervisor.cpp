@@ -10,9 +10,7 @@
 #include "fwx_nat64/mapt.h"
 #include "reconcile/background.h"
 #include "state/directory.h"
-#include "state/read_file.h"
 #include "state/time_text.h"
-#include "state/write_file.h"
 #include "tools/nat64d/log.h"
 
 namespace {
@@ -24,13 +22,6 @@ constexpr auto command_deadline = std::chrono::seconds(5);
 constexpr auto lock_patience = std::chrono::seconds(5);
 constexpr uint64_t first_pause_ms = 1000; /* after a document in force was refused; twice as long each time */
 constexpr uint64_t last_pause_ms = 60000;
-
-double seconds_now() {
-    return static_cast<double>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count()) /
-           1000;
-}
 
 std::string text_of(const plan_command_t &command) {
     return command_line(*command.family, command.op, command.record.bytes);
@@ -57,7 +48,7 @@ supervisor_t::supervisor_t(fwx_host_loop_t *loop, const std::string &server, std
     : loop_(loop),
       changed_(std::move(changed)),
       lock_(lock_path_of(server), "nat64d"),
-      versions_(std::move(directory)),
+      kept_(std::move(directory)),
       bell_(loop) {
     status_.server = server;
     status_.reason = "nothing has been looked at yet";
@@ -74,15 +65,14 @@ supervisor_t::~supervisor_t() {
 
 std::string supervisor_t::open() {
     std::string error = take_server_lock(lock_, status_.server, lock_patience);
-    if (error.empty()) error = versions_.open();
+    std::vector<std::string> faults;
+    document_t in_force;
+    if (error.empty()) error = kept_.open(in_force, faults);
     if (!error.empty()) return error;
-    std::string ignored; /* there is none before the first document */
-    if (const std::optional<std::string> text = read_file(owned_path(), ignored)) {
-        problems_t problems;
-        owned_ = load_document(*text, problems);
-        is_owned_kept_ = true;
-        if (owned_.size() != 0) put_in_force(make_offer(owned_));
+    for (const std::string &fault : faults) {
+        log_event(log_level_t::error, "state", {{"reason", fault}});
     }
+    if (in_force.size() != 0) put_in_force(make_offer(std::move(in_force)));
     const uint32_t code = fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, status_.server.c_str());
     return code == 0 ? "" : status_.server + ": " + xerr_strerror(code);
 }
@@ -184,7 +174,7 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
 nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
     if (fwx_host_clock_ms() < retry_at_ms_) co_return;
     const bool is_as_known = reconciler_->is_as_known(boot);
-    const bool is_settled = is_as_known && status_.is_in_step && !offered_ && !must_bring_;
+    const bool is_settled = is_as_known && (status_.is_in_step || has_drifted_) && !offered_ && !must_bring_;
     if (is_settled) co_return;
     const bool must_read = !is_as_known || is_replay_;
     if (must_read && !co_await read_server()) co_return;
@@ -200,8 +190,9 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
 }
 
 nat64::task<bool> supervisor_t::read_server() {
+    has_drifted_ = false;
     std::error_code error = co_await reconciler_->read();
-    if (error == nat64::client_errc::unreadable && co_await reconciler_->assume_known(versions_)) error = {};
+    if (error == nat64::client_errc::unreadable && co_await reconciler_->assume_known(kept_.versions())) error = {};
     if (error == nat64::client_errc::unreadable) {
         fall_out("the server holds something, and does not tell what: natctl config apply --assume says it");
     } else if (error) {
@@ -222,31 +213,32 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
     const document_t before = reconciler_->held();
     std::vector<config_item_t> foreign;
     const document_t target =
-        co_await in_background(loop_, [&] { return keep_foreign(owned_, to.document, before, foreign); });
+        co_await in_background(loop_, [&] { return keep_foreign(kept_.owned(), to.document, before, foreign); });
     const plan_t plan = co_await in_background(loop_, [&] { return plan_t(before, target); });
     trouble_.clear();
     note_foreign(foreign);
-    if (plan.size() != 0 && !may_change) {
+    has_drifted_ = plan.size() != 0 && !may_change;
+    if (has_drifted_) {
         fall_out("somebody else has changed the server; a replay puts that right with " + std::to_string(plan.size()) +
                  (plan.size() == 1 ? " command: " : " commands, first: ") + text_of(plan.command(0)));
         co_return false;
     }
     if (plan.size() != 0) {
         std::string error = co_await keep_version("as it was found", 0);
+        if (error.empty()) error = co_await in_background(loop_, [&] { return kept_.note_coming(to.document); });
         if (!error.empty()) {
             fall_out(error);
             co_return false;
         }
-        const document_t owned_before = owned_;
-        std::vector<config_item_t> ignored;
-        owned_ = co_await in_background(loop_, [&] { return keep_foreign({}, to.document, owned_before, ignored); });
         const reconcile_result_t result = co_await reconciler_->bring(plan, target);
         if (result.is_in_sync) error = co_await keep_version("nat64d " + to.hash, result.applied.done);
         if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
+        const bool is_as_before = result.applied.is_taken_back && is_editing_ && status_.is_in_step;
+        if (is_as_before) co_await keep_in_force(*wanted_);
         note_result(result);
         if (!result.is_in_sync) co_return false;
     }
-    co_await keep_owned(to.document);
+    co_await keep_in_force(to);
     if (!is_editing_ && std::exchange(is_replay_, false)) {
         ++status_.replays;
         log_event(log_level_t::info, "replayed", {{"document", to.hash}, {"commands", std::to_string(plan.size())}});
@@ -256,16 +248,10 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
     co_return true;
 }
 
-/** Has the disk know what is nat64d's from now on. */
-nat64::task<> supervisor_t::keep_owned(const document_t &document) {
-    const std::string error = co_await in_background(loop_, [&]() -> std::string {
-        const std::string text = write_lines(document);
-        if (write_lines(owned_) == text && is_owned_kept_) return "";
-        owned_ = document;
-        const std::string failure = make_state_directory(versions_.directory());
-        return failure.empty() ? write_file(owned_path(), text) : failure;
-    });
-    is_owned_kept_ = error.empty();
+nat64::task<> supervisor_t::keep_in_force(const offer_t &offer) {
+    if (kept_.in_force() == offer.hash) co_return;
+    const std::string error =
+        co_await in_background(loop_, [&] { return kept_.note_in_force(offer.document, offer.hash); });
     if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
 }
 
@@ -276,8 +262,7 @@ nat64::task<std::string> supervisor_t::keep_version(std::string what, size_t com
     version.commands = commands;
     version.boot_id = reconciler_->boot_id();
     version.changes = reconciler_->changes();
-    co_return co_await in_background(
-        loop_, [&] { return versions_.add_if_other(std::move(version), write_lines(reconciler_->held())); });
+    co_return co_await in_background(loop_, [&] { return kept_.add_version(std::move(version), reconciler_->held()); });
 }
 
 void supervisor_t::note_foreign(const std::vector<config_item_t> &foreign) {
@@ -364,6 +349,7 @@ void supervisor_t::fall_out(const std::string &reason) {
 }
 
 void supervisor_t::lose(const std::string &reason) {
+    has_drifted_ = false; /* it is told again when the server is back */
     status_.is_server_up = false;
     was_connected_ = false;
     fall_out("the server " + status_.server + " does not answer: " + reason);

@@ -20,6 +20,7 @@
 #include "state/lock.h"
 #include "tools/nat64d/bell.h"
 #include "tools/nat64d/command_meter.h"
+#include "tools/nat64d/kept_state.h"
 #include "tools/nat64d/status.h"
 
 namespace nat64 = fwx::nat64;
@@ -57,7 +58,7 @@ public:
     void when_looked(std::function<void()> done) { waiting_.push_back(std::move(done)), bell_.ring(); }
 
     bool has_document() const { return wanted_.has_value() || offered_.has_value(); }
-    const std::string &directory() const { return versions_.directory(); }
+    const std::string &directory() const { return kept_.directory(); }
     const daemon_status_t &status() const { return status_; }
     const command_meter_t &commands() const { return meter_; }
     const rule_book_t &rules() const { return rules_; }
@@ -80,28 +81,26 @@ private:
     void fall_out(const std::string &reason);
     void lose(const std::string &reason);
     nat64::task<std::string> keep_version(std::string what, size_t commands);
-    nat64::task<> keep_owned(const document_t &document);
-    std::string owned_path() const { return versions_.directory() + "/in-force"; }
+    nat64::task<> keep_in_force(const offer_t &offer);
     nat64::handlers handlers();
 
     fwx_host_loop_t *loop_;
     std::function<void()> changed_;
     lock_t lock_;
-    versions_t versions_;
+    kept_state_t kept_;
     rule_book_t rules_;
     command_meter_t meter_;
     bell_t bell_;
     std::optional<nat64::client> client_;
     std::optional<reconciler_t> reconciler_; /* with the client */
 
-    document_t owned_;               /* what nat64d has seen to: it deletes nothing else */
-    bool is_owned_kept_ = false;     /* on disk */
     std::optional<offer_t> wanted_;  /* in force */
     std::optional<offer_t> offered_; /* not looked at yet */
     bool must_bring_ = true;         /* the server may lack the document in force, and is to get it */
     bool is_replay_ = false;         /* because it has restarted, or because somebody asked */
     bool is_editing_ = false;        /* something else than what is in force is on its way */
     bool was_connected_ = false;
+    bool has_drifted_ = false;      /* others have changed what the document says, and that has been told */
     bool is_first_in_force_ = true; /* nothing has been brought to the server yet */
     std::string trouble_;           /* what the server refused of the last plan; empty: nothing */
     uint64_t retry_at_ms_ = 0;      /* by the platform's clock; after a refusal of what is in force */

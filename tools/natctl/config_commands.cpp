@@ -123,7 +123,12 @@ uint32_t confirm(call_t &call) {
         return 0;
     }
     versions_t &versions = call.pal.versions();
-    const uint32_t number = versions.unconfirmed();
+    const std::optional<uint32_t> waiting = versions.unconfirmed();
+    if (!waiting) {
+        refuse(call.outcome, status_t::usage, 0, versions.directory() + "/unconfirmed: cannot be read");
+        return 0;
+    }
+    const uint32_t number = *waiting;
     if (number == 0) {
         refuse(call.outcome, status_t::refused, 0, "no version waits for it");
         return 0;

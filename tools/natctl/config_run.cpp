@@ -9,6 +9,7 @@
 #include "config/merge.h"
 #include "config/notation.h"
 #include "fwx_host/loop.h"
+#include "state/directory.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/document_input.h"
 #include "tools/natctl/interrupt.h"
@@ -140,13 +141,11 @@ void tell_others(call_t &call, const document_t &document, const reconcile_resul
                       "), and it holds the document all the same");
         return;
     }
-    const plan_t missing(call.pal.reconciler().held(), document);
+    const plan_t plan(call.pal.reconciler().held(), document);
+    const std::vector<std::string> difference = texts_of(plan);
     refuse(call.outcome, status_t::refused, 0,
-           changed + ", and it does not hold the document; missing:" + named(texts_of(missing)));
-    call.outcome.data["missing"] = json_t::array();
-    for (const std::string &text : texts_of(missing)) {
-        call.outcome.data["missing"].push_back(text);
-    }
+           changed + ", and it does not hold the document; what leads there:" + named(difference));
+    call.outcome.data["difference"] = difference;
 }
 
 void apply(call_t &call, const document_t &document, const config_options_t &options) {
@@ -183,10 +182,8 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
 
 /** Whether nobody needs to confirm the version any more. */
 bool is_confirmed(call_t &call, uint32_t number) {
-    std::optional<versions_t> place;
-    versions_t *versions = nullptr;
-    const std::string error = call.pal.open_versions(place, versions);
-    return error.empty() && versions->unconfirmed() != number;
+    const std::optional<uint32_t> waiting = versions_t(state_directory_of(call.pal.options().connect)).unconfirmed();
+    return waiting && waiting != number;
 }
 
 /** While it lives, the loss of a terminal, which the change may have cut off, ends nothing. */
@@ -222,6 +219,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     const std::string why = is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and";
     const std::string error = call.pal.begin_change();
     if (!error.empty()) return call.pal.refuse_change(call, name + " cannot be undone: " + error);
+    if (is_confirmed(call, number)) return; /* in the last moment, by who had the lock before */
     if (!config_read(call)) return;
     std::vector<config_item_t> kept;
     const document_t now = call.pal.reconciler().held();
@@ -231,6 +229,8 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     options.what = name + " not confirmed";
     apply(call, target, options);
     if (call.outcome.status != status_t::ok) return;
+    const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also where nothing was left to undo */
+    if (!kept_error.empty()) call.pal.note("natctl: " + kept_error);
     std::vector<std::string> lines;
     std::transform(kept.begin(), kept.end(), std::back_inserter(lines),
                    [](const config_item_t &item) { return command_line(*item.family, FWX_NAT64_OP_ADD, item.record); });
@@ -318,7 +318,7 @@ bool config_version(call_t &call, const versions_t &versions, uint32_t number, d
         return false;
     }
     problems_t problems;
-    document = load_document(text, problems);
+    document = load_written(text, problems);
     return judge(call, "version " + std::to_string(number), problems);
 }
 

@@ -1,0 +1,66 @@
+#include "tools/nat64d/kept_state.h"
+
+#include <filesystem>
+
+#include "config/load.h"
+#include "config/merge.h"
+#include "config/notation.h"
+#include "state/directory.h"
+#include "state/read_file.h"
+#include "state/write_file.h"
+
+namespace {
+
+/** The items of both documents; where both have one, that of the first. */
+document_t united(const document_t &first, const document_t &second) {
+    std::vector<config_item_t> ignored;
+    return keep_foreign({}, first, second, ignored);
+}
+
+}  // namespace
+
+std::string kept_state_t::open(document_t &in_force, std::vector<std::string> &faults) {
+    std::string error = versions_.open();
+    if (!error.empty()) return error;
+    in_force = read(in_force_path(), faults);
+    owned_ = united(read(coming_path(), faults), in_force);
+    return "";
+}
+
+document_t kept_state_t::read(const std::string &path, std::vector<std::string> &faults) const {
+    std::error_code failed;
+    if (!std::filesystem::exists(path, failed) && !failed) return {};
+    std::string error;
+    problems_t problems;
+    const std::optional<std::string> text = read_file(path, error);
+    document_t document = text ? load_written(*text, problems) : document_t();
+    if (text && problems.empty()) return document;
+    faults.push_back(text ? path + ": " + problems.front().text() : error);
+    return {};
+}
+
+std::string kept_state_t::write(const std::string &path, const std::string &text) {
+    const std::string error = make_state_directory(directory());
+    return error.empty() ? write_file(path, text) : error;
+}
+
+std::string kept_state_t::note_coming(const document_t &document) {
+    owned_ = united(document, owned_);
+    hash_.clear();
+    return write(coming_path(), write_lines(owned_));
+}
+
+std::string kept_state_t::note_in_force(const document_t &document, const std::string &hash) {
+    owned_ = document;
+    std::string error = write(in_force_path(), write_lines(document));
+    if (!error.empty()) return error;
+    std::error_code failed;
+    std::filesystem::remove(coming_path(), failed);
+    if (failed) return coming_path() + ": " + failed.message();
+    hash_ = hash;
+    return "";
+}
+
+std::string kept_state_t::add_version(version_t version, const document_t &held) {
+    return versions_.add_if_other(std::move(version), write_lines(held));
+}
