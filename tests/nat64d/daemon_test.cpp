@@ -89,6 +89,20 @@ TEST_F(daemon_test, an_edit_that_the_server_refuses_is_taken_back) {
     EXPECT_NE(status.at("refused_reason").get<std::string>().find("pool add --id 901"), std::string::npos);
 }
 
+TEST_F(daemon_test, a_server_that_restarts_unseen_is_not_in_step_before_it_has_been_read) {
+    auto server = std::make_unique<server_process_t>();
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    daemon.signal(SIGSTOP);
+    server.reset();
+    server = std::make_unique<server_process_t>();
+    daemon.signal(SIGCONT);
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("server_restarts", 1); })) << daemon.log();
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    const std::string log = daemon.log();
+    EXPECT_NE(log.find("event=in_step", log.find("event=server_restarted")), std::string::npos) << log;
+}
+
 TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("server_up", false); })) << daemon.log();

@@ -1,4 +1,5 @@
 /* Documents applied by natctl, and the running one that it keeps. */
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -244,6 +245,46 @@ TEST_F(config_test, an_apply_that_is_killed_or_interrupted_is_put_right_by_the_n
         EXPECT_EQ(held().at("dynamic_mappings"), 20000);
         EXPECT_EQ(held().at("pools"), 0);
     }
+}
+
+TEST_F(config_test, an_interrupt_before_the_first_command_says_so_and_one_after_the_last_ends_nothing) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    int answers[2];
+    ASSERT_EQ(pipe2(answers, O_CLOEXEC), 0);
+    const std::string full(static_cast<size_t>(fcntl(answers[1], F_SETPIPE_SZ, 4096)), ' ');
+    const auto start = [&](child_t &natctl) {
+        return natctl.start([&](int ready) {
+            dup2(answers[1], STDOUT_FILENO);
+            dup2(answers[1], STDERR_FILENO);
+            if (write(ready, "", 1) != 1) return;
+            execl(NATCTL_PATH, NATCTL_PATH, "--timeout=1h", "--connect", "alpha", "config", "apply", first_.c_str(),
+                  nullptr);
+        });
+    };
+    const auto told = [&] {
+        std::string text(full.size(), '\0');
+        text.resize(static_cast<size_t>(std::max<ssize_t>(read(answers[0], text.data(), text.size()), 0)));
+        return text;
+    };
+    child_t natctl;
+    {
+        lock_t other(lock_path_of("alpha"), "natctl");
+        ASSERT_EQ(take_server_lock(other, "alpha", {}), "");
+        ASSERT_TRUE(start(natctl));
+        EXPECT_NE(told().find("waiting for up to"), std::string::npos);
+        EXPECT_EQ(natctl.end(SIGINT), 2);
+        EXPECT_EQ(told(), "natctl: interrupted: nothing was sent\n");
+    }
+    ASSERT_EQ(write(answers[1], full.data(), full.size()), static_cast<ssize_t>(full.size()));
+    ASSERT_TRUE(start(natctl));
+    ASSERT_TRUE(eventually([&] { return alpha("config log").answers.find("config apply") != std::string::npos; }));
+    natctl.signal(SIGINT);
+    EXPECT_EQ(told(), full) << "until now natctl could not say how it ended";
+    EXPECT_EQ(natctl.end(0), 0);
+    EXPECT_EQ(told(), "config apply: ok, 3 commands\n");
+    close(answers[0]);
+    close(answers[1]);
 }
 
 TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command) {

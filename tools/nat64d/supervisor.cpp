@@ -165,6 +165,7 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
         must_bring_ = is_replay_ = true;
         retry_at_ms_ = 0;
         log_event(log_level_t::warning, "server_restarted");
+        fall_out("the server has restarted");
     }
     if (!status_.is_server_up) log_event(log_level_t::info, "server_up", {{"server", status_.server}});
     status_.is_server_up = true;

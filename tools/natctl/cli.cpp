@@ -251,7 +251,8 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     }
     outcome_t outcome = pal.finish(pal.start(line.command, 0));
     refuse_unkept(outcome, pal.end_change());
-    const status_t status = output.report(outcome);
+    status_t status = output.report(outcome);
+    if (!output.flush()) status = status_t::usage; /* at once: the end of a large table of rules takes a while */
     const bool is_lost = outcome.changes && pal.model() != nullptr && !line.options.quiet;
     if (is_lost) note_lost_change(outcome, output);
     return status == status_t::ok && outcome.differs ? status_t::refused : status;

@@ -79,11 +79,12 @@ uint32_t last_number(call_t &call) {
     return versions.empty() ? 0 : versions.back().number;
 }
 
+constexpr const char *words_of_second_interrupt =
+    "natctl: ended at once: what the server has done stays, and the next config apply finds it\n";
+
 /** Carries a plan out; an interrupt stops it. */
-reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t &to, bool takes_back) {
-    const interrupt_t interrupt(call.pal.loop(),
-                                "natctl: ended at once: what the server has done stays, and the next config apply "
-                                "finds it\n");
+reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t &to, bool takes_back,
+                             const interrupt_t &interrupt) {
     reconciler_t &server = call.pal.reconciler();
     bool is_told = false;
     return call.pal.run_plan(server.bring(plan, to, takes_back), [&] {
@@ -148,7 +149,7 @@ void tell_others(call_t &call, const document_t &document, const reconcile_resul
     call.outcome.data["difference"] = difference;
 }
 
-void apply(call_t &call, const document_t &document, const config_options_t &options) {
+void apply(call_t &call, const document_t &document, const config_options_t &options, const interrupt_t &interrupt) {
     outcome_t &outcome = call.outcome;
     reconciler_t &server = call.pal.reconciler();
     const document_t from = server.held();
@@ -162,7 +163,7 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
         outcome.data["version"] = last_number(call);
         return;
     }
-    const reconcile_result_t result = carry_out(call, plan, document, !options.keeps_partial);
+    const reconcile_result_t result = carry_out(call, plan, document, !options.keeps_partial, interrupt);
     const bool is_changed = server.is_known() && result.applied.done != 0 && !result.applied.is_taken_back;
     if (is_changed) error = keep_version(call, options.what, result.applied.done);
     outcome.data["version"] = last_number(call);
@@ -227,7 +228,8 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     const json_t commands = call.outcome.data["commands"];
     config_options_t options;
     options.what = name + " not confirmed";
-    apply(call, target, options);
+    const interrupt_t interrupt(call.pal.loop(), words_of_second_interrupt);
+    apply(call, target, options, interrupt);
     if (call.outcome.status != status_t::ok) return;
     const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also where nothing was left to undo */
     if (!kept_error.empty()) call.pal.note("natctl: " + kept_error);
@@ -244,12 +246,12 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
 }
 
 /** Waits for the confirmation of a change, and takes it back if none comes. */
-void confirm_or_take_back(call_t &call, const document_t &before, const document_t &after, uint64_t seconds) {
+void confirm_or_take_back(call_t &call, const document_t &before, const document_t &after, uint64_t seconds,
+                          const interrupt_t &interrupt) {
     const auto number = call.outcome.data["version"].get<uint32_t>();
     const std::string error = call.pal.end_change();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
     const outlives_terminal_t outlives_terminal;
-    const interrupt_t interrupt(call.pal.loop());
     call.pal.note("natctl: version " + std::to_string(number) + " runs; it is undone in " + std::to_string(seconds) +
                   " s unless somebody says natctl --connect " + call.pal.options().connect + " config confirm");
     if (wait_for_confirmation(call, number, seconds, interrupt)) return;
@@ -347,13 +349,18 @@ void config_apply(call_t &call, const document_t &document, const config_options
     }
     if (is_refused_dry(call)) return;
     call.pal.settle_all();
+    const auto interrupt =
+        std::make_shared<interrupt_t>(call.pal.loop(), "natctl: interrupted: nothing was sent\n", true);
+    call.outcome.until_told = interrupt;
     std::string error = call.pal.begin_change();
     if (!error.empty()) return call.pal.refuse_change(call, error);
     error = call.pal.end_singles();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
     if (!config_read(call, options)) return;
+    if (interrupt->is_raised()) return refuse(call.outcome, status_t::usage, 0, "interrupted: nothing was sent");
+    interrupt->hold(words_of_second_interrupt);
     const document_t before = call.pal.reconciler().held();
-    apply(call, document, options);
+    apply(call, document, options, *interrupt);
     const bool is_done = call.outcome.status == status_t::ok && call.outcome.data["changed"].get<bool>();
-    if (is_done && options.confirm_s != 0) confirm_or_take_back(call, before, document, options.confirm_s);
+    if (is_done && options.confirm_s != 0) confirm_or_take_back(call, before, document, options.confirm_s, *interrupt);
 }

@@ -13,12 +13,13 @@ namespace {
 
 volatile sig_atomic_t count = 0;      /* of interrupts */
 volatile sig_atomic_t count_then = 0; /* when the innermost interrupt_t was made */
+volatile sig_atomic_t ends_first = 0; /* the first interrupt is treated as a second one */
 const char *volatile last_words = nullptr;
 int bell = -1; /* not negative: there is an interrupt_t */
 
 void take(int) {
     const int code = errno;
-    const bool is_second = count != count_then;
+    const bool is_second = count != count_then || ends_first != 0;
     if (is_second && last_words != nullptr) {
         const ssize_t size = write(STDERR_FILENO, last_words, std::strlen(last_words));
         static_cast<void>(size); /* it ends all the same */
@@ -35,11 +36,12 @@ void take(int) {
 
 }  // namespace
 
-interrupt_t::interrupt_t(fwx_host_loop_t *loop, const char *last)
+interrupt_t::interrupt_t(fwx_host_loop_t *loop, const char *last, bool ends)
     : loop_(loop), is_first_(bell < 0), words_before_(last_words), count_then_(count), count_before_(count_then) {
     last_words = last;
     count_then = count_then_;
     if (!is_first_) return;
+    ends_first = ends ? 1 : 0;
     bell = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     fwx_host_loop_watch(loop_, bell, wake, this);
     struct sigaction action {};
@@ -52,6 +54,7 @@ interrupt_t::~interrupt_t() {
     count_then = count_before_;
     if (!is_first_) return;
     sigaction(SIGINT, &before_, nullptr);
+    ends_first = 0;
     fwx_host_loop_unwatch(loop_, bell);
     close(bell);
     bell = -1;
@@ -59,6 +62,11 @@ interrupt_t::~interrupt_t() {
 
 bool interrupt_t::is_raised() const {
     return count != count_then_;
+}
+
+void interrupt_t::hold(const char *last) {
+    ends_first = 0;
+    last_words = last;
 }
 
 void interrupt_t::wake(void *) {

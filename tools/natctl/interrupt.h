@@ -13,13 +13,17 @@ public:
      * From now on an interrupt also ends a wait of `loop`, which must outlive this.
      * @param last_words are written to standard error when a second interrupt ends the program, with status 2; a
      *                   literal. Null: the second one kills it, as the first would have.
+     * @param ends_first   the first interrupt is treated as the second one until `hold`, unless there is another
+     *                     interrupt_t, which is a shell's.
      */
-    explicit interrupt_t(fwx_host_loop_t *loop, const char *last_words = nullptr);
+    explicit interrupt_t(fwx_host_loop_t *loop, const char *last_words = nullptr, bool ends_first = false);
     ~interrupt_t();
     interrupt_t(const interrupt_t &) = delete;
     interrupt_t &operator=(const interrupt_t &) = delete;
 
     bool is_raised() const;
+    /** From now on the first interrupt is noted, and these are the words of the second. */
+    void hold(const char *last_words);
 
 private:
     static void wake(void *interrupt);

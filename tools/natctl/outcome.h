@@ -3,6 +3,7 @@
 #define TOOLS_NATCTL_OUTCOME_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "net/json.h"
@@ -27,6 +28,8 @@ struct outcome_t {
     bool changes = false; /* what the server holds: to be kept before anybody is told */
     json_t data;          /* null, an object, or an array of rows with the same keys */
     json_t messages;      /* null, or what a dry run would have sent: an empty array for nothing */
+
+    std::shared_ptr<void> until_told; /* lives as long: what keeps an interrupt from ending the program */
 };
 
 /** Has a command that asks no server fail. */
