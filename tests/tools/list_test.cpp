@@ -69,6 +69,19 @@ TEST_F(list_test, a_list_that_does_not_advance_ends_with_an_error) {
     EXPECT_EQ(walk.at("error"), "the server's list does not advance; the list is not whole");
 }
 
+TEST_F(list_test, a_list_that_is_too_long_to_be_kept_ends_with_an_error_and_is_shown_where_it_streams) {
+    std::string made = "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\n";
+    made += "dev server sessions generate 100001\n";
+    const std::string walk = "sessions walk --count 1000";
+    EXPECT_EQ(
+        last_of(made + walk + "\n").at("error"),
+        "more than 100000 rows; --jsonl shows sessions as they come, --limit and --cookie ask for a list in parts");
+    EXPECT_EQ(last_of(made + walk + " --limit 5\n").at("data").size(), 5U);
+    const run_t streamed = run("--jsonl batch -", made + walk + "\n");
+    EXPECT_EQ(streamed.status, 0);
+    EXPECT_GE(std::count(streamed.answers.begin(), streamed.answers.end(), '\n'), 100001);
+}
+
 TEST_F(list_test, a_query_that_is_refused_in_full_length_is_no_empty_list) {
     for (const std::string query :
          {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits", "sessions walk"}) {

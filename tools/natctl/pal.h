@@ -206,7 +206,7 @@ private:
     void count_single(call_t &call, const nat64::result &got);
     void note_repair(const call_t &call, uint32_t code);
     nat64::list_step paged(call_id_t id, const nat64::page &page);
-    void take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count);
+    bool take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count);
     uint32_t start_list(const call_t &call, uint64_t cookie, ask_fn_t ask);
     /** Starts what comes behind a count. */
     uint32_t start_next(call_t &call);

@@ -5,6 +5,13 @@
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
 
+namespace {
+
+/** Rows that are kept until the list has ended, at about a kilobyte each. */
+constexpr uint64_t kept_rows_max = 100000;
+
+}  // namespace
+
 uint32_t pal_t::begin_list(call_t &call, uint16_t msgno, uint64_t cookie, uint64_t limit, ask_fn_t ask) {
     call.list = list_t{msgno, limit};
     return start_list(call, cookie, std::move(ask));
@@ -42,7 +49,13 @@ nat64::list_step pal_t::paged(call_id_t id, const nat64::page &page) {
     const wire_message_t &reply = reply_described(list.msgno, page.value2);
     if (page.bytes / reply.entry_size < page.count) return nat64::list_step::too_short;
     const auto count = static_cast<uint32_t>(std::min<uint64_t>(page.count, list.limit - list.rows));
-    take_rows(*call, reply, page, count);
+    if (!take_rows(*call, reply, page, count)) {
+        call->outcome.data = nullptr;
+        refuse(call->outcome, status_t::refused, 0,
+               "more than " + std::to_string(kept_rows_max) +
+                   " rows; --jsonl shows sessions as they come, --limit and --cookie ask for a list in parts");
+        return nat64::list_step::enough;
+    }
     const bool goes_on = page.more || page.cookie != 0;
     const bool is_cut = list.rows == list.limit && (goes_on || count < page.count);
     if (!is_cut) return nat64::list_step::next;
@@ -51,16 +64,21 @@ nat64::list_step pal_t::paged(call_id_t id, const nat64::page &page) {
     return nat64::list_step::enough;
 }
 
-/** Rows that are streamed are not kept. */
-void pal_t::take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count) {
+/** False: they are too many to be kept. Rows that are streamed are not kept. */
+bool pal_t::take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count) {
     call.list->rows += count;
-    if (call.list->then != nullptr) return;
+    if (call.list->then != nullptr) return true;
     const bool streams = reply.msgno == FWX_NAT64_MSG_SESSION_WALK && rows_ && count != 0;
-    if (streams) return rows_(call.outcome, reply, page.data, count);
+    if (streams) {
+        rows_(call.outcome, reply, page.data, count);
+        return true;
+    }
+    if (call.list->rows > kept_rows_max) return false;
     json_t rows = decode_entries(reply, page.data, count);
     if (reply.msgno == FWX_NAT64_MSG_STATS_SYS && !rows.empty()) {
         call.outcome.data = std::move(rows.front());
     } else {
         append_rows(call.outcome.data, std::move(rows));
     }
+    return true;
 }
