@@ -72,12 +72,12 @@ public:
                     if (!has_pool && knows_all_pools) note_error(item, "id", "there is no such pool");
                 }
                 if (addresses.last < addresses.first) {
-                    note_error(item, "end_addr", "must be " + text_of(item, "start_addr") + " or above");
+                    note_error(item, "end", "must be " + text_of(item, "start") + " or above");
                     continue;
                 }
                 if (!are_unicast(addresses.first, addresses.last)) {
-                    note_error(item, "start_addr",
-                               "the addresses up to " + text_of(item, "end_addr") +
+                    note_error(item, "start",
+                               "the addresses up to " + text_of(item, "end") +
                                    " must be unicast: within 1.0.0.0 to 223.255.255.255, without 127.0.0.0/8");
                 }
                 spans.push_back({addresses, item});
@@ -125,7 +125,7 @@ public:
                      "must be " + fault.allowed);
             }
         });
-        for (const char *name : {"v4_prefix", "v6_prefix"}) {
+        for (const char *name : {"v4", "v6"}) {
             check_shared(rules, field_of(rules, name));
         }
     }
@@ -173,7 +173,7 @@ private:
         const span_t &later = is_later ? a : b;
         const span_t &other = is_later ? b : a;
         const bool is_range = other.item.family->kind == family_kind_t::pool_range;
-        note_error(later.item, "start_addr",
+        note_error(later.item, "start",
                    std::string("overlaps ") + (is_range ? "a range of " : "") + "pool " +
                        std::to_string(other.addresses.pool_id) + " in line " + std::to_string(other.item.line));
     }

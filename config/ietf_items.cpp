@@ -71,7 +71,7 @@ void ietf_items_t::take_field(const ietf_node_t &node, const std::string &value,
             parse_prefix(value, prefix);
             const span_text_t span = span_of(prefix);
             entry.members.emplace_back(field, span.first);
-            entry.members.emplace_back("end_addr", span.last);
+            entry.members.emplace_back("end", span.last);
             return;
         }
         case ietf_form_t::rule_name:
@@ -90,8 +90,8 @@ void ietf_items_t::take_rule_name(const ietf_node_t &node, const std::string &va
     } else if (domain == unnamed_domain) {
         rules_.insert(rule);
     }
-    entry.members.emplace_back("rule_id", rule);
-    entry.members.emplace_back("domain_id", domain);
+    entry.members.emplace_back("rule", rule);
+    entry.members.emplace_back("domain", domain);
 }
 
 void ietf_items_t::say(ietf_said_t said, ietf_entry_t *entry) {
@@ -113,7 +113,7 @@ void ietf_items_t::finish(ietf_entry_t entry) {
                                 find_member(entry.members, known.field) == nullptr;
         if (is_missing) take_field(known, std::string(known.otherwise), entry.path, entry);
     }
-    const std::string *rule = find_member(entry.members, "rule_id");
+    const std::string *rule = find_member(entry.members, "rule");
     const bool waits_for_number = rule != nullptr && *rule == unnamed_rule;
     if (waits_for_number) {
         unnamed_.push_back(std::move(entry));
@@ -158,7 +158,7 @@ void ietf_items_t::add_unnamed() {
         while (!rules_.insert(std::to_string(next)).second) {
             ++next;
         }
-        *find_member(entry.members, "rule_id") = std::to_string(next);
+        *find_member(entry.members, "rule") = std::to_string(next);
         add(entry.node, entry.path, entry.members);
     }
 }

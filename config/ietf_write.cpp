@@ -157,12 +157,12 @@ private:
                 const std::vector<ipv4_piece_t> pieces = prefixes_of(span.first, span.last);
                 if (pieces.size() != 1) leave_out(said, known, text + ": " + reason_of(said.item));
                 value = pieces.front().text();
-                said.say("end_addr", text_of(said.item, "end_addr"));
+                said.say("end", text_of(said.item, "end"));
                 break;
             }
             case ietf_form_t::rule_name: {
-                const std::string domain = text_of(said.item, "domain_id");
-                said.say("domain_id", domain);
+                const std::string domain = text_of(said.item, "domain");
+                said.say("domain", domain);
                 value = rule_name_text(domain, text);
                 break;
             }

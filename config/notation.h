@@ -10,7 +10,7 @@
  * The comment that says the version may be missing where there is a command. JSON has the same fields by their names,
  * their values as numbers or as texts that an option takes:
  *
- *     {"version":1,"items":{"pool":[{"id":1,"param":1,"start_addr":"192.0.2.1","end_addr":"192.0.2.254"}]}}
+ *     {"version":1,"items":{"pool":[{"id":1,"param":1,"start":"192.0.2.1","end":"192.0.2.254"}]}}
  */
 #ifndef CONFIG_NOTATION_H
 #define CONFIG_NOTATION_H

@@ -32,11 +32,11 @@ bool has_error(const problems_t &problems);
 /** Puts them in the order of their lines. */
 void sort_by_line(problems_t &problems);
 
-/** `--start`, or `start_addr`. */
+/** `--start`, or `start`. */
 std::string_view label_of(const record_field_t &field, notation_t notation);
 /** `pool add`, or `pool`. */
 std::string label_of(const record_family_t &family, notation_t notation);
-/** The key of a record, `--rule 1 --domain 2` or `rule_id 1 domain_id 2`; empty in a family of one item. */
+/** The key of a record, `--rule 1 --domain 2` or `rule 1 domain 2`; empty in a family of one item. */
 std::string key_text(const record_family_t &family, const void *record, notation_t notation);
 
 /** What to say of a word that should be a family's. */

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <vector>
 
 #include "config/notation.h"
@@ -186,10 +187,25 @@ private:
     void add_member(const std::string &name) {
         if (member_count_ == members_.size()) members_.emplace_back();
         member_t &member = members_[member_count_++];
-        member.name = name;
+        member.name = current_name(name);
         member.value.clear();
         member.line = key_line_;
         member.has_value = false;
+    }
+
+    /** What a field is called now. */
+    std::string current_name(const std::string &name) {
+        const record_field_t *end = family_->fields + family_->field_count;
+        const record_field_t *found = std::find_if(family_->fields, end, [&name](const record_field_t &field) {
+            return field.member == name && field.name != name;
+        });
+        if (found == end) return name;
+        if (renamed_.insert(found).second) {
+            problems_.push_back(
+                {problem_t::kind_t::warning, key_line_, family_text(), name,
+                 name + ": is called " + found->name + " now, and " + name + " goes with the next version"});
+        }
+        return found->name;
     }
 
     bool scalar(std::string_view text) {
@@ -317,6 +333,7 @@ private:
     size_t member_count_ = 0;
     std::vector<record_member_t> views_;
     record_reader_t reader_;
+    std::set<const record_field_t *> renamed_; /* whose older names have been noted */
     bool is_document_ = false;
     bool has_version_ = false;
     bool has_items_ = false;

@@ -80,7 +80,8 @@ constexpr record_payload_t replication_payloads[] = {
     record_copied<fwx_nat64_replication_t>(FWX_NAT64_CFG_REPLICATION_UNSET, del),
 };
 constexpr record_field_t settings_fields[] = {
-    RECORD_FIELD("--bytes", "opaque", bytes, fwx_nat64_global_settings_t, opaque, "the settings, passed to the server")
+    RECORD_FIELD("--bytes", "bytes", bytes, fwx_nat64_global_settings_t, opaque, "the settings, passed to the server")
+        .in_c("opaque")
         .required(),
 };
 constexpr record_payload_t settings_payloads[] = {
@@ -100,14 +101,17 @@ constexpr record_field_t interface_fields[] = {
     RECORD_FIELD("--ifh", "ifh", number, fwx_nat64_intf_info_t, ifh, "interface handle").key(),
     RECORD_FIELD("--enable", "enable", number, fwx_nat64_intf_info_t, enable, "whether it translates, 1 without it")
         .within(0, 1),
-    RECORD_PREFIX_FIELD("--sless", "sless_prefix", fwx_nat64_intf_info_t, sless_prefix, "stateless prefix")
+    RECORD_PREFIX_FIELD("--sless", "sless", fwx_nat64_intf_info_t, sless_prefix, "stateless prefix")
+        .in_c("sless_prefix")
         .marked_at(offsetof(fwx_nat64_intf_info_t, sless_prefix_valid))
         .embedding(),
-    RECORD_PREFIX_FIELD("--sful", "sful_prefix", fwx_nat64_intf_info_t, sful_prefix, "stateful prefix")
+    RECORD_PREFIX_FIELD("--sful", "sful", fwx_nat64_intf_info_t, sful_prefix, "stateful prefix")
+        .in_c("sful_prefix")
         .marked_at(offsetof(fwx_nat64_intf_info_t, sful_prefix_valid))
         .embedding(),
-    RECORD_PREFIX_FIELD("--sless-v6v4", "sless_prefix_v6v4", fwx_nat64_intf_info_t, sless_prefix_v6v4,
+    RECORD_PREFIX_FIELD("--sless-v6v4", "sless_v6v4", fwx_nat64_intf_info_t, sless_prefix_v6v4,
                         "stateless prefix from IPv6 to IPv4")
+        .in_c("sless_prefix_v6v4")
         .marked_at(offsetof(fwx_nat64_intf_info_t, sless_prefix_v6v4_valid))
         .embedding(),
     RECORD_FIELD("--mtu", "mtu", number, fwx_nat64_intf_info_t, mtu, "MTU in bytes")
@@ -129,7 +133,8 @@ constexpr record_field_t prefix_fields[] = {
         .length_at(offsetof(fwx_nat64_prefix_t, prefix_len))
         .embedding()
         .key(),
-    RECORD_FIELD("--kind", "prefix_kind", number, fwx_nat64_prefix_t, kind, "what it is for")
+    RECORD_FIELD("--kind", "kind", number, fwx_nat64_prefix_t, kind, "what it is for")
+        .in_c("prefix_kind")
         .within(1, FWX_NAT64_PREFIX_KIND_MAX)
         .named(wire_prefix_kind_names)
         .key(),
@@ -189,19 +194,24 @@ constexpr record_field_t pool_fields[] = {
         .from(1)
         .on(record_not_on_delete)
         .required(),
-    RECORD_FIELD("--start", "start_addr", ipv4, fwx_nat64_pool_t, start_addr, "first address")
+    RECORD_FIELD("--start", "start", ipv4, fwx_nat64_pool_t, start_addr, "first address")
+        .in_c("start_addr")
         .on(record_not_on_delete)
         .required(),
-    RECORD_FIELD("--end", "end_addr", ipv4, fwx_nat64_pool_t, end_addr, "last address")
+    RECORD_FIELD("--end", "end", ipv4, fwx_nat64_pool_t, end_addr, "last address")
+        .in_c("end_addr")
         .on(record_not_on_delete)
         .required(),
-    RECORD_FIELD("--hsl", "hsl_id", number, fwx_nat64_pool_t, hsl_id, "identifier of its logging")
+    RECORD_FIELD("--hsl", "hsl", number, fwx_nat64_pool_t, hsl_id, "identifier of its logging")
+        .in_c("hsl_id")
         .on(record_not_on_delete),
 };
 constexpr record_field_t range_fields[] = {
     RECORD_FIELD("--id", "id", number, fwx_nat64_pool_range_t, id, "identifier of the pool").from(1).key(),
-    RECORD_FIELD("--start", "start_addr", ipv4, fwx_nat64_pool_range_t, start_addr, "first address").key(),
-    RECORD_FIELD("--end", "end_addr", ipv4, fwx_nat64_pool_range_t, end_addr, "last address").key(),
+    RECORD_FIELD("--start", "start", ipv4, fwx_nat64_pool_range_t, start_addr, "first address")
+        .in_c("start_addr")
+        .key(),
+    RECORD_FIELD("--end", "end", ipv4, fwx_nat64_pool_range_t, end_addr, "last address").in_c("end_addr").key(),
 };
 constexpr size_t range_start = offsetof(fwx_nat64_pool_range_t, start_addr);
 constexpr size_t range_end = offsetof(fwx_nat64_pool_range_t, end_addr);
@@ -216,12 +226,14 @@ constexpr record_payload_t range_payloads[] = {
 constexpr fwx_nat64_logging_t logging_initial = {FWX_NAT64_LOGGING_TYPE, FWX_NAT64_LOGGING_MODE, 0, {}, 0, 0};
 constexpr record_field_t logging_fields[] = {
     RECORD_FIELD("--dest", "dest", ipv4, fwx_nat64_logging_t, dest, "address that the records go to").key(),
-    RECORD_FIELD("--port", "dest_port", number, fwx_nat64_logging_t, dest_port, "its port").from(1).key(),
-    RECORD_FIELD("--transport", "param", number, fwx_nat64_logging_t, param,
+    RECORD_FIELD("--port", "port", number, fwx_nat64_logging_t, dest_port, "its port").in_c("dest_port").from(1).key(),
+    RECORD_FIELD("--transport", "transport", number, fwx_nat64_logging_t, param,
                  "protocol that they travel by, the server's choice without it")
+        .in_c("param")
         .known_as("--param")
         .named(wire_transport_names),
-    RECORD_FIELD("--template", "param2", number, fwx_nat64_logging_t, param2, "what is logged, all without it")
+    RECORD_FIELD("--template", "template", number, fwx_nat64_logging_t, param2, "what is logged, all without it")
+        .in_c("param2")
         .known_as("--param2")
         .named(wire_template_names),
 };
@@ -229,13 +241,20 @@ constexpr record_field_t logging_fields[] = {
 /* --- MAP-T rules --- */
 
 constexpr record_field_t bmr_fields[] = {
-    RECORD_FIELD("--rule", "rule_id", number, fwx_nat64_mapt_bmr_t, rule_id, "identifier of the rule").from(1).key(),
-    RECORD_FIELD("--domain", "domain_id", number, fwx_nat64_mapt_bmr_t, domain_id, "its mapping domain").key(),
-    RECORD_FIELD("--v6", "v6_prefix", ipv6_prefix, fwx_nat64_mapt_bmr_t, v6_prefix, "its IPv6 prefix")
+    RECORD_FIELD("--rule", "rule", number, fwx_nat64_mapt_bmr_t, rule_id, "identifier of the rule")
+        .in_c("rule_id")
+        .from(1)
+        .key(),
+    RECORD_FIELD("--domain", "domain", number, fwx_nat64_mapt_bmr_t, domain_id, "its mapping domain")
+        .in_c("domain_id")
+        .key(),
+    RECORD_FIELD("--v6", "v6", ipv6_prefix, fwx_nat64_mapt_bmr_t, v6_prefix, "its IPv6 prefix")
+        .in_c("v6_prefix")
         .within(0, FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX)
         .length_at(offsetof(fwx_nat64_mapt_bmr_t, v6_prefix_len))
         .required(record_not_on_delete),
-    RECORD_FIELD("--v4", "v4_prefix", ipv4_prefix, fwx_nat64_mapt_bmr_t, v4_prefix, "its IPv4 prefix")
+    RECORD_FIELD("--v4", "v4", ipv4_prefix, fwx_nat64_mapt_bmr_t, v4_prefix, "its IPv4 prefix")
+        .in_c("v4_prefix")
         .within(0, FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX)
         .length_at(offsetof(fwx_nat64_mapt_bmr_t, v4_prefix_len))
         .required(record_not_on_delete),
@@ -246,7 +265,9 @@ constexpr record_field_t bmr_fields[] = {
                  "bits of the port-set identifier"),
     RECORD_FIELD("--psid", "psid", number, fwx_nat64_mapt_bmr_t, rule_params[3],
                  "the port-set identifier where the EA bits hold none"),
-    RECORD_FIELD("--params", "rule_params", numbers, fwx_nat64_mapt_bmr_t, rule_params, "these four").spelling(),
+    RECORD_FIELD("--params", "params", numbers, fwx_nat64_mapt_bmr_t, rule_params, "these four")
+        .in_c("rule_params")
+        .spelling(),
 };
 constexpr auto bmr_payload = record_copied<kept_rule_t, fwx_nat64_mapt_bmr_t, offsetof(kept_rule_t, rule)>;
 constexpr record_payload_t bmr_payloads[] = {
@@ -259,7 +280,8 @@ constexpr record_field_t dmr_fields[] = {
                  sizeof(in6_addr), "IPv6 prefix that stands for all other IPv4 addresses")
         .length_at(offsetof(fwx_nat64_mapt_dmr_t, opaque) + sizeof(in6_addr))
         .embedding(),
-    RECORD_FIELD("--data", "opaque", bytes, fwx_nat64_mapt_dmr_t, opaque, "the same as bytes, and seven more")
+    RECORD_FIELD("--data", "data", bytes, fwx_nat64_mapt_dmr_t, opaque, "the same as bytes, and seven more")
+        .in_c("opaque")
         .spelling(),
 };
 constexpr record_payload_t dmr_payloads[] = {

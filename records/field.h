@@ -35,7 +35,8 @@ constexpr uint16_t record_nowhere = UINT16_MAX;
 struct record_field_t {
     std::string_view option; /* `--id`; without dashes it is an argument that stands alone */
     std::string_view also;   /* another option for it, or empty */
-    const char *name;        /* stable: the JSON key; that of the message description where the field is there */
+    const char *name;        /* in JSON: the words of the option */
+    const char *member;      /* in C and Python, and once in JSON; as `name` unless the row says otherwise */
     const char *meaning;     /* for help */
     uint64_t min;            /* of a number, of each of several */
     uint64_t max;            /* the same; bits of a prefix */
@@ -55,9 +56,9 @@ struct record_field_t {
 
     /* In front of its callers, because clang 14 cannot evaluate a template that is defined behind them. */
     template <typename type_t, typename value_t>
-    constexpr record_field_t with(type_t record_field_t::*member, value_t value) const {
+    constexpr record_field_t with(type_t record_field_t::*of, value_t value) const {
         record_field_t field = *this;
-        field.*member = static_cast<type_t>(value);
+        field.*of = static_cast<type_t>(value);
         return field;
     }
 
@@ -75,6 +76,7 @@ struct record_field_t {
     constexpr record_field_t key() const { return required().with(&record_field_t::is_key, true); }
     constexpr record_field_t fixed() const { return with(&record_field_t::is_fixed, true); }
     constexpr record_field_t known_as(std::string_view other) const { return with(&record_field_t::also, other); }
+    constexpr record_field_t in_c(const char *other) const { return with(&record_field_t::member, other); }
     constexpr record_field_t named(const wire_names_t &values) const { return with(&record_field_t::names, &values); }
     constexpr record_field_t in_seconds() const { return with(&record_field_t::time_unit_ms, 1000); }
     constexpr record_field_t in_milliseconds() const { return with(&record_field_t::time_unit_ms, 1); }
@@ -95,6 +97,7 @@ constexpr record_field_t record_field(std::string_view option, const char *name,
                                       size_t width, const char *meaning) {
     return {option,
             {},
+            name,
             name,
             meaning,
             0,

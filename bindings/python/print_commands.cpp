@@ -83,7 +83,7 @@ struct form_t {
 };
 
 form_t form_of(const record_family_t &family, const record_field_t &field) {
-    const text_t name = '"' + text_t(field.name) + "\", ";
+    const text_t name = '"' + text_t(field.member) + "\", ";
     const text_t limits = std::to_string(field.min) + ", " + std::to_string(field.max);
     const size_t covered =
         field.length_offset == record_nowhere ? field.width : field.length_offset + 1U - field.offset;
@@ -93,7 +93,7 @@ form_t form_of(const record_family_t &family, const record_field_t &field) {
             const char *letter = number_letter(field.width);
             if (field.time_unit_ms != 0) return {"Seconds", "seconds(" + name + limits + ")", letter, field.width};
             if (field.names == nullptr) return {"int", "number(" + name + limits + ")", letter, field.width};
-            const text_t table = name_table(field.names, command_word(family) + "_" + field.name);
+            const text_t table = name_table(field.names, command_word(family) + "_" + field.member);
             return {"Named", "named(" + name + limits + ", " + table + ")", letter, field.width};
         }
         case record_kind_t::address:
@@ -149,7 +149,7 @@ text_t print_command(const record_family_t &family, const record_verb_t &verb) {
     for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
         if (!field->is_taken_on(verb.op) || field->is_spelling) continue;
         const form_t form = form_of(family, *field);
-        const text_t name = field->name;
+        const text_t name = field->member;
         const text_t converted = conversion(family, name);
         help += "        " + name + ": " + field->meaning;
         if (field->kind == record_kind_t::number) help += " (" + record_field_form(*field) + ")";
@@ -213,7 +213,7 @@ void print_converters(const record_family_t &family) {
     for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
         if (field->is_spelling) continue;
         const form_t form = form_of(family, *field);
-        std::printf("_%s = %s\n", upper(command_word(family) + "_" + field->name).c_str(), form.converter.c_str());
+        std::printf("_%s = %s\n", upper(command_word(family) + "_" + field->member).c_str(), form.converter.c_str());
     }
 }
 

@@ -88,7 +88,7 @@ constexpr const char *json =
     R"({"version":1,
 "items":{
 "settings":[
-{"opaque":"000102030405060708090a0b0c0d0e0f"}
+{"bytes":"000102030405060708090a0b0c0d0e0f"}
 ],
 "timeout":[
 {"type":"tcp-est","value":7440}
@@ -106,19 +106,19 @@ constexpr const char *json =
 {"value":1}
 ],
 "logging":[
-{"dest":"192.0.2.9","dest_port":2055,"param":"tcp"}
+{"dest":"192.0.2.9","port":2055,"transport":"tcp"}
 ],
 "pool":[
-{"id":1,"param":2,"start_addr":"198.51.100.1","end_addr":"198.51.100.9"},
-{"id":2,"param":2,"start_addr":"192.0.2.1","end_addr":"192.0.2.100","hsl_id":6},
-{"id":10,"param":2,"start_addr":"10.0.0.0","end_addr":"10.0.0.0"}
+{"id":1,"param":2,"start":"198.51.100.1","end":"198.51.100.9"},
+{"id":2,"param":2,"start":"192.0.2.1","end":"192.0.2.100","hsl":6},
+{"id":10,"param":2,"start":"10.0.0.0","end":"10.0.0.0"}
 ],
 "range":[
-{"id":2,"start_addr":"9.0.0.0","end_addr":"9.0.0.9"},
-{"id":2,"start_addr":"203.0.113.7","end_addr":"203.0.113.9"}
+{"id":2,"start":"9.0.0.0","end":"9.0.0.9"},
+{"id":2,"start":"203.0.113.7","end":"203.0.113.9"}
 ],
 "prefix":[
-{"prefix":"64:ff9b::/96","prefix_kind":"dns64"}
+{"prefix":"64:ff9b::/96","kind":"dns64"}
 ],
 "smapping":[
 {"id":3,"addr1":"2001:db8::1","addr2":"192.0.2.1"}
@@ -127,16 +127,16 @@ constexpr const char *json =
 {"id":4,"type":"endpoint-independent","ext":"000102030405060708090a0b0c0d0e0f1011121314151617","ext_arg":5}
 ],
 "mapt bmr":[
-{"rule_id":1,"domain_id":2,"v6_prefix":"2001:db8:ff01::/48","v4_prefix":"192.0.2.128/25"},
-{"rule_id":2,"domain_id":1,"v6_prefix":"2001:db8:ff00::/40","v4_prefix":"192.0.2.128/25","ea_len":16,"psid_offset":6,"psid_len":9}
+{"rule":1,"domain":2,"v6":"2001:db8:ff01::/48","v4":"192.0.2.128/25"},
+{"rule":2,"domain":1,"v6":"2001:db8:ff00::/40","v4":"192.0.2.128/25","ea_len":16,"psid_offset":6,"psid_len":9}
 ],
 "mapt dmr":[
 {"id":8,"prefix":"2001:db8:ffff::/64"},
-{"id":9,"opaque":"20010db8ffff000000000000000000004000000000000001"}
+{"id":9,"data":"20010db8ffff000000000000000000004000000000000001"}
 ],
 "interface":[
 {"ifh":6,"enable":0,"mtu":1300},
-{"ifh":7,"sless_prefix":"64:ff9b::/96","mtu":1400}
+{"ifh":7,"sless":"64:ff9b::/96","mtu":1400}
 ],
 "nvi":[
 {"ifh":7},
@@ -147,8 +147,8 @@ constexpr const char *json =
 
 TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from) {
     const std::string same_json =
-        R"({"items": {"nvi": [{"ifh": 8}], "mapt bmr": [{"rule_params": [16, 6, 9, 0], "domain_id": 1,
-            "rule_id": "2", "v4_prefix": "192.0.2.128/25", "v6_prefix": "2001:db8:ff00::/40"}],
+        R"({"items": {"nvi": [{"ifh": 8}], "mapt bmr": [{"params": [16, 6, 9, 0], "domain": 1,
+            "rule": "2", "v4": "192.0.2.128/25", "v6": "2001:db8:ff00::/40"}],
             "interface": [{"enable": true, "ifh": 8}], "timeout": [{"value": "2h4m", "type": 3}]}, "version": 1})";
     EXPECT_EQ(write_lines(load(same_json)),
               "# nat64 configuration version 1\n"
@@ -266,31 +266,31 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "--domain 1 in line 1 [--v4]\n"
          "line 3: warning: mapt bmr add: --v6 2001:db8::/40: shared by 2 rules, of which the first is --rule 1 "
          "--domain 1 in line 1 [--v6]\n"},
-        {"{\"items\":{\"pool\":[{\"id\":\"1\",\"parm\":1,\n\"start_addr\":[1],\"end_addr\":{\"x\":1}}, 5,\n[]],\n"
+        {"{\"items\":{\"pool\":[{\"id\":\"1\",\"parm\":1,\n\"start\":[1],\"end\":{\"x\":1}}, 5,\n[]],\n"
          "\"pools\":[{\"id\":1}],\n\"timeout\":{\"type\":1},\"nvi\":7,\n"
-         "\"mapt bmr\":[{\"rule_id\":1,\"rule_id\":2,\"domain_id\":-1,\"v6_prefix\":\"::/0\",\"v4_prefix\":null,\n"
-         "\"rule_params\":[1,2,3,[4]],\"ea_len\":2}]}, \"x\":{\"a\":[1]},\n\"items\":{\"pool\":[{}]}}",
+         "\"mapt bmr\":[{\"rule\":1,\"rule\":2,\"domain\":-1,\"v6\":\"::/0\",\"v4\":null,\n"
+         "\"params\":[1,2,3,[4]],\"ea_len\":2}]}, \"x\":{\"a\":[1]},\n\"items\":{\"pool\":[{}]}}",
          "version is required [version]\n"
          "line 1: pool: parm: did you mean param? [parm]\n"
-         "line 2: pool: start_addr [...]: must be an IPv4 address such as 192.0.2.1 [start_addr]\n"
-         "line 2: pool: end_addr [...]: must be an IPv4 address such as 192.0.2.1 [end_addr]\n"
+         "line 2: pool: start [...]: must be an IPv4 address such as 192.0.2.1 [start]\n"
+         "line 2: pool: end [...]: must be an IPv4 address such as 192.0.2.1 [end]\n"
          "line 2: pool: must be an array of objects\n"
          "line 3: pool: must be an array of objects\n"
          "line 4: pools: did you mean pool? [pools]\n"
          "line 5: timeout: must be an array of objects\n"
          "line 5: nvi: must be an array of objects\n"
-         "line 6: mapt bmr: rule_id: At Most 1 required but received 2 [rule_id]\n"
-         "line 6: mapt bmr: domain_id -1: must be 0 to 4294967295 [domain_id]\n"
-         "line 6: mapt bmr: v4_prefix null: must be an IPv4 prefix of at most 32 bits, such as 192.0.2.0/24 "
-         "[v4_prefix]\n"
-         "line 7: mapt bmr: ea_len excludes rule_params [rule_params]\n"
+         "line 6: mapt bmr: rule: At Most 1 required but received 2 [rule]\n"
+         "line 6: mapt bmr: domain -1: must be 0 to 4294967295 [domain]\n"
+         "line 6: mapt bmr: v4 null: must be an IPv4 prefix of at most 32 bits, such as 192.0.2.0/24 "
+         "[v4]\n"
+         "line 7: mapt bmr: ea_len excludes params [params]\n"
          "line 7: x: no such field [x]\n"
          "line 8: items is given twice [items]\n"},
-        {"{\"version\":1,\"items\":{\"range\":[{\"id\":7,\"start_addr\":\"192.0.2.1\",\"end_addr\":\"192.0.2.0\"},\n"
-         "{\"id\":7,\"start_addr\":\"192.0.2.1\",\"end_addr\":\"192.0.2.0\"}]}}",
+        {"{\"version\":1,\"items\":{\"range\":[{\"id\":7,\"start\":\"192.0.2.1\",\"end\":\"192.0.2.0\"},\n"
+         "{\"id\":7,\"start\":\"192.0.2.1\",\"end\":\"192.0.2.0\"}]}}",
          "line 1: range: id 7: there is no such pool [id]\n"
-         "line 1: range: end_addr 192.0.2.0: must be 192.0.2.1 or above [end_addr]\n"
-         "line 2: range: id 7 start_addr 192.0.2.1 end_addr 192.0.2.0: line 1 has it already [id]\n"},
+         "line 1: range: end 192.0.2.0: must be 192.0.2.1 or above [end]\n"
+         "line 2: range: id 7 start 192.0.2.1 end 192.0.2.0: line 1 has it already [id]\n"},
         {"{\"version\":1,\n\"items\":{\"pool\":[{\"id\":1,]",
          "line 2: no JSON: column 26: syntax error while parsing object key - unexpected ']'; expected string "
          "literal\n"},
@@ -313,6 +313,24 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
         load_document(text, problems);
         EXPECT_EQ(texts_of(problems), errors) << text;
     }
+}
+
+TEST(document_test, older_names_of_json_are_read_and_each_is_told_once) {
+    problems_t problems;
+    const document_t document = load_document(
+        R"({"version":1,"items":{"pool":[{"id":1,"param":1,"start_addr":"10.0.0.1","end":"10.0.0.2"},
+{"id":2,"param":1,"start_addr":"10.0.0.3","end":"10.0.0.4"}],"logging":[{"dest":"192.0.2.1","port":5,"param":"udp"}]}})",
+        problems);
+    EXPECT_EQ(write_lines(document),
+              "# nat64 configuration version 1\n"
+              "logging add --dest 192.0.2.1 --port 5 --transport udp\n"
+              "pool add --id 1 --param 1 --start 10.0.0.1 --end 10.0.0.2\n"
+              "pool add --id 2 --param 1 --start 10.0.0.3 --end 10.0.0.4\n");
+    EXPECT_EQ(texts_of(problems),
+              "line 1: warning: pool: start_addr: is called start now, and start_addr goes with the next version "
+              "[start_addr]\n"
+              "line 2: warning: logging: param: is called transport now, and param goes with the next version "
+              "[param]\n");
 }
 
 TEST(document_test, commands_that_a_server_has_carried_out_change_what_it_holds) {

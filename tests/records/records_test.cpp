@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -350,7 +351,7 @@ TEST(records_test, the_system_totals_count_the_items_of_these_families) {
     EXPECT_EQ(counted, expected);
 }
 
-TEST(records_test, fields_are_called_as_in_the_messages) {
+TEST(records_test, fields_are_called_as_their_options_in_json_and_as_in_the_messages_in_c) {
     std::set<std::string> names = {"rule_params", "ea_len", "psid_offset", "psid_len", "psid"}; /* rule_param0 to 3 */
     size_t message_count = 0;
     const wire_message_t *messages = wire_messages(&message_count);
@@ -363,7 +364,11 @@ TEST(records_test, fields_are_called_as_in_the_messages) {
     const record_family_t *families = record_families(&count);
     for (size_t i = 0; i < count; ++i) {
         for (size_t j = 0; j < families[i].field_count; ++j) {
-            EXPECT_EQ(names.count(families[i].fields[j].name), 1U) << families[i].fields[j].name;
+            const record_field_t &field = families[i].fields[j];
+            EXPECT_EQ(names.count(field.member), 1U) << field.member;
+            std::string words(field.option.substr(2));
+            std::replace(words.begin(), words.end(), '-', '_');
+            EXPECT_EQ(field.name, words);
         }
     }
 }

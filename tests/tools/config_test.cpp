@@ -62,7 +62,7 @@ TEST_F(config_test, a_document_goes_to_the_standard_form_and_comes_back) {
     const std::string standard = file("standard", written.answers);
     EXPECT_EQ(run("convert --from ietf-nat " + standard).answers, lines);
     const std::string document = R"({"version":1,"items":{"timeout":[{"type":"udp","value":300}],"pool":[{"id":1,)"
-                                 R"("param":1,"start_addr":"192.0.2.0","end_addr":"192.0.2.255"}]}})";
+                                 R"("param":1,"start":"192.0.2.0","end":"192.0.2.255"}]}})";
     EXPECT_EQ(run("--json convert --from ietf-nat " + standard).answers,
               R"({"command":"convert","status":"ok","code":0,"data":)" + document + "}\n");
     EXPECT_EQ(json_t::parse(run("convert --as-json --from ietf-nat " + standard).answers).dump(), document);
