@@ -67,6 +67,7 @@ record_reader_t::result_t record_reader_t::read_words(const std::vector<std::str
         const std::string_view &word = words[next];
         if (is_for_a_grammar(word)) return result_t::other;
         const bool comes_before_verb = verb_ == nullptr;
+        if (comes_before_verb && !word.empty() && word == other_verb_) return result_t::other;
         if (comes_before_verb) verb_ = record_find_verb(*family_, word);
         if (comes_before_verb && verb_ != nullptr) continue;
         const size_t equals = std::min(word.find('='), word.size());
@@ -155,6 +156,7 @@ std::string record_reader_t::verbs_text() const {
     for (size_t i = 0; i < family_->verb_count; ++i) {
         text.append(text.empty() ? "" : ", ").append(family_->verbs[i].word);
     }
+    if (!other_verb_.empty()) text.append(", ").append(other_verb_);
     return text;
 }
 
@@ -165,6 +167,7 @@ std::string record_reader_t::misplaced_text() const {
         for (size_t i = 0; i < family_->verb_count; ++i) {
             known.push_back(family_->verbs[i].word);
         }
+        if (!other_verb_.empty()) known.push_back(other_verb_);
         return wrong_word_text(*extra_, known, "must be " + verbs_text());
     }
     if (!is_by_name_) known.emplace_back("--help");

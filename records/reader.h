@@ -29,6 +29,9 @@ public:
         other,   /* it belongs to no family, or asks for help, or needs a grammar of options that end */
     };
 
+    /** @param other_verb a verb of every family that a grammar knows, or empty; what it views must live as long. */
+    explicit record_reader_t(std::string_view other_verb = {}) : other_verb_(other_verb) {}
+
     /** Reads `pool add --id 1 ...`: options in any order, their values behind them or after `=`. */
     result_t read(const std::vector<std::string_view> &words);
     /** Reads the fields of a command by their names; its result is never `other`. */
@@ -62,6 +65,7 @@ private:
     std::string verbs_text() const;
     std::string misplaced_text() const;
 
+    std::string_view other_verb_;
     const record_family_t *family_ = nullptr;
     const record_verb_t *verb_ = nullptr;
     record_buffer_t record_{};

@@ -149,7 +149,7 @@ private:
         }
         for (const command_spec_t &command : spec.commands) {
             CLI::App *added = app.add_subcommand(command.name, command.summary);
-            if (!command.is_listed) added->group("");
+            added->group(command.is_listed ? "Subcommands" : ""); /* which would be inherited */
             fill(*added, command);
         }
         if (!spec.commands.empty()) app.require_subcommand(1);

@@ -211,7 +211,7 @@ TEST_F(batch_test, the_library_is_silent_without_a_debug_level_also_where_its_fl
 TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {
     run_t result = run("shell", "limit frob\nhelp adj\ndev ipalias upload\nexit\nstatus\n");
     EXPECT_EQ(result.answers, "dev ipalias upload: ok\n");
-    EXPECT_NE(result.notes.find("natctl: limit: frob: must be add, mod, del\n"), std::string::npos);
+    EXPECT_NE(result.notes.find("natctl: limit: frob: must be add, mod, del, show\n"), std::string::npos);
     EXPECT_NE(result.notes.find("Adjacencies"), std::string::npos) << result.notes;
 }
 

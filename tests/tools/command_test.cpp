@@ -141,7 +141,7 @@ TEST_F(command_test, completion_offers_what_may_come_next) {
         const char *words;
     };
     constexpr completion_t completed[] = {
-        {"limit ''", "add\nmod\ndel\n--help\n"},
+        {"limit ''", "add\nmod\ndel\nshow\n--help\n"},
         {"dev server not", "notify\n"},
         {"timeout set --v", "--value\n"},
         {"timeout set --value 1 --type=2 --", "--help\n"},

@@ -214,6 +214,7 @@ TEST_F(config_test, operators_with_homes_of_their_own_see_one_server) {
     EXPECT_EQ(alpha("config apply " + second_).status, 0);
     setenv("XDG_STATE_HOME", (directory_.path() + "/state").c_str(), 1);
     EXPECT_EQ(alpha("config diff " + second_).status, 0);
+    EXPECT_EQ(alpha("config diff 1").answers, alpha("config diff " + first_).answers) << "the first version";
     ASSERT_TRUE(others_delete_pool(2));
     EXPECT_EQ(alpha("config diff " + second_).answers,
               "pool add --id 2 --param 1 --start 192.0.2.1 --end 192.0.2.254\n");
@@ -285,6 +286,23 @@ TEST_F(config_test, an_interrupt_before_the_first_command_says_so_and_one_after_
     EXPECT_EQ(told(), "config apply: ok, 3 commands\n");
     close(answers[0]);
     close(answers[1]);
+}
+
+TEST_F(config_test, each_family_shows_what_the_server_holds_of_it) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " +
+          file("document",
+               first + "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.9 --hsl 4\nnvi enable --ifh 8\n"));
+    EXPECT_EQ(alpha("pool show").answers,
+              "id  param  start      end          hsl\n"
+              "1   1      192.0.2.1  192.0.2.254  null\n"
+              "2   1      10.0.0.1   10.0.0.9     4\n");
+    EXPECT_EQ(alpha_json("mapt bmr show").at("data").dump(),
+              R"([{"rule":5,"domain":6,"v6":"2001:db8::/40","v4":"192.0.2.0/24"}])");
+    EXPECT_EQ(alpha("smapping show").answers, "none\n");
+    EXPECT_EQ(alpha("nvi show").answers, "ifh\n8\n");
+    EXPECT_NE(run("pool --help").answers.find("Shows what the server holds"), std::string::npos);
 }
 
 TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command) {

@@ -74,9 +74,9 @@ constexpr field_error_t field_errors[] = {
     {"mapt 1111111111222222222233333333334444444444555555555566666666667",
      "mapt: 111111111122222222223333333333444444444455555555556666666666...: must be show, rules, explain, bmr, "
      "dmr\n"},
-    {"limit", "limit: must go on with add, mod, del"},
-    {"limit frob", "limit: frob: must be add, mod, del"},
-    {"mapt bmr mod", "mapt bmr: mod: must be add, del"},
+    {"limit", "limit: must go on with add, mod, del, show"},
+    {"limit frob", "limit: frob: must be add, mod, del, show"},
+    {"mapt bmr mod", "mapt bmr: mod: must be add, del, show"},
     {"status --frob", "status: --frob: not expected here, see --help"},
     {"status status", "status: status: not expected here, see --help"},
     {"batch", "batch: file is required"},

@@ -1,5 +1,6 @@
 /* Configuration documents: checked, compared with what the server runs, applied; and the running one. */
 #include "config/notation.h"
+#include "records/value.h"
 #include "tools/natctl/config_run.h"
 #include "tools/natctl/document_input.h"
 #include "tools/natctl/grammar.h"
@@ -22,13 +23,6 @@ uint32_t check(call_t &call, const request_t &request) {
     return 0;
 }
 
-uint32_t diff(call_t &call, const request_t &request) {
-    document_t document;
-    problems_t problems;
-    if (read_document(call, request.file, document, problems)) config_diff(call, document, request.options);
-    return 0;
-}
-
 uint32_t apply(call_t &call, const request_t &request) {
     document_t document;
     problems_t problems;
@@ -45,6 +39,24 @@ versions_t *look_at_versions(call_t &call, std::optional<versions_t> &place) {
     const std::string error = call.pal.open_versions(place, versions);
     if (!error.empty()) refuse(call.outcome, status_t::usage, 0, error);
     return error.empty() ? versions : nullptr;
+}
+
+/** Reads the document of a version; false: the call says why not. */
+bool read_version(call_t &call, uint32_t number, document_t &document) {
+    std::optional<versions_t> place;
+    const versions_t *versions = look_at_versions(call, place);
+    return versions != nullptr && config_version(call, *versions, number, document);
+}
+
+uint32_t diff(call_t &call, const request_t &request) {
+    document_t document;
+    problems_t problems;
+    uint64_t number = 0;
+    const bool is_version = parse_number(request.file, number) && number <= UINT32_MAX;
+    const bool is_read = is_version ? read_version(call, static_cast<uint32_t>(number), document)
+                                    : read_document(call, request.file, document, problems);
+    if (is_read) config_diff(call, document, request.options);
+    return 0;
 }
 
 /** The newest version whose document is not what the server holds; false: the call says why there is none. */
@@ -80,15 +92,10 @@ uint32_t roll_back(call_t &call, const request_t &request) {
 
 uint32_t show(call_t &call, const request_t &request) {
     call.pal.settle_all();
-    std::optional<versions_t> place;
     document_t document;
-    if (request.version == UINT32_MAX) {
-        if (!config_read(call)) return 0;
-        document = call.pal.reconciler().held();
-    } else {
-        const versions_t *versions = look_at_versions(call, place);
-        if (versions == nullptr || !config_version(call, *versions, request.version, document)) return 0;
-    }
+    const bool is_version = request.version != UINT32_MAX;
+    if (!(is_version ? read_version(call, request.version, document) : config_read(call))) return 0;
+    if (!is_version) document = call.pal.reconciler().held();
     const bool is_json = request.is_json || call.pal.options().format != format_t::text;
     call.outcome.text = is_json ? write_json(document) : write_lines(document);
     if (call.pal.options().format != format_t::text) call.outcome.data = json_t::parse(call.outcome.text);
@@ -174,7 +181,7 @@ void add_config_commands(grammar_t &grammar) {
         request);
     command_spec_t &differ = grammar.immediate(
         "diff", "Prints the commands that make a server run a document; exit status 1 if there are any", with(diff));
-    file_field(differ, request);
+    word_field(differ, "file", request->file, "the document as above, or the number of a version", "FILE|N").required();
     assume_fields(differ, request);
     command_spec_t &applied = grammar.immediate("apply", "Makes the server run a document", with(apply));
     file_field(applied, request);

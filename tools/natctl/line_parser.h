@@ -19,7 +19,7 @@ public:
 
 private:
     line_words_t words_;
-    record_reader_t reader_;
+    record_reader_t reader_{"show"};
     command_spec_t root_;
     grammar_t grammar_{root_};
 };

@@ -1,7 +1,9 @@
 /* Configuration: every family of records as a subcommand, every verb as one of its own, every field as an option. */
 #include <algorithm>
 
+#include "config/notation.h"
 #include "records/families.h"
+#include "tools/natctl/config_run.h"
 #include "tools/natctl/grammar.h"
 
 namespace {
@@ -22,6 +24,33 @@ void add_verb(grammar_t &grammar, const record_family_t &family, const record_ve
         }
         options.emplace_back(field, &option);
     }
+}
+
+/** Rows of what the server holds of a family; a member that a row lacks and another has is null. */
+uint32_t show(call_t &call, const record_family_t &family) {
+    call.pal.settle_all();
+    if (!config_read(call)) return 0;
+    const document_t &held = call.pal.reconciler().held();
+    document_t shown;
+    const record_family_t &of = family.item == family_kind_t::other ? family : record_family_of(family.item);
+    for (size_t i = held.begin_of(of); i < held.end_of(of); ++i) {
+        shown.add(held.item(i));
+    }
+    shown.settle();
+    const json_t document = json_t::parse(write_json(shown));
+    const std::string word = record_command_text(family, nullptr);
+    const json_t items = document.at("items").contains(word) ? document.at("items").at(word) : json_t::array();
+    call.outcome.data = json_t::array();
+    for (const json_t &item : items) {
+        json_t row = json_t::object();
+        for (size_t i = 0; i < family.field_count; ++i) {
+            const std::string_view name = family.fields[i].name;
+            const auto has = [name](const json_t &other) { return other.contains(name); };
+            if (std::any_of(items.begin(), items.end(), has)) row[name] = has(item) ? item.at(name) : json_t();
+        }
+        call.outcome.data.push_back(std::move(row));
+    }
+    return 0;
 }
 
 /** A line for each family that stands alone: its words and what it is for. */
@@ -70,5 +99,7 @@ void add_record_commands(grammar_t &grammar, std::string_view group) {
         for (size_t j = 0; j < family.verb_count; ++j) {
             add_verb(grammar, family, family.verbs[j]);
         }
+        grammar.immediate("show", std::string("Shows what the server holds of: ") + family.noun,
+                          [&family](call_t &call) { return show(call, family); });
     }
 }
