@@ -16,7 +16,7 @@ esac
 
 need_packages "${build_packages[@]}" libgtest-dev ccache "${python_packages[@]}" python3-pytest
 [[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
-  abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux ansible-core
+  abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux zsh fish ansible-core
 
 # What is compiled here is there for the packages, which are built from a copy of the tree.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,pch_defines,time_macros

@@ -33,6 +33,8 @@ expect_owner libfwx-nat64-tools /usr/bin/{natctl,nat64d} /usr/share/man/man1/nat
   /usr/share/doc/libfwx-nat64-tools/protocol.md.gz /usr/share/doc/libfwx-nat64-tools/examples/nat64.natctl
 ldconfig --print-cache | grep -F "libfwx_nat64.so.1 " >/dev/null || fail "the linker's cache is not brought up to date"
 cmp /usr/share/bash-completion/completions/natctl <(natctl completion bash)
+cmp /usr/share/zsh/vendor-completions/_natctl <(natctl completion zsh)
+cmp /usr/share/fish/vendor_completions.d/natctl.fish <(natctl completion fish)
 for example in nat64 mapt settings embedded; do
   natctl batch "/usr/share/doc/libfwx-nat64-tools/examples/$example.natctl" >/dev/null 2>examples.log || fail "$(cat examples.log)"
 done

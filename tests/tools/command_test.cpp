@@ -159,7 +159,7 @@ TEST_F(command_test, completion_offers_what_may_come_next) {
         {"--capture x", ":\n"},
         {"batch exa", ":\n"},
         {"serve --state ''", ":\n"},
-        {"completion ''", "bash\n--help\n"},
+        {"completion ''", "bash\nzsh\nfish\n--help\n"},
     };
     for (const completion_t &completion : completed) {
         EXPECT_EQ(run(std::string("complete ") + completion.line).answers, completion.words) << completion.line;

@@ -82,6 +82,26 @@ TEST_F(list_test, a_list_that_is_too_long_to_be_kept_ends_with_an_error_and_is_s
     EXPECT_GE(std::count(streamed.answers.begin(), streamed.answers.end(), '\n'), 100001);
 }
 
+TEST_F(list_test, sessions_are_those_of_a_prefix_in_a_table_for_a_terminal_or_a_wide_one) {
+    const std::string made =
+        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\n"
+        "dev server sessions generate 40\n";
+    const auto shown = [&](const std::string &walk) { return run("batch -", made + walk + "\n").answers; };
+    const std::string brief = shown("sessions walk --count 7 --inside 2001:db8:64::1f/125 --limit 3");
+    EXPECT_EQ(brief.substr(brief.find("protocol")),
+              "protocol  inside                  pool            destination      state        age_s  remaining_s\n"
+              "tcp       [2001:db8:64::18]:1048  192.0.2.7:1026  198.18.0.24:443  established  0      7440\n"
+              "udp       [2001:db8:64::19]:1049  192.0.2.8:1026  198.18.0.25:443  active       0      300\n"
+              "tcp       [2001:db8:64::1a]:1050  192.0.2.9:1026  198.18.0.26:443  established  0      7440\n");
+    EXPECT_EQ(last_of(made + "sessions walk --count 7 --inside 2001:db8:64::1f/125\n").at("data").size(), 8U);
+    EXPECT_EQ(last_of(made + "sessions walk --inside 2001:db8:64::1f/128\n").at("data").size(), 1U);
+    EXPECT_EQ(last_of(made + "sessions walk --inside 192.0.2.0/24\n").at("data").size(), 0U);
+    EXPECT_EQ(last_of(made + "sessions walk --inside ::/0\n").at("data").size(), 40U);
+    EXPECT_NE(shown("sessions walk --wide --limit 1").find("bytes_in"), std::string::npos);
+    EXPECT_EQ(last_of(made + "sessions walk --inside 2001:db8::/129\n").at("error"),
+              "--inside 2001:db8::/129: must be an address, or a prefix such as 2001:db8::/64");
+}
+
 TEST_F(list_test, a_query_that_is_refused_in_full_length_is_no_empty_list) {
     for (const std::string query :
          {"stats system", "stats interfaces", "stats pools", "stats mappings", "stats limits", "sessions walk"}) {

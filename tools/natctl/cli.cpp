@@ -129,8 +129,10 @@ public:
         command_spec_t &completion =
             root_.command("completion", "Prints what makes a shell complete natctl's commands");
         completion.takes_root_options = false;
-        completion.command("bash", "For bash", [this](const std::string &) { text = bash_completion; })
-            .takes_root_options = false;
+        for (const shell_completion_t &of : shell_completions) {
+            completion.command(of.shell, of.summary, [this, &of](const std::string &) { text = of.script; })
+                .takes_root_options = false;
+        }
     }
 
     /** Returns what is wrong with the words, or an outcome that is ok. */

@@ -129,7 +129,8 @@ private:
 
 }  // namespace
 
-const char bash_completion[] = R"(_natctl() {
+const shell_completion_t shell_completions[] = {
+    {"bash", "For bash", R"(_natctl() {
     local IFS=$'\n'
     COMPREPLY=($(natctl complete "${COMP_WORDS[@]:1:COMP_CWORD}"))
     if [[ ${COMPREPLY[0]-} == : ]]; then
@@ -138,7 +139,30 @@ const char bash_completion[] = R"(_natctl() {
     fi
 }
 complete -F _natctl natctl
-)";
+)"},
+    {"zsh", "For zsh", R"(#compdef natctl
+_natctl() {
+    local -a found
+    found=("${(@f)$(natctl complete "${(@)words[2,CURRENT]}")}")
+    if [[ ${found[1]-} == : ]]; then
+        _files
+    else
+        compadd -a found
+    fi
+}
+compdef _natctl natctl
+)"},
+    {"fish", "For fish", R"(function __natctl
+    set -l found (natctl complete (commandline -opc)[2..-1] (commandline -ct))
+    if test "$found[1]" = :
+        __fish_complete_path (commandline -ct)
+    else
+        printf '%s\n' $found
+    end
+end
+complete -c natctl -f -a '(__natctl)'
+)"},
+};
 
 words_t completions(const command_spec_t &root, const words_t &words) {
     const std::string begun = words.empty() ? "" : words.back();

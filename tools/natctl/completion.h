@@ -1,4 +1,4 @@
-/* What may come next in a command, and what makes bash offer it. */
+/* What may come next in a command, and what makes shells offer it. */
 #ifndef TOOLS_NATCTL_COMPLETION_H
 #define TOOLS_NATCTL_COMPLETION_H
 
@@ -15,7 +15,12 @@ std::vector<std::string> completions(const command_spec_t &root, const std::vect
 
 constexpr char completion_of_files[] = ":";
 
-/** A bash script that has natctl itself complete its command lines. */
-extern const char bash_completion[];
+/** A script that has natctl itself complete its command lines in a shell. */
+struct shell_completion_t {
+    const char *shell; /* `bash` */
+    const char *summary;
+    const char *script;
+};
+extern const shell_completion_t shell_completions[3];
 
 #endif

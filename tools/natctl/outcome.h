@@ -18,16 +18,17 @@ struct outcome_t {
     std::string command; /* empty when none was recognised */
     uint32_t line = 0;   /* of a batch, from 1; 0 outside one */
     status_t status = status_t::ok;
-    uint32_t code = 0;    /* of the library or the server; 0 of an error that is natctl's own */
-    std::string error;    /* why it failed, without the command */
-    std::string note;     /* what a user should know of a success */
-    bool is_cut = false;  /* the list was longer than the user wanted it */
-    uint64_t cookie = 0;  /* where a list that was cut goes on, if that is known */
-    std::string text;     /* the answer where it is shown as a text; empty: as `data` says */
-    bool differs = false; /* a difference was asked for, and there is one: as exit status 1 */
-    bool changes = false; /* what the server holds: to be kept before anybody is told */
-    json_t data;          /* null, an object, or an array of rows with the same keys */
-    json_t messages;      /* null, or what a dry run would have sent: an empty array for nothing */
+    uint32_t code = 0;     /* of the library or the server; 0 of an error that is natctl's own */
+    std::string error;     /* why it failed, without the command */
+    std::string note;      /* what a user should know of a success */
+    bool is_cut = false;   /* the list was longer than the user wanted it */
+    uint64_t cookie = 0;   /* where a list that was cut goes on, if that is known */
+    std::string text;      /* the answer where it is shown as a text; empty: as `data` says */
+    bool is_brief = false; /* as text, the addresses of its sessions and little more */
+    bool differs = false;  /* a difference was asked for, and there is one: as exit status 1 */
+    bool changes = false;  /* what the server holds: to be kept before anybody is told */
+    json_t data;           /* null, an object, or an array of rows with the same keys */
+    json_t messages;       /* null, or what a dry run would have sent: an empty array for nothing */
 
     std::shared_ptr<void> until_told; /* lives as long: what keeps an interrupt from ending the program */
 };

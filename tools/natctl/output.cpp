@@ -48,6 +48,29 @@ std::string csv_text(const json_t &value) {
     return quoted + "\"";
 }
 
+/** Sessions as they fit a terminal: who talks to whom, as which address, and for how long yet. */
+json_t brief_rows(const json_t &sessions) {
+    const auto end_of = [](const json_t &row, const char *address, const char *port) {
+        const std::string host = plain_text(row.at(address));
+        const bool is_ipv6 = host.find(':') != std::string::npos;
+        return (is_ipv6 ? "[" + host + "]:" : host + ':') + plain_text(row.at(port));
+    };
+    json_t rows = json_t::array();
+    for (const json_t &each : sessions) {
+        const json_t session = with_names(each);
+        json_t row = json_t::object();
+        row["protocol"] = session.at("protocol");
+        row["inside"] = end_of(session, "src", "src_port");
+        if (session.contains("pool_addr")) row["pool"] = end_of(session, "pool_addr", "pool_port");
+        row["destination"] = end_of(session, "dst", "dst_port");
+        for (const char *name : {"state", "age_s", "remaining_s"}) {
+            if (session.contains(name)) row[name] = session.at(name);
+        }
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
 }  // namespace
 
 output_t::output_t(format_t format, bool is_list, std::ostream &answers, std::ostream &notes)
@@ -140,12 +163,14 @@ void output_t::print_text(const outcome_t &outcome) {
         answers_ << outcome_label(outcome) << ": nothing to send\n";
         return;
     }
+    const bool is_told = has_streamed && outcome.data.empty() && outcome.messages.is_null();
+    if (is_told) return;
     if (has_answer) print_heading(outcome);
     for (const json_t &message : outcome.messages) {
         answers_ << message_text(message) << '\n' << plain_text(message["hex"]) << '\n';
     }
     if (!has_answer) return;
-    if (outcome.data.is_array()) print_rows(outcome.data);
+    if (outcome.data.is_array()) print_rows(outcome.is_brief ? brief_rows(outcome.data) : outcome.data);
     if (outcome.data.is_object()) print_object(with_names(outcome.data));
 }
 
@@ -236,7 +261,7 @@ void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
     if (is_table_refused_) return;
     if (format_ == format_t::text) {
         if (widths_.empty()) print_heading(of);
-        print_rows(rows);
+        print_rows(of.is_brief ? brief_rows(rows) : rows);
     }
     if (format_ == format_t::csv) print_csv(of, rows);
     if (format_ != format_t::jsonl) return;

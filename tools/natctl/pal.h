@@ -33,6 +33,8 @@ struct list_t {
     uint64_t limit = UINT64_MAX;
     uint64_t rows = 0;
     std::function<uint32_t(call_t &call)> then = nullptr; /* a command of its own behind it, which takes no rows */
+    /** Which entries are rows; null: all are. The server is then not told the limit. */
+    std::function<bool(const wire_message_t &reply, const uint8_t *entry)> takes = nullptr;
 };
 
 /** One run of a command, from its start to its verdict. */
@@ -112,7 +114,8 @@ public:
     /** Sends a query of a list from a cookie on, of which at most so many entries are wanted. */
     using ask_fn_t = std::function<uint32_t(void *pal_ctx, uint64_t cookie, uint64_t wanted)>;
     /** Begins a list of at most `limit` entries. */
-    uint32_t begin_list(call_t &call, uint16_t msgno, uint64_t cookie, uint64_t limit, ask_fn_t ask);
+    uint32_t begin_list(call_t &call, uint16_t msgno, uint64_t cookie, uint64_t limit, ask_fn_t ask,
+                        decltype(list_t::takes) takes = nullptr);
     /** Counts the entries that `ask` asks for, as `matched`, and then starts the command `then`. */
     uint32_t begin_count(call_t &call, uint16_t msgno, ask_fn_t ask, decltype(list_t::then) then);
     const rule_book_t &rules() const { return rules_; }

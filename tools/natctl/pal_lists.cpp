@@ -12,8 +12,9 @@ constexpr uint64_t kept_rows_max = 100000;
 
 }  // namespace
 
-uint32_t pal_t::begin_list(call_t &call, uint16_t msgno, uint64_t cookie, uint64_t limit, ask_fn_t ask) {
-    call.list = list_t{msgno, limit};
+uint32_t pal_t::begin_list(call_t &call, uint16_t msgno, uint64_t cookie, uint64_t limit, ask_fn_t ask,
+                           decltype(list_t::takes) takes) {
+    call.list = list_t{msgno, limit, 0, nullptr, std::move(takes)};
     return start_list(call, cookie, std::move(ask));
 }
 
@@ -24,8 +25,8 @@ uint32_t pal_t::begin_count(call_t &call, uint16_t msgno, ask_fn_t ask, decltype
 }
 
 uint32_t pal_t::start_list(const call_t &call, uint64_t cookie, ask_fn_t ask) {
-    const auto ask_limited = [limit = call.list->limit, ask = std::move(ask)](void *pal_ctx, uint64_t from,
-                                                                              uint64_t taken) {
+    const auto ask_limited = [limit = call.list->takes ? UINT64_MAX : call.list->limit, ask = std::move(ask)](
+                                 void *pal_ctx, uint64_t from, uint64_t taken) {
         return ask(pal_ctx, from, limit - taken);
     };
     const auto on_page = [this, id = call.id](const nat64::page &page) { return paged(id, page); };
@@ -48,8 +49,18 @@ nat64::list_step pal_t::paged(call_id_t id, const nat64::page &page) {
     call->deadline = fwx_host_clock_ms() + options_.timeout_ms;
     const wire_message_t &reply = reply_described(list.msgno, page.value2);
     if (page.bytes / reply.entry_size < page.count) return nat64::list_step::too_short;
-    const auto count = static_cast<uint32_t>(std::min<uint64_t>(page.count, list.limit - list.rows));
-    if (!take_rows(*call, reply, page, count)) {
+    std::vector<uint8_t> taken;
+    nat64::page rows = page;
+    if (list.takes) {
+        const auto *entry = static_cast<const uint8_t *>(page.data);
+        for (uint32_t i = 0; i < page.count; ++i, entry += reply.entry_size) {
+            if (list.takes(reply, entry)) taken.insert(taken.end(), entry, entry + reply.entry_size);
+        }
+        rows.data = taken.data();
+        rows.count = static_cast<uint32_t>(taken.size() / reply.entry_size);
+    }
+    const auto count = static_cast<uint32_t>(std::min<uint64_t>(rows.count, list.limit - list.rows));
+    if (!take_rows(*call, reply, rows, count)) {
         call->outcome.data = nullptr;
         refuse(call->outcome, status_t::refused, 0,
                "more than " + std::to_string(kept_rows_max) +
@@ -57,10 +68,10 @@ nat64::list_step pal_t::paged(call_id_t id, const nat64::page &page) {
         return nat64::list_step::enough;
     }
     const bool goes_on = page.more || page.cookie != 0;
-    const bool is_cut = list.rows == list.limit && (goes_on || count < page.count);
+    const bool is_cut = list.rows == list.limit && (goes_on || count < rows.count);
     if (!is_cut) return nat64::list_step::next;
     call->outcome.is_cut = true;
-    call->outcome.cookie = count == page.count ? page.cookie : 0;
+    call->outcome.cookie = count == rows.count ? page.cookie : 0;
     return nat64::list_step::enough;
 }
 

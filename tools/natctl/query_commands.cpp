@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "fwx_nat64/fwx_nat64.h"
+#include "fwx_nat64/wire.h"
+#include "records/value.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/grammar.h"
 
@@ -113,9 +115,10 @@ bool is_any(const matching_t &matching) {
            is_none(matching.pool_addr);
 }
 
+constexpr const char *inside_option = "--inside,--src";
+
 void matching_fields(command_spec_t &app, matching_t &matching) {
     protocol_field(app, "--protocol", matching.protocol, "only those of this IP protocol");
-    address_field(app, "--inside,--src", matching.src, "only those of this host inside");
     address_field(app, "--dst", matching.dst, "only those with this destination");
     ipv4_field(app, "--pool-address", matching.pool_addr, "only those that are translated to this address");
     number_field(app, "--port", matching.port, "only those with this port, inside, of the pool or of the destination",
@@ -145,7 +148,42 @@ struct walk_t {
     uint64_t cookie;
     uint32_t count = 50;
     uint32_t limit = no_limit;
+    fwx_nat64_addr_t net;   /* the hosts inside whose first bits are these */
+    uint8_t net_length = 0; /* 0: all are */
+    bool is_wide = false;
 };
+
+/** Reads a host inside, or a prefix that many have. */
+std::string read_inside(const std::string &text, walk_t &walk) {
+    const size_t slash = std::min(text.find('/'), text.size());
+    fwx_nat64_addr_t address{};
+    const bool is_address = parse_address(text.substr(0, slash), address);
+    const uint64_t bits = address.family == FWX_NAT64_FAMILY_IPV4 ? 32 : 128;
+    uint64_t length = bits;
+    const bool is_length = slash == text.size() || parse_number(text.substr(slash + 1), length);
+    if (!is_address || !is_length || length > bits) {
+        return record_field_error("--inside", text, "an address, or a prefix such as 2001:db8::/64");
+    }
+    if (length == bits) walk.matching.src = address;
+    if (length == bits) return {};
+    walk.net = address;
+    walk.net_length = static_cast<uint8_t>(length);
+    return {};
+}
+
+/** Whether the host inside of a session, full or not, is one of the walk's. */
+bool is_inside(const wire_message_t &reply, const uint8_t *session, const fwx_nat64_addr_t &net, uint32_t length) {
+    const bool is_full = reply.entry_size == sizeof(fwx_nat64_session_full_t);
+    const size_t at = is_full ? offsetof(fwx_nat64_session_full_t, src) : offsetof(fwx_nat64_session_t, src);
+    fwx_nat64_addr_t host;
+    std::memcpy(&host, session + at, sizeof host);
+    const bool is_ipv4 = net.family == FWX_NAT64_FAMILY_IPV4;
+    if (is_ipv4 != (host.family == FWX_NAT64_FAMILY_IPV4)) return false;
+    if (is_ipv4) return ((network_word(host) ^ network_word(net)) & htonl(UINT32_MAX << (32 - length))) == 0;
+    const uint8_t rest = static_cast<uint8_t>(0xff00U >> length % 8U);
+    return std::memcmp(host.addr, net.addr, length / 8) == 0 &&
+           ((host.addr[length / 8] ^ net.addr[length / 8]) & rest) == 0;
+}
 
 /** The server is told the limit too, so that it need not send what nobody wants. */
 uint32_t ask_walk(void *pal_ctx, const walk_t &walk, uint64_t cookie, uint64_t wanted) {
@@ -154,7 +192,8 @@ uint32_t ask_walk(void *pal_ctx, const walk_t &walk, uint64_t cookie, uint64_t w
     std::memcpy(filter.opaque0, &walk.matching.protocol, sizeof walk.matching.protocol);
     const fwx_nat64_session_where_t where = where_of(walk.matching);
     std::memcpy(filter.opaque60, &where, sizeof where);
-    const uint32_t limit = walk.limit == no_limit ? 0 : static_cast<uint32_t>(wanted);
+    const bool is_whole = walk.limit == no_limit || walk.net_length != 0;
+    const uint32_t limit = is_whole ? 0 : static_cast<uint32_t>(wanted);
     return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, FWX_NAT64_WALK_FULL,
                                     nat64::client::walk_callback, pal_ctx);
 }
@@ -163,8 +202,13 @@ uint32_t start_walk(call_t &call, const walk_t &walk) {
     auto ask = [walk](void *pal_ctx, uint64_t cookie, uint64_t wanted) {
         return ask_walk(pal_ctx, walk, cookie, wanted);
     };
+    const auto takes = [net = walk.net, length = walk.net_length](const wire_message_t &reply, const uint8_t *session) {
+        return is_inside(reply, session, net, length);
+    };
+    call.outcome.is_brief = !walk.is_wide;
     return call.pal.begin_list(call, FWX_NAT64_MSG_SESSION_WALK, walk.cookie,
-                               walk.limit == no_limit ? UINT64_MAX : walk.limit, ask);
+                               walk.limit == no_limit ? UINT64_MAX : walk.limit, ask,
+                               walk.net_length == 0 ? nullptr : decltype(list_t::takes)(takes));
 }
 
 void add_walk(grammar_t &grammar) {
@@ -174,6 +218,11 @@ void add_walk(grammar_t &grammar) {
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
     limit_field(app, walk->limit);
     number_field(app, "--cookie", walk->cookie, "where to go on, 0 for the start");
+    flag_field(app, "--wide", walk->is_wide,
+               "shows all that is known of a session, in a table of more than 100 columns");
+    text_field(
+        app, inside_option, [walk](const std::string &text) { return read_inside(text, *walk); },
+        "only those of this host inside, or of hosts with this prefix", "an address or a prefix");
     matching_fields(app, walk->matching);
 }
 
@@ -217,6 +266,7 @@ void add_clear(grammar_t &grammar) {
                                    "needs an option that says which sessions, or --all to clear every one");
                             return 0U;
                         });
+    address_field(app, inside_option, wanted->matching.src, "only those of this host inside");
     matching_fields(app, wanted->matching);
     std::vector<const option_spec_t *> filters;
     for (const option_spec_t &filter : app.options) {
