@@ -16,7 +16,7 @@ apt-get install -y --no-install-recommends ./packages/*.deb >apt.log 2>&1 || fai
 files >installed
 
 # What stands where, and in which package.
-lib=$(echo /usr/lib/*-linux-gnu)
+lib=/usr/lib/$(gcc -print-multiarch)
 expect_owner() { # PACKAGE FILE...
   local file
   for file in "${@:2}"; do
@@ -101,6 +101,8 @@ wait $daemon
 rm -r /etc/nat64d /var/lib/fwx
 kill $server
 wait $server
+
+"${as_fwx[@]}" bash ./first_hour.sh
 
 # The user stays, and what Python compiled of its own; nothing else.
 apt-get purge -y "${packages[@]}" >apt.log 2>&1 || fail "$(cat apt.log)"
