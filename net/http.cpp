@@ -1,8 +1,10 @@
 #include "net/http.h"
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -12,6 +14,8 @@
 namespace {
 
 constexpr int events_at_once = 32;
+constexpr int64_t least_moved_bytes = 1024; /* that end a silence */
+constexpr uint64_t looks_in_silence = 4;
 constexpr long keepalive_idle_s = 10;
 constexpr long keepalive_interval_s = 5;
 
@@ -61,8 +65,11 @@ http_t::~http_t() {
     if (timer_ != 0) fwx_host_timer_cancel(loop_, timer_);
 }
 
-int http_t::socket_changed(CURL *, curl_socket_t socket, int what, void *self, void *known) {
+int http_t::socket_changed(CURL *easy, curl_socket_t socket, int what, void *self, void *known) {
     auto &http = *static_cast<http_t *>(self);
+    void *transfer = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+    if (transfer != nullptr) static_cast<transfer_t *>(transfer)->socket_ = what == CURL_POLL_REMOVE ? -1 : socket;
     const int epoll = http.sockets_.fd();
     if (what == CURL_POLL_REMOVE) {
         epoll_ctl(epoll, EPOLL_CTL_DEL, socket, nullptr);
@@ -143,7 +150,7 @@ bool http_t::transfer_t::begin() {
     if (is_begun) {
         client_->transfers_.push_back(this);
         is_listed_ = true;
-        if (is_stream_) start_timer();
+        start_timer();
         return true;
     }
     reply_.fault = http_reply_t::fault_t::unsent;
@@ -153,18 +160,50 @@ bool http_t::transfer_t::begin() {
 }
 
 void http_t::transfer_t::start_timer() {
-    const auto rang = [](void *self) {
-        auto &transfer = *static_cast<transfer_t *>(self);
-        http_t &client = *transfer.client_;
-        transfer.timer_ = 0;
-        transfer.reply_.fault = http_reply_t::fault_t::lost;
-        transfer.reply_.reason = "nothing came within " + std::to_string(transfer.request_.timeout_ms) + " ms";
-        transfer.is_over_ = true;
-        transfer.end_transfer();
-        client.make_ready(transfer);
-        client.resume_ready();
-    };
-    timer_ = fwx_host_timer_add(client_->loop_, request_.timeout_ms, rang, this);
+    most_quiet_ms_ = request_.timeout_ms;
+    moved_at_ms_ = fwx_host_clock_ms();
+    set_timer(most_quiet_ms_ / looks_in_silence);
+}
+
+void http_t::transfer_t::set_timer(uint64_t delay_ms) {
+    const auto rang = [](void *self) { static_cast<transfer_t *>(self)->look_for_silence(); };
+    stop_timer();
+    timer_ = fwx_host_timer_add(client_->loop_, delay_ms, rang, this);
+}
+
+/** Bytes that the peer has got or sent. What the kernel still holds has not moved: its buffer takes megabytes at once,
+ * for which a thin line needs half a minute. */
+int64_t http_t::transfer_t::moved_bytes() const {
+    int held = 0;
+    if (socket_ >= 0 && ioctl(socket_, SIOCOUTQ, &held) != 0) held = 0;
+    return static_cast<int64_t>(sent_ + received_) - held;
+}
+
+void http_t::transfer_t::look_for_silence() {
+    timer_ = 0;
+    const uint64_t now_ms = fwx_host_clock_ms();
+    const int64_t moved = moved_bytes();
+    if (moved - moved_ >= least_moved_bytes) {
+        moved_ = moved;
+        moved_at_ms_ = now_ms;
+    }
+    const uint64_t quiet_ms = now_ms - moved_at_ms_;
+    if (quiet_ms < most_quiet_ms_) {
+        return set_timer(std::min(most_quiet_ms_ / looks_in_silence + 1, most_quiet_ms_ - quiet_ms));
+    }
+    http_t &client = *client_;
+    set_fault("nothing came within " + std::to_string(most_quiet_ms_) + " ms");
+    is_over_ = true;
+    end_transfer();
+    client.make_ready(*this);
+    client.resume_ready();
+}
+
+/** Of a request that has not come to its end. */
+void http_t::transfer_t::set_fault(std::string reason) {
+    const bool has_body = !request_.body.empty();
+    reply_.fault = has_body && sent_ == 0 ? http_reply_t::fault_t::unsent : http_reply_t::fault_t::lost;
+    reply_.reason = std::move(reason);
 }
 
 void http_t::transfer_t::stop_timer() {
@@ -222,7 +261,6 @@ bool http_t::transfer_t::set_options() {
     set(CURLOPT_TCP_KEEPIDLE, keepalive_idle_s);
     set(CURLOPT_TCP_KEEPINTVL, keepalive_interval_s);
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.timeout_ms));
-    if (!is_stream_) set(CURLOPT_TIMEOUT_MS, static_cast<long>(request_.timeout_ms));
     set(CURLOPT_SOCKOPTFUNCTION, expect_life);
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     const http_tls_t &tls = client_->tls_;
@@ -262,10 +300,15 @@ size_t http_t::transfer_t::take_body(char *data, size_t size, size_t count, void
     }
     curl_easy_getinfo(transfer.easy_, CURLINFO_RESPONSE_CODE, &transfer.reply_.status);
     transfer.reply_.body.append(data, bytes);
+    transfer.received_ += bytes;
     const bool has_line =
         transfer.is_stream_ && transfer.reply_.status == success && std::memchr(data, '\n', bytes) != nullptr;
     if (!has_line) return bytes;
+    transfer.most_quiet_ms_ = transfer.request_.silence_ms;
+    transfer.moved_ = transfer.moved_bytes();
+    transfer.moved_at_ms_ = fwx_host_clock_ms();
     transfer.stop_timer();
+    if (transfer.most_quiet_ms_ != 0) transfer.set_timer(transfer.most_quiet_ms_);
     transfer.client_->make_ready(transfer);
     return bytes;
 }
@@ -277,9 +320,7 @@ void http_t::transfer_t::finish(CURLcode result) {
     if (reply_.fault == fault_t::too_long) {
         reply_.reason = "the answer is longer than " + std::to_string(request_.most_bytes) + " bytes";
     } else if (result != CURLE_OK) {
-        const bool has_body = !request_.body.empty();
-        reply_.fault = has_body && sent_ == 0 ? fault_t::unsent : fault_t::lost;
-        reply_.reason = error_[0] != '\0' ? error_ : curl_easy_strerror(result);
+        set_fault(error_[0] != '\0' ? error_ : curl_easy_strerror(result));
     }
     end_transfer();
     client_->make_ready(*this);

@@ -2,6 +2,9 @@
  * HTTP requests on a loop, for those who co_await: a POST and its reply, or a reply that comes line by line for as long
  * as it is wanted. No request blocks, and nothing here has a thread of its own.
  *
+ * A deadline is for silence, because a long body takes its time on a thin line: as long as the peer acknowledges what
+ * is sent, or sends, a request goes on. A peer that only trickles does not count as one that does.
+ *
  * Only http and https are spoken, without redirects and without a proxy of the environment. A server's certificate must
  * be signed by the authority that is given and bear the host's name.
  *
@@ -34,7 +37,8 @@ struct http_request_t {
     std::string url;
     std::string body;
     std::vector<std::string> headers; /* `Authorization: x`, beside the content's type, which is JSON */
-    uint64_t timeout_ms = 5000;       /* from its start to the reply's end; of a stream, to its first line */
+    uint64_t timeout_ms = 5000;       /* longest time in which less than a KiB moves; of a stream, to its first line */
+    uint64_t silence_ms = 0;          /* of a stream behind that, longest time without a line; 0: there is none */
     size_t most_bytes = 1U << 20;     /* of the reply's body; of a stream, of what has come and is not taken */
     bool is_repeatable = false;       /* nothing is lost when it is carried out twice */
 };
@@ -114,7 +118,11 @@ private:
     static int rewind_body(void *self, curl_off_t offset, int origin);
     bool set_options();
     void start_timer();
+    void set_timer(uint64_t delay_ms);
     void stop_timer();
+    void look_for_silence();
+    int64_t moved_bytes() const;
+    void set_fault(std::string reason);
     void end_transfer();
     void leave();
     void finish(CURLcode result);
@@ -122,8 +130,13 @@ private:
     CURL *easy_ = nullptr;
     curl_slist *headers_ = nullptr;
     char error_[CURL_ERROR_SIZE] = "";
-    size_t sent_ = 0;    /* bytes of the request's body that were taken */
-    uint64_t timer_ = 0; /* of a stream's first line; 0: none */
+    size_t sent_ = 0;            /* bytes of the request's body that were taken */
+    int socket_ = -1;            /* that curl uses for it now; -1: none */
+    size_t received_ = 0;        /* bytes of the reply's body */
+    uint64_t timer_ = 0;         /* of the next look for silence; 0: none */
+    uint64_t most_quiet_ms_ = 0; /* that there may be now */
+    int64_t moved_ = 0;          /* bytes that had moved, when that was seen last */
+    uint64_t moved_at_ms_ = 0;
     bool is_stream_;
     bool is_listed_ = false; /* the client knows it */
     bool is_over_ = false;

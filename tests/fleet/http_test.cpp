@@ -1,0 +1,124 @@
+/* Requests on a thin line, which the test plays: a second passes each time that it lets some bytes through. */
+#include "net/http.h"
+
+#include <gtest/gtest.h>
+
+#include "fwx_host/adapter.hpp"
+#include "tests/fleet/etcd_process.h"
+
+namespace {
+
+namespace nat64 = fwx::nat64;
+
+using fault_t = http_reply_t::fault_t;
+
+class thin_line_test : public testing::Test {
+protected:
+    thin_line_test() {
+        const int small = 16384; /* what the peer has not read stays with the sender */
+        setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        sockaddr_in address = loopback(0);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr *>(&address), size), 0);
+        EXPECT_EQ(listen(listener_, 1), 0);
+        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &size);
+        request_.url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        request_.most_bytes = 8U << 20;
+        fwx_host_clock_turn(0);
+    }
+    ~thin_line_test() override {
+        fwx_host_clock_run();
+        close(peer_);
+        close(listener_);
+    }
+
+    void begin() {
+        reply_.emplace(post());
+        reply_->start();
+        ASSERT_TRUE(eventually([&] {
+            fwx_host_loop_run_once(loop_, 5);
+            peer_ = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+            return peer_ >= 0;
+        }));
+    }
+    /** Whether the request is over, a second later. */
+    bool is_over() {
+        fwx_host_clock_turn(1000);
+        fwx_host_loop_run_until_idle(loop_);
+        return reply_->done();
+    }
+    /** Takes so many bytes of what is sent, within this second. */
+    void take(size_t count) const {
+        std::string room(count, '\0');
+        EXPECT_TRUE(eventually([&] {
+            fwx_host_loop_run_until_idle(loop_);
+            const ssize_t size = read(peer_, room.data(), count);
+            count -= size > 0 ? static_cast<size_t>(size) : 0;
+            return count == 0;
+        }));
+    }
+    void give(const std::string &text) const {
+        EXPECT_EQ(send(peer_, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+    }
+
+    const fwx::host::loop loop_;
+    http_request_t request_; /* with a deadline of 5 s */
+    int peer_ = -1;
+    std::optional<nat64::task<http_reply_t>> reply_;
+
+private:
+    nat64::task<http_reply_t> post() {
+        http_t::post_t sent = http_.post(request_);
+        co_return co_await sent;
+    }
+
+    const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    http_t http_{loop_, {}};
+};
+
+TEST_F(thin_line_test, a_long_body_may_take_longer_than_the_deadline) {
+    request_.body.assign(3U << 20, 'x');
+    begin();
+    for (int i = 0; i < 24; ++i) {
+        ASSERT_FALSE(is_over()) << i << reply_->get().reason;
+        take(128U << 10);
+    }
+    give("HTTP/1.1 200 x\r\nContent-Length: 20480\r\n\r\n");
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_FALSE(is_over());
+        give(std::string(2048, 'y'));
+    }
+    EXPECT_TRUE(is_over());
+    EXPECT_EQ(reply_->get().body.size(), 20480U);
+}
+
+TEST_F(thin_line_test, a_peer_that_takes_nothing_more_or_trickles_is_given_up) {
+    request_.body.assign(8U << 20, 'x');
+    begin();
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_FALSE(is_over());
+        take(64U << 10);
+    }
+    int seconds = 0;
+    while (seconds < 20 && !is_over()) {
+        ++seconds;
+    }
+    EXPECT_LE(seconds, 7);
+    ASSERT_TRUE(reply_->done());
+    const http_reply_t deaf = reply_->get();
+    EXPECT_EQ(deaf.fault, fault_t::lost);
+    EXPECT_EQ(deaf.reason, "nothing came within 5000 ms");
+    close(peer_);
+
+    request_.body = "x";
+    begin();
+    give("HTTP/1.1 200 x\r\nContent-Length: 20480\r\n\r\n");
+    for (seconds = 0; seconds < 20 && !is_over(); ++seconds) {
+        give("y");
+    }
+    EXPECT_LE(seconds, 5);
+    ASSERT_TRUE(reply_->done());
+    EXPECT_EQ(reply_->get().fault, fault_t::lost);
+}
+
+}  // namespace
