@@ -12,8 +12,9 @@ constexpr size_t least_batch_bytes = 32U << 10; /* of chunks that are fetched at
 constexpr size_t first_batch_bytes = 64U << 10;
 constexpr size_t most_batch_bytes = 1U << 20;
 constexpr size_t most_batch_chunks = 64;
-/* The next batch is twice as long after an answer that came this soon, and half as long after one that took this long:
- * a store that many ask at once gets to each before they give up. */
+/* The next batch is twice as long after an answer that took at most this much longer than the quickest one, and half as
+ * long after one that took this much longer: a store that many ask at once gets to each before they give up. What the
+ * quickest one took is the way to the store, which a shorter batch does not shorten. */
 constexpr uint64_t soon_ms = 500;
 constexpr uint64_t late_ms = 1500;
 constexpr int most_late = 3; /* answers that do not come, until it is given up */
@@ -81,7 +82,8 @@ etcd_t::reply_t<std::optional<manifest_t>> read_version(etcd_t &etcd, fleet_keys
 nat64::task<etcd_error_t> fetch_chunks(etcd_t &etcd, fleet_keys_t keys, std::vector<chunk_t> chunks,
                                        take_chunk_fn_t take) {
     size_t batch_bytes = first_batch_bytes;
-    int late = 0; /* answers that did not come, one behind the other */
+    uint64_t quickest_ms = UINT64_MAX; /* time of an answer */
+    int late = 0;                      /* answers that did not come, one behind the other */
     for (size_t next = 0; next < chunks.size();) {
         const std::vector<std::string> batch = batch_of(keys, chunks, next, batch_bytes);
         const uint64_t asked_at_ms = fwx_host_clock_ms();
@@ -94,8 +96,10 @@ nat64::task<etcd_error_t> fetch_chunks(etcd_t &etcd, fleet_keys_t keys, std::vec
         if (got.error) co_return got.error;
         late = 0;
         const uint64_t time_ms = fwx_host_clock_ms() - asked_at_ms;
-        if (time_ms <= soon_ms) batch_bytes = std::min(2 * batch_bytes, most_batch_bytes);
-        if (time_ms >= late_ms) batch_bytes = std::max(batch_bytes / 2, least_batch_bytes);
+        quickest_ms = std::min(quickest_ms, time_ms);
+        const uint64_t more_ms = time_ms - quickest_ms;
+        if (more_ms <= soon_ms) batch_bytes = std::min(2 * batch_bytes, most_batch_bytes);
+        if (more_ms >= late_ms) batch_bytes = std::max(batch_bytes / 2, least_batch_bytes);
         size_t found = 0;
         for (const std::string &key : batch) {
             const bool is_there = found < got.value.entries.size() && got.value.entries[found].key == key;

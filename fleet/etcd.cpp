@@ -44,8 +44,13 @@ http_request_t etcd_t::request_of(const call_t &call) const {
 http_request_t etcd_t::watch_request_of(const std::string &key, int64_t revision) const {
     json_t create = range_json(key);
     create["start_revision"] = std::to_string(revision);
+    create["progress_notify"] = true;
     const json_t body = {{"create_request", std::move(create)}};
-    return request_of({"watch", body.dump()});
+    http_request_t request = request_of({"watch", body.dump()});
+    /* A member that has lost the others ends the watch then: it would never hear of another event. */
+    request.headers.push_back("Grpc-Metadata-hasleader: true");
+    request.silence_ms = options_.watch_silence_ms;
+    return request;
 }
 
 nat64::task<etcd_error_t> etcd_t::sign_in() {
@@ -101,10 +106,22 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
 }
 
 etcd_t::reply_t<etcd_range_t> etcd_t::get(std::string key, int64_t revision) {
-    etcd_result_t<etcd_range_t> result;
     json_t body = range_json(key);
     if (revision != 0) body["revision"] = std::to_string(revision);
-    call_t request{"kv/range", body.dump()};
+    return get_range(body.dump());
+}
+
+etcd_t::reply_t<int64_t> etcd_t::mod_revision_of(std::string key) {
+    json_t body = range_json(key);
+    body["keys_only"] = true;
+    const etcd_result_t<etcd_range_t> got = co_await get_range(body.dump());
+    const bool is_there = !got.error && !got.value.entries.empty();
+    co_return {is_there ? got.value.entries.front().mod_revision : 0, got.error};
+}
+
+etcd_t::reply_t<etcd_range_t> etcd_t::get_range(std::string body) {
+    etcd_result_t<etcd_range_t> result;
+    call_t request{"kv/range", std::move(body)};
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
     if (result.error) co_return result;
@@ -144,6 +161,7 @@ etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values)
     body["range_end"] = to_base64(end_of_prefix(prefix));
     body["limit"] = std::to_string(options_.page);
     body["keys_only"] = !with_values;
+    size_t bytes = 0;
     for (bool has_more = true; has_more;) {
         call_t request{"kv/range", body.dump()};
         const answer_t answer = co_await call(std::move(request));
@@ -154,8 +172,14 @@ etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values)
         has_more = answer.json["more"] == true;
         const bool is_endless = has_more && entries.size() == before;
         if (is_endless) fault = "more: must come with entries";
+        for (size_t i = before; i < entries.size(); ++i) {
+            bytes += sizeof entries[i] + entries[i].key.size() + entries[i].value.size();
+        }
         if (entries.size() > options_.most_entries) {
             fault = "more than " + std::to_string(options_.most_entries) + " keys begin with " + prefix;
+        } else if (bytes > options_.most_list_bytes) {
+            fault = "the keys that begin with " + prefix + " take more than " +
+                    std::to_string(options_.most_list_bytes) + " bytes";
         }
         if (!fault.empty()) result.error = malformed_answer(endpoint(), fault);
         if (result.error) co_return result;

@@ -97,10 +97,12 @@ struct etcd_event_t {
 };
 
 struct etcd_options_t {
-    uint64_t timeout_ms = 5000;      /* of one request at one endpoint */
-    size_t most_bytes = 16U << 20;   /* of one answer */
-    uint32_t page = 250;             /* most entries of a list that are asked for at once */
-    size_t most_entries = 1U << 20U; /* of a list */
+    uint64_t timeout_ms = 5000;             /* longest silence of one request at one endpoint (http.h) */
+    uint64_t watch_silence_ms = 12 * 60000; /* of a watch: etcd tells of its progress every 10 minutes */
+    size_t most_bytes = 16U << 20;          /* of one answer */
+    uint32_t page = 250;                    /* most entries of a list that are asked for at once */
+    size_t most_entries = 1U << 18;         /* of a list */
+    size_t most_list_bytes = 128U << 20;    /* of the memory that its entries take */
 };
 
 class etcd_t {
@@ -115,9 +117,13 @@ public:
     etcd_t &operator=(const etcd_t &) = delete;
 
     const store_t &store() const { return store_; }
+    /** That answered last, or is asked next. */
+    const std::string &endpoint() const { return store_.endpoints[endpoint_]; }
 
     /** One key, as it is now or was at a revision: no entry when it is not there. */
     reply_t<etcd_range_t> get(std::string key, int64_t revision = 0);
+    /** The revision at which a key was put last; 0: there is no such key. Its value does not come. */
+    reply_t<int64_t> mod_revision_of(std::string key);
     /** Several keys, all at one revision; entries for those that are there, in the order of the keys. At most 100 keys,
      * and an answer of at most 3 MB, as etcd takes no more. */
     reply_t<etcd_range_t> get_all(std::vector<std::string> keys);
@@ -140,10 +146,10 @@ private:
     struct answer_t;
 
     nat64::task<answer_t> call(call_t call);
+    reply_t<etcd_range_t> get_range(std::string body);
     nat64::task<etcd_error_t> sign_in();
     http_request_t request_of(const call_t &call) const;
     http_request_t watch_request_of(const std::string &key, int64_t revision) const;
-    const std::string &endpoint() const { return store_.endpoints[endpoint_]; }
     /** What no error may show. */
     std::vector<std::string> secrets() const { return {store_.password, token_}; }
     void turn() { endpoint_ = (endpoint_ + 1) % store_.endpoints.size(); }
@@ -166,8 +172,9 @@ private:
  *         auto events = co_await watch.next();
  *         if (events.error) break;
  *
- * A connection that has silently died ends it within half a minute. An etcd that stands still does not: who has to
- * notice that asks it something now and then.
+ * A connection that has silently died ends it within half a minute, and so does a member of the store that has lost the
+ * others. A member that stands still does not end it for `watch_silence_ms`. A caller that needs to know sooner asks
+ * the store for something now and then.
  */
 class etcd_watch_t {
 public:
@@ -181,6 +188,8 @@ public:
     etcd_t::reply_t<std::vector<etcd_event_t>> next();
     /** Whether etcd watches: it has said so, and no error has come. */
     bool is_open() const { return is_open_; }
+    /** At which it is open. */
+    const std::string &endpoint() const { return endpoint_; }
 
 private:
     nat64::task<etcd_error_t> open();

@@ -21,6 +21,8 @@ etcd_t::reply_t<std::vector<etcd_event_t>> etcd_watch_t::next() {
     if (must_open) end_ = co_await open();
     while (!end_ && result.value.empty()) {
         end_ = co_await read(result.value);
+        const bool has_lost_it = end_ && is_elsewhere_worth_ && endpoint_ == etcd_.endpoint();
+        if (has_lost_it) etcd_.turn();
     }
     if (end_) {
         is_open_ = false;

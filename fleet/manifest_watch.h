@@ -19,6 +19,8 @@ public:
     /** Awaits the one that is there at first, if there is one, then each time the latest. One that cannot be read is
      * told as read_manifest tells it, and the next one can be awaited; after any other error a new watch is needed. */
     etcd_t::reply_t<manifest_read_t> next();
+    /** Of the store, that tells of the next manifest; empty: none does yet. */
+    std::string endpoint() const { return watch_ ? watch_->endpoint() : ""; }
 
 private:
     etcd_t &etcd_;

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,14 +47,15 @@ inline bool answers_at(uint16_t port) {
 
 class etcd_process_t {
 public:
-    /** `more`: its options beside those that say where it is. `scheme`: https when they say so. */
-    explicit etcd_process_t(std::vector<std::string> more = {}, std::string scheme = "http")
+    /** `more`: its options beside those that say where it is. `scheme`: https when they say so. `peer_port`: where the
+     * other members of its cluster look for it; they may not be there yet. */
+    explicit etcd_process_t(std::vector<std::string> more = {}, std::string scheme = "http", uint16_t peer_port = 0)
         : more_(std::move(more)), scheme_(std::move(scheme)) {
         char name[] = "/tmp/etcd.XXXXXX";
         folder_ = mkdtemp(name);
         for (int tries = 0; tries < 5 && !is_up_; ++tries) { /* somebody else may have taken the ports meanwhile */
             port_ = free_port();
-            peer_port_ = free_port();
+            peer_port_ = peer_port == 0 ? free_port() : peer_port;
             std::filesystem::remove_all(folder_ + "/data");
             start();
         }
@@ -139,6 +141,39 @@ private:
     uint16_t peer_port_ = 0;
     pid_t pid_ = -1;
     bool is_up_ = false;
+};
+
+/** Members that elect a leader among them. */
+class etcd_cluster_t {
+public:
+    explicit etcd_cluster_t(size_t count, const std::vector<std::string> &more = {}) {
+        std::vector<uint16_t> ports;
+        std::string all;
+        for (size_t i = 0; i < count; ++i) {
+            ports.push_back(free_port());
+            all += (i == 0 ? "" : ",") + name(i) + "=http://127.0.0.1:" + std::to_string(ports[i]);
+        }
+        for (size_t i = 0; i < count; ++i) {
+            std::vector<std::string> words = {"--name", name(i), "--initial-cluster", all};
+            words.insert(words.end(), more.begin(), more.end());
+            members_.push_back(std::make_unique<etcd_process_t>(std::move(words), "http", ports[i]));
+        }
+    }
+
+    size_t size() const { return members_.size(); }
+    etcd_process_t &operator[](size_t i) const { return *members_[i]; }
+    std::vector<std::string> places() const {
+        std::vector<std::string> places;
+        for (const auto &member : members_) {
+            places.push_back(member->place());
+        }
+        return places;
+    }
+
+private:
+    static std::string name(size_t i) { return "m" + std::to_string(i); }
+
+    std::vector<std::unique_ptr<etcd_process_t>> members_;
 };
 
 #endif

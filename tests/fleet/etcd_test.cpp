@@ -63,6 +63,22 @@ TEST_F(real_etcd_test, a_list_is_whole_however_many_pages_it_takes) {
     EXPECT_EQ(run(etcd.list("p/", false)).error.kind, kind_t::malformed);
 }
 
+TEST_F(etcd_test, a_list_without_end_is_given_up_and_its_bound_named) {
+    const std::string page = scripted_server_t::answer(
+        200, R"({"header":{"revision":"2"},"more":true,"kvs":[{"key":"cC9h","value":"eA=="}]})");
+    const std::string answers = "the answer is none of etcd's: ";
+    struct case_t {
+        etcd_options_t options;
+        std::string error;
+    };
+    for (const case_t &each : {case_t{{.most_entries = 3}, "more than 3 keys begin with p/"},
+                               {{.most_list_bytes = 300}, "the keys that begin with p/ take more than 300 bytes"}}) {
+        const scripted_server_t server({scripted_server_t::answers_t(100, page)});
+        etcd_t etcd(loop_, store_at({server.place()}), each.options);
+        EXPECT_EQ(run(etcd.list("p/", true)).error.text, "http://" + server.place() + ": " + answers + each.error);
+    }
+}
+
 TEST_F(real_etcd_test, a_lease_takes_its_keys_with_it_when_it_ends) {
     const auto lease = run(etcd_.grant_lease(60));
     ASSERT_NE(lease.value, 0) << lease.error.text;
@@ -90,10 +106,13 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
     EXPECT_TRUE(watch.is_open());
     auto later = watch.next();
     later.start();
-    fwx_host_clock_turn(3600000);
-    fwx_host_loop_run_until_idle(loop_);
-    fwx_host_clock_run();
-    EXPECT_FALSE(later.done()) << "an open watch may be silent for long";
+    const auto stay_silent = [&](uint64_t minutes) {
+        fwx_host_clock_turn(minutes * 60000);
+        fwx_host_loop_run_until_idle(loop_);
+        fwx_host_clock_run();
+    };
+    stay_silent(11);
+    EXPECT_FALSE(later.done()) << "a store tells of its progress every 10 minutes";
     run(etcd_.txn(put("p/a", "2")));
     ASSERT_TRUE(turn_until([&] { return later.done(); }));
     EXPECT_EQ(later.get().value[0].entry.value, "2");
@@ -112,6 +131,32 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
     EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted);
     EXPECT_EQ(run(late.next()).error.kind, kind_t::compacted) << "it stays at its end";
     EXPECT_EQ(run(etcd_.get("p/a", first.value.revision)).error.kind, kind_t::compacted);
+    auto never = watch.next();
+    never.start();
+    stay_silent(12);
+    ASSERT_TRUE(never.done());
+    EXPECT_EQ(never.get().error.kind, kind_t::no_answer);
+}
+
+TEST_F(etcd_test, a_watch_tells_of_progress_and_ends_at_a_member_that_has_lost_the_others) {
+    etcd_cluster_t cluster(2, {"--experimental-watch-progress-notify-interval", "100ms"});
+    etcd_options_t options;
+    options.watch_silence_ms = 60000;
+    etcd_t etcd(loop_, store_at({cluster[0].place(), nowhere()}), options);
+    ASSERT_TRUE(turn_until([&] { return !run(etcd.get("p/a")).error; })) << cluster[0].log();
+    etcd_watch_t watch(etcd, "p/a", 1);
+    auto end = watch.next();
+    end.start();
+    ASSERT_TRUE(turn_until([&] { return watch.is_open(); }));
+    for (int i = 0; i < 3; ++i) {
+        fwx_host_clock_turn(50000);
+        EXPECT_TRUE(turn_until([&] { return fwx_host_loop_next_timeout_ms(loop_) > 50000; })) << "no progress was told";
+    }
+    fwx_host_clock_run();
+    cluster[1].end(SIGKILL);
+    ASSERT_TRUE(turn_until([&] { return end.done(); }));
+    EXPECT_EQ(end.get().error.kind, kind_t::no_answer);
+    EXPECT_EQ(etcd.endpoint(), etcd.store().endpoints[1]) << "the next request goes elsewhere";
 }
 
 TEST_F(real_etcd_test, a_full_store_is_named) {

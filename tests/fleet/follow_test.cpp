@@ -110,6 +110,150 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     EXPECT_TRUE(was_up);
 }
 
+/** A gateway's ear and voice. */
+class listener_t {
+public:
+    listener_t(fwx_host_loop_t *loop, const std::vector<std::string> &places, const std::string &name)
+        : etcd_(loop, store_at(places), {.timeout_ms = 1000}),
+          follower_(loop, etcd_, name, directory_.path(),
+                    {[this](const std::string &text, const std::string &) -> nat64::task<taken_t> {
+                         text_ = text;
+                         co_return taken_t{"its hash", ""};
+                     },
+                     [](const std::string &, const std::string &) {}}),
+          heartbeat_(
+              loop, etcd_, name, [name] { return state_of(name); },
+              [this](const etcd_error_t &error) { follower_.asked(error); }) {
+        follower_.start();
+    }
+
+    void start_heartbeat() { heartbeat_.start(); }
+    store_follower_t &follower() { return follower_; }
+    const store_status_t &status() const { return follower_.status(); }
+    const std::string &text() const { return text_; }
+
+private:
+    static gateway_state_t state_of(const std::string &name) {
+        gateway_state_t state;
+        state.gateway = name;
+        return state;
+    }
+
+    const runtime_directory_t directory_;
+    std::string text_; /* that was taken last */
+    etcd_t etcd_;
+    store_follower_t follower_;
+    gateway_heartbeat_t heartbeat_;
+};
+
+/** Answers of a store. */
+std::string range_answer(const std::string &key, const std::string &value, int revision) {
+    const std::string number = std::to_string(revision);
+    return R"({"header":{"revision":")" + number + R"("},"kvs":[{"key":")" + to_base64(key) + R"(","value":")" +
+           to_base64(value) + R"(","create_revision":"2","mod_revision":")" + number + R"("}]})";
+}
+
+TEST_F(etcd_test, only_a_read_that_equals_what_the_watch_has_told_confirms_it) {
+    const auto ok = [](const std::string &body) { return scripted_server_t::answer(200, body); };
+    const fleet_keys_t keys("p");
+    const std::string text = "pool add --id 1\n";
+    const auto manifest = [&](uint64_t version, int revision) {
+        fleet_document_t document = {version, sha256(text), text.size(), 1, "a@b", "t", "", {name_chunk(text)}};
+        const manifest_t whole{document, std::nullopt, std::nullopt};
+        return ok(range_answer(keys.manifest(), write_manifest(whole, manifest_place_t::current), revision));
+    };
+    const std::string chunk = ok(R"({"succeeded":true,"responses":[{"response_range":)" +
+                                 range_answer(keys.chunk(sha256(text)), text, 2) + "}]}");
+    const std::string watching = "HTTP/1.1 200 x\r\nContent-Length: 1000000\r\n\r\n{\"result\":{\"created\":true}}\n";
+    const auto put_at = [&](int revision) { return ok(range_answer(keys.manifest(), "", revision)); };
+    const std::string refused = scripted_server_t::answer(400, R"({"code":7,"message":"permission denied"})");
+    const scripted_server_t server({{manifest(1, 5), chunk, watching},
+                                    {put_at(5), put_at(7), manifest(2, 7), watching},
+                                    {put_at(7), refused, put_at(7)}},
+                                   true);
+    listener_t listener(loop_, {server.place()}, "g1");
+    store_follower_t &follower = listener.follower();
+    const auto is_watched = [&] {
+        return turn_until([&] { /* nothing else is on the loop then, once curl's timers are over */
+                                fwx_host_clock_turn(10);
+                                return fwx_host_loop_next_timeout_ms(loop_) > 60000;
+        });
+    };
+    ASSERT_TRUE(is_watched()) << listener.status().reason;
+    EXPECT_EQ(listener.text(), text);
+    follower.in_force("its hash");
+    EXPECT_EQ(listener.status().version, 1U);
+    const double read_s = listener.status().confirmed_s;
+    EXPECT_GT(read_s, 0);
+    const auto ask = [&](uint64_t later_ms) {
+        fwx_host_clock_turn(later_ms);
+        follower.asked({});
+    };
+    ask(0);
+    EXPECT_EQ(listener.status().confirmed_s, read_s) << "that somebody else was answered says nothing";
+    ask(20000);
+    ASSERT_TRUE(turn_until([&] { return listener.status().confirmed_s > read_s; })) << "it is the one that was told of";
+
+    ask(20000); /* the watch has not told of the next one */
+    ASSERT_TRUE(turn_until([&] {
+        follower.in_force("its hash");
+        return listener.status().version == 2;
+    }));
+    ASSERT_TRUE(is_watched()) << "again";
+    ask(20000);
+    ASSERT_TRUE(is_watched()) << "and stays so";
+    EXPECT_TRUE(listener.status().is_up);
+    ask(20000);
+    EXPECT_TRUE(turn_until([&] { return !listener.status().is_up; }));
+    EXPECT_NE(listener.status().reason.find("permission denied"), std::string::npos) << listener.status().reason;
+    ask(0); /* one that is not confirmed is asked for at once */
+    EXPECT_TRUE(turn_until([&] { return listener.status().is_up; }));
+    fwx_host_clock_run();
+}
+
+/* All begin at one member, so whatever happens to it happens to all. */
+TEST_F(follow_test, members_of_a_store_that_hang_die_or_are_alone_make_no_gateway_deaf) {
+    const etcd_cluster_t cluster(3);
+    etcd_t writer(loop_, store_at(cluster.places()), {.timeout_ms = 1000});
+    std::string text;
+    const auto publish_next = [&](int version) {
+        text = "pool add --id " + std::to_string(version) + '\n';
+        const manifest_t manifest{document_of(text, static_cast<uint64_t>(version)), std::nullopt, std::nullopt};
+        etcd_txn_t txn = put(keys_.manifest(), write_manifest(manifest, manifest_place_t::current));
+        txn.puts.push_back({keys_.chunk(sha256(text)), text, 0});
+        txn.is_repeatable = true;
+        return turn_until([&] { return !run(writer.txn(txn)).error; });
+    };
+    ASSERT_TRUE(publish_next(1)) << cluster[0].log();
+    std::vector<std::unique_ptr<listener_t>> listeners;
+    for (int i = 0; i < 3; ++i) {
+        listeners.push_back(std::make_unique<listener_t>(loop_, cluster.places(), "g" + std::to_string(i)));
+        listeners.back()->start_heartbeat();
+    }
+    const auto all = [&](auto condition) {
+        return turn_until([&] { return std::all_of(listeners.begin(), listeners.end(), condition); });
+    };
+    const auto hear_it = [&] { return all([&](const auto &each) { return each->text() == text; }); };
+    const auto say_up = [&](bool is_up) {
+        return all([&](const auto &each) { return each->status().is_up == is_up; });
+    };
+    ASSERT_TRUE(hear_it());
+    cluster[0].signal(SIGSTOP);
+    ASSERT_TRUE(publish_next(2));
+    EXPECT_TRUE(hear_it()) << "a member hangs";
+    cluster[0].signal(SIGCONT);
+    cluster[1].end(SIGKILL);
+    ASSERT_TRUE(publish_next(3));
+    EXPECT_TRUE(hear_it()) << "a member is gone";
+    EXPECT_TRUE(say_up(true));
+    cluster[2].signal(SIGSTOP);
+    EXPECT_TRUE(say_up(false)) << "no majority is there";
+    cluster[2].signal(SIGCONT);
+    ASSERT_TRUE(publish_next(4));
+    EXPECT_TRUE(hear_it()) << "a majority is there again";
+    EXPECT_TRUE(say_up(true));
+}
+
 TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given_up) {
     const std::string piece = "pool add --id 1\n";
     const chunk_t chunk = name_chunk(piece);
@@ -130,6 +274,33 @@ TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given
         EXPECT_EQ(error.kind, lost == 2 ? kind_t::none : kind_t::no_answer) << error.text;
         EXPECT_EQ(taken, lost == 2 ? piece : "");
     }
+}
+
+/* Between a request and its answer the clock is turned on. */
+TEST_F(follow_test, a_store_that_is_slow_whatever_it_is_asked_for_is_asked_for_more_at_once) {
+    const std::string text = document_text(20000, 1);
+    const std::vector<std::string_view> pieces = cut_chunks(text);
+    put_chunks(pieces);
+    size_t taken = 0;
+    size_t seen = 0;
+    size_t requests = 1;
+    auto fetch = fetch_chunks(etcd_, keys_, document_of(text, 1).chunks,
+                              [&taken](const chunk_t &, const std::string &) { ++taken; });
+    fetch.start();
+    constexpr uint64_t delay_ms = 2000;
+    fwx_host_clock_turn(delay_ms);
+    ASSERT_TRUE(turn_until([&] {
+        if (!fetch.done() && taken != seen) {
+            ++requests;
+            seen = taken;
+            fwx_host_clock_turn(delay_ms);
+        }
+        return fetch.done();
+    }));
+    fwx_host_clock_run();
+    EXPECT_EQ(fetch.get().text, "");
+    EXPECT_EQ(taken, pieces.size());
+    EXPECT_LE(requests, 8U) << pieces.size() << " chunks";
 }
 
 /* Each pause is waited for until it stands in the loop, and then ended by the clock. */

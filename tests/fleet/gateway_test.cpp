@@ -138,6 +138,9 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     etcd_.end(SIGKILL);
     EXPECT_EQ(push(pools(4)).status, 4);
     EXPECT_TRUE(eventually([] { return !status(0).at("store").value("up", true); })) << status(0).dump();
+    EXPECT_NE(daemons_[0]->get("/healthz").find("in step; the store does not confirm the document: "),
+              std::string::npos);
+    EXPECT_NE(daemons_[0]->get("/metrics").find("\nnat64_store_up 0\n"), std::string::npos);
     /* One that starts now has the store's word of before. */
     daemons_[1]->end(SIGTERM);
     start_daemon(1);

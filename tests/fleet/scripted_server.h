@@ -8,12 +8,13 @@
 #include "tests/fleet/etcd_process.h"
 #include "tests/support/child.h"
 
-/** Each connection gets the next list of answers, one to each request, and ends then; the last one stays open. */
+/** Each connection gets the next list of answers, one to each request, and ends then; the last one stays open. Those of
+ * a server that serves them side by side all stay open. */
 class scripted_server_t {
 public:
     using answers_t = std::vector<std::string>;
 
-    explicit scripted_server_t(const std::vector<answers_t> &connections) {
+    explicit scripted_server_t(const std::vector<answers_t> &connections, bool is_side_by_side = false) {
         const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
@@ -25,7 +26,13 @@ public:
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (write(ready, "", 1) != 1) return;
             for (const answers_t &answers : connections) {
-                serve(listener, answers, &answers == &connections.back());
+                const int fd = accept(listener, nullptr, nullptr);
+                const bool is_others_work = is_side_by_side && fork() != 0;
+                if (!is_others_work) serve(fd, answers, is_side_by_side || &answers == &connections.back());
+                close(fd);
+                if (is_side_by_side && !is_others_work) return;
+            }
+            while (is_side_by_side && wait(nullptr) > 0) {
             }
         });
         close(listener);
@@ -40,8 +47,7 @@ public:
     }
 
 private:
-    static void serve(int listener, const answers_t &answers, bool stays) {
-        const int fd = accept(listener, nullptr, nullptr);
+    static void serve(int fd, const answers_t &answers, bool stays) {
         for (const std::string &text : answers) {
             take_request(fd);
             for (size_t sent = 0; sent < text.size();) {
@@ -53,7 +59,6 @@ private:
         char room[4096];
         while (stays && read(fd, room, sizeof room) > 0) {
         }
-        close(fd);
     }
     /** Its head and its body. */
     static void take_request(int fd) {

@@ -55,12 +55,7 @@ daemon_t::daemon_t(const daemon_options_t &options)
                   [this] { changed(); }),
       control_(loop_, [this](const std::string &word, control_t::reply_fn_t reply) { asked(word, std::move(reply)); }),
       web_(
-          loop_, [this] { make_metrics(); },
-          [this]() -> web_t::page_t {
-              const daemon_status_t &status = supervisor_.status();
-              return status.is_in_step ? web_t::page_t{MHD_HTTP_OK, "in step\n"}
-                                       : web_t::page_t{MHD_HTTP_SERVICE_UNAVAILABLE, clean_line(status.reason) + '\n'};
-          }) {
+          loop_, [this] { make_metrics(); }, [this] { return health(); }) {
     fwx_host_sync_timeout_set_ms(sync_timeout_ms);
     fwx_host_debug_sink_set(debug_written, nullptr);
     fwx_host_debug_level_set(FWX_NAT64_DEBUG_MODULE, options.debug_level);
@@ -214,6 +209,16 @@ void daemon_t::changed() {
     if (text == said_) return;
     tell_service_manager((said_.empty() ? "READY=1\n" : "") + text);
     said_ = text;
+}
+
+/** A store that is away is no reason to take a gateway out of service: it has what it had. */
+web_t::page_t daemon_t::health() const {
+    const daemon_status_t &status = supervisor_.status();
+    const bool is_unconfirmed = store_ && !store_->status().is_up;
+    std::string text = status.is_in_step ? "in step" : status.reason;
+    if (is_unconfirmed) text += "; the store does not confirm the document: " + store_->status().reason;
+    const unsigned code = status.is_in_step ? MHD_HTTP_OK : MHD_HTTP_SERVICE_UNAVAILABLE;
+    return {code, clean_line(text) + '\n'};
 }
 
 void daemon_t::make_metrics() {

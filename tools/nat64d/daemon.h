@@ -40,6 +40,7 @@ private:
     void asked(const std::string &word, control_t::reply_fn_t reply);
     std::string status_text() const;
     void changed();
+    web_t::page_t health() const;
     void make_metrics();
     void finish_metrics(const scrape_t &server);
     nat64::task<> scrape_server();

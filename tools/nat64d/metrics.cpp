@@ -86,11 +86,12 @@ void add_document(families_t &to, const daemon_status_t &status) {
 }
 
 void add_store(families_t &to, const store_status_t &store) {
-    to.gauge("nat64_store_up", "Whether the store that the document comes from answers.").value(store.is_up);
+    to.gauge("nat64_store_up", "Whether the store answers, and has confirmed which document this gateway is to hold.")
+        .value(store.is_up);
     to.gauge("nat64_store_version", "Version of the document in force in the store, 0 when it is none of it.")
         .value(store.version);
     to.gauge("nat64_store_confirmed_timestamp_seconds",
-             "When the store last said which document this gateway is to hold, 0 when it has not since the start.")
+             "When the store last confirmed which document this gateway is to hold, 0 when it has not since the start.")
         .value(store.confirmed_s);
 }
 

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <set>
 
-#include "fleet/manifest_watch.h"
 #include "fwx_host/adapter.hpp"
 #include "net/jitter.h"
 #include "state/read_file.h"
@@ -18,6 +17,7 @@ constexpr uint64_t first_pause_ms = 500; /* after a failure; twice as long each 
 constexpr uint64_t last_pause_ms = 5000;
 constexpr uint64_t steady_ms = 5000;  /* a watch that has lasted so long has not failed at once */
 constexpr uint32_t most_failures = 3; /* of others, until the watch is taken for dead */
+constexpr uint64_t check_ms = 15000;  /* between checks of what the watch has told */
 
 std::string name_of(const fleet_document_t &document) {
     return document.version == 0 ? "manifest" : "version " + std::to_string(document.version);
@@ -54,7 +54,8 @@ store_follower_t::store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::str
 }
 
 void store_follower_t::start() {
-    is_watching_ = false;
+    is_watching_ = is_bringing_ = false;
+    failures_ = 0;
     run_.emplace(run());
     run_->start();
 }
@@ -70,7 +71,7 @@ nat64::task<> store_follower_t::run() {
         const uint64_t begin_ms = fwx_host_clock_ms();
         const etcd_error_t error = co_await follow();
         const bool was_steady = is_watching_ && fwx_host_clock_ms() - begin_ms >= steady_ms;
-        is_watching_ = false;
+        is_watching_ = is_bringing_ = false;
         const bool is_there = error.kind == kind_t::malformed || error.kind == kind_t::compacted;
         if (!is_there) lose(error.text);
         if (!offered_) co_await read_kept();
@@ -89,15 +90,18 @@ void store_follower_t::lose(const std::string &reason) {
 
 /** Until something goes wrong. */
 nat64::task<etcd_error_t> store_follower_t::follow() {
-    manifest_watch_t watch(etcd_, keys_);
-    for (;;) {
-        const etcd_result_t<manifest_read_t> read = co_await watch.next();
+    watch_.emplace(etcd_, keys_);
+    for (bool is_first = true;; is_first = false) {
+        const etcd_result_t<manifest_read_t> read = co_await watch_->next();
         const bool is_unreadable = read.error && read.value.mod_revision != 0;
         if (read.error && !is_unreadable) co_return read.error;
-        confirm();
+        told_revision_ = read.value.mod_revision;
+        if (is_first) confirm(); /* it was read, and not told by a watch */
         etcd_error_t error;
         if (is_unreadable) refuse({}, read.error.text);
+        is_bringing_ = true;
         if (read.value.manifest) error = co_await bring(read.value.manifest->document_for(gateway_));
+        is_bringing_ = false;
         if (error) co_return error;
         is_watching_ = true;
     }
@@ -199,14 +203,41 @@ void store_follower_t::confirm() {
     status_.is_up = true;
     status_.reason.clear();
     status_.confirmed_s = seconds_now();
+    check_at_ms_ = fwx_host_clock_ms() + jitter(check_ms);
 }
 
-/** A watch that is silent may be dead. */
 void store_follower_t::asked(const etcd_error_t &error) {
     using kind_t = etcd_error_t::kind_t;
     const bool is_away = error.kind == kind_t::unreachable || error.kind == kind_t::no_answer;
     failures_ = is_away ? failures_ + 1 : 0;
-    if (is_away && is_watching_) lose(error.text);
-    if (!error && is_watching_) confirm();
-    if (failures_ == most_failures && is_watching_) start();
+    if (!is_watching_) return;
+    if (is_away) lose(error.text);
+    const bool must_wait = is_bringing_ || (check_ && !check_->done());
+    if (must_wait) return;
+    const std::string place = watch_->endpoint();
+    const bool has_moved = !place.empty() && place != etcd_.endpoint();
+    if (has_moved) return reopen(place + " has not answered others");
+    if (failures_ >= most_failures) return reopen(error.text);
+    const bool is_due = !status_.is_up || fwx_host_clock_ms() >= check_at_ms_;
+    if (is_away || !is_due) return;
+    check_.emplace(check());
+    check_->start();
+}
+
+/** Compares what the watch has told with what the store says. */
+nat64::task<> store_follower_t::check() {
+    const etcd_result_t<int64_t> put = co_await etcd_.mod_revision_of(keys_.manifest());
+    if (!is_watching_) co_return;
+    if (put.error) {
+        lose(put.error.text);
+    } else if (put.value == told_revision_) {
+        confirm();
+    } else if (!is_bringing_) {
+        reopen("the store has another manifest than the watch has told of");
+    }
+}
+
+void store_follower_t::reopen(const std::string &reason) {
+    log_event(log_level_t::warning, "watch_reopened", {{"reason", reason}});
+    start();
 }

@@ -3,6 +3,10 @@
  * next, and begins anew when the store was away or has forgotten what the watch would need. Whatever is wrong with the
  * store, or with what stands there, changes nothing here.
  *
+ * A watch that is silent may be deaf: its member of the store hangs, or has lost the others. So the store is asked now
+ * and then at which revision the manifest was put. Only an answer that equals what the watch has told confirms that
+ * this gateway knows what it is to hold.
+ *
  * The last document that came into force is kept on disk. It is what a start without the store begins with, and chunks
  * that it has are not fetched again.
  */
@@ -16,6 +20,7 @@
 
 #include "fleet/document_store.h"
 #include "fleet/etcd.h"
+#include "fleet/manifest_watch.h"
 #include "tools/nat64d/store_status.h"
 
 /** What became of a text that was handed over. */
@@ -44,7 +49,7 @@ public:
     void in_force(const std::string &hash);
     /** It has refused one. */
     void refused(const std::string &hash, const std::string &reason);
-    /** Somebody else has asked the store for something, and this came of it. */
+    /** Somebody else has asked the store for something, and this came of it. To be called every few seconds. */
     void asked(const etcd_error_t &error);
 
     const store_status_t &status() const { return status_; }
@@ -60,6 +65,8 @@ private:
 
     nat64::task<> run();
     nat64::task<etcd_error_t> follow();
+    nat64::task<> check();
+    void reopen(const std::string &reason);
     nat64::task<etcd_error_t> bring(fleet_document_t document);
     void lose(const std::string &reason);
     nat64::task<> read_kept();
@@ -80,8 +87,13 @@ private:
     fleet_document_t held_;
     store_status_t status_;
     bool must_hand_over_ = false;
-    bool is_watching_ = false; /* the store tells of the next document */
-    uint32_t failures_ = 0;    /* of others' requests, one behind the other */
+    bool is_watching_ = false;  /* the store tells of the next document */
+    bool is_bringing_ = false;  /* a document is fetched or handed over; the watch is not read meanwhile */
+    uint32_t failures_ = 0;     /* of others' requests, one behind the other */
+    int64_t told_revision_ = 0; /* of the manifest that the watch told of last; 0: there is none */
+    uint64_t check_at_ms_ = 0;  /* by the platform's clock */
+    std::optional<manifest_watch_t> watch_;
+    std::optional<nat64::task<>> check_; /* on its way, or the last one */
     std::optional<nat64::task<>> run_;
 };
 
