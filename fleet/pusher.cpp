@@ -41,6 +41,15 @@ bool says_the_same(const std::optional<manifest_t> &before, const manifest_t &no
     return before && before->document.hash == now.document.hash && before->stage == now.stage;
 }
 
+/** ` (a, b)`; empty of none. */
+std::string in_brackets(const std::vector<std::string> &texts) {
+    std::string all;
+    for (const std::string &text : texts) {
+        all += (all.empty() ? " (" : ", ") + text;
+    }
+    return all.empty() ? "" : all + ')';
+}
+
 void sort_names(std::optional<stage_t> &stage) {
     if (!stage) return;
     std::vector<std::string> &names = stage->gateways;
@@ -140,23 +149,23 @@ nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> ve
     etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
     result.error = before.error;
     if (result.error) co_return result;
-    const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
-    result.error = history.error;
-    if (result.error) co_return result;
-    const uint64_t in_force = before.value.manifest ? before.value.manifest->document.version : 0;
-    uint64_t wanted = version.value_or(0);
-    for (const uint64_t each : versions_of(history.value.entries, keys_)) {
-        if (!version && each < in_force) wanted = each;
+    if (version) {
+        etcd_result_t<std::optional<manifest_t>> older = co_await read_version(etcd_, keys_, *version);
+        result.error = older.error;
+        if (older.value) result.manifest.document = std::move(older.value->document);
+    } else {
+        manifest_t in_force = before.value.manifest.value_or(manifest_t{});
+        result.error = co_await choose_older(std::move(in_force), result);
     }
-    etcd_result_t<std::optional<manifest_t>> older = co_await read_version(etcd_, keys_, wanted);
-    result.error = older.error;
     if (result.error) co_return result;
-    if (!older.value) {
-        result.refused = version ? "version " + std::to_string(wanted) + " is not kept, see fleet history"
-                                 : "there is no version before the one in force";
+    fleet_document_t &document = result.manifest.document;
+    result.back_to = document.version;
+    if (result.back_to == 0) {
+        result.refused = version ? "version " + std::to_string(*version) + " is not kept, see fleet history"
+                                 : "there is no version before the one in force" + in_brackets(result.skipped);
         co_return result;
     }
-    fleet_document_t &document = result.manifest.document = std::move(older.value->document);
+    const uint64_t wanted = result.back_to;
     document.note = "rollback to " + std::to_string(wanted);
     const etcd_result_t<std::vector<size_t>> missing = co_await find_missing(document.chunks);
     result.error = missing.error;
@@ -167,6 +176,40 @@ nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> ve
     }
     if (!result.error) co_await publish_and_collect(std::move(before.value), result);
     co_return result;
+}
+
+/** Says in the result which document to go back to, if there is one. While a stage is in force, the first choice is the
+ * document that the gateways outside of it hold. */
+nat64::task<etcd_error_t> pusher_t::choose_older(manifest_t in_force, push_result_t &result) {
+    const auto takes = [&](const manifest_t &older) {
+        const bool is_same = older.document.hash == in_force.document.hash;
+        const bool is_good = !older.stage && !is_same;
+        if (is_good) result.manifest.document = older.document;
+        if (!is_good) {
+            result.skipped.push_back("version " + std::to_string(older.document.version) +
+                                     (older.stage ? " is for " + stage_text(*older.stage) : " has the same document"));
+        }
+        return is_good;
+    };
+    uint64_t before = in_force.document.version;
+    if (before == 0) before = UINT64_MAX;
+    if (in_force.base) {
+        if (takes({*in_force.base, std::nullopt, std::nullopt})) co_return etcd_error_t{};
+        before = in_force.base->version;
+    }
+    const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
+    if (history.error) co_return history.error;
+    std::vector<uint64_t> versions = versions_of(history.value.entries, keys_);
+    std::reverse(versions.begin(), versions.end());
+    for (const uint64_t version : versions) {
+        if (version >= before) continue;
+        const etcd_result_t<std::optional<manifest_t>> older = co_await read_version(etcd_, keys_, version);
+        const bool is_unreadable = older.error.kind == kind_t::malformed;
+        if (is_unreadable) result.skipped.push_back("version " + std::to_string(version) + " cannot be read");
+        if (older.error && !is_unreadable) co_return older.error;
+        if (older.value && takes(*older.value)) break;
+    }
+    co_return etcd_error_t{};
 }
 
 nat64::task<> pusher_t::publish_and_collect(manifest_read_t before, push_result_t &result) {

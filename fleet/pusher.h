@@ -33,6 +33,8 @@ struct push_result_t {
     etcd_error_t error;      /* nothing is in force that was not before, unless is_changed */
     std::string refused;     /* why it was not even tried: somebody else pushes, no such version; empty: it was */
     std::string uncollected; /* what is in force is, but the collector could not do its work; empty: it could */
+    uint64_t back_to = 0;    /* of a rollback, the version whose document is in force again */
+    std::vector<std::string> skipped; /* of one without a number, the versions that it passed over, and why */
 };
 
 class pusher_t {
@@ -43,7 +45,8 @@ public:
     /* One at a time. */
 
     nat64::task<push_result_t> push(push_wish_t wish);
-    /** Makes a new version, for all, of an older one; without a number of the one before that in force. */
+    /** Makes a new version, for all, of an older one; without a number of the newest one before that in force which was
+     * for all and has another document. */
     nat64::task<push_result_t> roll_back(std::optional<uint64_t> version);
     /** What push would do, as things are now: writes nothing, and takes no lock. */
     nat64::task<push_result_t> check(push_wish_t wish);
@@ -62,6 +65,7 @@ private:
     nat64::task<push_result_t> under_lock(nat64::task<push_result_t> work);
     nat64::task<push_result_t> push_locked(push_wish_t wish);
     nat64::task<push_result_t> roll_back_locked(std::optional<uint64_t> version);
+    nat64::task<etcd_error_t> choose_older(manifest_t in_force, push_result_t &result);
     nat64::task<> publish_and_collect(manifest_read_t before, push_result_t &result);
     etcd_t::reply_t<std::vector<size_t>> find_missing(std::vector<chunk_t> chunks);
     nat64::task<etcd_error_t> delete_all(std::vector<std::string> keys, push_result_t &result);

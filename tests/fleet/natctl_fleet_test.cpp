@@ -74,6 +74,11 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
          ""},
         {"rollback 1", 0, "fleet rollback: ok, version 4, 0 of 1 chunk put\n", ""},
         {"rollback 9", 1, "", "natctl: fleet rollback: version 9 is not kept, see fleet history\n"},
+        {"rollback", 1, "",
+         "natctl: fleet rollback: there is no version before the one in force (version 3 is for 10 % of the gateways, "
+         "version 2 is for gateways fra1, fra2, version 1 has the same document)\n"},
+        {"push " + second_, 0, "fleet push: ok, version 5, 0 of 2 chunks put\n", ""},
+        {"rollback", 0, "fleet rollback: ok, version 6, 0 of 1 chunk put, back to version 4, the one before\n", ""},
     };
     for (const case_t &each : cases) {
         const run_t got = run("fleet " + each.command);
@@ -82,12 +87,15 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
         EXPECT_EQ(got.notes, each.notes) << each.command;
     }
     const json_t rows = json("history").at("data");
-    ASSERT_EQ(rows.size(), 4U);
+    ASSERT_EQ(rows.size(), 6U);
     EXPECT_EQ(rows[2].at("stage"), "10 % of the gateways");
     EXPECT_EQ(rows[3].at("note"), "rollback to 1");
-    EXPECT_EQ(rows[3].at("in_force"), true);
+    EXPECT_EQ(rows[5].at("in_force"), true);
     EXPECT_EQ(rows[1].at("in_force"), false);
     EXPECT_EQ(json("push " + second_).at("data").at("document"), hash_of(second));
+    const json_t back = json("rollback").at("data");
+    EXPECT_EQ(back.at("back_to"), 6);
+    EXPECT_EQ(back.at("skipped").size(), 0U);
 }
 
 TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {
@@ -138,19 +146,19 @@ TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {
     process_.signal(SIGCONT);
 }
 
-TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_there_and_meant) {
+TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
     ASSERT_EQ(run("fleet push " + first_).status, 0);
     EXPECT_EQ(run("fleet push --wait 1s " + first_).answers,
               "fleet push: ok, nothing to change, version 1 says it, 0 gateways in step\n");
     say(holding("fra1", 2, second));
-    say(holding("ber1", 1, first), false);
     EXPECT_EQ(run("fleet push --wait 60s " + second_).answers,
               "fleet push: ok, version 2, 2 of 2 chunks put, 1 gateway in step\n");
 
+    say(holding("ber1", 2, second), false); /* its lease has ended */
     say(holding("ham1", 1, first));
     const run_t late = run("fleet push --wait 1s " + second_);
     EXPECT_EQ(late.status, 3);
-    EXPECT_EQ(late.notes, "natctl: fleet push: not in step after 1 s: ham1: holds version 1\n");
+    EXPECT_EQ(late.notes, "natctl: fleet push: not in step after 1 s: ber1: gone; ham1: holds version 1\n");
     EXPECT_EQ(run("fleet push --wait 60s --to fra1 " + second_).status, 0) << "the other is not meant";
 
     gateway_state_t refusing = holding("ham1", 1, first);
@@ -158,7 +166,7 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_there_and_meant
     refusing.refused_document = hash_of(second);
     refusing.refused_reason = "pool 7 is there";
     say(refusing);
-    const json_t refused = json("push --wait 60s " + second_);
+    const json_t refused = json("push --wait 1s " + second_);
     EXPECT_EQ(refused.at("status"), "refused");
     EXPECT_EQ(refused.at("error"), "refused by ham1: refused version 3: pool 7 is there");
     EXPECT_EQ(refused.at("data").at("gateways").at("in_step"), 1);
@@ -167,7 +175,7 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_there_and_meant
     ASSERT_EQ(rows.size(), 3U);
     EXPECT_EQ(rows[0].at("gateway"), "ber1");
     EXPECT_EQ(rows[0].at("alive"), false);
-    EXPECT_EQ(rows[0].at("version"), 1);
+    EXPECT_EQ(rows[0].at("version"), 2);
     EXPECT_EQ(rows[0].at("reason"), "gone");
     EXPECT_EQ(rows[1].at("in_step"), true);
     EXPECT_EQ(rows[1].at("reason"), "");

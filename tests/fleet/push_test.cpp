@@ -230,6 +230,31 @@ TEST_F(push_test, collection_leaves_all_that_the_last_ten_versions_name) {
     EXPECT_EQ(names(keys_.chunks()).size(), chunks.size() + 1);
 }
 
+TEST_F(push_test, a_rollback_without_a_number_goes_to_what_was_for_all_and_is_another_document) {
+    const auto back = [&] {
+        const push_result_t result = run(pusher_.roll_back({}));
+        std::string text = std::to_string(result.back_to) + ':' + result.refused + result.error.text;
+        for (const std::string &skipped : result.skipped) {
+            text += ' ' + skipped + ';';
+        }
+        return text;
+    };
+    const stage_t canary = {{"fra1"}, 0};
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    EXPECT_EQ(back(), "0:there is no version before the one in force");
+    ASSERT_TRUE(push("pool 2\n").is_changed);
+    ASSERT_TRUE(push("pool 3\n", canary).is_changed);
+    EXPECT_EQ(back(), "2:") << "what the others hold";
+    EXPECT_EQ(manifest().document.version, 4U);
+    EXPECT_FALSE(manifest().stage);
+    EXPECT_EQ(text_of_document(manifest().document), "pool 2\n");
+    EXPECT_EQ(back(), "1: version 3 is for gateways fra1; version 2 has the same document;");
+    EXPECT_EQ(text_of_document(manifest().document), "pool 1\n");
+    ASSERT_TRUE(push("pool 1\n", canary).is_changed);
+    run(etcd_.txn(put(keys_.history(4), "{")));
+    EXPECT_EQ(back(), "2: version 5 has the same document; version 4 cannot be read; version 3 is for gateways fra1;");
+}
+
 TEST_F(push_test, a_stage_leaves_the_others_with_what_they_have) {
     const stage_t to_two = {{"fra2", "fra1", "fra2"}, 0};
     EXPECT_EQ(push("pool 1\n", to_two).refused, "nothing has been pushed yet: the first document is for all gateways");

@@ -43,7 +43,7 @@ void store_fields(command_spec_t &app, const std::shared_ptr<fleet_request_t> &r
 
 void wait_field(command_spec_t &app, const std::shared_ptr<fleet_request_t> &request) {
     duration_field(app, "--wait", request->wait_s,
-                   "waits for as long until every gateway that is there and meant has it, or has refused it");
+                   "waits for as long until every gateway that is meant has it, or has refused it");
 }
 
 void stage_fields(command_spec_t &app, const std::shared_ptr<fleet_request_t> &request) {
@@ -73,8 +73,9 @@ void add_fleet_commands(grammar_t &grammar) {
     wait_field(pushed, request);
     flag_field(pushed, "--check", request->is_check, "says what would be put, and puts nothing");
     command_spec_t &back = grammar.local("rollback", "Puts an older version in force again, for all", with(roll_back));
-    number_field(back, "version", request->version, "the version, the one before that in force without it", 1,
-                 most_version);
+    number_field(back, "version", request->version,
+                 "the version; without it the newest before that in force, for all gateways and with another document",
+                 1, most_version);
     wait_field(back, request);
     command_spec_t &shown =
         grammar.local("status", "Shows what each gateway holds, and what is wrong", with(show_status));

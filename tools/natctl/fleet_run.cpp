@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::chrono::milliseconds look_interval{200};
 
-/** What has become of a version at the gateways that it is meant for, as far as they are there. */
+/** What has become of a version at the gateways that it is meant for. One that is gone lags: it may hang, or hold
+ * anything. */
 struct progress_t {
     size_t in_step = 0;
     std::vector<std::string> refused; /* with reasons */
@@ -30,7 +31,7 @@ std::string joined(const std::vector<std::string> &texts) {
 }
 
 bool is_meant(const manifest_t &manifest, const gateway_view_t &gateway) {
-    return gateway.is_alive && (!manifest.stage || is_in_stage(*manifest.stage, gateway.name));
+    return !manifest.stage || is_in_stage(*manifest.stage, gateway.name);
 }
 
 nat64::task<progress_t> look(etcd_t &etcd, const fleet_keys_t &keys, const manifest_t &manifest) {
@@ -49,7 +50,7 @@ nat64::task<progress_t> look(etcd_t &etcd, const fleet_keys_t &keys, const manif
     co_return progress;
 }
 
-/** Until every gateway that is there has it or refused it, or the time is over. */
+/** Until every gateway has it or refused it, or the time is over. */
 nat64::task<progress_t> wait_for_gateways(fleet_store_t &store, const manifest_t &manifest, uint64_t wait_s) {
     const uint64_t deadline = fwx_host_clock_ms() + wait_s * 1000;
     for (;;) {
@@ -93,16 +94,27 @@ void tell_unseen(call_t &call, fleet_store_t &store, const std::vector<std::stri
 
 json_t result_json(const push_result_t &result) {
     const fleet_document_t &document = result.manifest.document;
-    return {{"changed", result.is_changed},
-            {"version", document.version},
-            {"document", document.hash},
-            {"items", document.items},
-            {"stage", result.manifest.stage ? stage_text(*result.manifest.stage) : ""},
-            {"bytes", document.bytes},
-            {"chunks", document.chunks.size()},
-            {"bytes_put", result.bytes_put},
-            {"chunks_put", result.chunks_put},
-            {"collected", result.collected}};
+    json_t json = {{"changed", result.is_changed},
+                   {"version", document.version},
+                   {"document", document.hash},
+                   {"items", document.items},
+                   {"stage", result.manifest.stage ? stage_text(*result.manifest.stage) : ""},
+                   {"bytes", document.bytes},
+                   {"chunks", document.chunks.size()},
+                   {"bytes_put", result.bytes_put},
+                   {"chunks_put", result.chunks_put},
+                   {"collected", result.collected}};
+    if (result.back_to != 0) {
+        json["back_to"] = result.back_to;
+        json["skipped"] = result.skipped;
+    }
+    return json;
+}
+
+/** Of a rollback that chose its version: which one, and why. */
+std::string choice_of(const push_result_t &result) {
+    return ", back to version " + std::to_string(result.back_to) +
+           (result.skipped.empty() ? ", the one before" : ": " + joined(result.skipped));
 }
 
 std::string note_of(const push_result_t &result) {
@@ -196,5 +208,6 @@ void fleet_roll_back(call_t &call, const fleet_request_t &request, const store_t
     const std::optional<uint64_t> version = request.version == 0 ? std::nullopt : std::optional(request.version);
     const push_result_t result = store.run(store.pusher().roll_back(version));
     if (!tell(call, result)) return;
+    if (!version) call.outcome.note += choice_of(result);
     if (request.wait_s != 0) tell_gateways(call, store, result.manifest, request.wait_s);
 }
