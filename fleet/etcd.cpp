@@ -53,7 +53,21 @@ http_request_t etcd_t::watch_request_of(const std::string &key, int64_t revision
     return request;
 }
 
+bool etcd_t::renew_password() {
+    const std::string before = store_.password;
+    const bool is_other = read_password(store_).empty() && store_.password != before;
+    if (is_other) token_.clear();
+    return is_other;
+}
+
 nat64::task<etcd_error_t> etcd_t::sign_in() {
+    etcd_error_t error = co_await fetch_token();
+    const bool is_again_worth = error.kind == kind_t::rights && renew_password();
+    if (is_again_worth) error = co_await fetch_token();
+    co_return error;
+}
+
+nat64::task<etcd_error_t> etcd_t::fetch_token() {
     const json_t body = {{"name", store_.user}, {"password", store_.password}};
     call_t request{"auth/authenticate", body.dump()};
     request.is_signed = false;

@@ -7,7 +7,7 @@
  * which means that it may have been carried out: who sent it has to look.
  *
  * With a user and a password a token is fetched before the first request, and again when etcd does not know it any
- * more.
+ * more. A password that etcd refuses is read from its file again, because an administrator may have changed it.
  *
  * Coroutines may be destroyed while they wait, and so may the client, as in http.h. Nothing here throws but when memory
  * is out.
@@ -120,6 +120,9 @@ public:
     /** That answered last, or is asked next. */
     const std::string &endpoint() const { return store_.endpoints[endpoint_]; }
 
+    /** Reads the password from its file; true: it is another one, with which the next request signs in. */
+    bool renew_password();
+
     /** One key, as it is now or was at a revision: no entry when it is not there. */
     reply_t<etcd_range_t> get(std::string key, int64_t revision = 0);
     /** The revision at which a key was put last; 0: there is no such key. Its value does not come. */
@@ -148,6 +151,7 @@ private:
     nat64::task<answer_t> call(call_t call);
     reply_t<etcd_range_t> get_range(std::string body);
     nat64::task<etcd_error_t> sign_in();
+    nat64::task<etcd_error_t> fetch_token();
     http_request_t request_of(const call_t &call) const;
     http_request_t watch_request_of(const std::string &key, int64_t revision) const;
     /** What no error may show. */

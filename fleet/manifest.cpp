@@ -12,6 +12,15 @@ constexpr uint64_t most_items = uint64_t{1} << 32;
 constexpr size_t most_name_bytes = 320;
 constexpr uint32_t all = 100; /* percent */
 
+json_t parse_bounded(std::string_view text) {
+    return text.size() <= most_manifest_bytes ? json_t::parse(text) : json_t();
+}
+
+/** 0, with a fault, when it says none. */
+uint64_t format_of(json_members_t &members) {
+    return members.number("format", 1, UINT64_MAX);
+}
+
 std::string read_chunk(const json_t &pair, chunk_t &chunk) {
     const bool is_pair = pair.is_array() && pair.size() == 2 && pair.at(0).is_string() && pair.at(1).is_number();
     const std::string hash = is_pair ? pair.at(0).get<std::string>() : "";
@@ -110,14 +119,14 @@ std::string stage_text(const stage_t &stage) {
 }
 
 std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t place, std::string &error) {
-    const json_t json = text.size() <= most_manifest_bytes ? json_t::parse(text) : json_t();
+    const json_t json = parse_bounded(text);
     if (!json.is_object()) {
         error = "must be a JSON object of at most " + std::to_string(most_manifest_bytes) + " bytes";
         return std::nullopt;
     }
     manifest_t manifest;
     json_members_t members(json);
-    const uint64_t format = members.number("format", 1, UINT64_MAX);
+    const uint64_t format = format_of(members);
     if (format > manifest_format) {
         members.fail("format: is " + std::to_string(format) + ", and " + std::to_string(manifest_format) +
                      " is the newest that is known here");
@@ -138,6 +147,12 @@ std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t 
     if (members.is_good()) return manifest;
     error = members.fault();
     return std::nullopt;
+}
+
+bool is_newer_manifest(std::string_view text) {
+    const json_t json = parse_bounded(text);
+    json_members_t members(json);
+    return format_of(members) > manifest_format;
 }
 
 std::string write_manifest(const manifest_t &manifest, manifest_place_t place) {

@@ -70,6 +70,8 @@ enum class manifest_place_t : uint8_t { current, history };
 
 /** Nothing, with `error` filled, when the text is no manifest, or a newer one. */
 std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t place, std::string &error);
+/** Whether a text is a manifest of a format that is not known here yet. */
+bool is_newer_manifest(std::string_view text);
 std::string write_manifest(const manifest_t &manifest, manifest_place_t place);
 
 #endif

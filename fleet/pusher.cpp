@@ -57,14 +57,24 @@ void sort_names(std::optional<stage_t> &stage) {
     names.erase(std::unique(names.begin(), names.end()), names.end());
 }
 
+/** Why a manifest that was read cannot be replaced. One that nobody can read can be; one that a newer natctl has put
+ * may be good. */
+etcd_error_t obstacle(const etcd_result_t<manifest_read_t> &before) {
+    const bool is_faulty = before.error.kind == kind_t::malformed && before.value.mod_revision != 0;
+    return is_faulty && !is_newer_manifest(before.value.text) ? etcd_error_t{} : before.error;
+}
+
 /** Says in a manifest what is wished; returns why that cannot be. */
-std::string prepare(const std::optional<manifest_t> &before, const push_wish_t &wish, manifest_t &manifest) {
+std::string prepare(const manifest_read_t &before, const push_wish_t &wish, manifest_t &manifest) {
     const bool fits = !wish.text.empty() && wish.text.size() <= most_document_bytes;
     if (!fits)
         return "a document of " + std::to_string(wish.text.size()) + " bytes: the most is " +
                std::to_string(most_document_bytes);
-    const bool is_first_staged = wish.stage && !before;
-    if (is_first_staged) return "nothing has been pushed yet: the first document is for all gateways";
+    const bool has_no_base = wish.stage && !before.manifest;
+    if (has_no_base) {
+        return before.mod_revision == 0 ? "nothing has been pushed yet: the first document is for all gateways"
+                                        : "the manifest in force cannot be read: the next document is for all gateways";
+    }
     manifest.stage = wish.stage;
     sort_names(manifest.stage);
     manifest.document.items = wish.items;
@@ -115,9 +125,9 @@ nat64::task<push_result_t> pusher_t::under_lock(nat64::task<push_result_t> work)
 nat64::task<push_result_t> pusher_t::push_locked(push_wish_t wish) {
     push_result_t result;
     etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
-    result.error = before.error;
+    result.error = obstacle(before);
     if (result.error) co_return result;
-    result.refused = prepare(before.value.manifest, wish, result.manifest);
+    result.refused = prepare(before.value, wish, result.manifest);
     if (!result.refused.empty()) co_return result;
     result.error = co_await put_chunks(std::move(wish.text), result);
     if (!result.error) co_await publish_and_collect(std::move(before.value), result);
@@ -127,9 +137,9 @@ nat64::task<push_result_t> pusher_t::push_locked(push_wish_t wish) {
 nat64::task<push_result_t> pusher_t::check(push_wish_t wish) {
     push_result_t result;
     const etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
-    result.error = before.error;
+    result.error = obstacle(before);
     if (result.error) co_return result;
-    result.refused = prepare(before.value.manifest, wish, result.manifest);
+    result.refused = prepare(before.value, wish, result.manifest);
     if (!result.refused.empty()) co_return result;
     result.error = name_pieces(wish.text, cut_chunks(wish.text), result.manifest.document);
     if (result.error) co_return result;
@@ -147,7 +157,7 @@ nat64::task<push_result_t> pusher_t::check(push_wish_t wish) {
 nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> version) {
     push_result_t result;
     etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
-    result.error = before.error;
+    result.error = obstacle(before);
     if (result.error) co_return result;
     if (version) {
         etcd_result_t<std::optional<manifest_t>> older = co_await read_version(etcd_, keys_, *version);
@@ -171,8 +181,9 @@ nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> ve
     result.error = missing.error;
     if (!result.error && !missing.value.empty()) {
         const std::string &hash = document.chunks[missing.value.front()].hash;
-        result.error = {kind_t::malformed,
-                        keys_.chunk(hash) + ": is not there, though version " + std::to_string(wanted) + " is"};
+        result.error = {kind_t::malformed, keys_.chunk(hash) +
+                                               ": is not there or damaged; a push of the document of version " +
+                                               std::to_string(wanted) + " puts it anew"};
     }
     if (!result.error) co_await publish_and_collect(std::move(before.value), result);
     co_return result;
@@ -223,15 +234,27 @@ nat64::task<> pusher_t::publish_and_collect(manifest_read_t before, push_result_
     result.uncollected = error.text;
 }
 
-/** Which of the chunks are not in the store, each once. */
+/** Which of the chunks are not in the store, or damaged there, each once. A pusher writes a chunk once, so only what
+ * has been written more often is read. */
 etcd_t::reply_t<std::vector<size_t>> pusher_t::find_missing(std::vector<chunk_t> chunks) {
     etcd_result_t<std::vector<size_t>> result;
     const etcd_result_t<etcd_range_t> stored = co_await etcd_.list(keys_.chunks(), false);
     result.error = stored.error;
     if (result.error) co_return result;
     std::set<std::string_view> known;
+    std::set<std::string_view> rewritten;
     for (const etcd_entry_t &entry : stored.value.entries) {
-        known.insert(std::string_view(entry.key).substr(keys_.chunks().size()));
+        const std::string_view hash = std::string_view(entry.key).substr(keys_.chunks().size());
+        known.insert(hash);
+        if (entry.mod_revision != entry.create_revision) rewritten.insert(hash);
+    }
+    for (const chunk_t &chunk : chunks) {
+        if (rewritten.erase(chunk.hash) == 0) continue;
+        const etcd_result_t<etcd_range_t> got = co_await etcd_.get(keys_.chunk(chunk.hash));
+        result.error = got.error;
+        if (result.error) co_return result;
+        const bool is_good = !got.value.entries.empty() && is_chunk(chunk, got.value.entries.front().value);
+        if (!is_good) known.erase(chunk.hash);
     }
     for (size_t i = 0; i < chunks.size(); ++i) {
         if (known.insert(chunks[i].hash).second) result.value.push_back(i);

@@ -54,7 +54,7 @@ public:
     /* What push does, in this order, under the lock. `result` must outlive the task. */
 
     fleet_lock_t &lock() { return lock_; }
-    /** Puts the chunks of a text that are not there, and says in the result what they are. */
+    /** Puts the chunks of a text that are not there or damaged, and says in the result what they are. */
     nat64::task<etcd_error_t> put_chunks(std::string text, push_result_t &result);
     /** Puts the result's manifest in force in place of the one that was read. */
     nat64::task<etcd_error_t> publish(manifest_read_t before, push_result_t &result);

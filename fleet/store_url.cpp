@@ -97,12 +97,19 @@ std::string read_store(const store_options_t &options, store_t &store) {
     if (!error.empty()) return error;
     store.tls = {options.ca, options.cert, options.key};
     store.user = options.user;
-    if (options.password_file.empty()) return "";
-    const std::optional<std::string> password = read_file(options.password_file, error, most_password_bytes);
+    store.password_file = options.password_file;
+    return read_password(store);
+}
+
+std::string read_password(store_t &store) {
+    if (store.password_file.empty()) return "";
+    std::string error;
+    std::optional<std::string> password = read_file(store.password_file, error, most_password_bytes);
     if (!password) return "--password-file: " + error;
-    store.password = *password;
-    if (store.password.ends_with('\n')) store.password.pop_back();
-    return store.password.empty() ? "--password-file: " + options.password_file + ": is empty" : "";
+    if (password->ends_with('\n')) password->pop_back();
+    if (password->empty()) return "--password-file: " + store.password_file + ": is empty";
+    store.password = *std::move(password);
+    return "";
 }
 
 std::string store_warning(const store_options_t &options) {

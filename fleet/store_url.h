@@ -32,6 +32,7 @@ struct store_t {
     http_tls_t tls;
     std::string user; /* empty: nobody signs in */
     std::string password;
+    std::string password_file; /* that it was read from; empty: it is fixed */
 };
 
 /** Whether it names a store, rightly or not, and no file. */
@@ -40,6 +41,8 @@ bool is_store_url(std::string_view text);
 /** Reads options, and the files that they name; returns what is wrong, empty when nothing is. A password goes to no
  * store without TLS unless the user wants it to. */
 std::string read_store(const store_options_t &options, store_t &store);
+/** Reads the password again, which may be another one by now; returns what is wrong. */
+std::string read_password(store_t &store);
 /** What a user should know of options that are good: others can get at secrets; empty: nothing. */
 std::string store_warning(const store_options_t &options);
 

@@ -2,6 +2,7 @@
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/support/no_descriptors.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 
@@ -221,6 +222,20 @@ TEST_F(real_etcd_test, a_user_signs_in_and_again_when_the_token_is_not_known_any
     }
     etcd_watch_t other(etcd, "p/b", 1);
     EXPECT_EQ(run(other.next()).error.kind, kind_t::rights);
+
+    /* The administrator changes the password, which has its token end, and then what stands in the file. */
+    const runtime_directory_t directory;
+    store.password_file = directory.path() + "/password";
+    std::ofstream(store.password_file) << "secret";
+    etcd_t rotated(loop_, store);
+    ASSERT_EQ(run(rotated.get("p/a")).error.text, "");
+    ASSERT_TRUE(process_.control("--user root:r user delete ann"));
+    ASSERT_TRUE(process_.control("--user root:r user add ann:other"));
+    ASSERT_TRUE(process_.control("--user root:r user grant-role ann p"));
+    EXPECT_EQ(run(rotated.get("p/a")).error.kind, kind_t::rights);
+    std::ofstream(store.password_file) << "other\n";
+    EXPECT_EQ(run(rotated.get("p/a")).error.text, "");
+    EXPECT_FALSE(rotated.renew_password()) << "it is the same";
 }
 
 TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_turn_to_the_next) {

@@ -97,9 +97,9 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
                                    was_up = follower.status().is_up;
                                    co_return taken_t{"its hash", ""};
                                },
-                               [&](const std::string &, const std::string &reason) { refused = reason; }});
+                               [&](const std::string &, const std::string &reason) { refused = reason; }, [] {}});
     EXPECT_FALSE(follower.status().is_up) << "nothing has been asked so far";
-    follower.start();
+    follower.start("");
     ASSERT_TRUE(turn_until([&] { return !refused.empty(); }));
     EXPECT_EQ(refused, keys_.chunk(name_chunk(pieces.back()).hash) + ": is not there");
     EXPECT_EQ(taken, "");
@@ -120,11 +120,11 @@ public:
                          text_ = text;
                          co_return taken_t{"its hash", ""};
                      },
-                     [](const std::string &, const std::string &) {}}),
+                     [](const std::string &, const std::string &) {}, [] {}}),
           heartbeat_(
               loop, etcd_, name, [name] { return state_of(name); },
               [this](const etcd_error_t &error) { follower_.asked(error); }) {
-        follower_.start();
+        follower_.start("");
     }
 
     void start_heartbeat() { heartbeat_.start(); }
@@ -324,9 +324,9 @@ TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
         store_follower_t follower(
             loop_, etcd, "g1", directory.path(),
             {[](const std::string &, const std::string &) -> nat64::task<taken_t> { co_return taken_t{}; },
-             [](const std::string &, const std::string &) {}});
+             [](const std::string &, const std::string &) {}, [] {}});
         fwx_host_clock_turn(0);
-        follower.start();
+        follower.start("");
         uint64_t middle_ms = 500;
         for (int pauses = 0; pauses < 9; ++pauses) {
             const auto sleeps = [&] {

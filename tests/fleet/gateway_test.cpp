@@ -141,6 +141,9 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     EXPECT_NE(daemons_[0]->get("/healthz").find("in step; the store does not confirm the document: "),
               std::string::npos);
     EXPECT_NE(daemons_[0]->get("/metrics").find("\nnat64_store_up 0\n"), std::string::npos);
+    const run_t reloaded = run("--connect " + name(0) + " daemon reload");
+    EXPECT_EQ(reloaded.status, 1);
+    EXPECT_NE(reloaded.notes.find("the store does not confirm the document: "), std::string::npos) << reloaded.notes;
     /* One that starts now has the store's word of before. */
     daemons_[1]->end(SIGTERM);
     start_daemon(1);
@@ -216,6 +219,10 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
         })) << run("fleet status").answers;
     }
     put_key(keys_.manifest(), good);
+    for (size_t i = 0; i < count; ++i) {
+        const run_t reloaded = run("--connect " + name(i) + " daemon reload");
+        EXPECT_EQ(reloaded.status, 0) << "it answers when that one is in force: " << reloaded.notes;
+    }
     EXPECT_EQ(push(pools(4), "--wait 60s").status, 0);
     for (size_t i = 0; i < count; ++i) {
         EXPECT_TRUE(eventually([&] { return pools_of(i) == 4; })) << status(i);
@@ -235,6 +242,10 @@ TEST_F(gateway_test, a_document_that_one_server_refuses_is_taken_back_there_alon
     }
     EXPECT_TRUE(holds(2, 1, 3)) << status(2);
     EXPECT_EQ(pools_of(2), 4U) << "its three, and somebody's";
+    daemons_[2]->end(SIGTERM);
+    start_daemon(2);
+    EXPECT_TRUE(eventually([] { return status(2).value("refused_reason", "").find("pool add") != std::string::npos; }));
+    EXPECT_TRUE(holds(2, 1, 3)) << "a restart forgets nothing: " << status(2);
     EXPECT_EQ(push(pools(4), "--wait 60s").status, 0) << "the next one is good again";
     EXPECT_TRUE(holds(2, 3, 4)) << status(2);
 }

@@ -96,6 +96,15 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
     const json_t back = json("rollback").at("data");
     EXPECT_EQ(back.at("back_to"), 6);
     EXPECT_EQ(back.at("skipped").size(), 0U);
+
+    const fwx::host::loop loop;
+    etcd_t etcd(loop, store_at({process_.place()}));
+    loop.run(etcd.txn(put("p/chunks/" + hash_of(first), "damaged")));
+    EXPECT_EQ(run("fleet push --check " + first_).answers, "fleet push: ok, 1 of 1 chunk to put\n");
+    EXPECT_EQ(run("fleet push " + first_).answers,
+              "fleet push: ok, nothing to change, version 8 says it, 1 of 1 chunk put anew\n");
+    loop.run(etcd.txn(put("p/manifest", "not JSON")));
+    EXPECT_EQ(json("history").at("data").size(), 8U) << "and a version to go back to can be found";
 }
 
 TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {

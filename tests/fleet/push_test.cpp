@@ -284,12 +284,38 @@ TEST_F(push_test, what_is_damaged_in_the_store_is_named_and_stays) {
     EXPECT_EQ(text_of_document(document), key + ": is not there");
     ASSERT_TRUE(push("pool 2\n").is_changed);
     const push_result_t back = run(pusher_.roll_back({}));
-    EXPECT_EQ(back.error.text, key + ": is not there, though version 1 is");
+    EXPECT_EQ(back.error.text, key + ": is not there or damaged; a push of the document of version 1 puts it anew");
     run(etcd_.txn(put(keys_.manifest(), "{\"format\":2}")));
     const push_result_t newer = push("pool 3\n");
     EXPECT_EQ(newer.error.kind, kind_t::malformed);
     EXPECT_EQ(newer.error.text, "p/manifest: format: is 2, and 1 is the newest that is known here");
     EXPECT_EQ(names(keys_.chunks()).size(), 1U);
+}
+
+TEST_F(push_test, what_is_damaged_is_put_anew_by_the_next_push) {
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    const fleet_document_t document = manifest().document;
+    run(etcd_.txn(put(keys_.chunk(document.chunks[0].hash), "pool 2\n")));
+    const push_result_t again = push("pool 1\n");
+    EXPECT_FALSE(again.is_changed) << "its manifest is in force";
+    EXPECT_EQ(again.chunks_put, 1U);
+    EXPECT_EQ(text_of_document(document), "pool 1\n");
+    EXPECT_EQ(push("pool 1\n").chunks_put, 0U);
+
+    struct case_t {
+        std::string manifest;
+        bool is_back; /* replaced by a rollback, not by a push */
+    };
+    for (const case_t &each : {case_t{"not JSON", false}, {"{\"format\":1}", false}, {"", true}}) {
+        run(etcd_.txn(put(keys_.manifest(), each.manifest)));
+        EXPECT_EQ(push("pool 3\n", stage_t{{"fra1"}, 0}).refused,
+                  "the manifest in force cannot be read: the next document is for all gateways");
+        const uint64_t last = names(keys_.history()).size();
+        const push_result_t next = each.is_back ? run(pusher_.roll_back({})) : push("pool 1\n");
+        EXPECT_TRUE(next.is_changed) << next.error.text << next.refused;
+        EXPECT_EQ(manifest().document.version, last + 1);
+        EXPECT_EQ(text_of_document(manifest().document), "pool 1\n");
+    }
 }
 
 TEST_F(push_test, a_store_that_is_full_keeps_what_it_has) {

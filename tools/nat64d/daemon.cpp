@@ -127,11 +127,11 @@ std::string daemon_t::open_store() {
     if (!is_gateway_name(options_.gateway)) {
         return "--gateway \"" + options_.gateway + "\": must be 1 to 64 letters, digits, '.', '_' and '-'";
     }
-    store_.emplace(
-        loop_, std::move(store), options_.gateway, supervisor_.directory(), supervisor_.status(),
-        store_follower_t::handlers_t{
-            [this](const std::string &text, std::string name) { return take(text, std::move(name)); },
-            [this](const std::string &name, const std::string &reason) { supervisor_.refuse(name, reason); }});
+    store_.emplace(loop_, std::move(store), options_.gateway, supervisor_.directory(), supervisor_.status(),
+                   store_follower_t::handlers_t{
+                       [this](const std::string &text, std::string name) { return take(text, std::move(name)); },
+                       [this](const std::string &name, const std::string &reason) { supervisor_.refuse(name, reason); },
+                       [this] { loaded(); }});
     store_->start();
     return "";
 }
@@ -148,6 +148,10 @@ nat64::task<> daemon_t::load_file() {
     const std::optional<std::string> text = read_file(options_.config, reason);
     if (text) reason = (co_await take(*text, options_.config)).reason;
     if (!reason.empty()) supervisor_.refuse("", reason);
+    loaded();
+}
+
+void daemon_t::loaded() {
     for (const auto &done : std::exchange(waiting_for_load_, {})) {
         done();
     }
@@ -187,13 +191,9 @@ void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
         supervisor_.when_looked([this, reply] { reply(status_text()); });
     };
     if (word == "replay") supervisor_.replay();
-    const bool is_read_first = word == "reload" && !store_;
-    if (is_read_first) {
-        waiting_for_load_.push_back(std::move(answer));
-    } else {
-        answer();
-    }
-    if (word == "reload") load();
+    if (word != "reload") return answer();
+    waiting_for_load_.push_back(std::move(answer));
+    load();
 }
 
 std::string daemon_t::status_text() const {

@@ -36,6 +36,7 @@ private:
     std::string open_store();
     void load();
     nat64::task<> load_file();
+    void loaded();
     nat64::task<taken_t> take(const std::string &text, std::string name);
     void asked(const std::string &word, control_t::reply_fn_t reply);
     std::string status_text() const;

@@ -6,6 +6,7 @@
 
 #include "fwx_host/adapter.hpp"
 #include "net/jitter.h"
+#include "net/json.h"
 #include "state/read_file.h"
 #include "state/time_text.h"
 #include "state/write_file.h"
@@ -23,21 +24,30 @@ std::string name_of(const fleet_document_t &document) {
     return document.version == 0 ? "manifest" : "version " + std::to_string(document.version);
 }
 
-/** A kept file: a manifest of the document on a line, and its text. */
-std::string kept_text(const fleet_document_t &document, const std::string &text) {
-    return write_manifest({document, std::nullopt, std::nullopt}, manifest_place_t::history) + '\n' + text;
+/** What a kept file says. */
+struct kept_t {
+    fleet_document_t document;
+    std::string hash; /* as the supervisor calls it; empty: the file does not say */
+};
+
+/** A kept file: a manifest of the document on a line, with the supervisor's hash, and its text. */
+std::string kept_text(const kept_t &kept, const std::string &text) {
+    json_t line = json_t::parse(write_manifest({kept.document, std::nullopt, std::nullopt}, manifest_place_t::history));
+    line["in_force"] = kept.hash;
+    return line.dump() + '\n' + text;
 }
 
 /** Takes the text of a kept file apart; nothing when it is not what was written. */
-std::optional<fleet_document_t> take_kept(std::string &text) {
+std::optional<kept_t> take_kept(std::string &text) {
     const size_t end = text.find('\n');
+    if (end == std::string::npos) return std::nullopt;
+    const std::string line = text.substr(0, end);
+    text.erase(0, end + 1);
     std::string error;
-    const auto manifest = end == std::string::npos
-                              ? std::nullopt
-                              : read_manifest(std::string_view(text).substr(0, end), manifest_place_t::history, error);
-    text.erase(0, std::min(end, text.size() - 1) + 1);
+    const std::optional<manifest_t> manifest = read_manifest(line, manifest_place_t::history, error);
     const bool is_whole = manifest && sha256(text) == manifest->document.hash;
-    return is_whole ? std::optional(manifest->document) : std::nullopt;
+    if (!is_whole) return std::nullopt;
+    return kept_t{manifest->document, json_t::parse(line).value("in_force", "")};
 }
 
 }  // namespace
@@ -53,7 +63,18 @@ store_follower_t::store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::str
     status_.reason = "nothing has been asked yet";
 }
 
-void store_follower_t::start() {
+/** The server may hold what a store said before a restart. What the store says now may be refused. */
+void store_follower_t::start(const std::string &hash) {
+    std::string ignored;
+    std::string text = read_file(kept_path_, ignored).value_or("");
+    const std::optional<kept_t> kept = take_kept(text);
+    const bool is_held = kept && !hash.empty() && kept->hash == hash;
+    if (is_held) held_ = kept->document;
+    status_.version = held_.version;
+    begin();
+}
+
+void store_follower_t::begin() {
     is_watching_ = is_bringing_ = false;
     failures_ = 0;
     run_.emplace(run());
@@ -62,7 +83,7 @@ void store_follower_t::start() {
 
 void store_follower_t::reload() {
     must_hand_over_ = true;
-    start();
+    begin();
 }
 
 nat64::task<> store_follower_t::run() {
@@ -75,6 +96,7 @@ nat64::task<> store_follower_t::run() {
         const bool is_there = error.kind == kind_t::malformed || error.kind == kind_t::compacted;
         if (!is_there) lose(error.text);
         if (!offered_) co_await read_kept();
+        on_.settled();
         if (was_steady) backoff.reset();
         const uint64_t pause_ms = backoff.next(error.kind == kind_t::rights ? rights_pause_ms : last_pause_ms);
         co_await fwx::host::sleep(loop_, std::chrono::milliseconds(pause_ms));
@@ -104,6 +126,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
         is_bringing_ = false;
         if (error) co_return error;
         is_watching_ = true;
+        on_.settled();
     }
 }
 
@@ -145,14 +168,14 @@ nat64::task<> store_follower_t::read_kept() {
     std::string ignored;
     std::optional<std::string> text = read_file(kept_path_, ignored);
     if (!text) co_return;
-    std::optional<fleet_document_t> document = take_kept(*text);
-    if (!document) {
+    std::optional<kept_t> kept = take_kept(*text);
+    if (!kept) {
         log_event(log_level_t::error, "state", {{"reason", kept_path_ + ": not as it was written, and left alone"}});
         co_return;
     }
     log_event(log_level_t::warning, "store_unreachable",
-              {{"document", name_of(*document)}, {"pushed_at", document->pushed_at}});
-    co_await offer(std::move(*document), std::move(*text));
+              {{"document", name_of(kept->document)}, {"pushed_at", kept->document.pushed_at}});
+    co_await offer(std::move(kept->document), std::move(*text));
 }
 
 nat64::task<> store_follower_t::offer(fleet_document_t document, std::string text) {
@@ -167,12 +190,12 @@ nat64::task<> store_follower_t::offer(fleet_document_t document, std::string tex
 }
 
 void store_follower_t::in_force(const std::string &hash) {
-    const bool is_news = offered_ && !hash.empty() && offered_->hash == hash &&
-                         (held_.version != offered_->document.version || held_.hash != offered_->document.hash);
-    if (!is_news) return;
+    const bool is_offered = offered_ && !hash.empty() && offered_->hash == hash;
+    if (!is_offered) return;
+    const bool is_news = held_.version != offered_->document.version || held_.hash != offered_->document.hash;
+    if (is_news) keep(*offered_);
     held_ = offered_->document;
     status_.version = held_.version;
-    keep(*offered_);
     offered_->text.clear();
     offered_->text.shrink_to_fit();
 }
@@ -182,7 +205,7 @@ void store_follower_t::refused(const std::string &hash, const std::string &reaso
 }
 
 void store_follower_t::keep(const offer_t &offer) const {
-    const std::string error = write_file(kept_path_, kept_text(offer.document, offer.text));
+    const std::string error = write_file(kept_path_, kept_text({offer.document, offer.hash}, offer.text));
     if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
 }
 
@@ -239,5 +262,5 @@ nat64::task<> store_follower_t::check() {
 
 void store_follower_t::reopen(const std::string &reason) {
     log_event(log_level_t::warning, "watch_reopened", {{"reason", reason}});
-    start();
+    begin();
 }

@@ -36,13 +36,16 @@ public:
         std::function<nat64::task<taken_t>(const std::string &text, std::string name)> take;
         /** Hears of what can never be in force. */
         std::function<void(const std::string &name, const std::string &reason)> refuse;
+        /** Hears that a document has been handed over or refused, or that the store gives none now. */
+        std::function<void()> settled;
     };
 
     /** `loop` and `etcd` must outlive it. `directory` is for the document that is kept. */
     store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway, const std::string &directory,
                      handlers_t on);
 
-    void start();
+    /** `hash` is that of the document in force, as the supervisor calls it. */
+    void start(const std::string &hash);
     /** Reads it again, and hands it over whatever it is. */
     void reload();
     /** The supervisor has that document in force. */
@@ -63,6 +66,7 @@ private:
         std::string text; /* empty: it is on disk */
     };
 
+    void begin();
     nat64::task<> run();
     nat64::task<etcd_error_t> follow();
     nat64::task<> check();

@@ -11,8 +11,14 @@ store_link_t::store_link_t(fwx_host_loop_t *loop, store_t store, const std::stri
           [this](const etcd_error_t &error) { follower_.asked(error); }) {}
 
 void store_link_t::start() {
-    follower_.start();
+    follower_.start(daemon_.document);
     heartbeat_.start();
+}
+
+void store_link_t::reload() {
+    etcd_.renew_password();
+    follower_.reload();
+    heartbeat_.changed();
 }
 
 void store_link_t::changed() {

@@ -13,7 +13,8 @@ public:
                  const daemon_status_t &status, store_follower_t::handlers_t on);
 
     void start();
-    void reload() { follower_.reload(); }
+    /** Reads the password and the document again. */
+    void reload();
     /** The daemon's status may be another one. */
     void changed();
     const store_status_t &status() const { return follower_.status(); }

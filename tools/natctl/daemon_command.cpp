@@ -103,8 +103,12 @@ outcome_t ask_daemon(const std::string &verb, const options_t &options) {
     }
     outcome.data = answer;
     if (verb == "status") return outcome;
+    const json_t store = answer["store"];
+    const bool is_unconfirmed = verb == "reload" && store.is_object() && store["up"] == false;
     if (!is_in_step) {
         refuse(outcome, status_t::refused, 0, "not in step: " + line_of(answer, "reason"));
+    } else if (is_unconfirmed) {
+        refuse(outcome, status_t::refused, 0, "the store does not confirm the document: " + line_of(store, "reason"));
     } else if (answer.contains("refused_reason")) {
         refuse(outcome, status_t::refused, 0, "the file's document was refused: " + line_of(answer, "refused_reason"));
     }

@@ -122,9 +122,11 @@ std::string note_of(const push_result_t &result) {
     const std::string moved = std::to_string(result.chunks_put) + " of " + std::to_string(document.chunks.size()) +
                               (document.chunks.size() == 1 ? " chunk" : " chunks");
     const std::string stage = result.manifest.stage ? " for " + stage_text(*result.manifest.stage) : "";
-    if (document.version == 0) return result.is_changed ? moved + " to put" + stage : "nothing to change";
+    const bool moves = result.is_changed || result.chunks_put != 0;
+    if (document.version == 0) return moves ? moved + " to put" + stage : "nothing to change";
     const std::string version = "version " + std::to_string(document.version);
-    return result.is_changed ? version + stage + ", " + moved + " put" : "nothing to change, " + version + " says it";
+    if (result.is_changed) return version + stage + ", " + moved + " put";
+    return "nothing to change, " + version + " says it" + (moves ? ", " + moved + " put anew" : "");
 }
 
 /** Says what came of it; false: it failed. */

@@ -75,7 +75,9 @@ void fleet_status(call_t &call, const store_t &store_place) {
 void fleet_history(call_t &call, const store_t &store_place) {
     fleet_store_t store(call.pal, store_place);
     const etcd_result_t<manifest_read_t> read = store.run(read_manifest(store.etcd(), store.keys()));
-    if (read.error) return refuse(call.outcome, read.error);
+    const bool is_faulty = read.error && read.value.mod_revision != 0;
+    if (is_faulty) call.pal.note("natctl: the manifest in force cannot be read: " + read.error.text);
+    if (read.error && !is_faulty) return refuse(call.outcome, read.error);
     const uint64_t in_force = read.value.manifest ? read.value.manifest->document.version : 0;
     json_t rows = json_t::array();
     const etcd_error_t error = store.run(read_history(store.etcd(), store.keys(), in_force, rows));
