@@ -194,9 +194,9 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
     const case_t cases[] = {
         {"{\"format\":2}", "", "format"},
         {"not JSON", "", "JSON"},
+        {manifest_of("pool add --id 9\n", 4), "pool add --id 9\n", "--param is required"},
         {manifest_of(chunk, 2), "", "chunk"},
         {manifest_of(chunk, 3), chunk + chunk, "chunk"},
-        {manifest_of("pool add --id 9\n", 4), "pool add --id 9\n", "--param is required"},
     };
     for (const case_t &each : cases) {
         SCOPED_TRACE(each.manifest);
@@ -218,7 +218,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
             return run("fleet status").answers.find(each.reason) != std::string::npos;
         })) << run("fleet status").answers;
     }
-    put_key(keys_.manifest(), good);
+    put_key(keys_.manifest(), good); /* for which they would ask a while later */
     for (size_t i = 0; i < count; ++i) {
         const run_t reloaded = run("--connect " + name(i) + " daemon reload");
         EXPECT_EQ(reloaded.status, 0) << "it answers when that one is in force: " << reloaded.notes;
