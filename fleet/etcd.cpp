@@ -189,13 +189,15 @@ etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values)
         for (size_t i = before; i < entries.size(); ++i) {
             bytes += sizeof entries[i] + entries[i].key.size() + entries[i].value.size();
         }
-        if (entries.size() > options_.most_entries) {
-            fault = "more than " + std::to_string(options_.most_entries) + " keys begin with " + prefix;
-        } else if (bytes > options_.most_list_bytes) {
-            fault = "the keys that begin with " + prefix + " take more than " +
-                    std::to_string(options_.most_list_bytes) + " bytes";
-        }
         if (!fault.empty()) result.error = malformed_answer(endpoint(), fault);
+        if (entries.size() > options_.most_entries) {
+            result.error = {kind_t::malformed, endpoint() + ": more than " + std::to_string(options_.most_entries) +
+                                                   " keys begin with " + prefix};
+        } else if (bytes > options_.most_list_bytes) {
+            result.error = {kind_t::malformed, endpoint() + ": the keys that begin with " + prefix +
+                                                   " take more than " + std::to_string(options_.most_list_bytes) +
+                                                   " bytes"};
+        }
         if (result.error) co_return result;
         if (result.value.revision == 0) result.value.revision = revision_of(answer.json);
         body["revision"] = std::to_string(result.value.revision);

@@ -110,7 +110,7 @@ outcome_t ask_daemon(const std::string &verb, const options_t &options) {
     } else if (is_unconfirmed) {
         refuse(outcome, status_t::refused, 0, "the store does not confirm the document: " + line_of(store, "reason"));
     } else if (answer.contains("refused_reason")) {
-        refuse(outcome, status_t::refused, 0, "the file's document was refused: " + line_of(answer, "refused_reason"));
+        refuse(outcome, status_t::refused, 0, "the document was refused: " + line_of(answer, "refused_reason"));
     }
     return outcome;
 }
