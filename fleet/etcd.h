@@ -97,12 +97,12 @@ struct etcd_event_t {
 };
 
 struct etcd_options_t {
-    uint64_t timeout_ms = 5000;             /* longest silence of one request at one endpoint (http.h) */
-    uint64_t watch_silence_ms = 12 * 60000; /* of a watch: etcd tells of its progress every 10 minutes */
-    size_t most_bytes = 16U << 20;          /* of one answer */
-    uint32_t page = 250;                    /* most entries of a list that are asked for at once */
-    size_t most_entries = 1U << 18;         /* of a list */
-    size_t most_list_bytes = 128U << 20;    /* of the memory that its entries take */
+    uint64_t timeout_ms = 5000;          /* longest silence of one request at one endpoint (http.h) */
+    uint64_t watch_silence_ms = 720000;  /* of a watch: etcd tells of its progress every 10 minutes */
+    size_t most_bytes = 16U << 20;       /* of one answer */
+    uint32_t page = 250;                 /* most entries of a list that are asked for at once */
+    size_t most_entries = 1U << 18;      /* of a list */
+    size_t most_list_bytes = 128U << 20; /* of the memory that its entries take */
 };
 
 class etcd_t {

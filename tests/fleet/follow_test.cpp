@@ -129,6 +129,7 @@ public:
 
     void start_heartbeat() { heartbeat_.start(); }
     store_follower_t &follower() { return follower_; }
+    bool has_kept() const { return std::filesystem::exists(directory_.path() + "/store_document"); }
     const store_status_t &status() const { return follower_.status(); }
     const std::string &text() const { return text_; }
 
@@ -183,6 +184,7 @@ TEST_F(etcd_test, only_a_read_that_equals_what_the_watch_has_told_confirms_it) {
     EXPECT_EQ(listener.text(), text);
     follower.in_force("its hash");
     EXPECT_EQ(listener.status().version, 1U);
+    ASSERT_TRUE(turn_until([&] { return listener.has_kept(); }));
     const double read_s = listener.status().confirmed_s;
     EXPECT_GT(read_s, 0);
     const auto ask = [&](uint64_t later_ms) {

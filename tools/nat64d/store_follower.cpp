@@ -7,6 +7,7 @@
 #include "fwx_host/adapter.hpp"
 #include "net/jitter.h"
 #include "net/json.h"
+#include "reconcile/background.h"
 #include "state/read_file.h"
 #include "state/time_text.h"
 #include "state/write_file.h"
@@ -193,19 +194,23 @@ void store_follower_t::in_force(const std::string &hash) {
     const bool is_offered = offered_ && !hash.empty() && offered_->hash == hash;
     if (!is_offered) return;
     const bool is_news = held_.version != offered_->document.version || held_.hash != offered_->document.hash;
-    if (is_news) keep(*offered_);
     held_ = offered_->document;
     status_.version = held_.version;
-    offered_->text.clear();
-    offered_->text.shrink_to_fit();
+    std::string text = std::exchange(offered_->text, {});
+    if (!is_news) return;
+    keep_.emplace(keep(held_, hash, std::move(text)));
+    keep_->start();
 }
 
 void store_follower_t::refused(const std::string &hash, const std::string &reason) {
     if (offered_ && offered_->hash == hash && !hash.empty()) note_refused(offered_->document, reason);
 }
 
-void store_follower_t::keep(const offer_t &offer) const {
-    const std::string error = write_file(kept_path_, kept_text({offer.document, offer.hash}, offer.text));
+/** In the background, because the heartbeat cannot wait for a slow disk. */
+nat64::task<> store_follower_t::keep(fleet_document_t document, std::string hash, std::string text) const {
+    const std::string error = co_await in_background(loop_, [&] {
+        return write_file(kept_path_, kept_text({document, hash}, text));
+    });
     if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
 }
 

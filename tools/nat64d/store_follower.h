@@ -75,7 +75,7 @@ private:
     void lose(const std::string &reason);
     nat64::task<> read_kept();
     nat64::task<> offer(fleet_document_t document, std::string text);
-    void keep(const offer_t &offer) const;
+    nat64::task<> keep(fleet_document_t document, std::string hash, std::string text) const;
     void refuse(const fleet_document_t &document, const std::string &reason);
     bool note_refused(const fleet_document_t &document, const std::string &reason);
     void confirm();
@@ -98,6 +98,7 @@ private:
     uint64_t check_at_ms_ = 0;  /* by the platform's clock */
     std::optional<manifest_watch_t> watch_;
     std::optional<nat64::task<>> check_; /* on its way, or the last one */
+    std::optional<nat64::task<>> keep_;  /* likewise */
     std::optional<nat64::task<>> run_;
 };
 

@@ -103,7 +103,7 @@ outcome_t ask_daemon(const std::string &verb, const options_t &options) {
     }
     outcome.data = answer;
     if (verb == "status") return outcome;
-    const json_t store = answer["store"];
+    const json_t &store = answer["store"];
     const bool is_unconfirmed = verb == "reload" && store.is_object() && store["up"] == false;
     if (!is_in_step) {
         refuse(outcome, status_t::refused, 0, "not in step: " + line_of(answer, "reason"));
