@@ -84,8 +84,7 @@ int main(int argc, char **argv) {
         send_more();
         reconnections += info->connected - was_connected;
         struct pollfd watched = {.fd = fwx_host_loop_fd(loop), .events = POLLIN}; /* beside the program's own */
-        const int until_due = fwx_host_loop_next_timeout_ms(loop);
-        poll(&watched, 1, until_due < 0 || until_due > retry_ms ? retry_ms : until_due);
+        poll(&watched, 1, retry_ms);
         fwx_host_loop_process(loop);
         if (info->connected == 0) fwx_nat64_clnt_cleanup(); /* tells what the dead server has taken */
         if (info->connected == 0) may_send = 1;             /* the next channel will be empty */

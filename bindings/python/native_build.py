@@ -65,7 +65,7 @@ ffibuilder.cdef(
     const char *xerr_strerror(uint32_t code);
     fwx_nat64_client_info_t *fwx_nat64_client_info_get(void);
     fwx_host_loop_t *fwx_host_loop_create(void);
-    int fwx_host_loop_fd(const fwx_host_loop_t *loop);
+    int fwx_host_loop_fd(fwx_host_loop_t *loop);
     void fwx_host_live_get(fwx_host_live_t *live);
     void fwx_host_clock_turn(uint64_t ms);
     void fwx_host_clock_run(void);

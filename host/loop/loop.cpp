@@ -1,6 +1,8 @@
 #include "host/loop/loop.h"
 
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "fwx_host/errors.h"
+#include "host/loop/descriptor.h"
 #include "host/runtime/memory.h"
 #include "host/runtime/process.h"
 
@@ -24,6 +27,8 @@ namespace {
  * descriptors and tasks all get their turn: some milliseconds. A task alone may make dozens of callbacks in a run. */
 constexpr uint32_t callbacks_per_pass = 1024;
 constexpr int events_per_pass = 32;
+/** In the place of a watch, for the descriptors that wake a program; no descriptor has this number. */
+constexpr uint64_t own_descriptor = UINT64_MAX;
 
 /** Looks at the bells before each at the clock, which costs as much as some of them: mostly what comes comes sooner. */
 constexpr uint32_t looks_per_clock = 64;
@@ -54,8 +59,12 @@ struct fwx_host_loop {
     std::map<due_t, callback_t> timers;
     std::unordered_map<uint64_t, uint64_t> due_by_id;
     uint64_t next_timer_id = 1;
-    loop_place_t ready; /* rings of tasks; each is in one */
+    loop_ready_t ready; /* rings of tasks; each is in one */
     loop_place_t idle;
+    /* Only for a program that polls the descriptor: both are watched, and tell of tasks and timers. */
+    descriptor_t wake_fd;
+    descriptor_t timer_fd;
+    uint64_t timer_fd_due = UINT64_MAX; /* for which timer_fd is set */
     std::vector<loop_bell_t *> bells;
     uint32_t callbacks_since_poll = 0; /* of tasks */
 
@@ -68,7 +77,7 @@ struct fwx_host_loop {
             idle.next()->move_to(ready);
         }
         for (loop_place_t *place = ready.next(); place != &ready; place = place->next()) {
-            task_of(place)->loop_ = nullptr;
+            task_of(place)->ready_ = &loop_task_t::no_loop;
         }
         while (!ready.is_alone()) {
             loop_task_t *task = task_of(ready.next());
@@ -76,11 +85,6 @@ struct fwx_host_loop {
             task->loop_gone();
         }
         close(epoll_fd);
-    }
-
-    void make_ready(loop_task_t &task) {
-        task.move_to(ready);
-        task.is_ready_ = true;
     }
 
     bool is_busy() const { return !ready.is_alone(); }
@@ -112,14 +116,72 @@ struct fwx_host_loop {
             return 0;
         }
         next_timer_id += 1;
+        set_timer_fd();
         return id;
     }
 
-    /** For the caller to wait so long. */
-    int arm_bells_and_get_timeout_ms() const {
+    /** From now on the loop's descriptor is readable whenever there is something to do. False: no descriptors left. */
+    bool be_polled() {
+        if (is_polled()) return true;
+        descriptor_t made_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        descriptor_t made_timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+        for (const descriptor_t *made : {&made_wake, &made_timer}) {
+            epoll_event event{};
+            event.events = EPOLLIN;
+            event.data.u64 = own_descriptor;
+            if (!made->is_open() || epoll_ctl(epoll_fd, EPOLL_CTL_ADD, made->get(), &event) != 0) return false;
+        }
+        wake_fd = std::move(made_wake);
+        timer_fd = std::move(made_timer);
+        ready.wake_fd = wake_fd.get();
+        settle();
+        return true;
+    }
+    bool is_polled() const { return wake_fd.is_open(); }
+
+    /** Before a program goes back to its poll: what comes while it sleeps, or before, makes the descriptor readable. */
+    void settle() {
+        if (!is_polled()) return;
+        ready.must_wake = true;
+        if (is_busy()) {
+            ready.wake();
+        } else {
+            eventfd_t count = 0;
+            if (std::exchange(ready.is_rung, false)) eventfd_read(wake_fd.get(), &count);
+            arm_bells();
+        }
+        set_timer_fd();
+    }
+    void set_timer_fd() {
+        if (!is_polled()) return;
+        const uint64_t due = timers.empty() ? UINT64_MAX : timers.begin()->first.first;
+        if (due == timer_fd_due && due > fwx_host_clock_ms()) return;
+        timer_fd_due = due;
+        itimerspec when{};
+        if (due != UINT64_MAX) {
+            const uint64_t now = fwx_host_clock_ms();
+            const uint64_t delay_ms = due > now ? std::min<uint64_t>(due - now, INT32_MAX) : 0;
+            when.it_value.tv_sec = static_cast<time_t>(delay_ms / 1000);
+            when.it_value.tv_nsec = static_cast<long>(delay_ms % 1000 * 1000000) + 1; /* 0 would stop it */
+        }
+        timerfd_settime(timer_fd.get(), 0, &when, nullptr);
+    }
+    void begin_pass() {
+        if (!is_polled()) return;
+        ready.must_wake = false; /* what becomes ready now runs in this pass */
+        uint64_t expirations = 0;
+        const bool has_expired = read(timer_fd.get(), &expirations, sizeof expirations) > 0;
+        if (has_expired) timer_fd_due = 0; /* a timer that is due later has to be set again */
+    }
+
+    void arm_bells() const {
         for (auto bell = bells.begin(); bell != bells.end() && !is_busy(); ++bell) {
             (*bell)->arm();
         }
+    }
+    /** For the caller to wait so long. */
+    int arm_bells_and_get_timeout_ms() const {
+        arm_bells();
         if (is_busy()) return 0;
         if (timers.empty()) return -1;
         const uint64_t now = fwx_host_clock_ms();
@@ -134,6 +196,15 @@ struct fwx_host_loop {
         callbacks_since_poll = 0;
         calls += run_tasks();
         return calls + run_timers();
+    }
+
+    /** Runs a pass so that a program that polls the descriptor may sleep behind it. */
+    template <class pass_t>
+    uint32_t polled_pass(pass_t run) {
+        begin_pass();
+        const uint32_t calls = run();
+        settle();
+        return calls;
     }
 
     /** What is ready without a system call; returns the number of callbacks. */
@@ -166,6 +237,7 @@ private:
         uint32_t calls = 0;
         for (int i = 0; i < count; ++i) {
             const uint64_t id = events[static_cast<size_t>(i)].data.u64;
+            if (id == own_descriptor) continue;
             const auto watch = watches.find(static_cast<int>(static_cast<uint32_t>(id)));
             /* unwatched by an earlier callback of this pass, and its number perhaps watched again */
             if (watch == watches.end() || watch->second.serial != id >> 32) continue;
@@ -205,16 +277,28 @@ private:
     }
 };
 
-loop_task_t::loop_task_t(fwx_host_loop_t &loop) : loop_(&loop) {
+loop_ready_t loop_task_t::no_loop = {{}, true, false, -1};
+
+bool loop_ready_t::wake() {
+    if (wake_fd < 0) return false;
+    must_wake = false;
+    if (!std::exchange(is_rung, true)) eventfd_write(wake_fd, 1);
+    return true;
+}
+
+loop_task_t::loop_task_t(fwx_host_loop_t &loop) : ready_(&loop.ready) {
     move_to(loop.idle);
 }
 
 void loop_task_t::become_ready() {
-    if (loop_ != nullptr) loop_->make_ready(*this);
+    if (ready_->must_wake && !ready_->wake()) return;
+    move_to(*ready_);
+    is_ready_ = true;
 }
 
 void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell) {
     loop.bells.push_back(&bell);
+    if (loop.ready.must_wake) loop.ready.wake(); /* to have it armed */
 }
 
 void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell) {
@@ -256,8 +340,10 @@ void fwx_host_loop_destroy(fwx_host_loop_t *loop) {
     if (is_usable(loop)) delete loop;
 }
 
-int fwx_host_loop_fd(const fwx_host_loop_t *loop) {
-    return loop == nullptr ? -1 : loop->epoll_fd;
+int fwx_host_loop_fd(fwx_host_loop_t *loop) {
+    if (loop == nullptr) return -1;
+    const bool is_ready = !is_usable(loop) || loop->be_polled();
+    return is_ready ? loop->epoll_fd : -1;
 }
 
 int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop) {
@@ -265,29 +351,32 @@ int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop) {
 }
 
 uint32_t fwx_host_loop_process(fwx_host_loop_t *loop) {
-    return is_usable(loop) ? loop->pass(0) : 0;
+    return is_usable(loop) ? loop->polled_pass([loop] { return loop->pass(0); }) : 0;
 }
 
 uint32_t fwx_host_loop_run_once(fwx_host_loop_t *loop, int timeout_ms) {
     if (!is_usable(loop)) return 0;
-    if (const uint32_t calls = loop->quick_pass()) return calls;
-    if (timeout_ms != 0) {
-        loop->spin();
+    return loop->polled_pass([loop, timeout_ms]() -> uint32_t {
         if (const uint32_t calls = loop->quick_pass()) return calls;
-    }
-    const int own = loop->arm_bells_and_get_timeout_ms();
-    const bool is_own_sooner = own >= 0 && (timeout_ms < 0 || own < timeout_ms);
-    return loop->pass(is_own_sooner ? own : timeout_ms);
+        if (timeout_ms != 0) {
+            loop->spin();
+            if (const uint32_t calls = loop->quick_pass()) return calls;
+        }
+        const int own = loop->arm_bells_and_get_timeout_ms();
+        const bool is_own_sooner = own >= 0 && (timeout_ms < 0 || own < timeout_ms);
+        return loop->pass(is_own_sooner ? own : timeout_ms);
+    });
 }
 
 uint32_t fwx_host_loop_run_until_idle(fwx_host_loop_t *loop) {
     if (!is_usable(loop)) return 0;
-    uint32_t calls = 0;
-    for (;;) {
-        const uint32_t more = loop->pass(0);
-        calls += more;
-        if (more == 0 && loop->arm_bells_and_get_timeout_ms() != 0) return calls;
-    }
+    return loop->polled_pass([loop] {
+        for (uint32_t calls = 0;;) {
+            const uint32_t more = loop->pass(0);
+            calls += more;
+            if (more == 0 && loop->arm_bells_and_get_timeout_ms() != 0) return calls;
+        }
+    });
 }
 
 uint64_t fwx_host_timer_add(fwx_host_loop_t *loop, uint64_t delay_ms, fwx_host_fn_t fn, void *arg) {

@@ -39,6 +39,18 @@ private:
     loop_place_t *next_ = this;
 };
 
+/** The ring of a loop's ready tasks. */
+struct loop_ready_t : loop_place_t {
+    /** True while a program may sleep on the loop's descriptor, and for tasks whose loop is gone: one look covers both,
+     * so that the hot path pays for neither. */
+    bool must_wake = false;
+    bool is_rung = false; /* wake_fd is readable */
+    int wake_fd = -1;     /* an event descriptor in the loop's; -1: the loop is gone, or no program polls it */
+
+    /** Makes the loop's descriptor readable. False: the loop is gone. */
+    bool wake();
+};
+
 class loop_task_t : private loop_place_t {
 public:
     explicit loop_task_t(fwx_host_loop_t &loop);
@@ -55,14 +67,16 @@ public:
     virtual void loop_gone() {}
 
 protected:
-    bool has_loop() const { return loop_ != nullptr; }
+    bool has_loop() const { return ready_ != &no_loop; }
 
 private:
     friend struct fwx_host_loop;
 
     [[gnu::noinline]] void become_ready();
 
-    fwx_host_loop_t *loop_; /* null once the loop is gone */
+    static loop_ready_t no_loop;
+
+    loop_ready_t *ready_; /* of the loop; no_loop once that is gone */
     bool is_ready_ = false;
 };
 

@@ -1,3 +1,4 @@
+#include <poll.h>
 #include <unistd.h>
 
 #include <string>
@@ -128,6 +129,26 @@ TEST_F(loop_t, a_descriptor_number_that_is_used_again_within_a_pass_gets_no_even
     EXPECT_EQ(log_, "-");
     close(fresh_[0]);
     close(fresh_[1]);
+}
+
+/** Whether a program that polls the descriptor now would wake. */
+bool is_readable(fwx_host_loop_t *loop) {
+    pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
+    return poll(&watched, 1, 0) == 1;
+}
+
+TEST_F(loop_t, timers_make_the_descriptor_readable_also_those_added_behind_the_last_pass) {
+    fwx_host_clock_run();
+    EXPECT_FALSE(is_readable(loop_));
+    fwx_host_loop_process(loop_);
+    fwx_host_timer_add(loop_, 60000, note_t::write, &c_);
+    EXPECT_FALSE(is_readable(loop_));
+    fwx_host_timer_add(loop_, 0, note_t::write, &a_);
+    pollfd watched = {fwx_host_loop_fd(loop_), POLLIN, 0};
+    ASSERT_EQ(poll(&watched, 1, 60000), 1);
+    EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
+    EXPECT_EQ(log_, "a");
+    EXPECT_FALSE(is_readable(loop_)) << "what has run makes it readable no more";
 }
 
 }  // namespace

@@ -14,12 +14,13 @@ protected:
     shm_channel_t() : channel_fixture_t(link_kind_t::between_processes) {}
 };
 
-bool is_rung(const fwx_host_loop_t *loop) {
+bool is_rung(fwx_host_loop_t *loop) {
     pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
     return poll(&watched, 1, 0) == 1;
 }
 
 TEST_F(shm_channel_t, the_server_is_woken_once_for_all_that_was_sent_before_the_loop_waits) {
+    EXPECT_FALSE(is_rung(loop_));
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(send("x"), 0u);
     }
@@ -30,6 +31,26 @@ TEST_F(shm_channel_t, the_server_is_woken_once_for_all_that_was_sent_before_the_
     EXPECT_FALSE(is_rung(loop_));
     run();
     EXPECT_EQ(count("done x 0"), 50);
+}
+
+TEST_F(shm_channel_t, a_program_that_polls_the_descriptor_sleeps_over_nothing_sent_behind_its_last_look) {
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(is_rung(client_loop_));
+        fwx_host_loop_next_timeout_ms(client_loop_);
+        ASSERT_EQ(send("x"), 0u);
+        EXPECT_TRUE(is_rung(client_loop_)) << "it has to wake the server";
+        fwx_host_loop_process(client_loop_);
+        EXPECT_FALSE(is_rung(client_loop_));
+        EXPECT_TRUE(is_rung(loop_));
+        fwx_host_loop_process(loop_);
+        EXPECT_TRUE(is_rung(client_loop_)) << "the completion";
+        fwx_host_loop_process(client_loop_);
+        ASSERT_EQ(reply("y"), 0u);
+        fwx_host_loop_process(loop_);
+        EXPECT_TRUE(is_rung(client_loop_)) << "and the reply";
+        fwx_host_loop_process(client_loop_);
+    }
+    EXPECT_EQ(count("got y"), 3);
 }
 
 TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_in_order) {

@@ -2,9 +2,8 @@
  * The event loop of a program on the host platform. A loop is what a program gives to fwx_nat64_bind as its event
  * argument; everything that a channel delivers (messages, completions, flow control, errors) is dispatched by it.
  *
- * A program with a loop of its own polls fwx_host_loop_fd for reading, for at most fwx_host_loop_next_timeout_ms, which
- * it asks each time before it polls, and then calls fwx_host_loop_process. A program without one calls
- * fwx_host_loop_run_once. Nothing here is thread-safe.
+ * A program with a loop of its own polls fwx_host_loop_fd for reading and then calls fwx_host_loop_process; it needs no
+ * more, and may send at any moment. A program without one calls fwx_host_loop_run_once. Nothing here is thread-safe.
  *
  * A loop serves the process that made it. In a child that was forked, and on null, which a program that could not make
  * one has, calls do nothing: they return 0 where they return numbers, and a code where they return codes.
@@ -28,13 +27,14 @@ fwx_host_loop_t *fwx_host_loop_create(void);
  * called. Requires: no loop callback is running.
  */
 void fwx_host_loop_destroy(fwx_host_loop_t *loop);
-/** Descriptor that is readable when a watched descriptor is. */
-int fwx_host_loop_fd(const fwx_host_loop_t *loop);
 /**
- * Milliseconds until the loop has something to do by itself: 0 now, -1 never. Asking arms the bells of the loop's
- * channels to other processes, so that what these do from now on makes the loop's descriptor readable; without it a
- * program that polls the descriptor may sleep over a message.
+ * Descriptor that is readable while the loop has something to do: a message, a command that was sent, a timer that is
+ * due, a watched descriptor. It stays the loop's. A callback that runs the loop itself leaves it as it should be. -1
+ * when the system has no descriptors left. With a clock that a test has stopped, timers do not make it readable.
  */
+int fwx_host_loop_fd(fwx_host_loop_t *loop);
+/** Milliseconds until the loop has something to do by itself: 0 now, -1 never. For a program that cannot poll a
+ * descriptor. */
 int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop);
 /** Dispatches what is ready, without waiting; returns how many callbacks were called. */
 uint32_t fwx_host_loop_process(fwx_host_loop_t *loop);
