@@ -28,7 +28,7 @@ task<> work(client &pal, const fwx::host::loop &loop, tally_t &tally) {
         const uint32_t number = tally.sent++;
         result done;
         for (int tries = 200; tries > 0; --tries) {
-            co_await pal.may_send();
+            co_await pal.writable();
             done = co_await send(pal, number);
             if (done.was_sent && done.code() != FWX_NAT64_ERR_AGAIN) break;
             co_await fwx::host::sleep(loop, 50ms); /* these do no harm if they are carried out twice */

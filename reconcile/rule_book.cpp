@@ -21,7 +21,7 @@ uint32_t first_of(uint32_t code, uint32_t next) {
 }
 
 bool is_done(const fwx::nat64::rule_result &got) {
-    return got.has_verdict && (got || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED);
+    return got.has_verdict && (!got.error || got.code() == FWX_NAT64_MODEL_ERR_NOT_SAVED);
 }
 
 }  // namespace

@@ -51,6 +51,7 @@ public:
     /* For the link. */
     /** Whether a callback of the channel is being called; what comes meanwhile waits for its return. */
     bool is_running() const { return is_running_; }
+    bool is_throttled() const { return is_throttled_; }
     bool has_untaken() const { return !untaken_.empty(); }
     /** The oldest message that was not taken, and those behind it by its link; null: there is none. */
     message_t *oldest_untaken() { return untaken_.front(); }

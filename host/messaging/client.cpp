@@ -75,6 +75,11 @@ uint32_t smc_msg_chan_fc_set(smc_chan_t chan, void *, uint32_t high, uint32_t lo
     return 0;
 }
 
+uint32_t fwx_host_smc_is_throttled(uint64_t chan) {
+    const channel_t *channel = handle_find(chan);
+    return channel != nullptr && channel->is_throttled() ? 1 : 0;
+}
+
 uint32_t smc_msg_rx_buffer_set(smc_chan_t chan, void *buf, size_t size, smc_rx_buffer_fn_t rx_fn) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_RX_BUFFER_SET)) return code;
     channel_t *channel = handle_find(chan);

@@ -13,7 +13,11 @@
  * Calling context: the thread that runs the event loop of the binding; everything may be done from inside coroutines
  * and callbacks. Not thread-safe. Destroying an awaitable, a coroutine that awaits, or the client is safe at any
  * moment, also from inside a callback. Coroutines are resumed, and callbacks called, from inside the loop or from where
- * the client is destroyed; what they throw ends the program, save out of a task, which keeps it for who awaits it.
+ * the client is destroyed.
+ *
+ * Exceptions: what a function of the PAL throws inside something that is awaited, at once or from the loop, reaches the
+ * coroutine that awaits. What a callback or a handler throws reaches the handler `failed`, and so does the error of a
+ * task that nobody awaited.
  *
  * Memory: beside the coroutines' frames, lists and the table of what is outstanding, which grows as it must and is
  * used again, nothing is allocated.
@@ -35,7 +39,11 @@
 namespace fwx::nat64 {
 
 /** A binding to the server. It unbinds when it ends: what is outstanding then ends with FWX_NAT64_ERR_NOT_READY, and
- * the server may carry it out. The library's table of MAP-T rules stays (fwx_mapt_plu_cleanup empties it). */
+ * the server may carry it out. The library's table of MAP-T rules stays.
+ *
+ * A server that has restarted has lost its rules, and gives other indices to those that it gets now. The library's
+ * table keeps the rules and their old indices, and answers an add of one of them with FWX_NAT64_ERR_EXISTS:
+ * rules_forget(), when the server is known to be another one, and then adding all rules again makes both agree. */
 class client {
 private:
     class room_t : detail::room_waiter {
@@ -45,7 +53,7 @@ private:
         ~room_t() {
             if (handle) of_->forget_room(*this);
         }
-        bool await_ready() const noexcept { return !of_->is_throttled() || !of_->is_bound(); }
+        bool await_ready() const noexcept { return !of_->is_bound() || !of_->is_throttled(); }
         void await_suspend(std::coroutine_handle<> waiting) noexcept {
             handle = waiting;
             of_->wait_for_room(*this);
@@ -131,29 +139,38 @@ public:
         if (bind_error_) throw std::system_error(bind_error_, "no binding");
     }
 
-    /** Whether it is bound. */
-    bool is_bound() const noexcept { return binding_.is_bound(); }
+    /** Whether it is open: bound, and not closed. */
+    bool is_open() const noexcept { return binding_.is_bound(); }
+    /** Unbinds now: what is outstanding ends as when the client is destroyed, and every command is refused from then
+     * on. */
+    void close() { binding_.close(); }
+    /** Empties the library's table of MAP-T rules, which a server that has restarted knows nothing of. Nothing is sent;
+     * of adds that are outstanding the rule is not installed. */
+    static void rules_forget() noexcept { fwx_mapt_plu_cleanup(); }
     /** Whether a channel to the server is open; without one, the next command opens it. */
     bool is_connected() const noexcept {
-        const fwx_nat64_client_info_t *info = is_bound() ? fwx_nat64_client_info_get() : nullptr;
+        const fwx_nat64_client_info_t *info = is_open() ? fwx_nat64_client_info_get() : nullptr;
         return info != nullptr && info->connected != 0;
     }
     /** Commands and queries that wait for their answer. */
     size_t outstanding() const noexcept { return binding_.outstanding(); }
-    /** How long commands and queries that are made from now on may take, unless command::within says it; 0: any time.
-     * Of a list it is the longest silence between replies. */
-    void deadline_set(std::chrono::milliseconds timeout) noexcept {
-        timeout_ms_ = static_cast<uint64_t>(timeout.count());
+    /** How long commands and queries that are made from now on may take, unless `within` says it; none: any time. Of a
+     * list it is the longest silence between replies. 0 is the next turn of the loop. Throws std::out_of_range for a
+     * negative time. */
+    void deadline_set(std::optional<std::chrono::milliseconds> timeout) {
+        timeout_ms_ = timeout ? detail::deadline_of(*timeout) : 0;
     }
     /** Ends what has its deadline behind it. A platform with timers does it by itself. */
     void expire(uint64_t now_ms) { binding_.expire(now_ms); }
     /** The same, of this moment. */
     void expire() { binding_.expire(binding_.now_ms()); }
 
-    /** Whether the channel has filled up; sending is not refused then, but should wait. */
+    /** Whether the channel has filled up, as of now with an adapter that tells it. What is awaited waits for room by
+     * itself when the channel takes no more; what is sent with a callback is refused then, with client_errc::no_room.
+     */
     bool is_throttled() const noexcept { return binding_.is_throttled(); }
     /** Awaits that the channel has room; at once if it has. */
-    auto may_send() noexcept { return room_t(binding_); }
+    auto writable() noexcept { return room_t(binding_); }
 
     /* --- Settings --- */
 
@@ -463,8 +480,11 @@ public:
      */
     template <class ask_type, class page_type, class end_type>
     result query(ask_type ask, page_type on_page, end_type on_end, uint64_t cookie = 0) {
-        auto end = [on = std::move(on_end)](std::error_code error) mutable { on(result{error}); };
-        return detail::sent(detail::list_walk<ask_type, page_type, decltype(end)>::start_in_slot(
+        auto end = [on = std::move(on_end)](std::error_code error, const std::exception_ptr &thrown) mutable {
+            if (thrown) detail::binding::threw(thrown);
+            on(result{thrown ? client_errc::callback_threw : error});
+        };
+        return binding_.refused(detail::list_walk<ask_type, page_type, decltype(end)>::start_in_slot(
             binding_, std::move(ask), std::move(on_page), std::move(end), cookie, timeout_ms_));
     }
     /** What a session walk gives to the C function as its callback, with the `pal_ctx` of a query. */

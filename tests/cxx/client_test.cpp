@@ -81,7 +81,8 @@ TEST_F(cxx_client_test_t, a_command_that_is_not_answered_in_time_ends_and_its_la
     fwx_host_clock_turn(1);
     pump();
     EXPECT_EQ(ends_, std::vector({timed_out_}));
-    nat64::task<> reusing = keep(client->pool_add(a_pool(3)).within(0ms));
+    client->deadline_set(std::nullopt);
+    nat64::task<> reusing = keep(client->pool_add(a_pool(3)));
     reusing.start(); /* in the slot of the first */
     fwx_host_clock_turn(30);
     pump();
@@ -200,7 +201,7 @@ TEST_F(cxx_client_test_t, who_waits_for_room_goes_on_when_there_is_room_or_no_ch
                 if (c.session_clear(nat64::session_filter{}, ignored)) ++sent;
                 if (sent % 1024 == 0) pump();
             }
-            co_await c.may_send();
+            co_await c.writable();
         };
         nat64::task<> task = fill(*client);
         task.start();
@@ -262,7 +263,7 @@ TEST_F(cxx_client_test_t, a_client_without_a_server_says_so_and_leaves_nothing) 
     std::error_code error;
     client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter, error);
     EXPECT_EQ(error, nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
-    EXPECT_FALSE(client->is_bound());
+    EXPECT_FALSE(client->is_open());
 }
 
 TEST_F(cxx_client_test_t, a_task_keeps_what_it_throws_for_who_awaits_it) {
@@ -279,4 +280,227 @@ TEST_F(cxx_client_test_t, a_task_keeps_what_it_throws_for_who_awaits_it) {
         co_return "nothing";
     };
     EXPECT_EQ(run(outer(*client)), "thrown");
+}
+
+TEST_F(cxx_client_test_t,
+       a_rule_that_the_table_keeps_from_a_server_that_restarted_is_no_success_until_it_is_forgotten) {
+    const auto add = [](nat64::client &c) -> nat64::task<nat64::rule_result> {
+        co_return co_await c.mapt_bmr_add(a_rule(7));
+    };
+    EXPECT_TRUE(run(add(*client)));
+    model.reset();
+    pump();
+    make_model();
+    const nat64::rule_result stale = run(add(*client));
+    EXPECT_FALSE(stale);
+    EXPECT_EQ(stale.error, nat64::nat64_error(0)) << "the server has it";
+    EXPECT_EQ(stale.first_error(), nat64::nat64_error(FWX_NAT64_ERR_EXISTS));
+    const auto both = [](nat64::client &c) -> nat64::task<nat64::all_result> {
+        co_return co_await nat64::when_all(1, 1, [&](size_t) { return c.mapt_bmr_add(a_rule(8)); });
+    };
+    EXPECT_TRUE(run(both(*client)));
+    model.reset();
+    pump();
+    make_model();
+    const nat64::all_result sum = run(both(*client));
+    EXPECT_EQ(sum.failed, 1u);
+    EXPECT_EQ(sum.first_error, nat64::nat64_error(FWX_NAT64_ERR_EXISTS));
+    model.reset();
+    pump();
+    make_model();
+    nat64::client::rules_forget();
+    EXPECT_TRUE(run(add(*client)));
+}
+
+namespace {
+
+/** Sends to a server that takes nothing, until the channel takes no more; returns how the last send was refused. */
+nat64::result fill_up(nat64::client &client, bool &was_throttled) {
+    for (size_t i = 0; i < 1000000; ++i) {
+        const nat64::result got = client.session_clear(nat64::session_filter{}, [](const nat64::result &) {});
+        if (!got) return got;
+        was_throttled = was_throttled || client.is_throttled();
+    }
+    return {};
+}
+
+}  // namespace
+
+TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_the_channel_fill_up_and_what_is_awaited_waits_for_room) {
+    model->pause_set(true);
+    bool was_throttled = false;
+    const nat64::result refused = fill_up(*client, was_throttled);
+    EXPECT_TRUE(was_throttled) << "without a turn of the loop";
+    EXPECT_EQ(refused.error, nat64::client_errc::no_room);
+    EXPECT_FALSE(refused.was_sent);
+    std::vector<std::string> ended;
+    const auto wait = [&](const char *name, auto awaitable) -> nat64::task<> {
+        ended.push_back(name + std::string((co_await awaitable) ? "" : " failed"));
+    };
+    nat64::task<> one = wait("one", client->pool_add(a_pool(1)));
+    nat64::task<> query = [&](nat64::client &c) -> nat64::task<> {
+        ended.push_back(co_await c.stats_pools() ? "query" : "query failed");
+    }(*client);
+    nat64::task<> both = [&](nat64::client &c) -> nat64::task<> {
+        const auto [a, b] = co_await nat64::when_all(c.pool_add(a_pool(2)), c.pool_add(a_pool(3)));
+        ended.push_back(a && b ? "both" : "both failed");
+    }(*client);
+    nat64::task<> window = [&](nat64::client &c) -> nat64::task<> {
+        const auto sum =
+            co_await nat64::when_all(9, 4, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(10 + i))); });
+        ended.push_back(sum ? "window" : "window failed");
+    }(*client);
+    nat64::task<> room = [&](nat64::client &c) -> nat64::task<> {
+        co_await c.writable();
+        ended.push_back(c.is_throttled() ? "still full" : "room");
+    }(*client);
+    nat64::task<> late = keep(client->pool_add(a_pool(99)).within(50ms));
+    nat64::task<> dropped = keep(client->pool_add(a_pool(98)));
+    for (nat64::task<> *each : {&one, &query, &both, &window, &room, &late, &dropped})
+        each->start();
+    fwx_host_clock_turn(50);
+    pump();
+    EXPECT_EQ(ends_, std::vector({timed_out_})) << "while it waited";
+    EXPECT_TRUE(ended.empty());
+    { const nat64::task<> gone = std::move(dropped); }
+    model->pause_set(false);
+    pump();
+    std::sort(ended.begin(), ended.end());
+    EXPECT_EQ(ended, (std::vector<std::string>{"both", "one", "query", "room", "window"}));
+    EXPECT_EQ(model->totals().pools, 12u);
+    EXPECT_FALSE(client->is_throttled());
+    EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_client_test_t, what_waits_for_room_ends_with_the_client) {
+    model->pause_set(true);
+    bool was_throttled = false;
+    fill_up(*client, was_throttled);
+    nat64::task<> one = keep(client->pool_add(a_pool(1)));
+    one.start();
+    nat64::task<> window = [](nat64::client &c) -> nat64::task<> {
+        const auto sum = co_await nat64::when_all(3, 2, [&](size_t) { return c.pool_add(a_pool(2)); });
+        EXPECT_EQ(sum.failed, 3u);
+    }(*client);
+    window.start();
+    client->close();
+    EXPECT_EQ(ends_, std::vector({not_ready_}));
+    EXPECT_TRUE(window.done());
+    EXPECT_FALSE(client->is_open());
+    model->pause_set(false);
+}
+
+TEST_F(cxx_client_test_t, what_a_function_throws_reaches_who_awaits_whether_it_is_called_at_once_or_from_the_loop) {
+    const auto thrower = [](size_t at) {
+        return [at](size_t index, const nat64::result &) {
+            if (index == at) throw std::runtime_error("thrown");
+        };
+    };
+    /* 0 is refused at once, 1 is answered. */
+    for (const size_t at : {0, 1}) {
+        const auto window = [&](nat64::client &c) -> nat64::task<> {
+            co_await nat64::when_all(
+                3, 2, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(i))); }, thrower(at));
+        };
+        EXPECT_THROW(run(window(*client)), std::runtime_error) << at;
+        const auto maker = [&](nat64::client &c) -> nat64::task<> {
+            co_await nat64::when_all(3, 1, [&](size_t i) {
+                if (i == at + 1) throw std::runtime_error("thrown");
+                return c.pool_add(a_pool(static_cast<uint32_t>(i)));
+            });
+        };
+        EXPECT_THROW(run(maker(*client)), std::runtime_error) << at;
+        pump();
+        EXPECT_EQ(client->outstanding(), 0u);
+    }
+    const auto pages = [](nat64::client &c) -> nat64::task<> {
+        co_await c.stats_pools(
+            [](std::span<const fwx_nat64_stats_pool_entry_t>) { throw std::runtime_error("thrown"); });
+    };
+    EXPECT_THROW(run(pages(*client)), std::runtime_error);
+    const auto sender = [](nat64::client &c) -> nat64::task<> {
+        co_await c.configure([](void *) -> uint32_t { throw std::runtime_error("thrown"); });
+    };
+    EXPECT_THROW(run(sender(*client)), std::runtime_error);
+    EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_client_test_t, what_callbacks_handlers_and_tasks_that_nobody_awaits_throw_reaches_the_handler) {
+    std::string heard;
+    const auto hear = [&](const std::exception_ptr &what) {
+        try {
+            std::rethrow_exception(what);
+        } catch (const std::runtime_error &error) {
+            heard += error.what();
+        }
+    };
+    client.reset();
+    client.emplace("test", loop.get(),
+                   nat64::handlers{.event = [] { throw std::runtime_error("event "); }, .failed = hear},
+                   fwx::host::adapter);
+    pump();
+    EXPECT_TRUE(client->pool_add(a_pool(1), [](const nat64::result &) { throw std::runtime_error("callback "); }));
+    pump();
+    EXPECT_TRUE(client->stats_pools(
+        [](std::span<const fwx_nat64_stats_pool_entry_t>) { throw std::runtime_error("page "); },
+        [&](const nat64::result &got) { heard += got.error == nat64::client_errc::callback_threw ? "ended " : "?"; }));
+    pump();
+    ASSERT_EQ(model->notify_event(), 0u);
+    pump();
+    const auto thrower = [](nat64::client &c) -> nat64::task<> {
+        co_await c.pool_add(a_pool(1));
+        throw std::runtime_error("task ");
+    };
+    {
+        nat64::task<> forgotten = thrower(*client);
+        forgotten.start();
+        pump();
+    }
+    EXPECT_THROW(run(thrower(*client)), std::runtime_error) << "which is heard, and not told again";
+    EXPECT_EQ(heard, "callback page ended event task ");
+}
+
+TEST_F(cxx_client_test_t, times_out_of_range_are_errors_at_the_call_and_zero_is_now) {
+    EXPECT_THROW((void)client->pool_add(a_pool(1)).within(-1ms), std::out_of_range);
+    EXPECT_THROW((void)client->pool_add(a_pool(1)).within(std::chrono::hours::max()), std::out_of_range);
+    EXPECT_THROW((void)client->stats_pools().within(-1s), std::out_of_range);
+    EXPECT_THROW(client->deadline_set(-1ms), std::out_of_range);
+    EXPECT_THROW(fwx::host::sleep(loop, -1ms), std::out_of_range);
+    for (const auto value : {-1s, std::chrono::seconds(int64_t{1} << 32)}) {
+        EXPECT_THROW((void)client->timeout_set(nat64::timeout{nat64::timeout_kind::udp, value}), std::out_of_range);
+    }
+    model->hold();
+    nat64::task<> at_once = keep(client->pool_add(a_pool(1)).within(0ms));
+    at_once.start();
+    pump();
+    EXPECT_EQ(ends_, std::vector({timed_out_}));
+    const auto query = [&](nat64::client &c) -> nat64::task<> {
+        ends_.push_back((co_await c.stats_pools().within(20ms)).error);
+        auto sessions = c.sessions();
+        sessions.within(20ms);
+        co_await sessions.next();
+        ends_.push_back(sessions.end().error);
+    };
+    nat64::task<> task = query(*client);
+    task.start();
+    for (int i = 0; i < 2; ++i) {
+        pump();
+        fwx_host_clock_turn(20);
+        pump();
+    }
+    EXPECT_EQ(ends_, std::vector(3, timed_out_));
+    model->release(fwx_nat64_model_order_t::in_order);
+    pump();
+}
+
+TEST_F(cxx_client_test_t, a_task_that_is_not_done_has_no_value_and_one_that_is_replaced_is_destroyed) {
+    const auto wait = [](nat64::client &c, std::shared_ptr<int>) -> nat64::task<> { co_await c.pool_add(a_pool(1)); };
+    const auto first = std::make_shared<int>();
+    nat64::task<> task = wait(*client, first);
+    task.start();
+    EXPECT_THROW(task.get(), std::logic_error);
+    nat64::task<> other = wait(*client, nullptr);
+    task = std::move(other);
+    EXPECT_EQ(first.use_count(), 1);
+    EXPECT_EQ(client->outstanding(), 0u);
 }

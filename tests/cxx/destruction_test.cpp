@@ -143,7 +143,7 @@ TEST_F(cxx_fixture_t, a_coroutine_that_waits_for_room_can_be_destroyed_and_a_cli
         }
         bool went_on = false;
         const auto wait = [&](nat64::client &c) -> nat64::task<> {
-            co_await c.may_send();
+            co_await c.writable();
             went_on = true;
         };
         {

@@ -34,7 +34,7 @@ constexpr uint32_t mod = FWX_NAT64_OP_MOD;
 constexpr uint32_t del = FWX_NAT64_OP_DEL;
 
 constexpr fwx_nat64_addr_t ipv4 = {0, {0xfe, 2, 0, 0xc0}};
-constexpr fwx_nat64_addr_t ipv6 = {10, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x12, 0x34}};
+constexpr fwx_nat64_addr_t ipv6 = {1, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x12, 0x34}};
 constexpr fwx_nat64_prefix_t prefix_of(uint32_t kind) {
     return {{0x20, 1, 0x0d, 0xb8, 0xff, 0, 0, 0, 0, 0, 0, 1}, {}, 96, kind};
 }

@@ -63,7 +63,7 @@ pal_t::~pal_t() {
     const std::string not_kept = end_change();
     if (!not_kept.empty()) note_("natctl: " + not_kept);
     calls_.clear(); /* nobody hears of their end */
-    const bool was_bound = client_ && client_->is_bound();
+    const bool was_bound = client_ && client_->is_open();
     reconciler_.reset();
     client_.reset();
     if (was_bound) fwx_mapt_plu_cleanup();

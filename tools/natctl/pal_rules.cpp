@@ -80,7 +80,7 @@ uint32_t pal_t::judge_rule(const call_t &call, const nat64::rule_result &got, co
     if (is_its_own) rules_under_way_.erase(under_way);
     const rule_verdict_t verdict = rules_.answered(change, got);
     if (!verdict.is_done) note_repair(call, verdict.table_code);
-    if (!got) return got.code();
+    if (got.error) return got.code();
     by = "library, though the server has done it";
     return verdict.table_code;
 }

@@ -23,6 +23,8 @@ inline constexpr nat64::adapter adapter = {
                     void *arg) { return fwx_host_timer_add(static_cast<fwx_host_loop_t *>(loop), delay_ms, fn, arg); },
     .timer_cancel = [](void *loop, uint64_t id) { fwx_host_timer_cancel(static_cast<fwx_host_loop_t *>(loop), id); },
     .observe_end = fwx_host_channel_end_observe,
+    .full_code = FWX_HOST_ERR_FULL,
+    .is_throttled = fwx_host_smc_is_throttled,
 };
 
 /** Gives xerr_strerror the texts of this project's server, which is in another process. */
@@ -35,7 +37,9 @@ inline void add_server_texts() {
 /** Awaits that time passes on a loop. */
 class [[nodiscard]] sleep {
 public:
-    sleep(fwx_host_loop_t *loop, std::chrono::milliseconds time) noexcept : loop_(loop), time_(time) {}
+    /** Throws std::out_of_range for a negative time. */
+    sleep(fwx_host_loop_t *loop, std::chrono::milliseconds time)
+        : loop_(loop), delay_ms_(nat64::detail::deadline_of(time) - 1) {}
     sleep(const sleep &) = delete;
     ~sleep() { fwx_host_timer_cancel(loop_, timer_); }
 
@@ -44,14 +48,14 @@ public:
     bool await_suspend(std::coroutine_handle<> waiting) noexcept {
         waiting_ = waiting;
         const auto rang = [](void *self) { std::exchange(static_cast<sleep *>(self)->waiting_, nullptr).resume(); };
-        timer_ = fwx_host_timer_add(loop_, static_cast<uint64_t>(time_.count()), rang, this);
+        timer_ = fwx_host_timer_add(loop_, delay_ms_, rang, this);
         return timer_ != 0;
     }
     void await_resume() const noexcept {}
 
 private:
     fwx_host_loop_t *loop_;
-    std::chrono::milliseconds time_;
+    uint64_t delay_ms_;
     uint64_t timer_ = 0;
     std::coroutine_handle<> waiting_;
 };

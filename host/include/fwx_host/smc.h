@@ -106,6 +106,10 @@ size_t fwx_host_smc_bytes_behind(const void *data);
 const void *fwx_host_smc_head(size_t *size);
 #define FWX_HOST_SMC_HEAD_SIZE 64u
 
+/** Not 0 while a channel is filled up, between its high and its low mark: as of now, while flow control tells it from
+ * the loop. 0 for what is no open channel. */
+uint32_t fwx_host_smc_is_throttled(uint64_t chan);
+
 /** Hears of a channel of this process that has ended with an error, when the client's own error handler has returned
  * and nothing more comes through it. Called from the channel's loop. */
 typedef void (*fwx_host_channel_end_fn_t)(void *arg);

@@ -14,14 +14,17 @@
 #include <coroutine>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "fwx_nat64/cxx/error.hpp"
+#include "fwx_nat64/cxx/task.hpp"
 #include "fwx_nat64/fwx_nat64.h"
 
 namespace fwx::nat64 {
@@ -42,6 +45,11 @@ struct adapter {
     /** Calls `fn` from the loop whenever a channel has ended with an error and nothing more comes through it; null
      * `fn`: no more. Without it, commands that a dead server had taken end at their deadlines. */
     void (*observe_end)(void (*fn)(void *arg), void *arg) = nullptr;
+    /** The code with which a send is refused because the channel is full; 0: none. With it, what is awaited waits for
+     * room. */
+    uint32_t full_code = 0;
+    /** Whether a channel has filled up, as of now: its own report of that comes through the loop. */
+    uint32_t (*is_throttled)(uint64_t chan) = nullptr;
 };
 
 /** What the server sends unasked, and what becomes of the channel. All are called from the loop and may be empty. */
@@ -51,6 +59,9 @@ struct handlers {
     std::function<void(const fwx_nat64_stats_mapping_entry_t &mapping)> mapping{}; /**< became active or inactive */
     std::function<void(bool may_send)> flow{}; /**< the channel is full, or has room */
     std::function<void()> lost{};              /**< the channel has ended; the next command opens another one */
+    /** Gets what a callback or a handler of the PAL threw, and the error of a task that nobody awaited. Without it,
+     * what a callback throws ends the program. */
+    std::function<void(std::exception_ptr what)> failed{};
 };
 
 /** One reply of a query, as the C callbacks bring it. */
@@ -68,10 +79,20 @@ enum class list_step { next, enough, too_short };
 
 namespace detail {
 
-/** Who waits for a slot. What a PAL throws in `done` ends the program. `got` is a reply of a query; without it the slot
- * is closed, and `error` says how it ended. */
+/** A time as deadlines are kept: milliseconds and one, since 0 is none. Throws std::out_of_range. */
+template <class rep_type, class period_type>
+uint64_t deadline_of(std::chrono::duration<rep_type, period_type> time) {
+    using milliseconds = std::chrono::duration<double, std::milli>;
+    constexpr double most = 1e15; /* some 30,000 years, so that no sum with a clock overflows */
+    const double count = milliseconds(time).count();
+    if (!(count >= 0 && count <= most)) throw std::out_of_range("a time is negative or too long");
+    return static_cast<uint64_t>(count) + 1;
+}
+
+/** Who waits for a slot. What `done` throws goes to the handler `failed`. `got` is a reply of a query, or room_page;
+ * without it the slot is closed, and `error` says how it ended. */
 struct waiter {
-    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got) noexcept;
+    using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got);
     explicit waiter(done_fn fn) noexcept : done(fn) {}
     done_fn done;
 };
@@ -81,6 +102,9 @@ struct room_waiter {
     room_waiter *next = nullptr;
     std::coroutine_handle<> handle;
 };
+
+/** Given to who waits for room by binding::queue, when there is some; the slot is closed then. */
+inline constexpr page room_page{};
 
 /** What came of sending. */
 inline result sent(uint32_t code) noexcept {
@@ -100,6 +124,8 @@ public:
         error = nat64_error(code);
         if (code == 0) {
             is_bound_ = true;
+            hearing_ = on_;
+            report_unheard = unheard;
             fwx_nat64_client_info_get()->throttle_cb = throttled;
             fwx_nat64_client_info_get()->throttle_ctx = nullptr;
             if (platform_.observe_end != nullptr) platform_.observe_end(channel_ended, nullptr);
@@ -111,7 +137,9 @@ public:
     binding(const binding &) = delete;
     binding &operator=(const binding &) = delete;
 
-    ~binding() {
+    ~binding() { close(); }
+    /** Unbinds; ends all that waits. */
+    void close() {
         if (active() == this) {
             fwx_nat64_unbind();
             active() = nullptr;
@@ -124,12 +152,49 @@ public:
             if (at(index).owner != nullptr) end(at(index), nat64_error(FWX_NAT64_ERR_NOT_READY));
         }
         while (room_waiter *first = std::exchange(room_, room_ == nullptr ? nullptr : room_->next)) {
-            first->handle.resume();
+            resume(first->handle);
         }
+        const bool is_heard = hearing_ == on_;
+        if (is_heard) hearing_.reset();
     }
 
     bool is_bound() const noexcept { return is_bound_; }
-    bool is_throttled() const noexcept { return is_throttled_; }
+    bool is_throttled() const noexcept {
+        if (is_throttled_ || is_full_) return true;
+        const fwx_nat64_client_info_t *info =
+            platform_.is_throttled != nullptr && is_bound_ ? fwx_nat64_client_info_get() : nullptr;
+        return info != nullptr && info->connected != 0 && platform_.is_throttled(info->chan) != 0;
+    }
+    /** Whether a send was refused because the channel is full. */
+    bool is_full(uint32_t code) noexcept {
+        if (code == 0 || code != platform_.full_code) return false;
+        is_full_ = true;
+        return true;
+    }
+    /** What came of a send that is not to wait. */
+    result refused(uint32_t code) noexcept { return is_full(code) ? result{client_errc::no_room, false} : sent(code); }
+    /** Opens a slot whose owner gets room_page when there is room. */
+    uint64_t queue(waiter &owner, uint32_t tag, uint64_t timeout_ms) {
+        queue_.reserve(queue_.size() + 1);
+        const uint64_t id = open(owner, tag);
+        queue_.push_back(id);
+        set_deadline(id, timeout_ms);
+        return id;
+    }
+
+    /** What a function of the PAL threw where nobody awaits it. */
+    static void threw(const std::exception_ptr &what) noexcept {
+        const std::shared_ptr<const handlers> on = hearing_;
+        if (!on || !on->failed) std::rethrow_exception(what); /* as an exception that nobody catches */
+        on->failed(what);
+    }
+    static void resume(std::coroutine_handle<> waiting) noexcept {
+        try {
+            waiting.resume();
+        } catch (...) {
+            threw(std::current_exception());
+        }
+    }
     size_t outstanding() const noexcept {
         size_t count = 0;
         for (uint32_t index = 0; index < capacity(); ++index) {
@@ -187,26 +252,31 @@ public:
     /** Room in an open slot, which stays where it is until the slot is closed and opened again. */
     void *storage(uint64_t id) noexcept { return at(static_cast<uint32_t>(id)).storage; }
     void own(uint64_t id, waiter &owner) noexcept { at(static_cast<uint32_t>(id)).owner = &owner; }
-    /** Puts the deadline of an open slot so long from now; 0: it has none. */
+    /** Puts the deadline of an open slot so long from now, as deadline_of gives it; 0: it has none. */
     void set_deadline(uint64_t id, uint64_t timeout_ms) {
         if (timeout_ms != 0) put_deadline(at(static_cast<uint32_t>(id)), timeout_ms);
     }
     /** Calls the C function with the slot's number. An open slot that it fails for is closed. */
     template <class send_type>
-    uint32_t send(uint64_t id, send_type &send_fn) noexcept {
-        const uint32_t code = active() == this ? send_fn(reinterpret_cast<void *>(id)) : FWX_NAT64_ERR_NOT_READY;
+    uint32_t send(uint64_t id, send_type &send_fn) {
+        uint32_t code = FWX_NAT64_ERR_NOT_READY;
+        try {
+            if (active() == this) code = send_fn(reinterpret_cast<void *>(id));
+        } catch (...) {
+            close(id);
+            throw;
+        }
         if (code != 0) close(id);
         return code;
     }
     /** Opens a slot and sends; 0: the owner is called. */
     template <class send_type>
     uint32_t start(send_type &send_fn, waiter &owner, uint32_t tag, uint64_t timeout_ms, uint64_t &id) {
-        id = open(owner, tag);
-        const uint32_t code = send(id, send_fn);
-        if (code != 0) {
-            id = 0;
-        } else {
-            set_deadline(id, timeout_ms);
+        const uint64_t opened = open(owner, tag);
+        const uint32_t code = send(opened, send_fn);
+        if (code == 0) {
+            id = opened;
+            set_deadline(opened, timeout_ms);
         }
         return code;
     }
@@ -303,11 +373,18 @@ private:
     void end(slot &entry, std::error_code error) noexcept {
         waiter *const owner = entry.owner;
         release(entry);
-        owner->done(*owner, entry.tag, error, nullptr);
+        tell(*owner, entry.tag, error, nullptr);
+    }
+    static void tell(waiter &owner, uint32_t tag, std::error_code error, const page *got) noexcept {
+        try {
+            owner.done(owner, tag, error, got);
+        } catch (...) {
+            threw(std::current_exception());
+        }
     }
 
     [[gnu::noinline]] void put_deadline(slot &entry, uint64_t timeout_ms) {
-        entry.deadline_ms = now_ms() + timeout_ms;
+        entry.deadline_ms = std::max<uint64_t>(now_ms() + timeout_ms - 1, 1);
         arm(entry.deadline_ms);
     }
     void arm(uint64_t deadline_ms) {
@@ -347,17 +424,37 @@ private:
 
     /** Calls a handler, which may end the binding. */
     template <class handler_type, class... argument_types>
-    void tell(handler_type handlers::*which, const argument_types &...arguments) const {
+    void tell(handler_type handlers::*which, const argument_types &...arguments) const noexcept {
         const std::shared_ptr<const handlers> on = on_;
-        if ((*on).*which) ((*on).*which)(arguments...);
+        try {
+            if ((*on).*which) ((*on).*which)(arguments...);
+        } catch (...) {
+            threw(std::current_exception());
+        }
+    }
+    static void unheard(const std::exception_ptr &what) noexcept {
+        const std::shared_ptr<const handlers> on = hearing_;
+        if (on && on->failed) on->failed(what);
     }
     void set_throttled(bool is_on) {
-        if (is_throttled_ == is_on) return;
+        if (!is_on) is_full_ = false;
+        const bool is_news = is_throttled_ != is_on;
         is_throttled_ = is_on;
         const life_t life(*this);
-        tell(&handlers::flow, !is_on);
-        while (life && !is_throttled_ && room_ != nullptr) {
-            std::exchange(room_, room_->next)->handle.resume();
+        if (is_news) tell(&handlers::flow, !is_on);
+        while (life && !is_throttled_ && !is_full_ && room_ != nullptr) {
+            resume(std::exchange(room_, room_->next)->handle);
+        }
+        const std::vector<uint64_t> waiting = life ? std::exchange(queue_, {}) : std::vector<uint64_t>();
+        for (size_t i = 0; life && i < waiting.size(); ++i) {
+            if (is_throttled_ || is_full_) {
+                queue_.push_back(waiting[i]);
+            } else if (is_open(waiting[i])) {
+                slot &entry = at(static_cast<uint32_t>(waiting[i]));
+                waiter *const owner = entry.owner;
+                release(entry);
+                tell(*owner, entry.tag, {}, &room_page);
+            }
         }
     }
 
@@ -379,7 +476,7 @@ private:
             return 1;
         }
         const life_t life(*self);
-        entry.owner->done(*entry.owner, entry.tag, nat64_error(0), &got);
+        tell(*entry.owner, entry.tag, nat64_error(0), &got);
         return life && self->is_open(id) ? 0 : 1;
     }
     /** Says what is known of a reply beside what its callback got, or how the query has failed. */
@@ -435,7 +532,10 @@ private:
     const uint64_t birth_; /* tells it from another one that stands where it stood */
     bool is_bound_ = false;
     bool is_flushing_ = false;
-    bool is_throttled_ = false;
+    bool is_throttled_ = false;                             /* as the channel has told */
+    bool is_full_ = false;                                  /* a send was refused, and there has been no room since */
+    std::vector<uint64_t> queue_;                           /* slots whose owners wait for room, some closed by now */
+    static inline std::shared_ptr<const handlers> hearing_; /* of the binding, until all that it ends has been told */
     std::vector<std::unique_ptr<slot[]>> blocks_;
     uint32_t capacity_ = 0; /* slots in all blocks */
     slot *free_ = nullptr;

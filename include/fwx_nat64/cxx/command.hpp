@@ -51,30 +51,55 @@ public:
         if (id_ != 0) to_->close(id_);
     }
 
-    /** Gives it a deadline of its own, from when it is sent: it ends with std::errc::timed_out then. */
-    command &&within(std::chrono::milliseconds timeout) &&noexcept {
-        timeout_ms_ = static_cast<uint64_t>(timeout.count());
+    /** Gives it a deadline of its own, from when it is sent or begins to wait for room: it ends with
+     * std::errc::timed_out then. 0 is the next turn of the loop. Throws std::out_of_range for a negative time, or one
+     * of more than 30,000 years. */
+    template <class rep_type, class period_type>
+    command &&within(std::chrono::duration<rep_type, period_type> timeout) && {
+        timeout_ms_ = detail::deadline_of(timeout);
         return std::move(*this);
     }
 
     bool await_ready() const noexcept { return false; }
-    bool await_suspend(std::coroutine_handle<> waiting) noexcept {
+    bool await_suspend(std::coroutine_handle<> waiting) {
         waiting_ = waiting;
         const uint32_t code = to_->start(send_, *this, 0, timeout_ms_, id_);
-        if (code != 0) static_cast<result &>(result_) = detail::sent(code);
-        return code == 0;
+        return code == 0 || waits_for_room(code);
     }
     result_type await_resume() const noexcept { return result_; }
 
     using value_type = result_type;
     /** For who waits for many: sends it, in the name of an owner that tells its commands by their tags. */
-    uint32_t start_for(detail::waiter &owner, uint32_t tag, uint64_t &id) noexcept {
+    uint32_t start_for(detail::waiter &owner, uint32_t tag, uint64_t &id) {
         return to_->start(send_, owner, tag, timeout_ms_, id);
     }
     detail::binding &to() const noexcept { return *to_; }
 
 private:
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
+    /** Cold path. Has it sent again when the channel has room; false: it was refused for another reason. */
+    [[gnu::noinline]] bool waits_for_room(uint32_t code) {
+        static_cast<result &>(result_) = detail::sent(code);
+        if (!to_->is_full(code)) return false;
+        done = has_room;
+        id_ = to_->queue(*this, 0, timeout_ms_);
+        return true;
+    }
+    static void has_room(waiter &base, uint32_t tag, std::error_code error, const page *got) {
+        auto &self = static_cast<command &>(base);
+        self.done = arrived;
+        if (got == nullptr) return arrived(base, tag, error, nullptr); /* was_sent says that it was not sent */
+        self.id_ = 0;
+        self.result_ = result_type{};
+        try {
+            const uint32_t code = self.to_->start(self.send_, self, 0, self.timeout_ms_, self.id_);
+            if (code == 0 || self.waits_for_room(code)) return;
+        } catch (...) {
+            static_cast<result &>(self.result_) = {client_errc::callback_threw, false};
+            detail::binding::threw(std::current_exception());
+        }
+        self.waiting_.resume();
+    }
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
         auto &self = static_cast<command &>(base);
         self.id_ = 0;
         detail::conclude(*self.to_, error, self.result_);
@@ -113,7 +138,7 @@ public:
           each_(std::move(each)) {}
     window(const window &) = delete;
     ~window() {
-        if (outstanding_ != 0) to_->close_all(*this);
+        if (outstanding_ != 0 || waits_for_room_) to_->close_all(*this);
         if (is_gone_ != nullptr) *is_gone_ = true;
     }
 
@@ -122,50 +147,87 @@ public:
         return is_done();
     }
     void await_suspend(std::coroutine_handle<> waiting) noexcept { waiting_ = waiting; }
-    all_result await_resume() const noexcept { return sum_; }
+    all_result await_resume() const {
+        if (thrown_) std::rethrow_exception(thrown_);
+        return sum_;
+    }
 
 private:
-    bool is_done() const noexcept { return outstanding_ == 0 && next_ == count_; }
+    bool is_done() const noexcept { return outstanding_ == 0 && next_ == count_ && !refused_; }
     /** Sends as many as may be; false: it has been destroyed. */
     bool fill() {
-        while (next_ < count_ && outstanding_ < width_) {
-            const auto index = static_cast<uint32_t>(next_++);
-            command_type command = make_(index);
-            to_ = &command.to();
-            uint64_t id = 0;
-            const uint32_t code = command.start_for(*this, index, id);
+        while ((next_ < count_ || refused_) && outstanding_ < width_ && !waits_for_room_) {
+            uint32_t code = 0;
+            try {
+                if (!refused_) refused_.emplace(make_(next_++));
+                to_ = &refused_->to();
+                uint64_t id = 0;
+                code = refused_->start_for(*this, static_cast<uint32_t>(next_ - 1), id);
+                if (code != 0 && to_->is_full(code)) {
+                    to_->queue(*this, room_tag, 0);
+                    waits_for_room_ = true;
+                    return true;
+                }
+            } catch (...) {
+                give_up(std::current_exception());
+                return true;
+            }
+            refused_.reset();
             if (code == 0) {
                 ++outstanding_;
                 continue;
             }
             value_type value;
             static_cast<result &>(value) = sent(code);
-            if (!take(index, value)) return false;
+            if (!take(static_cast<uint32_t>(next_ - 1), value)) return false;
         }
         return true;
     }
     bool take(uint32_t index, const value_type &value) {
-        if (value.error) {
-            if (sum_.failed++ == 0) sum_.first_error = value.error;
+        if (!value) {
+            if (sum_.failed++ == 0) sum_.first_error = value.first_error();
         }
         bool is_gone = false;
         bool *const outer = std::exchange(is_gone_, &is_gone);
-        each_(size_t{index}, value);
+        std::exception_ptr thrown;
+        try {
+            each_(size_t{index}, value);
+        } catch (...) {
+            thrown = std::current_exception();
+        }
         if (is_gone) {
             if (outer != nullptr) *outer = true;
+            if (thrown) binding::threw(thrown);
             return false;
         }
         is_gone_ = outer;
+        if (thrown) give_up(thrown);
         return true;
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
+    /** What is outstanding is forgotten, and who awaits gets the exception. */
+    void give_up(const std::exception_ptr &what) {
+        thrown_ = what;
+        if (to_ != nullptr) to_->close_all(*this);
+        outstanding_ = 0;
+        next_ = count_;
+        refused_.reset();
+        waits_for_room_ = false;
+    }
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) {
         auto &self = static_cast<window &>(base);
-        value_type value;
-        conclude(*self.to_, error, value);
-        --self.outstanding_;
-        if (self.take(tag, value) && self.fill() && self.is_done()) self.waiting_.resume();
+        bool is_there = true;
+        if (tag == room_tag) {
+            self.waits_for_room_ = false;
+        } else {
+            value_type value;
+            conclude(*self.to_, error, value);
+            --self.outstanding_;
+            is_there = self.take(tag, value);
+        }
+        if (is_there && self.fill() && self.is_done()) self.waiting_.resume();
     }
 
+    static constexpr uint32_t room_tag = UINT32_MAX;
     size_t count_;
     size_t width_;
     make_type make_;
@@ -173,6 +235,9 @@ private:
     binding *to_ = nullptr;
     size_t next_ = 0;
     size_t outstanding_ = 0;
+    std::optional<command_type> refused_; /* the command before next_, while it waits for room */
+    bool waits_for_room_ = false;
+    std::exception_ptr thrown_;
     all_result sum_;
     std::coroutine_handle<> waiting_;
     bool *is_gone_ = nullptr; /* set by the destructor, for who has called `each_` */
@@ -187,7 +252,7 @@ public:
         if (outstanding_ != 0) std::get<0>(commands_).to().close_all(*this);
     }
 
-    bool await_ready() noexcept {
+    bool await_ready() {
         send(std::index_sequence_for<command_types...>());
         return outstanding_ == 0;
     }
@@ -196,24 +261,35 @@ public:
 
 private:
     template <size_t... indices>
-    void send(std::index_sequence<indices...>) noexcept {
+    void send(std::index_sequence<indices...>) {
         (send_one<indices>(), ...);
     }
     template <size_t index>
-    void send_one() noexcept {
+    void send_one() {
         uint64_t id = 0;
-        const uint32_t code = std::get<index>(commands_).start_for(*this, index, id);
+        auto &command = std::get<index>(commands_);
+        const uint32_t code = command.start_for(*this, index, id);
         static_cast<result &>(std::get<index>(results_)) = sent(code);
-        if (code == 0) ++outstanding_;
+        const bool must_wait = code != 0 && command.to().is_full(code);
+        if (must_wait) command.to().queue(*this, index, 0);
+        if (code == 0 || must_wait) ++outstanding_;
+    }
+    template <size_t... indices>
+    void send_again(uint32_t tag, std::index_sequence<indices...>) {
+        ((tag == indices ? send_one<indices>() : void()), ...);
     }
     template <size_t... indices>
     void take(uint32_t tag, std::error_code error, std::index_sequence<indices...>) noexcept {
         ((tag == indices ? conclude(std::get<indices>(commands_).to(), error, std::get<indices>(results_)) : void()),
          ...);
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) noexcept {
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *got) {
         auto &self = static_cast<together &>(base);
-        self.take(tag, error, std::index_sequence_for<command_types...>());
+        if (got != nullptr) {
+            self.send_again(tag, std::index_sequence_for<command_types...>());
+        } else {
+            self.take(tag, error, std::index_sequence_for<command_types...>());
+        }
         if (--self.outstanding_ == 0) self.waiting_.resume();
     }
 
@@ -235,19 +311,24 @@ public:
         const uint64_t id = to.open(nobody, 0);
         auto *self = new (to.storage(id)) callback(to, std::move(on));
         to.own(id, *self);
-        const uint32_t code = to.send(id, send);
+        uint32_t code = 0;
+        try {
+            code = to.send(id, send);
+        } catch (...) {
+            self->~callback();
+            throw;
+        }
         if (code != 0) {
             self->~callback();
-        } else {
-            to.set_deadline(id, timeout_ms);
+            return to.refused(code);
         }
+        to.set_deadline(id, timeout_ms);
         return sent(code);
     }
 
 private:
     callback(binding &to, on_type on) : waiter(arrived), to_(&to), on_(std::move(on)) {}
-    /* What the callback throws ends the program. NOLINTNEXTLINE(bugprone-exception-escape) */
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) noexcept {
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
         auto &self = static_cast<callback &>(base);
         result_type value;
         conclude(*self.to_, error, value);

@@ -26,6 +26,8 @@ enum class client_errc {
     unexpected_answer, /**< a query was answered with something that is no answer to it */
     unreadable,        /**< the server does not tell its configuration */
     changing,          /**< the server was changed each time that its configuration was read */
+    no_room,           /**< not sent, because the channel is full: send again behind client::writable */
+    callback_threw,    /**< a function of the PAL threw; the handler `failed` has what */
 };
 
 namespace detail {
@@ -55,6 +57,10 @@ public:
                 return "the server does not tell its configuration";
             case client_errc::changing:
                 return "the server was changed again and again while its configuration was read";
+            case client_errc::no_room:
+                return "the channel is full; send again when it has room";
+            case client_errc::callback_threw:
+                return "a callback threw an exception";
         }
         return "unknown";
     }
@@ -88,14 +94,20 @@ struct result {
     bool was_sent = true; /**< false: it was refused on this side, or there was no channel; the server knows nothing */
 
     explicit operator bool() const noexcept { return !error; }
+    std::error_code first_error() const noexcept { return error; }
     /** The code as the C interface gives it; 0 as well for an error of another category. */
     uint32_t code() const noexcept {
         return error.category() == nat64_category() ? static_cast<uint32_t>(error.value()) : 0;
     }
 };
 
-/** The result of a command of a MAP-T rule. */
+/** The result of a command of a MAP-T rule. It is true if the server has done it and the library's rule table agrees:
+ * a rule that was in the table already keeps its old leaves and index, whatever the server says. */
 struct rule_result : result {
+    explicit operator bool() const noexcept { return !error && !table; }
+    /** Of the server's error, else of the rule table's. */
+    std::error_code first_error() const noexcept { return error ? error : table; }
+
     std::error_code table = nat64_error(0); /**< what the library's rule table made of the reply */
     uint32_t bmr_index = 0;                 /**< the server's index of the rule; with an adapter, and no error */
     bool has_verdict = false;               /**< `error` is the server's own verdict; else it is the rule table's */

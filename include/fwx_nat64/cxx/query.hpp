@@ -33,8 +33,10 @@ public:
     /** 0: it is under way, and on_end will be called. */
     uint32_t start() {
         const auto ask_first = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
-        return to_->start(ask_first, *this, 0, timeout_ms_, id_);
+        const uint32_t code = to_->start(ask_first, *this, 0, timeout_ms_, id_);
+        return code != 0 && waits_for_room(code) ? 0 : code;
     }
+    void within(uint64_t timeout_ms) noexcept { timeout_ms_ = timeout_ms; }
     /** Makes one in a slot of its own, where it stays until it has ended. */
     static uint32_t start_in_slot(binding &to, ask_type ask, page_type on_page, end_type on_end, uint64_t cookie,
                                   uint64_t timeout_ms) {
@@ -46,7 +48,13 @@ public:
         to.own(id, *self);
         self->is_in_slot_ = true;
         const auto ask_first = [self](void *pal_ctx) { return self->ask_(pal_ctx, self->cookie_, 0); };
-        const uint32_t code = to.send(id, ask_first);
+        uint32_t code = 0;
+        try {
+            code = to.send(id, ask_first);
+        } catch (...) {
+            self->~list_walk();
+            throw;
+        }
         if (code != 0) {
             self->~list_walk();
             return code;
@@ -57,16 +65,42 @@ public:
     }
 
 private:
-    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) noexcept {
+    bool waits_for_room(uint32_t code) {
+        if (!to_->is_full(code)) return false;
+        id_ = to_->queue(*this, 0, timeout_ms_);
+        return true;
+    }
+    static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
         auto &self = static_cast<list_walk &>(base);
         if (got == nullptr) return self.end(error);
+        if (got == &room_page) return self.has_room();
         binding &to = *self.to_;
         const binding::life_t life(to);
         const uint64_t id = self.id_;
         to.set_deadline(id, self.timeout_ms_);
-        const list_step step = self.on_page_(*got);
-        if (!life || !to.is_open(id)) return; /* somebody has ended it */
+        list_step step = list_step::enough;
+        std::exception_ptr thrown;
+        try {
+            step = self.on_page_(*got);
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+        const bool is_there = life && to.is_open(id); /* nobody has ended it */
+        if (thrown && !is_there) binding::threw(thrown);
+        if (!is_there) return;
+        if (thrown) return self.end({}, thrown);
         self.go_on(step, *got);
+    }
+    void has_room() {
+        id_ = 0;
+        uint32_t code = 0;
+        std::exception_ptr thrown;
+        try {
+            code = start();
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+        if (code != 0 || thrown) end(nat64_error(code), thrown);
     }
     void go_on(list_step step, const page &got) {
         const bool goes_on = got.more || got.cookie != 0;
@@ -78,14 +112,21 @@ private:
         taken_ += got.count;
         if (got.more) return;
         const auto ask_again = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
-        const uint32_t code = to_->send(id_, ask_again);
-        if (code != 0) end(nat64_error(code));
+        uint32_t code = 0;
+        std::exception_ptr thrown;
+        try {
+            code = to_->send(id_, ask_again);
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+        if (thrown) return end({}, thrown);
+        if (code != 0 && (is_in_slot_ || !waits_for_room(code))) end(to_->refused(code).error);
     }
-    void end(std::error_code error) {
+    void end(std::error_code error, const std::exception_ptr &thrown = {}) {
         to_->close(std::exchange(id_, 0));
         end_type on_end = std::move(on_end_);
         if (is_in_slot_) this->~list_walk();
-        on_end(error);
+        on_end(error, thrown);
     }
 
     binding *to_;
@@ -132,6 +173,24 @@ public:
         : on_page_(std::move(on_page)), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
     awaited_list(const awaited_list &) = delete;
 
+    /** Awaits a list where it stands; g++ 12 would copy what a reference is awaited of. */
+    class [[nodiscard]] in_place {
+    public:
+        explicit in_place(awaited_list &list) noexcept : list_(&list) {}
+        bool await_ready() const noexcept { return false; }
+        bool await_suspend(std::coroutine_handle<> waiting) const { return list_->await_suspend(waiting); }
+        value_type await_resume() const { return list_->await_resume(); }
+
+    private:
+        awaited_list *list_;
+    };
+    /** As of a command; of a list it is the longest silence between replies. To be awaited in the same expression. */
+    template <class rep_type, class period_type>
+    in_place within(std::chrono::duration<rep_type, period_type> timeout) && {
+        walk_.within(deadline_of(timeout));
+        return in_place(*this);
+    }
+
     bool await_ready() const noexcept { return false; }
     bool await_suspend(std::coroutine_handle<> waiting) {
         waiting_ = waiting;
@@ -139,7 +198,10 @@ public:
         static_cast<result &>(value_) = sent(code);
         return code == 0;
     }
-    value_type await_resume() { return std::move(value_); }
+    value_type await_resume() {
+        if (thrown_) std::rethrow_exception(thrown_);
+        return std::move(value_);
+    }
 
 private:
     struct page_fn {
@@ -148,14 +210,16 @@ private:
     };
     struct end_fn {
         awaited_list *self;
-        void operator()(std::error_code error) const {
+        void operator()(std::error_code error, const std::exception_ptr &thrown) const {
             if (!self->value_.error) self->value_.error = error;
+            self->thrown_ = thrown;
             self->waiting_.resume();
         }
     };
 
     page_type on_page_;
     value_type value_;
+    std::exception_ptr thrown_; /* by a function of the PAL */
     std::coroutine_handle<> waiting_;
     list_walk<ask_type, page_fn, end_fn> walk_;
 };
@@ -249,12 +313,17 @@ public:
         : walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
     page_walk(const page_walk &) = delete;
 
+    /** Its own deadline, as of a list; before the first next(). */
+    template <class rep_type, class period_type>
+    void within(std::chrono::duration<rep_type, period_type> timeout) {
+        walk_.within(detail::deadline_of(timeout));
+    }
     auto next() noexcept {
         struct awaiter {
             page_walk *self;
             bool await_ready() const { return self->is_ready(); }
             void await_suspend(std::coroutine_handle<> waiting) const noexcept { self->waiting_ = waiting; }
-            entries_t await_resume() const noexcept { return self->take(); }
+            entries_t await_resume() const { return self->take(); }
         };
         return awaiter{this};
     }
@@ -271,7 +340,7 @@ private:
     };
     struct end_fn {
         page_walk *self;
-        void operator()(std::error_code error) const { self->ended(error); }
+        void operator()(std::error_code error, const std::exception_ptr &thrown) const { self->ended(error, thrown); }
     };
 
     bool is_ready() {
@@ -285,7 +354,8 @@ private:
         }
         return has_ended_ || !kept_.empty();
     }
-    entries_t take() noexcept {
+    entries_t take() {
+        if (thrown_) std::rethrow_exception(std::exchange(thrown_, nullptr));
         if (!kept_.empty()) {
             read_.swap(kept_);
             return {read_.data(), read_.size()};
@@ -301,8 +371,9 @@ private:
         here_ = {entries.data(), entries.size()};
         std::exchange(waiting_, nullptr).resume();
     }
-    void ended(std::error_code error) {
+    void ended(std::error_code error, const std::exception_ptr &thrown) {
         end_.error = error;
+        thrown_ = thrown;
         has_ended_ = true;
         if (waiting_ != nullptr) std::exchange(waiting_, nullptr).resume();
     }
@@ -310,6 +381,7 @@ private:
     bool is_started_ = false;
     bool has_ended_ = false;
     result end_;
+    std::exception_ptr thrown_;    /* until it is thrown out of next() */
     entries_t here_;               /* in the reply that is being delivered */
     std::vector<entry_type> kept_; /* came while nobody waited */
     std::vector<entry_type> read_; /* given to the coroutine */

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <span>
+#include <stdexcept>
 
 #include "fwx_nat64/cxx/value.hpp"
 
@@ -22,12 +23,14 @@ constexpr fwx_nat64_prefix_t prefix_record(const ipv6_prefix &prefix, uint32_t k
 }
 }  // namespace detail
 
-/** A timeout of sessions. */
+/** A timeout of sessions, of at most UINT32_MAX seconds. What is longer, or negative, throws std::out_of_range where
+ * the record is made of it. */
 struct timeout {
     timeout_kind kind;
     seconds value;
 
     constexpr operator fwx_nat64_timeout_t() const {
+        if (value.count() < 0 || value.count() > UINT32_MAX) throw std::out_of_range("a timeout is out of its range");
         return {static_cast<uint32_t>(kind), static_cast<uint32_t>(value.count())};
     }
 };

@@ -7,6 +7,7 @@
 #include <coroutine>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace fwx::nat64 {
@@ -16,10 +17,23 @@ class task;
 
 namespace detail {
 
+/** Hears of the error of a task that ended and that nobody awaited; a client's binding sets it. */
+using unheard_fn = void (*)(const std::exception_ptr &what) noexcept;
+inline constinit unheard_fn report_unheard = nullptr;
+
 struct task_promise_base {
     std::coroutine_handle<> continuation; /* null: nobody awaits it */
     bool is_started = false;
+    bool is_heard = false; /* somebody got the value, or the error */
     std::exception_ptr error;
+
+    ~task_promise_base() {
+        if (error && !is_heard && report_unheard != nullptr) report_unheard(error);
+    }
+    void hear() {
+        is_heard = true;
+        if (error) std::rethrow_exception(error);
+    }
 
     struct final_awaiter {
         bool await_ready() const noexcept { return false; }
@@ -45,7 +59,7 @@ struct task_promise : task_promise_base {
         value.emplace(std::forward<from_type>(from));
     }
     value_type take() {
-        if (error) std::rethrow_exception(error);
+        hear();
         return std::move(*value);
     }
 };
@@ -54,16 +68,15 @@ template <>
 struct task_promise<void> : task_promise_base {
     task<void> get_return_object() noexcept;
     void return_void() const noexcept {}
-    void take() const {
-        if (error) std::rethrow_exception(error);
-    }
+    void take() { hear(); }
 };
 
 }  // namespace detail
 
 /**
  * A coroutine that gives a value. It owns its frame: destroying it, at any moment, ends the coroutine where it stands,
- * and what that awaits is forgotten. Not thread-safe.
+ * and what that awaits is forgotten. What it throws reaches who awaits it, or asks for its value; if nobody does, the
+ * client's handler `failed` gets it when the task is destroyed. Not thread-safe.
  */
 template <class value_type = void>
 class [[nodiscard]] task {
@@ -73,7 +86,7 @@ public:
     explicit task(std::coroutine_handle<promise_type> handle) noexcept : handle_(handle) {}
     task(task &&from) noexcept : handle_(std::exchange(from.handle_, nullptr)) {}
     task &operator=(task &&from) noexcept {
-        std::swap(handle_, from.handle_);
+        const task replaced(std::exchange(handle_, std::exchange(from.handle_, nullptr)));
         return *this;
     }
     ~task() {
@@ -86,8 +99,11 @@ public:
         handle_.resume();
     }
     bool done() const noexcept { return handle_.done(); }
-    /** The value of a task that is done; throws what the coroutine threw. */
-    value_type get() { return handle_.promise().take(); }
+    /** The value of a task; throws what the coroutine threw, and std::logic_error unless it is done. */
+    value_type get() {
+        if (!handle_ || !handle_.done()) throw std::logic_error("the task is not done");
+        return handle_.promise().take();
+    }
 
     auto operator co_await() noexcept {
         struct awaiter {

@@ -180,7 +180,7 @@ public:
             record_.addr[i] = static_cast<uint8_t>(address.word() >> 8 * i);
         }
     }
-    constexpr ip_address(const ipv6_address &address) : record_{AF_INET6, {}} {
+    constexpr ip_address(const ipv6_address &address) : record_{family_ipv6, {}} {
         for (size_t i = 0; i < sizeof record_.addr; ++i) {
             record_.addr[i] = address.bytes()[i];
         }
@@ -214,6 +214,8 @@ public:
     }
 
 private:
+    static constexpr uint32_t family_ipv6 = 1; /* as this project's C programs write it; any but 0 would do */
+
     fwx_nat64_addr_t record_{};
 };
 
