@@ -41,7 +41,7 @@ private:
     const uint8_t *begin_;
     const uint8_t *end_;
     size_t size_;
-    uint8_t head_[FWX_HOST_SMC_HEAD_SIZE]; /* as the message came */
+    alignas(8) uint8_t head_[FWX_HOST_SMC_HEAD_SIZE]; /* as the message came */
 };
 
 #endif

@@ -56,6 +56,17 @@ bool write_now(const char *text, size_t size) {
     return true;
 }
 
+/** The library's log lines begin with a line feed and end without one; shown, they end with it. What is printed to the
+ * console stays as it is. The line feed goes where the text has its end, so that both are written at once. */
+bool write_line(char *text, uint32_t level) {
+    size_t size = strlen(text);
+    if (level == LEVEL_NONE) return write_now(text, size);
+    const size_t begin = text[0] == '\n' ? 1 : 0;
+    const bool is_ended = size > begin && text[size - 1] == '\n';
+    if (!is_ended) text[size++] = '\n';
+    return write_now(text + begin, size - begin);
+}
+
 bool is_within_the_second(uint32_t level) {
     if (level != LEVEL_ERROR && level != LEVEL_WARN) return true; /* only who asked for them gets those */
     const uint64_t now = fwx_host_clock_ms();
@@ -67,7 +78,8 @@ bool is_within_the_second(uint32_t level) {
     return output.lines <= lines_per_second;
 }
 
-void put(fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
+/** Takes the place of the text's end. */
+void put(fwx_host_debug_channel_t channel, uint32_t level, char *text) {
     if (sink.fn != nullptr) return sink.fn(sink.arg, channel, level, text);
     if (!is_within_the_second(level)) {
         output.left_out += 1;
@@ -75,10 +87,10 @@ void put(fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
     }
     if (output.left_out != 0) {
         char note[64];
-        const int length = snprintf(note, sizeof(note), "\n(%" PRIu64 " lines left out)", output.left_out);
+        const int length = snprintf(note, sizeof(note), "(%" PRIu64 " lines left out)\n", output.left_out);
         if (write_now(note, static_cast<size_t>(length))) output.left_out = 0;
     }
-    if (!write_now(text, strlen(text))) output.left_out += 1;
+    if (!write_line(text, level)) output.left_out += 1;
 }
 
 /** Returns the number of characters, negative when the format is broken. */

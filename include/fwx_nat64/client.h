@@ -44,6 +44,20 @@ extern "C" {
 #define FWX_NAT64_FC_HIGH_BYTES 10485760u /**< at or above this the PAL is told to stop */
 #define FWX_NAT64_FC_LOW_BYTES 10240u     /**< at or below this it is told to go on */
 
+/*
+ * A PAL that sends in a loop hears of a full channel only when it lets its event loop run, since `throttle_cb` is
+ * called from there. Until then the channel accepts more, and then refuses what is sent with the platform's code, on
+ * the host platform FWX_HOST_ERR_FULL. So a sender stops at a refusal, lets the loop run, and sends the same command
+ * again:
+ *
+ *     while (next < count) {
+ *         const uint32_t code = fwx_nat64_pool_set_a(FWX_NAT64_OP_ADD, &pools[next], NULL);
+ *         if (code == 0) ++next;
+ *         if (code != 0 && code != FWX_HOST_ERR_FULL && !fwx_nat64_may_retry(code)) return code;
+ *         if (code != 0 || may_send == 0) fwx_host_loop_run_once(loop, 1000); // may_send: as throttle_cb was told last
+ *     }
+ */
+
 /** The library's identifier towards the classifier manager. */
 #define FWX_NAT64_CGM_CLIENT_ID 20u
 

@@ -22,6 +22,11 @@
  * Failed inserts. A rule whose leaves could not all be made stays installed with those that were; deleting it fails
  * with 22 at the first leaf that is missing.
  *
+ * Restarts. A server that was started again has no rules, and gives new indices to those that it gets. The table still
+ * has the old rules with the old indices: an add of one of them is carried out by the server, and its verdict here is
+ * FWX_NAT64_ERR_EXISTS, with the leaves under an index that means another rule by now. So a PAL that sees the server go
+ * calls fwx_mapt_plu_cleanup before it adds the rules again.
+ *
  * Clean-up. It takes pending rules too, also when it is called from a callback: the reply to an add that is under way
  * installs nothing then, and its verdict is FWX_NAT64_ERR_INVALID, or 0 if another rule has become pending since.
  *

@@ -47,6 +47,17 @@
     X(FWX_NAT64_ERR_NOT_FOUND, "rule not in the rule table")                               \
     X(FWX_NAT64_ERR_PLU_FAILED, "rule not programmed in every lookup subtable")
 
+/**
+ * Whether a code of the library says that the same call may succeed later: the server cannot be reached now, or memory
+ * is out. As the verdict on a command, FWX_NAT64_ERR_AGAIN leaves open whether the server has carried it out. Codes of
+ * a platform are its own to judge: on the host platform FWX_HOST_ERR_FULL is another one (fwx_nat64/client.h, flow
+ * control).
+ */
+static inline int fwx_nat64_may_retry(uint32_t code) {
+    return code == FWX_NAT64_ERR_AGAIN || code == FWX_NAT64_ERR_NOMEM || code == FWX_NAT64_ERR_COMINGUP_NOMEM ||
+           code == 12; /* ENOMEM */
+}
+
 #ifdef __cplusplus
 extern "C" {
 #endif

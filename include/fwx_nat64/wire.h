@@ -421,6 +421,30 @@ FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, op, 52);
 FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, cleanup, 56);
 FWX_NAT64_WIRE_AT(fwx_nat64_mapt_reply_t, bmr_index, 60);
 
+/**
+ * Reads the server's own verdict on a rule out of the message that the platform shows while `cfg_reply_cb` runs, since
+ * what that callback gets is the rule table's (fwx_nat64/mapt.h). On the host platform:
+ *
+ *     size_t size = 0;
+ *     const void *head = fwx_host_smc_head(&size);
+ *     uint32_t verdict, index;
+ *     if (fwx_nat64_mapt_verdict(head, size, &verdict, &index)) ...
+ *
+ * @param head    the beginning of the message, 8-byte aligned, or null.
+ * @param size    bytes at `head`.
+ * @param verdict receives the server's result.
+ * @param index   receives the server's index of the rule, 0 in a reply that is too short to have one. May be null.
+ * @return 1; 0 when the message is no reply to a rule, nothing is written then.
+ */
+static inline int fwx_nat64_mapt_verdict(const void *head, size_t size, uint32_t *verdict, uint32_t *index) {
+    const fwx_nat64_mapt_reply_t *reply = (const fwx_nat64_mapt_reply_t *)head;
+    if (head == NULL || size < FWX_NAT64_REPLY_MIN_SIZE) return 0;
+    if (reply->reply.hdr.type != (FWX_NAT64_MSG_ASYNC | FWX_NAT64_MSG_MAPT_RULE)) return 0;
+    *verdict = reply->reply.result;
+    if (index != NULL) *index = size >= sizeof(*reply) ? reply->bmr_index : 0;
+    return 1;
+}
+
 /* --- Records behind the fixed part of statistics and walk replies. --- */
 
 /** System statistics: one record, how many the server holds of each kind. */

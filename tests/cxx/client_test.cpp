@@ -56,6 +56,35 @@ TEST_F(cxx_client_test_t, a_rules_verdict_is_the_servers_and_not_that_of_the_rul
     EXPECT_TRUE(run(del(*client)).orders_cleanup);
 }
 
+TEST_F(cxx_client_test_t, a_program_in_c_reads_the_servers_verdict_on_a_rule_while_it_is_told_the_tables) {
+    std::string verdicts;
+    const auto read = [&verdicts](const auto &) {
+        size_t size = 0;
+        const void *head = fwx_host_smc_head(&size);
+        uint32_t verdict = 77;
+        uint32_t index = 77;
+        const int is_rule = fwx_nat64_mapt_verdict(head, size, &verdict, &index);
+        verdicts += std::to_string(is_rule) + ' ' + std::to_string(verdict) + ' ' + std::to_string(index) + ", ";
+    };
+    ASSERT_TRUE(client->mapt_bmr_add(a_rule(7), read));
+    pump();
+    model->fail_next(99, 1);
+    ASSERT_TRUE(client->mapt_bmr_del(a_rule(7), read));
+    pump();
+    ASSERT_TRUE(client->pool_add(a_pool(1), read));
+    pump();
+    EXPECT_EQ(verdicts, "1 0 1, 1 99 0, 0 77 77, ");
+    uint32_t verdict = 0;
+    EXPECT_EQ(fwx_nat64_mapt_verdict(nullptr, 0, &verdict, nullptr), 0);
+}
+
+TEST_F(cxx_client_test_t, codes_that_mean_later_are_told_from_refusals) {
+    for (const uint32_t code : {0x4030020bu, 0x4030020cu, 0xa030060cu, 12u})
+        EXPECT_TRUE(fwx_nat64_may_retry(code)) << code;
+    for (const uint32_t code : {0u, 17u, 22u, 0x4030020du, 0x40300216u, 0xa0300611u, 0x6004u})
+        EXPECT_FALSE(fwx_nat64_may_retry(code)) << code;
+}
+
 TEST_F(cxx_client_test_t, without_an_adapter_a_rules_verdict_is_the_rule_tables) {
     client.reset();
     fwx_mapt_plu_cleanup();

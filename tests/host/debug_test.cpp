@@ -42,7 +42,7 @@ TEST_F(debug_t, standard_error_that_nobody_reads_holds_nobody_up_and_hears_later
         std::string note(200, '\0');
         note.resize(static_cast<size_t>(read(ends[0], note.data(), note.size())));
         EXPECT_LE(lines, 1000u);
-        EXPECT_EQ(note, "\n(" + std::to_string(1500 - lines) + " lines left out)\nlast");
+        EXPECT_EQ(note, "(" + std::to_string(1500 - lines) + " lines left out)\nlast\n");
         fwx_host_clock_turn(1000);
     }
     alarm(0);

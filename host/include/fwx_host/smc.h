@@ -100,8 +100,8 @@ size_t fwx_host_smc_bytes_behind(const void *data);
 
 /**
  * How the message that a client's handler is being given now began when it came: its first bytes, at most
- * FWX_HOST_SMC_HEAD_SIZE, in a copy that lives during the call, since handlers may write into the message itself.
- * `size` receives how many there are. Null when no message is being delivered.
+ * FWX_HOST_SMC_HEAD_SIZE, in an 8-byte aligned copy that lives during the call, since handlers may write into the
+ * message itself. `size` receives how many there are. Null when no message is being delivered.
  */
 const void *fwx_host_smc_head(size_t *size);
 #define FWX_HOST_SMC_HEAD_SIZE 64u
