@@ -89,6 +89,35 @@ TEST_F(daemon_test, an_edit_that_the_server_refuses_is_taken_back) {
     EXPECT_NE(status.at("refused_reason").get<std::string>().find("pool add --id 901"), std::string::npos);
 }
 
+TEST_F(daemon_test, after_a_restart_a_document_that_is_refused_does_not_take_the_place_of_the_one_in_force) {
+    const std::string wanted_by_others = "pool add --id 901 --param 1 --start 192.0.2.1 --end 192.0.2.1\n";
+    {
+        const server_process_t server(folder() + "/state");
+        const daemon_process_t daemon(folder());
+        ASSERT_TRUE(is_in_step()) << daemon.log();
+        ASSERT_TRUE(others_add_pool(900, "192.0.2.1"));
+    }
+    write(document_text(count, 200) + wanted_by_others);
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("server_up", false); })) << daemon.log();
+    {
+        const server_process_t server(folder() + "/state");
+        ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 1); })) << daemon.log();
+        EXPECT_EQ(daemon_process_t::ask("status").at("in_step"), true) << daemon.log();
+        EXPECT_EQ(daemon_process_t::ask("status").at("items"), items);
+    }
+    /* Now the one in force is refused as well, which a new document puts right. */
+    daemon.signal(SIGSTOP);
+    const server_process_t server;
+    ASSERT_TRUE(others_add_pool(900, "10.0.0.1"));
+    daemon.signal(SIGCONT);
+    ASSERT_TRUE(eventually([&] { return daemon.log().find("10.0.0.1: the server has some") != std::string::npos; }))
+        << daemon.log();
+    write("timeout set --type udp --value 300\n");
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("items", 1) && daemon_process_t::is("in_step", true); }))
+        << daemon.log();
+}
+
 TEST_F(daemon_test, a_server_that_restarts_unseen_is_not_in_step_before_it_has_been_read) {
     auto server = std::make_unique<server_process_t>();
     const daemon_process_t daemon(folder());

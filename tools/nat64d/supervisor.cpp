@@ -72,7 +72,8 @@ std::string supervisor_t::open() {
     for (const std::string &fault : faults) {
         log_event(log_level_t::error, "state", {{"reason", fault}});
     }
-    if (in_force.size() != 0) put_in_force(make_offer(std::move(in_force)));
+    is_first_in_force_ = in_force.size() == 0;
+    if (!is_first_in_force_) put_in_force(make_offer(std::move(in_force)));
     const uint32_t code = fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, status_.server.c_str());
     return code == 0 ? "" : status_.server + ": " + xerr_strerror(code);
 }
@@ -186,8 +187,13 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
         co_return;
     }
     const bool must_look = must_bring_ || !offered_;
-    if (must_look && !co_await bring(*wanted_, must_bring_)) co_return;
-    if (offered_) co_await edit();
+    const bool is_held = !must_look || co_await bring(*wanted_, must_bring_);
+    if (is_held && offered_) co_await edit();
+    const bool is_replaced = !is_held && !trouble_.empty() && offered_;
+    if (!is_replaced) co_return;
+    put_in_force(*std::exchange(offered_, std::nullopt)); /* the server refuses the one before */
+    retry_at_ms_ = 0;
+    bell_.ring();
 }
 
 nat64::task<bool> supervisor_t::read_server() {
