@@ -13,7 +13,7 @@
 
 #include "fwx_host/fwx_host.h"
 #include "input.h"
-#include "tools/natctl/state_file.h"
+#include "tools/state_file.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ std::string with_checksums(std::string_view lines) {
 bool open_state(fwx_host_loop_t *loop) {
     const auto model = fwx_nat64_model_t::create(loop, "fuzzed");
     FUZZ_CHECK(model != nullptr);
-    state_file_t state(path(), *model, [](const std::string &) {});
+    state_file_t state(path(), "natctl", model->server(), [](const std::string &) {});
     const std::string error = state.open();
     FUZZ_CHECK(error.empty() || error.find(path() + ": ") == 0);
     return error.empty();

@@ -18,6 +18,7 @@ struct fwx_nat64_model_t {
     /** Null when the name is taken. */
     static std::unique_ptr<fwx_nat64_model_t> create(fwx_host_loop_t *loop, const char *name);
 
+    nat64_server_t &server() { return *state_; }
     static void add_error_texts() { nat64_server_t::add_error_texts(); }
     void fail_next(uint32_t code, uint32_t count) { state_->fail_next(code, count); }
     void delay_set(uint64_t delay_ms) { state_->delay_set(delay_ms); }

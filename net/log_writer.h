@@ -7,8 +7,10 @@
 #define NET_LOG_WRITER_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 class log_writer_t {
 public:
@@ -17,7 +19,8 @@ public:
     static constexpr size_t longest_line = 4096;    /* bytes that a pipe takes as one */
 
     /** `left_out_text` makes the line that tells how many there were. */
-    explicit log_writer_t(std::string (*left_out_text)(uint64_t count)) : left_out_text_(left_out_text) {}
+    explicit log_writer_t(std::function<std::string(uint64_t count)> left_out_text)
+        : left_out_text_(std::move(left_out_text)) {}
 
     /** Writes a line, which is cut if it is too long; `source` says who has caused it, and is only compared. */
     void write(const void *source, std::string line);
@@ -27,7 +30,7 @@ public:
 private:
     bool is_within_second(const void *source);
 
-    std::string (*const left_out_text_)(uint64_t count);
+    const std::function<std::string(uint64_t count)> left_out_text_;
     std::unordered_map<const void *, uint32_t> lines_; /* within the second, of no more than lines_of_all sources */
     uint32_t of_all_ = 0;
     uint64_t since_ms_ = 0; /* the second's begin */

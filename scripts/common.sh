@@ -22,4 +22,7 @@ say() { printf '\n==> %s\n' "$*"; }
 
 python_packages=(python3-dev python3-cffi python3-setuptools)
 build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev libmicrohttpd-dev
-  prometheus-cpp-dev zlib1g-dev libcurl4-openssl-dev libssl-dev)
+  prometheus-cpp-dev zlib1g-dev libcurl4-openssl-dev libssl-dev
+  libnftables-dev libnetfilter-conntrack-dev libmnl-dev)
+# What the gateway runs, and what its tests look with.
+gateway_packages=(tayga nftables conntrack iproute2)

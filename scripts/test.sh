@@ -14,8 +14,8 @@ case "$tier" in
   *) echo "usage: $0 [--quick | --full]" >&2; exit 2 ;;
 esac
 
-need_packages "${build_packages[@]}" libgtest-dev libasio-dev libuv1-dev ccache "${python_packages[@]}" \
-  python3-pytest
+need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev libasio-dev libuv1-dev ccache \
+  "${python_packages[@]}" python3-pytest
 [[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
   abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux zsh fish ansible-core
 

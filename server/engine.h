@@ -54,6 +54,8 @@ public:
     virtual uint64_t session_count() const = 0;
     virtual uint64_t session_count_of_pool(uint32_t pool_id) const = 0;
     virtual uint64_t session_count_of_mapping(uint32_t kind, uint32_t mapping_id) const = 0;
+    /** Flows that became no session because no address and port was free for them. */
+    virtual uint64_t failed_session_count() const { return 0; }
     /** Ends the sessions that match. */
     virtual uint32_t session_clear(const session_filter_t &filter) = 0;
 

@@ -227,6 +227,7 @@ uint32_t answer_system(server_state_t &server, const request_t &request, uint32_
         case FWX_NAT64_SEL_SYSTEM: {
             fwx_nat64_stats_system_t system = server.causes;
             system.holds = totals_of(server);
+            system.failed_sessions = server.engine->failed_session_count();
             return post(system);
         }
         default:

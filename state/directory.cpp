@@ -29,12 +29,12 @@ std::string home() {
 
 }  // namespace
 
-std::string state_directory_of(const std::string &server) {
+std::string state_directory_of(const std::string &server, const std::string &folder) {
     const std::string of_service = text_of("STATE_DIRECTORY");
     if (!of_service.empty()) return of_service + "/" + server;
     const std::string state = text_of("XDG_STATE_HOME");
     const bool is_usable = !state.empty() && state.front() == '/';
-    return (is_usable ? state : home() + "/.local/state") + "/natctl/" + server;
+    return (is_usable ? state : home() + "/.local/state") + "/" + folder + "/" + server;
 }
 
 std::string path_beside_socket(const std::string &server, const std::string &name) {

@@ -4,8 +4,8 @@
 
 #include <string>
 
-/** Of a server: `$STATE_DIRECTORY/NAME`, else `$XDG_STATE_HOME/natctl/NAME`, else `~/.local/state/natctl/NAME`. */
-std::string state_directory_of(const std::string &server);
+/** Of a server: `$STATE_DIRECTORY/NAME`, else `$XDG_STATE_HOME/FOLDER/NAME`, else `~/.local/state/FOLDER/NAME`. */
+std::string state_directory_of(const std::string &server, const std::string &folder = "natctl");
 /** Path of a file of that name beside the socket of a server; empty for a name that no server can have. */
 std::string path_beside_socket(const std::string &server, const std::string &name);
 /** The file whose lock (state/lock.h) whoever changes a server has, be it natctl or nat64d: beside the server's socket,

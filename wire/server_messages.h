@@ -100,6 +100,10 @@ constexpr wire_field_t system_entry[] = {
     WIRE_FIELD("refused_too_many", fwx_nat64_stats_system_t, too_many, number),
     WIRE_FIELD("refused_not_saved", fwx_nat64_stats_system_t, not_saved, number),
     WIRE_FIELD("refused_ordered", fwx_nat64_stats_system_t, ordered, number),
+    WIRE_FIELD("refused_not_here", fwx_nat64_stats_system_t, not_here, number),
+    WIRE_FIELD("refused_not_in_force", fwx_nat64_stats_system_t, not_in_force, number),
+    WIRE_FIELD("refused_in_use", fwx_nat64_stats_system_t, in_use, number),
+    WIRE_FIELD("failed_sessions", fwx_nat64_stats_system_t, failed_sessions, number),
 };
 constexpr wire_field_t intf_entry[] = {
     WIRE_FIELD("ifh", fwx_nat64_stats_intf_entry_t, ifh, number),

@@ -559,11 +559,16 @@ typedef struct {
     uint64_t too_many;                 /**< a walk or long list beside too many of the same client */
     uint64_t not_saved;                /**< carried out, and not in the journal */
     uint64_t ordered;                  /**< because it was told to refuse */
+    uint64_t not_here;                 /**< something that this kind of server does not do */
+    uint64_t not_in_force;             /**< the kernel of a gateway does not take it */
+    uint64_t in_use;                   /**< delete of a pool that a mapping uses */
+    uint64_t failed_sessions;          /**< no messages: flows that got no address and port */
 } fwx_nat64_stats_system_t;
-FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_system_t, 168);
+FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_system_t, 200);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, holds, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, malformed, 72);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, ordered, 160);
+FWX_NAT64_WIRE_AT(fwx_nat64_stats_system_t, failed_sessions, 192);
 
 /** Statistics of an interface. */
 typedef struct {

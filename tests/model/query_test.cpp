@@ -152,9 +152,9 @@ TEST_F(query_t, counts_refusals_by_their_cause) {
     model_->fail_next(77, 1);
     EXPECT_EQ(result_of(config(14, 8, {1, 1})), 77u);
     const message_t system = reply_to(command(4, 40).put<uint32_t>(32, 3));
-    ASSERT_EQ(system.size(), 48u + 168);
+    ASSERT_EQ(system.size(), 48u + 200);
     EXPECT_EQ(system.u32(44), 3u);
-    const uint64_t causes[] = {0, 0, 2, 0, 0, 1, 0, 0, 0, 0, 0, 1};
+    const uint64_t causes[] = {0, 0, 2, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
     for (size_t i = 0; i < std::size(causes); ++i) {
         EXPECT_EQ(system.u64(48 + 72 + 8 * i), causes[i]) << i;
     }

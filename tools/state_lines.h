@@ -7,8 +7,8 @@
  * A basic rule's has its index in front, since those who installed it know it by that. What no command line can say,
  * such as an opaque byte that a client has sent, stands as op code and payload in hexadecimal digits: `14 0100...`.
  */
-#ifndef TOOLS_NATCTL_STATE_LINES_H
-#define TOOLS_NATCTL_STATE_LINES_H
+#ifndef TOOLS_STATE_LINES_H
+#define TOOLS_STATE_LINES_H
 
 #include <functional>
 #include <string>

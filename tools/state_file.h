@@ -1,28 +1,29 @@
-/* A server model's configuration in a journal, by the lines of state_lines.h. */
-#ifndef TOOLS_NATCTL_STATE_FILE_H
-#define TOOLS_NATCTL_STATE_FILE_H
+/* A server's configuration in a journal, by the lines of state_lines.h. */
+#ifndef TOOLS_STATE_FILE_H
+#define TOOLS_STATE_FILE_H
 
 #include <functional>
 #include <string>
 
-#include "model/model.h"
+#include "server/server.h"
 #include "state/journal.h"
 #include "state/lock.h"
-#include "tools/natctl/state_lines.h"
+#include "tools/state_lines.h"
 
 class state_file_t {
 public:
     using note_fn_t = std::function<void(const std::string &)>;
 
-    /** `note` hears when changes cannot be kept, and when they can again. The model must outlive the file. */
-    state_file_t(std::string path, fwx_nat64_model_t &model, note_fn_t note);
-    ~state_file_t() { model_.journal_set({}); }
+    /** `program` is named as the holder of the file's lock. `note` hears when changes cannot be kept, and when they can
+     * again. The server must outlive the file. */
+    state_file_t(std::string path, std::string program, nat64_server_t &server, note_fn_t note);
+    ~state_file_t() { server_.journal_set({}); }
     state_file_t(const state_file_t &) = delete;
     state_file_t &operator=(const state_file_t &) = delete;
 
-    /** Takes the file's lock, sets the model up, and keeps what changes in it from then on. A state that can be read
+    /** Takes the file's lock, sets the server up, and keeps what changes in it from then on. A state that can be read
      * and not saved is noted; changes are then refused until it can be. Returns what went wrong otherwise, with the
-     * file's name; the model may then hold a part of the configuration. */
+     * file's name; the server may then hold a part of the configuration. */
     std::string open();
     /** Whether changes that could not be kept have to be tried again. */
     bool is_unsaved() const { return journal_.is_unsaved(); }
@@ -34,7 +35,7 @@ private:
     std::string restore(std::string_view line);
     void tell(const std::string &error);
 
-    fwx_nat64_model_t &model_;
+    nat64_server_t &server_;
     note_fn_t note_;
     state_lines_t lines_;
     lock_t lock_;

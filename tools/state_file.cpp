@@ -1,8 +1,9 @@
-#include "tools/natctl/state_file.h"
+#include "tools/state_file.h"
 
 #include <utility>
 
 #include "fwx_host/errors.h"
+#include "fwx_nat64/server_result.h"
 
 namespace {
 
@@ -12,10 +13,10 @@ constexpr const char *older_format = "natctl server state 2";
 
 }  // namespace
 
-state_file_t::state_file_t(std::string path, fwx_nat64_model_t &model, note_fn_t note)
-    : model_(model),
+state_file_t::state_file_t(std::string path, std::string program, nat64_server_t &server, note_fn_t note)
+    : server_(server),
       note_(std::move(note)),
-      lock_(path, "natctl"),
+      lock_(path, std::move(program)),
       journal_(std::move(path), {format, older_format}, [this](const auto &write) { save(write); }) {}
 
 void state_file_t::save(const journal_t::write_fn_t &write) {
@@ -24,7 +25,7 @@ void state_file_t::save(const journal_t::write_fn_t &write) {
         const journal_t::write_fn_t &write;
     };
     save_t arg{lines_, write};
-    model_.save(
+    server_.save(
         [](void *to, uint32_t op_code, const void *payload, size_t size) {
             auto &self = *static_cast<save_t *>(to);
             self.lines.write(op_code, payload, size, self.write);
@@ -40,16 +41,16 @@ std::string state_file_t::open() {
         note_(note);
     }
     tell(journal_.error());
-    model_.journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                            auto &self = *static_cast<state_file_t *>(arg);
-                            self.lines_.write(op_code, payload, size,
-                                              [&self](std::string_view line) { self.journal_.append(line); });
-                        },
-                        [](void *arg) {
-                            const bool is_kept = static_cast<state_file_t *>(arg)->commit().empty();
-                            return is_kept ? 0 : FWX_NAT64_MODEL_ERR_NOT_SAVED;
-                        },
-                        this});
+    server_.journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
+                             auto &self = *static_cast<state_file_t *>(arg);
+                             self.lines_.write(op_code, payload, size,
+                                               [&self](std::string_view line) { self.journal_.append(line); });
+                         },
+                         [](void *arg) {
+                             const bool is_kept = static_cast<state_file_t *>(arg)->commit().empty();
+                             return is_kept ? 0 : FWX_NAT64_MODEL_ERR_NOT_SAVED;
+                         },
+                         this});
     return "";
 }
 
@@ -73,6 +74,6 @@ void state_file_t::tell(const std::string &error) {
 std::string state_file_t::restore(std::string_view line) {
     std::string error = lines_.read(line);
     if (!error.empty()) return error;
-    const uint32_t code = model_.restore(lines_.op_code(), lines_.payload().data(), lines_.payload().size());
+    const uint32_t code = server_.restore(lines_.op_code(), lines_.payload().data(), lines_.payload().size());
     return code == 0 ? "" : xerr_strerror(code);
 }

@@ -1,4 +1,4 @@
-#include "tools/natctl/state_lines.h"
+#include "tools/state_lines.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,0 +1,173 @@
+#include "gateway/kernel.h"
+
+#include <nftables/libnftables.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace {
+
+constexpr const char *settings_folder = "/proc/sys/net/";
+constexpr const char *session_limit = "session_limit";
+
+std::string first_line(const std::string &text) {
+    return text.substr(0, text.find('\n'));
+}
+
+std::string route_error(const char *verb, const ipv4_network_t &network, int failed) {
+    std::string address;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        address += std::to_string(network.address >> shift & 0xff) + (shift == 0 ? "/" : ".");
+    }
+    return std::string("cannot ") + verb + " the route of " + address + std::to_string(network.prefix_len) + ": " +
+           std::strerror(failed);
+}
+
+/** What one list has and the other has not; both are sorted. */
+std::vector<ipv4_network_t> difference(const std::vector<ipv4_network_t> &one,
+                                       const std::vector<ipv4_network_t> &other) {
+    std::vector<ipv4_network_t> only;
+    std::set_difference(one.begin(), one.end(), other.begin(), other.end(), std::back_inserter(only));
+    return only;
+}
+
+}  // namespace
+
+std::string write_setting(const std::string &path, const std::string &value) {
+    std::ofstream file(settings_folder + path);
+    file << value << std::flush;
+    return file ? "" : "cannot set " + (settings_folder + path) + " to " + value;
+}
+
+std::string read_setting(const std::string &path) {
+    std::string value;
+    std::ifstream(settings_folder + path) >> value;
+    return value;
+}
+
+kernel_t::kernel_t(const std::string &gateway)
+    : table_(table_of(gateway)), nft_(nft_ctx_new(NFT_CTX_DEFAULT), nft_ctx_free) {
+    nft_ctx_buffer_output(nft_.get());
+    nft_ctx_buffer_error(nft_.get());
+    nft_ctx_output_set_flags(nft_.get(), NFT_CTX_OUTPUT_TERSE); /* maps without their elements */
+}
+
+kernel_t::~kernel_t() = default;
+
+std::string kernel_t::run(const std::string &text, std::string *output) {
+    const int failed = nft_run_cmd_from_buffer(nft_.get(), text.c_str());
+    /* Reading a buffer empties it for the next command. */
+    const std::string printed = nft_ctx_get_output_buffer(nft_.get());
+    const std::string error = first_line(nft_ctx_get_error_buffer(nft_.get()));
+    if (output != nullptr) *output = printed;
+    if (failed == 0) return "";
+    return "nftables: " + (error.empty() ? "failed without a reason" : error);
+}
+
+std::string kernel_t::check() {
+    std::string tables;
+    const std::string error = run("list tables ip6", &tables);
+    if (!error.empty()) return error + " (module nf_tables)";
+    std::istringstream words(tables);
+    for (std::string word; words >> word;) {
+        const bool is_gateway = word.rfind(table_of(""), 0) == 0;
+        if (is_gateway && word != table_) {
+            const std::string other = word.substr(table_of("").size());
+            return "this network namespace is gateway " + other + "'s; remove that with: nat64-gateway --remove " +
+                   other;
+        }
+    }
+    for (const char *forwarding : {"ipv6/conf/all/forwarding", "ipv4/conf/all/forwarding"}) {
+        if (read_setting(forwarding) != "1") {
+            return std::string("the kernel does not forward packets: set ") + settings_folder + forwarding + " to 1";
+        }
+    }
+    return "";
+}
+
+std::string kernel_t::apply(const plan_t &plan) {
+    const bool was_known = is_known_;
+    std::string error = change(plan);
+    if (!error.empty() && was_known) { /* somebody else may have changed the table */
+        is_known_ = false;
+        error = change(plan);
+    }
+    if (!error.empty()) {
+        is_known_ = false;
+        if (was_known) change(plan_t(in_force_));
+    }
+    return error;
+}
+
+std::string kernel_t::change(const plan_t &plan) {
+    for (const auto &[path, value] : plan.settings) {
+        const auto before = in_force_.settings.find(path);
+        if (is_known_ && before != in_force_.settings.end() && before->second == value) continue;
+        std::string error = write_setting(path, value);
+        if (!error.empty()) return error;
+    }
+    std::vector<ipv4_network_t> networks = in_force_.networks;
+    if (!is_known_) routes_.read(networks);
+    /* Packets find the way before they are translated there, and as long as they are. */
+    for (const ipv4_network_t &network : difference(plan.networks, networks)) {
+        const int failed = routes_.add(network);
+        if (failed != 0) return route_error("add", network, failed);
+    }
+    const std::string text =
+        is_known_ ? changes_text(table_, in_force_.ruleset, plan.ruleset) : text_from_found(plan.ruleset);
+    if (!text.empty()) {
+        std::string error = run(text);
+        if (!error.empty()) return error;
+    }
+    for (const ipv4_network_t &network : difference(networks, plan.networks)) {
+        const int failed = routes_.remove(network);
+        if (failed != 0 && failed != ESRCH) return route_error("remove", network, failed);
+    }
+    in_force_ = plan;
+    is_known_ = true;
+    return "";
+}
+
+/** Fills everything anew but the session limit, which counts on if the table has it already. */
+std::string kernel_t::text_from_found(const ruleset_t &to) {
+    ruleset_t found;
+    std::string listing;
+    std::string chain;
+    run("list table ip6 " + table_, &listing);
+    std::istringstream lines(listing);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string kind, name, third;
+        words >> kind >> name >> third;
+        if (kind == "chain" && third == "{") {
+            chain = name;
+            found.chains[chain].rules = {"unknown"};
+        } else if (kind == "counter" && third == "{") {
+            found.objects["counter " + name];
+        } else if (kind == "ct" && name == "timeout") {
+            found.objects["ct timeout " + third];
+        } else if (chain == session_limit && kind == "ct" && name == "count") {
+            found.chains[chain].rules = {line.substr(line.find_first_not_of('\t'))};
+        } else if (kind == "}") {
+            if (chain == session_limit && found.chains[chain].rules[0] == "unknown") found.chains[chain].rules.clear();
+            chain.clear();
+        }
+    }
+    return table_text(table_) + changes_text(table_, found, to);
+}
+
+std::string kernel_t::remove_table() {
+    return run("add table ip6 " + table_ + "\ndelete table ip6 " + table_);
+}
+
+std::string kernel_t::remove_device() {
+    for (const auto &[path, value] : default_settings()) {
+        write_setting(path, value);
+    }
+    if (!routes_.device().is_there) return "";
+    const int failed = routes_.delete_device();
+    return failed == 0 ? "" : std::string("cannot delete device ") + translator_device + ": " + std::strerror(failed);
+}

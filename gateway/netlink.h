@@ -1,0 +1,85 @@
+/* Requests to the kernel over netlink. */
+#ifndef GATEWAY_NETLINK_H
+#define GATEWAY_NETLINK_H
+
+#include <libmnl/libmnl.h>
+
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+using attribute_fn_t = int (*)(const nlattr *, void *);
+
+/** Calls `see` with each attribute behind the header of a message. */
+template <typename see_t>
+void each_attribute(const nlmsghdr *message, size_t header_size, see_t see) {
+    const attribute_fn_t call = [](const nlattr *attribute, void *arg) {
+        (*static_cast<see_t *>(arg))(attribute);
+        return static_cast<int>(MNL_CB_OK);
+    };
+    mnl_attr_parse(message, static_cast<unsigned>(header_size), call, &see);
+}
+/** The same of the attributes inside of one. */
+template <typename see_t>
+void each_attribute(const nlattr *nest, see_t see) {
+    const attribute_fn_t call = [](const nlattr *attribute, void *arg) {
+        (*static_cast<see_t *>(arg))(attribute);
+        return static_cast<int>(MNL_CB_OK);
+    };
+    mnl_attr_parse_nested(nest, call, &see);
+}
+
+/** A request that is filled in and then sent with netlink_t. */
+template <typename header_t>
+class netlink_request_t {
+public:
+    netlink_request_t(uint16_t type, uint16_t flags) : message_(mnl_nlmsg_put_header(buffer_)) {
+        message_->nlmsg_type = type;
+        message_->nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
+        head_ = static_cast<header_t *>(mnl_nlmsg_put_extra_header(message_, sizeof(header_t)));
+    }
+    nlmsghdr *message() { return message_; }
+    header_t *operator->() { return head_; }
+
+private:
+    alignas(nlmsghdr) char buffer_[512]{};
+    nlmsghdr *message_;
+    header_t *head_;
+};
+
+class netlink_t {
+public:
+    explicit netlink_t(int bus) : socket_(mnl_socket_open2(bus, SOCK_CLOEXEC), mnl_socket_close) {
+        if (socket_ && mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) != 0) socket_.reset();
+    }
+    /** Sends a request that asks for an acknowledgement or a dump, and calls `see` with each message of the answer.
+     * Returns 0 or an errno value. */
+    template <typename see_t>
+    int ask(nlmsghdr *message, see_t see) {
+        if (!socket_) return EMFILE;
+        message->nlmsg_seq = ++sequence_;
+        if (mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0) return errno;
+        const mnl_cb_t call = [](const nlmsghdr *answer, void *arg) {
+            (*static_cast<see_t *>(arg))(answer);
+            return static_cast<int>(MNL_CB_OK);
+        };
+        alignas(nlmsghdr) char buffer[32768];
+        for (;;) {
+            const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer, sizeof buffer);
+            if (size < 0) return errno;
+            const int more = mnl_cb_run(buffer, static_cast<size_t>(size), sequence_,
+                                        mnl_socket_get_portid(socket_.get()), call, &see);
+            if (more == MNL_CB_ERROR) return errno;
+            if (more == MNL_CB_STOP) return 0;
+        }
+    }
+    int ask(nlmsghdr *message) {
+        return ask(message, [](const nlmsghdr *) {});
+    }
+
+private:
+    std::unique_ptr<mnl_socket, int (*)(mnl_socket *)> socket_;
+    uint32_t sequence_ = 0;
+};
+
+#endif

@@ -1,0 +1,79 @@
+/*
+ * What the kernel is to do for a configuration, as values: nftables objects, chains and map elements as text, the IPv4
+ * networks that are routed to the translator, and settings of the network namespace.
+ *
+ * Translation takes two steps. The translator rewrites headers between IPv6 and IPv4 for every address behind its own
+ * prefix and keeps no state. In front of it IPv6 connection tracking changes addresses and ports: it maps the
+ * configured prefixes to the translator's, and sources to addresses behind the translator's prefix. So one conntrack
+ * entry holds a session whole, and no configuration change touches the translator.
+ */
+#ifndef GATEWAY_PLAN_H
+#define GATEWAY_PLAN_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "server/configuration.h"
+
+/** The only device and prefix of a gateway; a network namespace has at most one gateway. */
+inline constexpr const char *translator_device = "fwx_nat64";
+inline constexpr std::array<uint8_t, 12> translator_prefix = {0xfd, 0x6e, 0x61, 0x74, 0x36, 0x34};
+inline constexpr uint8_t translator_prefix_len = 96;
+/** Source of the translator's own ICMP errors: the dummy address of RFC 7600. */
+inline constexpr const char *translator_ipv4 = "192.0.0.8";
+
+inline constexpr uint32_t first_pool_port = 1024;
+inline constexpr uint32_t most_pool_ports = 65536 - first_pool_port;
+
+struct ipv4_network_t {
+    uint32_t address; /* host order */
+    uint8_t prefix_len;
+
+    auto operator<=>(const ipv4_network_t &other) const = default;
+    bool contains(uint32_t host) const { return prefix_len == 0 || (address ^ host) >> (32 - prefix_len) == 0; }
+};
+
+struct chain_t {
+    std::string hook; /* `type nat hook ...;` of a base chain */
+    std::vector<std::string> rules;
+
+    bool operator==(const chain_t &other) const = default;
+};
+
+struct ruleset_t {
+    std::map<std::string, std::string> objects;                     /* definition by kind and name: `counter pool_1` */
+    std::map<std::string, chain_t> chains;                          /* by name */
+    std::map<std::string, std::map<std::string, std::string>> maps; /* value by key, by the map's name */
+};
+
+struct plan_t {
+    ruleset_t ruleset;
+    std::vector<ipv4_network_t> networks;        /* disjoint, ascending */
+    std::map<std::string, std::string> settings; /* by path below /proc/sys/net */
+};
+
+/** Which sources a dynamic mapping is for, and which pool they use. */
+struct source_rule_t {
+    std::array<uint8_t, 16> prefix;
+    uint8_t prefix_len; /* 0: every source that no other mapping names */
+    uint32_t pool_id;   /* 0: every pool that no mapping names */
+};
+/** Reads the second part of a dynamic mapping: 16 bytes of prefix, its length, zeros; the argument is the pool. All
+ * zeros, or FWX_NAT64_DMAPPING_NO_SECOND_PART and zeros: every source. Nothing when it is neither. */
+std::optional<source_rule_t> source_rule_of(const fwx_nat64_dmapping_t &mapping);
+
+plan_t plan_of(const configuration_t &config);
+/** The namespace's settings as the kernel has them without a gateway. */
+const std::map<std::string, std::string> &default_settings();
+
+/** Smallest set of networks that covers addresses `first` to `last`, in host order, of every span. */
+std::vector<ipv4_network_t> networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans);
+
+/** Text of the table and its maps, which are made, or emptied if they are there. */
+std::string table_text(const std::string &table);
+/** Text of one transaction that changes `from` to `to`. Timeouts that are no longer used stay, because flows that began
+ * under them use them on. */
+std::string changes_text(const std::string &table, const ruleset_t &from, const ruleset_t &to);
+
+#endif

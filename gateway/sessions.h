@@ -1,0 +1,51 @@
+/* The sessions of the translator, read from connection tracking. */
+#ifndef GATEWAY_SESSIONS_H
+#define GATEWAY_SESSIONS_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "server/engine.h"
+
+struct nf_conntrack;
+struct nfct_handle;
+
+/** Whether a filter lets a session through; protocol 1 and 58 are the same. */
+bool is_match(const session_filter_t &filter, const fwx_nat64_session_full_t &session);
+
+/** Host order. */
+inline uint32_t ipv4_of(const uint8_t *network_order) {
+    return uint32_t{network_order[0]} << 24 | uint32_t{network_order[1]} << 16 | uint32_t{network_order[2]} << 8 |
+           network_order[3];
+}
+
+class sessions_t {
+public:
+    using session_t = fwx_nat64_session_full_t;
+    using match_fn_t = std::function<bool(const session_t &session)>;
+
+    sessions_t() = default;
+    ~sessions_t();
+    sessions_t(const sessions_t &) = delete;
+    sessions_t &operator=(const sessions_t &) = delete;
+
+    /** Connects to connection tracking; returns why that failed. */
+    std::string open();
+    /** All sessions, by identifier, without pool and mapping. Returns 0 or an errno value. */
+    int read(std::vector<session_t> &sessions);
+    /** Ends the sessions that match; returns 0 or an errno value. */
+    int end_if(const match_fn_t &match);
+    /** Flows of this namespace that got no address and port, since the namespace was made. */
+    static uint64_t failed_count();
+
+private:
+    using found_fn_t = std::function<void(const session_t &session, const nf_conntrack *entry)>;
+    int dump(const found_fn_t &found);
+
+    nfct_handle *handle_ = nullptr;
+};
+
+#endif

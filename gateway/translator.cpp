@@ -1,0 +1,175 @@
+#include "gateway/translator.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include "gateway/plan.h"
+#include "gateway/routes.h"
+
+namespace {
+
+constexpr const char *config_name = "translator.conf";
+constexpr const char *process_name = "translator.pid";
+constexpr const char *tun_path = "/dev/net/tun";
+constexpr int patience_ms = 5000; /* for the translator to come, and to end */
+constexpr int look_ms = 10;
+
+std::string system_error(const std::string &what) {
+    return what + ": " + std::strerror(errno);
+}
+
+template <typename condition_t>
+bool comes_true(condition_t condition) {
+    for (int waited = 0; waited < patience_ms; waited += look_ms) {
+        if (condition()) return true;
+        poll(nullptr, 0, look_ms);
+    }
+    return condition();
+}
+
+/** Makes the device, which stays without a process. */
+std::string make_device() {
+    const int fd = open(tun_path, O_RDWR | O_CLOEXEC);
+    if (fd < 0) return system_error(std::string("cannot open ") + tun_path + " (module tun)");
+    ifreq request{};
+    std::strcpy(request.ifr_name, translator_device);
+    request.ifr_flags = IFF_TUN;
+    const bool is_made = ioctl(fd, TUNSETIFF, &request) == 0 && ioctl(fd, TUNSETPERSIST, 1) == 0;
+    std::string error = is_made ? "" : system_error(std::string("cannot make device ") + translator_device);
+    close(fd);
+    return error;
+}
+
+bool write_file(const std::string &path, const std::string &text) {
+    std::ofstream file(path, std::ios::trunc);
+    file << text << std::flush;
+    return static_cast<bool>(file);
+}
+
+}  // namespace
+
+std::string translator_t::program_path() const {
+    if (options_.program.find('/') != std::string::npos) return options_.program;
+    const char *path = std::getenv("PATH");
+    std::istringstream folders(std::string(path == nullptr ? "" : path) + ":/usr/sbin:/sbin");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        const std::string candidate = folder + "/" + options_.program;
+        if (!folder.empty() && access(candidate.c_str(), X_OK) == 0) return candidate;
+    }
+    return options_.program;
+}
+
+std::string translator_t::check() const {
+    const std::string program = program_path();
+    if (!options_.is_external && access(program.c_str(), X_OK) != 0) {
+        return "there is no program " + program + " to translate with; install it: apt-get install tayga";
+    }
+    if (access(tun_path, F_OK) != 0) return system_error(std::string(tun_path) + " (module tun)");
+    return "";
+}
+
+std::string translator_t::ensure(routes_t &routes, bool &is_new) {
+    const routes_t::device_t device = routes.device();
+    is_new = !device.is_there;
+    if (device.is_served) return "";
+    if (!options_.is_external) {
+        end(); /* one that has lost its device */
+        std::string error = start();
+        if (!error.empty()) return error;
+    }
+    if (!comes_true([&routes] { return routes.device().is_there; })) {
+        return std::string("the translator has not made device ") + translator_device +
+               "; see why: nat64-gateway --translator " + options_.gateway;
+    }
+    const int failed = routes.set_up_device();
+    if (failed != 0) return std::string("cannot set up device ") + translator_device + ": " + std::strerror(failed);
+    if (!comes_true([&routes] { return routes.device().is_served; })) {
+        return std::string("no program serves device ") + translator_device + "; see why: nat64-gateway --translator " +
+               options_.gateway;
+    }
+    return "";
+}
+
+std::string translator_t::start() const {
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t files;
+    sigset_t none, defaults;
+    sigemptyset(&none);
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    sigaddset(&defaults, SIGXFSZ);
+    sigaddset(&defaults, SIGCHLD);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawn_file_actions_init(&files);
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        posix_spawn_file_actions_addopen(&files, fd, "/dev/null", O_RDWR, 0);
+    }
+    const std::vector<std::string> words = {"nat64-gateway", "--translator", "--state",       options_.directory,
+                                            "--tayga",       program_path(), options_.gateway};
+    std::vector<char *> arguments;
+    for (const std::string &word : words) {
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    pid_t pid = 0;
+    const int failed = posix_spawn(&pid, "/proc/self/exe", &files, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    return failed == 0 ? "" : std::string("cannot start the translator: ") + std::strerror(failed);
+}
+
+std::string translator_t::become() const {
+    std::string error = check();
+    if (error.empty()) error = make_device();
+    if (!error.empty()) return error;
+    char prefix[INET6_ADDRSTRLEN];
+    in6_addr address{};
+    std::copy(translator_prefix.begin(), translator_prefix.end(), address.s6_addr);
+    inet_ntop(AF_INET6, &address, prefix, sizeof prefix);
+    const std::string config = file(config_name);
+    const bool is_written =
+        write_file(config, std::string("tun-device ") + translator_device + "\nipv4-addr " + translator_ipv4 +
+                               "\nprefix " + prefix + "/" + std::to_string(translator_prefix_len) + "\n") &&
+        write_file(file(process_name), std::to_string(getpid()) + "\n");
+    if (!is_written) return system_error("cannot write the translator's files in " + options_.directory);
+    const std::string program = program_path();
+    execl(program.c_str(), "tayga", "--nodetach", "--config", config.c_str(), nullptr);
+    return system_error("cannot run " + program);
+}
+
+/** 0 unless the process with the id in the file is the translator of this gateway. */
+pid_t translator_t::process() const {
+    pid_t pid = 0;
+    std::ifstream(file(process_name)) >> pid;
+    if (pid <= 0) return 0;
+    std::ifstream command("/proc/" + std::to_string(pid) + "/cmdline");
+    std::vector<std::string> words;
+    for (std::string word; std::getline(command, word, '\0');) {
+        words.push_back(word);
+    }
+    return words.size() == 4 && words[0] == "tayga" && words[3] == file(config_name) ? pid : 0;
+}
+
+void translator_t::end() const {
+    const pid_t pid = process();
+    if (pid == 0) return;
+    kill(pid, SIGTERM);
+    comes_true([this, pid] { return process() != pid; });
+}
