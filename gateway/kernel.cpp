@@ -58,6 +58,7 @@ kernel_t::kernel_t(const std::string &gateway)
 kernel_t::~kernel_t() = default;
 
 std::string kernel_t::run(const std::string &text, std::string *output) {
+    if (text.empty()) return "";
     const int failed = nft_run_cmd_from_buffer(nft_.get(), text.c_str());
     /* Reading a buffer empties it for the next command. */
     const std::string printed = nft_ctx_get_output_buffer(nft_.get());
@@ -97,7 +98,9 @@ std::string kernel_t::apply(const plan_t &plan) {
     }
     if (!error.empty()) {
         is_known_ = false;
-        if (was_known) change(plan_t(in_force_));
+        for (const auto &[path, value] : in_force_.settings) {
+            write_setting(path, value);
+        }
     }
     return error;
 }
@@ -106,26 +109,29 @@ std::string kernel_t::change(const plan_t &plan) {
     for (const auto &[path, value] : plan.settings) {
         const auto before = in_force_.settings.find(path);
         if (is_known_ && before != in_force_.settings.end() && before->second == value) continue;
-        std::string error = write_setting(path, value);
-        if (!error.empty()) return error;
+        const std::string failed = write_setting(path, value);
+        if (!failed.empty()) return failed;
     }
     std::vector<ipv4_network_t> networks = in_force_.networks;
     if (!is_known_) routes_.read(networks);
     /* Packets find the way before they are translated there, and as long as they are. */
+    std::vector<ipv4_network_t> added;
+    std::string error;
     for (const ipv4_network_t &network : difference(plan.networks, networks)) {
         const int failed = routes_.add(network);
-        if (failed != 0) return route_error("add", network, failed);
+        if (failed != 0) error = route_error("add", network, failed);
+        if (failed != 0) break;
+        added.push_back(network);
     }
-    const std::string text =
-        is_known_ ? changes_text(table_, in_force_.ruleset, plan.ruleset) : text_from_found(plan.ruleset);
-    if (!text.empty()) {
-        std::string error = run(text);
-        if (!error.empty()) return error;
+    if (error.empty()) {
+        error = run(is_known_ ? changes_text(table_, in_force_.ruleset, plan.ruleset) : text_from_found(plan.ruleset));
     }
-    for (const ipv4_network_t &network : difference(networks, plan.networks)) {
+    const std::vector<ipv4_network_t> gone = error.empty() ? difference(networks, plan.networks) : added;
+    for (const ipv4_network_t &network : gone) {
         const int failed = routes_.remove(network);
-        if (failed != 0 && failed != ESRCH) return route_error("remove", network, failed);
+        if (failed != 0 && failed != ESRCH && error.empty()) error = route_error("remove", network, failed);
     }
+    if (!error.empty()) return error;
     in_force_ = plan;
     is_known_ = true;
     return "";

@@ -76,7 +76,7 @@ int routes_t::change(uint16_t type, uint16_t flags, uint8_t family, const void *
     request->rtm_family = family;
     request->rtm_dst_len = prefix_len;
     request->rtm_table = RT_TABLE_MAIN;
-    request->rtm_protocol = RTPROT_STATIC;
+    request->rtm_protocol = type == RTM_DELROUTE ? RTPROT_UNSPEC : RTPROT_STATIC;     /* of anybody */
     request->rtm_scope = type == RTM_DELROUTE ? RT_SCOPE_NOWHERE : RT_SCOPE_UNIVERSE; /* nowhere: any */
     request->rtm_type = RTN_UNICAST;
     mnl_attr_put(request.message(), RTA_DST, address_size(family), address);

@@ -1,0 +1,131 @@
+/* A gateway between an IPv6 client and an IPv4 server, each in a network namespace. */
+#ifndef TESTS_GATEWAY_GATEWAY_FIXTURE_H
+#define TESTS_GATEWAY_GATEWAY_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <netinet/icmp6.h>
+#include <sys/prctl.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "network.h"
+#include "tests/support/child.h"
+#include "tests/support/eventually.h"
+#include "tests/support/runtime_directory.h"
+
+class gateway_fixture_t : public testing::Test {
+protected:
+    static constexpr const char *client_address = "2001:db8:1::2";
+    static constexpr const char *server_address = "198.51.100.2";
+    static constexpr const char *server_behind_prefix = "2001:db8:64::c633:6402";
+    using json_t = nlohmann::json;
+
+    void SetUp() override {
+        for (const char *program : {"tayga", "nft", "conntrack", "ip"}) {
+            const std::string look = std::string("PATH=$PATH:/usr/sbin:/sbin command -v ") + program;
+            if (run_command(look).status != 0) GTEST_SKIP() << "there is no program " << program;
+        }
+        const bool is_made = client.is_made() && middle.is_made() && server.is_made();
+        if (!is_made) GTEST_SKIP() << "network namespaces cannot be made by this user";
+        if (access("/dev/net/tun", F_OK) != 0) GTEST_SKIP() << "there is no /dev/net/tun";
+        if (middle.run("nft list tables").status != 0) GTEST_SKIP() << "the kernel has no nf_tables";
+        setenv("PATH", (std::string(getenv("PATH")) + ":/usr/sbin:/sbin").c_str(), 1);
+        must(client, "ip link set lo up && ip link add c0 type veth peer name in0 netns " + middle.path() +
+                         " && ip addr add 2001:db8:1::2/64 dev c0 nodad && ip addr add 2001:db8:1::3/64 dev c0 nodad"
+                         " && ip link set c0 up && ip -6 route add default via 2001:db8:1::1");
+        must(middle, "ip link set lo up && ip link set in0 up && ip addr add 2001:db8:1::1/64 dev in0 nodad");
+        must(server, "ip link set lo up && ip link add s0 type veth peer name out0 netns " + middle.path() +
+                         " && ip addr add 198.51.100.2/24 dev s0 && ip link set s0 up"
+                         " && ip route add default via 198.51.100.1");
+        must(middle,
+             "ip link set out0 up && ip addr add 198.51.100.1/24 dev out0"
+             " && echo 1 >/proc/sys/net/ipv6/conf/all/forwarding && echo 1 >/proc/sys/net/ipv4/ip_forward");
+    }
+    void TearDown() override {
+        gateway.end(SIGKILL);
+        pid_t translator = 0;
+        std::ifstream(state("edge") + "/translator.pid") >> translator;
+        if (translator > 0) kill(translator, SIGKILL);
+    }
+
+    static void must(const namespace_t &place, const std::string &command) {
+        const ran_t ran = place.run(command);
+        ASSERT_EQ(ran.status, 0) << command << ": " << ran.output;
+    }
+
+    static std::string gateway_words(const std::string &words) { return std::string(GATEWAY_PATH) + " " + words; }
+    std::string state(const std::string &name) const { return directory.path() + "/state/fwx/gateway/" + name; }
+    std::string log() const { return text_of(directory.path() + "/log"); }
+
+    /** Starts `nat64-gateway edge`, and waits until it serves. */
+    bool serve() {
+        return gateway.start([this](int ready) {
+            middle.inside([this, ready] {
+                const int log_fd = open((directory.path() + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                dup2(ready, STDOUT_FILENO);
+                dup2(log_fd, STDERR_FILENO);
+                return execl(GATEWAY_PATH, GATEWAY_PATH, "edge", nullptr);
+            });
+        });
+    }
+    /** What natctl answers: its exit status, and the document. */
+    static std::pair<int, json_t> ask(const std::string &words) {
+        const ran_t ran = run_command(std::string(NATCTL_PATH) + " --connect edge --json " + words);
+        const json_t answer = json_t::parse(ran.output.substr(0, ran.output.find('\n')), nullptr, false);
+        EXPECT_FALSE(answer.is_discarded()) << ran.output;
+        return {ran.status, answer};
+    }
+    static void configure(const std::vector<std::string> &lines) {
+        for (const std::string &line : lines) {
+            EXPECT_EQ(ask(line).first, 0) << line;
+        }
+    }
+    static json_t sessions(const std::string &filter = "") { return ask("sessions walk " + filter).second["data"]; }
+    /** A member of the system statistics. */
+    static uint64_t system(const char *name) {
+        const json_t data = ask("stats system").second["data"];
+        const json_t &record = data.is_array() ? data.back() : data;
+        return record.contains("data") ? record["data"][name].get<uint64_t>() : record[name].get<uint64_t>();
+    }
+    /** A prefix and a pool, so that packets pass. */
+    void serve_with_pool(const std::string &pool = "--param 1 --start 192.0.2.1 --end 192.0.2.8") {
+        ASSERT_TRUE(serve()) << log();
+        configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful", "pool add --id 1 " + pool});
+    }
+
+    socket_t from_client(int type, uint16_t port = 0, const char *address = client_address) const {
+        return {client, type, {address, port}};
+    }
+    socket_t at_server(int type, uint16_t port) const { return {server, type, {server_address, port}}; }
+    static end_t to_server(uint16_t port) { return {server_behind_prefix, port}; }
+
+    /** The size of the answer to an ICMPv6 echo request, 0 for none. */
+    size_t ping(const std::string &address, size_t size, int wait_ms = socket_t::patience_ms) const {
+        const socket_t raw(client, SOCK_RAW, {client_address, 0}, IPPROTO_ICMPV6);
+        icmp6_filter filter;
+        ICMP6_FILTER_SETBLOCKALL(&filter);
+        ICMP6_FILTER_SETPASS(ICMP6_ECHO_REPLY, &filter);
+        setsockopt(raw.fd(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof filter);
+        std::string request(sizeof(icmp6_hdr) + size, 'p');
+        const icmp6_hdr head = {ICMP6_ECHO_REQUEST, 0, 0, {}};
+        request.replace(0, sizeof head, reinterpret_cast<const char *>(&head), sizeof head);
+        return raw.send(request, {address, 0}) ? raw.receive(wait_ms).size() : 0;
+    }
+    /** Sends a message through, and an answer back. */
+    static bool converse(const socket_t &from, const socket_t &at, end_t to, const std::string &text = "hello",
+                         end_t *seen = nullptr, int wait_ms = socket_t::patience_ms) {
+        end_t peer;
+        if (!from.send(text, to) || at.receive(wait_ms, &peer) != text) return false;
+        if (seen != nullptr) *seen = peer;
+        return at.send(text + "!", peer) && from.receive() == text + "!";
+    }
+
+    const runtime_directory_t directory;
+    const namespace_t client, middle, server;
+    child_t gateway;
+};
+
+#endif

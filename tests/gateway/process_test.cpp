@@ -1,0 +1,121 @@
+/* The gateway as a process: what it refuses, what it needs, and what it leaves. */
+#include "gateway_fixture.h"
+
+namespace {
+
+using process_test = gateway_fixture_t;
+
+TEST_F(process_test, what_is_not_on_this_gateway_is_refused_with_its_code_and_kept_nowhere) {
+    serve_with_pool();
+    const std::string before = run_command(std::string(NATCTL_PATH) + " --connect edge config show").output;
+    const char *const refused[] = {
+        "interface set --ifh 1 --mtu 1400",
+        "nvi enable --ifh 1",
+        "prefix add --prefix 2001:db8:65::/64 --kind stateful",
+        "prefix add --prefix 2001:db8:65::/96 --kind stateless",
+        "prefix add --prefix 2001:db8:65::/96 --kind dns64",
+        "pool add --id 3 --param 1 --start 203.0.113.1 --end 203.0.113.2 --hsl 1",
+        "dmapping add --id 1 --type endpoint-independent",
+        "dmapping add --id 1 --type address-dependent",
+        "logging add --dest 203.0.113.200 --port 4739",
+        "service add --type alg --value 21",
+        "adj set --type inside --address 2001:db8::1",
+        "replication set",
+        "settings set --bytes 00000000000000000000000000000000",
+        "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24",
+        "mapt dmr add --id 1 --prefix 2001:db8::/64",
+        "dev ipalias upload",
+    };
+    for (const char *line : refused) {
+        const auto [status, answer] = ask(line);
+        EXPECT_EQ(status, 1) << line << answer;
+        EXPECT_EQ(answer["code"], 0x600c) << line;
+        EXPECT_NE(answer.dump().find("not on this gateway"), std::string::npos) << line << answer;
+    }
+    EXPECT_EQ(system("refused_not_here"), std::size(refused));
+    EXPECT_EQ(run_command(std::string(NATCTL_PATH) + " --connect edge config show").output, before);
+}
+
+TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_them) {
+    serve_with_pool();
+    configure({"smapping add --id 1 --addr1 2001:db8:1::2 --addr2 203.0.113.1",
+               "dmapping add --id 1 --type address-and-port-dependent"});
+    const std::pair<const char *, int> refused[] = {
+        {"smapping add --id 2 --addr1 2001:db8:1::2 --addr2 203.0.113.2", 0x6004},
+        {"smapping add --id 2 --addr1 2001:db8:1::3 --addr2 203.0.113.1", 0x6004},
+        {"smapping add --id 2 --addr1 203.0.113.2 --addr2 2001:db8:1::3", 0x6006},
+        {"pool add --id 2 --param 64513 --start 203.0.113.7 --end 203.0.113.7", 0x6006},
+        {"timeout set --type udp --value 2147484", 0x6006},
+        {"prefix add --prefix fd6e:6174:3634::/96 --kind stateful", 0x6006},
+        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1", 0x6004},
+        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 9 --ext "
+         "200000000000000000000000000000000300000000000000",
+         0x6005},
+    };
+    for (const auto &[line, code] : refused) {
+        EXPECT_EQ(ask(line).second["code"], code) << line;
+    }
+}
+
+TEST_F(process_test, what_the_kernel_refuses_is_refused_with_its_reason_in_the_log_and_goes_back) {
+    serve_with_pool();
+    must(middle,
+         "nft delete table ip6 fwx_nat64_edge && nft add table ip6 fwx_nat64_edge"
+         " && nft 'add map ip6 fwx_nat64_edge inbound { type ipv4_addr : ipv4_addr; }'");
+    const auto [status, answer] = ask("pool add --id 2 --param 1 --start 203.0.113.1 --end 203.0.113.2");
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(answer["code"], 0x600d);
+    EXPECT_NE(log().find("refused by the kernel: nftables: "), std::string::npos) << log();
+    EXPECT_EQ(ask("stats pools").second["data"].size(), 1U);
+    EXPECT_EQ(middle.run("ip route").output.find("203.0.113."), std::string::npos);
+
+    must(middle, "nft delete table ip6 fwx_nat64_edge");
+    configure({"pool add --id 2 --param 1 --start 203.0.113.1 --end 203.0.113.2"});
+    EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "all of it is in force again";
+}
+
+TEST_F(process_test, a_network_namespace_has_one_gateway_and_remove_leaves_nothing) {
+    serve_with_pool();
+    ran_t second = middle.run(gateway_words("other"));
+    EXPECT_EQ(second.status, 2);
+    EXPECT_EQ(second.output, "nat64-gateway: a gateway runs in this network namespace\n");
+    EXPECT_EQ(middle.run(gateway_words("--remove edge")).status, 2) << "while it runs";
+    EXPECT_EQ(gateway.end(SIGTERM), 0);
+    second = middle.run(gateway_words("other"));
+    EXPECT_EQ(second.status, 2);
+    EXPECT_EQ(second.output,
+              "nat64-gateway: this network namespace is gateway edge's; remove that with: nat64-gateway --remove "
+              "edge\n");
+    EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "a gateway that ends leaves its work in force";
+
+    const ran_t removed = middle.run(gateway_words("--remove edge"));
+    EXPECT_EQ(removed.status, 0) << removed.output;
+    EXPECT_EQ(removed.output, "");
+    EXPECT_EQ(middle.run("nft list ruleset").output, "");
+    EXPECT_NE(middle.run("ip link show fwx_nat64").status, 0);
+    EXPECT_EQ(middle.run("ip route").output.find("fwx_nat64"), std::string::npos);
+    EXPECT_EQ(run_command("pgrep -f " + state("edge")).output.find(text_of(state("edge") + "/translator.pid")),
+              std::string::npos);
+    ASSERT_TRUE(serve()) << "and the configuration is kept: " << log();
+    EXPECT_NE(ping(server_behind_prefix, 8), 0U);
+}
+
+TEST_F(process_test, what_is_missing_is_said_at_the_start) {
+    const ran_t without_right =
+        middle.run("setpriv --bounding-set=-net_admin --inh-caps=-net_admin " + gateway_words("edge"));
+    EXPECT_EQ(without_right.status, 2);
+    EXPECT_EQ(without_right.output, "nat64-gateway: the gateway may not change the network: it needs CAP_NET_ADMIN\n");
+    const ran_t without_program = middle.run(gateway_words("--tayga /no/tayga edge"));
+    EXPECT_EQ(without_program.status, 2);
+    EXPECT_EQ(without_program.output,
+              "nat64-gateway: there is no program /no/tayga to translate with; install it: apt-get install tayga\n");
+    must(middle, "echo 0 >/proc/sys/net/ipv6/conf/all/forwarding");
+    const ran_t without_forwarding = middle.run(gateway_words("edge"));
+    EXPECT_EQ(without_forwarding.status, 2);
+    EXPECT_EQ(without_forwarding.output,
+              "nat64-gateway: the kernel does not forward packets: set /proc/sys/net/ipv6/conf/all/forwarding to 1\n");
+    EXPECT_EQ(middle.run(gateway_words("'no name'")).status, 2);
+    EXPECT_EQ(middle.run("nft list ruleset").output, "") << "nothing was begun";
+}
+
+}  // namespace

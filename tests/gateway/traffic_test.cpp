@@ -1,0 +1,270 @@
+/* Packets through the gateway, and what its clients see of them. */
+#include <set>
+#include <sstream>
+
+#include "gateway_fixture.h"
+
+namespace {
+
+using traffic_test = gateway_fixture_t;
+
+TEST_F(traffic_test, ping_tcp_and_udp_pass_with_answers_of_8000_bytes) {
+    serve_with_pool();
+    EXPECT_EQ(ping(server_behind_prefix, 56), 64U);
+
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    const socket_t from = from_client(SOCK_DGRAM);
+    end_t seen;
+    EXPECT_TRUE(converse(from, at, to_server(7), std::string(7999, 'u'), &seen));
+    EXPECT_EQ(seen.host().substr(0, 8), "192.0.2.");
+    EXPECT_GE(seen.port(), 1024);
+
+    const socket_t listener = at_server(SOCK_STREAM, 80);
+    listen(listener.fd(), 1);
+    const socket_t caller = from_client(SOCK_STREAM);
+    ASSERT_TRUE(caller.connects(to_server(80)));
+    const socket_t called = listener.accepted();
+    EXPECT_TRUE(caller.send("GET / HTTP/1.0\r\n\r\n"));
+    EXPECT_EQ(called.receive(), "GET / HTTP/1.0\r\n\r\n");
+    EXPECT_TRUE(called.send("HTTP/1.0 200 OK\r\n\r\n"));
+    EXPECT_EQ(caller.receive(), "HTTP/1.0 200 OK\r\n\r\n");
+}
+
+TEST_F(traffic_test, nothing_passes_without_a_prefix_or_without_a_pool) {
+    ASSERT_TRUE(serve()) << log();
+    configure({"pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.8"});
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    EXPECT_FALSE(from_client(SOCK_DGRAM).send("hello", to_server(7)) && !at.receive(socket_t::never_ms).empty());
+    const end_t behind_own_prefix("fd6e:6174:3634::c633:6402", 7);
+    from_client(SOCK_DGRAM).send("hello", behind_own_prefix);
+    EXPECT_EQ(at.receive(socket_t::never_ms), "");
+    configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful", "pool del --id 1"});
+    from_client(SOCK_DGRAM).send("hello", to_server(7));
+    EXPECT_EQ(at.receive(socket_t::never_ms), "");
+}
+
+TEST_F(traffic_test, a_static_mapping_is_reached_from_both_sides) {
+    ASSERT_TRUE(serve()) << log();
+    configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful",
+               "smapping add --id 7 --addr1 2001:db8:1::2 --addr2 192.0.2.80"});
+    const socket_t inside = from_client(SOCK_DGRAM, 53);
+    const socket_t outside = at_server(SOCK_DGRAM, 5353);
+    end_t seen;
+    EXPECT_TRUE(converse(outside, inside, {"192.0.2.80", 53}, "from outside", &seen));
+    EXPECT_EQ(seen.host(), server_behind_prefix);
+    EXPECT_TRUE(converse(from_client(SOCK_DGRAM, 54), outside, to_server(5353), "from inside", &seen));
+    EXPECT_EQ(seen.host(), "192.0.2.80");
+    EXPECT_EQ(seen.port(), 54);
+
+    std::set<int> ports;
+    for (const json_t &session : sessions()) {
+        EXPECT_EQ(session["mapping_id"], 7);
+        EXPECT_EQ(session["src"], client_address);
+        EXPECT_EQ(session["pool_addr"], "192.0.2.80");
+        EXPECT_EQ(session["dst"], server_address);
+        ports.insert(session["src_port"].get<int>());
+    }
+    EXPECT_EQ(ports, (std::set<int>{53, 54}));
+    EXPECT_EQ(ask("stats mappings").second["data"][0]["sessions"], 2);
+
+    configure({"smapping del --id 7"});
+    EXPECT_EQ(sessions().size(), 0U) << "sessions end with their mapping";
+}
+
+TEST_F(traffic_test, a_dynamic_mapping_gives_its_sources_a_pool_of_their_own) {
+    serve_with_pool();
+    configure({"pool add --id 2 --param 1 --start 203.0.113.9 --end 203.0.113.9",
+               "dmapping add --id 3 --type address-and-port-dependent --ext-arg 2 --ext "
+               "20010db8000100000000000000000003"
+               "80"
+               "00000000000000"});
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    end_t seen;
+    EXPECT_TRUE(converse(from_client(SOCK_DGRAM, 0, "2001:db8:1::3"), at, to_server(7), "hello", &seen));
+    EXPECT_EQ(seen.host(), "203.0.113.9");
+    EXPECT_TRUE(converse(from_client(SOCK_DGRAM), at, to_server(7), "hello", &seen));
+    EXPECT_EQ(seen.host().substr(0, 8), "192.0.2.");
+    EXPECT_EQ(ask("stats mappings").second["data"][0]["sessions"], 1);
+    EXPECT_EQ(ask("stats pools").second["data"][1]["sessions"], 1);
+    EXPECT_EQ(ask("pool del --id 2").second["code"], 0x600e) << "a mapping uses it";
+}
+
+/** Of each session protocol, source and its port, pool port and destination port, as conntrack lists them. */
+std::multiset<std::string> listed_by_conntrack(const std::string &list) {
+    std::multiset<std::string> found;
+    std::istringstream lines(list);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::multimap<std::string, std::string> values;
+        std::string word, protocol;
+        words >> protocol;
+        while (words >> word) {
+            const size_t equals = word.find('=');
+            if (equals != std::string::npos) values.insert({word.substr(0, equals), word.substr(equals + 1)});
+        }
+        if (protocol != "udp" && protocol != "tcp") continue;
+        const auto source = values.find("sport");
+        found.insert(protocol + " " + values.find("src")->second + " " + source->second + " " +
+                     std::next(values.find("dport"))->second + " " + values.find("dport")->second);
+    }
+    return found;
+}
+
+TEST_F(traffic_test, a_walk_is_what_conntrack_lists_and_a_clear_ends_what_its_filter_says) {
+    serve_with_pool();
+    std::vector<socket_t> open;
+    for (uint16_t port = 1; port <= 20; ++port) {
+        const socket_t at = at_server(SOCK_DGRAM, port);
+        open.push_back(from_client(SOCK_DGRAM));
+        ASSERT_TRUE(converse(open.back(), at, to_server(port)));
+    }
+    const socket_t listener = at_server(SOCK_STREAM, 80);
+    listen(listener.fd(), 1);
+    open.push_back(from_client(SOCK_STREAM));
+    ASSERT_TRUE(open.back().connects(to_server(80)));
+
+    std::multiset<std::string> walked;
+    for (const json_t &session : sessions("--count 7")) {
+        walked.insert(session["protocol_name"].get<std::string>() + " " + session["src"].get<std::string>() + " " +
+                      std::to_string(session["src_port"].get<int>()) + " " +
+                      std::to_string(session["pool_port"].get<int>()) + " " +
+                      std::to_string(session["dst_port"].get<int>()));
+    }
+    EXPECT_EQ(walked.size(), 21U);
+    EXPECT_EQ(walked, listed_by_conntrack(middle.run("{ conntrack -L -f ipv6 2>/dev/null; }").output));
+    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 21);
+    EXPECT_EQ(sessions("--protocol tcp")[0]["state_name"], "established");
+    EXPECT_EQ(sessions("--port 5").size(), 1U);
+
+    configure({"sessions clear --port 5"});
+    EXPECT_EQ(sessions().size(), 20U);
+    EXPECT_EQ(sessions("--port 5").size(), 0U);
+    configure({"sessions clear --protocol udp"});
+    ASSERT_EQ(sessions().size(), 1U);
+    EXPECT_EQ(sessions()[0]["protocol_name"], "tcp");
+    configure({"sessions clear --all"});
+    EXPECT_EQ(middle.run("conntrack -L -f ipv6").output.find("src="), std::string::npos);
+}
+
+TEST_F(traffic_test, a_full_pool_refuses_flows_and_counts_them) {
+    serve_with_pool("--param 16 --start 192.0.2.1 --end 192.0.2.1");
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    std::vector<socket_t> open;
+    for (int i = 0; i < 20; ++i) {
+        open.push_back(from_client(SOCK_DGRAM));
+        open.back().send("hello", to_server(7));
+    }
+    EXPECT_TRUE(eventually([] { return system("failed_sessions") == 4; })) << system("failed_sessions");
+    EXPECT_EQ(sessions().size(), 16U);
+    std::set<int> ports;
+    end_t seen;
+    for (int i = 0; i < 16; ++i) {
+        EXPECT_EQ(at.receive(socket_t::patience_ms, &seen), "hello");
+        ports.insert(seen.port());
+    }
+    EXPECT_EQ(ports.size(), 16U);
+    EXPECT_EQ(*ports.begin(), 1024);
+    EXPECT_EQ(*ports.rbegin(), 1039);
+    EXPECT_EQ(at.receive(socket_t::never_ms), "");
+}
+
+TEST_F(traffic_test, timeouts_are_as_set) {
+    serve_with_pool();
+    configure({"timeout set --type udp --value 50", "timeout set --type tcp-est --value 1000",
+               "timeout set --type icmp --value 20"});
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    const socket_t udp = from_client(SOCK_DGRAM);
+    ASSERT_TRUE(converse(udp, at, to_server(7)));
+    const socket_t listener = at_server(SOCK_STREAM, 80);
+    listen(listener.fd(), 1);
+    const socket_t tcp = from_client(SOCK_STREAM);
+    ASSERT_TRUE(tcp.connects(to_server(80)));
+    ASSERT_NE(ping(server_behind_prefix, 8), 0U);
+    const std::pair<const char *, uint32_t> expected[] = {{"udp", 50}, {"tcp", 1000}, {"icmpv6", 20}};
+    for (const auto &[protocol, seconds] : expected) {
+        const json_t found = sessions(std::string("--protocol ") + protocol);
+        ASSERT_EQ(found.size(), 1U) << protocol;
+        EXPECT_LE(found[0]["remaining_s"].get<uint32_t>(), seconds) << protocol;
+        EXPECT_GE(found[0]["remaining_s"].get<uint32_t>() + 2, seconds) << protocol;
+    }
+}
+
+TEST_F(traffic_test, a_session_limit_stays_exact_over_unrelated_changes_and_a_restart) {
+    serve_with_pool();
+    configure({"limit add --type sessions --value 3"});
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    std::vector<socket_t> open;
+    const auto passes = [&] {
+        open.push_back(from_client(SOCK_DGRAM));
+        open.back().send("hello", to_server(7));
+        return !at.receive(socket_t::never_ms).empty();
+    };
+    EXPECT_TRUE(passes());
+    for (int i = 0; i < 5; ++i) {
+        configure({"smapping add --id 9 --addr1 2001:db8:9::9 --addr2 203.0.113.77", "smapping del --id 9"});
+    }
+    EXPECT_TRUE(passes() && passes());
+    EXPECT_FALSE(passes());
+    gateway.end(SIGKILL);
+    ASSERT_TRUE(serve()) << log();
+    EXPECT_FALSE(passes());
+    EXPECT_EQ(ask("stats limits").second["data"][0]["in_use"], 3);
+    configure({"limit del --type sessions"});
+    EXPECT_TRUE(passes());
+}
+
+TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
+    serve_with_pool();
+    const socket_t listener = at_server(SOCK_STREAM, 80);
+    listen(listener.fd(), 1);
+    const socket_t caller = from_client(SOCK_STREAM);
+    ASSERT_TRUE(caller.connects(to_server(80)));
+    const socket_t called = listener.accepted();
+    const auto goes_on = [&] {
+        const std::string block(20000, 'b');
+        std::string got;
+        if (!caller.send(block)) return false;
+        for (std::string part = "?"; got.size() < block.size() && !part.empty(); got += part) {
+            part = called.receive();
+        }
+        return got == block;
+    };
+    EXPECT_TRUE(goes_on());
+    const json_t before = sessions();
+    ASSERT_EQ(before.size(), 1U);
+    configure(
+        {"pool add --id 2 --param 1 --start 203.0.113.1 --end 203.0.113.9", "timeout set --type tcp-est --value 5000"});
+    EXPECT_TRUE(goes_on());
+
+    gateway.end(SIGKILL);
+    EXPECT_TRUE(goes_on()) << "without a gateway";
+    /* What was changed meanwhile by others is corrected. */
+    must(middle,
+         "nft add chain ip6 fwx_nat64_edge pool_77 && nft flush chain ip6 fwx_nat64_edge others"
+         " && ip route add 192.0.2.200 dev fwx_nat64 && ip route del 192.0.2.8 dev fwx_nat64");
+    ASSERT_TRUE(serve()) << log();
+    EXPECT_TRUE(goes_on());
+    EXPECT_EQ(sessions()[0]["id"], before[0]["id"]);
+    const std::string table = middle.run("nft list table ip6 fwx_nat64_edge").output;
+    EXPECT_EQ(table.find("pool_77"), std::string::npos);
+    EXPECT_NE(table.find("0 : goto pool_1"), std::string::npos);
+    const std::string routes = middle.run("ip route").output;
+    EXPECT_EQ(routes.find("192.0.2.200"), std::string::npos);
+    EXPECT_NE(routes.find("192.0.2.8 dev"), std::string::npos);
+    EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "new flows pass, too";
+
+    configure({"pool del --id 1"});
+    EXPECT_EQ(sessions().size(), 0U) << "sessions end with their pool";
+}
+
+TEST_F(traffic_test, a_translator_that_dies_is_started_again) {
+    serve_with_pool();
+    pid_t translator = 0;
+    std::ifstream(state("edge") + "/translator.pid") >> translator;
+    ASSERT_GT(translator, 0);
+    kill(translator, SIGKILL);
+    EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; }));
+    EXPECT_NE(log().find("the translator has died, and is started again"), std::string::npos);
+}
+
+}  // namespace
