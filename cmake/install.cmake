@@ -41,6 +41,11 @@ if(FWX_NAT64_PLATFORM STREQUAL "host")
 
   set_target_properties(natctl nat64d PROPERTIES INSTALL_RPATH "${FWX_NAT64_BIN_RPATH}")
   install(TARGETS natctl nat64d RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  if(TARGET nat64_gateway_core)
+    set_target_properties(nat64-gateway PROPERTIES INSTALL_RPATH "${FWX_NAT64_BIN_RPATH}")
+    install(TARGETS nat64-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+    install(FILES docs/man/nat64-gateway.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  endif()
   install(FILES docs/man/natctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES docs/man/nat64d.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
   install(FILES packaging/prometheus/alerts.yml packaging/prometheus/scrape.yml packaging/prometheus/dashboard.json

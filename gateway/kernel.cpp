@@ -89,7 +89,7 @@ std::string kernel_t::check() {
     return "";
 }
 
-std::string kernel_t::apply(const plan_t &plan) {
+std::string kernel_t::apply(plan_t plan) {
     const bool was_known = is_known_;
     std::string error = change(plan);
     if (!error.empty() && was_known) { /* somebody else may have changed the table */
@@ -105,7 +105,8 @@ std::string kernel_t::apply(const plan_t &plan) {
     return error;
 }
 
-std::string kernel_t::change(const plan_t &plan) {
+/** Takes the plan over when it is in force. */
+std::string kernel_t::change(plan_t &plan) {
     for (const auto &[path, value] : plan.settings) {
         const auto before = in_force_.settings.find(path);
         if (is_known_ && before != in_force_.settings.end() && before->second == value) continue;
@@ -132,7 +133,7 @@ std::string kernel_t::change(const plan_t &plan) {
         if (failed != 0 && failed != ESRCH && error.empty()) error = route_error("remove", network, failed);
     }
     if (!error.empty()) return error;
-    in_force_ = plan;
+    in_force_ = std::move(plan);
     is_known_ = true;
     return "";
 }

@@ -29,7 +29,7 @@ public:
      * Changes what is in force to `plan`. The first time, and after a failure, it finds out what is there and corrects
      * it. Returns why the kernel has refused; then what was in force before still is.
      */
-    std::string apply(const plan_t &plan);
+    std::string apply(plan_t plan);
     /** Has the next apply look at everything anew. */
     void forget() { is_known_ = false; }
     /** Takes the table away; what is not there is no error, as with the next one. */
@@ -42,7 +42,7 @@ public:
 
 private:
     std::string run(const std::string &text, std::string *output = nullptr);
-    std::string change(const plan_t &plan);
+    std::string change(plan_t &plan);
     std::string text_from_found(const ruleset_t &to);
 
     const std::string table_;

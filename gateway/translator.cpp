@@ -74,8 +74,9 @@ std::string translator_t::program_path() const {
 }
 
 std::string translator_t::check() const {
+    if (options_.is_external) return "";
     const std::string program = program_path();
-    if (!options_.is_external && access(program.c_str(), X_OK) != 0) {
+    if (access(program.c_str(), X_OK) != 0) {
         return "there is no program " + program + " to translate with; install it: apt-get install tayga";
     }
     if (access(tun_path, F_OK) != 0) return system_error(std::string(tun_path) + " (module tun)");

@@ -25,4 +25,4 @@ build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-de
   prometheus-cpp-dev zlib1g-dev libcurl4-openssl-dev libssl-dev
   libnftables-dev libnetfilter-conntrack-dev libmnl-dev)
 # What the gateway runs, and what its tests look with.
-gateway_packages=(tayga nftables conntrack iproute2)
+gateway_packages=(tayga nftables conntrack iproute2 iputils-ping)

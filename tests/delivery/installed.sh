@@ -40,6 +40,10 @@ for example in nat64 mapt settings embedded; do
 done
 systemd-analyze --man=no verify natctl-serve@alpha.service nat64d@alpha.service
 ! command -v tshark >/dev/null || tshark -G plugins 2>/dev/null | grep -F fwx_nat64.lua >/dev/null || fail "no dissector"
+expect_owner nat64-gateway /usr/sbin/nat64-gateway /usr/share/man/man8/nat64-gateway.8.gz \
+  /lib/systemd/system/nat64-gateway{,-translator}@.service /usr/share/doc/nat64-gateway/gateway.md.gz
+systemd-analyze --man=no verify nat64-gateway@alpha.service nat64-gateway-translator@alpha.service
+[[ $(nat64-gateway --version) == nat64-gateway\ * ]]
 expect_owner python3-fwx-nat64 /usr/lib/python3/dist-packages/fwx_nat64/{__init__,_commands}.py
 
 # A server as the service runs it, and programs that were built against the packages.

@@ -34,13 +34,15 @@ expect_depends libfwx-nat64-1 'libc6 \(>= [^)]*\)'
 expect_depends libfwx-nat64-dev "libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools "libfwx-nat64-1 \(= $version\)"
 expect_depends libfwx-nat64-tools 'libedit2 \(>= [^)]*\)'
+expect_depends nat64-gateway tayga
+expect_depends nat64-gateway 'libnftables1 \(>= [^)]*\)'
 expect_depends python3-fwx-nat64 "libfwx-nat64-1 \(>= $version\)"
 expect_depends python3-fwx-nat64 'python3-cffi-backend-[^,]*'
 for library in libfwx_{nat64,host,nat64_model}; do
   dpkg-deb --info "$(deb_of libfwx-nat64-1)" shlibs | grep "^$library 1 libfwx-nat64-1 (>= $version)\$" >/dev/null ||
     fail "other packages cannot depend on $library"
 done
-for package in libfwx-nat64-dev libfwx-nat64-tools; do # where maintainer scripts would be, nothing is started
+for package in libfwx-nat64-dev libfwx-nat64-tools nat64-gateway; do # where maintainer scripts would be, nothing is started
   dpkg-deb --ctrl-tarfile "$(deb_of $package)" | tar --extract --to-stdout --wildcards './p*' 2>/dev/null |
     grep -E 'systemctl|invoke-rc|deb-systemd-invoke' && fail "$package starts a service"
 done
