@@ -13,6 +13,8 @@
 namespace {
 
 constexpr uint32_t longest_timeout_s = 2147483; /* what the kernel's settings hold in milliseconds */
+constexpr int start_patience_ms = 5000;         /* for the translator */
+constexpr int watch_patience_ms = 300;          /* the same, while clients wait */
 constexpr uint64_t old_read_ms = 1000;
 constexpr uint64_t old_read_factor = 20; /* a walk spends one part in so many on reading */
 
@@ -66,20 +68,23 @@ std::string gateway_engine_t::open() {
     if (error.empty()) error = kernel_.check();
     if (error.empty()) error = sessions_.open();
     bool is_new = false;
-    if (error.empty()) error = translator_.ensure(kernel_.routes(), is_new);
+    if (error.empty()) error = translator_.ensure(kernel_.routes(), start_patience_ms, is_new);
     return error;
 }
 
 void gateway_engine_t::watch_translator() {
-    if (kernel_.routes().device().is_served) return;
-    log_("the translator has died, and is started again");
+    if (kernel_.routes().device().is_served && !has_lost_device_) return trouble_.clear();
+    if (trouble_.empty()) log_("the translator has died, and is started again");
     bool is_new = false;
-    const std::string error = translator_.ensure(kernel_.routes(), is_new);
-    if (!error.empty()) log_(error);
-    if (!is_new) return;
-    kernel_.forget();
-    const std::string failed = kernel_.apply(plan_of(in_force_));
-    if (!failed.empty()) log_(failed);
+    std::string error = translator_.ensure(kernel_.routes(), watch_patience_ms, is_new);
+    has_lost_device_ = has_lost_device_ || is_new;
+    if (error.empty() && has_lost_device_) {
+        kernel_.forget();
+        error = kernel_.apply(plan_of(in_force_));
+        has_lost_device_ = !error.empty();
+    }
+    if (!error.empty() && error != trouble_) log_(error);
+    trouble_ = error;
 }
 
 std::string gateway_engine_t::remove() {

@@ -66,6 +66,8 @@ private:
     translator_t translator_;
     mutable sessions_t sessions_;
     const log_fn_t log_;
+    std::string trouble_; /* with the translator, which is told once */
+    bool has_lost_device_ = false;
     configuration_t in_force_;
     std::vector<change_t> pending_;
     std::map<uint32_t, static_t> statics_; /* those of `config`, by identifier */

@@ -25,7 +25,7 @@ namespace {
 constexpr const char *config_name = "translator.conf";
 constexpr const char *process_name = "translator.pid";
 constexpr const char *tun_path = "/dev/net/tun";
-constexpr int patience_ms = 5000; /* for the translator to come, and to end */
+constexpr int end_patience_ms = 1000;
 constexpr int look_ms = 10;
 
 std::string system_error(const std::string &what) {
@@ -33,7 +33,7 @@ std::string system_error(const std::string &what) {
 }
 
 template <typename condition_t>
-bool comes_true(condition_t condition) {
+bool comes_true(int patience_ms, condition_t condition) {
     for (int waited = 0; waited < patience_ms; waited += look_ms) {
         if (condition()) return true;
         poll(nullptr, 0, look_ms);
@@ -83,7 +83,7 @@ std::string translator_t::check() const {
     return "";
 }
 
-std::string translator_t::ensure(routes_t &routes, bool &is_new) {
+std::string translator_t::ensure(routes_t &routes, int patience_ms, bool &is_new) {
     const routes_t::device_t device = routes.device();
     is_new = !device.is_there;
     if (device.is_served) return "";
@@ -92,13 +92,13 @@ std::string translator_t::ensure(routes_t &routes, bool &is_new) {
         std::string error = start();
         if (!error.empty()) return error;
     }
-    if (!comes_true([&routes] { return routes.device().is_there; })) {
+    if (!comes_true(patience_ms, [&routes] { return routes.device().is_there; })) {
         return std::string("the translator has not made device ") + translator_device +
                "; see why: nat64-gateway --translator " + options_.gateway;
     }
     const int failed = routes.set_up_device();
     if (failed != 0) return std::string("cannot set up device ") + translator_device + ": " + std::strerror(failed);
-    if (!comes_true([&routes] { return routes.device().is_served; })) {
+    if (!comes_true(patience_ms, [&routes] { return routes.device().is_served; })) {
         return std::string("no program serves device ") + translator_device + "; see why: nat64-gateway --translator " +
                options_.gateway;
     }
@@ -172,5 +172,5 @@ void translator_t::end() const {
     const pid_t pid = process();
     if (pid == 0) return;
     kill(pid, SIGTERM);
-    comes_true([this, pid] { return process() != pid; });
+    comes_true(end_patience_ms, [this, pid] { return process() != pid; });
 }

@@ -27,9 +27,9 @@ public:
 
     /** Returns what is missing: the program, the TUN driver. */
     std::string check() const;
-    /** Starts the translator unless it runs, waits until it serves the device, and sets the device up. `is_new` says
-     * whether the device has lost its routes. Returns what went wrong. */
-    std::string ensure(routes_t &routes, bool &is_new);
+    /** Starts the translator unless it runs, waits up to `patience_ms` until it serves the device, and sets the device
+     * up. `is_new` says whether the device has lost its routes. Returns what went wrong. */
+    std::string ensure(routes_t &routes, int patience_ms, bool &is_new);
     /** Makes the device and becomes the translator; returns why that failed. */
     std::string become() const;
     /** Ends the translator, if it runs. */

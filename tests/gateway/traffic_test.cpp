@@ -38,6 +38,9 @@ TEST_F(traffic_test, nothing_passes_without_a_prefix_or_without_a_pool) {
     const end_t behind_own_prefix("fd6e:6174:3634::c633:6402", 7);
     from_client(SOCK_DGRAM).send("hello", behind_own_prefix);
     EXPECT_EQ(at.receive(socket_t::never_ms), "");
+    configure({"prefix add --prefix 64:ff9b::/96 --kind stateful"});
+    from_client(SOCK_DGRAM).send("hello", {"64:ff9b::c633:6402", 7});
+    EXPECT_EQ(at.receive(socket_t::never_ms), "") << "a documentation address behind the well-known prefix";
     configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful", "pool del --id 1"});
     from_client(SOCK_DGRAM).send("hello", to_server(7));
     EXPECT_EQ(at.receive(socket_t::never_ms), "");
@@ -265,6 +268,8 @@ TEST_F(traffic_test, a_translator_that_dies_is_started_again) {
     kill(translator, SIGKILL);
     EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; }));
     EXPECT_NE(log().find("the translator has died, and is started again"), std::string::npos);
+    must(middle, "ip link delete fwx_nat64");
+    EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; })) << log();
 }
 
 }  // namespace
