@@ -77,8 +77,8 @@ std::string kernel_t::check() {
         const bool is_gateway = word.rfind(table_of(""), 0) == 0;
         if (is_gateway && word != table_) {
             const std::string other = word.substr(table_of("").size());
-            return "this network namespace is gateway " + other + "'s; remove that with: nat64-gateway --remove " +
-                   other;
+            std::string text = "this network namespace is gateway ";
+            return text.append(other).append("'s; remove that with: nat64-gateway --remove ").append(other);
         }
     }
     for (const char *forwarding : {"ipv6/conf/all/forwarding", "ipv4/conf/all/forwarding"}) {
@@ -110,7 +110,7 @@ std::string kernel_t::change(plan_t &plan) {
     for (const auto &[path, value] : plan.settings) {
         const auto before = in_force_.settings.find(path);
         if (is_known_ && before != in_force_.settings.end() && before->second == value) continue;
-        const std::string failed = write_setting(path, value);
+        std::string failed = write_setting(path, value);
         if (!failed.empty()) return failed;
     }
     std::vector<ipv4_network_t> networks = in_force_.networks;

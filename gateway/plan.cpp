@@ -51,6 +51,11 @@ std::map<uint32_t, std::vector<span_of_pool_t>> spans_by_pool(const configuratio
     return spans;
 }
 
+void add_element(std::string &list, const std::string &key, const std::string &value) {
+    if (!list.empty()) list += ", ";
+    list.append(key).append(" : ").append(value);
+}
+
 std::string pool_name(uint32_t id) {
     return "pool_" + std::to_string(id);
 }
@@ -116,7 +121,7 @@ void add_prefixes(ruleset_t &ruleset, const configuration_t &config) {
     for (const auto &[key, payload] : config.interfaces.prefixes.entries) {
         const std::string prefix = prefix_text(payload.prefix.prefix);
         if (first.empty()) first = prefix;
-        elements += (elements.empty() ? "" : ", ") + prefix + " : " + own;
+        add_element(elements, prefix, own);
     }
     std::vector<std::string> &rules = ruleset.chains["prefixes"].rules;
     rules = {std::string("ip6 daddr ") + not_global + " drop"};
@@ -147,7 +152,9 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
         }
         const std::string first = translated(span.first);
         const std::string last = translated(span.last);
-        rule += "snat to [" + first + "]" + (first == last ? "" : "-[" + last + "]") + ":" + ports + " persistent";
+        rule.append("snat to [").append(first);
+        if (first != last) rule.append("]-[").append(last);
+        rule.append("]:").append(ports).append(" persistent");
         rules.push_back(rule);
         before = behind;
     }
@@ -181,7 +188,7 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
     if (pools.size() < 2) return;
     std::string elements;
     for (size_t i = 0; i < pools.size(); ++i) {
-        elements += (i == 0 ? "" : ", ") + std::to_string(i) + " : goto " + pool_name(pools[i]);
+        add_element(elements, std::to_string(i), "goto " + pool_name(pools[i]));
     }
     rules = {"jhash ip6 saddr mod " + std::to_string(pools.size()) + " seed 0x2 vmap { " + elements + " }"};
 }
@@ -294,8 +301,9 @@ std::string table_text(const std::string &table) {
                                                           {"outbound", "{ type ipv6_addr : ipv6_addr; }"},
                                                           {"sources", "{ type ipv6_addr : verdict; flags interval; }"}};
     for (const auto &[name, type] : maps) {
-        const std::string map = "map ip6 " + table + " " + name;
-        text += "add " + map + " " + type + "\nflush " + map + "\n";
+        std::string map = "map ip6 " + table;
+        map.append(" ").append(name);
+        text.append("add ").append(map).append(" ").append(type).append("\nflush ").append(map).append("\n");
     }
     return text;
 }
@@ -346,7 +354,7 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
                     const auto same = others->second.find(key);
                     if (same != others->second.end() && same->second == value) continue;
                 }
-                list += (list.empty() ? "" : ", ") + key + " : " + value;
+                add_element(list, key, value);
             }
             if (!list.empty()) lines += line(verb, "element", name, "{ " + list + " }");
         }

@@ -67,7 +67,7 @@ std::string translator_t::program_path() const {
     const char *path = std::getenv("PATH");
     std::istringstream folders(std::string(path == nullptr ? "" : path) + ":/usr/sbin:/sbin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string candidate = folder + "/" + options_.program;
+        std::string candidate = folder + "/" + options_.program;
         if (!folder.empty() && access(candidate.c_str(), X_OK) == 0) return candidate;
     }
     return options_.program;
@@ -125,6 +125,7 @@ std::string translator_t::start() const {
     const std::vector<std::string> words = {"nat64-gateway", "--translator", "--state",       options_.directory,
                                             "--tayga",       program_path(), options_.gateway};
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string &word : words) {
         arguments.push_back(const_cast<char *>(word.c_str()));
     }

@@ -118,7 +118,7 @@ public:
     int fd() const { return fd_; }
     bool connects(end_t to, int wait_ms = patience_ms) const {
         fcntl(fd_, F_SETFL, O_NONBLOCK);
-        connect(fd_, to.get(), to.size);
+        static_cast<void>(connect(fd_, to.get(), to.size)); /* is waited for below */
         pollfd writable = {fd_, POLLOUT, 0};
         int error = 0;
         socklen_t size = sizeof error;
@@ -126,7 +126,6 @@ public:
         return is_over && getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
     }
     socket_t accepted() const {
-        end_t peer;
         return socket_t(is_readable(patience_ms) ? accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC) : -1);
     }
     bool send(const std::string &text, end_t to = {}) const {
