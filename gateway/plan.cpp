@@ -250,10 +250,14 @@ plan_t plan_of(const configuration_t &config) {
         }
     }
     add_sources(ruleset, config);
+    auto &inbound = ruleset.maps["inbound"];
+    auto &outbound = ruleset.maps["outbound"];
     for (const auto &[id, mapping] : config.mappings.fixed.entries) {
         const uint32_t ipv4 = ipv4_of(mapping.addr2);
-        ruleset.maps["inbound"][translated(ipv4)] = text_of(mapping.addr1.addr);
-        ruleset.maps["outbound"][text_of(mapping.addr1.addr)] = translated(ipv4);
+        std::string inside_address = text_of(mapping.addr1.addr);
+        std::string outside_address = translated(ipv4);
+        inbound[outside_address] = inside_address;
+        outbound[std::move(inside_address)] = std::move(outside_address);
         outside.emplace_back(ipv4, ipv4);
     }
     plan.networks = networks_of(std::move(outside));
@@ -345,16 +349,19 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
     }
     /* Elements that `one` has and `other` has not, or with another value. */
     const auto differing = [&line](const char *verb, const ruleset_t &one, const ruleset_t &other) {
+        static const std::map<std::string, std::string> none;
         std::string lines;
         for (const auto &[name, elements] : one.maps) {
-            const auto others = other.maps.find(name);
+            const auto found = other.maps.find(name);
+            const auto &others = found == other.maps.end() ? none : found->second;
+            auto at = others.begin();
             std::string list;
             for (const auto &[key, value] : elements) {
-                if (others != other.maps.end()) {
-                    const auto same = others->second.find(key);
-                    if (same != others->second.end() && same->second == value) continue;
+                while (at != others.end() && at->first < key) {
+                    ++at;
                 }
-                add_element(list, key, value);
+                const bool is_same = at != others.end() && at->first == key && at->second == value;
+                if (!is_same) add_element(list, key, value);
             }
             if (!list.empty()) lines += line(verb, "element", name, "{ " + list + " }");
         }
