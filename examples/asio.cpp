@@ -42,6 +42,6 @@ int main(int argc, char **argv) try {
     descriptor.release(); /* it is the loop's */
     std::printf("%d commands: ok\n", answered);
     return answered == 40 ? 0 : 1;
-} catch (const std::system_error &error) {
+} catch (const std::exception &error) {
     return std::fprintf(stderr, "%s\n", error.what()), 2;
 }

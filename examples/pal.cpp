@@ -55,6 +55,6 @@ int main(int argc, char **argv) try {
     std::printf("%u commands: %u ok, %u refused (%s), %u lost, %u unanswered; %u reconnections\n", commands, tally.ok,
                 tally.refused, tally.last_refusal.message().c_str(), tally.lost, tally.unanswered, tally.reconnections);
     return tally.unanswered == 0 ? 0 : 1;
-} catch (const std::system_error &error) {
-    return std::fprintf(stderr, "%s: %s\n", argv[1], error.code().message().c_str()), 2;
+} catch (const std::exception &error) {
+    return std::fprintf(stderr, "%s: %s\n", argv[1], error.what()), 2;
 }

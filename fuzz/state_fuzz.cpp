@@ -13,6 +13,7 @@
 
 #include "fwx_host/fwx_host.h"
 #include "input.h"
+#include "model/model.h"
 #include "tools/state_file.h"
 
 namespace {

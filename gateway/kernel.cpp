@@ -101,12 +101,15 @@ std::string kernel_t::apply(plan_t plan) {
         for (const auto &[path, value] : in_force_.settings) {
             write_setting(path, value);
         }
+    } else {
+        in_force_ = std::move(plan);
+        is_known_ = true;
     }
     return error;
 }
 
-/** Takes the plan over when it is in force. */
-std::string kernel_t::change(plan_t &plan) {
+/** Has the kernel do what the plan says, or what it did before. */
+std::string kernel_t::change(const plan_t &plan) {
     for (const auto &[path, value] : plan.settings) {
         const auto before = in_force_.settings.find(path);
         if (is_known_ && before != in_force_.settings.end() && before->second == value) continue;
@@ -132,10 +135,7 @@ std::string kernel_t::change(plan_t &plan) {
         const int failed = routes_.remove(network);
         if (failed != 0 && failed != ESRCH && error.empty()) error = route_error("remove", network, failed);
     }
-    if (!error.empty()) return error;
-    in_force_ = std::move(plan);
-    is_known_ = true;
-    return "";
+    return error;
 }
 
 /** Fills everything anew but the session limit, which counts on if the table has it already. */

@@ -42,7 +42,7 @@ public:
 
 private:
     std::string run(const std::string &text, std::string *output = nullptr);
-    std::string change(plan_t &plan);
+    std::string change(const plan_t &plan);
     std::string text_from_found(const ruleset_t &to);
 
     const std::string table_;

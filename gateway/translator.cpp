@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 #include <vector>
 
 #include "gateway/plan.h"
@@ -46,7 +47,7 @@ std::string make_device() {
     const int fd = open(tun_path, O_RDWR | O_CLOEXEC);
     if (fd < 0) return system_error(std::string("cannot open ") + tun_path + " (module tun)");
     ifreq request{};
-    std::strcpy(request.ifr_name, translator_device);
+    std::string_view(translator_device).copy(request.ifr_name, sizeof request.ifr_name - 1);
     request.ifr_flags = IFF_TUN;
     const bool is_made = ioctl(fd, TUNSETIFF, &request) == 0 && ioctl(fd, TUNSETPERSIST, 1) == 0;
     std::string error = is_made ? "" : system_error(std::string("cannot make device ") + translator_device);

@@ -426,7 +426,7 @@ TEST_F(cxx_client_test_t, what_a_function_throws_reaches_who_awaits_whether_it_i
         };
     };
     /* 0 is refused at once, 1 is answered. */
-    for (const size_t at : {0, 1}) {
+    for (const size_t at : {size_t{0}, size_t{1}}) {
         const auto window = [&](nat64::client &c) -> nat64::task<> {
             co_await nat64::when_all(
                 3, 2, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(i))); }, thrower(at));

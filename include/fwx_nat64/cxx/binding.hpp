@@ -124,7 +124,7 @@ public:
         error = nat64_error(code);
         if (code == 0) {
             is_bound_ = true;
-            hearing_ = on_;
+            hearing = on_;
             report_unheard = unheard;
             fwx_nat64_client_info_get()->throttle_cb = throttled;
             fwx_nat64_client_info_get()->throttle_ctx = nullptr;
@@ -154,8 +154,8 @@ public:
         while (room_waiter *first = std::exchange(room_, room_ == nullptr ? nullptr : room_->next)) {
             resume(first->handle);
         }
-        const bool is_heard = hearing_ == on_;
-        if (is_heard) hearing_.reset();
+        const bool is_heard = hearing == on_;
+        if (is_heard) hearing.reset();
     }
 
     bool is_bound() const noexcept { return is_bound_; }
@@ -184,7 +184,7 @@ public:
 
     /** What a function of the PAL threw where nobody awaits it. */
     static void threw(const std::exception_ptr &what) noexcept {
-        const std::shared_ptr<const handlers> on = hearing_;
+        const std::shared_ptr<const handlers> on = hearing;
         if (!on || !on->failed) std::rethrow_exception(what); /* as an exception that nobody catches */
         on->failed(what);
     }
@@ -433,7 +433,7 @@ private:
         }
     }
     static void unheard(const std::exception_ptr &what) noexcept {
-        const std::shared_ptr<const handlers> on = hearing_;
+        const std::shared_ptr<const handlers> on = hearing;
         if (on && on->failed) on->failed(what);
     }
     void set_throttled(bool is_on) {
@@ -532,10 +532,10 @@ private:
     const uint64_t birth_; /* tells it from another one that stands where it stood */
     bool is_bound_ = false;
     bool is_flushing_ = false;
-    bool is_throttled_ = false;                             /* as the channel has told */
-    bool is_full_ = false;                                  /* a send was refused, and there has been no room since */
-    std::vector<uint64_t> queue_;                           /* slots whose owners wait for room, some closed by now */
-    static inline std::shared_ptr<const handlers> hearing_; /* of the binding, until all that it ends has been told */
+    bool is_throttled_ = false;                            /* as the channel has told */
+    bool is_full_ = false;                                 /* a send was refused, and there has been no room since */
+    std::vector<uint64_t> queue_;                          /* slots whose owners wait for room, some closed by now */
+    static inline std::shared_ptr<const handlers> hearing; /* of the binding, until all that it ends has been told */
     std::vector<std::unique_ptr<slot[]>> blocks_;
     uint32_t capacity_ = 0; /* slots in all blocks */
     slot *free_ = nullptr;
