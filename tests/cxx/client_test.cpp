@@ -367,22 +367,26 @@ TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_the_channel_fill_up_and_wh
         ended.push_back(name + std::string((co_await awaitable) ? "" : " failed"));
     };
     nat64::task<> one = wait("one", client->pool_add(a_pool(1)));
-    nat64::task<> query = [&](nat64::client &c) -> nat64::task<> {
+    const auto query_of = [&](nat64::client &c) -> nat64::task<> {
         ended.push_back(co_await c.stats_pools() ? "query" : "query failed");
-    }(*client);
-    nat64::task<> both = [&](nat64::client &c) -> nat64::task<> {
+    };
+    nat64::task<> query = query_of(*client);
+    const auto both_of = [&](nat64::client &c) -> nat64::task<> {
         const auto [a, b] = co_await nat64::when_all(c.pool_add(a_pool(2)), c.pool_add(a_pool(3)));
         ended.push_back(a && b ? "both" : "both failed");
-    }(*client);
-    nat64::task<> window = [&](nat64::client &c) -> nat64::task<> {
+    };
+    nat64::task<> both = both_of(*client);
+    const auto window_of = [&](nat64::client &c) -> nat64::task<> {
         const auto sum =
             co_await nat64::when_all(9, 4, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(10 + i))); });
         ended.push_back(sum ? "window" : "window failed");
-    }(*client);
-    nat64::task<> room = [&](nat64::client &c) -> nat64::task<> {
+    };
+    nat64::task<> window = window_of(*client);
+    const auto room_of = [&](nat64::client &c) -> nat64::task<> {
         co_await c.writable();
         ended.push_back(c.is_throttled() ? "still full" : "room");
-    }(*client);
+    };
+    nat64::task<> room = room_of(*client);
     nat64::task<> late = keep(client->pool_add(a_pool(99)).within(50ms));
     nat64::task<> dropped = keep(client->pool_add(a_pool(98)));
     for (nat64::task<> *each : {&one, &query, &both, &window, &room, &late, &dropped})
