@@ -51,7 +51,7 @@ if [[ $tier != --quick ]]; then
   git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests)/' |
     xargs cppcheck -j "$(nproc)" --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++20 --library=posix \
       --suppress=missingReturn --suppress=cppcheckError --suppress=legacyUninitvar --suppress=invalidFunctionArg \
-      --suppress=readdirCalled --suppress=getpwuidCalled '--suppress=passedByValue:fleet/*' -I. -Iinclude -Ihost/include
+      --suppress=readdirCalled --suppress=getpwuidCalled '--suppress=passedByValue:fleet/*' '--suppress=passedByValue:tools/nat64d/store_follower.cpp' -I. -Iinclude -Ihost/include
 
   say "types of the Python module"
   (cd bindings/python && mypy --cache-dir ../../build/mypy ../../build/dev/bindings/python/lib/fwx_nat64) # with its printed part
