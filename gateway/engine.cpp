@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "fwx_host/loop.h"
+#include "records/value.h"
 
 namespace {
 
@@ -31,9 +32,7 @@ bool is_zero(const uint8_t (&bytes)[size]) {
 }
 
 bool is_in(const source_rule_t &rule, const uint8_t *address) {
-    const size_t whole = rule.prefix_len / 8;
-    if (std::memcmp(rule.prefix.data(), address, whole) != 0) return false;
-    return rule.prefix_len % 8 == 0 || (rule.prefix[whole] ^ address[whole]) >> (8 - rule.prefix_len % 8) == 0;
+    return has_prefix(address, rule.prefix.data(), rule.prefix_len);
 }
 
 bool has_address(const std::vector<ipv4_network_t> &networks, uint32_t address) {

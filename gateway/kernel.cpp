@@ -1,5 +1,6 @@
 #include "gateway/kernel.h"
 
+#include <arpa/inet.h>
 #include <nftables/libnftables.h>
 
 #include <algorithm>
@@ -7,6 +8,8 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+
+#include "records/value.h"
 
 namespace {
 
@@ -18,12 +21,9 @@ std::string first_line(const std::string &text) {
 }
 
 std::string route_error(const char *verb, const ipv4_network_t &network, int failed) {
-    std::string address;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        address += std::to_string(network.address >> shift & 0xff) + (shift == 0 ? "/" : ".");
-    }
-    return std::string("cannot ") + verb + " the route of " + address + std::to_string(network.prefix_len) + ": " +
-           std::strerror(failed);
+    const uint32_t word = htonl(network.address);
+    return std::string("cannot ") + verb + " the route of " +
+           prefix_text(AF_INET, &word, sizeof word, network.prefix_len) + ": " + std::strerror(failed);
 }
 
 /** What one list has and the other has not; both are sorted. */

@@ -6,33 +6,23 @@
 #include <cstring>
 #include <iterator>
 
+#include "records/value.h"
+
 namespace {
 
-using bytes16_t = std::array<uint8_t, 16>;
-
 std::string text_of(const uint8_t *address) {
-    char text[INET6_ADDRSTRLEN];
-    return inet_ntop(AF_INET6, address, text, sizeof text);
+    return address_text(AF_INET6, address);
 }
 /** An IPv4 address, in host order, behind the translator's prefix. */
 std::string translated(uint32_t ipv4) {
-    bytes16_t address{};
-    std::copy(translator_prefix.begin(), translator_prefix.end(), address.begin());
-    for (size_t i = 0; i < sizeof ipv4; ++i) {
-        address[12 + i] = static_cast<uint8_t>(ipv4 >> (24 - 8 * i));
-    }
-    return text_of(address.data());
+    uint8_t address[sizeof(in6_addr)];
+    const uint32_t word = htonl(ipv4);
+    std::copy(translator_prefix.begin(), translator_prefix.end(), address);
+    std::memcpy(address + translator_prefix.size(), &word, sizeof word);
+    return text_of(address);
 }
-std::string prefix_text(const uint8_t *twelve_bytes) {
-    bytes16_t address{};
-    std::copy_n(twelve_bytes, translator_prefix.size(), address.begin());
-    return text_of(address.data()) + "/" + std::to_string(translator_prefix_len);
-}
-
-uint32_t ipv4_of(const fwx_nat64_addr_t &record) {
-    uint32_t network_order = 0;
-    std::memcpy(&network_order, record.addr, sizeof network_order);
-    return ntohl(network_order);
+std::string prefix_96(const uint8_t *twelve_bytes) {
+    return prefix_text(AF_INET6, twelve_bytes, translator_prefix.size(), translator_prefix_len);
 }
 
 struct span_of_pool_t {
@@ -46,7 +36,7 @@ std::map<uint32_t, std::vector<span_of_pool_t>> spans_by_pool(const configuratio
         spans[id].push_back({ntohl(pool.start_addr), ntohl(pool.end_addr)});
     }
     for (const auto &[span, range] : config.pools.ranges.entries) {
-        spans[range.id].push_back({ipv4_of(range.start_addr), ipv4_of(range.end_addr)});
+        spans[range.id].push_back({ipv4_of(range.start_addr.addr), ipv4_of(range.end_addr.addr)});
     }
     return spans;
 }
@@ -115,11 +105,11 @@ constexpr const char *not_global =
     "64:ff9b::c633:6400/120, 64:ff9b::cb00:7100/120, 64:ff9b::e000:0/99 }";
 
 void add_prefixes(ruleset_t &ruleset, const configuration_t &config) {
-    const std::string own = prefix_text(translator_prefix.data());
+    const std::string own = prefix_96(translator_prefix.data());
     std::string elements;
     std::string first;
     for (const auto &[key, payload] : config.interfaces.prefixes.entries) {
-        const std::string prefix = prefix_text(payload.prefix.prefix);
+        const std::string prefix = prefix_96(payload.prefix.prefix);
         if (first.empty()) first = prefix;
         add_element(elements, prefix, own);
     }
@@ -171,7 +161,8 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
         if (rule->prefix_len == 0) {
             others = rule->pool_id;
         } else {
-            const std::string prefix = text_of(rule->prefix.data()) + "/" + std::to_string(rule->prefix_len);
+            const std::string prefix =
+                prefix_text(AF_INET6, rule->prefix.data(), rule->prefix.size(), rule->prefix_len);
             sources[prefix] = rule->pool_id == 0 ? "goto others" : "goto " + pool_name(rule->pool_id);
         }
     }
@@ -201,7 +192,7 @@ void add_hooks(ruleset_t &ruleset) {
     const std::string out = "oifname" + device;
     const std::string not_in = "iifname !=" + device;
     const std::string not_out = "oifname !=" + device;
-    const std::string own = prefix_text(translator_prefix.data());
+    const std::string own = prefix_96(translator_prefix.data());
     ruleset.chains["prerouting"] = {"type nat hook prerouting priority dstnat; policy accept;",
                                     {in + "dnat to ip6 daddr map @inbound", not_in + "jump prefixes"}};
     ruleset.chains["postrouting"] = {"type nat hook postrouting priority srcnat; policy accept;",
@@ -253,7 +244,7 @@ plan_t plan_of(const configuration_t &config) {
     auto &inbound = ruleset.maps["inbound"];
     auto &outbound = ruleset.maps["outbound"];
     for (const auto &[id, mapping] : config.mappings.fixed.entries) {
-        const uint32_t ipv4 = ipv4_of(mapping.addr2);
+        const uint32_t ipv4 = ipv4_of(mapping.addr2.addr);
         std::string inside_address = text_of(mapping.addr1.addr);
         std::string outside_address = translated(ipv4);
         inbound[outside_address] = inside_address;

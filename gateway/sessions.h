@@ -16,12 +16,6 @@ struct nfct_handle;
 /** Whether a filter lets a session through; protocol 1 and 58 are the same. */
 bool is_match(const session_filter_t &filter, const fwx_nat64_session_full_t &session);
 
-/** Host order. */
-inline uint32_t ipv4_of(const uint8_t *network_order) {
-    return uint32_t{network_order[0]} << 24 | uint32_t{network_order[1]} << 16 | uint32_t{network_order[2]} << 8 |
-           network_order[3];
-}
-
 class sessions_t {
 public:
     using session_t = fwx_nat64_session_full_t;

@@ -20,6 +20,8 @@
 
 #include "gateway/plan.h"
 #include "gateway/routes.h"
+#include "records/value.h"
+#include "state/write_file.h"
 
 namespace {
 
@@ -53,12 +55,6 @@ std::string make_device() {
     std::string error = is_made ? "" : system_error(std::string("cannot make device ") + translator_device);
     close(fd);
     return error;
-}
-
-bool write_file(const std::string &path, const std::string &text) {
-    std::ofstream file(path, std::ios::trunc);
-    file << text << std::flush;
-    return static_cast<bool>(file);
 }
 
 }  // namespace
@@ -142,16 +138,13 @@ std::string translator_t::become() const {
     std::string error = check();
     if (error.empty()) error = make_device();
     if (!error.empty()) return error;
-    char prefix[INET6_ADDRSTRLEN];
-    in6_addr address{};
-    std::copy(translator_prefix.begin(), translator_prefix.end(), address.s6_addr);
-    inet_ntop(AF_INET6, &address, prefix, sizeof prefix);
+    const std::string prefix =
+        prefix_text(AF_INET6, translator_prefix.data(), translator_prefix.size(), translator_prefix_len);
     const std::string config = file(config_name);
-    const bool is_written =
-        write_file(config, std::string("tun-device ") + translator_device + "\nipv4-addr " + translator_ipv4 +
-                               "\nprefix " + prefix + "/" + std::to_string(translator_prefix_len) + "\n") &&
-        write_file(file(process_name), std::to_string(getpid()) + "\n");
-    if (!is_written) return system_error("cannot write the translator's files in " + options_.directory);
+    error = write_file(config, std::string("tun-device ") + translator_device + "\nipv4-addr " + translator_ipv4 +
+                                   "\nprefix " + prefix + "\n");
+    if (error.empty()) error = write_file(file(process_name), std::to_string(getpid()) + "\n");
+    if (!error.empty()) return error;
     const std::string program = program_path();
     execl(program.c_str(), "tayga", "--nodetach", "--config", config.c_str(), nullptr);
     return system_error("cannot run " + program);

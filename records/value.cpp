@@ -191,6 +191,12 @@ std::string prefix_text(int family, const void *bytes, size_t size, uint32_t len
     return address_text(family, address) + "/" + std::to_string(length);
 }
 
+bool has_prefix(const uint8_t *address, const uint8_t *prefix, uint32_t length) {
+    const size_t whole = length / 8;
+    const auto mask = static_cast<uint8_t>(0xff00U >> length % 8);
+    return std::memcmp(address, prefix, whole) == 0 && (mask == 0 || ((address[whole] ^ prefix[whole]) & mask) == 0);
+}
+
 bool parse_hex(std::string_view text, void *out, size_t size) {
     if (text.size() != 2 * size) return false;
     for (size_t i = 0; i < size; ++i) {

@@ -44,6 +44,9 @@ bool parse_address_port(std::string_view text, fwx_nat64_addr_t &address, uint16
 /** Text of a prefix of that many bits, of which the first `size` bytes stand at `bytes`: `2001:db8::/32`. */
 std::string prefix_text(int family, const void *bytes, size_t size, uint32_t length);
 
+/** Whether an address begins with the first `length` bits of `prefix`. */
+bool has_prefix(const uint8_t *address, const uint8_t *prefix, uint32_t length);
+
 /** Reads exactly `size` bytes, two hexadecimal digits each. */
 bool parse_hex(std::string_view text, void *out, size_t size);
 /** Two lower-case digits a byte. */

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
 
+#include "net/json.h"
 #include "records/misspelt.h"
 
 namespace {
@@ -169,6 +171,19 @@ command_parser_t::~command_parser_t() = default;
 
 void command_parser_t::parse(std::vector<std::string> words) {
     impl_->parse(std::move(words));
+}
+
+int read_command_line(const command_spec_t &root, int argc, const char *const *argv) {
+    try {
+        command_parser_t(root).parse({argv + 1, argv + argc});
+        return -1;
+    } catch (const help_request_t &help) {
+        std::fputs(help.text.c_str(), stdout);
+        return 0;
+    } catch (const usage_error_t &error) {
+        std::fprintf(stderr, "%s: %s\n", root.name.c_str(), clean_line(error.text).c_str());
+        return usage_status;
+    }
 }
 
 std::vector<std::string> option_spec_t::long_names() const {

@@ -91,6 +91,12 @@ private:
     std::unique_ptr<impl_t> impl_;
 };
 
+constexpr int usage_status = 2;
+
+/** Reads the options of a program without commands. Returns the exit status to end with at once, after the help or the
+ * error was printed; -1: go on. */
+int read_command_line(const command_spec_t &root, int argc, const char *const *argv);
+
 /* Options whose text is read into a variable; it must live until the command has been carried out. A wrong value is
  * refused with an error that names the option, the value and what is allowed. */
 

@@ -458,6 +458,26 @@ TEST_F(cxx_client_test_t, what_a_function_throws_reaches_who_awaits_whether_it_i
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
+TEST_F(cxx_client_test_t, what_a_function_throws_when_it_is_called_again_for_room_reaches_who_awaits_several) {
+    model->pause_set(true);
+    bool was_throttled = false;
+    fill_up(*client, was_throttled);
+    const auto both_of = [](nat64::client &c) -> nat64::task<> {
+        const auto again = [calls = 0](void *pal_ctx) mutable {
+            if (calls++ != 0) throw std::runtime_error("thrown");
+            return fwx_nat64_ipalias_upload_a(pal_ctx);
+        };
+        co_await nat64::when_all(c.pool_add(a_pool(1)), c.configure(again), c.pool_add(a_pool(2)));
+    };
+    nat64::task<> both = both_of(*client);
+    both.start();
+    model->pause_set(false);
+    pump();
+    ASSERT_TRUE(both.done());
+    EXPECT_THROW(both.get(), std::runtime_error);
+    EXPECT_EQ(client->outstanding(), 0U);
+}
+
 TEST_F(cxx_client_test_t, what_callbacks_handlers_and_tasks_that_nobody_awaits_throw_reaches_the_handler) {
     std::string heard;
     const auto hear = [&](const std::exception_ptr &what) {

@@ -18,7 +18,6 @@
 
 namespace {
 
-constexpr int failure_status = 2;
 constexpr uint64_t translator_watch_ms = 1000;
 constexpr size_t longest_name = 64;
 constexpr const char *name_characters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-";
@@ -31,7 +30,7 @@ struct options_t {
 
 int fail(const std::string &text) {
     std::fprintf(stderr, "nat64-gateway: %s\n", text.c_str());
-    return failure_status;
+    return usage_status;
 }
 
 /** Returns the exit status to end with at once; -1: go on. */
@@ -49,14 +48,8 @@ int read_options(int argc, const char *const *argv, options_t &options) {
                "Another service runs nat64-gateway --translator");
     flag_field(root, "--translator", options.is_translator, "Becomes the translator of gateway NAME");
     flag_field(root, "--remove", options.is_remove, "Takes all away that gateway NAME has made in the kernel");
-    try {
-        command_parser_t(root).parse({argv + 1, argv + argc});
-    } catch (const help_request_t &help) {
-        std::fputs(help.text.c_str(), stdout);
-        return 0;
-    } catch (const usage_error_t &error) {
-        return fail(error.text);
-    }
+    const int status = read_command_line(root, argc, argv);
+    if (status >= 0) return status;
     const std::string &name = options.translator.gateway;
     const bool is_ok = !name.empty() && name.size() <= longest_name && name.front() != '.' && name.front() != '-' &&
                        name.find_first_not_of(name_characters) == std::string::npos;

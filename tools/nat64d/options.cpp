@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr int usage_status = 2;
-
 std::string host_name() {
     char name[HOST_NAME_MAX + 1] = "";
     return gethostname(name, sizeof name) == 0 ? name : "";
@@ -44,15 +42,8 @@ int read_options(int argc, const char *const *argv, daemon_options_t &options) {
     number_field(root, "--series", options.series, "Pools, and mappings, that have metrics of their own", 1, 1000000)
         .preset = std::to_string(options.series);
     number_field(root, "--debug-level", options.debug_level, "Debug level of the library: 0 silent to 4 trace", 0, 4);
-    try {
-        command_parser_t(root).parse({argv + 1, argv + argc});
-    } catch (const help_request_t &help) {
-        std::fputs(help.text.c_str(), stdout);
-        return 0;
-    } catch (const usage_error_t &error) {
-        std::fprintf(stderr, "nat64d: %s\n", clean_line(error.text).c_str());
-        return usage_status;
-    }
+    const int status = read_command_line(root, argc, argv);
+    if (status >= 0) return status;
     if (options.listen == "none") options.listen.clear();
     if (is_store_url(options.config)) options.store.url = std::exchange(options.config, "");
     if (options.gateway.empty()) options.gateway = host_name();

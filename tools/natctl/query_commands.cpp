@@ -179,10 +179,10 @@ bool is_inside(const wire_message_t &reply, const uint8_t *session, const fwx_na
     std::memcpy(&host, session + at, sizeof host);
     const bool is_ipv4 = net.family == FWX_NAT64_FAMILY_IPV4;
     if (is_ipv4 != (host.family == FWX_NAT64_FAMILY_IPV4)) return false;
-    if (is_ipv4) return ((network_word(host) ^ network_word(net)) & htonl(UINT32_MAX << (32 - length))) == 0;
-    const uint8_t rest = static_cast<uint8_t>(0xff00U >> length % 8U);
-    return std::memcmp(host.addr, net.addr, length / 8) == 0 &&
-           ((host.addr[length / 8] ^ net.addr[length / 8]) & rest) == 0;
+    if (!is_ipv4) return has_prefix(host.addr, net.addr, length);
+    const uint32_t words[] = {network_word(host), network_word(net)};
+    const auto *bytes = reinterpret_cast<const uint8_t *>(words);
+    return has_prefix(bytes, bytes + sizeof words[0], length);
 }
 
 /** The server is told the limit too, so that it need not send what nobody wants. */

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "records/embedding.h"
+#include "records/value.h"
 #include "state/read_file.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/line_joiner.h"
@@ -16,18 +17,15 @@ struct prefix_t {
     uint8_t length;
 };
 
-bool begins_with(const uint8_t *address, const prefix_t &prefix) {
-    const size_t whole = prefix.length / 8U;
-    const auto mask = static_cast<uint8_t>(0xff00U >> prefix.length % 8U);
-    return std::memcmp(address, prefix.bytes, whole) == 0 &&
-           (mask == 0 || ((address[whole] ^ prefix.bytes[whole]) & mask) == 0);
+bool is_in(const uint8_t *address, const prefix_t &prefix) {
+    return has_prefix(address, prefix.bytes, prefix.length);
 }
 
 template <typename rules_t, typename prefix_of_t>
 auto find_longest(const rules_t &rules, const uint8_t *address, prefix_of_t prefix_of) {
     const typename rules_t::mapped_type *longest = nullptr;
     for (const auto &[name, rule] : rules) {
-        if (!begins_with(address, prefix_of(rule))) continue;
+        if (!is_in(address, prefix_of(rule))) continue;
         const bool is_longer = longest == nullptr || prefix_of(rule).length > prefix_of(*longest).length;
         if (is_longer) longest = &rule;
     }
@@ -111,7 +109,7 @@ std::vector<const fwx_nat64_mapt_bmr_t *> rule_set_t::find_v4(const uint8_t ipv4
     if (longest == nullptr) return found;
     for (const auto &[name, rule] : basic_) {
         const bool is_as_long = rule.v4_prefix_len == longest->v4_prefix_len;
-        if (is_as_long && begins_with(ipv4, prefix_of(rule))) found.push_back(&rule);
+        if (is_as_long && is_in(ipv4, prefix_of(rule))) found.push_back(&rule);
     }
     return found;
 }
@@ -126,7 +124,7 @@ const fwx_nat64_mapt_dmr_t *rule_set_t::find_default(const uint8_t ipv6[16]) con
     for (const auto &[id, rule] : defaults_) {
         uint8_t ipv4[4];
         const uint8_t length = prefix_len_of(rule);
-        const bool holds = extract_ipv4(ipv6, length, ipv4) && begins_with(ipv6, {rule.opaque, length});
+        const bool holds = extract_ipv4(ipv6, length, ipv4) && has_prefix(ipv6, rule.opaque, length);
         const bool is_longer = longest == nullptr || length > prefix_len_of(*longest);
         if (holds && is_longer) longest = &rule;
     }

@@ -257,7 +257,10 @@ public:
         return outstanding_ == 0;
     }
     void await_suspend(std::coroutine_handle<> waiting) noexcept { waiting_ = waiting; }
-    std::tuple<typename command_types::value_type...> await_resume() const noexcept { return results_; }
+    std::tuple<typename command_types::value_type...> await_resume() const {
+        if (thrown_) std::rethrow_exception(thrown_);
+        return results_;
+    }
 
 private:
     template <size_t... indices>
@@ -285,17 +288,25 @@ private:
     }
     static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *got) {
         auto &self = static_cast<together &>(base);
+        --self.outstanding_;
         if (got != nullptr) {
-            self.send_again(tag, std::index_sequence_for<command_types...>());
+            try {
+                self.send_again(tag, std::index_sequence_for<command_types...>());
+            } catch (...) { /* who awaits gets it, and what is outstanding is forgotten */
+                self.thrown_ = std::current_exception();
+                std::get<0>(self.commands_).to().close_all(self);
+                self.outstanding_ = 0;
+            }
         } else {
             self.take(tag, error, std::index_sequence_for<command_types...>());
         }
-        if (--self.outstanding_ == 0) self.waiting_.resume();
+        if (self.outstanding_ == 0) self.waiting_.resume();
     }
 
     std::tuple<command_types...> commands_;
     std::tuple<typename command_types::value_type...> results_;
     size_t outstanding_ = 0;
+    std::exception_ptr thrown_;
     std::coroutine_handle<> waiting_;
 };
 
