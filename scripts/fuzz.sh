@@ -48,6 +48,8 @@ for fuzzer in build/asan/fuzz/*_fuzz; do
   run_fuzzer "$(basename "$fuzzer" _fuzz)" &
   started+=($!)
 done
+status=0
 for pid in "${started[@]}"; do
-  wait "$pid"
+  wait "$pid" || status=1 # those beside it are let end
 done
+exit $status
