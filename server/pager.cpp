@@ -2,10 +2,11 @@
 
 #include <algorithm>
 
+#include "fwx_nat64/server_result.h"
+
 namespace {
 
-constexpr uint64_t looks_per_turn = 16384; /* of all answers: about a millisecond */
-constexpr std::ptrdiff_t most_of_a_client = 64;
+constexpr uint64_t looks_per_turn = 16384;                /* of all answers: about a millisecond */
 constexpr uint64_t most_unread_bytes = uint64_t{4} << 20; /* by a client that gets more */
 constexpr uint64_t look_again_ms = 1;
 
@@ -17,7 +18,7 @@ pager_t::pager_t(fwx_host_loop_t *host_loop, outbox_t &replies) : loop(host_loop
 
 bool pager_t::is_full(uint64_t client) const {
     const auto is_theirs = [client](const auto &answer) { return answer.second->request.client == client; };
-    return std::count_if(answers.begin(), answers.end(), is_theirs) >= most_of_a_client;
+    return std::count_if(answers.begin(), answers.end(), is_theirs) >= FWX_NAT64_MODEL_LISTS_MAX;
 }
 
 void pager_t::start(std::unique_ptr<paged_t> answer) {

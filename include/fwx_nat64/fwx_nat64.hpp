@@ -171,6 +171,8 @@ public:
     bool is_throttled() const noexcept { return binding_.is_throttled(); }
     /** Awaits that the channel has room; at once if it has. */
     auto writable() noexcept { return room_t(binding_); }
+    /** What the server tells unasked from now on, to be awaited. */
+    notification_stream notifications() noexcept { return notification_stream(binding_.streams()); }
 
     /* --- Settings --- */
 
@@ -380,7 +382,11 @@ public:
                          std::move(on)...);
     }
     /* --- Statistics. A function behind the arguments gets the entries as std::span, reply by reply, as long as it does
-     * not return false; the query is awaited all the same. A second one gets the result, and nothing is awaited. --- */
+     * not return false; the query is awaited all the same. A second one gets the result, and nothing is awaited.
+     *
+     * This project's server answers FWX_NAT64_MODEL_LISTS_MAX (64) long lists and walks of a client at once. What is
+     * awaited beyond them waits until another list or walk of this client has ended; with a function for the result it
+     * is refused with FWX_NAT64_MODEL_ERR_TOO_MANY. --- */
 
     /** How many the server holds of each kind. */
     auto stats_totals() { return record<fwx_nat64_stats_sys_entry_t>(0); }

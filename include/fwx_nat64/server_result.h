@@ -21,6 +21,9 @@
 #define FWX_NAT64_MODEL_ERR_NOT_IN_FORCE 0x600du /**< the kernel of a gateway does not take it */
 #define FWX_NAT64_MODEL_ERR_IN_USE 0x600eu       /**< delete of a pool that a mapping uses */
 
+/** How many walks and long lists of a client the server answers at once; those beyond are refused with TOO_MANY. */
+#define FWX_NAT64_MODEL_LISTS_MAX 64
+
 /** Every code above, for whoever counts or shows them: X(code, its count in fwx_nat64_stats_system_t, text). */
 #define FWX_NAT64_MODEL_RESULTS(X)                                                                               \
     X(FWX_NAT64_MODEL_ERR_MALFORMED, malformed, "the server got a malformed message")                            \

@@ -273,6 +273,49 @@ TEST_F(cxx_client_test_t, what_comes_unasked_reaches_its_handler) {
     EXPECT_EQ(heard, "13 42event ");
 }
 
+TEST_F(cxx_client_test_t, what_comes_unasked_can_be_awaited_until_the_client_ends) {
+    using kind_t = nat64::notification_kind;
+    std::string told;
+    const auto listen = [](nat64::client &c, std::string &into, bool &has_ended) -> nat64::task<> {
+        auto stream = c.notifications();
+        while (const auto each = co_await stream.next()) {
+            if (each->kind == kind_t::record) into += std::to_string(each->op) + std::to_string(each->words[1]) + ' ';
+            if (each->kind == kind_t::event) into += "event ";
+            if (each->kind == kind_t::mapping) into += std::to_string(each->mapping.id) + ' ';
+        }
+        into += "missed " + std::to_string(stream.missed());
+        has_ended = true;
+    };
+    bool has_ended = false;
+    nat64::task<> listener = listen(*client, told, has_ended);
+    listener.start();
+    nat64::notification_stream late = client->notifications();
+    {
+        const nat64::notification_stream dropped = client->notifications();
+        ASSERT_EQ(model->notify_record(true, 1, 2, 3), 0u);
+        pump();
+    }
+    ASSERT_EQ(model->notify_mapping(42, true, 1), 0u);
+    pump();
+    EXPECT_EQ(told, "12 42 ");
+    for (int i = 0; i < 2500; ++i) {
+        ASSERT_EQ(model->notify_event(), 0u);
+        pump();
+    }
+    client.reset();
+    EXPECT_TRUE(has_ended);
+    EXPECT_EQ(told.substr(told.size() - 14), "event missed 0");
+    const auto count = [](nat64::notification_stream &stream) -> nat64::task<size_t> {
+        size_t events = 0;
+        while (const auto each = co_await stream.next()) {
+            if (each->kind == kind_t::event) ++events;
+        }
+        co_return events;
+    };
+    EXPECT_EQ(run(count(late)), nat64::notification_stream::kept_most);
+    EXPECT_EQ(late.missed(), 1502u);
+}
+
 TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone) {
     EXPECT_THROW(nat64::client("two", loop.get()), std::system_error);
     std::error_code error;

@@ -118,6 +118,40 @@ TEST_F(cxx_query_test_t, a_walk_hands_over_page_by_page_also_what_came_while_nob
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
+TEST_F(cxx_query_test_t, walks_beyond_those_that_the_server_answers_at_once_wait_until_others_end) {
+    model->sessions_generate(300);
+    size_t whole = 0;
+    const auto walk = [](nat64::client &c, size_t &count) -> nat64::task<> {
+        auto sessions = c.sessions_full({}, 10);
+        size_t seen = 0;
+        while (auto page = co_await sessions.next()) {
+            seen += page.size();
+        }
+        if (sessions.end() && seen == 300) ++count;
+    };
+    std::vector<nat64::task<>> walks;
+    for (int i = 0; i < 200; ++i) {
+        walks.push_back(walk(*client, whole));
+        walks.back().start();
+    }
+    for (size_t i = 0; i < 200; i += 4) { /* some of them go on at the server, though nobody reads them */
+        walks[i] = nat64::task<>(nullptr);
+    }
+    nat64::result callback;
+    auto ask = [](void *pal_ctx, uint64_t cookie, uint64_t) {
+        const fwx_nat64_sess_walk_filter_t all{};
+        return fwx_nat64_session_walk_a(10, &all, cookie, 0, 0, nat64::client::walk_callback, pal_ctx);
+    };
+    const auto refused = [&](const nat64::result &end) { callback = end; };
+    ASSERT_TRUE(client->query(
+        ask, [](const nat64::page &) { return nat64::list_step::next; }, refused));
+    pump();
+    EXPECT_EQ(whole, 150u);
+    EXPECT_EQ(callback.code(), FWX_NAT64_MODEL_ERR_TOO_MANY);
+    EXPECT_GT(model->counts().refused, 150u - FWX_NAT64_MODEL_LISTS_MAX);
+    EXPECT_EQ(client->outstanding(), 0u);
+}
+
 TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
     add_pools(4);
     model->reply_limit_set(2 * sizeof(fwx_nat64_stats_pool_entry_t));

@@ -24,8 +24,10 @@
 #include <vector>
 
 #include "fwx_nat64/cxx/error.hpp"
+#include "fwx_nat64/cxx/notification.hpp"
 #include "fwx_nat64/cxx/task.hpp"
 #include "fwx_nat64/fwx_nat64.h"
+#include "fwx_nat64/server_result.h"
 
 namespace fwx::nat64 {
 
@@ -113,8 +115,8 @@ inline result sent(uint32_t code) noexcept {
 
 class binding {
 public:
-    /** Room for a callback and what it holds. */
-    static constexpr size_t storage_size = 128;
+    /** Room for a callback and what it holds. With it a slot has 256 bytes, so that its address is a shift away. */
+    static constexpr size_t storage_size = 208;
 
     binding(const void *client_id, void *ev_arg, handlers on, const adapter &platform, std::error_code &error)
         : platform_(platform), on_(std::make_shared<const handlers>(std::move(on))), ev_arg_(ev_arg), birth_(births()) {
@@ -154,11 +156,15 @@ public:
         while (room_waiter *first = std::exchange(room_, room_ == nullptr ? nullptr : room_->next)) {
             resume(first->handle);
         }
+        for (std::coroutine_handle<> waiting; streams_.end_one(waiting);) {
+            if (waiting) resume(waiting);
+        }
         const bool is_heard = hearing == on_;
         if (is_heard) hearing.reset();
     }
 
     bool is_bound() const noexcept { return is_bound_; }
+    detail::streams &streams() noexcept { return streams_; }
     bool is_throttled() const noexcept {
         if (is_throttled_ || is_full_) return true;
         const fwx_nat64_client_info_t *info =
@@ -175,11 +181,29 @@ public:
     result refused(uint32_t code) noexcept { return is_full(code) ? result{client_errc::no_room, false} : sent(code); }
     /** Opens a slot whose owner gets room_page when there is room. */
     uint64_t queue(waiter &owner, uint32_t tag, uint64_t timeout_ms) {
-        queue_.reserve(queue_.size() + 1);
-        const uint64_t id = open(owner, tag);
-        queue_.push_back(id);
-        set_deadline(id, timeout_ms);
+        return queue_in(queue_, owner, tag, timeout_ms);
+    }
+
+    /** Counts a list that is outstanding. */
+    void list_began() noexcept { ++lists_; }
+    /** A list that the server had no room for waits for another one to end, and gets room_page then. 0: there is no
+     * other one. */
+    uint64_t queue_list(waiter &owner, uint64_t timeout_ms) {
+        if (lists_ == 1) return 0;
+        const uint64_t id = queue_in(waiting_lists_, owner, 0, timeout_ms);
+        --lists_;
         return id;
+    }
+    void list_ended() noexcept {
+        const life_t life(*this);
+        bool has_room = true;
+        for (--lists_; life && has_room && !waiting_lists_.empty();) {
+            const uint64_t id = waiting_lists_.front();
+            waiting_lists_.erase(waiting_lists_.begin());
+            if (!is_open(id)) continue;
+            give_room(id);
+            has_room = life && lists_ == 0; /* it was not sent, and no other list will end */
+        }
     }
 
     /** What a function of the PAL threw where nobody awaits it. */
@@ -240,7 +264,7 @@ public:
         const auto index = static_cast<uint32_t>(id);
         return index < capacity() && at(index).id == id;
     }
-    void close(uint64_t id) noexcept {
+    [[gnu::noinline]] void close(uint64_t id) noexcept {
         if (is_open(id)) release(at(static_cast<uint32_t>(id)));
     }
     /** Closes all slots that this one waits for. */
@@ -406,9 +430,9 @@ private:
         binding *self = active();
         const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
         if (self == nullptr || info == nullptr || info->connected != 0) return;
-        self->is_flushing_ = true; /* the flush refuses commands; waiters hear of their end behind it */
+        active() = nullptr; /* the flush refuses commands, so the callbacks ignore it and waiters are told behind it */
         fwx_nat64_clnt_cleanup();
-        self->is_flushing_ = false;
+        active() = self;
         for (uint32_t index = 0; index < self->capacity(); ++index) {
             self->at(index).ended_id = self->at(index).id;
         }
@@ -432,6 +456,19 @@ private:
             threw(std::current_exception());
         }
     }
+    /** Gives a notification to its handler and to all streams. */
+    template <class handler_type, class... argument_types>
+    void announce(const notification &what, handler_type handlers::*which,
+                  const argument_types &...arguments) noexcept {
+        const life_t life(*this);
+        streams_.tell(what);
+        tell(which, arguments...);
+        while (life) {
+            const std::coroutine_handle<> waiting = streams_.take_ready();
+            if (!waiting) return;
+            resume(waiting);
+        }
+    }
     static void unheard(const std::exception_ptr &what) noexcept {
         const std::shared_ptr<const handlers> on = hearing;
         if (on && on->failed) on->failed(what);
@@ -450,12 +487,22 @@ private:
             if (is_throttled_ || is_full_) {
                 queue_.push_back(waiting[i]);
             } else if (is_open(waiting[i])) {
-                slot &entry = at(static_cast<uint32_t>(waiting[i]));
-                waiter *const owner = entry.owner;
-                release(entry);
-                tell(*owner, entry.tag, {}, &room_page);
+                give_room(waiting[i]);
             }
         }
+    }
+    uint64_t queue_in(std::vector<uint64_t> &queue, waiter &owner, uint32_t tag, uint64_t timeout_ms) {
+        queue.reserve(queue.size() + 1);
+        const uint64_t id = open(owner, tag);
+        queue.push_back(id);
+        set_deadline(id, timeout_ms);
+        return id;
+    }
+    void give_room(uint64_t id) noexcept {
+        slot &entry = at(static_cast<uint32_t>(id));
+        waiter *const owner = entry.owner;
+        release(entry);
+        tell(*owner, entry.tag, {}, &room_page);
     }
 
     /* --- The library's callbacks. --- */
@@ -463,13 +510,13 @@ private:
     static void configured(fwx_nat64_cmd_result_t *got) noexcept {
         binding *self = active();
         const auto id = reinterpret_cast<uint64_t>(got->pal_ctx);
-        if (self == nullptr || self->is_flushing_ || !self->is_open(id)) return;
+        if (self == nullptr || !self->is_open(id)) return;
         self->end(self->at(static_cast<uint32_t>(id)), nat64_error(got->result));
     }
     static uint32_t paged(void *pal_ctx, page got) noexcept {
         binding *self = active();
         const auto id = reinterpret_cast<uint64_t>(pal_ctx);
-        if (self == nullptr || self->is_flushing_ || !self->is_open(id)) return 1;
+        if (self == nullptr || !self->is_open(id)) return 1;
         slot &entry = self->at(static_cast<uint32_t>(id));
         if (const std::error_code error = self->look_behind(got)) {
             self->end(entry, error);
@@ -507,16 +554,18 @@ private:
         if (pal_ctx != nullptr) return cookie_stats(pal_ctx, more, cookie, count, data);
         binding *self = active();
         const auto *mapping = static_cast<const fwx_nat64_stats_mapping_entry_t *>(data);
-        if (self != nullptr && mapping != nullptr) self->tell(&handlers::mapping, *mapping);
+        if (self == nullptr || mapping == nullptr) return 0;
+        self->announce({.kind = notification_kind::mapping, .mapping = *mapping}, &handlers::mapping, *mapping);
         return 0;
     }
     static void record_notified(uint32_t op, const void *record) noexcept {
-        uint32_t words[3];
-        std::memcpy(words, record, sizeof words);
-        if (active() != nullptr) active()->tell(&handlers::record, op, std::span<const uint32_t, 3>(words));
+        notification told{.kind = notification_kind::record, .op = op};
+        std::memcpy(told.words.data(), record, sizeof told.words);
+        const std::span<const uint32_t, 3> words(told.words);
+        if (active() != nullptr) active()->announce(told, &handlers::record, op, words);
     }
     static void event_notified() noexcept {
-        if (active() != nullptr) active()->tell(&handlers::event);
+        if (active() != nullptr) active()->announce({.kind = notification_kind::event}, &handlers::event);
     }
     static void throttled(uint32_t may_send, void *) noexcept {
         if (active() != nullptr) active()->set_throttled(may_send == 0);
@@ -531,17 +580,19 @@ private:
     void *const ev_arg_;
     const uint64_t birth_; /* tells it from another one that stands where it stood */
     bool is_bound_ = false;
-    bool is_flushing_ = false;
     bool is_throttled_ = false;                            /* as the channel has told */
     bool is_full_ = false;                                 /* a send was refused, and there has been no room since */
     std::vector<uint64_t> queue_;                          /* slots whose owners wait for room, some closed by now */
     static inline std::shared_ptr<const handlers> hearing; /* of the binding, until all that it ends has been told */
+    std::vector<uint64_t> waiting_lists_;                  /* likewise, for another list to end */
+    size_t lists_ = 0;                                     /* outstanding, without those that wait */
     std::vector<std::unique_ptr<slot[]>> blocks_;
     uint32_t capacity_ = 0; /* slots in all blocks */
     slot *free_ = nullptr;
     uint64_t next_deadline_ = 0; /* 0: nothing has one */
     uint64_t timer_ = 0;
     room_waiter *room_ = nullptr;
+    detail::streams streams_;
 };
 
 }  // namespace detail

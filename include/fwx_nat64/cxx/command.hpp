@@ -78,40 +78,46 @@ public:
 private:
     /** Cold path. Has it sent again when the channel has room; false: it was refused for another reason. */
     [[gnu::noinline]] bool waits_for_room(uint32_t code) {
-        static_cast<result &>(result_) = detail::sent(code);
+        refuse(detail::sent(code));
         if (!to_->is_full(code)) return false;
         done = has_room;
         id_ = to_->queue(*this, 0, timeout_ms_);
         return true;
     }
-    static void has_room(waiter &base, uint32_t tag, std::error_code error, const page *got) {
+    static void has_room(waiter &base, uint32_t, std::error_code error, const page *got) {
         auto &self = static_cast<command &>(base);
         self.done = arrived;
-        if (got == nullptr) return arrived(base, tag, error, nullptr); /* was_sent says that it was not sent */
         self.id_ = 0;
-        self.result_ = result_type{};
+        if (got == nullptr) self.refuse({error, false});
+        if (got == nullptr || !self.is_sent_again()) self.waiting_.resume();
+    }
+    /** False if it was refused; the result says why. */
+    bool is_sent_again() {
         try {
-            const uint32_t code = self.to_->start(self.send_, self, 0, self.timeout_ms_, self.id_);
-            if (code == 0 || self.waits_for_room(code)) return;
+            const uint32_t code = to_->start(send_, *this, 0, timeout_ms_, id_);
+            return code == 0 || waits_for_room(code);
         } catch (...) {
-            static_cast<result &>(self.result_) = {client_errc::callback_threw, false};
+            refuse({client_errc::callback_threw, false});
             detail::binding::threw(std::current_exception());
+            return false;
         }
-        self.waiting_.resume();
     }
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *) {
         auto &self = static_cast<command &>(base);
         self.id_ = 0;
-        detail::conclude(*self.to_, error, self.result_);
+        detail::conclude(*self.to_, error, *new (&self.result_) result_type);
         self.waiting_.resume();
     }
+    void refuse(const result &why) noexcept { static_cast<result &>(*new (&result_) result_type) = why; }
 
     detail::binding *to_;
     send_type send_;
     uint64_t timeout_ms_;
     uint64_t id_ = 0; /* not 0: it is outstanding */
     std::coroutine_handle<> waiting_;
-    result_type result_;
+    union {
+        result_type result_; /* made when it is known */
+    };
 };
 
 /** The result of many commands. */
@@ -317,7 +323,7 @@ public:
     template <class send_type>
     static result start(binding &to, send_type &send, uint64_t timeout_ms, on_type on) {
         static_assert(sizeof(callback) <= binding::storage_size && std::is_nothrow_move_constructible_v<on_type>,
-                      "a callback holds at most about 100 bytes: let it hold a pointer");
+                      "a callback holds at most 192 bytes: let it hold a pointer");
         waiter nobody{nullptr};
         const uint64_t id = to.open(nobody, 0);
         auto *self = new (to.storage(id)) callback(to, std::move(on));

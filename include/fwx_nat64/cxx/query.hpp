@@ -28,12 +28,14 @@ public:
     list_walk(const list_walk &) = delete;
     ~list_walk() {
         if (id_ != 0) to_->close(id_);
+        if (is_counted_) to_->list_ended();
     }
 
     /** 0: it is under way, and on_end will be called. */
     uint32_t start() {
         const auto ask_first = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
         const uint32_t code = to_->start(ask_first, *this, 0, timeout_ms_, id_);
+        if (code == 0) count();
         return code != 0 && waits_for_room(code) ? 0 : code;
     }
     void within(uint64_t timeout_ms) noexcept { timeout_ms_ = timeout_ms; }
@@ -60,11 +62,23 @@ public:
             return code;
         }
         self->id_ = id;
+        self->count();
         to.set_deadline(id, timeout_ms);
         return 0;
     }
 
 private:
+    void count() noexcept {
+        is_counted_ = true;
+        to_->list_began();
+    }
+    /** Has it sent again when another list has ended, because the server answers only so many at once. */
+    bool waits_for_another(std::error_code error) {
+        if (is_in_slot_ || error != nat64_error(FWX_NAT64_MODEL_ERR_TOO_MANY)) return false;
+        id_ = to_->queue_list(*this, timeout_ms_);
+        is_counted_ = id_ == 0;
+        return id_ != 0;
+    }
     bool waits_for_room(uint32_t code) {
         if (!to_->is_full(code)) return false;
         id_ = to_->queue(*this, 0, timeout_ms_);
@@ -72,6 +86,8 @@ private:
     }
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
         auto &self = static_cast<list_walk &>(base);
+        if (got == nullptr) self.id_ = 0;
+        if (got == nullptr && self.waits_for_another(error)) return;
         if (got == nullptr) return self.end(error);
         if (got == &room_page) return self.has_room();
         binding &to = *self.to_;
@@ -123,10 +139,18 @@ private:
         if (code != 0 && (is_in_slot_ || !waits_for_room(code))) end(to_->refused(code).error);
     }
     void end(std::error_code error, const std::exception_ptr &thrown = {}) {
-        to_->close(std::exchange(id_, 0));
+        binding &to = *to_;
+        const binding::life_t life(to);
+        const bool was_counted = std::exchange(is_counted_, false);
+        to.close(std::exchange(id_, 0));
         end_type on_end = std::move(on_end_);
         if (is_in_slot_) this->~list_walk();
-        on_end(error, thrown);
+        try {
+            on_end(error, thrown);
+        } catch (...) {
+            binding::threw(std::current_exception());
+        }
+        if (was_counted && life) to.list_ended();
     }
 
     binding *to_;
@@ -135,6 +159,7 @@ private:
     uint64_t taken_ = 0;
     uint64_t timeout_ms_;
     bool is_in_slot_ = false;
+    bool is_counted_ = false; /* by list_began */
     [[no_unique_address]] ask_type ask_;
     [[no_unique_address]] page_type on_page_;
     [[no_unique_address]] end_type on_end_;

@@ -24,15 +24,22 @@ inline constinit unheard_fn report_unheard = nullptr;
 struct task_promise_base {
     std::coroutine_handle<> continuation; /* null: nobody awaits it */
     bool is_started = false;
-    bool is_heard = false; /* somebody got the value, or the error */
+    bool is_heard = false; /* somebody got the error */
     std::exception_ptr error;
 
     ~task_promise_base() {
-        if (error && !is_heard && report_unheard != nullptr) report_unheard(error);
+        if (error) report();
     }
     void hear() {
+        if (error) rethrow();
+    }
+    /* Cold paths. Kept out of line, so that coroutines stay small. */
+    [[gnu::noinline]] void report() noexcept {
+        if (!is_heard && report_unheard != nullptr) report_unheard(error);
+    }
+    [[noreturn, gnu::noinline]] void rethrow() {
         is_heard = true;
-        if (error) std::rethrow_exception(error);
+        std::rethrow_exception(error);
     }
 
     struct final_awaiter {
