@@ -38,6 +38,7 @@ if(FWX_NAT64_PLATFORM STREQUAL "host")
   fwx_nat64_install_library(fwx_host)
   fwx_nat64_install_library(fwx_nat64_model)
   install(DIRECTORY host/include/fwx_host model/include/fwx_nat64_model DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES ${FWX_NAT64_PYTHON_PATH}/fwx_nat64/_commands.py DESTINATION ${CMAKE_INSTALL_DATADIR}/fwx_nat64)
 
   set_target_properties(natctl nat64d PROPERTIES INSTALL_RPATH "${FWX_NAT64_BIN_RPATH}")
   install(TARGETS natctl nat64d RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

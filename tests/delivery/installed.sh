@@ -9,6 +9,7 @@ for deb in packages/*.deb; do
   packages+=("$(dpkg-deb --field "$deb" Package)")
 done
 others=$(for deb in packages/*.deb; do dpkg-deb --field "$deb" Depends; done | tr ',' '\n' | grep -v fwx-nat64 | paste -sd,)
+others+=,python3-venv,python3-wheel,python3-dev,python3-cffi,python3-setuptools
 apt-get satisfy -y --no-install-recommends "$others" >apt.log 2>&1 || fail "$(cat apt.log)"
 
 files >before
@@ -89,6 +90,19 @@ run_pal ./pal_cxx
 run_pal project/build/pal_c
 run_pal project/build/pal_cxx
 run_pal python3 /usr/share/doc/python3-fwx-nat64/examples/pal.py
+
+# The Python module from its sources, and from a source distribution and a wheel, where there is only the development
+# package. setuptools and cffi are Debian's.
+install_in() { # ENVIRONMENT WHAT
+  /usr/bin/python3 -m venv --system-site-packages "$1"
+  "$1/bin/pip" install --quiet --no-build-isolation --no-deps --no-index "$2"
+  run_pal "$1/bin/python" /usr/share/doc/python3-fwx-nat64/examples/pal.py
+  "${as_fwx[@]}" "$1/bin/python" -c 'import fwx_nat64; print(fwx_nat64.__file__)' | grep -F "$1" >/dev/null || fail "not of $1"
+}
+install_in /tmp/of_tree ./python
+(cd python && /tmp/of_tree/bin/python setup.py --quiet sdist --dist-dir /tmp/dist 2>/dev/null)
+/tmp/of_tree/bin/pip wheel --quiet --no-build-isolation --no-deps --no-index --wheel-dir dist dist/*.tar.gz
+install_in /tmp/of_wheel dist/*.whl
 
 # nat64d as its unit runs it meets the server.
 mkdir -p /etc/nat64d
