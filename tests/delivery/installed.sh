@@ -91,11 +91,11 @@ run_pal project/build/pal_c
 run_pal project/build/pal_cxx
 run_pal python3 /usr/share/doc/python3-fwx-nat64/examples/pal.py
 
-# The Python module from its sources, and from a source distribution and a wheel, where there is only the development
-# package. setuptools and cffi are Debian's.
+# The Python module from its sources, and from a source distribution and a wheel, built on the development package.
+# setuptools and cffi are Debian's.
 install_in() { # ENVIRONMENT WHAT
   /usr/bin/python3 -m venv --system-site-packages "$1"
-  "$1/bin/pip" install --quiet --no-build-isolation --no-deps --no-index "$2"
+  "$1/bin/pip" install --quiet --ignore-installed --no-build-isolation --no-deps --no-index "$2"
   run_pal "$1/bin/python" /usr/share/doc/python3-fwx-nat64/examples/pal.py
   "${as_fwx[@]}" "$1/bin/python" -c 'import fwx_nat64; print(fwx_nat64.__file__)' | grep -F "$1" >/dev/null || fail "not of $1"
 }
