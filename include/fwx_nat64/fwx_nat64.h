@@ -1,5 +1,6 @@
 /** @file
- * The NAT64 client library: everything that a PAL includes.
+ * The NAT64 client library: includes every header that a PAL needs. A PAL is the control-plane program that uses this
+ * library to configure and query a NAT64 server.
  */
 #ifndef FWX_NAT64_FWX_NAT64_H
 #define FWX_NAT64_FWX_NAT64_H
