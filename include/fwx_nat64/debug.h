@@ -1,10 +1,10 @@
 /** @file
  * Debug flags of the library.
  *
- * Each diagnostic goes out on two channels: one gated by the flag of its level, one by the platform's debug level for
- * FWX_NAT64_DEBUG_MODULE. Flags keep their values for the life of the loaded library. At the first bind each
- * environment variable FWX_NAT64_DBG_ERRORS, _WARNING, _TRACE, _INFO that is set, also to an empty value, switches its
- * flag on.
+ * Each diagnostic goes to two channels. The flag of its level gates one, the platform's debug level for
+ * FWX_NAT64_DEBUG_MODULE the other. Flags keep their values until the library is unloaded. At the first bind each of
+ * the environment variables FWX_NAT64_DBG_ERRORS, _WARNING, _TRACE and _INFO that is set, even to an empty value,
+ * switches its flag on.
  */
 #ifndef FWX_NAT64_DEBUG_H
 #define FWX_NAT64_DEBUG_H
@@ -16,10 +16,10 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** The library's module number towards the platform's debug levels. */
+/** The module number under which the platform keeps the library's debug level. */
 #define FWX_NAT64_DEBUG_MODULE 0x1c000000u
 
-/** Reads the environment variables and says on the console which flags they switch on. */
+/** Reads the environment variables and prints to the console which flags they switch on. */
 void fwx_nat64_dbg_init(void);
 /** Sets the error flag (on after load): 0 off, anything else on. May be called at any time. */
 void fwx_nat64_dbg_error_set(uint32_t on);
@@ -30,7 +30,7 @@ void fwx_nat64_dbg_trace_set(uint32_t on);
 /** Sets the info flag (off after load). */
 void fwx_nat64_dbg_info_set(uint32_t on);
 
-/** The flag set that the platform's flag-gated debug functions take; the order of the slots is theirs. */
+/** The flags in the form that the platform's flag-gated debug functions take; they define the order of the slots. */
 typedef struct {
     const void *reserved0;   /**< reserved */
     const uint32_t *error;   /**< error flag */
@@ -40,7 +40,7 @@ typedef struct {
     const void *reserved5;   /**< reserved */
 } fwx_nat64_dbg_flags_t;
 
-/** Filled at load, never changed. */
+/** The pointers are set at load and never change. */
 extern const fwx_nat64_dbg_flags_t fwx_nat64_dbg_flags;
 
 #pragma GCC visibility pop

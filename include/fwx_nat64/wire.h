@@ -124,8 +124,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_dmapping_payload_t, ext_arg, 76);
 /** Pool: op code 4. */
 typedef struct {
     uint32_t id;         /**< identifier */
-    uint32_t param;      /**< the server's */
-    uint32_t hsl_id;     /**< the server's */
+    uint32_t param;      /**< defined by the server */
+    uint32_t hsl_id;     /**< defined by the server */
     uint32_t id2;        /**< the same identifier again */
     uint32_t start_addr; /**< network order */
     uint32_t end_addr;   /**< network order */
@@ -152,9 +152,9 @@ typedef struct {
     uint32_t dest;         /**< network order */
     uint32_t reserved4;    /**< written as 0 */
     uint16_t dest_port;    /**< host order */
-    uint16_t param2;       /**< the server's */
+    uint16_t param2;       /**< defined by the server */
     uint32_t mode;         /**< FWX_NAT64_LOGGING_MODE */
-    uint8_t param;         /**< the server's */
+    uint8_t param;         /**< defined by the server */
     uint8_t reserved17[3]; /**< written as 0 */
 } fwx_nat64_logging_payload_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_logging_payload_t, 20);
@@ -221,7 +221,7 @@ typedef struct {
     uint32_t one;            /**< 1 */
     uint32_t zero;           /**< 0 */
     uint32_t count;          /**< largest number of entries asked for */
-    uint32_t arg;            /**< the server's */
+    uint32_t arg;            /**< defined by the server */
     uint8_t reserved52[4];   /**< reserved */
     uint64_t cookie;         /**< where to go on, 0 for the start */
 } fwx_nat64_stats_all_msg_t;
@@ -256,8 +256,8 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_limit_msg_t, reserved52, 52);
 typedef struct {
     fwx_nat64_msg_hdr_t hdr;             /**< header */
     uint64_t cookie;                     /**< where to go on, 0 for the start */
-    uint32_t arg;                        /**< the server's */
-    uint32_t walk_arg;                   /**< the server's */
+    uint32_t arg;                        /**< defined by the server */
+    uint32_t walk_arg;                   /**< defined by the server */
     uint32_t count;                      /**< sessions a reply */
     uint8_t reserved52[4];               /**< reserved */
     fwx_nat64_sess_walk_filter_t filter; /**< `src` with IPv4 in network order, `dst` always zeros */
@@ -284,7 +284,7 @@ typedef struct {
     uint8_t v4_prefix[4];    /**< last byte first */
     uint8_t v4_prefix_len;   /**< bits */
     uint8_t reserved65;      /**< reserved */
-    uint16_t rule_params[4]; /**< the server's */
+    uint16_t rule_params[4]; /**< defined by the server */
     uint8_t reserved74[6];   /**< reserved */
 } fwx_nat64_bmr_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_bmr_msg_t, 80);
@@ -388,7 +388,7 @@ typedef struct {
     uint32_t more;           /**< non-zero: further replies follow */
     uint32_t stopped;        /**< non-zero: the server ends the walk here, whatever `more` says */
     uint64_t value;          /**< the cookie to go on with, 0: complete */
-    uint32_t value2;         /**< the server's */
+    uint32_t value2;         /**< defined by the server */
     uint8_t reserved68[4];   /**< reserved */
 } fwx_nat64_sess_walk_reply_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_sess_walk_reply_t, 72);
@@ -547,21 +547,21 @@ FWX_NAT64_WIRE_AT(fwx_nat64_config_bmr_t, index, 48);
 /** What the server holds, and how many messages it has refused for each cause. */
 typedef struct {
     fwx_nat64_stats_sys_entry_t holds; /**< of each kind */
-    uint64_t malformed;                /**< wrong length, domain or type for its op code */
-    uint64_t unknown;                  /**< no such message number or op code */
-    uint64_t no_entry;                 /**< delete or modify of something that is not there */
-    uint64_t exists;                   /**< add of something that is there */
-    uint64_t no_pool;                  /**< a range of a pool that is not there */
-    uint64_t value;                    /**< a field's value that a server would not take */
-    uint64_t overlap;                  /**< a pool or range with addresses of another pool */
-    uint64_t has_ranges;               /**< delete of a pool that has ranges */
-    uint64_t prefix_len;               /**< a length behind which no IPv4 address can be embedded */
-    uint64_t too_many;                 /**< a walk or long list beside too many of the same client */
-    uint64_t not_saved;                /**< carried out, and not in the journal */
+    uint64_t malformed;                /**< length, domain or type does not match the op code */
+    uint64_t unknown;                  /**< unknown message number or op code */
+    uint64_t no_entry;                 /**< the entry to delete or modify does not exist */
+    uint64_t exists;                   /**< the entry to add exists already */
+    uint64_t no_pool;                  /**< the pool of the range does not exist */
+    uint64_t value;                    /**< a field has a value that the server does not accept */
+    uint64_t overlap;                  /**< the pool or range overlaps another pool */
+    uint64_t has_ranges;               /**< the pool to delete still has ranges */
+    uint64_t prefix_len;               /**< no IPv4 address can be embedded after a prefix of this length */
+    uint64_t too_many;                 /**< the client has too many walks and long lists in progress */
+    uint64_t not_saved;                /**< carried out, but not written to the journal */
     uint64_t ordered;                  /**< because it was told to refuse */
-    uint64_t not_here;                 /**< something that this kind of server does not do */
-    uint64_t not_in_force;             /**< the kernel of a gateway does not take it */
-    uint64_t in_use;                   /**< delete of a pool that a mapping uses */
+    uint64_t not_here;                 /**< this kind of server does not support it */
+    uint64_t not_in_force;             /**< the gateway's kernel rejected it */
+    uint64_t in_use;                   /**< a mapping uses the pool to delete */
     uint64_t failed_sessions;          /**< no messages: flows that got no address and port */
 } fwx_nat64_stats_system_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_system_t, 200);
