@@ -1,3 +1,6 @@
+/* Binding and unbinding: creates the client info, connects, initialises the rule table, registers with the classifier
+ * manager and sends the initial commands. It also flushes outstanding commands, on request and when the library is
+ * unloaded while bound. The state of the one binding of the process lives here: its client info and `nat64_binding`. */
 #include <cerrno>
 
 #include "client/client.h"
@@ -11,7 +14,7 @@
 
 namespace {
 
-fwx_nat64_client_info_t *client_info = nullptr; /* owned; set exactly while bound */
+fwx_nat64_client_info_t *client_info = nullptr; /* owned; not null exactly while bound */
 uint32_t initialised = 0;
 
 static_assert(sizeof(fwx_nat64_client_info_t) == 168 && offsetof(fwx_nat64_client_info_t, reply_cb) == 64 &&
@@ -57,7 +60,7 @@ uint32_t fwx_nat64_bind_cmn(const void *client_id, void *ev_arg, const fwx_nat64
         return rc;
     }
 
-    /* From here on a failure leaves the library bound: the PAL unbinds before it binds again. */
+    /* From here on a failure leaves the library bound: the PAL must unbind before it binds again. */
     rc = fwx_mapt_plu_init();
     if (rc != 0) {
         NAT64_LOG_ERROR("\n%s: PLU initialization failed: %s", __func__, xerr_strerror(rc));
@@ -86,11 +89,11 @@ void flush(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx) {
     fwx_nat64_clnt_cmd_cb(info, ctx);
 }
 
-/* Unloaded while still bound: the PAL hears of every command that it will get no answer to. */
+/* Runs at unload. If the library is still bound, every command that will get no answer is reported to the PAL. */
 __attribute__((destructor)) void fwx_nat64_client_unload(void) {
     nat64_binding.is_unloading = true;
     fwx_nat64_clnt_cleanup();
-    nat64_binding.flushed_generation = nat64_binding.generation; /* nothing is framed after it either */
+    nat64_binding.flushed_generation = nat64_binding.generation; /* keeps later commands from being framed */
 }
 
 }  // namespace
@@ -102,7 +105,7 @@ uint32_t fwx_nat64_bind(const void *client_id, void *ev_arg, const fwx_nat64_uns
     fwx_nat64_clnt_init();
     uint32_t rc = fwx_nat64_bind_cmn(client_id, ev_arg, unsol_cbs, reply_cbs);
     if (rc != 0) return rc;
-    const binding_watch_t binding; /* a callback during the synchronous command may end it */
+    const binding_watch_t binding; /* a callback during the synchronous command may end the binding */
     rc = fwx_nat64_client_bind_init_send(client_info);
     if (rc == 0 && binding.is_same()) rc = fwx_nat64_client_unsol_setup_send_a();
     if (!binding.is_same()) return FWX_NAT64_ERR_NOT_READY;

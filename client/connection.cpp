@@ -1,3 +1,6 @@
+/* The connection to the server: opens the channel with flow control, receive buffer and message handlers, reopens it
+ * when a send finds it down, and tears it down with the binding. The channel's callbacks (error, throttle, receive
+ * buffer) are here too. Relies on the handler table of transport/ and on the context list, which going down empties. */
 #include <cstdlib>
 
 #include "client/client.h"
@@ -16,7 +19,7 @@ constexpr uint32_t context_pool_elements = 256;
 
 constexpr char connect_name[] = "fwx_nat64_client_connect_to_server";
 
-constexpr uint32_t callers_elements = 1; /* list kind: the list never frees its elements */
+constexpr uint32_t callers_elements = 1; /* list kind: the caller owns the elements, and the list never frees them */
 
 void fwx_nat64_clnt_chan_err_hndlr(void *arg) {
     NAT64_LOG_WARNING("\n%s channel error detected %p", __func__, arg);
@@ -41,7 +44,7 @@ void fwx_nat64_client_throttle_cb(uint32_t on) {
 uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size) {
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == nullptr) return 0;
-    /* A later connection announces the initial size, whatever the buffer. */
+    /* Not below the initial size, because a later connection announces that size for this buffer. */
     const size_t bytes = size < initial_rx_size_bytes ? initial_rx_size_bytes : size;
     void *new_buf = fwx_calloc_named(nat64_client_memory_tag, 1, bytes);
     NAT64_LOG_TRACE("\nFWX NAT64 CL rx buf cb obuf=%pnbuf=%p sz=%zu", old_buf, new_buf, size);
@@ -49,7 +52,7 @@ uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size)
     void *previous = info->rx_buf;
     info->rx_buf = new_buf;
     if (smc_msg_rx_buffer_set(chan, new_buf, size, fwx_nat64_client_rx_buf_cb) != 0) {
-        info->rx_buf = previous; /* the channel goes on with it */
+        info->rx_buf = previous; /* the channel keeps using it */
         fwx_free_named(new_buf);
         return 0;
     }
@@ -58,7 +61,7 @@ uint32_t fwx_nat64_client_rx_buf_cb(smc_chan_t chan, void *old_buf, size_t size)
     return 1;
 }
 
-/* The two commands that a server which has just been found must get before any other. */
+/* The two commands that a newly connected server must get before any other. */
 uint32_t send_initial_commands(fwx_nat64_client_info_t *info) {
     uint32_t rc = fwx_nat64_client_init_cmd_send_a(info, nullptr, nullptr);
     if (rc != 0) {
@@ -70,10 +73,10 @@ uint32_t send_initial_commands(fwx_nat64_client_info_t *info) {
     return rc;
 }
 
-/* Opens the channel of a binding that has none. Apart, so that a send that finds it open costs next to nothing. */
+/* Opens the channel. Out of line: the common case, an open channel, stays short. */
 __attribute__((noinline)) uint32_t connect(fwx_nat64_client_info_t *info, uint32_t send_init) {
     if (nat64_binding.greeting_generation == nat64_binding.generation) {
-        return FWX_NAT64_ERR_AGAIN; /* it went down under its initial commands */
+        return FWX_NAT64_ERR_AGAIN; /* the channel went down while its initial commands were sent */
     }
 
     NAT64_LOG_TRACE("\n%s attempting to connect", connect_name);
@@ -99,7 +102,7 @@ __attribute__((noinline)) uint32_t connect(fwx_nat64_client_info_t *info, uint32
         goto close;
     }
 
-    /* Up before the initial commands: their sends come back here and must find the channel open. */
+    /* Set before the initial commands, because their sends come back here and must find the channel open. */
     info->connected = 1;
     if (send_init != 0) {
         const binding_watch_t binding;
@@ -139,7 +142,7 @@ uint32_t fwx_nat64_client_comingup(fwx_nat64_client_info_t *info) {
 
     uint32_t rc = fwx_list_init(&info->clnt_ctx_list, callers_elements);
     if (rc != 0) {
-        info->clnt_ctx_list = nullptr; /* whatever the facility wrote */
+        info->clnt_ctx_list = nullptr; /* the facility may have written to it */
         return rc;
     }
     info->clnt_ctx_chunk = nullptr;

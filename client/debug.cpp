@@ -14,7 +14,7 @@ uint32_t info_flag = 0;
 const fwx_nat64_dbg_flags_t fwx_nat64_dbg_flags = {nullptr,     &error_flag,   &info_flag,
                                                    &trace_flag, &warning_flag, nullptr};
 
-/* The value does not matter, also an empty one counts. */
+/* The value does not matter; an empty one counts too. */
 #define SWITCH_ON_IF_SET(variable, level, flag)                            \
     do {                                                                   \
         if (fwx_getenv(variable) != nullptr) {                             \

@@ -1,10 +1,11 @@
 /*
- * The library's diagnostics. Each goes out on the flag channel, when the flag of its level is on, and on the level
- * channel, when the platform's debug level for the library is high enough. Arguments are evaluated once for each
- * channel that is open, and not at all when both are closed. The format is a string literal.
+ * The library's diagnostics. Each goes to the flag channel if the flag of its level is on, and to the level channel if
+ * the platform's debug level for the library is high enough. Arguments are evaluated once for each channel that is
+ * open, and not at all when both are closed. The format is a string literal.
  *
- * The texts are part of the library's interface: programs that read the log match them. Each stays byte for byte as it
- * is, with its trailing or doubled blanks, missing blanks ("forfwx(%d)") and odd spellings ("Initialzing", "tabe").
+ * The texts are part of the library's interface, because programs that read the log match them. Each stays byte for
+ * byte as it is, including trailing, doubled or missing blanks ("forfwx(%d)") and odd spellings ("Initialzing",
+ * "tabe").
  */
 #ifndef CLIENT_LOG_H
 #define CLIENT_LOG_H
@@ -12,7 +13,7 @@
 #include "fwx_nat64/debug.h"
 #include "platform/runtime.h"
 
-/* Debug level from which on the level channel shows a level. */
+/* Lowest debug level at which the level channel shows each kind of diagnostic. */
 enum { nat64_level_error = 1, nat64_level_warn = 2, nat64_level_info = 3, nat64_level_trace = 4 };
 
 static inline bool nat64_flag_open(const uint32_t *flag) {
@@ -29,7 +30,7 @@ static inline bool nat64_flag_open(const uint32_t *flag) {
         }                                                                                 \
     } while (0)
 
-/* One of two formats that take the same arguments. */
+/* Logs one of two formats that take the same arguments. */
 #define NAT64_LOG_EITHER(level, slot, first, format1, format2, ...)                                            \
     do {                                                                                                       \
         if (nat64_flag_open(fwx_nat64_dbg_flags.slot)) {                                                       \

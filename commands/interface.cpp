@@ -1,3 +1,4 @@
+/* Configuration commands of interfaces and global prefixes. Fields that the caller does not give travel as zeros. */
 #include "client/log.h"
 #include "commands/envelope.h"
 #include "fwx_nat64/client.h"
@@ -12,7 +13,7 @@ const char *true_or_false(uint32_t value) {
     return value != 0 ? "TRUE" : "FALSE";
 }
 
-/* The arguments for one prefix of the log line: its twelve bytes and its length. */
+/* Arguments of one prefix in the log line: its twelve bytes and its length. */
 #define PREFIX_ARGS(p)                                                                                       \
     (p).prefix[0], (p).prefix[1], (p).prefix[2], (p).prefix[3], (p).prefix[4], (p).prefix[5], (p).prefix[6], \
         (p).prefix[7], (p).prefix[8], (p).prefix[9], (p).prefix[10], (p).prefix[11], (p).prefix_len
@@ -72,7 +73,7 @@ uint32_t fwx_nat64_glb_prefix_add_a(const fwx_nat64_prefix_t *prefix, void *pal_
     return send_glb_prefix(prefix, 1, pal_ctx);
 }
 
-/* The server tells a modification from an addition by itself. */
+/* The server itself distinguishes a modification from an addition. */
 uint32_t fwx_nat64_glb_prefix_mod_a(const fwx_nat64_prefix_t *prefix, void *pal_ctx) {
     return send_glb_prefix(prefix, 1, pal_ctx);
 }

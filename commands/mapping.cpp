@@ -6,7 +6,7 @@
 
 namespace {
 
-/* Without a second part only the first byte of its slot says so. Requires: a zeroed payload. */
+/* If there is no second part, the first byte of its slot says so. Requires: a zeroed payload. */
 uint32_t fill_dmapping(fwx_nat64_dmapping_payload_t *payload, const fwx_nat64_dmapping_t *map, const uint8_t *second) {
     if (map == nullptr) return FWX_NAT64_ERR_INVALID;
     payload->map = *map;

@@ -1,3 +1,5 @@
+/* MAP-T rule commands. A basic rule changes the library's rule table and goes to the server; a default rule goes to the
+ * server only. */
 #include "fwx_nat64/mapt.h"
 
 #include <cerrno>
@@ -9,7 +11,7 @@
 
 namespace {
 
-/* The server reads the prefixes as numbers in its own byte order. */
+/* The server reads the prefixes as numbers in its own (little-endian) byte order. */
 void copy_reversed(uint8_t *dst, const uint8_t *src, size_t size) {
     for (size_t i = 0; i < size; ++i)
         dst[i] = src[size - 1 - i];
@@ -47,7 +49,8 @@ uint32_t frame_rule(size_t size, void *pal_ctx, void **msg) {
 
 }  // namespace
 
-/* The table changes only once a message is in hand, and the message goes out only after the table took the change. */
+/* The table changes only after the message was framed, and the message is sent only after the table accepted the
+ * change. So a command that cannot be framed changes nothing, and a rule that the table refuses is not sent. */
 uint32_t fwx_nat64_mapt_bmr_set_a(uint32_t op, const fwx_nat64_mapt_bmr_t *bmr, void *pal_ctx) {
     if (bmr == nullptr || bmr->rule_id == 0) return FWX_NAT64_ERR_INVALID;
     void *msg = nullptr;

@@ -31,7 +31,7 @@ uint32_t fwx_nat64_pool_range_set_a(uint32_t op, const fwx_nat64_pool_range_t *r
     if (range == nullptr || range->id == 0) return FWX_NAT64_ERR_INVALID;
     if (op != FWX_NAT64_OP_ADD && op != FWX_NAT64_OP_DEL) return FWX_NAT64_ERR_INVALID;
 
-    fwx_nat64_pool_range_del_payload_t payload = {*range, 1}; /* an add sends the range alone */
+    fwx_nat64_pool_range_del_payload_t payload = {*range, 1}; /* an add sends only the range */
     addr_to_wire(&payload.range.start_addr);
     addr_to_wire(&payload.range.end_addr);
     if (op == FWX_NAT64_OP_DEL) {

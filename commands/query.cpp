@@ -1,3 +1,5 @@
+/* Statistics queries and the session walk. All queries are framed and sent in one way; each fills only its own body. A
+ * walk also allocates the record of its callback, which the context of the sent command owns. */
 #include "fwx_nat64/query.h"
 #include "client/client.h"
 #include "commands/envelope.h"
@@ -8,7 +10,7 @@
 
 namespace {
 
-/* Frames a query, lets `fill` write the body behind the header, and sends it. Requires: the library is bound. */
+/* Frames a query, has `fill` write the body behind the header, and sends it. Requires: the library is bound. */
 template <typename message_t, typename callback_t, typename fill_t>
 uint32_t send_query(uint32_t msgno, callback_t callback, void *pal_ctx, fill_t fill) {
     void *msg = nullptr;
@@ -26,7 +28,7 @@ struct all_query_t {
     uint32_t arg;
 };
 
-/* All pools (message number 6) or all mappings (7). */
+/* Queries all pools (message number 6) or all mappings (7). */
 uint32_t send_all_query(uint32_t msgno, const all_query_t &query, void *pal_ctx) {
     const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == nullptr) return FWX_NAT64_ERR_NOT_READY;
@@ -101,6 +103,6 @@ uint32_t fwx_nat64_session_walk_a(uint32_t count, const fwx_nat64_sess_walk_filt
             fwx_memset(&msg->filter.dst, 0, sizeof(msg->filter.dst));
             addr_to_wire(&msg->filter.src);
         });
-    if (rc != 0 && !watch.is_gone()) fwx_free_named(walk); /* once sent it belongs to the command's context */
+    if (rc != 0 && !watch.is_gone()) fwx_free_named(walk); /* once sent, the context of the command owns it */
     return rc;
 }

@@ -1,12 +1,15 @@
+/* Complexes of the packet processor, each with its own lookup tree, and a rule's insertion into and deletion from their
+ * trees. A complex and its tree are created at the first insert. The functions handle several complexes; the library
+ * uses only one. */
 #include "client/log.h"
 #include "mapt/plu.h"
 
 namespace {
 
-/* The library makes no other. What is there for several, the masks of what failed too, runs only when these functions
- * are called directly, which the library's guard tests do. */
+/* The only complex that the library creates. The code for several ones, including the masks of failed ones, runs only
+ * when the guard tests call these functions directly. */
 constexpr uint8_t only_complex = 0;
-constexpr uint32_t lists_elements = 0; /* list kind: the list frees its records when it is destroyed */
+constexpr uint32_t lists_elements = 0; /* list kind: the list owns its records and frees them when it is destroyed */
 
 tbm_t *init_tree(uint32_t complex, uint32_t *rc) {
     const fwx_mapt_plu_tbm_info_t &info = fwx_mapt_plu_tbm_info;

@@ -2,7 +2,7 @@
 
 namespace {
 
-/* Eight bytes as a number, the first one most significant, and back. */
+/* Load and store eight bytes as a big-endian number. */
 uint64_t load_word(const uint8_t *bytes) {
     uint64_t word = 0;
     __builtin_memcpy(&word, bytes, sizeof(word));

@@ -1,3 +1,5 @@
+/* Empties the MAP-T rule table: the leaves of all trees, the complexes, both hash tables and the pool of elements. A
+ * step that fails is logged and the next ones still run, so that the table is usable afterwards. */
 #include "client/log.h"
 #include "mapt/plu.h"
 
@@ -5,7 +7,7 @@ namespace {
 
 constexpr char name[] = "fwx_mapt_plu_cleanup";
 
-/* Deletes and frees every leaf of a complex's tree; false when any step failed. */
+/* Deletes and frees every leaf of the tree of a complex. Returns false when a step failed. */
 bool empty_tree(const fwx_mapt_plu_complex_t &record, const uint8_t *key) {
     uint32_t rc = 0;
     tbm_get_leaf_size(record.tree, &rc);
@@ -24,7 +26,7 @@ bool empty_tree(const fwx_mapt_plu_complex_t &record, const uint8_t *key) {
         tbm_leaf_delete(record.tree, leaf, &rc);
         if (rc != 0) {
             NAT64_LOG_ERROR("\n%s: leaf delete failed %s", name, xerr_strerror(rc));
-            return false; /* it would stay the first leaf for ever */
+            return false; /* otherwise endless: the leaf would stay the first one */
         }
         fwx_free_named(leaf);
         leaf = tbm_first_leaf(record.tree, key, 0, &rc);
@@ -55,7 +57,7 @@ void empty_complexes() {
     fwx_mapt_plu_complex_list = nullptr;
 }
 
-/* Returns every element of a table to the pool, save one that `other` holds too, and destroys the table. */
+/* Returns every element of a table to the pool, except those that `other` holds too, and destroys the table. */
 uint32_t destroy_table(fwx_cl_hash_t *table, uint32_t (*remove)(fwx_mapt_rule_hash_elem_t *), fwx_cl_hash_t *other) {
     const uint32_t buckets = fwx_cl_hash_bucket_count(table);
     for (uint32_t bucket = 0; bucket < buckets; ++bucket) {

@@ -1,9 +1,11 @@
+/* The hash tables of pending and of installed rules. The key is Rule ID and Domain ID; one implementation serves both
+ * tables, because they differ only in their handle and their log lines. */
 #include "client/log.h"
 #include "mapt/plu.h"
 
 namespace {
 
-/* In what the two tables differ. */
+/* The differences between the two tables. */
 struct rule_table_t {
     fwx_cl_hash_t **hash;
     bool is_pending;

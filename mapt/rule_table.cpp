@@ -1,3 +1,5 @@
+/* The operations on MAP-T rules: add as pending, install at the server's reply, delete. Elements come from one pool,
+ * and move from the pending to the installed table. */
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "mapt/plu.h"
@@ -79,7 +81,7 @@ uint32_t fwx_mapt_plu_add_rule(const void *reply) {
 
     const auto *answer = static_cast<const fwx_nat64_mapt_reply_t *>(reply);
     fwx_mapt_rule_hash_elem_t *elem = fwx_mapt_find_pending_rule_hash_elem(answer->rule_id, answer->domain_id);
-    if (elem == nullptr) return 0; /* deleted while its command was under way */
+    if (elem == nullptr) return 0; /* deleted while its command was outstanding */
     elem->mapt_bmr = answer->bmr_index;
 
     uint32_t rc = fwx_mapt_del_pending_rule_hash_elem(elem);

@@ -24,7 +24,7 @@ uint32_t fwx_mapt_plu_init(void) {
 
 namespace {
 
-/* The handle stays null when the facility fails, whatever it writes. */
+/* Leaves the handle null when the facility fails, whatever it has written. */
 uint32_t create_hash(const char *name, fwx_cl_hash_t **handle) {
     const uint32_t rc = fwx_cl_hash_create(name, 10, 3, nullptr, nullptr, handle);
     if (rc != 0) *handle = nullptr;

@@ -1,4 +1,6 @@
-/* The two subtables of a lookup tree, told apart by the tag in front of every key. */
+/* The two subtables of a lookup tree, for IPv4 and IPv6 prefixes, told apart by a tag in front of every key. One
+ * implementation serves both: it makes keys, inserts and deletes leaves, and gives the tree library the data of a new
+ * leaf. */
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "mapt/plu.h"
@@ -6,12 +8,12 @@
 namespace {
 
 struct lookup_key_t {
-    uint8_t prefix[plu_prefix_bytes] = {}; /* before the tag is put in front */
+    uint8_t prefix[plu_prefix_bytes] = {}; /* the prefix alone, without the tag */
     uint8_t bytes[plu_key_bytes] = {};
     uint32_t len = 0; /* bits */
 };
 
-/* In what the subtables differ. */
+/* The differences between the subtables. */
 struct subtable_t {
     uint32_t tag; /* in front of every key */
     size_t prefix_offset;
@@ -80,7 +82,7 @@ lookup_key_t make_key(const fwx_nat64_mapt_bmr_t &rule) {
     return key;
 }
 
-/* The size of a tree's leaves and the leaf under a key, null when there is none. */
+/* Gets the leaf size of a tree, and the leaf under a key, null when there is none. */
 uint32_t look_up(tbm_t *tree, const lookup_key_t &key, const char *caller, uint32_t *leaf_size, tbm_leaf_t **leaf) {
     uint32_t rc = 0;
     *leaf_size = tbm_get_leaf_size(tree, &rc);
@@ -93,7 +95,7 @@ uint32_t look_up(tbm_t *tree, const lookup_key_t &key, const char *caller, uint3
     return rc;
 }
 
-/* The tree library fetches the staged data while it inserts. */
+/* The tree library fetches the staged data during the insert. */
 void stage_leaf_data(uint32_t bmr_index) {
     fwx_mapt_plu_staged_app_leaf = {};
     fwx_mapt_plu_staged_app_leaf.mapt_bmr = __builtin_bswap32(bmr_index);

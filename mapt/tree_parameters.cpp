@@ -1,4 +1,4 @@
-/* From what every complex's lookup tree is created. */
+/* Parameters with which the lookup tree of every complex is created. */
 #include "client/log.h"
 #include "mapt/plu.h"
 

@@ -1,3 +1,6 @@
+/* Forwards notifications of the classifier manager to the server: the end of a batch and updates of a classifier, each
+ * as a synchronous or an asynchronous command. The manager gets the outcome as the result of the call, or through
+ * cgm_notification_async_return when the reply arrives. */
 #include "client/log.h"
 #include "commands/envelope.h"
 #include "fwx_nat64/client.h"
@@ -61,7 +64,7 @@ uint32_t classifier_update(void **data, uint32_t batch_id, uint32_t async, void 
     if (data == nullptr || (async != 0 && ctx == nullptr)) return FWX_NAT64_ERR_CGM_INVALID;
     const uint32_t rc =
         fwx_nat64_client_send_classifier_update(batch_id, data[0], async != 0 ? 1 : 0, async != 0 ? ctx : nullptr);
-    return async != 0 ? rc : 0; /* the manager does not hear of a failed synchronous update */
+    return async != 0 ? rc : 0; /* the manager is not told of a failed synchronous update */
 }
 
 }  // namespace

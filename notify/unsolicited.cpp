@@ -1,3 +1,5 @@
+/* Decodes the server's unsolicited commands: it checks their length by event, passes records, events and mapping
+ * changes to the PAL's callbacks, and switches debug flags. */
 #include "client/log.h"
 #include "fwx_nat64/client.h"
 #include "fwx_nat64/config.h"
@@ -9,7 +11,7 @@
 
 namespace {
 
-/* What `record_cb` is handed. */
+/* The record that `record_cb` gets. */
 struct record_t {
     uint32_t word1;
     uint32_t word2;
@@ -102,7 +104,7 @@ void fwx_nat64_unsol_cmd(void *msg, size_t size) {
         case FWX_NAT64_UNSOL_EVENT:
             if (info != nullptr && info->unsol_cb.event_cb != nullptr) info->unsol_cb.event_cb();
             break;
-        case FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP: /* answered before it comes here */
+        case FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP: /* answered before it gets here */
             break;
         case FWX_NAT64_UNSOL_MAPPING:
             hand_on_mapping(info, msg);

@@ -1,3 +1,6 @@
+/* Asynchronous commands: framing, sending and the completion of a send. Framing takes a context from the pool and puts
+ * it on the list of outstanding commands. A message that was not sent, or not taken by the server, releases its context
+ * only if the context still belongs to that message: it may have been answered, flushed or reused meanwhile. */
 #include "client/client.h"
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
@@ -54,11 +57,11 @@ constexpr char send_name[] = "fwx_nat64_client_async_cmd_send";
 
 [[gnu::noinline]] uint32_t end_unsent(fwx_nat64_msg_hdr_t *hdr, uint32_t rc) {
     NAT64_LOG_ERROR("\n%s msg_send failed %s", send_name, xerr_strerror(rc));
-    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get(); /* a callback on the way may have unbound */
+    fwx_nat64_client_info_t *info = fwx_nat64_client_info_get(); /* a callback during the send may have unbound */
     if (clnt_ctx_named_by(hdr) != nullptr && framed_under(info, hdr)) {
         release_unsent(info, hdr, send_name);
     } else {
-        smc_msg_tx_buffer_free(hdr); /* without a context, or with one that is gone or another command's */
+        smc_msg_tx_buffer_free(hdr); /* no context, or one that is gone or another command's by now */
     }
     return rc;
 }

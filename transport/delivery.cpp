@@ -1,3 +1,5 @@
+/* How replies and failures reach the callbacks of the PAL: one function for each type of reply and each type of
+ * callback. A callback may end the binding or the walk; the delivery_t then tells that the context is gone. */
 #include "transport/delivery.h"
 
 #include "client/log.h"
@@ -10,7 +12,7 @@
 
 namespace {
 
-/** The callback of a context in the shape that belongs to its message number. */
+/** Returns the callback of a context, as the type that belongs to its message number. */
 template <typename fn_t>
 fn_t callback_of(const fwx_nat64_clnt_ctx_t *ctx) {
     return reinterpret_cast<fn_t>(ctx->cb_func);
@@ -35,7 +37,7 @@ uint32_t walk_status(const fwx_nat64_sess_walk_reply_t *reply) {
 
 }  // namespace
 
-/* `more` is read before the callback, because the message may be gone after it. */
+/* Each function reads `more` before the callback, because the message may be gone after it. */
 
 void deliver_sys(fwx_nat64_client_info_t *info, delivery_t &delivery, void *msg) {
     fwx_nat64_clnt_ctx_t *ctx = delivery.ctx();
@@ -86,14 +88,14 @@ void deliver_walk(fwx_nat64_client_info_t *info, delivery_t &delivery, void *msg
     if (walk == nullptr) return;
 
     const uint32_t status = failed ? FWX_NAT64_WALK_ERROR : walk_status(reply);
-    /* Back on the list before the PAL hears of it: from the callback on the walk is outstanding again. */
+    /* Put back before the callback, because the walk is outstanding again while the callback runs. */
     if (failed || (status == FWX_NAT64_WALK_MORE && !put_back(info, delivery, rsp_handler_name))) {
         return deliver_failure(ctx);
     }
     walk_report(walk, ctx->pal_ctx, {reply->count, reply + 1, reply->value, reply->value2, status});
 }
 
-/* The server's own result does not count: the verdict is the rule table's. */
+/* Ignores the server's own result: the verdict is the rule table's. */
 void deliver_rule(fwx_nat64_client_info_t * /*info*/, delivery_t &delivery, void *msg) {
     auto *reply = static_cast<fwx_nat64_mapt_reply_t *>(msg);
     uint32_t rc = 0;

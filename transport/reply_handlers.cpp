@@ -1,4 +1,4 @@
-/* Replies whose whole content is a result: to commands, and to classifier commands. */
+/* Handlers of replies that carry only a result: to commands, and to classifier commands. */
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "platform/cgm.h"
@@ -17,7 +17,7 @@ void fwx_nat64_async_rc_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t 
         NAT64_LOG_ERROR("\n%s client context not found on list", __func__);
         return;
     }
-    if (msg_row(ctx->cmd).is_query) { /* refused with a bare result, which its callback cannot take */
+    if (msg_row(ctx->cmd).is_query) { /* the query was refused with a bare result, which its callback cannot take */
         fwx_nat64_clnt_cmd_cb(info, ctx);
         return;
     }
@@ -44,7 +44,7 @@ void fwx_nat64_async_cgm_reply_svr(void * /*arg1*/, void * /*arg2*/, void *msg, 
                     reply->hdr.epoch, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(ctx->pal_ctx)),
                     xerr_strerror(reply->result));
     delivery_t delivery(ctx);
-    void *manager_ctx = ctx->pal_ctx; /* both may be gone after a callback */
+    void *manager_ctx = ctx->pal_ctx; /* copied, because context and message may be gone after a callback */
     const uint32_t result = reply->result;
     if (msg_row(ctx->cmd).is_query) {
         deliver_failure(ctx);

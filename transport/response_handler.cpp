@@ -1,4 +1,6 @@
-/* Replies that carry data: statistics, the session walk and MAP-T rules. */
+/* Handler of replies that carry data: statistics, the session walk and MAP-T rules. It checks that the reply is long
+ * enough and that its context is outstanding under the same message number, delivers the reply, and releases the
+ * context unless more replies follow. */
 #include "client/log.h"
 #include "fwx_nat64/wire.h"
 #include "platform/runtime.h"
@@ -12,7 +14,7 @@ constexpr const char *name = rsp_handler_name;
 void finish(fwx_nat64_client_info_t *info, fwx_nat64_clnt_ctx_t *ctx, uint32_t msgno) {
     const void *cb_func = ctx->cb_func;
     clnt_ctx_free_owned(ctx);
-    if (msgno != FWX_NAT64_MSG_MAPT_RULE) { /* which is finished like a command that a result answers */
+    if (msgno != FWX_NAT64_MSG_MAPT_RULE) { /* a rule command ends without this line */
         NAT64_LOG_INFO("\n%s client ctx=%p cb=%p msgno=%d - freed", name, static_cast<void *>(ctx), cb_func, msgno);
     }
     ctx->cmd = FWX_NAT64_MSG_MAX;
@@ -55,7 +57,7 @@ void fwx_nat64_async_rsp_svr(void * /*arg1*/, void * /*arg2*/, void *msg, size_t
     }
 
     delivery_t delivery(ctx);
-    if (!is_whole && row.is_query) { /* refused, and nothing but that is told */
+    if (!is_whole && row.is_query) { /* a short refusal: only the failure is reported */
         deliver_failure(ctx);
     } else if (!is_whole) {
         deliver_result(ctx, reply->result);

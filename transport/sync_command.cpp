@@ -6,7 +6,7 @@
 
 namespace {
 
-/* Both send forms; `caller` is the name under which a failure is logged. */
+/* Sends and waits, for both send functions; `caller` is the name under which a failure is logged. */
 uint32_t exchange(void *msg, size_t size, void *reply, size_t reply_size, const char *caller) {
     fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     uint32_t rc = client_is_up(info) && !nat64_binding.is_unloading ? fwx_nat64_client_connect_to_server(&info, 1)
@@ -17,7 +17,7 @@ uint32_t exchange(void *msg, size_t size, void *reply, size_t reply_size, const 
         NAT64_LOG_ERROR("\n%s msg_send failed %s", caller, xerr_strerror(rc));
         return rc;
     }
-    uint32_t result = 0; /* copied: the buffer may be the PAL's, of any alignment */
+    uint32_t result = 0; /* copied, because the PAL's buffer may have any alignment */
     fwx_memcpy(&result, static_cast<const uint8_t *>(reply) + offsetof(fwx_nat64_sync_reply_t, result), sizeof(result));
     return result;
 }

@@ -5,7 +5,7 @@
 
 namespace {
 
-/* The server can take commands again; the answer lets it go on. */
+/* Answers a wakeup: the server can take commands again, and goes on when it gets this message. */
 uint32_t fwx_nat64_client_pal_cmd_q_resume_send_a() {
     NAT64_LOG_INFO("\nNAT_CLIENT: %s entered", __func__);
     void *msg = nullptr;

@@ -5,7 +5,7 @@
 
 namespace {
 
-walk_watch_t *innermost; /* of those on the stack */
+walk_watch_t *innermost; /* of the watches on the stack */
 
 }  // namespace
 
@@ -23,7 +23,7 @@ void walk_report(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_repor
     const walk_watch_t watch(walk);
     const uint32_t stop = walk->walk_cb(pal_ctx, report.count, report.data, report.value, report.value2, report.status);
     if (watch.is_gone()) return;
-    if (!binding.is_same()) return walk_free(walk); /* going down could not drain the list to its end */
+    if (!binding.is_same()) return walk_free(walk); /* left over: going down failed to drain the list */
     if (stop == 1) walk->done = 1;
 }
 

@@ -4,14 +4,15 @@
 
 #include "fwx_nat64/query.h"
 
-/** A block of the client core's tag, owned by the command's context once it is sent. */
+/** A block with the client core's memory tag; the context of the command owns it once the command is sent. */
 typedef struct {
-    uint32_t done; /* 1 once the PAL asked to stop */
+    uint32_t done; /* 1 once the callback has asked to stop */
     uint32_t walk_arg;
     fwx_nat64_sess_walk_fn_t walk_cb;
 } fwx_nat64_sess_walk_cb_t;
 
-/** Tells whether the record of a walk was freed while this stood on the stack, above what might free it. */
+/** Tells whether the record of a walk was freed while this object existed. It lives on the stack around calls that may
+ * free the record. */
 class walk_watch_t {
 public:
     explicit walk_watch_t(const fwx_nat64_sess_walk_cb_t *walk);
@@ -24,25 +25,25 @@ private:
     friend void walk_free(fwx_nat64_sess_walk_cb_t *walk);
 
     walk_watch_t *const outer_;
-    const fwx_nat64_sess_walk_cb_t *walk_; /* null: freed */
+    const fwx_nat64_sess_walk_cb_t *walk_; /* null once freed */
 };
 
-/** What a walk's callback is told beside the PAL's context. */
+/** Arguments of a walk's callback, except for the PAL's context. */
 typedef struct {
     uint32_t count;
     void *data;
     uint64_t value;
     uint32_t value2;
-    uint32_t status; /* FWX_NAT64_WALK_ */
+    uint32_t status; /* FWX_NAT64_WALK_* */
 } walk_report_t;
 
 /**
- * Calls a walk's callback, unless the PAL asked to stop before, and notes whether it asks now. The callback may end the
- * walk, by a flush, a further reply or the end of the binding; the record is freed then.
+ * Calls a walk's callback, unless it has asked to stop before, and records whether it asks now. The callback may end
+ * the walk (by a flush, a further reply or the end of the binding); the record is then freed.
  */
 void walk_report(fwx_nat64_sess_walk_cb_t *walk, void *pal_ctx, const walk_report_t &report);
 
-/** Frees the record of a walk; whoever watches it will find it gone. */
+/** Frees the record of a walk; every walk_watch_t of it then reports it as gone. */
 void walk_free(fwx_nat64_sess_walk_cb_t *walk);
 
 #endif

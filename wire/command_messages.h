@@ -1,4 +1,5 @@
-/* Commands with message numbers of their own, and the synchronous ones. */
+/* Description of the commands with their own message numbers, and of the synchronous commands: their fields, and below
+ * the table of messages. */
 #ifndef WIRE_COMMAND_MESSAGES_H
 #define WIRE_COMMAND_MESSAGES_H
 

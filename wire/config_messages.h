@@ -1,4 +1,5 @@
-/* Configuration commands: one envelope, an op code, and a payload behind it. */
+/* Description of the configuration commands. All have the same message number and envelope; the op code selects the
+ * payload. First the fields of each payload, then the table of messages. */
 #ifndef WIRE_CONFIG_MESSAGES_H
 #define WIRE_CONFIG_MESSAGES_H
 

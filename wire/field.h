@@ -1,10 +1,11 @@
-/* Building blocks of the message tables; each takes its offset and width from the struct that the field is in. */
+/* Building blocks of the message tables. Each takes the offset and width of a field from the struct that has the field,
+ * so that the tables cannot differ from the structs. */
 #ifndef WIRE_FIELD_H
 #define WIRE_FIELD_H
 
 #include "wire/messages.h"
 
-/** A field of `struct_` that starts `base` bytes into the message. */
+/** A field of `struct_`, where the struct starts `base` bytes into the message. */
 #define WIRE_FIELD_BASED(base, name, struct_, member, kind) \
     { name, (base) + offsetof(struct_, member), sizeof(struct_::member), wire_kind_t::kind }
 /** A field of a message struct, or of an entry. */
@@ -12,7 +13,7 @@
 /** A field of a configuration payload. */
 #define WIRE_PAYLOAD_FIELD(name, struct_, member, kind) \
     WIRE_FIELD_BASED(offsetof(fwx_nat64_cfg_msg_t, payload), name, struct_, member, kind)
-/** The same, with names for its values. */
+/** A field whose values have names: of a message struct or entry, and of a configuration payload. */
 #define WIRE_NAMED_FIELD(name, struct_, member, names) \
     { name, offsetof(struct_, member), sizeof(struct_::member), wire_kind_t::number, &(names) }
 #define WIRE_NAMED_PAYLOAD_FIELD(name, struct_, member, names)                                             \
@@ -20,17 +21,17 @@
         name, offsetof(fwx_nat64_cfg_msg_t, payload) + offsetof(struct_, member), sizeof(struct_::member), \
             wire_kind_t::number, &(names)                                                                  \
     }
-/** A fwx_nat64_prefix_t but for its kind. */
+/** A fwx_nat64_prefix_t without its kind. */
 #define WIRE_PREFIX_FIELD(name, struct_, member)                                                                      \
     {                                                                                                                 \
         name, offsetof(fwx_nat64_cfg_msg_t, payload) + offsetof(struct_, member), offsetof(fwx_nat64_prefix_t, kind), \
             wire_kind_t::prefix                                                                                       \
     }
-/** The two fields that a fwx_nat64_prefix_t reads as. */
+/** A whole fwx_nat64_prefix_t, as two fields: the prefix and its kind. */
 #define WIRE_PREFIX_FIELDS(name, struct_, member) \
     WIRE_PREFIX_FIELD(name, struct_, member), WIRE_PAYLOAD_FIELD(name "_kind", struct_, member.kind, number)
 
-/** Where a message's selector is and which value names the message. */
+/** Offset of the selector of a message, and the value that selects this message. */
 struct wire_selector_t {
     size_t offset;
     int32_t value;
@@ -57,7 +58,7 @@ constexpr wire_entry_t wire_entry(const char *name, size_t offset, size_t count_
     return {name, offset, sizeof(record_t), count_offset, fields, n};
 }
 
-/** What the messages of one number in one direction have in common. */
+/** The direction, form and number that a message has in common with others. */
 struct wire_route_t {
     wire_direction_t direction;
     wire_form_t form;

@@ -1,4 +1,4 @@
-/* The kinds of fields. */
+/* The kinds of fields: how the bytes of a field are to be read. */
 #ifndef WIRE_KINDS_H
 #define WIRE_KINDS_H
 
@@ -7,8 +7,8 @@
 #include "fwx_nat64/wire.h"
 
 /**
- * How the bytes of a field read; numbers are little-endian unless the kind says otherwise. X(kind, name on the protocol
- * page, what the page says of the bytes or "" where the name says it). The dissector's key of a kind is `kind`.
+ * X-macro of every kind: X(kind, its name on the protocol page, the page's explanation of the bytes, "" if the name
+ * says enough). Numbers are little-endian unless the kind says otherwise. `kind` is also the dissector's key.
  */
 #define WIRE_KINDS(X)                                                                                       \
     X(number, "number", "")                                                                                 \

@@ -1,3 +1,5 @@
+/* Concatenates the message tables, checks them at compile time (fields in order and inside their message, every message
+ * identifiable), and finds the description of received bytes. */
 #include "wire/messages.h"
 
 #include <array>
@@ -77,7 +79,8 @@ constexpr bool same_route(const wire_message_t &a, const wire_message_t &b) {
     return a.direction == b.direction && a.form == b.form && a.msgno == b.msgno;
 }
 
-/* Messages of one number must be told apart by selectors at one place; one without a selector comes last. */
+/* Messages of one number must differ in a selector at one offset; a message without a selector comes last, because it
+ * matches everything. */
 constexpr bool all_are_told_apart() {
     for (size_t i = 0; i < messages.size(); ++i) {
         for (size_t j = 0; j < i; ++j) {
@@ -146,7 +149,7 @@ bool wire_frame_ok(const wire_message_t &message, const void *msg, size_t size) 
 
 uint64_t wire_read(const void *at, size_t width) {
     uint64_t value = 0;
-    switch (width) { /* copies of known sizes are no calls */
+    switch (width) { /* a memcpy of constant size compiles to a load */
         case sizeof(uint8_t):
             return *static_cast<const uint8_t *>(at);
         case sizeof(uint16_t):

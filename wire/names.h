@@ -1,5 +1,5 @@
-/* What values of fields are called. Messages carry numbers, of which the library gives most no meaning; these are the
- * words of the server of this tree, and of whatever shows or takes its configuration. */
+/* Names of field values. Messages carry numbers, most of which the library does not interpret. The names are those of
+ * the server of this project, and of the tools that show or read its configuration. */
 #ifndef WIRE_NAMES_H
 #define WIRE_NAMES_H
 
@@ -15,21 +15,21 @@ struct wire_value_name_t {
     const char *name;
 };
 
-/** The names of a field's values; others have none. */
+/** The names of the values of a field; other values have no name. */
 struct wire_names_t {
     const wire_value_name_t *names;
     size_t count;
 
     constexpr const wire_value_name_t *begin() const { return names; }
     constexpr const wire_value_name_t *end() const { return names + count; }
-    /** The name of a value, or null. */
+    /** Returns the name of a value, or null. */
     constexpr const char *name_of(uint64_t value) const {
         for (const wire_value_name_t &each : *this) {
             if (each.value == value) return each.name;
         }
         return nullptr;
     }
-    /** The entry with that name, or null. */
+    /** Returns the entry with that name, or null. */
     constexpr const wire_value_name_t *find(std::string_view name) const {
         for (const wire_value_name_t &each : *this) {
             if (name == each.name) return &each;

@@ -1,4 +1,5 @@
-/* Everything the server sends: replies, synchronous answers, unsolicited notifications. */
+/* Description of all messages from the server: replies, synchronous answers, unsolicited notifications. First the
+ * fields of each message and entry, then the table of messages. */
 #ifndef WIRE_SERVER_MESSAGES_H
 #define WIRE_SERVER_MESSAGES_H
 

@@ -1,4 +1,5 @@
-/* Tables of the dissector. */
+/* Prints the tables of the Wireshark dissector, as Lua: result codes, names of values, and every message with its
+ * fields and entries. */
 #include "fwx_nat64/result.h"
 #include "fwx_nat64/server_result.h"
 #include "wire/documents/words.h"

@@ -1,4 +1,4 @@
-/* Prints the templates that its arguments name, with their words replaced. */
+/* Prints the template files named by its arguments, with every WIRE_ word replaced by its value. */
 #include <cstdio>
 #include <fstream>
 #include <iterator>

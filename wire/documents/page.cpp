@@ -1,4 +1,5 @@
-/* Tables of the protocol page. */
+/* Prints the tables of the protocol page, as Markdown: kinds of fields, an overview of the messages in each direction,
+ * and the fields of every message. */
 #include <vector>
 
 #include "wire/documents/words.h"

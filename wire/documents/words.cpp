@@ -1,3 +1,4 @@
+/* Replaces the WIRE_ words of templates, and defines those that are a size, offset or constant of the layout. */
 #include "wire/documents/words.h"
 
 #include <algorithm>
@@ -9,12 +10,12 @@ namespace {
 constexpr const char *prefix = "WIRE_";
 constexpr const char *word_characters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
 
-/* The hexadecimal digit above the message number. */
+/* Returns the hexadecimal digit above the message number in a type word. */
 std::string form_digit(unsigned form) {
     return {"0123456789ABCDEF"[form / (FWX_NAT64_MSG_NUMBER_MASK + 1)]};
 }
 
-/* Where a member is, and how long. */
+/* Two words: offset and size of a struct member. */
 #define PLACE(name, struct_, member)                                   \
     {"WIRE_" name "_AT", std::to_string(offsetof(struct_, member))}, { \
         "WIRE_" name "_SIZE", std::to_string(sizeof(struct_::member))  \
