@@ -1,8 +1,8 @@
--- Numbers that say nothing in the information column.
+-- Numbers that the information column leaves out, because they say nothing about a message.
 local silent = { one = true, zero = true, id2 = true, mode = true, more = true, stopped = true, rule_type = true, sel = true }
 
--- Adds the fields that end before `limit` of a record that starts at `start`, and the reserved bytes between them. Values
--- that tell what the message is about go into `summary`, if there is one.
+-- Adds the fields of a record that starts at `start`, as far as they end before `limit`, and the reserved bytes between
+-- them. Collects the values for the information column in `summary`, if there is one.
 local function add_fields(tree, shapes, buffer, start, at, limit, summary)
   for _, shape in ipairs(shapes) do
     local from = start + shape.offset
@@ -51,7 +51,7 @@ local function add_header(tree, buffer, body)
   add_reserved(tree, buffer, WIRE_RESERVED_AT, header_size)
 end
 
--- The description of a message, or why it cannot be told; neither for an unknown one.
+-- Returns the description of a message, or nil and why it cannot be identified. An unknown message gives only nil.
 local function find(direction, buffer)
   local candidates = by_type[direction * 0x10000 + buffer(WIRE_TYPE_AT, WIRE_TYPE_SIZE):le_uint()] or {}
   local problem
@@ -67,7 +67,7 @@ local function find(direction, buffer)
   return nil, problem
 end
 
--- The result of a message from the server, or null.
+-- Returns the result of a message from the server, or nil.
 local function result_of(message, buffer)
   local shape = message.fields[1]
   if not shape or shape.kind ~= "code" or buffer:len() < shape.offset + 4 then return nil end
@@ -83,7 +83,7 @@ local function check_length(message, buffer, result)
   end
 end
 
--- What remains of a message behind `at`: reserved where a longer message is well formed.
+-- Adds the bytes after `at`: as reserved where they are well formed, the others as not dissected.
 local function add_rest(tree, message, buffer, at)
   local reserved_to = message.open and buffer:len() or math.min(message.size, buffer:len())
   add_reserved(tree, buffer, at, reserved_to)
@@ -101,8 +101,8 @@ local function add_body(tree, message, buffer, result, summary)
   if found < count then return "has " .. found .. " of " .. count .. " " .. entry.name end
 end
 
--- Exchanges by the key that their messages share while they last, and by frame; of each command how often it was sent and
--- answered, and how long that took.
+-- An exchange is a command with its replies. `pending` holds the last one by the key that its messages share, `exchanges`
+-- holds them by frame. `commands` counts per command how often it was sent and answered, and sums up the response times.
 local pending, exchanges, commands = {}, {}, {}
 function nat64.init() pending, exchanges, commands = {}, {}, {} end
 
@@ -152,7 +152,7 @@ local function add_links(tree, pinfo, message, buffer)
   end
 end
 
--- The commands as a table.
+-- Returns a text table of the commands and their response times.
 local function statistics()
   local names = {}
   for name in pairs(commands) do names[#names + 1] = name end

@@ -19,7 +19,7 @@ local domain = WIRE_DOMAIN
 
 local nat64 = Proto("fwx_nat64", "NAT64 client protocol")
 
--- Fields by their abbreviation; one that several messages share is made once.
+-- Fields by their abbreviation; messages share a field that has the same abbreviation.
 local fields = {}
 local function field(make, abbrev, ...)
   if not fields[abbrev] then fields[abbrev] = ProtoField[make]("fwx_nat64." .. abbrev, ...) end
@@ -37,7 +37,7 @@ local f_context = field("uint64", "context", "client context", base.HEX)
 local f_epoch = field("uint32", "epoch", "epoch")
 local f_reserved = field("bytes", "reserved", "reserved")
 local f_undissected = field("bytes", "undissected", "not dissected")
--- Of a value in any message.
+-- Fields for a value in any message.
 local f_ipv4 = field("ipv4", "ipv4", "IPv4 address")
 local f_ipv6 = field("ipv6", "ipv6", "IPv6 address")
 local f_prefix = field("string", "prefix", "prefix")
@@ -55,7 +55,7 @@ local e_refused = ProtoExpert.new("fwx_nat64.refused", "refused", expert.group.R
 local e_unanswered = ProtoExpert.new("fwx_nat64.unanswered", "unanswered", expert.group.SEQUENCE, expert.severity.WARN)
 nat64.experts = { e_malformed, e_unknown, e_header, e_refused, e_unanswered }
 
--- What nobody needs to see, and filters find.
+-- Adds an item that the tree hides, but filters find.
 local function add_hidden(tree, ...)
   tree:add(...):set_hidden()
 end
@@ -90,8 +90,8 @@ local unsigned = { [1] = "uint8", [2] = "uint16", [4] = "uint32", [8] = "uint64"
 local operations = WIRE_LUA_OPERATIONS
 local families = { [WIRE_FAMILY_IPV4] = "IPv4" }
 
--- Of each kind of field: how it is declared, and how its bytes are shown; the item comes back, with the value as text if it
--- is one for the information column.
+-- For each kind of field: `declare` creates the field; `add` shows its bytes and returns the item, and the value as text if
+-- the information column may show it.
 local function add_little_endian(shape, tree, range) return tree:add_le(shape.field, range) end
 local function number(display, names)
   return {
@@ -177,7 +177,7 @@ local kinds = {
   },
 }
 
--- A shape is { name, offset, width, kind, names of values if it has any } as it stands in the tables.
+-- Declares the fields of a message or entry. A shape is a row of the tables: { name, offset, width, kind, names of values }.
 local function declare(shapes, prefix)
   local found = {}
   for _, shape in ipairs(shapes) do
