@@ -1,4 +1,5 @@
-/* What the checks of the commands' arguments refuse. */
+/* Argument checks of the commands: one row per call that a check refuses, with its code while bound and while unbound.
+ * A refused call sends and allocates nothing. */
 #include <functional>
 
 #include "command_records.h"
@@ -11,7 +12,7 @@ class argument_test_t : public library_fixture_t {};
 constexpr uint32_t invalid = 0x40300216;
 constexpr uint32_t not_ready = 0x4030020d;
 
-/* Calls that an argument check refuses; `unbound` is the code while the library is not bound. */
+/* A call that an argument check refuses, and the codes while the library is bound and unbound. */
 struct refusal_t {
     const char *name;
     std::function<uint32_t(records_t &)> call;
@@ -19,7 +20,7 @@ struct refusal_t {
     uint32_t unbound = invalid;
 };
 
-/* A call as a row names and makes it, and one with a record that is changed first. */
+/* A row's name and call: CALL as it stands, WITH after changing a record. */
 #define CALL(call) #call, [](records_t & r) { return static_cast<void>(r), fwx_nat64_##call; }
 #define WITH(change, call) #change ", " #call, [](records_t & r) { return change, fwx_nat64_##call; }
 

@@ -1,3 +1,5 @@
+/* Binding: what a bind publishes and sends, the refusal of wrong arguments and of a second bind, and the state that is
+ * left after a fault in each step. */
 #include "library_fixture.h"
 
 namespace {
@@ -7,7 +9,7 @@ class bind_test_t : public library_fixture_t {};
 constexpr uint32_t fault = 0x104;
 constexpr uint32_t already_bound = 17;
 
-/* A fault during a bind: what bind returns, and what it logs in front of the fault's text. */
+/* A fault during a bind: the result of bind, and the log line before the text of the fault. */
 struct bind_failure_t {
     fwx_host_op_t op;
     uint32_t nth;
@@ -90,7 +92,7 @@ TEST_F(bind_test_t, a_failure_is_returned_and_leaves_the_state_that_belongs_to_i
         std::vector<std::string> lines;
         if (failure.line != nullptr) lines.push_back(std::string("error: \n") + failure.line + xerr_strerror(fault));
         EXPECT_EQ(logged, lines);
-        if (failure.op == FWX_HOST_OP_CGM_REGISTER) { /* the last step, and no reason to unbind */
+        if (failure.op == FWX_HOST_OP_CGM_REGISTER) { /* after this step the library stays bound */
             EXPECT_EQ(info()->connected, 1u);
             EXPECT_EQ(bind(), already_bound);
         } else {

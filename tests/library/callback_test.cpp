@@ -1,6 +1,6 @@
 /*
- * Callbacks that call back: whatever a callback of the PAL or of the classifier manager does to the binding, the
- * library touches nothing of what is gone. The sanitizer finds what does not show otherwise.
+ * Callbacks that call the library. Whatever a callback of the PAL or of the classifier manager does to the binding, the
+ * library must not touch anything that is gone. The sanitizer finds accesses that have no other effect.
  */
 #include <sys/mman.h>
 
@@ -48,8 +48,8 @@ protected:
         deliver(reply);
     }
 
-    /** Delivers a result to the first outstanding command, whose message its server need not have taken; returns its
-     * context. */
+    /** Delivers a result to the first outstanding command, even if the server has not taken its message yet. Returns
+     * the context of the command. */
     void *answer_first(uint32_t result) {
         void *context = nullptr;
         EXPECT_EQ(fwx_list_head(info()->clnt_ctx_list, &context), 0u);
@@ -71,7 +71,7 @@ protected:
         return reply;
     }
 
-    /** Has the first callback from now on do `act`, and no later one. */
+    /** Makes the next callback call `act`, and no later one. */
     void once(std::function<void()> act) {
         on_call = [this, act = std::move(act)] {
             on_call = nullptr;
@@ -82,7 +82,7 @@ protected:
         fwx_nat64_unbind();
         ASSERT_EQ(bind(), 0u);
     }
-    /** As many commands as take over every context that was given back. */
+    /** Sends enough commands to reuse every context that was returned to the pool. */
     void take_contexts() {
         for (int i = 0; i < 8; ++i)
             ASSERT_EQ(fwx_nat64_ipalias_upload_a(nullptr), 0u);
@@ -162,7 +162,7 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
         {"flushes and sends",
          [&] {
              fwx_nat64_clnt_cleanup();
-             fwx_nat64_ipalias_upload_a(nullptr); /* refused from within a flush */
+             fwx_nat64_ipalias_upload_a(nullptr); /* refused: a flush is in progress */
          }},
     };
     for (const auto &way : ways) {
@@ -216,7 +216,7 @@ TEST_F(callback_test_t, a_flush_refuses_what_its_callbacks_frame_and_ends) {
 
 TEST_F(callback_test_t,
        a_completion_that_fails_after_the_answer_does_not_end_the_command_again_wherever_its_message_stood) {
-    constexpr uintptr_t segment = uintptr_t{1} << 32; /* addresses whose low half is zero */
+    constexpr uintptr_t segment = uintptr_t{1} << 32; /* a multiple of it has a zero low half */
     constexpr size_t page = 4096;
     void *place = MAP_FAILED;
     for (uintptr_t at = 0x5000 * segment; place == MAP_FAILED; at += segment) {
@@ -224,7 +224,7 @@ TEST_F(callback_test_t,
                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
         ASSERT_LT(at, 0x5100 * segment);
     }
-#ifdef ADDRESS_SANITIZER /* the leak checker follows the list of free buffers through it */
+#ifdef ADDRESS_SANITIZER /* the list of free buffers passes through this page, so the leak checker must scan it */
     __lsan_register_root_region(place, 2 * page);
 #endif
     fwx_host_tx_buffer_offer(static_cast<uint8_t *>(place) + page);
@@ -265,7 +265,7 @@ TEST_F(callback_test_t, a_completion_that_fails_within_its_commands_callback_doe
     ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
     fwx_host_server_unregister(server);
     server = nullptr;
-    once([&] { pump(); }); /* the flush's callback runs the loop, which has the completion */
+    once([&] { pump(); }); /* the flush's callback runs the loop, which delivers the completion */
     EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
     EXPECT_EQ(calls.size(), 1u);
     EXPECT_EQ(live().pool_elements, 0u);

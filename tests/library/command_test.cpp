@@ -1,4 +1,5 @@
-/* The bytes of every command. */
+/* The bytes of every command on the wire: one row per call, with its length and the fields that matter. Every message
+ * to the server that wire/ describes must be in a row, or be one that the library sends by itself. */
 #include <functional>
 #include <set>
 
@@ -25,7 +26,7 @@ struct row_t {
     const char *type_word = "03 c0";
 };
 
-/* A command as a row names and makes it. */
+/* A row's name and call. */
 #define CALL(command) #command, [](const records_t &r, void *c) { return static_cast<void>(r), fwx_nat64_##command; }
 
 const std::vector<row_t> commands = {
@@ -128,7 +129,7 @@ const std::vector<row_t> commands = {
     {CALL(mapt_dmr_set_a(0, &r.dmr, c)), 68, {{32, "01 00 00 00 00 00 00 00 04 00 00 00 d0 d1 00"}}, "0d c0"},
 };
 
-/* Messages that no command is; bind_test, connection_test and notification_test look at their bytes. */
+/* Messages that no command of the PAL sends; bind_test, connection_test and notification_test check their bytes. */
 const std::set<std::string> sent_by_the_library = {
     "unsol_setup",      "init", "sync_init", "cmd_q_resume", "ctrl_end_batch", "ctrl_classifier_update", "end_batch",
     "classifier_update"};

@@ -1,3 +1,4 @@
+/* The channel to the server after the bind: reopening it with the initial commands after an error, and flow control. */
 #include "library_fixture.h"
 
 namespace {
@@ -34,7 +35,7 @@ TEST_F(connection_test_t, a_send_after_a_channel_error_opens_a_channel_and_sends
     } const failures[] = {{FWX_HOST_OP_CHAN_OPEN, 1, FWX_NAT64_ERR_AGAIN, "open failed"},
                           {FWX_HOST_OP_ASYNC_SEND, 1, 5, "init cmd send failed"},
                           {FWX_HOST_OP_ASYNC_SEND, 2, 5, "unsol setup send failed"}};
-    for (const auto &failure : failures) { /* the channel stays down, and the command is refused */
+    for (const auto &failure : failures) { /* in each case the channel stays down and the command is refused */
         fwx_host_fault_arm(failure.op, failure.nth, 5);
         EXPECT_EQ(fwx_nat64_timeout_set_a(1, &timeout, this), failure.expected);
         EXPECT_TRUE(logged_line(std::string("error: \nfwx_nat64_client_connect_to_server ") + failure.line +
@@ -56,7 +57,7 @@ TEST_F(connection_test_t, a_send_after_a_channel_error_opens_a_channel_and_sends
     EXPECT_EQ(hex(slice(received[1], 0, 4)), "01 c0 60 00");
     EXPECT_EQ(hex(slice(received[2], 0, 4)), "03 c0 60 00");
 
-    deliver(reply_to(survivor, 0, 36, 9)); /* the epoch is the same, so it is still an answer */
+    deliver(reply_to(survivor, 0, 36, 9)); /* the epoch is unchanged, so the reply is still valid */
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].result, 9u);
     ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
@@ -85,7 +86,7 @@ TEST_F(connection_test_t, flow_control_holds_from_10_mib_to_10_kib_and_is_counte
     send({1 << 22, 1 << 22, 2097111, 40});
     EXPECT_EQ(info()->throttle_on_cnt, 0u) << "a byte is missing";
     send({10240});
-    EXPECT_EQ(info()->throttle_on_cnt, 1u); /* no callback yet: counted all the same */
+    EXPECT_EQ(info()->throttle_on_cnt, 1u); /* counted although no callback is set yet */
     EXPECT_TRUE(logged_line("trace: \nFWX NAT64 CL throttle=TRUE cb=(nil) ctx=(nil) on/off=(1,0)"));
     info()->throttle_cb = [](uint32_t may_send, void *ctx) { throttle_reports.emplace_back(may_send, ctx); };
     info()->throttle_ctx = this;

@@ -1,3 +1,4 @@
+/* Debug output: which flag or debug level opens which channel, and the environment variables that switch flags on. */
 #include "library_fixture.h"
 
 namespace {
@@ -70,7 +71,7 @@ TEST_F(debug_test_t, the_environment_switches_flags_on_in_order_and_never_off) {
     };
     fwx_nat64_dbg_error_set(0);
     std::vector<std::string> lines;
-    for (const auto &entry : cases) { /* one more at a time */
+    for (const auto &entry : cases) { /* each round sets one more variable */
         setenv(entry.variable, entry.variable == cases[0].variable ? "" : "0", 1);
         lines.emplace_back(entry.line);
         logged.clear();

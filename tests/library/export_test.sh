@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# An export list is what the headers of a folder declare; the library's dynamic symbols are exactly that list, under one
-# version node, and it needs libc and no library but those given: the client library the platform, and no C++ runtime.
+# Checks that an export list equals the declarations in the headers of a folder, that the dynamic symbols of the library
+# are exactly this list under one version node, and that the library needs only libc and the libraries given. The client
+# library needs only the platform, and no C++ runtime.
 # usage: export_test.sh LIBRARY EXPORT_LIST [NODE HEADERS NEEDED]
 set -euo pipefail
 node=${3:-FWX_NAT64_1} headers=${4:-include/fwx_nat64} may_need=${5:-libfwx_host|libasan|libubsan}

@@ -1,6 +1,6 @@
 /*
- * What no call of the PAL can bring about: several complexes, of which the library makes one, and an element whose
- * prefixes were never looked at. The rule table's hidden functions are called here.
+ * Cases that no call of the PAL can produce: several complexes, although the library creates only one, and an element
+ * whose prefix lengths were not checked. The tests call hidden functions of the rule table.
  */
 #include "mapt/plu.h"
 #include "rule_table_fixture.h"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Each public and platform header stands alone, as C11 and as C++17, those of the C++ interface as C++20.
+# Checks that each public and platform header compiles on its own, as C11 and as C++17; those of the C++ interface as C++20.
 # usage: header_test.sh SOURCE_DIR CC CXX
 set -euo pipefail
 cd "$1"

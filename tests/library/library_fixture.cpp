@@ -44,7 +44,7 @@ const fwx_host_server_ops_t library_fixture_t::server_ops = {
 };
 
 void library_fixture_t::run_on_call() const {
-    const std::function<void()> act = on_call; /* which may set another one */
+    const std::function<void()> act = on_call; /* copied, because it may set another one */
     if (act) act();
 }
 

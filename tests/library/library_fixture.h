@@ -1,6 +1,6 @@
 /*
- * The library over the host platform, with a server that records what it gets and answers only what a test tells it to.
- * A test that leaves anything live, or gives something back twice, fails.
+ * Fixture of the library on the host platform, with a server that records every message and answers only when a test
+ * says so. A test fails if it leaves anything allocated, or frees anything twice.
  */
 #ifndef TESTS_LIBRARY_LIBRARY_FIXTURE_H
 #define TESTS_LIBRARY_LIBRARY_FIXTURE_H
@@ -20,12 +20,12 @@
 struct call_t {
     std::string callback;
     void *pal_ctx = nullptr;
-    uint32_t result = 0; /* or count */
+    uint32_t result = 0; /* of a command; of a query the argument `count` */
     uint64_t value = 0;
     uint32_t value2 = 0;
     uint32_t status = 0;
     bool has_data = false;
-    bytes_t data; /* the first bytes at the data address */
+    bytes_t data; /* first 24 bytes at the data address */
 };
 
 class library_fixture_t : public testing::Test {
@@ -36,37 +36,37 @@ protected:
     uint32_t bind(const void *client_id = "PAL1");
     /** Dispatches everything that is ready. */
     void pump() { fwx_host_loop_run_until_idle(loop); }
-    /** Binds and forgets what the server has got so far. */
+    /** Binds, answers the initial commands and forgets what was received and logged. */
     void bind_quietly();
 
     static fwx_nat64_client_info_t *info() { return fwx_nat64_client_info_get(); }
     static size_t outstanding() { return outstanding_commands(); }
 
-    /** A reply of a type to a recorded command, `size` bytes, echoing context and epoch. */
+    /** Returns a reply of that type and of `size` bytes to a recorded command, with its context and epoch. */
     static bytes_t reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result = 0);
-    /** Sends bytes to the client and dispatches them. */
+    /** Sends bytes from the server to the client and dispatches them. */
     void deliver(const bytes_t &message);
-    /** Restarts the server under the same name; the client sees a channel error. */
+    /** Drops the client's connection to the server; the client sees a channel error. */
     void break_channel();
 
-    /** Lines of both debug channels at a level ("error: \ntext"), in order. */
+    /** Lines of both debug channels with their level ("error: \ntext"), in order. */
     std::vector<std::string> logged;
     bool logged_line(const std::string &text) const;
     static fwx_host_live_t live();
-    /** The debug flags, '1' for on: error, warning, info, trace. */
+    /** Returns the debug flags, '1' for on: error, warning, info, trace. */
     static std::string flags();
 
     fwx_host_loop_t *loop = nullptr;
     fwx_host_server_t *server = nullptr;
     fwx_host_peer_t *peer = nullptr;
     size_t channels_opened = 0;
-    std::vector<bytes_t> received;  /* asynchronous and synchronous, in order */
-    bool pauses_after_each = false; /* the server, behind each asynchronous message */
-    uint32_t sync_result = 0;       /* what synchronous commands are answered with */
-    bytes_t sync_extra;             /* bytes behind the result */
-    std::vector<call_t> calls;      /* of the PAL's callbacks */
-    uint32_t stop_value = 0;        /* what query and walk callbacks return */
-    std::function<void()> on_call;  /* what callbacks of the PAL and of the classifier manager do beside recording */
+    std::vector<bytes_t> received;  /* messages to the server, asynchronous and synchronous, in order */
+    bool pauses_after_each = false; /* the server pauses after each asynchronous message */
+    uint32_t sync_result = 0;       /* result of the answers to synchronous commands */
+    bytes_t sync_extra;             /* bytes after this result */
+    std::vector<call_t> calls;      /* calls of the PAL's callbacks, in order */
+    uint32_t stop_value = 0;        /* result of query and walk callbacks */
+    std::function<void()> on_call;  /* run by the callbacks of the PAL and of the classifier manager */
     std::vector<std::pair<void *, uint32_t>> cgm_returns;
     fwx_nat64_reply_cbs_t reply_cbs{};
     fwx_nat64_unsol_cbs_t unsol_cbs{};

@@ -1,3 +1,5 @@
+/* Notifications: unsolicited commands of the server, and notifications of the classifier manager. Tables give the
+ * lengths, callbacks, flags and results of each. */
 #include "library_fixture.h"
 
 namespace {

@@ -1,3 +1,5 @@
+/* Replies of the server: matching by epoch and context, minimum lengths, several replies to a query or walk, and
+ * refusals in every form. A test checks the calls of the callbacks and that the context was released. */
 #include <map>
 
 #include "library_fixture.h"
@@ -10,7 +12,7 @@ protected:
         library_fixture_t::SetUp();
         bind_quietly();
     }
-    /** Sends one command of a message number and returns it as the server got it. */
+    /** Sends a command of a message number, and returns it as the server received it. */
     bytes_t send(uint32_t msgno) {
         const fwx_nat64_sess_walk_filter_t filter{};
         const fwx_nat64_mapt_dmr_t dmr = {1, {}};
@@ -28,7 +30,7 @@ protected:
         pump();
         return received.back();
     }
-    /** A statistics or walk reply with every value field set, and 0xd1, 0xd2… at its data address. */
+    /** Returns a statistics or walk reply with every value field set, and data bytes 0xd1, 0xd2… */
     bytes_t data_reply(const bytes_t &command, uint32_t msgno, uint32_t more, uint32_t result = 0) {
         static constexpr size_t data_at[] = {0, 0, 0, 0, 48, 48, 64, 64, 48, 72};
         bytes_t reply = reply_to(command, msgno, data_at[msgno] + 24, result);
@@ -43,7 +45,7 @@ protected:
             reply[data_at[msgno] + i] = static_cast<uint8_t>(0xd1 + i);
         return reply;
     }
-    static constexpr const char *callbacks[] = {"sys", "intf", "pool", "mapping", "limit", "walk"}; /* from 4 on */
+    static constexpr const char *callbacks[] = {"sys", "intf", "pool", "mapping", "limit", "walk"}; /* of number 4 on */
     void expect_all_released() {
         EXPECT_EQ(outstanding(), 0u);
         EXPECT_EQ(live().pool_elements, 0u);
@@ -94,7 +96,7 @@ TEST_F(reply_test_t, null_foreign_and_unlisted_contexts_are_told_and_left_alone)
     EXPECT_EQ(logged.back(), "error: \nfwx_nat64_async_rsp_svr client context not found on list for cmd=4");
     EXPECT_EQ(reinterpret_cast<const uint32_t *>(get<uint64_t>(query, 16))[4], 14u)
         << "a released context is marked, where a platform does not know its pools";
-    for (const uint64_t foreign : {uint64_t{0x1000}, get<uint64_t>(query, 16) + 8}) { /* which must not be read */
+    for (const uint64_t foreign : {uint64_t{0x1000}, get<uint64_t>(query, 16) + 8}) { /* not to be read */
         bytes_t reply = reply_to(query, 4, 80);
         put(reply, 16, foreign);
         deliver(reply);
@@ -110,7 +112,7 @@ TEST_F(reply_test_t, null_foreign_and_unlisted_contexts_are_told_and_left_alone)
     EXPECT_EQ(logged.back(), "error: \nfwx_nat64_async_rsp_svr client context not found on list for cmd=6");
     EXPECT_EQ(calls.size(), 1u);
     EXPECT_EQ(live().pool_elements, 1u) << "the context is left untouched";
-    watch.expect_destroyed_in_use(1); /* that context, which is neither on the list nor in delivery */
+    watch.expect_destroyed_in_use(1); /* this context is neither on the list nor in delivery */
 }
 
 TEST_F(reply_test_t, a_query_is_told_part_by_part_and_a_failed_one_with_zero_counts) {
@@ -143,7 +145,7 @@ TEST_F(reply_test_t, a_query_is_told_part_by_part_and_a_failed_one_with_zero_cou
         }
         const bytes_t lost = send(msgno);
         fwx_host_fault_arm(FWX_HOST_OP_LIST_INSERT_TAIL, 1, 5);
-        deliver(data_reply(lost, msgno, 1)); /* which ends it, with no further call */
+        deliver(data_reply(lost, msgno, 1)); /* the query ends here, without a further call */
         EXPECT_EQ(logged.back(), "error: \nfwx_nat64_clnt_ctx_requeue fwx_list_insert_tail Input/output error failed");
         expect_all_released();
         EXPECT_EQ(calls.size(), 5u);
@@ -151,7 +153,7 @@ TEST_F(reply_test_t, a_query_is_told_part_by_part_and_a_failed_one_with_zero_cou
 }
 
 TEST_F(reply_test_t, a_walk_runs_through_its_statuses) {
-    stop_value = 2; /* which stops no walk, only 1 does */
+    stop_value = 2; /* only 1 stops a walk */
     const bytes_t walk = send(9);
     deliver(data_reply(walk, 9, 1));
     deliver(data_reply(walk, 9, 0));
@@ -184,7 +186,7 @@ TEST_F(reply_test_t, a_query_or_walk_answered_by_a_bare_result_ends_as_failed) {
         EXPECT_EQ(calls[0].status, msgno == 9 ? 4u : 0u);
         expect_all_released();
     }
-    deliver(reply_to(send(9), 10, 36, 5)); /* which the classifier manager hears of all the same */
+    deliver(reply_to(send(9), 10, 36, 5)); /* the classifier manager is told too */
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[1].status, 4u);
     EXPECT_EQ(cgm_returns, (std::vector<std::pair<void *, uint32_t>>{{this, 5}}));

@@ -1,4 +1,5 @@
-/* What fails in the life of rules, step by step. */
+/* Faults in each step of installing and deleting rules and of cleaning up. A table row names the fault, and the test
+ * checks the result, the log line, and the elements and leaves that remain. */
 #include "rule_table_fixture.h"
 
 namespace {
@@ -7,12 +8,12 @@ constexpr uint32_t fault = 5;
 constexpr uint32_t no_memory = 12;
 constexpr uint32_t missing_leaf = 22;
 
-/* A fault: what the call returns that meets it, how the first line that is logged begins, and what survives. */
+/* A fault: the result of the call that meets it, the start of the first log line, and what remains afterwards. */
 struct failure_t {
     fwx_host_op_t op;
     uint32_t nth;
     uint32_t expected;
-    const char *line; /* behind "fwx_mapt_" */
+    const char *line; /* after "fwx_mapt_" */
     uint64_t elements;
     uint64_t leaves;
 };
@@ -47,7 +48,7 @@ constexpr failure_t removals[] = {
     {FWX_HOST_OP_HASH_DELETE, 1, fault, "del_rule_hash_elem: Del element to MAPT hash failed for Rule ID 1", 1, 0},
 };
 
-/* A leaf that cannot be found or deleted stays in its tree. */
+/* During a clean-up, a leaf that cannot be found or deleted stays in its tree. */
 constexpr failure_t clean_ups[] = {
     {FWX_HOST_OP_LIST_HEAD, 1, 0, "plu_cleanup: reading the complex list failed, rc(", 0, 2},
     {FWX_HOST_OP_TBM_LEAF_SIZE, 1, 0, "plu_cleanup: Unable to get leaf size ", 0, 2},
@@ -61,7 +62,7 @@ constexpr failure_t clean_ups[] = {
 
 class rule_failure_test_t : public rule_table_test_t {
 protected:
-    /** Has a call meet a fault, and empties the table; afterwards all is as if nothing had failed. */
+    /** Runs `call` with a fault and empties the table. Afterwards the table works as if nothing had failed. */
     template <typename call_t>
     void expect(const failure_t &failure, call_t call) {
         SCOPED_TRACE(std::string(fwx_host_op_name(failure.op)) + " " + std::to_string(failure.nth));
@@ -81,7 +82,7 @@ protected:
         EXPECT_EQ(install(bmr_, 5), 0u);
         EXPECT_EQ(leaves(), 2u);
     }
-    /** What a clean-up had to leave. */
+    /** Deletes and frees the leaves that a failed clean-up left. */
     static void take_leaves() {
         tbm_t *tree = fwx_host_tbm_of_complex(0);
         uint32_t rc = 0;
@@ -138,7 +139,7 @@ TEST_F(rule_failure_test_t, an_element_that_stands_in_both_tables_is_released_on
     ASSERT_EQ(install_both(), 0u);
     fwx_mapt_plu_cleanup();
     EXPECT_EQ(live().pools, 0u);
-    for (const fwx_host_op_t op : {FWX_HOST_OP_HASH_CREATE, FWX_HOST_OP_HASH_ADD}) { /* it can only stay pending */
+    for (const fwx_host_op_t op : {FWX_HOST_OP_HASH_CREATE, FWX_HOST_OP_HASH_ADD}) { /* the rule stays pending */
         fwx_host_fault_arm(op, 2, fault);
         EXPECT_EQ(install_both(), fault);
         EXPECT_EQ(live().pool_elements, 1u);

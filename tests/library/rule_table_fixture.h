@@ -1,4 +1,4 @@
-/* The rule table as the library's exports and the server's replies drive it. */
+/* Fixture of the rule table: drives it through the library's exported functions and through replies of the server. */
 #ifndef TESTS_LIBRARY_RULE_TABLE_FIXTURE_H
 #define TESTS_LIBRARY_RULE_TABLE_FIXTURE_H
 
@@ -16,7 +16,7 @@ const bytes_t v6_key = {0x48, 0x00, 0x43, 0x6e, 0x00}; /* 2001:db8::/32 */
 
 class rule_table_test_t : public library_fixture_t {
 protected:
-    /** The server's answer to an add or delete, as the rule table reads it. */
+    /** Returns the server's answer to an add or delete, with the fields that the rule table reads. */
     static bytes_t answer(uint32_t rule_id, uint32_t domain_id, uint32_t index, uint32_t op = 1, uint32_t cleanup = 0) {
         bytes_t reply(64);
         put(reply, 40, rule_id);
@@ -36,7 +36,7 @@ protected:
         if (tree != nullptr) fwx_host_tbm_counts_get(tree, &counts);
         return counts.leaves;
     }
-    /** Leaf data under a key, empty when there is no leaf. */
+    /** Returns the leaf data under a key, empty when there is no leaf. */
     static std::string leaf(const bytes_t &key, uint32_t bits) {
         tbm_t *tree = fwx_host_tbm_of_complex(0);
         uint32_t rc = 0;

@@ -1,4 +1,5 @@
-/* The life of rules: pending, installed, deleted, by the exports and by the server's replies. */
+/* Rules from pending to installed to deleted, through the exported functions and the server's replies. A random
+ * sequence of operations is compared with a simple reference model. */
 #include <map>
 #include <random>
 #include <set>

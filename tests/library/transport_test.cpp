@@ -1,3 +1,5 @@
+/* Framing and sending, without commands of the PAL: headers, failures of each step, messages of an earlier binding, and
+ * the synchronous form with the whole reply. */
 #include "library_fixture.h"
 
 namespace {
@@ -93,7 +95,7 @@ TEST_F(transport_test_t, a_message_of_an_earlier_binding_is_not_sent) {
     void *async = frame(3, nullptr);
     void *sync = nullptr;
     ASSERT_EQ(fwx_nat64_client_sync_cmd_init(24, 3, &sync), 0u);
-    fwx_nat64_client_goingdown(info()); /* nor one of a binding that went down */
+    fwx_nat64_client_goingdown(info()); /* a message of a binding that went down is not sent either */
     EXPECT_EQ(fwx_nat64_client_async_cmd_send(async, 40), FWX_NAT64_ERR_NOT_READY);
     EXPECT_EQ(fwx_nat64_client_sync_cmd_send(sync, 24), FWX_NAT64_ERR_NOT_READY);
     EXPECT_EQ(fwx_nat64_client_async_cmd_init(40, 3, nullptr, nullptr, &async), FWX_NAT64_ERR_NOT_READY);

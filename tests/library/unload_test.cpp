@@ -1,4 +1,4 @@
-/* The library as a program loads it at run time: unloading it while bound reports what is outstanding. */
+/* The library loaded at run time: unloading it while bound reports the outstanding commands. */
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -12,10 +12,10 @@ namespace {
 
 std::vector<uint32_t> results;
 std::vector<std::string> console;
-/* Unloading leaves the binding's memory in place; kept reachable, it is no leak of the test's. */
+/* An unload does not free the memory of the binding. Kept reachable here, it is not reported as a leak. */
 std::vector<fwx_nat64_client_info_t *> &left_behind = *new std::vector<fwx_nat64_client_info_t *>;
 
-/* A message that is framed when the library is unloaded, and what became of sending it then. */
+/* A message that is framed before the unload, and the result of sending it during the unload. */
 decltype(fwx_nat64_client_async_cmd_send) *send = nullptr;
 void *framed = nullptr;
 uint32_t sent = 0;
