@@ -1,3 +1,6 @@
+/* The engine of the gateway: refuses what Linux cannot do, commits the configuration to the kernel, ends the sessions
+ * of deleted mappings and addresses, and serves sessions from a cache. A change that the kernel refuses is rolled back:
+ * the configuration in force replaces the changed one. */
 #include "gateway/engine.h"
 
 #include <arpa/inet.h>
@@ -13,11 +16,11 @@
 
 namespace {
 
-constexpr uint32_t longest_timeout_s = 2147483; /* what the kernel's settings hold in milliseconds */
-constexpr int start_patience_ms = 5000;         /* for the translator */
-constexpr int watch_patience_ms = 300;          /* the same, while clients wait */
+constexpr uint32_t longest_timeout_s = 2147483; /* limit of the kernel, which holds milliseconds */
+constexpr int start_patience_ms = 5000;         /* wait for the translator at the start */
+constexpr int watch_patience_ms = 300;          /* shorter wait while the gateway serves clients */
 constexpr uint64_t old_read_ms = 1000;
-constexpr uint64_t old_read_factor = 20; /* a walk spends one part in so many on reading */
+constexpr uint64_t old_read_factor = 20; /* a walk spends at most 1/20 of its time on reading */
 
 template <typename record_t>
 record_t read(const void *payload) {
@@ -122,7 +125,7 @@ uint32_t gateway_engine_t::refusal(uint32_t op_code, const void *payload) const 
             return refusal_of(read<fwx_nat64_smapping_t>(payload));
         case FWX_NAT64_CFG_DMAPPING_ADD:
             return refusal_of(read<fwx_nat64_dmapping_payload_t>(payload).map, true);
-        case FWX_NAT64_CFG_DMAPPING_MOD: /* its second part stays */
+        case FWX_NAT64_CFG_DMAPPING_MOD: /* a modification keeps the second part */
             return refusal_of(read<fwx_nat64_dmapping_payload_t>(payload).map, false);
         default:
             return FWX_NAT64_MODEL_ERR_NOT_HERE;
@@ -148,7 +151,7 @@ uint32_t gateway_engine_t::refusal_of(const fwx_nat64_smapping_t &mapping) const
 }
 
 uint32_t gateway_engine_t::refusal_of(const fwx_nat64_dmapping_t &mapping, bool is_new) const {
-    /* Connection tracking maps and filters by both addresses and ports, and in no other way. */
+    /* Connection tracking maps and filters by both addresses and both ports, and cannot do otherwise. */
     const bool is_here =
         mapping.type == FWX_NAT64_DMAPPING_APDM && is_zero(mapping.opaque4) && is_zero(mapping.opaque44);
     if (!is_here) return FWX_NAT64_MODEL_ERR_NOT_HERE;
@@ -208,7 +211,7 @@ uint32_t gateway_engine_t::commit() noexcept {
     return FWX_NAT64_MODEL_ERR_NOT_IN_FORCE;
 }
 
-/** Ends the sessions of static mappings that are gone, and those whose address is no longer the gateway's. */
+/** Ends the sessions of deleted static mappings, and sessions whose address no longer belongs to the gateway. */
 void gateway_engine_t::end_sessions(const std::set<static_t> &ended, const std::vector<ipv4_network_t> &before) {
     const std::vector<ipv4_network_t> &networks = kernel_.in_force().networks;
     const bool keeps_all = std::includes(networks.begin(), networks.end(), before.begin(), before.end());
@@ -231,9 +234,9 @@ const std::vector<gateway_engine_t::session_t> &gateway_engine_t::read_sessions(
     return read_;
 }
 
-/** Fills in and counts the pool and mapping of each session. */
+/** Sets the pool and mapping of each session, and counts the sessions of each. */
 void gateway_engine_t::name_owners() const {
-    std::map<uint32_t, std::pair<uint32_t, uint32_t>> spans; /* last address and pool, by first address */
+    std::map<uint32_t, std::pair<uint32_t, uint32_t>> spans; /* last address and pool, by first address of the span */
     const auto add_span = [&spans](uint32_t pool, uint32_t first, uint32_t last) {
         auto &span = spans.insert({first, {last, pool}}).first->second;
         span.first = std::max(span.first, last); /* ranges of one pool may overlap */
@@ -248,7 +251,7 @@ void gateway_engine_t::name_owners() const {
     for (const auto &[id, addresses] : statics_) {
         statics[addresses] = id;
     }
-    std::map<std::array<uint8_t, 16>, std::pair<source_rule_t, uint32_t>> sources; /* by prefix; none overlaps */
+    std::map<std::array<uint8_t, 16>, std::pair<source_rule_t, uint32_t>> sources; /* by prefix, disjoint */
     uint32_t of_others = 0;
     for (const auto &[id, payload] : config.mappings.dynamic.entries) {
         const auto rule = source_rule_of(payload.map);
@@ -273,7 +276,7 @@ void gateway_engine_t::name_owners() const {
         const uint32_t address = ipv4_of(session.pool_addr.addr);
         for (auto span = spans.upper_bound(address); span != spans.begin();) {
             --span;
-            if (span->second.first < address) continue; /* a short one inside of a longer one of its pool */
+            if (span->second.first < address) continue; /* a short span inside a longer one of the same pool */
             session.pool_id = span->second.second;
             ++of_pools_[session.pool_id];
             break;

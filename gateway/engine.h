@@ -1,5 +1,7 @@
-/* The engine of the gateway: Linux translates, and this says how. A change comes into force by commit, as one nftables
- * transaction. Where memory is out in a commit the process ends; a new one finds what is in the kernel. */
+/* The engine of the gateway: the part of the server that has Linux carry out the configuration. Linux translates the
+ * packets; this engine turns the configuration into a plan, applies it to the kernel, and reads sessions from
+ * connection tracking. Changes take effect at commit, as one nftables transaction. If memory is out during a commit,
+ * the process ends; a restarted gateway finds in the kernel what is in force. */
 #ifndef GATEWAY_ENGINE_H
 #define GATEWAY_ENGINE_H
 
@@ -21,13 +23,13 @@ public:
     gateway_engine_t(const translator_options_t &options, log_fn_t log)
         : kernel_(options.gateway), translator_(options), log_(std::move(log)) {}
 
-    /** Checks what is needed and starts the translator; returns what is missing. */
+    /** Checks the requirements and starts the translator; returns what is missing, or an empty text. */
     std::string open();
-    /** To be called now and then: starts the translator again when it has died. */
+    /** Call this regularly: it restarts the translator after it has died. */
     void watch_translator();
-    /** To be called after each turn of the loop: what was read of the sessions is then old. */
+    /** Call this after each turn of the loop: it marks the sessions that were read as outdated. */
     void turn_ended() { is_old_ = true; }
-    /** Takes away all that a gateway has made in the kernel; returns what went wrong. */
+    /** Removes everything that a gateway has created in the kernel; returns what went wrong. */
     std::string remove();
 
     uint32_t refusal(uint32_t op_code, const void *payload) const override;
@@ -66,20 +68,20 @@ private:
     translator_t translator_;
     mutable sessions_t sessions_;
     const log_fn_t log_;
-    std::string trouble_; /* with the translator, which is told once */
+    std::string trouble_; /* last error of the translator, so that it is logged only once */
     bool has_lost_device_ = false;
     configuration_t in_force_;
     std::vector<change_t> pending_;
-    std::map<uint32_t, static_t> statics_; /* those of `config`, by identifier */
-    std::set<address_t> static_addresses_; /* both of each */
-    std::set<static_t> ended_;             /* those that pending changes delete */
+    std::map<uint32_t, static_t> statics_; /* static mappings of `config`, by identifier */
+    std::set<address_t> static_addresses_; /* inside and outside address of each static mapping */
+    std::set<static_t> ended_;             /* static mappings that pending changes delete */
 
-    /* What was read of connection tracking last. */
+    /* Cache of the sessions that were last read from connection tracking. */
     mutable std::vector<session_t> read_;
     mutable bool is_old_ = true;
-    mutable uint64_t read_until_ms_ = 0; /* so long a walk goes on in it when it is old */
+    mutable uint64_t read_until_ms_ = 0; /* until then a walk continues in an outdated cache */
     mutable std::map<uint32_t, uint64_t> of_pools_;
-    mutable std::map<std::pair<uint32_t, uint32_t>, uint64_t> of_mappings_; /* by kind and identifier */
+    mutable std::map<std::pair<uint32_t, uint32_t>, uint64_t> of_mappings_; /* session count by kind and identifier */
 };
 
 #endif

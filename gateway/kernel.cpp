@@ -1,3 +1,5 @@
+/* Applies plans to the kernel: text for libnftables, routes over rtnetlink, settings below /proc/sys/net. Routes are
+ * added before the transaction and removed after it. After a failure, added routes and settings are rolled back. */
 #include "gateway/kernel.h"
 
 #include <arpa/inet.h>
@@ -26,7 +28,7 @@ std::string route_error(const char *verb, const ipv4_network_t &network, int fai
            prefix_text(AF_INET, &word, sizeof word, network.prefix_len) + ": " + std::strerror(failed);
 }
 
-/** What one list has and the other has not; both are sorted. */
+/** Returns the networks of `one` that `other` does not have; both lists are sorted. */
 std::vector<ipv4_network_t> difference(const std::vector<ipv4_network_t> &one,
                                        const std::vector<ipv4_network_t> &other) {
     std::vector<ipv4_network_t> only;
@@ -52,7 +54,7 @@ kernel_t::kernel_t(const std::string &gateway)
     : table_(table_of(gateway)), nft_(nft_ctx_new(NFT_CTX_DEFAULT), nft_ctx_free) {
     nft_ctx_buffer_output(nft_.get());
     nft_ctx_buffer_error(nft_.get());
-    nft_ctx_output_set_flags(nft_.get(), NFT_CTX_OUTPUT_TERSE); /* maps without their elements */
+    nft_ctx_output_set_flags(nft_.get(), NFT_CTX_OUTPUT_TERSE); /* list maps without their elements */
 }
 
 kernel_t::~kernel_t() = default;
@@ -92,7 +94,7 @@ std::string kernel_t::check() {
 std::string kernel_t::apply(plan_t plan) {
     const bool was_known = is_known_;
     std::string error = change(plan);
-    if (!error.empty() && was_known) { /* somebody else may have changed the table */
+    if (!error.empty() && was_known) { /* another program may have changed the table: read it and try again */
         is_known_ = false;
         error = change(plan);
     }
@@ -108,7 +110,7 @@ std::string kernel_t::apply(plan_t plan) {
     return error;
 }
 
-/** Has the kernel do what the plan says, or what it did before. */
+/** Makes the kernel carry out the plan. If a step up to the transaction fails, ruleset and routes stay as before. */
 std::string kernel_t::change(const plan_t &plan) {
     for (const auto &[path, value] : plan.settings) {
         const auto before = in_force_.settings.find(path);
@@ -118,7 +120,7 @@ std::string kernel_t::change(const plan_t &plan) {
     }
     std::vector<ipv4_network_t> networks = in_force_.networks;
     if (!is_known_) routes_.read(networks);
-    /* Packets find the way before they are translated there, and as long as they are. */
+    /* A route exists as long as packets are translated to its addresses, so it is added first and removed last. */
     std::vector<ipv4_network_t> added;
     std::string error;
     for (const ipv4_network_t &network : difference(plan.networks, networks)) {
@@ -138,7 +140,8 @@ std::string kernel_t::change(const plan_t &plan) {
     return error;
 }
 
-/** Fills everything anew but the session limit, which counts on if the table has it already. */
+/** Returns the text that rebuilds the whole table from whatever is there. Only a session limit that stays the same is
+ * kept, because a new one would start counting at zero. */
 std::string kernel_t::text_from_found(const ruleset_t &to) {
     ruleset_t found;
     std::string listing;

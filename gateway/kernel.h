@@ -1,4 +1,5 @@
-/* Makes the kernel do what a plan says: nftables in one transaction, routes and settings around it. */
+/* Applies a plan to the kernel: routes and settings, and the nftables ruleset in one transaction. It sends only the
+ * differences to the plan in force while it knows what the kernel has; otherwise it reads the kernel first. */
 #ifndef GATEWAY_KERNEL_H
 #define GATEWAY_KERNEL_H
 
@@ -10,7 +11,7 @@
 
 struct nft_ctx;
 
-/** Name of a gateway's table in family ip6. */
+/** Returns the name of the nftables table of a gateway, in family ip6. */
 inline std::string table_of(const std::string &gateway) {
     return "fwx_nat64_" + gateway;
 }
@@ -22,19 +23,19 @@ public:
     kernel_t(const kernel_t &) = delete;
     kernel_t &operator=(const kernel_t &) = delete;
 
-    /** Looks for what a gateway needs of the kernel and for another gateway's table; returns what is missing or in the
-     * way. */
+    /** Checks that the kernel has what a gateway needs, and that no other gateway uses the network namespace. Returns
+     * what is missing or in the way, or an empty text. */
     std::string check();
     /**
-     * Changes what is in force to `plan`. The first time, and after a failure, it finds out what is there and corrects
-     * it. Returns why the kernel has refused; then what was in force before still is.
+     * Applies `plan`. The first time, and after a failure, it reads the state of the kernel and corrects it. Returns an
+     * empty text, or why the kernel has refused; the previous plan then stays in force.
      */
     std::string apply(plan_t plan);
-    /** Has the next apply look at everything anew. */
+    /** Makes the next apply read the state of the kernel again. */
     void forget() { is_known_ = false; }
-    /** Takes the table away; what is not there is no error, as with the next one. */
+    /** Deletes the table. A table that does not exist is no error, nor is a missing device for the next function. */
     std::string remove_table();
-    /** Takes the device away, its routes with it, and sets the settings to what the kernel begins with. */
+    /** Deletes the device with its routes, and resets the settings to the kernel's defaults. */
     std::string remove_device();
 
     const plan_t &in_force() const { return in_force_; }
@@ -49,12 +50,12 @@ private:
     std::unique_ptr<nft_ctx, void (*)(nft_ctx *)> nft_;
     routes_t routes_;
     plan_t in_force_;
-    bool is_known_ = false; /* whether the kernel has what `in_force_` says */
+    bool is_known_ = false; /* true if the kernel has what `in_force_` says */
 };
 
-/** Writes a setting below /proc/sys/net; returns what went wrong. */
+/** Writes a setting below /proc/sys/net; returns what went wrong, or an empty text. */
 std::string write_setting(const std::string &path, const std::string &value);
-/** Its value; empty when it cannot be read. */
+/** Reads such a setting; empty when it cannot be read. */
 std::string read_setting(const std::string &path);
 
 #endif

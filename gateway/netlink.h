@@ -1,4 +1,4 @@
-/* Requests to the kernel over netlink. */
+/* Requests to the kernel over netlink, on top of libmnl: attributes, a request with its header, and a socket. */
 #ifndef GATEWAY_NETLINK_H
 #define GATEWAY_NETLINK_H
 
@@ -10,7 +10,7 @@
 
 using attribute_fn_t = int (*)(const nlattr *, void *);
 
-/** Calls `see` with each attribute behind the header of a message. */
+/** Calls `see` with each attribute after the header of a message. */
 template <typename see_t>
 void each_attribute(const nlmsghdr *message, size_t header_size, see_t see) {
     const attribute_fn_t call = [](const nlattr *attribute, void *arg) {
@@ -19,7 +19,7 @@ void each_attribute(const nlmsghdr *message, size_t header_size, see_t see) {
     };
     mnl_attr_parse(message, static_cast<unsigned>(header_size), call, &see);
 }
-/** The same of the attributes inside of one. */
+/** Calls `see` with each attribute nested in an attribute. */
 template <typename see_t>
 void each_attribute(const nlattr *nest, see_t see) {
     const attribute_fn_t call = [](const nlattr *attribute, void *arg) {
@@ -29,7 +29,7 @@ void each_attribute(const nlattr *nest, see_t see) {
     mnl_attr_parse_nested(nest, call, &see);
 }
 
-/** A request that is filled in and then sent with netlink_t. */
+/** A request: fill in its header and attributes, then send it with netlink_t. */
 template <typename header_t>
 class netlink_request_t {
 public:

@@ -1,3 +1,6 @@
+/* Turns a configuration into the plan of a gateway, and two plans into the text of one nftables transaction. The chains
+ * and maps that every gateway has come from add_hooks; timeouts, prefixes, pools, mappings and the session limit fill
+ * them. */
 #include "gateway/plan.h"
 
 #include <arpa/inet.h>
@@ -13,7 +16,7 @@ namespace {
 std::string text_of(const uint8_t *address) {
     return address_text(AF_INET6, address);
 }
-/** An IPv4 address, in host order, behind the translator's prefix. */
+/** Returns the address of an IPv4 address (host order) behind the translator's prefix. */
 std::string translated(uint32_t ipv4) {
     uint8_t address[sizeof(in6_addr)];
     const uint32_t word = htonl(ipv4);
@@ -57,7 +60,8 @@ uint32_t timeout_of(const configuration_t &config, uint32_t type, uint32_t defau
     return set && set->value != 0 ? set->value : default_s;
 }
 
-/** Makes a timeout object, whose name holds its values because the kernel cannot change one; returns its rule. */
+/** Adds a timeout object and returns the rule that sets it. The name holds the values, because the kernel cannot change
+ * a timeout object. */
 std::string add_timeout(ruleset_t &ruleset, const std::string &protocol, const std::string &name,
                         const std::string &policy) {
     ruleset.objects["ct timeout " + name] = "{ protocol " + protocol + "; l3proto ip6; policy = { " + policy + " }; }";
@@ -98,7 +102,7 @@ void add_timeouts(plan_t &plan, const configuration_t &config) {
 
 /* --- Prefixes, mappings and pools --- */
 
-/** IPv4 addresses that are not global, which nothing may be sent to behind the well-known prefix (RFC 6052, 3.1). */
+/** IPv4 addresses that are not global. They must not be reached through the well-known prefix (RFC 6052, 3.1). */
 constexpr const char *not_global =
     "{ 64:ff9b::/104, 64:ff9b::a00:0/104, 64:ff9b::6440:0/106, 64:ff9b::7f00:0/104, 64:ff9b::a9fe:0/112, "
     "64:ff9b::ac10:0/108, 64:ff9b::c000:0/120, 64:ff9b::c000:200/120, 64:ff9b::c0a8:0/112, 64:ff9b::c612:0/111, "
@@ -136,7 +140,7 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
     for (const span_of_pool_t &span : spans) {
         const uint64_t behind = before + span.size();
         std::string rule = "meta l4proto { tcp, udp, icmpv6 } ";
-        if (behind != total) { /* spread by source, as the spans' sizes are */
+        if (behind != total) { /* distributes the sources over the spans in proportion to their sizes */
             rule += "jhash ip6 saddr mod " + std::to_string(total) + " seed 0x1 " + std::to_string(before) + "-" +
                     std::to_string(behind - 1) + " ";
         }
@@ -152,7 +156,7 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
 
 void add_sources(ruleset_t &ruleset, const configuration_t &config) {
     std::map<uint32_t, bool> is_named; /* pools that a mapping names */
-    std::optional<uint32_t> others;    /* pool of sources that no mapping names */
+    std::optional<uint32_t> others;    /* pool of the sources that no mapping names */
     auto &sources = ruleset.maps["sources"];
     for (const auto &[id, payload] : config.mappings.dynamic.entries) {
         const auto rule = source_rule_of(payload.map);
@@ -198,7 +202,7 @@ void add_hooks(ruleset_t &ruleset) {
     ruleset.chains["postrouting"] = {"type nat hook postrouting priority srcnat; policy accept;",
                                      {not_out + "ip6 saddr " + own + " goto to_inside", not_out + "return",
                                       "snat to ip6 saddr map @outbound", "ip6 saddr vmap @sources", "goto others"}};
-    /* Nothing may come back to the translator untranslated: it would go round until its hop limit is used up. */
+    /* No packet may return to the translator untranslated, because it would loop until its hop limit is used up. */
     ruleset.chains["forward"] = {"type filter hook forward priority filter; policy accept;",
                                  {in + out + "drop", not_in + "ip6 saddr " + own + " drop",
                                   "ct state new " + in + "jump sessions", "ct state new " + out + "jump sessions"}};
@@ -270,7 +274,7 @@ const std::map<std::string, std::string> &default_settings() {
 std::vector<ipv4_network_t> networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans) {
     std::sort(spans.begin(), spans.end());
     std::vector<ipv4_network_t> networks;
-    uint64_t next = 0; /* first address that is not covered */
+    uint64_t next = 0; /* first address that is not yet covered */
     for (size_t i = 0; i < spans.size();) {
         uint64_t first = std::max<uint64_t>(next, spans[i].first);
         uint64_t last = spans[i].second;
@@ -338,7 +342,7 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
         const bool is_counter = key.rfind("counter ", 0) == 0;
         if (is_counter && to.objects.count(key) == 0) gone += object_line("delete", key);
     }
-    /* Elements that `one` has and `other` has not, or with another value. */
+    /* Returns lines for the elements that `other` lacks or has with another value. */
     const auto differing = [&line](const char *verb, const ruleset_t &one, const ruleset_t &other) {
         static const std::map<std::string, std::string> none;
         std::string lines;

@@ -1,11 +1,11 @@
 /*
- * What the kernel is to do for a configuration, as values: nftables objects, chains and map elements as text, the IPv4
- * networks that are routed to the translator, and settings of the network namespace.
+ * The plan of a configuration: what the kernel must do for it, as plain values. These are nftables objects, chains and
+ * map elements as text, the IPv4 networks routed to the translator, and settings of the network namespace.
  *
  * Translation takes two steps. The translator rewrites headers between IPv6 and IPv4 for every address behind its own
  * prefix and keeps no state. In front of it IPv6 connection tracking changes addresses and ports: it maps the
  * configured prefixes to the translator's, and sources to addresses behind the translator's prefix. So one conntrack
- * entry holds a session whole, and no configuration change touches the translator.
+ * entry holds a whole session, and a configuration change does not affect the translator.
  */
 #ifndef GATEWAY_PLAN_H
 #define GATEWAY_PLAN_H
@@ -26,7 +26,7 @@ inline constexpr const char *translator_ipv4 = "192.0.0.8";
 inline constexpr uint32_t first_pool_port = 1024;
 inline constexpr uint32_t most_pool_ports = 65536 - first_pool_port;
 
-/** Host order. */
+/** Returns an IPv4 address in host order. */
 inline uint32_t ipv4_of(const uint8_t *network_order) {
     return uint32_t{network_order[0]} << 24 | uint32_t{network_order[1]} << 16 | uint32_t{network_order[2]} << 8 |
            network_order[3];
@@ -48,9 +48,9 @@ struct chain_t {
 };
 
 struct ruleset_t {
-    std::map<std::string, std::string> objects;                     /* definition by kind and name: `counter pool_1` */
+    std::map<std::string, std::string> objects;                     /* definition, by kind and name: `counter pool_1` */
     std::map<std::string, chain_t> chains;                          /* by name */
-    std::map<std::string, std::map<std::string, std::string>> maps; /* value by key, by the map's name */
+    std::map<std::string, std::map<std::string, std::string>> maps; /* value by key, by name of the map */
 };
 
 struct plan_t {
@@ -59,27 +59,27 @@ struct plan_t {
     std::map<std::string, std::string> settings; /* by path below /proc/sys/net */
 };
 
-/** Which sources a dynamic mapping is for, and which pool they use. */
+/** The sources of a dynamic mapping, and the pool that they use. */
 struct source_rule_t {
     std::array<uint8_t, 16> prefix;
-    uint8_t prefix_len; /* 0: every source that no other mapping names */
-    uint32_t pool_id;   /* 0: every pool that no mapping names */
+    uint8_t prefix_len; /* 0: all sources that no other mapping names */
+    uint32_t pool_id;   /* 0: all pools that no mapping names */
 };
 /** Reads the second part of a dynamic mapping: 16 bytes of prefix, its length, zeros; the argument is the pool. All
- * zeros, or FWX_NAT64_DMAPPING_NO_SECOND_PART and zeros: every source. Nothing when it is neither. */
+ * zeros, or FWX_NAT64_DMAPPING_NO_SECOND_PART and zeros, mean all sources. Returns nothing for any other content. */
 std::optional<source_rule_t> source_rule_of(const fwx_nat64_dmapping_t &mapping);
 
 plan_t plan_of(const configuration_t &config);
-/** The namespace's settings as the kernel has them without a gateway. */
+/** Returns the settings of the network namespace that the kernel has without a gateway. */
 const std::map<std::string, std::string> &default_settings();
 
-/** Smallest set of networks that covers addresses `first` to `last`, in host order, of every span. */
+/** Returns the smallest set of networks that covers every span, given as first and last address in host order. */
 std::vector<ipv4_network_t> networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans);
 
-/** Text of the table and its maps, which are made, or emptied if they are there. */
+/** Returns the text that creates the table and its maps, or empties the maps that exist. */
 std::string table_text(const std::string &table);
-/** Text of one transaction that changes `from` to `to`. Timeouts that are no longer used stay, because flows that began
- * under them use them on. */
+/** Returns the text of one transaction that changes `from` to `to`. It does not delete unused timeouts, because flows
+ * that began with them keep using them. */
 std::string changes_text(const std::string &table, const ruleset_t &from, const ruleset_t &to);
 
 #endif

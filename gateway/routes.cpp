@@ -1,3 +1,4 @@
+/* Routes and device of the translator, over rtnetlink. Routes of the device in other tables than main are ignored. */
 #include "gateway/routes.h"
 
 #include <arpa/inet.h>
@@ -76,8 +77,8 @@ int routes_t::change(uint16_t type, uint16_t flags, uint8_t family, const void *
     request->rtm_family = family;
     request->rtm_dst_len = prefix_len;
     request->rtm_table = RT_TABLE_MAIN;
-    request->rtm_protocol = type == RTM_DELROUTE ? RTPROT_UNSPEC : RTPROT_STATIC;     /* of anybody */
-    request->rtm_scope = type == RTM_DELROUTE ? RT_SCOPE_NOWHERE : RT_SCOPE_UNIVERSE; /* nowhere: any */
+    request->rtm_protocol = type == RTM_DELROUTE ? RTPROT_UNSPEC : RTPROT_STATIC;     /* delete: any protocol */
+    request->rtm_scope = type == RTM_DELROUTE ? RT_SCOPE_NOWHERE : RT_SCOPE_UNIVERSE; /* delete: any scope */
     request->rtm_type = RTN_UNICAST;
     mnl_attr_put(request.message(), RTA_DST, address_size(family), address);
     mnl_attr_put_u32(request.message(), RTA_OIF, if_nametoindex(translator_device));

@@ -1,4 +1,4 @@
-/* Routes to the translator's device, and the device itself, through rtnetlink. */
+/* Routes to the translator's device, and the device itself, over rtnetlink. */
 #ifndef GATEWAY_ROUTES_H
 #define GATEWAY_ROUTES_H
 
@@ -12,17 +12,18 @@ class routes_t {
 public:
     routes_t() : netlink_(NETLINK_ROUTE) {}
 
-    /** Whether the device is there, and whether a program translates behind it. */
+    /** The state of the device: whether it exists, and whether a program serves it. */
     struct device_t {
         bool is_there;
         bool is_served;
     };
     device_t device();
-    /** Sets the device up and routes the translator's prefix to it. Returns 0 or an errno value, as all below. */
+    /** Sets the device up and routes the translator's prefix to it. Returns 0 or an errno value, like all functions
+     * below. */
     int set_up_device();
     int delete_device();
 
-    /** The IPv4 networks that are routed to the device. */
+    /** Reads the IPv4 networks that are routed to the device, in ascending order. */
     int read(std::vector<ipv4_network_t> &networks);
     int add(const ipv4_network_t &network);
     int remove(const ipv4_network_t &network);

@@ -1,3 +1,5 @@
+/* Reads sessions from connection tracking. An entry has the addresses of both directions before and after translation;
+ * both sides behind the translator's prefix tell which side opened the session, and give the IPv4 addresses. */
 #include "gateway/sessions.h"
 
 #include <arpa/inet.h>
@@ -36,14 +38,14 @@ fwx_nat64_addr_t ipv6(const uint8_t *address) {
     std::copy_n(address, sizeof record.addr, record.addr);
     return record;
 }
-/** The IPv4 address behind the translator's prefix. */
+/** Returns the IPv4 address in an address behind the translator's prefix. */
 fwx_nat64_addr_t ipv4(const uint8_t *address) {
     fwx_nat64_addr_t record{};
     std::copy_n(address + translator_prefix.size(), sizeof(uint32_t), record.addr);
     return record;
 }
 
-/** ICMP identifier of the reply, which the library reads and does not hand out. */
+/** Returns the ICMP identifier of the reply, which libnetfilter_conntrack parses but does not expose. */
 uint16_t reply_icmp_id(const nlmsghdr *message) {
     uint16_t id = 0;
     each_attribute(message, sizeof(nfgenmsg), [&id](const nlattr *tuple) {
@@ -74,7 +76,8 @@ uint32_t state_of(const nf_conntrack *entry, uint32_t protocol, bool is_from_ins
     }
 }
 
-/** Distinguishes sessions whose identifiers in the kernel, 32 bits by chance, are equal. */
+/** Hashes an address and ports. The kernel's identifier of an entry has only 32 random bits, so two entries may share
+ * it; the hash then distinguishes their sessions. */
 uint32_t hash_of(const uint8_t *address, uint32_t ports) {
     uint32_t hash = 2166136261U ^ ports;
     for (size_t i = 0; i < sizeof(in6_addr); ++i) {
@@ -83,7 +86,7 @@ uint32_t hash_of(const uint8_t *address, uint32_t ports) {
     return hash;
 }
 
-/** False for an entry that does not pass the translator. */
+/** Converts an entry to a session; false for an entry that does not pass the translator. */
 bool read_session(const nf_conntrack *entry, const nlmsghdr *message, fwx_nat64_session_full_t &session) {
     const uint8_t *from = address_in(entry, ATTR_ORIG_IPV6_SRC);
     const uint8_t *to = address_in(entry, ATTR_ORIG_IPV6_DST);
@@ -128,7 +131,7 @@ bool read_session(const nf_conntrack *entry, const nlmsghdr *message, fwx_nat64_
     return true;
 }
 
-/** IPv6 addresses, and IPv4 ones with zeros behind their four bytes. */
+/** True if `wanted` is unspecified or equals one of the two addresses. */
 bool is_wanted(const address_t &wanted, const fwx_nat64_addr_t &one, const fwx_nat64_addr_t &other) {
     return wanted.is_unspecified() || wanted == address_of(one) || wanted == address_of(other);
 }
@@ -174,7 +177,7 @@ int sessions_t::read(std::vector<session_t> &sessions) {
     const auto is_before = [](const session_t &a, const session_t &b) { return a.id < b.id; };
     const auto is_same = [](const session_t &a, const session_t &b) { return a.id == b.id; };
     std::sort(sessions.begin(), sessions.end(), is_before);
-    /* An entry can be dumped twice when the kernel's table grows meanwhile. */
+    /* The kernel can dump an entry twice when its table grows during the dump. */
     sessions.erase(std::unique(sessions.begin(), sessions.end(), is_same), sessions.end());
     return failed;
 }

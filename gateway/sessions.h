@@ -1,4 +1,4 @@
-/* The sessions of the translator, read from connection tracking. */
+/* The sessions of the gateway: entries of IPv6 connection tracking that pass the translator. */
 #ifndef GATEWAY_SESSIONS_H
 #define GATEWAY_SESSIONS_H
 
@@ -13,7 +13,7 @@
 struct nf_conntrack;
 struct nfct_handle;
 
-/** Whether a filter lets a session through; protocol 1 and 58 are the same. */
+/** True if a session matches a filter. Protocols 1 and 58 (ICMP and ICMPv6) are treated as equal. */
 bool is_match(const session_filter_t &filter, const fwx_nat64_session_full_t &session);
 
 class sessions_t {
@@ -26,13 +26,13 @@ public:
     sessions_t(const sessions_t &) = delete;
     sessions_t &operator=(const sessions_t &) = delete;
 
-    /** Connects to connection tracking; returns why that failed. */
+    /** Connects to connection tracking; returns why that failed, or an empty text. */
     std::string open();
-    /** All sessions, by identifier, without pool and mapping. Returns 0 or an errno value. */
+    /** Reads all sessions, sorted by identifier, without pool and mapping. Returns 0 or an errno value. */
     int read(std::vector<session_t> &sessions);
     /** Ends the sessions that match; returns 0 or an errno value. */
     int end_if(const match_fn_t &match);
-    /** Flows of this namespace that got no address and port, since the namespace was made. */
+    /** Returns the number of flows that got no address and port, since this network namespace was created. */
     static uint64_t failed_count();
 
 private:

@@ -1,3 +1,5 @@
+/* Starts, finds and ends the translator process. The gateway starts itself again with --translator, in a session of its
+ * own; that process creates the TUN device, writes the translator's files and then executes the program. */
 #include "gateway/translator.h"
 
 #include <arpa/inet.h>
@@ -44,7 +46,7 @@ bool comes_true(int patience_ms, condition_t condition) {
     return condition();
 }
 
-/** Makes the device, which stays without a process. */
+/** Creates the device, which persists without a process. */
 std::string make_device() {
     const int fd = open(tun_path, O_RDWR | O_CLOEXEC);
     if (fd < 0) return system_error(std::string("cannot open ") + tun_path + " (module tun)");
@@ -85,7 +87,7 @@ std::string translator_t::ensure(routes_t &routes, int patience_ms, bool &is_new
     is_new = !device.is_there;
     if (device.is_served) return "";
     if (!options_.is_external) {
-        end(); /* one that has lost its device */
+        end(); /* ends a process that has lost its device */
         std::string error = start();
         if (!error.empty()) return error;
     }
@@ -150,7 +152,7 @@ std::string translator_t::become() const {
     return system_error("cannot run " + program);
 }
 
-/** 0 unless the process with the id in the file is the translator of this gateway. */
+/** Returns the process id in the file if that process is the translator of this gateway, else 0. */
 pid_t translator_t::process() const {
     pid_t pid = 0;
     std::ifstream(file(process_name)) >> pid;

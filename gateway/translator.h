@@ -1,9 +1,10 @@
 /*
- * The process that rewrites packet headers: tayga, behind a TUN device, with one prefix and nothing else. It outlives
- * the gateway, which finds it again by its device, and by a file with its process id whose process is checked.
+ * The process that rewrites packet headers: tayga, behind a TUN device, configured with one prefix only. It outlives
+ * the gateway. A restarted gateway finds it by its device and by a file with its process id, after checking the
+ * process.
  *
- * Another translator takes its place by another implementation of this class: it must serve `translator_device`, and
- * map addresses behind `translator_prefix` to IPv4 and back.
+ * To use another translator, implement this class for it. It must serve `translator_device` and map addresses behind
+ * `translator_prefix` to IPv4 and back.
  */
 #ifndef GATEWAY_TRANSLATOR_H
 #define GATEWAY_TRANSLATOR_H
@@ -16,21 +17,22 @@ class routes_t;
 
 struct translator_options_t {
     std::string gateway;
-    std::string directory;         /* for the translator's files */
-    std::string program = "tayga"; /* looked for in PATH, /usr/sbin and /sbin unless it is a path */
-    bool is_external = false;      /* another service starts it */
+    std::string directory;         /* directory of the translator's files */
+    std::string program = "tayga"; /* a path, or a name to look for in PATH, /usr/sbin and /sbin */
+    bool is_external = false;      /* another service starts the translator */
 };
 
 class translator_t {
 public:
     explicit translator_t(translator_options_t options) : options_(std::move(options)) {}
 
-    /** Returns what is missing: the program, the TUN driver. */
+    /** Returns what is missing (the program or the TUN driver), or an empty text. */
     std::string check() const;
     /** Starts the translator unless it runs, waits up to `patience_ms` until it serves the device, and sets the device
-     * up. `is_new` says whether the device has lost its routes. Returns what went wrong. */
+     * up. `is_new` is set if the device did not exist, and so has lost its routes. Returns what went wrong, or an empty
+     * text. */
     std::string ensure(routes_t &routes, int patience_ms, bool &is_new);
-    /** Makes the device and becomes the translator; returns why that failed. */
+    /** Creates the device and replaces this process by the translator. Returns only if that failed, with the reason. */
     std::string become() const;
     /** Ends the translator, if it runs. */
     void end() const;

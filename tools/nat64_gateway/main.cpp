@@ -1,4 +1,7 @@
-/* nat64-gateway: a server of the NAT64 service whose configuration Linux carries out. */
+/* nat64-gateway: a NAT64 server whose configuration Linux carries out. It reads the options, claims the network
+ * namespace, starts the engine, loads the saved configuration, and serves clients until it is told to end. With
+ * --translator the process becomes the translator instead; with --remove it deletes everything that the gateway created
+ * in the kernel. */
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -33,7 +36,7 @@ int fail(const std::string &text) {
     return usage_status;
 }
 
-/** Returns the exit status to end with at once; -1: go on. */
+/** Returns the exit status with which to end at once, or -1 to go on. */
 int read_options(int argc, const char *const *argv, options_t &options) {
     command_spec_t root;
     root.name = "nat64-gateway";
@@ -58,7 +61,8 @@ int read_options(int argc, const char *const *argv, options_t &options) {
     return -1;
 }
 
-/** Held by the gateway that runs in this network namespace: names of abstract sockets are the namespace's. */
+/** Lock of the gateway that runs in this network namespace. It is an abstract socket, because a network namespace has
+ * its own names of abstract sockets. */
 class namespace_lock_t {
 public:
     namespace_lock_t() = default;
@@ -139,8 +143,8 @@ int run(const options_t &options) {
 
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); /* a file that may not grow is an error */
-    std::signal(SIGCHLD, SIG_IGN); /* the translator is nobody's to wait for */
+    std::signal(SIGXFSZ, SIG_IGN); /* a write beyond the file size limit fails instead of ending the process */
+    std::signal(SIGCHLD, SIG_IGN); /* no zombies: the process does not wait for the translator */
     options_t options;
     const int status = read_options(argc, argv, options);
     return status >= 0 ? status : run(options);
