@@ -16,7 +16,7 @@ namespace {
 std::string text_of(const uint8_t *address) {
     return address_text(AF_INET6, address);
 }
-/** Returns the address of an IPv4 address (host order) behind the translator's prefix. */
+/** Returns the text of the IPv6 address that embeds an IPv4 address (host order) in the translator's prefix. */
 std::string translated(uint32_t ipv4) {
     uint8_t address[sizeof(in6_addr)];
     const uint32_t word = htonl(ipv4);

@@ -2,9 +2,9 @@
  * The plan of a configuration: what the kernel must do for it, as plain values. These are nftables objects, chains and
  * map elements as text, the IPv4 networks routed to the translator, and settings of the network namespace.
  *
- * Translation takes two steps. The translator rewrites headers between IPv6 and IPv4 for every address behind its own
+ * Translation takes two steps. The translator rewrites headers between IPv6 and IPv4 for every address in its own
  * prefix and keeps no state. In front of it IPv6 connection tracking changes addresses and ports: it maps the
- * configured prefixes to the translator's, and sources to addresses behind the translator's prefix. So one conntrack
+ * configured prefixes to the translator's, and sources to addresses in the translator's prefix. So one conntrack
  * entry holds a whole session, and a configuration change does not affect the translator.
  */
 #ifndef GATEWAY_PLAN_H

@@ -1,5 +1,6 @@
-/* Reads sessions from connection tracking. An entry has the addresses of both directions before and after translation;
- * both sides behind the translator's prefix tell which side opened the session, and give the IPv4 addresses. */
+/* Reads sessions from connection tracking. An entry has the addresses of both directions, before and after translation.
+ * The direction with both addresses in the translator's prefix tells which side opened the session, and gives the IPv4
+ * addresses. */
 #include "gateway/sessions.h"
 
 #include <arpa/inet.h>
@@ -38,7 +39,7 @@ fwx_nat64_addr_t ipv6(const uint8_t *address) {
     std::copy_n(address, sizeof record.addr, record.addr);
     return record;
 }
-/** Returns the IPv4 address in an address behind the translator's prefix. */
+/** Returns the IPv4 address that an address in the translator's prefix embeds. */
 fwx_nat64_addr_t ipv4(const uint8_t *address) {
     fwx_nat64_addr_t record{};
     std::copy_n(address + translator_prefix.size(), sizeof(uint32_t), record.addr);

@@ -3,7 +3,7 @@
  * the gateway. A restarted gateway finds it by its device and by a file with its process id, after checking the
  * process.
  *
- * To use another translator, implement this class for it. It must serve `translator_device` and map addresses behind
+ * To use another translator, implement this class for it. It must serve `translator_device` and map addresses in
  * `translator_prefix` to IPv4 and back.
  */
 #ifndef GATEWAY_TRANSLATOR_H

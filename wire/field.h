@@ -41,7 +41,7 @@ constexpr wire_selector_t wire_cfg_selector(uint32_t op_code) {
     return {offsetof(fwx_nat64_cfg_msg_t, op_code), static_cast<int32_t>(op_code)};
 }
 
-/** Records that are repeated behind the fixed part of a reply. */
+/** The records after the fixed part of a reply: their name, size and fields, and where their number is. */
 struct wire_entry_t {
     const char *name;
     size_t offset;

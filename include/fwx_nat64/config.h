@@ -72,7 +72,7 @@ extern "C" {
 #define FWX_NAT64_LOGGING_TEMPLATE_BIB 10u    /**< bindings */
 #define FWX_NAT64_LOGGING_TEMPLATE_PORTS 16u  /**< port blocks */
 
-/* Op codes: they tell which configuration command a message carries. 10, 18 and 30 are unused. */
+/* Op codes of the configuration commands. 10, 18 and 30 are unused. */
 #define FWX_NAT64_CFG_INTF_SET 1u           /**< interface */
 #define FWX_NAT64_CFG_NVI_INTF_ENABLE 2u    /**< NVI interface */
 #define FWX_NAT64_CFG_GLB_PREFIX 3u         /**< global prefix of kind 1, 3 or 4 */

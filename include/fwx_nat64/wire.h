@@ -220,7 +220,7 @@ typedef struct {
     uint32_t sel;            /**< which statistics; defined by the server */
     uint32_t one;            /**< 1 */
     uint32_t zero;           /**< 0 */
-    uint32_t count;          /**< largest number of entries asked for */
+    uint32_t count;          /**< largest number of entries to answer with */
     uint32_t arg;            /**< defined by the server */
     uint8_t reserved52[4];   /**< reserved */
     uint64_t cookie;         /**< where to continue, 0 for the start */
@@ -241,7 +241,7 @@ typedef struct {
     uint32_t sel;            /**< which statistics; defined by the server */
     uint32_t one;            /**< 1 */
     uint8_t reserved40[8];   /**< reserved */
-    uint32_t count;          /**< largest number of entries asked for */
+    uint32_t count;          /**< largest number of entries to answer with */
     uint8_t reserved52[4];   /**< reserved */
 } fwx_nat64_stats_limit_msg_t;
 FWX_NAT64_WIRE_SIZE(fwx_nat64_stats_limit_msg_t, 56);
@@ -494,8 +494,7 @@ FWX_NAT64_WIRE_AT(fwx_nat64_stats_counts_t, commands, 0);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_counts_t, clients, 40);
 FWX_NAT64_WIRE_AT(fwx_nat64_stats_counts_t, turned_away, 64);
 
-/** Tells a client whether the server is still the same run, and whether another client has changed its configuration.
- */
+/** Lets a client detect a restart of the server, and changes that another client has made to its configuration. */
 typedef struct {
     uint64_t boot_id;       /**< random id of this run of the server, from its creation to its end; never 0 */
     uint64_t changes;       /**< changes of the configuration since the server was created */

@@ -1,4 +1,4 @@
-/* The words of the document templates: a template has WIRE_ words, each of which is replaced by its value. */
+/* The WIRE_ words of the document templates, and their values. Printing a template replaces every word by its value. */
 #ifndef WIRE_DOCUMENTS_WORDS_H
 #define WIRE_DOCUMENTS_WORDS_H
 
