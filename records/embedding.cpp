@@ -7,9 +7,9 @@ namespace {
 
 constexpr uint32_t ipv4_size = 4;
 constexpr uint32_t ipv6_size = 16;
-constexpr uint32_t reserved = 8; /* the byte of bits 64 to 71, which an address that meets it goes around */
+constexpr uint32_t reserved = 8; /* byte with the bits 64 to 71; the IPv4 address skips it */
 
-/** Where byte `i` of the IPv4 address stands. */
+/** Index in the IPv6 address of byte `i` of the IPv4 address. */
 uint32_t place_of(uint8_t length, uint32_t i) {
     const uint32_t place = length / 8U + i;
     return length <= 8 * reserved && place >= reserved ? place + 1 : place;

@@ -1,3 +1,8 @@
+/*
+ * The rows of the table of families. Each family has its verbs, its fields, the payloads in which a server stores its
+ * commands, and its place in documents. Assertions at the end check what other code relies on: ranks and kinds are
+ * unique, keys come first.
+ */
 #include "records/families.h"
 
 #include <netinet/in.h>
@@ -94,7 +99,7 @@ uint32_t send_replication(uint32_t op, const fwx_nat64_replication_t *record, vo
     return fwx_nat64_replication_set_a(op, &replication, pal_ctx);
 }
 
-/* --- What is translated --- */
+/* --- Interfaces, prefixes, mappings, pools, logging --- */
 
 constexpr fwx_nat64_intf_info_t interface_initial = {0, 1, 0, {}, 0, {}, 0, {}, 0, 0}; /* enabled */
 constexpr record_field_t interface_fields[] = {
@@ -291,7 +296,7 @@ constexpr record_payload_t dmr_payloads[] = {
 
 /* --- The table --- */
 
-/** Calls a setter with a record whose type it does not show. */
+/** Adapts a setter of the library to record_send_fn_t, which takes records of any type. */
 template <auto setter>
 struct sender_t;
 template <typename type_t, uint32_t (*setter)(uint32_t op, const type_t *record, void *pal_ctx)>
@@ -301,7 +306,7 @@ struct sender_t<setter> {
         return setter(op, static_cast<const record_t *>(record), pal_ctx);
     }
 };
-/** A setter of one operation. */
+/** The same for a setter without an operation. */
 template <typename type_t, uint32_t (*setter)(const type_t *record, void *pal_ctx)>
 struct sender_t<setter> {
     using record_t = type_t;

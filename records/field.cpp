@@ -1,3 +1,7 @@
+/*
+ * Parses, formats and compares the values of fields, by their kinds. Error messages quote the option and say which
+ * values it takes.
+ */
 #include "records/field.h"
 
 #include <netinet/in.h>
@@ -149,7 +153,7 @@ std::string read_prefix(const record_field_t &field, std::string_view text, void
         return record_field_error(field.option, text,
                                   "a prefix with no bits set behind its first " + std::to_string(length));
     }
-    std::memcpy(at(record, field.offset), bytes, field.width); /* all of it that a message carries */
+    std::memcpy(at(record, field.offset), bytes, field.width); /* a message carries no more of the prefix */
     *at(record, field.length_offset) = static_cast<uint8_t>(length);
     return {};
 }

@@ -1,6 +1,6 @@
 /*
- * Fields of records: how each is called, where it is, what it takes. Its option, the JSON that names it and the help
- * that explains it all come from here.
+ * Fields of records: name, offset, type and allowed values. The options of natctl, the names in JSON and the help texts
+ * are all made from these descriptions. The functions below read, write and compare the value of one field.
  */
 #ifndef RECORDS_FIELD_H
 #define RECORDS_FIELD_H
@@ -15,11 +15,11 @@
 
 enum class record_kind_t : uint8_t {
     number,      /* 1, 2, 4 or 8 bytes */
-    numbers,     /* 16-bit numbers, between commas */
+    numbers,     /* 16-bit numbers, separated by commas */
     address,     /* a fwx_nat64_addr_t */
-    ipv4,        /* a fwx_nat64_addr_t that takes IPv4 alone */
-    ipv4_prefix, /* its first bytes, most significant first; the length stands elsewhere */
-    ipv6_prefix, /* the same */
+    ipv4,        /* a fwx_nat64_addr_t that takes IPv4 only */
+    ipv4_prefix, /* the first bytes in network byte order; the length is at `length_offset` */
+    ipv6_prefix, /* likewise */
     bytes,       /* as hexadecimal digits */
 };
 
@@ -33,28 +33,28 @@ constexpr uint8_t record_not_on_delete = record_on_any & ~record_on(FWX_NAT64_OP
 constexpr uint16_t record_nowhere = UINT16_MAX;
 
 struct record_field_t {
-    std::string_view option; /* `--id`; without dashes it is an argument that stands alone */
-    std::string_view also;   /* another option for it, or empty */
+    std::string_view option; /* `--id`; without dashes: a positional argument */
+    std::string_view also;   /* an alias of the option, or empty */
     const char *name;        /* in JSON: the words of the option */
-    const char *member;      /* in C and Python, and once in JSON; as `name` unless the row says otherwise */
+    const char *member;      /* in C and Python, and formerly in JSON; the same as `name` by default */
     const char *meaning;     /* for help */
-    uint64_t min;            /* of a number, of each of several */
-    uint64_t max;            /* the same; bits of a prefix */
+    uint64_t min;            /* of a number, or of each number of several */
+    uint64_t max;            /* likewise; of a prefix: its greatest length in bits */
     uint16_t offset;         /* in the record */
     uint16_t width;          /* bytes */
     uint16_t length_offset;  /* of the byte with a prefix's length */
-    uint16_t valid_offset;   /* of the 32-bit flag that says that the field is given, or record_nowhere */
-    uint16_t time_unit_ms;   /* what a number counts that is also written as `5m` or `2h4m`; 0: it is no time */
+    uint16_t valid_offset;   /* of the 32-bit flag that the field is set, or record_nowhere */
+    uint16_t time_unit_ms;   /* unit of a number that may also be written as `5m` or `2h4m`; 0: not a time */
     record_kind_t kind;
     uint8_t taken_on;          /* operations that take the field */
     uint8_t required_on;       /* operations that need it */
-    bool is_key;               /* names the item, with the other fields that do */
-    bool is_fixed;             /* a modification leaves it as it is: the item must be deleted and added again */
-    bool is_spelling;          /* reads what other fields say, in another way, and is not written */
-    bool embeds_ipv4;          /* a prefix behind which IPv4 addresses stand */
-    const wire_names_t *names; /* of values; null: none have names */
+    bool is_key;               /* identifies the item, together with the other keys */
+    bool is_fixed;             /* a modify cannot change it: the item must be deleted and added again */
+    bool is_spelling;          /* another notation of other fields; written only where they cannot express the value */
+    bool embeds_ipv4;          /* a prefix in which IPv4 addresses are embedded */
+    const wire_names_t *names; /* of values, or null */
 
-    /* In front of its callers, because clang 14 cannot evaluate a template that is defined behind them. */
+    /* Defined before its callers, because clang 14 cannot evaluate a template that is defined after them. */
     template <typename type_t, typename value_t>
     constexpr record_field_t with(type_t record_field_t::*of, value_t value) const {
         record_field_t field = *this;
@@ -62,7 +62,7 @@ struct record_field_t {
         return field;
     }
 
-    /* A row of a table says with these what is unusual about its field. */
+    /* Modifiers with which a row of a table departs from the defaults of record_field. */
     constexpr record_field_t from(uint64_t least) const { return with(&record_field_t::min, least); }
     constexpr record_field_t within(uint64_t least, uint64_t greatest) const {
         return from(least).with(&record_field_t::max, greatest);
@@ -117,35 +117,35 @@ constexpr record_field_t record_field(std::string_view option, const char *name,
             nullptr};
 }
 
-/** A field that is the member of a struct. */
+/** Describes a field that is a member of a struct. */
 #define RECORD_FIELD(option, name, kind, struct_, member, meaning) \
     record_field(option, name, record_kind_t::kind, offsetof(struct_, member), sizeof(struct_::member), meaning)
-/** A field that is a fwx_nat64_prefix_t within a struct. */
+/** Describes a field that is a member of type fwx_nat64_prefix_t. */
 #define RECORD_PREFIX_FIELD(option, name, struct_, member, meaning)          \
     RECORD_FIELD(option, name, ipv6_prefix, struct_, member.prefix, meaning) \
         .length_at(offsetof(struct_, member.prefix_len))
 
-/** Whether two fields write the same bytes, so that one command cannot have both. */
+/** True if two fields share bytes of the record. A command can have only one of them. */
 constexpr bool record_fields_overlap(const record_field_t &a, const record_field_t &b) {
     return a.offset < b.offset + b.width && b.offset < a.offset + a.width;
 }
 
 /**
- * Reads a field's text into its record and sets its flag if it has one.
- * @return an empty text, or what is wrong: `--type 9: must be 1 to 7`; the record is then of no use.
+ * Parses the text of a field into a record, and sets the field's flag if it has one.
+ * @return an empty text, or an error such as `--type 9: must be 1 to 7`. After an error the record is undefined.
  */
 std::string record_field_read(const record_field_t &field, std::string_view text, void *record);
-/** The text that record_field_read reads the field from. */
+/** Formats the field of a record as record_field_read parses it. */
 std::string record_field_text(const record_field_t &field, const void *record);
-/** Appends the same to a text. */
+/** Appends the same to `out`. */
 void record_field_append(const record_field_t &field, const void *record, std::string &out);
-/** Orders two records by the field, as people order its values: less than 0, 0 or more than 0 as memcmp. */
+/** Compares a field of two records by value. The result is less than, equal to or more than 0, as with memcmp. */
 int record_field_compare(const record_field_t &field, const void *a, const void *b);
-/** Whether the record has the field: one with a flag may lack it. */
+/** True if the field is set. Only a field with a flag can be unset. */
 bool record_field_is_given(const record_field_t &field, const void *record);
-/** What the field takes, as help shows it: `1 to 7`, or `1 to 7, or udp, tcp-est`. */
+/** The allowed values, as help shows them: `1 to 7`, or `1 to 7, or udp, tcp-est`. */
 std::string record_field_form(const record_field_t &field);
-/** Says that a value of an option is wrong. */
+/** The error for a wrong value of an option. */
 std::string record_field_error(std::string_view option, std::string_view value, const std::string &allowed);
 
 #endif

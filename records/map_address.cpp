@@ -1,3 +1,8 @@
+/*
+ * The arithmetic of basic mapping rules. An address is handled as a string of bits, bit 0 being the most significant
+ * one. `shape_t` has the parameters of a rule once they are known to be consistent; everything else is computed from
+ * it.
+ */
 #include "records/map_address.h"
 
 #include <algorithm>
@@ -11,7 +16,7 @@ constexpr uint32_t ipv4_len = 32;
 constexpr uint32_t port_len = 16;
 constexpr uint32_t ea_len_max = 48;
 constexpr uint32_t psid_offset_max = 15;
-constexpr uint32_t identifier_ipv4 = 80; /* behind the identifier's 16 zeros */
+constexpr uint32_t identifier_ipv4 = 80; /* the interface identifier starts at bit 64 with 16 zeros */
 constexpr uint32_t identifier_psid = 112;
 
 /** A number with `count` ones, at most 63. */
@@ -36,13 +41,13 @@ void put_bits(uint8_t *bytes, uint32_t at, uint32_t count, uint64_t value) {
     }
 }
 
-/** The parameters of a rule, once they agree. */
+/** The checked parameters of a rule. */
 struct shape_t {
     uint32_t ea_len;
     uint32_t suffix_len; /* bits of an IPv4 address behind the rule's prefix */
     uint32_t psid_offset;
     uint32_t psid_len;
-    uint32_t psid; /* of a rule whose EA bits hold none */
+    uint32_t psid; /* if the EA bits hold none */
 
     uint32_t ea_suffix_len() const { return std::min(ea_len, suffix_len); }
     uint32_t ea_psid_len() const { return ea_len - ea_suffix_len(); }
@@ -61,7 +66,7 @@ map_fault_t read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
                      " with an IPv4 prefix of " + std::to_string(rule.v4_prefix_len) + " bits");
     }
     if (out.psid_offset > psid_offset_max) return above("psid_offset", out.psid_offset, psid_offset_max, "");
-    /* A PSID of its own goes with a whole address (RFC 7598): EA bits that hold the suffix and nothing else. */
+    /* A rule may have an explicit PSID if its EA bits hold exactly the suffix, a whole IPv4 address (RFC 7598). */
     if (out.ea_len != out.suffix_len) {
         out.psid_len = out.ea_psid_len();
         const bool agrees = given_len == 0 || given_len == out.psid_len;
@@ -81,7 +86,7 @@ map_fault_t read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
     return {};
 }
 
-/** The same, with the fault as a text. */
+/** The same, with the fault as an error text. */
 std::string read_text(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
     const map_fault_t fault = read_shape(rule, out);
     return fault.field == nullptr ? "" : record_field_error(fault.field, std::to_string(fault.value), fault.allowed);
@@ -101,7 +106,7 @@ std::string read_psid(const shape_t &shape, std::optional<uint16_t> port, uint16
     return is_rules ? "" : record_field_error("port", std::to_string(*port), "of PSID " + std::to_string(shape.psid));
 }
 
-/** Makes the MAP address of what else is known. EA bits that reach the interface identifier replace its first ones. */
+/** Writes the MAP address. EA bits that reach into the interface identifier overwrite the first bits of it. */
 void complete(const fwx_nat64_mapt_bmr_t &rule, const shape_t &shape, map_address_t &out) {
     out.psid_offset = static_cast<uint8_t>(shape.psid_offset);
     out.psid_len = static_cast<uint8_t>(shape.psid_len);
@@ -145,7 +150,7 @@ std::string map_from_ipv6(const fwx_nat64_mapt_bmr_t &rule, const uint8_t ipv6[1
     std::string error = read_text(rule, shape);
     if (!error.empty()) return error;
     out.ea_bits = bits_at(ipv6, rule.v6_prefix_len, shape.ea_len);
-    const uint32_t rest_len = shape.suffix_len - shape.ea_suffix_len(); /* what the EA bits leave open */
+    const uint32_t rest_len = shape.suffix_len - shape.ea_suffix_len(); /* bits of the suffix not in the EA bits */
     const uint64_t suffix = out.ea_bits >> shape.ea_psid_len() << rest_len;
     const bool is_embedded = shape.ea_psid_len() > 0;
     out.psid = static_cast<uint16_t>(is_embedded ? out.ea_bits & ones(shape.ea_psid_len()) : shape.psid);
@@ -165,7 +170,7 @@ std::vector<port_range_t> map_port_set(const map_address_t &address) {
     std::vector<port_range_t> ranges;
     if (address.psid_len == 0) return ranges;
     const uint32_t low_len = port_len - address.psid_offset - address.psid_len;
-    /* Ports that begin with zeros in front of the PSID are the well-known ones and nobody's. */
+    /* Ports whose bits in front of the PSID are all zero are the well-known ports. They belong to no PSID. */
     for (uint32_t high = address.psid_offset == 0 ? 0 : 1; high < 1U << address.psid_offset; ++high) {
         const auto first = static_cast<uint16_t>((high << address.psid_len | address.psid) << low_len);
         ranges.push_back({first, static_cast<uint16_t>(first + ones(low_len))});

@@ -7,7 +7,8 @@ namespace {
 
 constexpr size_t longest_quote = 60;
 
-/** How many characters must come, go, change or trade places with the next to make one word of the other. */
+/** The Damerau-Levenshtein distance in its restricted form: insertions, deletions, substitutions, and swaps of two
+ * adjacent characters. */
 size_t distance(std::string_view from, std::string_view to) {
     std::vector<size_t> before_last(to.size() + 1);
     std::vector<size_t> last(to.size() + 1);
@@ -26,7 +27,8 @@ size_t distance(std::string_view from, std::string_view to) {
     return row.back();
 }
 
-/** The first of the words that differ least, one as long if there is any; or an empty one when all differ much. */
+/** The known word with the smallest distance, or an empty one if all are too different. Of words with the same distance
+ * it prefers one of the same length, then the first. */
 std::string_view nearest(std::string_view word, const std::vector<std::string_view> &known) {
     std::string_view found;
     if (word.size() > longest_quote) return found;

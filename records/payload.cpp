@@ -1,3 +1,4 @@
+/* Converters for the payloads that do not contain their record unchanged. `_out` reads a payload, `_in` writes one. */
 #include "records/payload.h"
 
 #include <arpa/inet.h>
@@ -52,7 +53,7 @@ void nvi_in(const uint8_t *record, uint8_t *bytes) {
     std::memcpy(bytes, &payload, sizeof payload);
 }
 
-/* An add says its second part twice, a modify has none. */
+/* An add has its second part twice, a modify has none. */
 void dmapping_out(const uint8_t *bytes, uint8_t *record) {
     std::memcpy(record, bytes, sizeof(fwx_nat64_dmapping_t));
 }

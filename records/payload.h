@@ -1,6 +1,7 @@
 /*
- * How a server keeps a configuration command: the payload of a message, by its op code, and the record that says the
- * same. Most payloads hold the record as it is, and a family says so with record_copied; the others have converters.
+ * Conversion between the payload of a configuration message, which is what a server stores, and the record of the same
+ * command. Each record_payload_t converts the payloads of one op code. Most payloads contain the record unchanged, and
+ * record_copied describes them. The others have converters in payload.cpp.
  */
 #ifndef RECORDS_PAYLOAD_H
 #define RECORDS_PAYLOAD_H
@@ -13,22 +14,22 @@
 
 #include "fwx_nat64/fwx_nat64.h"
 
-/* What stands for commands of MAP-T rules among the op codes, since rules have messages of their own: a command's
- * payload is a kept_rule_t or fwx_nat64_mapt_dmr_t. The index under which a rule is deleted does not matter, nor do its
- * prefixes. */
+/* Op codes of our own for stored MAP-T rules, because rules have messages without a configuration op code. The payload
+ * is a kept_rule_t or a fwx_nat64_mapt_dmr_t. A stored delete does not use the index and the prefixes of a basic rule.
+ */
 constexpr uint32_t record_kept_basic_rule = 0x10000;
 constexpr uint32_t record_kept_default_rule = 0x10001;
 constexpr uint32_t record_kept_basic_rule_del = 0x10002;
 constexpr uint32_t record_kept_default_rule_mod = 0x10003;
 constexpr uint32_t record_kept_default_rule_del = 0x10004;
 
-/** A basic rule as it is kept. Clients know an installed rule by the index. */
+/** A stored basic rule. Clients identify an installed rule by the index. */
 struct kept_rule_t {
     uint32_t index;
     fwx_nat64_mapt_bmr_t rule;
 };
 
-/** A 32-bit word at an offset that tells apart what is otherwise alike. */
+/** A 32-bit word at an offset in a payload or record. It distinguishes two rows that are otherwise equal. */
 struct record_word_t {
     static constexpr size_t none = SIZE_MAX;
     size_t at = none;
@@ -44,15 +45,16 @@ struct record_word_t {
     }
 };
 
-/** A modify that travels as an add is read as that: the row of the add comes first. */
+/** How to convert one payload. If a modify has the payload of an add, a stored payload is read as an add, because the
+ * add's row comes first. */
 struct record_payload_t {
     uint32_t op_code; /* FWX_NAT64_CFG_ or record_kept_ */
     uint32_t op;      /* FWX_NAT64_OP_ */
     size_t size;
     void (*to_record)(const uint8_t *payload, uint8_t *record);
-    void (*to_payload)(const uint8_t *record, uint8_t *payload); /* which is zeros, and gets `word` besides */
-    record_word_t word{};                                        /* that such a payload has */
-    record_word_t record_word{}; /* that the record of such a command has; rows with one come first */
+    void (*to_payload)(const uint8_t *record, uint8_t *payload); /* into zeros; the caller then writes `word` */
+    record_word_t word{};                                        /* in every payload of this row */
+    record_word_t record_word{}; /* in every record of this row; such rows come before those without one */
 
     constexpr record_payload_t with(size_t at, uint32_t value) const {
         record_payload_t row = *this;
@@ -66,7 +68,7 @@ struct record_payload_t {
     }
 };
 
-/** The rule that a command names; its prefixes have their first byte first. */
+/** The rule in an add command. The message has prefixes with the last byte first, the rule in network byte order. */
 inline fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command) {
     fwx_nat64_mapt_bmr_t rule{};
     rule.rule_id = command.rule_id;
@@ -78,7 +80,7 @@ inline fwx_nat64_mapt_bmr_t rule_of(const fwx_nat64_bmr_msg_t &command) {
     std::copy(std::begin(command.rule_params), std::end(command.rule_params), rule.rule_params);
     return rule;
 }
-/** The command that adds a rule. */
+/** The message that adds a rule. */
 inline fwx_nat64_bmr_msg_t command_of(const fwx_nat64_mapt_bmr_t &rule) {
     fwx_nat64_bmr_msg_t command{};
     command.rule_type = FWX_NAT64_MAPT_RULE_BMR;
@@ -93,10 +95,11 @@ inline fwx_nat64_bmr_msg_t command_of(const fwx_nat64_mapt_bmr_t &rule) {
     return command;
 }
 
-/** Swaps an IPv4 address record between host order, as records have it, and network order, as payloads do. */
+/** Converts an address record, if it is IPv4, between host order (in records) and network order (in payloads). */
 void record_swap_address(uint8_t *address);
 
-/** A payload that holds the record as it is, from `at` on, but for address records at offsets of the record. */
+/** A payload that contains the record unchanged at offset `at`, apart from the byte order of the address records at the
+ * offsets `addresses` of the record. */
 template <typename payload_t, typename record_t = payload_t, size_t at = 0, size_t... addresses>
 constexpr record_payload_t record_copied(uint32_t op_code, uint32_t op) {
     return {op_code, op, sizeof(payload_t),
@@ -110,7 +113,7 @@ constexpr record_payload_t record_copied(uint32_t op_code, uint32_t op) {
             }};
 }
 
-/** A delete that says the identifier alone, which is the first word of the record. */
+/** A delete whose payload has the identifier only, which is the first word of the record. */
 constexpr record_payload_t record_deleted_by_id(uint32_t op_code) {
     return record_copied<fwx_nat64_delete_payload_t, uint32_t>(op_code, FWX_NAT64_OP_DEL)
         .with(offsetof(fwx_nat64_delete_payload_t, one), 1);

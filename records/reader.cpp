@@ -1,3 +1,7 @@
+/*
+ * Parses in two passes: the first assigns the words or members to the fields of the family, the second reads each value
+ * into the record. Errors that the grammar of natctl reports too have the same texts.
+ */
 #include "records/reader.h"
 
 #include <algorithm>
@@ -8,7 +12,7 @@
 
 namespace {
 
-/** The family whose words come first, and how many they are; null: none. */
+/** The family that the first words name, and how many words that takes; null if they name none. */
 const record_family_t *find_family(const std::vector<std::string_view> &words, size_t *word_count) {
     size_t count = 0;
     const record_family_t *families = record_families(&count);
@@ -21,7 +25,7 @@ const record_family_t *find_family(const std::vector<std::string_view> &words, s
     return nullptr;
 }
 
-/** Help, and the marks that end the options of a command. */
+/** True for --help, and for the marks that end the options of a command. */
 bool is_for_a_grammar(std::string_view word) {
     const bool may_be = !word.empty() && (word.front() == '-' || word.front() == '+');
     if (!may_be) return false;
@@ -97,7 +101,7 @@ record_reader_t::result_t record_reader_t::read_fields() {
     for (size_t i = 0; i < family_->field_count; ++i) {
         if (given_[i].times != 0) read_field(i);
     }
-    if (extra_ != nullptr) { /* which may be an option that is missing, misspelt */
+    if (extra_ != nullptr) { /* maybe a misspelt option, so do not report required options as missing */
         errors_.push_back({quoted_word(*extra_), misplaced_text()});
         return result_t::refused;
     }
@@ -141,7 +145,7 @@ bool record_reader_t::is_noted(const record_field_t &field) const {
                        [&](const record_error_t &error) { return error.field == label(field); });
 }
 
-/** Index of the field with that option or name among those that the verb takes, or their number. */
+/** Index of the field with that option or name, or the number of fields if the verb takes no such field. */
 size_t record_reader_t::find_field(std::string_view word) const {
     for (size_t i = 0; i < family_->field_count; ++i) {
         const record_field_t &field = family_->fields[i];
@@ -160,7 +164,7 @@ std::string record_reader_t::verbs_text() const {
     return text;
 }
 
-/** What to say of the word that has no place. */
+/** The error for the unexpected word. */
 std::string record_reader_t::misplaced_text() const {
     std::vector<std::string_view> known;
     if (verb_ == nullptr) {

@@ -1,5 +1,7 @@
-/* Reads the words of a line, or the members of an object, into a record. They come by the million: nothing is allocated
- * for a good one. */
+/*
+ * Parses one configuration command into a record: the words of a line, or the members of a JSON object. The families'
+ * table is the grammar. Batches have millions of commands, so parsing a correct one allocates nothing.
+ */
 #ifndef RECORDS_READER_H
 #define RECORDS_READER_H
 
@@ -9,13 +11,13 @@
 
 #include "records/family.h"
 
-/** What is wrong with a command. */
+/** An error in a command. */
 struct record_error_t {
-    std::string field; /* its option, or its name where members are read; empty when it is none's */
-    std::string text;  /* begins with it */
+    std::string field; /* option or, for members, name of the field; empty if the error concerns no field */
+    std::string text;  /* begins with `field` */
 };
 
-/** `"id": 1`, the value as an option has it. */
+/** A member of a JSON object, such as `"id": 1`, with the value as an option takes it. */
 struct record_member_t {
     std::string_view name;
     std::string_view value;
@@ -25,26 +27,27 @@ class record_reader_t {
 public:
     enum class result_t : uint8_t {
         record,  /* family, verb and record hold the command */
-        refused, /* it is wrong, and `errors` says how */
-        other,   /* it belongs to no family, or asks for help, or needs a grammar of options that end */
+        refused, /* the command has errors, see `errors` */
+        other,   /* not a command of a family, or it has --help or `--`, which only natctl's own parser understands */
     };
 
-    /** @param other_verb a verb of every family that a grammar knows, or empty; what it views must live as long. */
+    /** @param other_verb a verb that the caller adds to every family, or empty. The viewed text must outlive the
+     * reader. */
     explicit record_reader_t(std::string_view other_verb = {}) : other_verb_(other_verb) {}
 
-    /** Reads `pool add --id 1 ...`: options in any order, their values behind them or after `=`. */
+    /** Parses `pool add --id 1 ...`. Options come in any order, as `--id 1` or `--id=1`. */
     result_t read(const std::vector<std::string_view> &words);
-    /** Reads the fields of a command by their names; its result is never `other`. */
+    /** Parses the fields of a command by their names in JSON. The result is never `other`. */
     result_t read(const record_family_t &family, const record_verb_t &verb,
                   const std::vector<record_member_t> &members);
 
     const record_family_t &family() const { return *family_; }
     const record_verb_t &verb() const { return *verb_; }
     const record_buffer_t &record() const { return record_; }
-    /** All that is wrong with the fields, and the first thing that is wrong with anything else. */
+    /** The errors of all fields, and the first error that concerns no field. */
     const std::vector<record_error_t> &errors() const { return errors_; }
     const std::string &error() const { return errors_.front().text; }
-    /** `pool add`, as far as it was recognised. */
+    /** The words of the command that were recognised, such as `pool add`. */
     std::string command() const { return record_command_text(*family_, verb_); }
 
 private:
@@ -70,7 +73,7 @@ private:
     const record_verb_t *verb_ = nullptr;
     record_buffer_t record_{};
     given_t given_[record_max_fields];        /* by field */
-    const std::string_view *extra_ = nullptr; /* the first word that has no place */
+    const std::string_view *extra_ = nullptr; /* the first unexpected word */
     bool is_by_name_ = false;
     std::vector<record_error_t> errors_;
 };

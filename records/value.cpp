@@ -12,8 +12,8 @@ namespace {
 constexpr uint32_t family_ipv6 = 1;
 constexpr size_t word_count = sizeof(in6_addr) / sizeof(uint16_t);
 
-/* Listings and journals write addresses by the million, and the C library prints every part of one by a format. Parts
- * are written as four characters, whatever they are, and the next part stands where they end. */
+/* Listings and journals format addresses by the million, so they are formatted here and not by the C library, which is
+ * slower. Each part is written as four characters without a branch, and the next part overwrites the surplus ones. */
 
 struct part_t {
     char text[3];
@@ -44,7 +44,7 @@ char *write_ipv4(const uint8_t *bytes, char *out) {
     return out;
 }
 
-/** Without zeros in front. */
+/** Writes a 16-bit word in hexadecimal, without leading zeros. */
 char *write_word(uint32_t word, char *out) {
     uint32_t digits = word < 0x10 ? 1 : word < 0x100 ? 2 : word < 0x1000 ? 3 : 4;
     word <<= 4 * (4 - digits);

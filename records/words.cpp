@@ -26,7 +26,7 @@ char line_words_t::split(std::string_view line) {
 }
 
 char line_words_t::split_quoted(std::string_view line) {
-    text_.resize(line.size()); /* words are no longer than what they were read from: they never move */
+    text_.resize(line.size()); /* large enough for all words, so text_ does not move */
     char *word = text_.data();
     char *end = word;
     bool is_in_word = false;

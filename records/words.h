@@ -1,4 +1,4 @@
-/* The words of a line. */
+/* Splits a line into words, as a shell does with quotes and comments. */
 #ifndef RECORDS_WORDS_H
 #define RECORDS_WORDS_H
 
@@ -6,12 +6,13 @@
 #include <string_view>
 #include <vector>
 
-/** Keeps the words of one line until the next; made once and used for many lines, it stops allocating. */
+/** Has the words of one line until the next split. Use one object for many lines: it then soon stops allocating. */
 class line_words_t {
 public:
     /**
-     * Takes a line apart: words are separated by blanks, quoted with ' or " where they hold any, and end at a `#` that
-     * begins a word. Returns 0, or the quote that has no end.
+     * Splits a line. Blanks separate words; a word with blanks is quoted with ' or ". A word that begins with `#`
+     * starts a comment, which extends to the end of the line.
+     * @return 0, or the quote character that is not closed.
      */
     char split(std::string_view line);
     const std::vector<std::string_view> &words() const { return words_; }
@@ -19,7 +20,7 @@ public:
 private:
     char split_quoted(std::string_view line);
 
-    std::string text_; /* the words behind each other, without their quotes */
+    std::string text_; /* the words without quotes; words_ points into it */
     std::vector<std::string_view> words_;
 };
 
