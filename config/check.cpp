@@ -1,3 +1,7 @@
+/*
+ * The checks of a settled document. Each check walks the items of one family, which are sorted by key. Checks for
+ * overlaps and shared prefixes sort a copy first, so that a million rules take one pass.
+ */
 #include "config/check.h"
 
 #include <algorithm>
@@ -10,7 +14,7 @@
 
 namespace {
 
-/** A field of a record by its name, which is there. */
+/** Requires: the family has a field of that name. */
 const record_field_t &field_of(const record_family_t &family, std::string_view name) {
     return *std::find_if(family.fields, family.fields + family.field_count,
                          [name](const record_field_t &field) { return field.name == name; });
@@ -19,7 +23,7 @@ const record_field_t &field_of(const record_family_t &family, std::string_view n
 constexpr uint32_t loopback_net = 127;
 constexpr uint32_t first_multicast_net = 224;
 
-/** Whether all addresses from first to last, in host order, are such as a host can have. */
+/** True if a host can have each of the addresses from first to last, in host order. */
 bool are_unicast(uint32_t first, uint32_t last) {
     const uint32_t first_net = first >> 24;
     const uint32_t last_net = last >> 24;
@@ -32,10 +36,10 @@ struct span_t {
     config_item_t item;
 };
 
-/** A prefix of a rule with the rule's place in the document. */
+/** A prefix of a rule. */
 struct rule_prefix_t {
-    uint64_t bits; /* the most significant first */
-    uint32_t index;
+    uint64_t bits;
+    uint32_t index; /* of the rule in the document */
     uint8_t length;
 
     bool is_same_as(const rule_prefix_t &other) const { return bits == other.bits && length == other.length; }
@@ -53,7 +57,7 @@ public:
     void check_pools() {
         const record_family_t &pool = record_family_of(family_kind_t::pool);
         const record_family_t &range = record_family_of(family_kind_t::pool_range);
-        /* A pool whose line is wrong has its ranges all the same. */
+        /* A pool with an error is not in the document. Its ranges must not be reported as ranges without a pool. */
         const bool knows_all_pools = std::none_of(
             problems_.begin(), problems_.end(),
             [name = label_of(pool, notation_)](const problem_t &problem) { return problem.command == name; });
@@ -119,7 +123,7 @@ public:
             fwx_nat64_mapt_bmr_t rule;
             std::memcpy(&rule, item.record, sizeof rule);
             const map_fault_t fault = map_rule_fault(rule);
-            /* The value may be one that others of the rule's imply. */
+            /* Quotes the value of the fault: the record may have 0 where other parameters imply the value. */
             if (fault.field != nullptr) {
                 note(problem_t::kind_t::error, item, field_of(rules, fault.field), std::to_string(fault.value),
                      "must be " + fault.allowed);
@@ -141,7 +145,8 @@ private:
 
     uint32_t pool_id_at(size_t index) const { return pool_span_of(document_.item(index)).pool_id; }
 
-    /** Goes along the addresses with the span that reaches farthest, and the one of another pool that does. */
+    /** Visits the spans by their first addresses. Remembers the span with the greatest last address so far, and the one
+     * with the greatest last address of any other pool. */
     void check_overlaps(std::vector<span_t> spans) {
         std::sort(spans.begin(), spans.end(),
                   [](const span_t &a, const span_t &b) { return a.addresses.first < b.addresses.first; });

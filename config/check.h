@@ -1,4 +1,4 @@
-/* What is wrong with a configuration, as far as no server need be asked for it. */
+/* Checks of a whole configuration that need no server. */
 #ifndef CONFIG_CHECK_H
 #define CONFIG_CHECK_H
 
@@ -6,9 +6,10 @@
 #include "config/problem.h"
 
 /**
- * Adds to the problems of a settled document: ranges of no pool, ranges that end before they start, pools that overlap,
- * pools of addresses that no host can have, static mappings within IPv6, prefixes behind which no IPv4 address can be
- * embedded, logs that go nowhere, MAP-T rules whose parameters do not agree. Rules that share a prefix are a warning.
+ * Checks a settled document and appends what it finds to `problems`. Errors are ranges without a pool, ranges that end
+ * before they start, pools that overlap, pools with addresses that no host can have, static mappings from IPv6 to IPv6,
+ * prefixes in which no IPv4 address can be embedded, logging to 0.0.0.0, and MAP-T rules with contradictory parameters.
+ * Rules that share a prefix give a warning.
  */
 void check_document(const document_t &document, notation_t notation, problems_t &problems);
 

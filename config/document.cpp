@@ -1,3 +1,7 @@
+/*
+ * Settling sorts the entries by key, keeping the order of equal keys, and folds the entries of each key into one item.
+ * The same code applies commands, where later ones change the item, and lines, where a second one is an error.
+ */
 #include "config/document.h"
 
 #include <algorithm>
@@ -28,7 +32,7 @@ const record_family_t &item_family(const record_family_t &family) {
     return family.item == family_kind_t::other ? family : record_family_of(family.item);
 }
 
-/** A virtual interface as a server makes it that has no other: the interface by its handle, enabled. */
+/** The record of the interface that a server creates for a virtual interface: enabled, without prefixes and MTU. */
 record_buffer_t interface_of(const record_family_t &nvi, const void *record, const record_family_t &interface) {
     record_buffer_t made;
     record_init(interface, made);
@@ -46,7 +50,7 @@ bool is_absent(const record_family_t &family, const record_buffer_t &record) {
 
 }  // namespace
 
-/** Makes an item of the commands that have its key. */
+/** Computes the item from the commands or lines with its key. */
 class document_t::fold_t {
 public:
     fold_t(const record_family_t &family, const reading_t *reading) : family_(family), reading_(reading) {}
@@ -64,7 +68,7 @@ public:
         line_ = entry.line;
     }
 
-    /** Whether there is an item in the end. */
+    /** To be called after the last command. False if there is no item. */
     bool end() {
         if (!exists_ || is_nvi_ || !is_absent(family_, record_)) return exists_;
         if (reading_ != nullptr) {
@@ -124,7 +128,7 @@ private:
     }
 
     const record_family_t &family_;
-    const reading_t *reading_; /* null: commands, of which later ones change what earlier ones did */
+    const reading_t *reading_; /* null: commands, and later ones change the result of earlier ones */
     record_buffer_t record_{};
     uint32_t line_ = 0;
     uint32_t nvi_line_ = 0;

@@ -1,11 +1,11 @@
 /*
- * A configuration: what a server is to hold, or holds. Its items stand in one order, by family and key, whatever order
- * they came in.
+ * A configuration: the desired or actual state of a server, as a list of items sorted by family and key.
  *
- * An interface and its virtual interface are one item, of the family `interface`. In a family without a delete a value
- * that stands for "absent" makes no item: an interface that is off without prefixes and MTU, a timeout of 0.
+ * Commands or lines are added first, in any order; `settle` then turns them into items. An interface and its virtual
+ * interface are one item, of the family `interface`. A family without a delete has a value that means "absent": an
+ * interface that is off, without prefixes and MTU, or a timeout of 0. Such a value makes no item.
  *
- * Records lie behind each other, so a million rules take about 60 MB.
+ * Records are stored one after the other in one buffer, so a million rules take about 60 MB.
  */
 #ifndef CONFIG_DOCUMENT_H
 #define CONFIG_DOCUMENT_H
@@ -19,40 +19,41 @@
 
 struct config_item_t {
     const record_family_t *family;
-    const uint8_t *record; /* the document's, until it is changed */
-    uint32_t line;         /* where it stands in what was read; 0 when it was not read */
-    bool is_nvi;           /* an interface that is a virtual one too */
+    const uint8_t *record; /* points into the document; valid until the document changes */
+    uint32_t line;         /* in the text that was read; 0: not read from a text */
+    bool is_nvi;           /* an interface that is also a NAT virtual interface */
 };
 
 class document_t {
 public:
-    /** Takes a command that a server has carried out; `settle` must follow before anything is looked at. */
+    /** Adds a command that a server has carried out. Call `settle` before reading items. */
     void carry_out(const record_family_t &family, uint32_t op, const void *record) { take(family, op, record, 0); }
-    /** Takes an item of another document, likewise. */
+    /** Adds an item of another document. Call `settle` before reading items. */
     void add(const config_item_t &item);
-    /** Takes a line, likewise. */
+    /** Adds the record of a line. Call `settle` before reading items. */
     void add(const record_family_t &family, const void *record, uint32_t line) {
         take(family, FWX_NAT64_OP_ADD, record, line);
     }
 
-    /** Makes items of the commands that were taken, in the order they came in. */
+    /** Makes items of the commands. Commands on the same key apply in the order in which they were added. */
     void settle();
-    /** Makes items of the lines that were taken, whose order does not matter: an item may stand in one alone. */
+    /** Makes items of the lines. Their order does not matter, because a second line of an item is an error. */
     void settle(notation_t notation, problems_t &problems);
 
     size_t size() const { return entries_.size(); }
     config_item_t item(size_t index) const;
-    /** Index of the first item of a family, or of the one before which it would stand. */
+    /** Index of the first item of a family, or where it would be inserted. */
     size_t begin_of(const record_family_t &family) const;
+    /** Index behind the last item of a family. */
     size_t end_of(const record_family_t &family) const;
 
 private:
     enum class says_t : uint8_t { record, nvi, both };
     struct entry_t {
-        size_t at;     /* of its record in bytes_ */
+        size_t at;     /* offset of the record in bytes_ */
         uint32_t line; /* 0: none */
         uint8_t rank;  /* of the item's family */
-        uint8_t op;    /* FWX_NAT64_OP_; an item adds */
+        uint8_t op;    /* FWX_NAT64_OP_; an item has the one of an add */
         says_t says;
     };
     struct reading_t {
@@ -68,25 +69,26 @@ private:
 
     std::vector<uint8_t> bytes_;
     std::vector<entry_t> entries_;
-    size_t settled_ = 0; /* entries that are items; the others are commands */
+    size_t settled_ = 0; /* the first entries, which are items; the others are commands */
 };
 
-/** The families that have items, in the order of the items. */
+/** The families that have items, in the order of the items of a document. */
 const std::vector<const record_family_t *> &item_families();
 
-/** The family of commands that make items of that family virtual interfaces too; null: there is none. */
+/** The family `nvi` for the family `interface`, null for any other. */
 const record_family_t *nvi_family_of(const record_family_t &family);
 
-/** The record of the command that makes an item a virtual interface too. */
+/** The record of the command that makes an interface a virtual interface. */
 record_buffer_t nvi_record_of(const config_item_t &item);
 
-/** Whether an item is more than what the command that makes it a virtual interface says. */
+/** False if the item is a virtual interface and its nvi command alone makes it: it needs no command of its own. */
 bool has_own_value(const config_item_t &item);
 
-/** Orders items of any documents as they stand in one; less than 0, 0 or more than 0 as memcmp. */
+/** Compares two items, maybe of different documents, by family and key. The result is less than, equal to or more than
+ * 0, as with memcmp. */
 int compare_items(const config_item_t &a, const config_item_t &b);
 
-/** Whether two items of one key say the same. */
+/** True if two items with the same key have the same value. */
 bool is_same_value(const config_item_t &a, const config_item_t &b);
 
 #endif

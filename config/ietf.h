@@ -1,10 +1,9 @@
 /*
- * Documents as the standard data models for NAT have them: JSON of the YANG modules ietf-nat (RFC 8512) and, for MAP-T
- * rules, ietf-softwire-br (RFC 8676), encoded as RFC 7951 says.
+ * Conversion between documents and the standard data models for NAT ("the standard form"): JSON of the YANG modules
+ * ietf-nat (RFC 8512) and, for MAP-T rules, ietf-softwire-br (RFC 8676), encoded as in RFC 7951.
  *
- * Neither form has a place for all that the other can say. What has none is a problem each, all of them at once, and
- * nothing of it is lost without one. What is no such JSON at all, or no configuration of one NAT64, is an error in any
- * case.
+ * Neither form can express everything that the other can. Everything that would get lost in a conversion is reported as
+ * a problem of its own. Text that is not such JSON, or not the configuration of exactly one NAT64, is always an error.
  */
 #ifndef CONFIG_IETF_H
 #define CONFIG_IETF_H
@@ -16,21 +15,22 @@
 #include "config/document.h"
 #include "config/problem.h"
 
-/** What becomes of that which has no place in the other form: an error, or a warning and the rest is converted. */
+/** Whether a loss is an error, or only a warning and the rest is converted. */
 enum class ietf_loss_t : uint8_t { refused, warned };
 
-/** Longer texts are refused. */
+/** A longer text is an error. */
 constexpr size_t ietf_max_bytes = size_t{256} << 20;
 
 /**
- * Reads the standard form. Problems name the path of what they are about as their command, and the document that comes
- * of it is settled; after an error it is of no use.
+ * Parses the standard form. Each problem has the path of the node as its `command`.
+ * @return a settled document, undefined after an error.
  */
 document_t read_ietf(std::string_view text, ietf_loss_t loss, problems_t &problems);
 
 /**
- * Writes a document that has no errors. The same items give the same bytes; read back they give the same items, but for
- * what was warned of. After an error the text is of no use.
+ * Writes the standard form of a document without errors. The same items give the same bytes. Parsing them gives the
+ * same items, apart from the warned losses.
+ * @return the text, undefined after an error.
  */
 std::string write_ietf(const document_t &document, ietf_loss_t loss, problems_t &problems);
 

@@ -1,3 +1,7 @@
+/*
+ * Items go through the same reader and the same checks as those of a JSON document. Problems that these find by field
+ * and line are then mapped back to the path of the leaf: an item's line is the number of its place.
+ */
 #include "config/ietf_items.h"
 
 #include <algorithm>
@@ -9,7 +13,7 @@
 
 namespace {
 
-/* In which domain rules are that have a name of another kind, and what stands for the number that they get. */
+/* The domain of rules whose names are not `domain-D-rule-R`, and the placeholder for the number that they get. */
 constexpr const char *unnamed_domain = "1";
 constexpr const char *unnamed_rule = "0";
 
@@ -19,7 +23,7 @@ std::string *find_member(ietf_members_t &members, std::string_view field) {
     return found == members.end() ? nullptr : &found->second;
 }
 
-/** Leaves of one item are said under the same key. */
+/** The family and key of the item that a leaf is. Leaves of the same item have the same. */
 std::string key_of(const ietf_node_t &item) {
     return record_command_text(record_family_of(item.family), nullptr).append(" ").append(item.with);
 }
@@ -134,7 +138,7 @@ document_t ietf_items_t::end() {
     return std::move(document_);
 }
 
-/** Leaves that are one item together must all be there and say the same. */
+/** Adds the items that are leaves. All leaves of one item must be present and have the same value. */
 void ietf_items_t::add_shared() {
     for (const auto &[key, places] : shared_) {
         const auto first =
@@ -181,12 +185,12 @@ void ietf_items_t::add(size_t node, const std::string &path, const ietf_members_
     }
 }
 
-/** A problem of an item becomes one of the leaf that is the field; its line is the item's place. */
+/** Reports a problem of an item's field as one of the leaf that is this field. */
 void ietf_items_t::take(const problem_t &problem) {
     const place_t &place = places_[problem.line - 1];
     const bool is_entry = nodes_[place.node].place == ietf_place_t::entry;
     const size_t leaf = is_entry ? leaf_of(place.node, problem.field) : place.node;
-    if (leaf == count_) return; /* the other half of a span */
+    if (leaf == count_) return; /* the last address of a pool: no leaf of its own, reported with the first one */
     std::string reason = problem.reason;
     if (reason.compare(0, problem.field.size(), problem.field) == 0) reason.erase(0, problem.field.size());
     if (!reason.empty() && reason.front() == ' ') reason.erase(0, 1);
@@ -203,7 +207,7 @@ std::string ietf_items_t::path_of(const place_t &place, size_t leaf) const {
     return path;
 }
 
-/** The leaf of an entry that says a field, or the number of all nodes. */
+/** The leaf of an entry that is that field, or the number of all nodes if there is none. */
 size_t ietf_items_t::leaf_of(size_t entry, std::string_view field) const {
     for (size_t node = entry + 1; node < ietf_end_of(entry); ++node) {
         if (nodes_[node].place == ietf_place_t::field && nodes_[node].field == field) return node;

@@ -1,4 +1,8 @@
-/* The items of a document that leaves of the standard form say, and what is wrong with them. */
+/*
+ * Collects the values of leaves while the standard form is parsed, and makes the items of a document from them. The
+ * leaves of a list entry can be the fields of one item. A leaf elsewhere can be a whole item, and several such leaves
+ * can mean the same item, for example the two timeouts of transitory TCP connections.
+ */
 #ifndef CONFIG_IETF_ITEMS_H
 #define CONFIG_IETF_ITEMS_H
 
@@ -14,17 +18,17 @@
 #include "config/ietf_nodes.h"
 #include "records/reader.h"
 
-/** Fields of an item with their texts. */
+/** Names and texts of the fields of an item. */
 using ietf_members_t = std::vector<std::pair<std::string, std::string>>;
 
-/** The field that an entry or item has besides what is said. */
+/** The fixed field that the table gives the entries or the item of a node (`with`), or nothing. */
 ietf_members_t ietf_members_of(const ietf_node_t &node);
 
-/** A leaf that is an item of its own, maybe together with others. */
+/** A leaf that is an item, alone or together with other leaves. */
 struct ietf_said_t {
     size_t node;
     std::string path;
-    std::string value; /* of the field; empty: the leaf is missing there */
+    std::string value; /* of the field; empty: the leaf is missing at `path` */
 };
 
 /** An entry of a list that is an item. */
@@ -32,21 +36,22 @@ struct ietf_entry_t {
     size_t node; /* of the list */
     std::string path;
     ietf_members_t members;
-    std::vector<ietf_said_t> items; /* that are said within it */
-    bool is_out = false;            /* left out, or wrong */
+    std::vector<ietf_said_t> items; /* leaves in the entry that are items */
+    bool is_out = false;            /* not converted, because of an error or a loss */
 };
 
 std::string ietf_no_place_text(std::string_view value, std::string_view reason);
 
-/** Where problems go, by their paths. */
+/** Reports problems by the paths of their nodes. */
 struct ietf_faults_t {
     ietf_loss_t loss;
     problems_t &problems;
 
     void refuse(const std::string &path, const std::string &reason);
-    /** What is an error unless something may be lost. */
+    /** Reports a loss: an error or a warning, depending on `loss`. */
     void lose(const std::string &path, const std::string &reason);
-    /** A value of a node that has no place, and the entry around it if that means something else without it. */
+    /** Reports that a document cannot express the value of a node. If the entry around the node would mean something
+     * else without the value, the entry is dropped too. `entry` may be null. */
     void lose(const ietf_node_t &node, const std::string &value, const std::string &path, ietf_entry_t *entry);
 };
 
@@ -54,13 +59,13 @@ class ietf_items_t {
 public:
     explicit ietf_items_t(ietf_faults_t &faults) : faults_(faults), nodes_(ietf_nodes(&count_)) {}
 
-    /** Takes a leaf that is a field of its entry. */
+    /** Takes the value of a leaf that is a field of its entry. */
     void take_field(const ietf_node_t &node, const std::string &value, const std::string &path, ietf_entry_t &entry);
-    /** Takes a leaf that is an item, or says that it is missing; `entry` may be null. */
+    /** Takes a leaf that is an item, or notes that it is missing. `entry` is the entry around it, or null. */
     void say(ietf_said_t said, ietf_entry_t *entry);
-    /** Takes an entry all of whose leaves were taken. */
+    /** Takes an entry after all its leaves. */
     void finish(ietf_entry_t entry);
-    /** Makes the document of all that was taken, settled and checked. */
+    /** @return the document, settled and checked. To be called once, last. */
     document_t end();
 
 private:
@@ -82,9 +87,9 @@ private:
     size_t count_ = 0;
     const ietf_node_t *nodes_;
     std::map<std::string, std::vector<ietf_said_t>> shared_; /* by family and key */
-    std::set<std::string> rules_;                            /* of domain 1 */
-    std::vector<ietf_entry_t> unnamed_;                      /* rules whose number is the next that is free */
-    std::vector<place_t> places_;                            /* of items; one's line is its number here, from 1 */
+    std::set<std::string> rules_;                            /* numbers in use in domain 1 */
+    std::vector<ietf_entry_t> unnamed_;                      /* rules that get the next free number of domain 1 */
+    std::vector<place_t> places_;                            /* of items; an item's line is its index here plus 1 */
     std::vector<record_member_t> views_;
     record_reader_t reader_;
     document_t document_;

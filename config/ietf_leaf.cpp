@@ -1,3 +1,4 @@
+/* The checks of leaf values by the kinds of their nodes, and the texts of the errors. */
 #include "config/ietf_leaf.h"
 
 #include <algorithm>

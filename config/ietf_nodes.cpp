@@ -1,3 +1,7 @@
+/*
+ * The rows of the table. The first argument of a row is its depth in the tree; a reason as the last argument means that
+ * a document cannot express the node.
+ */
 #include "config/ietf_nodes.h"
 
 #include <iterator>
@@ -47,7 +51,7 @@ constexpr uint64_t uint32 = UINT32_MAX;
 constexpr uint64_t percent = 100;
 constexpr uint64_t hour = 3600;
 
-/* Reasons that stand at several leaves. */
+/* Reasons that several leaves share. */
 constexpr std::string_view state = "it is state, not configuration";
 constexpr std::string_view other_nat = "it belongs to another kind of NAT";
 constexpr std::string_view servers_choice = "the server chooses, and takes no command about it";
@@ -208,7 +212,7 @@ constexpr ietf_node_t nodes[] = {
     subtree(3, "traffic-stat", state),
 };
 
-/** Calls `use` with each word until it answers true. */
+/** The first of a node's words for which `use` returns true. */
 template <typename use_t>
 ietf_word_t find_word(const ietf_node_t &node, use_t use) {
     std::string_view rest = node.words;

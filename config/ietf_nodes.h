@@ -1,9 +1,9 @@
 /*
- * The data trees of ietf-nat and ietf-softwire-br, and what of them a document has: one table, in the order of the
- * trees, that reading and writing share. Leaves that are state, or belong to another kind of NAT, stand in it as what
- * is around them.
+ * The table of the data trees of ietf-nat and ietf-softwire-br, and of what each node is in a document. Reading and
+ * writing share it. Nodes are in depth-first order. Where a whole branch is state, or belongs to another kind of NAT,
+ * only its root is in the table, as a `subtree`.
  *
- * An item of a document is an entry of a list (`entry`), whose leaves are its fields (`field`), or a leaf alone
+ * An item of a document is an entry of a list (`entry`), with leaves as its fields (`field`), or a single leaf
  * (`item`).
  */
 #ifndef CONFIG_IETF_NODES_H
@@ -20,55 +20,55 @@ enum class ietf_kind_t : uint8_t {
     list,   /* array of objects */
     number, /* whole */
     boolean,
-    word,     /* one of a few */
-    identity, /* likewise, maybe with its module's name in front */
+    word,     /* one of `words` */
+    identity, /* likewise, also with the name of its module in front */
     text,
     ipv4_prefix,
     ipv6_prefix,
     prefix,  /* of either family */
-    subtree, /* whatever is in it */
+    subtree, /* a branch that is not looked into */
 };
 
 enum class ietf_place_t : uint8_t {
-    inner,    /* what is in it may have one */
-    nowhere,  /* a document has no place for it */
-    constant, /* has one value alone in a document, which is not said there */
+    inner,    /* only contains other nodes */
+    nowhere,  /* a document cannot express it */
+    constant, /* only one value is possible, and documents do not mention it */
     entry,
     field,
     item,
 };
 
-/** How the value of a leaf becomes that of fields. */
+/** How the value of a leaf is converted to fields. */
 enum class ietf_form_t : uint8_t {
-    same,      /* or the other word of its pair in `words` */
-    host,      /* the prefix of an address, which is the field's */
-    span,      /* a prefix, which is that of the first address; the last one is `end_addr` */
-    rule_name, /* `domain-1-rule-2`, whose rule is the field's; the domain is `domain_id` */
+    same,      /* unchanged, or as `words` translates it */
+    host,      /* from a prefix of full length to its address */
+    span,      /* from a prefix to its first address; the field `end` gets the last one */
+    rule_name, /* from `domain-1-rule-2` to the rule; the field `domain` gets the domain */
 };
 
 struct ietf_node_t {
     uint8_t depth;
     std::string_view name;
     ietf_kind_t kind;
-    std::string_view words; /* of a list the leaf that is its key; of others the values, between blanks; a value with
-                               `=` behind it stands for the one behind that in a document */
+    std::string_view words; /* of a list: the leaf that is the key; else: the allowed values, separated by blanks.
+                               `eim=x` means that a document has `x` for the leaf's value `eim` */
     uint64_t min = 0;
     uint64_t max = 0;
     ietf_place_t place = ietf_place_t::inner;
     family_kind_t family = family_kind_t::other; /* of an entry or item */
-    std::string_view with{};      /* a field that the entry or item has, `type=udp`, besides what is said */
-    std::string_view field{};     /* of the item around it, or of its own */
-    std::string_view value{};     /* of a constant */
-    std::string_view otherwise{}; /* the value where the leaf is missing; empty: its field is not said */
-    std::string_view reason{};    /* of what has no place, or no other value than the constant's */
+    std::string_view with{};                     /* a fixed field of the entry or item, such as `type=udp` */
+    std::string_view field{};                    /* of the entry around the leaf, or of the item that the leaf is */
+    std::string_view value{};                    /* of a constant */
+    std::string_view otherwise{};                /* the default of a missing leaf; empty: the field is left out */
+    std::string_view reason{};                   /* why a document cannot express it, or only the constant's value */
     ietf_form_t form = ietf_form_t::same;
     bool is_required = false;
-    bool takes_entry = false;  /* without it the entry around it would mean something else */
-    bool is_single = false;    /* a list that has one entry */
-    bool is_essential = false; /* another value than the constant's makes it no configuration for this service */
-    bool is_fragment = false;  /* stands beside the timeout of fragments, and only there */
+    bool takes_entry = false;  /* a loss of the leaf drops its entry, which would mean something else without it */
+    bool is_single = false;    /* a list with exactly one entry */
+    bool is_essential = false; /* with another value than the constant's, the text is not for this service */
+    bool is_fragment = false;  /* needs, and is needed by, the timeout of fragments in the same policy */
 
-    /* In front of its callers, because clang 14 cannot evaluate a template that is defined behind them. */
+    /* Defined before its callers, because clang 14 cannot evaluate a template that is defined after them. */
     template <typename type_t>
     constexpr ietf_node_t with_value(type_t ietf_node_t::*member, type_t its_value) const {
         ietf_node_t node = *this;
@@ -77,7 +77,7 @@ struct ietf_node_t {
     }
     constexpr ietf_node_t at(ietf_place_t where) const { return with_value(&ietf_node_t::place, where); }
 
-    /* A row of the table says with these what is unusual about its node. */
+    /* Modifiers with which a row of the table departs from the defaults. */
     constexpr ietf_node_t range(uint64_t least, uint64_t greatest) const {
         return with_value(&ietf_node_t::min, least).with_value(&ietf_node_t::max, greatest);
     }
@@ -105,18 +105,18 @@ struct ietf_node_t {
     constexpr ietf_node_t beside_fragments() const { return with_value(&ietf_node_t::is_fragment, true); }
 };
 
-/** All nodes, each in front of what is in it. */
+/** All nodes, in depth-first order. */
 const ietf_node_t *ietf_nodes(size_t *count);
-/** Index of the first node behind those that are in a node. */
+/** Index of the first node behind the descendants of a node. */
 size_t ietf_end_of(size_t node);
-/** The field of `with` and its text; empty: there is none. */
+/** The field of `with` and its text, both empty if there is none. */
 struct ietf_fixed_t {
     std::string_view field;
     std::string_view text;
 };
 ietf_fixed_t ietf_fixed_of(const ietf_node_t &node);
 
-/** The part of `words` that stands for a value; an empty name: there is none. */
+/** A value in both forms. An empty name means that `words` has no such value. */
 struct ietf_word_t {
     std::string_view name;  /* in the standard form */
     std::string_view value; /* in a document */

@@ -1,3 +1,4 @@
+/* Copies a document item by item and replaces pools and ranges by pools of one prefix each. */
 #include "config/ietf_pools.h"
 
 #include <cstring>
@@ -78,7 +79,7 @@ private:
     const document_t &document_;
     problems_t &problems_;
     const record_family_t &family_ = record_family_of(family_kind_t::pool);
-    std::map<uint32_t, pool_t> pools_; /* by number, also of those that are new */
+    std::map<uint32_t, pool_t> pools_; /* by number, with the new ones */
     uint32_t next_ = 1;
     document_t out_;
 };

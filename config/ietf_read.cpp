@@ -1,3 +1,7 @@
+/*
+ * Parses the standard form (config/ietf.h). Walks the JSON tree along the table of nodes, reports unknown and wrong
+ * nodes by their paths, and hands the values to ietf_items_t, which makes the items.
+ */
 #include <algorithm>
 #include <set>
 
@@ -31,7 +35,7 @@ public:
     }
 
 private:
-    /** Calls `use` with what stands right within a node; with `count_` for one, within none. */
+    /** Calls `use` with each child of a node. `count_` stands for the root. */
     template <typename use_t>
     void for_children(size_t node, use_t use) const {
         const bool is_root = node == count_;
@@ -107,7 +111,7 @@ private:
         }
     }
 
-    /** The key of an entry in its canonical form, or what stands there. */
+    /** The key of a list entry in its canonical form, or as it was written if it is not allowed; empty: no key. */
     std::string key_of(size_t list, const json_value_t &entry) const {
         std::string key;
         for (const json_value_t &member : entry.members) {
@@ -125,8 +129,7 @@ private:
         const bool is_other = known.place == ietf_place_t::constant && text != known.value;
         if (is_other && known.is_essential) return refuse(path, quoted_word(text) + ": " + std::string(known.reason));
         if (is_other || known.place == ietf_place_t::nowhere) return faults_.lose(known, text, path, entry);
-        const bool is_field =
-            known.place == ietf_place_t::field && entry != nullptr; /* which stands in entries alone */
+        const bool is_field = known.place == ietf_place_t::field && entry != nullptr; /* fields are always in entries */
         if (is_field) return items_.take_field(known, text, path, *entry);
         if (known.place == ietf_place_t::item) {
             const ietf_word_t word = ietf_word_of(known, text);
@@ -134,7 +137,7 @@ private:
         }
     }
 
-    /** The timeout of fragments and the behaviour that has it stand together. */
+    /** The timeout of fragments needs a fragment-behavior in its policy, and the other way round. */
     void judge_fragments(size_t node, const std::set<size_t> &given, const std::string &path) {
         for (const size_t child : given) {
             if (nodes_[child].name == "fragment-min-timeout") fragment_timeout_ = path + "/fragment-min-timeout";
@@ -174,7 +177,7 @@ private:
     const ietf_node_t *nodes_;
     size_t count_ = 0;
     size_t instances_ = 0;
-    std::string fragment_timeout_; /* where it stands; empty: nowhere */
+    std::string fragment_timeout_; /* path of the timeout of fragments; empty: there is none */
 };
 
 }  // namespace

@@ -1,3 +1,5 @@
+/* Prefixes as the standard form has them: a canonical text, an interval of addresses, a list that covers an interval.
+ */
 #include "config/ietf_values.h"
 
 #include <arpa/inet.h>
@@ -17,7 +19,7 @@ std::string ipv4_text(uint32_t address) {
     return address_text(AF_INET, &word);
 }
 
-/** A number as it is written, without zeros in front. */
+/** True for a decimal number of at most 32 bits without leading zeros. */
 bool is_plain_number(std::string_view text) {
     uint64_t value = 0;
     return parse_number(text, value) && value <= UINT32_MAX && text == std::to_string(value);

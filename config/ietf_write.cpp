@@ -1,3 +1,8 @@
+/*
+ * Writes the standard form (config/ietf.h). Walks the table of nodes and looks up each item or field in the document.
+ * To find losses, it parses each item again from the values that it wrote, and compares the result with the item. Items
+ * that no node took are losses too.
+ */
 #include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -15,7 +20,7 @@
 
 namespace {
 
-using json_t = nlohmann::ordered_json; /* which keeps the order of the table */
+using json_t = nlohmann::ordered_json; /* keeps the order of the table */
 
 const record_field_t &field_of(const record_family_t &family, std::string_view name) {
     return *std::find_if(family.fields, family.fields + family.field_count,
@@ -48,12 +53,12 @@ public:
     }
 
 private:
-    /** What the leaves of an item have said of it so far. */
+    /** The part of an item that its leaves express so far. */
     struct said_t {
         config_item_t item;
-        std::vector<std::pair<std::string, std::string>> members; /* fields with their texts */
-        std::vector<size_t> items;                                /* that its leaves alone say so far */
-        std::string why;                                          /* it has no place as a whole; empty: it has */
+        std::vector<std::pair<std::string, std::string>> members; /* names and texts of fields */
+        std::vector<size_t> items;                                /* other items that only its leaves express so far */
+        std::string why;                                          /* reason to leave the item out; empty: none */
 
         void say(std::string_view field, std::string_view text) { members.emplace_back(field, text); }
     };
@@ -62,7 +67,7 @@ private:
         return std::string("has no place: ") + item.family->unmodelled;
     }
 
-    /** Adds a node to the object around it; false: there is nothing of it but what always is. */
+    /** Adds a node to the object around it. False if nothing was added, or only constants. */
     bool add_node(size_t node, said_t *said, json_t &around) {
         const ietf_node_t &known = nodes_[node];
         if (known.place == ietf_place_t::entry) return add_entries(node, around);
@@ -75,7 +80,7 @@ private:
                 around[std::string(known.name)] = json_of(known, std::string(known.value));
                 return false;
             case ietf_place_t::field:
-                return said != nullptr && add_field(known, *said, around); /* which stands in entries alone */
+                return said != nullptr && add_field(known, *said, around); /* fields are always in entries */
             case ietf_place_t::item:
                 return add_item(known, said, around);
             case ietf_place_t::inner:
@@ -93,7 +98,7 @@ private:
         for (size_t child = node + 1; child < ietf_end_of(node); child = ietf_end_of(child)) {
             has_more = add_node(child, said, inner) || has_more;
         }
-        const bool is_always = known.depth <= 2 && known.is_single; /* the instance */
+        const bool is_always = known.depth <= 2 && known.is_single; /* the instance is written even if it is empty */
         const bool is_said = has_more || is_always || inner.contains("instance") || inner.contains("instances");
         if (!is_said) return false;
         json_t &added = around[std::string(known.name)];
@@ -129,7 +134,8 @@ private:
                     is_placed_[item] = false;
                 }
             }
-            const bool is_said = said.why.empty() || loss_ == ietf_loss_t::refused; /* all that is wrong, at once */
+            /* With `refused`, an item that is left out is compared too, to report all its losses at once. */
+            const bool is_said = said.why.empty() || loss_ == ietf_loss_t::refused;
             if (is_said) compare(said);
         }
         const bool has_any = !list.empty();
@@ -182,7 +188,7 @@ private:
         const bool is_sayable = is_in_range(known, text) && (known.words.empty() || !word.name.empty());
         if (!is_sayable) return false;
         said.say(known.field, text);
-        const bool is_first = !is_placed_[index]; /* several leaves say it */
+        const bool is_first = !is_placed_[index]; /* several leaves can express the same item */
         if (is_first) compare(said);
         if (is_first && entry != nullptr) entry->items.push_back(index);
         is_placed_[index] = true;
@@ -190,7 +196,7 @@ private:
         return true;
     }
 
-    /** Index of the item with that key, or their number. */
+    /** Index of the item with that key, or the number of items if there is none. */
     size_t find_item(family_kind_t kind, const ietf_fixed_t &key) const {
         const record_family_t &family = record_family_of(kind);
         for (size_t i = document_.begin_of(family); i < document_.end_of(family); ++i) {
@@ -217,7 +223,7 @@ private:
         if (!fixed.field.empty()) said.say(fixed.field, fixed.text);
     }
 
-    /** Reads an item from what was said of it, and says which of its fields that leaves out. */
+    /** Parses an item from the values that were written, and reports each field that differs as a loss. */
     void compare(const said_t &said) {
         const config_item_t &item = said.item;
         std::vector<record_member_t> views;
@@ -267,7 +273,7 @@ std::string write_ietf(const document_t &document, ietf_loss_t loss, problems_t 
     const document_t fitting = is_cut ? cut_pools(document, found) : document;
     std::string text = ietf_writer_t(fitting, loss, found).write();
     sort_by_line(found);
-    std::set<std::string> texts; /* pools that were one say the same */
+    std::set<std::string> texts; /* pools that were split from one can give the same problem */
     for (problem_t &problem : found) {
         if (texts.insert(problem.text()).second) problems.push_back(std::move(problem));
     }

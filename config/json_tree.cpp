@@ -1,3 +1,4 @@
+/* Builds the tree from the events of a SAX parser, and stops at the first error. */
 #include "config/json_tree.h"
 
 #include <algorithm>
@@ -70,7 +71,8 @@ private:
         return value != nullptr;
     }
 
-    /* What is open is the last member of what is around it, so a member more moves none that is open. */
+    /* Adds a value to the innermost open array or object. The pointers in `open_` stay valid, because an open value is
+     * the last member of its parent, and its parent gets no further member before it is closed. */
     json_value_t *add(json_kind_t kind) {
         if (++count_ > json_max_values) {
             refuse({}, "more than " + std::to_string(json_max_values) + " values");

@@ -1,5 +1,7 @@
-/* JSON as a tree that keeps numbers as they are written, for input that is small and whose sender is not trusted: depth
- * and number of values are bounded, and a name that stands twice in an object is refused. */
+/*
+ * Parses JSON into a tree that keeps the texts of real numbers as they were written. It is for input from an untrusted
+ * sender: depth and number of values are limited, and an object with a name twice is refused.
+ */
 #ifndef CONFIG_JSON_TREE_H
 #define CONFIG_JSON_TREE_H
 
@@ -18,12 +20,12 @@ enum class json_kind_t : uint8_t { null, boolean, number, text, array, object };
 
 struct json_value_t {
     json_kind_t kind = json_kind_t::null;
-    std::string name;                  /* within an object; else empty */
-    std::string text;                  /* of what is neither array nor object; a number's digits as they stand */
+    std::string name;                  /* of a member of an object; else empty */
+    std::string text;                  /* of a scalar */
     std::vector<json_value_t> members; /* of an array or object, in their order */
 };
 
-/** Adds to the problems what is wrong with the text; true: `root` is all of it. */
+/** Parses the text into `root`. False on an error, which is appended to `problems`. */
 bool read_json_tree(std::string_view text, json_value_t &root, problems_t &problems);
 
 #endif

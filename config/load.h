@@ -1,4 +1,4 @@
-/* Documents as they lie in files. */
+/* Parses the text of a document file in either notation. */
 #ifndef CONFIG_LOAD_H
 #define CONFIG_LOAD_H
 
@@ -8,13 +8,17 @@
 #include "config/problem.h"
 
 /**
- * Reads a document of either notation and checks it. Adds to `problems`, in the order of their lines, all that is wrong
- * with it and all that is worth knowing; after an error the document is of no use.
+ * Parses and checks a document of either notation.
+ * @param problems gets all errors and warnings, in the order of their lines.
+ * @return a settled document, undefined after an error.
  */
 document_t load_document(std::string_view text, problems_t &problems);
 
-/** Reads what write_lines has written of a server, which may hold what no document may ask for. Adds to `problems` what
- * was not written so. */
+/**
+ * Parses text that write_lines wrote from the actual state of a server. The document is not checked, because a server
+ * may hold a configuration that the checks of documents refuse.
+ * @param problems gets the errors if the text is not one that write_lines wrote.
+ */
 document_t load_written(std::string_view text, problems_t &problems);
 
 #endif

@@ -1,10 +1,11 @@
+/* Three-way merges: both functions walk three sorted documents side by side, key by key. */
 #include "config/merge.h"
 
 #include <optional>
 
 namespace {
 
-/** Goes through the items of a document in their order. */
+/** Iterates over the items of a document. */
 class walk_t {
 public:
     explicit walk_t(const document_t &document) : document_(document) {}
@@ -12,7 +13,7 @@ public:
         if (at_ == document_.size()) return std::nullopt;
         return document_.item(at_);
     }
-    /** The item of that key, which is passed. */
+    /** Returns the next item and moves on if it has that key. */
     std::optional<config_item_t> take(const config_item_t &key) {
         const std::optional<config_item_t> item = next();
         if (!item || compare_items(*item, key) != 0) return std::nullopt;
@@ -31,7 +32,7 @@ bool is_same(const maybe_item_t &a, const maybe_item_t &b) {
     return a && b ? is_same_value(*a, *b) : a.has_value() == b.has_value();
 }
 
-/** Calls `use` with the items of each key that one of three documents has. */
+/** Calls `use` for each key of the three documents, in order, with the item of each document or nothing. */
 template <typename use_t>
 void for_each_key(const document_t &a, const document_t &b, const document_t &c, use_t use) {
     walk_t walks[] = {walk_t(a), walk_t(b), walk_t(c)};
@@ -56,7 +57,7 @@ document_t take_back(const document_t &before, const document_t &after, const do
     const auto merge = [&](const maybe_item_t &was, const maybe_item_t &made, const maybe_item_t &is) {
         const bool is_of_change = !is_same(was, made);
         const bool is_untouched = is_same(is, made);
-        /* What somebody else has put back already is as it should be. */
+        /* Not kept if somebody else has undone the change already. */
         if (is_of_change && !is_untouched && !is_same(is, was)) kept.push_back(is ? *is : made ? *made : *was);
         const maybe_item_t &stays = is_of_change && is_untouched ? was : is;
         if (stays) result.add(*stays);

@@ -1,3 +1,7 @@
+/*
+ * Compares two sorted documents family by family. Pools are compared by code of their own, because a pool can only take
+ * addresses that no other pool has at that moment.
+ */
 #include "config/plan.h"
 
 #include <algorithm>
@@ -21,7 +25,7 @@ plan_command_t command_of(const record_family_t &family, uint32_t op, const void
     return command;
 }
 
-/** Whether a command makes one value of an item of the other. */
+/** True if a command can change the item in place from one value to the other. */
 bool can_modify(const config_item_t &from, const config_item_t &to) {
     const record_family_t &family = *from.family;
     if (family.modify_op == 0) return false;
@@ -34,7 +38,8 @@ bool has_delete(const record_family_t &family) {
     return record_verb_of(family, FWX_NAT64_OP_DEL) != nullptr;
 }
 
-/** Whether a server has the record of an item already. An interface that is set is no virtual one any more. */
+/** True if the server need not be sent the record. A virtual interface must be, because only setting the record makes
+ * it an ordinary interface again. */
 bool is_held(const config_item_t &before, const config_item_t &after) {
     return !before.is_nvi && std::memcmp(before.record, after.record, before.family->record_size) == 0;
 }
@@ -124,7 +129,7 @@ void plan_t::change_pools(const segment_t &segment) {
     }
 }
 
-/** What makes an item that was not there, or changes one in place. */
+/** Adds the changes that create an item, or change it in place. */
 void plan_t::set(uint32_t from, uint32_t to) {
     const config_item_t after = to_.item(to);
     const bool is_new = from == none;

@@ -1,19 +1,19 @@
 /*
- * What leads from one configuration to another: commands in an order in which a server that holds the first takes them
- * all, if it would take the second by itself.
+ * A plan: the commands that change a server from one configuration to another. Their order is one in which the server
+ * accepts them all, if an empty server would accept the second configuration.
  *
- * First come the deletes, of what others hang on last; then what is added and modified, in order. An item is deleted
- * and added again when no command can change it in place, and when its place is needed first: of pools that go where
- * others stand, which wait for them in turn, one leaves first, with its ranges. In a family without a delete an item
- * goes by being set to what stands for absent.
+ * Deletes come first, in reverse order, so that an item goes before the items that it depends on. Then come adds and
+ * modifies, in order. An item is deleted and added again if no command can change it in place. That is also done with a
+ * pool if pools wait for each other's addresses in a circle: one of them is deleted first, with its ranges. In a family
+ * without a delete, an item is set to the value that means "absent".
  *
- * What may be under way together. Commands are sent in their order. All deletes may be under way at the same time; the
- * first command behind them waits for the answers to all of them, since the answer to a rule's command names the rule
- * alone; then all others may be under way at the same time. plan_run_t holds to that, and says what takes back the
- * commands that were carried out.
+ * Commands are sent in their order, and many can be outstanding. But the first command behind the deletes waits for the
+ * answers to all deletes, because the answer to a rule's command names the rule and not the command. plan_run_t
+ * observes this, and has the commands for a rollback.
  *
- * Rules. The library deletes the leaf of a prefix with any of the rules that share it, and installs a rule that the
- * server has refused: whoever sends a rule's command puts that right before the next command of a rule of that prefix.
+ * The library's rule table needs care. A delete of a rule also removes the leaf of a prefix that other rules share, and
+ * the library installs a rule even if the server refuses it. The sender must correct the table before it sends the next
+ * command for a rule with that prefix (reconcile/rule_book.h does it).
  */
 #ifndef CONFIG_PLAN_H
 #define CONFIG_PLAN_H
@@ -28,24 +28,24 @@ struct plan_command_t {
     const record_family_t *family;
     uint32_t op; /* FWX_NAT64_OP_ */
     record_buffer_t record;
-    bool ends_sessions; /* those that the item has */
+    bool ends_sessions; /* the command ends the sessions of the item */
 };
 
 class plan_t {
 public:
-    /** Both are settled and outlive the plan. */
+    /** Both documents must be settled and outlive the plan. */
     plan_t(const document_t &from, const document_t &to);
     plan_t(const document_t &&, const document_t &) = delete;
     plan_t(const document_t &, const document_t &&) = delete;
 
     size_t size() const { return deletes_.size() + changes_.size(); }
-    /** How many of the commands, the first ones, are deletes or stand for one. */
+    /** Number of deletes, including those by a value that means "absent". They are the first commands. */
     size_t delete_count() const { return deletes_.size(); }
     plan_command_t command(size_t index) const;
-    /** Whether one of the commands ends sessions. */
+    /** True if a command ends sessions. */
     bool ends_sessions() const { return ends_sessions_; }
 
-    /** Adds the commands, two at most, that take a command back, once those behind it are. */
+    /** Appends the commands, at most two, that undo a command. Requires: all later commands of the plan are undone. */
     void append_undo(size_t index, std::vector<plan_command_t> &commands) const;
 
 private:
@@ -53,7 +53,7 @@ private:
     enum class kind_t : uint8_t { add, modify, make_nvi };
     struct change_t {
         uint32_t from; /* item of the first configuration, or none */
-        uint32_t to;   /* of the second */
+        uint32_t to;   /* item of the second */
         kind_t kind;
     };
     struct segment_t;
@@ -71,7 +71,7 @@ private:
     const document_t &to_;
     std::vector<uint32_t> deletes_; /* items of the first configuration */
     std::vector<change_t> changes_;
-    std::vector<uint32_t> leaving_pools_; /* identifiers, ascending, of those whose ranges are added again */
+    std::vector<uint32_t> leaving_pools_; /* identifiers, ascending, of pools that are deleted and added again */
     bool ends_sessions_ = false;
 };
 

@@ -1,3 +1,4 @@
+/* The rollback walks the plan backwards. As on the way forward, no delete and no add are outstanding together. */
 #include "config/plan_run.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ void plan_run_t::answered(size_t ticket, bool is_carried_out) {
     --outstanding_;
     if (ticket >= plan_.size()) {
         const size_t index = (ticket - plan_.size()) / 2;
-        if (!is_carried_out) is_done_[index] = true; /* what was to be taken back stands */
+        if (!is_carried_out) is_done_[index] = true; /* the undo failed */
     } else if (is_carried_out) {
         is_done_[ticket] = true;
     } else {
@@ -44,8 +45,8 @@ void plan_run_t::take_back() {
     find_undo();
 }
 
-/** Goes back from the last command that was sent to one with something to be sent for it. What was deleted comes when
- * all is gone that came instead. */
+/** Moves backwards to the next command that must be undone. Deletes are undone only after all adds are, because the new
+ * items may have taken the place of the deleted ones. */
 void plan_run_t::find_undo() {
     const bool begins = is_taken_back_ && !is_undoing_ && outstanding_ == 0;
     if (begins) undo_at_ = sent_;

@@ -1,14 +1,13 @@
 /*
- * A plan on its way to a server: which command may be sent next, and what takes back those that were carried out.
- * Whoever sends them does so in any event loop, with as many outstanding as it likes. After a refusal nothing more of
- * the plan is sent, and whoever sends decides whether it is taken back.
+ * The progress of a plan: the next command that may be sent, the results so far, and the rollback. The sender can use
+ * any event loop and have any number of commands outstanding. After a refusal no further command of the plan is sent.
+ * The sender then decides whether to roll back.
  *
  *     while (const plan_command_t *command = run.next()) send(*command, run.ticket());   until enough are outstanding
  *     run.answered(ticket, is_carried_out);                                              with each answer
  *
- * A command that could not be sent is answered as refused. One that was carried out and failed all the same, because
- * the server could not keep it, is answered as carried out, and then the plan is stopped. What became of one that is
- * never answered is unknown: the run waits for it.
+ * A command that cannot be sent counts as refused. If the server carries out a command and only fails to save it, the
+ * sender reports it as carried out and then stops the plan. A command without an answer stays outstanding for ever.
  */
 #ifndef CONFIG_PLAN_RUN_H
 #define CONFIG_PLAN_RUN_H
@@ -20,30 +19,31 @@
 
 class plan_run_t {
 public:
-    /** The plan outlives it. */
+    /** The plan must outlive this object. */
     explicit plan_run_t(const plan_t &plan) : plan_(plan), is_done_(plan.size(), false), refused_(plan.size()) {}
 
-    /** The next command to be sent, until the next call; null while answers have to come first, and at the end. */
+    /** The next command to send, valid until the next call. Null at the end, and while answers must come first. */
     const plan_command_t *next();
-    /** Of the command that `next` gave last: what its answer is told with. No two have the same; of a command of the
-     * plan it is the index there. */
+    /** Identifies the command that `next` returned last. A command of the plan has its index in the plan, one of the
+     * rollback has a greater number. */
     size_t ticket() const { return ticket_; }
+    /** Reports the answer to the command with that ticket. */
     void answered(size_t ticket, bool is_carried_out);
-    /** Sends no more of the plan, as after a refusal. */
+    /** Sends no further command of the plan, as after a refusal. */
     void stop() { is_stopped_ = true; }
-    /** Takes back what was carried out, also when all was. */
+    /** Starts the rollback, also if the whole plan was carried out. */
     void take_back();
 
-    /** Nothing is awaited, and nothing left to be sent. */
+    /** True if no command is outstanding and none is left to send. */
     bool is_over() const {
         if (outstanding_ != 0) return false;
         return is_taken_back_ ? is_all_undone() : is_stopped_ || sent_ == plan_.size();
     }
-    /** Whether what was carried out is taken back, or has been. */
+    /** True if the rollback has started or ended. */
     bool is_taken_back() const { return is_taken_back_; }
-    /** Whether a command of the plan was carried out, and not taken back since. */
+    /** True if a command of the plan was carried out, and not undone since. */
     bool is_done(size_t index) const { return is_done_[index]; }
-    /** The first command of the plan that was refused, by its index; `plan.size()`: none was. */
+    /** Lowest index of the commands of the plan that were refused; `plan.size()`: none. */
     size_t refused() const { return refused_; }
 
 private:
@@ -60,11 +60,11 @@ private:
     size_t sent_ = 0; /* of the plan */
     size_t ticket_ = 0;
     size_t outstanding_ = 0;
-    size_t undo_at_ = 0; /* command of the plan; those before it are still to be looked at */
+    size_t undo_at_ = 0; /* index of the command that is undone now; those before it come next */
     size_t next_undo_ = 0;
     bool is_stopped_ = false;
     bool is_taken_back_ = false;
-    bool is_undoing_ = false; /* what was under way has been answered */
+    bool is_undoing_ = false; /* the rollback sends commands, because no command of the plan is outstanding */
 };
 
 #endif

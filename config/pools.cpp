@@ -1,3 +1,4 @@
+/* A topological sort by depth-first search. The stack is explicit, because chains of pools can be long. */
 #include "config/pools.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ uint32_t ipv4_of(const fwx_nat64_addr_t &address) {
     return word;
 }
 
-/** Visits each move behind those that it waits for. */
+/** Orders each move after those that it waits for. */
 class mover_t {
 public:
     explicit mover_t(std::vector<pool_move_t> &moves) : moves_(moves), states_(moves.size(), state_t::waits) {
@@ -33,7 +34,7 @@ public:
 
 private:
     enum class state_t : uint8_t { waits, is_visited, is_done };
-    /** A move and what stands where it goes. */
+    /** A move, and the pools that occupy its new addresses: indices of standing_ from `next` to `end`. */
     struct frame_t {
         size_t move;
         size_t next;
@@ -71,7 +72,7 @@ private:
 
     std::vector<pool_move_t> &moves_;
     std::vector<state_t> states_;
-    std::vector<size_t> standing_; /* moves of pools that are there, by their addresses, of which they share none */
+    std::vector<size_t> standing_; /* moves of existing pools, sorted by their present addresses */
     std::vector<frame_t> path_;
     std::vector<size_t> order_;
 };

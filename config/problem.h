@@ -1,4 +1,4 @@
-/* What is wrong with a configuration document, or worth knowing of it. */
+/* Errors and warnings about a configuration document, and the names of families and fields in its notation. */
 #ifndef CONFIG_PROBLEM_H
 #define CONFIG_PROBLEM_H
 
@@ -9,37 +9,38 @@
 
 #include "records/family.h"
 
-/** How a document is written, and so what its fields are called. */
+/** The notation of a document, which determines the names in messages. */
 enum class notation_t : uint8_t { lines, json };
 
 struct problem_t {
     enum class kind_t : uint8_t { error, warning };
 
     kind_t kind;
-    uint32_t line;       /* of the document, from 1; 0 when it is none's */
-    std::string command; /* `pool add` of a line, `pool` of JSON; empty when it is none's */
-    std::string field;   /* `--start`, or its name in JSON; empty when it is none's */
-    std::string reason;  /* begins with the field where there is one */
+    uint32_t line;       /* of the document, from 1; 0: none */
+    std::string command; /* `pool add` in lines, `pool` in JSON; empty: none */
+    std::string field;   /* `--start` in lines, `start` in JSON; empty: none */
+    std::string reason;  /* begins with the field if there is one */
 
-    /** `line 3: pool add: --start 192.0.2.300: must be ...`; a warning says that it is one. */
+    /** The message: `line 3: pool add: --start 192.0.2.300: must be ...`, with `warning: ` behind the line if it is
+     * one. */
     std::string text() const;
 };
 
 using problems_t = std::vector<problem_t>;
 
-/** Whether they are more than warnings. */
+/** True if there is an error, and not only warnings. */
 bool has_error(const problems_t &problems);
-/** Puts them in the order of their lines. */
+/** Sorts problems by their lines; those of one line keep their order. */
 void sort_by_line(problems_t &problems);
 
-/** `--start`, or `start`. */
+/** The name of a field: `--start` in lines, `start` in JSON. */
 std::string_view label_of(const record_field_t &field, notation_t notation);
-/** `pool add`, or `pool`. */
+/** The name of a family: `pool add` in lines, `pool` in JSON. */
 std::string label_of(const record_family_t &family, notation_t notation);
-/** The key of a record, `--rule 1 --domain 2` or `rule 1 domain 2`; empty in a family of one item. */
+/** The key of a record: `--rule 1 --domain 2` in lines, `rule 1 domain 2` in JSON; empty in a family without keys. */
 std::string key_text(const record_family_t &family, const void *record, notation_t notation);
 
-/** What to say of a word that should be a family's. */
+/** The error for a word that is not a family. */
 std::string wrong_family_text(std::string_view word);
 
 #endif

@@ -1,3 +1,8 @@
+/*
+ * Parses documents in JSON (config/notation.h). It handles the events of a SAX parser, so that a document of a million
+ * items needs no tree. An iterator counts lines, so that errors can name the line. An array or object in a wrong place
+ * is reported once and skipped.
+ */
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
@@ -12,7 +17,7 @@
 
 namespace {
 
-/** Goes through a text and counts its lines in a variable that its copies share. */
+/** Iterates over a text and counts its lines, in a variable that all copies share. */
 class counting_iterator_t {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -41,16 +46,16 @@ private:
 
 using json_t = nlohmann::json;
 
-/** Gets the parts of a document as they are parsed. */
+/** Receives the events of the parser. */
 class json_reader_t : public nlohmann::json_sax<json_t> {
 public:
     json_reader_t(document_t &document, problems_t &problems, const uint32_t &line)
         : document_(document), problems_(problems), line_(line) {}
 
-    /** False when it was no document of this version. */
+    /** To be called after the last event. False if the text is not a document of this version. */
     bool end() {
         if (!version_error_.reason.empty()) {
-            problems_ = {version_error_}; /* what the rest would mean is unknown */
+            problems_ = {version_error_}; /* other errors mean nothing in an unknown version */
             return false;
         }
         key_line_ = 0;
@@ -193,7 +198,7 @@ private:
         member.has_value = false;
     }
 
-    /** What a field is called now. */
+    /** The present name of a field. Warns once of each former name. */
     std::string current_name(const std::string &name) {
         const record_field_t *end = family_->fields + family_->field_count;
         const record_field_t *found = std::find_if(family_->fields, end, [&name](const record_field_t &field) {
@@ -260,7 +265,7 @@ private:
         }
     }
 
-    /** Where the last member of that name stands, or the item. */
+    /** The line of the last member that the error concerns, or the line of the item. */
     uint32_t line_of(const record_error_t &error) const {
         for (size_t i = member_count_; i > 0; --i) {
             const member_t &member = members_[i - 1];
@@ -271,7 +276,7 @@ private:
         return item_line_;
     }
 
-    /** That the latest member is called after, or null. */
+    /** The field with the name of the latest member, or null. */
     const record_field_t *member_field() const {
         const record_field_t *end = family_->fields + family_->field_count;
         const record_field_t *found = std::find_if(family_->fields, end, [this](const record_field_t &field) {
@@ -292,7 +297,7 @@ private:
             {problem_t::kind_t::error, key_line_, std::move(command), std::move(field), std::move(reason)});
     }
 
-    /** Says what should stand here. */
+    /** Reports a value of a wrong type. */
     bool wrong(const std::string &command, const std::string &field, const std::string &allowed) {
         refuse(command, field, field + (field.empty() ? "must be " : ": must be ") + allowed);
         return true;
@@ -301,12 +306,12 @@ private:
         wrong(command, field, allowed);
         return skip();
     }
-    /** The reader says what should stand there. */
+    /** Skips an array or object as the value of a member. The record reader then reports the placeholder as wrong. */
     bool skip_member() {
         members_[member_count_ - 1].value += "[...]";
         return skip();
     }
-    /** Within what was refused as a whole, or behind a key that was. */
+    /** True in an array or object that is skipped, and for the value of a key that was refused. */
     bool is_out_of_place() const {
         return skipped_ != 0 || (is_left_out_ && (place_ == place_t::document || place_ == place_t::items));
     }
@@ -325,15 +330,15 @@ private:
     uint32_t key_line_ = 0;
     uint32_t item_line_ = 0;
     place_t place_ = place_t::outside;
-    uint32_t skipped_ = 0;     /* objects and arrays that are open and have no place */
-    bool is_left_out_ = false; /* what the latest key leads to, about which that was said already */
-    std::string key_;          /* of the document's members the latest */
+    uint32_t skipped_ = 0;     /* open arrays and objects that are skipped */
+    bool is_left_out_ = false; /* the latest key was refused, so its value is ignored */
+    std::string key_;          /* the latest key of the document itself */
     const record_family_t *family_ = nullptr;
-    std::vector<member_t> members_; /* of the item, and room for others */
+    std::vector<member_t> members_; /* the first member_count_ are those of the item; the others are reused later */
     size_t member_count_ = 0;
     std::vector<record_member_t> views_;
     record_reader_t reader_;
-    std::set<const record_field_t *> renamed_; /* whose older names have been noted */
+    std::set<const record_field_t *> renamed_; /* fields whose former names were warned of */
     bool is_document_ = false;
     bool has_version_ = false;
     bool has_items_ = false;

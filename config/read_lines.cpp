@@ -1,3 +1,4 @@
+/* Parses documents in lines (config/notation.h), one line at a time, and reports the errors of all lines. */
 #include <algorithm>
 #include <vector>
 
@@ -33,10 +34,10 @@ public:
         }
     }
 
-    /** False when it was no document of this version. */
+    /** To be called after the last line. False if the text is not a document of this version. */
     bool end() {
         if (!version_error_.reason.empty()) {
-            problems_ = {version_error_}; /* what the rest would mean is unknown */
+            problems_ = {version_error_}; /* other errors mean nothing in an unknown version */
             return false;
         }
         number_ = 0;
@@ -71,7 +72,7 @@ private:
             problem_t::kind_t::error, number_, {}, "version", "version " + quoted_word(version) + ": must be " + known};
     }
 
-    /** What to say of a line that is no configuration command, or more than one. */
+    /** The error for a line that is not a configuration command, or has options that only natctl's own parser knows. */
     std::string strange_text() const {
         const std::vector<std::string_view> &words = words_.words();
         std::string begun(words.front());

@@ -1,4 +1,4 @@
-/* The lines of a text in memory. */
+/* Splits a text in memory into lines. A line that ends with a backslash is joined with the next one. */
 #ifndef CONFIG_TEXT_LINES_H
 #define CONFIG_TEXT_LINES_H
 
@@ -7,13 +7,13 @@
 #include <string>
 #include <string_view>
 
-/** Takes lines off the beginning of a text; one that ends with a backslash goes on with the next. */
+/** Iterates over the lines of a text. */
 class text_lines_t {
 public:
-    /** The text must outlive the lines. */
+    /** The text must outlive this object. */
     explicit text_lines_t(std::string_view text) : rest_(text) {}
 
-    /** Goes to the next line; false at the end. */
+    /** Moves to the next line. False at the end. */
     bool next() {
         if (rest_.empty()) return false;
         joined_.clear();
@@ -29,13 +29,13 @@ public:
         if (is_begun) line_ = joined_.append(line_);
         return true;
     }
-    /** Until the next one is taken. */
+    /** The current line, valid until the next call of `next`. */
     std::string_view line() const { return line_; }
-    /** Of the first of those that it is put together from; that of the text's first is 1. */
+    /** Number of the current line in the text, from 1. A joined line has the number of its first part. */
     uint32_t number() const { return number_; }
 
-    /** Whether a line goes on with the next, behind its last backslash; `is_begun`: it goes on with one itself. A
-     * comment does not, unless it is within a line. */
+    /** True if a line ends with a backslash and is joined with the next one. `is_begun`: the line continues a line
+     * itself. A comment is never joined, unless it continues a line. */
     static bool goes_on(std::string_view line, bool is_begun) {
         const size_t last = line.find_last_not_of('\r');
         const bool has_mark = last != std::string_view::npos && line[last] == '\\';

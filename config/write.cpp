@@ -1,10 +1,14 @@
+/*
+ * Writes documents and commands in both notations (config/notation.h). A field is written if the command requires it,
+ * if its flag is set, or if it differs from its default.
+ */
 #include <cstring>
 
 #include "config/notation.h"
 
 namespace {
 
-/** The fields that say what a record says. */
+/** Selects the fields that must be written to express a record. */
 class record_fields_t {
 public:
     record_fields_t(const record_family_t &family, uint32_t op, const void *record)
@@ -37,7 +41,8 @@ private:
                0;
     }
 
-    /** The field that has to be written because those that it spells cannot say all that it says; null: none. */
+    /** The alternative notation (`is_spelling`), if it must be written because the fields that it stands for cannot
+     * express the value; else null. */
     const record_field_t *needed_spelling() const {
         const record_field_t *last = family_.fields + family_.field_count - 1;
         const bool may_be_needed =
@@ -57,7 +62,7 @@ private:
     record_buffer_t initial_;
 };
 
-/** A text that needs no escapes. */
+/** Appends a value as a JSON number or string. Texts of fields contain no characters that need escapes. */
 void append_value(std::string &out, const record_field_t &field, const std::string &text) {
     const bool is_number =
         field.kind == record_kind_t::number && text.find_first_not_of("0123456789") == std::string::npos;
@@ -78,7 +83,7 @@ void append_object(std::string &out, const record_family_t &family, const void *
     out += *separator == '{' ? "{}" : "}";
 }
 
-/** The arrays of the families, each item in a line of its own. */
+/** Appends the arrays of the families, with each item in a line of its own. */
 class json_items_t {
 public:
     explicit json_items_t(std::string &out) : out_(out) {}
@@ -117,7 +122,7 @@ void append_command_line(std::string &out, const record_family_t &family, uint32
 
 std::string command_line(const record_family_t &family, uint32_t op, const void *record) {
     std::string line;
-    line.reserve(128); /* most are shorter, and grow once */
+    line.reserve(128); /* most lines are shorter */
     append_command_line(line, family, op, record);
     return line;
 }
