@@ -1,4 +1,4 @@
-/* A descriptor that is owned, and watched by a loop if it is to be. */
+/* Owns a file descriptor and calls a function from the loop when it becomes readable. */
 #ifndef NET_DESCRIPTOR_H
 #define NET_DESCRIPTOR_H
 
@@ -11,14 +11,14 @@
 
 class watched_descriptor_t {
 public:
-    /** Takes `fd`, which may be negative: then it is as if nothing ever came. */
+    /** Takes ownership of `fd`. If it is negative, or cannot be watched, `on_readable` is never called. */
     watched_descriptor_t(fwx_host_loop_t *loop, int fd, std::function<void()> on_readable)
         : loop_(loop), fd_(fd), on_readable_(std::move(on_readable)) {
         is_watched_ = fd_ >= 0 && fwx_host_loop_watch(
                                       loop_, fd_,
                                       [](void *arg) {
                                           const auto call = static_cast<watched_descriptor_t *>(arg)->on_readable_;
-                                          call(); /* which may destroy this */
+                                          call(); /* a copy, because the call may destroy this object */
                                       },
                                       this) == 0;
     }

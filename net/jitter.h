@@ -1,4 +1,4 @@
-/* Times that many who began at one instant do not share. */
+/* Random jitter and exponential back-off for delays, so that clients that started together do not retry in lockstep. */
 #ifndef NET_JITTER_H
 #define NET_JITTER_H
 
@@ -6,24 +6,24 @@
 #include <cstdint>
 #include <random>
 
-/** Three to five quarters of a time, each time others. */
+/** The time with a random jitter of up to 25 % in either direction. */
 inline uint64_t jitter(uint64_t time_ms) {
     thread_local std::minstd_rand random{std::random_device{}()};
     return std::uniform_int_distribution<uint64_t>(time_ms - time_ms / 4, time_ms + time_ms / 4)(random);
 }
 
-/** Delays between tries that fail one behind the other: each twice as long as the one before, with jitter. */
+/** Exponential back-off: each delay after a further failure is twice as long as the one before, with jitter. */
 class backoff_t {
 public:
     explicit backoff_t(uint64_t first_ms) : first_ms_(first_ms), next_ms_(first_ms) {}
 
-    /** The next delay, no longer than `most_ms` and a quarter. */
+    /** The next delay, limited to `most_ms` before the jitter. */
     uint64_t next(uint64_t most_ms) {
         const uint64_t delay_ms = std::min(next_ms_, most_ms);
         next_ms_ = 2 * delay_ms;
         return jitter(delay_ms);
     }
-    /** The next failure is the first one. */
+    /** To be called after a success: the next delay is the first one again. */
     void reset() { next_ms_ = first_ms_; }
 
 private:

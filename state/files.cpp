@@ -1,3 +1,5 @@
+/* System calls behind files_t. Files are opened without following symbolic links and without waiting for a FIFO's peer.
+ */
 #include "state/files.h"
 
 #include <fcntl.h>

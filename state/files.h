@@ -8,7 +8,8 @@
 #include <cstddef>
 #include <string>
 
-/** The operating system's files. Operations return -1 and set errno when they fail; none is interrupted by a signal. */
+/** The operating system's files. Operations return -1 and set errno when they fail. Opening, reading and writing are
+ * repeated after an interruption by a signal. */
 class files_t {
 public:
     files_t() = default;
@@ -18,7 +19,7 @@ public:
 
     /** Opens a file that exists, without following a symbolic link and without waiting for another process. */
     virtual int open(const std::string &path, int flags);
-    /** Makes a file that does not exist yet, for writing, with exactly this mode. */
+    /** Creates a file that must not exist yet, for writing, with exactly this mode. */
     virtual int create(const std::string &path, mode_t mode);
     virtual void close(int fd);
     virtual int stat(int fd, struct stat &status);
@@ -33,16 +34,16 @@ public:
     virtual int link(const std::string &from, const std::string &to);
     virtual int remove(const std::string &path);
 
-    /** One for everybody; it holds no state. */
+    /** The only instance that callers need, because it holds no state. */
     static files_t &system();
 };
 
-/** Whether a path can name a file of its own: a slash at its end would follow a symbolic link. */
+/** False for an empty path and for one that ends with a slash, because the slash would follow a symbolic link. */
 bool can_name_file(const std::string &path);
 /**
- * Decides whether a file can be trusted to hold what only this user may change.
- * @return why it must not be used, with its name; empty for a regular file of this user that no other user may write
- * to.
+ * Checks that only this user can change a file.
+ * @return an empty text for a regular file that this user owns and no other user may write to. Otherwise an error with
+ * the path.
  */
 std::string distrusted(const std::string &path, const struct stat &status);
 /** @return the path and the text of errno. */

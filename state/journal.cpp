@@ -1,3 +1,7 @@
+/*
+ * Parsing, opening, appending and snapshots of a journal. The comments of `continue_file`, `write_snapshot` and
+ * `refuse` say what a failed write, sync or rename leaves behind, and why the next step is safe then.
+ */
 #include "state/journal.h"
 
 #include <fcntl.h>
@@ -25,7 +29,7 @@ std::string closing(std::string_view lines, uint64_t count) {
     return text;
 }
 
-/** Length of the first line of a text with its line feed if it is one of the formats, otherwise 0. */
+/** Length of the first line of a text, with its line feed, if it is one of the formats; else 0. */
 size_t head_of(std::string_view text, const std::vector<std::string> &formats) {
     const size_t length = text.find('\n');
     const bool is_known = length != std::string_view::npos &&
@@ -39,7 +43,7 @@ public:
     /** `text` is the file behind its first line. */
     explicit groups_t(std::string_view text) : rest_(text) {}
 
-    /** Goes to the next group whose checksum is right; false when there is none. */
+    /** Moves to the next group. False at the end, and if the next group is incomplete or its checksum is wrong. */
     bool next() {
         lines_ = rest_;
         first_ = lines_taken_ + 1;
@@ -47,7 +51,7 @@ public:
         for (std::string_view line; take_line(line); ++count_) {
             if (line.substr(0, closing_mark.size()) != closing_mark) continue;
             lines_ = lines_.substr(0, static_cast<size_t>(line.data() - lines_.data()));
-            /* More lines than it says: a group before it has lost its closing line. */
+            /* If there are more lines than the closing line says, the closing line of an earlier group is missing. */
             is_unfinished_ = rest_.empty() && std::strtoull(line.data() + closing_mark.size(), nullptr, 10) >= count_;
             return closing(lines_, count_) == std::string(line) + "\n";
         }
@@ -56,10 +60,10 @@ public:
         return false;
     }
     std::string_view lines() const { return lines_; }
-    /** The bytes that `next` has not read. */
+    /** The bytes behind the last line that `next` has read. */
     std::string_view rest() const { return rest_; }
     uint64_t count() const { return count_; }
-    /** Whether the rest, which is no group, can be a last group that was not written to its end. */
+    /** After `next` has returned false: true if the rest can be a last group that was only partly written. */
     bool is_unfinished() const { return is_unfinished_; }
     /** Number of the group's first line in the file, whose first line is 1. */
     uint64_t first_line_number() const { return first_; }
@@ -99,7 +103,7 @@ std::string journal_t::open(const read_fn_t &read) {
 }
 
 std::string journal_t::begin_writing() {
-    files_.remove(path_ + ".new"); /* of a process that was killed; it takes up room */
+    files_.remove(path_ + ".new"); /* left by a killed process; frees its disk space */
     std::string error = write_snapshot();
     const bool is_new = bytes_ == 0;
     if (error.empty() || is_new) return error;
@@ -124,7 +128,7 @@ std::string journal_t::load(const read_fn_t &read) {
     return take_groups(std::string_view(text).substr(head), read);
 }
 
-/** Reads the file, or of one in no known format the beginning. */
+/** Reads the file. Stops early if the file has none of the formats. */
 std::string journal_t::read_file(std::string &text) {
     std::string not_regular = path_ + ": not a regular file";
     if (!can_name_file(path_)) return not_regular;
@@ -182,9 +186,9 @@ void journal_t::set_damaged_aside() {
 }
 
 /**
- * Goes on behind the groups of the file that was read, if that is safe. An earlier process may have failed to sync the
- * last group or the file's name: then both were read from the kernel's cache and are not on disk. So it writes that
- * group once more, in place, and syncs both, before anything is appended.
+ * Prepares the file that was read for appending, if that is safe. An earlier process may have failed to sync the last
+ * group or the file's name. Both are then in the kernel's cache but not on disk. Therefore this function rewrites the
+ * last group in place, and syncs the file and the directory, before it appends an empty group.
  */
 bool journal_t::continue_file() {
     if (dropped_lines_ != 0) return false;
@@ -198,7 +202,7 @@ bool journal_t::continue_file() {
 /* --- Writing --- */
 
 void journal_t::append(std::string_view line) {
-    if (!error_.empty()) return; /* the next snapshot has it */
+    if (!error_.empty()) return; /* the next snapshot will contain it */
     group_.append(line).append("\n");
     ++group_lines_;
 }
@@ -210,12 +214,12 @@ std::string journal_t::commit() {
     if (appended_bytes <= snapshot_at_) return append_group();
     warning_ = write_snapshot();
     if (warning_.empty() || !error_.empty()) return error_;
-    /* There may be no room for a second file where there is some for a group. */
+    /* The disk may have too little room for a second file but enough for a group. */
     snapshot_at_ = 2 * appended_bytes;
     return append_group();
 }
 
-/** While an error stands: writes a snapshot, unless the last one failed slowly and not long ago. */
+/** After an error: writes a snapshot, unless a slow attempt has failed recently. */
 std::string journal_t::try_again() {
     constexpr uint64_t long_ms = 10;
     const uint64_t start = fwx_host_clock_ms();
@@ -238,9 +242,9 @@ std::string journal_t::append_group() {
 }
 
 /**
- * Replaces the file by a snapshot and clears the error. If that fails before the rename, the file is untouched and only
- * the return value tells. From the rename on nobody knows which of the two files a crash would leave, so a failure is
- * an error that stands.
+ * Replaces the file by a snapshot and clears the error. If this fails before the rename, the file is unchanged, and
+ * only the return value reports the failure. Once the rename was tried, it is unknown which of the two files a crash
+ * would leave. A failure then sets `error_`, so nothing is appended any more.
  */
 std::string journal_t::write_snapshot() {
     std::string lines;
@@ -285,7 +289,7 @@ bool journal_t::write_all(int fd, std::string_view text, uint64_t at) {
     return true;
 }
 
-/** From now on nothing is durable until a snapshot is. The file is closed, so that nothing can be appended to it. */
+/** Sets the error, which only a snapshot clears. Closes the file, so that nothing can be appended to it. */
 std::string journal_t::refuse(const std::string &error) {
     close();
     group_.clear();

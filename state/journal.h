@@ -1,16 +1,16 @@
 /*
- * A journal: groups of lines in a file, each durable or refused.
+ * A journal: a file of groups of lines. Each group is committed as a whole or not at all.
  *
- * The file begins with a line that names its format. Lines follow in groups, each closed by a line of its own,
- * `= LINES CRC32`, whose checksum covers the lines of the group. The first group is a snapshot. `commit` writes and
- * syncs a group as a whole, so a crash leaves every group that was committed and perhaps a piece of one that was not. A
- * snapshot replaces the file: it is written beside it as FILE.new, synced and renamed, and the directory is synced.
+ * The file begins with a line that names its format. Groups of lines follow. Each group ends with the line
+ * `= LINES CRC32`, and its checksum covers the lines of the group. The first group is a snapshot. `commit` writes and
+ * syncs a whole group, so a crash leaves every committed group, and perhaps a part of one that was not committed. A
+ * snapshot replaces the file: it is written to FILE.new, synced and renamed, and the directory is synced.
  *
- * After a failed write or sync, nobody knows what the file holds behind its last committed group. The journal then
+ * After a failed write or sync, the content of the file behind its last committed group is unknown. The journal then
  * appends nothing more to that file: every commit fails until one has written a full snapshot to a new file.
  *
- * The caller holds the lock of the file (state/lock.h). Nothing here is thread-safe. A process that may write large
- * files ignores SIGXFSZ. A line has no line feed and does not begin with `=`.
+ * The caller must hold the lock of the file (state/lock.h). Nothing here is thread-safe. A process that may write large
+ * files must ignore SIGXFSZ. A line must not contain a line feed or begin with `=`.
  */
 #ifndef STATE_JOURNAL_H
 #define STATE_JOURNAL_H
@@ -25,15 +25,15 @@
 
 class journal_t {
 public:
-    /** Takes a line that was read; returns what is wrong with it, or an empty text. `line` lives during the call. */
+    /** Takes a line that was read. Returns an error or an empty text. `line` is valid during the call. */
     using read_fn_t = std::function<std::string(std::string_view line)>;
     using write_fn_t = std::function<void(std::string_view line)>;
-    /** Writes lines that stand for everything that was ever read and appended. */
+    /** Writes lines that replace all lines that were read and appended so far. */
     using snapshot_fn_t = std::function<void(const write_fn_t &write)>;
 
     /**
-     * @param formats the first line of the files that are written, then those of older files whose lines can be read
-     * @param snapshot is called during open and commit
+     * @param formats first lines of files: the one to write, then older ones that can be read too
+     * @param snapshot called by `open` and `commit`
      */
     journal_t(std::string path, std::vector<std::string> formats, snapshot_fn_t snapshot,
               files_t &files = files_t::system());
@@ -42,34 +42,36 @@ public:
     journal_t &operator=(const journal_t &) = delete;
 
     /**
-     * Reads every line that was committed and writes a snapshot, which checks that changes can be saved; where there is
-     * no room for one, it writes an empty group behind the file. A file that does not exist is made with mode 0600. A
-     * file that can be read but not written opens all the same; then `error` is set. To be called once.
-     * @return why the journal cannot be used, with the file's name; lines may have been read by then. Refused are: a
-     * file that is not regular, belongs to another user or can be written by others; none of the formats; damage before
-     * the last group; a line that `read` refuses; a new file that cannot be made.
+     * Reads every committed line, then writes a snapshot to check that changes can be saved. If there is no room for a
+     * snapshot, it appends an empty group instead. A missing file is created with mode 0600. A file that can be read
+     * but not written opens all the same; then `error` is set. To be called once.
+     * @return an empty text, or an error with the file's name if the journal cannot be used; some lines may have been
+     * read by then. It is an error if the file is not regular, belongs to another user or is writable by others; if it
+     * has none of the formats; if a part before the last group is damaged; if `read` returns an error; and if a new
+     * file cannot be created.
      */
     std::string open(const read_fn_t &read);
-    /** Reads as `open` does and changes nothing, so it needs no lock. A group that is being written is left out.
-     * Instead of open. */
+    /** Reads as `open` does, but changes nothing and so needs no lock. Leaves out a group that is being written. To be
+     * called instead of `open`. */
     std::string look(const read_fn_t &read);
-    /** What `open` left out because it was no whole group, and where a copy of the file is (FILE.damaged). */
+    /** Notes about lines that `open` left out because their group is not complete. A note names the copy of the file
+     * (FILE.damaged). */
     const std::vector<std::string> &notes() const { return notes_; }
 
     /** Adds a line to the group that the next commit writes. */
     void append(std::string_view line);
-    /** Whether a commit has something to do: lines were appended, or an error stands. */
+    /** True if `commit` has something to do: lines were appended, or the last commit failed. */
     bool is_unsaved() const { return group_lines_ != 0 || !error_.empty(); }
     /**
-     * Makes everything that was ever appended durable. It appends a group, or writes a snapshot when the file is longer
-     * than 64 KiB and twice as long as its last snapshot, or the last try of one. While an error stands it writes a
-     * snapshot, and after one that took long to fail it refuses for ten times as long without trying.
-     * @return the error that stands, with the file's name; empty when everything is durable.
+     * Makes all lines that were appended durable. It appends a group. If the file has become longer than 64 KiB and
+     * twice as long as at the last snapshot or the last attempt at one, it writes a snapshot instead. After an error it
+     * always writes a snapshot. If an attempt took long to fail, commits fail without an attempt for ten times as long.
+     * @return an empty text if everything is durable, else the error with the file's name.
      */
     std::string commit();
-    /** Why nothing is durable since the last successful commit; empty while commits succeed. */
+    /** The error of the last commit; empty if it succeeded. */
     const std::string &error() const { return error_; }
-    /** Why the last snapshot that was due could not be written, while groups are still appended; empty if it could. */
+    /** Why the last snapshot failed although groups can still be appended; empty if it succeeded. */
     const std::string &warning() const { return warning_; }
 
 private:
@@ -90,18 +92,18 @@ private:
     const std::vector<std::string> formats_;
     const snapshot_fn_t snapshot_;
     files_t &files_;
-    int fd_ = -1;        /* of the file that groups are appended to; none while an error stands */
-    mode_t mode_ = 0600; /* of the file, kept by its successors */
-    std::string group_;  /* appended and not committed */
+    int fd_ = -1;        /* of the file; closed while there is an error */
+    mode_t mode_ = 0600; /* of the file and of those that replace it */
+    std::string group_;  /* lines appended since the last commit */
     uint64_t group_lines_ = 0;
-    uint64_t bytes_ = 0;       /* of the file; 0: there is none */
-    uint64_t snapshot_at_ = 0; /* bytes of the file above which a snapshot is due */
-    std::string last_group_;   /* while opening: the file's last bytes; empty if that group is its snapshot */
+    uint64_t bytes_ = 0;       /* size of the file; 0: there is no file */
+    uint64_t snapshot_at_ = 0; /* size above which the next commit writes a snapshot */
+    std::string last_group_;   /* while opening: the last group of the file; empty if that is the snapshot */
     uint64_t dropped_lines_ = 0;
     std::vector<std::string> notes_;
     std::string warning_;
     std::string error_;
-    uint64_t retry_at_ms_ = 0; /* no snapshot is tried before, while an error stands */
+    uint64_t retry_at_ms_ = 0; /* after an error: no attempt at a snapshot before this time */
 };
 
 #endif

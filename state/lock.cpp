@@ -1,3 +1,5 @@
+/* flock on FILE.lock, and the name of the holder in it. The name is only for messages and for deciding whether to wait.
+ */
 #include "state/lock.h"
 
 #include <fcntl.h>
@@ -14,7 +16,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds poll{10};
-/* A holder that has just got the lock has not written its name yet, and a killed one has left its own. */
+/* The name can be stale at first: a new holder may not have written its own yet, and a killed one leaves its name. */
 constexpr int polls_to_believe_name = 20;
 
 }  // namespace
@@ -84,7 +86,7 @@ std::string lock_t::read_name(int fd) const {
     return name.substr(0, name.find('\n'));
 }
 
-/** The name is for people; the lock holds without it, as on a full disk. */
+/** Ignores errors, for example of a full disk, because the lock works without the name. */
 void lock_t::write_name() const {
     const std::string text = program_ + " (process " + std::to_string(getpid()) + ")\n";
     const bool is_written = ftruncate(fd_, 0) == 0 && pwrite(fd_, text.data(), text.size(), 0) > 0;
@@ -94,7 +96,7 @@ void lock_t::write_name() const {
 void lock_t::release() {
     if (fd_ < 0) return;
     const bool is_cleared = ftruncate(fd_, 0) == 0;
-    static_cast<void>(is_cleared); /* a stale name misleads only people */
+    static_cast<void>(is_cleared); /* a stale name can only mislead a reader of the file */
     ::close(fd_);
     fd_ = -1;
 }

@@ -1,6 +1,6 @@
 /*
- * The lock of a file: one process at a time may use FILE. It locks FILE.lock, which stays when the lock is released,
- * and whose text names the holder. The kernel releases the lock of a process that ends, however it ends.
+ * A lock between processes for the use of FILE. It is a flock of FILE.lock, a file that contains the holder's name and
+ * stays when the lock is released. The kernel releases the lock when the holder ends, even if it is killed.
  */
 #ifndef STATE_LOCK_H
 #define STATE_LOCK_H
@@ -11,27 +11,26 @@
 
 class lock_t {
 public:
-    /** @return whether to go on waiting for this holder, `natctl (process 1234)`; empty: it has not written its name.
-     */
+    /** @return true to go on waiting for this holder, `natctl (process 1234)`. Empty: its name is not known. */
     using is_worth_waiting_fn_t = std::function<bool(const std::string &holder)>;
 
-    /** `program` is how the holder is named: `nat64d`. */
+    /** @param program name of this program for FILE.lock, such as `nat64d` */
     lock_t(std::string path, std::string program);
     ~lock_t() { release(); }
     lock_t(const lock_t &) = delete;
     lock_t &operator=(const lock_t &) = delete;
 
     /**
-     * Takes the lock. While another process holds it, tries again until `patience` is over. Without `is_worth_waiting`
-     * it waits for every holder.
-     * @return what went wrong, with the file's name; empty when this process has the lock.
+     * Takes the lock. Blocks for up to `patience` while another process holds it, and only as long as
+     * `is_worth_waiting` returns true for the holder. Without this function it waits for every holder.
+     * @return an empty text if this process has the lock, else an error with the file's name.
      */
     std::string take(std::chrono::milliseconds patience = {}, const is_worth_waiting_fn_t &is_worth_waiting = {});
     /** Removes the holder's name and releases the lock, if it was taken. */
     void release();
-    /** Whether `take` failed because another process holds the lock. */
+    /** True if `take` failed because another process holds the lock. */
     bool is_taken() const { return is_taken_; }
-    /** That process by its name, `natctl (process 1234)` or `another process`. */
+    /** The name of that process: `natctl (process 1234)`, or `another process` if it is unknown. */
     const std::string &holder() const { return holder_; }
 
 private:
@@ -47,9 +46,10 @@ private:
 };
 
 /**
- * Takes the lock of a server for whoever changes it (state/directory.h). A natctl that has it ends soon and is waited
- * for, after `on_wait` has its name; a daemon is not.
- * @return why not, with the holder's name; empty when this process has the lock.
+ * Takes the lock of a server (lock_path_of), which every process needs that changes the server. If a natctl holds it,
+ * waits for up to `patience`, because natctl ends soon; first calls `on_wait` with its name. Does not wait for a
+ * daemon.
+ * @return an empty text if this process has the lock, else an error, with the holder's name if the lock is taken.
  */
 std::string take_server_lock(lock_t &lock, const std::string &server, std::chrono::milliseconds patience,
                              const std::function<void(const std::string &holder)> &on_wait = {});

@@ -1,3 +1,5 @@
+/* Opens without blocking, checks the type and the size before reading, and again while reading because files can grow.
+ */
 #include "state/read_file.h"
 
 #include <fcntl.h>
@@ -15,7 +17,7 @@ constexpr size_t block_bytes = size_t{1} << 16;
 
 class file_t {
 public:
-    /** Does not wait for the other end of a FIFO. */
+    /** O_NONBLOCK: opening a FIFO does not wait for a writer. */
     explicit file_t(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
     ~file_t() {
         if (fd_ >= 0) close(fd_);
@@ -81,7 +83,7 @@ std::optional<std::string> read_file(const std::string &path, std::string &error
     std::string text;
     text.reserve(size);
     std::string block(std::min(block_bytes, most + 1), '\0');
-    while (text.size() <= most) { /* it may grow meanwhile */
+    while (text.size() <= most) { /* the file may grow while it is read */
         const ssize_t got = read(file.fd(), block.data(), block.size());
         if (got == 0) return text;
         if (got < 0 && errno == EINTR) continue;

@@ -1,4 +1,4 @@
-/* Times as logs have them. */
+/* The time of day as a text for logs and versions. */
 #ifndef STATE_TIME_TEXT_H
 #define STATE_TIME_TEXT_H
 
@@ -6,12 +6,12 @@
 #include <optional>
 #include <string>
 
-/** This moment: `2026-01-31T23:59:59.123Z`. */
+/** The present time in UTC: `2026-01-31T23:59:59.123Z`. */
 std::string time_text();
-/** This moment in seconds since 1970. */
+/** The present time in seconds since 1970. */
 double seconds_now();
-/** How many seconds ago that was, by this machine's clock: 0 also for what is still to come; nothing when the text is
- * no such time. */
+/** Seconds since a time, by this machine's clock; 0 for a time in the future. Nothing if the text is not such a time.
+ */
 std::optional<uint64_t> seconds_since(const std::string &time_text);
 
 #endif

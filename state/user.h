@@ -1,10 +1,10 @@
-/* Who works here, for logs. */
+/* The name of the user who runs the program, for logs and versions. */
 #ifndef STATE_USER_H
 #define STATE_USER_H
 
 #include <string>
 
-/** Name of the user, behind sudo of who called it: one word. */
+/** The name of the user; under sudo, of the user who called sudo. Contains no blanks. */
 std::string user_name();
 /** `user@host`. */
 std::string user_and_host();

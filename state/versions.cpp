@@ -1,3 +1,7 @@
+/*
+ * Files of versions. The first line of a file is `# nat64 version 1 TIME COMMANDS USER BOOT_ID CHANGES KIND WHAT`,
+ * where KIND is `document` or `command`. WHAT extends to the end of the line and may contain blanks.
+ */
 #include "state/versions.h"
 
 #include <unistd.h>
@@ -42,7 +46,7 @@ bool read_first_line(const std::string &line, version_t &version) {
     return is_read;
 }
 
-/** 0: the name of no version. */
+/** The number in the name of a version's file, or 0 if the name is another one. */
 uint32_t number_of(const std::string &name) {
     const bool is_number = !name.empty() && name.size() <= 9 && name.front() != '0' &&
                            name.find_first_not_of("0123456789") == std::string::npos;

@@ -1,12 +1,12 @@
 /*
- * What a server was brought to, and by whom: versions, the newest of which can be gone back to. A version is a file
- * `documents/N` of a directory. Its first line says how it came about, and behind it stands the whole document. The
- * change of a single command is a version without a document.
+ * The history of a server's configuration: versions, to which the server can be rolled back. A version is a file
+ * `documents/N` of a directory. Its first line says when, how and by whom the configuration was changed. The whole
+ * document follows. A change by a single command makes a version without a document.
  *
- * A file is there as a whole or not at all, and is on disk before `add` returns. Without a directory everything is kept
- * in memory. The caller has the lock of the server (state/directory.h) while it changes something.
+ * Files are written atomically, and are durable before `add` returns. Without a directory, versions are held in memory.
+ * The caller must hold the lock of the server (state/lock.h) while it changes something.
  *
- * Errors are texts that name the file; empty: there is none. Nothing here is thread-safe.
+ * Errors are texts with the name of the file, empty on success. Nothing here is thread-safe.
  */
 #ifndef STATE_VERSIONS_H
 #define STATE_VERSIONS_H
@@ -20,20 +20,20 @@
 struct version_t {
     uint32_t number = 0;       /* from 1 */
     std::string time;          /* state/time_text.h */
-    size_t commands = 0;       /* that were carried out */
-    std::string who;           /* one word */
-    std::string what;          /* `config apply FILE` */
-    bool has_document = false; /* it can be gone back to */
-    /* The server had this boot id and number of changes then (fwx_nat64_stats_boot_t); 0: it does not say. */
+    size_t commands = 0;       /* number of commands that were carried out */
+    std::string who;           /* name of the user, without blanks */
+    std::string what;          /* what changed it, such as `config apply FILE` */
+    bool has_document = false; /* a rollback to it is possible */
+    /* The server's boot id and number of changes at that time (fwx_nat64_stats_boot_t); 0: the server has none. */
     uint64_t boot_id = 0;
     uint64_t changes = 0;
 };
 
 class versions_t {
 public:
-    /** The newest of each kind that are kept, with a document and without. */
+    /** Greatest number of versions with a document, and of those without. The oldest ones are deleted. */
     static constexpr size_t most = 100;
-    /** The oldest documents go when all take more than this, but the newest two stay. */
+    /** Greatest size of all documents together. The oldest ones are deleted, but never the newest two. */
     static constexpr uint64_t most_bytes = uint64_t{256} << 20;
 
     explicit versions_t(std::string directory) : directory_(std::move(directory)) {}
@@ -41,26 +41,26 @@ public:
     versions_t &operator=(const versions_t &) = delete;
 
     const std::string &directory() const { return directory_; }
-    /** Reads which versions there are. Files that are none are ignored. */
+    /** Reads the list of versions. Ignores files that are not versions. */
     std::string open();
-    /** The oldest first. */
+    /** All versions, the oldest first. */
     const std::vector<version_t> &all() const { return versions_; }
-    /** The newest one with a document, or null. */
+    /** The newest version with a document, or null. */
     const version_t *newest() const;
 
-    /** Adds a version, of which number, time and user are filled in here; `document` is its text, or null. Numbers go
-     * on from `open` also when the file could not be written. */
+    /** Adds a version and sets its number, time and user. `document` is the text of its document, or null. The number
+     * is used up even if the file cannot be written. */
     std::string add(version_t version, const std::string *document);
-    /** The same, unless the newest document is this one; before the first, that is one without items. */
+    /** The same, but does nothing if the newest document is equal. Without any version, that is the empty document. */
     std::string add_if_other(version_t version, const std::string &document);
-    /** Reads the document of a version. Number 0 is a document without items while version 1 is kept. The error says
-     * which ones there are. */
+    /** Reads the document of a version. Version 0 is the empty document, as long as version 1 exists or there are no
+     * versions. The error for an unknown number says which numbers there are. */
     std::string read(uint32_t number, std::string &document) const;
 
-    /** A version that is undone unless somebody confirms it; 0: there is none. Nothing: that cannot be read. Also
-     * before `open`. */
+    /** The version that will be rolled back unless the user confirms it; 0: none. Nothing if this cannot be read. May
+     * be called before `open`. */
     std::optional<uint32_t> unconfirmed() const;
-    /** 0: none is. */
+    /** Sets the version that needs a confirmation; 0: none. */
     std::string set_unconfirmed(uint32_t number);
 
 private:
@@ -71,9 +71,9 @@ private:
     const std::string directory_;
     std::vector<version_t> versions_;
     uint32_t last_ = 0;
-    std::map<uint32_t, uint64_t> sizes_; /* bytes, of those with a document */
-    std::map<uint32_t, std::string> in_memory_;
-    uint32_t unconfirmed_ = 0; /* in memory */
+    std::map<uint32_t, uint64_t> sizes_;        /* in bytes, of versions with a document, by number */
+    std::map<uint32_t, std::string> in_memory_; /* documents if there is no directory, by number */
+    uint32_t unconfirmed_ = 0;                  /* if there is no directory */
 };
 
 #endif

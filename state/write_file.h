@@ -1,11 +1,11 @@
-/* Files that are written as a whole. */
+/* Writes whole files atomically. */
 #ifndef STATE_WRITE_FILE_H
 #define STATE_WRITE_FILE_H
 
 #include <string>
 
-/** Writes a file, by way of PATH.new, that is there as a whole or not at all, synced, and this user's alone. Returns
- * what went wrong, empty when nothing did. */
+/** Writes a file with mode 0600 atomically and durably, by writing, syncing and renaming PATH.new. @return an error
+ * with the name of PATH.new, or an empty text. */
 std::string write_file(const std::string &path, const std::string &text);
 
 #endif
