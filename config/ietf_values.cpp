@@ -1,5 +1,4 @@
-/* Prefixes as the standard form has them: a canonical text, an interval of addresses, a list that covers an interval.
- */
+/* Prefixes of the standard form: their canonical texts, the intervals they cover, and the prefixes of an interval. */
 #include "config/ietf_values.h"
 
 #include <arpa/inet.h>

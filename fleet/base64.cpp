@@ -13,7 +13,7 @@ constexpr size_t group_digits = 4;
 
 std::string to_base64(std::string_view bytes) {
     const size_t digits = (bytes.size() + group_bytes - 1) / group_bytes * group_digits;
-    std::string text(digits + 1, '\0'); /* a zero is written behind it */
+    std::string text(digits + 1, '\0'); /* EVP_EncodeBlock adds a terminator */
     EVP_EncodeBlock(reinterpret_cast<unsigned char *>(text.data()),
                     reinterpret_cast<const unsigned char *>(bytes.data()), static_cast<int>(bytes.size()));
     text.resize(digits);
@@ -22,7 +22,7 @@ std::string to_base64(std::string_view bytes) {
 
 std::optional<std::string> from_base64(std::string_view text) {
     const size_t padding = text.size() - std::min(text.find('='), text.size());
-    /* What decodes it forgives blanks and padding within. */
+    /* EVP_DecodeBlock accepts blanks, and padding inside of the text. */
     const bool is_whole = text.size() % group_digits == 0 && padding < group_bytes &&
                           text.find_first_not_of('=', text.size() - padding) == std::string_view::npos &&
                           text.find_first_of(" \t\r\n-") == std::string_view::npos;

@@ -1,4 +1,4 @@
-/* Bytes as JSON carries them. */
+/* Base64, in which etcd's JSON has keys and values. */
 #ifndef FLEET_BASE64_H
 #define FLEET_BASE64_H
 
@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-/** Of at most 1 GiB. */
+/** Encodes at most 1 GiB. */
 std::string to_base64(std::string_view bytes);
-/** Nothing when the text is none. */
+/** Decodes a text. Nothing if it is not valid base64. */
 std::optional<std::string> from_base64(std::string_view text);
 
 #endif

@@ -1,3 +1,4 @@
+/* Cuts a text line by line, and hashes chunks with OpenSSL. */
 #include "fleet/chunks.h"
 
 #include <openssl/evp.h>
@@ -9,24 +10,24 @@ namespace {
 
 constexpr size_t hash_digits = 64;
 constexpr size_t least_chunk_bytes = 8U << 10;
-constexpr size_t mean_bytes = 24U << 10; /* behind the least */
+constexpr size_t mean_bytes = 24U << 10; /* beyond least_chunk_bytes */
 
-/** Where the text of a line comes from the same bytes, it is the same. */
+/** A hash that is the same on every machine and in every version, because it determines where texts are cut. */
 uint64_t hash_of(std::string_view line) {
     uint64_t hash = 0xcbf29ce484222325;
     for (const char c : line) {
         hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
     }
-    hash = (hash ^ hash >> 33) * 0xff51afd7ed558ccd; /* lines that differ in their last digit differ everywhere */
+    hash = (hash ^ hash >> 33) * 0xff51afd7ed558ccd; /* mixes all bits: many lines differ only in their last digit */
     return hash ^ hash >> 33;
 }
 
-/** Whether a line ends a chunk that has its least size: one for so many bytes does. */
+/** True if a line ends a chunk that has the least size. On average that is one line in mean_bytes. */
 bool ends_chunk(std::string_view line) {
     return hash_of(line) < UINT64_MAX / mean_bytes * std::min(line.size(), mean_bytes);
 }
 
-/** `pool add`; empty: a comment. */
+/** The command of a line, such as `pool add`; empty for a comment. */
 std::string_view command_of(std::string_view line) {
     return line.starts_with('#') ? "" : line.substr(0, line.find(" --"));
 }
@@ -64,8 +65,8 @@ private:
     }
 
     std::string_view text_;
-    size_t begin_ = 0; /* of the chunk */
-    size_t at_ = 0;    /* behind what it holds */
+    size_t begin_ = 0; /* start of the current chunk */
+    size_t at_ = 0;    /* its end so far */
     std::set<std::string_view> seen_;
     std::vector<std::string_view> chunks_;
 };

@@ -1,7 +1,8 @@
 /*
- * Documents in pieces. The text of a document (config/notation.h's write_lines) is cut where its own lines say so, and
- * where a new kind of lines begins, so that a change moves the pieces that it is in and leaves the others what they
- * are: about 32 KiB each, 8 KiB to 256 KiB where no kind ends. A piece bears the name of its SHA-256.
+ * Content-defined chunks of a document. The text of a document (write_lines in config/notation.h) is cut behind lines
+ * whose hash has a certain value, and where the lines of another command begin. A change of the document therefore
+ * changes only the chunks around it. A chunk has about 32 KiB. It has at least 8 KiB, unless another command begins,
+ * and at most 256 KiB. It is named by its SHA-256.
  */
 #ifndef FLEET_CHUNKS_H
 #define FLEET_CHUNKS_H
@@ -16,21 +17,21 @@ constexpr size_t most_chunks = 16384;
 constexpr size_t most_document_bytes = 256U << 20;
 
 struct chunk_t {
-    std::string hash; /* 64 hexadecimal digits, small letters */
+    std::string hash; /* SHA-256 in 64 lower-case hexadecimal digits */
     uint32_t bytes = 0;
 };
 
-/** SHA-256 in 64 hexadecimal digits; empty when the system cannot make one. */
+/** SHA-256 in 64 lower-case hexadecimal digits, or an empty text if OpenSSL fails. */
 std::string sha256(std::string_view text);
-/** Whether it can be one. */
+/** True if a text has the form of such a hash. */
 bool is_sha256(std::string_view text);
 
-/** Cuts a text; the pieces, which point into it, are the text when they are put behind each other. A line longer than a
- * piece may be is cut within. */
+/** Cuts a text into chunks, which point into it and are the whole text in order. A line that is longer than a chunk may
+ * be is cut too. */
 std::vector<std::string_view> cut_chunks(std::string_view text);
-/** Names a piece. */
+/** Computes the name of a chunk with that text. */
 chunk_t name_chunk(std::string_view piece);
-/** Whether a piece is the one of that name. */
+/** True if a text has the length and the hash of a chunk. */
 bool is_chunk(const chunk_t &chunk, std::string_view piece);
 
 #endif

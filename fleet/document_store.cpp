@@ -1,3 +1,7 @@
+/*
+ * Reading of manifests, versions and chunks. The size of requests for chunks adapts to the load of the store, because
+ * all gateways of a fleet fetch a new document at the same time.
+ */
 #include "fleet/document_store.h"
 
 #include <algorithm>
@@ -8,22 +12,22 @@ namespace {
 
 using kind_t = etcd_error_t::kind_t;
 
-constexpr size_t least_batch_bytes = 32U << 10; /* of chunks that are fetched at once; one is in any case */
+constexpr size_t least_batch_bytes = 32U << 10; /* of chunks in one request, which has at least one chunk */
 constexpr size_t first_batch_bytes = 64U << 10;
 constexpr size_t most_batch_bytes = 1U << 20;
 constexpr size_t most_batch_chunks = 64;
-/* The next batch is twice as long after an answer that took at most this much longer than the quickest one, and half as
- * long after one that took this much longer: a store that many ask at once gets to each before they give up. What the
- * quickest one took is the way to the store, which a shorter batch does not shorten. */
+/* The batch is doubled after an answer that took up to soon_ms longer than the quickest one so far, and halved after
+ * one that took late_ms longer or more. A store under load can then answer each client before its timeout. The time of
+ * the quickest answer is taken as the round-trip time, which a smaller batch does not reduce. */
 constexpr uint64_t soon_ms = 500;
 constexpr uint64_t late_ms = 1500;
-constexpr int most_late = 3; /* answers that do not come, until it is given up */
+constexpr int most_late = 3; /* missing answers in a row before it gives up */
 
 etcd_error_t malformed(const std::string &key, const std::string &reason) {
     return {kind_t::malformed, key + ": " + reason};
 }
 
-/** The keys of the next chunks, as many as are fetched at once. */
+/** The keys of the next chunks that fit into one request. */
 std::vector<std::string> batch_of(const fleet_keys_t &keys, const std::vector<chunk_t> &chunks, size_t from,
                                   size_t most_bytes) {
     std::vector<std::string> batch;
@@ -36,7 +40,7 @@ std::vector<std::string> batch_of(const fleet_keys_t &keys, const std::vector<ch
     return batch;
 }
 
-/** Whether the chunks of a document are as long as it says. */
+/** True if the lengths of the chunks add up to the length of the document. */
 bool is_as_long(const fleet_document_t &document) {
     size_t bytes = 0;
     for (const chunk_t &chunk : document.chunks) {
@@ -82,8 +86,8 @@ etcd_t::reply_t<std::optional<manifest_t>> read_version(etcd_t &etcd, fleet_keys
 nat64::task<etcd_error_t> fetch_chunks(etcd_t &etcd, fleet_keys_t keys, std::vector<chunk_t> chunks,
                                        take_chunk_fn_t take) {
     size_t batch_bytes = first_batch_bytes;
-    uint64_t quickest_ms = UINT64_MAX; /* time of an answer */
-    int late = 0;                      /* answers that did not come, one behind the other */
+    uint64_t quickest_ms = UINT64_MAX; /* time of the quickest answer so far */
+    int late = 0;                      /* missing answers in a row */
     for (size_t next = 0; next < chunks.size();) {
         const std::vector<std::string> batch = batch_of(keys, chunks, next, batch_bytes);
         const uint64_t asked_at_ms = fwx_host_clock_ms();
@@ -123,7 +127,7 @@ etcd_t::reply_t<std::string> read_document(etcd_t &etcd, fleet_keys_t keys, flee
     }
     text.resize(document.bytes);
     std::vector<chunk_t> wanted;
-    std::vector<size_t> places; /* of those in the text */
+    std::vector<size_t> places; /* offsets of the wanted chunks in the text */
     size_t at = 0;
     for (const chunk_t &chunk : document.chunks) {
         const std::optional<std::string> piece = known ? known(chunk) : std::nullopt;

@@ -1,3 +1,7 @@
+/*
+ * Requests and answers of etcd_t. `call` is the one function that sends a request: it tries the endpoints, signs in,
+ * and decides whether a request without an answer may be repeated.
+ */
 #include "fleet/etcd.h"
 
 #include <algorithm>
@@ -14,7 +18,7 @@ constexpr uint32_t most_lease_s = 86400;
 
 }  // namespace
 
-/** A request, as it is sent to whatever endpoint. */
+/** A request, without the endpoint. */
 struct etcd_t::call_t {
     const char *path; /* `kv/range` */
     std::string body;
@@ -22,7 +26,7 @@ struct etcd_t::call_t {
     bool is_signed = true; /* with a token, if there is a user */
 };
 
-/** As the callers of `call` see it. */
+/** The result of `call`. A type of its own, so that etcd.h need not include the type of etcd_json.h. */
 struct etcd_t::answer_t : etcd_answer_t {};
 
 etcd_t::etcd_t(fwx_host_loop_t *loop, store_t store, const etcd_options_t &options)
@@ -47,7 +51,7 @@ http_request_t etcd_t::watch_request_of(const std::string &key, int64_t revision
     create["progress_notify"] = true;
     const json_t body = {{"create_request", std::move(create)}};
     http_request_t request = request_of({"watch", body.dump()});
-    /* A member that has lost the others ends the watch then: it would never hear of another event. */
+    /* Makes a member end the watch when it has lost the leader, because it would never get another event. */
     request.headers.push_back("Grpc-Metadata-hasleader: true");
     request.silence_ms = options_.watch_silence_ms;
     return request;

@@ -1,16 +1,17 @@
 /*
- * A client of etcd, by its JSON gateway (etcd 3.4 and later). Keys and values are bytes.
+ * A client of etcd that uses its JSON gateway (etcd 3.4 and later). Keys and values are bytes.
  *
- * Endpoints are taken in turn: a request goes to the one that answered last, and when that has not got it, to the next,
- * each once. One that was sent, and whose answer did not come, is repeated elsewhere if nothing is lost when it is
- * carried out twice: reads, leases, and transactions that say so. Of any other transaction the result is `no_answer`,
- * which means that it may have been carried out: who sent it has to look.
+ * A request goes to the endpoint that answered last. If that does not get it, the request goes to each of the others
+ * once, in order. A request that was sent but not answered is repeated at the next endpoint only if carrying it out
+ * twice does no harm: reads, requests about leases, and transactions that are marked as repeatable. Any other
+ * transaction ends with `no_answer`. It may have been carried out, so the caller must check.
  *
- * With a user and a password a token is fetched before the first request, and again when etcd does not know it any
- * more. A password that etcd refuses is read from its file again, because an administrator may have changed it.
+ * With a user and a password, the client fetches a token before the first request, and again when etcd does not know
+ * the token any more. If etcd refuses the password, the client reads it from its file again, because an administrator
+ * may have changed it.
  *
- * Coroutines may be destroyed while they wait, and so may the client, as in http.h. Nothing here throws but when memory
- * is out.
+ * Coroutines may be destroyed while they wait, and so may the client, as in net/http.h. Functions throw only when
+ * memory is exhausted.
  */
 #ifndef FLEET_ETCD_H
 #define FLEET_ETCD_H
@@ -30,22 +31,22 @@ namespace nat64 = fwx::nat64;
 struct etcd_error_t {
     enum class kind_t : uint8_t {
         none,
-        unreachable, /* no endpoint took the request: nothing has happened */
-        no_answer,   /* in time: it may have been carried out */
-        rights,      /* the user may not, or is not known */
-        quota,       /* the store is full: nothing has happened */
-        compacted,   /* the revision is no longer there */
-        malformed,   /* the answer is none of etcd's, or is longer than it may be */
-        other,       /* what etcd says */
+        unreachable, /* no endpoint got the request: it was not carried out */
+        no_answer,   /* no answer in time: the request may have been carried out */
+        rights,      /* the user or password is wrong, or the user lacks a permission */
+        quota,       /* the store is full: the request was not carried out */
+        compacted,   /* the revision is no longer stored */
+        malformed,   /* the answer is not one of etcd's, or is too long */
+        other,       /* any other error of etcd */
     };
 
     kind_t kind = kind_t::none;
-    std::string text; /* names the endpoint, and what it said */
+    std::string text; /* names the endpoint and quotes its error */
 
     explicit operator bool() const { return kind != kind_t::none; }
 };
 
-/** A value, or the error that stands for it. */
+/** A value or an error. */
 template <class value_type>
 struct etcd_result_t {
     value_type value{};
@@ -57,52 +58,52 @@ struct etcd_entry_t {
     std::string value;
     int64_t create_revision = 0;
     int64_t mod_revision = 0;
-    int64_t lease = 0; /* that it goes with; 0: it stays */
+    int64_t lease = 0; /* the entry is deleted with this lease; 0: none */
 };
 
 struct etcd_range_t {
     std::vector<etcd_entry_t> entries;
-    int64_t revision = 0; /* of the store when it was read: a watch that goes on from here begins one later */
+    int64_t revision = 0; /* of the store at the time of reading; a watch starts at the next one */
 };
 
-/** Carried out as a whole, if every comparison holds. */
+/** A transaction: carried out as a whole, and only if every comparison is true. */
 struct etcd_txn_t {
     struct compare_t {
         enum class what_t : uint8_t { value, create_revision, mod_revision };
         what_t what;
         std::string key;
-        std::string value;    /* of `value` */
-        int64_t revision = 0; /* of the others; 0: there is no such key */
+        std::string value;    /* for `value` */
+        int64_t revision = 0; /* for the others; 0: the key does not exist */
     };
     struct put_t {
         std::string key;
         std::string value;
-        int64_t lease = 0; /* it goes with that lease; 0: it stays */
+        int64_t lease = 0; /* the entry is deleted with this lease; 0: none */
     };
 
     std::vector<compare_t> compares;
     std::vector<put_t> puts;
-    std::vector<std::string> deletes; /* keys; one that is not there is as good as deleted */
-    bool is_repeatable = false;       /* nothing is lost when it is carried out twice */
+    std::vector<std::string> deletes; /* keys; a missing key is not an error */
+    bool is_repeatable = false;       /* carrying it out twice does no harm */
 };
 
 struct etcd_txn_result_t {
-    bool is_done = false; /* every comparison held */
-    int64_t revision = 0; /* of the store behind it */
+    bool is_done = false; /* every comparison was true */
+    int64_t revision = 0; /* of the store after the transaction */
 };
 
 struct etcd_event_t {
     bool is_delete = false;
-    etcd_entry_t entry; /* of a deletion the key and the mod_revision */
+    etcd_entry_t entry; /* a deletion has only the key and the mod_revision */
 };
 
 struct etcd_options_t {
-    uint64_t timeout_ms = 5000;          /* longest silence of one request at one endpoint (http.h) */
-    uint64_t watch_silence_ms = 720000;  /* of a watch: etcd tells of its progress every 10 minutes */
+    uint64_t timeout_ms = 5000;          /* for each request at each endpoint: longest silence (net/http.h) */
+    uint64_t watch_silence_ms = 720000;  /* of a watch; etcd sends a progress notification every 10 minutes */
     size_t most_bytes = 16U << 20;       /* of one answer */
-    uint32_t page = 250;                 /* most entries of a list that are asked for at once */
+    uint32_t page = 250;                 /* greatest number of entries that one request of a list asks for */
     size_t most_entries = 1U << 18;      /* of a list */
-    size_t most_list_bytes = 128U << 20; /* of the memory that its entries take */
+    size_t most_list_bytes = 128U << 20; /* memory of the entries of a list */
 };
 
 class etcd_t {
@@ -110,37 +111,38 @@ public:
     template <class value_type>
     using reply_t = nat64::task<etcd_result_t<value_type>>;
 
-    /** `loop` must outlive it. */
+    /** `loop` must outlive this object. */
     etcd_t(fwx_host_loop_t *loop, store_t store, const etcd_options_t &options = {});
     ~etcd_t();
     etcd_t(const etcd_t &) = delete;
     etcd_t &operator=(const etcd_t &) = delete;
 
     const store_t &store() const { return store_; }
-    /** That answered last, or is asked next. */
+    /** The endpoint that gets the next request first: the one that answered last. */
     const std::string &endpoint() const { return store_.endpoints[endpoint_]; }
 
-    /** Reads the password from its file; true: it is another one, with which the next request signs in. */
+    /** Reads the password from its file again. True if it has changed; the next request then signs in with it. */
     bool renew_password();
 
-    /** One key, as it is now or was at a revision: no entry when it is not there. */
+    /** Reads one key, now or at a revision. Gives no entry if the key does not exist. */
     reply_t<etcd_range_t> get(std::string key, int64_t revision = 0);
-    /** The revision at which a key was put last; 0: there is no such key. Its value does not come. */
+    /** The revision of the last change of a key; 0: the key does not exist. Does not transfer the value. */
     reply_t<int64_t> mod_revision_of(std::string key);
-    /** Several keys, all at one revision; entries for those that are there, in the order of the keys. At most 100 keys,
-     * and an answer of at most 3 MB, as etcd takes no more. */
+    /** Reads several keys at one revision. Gives the entries of the existing ones, in the order of `keys`. Requires: at
+     * most 100 keys and an answer of at most 3 MB, because etcd allows no more. */
     reply_t<etcd_range_t> get_all(std::vector<std::string> keys);
-    /** All keys that begin so, all at one revision, in their order. Without values they are empty. */
+    /** Reads all keys with a prefix at one revision, sorted. Without values, the values are empty. */
     reply_t<etcd_range_t> list(std::string prefix, bool with_values);
+    /** Carries out a transaction. */
     reply_t<etcd_txn_result_t> txn(etcd_txn_t txn);
 
-    /** Makes a lease; its id. */
+    /** Creates a lease and gives its id. */
     reply_t<int64_t> grant_lease(uint32_t ttl_s);
-    /** Lets a lease live on; the seconds that it has, 0 when it is gone. */
+    /** Renews a lease. Gives its time to live in seconds; 0: the lease has ended. */
     reply_t<uint32_t> keep_lease(int64_t lease);
-    /** The seconds that a lease has left, 0 when it is gone; it is not kept by that. */
+    /** The seconds that a lease has left, without renewing it; 0: the lease has ended. */
     reply_t<uint32_t> lease_left(int64_t lease);
-    /** Ends a lease and deletes its keys; one that is gone is as good as ended. */
+    /** Ends a lease, which deletes its keys. A lease that has ended already is not an error. */
     reply_t<bool> revoke_lease(int64_t lease);
 
 private:
@@ -154,21 +156,21 @@ private:
     nat64::task<etcd_error_t> fetch_token();
     http_request_t request_of(const call_t &call) const;
     http_request_t watch_request_of(const std::string &key, int64_t revision) const;
-    /** What no error may show. */
+    /** Texts that must not appear in errors. */
     std::vector<std::string> secrets() const { return {store_.password, token_}; }
     void turn() { endpoint_ = (endpoint_ + 1) % store_.endpoints.size(); }
 
     store_t store_;
     etcd_options_t options_;
-    size_t endpoint_ = 0;      /* that is asked first */
+    size_t endpoint_ = 0;      /* index of the endpoint that gets the next request first */
     std::string token_;        /* empty: none */
-    uint64_t token_count_ = 0; /* that were fetched */
+    uint64_t token_count_ = 0; /* number of tokens fetched so far */
     http_t http_;
 };
 
 /**
- * What happens to a key from a revision on. It ends with the first error, whatever that is; then the key is to be read
- * again and watched anew from there:
+ * A watch: the events of a key from a revision on. Any error ends the watch. The caller then reads the key again and
+ * starts a new watch:
  *
  *     auto now = co_await etcd.get(key);
  *     etcd_watch_t watch(etcd, key, now.value.revision + 1);
@@ -176,23 +178,23 @@ private:
  *         auto events = co_await watch.next();
  *         if (events.error) break;
  *
- * A connection that has silently died ends it within half a minute, and so does a member of the store that has lost the
- * others. A member that stands still does not end it for `watch_silence_ms`. A caller that needs to know sooner asks
- * the store for something now and then.
+ * A dead connection ends the watch within half a minute, and so does a member of the cluster that has lost the leader.
+ * A member that hangs ends it only after `watch_silence_ms`. A caller that must notice this sooner has to send other
+ * requests now and then.
  */
 class etcd_watch_t {
 public:
-    /** `etcd` must not be destroyed while something waits here. */
+    /** `etcd` must not be destroyed while a coroutine waits for an event. */
     etcd_watch_t(etcd_t &etcd, std::string key, int64_t revision)
         : etcd_(etcd), key_(std::move(key)), revision_(revision) {}
     etcd_watch_t(const etcd_watch_t &) = delete;
     etcd_watch_t &operator=(const etcd_watch_t &) = delete;
 
-    /** Awaits the next events, which are some; in their order, none twice, none left out. */
+    /** Gives the next events, at least one. Events come in order, without gaps and duplicates. */
     etcd_t::reply_t<std::vector<etcd_event_t>> next();
-    /** Whether etcd watches: it has said so, and no error has come. */
+    /** True if etcd has confirmed the watch and no error has ended it. */
     bool is_open() const { return is_open_; }
-    /** At which it is open. */
+    /** The endpoint at which the watch is open. */
     const std::string &endpoint() const { return endpoint_; }
 
 private:
@@ -203,12 +205,12 @@ private:
     etcd_t &etcd_;
     std::string key_;
     int64_t revision_;
-    std::string endpoint_; /* that it is open at */
+    std::string endpoint_; /* at which the watch is open */
     std::optional<http_t::stream_t> stream_;
-    etcd_error_t end_; /* that it ended with */
+    etcd_error_t end_; /* the error that has ended the watch */
     bool is_open_ = false;
-    bool is_elsewhere_worth_ = false; /* after an error: another endpoint may do better */
-    bool is_token_unknown_ = false;   /* likewise: what etcd means may be that the token is old */
+    bool is_elsewhere_worth_ = false; /* after an error: worth a try at another endpoint */
+    bool is_token_unknown_ = false;   /* after an error: perhaps etcd does not know the token any more */
 };
 
 #endif

@@ -1,3 +1,7 @@
+/*
+ * JSON of etcd's gateway. Errors are classified by the gRPC code and by known texts. Texts of the store are shown to
+ * users only without secrets and control characters.
+ */
 #include "fleet/etcd_json.h"
 
 #include <array>
@@ -10,16 +14,16 @@ namespace {
 using kind_t = etcd_error_t::kind_t;
 
 constexpr long server_failure = 500;
-constexpr size_t most_said_bytes = 500; /* of an answer that is repeated to a user */
+constexpr size_t most_said_bytes = 500; /* of a text of the store that an error quotes */
 
-/* Of gRPC. */
+/* Status codes of gRPC. */
 constexpr int64_t cancelled = 1;
 constexpr int64_t deadline_exceeded = 4;
 constexpr int64_t permission_denied = 7;
 constexpr int64_t unavailable = 14;
 constexpr int64_t unauthenticated = 16;
 
-/** etcd has few codes and many texts. */
+/** Texts of etcd's errors. They are needed because etcd has the same code for different errors. */
 struct known_text_t {
     const char *text;
     kind_t kind;
@@ -60,7 +64,7 @@ void hide(std::string &text, const std::string &secret) {
     }
 }
 
-/** What a store says, as a user may see it: without secrets, in the form that a request has too. */
+/** A text of the store for an error, with the secrets hidden, both as they are and as they are escaped in JSON. */
 std::string said_text(std::string said, const secrets_t &secrets) {
     for (const std::string &secret : secrets) {
         if (secret.empty()) continue;
@@ -111,7 +115,7 @@ etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply
     answer.json = json_t::parse(reply.body);
     if (!answer.json.is_object()) {
         const std::string what = "status " + std::to_string(reply.status) + " with what is no JSON object";
-        const bool is_passing = reply.status >= server_failure; /* of something between */
+        const bool is_passing = reply.status >= server_failure; /* from a proxy */
         if (is_passing) return {{}, {kind_t::no_answer, endpoint + ": " + what}, true};
         return {{}, malformed_answer(endpoint, what)};
     }

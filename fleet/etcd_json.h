@@ -1,4 +1,4 @@
-/* What etcd's JSON gateway is told, and what it answers. */
+/* Writes requests to etcd's JSON gateway, and parses its answers and errors. */
 #ifndef FLEET_ETCD_JSON_H
 #define FLEET_ETCD_JSON_H
 
@@ -8,32 +8,37 @@
 #include "fleet/etcd.h"
 #include "net/json.h"
 
-/** An answer; what it says of an error, beyond what its user sees. */
+/** An answer, or an error with hints for the next step. */
 struct etcd_answer_t {
-    json_t json; /* an object when there is no error */
+    json_t json; /* an object if there is no error */
     etcd_error_t error;
-    bool is_elsewhere_worth = false; /* another endpoint may do better */
-    bool is_token_unknown = false;
+    bool is_elsewhere_worth = false; /* worth a try at another endpoint */
+    bool is_token_unknown = false;   /* etcd does not know the token any more */
 };
 
-/** Texts that are not shown to a user, even if the store says them. */
+/** Texts that are hidden in errors, even if the store quotes them. */
 using secrets_t = std::vector<std::string>;
 
+/** Parses a reply. `endpoint` is for the text of an error. */
 etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply, const secrets_t &secrets = {});
-/** Of the object that stands for an error. */
+/** Parses the JSON object of an error. */
 etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure, const secrets_t &secrets = {});
+/** The error for an answer that etcd cannot have sent. */
 etcd_error_t malformed_answer(const std::string &endpoint, const std::string &reason);
 
+/** The request that reads one key. */
 json_t range_json(const std::string &key);
+/** The request of a transaction. */
 json_t txn_json(const etcd_txn_t &txn);
 
-/** Entries of a member `kvs`, added; returns what is wrong, empty when nothing is. */
+/** Appends the entries of the member `kvs`. @return an error or an empty text. */
 std::string read_entries(const json_t &range, std::vector<etcd_entry_t> &entries);
+/** Parses one entry. @return an error or an empty text. */
 std::string read_entry(const json_t &object, etcd_entry_t &entry);
-/** Of the store, as the head of an answer says it. */
+/** The revision of the store in the header of an answer; 0: none. */
 int64_t revision_of(const json_t &answer);
 
-/** The key before which all end that begin with a prefix. */
+/** The end of the range of keys that begin with a prefix: the first key behind them. */
 std::string end_of_prefix(std::string prefix);
 
 #endif

@@ -1,3 +1,4 @@
+/* The watch of a key: opening it at an endpoint, and parsing the lines of its stream. */
 #include "fleet/etcd.h"
 #include "fleet/etcd_json.h"
 #include "net/json.h"
@@ -33,7 +34,7 @@ etcd_t::reply_t<std::vector<etcd_event_t>> etcd_watch_t::next() {
     co_return result;
 }
 
-/** At the endpoint that answers first. */
+/** Opens the watch at the first endpoint that accepts it. */
 nat64::task<etcd_error_t> etcd_watch_t::open() {
     const bool is_signed = !etcd_.store_.user.empty();
     bool is_new_token = false;
@@ -65,7 +66,7 @@ nat64::task<etcd_error_t> etcd_watch_t::open() {
     co_return error;
 }
 
-/** Awaits what comes next, which need not be events. */
+/** Awaits the next line of the stream, which may contain no events. */
 nat64::task<etcd_error_t> etcd_watch_t::read(std::vector<etcd_event_t> &events) {
     const std::optional<std::string> line = co_await stream_->next();
     if (line) co_return take(*line, events);
@@ -104,7 +105,7 @@ etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_
         const bool says_why = result.find("cancel_reason") != nullptr;
         const std::string reason = says_why ? result.text("cancel_reason", SIZE_MAX) : "the watch was cancelled";
         etcd_error_t error = read_failure(endpoint_, {{"message", reason}}, etcd_.secrets()).error;
-        is_token_unknown_ = error.kind == kind_t::rights; /* that is all it says of one that it does not know */
+        is_token_unknown_ = error.kind == kind_t::rights; /* etcd gives no other reason for an unknown token here */
         return error;
     }
     const json_t *list = result.find("events");

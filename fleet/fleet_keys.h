@@ -1,12 +1,12 @@
 /*
- * What the keys of a fleet in the store are called, all under one prefix:
+ * The names of a fleet's keys in the store, all under one prefix:
  *
- *     manifest             what the gateways are to hold (manifest.h)
- *     history/NNNNNNNNNN   the last ten versions, each as it was pushed
- *     chunks/SHA256        pieces of documents (chunks.h); one that no version names is rubbish
- *     lock                 who pushes; goes with its lease
- *     gateways/NAME/state  what a gateway says of itself (gateway_state.h); goes with its lease
- *     gateways/NAME/seen   the same, put with it, which stays when the gateway is gone
+ *     manifest             desired state of the gateways (manifest.h)
+ *     history/NNNNNNNNNN   manifests of the last ten versions, each as it was pushed
+ *     chunks/SHA256        chunks of documents (chunks.h); a chunk that no version names is garbage
+ *     lock                 lock of the pusher; has a lease
+ *     gateways/NAME/state  status of a gateway (gateway_state.h); has a lease
+ *     gateways/NAME/seen   the same, written together with it, but without a lease
  */
 #ifndef FLEET_FLEET_KEYS_H
 #define FLEET_FLEET_KEYS_H
@@ -17,16 +17,16 @@
 
 constexpr uint32_t gateway_lease_s = 10;
 constexpr uint32_t pusher_lease_s = 10;
-/** How often who has a lease says that it lives. */
+/** Interval between keep-alives of a lease. */
 constexpr uint64_t keep_lease_ms = 3000;
-/** The longest delay between tries when the store refuses user or password: only an administrator can change that. */
+/** Longest delay between attempts while the store refuses the user or password, which only an administrator can fix. */
 constexpr uint64_t rights_pause_ms = 60000;
-/** Versions that can be rolled back to, with the one in force. */
+/** Number of versions in the history, including the one in force. */
 constexpr size_t kept_versions = 10;
 
 class fleet_keys_t {
 public:
-    /** Without a slash at its end. */
+    /** @param prefix without a slash at its end */
     explicit fleet_keys_t(const std::string &prefix) : prefix_(prefix + '/') {}
 
     std::string manifest() const { return prefix_ + "manifest"; }
@@ -34,7 +34,7 @@ public:
     std::string chunks() const { return prefix_ + "chunks/"; }
     std::string chunk(const std::string &hash) const { return chunks() + hash; }
     std::string history() const { return prefix_ + "history/"; }
-    /** In the order of the versions. */
+    /** The key of a version, with leading zeros so that keys sort by version. */
     std::string history(uint64_t version) const {
         const std::string digits = std::to_string(version);
         return history() + std::string(digits.size() < 10 ? 10 - digits.size() : 0, '0') + digits;
@@ -47,7 +47,7 @@ private:
     std::string prefix_; /* with a slash */
 };
 
-/** What a gateway can be called: 1 to 64 letters, digits, `.`, `_` and `-`. */
+/** True for a valid name of a gateway: 1 to 64 letters, digits, `.`, `_` and `-`. */
 bool is_gateway_name(std::string_view name);
 
 #endif

@@ -1,3 +1,5 @@
+/* The lock's key has a value that no other process writes, so that a lost answer to `take` can be resolved by reading
+ * it. */
 #include "fleet/fleet_lock.h"
 
 #include <sys/random.h>
@@ -11,7 +13,7 @@
 
 namespace {
 
-/** A text that nobody else makes. */
+/** A random text, or the time if there is no randomness. */
 std::string unique_text() {
     uint64_t number = 0;
     const bool is_random = getrandom(&number, sizeof number, 0) == sizeof number;
@@ -45,7 +47,7 @@ nat64::task<etcd_error_t> fleet_lock_t::take(std::string who) {
     etcd_txn_t txn;
     txn.compares = {{etcd_txn_t::compare_t::what_t::create_revision, key_, "", 0}};
     txn.puts = {{key_, ours, lease_}};
-    txn.is_repeatable = true; /* nobody else puts what this does */
+    txn.is_repeatable = true; /* the value is unique, so `look` recognises it */
     const etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
     etcd_error_t error = put.error;
     if (!error) error = co_await look(ours);
@@ -58,7 +60,7 @@ nat64::task<etcd_error_t> fleet_lock_t::take(std::string who) {
     co_return error;
 }
 
-/** Sees who has it. */
+/** Reads the key and finds out which process has the lock. */
 nat64::task<etcd_error_t> fleet_lock_t::look(std::string ours) {
     const etcd_result_t<etcd_range_t> now = co_await etcd_.get(key_);
     if (now.error) co_return now.error;
@@ -78,7 +80,8 @@ nat64::task<etcd_error_t> fleet_lock_t::release() {
     co_return ended.error;
 }
 
-/** An error may pass; a lease that is gone takes the lock with it, which the next transaction tells. */
+/** Sends the keep-alives. Goes on after an error, because it may be temporary. Ends with the lease; the next
+ * transaction then fails, because the lock's key is deleted with the lease. */
 nat64::task<> fleet_lock_t::keep() {
     for (bool is_there = true; is_there;) {
         fwx::host::sleep pause(loop_, std::chrono::milliseconds(keep_lease_ms));

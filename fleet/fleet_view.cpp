@@ -7,7 +7,7 @@ namespace {
 constexpr std::string_view alive_end = "/state";
 constexpr std::string_view seen_end = "/seen";
 
-/** The name that a key is of; empty when it is none of a gateway's. */
+/** The gateway's name in a key with that end; empty if it is another key. */
 std::string name_of(std::string_view key, std::string_view end) {
     if (!key.ends_with(end)) return "";
     const std::string_view name = key.substr(0, key.size() - end.size());

@@ -1,4 +1,4 @@
-/* How the gateways of a fleet do, from what they say of themselves in the store. */
+/* Reads the status of all gateways of a fleet from the store. */
 #ifndef FLEET_FLEET_VIEW_H
 #define FLEET_FLEET_VIEW_H
 
@@ -12,12 +12,12 @@
 
 struct gateway_view_t {
     std::string name;
-    bool is_alive = false; /* it says so itself, now; else it was seen before */
-    gateway_state_t state; /* the last that it said */
-    std::string fault;     /* why that cannot be read; empty: it can */
-    int64_t lease = 0;     /* under which it is alive; 0: none */
+    bool is_alive = false; /* its key with the lease exists; else only `seen` does */
+    gateway_state_t state; /* its last status */
+    std::string fault;     /* why the status cannot be parsed; empty: it can */
+    int64_t lease = 0;     /* of its status; 0: none */
 
-    /** Whether it holds a document, and its server is in step with it. */
+    /** True if the gateway holds a document and its server is in sync with it. */
     bool holds(const fleet_document_t &document) const {
         return is_alive && state.is_in_step && state.document == document.hash;
     }
@@ -26,10 +26,10 @@ struct gateway_view_t {
     }
 };
 
-/** All that are there or were, in the order of their names. */
+/** Reads all gateways, also those that are gone, sorted by name. */
 etcd_t::reply_t<std::vector<gateway_view_t>> read_gateways(etcd_t &etcd, fleet_keys_t keys);
 
-/** Why a gateway is not in step with a document; empty: it is. */
+/** Why a gateway is not in sync with a document; empty: it is. */
 std::string lag_text(const gateway_view_t &gateway, const fleet_document_t &document);
 
 #endif

@@ -1,3 +1,4 @@
+/* Parses and writes the status of a gateway. Everything in it comes from another machine, so each member is checked. */
 #include "fleet/gateway_state.h"
 
 #include "fleet/fleet_keys.h"
@@ -9,7 +10,7 @@ namespace {
 constexpr size_t most_name_bytes = 320;
 constexpr size_t most_time_bytes = 64;
 
-/** Of a document, or of none. */
+/** Checks that a member is the hash of a document or empty. */
 void check_hash(json_members_t &members, const char *name, const std::string &hash) {
     if (!hash.empty() && !is_sha256(hash)) members.fail(std::string(name) + ": must be a SHA-256, or empty");
 }

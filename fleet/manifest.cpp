@@ -1,3 +1,4 @@
+/* Parses and writes manifests. They come from the store, so sizes, hashes and names are checked before use. */
 #include "fleet/manifest.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@ json_t parse_bounded(std::string_view text) {
     return text.size() <= most_manifest_bytes ? json_t::parse(text) : json_t();
 }
 
-/** 0, with a fault, when it says none. */
+/** The format, or 0 after setting the fault. */
 uint64_t format_of(json_members_t &members) {
     return members.number("format", 1, UINT64_MAX);
 }
@@ -104,7 +105,7 @@ bool is_in_stage(const stage_t &stage, const std::string &gateway) {
     }
     constexpr size_t digits = 8;
     const std::string hash = sha256(gateway);
-    uint32_t place = 0; /* of the gateway, which never changes */
+    uint32_t place = 0; /* depends only on the gateway's name */
     std::from_chars(hash.data(), hash.data() + std::min(digits, hash.size()), place, 16);
     return place % all < stage.percent;
 }

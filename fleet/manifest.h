@@ -1,16 +1,14 @@
 /*
- * What the gateways of a fleet are to hold, as JSON of at most 1 MiB:
+ * The manifest, which is the desired state of a fleet's gateways, as JSON of at most 1 MiB:
  *
  *     {"format":1,"version":8,"document":"SHA256","bytes":70123,"items":901,"pushed_by":"ann@ops1",
  *      "pushed_at":"2026-01-31T23:59:59.123Z","note":"edge.nat64","chunks":[["SHA256",32768],["SHA256",37355]]}
  *
- * `document` is the hash of the whole text. A document that only some gateways get has a `stage`, `{"gateways":["a"]}`
- * or
- * `{"percent":10}`, and beside it the `base` that the others keep, which is the same without `format` and stage. An
- * entry of the history is a manifest without `base`.
+ * `document` is the hash of the whole text. If only some gateways get the document, `stage` says which:
+ * `{"gateways":["a"]}` or `{"percent":10}`. `base` then describes the document that the other gateways keep. It has the
+ * same members, except `format`, `stage` and `base`. A manifest in the history has no `base`.
  *
- * A manifest of a newer format is refused. So is one that says less than it must, or what cannot be; members that are
- * not known are left alone.
+ * A manifest of a newer format is refused, and so is one with a missing or wrong member. Unknown members are ignored.
  */
 #ifndef FLEET_MANIFEST_H
 #define FLEET_MANIFEST_H
@@ -33,7 +31,7 @@ constexpr size_t most_note_bytes = 1024;
 struct fleet_document_t {
     uint64_t version = 0; /* from 1 */
     std::string hash;     /* SHA-256 of its text */
-    uint64_t bytes = 0;   /* of its text: those of its chunks together */
+    uint64_t bytes = 0;   /* length of its text, the sum of its chunks */
     uint64_t items = 0;
     std::string pushed_by; /* `user@host` */
     std::string pushed_at; /* in UTC */
@@ -41,36 +39,36 @@ struct fleet_document_t {
     std::vector<chunk_t> chunks;
 };
 
-/** Which gateways a document is for. */
+/** Selects the gateways that get a document. */
 struct stage_t {
-    std::vector<std::string> gateways; /* these; without any: */
-    uint32_t percent = 0;              /* so many of a hundred, 1 to 100 */
+    std::vector<std::string> gateways; /* names; if empty, `percent` applies */
+    uint32_t percent = 0;              /* 1 to 100 */
 
     bool operator==(const stage_t &) const = default;
 };
 
 struct manifest_t {
     fleet_document_t document;
-    std::optional<stage_t> stage;         /* nothing: it is for all */
-    std::optional<fleet_document_t> base; /* what those that the stage does not name hold; there when there is a stage,
-                                             but in the history */
+    std::optional<stage_t> stage;         /* nothing: the document is for all gateways */
+    std::optional<fleet_document_t> base; /* document of gateways outside of the stage; only with a stage, and not in
+                                             the history */
 
-    /** What a gateway is to hold. */
+    /** The document for a gateway. */
     const fleet_document_t &document_for(const std::string &gateway) const;
-    /** What the next stage leaves with those that it does not name. */
+    /** The document for gateways outside of any stage, which is the base of the next stage. */
     const fleet_document_t &document_for_all() const { return stage && base ? *base : document; }
 };
 
-/** Whether a gateway is one of a stage's. A growing percentage only adds gateways. */
+/** True if a stage selects a gateway. A greater percentage selects the same gateways and more. */
 bool is_in_stage(const stage_t &stage, const std::string &gateway);
 /** `gateways a, b` or `10 % of the gateways`. */
 std::string stage_text(const stage_t &stage);
 
 enum class manifest_place_t : uint8_t { current, history };
 
-/** Nothing, with `error` filled, when the text is no manifest, or a newer one. */
+/** Parses a manifest. Sets `error` and returns nothing if the text is not a manifest of this format. */
 std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t place, std::string &error);
-/** Whether a text is a manifest of a format that is not known here yet. */
+/** True if a text is a manifest of a newer format. */
 bool is_newer_manifest(std::string_view text);
 std::string write_manifest(const manifest_t &manifest, manifest_place_t place);
 

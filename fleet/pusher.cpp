@@ -1,3 +1,7 @@
+/*
+ * Pushes, rollbacks and the garbage collection. Each transaction compares the revision of the lock's key, so a pusher
+ * that has lost its lock writes nothing more.
+ */
 #include "fleet/pusher.h"
 
 #include <algorithm>
@@ -10,7 +14,7 @@ namespace {
 
 using kind_t = etcd_error_t::kind_t;
 
-/* etcd takes 1.5 MB and 128 operations in a transaction if it has not been told otherwise. */
+/* By default, etcd limits a transaction to 1.5 MB and 128 operations. */
 constexpr size_t most_put_bytes = 768U << 10;
 constexpr size_t most_put_chunks = 64;
 constexpr size_t most_deletes = 100;
@@ -19,7 +23,7 @@ etcd_error_t lock_lost() {
     return {kind_t::other, "the lock was lost on the way: its lease has ended"};
 }
 
-/** The numbers of versions whose keys these are; others are none of ours. */
+/** The version numbers in keys of the history. Ignores other keys. */
 std::vector<uint64_t> versions_of(const std::vector<etcd_entry_t> &entries, const fleet_keys_t &keys) {
     std::vector<uint64_t> versions;
     for (const etcd_entry_t &entry : entries) {
@@ -36,12 +40,12 @@ void add_names(const fleet_document_t &document, std::set<std::string> &names) {
     }
 }
 
-/** Whether the manifest in force says already what the result's would. */
+/** True if the manifest in force has the same document and stage already. */
 bool says_the_same(const std::optional<manifest_t> &before, const manifest_t &now) {
     return before && before->document.hash == now.document.hash && before->stage == now.stage;
 }
 
-/** ` (a, b)`; empty of none. */
+/** The texts as ` (a, b)`; empty if there are none. */
 std::string in_brackets(const std::vector<std::string> &texts) {
     std::string all;
     for (const std::string &text : texts) {
@@ -57,14 +61,14 @@ void sort_names(std::optional<stage_t> &stage) {
     names.erase(std::unique(names.begin(), names.end()), names.end());
 }
 
-/** Why a manifest that was read cannot be replaced. One that nobody can read can be; one that a newer natctl has put
- * may be good. */
+/** The error if the manifest that was read must not be replaced. A damaged one may be. One of a newer format must not
+ * be, because a newer natctl may have written it correctly. */
 etcd_error_t obstacle(const etcd_result_t<manifest_read_t> &before) {
     const bool is_faulty = before.error.kind == kind_t::malformed && before.value.mod_revision != 0;
     return is_faulty && !is_newer_manifest(before.value.text) ? etcd_error_t{} : before.error;
 }
 
-/** Says in a manifest what is wished; returns why that cannot be. */
+/** Sets the members of a manifest that the caller of push chooses. Returns the reason if the push is impossible. */
 std::string prepare(const manifest_read_t &before, const push_wish_t &wish, manifest_t &manifest) {
     const bool fits = !wish.text.empty() && wish.text.size() <= most_document_bytes;
     if (!fits)
@@ -118,7 +122,7 @@ nat64::task<push_result_t> pusher_t::under_lock(nat64::task<push_result_t> work)
         co_return result;
     }
     result = co_await work;
-    static_cast<void>(co_await lock_.release()); /* else its lease ends */
+    static_cast<void>(co_await lock_.release()); /* if that fails, the lock ends with its lease */
     co_return result;
 }
 
@@ -189,8 +193,8 @@ nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> ve
     co_return result;
 }
 
-/** Says in the result which document to go back to, if there is one. While a stage is in force, the first choice is the
- * document that the gateways outside of it hold. */
+/** Chooses the document of a rollback without a number, if there is one. While a stage is in force, the first choice is
+ * the document of the gateways outside of the stage. */
 nat64::task<etcd_error_t> pusher_t::choose_older(manifest_t in_force, push_result_t &result) {
     const auto takes = [&](const manifest_t &older) {
         const bool is_same = older.document.hash == in_force.document.hash;
@@ -234,8 +238,8 @@ nat64::task<> pusher_t::publish_and_collect(manifest_read_t before, push_result_
     result.uncollected = error.text;
 }
 
-/** Which of the chunks are not in the store, or damaged there, each once. A pusher writes a chunk once, so only what
- * has been written more often is read. */
+/** Indices of the chunks that are missing or damaged in the store, each chunk once. A pusher writes a chunk only once.
+ * Therefore only chunks that were written again are read and checked. */
 etcd_t::reply_t<std::vector<size_t>> pusher_t::find_missing(std::vector<chunk_t> chunks) {
     etcd_result_t<std::vector<size_t>> result;
     const etcd_result_t<etcd_range_t> stored = co_await etcd_.list(keys_.chunks(), false);
@@ -303,7 +307,7 @@ nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_
     manifest.document.pushed_at = time_text();
     if (manifest.stage) manifest.base = before.manifest->document_for_all();
     const std::string text = write_manifest(manifest, manifest_place_t::current);
-    std::string fault; /* what is put can be read */
+    std::string fault; /* checks that gateways can parse it */
     if (!read_manifest(text, manifest_place_t::current, fault)) co_return etcd_error_t{kind_t::other, fault};
     etcd_txn_t txn;
     txn.compares = {lock_.held(),
@@ -311,7 +315,7 @@ nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_
     txn.puts = {{keys_.manifest(), text, 0},
                 {keys_.history(last + 1), write_manifest(manifest, manifest_place_t::history), 0}};
     etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
-    if (put.error.kind == kind_t::no_answer) { /* it may be there all the same */
+    if (put.error.kind == kind_t::no_answer) { /* the transaction may have been carried out */
         const etcd_result_t<etcd_range_t> now = co_await etcd_.get(keys_.manifest());
         const bool is_there = !now.error && !now.value.entries.empty() && now.value.entries.front().value == text;
         if (is_there) put = {{true, now.value.revision}, {}};
@@ -322,7 +326,7 @@ nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_
     co_return etcd_error_t{};
 }
 
-/** An entry of the history that cannot be read may name anything: then nothing is deleted. */
+/** Deletes nothing if an entry of the history cannot be parsed, because it could name any chunk. */
 nat64::task<etcd_error_t> pusher_t::collect(push_result_t &result) {
     const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
     if (history.error) co_return history.error;
@@ -338,7 +342,7 @@ nat64::task<etcd_error_t> pusher_t::collect(push_result_t &result) {
     }
     const etcd_result_t<etcd_range_t> stored = co_await etcd_.list(keys_.chunks(), false);
     if (stored.error) co_return stored.error;
-    std::vector<std::string> rubbish; /* entries first: none names what is not there */
+    std::vector<std::string> rubbish; /* entries of the history first, so that none names a deleted chunk */
     for (size_t i = 0; i < old; ++i) {
         rubbish.push_back(keys_.history(versions[i]));
     }

@@ -1,7 +1,8 @@
 /*
- * Puts documents into the store, one pusher at a time. Chunks that are not there yet come first, then the manifest with
- * its entry of the history in one transaction, which is the moment at which the gateways see it, then the chunks that
- * no kept version names go. A pusher that dies leaves at most chunks that nobody names, which the next one collects.
+ * Pushes documents into the store, under a lock, so that there is one pusher at a time. It first puts the missing
+ * chunks. Then it puts the manifest and its entry in the history in one transaction; from then on gateways see the new
+ * document. Last it deletes the chunks that no version in the history names. A pusher that is killed leaves at most
+ * unused chunks, which the next one deletes.
  */
 #ifndef FLEET_PUSHER_H
 #define FLEET_PUSHER_H
@@ -18,47 +19,49 @@
 #include "fleet/manifest.h"
 
 struct push_wish_t {
-    std::string text; /* of a document, as write_lines writes it */
-    uint64_t items = 0;
-    std::optional<stage_t> stage; /* nothing: for all */
+    std::string text;             /* the document, as write_lines writes it */
+    uint64_t items = 0;           /* number of its items */
+    std::optional<stage_t> stage; /* nothing: for all gateways */
     std::string note;
 };
 
 struct push_result_t {
-    bool is_changed = false; /* there is a new manifest; false without an error: it says that already */
-    manifest_t manifest;     /* in force behind it */
-    size_t chunks_put = 0;
-    uint64_t bytes_put = 0;  /* of those */
-    size_t collected = 0;    /* chunks and entries of the history that went */
-    etcd_error_t error;      /* nothing is in force that was not before, unless is_changed */
-    std::string refused;     /* why it was not even tried: somebody else pushes, no such version; empty: it was */
-    std::string uncollected; /* what is in force is, but the collector could not do its work; empty: it could */
-    uint64_t back_to = 0;    /* of a rollback, the version whose document is in force again */
-    std::vector<std::string> skipped; /* of one without a number, the versions that it passed over, and why */
+    bool is_changed = false; /* there is a new manifest; false without an error: the present one was equal */
+    manifest_t manifest;     /* in force afterwards */
+    size_t chunks_put = 0;   /* chunks that were written */
+    uint64_t bytes_put = 0;  /* length of these chunks */
+    size_t collected = 0;    /* chunks and entries of the history that were deleted */
+    etcd_error_t error;      /* unless is_changed, the manifest in force is still the old one */
+    std::string refused; /* why nothing was tried, such as another pusher or an unknown version; empty: no refusal */
+    std::string
+        uncollected;      /* why the garbage collection failed; the push itself has succeeded. Empty: it did not fail */
+    uint64_t back_to = 0; /* of a rollback: the version whose document is in force again */
+    std::vector<std::string> skipped; /* of a rollback without a number: versions that were skipped, with the reasons */
 };
 
 class pusher_t {
 public:
-    /** `etcd` and `loop` must outlive it. `who` is `user@host`. */
+    /** `etcd` and `loop` must outlive this object. `who` is `user@host`. */
     pusher_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string who);
 
-    /* One at a time. */
+    /* Only one of these may run at a time. */
 
+    /** Makes a new version of a document. Does nothing if the manifest in force has the same document and stage. */
     nat64::task<push_result_t> push(push_wish_t wish);
-    /** Makes a new version, for all, of an older one; without a number of the newest one before that in force which was
-     * for all and has another document. */
+    /** Makes a new version, for all gateways, with the document of an older version. Without a number, that is the
+     * newest version before the one in force that was for all gateways and has another document. */
     nat64::task<push_result_t> roll_back(std::optional<uint64_t> version);
-    /** What push would do, as things are now: writes nothing, and takes no lock. */
+    /** Computes what push would do now, without writing anything or taking the lock. */
     nat64::task<push_result_t> check(push_wish_t wish);
 
-    /* What push does, in this order, under the lock. `result` must outlive the task. */
+    /* The steps of push, in this order, under the lock. `result` must outlive the task. */
 
     fleet_lock_t &lock() { return lock_; }
-    /** Puts the chunks of a text that are not there or damaged, and says in the result what they are. */
+    /** Puts the chunks of a text that are missing or damaged, and names all chunks in the result's manifest. */
     nat64::task<etcd_error_t> put_chunks(std::string text, push_result_t &result);
-    /** Puts the result's manifest in force in place of the one that was read. */
+    /** Replaces the manifest that was read by that of the result. Sets version, user and time. */
     nat64::task<etcd_error_t> publish(manifest_read_t before, push_result_t &result);
-    /** Deletes what neither the result's manifest nor a kept version names. */
+    /** Deletes old versions of the history, and chunks that neither the manifest nor a version names. */
     nat64::task<etcd_error_t> collect(push_result_t &result);
 
 private:

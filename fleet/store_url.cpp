@@ -1,3 +1,4 @@
+/* Parses the address of a store and checks the options that go with it. Errors name the option. */
 #include "fleet/store_url.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 /*
- * Where the documents of a fleet are kept: `etcd://HOST:PORT[,HOST:PORT...]/PREFIX`, hosts as names, IPv4 addresses or
- * IPv6 addresses in brackets. The endpoints are members of one cluster. The prefix is what all keys begin with: words
- * of letters, digits, `.`, `_` and `-`, with slashes between them.
+ * The address of a fleet's store: `etcd://HOST:PORT[,HOST:PORT...]/PREFIX`. A host is a name, an IPv4 address or an
+ * IPv6 address in brackets. The endpoints are members of one cluster. All keys begin with the prefix, which consists of
+ * words of letters, digits, `.`, `_` and `-`, separated by slashes.
  *
- * With an authority's file the store is reached by https, without one by http. A password stands in a file, never on a
- * command line.
+ * The store is accessed by https if the file of an authority is given, otherwise by http. A password is read from a
+ * file and never from the command line, because other users can see command lines.
  */
 #ifndef FLEET_STORE_URL_H
 #define FLEET_STORE_URL_H
@@ -15,35 +15,36 @@
 
 #include "net/http.h"
 
-/** As a user gives it; empty: not given. */
+/** The options of a command; empty: not given. */
 struct store_options_t {
     std::string url;
-    std::string ca; /* files */
-    std::string cert;
-    std::string key;
+    std::string ca;   /* file with the authority */
+    std::string cert; /* file with the client's certificate */
+    std::string key;  /* file with its private key */
     std::string user;
-    std::string password_file;    /* its text is the password, without a line feed at its end */
-    bool sends_plaintext = false; /* the password may go to the store without TLS */
+    std::string password_file;    /* contains the password; a line feed at its end is ignored */
+    bool sends_plaintext = false; /* allows sending the password without TLS */
 };
 
 struct store_t {
     std::vector<std::string> endpoints; /* `http://127.0.0.1:2379` */
     std::string prefix;                 /* without slashes at its ends */
     http_tls_t tls;
-    std::string user; /* empty: nobody signs in */
+    std::string user; /* empty: no authentication */
     std::string password;
-    std::string password_file; /* that it was read from; empty: it is fixed */
+    std::string password_file; /* source of the password; empty: the password cannot change */
 };
 
-/** Whether it names a store, rightly or not, and no file. */
+/** True if a text begins like the address of a store, so that it is not the name of a file. */
 bool is_store_url(std::string_view text);
 
-/** Reads options, and the files that they name; returns what is wrong, empty when nothing is. A password goes to no
- * store without TLS unless the user wants it to. */
+/** Checks the options and reads the files that they name. A password without TLS is an error, unless `sends_plaintext`
+ * is set. @return an error or an empty text. */
 std::string read_store(const store_options_t &options, store_t &store);
-/** Reads the password again, which may be another one by now; returns what is wrong. */
+/** Reads the password from its file again. @return an error or an empty text. */
 std::string read_password(store_t &store);
-/** What a user should know of options that are good: others can get at secrets; empty: nothing. */
+/** A warning about options that are correct but unsafe, because other users can access a file with a secret; else an
+ * empty text. */
 std::string store_warning(const store_options_t &options);
 
 #endif

@@ -1,3 +1,8 @@
+/*
+ * Connects libcurl's multi interface to the host's loop: curl's sockets are in one epoll descriptor, and curl's timer
+ * is a timer of the loop. Coroutines are resumed only after curl has returned, because they may destroy requests and
+ * even the client.
+ */
 #include "net/http.h"
 
 #include <linux/sockios.h>
@@ -14,17 +19,17 @@
 namespace {
 
 constexpr int events_at_once = 32;
-constexpr int64_t least_moved_bytes = 1024; /* that end a silence */
-constexpr uint64_t looks_in_silence = 4;
+constexpr int64_t least_moved_bytes = 1024; /* fewer bytes count as silence */
+constexpr uint64_t looks_in_silence = 4;    /* checks within one timeout */
 constexpr long keepalive_idle_s = 10;
 constexpr long keepalive_interval_s = 5;
 
 void prepare_curl() {
     static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
-    static_cast<void>(result); /* without it, no handle is made */
+    static_cast<void>(result); /* if it fails, creating a handle fails too, which is reported */
 }
 
-/** Of epoll for what curl wants to know of a socket. */
+/** The epoll events for curl's CURL_POLL_ value of a socket. */
 uint32_t events_of(int what) {
     const bool reads = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     const bool writes = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
@@ -36,7 +41,7 @@ int selected_by(uint32_t events) {
            ((events & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0);
 }
 
-/** A peer that says nothing any more is asked so often, keepalive_interval_s apart, and given up. */
+/** Sets the number of TCP keep-alive probes after which the connection fails; they are keepalive_interval_s apart. */
 int expect_life(void *, curl_socket_t socket, curlsocktype) {
     const int probes = 3;
     setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
@@ -79,7 +84,7 @@ int http_t::socket_changed(CURL *easy, curl_socket_t socket, int what, void *sel
     event.events = events_of(what);
     event.data.fd = socket;
     const int first = known == nullptr ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
-    const int second = known == nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD; /* a number that has been closed and reused */
+    const int second = known == nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD; /* the descriptor was closed and reused */
     const bool is_watched =
         epoll_ctl(epoll, first, socket, &event) == 0 || epoll_ctl(epoll, second, socket, &event) == 0;
     curl_multi_assign(http.multi_, socket, self);
@@ -118,7 +123,7 @@ void http_t::take_finished() {
     int left = 0;
     while (const CURLMsg *message = curl_multi_info_read(multi_, &left)) {
         if (message->msg != CURLMSG_DONE) continue;
-        const CURLcode result = message->data.result; /* the message goes with its handle */
+        const CURLcode result = message->data.result; /* copied, because `finish` frees the message with its handle */
         void *transfer = nullptr;
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
         static_cast<transfer_t *>(transfer)->finish(result);
@@ -130,7 +135,7 @@ void http_t::make_ready(transfer_t &transfer) {
     if (!is_known) ready_.push_back(&transfer);
 }
 
-/** Whoever is resumed may destroy any transfer, and this. */
+/** A resumed coroutine may destroy any request, and this client too. */
 void http_t::resume_ready() {
     const std::shared_ptr<const bool> is_gone = is_gone_;
     while (!*is_gone && !ready_.empty()) {
@@ -171,8 +176,8 @@ void http_t::transfer_t::set_timer(uint64_t delay_ms) {
     timer_ = fwx_host_timer_add(client_->loop_, delay_ms, rang, this);
 }
 
-/** Bytes that the peer has got or sent. What the kernel still holds has not moved: its buffer takes megabytes at once,
- * for which a thin line needs half a minute. */
+/** Bytes that the peer has acknowledged or sent. Bytes in the kernel's send buffer do not count: the buffer takes
+ * megabytes at once, for which a slow connection needs half a minute. */
 int64_t http_t::transfer_t::moved_bytes() const {
     int held = 0;
     if (socket_ >= 0 && ioctl(socket_, SIOCOUTQ, &held) != 0) held = 0;
@@ -199,7 +204,7 @@ void http_t::transfer_t::look_for_silence() {
     client.resume_ready();
 }
 
-/** Of a request that has not come to its end. */
+/** Sets the fault of a request without a complete reply. */
 void http_t::transfer_t::set_fault(std::string reason) {
     const bool has_body = !request_.body.empty();
     reply_.fault = has_body && sent_ == 0 ? http_reply_t::fault_t::unsent : http_reply_t::fault_t::lost;
@@ -236,7 +241,7 @@ bool http_t::transfer_t::set_options() {
         if (longer != nullptr) headers_ = longer;
     };
     add_header("Content-Type: application/json");
-    add_header("Expect:"); /* no round trip before a long body */
+    add_header("Expect:"); /* no `Expect: 100-continue`, which costs a round trip before a long body */
     for (const std::string &line : request_.headers) {
         add_header(line.c_str());
     }
@@ -246,7 +251,7 @@ bool http_t::transfer_t::set_options() {
     set(CURLOPT_HTTPHEADER, headers_);
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_PROXY, ""); /* none of the environment's either */
+    set(CURLOPT_PROXY, ""); /* ignore proxies from the environment too */
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_POST, 1L);
@@ -281,8 +286,8 @@ size_t http_t::transfer_t::give_body(char *room, size_t size, size_t count, void
     return given;
 }
 
-/** curl begins anew when a connection that it kept turns out to have ended, which tells nothing of what became of the
- * request. */
+/** curl sends a request again if a reused connection turns out to be closed. The server may have carried out the
+ * request already, so this is only allowed if the request is repeatable or nothing of its body was sent. */
 int http_t::transfer_t::rewind_body(void *self, curl_off_t offset, int origin) {
     auto &transfer = *static_cast<transfer_t *>(self);
     const bool may_begin_anew = transfer.request_.is_repeatable || transfer.sent_ == 0;

@@ -1,15 +1,15 @@
 /*
- * HTTP requests on a loop, for those who co_await: a POST and its reply, or a reply that comes line by line for as long
- * as it is wanted. No request blocks, and nothing here has a thread of its own.
+ * An HTTP client for coroutines, on the host's loop. A request is a POST with one reply, or a POST whose reply is read
+ * line by line as it arrives. Nothing here blocks or starts a thread. It relies on libcurl.
  *
- * A deadline is for silence, because a long body takes its time on a thin line: as long as the peer acknowledges what
- * is sent, or sends, a request goes on. A peer that only trickles does not count as one that does.
+ * Timeouts limit silence and not the whole request, because a long body takes long on a slow connection. A request goes
+ * on while at least one KiB moves within the timeout: bytes that the peer acknowledges or sends.
  *
- * Only http and https are spoken, without redirects and without a proxy of the environment. A server's certificate must
- * be signed by the authority that is given and bear the host's name.
+ * Only http and https are supported, without redirects and without a proxy from the environment. The certificate of a
+ * server must be signed by the given authority and be valid for the host's name.
  *
- * A coroutine that waits here may be destroyed at any moment, and takes its request back with it. So may the client:
- * who waits then is not resumed any more, and has to be destroyed by its owner, before or after.
+ * A coroutine that waits here may be destroyed at any time; that ends its request. The client may be destroyed too. A
+ * coroutine that waits at that moment is never resumed, and its owner must destroy it, before or after.
  */
 #ifndef NET_HTTP_H
 #define NET_HTTP_H
@@ -26,34 +26,34 @@
 
 #include "net/descriptor.h"
 
-/** Files in PEM; empty: none. */
+/** Paths of PEM files; empty: none. */
 struct http_tls_t {
-    std::string authority;   /* that alone is trusted; needed for https */
+    std::string authority;   /* the only one that is trusted; required for https */
     std::string certificate; /* of this client */
-    std::string key;         /* of that certificate */
+    std::string key;         /* private key of that certificate */
 };
 
 struct http_request_t {
     std::string url;
     std::string body;
-    std::vector<std::string> headers; /* `Authorization: x`, beside the content's type, which is JSON */
-    uint64_t timeout_ms = 5000;       /* longest time in which less than a KiB moves; of a stream, to its first line */
-    uint64_t silence_ms = 0;          /* of a stream behind that, longest time without a line; 0: there is none */
-    size_t most_bytes = 1U << 20;     /* of the reply's body; of a stream, of what has come and is not taken */
-    bool is_repeatable = false;       /* nothing is lost when it is carried out twice */
+    std::vector<std::string> headers; /* such as `Authorization: x`; the content type is always JSON */
+    uint64_t timeout_ms = 5000;   /* longest time in which less than one KiB moves; of a stream: to its first line */
+    uint64_t silence_ms = 0;      /* of a stream after its first line: longest time without one; 0: unlimited */
+    size_t most_bytes = 1U << 20; /* of the reply's body; of a stream: of the bytes that were not read yet */
+    bool is_repeatable = false;   /* the request may be carried out twice */
 };
 
 struct http_reply_t {
     enum class fault_t : uint8_t {
-        none,     /* there is a reply, whatever its status */
-        unsent,   /* the server has got nothing of the request's body */
-        lost,     /* the server may have got the request, and nobody knows what became of it */
-        too_long, /* the reply was */
+        none,     /* there is a reply, with any status */
+        unsent,   /* no part of the request's body was sent */
+        lost,     /* there is no reply, but the server may have carried out the request */
+        too_long, /* the reply is too long */
     };
 
     fault_t fault = fault_t::none;
     std::string reason; /* of a fault */
-    long status = 0;    /* of HTTP; 0: it has not come */
+    long status = 0;    /* HTTP status; 0: not received */
     std::string body;
 };
 
@@ -62,15 +62,15 @@ public:
     class transfer_t;
     class post_t;
     class stream_t;
-    static constexpr long success = 200; /* the status */
+    static constexpr long success = 200; /* HTTP status */
 
-    /** `loop` must outlive it. */
+    /** `loop` must outlive this object. */
     http_t(fwx_host_loop_t *loop, http_tls_t tls);
     ~http_t();
     http_t(const http_t &) = delete;
     http_t &operator=(const http_t &) = delete;
 
-    /** Awaits the reply of a POST: an http_reply_t. */
+    /** Sends a POST. `co_await` gives its http_reply_t. */
     post_t post(http_request_t request);
 
 private:
@@ -85,14 +85,14 @@ private:
     fwx_host_loop_t *loop_;
     http_tls_t tls_;
     CURLM *multi_;
-    std::vector<transfer_t *> transfers_;                           /* that were begun; their owners' */
-    std::deque<transfer_t *> ready_;                                /* have something for who awaits them */
-    std::shared_ptr<bool> is_gone_ = std::make_shared<bool>(false); /* outlives this for who is resumed meanwhile */
+    std::vector<transfer_t *> transfers_;                           /* outstanding requests, not owned */
+    std::deque<transfer_t *> ready_;                                /* requests whose coroutines must be resumed */
+    std::shared_ptr<bool> is_gone_ = std::make_shared<bool>(false); /* shared, to detect destruction during a resume */
     uint64_t timer_ = 0;
-    watched_descriptor_t sockets_; /* an epoll descriptor: a loop tells readability alone */
+    watched_descriptor_t sockets_; /* an epoll descriptor, because the loop can only watch for readability */
 };
 
-/** What a request is while it is under way. Its owner keeps it where it is. */
+/** An outstanding request. It must not be moved, because the client and curl have its address. */
 class http_t::transfer_t {
 public:
     transfer_t(const transfer_t &) = delete;
@@ -103,11 +103,11 @@ protected:
 
     transfer_t(http_t *client, http_request_t request, bool is_stream);
     ~transfer_t() { leave(); }
-    /** Sends it off; false, with the fault in the reply, when that cannot be. */
+    /** Starts the request. If that fails, sets the fault of the reply and returns false. */
     bool begin();
     bool is_over() const { return is_over_; }
 
-    http_t *client_; /* may be gone when it is not listed there */
+    http_t *client_; /* dangling if the client was destroyed; check is_listed_ first */
     http_request_t request_;
     http_reply_t reply_;
     std::coroutine_handle<> waiting_;
@@ -130,19 +130,19 @@ private:
     CURL *easy_ = nullptr;
     curl_slist *headers_ = nullptr;
     char error_[CURL_ERROR_SIZE] = "";
-    size_t sent_ = 0;            /* bytes of the request's body that were taken */
-    int socket_ = -1;            /* that curl uses for it now; -1: none */
+    size_t sent_ = 0;            /* bytes of the request's body that curl has taken */
+    int socket_ = -1;            /* the one that curl uses for the request; -1: none */
     size_t received_ = 0;        /* bytes of the reply's body */
-    uint64_t timer_ = 0;         /* of the next look for silence; 0: none */
-    uint64_t most_quiet_ms_ = 0; /* that there may be now */
-    int64_t moved_ = 0;          /* bytes that had moved, when that was seen last */
+    uint64_t timer_ = 0;         /* for the next check for silence; 0: none */
+    uint64_t most_quiet_ms_ = 0; /* timeout that applies now */
+    int64_t moved_ = 0;          /* bytes that had moved at moved_at_ms_ */
     uint64_t moved_at_ms_ = 0;
     bool is_stream_;
-    bool is_listed_ = false; /* the client knows it */
+    bool is_listed_ = false; /* is in the client's transfers_ */
     bool is_over_ = false;
 };
 
-/** An awaitable; to be awaited once. */
+/** The awaitable of one POST. To be awaited once. */
 class [[nodiscard]] http_t::post_t : private transfer_t {
 public:
     bool await_ready() { return !begin(); }
@@ -154,17 +154,17 @@ private:
     post_t(http_t *client, http_request_t request) : transfer_t(client, std::move(request), false) {}
 };
 
-/** A POST whose reply is lines, one as soon as it is there. It ends the request when it is destroyed. */
+/** A POST whose reply is read line by line as it arrives. Destroying the stream ends the request. */
 class http_t::stream_t : private transfer_t {
 public:
     stream_t(http_t &client, http_request_t request) : transfer_t(&client, std::move(request), true) {}
     ~stream_t();
 
     class line_t;
-    /** Awaits the next line, without its line feed: an optional<string>, nothing at the end. One waits at a time, and
-     * may be destroyed before the stream is. */
+    /** `co_await` gives the next line without its line feed, or nothing at the end (an optional<string>). Only one
+     * coroutine may wait at a time. The awaitable may be destroyed before or after the stream. */
     line_t next();
-    /** Behind the end: why it ended, its status, and the body of a status other than 200. Before: the status alone. */
+    /** After the end: the status, the fault, and the body if the status is not 200. Before: only the status. */
     const http_reply_t &reply() const { return reply_; }
 
 private:
@@ -176,7 +176,7 @@ private:
         waiting_ = nullptr;
     }
 
-    line_t *line_ = nullptr; /* that waits, or waited last */
+    line_t *line_ = nullptr; /* the last awaitable, if it still exists */
     bool is_begun_ = false;
 };
 
@@ -199,7 +199,7 @@ private:
     friend class stream_t;
     explicit line_t(stream_t *stream) : stream_(stream) {}
 
-    stream_t *stream_; /* null when it is gone */
+    stream_t *stream_; /* null if the stream was destroyed */
 };
 
 inline http_t::stream_t::~stream_t() {

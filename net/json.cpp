@@ -1,3 +1,4 @@
+/* JSON values, their writer, and the checks of input from outside. Only this file includes the parser. */
 #include "net/json.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ struct character_t {
     size_t bytes; /* 0: no character of UTF-8 */
 };
 
-/** The first of a text that is not empty. */
+/** The first character of a text. Requires: the text is not empty. */
 character_t first_of(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text[0]);
     if (lead < 0x80) return {lead, 1};
@@ -36,7 +37,7 @@ character_t first_of(std::string_view text) {
     return code < least_of[bytes] || code > 0x10ffff || is_surrogate ? character_t{0, 0} : character_t{code, bytes};
 }
 
-/** Whether a character could do more to a terminal than be seen. */
+/** True if a character could have an effect on a terminal other than being displayed. */
 bool is_control(uint32_t code) {
     const bool is_c0_or_c1 = code < ' ' || (code >= 0x7f && code <= 0x9f);
     const bool turns_direction = code == 0x61c || code == 0x200e || code == 0x200f ||
@@ -63,7 +64,7 @@ std::string clean(std::string_view text, std::string_view kept) {
     return shown;
 }
 
-/** Whether a text nests no deeper than most_levels, looked at before it is read. */
+/** True if a text nests no deeper than most_levels. Checked before parsing, because value_of is recursive. */
 bool is_flat(std::string_view text) {
     size_t level = 0;
     bool is_within_text = false;
@@ -82,7 +83,7 @@ bool is_flat(std::string_view text) {
     return true;
 }
 
-/** Without what JSON or UTF-8 has rules for. */
+/** True if JSON needs no escapes for the text and no byte has to be replaced. */
 bool is_plain(const std::string &text) {
     return std::all_of(text.begin(), text.end(),
                        [](char c) { return c >= ' ' && c != '"' && c != '\\' && c != '\x7f'; });
@@ -311,7 +312,7 @@ json_t json_t::parse(std::string_view text) {
 std::string clean_line(std::string_view text, size_t most_bytes) {
     size_t end = std::min(text.size(), most_bytes);
     while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80) {
-        --end; /* not within a character */
+        --end; /* do not cut within a character */
     }
     return clean(text.substr(0, end), "");
 }

@@ -1,12 +1,12 @@
 /*
- * JSON as values of our own, so that the parser's large header is compiled once. A value is null, true or false, a
- * number, a text, an array, or an object that keeps its members in the order in which they were entered.
+ * A JSON value type, which keeps the large header of the parser out of other files. An object keeps its members in the
+ * order in which they were added.
  *
- * Values are made as they are written: {{"id", 7}, {"names", json_t::array()}} is an object, since each element is a
- * pair that begins with a text; every other list in braces is an array.
+ * Values can be written as initializer lists: {{"id", 7}, {"names", json_t::array()}} is an object, because each
+ * element is a pair that begins with a text. Any other list in braces is an array.
  *
- * What comes from outside is bounded: a text that nests deeper than anything here does is no JSON, and json_members_t
- * takes no member that is not what it must be.
+ * Input from outside is checked: a text with more than 16 levels of nesting is not accepted as JSON, and json_members_t
+ * checks the type and range of each member.
  */
 #ifndef NET_JSON_H
 #define NET_JSON_H
@@ -58,23 +58,23 @@ public:
 
     bool is_null() const { return kind_ == kind_t::null; }
     bool is_boolean() const { return kind_ == kind_t::boolean; }
-    bool is_integer() const { return kind_ == kind_t::integer; } /* a negative one */
-    bool is_number() const { return kind_ == kind_t::number; }   /* a whole one, not negative */
+    bool is_integer() const { return kind_ == kind_t::integer; } /* a negative integer */
+    bool is_number() const { return kind_ == kind_t::number; }   /* an integer from 0 */
     bool is_string() const { return kind_ == kind_t::text; }
     bool is_array() const { return kind_ == kind_t::array; }
     bool is_object() const { return kind_ == kind_t::object; }
 
-    /** Of an array or object; of all others 0 for null and 1. */
+    /** Number of elements or members of an array or object; 0 for null, 1 for any other value. */
     size_t size() const;
     bool empty() const { return size() == 0; }
 
-    /** The member of that name, which is added with null if it is missing; null becomes an object. */
+    /** The member of that name. A missing member is added as null. A value that is no object becomes one. */
     json_t &operator[](std::string_view name);
     /** The member of that name, or null if it is missing. */
     const json_t &operator[](std::string_view name) const;
     const json_t &operator[](size_t index) const { return values()[index]; }
     json_t &operator[](size_t index) { return elements()[index]; }
-    /** As [] of a constant value. */
+    /** As [] of a constant object; `at(index)` throws std::out_of_range. */
     const json_t &at(std::string_view name) const { return (*this)[name]; }
     const json_t &at(size_t index) const { return values().at(index); }
     /** The member, or a null pointer. */
@@ -83,14 +83,14 @@ public:
     const json_t &front() const { return values().front(); }
     json_t &front() { return elements().front(); }
     const json_t &back() const { return values().back(); }
-    /** Adds an element; null becomes an array. */
+    /** Appends an element. A value that is no array becomes an empty array first. */
     void push_back(json_t value);
-    /** Takes a member out of an object, if it is there. */
+    /** Removes a member from an object, if it exists. */
     void erase(std::string_view name);
-    /** Sets each member of an object. */
+    /** Sets each member of `object` in this object. */
     void update(const json_t &object);
 
-    /** What the value is, 0 or an empty text where it is something else; a whole number of any other type is cut. */
+    /** The value as that type; 0 or an empty text if it has another kind. An integer is truncated to a smaller type. */
     template <typename value_t>
     value_t get() const {
         if constexpr (std::is_same_v<value_t, std::string>) {
@@ -101,7 +101,7 @@ public:
             return static_cast<value_t>(bits_);
         }
     }
-    /** The member's value, or another one if it is missing. */
+    /** The value of a member, or `otherwise` if it is missing. */
     template <typename value_t>
     value_t value(std::string_view name, value_t otherwise) const {
         const json_t *member = find(name);
@@ -111,13 +111,13 @@ public:
         return value(name, std::string(otherwise));
     }
 
-    /** The elements of an array, the members' values of an object. */
+    /** Iterates over the elements of an array, or the values of an object's members. */
     std::vector<json_t>::const_iterator begin() const { return values().begin(); }
     std::vector<json_t>::const_iterator end() const { return values().end(); }
     std::vector<json_t>::iterator begin() { return elements().begin(); }
     std::vector<json_t>::iterator end() { return elements().end(); }
 
-    /** The members of an object as pairs of name and value, to iterate over. */
+    /** Iterates over the members of an object, as pairs of name and value. */
     class members_t {
     public:
         class iterator {
@@ -148,13 +148,13 @@ public:
     bool operator==(const json_t &other) const;
     bool operator!=(const json_t &other) const { return !(*this == other); }
 
-    /** As a text on one line; what is not UTF-8 is replaced, since users' words are quoted in errors. */
+    /** The JSON text on one line. Bytes that are not UTF-8 are replaced, because errors can quote any user input. */
     std::string dump() const;
-    /** The value of a text; null if it is no JSON or nests too deep. */
+    /** Parses a text. Null if it is not JSON or nests too deep. */
     static json_t parse(std::string_view text);
 
 private:
-    struct branches_t; /* what a value has that is no number */
+    struct branches_t; /* the content of texts, arrays and objects */
 
     void set(kind_t kind, uint64_t bits) {
         kind_ = kind;
@@ -171,7 +171,7 @@ private:
     void write(std::string &out) const;
 
     kind_t kind_ = kind_t::null;
-    uint64_t bits_ = 0; /* of a boolean, a number, or a real number */
+    uint64_t bits_ = 0; /* of a boolean, an integer, or a double */
     std::unique_ptr<branches_t> branches_;
 };
 
@@ -182,35 +182,38 @@ struct json_t::branches_t {
 };
 
 /**
- * A text from outside as it may be shown to a user, and as `json_members_t::line` takes it: cut, with blanks for what
- * could steer a terminal. That is control characters, C1 too, and those that turn the direction or end a line; a byte
- * that is not of UTF-8 becomes a question mark, as some terminals take it for a control character.
+ * Makes a text from outside safe for a terminal. It is cut to `most_bytes`, at the end of a character. Each character
+ * that could control a terminal becomes a blank: control characters (C0 and C1), marks of the text direction, and line
+ * separators. Each byte that is not UTF-8 becomes a question mark, because some terminals treat it as a control
+ * character.
  */
 std::string clean_line(std::string_view text, size_t most_bytes = SIZE_MAX);
-/** Likewise, with line feeds and tabs as they are. */
+/** Likewise without a limit, but line feeds and tabs are kept. */
 std::string clean_text(std::string_view text);
 
-/** Takes members of an object, and remembers the first thing that is wrong with them. */
+/** Reads and checks the members of an object. The first error is the fault; the values after an error mean nothing. */
 class json_members_t {
 public:
-    /** `object` must outlive it. */
+    /** `object` must outlive this object. */
     explicit json_members_t(const json_t &object);
 
-    /** 0, with a fault, unless it is there and within. */
+    /** An integer from `least` to `most`. If it is missing or another value, sets the fault and returns 0. */
     uint64_t number(const char *name, uint64_t least, uint64_t most);
-    /** Empty, with a fault, unless it is there, and no longer; `least` bytes at least. */
+    /** A text of `least_bytes` to `most_bytes`. If it is missing or another value, sets the fault and returns "". */
     std::string text(const char *name, size_t most_bytes, size_t least_bytes = 0);
-    /** Likewise, and without control characters. */
+    /** A text of at most `most_bytes` that `clean_line` does not change; otherwise sets the fault. */
     std::string line(const char *name, size_t most_bytes);
+    /** A boolean. If it is missing or another value, sets the fault and returns false. */
     bool flag(const char *name);
-    /** Of etcd's, which writes numbers as texts and leaves zeros out: 0 when it is not there. */
+    /** An integer as etcd writes it: as a text, and left out if it is 0. Returns 0 if it is missing. */
     int64_t int64(const char *name);
-    /** Null when it is not there. */
+    /** The member, or null if it is missing. */
     const json_t *find(const char *name) const { return object_.find(name); }
 
+    /** Sets the fault, unless there is one already. */
     void fail(const std::string &reason);
     bool is_good() const { return fault_.empty(); }
-    /** `version: must be 1 to 9999999999`; empty: nothing is wrong. */
+    /** The first error, such as `version: must be 1 to 9999999999`; empty: none. */
     const std::string &fault() const { return fault_; }
 
 private:

@@ -1,3 +1,7 @@
+/*
+ * The window of commands of an applier. Each answer settles one command, lets plan_run_t name the next ones, and
+ * resumes the waiting task when nothing is outstanding.
+ */
 #include "reconcile/applier.h"
 
 #include <memory>
@@ -11,7 +15,7 @@ namespace nat64 = fwx::nat64;
 
 namespace {
 
-/** Whether a command that was sent has ended without an answer. */
+/** True if the error means that a sent command has ended without an answer. */
 bool is_unanswered(const std::error_code &error) {
     return error == nat64::client_errc::connection_lost || error == std::errc::timed_out ||
            error == nat64::nat64_error(FWX_NAT64_ERR_NOT_READY);
@@ -19,13 +23,13 @@ bool is_unanswered(const std::error_code &error) {
 
 }  // namespace
 
-/** A plan under way. */
+/** The state of a plan that is being carried out. */
 class applier_t::flight_t : public std::enable_shared_from_this<flight_t> {
 public:
     flight_t(nat64::client &client, rule_book_t &rules, const plan_t &plan)
         : client_(client), rules_(rules), plan_(plan), run_(plan) {}
 
-    /** Sends what may be sent. */
+    /** Sends commands until the window is full, the channel is throttled or answers must come first. */
     void fill() {
         while (!result_.lost && sent_.size() < window) {
             const bool must_wait = client_.is_throttled() && !sent_.empty();
@@ -36,7 +40,7 @@ public:
     }
     bool is_over() const { return sent_.empty() && (result_.lost || run_.is_over()); }
     void resume_when_over(std::coroutine_handle<> waiting) { waiting_ = waiting; }
-    /** From now on answers are nobody's. */
+    /** Ignores all answers from now on. */
     void abandon() { is_abandoned_ = true; }
 
     void stop() {
@@ -95,7 +99,7 @@ private:
 
     void arrived(size_t ticket, std::error_code error, const nat64::rule_result *rule) {
         if (is_abandoned_) return;
-        const std::shared_ptr<flight_t> keep = shared_from_this(); /* the task may end below */
+        const std::shared_ptr<flight_t> keep = shared_from_this(); /* the resumed task may destroy the applier */
         const sent_t &sent = sent_.at(ticket);
         const bool is_lost = is_unanswered(error);
         if (rule != nullptr && rule->orders_cleanup) rules_.emptied();
@@ -119,7 +123,7 @@ private:
         if (is_over() && waiting_) std::exchange(waiting_, nullptr).resume();
     }
 
-    /** Notes what is known of a command. */
+    /** Records the result of a command. `is_lost`: no server was there to take it. */
     void settle(size_t ticket, std::error_code error, bool is_lost) {
         const plan_command_t command = sent_.at(ticket).command;
         sent_.erase(ticket);

@@ -1,4 +1,4 @@
-/* Work that takes long and needs nothing of the loop, done in a thread of its own while the loop goes on. */
+/* Runs long computations in a thread, so that the loop is not blocked. */
 #ifndef RECONCILE_BACKGROUND_H
 #define RECONCILE_BACKGROUND_H
 
@@ -15,9 +15,9 @@
 #include "net/descriptor.h"
 
 /**
- * `co_await in_background(loop, work)` gives what `work()` returns, or throws what it throws. `work` runs in another
- * thread, so it may touch only what nobody else does meanwhile, and nothing of the host platform or of the library.
- * Destroying the awaiting task waits for it.
+ * `co_await in_background(loop, work)` gives the result of `work()`, or throws its exception. `work` runs in another
+ * thread. It must not use data that other code uses at the same time, nor the host platform or the library. Destroying
+ * the awaiting task blocks until `work` returns.
  */
 template <class work_type>
 class [[nodiscard]] in_background {
@@ -36,7 +36,7 @@ public:
             waiting_.resume();
         });
         if (bell_->is_watched()) return false;
-        run(); /* no descriptors are left: then the loop waits */
+        run(); /* no descriptor is left, so it blocks the loop */
         return true;
     }
     bool await_suspend(std::coroutine_handle<> waiting) {
@@ -46,7 +46,7 @@ public:
                 run();
                 eventfd_write(bell, 1);
             });
-        } catch (const std::system_error &) { /* the system has no more threads: then the loop waits */
+        } catch (const std::system_error &) { /* no thread is left, so it blocks the loop */
             run();
         }
         return thread_.joinable();

@@ -1,3 +1,7 @@
+/*
+ * Reading, applying and the check afterwards. Long work goes to a thread or is split over turns of the loop, so that a
+ * daemon stays responsive with a million rules.
+ */
 #include "reconcile/reconciler.h"
 
 #include <algorithm>
@@ -11,7 +15,7 @@ namespace nat64 = fwx::nat64;
 
 namespace {
 
-/** Lets the loop turn once before the task goes on. */
+/** Awaitable that yields to the loop for one turn. */
 class next_turn_t {
 public:
     explicit next_turn_t(fwx_host_loop_t *loop) : loop_(loop) {}
@@ -80,7 +84,7 @@ nat64::task<bool> reconciler_t::assume_known(const versions_t &versions) {
 }
 
 nat64::task<size_t> reconciler_t::follow_rules() {
-    constexpr size_t rules_a_turn = 4096; /* some milliseconds */
+    constexpr size_t rules_a_turn = 4096; /* take some milliseconds */
     size_t failed = 0;
     size_t steps = 0;
     std::set<rule_name_t> names;
@@ -120,8 +124,8 @@ nat64::task<reconcile_result_t> reconciler_t::bring(const plan_t &plan, const do
     co_return result;
 }
 
-/** Whether nobody else has changed the server since it was read; of one that does not count its changes, that is
- * taken for granted. */
+/** True if no other client has changed the server since it was read, and always for a server that does not count its
+ * changes. */
 nat64::task<bool> reconciler_t::is_alone(uint64_t own_changes) {
     if (server_.boot_id == 0) co_return true;
     const nat64::record_result<fwx_nat64_stats_boot_t> boot = co_await client_.stats_boot();

@@ -1,16 +1,17 @@
 /*
- * Brings a server to a document: the one way by which natctl and nat64d do it.
+ * Reconciles a server with a document: makes its actual state equal to the desired state. natctl and nat64d both use
+ * it.
  *
- *     error = co_await reconciler.read();                    what the server holds is in held()
+ *     error = co_await reconciler.read();                    held() is the actual state
  *     plan_t plan(reconciler.held(), wanted);
- *     result = co_await reconciler.bring(plan, wanted);      held() is what it holds now
+ *     result = co_await reconciler.bring(plan, wanted);      held() is the new actual state
  *
- * The server is the truth. It counts the changes of its configuration, so when a plan has been carried out and the
- * count has grown by just its commands, the server holds the document. If it has grown by more, others have changed
- * something, and it is read again. What is taken back after a refusal is what this plan did, and only if nobody else
- * has changed anything meanwhile: else an item that the plan added could be somebody else's by now.
+ * The server counts the changes of its configuration. If the count has grown by exactly the commands of a plan, the
+ * server is in sync with the document. If it has grown by more, other clients have changed something too, and the
+ * configuration is read again. After a refusal, the plan is rolled back only if no other client has changed anything
+ * meanwhile, because an item that the plan added could have been replaced by another client's.
  *
- * A server that does not tell its configuration is assumed to hold a document that the caller names.
+ * If a server does not report its configuration, the caller names a document that it is assumed to hold.
  */
 #ifndef RECONCILE_RECONCILER_H
 #define RECONCILE_RECONCILER_H
@@ -25,52 +26,54 @@
 
 struct reconcile_result_t {
     apply_result_t applied;
-    std::vector<plan_command_t> standing; /* of a plan that was not carried out as a whole: what the server has of it */
-    std::error_code unknown;              /* why it is not known what the server holds now; none: it is known */
-    uint64_t others = 0;     /* changes that others have made since the server was read, if that is known */
-    bool is_in_sync = false; /* the server holds the document */
+    std::vector<plan_command_t> standing; /* if the plan was not completed: its commands that are still in effect */
+    std::error_code unknown;              /* why the actual state is unknown; empty: it is known */
+    uint64_t others = 0;                  /* changes by other clients since the server was read, if that is known */
+    bool is_in_sync = false;              /* the server is in sync with the document */
 };
 
 class reconciler_t {
 public:
-    /** All outlive it. */
+    /** All arguments must outlive this object. */
     reconciler_t(fwx_host_loop_t *loop, fwx::nat64::client &client, rule_book_t &rules)
         : loop_(loop), client_(client), rules_(rules) {}
     reconciler_t(const reconciler_t &) = delete;
     reconciler_t &operator=(const reconciler_t &) = delete;
 
-    /** Asks the server what it holds. client_errc::unreadable: it does not tell. */
+    /** Reads the server's configuration. The error client_errc::unreadable means that the server does not report it. */
     fwx::nat64::task<std::error_code> read();
-    /** What the server holds, as the caller knows; `boot` is what the server says of itself, or zeros. */
+    /** Sets the actual state without asking the server. `boot` is the server's own record, or zeros. */
     void assume(document_t held, const fwx_nat64_stats_boot_t &boot);
-    /** After a `read` of a server that does not tell: assumes that it holds the newest of these versions, if it says of
-     * itself what it said then, or nothing, if it says so. False: it may hold anything. */
+    /** For a server that does not report its configuration. Assumes the newest version if the server's boot id and
+     * number of changes are still those of that version, or an empty configuration if the server's totals are 0.
+     * @return false if neither is so: the server may hold anything. */
     fwx::nat64::task<bool> assume_known(const versions_t &versions);
-    /** Has the library's rule table follow the rules that were read. The result says how many did not fit in. */
+    /** Updates the library's rule table to the rules that were read. @return number of rules for which that failed. */
     fwx::nat64::task<size_t> follow_rules();
 
-    /** Whether `held` is what the server holds, as far as anybody here knows. */
+    /** True if `held` is the actual state, as far as this client knows. */
     bool is_known() const { return is_known_; }
     const document_t &held() const { return server_.document; }
-    /** Of the server when it held that; 0: it does not say. */
+    /** The server's boot id when it held `held`; 0: the server has none. */
     uint64_t boot_id() const { return server_.boot_id; }
+    /** The server's number of changes when it held `held`. */
     uint64_t changes() const { return server_.changes; }
-    /** Whether the server that says this of itself still holds `held`. */
+    /** True if a server with this record still holds `held`. */
     bool is_as_known(const fwx_nat64_stats_boot_t &boot) const {
         return is_known_ && boot.boot_id == server_.boot_id && boot.changes == server_.changes;
     }
 
     /**
-     * Carries a plan out that leads from `held` to a document, and finds out what the server holds then.
-     * @param plan      from held(); outlives the task, as does `to`.
-     * @param takes_back whether a plan that is refused or stopped is taken back.
+     * Carries out a plan from held() to a document, and then updates held() to the actual state.
+     * @param plan       starts from held(); must outlive the task, as must `to`
+     * @param takes_back true to roll back a plan that is refused or stopped
      */
     fwx::nat64::task<reconcile_result_t> bring(const plan_t &plan, const document_t &to, bool takes_back = true);
-    /** Sends nothing more of the plan that is on its way. */
+    /** Sends no further command of the present plan. */
     void stop() {
         if (applier_) applier_->stop();
     }
-    /** Commands of it that have been carried out so far. */
+    /** Number of commands of the present plan that were carried out so far. */
     size_t done() const { return applier_ ? applier_->result().done : 0; }
 
 private:

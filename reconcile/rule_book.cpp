@@ -1,3 +1,7 @@
+/*
+ * The corrections of the library's table after each answer. `install` and `take_out` change the table and the book
+ * together; `put_back_leaves` restores the leaves of prefixes that a removed rule shared with others.
+ */
 #include "reconcile/rule_book.h"
 
 #include <cstring>
@@ -64,7 +68,7 @@ uint32_t rule_book_t::deleting(rule_change_t &change) {
 uint32_t rule_book_t::done(const rule_change_t &change, uint32_t table_code, uint32_t bmr_index) {
     if (change.op != FWX_NAT64_OP_ADD) return 0;
     const auto pending = pending_.find(name_of(change.rule));
-    if (pending == pending_.end()) return 0; /* deleted while its add was under way */
+    if (pending == pending_.end()) return 0; /* a delete was sent while its add was outstanding */
     const bool is_lost = !pending->second;
     pending_.erase(pending);
     const bool is_installed = table_code == 0 && !is_lost && installed_.count(name_of(change.rule)) == 0;
@@ -72,7 +76,7 @@ uint32_t rule_book_t::done(const rule_change_t &change, uint32_t table_code, uin
         enter({change.rule, bmr_index});
         return 0;
     }
-    /* The table was emptied meanwhile, or keeps a rule that the server had lost. */
+    /* The table was emptied meanwhile, or still has a rule of this name that the server has lost. */
     const uint32_t code = take_out(change.rule);
     return first_of(code, install({change.rule, bmr_index}));
 }
@@ -80,7 +84,8 @@ uint32_t rule_book_t::done(const rule_change_t &change, uint32_t table_code, uin
 uint32_t rule_book_t::failed(const rule_change_t &change) {
     if (change.op != FWX_NAT64_OP_ADD) return change.before ? install(*change.before) : 0;
     if (pending_.erase(name_of(change.rule)) == 0) return 0;
-    /* The table deletes a pending rule before an installed one of that name, which is the server's own and stays. */
+    /* The table deletes the pending rule first and keeps an installed one of that name, which is on the server. But
+     * take_out removes that one from the book, so it is installed again. */
     const auto found = installed_.find(name_of(change.rule));
     const auto good = found == installed_.end() ? std::nullopt : std::optional(found->second);
     const uint32_t code = take_out(change.rule);
@@ -149,7 +154,7 @@ std::optional<fwx_mapt_rule_hash_elem_t> rule_book_t::leave(const rule_name_t &n
     return rule;
 }
 
-/** Also what the table has already, of which it makes the leaves that are missing. */
+/** Installs a rule in the library's table. If the table has the rule already, creates its missing leaves. */
 uint32_t rule_book_t::install(fwx_mapt_rule_hash_elem_t rule) {
     fwx_nat64_mapt_reply_t reply{};
     reply.rule_id = rule.rule.rule_id;
@@ -162,7 +167,7 @@ uint32_t rule_book_t::install(fwx_mapt_rule_hash_elem_t rule) {
     return code;
 }
 
-/** Has the library forget the rule of that name, pending or installed. */
+/** Deletes the pending or installed rule of that name from the library's table. */
 uint32_t rule_book_t::take_out(const fwx_nat64_mapt_bmr_t &rule) {
     const uint32_t code = fwx_mapt_plu_del_rule(&rule);
     if (code != 0) return code;
@@ -171,7 +176,7 @@ uint32_t rule_book_t::take_out(const fwx_nat64_mapt_bmr_t &rule) {
     return first_of(put_back, put_back_leaves(rule));
 }
 
-/** The leaves that went with `rule`, for one of the rules that share each. */
+/** Creates the leaves that a delete of `rule` has removed again, each for one of the rules that share it. */
 uint32_t rule_book_t::put_back_leaves(const fwx_nat64_mapt_bmr_t &rule) {
     uint32_t code = 0;
     for (const prefix_t &prefix : {v4_of(rule), v6_of(rule)}) {

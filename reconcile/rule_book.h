@@ -1,7 +1,8 @@
 /*
- * What a PAL has in the library's table of MAP-T rules. The library installs a rule whatever the server says and
- * deletes the leaf of a prefix with any of the rules that share it; the book takes back what the server did not do and
- * puts back the leaves of those that stay. Default rules are in no table; the book has those that the server has.
+ * Keeps the library's table of MAP-T rules in sync with the server. The library installs a rule even if the server
+ * refuses it, and a delete of a rule also removes the leaf of a prefix that other rules share. The rule book removes
+ * the refused rules from the table and restores the leaves of the remaining rules. Default rules are in no table of the
+ * library, so the book only records those that the server has.
  */
 #ifndef RECONCILE_RULE_BOOK_H
 #define RECONCILE_RULE_BOOK_H
@@ -23,11 +24,11 @@ inline rule_name_t name_of(const fwx_nat64_mapt_bmr_t &rule) {
     return {rule.rule_id, rule.domain_id};
 }
 
-/** An add or a delete of a rule, from before the library is told of it to its verdict. */
+/** An add or delete of a basic rule, from before it is sent until its answer. */
 struct rule_change_t {
     uint32_t op; /* FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
     fwx_nat64_mapt_bmr_t rule;
-    std::optional<fwx_mapt_rule_hash_elem_t> before; /* of a delete: the rule that left the table */
+    std::optional<fwx_mapt_rule_hash_elem_t> before; /* of a delete: the rule that was in the table */
 };
 
 struct default_change_t {
@@ -35,33 +36,34 @@ struct default_change_t {
     fwx_nat64_mapt_dmr_t rule;
 };
 
-/** What an answer says of a change of a rule. */
+/** The result of a change of a rule. */
 struct rule_verdict_t {
-    bool is_done;        /* the server has done it, even if it could not save that it has */
-    uint32_t table_code; /* 0, or why the table could not be made to agree with the server */
+    bool is_done;        /* the server has carried it out, even if it failed to save it */
+    uint32_t table_code; /* 0, or why the table is not in sync with the server */
 };
 
-/** Results are 0 or the rule table's code: what could not be put right. */
+/** Functions return 0, or the code with which a correction of the library's table failed. */
 class rule_book_t {
 public:
-    /** The server has answered, or never got the command. */
+    /** Call when the server has answered, or is known not to have got the command. */
     rule_verdict_t answered(const rule_change_t &change, const fwx::nat64::rule_result &got);
     rule_verdict_t answered(const default_change_t &change, const fwx::nat64::rule_result &got);
 
-    /** An add is about to be given to the library; false when the rule is pending already, and stays as it is. */
+    /** Call before an add is sent. False if the rule is pending already; then nothing changes. */
     bool adding(const rule_change_t &change);
-    /** A delete has been given to the library. */
+    /** Call after a delete was sent. Sets `change.before`. */
     uint32_t deleting(rule_change_t &change);
-    /** The server has done it; `table_code` is what the library's table made of it, `bmr_index` the server's. */
+    /** Call when the server has carried out the change. `table_code` is the result of the library's table, `bmr_index`
+     * the server's index of the rule. */
     uint32_t done(const rule_change_t &change, uint32_t table_code, uint32_t bmr_index);
-    /** The server has not done it. */
+    /** Call when the server has not carried out the change. */
     uint32_t failed(const rule_change_t &change);
     void done(const default_change_t &change);
-    /** The server has been found to have a rule under this index. Nothing of the rule is under way. */
+    /** Call for a rule that was read from the server. Requires: no command of the rule is outstanding. */
     uint32_t found(const fwx_mapt_rule_hash_elem_t &rule);
-    /** The server has been found not to have a rule, likewise. */
+    /** Call for a rule that is in the table but not on the server. Requires: no command of the rule is outstanding. */
     uint32_t missed(const fwx_nat64_mapt_bmr_t &rule) { return take_out(rule); }
-    /** The library has emptied its table. */
+    /** Call when the library has emptied its table. */
     void emptied();
 
     const std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> &rules() const { return installed_; }
@@ -73,7 +75,8 @@ public:
 private:
     using prefix_t = std::tuple<int, uint8_t, uint64_t>; /* IP version, length, bits */
 
-    /** Documents have their prefixes in order: neighbours of one length are neighbours in the table. */
+    /** Consecutive prefixes of one length get consecutive hashes. Most documents have such prefixes in order, which
+     * makes the table fast. */
     struct prefix_hash_t {
         size_t operator()(const prefix_t &prefix) const;
     };
@@ -89,10 +92,10 @@ private:
     uint32_t put_back_leaves(const fwx_nat64_mapt_bmr_t &rule);
 
     std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> installed_;
-    /* By each of their prefixes the installed ones: the one with the lowest name, and those that share it. */
+    /* For each prefix the installed rule with the lowest name, and in sharing_ the other installed rules with it. */
     std::unordered_map<prefix_t, rule_name_t, prefix_hash_t> first_;
     std::set<std::pair<prefix_t, rule_name_t>> sharing_;
-    std::map<rule_name_t, bool> pending_;               /* whether the library still has it so */
+    std::map<rule_name_t, bool> pending_;               /* false: the library's table was emptied since */
     std::map<uint32_t, fwx_nat64_mapt_dmr_t> defaults_; /* by identifier */
 };
 

@@ -1,3 +1,5 @@
+/* Sends one query for each list and does not follow its cookie, so that the cost is limited on a server with many
+ * entries. */
 #include "reconcile/scrape.h"
 
 #include <algorithm>
@@ -7,7 +9,7 @@ namespace nat64 = fwx::nat64;
 
 namespace {
 
-/** One query of a list, whose cookie nobody follows, to await. */
+/** Awaitable of one query of a list. Does not follow the cookie to further pages. */
 template <class entry_type, class ask_type>
 class [[nodiscard]] first_entries_t {
 public:
@@ -31,7 +33,7 @@ public:
     counted_list_t<entry_type> await_resume() { return std::move(share_->got); }
 
 private:
-    /** What the query has while it is under way, even if nobody awaits it any more. */
+    /** State of the query, shared with its callbacks, because the query can outlive the awaiting task. */
     struct share_t {
         explicit share_t(uint32_t limit) : most(limit) {}
         nat64::list_step take(const nat64::page &page) {

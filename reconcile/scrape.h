@@ -1,4 +1,4 @@
-/* What a server is asked for each time that somebody wants to see how it does. */
+/* Queries a server for the values that its metrics and status displays show. */
 #ifndef RECONCILE_SCRAPE_H
 #define RECONCILE_SCRAPE_H
 
@@ -8,7 +8,7 @@
 
 #include "fwx_nat64/fwx_nat64.hpp"
 
-/** Entries of a list up to a limit, and whether there are more. */
+/** The first entries of a list, up to a limit. */
 template <class entry_type>
 struct counted_list_t {
     std::vector<entry_type> entries;
@@ -22,8 +22,11 @@ struct scrape_t {
     std::vector<fwx_nat64_stats_limit_entry_t> limits;
 };
 
-/** Asks one query of each kind; what is not answered is left out. `most` is the number of pools, and of mappings. The
- * client outlives the task, or ends what it awaits. */
+/**
+ * Sends one query of each kind. A query that fails leaves its part of the result empty.
+ * @param client either outlives the task, or ends the queries when it is destroyed
+ * @param most   greatest number of pools, and of mappings
+ */
 fwx::nat64::task<scrape_t> scrape(fwx::nat64::client &client, uint32_t most);
 
 #endif

@@ -1,3 +1,5 @@
+/* Entries of the server are stored commands, so most are converted by the families' payload table. Rules have their
+ * own. */
 #include "reconcile/server_document.h"
 
 #include <cstring>
@@ -9,7 +11,7 @@ namespace nat64 = fwx::nat64;
 
 namespace {
 
-/** A payload of that size, or false. */
+/** Copies the bytes into a payload. False if their number is not its size. */
 template <typename payload_t>
 bool take(std::span<const uint8_t> bytes, payload_t &payload) {
     if (bytes.size() != sizeof payload) return false;
@@ -39,7 +41,7 @@ private:
         if (family->kind == family_kind_t::interface) read_nvi(payload);
         return true;
     }
-    /** An interface that is a virtual one too says so in one entry. */
+    /** The entry of an interface has a flag if it is also a virtual interface. */
     void read_nvi(std::span<const uint8_t> bytes) {
         fwx_nat64_intf_payload_t payload;
         if (take(bytes, payload) && payload.nvi != 0) add(record_family_of(family_kind_t::nvi), &payload.ifh);

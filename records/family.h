@@ -30,8 +30,7 @@ const char *record_operation_name(uint64_t op);
 /** Calls the setter of the library and returns its result. The setter does not change the record. */
 using record_send_fn_t = uint32_t (*)(uint32_t op, const void *record, void *pal_ctx);
 
-/** Identifies the families that need code of their own. Code compares kinds and not words, because words are for users.
- */
+/** Identifies the families that need code of their own. Code compares kinds, because words are only for users. */
 enum class family_kind_t : uint8_t {
     other, /* needs no code of its own */
     timeout,

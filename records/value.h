@@ -44,8 +44,7 @@ bool parse_host_port(std::string_view text, std::string_view &host, uint16_t &po
 /** Parses `192.0.2.1:80` or `[2001:db8::1]:80`; IPv4 in host order. */
 bool parse_address_port(std::string_view text, fwx_nat64_addr_t &address, uint16_t &port);
 
-/** Formats a prefix of `length` bits, such as `2001:db8::/32`. `bytes` has its first `size` bytes; the others are zero.
- */
+/** Formats a prefix of `length` bits, such as `2001:db8::/32`. `bytes` has its first `size` bytes; others are zero. */
 std::string prefix_text(int family, const void *bytes, size_t size, uint32_t length);
 
 /** True if an address begins with the first `length` bits of `prefix`. */

@@ -1,5 +1,4 @@
-/* System calls behind files_t. Files are opened without following symbolic links and without waiting for a FIFO's peer.
- */
+/* System calls behind files_t. Opening a file never follows a symbolic link and never waits for the peer of a FIFO. */
 #include "state/files.h"
 
 #include <fcntl.h>

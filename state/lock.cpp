@@ -1,5 +1,4 @@
-/* flock on FILE.lock, and the name of the holder in it. The name is only for messages and for deciding whether to wait.
- */
+/* flock on FILE.lock, and the holder's name in it. The name is only for messages and for deciding whether to wait. */
 #include "state/lock.h"
 
 #include <fcntl.h>

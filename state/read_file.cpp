@@ -1,5 +1,4 @@
-/* Opens without blocking, checks the type and the size before reading, and again while reading because files can grow.
- */
+/* Opens without blocking, and checks type and size before reading. Checks the size again because files can grow. */
 #include "state/read_file.h"
 
 #include <fcntl.h>

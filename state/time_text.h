@@ -10,8 +10,7 @@
 std::string time_text();
 /** The present time in seconds since 1970. */
 double seconds_now();
-/** Seconds since a time, by this machine's clock; 0 for a time in the future. Nothing if the text is not such a time.
- */
+/** Seconds since a time, by this machine's clock; 0 for a future time. Nothing if the text is not such a time. */
 std::optional<uint64_t> seconds_since(const std::string &time_text);
 
 #endif
