@@ -1,4 +1,4 @@
-/* Documents as they are read, judged and written. */
+/* Parsing, checking and writing of documents in both notations. */
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -1,5 +1,5 @@
-/* Documents in the standard form, as they are read and written. The values are those of the examples in RFC 8512 and
- * RFC 8676, in JSON as RFC 7951 has it. */
+/* Reading and writing of the standard form. The values are those of the examples in RFC 8512 and RFC 8676, in JSON as
+ * in RFC 7951. */
 #include <gtest/gtest.h>
 
 #include "config/ietf.h"
@@ -41,7 +41,7 @@ converted_t write(const std::string &lines, ietf_loss_t loss = refused) {
     return {std::move(text), texts_of(problems), has_error(problems)};
 }
 
-/** An instance with these leaves, whose policy has those. */
+/** The JSON of an instance with these leaves and a policy with those. */
 std::string instance(const std::string &policy, const std::string &leaves = {}) {
     return R"({"ietf-nat:nat":{"instances":{"instance":[{"id":1,"type":"nat64","policy":[{"id":1)" +
            (policy.empty() ? "" : "," + policy) + "}]" + (leaves.empty() ? "" : "," + leaves) + "}]}}}";
@@ -221,7 +221,7 @@ TEST(ietf_test, what_the_standard_leaves_out_or_writes_in_another_way_is_underst
     }
 }
 
-/* Each is an error, and with the loss allowed a warning with the same text, after which `rest` is left. */
+/* Each is an error. If losses are allowed, it is a warning with the same text, and `rest` remains of the document. */
 TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
     const std::string policy = "/ietf-nat:nat/instances/instance[id='1']/policy[id='1']/";
     const std::string at = "/ietf-nat:nat/instances/instance[id='1']/";

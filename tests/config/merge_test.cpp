@@ -1,4 +1,4 @@
-/* Changes taken back, and documents kept, on a server that others change too. */
+/* Merges on a server that other clients change too: undoing a change, and keeping the items of others. */
 #include "config/merge.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-/** Timeouts of udp, tcp-est and icmp as digits, `-` for none: each is an item of its own. */
+/** A document of three items: the timeouts of udp, tcp-est and icmp as digits, `-` for a missing one. */
 document_t document_of(const std::string &values) {
     const char *const types[] = {"udp", "tcp-est", "icmp"};
     std::string text = std::string(version_mark) + "1\n";

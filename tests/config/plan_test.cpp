@@ -1,4 +1,7 @@
-/* Plans carried out by the library on a server model, with every command refused in its turn. */
+/*
+ * Plans between random documents, carried out by the library on a server model. Each command of a plan is refused once,
+ * and the rollback must restore the first document. The rule table must be in sync with the model afterwards.
+ */
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
@@ -37,7 +40,7 @@ public:
     held_server_t(const held_server_t &) = delete;
     held_server_t &operator=(const held_server_t &) = delete;
 
-    /** Carries a plan out with so many commands outstanding; the server refuses those of these tickets. */
+    /** Carries out a plan with up to `window` commands outstanding. The server refuses the tickets in `refused`. */
     void carry_out(plan_run_t &run, size_t window, std::set<size_t> refused = {}) {
         run_ = &run;
         while (!run.is_over()) {
@@ -50,7 +53,7 @@ public:
             }
             if (refused.erase(run.ticket()) != 0) {
                 const plan_command_t copy = *command;
-                pump(); /* what was sent before is carried out */
+                pump(); /* so that the fault does not hit an earlier command */
                 model_->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
                 send(copy, run.ticket());
             } else {
@@ -67,8 +70,8 @@ public:
         EXPECT_EQ(run.refused(), plan.size()) << "all is taken";
     }
 
-    /** All that is held, but for indices of rules and what stands for absent; what rules say only their client knows.
-     */
+    /** The state of the server, without the indices of rules and without values that mean "absent", and the rules in
+     * the rule book. */
     std::multiset<std::string> state() const {
         std::multiset<std::string> parts;
         model_->save(
@@ -167,7 +170,7 @@ private:
         self->judge(reinterpret_cast<size_t>(result->pal_ctx), result->result);
     }
 
-    /** The library does not tell the server's verdict on a rule. */
+    /** Gets the server's result for a rule's command, which the library does not report. */
     static void tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {
         auto &server = *static_cast<held_server_t *>(arg);
         fwx_nat64_mapt_reply_t reply{};
@@ -186,7 +189,7 @@ private:
     fwx_host_loop_t *loop_;
     std::unique_ptr<fwx_nat64_model_t> model_;
     rule_book_t book_;
-    std::map<size_t, sent_t> outstanding_; /* by ticket and 1 */
+    std::map<size_t, sent_t> outstanding_; /* by ticket plus 1 */
     sent_t *sending_ = nullptr;
     plan_run_t *run_ = nullptr;
 };
@@ -200,7 +203,7 @@ document_t load(const std::string &text) {
     return document;
 }
 
-/** Documents of few keys and few values, so that two of them have much in common. */
+/** Random documents of few keys and values, so that two of them often share items. */
 class random_documents_t {
 public:
     explicit random_documents_t(uint64_t seed) : random_(seed) {}
@@ -243,7 +246,7 @@ private:
         if (is_wanted && below(3) != 0) text_ += line + "\n";
     }
 
-    /** Pools and ranges take turns at a few blocks of addresses. */
+    /** Pools and ranges use only eight blocks of addresses, so that two documents often use the same ones. */
     void add_pools() {
         std::vector<std::string> blocks = {"0", "1", "2", "3", "4", "5", "6", "7"};
         std::shuffle(blocks.begin(), blocks.end(), random_);
@@ -320,21 +323,21 @@ TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
         const char *from, *to, *commands;
     };
     const case_t cases[] = {
-        /* What is needed by others goes last, and comes first. */
+        /* Items that others depend on are deleted last and added first. */
         {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\n"
          "timeout set --type udp --value 5\ninterface set --ifh 1 --mtu 5",
          "range add --id 2 --start 10.0.1.0 --end 10.0.1.9\npool add --id 2 --param 1 --start 10.0.0.0 --end 10.0.0.9",
          "interface set --ifh 1 --enable 0\nrange del --id 1 --start 10.0.1.0 --end 10.0.1.9\npool del --id 1 ends "
          "sessions\ntimeout set --type udp --value 0\n--\npool add --id 2 --param 1 --start 10.0.0.0 --end 10.0.0.9\n"
          "range add --id 2 --start 10.0.1.0 --end 10.0.1.9\n"},
-        /* The last pool makes room for the one before it, and that for the first. */
+        /* Each pool needs the addresses of the next one, so the last one changes first. */
         {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 2 --param 1 --start 10.0.0.10 --end "
          "10.0.0.19\npool add --id 3 --param 1 --start 10.0.0.20 --end 10.0.0.29",
          "pool add --id 1 --param 1 --start 10.0.0.5 --end 10.0.0.14\npool add --id 2 --param 1 --start 10.0.0.15 "
          "--end 10.0.0.24\npool add --id 3 --param 1 --start 10.0.0.25 --end 10.0.0.34",
          "--\npool mod --id 3 --param 1 --start 10.0.0.25 --end 10.0.0.34\npool mod --id 2 --param 1 --start 10.0.0.15 "
          "--end 10.0.0.24\npool mod --id 1 --param 1 --start 10.0.0.5 --end 10.0.0.14\n"},
-        /* Two change places: one leaves, with its range. */
+        /* Two pools swap their addresses: one is deleted first, with its range. */
         {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 2 --param 1 --start 10.0.0.10 --end "
          "10.0.0.19\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start 10.0.2.0 --end "
          "10.0.2.9",
@@ -344,7 +347,7 @@ TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
          "range del --id 1 --start 10.0.1.0 --end 10.0.1.9\npool del --id 1 ends sessions\n--\npool mod --id 2 --param "
          "1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 1 --param 1 --start 10.0.0.10 --end 10.0.0.19\nrange add "
          "--id 1 --start 10.0.1.0 --end 10.0.1.9\n"},
-        /* In place, or not. */
+        /* Changes in place, and those that need a delete and an add. */
         {"dmapping add --id 1 --type 0\ndmapping add --id 2 --type 0\nlimit add --type 1 --value 1\nnvi enable --ifh "
          "1\ninterface set --ifh 2\nnvi enable --ifh 3\n"
          "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24",

@@ -1,3 +1,4 @@
+/* Cutting of documents into chunks: their sizes, and which of them a change of the document leaves as they are. */
 #include "fleet/chunks.h"
 
 #include <gtest/gtest.h>

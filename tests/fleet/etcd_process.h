@@ -1,4 +1,4 @@
-/* An etcd of the test's own: a process with its data in a temporary folder. */
+/* Starts a real etcd for a test, as a process with its data in a temporary folder. */
 #ifndef TESTS_FLEET_ETCD_PROCESS_H
 #define TESTS_FLEET_ETCD_PROCESS_H
 
@@ -26,7 +26,7 @@ inline sockaddr_in loopback(uint16_t port) {
     return address;
 }
 
-/** A port at which nobody listens now. */
+/** A TCP port that is free at the moment. */
 inline uint16_t free_port() {
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
@@ -37,7 +37,7 @@ inline uint16_t free_port() {
     return ntohs(address.sin_port);
 }
 
-/** Whether somebody listens. */
+/** True if a process listens at a port. */
 inline bool answers_at(uint16_t port) {
     const sockaddr_in address = loopback(port);
     const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
@@ -47,13 +47,16 @@ inline bool answers_at(uint16_t port) {
 
 class etcd_process_t {
 public:
-    /** `more`: its options beside those that say where it is. `scheme`: https when they say so. `peer_port`: where the
-     * other members of its cluster look for it; they may not be there yet. */
+    /**
+     * @param more      options, in addition to those with addresses and paths
+     * @param scheme    https if these options require it
+     * @param peer_port port for the other members of its cluster, which may start later; 0: any
+     */
     explicit etcd_process_t(std::vector<std::string> more = {}, std::string scheme = "http", uint16_t peer_port = 0)
         : more_(std::move(more)), scheme_(std::move(scheme)) {
         char name[] = "/tmp/etcd.XXXXXX";
         folder_ = mkdtemp(name);
-        for (int tries = 0; tries < 5 && !is_up_; ++tries) { /* somebody else may have taken the ports meanwhile */
+        for (int tries = 0; tries < 5 && !is_up_; ++tries) { /* another process may have taken the ports meanwhile */
             port_ = free_port();
             peer_port_ = peer_port == 0 ? free_port() : peer_port;
             std::filesystem::remove_all(folder_ + "/data");
@@ -68,7 +71,7 @@ public:
     etcd_process_t(const etcd_process_t &) = delete;
     etcd_process_t &operator=(const etcd_process_t &) = delete;
 
-    /** With the data that it had, at the same port. False when it does not come up. */
+    /** Starts it with its previous data at the same port. False if it does not start to listen. */
     bool start() {
         pid_ = fork();
         if (pid_ == 0) run();
@@ -89,7 +92,7 @@ public:
         pid_ = -1;
     }
 
-    /** Has etcdctl do something; false when it cannot. */
+    /** Runs a command of etcdctl. False if it fails. */
     bool control(const std::string &words) const {
         const std::string line = ETCDCTL_PATH " --endpoints " + scheme_ + "://" + place() + ' ' + words;
         return std::system((line + " >>" + folder_ + "/log 2>&1").c_str()) == 0;
@@ -101,7 +104,7 @@ public:
     std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
     std::string url(const std::string &prefix) const { return "etcd://" + place() + '/' + prefix; }
     std::string log() const { return text_of(folder_ + "/log"); }
-    /** The answer with its head. */
+    /** The answer to a GET, with its headers. */
     std::string get(const std::string &page) const {
         const sockaddr_in address = loopback(port_);
         const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
@@ -143,7 +146,7 @@ private:
     bool is_up_ = false;
 };
 
-/** Members that elect a leader among them. */
+/** A cluster of several members. */
 class etcd_cluster_t {
 public:
     explicit etcd_cluster_t(size_t count, const std::vector<std::string> &more = {}) {

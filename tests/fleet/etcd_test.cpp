@@ -1,4 +1,4 @@
-/* The client of the store, beside a real one and beside servers that are none. */
+/* The client of etcd, with a real etcd and with scripted servers that answer wrongly or not at all. */
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/support/no_descriptors.h"
@@ -9,7 +9,7 @@ namespace {
 using kind_t = etcd_error_t::kind_t;
 using compare_t = etcd_txn_t::compare_t;
 
-/** A port at which nobody is. */
+/** The address of a port at which no process listens. */
 std::string nowhere() {
     return "127.0.0.1:" + std::to_string(free_port());
 }
@@ -164,7 +164,7 @@ TEST_F(real_etcd_test, a_full_store_is_named) {
     ASSERT_TRUE(small.is_up()) << small.log();
     etcd_t etcd(loop_, store_at({small.place()}));
     etcd_error_t error;
-    ASSERT_TRUE(eventually([&] { /* it counts what it has written out, which takes a while */
+    ASSERT_TRUE(eventually([&] { /* etcd counts only data that it has written to disk, which takes a while */
                                  error = run(etcd.txn(put("p/a", std::string(50000, 'x')))).error;
                                  return static_cast<bool>(error);
     }));
@@ -209,10 +209,10 @@ TEST_F(real_etcd_test, a_user_signs_in_and_again_when_the_token_is_not_known_any
     ASSERT_TRUE(run(etcd.txn(put("p/a", "1"))).value.is_done);
     EXPECT_EQ(run(etcd.txn(put("p/b", "1"))).error.kind, kind_t::rights);
     for (const bool by_watch : {false, true}) {
-        process_.end(SIGKILL); /* tokens are kept in memory */
+        process_.end(SIGKILL); /* etcd then forgets the tokens, because they are only in memory */
         ASSERT_TRUE(process_.start()) << process_.log();
         etcd_error_t error;
-        ASSERT_TRUE(eventually([&] { /* it may not be ready at once */
+        ASSERT_TRUE(eventually([&] { /* etcd may not be ready at once */
                                      etcd_watch_t watch(etcd, "p/a", 1);
                                      error = by_watch ? run(watch.next()).error : run(etcd.get("p/a")).error;
                                      return error.kind != kind_t::unreachable && error.kind != kind_t::no_answer;
@@ -222,7 +222,7 @@ TEST_F(real_etcd_test, a_user_signs_in_and_again_when_the_token_is_not_known_any
     etcd_watch_t other(etcd, "p/b", 1);
     EXPECT_EQ(run(other.next()).error.kind, kind_t::rights);
 
-    /* The administrator changes the password, which has its token end, and then what stands in the file. */
+    /* The administrator changes the password in etcd, which ends the token, and then in the file. */
     const runtime_directory_t directory;
     store.password_file = directory.path() + "/password";
     std::ofstream(store.password_file) << "secret";

@@ -1,4 +1,4 @@
-/* What a store says of a failure, as a user sees it. */
+/* Texts of a store's errors as they are shown to a user. */
 #include <gtest/gtest.h>
 
 #include "fleet/etcd_json.h"

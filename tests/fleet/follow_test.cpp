@@ -1,4 +1,7 @@
-/* What a gateway does beside a store that many ask at once: it asks for nothing twice. */
+/*
+ * A gateway that follows the store: it must not fetch anything twice, must notice a dead or hanging member, and must
+ * back off when the store fails or is slow. A scripted clock replaces waiting.
+ */
 #include <algorithm>
 
 #include "fleet/base64.h"
@@ -40,7 +43,7 @@ protected:
         txn.deletes = {key};
         ASSERT_FALSE(run(etcd_.txn(txn)).error);
     }
-    /** Of etcd's metrics; `name` with its labels. */
+    /** The value of a metric of etcd; `name` includes the labels. */
     std::string metric(const std::string &name) const {
         const std::string metrics = process_.get("/metrics");
         const size_t at = metrics.find('\n' + name + ' ');
@@ -54,7 +57,7 @@ TEST_F(follow_test, a_manifest_that_is_told_of_is_not_read_again) {
     manifest_watch_t watch(etcd_, keys_);
     EXPECT_FALSE(run(watch.next()).value.manifest) << "there is none yet";
     struct case_t {
-        std::string text; /* empty: it is deleted */
+        std::string text; /* of the manifest's key; empty: the key is deleted */
         uint64_t version; /* 0: none */
         kind_t kind;
     };
@@ -90,7 +93,7 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     const runtime_directory_t directory;
     std::string taken;
     std::string refused;
-    bool was_up = false; /* the store, when it had given the text */
+    bool was_up = false; /* status of the store when the text had been fetched */
     store_follower_t follower(loop_, etcd_, "g1", directory.path(),
                               {[&](const std::string &whole, const std::string &) -> nat64::task<taken_t> {
                                    taken = whole;
@@ -110,7 +113,7 @@ TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
     EXPECT_TRUE(was_up);
 }
 
-/** A gateway's ear and voice. */
+/** The part of a gateway that talks to the store: its follower and its heartbeat. */
 class listener_t {
 public:
     listener_t(fwx_host_loop_t *loop, const std::vector<std::string> &places, const std::string &name)
@@ -141,13 +144,13 @@ private:
     }
 
     const runtime_directory_t directory_;
-    std::string text_; /* that was taken last */
+    std::string text_; /* the last document that was taken */
     etcd_t etcd_;
     store_follower_t follower_;
     gateway_heartbeat_t heartbeat_;
 };
 
-/** Answers of a store. */
+/** An answer of the store to a read of one key. */
 std::string range_answer(const std::string &key, const std::string &value, int revision) {
     const std::string number = std::to_string(revision);
     return R"({"header":{"revision":")" + number + R"("},"kvs":[{"key":")" + to_base64(key) + R"(","value":")" +
@@ -196,7 +199,7 @@ TEST_F(etcd_test, only_a_read_that_equals_what_the_watch_has_told_confirms_it) {
     ask(20000);
     ASSERT_TRUE(turn_until([&] { return listener.status().confirmed_s > read_s; })) << "it is the one that was told of";
 
-    ask(20000); /* the watch has not told of the next one */
+    ask(20000); /* the watch has missed the next manifest */
     ASSERT_TRUE(turn_until([&] {
         follower.in_force("its hash");
         return listener.status().version == 2;
@@ -208,12 +211,12 @@ TEST_F(etcd_test, only_a_read_that_equals_what_the_watch_has_told_confirms_it) {
     ask(20000);
     EXPECT_TRUE(turn_until([&] { return !listener.status().is_up; }));
     EXPECT_NE(listener.status().reason.find("permission denied"), std::string::npos) << listener.status().reason;
-    ask(0); /* one that is not confirmed is asked for at once */
+    ask(0); /* an unconfirmed document is checked at once */
     EXPECT_TRUE(turn_until([&] { return listener.status().is_up; }));
     fwx_host_clock_run();
 }
 
-/* All begin at one member, so whatever happens to it happens to all. */
+/* All gateways start with the same member, so its faults affect all of them. */
 TEST_F(follow_test, members_of_a_store_that_hang_die_or_are_alone_make_no_gateway_deaf) {
     const etcd_cluster_t cluster(3);
     etcd_t writer(loop_, store_at(cluster.places()), {.timeout_ms = 1000});
@@ -265,7 +268,7 @@ TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given
     const std::string good = scripted_server_t::answer(
         200, R"({"header":{"revision":"2"},"succeeded":true,"responses":[{"response_range":{"kvs":[)" + entry +
                  R"(],"count":"1"}}]})");
-    for (const size_t lost : {2U, 3U}) { /* connections end without an answer */
+    for (const size_t lost : {2U, 3U}) { /* connections that end without an answer */
         std::vector<scripted_server_t::answers_t> connections(lost, {""});
         connections.push_back({good});
         const scripted_server_t server(connections);
@@ -278,7 +281,7 @@ TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given
     }
 }
 
-/* Between a request and its answer the clock is turned on. */
+/* The test advances the clock between each request and its answer. */
 TEST_F(follow_test, a_store_that_is_slow_whatever_it_is_asked_for_is_asked_for_more_at_once) {
     const std::string text = document_text(20000, 1);
     const std::vector<std::string_view> pieces = cut_chunks(text);
@@ -305,7 +308,7 @@ TEST_F(follow_test, a_store_that_is_slow_whatever_it_is_asked_for_is_asked_for_m
     EXPECT_LE(requests, 8U) << pieces.size() << " chunks";
 }
 
-/* Each pause is waited for until it stands in the loop, and then ended by the clock. */
+/* The test waits until the loop has the timer of a pause, and then advances the clock to end it. */
 TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
     const std::string nothing = scripted_server_t::answer(200, R"({"header":{"revision":"2"}})");
     const std::string compacted =
@@ -321,7 +324,7 @@ TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
         const scripted_server_t server(std::vector<scripted_server_t::answers_t>(100, tried.answers));
         const runtime_directory_t directory;
         etcd_options_t options;
-        options.timeout_ms = 3600000; /* no timer of a request is taken for a pause */
+        options.timeout_ms = 3600000; /* so that the timer of a request cannot be mistaken for a pause */
         etcd_t etcd(loop_, store_at({server.place()}), options);
         store_follower_t follower(
             loop_, etcd, "g1", directory.path(),

@@ -1,5 +1,5 @@
-/* Five gateways, each a server and its nat64d, that follow one store; whatever happens there, none loses what it has.
- */
+/* Five gateways, each a server and its nat64d, that follow one store. No fault of the store may cost a gateway its
+ * configuration. */
 #include <memory>
 
 #include "fleet/fleet_keys.h"
@@ -13,7 +13,7 @@
 
 namespace {
 
-/** Pools, numbered from 1. */
+/** A document with that many pools, numbered from 1. */
 std::string pools(int count) {
     std::string text;
     for (int id = 1; id <= count; ++id) {
@@ -52,7 +52,7 @@ protected:
             folder() + "/log" + name(i));
     }
     static json_t status(size_t i) { return daemon_process_t::ask("status", name(i)); }
-    /** A version in force, the server in step with it, and that many pools in the server. */
+    /** True if that version is in force, and the server is in sync with it and has that many pools. */
     bool holds(size_t i, int version, int pool_count) const {
         return eventually([&] {
             const json_t got = status(i);
@@ -60,7 +60,7 @@ protected:
                    got.at("items") == pool_count;
         });
     }
-    /** All of them, and `natctl fleet status` agrees. */
+    /** Expects the same of all gateways, and of `natctl fleet status`. */
     void expect_all_hold(int version, int pool_count) const {
         for (size_t i = 0; i < count; ++i) {
             EXPECT_TRUE(holds(i, version, pool_count)) << status(i) << daemons_[i]->log();
@@ -74,13 +74,13 @@ protected:
         replace_file(folder() + "/document", text);
         return run("--timeout 20000 fleet push " + folder() + "/document " + more);
     }
-    /** Calls etcd's own program. */
+    /** Runs etcdctl. */
     int etcdctl(const std::string &words) const {
         const std::string command =
             "ETCDCTL_API=3 " ETCDCTL_PATH " --endpoints " + etcd_.place() + ' ' + words + " >/dev/null 2>&1";
         return std::system(command.c_str());
     }
-    /** Has it forget all that was. */
+    /** Makes etcd compact its history. */
     bool compact() const {
         const fwx::host::loop loop;
         etcd_t etcd(loop, store_at({etcd_.place()}));
@@ -144,12 +144,12 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     const run_t reloaded = run("--connect " + name(0) + " daemon reload");
     EXPECT_EQ(reloaded.status, 1);
     EXPECT_NE(reloaded.notes.find("the store does not confirm the document: "), std::string::npos) << reloaded.notes;
-    /* One that starts now has the store's word of before. */
+    /* A gateway that starts now uses the last document that it has fetched. */
     daemons_[1]->end(SIGTERM);
     start_daemon(1);
     EXPECT_TRUE(holds(1, 1, 3)) << daemons_[1]->log();
     EXPECT_NE(daemons_[1]->log().find("event=store_unreachable document=\"version 1\""), std::string::npos);
-    /* And a server that starts now gets it. */
+    /* A server that starts now gets this document. */
     servers_[2].reset();
     servers_[2] = std::make_unique<server_process_t>("", RLIM_INFINITY, name(2));
     expect_all_hold(1, 3);
@@ -157,13 +157,13 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     EXPECT_EQ(push(pools(4), "--wait 60s").status, 0);
     expect_all_hold(2, 4);
 
-    /* The watch of one that slept begins with what is no longer kept. */
+    /* A gateway that was stopped then asks for a revision that has been compacted. */
     daemons_[3]->signal(SIGSTOP);
     for (int pool_count = 5; pool_count <= 8; ++pool_count) {
         ASSERT_EQ(push(pools(pool_count)).status, 0);
     }
     ASSERT_TRUE(compact());
-    etcd_.end(SIGKILL); /* and its connection ends */
+    etcd_.end(SIGKILL); /* ends the connection of its watch */
     ASSERT_TRUE(etcd_.start());
     daemons_[3]->signal(SIGCONT);
     expect_all_hold(6, 8);
@@ -188,7 +188,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
     };
     struct case_t {
         std::string manifest;
-        std::string chunk; /* as it stands under its name; empty: it does not */
+        std::string chunk; /* value of the chunk's key; empty: there is no such key */
         std::string reason;
     };
     const case_t cases[] = {
@@ -218,7 +218,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
             return run("fleet status").answers.find(each.reason) != std::string::npos;
         })) << run("fleet status").answers;
     }
-    put_key(keys_.manifest(), good); /* for which they would ask a while later */
+    put_key(keys_.manifest(), good); /* the gateways would notice it only after a while */
     for (size_t i = 0; i < count; ++i) {
         const run_t reloaded = run("--connect " + name(i) + " daemon reload");
         EXPECT_EQ(reloaded.status, 0) << "it answers when that one is in force: " << reloaded.notes;
@@ -231,7 +231,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
 
 TEST_F(gateway_test, a_document_that_one_server_refuses_is_taken_back_there_alone) {
     ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
-    /* Somebody takes what the next document wants of one of them. */
+    /* Another client adds a pool to one server that conflicts with the next document. */
     ASSERT_TRUE(others_add_pool(900, "10.0.0.5", "g3"));
     const run_t pushed = push(pools(5), "--wait 60s");
     EXPECT_EQ(pushed.status, 1);

@@ -1,4 +1,5 @@
-/* Requests on a thin line, which the test plays: a second passes each time that it lets some bytes through. */
+/* Requests on a slow connection, which the test simulates: with each step it lets some bytes through and advances the
+ * clock by a second. */
 #include "net/http.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,7 @@ using fault_t = http_reply_t::fault_t;
 class thin_line_test : public testing::Test {
 protected:
     thin_line_test() {
-        const int small = 16384; /* what the peer has not read stays with the sender */
+        const int small = 16384; /* small socket buffers, so that unread bytes stay with the sender */
         setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
@@ -41,13 +42,13 @@ protected:
             return peer_ >= 0;
         }));
     }
-    /** Whether the request is over, a second later. */
+    /** Advances the clock by a second and returns true if the request is over. */
     bool is_over() {
         fwx_host_clock_turn(1000);
         fwx_host_loop_run_until_idle(loop_);
         return reply_->done();
     }
-    /** Takes so many bytes of what is sent, within this second. */
+    /** Reads that many bytes of the request. */
     void take(size_t count) const {
         std::string room(count, '\0');
         EXPECT_TRUE(eventually([&] {
@@ -62,7 +63,7 @@ protected:
     }
 
     const fwx::host::loop loop_;
-    http_request_t request_; /* with a deadline of 5 s */
+    http_request_t request_; /* with a timeout of 5 s */
     int peer_ = -1;
     std::optional<nat64::task<http_reply_t>> reply_;
 

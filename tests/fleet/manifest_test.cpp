@@ -1,3 +1,4 @@
+/* Parsing and writing of manifests, stages and the status of gateways, with malformed and hostile input. */
 #include "fleet/manifest.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ const std::string text = R"({"format":1,"version":8,"document":")" + hash_a +
                          R"(","bytes":5,"items":2,"pushed_by":"ann@ops1","pushed_at":"2026-01-31T23:59:59.123Z",)" +
                          R"("note":"edge.nat64","chunks":[[")" + hash_a + R"(",2],[")" + hash_b + R"(",3]])";
 
-/** What is wrong with a text; `none` when nothing is. */
+/** The error for the text of a manifest; `none` if it is correct. */
 std::string fault_of(const std::string &json, manifest_place_t place = manifest_place_t::current) {
     std::string error = "none";
     const bool is_read = read_manifest(json, place, error).has_value();

@@ -1,4 +1,4 @@
-/* `natctl fleet` beside a store, with gateways that the test plays. */
+/* `natctl fleet` with a real store. The test plays the gateways by writing their status. */
 #include "config/load.h"
 #include "config/notation.h"
 #include "fleet/fleet_keys.h"
@@ -30,7 +30,7 @@ protected:
         problems_t problems;
         return sha256(write_lines(load_document(text, problems)));
     }
-    /** Has a gateway say something. */
+    /** Writes the status of a gateway. */
     void say(const gateway_state_t &state, bool is_alive = true) const {
         const fwx::host::loop loop;
         etcd_t etcd(loop, store_at({process_.place()}));
@@ -112,7 +112,7 @@ TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {
     struct case_t {
         std::string command;
         int status;
-        std::string note; /* its end */
+        std::string note; /* end of the message */
     };
     const std::string nowhere = "127.0.0.1:" + std::to_string(free_port());
     const case_t cases[] = {
@@ -163,7 +163,7 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
     EXPECT_EQ(run("fleet push --wait 60s " + second_).answers,
               "fleet push: ok, version 2, 2 of 2 chunks put, 1 gateway in step\n");
 
-    say(holding("ber1", 2, second), false); /* its lease has ended */
+    say(holding("ber1", 2, second), false); /* as after the end of its lease */
     say(holding("ham1", 1, first));
     const run_t late = run("fleet push --wait 1s " + second_);
     EXPECT_EQ(late.status, 3);

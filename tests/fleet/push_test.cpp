@@ -1,4 +1,4 @@
-/* Documents that are put into a store, and read from it. */
+/* Pushing documents into a store, reading them, rollbacks, the lock and the garbage collection. */
 #include <set>
 
 #include "fleet/document_store.h"
@@ -22,12 +22,12 @@ protected:
         EXPECT_TRUE(read.value.manifest) << read.error.text;
         return read.value.manifest.value_or(manifest_t{});
     }
-    /** Of a document; what is wrong instead. */
+    /** The text of a document in the store, or the error. */
     std::string text_of_document(const fleet_document_t &document) {
         const auto read = run(read_document(etcd_, keys_, document));
         return read.error ? read.error.text : read.value;
     }
-    /** Names of keys that begin so. */
+    /** The keys with a prefix. */
     std::set<std::string> names(const std::string &prefix) {
         std::set<std::string> names;
         const auto list = run(etcd_.list(prefix, false));
@@ -106,7 +106,7 @@ TEST_F(push_test, one_pushes_at_a_time) {
     EXPECT_FALSE(run(pusher_.lock().release()));
     EXPECT_TRUE(run(other.push({"pool\n", 1, {}, ""})).is_changed);
 
-    /* Many at once: whoever comes in does it as a whole. */
+    /* Several pushers at once: each push is either carried out as a whole or refused. */
     std::vector<std::unique_ptr<pusher_t>> pushers;
     std::vector<nat64::task<push_result_t>> pushes;
     for (int i = 0; i < 8; ++i) {
@@ -167,7 +167,7 @@ TEST_F(push_test, a_pusher_that_dies_behind_its_chunks_leaves_what_the_next_one_
     EXPECT_GT(names(keys_.chunks()).size(), before.size());
     EXPECT_EQ(manifest().document.version, 1U);
     EXPECT_NE(push(document_text(100, 3)).refused.find("bob@ops2"), std::string::npos);
-    remove(keys_.lock()); /* as the end of its lease does */
+    remove(keys_.lock()); /* as when its lease ends */
     const push_result_t next = push(document_text(100, 1));
     EXPECT_FALSE(next.is_changed);
     EXPECT_GT(next.collected, 0U);
@@ -221,7 +221,7 @@ TEST_F(push_test, collection_leaves_all_that_the_last_ten_versions_name) {
     ASSERT_TRUE(run(pusher_.roll_back({})).is_changed);
     EXPECT_EQ(manifest().document.note, "rollback to 13");
 
-    /* One that cannot be read may name anything. */
+    /* Nothing is deleted if an entry cannot be read, because it may name any chunk. */
     run(etcd_.txn(put(keys_.history(14), "{")));
     const std::set<std::string> chunks = names(keys_.chunks());
     const push_result_t next = push("pool\n");
@@ -261,7 +261,7 @@ TEST_F(push_test, a_stage_leaves_the_others_with_what_they_have) {
     ASSERT_TRUE(push("pool 1\n").is_changed);
     ASSERT_TRUE(push("pool 2\n", to_two).is_changed);
     EXPECT_FALSE(push("pool 2\n", stage_t{{"fra1", "fra2"}, 0}).is_changed);
-    for (int i = 0; i < 12; ++i) { /* more than are kept */
+    for (int i = 0; i < 12; ++i) { /* more than the history has */
         ASSERT_TRUE(push("pool 3\n", stage_t{{}, i % 2 == 0 ? 20U : 30U}).is_changed);
     }
     const manifest_t staged = manifest();
@@ -304,7 +304,7 @@ TEST_F(push_test, what_is_damaged_is_put_anew_by_the_next_push) {
 
     struct case_t {
         std::string manifest;
-        bool is_back; /* replaced by a rollback, not by a push */
+        bool is_back; /* the manifest is replaced by a rollback instead of a push */
     };
     for (const case_t &each : {case_t{"not JSON", false}, {"{\"format\":1}", false}, {"", true}}) {
         run(etcd_.txn(put(keys_.manifest(), each.manifest)));
@@ -325,7 +325,7 @@ TEST_F(push_test, a_store_that_is_full_keeps_what_it_has) {
     pusher_t pusher(loop_, etcd, "ann@ops1");
     ASSERT_TRUE(run(pusher.push({"pool 1\n", 1, {}, ""})).is_changed);
     push_result_t result;
-    ASSERT_TRUE(eventually([&] { /* it counts what it has written out */
+    ASSERT_TRUE(eventually([&] { /* etcd counts only data that it has written to disk */
                                  result = run(pusher.push({document_text(20000, 1), 1, {}, ""}));
                                  return static_cast<bool>(result.error);
     })) << result.refused;

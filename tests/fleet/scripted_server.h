@@ -1,4 +1,4 @@
-/* A server that says to each connection what the test wants it to say, whatever it is asked. */
+/* A server that sends prepared answers, regardless of the requests. */
 #ifndef TESTS_FLEET_SCRIPTED_SERVER_H
 #define TESTS_FLEET_SCRIPTED_SERVER_H
 
@@ -8,8 +8,8 @@
 #include "tests/fleet/etcd_process.h"
 #include "tests/support/child.h"
 
-/** Each connection gets the next list of answers, one to each request, and ends then; the last one stays open. Those of
- * a server that serves them side by side all stay open. */
+/** Each connection gets the next list of answers, one for each request, and is then closed, except for the last one.
+ * With `is_side_by_side`, connections are served concurrently and all stay open. */
 class scripted_server_t {
 public:
     using answers_t = std::vector<std::string>;
@@ -40,7 +40,7 @@ public:
 
     std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
 
-    /** A whole answer. */
+    /** A complete HTTP answer. */
     static std::string answer(int status, const std::string &body) {
         return "HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Length: " + std::to_string(body.size()) +
                "\r\n\r\n" + body;
@@ -60,7 +60,7 @@ private:
         while (stays && read(fd, room, sizeof room) > 0) {
         }
     }
-    /** Its head and its body. */
+    /** Reads the headers and the body of a request. */
     static void take_request(int fd) {
         std::string asked;
         char room[65536];

@@ -1,4 +1,4 @@
-/* A loop, and a store beside it. */
+/* Fixtures with a loop and, for real_etcd_test, a running etcd. */
 #ifndef TESTS_FLEET_STORE_FIXTURE_H
 #define TESTS_FLEET_STORE_FIXTURE_H
 
@@ -28,7 +28,7 @@ inline etcd_txn_t put(const std::string &key, const std::string &value, int64_t 
 
 class etcd_test : public testing::Test {
 protected:
-    /** What is there, `key=value` each. */
+    /** The entries of a result, each as `key=value`. */
     static std::string text_of(const etcd_result_t<etcd_range_t> &range) {
         if (range.error) return range.error.text;
         std::string text;
@@ -41,7 +41,7 @@ protected:
     value_type run(nat64::task<value_type> task) {
         return loop_.run(std::move(task));
     }
-    /** Turns the loop until it holds. */
+    /** Runs the loop until a condition is true. */
     template <class condition_t>
     bool turn_until(condition_t condition) {
         return eventually([&] {

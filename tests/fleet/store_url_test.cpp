@@ -1,3 +1,4 @@
+/* Addresses of stores and the options that go with them: correct ones, errors and warnings. */
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

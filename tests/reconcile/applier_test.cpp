@@ -1,4 +1,4 @@
-/* Plans carried out over a binding. */
+/* Plans carried out over a binding to a server model, with refusals, stops, lost servers and rollbacks. */
 #include "reconcile/applier.h"
 
 #include <algorithm>

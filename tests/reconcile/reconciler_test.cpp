@@ -1,4 +1,4 @@
-/* A server brought to documents while others change it too. */
+/* Reconciling a server with documents while other clients change it too. */
 #include "reconcile/reconciler.h"
 
 #include "config/notation.h"
@@ -22,7 +22,7 @@ protected:
         reconciler.reset();
         cxx_fixture_t::TearDown();
     }
-    /** Runs a task that may wait for a thread. */
+    /** Runs a task that may wait for a background thread. */
     template <typename value_t>
     value_t run_slow(nat64::task<value_t> task) {
         task.start();
@@ -31,7 +31,7 @@ protected:
         }
         return task.get();
     }
-    /** `meanwhile` happens when the first commands are under way. */
+    /** Calls `meanwhile` when the first commands are outstanding. */
     reconcile_result_t bring(const document_t &wanted, const std::function<void()> &meanwhile = {},
                              bool takes_back = true) {
         const document_t held = reconciler->held();
@@ -44,7 +44,7 @@ protected:
         }
         return task.get();
     }
-    /** Another client, as the reconciler sees it. */
+    /** Changes the server without the reconciler, as another client does. */
     void others_set_timeout(uint32_t seconds) {
         const auto on = [](const nat64::result &) {};
         EXPECT_TRUE(client->timeout_set(nat64::timeout{nat64::timeout_kind::icmp, nat64::seconds(seconds)}, on));
@@ -52,7 +52,7 @@ protected:
     void others_add_mapping(uint32_t id) {
         EXPECT_TRUE(client->dmapping_add(nat64::dynamic_mapping{.id = id}, [](const nat64::result &) {}));
     }
-    /** What the server holds is what the reconciler says. */
+    /** Expects that held() is the server's actual state. */
     void expect_held() {
         const std::string held = write_lines(reconciler->held());
         EXPECT_FALSE(run_slow(reconciler->read()));
@@ -110,7 +110,7 @@ TEST_F(reconciler_test, a_refusal_takes_back_what_was_done) {
 
 TEST_F(reconciler_test, what_others_add_while_a_plan_is_refused_is_not_deleted) {
     const reconcile_result_t refused = bring(to, [this] {
-        others_add_mapping(3); /* as the plan will, and before it */
+        others_add_mapping(3); /* the plan adds the same one later */
         others_set_timeout(7);
     });
     ASSERT_TRUE(refused.applied.refusal);
@@ -175,7 +175,7 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
     EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
     EXPECT_EQ(lookup(), 5U);
     EXPECT_EQ(rules.installed(), 1U);
-    /* A server that has started anew has none of them. */
+    /* A server that was restarted has none of them. */
     model.reset();
     make_model();
     pump();

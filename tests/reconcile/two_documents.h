@@ -1,4 +1,4 @@
-/* A document, another one, and what leads from one to the other. */
+/* Two documents and the plan between them, for tests that carry it out. */
 #ifndef TESTS_RECONCILE_TWO_DOCUMENTS_H
 #define TESTS_RECONCILE_TWO_DOCUMENTS_H
 

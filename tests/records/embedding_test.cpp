@@ -1,4 +1,4 @@
-/* IPv4 addresses behind prefixes, with the examples of RFC 6052, section 2.4. */
+/* IPv4 addresses embedded in IPv6 addresses, with the examples of RFC 6052, section 2.4. */
 #include "records/embedding.h"
 
 #include <arpa/inet.h>
@@ -37,7 +37,7 @@ TEST(embedding_test, an_address_is_embedded_and_extracted_and_all_around_it_must
         ipv6[8] = 1;
         EXPECT_FALSE(extract_ipv4(ipv6, each.length, ipv4));
         ipv6[8] = 0;
-        ipv6[15] ^= 1; /* the last of a suffix, where there is one */
+        ipv6[15] ^= 1; /* the last bit of the suffix, or of the IPv4 address behind a prefix of 96 bits */
         EXPECT_EQ(extract_ipv4(ipv6, each.length, ipv4), each.length == 96);
     }
 }

@@ -1,5 +1,5 @@
-/* What is written by hand about each family of commands, outside the table of families: nothing else notices when a new
- * family is left out there. */
+/* Checks that the code, documents and seeds that are written by hand mention each family of commands. Nothing else
+ * would notice that a new family is missing there. */
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,10 +13,11 @@ namespace {
 
 struct place_t {
     const char *folder;
-    const char *files; /* beginning and end of their names */
-    const char *ends;
-    std::string (*mark)(const std::string &family, const std::string &verb); /* that one of them has */
-    bool is_each_verb;                                                       /* or one is enough for a family */
+    const char *files; /* beginning of the file names */
+    const char *ends;  /* end of the file names */
+    std::string (*mark)(const std::string &family,
+                        const std::string &verb); /* a text that one of the files must have */
+    bool is_each_verb; /* a mark is needed for each verb; else one verb is enough for a family */
 };
 
 std::string line_of(const std::string &family, const std::string &) {

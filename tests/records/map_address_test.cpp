@@ -1,4 +1,4 @@
-/* What basic mapping rules make of addresses, with the examples of RFC 7597 and RFC 7599, appendix A. */
+/* Addresses and ports under basic mapping rules, with the examples of RFC 7597 and RFC 7599, appendix A. */
 #include "records/map_address.h"
 
 #include <arpa/inet.h>
@@ -27,7 +27,7 @@ std::string ipv4_text(const map_address_t &address) {
     return address_text(AF_INET, &word) + "/" + std::to_string(address.ipv4_len);
 }
 
-/** `63: 1232-1235 to 64720-64723`. */
+/** Number of ranges, the first and the last one: `63: 1232-1235 to 64720-64723`. */
 std::string ports_text(const map_address_t &address) {
     const std::vector<port_range_t> ranges = map_port_set(address);
     auto text = [](const port_range_t &range) {
@@ -44,7 +44,7 @@ struct mapping_t {
     uint64_t ea_bits;
     uint32_t psid;
     const char *ipv6;
-    const char *others; /* what another IPv6 address of the customer tells of the IPv4 one */
+    const char *others; /* the IPv4 prefix that another IPv6 address of the customer gives */
     const char *ports;
 };
 const std::string with_24 = " --v4 192.0.2.0/24 --params ";
@@ -52,7 +52,7 @@ const std::string ce = "--v6 2001:db8:12:3400::/56 --v4 192.0.2.";
 constexpr char ce_ipv6[] = "2001:db8:12:3400:0:c000:212:34";
 constexpr char ce_ports[] = "63: 1232-1235 to 64720-64723";
 const mapping_t mappings[] = {
-    /* Examples 1 to 3, by two ports; example 4 of either RFC; example 5. */
+    /* Examples 1 to 3, with two ports; example 4 of either RFC; example 5. */
     {"--v6 2001:db8::/40" + with_24 + "16,6,8,0", "192.0.2.18", 1232, 0x1234, 52, ce_ipv6, "192.0.2.18/32", ce_ports},
     {"--v6 2001:db8::/40" + with_24 + "16,6,0,0", "192.0.2.18", 2259, 0x1234, 52, ce_ipv6, "192.0.2.18/32", ce_ports},
     {ce + "18/32", "192.0.2.18", -1, 0, 0, "2001:db8:12:3400:0:c000:212:0", "192.0.2.18/32", "all"},
@@ -60,8 +60,8 @@ const mapping_t mappings[] = {
     {ce + "18/32 --params 0,6,8,52", "192.0.2.18", -1, 0, 52, ce_ipv6, "192.0.2.18/32", ce_ports},
     {"--v6 2001:db8:12::/48" + with_24 + "8,6,8,52", "192.0.2.18", -1, 0x12, 52, "2001:db8:12:1200:0:c000:212:34",
      "192.0.2.18/32", ce_ports},
-    /* A PSID in front of all else; EA bits that hold a prefix; none of a prefix; some that reach the identifier;
-     * as many as there are. */
+    /* A PSID offset of 0; EA bits that end within the IPv4 address; no EA bits behind an IPv4 prefix; EA bits that
+     * reach into the interface identifier; the greatest number of EA bits. */
     {"--v6 2001:db8::/48" + with_24 + "12,0,0,0", "192.0.2.18", 0x3456, 0x123, 3, "2001:db8:0:1230:0:c000:212:3",
      "192.0.2.18/32", "1: 12288-16383 to 12288-16383"},
     {"--v6 2001:db8::/48" + with_24 + "4,0,0,0", "192.0.2.183", -1, 0xb, 0, "2001:db8:0:b000:0:c000:2b7:0",

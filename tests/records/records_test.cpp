@@ -1,4 +1,4 @@
-/* Lines read into records, and records written as text. */
+/* Parsing of lines into records, and formatting of records and values as text. */
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ namespace {
 
 using result_t = record_reader_t::result_t;
 
-/** Reads a line that must hold a command. */
+/** Parses a line that must be a correct command. */
 record_reader_t read_line(const std::string &line) {
     line_words_t words;
     EXPECT_EQ(words.split(line), 0) << line;
@@ -218,7 +218,7 @@ TEST(records_test, a_value_reads_the_same_under_its_name_its_number_and_other_sp
     }
 }
 
-/** A text that the field takes. */
+/** A text that is a valid value of the field. */
 std::string good_text(const record_field_t &field) {
     switch (field.kind) {
         case record_kind_t::number:

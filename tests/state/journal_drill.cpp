@@ -1,10 +1,10 @@
 /*
- * Kills the keeper of a journal at random moments while several writers have it make changes, and while its writes,
- * syncs and renames fail at random. After each kill, every change that was acknowledged must be in the journal and none
- * by half, and the next keeper goes on with the same file.
+ * Kills a process that keeps a journal at random moments. Several threads of it make changes, and its writes, syncs and
+ * renames fail at random. After each kill, every acknowledged change must be in the journal, and no change only in
+ * part. The next process continues with the same file.
  *
- * Each writer has one entry, three lines with the number of its last change; what is half there shows as different
- * numbers.
+ * Each writer has one entry of three lines, each with the number of its last change. Different numbers therefore show a
+ * change that is there only in part.
  * usage: journal_drill KILLS [SEED]
  */
 #include <poll.h>
@@ -37,10 +37,10 @@ constexpr size_t parts = 3;
 constexpr size_t longest_line = 3000;
 constexpr uint32_t longest_life_ms = 40;
 constexpr const char *format = "drilled journal 1";
-constexpr int status_not_made = 3;   /* a file that did not exist could not be made */
-constexpr int status_not_opened = 4; /* one that did could not be opened */
+constexpr int status_not_made = 3;   /* a new file could not be created */
+constexpr int status_not_opened = 4; /* an existing file could not be opened */
 
-/** What the keeper tells, through a pipe. */
+/** A message of the process to the drill, through a pipe. */
 struct event_t {
     enum class kind_t : uint32_t { opened, torn, begun, acknowledged, refused };
     kind_t kind;
@@ -48,10 +48,10 @@ struct event_t {
     uint64_t change;
 };
 
-/** Files whose operations fail at random. A failed sync loses what was appended since the last one. */
+/** Files whose operations fail at random. A failed sync loses the bytes that were appended since the last one. */
 class failing_files_t : public files_t {
 public:
-    /** One operation in `one_in` fails; 0: none does. */
+    /** One operation in `one_in` fails; 0: none fails. */
     failing_files_t(uint32_t one_in, uint32_t seed) : one_in_(one_in), random_(seed) {}
 
     int open(const std::string &path, int flags) override {
@@ -95,11 +95,11 @@ private:
 
     const uint32_t one_in_;
     std::mt19937 random_;
-    std::map<int, off_t> synced_; /* bytes of a file */
+    std::map<int, off_t> synced_; /* durable bytes of a file */
     std::map<int, off_t> written_;
 };
 
-/** What a journal says, by writer and part. */
+/** The entries of a journal, by writer and part. */
 class entries_t {
 public:
     std::string read(std::string_view line) {
@@ -127,7 +127,7 @@ public:
     std::array<std::array<uint64_t, parts>, writers> changes{};
 };
 
-/** The process that is killed: one thread has the journal and commits what several writers have handed over. */
+/** The process that is killed: several threads queue changes, and one thread commits them to the journal. */
 class keeper_t {
 public:
     keeper_t(const std::string &path, int told, std::mt19937 &random)
@@ -159,7 +159,7 @@ private:
         uint64_t number;
     };
 
-    /** A write to a pipe of so few bytes is atomic. */
+    /** Sends a message. Needs no lock, because a short write to a pipe is atomic. */
     void tell(const event_t &event) const {
         if (write(told_, &event, sizeof event) != sizeof event) _exit(1);
     }
@@ -202,7 +202,7 @@ private:
     failing_files_t files_;
     std::mt19937 random_;
     const bool is_new_;
-    entries_t entries_; /* the writers read it before the first change only */
+    entries_t entries_; /* writers read it only before their first change */
     lock_t lock_;
     journal_t journal_;
     std::mutex mutex_;
@@ -215,7 +215,7 @@ class drill_t {
 public:
     drill_t(std::string path, uint32_t seed) : path_(std::move(path)), random_(seed) {}
 
-    /** Lets a keeper live for a while; returns whether its journal is as it should be. */
+    /** Starts a process, kills it after a while, and returns true if its journal is correct. */
     bool round() {
         int told[2];
         if (pipe(told) != 0) return false;
@@ -252,7 +252,7 @@ public:
 private:
     unsigned long long count(event_t::kind_t kind) const { return counts_[static_cast<size_t>(kind)]; }
 
-    /** Kills the keeper after a random time, counted from its opening, and hears all that it has told. */
+    /** Kills the process a random time after it has opened the journal, and reads all its messages. */
     void listen(int fd, pid_t child) {
         using clock = std::chrono::steady_clock;
         auto end = clock::now() + std::chrono::seconds(10);
@@ -307,7 +307,7 @@ private:
     std::array<uint64_t, writers> begun_{};
     std::array<uint64_t, writers> acknowledged_{};
     std::array<unsigned long long, 5> counts_{};
-    uint64_t replaced_ = 0; /* rounds at whose end the file was another one than before */
+    uint64_t replaced_ = 0; /* rounds in which a snapshot has replaced the file */
     ino_t inode_ = 0;
 };
 

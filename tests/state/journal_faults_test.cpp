@@ -1,5 +1,7 @@
-/* The journal on a disk whose every operation fails, alone and with each later one, and on which crashes lose what was
- * not synced: what was acknowledged is there, groups are whole, and a new process can go on. */
+/*
+ * The journal on a simulated disk. Each operation fails once, alone and together with each later one, and crashes lose
+ * unsynced data. Acknowledged lines must survive, groups must be whole, and a new process must be able to continue.
+ */
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,15 +19,15 @@ constexpr unsynced_t all_unsynced[] = {unsynced_t::kept, unsynced_t::lost, unsyn
                                        unsynced_t::second_half_kept, unsynced_t::last_write_kept};
 constexpr fault_t all_faults[] = {fault_t::fails, fault_t::fails_though_done, fault_t::dies};
 
-/** What a process does with a journal. */
+/** The work of a process on a journal. */
 struct scenario_t {
     const char *name;
-    size_t commits_before; /* by another process, without a fault */
+    size_t commits_before; /* by an earlier process, without a fault */
     size_t commits;
-    size_t line_bytes;    /* of a line that is a part of the state */
-    size_t filling_bytes; /* of one that is not */
-    uint64_t snapshot_ms;
-    bool has_lost_group = false; /* the sync of one more commit before has failed */
+    size_t line_bytes;           /* of a line that belongs to the state */
+    size_t filling_bytes;        /* of a line that does not */
+    uint64_t snapshot_ms;        /* duration of a snapshot */
+    bool has_lost_group = false; /* the earlier process made one more commit, whose sync failed */
 };
 constexpr scenario_t scenarios[] = {
     {"a_new_file_with_two_snapshots", 0, 7, 10, 22500, 0},
@@ -39,7 +41,7 @@ protected:
     journal_faults_test() { fwx_host_clock_turn(0); }
     ~journal_faults_test() override { fwx_host_clock_run(); }
 
-    /** Each group begins and ends with a line of the state. */
+    /** Commits a group of two lines of the state with filling between them. */
     static std::string commit_group(keeper_t &keeper) {
         const size_t number = keeper.lines.size();
         const std::string first = std::to_string(number) + " ";
@@ -48,7 +50,7 @@ protected:
         return keeper.add_and_commit(std::to_string(number + 1));
     }
 
-    /** Lets another process make the file. */
+    /** Creates the file as an earlier process. */
     void SetUp() override {
         if (GetParam().commits_before == 0) return;
         simulated_disk_t disk;
@@ -68,9 +70,9 @@ protected:
 
     struct result_t {
         lines_t acknowledged;
-        lines_t held;               /* in memory, at the end */
-        simulated_disk_t disk;      /* when the process ended, in whatever way */
-        bool has_recovered = false; /* it went on behind the last fault, and saved everything */
+        lines_t held;               /* in memory at the end */
+        simulated_disk_t disk;      /* at the end of the process, even if it died */
+        bool has_recovered = false; /* the process survived all faults and saved everything */
     };
     result_t run(simulated_disk_t &disk) const {
         result_t result;
@@ -81,7 +83,7 @@ protected:
         bool has_died = false;
         try {
             is_open = keeper.open().empty();
-            /* With an error nobody has been told anything: a group that the process before failed to sync may go. */
+            /* After an error nothing was acknowledged: a group that the earlier process failed to sync may be lost. */
             if (is_open && keeper.journal().error().empty()) result.acknowledged = keeper.lines;
             for (size_t i = 0; is_open && i < GetParam().commits; ++i) {
                 const bool is_acknowledged = commit_group(keeper).empty();
@@ -102,7 +104,8 @@ protected:
         return result;
     }
 
-    /** A new process finds what was acknowledged, in whole groups; what it acknowledges itself outlives any crash. */
+    /** Expects that a new process finds the acknowledged lines in whole groups, and that its own commit survives a
+     * crash. */
     static void check(simulated_disk_t &&disk, const lines_t &acknowledged, const lines_t &held) {
         lines_t all;
         {

@@ -1,4 +1,4 @@
-/* What a journal's file looks like, which files are read, which are refused, and when a snapshot is written. */
+/* The format of a journal's file, which files are read or refused, and when a snapshot is written. */
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-/** Reads a file and changes nothing. */
+/** Reads a journal with `look`. */
 struct look_t {
     explicit look_t(const std::string &path, files_t &files = files_t::system())
         : keeper(path, files), error(keeper.look()) {}
@@ -182,7 +182,7 @@ TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_a
     const std::string said = distrusted(path_, of_another);
     EXPECT_EQ(said, path_ + ": belongs to user " + std::to_string(geteuid() + 1) + ", not to user " +
                         std::to_string(geteuid()) + "; change its owner");
-    if (geteuid() != 0) return; /* only root can give a file away */
+    if (geteuid() != 0) return; /* only root can change the owner of a file */
     write_file(good);
     ASSERT_EQ(chown(path_.c_str(), 1, 1), 0);
     EXPECT_EQ(opened(path_), path_ + ": belongs to user 1, not to user 0; change its owner");
@@ -232,7 +232,7 @@ TEST_F(journal_test, one_byte_that_changed_is_an_error_or_in_the_last_group_and_
 
 TEST_F(journal_test, a_file_that_lost_any_of_its_last_2048_bytes_has_its_whole_groups_and_a_copy_of_the_rest) {
     simulated_disk_t written;
-    std::vector<size_t> sizes; /* of the file, after each group of two lines */
+    std::vector<size_t> sizes; /* size of the file after each group of two lines */
     lines_t lines;
     {
         keeper_t keeper("a", written);
@@ -274,7 +274,7 @@ TEST_F(journal_test, a_torn_file_on_a_full_disk_is_read_and_saves_again_as_soon_
         {
             keeper_t keeper("a", disk);
             disk.has_room = has_room_for_copy;
-            if (has_room_for_copy) disk.arm(9, simulated_disk_t::fault_t::fails); /* making the snapshot */
+            if (has_room_for_copy) disk.arm(9, simulated_disk_t::fault_t::fails); /* creation of the snapshot */
             ASSERT_EQ(keeper.open(), "");
             disk.has_room = false;
             EXPECT_EQ(keeper.lines, lines_t{"a"});
@@ -303,7 +303,7 @@ TEST_F(journal_test, a_pause_after_a_failed_snapshot_acknowledges_nothing) {
     keeper_t keeper("a", disk);
     ASSERT_EQ(keeper.open(), "");
     keeper.snapshot_ms = 50;
-    const auto next_sync_fails = [&] { disk.arm(2, simulated_disk_t::fault_t::fails); }; /* behind a write */
+    const auto next_sync_fails = [&] { disk.arm(2, simulated_disk_t::fault_t::fails); }; /* 1 is the write */
     const std::string error = "a: Input/output error";
     next_sync_fails();
     EXPECT_EQ(keeper.add_and_commit("1"), error);
@@ -356,14 +356,14 @@ TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says
     const std::string before = disk.content("a");
     {
         keeper_t keeper("a", disk);
-        disk.arm(7, simulated_disk_t::fault_t::fails); /* making the snapshot */
+        disk.arm(7, simulated_disk_t::fault_t::fails); /* creation of the snapshot */
         ASSERT_EQ(keeper.open(), "");
         EXPECT_EQ(keeper.journal().warning(), "a.new: Input/output error");
         EXPECT_EQ(keeper.journal().error(), "");
         EXPECT_EQ(keeper.add_and_commit("c"), "");
         EXPECT_EQ(disk.content("a"), before + "= 0 00000000\nc\n= 1 efdcc385\n");
 
-        disk.arm(3, simulated_disk_t::fault_t::fails); /* making the snapshot that is due now */
+        disk.arm(3, simulated_disk_t::fault_t::fails); /* creation of the snapshot that is due now */
         EXPECT_EQ(keeper.add_and_commit(keeper_t::filling(70000)), "");
         EXPECT_EQ(keeper.journal().warning(), "a.new: Input/output error");
         EXPECT_EQ(keeper.add_and_commit("d"), "");

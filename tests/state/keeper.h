@@ -1,4 +1,4 @@
-/* A process that keeps groups of lines in a journal. */
+/* A user of a journal, for tests: it holds lines in memory and commits each change of them to the journal. */
 #ifndef TESTS_STATE_KEEPER_H
 #define TESTS_STATE_KEEPER_H
 
@@ -34,7 +34,7 @@ public:
     std::string look() {
         return journal_.look([this](std::string_view line) { return take(line); });
     }
-    /** A line of filling is no part of a snapshot. */
+    /** Appends a line. A line of filling makes the file longer but is not part of a snapshot. */
     void add(const std::string &line) {
         if (!is_filling(line)) lines.push_back(line);
         journal_.append(line);
@@ -49,7 +49,7 @@ public:
     static std::string filling(size_t size) { return std::string(size, '.'); }
 
     lines_t lines;
-    uint64_t snapshot_ms = 0; /* that a snapshot takes */
+    uint64_t snapshot_ms = 0; /* simulated duration of a snapshot */
 
 private:
     static bool is_filling(std::string_view line) { return !line.empty() && line.front() == '.'; }

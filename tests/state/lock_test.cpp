@@ -1,4 +1,4 @@
-/* The lock of a file. */
+/* The lock between processes: waiting, the holder's name, killed holders and unsafe lock files. */
 #include "state/lock.h"
 
 #include <gtest/gtest.h>

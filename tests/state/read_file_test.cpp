@@ -1,4 +1,4 @@
-/* Files that a user names: what is read of them, and what is said of those that are not. */
+/* Reading of files that a user names, and the errors for names that are not regular files. */
 #include "state/read_file.h"
 
 #include <fcntl.h>

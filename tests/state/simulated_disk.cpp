@@ -1,3 +1,4 @@
+/* The simulated disk: names and contents as the cache has them, and as they are on disk. */
 #include "simulated_disk.h"
 
 #include <unistd.h>
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr size_t most_at_once = 40000; /* bytes of one write */
+constexpr size_t most_at_once = 40000; /* bytes that one write takes */
 
 template <typename result_t>
 result_t fail(int error) {
@@ -23,7 +24,7 @@ void simulated_disk_t::file_t::bring_to_disk(size_t begin, size_t end) {
     on_disk.replace(begin, end - begin, cached, begin, end - begin);
 }
 
-/** `half` does a part of an operation that fails, or at which the process dies. */
+/** Counts an operation and injects its fault. `half` does a part of an operation that fails or kills the process. */
 template <typename call_t, typename half_t>
 auto simulated_disk_t::faulty(call_t call, half_t half) -> decltype(call()) {
     using result_t = decltype(call());
@@ -50,7 +51,7 @@ int simulated_disk_t::add_open(const std::shared_ptr<file_t> &file) {
     return last_fd_;
 }
 
-/** An open that fails has opened nothing in any case. */
+/** An open that fails, even with `fails_though_done`, opens nothing. */
 int simulated_disk_t::open(const std::string &path, int) {
     const auto found = names_.find(path);
     const int result = faulty([&] { return found == names_.end() ? fail<int>(ENOENT) : 0; });

@@ -1,9 +1,9 @@
 /*
- * A disk in memory under the files of state/. Each operation can fail, with or without having been done, or be the last
- * one of its process; and a crash of the machine loses what was not synced.
+ * A disk in memory, under the files of state/. Any operation can fail, before or after it is done, or kill its process.
+ * A crash of the machine loses unsynced data.
  *
- * A failed sync loses what it should have written: the cache still shows it, and no later sync writes it. A name, new
- * or replaced, is on disk after the next sync of the directory.
+ * A failed sync loses the data that it should have written: the cache still has them, but no later sync writes them. A
+ * new or replaced name is durable after the next sync of the directory.
  */
 #ifndef TESTS_STATE_SIMULATED_DISK_H
 #define TESTS_STATE_SIMULATED_DISK_H
@@ -16,34 +16,34 @@
 
 #include "state/files.h"
 
-/** Thrown by the operation at which the process dies; the operations behind it do nothing. */
+/** Thrown by the operation at which the process dies. Later operations do nothing. */
 struct process_died_t {};
 
 class simulated_disk_t : public files_t {
 public:
     enum class fault_t { fails, fails_though_done, dies };
-    /** What a crash leaves of what was written and not synced. */
+    /** The part of unsynced data that a crash leaves. */
     enum class unsynced_t { kept, lost, first_half_kept, second_half_kept, last_write_kept };
 
-    /** The operation of that number fails; the next one is number 1. */
+    /** Injects a fault into an operation from now on; the next one is number 1. */
     void arm(size_t operation, fault_t fault) { faults_[operations_ + operation] = fault; }
     size_t operations() const { return operations_; }
     bool has_faults_left() const { return !faults_.empty() && faults_.rbegin()->first > operations_; }
-    /** From now on nothing can be written or made, until `has_room` is set again. */
+    /** While false, writing and creating files fail. */
     bool has_room = true;
 
-    /** Another process finds the disk as it is; nothing fails any more. */
+    /** The disk as the next process finds it, without faults. */
     simulated_disk_t next_process() const;
-    /** So does another process after the machine has crashed. */
+    /** The disk as the next process finds it after a crash of the machine, without faults. */
     simulated_disk_t after_crash(bool are_names_kept, unsynced_t unsynced) const;
 
-    /** Whether a crash would lose anything: names, or bytes. */
+    /** True if a crash could lose names or bytes. */
     bool has_unsynced_names() const { return names_ != names_on_disk_; }
     bool has_unsynced_bytes() const;
 
     bool has(const std::string &path) const { return names_.count(path) != 0; }
     std::string content(const std::string &path) const { return names_.at(path)->cached; }
-    /** Puts a file there, durably. */
+    /** Creates a durable file. */
     void put(const std::string &path, const std::string &content);
     size_t open_files() const { return open_.size(); }
 
@@ -71,7 +71,7 @@ private:
     struct file_t {
         std::string cached;
         std::string on_disk;
-        std::vector<std::pair<size_t, size_t>> unsynced; /* where it begins and ends, in `cached` */
+        std::vector<std::pair<size_t, size_t>> unsynced; /* begin and end of each unsynced write, in `cached` */
         mode_t mode = 0600;
 
         void bring_to_disk(size_t begin, size_t end);

@@ -1,4 +1,4 @@
-/* Versions of a server's configuration: what is kept, what goes, and what a file must look like. */
+/* Versions of a server's configuration: adding, reading and pruning them, and the format of their files. */
 #include "state/versions.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 class versions_test : public testing::TestWithParam<bool> {
 protected:
-    /** In memory, or in files that are read again with each call. */
+    /** Versions in memory, or in files; files are read again for each call. */
     versions_t &versions() {
         if (GetParam() || !versions_) versions_ = std::make_unique<versions_t>(GetParam() ? directory_.path() : "");
         EXPECT_EQ(GetParam() ? versions_->open() : "", "");
