@@ -51,12 +51,12 @@ bool is_absent(const record_family_t &family, const record_buffer_t &record) {
 }  // namespace
 
 /** Computes the item from the commands or lines with its key. */
-class document_t::fold_t {
+class document_t::item_builder_t {
 public:
-    fold_t(const record_family_t &family, const reading_t *reading) : family_(family), reading_(reading) {}
+    item_builder_t(const record_family_t &family, const reading_t *reading) : family_(family), reading_(reading) {}
 
     void take(const entry_t &entry, const uint8_t *record) {
-        if (entry.says == says_t::nvi) return make_nvi(entry, record);
+        if (entry.origin == origin_t::nvi) return make_nvi(entry, record);
         if (reading_ != nullptr && exists_) return refuse_again(entry, family_, line_);
         if (entry.op == FWX_NAT64_OP_MOD && exists_) {
             modify(record);
@@ -64,7 +64,7 @@ public:
             set(record);
         }
         exists_ = entry.op != FWX_NAT64_OP_DEL;
-        is_nvi_ = entry.says == says_t::both;
+        is_nvi_ = entry.origin == origin_t::both;
         line_ = entry.line;
     }
 
@@ -142,7 +142,7 @@ void document_t::take(const record_family_t &family, uint32_t op, const void *re
     const record_buffer_t interface = is_nvi ? interface_of(family, record, owner) : record_buffer_t{};
     const auto *from = is_nvi ? interface.bytes : static_cast<const uint8_t *>(record);
     entries_.push_back(
-        {bytes_.size(), line, owner.rank, static_cast<uint8_t>(op), is_nvi ? says_t::nvi : says_t::record});
+        {bytes_.size(), line, owner.rank, static_cast<uint8_t>(op), is_nvi ? origin_t::nvi : origin_t::record});
     bytes_.insert(bytes_.end(), from, from + owner.record_size);
 }
 
@@ -164,7 +164,7 @@ void document_t::settle(const reading_t *reading) {
     if (settled_ == entries_.size()) return;
     auto comes_before = [&](const entry_t &a, const entry_t &b) {
         const int order = compare(a, b);
-        return order != 0 ? order < 0 : reading != nullptr && a.says < b.says;
+        return order != 0 ? order < 0 : reading != nullptr && a.origin < b.origin;
     };
     if (!std::is_sorted(entries_.begin(), entries_.end(), comes_before)) {
         std::stable_sort(entries_.begin(), entries_.end(), comes_before);
@@ -174,17 +174,17 @@ void document_t::settle(const reading_t *reading) {
     size_t count = 0;
     for (size_t first = 0; first < entries_.size();) {
         const record_family_t &family = *by_rank()[entries_[first].rank];
-        fold_t fold(family, reading);
+        item_builder_t builder(family, reading);
         size_t next = first;
         for (; next < entries_.size() && compare(entries_[first], entries_[next]) == 0; ++next) {
-            fold.take(entries_[next], record_of(entries_[next]));
+            builder.take(entries_[next], record_of(entries_[next]));
         }
         const uint8_t rank = entries_[first].rank;
         first = next;
-        if (!fold.end()) continue;
-        const says_t says = fold.is_nvi() ? says_t::both : says_t::record;
-        entries_[count++] = {bytes.size(), fold.line(), rank, FWX_NAT64_OP_ADD, says};
-        bytes.insert(bytes.end(), fold.record().bytes, fold.record().bytes + family.record_size);
+        if (!builder.end()) continue;
+        const origin_t origin = builder.is_nvi() ? origin_t::both : origin_t::record;
+        entries_[count++] = {bytes.size(), builder.line(), rank, FWX_NAT64_OP_ADD, origin};
+        bytes.insert(bytes.end(), builder.record().bytes, builder.record().bytes + family.record_size);
     }
     entries_.resize(count);
     bytes_.swap(bytes);
@@ -198,7 +198,7 @@ int document_t::compare(const entry_t &a, const entry_t &b) const {
 
 config_item_t document_t::item(size_t index) const {
     const entry_t &entry = entries_[index];
-    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.says == says_t::both};
+    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.origin == origin_t::both};
 }
 
 size_t document_t::begin_of(const record_family_t &family) const {

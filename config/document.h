@@ -48,19 +48,19 @@ public:
     size_t end_of(const record_family_t &family) const;
 
 private:
-    enum class says_t : uint8_t { record, nvi, both };
+    enum class origin_t : uint8_t { record, nvi, both };
     struct entry_t {
         size_t at;     /* offset of the record in bytes_ */
         uint32_t line; /* 0: none */
         uint8_t rank;  /* of the item's family */
         uint8_t op;    /* FWX_NAT64_OP_; an item has the one of an add */
-        says_t says;
+        origin_t origin;
     };
     struct reading_t {
         notation_t notation;
         problems_t &problems;
     };
-    class fold_t;
+    class item_builder_t;
 
     void take(const record_family_t &family, uint32_t op, const void *record, uint32_t line);
     void settle(const reading_t *reading);

@@ -342,14 +342,14 @@ nat64::task<etcd_error_t> pusher_t::collect(push_result_t &result) {
     }
     const etcd_result_t<etcd_range_t> stored = co_await etcd_.list(keys_.chunks(), false);
     if (stored.error) co_return stored.error;
-    std::vector<std::string> rubbish; /* entries of the history first, so that none names a deleted chunk */
+    std::vector<std::string> garbage; /* entries of the history first, so that none names a deleted chunk */
     for (size_t i = 0; i < old; ++i) {
-        rubbish.push_back(keys_.history(versions[i]));
+        garbage.push_back(keys_.history(versions[i]));
     }
     for (const etcd_entry_t &entry : stored.value.entries) {
-        if (!named.contains(entry.key.substr(keys_.chunks().size()))) rubbish.push_back(entry.key);
+        if (!named.contains(entry.key.substr(keys_.chunks().size()))) garbage.push_back(entry.key);
     }
-    co_return co_await delete_all(std::move(rubbish), result);
+    co_return co_await delete_all(std::move(garbage), result);
 }
 
 nat64::task<etcd_error_t> pusher_t::delete_all(std::vector<std::string> keys, push_result_t &result) {

@@ -20,7 +20,7 @@ namespace {
 
 constexpr int events_at_once = 32;
 constexpr int64_t least_moved_bytes = 1024; /* fewer bytes count as silence */
-constexpr uint64_t looks_in_silence = 4;    /* checks within one timeout */
+constexpr uint64_t checks_per_timeout = 4;
 constexpr long keepalive_idle_s = 10;
 constexpr long keepalive_interval_s = 5;
 
@@ -42,7 +42,7 @@ int selected_by(uint32_t events) {
 }
 
 /** Sets the number of TCP keep-alive probes after which the connection fails; they are keepalive_interval_s apart. */
-int expect_life(void *, curl_socket_t socket, curlsocktype) {
+int limit_keepalive_probes(void *, curl_socket_t socket, curlsocktype) {
     const int probes = 3;
     setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
     return CURL_SOCKOPT_OK;
@@ -165,13 +165,13 @@ bool http_t::transfer_t::begin() {
 }
 
 void http_t::transfer_t::start_timer() {
-    most_quiet_ms_ = request_.timeout_ms;
+    silence_limit_ms_ = request_.timeout_ms;
     moved_at_ms_ = fwx_host_clock_ms();
-    set_timer(most_quiet_ms_ / looks_in_silence);
+    set_timer(silence_limit_ms_ / checks_per_timeout);
 }
 
 void http_t::transfer_t::set_timer(uint64_t delay_ms) {
-    const auto rang = [](void *self) { static_cast<transfer_t *>(self)->look_for_silence(); };
+    const auto rang = [](void *self) { static_cast<transfer_t *>(self)->check_silence(); };
     stop_timer();
     timer_ = fwx_host_timer_add(client_->loop_, delay_ms, rang, this);
 }
@@ -184,7 +184,7 @@ int64_t http_t::transfer_t::moved_bytes() const {
     return static_cast<int64_t>(sent_ + received_) - held;
 }
 
-void http_t::transfer_t::look_for_silence() {
+void http_t::transfer_t::check_silence() {
     timer_ = 0;
     const uint64_t now_ms = fwx_host_clock_ms();
     const int64_t moved = moved_bytes();
@@ -192,12 +192,12 @@ void http_t::transfer_t::look_for_silence() {
         moved_ = moved;
         moved_at_ms_ = now_ms;
     }
-    const uint64_t quiet_ms = now_ms - moved_at_ms_;
-    if (quiet_ms < most_quiet_ms_) {
-        return set_timer(std::min(most_quiet_ms_ / looks_in_silence + 1, most_quiet_ms_ - quiet_ms));
+    const uint64_t silence_ms = now_ms - moved_at_ms_;
+    if (silence_ms < silence_limit_ms_) {
+        return set_timer(std::min(silence_limit_ms_ / checks_per_timeout + 1, silence_limit_ms_ - silence_ms));
     }
     http_t &client = *client_;
-    set_fault("nothing came within " + std::to_string(most_quiet_ms_) + " ms");
+    set_fault("nothing came within " + std::to_string(silence_limit_ms_) + " ms");
     is_over_ = true;
     end_transfer();
     client.make_ready(*this);
@@ -266,7 +266,7 @@ bool http_t::transfer_t::set_options() {
     set(CURLOPT_TCP_KEEPIDLE, keepalive_idle_s);
     set(CURLOPT_TCP_KEEPINTVL, keepalive_interval_s);
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.timeout_ms));
-    set(CURLOPT_SOCKOPTFUNCTION, expect_life);
+    set(CURLOPT_SOCKOPTFUNCTION, limit_keepalive_probes);
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     const http_tls_t &tls = client_->tls_;
     if (!tls.authority.empty()) {
@@ -309,11 +309,11 @@ size_t http_t::transfer_t::take_body(char *data, size_t size, size_t count, void
     const bool has_line =
         transfer.is_stream_ && transfer.reply_.status == success && std::memchr(data, '\n', bytes) != nullptr;
     if (!has_line) return bytes;
-    transfer.most_quiet_ms_ = transfer.request_.silence_ms;
+    transfer.silence_limit_ms_ = transfer.request_.silence_ms;
     transfer.moved_ = transfer.moved_bytes();
     transfer.moved_at_ms_ = fwx_host_clock_ms();
     transfer.stop_timer();
-    if (transfer.most_quiet_ms_ != 0) transfer.set_timer(transfer.most_quiet_ms_);
+    if (transfer.silence_limit_ms_ != 0) transfer.set_timer(transfer.silence_limit_ms_);
     transfer.client_->make_ready(transfer);
     return bytes;
 }

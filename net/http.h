@@ -120,7 +120,7 @@ private:
     void start_timer();
     void set_timer(uint64_t delay_ms);
     void stop_timer();
-    void look_for_silence();
+    void check_silence();
     int64_t moved_bytes() const;
     void set_fault(std::string reason);
     void end_transfer();
@@ -130,12 +130,12 @@ private:
     CURL *easy_ = nullptr;
     curl_slist *headers_ = nullptr;
     char error_[CURL_ERROR_SIZE] = "";
-    size_t sent_ = 0;            /* bytes of the request's body that curl has taken */
-    int socket_ = -1;            /* the one that curl uses for the request; -1: none */
-    size_t received_ = 0;        /* bytes of the reply's body */
-    uint64_t timer_ = 0;         /* for the next check for silence; 0: none */
-    uint64_t most_quiet_ms_ = 0; /* timeout that applies now */
-    int64_t moved_ = 0;          /* bytes that had moved at moved_at_ms_ */
+    size_t sent_ = 0;               /* bytes of the request's body that curl has taken */
+    int socket_ = -1;               /* the one that curl uses for the request; -1: none */
+    size_t received_ = 0;           /* bytes of the reply's body */
+    uint64_t timer_ = 0;            /* for the next check for silence; 0: none */
+    uint64_t silence_limit_ms_ = 0; /* timeout that applies now */
+    int64_t moved_ = 0;             /* bytes that had moved at moved_at_ms_ */
     uint64_t moved_at_ms_ = 0;
     bool is_stream_;
     bool is_listed_ = false; /* is in the client's transfers_ */

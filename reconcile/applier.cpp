@@ -24,9 +24,9 @@ bool is_unanswered(const std::error_code &error) {
 }  // namespace
 
 /** The state of a plan that is being carried out. */
-class applier_t::flight_t : public std::enable_shared_from_this<flight_t> {
+class applier_t::execution_t : public std::enable_shared_from_this<execution_t> {
 public:
-    flight_t(nat64::client &client, rule_book_t &rules, const plan_t &plan)
+    execution_t(nat64::client &client, rule_book_t &rules, const plan_t &plan)
         : client_(client), rules_(rules), plan_(plan), run_(plan) {}
 
     /** Sends commands until the window is full, the channel is throttled or answers must come first. */
@@ -92,14 +92,14 @@ private:
             });
         if (sent.rule && command.op == FWX_NAT64_OP_DEL) note_table(rules_.deleting(*sent.rule));
         if (got) return;
-        const bool must_mend = sent.rule && (is_new || command.op == FWX_NAT64_OP_DEL);
-        if (must_mend) note_table(rules_.failed(*sent.rule));
+        const bool must_correct = sent.rule && (is_new || command.op == FWX_NAT64_OP_DEL);
+        if (must_correct) note_table(rules_.failed(*sent.rule));
         settle(ticket, got.error, is_no_server(got.code()));
     }
 
     void arrived(size_t ticket, std::error_code error, const nat64::rule_result *rule) {
         if (is_abandoned_) return;
-        const std::shared_ptr<flight_t> keep = shared_from_this(); /* the resumed task may destroy the applier */
+        const std::shared_ptr<execution_t> keep = shared_from_this(); /* the resumed task may destroy the applier */
         const sent_t &sent = sent_.at(ticket);
         const bool is_lost = is_unanswered(error);
         if (rule != nullptr && rule->orders_cleanup) rules_.emptied();
@@ -161,23 +161,23 @@ private:
 };
 
 applier_t::applier_t(nat64::client &client, rule_book_t &rules, const plan_t &plan)
-    : flight_(std::make_shared<flight_t>(client, rules, plan)) {}
+    : execution_(std::make_shared<execution_t>(client, rules, plan)) {}
 
 applier_t::~applier_t() {
-    flight_->abandon();
+    execution_->abandon();
 }
 
 nat64::task<> applier_t::run() {
     struct over_t {
-        flight_t &flight;
+        execution_t &execution;
         bool await_ready() const {
-            flight.fill();
-            return flight.is_over();
+            execution.fill();
+            return execution.is_over();
         }
-        void await_suspend(std::coroutine_handle<> waiting) const { flight.resume_when_over(waiting); }
+        void await_suspend(std::coroutine_handle<> waiting) const { execution.resume_when_over(waiting); }
         void await_resume() const {}
     };
-    co_await over_t{*flight_};
+    co_await over_t{*execution_};
 }
 
 nat64::task<> applier_t::apply() {
@@ -185,19 +185,19 @@ nat64::task<> applier_t::apply() {
 }
 
 nat64::task<> applier_t::take_back() {
-    flight_->take_back();
+    execution_->take_back();
     co_await run();
-    flight_->note_taken_back();
+    execution_->note_taken_back();
 }
 
 void applier_t::stop() {
-    flight_->stop();
+    execution_->stop();
 }
 
 const apply_result_t &applier_t::result() const {
-    return flight_->result();
+    return execution_->result();
 }
 
 std::vector<plan_command_t> applier_t::standing() const {
-    return flight_->standing();
+    return execution_->standing();
 }

@@ -63,10 +63,11 @@ public:
     std::vector<plan_command_t> standing() const;
 
 private:
-    class flight_t;
+    class execution_t;
     fwx::nat64::task<> run();
 
-    std::shared_ptr<flight_t> flight_; /* shared with the callbacks, which can come after the applier is destroyed */
+    std::shared_ptr<execution_t>
+        execution_; /* shared with the callbacks, which can come after the applier is destroyed */
 };
 
 #endif

@@ -180,9 +180,9 @@ uint32_t rule_book_t::take_out(const fwx_nat64_mapt_bmr_t &rule) {
 uint32_t rule_book_t::put_back_leaves(const fwx_nat64_mapt_bmr_t &rule) {
     uint32_t code = 0;
     for (const prefix_t &prefix : {v4_of(rule), v6_of(rule)}) {
-        const auto heir = first_.find(prefix);
-        if (heir == first_.end()) continue;
-        code = first_of(code, fwx_mapt_plu_rule_insert(&installed_.at(heir->second)));
+        const auto remaining = first_.find(prefix);
+        if (remaining == first_.end()) continue;
+        code = first_of(code, fwx_mapt_plu_rule_insert(&installed_.at(remaining->second)));
     }
     return code;
 }

@@ -322,7 +322,7 @@ struct words_t {
     const char *noun;
 };
 using is_t = family_kind_t;
-struct life_t {
+struct lifecycle_t {
     uint8_t rank;
     uint32_t modify_op;
     family_kind_t kind;
@@ -340,7 +340,7 @@ constexpr const char *nothing_alike = "ietf-nat has nothing of the kind";
 template <auto setter, size_t verb_count, size_t field_count, size_t payload_count>
 constexpr record_family_t family(words_t words, const record_verb_t (&verbs)[verb_count],
                                  const record_field_t (&fields)[field_count],
-                                 const record_payload_t (&payloads)[payload_count], life_t life) {
+                                 const record_payload_t (&payloads)[payload_count], lifecycle_t lifecycle) {
     using record_t = typename sender_t<setter>::record_t;
     static_assert(field_count <= record_max_fields && sizeof(record_t) <= sizeof(record_buffer_t));
     return {words.group,
@@ -352,15 +352,15 @@ constexpr record_family_t family(words_t words, const record_verb_t (&verbs)[ver
             fields,
             field_count,
             sizeof(record_t),
-            life.initial,
+            lifecycle.initial,
             sender_t<setter>::send,
-            life.modify_op,
-            life.rank,
-            life.kind,
-            life.item,
-            life.ends_sessions,
-            static_cast<uint16_t>(life.total_at),
-            life.unmodelled,
+            lifecycle.modify_op,
+            lifecycle.rank,
+            lifecycle.kind,
+            lifecycle.item,
+            lifecycle.ends_sessions,
+            static_cast<uint16_t>(lifecycle.total_at),
+            lifecycle.unmodelled,
             payloads,
             payload_count};
 }

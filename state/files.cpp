@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int always = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+constexpr int common_flags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
 template <typename call_t>
 auto without_interrupts(call_t call) {
@@ -35,11 +35,12 @@ void unlink_keeping_errno(const std::string &path) {
 }  // namespace
 
 int files_t::open(const std::string &path, int flags) {
-    return without_interrupts([&] { return ::open(path.c_str(), flags | always); });
+    return without_interrupts([&] { return ::open(path.c_str(), flags | common_flags); });
 }
 
 int files_t::create(const std::string &path, mode_t mode) {
-    const int fd = without_interrupts([&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | always, 0600); });
+    const int fd =
+        without_interrupts([&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | common_flags, 0600); });
     if (fd < 0 || fchmod(fd, mode) == 0) return fd;
     close_keeping_errno(fd);
     unlink_keeping_errno(path);

@@ -396,7 +396,7 @@ TEST_F(follow_test, a_lease_that_is_due_is_kept_once) {
     EXPECT_EQ(kept(), "1");
 }
 
-TEST(spread_test, a_time_is_spread_a_quarter_to_both_sides) {
+TEST(jitter_test, a_delay_varies_by_up_to_a_quarter_in_both_directions) {
     uint64_t least = UINT64_MAX;
     uint64_t most = 0;
     for (int i = 0; i < 1000; ++i) {

@@ -154,7 +154,7 @@ TEST_F(push_test, the_lock_lives_as_long_as_its_pusher) {
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1) << "nobody keeps it any more";
 }
 
-TEST_F(push_test, a_pusher_that_dies_behind_its_chunks_leaves_what_the_next_one_collects) {
+TEST_F(push_test, chunks_of_a_pusher_that_dies_before_its_manifest_are_collected_by_the_next_one) {
     ASSERT_TRUE(push(document_text(100, 1)).is_changed);
     const std::set<std::string> before = names(keys_.chunks());
     {
@@ -174,7 +174,7 @@ TEST_F(push_test, a_pusher_that_dies_behind_its_chunks_leaves_what_the_next_one_
     EXPECT_EQ(names(keys_.chunks()), before);
 }
 
-TEST_F(push_test, who_has_lost_the_lock_changes_nothing_any_more) {
+TEST_F(push_test, a_pusher_that_has_lost_the_lock_changes_nothing) {
     ASSERT_TRUE(push("pool 1\n").is_changed);
     pusher_t late(loop_, etcd_, "bob@ops2");
     ASSERT_FALSE(run(late.lock().take("bob@ops2")));
