@@ -72,7 +72,7 @@ public:
     bool end() {
         if (!exists_ || is_nvi_ || !is_absent(family_, record_)) return exists_;
         if (reading_ != nullptr) {
-            note(problem_t::kind_t::warning, family_, line_, ": the server has that without being told");
+            note(problem_t::kind_t::warning, family_, line_, ": this is the server's default");
         }
         return false;
     }

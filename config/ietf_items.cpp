@@ -53,7 +53,7 @@ void ietf_faults_t::lose(const ietf_node_t &node, const std::string &value, cons
                          ietf_entry_t *entry) {
     const bool takes_entry = node.takes_entry && entry != nullptr;
     if (takes_entry) entry->is_out = true;
-    lose(path, ietf_no_place_text(value, node.reason) + (takes_entry ? "; nor has the entry without it" : ""));
+    lose(path, ietf_no_place_text(value, node.reason) + (takes_entry ? "; without it, neither has the entry" : ""));
 }
 
 void ietf_items_t::take_field(const ietf_node_t &node, const std::string &value, const std::string &path,
@@ -148,7 +148,7 @@ void ietf_items_t::add_shared() {
             if (said.value == first->value) continue;
             const std::string other = said.value.empty() ? "is missing" : said.value;
             faults_.lose(said.path, other + ": must be " + first->value + " as " + first->path +
-                                        " has it: the service has one for both");
+                                        " has it: the service has one value for both");
         }
         ietf_members_t members = ietf_members_of(nodes_[first->node]);
         members.emplace_back(nodes_[first->node].field, first->value);

@@ -51,7 +51,7 @@ public:
     }
     bool parse_error(size_t, const std::string &, const nlohmann::detail::exception &error) override {
         const std::string_view text = error.what();
-        refuse({}, "no JSON: " + std::string(text.substr(std::min(text.find("] ") + 2, text.size()))));
+        refuse({}, "not JSON: " + std::string(text.substr(std::min(text.find("] ") + 2, text.size()))));
         return false;
     }
 

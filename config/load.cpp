@@ -24,11 +24,8 @@ document_t load_document(std::string_view text, problems_t &problems) {
     const size_t zero = text.find('\0');
     if (zero != std::string_view::npos) {
         const auto line = 1 + std::count(text.data(), text.data() + zero, '\n');
-        problems.push_back({problem_t::kind_t::error,
-                            static_cast<uint32_t>(line),
-                            {},
-                            {},
-                            "a zero byte: this is no text, and so no document"});
+        problems.push_back(
+            {problem_t::kind_t::error, static_cast<uint32_t>(line), {}, {}, "zero byte: a document must be text"});
         return document;
     }
     const notation_t notation = notation_of(text);

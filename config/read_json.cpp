@@ -156,7 +156,7 @@ public:
         sscanf(text.data() + where, "at line %u", &line);
         const size_t column = text.find("column ");
         const size_t start = column != std::string_view::npos ? column : std::min(text.find("] ") + 2, text.size());
-        problems_.push_back({problem_t::kind_t::error, line, {}, {}, "no JSON: " + std::string(text.substr(start))});
+        problems_.push_back({problem_t::kind_t::error, line, {}, {}, "not JSON: " + std::string(text.substr(start))});
         is_document_ = false;
         return false;
     }

@@ -44,7 +44,7 @@ public:
         if (is_empty_) {
             refuse({}, {},
                    "neither a command nor `" + std::string(version_mark) + std::to_string(document_version) +
-                       "`: this is no document");
+                       "`: this is not a document");
         }
         return !is_empty_;
     }
@@ -56,7 +56,7 @@ private:
             return;
         }
         refuse(reader_.command(), {},
-               "a document says what there is: must be " + label_of(reader_.family(), notation_t::lines));
+               "a document describes a state: must be " + label_of(reader_.family(), notation_t::lines));
     }
 
     void take_comment(std::string_view line) {
@@ -78,8 +78,7 @@ private:
         std::string begun(words.front());
         if (is_group(begun) && words.size() > 1) begun.append(" ").append(words[1]);
         const bool is_family = record_find_family(begun) != nullptr;
-        return is_family ? begun + ": neither help nor a mark that ends options has a place in a document"
-                         : wrong_family_text(begun);
+        return is_family ? begun + ": --help, -- and ++ are not allowed in a document" : wrong_family_text(begun);
     }
 
     static bool is_group(std::string_view word) {

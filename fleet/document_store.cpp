@@ -110,7 +110,7 @@ nat64::task<etcd_error_t> fetch_chunks(etcd_t &etcd, fleet_keys_t keys, std::vec
             if (!is_there) co_return malformed(key, "is not there");
             const std::string &piece = got.value.entries[found++].value;
             const chunk_t &chunk = chunks[next++];
-            if (!is_chunk(chunk, piece)) co_return malformed(key, "is not what its name says");
+            if (!is_chunk(chunk, piece)) co_return malformed(key, "does not match its name");
             take(chunk, piece);
         }
     }
@@ -122,7 +122,8 @@ etcd_t::reply_t<std::string> read_document(etcd_t &etcd, fleet_keys_t keys, flee
     etcd_result_t<std::string> result;
     std::string &text = result.value;
     if (!is_as_long(document)) {
-        result.error = malformed("version " + std::to_string(document.version), "its chunks are not what it says");
+        result.error =
+            malformed("version " + std::to_string(document.version), "the lengths of its chunks do not add up");
         co_return result;
     }
     text.resize(document.bytes);
@@ -147,6 +148,6 @@ etcd_t::reply_t<std::string> read_document(etcd_t &etcd, fleet_keys_t keys, flee
             if (fetched) fetched(chunk, piece);
         });
     const bool is_whole = result.error || sha256(text) == document.hash;
-    if (!is_whole) result.error = malformed("version " + std::to_string(document.version), "is not what its hash says");
+    if (!is_whole) result.error = malformed("version " + std::to_string(document.version), "does not match its hash");
     co_return result;
 }

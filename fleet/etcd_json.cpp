@@ -78,7 +78,7 @@ std::string said_text(std::string said, const secrets_t &secrets) {
 }  // namespace
 
 etcd_error_t malformed_answer(const std::string &endpoint, const std::string &reason) {
-    return {kind_t::malformed, endpoint + ": the answer is none of etcd's: " + reason};
+    return {kind_t::malformed, endpoint + ": not an answer of etcd: " + reason};
 }
 
 etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure, const secrets_t &secrets) {
@@ -114,7 +114,7 @@ etcd_answer_t read_answer(const std::string &endpoint, const http_reply_t &reply
     etcd_answer_t answer;
     answer.json = json_t::parse(reply.body);
     if (!answer.json.is_object()) {
-        const std::string what = "status " + std::to_string(reply.status) + " with what is no JSON object";
+        const std::string what = "status " + std::to_string(reply.status) + " without a JSON object";
         const bool is_passing = reply.status >= server_failure; /* from a proxy */
         if (is_passing) return {{}, {kind_t::no_answer, endpoint + ": " + what}, true};
         return {{}, malformed_answer(endpoint, what)};

@@ -47,7 +47,7 @@ etcd_t::reply_t<std::vector<gateway_view_t>> read_gateways(etcd_t &etcd, fleet_k
 std::string lag_text(const gateway_view_t &gateway, const fleet_document_t &document) {
     const gateway_state_t &state = gateway.state;
     if (!gateway.is_alive) return "gone";
-    if (!gateway.fault.empty()) return "what it says cannot be read: " + gateway.fault;
+    if (!gateway.fault.empty()) return "its status cannot be read: " + gateway.fault;
     if (gateway.holds(document)) return "";
     if (gateway.has_refused(document)) {
         return "refused version " + std::to_string(state.refused_version) + ": " + state.refused_reason;

@@ -39,7 +39,8 @@ std::optional<gateway_state_t> read_gateway_state(std::string_view text, std::st
     state.reason = members.find("reason") == nullptr ? "" : members.line("reason", most_reason_bytes);
     state.since = members.line("since", most_time_bytes);
     state.time = members.line("time", most_time_bytes);
-    if (!is_gateway_name(state.gateway)) members.fail("gateway: must be the name of one");
+    if (!is_gateway_name(state.gateway))
+        members.fail("gateway: must be a name of 1 to 64 letters, digits, '.', '_' and '-'");
     check_hash(members, "document", state.document);
     if (const json_t *refused = members.find("refused")) read_refusal(*refused, state, members);
     if (members.is_good()) return state;

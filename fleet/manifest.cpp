@@ -129,8 +129,8 @@ std::optional<manifest_t> read_manifest(std::string_view text, manifest_place_t 
     json_members_t members(json);
     const uint64_t format = format_of(members);
     if (format > manifest_format) {
-        members.fail("format: is " + std::to_string(format) + ", and " + std::to_string(manifest_format) +
-                     " is the newest that is known here");
+        members.fail("format: is " + std::to_string(format) + ", but the newest that this program knows is " +
+                     std::to_string(manifest_format));
     }
     if (members.is_good()) manifest.document = read_document_of(members);
     std::string fault;

@@ -20,7 +20,7 @@ constexpr size_t most_put_chunks = 64;
 constexpr size_t most_deletes = 100;
 
 etcd_error_t lock_lost() {
-    return {kind_t::other, "the lock was lost on the way: its lease has ended"};
+    return {kind_t::other, "the lock was lost during the push: its lease has ended"};
 }
 
 /** The version numbers in keys of the history. Ignores other keys. */
@@ -96,8 +96,9 @@ etcd_error_t name_pieces(const std::string &text, const std::vector<std::string_
     }
     const bool is_named = !document.hash.empty() && pieces.size() <= most_chunks;
     if (is_named) return {};
-    return {kind_t::other, "SHA-256 is not there, or " + std::to_string(pieces.size()) + " chunks are more than " +
-                               std::to_string(most_chunks)};
+    return {kind_t::other, document.hash.empty() ? "SHA-256 is not available"
+                                                 : "a document of " + std::to_string(pieces.size()) +
+                                                       " chunks: the most is " + std::to_string(most_chunks)};
 }
 
 }  // namespace
@@ -118,7 +119,7 @@ nat64::task<push_result_t> pusher_t::under_lock(nat64::task<push_result_t> work)
     result.error = co_await lock_.take(who_);
     if (result.error) co_return result;
     if (!lock_.is_held()) {
-        result.refused = lock_.holder() + " pushes";
+        result.refused = lock_.holder() + " is pushing";
         co_return result;
     }
     result = co_await work;
@@ -175,7 +176,7 @@ nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> ve
     fleet_document_t &document = result.manifest.document;
     result.back_to = document.version;
     if (result.back_to == 0) {
-        result.refused = version ? "version " + std::to_string(*version) + " is not kept, see fleet history"
+        result.refused = version ? "version " + std::to_string(*version) + " is not in the history, see fleet history"
                                  : "there is no version before the one in force" + in_brackets(result.skipped);
         co_return result;
     }

@@ -117,7 +117,7 @@ std::string store_warning(const store_options_t &options) {
     for (const auto &[option, file] :
          {std::pair("--password-file", &options.password_file), std::pair("--key", &options.key)}) {
         if (file->empty() || !is_open_to_others(*file)) continue;
-        return std::string(option) + ": " + *file + ": other users may get at it; chmod 600 " + *file;
+        return std::string(option) + ": " + *file + ": other users have access to it; chmod 600 " + *file;
     }
     return "";
 }

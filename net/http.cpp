@@ -197,7 +197,7 @@ void http_t::transfer_t::check_silence() {
         return set_timer(std::min(silence_limit_ms_ / checks_per_timeout + 1, silence_limit_ms_ - silence_ms));
     }
     http_t &client = *client_;
-    set_fault("nothing came within " + std::to_string(silence_limit_ms_) + " ms");
+    set_fault("no progress within " + std::to_string(silence_limit_ms_) + " ms");
     is_over_ = true;
     end_transfer();
     client.make_ready(*this);

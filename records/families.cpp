@@ -43,7 +43,7 @@ constexpr record_field_t limit_fields[] = {
         .within(FWX_NAT64_LIMIT_TYPE, FWX_NAT64_LIMIT_TYPE)
         .named(wire_limit_names)
         .key(),
-    RECORD_FIELD("--value", "value", number, fwx_nat64_limit_t, value, "most that is allowed")
+    RECORD_FIELD("--value", "value", number, fwx_nat64_limit_t, value, "greatest value that is allowed")
         .required(record_not_on_delete),
 };
 constexpr record_payload_t limit_payloads[] = {
@@ -104,7 +104,7 @@ uint32_t send_replication(uint32_t op, const fwx_nat64_replication_t *record, vo
 constexpr fwx_nat64_intf_info_t interface_initial = {0, 1, 0, {}, 0, {}, 0, {}, 0, 0}; /* enabled */
 constexpr record_field_t interface_fields[] = {
     RECORD_FIELD("--ifh", "ifh", number, fwx_nat64_intf_info_t, ifh, "interface handle").key(),
-    RECORD_FIELD("--enable", "enable", number, fwx_nat64_intf_info_t, enable, "whether it translates, 1 without it")
+    RECORD_FIELD("--enable", "enable", number, fwx_nat64_intf_info_t, enable, "1 to translate, 0 not to; 1 by default")
         .within(0, 1),
     RECORD_PREFIX_FIELD("--sless", "sless", fwx_nat64_intf_info_t, sless_prefix, "stateless prefix")
         .in_c("sless_prefix")
@@ -138,7 +138,7 @@ constexpr record_field_t prefix_fields[] = {
         .length_at(offsetof(fwx_nat64_prefix_t, prefix_len))
         .embedding()
         .key(),
-    RECORD_FIELD("--kind", "kind", number, fwx_nat64_prefix_t, kind, "what it is for")
+    RECORD_FIELD("--kind", "kind", number, fwx_nat64_prefix_t, kind, "purpose of the prefix")
         .in_c("prefix_kind")
         .within(1, FWX_NAT64_PREFIX_KIND_MAX)
         .named(wire_prefix_kind_names)
@@ -181,7 +181,7 @@ constexpr record_payload_t smapping_payloads[] = {
 };
 constexpr record_field_t dmapping_fields[] = {
     RECORD_FIELD("--id", "id", number, fwx_nat64_dmapping_t, id, "identifier of the mapping").from(1).key(),
-    RECORD_FIELD("--type", "type", number, fwx_nat64_dmapping_t, type, "how it maps")
+    RECORD_FIELD("--type", "type", number, fwx_nat64_dmapping_t, type, "type of the mapping")
         .within(0, FWX_NAT64_DMAPPING_TYPE_MAX)
         .named(wire_dmapping_names)
         .on(record_not_on_delete)
@@ -233,11 +233,12 @@ constexpr record_field_t logging_fields[] = {
     RECORD_FIELD("--dest", "dest", ipv4, fwx_nat64_logging_t, dest, "address that the records go to").key(),
     RECORD_FIELD("--port", "port", number, fwx_nat64_logging_t, dest_port, "its port").in_c("dest_port").from(1).key(),
     RECORD_FIELD("--transport", "transport", number, fwx_nat64_logging_t, param,
-                 "protocol that they travel by, the server's choice without it")
+                 "their transport protocol, the server's choice by default")
         .in_c("param")
         .known_as("--param")
         .named(wire_transport_names),
-    RECORD_FIELD("--template", "template", number, fwx_nat64_logging_t, param2, "what is logged, all without it")
+    RECORD_FIELD("--template", "template", number, fwx_nat64_logging_t, param2,
+                 "events that are logged, all by default")
         .in_c("param2")
         .known_as("--param2")
         .named(wire_template_names),
@@ -263,14 +264,15 @@ constexpr record_field_t bmr_fields[] = {
         .within(0, FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX)
         .length_at(offsetof(fwx_nat64_mapt_bmr_t, v4_prefix_len))
         .required(record_not_on_delete),
-    RECORD_FIELD("--ea-len", "ea_len", number, fwx_nat64_mapt_bmr_t, rule_params[0], "bits that embed an address"),
+    RECORD_FIELD("--ea-len", "ea_len", number, fwx_nat64_mapt_bmr_t, rule_params[0],
+                 "length of the embedded-address (EA) bits"),
     RECORD_FIELD("--psid-offset", "psid_offset", number, fwx_nat64_mapt_bmr_t, rule_params[1],
                  "bits in front of the port-set identifier"),
     RECORD_FIELD("--psid-len", "psid_len", number, fwx_nat64_mapt_bmr_t, rule_params[2],
                  "bits of the port-set identifier"),
     RECORD_FIELD("--psid", "psid", number, fwx_nat64_mapt_bmr_t, rule_params[3],
                  "the port-set identifier where the EA bits hold none"),
-    RECORD_FIELD("--params", "params", numbers, fwx_nat64_mapt_bmr_t, rule_params, "these four")
+    RECORD_FIELD("--params", "params", numbers, fwx_nat64_mapt_bmr_t, rule_params, "the four parameters above")
         .in_c("rule_params")
         .spelling(),
 };
@@ -285,7 +287,7 @@ constexpr record_field_t dmr_fields[] = {
                  sizeof(in6_addr), "IPv6 prefix that stands for all other IPv4 addresses")
         .length_at(offsetof(fwx_nat64_mapt_dmr_t, opaque) + sizeof(in6_addr))
         .embedding(),
-    RECORD_FIELD("--data", "data", bytes, fwx_nat64_mapt_dmr_t, opaque, "the same as bytes, and seven more")
+    RECORD_FIELD("--data", "data", bytes, fwx_nat64_mapt_dmr_t, opaque, "the prefix, its length and seven more bytes")
         .in_c("opaque")
         .spelling(),
 };
@@ -381,11 +383,11 @@ constexpr record_family_t families[] = {
     family<fwx_nat64_global_settings_set_a>({"", "settings", "Global settings", "the global settings"}, set_only,
                                             settings_fields, settings_payloads,
                                             {0, add, is_t::other, not_counted, nothing_alike}),
-    family<fwx_nat64_interface_set_a>({"", "interface", "Interfaces that translate",
-                                       "an interface's prefixes and MTU; those that are not given are dropped"},
-                                      set_only, interface_fields, record_interface_payloads,
-                                      {14, add, is_t::interface, TOTAL(interfaces),
-                                       "ietf-nat has no prefixes and MTU of interfaces", &interface_initial}),
+    family<fwx_nat64_interface_set_a>(
+        {"", "interface", "Interfaces that translate", "an interface's prefixes and MTU; omitted ones are removed"},
+        set_only, interface_fields, record_interface_payloads,
+        {14, add, is_t::interface, TOTAL(interfaces), "ietf-nat has no prefixes and MTU of interfaces",
+         &interface_initial}),
     family<send_nvi>({"", "nvi", "NAT virtual interfaces", "an interface"}, enable_only, nvi_fields,
                      record_nvi_payloads,
                      {15, 0, is_t::nvi, TOTAL(interfaces), nothing_alike, nullptr, !ends_sessions, is_t::interface}),

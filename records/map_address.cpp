@@ -81,7 +81,7 @@ map_fault_t read_shape(const fwx_nat64_mapt_bmr_t &rule, shape_t &out) {
     const bool is_embedded = out.ea_psid_len() > 0;
     const auto psid_max = static_cast<uint32_t>(is_embedded ? 0 : ones(out.psid_len));
     if (out.psid > psid_max) {
-        return above("psid", out.psid, psid_max, is_embedded ? ", as the EA bits have it" : "");
+        return above("psid", out.psid, psid_max, is_embedded ? ", as the EA bits contain the PSID" : "");
     }
     return {};
 }
@@ -99,7 +99,8 @@ std::string read_psid(const shape_t &shape, std::optional<uint16_t> port, uint16
     if (!port) return "a port is needed, as " + std::to_string(1U << shape.psid_len) + " customers share the address";
     const uint32_t first = shape.psid_offset == 0 ? 0 : 1U << (port_len - shape.psid_offset);
     if (*port < first) {
-        return record_field_error("port", std::to_string(*port), std::to_string(first) + " to 65535 to be anybody's");
+        return record_field_error("port", std::to_string(*port),
+                                  std::to_string(first) + " to 65535, as the rule gives no other ports to customers");
     }
     psid = static_cast<uint16_t>(*port >> (port_len - shape.psid_offset - shape.psid_len) & ones(shape.psid_len));
     const bool is_rules = is_embedded || psid == shape.psid;

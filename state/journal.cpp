@@ -169,7 +169,7 @@ std::string journal_t::take_groups(std::string_view groups_text, const read_fn_t
     }
     if (count == 0 || !groups.is_unfinished()) {
         return path_ + ": damaged: the lines from " + std::to_string(groups.first_line_number()) +
-               " on are not those that were written";
+               " on are not valid groups";
     }
     dropped_lines_ = groups.count();
     return "";
@@ -179,10 +179,10 @@ void journal_t::set_damaged_aside() {
     const std::string name = path_ + ".damaged";
     files_.remove(name); /* of an earlier crash */
     const bool is_aside = files_.link(path_, name) == 0;
-    const char *left_out = dropped_lines_ == 1 ? " line is no whole group and was left out; "
-                                               : " lines are no whole group and were left out; ";
+    const char *left_out = dropped_lines_ == 1 ? " line is not a complete group and was left out; "
+                                               : " lines are not a complete group and were left out; ";
     notes_.push_back(path_ + ": the last " + std::to_string(dropped_lines_) + left_out +
-                     (is_aside ? "the file as it was is " + name : "no copy could be kept as " + file_error(name)));
+                     (is_aside ? "a copy of the file is " + name : "no copy could be made: " + file_error(name)));
 }
 
 /**

@@ -67,7 +67,7 @@ std::string lock_t::try_once() {
     }
     if (is_taken_) {
         holder_ = read_name(fd);
-        error = path_ + ": another process has it" + (holder_.empty() ? "" : ": " + holder_);
+        error = path_ + ": locked by " + (holder_.empty() ? "another process" : holder_);
     }
     if (!error.empty()) {
         ::close(fd);

@@ -172,9 +172,9 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
 
 TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
     const std::pair<std::string, const char *> documents[] = {
-        {"", "neither a command nor `# nat64 configuration version 1`: this is no document\n"},
-        {"\n # x\n", "neither a command nor `# nat64 configuration version 1`: this is no document\n"},
-        {std::string("a\nb\0c\n", 6), "line 2: a zero byte: this is no text, and so no document\n"},
+        {"", "neither a command nor `# nat64 configuration version 1`: this is not a document\n"},
+        {"\n # x\n", "neither a command nor `# nat64 configuration version 1`: this is not a document\n"},
+        {std::string("a\nb\0c\n", 6), "line 2: zero byte: a document must be text\n"},
         {"pol\n# nat64 configuration version 2\nnvi enable --ifh 1\nnvi enable --ifh 1\n",
          "line 2: version 2: must be 1 [version]\n"},
         {"pol add\nmapt foo\nmapt\nstatus\npool 'x\npool\npool add -h\nmapt dmr ++\n",
@@ -184,8 +184,8 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "line 4: status: no family of configuration commands\n"
          "line 5: ': quote without its end\n"
          "line 6: pool: must go on with add, mod, del\n"
-         "line 7: pool: neither help nor a mark that ends options has a place in a document\n"
-         "line 8: mapt dmr: neither help nor a mark that ends options has a place in a document\n"},
+         "line 7: pool: --help, -- and ++ are not allowed in a document\n"
+         "line 8: mapt dmr: --help, -- and ++ are not allowed in a document\n"},
         {"pool add --id 0 --param x --end 1\nlimit mod --type 1 --value 2\npool del --id 1\nreplication unset\n"
          "limit add --value 1 --value 2\nlimit add --type 1 --valu 1\nlimit add --type 2 --value\n"
          "range add --id 7 --start 192.0.2.1 --end 192.0.2.2\n",
@@ -193,9 +193,9 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "line 1: pool add: --param x: must be 1 to 4294967295 [--param]\n"
          "line 1: pool add: --end 1: must be an IPv4 address such as 192.0.2.1 [--end]\n"
          "line 1: pool add: --start is required [--start]\n"
-         "line 2: limit mod: a document says what there is: must be limit add\n"
-         "line 3: pool del: a document says what there is: must be pool add\n"
-         "line 4: replication unset: a document says what there is: must be replication set\n"
+         "line 2: limit mod: a document describes a state: must be limit add\n"
+         "line 3: pool del: a document describes a state: must be pool add\n"
+         "line 4: replication unset: a document describes a state: must be replication set\n"
          "line 5: limit add: --value: At Most 1 required but received 2 [--value]\n"
          "line 5: limit add: --type is required [--type]\n"
          "line 6: limit add: --valu: did you mean --value? [--valu]\n"
@@ -210,7 +210,7 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "line 5: nvi enable: --ifh 4: line 7 turns the interface off [--ifh]\n"
          "line 6: nvi enable: --ifh 4: line 5 has it already [--ifh]\n"
          "line 9: interface set: --ifh 5: line 8 has it already [--ifh]\n"
-         "line 10: warning: interface set: --ifh 3: the server has that without being told [--ifh]\n"},
+         "line 10: warning: interface set: --ifh 3: this is the server's default [--ifh]\n"},
         {"pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\n"
          "pool add --id 2 --param 1 --start 192.0.2.20 --end 192.0.2.19\n"
          "pool add --id 3 --param 1 --start 192.0.2.5 --end 192.0.2.6\n"
@@ -292,14 +292,14 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
          "line 1: range: end 192.0.2.0: must be 192.0.2.1 or above [end]\n"
          "line 2: range: id 7 start 192.0.2.1 end 192.0.2.0: line 1 has it already [id]\n"},
         {"{\"version\":1,\n\"items\":{\"pool\":[{\"id\":1,]",
-         "line 2: no JSON: column 26: syntax error while parsing object key - unexpected ']'; expected string "
+         "line 2: not JSON: column 26: syntax error while parsing object key - unexpected ']'; expected string "
          "literal\n"},
         {"{\"version\":1,\"items\":{}} x",
-         "line 1: no JSON: column 26: syntax error while parsing value - invalid "
+         "line 1: not JSON: column 26: syntax error while parsing value - invalid "
          "literal; last read: '\"items\":{}} x'; expected end of input\n"},
         {"{\"version\":true,\"items\":{\"limit\":[{\"type\":true,\"value\":1}]}}",
          "line 1: version true: must be 1 [version]\n"},
-        {"{\"version\":1e999}", "line 1: no JSON: number overflow parsing '1e999'\n"},
+        {"{\"version\":1e999}", "line 1: not JSON: number overflow parsing '1e999'\n"},
         {"[{}]", "line 1: must be an object with version and items\n"},
         {"{}", "version is required [version]\nitems is required [items]\n"},
         {"{\"version\":\"2\",\"items\":{\"foo\":1,\"nvi\":[{\"ifh\":1},{\"ifh\":1}]}}",

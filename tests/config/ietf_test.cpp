@@ -235,7 +235,7 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
                   R"("destination-ipv4-prefix":[{"ipv4-prefix":"198.51.100.0/24"}]}])"),
          policy + "nat64-prefixes[nat64-prefix='2001:db8:122::/48']/"
                   "destination-ipv4-prefix[ipv4-prefix='198.51.100.0/24']/ipv4-prefix: 198.51.100.0/24 has no place in "
-                  "a document: a prefix stands for all IPv4 addresses; nor has the entry without it\n",
+                  "a document: a prefix stands for all IPv4 addresses; without it, neither has the entry\n",
          ""},
         {instance("", R"("mapping-table":{"mapping-entry":[{"index":15,"type":"dynamic-explicit",)"
                       R"("internal-src-address":"192.0.2.1/32","external-src-address":"198.51.100.1/32"},)"
@@ -243,17 +243,17 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
                       R"("internal-src-port":{"start-port-number":100}}]})"),
          at +
              "mapping-table/mapping-entry[index='15']/type: dynamic-explicit has no place in a document: a mapping "
-             "that is made by traffic or a protocol is no configuration; nor has the entry without it\n" +
+             "that is made by traffic or a protocol is no configuration; without it, neither has the entry\n" +
              at +
              "mapping-table/mapping-entry[index='1']/transport-protocol: 6 has no place in a document: a static "
-             "mapping is of whole addresses, for every protocol; nor has the entry without it\n" +
+             "mapping is of whole addresses, for every protocol; without it, neither has the entry\n" +
              at +
              "mapping-table/mapping-entry[index='1']/internal-src-address: 192.0.2.0/24 has no place in a "
-             "document: a static mapping is of one address; nor has the entry without it\n" +
+             "document: a static mapping is of one address; without it, neither has the entry\n" +
              at +
              "mapping-table/mapping-entry[index='1']/internal-src-port/start-port-number: 100 has no place in a "
-             "document: a static mapping is of whole addresses, for every protocol; nor has the entry without "
-             "it\n",
+             "document: a static mapping is of whole addresses, for every protocol; without it, neither "
+             "has the entry\n",
          ""},
         {instance(R"("port-quota":[{"quota-type":6,"port-limit":1024}],"mapping-type":"eim")"),
          policy +
@@ -266,7 +266,7 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
         {instance(R"("timers":{"tcp-trans-open-timeout":240,"hold-down-timeout":120})"),
          policy + "timers/hold-down-timeout: 120 has no place in a document: there is no such timeout\n" + policy +
              "timers/tcp-trans-close-timeout: is missing: must be 240 as " + policy +
-             "timers/tcp-trans-open-timeout has it: the service has one for both\n",
+             "timers/tcp-trans-open-timeout has it: the service has one value for both\n",
          "timeout set --type tcp-trans --value 240\n"},
         {instance(R"("fragment-behavior":"out-of-order")"),
          policy + "fragment-behavior: has no place in a document: without fragment-min-timeout the server chooses\n",
@@ -282,10 +282,10 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
              "encapsulates']/name: encapsulates has no place in a document: a rule is domain-D-rule-R, as numbers\n" +
              algo +
              "encapsulates']/br-ipv6-addr: 2001:db8:ffff::1 has no place in a document: packets are translated, not "
-             "encapsulated; nor has the entry without it\n" +
+             "encapsulated; without it, neither has the entry\n" +
              algo +
-             "encapsulates']/enable: false has no place in a document: a rule that is there is in force; nor "
-             "has the entry without it\n" +
+             "encapsulates']/enable: false has no place in a document: a rule that is there is in force; without it, "
+             "neither has the entry\n" +
              algo + "other']/name: other has no place in a document: a rule is domain-D-rule-R, as numbers\n",
          "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16 --psid-offset 6\n"
          "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16 --psid-offset 6\n"
@@ -293,7 +293,7 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
         {rules(rule("domain-1-rule-1", R"("dmr-ipv6-prefix":"2001:db8:ffff::/64")") + "," +
                rule("domain-1-rule-2", "")),
          algo + "domain-1-rule-2']/dmr-ipv6-prefix: is missing: must be 2001:db8:ffff::/64 as " + algo +
-             "domain-1-rule-1']/dmr-ipv6-prefix has it: the service has one for both\n",
+             "domain-1-rule-1']/dmr-ipv6-prefix has it: the service has one value for both\n",
          "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16 --psid-offset 6\n"
          "mapt bmr add --rule 2 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16 --psid-offset 6\n"
          "mapt dmr add --id 1 --prefix 2001:db8:ffff::/64\n"},
@@ -317,7 +317,7 @@ TEST(ietf_test, what_is_no_configuration_of_one_nat64_is_refused_whatever_may_be
     }
     const std::pair<std::string, std::string> table[] = {
         {"",
-         "no JSON: parse error at line 1, column 1: syntax error while parsing value - unexpected end of input; "
+         "not JSON: parse error at line 1, column 1: syntax error while parsing value - unexpected end of input; "
          "expected '[', '{', or a literal\n"},
         {"[]", "must be an object with ietf-nat:nat\n"},
         {"{}", "neither ietf-nat:nat nor ietf-softwire-br:br-instances: there is nothing to read\n"},

@@ -377,8 +377,8 @@ TEST_F(etcd_test, what_is_no_answer_of_etcds_is_refused) {
     const auto ok = [](const std::string &body) { return scripted_server_t::answer(200, body); };
     const case_t cases[] = {
         {ok("{}"), kind_t::none, ""},
-        {ok("no JSON"), kind_t::malformed, "status 200 with what is no JSON object"},
-        {ok("{\"kvs\":" + deep + "}"), kind_t::malformed, "status 200 with what is no JSON object"},
+        {ok("no JSON"), kind_t::malformed, "status 200 without a JSON object"},
+        {ok("{\"kvs\":" + deep + "}"), kind_t::malformed, "status 200 without a JSON object"},
         {ok("[]"), kind_t::malformed, "status 200"},
         {ok(R"({"kvs":{}})"), kind_t::malformed, "kvs: must be an array"},
         {ok(R"({"kvs":[7]})"), kind_t::malformed, "must be an object"},

@@ -108,7 +108,7 @@ TEST_F(thin_line_test, a_peer_that_takes_nothing_more_or_trickles_is_given_up) {
     ASSERT_TRUE(reply_->done());
     const http_reply_t deaf = reply_->get();
     EXPECT_EQ(deaf.fault, fault_t::lost);
-    EXPECT_EQ(deaf.reason, "nothing came within 5000 ms");
+    EXPECT_EQ(deaf.reason, "no progress within 5000 ms");
     close(peer_);
 
     request_.body = "x";

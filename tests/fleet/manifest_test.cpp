@@ -68,7 +68,8 @@ TEST(manifest, hostile_ones_are_refused_and_named) {
         {text + much + '}', "must be a JSON object of at most 1048576 bytes"},
         {text + R"(,"x":)" + std::string(100, '[') + std::string(100, ']') + '}',
          "must be a JSON object of at most 1048576 bytes"},
-        {replaced(text, "\"format\":1", "\"format\":2") + '}', "format: is 2, and 1 is the newest that is known here"},
+        {replaced(text, "\"format\":1", "\"format\":2") + '}',
+         "format: is 2, but the newest that this program knows is 1"},
         {replaced(text, "\"format\":1", "\"f\":1") + '}', "format: must be 1 to 18446744073709551615"},
         {replaced(text, ":8,", ":0,") + '}', "version: must be 1 to 9999999999"},
         {replaced(text, ":8,", ":-8,") + '}', "version: must be 1 to 9999999999"},
@@ -159,7 +160,7 @@ TEST(gateway_state, is_what_was_written_and_nothing_else) {
         const char *fault;
     };
     const case_t cases[] = {
-        {"fra1", "../x", "gateway: must be the name of one"},
+        {"fra1", "../x", "gateway: must be a name of 1 to 64 letters, digits, '.', '_' and '-'"},
         {"\"version\":8", "\"version\":\"8\"", "version: must be 0 to 9999999999"},
         {"aaa", "xyz", "document: must be a SHA-256, or empty"},
         {"false", "0", "in_step: must be true or false"},

@@ -73,7 +73,7 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
         {"push --percent 10 " + second_, 0, "fleet push: ok, version 3 for 10 % of the gateways, 0 of 2 chunks put\n",
          ""},
         {"rollback 1", 0, "fleet rollback: ok, version 4, 0 of 1 chunk put\n", ""},
-        {"rollback 9", 1, "", "natctl: fleet rollback: version 9 is not kept, see fleet history\n"},
+        {"rollback 9", 1, "", "natctl: fleet rollback: version 9 is not in the history, see fleet history\n"},
         {"rollback", 1, "",
          "natctl: fleet rollback: there is no version before the one in force (version 3 is for 10 % of the gateways, "
          "version 2 is for gateways fra1, fra2, version 1 has the same document)\n"},

@@ -188,7 +188,7 @@ TEST_F(push_test, a_pusher_that_has_lost_the_lock_changes_nothing) {
     const std::set<std::string> chunks = names(keys_.chunks());
     for (const etcd_error_t &error : {run(late.put_chunks("pool later\n", result)),
                                       run(late.publish(read.value, result)), run(late.collect(result))}) {
-        EXPECT_EQ(error.text, "the lock was lost on the way: its lease has ended");
+        EXPECT_EQ(error.text, "the lock was lost during the push: its lease has ended");
     }
     EXPECT_FALSE(result.is_changed);
     EXPECT_EQ(names(keys_.chunks()), chunks);
@@ -212,7 +212,7 @@ TEST_F(push_test, collection_leaves_all_that_the_last_ten_versions_name) {
     EXPECT_EQ(names(keys_.chunks()), named);
     EXPECT_EQ(names(keys_.history()).size(), 10U);
 
-    EXPECT_EQ(run(pusher_.roll_back(3)).refused, "version 3 is not kept, see fleet history");
+    EXPECT_EQ(run(pusher_.roll_back(3)).refused, "version 3 is not in the history, see fleet history");
     const push_result_t back = run(pusher_.roll_back(4));
     EXPECT_TRUE(back.is_changed) << back.error.text << back.refused;
     EXPECT_EQ(manifest().document.version, 14U);
@@ -279,7 +279,7 @@ TEST_F(push_test, what_is_damaged_in_the_store_is_named_and_stays) {
     const fleet_document_t document = manifest().document;
     const std::string key = keys_.chunk(document.chunks[0].hash);
     run(etcd_.txn(put(key, "pool 2\n")));
-    EXPECT_EQ(text_of_document(document), key + ": is not what its name says");
+    EXPECT_EQ(text_of_document(document), key + ": does not match its name");
     remove(key);
     EXPECT_EQ(text_of_document(document), key + ": is not there");
     ASSERT_TRUE(push("pool 2\n").is_changed);
@@ -288,7 +288,7 @@ TEST_F(push_test, what_is_damaged_in_the_store_is_named_and_stays) {
     run(etcd_.txn(put(keys_.manifest(), "{\"format\":2}")));
     const push_result_t newer = push("pool 3\n");
     EXPECT_EQ(newer.error.kind, kind_t::malformed);
-    EXPECT_EQ(newer.error.text, "p/manifest: format: is 2, and 1 is the newest that is known here");
+    EXPECT_EQ(newer.error.text, "p/manifest: format: is 2, but the newest that this program knows is 1");
     EXPECT_EQ(names(keys_.chunks()).size(), 1U);
 }
 
@@ -365,7 +365,7 @@ TEST_F(push_test, gateways_are_seen_alive_or_gone) {
     }
     EXPECT_EQ(text,
               "ber1: no server\nber2: refused version 1: pool 7 is there\nfra1: \nfra1-b: gone\nham1: holds nothing\n"
-              "ulm1: what it says cannot be read: gateway: must be a text of 0 to 320 bytes\n");
+              "ulm1: its status cannot be read: gateway: must be a text of 0 to 320 bytes\n");
     EXPECT_EQ(view.value[3].state.version, 1U) << "what it held when it was seen";
 }
 

@@ -120,10 +120,11 @@ TEST(store_url, a_secret_that_others_can_get_at_is_warned_of) {
     EXPECT_EQ(store_warning(options), "");
     ASSERT_EQ(chmod(file.c_str(), 0640), 0);
     options.password_file = file;
-    EXPECT_EQ(store_warning(options), "--password-file: " + file + ": other users may get at it; chmod 600 " + file);
+    EXPECT_EQ(store_warning(options),
+              "--password-file: " + file + ": other users have access to it; chmod 600 " + file);
     options.password_file.clear();
     options.key = file;
-    EXPECT_EQ(store_warning(options), "--key: " + file + ": other users may get at it; chmod 600 " + file);
+    EXPECT_EQ(store_warning(options), "--key: " + file + ": other users have access to it; chmod 600 " + file);
     ASSERT_EQ(chmod(file.c_str(), 0600), 0);
     EXPECT_EQ(store_warning(options), "");
 }

@@ -113,9 +113,10 @@ TEST(map_address_test, parameters_that_do_not_agree_and_ports_of_nobody_are_told
         {"0/24 --params 16,9,0,0", 1, "psid_len 8: must be 0 to 7 with a PSID offset of 9"},
         {"18/32 --params 0,6,11,0", 1, "psid_len 11: must be 0 to 10 with a PSID offset of 6"},
         {"18/32 --params 0,6,8,256", 1, "psid 256: must be 0 to 255"},
-        {"0/24 --params 16,6,8,52", 1, "psid 52: must be 0, as the EA bits have it"},
+        {"0/24 --params 16,6,8,52", 1, "psid 52: must be 0, as the EA bits contain the PSID"},
         {"0/24 --params 16,6,8,0", -1, "a port is needed, as 256 customers share the address"},
-        {"0/24 --params 16,6,8,0", 1023, "port 1023: must be 1024 to 65535 to be anybody's"},
+        {"0/24 --params 16,6,8,0", 1023,
+         "port 1023: must be 1024 to 65535, as the rule gives no other ports to customers"},
         {"0/24 --params 8,6,8,52", 1236, "port 1236: must be of PSID 52"},
     };
     for (const auto &[rule, port, error] : wrong) {

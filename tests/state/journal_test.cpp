@@ -279,9 +279,9 @@ TEST_F(journal_test, a_torn_file_on_a_full_disk_is_read_and_saves_again_as_soon_
             disk.has_room = false;
             EXPECT_EQ(keeper.lines, lines_t{"a"});
             EXPECT_EQ(keeper.journal().notes(),
-                      lines_t{std::string("a: the last 2 lines are no whole group and were left out; ") +
-                              (has_room_for_copy ? "the file as it was is a.damaged"
-                                                 : "no copy could be kept as a.damaged: No space left on device")});
+                      lines_t{std::string("a: the last 2 lines are not a complete group and were left out; ") +
+                              (has_room_for_copy ? "a copy of the file is a.damaged"
+                                                 : "no copy could be made: a.damaged: No space left on device")});
             EXPECT_NE(keeper.journal().error(), "");
             EXPECT_TRUE(keeper.journal().is_unsaved());
             for (const char *line : {"c", "d"}) {

@@ -40,7 +40,7 @@ TEST_F(lock_test, one_holder_has_it_at_a_time_and_is_named) {
     EXPECT_EQ(name_in_file(), name_of("nat64d") + "\n");
     EXPECT_EQ(std::filesystem::status(path_ + ".lock").permissions(), std::filesystem::perms(0600));
     lock_t second(path_, "natctl");
-    EXPECT_EQ(second.take(), path_ + ": another process has it: " + name_of("nat64d"));
+    EXPECT_EQ(second.take(), path_ + ": locked by " + name_of("nat64d"));
     EXPECT_TRUE(second.is_taken());
     EXPECT_EQ(second.holder(), name_of("nat64d"));
     EXPECT_EQ(name_in_file(), name_of("nat64d") + "\n");
@@ -57,7 +57,7 @@ TEST_F(lock_test, a_holder_without_a_name_is_another_process) {
     ASSERT_EQ(first.take(), "");
     std::ofstream(path_ + ".lock", std::ios::trunc).flush();
     lock_t second(path_, "natctl");
-    EXPECT_EQ(second.take(), path_ + ": another process has it");
+    EXPECT_EQ(second.take(), path_ + ": locked by another process");
     EXPECT_EQ(second.holder(), "another process");
 }
 
@@ -98,7 +98,7 @@ TEST_F(lock_test, the_lock_of_a_process_that_was_killed_is_free_and_its_name_is_
     ASSERT_EQ(read(told[0], &is_taken, 1), 1);
     EXPECT_EQ(is_taken, '1');
     lock_t lock(path_, "natctl");
-    EXPECT_EQ(lock.take(), path_ + ": another process has it: nat64d (process " + std::to_string(child) + ")");
+    EXPECT_EQ(lock.take(), path_ + ": locked by nat64d (process " + std::to_string(child) + ")");
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     close(told[0]);
