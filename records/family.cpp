@@ -1,3 +1,4 @@
+/* Look-ups in the description of a family, and operations on its records that need only the description. */
 #include "records/family.h"
 
 #include <algorithm>

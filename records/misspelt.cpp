@@ -1,3 +1,4 @@
+/* Finds the known word that a user may have meant, by edit distance, and cuts long words for messages. */
 #include "records/misspelt.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* Parsers and formatters of values. Addresses have formatters of their own because listings need millions of them. */
 #include "records/value.h"
 
 #include <arpa/inet.h>
