@@ -170,7 +170,7 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
     }
 }
 
-TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
+TEST(document_test, each_error_is_reported_with_its_line_and_field) {
     const std::pair<std::string, const char *> documents[] = {
         {"", "neither a command nor `# nat64 configuration version 1`: this is not a document\n"},
         {"\n # x\n", "neither a command nor `# nat64 configuration version 1`: this is not a document\n"},
@@ -315,7 +315,7 @@ TEST(document_test, all_that_is_wrong_is_said_with_its_line_and_field) {
     }
 }
 
-TEST(document_test, older_names_of_json_are_read_and_each_is_told_once) {
+TEST(document_test, former_names_of_json_are_read_with_one_warning_each) {
     problems_t problems;
     const document_t document = load_document(
         R"({"version":1,"items":{"pool":[{"id":1,"param":1,"start_addr":"10.0.0.1","end":"10.0.0.2"},
@@ -333,7 +333,7 @@ TEST(document_test, older_names_of_json_are_read_and_each_is_told_once) {
               "[param]\n");
 }
 
-TEST(document_test, commands_that_a_server_has_carried_out_change_what_it_holds) {
+TEST(document_test, commands_that_a_server_has_carried_out_change_its_document) {
     const std::pair<const char *, const char *> histories[] = {
         {"interface set --ifh 1 --enable 0 --mtu 5;nvi enable --ifh 1;interface set --ifh 2 --mtu 6;"
          "interface set --ifh 2 --enable 0;nvi enable --ifh 3;interface set --ifh 3 --mtu 7",

@@ -189,7 +189,7 @@ constexpr const char *empty_json = R"({
 }
 )";
 
-TEST(ietf_test, all_that_has_a_place_in_both_forms_comes_back_as_it_was) {
+TEST(ietf_test, items_that_both_forms_can_express_survive_a_round_trip) {
     const converted_t written = write(lines);
     EXPECT_EQ(written.problems, "");
     EXPECT_EQ(written.text, json);
@@ -200,7 +200,7 @@ TEST(ietf_test, all_that_has_a_place_in_both_forms_comes_back_as_it_was) {
     EXPECT_EQ(read(empty_json).text, "# nat64 configuration version 1\n");
 }
 
-TEST(ietf_test, what_the_standard_leaves_out_or_writes_in_another_way_is_understood) {
+TEST(ietf_test, defaults_and_other_spellings_of_the_standard_are_understood) {
     const std::pair<std::string, const char *> table[] = {
         {instance(R"("nat64-prefixes":[{"nat64-prefix":"2001:DB8:122:300::/56"}])"),
          "prefix add --prefix 2001:db8:122:300::/56 --kind stateful\n"},
@@ -309,7 +309,7 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
     }
 }
 
-TEST(ietf_test, what_is_no_configuration_of_one_nat64_is_refused_whatever_may_be_lost) {
+TEST(ietf_test, a_text_that_is_not_the_configuration_of_one_nat64_is_refused_even_if_losses_are_allowed) {
     const std::string policy = "/ietf-nat:nat/instances/instance[id='1']/policy[id='1']/";
     std::string ones;
     for (size_t depth = 1; depth < json_max_depth; ++depth) {

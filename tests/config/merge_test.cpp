@@ -33,7 +33,7 @@ std::string values_of(const document_t &document) {
 
 }  // namespace
 
-TEST(merge_test, a_change_is_taken_back_but_for_what_others_have_changed_since) {
+TEST(merge_test, an_undo_keeps_items_that_others_have_changed_since) {
     const struct {
         const char *what, *before, *after, *now, *result;
         size_t kept;
@@ -59,7 +59,7 @@ TEST(merge_test, a_change_is_taken_back_but_for_what_others_have_changed_since) 
     }
 }
 
-TEST(merge_test, what_a_client_has_nothing_to_do_with_stays) {
+TEST(merge_test, items_of_other_clients_stay) {
     const struct {
         const char *owned, *wanted, *now, *result;
         size_t foreign;

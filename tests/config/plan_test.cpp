@@ -373,7 +373,7 @@ TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
     }
 }
 
-TEST(plan_test, what_cannot_be_taken_back_is_said) {
+TEST(plan_test, a_failed_undo_is_reported) {
     const document_t none;
     const document_t to = load("limit add --type 1 --value 1\nservice add --type 1 --value 2\nnvi enable --ifh 3");
     const plan_t plan(none, to);

@@ -83,7 +83,7 @@ TEST(chunks, lines_without_end_are_cut_all_the_same) {
     EXPECT_TRUE(cut_chunks("").empty());
 }
 
-TEST(chunks, bear_the_name_of_what_they_hold) {
+TEST(chunks, have_the_hash_of_their_text_as_name) {
     const chunk_t chunk = name_chunk("abc");
     EXPECT_EQ(chunk.hash, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_TRUE(is_chunk(chunk, "abc"));

@@ -288,7 +288,7 @@ TEST_F(etcd_test, a_kept_connection_that_ends_under_a_transaction_does_not_have_
     }
 }
 
-TEST_F(real_etcd_test, whatever_waits_may_be_destroyed_and_so_may_the_client) {
+TEST_F(real_etcd_test, waiting_coroutines_may_be_destroyed_and_so_may_the_client) {
     auto client = std::make_unique<etcd_t>(loop_, store_at({process_.place()}));
     auto watch = std::make_unique<etcd_watch_t>(*client, "p/a", 1);
     std::vector<nat64::task<etcd_result_t<etcd_range_t>>> reads;
@@ -332,7 +332,7 @@ TEST_F(etcd_test, without_descriptors_a_request_fails_and_the_next_one_does_not)
 }
 #endif
 
-TEST_F(etcd_test, a_store_that_repeats_what_it_is_told_does_not_have_the_password_or_the_token_shown) {
+TEST_F(etcd_test, errors_hide_the_password_and_the_token_even_if_the_store_repeats_them) {
     const std::string repeated = scripted_server_t::answer(400, R"({"code":3,"message":"no: pass word and tok en"})");
     const std::string signed_in = scripted_server_t::answer(200, R"({"token":"tok en"})");
     store_t store;
@@ -367,7 +367,7 @@ TEST_F(etcd_test, events_beside_one_that_cannot_be_read_are_not_given) {
     EXPECT_TRUE(got.value.empty());
 }
 
-TEST_F(etcd_test, what_is_no_answer_of_etcds_is_refused) {
+TEST_F(etcd_test, malformed_answers_are_refused) {
     struct case_t {
         std::string answer;
         kind_t kind;

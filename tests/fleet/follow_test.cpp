@@ -53,7 +53,7 @@ protected:
     fleet_keys_t keys_{"p"};
 };
 
-TEST_F(follow_test, a_manifest_that_is_told_of_is_not_read_again) {
+TEST_F(follow_test, a_manifest_from_the_watch_is_not_read_again) {
     manifest_watch_t watch(etcd_, keys_);
     EXPECT_FALSE(run(watch.next()).value.manifest) << "there is none yet";
     struct case_t {
@@ -157,7 +157,7 @@ std::string range_answer(const std::string &key, const std::string &value, int r
            to_base64(value) + R"(","create_revision":"2","mod_revision":")" + number + R"("}]})";
 }
 
-TEST_F(etcd_test, only_a_read_that_equals_what_the_watch_has_told_confirms_it) {
+TEST_F(etcd_test, only_a_read_that_equals_the_last_event_of_the_watch_confirms_it) {
     const auto ok = [](const std::string &body) { return scripted_server_t::answer(200, body); };
     const fleet_keys_t keys("p");
     const std::string text = "pool add --id 1\n";
@@ -282,7 +282,7 @@ TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given
 }
 
 /* The test advances the clock between each request and its answer. */
-TEST_F(follow_test, a_store_that_is_slow_whatever_it_is_asked_for_is_asked_for_more_at_once) {
+TEST_F(follow_test, a_store_with_a_long_round_trip_gets_larger_requests) {
     const std::string text = document_text(20000, 1);
     const std::vector<std::string_view> pieces = cut_chunks(text);
     put_chunks(pieces);

@@ -176,7 +176,7 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     expect_all_hold(7, 9);
 }
 
-TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
+TEST_F(gateway_test, faulty_data_in_the_store_changes_nothing_and_is_reported) {
     ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
     const std::string good = key(keys_.manifest());
     const std::string chunk = "pool add --id 9 --param 1 --start 10.9.9.9 --end 10.9.9.9\n";
@@ -229,7 +229,7 @@ TEST_F(gateway_test, what_is_faulty_in_the_store_changes_nothing_and_is_told) {
     }
 }
 
-TEST_F(gateway_test, a_document_that_one_server_refuses_is_taken_back_there_alone) {
+TEST_F(gateway_test, a_document_that_one_server_refuses_is_rolled_back_only_there) {
     ASSERT_EQ(push(pools(3), "--wait 60s").status, 0);
     /* Another client adds a pool to one server that conflicts with the next document. */
     ASSERT_TRUE(others_add_pool(900, "10.0.0.5", "g3"));

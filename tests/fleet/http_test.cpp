@@ -13,9 +13,9 @@ namespace nat64 = fwx::nat64;
 
 using fault_t = http_reply_t::fault_t;
 
-class thin_line_test : public testing::Test {
+class slow_connection_test : public testing::Test {
 protected:
-    thin_line_test() {
+    slow_connection_test() {
         const int small = 16384; /* small socket buffers, so that unread bytes stay with the sender */
         setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         sockaddr_in address = loopback(0);
@@ -27,7 +27,7 @@ protected:
         request_.most_bytes = 8U << 20;
         fwx_host_clock_turn(0);
     }
-    ~thin_line_test() override {
+    ~slow_connection_test() override {
         fwx_host_clock_run();
         close(peer_);
         close(listener_);
@@ -77,7 +77,7 @@ private:
     http_t http_{loop_, {}};
 };
 
-TEST_F(thin_line_test, a_long_body_may_take_longer_than_the_deadline) {
+TEST_F(slow_connection_test, a_long_body_may_take_longer_than_the_deadline) {
     request_.body.assign(3U << 20, 'x');
     begin();
     for (int i = 0; i < 24; ++i) {
@@ -93,7 +93,7 @@ TEST_F(thin_line_test, a_long_body_may_take_longer_than_the_deadline) {
     EXPECT_EQ(reply_->get().body.size(), 20480U);
 }
 
-TEST_F(thin_line_test, a_peer_that_takes_nothing_more_or_trickles_is_given_up) {
+TEST_F(slow_connection_test, a_peer_that_takes_nothing_more_or_trickles_is_given_up) {
     request_.body.assign(8U << 20, 'x');
     begin();
     for (int i = 0; i < 10; ++i) {

@@ -107,7 +107,7 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
     EXPECT_EQ(json("history").at("data").size(), 8U) << "and a version to go back to can be found";
 }
 
-TEST_F(natctl_fleet_test, what_is_wrong_is_named_before_anything_is_put) {
+TEST_F(natctl_fleet_test, errors_are_reported_before_anything_is_written) {
     const std::string wrong = file("wrong", "pool add --id 1 --param 1 --start x --end 192.0.2.1\n");
     struct case_t {
         std::string command;

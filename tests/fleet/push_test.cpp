@@ -46,7 +46,7 @@ protected:
     pusher_t pusher_{loop_, etcd_, "ann@ops1"};
 };
 
-TEST_F(push_test, a_document_is_there_as_a_whole_and_the_same_is_not_pushed_twice) {
+TEST_F(push_test, a_pushed_document_is_complete_and_an_equal_one_is_not_pushed_again) {
     EXPECT_FALSE(run(read_manifest(etcd_, keys_)).value.manifest);
     const std::string text = document_text(1000, 1);
     const push_result_t first = push(text);
@@ -195,7 +195,7 @@ TEST_F(push_test, a_pusher_that_has_lost_the_lock_changes_nothing) {
     EXPECT_EQ(manifest().document.version, 2U);
 }
 
-TEST_F(push_test, collection_leaves_all_that_the_last_ten_versions_name) {
+TEST_F(push_test, collection_leaves_the_chunks_of_the_last_ten_versions) {
     for (uint32_t i = 1; i <= 13; ++i) {
         ASSERT_TRUE(push(document_text(200, i)).is_changed);
     }
@@ -230,7 +230,7 @@ TEST_F(push_test, collection_leaves_all_that_the_last_ten_versions_name) {
     EXPECT_EQ(names(keys_.chunks()).size(), chunks.size() + 1);
 }
 
-TEST_F(push_test, a_rollback_without_a_number_goes_to_what_was_for_all_and_is_another_document) {
+TEST_F(push_test, a_rollback_without_a_number_chooses_another_document_that_was_for_all) {
     const auto back = [&] {
         const push_result_t result = run(pusher_.roll_back({}));
         std::string text = std::to_string(result.back_to) + ':' + result.refused + result.error.text;
@@ -255,7 +255,7 @@ TEST_F(push_test, a_rollback_without_a_number_goes_to_what_was_for_all_and_is_an
     EXPECT_EQ(back(), "2: version 5 has the same document; version 4 cannot be read; version 3 is for gateways fra1;");
 }
 
-TEST_F(push_test, a_stage_leaves_the_others_with_what_they_have) {
+TEST_F(push_test, a_stage_leaves_the_document_of_the_other_gateways) {
     const stage_t to_two = {{"fra2", "fra1", "fra2"}, 0};
     EXPECT_EQ(push("pool 1\n", to_two).refused, "nothing has been pushed yet: the first document is for all gateways");
     ASSERT_TRUE(push("pool 1\n").is_changed);
@@ -274,7 +274,7 @@ TEST_F(push_test, a_stage_leaves_the_others_with_what_they_have) {
     EXPECT_EQ(names(keys_.chunks()).size(), 1U);
 }
 
-TEST_F(push_test, what_is_damaged_in_the_store_is_named_and_stays) {
+TEST_F(push_test, damaged_data_in_the_store_is_reported_and_stays) {
     ASSERT_TRUE(push("pool 1\n").is_changed);
     const fleet_document_t document = manifest().document;
     const std::string key = keys_.chunk(document.chunks[0].hash);
@@ -292,7 +292,7 @@ TEST_F(push_test, what_is_damaged_in_the_store_is_named_and_stays) {
     EXPECT_EQ(names(keys_.chunks()).size(), 1U);
 }
 
-TEST_F(push_test, what_is_damaged_is_put_anew_by_the_next_push) {
+TEST_F(push_test, damaged_data_is_replaced_by_the_next_push) {
     ASSERT_TRUE(push("pool 1\n").is_changed);
     const fleet_document_t document = manifest().document;
     run(etcd_.txn(put(keys_.chunk(document.chunks[0].hash), "pool 2\n")));

@@ -50,7 +50,7 @@ TEST_F(applier_test, a_plan_is_carried_out) {
     EXPECT_EQ(result.table_code, 0U);
 }
 
-TEST_F(applier_test, a_refusal_stops_the_plan_until_it_is_taken_back) {
+TEST_F(applier_test, a_refusal_stops_the_plan_and_it_can_be_rolled_back) {
     EXPECT_TRUE(run([](fwx::nat64::client &c) -> fwx::nat64::task<fwx::nat64::result> {
         co_return co_await c.dmapping_add(fwx::nat64::dynamic_mapping{.id = 3});
     }(*client)));
@@ -71,7 +71,7 @@ TEST_F(applier_test, a_refusal_stops_the_plan_until_it_is_taken_back) {
     EXPECT_EQ(rules_.rules().begin()->second.rule.v4_prefix[2], 2);
 }
 
-TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_what_is_under_way) {
+TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_outstanding_answers) {
     model->hold();
     applier_t applier(*client, rules_, plan_);
     auto task = applier.apply();
@@ -90,7 +90,7 @@ TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_what_is_under_way) 
     expect_from();
 }
 
-TEST_F(applier_test, a_table_that_could_not_follow_the_server_is_told) {
+TEST_F(applier_test, a_rule_table_out_of_sync_with_the_server_is_reported) {
     model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
     fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INSERT, 1, 0);
     const apply_result_t result = apply(plan_);
@@ -100,7 +100,7 @@ TEST_F(applier_test, a_table_that_could_not_follow_the_server_is_told) {
     EXPECT_EQ(rules_.installed(), 0U);
 }
 
-TEST_F(applier_test, what_is_carried_out_and_not_saved_can_be_taken_back_too) {
+TEST_F(applier_test, commands_that_the_server_failed_to_save_can_be_undone_too) {
     model->journal_set({[](void *, uint32_t, const void *, size_t) {},
                         [](void *) -> uint32_t { return FWX_NAT64_MODEL_ERR_NOT_SAVED; }, nullptr});
     applier_t applier(*client, rules_, plan_);

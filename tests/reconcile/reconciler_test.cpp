@@ -87,7 +87,7 @@ TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_b
     EXPECT_TRUE(reconciler->is_as_known(model->boot()));
 }
 
-TEST_F(reconciler_test, a_refusal_takes_back_what_was_done) {
+TEST_F(reconciler_test, a_refused_plan_is_rolled_back) {
     others_add_mapping(3);
     pump();
     const reconcile_result_t refused = bring(to);
@@ -108,7 +108,7 @@ TEST_F(reconciler_test, a_refusal_takes_back_what_was_done) {
     expect_held();
 }
 
-TEST_F(reconciler_test, what_others_add_while_a_plan_is_refused_is_not_deleted) {
+TEST_F(reconciler_test, items_that_others_add_while_a_plan_is_refused_are_not_deleted) {
     const reconcile_result_t refused = bring(to, [this] {
         others_add_mapping(3); /* the plan adds the same one later */
         others_set_timeout(7);
@@ -120,7 +120,7 @@ TEST_F(reconciler_test, what_others_add_while_a_plan_is_refused_is_not_deleted) 
     expect_held();
 }
 
-TEST_F(reconciler_test, changes_of_others_are_seen_whether_they_matter_or_not) {
+TEST_F(reconciler_test, changes_of_others_are_noticed_even_if_they_do_not_matter) {
     const reconcile_result_t harmless = bring(to, [this] { others_set_timeout(0); });
     EXPECT_TRUE(harmless.is_in_sync);
     EXPECT_EQ(harmless.others, 1U);
@@ -132,7 +132,7 @@ TEST_F(reconciler_test, changes_of_others_are_seen_whether_they_matter_or_not) {
     expect_held();
 }
 
-TEST_F(reconciler_test, a_stop_takes_back_or_keeps_and_says_what_stands) {
+TEST_F(reconciler_test, a_stopped_plan_is_rolled_back_or_kept_and_its_commands_in_effect_are_reported) {
     for (const bool takes_back : {true, false}) {
         SCOPED_TRACE(takes_back);
         const reconcile_result_t stopped = bring(
@@ -185,7 +185,7 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
     EXPECT_EQ(rules.installed(), 0U);
 }
 
-TEST_F(reconciler_test, a_server_that_does_not_tell_is_assumed_to_hold_what_it_is_known_to_hold) {
+TEST_F(reconciler_test, a_server_that_does_not_report_its_configuration_is_assumed_to_hold_a_known_version) {
     const runtime_directory_t directory;
     versions_t versions(directory.path());
     ASSERT_EQ(versions.open(), "");

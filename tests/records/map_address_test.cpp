@@ -102,7 +102,7 @@ TEST(map_address_test, an_address_with_its_port_leads_to_a_map_address_and_back)
     }
 }
 
-TEST(map_address_test, parameters_that_do_not_agree_and_ports_of_nobody_are_told_by_name) {
+TEST(map_address_test, errors_name_contradictory_parameters_and_ports_outside_of_the_rule) {
     const std::string v6 = "--v6 2001:db8::/40 --v4 192.0.2.";
     const std::tuple<std::string, int, const char *> wrong[] = {
         {"0/24 --params 25,0,0,0", 1, "ea_len 25: must be 0 to 24 with an IPv4 prefix of 24 bits"},

@@ -42,7 +42,7 @@ TEST(records_test, addresses_are_written_as_the_c_library_writes_them) {
     }
 }
 
-TEST(records_test, times_have_units_and_are_whole_numbers_of_the_unit_that_is_asked_for) {
+TEST(records_test, times_have_units_and_are_whole_numbers_of_the_requested_unit) {
     struct time_t {
         const char *text;
         std::optional<uint64_t> seconds;
@@ -392,7 +392,7 @@ TEST(records_test, an_address_with_a_zero_byte_is_none) {
     EXPECT_EQ(reader.read({"adj", "set", "--type", "1", "--address", "192.0.2.1\0x"sv}), result_t::refused);
 }
 
-TEST(records_test, what_is_no_configuration_is_left_to_a_larger_grammar) {
+TEST(records_test, lines_that_are_not_configuration_commands_are_left_to_another_parser) {
     line_words_t words;
     record_reader_t reader;
     for (const char *line :

@@ -37,7 +37,7 @@ private:
     const runtime_directory_t directory_;
 };
 
-TEST_F(read_file_test, a_regular_file_up_to_the_limit_is_read_and_of_all_others_is_said_what_they_are) {
+TEST_F(read_file_test, a_regular_file_up_to_the_limit_is_read_and_errors_name_the_type_of_others) {
     std::string error;
     EXPECT_EQ(read_file(path("file"), error), "12345");
     EXPECT_EQ(read_file(path("file"), error, 5), "12345");
@@ -72,7 +72,7 @@ TEST_F(read_file_test, a_stream_is_read_up_to_the_limit) {
     EXPECT_EQ(error, "standard input: is at least 131072 bytes long; the most that is read is 70000");
 }
 
-TEST_F(read_file_test, lines_come_from_what_ends_or_has_a_user) {
+TEST_F(read_file_test, lines_are_read_from_files_pipes_terminals_and_no_device_but_the_null_device) {
     for (const std::string &good : {path("file"), path("pipe"), std::string("/dev/null")}) {
         EXPECT_EQ(line_input_fault(good), "");
     }
@@ -86,7 +86,7 @@ TEST_F(read_file_test, lines_come_from_what_ends_or_has_a_user) {
     close(terminal);
 }
 
-TEST_F(read_file_test, a_file_that_its_group_or_others_can_get_at_is_told_from_one_that_they_cannot) {
+TEST_F(read_file_test, permissions_of_the_group_or_others_are_recognised) {
     for (const auto &[mode, is_open] :
          {std::pair<mode_t, bool>{0600, false}, {0400, false}, {0640, true}, {0604, true}}) {
         ASSERT_EQ(chmod(path("file").c_str(), mode), 0);

@@ -85,7 +85,7 @@ TEST_P(versions_test, one_version_waits_to_be_confirmed) {
 
 INSTANTIATE_TEST_SUITE_P(in_memory_and_in_files, versions_test, testing::Bool());
 
-TEST(version_files_test, what_is_no_version_is_ignored_and_keeps_its_number) {
+TEST(version_files_test, a_file_that_is_not_a_version_is_ignored_and_its_number_is_not_reused) {
     const runtime_directory_t directory;
     const std::string documents = directory.path() + "/documents/";
     std::filesystem::create_directories(documents + "9");
@@ -105,7 +105,7 @@ TEST(version_files_test, what_is_no_version_is_ignored_and_keeps_its_number) {
     EXPECT_EQ(versions.all().size(), 2U);
 }
 
-TEST(version_files_test, whether_one_waits_that_cannot_be_read_is_not_known) {
+TEST(version_files_test, an_unreadable_mark_leaves_the_unconfirmed_version_unknown) {
     const runtime_directory_t directory;
     const std::string path = directory.path() + "/unconfirmed";
     versions_t versions(directory.path());
