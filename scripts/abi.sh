@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Compares the binary interfaces of the libraries in build/dev with those that stand in the tree; docs/abi.md says what a
+# Compares the binary interfaces of the libraries in build/dev with those stored in the tree; docs/abi.md says what a
 # difference means.
-# usage: abi.sh [--update]   --update: writes the present interfaces into the tree, and before that the lists of what is
-#                            exported, which is what the public headers declare
+# usage: abi.sh [--update]   --update: stores the present interfaces in the tree, and before that the export lists, which
+#                            are the declarations of the public headers
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
 
-# A library's target, its file in build/dev, the folder of its public headers, the list of what it exports, and options
-# of abidw; what the model is made of is no part of its interface.
+# For each library: target, file in build/dev, folder of its public headers, export list, options of abidw. The model's
+# internals are not part of its interface.
 libraries=(
   "fwx_nat64 libfwx_nat64.so include/fwx_nat64 cmake/exports.list"
   "fwx_nat64_model model/libfwx_nat64_model.so model/include/fwx_nat64_model cmake/model_exports.list --exported-interfaces-only"
@@ -26,7 +26,7 @@ for library in "${libraries[@]}"; do
   fi
   build dev "$target"
 
-  # Types outside the public headers, places in files and names of directories are no part of the interface.
+  # Types outside the public headers, source positions and directory names are not part of the interface.
   baseline=cmake/abi/$target.abi.xml
   present=build/dev/$target.abi.xml
   # shellcheck disable=SC2086 # none, or one

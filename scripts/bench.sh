@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs all benchmarks on a quiet machine and prints what they measure as one table: what, under which name, how much. Draws
-# cost against commands outstanding and against rules as DIR/outstanding.png and DIR/rules.png.
-# usage: bench.sh [DIR]   docs/bench without it
+# Runs all benchmarks and prints their results as one table: group, name, value. Run it on an idle machine. Draws
+# cost against outstanding commands and against rules as DIR/outstanding.png and DIR/rules.png.
+# usage: bench.sh [DIR]   DIR is docs/bench by default
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -24,7 +24,7 @@ export XDG_RUNTIME_DIR=$work XDG_STATE_HOME=$work
 
 row() { printf '%-10s  %-46s  %s\n' "$1" "$2" "$3"; }
 
-# One of Google Benchmark's programs, as `NAME ARGUMENT NANOSECONDS` for each unit of work.
+# Runs a Google Benchmark program; prints `NAME ARGUMENT NANOSECONDS` for each unit of work.
 measure() { # PROGRAM FILTER
   "build/release/bench/$1" --benchmark_filter="$2" --benchmark_format=json 2>/dev/null |
     jq -r '.benchmarks[] | [(.name | sub("/manual_time"; "") | sub("/[0-9]+$"; "")),

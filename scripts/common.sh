@@ -24,5 +24,5 @@ python_packages=(python3-dev python3-cffi python3-setuptools)
 build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev libmicrohttpd-dev
   prometheus-cpp-dev zlib1g-dev libcurl4-openssl-dev libssl-dev
   libnftables-dev libnetfilter-conntrack-dev libmnl-dev)
-# What the gateway runs, and what its tests look with.
+# Programs that the gateway runs, and tools of its tests.
 gateway_packages=(tayga nftables conntrack iproute2 iputils-ping)

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Lines and branches of the library that its own tests (tests/library) reach, by file; build/coverage/report shows where.
+# Reports by file the lines and branches of the library that its own tests (tests/library) reach. build/coverage/report
+# shows them in the sources.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -16,7 +17,7 @@ report() {
   gcovr --root . --object-directory build/coverage --exclude '(include|platform)/' "$@" \
     build/coverage/CMakeFiles/fwx_nat64.dir
 }
-# Each log line has branches for its two channels; they are left out.
+# Omits the branches of log lines: each has one for each of its two channels.
 report --exclude-branches-by-pattern '.*NAT64_LOG_.*' --json build/coverage/report/coverage.json
 for what in "" --branches; do
   gcovr --root . --add-tracefile build/coverage/report/coverage.json $what

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds everything and drives the example configurations through the library, the host platform and the server model.
-# usage: demo.sh [NATCTL]   with that natctl instead of one built here
+# usage: demo.sh [NATCTL]   uses that natctl instead of building one
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Kills processes again and again at length, where the tests do so briefly.
+# Kills processes many times. The tests do the same a few times.
 # usage: drill.sh NAME [KILLS]
-#   servers  servers under load, plain and under ASan+UBSan: every command is accounted for each time
-#   journal  the keeper of a journal under concurrent writers while its writes, syncs and renames fail at random, plain
-#            and under ASan+UBSan: no acknowledged change is missing and none is there by half
-#   daemon   the server under nat64d, with a document of ten thousand items that is edited once a second: each new server,
-#            with its state or without, is found within two seconds, holds the document within two more, and nat64d does not
+#   servers  kills servers under load, plain and under ASan+UBSan; each time every command is accounted for
+#   journal  kills the process that writes a journal, plain and under ASan+UBSan, with concurrent writers and random failures
+#            of its writes, syncs and renames; no acknowledged change is missing or incomplete
+#   daemon   kills the server under nat64d, with a document of ten thousand items that is edited once a second; nat64d finds
+#            each new server, with its state or without, within two seconds, has it in sync within two more, and does not
 #            grow
-#   operators  nobody but natctl: two operators, nat64d and another client change one server in so many rounds, and the last
-#            one to be told "ok" finds what it asked for
-#   answers  nothing: how long others wait while nat64d gives a server so many rules
+#   operators  kills only natctl: two operators, nat64d and another client change one server in KILLS rounds, and the
+#            last one to get "ok" finds its change in force
+#   answers  kills nothing; measures how long other clients wait while nat64d gives a server KILLS rules
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh

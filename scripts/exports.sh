@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Prints what public headers declare, and so what their library exports.
-# usage: exports.sh [FOLDER]   include/fwx_nat64 without it
+# Prints the functions and objects that public headers declare; their library exports exactly these.
+# usage: exports.sh [FOLDER]   FOLDER is include/fwx_nat64 by default
 set -euo pipefail
 cd "$(dirname "$0")/.."
 grep -ohE '^(uint32_t|void|fwx_nat64_client_info_t) \*?fwx_[a-z0-9_]+\(|^extern const [a-z0-9_]+ fwx_[a-z0-9_]+;' \

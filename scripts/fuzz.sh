@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs every fuzzer for a while, from the seeds in fuzz/seeds; the corpora stay in build/asan/corpus.
-# usage: fuzz.sh [SECONDS]   for each fuzzer, 20 without it
+# Runs every fuzzer, starting from the seeds in fuzz/seeds. The corpora stay in build/asan/corpus.
+# usage: fuzz.sh [SECONDS]   time for each fuzzer, 20 by default
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -12,7 +12,7 @@ need_packages "${build_packages[@]}" clang libclang-rt-14-dev
 say "building (preset asan)"
 build asan {document,handshake,ietf,messages,natctl,ring,state,store,tree}_fuzz
 
-# A seed is a line of hexadecimal bytes, blanks between them and comments behind # ignored; or, of text, a whole file.
+# A binary seed is a line of hexadecimal bytes; blanks, and comments after #, are ignored. A text seed is a whole file.
 make_seeds() {
   local corpus=$1 count=0 line
   while IFS= read -r line; do
@@ -23,8 +23,8 @@ make_seeds() {
   done
 }
 
-# Quiet unless it finds something; what it found then lies in build/asan. Without weighing its inputs (entropic), which
-# takes natctl more time than running them.
+# Prints nothing unless a fuzzer finds something, which is then in build/asan. Entropic scheduling is off, because for
+# natctl it takes more time than the inputs themselves.
 run_fuzzer() {
   local name=$1 corpus=build/asan/corpus/$1 log=build/asan/$1.log text
   mkdir -p "$corpus"
@@ -50,6 +50,6 @@ for fuzzer in build/asan/fuzz/*_fuzz; do
 done
 status=0
 for pid in "${started[@]}"; do
-  wait "$pid" || status=1 # those beside it are let end
+  wait "$pid" || status=1 # the others run to their end
 done
 exit $status

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Holds every include to scripts/includes.txt; an arrow that is not there is an error.
+# Checks every quoted include against scripts/includes.txt and fails if one is not allowed there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

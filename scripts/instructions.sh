@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Instructions per asynchronous command and per rule, counted by callgrind: the difference between two runs of different
-# length, so that start-up cancels out.
+# Counts instructions per asynchronous command and per rule with callgrind. It takes the difference between two runs of
+# different length, so that start-up cancels out.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -8,7 +8,7 @@ source scripts/common.sh
 need_packages "${build_packages[@]}" valgrind libbenchmark-dev
 build release instructions
 
-# Runs a work of two lengths and prints by how many instructions a unit of it grows: of all code, or of the object
+# Runs a workload at two lengths and prints the additional instructions per unit of work: of all code, or only of the object
 # files that match a pattern.
 per_unit() { # PATTERN WORK [OUTSTANDING]
   local out counts=() count

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Everything that is checked before a change lands: who includes whom, format, both compilers without a warning, all tests
-# plain (g++) and under ASan+UBSan (clang++), what two processes share under TSan, static analysis, the fuzzers, the library
-# without a platform, what is delivered, the demo.
+# Runs all checks that a change must pass: includes, format, both compilers without a warning, all tests plain (g++) and
+# under ASan+UBSan (clang++), tests of memory that processes share under TSan, static analysis, the fuzzers, the library
+# without a platform, packages and installation, the demo.
 # usage: test.sh [--quick | --full]   --quick: includes, g++ and its tests alone, in 90 seconds
-#                                     --full: long runs as well, in an hour
+#                                     --full: also long runs, in an hour
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -19,14 +19,14 @@ need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev libas
 [[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
   abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux zsh fish ansible-core
 
-# What is compiled here is there for the packages, which are built from a copy of the tree.
+# The packages are built from a copy of the tree; with these settings ccache reuses the objects that are compiled here.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,pch_defines,time_macros
 export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 
 build_and_test() {
   say "$1: build"
   build "$1"
-  say "$1: tests" # that mostly wait for each other's processes
+  say "$1: tests" # twice as many jobs as cores, because most tests wait for other processes
   ctest --preset "$1" --parallel $((2 * $(nproc))) --label-exclude delivery | tail -n 4
 }
 
@@ -45,9 +45,9 @@ if [[ $tier != --quick ]]; then
 
   say "static analysis"
   git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests/delivery)/' | xargs scripts/tidy.py build/asan
-  # Its own errors, coroutines that return nothing, and what it makes of new (std::nothrow) and of an anonymous mapping's
-  # -1, are no faults of the code; readdir reads a directory of its own, and getpwuid a program of one thread. Coroutines
-  # keep what they are given.
+  # Suppressed: cppcheck's own errors; missingReturn in coroutines that return nothing; its misreading of new (std::nothrow)
+  # and of the -1 of an anonymous mapping; readdir, used on a directory of its own, and getpwuid, in a program of one
+  # thread; parameters that coroutines take by value because they keep them.
   git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests)/' |
     xargs cppcheck -j "$(nproc)" --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++20 --library=posix \
       --suppress=missingReturn --suppress=cppcheckError --suppress=legacyUninitvar --suppress=invalidFunctionArg \
