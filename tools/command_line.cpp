@@ -1,3 +1,7 @@
+/*
+ * The only source that includes the argument parser. It makes the parser's objects from a table of commands and turns
+ * the parser's exceptions into usage_error_t and help_request_t, with suggestions for misspelt words.
+ */
 #include "tools/command_line.h"
 
 #include <CLI/CLI.hpp>
@@ -9,7 +13,7 @@
 
 namespace {
 
-/** The words that were recognised as a command, or as the beginning of one. */
+/** The recognised words: a command, or the beginning of one. */
 std::string path_of(const CLI::App &root) {
     std::string path;
     for (const CLI::App *app = &root; !app->get_subcommands().empty();) {
@@ -27,7 +31,7 @@ const CLI::App &deepest_parsed(const CLI::App &root) {
     return *app;
 }
 
-/** The words of the commands that `app` may go on with. */
+/** The words that may follow the command `app`. */
 std::vector<std::string_view> verbs_of(const CLI::App &app) {
     std::vector<std::string_view> verbs;
     for (const CLI::App *verb : app.get_subcommands([](const CLI::App *) { return true; })) {
@@ -67,7 +71,7 @@ std::string error_text(const CLI::App &root, const CLI::ParseError &error) {
     return wrong_word_text(rest.front(), {options.begin(), options.end()}, "not expected here, see --help");
 }
 
-/** Names the options that exclude one in an order that is always the same. */
+/** Sorts the names of the options that exclude each other, because the parser orders them by address. */
 class formatter_t : public CLI::Formatter {
 public:
     std::string make_option_opts(const CLI::Option *option) const override {
@@ -123,7 +127,7 @@ void enter(CLI::App &app, const option_spec_t &spec) {
 class command_parser_t::impl_t {
 public:
     explicit impl_t(const command_spec_t &spec) : root_(spec.summary, spec.name) {
-        root_.formatter(std::make_shared<formatter_t>()); /* its commands take it over */
+        root_.formatter(std::make_shared<formatter_t>()); /* inherited by its commands */
         if (!spec.version.empty()) root_.set_version_flag("--version", spec.version, "Prints the version");
         falls_through_ = !spec.options.empty();
         fill(root_, spec);
@@ -151,7 +155,8 @@ private:
         }
         for (const command_spec_t &command : spec.commands) {
             CLI::App *added = app.add_subcommand(command.name, command.summary);
-            added->group(command.is_listed ? "Subcommands" : ""); /* which would be inherited */
+            added->group(command.is_listed ? "Subcommands"
+                                           : ""); /* set each time, because the group would be inherited */
             fill(*added, command);
         }
         if (!spec.commands.empty()) app.require_subcommand(1);

@@ -1,8 +1,8 @@
 /*
- * Command lines as tables of our own: commands, their options, and what reads the options' values. One source turns
- * them into the argument parser's objects, whose header is large; help, completion and errors come from the same table.
+ * A command line as a table: commands, their options, and the functions that read the options' values. Help, completion
+ * and errors come from the same table. Only command_line.cpp includes the argument parser, because its header is large.
  *
- * A table is filled once, before the parser is made, and outlives the parser.
+ * The caller fills a table before it makes the parser. The table must outlive the parser.
  */
 #ifndef TOOLS_COMMAND_LINE_H
 #define TOOLS_COMMAND_LINE_H
@@ -18,24 +18,24 @@
 
 #include "records/field.h"
 
-/** An option, or an argument: a value that is known by its place. */
+/** An option, or a positional argument. */
 struct option_spec_t {
-    /** Takes a value; returns what is wrong with it, or an empty text. */
+    /** Reads a value. Returns an error text, empty on success. */
     using read_fn_t = std::function<std::string(const std::string &text)>;
 
     std::string names; /* `--inside,--src`; `file` for an argument */
     std::string meaning;
-    std::string form; /* of its value: `FILE`, `1 to 7, or udp`; empty for a flag */
+    std::string form; /* of the value: `FILE`, `1 to 7, or udp`; empty for a flag */
     read_fn_t read;
     bool *flag = nullptr; /* set when the option is given */
     bool is_required = false;
-    bool is_repeatable = false;      /* each of its values is read */
-    std::string preset;              /* shown by the help as the value without the option */
-    std::vector<std::string> others; /* names of earlier options that must not be given with this one */
+    bool is_repeatable = false;      /* `read` is called for each value */
+    std::string preset;              /* the default, for the help */
+    std::vector<std::string> others; /* names of earlier options that exclude this one */
 
     bool is_argument() const { return names.front() != '-'; }
     bool is_flag() const { return form.empty(); }
-    /** Names with two dashes, without them. */
+    /** The names that begin with two dashes, without the dashes. */
     std::vector<std::string> long_names() const;
 
     option_spec_t &required(bool is_it = true) {
@@ -48,30 +48,30 @@ struct option_spec_t {
     }
 };
 
-/** A command: it has commands of its own, of which one must follow, or an action. */
+/** A command. It has subcommands, one of which must follow, or an action. */
 struct command_spec_t {
     std::string name;
     std::string summary;
-    std::string footer;  /* behind the options in the help */
-    std::string version; /* of a root: what --version prints; empty: there is no such option */
+    std::string footer;                               /* text after the options in the help */
+    std::string version;                              /* of a root: the text of --version; empty: no such option */
     std::function<void(const std::string &path)> act; /* `path`: "timeout set" */
     std::list<option_spec_t> options;
     std::list<command_spec_t> commands;
-    bool is_listed = true;           /* in the help of the command that it follows */
-    bool takes_root_options = true;  /* they may follow it */
-    std::vector<std::string> others; /* names of the root's options that must not be given with it */
+    bool is_listed = true;           /* shown in the help of its parent */
+    bool takes_root_options = true;  /* options of the root may follow it */
+    std::vector<std::string> others; /* names of the root's options that exclude it */
 
     option_spec_t &add(option_spec_t option) { return options.emplace_back(std::move(option)); }
     command_spec_t &command(std::string word, std::string summary_text,
                             std::function<void(const std::string &path)> action = {});
 };
 
-/** A command line that is none: what is wrong, and with which command. */
+/** An error in a command line, and the command in which it occurred. */
 struct usage_error_t {
     std::string command;
     std::string text;
 };
-/** A command line that asks for help, or for the version. */
+/** The command line asks for help or the version; `text` is the answer. */
 struct help_request_t {
     std::string text;
 };
@@ -83,7 +83,7 @@ public:
     command_parser_t(const command_parser_t &) = delete;
     command_parser_t &operator=(const command_parser_t &) = delete;
 
-    /** Reads the options of a command line and acts. Throws usage_error_t or help_request_t. */
+    /** Reads a command line and runs the command's action. Throws usage_error_t or help_request_t. */
     void parse(std::vector<std::string> words);
 
 private:
@@ -93,16 +93,16 @@ private:
 
 constexpr int usage_status = 2;
 
-/** Reads the options of a program without commands. Returns the exit status to end with at once, after the help or the
- * error was printed; -1: go on. */
+/** Reads the options of a program without commands.
+ * @return -1 to continue; otherwise the exit status with which to end, after the help or the error was printed. */
 int read_command_line(const command_spec_t &root, int argc, const char *const *argv);
 
-/* Options whose text is read into a variable; it must live until the command has been carried out. A wrong value is
- * refused with an error that names the option, the value and what is allowed. */
+/* Options that are read into a variable. The variable must live until the command's action has returned. The error for
+ * a wrong value names the option, the value and the allowed values. */
 
 option_spec_t &text_field(command_spec_t &command, std::string_view option, option_spec_t::read_fn_t read,
                           std::string meaning, std::string form);
-/** Any text. */
+/** An option that accepts any text. */
 option_spec_t &word_field(command_spec_t &command, std::string_view option, std::string &out, std::string meaning,
                           std::string form);
 /** The option of a field that is read into `record`. */
@@ -125,7 +125,7 @@ option_spec_t &milliseconds_field(command_spec_t &command, const char *option, n
         record_field(option, nullptr, record_kind_t::number, 0, sizeof out, meaning).within(min, max).in_milliseconds(),
         &out);
 }
-/** A time of a second to a day, in seconds. */
+/** A time of 1 s to 1 day, in seconds. */
 inline option_spec_t &duration_field(command_spec_t &command, const char *option, uint64_t &out_s,
                                      const char *meaning) {
     return add_field(
@@ -141,7 +141,7 @@ inline option_spec_t &protocol_field(command_spec_t &command, const char *option
                          .named(wire_protocol_names),
                      &out);
 }
-/** An address of either family. */
+/** An IPv4 or IPv6 address. */
 inline option_spec_t &address_field(command_spec_t &command, const char *option, fwx_nat64_addr_t &out,
                                     const char *meaning) {
     return add_field(command, record_field(option, nullptr, record_kind_t::address, 0, sizeof out, meaning), &out);
@@ -150,7 +150,7 @@ inline option_spec_t &ipv4_field(command_spec_t &command, const char *option, fw
                                  const char *meaning) {
     return add_field(command, record_field(option, nullptr, record_kind_t::ipv4, 0, sizeof out, meaning), &out);
 }
-/** Exactly `bytes` bytes as hexadecimal digits. */
+/** Exactly `bytes` bytes, as hexadecimal digits. */
 inline option_spec_t &hex_field(command_spec_t &command, const char *option, uint8_t *out, size_t bytes,
                                 const char *meaning) {
     return add_field(command, record_field(option, nullptr, record_kind_t::bytes, 0, bytes, meaning), out);

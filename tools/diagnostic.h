@@ -1,10 +1,10 @@
-/* Diagnostics of the library, for those who show them. */
+/* Formats the library's diagnostics for natctl and nat64d, which show them. */
 #ifndef TOOLS_DIAGNOSTIC_H
 #define TOOLS_DIAGNOSTIC_H
 
 #include <string>
 
-/** One line of a diagnostic: the library begins them with line feeds, and some have more inside. */
+/** Makes one line of a diagnostic, because the library's diagnostics begin with line feeds and may contain more. */
 inline std::string diagnostic_line(const char *text) {
     std::string line;
     for (; *text != '\0'; ++text) {

@@ -1,4 +1,5 @@
-/* The library draws the epoch of each binding, by which late replies are told, with random(). */
+/* Seeds random(), with which the library draws the epoch of each binding. The epoch tells late replies to an earlier
+ * binding from replies to this one. */
 #ifndef TOOLS_SEED_H
 #define TOOLS_SEED_H
 

@@ -1,3 +1,4 @@
+/* Implements server_runner.h. A state that could not be saved is saved again every second until that succeeds. */
 #include "tools/server_runner.h"
 
 #include "fwx_host/errors.h"
@@ -7,7 +8,7 @@
 
 namespace {
 
-constexpr uint64_t retry_delay_ms = 1000; /* between tries to save the state */
+constexpr uint64_t retry_delay_ms = 1000; /* between attempts to save the state */
 
 }  // namespace
 

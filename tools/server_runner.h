@@ -1,4 +1,10 @@
-/* A server as a process: its loop, its signals, its log, and the configuration that it keeps. */
+/*
+ * Runs a server as a process: its loop, signals, log and state file. `natctl serve` and nat64-gateway use it.
+ *
+ *     error = runner.load(state_file);   restores the saved configuration
+ *     error = runner.listen(name);       accepts clients
+ *     error = runner.run();              serves until SIGINT or SIGTERM
+ */
 #ifndef TOOLS_SERVER_RUNNER_H
 #define TOOLS_SERVER_RUNNER_H
 
@@ -18,7 +24,7 @@ inline host_loop_t make_host_loop() {
     return {fwx_host_loop_create(), fwx_host_loop_destroy};
 }
 
-/** Lines on standard error that begin with the program's name. */
+/** Writes lines to standard error, each prefixed with the program's name. */
 class server_log_t {
 public:
     explicit server_log_t(std::string program);
@@ -34,16 +40,16 @@ private:
 
 class server_runner_t {
 public:
-    /** The server is of this loop; all three outlive the runner. */
+    /** `server` belongs to `loop`. All three must outlive the runner. */
     server_runner_t(fwx_host_loop_t *loop, server_log_t &log, nat64_server_t &server)
         : loop_(loop), log_(log), server_(server) {}
 
-    /** Restores what `state_file` keeps, if that is not empty. Returns why that failed, empty when it did not. */
+    /** Restores the configuration from `state_file`, unless that is empty. Returns an error text, empty on success. */
     std::string load(const std::string &state_file);
-    /** Lets clients of other processes in. Returns as load. */
+    /** Accepts clients from other processes. Returns an error text, empty on success. */
     std::string listen(const std::string &name);
-    /** Serves until a signal, and calls `turn_ended` after each turn of the loop. Returns why the state could not be
-     * saved, empty when it was. */
+    /** Serves until SIGINT or SIGTERM, and calls `turn_ended` after each turn of the loop. Returns why the state could
+     * not be saved, empty if it was. */
     std::string run(const std::function<void()> &turn_ended = {});
 
 private:

@@ -1,4 +1,4 @@
-/* Signals as something to read. */
+/* Signals as a readable descriptor, for an event loop. */
 #ifndef TOOLS_SIGNALS_H
 #define TOOLS_SIGNALS_H
 
@@ -8,8 +8,8 @@
 #include <csignal>
 #include <initializer_list>
 
-/** Blocks signals while it lives, and has a descriptor that is readable when one of them has come. Those that nobody
- * has taken by its end are dropped. */
+/** Blocks signals during its lifetime. Its descriptor is readable when one of them is pending. The destructor drops
+ * pending signals. */
 class signals_t {
 public:
     signals_t(std::initializer_list<int> numbers) {
@@ -30,9 +30,9 @@ public:
     signals_t(const signals_t &) = delete;
     signals_t &operator=(const signals_t &) = delete;
 
-    /** -1 when no descriptor was left. */
+    /** -1 if the process had no descriptor left. */
     int fd() const { return fd_; }
-    /** The next signal that has come, or 0. */
+    /** Takes the next pending signal; 0 if there is none. */
     int take() const {
         signalfd_siginfo taken{};
         return read(fd_, &taken, sizeof taken) == sizeof taken ? static_cast<int>(taken.ssi_signo) : 0;

@@ -1,3 +1,5 @@
+/* Implements state_file.h: passes lines between the server, state_lines_t and the journal, and reports a failure to
+ * save once, when it begins and when it ends. */
 #include "tools/state_file.h"
 
 #include <utility>
@@ -7,7 +9,7 @@
 
 namespace {
 
-/* Lines of the older format are lines of this one. */
+/* Every line of the older format is valid in this one. */
 constexpr const char *format = "natctl server state 3";
 constexpr const char *older_format = "natctl server state 2";
 
@@ -60,7 +62,7 @@ std::string state_file_t::commit() {
     return error;
 }
 
-/** Notes what has changed since it was called last. */
+/** Reports the error and the warning if they differ from those of the last call. */
 void state_file_t::tell(const std::string &error) {
     const bool is_news = error.empty() != error_.empty();
     if (is_news) note_(error.empty() ? "the state is saved again" : "changes cannot be saved: " + error);

@@ -1,4 +1,4 @@
-/* A server's configuration in a journal, by the lines of state_lines.h. */
+/* Stores a server's configuration in a journal (state/journal.h), as the lines of state_lines.h. */
 #ifndef TOOLS_STATE_FILE_H
 #define TOOLS_STATE_FILE_H
 
@@ -14,20 +14,20 @@ class state_file_t {
 public:
     using note_fn_t = std::function<void(const std::string &)>;
 
-    /** `program` is named as the holder of the file's lock. `note` hears when changes cannot be kept, and when they can
-     * again. The server must outlive the file. */
+    /** `program` is the name of the lock's holder. `note` gets a text when changes can no longer be saved, and when
+     * they can again. The server must outlive this object. */
     state_file_t(std::string path, std::string program, nat64_server_t &server, note_fn_t note);
     ~state_file_t() { server_.journal_set({}); }
     state_file_t(const state_file_t &) = delete;
     state_file_t &operator=(const state_file_t &) = delete;
 
-    /** Takes the file's lock, sets the server up, and keeps what changes in it from then on. A state that can be read
-     * and not saved is noted; changes are then refused until it can be. Returns what went wrong otherwise, with the
-     * file's name; the server may then hold a part of the configuration. */
+    /** Takes the file's lock, restores the server's configuration, and saves its changes from then on. If the state can
+     * be read but not saved, `note` gets the error, and the server refuses changes until saving works. Returns any
+     * other error, with the file's name; the server may then hold a part of the configuration. */
     std::string open();
-    /** Whether changes that could not be kept have to be tried again. */
+    /** True if saving failed and must be retried. */
     bool is_unsaved() const { return journal_.is_unsaved(); }
-    /** Returns why what has changed is not in the file, with its name; empty when it is. */
+    /** Saves the changes so far. Returns an error text with the file's name, empty on success. */
     std::string commit();
 
 private:
@@ -40,8 +40,8 @@ private:
     state_lines_t lines_;
     lock_t lock_;
     journal_t journal_;
-    std::string error_;   /* of the last commit */
-    std::string warning_; /* the same */
+    std::string error_;   /* of the last commit; empty: none */
+    std::string warning_; /* likewise */
 };
 
 #endif

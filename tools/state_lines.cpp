@@ -1,3 +1,5 @@
+/* Implements state_lines.h. A command line is written only if reading it gives back the same payload; otherwise the
+ * payload is written as digits, so no byte is lost. */
 #include "tools/state_lines.h"
 
 #include <algorithm>
@@ -27,13 +29,13 @@ void state_lines_t::write(uint32_t op_code, const void *payload, size_t size, co
     fwx_nat64_intf_payload_t interface {};
     if (is_interface) std::memcpy(&interface, bytes, sizeof interface);
     if (interface.nvi != 1 || interface.enable != 1) return write(line_of(op_code, bytes, size));
-    interface.nvi = 0; /* a virtual one is made by two commands */
+    interface.nvi = 0; /* two commands make a virtual interface */
     write(line_of(op_code, reinterpret_cast<const uint8_t *>(&interface), size));
     const record_family_t &family = record_family_of(family_kind_t::nvi);
     write(command_line(family, FWX_NAT64_OP_ADD, &interface.ifh));
 }
 
-/** A line that says all of it. */
+/** A line from which the whole payload can be read back. */
 std::string state_lines_t::line_of(uint32_t op_code, const uint8_t *payload, size_t size) {
     const auto [family, row] = record_kept_as(op_code, payload, size);
     if (row == nullptr) return digits_line(op_code, payload, size);
@@ -65,7 +67,7 @@ std::string state_lines_t::read_digits(std::string_view line) {
                          parse_hex(digits, payload_.data(), payload_.size());
     if (!is_read) return "must be a command, or an op code and its payload";
     op_code_ = static_cast<uint32_t>(op_code);
-    /* Older states have a rule's index and identifiers alone. */
+    /* Older states hold only a rule's index and identifiers. */
     constexpr size_t without_prefixes = 3 * sizeof(uint32_t);
     if (is_rule(op_code_) && payload_.size() == without_prefixes) payload_.resize(sizeof(kept_rule_t));
     return "";

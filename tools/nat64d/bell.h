@@ -1,4 +1,4 @@
-/* Waiting that others can cut short. */
+/* A wait with a timeout that another part of the program can end early. */
 #ifndef TOOLS_NAT64D_BELL_H
 #define TOOLS_NAT64D_BELL_H
 
@@ -7,7 +7,7 @@
 
 #include "fwx_host/loop.h"
 
-/** One coroutine waits at a time. */
+/** At most one coroutine waits at a time. */
 class bell_t {
 public:
     explicit bell_t(fwx_host_loop_t *loop) : loop_(loop) {}
@@ -15,12 +15,12 @@ public:
     bell_t(const bell_t &) = delete;
     bell_t &operator=(const bell_t &) = delete;
 
-    /** Ends the wait, from the loop; or the next one, if nobody waits now. */
+    /** Ends the current wait, from the loop. If nothing waits, the next wait ends at once. */
     void ring() {
         is_rung_ = true;
         if (waiting_) set_timer(0);
     }
-    /** Awaits a ring, or that so much time is over. */
+    /** Waits for a ring, for at most `delay_ms`. */
     auto wait(uint64_t delay_ms) {
         struct awaiter_t {
             bell_t *bell;

@@ -1,3 +1,4 @@
+/* Implements command_meter.h. A command is matched with its reply by the context that the server echoes. */
 #include "tools/nat64d/command_meter.h"
 
 #include <algorithm>
@@ -73,7 +74,7 @@ void command_meter_t::tapped(void *arg, fwx_host_direction_t direction, const vo
     direction == FWX_HOST_SENT ? self.sent(msg, size) : self.received(msg, size);
 }
 
-/** Configuration alone: what is asked for goes on by itself, and says nothing of what the server holds. */
+/** Counts only configuration commands, because queries do not change what the server holds. */
 void command_meter_t::sent(const void *msg, size_t size) {
     fwx_nat64_msg_hdr_t hdr{};
     if (size < sizeof hdr) return;

@@ -1,3 +1,7 @@
+/*
+ * Implements control.h. The number of clients is bounded. Silent clients make room for new ones; a client whose request
+ * is in progress stays.
+ */
 #include "tools/nat64d/control.h"
 
 #include <sys/socket.h>
@@ -15,7 +19,7 @@ constexpr size_t most_visitors = 16;
 
 void send_line(int fd, const std::string &line) {
     const std::string text = line + '\n';
-    /* An answer is small beside a socket's buffer, which is empty. */
+    /* Does not block, because the answer fits into the socket's empty buffer. */
     if (send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) errno = 0;
 }
 
@@ -45,10 +49,10 @@ void control_t::let_in(int fd) {
     if (!make_room()) return send_line(fd, R"({"error":"too many clients wait for an answer"})");
     if (!descriptor->is_watched()) return;
     visitors_[id].descriptor = std::move(descriptor);
-    hear(id); /* most have asked by now, and so are not in the way of others */
+    hear(id); /* most clients have sent their request by now, and so are not silent */
 }
 
-/** A visitor that says nothing makes room for another, the oldest first; one that waits for its answer stays. */
+/** Drops the oldest silent client if there are too many. A client that waits for its answer stays. */
 bool control_t::make_room() {
     if (visitors_.size() < most_visitors) return true;
     const auto silent =

@@ -1,4 +1,5 @@
-/* The control socket: a word comes in on a line, one line goes out, and the connection ends. */
+/* The control socket's server. A client sends one word on a line and gets one line as the answer. Then the connection
+ * ends. */
 #ifndef TOOLS_NAT64D_CONTROL_H
 #define TOOLS_NAT64D_CONTROL_H
 
@@ -12,7 +13,7 @@
 
 class control_t {
 public:
-    /** Sends the answer, at any time, once; it may outlive the control. */
+    /** Sends the answer, at any time, once. It may be called after the control_t has been destroyed. */
     using reply_fn_t = std::function<void(const std::string &line)>;
     using asked_fn_t = std::function<void(const std::string &word, reply_fn_t reply)>;
 
@@ -21,7 +22,7 @@ public:
     control_t(const control_t &) = delete;
     control_t &operator=(const control_t &) = delete;
 
-    /** Listens as the nat64d of that server. Returns what is wrong, empty when nothing is. To be called once. */
+    /** Listens as the nat64d of that server. Returns an error text, empty on success. Call it once. */
     std::string listen(const std::string &server);
 
 private:

@@ -1,3 +1,7 @@
+/*
+ * Implements daemon.h. Everything runs on one loop. Long work, such as reading a large document, runs in the
+ * background, so that the web pages, the heartbeat and the watchdog continue meanwhile.
+ */
 #include "tools/nat64d/daemon.h"
 
 #include <algorithm>
@@ -18,15 +22,15 @@
 
 namespace {
 
-constexpr uint64_t sync_timeout_ms = 1000; /* in which a server that stands still holds the loop up */
+constexpr uint64_t sync_timeout_ms = 1000; /* for so long may a stopped server block the loop */
 constexpr uint64_t watchdog_ms = 5000;
-constexpr size_t most_problems = 20; /* of a document that are logged */
+constexpr size_t most_problems = 20; /* of one document in the log */
 
 bool is_error(const problem_t &problem) {
     return problem.kind == problem_t::kind_t::error;
 }
 
-/** The first errors of a document and how many there are; empty: there is none. */
+/** The first errors of a document and their number; empty: there is none. */
 std::string errors_text(const problems_t &problems) {
     constexpr size_t most_named = 3;
     const auto count = static_cast<size_t>(std::count_if(problems.begin(), problems.end(), is_error));
@@ -40,8 +44,8 @@ std::string errors_text(const problems_t &problems) {
     return text;
 }
 
-/** Takes a diagnostic of the library if it is one of the debug level. Those that are always there are not logged: of a
- * server that is away there is one for every look. */
+/** Logs a diagnostic of the library that depends on the debug level. The unconditional ones are not logged, because a
+ * server that is away causes one a second. */
 void debug_written(void *, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
     if (channel != FWX_HOST_DEBUG_LEVEL) return;
     log_event(level == 1 ? log_level_t::error : log_level_t::info, "library", {{"text", diagnostic_line(text)}});
@@ -81,7 +85,7 @@ std::string daemon_t::open() {
     return "";
 }
 
-/** The loop turns, however long a look may take. */
+/** Runs on the loop, so the watchdog is kept up as long as the loop turns, however long the supervisor's work takes. */
 void daemon_t::keep_watchdog(void *self) {
     tell_service_manager("WATCHDOG=1");
     fwx_host_timer_add(static_cast<daemon_t *>(self)->loop_, watchdog_ms, keep_watchdog, self);
@@ -106,7 +110,7 @@ std::string daemon_t::open_source() {
     return options_.config.empty() ? open_store() : open_file();
 }
 
-/** A first document with a fault ends the daemon, unless it has one that it can stay with. */
+/** An error in the first document ends the daemon, unless a document is in force from before. */
 std::string daemon_t::open_file() {
     watch_.emplace(loop_, options_.config, [this] { load(); });
     if (!watch_->is_watching()) log_event(log_level_t::warning, "unwatched", {{"file", options_.config}});
@@ -117,7 +121,7 @@ std::string daemon_t::open_file() {
     return supervisor_.has_document() ? "" : supervisor_.status().refused_reason;
 }
 
-/** One that the store has is waited for. */
+/** Does not wait for the document; the follower offers it when it arrives. */
 std::string daemon_t::open_store() {
     store_t store;
     std::string error = read_store(options_.store, store);
@@ -157,10 +161,10 @@ void daemon_t::loaded() {
     }
 }
 
-/** Offers what a text says, if it is a document without an error. */
+/** Offers the document of a text to the supervisor if it has no error. */
 nat64::task<taken_t> daemon_t::take(const std::string &text, std::string name) {
     problems_t problems;
-    /* Two hundred thousand items take longer than whoever asks for metrics should wait. */
+    /* In the background, because 200,000 items take longer than a scrape should wait. */
     offer_t offer = co_await in_background(loop_, [&] {
         document_t document = load_document(text, problems);
         const bool is_good = std::none_of(problems.begin(), problems.end(), is_error);
@@ -211,7 +215,7 @@ void daemon_t::changed() {
     said_ = text;
 }
 
-/** A store that is away is no reason to take a gateway out of service: it has what it had. */
+/** Healthy even if the store is away, because the gateway still holds its document. */
 web_t::page_t daemon_t::health() const {
     const daemon_status_t &status = supervisor_.status();
     const bool is_unconfirmed = store_ && !store_->status().is_up;

@@ -1,4 +1,7 @@
-/* nat64d as a whole: the supervisor, the document's file, signals, and those who ask. */
+/*
+ * nat64d as a whole. It connects the parts: the source of the document (a file or a store), the supervisor, signals,
+ * the control socket, the web pages and systemd.
+ */
 #ifndef TOOLS_NAT64D_DAEMON_H
 #define TOOLS_NAT64D_DAEMON_H
 
@@ -23,9 +26,9 @@ public:
     daemon_t(const daemon_t &) = delete;
     daemon_t &operator=(const daemon_t &) = delete;
 
-    /** Opens everything; returns what is wrong, empty when nothing is. */
+    /** Opens everything. Returns an error text, empty on success. */
     std::string open();
-    /** Works until SIGTERM or SIGINT. */
+    /** Runs until SIGTERM or SIGINT. */
     void run();
 
 private:
@@ -54,10 +57,10 @@ private:
     web_t web_;
     std::optional<file_watch_t> watch_;
     std::optional<store_link_t> store_;   /* null: the document comes from a file */
-    std::optional<nat64::task<>> scrape_; /* under way, or the last one */
+    std::optional<nat64::task<>> scrape_; /* in progress, or the last one */
     std::optional<nat64::task<>> load_;   /* likewise */
     std::vector<std::function<void()>> waiting_for_load_;
-    std::string said_; /* to systemd, last; empty: nothing yet */
+    std::string said_; /* the status that systemd got last; empty: none yet */
     bool is_ending_ = false;
 };
 

@@ -1,4 +1,4 @@
-/* The file that the document stands in, watched. */
+/* Watches the file of the document. */
 #ifndef TOOLS_NAT64D_DOCUMENT_FILE_H
 #define TOOLS_NAT64D_DOCUMENT_FILE_H
 
@@ -8,14 +8,14 @@
 #include "net/descriptor.h"
 
 /**
- * Calls `on_change` when a file of that name has been written and closed, has come or gone: its folder is watched,
- * since editors replace files. Symbolic links are followed once, at the start, and their folder is watched too.
+ * Calls `on_change` when a file of that name was closed after a write, appeared or disappeared. It watches the folder,
+ * because editors replace files. It follows symbolic links once, at the start, and watches the target's folder too.
  */
 class file_watch_t {
 public:
     file_watch_t(fwx_host_loop_t *loop, const std::string &path, std::function<void()> on_change);
 
-    /** Whether changes will be noticed. */
+    /** False if changes will not be noticed. */
     bool is_watching() const { return is_watching_; }
 
 private:
@@ -23,7 +23,7 @@ private:
 
     std::function<void()> on_change_;
     watched_descriptor_t inotify_;
-    std::string names_[2]; /* of the file as it was given, and as links lead to it */
+    std::string names_[2]; /* of the file as given, and of the target of links */
     bool is_watching_ = false;
 };
 

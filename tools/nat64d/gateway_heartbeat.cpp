@@ -1,3 +1,4 @@
+/* Implements gateway_heartbeat.h: gets a lease, keeps it alive, and writes the state when it has changed. */
 #include "tools/nat64d/gateway_heartbeat.h"
 
 #include "fwx_host/loop.h"
@@ -35,7 +36,7 @@ nat64::task<> gateway_heartbeat_t::run() {
     }
 }
 
-/** Keeps the lease alive when that is due, and says what is new. */
+/** Sends a keep-alive if one is due, and the state if it has changed. */
 nat64::task<etcd_error_t> gateway_heartbeat_t::speak() {
     const uint64_t now_ms = fwx_host_clock_ms();
     if (lease_ != 0 && now_ms >= keep_at_ms_) {
@@ -61,7 +62,7 @@ nat64::task<etcd_error_t> gateway_heartbeat_t::speak() {
     txn.is_repeatable = true;
     const etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
     const bool may_be_lease = put.error.kind == etcd_error_t::kind_t::other;
-    if (may_be_lease) lease_ = 0; /* any other trouble is no reason to have etcd make one more */
+    if (may_be_lease) lease_ = 0; /* for errors of a known kind a new lease would not help */
     if (put.error) co_return put.error;
     said_ = std::move(saying);
     co_return {};

@@ -1,5 +1,5 @@
-/* Says in the store what this gateway holds and how it does, under a lease: when the lease ends, the gateway is gone.
- */
+/* Writes this gateway's state to the store under a lease, and keeps the lease alive. When the lease expires, the
+ * gateway counts as gone. */
 #ifndef TOOLS_NAT64D_GATEWAY_HEARTBEAT_H
 #define TOOLS_NAT64D_GATEWAY_HEARTBEAT_H
 
@@ -17,12 +17,12 @@ public:
     using state_fn_t = std::function<gateway_state_t()>;
     using asked_fn_t = std::function<void(const etcd_error_t &error)>;
 
-    /** `loop` and `etcd` must outlive it. `state` says what is to be said, without its time; `asked` hears what came of
-     * each request. */
+    /** `loop` and `etcd` must outlive it. `state` returns the state to write, without its time. `asked` is called with
+     * the result of each request. */
     gateway_heartbeat_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway, state_fn_t state, asked_fn_t asked);
 
     void start();
-    /** The state may be another one. */
+    /** Call it when the state may have changed. */
     void changed() { bell_.ring(); }
 
 private:
@@ -37,7 +37,7 @@ private:
     bell_t bell_;
     int64_t lease_ = 0;       /* 0: none */
     uint64_t keep_at_ms_ = 0; /* by the platform's clock */
-    std::string said_;        /* without its time; empty: nothing under this lease */
+    std::string said_;        /* the state written last, without its time; empty: none under this lease */
     std::optional<nat64::task<>> run_;
 };
 

@@ -1,3 +1,4 @@
+/* Implements kept_state.h. Each file is replaced as a whole, so a crash leaves the old or the new one. */
 #include "tools/nat64d/kept_state.h"
 
 #include <filesystem>
@@ -11,7 +12,7 @@
 
 namespace {
 
-/** The items of both documents; where both have one, that of the first. */
+/** The items of both documents. Where both have an item with the same key, the first one's counts. */
 document_t united(const document_t &first, const document_t &second) {
     std::vector<config_item_t> ignored;
     return keep_foreign({}, first, second, ignored);

@@ -1,12 +1,12 @@
 /*
- * What nat64d keeps on disk of its server, in a directory of that server: the document in force (`in-force`), one that
- * is on its way (`coming`), and versions (state/versions.h).
+ * nat64d's state on disk, in a directory for each server: the document in force (`in-force`), a document that is being
+ * applied (`coming`), and versions (state/versions.h).
  *
- * The items of the first two are nat64d's own: it deletes no others. A document is noted as coming before its first
- * command is sent, so whatever ends nat64d, the next one knows what it may have left on the server.
+ * nat64d owns the items of the first two and deletes no others. It writes `coming` before it sends the document's first
+ * command. So even after a crash, the next nat64d knows which items this one may have left on the server.
  *
- * Errors are texts that name the file; empty: there is none. Functions take as long as the disk; they may be called in
- * the background, one at a time.
+ * Errors are texts that name the file, empty on success. The functions block on the disk. They may run in the
+ * background, one at a time.
  */
 #ifndef TOOLS_NAT64D_KEPT_STATE_H
 #define TOOLS_NAT64D_KEPT_STATE_H
@@ -24,21 +24,22 @@ public:
     const std::string &directory() const { return versions_.directory(); }
     const versions_t &versions() const { return versions_; }
     /**
-     * Reads what there is.
-     * @param in_force gets the document that was in force last; without items: there was none.
-     * @param faults   gets what is wrong with documents, which then count for nothing.
+     * Reads the state.
+     * @param in_force receives the document that was in force last; no items: there was none.
+     * @param faults   receives the errors of unreadable documents, which are ignored.
      */
     std::string open(document_t &in_force, std::vector<std::string> &faults);
-    /** The items that are nat64d's own. */
+    /** The items that nat64d owns. */
     const document_t &owned() const { return owned_; }
 
-    /** A document is on its way to the server. */
+    /** Call it before the first command of a document is sent. */
     std::string note_coming(const document_t &document);
-    /** The server holds a document, and none is on its way: nothing else is nat64d's. `hash` is a name for it. */
+    /** Call it when the server holds a document and none is being applied: nat64d then owns only its items. `hash`
+     * names the document. */
     std::string note_in_force(const document_t &document, const std::string &hash);
-    /** The hash of the document that was noted as in force last; empty: none since `open`, or another one is coming. */
+    /** The hash that note_in_force got last; empty: none since `open`, or another document is being applied. */
     const std::string &in_force() const { return hash_; }
-    /** Adds a version of what the server holds, unless it is the newest already. */
+    /** Adds a version with the document that the server holds, unless the newest version has the same. */
     std::string add_version(version_t version, const document_t &held);
 
 private:

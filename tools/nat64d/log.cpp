@@ -11,7 +11,7 @@ namespace {
 
 struct level_t {
     const char *name;
-    const char *journal_prefix; /* from which systemd's journal takes the priority */
+    const char *journal_prefix; /* systemd's journal reads the priority from it */
 };
 constexpr level_t levels[] = {{"error", "<3>"}, {"warning", "<4>"}, {"info", "<6>"}};
 

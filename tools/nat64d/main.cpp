@@ -13,7 +13,7 @@ constexpr int failure_status = 2;
 
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); /* a file that may not grow is an error */
+    std::signal(SIGXFSZ, SIG_IGN); /* exceeding the file size limit is an error, not a signal */
     daemon_options_t options;
     const int status = read_options(argc, argv, options);
     if (status >= 0) return status;

@@ -1,3 +1,5 @@
+/* Implements metrics.h: collects families of metrics from the daemon's status, the command counts and a scrape of the
+ * server. While the server is away, the families that need the scrape have no values. */
 #include "tools/nat64d/metrics.h"
 
 #include <prometheus/metric_family.h>
@@ -13,7 +15,7 @@ using labels_t = std::vector<prometheus::ClientMetric::Label>;
 
 class families_t {
 public:
-    /** Begins a family, to which the values that follow belong. */
+    /** Begins a family; the values that follow belong to it. */
     families_t &gauge(const char *name, const char *help) { return begin(name, help, prometheus::MetricType::Gauge); }
     families_t &counter(const char *name, const char *help) {
         return begin(name, help, prometheus::MetricType::Counter);

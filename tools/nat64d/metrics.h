@@ -1,4 +1,5 @@
-/* The metrics, in Prometheus' text format. Their names and labels are an interface: docs/nat64d.md lists them. */
+/* The metrics in Prometheus' text format. Their names and labels are part of the interface: docs/nat64d.md lists them.
+ */
 #ifndef TOOLS_NAT64D_METRICS_H
 #define TOOLS_NAT64D_METRICS_H
 

@@ -9,16 +9,17 @@
 
 struct daemon_options_t {
     std::string server;
-    std::string config;                    /* file with the document; empty: it comes from a store */
-    store_options_t store;                 /* that it comes from, when there is no file */
-    std::string gateway;                   /* what the store knows this one by */
-    std::string listen = "127.0.0.1:9464"; /* for metrics; empty: nowhere */
-    std::string state;                     /* folder; empty: where running_t looks */
-    uint32_t series = 1000;                /* pools, and mappings, that have metrics of their own */
+    std::string config;                    /* file of the document; empty: it comes from a store */
+    store_options_t store;                 /* used if there is no file */
+    std::string gateway;                   /* this gateway's name in the store */
+    std::string listen = "127.0.0.1:9464"; /* address for metrics; empty: none */
+    std::string state;                     /* folder; empty: state_directory_of(server) */
+    uint32_t series = 1000;                /* most pools, and most mappings, with metrics of their own */
     uint32_t debug_level = 0;              /* of the library, 0 silent to 4 trace */
 };
 
-/** Reads the command line. Returns the exit status to end with at once, what had to be said is said then; -1: go on. */
+/** Reads the command line.
+ * @return -1 to continue; otherwise the exit status with which to end, after the help or the error was printed. */
 int read_options(int argc, const char *const *argv, daemon_options_t &options);
 
 #endif

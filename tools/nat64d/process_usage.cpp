@@ -35,7 +35,7 @@ process_usage_t process_usage() {
          !failed && at != std::filesystem::directory_iterator(); at.increment(failed)) {
         ++usage.open_fds;
     }
-    if (usage.open_fds != 0) --usage.open_fds; /* the one that looks */
+    if (usage.open_fds != 0) --usage.open_fds; /* the descriptor that this function uses */
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) usage.most_fds = limit.rlim_cur;
     return usage;

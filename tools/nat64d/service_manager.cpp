@@ -16,7 +16,7 @@ int tell_service_manager(const std::string &assignments) {
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
     path.copy(address.sun_path, path.size());
-    if (path[0] == '@') address.sun_path[0] = '\0'; /* in the abstract namespace */
+    if (path[0] == '@') address.sun_path[0] = '\0'; /* an abstract socket */
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return errno;
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());

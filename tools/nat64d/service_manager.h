@@ -1,11 +1,10 @@
-/* What systemd hears of a service of Type=notify. Without systemd nothing is said. */
+/* Notifications of a service of Type=notify to systemd. */
 #ifndef TOOLS_NAT64D_SERVICE_MANAGER_H
 #define TOOLS_NAT64D_SERVICE_MANAGER_H
 
 #include <string>
 
-/** Sends assignments, a line each: `READY=1\nSTATUS=in step`. Returns 0, also where nobody listens, or an errno value.
- */
+/** Sends assignments, a line each: `READY=1\nSTATUS=in step`. Returns 0, also without systemd, or an errno value. */
 int tell_service_manager(const std::string &assignments);
 
 #endif

@@ -1,4 +1,4 @@
-/* What nat64d says of itself, to whoever asks: the control socket, the metrics, systemd. */
+/* nat64d's status, which the control socket, the metrics and systemd show. */
 #ifndef TOOLS_NAT64D_STATUS_H
 #define TOOLS_NAT64D_STATUS_H
 
@@ -11,27 +11,27 @@
 struct daemon_status_t {
     std::string server;           /* its name */
     bool is_server_up = false;    /* it answers */
-    uint64_t boot_id = 0;         /* of the server as it answered last; 0: it never has */
-    std::string document;         /* in force, by the hash of what it says; empty: none */
-    uint64_t items = 0;           /* of it */
+    uint64_t boot_id = 0;         /* from the server's last answer; 0: it never answered */
+    std::string document;         /* hash of the document in force; empty: none */
+    uint64_t items = 0;           /* number of its items */
     std::string document_since;   /* when it came into force */
-    bool is_in_step = false;      /* the server holds what the document says */
-    std::string reason;           /* why it does not */
-    std::string since;            /* since when it does, or does not */
-    double since_s = 0;           /* the same, in seconds of the epoch */
-    std::string refused_document; /* that the file holds, and why it is not in force; empty: it is */
-    std::string refused_reason;
+    bool is_in_step = false;      /* the server is in sync with the document in force */
+    std::string reason;           /* why it is not */
+    std::string since;            /* time of the last change of is_in_step */
+    double since_s = 0;           /* the same, in seconds since the epoch */
+    std::string refused_document; /* hash of the latest document if it was refused; may be empty even then */
+    std::string refused_reason;   /* empty: the latest document was not refused */
     std::string refused_since;
-    std::vector<std::string> foreign; /* the first items that the server holds and nat64d has nothing to do with */
-    uint64_t foreign_count = 0;       /* all of them */
-    uint64_t reconnections = 0;       /* channels that were opened, after the first */
-    uint64_t restarts = 0;            /* of the server that were seen */
-    uint64_t replays = 0;             /* that went well */
-    uint64_t edits = 0;               /* that went well */
+    std::vector<std::string> foreign; /* the first items that others have added to the server */
+    uint64_t foreign_count = 0;       /* number of all such items */
+    uint64_t reconnections = 0;       /* channels opened after the first */
+    uint64_t restarts = 0;            /* of the server, as far as nat64d noticed them */
+    uint64_t replays = 0;             /* successful ones */
+    uint64_t edits = 0;               /* successful ones */
     uint64_t refusals = 0;            /* of documents */
 };
 
-/** One JSON object, on one line; `store` may be null. */
+/** The status as one line of JSON. `store` may be null. */
 std::string status_json(const daemon_status_t &status, const store_status_t *store);
 
 #endif

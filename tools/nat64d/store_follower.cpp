@@ -1,3 +1,7 @@
+/*
+ * Implements store_follower.h. `run` follows the store until an error, and retries with back-off. `asked` is driven by
+ * the heartbeat's requests. It notices a broken watch and asks the store to confirm the manifest.
+ */
 #include "tools/nat64d/store_follower.h"
 
 #include <algorithm>
@@ -15,30 +19,30 @@
 
 namespace {
 
-constexpr uint64_t first_pause_ms = 500; /* after a failure; twice as long each time */
+constexpr uint64_t first_pause_ms = 500; /* after a failure; doubles each time */
 constexpr uint64_t last_pause_ms = 5000;
-constexpr uint64_t steady_ms = 5000;  /* a watch that has lasted so long has not failed at once */
-constexpr uint32_t most_failures = 3; /* of others, until the watch is taken for dead */
-constexpr uint64_t check_ms = 15000;  /* between checks of what the watch has told */
+constexpr uint64_t steady_ms = 5000;  /* a watch that lasted so long resets the back-off */
+constexpr uint32_t most_failures = 3; /* of other requests before the watch counts as broken */
+constexpr uint64_t check_ms = 15000;  /* between confirmations of the watch */
 
 std::string name_of(const fleet_document_t &document) {
     return document.version == 0 ? "manifest" : "version " + std::to_string(document.version);
 }
 
-/** What a kept file says. */
+/** The first line of the file that stores the document. */
 struct kept_t {
     fleet_document_t document;
-    std::string hash; /* as the supervisor calls it; empty: the file does not say */
+    std::string hash; /* the supervisor's; empty: the file does not have it */
 };
 
-/** A kept file: a manifest of the document on a line, with the supervisor's hash, and its text. */
+/** The content of the file: a line with the document's manifest and the supervisor's hash, then the document's text. */
 std::string kept_text(const kept_t &kept, const std::string &text) {
     json_t line = json_t::parse(write_manifest({kept.document, std::nullopt, std::nullopt}, manifest_place_t::history));
     line["in_force"] = kept.hash;
     return line.dump() + '\n' + text;
 }
 
-/** Takes the text of a kept file apart; nothing when it is not what was written. */
+/** Parses the content of the file and leaves the document in `text`. Empty if the file is damaged. */
 std::optional<kept_t> take_kept(std::string &text) {
     const size_t end = text.find('\n');
     if (end == std::string::npos) return std::nullopt;
@@ -64,7 +68,8 @@ store_follower_t::store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::str
     status_.reason = "nothing has been asked yet";
 }
 
-/** The server may hold what a store said before a restart. What the store says now may be refused. */
+/** Finds out which version of the store is in force since before the restart, because the store may be away, or may
+ * have a version that the server refuses. */
 void store_follower_t::start(const std::string &hash) {
     std::string ignored;
     std::string text = read_file(kept_path_, ignored).value_or("");
@@ -111,7 +116,7 @@ void store_follower_t::lose(const std::string &reason) {
     status_.reason = reason;
 }
 
-/** Until something goes wrong. */
+/** Reads the manifest and watches it, until an error. */
 nat64::task<etcd_error_t> store_follower_t::follow() {
     watch_.emplace(etcd_, keys_);
     for (bool is_first = true;; is_first = false) {
@@ -119,7 +124,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
         const bool is_unreadable = read.error && read.value.mod_revision != 0;
         if (read.error && !is_unreadable) co_return read.error;
         told_revision_ = read.value.mod_revision;
-        if (is_first) confirm(); /* it was read, and not told by a watch */
+        if (is_first) confirm(); /* it was read from the store, not reported by a watch */
         etcd_error_t error;
         if (is_unreadable) refuse({}, read.error.text);
         is_bringing_ = true;
@@ -131,7 +136,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
     }
 }
 
-/** Fetches a document and hands it over, unless it has been. */
+/** Fetches a document and hands it over, unless it was the last one handed over. */
 nat64::task<etcd_error_t> store_follower_t::bring(fleet_document_t document) {
     const bool is_known =
         offered_ && offered_->document.version == document.version && offered_->document.hash == document.hash;
@@ -164,7 +169,7 @@ nat64::task<etcd_error_t> store_follower_t::bring(fleet_document_t document) {
     co_return {};
 }
 
-/** Begins with what was in force last. */
+/** Hands over the document on disk, because the store does not answer. */
 nat64::task<> store_follower_t::read_kept() {
     std::string ignored;
     std::optional<std::string> text = read_file(kept_path_, ignored);
@@ -206,7 +211,7 @@ void store_follower_t::refused(const std::string &hash, const std::string &reaso
     if (offered_ && offered_->hash == hash && !hash.empty()) note_refused(offered_->document, reason);
 }
 
-/** In the background, because the heartbeat cannot wait for a slow disk. */
+/** Writes the document to disk, in the background, because the heartbeat cannot wait for a slow disk. */
 nat64::task<> store_follower_t::keep(fleet_document_t document, std::string hash, std::string text) const {
     const std::string error = co_await in_background(loop_, [&] {
         return write_file(kept_path_, kept_text({document, hash}, text));
@@ -252,7 +257,7 @@ void store_follower_t::asked(const etcd_error_t &error) {
     check_->start();
 }
 
-/** Compares what the watch has told with what the store says. */
+/** Compares the revision that the watch reported with the store's. */
 nat64::task<> store_follower_t::check() {
     const etcd_result_t<int64_t> put = co_await etcd_.mod_revision_of(keys_.manifest());
     if (!is_watching_) co_return;

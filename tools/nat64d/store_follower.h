@@ -1,14 +1,14 @@
 /*
- * Follows the document that this gateway is to hold, in a store that many gateways share: reads it, watches for the
- * next, and begins anew when the store was away or has forgotten what the watch would need. Whatever is wrong with the
- * store, or with what stands there, changes nothing here.
+ * Follows this gateway's document in a store that many gateways share: reads it, watches for the next one, and starts
+ * over when the store was away or has compacted the history that the watch needs. Errors of the store or of its data
+ * change nothing on the server.
  *
- * A watch that is silent may be deaf: its member of the store hangs, or has lost the others. So the store is asked now
- * and then at which revision the manifest was put. Only an answer that equals what the watch has told confirms that
- * this gateway knows what it is to hold.
+ * A silent watch may be broken, because its member of the store hangs or is cut off from the others. The follower
+ * therefore asks the store at intervals for the revision at which the manifest was put. Only if the watch reported the
+ * same revision does the store confirm that this gateway has the right document.
  *
- * The last document that came into force is kept on disk. It is what a start without the store begins with, and chunks
- * that it has are not fetched again.
+ * The last document in force is stored on disk. A start without the store uses it, and its chunks are not fetched
+ * again.
  */
 #ifndef TOOLS_NAT64D_STORE_FOLLOWER_H
 #define TOOLS_NAT64D_STORE_FOLLOWER_H
@@ -23,46 +23,47 @@
 #include "fleet/manifest_watch.h"
 #include "tools/nat64d/store_status.h"
 
-/** What became of a text that was handed over. */
+/** The result of handing over a text. */
 struct taken_t {
-    std::string hash;   /* of what it says, as the supervisor calls it; empty: it is no document */
+    std::string hash;   /* the supervisor's hash of the document; empty: the text is not a document */
     std::string reason; /* why not */
 };
 
 class store_follower_t {
 public:
     struct handlers_t {
-        /** Takes a document's text, which outlives the task; `name` is for people. */
+        /** Takes a document's text, which outlives the task. `name` is for messages. */
         std::function<nat64::task<taken_t>(const std::string &text, std::string name)> take;
-        /** Hears of what can never be in force. */
+        /** Called for a document that can never come into force. */
         std::function<void(const std::string &name, const std::string &reason)> refuse;
-        /** Hears that a document has been handed over or refused, or that the store gives none now. */
+        /** Called when a document has been handed over or refused, or the store has none to give now. */
         std::function<void()> settled;
     };
 
-    /** `loop` and `etcd` must outlive it. `directory` is for the document that is kept. */
+    /** `loop` and `etcd` must outlive it. The last document in force is stored in `directory`. */
     store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string gateway, const std::string &directory,
                      handlers_t on);
 
-    /** `hash` is that of the document in force, as the supervisor calls it. */
+    /** Begins. `hash` is the supervisor's hash of the document in force. */
     void start(const std::string &hash);
-    /** Reads it again, and hands it over whatever it is. */
+    /** Reads the document again, and hands it over even if it is the same. */
     void reload();
-    /** The supervisor has that document in force. */
+    /** Call it when the supervisor has put that document in force. */
     void in_force(const std::string &hash);
-    /** It has refused one. */
+    /** Call it when the server has refused that document. */
     void refused(const std::string &hash, const std::string &reason);
-    /** Somebody else has asked the store for something, and this came of it. To be called every few seconds. */
+    /** Call it with the result of each other request to the store, every few seconds. The follower also does its checks
+     * here. */
     void asked(const etcd_error_t &error);
 
     const store_status_t &status() const { return status_; }
-    /** In force; its version is 0 when it is none of the store's. */
+    /** The document in force; its version is 0 if it is not from the store. */
     const fleet_document_t &held() const { return held_; }
 
 private:
     struct offer_t {
         fleet_document_t document;
-        std::string hash; /* as the supervisor calls it */
+        std::string hash; /* the supervisor's */
         std::string text; /* empty: it is on disk */
     };
 
@@ -86,18 +87,18 @@ private:
     const std::string gateway_;
     const std::string kept_path_;
     const handlers_t on_;
-    std::map<std::string, std::string> fetched_; /* chunks of a document that is not whole yet, by their hashes */
-    std::optional<offer_t> offered_;             /* handed over last, whatever became of it */
+    std::map<std::string, std::string> fetched_; /* chunks of an incomplete document, by hash */
+    std::optional<offer_t> offered_;             /* the last one handed over, accepted or not */
     fleet_document_t held_;
     store_status_t status_;
     bool must_hand_over_ = false;
-    bool is_watching_ = false;  /* the store tells of the next document */
-    bool is_bringing_ = false;  /* a document is fetched or handed over; the watch is not read meanwhile */
-    uint32_t failures_ = 0;     /* of others' requests, one behind the other */
-    int64_t told_revision_ = 0; /* of the manifest that the watch told of last; 0: there is none */
+    bool is_watching_ = false;  /* the watch is open */
+    bool is_bringing_ = false;  /* a document is being fetched or handed over; the watch is not read meanwhile */
+    uint32_t failures_ = 0;     /* consecutive ones of other requests */
+    int64_t told_revision_ = 0; /* of the last manifest that the watch reported; 0: none */
     uint64_t check_at_ms_ = 0;  /* by the platform's clock */
     std::optional<manifest_watch_t> watch_;
-    std::optional<nat64::task<>> check_; /* on its way, or the last one */
+    std::optional<nat64::task<>> check_; /* in progress, or the last one */
     std::optional<nat64::task<>> keep_;  /* likewise */
     std::optional<nat64::task<>> run_;
 };

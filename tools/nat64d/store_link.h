@@ -1,4 +1,4 @@
-/* What nat64d is to a store: one that follows its document, and says how it does. */
+/* nat64d's connection to a store: the follower of its document, and the heartbeat that reports this gateway's state. */
 #ifndef TOOLS_NAT64D_STORE_LINK_H
 #define TOOLS_NAT64D_STORE_LINK_H
 
@@ -15,7 +15,7 @@ public:
     void start();
     /** Reads the password and the document again. */
     void reload();
-    /** The daemon's status may be another one. */
+    /** Call it when the daemon's status may have changed. */
     void changed();
     const store_status_t &status() const { return follower_.status(); }
 

@@ -1,3 +1,8 @@
+/*
+ * Implements supervisor.h. `run` looks at the server in a loop. Each look asks for the server's identity and its count
+ * of changes. If both are as expected and nothing is to be done, the look ends there. Otherwise `keep` reads the server
+ * if necessary, applies the document in force, and then the offered one.
+ */
 #include "tools/nat64d/supervisor.h"
 
 #include <algorithm>
@@ -15,12 +20,12 @@
 
 namespace {
 
-constexpr uint64_t look_ms = 1000;       /* between looks at a server that is there */
-constexpr uint64_t absent_look_ms = 200; /* and at one that is not */
+constexpr uint64_t look_ms = 1000;       /* between looks at a server that answers */
+constexpr uint64_t absent_look_ms = 200; /* and at one that does not */
 constexpr auto look_deadline = std::chrono::seconds(1);
 constexpr auto command_deadline = std::chrono::seconds(5);
 constexpr auto lock_patience = std::chrono::seconds(5);
-constexpr uint64_t first_pause_ms = 1000; /* after a document in force was refused; twice as long each time */
+constexpr uint64_t first_pause_ms = 1000; /* after a refusal of the document in force; doubles each time */
 constexpr uint64_t last_pause_ms = 60000;
 
 std::string text_of(const plan_command_t &command) {
@@ -191,7 +196,7 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
     if (is_held && offered_) co_await edit();
     const bool is_replaced = !is_held && !trouble_.empty() && offered_;
     if (!is_replaced) co_return;
-    put_in_force(*std::exchange(offered_, std::nullopt)); /* the server refuses the one before */
+    put_in_force(*std::exchange(offered_, std::nullopt)); /* because the server refuses the previous one */
     retry_at_ms_ = 0;
     bell_.ring();
 }
@@ -214,8 +219,8 @@ nat64::task<bool> supervisor_t::read_server() {
     co_return true;
 }
 
-/** Carries out what leads from what the server holds to the document; false: it does not hold it, and why is noted.
- * Without `may_change` nothing is carried out: then it is told what others have changed. */
+/** Sends the commands that lead from the server's state to the document. Without `may_change` it sends none, and only
+ * reports the drift. Returns false if the server does not hold the document; the status then has the reason. */
 nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
     const document_t before = reconciler_->held();
     std::vector<config_item_t> foreign;
@@ -262,7 +267,7 @@ nat64::task<> supervisor_t::keep_in_force(const offer_t &offer) {
     if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
 }
 
-/** Adds what the server holds as a version; says why it could not. */
+/** Adds the server's state as a version. Returns an error text, empty on success. */
 nat64::task<std::string> supervisor_t::keep_version(std::string what, size_t commands) {
     version_t version;
     version.what = std::move(what);
@@ -296,7 +301,7 @@ nat64::task<> supervisor_t::edit() {
     } else if (!trouble_.empty()) {
         refuse(offer.hash, trouble_);
     } else if (!offered_) {
-        offered_ = std::move(offer); /* it was not refused; the server is away */
+        offered_ = std::move(offer); /* try again: the server is away and refused nothing */
     }
 }
 
@@ -356,7 +361,7 @@ void supervisor_t::fall_out(const std::string &reason) {
 }
 
 void supervisor_t::lose(const std::string &reason) {
-    has_drifted_ = false; /* it is told again when the server is back */
+    has_drifted_ = false; /* report the drift again when the server is back */
     status_.is_server_up = false;
     was_connected_ = false;
     fall_out("the server " + status_.server + " does not answer: " + reason);

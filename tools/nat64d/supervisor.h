@@ -1,11 +1,11 @@
 /*
- * Keeps a server in the state that a document says: over restarts of the server, lost channels, and documents that
- * change. It looks at the server every second, and at once when something happens.
+ * Keeps a server in sync with a document, over restarts of the server, lost channels, and changes of the document. It
+ * looks at the server every second, and at once after an event.
  *
- * There is the document in force, and perhaps one that is offered. One that the server refuses is taken back, and the
- * one in force stays. The server is the truth (reconcile/reconciler.h): after its restart, or when its count of changes
- * is not the expected one, it is read again. What others have changed of the document is told, and put right when that
- * is asked for. What others have added is listed and left alone.
+ * One document is in force, and another may be offered. If the server refuses the offered one, its changes are undone
+ * and the one in force stays. The actual state is read from the server (reconcile/reconciler.h): after its restart, and
+ * when its count of changes is not the expected one. If others have changed items of the document, the supervisor
+ * reports the drift and repairs it only on request. Items that others have added are listed and left alone.
  */
 #ifndef TOOLS_NAT64D_SUPERVISOR_H
 #define TOOLS_NAT64D_SUPERVISOR_H
@@ -28,33 +28,33 @@ namespace nat64 = fwx::nat64;
 /** A document that can be put in force. */
 struct offer_t {
     document_t document;
-    std::string hash; /* of what it says */
+    std::string hash; /* of its canonical text */
 };
 /** Makes an offer of a settled document. */
 offer_t make_offer(document_t document);
 
 class supervisor_t {
 public:
-    /** `changed` is called when a look has ended: the status may be another one. */
+    /** `changed` is called after each look, because the status may have changed. */
     supervisor_t(fwx_host_loop_t *loop, const std::string &server, std::string directory,
                  std::function<void()> changed);
     ~supervisor_t();
     supervisor_t(const supervisor_t &) = delete;
     supervisor_t &operator=(const supervisor_t &) = delete;
 
-    /** Takes the lock of the server and reads the document that was in force last, which is in force until something is
-     * offered; returns what is wrong, empty when nothing is. */
+    /** Takes the lock of the server and reads the document that was in force last. It is in force until another one is
+     * offered. Returns an error text, empty on success. */
     std::string open();
-    /** Begins to look. */
+    /** Begins to look at the server. */
     void start();
 
-    /** Puts a document in force as soon as that can be. */
+    /** Puts a document in force as soon as possible. */
     void offer(offer_t offered);
-    /** There is one, of which no use can be made: the one in force stays. */
+    /** Notes that the latest document cannot be used. The one in force stays. */
     void refuse(const std::string &hash, const std::string &reason);
-    /** Reads the server, and brings it to the document in force. */
+    /** Reads the server, and brings it in sync with the document in force. */
     void replay();
-    /** Calls `done` when a look has ended that begins after this. */
+    /** Calls `done` at the end of a look that begins after this call. */
     void when_looked(std::function<void()> done) { waiting_.push_back(std::move(done)), bell_.ring(); }
 
     bool has_document() const { return wanted_.has_value() || offered_.has_value(); }
@@ -95,16 +95,16 @@ private:
     std::optional<reconciler_t> reconciler_; /* with the client */
 
     std::optional<offer_t> wanted_;  /* in force */
-    std::optional<offer_t> offered_; /* not looked at yet */
-    bool must_bring_ = true;         /* the server may lack the document in force, and is to get it */
-    bool is_replay_ = false;         /* because it has restarted, or because somebody asked */
-    bool is_editing_ = false;        /* something else than what is in force is on its way */
+    std::optional<offer_t> offered_; /* not tried yet */
+    bool must_bring_ = true;         /* the server may be out of sync with the document in force; sync it */
+    bool is_replay_ = false;         /* after a restart of the server, or on request */
+    bool is_editing_ = false;        /* an offered document is being applied */
     bool was_connected_ = false;
-    bool has_drifted_ = false;      /* others have changed what the document says, and that has been told */
-    bool is_first_in_force_ = true; /* nothing has been brought to the server yet */
-    std::string trouble_;           /* what the server refused of the last plan; empty: nothing */
-    uint64_t retry_at_ms_ = 0;      /* by the platform's clock; after a refusal of what is in force */
-    uint64_t pause_ms_ = 0;         /* until then */
+    bool has_drifted_ = false;      /* others have changed items of the document, and that has been reported */
+    bool is_first_in_force_ = true; /* no document has been applied to the server yet */
+    std::string trouble_;           /* the refusal of the last plan; empty: none */
+    uint64_t retry_at_ms_ = 0;      /* by the platform's clock, after a refusal of the document in force */
+    uint64_t pause_ms_ = 0;         /* the pause until then */
     daemon_status_t status_;
     std::vector<std::function<void()>> waiting_;
     std::optional<nat64::task<>> run_;

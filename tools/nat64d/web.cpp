@@ -1,3 +1,7 @@
+/*
+ * Implements web.h with libmicrohttpd. Its epoll descriptor is watched by the loop, and its time-outs are timers of the
+ * loop. Requests for /metrics are suspended until the page is made.
+ */
 #include "tools/nat64d/web.h"
 
 #include <arpa/inet.h>
@@ -15,7 +19,7 @@
 namespace {
 
 constexpr size_t most_visits = 32;
-constexpr unsigned connection_limit = 2 * most_visits; /* with those that are being served, and those that are ending */
+constexpr unsigned connection_limit = 2 * most_visits; /* including connections that are being served or are ending */
 constexpr uint64_t deadline_ms = 5000;
 constexpr uint64_t rest_ms = 100;
 
@@ -25,7 +29,7 @@ union address_t {
     sockaddr_in6 v6;
 };
 
-/** Whether the text is a loopback address and a port. */
+/** Parses a loopback address and a port. False if the text is not one. */
 bool read_address(const std::string &text, address_t &address) {
     fwx_nat64_addr_t place;
     uint16_t port = 0;
@@ -48,7 +52,7 @@ bool read_address(const std::string &text, address_t &address) {
 
 MHD_Result answer(MHD_Connection *connection, const web_t::page_t &page) {
     MHD_Response *response = MHD_create_response_from_buffer(page.text.size(), const_cast<char *>(page.text.data()),
-                                                             /* it is copied */ MHD_RESPMEM_MUST_COPY);
+                                                             /* copies the text */ MHD_RESPMEM_MUST_COPY);
     if (response == nullptr) return MHD_NO;
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain; version=0.0.4; charset=utf-8");
     const MHD_Result result = MHD_queue_response(connection, page.status, response);
@@ -61,7 +65,7 @@ MHD_Result answer(MHD_Connection *connection, const web_t::page_t &page) {
 web_t::~web_t() {
     if (daemon_ == nullptr) return;
     metrics_made("");
-    MHD_run(daemon_); /* it stops with nobody suspended */
+    MHD_run(daemon_); /* because it must not be stopped while connections are suspended */
     fwx_host_timer_cancel(loop_, late_timer_);
     if (timer_ != 0) fwx_host_timer_cancel(loop_, timer_);
     fwx_host_timer_cancel(loop_, rest_timer_);
@@ -106,7 +110,8 @@ void web_t::watch() {
     is_watched_ = fwx_host_loop_watch(loop_, fd(), wake, this) == 0;
 }
 
-/* A client for which there is no descriptor stays where it is, and would make the loop run for nothing. */
+/* Without a free descriptor a new client stays in the queue and would wake the loop again and again. So after a run
+ * without any connection, the watch pauses. */
 void web_t::run_for_event() {
     has_new_visit_ = false;
     const bool had_visits = !visits_.empty();
@@ -125,7 +130,7 @@ void web_t::run() {
     has_room_ = false;
     MHD_run(daemon_);
     MHD_UNSIGNED_LONG_LONG delay_ms = 0;
-    if (has_room_) { /* when there were too many before, the next is looked for in a run of its own */
+    if (has_room_) { /* there is room for a client again; it needs another run to be accepted */
         plan_run(0);
     } else if (MHD_get_timeout(daemon_, &delay_ms) == MHD_YES) {
         plan_run(delay_ms);
@@ -149,7 +154,7 @@ MHD_Result web_t::handle(void *arg, MHD_Connection *connection, const char *url,
         return MHD_YES;
     }
     auto &request = *static_cast<request_t *>(*place);
-    if (*body_size != 0) { /* nobody wants it */
+    if (*body_size != 0) { /* the body is ignored */
         *body_size = 0;
         return MHD_YES;
     }
@@ -168,7 +173,7 @@ web_t::page_t web_t::page_of(const std::string &url, const std::string &method) 
     return {MHD_HTTP_NOT_FOUND, "there are /metrics and /healthz\n"};
 }
 
-/** Who comes while the page is made gets the same one. */
+/** Clients that ask while the page is being made get the same page. */
 MHD_Result web_t::wait_for_metrics(request_t &request) {
     MHD_suspend_connection(request.connection);
     visit_of(request.connection).is_suspended = true;
@@ -206,7 +211,7 @@ void web_t::let_in(MHD_Connection *connection, void **place) {
     if (late_timer_ == 0) end_late();
 }
 
-/** Ends a connection; one that is ended already is passed over, and so is one that is served. */
+/** Closes a silent connection, if there is one. Skips those that are already closed and those being served. */
 void web_t::make_room() {
     const auto is_silent = [](const visit_t &visit) { return visit.fd >= 0 && !visit.is_served; };
     std::map<std::string, size_t> count;
@@ -221,7 +226,7 @@ void web_t::make_room() {
     if (most != nullptr) shutdown(std::exchange(most->fd, -1), SHUT_RDWR);
 }
 
-/** Ends the connections that have had their time, and plans the next look. */
+/** Closes connections whose deadline has expired, and schedules the next check. */
 void web_t::end_late() {
     const uint64_t now = fwx_host_clock_ms();
     uint64_t next_ms = deadline_ms;
@@ -242,7 +247,7 @@ void web_t::end_late() {
 }
 
 void web_t::completed(void *arg, MHD_Connection *connection, void **place, MHD_RequestTerminationCode) {
-    auto *request = static_cast<request_t *>(*place); /* null: it ended before it was handled */
+    auto *request = static_cast<request_t *>(*place); /* null: the connection ended before the request was handled */
     std::erase(static_cast<web_t *>(arg)->waiting_, request);
     visit_t &visit = visit_of(connection);
     visit.is_served = false;

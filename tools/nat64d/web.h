@@ -1,9 +1,9 @@
 /*
- * An HTTP server on the loop, for one page that takes time to make and one that says whether all is well.
+ * An HTTP server on the loop, for /metrics, which takes time to make, and /healthz.
  *
- * Any user of the machine may connect, so no client may be in the way of others: each has a deadline for its whole
- * request, and one for taking the answer. When there are too many connections, one that has no answer coming makes
- * room: the oldest of the address that has most.
+ * Any user of the machine may connect, so no client may block others. Each has a deadline for its whole request, and
+ * one for taking the answer. If there are too many connections, one that waits for no answer is closed: the oldest of
+ * the address with the most connections.
  */
 #ifndef TOOLS_NAT64D_WEB_H
 #define TOOLS_NAT64D_WEB_H
@@ -20,10 +20,10 @@
 class web_t {
 public:
     struct page_t {
-        unsigned status = 0; /* of HTTP; 0: it is not made yet */
+        unsigned status = 0; /* of HTTP; 0: the page is not made yet */
         std::string text;
     };
-    /** Starts making the page of /metrics; `web_t::metrics_made` follows, perhaps before it returns. */
+    /** Starts making the page /metrics. `web_t::metrics_made` must follow; it may be called before this returns. */
     using make_metrics_fn_t = std::function<void()>;
     using health_fn_t = std::function<page_t()>;
 
@@ -33,12 +33,12 @@ public:
     web_t(const web_t &) = delete;
     web_t &operator=(const web_t &) = delete;
 
-    /** Listens at `127.0.0.1:9464` or `[::1]:9464`, port 0 for any; returns what is wrong, empty when nothing is. Only
-     * loopback addresses are taken. To be called once. */
+    /** Listens at `127.0.0.1:9464` or `[::1]:9464`; port 0 means any. Only loopback addresses are accepted. Returns an
+     * error text, empty on success. Call it once. */
     std::string listen(const std::string &address);
-    /** Where it listens. */
+    /** The port at which it listens; 0: none. */
     uint16_t port() const;
-    /** Gives the page to everybody who waits for it. */
+    /** Sends the page to all clients that wait for it. */
     void metrics_made(const std::string &text);
 
 private:
@@ -50,8 +50,8 @@ private:
     struct visit_t {
         int fd;
         std::string address;
-        uint64_t since_ms;      /* when it was opened, its answer was ready, or its last answer was taken */
-        bool is_served = false; /* its request is whole */
+        uint64_t since_ms;      /* start of its current deadline: it opened, its answer was ready or was taken */
+        bool is_served = false; /* its request is complete */
         bool is_suspended = false;
     };
     using visits_t = std::list<visit_t>; /* the oldest first */
@@ -79,11 +79,11 @@ private:
     bool is_watched_ = false;
     uint64_t timer_ = 0;
     visits_t visits_;
-    bool has_new_visit_ = false;       /* in this run */
+    bool has_new_visit_ = false;       /* a client was accepted in this run */
     bool has_room_ = false;            /* a connection has ended in this run */
-    uint64_t rest_timer_ = 0;          /* not 0: without descriptors, until then */
-    uint64_t late_timer_ = 0;          /* of the next look for those that are too late */
-    std::vector<request_t *> waiting_; /* suspended, until the metrics are made */
+    uint64_t rest_timer_ = 0;          /* not 0: no descriptor is left, pause until then */
+    uint64_t late_timer_ = 0;          /* of the next check for expired deadlines */
+    std::vector<request_t *> waiting_; /* suspended until the metrics are made */
 };
 
 #endif
