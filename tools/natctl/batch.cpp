@@ -1,3 +1,7 @@
+/*
+ * Implements batch.h. With --pipeline, several commands are outstanding at a time. They are answered in order, and the
+ * first failure stops the batch only after the outstanding ones are finished.
+ */
 #include "tools/natctl/batch.h"
 
 #include <cerrno>
@@ -9,7 +13,7 @@
 
 namespace {
 
-constexpr size_t longest_line = size_t{1} << 20; /* also of lines that are joined to one */
+constexpr size_t longest_line = size_t{1} << 20; /* in bytes, also for joined lines */
 
 usage_error_t too_long(const usage_error_t &source) {
     return {source.command, source.text + ": a line is longer than " + std::to_string(longest_line) + " bytes"};
@@ -22,7 +26,7 @@ public:
         if (!is_shell_) interrupt_.emplace(pal.loop());
     }
 
-    /** Takes the next line that was read. */
+    /** Takes the next line of the input. */
     void read(std::string &text) {
         if (is_shell_) return take(text);
         const bool is_whole = joiner_.join(text);
@@ -55,7 +59,7 @@ public:
 
 private:
     void take(const std::string &text) {
-        /* Before more is started in vain. */
+        /* Checked first, because starting more commands without a server is useless. */
         const bool must_look = !is_shell_ && !started_.empty() && pal_.has_lost_server();
         if (must_look) finish_down_to(0);
         if (is_stopped()) {
@@ -76,7 +80,7 @@ private:
             end_change();
             output_.flush();
         } else if (started_.size() >= options_.pipeline) {
-            finish_down_to(options_.pipeline / 2); /* many at a time: one by one, each would wake both processes */
+            finish_down_to(options_.pipeline / 2); /* many at a time, because each wait may wake both processes */
         }
     }
 
@@ -131,13 +135,13 @@ private:
     output_t &output_;
     std::deque<pal_t::call_id_t> started_;
     line_joiner_t joiner_; /* of a file */
-    uint32_t line_ = 0;    /* in which the command begins */
+    uint32_t line_ = 0;    /* the line at which the command begins */
     size_t done_ = 0;
     size_t failed_ = 0;
     size_t not_run_ = 0;
     size_t unanswered_ = 0;
-    bool is_server_lost_ = false;          /* what is left is neither sent nor waited for */
-    std::optional<interrupt_t> interrupt_; /* the shell's own */
+    bool is_server_lost_ = false;          /* the remaining commands are neither sent nor waited for */
+    std::optional<interrupt_t> interrupt_; /* empty in the shell, which has its own */
     status_t first_failure_ = status_t::ok;
 };
 

@@ -1,4 +1,4 @@
-/* The classifier manager's notifications, as it would deliver them to the library. */
+/* `natctl dev cgm`: delivers notifications of the classifier manager to the library. */
 #include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/grammar.h"
 
@@ -10,7 +10,8 @@ struct notification_t {
     uint8_t data[sizeof(fwx_nat64_classifier_update_t::data)];
 };
 
-/** A synchronous notification has the server's verdict at once; an asynchronous one comes back with the context. */
+/** A synchronous notification returns the server's result at once. The result of an asynchronous one comes later, with
+ * the context. */
 uint32_t notify(call_t &call, uint32_t op, notification_t &notification) {
     call.awaited = notification.async;
     void *data = notification.data;

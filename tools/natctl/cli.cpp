@@ -1,3 +1,7 @@
+/*
+ * Implements cli.h: parses natctl's own options and runs one of its modes: a single command, batch, shell, serve,
+ * watch, top, daemon or completion. The grammar (grammar.h) has all commands that go to the library.
+ */
 #include "tools/natctl/cli.h"
 
 #include <unistd.h>
@@ -26,7 +30,7 @@
 
 namespace {
 
-/** Waits for standard input as long as nobody interrupts; false when somebody did. What was started goes out first. */
+/** Waits for standard input; false if an interrupt came first. Sends the started commands before it waits. */
 bool wait_for_line(std::istream &input, const pal_t &pal) {
     const bool must_wait = &input == &std::cin && input.rdbuf()->in_avail() <= 0;
     if (!must_wait) return true;
@@ -34,7 +38,9 @@ bool wait_for_line(std::istream &input, const pal_t &pal) {
     return interrupt_wait_for(STDIN_FILENO);
 }
 
-/** The format that the words ask for, known also when they make no valid command line. */
+/** The format that the words ask for. Works on invalid command lines too, because their errors are shown in that
+ * format.
+ */
 format_t format_of(const std::vector<std::string> &words) {
     struct name_t {
         const char *option;
@@ -51,7 +57,7 @@ option_spec_t &format_flag(command_spec_t &root, const char *option, const char 
     option_spec_t spec;
     spec.names = option;
     spec.meaning = meaning;
-    return root.add(std::move(spec)); /* format_of has looked for it */
+    return root.add(std::move(spec)); /* only for the help and for errors; format_of reads it */
 }
 
 void add_output_options(command_spec_t &root, options_t &options) {
@@ -92,7 +98,7 @@ outcome_t usage_outcome(const usage_error_t &error) {
     return outcome;
 }
 
-/** A command line as parsed: either a command or what comes line by line. */
+/** A parsed command line: a command of the grammar or one of natctl's own modes. */
 class command_line_t {
 public:
     command_line_t() : grammar_(root_) {
@@ -135,7 +141,7 @@ public:
         }
     }
 
-    /** Returns what is wrong with the words, or an outcome that is ok. */
+    /** Parses the words. Returns the error, or an outcome that is ok. */
     outcome_t parse(const std::vector<std::string> &words) {
         options.format = format_of(words);
         try {
@@ -160,7 +166,7 @@ public:
         }
         return {};
     }
-    /** Answers what may come next behind the words. */
+    /** Answers with the completions of the last word. */
     void complete(const std::vector<std::string> &words) {
         text.emplace();
         for (const std::string &word : completions(root_, words)) {
@@ -176,13 +182,13 @@ public:
     const std::string &daemon_verb() const { return daemon_verb_; }
     bool has_many() const { return !text.has_value() && (is_batch() || is_shell()); }
 
-    command_t command; /* as parsed; without a name when it is none of the grammar's */
+    command_t command; /* of the grammar; without a name if it is a mode of natctl */
     options_t options;
     serve_options_t serve;
     top_options_t top;
     std::string file;
-    std::optional<std::string> text; /* that is the whole answer */
-    bool is_terminal = false;        /* answers go to one, which is standard output */
+    std::optional<std::string> text; /* the whole answer, if parsing already gave it */
+    bool is_terminal = false;        /* answers go to standard output, which is a terminal */
 
 private:
     enum class mode_t : uint8_t { command, batch, shell, serve, watch, top, daemon };
@@ -223,7 +229,7 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     return run_batch(parser, line_source_t::file, next, line.options, pal, output);
 }
 
-/** A change of the embedded model, where the user may have meant one of the servers that run. */
+/** Notes that a change was made to the embedded model, because the user may have meant a running server. */
 void note_lost_change(const outcome_t &outcome, output_t &output) {
     if (servers_there().empty()) return;
     output.note("natctl: " + outcome.command + ": done by a server model of this natctl's own, which is gone now; " +
@@ -254,7 +260,7 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     outcome_t outcome = pal.finish(pal.start(line.command, 0));
     refuse_unkept(outcome, pal.end_change());
     status_t status = output.report(outcome);
-    if (!output.flush()) status = status_t::usage; /* at once: the end of a large table of rules takes a while */
+    if (!output.flush()) status = status_t::usage; /* now, because freeing a large table of rules takes a while */
     const bool is_lost = outcome.changes && pal.model() != nullptr && !line.options.quiet;
     if (is_lost) note_lost_change(outcome, output);
     return status == status_t::ok && outcome.differs ? status_t::refused : status;
@@ -265,7 +271,7 @@ status_t run_uncaptured(const command_line_t &line, std::istream &input, output_
     return line.is_serve() ? output.report(serve(line.serve, output)) : run_command(line, input, output);
 }
 
-/** As run_uncaptured, with the messages captured if the user wants them to be. */
+/** As run_uncaptured, with a capture of the messages if the user wants one. */
 status_t run_captured(const command_line_t &line, std::istream &input, output_t &output) {
     if (!line.options.capture.has_value()) return run_uncaptured(line, input, output);
     const std::string &file = *line.options.capture;
@@ -278,7 +284,7 @@ status_t run_captured(const command_line_t &line, std::istream &input, output_t 
     return status == status_t::ok ? status_t::usage : status;
 }
 
-/** Whether somebody looks at the notes of a batch but not at its answers. */
+/** True if a terminal shows the notes of a batch but not its answers. */
 bool is_progress_seen(const std::ostream &notes) {
     return &notes == &std::cerr && isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0;
 }

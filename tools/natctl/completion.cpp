@@ -1,3 +1,7 @@
+/*
+ * Implements completion.h. It walks through the table of commands with the words before the last one, and then collects
+ * the words that may follow. The shells' scripts call `natctl complete`.
+ */
 #include "tools/natctl/completion.h"
 
 #include <algorithm>
@@ -29,13 +33,13 @@ words_t server_names() {
     return names;
 }
 
-/** What is known of the values of an option, from their form. */
+/** The known values of an option, taken from its form. */
 words_t values_of(const option_spec_t &option) {
     const std::string &form = option.form;
     if (form == "FILE") return {completion_of_files};
     if (form == "SERVER") return server_names();
     if (form.find('|') != std::string::npos) return split(form, '|');
-    /* Names beside numbers, `1 to 7, or udp, icmp`; what has blanks is no name. */
+    /* The form has names beside numbers, as in `1 to 7, or udp, icmp`. A part with blanks is not a name. */
     words_t names;
     const size_t numbers = std::min(form.find(", or "), form.size());
     for (const std::string &name : split(form.substr(std::min(numbers + 5, form.size())), ',')) {
@@ -45,7 +49,7 @@ words_t values_of(const option_spec_t &option) {
     return names;
 }
 
-/** A command line up to the word that is begun. */
+/** The command line before the word that is being completed. */
 class begun_line_t {
 public:
     begun_line_t(const command_spec_t &root, const words_t &words) : path_{&root} {
@@ -99,7 +103,7 @@ private:
         if (!option->is_flag() && equals == std::string::npos) valued_ = option;
     }
 
-    /** The option of that name; those of the commands before may follow a command too. */
+    /** The option of that name, of this command or of those before it, whose options may follow too. */
     const option_spec_t *find_option(const std::string &word) const {
         for (auto command = path_.rbegin(); command != path_.rend(); ++command) {
             for (const option_spec_t &option : (*command)->options) {
@@ -122,9 +126,9 @@ private:
     }
 
     std::vector<const command_spec_t *> path_; /* the commands so far, the root first */
-    const option_spec_t *valued_ = nullptr;    /* whose value comes next */
+    const option_spec_t *valued_ = nullptr;    /* the option whose value comes next */
     std::vector<const option_spec_t *> used_;
-    size_t arguments_ = 0; /* of the command, without names, that are there */
+    size_t arguments_ = 0; /* number of positional arguments so far */
 };
 
 }  // namespace

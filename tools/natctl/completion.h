@@ -1,4 +1,4 @@
-/* What may come next in a command, and what makes shells offer it. */
+/* Completion of command lines, for natctl's own shell and for bash, zsh and fish. */
 #ifndef TOOLS_NATCTL_COMPLETION_H
 #define TOOLS_NATCTL_COMPLETION_H
 
@@ -8,14 +8,14 @@
 #include "tools/command_line.h"
 
 /**
- * What may stand where the last of `words` is and begins with it: subcommands, options that are not there yet, values
- * of the option before it or of an argument. Where a file's name may stand: completion_of_files alone.
+ * The words that may replace the last of `words` and begin with it: subcommands, options not given yet, values of the
+ * preceding option or of an argument. Where a file name is expected, only completion_of_files.
  */
 std::vector<std::string> completions(const command_spec_t &root, const std::vector<std::string> &words);
 
 constexpr char completion_of_files[] = ":";
 
-/** A script that has natctl itself complete its command lines in a shell. */
+/** A script that makes a shell ask natctl for completions of its command lines. */
 struct shell_completion_t {
     const char *shell; /* `bash` */
     const char *summary;

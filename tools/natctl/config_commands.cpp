@@ -1,4 +1,7 @@
-/* Configuration documents: checked, compared with what the server runs, applied; and the running one. */
+/*
+ * The commands `natctl config`: check, diff, apply, show, rollback, log, confirm. This file reads their arguments and
+ * chooses the document; config_run.h brings the server in sync with it.
+ */
 #include "config/notation.h"
 #include "records/value.h"
 #include "tools/natctl/config_run.h"
@@ -33,7 +36,7 @@ uint32_t apply(call_t &call, const request_t &request) {
     return 0;
 }
 
-/** The versions of the server, to look at; null: the call says why not. */
+/** Opens the versions of the server for reading. Null: failed, the outcome of the call has the reason. */
 versions_t *look_at_versions(call_t &call, std::optional<versions_t> &place) {
     versions_t *versions = nullptr;
     const std::string error = call.pal.open_versions(place, versions);
@@ -41,7 +44,7 @@ versions_t *look_at_versions(call_t &call, std::optional<versions_t> &place) {
     return error.empty() ? versions : nullptr;
 }
 
-/** Reads the document of a version; false: the call says why not. */
+/** Reads the document of a version. False: failed, the outcome of the call has the reason. */
 bool read_version(call_t &call, uint32_t number, document_t &document) {
     std::optional<versions_t> place;
     const versions_t *versions = look_at_versions(call, place);
@@ -59,7 +62,8 @@ uint32_t diff(call_t &call, const request_t &request) {
     return 0;
 }
 
-/** The newest version whose document is not what the server holds; false: the call says why there is none. */
+/** Finds the newest version whose document differs from the server's. False: failed, the outcome of the call has the
+ * reason. */
 bool find_other_version(call_t &call, const request_t &request, const versions_t &versions, uint32_t &number) {
     if (!config_read(call, request.options)) return false;
     const std::string held = write_lines(call.pal.reconciler().held());
@@ -70,7 +74,7 @@ bool find_other_version(call_t &call, const request_t &request, const versions_t
         if (is_other) number = version->number;
         if (is_other) return true;
     }
-    number = 0; /* before the first one */
+    number = 0; /* no such version: the state before the first one */
     return true;
 }
 

@@ -1,3 +1,8 @@
+/*
+ * Implements config_run.h. `config_apply` reads the server, plans, sends the plan through the reconciler, and adds
+ * versions for the states before and after. With --confirm it then releases the lock and waits. If no confirmation
+ * comes, it undoes what the change did, except for items that others have changed since.
+ */
 #include "tools/natctl/config_run.h"
 
 #include <sys/stat.h>
@@ -16,13 +21,13 @@
 
 namespace {
 
-constexpr size_t most_named = 10; /* commands in a message */
+constexpr size_t most_named = 10; /* commands listed in a message */
 
 std::string text_of(const plan_command_t &command) {
     return command_line(*command.family, command.op, command.record.bytes);
 }
 
-/** The first lines of many, each behind a line feed. */
+/** The first lines of a list, each after a line feed, and the number of the others. */
 std::string named(const std::vector<std::string> &lines) {
     std::string text;
     for (size_t i = 0; i < std::min(lines.size(), most_named); ++i) {
@@ -58,12 +63,12 @@ void tell_plan(call_t &call, const plan_t &plan, bool as_text, bool as_data) {
     outcome.data = {{"changed", plan.size() != 0}, {"commands", std::move(commands)}};
 }
 
-/** The plan as data where somebody reads it by a program. */
+/** True if the plan goes into `data`, for a format that programs read. */
 bool wants_data(const call_t &call) {
     return call.pal.options().format != format_t::text;
 }
 
-/** Adds what the server holds as a version; empty, or why that is not kept. */
+/** Adds a version with the server's state. Returns an error text, empty on success. */
 std::string keep_version(call_t &call, const std::string &what, size_t commands) {
     const reconciler_t &server = call.pal.reconciler();
     version_t version;
@@ -82,7 +87,7 @@ uint32_t last_number(call_t &call) {
 constexpr const char *words_of_second_interrupt =
     "natctl: ended at once: what the server has done stays, and the next config apply finds it\n";
 
-/** Carries a plan out; an interrupt stops it. */
+/** Sends a plan; an interrupt stops it. */
 reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t &to, bool takes_back,
                              const interrupt_t &interrupt) {
     reconciler_t &server = call.pal.reconciler();
@@ -96,7 +101,7 @@ reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t 
     });
 }
 
-/** Says what came of a plan whose commands were not all carried out. */
+/** Reports a plan that was not completed. */
 void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &result) {
     outcome_t &outcome = call.outcome;
     const apply_result_t &applied = result.applied;
@@ -125,7 +130,7 @@ void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &re
     outcome.data["undone"] = applied.is_taken_back;
 }
 
-/** Says what came of a plan whose commands were all carried out, if there is anything to say. */
+/** Reports changes by others during a plan that was completed. */
 void tell_others(call_t &call, const document_t &document, const reconcile_result_t &result) {
     if (result.unknown) {
         call.outcome.status = call.pal.has_lost_server() ? status_t::no_server : status_t::no_answer;
@@ -181,13 +186,13 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
     if (is_unkept) refuse(outcome, status_t::usage, 0, "the server has it, and it is not kept: " + error);
 }
 
-/** Whether nobody needs to confirm the version any more. */
+/** True if the version no longer waits for a confirmation. */
 bool is_confirmed(call_t &call, uint32_t number) {
     const std::optional<uint32_t> waiting = versions_t(state_directory_of(call.pal.options().connect)).unconfirmed();
     return waiting && waiting != number;
 }
 
-/** While it lives, the loss of a terminal, which the change may have cut off, ends nothing. */
+/** Ignores the loss of the terminal during its lifetime, because the change itself may have cut the connection. */
 class outlives_terminal_t {
 public:
     outlives_terminal_t() = default;
@@ -203,7 +208,7 @@ private:
     void (*pipe_)(int) = std::signal(SIGPIPE, SIG_IGN);
 };
 
-/** Waits until somebody confirms the version; false: nobody has, in time or before an interrupt. */
+/** Waits for the confirmation of the version. False: none came in time or before an interrupt. */
 bool wait_for_confirmation(call_t &call, uint32_t number, uint64_t seconds, const interrupt_t &interrupt) {
     constexpr int look_every_ms = 100;
     const uint64_t deadline = fwx_host_clock_ms() + seconds * 1000;
@@ -214,13 +219,13 @@ bool wait_for_confirmation(call_t &call, uint32_t number, uint64_t seconds, cons
     return is_confirmed(call, number);
 }
 
-/** Takes back what led from one document to the other, but for what others have changed since. */
+/** Undoes the change from `before` to `after`, except for items that others have changed since. */
 void take_back(call_t &call, const document_t &before, const document_t &after, uint32_t number, bool is_interrupted) {
     const std::string name = "version " + std::to_string(number);
     const std::string why = is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and";
     const std::string error = call.pal.begin_change();
     if (!error.empty()) return call.pal.refuse_change(call, name + " cannot be undone: " + error);
-    if (is_confirmed(call, number)) return; /* in the last moment, by who had the lock before */
+    if (is_confirmed(call, number)) return; /* the previous holder of the lock confirmed it at the last moment */
     if (!config_read(call)) return;
     std::vector<config_item_t> kept;
     const document_t now = call.pal.reconciler().held();
@@ -231,7 +236,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     const interrupt_t interrupt(call.pal.loop(), words_of_second_interrupt);
     apply(call, target, options, interrupt);
     if (call.outcome.status != status_t::ok) return;
-    const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also where nothing was left to undo */
+    const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also if there was nothing to undo */
     if (!kept_error.empty()) call.pal.note("natctl: " + kept_error);
     std::vector<std::string> lines;
     std::transform(kept.begin(), kept.end(), std::back_inserter(lines),
@@ -245,7 +250,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
                (lines.empty() ? "" : ", but for what others have changed since; it stays:" + named(lines)));
 }
 
-/** Waits for the confirmation of a change, and takes it back if none comes. */
+/** Waits for the confirmation of a change, and undoes it if none comes. */
 void confirm_or_take_back(call_t &call, const document_t &before, const document_t &after, uint64_t seconds,
                           const interrupt_t &interrupt) {
     const auto number = call.outcome.data["version"].get<uint32_t>();
@@ -265,7 +270,7 @@ std::string totals_text(const std::optional<fwx_nat64_stats_sys_entry_t> &totals
            ", interfaces: " + std::to_string(totals->interfaces) + ")";
 }
 
-/** Takes what the user says that a server holds which does not tell. */
+/** Takes the state that the user states with --assume, for a server that does not report it. */
 bool assume(call_t &call, const config_options_t &options) {
     document_t held;
     problems_t problems;
@@ -274,7 +279,7 @@ bool assume(call_t &call, const config_options_t &options) {
     return is_read;
 }
 
-/** Dry runs send nothing, so they cannot know what the server holds. */
+/** Refuses dry runs, because they send nothing and so cannot read the server's state. */
 bool is_refused_dry(call_t &call) {
     if (!call.pal.options().dry_run) return false;
     refuse(call.outcome, status_t::usage, 0,

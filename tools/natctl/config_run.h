@@ -1,4 +1,4 @@
-/* Making the server run a document. */
+/* Brings the server in sync with a document. The commands `config diff`, `apply` and `rollback` use it. */
 #ifndef TOOLS_NATCTL_CONFIG_RUN_H
 #define TOOLS_NATCTL_CONFIG_RUN_H
 
@@ -8,24 +8,24 @@
 #include "tools/natctl/pal.h"
 
 struct config_options_t {
-    std::string what;      /* as it stands in the log */
-    bool is_check = false; /* nothing is sent */
+    std::string what;      /* the entry in the log */
+    bool is_check = false; /* send nothing */
     bool shows_diff = false;
-    bool keeps_partial = false; /* what was done stays after a refusal or an interrupt */
-    uint64_t confirm_s = 0;     /* 0: it stays without being confirmed */
-    /* Of a server that does not tell what it holds. */
+    bool keeps_partial = false; /* do not undo after a refusal or an interrupt */
+    uint64_t confirm_s = 0;     /* time to confirm the change; 0: no confirmation is needed */
+    /* For a server that does not report its configuration. */
     bool assumes_empty = false;
     std::string assumed_file; /* empty: none */
 };
 
-/** Reads what the server holds: then it is in the reconciler. False: the call says why that is not known. */
+/** Reads the server's configuration into the reconciler. False: failed, the outcome of the call has the reason. */
 bool config_read(call_t &call, const config_options_t &options = {});
-/** Says what leads from what the server holds to the document; returns how many commands that are. */
+/** Writes the commands that lead from the server's state to the document into the outcome. Returns their number. */
 size_t config_diff(call_t &call, const document_t &document, const config_options_t &options);
-/** Leads there. */
+/** Applies the document to the server. */
 void config_apply(call_t &call, const document_t &document, const config_options_t &options);
 
-/** The document of a version; false: the call says why there is none. */
+/** Reads the document of a version. False: failed, the outcome of the call has the reason. */
 bool config_version(call_t &call, const versions_t &versions, uint32_t number, document_t &document);
 
 #endif

@@ -1,4 +1,4 @@
-/* Documents in the form of the standard data models for NAT, and back. */
+/* `natctl convert`: converts documents to the standard data models for NAT and back (config/ietf.h). */
 
 #include "config/ietf.h"
 #include "config/notation.h"
@@ -9,13 +9,13 @@ namespace {
 
 struct request_t {
     std::string file = "-";
-    uint32_t reads = 0; /* the form that is read is the standard one; 0: not */
-    uint32_t writes = 0;
+    uint32_t reads = 0;  /* not 0: reads the standard form */
+    uint32_t writes = 0; /* not 0: writes the standard form */
     bool is_lossy = false;
     bool is_json = false;
 };
 
-/** Gives what was converted, or what was wrong. */
+/** Answers with the converted text, or with the problems. */
 void answer(call_t &call, std::string text, const problems_t &problems) {
     if (has_error(problems)) {
         call.outcome.data = {{"problems", problems_json(problems)}};
@@ -43,7 +43,7 @@ void write_standard(call_t &call, const request_t &request, ietf_loss_t loss) {
         call.outcome.data = {{"problems", problems_json(problems)}};
         return;
     }
-    problems.clear(); /* warnings, which were said */
+    problems.clear(); /* only warnings, which have been shown */
     std::string text = write_ietf(document, loss, problems);
     judge(call, request.file, problems);
     answer(call, std::move(text), problems);

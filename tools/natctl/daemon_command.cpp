@@ -1,3 +1,7 @@
+/*
+ * Implements daemon_command.h. The answer of the control socket is not trusted: its length is bounded, it must be an
+ * object with the members of a status, and its texts are cleaned before they are shown.
+ */
 #include "tools/natctl/daemon_command.h"
 
 #include <poll.h>
@@ -16,11 +20,11 @@
 namespace {
 
 constexpr size_t longest_answer = size_t{1} << 20;
-constexpr size_t longest_reason = 4096; /* that is shown */
+constexpr size_t longest_reason = 4096; /* the longest text shown, in bytes */
 
 class socket_t {
 public:
-    /** `code()` says what came of it. */
+    /** Connects; `code()` is the result. */
     socket_t(const std::string &server, uint64_t timeout_ms)
         : deadline_ms_(fwx_host_clock_ms() + timeout_ms),
           code_(daemon_socket_path(server).empty()
@@ -33,7 +37,7 @@ public:
     socket_t &operator=(const socket_t &) = delete;
 
     uint32_t code() const { return code_; }
-    /** Nothing when no whole line came in time, or one that no nat64d gives. */
+    /** Sends the word and waits for the answer. Empty if no complete line came in time, or it was too long. */
     std::optional<std::string> ask(const std::string &word) const {
         const std::string line = word + '\n';
         if (send(fd_, line.data(), line.size(), MSG_NOSIGNAL) < 0) return std::nullopt;
@@ -64,7 +68,7 @@ outcome_t refused(outcome_t outcome, status_t status, const std::string &error) 
     return outcome;
 }
 
-/** What a member of an answer says, as a line. */
+/** The text of a member of the answer, cleaned, as one line. */
 std::string line_of(const json_t &answer, const char *name) {
     return clean_line(answer.value(name, ""), longest_reason);
 }

@@ -1,3 +1,5 @@
+/* Implements decode.h. Every field is read through its description (wire/messages.h), so that a new message needs no
+ * code here. */
 #include "tools/natctl/decode.h"
 
 #include <algorithm>
@@ -9,13 +11,13 @@
 
 namespace {
 
-/** What the field's value is called, null when it has no name. */
+/** The name of the field's value, or null. */
 json_t name_json(const wire_field_t &field, const uint8_t *at) {
     const char *name = field.names->name_of(wire_read(at, field.width));
     return name == nullptr ? json_t() : json_t(name);
 }
 
-/** Makes values of a field. */
+/** Makes JSON from the value of a field. */
 struct json_maker_t {
     template <typename value_t>
     json_t operator()(const value_t &value) const {
@@ -28,7 +30,7 @@ struct json_maker_t {
     }
 };
 
-/** The fields that lie within `size` bytes. */
+/** The fields that lie completely within `size` bytes. */
 json_t fields_json(const wire_field_t *fields, size_t field_count, const uint8_t *base, size_t size) {
     json_t object = json_t::object();
     for (size_t i = 0; i < field_count; ++i) {
@@ -74,7 +76,7 @@ json_t message_json(fwx_host_direction_t direction, const void *msg, size_t size
 
 namespace {
 
-/** The key whose value's name stands under `key`, or an empty text. */
+/** If `key` holds the name of another key's value, that other key; otherwise an empty text. */
 std::string named_key(const json_t &object, const std::string &key) {
     if (key.size() <= name_suffix.size()) return {};
     const size_t length = key.size() - name_suffix.size();

@@ -1,4 +1,4 @@
-/* Documents that a command is given, and what is wrong with them. */
+/* Reads the documents that the user gives to a command, and reports their errors. */
 #ifndef TOOLS_NATCTL_DOCUMENT_INPUT_H
 #define TOOLS_NATCTL_DOCUMENT_INPUT_H
 
@@ -10,16 +10,17 @@
 #include "state/read_file.h"
 #include "tools/natctl/pal.h"
 
-/** Reads a file, or with `-` standard input. Returns what is wrong: also a text that is longer than `most` bytes. */
+/** Reads a file, or with `-` standard input. Returns an error text, empty on success. A text of more than `most` bytes
+ * is an error. */
 std::string read_text(const std::string &file, std::string &text, size_t most = most_file_bytes);
 
-/** Says all problems; false: they have an error, and the call is refused for the file. */
+/** Notes all problems. False: there is an error among them, and the call is refused because of the file. */
 bool judge(call_t &call, const std::string &file, const problems_t &problems);
 
-/** Reads the document of a command; false: the call says what is wrong. */
+/** Reads the document of a command. False: failed, the outcome of the call has the reason. */
 bool read_document(call_t &call, const std::string &file, document_t &document, problems_t &problems);
 
-/** As an array of objects. */
+/** The problems as an array of objects. */
 json_t problems_json(const problems_t &problems);
 
 #endif

@@ -1,3 +1,5 @@
+/* Implements entry_lines.h. A line is written into a buffer that has room for the longest one, so no write needs to
+ * check for space. */
 #include "tools/natctl/entry_lines.h"
 
 #include <algorithm>
@@ -8,13 +10,13 @@ namespace {
 
 constexpr size_t block_bytes = 16;
 
-/** Writes values as JSON has them, where there is room for them. */
+/** Writes values as JSON. The caller has made sure that there is room. */
 struct json_writer_t {
     char *&out;
 
     void operator()(uint64_t number) const {
         constexpr size_t digits = 20;
-        /* Most are short, and the division of short numbers is. */
+        /* Most numbers fit into 32 bits, and dividing those is faster. */
         const auto low = static_cast<uint32_t>(number);
         out = low == number ? std::to_chars(out, out + digits, low).ptr : std::to_chars(out, out + digits, number).ptr;
     }
@@ -71,7 +73,7 @@ entry_lines_t::entry_lines_t(std::string members, const wire_message_t &reply)
         for (const piece_t &name : column.names) {
             name_room = std::max(name_room, name.size);
         }
-        /* Longer than an address with its length are only bytes, of two digits each. */
+        /* Only byte fields, with two digits a byte, are longer than an address with its length. */
         constexpr size_t value_room = field_text_room + std::string_view("/255").size() + 2;
         room_ += column.key.size + value_room + 2 * size_t{column.field->width} + name_room;
     }

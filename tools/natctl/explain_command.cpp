@@ -1,4 +1,7 @@
-/* What MAP-T rules make of an address. Pure arithmetic: no server is asked. */
+/*
+ * `natctl mapt explain`: shows how MAP-T rules translate an address. It computes the result from the rules and asks no
+ * server to translate.
+ */
 #include <arpa/inet.h>
 
 #include <cstring>
@@ -27,7 +30,7 @@ std::string read_address(const std::string &text, explain_t &out) {
     return has_port ? "" : record_field_error("address", text, "as 192.0.2.18, 192.0.2.18:1232 or 2001:db8::1");
 }
 
-/** Every row has all members, so that rows of a batch are one table; those that mean nothing stay null. */
+/** Every row has all members, so that the rows of a batch form one table. Members without a meaning are null. */
 json_t empty_row() {
     json_t row;
     for (const char *name : {"rule_id", "domain_id", "v6_prefix", "v4_prefix", "ea_len", "ea_bits", "psid_offset",
@@ -68,7 +71,7 @@ void add_rule(json_t &row, const fwx_nat64_mapt_bmr_t &rule, const map_address_t
     row["ipv6"] = address_text(AF_INET6, address.ipv6);
 }
 
-/** What the default rule makes of an IPv4 address; an IPv4 prefix has none. */
+/** Adds the IPv6 form of an IPv4 address by the default rule. */
 void add_default(json_t &row, const rule_set_t &rules, uint32_t ipv4) {
     const fwx_nat64_mapt_dmr_t *rule = rules.first_default();
     const uint32_t word = htonl(ipv4);
@@ -79,7 +82,7 @@ void add_default(json_t &row, const rule_set_t &rules, uint32_t ipv4) {
     if (is_embedded) row["dmr_ipv6"] = address_text(AF_INET6, ipv6);
 }
 
-/* These fill the row as far as a rule is found. They return what is wrong, or an empty text. */
+/* These fill the row as far as they find a rule. They return an error text, empty on success. */
 
 std::string explain_ipv4(const rule_set_t &rules, uint32_t ipv4, std::optional<uint16_t> port, json_t &row) {
     const uint32_t word = htonl(ipv4);

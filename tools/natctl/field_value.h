@@ -1,4 +1,5 @@
-/* The values of a message's fields: numbers, truths, and texts that need no escapes in JSON. */
+/* Reads the fields of a message as values: numbers, booleans, and texts that need no escapes in JSON. Both decode.cpp
+ * and the faster entry_lines.cpp format them. */
 #ifndef TOOLS_NATCTL_FIELD_VALUE_H
 #define TOOLS_NATCTL_FIELD_VALUE_H
 
@@ -16,20 +17,20 @@
 #include "records/value.h"
 #include "wire/messages.h"
 
-/** Of the key beside a value's own, that says what it is called. */
+/** Suffix of the key that holds the name of a value: `protocol` and `protocol_name`. */
 constexpr std::string_view name_suffix = "_name";
 
-/** What a text that is written in place takes at most: an address. */
+/** Maximum length of a text written in place, which is an address. */
 constexpr size_t field_text_room = INET6_ADDRSTRLEN;
 
-/** Writes `0x1f`; returns where it ends. */
+/** Writes `0x1f`; returns its end. */
 inline char *write_hex(uint64_t value, char *out) {
     *out++ = '0';
     *out++ = 'x';
     return std::to_chars(out, out + 2 * sizeof value, value, 16).ptr;
 }
 
-/** An address whose first `size` bytes stand at `at`, last byte first. */
+/** Writes the address whose first `size` bytes are at `at`, last byte first. Returns its end. */
 inline char *write_swapped_address(int family, const uint8_t *at, size_t size, char *out) {
     uint8_t bytes[sizeof(in6_addr)] = {};
     std::reverse_copy(at, at + size, bytes);
@@ -43,9 +44,8 @@ inline char *write_record_address(const uint8_t *at, char *out) {
 }
 
 /**
- * Hands the field's value to `sink`: a uint64_t, a bool or a std::string_view by a call; most texts by
- * `sink.text(write)` instead, where `write(char *out)` writes one into field_text_room characters and returns where it
- * ends.
+ * Passes the field's value to `sink`, as a uint64_t, a bool or a std::string_view. Most texts are passed to
+ * `sink.text(write)` instead: `write(char *out)` writes the text into field_text_room characters and returns its end.
  */
 template <typename sink_t>
 auto with_value(const wire_field_t &field, const uint8_t *at, const sink_t &sink) {

@@ -1,4 +1,5 @@
-/* Documents that many gateways follow: put into their store, taken back, and how the gateways do. */
+/* The commands `natctl fleet`: push, rollback, status, history. This file reads their arguments; fleet_run.h works on
+ * the store. */
 
 #include "tools/natctl/document_input.h"
 #include "tools/natctl/fleet_run.h"

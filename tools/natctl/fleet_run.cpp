@@ -1,3 +1,7 @@
+/*
+ * Implements the commands of fleet_run.h that change the store: push and rollback. After a push it can wait for the
+ * gateways, which report their state in the store.
+ */
 #include "tools/natctl/fleet_run.h"
 
 #include <algorithm>
@@ -13,13 +17,13 @@ namespace {
 
 constexpr std::chrono::milliseconds look_interval{200};
 
-/** What has become of a version at the gateways that it is meant for. One that is gone lags: it may hang, or hold
- * anything. */
+/** The state of a version at the gateways that it addresses. A gateway that is gone counts as lagging, because it may
+ * hang, or hold anything. */
 struct progress_t {
     size_t in_step = 0;
     std::vector<std::string> refused; /* with reasons */
     std::vector<std::string> lagging;
-    etcd_error_t error; /* of the last look */
+    etcd_error_t error; /* of the last read */
 };
 
 std::string joined(const std::vector<std::string> &texts) {
@@ -50,7 +54,7 @@ nat64::task<progress_t> look(etcd_t &etcd, const fleet_keys_t &keys, const manif
     co_return progress;
 }
 
-/** Until every gateway has it or refused it, or the time is over. */
+/** Waits until every gateway has the version or has refused it, for at most `wait_s`. */
 nat64::task<progress_t> wait_for_gateways(fleet_store_t &store, const manifest_t &manifest, uint64_t wait_s) {
     const uint64_t deadline = fwx_host_clock_ms() + wait_s * 1000;
     for (;;) {
@@ -81,7 +85,7 @@ void tell_gateways(call_t &call, fleet_store_t &store, const manifest_t &manifes
     }
 }
 
-/** A name that is misspelt is one of a gateway that nobody has seen. */
+/** Notes the names that no known gateway has, because they may be misspelt. */
 void tell_unseen(call_t &call, fleet_store_t &store, const std::vector<std::string> &names) {
     if (names.empty()) return;
     const etcd_result_t<std::vector<gateway_view_t>> view = store.run(read_gateways(store.etcd(), store.keys()));
@@ -111,7 +115,7 @@ json_t result_json(const push_result_t &result) {
     return json;
 }
 
-/** Of a rollback that chose its version: which one, and why. */
+/** The version that a rollback without a number chose, and those that it skipped. */
 std::string choice_of(const push_result_t &result) {
     return ", back to version " + std::to_string(result.back_to) +
            (result.skipped.empty() ? ", the one before" : ": " + joined(result.skipped));
@@ -129,7 +133,7 @@ std::string note_of(const push_result_t &result) {
     return "nothing to change, " + version + " says it" + (moves ? ", " + moved + " put anew" : "");
 }
 
-/** Says what came of it; false: it failed. */
+/** Reports the result of a push. False: it failed. */
 bool tell(call_t &call, const push_result_t &result) {
     if (!result.uncollected.empty()) {
         call.pal.note("natctl: what no version names any more is still there: " + result.uncollected);
@@ -152,7 +156,7 @@ std::optional<stage_t> stage_of(const fleet_request_t &request) {
     return stage_t{request.gateways, request.percent};
 }
 
-/** Of an option that was not given. */
+/** Sets an option that was not given from the environment. */
 void take_from_environment(const char *name, std::string &option) {
     const char *value = std::getenv(name);
     if (option.empty() && value != nullptr) option = value;

@@ -1,3 +1,4 @@
+/* Implements the tables of fleet_run.h: the state of the gateways, and the stored versions. */
 #include "fleet/document_store.h"
 #include "fleet/fleet_view.h"
 #include "state/time_text.h"
@@ -34,7 +35,7 @@ json_t version_json(const fleet_document_t &document, const std::optional<stage_
             {"note", document.note}};
 }
 
-/** The versions that are kept; one that cannot be read has the reason as its note. */
+/** Reads the stored versions. A version that cannot be read has the reason as its note. */
 nat64::task<etcd_error_t> read_history(etcd_t &etcd, const fleet_keys_t &keys, uint64_t in_force, json_t &rows) {
     const etcd_result_t<etcd_range_t> history = co_await etcd.list(keys.history(), true);
     for (const etcd_entry_t &entry : history.value.entries) {

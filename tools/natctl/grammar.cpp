@@ -1,3 +1,5 @@
+/* Implements grammar.h: adds all families in the order of the help, and wraps the action of each verb into a command_t.
+ */
 #include "tools/natctl/grammar.h"
 
 #include <algorithm>

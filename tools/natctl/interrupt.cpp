@@ -1,3 +1,7 @@
+/*
+ * Implements interrupt.h. The handler is async-signal-safe: it counts the signal and wakes the loop through an eventfd,
+ * or ends the program.
+ */
 #include "tools/natctl/interrupt.h"
 
 #include <poll.h>
@@ -12,22 +16,22 @@
 namespace {
 
 volatile sig_atomic_t count = 0;      /* of interrupts */
-volatile sig_atomic_t count_then = 0; /* when the innermost interrupt_t was made */
+volatile sig_atomic_t count_then = 0; /* the count when the innermost interrupt_t was made */
 volatile sig_atomic_t ends_first = 0; /* the first interrupt is treated as a second one */
 const char *volatile last_words = nullptr;
-int bell = -1; /* not negative: there is an interrupt_t */
+int bell = -1; /* eventfd; not negative: there is an interrupt_t */
 
 void take(int) {
     const int code = errno;
     const bool is_second = count != count_then || ends_first != 0;
     if (is_second && last_words != nullptr) {
         const ssize_t size = write(STDERR_FILENO, last_words, std::strlen(last_words));
-        static_cast<void>(size); /* it ends all the same */
+        static_cast<void>(size); /* the program ends even if the write failed */
         _exit(static_cast<int>(status_t::usage));
     }
     if (is_second) {
         std::signal(SIGINT, SIG_DFL);
-        raise(SIGINT); /* comes when this has returned */
+        raise(SIGINT); /* delivered when the handler has returned */
     }
     count = count + 1;
     eventfd_write(bell, 1);

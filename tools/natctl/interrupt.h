@@ -1,4 +1,4 @@
-/* SIGINT as something that a program notices, once. The second one ends it. */
+/* Handles SIGINT: the first one sets a flag that the program checks, the second one ends the program. */
 #ifndef TOOLS_NATCTL_INTERRUPT_H
 #define TOOLS_NATCTL_INTERRUPT_H
 
@@ -6,15 +6,15 @@
 
 #include "fwx_host/loop.h"
 
-/** One may be made during the life of another, and hears of interrupts that come after that. */
+/** Objects may be nested. The inner one notices only interrupts after its construction. */
 class interrupt_t {
 public:
     /**
-     * From now on an interrupt also ends a wait of `loop`, which must outlive this.
-     * @param last_words are written to standard error when a second interrupt ends the program, with status 2; a
-     *                   literal. Null: the second one kills it, as the first would have.
-     * @param ends_first   the first interrupt is treated as the second one until `hold`, unless there is another
-     *                     interrupt_t, which is a shell's.
+     * From now on an interrupt also ends a wait of `loop`, which must outlive this object.
+     * @param last_words written to standard error when the second interrupt ends the program with status 2; a literal.
+     *                   Null: the second interrupt kills the program by the signal.
+     * @param ends_first treats the first interrupt as the second one until `hold`. It has no effect within another
+     *                   interrupt_t, which is the shell's.
      */
     explicit interrupt_t(fwx_host_loop_t *loop, const char *last_words = nullptr, bool ends_first = false);
     ~interrupt_t();
@@ -22,7 +22,7 @@ public:
     interrupt_t &operator=(const interrupt_t &) = delete;
 
     bool is_raised() const;
-    /** From now on the first interrupt is noted, and these are the words of the second. */
+    /** From now on the first interrupt only sets the flag, and the second one writes `last_words`. */
     void hold(const char *last_words);
 
 private:
@@ -35,7 +35,7 @@ private:
     struct sigaction before_ {};
 };
 
-/** Waits until `fd` is readable; false when an interrupt came before that. */
+/** Waits until `fd` is readable; false if an interrupt came first. */
 bool interrupt_wait_for(int fd);
 
 #endif

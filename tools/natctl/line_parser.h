@@ -1,4 +1,4 @@
-/* Commands as lines of a batch or of the shell: without the options of natctl itself. */
+/* Parses a line of a batch or of the shell, which has no options of natctl itself. */
 #ifndef TOOLS_NATCTL_LINE_PARSER_H
 #define TOOLS_NATCTL_LINE_PARSER_H
 
@@ -9,11 +9,11 @@
 #include "records/words.h"
 #include "tools/natctl/grammar.h"
 
-/** Configuration is read by the table of records alone, which is what makes long files short work. */
+/** Configuration lines are parsed by the table of records, without the grammar, so that long files are fast. */
 class line_parser_t {
 public:
-    /** The command of a line, to be started before the next line is parsed; none for an empty one. Throws as
-     * grammar_t's parse. */
+    /** The command of a line; none for an empty one. Start it before parsing the next line. Throws like
+     * grammar_t::parse. */
     std::optional<command_t> parse(std::string_view line);
     const command_spec_t &root() const { return root_; }
 

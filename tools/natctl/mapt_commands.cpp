@@ -1,4 +1,4 @@
-/* MAP-T: the rules, the library's table of them, and what the data plane finds there. */
+/* The commands `natctl mapt` and `natctl dev mapt`: the rules, the library's table of them, and lookups in it. */
 #include <arpa/inet.h>
 
 #include <cstring>
@@ -51,7 +51,7 @@ json_t rule_row(const fwx_nat64_mapt_bmr_t &rule, const char *state) {
     return row;
 }
 
-/** Of a pending rule the book has the name alone. */
+/** Lists installed and pending rules. The rule book knows only the name of a pending rule. */
 uint32_t list_rules(call_t &call) {
     call.outcome.data = json_t::array();
     const fwx_nat64_model_t *model = call.pal.model();
@@ -80,7 +80,7 @@ uint32_t list_rules(call_t &call) {
     return 0;
 }
 
-/** The model takes addresses as the data plane sees them, in network order. */
+/** Looks an address up. The model takes addresses in network order, as the data plane sees them. */
 uint32_t look_up(call_t &call, const fwx_nat64_model_t &model, fwx_nat64_addr_t address) {
     if (address.family == FWX_NAT64_FAMILY_IPV4) {
         uint32_t word = 0;

@@ -1,4 +1,4 @@
-/* IPv4 addresses behind NAT64 prefixes. Pure arithmetic: no server is asked. */
+/* `natctl nat64 explain`: embeds IPv4 addresses in NAT64 prefixes and extracts them (RFC 6052). It asks no server. */
 #include <arpa/inet.h>
 
 #include <cstring>
@@ -12,7 +12,7 @@ namespace {
 
 struct prefix_t {
     uint8_t bytes[16];
-    uint8_t length; /* 0: none is given */
+    uint8_t length; /* in bits; 0: not given */
 };
 constexpr prefix_t well_known = {{0, 0x64, 0xff, 0x9b}, 96};
 
@@ -27,7 +27,7 @@ json_t row_of(const prefix_t &prefix, const uint8_t ipv4[4], const uint8_t ipv6[
             {"ipv6", address_text(AF_INET6, ipv6)}};
 }
 
-/** The first bits of an address. */
+/** The first `length` bits of an address. */
 prefix_t prefix_of(const uint8_t ipv6[16], uint8_t length) {
     prefix_t prefix{{}, length};
     std::memcpy(prefix.bytes, ipv6, length / 8U);
@@ -46,7 +46,7 @@ void embed(outcome_t &outcome, const explain_t &wanted) {
     outcome.data = row_of(prefix, ipv4, ipv6);
 }
 
-/** Without a prefix a row for each length that there may be. */
+/** Extracts the IPv4 address. Without a prefix it gives a row for each possible prefix length. */
 void extract(outcome_t &outcome, const explain_t &wanted) {
     const uint8_t *ipv6 = wanted.address.addr;
     json_t rows = json_t::array();

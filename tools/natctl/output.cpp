@@ -1,3 +1,7 @@
+/*
+ * Implements output.h. JSON writes each outcome as an object; text and CSV make tables of the rows in `data`. Control
+ * characters in texts of others are replaced before they are shown.
+ */
 #include "tools/natctl/output.h"
 
 #include <algorithm>
@@ -11,7 +15,7 @@ namespace {
 
 constexpr uint64_t progress_every_ms = 200;
 
-/** The members that every object begins with. */
+/** The first members of every object. */
 json_t label_json(const outcome_t &outcome) {
     json_t object = json_t::object();
     if (outcome.line != 0) object["line"] = outcome.line;
@@ -33,7 +37,7 @@ json_t outcome_json(const outcome_t &outcome) {
     return object;
 }
 
-/** Data as rows: an object is one. */
+/** Data as rows; an object is one row. */
 json_t rows_of(const json_t &data) {
     return data.is_object() ? json_t::array({data}) : data;
 }
@@ -48,7 +52,7 @@ std::string csv_text(const json_t &value) {
     return quoted + "\"";
 }
 
-/** Sessions as they fit a terminal: who talks to whom, as which address, and for how long yet. */
+/** Sessions with the columns that fit a terminal: both ends, the pool address, and the remaining time. */
 json_t brief_rows(const json_t &sessions) {
     const auto end_of = [](const json_t &row, const char *address, const char *port) {
         const std::string host = plain_text(row.at(address));
@@ -141,7 +145,7 @@ void output_t::print_json(const json_t &object) {
     bool is_element = format_ == format_t::json && is_list_;
     if (is_element) answers_ << (is_first_ ? "[\n" : ",\n");
     is_first_ = false;
-    /* Words of the user are quoted in errors and need not be UTF-8. */
+    /* Errors quote words of the user, which may be invalid UTF-8. */
     answers_ << object.dump();
     if (!is_element) answers_ << '\n' << std::flush;
 }
@@ -174,7 +178,7 @@ void output_t::print_text(const outcome_t &outcome) {
     if (outcome.data.is_object()) print_object(with_names(outcome.data));
 }
 
-/** A batch has many answers; each is told by its line. */
+/** In a batch, each answer begins with its line number. */
 void output_t::print_heading(const outcome_t &outcome) {
     if (outcome.line != 0) answers_ << outcome_label(outcome) << ":\n";
 }
@@ -189,7 +193,7 @@ void output_t::print_object(const json_t &object) {
     }
 }
 
-/** Columns are as wide as the widest of their values; later rows of the same table keep to the widths they find. */
+/** Makes columns as wide as their widest value. Later rows of the same table use the same widths. */
 void output_t::print_rows(const json_t &rows) {
     if (rows.empty()) {
         if (widths_.empty()) answers_ << "none\n";

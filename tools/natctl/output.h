@@ -1,4 +1,4 @@
-/* Where answers and everything else go: answers to one stream in the format asked for, the rest to the other. */
+/* Writes answers to one stream, in the format that the user chose, and notes and errors to another. */
 #ifndef TOOLS_NATCTL_OUTPUT_H
 #define TOOLS_NATCTL_OUTPUT_H
 
@@ -19,29 +19,28 @@ public:
     output_t(const output_t &) = delete;
     output_t &operator=(const output_t &) = delete;
 
-    /** Leaves out what only says that all is well. */
+    /** Omits messages that only say that all is well. */
     void quiet() { is_quiet_ = true; }
-    /** Shows how far a batch has come where somebody can see it and the answers do not. */
+    /** Shows the progress of a batch. For a terminal that does not show the answers. */
     void show_progress() { shows_progress_ = !is_quiet_; }
 
-    /** Returns the outcome's status, or the one of an answer that could not be given. */
+    /** Shows an outcome. Returns its status, or `usage` if the answer could not be written. */
     status_t report(const outcome_t &outcome);
-    /** Entries of a reply that arrived before the outcome of their command; not for JSON, which has them in the
-     * outcome. They come by the million: as lines of JSON they are written without being made into documents. */
+    /** Writes entries of a reply before the outcome of their command is known. Not for --json, which has them in the
+     * outcome. With --jsonl they are formatted without making JSON objects, because a walk has millions. */
     void stream_entries(const outcome_t &of, const wire_message_t &reply, const void *entries, uint32_t count);
-    /** `serving alpha`: an answer before the outcome of its command. */
+    /** Writes an answer such as `serving alpha` before the outcome of its command. */
     void announce(const outcome_t &of, const char *word, const std::string &name);
-    /** An answer that is a line of its own in every format: of its first two members the values alone, if it is text.
-     */
+    /** Writes an answer that is one line in every format. The text format shows the first two members without keys. */
     void print_event(const json_t &event);
-    /** An answer that is a text in every format. */
+    /** Writes an answer that is the same text in every format. */
     void print(const std::string &text) { answers_ << text; }
     void note(const std::string &text);
-    /** What a batch has done so far; seen now and then. */
+    /** Updates the progress of a batch; shown at most every 200 ms. */
     void progress(size_t done, size_t failed);
-    /** Hands on what is written; false when that failed, now or before, which is noted once. */
+    /** Flushes the answers. False if writing failed, now or earlier; this is noted once. */
     bool flush();
-    /** Completes the answers; returns the status, or the one of answers that could not be written. */
+    /** Completes the answers. Returns `status`, or `usage` if the answers could not be written. */
     status_t end(status_t status);
 
 private:
@@ -62,13 +61,13 @@ private:
     bool has_failed_ = false;
     bool shows_progress_ = false;
     bool has_progress_ = false;
-    bool is_table_refused_ = false; /* rows were dropped that belong to another table than CSV is */
+    bool is_table_refused_ = false; /* rows were dropped because they belong to another table */
     uint64_t next_progress_;        /* by the platform's clock */
     std::ostream &answers_;
     std::ostream &notes_;
-    std::string table_; /* command whose table CSV is; empty: none yet */
+    std::string table_; /* the command whose table is written as CSV; empty: none yet */
     std::optional<entry_lines_t> lines_;
-    std::vector<size_t> widths_; /* of the columns of rows that were streamed, and of the table that CSV is */
+    std::vector<size_t> widths_; /* of the columns of streamed rows, and of the CSV table */
 };
 
 #endif

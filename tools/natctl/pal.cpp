@@ -1,3 +1,7 @@
+/*
+ * The binding and the life of a call: start, result, deadline, loss of the channel. The library calls back from the
+ * loop, which runs only within the functions of pal_t.
+ */
 #include "tools/natctl/pal.h"
 
 #include <algorithm>
@@ -18,7 +22,8 @@ void cgm_returned(void *arg, uint32_t, void *ctx, uint32_t result) {
     static_cast<pal_t *>(arg)->answered(reinterpret_cast<uintptr_t>(ctx), {nat64::nat64_error(result)});
 }
 
-/** The library has errors that it always tells: what they mean for a command, its answer says. */
+/** Shows the library's diagnostics only with --debug-level, because for its unconditional errors the answer of the
+ * command says enough. */
 void debug_written(void *arg, fwx_host_debug_channel_t, uint32_t, const char *text) {
     auto *pal = static_cast<pal_t *>(arg);
     if (pal->options().debug_level != 0) pal->note(diagnostic_line(text));
@@ -62,7 +67,7 @@ pal_t::~pal_t() {
     }
     const std::string not_kept = end_change();
     if (!not_kept.empty()) note_("natctl: " + not_kept);
-    calls_.clear(); /* nobody hears of their end */
+    calls_.clear(); /* their callbacks then find nothing */
     const bool was_bound = client_ && client_->is_open();
     reconciler_.reset();
     client_.reset();
@@ -93,7 +98,7 @@ outcome_t pal_t::bind() {
     if (outcome.status == status_t::no_answer) outcome.error = silence_text(options_);
     const bool is_unreachable = outcome.status == status_t::no_server && server_kind(options_) == server_kind_t::remote;
     if (is_unreachable) outcome.error = server_absence(options_.connect);
-    /* The server has the initial commands before the first of the user's is started. */
+    /* So that the server has the initial commands before the user's first command. */
     fwx_host_loop_run_until_idle(loop_.get());
     return outcome;
 }
@@ -136,7 +141,7 @@ pal_t::call_id_t pal_t::start(const command_t &command, uint32_t line) {
 
 outcome_t pal_t::finish(call_id_t id) {
     call_t &call = calls_.at(id);
-    /* Its answer came while another command was settled: then the loop has run already. */
+    /* If the answer came while another command was settled, the loop has run already. */
     const bool has_answer = call.awaited && call.answered && call.outcome.status == status_t::ok;
     if (!options_.dry_run) settle(call);
     if (!has_answer) fwx_host_loop_run_until_idle(loop_.get());
@@ -157,7 +162,7 @@ void pal_t::settle(call_t &call) {
         const uint64_t now = fwx_host_clock_ms();
         const bool is_late = now >= call.deadline;
         if (is_late) {
-            fwx_host_loop_run_until_idle(loop_.get()); /* what has come in time, though nobody has looked since */
+            fwx_host_loop_run_until_idle(loop_.get()); /* takes answers that came in time but were not read yet */
         } else {
             fwx_host_loop_run_once(loop_.get(), static_cast<int>(call.deadline - now));
         }
@@ -165,7 +170,7 @@ void pal_t::settle(call_t &call) {
     }
 }
 
-/** What went through a channel that is gone is not answered any more; a classifier command is no client's. */
+/** Marks all outstanding calls, because answers to commands of a lost channel do not come. */
 void pal_t::channel_lost() {
     for (auto &[id, call] : calls_) {
         const bool is_unanswered = call.awaited && !call.answered && starting_ != &call;

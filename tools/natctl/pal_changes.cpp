@@ -1,4 +1,4 @@
-/* How natctl's binding reads what its server holds, and keeps who has changed it. */
+/* Part of pal.h: reads the server's state, takes its lock, and adds a version for every change. */
 #include "fwx_nat64/server_result.h"
 #include "state/directory.h"
 #include "tools/natctl/pal.h"

@@ -1,4 +1,4 @@
-/* How natctl's binding takes lists. */
+/* Part of pal.h: lists, which may take several queries, each answered by several replies. */
 #include <algorithm>
 
 #include "fwx_nat64/wire.h"
@@ -7,7 +7,7 @@
 
 namespace {
 
-/** Rows that are kept until the list has ended, at about a kilobyte each. */
+/** Maximum number of rows that are collected until the list ends, at about 1 KiB each. */
 constexpr uint64_t kept_rows_max = 100000;
 
 }  // namespace
@@ -75,7 +75,7 @@ nat64::list_step pal_t::paged(call_id_t id, const nat64::page &page) {
     return nat64::list_step::enough;
 }
 
-/** False: they are too many to be kept. Rows that are streamed are not kept. */
+/** Collects or streams rows. False: there are too many to collect. */
 bool pal_t::take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count) {
     call.list->rows += count;
     if (call.list->then != nullptr) return true;

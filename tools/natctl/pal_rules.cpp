@@ -1,11 +1,12 @@
-/* How natctl's binding gives records to the library, and makes the library's rule table say what the server says. */
+/* Part of pal.h: passes records to the library, and corrects the library's table of MAP-T rules where it differs from
+ * the server's results. */
 #include "fwx_nat64/fwx_nat64.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
 
 namespace {
 
-/** A server that gets an interface forgets all that it had of it. */
+/** A warning, because a server replaces the whole record of an interface. */
 std::string interface_note(const fwx_nat64_intf_info_t &interface) {
     const bool has_prefix =
         interface.sless_prefix_valid != 0 || interface.sful_prefix_valid != 0 || interface.sless_prefix_v6v4_valid != 0;
@@ -38,7 +39,7 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
     return client_->configure_rule(send_it, on_answer).code();
 }
 
-/** A reply names its rule and not its command, so there is one command of a rule at a time. */
+/** Waits for an outstanding command of the same rule first, because a reply names its rule and not its command. */
 uint32_t pal_t::send_rule(call_t &call, const record_family_t &family) {
     rule_change_t &change = *call.rule;
     const auto before = rules_under_way_.find(name_of(change.rule));
@@ -68,7 +69,7 @@ void pal_t::rule_answered(call_id_t id, const nat64::rule_result &got) {
     end(*call, nat64::nat64_error(code), by);
 }
 
-/** The server's verdict, and the table made to agree with it. Without a reply the server never got the command. */
+/** The server's result. Corrects the library's table to match it. Without a reply the server never got the command. */
 uint32_t pal_t::judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by) {
     if (call.default_rule) {
         rules_.answered(*call.default_rule, got);

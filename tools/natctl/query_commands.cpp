@@ -1,4 +1,4 @@
-/* What the server holds: its IP aliases, its statistics and its sessions. */
+/* The commands `natctl stats`, `natctl sessions` and `natctl dev ipalias`: queries, which are lists of entries. */
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ constexpr uint32_t no_limit = UINT32_MAX;
 struct query_t {
     uint32_t sel;
     uint64_t cookie;
-    uint32_t count = 1000; /* a reply */
+    uint32_t count = 1000; /* most entries in a reply */
     uint32_t limit = no_limit;
     uint32_t arg;
 };
@@ -56,7 +56,7 @@ struct query_form_t {
     const char *summary;
     uint32_t (*start)(const query_t &query, void *ctx);
     void (*fields)(command_spec_t &app, query_t &query);
-    uint32_t sel = 0; /* without --sel, if a selector may ask for another record */
+    uint32_t sel = 0; /* the selector if --sel is not given */
 };
 
 constexpr query_form_t query_forms[] = {
@@ -77,7 +77,7 @@ constexpr query_form_t query_forms[] = {
      all_query_fields},
     {FWX_NAT64_MSG_STATS_LIMIT_ALL, "limits", "Limits and their use",
      [](const query_t &query, void *ctx) {
-         /* There is no cookie to go on with: one entry too many tells that there are more. */
+         /* This query has no cookie, so asking for one entry more shows whether there are more. */
          const uint32_t count = query.limit == no_limit ? no_limit : query.limit + 1;
          return fwx_nat64_stats_limit_all_query_a(query.sel, count, ctx);
      },
@@ -94,7 +94,7 @@ uint32_t start_query(call_t &call, const query_t &query, const query_form_t &for
     return call.pal.begin_list(call, form.msgno, query.cookie, query.limit, ask);
 }
 
-/** Which sessions a command is about. */
+/** The filter of a command on sessions. */
 struct matching_t {
     uint32_t protocol;
     fwx_nat64_addr_t src;
@@ -103,13 +103,13 @@ struct matching_t {
     uint16_t port;
 };
 
-/** Whether an address is that of no option. */
+/** True if the option of this address was not given. */
 bool is_none(const fwx_nat64_addr_t &address) {
     constexpr fwx_nat64_addr_t none{};
     return std::memcmp(&address, &none, sizeof none) == 0;
 }
 
-/** Whether every session matches. */
+/** True if every session matches. */
 bool is_any(const matching_t &matching) {
     return matching.protocol == 0 && matching.port == 0 && is_none(matching.src) && is_none(matching.dst) &&
            is_none(matching.pool_addr);
@@ -148,12 +148,12 @@ struct walk_t {
     uint64_t cookie;
     uint32_t count = 50;
     uint32_t limit = no_limit;
-    fwx_nat64_addr_t net;   /* the hosts inside whose first bits are these */
-    uint8_t net_length = 0; /* 0: all are */
+    fwx_nat64_addr_t net;   /* prefix of the inside host */
+    uint8_t net_length = 0; /* in bits; 0: any host */
     bool is_wide = false;
 };
 
-/** Reads a host inside, or a prefix that many have. */
+/** Reads the inside host, or a prefix. */
 std::string read_inside(const std::string &text, walk_t &walk) {
     const size_t slash = std::min(text.find('/'), text.size());
     fwx_nat64_addr_t address{};
@@ -171,7 +171,7 @@ std::string read_inside(const std::string &text, walk_t &walk) {
     return {};
 }
 
-/** Whether the host inside of a session, full or not, is one of the walk's. */
+/** True if the inside host of a session, which may be a full or a short entry, is within the prefix. */
 bool is_inside(const wire_message_t &reply, const uint8_t *session, const fwx_nat64_addr_t &net, uint32_t length) {
     const bool is_full = reply.entry_size == sizeof(fwx_nat64_session_full_t);
     const size_t at = is_full ? offsetof(fwx_nat64_session_full_t, src) : offsetof(fwx_nat64_session_t, src);
@@ -185,7 +185,7 @@ bool is_inside(const wire_message_t &reply, const uint8_t *session, const fwx_na
     return has_prefix(bytes, bytes + sizeof words[0], length);
 }
 
-/** The server is told the limit too, so that it need not send what nobody wants. */
+/** Sends a query of a walk, with the limit, so that the server sends no more than wanted. */
 uint32_t ask_walk(void *pal_ctx, const walk_t &walk, uint64_t cookie, uint64_t wanted) {
     fwx_nat64_sess_walk_filter_t filter{};
     filter.src = walk.matching.src;
@@ -227,7 +227,7 @@ void add_walk(grammar_t &grammar) {
 }
 
 uint32_t clear(call_t &call, const matching_t &matching) {
-    call.outcome.changes = true; /* once the server has done it */
+    call.outcome.changes = true; /* if the command succeeds */
     fwx_nat64_session_filter_t filter{};
     filter.value = matching.protocol;
     filter.src = matching.src;

@@ -1,4 +1,5 @@
-/* Configuration: every family of records as a subcommand, every verb as one of its own, every field as an option. */
+/* The configuration commands, made from the table of records: every family is a subcommand, every verb a subcommand of
+ * it, every field an option. Each family also has `show`. */
 #include <algorithm>
 
 #include "config/notation.h"
@@ -26,7 +27,7 @@ void add_verb(grammar_t &grammar, const record_family_t &family, const record_ve
     }
 }
 
-/** Rows of what the server holds of a family; a member that a row lacks and another has is null. */
+/** Shows the items of a family that the server holds, as rows. A member that only other rows have is null. */
 uint32_t show(call_t &call, const record_family_t &family) {
     call.pal.settle_all();
     if (!config_read(call)) return 0;
@@ -53,7 +54,7 @@ uint32_t show(call_t &call, const record_family_t &family) {
     return 0;
 }
 
-/** A line for each family that stands alone: its words and what it is for. */
+/** A line for each family without a group: its words and its purpose. */
 std::string families_text() {
     std::string text;
     size_t count = 0;

@@ -1,3 +1,4 @@
+/* Implements rule_set.h. A batch file is reduced to the rules that remain after its adds and deletes. */
 #include "tools/natctl/rule_set.h"
 
 #include <cstring>
@@ -69,7 +70,7 @@ std::string rule_set_t::take_line(const std::string &text) {
     return {};
 }
 
-/** As a server does it: a second add changes nothing. */
+/** Applies a command as a server does: a second add of the same rule changes nothing. */
 void rule_set_t::apply(uint32_t op, const fwx_nat64_mapt_bmr_t &rule) {
     if (op == FWX_NAT64_OP_ADD) basic_.emplace(name_of(rule), rule);
     if (op == FWX_NAT64_OP_DEL) basic_.erase(name_of(rule));

@@ -1,4 +1,4 @@
-/* MAP-T rules that addresses are explained by. */
+/* A set of MAP-T rules and the longest-prefix lookups of `mapt explain`. */
 #ifndef TOOLS_NATCTL_RULE_SET_H
 #define TOOLS_NATCTL_RULE_SET_H
 
@@ -14,19 +14,19 @@
 
 class rule_set_t {
 public:
-    /** Takes the rules that are left behind all commands of a batch file. Returns what is wrong, or an empty text. */
+    /** Takes the rules that remain after all commands of a batch file. Returns an error text, empty on success. */
     std::string read(const std::string &file);
-    /** Takes what natctl has installed: no others are known. */
+    /** Takes the rules that natctl has installed. */
     void take(const rule_book_t &book);
     /** Takes the rules of a document. */
     void take(const document_t &document);
 
-    /** The rules whose prefix is the longest that the address begins with: several share an address by their PSIDs. */
+    /** The rules with the longest matching prefix. There may be several, which share an address and differ by PSID. */
     std::vector<const fwx_nat64_mapt_bmr_t *> find_v4(const uint8_t ipv4[4]) const;
-    /* The rule whose prefix is the longest that the address begins with, or null. */
+    /** The rule with the longest matching prefix, or null. */
     const fwx_nat64_mapt_bmr_t *find_v6(const uint8_t ipv6[16]) const;
     const fwx_nat64_mapt_dmr_t *find_default(const uint8_t ipv6[16]) const;
-    /** The default rule of the lowest identifier that has a place for an IPv4 address, or null. */
+    /** The default rule with the lowest identifier whose prefix can embed an IPv4 address, or null. */
     const fwx_nat64_mapt_dmr_t *first_default() const;
 
 private:
@@ -40,7 +40,7 @@ private:
     record_reader_t reader_;
 };
 
-/** Bits of a default rule's prefix. */
+/** The length of a default rule's prefix in bits. */
 inline uint8_t prefix_len_of(const fwx_nat64_mapt_dmr_t &rule) {
     return rule.opaque[16];
 }

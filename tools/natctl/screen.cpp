@@ -1,3 +1,4 @@
+/* Implements screen.h with escape sequences that all present terminals support, on the terminal's alternate screen. */
 #include "tools/natctl/screen.h"
 
 #include <sys/ioctl.h>
@@ -9,8 +10,8 @@
 
 namespace {
 
-/* What every terminal of today takes: its other screen and back, the cursor hidden and shown, the first place, the rest
- * of a line cleared, the rest of the screen cleared. */
+/* Escape sequences: alternate screen with hidden cursor, and back; cursor home; clear to the end of the line; clear to
+ * the end of the screen. */
 constexpr std::string_view other_screen = "\x1b[?1049h\x1b[?25l";
 constexpr std::string_view first_screen = "\x1b[?25h\x1b[?1049l";
 constexpr std::string_view home = "\x1b[H";
@@ -30,7 +31,7 @@ bool screen_t::show(std::string_view page) {
     for (bool is_first = true; !page.empty(); is_first = false) {
         const std::string_view line = page.substr(0, page.find('\n'));
         page.remove_prefix(line.size() + 1);
-        /* No line feed behind the last line: in the last row it would scroll. */
+        /* No line feed after the last line, because it would scroll the last row. */
         out.append(is_first ? "" : "\r\n").append(line).append(clear_line);
     }
     return put(out.append(clear_below));

@@ -1,4 +1,4 @@
-/* A terminal that shows one page after the other, and is afterwards as it was before. */
+/* Shows pages on the terminal, one after the other, and restores the terminal afterwards. */
 #ifndef TOOLS_NATCTL_SCREEN_H
 #define TOOLS_NATCTL_SCREEN_H
 
@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string_view>
 
-/** One at a time, for standard output and, if that is one too, the terminal that is standard input. */
+/** There is at most one. It uses the terminals of standard output and, if that is a terminal, of standard input. */
 class screen_t {
 public:
     screen_t() { enter(); }
@@ -19,13 +19,13 @@ public:
         size_t width;
         size_t height;
     };
-    /** Of the window, now. */
+    /** The present size of the window. */
     static window_t size();
-    /** Shows lines, each with its line feed, that fit the window. False: nobody sees them any more. */
+    /** Shows lines that fit the window, each with its line feed. False: writing to the terminal failed. */
     bool show(std::string_view page);
-    /** Stops the process as Ctrl-Z does, with the terminal as it was; returns when it goes on. */
+    /** Restores the terminal and stops the process as Ctrl-Z does. Returns when the process continues. */
     void stop();
-    /** Whether keys come from standard input. */
+    /** True if standard input is a terminal. */
     bool has_keys() const { return has_keys_; }
 
 private:

@@ -1,4 +1,4 @@
-/* The server model as a process of its own. */
+/* `natctl serve`: the server model as a process of its own. */
 #ifndef TOOLS_NATCTL_SERVE_H
 #define TOOLS_NATCTL_SERVE_H
 
@@ -7,11 +7,11 @@
 #include "tools/natctl/output.h"
 
 struct serve_options_t {
-    std::string name;       /* under which clients find it */
+    std::string name;       /* the name that clients connect to */
     std::string state_file; /* empty: the configuration ends with the process */
 };
 
-/** Serves until SIGINT or SIGTERM. Answers when clients can connect, and notes each message that is refused. */
+/** Serves until SIGINT or SIGTERM. Announces when clients can connect, and notes each refused message. */
 outcome_t serve(const serve_options_t &options, output_t &output);
 
 #endif

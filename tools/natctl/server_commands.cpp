@@ -1,4 +1,5 @@
-/* What the embedded server model is told to do: misbehave, notify. And what any server model shows of itself. */
+/* The commands `natctl dev server`: they make the embedded server model misbehave or send notifications, and show the
+ * counters and the identity of any server. */
 #include <functional>
 
 #include "fwx_nat64/fwx_nat64.h"
@@ -124,7 +125,7 @@ void add_notifications(grammar_t &grammar) {
     number_field(debug_app, "--on", debug->on, "1 on, 0 off", 0, 1).required();
 }
 
-/** Shows what the server tells of itself: one in this process at once, another one in its answer to a query. */
+/** Shows a record of the server: directly from the embedded model, or by a query to a server in another process. */
 template <typename record_t>
 uint32_t show_record(call_t &call, uint32_t sel, record_t (fwx_nat64_model_t::*get)() const) {
     const wire_message_t &reply = reply_described(FWX_NAT64_MSG_STATS_SYS, sel);

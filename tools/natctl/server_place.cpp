@@ -1,3 +1,4 @@
+/* Implements server_place.h: looks for servers' sockets in the user's directory and tries to connect to them. */
 #include "tools/natctl/server_place.h"
 
 #include <pwd.h>
@@ -17,13 +18,13 @@
 
 namespace {
 
-/** Empty for a name under which no server can listen. */
+/** The path of a server's socket; empty for an invalid server name. */
 std::string socket_path(const std::string &name) {
     char path[sizeof(sockaddr_un::sun_path)];
     return fwx_host_server_path(name.c_str(), path, sizeof path) == 0 ? path : "";
 }
 
-/** 0 when somebody listens at a socket, else why not, as an errno value. */
+/** Connects to a socket. Returns 0 if a process listens there, otherwise an errno value. */
 int try_socket(const std::string &path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -32,7 +33,7 @@ int try_socket(const std::string &path) {
     if (fd < 0) return errno;
     const int failed = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ? 0 : errno;
     close(fd);
-    return failed == EAGAIN ? 0 : failed; /* there are more who wait at its door */
+    return failed == EAGAIN ? 0 : failed; /* EAGAIN: a process listens, its queue is full */
 }
 
 std::string user_text() {

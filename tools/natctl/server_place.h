@@ -1,17 +1,17 @@
-/* Where servers of other processes are looked for, and what a user can do about one that is not there. */
+/* Finds servers of other processes, and explains to the user why one cannot be found. */
 #ifndef TOOLS_NATCTL_SERVER_PLACE_H
 #define TOOLS_NATCTL_SERVER_PLACE_H
 
 #include <string>
 #include <vector>
 
-/** Whether a process listens under a server name. */
+/** True if a process listens under a server name. */
 bool server_is_there(const std::string &name);
-/** The servers of this user that listen now, in order. */
+/** The names of this user's running servers, sorted. */
 std::vector<std::string> servers_there();
-/** `servers that are there now: alpha, beta`, or that there is none. */
+/** `servers that are there now: alpha, beta`, or a text that there is none. */
 std::string servers_text();
-/** Why there is no server of that name for this user, where it was looked for, and what to do. */
+/** A text that says why this user has no server of that name, where natctl looked, and what to do. */
 std::string server_absence(const std::string &name);
 
 #endif

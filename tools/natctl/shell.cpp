@@ -1,3 +1,7 @@
+/*
+ * Implements shell.h with libedit. At a terminal, SIGINT is blocked except while the editor waits for a key, so that an
+ * interrupt clears the line and nothing else.
+ */
 #include "tools/natctl/shell.h"
 
 #include <editline/readline.h>
@@ -20,7 +24,7 @@
 
 namespace {
 
-/** For the line editor: the match number `state` for `text`, as a block of malloc. */
+/** For the line editor: returns match number `state` for `text`, allocated with malloc. */
 char *next_match(const char *text, int state) {
     static std::vector<std::string> matches;
     if (state == 0) {
@@ -35,13 +39,13 @@ char *next_match(const char *text, int state) {
 }
 
 char **complete_word(const char *text, int, int) {
-    rl_attempted_completion_over = 1; /* no file names */
+    rl_attempted_completion_over = 1; /* do not fall back to file names */
     return rl_completion_matches(text, next_match);
 }
 
 constexpr int history_lines = 1000;
 
-/** Where the history is kept, in a directory that is made if it is missing; empty: nowhere. */
+/** The path of the history file; makes its directory if it is missing. Empty: there is none. */
 std::string history_file() {
     const char *state = std::getenv("XDG_STATE_HOME");
     const char *home = std::getenv("HOME");
@@ -57,9 +61,9 @@ std::string history_file() {
 }
 
 volatile std::sig_atomic_t was_interrupted = 0;
-sigset_t mask_while_waiting; /* lets an interrupt in, which is blocked everywhere else */
+sigset_t mask_while_waiting; /* SIGINT is unblocked only with this mask */
 
-/** For the line editor: the next byte typed, or -1 at the end and when an interrupt came. */
+/** For the line editor: returns the next byte typed, or -1 at the end of the input and after an interrupt. */
 int next_byte(FILE *) {
     pollfd typed{STDIN_FILENO, POLLIN, 0};
     unsigned char byte = 0;
@@ -70,15 +74,15 @@ int next_byte(FILE *) {
 
 termios settings_before; /* of the terminal */
 
-/** For signals that end the program: leaves the terminal as it was found. */
+/** For signals that end the program: restores the terminal first. */
 void end_by(int number) {
     tcsetattr(STDIN_FILENO, TCSANOW, &settings_before);
     std::signal(number, SIG_DFL);
     raise(number);
 }
 
-/** Lines typed at a terminal, whose settings are restored in the end. While it lives, an interrupt ends the line that
- * is typed, and nothing else. */
+/** Reads lines typed at a terminal, and restores the terminal's settings at the end. During its lifetime an interrupt
+ * only clears the line. */
 class prompt_t {
 public:
     explicit prompt_t(std::string text) : text_(std::move(text)), history_(history_file()) {
@@ -87,7 +91,7 @@ public:
             std::signal(number, end_by);
         }
         rl_catch_signals = 0;
-        rl_getc_function = next_byte; /* to be set before the first call */
+        rl_getc_function = next_byte; /* must be set before the first other call */
         rl_attempted_completion_function = complete_word;
         using_history();
         stifle_history(history_lines);
@@ -104,11 +108,11 @@ public:
     }
     ~prompt_t() {
         rl_deprep_terminal();
-        tcsetattr(STDIN_FILENO, TCSADRAIN, &settings_before); /* the line editor leaves the echo off */
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &settings_before); /* because the line editor leaves the echo off */
         for (const int number : {SIGTERM, SIGHUP, SIGQUIT}) {
             std::signal(number, SIG_DFL);
         }
-        std::signal(SIGINT, SIG_IGN); /* drops one that has come with the end of the input */
+        std::signal(SIGINT, SIG_IGN); /* drops an interrupt that came with the end of the input */
         sigaction(SIGINT, &before_, nullptr);
         sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
     }
@@ -117,7 +121,7 @@ public:
 
     bool read(std::string &line) {
         was_interrupted = 0;
-        rl_prep_terminal(1); /* before the prompt, so that nothing that is typed at it meets the terminal's own keys */
+        rl_prep_terminal(1); /* before the prompt, so that the terminal does not handle keys typed at it */
         std::unique_ptr<char, decltype(&std::free)> typed(readline(text_.c_str()), std::free);
         const bool has_ended = typed == nullptr && was_interrupted == 0;
         if (typed == nullptr) std::cout << std::endl;
@@ -128,7 +132,7 @@ public:
     }
 
 private:
-    /** At once, so that a shell that is killed loses nothing. */
+    /** Saves the line at once, so that a killed shell loses nothing. */
     void remember(const std::string &line) {
         add_history(line.c_str());
         if (!history_.empty()) write_history(history_.c_str());

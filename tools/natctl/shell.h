@@ -1,4 +1,4 @@
-/* The prompt of natctl. */
+/* The prompt of `natctl shell`. */
 #ifndef TOOLS_NATCTL_SHELL_H
 #define TOOLS_NATCTL_SHELL_H
 
@@ -6,9 +6,9 @@
 
 #include "tools/natctl/batch.h"
 
-/** Lines typed at a prompt with history and completion when standard input is a terminal, else the lines of `input`;
- * the prompt names the server, if there is one. `exit` ends them. The history is kept from shell
- * to shell where that can be done. */
+/** Reads lines at a prompt with history and completion if standard input is a terminal, otherwise from `input`. The
+ * prompt names the server, if there is one. `exit` ends the lines. The history is saved to a file if that is possible.
+ */
 next_line_fn_t shell_lines(std::istream &input, const std::string &server);
 
 #endif

@@ -1,3 +1,4 @@
+/* Implements top.h: lays the tables out so that the page fits the window, and formats the same look as JSON. */
 #include "tools/natctl/top.h"
 
 #include <algorithm>
@@ -9,13 +10,13 @@ constexpr double ports_an_address = 65536 - 1024;
 
 using row_t = std::vector<std::string>;
 
-/** A table of the page; rows that find no room are counted in its last line. */
+/** A table of the page. Its last line counts the rows that do not fit. */
 struct table_t {
     row_t heading;
-    size_t names; /* columns that are words; the others are numbers */
+    size_t names; /* number of leading columns that are words; the others are numbers */
     std::vector<row_t> rows;
-    bool has_more = false; /* than have rows */
-    size_t room = 0;       /* lines below the heading */
+    bool has_more = false; /* the server has more than `rows` */
+    size_t room = 0;       /* number of lines below the heading */
 
     size_t lines() const { return rows.size() + (has_more ? 1 : 0); }
 };
@@ -56,7 +57,7 @@ std::vector<table_t> tables_of(const top_look_t &look) {
     return tables;
 }
 
-/** Gives each table its room: short ones all they need, the others the same share of what is left. */
+/** Divides the lines of the window: short tables get all they need, the others equal shares of the rest. */
 void share_room(std::vector<table_t> &tables, size_t lines) {
     std::vector<table_t *> by_need;
     by_need.reserve(tables.size());
@@ -101,7 +102,7 @@ void add_table(std::vector<std::string> &lines, const table_t &table) {
     if (is_cut) lines.push_back("... " + count + "more" + (table.has_more ? ", not all of which are listed" : ""));
 }
 
-/** Appends the words of a text as lines that fit. */
+/** Appends words, wrapped to lines of at most `width`. */
 void add_wrapped(std::vector<std::string> &lines, const std::vector<std::string> &words, size_t width) {
     std::string line;
     for (const std::string &word : words) {
@@ -112,7 +113,7 @@ void add_wrapped(std::vector<std::string> &lines, const std::vector<std::string>
     if (!line.empty()) lines.push_back(line);
 }
 
-/** What stands above the tables. */
+/** The lines above the tables. */
 std::vector<std::string> head_of(const top_look_t &look, size_t width) {
     std::vector<std::string> lines = {look.source + (look.time.empty() ? "" : "  " + look.time)};
     if (!look.problem.empty()) lines.push_back(look.problem);
@@ -124,7 +125,7 @@ std::vector<std::string> head_of(const top_look_t &look, size_t width) {
     return lines;
 }
 
-/** What a terminal would take for more than a character of its own becomes a question mark. */
+/** Replaces characters that a terminal might interpret by question marks. */
 std::string plain(std::string line) {
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c < ' ' || c > '~'; }, '?');

@@ -1,3 +1,4 @@
+/* Implements top_command.h. One loop waits for keys, signals, the server's answer and the next refresh. */
 #include "tools/natctl/top_command.h"
 
 #include <poll.h>
@@ -15,7 +16,7 @@
 
 namespace {
 
-/** Looks, and shows each look on the terminal or hands it to `output`. */
+/** Looks at the server at intervals, and shows each result on the terminal or passes it to `output`. */
 class live_t {
 public:
     live_t(top_server_t &server, uint64_t interval_ms, bool is_terminal, output_t &output)
@@ -48,7 +49,7 @@ private:
         take_look();
     }
 
-    /** Until the server has something to do, or the next look is due. */
+    /** The time until the binding has something to do, or the next look is due. */
     int timeout_ms(int of_server) const {
         const uint64_t now = fwx_host_clock_ms();
         const uint64_t left = next_ms_ > now ? next_ms_ - now : 0;
@@ -64,7 +65,7 @@ private:
         const bool is_answer = look->problem.empty();
         if (is_answer) {
             shown_ = std::move(*look);
-        } else { /* what was seen last stays, with its time */
+        } else { /* the last result stays, with its time */
             shown_.source = look->source;
             shown_.problem = "trying again: " + look->problem;
         }
@@ -126,7 +127,7 @@ outcome_t top(const top_options_t &wanted, const options_t &options, bool is_ter
     outcome_t outcome;
     outcome.command = "top";
     if (is_live) {
-        output.quiet(); /* an end that was wanted */
+        output.quiet(); /* the user ended it, so no "ok" */
         live_t(server, wanted.interval_ms, is_text, output).run();
         return outcome;
     }

@@ -1,4 +1,4 @@
-/* `natctl top`: how a server does, looked at again and again. */
+/* `natctl top`: shows the state of a server and refreshes it. */
 #ifndef TOOLS_NATCTL_TOP_COMMAND_H
 #define TOOLS_NATCTL_TOP_COMMAND_H
 
@@ -14,9 +14,9 @@ struct top_options_t {
 };
 
 /**
- * Looks until a signal or, on a terminal, the key q ends it; with JSON in one document, with `is_once`, and where the
- * text goes to no terminal, once.
- * @param is_terminal the answers of `output` go to a terminal, which is standard output.
+ * Refreshes until a signal or, on a terminal, the key q. With --json, with `is_once`, and for text that goes to no
+ * terminal, it looks only once.
+ * @param is_terminal true if the answers of `output` go to a terminal, which is standard output.
  */
 outcome_t top(const top_options_t &wanted, const options_t &options, bool is_terminal, output_t &output);
 

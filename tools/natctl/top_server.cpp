@@ -1,3 +1,5 @@
+/* Implements top_server.h: sends the queries of a look over a binding of its own, and keeps the binding for the next
+ * look unless it failed. */
 #include "tools/natctl/top_server.h"
 
 #include <iterator>
@@ -8,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t most_entries = 65536; /* of a list */
+constexpr uint32_t most_entries = 65536; /* in a list */
 
 std::string name_in(const wire_names_t &names, uint32_t value) {
     const char *name = names.name_of(value);
@@ -100,7 +102,7 @@ std::optional<top_look_t> top_server_t::take() {
 }
 
 void top_server_t::bind() {
-    const auto ignore = [](const std::string &) {}; /* a failure is told as the look's problem */
+    const auto ignore = [](const std::string &) {}; /* an error becomes the look's problem */
     pal_ = std::make_unique<pal_t>(options_, ignore);
     pal_->show_unsolicited([](const json_t &) {});
     const outcome_t bound = pal_->bind();
@@ -111,6 +113,6 @@ void top_server_t::bind() {
 
 void top_server_t::fail(const std::string &problem) {
     look_.problem = problem;
-    task_.reset(); /* it awaits what the binding ends */
+    task_.reset(); /* before the binding, whose commands it awaits */
     pal_.reset();
 }

@@ -1,5 +1,5 @@
-/* The server of --connect, where `natctl top` looks. A look goes on while the caller waits for other things too; it
- * ends in any case, with what went wrong if nothing was found. */
+/* Looks at the server of --connect, for `natctl top`. A look runs while the caller also waits for keys and timers. It
+ * always ends, with the problem if it failed. */
 #ifndef TOOLS_NATCTL_TOP_SERVER_H
 #define TOOLS_NATCTL_TOP_SERVER_H
 
@@ -12,19 +12,19 @@
 #include "tools/natctl/pal.h"
 #include "tools/natctl/top.h"
 
-/** Binds anew after each look that failed. */
+/** After a look that failed, the next one makes a new binding. */
 class top_server_t {
 public:
     explicit top_server_t(const options_t &options) : options_(options) {}
 
-    /** Begins a look, when none is under way. */
+    /** Begins a look. Requires that none is in progress. */
     void begin();
-    /** What is readable when `process` has something to do; negative: nothing. */
+    /** The descriptor that is readable when `process` has something to do; negative: none. */
     int fd() const;
-    /** Until `process` has something to do without that; negative: for ever. */
+    /** The time until `process` must be called even if the descriptor is not readable; negative: no limit. */
     int timeout_ms() const;
     void process();
-    /** The look that was begun, sorted, once it has ended. One with a problem has the source, and nothing else. */
+    /** Takes the result of a look that has ended, sorted. If it failed, it has only the source and the problem. */
     std::optional<top_look_t> take();
 
 private:

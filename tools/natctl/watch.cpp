@@ -22,7 +22,7 @@ json_t event_of(const json_t &message) {
 }  // namespace
 
 outcome_t watch(pal_t &pal, output_t &output) {
-    output.quiet(); /* an end that was wanted */
+    output.quiet(); /* the user ends it, so no "ok" */
     pal.show_unsolicited([&output](const json_t &message) { output.print_event(event_of(message)); });
     const interrupt_t interrupt(pal.loop());
     outcome_t outcome = pal.bind();

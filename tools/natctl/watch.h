@@ -1,11 +1,11 @@
-/* Showing what a server sends unasked, as it comes. */
+/* `natctl watch`: shows a server's notifications as they arrive. */
 #ifndef TOOLS_NATCTL_WATCH_H
 #define TOOLS_NATCTL_WATCH_H
 
 #include "tools/natctl/output.h"
 #include "tools/natctl/pal.h"
 
-/** Binds, and shows each notification until an interrupt, which is the good end, or until the server goes away. */
+/** Binds, and shows each notification until an interrupt, which is a success, or until the server goes away. */
 outcome_t watch(pal_t &pal, output_t &output);
 
 #endif
