@@ -1,4 +1,6 @@
-/* nat64d's control socket: who may have it, what its clients can do, and what natctl makes of its answers. */
+/* nat64d's control socket: its directory, competing daemons, misbehaving clients, and natctl's handling of forged
+ * answers.
+ */
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -33,7 +35,7 @@ TEST_F(control_test, a_directory_that_is_a_link_is_neither_listened_in_nor_belie
 
 TEST_F(control_test, of_two_that_start_together_one_has_the_socket_and_keeps_it) {
     for (int i = 0; i < 5; ++i) {
-        /* A dead one's socket is there for both to replace. */
+        /* The socket of a dead nat64d remains, and both try to replace it. */
         daemon_process_t dead(folder());
         ASSERT_TRUE(comes_up(dead)) << dead.log();
         dead.end(SIGKILL);
@@ -88,7 +90,7 @@ TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
     close(reader);
 }
 
-/** Answers one client with a text, and hangs up. */
+/** Answers one client with a given text and closes the connection. */
 class forger_t {
 public:
     explicit forger_t(std::string answer) : answer_(std::move(answer)) {

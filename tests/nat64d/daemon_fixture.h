@@ -1,4 +1,4 @@
-/* A directory of its own for nat64d, with a document in it. */
+/* A temporary directory for nat64d, with a document. */
 #ifndef TESTS_NAT64D_DAEMON_FIXTURE_H
 #define TESTS_NAT64D_DAEMON_FIXTURE_H
 

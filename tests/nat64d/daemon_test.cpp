@@ -1,4 +1,4 @@
-/* nat64d beside servers that are processes of their own. */
+/* nat64d with servers in other processes: edits, refusals, restarts of either, changes by others, systemd, metrics. */
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 class daemon_test : public daemon_fixture_t {
 protected:
-    static constexpr uint32_t count = 7; /* of pools, of mappings, of rules */
+    static constexpr uint32_t count = 7; /* of pools, of mappings, and of rules */
     static constexpr uint64_t items = 3 * count + 1;
 
     daemon_test() : daemon_fixture_t(count) {}
@@ -24,7 +24,7 @@ protected:
     static bool is_in_step() {
         return eventually([] { return daemon_process_t::is("in_step", true); });
     }
-    /** The value of a metric, without its labels or with all of them. */
+    /** The value of a metric; `name` is without labels or with all of them. */
     static std::string value_of(const std::string &metrics, const std::string &name) {
         const size_t at = metrics.find('\n' + name + ' ');
         if (at == std::string::npos) return "none";
@@ -64,7 +64,7 @@ TEST_F(daemon_test, an_edit_that_the_server_refuses_is_taken_back) {
     const server_process_t server;
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(is_in_step()) << daemon.log();
-    /* Somebody takes what the next edit wants, and nothing of nat64d's. */
+    /* Another client adds a pool with an address that the next edit needs, and touches no item of nat64d's. */
     ASSERT_TRUE(others_add_pool(900, "192.0.2.1"));
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("foreign_items", 1); })) << daemon.log();
     EXPECT_EQ(daemon_process_t::ask("status").at("in_step"), true);
@@ -106,7 +106,7 @@ TEST_F(daemon_test, after_a_restart_a_document_that_is_refused_does_not_take_the
         EXPECT_EQ(daemon_process_t::ask("status").at("in_step"), true) << daemon.log();
         EXPECT_EQ(daemon_process_t::ask("status").at("items"), items);
     }
-    /* Now the one in force is refused as well, which a new document puts right. */
+    /* Now the server refuses the document in force as well, and a new document solves that. */
     daemon.signal(SIGSTOP);
     const server_process_t server;
     ASSERT_TRUE(others_add_pool(900, "10.0.0.1"));
@@ -150,7 +150,7 @@ TEST_F(daemon_test, a_server_that_restarts_gets_everything_once) {
         ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", false); })) << daemon.log();
     }
     {
-        const server_process_t server(folder() + "/state"); /* it keeps what it has */
+        const server_process_t server(folder() + "/state"); /* it keeps its state */
         ASSERT_TRUE(is_in_step()) << daemon.log();
     }
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", false); })) << daemon.log();
@@ -170,7 +170,7 @@ TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too)
         EXPECT_EQ(data_of("stats pools").size(), count + 1);
         daemon.end(SIGKILL);
     }
-    /* As if that pool had been on its way from nat64d when it was killed. */
+    /* As if nat64d had been killed while it added that pool. */
     replace_file(folder() + "/natctl/alpha/coming",
                  "# nat64 configuration version 1\npool add --id 900 --param 1 --start 192.0.2.1 --end 192.0.2.1\n");
     const daemon_process_t daemon(folder());
@@ -304,7 +304,7 @@ TEST_F(daemon_test, systemd_hears_that_it_is_ready_how_it_does_and_that_it_ends)
     close(fd);
 }
 
-/* What dashboards and alerts rely on: each name that is served is in the documentation, and the other way round. */
+/* Dashboards and alerts rely on the names, so the documentation must list exactly the metrics that are served. */
 TEST_F(daemon_test, the_metrics_are_those_that_are_documented_and_the_dashboard_and_alerts_use_no_others) {
     const server_process_t server;
     write(document_text(count, 100) + "limit add --type 1 --value 1000\n");

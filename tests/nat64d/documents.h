@@ -1,4 +1,4 @@
-/* Documents of any size, and what a server says that holds one. */
+/* Documents of any size, and the statistics of a server that holds one. */
 #ifndef TESTS_NAT64D_DOCUMENTS_H
 #define TESTS_NAT64D_DOCUMENTS_H
 
@@ -14,7 +14,7 @@ inline std::string address_in(uint32_t net, uint32_t number) {
     return text;
 }
 
-/** A timeout that says `edition`, and `count` each of pools, static mappings and rules, numbered from 1. */
+/** A timeout whose value is `edition`, and `count` each of pools, static mappings and rules, numbered from 1. */
 inline std::string document_text(uint32_t count, uint32_t edition) {
     std::string text = "timeout set --type udp --value " + std::to_string(edition) + '\n';
     for (uint32_t i = 1; i <= count; ++i) {

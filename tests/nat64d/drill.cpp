@@ -1,9 +1,9 @@
-/* Kills the server under nat64d again and again, while the document is edited once a second. After each kill the new
- * server must be found within two seconds and be in step within two more, which means that it says itself that it holds
- * the document; nat64d must not grow.
+/* Kills the server under nat64d many times, while the document is edited once a second. After each kill nat64d must
+ * find the new server within two seconds, and the server itself must report the whole document within two more. nat64d
+ * must not grow.
  *
  *     daemon_drill [KILLS [ITEMS]]
- *     daemon_drill answers RULES     how long others wait while a server gets so many rules
+ *     daemon_drill answers RULES     measures how long scrapes wait while nat64d sends RULES rules
  */
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +25,7 @@ using clock_type = std::chrono::steady_clock;
 constexpr double longest_absence_s = 2;
 constexpr double longest_replay_s = 2;
 constexpr double longest_answer_s = 0.1; /* of a release build on an idle machine */
-constexpr long long grown_kib = 8192; /* that the allocator may keep more at the end than after a tenth of the kills */
+constexpr long long grown_kib = 8192;    /* allowed growth of the heap between a tenth of the kills and the end */
 
 double seconds_since(clock_type::time_point begin) {
     return std::chrono::duration<double>(clock_type::now() - begin).count();
@@ -42,7 +42,7 @@ long long resident_kib(pid_t pid) {
     return at == std::string::npos ? 0 : std::atoll(text.c_str() + at + 6);
 }
 
-/** Empty when the server holds the document, as it says itself; one of the editions that are given. */
+/** Asks the server what it holds. Empty if it holds the document in one of the given editions, otherwise an error. */
 std::string look_at_server(uint32_t count, uint32_t oldest, uint32_t newest) {
     const fwx::host::loop loop;
     std::error_code error;
@@ -84,7 +84,8 @@ int drill(uint64_t kills, uint32_t count) {
     };
     std::string boot_id;
     for (uint64_t kill = 0; kill <= kills; ++kill) {
-        const bool keeps_state = kill / 2 % 2 == 1; /* every other two, so that one finds what the one before kept */
+        const bool keeps_state =
+            kill / 2 % 2 == 1; /* two of four, so that the second one starts with the state of the first */
         server_process_t server(keeps_state ? directory.path() + "/alpha.state" : "");
         const clock_type::time_point begin = clock_type::now();
         wait_for("the new server is found", [&](const json_t &status) {
@@ -123,7 +124,7 @@ int drill(uint64_t kills, uint32_t count) {
     return 0;
 }
 
-/** Asks for the metrics every 50 ms while a server gets a document of rules. */
+/** Scrapes the metrics every 50 ms while nat64d applies a document of rules. */
 int measure_answers(uint32_t count) {
     const runtime_directory_t directory;
     setenv("XDG_STATE_HOME", directory.path().c_str(), 1);

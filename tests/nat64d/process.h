@@ -1,4 +1,4 @@
-/* nat64d as a process, and what can be asked of it. */
+/* nat64d as a process, with clients for its control socket and its web pages. */
 #ifndef TESTS_NAT64D_PROCESS_H
 #define TESTS_NAT64D_PROCESS_H
 
@@ -32,7 +32,7 @@ public:
     explicit daemon_process_t(const std::string &folder) : daemon_process_t(folder, folder + "/log") {}
     daemon_process_t(const std::string &folder, const std::string &log_path)
         : daemon_process_t({"alpha", "--config", folder + "/document"}, log_path) {}
-    /** With these arguments, the server's name first; its metrics are at any port. */
+    /** Starts nat64d with these arguments, the server's name first, and with metrics at any port. */
     daemon_process_t(std::vector<std::string> words, std::string log_path)
         : name_(words.front()), log_path_(std::move(log_path)) {
         words.insert(words.begin(), NAT64D_PATH);
@@ -56,13 +56,13 @@ public:
 
     pid_t pid() const { return pid_; }
     void signal(int number) const { kill(pid_, number); }
-    /** That it has open. */
+    /** The number of its open descriptors. */
     long descriptors() const {
         std::error_code failed;
         const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd", failed);
         return std::distance(entries, std::filesystem::directory_iterator());
     }
-    /** Its exit status, or -1 when it did not end by itself. */
+    /** Sends a signal, unless `number` is 0, and waits. Returns the exit status, or -1 if a signal killed it. */
     int end(int number) {
         if (pid_ <= 0) return -1;
         int status = 0;
@@ -74,14 +74,14 @@ public:
     std::string log() const { return text_of(log_path_); }
     const std::string &name() const { return name_; }
 
-    /** A socket at its control socket; -1: it is not there. */
+    /** Connects to its control socket; -1: it is not there. */
     static int visit(const std::string &name) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         daemon_socket_path(name).copy(address.sun_path, sizeof address.sun_path - 1);
         return connected(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     }
-    /** Null when there is no answer. */
+    /** Sends a word to the control socket. Returns the answer, or null if there is none. */
     static json_t ask(const std::string &word, const std::string &name = "alpha") {
         return json_t::parse(converse(visit(name), word + '\n'));
     }
@@ -89,14 +89,14 @@ public:
         const json_t status = ask("status");
         return status[member] == value;
     }
-    /** Where it has its metrics; 0 before it has. */
+    /** The port of its web pages; 0 if it does not listen yet. */
     uint16_t port() const {
         constexpr std::string_view mark = "event=listening port=";
         const std::string text = log();
         const size_t at = text.find(mark);
         return at == std::string::npos ? 0 : static_cast<uint16_t>(std::stoi(text.substr(at + mark.size())));
     }
-    /** The answer with its head. */
+    /** Fetches a web page, with its header. */
     std::string get(const std::string &page) const {
         sockaddr_in address{};
         address.sin_family = AF_INET;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# systemd takes the units, and servers and daemon have what they must share: the user, the folder of sockets. (The
-# gateway must administer the network, so it has no users of its own.)
+# Checks that systemd accepts the units, and that servers and nat64d have the same user and folder of sockets. The gateway
+# must administer the network, so it does not have PrivateUsers.
 # usage: unit_test.sh PACKAGING_DIR NAT64D NATCTL GATEWAY
 set -euo pipefail
 packaging=$1 nat64d=$2 natctl=$3 gateway=$4

@@ -1,4 +1,4 @@
-/* nat64d's pages beside clients of any user that are slow, many, or both. */
+/* nat64d's web pages with clients that are slow, many, or both. */
 #include <sys/resource.h>
 
 #include "tests/nat64d/daemon_fixture.h"
@@ -64,7 +64,7 @@ TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_a
         ++lowest;
     }
     const rlimit enough = {1024, 4096};
-    for (const rlim_t count : {rlim_t{3}, lowest + 1}) { /* for none, and for one */
+    for (const rlim_t count : {rlim_t{3}, lowest + 1}) { /* no descriptor left, and one left */
         const rlimit few = {count, 4096};
         ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
         const int first = connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");

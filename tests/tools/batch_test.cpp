@@ -1,4 +1,4 @@
-/* Commands of a batch: order, failures, answers that are late or never come. */
+/* Batches: the order of commands, failures, input errors, and answers that are late or never come. */
 #include <cerrno>
 
 #include "fwx_nat64/debug.h"
@@ -82,7 +82,7 @@ TEST_F(batch_test, a_line_may_go_on_and_a_file_begin_with_a_byte_order_mark) {
               "natctl: 1 command done, 1 failed, 1 not run\n");
 }
 
-/** Gives its text and then an error, as a disk or a network does. */
+/** Input that delivers its text and then fails, as a disk or a network may. */
 class failing_input_t : public std::stringbuf {
 public:
     explicit failing_input_t(const std::string &text) : std::stringbuf(text, std::ios::in) {}

@@ -1,4 +1,4 @@
-/* Texts from outside, as they are shown to a user and written as JSON. */
+/* Untrusted texts, cleaned for a terminal and encoded as JSON. */
 #include <gtest/gtest.h>
 
 #include "net/json.h"
@@ -26,10 +26,10 @@ TEST(clean_text, what_could_steer_a_terminal_is_a_blank_and_what_is_no_character
          "31m\xff",
          "?31m?"},
         {"\xc3", "?"},
-        {"\xc0\x9b", "??"},           /* longer than it need be */
+        {"\xc0\x9b", "??"},           /* overlong encoding */
         {"\xe0\x80\x9b", "???"},      /* likewise */
-        {"\xed\xa0\x80", "???"},      /* half of a pair */
-        {"\xf4\x90\x80\x80", "????"}, /* behind the last */
+        {"\xed\xa0\x80", "???"},      /* a surrogate */
+        {"\xf4\x90\x80\x80", "????"}, /* above U+10FFFF */
         {std::string("a\0b", 3), "a b"},
     };
     for (const auto &tried : cases) {

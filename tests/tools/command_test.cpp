@@ -1,4 +1,4 @@
-/* One command at a time: verdicts, exit statuses, formats, dry runs, traces. */
+/* Single commands: results, exit statuses, formats, dry runs, completion. */
 #include <fstream>
 
 #include "model/model.h"
@@ -101,7 +101,7 @@ TEST_F(command_test, what_could_steer_a_terminal_is_never_shown_as_it_came) {
     }
 }
 
-/** Takes nothing, as a full disk. */
+/** Output that accepts nothing, as a full disk. */
 class full_output_t : public std::streambuf {};
 
 TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What zsh and fish offer when somebody presses Tab. (What bash is given, natctl's own tests look at.)
+# Checks the completions that zsh and fish offer. natctl's own tests check those for bash.
 # usage: completion_test.sh NATCTL
 set -euo pipefail
 PATH=$(dirname "$1"):$PATH
@@ -18,7 +18,7 @@ expect pool "$(offered_by_fish 'natctl poo')"
 expect "$types" "$(offered_by_fish 'natctl timeout set --type ')"
 expect "$scratch/" "$(offered_by_fish "natctl config check ${scratch%?}")"
 
-offered_by_zsh() { # WORD...   what the completion system would do with them is printed
+offered_by_zsh() { # WORD...   prints what the completion system gets
   zsh -fc 'compdef() { } ; compadd() { print -l -- ${(P)2} ; } ; _files() { print files ; }
     source <(natctl completion zsh); words=("$@") CURRENT=$#; _natctl' zsh natctl "$@" | sort | xargs
 }

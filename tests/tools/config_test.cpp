@@ -1,4 +1,4 @@
-/* Documents applied by natctl, and the running one that it keeps. */
+/* `natctl config` and `convert` with a server in another process: apply, undo, versions, confirmation, the lock. */
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,7 +45,7 @@ protected:
         return text;
     }
     static std::string shown() { return alpha("config show").answers; }
-    /** How many of each kind the server says that it holds. */
+    /** The number of items of each kind that the server reports. */
     static json_t held() { return alpha_json("stats system").at("data"); }
 
     const runtime_directory_t directory_;
@@ -93,7 +93,7 @@ TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
     struct {
         std::string command;
         int status;
-        std::string answer; /* behind the command's name */
+        std::string answer; /* the members after the command's name */
     } const table[] = {
         {"check " + first_, 0, R"("status":"ok","code":0,"note":"3 items","data":{"items":3,"problems":[]}})"},
         {"check " + wrong, 2,
@@ -126,7 +126,8 @@ TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
 }
 
 TEST_F(config_test, a_refusal_in_the_middle_undoes_what_was_done) {
-    const server_process_t server(directory_.path() + "/alpha.state", 20000); /* it can save no more */
+    const server_process_t server(directory_.path() + "/alpha.state",
+                                  20000); /* its state file cannot grow beyond this */
     ASSERT_TRUE(server.is_ready());
     ASSERT_EQ(alpha("config apply " + first_).status, 0);
     const json_t got = alpha_json("config apply " + file("many", mappings(2000)));
@@ -163,7 +164,7 @@ TEST_F(config_test, versions_come_back_and_the_log_names_them) {
     EXPECT_EQ(log, "1 config apply " + first_ + " 3\n2 config apply " + second_ +
                        " 4\n3 timeout set 1\n4 as it was found 0\n5 config rollback 2 1\n6 config rollback 1 4\n"
                        "7 config rollback 4 4\n");
-    /* What a server has taken comes back, though no document may ask for it. */
+    /* A rollback restores items that the server has accepted, even if `config check` refuses them in a document. */
     EXPECT_EQ(alpha("pool add --id 9 --param 1 --start 0.0.0.1 --end 0.0.0.2").status, 0);
     const std::string taken = shown();
     EXPECT_EQ(alpha("config apply " + first_).status, 0);
@@ -204,7 +205,7 @@ TEST_F(config_test, a_server_that_has_started_anew_gets_what_it_lacks) {
     }
 }
 
-/** Another operator has another home, and another idea of what was applied. */
+/** A second operator has another home directory, and so other versions. */
 TEST_F(config_test, operators_with_homes_of_their_own_see_one_server) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
@@ -337,7 +338,8 @@ TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_loo
     alpha("config apply " + first_);
     lock_t daemon(lock_path_of("alpha"), "nat64d");
     ASSERT_EQ(take_server_lock(daemon, "alpha", {}), "");
-    setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(), 1); /* the lock is wherever the state is */
+    setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(),
+           1); /* the lock does not depend on the state folder */
     for (const std::string &command : {"config apply " + second_, std::string("pool del --id 1")}) {
         const run_t got = alpha(command);
         EXPECT_EQ(got.status, 5) << "a status of its own, so that a script can try again";
@@ -401,7 +403,7 @@ TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {
     close(ready[1]);
     char note = 0;
     ASSERT_EQ(read(ready[0], &note, 1), 1) << "it says that it waits";
-    kill(child, SIGHUP); /* the change may have cut its terminal off */
+    kill(child, SIGHUP); /* as if the change had cut off its terminal */
     EXPECT_TRUE(eventually([] { return alpha("config confirm").answers == "config confirm: ok, version 4 stays\n"; }));
     int status = 0;
     waitpid(child, &status, 0);
@@ -417,7 +419,7 @@ TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirme
     child_t natctl;
     ASSERT_TRUE(natctl.start([&](int ready) {
         dup2(ready, STDERR_FILENO);
-        std::signal(SIGPIPE, SIG_IGN); /* nobody reads what it says later */
+        std::signal(SIGPIPE, SIG_IGN); /* nobody reads its later output */
         execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h", second_.c_str(),
               nullptr);
     })) << "it says that it waits";

@@ -1,4 +1,4 @@
-/* Messages in words, from bytes written out here. */
+/* Messages formatted as text, from bytes that are literals here. */
 #include "tools/natctl/decode.h"
 
 #include <gtest/gtest.h>
@@ -110,7 +110,7 @@ TEST(decode_test, lines_of_entries_say_what_their_rows_say) {
         for (const uint32_t count : {3U, 100U, 1U}) {
             std::vector<uint8_t> entries(size_t{count} * reply.entry_size);
             for (uint8_t &byte : entries) {
-                const auto drawn = static_cast<uint32_t>(random()); /* zeros, small numbers and large ones */
+                const auto drawn = static_cast<uint32_t>(random()); /* zeros, small and large numbers */
                 byte = static_cast<uint8_t>(drawn % 2 == 0 ? 0 : drawn >> 8 >> drawn % 7);
             }
             std::string expected;

@@ -1,4 +1,4 @@
-/* What natctl explains of addresses, by the rules of a file and by those that it has installed. */
+/* `mapt explain` and `nat64 explain`, with the rules of a file and with installed rules. */
 #include <fstream>
 
 #include "natctl_fixture.h"
@@ -6,7 +6,7 @@
 
 namespace {
 
-/* Rule 1 goes on in a second line, rule 2 is deleted, and what rule 3 has is rule 1's too. */
+/* Rule 1 takes two lines, rule 2 is deleted, and the prefixes of rule 3 lie within those of rule 1. */
 constexpr char rules[] =
     "# no rule\npool add --id\nmapt show\n"
     "mapt bmr add --rule 1 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24 \\\n --ea-len 16 --psid-offset 6\n"
@@ -17,7 +17,7 @@ constexpr char rules[] =
     "mapt dmr add --id 1\nmapt dmr add --id 2 --prefix 2001:db8:fffe::/64\n"
     "mapt dmr del --id 2\nmapt dmr add --id 2 --prefix 2001:db8:ff:ff00::/64\n";
 
-/* The address; rule, PSID, ports, IPv4 address, IPv6 address and what the default rule makes of it. */
+/* Expected columns: rule, PSID, ports, IPv4 address, IPv6 address, IPv6 address by the default rule. */
 constexpr char first[] =
     "1 52 1232-1235, 2256-2259, 3280-3283, 4304-4307, ... 192.0.2.18 2001:db8:12:3400:0:c000:212:34 "
     "2001:db8:ff:ff00:c0:2:1200:0 ";
@@ -40,7 +40,7 @@ protected:
         EXPECT_EQ(result.status, 0) << command << ": " << result.notes;
         return json_t::parse(result.answers).at("data");
     }
-    /** Writes a batch file, and returns the option that names it. */
+    /** Writes a batch file and returns the option that names it. */
     std::string file_with(const std::string &text) const {
         const std::string name = directory_.path() + "/rules";
         std::ofstream(name) << text;

@@ -54,13 +54,13 @@ constexpr field_error_t field_errors[] = {
     {"--connect '' status", "--connect '': must be the name of a server"},
     {"frob", "frob: must be status, convert, configuration, timeout, "},
     {"sttas", "natctl: sttas: did you mean stats?\n"},
-    {"statsu", "natctl: statsu: did you mean status?\n"}, /* stats is as near, and not as long */
+    {"statsu", "natctl: statsu: did you mean status?\n"}, /* stats is as near, but shorter */
     {"help tiemout", "natctl: help: tiemout: did you mean timeout?\n"},
     {"session walk", "natctl: session: did you mean sessions?\n"},
     {"sessions clear", "sessions clear: needs an option that says which sessions, or --all to clear every one\n"},
     {"sessions clear --all --port 5", "sessions clear: --port excludes --all"},
     {"tiemout set", "natctl: tiemout: did you mean timeout?\n"},
-    {"smappin add", "natctl: smappin: did you mean smapping?\n"}, /* dmapping is behind it and nearly as near */
+    {"smappin add", "natctl: smappin: did you mean smapping?\n"}, /* dmapping comes later and is nearly as near */
     {"mapt bmr ad", "mapt bmr: ad: did you mean add?\n"},
     {"timeout set --tpye 1 --value 2", "timeout set: --tpye: did you mean --type?\n"},
     {"timeout set --type 1 --vale=2", "timeout set: --vale=2: did you mean --value?\n"},
@@ -98,7 +98,7 @@ TEST_F(field_errors_test, a_wrong_value_is_named_with_what_is_allowed_and_ends_w
     }
 }
 
-/** What came of a dry run, without what differs from run to run or tells a batch. */
+/** The outcome of a dry run, without the members that differ between runs or between a batch and a single command. */
 json_t without_run(json_t outcome) {
     outcome.erase("line");
     constexpr size_t header_digits = 64;

@@ -1,4 +1,4 @@
-/* The help: what it lists, and that the manual page lists the same. */
+/* The help lists all commands, each help fits a screen, and the manual page lists the same commands. */
 #include <cctype>
 #include <fstream>
 #include <iterator>
@@ -19,7 +19,7 @@ protected:
         return lines;
     }
 
-    /** The words that may follow a command and are commands. */
+    /** The subcommands of a command. */
     static std::vector<std::string> commands_of(const std::string &path) {
         std::vector<std::string> commands;
         for (const std::string &word : lines_of(run("complete " + path + " ''").answers)) {
@@ -29,7 +29,7 @@ protected:
         return commands;
     }
 
-    /** All commands that have none of their own, and on the way each help, which must fit a screen. */
+    /** All commands without subcommands. Checks on the way that each help fits a screen. */
     static std::vector<std::string> leaves_of(const std::string &path) {
         constexpr size_t screen = 50;
         EXPECT_LE(lines_of(run("help " + path).answers).size(), screen) << path;
@@ -42,7 +42,7 @@ protected:
         return leaves;
     }
 
-    /** The manual page as a reader sees its words, without fonts. */
+    /** The lines of the manual page without escapes and fonts. */
     static std::vector<std::string> manual_lines() {
         std::ifstream file(MANUAL_PATH "/natctl.1");
         std::string text;

@@ -1,4 +1,4 @@
-/* Lists of the server: whole, or cut where the user wants it, or an error. */
+/* Lists over many replies: complete, cut by --limit, or an error. */
 #include "natctl_fixture.h"
 
 namespace {
@@ -26,7 +26,7 @@ struct cut_t {
     const char *line;
     size_t rows;
     bool is_cut;
-    int next_id; /* of the first row from the cookie on */
+    int next_id; /* identifier of the first row after the cookie */
 };
 
 TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie) {
@@ -111,7 +111,7 @@ TEST_F(list_test, a_query_that_is_refused_in_full_length_is_no_empty_list) {
     }
 }
 
-/** Turns the clock with each reply of a list that is traced. */
+/** A trace that advances the clock with each reply of a list. */
 class slow_trace_t : public std::streambuf {
     int_type overflow(int_type c) override {
         line_ += traits_type::to_char_type(c);

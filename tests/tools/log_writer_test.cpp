@@ -1,4 +1,4 @@
-/* Lines for standard error: how many of each source there are, and what is told of the others. */
+/* log_writer_t: the limits of lines for each source and for all, and the count of omitted lines. */
 #include "net/log_writer.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@ protected:
         EXPECT_EQ(pipe(ends_), 0);
         fcntl(ends_[0], F_SETFL, O_NONBLOCK);
         dup2(ends_[1], STDERR_FILENO);
-        alarm(60); /* ends a test that hangs */
+        alarm(60); /* kills a test that hangs */
     }
     ~log_writer_test() override {
         alarm(0);

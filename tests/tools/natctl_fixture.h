@@ -1,4 +1,4 @@
-/* Runs natctl in this process and keeps what it wrote. */
+/* Runs natctl in this process and returns its output. */
 #ifndef TESTS_TOOLS_NATCTL_FIXTURE_H
 #define TESTS_TOOLS_NATCTL_FIXTURE_H
 
@@ -29,7 +29,7 @@ struct run_t {
     std::string notes;
 };
 
-/** Lines of a batch, and something that happens before one of them is read. */
+/** Input of a batch that calls a function before a given line is read. */
 class lines_t : public std::streambuf {
 public:
     lines_t(std::vector<std::string> lines, size_t number, std::function<void()> before_it)
@@ -46,12 +46,12 @@ private:
     }
 
     std::vector<std::string> lines_;
-    size_t number_; /* from 1 */
+    size_t number_; /* of that line, from 1 */
     std::function<void()> before_it_;
     size_t next_ = 0;
 };
 
-/** Answers that are interrupted when they have so many lines. */
+/** Output that raises an interrupt when it has a given number of lines. */
 class interrupted_lines_t : public std::stringbuf {
 public:
     explicit interrupted_lines_t(std::ptrdiff_t count) : count_(count) {}
@@ -70,7 +70,7 @@ private:
     bool is_interrupted_ = false;
 };
 
-/** Every run gives back all that it took from the platform. */
+/** Checks that every run releases all its resources of the platform. */
 class natctl_test : public testing::Test {
 protected:
     /** `command` is a line as in a batch file; `input` is what `batch -` reads. */

@@ -1,12 +1,12 @@
-/* MAP-T rules: what natctl says of them is what the server did, and the library's table agrees. */
+/* MAP-T rules: natctl reports the server's result, and the library's table agrees with it. */
 #include "natctl_fixture.h"
 
 namespace {
 
 class rule_test : public natctl_test {};
 
-/* Rule 1 and rule 2 share their IPv4 prefix, 3 shares nothing, nor does the other rule 1, whose first byte is another.
- */
+/* Rules 1 and 2 have the same IPv4 prefix. Rule 3 shares no prefix. The other rule 1 differs in the first byte of its
+ * prefixes. */
 constexpr char add1[] = "mapt bmr add --rule 1 --domain 6 --v6 2001:db8:100::/40 --v4 192.0.2.0/24\n";
 constexpr char add2[] = "mapt bmr add --rule 2 --domain 6 --v6 2001:db8:200::/40 --v4 192.0.2.0/24\n";
 constexpr char add3[] = "mapt bmr add --rule 3 --domain 6 --v6 2001:db8:300::/40 --v4 198.51.100.0/24\n";
@@ -19,10 +19,10 @@ constexpr char refuse[] = "dev server fail-next --code 0x6006\n";
 struct story_t {
     const char *what;
     std::string lines;
-    const char *verdicts; /* of the rule commands: o for ok, r for refused by the server */
+    const char *verdicts; /* for each rule command: o for ok, r for refused by the server */
     int installed;
     int leaves;
-    int found; /* the rule that 192.0.2.9 leads to; 0 for none */
+    int found; /* the rule that a lookup of 192.0.2.9 finds; 0: none */
     const char *pipeline = "1";
 };
 

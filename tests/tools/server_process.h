@@ -1,4 +1,4 @@
-/* A server that is a process of its own. */
+/* A server in a process of its own. */
 #ifndef TESTS_TOOLS_SERVER_PROCESS_H
 #define TESTS_TOOLS_SERVER_PROCESS_H
 
@@ -11,7 +11,8 @@
 /** `natctl serve alpha`, or another name, ready for clients. */
 class server_process_t : public child_t {
 public:
-    /** With a state file, unless it is empty, and files of at most so many bytes. */
+    /** @param state_file empty: none
+     * @param file_bytes limit of the size of files that the server writes */
     explicit server_process_t(const std::string &state_file = {}, rlim_t file_bytes = RLIM_INFINITY,
                               const std::string &name = "alpha") {
         is_ready_ = start([&](int ready) {

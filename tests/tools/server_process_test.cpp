@@ -1,4 +1,4 @@
-/* natctl beside a server that is a process of its own, and what ends a batch early. */
+/* natctl with a server in another process: connecting, notifications, hostile answers, and early ends of a batch. */
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -138,15 +138,15 @@ TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be
     EXPECT_NE(second.at("boot_id"), first.at("boot_id"));
 }
 
-/* A server `liar` that answers each query with the claim of 4096 entries, and none of them, and tells of an event and a
- * mapping whoever wants to hear. */
+/* A server `liar`. It answers each query with a reply that claims 4096 entries and has none, and sends notifications of
+ * an event and a mapping to each client. */
 void lie(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
     const int number = *static_cast<const uint8_t *>(msg) & 0x0f;
     const uint32_t event[] = {0x60c001, 0, 0, 0, 1};
     const uint32_t mapping[16] = {0x60c001, 0, 0, 0, 3, 77};
     if (number == 1) fwx_host_peer_send(peer, event, sizeof event);
     if (number == 1) fwx_host_peer_send(peer, mapping, sizeof mapping);
-    if (number < 4) return; /* no query */
+    if (number < 4) return; /* not a query */
     uint32_t reply[17];
     std::fill(std::begin(reply), std::end(reply), 0x1000);
     std::memcpy(reply, msg, std::min(size, size_t{32}));
@@ -214,7 +214,7 @@ TEST_F(server_process_test, a_server_says_that_it_serves_in_the_format_that_is_a
 }
 
 TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {
-    testing::internal::CaptureStderr(); /* the server's, which is a child's */
+    testing::internal::CaptureStderr(); /* of the server, which is a child process */
     std::optional<server_process_t> server(std::in_place);
     const std::string rule = "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24";
     EXPECT_EQ(run("--connect alpha " + rule).status, 0);

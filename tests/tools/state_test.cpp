@@ -1,4 +1,4 @@
-/* What a server process keeps in its state file. */
+/* The state file of `natctl serve`: what it holds, crashes, full disks, older formats, damaged files. */
 #include <cctype>
 #include <cstring>
 #include <filesystem>
@@ -27,7 +27,7 @@ protected:
         return {std::istreambuf_iterator<char>(file), {}};
     }
     std::string content() const { return content_of(path_); }
-    /** Lines of the state that are an op code and a payload. */
+    /** The lines of the state file that consist of an op code and a payload. */
     std::string lines_of_digits() const {
         std::ifstream file(path_);
         std::string digits;
@@ -160,7 +160,7 @@ mapt bmr add --rule 1 --domain 1 --v6 2001:db8:1::/48 --v4 192.0.2.0/28
 mapt bmr add --rule 2 --domain 1 --v6 2001:db8:2::/48 --v4 192.0.2.16/28 --ea-len 16
 mapt bmr del --rule 1 --domain 1 --v6 2001:db8:1::/48 --v4 192.0.2.0/28
 )";
-/** The same when some of them have been taken back. */
+/** The state after some of these items were deleted. */
 constexpr const char *what_is_kept =
     R"(natctl server state 3
 timeout set --type udp --value 300
@@ -197,7 +197,7 @@ TEST_F(state_test, the_state_stands_as_the_lines_of_its_commands_and_rules_keep_
 }
 
 TEST_F(state_test, no_command_is_kept_as_hexadecimal_digits) {
-    /* A line of a delete says the key alone, so a client's delete with other values in it stays as digits. */
+    /* The command line of a delete has only the key, so a delete with other values in it is written as digits. */
     const std::string lines = std::string(every_kind) +
                               R"(limit mod --type sessions --value 2048
 limit del --type sessions
@@ -240,7 +240,7 @@ mapt dmr del --id 1
 }
 
 TEST_F(state_test, an_older_state_is_read_and_written_as_a_new_one) {
-    /* A timeout, and a rule of which the index and the identifiers alone were kept. */
+    /* A timeout, and a rule in the older form, with only its index and identifiers. */
     std::ofstream(path_)
         << "natctl server state 2\n14 010000002c010000\n65536 070000000500000001000000\n= 2 f0615b2f\n";
     const server_process_t server(path_);

@@ -1,4 +1,4 @@
-/* natctl as a program: on a terminal, and with standard descriptors that are of no use. */
+/* natctl as a program: on a terminal, and with standard descriptors that are closed or unusable. */
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -21,7 +21,7 @@ namespace {
 
 constexpr int patience_ms = 10000;
 
-/** natctl on a pseudo-terminal of its own; what it keeps stays in a directory of the test's. */
+/** Runs natctl on a pseudo-terminal of its own, with its files in the test's directory. */
 class terminal_test : public testing::Test {
 protected:
     terminal_test() {
@@ -53,7 +53,7 @@ protected:
         ASSERT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
     }
 
-    /** Whether the terminal shows `text` after what was awaited before, now or later. */
+    /** Waits until the terminal shows `text` after the text awaited before. */
     bool shows(const std::string &text) {
         while (shown_.find(text) == std::string::npos) {
             pollfd readable{terminal_, POLLIN, 0};
@@ -76,8 +76,8 @@ protected:
     }
 
     std::string home_;
-    std::string passed_; /* shown before the text that was awaited last */
-    std::string shown_;  /* after it */
+    std::string passed_; /* output before the text awaited last */
+    std::string shown_;  /* output after it */
     int terminal_ = -1;
     pid_t child_ = -1;
 };
@@ -120,7 +120,7 @@ TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_c
 
     start("exec $natctl shell");
     ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("\x10\x10\n"); /* the line before the last */
+    type("\x10\x10\n"); /* recalls the last line but one */
     EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
     type("exit\n");
     EXPECT_EQ(exit_status(), 0);

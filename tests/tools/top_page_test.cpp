@@ -1,4 +1,4 @@
-/* What a page of `natctl top` looks like, and what it is made from. */
+/* The page of `natctl top` and its JSON, made from a look without a server. */
 #include <gtest/gtest.h>
 
 #include "tools/natctl/top.h"

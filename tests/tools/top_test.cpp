@@ -1,4 +1,4 @@
-/* From whom `natctl top` has what it shows, and how it behaves in a terminal. */
+/* `natctl top` with a server, and in a terminal. */
 #include <unistd.h>
 
 #include "fwx_nat64/client.h"
@@ -62,7 +62,7 @@ TEST_F(top_test, a_server_is_looked_at_once_where_nobody_watches) {
     }
 }
 
-/** A server `alpha` with one dynamic mapping more than a look takes. */
+/** A server `alpha` with one dynamic mapping more than a look lists. */
 void serve_many(int ready) {
     fwx_host_loop_t *loop = fwx_host_loop_create();
     const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
@@ -86,7 +86,7 @@ TEST_F(top_test, a_list_that_is_not_taken_whole_is_said_to_be_cut) {
 }
 
 #ifdef TMUX_PATH
-/** A terminal of its own, whose window has a size. */
+/** A terminal with a window of a given size, by tmux. */
 class tmux_t {
 public:
     tmux_t(const std::string &folder, const std::string &command) : socket_(folder + "/tmux") {
