@@ -74,8 +74,9 @@ TEST_F(daemon_test, an_edit_that_the_server_refuses_is_taken_back) {
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", false); })) << daemon.log();
     EXPECT_NE(
         run("--connect alpha daemon status")
-            .answers.find("somebody else has changed the server; a replay puts that right with 1 command: pool add "
-                          "--id 7"),
+            .answers.find(
+                "another client has changed the server; natctl daemon replay repairs that with 1 command: pool add "
+                "--id 7"),
         std::string::npos);
     EXPECT_EQ(run("--connect alpha daemon replay").status, 0);
     EXPECT_EQ(data_of("stats pools").size(), count + 1) << "what is not in the document is left alone";

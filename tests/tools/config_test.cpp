@@ -325,9 +325,9 @@ TEST_F(config_test, what_the_server_has_done_and_cannot_be_kept_is_told) {
     std::filesystem::create_directories(state_ + "/documents/1.new");
     const run_t got = alpha("timeout set --type udp --value 3");
     EXPECT_EQ(got.status, 2);
-    EXPECT_EQ(
-        got.notes.find("natctl: timeout set: the server has done it, and it is not kept: " + state_ + "/documents/1"),
-        0U)
+    EXPECT_EQ(got.notes.find("natctl: timeout set: the server has done it, but the version could not be saved: " +
+                             state_ + "/documents/1"),
+              0U)
         << got.notes;
     EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 1);
 }
@@ -439,7 +439,7 @@ TEST_F(config_test, what_a_server_holds_is_assumed_only_where_it_does_not_tell) 
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
     EXPECT_EQ(alpha("config apply --assume-empty " + first_).notes,
-              "natctl: config apply: --assume: this server tells what it holds\n");
+              "natctl: config apply: --assume: this server reports what it holds itself\n");
     EXPECT_EQ(alpha("--dry-run config apply " + first_).notes,
               "natctl: config apply: a dry run asks no server what it holds; --check does, and changes nothing\n");
     EXPECT_EQ(shown(), head);

@@ -56,8 +56,8 @@ TEST_F(server_process_test, a_change_of_the_embedded_model_is_told_where_servers
         EXPECT_EQ(got.status, 0) << got.notes;
         const std::string name = command.substr(0, command.find(' ', command.find(' ') + 1));
         EXPECT_EQ(got.notes, "natctl: " + name +
-                                 ": done by a server model of this natctl's own, which is gone now; servers that are "
-                                 "there now: alpha; --connect or NATCTL_CONNECT names one\n");
+                                 ": done by natctl's own server model, which has ended; running servers: alpha; choose "
+                                 "one with --connect or NATCTL_CONNECT\n");
     }
     for (const std::string &command :
          {"--quiet " + set, "--dry-run " + set, "batch " + batch, "config check " + document,
@@ -233,7 +233,7 @@ TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_t
     const run_t result = run("--connect beta status");
     EXPECT_EQ(result.status, 4);
     for (const std::string part : {"no server beta for channel fwx_cp", "/fwx_host/beta as ", "no such socket",
-                                   "natctl serve beta", "servers that are there now: alpha\n"}) {
+                                   "natctl serve beta", "running servers: alpha\n"}) {
         EXPECT_NE(result.notes.find(part), std::string::npos) << part << '\n' << result.notes;
     }
     EXPECT_NE(run("--connect .beta status").notes.find("no server can have the name"), std::string::npos);

@@ -41,16 +41,17 @@ int read_options(int argc, const char *const *argv, options_t &options) {
     command_spec_t root;
     root.name = "nat64-gateway";
     root.version = "nat64-gateway " NAT64_GATEWAY_VERSION "\n";
-    root.summary = "A NAT64 server that passes packets: Linux carries out what natctl and nat64d configure";
+    root.summary = "A NAT64 server that has Linux translate packets, configured by natctl and nat64d";
     word_field(root, "name", options.translator.gateway, "Name of the gateway, as natctl --connect takes it", "NAME")
         .required();
     word_field(root, "--state", options.translator.directory,
-               "Folder for its configuration, $XDG_STATE_HOME/fwx/gateway/NAME without it", "FOLDER");
+               "Folder for its configuration, by default $XDG_STATE_HOME/fwx/gateway/NAME", "FOLDER");
     word_field(root, "--tayga", options.translator.program, "The translator's program", "PROGRAM").preset = "tayga";
     flag_field(root, "--external-translator", options.translator.is_external,
                "Another service runs nat64-gateway --translator");
     flag_field(root, "--translator", options.is_translator, "Becomes the translator of gateway NAME");
-    flag_field(root, "--remove", options.is_remove, "Takes all away that gateway NAME has made in the kernel");
+    flag_field(root, "--remove", options.is_remove,
+               "Removes everything that gateway NAME has configured in the kernel");
     const int status = read_command_line(root, argc, argv);
     if (status >= 0) return status;
     const std::string &name = options.translator.gateway;
@@ -128,7 +129,7 @@ int run(const options_t &options) {
     if (!server.serve(FWX_NAT64_CHANNEL_NAME)) return fail("no memory left to run a server with");
     server_runner_t runner(loop.get(), log, server);
     error = runner.load(directory + "/configuration");
-    if (error.empty() && engine.commit() != 0) error = "the kernel does not take the configuration";
+    if (error.empty() && engine.commit() != 0) error = "the kernel refuses the configuration";
     if (error.empty()) error = runner.listen(name);
     if (!error.empty()) return fail(error);
     std::printf("serving %s\n", name.c_str());

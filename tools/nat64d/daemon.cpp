@@ -189,7 +189,7 @@ nat64::task<taken_t> daemon_t::take(const std::string &text, std::string name) {
 void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
     if (word == "status") return reply(status_text());
     const bool is_known = word == "replay" || word == "reload";
-    if (!is_known) return reply(R"({"error":"there are status, replay and reload"})");
+    if (!is_known) return reply(R"({"error":"unknown request: must be status, replay or reload"})");
     log_event(log_level_t::info, "asked", {{"for", word}});
     auto answer = [this, reply = std::move(reply)] {
         supervisor_.when_looked([this, reply] { reply(status_text()); });

@@ -60,37 +60,39 @@ void add_process(families_t &to) {
     to.gauge("nat64_build_info", "This nat64d, by its version.").value(1.0, {{"version", NAT64D_VERSION}});
     to.counter("process_cpu_seconds_total", "Processor time of user and system.").value(usage.cpu_s);
     to.gauge("process_start_time_seconds", "When the process started.").value(usage.start_s);
-    to.gauge("process_resident_memory_bytes", "Memory that is resident.").value(usage.resident_bytes);
+    to.gauge("process_resident_memory_bytes", "Resident memory.").value(usage.resident_bytes);
     to.gauge("process_virtual_memory_bytes", "Virtual memory.").value(usage.virtual_bytes);
     to.gauge("process_open_fds", "Descriptors that are open.").value(usage.open_fds);
-    to.gauge("process_max_fds", "Most descriptors that may be open.").value(usage.most_fds);
+    to.gauge("process_max_fds", "Limit of open descriptors.").value(usage.most_fds);
 }
 
 void add_document(families_t &to, const daemon_status_t &status) {
     to.gauge("nat64_server_up", "Whether the server answers.").value(status.is_server_up);
     to.counter("nat64_server_reconnections_total", "Channels to the server that were opened after the first.")
         .value(status.reconnections);
-    to.counter("nat64_server_restarts_total", "Restarts of the server that were seen.").value(status.restarts);
-    to.gauge("nat64_document_info", "The document in force, by the hash of what it says.");
+    to.counter("nat64_server_restarts_total", "Restarts of the server that nat64d noticed.").value(status.restarts);
+    to.gauge("nat64_document_info", "The document in force, by its hash.");
     if (!status.document.empty()) to.value(1.0, {{"document", status.document}});
     to.gauge("nat64_document_items", "Items of the document in force.").value(status.items);
-    to.gauge("nat64_document_in_step", "Whether the server holds what the document in force says.")
+    to.gauge("nat64_document_in_step", "Whether the server is in sync with the document in force.")
         .value(status.is_in_step);
-    to.gauge("nat64_document_in_step_changed_timestamp_seconds", "When that changed last.").value(status.since_s);
-    to.gauge("nat64_document_refused", "Whether the document that is to be in force was refused.")
+    to.gauge("nat64_document_in_step_changed_timestamp_seconds", "Time of the last change of nat64_document_in_step.")
+        .value(status.since_s);
+    to.gauge("nat64_document_refused", "Whether the latest document was refused.")
         .value(!status.refused_reason.empty());
-    to.gauge("nat64_foreign_items", "Items that the server holds, and that nat64d has nothing to do with.")
+    to.gauge("nat64_foreign_items", "Items of the server that others have added and nat64d leaves alone.")
         .value(status.foreign_count);
     to.counter("nat64_document_edits_total", "Documents that came into force in place of another.").value(status.edits);
     to.counter("nat64_document_refusals_total", "Documents that were refused.").value(status.refusals);
-    to.counter("nat64_document_replays_total", "Times that the whole document was given to the server.")
+    to.counter("nat64_document_replays_total",
+               "Times that the server got what it lacked, after a restart or on request.")
         .value(status.replays);
 }
 
 void add_store(families_t &to, const store_status_t &store) {
     to.gauge("nat64_store_up", "Whether the store answers, and has confirmed which document this gateway is to hold.")
         .value(store.is_up);
-    to.gauge("nat64_store_version", "Version of the document in force in the store, 0 when it is none of it.")
+    to.gauge("nat64_store_version", "Version of the document in force, 0 if it is not from the store.")
         .value(store.version);
     to.gauge("nat64_store_confirmed_timestamp_seconds",
              "When the store last confirmed which document this gateway is to hold, 0 when it has not since the start.")
@@ -104,7 +106,7 @@ void add_commands(families_t &to, const metrics_source_t &source) {
     }
     to.histogram("nat64_command_duration_seconds", "Times from a configuration command to its answer.",
                  source.commands.times());
-    to.gauge("nat64_commands_outstanding", "Configuration commands that wait for their answer.")
+    to.gauge("nat64_commands_outstanding", "Outstanding configuration commands.")
         .value(uint64_t{source.commands.outstanding()});
     to.gauge("nat64_throttled", "Whether the channel to the server is full.").value(source.is_throttled);
 }
@@ -139,24 +141,24 @@ void add_lists(families_t &to, const scrape_t &server) {
     for (const fwx_nat64_stats_pool_entry_t &pool : server.pools.entries) {
         to.value(pool.addresses, {{"pool", std::to_string(pool.id)}});
     }
-    to.gauge("nat64_pool_sessions", "Sessions that are open with addresses of a pool.");
+    to.gauge("nat64_pool_sessions", "Open sessions with addresses of a pool.");
     for (const fwx_nat64_stats_pool_entry_t &pool : server.pools.entries) {
         to.value(pool.sessions, {{"pool", std::to_string(pool.id)}});
     }
-    to.gauge("nat64_mapping_sessions", "Sessions that are open by a mapping.");
+    to.gauge("nat64_mapping_sessions", "Open sessions of a mapping.");
     for (const fwx_nat64_stats_mapping_entry_t &mapping : server.mappings.entries) {
         const char *kind = wire_mapping_kind_names.name_of(mapping.kind);
         to.value(mapping.sessions,
                  {{"mapping", std::to_string(mapping.id)}, {"kind", kind == nullptr ? "unknown" : kind}});
     }
-    to.gauge("nat64_series_left_out", "Whether there are more pools or mappings than have series.")
+    to.gauge("nat64_series_left_out", "Whether some pools or mappings have no series.")
         .value(server.pools.has_more ? 1.0 : 0.0, {{"of", "pools"}})
         .value(server.mappings.has_more ? 1.0 : 0.0, {{"of", "mappings"}});
-    to.gauge("nat64_limit", "Most that a limit allows.");
+    to.gauge("nat64_limit", "Maximum that a limit allows.");
     for (const fwx_nat64_stats_limit_entry_t &limit : server.limits) {
         to.value(uint64_t{limit.value}, {{"type", limit_name(limit.type)}});
     }
-    to.gauge("nat64_limit_used", "How much of a limit is used.");
+    to.gauge("nat64_limit_used", "Current use of a limit.");
     for (const fwx_nat64_stats_limit_entry_t &limit : server.limits) {
         to.value(limit.in_use, {{"type", limit_name(limit.type)}});
     }

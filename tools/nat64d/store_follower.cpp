@@ -176,7 +176,7 @@ nat64::task<> store_follower_t::read_kept() {
     if (!text) co_return;
     std::optional<kept_t> kept = take_kept(*text);
     if (!kept) {
-        log_event(log_level_t::error, "state", {{"reason", kept_path_ + ": not as it was written, and left alone"}});
+        log_event(log_level_t::error, "state", {{"reason", kept_path_ + ": damaged, and ignored"}});
         co_return;
     }
     log_event(log_level_t::warning, "store_unreachable",
@@ -249,7 +249,7 @@ void store_follower_t::asked(const etcd_error_t &error) {
     if (must_wait) return;
     const std::string place = watch_->endpoint();
     const bool has_moved = !place.empty() && place != etcd_.endpoint();
-    if (has_moved) return reopen(place + " has not answered others");
+    if (has_moved) return reopen("another member than " + place + ", which has the watch, answers requests");
     if (failures_ >= most_failures) return reopen(error.text);
     const bool is_due = !status_.is_up || fwx_host_clock_ms() >= check_at_ms_;
     if (is_away || !is_due) return;
@@ -266,7 +266,7 @@ nat64::task<> store_follower_t::check() {
     } else if (put.value == told_revision_) {
         confirm();
     } else if (!is_bringing_) {
-        reopen("the store has another manifest than the watch has told of");
+        reopen("the manifest in the store is not the one that the watch reported");
     }
 }
 

@@ -56,7 +56,7 @@ supervisor_t::supervisor_t(fwx_host_loop_t *loop, const std::string &server, std
       kept_(std::move(directory)),
       bell_(loop) {
     status_.server = server;
-    status_.reason = "nothing has been looked at yet";
+    status_.reason = "the server has not been asked yet";
     status_.since = time_text();
     status_.since_s = seconds_now();
 }
@@ -206,7 +206,7 @@ nat64::task<bool> supervisor_t::read_server() {
     std::error_code error = co_await reconciler_->read();
     if (error == nat64::client_errc::unreadable && co_await reconciler_->assume_known(kept_.versions())) error = {};
     if (error == nat64::client_errc::unreadable) {
-        fall_out("the server holds something, and does not tell what: natctl config apply --assume says it");
+        fall_out("the server does not report what it holds; name it with natctl config apply --assume FILE");
     } else if (error) {
         lose(error.message());
     }
@@ -231,8 +231,9 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
     note_foreign(foreign);
     has_drifted_ = plan.size() != 0 && !may_change;
     if (has_drifted_) {
-        fall_out("somebody else has changed the server; a replay puts that right with " + std::to_string(plan.size()) +
-                 (plan.size() == 1 ? " command: " : " commands, first: ") + text_of(plan.command(0)));
+        fall_out("another client has changed the server; natctl daemon replay repairs that with " +
+                 std::to_string(plan.size()) + (plan.size() == 1 ? " command: " : " commands, first: ") +
+                 text_of(plan.command(0)));
         co_return false;
     }
     if (plan.size() != 0) {
@@ -315,8 +316,9 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
         if (!applied.is_taken_back || !status_.is_in_step) {
             must_bring_ = true;
             pause_ms_ = std::min(std::max(2 * pause_ms_, first_pause_ms), last_pause_ms);
-            fall_out(trouble_ +
-                     (result.standing.empty() ? "" : "; " + std::to_string(result.standing.size()) + " changes stand"));
+            fall_out(trouble_ + (result.standing.empty()
+                                     ? ""
+                                     : "; " + std::to_string(result.standing.size()) + " changes remain"));
             retry_at_ms_ = fwx_host_clock_ms() + pause_ms_;
         }
     }
@@ -326,7 +328,7 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
         bell_.ring();
     } else if (applied && !result.is_in_sync) {
         must_bring_ = true;
-        fall_out("somebody else has changed the server meanwhile");
+        fall_out("another client has changed the server meanwhile");
     }
 }
 

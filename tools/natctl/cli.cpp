@@ -67,7 +67,7 @@ void add_output_options(command_spec_t &root, options_t &options) {
     format_flag(root, "--csv", "One table of comma-separated values; a batch with a second is refused")
         .excludes(json)
         .excludes(jsonl);
-    flag_field(root, "--quiet", options.quiet, "Leaves out what only says that all is well");
+    flag_field(root, "--quiet", options.quiet, "Omits messages that only say that all is well");
 }
 
 void add_client_options(command_spec_t &root, options_t &options) {
@@ -108,7 +108,7 @@ public:
         add_client_options(root_, options);
         command_spec_t &batch =
             add(mode_t::batch, "batch",
-                "Carries out the commands of a file, one a line; a backslash at its end joins the next");
+                "Runs the commands of a file, one a line; a backslash at the end of a line joins the next");
         word_field(batch, "file", file, "the file, - for standard input", "FILE").required();
         command_spec_t &served =
             add(mode_t::serve, "serve", "Runs the server model as a process of its own, until a signal ends it");
@@ -119,13 +119,13 @@ public:
             if (option.names != "--capture") served.others.push_back(option.names);
         }
         add_output_options(root_, options);
-        add(mode_t::shell, "shell", "Carries out commands typed at a prompt");
-        add(mode_t::watch, "watch", "Shows what the server of --connect sends unasked, until an interrupt");
+        add(mode_t::shell, "shell", "Runs commands typed at a prompt");
+        add(mode_t::watch, "watch", "Shows the notifications of the server of --connect, until an interrupt");
         add_top();
-        command_spec_t &daemon = root_.command("daemon", "Asks the nat64d that keeps the server of --connect");
+        command_spec_t &daemon = root_.command("daemon", "Asks the nat64d of the server of --connect");
         for (const auto &[verb, summary] :
-             {std::pair("status", "Shows what is in force, and whether the server is in step with it"),
-              std::pair("replay", "Gives the server the whole document again, whatever it holds"),
+             {std::pair("status", "Shows the document in force, and whether the server is in sync with it"),
+              std::pair("replay", "Reads the server, and sends what it lacks of the document in force"),
               std::pair("reload", "Reads the document's file again")}) {
             daemon.command(verb, summary, [this, verb = std::string(verb)](const std::string &) {
                 mode_ = mode_t::daemon;
@@ -133,7 +133,7 @@ public:
             });
         }
         command_spec_t &completion =
-            root_.command("completion", "Prints what makes a shell complete natctl's commands");
+            root_.command("completion", "Prints a script that makes a shell complete natctl's commands");
         completion.takes_root_options = false;
         for (const shell_completion_t &of : shell_completions) {
             completion.command(of.shell, of.summary, [this, &of](const std::string &) { text = of.script; })
@@ -161,8 +161,8 @@ public:
         }
         const bool can_look = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
         if ((is_watch() || is_top()) && !text.has_value() && !can_look) {
-            return usage_outcome(
-                {is_top() ? "top" : "watch", "needs --connect or NATCTL_CONNECT, and is no table and no dry run"});
+            return usage_outcome({is_top() ? "top" : "watch",
+                                  "needs --connect or NATCTL_CONNECT, and takes neither --csv nor --dry-run"});
         }
         return {};
     }
@@ -199,10 +199,10 @@ private:
 
     void add_top() {
         command_spec_t &top_spec =
-            add(mode_t::top, "top", "Shows how the server of --connect does, until q or an interrupt");
-        milliseconds_field(top_spec, "--interval", top.interval_ms, "time between two looks, 1s without it", 100,
+            add(mode_t::top, "top", "Shows the state of the server of --connect, until q or an interrupt");
+        milliseconds_field(top_spec, "--interval", top.interval_ms, "time between two refreshes, 1s without it", 100,
                            86400000);
-        flag_field(top_spec, "--once", top.is_once, "looks once");
+        flag_field(top_spec, "--once", top.is_once, "shows one page and ends");
     }
 
     command_spec_t root_;
@@ -232,8 +232,8 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
 /** Notes that a change was made to the embedded model, because the user may have meant a running server. */
 void note_lost_change(const outcome_t &outcome, output_t &output) {
     if (servers_there().empty()) return;
-    output.note("natctl: " + outcome.command + ": done by a server model of this natctl's own, which is gone now; " +
-                servers_text() + "; --connect or NATCTL_CONNECT names one");
+    output.note("natctl: " + outcome.command + ": done by natctl's own server model, which has ended; " +
+                servers_text() + "; choose one with --connect or NATCTL_CONNECT");
 }
 
 status_t run_command(const command_line_t &line, std::istream &input, output_t &output) {

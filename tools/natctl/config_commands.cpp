@@ -156,19 +156,20 @@ void file_field(command_spec_t &app, const std::shared_ptr<request_t> &request) 
 }
 
 void assume_fields(command_spec_t &app, const std::shared_ptr<request_t> &request) {
-    word_field(app, "--assume", request->options.assumed_file, "of a server that does not tell: it holds this document",
-               "FILE");
+    word_field(app, "--assume", request->options.assumed_file,
+               "for a server that does not report its state: it holds this document", "FILE");
     flag_field(app, "--assume-empty", request->options.assumes_empty,
-               "of a server that does not tell: it holds nothing");
+               "for a server that does not report its state: it holds nothing");
 }
 
 void apply_fields(command_spec_t &app, const std::shared_ptr<request_t> &request) {
     config_options_t &options = request->options;
     flag_field(app, "--check", options.is_check, "says what would change, and sends nothing");
     flag_field(app, "--diff", options.shows_diff, "shows the commands");
-    flag_field(app, "--keep-partial", options.keeps_partial, "after a refusal or Ctrl-C, keeps what was done");
+    flag_field(app, "--keep-partial", options.keeps_partial,
+               "after a refusal or Ctrl-C, does not undo the commands before");
     duration_field(app, "--confirm", options.confirm_s,
-                   "takes it back unless config confirm comes within this time, and waits for that");
+                   "waits, and undoes the change unless config confirm comes within this time");
     assume_fields(app, request);
 }
 
@@ -180,9 +181,8 @@ void add_config_commands(grammar_t &grammar) {
     const auto with = [request](uint32_t (*act)(call_t &, const request_t &)) {
         return [request, act](call_t &call) { return act(call, *request); };
     };
-    file_field(
-        grammar.local("check", "Looks for all that is wrong with a document, without asking a server", with(check)),
-        request);
+    file_field(grammar.local("check", "Reports all errors of a document, without asking a server", with(check)),
+               request);
     command_spec_t &differ = grammar.immediate(
         "diff", "Prints the commands that make a server run a document; exit status 1 if there are any", with(diff));
     word_field(differ, "file", request->file, "the document as above, or the number of a version", "FILE|N").required();
@@ -192,13 +192,13 @@ void add_config_commands(grammar_t &grammar) {
     apply_fields(applied, request);
     command_spec_t &shown =
         grammar.immediate("show", "Prints the document that the server runs, or that of a version", with(show));
-    number_field(shown, "version", request->version, "the version; what the server runs without it");
+    number_field(shown, "version", request->version, "the version, by default what the server runs");
     flag_field(shown, "--as-json", request->is_json, "prints the document as JSON");
     command_spec_t &back =
         grammar.immediate("rollback", "Makes the server run an older version again", with(roll_back));
     number_field(back, "version", request->version,
-                 "the version; the newest that is not what the server runs without it");
+                 "the version, by default the newest that differs from what the server runs");
     apply_fields(back, request);
     grammar.local("log", "Lists who changed what and when", show_log);
-    grammar.local("confirm", "Lets a change stay that waits for it", confirm);
+    grammar.local("confirm", "Confirms a change that waits for it", confirm);
 }

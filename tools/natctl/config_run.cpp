@@ -95,8 +95,8 @@ reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t 
     return call.pal.run_plan(server.bring(plan, to, takes_back), [&] {
         if (!interrupt.is_raised() || std::exchange(is_told, true)) return;
         call.pal.note("natctl: interrupted after " + std::to_string(server.done()) + " of " +
-                      count_text(plan.size(), "command") + ": waits for what is under way" +
-                      (takes_back ? ", and takes it back" : ""));
+                      count_text(plan.size(), "command") + ": waiting for the outstanding commands" +
+                      (takes_back ? ", then undoing all" : ""));
         server.stop();
     });
 }
@@ -120,10 +120,10 @@ void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &re
                            ? text_of(applied.refusal->command) + ": refused by the server: " + code_text(code)
                            : "interrupted: " + how_far;
     if (result.standing.empty()) {
-        text += "; all that was done is undone";
+        text += "; all changes are undone";
     } else {
         if (result.others != 0) text += "; others have changed the server meanwhile";
-        text += "; stands:" + named(texts_of(result.standing));
+        text += "; these changes remain:" + named(texts_of(result.standing));
     }
     refuse(outcome, applied.refusal ? status_t::refused : status_t::usage, code, text);
     outcome.data["changed"] = !result.standing.empty();
@@ -150,7 +150,7 @@ void tell_others(call_t &call, const document_t &document, const reconcile_resul
     const plan_t plan(call.pal.reconciler().held(), document);
     const std::vector<std::string> difference = texts_of(plan);
     refuse(call.outcome, status_t::refused, 0,
-           changed + ", and it does not hold the document; what leads there:" + named(difference));
+           changed + ", and it does not hold the document; missing commands:" + named(difference));
     call.outcome.data["difference"] = difference;
 }
 
@@ -183,7 +183,8 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
     if (!result.applied) return tell_failure(call, plan, result);
     tell_others(call, document, result);
     const bool is_unkept = outcome.status == status_t::ok && !error.empty();
-    if (is_unkept) refuse(outcome, status_t::usage, 0, "the server has it, and it is not kept: " + error);
+    if (is_unkept)
+        refuse(outcome, status_t::usage, 0, "the server has done it, but the version could not be saved: " + error);
 }
 
 /** True if the version no longer waits for a confirmation. */
@@ -257,8 +258,9 @@ void confirm_or_take_back(call_t &call, const document_t &before, const document
     const std::string error = call.pal.end_change();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
     const outlives_terminal_t outlives_terminal;
-    call.pal.note("natctl: version " + std::to_string(number) + " runs; it is undone in " + std::to_string(seconds) +
-                  " s unless somebody says natctl --connect " + call.pal.options().connect + " config confirm");
+    call.pal.note("natctl: version " + std::to_string(number) + " is in force; it is undone in " +
+                  std::to_string(seconds) + " s unless you run natctl --connect " + call.pal.options().connect +
+                  " config confirm");
     if (wait_for_confirmation(call, number, seconds, interrupt)) return;
     take_back(call, before, after, number, interrupt.is_raised());
 }
@@ -296,7 +298,7 @@ bool config_read(call_t &call, const config_options_t &options) {
     const std::error_code error = call.pal.run_internal(server.read());
     if (!error && !assumes) return true;
     if (!error) {
-        refuse(call.outcome, status_t::usage, 0, "--assume: this server tells what it holds");
+        refuse(call.outcome, status_t::usage, 0, "--assume: this server reports what it holds itself");
         return false;
     }
     const bool is_unreadable = error == nat64::client_errc::unreadable;

@@ -65,14 +65,14 @@ uint32_t convert(call_t &call, const request_t &request) {
 
 void add_convert_command(grammar_t &grammar) {
     auto request = grammar.record<request_t>();
-    command_spec_t &app =
-        grammar.local("convert", "Makes a document of one in the standard form (RFC 8512), or the other way round",
-                      [request](call_t &call) { return convert(call, *request); });
+    command_spec_t &app = grammar.local("convert", "Converts a document from or to the standard form (RFC 8512)",
+                                        [request](call_t &call) { return convert(call, *request); });
     const std::vector<choice_t> forms = {{"ietf-nat", 1}};
     const option_spec_t &from =
-        choice_field(app, "--from", request->reads, forms, "the form that is read; a document is written");
-    choice_field(app, "--to", request->writes, forms, "the form that a document is written in").excludes(from);
-    word_field(app, "file", request->file, "what is converted, - for standard input, which it is without it", "FILE");
-    flag_field(app, "--lossy", request->is_lossy, "warns of what has no place in the other form, and writes the rest");
+        choice_field(app, "--from", request->reads, forms, "converts from this form to a document");
+    choice_field(app, "--to", request->writes, forms, "converts a document to this form").excludes(from);
+    word_field(app, "file", request->file, "the file to convert, by default or with - standard input", "FILE");
+    flag_field(app, "--lossy", request->is_lossy,
+               "only warns of parts that have no place in the other form, and writes the rest");
     flag_field(app, "--as-json", request->is_json, "writes the document as JSON");
 }

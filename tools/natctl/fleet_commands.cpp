@@ -34,17 +34,19 @@ uint32_t show_history(call_t &call, const fleet_request_t &request) {
 void store_fields(command_spec_t &app, const std::shared_ptr<fleet_request_t> &request) {
     store_options_t &store = request->store;
     word_field(app, "--store", store.url, "the store, or NATCTL_STORE", "etcd://HOST:PORT/PREFIX");
-    word_field(app, "--ca", store.ca, "authority that signs the store, which is then reached by https", "FILE");
-    word_field(app, "--cert", store.cert, "certificate to show to the store", "FILE");
+    word_field(app, "--ca", store.ca,
+               "authority that signed the store's certificate; the store is then reached by https", "FILE");
+    word_field(app, "--cert", store.cert, "client certificate for the store", "FILE");
     word_field(app, "--key", store.key, "key of that certificate", "FILE");
     word_field(app, "--user", store.user, "user of the store", "NAME");
     word_field(app, "--password-file", store.password_file, "file with the user's password", "FILE");
-    flag_field(app, "--insecure-plaintext", store.sends_plaintext, "sends the password without TLS, for all to see");
+    flag_field(app, "--insecure-plaintext", store.sends_plaintext,
+               "sends the password without TLS, so that others on the way can read it");
 }
 
 void wait_field(command_spec_t &app, const std::shared_ptr<fleet_request_t> &request) {
     duration_field(app, "--wait", request->wait_s,
-                   "waits for as long until every gateway that is meant has it, or has refused it");
+                   "waits for at most this time until every addressed gateway has it or has refused it");
 }
 
 void stage_fields(command_spec_t &app, const std::shared_ptr<fleet_request_t> &request) {
@@ -55,15 +57,15 @@ void stage_fields(command_spec_t &app, const std::shared_ptr<fleet_request_t> &r
     };
     option_spec_t &to = text_field(app, "--to", read, "a gateway that gets it; the others keep theirs", "GATEWAY");
     to.is_repeatable = true;
-    number_field(app, "--percent", request->percent, "of a hundred gateways so many get it; the others keep theirs", 1,
-                 100)
+    number_field(app, "--percent", request->percent, "the percentage of gateways that get it; the others keep theirs",
+                 1, 100)
         .excludes(to);
 }
 
 }  // namespace
 
 void add_fleet_commands(grammar_t &grammar) {
-    grammar.family("fleet", "The document that many gateways follow, and how they do");
+    grammar.family("fleet", "The document of many gateways, and their state");
     auto request = grammar.record<fleet_request_t>();
     const auto with = [request](uint32_t (*act)(call_t &, const fleet_request_t &)) {
         return [request, act](call_t &call) { return act(call, *request); };
@@ -75,11 +77,11 @@ void add_fleet_commands(grammar_t &grammar) {
     flag_field(pushed, "--check", request->is_check, "says what would be put, and puts nothing");
     command_spec_t &back = grammar.local("rollback", "Puts an older version in force again, for all", with(roll_back));
     number_field(back, "version", request->version,
-                 "the version; without it the newest before that in force, for all gateways and with another document",
+                 "the version, by default the newest before the one in force that was for all and has another document",
                  1, most_version);
     wait_field(back, request);
     command_spec_t &shown =
-        grammar.local("status", "Shows what each gateway holds, and what is wrong", with(show_status));
+        grammar.local("status", "Shows what each gateway holds, and why it is not in sync", with(show_status));
     command_spec_t &history = grammar.local("history", "Lists the versions that are kept", with(show_history));
     for (command_spec_t *app : {&pushed, &back, &shown, &history}) {
         store_fields(*app, request);

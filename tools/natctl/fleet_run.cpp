@@ -136,7 +136,7 @@ std::string note_of(const push_result_t &result) {
 /** Reports the result of a push. False: it failed. */
 bool tell(call_t &call, const push_result_t &result) {
     if (!result.uncollected.empty()) {
-        call.pal.note("natctl: what no version names any more is still there: " + result.uncollected);
+        call.pal.note("natctl: unused chunks and versions were not deleted: " + result.uncollected);
     }
     if (!result.refused.empty()) {
         refuse(call.outcome, status_t::refused, 0, result.refused);

@@ -30,7 +30,8 @@ std::string outcome_label(const outcome_t &outcome) {
 
 void refuse_unkept(outcome_t &outcome, const std::string &error) {
     const bool is_concerned = outcome.changes && outcome.status == status_t::ok && !error.empty();
-    if (is_concerned) refuse(outcome, status_t::usage, 0, "the server has done it, and it is not kept: " + error);
+    if (is_concerned)
+        refuse(outcome, status_t::usage, 0, "the server has done it, but the version could not be saved: " + error);
 }
 
 void refuse(outcome_t &outcome, status_t status, uint32_t code, std::string error) {

@@ -27,7 +27,7 @@ void selector_field(command_spec_t &app, query_t &query) {
 }
 
 void limit_field(command_spec_t &app, uint32_t &limit) {
-    number_field(app, "--limit", limit, "how many entries are wanted, all without it", 1);
+    number_field(app, "--limit", limit, "the most entries to show, all without it", 1);
 }
 
 void limit_query_fields(command_spec_t &app, query_t &query) {
@@ -218,8 +218,7 @@ void add_walk(grammar_t &grammar) {
     number_field(app, "--count", walk->count, "sessions in a reply, 50 without it", 1);
     limit_field(app, walk->limit);
     number_field(app, "--cookie", walk->cookie, "where to go on, 0 for the start");
-    flag_field(app, "--wide", walk->is_wide,
-               "shows all that is known of a session, in a table of more than 100 columns");
+    flag_field(app, "--wide", walk->is_wide, "shows all fields of a session, in a table of more than 100 columns");
     text_field(
         app, inside_option, [walk](const std::string &text) { return read_inside(text, *walk); },
         "only those of this host inside, or of hosts with this prefix", "an address or a prefix");

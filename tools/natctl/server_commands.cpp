@@ -154,10 +154,12 @@ void add_server_commands(grammar_t &grammar) {
     add_misbehaviour(grammar);
     model_command(grammar, "wakeup", "Wakes the command queue up", &fwx_nat64_model_t::wakeup);
     grammar.command("counts", "Shows what the server has counted", show_counts);
-    grammar.command("boot", "Shows which run of the server this is, and how many changes it has made since", show_boot);
+    grammar.command("boot",
+                    "Shows the identity of the server's present run, and the number of its changes since the start",
+                    show_boot);
     add_notifications(grammar);
 
-    grammar.subfamily("sessions", "Sessions that the server makes up");
+    grammar.subfamily("sessions", "Sessions that the model generates");
     auto sessions = grammar.record<uint64_t>();
     command_spec_t &generate = model_command(grammar, "generate", "Replaces the sessions made before",
                                              always([sessions](auto *model) { model->sessions_generate(*sessions); }));

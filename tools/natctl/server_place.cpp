@@ -46,11 +46,11 @@ std::string why_text(const std::string &path) {
     const std::string parent = std::filesystem::path(path).parent_path();
     const bool is_there = stat(parent.c_str(), &directory) == 0;
     const bool is_private = directory.st_uid == geteuid() && (directory.st_mode & 07777) == S_IRWXU;
-    if (is_there && !is_private) return "others can get at the directory, which must be its user's with mode 0700";
+    if (is_there && !is_private) return "other users can access the directory, which must be its user's with mode 0700";
     const int failed = try_socket(path);
     if (failed == ENOENT) return "there is no such socket";
     if (failed == ECONNREFUSED) return "its server has ended";
-    return failed == 0 ? "somebody listens there, and did not take the connection" : std::strerror(failed);
+    return failed == 0 ? "a process listens there, but did not accept the connection" : std::strerror(failed);
 }
 
 }  // namespace
@@ -73,9 +73,9 @@ std::vector<std::string> servers_there() {
 std::string servers_text() {
     std::string text;
     for (const std::string &name : servers_there()) {
-        text += (text.empty() ? "servers that are there now: " : ", ") + name;
+        text += (text.empty() ? "running servers: " : ", ") + name;
     }
-    return text.empty() ? "no server is there now" : text;
+    return text.empty() ? "no server is running" : text;
 }
 
 std::string server_absence(const std::string &name) {

@@ -9,7 +9,7 @@
 bool server_is_there(const std::string &name);
 /** The names of this user's running servers, sorted. */
 std::vector<std::string> servers_there();
-/** `servers that are there now: alpha, beta`, or a text that there is none. */
+/** `running servers: alpha, beta`, or a text that there is none. */
 std::string servers_text();
 /** A text that says why this user has no server of that name, where natctl looked, and what to do. */
 std::string server_absence(const std::string &name);
