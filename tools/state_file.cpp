@@ -64,8 +64,8 @@ std::string state_file_t::commit() {
 
 /** Reports the error and the warning if they differ from those of the last call. */
 void state_file_t::tell(const std::string &error) {
-    const bool is_news = error.empty() != error_.empty();
-    if (is_news) note_(error.empty() ? "the state is saved again" : "changes cannot be saved: " + error);
+    const bool is_new = error.empty() != error_.empty();
+    if (is_new) note_(error.empty() ? "the state is saved again" : "changes cannot be saved: " + error);
     error_ = error;
     if (!journal_.warning().empty() && journal_.warning() != warning_) {
         note_("the state is saved, but not written anew: " + journal_.warning());

@@ -15,7 +15,7 @@
 namespace {
 
 constexpr size_t longest_line = 64;
-constexpr size_t most_visitors = 16;
+constexpr size_t most_clients = 16;
 
 void send_line(int fd, const std::string &line) {
     const std::string text = line + '\n';
@@ -33,8 +33,8 @@ control_t::~control_t() {
 std::string control_t::listen(const std::string &server) {
     const std::string path = daemon_socket_path(server);
     if (path.empty()) return "no server can have the name \"" + server + '"';
-    const auto let_in = [](void *self, int fd) { static_cast<control_t *>(self)->let_in(fd); };
-    const uint32_t code = fwx_host_user_listen(daemon_socket_name(server).c_str(), loop_, let_in, this, &listener_);
+    const auto add_client = [](void *self, int fd) { static_cast<control_t *>(self)->add_client(fd); };
+    const uint32_t code = fwx_host_user_listen(daemon_socket_name(server).c_str(), loop_, add_client, this, &listener_);
     if (code == 0) return "";
     if (code == FWX_HOST_ERR_NAME_TAKEN) {
         return path + ": another nat64d of this server listens there; end it, or remove the file if it is no socket";
@@ -43,47 +43,47 @@ std::string control_t::listen(const std::string &server) {
     return path + ": " + xerr_strerror(code);
 }
 
-void control_t::let_in(int fd) {
+void control_t::add_client(int fd) {
     const uint64_t id = ++last_id_;
-    auto descriptor = std::make_unique<watched_descriptor_t>(loop_, fd, [this, id] { hear(id); });
+    auto descriptor = std::make_unique<watched_descriptor_t>(loop_, fd, [this, id] { receive(id); });
     if (!make_room()) return send_line(fd, R"({"error":"too many clients wait for an answer"})");
     if (!descriptor->is_watched()) return;
-    visitors_[id].descriptor = std::move(descriptor);
-    hear(id); /* most clients have sent their request by now, and so are not silent */
+    clients_[id].descriptor = std::move(descriptor);
+    receive(id); /* most clients have sent their request by now, and so are not silent */
 }
 
 /** Drops the oldest silent client if there are too many. A client that waits for its answer stays. */
 bool control_t::make_room() {
-    if (visitors_.size() < most_visitors) return true;
+    if (clients_.size() < most_clients) return true;
     const auto silent =
-        std::find_if(visitors_.begin(), visitors_.end(), [](const auto &visitor) { return !visitor.second.has_asked; });
-    if (silent == visitors_.end()) return false;
-    visitors_.erase(silent);
+        std::find_if(clients_.begin(), clients_.end(), [](const auto &client) { return !client.second.has_asked; });
+    if (silent == clients_.end()) return false;
+    clients_.erase(silent);
     return true;
 }
 
-void control_t::hear(uint64_t id) {
-    visitor_t &visitor = visitors_.at(id);
+void control_t::receive(uint64_t id) {
+    client_t &client = clients_.at(id);
     char room[longest_line];
-    const ssize_t size = read(visitor.descriptor->fd(), room, sizeof room);
+    const ssize_t size = read(client.descriptor->fd(), room, sizeof room);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    const bool is_gone = size <= 0 || visitor.has_asked || visitor.line.size() > longest_line;
+    const bool is_gone = size <= 0 || client.has_asked || client.line.size() > longest_line;
     if (is_gone) {
-        visitors_.erase(id);
+        clients_.erase(id);
         return;
     }
-    visitor.line.append(room, static_cast<size_t>(size));
-    const size_t end = visitor.line.find('\n');
+    client.line.append(room, static_cast<size_t>(size));
+    const size_t end = client.line.find('\n');
     if (end == std::string::npos) return;
-    visitor.has_asked = true;
-    asked_(visitor.line.substr(0, end), [this, id, alive = is_alive_](const std::string &line) {
+    client.has_asked = true;
+    asked_(client.line.substr(0, end), [this, id, alive = is_alive_](const std::string &line) {
         if (*alive) answer(id, line);
     });
 }
 
 void control_t::answer(uint64_t id, const std::string &line) {
-    const auto found = visitors_.find(id);
-    if (found == visitors_.end()) return;
+    const auto found = clients_.find(id);
+    if (found == clients_.end()) return;
     send_line(found->second.descriptor->fd(), line);
-    visitors_.erase(found);
+    clients_.erase(found);
 }

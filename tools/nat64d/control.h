@@ -26,21 +26,21 @@ public:
     std::string listen(const std::string &server);
 
 private:
-    struct visitor_t {
+    struct client_t {
         std::unique_ptr<watched_descriptor_t> descriptor;
         std::string line;
         bool has_asked = false;
     };
 
-    void let_in(int fd);
+    void add_client(int fd);
     bool make_room();
-    void hear(uint64_t id);
+    void receive(uint64_t id);
     void answer(uint64_t id, const std::string &line);
 
     fwx_host_loop_t *loop_;
     asked_fn_t asked_;
     fwx_host_user_listener_t *listener_ = nullptr;
-    std::map<uint64_t, visitor_t> visitors_; /* the oldest first */
+    std::map<uint64_t, client_t> clients_; /* the oldest first */
     uint64_t last_id_ = 0;
     std::shared_ptr<bool> is_alive_ = std::make_shared<bool>(true);
 };

@@ -210,9 +210,9 @@ void daemon_t::changed() {
     std::string text = "STATUS=" + (status.is_in_step ? "in step with document " + status.document : status.reason);
     if (!status.refused_reason.empty()) text += "; refused: " + status.refused_reason;
     text = clean_line(text); /* a line feed would begin another assignment */
-    if (text == said_) return;
-    tell_service_manager((said_.empty() ? "READY=1\n" : "") + text);
-    said_ = text;
+    if (text == last_status_) return;
+    tell_service_manager((last_status_.empty() ? "READY=1\n" : "") + text);
+    last_status_ = text;
 }
 
 /** Healthy even if the store is away, because the gateway still holds its document. */

@@ -60,7 +60,7 @@ private:
     std::optional<nat64::task<>> scrape_; /* in progress, or the last one */
     std::optional<nat64::task<>> load_;   /* likewise */
     std::vector<std::function<void()>> waiting_for_load_;
-    std::string said_; /* the status that systemd got last; empty: none yet */
+    std::string last_status_; /* the status that systemd got last; empty: none yet */
     bool is_ending_ = false;
 };
 

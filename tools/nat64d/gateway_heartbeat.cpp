@@ -21,12 +21,12 @@ void gateway_heartbeat_t::start() {
 }
 
 nat64::task<> gateway_heartbeat_t::run() {
-    std::string trouble;
+    std::string last_error;
     backoff_t backoff(keep_lease_ms / 3);
     for (;;) {
-        const etcd_error_t error = co_await speak();
-        if (error && error.text != trouble) log_event(log_level_t::warning, "unheard", {{"reason", error.text}});
-        trouble = error.text;
+        const etcd_error_t error = co_await report();
+        if (error && error.text != last_error) log_event(log_level_t::warning, "unheard", {{"reason", error.text}});
+        last_error = error.text;
         asked_(error);
         const uint64_t now_ms = fwx_host_clock_ms();
         const uint64_t until_due_ms = keep_at_ms_ > now_ms ? keep_at_ms_ - now_ms : 0;
@@ -37,7 +37,7 @@ nat64::task<> gateway_heartbeat_t::run() {
 }
 
 /** Sends a keep-alive if one is due, and the state if it has changed. */
-nat64::task<etcd_error_t> gateway_heartbeat_t::speak() {
+nat64::task<etcd_error_t> gateway_heartbeat_t::report() {
     const uint64_t now_ms = fwx_host_clock_ms();
     if (lease_ != 0 && now_ms >= keep_at_ms_) {
         const etcd_result_t<uint32_t> left = co_await etcd_.keep_lease(lease_);
@@ -50,11 +50,11 @@ nat64::task<etcd_error_t> gateway_heartbeat_t::speak() {
         if (lease.error) co_return lease.error;
         lease_ = lease.value;
         keep_at_ms_ = now_ms + jitter(keep_lease_ms);
-        said_.clear();
+        reported_.clear();
     }
     gateway_state_t state = state_();
-    std::string saying = write_gateway_state(state);
-    if (saying == said_) co_return {};
+    std::string reported = write_gateway_state(state);
+    if (reported == reported_) co_return {};
     state.time = time_text();
     const std::string text = write_gateway_state(state);
     etcd_txn_t txn;
@@ -64,6 +64,6 @@ nat64::task<etcd_error_t> gateway_heartbeat_t::speak() {
     const bool may_be_lease = put.error.kind == etcd_error_t::kind_t::other;
     if (may_be_lease) lease_ = 0; /* for errors of a known kind a new lease would not help */
     if (put.error) co_return put.error;
-    said_ = std::move(saying);
+    reported_ = std::move(reported);
     co_return {};
 }

@@ -27,7 +27,7 @@ public:
 
 private:
     nat64::task<> run();
-    nat64::task<etcd_error_t> speak();
+    nat64::task<etcd_error_t> report();
 
     etcd_t &etcd_;
     const fleet_keys_t keys_;
@@ -37,7 +37,7 @@ private:
     bell_t bell_;
     int64_t lease_ = 0;       /* 0: none */
     uint64_t keep_at_ms_ = 0; /* by the platform's clock */
-    std::string said_;        /* the state written last, without its time; empty: none under this lease */
+    std::string reported_;    /* the state written last, without its time; empty: none under this lease */
     std::optional<nat64::task<>> run_;
 };
 

@@ -110,8 +110,8 @@ nat64::task<> store_follower_t::run() {
 }
 
 void store_follower_t::lose(const std::string &reason) {
-    const bool is_news = status_.is_up || status_.reason != reason;
-    if (is_news) log_event(log_level_t::warning, "store_lost", {{"reason", reason}});
+    const bool is_new = status_.is_up || status_.reason != reason;
+    if (is_new) log_event(log_level_t::warning, "store_lost", {{"reason", reason}});
     status_.is_up = false;
     status_.reason = reason;
 }
@@ -123,7 +123,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
         const etcd_result_t<manifest_read_t> read = co_await watch_->next();
         const bool is_unreadable = read.error && read.value.mod_revision != 0;
         if (read.error && !is_unreadable) co_return read.error;
-        told_revision_ = read.value.mod_revision;
+        watched_revision_ = read.value.mod_revision;
         if (is_first) confirm(); /* it was read from the store, not reported by a watch */
         etcd_error_t error;
         if (is_unreadable) refuse({}, read.error.text);
@@ -198,11 +198,11 @@ nat64::task<> store_follower_t::offer(fleet_document_t document, std::string tex
 void store_follower_t::in_force(const std::string &hash) {
     const bool is_offered = offered_ && !hash.empty() && offered_->hash == hash;
     if (!is_offered) return;
-    const bool is_news = held_.version != offered_->document.version || held_.hash != offered_->document.hash;
+    const bool is_new = held_.version != offered_->document.version || held_.hash != offered_->document.hash;
     held_ = offered_->document;
     status_.version = held_.version;
     std::string text = std::exchange(offered_->text, {});
-    if (!is_news) return;
+    if (!is_new) return;
     keep_.emplace(keep(held_, hash, std::move(text)));
     keep_->start();
 }
@@ -220,11 +220,11 @@ nat64::task<> store_follower_t::keep(fleet_document_t document, std::string hash
 }
 
 bool store_follower_t::note_refused(const fleet_document_t &document, const std::string &reason) {
-    const bool is_news = status_.refused_version != document.version || status_.refused_reason != reason;
+    const bool is_new = status_.refused_version != document.version || status_.refused_reason != reason;
     status_.refused_version = document.version;
     status_.refused_document = document.hash;
     status_.refused_reason = reason;
-    return is_news;
+    return is_new;
 }
 
 void store_follower_t::refuse(const fleet_document_t &document, const std::string &reason) {
@@ -263,7 +263,7 @@ nat64::task<> store_follower_t::check() {
     if (!is_watching_) co_return;
     if (put.error) {
         lose(put.error.text);
-    } else if (put.value == told_revision_) {
+    } else if (put.value == watched_revision_) {
         confirm();
     } else if (!is_bringing_) {
         reopen("the manifest in the store is not the one that the watch reported");

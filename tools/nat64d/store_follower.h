@@ -92,11 +92,11 @@ private:
     fleet_document_t held_;
     store_status_t status_;
     bool must_hand_over_ = false;
-    bool is_watching_ = false;  /* the watch is open */
-    bool is_bringing_ = false;  /* a document is being fetched or handed over; the watch is not read meanwhile */
-    uint32_t failures_ = 0;     /* consecutive ones of other requests */
-    int64_t told_revision_ = 0; /* of the last manifest that the watch reported; 0: none */
-    uint64_t check_at_ms_ = 0;  /* by the platform's clock */
+    bool is_watching_ = false;     /* the watch is open */
+    bool is_bringing_ = false;     /* a document is being fetched or handed over; the watch is not read meanwhile */
+    uint32_t failures_ = 0;        /* consecutive ones of other requests */
+    int64_t watched_revision_ = 0; /* of the last manifest that the watch reported; 0: none */
+    uint64_t check_at_ms_ = 0;     /* by the platform's clock */
     std::optional<manifest_watch_t> watch_;
     std::optional<nat64::task<>> check_; /* in progress, or the last one */
     std::optional<nat64::task<>> keep_;  /* likewise */

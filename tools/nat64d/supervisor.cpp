@@ -171,7 +171,7 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
         must_bring_ = is_replay_ = true;
         retry_at_ms_ = 0;
         log_event(log_level_t::warning, "server_restarted");
-        fall_out("the server has restarted");
+        note_out_of_sync("the server has restarted");
     }
     if (!status_.is_server_up) log_event(log_level_t::info, "server_up", {{"server", status_.server}});
     status_.is_server_up = true;
@@ -188,13 +188,13 @@ nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
     const bool has_nothing_to_stay_with = offered_ && (!wanted_ || (must_bring_ && is_first_in_force_));
     if (has_nothing_to_stay_with) put_in_force(*std::exchange(offered_, std::nullopt));
     if (!wanted_) {
-        fall_out("there is no document");
+        note_out_of_sync("there is no document");
         co_return;
     }
     const bool must_look = must_bring_ || !offered_;
     const bool is_held = !must_look || co_await bring(*wanted_, must_bring_);
     if (is_held && offered_) co_await edit();
-    const bool is_replaced = !is_held && !trouble_.empty() && offered_;
+    const bool is_replaced = !is_held && !refusal_.empty() && offered_;
     if (!is_replaced) co_return;
     put_in_force(*std::exchange(offered_, std::nullopt)); /* because the server refuses the previous one */
     retry_at_ms_ = 0;
@@ -206,7 +206,7 @@ nat64::task<bool> supervisor_t::read_server() {
     std::error_code error = co_await reconciler_->read();
     if (error == nat64::client_errc::unreadable && co_await reconciler_->assume_known(kept_.versions())) error = {};
     if (error == nat64::client_errc::unreadable) {
-        fall_out("the server does not report what it holds; name it with natctl config apply --assume FILE");
+        note_out_of_sync("the server does not report what it holds; name it with natctl config apply --assume FILE");
     } else if (error) {
         lose(error.message());
     }
@@ -227,20 +227,20 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
     const document_t target =
         co_await in_background(loop_, [&] { return keep_foreign(kept_.owned(), to.document, before, foreign); });
     const plan_t plan = co_await in_background(loop_, [&] { return plan_t(before, target); });
-    trouble_.clear();
+    refusal_.clear();
     note_foreign(foreign);
     has_drifted_ = plan.size() != 0 && !may_change;
     if (has_drifted_) {
-        fall_out("another client has changed the server; natctl daemon replay repairs that with " +
-                 std::to_string(plan.size()) + (plan.size() == 1 ? " command: " : " commands, first: ") +
-                 text_of(plan.command(0)));
+        note_out_of_sync("another client has changed the server; natctl daemon replay repairs that with " +
+                         std::to_string(plan.size()) + (plan.size() == 1 ? " command: " : " commands, first: ") +
+                         text_of(plan.command(0)));
         co_return false;
     }
     if (plan.size() != 0) {
         std::string error = co_await keep_version("as it was found", 0);
         if (error.empty()) error = co_await in_background(loop_, [&] { return kept_.note_coming(to.document); });
         if (!error.empty()) {
-            fall_out(error);
+            note_out_of_sync(error);
             co_return false;
         }
         const reconcile_result_t result = co_await reconciler_->bring(plan, target);
@@ -257,7 +257,7 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
         log_event(log_level_t::info, "replayed", {{"document", to.hash}, {"commands", std::to_string(plan.size())}});
     }
     must_bring_ = false;
-    note_reached();
+    note_in_sync();
     co_return true;
 }
 
@@ -299,8 +299,8 @@ nat64::task<> supervisor_t::edit() {
         ++status_.edits;
         log_event(log_level_t::info, "applied",
                   {{"document", status_.document}, {"items", std::to_string(status_.items)}});
-    } else if (!trouble_.empty()) {
-        refuse(offer.hash, trouble_);
+    } else if (!refusal_.empty()) {
+        refuse(offer.hash, refusal_);
     } else if (!offered_) {
         offered_ = std::move(offer); /* try again: the server is away and refused nothing */
     }
@@ -312,13 +312,13 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
         log_event(log_level_t::error, "rule_table", {{"reason", xerr_strerror(applied.table_code)}});
     }
     if (applied.refusal) {
-        trouble_ = refusal_text(*applied.refusal);
+        refusal_ = refusal_text(*applied.refusal);
         if (!applied.is_taken_back || !status_.is_in_step) {
             must_bring_ = true;
             pause_ms_ = std::min(std::max(2 * pause_ms_, first_pause_ms), last_pause_ms);
-            fall_out(trouble_ + (result.standing.empty()
-                                     ? ""
-                                     : "; " + std::to_string(result.standing.size()) + " changes remain"));
+            note_out_of_sync(refusal_ + (result.standing.empty()
+                                             ? ""
+                                             : "; " + std::to_string(result.standing.size()) + " changes remain"));
             retry_at_ms_ = fwx_host_clock_ms() + pause_ms_;
         }
     }
@@ -328,11 +328,11 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
         bell_.ring();
     } else if (applied && !result.is_in_sync) {
         must_bring_ = true;
-        fall_out("another client has changed the server meanwhile");
+        note_out_of_sync("another client has changed the server meanwhile");
     }
 }
 
-void supervisor_t::note_reached() {
+void supervisor_t::note_in_sync() {
     is_first_in_force_ = false;
     pause_ms_ = 0;
     if (status_.is_in_step) return;
@@ -350,9 +350,9 @@ void supervisor_t::put_in_force(offer_t offered) {
     status_.document_since = time_text();
 }
 
-void supervisor_t::fall_out(const std::string &reason) {
-    const bool is_news = status_.is_in_step || status_.reason != reason;
-    if (!is_news) return;
+void supervisor_t::note_out_of_sync(const std::string &reason) {
+    const bool is_new = status_.is_in_step || status_.reason != reason;
+    if (!is_new) return;
     if (status_.is_in_step) {
         status_.since = time_text();
         status_.since_s = seconds_now();
@@ -366,5 +366,5 @@ void supervisor_t::lose(const std::string &reason) {
     has_drifted_ = false; /* report the drift again when the server is back */
     status_.is_server_up = false;
     was_connected_ = false;
-    fall_out("the server " + status_.server + " does not answer: " + reason);
+    note_out_of_sync("the server " + status_.server + " does not answer: " + reason);
 }

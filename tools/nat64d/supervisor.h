@@ -75,10 +75,10 @@ private:
     nat64::task<bool> bring(const offer_t &to, bool may_change);
     nat64::task<> edit();
     void note_result(const reconcile_result_t &result);
-    void note_reached();
+    void note_in_sync();
     void note_foreign(const std::vector<config_item_t> &foreign);
     void put_in_force(offer_t offered);
-    void fall_out(const std::string &reason);
+    void note_out_of_sync(const std::string &reason);
     void lose(const std::string &reason);
     nat64::task<std::string> keep_version(std::string what, size_t commands);
     nat64::task<> keep_in_force(const offer_t &offer);
@@ -102,7 +102,7 @@ private:
     bool was_connected_ = false;
     bool has_drifted_ = false;      /* others have changed items of the document, and that has been reported */
     bool is_first_in_force_ = true; /* no document has been applied to the server yet */
-    std::string trouble_;           /* the refusal of the last plan; empty: none */
+    std::string refusal_;           /* the refusal of the last plan; empty: none */
     uint64_t retry_at_ms_ = 0;      /* by the platform's clock, after a refusal of the document in force */
     uint64_t pause_ms_ = 0;         /* the pause until then */
     daemon_status_t status_;

@@ -51,7 +51,7 @@ std::vector<std::string> texts_of(const plan_t &plan) {
     return texts;
 }
 
-void tell_plan(call_t &call, const plan_t &plan, bool as_text, bool as_data) {
+void report_plan(call_t &call, const plan_t &plan, bool as_text, bool as_data) {
     outcome_t &outcome = call.outcome;
     json_t commands = json_t::array();
     for (size_t i = 0; i < plan.size() && (as_text || as_data); ++i) {
@@ -84,7 +84,7 @@ uint32_t last_number(call_t &call) {
     return versions.empty() ? 0 : versions.back().number;
 }
 
-constexpr const char *words_of_second_interrupt =
+constexpr const char *second_interrupt_text =
     "natctl: ended at once: what the server has done stays, and the next config apply finds it\n";
 
 /** Sends a plan; an interrupt stops it. */
@@ -102,7 +102,7 @@ reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t 
 }
 
 /** Reports a plan that was not completed. */
-void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &result) {
+void report_failure(call_t &call, const plan_t &plan, const reconcile_result_t &result) {
     outcome_t &outcome = call.outcome;
     const apply_result_t &applied = result.applied;
     const std::string how_far =
@@ -131,7 +131,7 @@ void tell_failure(call_t &call, const plan_t &plan, const reconcile_result_t &re
 }
 
 /** Reports changes by others during a plan that was completed. */
-void tell_others(call_t &call, const document_t &document, const reconcile_result_t &result) {
+void report_other_changes(call_t &call, const document_t &document, const reconcile_result_t &result) {
     if (result.unknown) {
         call.outcome.status = call.pal.has_lost_server() ? status_t::no_server : status_t::no_answer;
         call.outcome.error =
@@ -159,7 +159,7 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
     reconciler_t &server = call.pal.reconciler();
     const document_t from = server.held();
     const plan_t plan(from, document);
-    tell_plan(call, plan, options.shows_diff && !wants_data(call), wants_data(call));
+    report_plan(call, plan, options.shows_diff && !wants_data(call), wants_data(call));
     outcome.data["undone"] = false;
     outcome.note = plan.size() == 0 ? "nothing to change" : count_text(plan.size(), "command");
     std::string error = plan.size() == 0 ? "" : keep_version(call, "as it was found", 0);
@@ -180,8 +180,8 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
                       code_text(result.applied.table_code));
     }
     outcome.changes = is_changed;
-    if (!result.applied) return tell_failure(call, plan, result);
-    tell_others(call, document, result);
+    if (!result.applied) return report_failure(call, plan, result);
+    report_other_changes(call, document, result);
     const bool is_unkept = outcome.status == status_t::ok && !error.empty();
     if (is_unkept)
         refuse(outcome, status_t::usage, 0, "the server has done it, but the version could not be saved: " + error);
@@ -234,7 +234,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     const json_t commands = call.outcome.data["commands"];
     config_options_t options;
     options.what = name + " not confirmed";
-    const interrupt_t interrupt(call.pal.loop(), words_of_second_interrupt);
+    const interrupt_t interrupt(call.pal.loop(), second_interrupt_text);
     apply(call, target, options, interrupt);
     if (call.outcome.status != status_t::ok) return;
     const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also if there was nothing to undo */
@@ -335,7 +335,7 @@ size_t config_diff(call_t &call, const document_t &document, const config_option
     call.pal.settle_all();
     if (!config_read(call, options)) return 0;
     const plan_t plan(call.pal.reconciler().held(), document);
-    tell_plan(call, plan, !wants_data(call), wants_data(call));
+    report_plan(call, plan, !wants_data(call), wants_data(call));
     call.outcome.differs = plan.size() != 0;
     if (plan.size() == 0) call.outcome.note = "no difference";
     return plan.size();
@@ -365,7 +365,7 @@ void config_apply(call_t &call, const document_t &document, const config_options
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
     if (!config_read(call, options)) return;
     if (interrupt->is_raised()) return refuse(call.outcome, status_t::usage, 0, "interrupted: nothing was sent");
-    interrupt->hold(words_of_second_interrupt);
+    interrupt->hold(second_interrupt_text);
     const document_t before = call.pal.reconciler().held();
     apply(call, document, options, *interrupt);
     const bool is_done = call.outcome.status == status_t::ok && call.outcome.data["changed"].get<bool>();

@@ -230,7 +230,7 @@ private:
     std::map<call_id_t, call_t> calls_;
     call_id_t last_id_ = 0;
     call_t *starting_ = nullptr; /* the call whose messages are being sent */
-    std::map<rule_name_t, call_id_t> rules_under_way_;
+    std::map<rule_name_t, call_id_t> outstanding_rules_;
     rule_book_t rules_;
     std::optional<reconciler_t> reconciler_;
     std::optional<lock_t> lock_; /* of the server, while it is being changed */

@@ -42,8 +42,8 @@ uint32_t pal_t::send(call_t &call, const record_family_t &family, uint32_t op, c
 /** Waits for an outstanding command of the same rule first, because a reply names its rule and not its command. */
 uint32_t pal_t::send_rule(call_t &call, const record_family_t &family) {
     rule_change_t &change = *call.rule;
-    const auto before = rules_under_way_.find(name_of(change.rule));
-    if (before != rules_under_way_.end()) settle(calls_.at(before->second));
+    const auto before = outstanding_rules_.find(name_of(change.rule));
+    if (before != outstanding_rules_.end()) settle(calls_.at(before->second));
     const bool is_add = change.op == FWX_NAT64_OP_ADD;
     const bool is_new = !is_add || rules_.adding(change);
     const auto send_it = [&](void *pal_ctx) { return family.send(change.op, &change.rule, pal_ctx); };
@@ -51,7 +51,7 @@ uint32_t pal_t::send_rule(call_t &call, const record_family_t &family) {
     const uint32_t code = client_->configure_rule(send_it, on_answer).code();
     if (!is_add) note_repair(call, rules_.deleting(change));
     if (code == 0) {
-        rules_under_way_[name_of(change.rule)] = call.id;
+        outstanding_rules_[name_of(change.rule)] = call.id;
         return 0;
     }
     if (is_new) note_repair(call, rules_.failed(change));
@@ -76,9 +76,9 @@ uint32_t pal_t::judge_rule(const call_t &call, const nat64::rule_result &got, co
         return got.code();
     }
     const rule_change_t &change = *call.rule;
-    const auto under_way = rules_under_way_.find(name_of(change.rule));
-    const bool is_its_own = under_way != rules_under_way_.end() && under_way->second == call.id;
-    if (is_its_own) rules_under_way_.erase(under_way);
+    const auto own = outstanding_rules_.find(name_of(change.rule));
+    const bool is_its_own = own != outstanding_rules_.end() && own->second == call.id;
+    if (is_its_own) outstanding_rules_.erase(own);
     const rule_verdict_t verdict = rules_.answered(change, got);
     if (!verdict.is_done) note_repair(call, verdict.table_code);
     if (got.error) return got.code();
