@@ -35,7 +35,7 @@ void add_classifier_commands(grammar_t &grammar) {
             return notify(call, op, *notification);
         });
         number_field(app, "--batch", notification->batch, "identifier of the batch").required();
-        flag_field(app, "--async", notification->async, "Has the outcome come back asynchronously");
+        flag_field(app, "--async", notification->async, "Delivers the outcome asynchronously");
         if (form.op != FWX_NAT64_CGM_OP_CLASSIFIER_UPDATE) continue;
         hex_field(app, "--data", notification->data, sizeof notification->data, "the classifier data").required();
     }

@@ -63,7 +63,7 @@ option_spec_t &format_flag(command_spec_t &root, const char *option, const char 
 void add_output_options(command_spec_t &root, options_t &options) {
     const option_spec_t &json = format_flag(root, "--json", "One JSON document: an object, or an array for a batch");
     const option_spec_t &jsonl =
-        format_flag(root, "--jsonl", "One JSON object a line, rows of sessions as they come").excludes(json);
+        format_flag(root, "--jsonl", "One JSON object a line, rows of sessions as they arrive").excludes(json);
     format_flag(root, "--csv", "One table of comma-separated values; a batch with a second is refused")
         .excludes(json)
         .excludes(jsonl);
@@ -78,15 +78,15 @@ void add_client_options(command_spec_t &root, options_t &options) {
     };
     text_field(root, "--capture", capture, "Writes each message sent and received to a pcap file", "FILE");
     flag_field(root, "--dry-run", options.dry_run, "Checks and encodes, and shows the message instead of sending it");
-    flag_field(root, "--keep-going", options.keep_going, "Goes on after a failure in a batch");
-    number_field(root, "--pipeline", options.pipeline, "commands of a batch that may wait for answers at a time", 1);
+    flag_field(root, "--keep-going", options.keep_going, "Continues a batch after a failure");
+    number_field(root, "--pipeline", options.pipeline, "the most outstanding commands of a batch", 1);
     milliseconds_field(root, "--timeout", options.timeout_ms, "time to wait for an answer, 5s without it", 1,
                        INT32_MAX);
     const auto connect = [&options](const std::string &name) {
         options.connect = name;
         return name.empty() ? record_field_error("--connect", name, "the name of a server") : "";
     };
-    text_field(root, "--connect", connect, "The server process of that name; NATCTL_CONNECT without it", "SERVER");
+    text_field(root, "--connect", connect, "The name of a server process, by default NATCTL_CONNECT", "SERVER");
     number_field(root, "--debug-level", options.debug_level, "debug level of the library: 0 silent to 4 trace", 0, 4);
 }
 
