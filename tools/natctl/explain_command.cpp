@@ -1,6 +1,6 @@
 /*
- * `natctl mapt explain`: shows how MAP-T rules translate an address. It computes the result from the rules and asks no
- * server to translate.
+ * `natctl mapt explain`: shows how MAP-T rules translate an address. It computes the result from the rules of a file,
+ * from those that natctl has installed, or else from those that the server reports.
  */
 #include <arpa/inet.h>
 
@@ -162,9 +162,8 @@ uint32_t explain(call_t &call, const explain_t &wanted) {
 
 void add_explain_command(grammar_t &grammar) {
     auto wanted = grammar.record<explain_t>();
-    command_spec_t &app =
-        grammar.immediate("explain", "Shows what the rules make of an address, without asking a server",
-                          [wanted](call_t &call) { return explain(call, *wanted); });
+    command_spec_t &app = grammar.immediate("explain", "Shows how the MAP-T rules translate an address",
+                                            [wanted](call_t &call) { return explain(call, *wanted); });
     auto read = [wanted](const std::string &text) { return read_address(text, *wanted); };
     text_field(app, "address", read, "the address; IPv4 with its port where addresses are shared", "ADDRESS[:PORT]")
         .required();
@@ -172,5 +171,7 @@ void add_explain_command(grammar_t &grammar) {
         wanted->file = text;
         return text.empty() ? record_field_error("--file", text, "the name of a file") : "";
     };
-    text_field(app, "--file", read_file, "batch file with the rules, not those that this natctl has installed", "FILE");
+    text_field(app, "--file", read_file,
+               "takes the rules from this batch file, not those installed by this natctl or held by the server",
+               "FILE");
 }
