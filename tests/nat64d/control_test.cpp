@@ -8,6 +8,7 @@
 
 #include "fwx_host/user_socket.h"
 #include "tests/nat64d/daemon_fixture.h"
+#include "tests/tools/server_process.h"
 
 namespace {
 
@@ -64,6 +65,29 @@ TEST_F(control_test, clients_that_say_nothing_are_not_in_the_way_of_one_that_ask
     EXPECT_FALSE(daemon_process_t::ask("status").is_null());
     EXPECT_LT(daemon.descriptors(), 16 + 24);
     EXPECT_FALSE(daemon_process_t::ask("status").is_null());
+    for (const int fd : silent) {
+        close(fd);
+    }
+}
+
+TEST_F(control_test,
+       a_client_that_waits_for_its_answer_gets_it_beside_silent_ones_and_one_that_talks_too_much_is_dropped) {
+    const server_process_t server;
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", true); })) << daemon.log();
+    EXPECT_TRUE(daemon_process_t::ask("nonsense").contains("error"));
+    server.signal(SIGSTOP);
+    const int waiting = daemon_process_t::visit("alpha");
+    ASSERT_EQ(send(waiting, "replay\n", 7, MSG_NOSIGNAL), 7);
+    std::vector<int> silent;
+    for (int i = 0; i < 40; ++i) {
+        silent.push_back(daemon_process_t::visit("alpha"));
+    }
+    EXPECT_TRUE(json_t::parse(converse(waiting, "")).contains("in_step"));
+    server.signal(SIGCONT);
+    const std::string endless(1000, 'x');
+    ASSERT_EQ(send(silent.back(), endless.data(), endless.size(), MSG_NOSIGNAL), 1000);
+    EXPECT_TRUE(eventually([&] { return is_hung_up(silent.back()); }));
     for (const int fd : silent) {
         close(fd);
     }

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -36,7 +37,8 @@ public:
     daemon_process_t(std::vector<std::string> words, std::string log_path)
         : name_(words.front()), log_path_(std::move(log_path)) {
         words.insert(words.begin(), NAT64D_PATH);
-        words.insert(words.end(), {"--listen", "127.0.0.1:0"});
+        const bool says_where = std::find(words.begin(), words.end(), "--listen") != words.end();
+        if (!says_where) words.insert(words.end(), {"--listen", "127.0.0.1:0"});
         pid_ = fork();
         if (pid_ != 0) return;
         const int log = open(log_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

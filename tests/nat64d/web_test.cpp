@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include "tests/nat64d/daemon_fixture.h"
+#include "tests/tools/server_process.h"
 
 namespace {
 
@@ -27,11 +28,6 @@ protected:
         EXPECT_EQ(send(fd, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
         return fd;
     }
-    static bool is_hung_up(int fd) {
-        char byte = 0;
-        const ssize_t got = recv(fd, &byte, 1, MSG_DONTWAIT);
-        return got == 0 || (got < 0 && errno != EAGAIN);
-    }
 
 private:
     std::vector<int> clients_;
@@ -53,6 +49,20 @@ TEST_F(web_test, pages_are_served_beside_any_number_of_slow_clients_and_those_of
     char answer[64] = "";
     EXPECT_GT(recv(other, answer, sizeof answer - 1, 0), 0);
     EXPECT_EQ(std::string(answer).rfind("HTTP/1.1 503", 0), 0U) << answer;
+}
+
+TEST_F(web_test, only_an_address_of_the_loopback_network_is_listened_at) {
+    const auto start = [&](const char *place) {
+        return std::vector<std::string>{"alpha", "--config", folder() + "/document", "--listen", place};
+    };
+    for (const char *place :
+         {"0.0.0.0:0", "[::]:0", "192.0.2.1:9464", "128.0.0.1:9464", "[2001:db8::1]:9464", "[::2]:0"}) {
+        daemon_process_t refused(start(place), folder() + "/log");
+        EXPECT_EQ(refused.end(0), 2) << place;
+        EXPECT_NE(refused.log().find("must be a loopback address and a port"), std::string::npos) << refused.log();
+    }
+    const daemon_process_t daemon(start("[::1]:0"), folder() + "/log");
+    EXPECT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
 }
 
 TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_are_some) {
@@ -89,6 +99,21 @@ TEST_F(web_test, a_client_that_sends_a_byte_now_and_then_is_ended_at_its_deadlin
         return is_hung_up(drip) && is_hung_up(body);
     }));
     EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos);
+}
+
+TEST_F(web_test, a_client_that_leaves_while_the_metrics_are_made_is_forgotten_and_only_reading_is_allowed) {
+    const server_process_t server;
+    daemon_process_t daemon(folder());
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", true); })) << daemon.log();
+    server.signal(SIGSTOP);
+    close(connect_from("127.0.0.1", daemon, "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n"));
+    const int stays = connect_from("127.0.0.1", daemon, "GET /metrics HTTP/1.0\r\n\r\n");
+    EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 "), std::string::npos);
+    server.signal(SIGCONT);
+    EXPECT_NE(converse(stays, "").find("nat64_server_up"), std::string::npos);
+    const int writes = connect_from("127.0.0.1", daemon, "DELETE /healthz HTTP/1.0\r\n\r\n");
+    EXPECT_NE(converse(writes, "").find("only GET and HEAD"), std::string::npos);
+    EXPECT_EQ(daemon.end(SIGTERM), 0);
 }
 
 }  // namespace

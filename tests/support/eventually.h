@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -34,6 +35,13 @@ inline int connected(int domain, const sockaddr *address, socklen_t size) {
     if (connect(fd, address, size) == 0) return fd;
     close(fd);
     return -1;
+}
+
+/** Whether the other side has ended a connection from which nothing is read otherwise. */
+inline bool is_hung_up(int fd) {
+    char byte = 0;
+    const ssize_t got = recv(fd, &byte, 1, MSG_DONTWAIT);
+    return got == 0 || (got < 0 && errno != EAGAIN);
 }
 
 /** Sends a text and gives all that comes until the other side ends; empty when nobody is there. */

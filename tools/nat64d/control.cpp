@@ -26,7 +26,6 @@ void send_line(int fd, const std::string &line) {
 }  // namespace
 
 control_t::~control_t() {
-    *is_alive_ = false;
     fwx_host_user_unlisten(listener_);
 }
 
@@ -76,9 +75,7 @@ void control_t::receive(uint64_t id) {
     const size_t end = client.line.find('\n');
     if (end == std::string::npos) return;
     client.has_asked = true;
-    asked_(client.line.substr(0, end), [this, id, alive = is_alive_](const std::string &line) {
-        if (*alive) answer(id, line);
-    });
+    asked_(client.line.substr(0, end), [this, id](const std::string &line) { answer(id, line); });
 }
 
 void control_t::answer(uint64_t id, const std::string &line) {

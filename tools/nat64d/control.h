@@ -13,7 +13,7 @@
 
 class control_t {
 public:
-    /** Sends the answer, at any time, once. It may be called after the control_t has been destroyed. */
+    /** Sends the answer, at any time, once, while the control_t lives. */
     using reply_fn_t = std::function<void(const std::string &line)>;
     using asked_fn_t = std::function<void(const std::string &word, reply_fn_t reply)>;
 
@@ -42,7 +42,6 @@ private:
     fwx_host_user_listener_t *listener_ = nullptr;
     std::map<uint64_t, client_t> clients_; /* the oldest first */
     uint64_t last_id_ = 0;
-    std::shared_ptr<bool> is_alive_ = std::make_shared<bool>(true);
 };
 
 #endif
