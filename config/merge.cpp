@@ -51,7 +51,7 @@ void for_each_key(const document_t &a, const document_t &b, const document_t &c,
 
 }  // namespace
 
-document_t take_back(const document_t &before, const document_t &after, const document_t &now,
+document_t roll_back(const document_t &before, const document_t &after, const document_t &now,
                      std::vector<config_item_t> &kept) {
     document_t result;
     const auto merge = [&](const maybe_item_t &was, const maybe_item_t &made, const maybe_item_t &is) {

@@ -13,7 +13,7 @@
  *             deleted since has its value of `after`. The records point into the arguments.
  * @return the desired configuration, settled.
  */
-document_t take_back(const document_t &before, const document_t &after, const document_t &now,
+document_t roll_back(const document_t &before, const document_t &after, const document_t &now,
                      std::vector<config_item_t> &kept);
 
 /**

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 const plan_command_t *plan_run_t::next() {
-    const bool has_one = is_taken_back_ ? take_undo() : take_command();
+    const bool has_one = is_rolled_back_ ? take_undo() : take_command();
     if (!has_one) return nullptr;
     ++outstanding_;
     find_undo();
@@ -40,15 +40,15 @@ void plan_run_t::answered(size_t ticket, bool is_carried_out) {
     find_undo();
 }
 
-void plan_run_t::take_back() {
-    is_taken_back_ = true;
+void plan_run_t::roll_back() {
+    is_rolled_back_ = true;
     find_undo();
 }
 
 /** Moves backwards to the next command that must be undone. Deletes are undone only after all adds are, because the new
  * items may have taken the place of the deleted ones. */
 void plan_run_t::find_undo() {
-    const bool begins = is_taken_back_ && !is_undoing_ && outstanding_ == 0;
+    const bool begins = is_rolled_back_ && !is_undoing_ && outstanding_ == 0;
     if (begins) undo_at_ = sent_;
     is_undoing_ = is_undoing_ || begins;
     while (is_undoing_ && next_undo_ == undo_.size() && undo_at_ != 0) {

@@ -32,15 +32,15 @@ public:
     /** Sends no further command of the plan, as after a refusal. */
     void stop() { is_stopped_ = true; }
     /** Starts the rollback, also if the whole plan was carried out. */
-    void take_back();
+    void roll_back();
 
     /** True if no command is outstanding and none is left to send. */
     bool is_over() const {
         if (outstanding_ != 0) return false;
-        return is_taken_back_ ? is_all_undone() : is_stopped_ || sent_ == plan_.size();
+        return is_rolled_back_ ? is_all_undone() : is_stopped_ || sent_ == plan_.size();
     }
     /** True if the rollback has started or ended. */
-    bool is_taken_back() const { return is_taken_back_; }
+    bool is_rolled_back() const { return is_rolled_back_; }
     /** True if a command of the plan was carried out, and not undone since. */
     bool is_done(size_t index) const { return is_done_[index]; }
     /** Lowest index of the commands of the plan that were refused; `plan.size()`: none. */
@@ -63,7 +63,7 @@ private:
     size_t undo_at_ = 0; /* index of the command that is undone now; those before it come next */
     size_t next_undo_ = 0;
     bool is_stopped_ = false;
-    bool is_taken_back_ = false;
+    bool is_rolled_back_ = false;
     bool is_undoing_ = false; /* the rollback sends commands, because no command of the plan is outstanding */
 };
 

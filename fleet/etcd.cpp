@@ -111,7 +111,7 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
             is_new_token = true;
             continue;
         }
-        if (!answer.is_elsewhere_worth) co_return answer;
+        if (!answer.should_try_next_endpoint) co_return answer;
         is_lost = is_lost || answer.error.kind != kind_t::unreachable;
         if (is_lost && answer.error.kind == kind_t::unreachable) answer.error.kind = kind_t::no_answer;
         answer.error.text = reasons + answer.error.text;

@@ -209,8 +209,8 @@ private:
     std::optional<http_t::stream_t> stream_;
     etcd_error_t end_; /* the error that has ended the watch */
     bool is_open_ = false;
-    bool is_elsewhere_worth_ = false; /* after an error: worth a try at another endpoint */
-    bool is_token_unknown_ = false;   /* after an error: perhaps etcd does not know the token any more */
+    bool should_try_next_endpoint_ = false; /* after an error: worth a try at another endpoint */
+    bool is_token_unknown_ = false;         /* after an error: perhaps etcd does not know the token any more */
 };
 
 #endif

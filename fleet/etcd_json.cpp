@@ -100,7 +100,7 @@ etcd_answer_t read_failure(const std::string &endpoint, const json_t &failure, c
     }
     const bool is_passing = code == unavailable || code == deadline_exceeded || code == cancelled;
     if (is_passing) answer.error.kind = kind_t::no_answer;
-    answer.is_elsewhere_worth = is_passing;
+    answer.should_try_next_endpoint = is_passing;
     return answer;
 }
 

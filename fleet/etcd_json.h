@@ -12,8 +12,8 @@
 struct etcd_answer_t {
     json_t json; /* an object if there is no error */
     etcd_error_t error;
-    bool is_elsewhere_worth = false; /* worth a try at another endpoint */
-    bool is_token_unknown = false;   /* etcd does not know the token any more */
+    bool should_try_next_endpoint = false; /* worth a try at another endpoint */
+    bool is_token_unknown = false;         /* etcd does not know the token any more */
 };
 
 /** Texts that are hidden in errors, even if the store quotes them. */

@@ -22,7 +22,7 @@ etcd_t::reply_t<std::vector<etcd_event_t>> etcd_watch_t::next() {
     if (must_open) end_ = co_await open();
     while (!end_ && result.value.empty()) {
         end_ = co_await read(result.value);
-        const bool has_lost_it = end_ && is_elsewhere_worth_ && endpoint_ == etcd_.endpoint();
+        const bool has_lost_it = end_ && should_try_next_endpoint_ && endpoint_ == etcd_.endpoint();
         if (has_lost_it) etcd_.turn();
     }
     if (end_) {
@@ -57,7 +57,7 @@ nat64::task<etcd_error_t> etcd_watch_t::open() {
             etcd_.token_.clear();
             continue;
         }
-        if (!is_elsewhere_worth_) co_return error;
+        if (!should_try_next_endpoint_) co_return error;
         error.text = reasons + error.text;
         reasons = error.text + "; ";
         if (endpoint_ == etcd_.endpoint()) etcd_.turn();
@@ -78,19 +78,19 @@ nat64::task<etcd_error_t> etcd_watch_t::read(std::vector<etcd_event_t> &events) 
     } else {
         answer = read_answer(endpoint_, reply, etcd_.secrets());
     }
-    is_elsewhere_worth_ = answer.is_elsewhere_worth || has_ended_well;
+    should_try_next_endpoint_ = answer.should_try_next_endpoint || has_ended_well;
     is_token_unknown_ = answer.is_token_unknown;
     co_return answer.error;
 }
 
 etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_t> &events) {
-    is_elsewhere_worth_ = false;
+    should_try_next_endpoint_ = false;
     is_token_unknown_ = false;
     const json_t json = json_t::parse(line);
     const json_members_t answer(json);
     if (const json_t *failure = answer.find("error")) {
         const etcd_answer_t read = read_failure(endpoint_, *failure, etcd_.secrets());
-        is_elsewhere_worth_ = read.is_elsewhere_worth;
+        should_try_next_endpoint_ = read.should_try_next_endpoint;
         is_token_unknown_ = read.is_token_unknown;
         return read.error;
     }

@@ -69,20 +69,20 @@ etcd_error_t obstacle(const etcd_result_t<manifest_read_t> &before) {
 }
 
 /** Sets the members of a manifest that the caller of push chooses. Returns the reason if the push is impossible. */
-std::string prepare(const manifest_read_t &before, const push_wish_t &wish, manifest_t &manifest) {
-    const bool fits = !wish.text.empty() && wish.text.size() <= most_document_bytes;
+std::string prepare(const manifest_read_t &before, const push_request_t &request, manifest_t &manifest) {
+    const bool fits = !request.text.empty() && request.text.size() <= most_document_bytes;
     if (!fits)
-        return "a document of " + std::to_string(wish.text.size()) + " bytes: the most is " +
+        return "a document of " + std::to_string(request.text.size()) + " bytes: the most is " +
                std::to_string(most_document_bytes);
-    const bool has_no_base = wish.stage && !before.manifest;
+    const bool has_no_base = request.stage && !before.manifest;
     if (has_no_base) {
         return before.mod_revision == 0 ? "nothing has been pushed yet: the first document is for all gateways"
                                         : "the manifest in force cannot be read: the next document is for all gateways";
     }
-    manifest.stage = wish.stage;
+    manifest.stage = request.stage;
     sort_names(manifest.stage);
-    manifest.document.items = wish.items;
-    manifest.document.note = clean_line(wish.note, most_note_bytes);
+    manifest.document.items = request.items;
+    manifest.document.note = clean_line(request.note, most_note_bytes);
     return "";
 }
 
@@ -106,8 +106,8 @@ etcd_error_t name_pieces(const std::string &text, const std::vector<std::string_
 pusher_t::pusher_t(fwx_host_loop_t *loop, etcd_t &etcd, std::string who)
     : etcd_(etcd), keys_(etcd.store().prefix), who_(std::move(who)), lock_(loop, etcd, keys_) {}
 
-nat64::task<push_result_t> pusher_t::push(push_wish_t wish) {
-    return under_lock(push_locked(std::move(wish)));
+nat64::task<push_result_t> pusher_t::push(push_request_t request) {
+    return under_lock(push_locked(std::move(request)));
 }
 
 nat64::task<push_result_t> pusher_t::roll_back(std::optional<uint64_t> version) {
@@ -127,26 +127,26 @@ nat64::task<push_result_t> pusher_t::under_lock(nat64::task<push_result_t> work)
     co_return result;
 }
 
-nat64::task<push_result_t> pusher_t::push_locked(push_wish_t wish) {
+nat64::task<push_result_t> pusher_t::push_locked(push_request_t request) {
     push_result_t result;
     etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
     result.error = obstacle(before);
     if (result.error) co_return result;
-    result.refused = prepare(before.value, wish, result.manifest);
+    result.refused = prepare(before.value, request, result.manifest);
     if (!result.refused.empty()) co_return result;
-    result.error = co_await put_chunks(std::move(wish.text), result);
+    result.error = co_await put_chunks(std::move(request.text), result);
     if (!result.error) co_await publish_and_collect(std::move(before.value), result);
     co_return result;
 }
 
-nat64::task<push_result_t> pusher_t::check(push_wish_t wish) {
+nat64::task<push_result_t> pusher_t::check(push_request_t request) {
     push_result_t result;
     const etcd_result_t<manifest_read_t> before = co_await read_manifest(etcd_, keys_);
     result.error = obstacle(before);
     if (result.error) co_return result;
-    result.refused = prepare(before.value, wish, result.manifest);
+    result.refused = prepare(before.value, request, result.manifest);
     if (!result.refused.empty()) co_return result;
-    result.error = name_pieces(wish.text, cut_chunks(wish.text), result.manifest.document);
+    result.error = name_pieces(request.text, cut_chunks(request.text), result.manifest.document);
     if (result.error) co_return result;
     etcd_result_t<std::vector<size_t>> missing = co_await find_missing(result.manifest.document.chunks);
     result.error = missing.error;

@@ -18,7 +18,7 @@
 #include "fleet/fleet_lock.h"
 #include "fleet/manifest.h"
 
-struct push_wish_t {
+struct push_request_t {
     std::string text;             /* the document, as write_lines writes it */
     uint64_t items = 0;           /* number of its items */
     std::optional<stage_t> stage; /* nothing: for all gateways */
@@ -47,12 +47,12 @@ public:
     /* Only one of these may run at a time. */
 
     /** Makes a new version of a document. Does nothing if the manifest in force has the same document and stage. */
-    nat64::task<push_result_t> push(push_wish_t wish);
+    nat64::task<push_result_t> push(push_request_t request);
     /** Makes a new version, for all gateways, with the document of an older version. Without a number, that is the
      * newest version before the one in force that was for all gateways and has another document. */
     nat64::task<push_result_t> roll_back(std::optional<uint64_t> version);
     /** Computes what push would do now, without writing anything or taking the lock. */
-    nat64::task<push_result_t> check(push_wish_t wish);
+    nat64::task<push_result_t> check(push_request_t request);
 
     /* The steps of push, in this order, under the lock. `result` must outlive the task. */
 
@@ -66,7 +66,7 @@ public:
 
 private:
     nat64::task<push_result_t> under_lock(nat64::task<push_result_t> work);
-    nat64::task<push_result_t> push_locked(push_wish_t wish);
+    nat64::task<push_result_t> push_locked(push_request_t request);
     nat64::task<push_result_t> roll_back_locked(std::optional<uint64_t> version);
     nat64::task<etcd_error_t> choose_older(manifest_t in_force, push_result_t &result);
     nat64::task<> publish_and_collect(manifest_read_t before, push_result_t &result);

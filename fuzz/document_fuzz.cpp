@@ -33,9 +33,9 @@ document_t carry_out(const plan_t &plan, document_t held, size_t refused) {
     send_all();
     FUZZ_CHECK(run.refused() == refused);
     if (refused != plan.size()) {
-        run.take_back();
+        run.roll_back();
         send_all();
-        FUZZ_CHECK(run.is_taken_back());
+        FUZZ_CHECK(run.is_rolled_back());
     }
     held.settle();
     return held;

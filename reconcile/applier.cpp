@@ -44,12 +44,12 @@ public:
     void abandon() { is_abandoned_ = true; }
 
     void stop() {
-        result_.is_stopped = result_.is_stopped || (!run_.is_over() && !run_.is_taken_back() && !result_.refusal);
+        result_.is_stopped = result_.is_stopped || (!run_.is_over() && !run_.is_rolled_back() && !result_.refusal);
         run_.stop();
         end_if_over();
     }
-    void take_back() { run_.take_back(); }
-    void note_taken_back() { result_.is_taken_back = !result_.lost && standing().empty(); }
+    void roll_back() { run_.roll_back(); }
+    void note_rolled_back() { result_.is_rolled_back = !result_.lost && standing().empty(); }
     const apply_result_t &result() const { return result_; }
     std::vector<plan_command_t> standing() const {
         std::vector<plan_command_t> commands;
@@ -184,10 +184,10 @@ nat64::task<> applier_t::apply() {
     co_await run();
 }
 
-nat64::task<> applier_t::take_back() {
-    execution_->take_back();
+nat64::task<> applier_t::roll_back() {
+    execution_->roll_back();
     co_await run();
-    execution_->note_taken_back();
+    execution_->note_rolled_back();
 }
 
 void applier_t::stop() {

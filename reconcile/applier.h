@@ -26,7 +26,7 @@ struct apply_result_t {
     uint64_t changes = 0; /* `done` and the commands that undid them: the server's count of changes grew by this */
     std::optional<apply_refusal_t> refusal; /* the first command of the plan that was refused */
     bool is_stopped = false;                /* `stop` was called before the last command was sent */
-    bool is_taken_back = false;             /* the rollback is complete */
+    bool is_rolled_back = false;            /* the rollback is complete */
 
     /* Set if the channel was lost or a command timed out. No further command was sent, not even for a rollback. */
     std::error_code lost;
@@ -56,7 +56,7 @@ public:
     /** Sends no further command of the plan. May be called at any time. */
     void stop();
     /** Rolls the plan back. To be called after `apply`, unless the server was lost. */
-    fwx::nat64::task<> take_back();
+    fwx::nat64::task<> roll_back();
 
     const apply_result_t &result() const;
     /** The commands of the plan that were carried out and not undone. */

@@ -105,13 +105,13 @@ nat64::task<size_t> reconciler_t::follow_rules() {
     co_return failed;
 }
 
-nat64::task<reconcile_result_t> reconciler_t::bring(const plan_t &plan, const document_t &to, bool takes_back) {
+nat64::task<reconcile_result_t> reconciler_t::reconcile(const plan_t &plan, const document_t &to, bool rolls_back) {
     reconcile_result_t result;
     applier_.emplace(client_, rules_, plan);
     co_await applier_->apply();
     const bool has_failed = !applier_->result() && !applier_->result().lost;
-    const bool may_take_back = has_failed && takes_back && co_await is_alone(applier_->result().changes);
-    if (may_take_back) co_await applier_->take_back();
+    const bool may_roll_back = has_failed && rolls_back && co_await is_alone(applier_->result().changes);
+    if (may_roll_back) co_await applier_->roll_back();
     result.applied = applier_->result();
     if (!result.applied) result.standing = applier_->standing();
     applier_.reset();
@@ -134,7 +134,7 @@ nat64::task<bool> reconciler_t::is_alone(uint64_t own_changes) {
 
 nat64::task<> reconciler_t::look(const document_t &to, reconcile_result_t &result) {
     const apply_result_t &applied = result.applied;
-    const bool is_certain = applied || applied.is_taken_back;
+    const bool is_certain = applied || applied.is_rolled_back;
     fwx_nat64_stats_boot_t boot{};
     if (server_.boot_id != 0) {
         const nat64::record_result<fwx_nat64_stats_boot_t> got = co_await client_.stats_boot();

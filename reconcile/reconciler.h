@@ -4,7 +4,7 @@
  *
  *     error = co_await reconciler.read();                    held() is the actual state
  *     plan_t plan(reconciler.held(), wanted);
- *     result = co_await reconciler.bring(plan, wanted);      held() is the new actual state
+ *     result = co_await reconciler.reconcile(plan, wanted);      held() is the new actual state
  *
  * The server counts the changes of its configuration. If the count has grown by exactly the commands of a plan, the
  * server is in sync with the document. If it has grown by more, other clients have changed something too, and the
@@ -66,9 +66,9 @@ public:
     /**
      * Carries out a plan from held() to a document, and then updates held() to the actual state.
      * @param plan       starts from held(); must outlive the task, as must `to`
-     * @param takes_back true to roll back a plan that is refused or stopped
+     * @param rolls_back true to roll back a plan that is refused or stopped
      */
-    fwx::nat64::task<reconcile_result_t> bring(const plan_t &plan, const document_t &to, bool takes_back = true);
+    fwx::nat64::task<reconcile_result_t> reconcile(const plan_t &plan, const document_t &to, bool rolls_back = true);
     /** Sends no further command of the present plan. */
     void stop() {
         if (applier_) applier_->stop();

@@ -54,7 +54,7 @@ TEST(merge_test, an_undo_keeps_items_that_others_have_changed_since) {
         const document_t after = document_of(row.after);
         const document_t now = document_of(row.now);
         std::vector<config_item_t> kept;
-        EXPECT_EQ(values_of(take_back(before, after, now, kept)), row.result);
+        EXPECT_EQ(values_of(roll_back(before, after, now, kept)), row.result);
         EXPECT_EQ(kept.size(), row.kept);
     }
 }

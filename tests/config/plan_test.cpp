@@ -299,7 +299,7 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
             server.carry_out(run, window, {refused});
             EXPECT_EQ(run.refused(), refused);
             EXPECT_FALSE(run.is_done(refused));
-            run.take_back();
+            run.roll_back();
             server.carry_out(run, window);
             for (size_t i = 0; i < plan.size(); ++i) {
                 EXPECT_FALSE(run.is_done(i)) << "what stands of it";
@@ -310,7 +310,7 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
         server.carry_out(run, 1 + documents.below(64));
         ASSERT_EQ(run.refused(), plan.size()) << "all is taken";
         ASSERT_EQ(server.state(), wanted);
-        run.take_back();
+        run.roll_back();
         server.carry_out(run, 8);
         ASSERT_EQ(server.state(), before);
     }
@@ -383,7 +383,7 @@ TEST(plan_test, a_failed_undo_is_reported) {
         plan_run_t run(plan);
         server.carry_out(run, 1, {2});
         EXPECT_TRUE(run.is_done(0) && run.is_done(1));
-        run.take_back();
+        run.roll_back();
         server.carry_out(run, 1, {3 + 2 * 1});
         EXPECT_EQ(std::vector<bool>({run.is_done(0), run.is_done(1), run.is_done(2)}),
                   std::vector<bool>({false, true, false}));

@@ -63,8 +63,8 @@ TEST_F(applier_test, a_refusal_stops_the_plan_and_it_can_be_rolled_back) {
     EXPECT_EQ(applier.result().done, 5U);
     EXPECT_EQ(applier.standing().size(), 5U);
     EXPECT_EQ(model->timeout(1), 20U);
-    run(applier.take_back());
-    EXPECT_TRUE(applier.result().is_taken_back);
+    run(applier.roll_back());
+    EXPECT_TRUE(applier.result().is_rolled_back);
     EXPECT_TRUE(applier.standing().empty());
     EXPECT_EQ(applier.result().changes, model->boot().changes - changes);
     EXPECT_EQ(model->timeout(1), 10U);
@@ -85,8 +85,8 @@ TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_outstanding_answers
     EXPECT_TRUE(applier.result().is_stopped);
     EXPECT_FALSE(applier.result());
     EXPECT_EQ(applier.result().done, 2U) << "the deletes";
-    run(applier.take_back());
-    EXPECT_TRUE(applier.result().is_taken_back);
+    run(applier.roll_back());
+    EXPECT_TRUE(applier.result().is_rolled_back);
     expect_from();
 }
 
@@ -116,8 +116,8 @@ TEST_F(applier_test, commands_that_the_server_failed_to_save_can_be_undone_too) 
     ASSERT_TRUE(applier.result().refusal);
     EXPECT_EQ(applier.result().refusal->error, fwx::nat64::nat64_error(FWX_NAT64_MODEL_ERR_NOT_SAVED));
     EXPECT_EQ(applier.standing().size(), 2U);
-    finish(applier.take_back());
-    EXPECT_TRUE(applier.result().is_taken_back);
+    finish(applier.roll_back());
+    EXPECT_TRUE(applier.result().is_rolled_back);
     expect_from();
     model->journal_set({});
 }

@@ -16,7 +16,7 @@ protected:
         cxx_fixture_t::SetUp();
         reconciler.emplace(loop, *client, rules);
         ASSERT_FALSE(run_slow(reconciler->read()));
-        EXPECT_TRUE(bring(from).is_in_sync);
+        EXPECT_TRUE(reconcile(from).is_in_sync);
     }
     void TearDown() override {
         reconciler.reset();
@@ -32,11 +32,11 @@ protected:
         return task.get();
     }
     /** Calls `meanwhile` when the first commands are outstanding. */
-    reconcile_result_t bring(const document_t &wanted, const std::function<void()> &meanwhile = {},
-                             bool takes_back = true) {
+    reconcile_result_t reconcile(const document_t &wanted, const std::function<void()> &meanwhile = {},
+                                 bool rolls_back = true) {
         const document_t held = reconciler->held();
         const plan_t plan(held, wanted);
-        nat64::task<reconcile_result_t> task = reconciler->bring(plan, wanted, takes_back);
+        nat64::task<reconcile_result_t> task = reconciler->reconcile(plan, wanted, rolls_back);
         task.start();
         if (meanwhile) meanwhile();
         while (!task.done()) {
@@ -81,7 +81,7 @@ TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_b
         "logging add --dest 192.0.2.1 --port 5 --template 1\n"
         "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\n"
         "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
-    EXPECT_TRUE(bring(all).is_in_sync);
+    EXPECT_TRUE(reconcile(all).is_in_sync);
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(all));
     EXPECT_TRUE(reconciler->is_as_known(model->boot()));
@@ -90,18 +90,18 @@ TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_b
 TEST_F(reconciler_test, a_refused_plan_is_rolled_back) {
     others_add_mapping(3);
     pump();
-    const reconcile_result_t refused = bring(to);
+    const reconcile_result_t refused = reconcile(to);
     ASSERT_TRUE(refused.applied.refusal);
-    EXPECT_FALSE(refused.applied.is_taken_back) << "mapping 3 came after the server was read";
+    EXPECT_FALSE(refused.applied.is_rolled_back) << "mapping 3 came after the server was read";
     EXPECT_EQ(refused.others, 1U);
     EXPECT_FALSE(refused.standing.empty());
     expect_held();
 
-    EXPECT_TRUE(bring(from).is_in_sync) << "what others have added goes too";
+    EXPECT_TRUE(reconcile(from).is_in_sync) << "what others have added goes too";
     model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
-    const reconcile_result_t undone = bring(to);
+    const reconcile_result_t undone = reconcile(to);
     ASSERT_TRUE(undone.applied.refusal);
-    EXPECT_TRUE(undone.applied.is_taken_back);
+    EXPECT_TRUE(undone.applied.is_rolled_back);
     EXPECT_TRUE(undone.standing.empty());
     EXPECT_FALSE(undone.is_in_sync);
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(from));
@@ -109,23 +109,23 @@ TEST_F(reconciler_test, a_refused_plan_is_rolled_back) {
 }
 
 TEST_F(reconciler_test, items_that_others_add_while_a_plan_is_refused_are_not_deleted) {
-    const reconcile_result_t refused = bring(to, [this] {
+    const reconcile_result_t refused = reconcile(to, [this] {
         others_add_mapping(3); /* the plan adds the same one later */
         others_set_timeout(7);
     });
     ASSERT_TRUE(refused.applied.refusal);
     EXPECT_EQ(refused.others, 2U);
-    EXPECT_FALSE(refused.applied.is_taken_back);
+    EXPECT_FALSE(refused.applied.is_rolled_back);
     EXPECT_EQ(model->totals().dynamic_mappings, 1U);
     expect_held();
 }
 
 TEST_F(reconciler_test, changes_of_others_are_noticed_even_if_they_do_not_matter) {
-    const reconcile_result_t harmless = bring(to, [this] { others_set_timeout(0); });
+    const reconcile_result_t harmless = reconcile(to, [this] { others_set_timeout(0); });
     EXPECT_TRUE(harmless.is_in_sync);
     EXPECT_EQ(harmless.others, 1U);
     expect_held();
-    const reconcile_result_t harmful = bring(from, [this] { others_set_timeout(9); });
+    const reconcile_result_t harmful = reconcile(from, [this] { others_set_timeout(9); });
     EXPECT_TRUE(harmful.applied);
     EXPECT_FALSE(harmful.is_in_sync);
     EXPECT_EQ(harmful.others, 1U);
@@ -133,20 +133,20 @@ TEST_F(reconciler_test, changes_of_others_are_noticed_even_if_they_do_not_matter
 }
 
 TEST_F(reconciler_test, a_stopped_plan_is_rolled_back_or_kept_and_its_commands_in_effect_are_reported) {
-    for (const bool takes_back : {true, false}) {
-        SCOPED_TRACE(takes_back);
-        const reconcile_result_t stopped = bring(
-            to, [this] { reconciler->stop(); }, takes_back);
+    for (const bool rolls_back : {true, false}) {
+        SCOPED_TRACE(rolls_back);
+        const reconcile_result_t stopped = reconcile(
+            to, [this] { reconciler->stop(); }, rolls_back);
         EXPECT_TRUE(stopped.applied.is_stopped);
-        EXPECT_EQ(stopped.applied.is_taken_back, takes_back);
-        EXPECT_EQ(stopped.standing.size(), takes_back ? 0U : 2U);
+        EXPECT_EQ(stopped.applied.is_rolled_back, rolls_back);
+        EXPECT_EQ(stopped.standing.size(), rolls_back ? 0U : 2U);
         expect_held();
     }
-    EXPECT_TRUE(bring(to).is_in_sync);
+    EXPECT_TRUE(reconcile(to).is_in_sync);
 }
 
 TEST_F(reconciler_test, after_a_lost_server_it_is_read_again) {
-    const reconcile_result_t lost = bring(to, [this] {
+    const reconcile_result_t lost = reconcile(to, [this] {
         model->silent_set(true);
         pump();
         model->drop_clients();
@@ -156,7 +156,7 @@ TEST_F(reconciler_test, after_a_lost_server_it_is_read_again) {
     EXPECT_EQ(lost.applied.unanswered, 2U);
     EXPECT_FALSE(reconciler->is_known());
     EXPECT_FALSE(run_slow(reconciler->read()));
-    EXPECT_TRUE(bring(to).is_in_sync);
+    EXPECT_TRUE(reconcile(to).is_in_sync);
     expect_held();
 }
 
@@ -202,7 +202,7 @@ TEST_F(reconciler_test, a_server_that_does_not_report_its_configuration_is_assum
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(from));
     add(model->boot().changes - 1, to);
     EXPECT_FALSE(run_slow(reconciler->assume_known(versions))) << "it has been changed since";
-    EXPECT_TRUE(bring({}).is_in_sync);
+    EXPECT_TRUE(reconcile({}).is_in_sync);
     EXPECT_TRUE(run_slow(reconciler->assume_known(versions))) << "it says that it holds nothing";
     EXPECT_EQ(reconciler->held().size(), 0U);
 }

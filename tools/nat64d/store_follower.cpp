@@ -81,7 +81,7 @@ void store_follower_t::start(const std::string &hash) {
 }
 
 void store_follower_t::begin() {
-    is_watching_ = is_bringing_ = false;
+    is_watching_ = is_fetching_ = false;
     failures_ = 0;
     run_.emplace(run());
     run_->start();
@@ -98,7 +98,7 @@ nat64::task<> store_follower_t::run() {
         const uint64_t begin_ms = fwx_host_clock_ms();
         const etcd_error_t error = co_await follow();
         const bool was_steady = is_watching_ && fwx_host_clock_ms() - begin_ms >= steady_ms;
-        is_watching_ = is_bringing_ = false;
+        is_watching_ = is_fetching_ = false;
         const bool is_there = error.kind == kind_t::malformed || error.kind == kind_t::compacted;
         if (!is_there) lose(error.text);
         if (!offered_) co_await read_kept();
@@ -127,9 +127,9 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
         if (is_first) confirm(); /* it was read from the store, not reported by a watch */
         etcd_error_t error;
         if (is_unreadable) refuse({}, read.error.text);
-        is_bringing_ = true;
-        if (read.value.manifest) error = co_await bring(read.value.manifest->document_for(gateway_));
-        is_bringing_ = false;
+        is_fetching_ = true;
+        if (read.value.manifest) error = co_await fetch(read.value.manifest->document_for(gateway_));
+        is_fetching_ = false;
         if (error) co_return error;
         is_watching_ = true;
         on_.settled();
@@ -137,7 +137,7 @@ nat64::task<etcd_error_t> store_follower_t::follow() {
 }
 
 /** Fetches a document and hands it over, unless it was the last one handed over. */
-nat64::task<etcd_error_t> store_follower_t::bring(fleet_document_t document) {
+nat64::task<etcd_error_t> store_follower_t::fetch(fleet_document_t document) {
     const bool is_known =
         offered_ && offered_->document.version == document.version && offered_->document.hash == document.hash;
     if (is_known && !must_hand_over_) co_return {};
@@ -245,7 +245,7 @@ void store_follower_t::asked(const etcd_error_t &error) {
     failures_ = is_away ? failures_ + 1 : 0;
     if (!is_watching_) return;
     if (is_away) lose(error.text);
-    const bool must_wait = is_bringing_ || (check_ && !check_->done());
+    const bool must_wait = is_fetching_ || (check_ && !check_->done());
     if (must_wait) return;
     const std::string place = watch_->endpoint();
     const bool has_moved = !place.empty() && place != etcd_.endpoint();
@@ -265,7 +265,7 @@ nat64::task<> store_follower_t::check() {
         lose(put.error.text);
     } else if (put.value == watched_revision_) {
         confirm();
-    } else if (!is_bringing_) {
+    } else if (!is_fetching_) {
         reopen("the manifest in the store is not the one that the watch reported");
     }
 }

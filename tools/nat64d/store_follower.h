@@ -72,7 +72,7 @@ private:
     nat64::task<etcd_error_t> follow();
     nat64::task<> check();
     void reopen(const std::string &reason);
-    nat64::task<etcd_error_t> bring(fleet_document_t document);
+    nat64::task<etcd_error_t> fetch(fleet_document_t document);
     void lose(const std::string &reason);
     nat64::task<> read_kept();
     nat64::task<> offer(fleet_document_t document, std::string text);
@@ -93,7 +93,7 @@ private:
     store_status_t status_;
     bool must_hand_over_ = false;
     bool is_watching_ = false;     /* the watch is open */
-    bool is_bringing_ = false;     /* a document is being fetched or handed over; the watch is not read meanwhile */
+    bool is_fetching_ = false;     /* a document is being fetched or handed over; the watch is not read meanwhile */
     uint32_t failures_ = 0;        /* consecutive ones of other requests */
     int64_t watched_revision_ = 0; /* of the last manifest that the watch reported; 0: none */
     uint64_t check_at_ms_ = 0;     /* by the platform's clock */

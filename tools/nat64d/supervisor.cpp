@@ -110,7 +110,7 @@ void supervisor_t::refuse(const std::string &hash, const std::string &reason) {
 }
 
 void supervisor_t::replay() {
-    must_bring_ = is_replay_ = true;
+    must_reconcile_ = is_replay_ = true;
     retry_at_ms_ = 0;
     bell_.ring();
 }
@@ -168,7 +168,7 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
     was_connected_ = true;
     if (is_known && status_.boot_id != boot.boot_id) {
         ++status_.restarts;
-        must_bring_ = is_replay_ = true;
+        must_reconcile_ = is_replay_ = true;
         retry_at_ms_ = 0;
         log_event(log_level_t::warning, "server_restarted");
         note_out_of_sync("the server has restarted");
@@ -181,18 +181,18 @@ void supervisor_t::take_boot(const fwx_nat64_stats_boot_t &boot) {
 nat64::task<> supervisor_t::keep(const fwx_nat64_stats_boot_t &boot) {
     if (fwx_host_clock_ms() < retry_at_ms_) co_return;
     const bool is_as_known = reconciler_->is_as_known(boot);
-    const bool is_settled = is_as_known && (status_.is_in_step || has_drifted_) && !offered_ && !must_bring_;
+    const bool is_settled = is_as_known && (status_.is_in_step || has_drifted_) && !offered_ && !must_reconcile_;
     if (is_settled) co_return;
     const bool must_read = !is_as_known || is_replay_;
     if (must_read && !co_await read_server()) co_return;
-    const bool has_nothing_to_stay_with = offered_ && (!wanted_ || (must_bring_ && is_first_in_force_));
+    const bool has_nothing_to_stay_with = offered_ && (!wanted_ || (must_reconcile_ && is_first_in_force_));
     if (has_nothing_to_stay_with) put_in_force(*std::exchange(offered_, std::nullopt));
     if (!wanted_) {
         note_out_of_sync("there is no document");
         co_return;
     }
-    const bool must_look = must_bring_ || !offered_;
-    const bool is_held = !must_look || co_await bring(*wanted_, must_bring_);
+    const bool must_look = must_reconcile_ || !offered_;
+    const bool is_held = !must_look || co_await reconcile(*wanted_, must_reconcile_);
     if (is_held && offered_) co_await edit();
     const bool is_replaced = !is_held && !refusal_.empty() && offered_;
     if (!is_replaced) co_return;
@@ -221,7 +221,7 @@ nat64::task<bool> supervisor_t::read_server() {
 
 /** Sends the commands that lead from the server's state to the document. Without `may_change` it sends none, and only
  * reports the drift. Returns false if the server does not hold the document; the status then has the reason. */
-nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
+nat64::task<bool> supervisor_t::reconcile(const offer_t &to, bool may_change) {
     const document_t before = reconciler_->held();
     std::vector<config_item_t> foreign;
     const document_t target =
@@ -243,10 +243,10 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
             note_out_of_sync(error);
             co_return false;
         }
-        const reconcile_result_t result = co_await reconciler_->bring(plan, target);
+        const reconcile_result_t result = co_await reconciler_->reconcile(plan, target);
         if (result.is_in_sync) error = co_await keep_version("nat64d " + to.hash, result.applied.done);
         if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
-        const bool is_as_before = result.applied.is_taken_back && is_editing_ && status_.is_in_step;
+        const bool is_as_before = result.applied.is_rolled_back && is_editing_ && status_.is_in_step;
         if (is_as_before) co_await keep_in_force(*wanted_);
         note_result(result);
         if (!result.is_in_sync) co_return false;
@@ -256,7 +256,7 @@ nat64::task<bool> supervisor_t::bring(const offer_t &to, bool may_change) {
         ++status_.replays;
         log_event(log_level_t::info, "replayed", {{"document", to.hash}, {"commands", std::to_string(plan.size())}});
     }
-    must_bring_ = false;
+    must_reconcile_ = false;
     note_in_sync();
     co_return true;
 }
@@ -292,7 +292,7 @@ void supervisor_t::note_foreign(const std::vector<config_item_t> &foreign) {
 nat64::task<> supervisor_t::edit() {
     offer_t offer = *std::exchange(offered_, std::nullopt);
     is_editing_ = true;
-    const bool is_held = co_await bring(offer, true);
+    const bool is_held = co_await reconcile(offer, true);
     is_editing_ = false;
     if (is_held) {
         put_in_force(std::move(offer));
@@ -313,8 +313,8 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
     }
     if (applied.refusal) {
         refusal_ = refusal_text(*applied.refusal);
-        if (!applied.is_taken_back || !status_.is_in_step) {
-            must_bring_ = true;
+        if (!applied.is_rolled_back || !status_.is_in_step) {
+            must_reconcile_ = true;
             pause_ms_ = std::min(std::max(2 * pause_ms_, first_pause_ms), last_pause_ms);
             note_out_of_sync(refusal_ + (result.standing.empty()
                                              ? ""
@@ -323,11 +323,11 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
         }
     }
     if (result.unknown) {
-        must_bring_ = true;
+        must_reconcile_ = true;
         lose(result.unknown.message());
         bell_.ring();
     } else if (applied && !result.is_in_sync) {
-        must_bring_ = true;
+        must_reconcile_ = true;
         note_out_of_sync("another client has changed the server meanwhile");
     }
 }

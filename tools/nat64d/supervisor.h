@@ -72,7 +72,7 @@ private:
     void take_boot(const fwx_nat64_stats_boot_t &boot);
     nat64::task<> keep(const fwx_nat64_stats_boot_t &boot);
     nat64::task<bool> read_server();
-    nat64::task<bool> bring(const offer_t &to, bool may_change);
+    nat64::task<bool> reconcile(const offer_t &to, bool may_change);
     nat64::task<> edit();
     void note_result(const reconcile_result_t &result);
     void note_in_sync();
@@ -96,7 +96,7 @@ private:
 
     std::optional<offer_t> wanted_;  /* in force */
     std::optional<offer_t> offered_; /* not tried yet */
-    bool must_bring_ = true;         /* the server may be out of sync with the document in force; sync it */
+    bool must_reconcile_ = true;     /* the server may be out of sync with the document in force; sync it */
     bool is_replay_ = false;         /* after a restart of the server, or on request */
     bool is_editing_ = false;        /* an offered document is being applied */
     bool was_connected_ = false;

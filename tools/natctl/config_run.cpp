@@ -88,15 +88,15 @@ constexpr const char *second_interrupt_text =
     "natctl: ended at once: what the server has done stays, and the next config apply finds it\n";
 
 /** Sends a plan; an interrupt stops it. */
-reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t &to, bool takes_back,
+reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t &to, bool rolls_back,
                              const interrupt_t &interrupt) {
     reconciler_t &server = call.pal.reconciler();
     bool is_told = false;
-    return call.pal.run_plan(server.bring(plan, to, takes_back), [&] {
+    return call.pal.run_plan(server.reconcile(plan, to, rolls_back), [&] {
         if (!interrupt.is_raised() || std::exchange(is_told, true)) return;
         call.pal.note("natctl: interrupted after " + std::to_string(server.done()) + " of " +
                       count_text(plan.size(), "command") + ": waiting for the outstanding commands" +
-                      (takes_back ? ", then undoing all" : ""));
+                      (rolls_back ? ", then undoing all" : ""));
         server.stop();
     });
 }
@@ -127,7 +127,7 @@ void report_failure(call_t &call, const plan_t &plan, const reconcile_result_t &
     }
     refuse(outcome, applied.refusal ? status_t::refused : status_t::usage, code, text);
     outcome.data["changed"] = !result.standing.empty();
-    outcome.data["undone"] = applied.is_taken_back;
+    outcome.data["undone"] = applied.is_rolled_back;
 }
 
 /** Reports changes by others during a plan that was completed. */
@@ -169,7 +169,7 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
         return;
     }
     const reconcile_result_t result = carry_out(call, plan, document, !options.keeps_partial, interrupt);
-    const bool is_changed = server.is_known() && result.applied.done != 0 && !result.applied.is_taken_back;
+    const bool is_changed = server.is_known() && result.applied.done != 0 && !result.applied.is_rolled_back;
     if (is_changed) error = keep_version(call, options.what, result.applied.done);
     outcome.data["version"] = last_number(call);
     const bool waits = options.confirm_s != 0 && result.is_in_sync;
@@ -221,7 +221,7 @@ bool wait_for_confirmation(call_t &call, uint32_t number, uint64_t seconds, cons
 }
 
 /** Undoes the change from `before` to `after`, except for items that others have changed since. */
-void take_back(call_t &call, const document_t &before, const document_t &after, uint32_t number, bool is_interrupted) {
+void roll_back(call_t &call, const document_t &before, const document_t &after, uint32_t number, bool is_interrupted) {
     const std::string name = "version " + std::to_string(number);
     const std::string why = is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and";
     const std::string error = call.pal.begin_change();
@@ -230,7 +230,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
     if (!config_read(call)) return;
     std::vector<config_item_t> kept;
     const document_t now = call.pal.reconciler().held();
-    const document_t target = take_back(before, after, now, kept);
+    const document_t target = roll_back(before, after, now, kept);
     const json_t commands = call.outcome.data["commands"];
     config_options_t options;
     options.what = name + " not confirmed";
@@ -252,7 +252,7 @@ void take_back(call_t &call, const document_t &before, const document_t &after, 
 }
 
 /** Waits for the confirmation of a change, and undoes it if none comes. */
-void confirm_or_take_back(call_t &call, const document_t &before, const document_t &after, uint64_t seconds,
+void confirm_or_roll_back(call_t &call, const document_t &before, const document_t &after, uint64_t seconds,
                           const interrupt_t &interrupt) {
     const auto number = call.outcome.data["version"].get<uint32_t>();
     const std::string error = call.pal.end_change();
@@ -262,7 +262,7 @@ void confirm_or_take_back(call_t &call, const document_t &before, const document
                   std::to_string(seconds) + " s unless you run natctl --connect " + call.pal.options().connect +
                   " config confirm");
     if (wait_for_confirmation(call, number, seconds, interrupt)) return;
-    take_back(call, before, after, number, interrupt.is_raised());
+    roll_back(call, before, after, number, interrupt.is_raised());
 }
 
 std::string totals_text(const std::optional<fwx_nat64_stats_sys_entry_t> &totals) {
@@ -369,5 +369,5 @@ void config_apply(call_t &call, const document_t &document, const config_options
     const document_t before = call.pal.reconciler().held();
     apply(call, document, options, *interrupt);
     const bool is_done = call.outcome.status == status_t::ok && call.outcome.data["changed"].get<bool>();
-    if (is_done && options.confirm_s != 0) confirm_or_take_back(call, before, document, options.confirm_s, *interrupt);
+    if (is_done && options.confirm_s != 0) confirm_or_roll_back(call, before, document, options.confirm_s, *interrupt);
 }

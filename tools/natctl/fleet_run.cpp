@@ -201,9 +201,9 @@ void fleet_push(call_t &call, const fleet_request_t &request, const document_t &
     const bool is_check = request.is_check || call.pal.options().dry_run;
     const std::string name =
         request.file == "-" ? "standard input" : std::filesystem::path(request.file).filename().string();
-    push_wish_t wish = {write_lines(document), document.size(), stage_of(request), name};
-    nat64::task<push_result_t> (pusher_t::*const act)(push_wish_t) = is_check ? &pusher_t::check : &pusher_t::push;
-    const push_result_t result = store.run((store.pusher().*act)(std::move(wish)));
+    push_request_t push = {write_lines(document), document.size(), stage_of(request), name};
+    nat64::task<push_result_t> (pusher_t::*const act)(push_request_t) = is_check ? &pusher_t::check : &pusher_t::push;
+    const push_result_t result = store.run((store.pusher().*act)(std::move(push)));
     if (!tell(call, result)) return;
     tell_unseen(call, store, request.gateways);
     if (request.wait_s != 0 && !is_check) tell_gateways(call, store, result.manifest, request.wait_s);

@@ -242,7 +242,7 @@ void pal_t::tapped(void *arg, fwx_host_direction_t direction, const void *msg, s
     auto *pal = static_cast<pal_t *>(arg);
     const bool is_question = size >= sizeof(fwx_nat64_sync_hdr_t) &&
                              (wire_read(msg, sizeof(uint16_t)) & FWX_NAT64_MSG_NUMBER_MASK) == FWX_NAT64_MSG_STATS_SYS;
-    const bool is_own = pal->is_internal_ || (pal->is_bringing_ && is_question);
+    const bool is_own = pal->is_internal_ || (pal->is_reconciling_ && is_question);
     if (pal->options_.trace && !is_own) pal->note_(message_line(direction, msg, size));
     bool is_collected = pal->options_.dry_run && pal->starting_ != nullptr && direction == FWX_HOST_SENT;
     if (is_collected) pal->starting_->outcome.messages.push_back(message_json(direction, msg, size));

@@ -156,9 +156,9 @@ public:
     /** Runs the reconciler on a plan. Its own queries are left out of the trace. */
     template <typename on_turn_t>
     reconcile_result_t run_plan(nat64::task<reconcile_result_t> task, on_turn_t on_turn) {
-        is_bringing_ = true;
+        is_reconciling_ = true;
         reconcile_result_t result = run(std::move(task), on_turn);
-        is_bringing_ = false;
+        is_reconciling_ = false;
         return result;
     }
     /** Waits for the results of all started commands. */
@@ -238,8 +238,8 @@ private:
     std::optional<versions_t> versions_;
     version_t single_; /* counts the changes of single commands */
     std::string change_name_;
-    bool is_bringing_ = false; /* a plan runs: statistics messages are the reconciler's, and not traced */
-    bool is_internal_ = false; /* no message is the user's, so none is traced */
+    bool is_reconciling_ = false; /* a plan runs: statistics messages are the reconciler's, and not traced */
+    bool is_internal_ = false;    /* no message is the user's, so none is traced */
 };
 
 #endif
