@@ -1,5 +1,5 @@
 /** @file
- * The host platform for the C++ interface: what it can tell beyond the C interface, and running a task to its end.
+ * Connects the C++ interface to the host platform: the adapter, error texts, a loop that runs tasks, and sleeping.
  */
 #ifndef FWX_HOST_ADAPTER_HPP
 #define FWX_HOST_ADAPTER_HPP
@@ -13,8 +13,8 @@
 
 namespace fwx::host {
 
-/** For fwx::nat64::client, whose event argument is then a fwx_host_loop_t. It takes the one observer that there is of
- * channels that end. */
+/** For fwx::nat64::client. The client's event argument is then a fwx_host_loop_t. The client takes the platform's only
+ * observer of channels that end. */
 inline constexpr nat64::adapter adapter = {
     .head = fwx_host_smc_head,
     .bytes_behind = fwx_host_smc_bytes_behind,
@@ -27,14 +27,15 @@ inline constexpr nat64::adapter adapter = {
     .is_throttled = fwx_host_smc_is_throttled,
 };
 
-/** Gives xerr_strerror the texts of this project's server, which is in another process. */
+/** Adds the texts of this project's server's result codes to xerr_strerror, because the server runs in another process.
+ */
 inline void add_server_texts() {
 #define FWX_HOST_ADD_TEXT(code, member, text) fwx_host_error_text_add(code, text);
     FWX_NAT64_MODEL_RESULTS(FWX_HOST_ADD_TEXT)
 #undef FWX_HOST_ADD_TEXT
 }
 
-/** Awaits that time passes on a loop. */
+/** Awaitable that resumes the coroutine from the loop after a delay. */
 class [[nodiscard]] sleep {
 public:
     /** Throws std::out_of_range for a negative time. */
@@ -44,7 +45,7 @@ public:
     ~sleep() { fwx_host_timer_cancel(loop_, timer_); }
 
     bool await_ready() const noexcept { return false; }
-    /** Goes on at once when memory is out. */
+    /** Does not suspend when memory is exhausted. */
     bool await_suspend(std::coroutine_handle<> waiting) noexcept {
         waiting_ = waiting;
         const auto rang = [](void *self) { std::exchange(static_cast<sleep *>(self)->waiting_, nullptr).resume(); };
@@ -60,17 +61,17 @@ private:
     std::coroutine_handle<> waiting_;
 };
 
-/** A loop that is owned. */
+/** Owner of a loop. */
 class loop {
 public:
-    /** Throws std::bad_alloc when the system has no descriptors or memory left. */
+    /** Throws std::bad_alloc when the system has no descriptors or no memory left. */
     loop() : loop_(fwx_host_loop_create(), fwx_host_loop_destroy) {
         if (loop_ == nullptr) throw std::bad_alloc();
     }
     fwx_host_loop_t *get() const noexcept { return loop_.get(); }
     operator fwx_host_loop_t *() const noexcept { return loop_.get(); }
 
-    /** Starts a task and runs the loop until it is done; gives its value, throws what it threw. */
+    /** Starts a task and runs the loop until it is done. Returns the task's value or rethrows its exception. */
     template <class value_type>
     value_type run(nat64::task<value_type> task) const {
         task.start();

@@ -1,13 +1,14 @@
 /*
- * Capture files: while one is open, every message that the tap would see is written to it as a packet, and in the
- * process of a server every message between it and clients in other processes.
+ * Capture files. While one is open, the platform writes every message that the tap would see to it as a packet. In a
+ * server's process it also writes every message between the server and clients in other processes.
  *
- * The file is a pcap file with nanoseconds, in the machine's byte order, of link type DLT_USER0 (147). A packet is four
- * bytes and the message: version (1), direction (0 to the server, 1 to the client), form (0 asynchronous, 1
- * synchronous), and a zero. Of a message that would make its packet longer than 262144 bytes, the rest is left out.
+ * The file is a pcap file with nanosecond timestamps, in the machine's byte order, of link type DLT_USER0 (147). A
+ * packet is a four-byte header and the message. The header is version (1), direction (0 to the server, 1 to the
+ * client), form (0 asynchronous, 1 synchronous) and a zero byte. A longer message is truncated so that its packet is
+ * 262144 bytes long.
  *
- * A packet is in the file when the message goes on its way, so a program that dies has lost none, and the file is well
- * formed at any time. Not thread-safe.
+ * A packet is written before its message goes on. So a program that dies loses no packet, and the file is well formed
+ * at any time. Not thread-safe.
  */
 #ifndef FWX_HOST_CAPTURE_H
 #define FWX_HOST_CAPTURE_H
@@ -18,13 +19,14 @@
 extern "C" {
 #endif
 
-/** Starts capturing into a file, which is emptied first if it exists; there is one capture at a time.
- * @return 0, FWX_HOST_ERR_BAD_ARG for a null path, or an errno value: EBUSY while a capture is open, else why the file
- * could not be opened or begun. */
+/** Starts capturing into a file, which is truncated if it exists. One capture can be open at a time.
+ * @return 0, FWX_HOST_ERR_BAD_ARG for a null path, EBUSY while a capture is open, or the errno value with which opening
+ * the file or writing its header failed. */
 uint32_t fwx_host_capture_open(const char *path);
 
-/** Ends the capture; harmless without one.
- * @return 0, or an errno value: the file could not take all packets. It ends with the last one that it took. */
+/** Ends the capture. Does nothing when none is open.
+ * @return 0, or the errno value of the write that failed. The file then ends with the last packet written completely.
+ */
 uint32_t fwx_host_capture_close(void);
 
 #ifdef __cplusplus

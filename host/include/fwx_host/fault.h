@@ -12,8 +12,8 @@
 extern "C" {
 #endif
 
-/** The operations that can fail. FWX_HOST_OP_SEND_DONE fails the completion of a message, which the server then never
- * gets. */
+/** The operations that can fail. FWX_HOST_OP_SEND_DONE completes a message with an error; the server then never gets
+ * the message. */
 typedef enum {
     FWX_HOST_OP_CALLOC,
     FWX_HOST_OP_LIST_INIT,
@@ -51,21 +51,22 @@ typedef enum {
 } fwx_host_op_t;
 
 /**
- * Arms a fault: the `nth` next call of `op` fails (1 is the very next one), with `code` (FWX_HOST_ERR_FAULT when 0), or
- * with null where the operation returns a pointer. The fault is spent when it strikes; nth 0 disarms.
+ * Arms a fault: the `nth` next call of `op` (1 is the very next one) fails with `code` (FWX_HOST_ERR_FAULT when 0), or
+ * returns null where the operation returns a pointer. The fault strikes once. `nth` 0 disarms it.
  */
 void fwx_host_fault_arm(fwx_host_op_t op, uint32_t nth, uint32_t code);
 /** Disarms every fault and sets every call count to 0. */
 void fwx_host_fault_reset(void);
-/** Calls of `op` since the last reset, failed ones included. */
+/** Number of calls of `op` since the last reset, failed ones included. */
 uint64_t fwx_host_fault_calls(fwx_host_op_t op);
 /**
- * Adds one transmit buffer of 64 bytes to the free ones; the next message of at most 64 bytes stands in it. For tests
- * of what a program makes of an address: a platform's shared segment may begin anywhere.
- * @param buffer a multiple of 16, with 64 bytes of memory before it and 64 behind, which stay for the process' life.
+ * Adds a transmit buffer of 64 bytes to the free list; the next message of at most 64 bytes uses it. For tests of how a
+ * program handles buffer addresses, because another platform's shared segment may begin anywhere.
+ * @param buffer an address that is a multiple of 16, with 64 bytes of memory before it and 64 bytes at it. This memory
+ * must stay valid until the process ends.
  */
 void fwx_host_tx_buffer_offer(void *buffer);
-/** Name of an operation for messages, never null. */
+/** Name of an operation, for use in messages. Never null. */
 const char *fwx_host_op_name(fwx_host_op_t op);
 
 #ifdef __cplusplus
