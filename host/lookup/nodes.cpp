@@ -1,3 +1,8 @@
+/*
+ * The node store: adding and removing entries of nodes. A node's block has room for a number of entries that is one of
+ * a few size classes. Adding an entry to a full block, or removing one that a smaller block can do without, copies the
+ * node into a block of the next class and frees the old one.
+ */
 #include "host/lookup/nodes.h"
 
 #include <algorithm>
@@ -9,7 +14,7 @@ struct node_store_t::free_block_t {
 
 namespace {
 
-constexpr size_t max_entries = 64 + 63; /* slots and prefixes of six bits */
+constexpr size_t max_entries = 64 + 63; /* slots and prefixes of a stride of six bits */
 constexpr std::array<uint8_t, node_size_classes> class_capacity = {2, 4, 6, 10, 14, 22, 30, 46, 62, 94, max_entries};
 
 constexpr std::array<uint8_t, max_entries + 1> make_class_table() {
@@ -22,7 +27,7 @@ constexpr std::array<uint8_t, max_entries + 1> make_class_table() {
     return table;
 }
 
-/* By number of entries, so that a node need not remember its block's size. */
+/* The size class of a block by its number of entries, so that a node need not store its block's size. */
 constexpr auto class_of_count = make_class_table();
 
 size_t block_size(size_t size_class) {
@@ -84,7 +89,9 @@ COUNTS_BITS void node_store_t::remove(entry_t *link, place_t place) {
     if (class_of_count[rest] == class_of_count[rest + 1]) return;
 
     node_t *shrunk = take(class_of_count[rest]);
-    /* Without memory for a smaller block the node keeps its own, as one of the smaller size from now on. */
+    /* Without memory for a smaller block the node keeps its block, which counts as one of the smaller class from now
+     * on.
+     */
     if (shrunk == nullptr) return;
     *shrunk = *node;
     std::copy_n(node->entries(), rest, shrunk->entries());

@@ -1,4 +1,7 @@
-/* Nodes of the tree bitmap and the store that they come from. */
+/*
+ * Nodes of the tree bitmap, and the store that allocates them. A node takes the bits of one stride of a key. It holds
+ * two bitmaps, which tell the places in use, and behind them one entry for each place in use.
+ */
 #ifndef HOST_LOOKUP_NODES_H
 #define HOST_LOOKUP_NODES_H
 
@@ -8,7 +11,8 @@
 #include "host/runtime/slabs.h"
 #include "platform/tbm.h"
 
-/* For functions that count bits much: each is there twice, once for processors that do it in an instruction. */
+/* For functions that count many bits. Each is compiled twice, once for processors with a population count instruction.
+ */
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && defined(__OPTIMIZE__)
 #define COUNTS_BITS __attribute__((target_clones("popcnt", "default")))
 #else
@@ -17,7 +21,7 @@
 
 struct node_t;
 
-/** What hangs in one place of a tree: nothing, a leaf, or a node. */
+/** The content of one place in a tree: nothing, a leaf, or a node. */
 class entry_t {
 public:
     entry_t() = default;
@@ -29,7 +33,7 @@ public:
     bool is_leaf() const { return !is_empty() && !is_node(); }
     /** Requires is_node(). */
     node_t *node() const { return reinterpret_cast<node_t *>(bits - node_tag); }
-    /** Requires that it is not a node; null when it is empty. */
+    /** Requires !is_node(). Null when the entry is empty. */
     tbm_leaf_t *leaf() const { return reinterpret_cast<tbm_leaf_t *>(bits); }
 
 private:
@@ -37,7 +41,7 @@ private:
     uintptr_t bits = 0;
 };
 
-/** A set of small numbers, and how many of its members come before one. */
+/** A set of numbers below 64 that can count its members below a given number. */
 class bitmap_t {
 public:
     bool has(uint32_t bit) const { return ((bits >> bit) & 1) != 0; }
@@ -56,8 +60,9 @@ private:
 };
 
 /**
- * A place in a node. A key that reaches over the whole stride goes to the slot of its stride bits; one that ends after
- * n bits of value v, n below the stride, is the prefix 2^n + v, so that the prefixes of a prefix are its halvings.
+ * A place in a node. A key that covers the whole stride has the slot numbered by its bits in the stride. A key that
+ * ends in the stride after n bits of value v has the prefix number 2^n + v, so that halving a prefix's number gives the
+ * number of the prefix that is one bit shorter.
  */
 struct place_t {
     bool is_prefix;
@@ -66,16 +71,17 @@ struct place_t {
     bool operator!=(const place_t &other) const { return is_prefix != other.is_prefix || bit != other.bit; }
 };
 
-/** Stride bits of the key: two bitmaps, and right behind them one entry for each bit set, slots before prefixes. */
+/** Two bitmaps, and right behind them one entry for each bit that is set: slots first, then prefixes. */
 struct node_t {
     bitmap_t slots;    /* leaves and nodes */
     bitmap_t prefixes; /* leaves only */
 
-    /** Asks for the second cache line of the node before the bitmaps, still on their way, tell where to look in it. */
+    /** Prefetches the node's second cache line, so that it loads in parallel with the first, which holds the bitmaps.
+     */
     void prefetch() { __builtin_prefetch(reinterpret_cast<char *>(this) + 64); }
     entry_t *entries() { return reinterpret_cast<entry_t *>(this + 1); }
     uint32_t count() const { return slots.count() + prefixes.count(); }
-    /** True when all there is below this node hangs in one slot. */
+    /** True when the node's only entry is in a slot. */
     bool is_link_of_chain() const { return prefixes.is_empty() && slots.has_one_at_most(); }
     bool holds(place_t place) const { return bitmap_of(place).has(place.bit); }
     uint32_t index_of(place_t place) const {
@@ -88,17 +94,17 @@ struct node_t {
 constexpr size_t node_size_classes = 11;
 
 /**
- * The nodes of one tree, in blocks sized to their entries and cut from slabs. Freed blocks are kept by size for the
- * next node; slabs go back all at once. All zero is an empty store.
+ * The nodes of one tree, in blocks of a few sizes that are cut from slabs. Freed blocks are kept in a free list for
+ * each size. Slabs are freed all at once. A store of all zero bytes is empty.
  */
 class node_store_t {
 public:
-    /** Puts `entry` into a free place of the node at `link`, which is made when there is none. Moves the node when its
-     * block is full. False when memory is exhausted: nothing has changed then. */
+    /** Puts `entry` into a free place of the node at `link`, and creates that node if `link` is empty. Moves the node
+     * to a larger block when its own is full. Returns false, and changes nothing, when memory is exhausted. */
     bool add(entry_t *link, place_t place, entry_t entry);
-    /** Empties a taken place of the node at `link`, and moves the node when a smaller block holds the rest. */
+    /** Empties an occupied place of the node at `link`, and moves the node when a smaller block can hold the rest. */
     void remove(entry_t *link, place_t place);
-    /** Frees the node at `top` and, while the first entry of a freed node is a node, that one as well. */
+    /** Frees the node at `top`, and follows first entries to free further nodes until one is not a node. */
     void free_chain(entry_t top);
     /** Frees all nodes and all memory. */
     void clear();

@@ -1,3 +1,8 @@
+/*
+ * The tree bitmap interface of the platform. It checks arguments and injected faults, and keeps the list of trees;
+ * trie_t does the look-ups. There is no operation to destroy a tree, so an empty tree is freed when another tree is
+ * created for the same complex mask.
+ */
 #include "platform/tbm.h"
 
 #include <memory>
@@ -53,7 +58,7 @@ uint32_t remove(tbm_t *tree, const tbm_leaf_t *leaf) {
     return 0;
 }
 
-/* Strides that count, or 0 when the map is of no use for keys of that length. */
+/* Number of strides without trailing zeros in the map, or 0 when the map cannot hold keys of that length. */
 uint32_t used_strides(const uint32_t *stride_map, uint32_t slots, uint32_t max_key_len) {
     uint32_t bits = 0;
     while (slots > 0 && stride_map[slots - 1] == 0) {
@@ -72,7 +77,6 @@ uint32_t leaf_size_of(uint32_t max_key_len) {
     return (bytes + 15) / 16 * 16;
 }
 
-/* There is no operation to end a tree: one that is empty goes when its complex gets another. */
 void reclaim_empty_trees(uint32_t complex_mask) {
     for (tbm_t **link = &newest_tree; *link != nullptr;) {
         tbm_t *tree = *link;
@@ -111,7 +115,7 @@ void report(uint32_t *result, uint32_t code) {
     if (result != nullptr) *result = code;
 }
 
-/* The code of a call about a key: an armed fault, or what is wrong with the arguments. */
+/* Returns the code of an injected fault, FWX_HOST_ERR_BAD_ARG for invalid arguments, or 0. */
 uint32_t check_key(fwx_host_op_t op, const tbm_t *tree, const uint8_t *key, uint32_t key_len) {
     const uint32_t fault = host_fault_check(op);
     if (fault != 0) return fault;

@@ -1,3 +1,4 @@
+/* Look-up, insertion and removal in the multibit trie, and the bit arithmetic of keys. */
 #include "host/lookup/trie.h"
 
 #include <array>
@@ -13,14 +14,14 @@ constexpr std::array<uint64_t, 64> make_prefix_paths() {
     return paths;
 }
 
-/* Of each prefix of a node: itself and all of its prefixes, as a set. */
+/* For each prefix number of a node: the set of that prefix and all shorter prefixes of it. */
 constexpr auto prefix_paths = make_prefix_paths();
 
 uint8_t last_byte_mask(uint32_t bits) {
     return static_cast<uint8_t>(0xff00 >> bits % 8);
 }
 
-/* `count` is 1 to 8. */
+/* Returns `count` (1 to 8) bits of the key from bit `first` on. */
 uint32_t key_bits(const uint8_t *key, uint32_t first, uint32_t count) {
     const uint32_t last = first + count - 1;
     const uint32_t pair = static_cast<uint32_t>(key[first / 8]) << 8 | key[last / 8];
@@ -28,7 +29,7 @@ uint32_t key_bits(const uint8_t *key, uint32_t first, uint32_t count) {
     return (pair >> shift) & ((1u << count) - 1);
 }
 
-/* The place of a key in a node that starts at bit `first` of it. */
+/* The place of a key in a node whose stride begins at bit `first` of the key. */
 place_t place_of(const uint8_t *key, uint32_t key_len, uint32_t first, uint32_t stride) {
     const uint32_t rest = key_len - first;
     if (rest >= stride) return {false, key_bits(key, first, stride)};
@@ -128,7 +129,8 @@ tbm_leaf_t *trie_t::first_leaf() const {
     return entry.leaf();
 }
 
-/* Nodes for two leaves that share their keys' bits up to those of `end`; empty when memory is exhausted. */
+/* Makes nodes below `end` that hold two leaves whose keys share all bits before `end.first`. Returns an empty entry
+ * when memory is exhausted. */
 entry_t trie_t::make_branch(const way_end_t &end, tbm_leaf_t *leaf, tbm_leaf_t *other) {
     entry_t top;
     entry_t *link = &top;
@@ -175,7 +177,7 @@ void trie_t::unlink_leaf(const way_end_t &end) {
         store.remove(end.parent, end.place);
         return;
     }
-    /* One leaf is left here: it goes up to where no other key shares its place. */
+    /* One leaf is left in the node. It moves up to the highest place that no other key shares. */
     store.free_chain(*end.chain);
     *end.chain = neighbour;
 }

@@ -1,4 +1,4 @@
-/* The tree bitmap's trie: the way of a key through the nodes, and leaves linked into them. */
+/* The tree bitmap's trie: finds the place of a key, and links leaves, which the caller owns, into the nodes. */
 #ifndef HOST_LOOKUP_TRIE_H
 #define HOST_LOOKUP_TRIE_H
 
@@ -9,7 +9,7 @@
 #include "host/lookup/nodes.h"
 #include "platform/tbm.h"
 
-/** The bytes of the key follow; bits behind its length that are in its last byte are 0. */
+/** The bytes of the key follow the leaf. Unused bits of the last byte are 0. */
 struct tbm_leaf {
     uint32_t key_len; /* bits */
 
@@ -19,40 +19,41 @@ struct tbm_leaf {
     bool is_prefix_of(const uint8_t *bytes, uint32_t bits) const;
 };
 
-/** Where the way of a key through a trie ends. */
+/** The end of a key's path through a trie. */
 struct way_end_t {
     entry_t *link;   /* holds nothing (in an empty trie), a leaf of this key or of another, or a node without the key */
-    entry_t *parent; /* holds the node that `link` is in, or nothing: `link` is the root */
-    entry_t *chain;  /* `parent`, or what holds the highest node that nothing hangs below but what the one at `parent`
-                        holds */
-    place_t place;   /* in the node at `link`, or else in the one at `parent` */
-    uint32_t level;  /* of the node at `link`, or of one that would be there */
-    uint32_t first;  /* its first bit in the key */
+    entry_t *parent; /* holds the node that contains `link`; null when `link` is the root */
+    entry_t *chain;  /* the top of the chain of single-entry nodes that leads to the node at `parent`, or `parent` */
+    place_t place;   /* in the node at `link`, or in the node at `parent` if `link` holds no node */
+    uint32_t level;  /* of the node at `link`, or of a node that would be created there */
+    uint32_t first;  /* the first bit of that level in the key */
 
-    /** The leaf of this very key, or null. */
+    /** The leaf of exactly this key, or null. */
     tbm_leaf_t *match(const uint8_t *key, uint32_t key_len) const;
 };
 
 /**
- * A multibit trie: every node takes the bits of one stride of the key. A leaf hangs as high as it can, in the first
- * place that no other key of the trie shares, and moves down when one comes that does; so each node but those of a
- * chain, whose leaves share more bits, holds two entries at least. Keys must be no longer than the strides together.
+ * A multibit trie: every node takes the bits of one stride of the key. A leaf is in the highest place that no other key
+ * of the trie shares, and moves down when a key is added that shares it. So each node has at least two entries, except
+ * the nodes of a chain, whose leaves share more bits. Keys must not be longer than the sum of the strides.
  */
 class trie_t {
 public:
-    /** Takes the sizes of the strides, 1 to 6 bits each. */
+    /** Takes ownership of the strides' sizes, 1 to 6 bits each. */
     explicit trie_t(std::unique_ptr<uint8_t[]> stride_sizes) : strides(std::move(stride_sizes)) {}
 
-    /** Where the way of this key ends; good until the trie changes. The latest one is remembered: who looks whether a
-     * key is there often links or unlinks it next. */
+    /** The end of this key's path, valid until the trie changes. The latest result is cached, because a caller that
+     * looks up a key often links or unlinks it next. */
     way_end_t walk(const uint8_t *key, uint32_t key_len);
     /** The leaf with the longest key that is a prefix of this one, or null. */
     tbm_leaf_t *longest_match(const uint8_t *key, uint32_t key_len) const;
-    /** The leaf that is reached first, or null. */
+    /** The leaf in the first place of the trie, or null. */
     tbm_leaf_t *first_leaf() const;
-    /** Links a leaf at the end of the way of its key, which the trie has not. False, and no change: memory ended. */
+    /** Links a leaf at the end of its key's path. The key must not be in the trie. Returns false, and changes nothing,
+     * when memory is exhausted. */
     bool link_leaf(const way_end_t &end, tbm_leaf_t *leaf);
-    /** Unlinks the leaf at the end of a way, and nodes of no more use. All memory goes with the last leaf. */
+    /** Unlinks the leaf at the end of a path and frees nodes that are no longer needed. Removing the last leaf frees
+     * all memory. */
     void unlink_leaf(const way_end_t &end);
 
     uint64_t leaf_count() const { return leaves; }
@@ -71,7 +72,7 @@ private:
     uint64_t leaves = 0;
 
     static constexpr uint32_t nothing = UINT32_MAX;
-    uint32_t remembered_len = nothing; /* bits of a key whose way ends at `remembered_end` */
+    uint32_t remembered_len = nothing; /* in bits, of the key whose path ends at `remembered_end` */
     uint8_t remembered_key[16]{};
     way_end_t remembered_end{};
 };

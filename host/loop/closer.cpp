@@ -1,3 +1,7 @@
+/*
+ * The closer thread and its queue. The thread starts when a descriptor is queued and ends when the queue is empty. A
+ * forked child starts with an empty queue, because it has no copy of its parent's thread.
+ */
 #include "host/loop/closer.h"
 
 #include <pthread.h>
@@ -10,7 +14,7 @@
 namespace {
 
 constexpr size_t most_waiting = 2048;
-constexpr size_t full_at = 512; /* what is in is let out even so, and has room behind this */
+constexpr size_t full_at = 512; /* stops new clients only; the rest is for descriptors of clients accepted before */
 
 /* Never destroyed, as the thread may outlive static objects. */
 struct {
@@ -21,7 +25,7 @@ struct {
     int waiting[most_waiting] = {};
 } closer;
 
-/** Returns -1, and is not running any more, when nothing waits. */
+/** Returns -1 when the queue is empty; the thread then counts as ended. */
 int take_one() {
     pthread_mutex_lock(&closer.lock);
     closer.is_running = closer.count > 0;
@@ -39,12 +43,12 @@ void *close_all(void *) {
     return nullptr;
 }
 
-/** Without a thread what waits is tried again with the next. */
+/** Returns false when no thread can be created. The next closer_take() then tries again. */
 bool start() {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); /* signals are the program's */
+    pthread_sigmask(SIG_SETMASK, &all, &before); /* the program's own threads handle its signals */
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -55,7 +59,7 @@ bool start() {
     return is_started;
 }
 
-/** A child has neither its parent's thread nor what waits for it. */
+/** Resets the queue in a forked child, which has neither its parent's thread nor anything to close for it. */
 void enter() {
     if (closer.process == host_process()) return;
     closer.lock = PTHREAD_MUTEX_INITIALIZER;

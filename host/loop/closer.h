@@ -1,6 +1,7 @@
 /*
- * Descriptors that another process handed over, or that may hold such ones, close here: closing may take any time, as
- * it is the other process that chose what they are. One thread does it, which lives while there is something to close.
+ * Closes descriptors that another process handed over, and sockets that may hold such descriptors, on a thread of its
+ * own. Closing them may block for any time, because the other process chose their kind. The thread lives only while
+ * there is something to close.
  */
 #ifndef HOST_LOOP_CLOSER_H
 #define HOST_LOOP_CLOSER_H
@@ -9,9 +10,9 @@
 
 #include "host/loop/descriptor.h"
 
-/** Does not block. */
+/** Queues a descriptor for closing. Does not block. */
 void closer_take(descriptor_t descriptor);
-/** Whether so many wait to be closed that no more should be let in. */
+/** Whether so many descriptors wait to be closed that no more clients should be accepted. */
 bool closer_is_full();
 
 #endif

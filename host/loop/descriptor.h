@@ -1,4 +1,4 @@
-/* The owner of a file descriptor. */
+/* Owner of a file descriptor, which it closes. */
 #ifndef HOST_LOOP_DESCRIPTOR_H
 #define HOST_LOOP_DESCRIPTOR_H
 
@@ -9,7 +9,7 @@
 class descriptor_t {
 public:
     descriptor_t() = default;
-    /** Takes `fd` over; a negative one is none. */
+    /** Takes ownership of `fd`; a negative `fd` is no descriptor. */
     explicit descriptor_t(int fd) : fd_(fd) {}
     descriptor_t(descriptor_t &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     descriptor_t &operator=(descriptor_t &&other) noexcept {
@@ -22,7 +22,7 @@ public:
 
     bool is_open() const { return fd_ >= 0; }
     int get() const { return fd_; }
-    /** The caller's from now on. */
+    /** Passes ownership to the caller. */
     int release() { return std::exchange(fd_, -1); }
 
 private:

@@ -1,3 +1,11 @@
+/*
+ * The event loop. One epoll descriptor holds the watched descriptors. Timers are a map ordered by due time, and ready
+ * tasks a linked list. A pass serves watches, then tasks, then timers.
+ *
+ * For a program that polls the loop's descriptor, the epoll descriptor also holds an eventfd, which is written when a
+ * task becomes ready, and a timerfd, which is set to the first due timer. Both are created at the first call of
+ * fwx_host_loop_fd, so that other programs do not pay for them.
+ */
 #include "host/loop/loop.h"
 
 #include <sys/epoll.h>
@@ -23,14 +31,15 @@
 
 namespace {
 
-/** Most callbacks of tasks in one pass, and about the most between two looks at the descriptors, so that timers,
- * descriptors and tasks all get their turn: some milliseconds. A task alone may make dozens of callbacks in a run. */
+/** Limits the callbacks of tasks in one pass, and approximately those between two polls of the descriptors, to some
+ * milliseconds of work, so that timers, descriptors and tasks all get their turn. One run of a task may make dozens of
+ * callbacks. */
 constexpr uint32_t callbacks_per_pass = 1024;
 constexpr int events_per_pass = 32;
-/** In the place of a watch, for the descriptors that wake a program; no descriptor has this number. */
+/** Event data of wake_fd and timer_fd; no watch has this id. */
 constexpr uint64_t own_descriptor = UINT64_MAX;
 
-/** Looks at the bells before each at the clock, which costs as much as some of them: mostly what comes comes sooner. */
+/** Polls of all bells between two readings of the clock, because reading the clock costs as much as several polls. */
 constexpr uint32_t looks_per_clock = 64;
 
 uint32_t spin_us;
@@ -40,7 +49,7 @@ struct callback_t {
     void *arg;
 };
 
-/** The serial tells a watch from an earlier one of the same descriptor number, whose event may still be under way. */
+/** The serial tells a watch from an earlier watch of the same descriptor number, whose event may still be pending. */
 struct watch_t {
     callback_t callback;
     uint32_t serial;
@@ -50,7 +59,7 @@ struct watch_t {
 
 struct fwx_host_loop {
     using due_t =
-        std::pair<uint64_t, uint64_t>; /* milliseconds of the clock, then the id: timers due together run in order */
+        std::pair<uint64_t, uint64_t>; /* clock time in ms, then the id, so that timers due together run in order */
 
     const uint32_t process = host_process();
     int epoll_fd;
@@ -59,12 +68,12 @@ struct fwx_host_loop {
     std::map<due_t, callback_t> timers;
     std::unordered_map<uint64_t, uint64_t> due_by_id;
     uint64_t next_timer_id = 1;
-    loop_ready_t ready; /* rings of tasks; each is in one */
+    loop_ready_t ready; /* every task is either in this list or in `idle` */
     loop_place_t idle;
-    /* Only for a program that polls the descriptor: both are watched, and tell of tasks and timers. */
+    /* Open only when a program polls the loop's descriptor. wake_fd signals tasks, timer_fd timers. */
     descriptor_t wake_fd;
     descriptor_t timer_fd;
-    uint64_t timer_fd_due = UINT64_MAX; /* for which timer_fd is set */
+    uint64_t timer_fd_due = UINT64_MAX; /* the clock time for which timer_fd is set */
     std::vector<loop_bell_t *> bells;
     uint32_t callbacks_since_poll = 0; /* of tasks */
 
@@ -103,7 +112,7 @@ struct fwx_host_loop {
 
     void forget(int fd) const { epoll_ctl(epoll_fd, EPOLL_CTL_DEL, fd, nullptr); }
 
-    /** Returns the timer's id, or 0 when memory is out. */
+    /** Returns the timer's id, or 0 when memory is exhausted. */
     uint64_t add_timer(uint64_t delay_ms, const callback_t &callback) {
         const uint64_t id = next_timer_id;
         const uint64_t due = fwx_host_clock_ms() + delay_ms;
@@ -120,7 +129,8 @@ struct fwx_host_loop {
         return id;
     }
 
-    /** From now on the loop's descriptor is readable whenever there is something to do. False: no descriptors left. */
+    /** Makes the loop's descriptor readable from now on whenever there is something to do. Returns false when no
+     * descriptors are left. */
     bool be_polled() {
         if (is_polled()) return true;
         descriptor_t made_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -139,7 +149,8 @@ struct fwx_host_loop {
     }
     bool is_polled() const { return wake_fd.is_open(); }
 
-    /** Before a program goes back to its poll: what comes while it sleeps, or before, makes the descriptor readable. */
+    /** Prepares for the program to poll: makes the descriptor readable if the loop has work, else resets it and makes
+     * later work write to it. */
     void settle() {
         if (!is_polled()) return;
         ready.must_wake = true;
@@ -168,10 +179,10 @@ struct fwx_host_loop {
     }
     void begin_pass() {
         if (!is_polled()) return;
-        ready.must_wake = false; /* what becomes ready now runs in this pass */
+        ready.must_wake = false; /* tasks that become ready now run in this pass */
         uint64_t expirations = 0;
         const bool has_expired = read(timer_fd.get(), &expirations, sizeof expirations) > 0;
-        if (has_expired) timer_fd_due = 0; /* a timer that is due later has to be set again */
+        if (has_expired) timer_fd_due = 0; /* so that settle() sets it for the next timer */
     }
 
     void arm_bells() const {
@@ -179,7 +190,7 @@ struct fwx_host_loop {
             (*bell)->arm();
         }
     }
-    /** For the caller to wait so long. */
+    /** Returns how long the caller may wait, in ms: 0 if there is work, -1 for ever. */
     int arm_bells_and_get_timeout_ms() const {
         arm_bells();
         if (is_busy()) return 0;
@@ -198,7 +209,7 @@ struct fwx_host_loop {
         return calls + run_timers();
     }
 
-    /** Runs a pass so that a program that polls the descriptor may sleep behind it. */
+    /** Runs a pass and leaves the loop's descriptor ready to be polled. */
     template <class pass_t>
     uint32_t polled_pass(pass_t run) {
         begin_pass();
@@ -207,7 +218,7 @@ struct fwx_host_loop {
         return calls;
     }
 
-    /** What is ready without a system call; returns the number of callbacks. */
+    /** Runs ready tasks and timers without a system call; returns the number of callbacks. */
     uint32_t quick_pass() {
         if (!is_busy() || callbacks_since_poll >= callbacks_per_pass) return 0;
         const uint32_t calls = run_tasks();
@@ -239,7 +250,7 @@ private:
             const uint64_t id = events[static_cast<size_t>(i)].data.u64;
             if (id == own_descriptor) continue;
             const auto watch = watches.find(static_cast<int>(static_cast<uint32_t>(id)));
-            /* unwatched by an earlier callback of this pass, and its number perhaps watched again */
+            /* An earlier callback of this pass may have ended the watch, and another may use the same number. */
             if (watch == watches.end() || watch->second.serial != id >> 32) continue;
             const callback_t callback = watch->second.callback;
             callback.fn(callback.arg);
@@ -264,7 +275,7 @@ private:
 
     uint32_t run_timers() {
         if (timers.empty()) return 0;
-        const due_t end{fwx_host_clock_ms(), next_timer_id}; /* a timer that a timer adds waits for the next pass */
+        const due_t end{fwx_host_clock_ms(), next_timer_id}; /* timers added by timers wait for the next pass */
         uint32_t calls = 0;
         while (!timers.empty() && timers.begin()->first < end) {
             const auto [due, callback] = *timers.begin();
@@ -298,7 +309,7 @@ void loop_task_t::become_ready() {
 
 void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell) {
     loop.bells.push_back(&bell);
-    if (loop.ready.must_wake) loop.ready.wake(); /* to have it armed */
+    if (loop.ready.must_wake) loop.ready.wake(); /* makes the program run the loop, which then arms the bell */
 }
 
 void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell) {

@@ -1,8 +1,9 @@
 /*
- * What a loop dispatches beside timers and watched descriptors: tasks and bells.
+ * Tasks and bells, which a loop dispatches beside timers and watched descriptors.
  *
- * A task is made ready by what others in this process do to it. What another process does through shared memory makes
- * nobody ready: for that there are bells, which the loop looks at while it polls and arms before it waits.
+ * Code in this process makes a task ready when there is work for it. Another process, which works through shared
+ * memory, cannot do that. For this case there are bells: objects that the loop polls while it spins, and arms before it
+ * waits, so that the other process wakes it through a descriptor.
  */
 #ifndef HOST_LOOP_LOOP_H
 #define HOST_LOOP_LOOP_H
@@ -11,7 +12,7 @@
 
 #include "fwx_host/loop.h"
 
-/** A place in a ring of tasks. The ring is a place as well, which the first task stands behind and no task is in. */
+/** A node of a circular doubly linked list of tasks. The list's head is such a node too, without a task. */
 class loop_place_t {
 public:
     loop_place_t() = default;
@@ -21,7 +22,7 @@ public:
 
     bool is_alone() const { return next_ == this; }
     loop_place_t *next() { return next_; }
-    /** Goes from wherever it is to the end of another ring. */
+    /** Unlinks the node from its list and appends it to the list with head `ring`. */
     void move_to(loop_place_t &ring) {
         leave();
         previous_ = ring.previous_;
@@ -39,15 +40,15 @@ private:
     loop_place_t *next_ = this;
 };
 
-/** The ring of a loop's ready tasks. */
+/** The list of a loop's ready tasks. */
 struct loop_ready_t : loop_place_t {
-    /** True while a program may sleep on the loop's descriptor, and for tasks whose loop is gone: one look covers both,
-     * so that the hot path pays for neither. */
+    /** True while a program may sleep on the loop's descriptor, and for tasks whose loop is destroyed. One flag covers
+     * both cases, so that the hot path makes one check. */
     bool must_wake = false;
     bool is_rung = false; /* wake_fd is readable */
-    int wake_fd = -1;     /* an event descriptor in the loop's; -1: the loop is gone, or no program polls it */
+    int wake_fd = -1;     /* the loop's eventfd; -1 if the loop is destroyed, or no program polls it */
 
-    /** Makes the loop's descriptor readable. False: the loop is gone. */
+    /** Makes the loop's descriptor readable. Returns false when the loop is destroyed. */
     bool wake();
 };
 
@@ -56,7 +57,7 @@ public:
     explicit loop_task_t(fwx_host_loop_t &loop);
     virtual ~loop_task_t() = default;
 
-    /** Has the loop call run() once, soon. */
+    /** Makes the loop call run() once, in its next pass. */
     void make_ready() {
         if (!is_ready_) become_ready();
     }
@@ -76,7 +77,7 @@ private:
 
     static loop_ready_t no_loop;
 
-    loop_ready_t *ready_; /* of the loop; no_loop once that is gone */
+    loop_ready_t *ready_; /* the loop's; &no_loop once the loop is destroyed */
     bool is_ready_ = false;
 };
 
@@ -87,10 +88,10 @@ public:
     loop_bell_t &operator=(const loop_bell_t &) = delete;
     virtual ~loop_bell_t() = default;
 
-    /** The loop polls: makes a task ready if there is work for it. */
+    /** Called while the loop spins: makes a task ready if there is work for it. */
     virtual void look() = 0;
-    /** The loop is about to wait: from now on work must wake it through a descriptor. What there is already makes a
-     * task ready instead. */
+    /** Called before the loop waits: from now on new work must wake it through a descriptor. Work that is there already
+     * makes a task ready instead. */
     virtual void arm() = 0;
 };
 
@@ -99,8 +100,8 @@ bool loop_is_foreign(const fwx_host_loop_t &loop);
 /** Throws std::bad_alloc. */
 void loop_bell_add(fwx_host_loop_t &loop, loop_bell_t &bell);
 void loop_bell_remove(fwx_host_loop_t &loop, loop_bell_t &bell);
-/** Watches an event descriptor that nobody reads: `fn` is called once for every few writes to it. Returns 0 or an errno
- * value. */
+/** Watches the edges of an eventfd that is never read: `fn` is called once for one or several writes to it. Returns 0
+ * or an errno value. */
 uint32_t loop_watch_bell(fwx_host_loop_t &loop, int fd, fwx_host_fn_t fn, void *arg);
 
 #endif

@@ -1,3 +1,7 @@
+/*
+ * Writes the capture file. When a packet cannot be written completely, the file is cut back to the last complete packet
+ * and nothing more is written; closing the capture returns the error.
+ */
 #include "host/messaging/capture.h"
 
 #include <fcntl.h>
@@ -13,11 +17,11 @@
 
 namespace {
 
-constexpr uint32_t largest_packet = 262144; /* readers take a longer one for a damaged file */
-constexpr mode_t file_mode = 0666;          /* less the umask */
+constexpr uint32_t largest_packet = 262144; /* readers treat a longer packet as a sign of a damaged file */
+constexpr mode_t file_mode = 0666;          /* before the umask */
 
 struct file_header_t {
-    uint32_t magic = 0xa1b23c4d; /* times in nanoseconds */
+    uint32_t magic = 0xa1b23c4d; /* timestamps in nanoseconds */
     uint16_t major_version = 2;
     uint16_t minor_version = 4;
     uint32_t reserved[2] = {};
@@ -29,7 +33,7 @@ static_assert(sizeof(file_header_t) == 24, "a pcap file begins with 24 bytes");
 struct packet_header_t {
     uint32_t seconds;
     uint32_t nanoseconds;
-    uint32_t captured_size; /* of what follows this field and the next */
+    uint32_t captured_size; /* bytes that follow `original_size` */
     uint32_t original_size;
     uint8_t version;
     uint8_t direction;
@@ -39,11 +43,11 @@ struct packet_header_t {
 static_assert(sizeof(packet_header_t) == 20, "a record header and the four bytes before a message");
 constexpr uint32_t pseudo_header_size = 4;
 
-/* Of trivial types, as messages may still pass when static destructors have run. */
+/* Trivial types only, because messages may still pass after static destructors have run. */
 struct {
     int fd = -1;
     off_t end = 0;        /* of the last whole packet */
-    uint32_t failure = 0; /* why there are no packets behind it, errno */
+    uint32_t failure = 0; /* errno of the write that failed; nothing is written after it */
 } file;
 
 /** Writes all of the parts; returns 0 or an errno value. */
@@ -64,13 +68,13 @@ uint32_t write_parts(iovec *parts, int count) {
     return 0;
 }
 
-/** Writes the parts; takes back what was written of them when not all of it can be. */
+/** Writes the parts, or truncates the file to its old end when not all of them can be written. */
 void append(iovec *parts, int count) {
     const off_t end = file.end;
     file.failure = write_parts(parts, count);
     if (file.failure == 0) return;
     file.end = end;
-    /* A pipe cannot be shortened; its reader sees the end within a packet. */
+    /* A pipe cannot be truncated, so its reader sees an incomplete last packet. */
     if (ftruncate(file.fd, end) != 0) return;
 }
 

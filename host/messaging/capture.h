@@ -1,4 +1,4 @@
-/* Messages as packets of the capture file. */
+/* Writes messages to the capture file as packets. */
 #ifndef HOST_MESSAGING_CAPTURE_H
 #define HOST_MESSAGING_CAPTURE_H
 
@@ -7,7 +7,7 @@
 
 #include "fwx_host/smc.h"
 
-/** Whether a message is sent and goes its way, or the sender waits for the answer to it. */
+/** Whether the sender of a message waits for an answer (sync). The values are those in a packet's header. */
 enum class exchange_t : uint8_t { async = 0, sync = 1 };
 
 [[gnu::visibility("hidden")]] extern bool capture_is_open;

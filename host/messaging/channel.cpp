@@ -1,3 +1,8 @@
+/*
+ * The client's side of a channel: sending, flow control, dispatching what the link delivers, and ending. run()
+ * dispatches changes of flow control first, then completions, then received messages, so that a message is completed
+ * before the reply to it arrives.
+ */
 #include "host/messaging/channel.h"
 
 #include <algorithm>
@@ -10,8 +15,8 @@
 namespace {
 
 constexpr uint32_t callbacks_per_run = 64;
-constexpr size_t least_answer = 20;        /* bytes of a header and a result */
-constexpr uint64_t limit_of_high_mark = 4; /* times the high mark */
+constexpr size_t least_answer = 20;        /* bytes: a header and a result */
+constexpr uint64_t limit_of_high_mark = 4; /* the limit of untaken bytes, as a multiple of the high mark */
 
 void release_all(message_queue_t &queue) {
     while (!queue.empty()) {
@@ -55,7 +60,7 @@ void channel_t::close() {
     make_ready();
 }
 
-/** Why the channel does not take a message of this size, or 0. */
+/** Returns the code with which sending a message of this size is refused, or 0. */
 uint32_t channel_t::refusal(size_t size) const {
     if (is_down()) return down_code_;
     if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
@@ -75,7 +80,7 @@ uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send
     return 0;
 }
 
-/** What others than the server hear of a message that was sent; apart, since mostly there are none. */
+/** Cold path of send(): shows the message to the tap and updates flow control. */
 void channel_t::tell_of(const message_t &message) {
     tap_show(FWX_HOST_SENT, exchange_t::async, message.bytes(), message.size);
     update_throttle();
@@ -118,7 +123,7 @@ void channel_t::update_throttle() {
 }
 
 uint32_t channel_t::run() {
-    if (is_running_) return 0; /* a callback runs the loop itself; the run around it goes on afterwards */
+    if (is_running_) return 0; /* a callback runs the loop; the outer run continues afterwards */
     is_running_ = true;
     calls_ = 0;
     budget_ = callbacks_per_run;
@@ -140,7 +145,8 @@ void channel_t::loop_gone() {
     delete this;
 }
 
-/** What is known has been dispatched, so the link looks for more. False: there is none. */
+/** Makes the link look for new events and dispatches them. When the channel has ended, completes the remaining messages
+ * with an error and then reports the end to the client. Returns false when there was nothing to do. */
 bool channel_t::dispatch_more() {
     const uint32_t budget = budget_;
     if (!is_closed()) link_->refresh();
@@ -161,7 +167,8 @@ bool channel_t::dispatch_more() {
     return true;
 }
 
-/* Completions come before messages, so that a message is complete before its reply arrives. */
+/** Dispatches everything that is known already. Completions come before messages, so that a message is completed before
+ * the reply to it is delivered. */
 void channel_t::dispatch_known() {
     for (;;) {
         while (has_to_tell() && budget_ > 0) {
@@ -218,14 +225,15 @@ void channel_t::handler_set(uint32_t key, smc_msg_handler_fn_t handler) {
     latest_ = {no_key, nullptr};
 }
 
-/** Null when there is none. */
+/** Returns null when no handler has the key. */
 channel_t::handler_t *channel_t::find_handler(message_key_t key) {
     const auto has_key = [key](const handler_t &handler) { return handler.key == key; };
     const auto found = std::find_if(handlers_.begin(), handlers_.end(), has_key);
     return found == handlers_.end() ? nullptr : &*found;
 }
 
-/** True when a large enough buffer is there now, or when the client closed the channel instead. */
+/** Asks the client for a larger buffer. Returns true when the client has set one that is large enough, or has closed
+ * the channel. */
 bool channel_t::ask_for_buffer(size_t size) {
     if (rx_fn_ == nullptr) return false;
     const uint32_t is_given = rx_fn_(handle_, rx_buf_, size);

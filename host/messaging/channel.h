@@ -1,20 +1,20 @@
 /*
- * Messaging, in the words of this room, each of which means one thing:
+ * The messaging service consists of these parts:
  *
  *     client --- channel --- link --- peer --- server
  *
- * A client opens channels, a server is registered under a channel name. A channel is what the service keeps for a
- * client, a peer what it keeps for a server: there is one peer for each channel. The link is the way between the two
- * and belongs to the channel. In local/ it is a pair of pointers. In shm/ channel and peer are in two processes, each
- * of which has a connection: the segment with its rings of messages, the socket that tells when the other process is
- * gone, and the bells with which the two wake each other. A server that listens has a listener, which takes the
- * clients' offers of such a segment.
+ * A client opens channels, and a server is registered under a channel name. A channel is the client's end of a
+ * connection, and a peer is the server's end. There is one peer for each channel. The link connects the two and belongs
+ * to the channel. In local/ it is a pair of pointers. In shm/ the channel and the peer are in two processes, and each
+ * process has a shm_connection_t: the segment with its rings of messages, the socket that is closed when the other
+ * process ends, and the bells with which the processes wake each other. A server that listens has a listener, which
+ * accepts such segments from clients.
  *
- * A channel holds the messages until the server takes them, their completions until the loop delivers them, and
- * delivers what the server sends through the client's receive buffer.
+ * A channel holds messages until the server takes them, and their completions until the loop delivers them. It delivers
+ * the server's messages through the client's receive buffer.
  *
- * Closing gives the handle up at once; the channel itself stays until its completions are delivered and then deletes
- * itself, which it does only at the end of run(), so that every callback may close it.
+ * Closing releases the handle at once. The channel object stays until its completions are delivered. It deletes itself
+ * only at the end of run(), so that every callback may close the channel.
  */
 #ifndef HOST_MESSAGING_CHANNEL_H
 #define HOST_MESSAGING_CHANNEL_H
@@ -49,13 +49,13 @@ public:
     void handler_set(uint32_t key, smc_msg_handler_fn_t handler);
 
     /* For the link. */
-    /** Whether a callback of the channel is being called; what comes meanwhile waits for its return. */
+    /** Whether run() is active. Messages that arrive meanwhile wait until the running callback returns. */
     bool is_running() const { return is_running_; }
     bool is_throttled() const { return is_throttled_; }
     bool has_untaken() const { return !untaken_.empty(); }
-    /** The oldest message that was not taken, and those behind it by its link; null: there is none. */
+    /** The oldest untaken message, from which `next` leads to the younger ones; null if there is none. */
     message_t *oldest_untaken() { return untaken_.front(); }
-    /** Takes the oldest message; the channel outlives the call of end_take that gives it back. */
+    /** Takes the oldest untaken message, which end_take() must give back. The channel exists at least until then. */
     message_t *begin_take() {
         message_t *message = untaken_.pop();
         untaken_bytes_ -= message->size;
@@ -63,7 +63,7 @@ public:
         if (is_throttled_) update_throttle();
         return message;
     }
-    /** `status` 0: the server took it. */
+    /** Queues the message's completion. `status` is 0 when the server took the message. */
     void end_take(message_t *message, uint32_t status) {
         in_flight_ -= 1;
         message->status = status;
@@ -71,10 +71,10 @@ public:
         make_ready();
     }
     /**
-     * Delivers from a link as many messages as the channel's run may still, or until there is something that has to be
-     * told first. The link has front(), which tells of the oldest message, if there is one, copy_to(), which copies
-     * that one, or counts it and returns false if it has changed since, and pop(), which takes it. What a message's
-     * handler leads to may delete the link.
+     * Delivers messages from a link until the run's budget is spent, or a completion or a change of flow control has to
+     * be dispatched first. The link has three functions for its oldest message: front() describes it, if there is one.
+     * copy_to() copies it, or counts it as malformed and returns false if it has changed since front(). pop() removes
+     * it. A message's handler may close the channel, which deletes the link.
      */
     template <typename link_kind_t>
     void deliver_from(link_kind_t &link) {
@@ -89,8 +89,8 @@ public:
             if (is_copied) hand_over(handler, received.size);
         }
     }
-    /** The peer is gone, for the reason that `code` is. The link stays for what it holds, and is not used to send any
-     * more. */
+    /** The peer has ended, for the reason `code`. The link stays for the messages that it holds, but the channel sends
+     * nothing through it any more. */
     void link_down(uint32_t code);
 
     uint32_t run() override;
@@ -112,13 +112,14 @@ private:
     bool dispatch_more();
     void report_edge();
     void complete(message_t *message);
-    /** The handler of a message, for which there is room then; null: it is to be dropped, which is counted. */
+    /** Returns the handler of a message after making sure that the receive buffer can hold the message. Returns null
+     * when the message is dropped, which this function counts. */
     smc_msg_handler_fn_t prepare(const received_t &received) {
         const bool is_usual = received.key == latest_.key && received.size <= rx_size_;
         return is_usual ? latest_.fn : prepare_any(received.key, received.size);
     }
     [[gnu::noinline]] smc_msg_handler_fn_t prepare_any(message_key_t key, size_t size);
-    /** Calls a handler with the message that is in the buffer. */
+    /** Calls a handler with the message that is in the receive buffer. */
     void hand_over(smc_msg_handler_fn_t handler, size_t size) {
         tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, size);
         const delivery_t delivery(this, rx_buf_, size, rx_size_);
@@ -136,28 +137,28 @@ private:
     size_t largest_message_ = 0;
     uint32_t down_code_ = 0; /* not 0: the link is down */
     bool is_running_ = false;
-    uint32_t budget_ = 0; /* dispatches that are left to this run */
-    uint32_t calls_ = 0;  /* of callbacks, by this run */
+    uint32_t budget_ = 0; /* dispatches left to this run */
+    uint32_t calls_ = 0;  /* callbacks called by this run */
 
     message_queue_t untaken_;
     uint64_t untaken_bytes_ = 0;
     uint32_t in_flight_ = 0; /* messages between begin_take and end_take */
-    message_queue_t done_;   /* waiting for their completion */
+    message_queue_t done_;   /* completed, done_fn not yet called */
 
     static constexpr uint64_t limit_without_marks = uint64_t{64} << 20;
     uint64_t most_untaken_bytes_ = limit_without_marks;
-    uint64_t throttles_at_ = UINT64_MAX; /* the high mark; this: no flow control */
+    uint64_t throttles_at_ = UINT64_MAX; /* the high mark in bytes; UINT64_MAX: no flow control */
     uint32_t low_ = 0;
     smc_throttle_fn_t throttle_fn_ = nullptr;
     bool is_throttled_ = false;
     bool reported_throttled_ = false;
-    uint32_t edges_ = 0; /* changes of is_throttled_ that were not reported, alternately on and off */
+    uint32_t edges_ = 0; /* changes of is_throttled_ that are not reported yet, alternately on and off */
 
     uint8_t *rx_buf_ = nullptr;
     size_t rx_size_ = 0;
     smc_rx_buffer_fn_t rx_fn_ = nullptr;
     std::vector<handler_t> handlers_;
-    handler_t latest_ = {no_key, nullptr}; /* the one that was needed last */
+    handler_t latest_ = {no_key, nullptr}; /* cache of the handler looked up last */
 };
 
 #endif

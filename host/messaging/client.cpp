@@ -1,4 +1,8 @@
-/* The messaging service as its clients call it. */
+/*
+ * The messaging functions that clients call. Each checks for an injected fault and invalid arguments, and then calls
+ * the channel. Opening a channel connects it to a server in this process, or to a server in another process if
+ * fwx_host_connect_set names one for the channel name.
+ */
 #include <cstring>
 #include <memory>
 #include <string>
@@ -18,7 +22,8 @@ namespace {
 
 using names_t = std::unordered_map<std::string, std::string>;
 
-/* Server names in other processes, by channel name; never destroyed, like all that a late caller may ask for. */
+/* Names of servers in other processes, by channel name. Never destroyed, because static destructors may still call in.
+ */
 names_t &remote_servers = *new names_t;
 
 uint32_t link_open(const char *name, fwx_host_loop_t &loop, channel_t &channel, std::unique_ptr<link_t> *link) {

@@ -1,4 +1,5 @@
-/* A call of a client's handler, and what is there for it. */
+/* The state of one call of a client's handler: the message's first bytes, and the part of its buffer that may be read.
+ */
 #ifndef HOST_MESSAGING_DELIVERY_H
 #define HOST_MESSAGING_DELIVERY_H
 
@@ -9,14 +10,14 @@
 
 class channel_t;
 
-/** Lives as long as the handler's call, on the stack. */
+/** Lives on the stack during the handler's call. Calls nest when a handler runs the loop. */
 class delivery_t {
 public:
-    /** Of a message in a buffer that has room for `capacity` bytes. */
+    /** For a message of `size` bytes in a buffer of `capacity` bytes. */
     delivery_t(const channel_t *channel, const uint8_t *buffer, size_t size, size_t capacity)
         : outer_(innermost), channel_(channel), begin_(buffer), end_(buffer + size), size_(size) {
         if (capacity >= sizeof head_) {
-            memcpy(head_, buffer, sizeof head_); /* of a known length, which takes no call */
+            memcpy(head_, buffer, sizeof head_); /* constant length, so the compiler inlines the copy */
         } else {
             memcpy(head_, buffer, head_size());
         }
@@ -26,9 +27,9 @@ public:
     delivery_t(const delivery_t &) = delete;
     delivery_t &operator=(const delivery_t &) = delete;
 
-    /** Of the handler that was called last and has not returned; null: there is none. */
+    /** The delivery of the handler that was called last and has not returned; null if no handler is running. */
     [[gnu::visibility("hidden")]] static delivery_t *innermost;
-    /** A channel's buffer is not to be read any more, whoever may still stand in a handler. */
+    /** Ends the access to a channel's receive buffer, also for handlers that are still running. */
     static void end_all(const channel_t *channel);
 
     const uint8_t *head() const { return head_; }
@@ -36,12 +37,12 @@ public:
     size_t bytes_behind(const void *data) const;
 
 private:
-    delivery_t *outer_; /* whose handler runs the loop that delivers this */
+    delivery_t *outer_; /* its handler runs the loop that makes this delivery */
     const channel_t *channel_;
     const uint8_t *begin_;
     const uint8_t *end_;
     size_t size_;
-    alignas(8) uint8_t head_[FWX_HOST_SMC_HEAD_SIZE]; /* as the message came */
+    alignas(8) uint8_t head_[FWX_HOST_SMC_HEAD_SIZE]; /* of the message as received */
 };
 
 #endif

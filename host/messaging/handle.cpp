@@ -1,3 +1,4 @@
+/* The table of channel handles. A free slot keeps its generation, which the slot's next channel increments. */
 #include "host/messaging/handle.h"
 
 #include <vector>
@@ -14,7 +15,7 @@ constexpr uint32_t no_slot = UINT32_MAX;
 struct slot_t {
     channel_t *channel; /* null while the slot is free */
     uint32_t generation;
-    uint32_t process; /* that opened it */
+    uint32_t process; /* the process that opened the channel */
     uint32_t next_free;
 };
 
@@ -26,7 +27,7 @@ uint32_t index_of(smc_chan_t handle) {
     return static_cast<uint32_t>(handle);
 }
 
-/** The slot that the handle's channel is in, or null. */
+/** The slot of the handle's channel, or null. */
 const slot_t *slot_of(smc_chan_t handle) {
     const uint32_t index = index_of(handle);
     if (index >= slots.size() || slots[index].generation != handle >> generation_shift) return nullptr;

@@ -1,5 +1,5 @@
-/* Channel handles: a slot and its generation, so that the handle of a channel that is gone is told from all later ones.
- */
+/* Channel handles. A handle is a slot number and the slot's generation, so that a stale handle is not taken for that of
+ * a later channel in the same slot. */
 #ifndef HOST_MESSAGING_HANDLE_H
 #define HOST_MESSAGING_HANDLE_H
 
@@ -12,13 +12,14 @@ class channel_t;
 struct handle_t {
     smc_chan_t number;
     channel_t *channel;
-    uint32_t process; /* that opened it */
+    uint32_t process; /* the process that opened the channel */
 };
-/** The one that was looked up last, since most processes have one channel; its channel is null once it is released. */
+/** Cache of the handle looked up last, because most processes have one channel. Its channel is null once the handle is
+ * released. */
 [[gnu::visibility("hidden")]] extern handle_t latest_handle;
 [[gnu::visibility("hidden")]] channel_t *handle_look_up(smc_chan_t handle);
 
-/** A handle that is never 0. Throws std::bad_alloc. */
+/** Creates a handle, which is never 0. Throws std::bad_alloc. */
 smc_chan_t handle_make(channel_t *channel);
 /** The channel of a handle, or null. */
 inline channel_t *handle_find(smc_chan_t handle) {

@@ -1,4 +1,4 @@
-/* The way between a channel and its peer, as the channel uses it; local/ and shm/ have the two that there are. */
+/* The interface through which a channel reaches its peer. local/ and shm/ implement it. */
 #ifndef HOST_MESSAGING_LINK_H
 #define HOST_MESSAGING_LINK_H
 
@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <cstring>
 
-/** Which handler a message is for: its first four bytes. */
+/** The first four bytes of a message, which select its handler. */
 using message_key_t = uint64_t;
-constexpr message_key_t short_key = UINT64_MAX;  /* of a message that is shorter */
-constexpr message_key_t no_key = UINT64_MAX - 1; /* of no message */
+constexpr message_key_t short_key = UINT64_MAX;  /* for a message shorter than four bytes */
+constexpr message_key_t no_key = UINT64_MAX - 1; /* the key of no message */
 
 inline message_key_t key_of(const void *message, size_t size) {
     uint32_t word = 0;
@@ -18,21 +18,22 @@ inline message_key_t key_of(const void *message, size_t size) {
     return word;
 }
 
-/** What is known of a message from the server before it is taken. */
+/** Describes the oldest message from the server, if there is one. */
 struct received_t {
     bool is_there;
     size_t size;
     message_key_t key;
 };
 
-/** Hands the answer to a synchronous message to who asked, as much of it as `reply` takes. Returns what the sending
- * returns: 0, or why it is none. */
+/** Checks the answer to a synchronous message and copies at most `reply_size` bytes of it to `reply`. Returns the
+ * result of the send: 0, FWX_HOST_ERR_NO_ANSWER or FWX_HOST_ERR_BAD_ANSWER. */
 uint32_t answer_give(const void *question, size_t question_size, const void *answer, size_t size, void *reply,
                      size_t reply_size);
 
 /**
- * Owned by its channel, which gives it up by deleting it. Towards the channel it calls begin_take and end_take for each
- * message that the server takes, make_ready when something was received, and link_down when the peer is gone.
+ * Owned by its channel, which deletes it to close the connection. The link calls the channel's begin_take and end_take
+ * for each message that the server takes, make_ready when something was received, and link_down when the peer has
+ * ended.
  */
 class link_t {
 public:
@@ -41,18 +42,18 @@ public:
     link_t &operator=(const link_t &) = delete;
     virtual ~link_t() = default;
 
-    /** The channel holds messages for the server. */
+    /** Called when the channel has new messages for the server. */
     virtual void messages_waiting() = 0;
-    /** Has the server take what is waiting, then asks it; may lead to the link's deletion. */
+    /** Sends the waiting messages and then a synchronous message, and waits for its answer. May delete the link. */
     virtual uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) = 0;
-    /** Whether there is a message from the server, as far as it is known. */
+    /** Whether a message from the server is known; does not look for new ones. */
     virtual bool has_message() = 0;
     /** Delivers messages from the server, by the channel's deliver_from(). */
     virtual void deliver() = 0;
     virtual size_t largest_message() const = 0;
-    /** The channel has nothing left to dispatch: has it told what happened at the server meanwhile. */
+    /** Called when the channel has nothing left to dispatch: looks for new messages and completions. */
     virtual void refresh() {}
-    /** The channel's run is over, and the loop may wait. */
+    /** Called at the end of the channel's run, after which the loop may wait. */
     virtual void after_run() {}
 };
 

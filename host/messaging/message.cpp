@@ -1,3 +1,7 @@
+/*
+ * Allocates message memory, in size classes of powers of two with a free list each. Most messages are short and reuse a
+ * freed one, so this case has a hot path without calls.
+ */
 #include "host/messaging/message.h"
 
 #include <sanitizer/asan_interface.h>
@@ -14,7 +18,7 @@
 
 namespace {
 
-/* Size class n holds 64 << n bytes. Freed messages stay here as long as the process lives. */
+/* Size class n holds 64 << n bytes. Freed messages are never returned to the system. */
 constexpr size_t smallest_class_bytes = 64;
 constexpr uint32_t class_count = 17;
 static_assert(smallest_class_bytes << (class_count - 1) == message_limit);
@@ -31,7 +35,7 @@ uint32_t class_of(size_t size) {
                : static_cast<uint32_t>(smallest_class_leading_zeros + 1 - __builtin_clzll(size - 1));
 }
 
-/** The first of a class's free messages, of which there must be one, with `size` of its bytes. */
+/** Takes the first free message of a class, for `size` bytes. Requires that the class has a free message. */
 message_t *take_free(uint32_t size_class, size_t size, message_owner_t owner) {
     message_t *message = free_messages[size_class];
     free_messages[size_class] = message->next;
@@ -54,8 +58,8 @@ message_t *alloc(size_t size, message_owner_t owner) {
     return take_free(size_class, size, owner);
 }
 
-/* Most messages are of few bytes, and there is one that was used before. Theirs is a way of its own, without calls and
- * so without registers that would have to be saved. */
+/* Whether the hot path can serve a message: it is short, and a free message is at hand. The hot path makes no calls and
+ * therefore saves no registers. */
 static_assert(2 * bytes_half == smallest_class_bytes);
 bool is_at_hand(size_t size) {
     return bytes_are_few(size) && free_messages[0] != nullptr;

@@ -1,6 +1,6 @@
 /*
- * Message memory. A message carries the pointer of its queue and its completion in front of its bytes, so that sending
- * and queuing allocate nothing; freed messages are kept by size for the next one.
+ * Message memory. A message has its queue link and its completion in front of its bytes, so that sending and queuing
+ * allocate nothing. Freed messages are kept by size and reused.
  */
 #ifndef HOST_MESSAGING_MESSAGE_H
 #define HOST_MESSAGING_MESSAGE_H
@@ -10,8 +10,8 @@
 
 #include "platform/smc.h"
 
-constexpr size_t message_limit = size_t{4} << 20; /* bytes of the longest message that a channel carries */
-constexpr size_t answer_limit = size_t{64} << 10; /* bytes of the longest answer to a synchronous message */
+constexpr size_t message_limit = size_t{4} << 20; /* the longest message that a channel carries, in bytes */
+constexpr size_t answer_limit = size_t{64} << 10; /* the longest answer to a synchronous message, in bytes */
 
 enum class message_owner_t : uint32_t { NOBODY = 0x66726565, CALLER = 0x63616c6c, CHANNEL = 0x6368616e };
 
@@ -21,10 +21,10 @@ struct alignas(16) message_t {
     void *cookie;
     uint32_t status; /* for done_fn */
     message_owner_t owner;
-    uint32_t capacity; /* bytes asked for */
-    uint32_t size;     /* bytes that the message is long, at most its capacity */
+    uint32_t capacity; /* bytes allocated by the caller */
+    uint32_t size;     /* length of the message in bytes, at most the capacity */
     uint32_t size_class;
-    uint32_t ring_end; /* where it ends in the ring that it was copied into */
+    uint32_t ring_end; /* position at which its copy in the ring ends */
 
     uint8_t *bytes() { return reinterpret_cast<uint8_t *>(this + 1); }
     const uint8_t *bytes() const { return reinterpret_cast<const uint8_t *>(this + 1); }
@@ -58,15 +58,16 @@ private:
     message_t **tail_ = &head_;
 };
 
-/** A message of `size` bytes, at most message_limit, content undefined; null when memory is out. */
+/** Allocates a message of `size` bytes, at most message_limit, with undefined content; null when memory is exhausted.
+ */
 message_t *message_alloc(size_t size);
-/** The same with a copy of `bytes`, which may be null for a size of 0. */
+/** Like message_alloc, with a copy of `bytes`, which may be null for a size of 0. */
 message_t *message_copy(const void *bytes, size_t size);
 void message_free(message_t *message);
 
-/** The message of a transmit buffer that is the caller's at this moment, or null. */
+/** The message of a transmit buffer that the caller owns now, or null. */
 message_t *message_of_caller(void *buffer);
-/** Frees the message of a transmit buffer. */
+/** Frees the message of a transmit buffer and updates the count of live transmit buffers. */
 void message_release(message_t *message);
 
 #endif

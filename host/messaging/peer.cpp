@@ -1,3 +1,4 @@
+/* What peers in this process and in other processes have in common: running, ending, and the functions for servers. */
 #include "host/messaging/peer.h"
 
 #include "fwx_host/errors.h"

@@ -1,4 +1,4 @@
-/* What a server has of each channel to it. */
+/* The server's end of a channel. local/ and shm/ derive a peer from it for each kind of link. */
 #ifndef HOST_MESSAGING_PEER_H
 #define HOST_MESSAGING_PEER_H
 
@@ -6,31 +6,31 @@
 #include "host/messaging/server.h"
 
 /**
- * A peer ends in two steps, whoever wants it to. It is cut off from its channel: because that closed, its process is
- * gone or sent what it may not, or the server dropped it or went away. Then it is released, which tells the server and
- * deletes the peer: from the loop, or at once when the server goes away.
+ * A peer ends in two steps. First it is cut off from its channel: because the channel closed, the client's process
+ * ended or damaged a ring, or the server dropped the peer or was unregistered. Then it is released, which calls
+ * `disconnected` and deletes the peer. The loop releases it, or fwx_host_server_unregister at once.
  */
 struct fwx_host_peer : loop_task_t {
     /** Throws std::bad_alloc. */
     explicit fwx_host_peer(fwx_host_server_t &its_server);
 
     uint32_t run() override;
-    /** Cuts the channel off, if it is not; the loop then releases the peer. */
+    /** Cuts the peer off from its channel, unless that has happened. The loop then releases the peer. */
     void cut_off();
-    /** Tells the server, if that is to be told, and deletes the peer, or leaves that to the call that uses it now.
-     * Returns the number of callbacks. */
+    /** Calls `disconnected` if the server knows the peer, and deletes the peer. If the peer is in use, the caller that
+     * uses it deletes it later. Returns the number of callbacks called. */
     uint32_t release();
 
     virtual bool is_linked() const = 0;
     virtual bool has_message() = 0;
-    /** Gives the server as many messages, or all that there are. Returns their number. */
+    /** Gives the server up to `limit` messages and returns their number. */
     virtual uint32_t take(uint32_t limit) = 0;
     virtual void after_run() {}
-    /** Also when it is not linked any more, which is FWX_HOST_ERR_CHANNEL_DOWN. */
+    /** May be called after the peer was cut off, and then returns FWX_HOST_ERR_CHANNEL_DOWN. */
     virtual uint32_t send(const void *msg, size_t size) = 0;
-    /** Memory of messages that wait for the client to read. */
+    /** Memory, in bytes, of the messages queued for the client. */
     virtual uint64_t waiting_bytes() const { return 0; }
-    /** A message was malformed; a peer in another process does not get away with any number of them. */
+    /** Counts a malformed message. A peer in another process is dropped when there are too many. */
     virtual void malformed() {}
 
     bool is_connected() const { return server != nullptr && is_linked(); }
@@ -38,7 +38,7 @@ struct fwx_host_peer : loop_task_t {
     fwx_host_server_t *server; /* null once released */
 
 protected:
-    /** A call into the server, which the peer must outlive. */
+    /** Keeps the peer from being deleted during a call into the server. */
     class use_t {
     public:
         explicit use_t(fwx_host_peer &peer) : peer_(peer) { ++peer_.uses_; }
@@ -52,10 +52,10 @@ protected:
 
     /** Gives up the link. Requires is_linked(). */
     virtual void unlink() = 0;
-    /** Tells the server of the peer, if it was not told. Returns the number of callbacks. */
+    /** Calls `connected`, unless that has happened. Returns the number of callbacks called. */
     uint32_t announce();
-    /** take() of a peer whose kind is known, so that nothing asked for each message is a virtual call; take_one() gives
-     * its oldest message to the server. */
+    /** Implements take() for a derived class, whose take_one() gives its oldest message to the server. It is a template
+     * so that no call for a message is virtual. */
     template <typename peer_t>
     static uint32_t take_from(peer_t &peer, uint32_t limit) {
         uint32_t taken = 0;

@@ -1,3 +1,4 @@
+/* The functions with which programs register, find, pause and end servers, and the list of this process's servers. */
 #include "host/messaging/server.h"
 
 #include "fwx_host/errors.h"

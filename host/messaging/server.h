@@ -1,4 +1,4 @@
-/* Servers of this process. */
+/* A server of this process. It owns its peers, and its listener if it serves other processes. */
 #ifndef HOST_MESSAGING_SERVER_H
 #define HOST_MESSAGING_SERVER_H
 
@@ -22,7 +22,7 @@ struct fwx_host_server final : loop_task_t {
     bool can_connect() const { return has_loop(); }
     bool is_foreign() const { return process != host_process(); }
 
-    fwx_host_server_t *next = nullptr; /* of the servers of this process */
+    fwx_host_server_t *next = nullptr; /* in the list of this process's servers */
     const uint32_t process = host_process();
     fwx_host_loop_t &home;
     const std::string name;
@@ -30,7 +30,7 @@ struct fwx_host_server final : loop_task_t {
     void *ctx;
     bool is_paused = false;
     std::unordered_set<fwx_host_peer_t *> peers;
-    std::unique_ptr<shm_listener_t> listener; /* null: it serves this process only */
+    std::unique_ptr<shm_listener_t> listener; /* null: the server serves this process only */
 };
 
 #endif

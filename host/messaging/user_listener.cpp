@@ -1,3 +1,8 @@
+/*
+ * The listener, and the functions of fwx_host/user_socket.h, which use one for stream sockets. When a client cannot be
+ * accepted now, the listener stops watching its socket for a while, because the socket stays readable and would make
+ * the loop spin.
+ */
 #include "host/messaging/user_listener.h"
 
 #include <fcntl.h>
@@ -59,8 +64,8 @@ void user_listener_t::on_connect(void *arg) {
     }
 }
 
-/** Turns the client at the head of the queue away, for which there is no descriptor. False when no client was there:
- * without a descriptor the system does not look whether one waits, so only this ends the turn. */
+/** Turns away the client at the head of the queue, with the spare descriptor. Returns false when no client was waiting:
+ * without a free descriptor, accept fails before it looks at the queue, so only this call can tell. */
 bool user_listener_t::turn_away_one() {
     spare_ = descriptor_t();
     descriptor_t socket;
@@ -71,7 +76,7 @@ bool user_listener_t::turn_away_one() {
     return code == 0;
 }
 
-/* A client that may not be let in now would make the loop run for nothing as long as it waits. */
+/** Stops watching the socket for rest_ms. */
 void user_listener_t::rest() {
     if (rest_timer_ != 0) return;
     rest_timer_ = fwx_host_timer_add(&loop_, rest_ms, on_rest_over, this);
@@ -122,7 +127,7 @@ void fwx_host_user_unlisten(fwx_host_user_listener_t *listener) {
 
 uint32_t fwx_host_user_connect(const char *name, uint64_t timeout_ms, int *fd) {
     if (name == nullptr || fd == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    constexpr uint64_t step_ms = 5; /* the system tells nobody that a queue has room */
+    constexpr uint64_t step_ms = 5; /* polled, because the kernel does not signal that a queue has room */
     const timespec step = {0, step_ms * 1000000};
     descriptor_t socket;
     uint32_t code = user_socket_connect(user_socket_t::SERVICE, name, &socket);

@@ -1,3 +1,8 @@
+/*
+ * Listens and connects at sockets in the user's directory. The directory is opened and checked before every use: its
+ * owner is the user, its mode is 0700, and it is not a symbolic link. A name whose socket refuses connections belongs
+ * to a dead process and is replaced, under a lock on the directory so that two servers cannot replace the same socket.
+ */
 #include "host/messaging/user_socket.h"
 
 #include <dirent.h>
@@ -20,7 +25,7 @@ namespace {
 
 constexpr mode_t owner_only = 0700;
 
-/** Of an environment variable; null also when it is empty. */
+/** The value of an environment variable; null when it is not set or empty. */
 const char *value_of(const char *variable) {
     const char *value = getenv(variable);
     return value != nullptr && *value != '\0' ? value : nullptr;
@@ -46,7 +51,7 @@ uint32_t address_of(user_socket_t kind, const char *name, sockaddr_un *address) 
     return can_be_file && length > 0 && static_cast<size_t>(length) < room ? 0 : FWX_HOST_ERR_BAD_ARG;
 }
 
-/** Takes slashes and dots off the end of a path, behind which a link would be followed. */
+/** Removes "/" and "/." from the end of a path, because with them a symbolic link would be followed. */
 void drop_trailing(char *path) {
     size_t length = strlen(path);
     const auto ends_with = [&](const char *end) {
@@ -58,7 +63,7 @@ void drop_trailing(char *path) {
     }
 }
 
-/** The directory of an address, made if it is not there. */
+/** Opens the directory of an address, which is created if it does not exist, and checks that it is the user's alone. */
 uint32_t directory_open(const sockaddr_un &address, descriptor_t *directory) {
     sockaddr_un copy = address;
     char *path = copy.sun_path;
@@ -66,7 +71,7 @@ uint32_t directory_open(const sockaddr_un &address, descriptor_t *directory) {
     drop_trailing(path);
     const bool is_made = mkdir(path, owner_only) == 0;
     if (!is_made && errno != EEXIST) return static_cast<uint32_t>(errno);
-    if (is_made && chmod(path, owner_only) != 0) return static_cast<uint32_t>(errno); /* whatever the umask took */
+    if (is_made && chmod(path, owner_only) != 0) return static_cast<uint32_t>(errno); /* whatever the umask is */
     *directory = descriptor_t(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!directory->is_open()) {
         const bool is_other = errno == ENOTDIR || errno == ELOOP || errno == EACCES;
@@ -82,12 +87,12 @@ const sockaddr *generic(const sockaddr_un &address) {
     return reinterpret_cast<const sockaddr *>(&address);
 }
 
-/** A new socket; none, with errno, when there are no descriptors. */
+/** Creates a non-blocking socket. Not open, with errno set, when no descriptors are left. */
 descriptor_t make_socket(user_socket_t kind) {
     return descriptor_t(socket(AF_UNIX, static_cast<int>(kind) | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
-/** 0: the file at the address is a dead process's socket. */
+/** Returns 0 when the file at the address is the socket of a dead process. */
 uint32_t check_dead(user_socket_t kind, const sockaddr_un &address) {
     struct stat status {};
     if (lstat(address.sun_path, &status) != 0 || !S_ISSOCK(status.st_mode)) return FWX_HOST_ERR_NAME_TAKEN;
@@ -97,8 +102,9 @@ uint32_t check_dead(user_socket_t kind, const sockaddr_un &address) {
     return is_refused ? 0 : FWX_HOST_ERR_NAME_TAKEN;
 }
 
-/* Two servers must not both replace one dead socket. A server that starts holds the lock for a moment only; whoever
- * holds it longer is none, and waited for no more. */
+/* Locks the directory, so that two servers do not both replace a dead server's socket. A starting server holds the lock
+ * for a moment only. A process that holds it longer is not a server, so this continues without the lock after 100 ms.
+ */
 void lock_for_a_moment(const descriptor_t &directory) {
     constexpr int tries = 100;
     constexpr timespec pause = {0, 1000000};
@@ -107,21 +113,22 @@ void lock_for_a_moment(const descriptor_t &directory) {
     }
 }
 
-/** Whether the process at the other end was this process's user when it connected or listened. */
+/** Whether the process at the other end ran as this process's user when it connected or listened. */
 bool is_own_users(const descriptor_t &socket) {
     ucred other{};
     socklen_t length = sizeof(other);
     return getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &other, &length) == 0 && other.uid == geteuid();
 }
 
-/** Whether something waits to be received, which may have descriptors with it. */
+/** Whether a received message is queued, which may hold descriptors. */
 bool has_message(const descriptor_t &socket) {
     int type = 0;
     socklen_t length = sizeof(type);
     getsockopt(socket.get(), SOL_SOCKET, SO_TYPE, &type, &length);
     char byte = 0;
     if (type == SOCK_STREAM) return recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
-    /* A message may be empty. Each one now has its sender's credentials with it, and so can be told from none. */
+    /* A message may be empty. With SO_PASSCRED each message has credentials, which tell it from the end of the stream.
+     */
     const int on = 1;
     setsockopt(socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on));
     msghdr message{};
@@ -179,8 +186,8 @@ extern "C" uint32_t fwx_host_server_path(const char *server_name, char *path, si
     return static_cast<size_t>(length) < size ? 0 : FWX_HOST_ERR_BAD_ARG;
 }
 
-/* The file's number is not given to another while the socket is open. Clients that were not let in may have sent
- * descriptors already, which close with the socket. */
+/* The inode number is not reused while the socket is open, so it identifies the file. Clients that were not accepted
+ * yet may have sent descriptors, so they are accepted and closed by the closer. */
 void user_socket_unlisten(user_entrance_t &entrance) {
     if (!entrance.socket.is_open()) return;
     struct stat status {};
@@ -224,6 +231,6 @@ uint32_t user_socket_connect(user_socket_t kind, const char *name, descriptor_t 
 
 void user_socket_close(descriptor_t socket) {
     if (!socket.is_open()) return;
-    shutdown(socket.get(), SHUT_RDWR); /* nothing comes in any more */
+    shutdown(socket.get(), SHUT_RDWR); /* no more descriptors can arrive */
     if (has_message(socket)) closer_take(std::move(socket));
 }

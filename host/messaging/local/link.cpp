@@ -1,3 +1,8 @@
+/*
+ * The link and the peer of a channel whose server is in this process. They point at each other, and each clears the
+ * other's pointer when it ends. The server takes messages from the channel's queue without a copy. A synchronous
+ * message calls the server directly.
+ */
 #include "host/messaging/local/link.h"
 
 #include <algorithm>
@@ -48,7 +53,7 @@ struct local_peer_t final : fwx_host_peer {
     bool has_message() override { return link->channel.has_untaken(); }
     uint32_t take(uint32_t limit) override { return take_from(*this, limit); }
     void take_one() {
-        channel_t &channel = link->channel; /* outlives the server's call, the link may not */
+        channel_t &channel = link->channel; /* the server's call may delete the link, but not the channel */
         message_t *message = channel.begin_take();
         const uint32_t code = host_fault_check(FWX_HOST_OP_SEND_DONE);
         if (code == 0) server->ops.received(server->ctx, this, message->bytes(), message->size);
@@ -96,7 +101,7 @@ uint32_t local_link_t::ask(const void *msg, size_t size, void *reply, size_t rep
     return peer == nullptr ? FWX_HOST_ERR_CHANNEL_DOWN : peer->ask(msg, size, reply, reply_size);
 }
 
-/* The peer outlives the calls into the server, the link may not. */
+/* The calls into the server may delete the link. `use` keeps the peer. */
 uint32_t local_peer_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
     if (server->is_paused) return FWX_HOST_ERR_NO_ANSWER;
     alignas(16) uint8_t answer[answer_limit];
@@ -113,7 +118,7 @@ uint32_t local_peer_t::ask(const void *msg, size_t size, void *reply, size_t rep
     if (server == nullptr) {
         release();
     } else {
-        make_ready(); /* run() did nothing if the server's loop ran meanwhile */
+        make_ready(); /* because run() does nothing while the peer is in use */
     }
     if (is_down) return FWX_HOST_ERR_CHANNEL_DOWN;
     return answer_give(msg, size, answer, std::min(length, sizeof(answer)), reply, reply_size);
@@ -125,6 +130,6 @@ std::unique_ptr<link_t> local_link_open(const char *name, channel_t &channel) {
     fwx_host_server_t *server = fwx_host_server_find(name);
     if (server == nullptr || !server->can_connect()) return nullptr;
     auto link = std::make_unique<local_link_t>(channel);
-    link->peer = new local_peer_t(*server, *link); /* it is its server's from here on */
+    link->peer = new local_peer_t(*server, *link); /* owned by the server from here on */
     return link;
 }

@@ -1,4 +1,4 @@
-/* The link within this process. */
+/* The link to a server in this process. */
 #ifndef HOST_MESSAGING_LOCAL_LINK_H
 #define HOST_MESSAGING_LOCAL_LINK_H
 
