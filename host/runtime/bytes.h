@@ -1,6 +1,6 @@
 /*
- * Copying and clearing what is mostly some dozen bytes long, as messages are: that takes a few moves in place, of which
- * the last may overlap the first, and a call for other lengths only.
+ * Copying and clearing of messages, which are mostly 32 to 64 bytes long. For these lengths the code is inline: two
+ * moves of 32 bytes, which may overlap. Other lengths call memcpy or memset.
  */
 #ifndef HOST_RUNTIME_BYTES_H
 #define HOST_RUNTIME_BYTES_H
@@ -9,13 +9,13 @@
 #include <cstdint>
 #include <cstring>
 
-constexpr size_t bytes_half = 32; /* what is as long as one or two of these is done in place */
+constexpr size_t bytes_half = 32; /* sizes from this to twice this are copied inline */
 
 inline bool bytes_are_few(size_t size) {
     return size - bytes_half <= bytes_half;
 }
 
-/** Nothing is read or written for a size of 0, also not through null. */
+/** Like memcpy, but both pointers may be null when the size is 0. */
 inline void bytes_copy(void *to, const void *from, size_t size) {
     if (bytes_are_few(size)) {
         const size_t rest = size - bytes_half;

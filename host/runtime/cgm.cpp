@@ -11,7 +11,7 @@ namespace {
 
 using clients_t = std::unordered_map<uint32_t, cgm_client_reg_t>;
 
-clients_t &clients = *new clients_t; /* never destroyed: a notification may come late */
+clients_t &clients = *new clients_t; /* never destroyed, because a notification may come after static destructors */
 
 struct {
     fwx_host_cgm_return_fn_t fn;

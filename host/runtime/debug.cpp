@@ -1,3 +1,8 @@
+/*
+ * The platform's debug output: level checks by module, and lines to a sink or to standard error. Writing to standard
+ * error never blocks, and errors and warnings are limited to a rate, because a peer can cause one for each message that
+ * it sends. Lines that are left out are counted and reported.
+ */
 #include "fwx_host/debug.h"
 
 #include <poll.h>
@@ -28,11 +33,10 @@ struct {
 
 using levels_t = std::vector<std::pair<uint32_t, uint32_t>>;
 
-/** Level by module, of the modules that ever had one set: a handful, asked for at every log statement. */
+/** The levels of modules that had one set. A vector, because they are few and every log statement searches them. */
 levels_t &levels = *new levels_t;
 
-/* What a peer sends can be worth a line of error or warning each: of these standard error takes so many within a
- * second, and then one that tells how many it did not get. */
+/* Limit of errors and warnings on standard error. */
 constexpr uint32_t lines_per_second = 1000;
 constexpr uint64_t second_ms = 1000;
 struct {
@@ -41,9 +45,10 @@ struct {
     uint64_t left_out = 0;
 } output;
 
-/** As much as standard error takes without waiting; a pipe that nobody reads takes nothing in the end. */
+/** Writes to standard error without blocking. Returns false when not everything was written, for example to a pipe that
+ * nobody reads. */
 bool write_now(const char *text, size_t size) {
-    constexpr size_t piece = 4096; /* a pipe that can be written to has room for it */
+    constexpr size_t piece = 4096; /* a pipe that polls as writable has room for this much */
     const int fd = fileno(stderr);
     while (size > 0) {
         pollfd watched = {fd, POLLOUT, 0};
@@ -56,8 +61,8 @@ bool write_now(const char *text, size_t size) {
     return true;
 }
 
-/** The library's log lines begin with a line feed and end without one; shown, they end with it. What is printed to the
- * console stays as it is. The line feed goes where the text has its end, so that both are written at once. */
+/** Writes a log line with its line feed at the end, because the library's lines begin with a line feed and end without
+ * one. Console output is written unchanged. The line feed replaces the terminating zero, so that one write does. */
 bool write_line(char *text, uint32_t level) {
     size_t size = strlen(text);
     if (level == LEVEL_NONE) return write_now(text, size);
@@ -68,7 +73,8 @@ bool write_line(char *text, uint32_t level) {
 }
 
 bool is_within_the_second(uint32_t level) {
-    if (level != LEVEL_ERROR && level != LEVEL_WARN) return true; /* only who asked for them gets those */
+    if (level != LEVEL_ERROR && level != LEVEL_WARN)
+        return true; /* other levels are off unless the user enables them */
     const uint64_t now = fwx_host_clock_ms();
     if (now - output.since_ms >= second_ms) {
         output.since_ms = now;
@@ -78,7 +84,7 @@ bool is_within_the_second(uint32_t level) {
     return output.lines <= lines_per_second;
 }
 
-/** Takes the place of the text's end. */
+/** Passes a text to the sink or to standard error. May overwrite the text's terminating zero. */
 void put(fwx_host_debug_channel_t channel, uint32_t level, char *text) {
     if (sink.fn != nullptr) return sink.fn(sink.arg, channel, level, text);
     if (!is_within_the_second(level)) {
@@ -93,7 +99,7 @@ void put(fwx_host_debug_channel_t channel, uint32_t level, char *text) {
     if (!write_line(text, level)) output.left_out += 1;
 }
 
-/** Returns the number of characters, negative when the format is broken. */
+/** Returns the number of characters, or a negative number for an invalid format. */
 __attribute__((format(printf, 3, 0))) int print(fwx_host_debug_channel_t channel, uint32_t level, const char *format,
                                                 va_list args) {
     va_list again;
@@ -104,7 +110,7 @@ __attribute__((format(printf, 3, 0))) int print(fwx_host_debug_channel_t channel
         const size_t whole = static_cast<size_t>(length) + 1;
         const std::unique_ptr<char[]> longer(new (std::nothrow) char[whole]);
         if (longer != nullptr) vsnprintf(longer.get(), whole, format, again);
-        put(channel, level, longer != nullptr ? longer.get() : text); /* else what fits */
+        put(channel, level, longer != nullptr ? longer.get() : text); /* truncated when memory is exhausted */
     } else if (length >= 0) {
         put(channel, level, text);
     }
@@ -114,7 +120,8 @@ __attribute__((format(printf, 3, 0))) int print(fwx_host_debug_channel_t channel
 
 }  // namespace
 
-/* Variadic functions cannot share a body by a call; this is the one they have. */
+/* The body of the variadic functions below. A macro, because a variadic function cannot pass its arguments to another.
+ */
 #define HOST_PRINT(channel, level)                          \
     va_list args;                                           \
     va_start(args, format);                                 \

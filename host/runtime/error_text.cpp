@@ -1,3 +1,7 @@
+/*
+ * Texts of result codes: the client library's, this platform's, errno values, and codes that programs add. The texts of
+ * added codes take precedence.
+ */
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -48,7 +52,7 @@ constexpr text_t own_texts[] = {
     {FWX_HOST_ERR_FORKED, "belongs to the process that this one was forked from"},
 };
 
-/* Of programs. A handful, and asked for when something goes wrong only. */
+/* Texts that programs added. Few, and searched only when an error is shown. */
 std::vector<text_t> &added_texts = *new std::vector<text_t>;
 
 template <typename texts_t>
@@ -58,7 +62,7 @@ auto *find(texts_t &texts, uint32_t code) {
     return found == std::end(texts) ? nullptr : &*found;
 }
 
-/** The text of a code that nobody named; valid until a few more of them were asked for. */
+/** The text of an unknown code. Valid until the eighth call after this one. */
 const char *unknown_text(uint32_t code) {
     constexpr size_t slots = 8;
     static char ring[slots][32];

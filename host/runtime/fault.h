@@ -1,4 +1,4 @@
-/* The check with which every operation that can be made to fail begins. */
+/* Fault injection inside the platform: the check with which every operation that can fail begins. */
 #ifndef HOST_RUNTIME_FAULT_H
 #define HOST_RUNTIME_FAULT_H
 
@@ -6,16 +6,17 @@
 
 #include "fwx_host/fault.h"
 
-/** Calls are counted down, which takes two instructions, and go on below 0 when no fault is armed. */
+/** Counts calls down, because one decrement both counts and finds the call that must fail. The counter wraps below 0.
+ */
 struct host_fault_t {
-    uint64_t calls_left; /* until the armed fault strikes */
-    uint64_t calls_then; /* the count of calls when none are left */
+    uint64_t calls_left; /* calls until the armed fault strikes */
+    uint64_t calls_then; /* the number of calls counted when calls_left becomes 0 */
     uint32_t code;
 
     uint64_t calls() const { return calls_then - calls_left; }
 };
 
-/* Never destroyed, and of trivial type: the library's unload destructor runs after static destructors. */
+/* Trivial and never destroyed, because the library's unload destructor runs after static destructors. */
 [[gnu::visibility("hidden")]] extern host_fault_t host_faults[FWX_HOST_OP_COUNT];
 
 /** Counts a call of `op`; returns the code that it must fail with, or 0. */

@@ -1,7 +1,7 @@
 /*
- * Chained hash tables from a 64-bit key to an element. Entries come from slabs of the table's own, and the bucket array
- * doubles when there are more entries than buckets, so an operation costs a bucket and about one entry whatever the
- * table holds.
+ * Chained hash tables from a 64-bit key to an element. Entries come from the table's own slabs. The bucket array
+ * doubles when there are more entries than buckets. So a look-up reads a bucket and about one entry, whatever the
+ * table's size.
  */
 #include <memory>
 #include <new>
@@ -30,7 +30,7 @@ void free_buckets(fwx_cl_hash_entry_t **buckets, uint64_t count) {
     host_slab_free(buckets, count * sizeof(fwx_cl_hash_entry_t *));
 }
 
-/** Spreads keys that differ in a few bits only over all bits. */
+/** Hash function: keys that differ in a few bits get different values in all bits. */
 uint64_t mix(uint64_t key) {
     key ^= key >> 33;
     key *= 0xff51afd7ed558ccd;
@@ -46,7 +46,7 @@ struct fwx_cl_hash {
     uint64_t mask = 0; /* number of buckets less 1 */
     uint64_t count = 0;
     fwx_cl_hash_entry_t *free_list = nullptr;
-    slabs_t slabs{}; /* of entries */
+    slabs_t slabs{}; /* memory of the entries */
 
     explicit fwx_cl_hash(uint64_t bucket_count) : buckets(make_buckets(bucket_count)), mask(bucket_count - 1) {}
     ~fwx_cl_hash() {
@@ -58,7 +58,7 @@ struct fwx_cl_hash {
 
     fwx_cl_hash_entry_t *&bucket_of(uint64_t key) { return buckets[mix(key) & mask]; }
 
-    /** Where the entry of `key` is linked, or the null link at the end of its chain. */
+    /** The link to the entry of `key`, or the null link at the end of its chain. */
     fwx_cl_hash_entry_t *&link_of(uint64_t key) {
         fwx_cl_hash_entry_t **link = &bucket_of(key);
         while (*link != nullptr && (*link)->key != key) {
@@ -67,7 +67,7 @@ struct fwx_cl_hash {
         return *link;
     }
 
-    /** Memory for an entry, or null. */
+    /** Allocates an entry; null when memory is exhausted. */
     fwx_cl_hash_entry_t *take() {
         if (free_list == nullptr) return static_cast<fwx_cl_hash_entry_t *>(slabs.cut(sizeof(fwx_cl_hash_entry_t)));
         fwx_cl_hash_entry_t *entry = free_list;
@@ -75,7 +75,7 @@ struct fwx_cl_hash {
         return entry;
     }
 
-    /** Doubles the buckets; without memory for it the chains just become longer. */
+    /** Doubles the buckets. When memory is exhausted, does nothing, and the chains become longer. */
     void grow() {
         const uint64_t old_count = mask + 1;
         if (old_count >> largest_size_log2 != 0) return;

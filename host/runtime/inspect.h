@@ -1,10 +1,10 @@
-/* The counters of live things and of errors, which everything here keeps. */
+/* The counters of live objects and of errors, which all of the platform's code updates. */
 #ifndef HOST_RUNTIME_INSPECT_H
 #define HOST_RUNTIME_INSPECT_H
 
 #include "fwx_host/inspect.h"
 
-/* Never destroyed, and of trivial types: the library's unload destructor runs after static destructors. */
+/* Trivial and never destroyed, because the library's unload destructor runs after static destructors. */
 [[gnu::visibility("hidden")]] extern fwx_host_live_t host_live;
 [[gnu::visibility("hidden")]] extern fwx_host_errors_t host_errors;
 [[gnu::visibility("hidden")]] extern fwx_host_peers_t host_peers;

@@ -1,6 +1,6 @@
 /*
- * Intrusive lists. An element's `prev` tells whether it is on a list: null off any list, otherwise the link before it,
- * which for the first element is the list's own. Every operation is O(1) but destroy.
+ * Intrusive lists. The `prev` of an element is null when it is on no list. Otherwise it points to the previous
+ * element's link, or to the list's own link for the first element. All operations but destroy are O(1).
  */
 #include <new>
 
@@ -15,7 +15,7 @@ struct fwx_list {
     fwx_list_link_t head;  /* `next` is the first element, `prev` is unused */
     fwx_list_link_t *tail; /* the list's own link when the list is empty */
     bool owns_elements;
-    uint32_t process; /* that made it */
+    uint32_t process; /* the process that created it */
 };
 
 namespace {
@@ -26,7 +26,7 @@ bool is_linked(const fwx_list_link_t *link) {
     return link->prev != nullptr && link->prev->next == link;
 }
 
-/** Tells all but one thing: an element of another list that is not its last looks like an inner element of this one. */
+/** Whether an element is on this list. Cannot tell this list from another, unless the element is the last one. */
 bool is_on(const fwx_list_t *list, const fwx_list_link_t *link) {
     if (!is_linked(link)) return false;
     return link->next == nullptr ? list->tail == link : link->next->prev == link;
@@ -62,7 +62,7 @@ uint32_t fwx_list_init(fwx_list_t **list, uint32_t kind) {
 uint32_t fwx_list_head(fwx_list_t *list, void **head) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_HEAD)) return code;
     if (list == nullptr || head == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    if (list->process != host_process()) return FWX_HOST_ERR_FORKED; /* what is on it is its parent's to end */
+    if (list->process != host_process()) return FWX_HOST_ERR_FORKED; /* the parent owns and ends the elements */
     *head = list->head.next;
     return 0;
 }
@@ -83,7 +83,7 @@ uint32_t fwx_list_remove_element(fwx_list_t *list, void *element) {
     if (list == nullptr || element == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_ARG;
     auto *link = static_cast<fwx_list_link_t *>(element);
     if (!is_on(list, link)) return code != 0 ? code : FWX_HOST_ERR_NOT_LISTED;
-    unlink(list, link); /* also when an armed fault strikes: a refused element is never on the list afterwards */
+    unlink(list, link); /* also when an injected fault strikes: the element is off the list in any case */
     return code;
 }
 

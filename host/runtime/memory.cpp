@@ -1,3 +1,7 @@
+/*
+ * Tagged memory. Every block has a header with its size and the account of its tag, so that live blocks and bytes can
+ * be told for each tag. Small blocks come from slabs, large blocks from calloc.
+ */
 #include "host/runtime/memory.h"
 
 #include <cstdlib>
@@ -10,7 +14,7 @@
 
 namespace {
 
-/** What is live under one tag. Lives as long as the process, so that blocks can point at it. */
+/** Live blocks and bytes of one tag. Never freed, so that blocks can point to it. */
 struct account_t {
     account_t *next;
     uint64_t blocks;
@@ -18,7 +22,7 @@ struct account_t {
     uint32_t tag;
 };
 
-/** Stands before every block and keeps its alignment. */
+/** Precedes every block. Its size of 16 bytes keeps the block aligned. */
 struct block_header_t {
     union {
         account_t *account;
@@ -28,17 +32,17 @@ struct block_header_t {
 };
 static_assert(sizeof(block_header_t) == 16);
 
-/** Small blocks are cut from slabs, by their size with the header, and come back as soon as one of the size is needed;
- * the slabs go when the last block of the size has come back. */
+/** Small blocks are cut from slabs, in classes of their size with the header. A freed block is reused for the next
+ * block of its class. When the last block of a class is freed, so are the slabs of the class. */
 constexpr size_t size_unit = 16;
 constexpr size_t largest_small = 128;
-#ifdef ADDRESS_SANITIZER /* it finds the ends of blocks that malloc gave */
+#ifdef ADDRESS_SANITIZER /* it checks the bounds of blocks from malloc only */
 constexpr bool has_small = false;
 #else
 constexpr bool has_small = true;
 #endif
 
-constexpr size_t given_back = SIZE_MAX; /* in place of the size of a small block */
+constexpr size_t given_back = SIZE_MAX; /* size in the header of a freed small block */
 
 struct small_blocks_t {
     slabs_t slabs;
@@ -51,7 +55,7 @@ small_blocks_t *small_blocks_of(size_t whole) {
     return has_small && whole <= largest_small ? &small_blocks[(whole + size_unit - 1) / size_unit] : nullptr;
 }
 
-/** Zeroed. */
+/** Allocates a zeroed block; null when memory is exhausted. */
 block_header_t *take_block(size_t whole) {
     small_blocks_t *blocks = small_blocks_of(whole);
     if (blocks == nullptr) return static_cast<block_header_t *>(calloc(1, whole));
@@ -78,7 +82,7 @@ void give_block_back(block_header_t *header) {
     blocks->free_list = nullptr;
 }
 
-constexpr uint32_t chain_count = 128; /* a power of two above the tags in use, which then never share a chain */
+constexpr uint32_t chain_count = 128; /* a power of two above the tags in use, so that no two share a chain */
 account_t *accounts[chain_count];
 
 account_t *account_find(uint32_t tag) {

@@ -1,7 +1,8 @@
 /*
- * Pools of fixed-size elements. Elements are carved from zeroed slabs, which a pool finds by address; each follows a
- * header of its own, which tells whether it is out, and holds the pool while it is and the free list while it is not.
- * The bytes of a freed element are left alone: the list links at its front still tell that it is on no list.
+ * Pools of fixed-size elements. Elements are cut from zeroed slabs, which a pool can find by address. A header before
+ * each element tells whether it is in use. It points to the pool while the element is in use, and to the next free
+ * element while it is free. Freeing does not change the element's bytes, so its list links still say that it is on no
+ * list.
  */
 #include <algorithm>
 #include <cstdlib>
@@ -36,9 +37,9 @@ static_assert(sizeof(element_header_t) == 16);
 
 using caps_t = std::map<std::string, uint64_t>;
 
-caps_t &caps = *new caps_t; /* never destroyed: pools may outlive static destructors */
+caps_t &caps = *new caps_t; /* never destroyed, because pools may outlive static destructors */
 
-/** The cap of a pool name, which stays where it is for good; null when memory is out. */
+/** The cap of a pool name, at an address that never changes; null when memory is exhausted. */
 uint64_t *cap_of(const char *name) {
     return host_guarded<uint64_t *>(nullptr, [name] {
         return &caps.emplace(name == nullptr ? "" : name, std::numeric_limits<uint64_t>::max()).first->second;
@@ -49,7 +50,7 @@ uint64_t *cap_of(const char *name) {
 
 struct slab_t {
     unsigned char *begin;
-    size_t bytes; /* that elements take */
+    size_t bytes; /* size of all elements with their headers */
 
     size_t offset_of(const void *address) const {
         return reinterpret_cast<uintptr_t>(address) - reinterpret_cast<uintptr_t>(begin);
@@ -59,14 +60,14 @@ struct slab_t {
 
 struct fwx_chunk {
     const uint64_t *cap;
-    size_t stride;           /* of an element with its header */
-    uint32_t slab_elements;  /* of the first slabs; later ones are as large as a huge page */
-    unsigned char *uncarved; /* what of the newest slab was never handed out */
+    size_t stride;           /* size of an element with its header */
+    uint32_t slab_elements;  /* elements in each of the first slabs; later slabs are at least a huge page */
+    unsigned char *uncarved; /* the part of the newest slab that was never used */
     unsigned char *newest_end;
-    slab_t recent; /* that an address was last found in */
-    slab_t *slabs; /* in the order of their addresses */
+    slab_t recent; /* cache of the slab found last by address */
+    slab_t *slabs; /* sorted by address */
     uint32_t slab_count;
-    uint32_t slab_room; /* in `slabs` */
+    uint32_t slab_room; /* capacity of `slabs` */
     element_header_t *free_list;
     uint64_t out;
     bool is_plain; /* made by chunk_create */
@@ -99,7 +100,7 @@ void pool_destroy(fwx_chunk_t *pool, bool is_plain) {
     delete pool;
 }
 
-/** Where the first slab behind `address` stands, or would stand. */
+/** The position in `slabs` of the first slab that begins behind `address`. */
 slab_t *slab_behind(const fwx_chunk_t *pool, const void *address) {
     return std::upper_bound(
         pool->slabs, pool->slabs + pool->slab_count, address,
@@ -140,7 +141,7 @@ void *hand_out(fwx_chunk_t *pool, element_header_t *header) {
     return memset(header + 1, 0, link_bytes);
 }
 
-/** Apart from what is done each time, which needs no registers saved then. */
+/** Cold path of chunk_malloc, out of line so that the hot path saves no registers. */
 [[gnu::noinline]] void *hand_out_new(fwx_chunk_t *pool) {
     if (pool->uncarved == pool->newest_end && !grow(pool)) return nullptr;
     auto *header = reinterpret_cast<element_header_t *>(pool->uncarved);
@@ -148,7 +149,7 @@ void *hand_out(fwx_chunk_t *pool, element_header_t *header) {
     return hand_out(pool, header);
 }
 
-/** Whether an address is in a slab of the pool, which `recent` is then. */
+/** Whether an address is in a slab of the pool. If it is, stores that slab in `recent`. */
 bool find_slab(fwx_chunk_t *pool, const void *address) {
     const slab_t *behind = slab_behind(pool, address);
     if (behind == pool->slabs) return false;
@@ -192,7 +193,7 @@ void chunk_free(fwx_chunk_t *pool, void *element) {
     host_live.pool_elements -= 1;
 }
 
-/* A header is read only where the address is that of an element of a slab of this pool. */
+/* Reads a header only if the address is that of an element in a slab of this pool. */
 uint32_t fwx_chunk_owns(fwx_chunk_t *pool, const void *element) {
     if (pool == nullptr) return 0;
     if (!pool->recent.has(element) && !find_slab(pool, element)) return 0;

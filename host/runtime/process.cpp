@@ -5,7 +5,7 @@
 namespace {
 
 uint32_t latest;
-uint32_t unwiped; /* without the page a child takes itself for its parent */
+uint32_t unwiped; /* used when there is no page; a forked child then takes itself for its parent */
 
 uint32_t *word_make() {
     constexpr size_t bytes = 4096;

@@ -1,3 +1,4 @@
+/* Slabs from malloc, or from huge pages when they are large, and the growth of slabs_t. */
 #include "host/runtime/slabs.h"
 
 #include <sys/mman.h>
@@ -9,7 +10,7 @@ namespace {
 
 constexpr size_t least_slab_bytes = 4096;
 
-#ifdef ADDRESS_SANITIZER /* it finds the ends, and the owners, of what malloc gave */
+#ifdef ADDRESS_SANITIZER /* it checks bounds, and finds leaks, of blocks from malloc only */
 constexpr size_t largest_malloc_bytes = SIZE_MAX;
 #else
 constexpr size_t largest_malloc_bytes = host_huge_page_bytes / 2;
@@ -19,7 +20,7 @@ size_t whole_pages(size_t size) {
     return (size + host_huge_page_bytes - 1) / host_huge_page_bytes * host_huge_page_bytes;
 }
 
-/** Huge pages are those of addresses that are multiples of their size: more is mapped, and the ends are given back. */
+/** Maps memory at a multiple of the huge page size, which huge pages need. Maps more than that and unmaps both ends. */
 void *map_pages(size_t size) {
     const size_t mapped = size + host_huge_page_bytes;
     void *all = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -29,7 +30,7 @@ void *map_pages(size_t size) {
     if (pages != begin) munmap(all, pages - begin);
     void *found = reinterpret_cast<void *>(pages);
     munmap(reinterpret_cast<void *>(pages + size), begin + mapped - pages - size);
-    madvise(found, size, MADV_HUGEPAGE); /* small pages do as well */
+    madvise(found, size, MADV_HUGEPAGE); /* a failure is ignored, because small pages also work */
     return found;
 }
 

@@ -1,4 +1,4 @@
-/* Memory for many small things, on few pages. */
+/* Memory for many small objects, on few pages. */
 #ifndef HOST_RUNTIME_SLABS_H
 #define HOST_RUNTIME_SLABS_H
 
@@ -7,17 +7,18 @@
 
 constexpr size_t host_huge_page_bytes = size_t{2} << 20;
 
-/** Zeroed memory, or null. What takes more than half of a huge page is on huge pages, where the system has them: what
- * is looked up in a million things is slowed down by the look-ups of addresses more than by anything else. */
+/** Zeroed memory, or null. A slab of more than half a huge page is on huge pages, if the system has them, because TLB
+ * misses dominate the cost of look-ups among a million objects. */
 [[gnu::visibility("hidden")]] void *host_slab_alloc(size_t size);
-/** Takes what host_slab_alloc gave for this size; null is ignored. */
+/** Frees memory from host_slab_alloc of this size; null is ignored. */
 [[gnu::visibility("hidden")]] void host_slab_free(void *slab, size_t size);
 
-/** Pieces of slabs, which go back all at once. Slabs grow with what there is, up to a huge page. All zero: there is
- * none. */
+/** Allocates pieces of slabs, which are freed all at once. Slabs grow with the total size, from 4096 bytes to a
+ * huge page. An object of all zero bytes is empty. */
 class slabs_t {
 public:
-    /** The next `size` zeroed bytes, much less than a page, aligned to 16 if all sizes are; null when memory is out. */
+    /** The next `size` zeroed bytes, aligned to 16 if all sizes are multiples of 16. `size` must be much less than
+     * 4096. Null when memory is exhausted. */
     void *cut(size_t size) {
         if (static_cast<size_t>(end_ - next_) < size && !grow()) return nullptr;
         void *piece = next_;

@@ -1,3 +1,7 @@
+/*
+ * The backlog's memory: blocks from mmap, at least 256 KiB each, in which messages stand one behind the other. The
+ * blocks of all backlogs count against a common limit.
+ */
 #include "host/messaging/shm/backlog.h"
 
 #include <sys/mman.h>
@@ -12,10 +16,10 @@ namespace {
 constexpr uint64_t block_bytes = uint64_t{256} << 10;
 constexpr uint64_t page_bytes = 4096;
 constexpr uint64_t limit_of_one = uint64_t{64} << 20;
-/* A client may take what is left of this, if that is less: so those that take much leave some to the others. */
+/* The limit of all clients together. A client's limit is what is left of it, if that is less than limit_of_one. */
 constexpr uint64_t limit_of_all = uint64_t{512} << 20;
 
-/** A message is its length and its bytes, in whole units. */
+/** A message is stored as its length and its bytes, each padded to whole units. */
 constexpr uint64_t unit = 8;
 uint64_t footprint(uint32_t size) {
     return unit + (size + unit - 1) / unit * unit;

@@ -1,6 +1,7 @@
 /*
- * Messages for a client that does not read, once its ring is full. They stand one behind the other in blocks of memory
- * that go back to the system as soon as they are empty, so that what a client costs is known and ends with it.
+ * A queue of messages for a client whose ring is full because it does not read. The messages are stored in blocks of
+ * memory that are unmapped as soon as they are empty. So the memory that a client takes is known, and none of it
+ * remains when the client is gone.
  */
 #ifndef HOST_MESSAGING_SHM_BACKLOG_H
 #define HOST_MESSAGING_SHM_BACKLOG_H
@@ -19,22 +20,22 @@ public:
     bool empty() const { return count_ == 0; }
     uint64_t count() const { return count_; }
     uint64_t bytes() const { return bytes_; }
-    /** Copies a message to the end. Only THERE takes it. */
+    /** Copies a message to the end. The queue is unchanged unless the result is THERE. */
     backlog_room_t push(const void *bytes, uint32_t size);
     struct message_t {
         const uint8_t *bytes;
         uint32_t size;
     };
-    /** The oldest message. Requires that it is not empty. */
+    /** The oldest message. Requires !empty(). */
     message_t front() const;
     void pop();
 
 private:
     struct block_t {
         block_t *next;
-        uint32_t bytes; /* of the whole block */
-        uint32_t begin; /* of the oldest message in it; from the block on, like `end` */
-        uint32_t end;
+        uint32_t bytes; /* size of the whole block */
+        uint32_t begin; /* offset in the block of its oldest message */
+        uint32_t end;   /* offset in the block behind its youngest message */
     };
 
     bool has_room_for(uint64_t bytes) const;
@@ -43,7 +44,7 @@ private:
     block_t *first_ = nullptr;
     block_t *last_ = nullptr;
     uint64_t count_ = 0;
-    uint64_t bytes_ = 0; /* of the blocks */
+    uint64_t bytes_ = 0; /* size of all blocks */
 };
 
 #endif

@@ -11,7 +11,7 @@ descriptor_t shm_bell_make() {
     return descriptor_t(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
 }
 
-/* The kernel tells the count of an eventfd, and of nothing else, among what it tells of a descriptor. */
+/* The kernel lists the field eventfd-count in the fdinfo file of an eventfd only. */
 bool shm_bell_is_sound(const descriptor_t &bell) {
     char path[40];
     snprintf(path, sizeof(path), "/proc/self/fdinfo/%d", bell.get());

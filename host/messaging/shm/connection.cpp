@@ -1,3 +1,8 @@
+/*
+ * Sets up a connection and does the waking. Each process publishes in the segment whether its bell is armed. To miss no
+ * work, a process arms its bell and then checks for work, while the other process publishes work and then checks
+ * whether the bell is armed. A full memory barrier stands between the two steps on both sides.
+ */
 #include "host/messaging/shm/connection.h"
 
 #include <sys/epoll.h>
@@ -132,7 +137,7 @@ shm_connection_t::woken_t shm_connection_t::wait(deadline_t deadline) const {
         epoll_event events[2];
         const int timeout_ms = static_cast<int>(std::min<int64_t>(left.count(), INT32_MAX));
         const int count = epoll_wait(waiting_.get(), events, 2, timeout_ms);
-        if (count <= 0) continue; /* a signal, or time to see that it is too late */
+        if (count <= 0) continue; /* a signal or the time-out */
         const auto is_socket = [this](const epoll_event &event) { return event.data.fd == socket_.get(); };
         return std::any_of(events, events + count, is_socket) ? woken_t::HUNG_UP : woken_t::BELL;
     }

@@ -1,7 +1,7 @@
 /*
- * What a process holds of a link between two: the shared segment, the socket that tells when the other process is gone,
- * and the bells with which the two wake each other. A bell is rung once for each time that it is armed; who arms his
- * looks once more before he waits, so that no ring is missed.
+ * One process's end of a link between two processes: the shared segment, the socket that shows when the other process
+ * ends, and the bells with which the two wake each other. A bell is rung once each time it is armed. A process that has
+ * armed its bell checks for work once more before it waits, so that no work is missed.
  */
 #ifndef HOST_MESSAGING_SHM_CONNECTION_H
 #define HOST_MESSAGING_SHM_CONNECTION_H
@@ -14,36 +14,39 @@
 
 class shm_connection_t final : public loop_bell_t {
 public:
-    /** The link or the peer that the connection belongs to. All but has_work() is called from the loop. */
+    /** The link or the peer that owns the connection. The loop calls woken() and hung_up(). */
     class owner_t {
     public:
         virtual ~owner_t() = default;
-        /** Whether the other process has left something to do. Only looks: the loop asks among its bells. */
+        /** Whether the other process has caused work. Calls no callback, because the loop asks while it polls its
+         * bells.
+         */
         virtual bool has_work() = 0;
-        /** There may be something to do. */
+        /** Called when there may be work. */
         virtual void woken() = 0;
-        /** The other process is gone, or said what it may not; called once, with FWX_HOST_ERR_CHANNEL_DOWN or why it
-         * did not let this one in. */
+        /** Called once when the other process has ended or sent something on the socket. `code` is the reason for which
+         * a server turned this client away, or FWX_HOST_ERR_CHANNEL_DOWN. */
         virtual void hung_up(uint32_t code) = 0;
     };
 
     using made_t = std::unique_ptr<shm_connection_t>;
-    /** Makes a connection and offers it to the server. 0, an errno value, FWX_HOST_ERR_BUSY, or
-     * FWX_HOST_ERR_CHANNEL_DOWN: the server is gone. Throws std::bad_alloc, as accept does. */
+    /** Client: creates a connection and offers it to the server. Returns 0, an errno value, FWX_HOST_ERR_BUSY, or
+     * FWX_HOST_ERR_CHANNEL_DOWN when the server is gone. Throws std::bad_alloc, as accept does. */
     static uint32_t offer(fwx_host_loop_t &loop, descriptor_t socket, made_t *made);
-    /** Takes the connection that a client offers. 0, EAGAIN while there is no offer, FWX_HOST_ERR_VERSION, or
-     * FWX_HOST_ERR_BAD_ARG: the offer is not sound. The socket is the connection's after 0 alone. */
+    /** Server: accepts the connection that a client offers. Returns 0, EAGAIN while there is no offer,
+     * FWX_HOST_ERR_VERSION, FWX_HOST_ERR_BAD_ARG for an invalid offer, or another errno value. Takes the socket when it
+     * returns 0, and closes it when mapping the segment fails. */
     static uint32_t accept(fwx_host_loop_t &loop, descriptor_t &socket, made_t *made);
     ~shm_connection_t() override;
 
-    /** Has `owner` called from now on. 0, or an errno value: the connection is of no use then. Throws std::bad_alloc.
-     */
+    /** Calls `owner` from now on. Returns 0, or an errno value after which the connection cannot be used. Throws
+     * std::bad_alloc. */
     uint32_t start(owner_t &owner);
     shm_segment_t &segment() { return *segment_; }
     void set_armed(bool armed);
     void set_wants_room(bool wants) { own_->wants_room.store(wants ? 1 : 0, std::memory_order_relaxed); }
-    /** Rings if the other process's bell is armed and this is worth it: messages were written for it, or read of its.
-     */
+    /** Rings the other process's bell if that is armed and messages were written for it, or messages of it were read
+     * and it waits for room. */
     void wake_other(bool has_written, bool has_read);
 
     void look() override;
@@ -51,11 +54,11 @@ public:
 
     using deadline_t = std::chrono::steady_clock::time_point;
     enum class woken_t : uint8_t { BELL, HUNG_UP, TOO_LATE };
-    /** Waits for the other process outside of the loop, which hears of what is rung meanwhile, too. For the client. */
+    /** Client: waits for the other process without running the loop. The loop also sees a ring that comes meanwhile. */
     woken_t wait(deadline_t deadline) const;
-    /** Ends the connection; the client hears why. */
+    /** Server: ends the connection and sends the client the reason. */
     void turn_away(uint32_t code) { shm_turn_away(std::move(socket_), code); }
-    /** Why the other process hung up, as hung_up tells. */
+    /** The code for hung_up(). */
     uint32_t why_hung_up() const { return shm_why_closed(socket_); }
 
 private:
@@ -68,7 +71,7 @@ private:
     fwx_host_loop_t &loop_;
     owner_t *owner_ = nullptr; /* null before start() */
     descriptor_t socket_;
-    shm_mapping_t segment_; /* null: it is not sound */
+    shm_mapping_t segment_; /* null: mapping it failed */
     descriptor_t own_bell_;
     descriptor_t other_bell_;
     descriptor_t waiting_; /* polls own_bell_ for edges, and the socket; for wait() */
@@ -76,7 +79,7 @@ private:
     shm_bell_t *other_ = nullptr;
     bool is_armed_ = false;
     uint32_t armed_count_ = 0; /* the number of the latest arming, never 0 */
-    uint32_t rung_for_ = 0;    /* the latest arming of the other process that it was rung for */
+    uint32_t rung_for_ = 0;    /* the number of the other process's latest arming for which its bell was rung */
 };
 
 #endif

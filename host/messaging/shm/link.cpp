@@ -1,3 +1,9 @@
+/*
+ * The client's end of a link to a server in another process. It copies the channel's untaken messages into the ring to
+ * the server. A message stays in the channel's queue until the server has read its copy, so that each message's
+ * completion tells whether the server took it. When the link ends, the copies that the server has not read are
+ * withdrawn from the ring.
+ */
 #include "host/messaging/shm/link.h"
 
 #include <algorithm>
@@ -13,10 +19,6 @@ namespace {
 
 std::chrono::milliseconds answer_timeout{5000};
 
-/**
- * The oldest of the channel's untaken messages have copies in the ring; they stay the channel's
- * until the server has read the copies, so that it is known of each message whether the server took it.
- */
 class shm_link_t final : public link_t, public shm_connection_t::owner_t {
 public:
     shm_link_t(std::unique_ptr<shm_connection_t> connection, channel_t &channel);
@@ -52,12 +54,12 @@ private:
     shm_writer_t to_server_;
     shm_reader_t to_client_;
     shm_reader_t answers_;
-    message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages that is in the ring */
-    shm_record_t oldest_ = {};         /* of to_client_, as front() saw it: the server may change it any time */
+    message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages with a copy in the ring */
+    shm_record_t oldest_ = {};         /* the record that front() read; the server may change the ring's at any time */
     message_key_t oldest_key_ = no_key;
     uint32_t last_ask_ = 0;
-    uint32_t down_code_ = 0;   /* not 0: the connection is over */
-    bool has_written_ = false; /* since the server was last woken */
+    uint32_t down_code_ = 0;   /* not 0: the link is down */
+    bool has_written_ = false; /* since the last call of wake_other(), like has_read_ */
     bool has_read_ = false;
 };
 
@@ -67,7 +69,7 @@ shm_link_t::shm_link_t(std::unique_ptr<shm_connection_t> connection, channel_t &
       to_server_(connection_->segment().to_server, connection_->segment().to_server_bytes, shm_ring_bytes),
       to_client_(connection_->segment().to_client, connection_->segment().to_client_bytes, shm_ring_bytes),
       answers_(connection_->segment().answers, connection_->segment().answer_bytes, shm_answer_bytes) {
-    connection_->set_wants_room(true); /* completions wait for what the server reads */
+    connection_->set_wants_room(true); /* a message is completed when the server has read it */
 }
 
 shm_link_t::~shm_link_t() {
@@ -79,11 +81,11 @@ shm_link_t::~shm_link_t() {
 
 void shm_link_t::messages_waiting() {
     if (is_down()) return;
-    channel_.make_ready(); /* the server is woken when the channel's run is over */
+    channel_.make_ready(); /* after_run() wakes the server */
     copy_waiting();
 }
 
-/** True when no message is left that is not in the ring. */
+/** Copies untaken messages into the ring while it has room. Returns true when all are copied. */
 bool shm_link_t::copy_waiting() {
     message_t *next = last_copied_ != nullptr ? last_copied_->next : channel_.oldest_untaken();
     for (; next != nullptr; next = next->next) {
@@ -109,8 +111,9 @@ void shm_link_t::report_taken() {
     }
 }
 
-/* What was seen is dispatched before more is looked at. The server counts a message as read before it answers it, and
- * its index is looked at after the messages: so no answer comes ahead of its message's completion. */
+/* The channel calls this only when it has dispatched everything it knew. The server publishes a message as read before
+ * it publishes a reply, and this reads the server's index after it has looked for replies. So a reply is never
+ * delivered before the completion of the message it belongs to. */
 void shm_link_t::refresh() {
     if (is_down()) return;
     connection_->set_armed(false);
@@ -125,7 +128,7 @@ void shm_link_t::after_run() {
     has_written_ = has_read_ = false;
 }
 
-/** refresh() sees to a broken ring, which has no messages. */
+/** A broken ring has no messages; refresh() handles it. */
 received_t shm_link_t::front() {
     if (!to_client_.has_record()) return {};
     oldest_ = to_client_.front();
@@ -150,14 +153,14 @@ uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply
     if (++last_ask_ == 0) ++last_ask_;
     message_t *answer = wait_for_answer(last_ask_, msg, static_cast<uint32_t>(size));
     connection_->set_armed(false);
-    channel_.make_ready(); /* the loop was not rung for all that came meanwhile */
+    channel_.make_ready(); /* the loop may have missed rings that came while this waited */
     if (answer == nullptr) return down_code_ != 0 ? down_code_ : FWX_HOST_ERR_NO_ANSWER;
     const uint32_t code = answer_give(msg, size, answer->bytes(), answer->size, reply, reply_size);
     message_free(answer);
     return code;
 }
 
-/** Null when time is up or the server is gone. */
+/** Returns null when the time is up or the link is down. */
 message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_t size) {
     const auto deadline = std::chrono::steady_clock::now() + answer_timeout;
     bool is_sent = false;
@@ -184,7 +187,7 @@ message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_
     }
 }
 
-/** Drops the answers that came too late for an earlier message. */
+/** Returns the answer with this number, or null. Drops answers to earlier messages, which came too late. */
 message_t *shm_link_t::find_answer(uint32_t number) {
     answers_.refresh();
     while (answers_.has_record()) {
@@ -236,6 +239,6 @@ uint32_t shm_link_open(const char *server_name, fwx_host_loop_t &loop, channel_t
 }
 
 extern "C" void fwx_host_sync_timeout_set_ms(uint64_t timeout_ms) {
-    constexpr uint64_t longest_ms = uint64_t{86400} * 365 * 1000; /* so that no deadline overflows */
+    constexpr uint64_t longest_ms = uint64_t{86400} * 365 * 1000; /* 365 days, so that no deadline overflows */
     answer_timeout = std::chrono::milliseconds(std::min(timeout_ms, longest_ms));
 }

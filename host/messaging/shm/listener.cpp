@@ -1,3 +1,8 @@
+/*
+ * Accepts the clients of other processes. A client that connects has normally sent its offer already. One that has not
+ * is kept as a guest, for at most two seconds. Both time and number of guests are limited, so that clients that never
+ * send an offer cannot keep others out.
+ */
 #include "host/messaging/shm/listener.h"
 
 #include <cerrno>
@@ -33,8 +38,8 @@ void shm_listener_t::on_no_room(void *, descriptor_t socket) {
     shm_turn_away(std::move(socket), FWX_HOST_ERR_BUSY);
 }
 
-/** Most clients have made their offer by now; the others wait as guests, the oldest of which makes room for a new one.
- * Without the means to watch it, the client is turned away. */
+/** Accepts the client's offer, or keeps the client as a guest, in place of the oldest guest if there are too many. A
+ * client that cannot be watched is turned away. */
 void shm_listener_t::let_in(descriptor_t socket) {
     if (take_offer(socket)) return;
     if (guests_.size() >= most_guests) turn_away(guests_.front());
@@ -72,7 +77,7 @@ void shm_listener_t::on_too_late(void *arg) {
     guest.listener.turn_away(guest);
 }
 
-/** Ends a visit, with the client if that is still there. */
+/** Removes a guest and closes its socket, unless its offer was accepted. */
 void shm_listener_t::turn_away(guest_t &guest) {
     if (guest.is_watched) fwx_host_loop_unwatch(&server_.home, guest.socket.get());
     fwx_host_timer_cancel(&server_.home, guest.timer);
@@ -81,8 +86,8 @@ void shm_listener_t::turn_away(guest_t &guest) {
     guests_.remove_if([&guest](const guest_t &other) { return &other == &guest; });
 }
 
-/** False while there is none. A client whose offer is not sound, or for which there is no memory or no room, is turned
- * away; the socket is gone then as it is when the offer was taken. */
+/** Returns false while the client has sent no offer. Otherwise accepts the offer, or turns the client away when the
+ * offer is invalid or there is no memory or no room; either way `socket` is not open afterwards. */
 bool shm_listener_t::take_offer(descriptor_t &socket) {
     const uint32_t code = host_guarded(host_errno_nomem, [&] {
         shm_connection_t::made_t connection;

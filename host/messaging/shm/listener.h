@@ -1,4 +1,4 @@
-/* Where the clients of other processes come in. */
+/* Accepts clients of a server from other processes. */
 #ifndef HOST_MESSAGING_SHM_LISTENER_H
 #define HOST_MESSAGING_SHM_LISTENER_H
 
@@ -25,7 +25,7 @@ private:
     struct guest_t {
         shm_listener_t &listener;
         descriptor_t socket;
-        uint64_t timer = 0; /* ends its visit */
+        uint64_t timer = 0; /* its time limit */
         bool is_watched = false;
     };
 
@@ -43,7 +43,7 @@ private:
     user_listener_t listener_;
 };
 
-/** Throws std::bad_alloc. */
+/** Starts to listen for a server. Returns 0 or a code of user_listener_t::start. Throws std::bad_alloc. */
 uint32_t shm_listener_open(fwx_host_server_t &server, const char *name, std::unique_ptr<shm_listener_t> *listener);
 
 #endif

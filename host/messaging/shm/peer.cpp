@@ -1,3 +1,9 @@
+/*
+ * A server's end of a link to a client in another process. In each turn of the loop it takes up to 64 messages from the
+ * client's ring. Once it has read a message, the client sees what was read and written only at the end of the turn,
+ * reads first. So the client sees each message's completion before the reply, and a server that dies in a turn has
+ * neither taken nor answered the turn's messages. Messages that do not fit into the client's ring go to a backlog.
+ */
 #include "host/messaging/shm/peer.h"
 
 #include <algorithm>
@@ -13,9 +19,9 @@
 namespace {
 
 constexpr uint64_t most_clients = 256;
-constexpr uint32_t most_malformed = 1000; /* messages, of one client */
+constexpr uint32_t most_malformed = 1000; /* messages of one client */
 
-/* The direction is the client's: to the server is sent. `tag` is 0 of a message that nobody waits for. */
+/* The direction is seen from the client. `tag` is 0 for an asynchronous message. */
 void capture(fwx_host_direction_t direction, uint32_t tag, const void *msg, size_t size) {
     capture_write(direction, tag == 0 ? exchange_t::async : exchange_t::sync, msg, size);
 }
@@ -51,8 +57,8 @@ private:
     shm_writer_t answers_;
     backlog_t unsent_;
     uint32_t malformed_ = 0;
-    bool has_written_ = false; /* in this turn, or before it */
-    bool has_read_ = false;    /* in this turn */
+    bool has_written_ = false; /* since the last call of wake_other() */
+    bool has_read_ = false;    /* in this turn of the loop */
 };
 
 shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connection_t> connection)
@@ -92,7 +98,8 @@ void shm_peer_t::take_one() {
     message_free(message);
 }
 
-/* An answer that does not fit is one that its client gave up waiting for, behind others such. */
+/* If the answer does not fit, the client has stopped waiting for it: the ring is full of earlier answers that the
+ * client does not read. */
 void shm_peer_t::answer(uint32_t number, const message_t &question) {
     alignas(16) uint8_t bytes[answer_limit];
     const size_t length = server->ops.asked(server->ctx, this, question.bytes(), question.size, bytes, sizeof(bytes));
@@ -110,8 +117,8 @@ void shm_peer_t::after_run() {
     if (messages_.is_broken() || answers_.is_broken()) cut_off();
 }
 
-/** What was read counts as taken before the client can see an answer to it. A client that has taken messages back tells
- * that they failed, so it must not see answers either: false. */
+/** Publishes what was read, and then what was written. Returns false, and publishes no answers, when the client has
+ * withdrawn messages, because it has completed them with an error. */
 bool shm_peer_t::end_turn() {
     if (!requests_.publish()) return false;
     messages_.publish();
@@ -129,10 +136,10 @@ uint32_t shm_peer_t::send(const void *msg, size_t size) {
     if (!is_linked()) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
     if (capture_is_open) capture(FWX_HOST_RECEIVED, 0, msg, size);
-    make_ready(); /* the client is woken when the server has done what there is to do */
+    make_ready(); /* after_run() wakes the client */
     if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
         has_written_ = true;
-        if (!has_read_) messages_.publish(); /* else with what was read */
+        if (!has_read_) messages_.publish(); /* else end_turn() publishes it, after what was read */
         return 0;
     }
     const backlog_room_t room = unsent_.push(msg, static_cast<uint32_t>(size));
@@ -176,7 +183,7 @@ uint32_t shm_peer_make(fwx_host_server_t &server, std::unique_ptr<shm_connection
         connection->turn_away(FWX_HOST_ERR_BUSY);
         return FWX_HOST_ERR_BUSY;
     }
-    auto *peer = new shm_peer_t(server, std::move(connection)); /* it is its server's from here on */
+    auto *peer = new shm_peer_t(server, std::move(connection)); /* owned by the server from here on */
     const uint32_t code = host_guarded(host_errno_nomem, [peer] { return peer->start(); });
     if (code != 0) peer->cut_off();
     return code;

@@ -27,14 +27,14 @@ descriptor_t shm_segment_make() {
 
 bool shm_segment_is_sound(const descriptor_t &segment) {
     const int seals =
-        fcntl(segment.get(), F_GET_SEALS); /* fails for what is no memory, whose size it may take time to learn */
+        fcntl(segment.get(), F_GET_SEALS); /* fails unless it is memory; fstat of another file could block */
     if (seals < 0 || (seals & size_seals) != size_seals) return false;
     struct stat status {};
     return fstat(segment.get(), &status) == 0 && status.st_size == static_cast<off_t>(segment_bytes);
 }
 
 shm_mapping_t shm_segment_map(const descriptor_t &segment) {
-    constexpr int flags = MAP_SHARED | MAP_POPULATE; /* no message waits for a page */
+    constexpr int flags = MAP_SHARED | MAP_POPULATE; /* no message causes a page fault */
     void *memory = mmap(nullptr, segment_bytes, PROT_READ | PROT_WRITE, flags, segment.get(), 0);
     return memory == MAP_FAILED ? nullptr : shm_mapping_t(static_cast<shm_segment_t *>(memory));
 }

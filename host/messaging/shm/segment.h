@@ -1,4 +1,4 @@
-/* The memory that two processes share for a channel and its peer. */
+/* The memory that the process of a channel and the process of its peer share. */
 #ifndef HOST_MESSAGING_SHM_SEGMENT_H
 #define HOST_MESSAGING_SHM_SEGMENT_H
 
@@ -7,25 +7,25 @@
 #include "host/loop/descriptor.h"
 #include "host/messaging/shm/ring.h"
 
-constexpr uint32_t shm_ring_bytes = uint32_t{1} << 20;   /* each way */
-constexpr uint32_t shm_answer_bytes = uint32_t{1} << 18; /* of synchronous messages */
+constexpr uint32_t shm_ring_bytes = uint32_t{1} << 20;   /* in each direction */
+constexpr uint32_t shm_answer_bytes = uint32_t{1} << 18; /* for answers to synchronous messages */
 constexpr uint32_t shm_largest_message = shm_largest_record(shm_ring_bytes);
 
-/** What a process tells the other of its bell; only that process writes it. */
+/** The state of a process's bell, which only that process writes. */
 struct shm_bell_t {
-    alignas(64) std::atomic<uint32_t> armed; /* not 0: it looks at nothing until it is rung for this number */
-    std::atomic<uint32_t> wants_room;        /* 1: what the other process has read is worth ringing too */
+    alignas(64) std::atomic<uint32_t> armed; /* not 0: the process waits to be rung once for this number */
+    std::atomic<uint32_t> wants_room;        /* 1: ring also when messages of this process were read */
 };
 
-constexpr uint32_t shm_version = 2; /* of the segment's layout and of what the two processes do with it */
+constexpr uint32_t shm_version = 2; /* of the segment's layout and its protocol */
 
-/* What one process writes stands on other cache lines than what the other writes. */
+/* The two processes write to different cache lines. */
 struct shm_segment_t {
     shm_bell_t client_bell;
     shm_bell_t server_bell;
-    shm_ring_t to_server; /* tag 0: an asynchronous message; else a synchronous one, of that number */
-    shm_ring_t to_client; /* tag 0 */
-    shm_ring_t answers;   /* tag: the number of the synchronous message; no bytes: there is no answer */
+    shm_ring_t to_server; /* tag: 0 for an asynchronous message, else the number of a synchronous message */
+    shm_ring_t to_client; /* tag: 0 */
+    shm_ring_t answers;   /* tag: the number of the synchronous message; an empty record is no answer */
     alignas(4096) uint8_t to_server_bytes[shm_ring_bytes];
     uint8_t to_client_bytes[shm_ring_bytes];
     uint8_t answer_bytes[shm_answer_bytes];
@@ -36,12 +36,12 @@ struct shm_unmap_t {
 };
 using shm_mapping_t = std::unique_ptr<shm_segment_t, shm_unmap_t>;
 
-/** Makes a segment that nobody can shrink, all memory in place, so that reading it can never fail. None: the system
- * has no memory or descriptors left; errno says which. */
+/** Creates a segment whose size is sealed and whose memory is allocated, so that access to it cannot fail. Not open,
+ * with errno set, when no memory or no descriptors are left. */
 descriptor_t shm_segment_make();
-/** Whether a descriptor of the other process is memory that has the size, which nobody can change. */
+/** Whether a descriptor from the other process is memory of the right size, which nobody can change. */
 bool shm_segment_is_sound(const descriptor_t &segment);
-/** Maps a sound segment; null: the system does not, errno says why. */
+/** Maps a segment that passed shm_segment_is_sound(). Null, with errno set, when mapping fails. */
 shm_mapping_t shm_segment_map(const descriptor_t &segment);
 
 #endif

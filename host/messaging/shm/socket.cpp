@@ -1,3 +1,8 @@
+/*
+ * The messages on the socket. A client's offer is a word with the protocol version and three descriptors. A received
+ * offer may contain other descriptors, which are all closed by the closer. A server that turns a client away sends a
+ * result code before it closes the socket.
+ */
 #include "host/messaging/shm/socket.h"
 
 #include <sys/socket.h>
@@ -13,15 +18,15 @@ namespace {
 
 constexpr uint32_t greeting = 0x46575830 + shm_version;
 constexpr uint32_t any_version = 0xffffff00;
-constexpr size_t most_descriptors = 253; /* that the kernel passes with one message */
+constexpr size_t most_descriptors = 253; /* the kernel's limit for one message */
 
-/** The control message of as many descriptors as there can be. */
+/** Room for a control message with the largest number of descriptors. */
 union control_t {
     cmsghdr header;
     char bytes[CMSG_SPACE(most_descriptors * sizeof(int))];
 };
 
-/** Points a message at a word and at room for the descriptors. */
+/** Makes a message header that points to a word and to room for descriptors. */
 msghdr framed(iovec &word, control_t &control) {
     msghdr message{};
     message.msg_iov = &word;
@@ -87,7 +92,8 @@ void shm_turn_away(descriptor_t socket, uint32_t code) {
 uint32_t shm_why_closed(const descriptor_t &socket) {
     uint32_t code = 0;
     ssize_t got = -1;
-    /* An error that came before is told first. What came with a message stays in the socket. */
+    /* The first call may report a pending socket error instead of the message. MSG_PEEK leaves descriptors that came
+     * with a message in the socket. */
     for (int tries = 0; tries < 2 && got < 0; ++tries) {
         got = recv(socket.get(), &code, sizeof(code), MSG_PEEK | MSG_DONTWAIT);
     }
