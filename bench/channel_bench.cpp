@@ -1,8 +1,9 @@
 /*
- * Round trips of a command, from the call to the callback, in one process and between two, beside the same messages
- * over a bare ring. Five rounds, in which all take turns; medians are shown.
+ * Measures round trips of a command, from the call to the callback: in one process, between two processes, and with the
+ * same messages over a bare ring. All variants run in each of five rounds. The output is the medians.
  * usage: channel_bench [--quick]
- *        channel_bench NAME one|64 COUNT [sleeps|spins]   one of the first column's, on one processor, or so on two
+ *        channel_bench NAME one|64 COUNT [sleeps|spins]
+ * The second form runs the variant NAME of the first column alone: on one processor, or with sleeps or spins on two.
  */
 #include <algorithm>
 #include <cstdio>
@@ -21,7 +22,7 @@ constexpr uint32_t spin_us = 20;
 struct contestant_t {
     const char *name;
     double (*run)(const setting_t &);
-    bool is_two_processes; /* which may spin, and may have a processor each */
+    bool is_two_processes; /* also runs with spinning, and with a processor for each process */
 };
 
 constexpr contestant_t contestants[] = {
@@ -74,7 +75,7 @@ void compare(uint32_t count) {
     }
 }
 
-/** Where the sockets of one run are. */
+/** A temporary directory for the sockets of one run. */
 class runtime_directory_t {
 public:
     runtime_directory_t() { setenv("XDG_RUNTIME_DIR", mkdtemp(path_), 1); }

@@ -1,4 +1,4 @@
-/* The exchanges that are compared: a client keeps commands outstanding, a server answers each. */
+/* The measured exchange, common to all variants: a client keeps commands outstanding, and a server answers each. */
 #ifndef BENCH_CHANNEL_BENCH_H
 #define BENCH_CHANNEL_BENCH_H
 
@@ -16,7 +16,7 @@ constexpr uint32_t command_bytes = 48;
 struct setting_t {
     int client_cpu;
     int server_cpu;
-    uint32_t spin_us; /* before either side sleeps */
+    uint32_t spin_us; /* time that either side busy-polls before it sleeps */
     uint32_t outstanding;
     uint32_t count;
 };
@@ -28,7 +28,7 @@ inline void pin(int cpu) {
     sched_setaffinity(0, sizeof(cpus), &cpus);
 }
 
-/** A process that runs `serve` on a processor of its own until it is killed. */
+/** A process that runs `serve`, pinned to a processor, until it is killed. */
 class server_process_t {
 public:
     template <typename serve_t>
@@ -50,7 +50,7 @@ private:
     pid_t child_;
 };
 
-/** `client.send()` sends a command, `client.receive()` waits and returns how many answers came. */
+/** `client.send()` sends a command. `client.receive()` waits for answers and returns their number. */
 template <typename client_t>
 void exchange(client_t &client, uint32_t outstanding, uint32_t count) {
     uint32_t sent = 0;
@@ -66,7 +66,7 @@ void exchange(client_t &client, uint32_t outstanding, uint32_t count) {
     }
 }
 
-/** Seconds per command, after a tenth of the commands to warm up. */
+/** Seconds per command, measured after a warm-up of a tenth of the commands. */
 template <typename client_t>
 double measure(client_t &client, const setting_t &setting) {
     exchange(client, setting.outstanding, setting.count / 10);

@@ -1,4 +1,4 @@
-/* The library's own commands, to a server that answers each at once. */
+/* The variants that use the library: its commands, to a server that answers each at once. */
 #include <cstring>
 #include <string>
 
@@ -26,7 +26,7 @@ size_t answer_at_once(void *, fwx_host_peer_t *, const void *msg, size_t, void *
 
 constexpr fwx_host_server_ops_t ops = {nullptr, nullptr, answer, answer_at_once};
 
-/** A binding, and what a command and its answer are. */
+/** The client of the exchange: a binding of the library. */
 class client_t {
 public:
     explicit client_t(fwx_host_loop_t *loop) : loop_(loop) {
@@ -34,7 +34,7 @@ public:
         callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *) { ++answers; };
         seed_random();
         while (fwx_nat64_bind(nullptr, loop_, nullptr, &callbacks) != 0) {
-            usleep(1000); /* the server is not there yet */
+            usleep(1000); /* the server does not listen yet */
         }
         fwx_host_loop_run_once(loop_, 10);
     }

@@ -1,6 +1,7 @@
 /*
- * The two ways of an asynchronous command: from the call to the hand-over, and from the reply to the callback; in one
- * process, with a server that only keeps headers. Times are per command and include the host platform.
+ * Measures the two directions of an asynchronous command: from the call to the hand-over to the platform, and from the
+ * reply to the callback. Client and server are in one process, and the server only keeps headers. Times are per command
+ * and include the host platform.
  */
 #include <benchmark/benchmark.h>
 
@@ -62,7 +63,7 @@ double seconds_since(clock_type::time_point start) {
 
 enum class way_t { call, reply };
 
-/* `range(0)` commands are outstanding at once and answered in reverse order. */
+/* Keeps `range(0)` commands outstanding at once and answers them in reverse order. */
 void one_way(benchmark::State &state, way_t way) {
     world_t world;
     const auto outstanding = static_cast<size_t>(state.range(0));

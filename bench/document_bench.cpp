@@ -1,7 +1,7 @@
 /*
- * A document of so many MAP-T rules, from its text to a server in another process: seconds of each step, those of this
- * process's own work among them, and the most memory that it has had until then.
- * usage: document_bench [COUNT]   1000000 without it
+ * Measures each step of applying a document of COUNT MAP-T rules to a server in another process. Prints, for each step,
+ * elapsed seconds, processor seconds of this process, and its peak memory so far.
+ * usage: document_bench [COUNT]   default 1000000
  */
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -31,7 +31,7 @@ namespace {
 constexpr size_t window = 256;
 constexpr const char *server_name = "bench";
 
-/** Where the document and the server's socket are. */
+/** A temporary directory for the document and the server's socket. */
 class work_directory_t {
 public:
     work_directory_t() { setenv("XDG_RUNTIME_DIR", mkdtemp(path_), 1); }
@@ -69,7 +69,7 @@ private:
     moment_t start_;
 };
 
-/** In a process of its own, whose memory is not counted. */
+/** Writes the document in a child process, so that the memory for it is not counted. */
 void write_document(const std::string &file, size_t count) {
     const pid_t child = fork();
     if (child == 0) {
@@ -115,7 +115,8 @@ void answered(fwx_nat64_cmd_result_t *result) {
     run->answered(reinterpret_cast<size_t>(result->pal_ctx), result->result == 0);
 }
 
-/** Rules of distinct prefixes, so nothing has to be put right in the library's table. */
+/** Sends the plan's commands, up to `window` outstanding. The rules have distinct prefixes, so the order in which they
+ * are answered does not matter to the library's table. */
 void apply(fwx_host_loop_t *loop, const plan_t &plan) {
     plan_run_t of_plan(plan);
     run = &of_plan;
@@ -129,7 +130,7 @@ void apply(fwx_host_loop_t *loop, const plan_t &plan) {
             run->answered(run->ticket(), false);
             continue;
         }
-        do { /* half of them at a time: one by one, each would wake both processes */
+        do { /* until half are answered, because sending one by one would wake both processes each time */
             fwx_host_loop_run_once(loop, -1);
         } while (outstanding > window / 2);
     }

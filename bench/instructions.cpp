@@ -1,8 +1,8 @@
 /*
- * One kind of work, so many times, for counting instructions from outside.
+ * Repeats one kind of work COUNT times, so that a tool outside can count its instructions.
  * usage: instructions call|install COUNT
- *        instructions in-order|reversed COUNT OUTSTANDING   commands that are answered, so many at a time
- *        instructions awaited|framed COUNT   the same one at a time, by a coroutine, or by one for each command
+ *        instructions in-order|reversed COUNT OUTSTANDING   answered commands, OUTSTANDING at a time
+ *        instructions awaited|framed COUNT   answered commands one at a time: from one coroutine, or from one for each
  */
 #include <unistd.h>
 
@@ -18,9 +18,9 @@
 
 namespace {
 
-/* The server does as little as a server can, since it is counted too. */
+/* The server does as little as possible, because its instructions are counted too. */
 fwx_host_peer_t *client;
-std::vector<fwx_nat64_reply_t> replies; /* to what was not answered; there is room for all */
+std::vector<fwx_nat64_reply_t> replies; /* to the unanswered commands; sized for all outstanding ones */
 size_t reply_count;
 
 void received(void * /*ctx*/, fwx_host_peer_t *peer, const void *msg, size_t /*size*/) {
@@ -131,5 +131,5 @@ int main(int argc, char **argv) {
     } else {
         return 2;
     }
-    _exit(0); /* no orderly end: it would be counted */
+    _exit(0); /* without cleaning up, which would be counted */
 }

@@ -1,6 +1,6 @@
 """
-Commands from Python: how many a second from asyncio.gather over a window of futures, and how long a batch of MAP-T
-rules takes from its first line of Python to the last answer. The server is the model, here or in another process.
+Measures commands from Python: the rate of asyncio.gather over a window of futures, and the time to make and load a
+batch of MAP-T rules. The server is the model, in this or in another process.
 """
 
 import argparse
@@ -11,7 +11,7 @@ from fwx_nat64 import Batch, Client
 
 
 async def commands(client: Client, count: int, window: int) -> float:
-    """Commands a second."""
+    """Returns commands per second."""
     start = time.perf_counter()
     for _ in range(count // window):
         await asyncio.gather(*[client.timeout_set(type="udp", value=300) for _ in range(window)])
@@ -19,7 +19,7 @@ async def commands(client: Client, count: int, window: int) -> float:
 
 
 async def load(client: Client, count: int) -> tuple[float, float]:
-    """Seconds that making the batch takes, and that loading it takes."""
+    """Returns the seconds that it takes to make the batch, and to load it."""
     start = time.perf_counter()
     batch = Batch()
     for i in range(1, count + 1):

@@ -1,6 +1,6 @@
 /*
- * The MAP-T rule table at 1,000 to 1,000,000 random rules: a whole install (pending, reply, both leaves), a delete, the
- * longest match in the tree it makes, and bytes a rule.
+ * Measures the MAP-T rule table with 1,000 to 1,000,000 random rules: a complete install (pending rule, reply, both
+ * leaves), a delete, the longest match in the resulting tree, and bytes per rule.
  */
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -29,7 +29,7 @@ void per_rule(benchmark::State &state, size_t rules) {
                            benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
-/** Memory that the process has, in bytes. */
+/** Resident memory of the process, in bytes. */
 size_t resident_bytes() {
     size_t all = 0;
     size_t resident = 0;
@@ -52,7 +52,7 @@ void install_all(const std::vector<fwx_nat64_mapt_bmr_t> &rules) {
 void rule_install(benchmark::State &state) {
     const auto rules = random_rules(static_cast<size_t>(state.range(0)));
     fwx_mapt_plu_init();
-    double most_bytes = 0; /* later iterations find memory that the earlier ones left */
+    double most_bytes = 0; /* the maximum, because later iterations reuse the memory of earlier ones */
     for (auto _ : state) {
         const size_t before = resident_bytes();
         const clock_type::time_point start = clock_type::now();
@@ -81,7 +81,7 @@ void rule_delete(benchmark::State &state) {
     per_rule(state, rules.size());
 }
 
-/* Addresses inside the rules' IPv6 prefixes, each behind the two tag bits of a key. */
+/* Keys of random addresses in the rules' IPv6 prefixes. A key is two tag bits followed by the address. */
 std::vector<std::array<uint8_t, 16>> lookup_keys(const std::vector<fwx_nat64_mapt_bmr_t> &rules) {
     std::mt19937_64 random(3);
     std::vector<std::array<uint8_t, 16>> keys(1 << 16);

@@ -1,4 +1,4 @@
-/* Random MAP-T rules: distinct keys, prefix lengths as operators give them, the same for every run. */
+/* Random MAP-T rules with distinct prefixes of realistic lengths, the same in every run. */
 #ifndef BENCH_RULE_DATA_H
 #define BENCH_RULE_DATA_H
 

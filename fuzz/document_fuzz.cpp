@@ -1,6 +1,7 @@
 /*
- * Two documents, with a zero byte in between: any texts are read or refused, what was read is written so that it reads
- * the same, and a plan makes of the first what the second says, and after a refusal the first again.
+ * Fuzzes the document reader and the plan. The input is two documents with a zero byte in between. A text is read or
+ * refused. A document that was read and then written reads the same again. Running the plan turns the first document's
+ * state into the second's. When a command of the plan is refused, the rollback restores the first.
  */
 #include <string_view>
 
@@ -19,7 +20,8 @@ void check_reads_alike(const document_t &document, const std::string &text) {
     FUZZ_CHECK(plan_t(document, again).size() == 0);
 }
 
-/** Has one command refused, which is then taken back with all before it, or none, and answers the others at once. */
+/** Runs a plan on the state `held`, refusing the command number `refused` and accepting all others at once. A refusal
+ * is followed by the rollback. Refuses no command if `refused` is the plan's size. Returns the resulting state. */
 document_t carry_out(const plan_t &plan, document_t held, size_t refused) {
     plan_run_t run(plan);
     const auto send_all = [&] {

@@ -1,6 +1,7 @@
 /*
- * A client made of input, against a server in another process's place: what it hands over when it comes, and what it
- * then does to the segment and the bells. The server turns it away or serves it, and serves an honest one as ever.
+ * Fuzzes a server's handshake with a hostile client over shared memory. The input chooses which descriptors the client
+ * sends and what it then writes to the segment and the bells. The server must turn the client away or serve it, and
+ * must always serve an honest client. Client and server are in one process, on two loops.
  */
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -18,7 +19,7 @@ constexpr char name[] = "server";
 
 size_t honest_messages;
 
-/** Answers whatever it gets, and counts the honest client's messages. */
+/** Sends each message back, and counts the honest client's messages. */
 void received(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
     if (size == 6 && std::memcmp(msg, "honest", size) == 0) ++honest_messages;
     if (size < sizeof(uint32_t)) fwx_host_peer_malformed(peer);
@@ -83,13 +84,13 @@ descriptor_t descriptor_of(uint8_t kind) {
     }
 }
 
-/** Sends a greeting; sound where the input says nothing else. */
+/** Sends an offer, which is valid unless the input changes it. */
 void greet(const descriptor_t &socket, const handles_t &handles, input_t &input) {
     const std::string words = word(greeting ^ input.byte()) + word(0);
     hand_over(socket, words.substr(0, 4 ^ input.below(8)), handles);
 }
 
-/** The segment of all inputs, as good as new: to make one takes longer than everything else. */
+/** One segment for all inputs, because creating a segment takes longer than the rest of a run. */
 struct reused_segment_t {
     void renew() const { std::memset(mapping.get(), 0, offsetof(shm_segment_t, to_server_bytes)); }
 
@@ -97,7 +98,7 @@ struct reused_segment_t {
     const shm_mapping_t mapping = shm_segment_map(descriptor);
 };
 
-/** Changes a word among the indices and bells, or among the first of the bytes of a ring. */
+/** Overwrites a word among the indices and bells, or among the first bytes of a ring. */
 void scribble(shm_segment_t &segment, input_t &input) {
     auto *bytes = reinterpret_cast<uint8_t *>(&segment);
     const bool is_index = input.flag();

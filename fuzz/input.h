@@ -1,4 +1,4 @@
-/* What every fuzzer shares: the input read piece by piece, and a check that ends the run. */
+/* Shared by all fuzzers: a reader of the input, and a check that aborts the run. */
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H
 
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/** Ends the run with the condition that does not hold. */
+/** Aborts the run, and prints the condition, when the condition is false. */
 #define FUZZ_CHECK(condition)                                                                  \
     do {                                                                                       \
         if (!(condition)) {                                                                    \
@@ -16,7 +16,7 @@
         }                                                                                      \
     } while (0)
 
-/** Reads zeros once the input is used up. */
+/** Reads the input byte by byte, and zeros after its end. */
 class input_t {
 public:
     input_t(const uint8_t *data, size_t size) : at_(data), end_(data + size) {}

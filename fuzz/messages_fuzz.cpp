@@ -1,11 +1,11 @@
 /*
- * A server that may send anything, to a PAL whose callbacks may call anything. Replies are made from the message
- * description: right ones, cut, mistyped, repeated, of other commands and other bindings; answers to synchronous
- * commands are of any length and content. Callbacks read of their data what was sent, and unbind, bind again, flush,
- * send, ask and let further messages in. Operations of the platform fail on the way. Whatever happens, a command is
- * told at most once and everything goes back.
+ * Fuzzes the library with a server that may send anything and a PAL whose callbacks may call anything. Replies are made
+ * from the message description: correct, truncated, of the wrong type, repeated, or to other commands and bindings.
+ * Answers to synchronous commands have any length and content. Callbacks read the data that was sent. They also unbind,
+ * bind again, flush, send, make synchronous calls and run the loop. Platform operations fail at random. In all cases a
+ * command's end is reported at most once, and all resources are released.
  *
- * A byte of input is an action: its lower three bits say which, the others are its operand.
+ * A byte of input is an action. Its lower three bits choose the action, the others are its operand.
  */
 #include <deque>
 
@@ -19,11 +19,12 @@
 
 namespace {
 
-constexpr uint32_t deepest = 4; /* actions in callbacks of actions */
+constexpr uint32_t deepest = 4; /* limit of nested actions, that is actions from callbacks */
 constexpr size_t question_bytes = sizeof(fwx_nat64_sync_init_msg_t);
 constexpr uint8_t untouched = 0xee;
 
-/** What may fail. A list that refuses has its rules elsewhere: it can end a command that nobody hears of. */
+/** Operations that may fail. Not the list operations: when one fails, a command can end without a callback, which other
+ * tests cover. */
 constexpr fwx_host_op_t failing_ops[] = {FWX_HOST_OP_SEND_DONE,    FWX_HOST_OP_CALLOC,         FWX_HOST_OP_TX_ALLOC,
                                          FWX_HOST_OP_CHUNK_MALLOC, FWX_HOST_OP_CHAN_OPEN,      FWX_HOST_OP_ASYNC_SEND,
                                          FWX_HOST_OP_SYNC_SEND,    FWX_HOST_OP_TBM_LEAF_INSERT};
@@ -40,7 +41,7 @@ public:
                 static_cast<session_t *>(self)->received_ = {static_cast<const uint8_t *>(msg), size};
             },
             this);
-        fwx_nat64_dbg_error_set(1); /* the server of an earlier input may have set them */
+        fwx_nat64_dbg_error_set(1); /* the levels, because the server of an earlier input may have set them */
         fwx_nat64_dbg_warning_set(0);
         fwx_nat64_dbg_trace_set(0);
         fwx_nat64_dbg_info_set(0);
@@ -86,7 +87,7 @@ public:
         }
     }
 
-    /* What callbacks do. `bytes` is how much data the server says there is. */
+    /* Called by the library's callbacks. `bytes` is the length of the data according to the server. */
 
     static uint32_t called(void *ctx, bool is_last, const void *data, uint64_t bytes) {
         return session->call(*static_cast<ticket_t *>(ctx), is_last, data, bytes);
@@ -117,7 +118,7 @@ private:
         const received_t received = received_;
         received.read(data, bytes);
         react();
-        if (ticket.binding == binding_) received.read(data, bytes); /* valid for the whole call */
+        if (ticket.binding == binding_) received.read(data, bytes); /* still valid, until the callback returns */
         return ticket.end_call();
     }
     void react() {
@@ -139,7 +140,7 @@ private:
     }
     void pump() { fwx_host_loop_run_until_idle(loop_); }
 
-    /** Everything outstanding is reported; then every command of this binding has ended. */
+    /** Ends all outstanding commands, and checks that every command of this binding has ended. */
     void flush() {
         const uint32_t binding = binding_;
         const size_t sent = tickets_.size();
@@ -206,7 +207,7 @@ private:
                 return fwx_nat64_ipalias_upload_a(ctx);
         }
     }
-    /** Few rules, so that they meet. */
+    /** Uses few distinct rules, so that rules collide. */
     uint32_t send_rule(uint32_t op, ticket_t *ctx) {
         const uint8_t which = input_.byte();
         fwx_nat64_mapt_bmr_t rule{};
@@ -224,7 +225,7 @@ private:
         return fwx_host_cgm_notify(FWX_NAT64_CGM_CLIENT_ID, op, &data, 1, async, ctx);
     }
 
-    /** A synchronous command of one of four kinds; the answer is as the input wants. */
+    /** Sends a synchronous command of one of four kinds. The input chooses the answer. */
     void ask(uint32_t operand) {
         server_.next_answer = {};
         if ((operand & 4) != 0) server_.next_answer.length = input_.byte();
@@ -257,7 +258,7 @@ private:
         bytes_t reply(offset + input_.byte(), untouched);
         const size_t capacity = reply.size() - offset;
         const uint32_t code = fwx_nat64_client_sync_cmd_rsp_send(msg, question_bytes, reply.data() + offset, capacity);
-        if (capacity < answer_bytes) { /* the message stays the caller's */
+        if (capacity < answer_bytes) { /* refused, so the caller still owns the message */
             FUZZ_CHECK(code == FWX_NAT64_ERR_BAD_ARG && !server_.next_answer.is_given);
             smc_msg_tx_buffer_free(msg);
             return;

@@ -1,6 +1,6 @@
 /*
- * natctl's batch: any text, in every way of running it, ends with a status of its own and gives back what it took. Of
- * the inputs a quarter go over a connection, to a server that answers as the first line of the input says.
+ * Fuzzes natctl's batches. Any text, with any of the options, must end with a status and release all resources. A
+ * quarter of the inputs run over a connection to a server whose answers are chosen by the first line of the input.
  */
 #include <algorithm>
 #include <cctype>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr size_t longest_number = 3;
 
-/** The bits of `choice` choose. */
+/** Options that the bits of `choice` select. */
 options_t options_of(uint32_t choice) {
     options_t options;
     options.format = static_cast<format_t>(choice % 4);
@@ -32,7 +32,7 @@ options_t options_of(uint32_t choice) {
     return options;
 }
 
-/** Numbers of a thousand and more ask the server model for work that takes its time. */
+/** Whether a line has a number of more than three digits for the server model, which could then run for long. */
 bool asks_for_much(const std::string &line) {
     if (line.find("server") == std::string::npos) return false;
     size_t run = 0;
@@ -42,7 +42,7 @@ bool asks_for_much(const std::string &line) {
     });
 }
 
-/** Configuration has a reader of its own, which must answer as the grammar does. */
+/** Checks that the separate reader for configuration lines gives the same result as the grammar. */
 void check_both_read_alike(const std::string &line) {
     static command_spec_t root;
     static grammar_t grammar(root);
@@ -64,8 +64,8 @@ void check_both_read_alike(const std::string &line) {
     FUZZ_CHECK(error == (result == record_reader_t::result_t::record ? "" : reader.error()));
 }
 
-/** The server behind a connection. It is in this process and on natctl's loop, so that an input does the same each
- * time; its answers are the input's. */
+/** The server behind a connection. It runs in this process, on natctl's loop, so that an input is reproducible. The
+ * input chooses its answers. */
 struct remote_server_t {
     remote_server_t(const std::string &answers, fwx_host_loop_t *loop)
         : input(reinterpret_cast<const uint8_t *>(answers.data()), answers.size()), server(input, loop) {
@@ -85,7 +85,7 @@ fwx_host_loop_t *natctl_loop;
 
 }  // namespace
 
-/* The linker has natctl call these instead of the platform's. */
+/* natctl calls these instead of the platform's functions, by the linker's option --wrap. */
 fwx_host_loop_t *real_loop_create() asm("__real_fwx_host_loop_create");
 fwx_host_loop_t *wrapped_loop_create() asm("__wrap_fwx_host_loop_create");
 fwx_host_loop_t *wrapped_loop_create() {

@@ -1,6 +1,6 @@
 /*
- * The shared-memory ring: what is written is read, in order, as long as both ends are honest; once anything has been
- * written over the shared memory, both ends stay within it and a broken end stays broken.
+ * Fuzzes the shared-memory ring. As long as nobody tampers with the memory, records are read as they were written, in
+ * order. After tampering, both ends still access only the ring's memory, and an end that is broken stays broken.
  */
 #include "host/messaging/shm/ring.h"
 
@@ -20,7 +20,7 @@ struct expected_t {
 
 class rings_t {
 public:
-    /** `is_final`: the writer takes nothing back. */
+    /** `is_final`: the writer never withdraws records. */
     rings_t(uint32_t capacity, bool is_final)
         : capacity_(capacity),
           is_final_(is_final),
@@ -66,7 +66,7 @@ public:
         position_ += 8 + (record.size + 7) / 8 * 8;
     }
 
-    /** The end of a turn: what was read since the last one counts as read, unless it was taken back before. */
+    /** Ends a turn: records read since the last turn count as read, unless the writer withdrew them before. */
     void end_turn() {
         const bool is_kept = reader_.publish();
         FUZZ_CHECK(is_kept != reader_.is_broken());
@@ -119,12 +119,12 @@ private:
     shm_ring_t ring_{};
     uint32_t capacity_;
     bool is_final_;
-    std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that an access outside is seen */
+    std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that the sanitizer finds an access outside it */
     shm_writer_t writer_;
     shm_reader_t reader_;
     std::deque<expected_t> inside_;
-    uint32_t position_ = 0;  /* of the reader */
-    uint32_t published_ = 0; /* what the writer may know of it */
+    uint32_t position_ = 0;  /* the reader's position */
+    uint32_t published_ = 0; /* the reader's position that the writer can see */
     bool is_withdrawn_ = false;
     bool is_tampered_ = false;
     bool writer_was_broken_ = false;

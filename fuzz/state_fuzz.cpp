@@ -1,6 +1,6 @@
 /*
- * A server's state file: any bytes are read, or refused and left as they are; what was read comes back from the file
- * that was written of it. Inputs that begin with `=` are lines of groups, which get their checksums here.
+ * Fuzzes a server's state file. Any bytes are read, or refused and left unchanged. A file that was read and written
+ * again reads the same. Inputs that begin with `=` are lines of groups, to which the fuzzer adds the checksums.
  */
 #include <unistd.h>
 #include <zlib.h>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char *format_line = "natctl server state 3\n";
 
-/** The file, in memory where there is a file system for it: it is synced for every input. */
+/** The file's path, in a memory file system if there is one, because the file is synced for every input. */
 const std::string &path() {
     static const std::string name = [] {
         const bool has_memory = std::filesystem::is_directory("/dev/shm");
@@ -39,7 +39,7 @@ std::string content() {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/** Lines up to each `=` are a group. */
+/** Makes a state file of groups of lines. A line that begins with `=` ends a group and is replaced by the checksum. */
 std::string with_checksums(std::string_view lines) {
     std::string text = format_line;
     std::string group;
@@ -64,7 +64,7 @@ std::string with_checksums(std::string_view lines) {
     return text;
 }
 
-/** Opens the file for a model of its own; returns whether that went well. */
+/** Opens the file for a new model; returns whether that succeeded. */
 bool open_state(fwx_host_loop_t *loop) {
     const auto model = fwx_nat64_model_t::create(loop, "fuzzed");
     FUZZ_CHECK(model != nullptr);

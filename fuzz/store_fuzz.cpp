@@ -1,6 +1,7 @@
 /*
- * What a store says: any bytes as a manifest, a gateway's state, an answer of etcd. They are read or refused with a
- * reason; what was read is written so that it reads the same. The first byte says as what the rest is read.
+ * Fuzzes the readers of data from the store: manifests, gateway states and answers of etcd. The first byte of the input
+ * selects the reader, which reads the rest or refuses it with a reason. Data that was read and written reads the same
+ * again.
  */
 #include <string>
 #include <string_view>

@@ -1,4 +1,4 @@
-/* The tree bitmap against a table that is searched key by key. */
+/* Fuzzes the tree bitmap: compares it with a table that is searched linearly. */
 #include "input.h"
 #include "tests/support/checked_tree.h"
 
@@ -6,7 +6,7 @@ namespace {
 
 constexpr uint32_t max_key_bits = 66;
 
-/** Few distinct bits, so that keys meet. */
+/** Repeats a byte's bits, so that keys share prefixes. */
 bits_t read_key(input_t &input) {
     const uint32_t length = input.below(max_key_bits + 1);
     bits_t key;
@@ -21,7 +21,7 @@ bits_t read_key(input_t &input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
     input_t input(data, size);
-    const uint32_t widths = input.below(6) + 1; /* strides of this many bits, and one of the rest */
+    const uint32_t widths = input.below(6) + 1; /* bits of each stride, except that the last has the rest */
     std::vector<uint32_t> strides(max_key_bits / widths, widths);
     if (max_key_bits % widths != 0) strides.push_back(max_key_bits % widths);
     checked_tree_t tree(strides, max_key_bits);

@@ -1,5 +1,7 @@
-/* A server of which nothing can be expected: it sends and answers what the input wants. Its messages are made from the
- * description. */
+/*
+ * A misbehaving server: the input chooses what it sends and answers. It makes its messages from the message
+ * description, so that most of them get past the first checks, and then changes fields, lengths and types.
+ */
 #ifndef FUZZ_WILD_SERVER_H
 #define FUZZ_WILD_SERVER_H
 
@@ -14,7 +16,7 @@
 
 using bytes_t = std::vector<uint8_t>;
 
-/** Writes a value where there is room for it. */
+/** Writes a value, if it fits. */
 template <typename value_t>
 void put(bytes_t &bytes, size_t offset, value_t value) {
     if (offset + sizeof(value) <= bytes.size()) std::memcpy(bytes.data() + offset, &value, sizeof(value));
@@ -28,7 +30,7 @@ inline void put_field(bytes_t &bytes, const wire_message_t &message, const char 
     if (found != end) put(bytes, found->offset, value);
 }
 
-/** A message with its head and as many empty entries as it says. */
+/** A message with its header and `entries` empty entries. */
 inline bytes_t make_message(const wire_message_t &message, uint32_t entries) {
     bytes_t bytes(message.size + size_t{message.entry_size} * entries);
     const uint32_t form = message.form == wire_form_t::async ? FWX_NAT64_MSG_ASYNC : FWX_NAT64_MSG_SYNC;
@@ -39,7 +41,7 @@ inline bytes_t make_message(const wire_message_t &message, uint32_t entries) {
     return bytes;
 }
 
-/** All that the description has for clients. */
+/** All messages to clients in the description. */
 inline const std::vector<const wire_message_t *> &messages_to_client() {
     static const auto found = [] {
         std::vector<const wire_message_t *> messages;
@@ -53,7 +55,7 @@ inline const std::vector<const wire_message_t *> &messages_to_client() {
     return found;
 }
 
-/** What a server answers a command with. */
+/** The message with which a server replies to a command. */
 inline const wire_message_t &reply_to(uint16_t msgno) {
     const bool is_query = msgno >= FWX_NAT64_MSG_STATS_SYS && msgno <= FWX_NAT64_MSG_SESSION_WALK;
     const uint16_t number = is_query || msgno == FWX_NAT64_MSG_MAPT_RULE ? msgno : uint16_t{FWX_NAT64_MSG_RESULT};
@@ -62,8 +64,8 @@ inline const wire_message_t &reply_to(uint16_t msgno) {
     });
 }
 
-/** What a command waits for, more or less: what the input does not ask for is as a server has it. `command` is the
- * message, as far as a rule's goes. */
+/** A reply to a command. It is correct except for what the input changes. `command` is the received message, as far as
+ * it fits into a rule's message. */
 inline bytes_t make_reply(const fwx_nat64_bmr_msg_t &command, input_t &input) {
     const wire_message_t &message = reply_to(command.hdr.type & FWX_NAT64_MSG_NUMBER_MASK);
     const uint32_t how = input.byte();
@@ -79,7 +81,7 @@ inline bytes_t make_reply(const fwx_nat64_bmr_msg_t &command, input_t &input) {
     }
     put_field(bytes, message, "more", (how >> 2) & 1);
     if ((how & 8) != 0) put_field(bytes, message, "result", input.byte());
-    if ((how & 16) != 0) put_field(bytes, message, "value", input.byte()); /* a cookie, or what is said next */
+    if ((how & 16) != 0) put_field(bytes, message, "value", input.byte()); /* a cookie, or where to continue */
     const uint32_t said = (how & 32) != 0 ? entries + 4 : entries;
     if (message.entry_count_offset != 0) put(bytes, message.entry_count_offset, said);
     if ((how & 64) != 0) bytes.resize(bytes.size() * input.byte() / 255);
@@ -89,12 +91,12 @@ inline bytes_t make_reply(const fwx_nat64_bmr_msg_t &command, input_t &input) {
 constexpr size_t answer_bytes = sizeof(fwx_nat64_sync_reply_t);
 constexpr uint8_t answer_filler = 0xab;
 
-/** How the next synchronous message is answered. */
+/** The answer to the next synchronous message. */
 struct answer_t {
     size_t length = answer_bytes;
     uint32_t result = 0;
-    bool is_foreign = false; /* begins with other bytes than the question */
-    bool is_dropped = false; /* the channel ends meanwhile */
+    bool is_foreign = false; /* does not begin with the question's first bytes */
+    bool is_dropped = false; /* the server ends the channel instead */
     bool is_given = false;
 
     bool is_sound() const { return is_given && length >= answer_bytes && !is_foreign && !is_dropped; }
@@ -119,13 +121,13 @@ public:
         peer_ = nullptr;
     }
 
-    /** What one of the latest commands waits for, more or less. */
+    /** Sends a reply, possibly a wrong one, to one of the latest commands. */
     void answer(uint32_t which, uint32_t copies) {
         if (commands_.empty()) return;
         post(make_reply(commands_[commands_.size() - 1 - which % commands_.size()], input_), copies);
     }
-    /** A message that the description has for clients, with its fields, its length and its type as the input wants.
-     * @return whether the client is to have it at once. */
+    /** Sends a message to the client. The input chooses its kind and changes its fields, length and type.
+     * @return whether the caller should run the loop, so that the client receives it at once. */
     bool deliver() {
         const wire_message_t &message = *messages_to_client()[input_.byte() % messages_to_client().size()];
         const uint32_t how = input_.byte();
@@ -135,7 +137,7 @@ public:
             bytes[message.fields[i].offset] = input_.byte();
         }
         if ((how & 4) != 0) bytes.resize(bytes.size() * input_.byte() / 255);
-        if ((how & 8) != 0) bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* also beyond the buffer */
+        if ((how & 8) != 0) bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* may exceed the receive buffer */
         if (message.msgno != FWX_NAT64_MSG_UNSOL_SETUP) {
             const name_t name = choose_name();
             put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), name.ctx);
@@ -145,8 +147,8 @@ public:
         return (how & 32) == 0;
     }
 
-    bool answers_at_once = false; /* or not at all, with something else before it, or with the end of the channel */
-    answer_t next_answer;         /* to a synchronous message; the later ones are answered as they should be */
+    bool answers_at_once = false; /* unless the input chooses no reply, another message first, or the channel's end */
+    answer_t next_answer;         /* to a synchronous message; later ones are answered correctly */
 
 private:
     static const fwx_host_server_ops_t ops;
@@ -160,7 +162,7 @@ private:
         if (what == 3) deliver();
         if (what != 1) answer(0, 1);
     }
-    /** What a reply names its command by. */
+    /** The fields by which a reply names its command. */
     struct name_t {
         uint64_t ctx;
         uint32_t epoch;
@@ -179,7 +181,7 @@ private:
                 return {0, present};
             case 1:
                 return {name.ctx, ~name.epoch};
-            case 2: /* the context may be of an earlier binding */
+            case 2: /* the context may belong to an earlier binding */
                 return {name.ctx, present};
             case 3:
                 return {name.ctx + 8, present};
@@ -209,7 +211,7 @@ private:
     input_t &input_;
     fwx_host_server_t *server_ = nullptr;
     fwx_host_peer_t *peer_ = nullptr;
-    std::vector<fwx_nat64_bmr_msg_t> commands_; /* that it has got; others than of rules as far as they go */
+    std::vector<fwx_nat64_bmr_msg_t> commands_; /* received messages, as far as they fit into a rule's message */
 };
 
 inline const fwx_host_server_ops_t wild_server_t::ops = {
