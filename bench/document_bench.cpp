@@ -115,8 +115,8 @@ void answered(fwx_nat64_cmd_result_t *result) {
     run->answered(reinterpret_cast<size_t>(result->pal_ctx), result->result == 0);
 }
 
-/** Sends the plan's commands, up to `window` outstanding. The rules have distinct prefixes, so the order in which they
- * are answered does not matter to the library's table. */
+/** Sends the plan's commands, up to `window` outstanding. The rules have distinct prefixes, so the library's
+ * rule table never needs a repair. */
 void apply(fwx_host_loop_t *loop, const plan_t &plan) {
     plan_run_t of_plan(plan);
     run = &of_plan;

@@ -1,5 +1,5 @@
 /*
- * A PAL on asio, whose io_context watches the host loop's descriptor: that tells of everything there is to do.
+ * A PAL on asio. The io_context watches the host loop's descriptor, which is readable whenever the loop has work.
  *     c++ -std=c++20 asio.cpp -o asio $(pkg-config --cflags --libs fwx_nat64 fwx_host)
  */
 #include <asio.hpp>
@@ -33,13 +33,12 @@ int main(int argc, char **argv) try {
     drive(descriptor, loop);
     client pal("PAL1", loop, {}, fwx::host::adapter);
     int answered = 0, ticks = 0;
-    asio::steady_timer timer(io,
-                             std::chrono::milliseconds(1)); /* not through the descriptor, between two looks at it */
+    asio::steady_timer timer(io, std::chrono::milliseconds(1)); /* sends from outside the descriptor's callback */
     task<> running = work(pal, answered);
     timer.async_wait([&](std::error_code) { running.start(); });
     while (answered < 40 && ++ticks < 100000 && io.run_one() != 0) {
     }
-    descriptor.release(); /* it is the loop's */
+    descriptor.release(); /* because the loop owns it */
     std::printf("%d commands: ok\n", answered);
     return answered == 40 ? 0 : 1;
 } catch (const std::exception &error) {

@@ -1,5 +1,5 @@
 /*
- * A PAL on libuv, whose loop watches the host loop's descriptor: that tells of everything there is to do.
+ * A PAL on libuv. Its loop watches the host loop's descriptor, which is readable whenever the host loop has work.
  *     cc libuv.c -o libuv $(pkg-config --cflags --libs fwx_nat64 fwx_host libuv)
  */
 #define _DEFAULT_SOURCE /* srandom, arc4random */
@@ -18,7 +18,7 @@ static void on_readable(uv_poll_t *watch, int status, int events) {
 
 static void on_timer(uv_timer_t *timer) {
     const fwx_nat64_limit_t limit = {.type = 1, .value = answered + 1};
-    last_code = fwx_nat64_limit_set_a(FWX_NAT64_OP_ADD, &limit, NULL); /* between two looks at the descriptor */
+    last_code = fwx_nat64_limit_set_a(FWX_NAT64_OP_ADD, &limit, NULL); /* outside the descriptor's callback */
     if (last_code != 0) uv_stop(timer->loop);
 }
 

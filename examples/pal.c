@@ -1,8 +1,7 @@
 /*
- * A PAL with an event loop of its own: 10,000 commands to a server in another process, a window of them at a time. It
- * heeds flow control, goes on when the server is started again, and accounts for every command.
- *     cc -std=c11 pal.c -o pal $(pkg-config --cflags --libs fwx_nat64 fwx_host)
- *     natctl serve alpha & ./pal alpha
+ * A PAL with an event loop of its own. It sends 10,000 commands to a server in another process, up to 256 outstanding.
+ * It obeys flow control, reconnects when the server has restarted, and accounts for every command. cc -std=c11 pal.c -o
+ * pal $(pkg-config --cflags --libs fwx_nat64 fwx_host) natctl serve alpha & ./pal alpha
  */
 #define _DEFAULT_SOURCE /* srandom, arc4random */
 #include <fwx_host/fwx_host.h>
@@ -13,11 +12,11 @@
 #include <stdlib.h>
 
 enum { commands = 10000, window = 256, retry_ms = 50, give_up_ms = 10000 };
-typedef enum { WAITING, OK, REFUSED, LOST, STRAY } verdict_t; /* LOST: the server may have done it, or not */
+typedef enum { WAITING, OK, REFUSED, LOST, STRAY } verdict_t; /* LOST: the server may have executed it */
 static verdict_t verdicts[commands];
 static uint32_t sent, settled, told[STRAY + 1], last_refusal, may_send = 1;
 
-/* What comes back with a verdict is a number, never followed as an address: it need not be one of ours. */
+/* A command's context is a number, not an address, because a faulty server may return a context that is not ours. */
 static void settle(void *pal_ctx, verdict_t verdict) {
     uintptr_t number = (uintptr_t)pal_ctx - 1;
     const int is_ours = number < commands && verdicts[number] == WAITING;
@@ -33,11 +32,11 @@ static void on_verdict(fwx_nat64_cmd_result_t *result) {
 }
 
 static uint32_t on_statistics(void *pal_ctx, uint32_t count, void *data) {
-    if (count == 0) settle(pal_ctx, data != NULL ? OK : LOST); /* not 0: further replies follow */
+    if (count == 0) settle(pal_ctx, data != NULL ? OK : LOST); /* count > 0: further replies follow */
     return 0;
 }
 
-/* Off when FWX_NAT64_FC_HIGH_BYTES wait for the server, on when it has come down to FWX_NAT64_FC_LOW_BYTES. */
+/* Off when FWX_NAT64_FC_HIGH_BYTES wait for the server, on when only FWX_NAT64_FC_LOW_BYTES are left. */
 static void on_throttle(uint32_t is_on, void *ctx) {
     *(uint32_t *)ctx = is_on;
 }
@@ -55,7 +54,7 @@ static uint32_t send_command(uint32_t number) {
     return fwx_nat64_smapping_set_a(FWX_NAT64_OP_DEL, &absent, ctx); /* refused */
 }
 
-/* A send opens a channel that is down. What cannot be sent now is tried again; a wrong argument would stay wrong. */
+/* A send reopens the channel if it is down. A failed send is retried later, unless an argument is invalid. */
 static void send_more(void) {
     for (; sent < commands && sent - settled < window && may_send != 0; ++sent) {
         const uint32_t code = send_command(sent);
@@ -68,7 +67,7 @@ int main(int argc, char **argv) {
     if (argc != 2) return 2;
     srandom(arc4random()); /* the binding's epoch is drawn with random */
 #define ADD_TEXT(code, member, text) fwx_host_error_text_add(code, text);
-    FWX_NAT64_MODEL_RESULTS(ADD_TEXT) /* the server's own; xerr_strerror knows all others */
+    FWX_NAT64_MODEL_RESULTS(ADD_TEXT) /* the server's codes; xerr_strerror knows all others */
     fwx_nat64_reply_cbs_t callbacks = {.cfg_reply_cb = on_verdict, .sys_stats_cb = on_statistics};
     fwx_host_loop_t *loop = fwx_host_loop_create();
     uint32_t code = fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, argv[1]);
@@ -83,10 +82,11 @@ int main(int argc, char **argv) {
         const uint32_t was_connected = info->connected;
         send_more();
         reconnections += info->connected - was_connected;
-        struct pollfd watched = {.fd = fwx_host_loop_fd(loop), .events = POLLIN}; /* beside the program's own */
+        struct pollfd watched = {.fd = fwx_host_loop_fd(loop),
+                                 .events = POLLIN}; /* and the program's own descriptors */
         poll(&watched, 1, retry_ms);
         fwx_host_loop_process(loop);
-        if (info->connected == 0) fwx_nat64_clnt_cleanup(); /* tells what the dead server has taken */
+        if (info->connected == 0) fwx_nat64_clnt_cleanup(); /* reports the commands that the dead server had taken */
         if (info->connected == 0) may_send = 1;             /* the next channel will be empty */
         if (seen != settled) since = fwx_host_clock_ms();
     }

@@ -1,6 +1,6 @@
 /*
- * The PAL of pal.c in coroutines: 10,000 commands to a server in another process, a window of them at a time. It heeds
- * flow control, goes on when the server is started again, and accounts for every command.
+ * The PAL of pal.c with coroutines. It sends 10,000 commands to a server in another process, up to 256 outstanding. It
+ * obeys flow control, reconnects when the server has restarted, and accounts for every command.
  *     c++ -std=c++20 pal.cpp -o pal $(pkg-config --cflags --libs fwx_nat64 fwx_host)
  */
 #include <cstdio>
@@ -31,7 +31,7 @@ task<> work(client &pal, const fwx::host::loop &loop, tally_t &tally) {
             co_await pal.writable();
             done = co_await send(pal, number);
             if (done.was_sent && done.code() != FWX_NAT64_ERR_AGAIN) break;
-            co_await fwx::host::sleep(loop, 50ms); /* these do no harm if they are carried out twice */
+            co_await fwx::host::sleep(loop, 50ms); /* these commands may be executed twice */
         }
         bool is_lost =
             !done.was_sent || done.code() == FWX_NAT64_ERR_AGAIN || done.error == client_errc::connection_lost;

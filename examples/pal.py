@@ -1,4 +1,4 @@
-"""Has 10,000 commands carried out and accounts for each, over restarts of the server: pal.py [SERVER [COMMANDS]]"""
+"""Sends 10,000 commands and accounts for each, even if the server restarts: pal.py [SERVER [COMMANDS]]"""
 import asyncio
 import collections
 import sys
@@ -20,18 +20,18 @@ def command(client, i):
 async def settle(client, i, window, verdicts):
     while True:
         async with window:
-            await client.may_send()  # flow control: while the channel is full
+            await client.may_send()  # flow control: waits while the channel is full
             try:
                 await command(client, i)
                 return verdicts.update(["done"])
-            except (Unreachable, ServerGone, TimedOut):  # sent again, what was done after all is refused
+            except (Unreachable, ServerGone, TimedOut):  # retried; refused if the server had executed it
                 verdicts.update(["sent again"])
             except Error as refusal:
                 return verdicts.update([refusal.text])
         await asyncio.sleep(0.05)
 
 
-async def main(server=None, count="10000"):  # without a server's name, one in this process is made
+async def main(server=None, count="10000"):  # without a name, the server is in this process
     verdicts, window = collections.Counter(), asyncio.Semaphore(256)
     async with Client(server) as client:
         await asyncio.gather(*(settle(client, i, window, verdicts) for i in range(int(count))))

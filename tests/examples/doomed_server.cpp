@@ -1,6 +1,6 @@
 /*
- * The server model, which dies in the middle of its work.
- * usage: doomed_server NAME REFUSALS   it lives for so many; writes a line when it listens
+ * A process with the server model that kills itself after REFUSALS refused commands. It writes a line when it listens.
+ * usage: doomed_server NAME REFUSALS
  */
 #include <csignal>
 #include <cstdio>

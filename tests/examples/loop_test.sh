@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# An example on another library's loop gets every answer; one that slept over an answer would hang.
+# An example with another library's event loop receives every answer. It would hang if it missed one.
 # usage: loop_test.sh NATCTL COMMAND...   COMMAND gets the server's name as its last argument
 set -euo pipefail
 natctl=$1

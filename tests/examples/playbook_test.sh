@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The example playbook says beforehand what it would do, does it, and then has nothing to change.
+# The example playbook shows what it would change, changes it, and then has nothing to change.
 # usage: playbook_test.sh SITE NATCTL
 set -euo pipefail
 site=$1 natctl=$2

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# An example PAL accounts for each of its 10,000 commands though the server dies in the middle and is started again.
+# An example PAL accounts for each of its 10,000 commands although the server is killed meanwhile and started again.
 # usage: restart_test.sh DOOMED_SERVER NATCTL COMMAND...   COMMAND gets the server's name as its last argument
 set -euo pipefail
 doomed_server=$1 natctl=$2
@@ -19,7 +19,7 @@ wait -n "$doomed_pid" "$pal" || status=$?
 "$natctl" serve alpha >/dev/null 2>&1 &
 wait "$pal"
 
-# A dying server may still let a client in, whose commands are lost too, or sent again.
+# A dying server may still accept a client, whose commands are then lost or sent again too.
 cat "$XDG_RUNTIME_DIR/said"
 said='^10000 commands: ([0-9]+) ok, ([0-9]+) refused \(the server has no such entry\), ([0-9]+) lost, 0 unanswered; [1-9] reconnections$'
 [[ $(<"$XDG_RUNTIME_DIR/said") =~ $said ]]
