@@ -1,3 +1,7 @@
+/*
+ * Sessions of the model. A generated session is computed from its number n, so that a million of them need only a bit
+ * each, which tells whether the session is open.
+ */
 #include "model/engine.h"
 
 #include <arpa/inet.h>
@@ -9,7 +13,7 @@
 
 namespace {
 
-/* Identifiers: those of static mappings' sessions come before those of made ones, and 0 is none's. */
+/* Session identifiers. Those of static mappings' sessions are below those of generated sessions. No session has 0. */
 constexpr uint64_t first_static_id = uint64_t{1} << 32;
 constexpr uint64_t first_made_id = uint64_t{2} << 32;
 
@@ -165,7 +169,7 @@ fwx_nat64_session_full_t model_engine_t::session_in_full(const fwx_nat64_session
     full.age_s = session.age_s;
     const uint32_t lifetime = lifetime_s(session.protocol);
     full.remaining_s = lifetime - std::min(lifetime, session.age_s);
-    if (session.id < first_made_id) { /* outside the mapping is the second address */
+    if (session.id < first_made_id) { /* a static mapping's session: its second address is the outside one */
         full.state = FWX_NAT64_SESSION_ACTIVE;
         full.pool_addr = session.dst;
         full.dst = {};
@@ -191,7 +195,7 @@ fwx_nat64_session_full_t model_engine_t::session_in_full(const fwx_nat64_session
     return full;
 }
 
-/* How long a session of that IP protocol lives without traffic; TCP when it is established. */
+/* Lifetime, in seconds, of a session of an IP protocol without traffic; for TCP, of an established session. */
 uint32_t model_engine_t::lifetime_s(uint32_t protocol) const {
     struct lifetime_t {
         uint32_t type;
@@ -220,7 +224,7 @@ void model_engine_t::close_of(const owners_t &owners, uint32_t id) {
 void model_engine_t::close_made(uint64_t n) {
     made[n] = false;
     --made_live;
-    mappings.add(n, UINT64_MAX); /* one less */
+    mappings.add(n, UINT64_MAX); /* subtracts 1 */
     pools.add(n, UINT64_MAX);
 }
 

@@ -1,5 +1,5 @@
-/* The engine of the model. It translates nothing, so every change is in force at once. It makes up the sessions: one
- * for each static mapping, and generated ones that are computed from their number. */
+/* The engine of the model. It does not translate traffic, so every change is in force at once. It simulates sessions:
+ * one for each static mapping, and generated sessions, which are computed from their number. */
 #ifndef MODEL_ENGINE_H
 #define MODEL_ENGINE_H
 
@@ -9,7 +9,7 @@
 
 #include "server/engine.h"
 
-/** Addresses that sessions are translated to. */
+/** A pool of addresses to which sessions are translated. */
 struct session_pool_t {
     uint32_t id;
     uint32_t first; /* host order */
@@ -18,14 +18,14 @@ struct session_pool_t {
 
 class model_engine_t : public engine_t {
 public:
-    /** Replaces the made sessions by `count` new ones, spread over the dynamic mappings and pools of this moment;
-     * identifiers ascend. */
+    /** Replaces the generated sessions by `count` new ones, distributed over the current dynamic mappings and pools.
+     * Identifiers ascend. */
     void generate(uint64_t count);
 
-    std::unordered_map<rule_key_t, uint64_t, rule_key_hash_t> lookups; /* by the rule that they found */
+    std::unordered_map<rule_key_t, uint64_t, rule_key_hash_t> lookups; /* number of lookups that found the rule */
 
     uint32_t refusal(uint32_t, const void *) const override { return 0; }
-    /** Sessions end with their mapping and their pool, and the lookups of a rule with it. */
+    /** Deleting a mapping or a pool ends its sessions. Deleting a rule drops its count of lookups. */
     void changed(uint32_t op_code, const void *payload) override;
     bool needs_commit() const override { return false; }
     uint32_t commit() noexcept override { return 0; }
@@ -45,7 +45,8 @@ private:
         fwx_nat64_addr_t src, dst;
         uint64_t opened_ms;
     };
-    /** Made session n belongs to owner n modulo their number. */
+    /** Dynamic mappings or pools, and the number of their open sessions. Generated session n belongs to owner n modulo
+     * the number of owners. */
     struct owners_t {
         std::vector<uint32_t> ids;
         std::vector<uint64_t> live;
@@ -64,8 +65,8 @@ private:
     fwx_nat64_session_t made_session(uint64_t n) const;
     bool lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const;
 
-    std::map<uint32_t, static_session_t> statics; /* by mapping */
-    std::vector<bool> made;                       /* whether session n lives */
+    std::map<uint32_t, static_session_t> statics; /* by the mapping's identifier */
+    std::vector<bool> made;                       /* whether generated session n is open */
     uint64_t made_live = 0;
     uint64_t made_ms = 0;
     owners_t mappings, pools;

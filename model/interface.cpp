@@ -1,4 +1,4 @@
-/* The model in C: what the functions promise stands in fwx_nat64_model/model.h. */
+/* The model's C interface, documented in fwx_nat64_model/model.h. It turns std::bad_alloc into the code 12. */
 #include <new>
 #include <type_traits>
 
@@ -10,7 +10,8 @@ namespace {
 
 constexpr uint32_t out_of_memory = 12;
 
-/** Does what can run out of memory: nothing may be thrown through a C function. */
+/** Calls `work`, and returns out_of_memory if it throws std::bad_alloc, because nothing may be thrown through a C
+ * function. */
 template <typename work_t>
 uint32_t guarded(work_t work) noexcept {
     try {

@@ -1,11 +1,11 @@
-/* The data plane's view: MAP-T rules by longest match in the client's lookup tree. */
+/* Looks up MAP-T rules as a data plane does: by longest match in the client library's lookup tree. */
 #include "fwx_host/tbm.h"
 #include "model/engine.h"
 #include "model/model.h"
 
 namespace {
 
-/* A key is two tag bits, which keep the families apart, and then the bits of the address. */
+/* A key is two tag bits, which tell the address family, followed by the bits of the address. */
 constexpr uint32_t tag_bits = 2;
 constexpr uint8_t tag_ipv4 = 2;
 constexpr uint8_t tag_ipv6 = 1;

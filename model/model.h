@@ -1,7 +1,6 @@
 /*
- * The server model as the tools and tests of this tree use it. What a member of the class promises stands with the
- * function of the same name in fwx_nat64_model/model.h or in server/server.h. Members allocate, and throw when memory
- * is out.
+ * The server model as the tools and tests of this tree use it. The members are documented at the functions of the same
+ * name in fwx_nat64_model/model.h or server/server.h. Members may throw std::bad_alloc.
  */
 #ifndef MODEL_MODEL_H
 #define MODEL_MODEL_H
@@ -56,12 +55,12 @@ struct fwx_nat64_model_t {
     static uint32_t cgm_end_batch(uint32_t batch_id, bool async, void *ctx);
     static uint32_t cgm_update(uint32_t batch_id, const uint8_t data[24], bool async, void *ctx);
 
-    /** Value of a timeout (type 1 to 7), when it is set. */
+    /** Value of a timeout (type 1 to 7), if it is set. */
     std::optional<uint32_t> timeout(uint32_t type) const;
     void sessions_generate(uint64_t count);
-    /** False when no prefix matches, or when the model holds no rule of that index. */
+    /** False when no prefix matches, or when the model has no rule with the index found. */
     bool lookup(const fwx_nat64_addr_t *address, fwx_nat64_model_match_t *match) const;
-    /** How many of them have found the rule of that index; nothing when there is none. */
+    /** Number of lookups that found the rule with this index; nullopt when there is no such rule. */
     std::optional<uint64_t> lookups(uint32_t bmr_index) const;
 
 private:

@@ -1,4 +1,4 @@
-/* A model's server and engine, apart from model.h because the C type must not show how it is made. */
+/* The server and the engine of a model. Separate from model.h, so that the C type hides its implementation. */
 #ifndef MODEL_STATE_H
 #define MODEL_STATE_H
 

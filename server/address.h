@@ -1,4 +1,4 @@
-/* Addresses as the server compares and counts them. */
+/* Addresses of both families in one type, which the server compares and counts. */
 #ifndef SERVER_ADDRESS_H
 #define SERVER_ADDRESS_H
 
@@ -8,7 +8,7 @@
 
 #include "fwx_nat64/wire.h"
 
-/** First byte most significant; an IPv4 address has zeros behind its four bytes. Ordered family first. */
+/** Big-endian; an IPv4 address is padded with zeros behind its four bytes. IPv4 sorts before IPv6. */
 struct address_t {
     bool is_ipv6;
     std::array<uint8_t, 16> bytes;
@@ -17,7 +17,7 @@ struct address_t {
     bool is_unspecified() const { return bytes == std::array<uint8_t, 16>{}; }
 };
 
-/** From a record whose IPv4 address is in network order. */
+/** The address in a record, whose IPv4 addresses are in network order. */
 inline address_t address_of(const fwx_nat64_addr_t &record) {
     address_t address{record.family != FWX_NAT64_FAMILY_IPV4, {}};
     std::memcpy(address.bytes.data(), record.addr, address.is_ipv6 ? sizeof(record.addr) : sizeof(uint32_t));

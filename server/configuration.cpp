@@ -1,3 +1,9 @@
+/*
+ * The table of configuration commands. Each row has a command's op code and payload size, the member function that
+ * executes it, and how its effect is saved: a command either has a table of payloads that are saved under its op code,
+ * or changes the payloads of another command, or changes nothing that is saved. Static assertions check the rows
+ * against the message description.
+ */
 #include "server/configuration.h"
 
 #include <algorithm>
@@ -9,15 +15,14 @@
 
 namespace {
 
-/** A configuration command, or what stands for one in a saved configuration. */
+/** A configuration command, or a pseudo command for a rule in a saved configuration. */
 struct config_command_t {
     uint32_t op_code;
     size_t payload_size;
     uint32_t (*carry_out)(configuration_t &config, const void *payload);
-    /** Begins to read what the command keeps over a restart, payloads that make it again; null when it keeps nothing.
-     */
+    /** Makes a cursor over the payloads that are saved under this op code; null when there are none. */
     std::unique_ptr<item_cursor_t> (*read)(const configuration_t &config, uint32_t op_code);
-    uint32_t kept_as; /* op code of the command that saves what this one changes; 0 when nothing has to be saved */
+    uint32_t kept_as; /* op code under which the payloads that this command changes are saved; else 0 */
 };
 
 template <typename part_t, typename config_t>
@@ -27,7 +32,7 @@ auto &part_of(config_t &config) {
     return std::get<std::conditional_t<std::is_const_v<config_t>, const part_t, part_t> &>(parts);
 }
 
-/* The member of a part that carries a command out, as the command needs it. */
+/* Adapts the member function of a part that executes a command to config_command_t. */
 template <auto member>
 struct setter_t;
 template <typename part_t, typename record_t, uint32_t (part_t::*member)(const record_t &)>
@@ -41,7 +46,7 @@ struct setter_t<member> {
     }
 };
 
-/* The payloads of a part that a command keeps, by the key of the one that was taken last. */
+/* A cursor over a table of payloads. It remembers the last key, so that the table may change between two calls. */
 template <typename key_t, typename payload_t>
 class table_cursor_t : public item_cursor_t {
 public:
@@ -90,27 +95,27 @@ struct payloads_t<member> {
     }
 };
 
-/* A command whose payloads are kept. */
+/* A command whose payloads are saved under its op code. */
 template <auto member, auto payloads>
 constexpr config_command_t kept(uint32_t op_code) {
     return {op_code, setter_t<member>::payload_size, setter_t<member>::carry_out, payloads_t<payloads>::read, 0};
 }
-/* A command that changes or takes away what another command's payloads say. */
+/* A command that changes or removes payloads of another command. */
 template <auto member>
 constexpr config_command_t kept_as(uint32_t op_code, uint32_t other_op_code) {
     return {op_code, setter_t<member>::payload_size, setter_t<member>::carry_out, nullptr, other_op_code};
 }
-/* A command that is over when it has been carried out. */
+/* A command that changes nothing that is saved. */
 template <auto member>
 constexpr config_command_t not_kept(uint32_t op_code) {
     return kept_as<member>(op_code, 0);
 }
-/* A command that has nothing to do here. */
+/* A command that the configuration ignores. */
 constexpr config_command_t not_kept(uint32_t op_code, size_t payload_size) {
     return {op_code, payload_size, [](configuration_t &, const void *) { return 0U; }, nullptr, 0};
 }
 
-/* In the order in which they are saved and restored: a pool comes before its ranges. */
+/* The order of saving and restoring, so a pool comes before its ranges. */
 constexpr config_command_t commands[] = {
     kept<&settings_t::timeout_set, &settings_t::timeouts>(FWX_NAT64_CFG_TIMEOUT_SET),
     kept<&settings_t::limit_set, &settings_t::limits>(FWX_NAT64_CFG_LIMIT_SET),
@@ -120,8 +125,8 @@ constexpr config_command_t commands[] = {
     kept<&settings_t::replication_set, &settings_t::replication>(FWX_NAT64_CFG_REPLICATION_SET),
     kept_as<&settings_t::replication_unset>(FWX_NAT64_CFG_REPLICATION_UNSET, FWX_NAT64_CFG_REPLICATION_SET),
     kept<&settings_t::global_set, &settings_t::global>(FWX_NAT64_CFG_GLOBAL_SETTINGS),
-    not_kept(FWX_NAT64_CFG_IPALIAS_UPLOAD, 0), /* goes to the routing side, which the server has none of */
-    not_kept(FWX_NAT64_CFG_SESSION_CLEAR, sizeof(fwx_nat64_session_filter_t)), /* is the engine's */
+    not_kept(FWX_NAT64_CFG_IPALIAS_UPLOAD, 0), /* for a routing component, which this server does not have */
+    not_kept(FWX_NAT64_CFG_SESSION_CLEAR, sizeof(fwx_nat64_session_filter_t)), /* executed by the engine */
     kept<&interfaces_t::set, &interfaces_t::interfaces>(FWX_NAT64_CFG_INTF_SET),
     kept_as<&interfaces_t::nvi_enable>(FWX_NAT64_CFG_NVI_INTF_ENABLE, FWX_NAT64_CFG_INTF_SET),
     kept<&interfaces_t::prefix_set, &interfaces_t::prefixes>(FWX_NAT64_CFG_GLB_PREFIX),
@@ -168,7 +173,7 @@ constexpr bool is_saved_if_kept(const config_command_t &command) {
     return saving != nullptr && saving->read != nullptr;
 }
 
-constexpr size_t rule_command_count = 5; /* what stands for the commands of rules, which are messages of their own */
+constexpr size_t rule_command_count = 5; /* pseudo commands for rules, which are not configuration messages */
 
 static_assert(std::all_of(std::begin(wire_config_messages), std::end(wire_config_messages), has_its_command),
               "a configuration message has no command here, or one of another size");

@@ -1,5 +1,8 @@
-/* The configuration: the state that configuration commands reach, in parts, and each command's part. It checks what can
- * be checked without knowing how it is carried out. */
+/*
+ * The configuration: the state that configuration commands change, in parts. Each part has the commands that change it,
+ * and checks their payloads as far as that does not depend on the engine. Functions that take a payload return 0 or one
+ * of FWX_NAT64_MODEL_ERR_.
+ */
 #ifndef SERVER_CONFIGURATION_H
 #define SERVER_CONFIGURATION_H
 
@@ -12,9 +15,9 @@
 #include "server/rules.h"
 #include "server/server.h"
 
-/** Settings that have a value each: timeouts, limits, services, adjacencies, replication, global settings. */
+/** Simple settings: timeouts, limits, services, adjacencies, replication, global settings. */
 struct settings_t {
-    table_t<uint32_t, fwx_nat64_timeout_t> timeouts; /* these four by type; one of 0 has its default */
+    table_t<uint32_t, fwx_nat64_timeout_t> timeouts; /* by type, like the next three; a value of 0 is the default */
     table_t<uint32_t, fwx_nat64_limit_t> limits;
     table_t<uint32_t, fwx_nat64_service_payload_t> services;
     table_t<uint32_t, fwx_nat64_adj_t> adjacencies; /* IPv4 in network order */
@@ -45,10 +48,10 @@ struct interfaces_t {
     uint32_t prefix_kind2_set(const fwx_nat64_glb_prefix_payload_t &payload);
 };
 
-/** Number of prefixes that came with an interface. */
+/** Number of valid prefixes of an interface. */
 uint32_t prefix_count(const fwx_nat64_intf_payload_t &interface);
 
-/** Static and dynamic mappings; their identifiers are apart. */
+/** Static and dynamic mappings; the two have separate identifiers. */
 struct mappings_t {
     table_t<uint32_t, fwx_nat64_smapping_t> fixed; /* IPv4 addresses in network order */
     table_t<uint32_t, fwx_nat64_dmapping_payload_t> dynamic;
@@ -56,7 +59,7 @@ struct mappings_t {
     uint32_t static_add(const fwx_nat64_smapping_t &mapping);
     uint32_t static_delete(const fwx_nat64_delete_payload_t &payload);
     uint32_t dynamic_add(const fwx_nat64_dmapping_payload_t &payload);
-    /** The second part and its argument stay: a modify carries none. */
+    /** Keeps the extension and its argument, because a modify command does not carry them. */
     uint32_t dynamic_modify(const fwx_nat64_dmapping_payload_t &payload);
     uint32_t dynamic_delete(const fwx_nat64_delete_payload_t &payload);
 };
@@ -70,10 +73,10 @@ struct loggings_t {
     uint32_t remove(const fwx_nat64_logging_payload_t &payload);
 };
 
-/** What the classifier commands left behind, in both forms. */
+/** State left by the classifier commands, synchronous and asynchronous. */
 struct classifier_t {
     uint64_t updates = 0;
-    uint64_t batches = 0;  /* ended ones */
+    uint64_t batches = 0;  /* number of ended batches */
     uint32_t batch_id = 0; /* of the latest command */
     uint8_t data[24] = {}; /* of the latest update */
 
@@ -90,39 +93,40 @@ struct configuration_t {
     rules_t rules;
     classifier_t classifier;
 
-    /** Carries out a configuration command or what stands for one of a rule, whose payload is at `payload`; returns its
-     * result. */
+    /** Executes a configuration command, or the pseudo command of a rule, and returns its result. `payload` must have
+     * payload_size(op_code) bytes. */
     uint32_t carry_out(uint32_t op_code, const void *payload);
-    /** Bytes of the payload of a command; 0 when there is none. */
+    /** Size of a command's payload in bytes; 0 for an unknown op code. */
     static size_t payload_size(uint32_t op_code);
-    /** The same of a command that changes what is saved; 0 for all others. */
+    /** The payload size of a command that changes the saved configuration; 0 for all others. */
     static size_t kept_size(uint32_t op_code);
-    /** Hands everything over that is kept, in an order in which it can be carried out again. */
+    /** Calls `fn` with every saved payload, in an order in which they can be executed again. */
     void save(server_part_fn_t fn, void *arg) const;
 };
 
-/** Takes one item that is kept, as the command that makes it; false: it does not, and gets it again. */
+/** Receives one saved item, as the command that restores it. Returns false to stop; the item is then passed again by
+ * the next call of give(). */
 using item_fn_t = std::function<bool(uint32_t op_code, const void *payload, size_t size)>;
 
-/** Where the items of one command stand in a reading. */
+/** A position in the saved items of one command. */
 class item_cursor_t {
 public:
     virtual ~item_cursor_t() = default;
-    /** Hands items over as long as they are taken; true: there are no more. */
+    /** Passes items to `take` until it returns false. Returns true when there are no more items. */
     virtual bool give(const item_fn_t &take) = 0;
 };
 
-/** Reads what `save` hands over piece by piece. Between the pieces the configuration may change: what is changed behind
- * the place of the reading is read as it is then. */
+/** Reads the items that `save` passes, in several calls. The configuration may change between the calls; the reader
+ * then sees changes behind its position and misses changes before it. */
 class configuration_reader_t {
 public:
     explicit configuration_reader_t(const configuration_t &config) : config_(config) {}
-    /** Hands items over as long as they are taken; true: there are no more. */
+    /** Passes items to `take` until it returns false. Returns true when there are no more items. */
     bool give(const item_fn_t &take);
 
 private:
     const configuration_t &config_;
-    size_t row_ = 0; /* of the commands */
+    size_t row_ = 0; /* in the table of commands */
     std::unique_ptr<item_cursor_t> cursor_;
 };
 

@@ -1,4 +1,8 @@
-/* Frame checks, and dispatch by message number. */
+/*
+ * Receives messages: checks their frame, dispatches them by message number, executes commands and posts the replies of
+ * commands whose answer is a result. Counts malformed and refused messages. statistics.cpp and walks.cpp answer
+ * queries.
+ */
 #include "server/state.h"
 #include "wire/messages.h"
 
@@ -10,7 +14,7 @@ server_state_t &server_of(void *ctx) {
     return *static_cast<server_state_t *>(ctx);
 }
 
-/* Whether a message of this type, in either form, is told apart by a word behind its header. */
+/* Whether a message of this type, in either form, has a selector word behind its header. */
 bool has_selector(uint32_t type) {
     const uint32_t number = type & FWX_NAT64_MSG_NUMBER_MASK;
     return number == FWX_NAT64_MSG_CONFIG || number == FWX_NAT64_MSG_MAPT_RULE;
@@ -26,7 +30,7 @@ uint32_t unknown_code(wire_form_t form, const void *msg, size_t size) {
     return form_ok && length_ok ? FWX_NAT64_MODEL_ERR_UNKNOWN : FWX_NAT64_MODEL_ERR_MALFORMED;
 }
 
-/* Judges a message's frame and counts it. */
+/* Checks a message's frame, and counts the message. Returns 0 or the code with which to refuse it. */
 uint32_t admit(server_state_t &server, fwx_host_peer_t *peer, wire_form_t form, const void *msg, size_t size) {
     const wire_message_t *message = wire_find(wire_direction_t::to_server, msg, size);
     if (message != nullptr && message->form == form && wire_frame_ok(*message, msg, size)) {
@@ -54,7 +58,7 @@ uint32_t set_up_notifications(server_state_t &server, uint64_t client_id) {
     return 0;
 }
 
-/* Carries out a configuration command and notes the change. */
+/* Executes a configuration command and records the change. */
 uint32_t configure(server_state_t &server, uint32_t op_code, const void *payload) {
     const uint32_t code = carry_out(server, op_code, payload);
     const size_t size = configuration_t::kept_size(op_code);
@@ -62,7 +66,7 @@ uint32_t configure(server_state_t &server, uint32_t op_code, const void *payload
     return code;
 }
 
-/* Carries out a command whose whole answer is a result. */
+/* Executes a command whose answer is only a result. */
 uint32_t result_of(server_state_t &server, const request_t &request) {
     switch (request.number()) {
         case FWX_NAT64_MSG_UNSOL_SETUP:
@@ -73,11 +77,11 @@ uint32_t result_of(server_state_t &server, const request_t &request) {
             return configure(server, request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code)),
                              request.msg + offsetof(fwx_nat64_cfg_msg_t, payload));
         default:
-            return 0; /* the client may send again; there is nothing to resume here */
+            return 0; /* the client may send again, but this server has nothing to resume */
     }
 }
 
-/* Message number of the reply to a command whose whole answer is a result. */
+/* Message number of the reply to a command whose answer is only a result. */
 uint32_t result_number(const request_t &request) {
     if (request.msg == nullptr || request.number() != FWX_NAT64_MSG_CONFIG) return FWX_NAT64_MSG_RESULT;
     switch (request.read<uint32_t>(offsetof(fwx_nat64_cfg_msg_t, op_code))) {
@@ -160,7 +164,7 @@ uint32_t answer(server_state_t &server, const request_t &request, uint32_t code)
     }
 }
 
-/* Counts and tells of a message that was answered with `code`. */
+/* Counts a message that was answered with `code`, and calls the observer, if the code is an error. */
 void note_answer(server_state_t &server, const fwx_host_peer_t *peer, bool is_well_formed, const void *msg, size_t size,
                  uint32_t code) {
     if (code == 0) return;
@@ -186,7 +190,7 @@ void receive(server_state_t &server, fwx_host_peer_t *peer, const void *msg, siz
     uint32_t code = admit(server, peer, wire_form_t::async, msg, size);
     const bool is_well_formed = code == 0;
     const client_t *client = server.clients.find(peer);
-    /* Without an asynchronous header there is no context to answer to. */
+    /* Without a complete asynchronous header there is no context to which to reply. */
     if (client == nullptr || size < sizeof(fwx_nat64_msg_hdr_t)) {
         note_answer(server, peer, is_well_formed, msg, size, code);
         return;
@@ -222,7 +226,7 @@ size_t reply_to(server_state_t &server, fwx_host_peer_t *peer, const void *msg, 
     if (answer.result == 0) answer.result = carry_out_sync(server, static_cast<const uint8_t *>(msg));
     note_answer(server, peer, is_well_formed, msg, size, answer.result);
     if (server.outbox.silent || size < sizeof(uint32_t)) return 0;
-    std::memcpy(&answer.hdr, msg, sizeof(uint32_t)); /* by which the answer is known to be one to the question */
+    std::memcpy(&answer.hdr, msg, sizeof(uint32_t)); /* by which the client recognises the answer to its message */
     const size_t length = std::min(reply_cap, sizeof(answer));
     std::memcpy(reply, &answer, length);
     return length;

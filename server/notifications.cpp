@@ -1,4 +1,4 @@
-/* What a server tells its clients without being asked. */
+/* Unsolicited messages to the clients that have asked for them. */
 #include "fwx_host/errors.h"
 #include "server/state.h"
 

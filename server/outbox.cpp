@@ -1,3 +1,7 @@
+/*
+ * A reply passes up to three stages, in this order: it waits for the commit of a change (unsaved), it is held or
+ * delayed because a test has asked for that, and it is delivered.
+ */
 #include "server/outbox.h"
 
 #include <algorithm>
@@ -50,7 +54,7 @@ void outbox_t::release(reply_order_t order) {
     held.clear();
     if (order == reply_order_t::reverse) std::reverse(replies.begin(), replies.end());
     if (order == reply_order_t::shuffled) {
-        std::mt19937 random(1);  // NOLINT(bugprone-random-generator-seed): every run shuffles alike
+        std::mt19937 random(1);  // NOLINT(bugprone-random-generator-seed): the shuffle must be the same in every run
         std::shuffle(replies.begin(), replies.end(), random);
     }
     for (const reply_t &reply : replies) {
@@ -68,7 +72,7 @@ void outbox_t::forget(uint64_t client) {
 
 void outbox_t::deliver(uint64_t client, const void *msg, size_t size, uint64_t walk) {
     for (uint32_t copy = 0; copy < copies; ++copy) {
-        /* Looked up each time: a send may find the client gone. */
+        /* Looked up for each copy, because a send may end the client. */
         const client_t *receiver = clients.find(client);
         if (receiver == nullptr) return;
         if (fwx_host_peer_send(receiver->peer, msg, size) == 0) ++sent;

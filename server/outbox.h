@@ -1,5 +1,5 @@
-/* The clients of a server, and how asynchronous replies reach them: at once, late, when they are released, several
- * times, or not at all. */
+/* The clients of a server, and the sending of asynchronous replies to them. For tests of clients, replies can be
+ * delayed, held until they are released, duplicated or suppressed. */
 #ifndef SERVER_OUTBOX_H
 #define SERVER_OUTBOX_H
 
@@ -12,8 +12,8 @@
 #include "fwx_host/smc.h"
 #include "server/server.h"
 
-/** Nothing may be thrown through the messaging service and its loop: a client that cannot be served when memory is out
- * is dropped, so that it does not wait for an answer. */
+/** Calls `serve`. If it throws std::bad_alloc, drops the client, so that the client does not wait for an answer.
+ * Nothing may be thrown through the messaging service and its loop. */
 template <typename serve_t>
 void serve_or_drop(fwx_host_peer_t *peer, serve_t serve) noexcept {
     try {
@@ -23,7 +23,8 @@ void serve_or_drop(fwx_host_peer_t *peer, serve_t serve) noexcept {
     }
 }
 
-/** Identifiers are never used twice, so that what waits for a client that has gone reaches nobody. */
+/** A connected client. Identifiers are never reused, so that a reply to a client that is gone reaches no other client.
+ */
 struct client_t {
     uint64_t id;
     fwx_host_peer_t *peer;
@@ -65,28 +66,30 @@ public:
 
     uint64_t delay_ms = 0;
     uint32_t copies = 1;
-    uint32_t reply_limit = 65536; /* bytes of entries */
+    uint32_t reply_limit = 65536; /* limit of the entries in one reply, in bytes */
     bool silent = false;
     uint64_t sent = 0;
-    /** Called when a page of a walk has gone out. */
+    /** Called when a page of a paged answer was sent. */
     std::function<void(uint64_t walk)> page_sent;
 
-    /** Does what a client waits for. */
+    /** Calls `serve` by serve_or_drop, if the client is still connected. */
     template <typename serve_t>
     void serve(uint64_t client, serve_t serve) {
         const client_t *waiting = clients.find(client);
         if (waiting != nullptr) serve_or_drop(waiting->peer, serve);
     }
-    /** Takes a reply; `walk` is 0 unless it is a page of one. False when it will never go out. */
+    /** Sends or queues a reply. `walk` is the number of the paged answer that it is a page of, or 0. Returns false when
+     * the reply is suppressed. */
     bool post(uint64_t client, const void *msg, size_t size, uint64_t walk = 0);
-    /** Holds back what is posted from now on, the next one as the answer to a change. */
+    /** Holds all replies that are posted from now on. The next one is the answer to a change. */
     void hold_unsaved() { is_saving = answers_change = true; }
-    /** Lets it out; with a `code` other than 0 as the result of each change, of which the number is returned. */
+    /** Releases these replies. A `code` other than 0 replaces the result in the answers to changes; returns the number
+     * of answers so changed. */
     uint64_t release_unsaved(uint32_t code);
     void hold() { holding = true; }
     void release(reply_order_t order);
     void forget(uint64_t client);
-    /** Bytes that wait for a client to read. */
+    /** Bytes queued for a client that it has not read. */
     uint64_t unread_bytes(uint64_t client) const {
         const client_t *reader = clients.find(client);
         return reader == nullptr ? 0 : fwx_host_peer_waiting_bytes(reader->peer);
@@ -111,11 +114,11 @@ private:
     fwx_host_loop_t *loop;
     clients_t &clients;
     bool is_saving = false;
-    bool answers_change = false; /* the next one that is posted */
+    bool answers_change = false; /* whether the next reply posted is the answer to a change */
     std::vector<reply_t> unsaved;
     bool holding = false;
     std::vector<reply_t> held;
-    std::multimap<uint64_t, reply_t> delayed; /* by the time when they are due */
+    std::multimap<uint64_t, reply_t> delayed; /* by due time, in ms of the platform's clock */
     uint64_t timer = 0;
 };
 

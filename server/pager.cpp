@@ -1,3 +1,7 @@
+/*
+ * Schedules paged answers round robin, from a timer. A turn of the loop examines a limited number of entries. An answer
+ * whose client has not read enough of what was sent is skipped until the client catches up.
+ */
 #include "server/pager.h"
 
 #include <algorithm>
@@ -6,8 +10,8 @@
 
 namespace {
 
-constexpr uint64_t looks_per_turn = 16384;                /* of all answers: about a millisecond */
-constexpr uint64_t most_unread_bytes = uint64_t{4} << 20; /* by a client that gets more */
+constexpr uint64_t looks_per_turn = 16384; /* shared by all answers; takes about a millisecond */
+constexpr uint64_t most_unread_bytes = uint64_t{4} << 20; /* a client that has more unread gets no further page */
 constexpr uint64_t look_again_ms = 1;
 
 }  // namespace

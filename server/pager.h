@@ -1,6 +1,9 @@
-/* Answers that take more than one turn: session walks, and lists of many entries. Each finds and sends a page, and the
- * next when that one has gone out and the loop comes round. All together look at so many entries a turn, so that none
- * holds anybody up; and none goes on while its client is behind with reading. */
+/*
+ * Answers that take more than one turn of the loop: session walks and long lists. An answer finds and sends one page at
+ * a time, and continues in a later turn, when the page was sent. The number of entries that all answers together
+ * examine in a turn is limited, so that no answer delays other clients. An answer pauses while its client does not
+ * read.
+ */
 #ifndef SERVER_PAGER_H
 #define SERVER_PAGER_H
 
@@ -11,15 +14,15 @@
 
 #include "server/outbox.h"
 
-/** A command on its way to its reply. */
+/** A received command that is not answered yet. */
 struct request_t {
     uint64_t client;
     fwx_nat64_msg_hdr_t hdr;
-    const uint8_t *msg; /* the whole message, valid while it is handled; null unless it is well formed */
+    const uint8_t *msg; /* the message, valid while it is handled; null if it is malformed */
 
     uint32_t number() const { return hdr.type & FWX_NAT64_MSG_NUMBER_MASK; }
 
-    /** The bytes at an offset of a well-formed message that holds them. */
+    /** Reads a record at an offset. The message must be well formed and long enough. */
     template <typename record_t>
     record_t read(size_t offset = 0) const {
         record_t record;
@@ -27,7 +30,7 @@ struct request_t {
         return record;
     }
 
-    /** The beginning of a reply: context and epoch echoed, everything behind the result 0. */
+    /** The first part of a reply: with the command's context and epoch, and 0 in all fields behind the result. */
     fwx_nat64_reply_t reply(uint32_t msgno, uint32_t result) const {
         fwx_nat64_reply_t reply{};
         reply.hdr.type = static_cast<uint16_t>(FWX_NAT64_MSG_ASYNC | msgno);
@@ -38,7 +41,8 @@ struct request_t {
         return reply;
     }
 
-    /** A whole reply of the command's own number: `head`, its beginning filled in, and the entries behind it. */
+    /** A complete reply with the command's number: `head`, whose first part this fills in, and the entries behind it.
+     */
     template <typename head_t, typename entry_t>
     std::vector<uint8_t> listing(uint32_t result, head_t head, const entry_t *entries, size_t count) const {
         head.reply = reply(number(), result);
@@ -49,7 +53,7 @@ struct request_t {
     }
 };
 
-/** One such answer. */
+/** A paged answer. */
 class paged_t {
 public:
     enum class step_t { again, sent, ended };
@@ -59,10 +63,12 @@ public:
     paged_t &operator=(const paged_t &) = delete;
     virtual ~paged_t() = default;
 
-    /** Searches on with what is left of `looks`, and posts a page under the answer's number if it is found. */
+    /** Continues the search, examining at most `looks` entries and subtracting their number. Posts the page, under the
+     * answer's number `id`, when it is complete. Returns `again` if it is not, `sent` if further pages follow, else
+     * `ended`. */
     virtual step_t go_on(uint64_t id, uint64_t &looks) = 0;
 
-    request_t request; /* its message is gone */
+    request_t request; /* without its message, which is not valid any more */
 };
 
 class pager_t {
@@ -72,7 +78,7 @@ public:
     pager_t &operator=(const pager_t &) = delete;
     ~pager_t() { fwx_host_timer_cancel(loop, timer); }
 
-    /** Whether a client has as many answers under way as it may. */
+    /** Whether a client has reached its limit of outstanding paged answers. */
     bool is_full(uint64_t client) const;
     void start(std::unique_ptr<paged_t> answer);
     void forget(uint64_t client);
@@ -86,7 +92,7 @@ private:
     outbox_t &outbox;
     std::map<uint64_t, std::unique_ptr<paged_t>> answers; /* by number, from 1 */
     uint64_t latest = 0;
-    std::deque<uint64_t> ready; /* whose latest page has gone out, or that search on */
+    std::deque<uint64_t> ready; /* answers that can continue: their last page was sent, or the search is not complete */
     uint64_t timer = 0;
 };
 

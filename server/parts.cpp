@@ -1,4 +1,4 @@
-/* The commands of the smaller parts of the configuration. */
+/* The commands of the smaller parts of the configuration: settings, interfaces, mappings, logging, classifier. */
 #include <algorithm>
 #include <iterator>
 

@@ -1,3 +1,7 @@
+/*
+ * Pools and ranges, kept in two orders: by pool, and by address. Spans of different pools never overlap, so a check for
+ * overlap only examines the neighbours of a span in the order of addresses.
+ */
 #include "server/pools.h"
 
 #include <iterator>
@@ -30,7 +34,7 @@ uint64_t big_endian(const uint8_t *at, size_t width) {
     return value;
 }
 
-/* UINT64_MAX when they are more. */
+/* Number of addresses in a span, at most UINT64_MAX. */
 uint64_t address_count(const span_t &span) {
     /* The IPv4 bytes are the upper half of the first word. */
     const uint64_t high = big_endian(span.last.bytes.data(), 8) - big_endian(span.first.bytes.data(), 8);
@@ -100,8 +104,8 @@ bool pools_t::overlaps_another_pool(const span_t &span) const {
     for (auto within = start; within != spans.end() && !(span.last < within->first); ++within) {
         if (within->pool_id != span.pool_id) return true;
     }
-    /* What begins before and reaches here is of the pool whose span is the last before: between them there is no other
-     * pool's. */
+    /* A span that begins before this one and reaches into it belongs to the pool of the last span that begins before,
+     * because spans of other pools cannot lie between the two. */
     auto before = std::make_reverse_iterator(start);
     const uint32_t neighbour = before == spans.rend() ? span.pool_id : before->pool_id;
     for (; neighbour != span.pool_id && before != spans.rend() && before->pool_id == neighbour; ++before) {

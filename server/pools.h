@@ -8,7 +8,7 @@
 #include "server/address.h"
 #include "server/table.h"
 
-/** Addresses of a pool; ordered so that those of one pool stand together. */
+/** A range of addresses of a pool. Sorts by pool first. */
 struct span_t {
     uint32_t pool_id;
     address_t first;
@@ -19,7 +19,7 @@ struct span_t {
 
 struct pools_t {
     table_t<uint32_t, fwx_nat64_pool_payload_t> pools; /* by identifier */
-    table_t<span_t, fwx_nat64_pool_range_t> ranges;    /* added to their pool's own, which they may overlap */
+    table_t<span_t, fwx_nat64_pool_range_t> ranges;    /* added to pools; may overlap their own pool */
 
     /** Adds a pool, or modifies the one with this identifier, which keeps its ranges. */
     uint32_t set(const fwx_nat64_pool_payload_t &payload);
@@ -27,8 +27,8 @@ struct pools_t {
     uint32_t remove(const fwx_nat64_delete_payload_t &payload);
     uint32_t range_add(const fwx_nat64_pool_range_t &range);
     uint32_t range_delete(const fwx_nat64_pool_range_del_payload_t &payload);
-    /** With no sessions. Overlaps of a pool and its ranges are counted each time; UINT64_MAX addresses when they are
-     * more. */
+    /** A pool's statistics, with 0 sessions. Addresses in overlaps of the pool and its ranges count repeatedly. The
+     * number of addresses is at most UINT64_MAX. */
     fwx_nat64_stats_pool_entry_t statistics(const fwx_nat64_pool_payload_t &pool) const;
 
 private:
@@ -37,7 +37,7 @@ private:
             return std::tie(a.first, a.last, a.pool_id) < std::tie(b.first, b.last, b.pool_id);
         }
     };
-    std::multiset<span_t, by_address_t> spans; /* of all pools and ranges; only those of one pool overlap */
+    std::multiset<span_t, by_address_t> spans; /* of all pools and ranges; only spans of the same pool overlap */
 
     bool overlaps_another_pool(const span_t &span) const;
     void release(const span_t &span) { spans.erase(spans.find(span)); }

@@ -1,3 +1,4 @@
+/* Adding, deleting and restoring MAP-T rules. */
 #include "server/rules.h"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ uint32_t rules_t::default_remove(const fwx_nat64_mapt_dmr_t &rule) {
     return rule.id != 0 ? defaults.erase(rule.id) : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
-/* The index of a rule that is there already is given too: the client installs the rule whatever the result says. */
+/* Also returns the index of a rule that exists already, because a client installs the rule whatever the result is. */
 uint32_t rules_t::add(const fwx_nat64_mapt_bmr_t &rule, uint32_t *index) {
     const auto [place, is_new] = basic.emplace(key_of(rule), indices.lowest());
     *index = place->second;

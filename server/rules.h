@@ -1,4 +1,4 @@
-/* MAP-T rules: basic ones by Rule ID and Domain ID with an index each, default ones by identifier. */
+/* MAP-T rules: basic rules by Rule ID and Domain ID, each with an index, and default rules by identifier. */
 #ifndef SERVER_RULES_H
 #define SERVER_RULES_H
 
@@ -10,8 +10,8 @@
 #include "records/payload.h"
 #include "server/table.h"
 
-/** Numbers from 1 on that are given out, the lowest free one first. What is free is kept as runs, so a lone high number
- * costs no more than a low one. */
+/** Allocates numbers from 1 on, the lowest free number first. Free numbers are stored as runs, so that taking a high
+ * number costs no more memory than taking a low one. */
 class indices_t {
 public:
     uint32_t lowest() const { return free_.begin()->first; }
@@ -27,7 +27,7 @@ public:
         if (run->first == index) free_.erase(run);
         return true;
     }
-    /** Gives a number back that was taken. */
+    /** Frees a taken number. */
     void release(uint32_t index) {
         const auto above = free_.upper_bound(index);
         const bool meets_above = above != free_.end() && above->first == index + 1;
@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    std::map<uint32_t, uint32_t> free_{{1, UINT32_MAX}}; /* first and last number of each run; no two meet */
+    std::map<uint32_t, uint32_t> free_{{1, UINT32_MAX}}; /* first and last number of each run; runs are not adjacent */
 };
 
 using rule_key_t = std::pair<uint32_t, uint32_t>; /* Rule ID, Domain ID */
@@ -55,13 +55,13 @@ struct rule_key_hash_t {
 
 struct rules_t {
     std::unordered_map<rule_key_t, uint32_t, rule_key_hash_t> basic; /* index of the rule */
-    table_t<uint32_t, kept_rule_t> by_index;                         /* the same rules */
+    table_t<uint32_t, kept_rule_t> by_index;                         /* all basic rules */
     table_t<uint32_t, fwx_nat64_mapt_dmr_t> defaults;
-    bool orders_cleanup = false; /* with the delete of the last basic rule */
+    bool orders_cleanup = false; /* deleting the last basic rule tells the client to empty its table */
 
-    /** Carries a command out and fills the fields of its reply that depend on the outcome. */
+    /** Executes a command, and sets the fields of its reply that depend on the outcome. */
     uint32_t basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_reply_t *reply);
-    /** Adds a basic rule under an index that is free. */
+    /** Adds a basic rule under its index, which must be free. */
     uint32_t basic_restore(const kept_rule_t &rule);
     uint32_t basic_remove(const kept_rule_t &rule);
     uint32_t default_add(const fwx_nat64_mapt_dmr_t &rule);

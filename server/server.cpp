@@ -1,3 +1,8 @@
+/*
+ * The server's public members, and the commit of changes. With a journal, or an engine that needs a commit, the answers
+ * to changes are held until the end of the loop's turn. Commit first lets the engine put the changes into effect, then
+ * makes them durable in the journal, and then releases the answers.
+ */
 #include "server/server.h"
 
 #include <sys/random.h>
@@ -103,7 +108,7 @@ void nat64_server_t::pause_set(bool paused) {
 }
 
 void nat64_server_t::drop_clients() {
-    /* Each drop takes its client off the list. */
+    /* A copy, because each drop removes its client from the list. */
     const std::vector<client_t> clients = state_->clients.open;
     for (const client_t &client : clients) {
         fwx_host_peer_drop(client.peer);

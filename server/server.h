@@ -1,10 +1,9 @@
 /*
- * A server behind a channel name: it checks requests, holds the configuration, and answers by replies and pages. An
- * engine carries the configuration out. This header keeps the server's parts out of sight, since tools and tests
- * include it.
+ * A server under a channel name. It checks requests, holds the configuration, and sends replies. An engine puts the
+ * configuration into effect. This header hides the server's parts, because tools and tests include it.
  *
- * Everything happens on the loop that a server was made with. Members that allocate throw when memory is out; the
- * server drops a client that it cannot serve then.
+ * A server runs on the loop that it was created with. Members that allocate may throw std::bad_alloc. The server drops
+ * a client that it cannot serve because memory is exhausted.
  */
 #ifndef SERVER_SERVER_H
 #define SERVER_SERVER_H
@@ -21,22 +20,22 @@ class engine_t;
 struct configuration_t;
 struct server_state_t;
 
-/** Gets one part of the configuration: an op code and the payload that sets it, which lives during the call. */
+/** Receives one part of the configuration: an op code and the payload that sets it, which is valid during the call. */
 using server_part_fn_t = void (*)(void *arg, uint32_t op_code, const void *payload, size_t size);
 
-/** Keeps the changes of the configuration. The owner of a server supplies it. Both functions are called from the loop;
- * null `changed`: changes are not kept. */
+/** Stores the changes of the configuration. The owner of a server supplies it. Both functions are called from the loop.
+ * There is no journal when `changed` is null. */
 struct server_journal_t {
-    server_part_fn_t changed;      /* gets what, restored behind all that came before, makes the change again */
-    uint32_t (*commit)(void *arg); /* makes all that durable; returns 0 or FWX_NAT64_MODEL_ERR_NOT_SAVED */
+    server_part_fn_t changed;      /* receives a part that repeats the change when restored after all earlier parts */
+    uint32_t (*commit)(void *arg); /* makes these parts durable; returns 0 or FWX_NAT64_MODEL_ERR_NOT_SAVED */
     void *arg;
 };
-/** Hears of each message that was answered with a code other than 0, but for codes of commit. `msg` lives during the
- * call. */
+/** Called for each message that is answered with a code other than 0, except for codes of commit. `msg` is valid during
+ * the call. */
 using server_refusal_fn_t = void (*)(void *arg, const fwx_host_peer_t *peer, const void *msg, size_t size,
                                      uint32_t code);
 
-/** Order in which held replies are sent; a shuffle is the same in each run. */
+/** The order in which held replies are sent. The shuffle is the same in every run. */
 enum class reply_order_t : uint8_t { in_order, reverse, shuffled };
 
 class nat64_server_t {
@@ -47,9 +46,10 @@ public:
     nat64_server_t(const nat64_server_t &) = delete;
     nat64_server_t &operator=(const nat64_server_t &) = delete;
 
-    /** Serves a channel name. False when the name is taken. */
+    /** Registers the server under a channel name. Returns false when that fails, for example because the name is taken.
+     */
     bool serve(const char *name);
-    /** Gives xerr_strerror the texts of the server's codes; serve does it too. */
+    /** Adds the texts of the server's codes to xerr_strerror; serve does this too. */
     static void add_error_texts();
 
     /** Misbehaviour for tests of a client, as in fwx_nat64_model/model.h. */
@@ -63,8 +63,8 @@ public:
     void drop_clients();
     void reply_limit_set(uint32_t bytes);
 
-    /** Sends an unsolicited message to the clients that have asked for them. Each of these returns 0, the messaging
-     * service's code, or FWX_HOST_ERR_CHANNEL_DOWN without such a client. */
+    /** Sends an unsolicited message to the clients that have asked for them. Like the functions below, returns 0, the
+     * messaging service's code, or FWX_HOST_ERR_CHANNEL_DOWN when there is no such client. */
     uint32_t notify(const void *msg, size_t size);
     uint32_t wakeup();
     uint32_t notify_record(bool add, uint32_t word1, uint32_t word2, uint32_t word3);
@@ -72,18 +72,17 @@ public:
     uint32_t notify_mapping(uint32_t id, bool active, uint32_t value);
     uint32_t notify_debug(uint32_t selector, uint32_t on);
 
-    /** Hands the whole configuration over, in an order in which it can be restored. */
+    /** Calls `part` with each part of the configuration, in an order in which the parts can be restored. */
     void save(server_part_fn_t part, void *arg) const;
-    /** Sets one part again. A change that waits for the engine's commit is the caller's to commit there, and the
-     * journal does not get it. Returns 0, FWX_NAT64_MODEL_ERR_MALFORMED for a size that is not the op code's, else as a
-     * command. */
+    /** Restores one part. The journal does not receive it. If the engine needs a commit, the caller must call the
+     * engine's commit itself. Returns 0, FWX_NAT64_MODEL_ERR_MALFORMED when the size does not match the op code, or the
+     * code with which a command would be refused. */
     uint32_t restore(uint32_t op_code, const void *payload, size_t size);
-    /** Keeps every change from now on in a journal. No asynchronous answer to a change, nor any behind it, goes out
-     * before commit has returned; if that fails, the answers to changes say so. */
+    /** Writes every change from now on to a journal. The asynchronous answer to a change, and all later answers, are
+     * sent only after commit. If commit fails, the answers to changes have its code. */
     void journal_set(const server_journal_t &journal);
-    /** To be called after each turn of the loop while there is a journal or an engine that brings changes into force by
-     * commit: commits what the turn has changed, and lets its answers out. What synchronous commands change is not
-     * kept. */
+    /** Commits the changes of a turn and releases their answers. Must be called after each turn of the loop if there is
+     * a journal or the engine needs a commit. Changes by synchronous commands are not written to the journal. */
     void commit();
     void observe_refusals(server_refusal_fn_t fn, void *arg);
 

@@ -1,23 +1,24 @@
-/* The whole state of a server, and what its sources do with it. */
+/* The state of a server, and the functions that the server's sources share. */
 #ifndef SERVER_STATE_H
 #define SERVER_STATE_H
 
 #include "server/engine.h"
 #include "server/pager.h"
 
-/** What has changed since the start, and whether it is in force and kept. */
+/** The changes of the configuration: their number, and those that wait for commit. */
 class changes_t {
 public:
     changes_t(engine_t &carries_out, outbox_t &replies) : engine_(carries_out), outbox_(replies) {}
 
     uint64_t count() const { return count_; }
-    /** Whether `count` and the configuration may still go back to what they were. */
+    /** Whether there are changes that a failing commit would undo. */
     bool are_pending() const { return !pending_.empty(); }
     void journal_set(const server_journal_t &journal) { journal_ = journal; }
-    /** Notes a change that the configuration has accepted. If the engine needs a commit or there is a journal, its
-     * answer, and all after it, wait for commit. */
+    /** Records a change that the configuration has accepted. If the engine needs a commit or there is a journal, the
+     * answer to the change, and all later answers, wait for commit. */
     void note(uint32_t op_code, const void *payload, size_t size);
-    /** Lets the answers out that wait, those of changes with `code` unless it is 0. Returns how many those are. */
+    /** Commits the changes, sets `code` to the result, and releases the answers. If `code` is not 0, the answers to
+     * changes have it as their result; returns the number of these answers. */
     uint64_t commit(uint32_t &code);
 
 private:
@@ -31,7 +32,7 @@ private:
     server_journal_t journal_{};
     uint64_t count_ = 0;
     bool is_uncommitted_ = false;
-    std::vector<change_t> pending_; /* not in force */
+    std::vector<change_t> pending_; /* not in effect yet */
 };
 
 struct server_state_t {
@@ -50,34 +51,35 @@ struct server_state_t {
     changes_t changes;
     const uint64_t boot_id; /* random, not 0 */
 
-    uint32_t armed_failures = 0; /* commands that are still to be answered with `armed_code` */
+    uint32_t armed_failures = 0; /* number of further commands to answer with `armed_code` */
     uint32_t armed_code = 0;
     uint64_t commands = 0;
     uint64_t malformed = 0;
-    uint64_t refused = 0; /* well-formed ones */
+    uint64_t refused = 0; /* well-formed messages only */
     fwx_nat64_stats_system_t causes{};
 
     server_refusal_fn_t refusal_fn = nullptr;
     void *refusal_arg = nullptr;
 };
 
-/** What the messaging service calls; its context is the state. */
+/** The callbacks for the messaging service. Their context is the server_state_t. */
 extern const fwx_host_server_ops_t server_ops;
 
-/** Carries out a configuration command, or what stands for one of a rule, without noting the change. */
+/** Executes a configuration command, or the pseudo command of a rule, without recording the change. */
 uint32_t carry_out(server_state_t &server, uint32_t op_code, const void *payload);
-/** Where refusals with a code are counted. */
+/** The counter of refusals with a code. */
 uint64_t &refusals_for(fwx_nat64_stats_system_t &refusals, uint32_t code);
 
 fwx_nat64_stats_counts_t counts_of(const server_state_t &server);
 fwx_nat64_stats_boot_t boot_of(const server_state_t &server);
 fwx_nat64_stats_sys_entry_t totals_of(const server_state_t &server);
 
-/** Each answers a query, with `code` when it is not 0, at once or by pages. Returns the result of the command. */
+/** Answer a query, at once or in pages. If `code` is not 0, refuse it with that code. Return the result of the command.
+ */
 uint32_t answer_statistics(server_state_t &server, const request_t &request, uint32_t code);
 uint32_t answer_walk(server_state_t &server, const request_t &request, uint32_t code);
 
-/** The filter that a clear command carries. */
+/** The filter in a clear command. */
 session_filter_t filter_of(const fwx_nat64_session_filter_t &record);
 
 #endif

@@ -1,17 +1,21 @@
-/* Answers to the statistics queries. */
+/*
+ * Answers to the statistics queries. A reply to a list query tells how many further replies follow, so the entries are
+ * counted before the first page is sent. A short list is answered at once, a long one by the pager. The query for the
+ * whole configuration is always answered by the pager.
+ */
 #include "fwx_host/inspect.h"
 #include "server/state.h"
 
 namespace {
 
-constexpr uint64_t looks_per_entry = 16; /* what an entry costs beside a session of a walk */
+constexpr uint64_t looks_per_entry = 16; /* an entry's cost, in units of examining one session in a walk */
 constexpr uint64_t looks_at_once = 1024 * looks_per_entry;
 
-/* Types 5 and 8. */
+/* Fills the head of replies of types 5 and 8. */
 void fill(fwx_nat64_stats_intf_reply_t *head, uint32_t count, uint64_t) {
     head->value = count;
 }
-/* Types 6 and 7. */
+/* Fills the head of replies of types 6 and 7. */
 void fill(fwx_nat64_stats_all_reply_t *head, uint32_t count, uint64_t next_key) {
     head->value = next_key;
     head->value2 = count;
@@ -19,8 +23,9 @@ void fill(fwx_nat64_stats_all_reply_t *head, uint32_t count, uint64_t next_key) 
 
 enum class shown_t { all, enough, later };
 
-/** A list of the entries that `make` makes of the keys and values of `table`, each under its key and `base` together.
- * It shows `take` those from a key on: all, as many as it wants, or until the looks are used up. */
+/** Makes a list function over `table`. Called with a key `from`, the function passes `take` each entry from that key
+ * on: its key, which is the table's key plus `base`, and a function that makes the reply's entry by `make`. It stops at
+ * the end (all), when `take` returns false (enough), or when `looks` is used up (later). */
 template <typename value_t, typename make_t>
 auto list_of(const std::map<uint32_t, value_t> &table, make_t make, uint64_t base = 0) {
     return [&table, make, base](uint64_t from, uint64_t &looks, auto take) {
@@ -35,8 +40,8 @@ auto list_of(const std::map<uint32_t, value_t> &table, make_t make, uint64_t bas
     };
 }
 
-/** The answer to a query: `list_t` shows entries, each as a key, from which another query can go on, and a maker. They
- * are counted first, since each reply says how many follow. */
+/** The answer to a list query. `list_t` is a list function as list_of makes it. Another query can continue at an
+ * entry's key. */
 template <typename head_t, typename entry_t, typename list_t>
 class list_answer_t : public paged_t {
 public:
@@ -89,15 +94,15 @@ private:
 
     outbox_t &outbox;
     const list_t list;
-    uint64_t from;             /* key */
-    uint64_t left;             /* entries to go at most */
-    std::vector<entry_t> page; /* what is found of the next one */
+    uint64_t from;             /* key at which to continue */
+    uint64_t left;             /* maximum number of further entries */
+    std::vector<entry_t> page; /* entries found for the next page */
     bool counting = true;
-    uint64_t count_from;  /* key */
-    uint64_t counted = 0; /* of those to come */
+    uint64_t count_from;  /* key at which to continue counting */
+    uint64_t counted = 0; /* number of entries not sent yet */
 };
 
-/** Answers a query: at once with a `code` or where there is little to list, else by pages. */
+/** Answers a list query: at once if `code` refuses it or the list is short, else by the pager. */
 template <typename head_t, typename entry_t, typename list_t>
 uint32_t answer_list(server_state_t &server, const request_t &request, uint32_t code, uint64_t from, uint64_t most,
                      list_t list) {
@@ -117,7 +122,7 @@ uint32_t answer_list(server_state_t &server, const request_t &request, uint32_t 
     return code;
 }
 
-/** Entries of a page of the configuration as bytes. */
+/** The bytes of one page of the configuration. */
 class config_page_t {
 public:
     size_t size() const { return bytes_.size(); }
@@ -127,7 +132,7 @@ public:
         if (op_code == record_kept_default_rule) return add_default_rule(bytes);
         append(FWX_NAT64_MSG_CONFIG, static_cast<uint16_t>(op_code), bytes, size);
     }
-    /** The page, and begins the next one. */
+    /** Returns the page, and starts the next one. */
     std::vector<uint8_t> take(const server_state_t &server) {
         const auto size = static_cast<uint32_t>(sizeof(fwx_nat64_config_page_t) + bytes_.size());
         const fwx_nat64_config_page_t head = {FWX_NAT64_CONFIG_MAGIC, size, std::exchange(entries_, 0), server.boot_id,
@@ -171,14 +176,14 @@ private:
     uint32_t entries_ = 0;
 };
 
-/** The configuration, page by page. */
+/** The answer to a query for the whole configuration. */
 class config_answer_t : public paged_t {
 public:
     config_answer_t(const request_t &of, server_state_t &server)
         : paged_t(of), server_(server), items_(server.config) {}
 
     step_t go_on(uint64_t id, uint64_t &looks) override {
-        if (server_.changes.are_pending()) return step_t::again; /* what is not in force may never be */
+        if (server_.changes.are_pending()) return step_t::again; /* because pending changes may be undone */
         bool is_out_of_looks = false;
         const bool is_last = items_.give([&](uint32_t op_code, const void *payload, size_t size) {
             is_out_of_looks = looks < looks_per_entry;
@@ -253,7 +258,7 @@ uint32_t answer_limits(server_state_t &server, const request_t &request, uint32_
     return answer_list<fwx_nat64_stats_intf_reply_t, entry_t>(server, request, code, 0, query.count, list);
 }
 
-/* Of types 6 and 7. */
+/* Answers queries of types 6 and 7. */
 template <typename entry_t, typename list_t>
 uint32_t answer_query(server_state_t &server, const request_t &request, uint32_t code, list_t list) {
     const auto query = code == 0 ? request.read<fwx_nat64_stats_all_msg_t>() : fwx_nat64_stats_all_msg_t{};

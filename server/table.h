@@ -1,4 +1,4 @@
-/* What the parts of the configuration are made of. */
+/* The table from which the parts of the configuration are built. */
 #ifndef SERVER_TABLE_H
 #define SERVER_TABLE_H
 
@@ -8,17 +8,17 @@
 #include "fwx_nat64/server_result.h"
 #include "fwx_nat64/wire.h"
 
-/** Entries by key, with the refusals that every kind of entry shares. */
+/** Entries by key. The functions return 0, FWX_NAT64_MODEL_ERR_EXISTS or FWX_NAT64_MODEL_ERR_NO_ENTRY. */
 template <typename key_t, typename value_t>
 struct table_t {
     std::map<key_t, value_t> entries;
 
     uint32_t add(const key_t &key, const value_t &value) {
         const size_t before = entries.size();
-        entries.emplace_hint(entries.end(), key, value); /* keys mostly ascend */
+        entries.emplace_hint(entries.end(), key, value); /* because keys mostly ascend */
         return entries.size() != before ? 0 : FWX_NAT64_MODEL_ERR_EXISTS;
     }
-    /** Adds, or replaces what is there. */
+    /** Adds an entry, or replaces the one with this key. */
     uint32_t set(const key_t &key, const value_t &value) {
         entries[key] = value;
         return 0;

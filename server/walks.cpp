@@ -1,4 +1,4 @@
-/* Session walks, and the filters of sessions. */
+/* Answers session walks, page by page, and reads the session filters of walks and clear commands. */
 #include <algorithm>
 
 #include "server/state.h"
@@ -9,7 +9,7 @@ uint32_t host_order(const uint8_t *at) {
     return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
 }
 
-/* The part of a filter that stands in bytes which the library passes on. */
+/* The part of a filter that is in the bytes which the library passes unread. */
 fwx_nat64_session_where_t where_of(const uint8_t *opaque) {
     fwx_nat64_session_where_t where;
     std::memcpy(&where, opaque, sizeof where);
@@ -89,11 +89,11 @@ private:
     outbox_t &outbox;
     const bool is_full;
     const session_filter_t filter;
-    const uint32_t count; /* sessions a page, as asked for */
+    const uint32_t count; /* requested number of sessions in a page */
     const bool limited;
-    uint32_t left;             /* sessions to go when it is limited */
-    uint64_t from;             /* identifier */
-    std::vector<uint8_t> page; /* what is found of the next one */
+    uint32_t left;             /* maximum number of further sessions, if limited */
+    uint64_t from;             /* identifier at which to continue */
+    std::vector<uint8_t> page; /* sessions found for the next page */
     uint32_t count_in_page = 0;
 };
 
