@@ -20,7 +20,8 @@ protected:
         return is_written;
     }
 
-    /** The oldest record as its tag, a colon and its bytes; "none", "broken" or "gone" (taken back meanwhile). */
+    /** Reads the oldest record. Returns its tag, a colon and its bytes; or "none", "broken", or "gone" if it was
+     * withdrawn meanwhile. */
     std::string read() {
         reader_.refresh();
         if (reader_.is_broken()) return "broken";
@@ -118,7 +119,8 @@ TEST_F(shm_ring_test_t, neither_side_sees_what_the_other_has_not_published_and_w
     EXPECT_EQ(read(), "broken");
 }
 
-/* One of the indices is 16 behind three records of 16 bytes, of which the first was read. */
+/* A ring with three records of 16 bytes, of which the first was read. The tests overwrite an index with the parameter.
+ */
 class broken_index_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {
 protected:
     void SetUp() override {
@@ -138,7 +140,7 @@ TEST_P(broken_written_t, a_writer_that_goes_back_or_too_far_or_by_parts_breaks_t
     EXPECT_EQ(read(), "broken");
     EXPECT_FALSE(reader_.has_record());
     ring_.written = 48;
-    EXPECT_EQ(read(), "broken"); /* for good */
+    EXPECT_EQ(read(), "broken"); /* and stays so */
 }
 
 using broken_read_t = broken_index_t;
@@ -153,7 +155,7 @@ TEST_P(broken_read_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_the_
     EXPECT_EQ(read(), "broken") << "its own index was changed";
     ring_.read = 48;
     writer_.refresh();
-    EXPECT_TRUE(writer_.is_broken()); /* for good */
+    EXPECT_TRUE(writer_.is_broken()); /* and stays so */
 }
 
 class broken_length_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {};
