@@ -1,4 +1,4 @@
-/* Arguments that no operation of the platform can do anything with: a code, or null, and no effect. */
+/* Invalid arguments to the platform's operations. Each operation returns a code or null, and has no effect. */
 #include "host_fixture.h"
 #include "platform/cgm.h"
 #include "platform/runtime.h"
@@ -13,7 +13,7 @@ using codes_t = std::vector<uint32_t>;
 
 constexpr uint8_t key[9] = {};
 
-/** The code of a tree operation, which goes behind its arguments. */
+/** Calls a tree operation and returns the code that it writes through its last argument, which may also be null. */
 template <typename operation_t, typename... args_t>
 uint32_t code_of(operation_t operation, args_t... args) {
     uint32_t code = 0;

@@ -1,4 +1,4 @@
-/* How channels begin and end: opening, closing, from callbacks too, dropped peers, servers and loops that go away. */
+/* Opening and ending channels: closing, also from callbacks, dropped peers, and servers that are unregistered. */
 #include "channel_fixture.h"
 
 namespace {
@@ -73,7 +73,7 @@ TEST_F(channel_end_t, any_callback_may_close_the_channel_and_run_the_loop) {
     };
     for (const auto &tried : cases) {
         *tried.callback = [&] {
-            if (send("c") != 0) return; /* closed before */
+            if (send("c") != 0) return; /* the channel is closed already */
             EXPECT_EQ(smc_msg_chan_close(&chan_), 0u);
             EXPECT_EQ(reply("lost"), FWX_HOST_ERR_CHANNEL_DOWN);
             log_.emplace_back("closed");

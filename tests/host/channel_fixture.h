@@ -1,4 +1,5 @@
-/* One server and one channel to it, over either link; everything that any of them sees is written to one log. */
+/* A fixture with a server and a channel to it, over either kind of link. All callbacks of both write to one log, so
+ * that a test can check the order of events. */
 #ifndef TESTS_HOST_CHANNEL_FIXTURE_H
 #define TESTS_HOST_CHANNEL_FIXTURE_H
 
@@ -18,8 +19,8 @@
 
 using log_lines_t = std::vector<std::string>;
 
-/** Between processes the server and the client see each other as two processes do, but both are in this one; each is on
- * a loop of its own. */
+/** With between_processes, server and client communicate as two processes do, but both are in this process, each on its
+ * own loop. */
 enum class link_kind_t : uint8_t { within_a_process, between_processes };
 
 class channel_fixture_t : public host_fixture_t {
@@ -79,7 +80,7 @@ protected:
 
     std::ptrdiff_t count(const std::string &line) const { return std::count(log_.begin(), log_.end(), line); }
 
-    /** The log so far, its lines behind commas. */
+    /** Returns the log's lines, separated by commas, and clears the log. */
     std::string take_log() {
         std::string lines;
         for (const std::string &line : std::exchange(log_, {})) {
@@ -105,13 +106,13 @@ protected:
         server_ = nullptr;
     }
 
-    /** A message: the key, then the text. */
+    /** A message: the handler's key, then the text. */
     static std::string framed(const std::string &text) { return std::string("\x03\xc0\x60\x00", 4) + text; }
     static std::string text_of(const void *msg, size_t size) {
         return size < 4 ? "?" : std::string(static_cast<const char *>(msg) + 4, size - 4);
     }
 
-    /** A buffer one byte longer than what it carries, so that its completion finds a first byte of text. */
+    /** A transmit buffer one byte longer than its content, so that on_done can read the first byte of an empty text. */
     static void *buffer_with(const std::string &bytes) {
         void *msg = nullptr;
         EXPECT_EQ(smc_msg_tx_buffer_alloc(bytes.size() + 1, &msg), 0u);
@@ -119,7 +120,7 @@ protected:
         return msg;
     }
 
-    /** Sends a text; the completion logs it and frees its buffer. A refused buffer is freed at once. */
+    /** Sends a text. The completion writes to the log and frees the buffer. A refused buffer is freed at once. */
     uint32_t send(const std::string &text) {
         const std::string bytes = framed(text);
         void *msg = buffer_with(bytes);
@@ -128,7 +129,7 @@ protected:
         return code;
     }
 
-    /** Asks with a text; the log gets the answer. */
+    /** Sends a text as a synchronous message, and writes the answer to the log. */
     uint32_t ask(const std::string &text, size_t reply_size = 64) {
         const std::string bytes = framed(text);
         void *msg = buffer_with(bytes);
@@ -188,8 +189,8 @@ protected:
     fwx_host_peer_t *peer_ = nullptr;
     smc_chan_t chan_ = 0;
     char rx_[64] = {};
-    std::string answer_ = "yes"; /* what follows the result; empty: there is none */
-    std::string whole_answer_;   /* instead of a sound one, if not empty */
+    std::string answer_ = "yes"; /* the answer's text behind the result; empty: no answer */
+    std::string whole_answer_;   /* if not empty, the bytes of a bad answer to send instead */
     log_lines_t log_;
     std::function<void()> during_take_, during_done_, during_receive_, during_error_;
 
@@ -198,7 +199,7 @@ private:
     std::optional<runtime_directory_t> directory_;
 };
 
-/** What is to be the same over both links; for INSTANTIATE_TEST_SUITE_P with both_links and link_name. */
+/** For tests that run over both kinds of links. Use INSTANTIATE_TEST_SUITE_P with both_links and link_name. */
 class any_link_t : public channel_fixture_t, public testing::WithParamInterface<link_kind_t> {
 protected:
     any_link_t() : channel_fixture_t(GetParam()) {}

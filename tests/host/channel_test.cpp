@@ -1,4 +1,4 @@
-/* Messages through a channel that is up: buffers, order, flow control, delivery, synchronous messages, the tap. */
+/* Messages through an open channel: buffers, order, flow control, delivery, synchronous messages, fairness. */
 #include <algorithm>
 #include <utility>
 
@@ -66,7 +66,7 @@ TEST_P(channel_over_t, each_of_several_handlers_gets_its_own_messages) {
 
 TEST_P(channel_over_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
     void *msg = buffer_with(framed("a"));
-    EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 7, on_done), FWX_HOST_ERR_BAD_BUFFER); /* longer than it is */
+    EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 7, on_done), FWX_HOST_ERR_BAD_BUFFER); /* more than its size */
     EXPECT_EQ(smc_async_msg_sends(chan_, nullptr, msg, 4, on_done), FWX_HOST_ERR_BAD_BUFFER);
     ASSERT_EQ(smc_async_msg_sends(chan_, msg, msg, 5, on_done), 0u);
     smc_msg_tx_buffer_free(msg);
@@ -95,7 +95,7 @@ TEST_P(channel_over_t, flow_control_reports_each_edge_once_and_from_the_loop) {
     EXPECT_TRUE(log_.empty());
     run();
     EXPECT_EQ(take_log(), "throttle on");
-    during_take_ = [this] { fwx_host_server_pause(server_, 1); }; /* one a turn */
+    during_take_ = [this] { fwx_host_server_pause(server_, 1); }; /* so the server takes one message a turn */
     const auto take_one = [this] {
         fwx_host_server_pause(server_, 0);
         run();
@@ -129,12 +129,12 @@ TEST_P(channel_over_t, four_times_the_high_mark_is_all_that_it_holds) {
     run();
 }
 
-/* What the buffer callback does, and what becomes of a message that is too long for the buffer. */
+/* The buffer callback's behaviour, and whether a message that is too long for the old buffer is then delivered. */
 struct rx_case_t {
     const char *what;
     bool has_buffer;
     uint32_t returned;
-    size_t given; /* bytes of the buffer that it gives, 0: none */
+    size_t given; /* size of the buffer that the callback sets; 0: none */
     bool is_delivered;
 };
 constexpr rx_case_t rx_cases[] = {{"a larger one", true, 1, 104, true},
@@ -264,7 +264,7 @@ TEST_P(channel_over_t, messages_without_end_do_not_starve_descriptors) {
     struct seen_t {
         const log_lines_t &log;
         const int fd;
-        size_t lines = 0; /* of the log when the descriptor was seen */
+        size_t lines = 0; /* length of the log when the descriptor's callback ran */
     } seen{log_, ends[0]};
     const auto look = [](void *arg) {
         auto &at = *static_cast<seen_t *>(arg);

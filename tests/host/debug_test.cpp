@@ -30,7 +30,7 @@ TEST_F(debug_t, standard_error_that_nobody_reads_holds_nobody_up_and_hears_later
     ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
     fwx_host_clock_turn(5000);
     alarm(60);                          /* ends a test that hangs */
-    for (const int width : {10, 200}) { /* too many, then too long for the pipe */
+    for (const int width : {10, 200}) { /* first the limit of lines is reached, then the pipe is full */
         for (int i = 0; i < 1500; ++i) {
             fwx_buginf_error("\n%*d", width, i);
         }

@@ -1,4 +1,7 @@
-/* What every operation that needs memory does when there is none: it says so, and nothing of it stays. */
+/*
+ * Exhausted memory. A child process takes all memory and calls every operation that allocates. Each must return an
+ * error and leave nothing behind. After the memory is freed, the operations must work again.
+ */
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -13,7 +16,7 @@
 #include "tests/support/checked_tree.h"
 #include "tests/support/zero_server.h"
 
-#ifndef ADDRESS_SANITIZER /* a sanitizer's own memory would end as well */
+#ifndef ADDRESS_SANITIZER /* the sanitizer itself would run out of memory */
 namespace {
 
 constexpr char long_name[] = "a name that is longer than what a string holds without memory";
@@ -21,9 +24,9 @@ constexpr uint32_t no_memory = 12;
 constexpr uint32_t module = 0x1c000000;
 constexpr cgm_client_reg_t cgm_client = {[](uint32_t, void **, uint32_t, uint32_t, void *, void *) { return 0U; }, 7,
                                          0};
-const std::vector<uint32_t> strides(2, 6); /* made while there is memory */
+const std::vector<uint32_t> strides(2, 6); /* allocated before memory is exhausted */
 
-/** All that malloc still has, of every size. */
+/** Takes all the memory that malloc can still give, in blocks of every size. */
 class hoard_t {
 public:
     void take_all() {
@@ -84,7 +87,7 @@ protected:
         return code;
     }
 
-    /** Calls everything that takes memory; null, or what did not do as it should. */
+    /** Calls every operation that allocates. Returns null, or the name of the first that did not fail as expected. */
     const char *call_all() {
         void *made = nullptr;
         fwx_list_t *list = nullptr;
@@ -146,7 +149,7 @@ protected:
         close(pipe_[1]);
     }
 
-    /** The exit status: 0 when everything was refused, and works again once there is memory. */
+    /** Returns the exit status: 0 when all operations failed, and worked again once there was memory. */
     int exhaust() {
         hoard_t hoard;
         hoard.take_all();
@@ -172,7 +175,8 @@ protected:
 };
 
 TEST_F(exhausted_memory_t, every_operation_says_so_throws_nothing_and_works_once_there_is_some) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); /* a process of its own, without what earlier tests gave back */
+    GTEST_FLAG_SET(death_test_style,
+                   "threadsafe"); /* a new process, whose malloc has no memory freed by earlier tests */
     EXPECT_EXIT(std::_Exit(exhaust()), testing::ExitedWithCode(0), "");
     clean_up();
 }

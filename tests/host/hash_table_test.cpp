@@ -31,7 +31,8 @@ TEST_F(hash_table_t, random_operations_agree_with_a_map) {
     std::unordered_map<uint64_t, void *> model;
     std::mt19937_64 random(7);
     for (int i = 0; i < 200000; ++i) {
-        const uint64_t key = random() % 5000 << (random() % 2 * 32); /* keys that differ in high or in low bits only */
+        const uint64_t key = random() % 5000
+                             << (random() % 2 * 32); /* keys that differ only in high bits, or only in low bits */
         void *element = element_of(random() % 1000);
         if (random() % 3 != 0) {
             const bool is_new = model.emplace(key, element).second;

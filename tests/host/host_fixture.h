@@ -1,4 +1,4 @@
-/* A fixture that fails a test which leaves something live, and that puts the platform's switches back. */
+/* A fixture that fails a test when platform objects are left over, and that resets faults and the clock. */
 #ifndef TESTS_HOST_HOST_FIXTURE_H
 #define TESTS_HOST_HOST_FIXTURE_H
 
@@ -23,7 +23,7 @@ protected:
         return now;
     }
 
-    /** Errors counted since the test began. */
+    /** The errors counted since the test began. */
     fwx_host_errors_t errors() const { return watch_.errors(); }
 
     platform_watch_t watch_;

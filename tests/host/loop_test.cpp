@@ -25,7 +25,7 @@ protected:
         host_fixture_t::TearDown();
     }
 
-    /** A callback argument that notes its letter when it is called. */
+    /** Argument of a callback that appends a letter to the log. */
     struct note_t {
         std::string *log;
         char letter;
@@ -40,7 +40,8 @@ protected:
         test->log_ += '+';
         if (test->log_.size() < 5) fwx_host_timer_add(test->loop_, 0, write_and_add_again, test);
     }
-    /** Both watched pipes are readable; whichever was not called yet is another pipe from here on. */
+    /** The callback of two readable pipes. Replaces both by another pipe under the same descriptor numbers, so that the
+     * second event of the pass is stale. */
     static void write_and_replace_neighbour(void *arg) {
         auto *test = static_cast<loop_t *>(arg);
         test->log_ += '-';
@@ -85,7 +86,7 @@ TEST_F(loop_t, timers_run_when_due_in_order_of_due_time_and_then_of_adding) {
     fwx_host_clock_run();
     fwx_host_timer_add(loop_, 1, note_t::write, &a_);
     alarm(60);                                       /* ends a test that hangs */
-    while (fwx_host_loop_run_once(loop_, -1) == 0) { /* waits for the timer by itself */
+    while (fwx_host_loop_run_once(loop_, -1) == 0) { /* must wait until the timer is due */
     }
     alarm(0);
     EXPECT_EQ(log_, "abca");
@@ -131,7 +132,7 @@ TEST_F(loop_t, a_descriptor_number_that_is_used_again_within_a_pass_gets_no_even
     close(fresh_[1]);
 }
 
-/** Whether a program that polls the descriptor now would wake. */
+/** Whether the loop's descriptor is readable now. */
 bool is_readable(fwx_host_loop_t *loop) {
     pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
     return poll(&watched, 1, 0) == 1;

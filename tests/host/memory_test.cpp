@@ -9,7 +9,7 @@ namespace {
 
 using memory_t = host_fixture_t;
 
-#ifndef ADDRESS_SANITIZER /* which ends the program there */
+#ifndef ADDRESS_SANITIZER /* it aborts at the second free */
 TEST_F(memory_t, a_small_block_is_zeroed_again_and_freed_once) {
     void *kept = fwx_calloc_named(1, 1, 24);
     void *block = fwx_calloc_named(1, 1, 24);

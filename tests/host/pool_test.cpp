@@ -21,7 +21,7 @@ protected:
     }
 
     void TearDown() override {
-        watch_.expect_destroyed_in_use(live().pool_elements); /* a pool goes with whatever is out */
+        watch_.expect_destroyed_in_use(live().pool_elements); /* destroying the pool frees them */
         chunk_destroy(pool_);
         host_fixture_t::TearDown();
     }
@@ -57,7 +57,7 @@ TEST_F(pool_t, refuses_a_free_element_and_what_is_of_another_pool_and_ends_with_
     EXPECT_NE(chunk_malloc(other), nullptr);
     EXPECT_EQ(live().pool_elements, 3u);
     EXPECT_EQ(live().pools, 2u);
-    chunk_destroy(other); /* of the other kind, with an element that is out */
+    chunk_destroy(other); /* the wrong function for this pool, which has an element in use */
     EXPECT_EQ(errors().bad_frees, 3u);
     EXPECT_EQ(live().pool_elements, 2u);
     EXPECT_EQ(live().pools, 1u);
@@ -72,11 +72,11 @@ TEST_F(pool_t, owns_exactly_the_elements_that_are_out_and_reads_nothing_else) {
     for (int i = 0; i < 50; ++i) {
         elements.push_back(static_cast<char *>(chunk_malloc(pool_)));
         EXPECT_EQ(reinterpret_cast<uintptr_t>(elements.back()) % 16, 0u);
-        memset(elements.back(), 0x5a, element_size); /* an overlap would destroy a neighbour's bookkeeping */
+        memset(elements.back(), 0x5a, element_size); /* an overlap would damage a neighbour's header */
     }
     EXPECT_EQ(std::set<char *>(elements.begin(), elements.end()).size(), 50u);
     char *foreign = static_cast<char *>(chunk_malloc(other));
-    char *next = elements.back() + (elements[1] - elements[0]); /* in the same slab of four, never handed out */
+    char *next = elements.back() + (elements[1] - elements[0]); /* not allocated yet */
     void *unmapped = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     for (char *element : elements) {
         EXPECT_EQ(fwx_chunk_owns(pool_, element), 1u);

@@ -1,4 +1,4 @@
-/* Channels between processes, both ends of which are in this one. */
+/* Channels over shared memory, with both ends in this process: waking, rings and backlog, limits, forked children. */
 #include <poll.h>
 
 #include "channel_fixture.h"
@@ -56,7 +56,7 @@ TEST_F(shm_channel_t, a_program_that_polls_the_descriptor_sleeps_over_nothing_se
 TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_in_order) {
     static char rx[64 << 10];
     ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx, sizeof(rx), nullptr), 0u);
-    const std::string filler(43672, '.'); /* after six of them a block of the queue is a word too short for one more */
+    const std::string filler(43672, '.'); /* a block of the backlog with six of them lacks one word for a seventh */
     log_lines_t taken;
     log_lines_t received;
     during_take_ = [&] { taken.push_back(log_.back().substr(5, 4)); };
@@ -67,15 +67,15 @@ TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_
         ASSERT_EQ(send(expected.back() + filler), 0u);
         ASSERT_EQ(reply(expected.back() + filler), 0u);
     }
-    expected.emplace_back("last"); /* for which there is room in the ring */
+    expected.emplace_back("last"); /* short enough to fit into the ring, but must not overtake */
     ASSERT_EQ(send("last"), 0u);
     ASSERT_EQ(reply("last"), 0u);
     run_server();
-    EXPECT_LT(taken.size(), 25u); /* the ring's, nothing more */
+    EXPECT_LT(taken.size(), 25u); /* only those that fit into the ring */
     run();
     EXPECT_EQ(taken, expected);
     EXPECT_EQ(received, expected);
-    const std::string longer(largest + 1 - 4, 'x'); /* than a ring takes */
+    const std::string longer(largest + 1 - 4, 'x'); /* one byte too long for a ring */
     EXPECT_EQ(send(longer), FWX_HOST_ERR_TOO_LONG);
     EXPECT_EQ(ask(longer), FWX_HOST_ERR_TOO_LONG);
     EXPECT_EQ(reply(longer), FWX_HOST_ERR_TOO_LONG);

@@ -1,4 +1,8 @@
-/* What clients may hand to a server when they come, and what becomes of those that hand over anything else. */
+/*
+ * The handshake of clients in other processes. The tests send raw offers to a listening server: invalid ones, too many,
+ * late ones, or while descriptors are exhausted. The server must turn such clients away, leak no descriptors, and keep
+ * serving an honest client.
+ */
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sched.h>
@@ -32,14 +36,14 @@ handles_t sound_handles_and(int fd) {
     return handles;
 }
 
-/** Memory of a size that `seals` keep. */
+/** Handles whose segment is memory of this size, with these seals. */
 handles_t handles_with_memory(off_t size, int seals) {
     const int fd = memfd_create("segment", MFD_ALLOW_SEALING);
     EXPECT_EQ(ftruncate(fd, size) + fcntl(fd, F_ADD_SEALS, seals), 0);
     return sound_handles_with(0, fd);
 }
 
-/** What keeps who closes it waiting for an hour, unless it is told not to. */
+/** A TCP socket with unsent data and SO_LINGER, so that closing it blocks for an hour. */
 int lingering_socket() {
     const descriptor_t listener(socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in address{};
@@ -74,7 +78,7 @@ protected:
         char byte = 0;
         return recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0 || errno == ECONNRESET;
     }
-    /** The client that is there already is served as ever. */
+    /** Checks that the fixture's own client is still served. */
     void expect_service() {
         log_.clear();
         ASSERT_EQ(send("a"), 0u);
@@ -123,9 +127,10 @@ TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_o
         }
         EXPECT_EQ(peers().refused, refused + 1);
         expect_service();
-        const size_t of_the_case = strcmp(tried.what, "one that is slow to close") == 0 ? 1 : 0; /* who does not read */
+        const size_t of_the_case =
+            strcmp(tried.what, "one that is slow to close") == 0 ? 1 : 0; /* the static `silent` */
         while (open_descriptors() > before + of_the_case) {
-            sched_yield(); /* closed by a thread */
+            sched_yield(); /* the closer thread closes them */
         }
     }
     EXPECT_EQ(peers().clients, 1u);
@@ -199,7 +204,7 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
     const rlimit raised = {std::min<rlim_t>(4096, limit.rlim_max), limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
     {
-        const handles_t handles = sound_handles(); /* one segment does for all of them */
+        const handles_t handles = sound_handles(); /* all clients share one segment, which saves memory */
         std::vector<descriptor_t> clients;
         for (int i = 1; i < 256; ++i) {
             clients.push_back(visit());
@@ -250,7 +255,7 @@ TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_a
     for (descriptor_t &visitor : visitors) {
         visitor = visit();
     }
-    smc_chan_t chan = 0; /* the sanitizer looks at a class that it meets with a descriptor: it meets them here */
+    smc_chan_t chan = 0; /* the sanitizer needs a descriptor for its first check of a class, so use the classes now */
     EXPECT_EQ(smc_msg_chan_open("nobody's", event(), 0, on_error, &chan), FWX_HOST_ERR_NO_SERVER);
     const rlimit none = {3, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);

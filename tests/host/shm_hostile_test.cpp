@@ -1,4 +1,4 @@
-/* A server in another process's place that writes over what it shares with its clients. */
+/* A hostile server, which overwrites the memory that it shares with its client. The test acts as the server. */
 #include "channel_fixture.h"
 #include "host/messaging/shm/bell.h"
 #include "host/messaging/shm/segment.h"
@@ -21,7 +21,7 @@ protected:
         channel_fixture_t::TearDown();
     }
 
-    /** The server's end of the channel is held by raw hands. */
+    /** Opens the channel and accepts its offer without a server, so that the test can write to the segment. */
     void open_raw() {
         open();
         ASSERT_EQ(user_socket_accept(entrance_.socket, &socket_), 0u);
@@ -37,7 +37,7 @@ protected:
 };
 
 TEST_F(shm_hostile_t, a_message_is_as_long_as_when_it_was_seen_and_dropped_if_its_key_has_changed) {
-    static std::function<void()> during_look; /* between the look at a message and its taking */
+    static std::function<void()> during_look; /* called between the client's front() and copy_to() of a message */
     static char rx[64];
     open_raw();
     shm_writer_t writer(segment_->to_client, segment_->to_client_bytes, shm_ring_bytes);
@@ -66,7 +66,7 @@ TEST_F(shm_hostile_t, an_index_that_cannot_be_is_a_channel_error_and_a_counted_d
     const struct {
         shm_ring_t shm_segment_t::*ring;
         std::atomic<uint32_t> shm_ring_t::*index;
-        bool is_of_a_question; /* else it is seen by the loop */
+        bool is_of_a_question; /* detected by a synchronous message; else by the loop */
     } indices[] = {{&shm_segment_t::to_client, &shm_ring_t::written, false},
                    {&shm_segment_t::to_server, &shm_ring_t::read, false},
                    {&shm_segment_t::to_server, &shm_ring_t::read, true},

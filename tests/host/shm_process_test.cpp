@@ -1,12 +1,12 @@
-/* A client and a server that are two processes: synchronous messages, bells, and a server that dies or stands still. */
+/* A client and a server in two processes: synchronous messages, bells, and a server that dies or is stopped. */
 #include "channel_fixture.h"
 #include "tests/support/child.h"
 
 namespace {
 
-constexpr size_t result_bytes = 20; /* before the text of an answer */
+constexpr size_t result_bytes = 20; /* header and result, before the text of an answer */
 
-/* The server, in its own process. A message is a key and an order; what there is to answer is the order itself. */
+/* The server process. A message is a key and an order. The server executes the order and sends the message back. */
 uint64_t received_count;
 
 void carry_out(const void *msg, size_t size) {
@@ -46,7 +46,7 @@ class shm_process_t : public channel_fixture_t {
 protected:
     shm_process_t() : channel_fixture_t(link_kind_t::between_processes) {}
 
-    /** The channel is to the child. */
+    /** Opens a channel to a server in a child process. */
     void SetUp() override {
         channel_fixture_t::SetUp();
         end_channel();
@@ -66,7 +66,7 @@ protected:
         channel_fixture_t::TearDown();
     }
 
-    /** Runs the loop, which waits when there is nothing to do, until the log has so many lines. */
+    /** Runs the loop, which may block, until the log has this many lines. */
     void run_until(size_t lines) {
         while (log_.size() < lines) {
             fwx_host_loop_run_once(client_loop_, -1);
@@ -119,13 +119,13 @@ TEST_F(shm_process_t, a_server_that_dies_during_a_synchronous_message_is_a_chann
 }
 
 TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take_in_a_whole_turn) {
-    child_.stop(); /* its turns begin when all is there */
+    child_.stop(); /* so that its first turn begins when all messages are sent */
     for (int i = 0; i < 65; ++i) {
         ASSERT_EQ(send("x"), 0u);
     }
     ASSERT_EQ(send("die"), 0u);
     for (int i = 0; i < 3000; ++i) {
-        ASSERT_EQ(send("y" + std::string(1000, '.')), 0u); /* in the ring and behind it */
+        ASSERT_EQ(send("y" + std::string(1000, '.')), 0u); /* more than the ring holds */
     }
     child_.signal(SIGCONT);
     run_until(64 + 64 + 3002 + 1);

@@ -1,4 +1,4 @@
-/* Finding a server: names, stale sockets, the directory, and whose processes they are. */
+/* Listening and connecting under a name: valid names, stale sockets, checks of the directory and of the user. */
 #include "host/messaging/shm/socket.h"
 
 #include <fcntl.h>
@@ -50,7 +50,7 @@ TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_
     ASSERT_EQ(listen("server"), 0u);
     user_entrance_t second;
     EXPECT_EQ(shm_listen("server", &second), FWX_HOST_ERR_NAME_TAKEN);
-    EXPECT_EQ(shm_connect("server", &connected_), 0u); /* the live one is still to be had */
+    EXPECT_EQ(shm_connect("server", &connected_), 0u); /* the live server is still reachable */
     entrance_.socket = descriptor_t();
     EXPECT_TRUE(has_socket("server"));
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
@@ -128,7 +128,7 @@ TEST_F(shm_socket_t, the_directory_that_the_environment_names_comes_first_and_an
     user_socket_unlisten(entrance_);
 }
 
-/** Has a process of another user do something; 0 when that went well. */
+/** Calls `fn` in a child process of another user. Returns 0 when it returned true. */
 template <typename fn_t>
 int as_another_user(fn_t fn) {
     const pid_t child = fork();

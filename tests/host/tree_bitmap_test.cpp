@@ -11,7 +11,7 @@ const std::vector<uint32_t> rule_strides = {6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 0};
 class tree_bitmap_t : public host_fixture_t {
 protected:
     static tbm_t *make(uint32_t mask) { return make_tree(rule_strides, 66, mask, nullptr); }
-    /** Inserts the one leaf of the test, of eight bits. */
+    /** Inserts the test's only leaf, whose key has eight bits. */
     tbm_leaf_t *insert(tbm_t *tree) {
         memory_.resize(tbm_get_leaf_size(tree, nullptr) + leaf_data_bytes);
         EXPECT_EQ(memory_.size() % 16, 0u);
@@ -52,10 +52,10 @@ TEST_F(tree_bitmap_t, an_empty_tree_goes_when_its_complex_gets_another) {
 
 TEST_F(tree_bitmap_t, leaves_that_come_and_go_do_not_grow_the_tree) {
     checked_tree_t tree(rule_strides, 66);
-    ASSERT_TRUE(tree.insert("0", 0)); /* for an empty tree has nothing */
+    ASSERT_TRUE(tree.insert("0", 0)); /* because an empty tree frees its memory */
     uint64_t grown_to = 0;
     for (int round = 0; round < 5; ++round) {
-        for (uint64_t i = 0; i < 4000; ++i) { /* half of them come, the same half goes */
+        for (uint64_t i = 0; i < 4000; ++i) { /* inserts 2000 keys, then removes the same keys */
             const bits_t key = "1" + std::bitset<16>(i % 2000 * 7919).to_string();
             ASSERT_TRUE(i < 2000 ? tree.insert(key, 0) : tree.remove(key));
             if (i == 1999 && round == 0) grown_to = tree.bytes();
@@ -64,12 +64,12 @@ TEST_F(tree_bitmap_t, leaves_that_come_and_go_do_not_grow_the_tree) {
     }
 }
 
-/* Bits of each level, and of a key. */
+/* The stride of each level in bits, and the key length in bits. */
 using shape_t = std::pair<std::vector<uint32_t>, uint32_t>;
 
 class tree_bitmap_shape_t : public host_fixture_t, public testing::WithParamInterface<shape_t> {
 protected:
-    /** Mostly a relative of the last key, so that keys share long prefixes, end at one another and meet again. */
+    /** Derives a key from the last one, so that keys share long prefixes, are prefixes of each other and repeat. */
     bits_t next_key() {
         const uint32_t longest = GetParam().second;
         const size_t at = random_() % (longest + 1);

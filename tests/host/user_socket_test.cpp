@@ -1,4 +1,4 @@
-/* Sockets of services beside those of servers: their names, the directory's checks, and what clients can do. */
+/* Sockets of services: their names, checks of the directory, full queues and exhausted descriptors. */
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
