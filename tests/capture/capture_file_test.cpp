@@ -1,4 +1,4 @@
-/* The bytes of capture files, and what happens when one cannot be written. */
+/* The bytes of capture files, and the errors when a file cannot be opened or written. */
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -39,7 +39,7 @@ protected:
 };
 
 constexpr size_t file_header_size = 24;
-constexpr size_t time_size = 8; /* of a packet: seconds and nanoseconds, 4 bytes each */
+constexpr size_t time_size = 8; /* a packet's time: seconds and nanoseconds, 4 bytes each */
 
 uint32_t number_at(const std::string &bytes, size_t at) {
     uint32_t number = 0;
@@ -47,7 +47,7 @@ uint32_t number_at(const std::string &bytes, size_t at) {
     return number;
 }
 
-/* Checks the time of the packet at `at` and takes it out of the bytes. */
+/* Checks the time of the packet at `at` and removes it from the bytes, so that the rest can be compared to literals. */
 void take_time(std::string &bytes, size_t at, time_t not_before) {
     EXPECT_GE(number_at(bytes, at), not_before);
     EXPECT_LE(number_at(bytes, at), time(nullptr));
@@ -70,7 +70,7 @@ TEST_F(capture_file_test, has_every_message_as_a_packet_in_both_directions_and_f
     EXPECT_EQ(ask("?"), 0U);
     EXPECT_EQ(reply(""), 0U);
     run();
-    std::string bytes = content(); /* all packets are there before the capture is closed */
+    std::string bytes = content(); /* before closing, because packets are not buffered */
     EXPECT_EQ(fwx_host_capture_close(), 0U);
     EXPECT_EQ(send("later"), 0U);
     run();

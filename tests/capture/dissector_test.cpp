@@ -1,4 +1,8 @@
-/* What tshark makes of captures with the dissector: those of natctl on the examples, and one of every message. */
+/*
+ * The Wireshark dissector, run by tshark on captures: of natctl running the examples, and of one message of each kind.
+ * The tests check that each byte belongs to a named field, and that malformed messages are marked. Skipped without
+ * tshark.
+ */
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +24,7 @@ struct item_t {
 
 struct packet_t {
     std::vector<item_t> items;
-    std::vector<bool> shown; /* by byte, whether an item of a named field stands for it */
+    std::vector<bool> shown; /* for each byte of the packet, whether a named field covers it */
 
     bool has(const std::string &text) const {
         for (const item_t &item : items) {
@@ -188,7 +192,7 @@ TEST_F(dissector_test, finds_values_in_any_message_and_says_them_in_the_informat
               std::string::npos);
 }
 
-/* Every message at its least length, with one entry if it has entries; all else 0. */
+/* Every message at its minimum length, with one entry if it has entries, and 0 in all fields. */
 std::vector<std::pair<wire_direction_t, bytes_t>> one_of_each() {
     size_t count = 0;
     const wire_message_t *described = wire_messages(&count);

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Runs the blocks of a page as they stand, in order, in a directory of its own: programs are written to the file that the
-# page names, commands are run, and what they say is what stands below them; one that says nothing succeeds. What installs
-# packages is not run.
-# usage: page.sh PAGE LEAST [FROM TO]   at least so many commands; from one heading to another, by patterns
-set -eu # no pipefail: the commands are for a shell as people have it
+# Runs the code blocks of a document, in order, in a temporary directory. A block of another language is written to the
+# file that the text before it names. In a console block, each command's output must equal the lines below it; a command
+# without output must succeed. Commands that install packages are skipped.
+# usage: page.sh PAGE LEAST [FROM TO]   LEAST: minimum number of commands; FROM, TO: patterns of headings
+set -eu # no pipefail, because readers run the commands in a shell without it
 page=$(realpath "$1") least=$2 from=${3:-^# } to=${4:-'^$never'}
 directory=$(mktemp -d)
 cd "$directory"

@@ -1,4 +1,5 @@
-/* Messages as bytes: tests build and read them by offset, never through the library's structs. */
+/* Messages as bytes. Tests build and read them by offset, and never use the library's structs, so that they check the
+ * layout too. */
 #ifndef TESTS_SUPPORT_BYTES_H
 #define TESTS_SUPPORT_BYTES_H
 
@@ -27,7 +28,7 @@ inline bytes_t slice(const bytes_t &bytes, size_t offset, size_t size) {
     return {at(offset), at(offset + size)};
 }
 
-/** "01 02 ff": how literals are written and differences shown. */
+/** The bytes as "01 02 ff", for comparison with literals and for readable failures. */
 inline std::string hex(const bytes_t &bytes) {
     static constexpr char digits[] = "0123456789abcdef";
     std::string text;

@@ -1,4 +1,5 @@
-/* A tree bitmap beside a table of bit strings that is searched: what the one does, the other says. */
+/* A tree bitmap that is checked: every operation is also done on a table of bit strings, and the results are compared.
+ */
 #ifndef TESTS_SUPPORT_CHECKED_TREE_H
 #define TESTS_SUPPORT_CHECKED_TREE_H
 
@@ -15,7 +16,7 @@ using bits_t = std::string; /* of '0' and '1' */
 
 inline constexpr size_t leaf_data_bytes = 16;
 
-inline uint8_t leaf_fill; /* what the contents callback gives */
+inline uint8_t leaf_fill; /* the byte with which the contents callback fills a leaf's data */
 
 inline uint32_t give_leaf_contents(void * /*unused*/, void *buffer, void * /*app_leaf*/, void * /*app_handle*/) {
     std::memset(buffer, leaf_fill, leaf_data_bytes);
@@ -27,7 +28,8 @@ inline tbm_t *make_tree(const std::vector<uint32_t> &strides, uint32_t max_key_l
                        give_leaf_contents, nullptr, max_key_len, nullptr, code);
 }
 
-/** As many bytes as the key has, so that a read behind them is seen; the bits behind its length are garbage. */
+/** The key's bytes, without a byte more, so that the sanitizer finds a read behind them. The last byte's unused bits
+ * are garbage. */
 inline std::vector<uint8_t> bytes_of(const bits_t &key) {
     std::vector<uint8_t> bytes((key.size() + 7) / 8 + (key.empty() ? 1 : 0), 0xa5);
     for (size_t at = 0; at < key.size(); ++at) {
@@ -37,7 +39,7 @@ inline std::vector<uint8_t> bytes_of(const bits_t &key) {
     return bytes;
 }
 
-/** Every function but the destructor tells whether the tree agreed with the table. */
+/** insert, remove, look_up, is_counted and clear return whether the tree agreed with the table. */
 class checked_tree_t {
 public:
     checked_tree_t(const std::vector<uint32_t> &strides, uint32_t max_key_len)
@@ -46,7 +48,7 @@ public:
     checked_tree_t(const checked_tree_t &) = delete;
     checked_tree_t &operator=(const checked_tree_t &) = delete;
 
-    /** A key that is taken is refused, and nothing can be deleted of the one that was. */
+    /** Also checks that the tree refuses a key that it has already, and a delete with another leaf of that key. */
     bool insert(const bits_t &key, uint8_t data) {
         entry_t entry = {std::vector<uint8_t>(tbm_get_leaf_size(tree_, nullptr) + leaf_data_bytes), data};
         uint32_t code = 1;
@@ -65,7 +67,7 @@ public:
         table_.erase(found);
         return deletion_of(entry) == 0 && deletion_of(entry) == FWX_HOST_ERR_NO_KEY;
     }
-    /** Exactly, and by the longest prefix; the data too. */
+    /** Checks the exact match, the longest match and the data of the leaf. */
     bool look_up(const bits_t &key) const {
         const std::vector<uint8_t> bytes = bytes_of(key);
         uint32_t code = 1;
@@ -81,7 +83,7 @@ public:
         if (longest != leaf_at(prefix) || match_len != (has(prefix) ? prefix.size() : untouched)) return false;
         return longest == nullptr || has_data(longest, table_.at(prefix).data);
     }
-    /** As many leaves as keys, and a first one when there is any. */
+    /** Checks the number of leaves, and that the first leaf is one of the table's. */
     bool is_counted() const {
         const uint8_t no_key = 0xff;
         uint32_t code = 1;

@@ -1,4 +1,4 @@
-/* A forked child that serves until it is killed. */
+/* A forked child process that serves until it is killed. */
 #ifndef TESTS_SUPPORT_CHILD_H
 #define TESTS_SUPPORT_CHILD_H
 
@@ -15,8 +15,8 @@ public:
     child_t(const child_t &) = delete;
     child_t &operator=(const child_t &) = delete;
 
-    /** Has the child call `serve` with a descriptor, and waits until it has written to that; false when it never does.
-     */
+    /** Forks a child that calls `serve` with a descriptor, and waits until the child writes a byte to it. Returns false
+     * when the child ends without writing. */
     template <typename serve_t>
     bool start(serve_t serve) {
         int ready[2];
@@ -33,7 +33,7 @@ public:
         return is_ready;
     }
     void signal(int number) const { kill(pid_, number); }
-    /** Returns when the child stands still; SIGCONT has it go on. */
+    /** Stops the child, and returns when it has stopped. SIGCONT continues it. */
     void stop() const {
         kill(pid_, SIGSTOP);
         waitpid(pid_, nullptr, WUNTRACED);
@@ -43,7 +43,7 @@ public:
         pid_ = -1;
         return true;
     }
-    /** Returns its exit status, or -1 when a signal ended it. */
+    /** Sends a signal and waits for the child to end. Returns its exit status, or -1 when a signal ended it. */
     int end(int number) {
         if (pid_ <= 0) return -1;
         kill(pid_, number);
@@ -55,7 +55,7 @@ public:
     pid_t pid() const { return pid_; }
 
 private:
-    pid_t pid_ = -1; /* when there is none */
+    pid_t pid_ = -1; /* -1: no child */
 };
 
 #endif

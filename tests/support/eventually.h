@@ -1,4 +1,4 @@
-/* What tests beside other processes do: wait, read what these write, and connect to them. */
+/* Helpers of tests with other processes: waiting for a condition, reading files, and connecting. */
 #ifndef TESTS_SUPPORT_EVENTUALLY_H
 #define TESTS_SUPPORT_EVENTUALLY_H
 
@@ -12,7 +12,7 @@
 #include <sstream>
 #include <string>
 
-/** Tries until it holds, for as long as even a slow machine may take. */
+/** Waits until the condition holds. Returns false after 60 seconds, which is enough for a slow machine. */
 template <typename condition_t>
 bool eventually(condition_t condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -29,7 +29,7 @@ inline std::string text_of(const std::string &path) {
     return text.str();
 }
 
-/** A socket; -1 when nobody listens there. */
+/** Connects a stream socket and returns it, or -1 when nothing listens at the address. */
 inline int connected(int domain, const sockaddr *address, socklen_t size) {
     const int fd = socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (connect(fd, address, size) == 0) return fd;
@@ -44,7 +44,7 @@ inline bool is_hung_up(int fd) {
     return got == 0 || (got < 0 && errno != EAGAIN);
 }
 
-/** Sends a text and gives all that comes until the other side ends; empty when nobody is there. */
+/** Sends a text, returns everything received until the other side closes, and closes `fd`. Empty when `fd` is -1. */
 inline std::string converse(int fd, const std::string &text) {
     std::string answer;
     if (fd < 0 || send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) return answer;

@@ -1,4 +1,4 @@
-/* What a client hands to a server of another process when it comes, and whatever it may hand over instead. */
+/* Sends the offer of a client to a server in another process, valid or not: any bytes with any descriptors. */
 #ifndef TESTS_SUPPORT_HAND_OVER_H
 #define TESTS_SUPPORT_HAND_OVER_H
 
@@ -16,7 +16,7 @@
 inline constexpr uint32_t greeting = 0x46575832;
 using handles_t = std::vector<descriptor_t>;
 
-/** Sends bytes and descriptors as one message; false when they did not go. */
+/** Sends bytes and descriptors as one message; returns whether that succeeded. */
 inline bool hand_over(const descriptor_t &socket, const std::string &bytes, const handles_t &handles) {
     std::vector<int> numbers;
     for (const descriptor_t &handle : handles) {
@@ -41,7 +41,7 @@ inline std::string word(uint32_t value) {
     return {reinterpret_cast<const char *>(&value), sizeof(value)};
 }
 
-/** A segment, the client's bell and the server's. */
+/** The descriptors of a valid offer: a segment, the client's bell and the server's bell. */
 inline handles_t sound_handles() {
     handles_t handles;
     handles.push_back(shm_segment_make());

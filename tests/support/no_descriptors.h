@@ -1,10 +1,10 @@
-/* A process that can open nothing more. */
+/* Prevents the process from opening descriptors. */
 #ifndef TESTS_SUPPORT_NO_DESCRIPTORS_H
 #define TESTS_SUPPORT_NO_DESCRIPTORS_H
 
 #include <sys/resource.h>
 
-/** As long as it lives. Not for tests under sanitizers, whose own checks open descriptors. */
+/** No descriptor can be opened while the object exists. Not for use with sanitizers, whose checks open descriptors. */
 class no_descriptors_t {
 public:
     no_descriptors_t() {

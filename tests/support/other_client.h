@@ -1,4 +1,4 @@
-/* A client of a server process that is neither natctl nor nat64d, and so heeds no lock. */
+/* A client of a server process that is neither natctl nor nat64d, and therefore takes no lock. */
 #ifndef TESTS_SUPPORT_OTHER_CLIENT_H
 #define TESTS_SUPPORT_OTHER_CLIENT_H
 
@@ -6,7 +6,7 @@
 
 #include "fwx_host/adapter.hpp"
 
-/** Has `use`, which gets a client of a server, give a command, and awaits that; false: it failed. */
+/** Calls `use` with a client of the server, and runs the command that it returns. Returns false when that fails. */
 template <typename use_t>
 bool as_other_client(use_t use, const char *server = "alpha") {
     fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, server);

@@ -1,4 +1,4 @@
-/* Commands that the library waits for. */
+/* The library's outstanding commands. */
 #ifndef TESTS_SUPPORT_OUTSTANDING_H
 #define TESTS_SUPPORT_OUTSTANDING_H
 
@@ -7,7 +7,8 @@
 #include "fwx_nat64/client.h"
 #include "platform/runtime.h"
 
-/** How many are on the library's list; 0 when it cannot be read. Takes one call of FWX_HOST_OP_LIST_HEAD. */
+/** Number of commands on the library's list; 0 when the list cannot be read. Makes one call of FWX_HOST_OP_LIST_HEAD.
+ */
 inline size_t outstanding_commands() {
     const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     void *head = nullptr;

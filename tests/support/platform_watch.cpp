@@ -4,7 +4,7 @@
 
 namespace {
 
-/** Of a record of counters. */
+/** A counter in a record of counters. */
 template <typename record_t>
 struct counter_t {
     const char *name;

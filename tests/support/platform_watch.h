@@ -1,4 +1,4 @@
-/* Whether a test gave everything back and did nothing wrong, by the platform's counters. */
+/* Checks by the platform's counters that a test released all objects and caused no errors. */
 #ifndef TESTS_SUPPORT_PLATFORM_WATCH_H
 #define TESTS_SUPPORT_PLATFORM_WATCH_H
 
@@ -6,18 +6,19 @@
 
 #include "fwx_host/inspect.h"
 
-/** Compares with the moment at which it was made. */
+/** Compares the counters with their values when it was created. */
 class platform_watch_t {
 public:
     platform_watch_t();
 
-    /** What is live now and was not, or the other way round, and what was still in use when its pool or list was
-     * destroyed: "2 lists, 1 channels"; empty when all is as it was. Trees are left out: there is no way to end one, an
-     * empty one goes when its complex gets another. */
+    /** Describes the differences in live objects, and the elements that were in use when their pool or list was
+     * destroyed, as "2 lists, 1 channels". Empty when there are none. Does not count trees, because no operation
+     * destroys a tree: an empty tree is freed when another is created for its complex. */
     std::string left() const;
-    /** Elements of pools and lists that a test loses on purpose; the test says why. */
+    /** Announces elements of pools and lists that the test leaves in use on purpose; left() then does not report them.
+     */
     void expect_destroyed_in_use(uint64_t elements) { destroyed_in_use_expected_ += elements; }
-    /** The errors counted since, in the same form. */
+    /** Describes the errors counted since its creation, in the same form. */
     std::string faults() const;
     fwx_host_errors_t errors() const;
 

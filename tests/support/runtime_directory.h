@@ -1,10 +1,11 @@
-/* A directory for the sockets of servers, of the test's own. */
+/* A test's own directory for the sockets of servers. */
 #ifndef TESTS_SUPPORT_RUNTIME_DIRECTORY_H
 #define TESTS_SUPPORT_RUNTIME_DIRECTORY_H
 
 #include <string>
 
-/** A new XDG_RUNTIME_DIR, for as long as it lives; it goes with all that is in it. */
+/** Creates a directory and sets XDG_RUNTIME_DIR and XDG_STATE_HOME to it. The destructor deletes it with its content.
+ */
 class runtime_directory_t {
 public:
     runtime_directory_t();
@@ -13,9 +14,9 @@ public:
     runtime_directory_t &operator=(const runtime_directory_t &) = delete;
 
     const std::string &path() const { return path_; }
-    /** Where the platform puts sockets. */
+    /** The directory in which the platform creates sockets. */
     std::string sockets() const { return path_ + "/fwx_host"; }
-    /** Whether there is no socket, nor anything else, in its place. */
+    /** Whether the directory of sockets is empty or missing. */
     bool is_clean() const;
 
 private:

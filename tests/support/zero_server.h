@@ -1,4 +1,4 @@
-/* The least that a server can be. */
+/* A minimal server. */
 #ifndef TESTS_SUPPORT_ZERO_SERVER_H
 #define TESTS_SUPPORT_ZERO_SERVER_H
 
@@ -6,7 +6,7 @@
 
 #include "fwx_host/smc.h"
 
-/** Takes every message, and answers the synchronous ones with their first word and a result of 0: 20 bytes. */
+/** Ignores asynchronous messages, and answers synchronous ones with 20 bytes: their first word, and a result of 0. */
 inline constexpr fwx_host_server_ops_t zero_server_ops = {
     nullptr, nullptr, [](void *, fwx_host_peer_t *, const void *, size_t) {},
     [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) -> size_t {

@@ -1,4 +1,5 @@
-/* What the sweep plays: each scenario is a life of a binding in which every command is accepted while nothing fails. */
+/* The scenarios of the fault sweep. Each uses a binding in a different way. Without a fault, every command is accepted.
+ */
 #include <cstdlib>
 #include <cstring>
 
@@ -12,7 +13,7 @@ constexpr uint32_t add = FWX_NAT64_OP_ADD;
 constexpr uint32_t del = FWX_NAT64_OP_DEL;
 constexpr uint32_t missing_leaf = 22;
 
-/** Sends a configuration command, which is known by its line. */
+/** Sends the configuration command of a line; the line is also the ticket's name. */
 void configure(stage_t &stage, const char *line) {
     line_words_t words;
     record_reader_t reader;
@@ -83,7 +84,7 @@ void change_translation(stage_t &stage) {
     stage.pump();
 }
 
-/* Several parts for whatever has several records, and a page that is longer than the first receive buffer. */
+/* Queries with replies in several parts, and a page that is longer than the first receive buffer. */
 void query_and_walk(stage_t &stage) {
     stage.bind();
     for (const char *line :
@@ -107,7 +108,7 @@ void query_and_walk(stage_t &stage) {
     stage.ask("limit query", answer_t::query, [](void *ctx) { return fwx_nat64_stats_limit_all_query_a(0, 9, ctx); });
 }
 
-/* A channel ends with commands in it and with commands at the server; what comes after opens another. */
+/* A channel ends with commands in its queue and commands at the server. The next command opens another channel. */
 void lose_the_channel(stage_t &stage) {
     stage.bind();
     stage.model->sessions_generate(9);
@@ -146,7 +147,7 @@ void notify(stage_t &stage) {
     stage.pump();
 }
 
-/* The first of two rules with one IPv4 prefix takes the leaf of both with it: the second can then not be deleted. */
+/* Deleting the first of two rules with the same IPv4 prefix removes their leaf. Deleting the second then fails. */
 void share_a_prefix(stage_t &stage) {
     stage.bind();
     set_rule(stage, add, 1, 2);
@@ -162,8 +163,7 @@ void share_a_prefix(stage_t &stage) {
     stage.pump();
 }
 
-/* With the last rule gone the server, told to do so, asks for the whole table to be emptied, the rule that is pending
- * included. */
+/* When the last rule is deleted, the server orders the client to empty the whole table, including a pending rule. */
 void empty_the_table(stage_t &stage) {
     stage.model->order_cleanup(true);
     stage.bind();

@@ -33,7 +33,8 @@ void set_debug_flags(uint32_t on) {
 
 }  // namespace
 
-/* Everything is logged, to nowhere: what the log lines read must be there too. */
+/* Enables all logging, into a sink that ignores it, because the code of log lines must also work when operations fail.
+ */
 stage_t::stage_t() : loop_(fwx_host_loop_create()) {
     model = fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME);
     set_debug_flags(1);

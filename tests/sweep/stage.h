@@ -1,4 +1,4 @@
-/* What a scenario plays on: the library bound over a server model, and a ticket for every command that was sent. */
+/* The environment of a scenario: the library, bound to a server model, and a ticket for every command that was sent. */
 #ifndef TESTS_SWEEP_STAGE_H
 #define TESTS_SWEEP_STAGE_H
 
@@ -13,20 +13,20 @@
 
 enum class answer_t : uint8_t { verdict, query, walk };
 
-/** A command; its address is the context that the library hands back. */
+/** A record of one command. Its address is the command's context. */
 struct ticket_t {
     const char *what;
     answer_t answer;
-    bool stops;        /* its callback asks to stop at the first part */
-    uint32_t expected; /* of `code`, while nothing fails; as the next one */
-    uint32_t expected_verdict;
-    uint32_t code = 0;     /* what the send returned */
-    uint32_t verdict = 0;  /* what the server answered */
-    uint32_t calls = 0;    /* of its callback */
-    uint32_t ends = 0;     /* final calls, and the one that asked to stop */
-    bool released = false; /* the library has told that nothing follows */
+    bool stops;                /* its callback stops the answer at the first part */
+    uint32_t expected;         /* value of `code` without a fault */
+    uint32_t expected_verdict; /* value of `verdict` without a fault */
+    uint32_t code = 0;         /* the result of the send */
+    uint32_t verdict = 0;      /* the server's result */
+    uint32_t calls = 0;        /* calls of its callback */
+    uint32_t ends = 0;         /* final calls, and calls that stopped the answer */
+    bool released = false;     /* the last call was a final one */
 
-    /** Notes a call of the callback; returns what the callback returns. */
+    /** Records a call of the callback; returns the callback's return value. */
     uint32_t called(bool is_last) {
         ++calls;
         released = is_last;
@@ -37,7 +37,7 @@ struct ticket_t {
     bool is_open() const { return is_sent() && ends == 0; }
 };
 
-/** A call that has its result at once. */
+/** The result of a call that returns its result at once. */
 struct result_t {
     const char *what;
     uint32_t code;
@@ -52,12 +52,12 @@ public:
 
     void bind();
     void pump() { fwx_host_loop_run_until_idle(loop_); }
-    /** Sends a command; `hand_over` gets its context. `expected` results are those while nothing fails. */
+    /** Sends a command by calling `hand_over` with its context. The expected results are those without a fault. */
     template <typename send_t>
     void send(const char *what, send_t hand_over, uint32_t expected = 0, uint32_t expected_verdict = 0) {
         start({what, answer_t::verdict, false, expected, expected_verdict}, hand_over);
     }
-    /** Sends a query or a walk twice: heard to its end, and stopped at the first part. */
+    /** Sends a query or a walk twice: once received to its end, once stopped at the first part. */
     template <typename send_t>
     void ask(const char *what, answer_t answer, send_t hand_over) {
         for (const bool stops : {false, true}) {
@@ -67,7 +67,7 @@ public:
     }
     void call(const char *what, uint32_t code) { results.push_back({what, code}); }
 
-    /** Commands that neither ended nor failed at once. */
+    /** Number of commands that were sent and have not ended. */
     uint64_t open() const;
 
     static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t value, uint32_t value2, uint32_t status);
@@ -89,7 +89,7 @@ private:
 struct scenario_t {
     const char *name;
     void (*play)(stage_t &stage);
-    bool is_answered; /* every command has its answer when nothing fails */
+    bool is_answered; /* without a fault, every command is answered */
 };
 extern const scenario_t scenarios[];
 extern const size_t scenario_count;

@@ -1,6 +1,7 @@
 /*
- * The fault sweep: plays each scenario once to count the calls of every platform operation, then once for every call
- * with that one failing, and checks after each run that nothing is lost, told twice, or left behind.
+ * The fault sweep. It runs each scenario once to count the calls of every platform operation, and then once for each of
+ * these calls with that call failing. After each run it checks that no command is lost or reported twice, that nothing
+ * is leaked, and that a new binding works.
  */
 #include <gtest/gtest.h>
 
@@ -33,7 +34,7 @@ constexpr uint32_t client_tag = 1;
 constexpr uint64_t walk_record_bytes = 16;
 constexpr uint32_t rule_tag = 96;
 
-/** How the binding ends: with its outstanding commands reported, or discarded. */
+/** How the binding ends: its outstanding commands are reported (flush) or not (discard). */
 enum class ending_t : uint8_t { flush, discard };
 
 struct fault_t {
@@ -43,17 +44,17 @@ struct fault_t {
     bool is_one_of(std::initializer_list<fwx_host_op_t> ops) const {
         return std::find(ops.begin(), ops.end(), op) != ops.end();
     }
-    /* A command whose removal the list refuses is on no list: it is neither reported nor outstanding, and goes with
-     * the pool when the binding ends. */
+    /* A command whose removal from the list fails is on no list. It is neither reported nor outstanding, and is freed
+     * with the pool when the binding ends. */
     bool loses_a_command() const { return op == FWX_HOST_OP_LIST_REMOVE; }
-    /* The record of a walk goes with its command's context, which such a list does not hand out. */
+    /* A walk's record is freed with its command's context, which cannot be reached when one of these fails. */
     bool loses_walk_records() const { return is_one_of({FWX_HOST_OP_LIST_REMOVE, FWX_HOST_OP_LIST_HEAD}); }
-    /* A context that is on no list, or on one that is not drained to its end, is still out when the pool goes. */
+    /* A context that is on no list, or on a list that cannot be emptied, is in use when the pool is destroyed. */
     bool loses_contexts() const { return loses_walk_records(); }
-    /* A query that cannot go back on the list between two parts has had its last call. */
+    /* A query that cannot be put back on the list between two parts gets no further call. */
     bool ends_queries_silently() const { return op == FWX_HOST_OP_LIST_INSERT_TAIL; }
     /* A leaf that cannot be found or deleted during the clean-up stays in its tree. An installed rule without leaves,
-     * or a rule that stays pending after a failed send, goes with the clean-up and leaves nothing. */
+     * or a rule that stays pending after a failed send, is freed by the clean-up. */
     bool leaves_leaves() const {
         return is_one_of({FWX_HOST_OP_LIST_HEAD, FWX_HOST_OP_TBM_LEAF_SIZE, FWX_HOST_OP_TBM_FIRST_LEAF,
                           FWX_HOST_OP_TBM_LEAF_DELETE});
@@ -64,7 +65,7 @@ constexpr fault_t no_fault = {FWX_HOST_OP_COUNT, 0};
 fwx_host_live_t live() {
     fwx_host_live_t now;
     fwx_host_live_get(&now);
-    now.trees = 0; /* there is no way to end one; an empty one is reclaimed when its complex gets another */
+    now.trees = 0; /* not compared, because an empty tree is freed only when its complex gets another */
     return now;
 }
 
@@ -74,7 +75,7 @@ fwx_host_errors_t errors() {
     return now;
 }
 
-/** Deletes and frees what is in the tree of a complex; returns how many leaves that were. */
+/** Deletes and frees the leaves in the tree of complex 0; returns their number. */
 uint64_t take_leaves() {
     const uint8_t key = 0;
     uint32_t code = 0;
@@ -89,7 +90,7 @@ uint64_t take_leaves() {
     return count;
 }
 
-/** What a walk that was lost holds is out of reach, and counted by the sweep instead of the leak checker. */
+/** Disables the leak checker, if `on`, because a lost walk's record is unreachable. The sweep counts these instead. */
 class leaks_are_counted_t {
 public:
 #ifdef ADDRESS_SANITIZER
@@ -116,7 +117,8 @@ protected:
     bool failed() const { return HasFailure(); }
 
     std::array<uint64_t, FWX_HOST_OP_COUNT> calls_{};
-    std::vector<uint64_t> own_list_heads_; /* calls of FWX_HOST_OP_LIST_HEAD that are the sweep's */
+    std::vector<uint64_t>
+        own_list_heads_; /* numbers of the calls of FWX_HOST_OP_LIST_HEAD that the sweep itself makes */
 
 private:
     uint64_t outstanding();
@@ -145,7 +147,7 @@ void fault_sweep_t::expect_all_accepted(const stage_t &stage) {
     }
 }
 
-/* At most one of two commands can be the one that fails. */
+/* Sends two commands, because the fault can make only one of them fail. */
 void fault_sweep_t::expect_it_goes_on(stage_t &stage) {
     stage.send("alias upload", fwx_nat64_ipalias_upload_a);
     stage.send("alias upload", fwx_nat64_ipalias_upload_a);
@@ -154,7 +156,7 @@ void fault_sweep_t::expect_it_goes_on(stage_t &stage) {
     stage.pump();
 }
 
-/* No command is told of that failed at once, none is told twice. */
+/* No command is reported whose send failed, and none is reported twice. */
 void fault_sweep_t::expect_all_told(const stage_t &stage, const fault_t &fault) {
     for (const ticket_t &ticket : stage.tickets) {
         EXPECT_EQ(ticket.is_sent() ? 0u : ticket.calls, 0u) << ticket.what;
@@ -163,7 +165,7 @@ void fault_sweep_t::expect_all_told(const stage_t &stage, const fault_t &fault) 
     if (fault.op == FWX_HOST_OP_COUNT) expect_all_accepted(stage);
 }
 
-/* What is not told is outstanding; once the outstanding ones are reported everything is told. */
+/* Commands that are not reported are outstanding. After a flush, every command is reported. */
 void fault_sweep_t::expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending) {
     uint64_t lost = fault.loses_a_command() ? 1 : 0;
     if (fault.ends_queries_silently()) {
@@ -283,7 +285,7 @@ TEST_P(fault_sweep_t, no_single_fault_loses_repeats_or_leaks_anything) {
     std::printf("%" PRIu64 " single faults (%" PRIu64 " so far)\n", injected, injected_in_all);
 }
 
-/* Each of their calls is made to fail above. */
+/* Makes sure that the sweep covers every operation and every family of commands. */
 TEST(scenarios_t, call_every_operation_that_can_be_made_to_fail_and_send_a_command_of_every_family) {
     fwx_host_fault_reset();
     std::string sent;

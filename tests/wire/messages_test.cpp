@@ -1,3 +1,4 @@
+/* The message description: every message is found by its type word and selector, and checked for length and domain. */
 #include "wire/messages.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +45,7 @@ TEST(messages, are_found_by_their_type_word_and_selector_only) {
     for (const wire_message_t &message : all_messages()) {
         bytes_t bytes = framed(message);
         EXPECT_EQ(wire_find(message.direction, bytes.data(), bytes.size()), named(message.name));
-        bytes[1] ^= 0x10; /* a bit of the type word that is always 0 */
+        bytes[1] ^= 0x10; /* this bit of the type word is always 0 */
         EXPECT_EQ(wire_find(message.direction, bytes.data(), bytes.size()), nullptr) << message.name;
         EXPECT_EQ(wire_find(message.direction, bytes.data(), 1), nullptr) << message.name;
     }
