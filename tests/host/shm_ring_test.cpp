@@ -1,3 +1,4 @@
+/* The shared-memory ring: records, publishing, withdrawing, and indices or lengths that the other side has damaged. */
 #include "host/messaging/shm/ring.h"
 
 #include <gtest/gtest.h>
