@@ -1,4 +1,4 @@
-/* A PAL where no server runs: binding says so, and leaves nothing bound. */
+/* A PAL without a server. Binding must return an error and leave the library unbound. */
 #include <fwx_host/loop.h>
 #include <fwx_nat64/fwx_nat64.h>
 #include <stdio.h>

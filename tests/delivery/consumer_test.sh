@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Programs in C and C++ are built against an installed and moved library, with pkg-config and with CMake, and run; the
-# installed natctl finds the library.
+# Builds and runs programs in C and C++ with a library that was installed and then moved, by pkg-config and by CMake. The
+# installed natctl must find the library too.
 # usage: consumer_test.sh SOURCE_DIR BUILD_DIR CC CXX
-set -euo pipefail # so that no grep may stop early (-q): what writes to it would fail
+set -euo pipefail # grep must not use -q here: it would close the pipe early, and the writer would fail
 here=$1/tests/delivery build=$2 cc=$3 cxx=$4
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT

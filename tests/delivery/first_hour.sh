@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# An operator's first hour with the packages, as the documents have it; each step must work when it is first tried.
-# Runs as one user, with natctl and nat64d on the PATH; a Prometheus watches if there is one.
+# The first steps of an operator with the packages, as the documents describe them. Each must work at the first attempt.
+# Runs as one user, with natctl and nat64d on the PATH. Also tries Prometheus if it is installed.
 set -euo pipefail
 work=$(mktemp -d)
 export FWX_HOST_DIR=$work/run XDG_RUNTIME_DIR=$work/run XDG_STATE_HOME=$work/state NATCTL_CONNECT=alpha
@@ -10,7 +10,7 @@ trap 'kill $(jobs -p) 2>/dev/null; wait; rm -r "$work"' EXIT
 
 fail() { echo "$*" >&2; exit 1; }
 step() { echo "first hour: $*"; }
-expect() { # TEXT COMMAND...   succeeds and says it
+expect() { # TEXT COMMAND...   the command succeeds and prints the text
   local said
   said=$("${@:2}" 2>&1) || fail "${*:2}: $said"
   [[ $said == *"$1"* ]] || fail "${*:2}: $said"

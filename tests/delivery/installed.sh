@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs in a root of its own: installs the packages of /tmp/packages, uses what they bring, and removes them.
-set -euo pipefail # so that no grep may stop early (-q): what writes to it would fail
+# Runs in a separate root: installs the packages in /tmp/packages, tests their content, and removes them.
+set -euo pipefail # grep must not use -q here: it would close the pipe early, and the writer would fail
 cd /tmp
 fail() { echo "$*" >&2; exit 1; }
 files() { find /usr /etc -xdev | sort; }
@@ -16,7 +16,7 @@ files >before
 apt-get install -y --no-install-recommends ./packages/*.deb >apt.log 2>&1 || fail "$(cat apt.log)"
 files >installed
 
-# What stands where, and in which package.
+# The files, and the package that each belongs to.
 lib=/usr/lib/$(gcc -print-multiarch)
 expect_owner() { # PACKAGE FILE...
   local file
@@ -47,7 +47,7 @@ systemd-analyze --man=no verify nat64-gateway@alpha.service nat64-gateway-transl
 [[ $(nat64-gateway --version) == nat64-gateway\ * ]]
 expect_owner python3-fwx-nat64 /usr/lib/python3/dist-packages/fwx_nat64/{__init__,_commands}.py
 
-# A server as the service runs it, and programs that were built against the packages.
+# A server as its systemd unit runs it, and programs built with the packages.
 export FWX_HOST_DIR=/run/fwx
 install --directory --owner=fwx --group=fwx --mode=0700 $FWX_HOST_DIR
 as_fwx=(setpriv --reuid=fwx --regid=fwx --clear-groups)
@@ -104,7 +104,7 @@ install_in /tmp/of_tree ./python
 /tmp/of_tree/bin/pip wheel --quiet --no-build-isolation --no-deps --no-index --wheel-dir dist dist/*.tar.gz
 install_in /tmp/of_wheel dist/*.whl
 
-# nat64d as its unit runs it meets the server.
+# nat64d, as its systemd unit runs it, with the server.
 mkdir -p /etc/nat64d
 echo 'pool add --id 64 --param 1 --start 203.0.113.1 --end 203.0.113.9' >/etc/nat64d/alpha.natctl
 install --directory --owner=fwx --group=fwx --mode=0700 /var/lib/fwx
@@ -122,7 +122,7 @@ wait $server
 
 "${as_fwx[@]}" bash ./first_hour.sh
 
-# The user stays, and what Python compiled of its own; nothing else.
+# Only the user and files that Python compiled of its own modules may remain.
 apt-get purge -y "${packages[@]}" >apt.log 2>&1 || fail "$(cat apt.log)"
 [[ $(comm -13 before installed | wc -l) -ge 30 ]] || fail "the installation is not seen"
 comm -13 before <(files) | while read -r file; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The Debian packages are built from a copy of the tree and looked at; they stay in WORK_DIR.
-# usage: package_test.sh SOURCE_DIR WORK_DIR [as-dev]   as-dev: compiled as the preset dev does, so that ccache has it all
-set -euo pipefail # so that no grep may stop early (-q): what writes to it would fail
+# Builds the Debian packages from a copy of the tree and checks them. The packages stay in WORK_DIR.
+# usage: package_test.sh SOURCE_DIR WORK_DIR [as-dev]   as-dev: with the options of the preset dev, which ccache has cached
+set -euo pipefail # grep must not use -q here: it would close the pipe early, and the writer would fail
 work=$2
 export LC_ALL=C
 fail() { echo "$*" >&2; exit 1; }
@@ -15,7 +15,7 @@ if [[ ${3:-} == as-dev ]]; then
   export DEB_BUILD_OPTIONS=noautodbgsym DEB_CPPFLAGS_SET='' DEB_CFLAGS_SET='' DEB_CXXFLAGS_SET=''
   export CMAKE_ARGS='-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug -DFWX_NAT64_WERROR=ON'
 fi
-if command -v ccache >/dev/null; then # debhelper builds under another HOME, and in another locale
+if command -v ccache >/dev/null; then # debhelper builds with another HOME and another locale
   CCACHE_DIR=$(ccache --get-config cache_dir)
   export CCACHE_DIR CCACHE_BASEDIR=$1 CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,pch_defines,time_macros
   export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
@@ -42,7 +42,7 @@ for library in libfwx_{nat64,host,nat64_model}; do
   dpkg-deb --info "$(deb_of libfwx-nat64-1)" shlibs | grep "^$library 1 libfwx-nat64-1 (>= $version)\$" >/dev/null ||
     fail "other packages cannot depend on $library"
 done
-for package in libfwx-nat64-dev libfwx-nat64-tools nat64-gateway; do # where maintainer scripts would be, nothing is started
+for package in libfwx-nat64-dev libfwx-nat64-tools nat64-gateway; do # no maintainer script may start a service
   dpkg-deb --ctrl-tarfile "$(deb_of $package)" | tar --extract --to-stdout --wildcards './p*' 2>/dev/null |
     grep -E 'systemctl|invoke-rc|deb-systemd-invoke' && fail "$package starts a service"
 done

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The packages are installed, used and removed in a root of their own: this machine's, of which nothing is changed
-# (overlay), or one with nothing in it that they do not ask for (clean), which is made once and kept beside WORK_DIR.
+# Installs, tests and removes the packages in a separate root. With `overlay` the root is an overlay of this machine's,
+# which stays unchanged. With `clean` it is a minimal system without anything that the packages do not depend on; it is
+# made once and kept beside WORK_DIR.
 # usage: root_test.sh SOURCE_DIR WORK_DIR overlay | clean
 set -euo pipefail
 source=$1 work=$2 kind=$3
@@ -10,7 +11,7 @@ if [[ $EUID -ne 0 ]]; then
   sudo --non-interactive true || skip "it takes root"
   exec sudo "$0" "$@"
 fi
-if [[ -z ${IS_APART:-} ]]; then # what is mounted goes with the process
+if [[ -z ${IS_APART:-} ]]; then # in a mount namespace, so that all mounts end with the process
   unshare --mount true || skip "no mounts of its own for a process"
   IS_APART=1 exec unshare --mount "$0" "$@"
 fi

@@ -1,7 +1,7 @@
 /*
- * Servers are killed at random points under load and started again, and the PAL goes on. Every command that
- * was handed over must be answered once, or fail once, or be outstanding at the end; nothing may hang, nothing may be
- * lost, and what the server saw must be what the PAL heard.
+ * Kills servers at random times under load and starts them again, while the PAL keeps sending. Every command that was
+ * sent must be answered once, or fail once, or be outstanding at the end. Nothing may hang, no command may be lost, and
+ * the server's view of the commands must agree with the PAL's.
  * usage: kill_drill SERVER KILLS [SEED]
  */
 #include <sys/mman.h>
@@ -22,11 +22,11 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 
-constexpr unsigned longest_round_s = 30; /* the watchdog's */
+constexpr unsigned longest_round_s = 30; /* then the watchdog ends the process */
 constexpr auto longest_until_reported = std::chrono::seconds(1);
 constexpr uint32_t most_outstanding_log2 = 12;
 constexpr uint32_t longest_life_us = 4000;
-constexpr uint64_t most_in_a_turn = 64; /* that a server takes before it answers */
+constexpr uint64_t most_in_a_turn = 64; /* messages that a server takes before its answers become visible */
 constexpr char server_name[] = "drilled";
 
 class drill_t {
@@ -51,7 +51,7 @@ public:
     drill_t &operator=(const drill_t &) = delete;
 
     bool start() { return server_.start() && bind(); }
-    /** Kills the server, and has everything as it was. */
+    /** Kills the server under load, starts it again, and waits until all commands are settled. */
     void round() {
         outstanding_ = 1 + below(uint32_t{1} << below(most_outstanding_log2 + 1));
         rounds_ += 1;
@@ -103,8 +103,8 @@ private:
         return fwx_nat64_bind("dril", loop_, nullptr, &callbacks) == 0;
     }
 
-    /** Sends one command and checks that a new connection begins with the two initial ones; false when it was refused.
-     */
+    /** Sends one command, and checks that a new connection begins with the two initial commands. Returns false when the
+     * send was refused. */
     bool send_one() {
         const bool was_connected = is_connected();
         const uint64_t refused = ledger.refused;
@@ -119,13 +119,13 @@ private:
         }
         return true;
     }
-    /** A synchronous command; whether it succeeds is up to the moment of the kill, but it returns. */
+    /** Sends a synchronous command. It must return, but whether it succeeds depends on the time of the kill. */
     static void ask_one() {
         void *msg = nullptr;
         if (fwx_nat64_client_sync_cmd_init(sizeof(fwx_nat64_sync_init_msg_t), FWX_NAT64_MSG_INIT, &msg) != 0) return;
         fwx_nat64_client_sync_cmd_send(msg, sizeof(fwx_nat64_sync_init_msg_t));
     }
-    /** Sends until as many are outstanding as there are to be. */
+    /** Sends commands until outstanding_ are outstanding, or a send is refused. */
     void fill() {
         while (ledger.open_count() - lost_ < outstanding_ && send_one()) {
         }
@@ -137,7 +137,7 @@ private:
     }
 
     void kill_server() {
-        const bool looks_away = below(2) == 0; /* all that the server did is then learnt after its death */
+        const bool looks_away = below(2) == 0; /* do not run the loop until the server is dead */
         fill();
         outstanding_at_kills_ += ledger.open_count() - lost_;
         server_.kill_in(below(longest_life_us));
@@ -158,7 +158,7 @@ private:
         lost_ = ledger.open_count();
         check(server_.start(), "the server starts again");
     }
-    /** Everything that a living server got is answered, and it agrees. */
+    /** Waits until the new server has answered all commands, and the two views agree. */
     void settle() {
         check(send_one(), "a server that lives takes a command");
         while (ledger.open_count() > lost_) {
@@ -173,9 +173,9 @@ private:
     process_t server_;
     fwx_host_loop_t *loop_ = fwx_host_loop_create();
     std::mt19937 random_;
-    std::vector<uint16_t> sent_types_; /* of the messages handed over since it was last cleared */
-    uint32_t outstanding_ = 1;         /* that there are to be */
-    uint64_t lost_ = 0;                /* open for ever: their server took them and died */
+    std::vector<uint16_t> sent_types_; /* types of the messages sent since it was last cleared */
+    uint32_t outstanding_ = 1;         /* number of commands to keep outstanding */
+    uint64_t lost_ = 0;                /* commands that stay open, because their server took them and died */
     uint64_t rounds_ = 0;
     uint64_t outstanding_at_kills_ = 0;
 };

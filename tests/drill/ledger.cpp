@@ -1,3 +1,4 @@
+/* Records what happens to each command, and reports contradictions to standard error. */
 #include "tests/drill/ledger.h"
 
 #include <cstdio>
@@ -7,7 +8,7 @@
 
 namespace {
 
-constexpr uint32_t code_of_no_entry = 0x6003; /* the model's */
+constexpr uint32_t code_of_no_entry = 0x6003; /* the model's code FWX_NAT64_MODEL_ERR_NO_ENTRY */
 
 uint64_t number_of(void *pal_ctx) {
     return reinterpret_cast<uintptr_t>(pal_ctx);
@@ -19,7 +20,7 @@ void ledger_t::send_next() {
     const uint64_t number = ++last_;
     void *pal_ctx = reinterpret_cast<void *>(number);
     const auto kind = static_cast<kind_t>(number % 3);
-    open_.emplace(number, kind); /* before the send: a reply must not find the books behind */
+    open_.emplace(number, kind); /* before the send, because a callback may come during it */
     view_.refusals_of(number) = 0;
     const uint32_t code = send(kind, static_cast<uint32_t>(number), pal_ctx);
     if (code == 0) {

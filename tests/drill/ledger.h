@@ -1,4 +1,4 @@
-/* What became of each command: the books of the drill. */
+/* The drill's record of every command: open, answered, failed or refused. */
 #ifndef TESTS_DRILL_LEDGER_H
 #define TESTS_DRILL_LEDGER_H
 
@@ -9,39 +9,40 @@
 #include "fwx_nat64/fwx_nat64.h"
 #include "tests/drill/view.h"
 
-/** Commands are told apart by their number, which is their context. They are of three kinds, so that an answer that
- * went to the wrong one shows; what the server refuses it notes by that number, so that its view can be compared. */
+/** A command's number is its context. Commands are of three kinds with different answers, so that an answer to the
+ * wrong command is detected. The server records the numbers of the commands that it refuses in the view that it shares
+ * with the drill, so that both can be compared. */
 class ledger_t {
 public:
     explicit ledger_t(server_view_t &view) : view_(view) {}
 
-    /** Sends the next command; the number of commands that were sent decides about its kind. */
+    /** Sends the next command. Its kind depends on its number. */
     void send_next();
-    /** To be called by the reply callbacks. */
+    /** Must be called by the reply callbacks. */
     void verdict(void *pal_ctx, uint32_t result);
     void statistics(void *pal_ctx, const void *data);
     /** Compares the library's list of outstanding commands with the open ones. */
     void compare_with(const fwx_nat64_client_info_t &info);
-    /** Of the commands that the server refused and the PAL heard of, how many the server has not noted; the others are
-     * compared and taken off. It notes a command after it has answered it, so a living server catches up, and a dead
-     * one has missed one at most. */
+    /** Number of refusals received that the server has not recorded. Checks the recorded ones and removes them. The
+     * server records a command after answering it, so a living server catches up, and a dead one has missed at most
+     * one. */
     uint64_t unnoted();
-    /** Leaves the rest of them. */
+    /** Forgets the refusals that the server has not recorded. */
     void forget_unnoted() { answered_refusals_.clear(); }
 
     uint64_t open_count() const { return open_.size(); }
 
-    uint64_t sent = 0; /* handed over */
+    uint64_t sent = 0; /* commands whose send succeeded */
     uint64_t answered = 0;
-    uint64_t failed = 0;         /* not counted as taken by a server */
-    uint64_t failed_in_turn = 0; /* of these, in the turn of a server that died before it counted the turn as taken */
-    uint64_t refused = 0;        /* their send returned a code */
-    uint64_t faults = 0;         /* each of them reported on standard error */
+    uint64_t failed = 0;         /* completed as not taken by a server */
+    uint64_t failed_in_turn = 0; /* failed commands that a server handled in a turn that it did not finish */
+    uint64_t refused = 0;        /* commands whose send returned an error */
+    uint64_t faults = 0;         /* contradictions, each reported on standard error */
 
 private:
     enum class kind_t : uint8_t { GOOD, BAD, QUERY };
     static uint32_t send(kind_t kind, uint32_t number, void *pal_ctx);
-    /** Takes a command off the books when its callback was called. */
+    /** Removes a command from the open ones, because its callback was called. */
     void close(void *pal_ctx, bool is_of_kind, bool is_answer);
     void fault(const char *what, uint64_t number);
 

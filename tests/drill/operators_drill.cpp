@@ -1,7 +1,7 @@
 /*
- * Two operators with homes of their own, nat64d and a client that heeds no lock change one server at random. After each
- * round the server must hold what the last one was told that it holds, and nothing may be gone that nobody asked to
- * delete. What the server holds is what it says of itself.
+ * Two operators with separate state directories, nat64d, and a client that takes no lock change one server at random.
+ * After each round, the server's configuration must be what the last of them was told, and nothing may be missing that
+ * nobody deleted. The configuration is read from the server itself.
  *
  *     operators_drill ROUNDS SEED
  */
@@ -20,7 +20,7 @@
 
 namespace {
 
-/** What a server or a document holds: the beginning of a line, which names the item, and its rest. */
+/** The items of a server or a document: the beginning of each line, which names the item, and the rest of the line. */
 using items_t = std::map<std::string, std::string>;
 
 items_t items_of(const std::string &text) {
@@ -99,7 +99,7 @@ private:
         return "XDG_STATE_HOME=" + directory_.path() + "/home" + std::to_string(operator_number) + " exec " +
                NATCTL_PATH + " --connect alpha " + command + " 2>&1";
     }
-    /** Runs natctl; its exit status, and what it said. */
+    /** Runs natctl, and returns its exit status. Stores its output in `said`, unless that is null. */
     int run(size_t operator_number, const std::string &command, std::string *said = nullptr) const {
         FILE *natctl = popen(command_of(operator_number, command).c_str(), "r");
         std::string text;
@@ -152,15 +152,16 @@ private:
         if (run(by, "--json config rollback", &said) != 0) fail("rollback: " + said);
         run(by, "--csv config log", &said);
         const size_t at = said.rfind("config rollback ");
-        if (at == std::string::npos) return; /* there was nothing to go back from */
+        if (at == std::string::npos) return; /* there was no change to roll back */
         const std::string number = said.substr(at + 16, said.find(',', at) - at - 16);
         std::string text = "";
-        if (number != "0" && run(by, "config show " + number, &text) != 0) return; /* it is too old by now */
+        if (number != "0" && run(by, "config show " + number, &text) != 0)
+            return; /* that version is not stored any more */
         const bool is_latest = said.find('\n', at) + 1 >= said.size();
         if (is_latest) expect("rolled back", items_of(text));
     }
 
-    /** nat64d brings the server to a document, and leaves alone what it has nothing to do with. */
+    /** Runs nat64d with a document. It must reconcile its own items, and leave all others unchanged. */
     void keep(const items_t &before) {
         const items_t document = random_document();
         items_t wanted = document;
@@ -181,7 +182,7 @@ private:
         expect("kept", wanted);
     }
 
-    /** Somebody without a lock adds a pool meanwhile. */
+    /** Runs natctl while another client, which takes no lock, adds a pool. */
     void apply_beside_another() {
         const items_t document = random_document();
         FILE *natctl = popen(command_of(0, "config apply " + file_of(document)).c_str(), "r");
@@ -193,14 +194,14 @@ private:
         const int status = WEXITSTATUS(pclose(natctl));
         items_t with_other = document;
         with_other["pool add --id 99"] = " --param 1 --start 10.0.99.1 --end 10.0.99.1";
-        /* Told "ok" it finds what it asked for, unless the other one came after it. */
+        /* The server must have the document, with or without the pool, depending on which came last. */
         const items_t now = held();
         const bool is_true = now == document || now == with_other;
         if (!is_true || status > 1) fail("beside another: " + said + lines_of(now));
         ++counts_[status == 0 ? "beside another" : "told that another was there"];
     }
 
-    /** natctl is interrupted or killed in the middle; the next one finds what is there. */
+    /** Interrupts or kills natctl while it applies a document. The next natctl must recover. */
     void apply_and_end() {
         items_t document = random_document();
         for (int id = 1; id <= 10000; ++id) {
@@ -243,7 +244,7 @@ private:
     const runtime_directory_t directory_;
     const server_process_t server_;
     std::mt19937_64 random_;
-    items_t owned_; /* by nat64d */
+    items_t owned_; /* the items that nat64d owns */
     std::map<std::string, int> counts_;
     size_t files_ = 0;
     int number_ = 0;

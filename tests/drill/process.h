@@ -1,4 +1,4 @@
-/* A process of the drill that is killed at a moment that it does not choose. */
+/* A server process of the drill, which a timer kills at a random time. */
 #ifndef TESTS_DRILL_PROCESS_H
 #define TESTS_DRILL_PROCESS_H
 
@@ -14,7 +14,7 @@ public:
     /** `command` is the program and its arguments. */
     explicit process_t(std::vector<std::string> command) : command_(std::move(command)) {}
 
-    /** Returns when it has written a line. */
+    /** Starts the program, and returns when it has written to standard output. */
     bool start() {
         std::vector<char *> arguments;
         for (std::string &word : command_) {
@@ -26,14 +26,15 @@ public:
             execv(arguments[0], arguments.data());
         });
     }
-    /** Kills it by a signal to this process, which comes wherever this one is then. One process at a time. */
+    /** Kills the process after a delay, from a signal handler in this process, so that the kill can come at any point
+     * of this process's code. Works for one process at a time. */
     void kill_in(uint32_t microseconds) const {
         condemned = child_.pid();
         itimerspec at{};
         at.it_value.tv_nsec = long{microseconds} * 1000 + 1;
         timer_settime(executioner(), 0, &at, nullptr);
     }
-    /** Whether it has ended; it must have been started. */
+    /** Whether the process has ended. It must have been started. */
     bool is_dead() { return child_.has_ended(); }
 
 private:

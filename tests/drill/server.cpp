@@ -1,6 +1,6 @@
 /*
- * The server model for the clients of other processes; dies with the drill.
- * usage: drill_server NAME DESCRIPTOR   of the view; writes a line when it listens
+ * The drill's server: a server model that listens as NAME, and records refused commands in the view. It writes a line
+ * when it listens. It ends when the drill ends. usage: drill_server NAME DESCRIPTOR   DESCRIPTOR: that of the view
  */
 #include <sys/prctl.h>
 
@@ -24,7 +24,7 @@ int main(int argc, char **argv) {
     if (model == nullptr) return 1;
     model->observe_refusals(
         [](void *arg, const fwx_host_peer_t *, const void *msg, size_t size, uint32_t) {
-            uint32_t id = 0; /* of the static mapping that is not there */
+            uint32_t id = 0; /* identifier of the missing static mapping, which is the command's number */
             constexpr size_t at = offsetof(fwx_nat64_cfg_msg_t, payload);
             if (size >= at + sizeof(id)) memcpy(&id, static_cast<const uint8_t *>(msg) + at, sizeof(id));
             if (id != 0) static_cast<server_view_t *>(arg)->refusals_of(id) += 1;
@@ -35,7 +35,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "drill_server: cannot listen as %s: 0x%x\n", argv[1], code);
         return 1;
     }
-    puts("ready"); /* into a pipe; without the drill at its end this is the end */
+    puts("ready"); /* into a pipe; if the drill is gone, SIGPIPE ends this process */
     fflush(stdout);
     for (;;) {
         fwx_host_loop_run_once(loop, -1);

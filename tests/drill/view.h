@@ -1,4 +1,5 @@
-/* What the server has seen of the drill's commands, in memory that the two share and that outlives the server. */
+/* The server's record of the drill's commands, in memory that the drill and the server share and that survives the
+ * server. */
 #ifndef TESTS_DRILL_VIEW_H
 #define TESTS_DRILL_VIEW_H
 
@@ -10,11 +11,11 @@
 struct server_view_t {
     static constexpr uint32_t ids = uint32_t{1} << 24;
 
-    std::atomic<uint8_t> refusals[ids]; /* by the number of the command, modulo `ids` */
+    std::atomic<uint8_t> refusals[ids]; /* how often a command was refused, by its number modulo `ids` */
 
     std::atomic<uint8_t> &refusals_of(uint64_t number) { return refusals[number % ids]; }
 
-    /** The view behind a descriptor of sizeof(server_view_t) bytes, mapped for good; null when it cannot be mapped. */
+    /** Maps the view in a descriptor of sizeof(server_view_t) bytes. It is never unmapped. Null when mapping fails. */
     static server_view_t *map(int fd) {
         void *memory = mmap(nullptr, sizeof(server_view_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         return memory == MAP_FAILED ? nullptr : static_cast<server_view_t *>(memory);

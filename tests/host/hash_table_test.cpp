@@ -1,3 +1,4 @@
+/* The hash table, compared with a map, walked while it changes, and checked for long chains. */
 #include <cstdint>
 #include <random>
 #include <set>

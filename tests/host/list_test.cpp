@@ -1,3 +1,4 @@
+/* The intrusive list: order, removal, elements of other lists, and ownership. */
 #include <array>
 #include <utility>
 #include <vector>

@@ -1,3 +1,4 @@
+/* The event loop: timers, watched descriptors, and the loop's own descriptor. */
 #include <poll.h>
 #include <unistd.h>
 

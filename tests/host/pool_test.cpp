@@ -1,3 +1,4 @@
+/* Element pools: reuse, wrong frees, and the check whether a pool owns an address. */
 #include <sys/mman.h>
 
 #include <cstdint>

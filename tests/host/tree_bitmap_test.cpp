@@ -1,3 +1,4 @@
+/* The tree bitmap, compared with a table of bit strings for many shapes, and the lifetime of trees. */
 #include <bitset>
 #include <random>
 

@@ -1,3 +1,5 @@
+/* Configuration commands to the model: values that are accepted, stored and refused, in tables of commands and results.
+ */
 #include <set>
 
 #include "model_fixture.h"
@@ -20,7 +22,7 @@ constexpr uint32_t net(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
     return a | uint32_t{b} << 8 | uint32_t{c} << 16 | uint32_t{d} << 24;
 }
 
-/* Three prefixes: stateless, stateful, stateless from IPv6 to IPv4. */
+/* The three prefixes are: stateless, stateful, stateless from IPv6 to IPv4. */
 message_t interface(uint32_t ifh, const uint32_t (&valid)[3], const uint8_t (&lengths)[3]) {
     return config(1, 92, {ifh, 1, 0, valid[0], valid[1], valid[2]})
         .put<uint8_t>(75, lengths[0])
@@ -168,7 +170,7 @@ TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
         {"logging deleted", logging(25, first, 2056), 0},
         {"delete again", logging(25, first, 2056), no_entry},
     });
-    EXPECT_EQ(totals(), (words_t{0, 0, 1, 1, 1, 1, 1, 0, 1})); /* the session is the static mapping's */
+    EXPECT_EQ(totals(), (words_t{0, 0, 1, 1, 1, 1, 1, 0, 1})); /* the session belongs to the static mapping */
     take({
         {"pool deleted before its range", config(5, 8, {1, 1}), has_ranges},
         {"its range deleted", range(7, 1, 0, net(203, 0, 113, 0), net(203, 0, 113, 9)), 0},

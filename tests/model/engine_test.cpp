@@ -1,4 +1,7 @@
-/* A server over an engine that refuses, holds and takes back, as one that does not only make sessions up. */
+/*
+ * A server with an engine that refuses some commands and needs a commit, unlike the model's engine. The tests check
+ * when the server calls the engine, when answers are sent, and that a failed commit restores the configuration.
+ */
 #include <utility>
 
 #include "model_fixture.h"
@@ -9,7 +12,7 @@ namespace {
 constexpr uint32_t not_here = 0x7001;
 constexpr uint32_t not_taken = 0x7002;
 
-/** Takes neither rules nor adjacencies; has one session, 10.0.0.1 of pool 7. */
+/** Refuses rules and adjacencies. Has one session. */
 class slow_engine_t : public engine_t {
 public:
     std::vector<uint32_t> heard; /* op codes */
@@ -64,7 +67,9 @@ protected:
     }
     void end() override { server_.reset(); }
 
-    /** Results of commands that are sent in one turn, after the commit. */
+    /** Sends commands in one turn, commits, and returns the commands' results. Nothing may be answered before the
+     * commit.
+     */
     words_t committed_results_of(const std::vector<message_t> &commands) {
         for (const message_t &msg : commands) {
             send(msg);

@@ -1,4 +1,5 @@
-/* A PAL's own test in plain C: a server in its process, made from installed headers alone. */
+/* The model's C interface, used like a PAL's own test would: in plain C, in one process, with installed headers only.
+ */
 #include <fwx_host/fwx_host.h>
 #include <fwx_nat64/fwx_nat64.h>
 #include <fwx_nat64_model/model.h>
@@ -18,7 +19,7 @@ static struct {
     uint32_t result;
 } answers[8];
 static size_t answer_count;
-static uint32_t noted[4]; /* operation and words */
+static uint32_t noted[4]; /* operation and three words of the last record notification */
 static fwx_host_loop_t *loop;
 
 static void on_reply(fwx_nat64_cmd_result_t *result) {
@@ -33,7 +34,7 @@ static void copy_part(void *arg, uint32_t op_code, const void *payload, size_t s
     EXPECT_EQ(fwx_nat64_model_restore(arg, op_code, payload, size), 0);
 }
 
-/* Sets two timeouts, contexts 1 and 2, and returns how many answers have come. */
+/* Sets two timeouts, with contexts 1 and 2, and returns the number of answers received. */
 static size_t set_timeouts(void) {
     const fwx_nat64_timeout_t udp = {1, 300}, icmp = {6, 60};
     answer_count = 0;
@@ -49,7 +50,7 @@ int main(void) {
     const fwx_nat64_unsol_cbs_t unsol_cbs = {NULL, on_record, NULL};
     loop = fwx_host_loop_create();
     EXPECT_EQ(fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME, NULL), FWX_HOST_ERR_BAD_ARG);
-    model = (fwx_nat64_model_t *)&failures; /* no model, and gone after a failure */
+    model = (fwx_nat64_model_t *)&failures; /* not a model; a failure must set it to null */
     EXPECT_EQ(fwx_nat64_model_create(NULL, FWX_NAT64_CHANNEL_NAME, &model), FWX_HOST_ERR_BAD_ARG);
     EXPECT_EQ(model == NULL, 1);
     EXPECT_EQ(fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME, &model), 0);

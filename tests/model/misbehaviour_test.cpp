@@ -1,3 +1,4 @@
+/* The model's misbehaviour: failing, delayed, held, duplicated and missing replies, and dropped clients. */
 #include <algorithm>
 #include <map>
 
@@ -8,7 +9,7 @@ namespace {
 
 class misbehaviour_t : public model_fixture_t {
 protected:
-    /** Sends commands whose contexts are 1 to `count`; the contexts of what came back. */
+    /** Sends commands with the contexts 1 to `count`, and returns the contexts of the replies received. */
     std::vector<uint64_t> send_numbered(uint64_t count) {
         received.clear();
         for (uint64_t i = 1; i <= count; ++i) {

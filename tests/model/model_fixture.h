@@ -1,4 +1,4 @@
-/* A model and raw channels to it: messages go out and come back as bytes. */
+/* A fixture with a model and channels to it that do not use the library: messages are sent and received as bytes. */
 #ifndef TESTS_MODEL_MODEL_FIXTURE_H
 #define TESTS_MODEL_MODEL_FIXTURE_H
 
@@ -15,7 +15,7 @@
 #include "platform/smc.h"
 #include "tests/support/platform_watch.h"
 
-/** Bytes of a message that is filled and read at literal offsets. */
+/** The bytes of a message, which tests write and read at literal offsets. */
 struct message_t : std::vector<uint8_t> {
     using std::vector<uint8_t>::vector;
 
@@ -95,7 +95,7 @@ protected:
         EXPECT_EQ(watch_.faults(), "");
     }
 
-    /** What is behind the name "model under test". */
+    /** Starts the server of the channel name "model under test". */
     virtual bool serve() {
         model_ = fwx_nat64_model_t::create(loop_, "model under test");
         return model_ != nullptr;
@@ -128,7 +128,7 @@ protected:
         ASSERT_EQ(smc_async_msg_sends(chan_, buffer, buffer, msg.size(), on_done), 0u);
     }
 
-    /** Sends a command and runs until nothing is left to do; what came back since the last call. */
+    /** Sends a command, runs the loop until it is idle, and returns the messages received. */
     std::vector<message_t> replies_to(const message_t &msg) {
         received.clear();
         send(msg);
@@ -141,13 +141,13 @@ protected:
         return arrived;
     }
 
-    /** The one reply to a command. */
+    /** Sends a command and returns its only reply. */
     message_t reply_to(const message_t &msg) {
         const std::vector<message_t> replies = replies_to(msg);
         EXPECT_EQ(replies.size(), 1u);
         return replies.size() == 1 ? replies[0] : message_t(256, 0xff);
     }
-    /** How many the model holds of each kind. */
+    /** Number of objects of each kind in the model. */
     words_t totals() const {
         const fwx_nat64_stats_sys_entry_t now = model_->totals();
         words_t found;
@@ -159,7 +159,7 @@ protected:
     }
     uint32_t result_of(const message_t &msg) { return reply_to(msg).u32(32); }
 
-    /** Answer to a synchronous command, empty when there is none. */
+    /** Sends a synchronous command and returns its answer, which is empty when there is none. */
     message_t ask(const message_t &msg) {
         void *buffer = buffer_with(msg);
         message_t answer(20, 0xee);

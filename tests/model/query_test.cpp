@@ -1,3 +1,4 @@
+/* Statistics queries and session walks: entries, pages, filters, and the turns in which long answers are sent. */
 #include "model_fixture.h"
 
 namespace {
@@ -17,7 +18,7 @@ protected:
     void add_static(uint32_t id, uint32_t src, uint32_t dst) {
         EXPECT_EQ(result_of(config(8, 84, {id}).put<uint32_t>(48, src).put<uint32_t>(84, dst)), 0u);
     }
-    /** Sessions that a walk without filter gives. */
+    /** Number of sessions in the replies to a walk. */
     uint64_t walked(const message_t &request) {
         uint64_t sessions = 0;
         for (const message_t &reply : replies_to(request)) {

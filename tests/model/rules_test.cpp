@@ -1,3 +1,4 @@
+/* MAP-T rules of the model: their indices, results, and the order to empty the client's table. */
 #include "model_fixture.h"
 
 namespace {

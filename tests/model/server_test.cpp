@@ -1,3 +1,4 @@
+/* Frames and replies: the type and size of each reply, and the codes for malformed and unknown messages. */
 #include "model_fixture.h"
 #include "platform/runtime.h"
 #include "server/configuration.h"

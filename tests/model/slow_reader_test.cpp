@@ -1,4 +1,5 @@
-/* A client in another process that asks for much and reads slowly: its channel and the model are both in this one. */
+/* A client that walks many sessions over shared memory and reads slowly. Client and model are in this process, on two
+ * loops. */
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,7 +27,7 @@ void take_page(void *, void *, void *msg, size_t) {
 }  // namespace
 
 TEST(slow_reader_test, gets_the_whole_of_a_walk_that_is_longer_than_what_may_wait) {
-    constexpr uint64_t count = 600000; /* 90 MB; 64 MiB may wait */
+    constexpr uint64_t count = 600000; /* 90 MB, more than the limit of 64 MiB queued for a client */
     const runtime_directory_t directory;
     fwx_host_loop_t *server_loop = fwx_host_loop_create();
     fwx_host_loop_t *client_loop = fwx_host_loop_create();

@@ -1,3 +1,5 @@
+/* Saving and restoring the model's configuration, as a whole and by a journal of changes, and the commit of the
+ * journal. */
 #include <algorithm>
 #include <utility>
 
@@ -9,7 +11,7 @@ using part_t = std::pair<uint32_t, std::vector<uint8_t>>; /* op code and payload
 
 class snapshot_t : public model_fixture_t {
 protected:
-    /** Commands whose payloads are saved as they came. */
+    /** Commands whose payloads are saved unchanged. */
     const std::vector<message_t> settings_ = {
         config(14, 8, {1, 300}),
         config(15, 8, {1, 1024}),
@@ -43,7 +45,7 @@ protected:
             }
         }
     }
-    /** Journals what changes; each commit returns `code`. */
+    /** Writes changes to `journal`; each commit returns `code`. */
     void keep_in(std::vector<part_t> &journal, uint32_t code) {
         journal_ = &journal;
         commit_code_ = code;
@@ -88,7 +90,7 @@ TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
         EXPECT_NE(std::find(parts.begin(), parts.end(), part), parts.end()) << "op code " << part.first;
     };
     std::for_each(settings_.begin(), settings_.end(), expect_part);
-    /* A modify carries no second part, and the one that was added stays. */
+    /* A modify command carries no extension, so the added one stays. */
     expect_part(config(11, 80, {9, 0, 0, 2}).put<uint32_t>(36 + 52, 0x55).put<uint32_t>(36 + 76, 0x66));
 
     const auto fresh = fwx_nat64_model_t::create(loop_, "another model");
@@ -112,7 +114,7 @@ TEST_F(snapshot_t, the_journal_restores_the_configuration_from_its_changes_alone
         ASSERT_EQ(committed_result_of(msg), 0U);
     }
     const message_t more[] = {
-        command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 12), /* under the index that was given back */
+        command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 12), /* gets the index that was freed */
         command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 2).put<uint32_t>(40, 9).put<uint32_t>(44, 7),
         command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 8),
         command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 3).put<uint32_t>(40, 8),
