@@ -32,7 +32,7 @@ expect_owner libfwx-nat64-tools /usr/bin/{natctl,nat64d} /usr/share/man/man1/nat
   /lib/systemd/system/{natctl-serve,nat64d}@.service /usr/share/nat64d/{alerts,scrape}.yml /usr/share/nat64d/dashboard.json \
   /usr/share/bash-completion/completions/natctl "$lib/wireshark/plugins/fwx_nat64.lua" \
   /usr/share/doc/libfwx-nat64-tools/protocol.md.gz /usr/share/doc/libfwx-nat64-tools/examples/nat64.natctl
-ldconfig --print-cache | grep -F "libfwx_nat64.so.1 " >/dev/null || fail "the linker's cache is not brought up to date"
+ldconfig --print-cache | grep -F "libfwx_nat64.so.1 " >/dev/null || fail "the linker cache was not updated"
 cmp /usr/share/bash-completion/completions/natctl <(natctl completion bash)
 cmp /usr/share/zsh/vendor-completions/_natctl <(natctl completion zsh)
 cmp /usr/share/fish/vendor_completions.d/natctl.fish <(natctl completion fish)
@@ -124,7 +124,7 @@ wait $server
 
 # Only the user and files that Python compiled of its own modules may remain.
 apt-get purge -y "${packages[@]}" >apt.log 2>&1 || fail "$(cat apt.log)"
-[[ $(comm -13 before installed | wc -l) -ge 30 ]] || fail "the installation is not seen"
+[[ $(comm -13 before installed | wc -l) -ge 30 ]] || fail "too few files were installed"
 comm -13 before <(files) | while read -r file; do
   [[ $file =~ ^/etc/((passwd|group|shadow|gshadow)-|\.pwd\.lock)$ ]] && continue
   [[ $file == */__pycache__* && $file != *fwx_nat64* ]] || echo "$file"

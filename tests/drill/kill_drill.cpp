@@ -65,12 +65,13 @@ public:
         fwx_mapt_plu_cleanup();
         fwx_host_loop_run_until_idle(loop_);
         check(ledger.open_count() == left, "no callback after the end of the binding");
-        check(ledger.sent == ledger.answered + ledger.failed + left, "the books balance");
+        check(ledger.sent == ledger.answered + ledger.failed + left,
+              "every command that was sent is answered, failed or outstanding");
     }
     void print() const {
         printf("%llu kills, %llu commands outstanding at each in the mean: ", as_number(rounds_),
                as_number(rounds_ == 0 ? 0 : outstanding_at_kills_ / rounds_));
-        printf("%llu sent: %llu answered, %llu failed untaken, %llu outstanding; %llu refused without a server\n",
+        printf("%llu sent: %llu answered, %llu failed as not taken, %llu outstanding; %llu refused without a server\n",
                as_number(ledger.sent), as_number(ledger.answered), as_number(ledger.failed),
                as_number(ledger.open_count()), as_number(ledger.refused));
     }
@@ -78,7 +79,7 @@ public:
     static void check(bool is_true, const char *what) {
         if (is_true) return;
         faults += 1;
-        fprintf(stderr, "kill_drill: not so: %s\n", what);
+        fprintf(stderr, "kill_drill: this does not hold: %s\n", what);
     }
 
     static uint64_t faults;
@@ -149,18 +150,19 @@ private:
             fwx_host_loop_run_once(loop_, 1);
         }
         check(clock_type::now() - died < longest_until_reported, "a kill is reported within a second");
-        check(!send_one(), "without a server a send returns a code");
-        check(ledger.unnoted() <= 1, "a dead server has noted all that it refused, but for the last");
+        check(!send_one(), "a send without a server returns an error");
+        check(ledger.unnoted() <= 1, "a dead server has recorded all refusals, except perhaps the last");
         ledger.forget_unnoted();
-        check(ledger.open_count() - lost_ <= most_in_a_turn, "of what the server was not at, nothing is lost");
-        check(ledger.failed_in_turn <= most_in_a_turn, "what failed was not taken, but for the turn that was not over");
+        check(ledger.open_count() - lost_ <= most_in_a_turn, "no command is lost that the server had not taken");
+        check(ledger.failed_in_turn <= most_in_a_turn,
+              "the server took no failed command, except in the unfinished turn");
         ledger.failed_in_turn = 0;
         lost_ = ledger.open_count();
         check(server_.start(), "the server starts again");
     }
     /** Waits until the new server has answered all commands, and the two views agree. */
     void settle() {
-        check(send_one(), "a server that lives takes a command");
+        check(send_one(), "a living server accepts a command");
         while (ledger.open_count() > lost_) {
             fwx_host_loop_run_once(loop_, -1);
         }
@@ -215,7 +217,7 @@ int main(int argc, char **argv) {
         drill.print();
         drill_t::faults += drill.ledger.faults;
     }
-    drill_t::check(watch.left().empty(), "nothing is live");
+    drill_t::check(watch.left().empty(), "no platform objects are left");
     drill_t::check(watch.faults().empty(), "nothing was freed twice or dropped");
     return drill_t::faults == 0 ? 0 : 1;
 }

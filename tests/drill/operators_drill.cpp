@@ -142,7 +142,7 @@ private:
             char room[4096];
             while (fread(room, 1, sizeof room, each) != 0) {
             }
-            if (WEXITSTATUS(pclose(each)) != 0) fail("one of two at once failed");
+            if (WEXITSTATUS(pclose(each)) != 0) fail("one of two simultaneous applies failed");
         }
         expect("at once", held() == documents[0] ? documents[0] : documents[1]);
     }
@@ -235,8 +235,9 @@ private:
         const items_t now = held();
         if (is_told && (now != before ||
                         (said.find(" of ") == std::string::npos && said.find("nothing was sent") == std::string::npos)))
-            fail("interrupted: " + said);
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && now != document) fail("ok, and not there: " + said);
+            fail("wrong result of an interrupted apply: " + said);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && now != document)
+            fail("natctl reported ok, but the server has another configuration: " + said);
         ++counts_[is_told ? "undone" : WIFEXITED(status) ? "too late to interrupt" : "killed"];
         apply(1, random_document());
     }

@@ -156,7 +156,7 @@ protected:
         const char *wrong = call_all();
         hoard.give_back();
         if (wrong != nullptr) {
-            fprintf(stderr, "not as it should be without memory: %s\n", wrong);
+            fprintf(stderr, "does not fail as expected without memory: %s\n", wrong);
             return 1;
         }
         if (send("a") != 0 || fwx_host_server_listen(deaf_, "another") != 0 || insert(1) != 0) return 2;
