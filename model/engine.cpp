@@ -15,14 +15,14 @@ namespace {
 
 /* Session identifiers. Those of static mappings' sessions are below those of generated sessions. No session has 0. */
 constexpr uint64_t first_static_id = uint64_t{1} << 32;
-constexpr uint64_t first_made_id = uint64_t{2} << 32;
+constexpr uint64_t first_generated_id = uint64_t{2} << 32;
 
 constexpr uint32_t family_ipv6 = 1;
 constexpr uint32_t protocol_tcp = 6;
 constexpr uint32_t protocol_udp = 17;
-constexpr uint64_t made_destinations = 131072;
-constexpr uint64_t made_source_ports = 64512;
-constexpr uint16_t first_made_port = 1024;
+constexpr uint64_t generated_destinations = 131072;
+constexpr uint64_t generated_source_ports = 64512;
+constexpr uint16_t first_generated_port = 1024;
 
 uint32_t age_s(uint64_t since_ms) {
     return static_cast<uint32_t>((fwx_host_clock_ms() - since_ms) / 1000);
@@ -42,8 +42,8 @@ uint32_t read_big_endian(const uint8_t *at) {
     return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
 }
 
-uint16_t made_port(uint64_t n) {
-    return static_cast<uint16_t>(first_made_port + n % made_source_ports);
+uint16_t generated_port(uint64_t n) {
+    return static_cast<uint16_t>(first_generated_port + n % generated_source_ports);
 }
 
 }  // namespace
@@ -63,10 +63,10 @@ void model_engine_t::changed(uint32_t op_code, const void *payload) {
             statics.erase(read(fwx_nat64_delete_payload_t{}).id);
             break;
         case FWX_NAT64_CFG_DMAPPING_DEL:
-            close_of(mappings, read(fwx_nat64_delete_payload_t{}).id);
+            close_sessions_of(mappings, read(fwx_nat64_delete_payload_t{}).id);
             break;
         case FWX_NAT64_CFG_POOL_DEL:
-            close_of(pools, read(fwx_nat64_delete_payload_t{}).id);
+            close_sessions_of(pools, read(fwx_nat64_delete_payload_t{}).id);
             break;
         case record_kept_basic_rule_del: {
             const auto rule = read(kept_rule_t{}).rule;
@@ -90,12 +90,12 @@ void model_engine_t::generate(uint64_t count) {
         of_pools.push_back({id, first, std::max(1U, ntohl(pool.end_addr) - first + 1)});
         pool_ids.push_back(id);
     }
-    made.assign(count, true);
-    made_live = count;
-    made_ms = fwx_host_clock_ms();
+    generated.assign(count, true);
+    generated_live = count;
+    generated_ms = fwx_host_clock_ms();
     mappings = owners_t(std::move(mapping_ids));
     pools = owners_t(std::move(pool_ids));
-    made_pools = std::move(of_pools);
+    generated_pools = std::move(of_pools);
     for (uint64_t n = 0; n < count; ++n) {
         mappings.add(n, 1);
         pools.add(n, 1);
@@ -106,10 +106,10 @@ uint32_t model_engine_t::session_clear(const session_filter_t &filter) {
     fwx_nat64_session_t session;
     uint64_t looks = UINT64_MAX;
     for (uint64_t from = 0; session_next(from, filter, &session, looks) == found_t::session; from = session.id + 1) {
-        if (session.id < first_made_id) {
+        if (session.id < first_generated_id) {
             statics.erase(session.mapping_id);
         } else {
-            close_made(session.id - first_made_id);
+            close_generated(session.id - first_generated_id);
         }
     }
     return 0;
@@ -117,7 +117,7 @@ uint32_t model_engine_t::session_clear(const session_filter_t &filter) {
 
 engine_t::found_t model_engine_t::session_next(uint64_t from, const session_filter_t &filter,
                                                fwx_nat64_session_t *session, uint64_t &looks) const {
-    if (from < first_made_id) {
+    if (from < first_generated_id) {
         const auto start = from < first_static_id ? statics.begin()
                                                   : statics.lower_bound(static_cast<uint32_t>(from - first_static_id));
         for (auto it = start; it != statics.end(); ++it) {
@@ -129,24 +129,24 @@ engine_t::found_t model_engine_t::session_next(uint64_t from, const session_filt
             session->dst = it->second.dst;
             session->mapping_id = it->first;
             session->age_s = age_s(it->second.opened_ms);
-            if (lets_through(filter, *session)) return found_t::session;
+            if (matches(filter, *session)) return found_t::session;
         }
-        from = first_made_id;
+        from = first_generated_id;
     }
-    for (uint64_t n = from - first_made_id; n < made.size(); ++n) {
+    for (uint64_t n = from - first_generated_id; n < generated.size(); ++n) {
         if (looks == 0) {
-            session->id = first_made_id + n;
+            session->id = first_generated_id + n;
             return found_t::later;
         }
         --looks;
-        if (!made[n]) continue;
-        *session = made_session(n);
-        if (lets_through(filter, *session)) return found_t::session;
+        if (!generated[n]) continue;
+        *session = generated_session(n);
+        if (matches(filter, *session)) return found_t::session;
     }
     return found_t::none;
 }
 
-bool model_engine_t::lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const {
+bool model_engine_t::matches(const session_filter_t &filter, const fwx_nat64_session_t &session) const {
     const bool protocol_ok = filter.protocol == 0 || filter.protocol == session.protocol;
     const bool ends_ok = protocol_ok && is_wanted(filter.src, session.src) && is_wanted(filter.dst, session.dst);
     if (!ends_ok || (filter.pool_addr == 0 && filter.port == 0)) return ends_ok;
@@ -169,24 +169,24 @@ fwx_nat64_session_full_t model_engine_t::session_in_full(const fwx_nat64_session
     full.age_s = session.age_s;
     const uint32_t lifetime = lifetime_s(session.protocol);
     full.remaining_s = lifetime - std::min(lifetime, session.age_s);
-    if (session.id < first_made_id) { /* a static mapping's session: its second address is the outside one */
+    if (session.id < first_generated_id) { /* a static mapping's session: its second address is the outside one */
         full.state = FWX_NAT64_SESSION_ACTIVE;
         full.pool_addr = session.dst;
         full.dst = {};
         return full;
     }
     constexpr uint8_t well_known_prefix[] = {0x00, 0x64, 0xff, 0x9b};
-    const uint64_t n = session.id - first_made_id;
+    const uint64_t n = session.id - first_generated_id;
     full.state = session.protocol == protocol_tcp ? FWX_NAT64_SESSION_ESTABLISHED : FWX_NAT64_SESSION_ACTIVE;
     full.dst_ipv6.family = family_ipv6;
     std::copy(std::begin(well_known_prefix), std::end(well_known_prefix), full.dst_ipv6.addr);
     std::copy_n(session.dst.addr, sizeof(uint32_t), full.dst_ipv6.addr + sizeof(in6_addr) - sizeof(uint32_t));
-    if (!made_pools.empty()) {
-        const session_pool_t &pool = made_pools[n % made_pools.size()];
-        const uint64_t place = n / made_pools.size();
+    if (!generated_pools.empty()) {
+        const session_pool_t &pool = generated_pools[n % generated_pools.size()];
+        const uint64_t place = n / generated_pools.size();
         full.pool_id = pool.id;
         write_big_endian(pool.first + static_cast<uint32_t>(place % pool.count), full.pool_addr.addr);
-        full.pool_port = made_port(place / pool.count);
+        full.pool_port = generated_port(place / pool.count);
     }
     full.packets_out = 1 + n % 97;
     full.bytes_out = 120 * full.packets_out;
@@ -214,33 +214,33 @@ uint64_t model_engine_t::owners_t::count_of(uint32_t id) const {
     return live[static_cast<size_t>(found - ids.begin())];
 }
 
-void model_engine_t::close_of(const owners_t &owners, uint32_t id) {
+void model_engine_t::close_sessions_of(const owners_t &owners, uint32_t id) {
     if (owners.count_of(id) == 0) return;
-    for (uint64_t n = 0; n < made.size(); ++n) {
-        if (made[n] && owners.of(n) == id) close_made(n);
+    for (uint64_t n = 0; n < generated.size(); ++n) {
+        if (generated[n] && owners.of(n) == id) close_generated(n);
     }
 }
 
-void model_engine_t::close_made(uint64_t n) {
-    made[n] = false;
-    --made_live;
+void model_engine_t::close_generated(uint64_t n) {
+    generated[n] = false;
+    --generated_live;
     mappings.add(n, UINT64_MAX); /* subtracts 1 */
     pools.add(n, UINT64_MAX);
 }
 
-fwx_nat64_session_t model_engine_t::made_session(uint64_t n) const {
+fwx_nat64_session_t model_engine_t::generated_session(uint64_t n) const {
     constexpr uint8_t network[] = {0x20, 0x01, 0x0d, 0xb8, 0x00, 0x64};
     constexpr uint32_t first_destination = 0xc6120000; /* 198.18.0.0 */
     fwx_nat64_session_t session{};
-    session.id = first_made_id + n;
+    session.id = first_generated_id + n;
     session.src.family = family_ipv6;
     std::copy(std::begin(network), std::end(network), session.src.addr);
     write_big_endian(static_cast<uint32_t>(n), session.src.addr + sizeof(session.src.addr) - sizeof(uint32_t));
-    write_big_endian(first_destination + static_cast<uint32_t>(n % made_destinations), session.dst.addr);
-    session.src_port = made_port(n);
+    write_big_endian(first_destination + static_cast<uint32_t>(n % generated_destinations), session.dst.addr);
+    session.src_port = generated_port(n);
     session.dst_port = 443;
     session.protocol = n % 2 == 0 ? protocol_tcp : protocol_udp;
     session.mapping_id = mappings.of(n);
-    session.age_s = age_s(made_ms);
+    session.age_s = age_s(generated_ms);
     return session;
 }

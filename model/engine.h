@@ -30,7 +30,7 @@ public:
     bool needs_commit() const override { return false; }
     uint32_t commit() noexcept override { return 0; }
 
-    uint64_t session_count() const override { return statics.size() + made_live; }
+    uint64_t session_count() const override { return statics.size() + generated_live; }
     uint64_t session_count_of_pool(uint32_t pool_id) const override { return pools.count_of(pool_id); }
     uint64_t session_count_of_mapping(uint32_t kind, uint32_t mapping_id) const override {
         return kind == FWX_NAT64_MAPPING_STATIC ? statics.count(mapping_id) : mappings.count_of(mapping_id);
@@ -60,17 +60,17 @@ private:
     };
 
     uint32_t lifetime_s(uint32_t protocol) const;
-    void close_of(const owners_t &owners, uint32_t id);
-    void close_made(uint64_t n);
-    fwx_nat64_session_t made_session(uint64_t n) const;
-    bool lets_through(const session_filter_t &filter, const fwx_nat64_session_t &session) const;
+    void close_sessions_of(const owners_t &owners, uint32_t id);
+    void close_generated(uint64_t n);
+    fwx_nat64_session_t generated_session(uint64_t n) const;
+    bool matches(const session_filter_t &filter, const fwx_nat64_session_t &session) const;
 
     std::map<uint32_t, static_session_t> statics; /* by the mapping's identifier */
-    std::vector<bool> made;                       /* whether generated session n is open */
-    uint64_t made_live = 0;
-    uint64_t made_ms = 0;
+    std::vector<bool> generated;                  /* whether generated session n is open */
+    uint64_t generated_live = 0;
+    uint64_t generated_ms = 0;
     owners_t mappings, pools;
-    std::vector<session_pool_t> made_pools;
+    std::vector<session_pool_t> generated_pools;
 };
 
 #endif

@@ -158,12 +158,12 @@ constexpr const config_command_t *find(uint32_t op_code) {
     return found == std::end(commands) ? nullptr : found;
 }
 
-constexpr bool has_its_command(const wire_message_t &message) {
+constexpr bool has_command(const wire_message_t &message) {
     const config_command_t *command = find(static_cast<uint32_t>(message.selector));
     return command != nullptr && command->payload_size + sizeof(fwx_nat64_cfg_msg_t) == message.size;
 }
 
-constexpr bool stands_once(const config_command_t &command) {
+constexpr bool is_unique(const config_command_t &command) {
     return find(command.op_code) == &command;
 }
 
@@ -175,9 +175,9 @@ constexpr bool is_saved_if_kept(const config_command_t &command) {
 
 constexpr size_t rule_command_count = 5; /* pseudo commands for rules, which are not configuration messages */
 
-static_assert(std::all_of(std::begin(wire_config_messages), std::end(wire_config_messages), has_its_command),
+static_assert(std::all_of(std::begin(wire_config_messages), std::end(wire_config_messages), has_command),
               "a configuration message has no command here, or one of another size");
-static_assert(std::all_of(std::begin(commands), std::end(commands), stands_once), "two commands have the same op code");
+static_assert(std::all_of(std::begin(commands), std::end(commands), is_unique), "two commands have the same op code");
 static_assert(std::size(commands) == std::size(wire_config_messages) + rule_command_count, "a command has no message");
 static_assert(std::all_of(std::begin(commands), std::end(commands), is_saved_if_kept),
               "a command is to be kept as one that saves nothing");

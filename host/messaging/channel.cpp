@@ -75,13 +75,13 @@ uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send
     message->owner = message_owner_t::CHANNEL;
     untaken_.push(message);
     untaken_bytes_ += size;
-    if (tap_is_on() || untaken_bytes_ >= throttles_at_) tell_of(*message);
+    if (tap_is_on() || untaken_bytes_ >= throttles_at_) observe_sent(*message);
     link_->messages_waiting();
     return 0;
 }
 
 /** Cold path of send(): shows the message to the tap and updates flow control. */
-void channel_t::tell_of(const message_t &message) {
+void channel_t::observe_sent(const message_t &message) {
     tap_show(FWX_HOST_SENT, exchange_t::async, message.bytes(), message.size);
     update_throttle();
 }
@@ -171,7 +171,7 @@ bool channel_t::dispatch_more() {
  * the reply to it is delivered. */
 void channel_t::dispatch_known() {
     for (;;) {
-        while (has_to_tell() && budget_ > 0) {
+        while (has_reports() && budget_ > 0) {
             budget_ -= 1;
             if (edges_ != 0) {
                 report_edge();

@@ -105,9 +105,9 @@ private:
     bool is_down() const { return down_code_ != 0; }
     bool is_closed() const { return link_ == nullptr; }
     uint32_t refusal(size_t size) const;
-    [[gnu::cold]] void tell_of(const message_t &message);
-    bool has_to_tell() const { return edges_ != 0 || !done_.empty(); }
-    bool may_deliver() const { return budget_ != 0 && !has_to_tell() && !is_closed(); }
+    [[gnu::cold]] void observe_sent(const message_t &message);
+    bool has_reports() const { return edges_ != 0 || !done_.empty(); }
+    bool may_deliver() const { return budget_ != 0 && !has_reports() && !is_closed(); }
     void dispatch_known();
     bool dispatch_more();
     void report_edge();

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr uint64_t rest_ms = 100;
+constexpr uint64_t pause_ms = 100;
 
 descriptor_t spare_make() {
     return descriptor_t(open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -36,7 +36,7 @@ uint32_t user_listener_t::start(user_socket_t kind, const char *name) {
 }
 
 user_listener_t::~user_listener_t() {
-    fwx_host_timer_cancel(&loop_, rest_timer_);
+    fwx_host_timer_cancel(&loop_, pause_timer_);
     if (entrance_.socket.is_open()) fwx_host_loop_unwatch(&loop_, entrance_.socket.get());
     user_socket_unlisten(entrance_);
 }
@@ -44,7 +44,7 @@ user_listener_t::~user_listener_t() {
 void user_listener_t::on_connect(void *arg) {
     auto &listener = *static_cast<user_listener_t *>(arg);
     for (;;) {
-        if (closer_is_full()) return listener.rest();
+        if (closer_is_full()) return listener.pause();
         descriptor_t socket;
         switch (user_socket_accept(listener.entrance_.socket, &socket)) {
             case 0:
@@ -57,7 +57,7 @@ void user_listener_t::on_connect(void *arg) {
                 break;
             default:
                 if (!listener.spare_.is_open()) listener.spare_ = spare_make();
-                if (!listener.spare_.is_open()) return listener.rest();
+                if (!listener.spare_.is_open()) return listener.pause();
                 if (!listener.turn_away_one()) return;
                 break;
         }
@@ -72,22 +72,22 @@ bool user_listener_t::turn_away_one() {
     const uint32_t code = user_socket_accept(entrance_.socket, &socket);
     if (code == 0) turn_away_(arg_, std::move(socket));
     spare_ = spare_make();
-    if (code != 0 && code != EAGAIN) rest();
+    if (code != 0 && code != EAGAIN) pause();
     return code == 0;
 }
 
-/** Stops watching the socket for rest_ms. */
-void user_listener_t::rest() {
-    if (rest_timer_ != 0) return;
-    rest_timer_ = fwx_host_timer_add(&loop_, rest_ms, on_rest_over, this);
-    if (rest_timer_ != 0) fwx_host_loop_unwatch(&loop_, entrance_.socket.get());
+/** Stops watching the socket for pause_ms. */
+void user_listener_t::pause() {
+    if (pause_timer_ != 0) return;
+    pause_timer_ = fwx_host_timer_add(&loop_, pause_ms, on_pause_over, this);
+    if (pause_timer_ != 0) fwx_host_loop_unwatch(&loop_, entrance_.socket.get());
 }
 
-void user_listener_t::on_rest_over(void *arg) {
+void user_listener_t::on_pause_over(void *arg) {
     auto &listener = *static_cast<user_listener_t *>(arg);
-    listener.rest_timer_ = 0;
+    listener.pause_timer_ = 0;
     if (fwx_host_loop_watch(&listener.loop_, listener.entrance_.socket.get(), on_connect, arg) != 0) {
-        listener.rest();
+        listener.pause();
     }
 }
 

@@ -22,9 +22,9 @@ public:
 
 private:
     static void on_connect(void *arg);
-    static void on_rest_over(void *arg);
+    static void on_pause_over(void *arg);
     bool turn_away_one();
-    void rest();
+    void pause();
 
     fwx_host_loop_t &loop_;
     const client_fn_t let_in_;
@@ -32,7 +32,7 @@ private:
     void *const arg_;
     user_entrance_t entrance_;
     descriptor_t spare_; /* closed to accept and turn away a client when no other descriptors are left */
-    uint64_t rest_timer_ = 0;
+    uint64_t pause_timer_ = 0;
 };
 
 #endif

@@ -138,12 +138,12 @@ private:
     }
 
     void kill_server() {
-        const bool looks_away = below(2) == 0; /* do not run the loop until the server is dead */
+        const bool skips_loop = below(2) == 0; /* do not run the loop until the server is dead */
         fill();
         outstanding_at_kills_ += ledger.open_count() - lost_;
         server_.kill_in(below(longest_life_us));
         while (!server_.is_dead()) {
-            if (!looks_away) keep_busy();
+            if (!skips_loop) keep_busy();
         }
         const clock_type::time_point died = clock_type::now();
         while (is_connected()) {

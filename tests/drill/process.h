@@ -29,21 +29,21 @@ public:
     /** Kills the process after a delay, from a signal handler in this process, so that the kill can come at any point
      * of this process's code. Works for one process at a time. */
     void kill_in(uint32_t microseconds) const {
-        condemned = child_.pid();
+        kill_target = child_.pid();
         itimerspec at{};
         at.it_value.tv_nsec = long{microseconds} * 1000 + 1;
-        timer_settime(executioner(), 0, &at, nullptr);
+        timer_settime(kill_timer(), 0, &at, nullptr);
     }
     /** Whether the process has ended. It must have been started. */
     bool is_dead() { return child_.has_ended(); }
 
 private:
-    static inline volatile pid_t condemned; /* for the signal handler */
+    static inline volatile pid_t kill_target; /* for the signal handler */
 
-    static timer_t executioner() {
+    static timer_t kill_timer() {
         static const timer_t timer = [] {
             struct sigaction action {};
-            action.sa_handler = [](int) { kill(condemned, SIGKILL); };
+            action.sa_handler = [](int) { kill(kill_target, SIGKILL); };
             sigaction(SIGUSR1, &action, nullptr);
             sigevent event{};
             event.sigev_notify = SIGEV_SIGNAL;

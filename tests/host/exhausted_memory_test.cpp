@@ -27,7 +27,7 @@ constexpr cgm_client_reg_t cgm_client = {[](uint32_t, void **, uint32_t, uint32_
 const std::vector<uint32_t> strides(2, 6); /* allocated before memory is exhausted */
 
 /** Takes all the memory that malloc can still give, in blocks of every size. */
-class hoard_t {
+class all_memory_t {
 public:
     void take_all() {
         const rlimit no_more = {0, 0};
@@ -39,7 +39,7 @@ public:
             take(size);
         }
     }
-    void give_back() {
+    void release() {
         while (blocks_ != nullptr) {
             block_t *next = blocks_->next;
             free(blocks_);
@@ -151,10 +151,10 @@ protected:
 
     /** Returns the exit status: 0 when all operations failed, and worked again once there was memory. */
     int exhaust() {
-        hoard_t hoard;
-        hoard.take_all();
+        all_memory_t all_memory;
+        all_memory.take_all();
         const char *wrong = call_all();
-        hoard.give_back();
+        all_memory.release();
         if (wrong != nullptr) {
             fprintf(stderr, "does not fail as expected without memory: %s\n", wrong);
             return 1;

@@ -69,7 +69,7 @@ class shm_handshake_t : public channel_fixture_t {
 protected:
     shm_handshake_t() : channel_fixture_t(link_kind_t::between_processes) {}
 
-    static descriptor_t visit() {
+    static descriptor_t connect_raw() {
         descriptor_t socket;
         EXPECT_EQ(shm_connect(server_name, &socket), 0u);
         return socket;
@@ -120,7 +120,7 @@ TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_o
         const uint64_t refused = peers().refused;
         const size_t before = open_descriptors();
         {
-            const descriptor_t socket = visit();
+            const descriptor_t socket = connect_raw();
             ASSERT_TRUE(hand_over(socket, tried.bytes, tried.make()));
             run_server();
             EXPECT_EQ(shm_why_closed(socket), tried.told);
@@ -139,7 +139,7 @@ TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_o
 TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings) {
     const handles_t handles = sound_handles();
     const shm_mapping_t segment = shm_segment_map(handles[0]);
-    const descriptor_t socket = visit();
+    const descriptor_t socket = connect_raw();
     ASSERT_TRUE(hand_over(socket, word(greeting), handles));
     run_server();
     const descriptor_t waiting(epoll_create1(0));
@@ -157,7 +157,7 @@ TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings)
 TEST_F(shm_handshake_t, a_client_that_takes_back_what_is_being_read_sees_no_answer_to_it_and_is_let_go) {
     const handles_t handles = sound_handles();
     const shm_mapping_t segment = shm_segment_map(handles[0]);
-    const descriptor_t socket = visit();
+    const descriptor_t socket = connect_raw();
     ASSERT_TRUE(hand_over(socket, word(greeting), handles));
     run_server();
     shm_writer_t writer(segment->to_server, segment->to_server_bytes, shm_ring_bytes);
@@ -178,23 +178,23 @@ TEST_F(shm_handshake_t, a_client_that_takes_back_what_is_being_read_sees_no_answ
     EXPECT_TRUE(is_hung_up(socket));
 }
 
-TEST_F(shm_handshake_t, a_guest_may_take_two_seconds_and_the_oldest_makes_room_for_more_than_64) {
+TEST_F(shm_handshake_t, a_client_may_delay_its_offer_for_two_seconds_and_of_more_than_64_the_oldest_is_turned_away) {
     fwx_host_clock_turn(0);
-    std::vector<descriptor_t> guests(66);
-    for (descriptor_t &guest : guests) {
-        guest = visit();
+    std::vector<descriptor_t> pending(66);
+    for (descriptor_t &client : pending) {
+        client = connect_raw();
     }
     run_server();
-    EXPECT_TRUE(is_hung_up(guests[1]));
-    EXPECT_FALSE(is_hung_up(guests[2]));
+    EXPECT_TRUE(is_hung_up(pending[1]));
+    EXPECT_FALSE(is_hung_up(pending[2]));
     fwx_host_clock_turn(1999);
     run_server();
-    ASSERT_TRUE(hand_over(guests[2], word(greeting), sound_handles()));
+    ASSERT_TRUE(hand_over(pending[2], word(greeting), sound_handles()));
     run_server();
     fwx_host_clock_turn(1);
     run_server();
-    EXPECT_FALSE(is_hung_up(guests[2]));
-    EXPECT_TRUE(is_hung_up(guests[3]));
+    EXPECT_FALSE(is_hung_up(pending[2]));
+    EXPECT_TRUE(is_hung_up(pending[3]));
     expect_service();
 }
 
@@ -207,7 +207,7 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
         const handles_t handles = sound_handles(); /* all clients share one segment, which saves memory */
         std::vector<descriptor_t> clients;
         for (int i = 1; i < 256; ++i) {
-            clients.push_back(visit());
+            clients.push_back(connect_raw());
             ASSERT_TRUE(hand_over(clients.back(), word(greeting), handles));
             run_server();
         }
@@ -229,21 +229,21 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
 TEST_F(shm_handshake_t, at_the_last_descriptor_each_client_is_turned_away_and_the_loop_goes_on) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<descriptor_t> visitors(3);
-    for (descriptor_t &visitor : visitors) {
-        visitor = visit();
+    std::vector<descriptor_t> clients(3);
+    for (descriptor_t &client : clients) {
+        client = connect_raw();
     }
-    const rlimit few = {static_cast<rlim_t>(visitors.back().get()) + 16, limit.rlim_max};
+    const rlimit few = {static_cast<rlim_t>(clients.back().get()) + 16, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     std::vector<descriptor_t> rest;
     do {
-        rest.emplace_back(dup(visitors.back().get()));
+        rest.emplace_back(dup(clients.back().get()));
     } while (rest.back().is_open());
     run_server();
     rest.clear();
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    for (const descriptor_t &visitor : visitors) {
-        EXPECT_EQ(shm_why_closed(visitor), FWX_HOST_ERR_BUSY);
+    for (const descriptor_t &client : clients) {
+        EXPECT_EQ(shm_why_closed(client), FWX_HOST_ERR_BUSY);
     }
     expect_service();
 }
@@ -251,9 +251,9 @@ TEST_F(shm_handshake_t, at_the_last_descriptor_each_client_is_turned_away_and_th
 TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_again_when_there_are_some) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<descriptor_t> visitors(3);
-    for (descriptor_t &visitor : visitors) {
-        visitor = visit();
+    std::vector<descriptor_t> clients(3);
+    for (descriptor_t &client : clients) {
+        client = connect_raw();
     }
     smc_chan_t chan = 0; /* the sanitizer needs a descriptor for its first check of a class, so use the classes now */
     EXPECT_EQ(smc_msg_chan_open("nobody's", event(), 0, on_error, &chan), FWX_HOST_ERR_NO_SERVER);

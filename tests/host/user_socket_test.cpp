@@ -25,7 +25,7 @@ protected:
     uint32_t connect(const char *name = ".service") {
         int fd = -1;
         const uint32_t code = fwx_host_user_connect(name, 0, &fd);
-        visitors_.emplace_back(fd);
+        connections_.emplace_back(fd);
         return code;
     }
     static bool is_hung_up(const descriptor_t &socket) {
@@ -37,7 +37,7 @@ protected:
     fwx_host_loop_t *loop_ = fwx_host_loop_create();
     fwx_host_user_listener_t *listener_ = nullptr;
     std::vector<descriptor_t> clients_;
-    std::vector<descriptor_t> visitors_;
+    std::vector<descriptor_t> connections_;
 };
 
 TEST_F(user_socket_test, a_service_has_a_name_that_no_server_has_and_is_no_server) {
@@ -56,7 +56,7 @@ TEST_F(user_socket_test, a_service_has_a_name_that_no_server_has_and_is_no_serve
     EXPECT_EQ(connect(), 0U);
     fwx_host_loop_run_until_idle(loop_);
     ASSERT_EQ(clients_.size(), 2U) << "the other listener has looked whether this one lives";
-    EXPECT_EQ(send(visitors_.back().get(), "hello", 5, 0), 5);
+    EXPECT_EQ(send(connections_.back().get(), "hello", 5, 0), 5);
     char room[8];
     EXPECT_EQ(recv(clients_.back().get(), room, sizeof room, 0), 5);
     EXPECT_EQ(recv(clients_.back().get(), room, sizeof room, 0), -1);
@@ -98,7 +98,7 @@ TEST_F(user_socket_test, a_full_queue_is_told_and_not_waited_for_longer_than_wan
     int fd = -1;
     EXPECT_EQ(fwx_host_user_connect(".service", 20, &fd), FWX_HOST_ERR_BUSY);
     EXPECT_EQ(fd, -1);
-    visitors_.clear();
+    connections_.clear();
     fwx_host_loop_run_until_idle(loop_);
     EXPECT_EQ(connect(), 0U);
     clients_.clear();
@@ -112,19 +112,19 @@ TEST_F(user_socket_test, at_the_last_descriptor_each_client_is_turned_away_and_t
     }
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit few = {static_cast<rlim_t>(visitors_.back().get()) + 1, limit.rlim_max};
+    const rlimit few = {static_cast<rlim_t>(connections_.back().get()) + 1, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     std::vector<descriptor_t> rest;
     do {
-        rest.emplace_back(dup(visitors_.back().get()));
+        rest.emplace_back(dup(connections_.back().get()));
     } while (rest.back().is_open());
     fwx_host_loop_run_until_idle(loop_);
     EXPECT_EQ(fwx_host_loop_process(loop_), 0U);
     rest.clear();
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_TRUE(clients_.empty());
-    for (const descriptor_t &visitor : visitors_) {
-        EXPECT_TRUE(is_hung_up(visitor));
+    for (const descriptor_t &connection : connections_) {
+        EXPECT_TRUE(is_hung_up(connection));
     }
     EXPECT_EQ(connect(), 0U);
     fwx_host_loop_run_until_idle(loop_);

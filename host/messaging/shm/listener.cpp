@@ -1,7 +1,7 @@
 /*
  * Accepts the clients of other processes. A client that connects has normally sent its offer already. One that has not
- * is kept as a guest, for at most two seconds. Both time and number of guests are limited, so that clients that never
- * send an offer cannot keep others out.
+ * is kept in pending_, for at most two seconds. Both time and number of these clients are limited, so that clients that
+ * never send an offer cannot keep others out.
  */
 #include "host/messaging/shm/listener.h"
 
@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr size_t most_guests = 64;
-constexpr uint64_t longest_visit_ms = 2000;
+constexpr size_t most_pending = 64;
+constexpr uint64_t offer_timeout_ms = 2000;
 
 }  // namespace
 
@@ -24,8 +24,8 @@ shm_listener_t::shm_listener_t(fwx_host_server_t &server)
     : server_(server), listener_(server.home, on_client, on_no_room, this) {}
 
 shm_listener_t::~shm_listener_t() {
-    while (!guests_.empty()) {
-        turn_away(guests_.front());
+    while (!pending_.empty()) {
+        turn_away(pending_.front());
     }
 }
 
@@ -38,52 +38,52 @@ void shm_listener_t::on_no_room(void *, descriptor_t socket) {
     shm_turn_away(std::move(socket), FWX_HOST_ERR_BUSY);
 }
 
-/** Accepts the client's offer, or keeps the client as a guest, in place of the oldest guest if there are too many. A
+/** Accepts the client's offer, or keeps the client in pending_, in place of the oldest one if there are too many. A
  * client that cannot be watched is turned away. */
 void shm_listener_t::let_in(descriptor_t socket) {
     if (take_offer(socket)) return;
-    if (guests_.size() >= most_guests) turn_away(guests_.front());
+    if (pending_.size() >= most_pending) turn_away(pending_.front());
     const bool has_room = host_guarded(false, [&] {
-        guests_.push_back({*this, descriptor_t()});
+        pending_.push_back({*this, descriptor_t()});
         return true;
     });
     if (!has_room) {
         host_peers.refused += 1;
         return user_socket_close(std::move(socket));
     }
-    guest_t &guest = guests_.back();
-    guest.socket = std::move(socket);
-    if (!wait_for_offer(guest)) turn_away(guest);
+    pending_client_t &client = pending_.back();
+    client.socket = std::move(socket);
+    if (!wait_for_offer(client)) turn_away(client);
 }
 
-bool shm_listener_t::wait_for_offer(guest_t &guest) {
-    guest.timer = fwx_host_timer_add(&server_.home, longest_visit_ms, on_too_late, &guest);
-    guest.is_watched =
-        guest.timer != 0 && fwx_host_loop_watch(&server_.home, guest.socket.get(), on_offer, &guest) == 0;
-    return guest.is_watched;
+bool shm_listener_t::wait_for_offer(pending_client_t &client) {
+    client.timer = fwx_host_timer_add(&server_.home, offer_timeout_ms, on_too_late, &client);
+    client.is_watched =
+        client.timer != 0 && fwx_host_loop_watch(&server_.home, client.socket.get(), on_offer, &client) == 0;
+    return client.is_watched;
 }
 
 void shm_listener_t::on_offer(void *arg) {
-    auto &guest = *static_cast<guest_t *>(arg);
-    fwx_host_loop_unwatch(&guest.listener.server_.home, guest.socket.get());
-    guest.is_watched = false;
-    const bool is_over = guest.listener.take_offer(guest.socket);
-    if (is_over) guest.listener.turn_away(guest);
+    auto &client = *static_cast<pending_client_t *>(arg);
+    fwx_host_loop_unwatch(&client.listener.server_.home, client.socket.get());
+    client.is_watched = false;
+    const bool is_over = client.listener.take_offer(client.socket);
+    if (is_over) client.listener.turn_away(client);
 }
 
 void shm_listener_t::on_too_late(void *arg) {
-    auto &guest = *static_cast<guest_t *>(arg);
-    guest.timer = 0;
-    guest.listener.turn_away(guest);
+    auto &client = *static_cast<pending_client_t *>(arg);
+    client.timer = 0;
+    client.listener.turn_away(client);
 }
 
-/** Removes a guest and closes its socket, unless its offer was accepted. */
-void shm_listener_t::turn_away(guest_t &guest) {
-    if (guest.is_watched) fwx_host_loop_unwatch(&server_.home, guest.socket.get());
-    fwx_host_timer_cancel(&server_.home, guest.timer);
-    if (guest.socket.is_open()) host_peers.refused += 1;
-    user_socket_close(std::move(guest.socket));
-    guests_.remove_if([&guest](const guest_t &other) { return &other == &guest; });
+/** Removes a pending client and closes its socket, unless its offer was accepted. */
+void shm_listener_t::turn_away(pending_client_t &client) {
+    if (client.is_watched) fwx_host_loop_unwatch(&server_.home, client.socket.get());
+    fwx_host_timer_cancel(&server_.home, client.timer);
+    if (client.socket.is_open()) host_peers.refused += 1;
+    user_socket_close(std::move(client.socket));
+    pending_.remove_if([&client](const pending_client_t &other) { return &other == &client; });
 }
 
 /** Returns false while the client has sent no offer. Otherwise accepts the offer, or turns the client away when the

@@ -22,7 +22,7 @@ public:
 
 private:
     /** A client that has not yet offered a connection. */
-    struct guest_t {
+    struct pending_client_t {
         shm_listener_t &listener;
         descriptor_t socket;
         uint64_t timer = 0; /* its time limit */
@@ -34,12 +34,12 @@ private:
     static void on_offer(void *arg);
     static void on_too_late(void *arg);
     void let_in(descriptor_t socket);
-    bool wait_for_offer(guest_t &guest);
+    bool wait_for_offer(pending_client_t &client);
     bool take_offer(descriptor_t &socket);
-    void turn_away(guest_t &guest);
+    void turn_away(pending_client_t &client);
 
     fwx_host_server_t &server_;
-    std::list<guest_t> guests_; /* the oldest first */
+    std::list<pending_client_t> pending_; /* the oldest first */
     user_listener_t listener_;
 };
 
