@@ -19,7 +19,7 @@ constexpr size_t full_at = 512; /* stops new clients only; the rest is for descr
 /* Never destroyed, as the thread may outlive static objects. */
 struct {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    uint32_t process = 0; /* whose descriptors these are */
+    uint32_t process = 0; /* the process that queued the descriptors */
     bool is_running = false;
     size_t count = 0;
     int waiting[most_waiting] = {};

@@ -46,7 +46,7 @@ constexpr uint32_t pseudo_header_size = 4;
 /* Trivial types only, because messages may still pass after static destructors have run. */
 struct {
     int fd = -1;
-    off_t end = 0;        /* of the last whole packet */
+    off_t end = 0;        /* offset behind the last complete packet */
     uint32_t failure = 0; /* errno of the write that failed; nothing is written after it */
 } file;
 

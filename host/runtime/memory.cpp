@@ -1,6 +1,6 @@
 /*
  * Tagged memory. Every block has a header with its size and the account of its tag, so that live blocks and bytes can
- * be told for each tag. Small blocks come from slabs, large blocks from calloc.
+ * be counted for each tag. Small blocks come from slabs, large blocks from calloc.
  */
 #include "host/runtime/memory.h"
 

@@ -20,7 +20,7 @@
 #define FWX_HOST_ERR_BAD_ARG 0x500eu      /* an argument is invalid */
 #define FWX_HOST_ERR_NO_CLIENT 0x500fu    /* no classifier client is registered under that id */
 #define FWX_HOST_ERR_FAULT 0x5010u        /* injected by a test through fwx_host_fault_arm */
-#define FWX_HOST_ERR_FOREIGN 0x5011u      /* another user's server, or a socket directory that others can get at */
+#define FWX_HOST_ERR_FOREIGN 0x5011u      /* another user's server, or other users can access the socket directory */
 #define FWX_HOST_ERR_BAD_ANSWER 0x5012u   /* the answer to a synchronous message is too short, or to another message */
 #define FWX_HOST_ERR_VERSION 0x5013u      /* the server uses another version of the shared memory layout */
 #define FWX_HOST_ERR_BUSY 0x5014u         /* the server has reached its limit of clients */
