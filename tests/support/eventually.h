@@ -44,7 +44,8 @@ inline bool is_hung_up(int fd) {
     return got == 0 || (got < 0 && errno != EAGAIN);
 }
 
-/** Sends a text, returns everything received until the other side closes, and closes `fd`. Empty when `fd` is -1. */
+/** Sends a text and returns everything received until the other side closes. Then closes `fd`. Returns an empty text
+ * when `fd` is -1 or sending fails. */
 inline std::string converse(int fd, const std::string &text) {
     std::string answer;
     if (fd < 0 || send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) return answer;

@@ -34,8 +34,8 @@ void fwx_host_loop_destroy(fwx_host_loop_t *loop);
  * when the system has no descriptors left. While a test has stopped the clock, timers do not make it readable.
  */
 int fwx_host_loop_fd(fwx_host_loop_t *loop);
-/** Milliseconds until the next timer is due: 0 when the loop has something to do now, -1 when there is no timer. For a
- * program that cannot poll a descriptor. */
+/** Milliseconds until the next timer is due; 0 when messages or completions are ready, -1 when there is neither. Does
+ * not consider watched descriptors. For a program that cannot poll a descriptor. */
 int fwx_host_loop_next_timeout_ms(const fwx_host_loop_t *loop);
 /** Dispatches ready events without waiting; returns the number of callbacks called. */
 uint32_t fwx_host_loop_process(fwx_host_loop_t *loop);
