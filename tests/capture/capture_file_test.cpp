@@ -60,7 +60,7 @@ std::string literal(const char (&text)[n]) {
     return {text, n - 1};
 }
 
-TEST_F(capture_file_test, has_every_message_as_a_packet_in_both_directions_and_forms_beside_the_tap) {
+TEST_F(capture_file_test, contains_every_message_as_a_packet_in_both_directions_and_forms_and_leaves_the_tap_working) {
     const time_t before = time(nullptr);
     uint32_t tapped = 0;
     const auto count = [](void *arg, fwx_host_direction_t, const void *, size_t) { ++*static_cast<uint32_t *>(arg); };
@@ -100,7 +100,7 @@ TEST_F(capture_file_test, has_every_message_as_a_packet_in_both_directions_and_f
     EXPECT_EQ(bytes, expected);
 }
 
-TEST_F(capture_file_test, keeps_as_much_of_a_long_message_as_readers_take) {
+TEST_F(capture_file_test, truncates_a_long_message_to_the_largest_packet_that_readers_accept) {
     ASSERT_EQ(open(), 0U);
     EXPECT_EQ(send(std::string(300000, 'x')), 0U);
     run();
@@ -133,7 +133,7 @@ TEST_F(capture_file_test, ends_with_the_last_whole_packet_when_the_file_may_not_
     EXPECT_EQ(fwx_host_capture_close(), 0U);
 }
 
-TEST_F(capture_file_test, that_cannot_be_begun_is_refused_with_the_reason) {
+TEST_F(capture_file_test, that_cannot_be_opened_or_started_is_refused_with_the_reason) {
     EXPECT_EQ(fwx_host_capture_open(nullptr), 0x500eU);
     EXPECT_EQ(fwx_host_capture_open("/no/such/folder/file"), uint32_t{ENOENT});
     EXPECT_EQ(fwx_host_capture_open("/dev/full"), uint32_t{ENOSPC});

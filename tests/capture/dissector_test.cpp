@@ -165,7 +165,7 @@ TEST_F(dissector_test, links_a_reply_and_its_command_by_context_and_epoch) {
     EXPECT_FALSE(packets[6].has_field("fwx_nat64.request_in"));
 }
 
-TEST_F(dissector_test, takes_a_reply_with_a_result_that_ends_behind_it_for_a_whole_one) {
+TEST_F(dissector_test, accepts_a_refusal_that_ends_after_its_result_as_complete) {
     bytes_t bytes(36);
     bytes[0] = 5, bytes[1] = 0xc0, bytes[2] = 96, bytes[32] = 7;
     const std::vector<packet_t> packets = dissected({{wire_direction_t::to_client, bytes}});
@@ -175,7 +175,7 @@ TEST_F(dissector_test, takes_a_reply_with_a_result_that_ends_behind_it_for_a_who
     EXPECT_TRUE(packets[0].has_field("fwx_nat64.refused"));
 }
 
-TEST_F(dissector_test, finds_values_in_any_message_and_says_them_in_the_information_column) {
+TEST_F(dissector_test, finds_values_in_any_message_and_shows_them_in_the_information_column) {
     EXPECT_EQ(run("--capture " + path_ + " batch " SOURCE_DIR "/examples/nat64.natctl").status, 0);
     const std::pair<const char *, const char *> found[] = {
         {"ipv4 == 203.0.113.127", "pool_range_add id=2 start_addr=203.0.113.0 end_addr=203.0.113.127\n"},

@@ -22,7 +22,7 @@ uint32_t code_of(operation_t operation, args_t... args) {
     return code;
 }
 
-TEST_F(arguments_t, of_no_use_are_refused_by_lists_tables_loops_and_registrations) {
+TEST_F(arguments_t, that_are_invalid_are_refused_by_lists_tables_loops_and_registrations) {
     const cgm_client_reg_t empty = {nullptr, 7, 0};
     const cgm_client_reg_t other = {[](uint32_t, void **, uint32_t, uint32_t, void *, void *) { return 0u; }, 9, 0};
     fwx_cl_hash_t *table = nullptr;
@@ -67,14 +67,14 @@ TEST_F(arguments_t, of_no_use_are_refused_by_lists_tables_loops_and_registration
     EXPECT_EQ(fwx_host_cgm_notify(7, 1, nullptr, 0, 0, nullptr), FWX_HOST_ERR_NO_CLIENT);
 }
 
-TEST_F(arguments_t, of_no_use_give_no_memory_and_no_pool) {
+TEST_F(arguments_t, that_are_invalid_give_no_memory_and_no_pool) {
     const std::vector<void *> made = {fwx_calloc_named(1, SIZE_MAX / 2, 3), fwx_calloc_named(1, 1, SIZE_MAX),
                                       chunk_create("empty", 0, 4, 1, 4, 0), chunk_create("empty", 40, 0, 1, 4, 0),
                                       chunk_malloc(nullptr)};
     EXPECT_EQ(made, std::vector<void *>(made.size(), nullptr));
 }
 
-TEST_F(arguments_t, of_no_use_are_refused_by_trees) {
+TEST_F(arguments_t, that_are_invalid_are_refused_by_trees) {
     const std::vector<uint32_t> strides = {6, 6};
     tbm_t *tree = make_tree(strides, 12, 1, nullptr);
     alignas(16) uint8_t memory[256] = {};

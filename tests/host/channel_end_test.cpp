@@ -18,7 +18,7 @@ TEST_F(channel_end_t, the_server_learns_of_the_channel_before_its_messages_and_o
 }
 
 TEST_P(channel_end_over_t,
-       a_channel_closed_before_the_loop_ran_hands_over_nothing_and_its_completions_wait_for_the_loop) {
+       a_channel_closed_before_the_loop_ran_delivers_no_message_and_its_completions_come_from_the_loop) {
     smc_chan_t first = chan_;
     open();
     ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 1, 0, on_throttle), 0u);
@@ -103,7 +103,7 @@ TEST_P(channel_end_over_t, a_channel_can_be_closed_from_its_buffer_callback) {
 }
 
 TEST_P(channel_end_over_t,
-       a_drop_or_the_servers_end_delivers_what_was_sent_fails_what_was_not_taken_and_then_is_an_error) {
+       a_drop_or_the_servers_end_delivers_its_messages_fails_untaken_ones_and_then_reports_an_error) {
     for (const bool ends : {false, true}) {
         during_take_ = [&] {
             ASSERT_EQ(reply("1"), 0u);

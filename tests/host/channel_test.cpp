@@ -116,7 +116,7 @@ TEST_F(channel_t, both_edges_are_reported_when_the_server_is_faster_than_the_loo
     EXPECT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 6, on_throttle), FWX_HOST_ERR_BAD_ARG);
 }
 
-TEST_P(channel_over_t, four_times_the_high_mark_is_all_that_it_holds) {
+TEST_P(channel_over_t, a_channel_holds_at_most_four_times_its_high_mark) {
     ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 5, 0, nullptr), 0u);
     fwx_host_server_pause(server_, 1);
     for (int i = 0; i < 4; ++i) {
@@ -174,7 +174,7 @@ TEST_P(channel_over_t, a_message_longer_than_the_buffer_is_delivered_into_a_new_
     }
 }
 
-TEST_P(channel_over_t, messages_that_nobody_handles_and_broken_ones_are_dropped_and_counted) {
+TEST_P(channel_over_t, messages_without_a_handler_and_malformed_ones_are_dropped_and_counted) {
     ASSERT_EQ(fwx_host_peer_send(peer_, "\x04\xc0\x60\x00 body", 9), 0u);
     ASSERT_EQ(fwx_host_peer_send(peer_, "\x03\xc0\x61\x00 body", 9), 0u);
     ASSERT_EQ(fwx_host_peer_send(peer_, "\x03\xc0\x60", 3), 0u);
@@ -196,7 +196,7 @@ TEST_P(channel_over_t, messages_that_nobody_handles_and_broken_ones_are_dropped_
     EXPECT_EQ(std::exchange(calls, 0), 1) << "by the handler that was attached last";
 }
 
-TEST_F(channel_t, an_answer_is_cut_to_the_reply_buffer_and_none_is_an_error) {
+TEST_F(channel_t, an_answer_is_truncated_to_the_reply_buffer_and_a_missing_one_is_an_error) {
     answer_ = "truncated";
     ASSERT_EQ(ask("q", 25), 0u);
     answer_.clear();
@@ -206,7 +206,7 @@ TEST_F(channel_t, an_answer_is_cut_to_the_reply_buffer_and_none_is_an_error) {
     EXPECT_EQ(take_log(), "asked q, answer trunc, asked r");
 }
 
-TEST_F(channel_t, an_answer_shorter_than_a_result_or_to_another_message_is_none) {
+TEST_F(channel_t, an_answer_shorter_than_a_result_or_to_another_message_is_refused) {
     const std::string zeros(16, '\0');
     for (const std::string &bad : {zeros.substr(0, 1), framed(zeros.substr(1)), "\x03\xc0\x61" + zeros + "\1"}) {
         whole_answer_ = bad;
@@ -254,7 +254,7 @@ TEST_P(channel_over_t, channels_do_not_starve_one_another) {
     EXPECT_EQ(smc_msg_chan_close(&other), 0u);
 }
 
-TEST_P(channel_over_t, messages_without_end_do_not_starve_descriptors) {
+TEST_P(channel_over_t, a_stream_of_messages_does_not_starve_descriptors) {
     for (int i = 0; i < 20000; ++i) {
         ASSERT_EQ(reply("a"), 0u);
     }

@@ -10,7 +10,7 @@ namespace {
 
 using debug_t = host_fixture_t;
 
-TEST_F(debug_t, long_lines_arrive_whole) {
+TEST_F(debug_t, long_lines_are_not_truncated) {
     std::string seen;
     fwx_host_debug_sink_set([](void *arg, fwx_host_debug_channel_t, uint32_t,
                                const char *text) { *static_cast<std::string *>(arg) = text; },
@@ -23,7 +23,7 @@ TEST_F(debug_t, long_lines_arrive_whole) {
     fwx_host_debug_sink_set(nullptr, nullptr);
 }
 
-TEST_F(debug_t, standard_error_that_nobody_reads_holds_nobody_up_and_hears_later_how_much_it_missed) {
+TEST_F(debug_t, writing_to_standard_error_never_blocks_and_reports_later_how_many_lines_were_left_out) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const int before = dup(STDERR_FILENO);

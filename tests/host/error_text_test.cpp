@@ -24,7 +24,7 @@ TEST(error_text_t, every_code_of_the_library_and_of_the_platform_has_a_text_of_i
     }
 }
 
-TEST(error_text_t, other_codes_read_as_the_system_or_the_program_names_them_and_unknown_ones_by_their_value) {
+TEST(error_text_t, other_codes_have_the_texts_of_the_system_or_the_program_and_unknown_ones_show_their_value) {
     const char *first = xerr_strerror(0x89abcdef);
     EXPECT_STREQ(xerr_strerror(134), "unknown error 0x00000086");
     EXPECT_STREQ(first, "unknown error 0x89abcdef");

@@ -174,7 +174,7 @@ protected:
     std::vector<uint8_t> leaves_[2];
 };
 
-TEST_F(exhausted_memory_t, every_operation_says_so_throws_nothing_and_works_once_there_is_some) {
+TEST_F(exhausted_memory_t, every_operation_returns_an_error_throws_nothing_and_works_again_when_there_is_memory) {
     GTEST_FLAG_SET(death_test_style,
                    "threadsafe"); /* a new process, whose malloc has no memory freed by earlier tests */
     EXPECT_EXIT(std::_Exit(exhaust()), testing::ExitedWithCode(0), "");

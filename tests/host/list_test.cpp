@@ -46,7 +46,7 @@ protected:
     std::array<element_t, 3> elements_{{{{}, 1}, {{}, 2}, {{}, 3}}};
 };
 
-TEST_F(list_t, elements_stand_in_the_order_of_insertion_and_leave_from_the_middle_the_front_and_the_end_once) {
+TEST_F(list_t, elements_keep_the_order_of_insertion_and_can_be_removed_once_from_the_middle_the_front_and_the_end) {
     using numbers_t = std::vector<int>;
     EXPECT_EQ(numbers(), (numbers_t{1, 2, 3}));
     const std::pair<size_t, numbers_t> removals[] = {{1, {1, 3}}, {0, {3}}, {2, {}}};

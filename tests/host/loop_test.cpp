@@ -122,7 +122,7 @@ TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable_and_a_loop_can
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 0u);
 }
 
-TEST_F(loop_t, a_descriptor_number_that_is_used_again_within_a_pass_gets_no_event_of_the_one_before) {
+TEST_F(loop_t, a_descriptor_number_that_is_reused_within_a_pass_gets_no_stale_event) {
     ASSERT_EQ(pipe(fresh_), 0);
     ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], write_and_replace_neighbour, this), 0u);
     ASSERT_EQ(fwx_host_loop_watch(loop_, other_[0], write_and_replace_neighbour, this), 0u);
@@ -139,7 +139,7 @@ bool is_readable(fwx_host_loop_t *loop) {
     return poll(&watched, 1, 0) == 1;
 }
 
-TEST_F(loop_t, timers_make_the_descriptor_readable_also_those_added_behind_the_last_pass) {
+TEST_F(loop_t, timers_make_the_descriptor_readable_even_if_added_after_the_last_pass) {
     fwx_host_clock_run();
     EXPECT_FALSE(is_readable(loop_));
     fwx_host_loop_process(loop_);

@@ -10,7 +10,7 @@ namespace {
 using memory_t = host_fixture_t;
 
 #ifndef ADDRESS_SANITIZER /* it aborts at the second free */
-TEST_F(memory_t, a_small_block_is_zeroed_again_and_freed_once) {
+TEST_F(memory_t, a_reused_small_block_is_zeroed_and_a_second_free_is_refused) {
     void *kept = fwx_calloc_named(1, 1, 24);
     void *block = fwx_calloc_named(1, 1, 24);
     memset(block, 0xee, 24);

@@ -30,7 +30,7 @@ protected:
     fwx_chunk_t *pool_ = nullptr;
 };
 
-TEST_F(pool_t, reuses_the_element_freed_last_as_it_is_with_its_links_cleared) {
+TEST_F(pool_t, reuses_the_element_freed_last_unchanged_except_for_cleared_links) {
     void *first = chunk_malloc(pool_);
     auto *second = static_cast<uint8_t *>(chunk_malloc(pool_));
     memset(second, 0x5a, element_size);
@@ -44,7 +44,7 @@ TEST_F(pool_t, reuses_the_element_freed_last_as_it_is_with_its_links_cleared) {
     EXPECT_EQ(chunk_malloc(pool_), first);
 }
 
-TEST_F(pool_t, refuses_a_free_element_and_what_is_of_another_pool_and_ends_with_what_is_out) {
+TEST_F(pool_t, refuses_to_free_elements_twice_or_of_another_pool_and_can_be_destroyed_with_elements_in_use) {
     fwx_chunk_t *other = fwx_chunk_create("other", element_size, 4, 257, 4, 0);
     void *element = chunk_malloc(pool_);
     chunk_free(other, element);
@@ -66,7 +66,7 @@ TEST_F(pool_t, refuses_a_free_element_and_what_is_of_another_pool_and_ends_with_
     watch_.expect_destroyed_in_use(1);
 }
 
-TEST_F(pool_t, owns_exactly_the_elements_that_are_out_and_reads_nothing_else) {
+TEST_F(pool_t, owns_exactly_the_elements_in_use_and_reads_no_other_memory) {
     fwx_chunk_t *other = fwx_chunk_create("other", element_size, 4, 257, 4, 0);
     EXPECT_EQ(fwx_chunk_owns(pool_, this), 0u) << "an empty pool";
     std::vector<char *> elements;

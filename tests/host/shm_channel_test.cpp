@@ -19,7 +19,7 @@ bool is_rung(fwx_host_loop_t *loop) {
     return poll(&watched, 1, 0) == 1;
 }
 
-TEST_F(shm_channel_t, the_server_is_woken_once_for_all_that_was_sent_before_the_loop_waits) {
+TEST_F(shm_channel_t, the_server_is_woken_once_for_all_messages_sent_before_the_loop_waits) {
     EXPECT_FALSE(is_rung(loop_));
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(send("x"), 0u);
@@ -33,7 +33,7 @@ TEST_F(shm_channel_t, the_server_is_woken_once_for_all_that_was_sent_before_the_
     EXPECT_EQ(count("done x 0"), 50);
 }
 
-TEST_F(shm_channel_t, a_program_that_polls_the_descriptor_sleeps_over_nothing_sent_behind_its_last_look) {
+TEST_F(shm_channel_t, a_program_that_polls_the_descriptor_misses_nothing_sent_after_its_last_pass) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(is_rung(client_loop_));
         fwx_host_loop_next_timeout_ms(client_loop_);
@@ -53,7 +53,7 @@ TEST_F(shm_channel_t, a_program_that_polls_the_descriptor_sleeps_over_nothing_se
     EXPECT_EQ(count("got y"), 3);
 }
 
-TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_in_order) {
+TEST_F(shm_channel_t, messages_that_do_not_fit_into_the_ring_are_queued_on_either_side_and_arrive_in_order) {
     static char rx[64 << 10];
     ASSERT_EQ(smc_msg_rx_buffer_set(chan_, rx, sizeof(rx), nullptr), 0u);
     const std::string filler(43672, '.'); /* a block of the backlog with six of them lacks one word for a seventh */
@@ -82,7 +82,7 @@ TEST_F(shm_channel_t, more_than_the_ring_holds_waits_on_either_side_and_arrives_
     EXPECT_EQ(live().tx_buffers, 0u);
 }
 
-TEST_F(shm_channel_t, a_client_that_does_not_read_costs_the_server_64_mib_at_most) {
+TEST_F(shm_channel_t, a_client_that_does_not_read_takes_at_most_64_mib_of_the_servers_memory) {
     const std::string text(size_t{1} << 19, 'x');
     const fwx_host_peers_t before = peers();
     uint32_t code = 0;
@@ -105,7 +105,7 @@ TEST_F(shm_channel_t, a_client_that_does_not_read_costs_the_server_64_mib_at_mos
     EXPECT_EQ(log_.back(), "done a 0");
 }
 
-TEST_F(shm_channel_t, a_client_whose_messages_are_malformed_a_thousand_times_is_ended) {
+TEST_F(shm_channel_t, a_client_that_sends_more_than_a_thousand_malformed_messages_is_dropped) {
     const uint64_t before = peers().malformed;
     during_take_ = [this] { fwx_host_peer_malformed(peer_); };
     for (int i = 0; i < 1002; ++i) {

@@ -87,7 +87,7 @@ protected:
     }
 };
 
-TEST_F(shm_handshake_t, whatever_a_client_hands_over_it_is_turned_away_nothing_of_it_stays_and_the_others_are_served) {
+TEST_F(shm_handshake_t, a_client_with_an_invalid_offer_is_turned_away_nothing_of_it_stays_and_others_are_served) {
     struct case_t {
         const char *what;
         std::function<handles_t()> make;
@@ -154,7 +154,7 @@ TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings)
     EXPECT_EQ(epoll_wait(waiting.get(), &event, 1, 0), 1);
 }
 
-TEST_F(shm_handshake_t, a_client_that_takes_back_what_is_being_read_sees_no_answer_to_it_and_is_let_go) {
+TEST_F(shm_handshake_t, a_client_that_withdraws_messages_while_they_are_read_sees_no_answer_and_is_dropped) {
     const handles_t handles = sound_handles();
     const shm_mapping_t segment = shm_segment_map(handles[0]);
     const descriptor_t socket = connect_raw();
@@ -198,7 +198,7 @@ TEST_F(shm_handshake_t, a_client_may_delay_its_offer_for_two_seconds_and_of_more
     expect_service();
 }
 
-TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_busy) {
+TEST_F(shm_handshake_t, a_client_beyond_the_servers_limit_is_told_that_the_server_is_busy) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit raised = {std::min<rlim_t>(4096, limit.rlim_max), limit.rlim_max};
@@ -226,7 +226,7 @@ TEST_F(shm_handshake_t, one_client_more_than_the_server_takes_hears_that_it_is_b
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-TEST_F(shm_handshake_t, at_the_last_descriptor_each_client_is_turned_away_and_the_loop_goes_on) {
+TEST_F(shm_handshake_t, without_spare_descriptors_each_client_is_turned_away_and_the_loop_continues) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     std::vector<descriptor_t> clients(3);

@@ -36,7 +36,7 @@ protected:
     shm_mapping_t segment_;
 };
 
-TEST_F(shm_hostile_t, a_message_is_as_long_as_when_it_was_seen_and_dropped_if_its_key_has_changed) {
+TEST_F(shm_hostile_t, a_message_keeps_the_length_first_read_and_is_dropped_if_its_key_has_changed) {
     static std::function<void()> during_look; /* called between the client's front() and copy_to() of a message */
     static char rx[64];
     open_raw();
@@ -62,7 +62,7 @@ TEST_F(shm_hostile_t, a_message_is_as_long_as_when_it_was_seen_and_dropped_if_it
     EXPECT_EQ(errors().dropped_malformed, 1u);
 }
 
-TEST_F(shm_hostile_t, an_index_that_cannot_be_is_a_channel_error_and_a_counted_drop) {
+TEST_F(shm_hostile_t, an_impossible_index_is_a_channel_error_and_is_counted) {
     const struct {
         shm_ring_t shm_segment_t::*ring;
         std::atomic<uint32_t> shm_ring_t::*index;

@@ -96,7 +96,7 @@ TEST_F(shm_process_t, a_synchronous_message_is_answered_after_all_that_was_sent_
     EXPECT_EQ(count("done x 0"), 3000);
 }
 
-TEST_F(shm_process_t, a_server_that_stands_still_is_no_answer_in_time_and_its_late_answer_is_dropped) {
+TEST_F(shm_process_t, a_stopped_server_causes_a_timeout_and_its_late_answer_is_dropped) {
     fwx_host_sync_timeout_set_ms(50);
     EXPECT_EQ(ask("stop"), FWX_HOST_ERR_NO_ANSWER);
     EXPECT_EQ(ask("unheard"), FWX_HOST_ERR_NO_ANSWER);
@@ -118,7 +118,7 @@ TEST_F(shm_process_t, a_server_that_dies_during_a_synchronous_message_is_a_chann
     EXPECT_EQ(send("a"), FWX_HOST_ERR_BAD_CHANNEL);
 }
 
-TEST_F(shm_process_t, a_server_that_dies_fails_exactly_what_it_did_not_take_in_a_whole_turn) {
+TEST_F(shm_process_t, when_a_server_dies_exactly_the_messages_of_no_finished_turn_fail) {
     child_.stop(); /* so that its first turn begins when all messages are sent */
     for (int i = 0; i < 65; ++i) {
         ASSERT_EQ(send("x"), 0u);

@@ -26,7 +26,7 @@ protected:
     descriptor_t connected_;
 };
 
-TEST_F(shm_socket_t, a_name_is_a_file_of_the_directory) {
+TEST_F(shm_socket_t, a_name_is_that_of_a_file_in_the_directory) {
     const std::string too_long(120, 'x');
     for (const char *bad : {"", ".", "..", ".hidden", "a/b", "../a", too_long.c_str()}) {
         EXPECT_EQ(shm_connect(bad, &connected_), FWX_HOST_ERR_BAD_ARG) << bad;
@@ -63,8 +63,7 @@ TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_
     user_socket_unlisten(entrance_);
 }
 
-TEST_F(shm_socket_t,
-       neither_a_held_lock_nor_a_mask_of_file_modes_nor_a_lack_of_descriptors_is_taken_for_something_else) {
+TEST_F(shm_socket_t, a_held_lock_and_the_umask_do_not_prevent_listening_and_exhausted_descriptors_are_reported) {
     const mode_t before = umask(0177);
     EXPECT_EQ(listen("server"), 0u);
     umask(before);
@@ -83,7 +82,7 @@ TEST_F(shm_socket_t,
     user_socket_unlisten(entrance_);
 }
 
-TEST_F(shm_socket_t, a_directory_that_others_can_get_at_or_that_is_anothers_or_a_link_is_refused) {
+TEST_F(shm_socket_t, a_directory_that_others_can_access_or_own_or_that_is_a_link_is_refused) {
     ASSERT_EQ(listen("server"), 0u);
     for (const mode_t mode : {0755U, 0770U, 0701U, 01700U}) {
         ASSERT_EQ(chmod(directory_.sockets().c_str(), mode), 0);

@@ -27,7 +27,7 @@ protected:
     std::vector<uint8_t> memory_;
 };
 
-TEST_F(tree_bitmap_t, an_empty_tree_goes_when_its_complex_gets_another) {
+TEST_F(tree_bitmap_t, an_empty_tree_is_freed_when_its_complex_gets_another) {
     tbm_t *of_another_complex = make(1u << 5);
     make(1u << 4);
     const uint64_t trees = live().trees;
@@ -51,7 +51,7 @@ TEST_F(tree_bitmap_t, an_empty_tree_goes_when_its_complex_gets_another) {
     EXPECT_EQ(fwx_host_tbm_of_complex(32), nullptr);
 }
 
-TEST_F(tree_bitmap_t, leaves_that_come_and_go_do_not_grow_the_tree) {
+TEST_F(tree_bitmap_t, inserting_and_removing_leaves_repeatedly_does_not_grow_the_tree) {
     checked_tree_t tree(rule_strides, 66);
     ASSERT_TRUE(tree.insert("0", 0)); /* because an empty tree frees its memory */
     uint64_t grown_to = 0;

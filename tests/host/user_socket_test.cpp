@@ -66,7 +66,7 @@ TEST_F(user_socket_test, a_service_has_a_name_that_no_server_has_and_is_no_serve
     EXPECT_EQ(access((directory_.sockets() + "/.service").c_str(), F_OK), -1);
 }
 
-TEST_F(user_socket_test, a_link_is_no_directory_however_its_path_ends_and_nothing_behind_it_is_touched) {
+TEST_F(user_socket_test, a_link_is_refused_as_directory_however_its_path_ends_and_its_target_is_not_touched) {
     const std::string real = directory_.path() + "/real";
     const std::string link = directory_.path() + "/link";
     ASSERT_EQ(mkdir(real.c_str(), 0700) + symlink(real.c_str(), link.c_str()), 0);
@@ -84,7 +84,7 @@ TEST_F(user_socket_test, a_link_is_no_directory_however_its_path_ends_and_nothin
     unsetenv("FWX_HOST_DIR");
 }
 
-TEST_F(user_socket_test, a_full_queue_is_told_and_not_waited_for_longer_than_wanted) {
+TEST_F(user_socket_test, a_full_queue_is_reported_and_not_waited_for_longer_than_requested) {
     ASSERT_EQ(listen(), 0U);
     uint32_t code = 0;
     rlimit limit{};
@@ -105,7 +105,7 @@ TEST_F(user_socket_test, a_full_queue_is_told_and_not_waited_for_longer_than_wan
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-TEST_F(user_socket_test, at_the_last_descriptor_each_client_is_turned_away_and_the_loop_has_nothing_more_to_do) {
+TEST_F(user_socket_test, without_spare_descriptors_each_client_is_turned_away_and_the_loop_does_not_spin) {
     ASSERT_EQ(listen(), 0U);
     for (int i = 0; i < 3; ++i) {
         ASSERT_EQ(connect(), 0U);

@@ -88,7 +88,7 @@ protected:
     words_t journal_;
 };
 
-TEST_F(engine_fixture_t, refuses_with_its_own_code_what_the_configuration_then_does_not_hold) {
+TEST_F(engine_fixture_t, refuses_commands_with_its_own_code_and_the_configuration_does_not_change) {
     EXPECT_EQ(result_of(config(26, 24, {13, 0, 0x0100000a})), not_here);
     EXPECT_EQ(result_of(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 10)), not_here);
     EXPECT_EQ(result_of(command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 9)), not_here);
@@ -99,7 +99,7 @@ TEST_F(engine_fixture_t, refuses_with_its_own_code_what_the_configuration_then_d
     EXPECT_EQ(engine_->heard, words_t{});
 }
 
-TEST_F(engine_fixture_t, hears_of_each_accepted_change_and_has_the_answers_held_until_it_has_taken_them) {
+TEST_F(engine_fixture_t, is_told_each_accepted_change_and_answers_are_held_until_its_commit) {
     EXPECT_EQ(committed_results_of({config(14, 8, {1, 300}), config(14, 8, {9, 300}), config(15, 8, {1, 10})}),
               (words_t{0, FWX_NAT64_MODEL_ERR_VALUE, 0}));
     EXPECT_EQ(engine_->heard, (words_t{14, 15}));
@@ -108,7 +108,7 @@ TEST_F(engine_fixture_t, hears_of_each_accepted_change_and_has_the_answers_held_
     EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "nothing is held when nothing has changed";
 }
 
-TEST_F(engine_fixture_t, a_commit_that_fails_is_the_answer_to_each_change_and_the_configuration_goes_back) {
+TEST_F(engine_fixture_t, a_failed_commit_is_the_answer_to_each_change_and_restores_the_configuration) {
     EXPECT_EQ(committed_results_of({config(14, 8, {1, 300})}), words_t{0});
     engine_->commit_code = not_taken;
     EXPECT_EQ(committed_results_of({config(14, 8, {1, 400}), command(4, 40), config(15, 8, {1, 10})}),

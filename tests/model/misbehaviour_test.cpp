@@ -29,7 +29,7 @@ protected:
 
 using contexts_t = std::vector<uint64_t>;
 
-TEST_F(misbehaviour_t, fails_the_next_commands_without_carrying_them_out) {
+TEST_F(misbehaviour_t, fails_the_next_commands_without_executing_them) {
     model_->fail_next(0x1234, 3);
     EXPECT_EQ(result_of(config(14, 8, {3, 300})), 0x1234u);
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0x1234u);
@@ -42,7 +42,7 @@ TEST_F(misbehaviour_t, fails_the_next_commands_without_carrying_them_out) {
     EXPECT_EQ(model_->counts().refused, 3u);
 }
 
-TEST_F(misbehaviour_t, answers_late_by_the_clock) {
+TEST_F(misbehaviour_t, delays_answers_by_the_platforms_clock) {
     fwx_host_clock_turn(0);
     model_->delay_set(50);
     EXPECT_EQ(send_numbered(1), contexts_t{});
@@ -87,7 +87,7 @@ TEST_F(misbehaviour_t, repeats_replies) {
     EXPECT_EQ(model_->counts().replies, 6u);
 }
 
-TEST_F(misbehaviour_t, carries_commands_out_in_silence) {
+TEST_F(misbehaviour_t, executes_commands_without_answering_them) {
     model_->silent_set(true);
     EXPECT_TRUE(replies_to(config(14, 8, {3, 300})).empty());
     EXPECT_TRUE(ask(sync_command(3, 24).put<uint32_t>(16, 21).put<uint32_t>(20, 7)).empty());

@@ -4,7 +4,7 @@ namespace {
 
 using notification_t = model_fixture_t;
 
-TEST_F(notification_t, goes_to_nobody_who_has_not_asked) {
+TEST_F(notification_t, goes_only_to_clients_that_have_asked) {
     EXPECT_EQ(model_->wakeup(), FWX_HOST_ERR_CHANNEL_DOWN);
     open();
     EXPECT_EQ(result_of(command(1, 32)), 0u);

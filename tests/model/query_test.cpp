@@ -161,7 +161,7 @@ TEST_F(query_t, counts_refusals_by_their_cause) {
     }
 }
 
-TEST_F(query_t, answers_others_while_walks_search_for_what_is_not_there_and_takes_64_of_a_client_at_once) {
+TEST_F(query_t, answers_other_commands_during_long_walks_and_accepts_64_walks_of_a_client_at_once) {
     model_->sessions_generate(20000);
     for (int i = 0; i < 65; ++i) {
         send(walk(10).put<uint32_t>(76, 0x0900000a));
@@ -176,7 +176,7 @@ TEST_F(query_t, answers_others_while_walks_search_for_what_is_not_there_and_take
     EXPECT_EQ(replies.front().u32(32), FWX_NAT64_MODEL_ERR_TOO_MANY);
 }
 
-TEST_F(query_t, answers_others_while_a_long_list_is_found_and_sends_it_whole) {
+TEST_F(query_t, answers_other_commands_while_it_collects_a_long_list_and_sends_the_complete_list) {
     add_pools(2100);
     const uint64_t before = model_->counts().replies;
     for (int i = 0; i < 65; ++i) {
@@ -201,7 +201,7 @@ TEST_F(query_t, answers_others_while_a_long_list_is_found_and_sends_it_whole) {
     EXPECT_EQ(pages[2].words(48, 3), (words_t{0, 0, 100}));
 }
 
-TEST_F(query_t, ends_the_walks_of_a_client_that_goes_and_of_a_silent_server) {
+TEST_F(query_t, ends_walks_when_the_client_is_dropped_or_the_server_is_silent) {
     model_->sessions_generate(1000);
     model_->silent_set(true);
     EXPECT_TRUE(replies_to(walk(10)).empty());

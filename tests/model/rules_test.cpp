@@ -20,7 +20,7 @@ struct outcome_t {
     words_t words; /* rule, domain, type, operation, clean-up, index */
 };
 
-TEST_F(rules_t, get_the_lowest_free_index_and_after_the_last_the_clean_up_that_was_ordered) {
+TEST_F(rules_t, get_the_lowest_free_index_and_deleting_the_last_orders_a_clean_up_if_enabled) {
     const uint32_t exists = FWX_NAT64_MODEL_ERR_EXISTS, no_entry = FWX_NAT64_MODEL_ERR_NO_ENTRY,
                    value = FWX_NAT64_MODEL_ERR_VALUE;
     EXPECT_EQ(result_of(basic(1, 1, 1)), 0u);

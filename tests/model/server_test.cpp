@@ -103,7 +103,7 @@ TEST_F(server_t, refuses_malformed_synchronous_messages_and_any_init_code_but_on
     EXPECT_EQ(model_->counts().refused, 2u);
 }
 
-TEST_F(server_t, has_its_name_to_itself) {
+TEST_F(server_t, refuses_a_second_server_of_its_name) {
     EXPECT_EQ(fwx_nat64_model_t::create(loop_, "model under test"), nullptr);
 }
 

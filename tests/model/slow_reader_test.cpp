@@ -26,7 +26,7 @@ void take_page(void *, void *, void *msg, size_t) {
 
 }  // namespace
 
-TEST(slow_reader_test, gets_the_whole_of_a_walk_that_is_longer_than_what_may_wait) {
+TEST(slow_reader_test, receives_a_whole_walk_that_is_longer_than_the_limit_of_queued_bytes) {
     constexpr uint64_t count = 600000; /* 90 MB, more than the limit of 64 MiB queued for a client */
     const runtime_directory_t directory;
     fwx_host_loop_t *server_loop = fwx_host_loop_create();

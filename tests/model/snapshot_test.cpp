@@ -81,7 +81,7 @@ private:
     uint32_t commit_code_ = 0;
 };
 
-TEST_F(snapshot_t, restored_into_a_fresh_model_is_the_whole_configuration) {
+TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration) {
     configure();
     const std::vector<part_t> parts = save(*model_);
     EXPECT_EQ(parts.size(), 18U);
@@ -138,7 +138,7 @@ TEST_F(snapshot_t, the_journal_restores_the_configuration_from_its_changes_alone
     EXPECT_EQ(journal.size(), 0U) << "neither a query nor a refusal is a change";
 }
 
-TEST_F(snapshot_t, no_answer_to_a_change_nor_any_behind_it_goes_out_before_the_commit) {
+TEST_F(snapshot_t, neither_the_answer_to_a_change_nor_a_later_one_is_sent_before_the_commit) {
     std::vector<part_t> journal;
     keep_in(journal, 0);
     send(config(14, 8, {1, 300}));
@@ -172,7 +172,7 @@ TEST_F(snapshot_t, no_answer_to_a_change_nor_any_behind_it_goes_out_before_the_c
     EXPECT_EQ(run().size(), 0U);
 }
 
-TEST_F(snapshot_t, a_lone_high_index_costs_nothing_and_no_index_is_given_twice) {
+TEST_F(snapshot_t, a_single_high_index_costs_no_memory_and_no_index_is_allocated_twice) {
     const auto rule = [this](uint32_t index, uint32_t rule_id) {
         const uint32_t payload[9] = {index, rule_id, 1};
         return model_->restore(FWX_NAT64_MODEL_SAVED_BASIC_RULE, payload, sizeof payload);
