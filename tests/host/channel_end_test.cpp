@@ -32,7 +32,7 @@ TEST_P(channel_end_over_t,
     EXPECT_EQ(count("took a"), 0);
     EXPECT_EQ(count("connected"), count("disconnected"));
     if (!is_shared()) {
-        EXPECT_EQ(count("connected"), 0) << "it is never announced";
+        EXPECT_EQ(count("connected"), 0) << "the server never learns of the channel";
     }
     chan_ = first;
 }

@@ -150,7 +150,7 @@ TEST_F(loop_t, timers_make_the_descriptor_readable_even_if_added_after_the_last_
     ASSERT_EQ(poll(&watched, 1, 60000), 1);
     EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
     EXPECT_EQ(log_, "a");
-    EXPECT_FALSE(is_readable(loop_)) << "what has run makes it readable no more";
+    EXPECT_FALSE(is_readable(loop_)) << "no timer is due";
 }
 
 }  // namespace

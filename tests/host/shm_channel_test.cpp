@@ -94,7 +94,7 @@ TEST_F(shm_channel_t, a_client_that_does_not_read_takes_at_most_64_mib_of_the_se
     EXPECT_GT(accepted, 100u);
     EXPECT_LT(accepted, 140u);
     run();
-    EXPECT_EQ(errors().dropped_no_buffer, 1u) << "what was in its ring";
+    EXPECT_EQ(errors().dropped_no_buffer, 1u) << "the message that was in its ring";
     EXPECT_EQ(take_log(), "error, disconnected");
     EXPECT_EQ(peers().dropped - before.dropped, accepted - 1);
     EXPECT_EQ(peers().ended - before.ended, 1u);

@@ -62,7 +62,7 @@ protected:
         fwx_host_sync_timeout_set_ms(5000);
         child_.end(SIGKILL);
         ASSERT_EQ(fwx_host_server_register("tested", loop_, &ops, this, &server_), 0u);
-        ASSERT_EQ(fwx_host_server_listen(server_, server_name), 0u) << "in the place of a dead one";
+        ASSERT_EQ(fwx_host_server_listen(server_, server_name), 0u) << "the dead server's name can be reused";
         channel_fixture_t::TearDown();
     }
 
@@ -91,7 +91,7 @@ TEST_F(shm_process_t, a_synchronous_message_is_answered_after_all_that_was_sent_
         ASSERT_EQ(send("x" + std::string(1000, '-')), 0u); /* three times what the ring holds */
     }
     ASSERT_EQ(ask("q"), 0u);
-    EXPECT_EQ(take_log(), "answer after 0, answer after 3000") << "the others are told by the loop alone";
+    EXPECT_EQ(take_log(), "answer after 0, answer after 3000") << "only the loop delivers asynchronous messages";
     run_until(6000);
     EXPECT_EQ(count("done x 0"), 3000);
 }

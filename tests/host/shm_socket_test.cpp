@@ -43,7 +43,7 @@ TEST_F(shm_socket_t, a_name_is_that_of_a_file_in_the_directory) {
     const std::string no_socket = directory_.sockets() + "/file";
     close(open(no_socket.c_str(), O_CREAT | O_WRONLY, 0600));
     EXPECT_NE(listen("file"), 0u);
-    EXPECT_TRUE(has_socket("file")) << "it is left alone";
+    EXPECT_TRUE(has_socket("file")) << "the file is not removed";
 }
 
 TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_not) {
@@ -59,7 +59,7 @@ TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_
     ASSERT_EQ(unlink(second.path.c_str()), 0);
     ASSERT_EQ(listen("server"), 0u);
     user_socket_unlisten(second);
-    EXPECT_TRUE(has_socket("server")) << "it is another server's by now";
+    EXPECT_TRUE(has_socket("server")) << "the file belongs to the other server now";
     user_socket_unlisten(entrance_);
 }
 

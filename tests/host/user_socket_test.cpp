@@ -55,7 +55,7 @@ TEST_F(user_socket_test, a_service_has_a_name_that_no_server_has_and_is_no_serve
     EXPECT_EQ(fwx_host_user_listen(".service", loop_, none, nullptr, &second), FWX_HOST_ERR_NAME_TAKEN);
     EXPECT_EQ(connect(), 0U);
     fwx_host_loop_run_until_idle(loop_);
-    ASSERT_EQ(clients_.size(), 2U) << "the other listener has looked whether this one lives";
+    ASSERT_EQ(clients_.size(), 2U) << "the other listener has connected to see whether this one is alive";
     EXPECT_EQ(send(connections_.back().get(), "hello", 5, 0), 5);
     char room[8];
     EXPECT_EQ(recv(clients_.back().get(), room, sizeof room, 0), 5);

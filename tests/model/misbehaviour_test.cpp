@@ -78,7 +78,7 @@ TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
     EXPECT_NE(shuffled, sent);
     std::sort(shuffled.begin(), shuffled.end());
     EXPECT_EQ(shuffled, sent);
-    EXPECT_EQ(send_numbered(1), contexts_t{1}) << "holds no more";
+    EXPECT_EQ(send_numbered(1), contexts_t{1}) << "replies are not held any more";
 }
 
 TEST_F(misbehaviour_t, repeats_replies) {

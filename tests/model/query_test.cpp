@@ -143,7 +143,7 @@ TEST_F(query_t, shows_sessions_in_full_and_finds_them_by_either_end_of_the_trans
     const message_t mapped = reply_to(message_t(full).put<uint32_t>(116, 0x0200000a));
     EXPECT_EQ(mapped.u32(40), 1u) << "the one of the mapping, which is translated to its second address";
     EXPECT_EQ(mapped.u32(72 + 60), 0x0200000au);
-    EXPECT_EQ(mapped.part(72 + 76, 20), std::vector<uint8_t>(20)) << "nobody knows the destination";
+    EXPECT_EQ(mapped.part(72 + 76, 20), std::vector<uint8_t>(20)) << "the destination is unknown";
 }
 
 TEST_F(query_t, counts_refusals_by_their_cause) {

@@ -133,7 +133,7 @@ TEST_F(snapshot_t, the_journal_restores_the_configuration_from_its_changes_alone
     EXPECT_EQ(fresh->boot().changes, 0U);
 
     journal.clear();
-    EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "a query waits for nothing";
+    EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "a query needs no commit";
     EXPECT_EQ(result_of(config(16, 8, {1, 0})), FWX_NAT64_MODEL_ERR_NO_ENTRY);
     EXPECT_EQ(journal.size(), 0U) << "neither a query nor a refusal is a change";
 }
@@ -162,7 +162,7 @@ TEST_F(snapshot_t, neither_the_answer_to_a_change_nor_a_later_one_is_sent_before
     EXPECT_EQ(replies[0].u32(32), 0x600bU);
     EXPECT_EQ(replies[1].u32(32), 0U);
     EXPECT_EQ(replies[2].u32(32), FWX_NAT64_MODEL_ERR_NO_ENTRY);
-    EXPECT_EQ(model_->timeout(1), 400U) << "what was carried out stays";
+    EXPECT_EQ(model_->timeout(1), 400U) << "the change is not undone";
 
     keep_in(journal, 0);
     model_->silent_set(true);

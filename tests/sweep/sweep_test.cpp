@@ -263,7 +263,7 @@ TEST_P(fault_sweep_t, no_single_fault_loses_repeats_or_leaks_anything) {
     uint64_t injected = 0;
     for (const ending_t ending : {ending_t::flush, ending_t::discard}) {
         run(no_fault, ending);
-        ASSERT_FALSE(failed()) << "with nothing failing";
+        ASSERT_FALSE(failed()) << "without a fault";
         const auto calls = calls_;
         const std::vector<uint64_t> own = own_list_heads_;
         for (size_t op = 0; op < calls.size(); ++op) {
