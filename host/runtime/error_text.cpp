@@ -29,7 +29,7 @@ constexpr text_t own_texts[] = {
     FWX_NAT64_RESULTS(CODE_AND_TEXT)
 #undef CODE_AND_TEXT
     /* this platform */
-    {FWX_HOST_ERR_NO_SERVER, "no server with that channel name"},
+    {FWX_HOST_ERR_NO_SERVER, "no server of that channel name"},
     {FWX_HOST_ERR_BAD_CHANNEL, "no such channel"},
     {FWX_HOST_ERR_CHANNEL_DOWN, "channel is down"},
     {FWX_HOST_ERR_NO_ANSWER, "no answer from the server"},
@@ -44,12 +44,12 @@ constexpr text_t own_texts[] = {
     {FWX_HOST_ERR_KEY_TAKEN, "key already present"},
     {FWX_HOST_ERR_BAD_ARG, "invalid argument"},
     {FWX_HOST_ERR_NO_CLIENT, "no such classifier client"},
-    {FWX_HOST_ERR_FAULT, "injected fault"},
+    {FWX_HOST_ERR_FAULT, "armed fault"},
     {FWX_HOST_ERR_FOREIGN, "server or socket directory is not this user's alone"},
-    {FWX_HOST_ERR_BAD_ANSWER, "answer does not match the request"},
-    {FWX_HOST_ERR_VERSION, "server and client use different versions of the channel protocol"},
-    {FWX_HOST_ERR_BUSY, "server has reached its limit of clients"},
-    {FWX_HOST_ERR_FORKED, "object belongs to the parent of this forked process"},
+    {FWX_HOST_ERR_BAD_ANSWER, "answer does not belong to the question"},
+    {FWX_HOST_ERR_VERSION, "server and client are of versions whose channels differ"},
+    {FWX_HOST_ERR_BUSY, "server has as many clients as it takes"},
+    {FWX_HOST_ERR_FORKED, "belongs to the process that this one was forked from"},
 };
 
 /* Texts that programs added. Few, and searched only when an error is shown. */

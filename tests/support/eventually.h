@@ -48,9 +48,10 @@ inline bool is_hung_up(int fd) {
  * when `fd` is -1 or sending fails. */
 inline std::string converse(int fd, const std::string &text) {
     std::string answer;
-    if (fd < 0 || send(fd, text.data(), text.size(), MSG_NOSIGNAL) < 0) return answer;
+    if (fd < 0) return answer;
     char room[65536];
-    for (ssize_t size = 0; (size = read(fd, room, sizeof room)) > 0;) {
+    const bool is_sent = send(fd, text.data(), text.size(), MSG_NOSIGNAL) >= 0;
+    for (ssize_t size = 0; is_sent && (size = read(fd, room, sizeof room)) > 0;) {
         answer.append(room, static_cast<size_t>(size));
     }
     close(fd);
