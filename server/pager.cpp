@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint64_t looks_per_turn = 16384; /* shared by all answers; takes about a millisecond */
+constexpr uint64_t looks_per_turn = 16384;                /* shared by all answers; takes about a millisecond */
 constexpr uint64_t most_unread_bytes = uint64_t{4} << 20; /* a client that has more unread gets no further page */
 constexpr uint64_t look_again_ms = 1;
 

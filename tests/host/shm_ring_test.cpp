@@ -113,7 +113,7 @@ TEST_F(shm_ring_test_t, neither_side_sees_what_the_other_has_not_published_and_w
     ASSERT_TRUE(write("two"));
     reader_.refresh();
     reader_.advance(reader_.front());
-    EXPECT_FALSE(writer_.has_news());
+    EXPECT_FALSE(writer_.has_update());
     writer_.withdraw();
     EXPECT_FALSE(reader_.publish());
     EXPECT_EQ(ring_.read, 1u) << "nothing read, all taken back";

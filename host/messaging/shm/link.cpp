@@ -205,7 +205,7 @@ message_t *shm_link_t::find_answer(uint32_t number) {
 
 bool shm_link_t::has_work() {
     if (is_down() || channel_.is_running()) return false;
-    return to_client_.has_news() || (last_copied_ != nullptr && to_server_.has_news());
+    return to_client_.has_update() || (last_copied_ != nullptr && to_server_.has_update());
 }
 
 void shm_link_t::check_rings() {

@@ -48,7 +48,7 @@ public:
     /** Looks how far the reader has come. */
     void refresh();
     /** Whether the reader has come further since. */
-    bool has_news() const { return ring_.read.load(std::memory_order_acquire) != read_; }
+    bool has_update() const { return ring_.read.load(std::memory_order_acquire) != read_; }
     /** Whether the reader has come, when last looked, as far as a position returned earlier. */
     bool is_read(uint32_t position) const { return static_cast<int32_t>(read_ - position) >= 0; }
     /** Takes back what the reader has not published as read. Nothing can be written after it. */
@@ -85,7 +85,7 @@ public:
     /** Looks how far the writer has come, and whether it took back what there is. */
     void refresh();
     /** Whether the writer has come further since. */
-    bool has_news() const { return ring_.written.load(std::memory_order_acquire) != written_; }
+    bool has_update() const { return ring_.written.load(std::memory_order_acquire) != written_; }
     /** The oldest record, which is_broken() afterwards may disown. Requires has_record(). */
     shm_record_t front();
     /** The first four bytes of the record that front() returned; it must have them. */
