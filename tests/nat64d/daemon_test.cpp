@@ -258,6 +258,49 @@ TEST_F(daemon_test, all_errors_of_a_document_are_counted_the_first_are_named_and
     EXPECT_FALSE(daemon_process_t::ask("status").contains("refused_reason"));
 }
 
+TEST_F(daemon_test, a_document_behind_a_symbolic_link_is_watched_where_it_stands) {
+    const server_process_t server;
+    const std::string link = folder() + "/link";
+    std::filesystem::create_directory(folder() + "/real");
+    std::filesystem::create_symlink(folder() + "/real/document", link);
+    replace_file(folder() + "/real/document", document_text(count, 100));
+    const daemon_process_t daemon({"alpha", "--config", link}, folder() + "/log");
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    replace_file(folder() + "/real/document", document_text(count, 100) + "limit add --type sessions --value 9\n");
+    EXPECT_TRUE(eventually([] { return daemon_process_t::is("items", items + 1); })) << daemon.log();
+}
+
+TEST_F(daemon_test, what_it_was_about_to_add_before_it_died_is_its_own_after_a_restart) {
+    const server_process_t server;
+    const std::string kept = folder() + "/kept";
+    const std::vector<std::string> words = {"alpha", "--config", folder() + "/document", "--state", kept};
+    std::filesystem::create_directories(kept + "/in-force"); /* a folder, so that it can never be noted as in force */
+    std::filesystem::permissions(kept, std::filesystem::perms::owner_all);
+    {
+        const daemon_process_t daemon(words, folder() + "/log");
+        ASSERT_TRUE(eventually([] { return changes() == items; })) << daemon.log();
+        EXPECT_TRUE(eventually([&] { return daemon.log().find("/in-force: is a directory") != std::string::npos; }));
+    }
+    write(document_text(count - 1, 100));
+    const daemon_process_t daemon(words, folder() + "/log");
+    EXPECT_TRUE(eventually([] { return data_of("stats pools").size() == count - 1; })) << daemon.log();
+}
+
+TEST_F(daemon_test, a_kept_document_that_is_damaged_is_not_taken) {
+    const std::string kept = folder() + "/kept";
+    const std::vector<std::string> words = {"alpha", "--config", folder() + "/document", "--state", kept};
+    {
+        const server_process_t server;
+        const daemon_process_t daemon(words, folder() + "/log");
+        ASSERT_TRUE(eventually([&] { return std::filesystem::exists(kept + "/in-force"); })) << daemon.log();
+    }
+    std::ofstream(kept + "/in-force", std::ios::app) << "pool add --id\n";
+    write("no document\n");
+    daemon_process_t daemon(words, folder() + "/log");
+    EXPECT_EQ(daemon.end(0), 2);
+    EXPECT_NE(daemon.log().find("/in-force: line "), std::string::npos) << daemon.log();
+}
+
 TEST_F(daemon_test, without_any_document_it_does_not_start) {
     const server_process_t server;
     write("pool add --id 1\n");
