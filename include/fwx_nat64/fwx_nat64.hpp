@@ -1,29 +1,36 @@
 /** @file
- * The NAT64 client library in C++20: a binding as an object, a command as something to await. Header only; it needs the
- * C headers, and what drives the platform's event context.
+ * The NAT64 client library in C++20: a binding is an object, a command is an awaitable. Header only. It needs the C
+ * headers, and a PAL that runs the platform's event loop.
  *
- * Every command is a member function of fwx::nat64::client, which gives an awaitable:
+ * Conventions. Every command is a member function of fwx::nat64::client. It returns an awaitable, which sends the
+ * command when it is awaited and gives its result:
  *
  *     fwx::nat64::result done = co_await client.pool_add(pool{.id = 1, .start = "192.0.2.1", .end = "192.0.2.254"});
  *
- * With a function behind its arguments the same member sends at once, gives the result of the sending, and calls the
- * function with that of the command, if the former is no error: `client.pool_add(pool, [](const result &done) {...})`.
- * Records of this interface and those of C are taken alike.
+ * If a function follows the arguments, as in `client.pool_add(pool, [](const result &done) {...})`, the same member
+ * sends at once and returns the result of the send. Unless that is an error, the function is called once with the
+ * command's result. A record is copied. It may be a record of this interface or the C record of the command.
  *
- * Calling context: the thread that runs the event loop of the binding; everything may be done from inside coroutines
- * and callbacks. Not thread-safe. Destroying an awaitable, a coroutine that awaits, or the client is safe at any
- * moment, also from inside a callback. Coroutines are resumed, and callbacks called, from inside the loop or from where
- * the client is destroyed.
+ * Errors of a command: the codes of the C function that sends it, the server's codes, std::errc::timed_out after its
+ * deadline, and client_errc. A client that is not bound refuses every command with FWX_NAT64_ERR_NOT_READY.
  *
- * Exceptions: what a function of the PAL throws inside something that is awaited, at once or from the loop, reaches the
- * coroutine that awaits. What a callback or a handler throws reaches the handler `failed`, and so does the error of a
- * task that nobody awaited.
+ * Calling context: the thread that runs the event loop of the binding, also from inside coroutines and callbacks. Not
+ * thread-safe. Destroying an awaitable, a coroutine that awaits, or the client is safe at any moment, also from inside
+ * a callback. Coroutines are resumed, and callbacks called, from inside the loop, from expire(), or from the place
+ * where the client is closed or destroyed.
  *
- * Memory: beside the coroutines' frames, lists and the table of what is outstanding, which grows as it must and is
- * used again, nothing is allocated.
+ * Exceptions: an exception of a PAL function that belongs to an awaited operation reaches the coroutine that awaits,
+ * whether the function is called at once or from the loop. One case differs: if the `send` function of an awaited
+ * configure() throws when it is called again after a wait for room, the coroutine gets client_errc::callback_threw and
+ * the handler `failed` gets the exception. Exceptions of callbacks and handlers also reach `failed`, and so does the
+ * error of a task that nobody awaited.
  *
- * Not supported: more than one client in a process (the second is refused with 17, File exists), beside the C
- * functions fwx_nat64_bind and fwx_nat64_unbind; a callback for throttling of one's own.
+ * Memory: the client allocates coroutine frames, lists and other data that waits to be read, and the table of
+ * outstanding commands with its queues. The table grows when it is full and its slots are reused.
+ *
+ * Not supported: more than one client in a process (the second is refused with 17, File exists); calls of the C
+ * functions fwx_nat64_bind and fwx_nat64_unbind beside a client; a throttle callback of the PAL, because the client
+ * installs its own.
  */
 #ifndef FWX_NAT64_FWX_NAT64_HPP
 #define FWX_NAT64_FWX_NAT64_HPP
@@ -38,12 +45,12 @@
 
 namespace fwx::nat64 {
 
-/** A binding to the server. It unbinds when it ends: what is outstanding then ends with FWX_NAT64_ERR_NOT_READY, and
- * the server may carry it out. The library's table of MAP-T rules stays.
+/** A binding to the server. The destructor unbinds: outstanding commands then end with FWX_NAT64_ERR_NOT_READY, but the
+ * server may still carry them out. The library's table of MAP-T rules stays.
  *
- * A server that has restarted has lost its rules, and gives other indices to those that it gets now. The library's
- * table keeps the rules and their old indices, and answers an add of one of them with FWX_NAT64_ERR_EXISTS:
- * rules_forget(), when the server is known to be another one, and then adding all rules again makes both agree. */
+ * A restarted server has no rules, and assigns new indices to the rules that it gets. The library's table keeps the
+ * rules with their old indices, and answers an add of one of them with FWX_NAT64_ERR_EXISTS. So when the PAL knows that
+ * the server has restarted, it calls rules_forget() and adds all rules again. */
 class client {
 private:
     class room_t : detail::room_waiter {
@@ -120,58 +127,60 @@ private:
     }
 
 public:
-    /** Entries of a list that are asked for at a time. */
+    /** Entries that one query of pools or mappings asks for; a longer list takes several queries. */
     static constexpr uint32_t entries_a_query = 1000;
 
     /**
-     * Binds; waits for the server's answer.
-     * @param client_id four characters that identify the PAL to the server; shorter ones are filled with zeros.
+     * Binds. Blocks until the server has answered.
+     * @param client_id four characters that identify the PAL to the server; a shorter text is padded with zeros, the
+     *                  rest of a longer one is ignored.
      * @param ev_arg    the PAL's event argument (its loop); must outlive the client.
-     * @param on        hears of what comes unasked.
-     * @param platform  what the platform can tell beyond the C interface.
-     * @param error     why it is not bound; every command is refused then.
+     * @param on        handlers of unsolicited messages and of changes of the channel.
+     * @param platform  services of the platform beyond the C interface.
+     * @param error     set to the error of the bind, or to no error. After an error the client is not bound.
      */
     client(std::string_view client_id, void *ev_arg, handlers on, const adapter &platform, std::error_code &error)
         : binding_(four(client_id).data(), ev_arg, std::move(on), platform, error) {}
-    /** The same; throws std::system_error. */
+    /** The same, but throws the error as std::system_error. */
     client(std::string_view client_id, void *ev_arg, handlers on = {}, const adapter &platform = {})
         : binding_(four(client_id).data(), ev_arg, std::move(on), platform, bind_error_) {
         if (bind_error_) throw std::system_error(bind_error_, "no binding");
     }
 
-    /** Whether it is open: bound, and not closed. */
+    /** True if the client is bound and has not been closed. */
     bool is_open() const noexcept { return binding_.is_bound(); }
-    /** Unbinds now: what is outstanding ends as when the client is destroyed, and every command is refused from then
-     * on. */
+    /** Unbinds now. Outstanding commands end as when the client is destroyed, and every later command is refused. */
     void close() { binding_.close(); }
-    /** Empties the library's table of MAP-T rules, which a server that has restarted knows nothing of. Nothing is sent;
-     * of adds that are outstanding the rule is not installed. */
+    /** Empties the library's table of MAP-T rules, because a restarted server does not have them. Sends nothing. The
+     * reply to an outstanding add does not install its rule. */
     static void rules_forget() noexcept { fwx_mapt_plu_cleanup(); }
-    /** Whether a channel to the server is open; without one, the next command opens it. */
+    /** True if a channel to the server is open. If not, the next command opens one. */
     bool is_connected() const noexcept {
         const fwx_nat64_client_info_t *info = is_open() ? fwx_nat64_client_info_get() : nullptr;
         return info != nullptr && info->connected != 0;
     }
-    /** Commands and queries that wait for their answer. */
+    /** Number of commands and queries that wait for an answer or for room. */
     size_t outstanding() const noexcept { return binding_.outstanding(); }
-    /** How long commands and queries that are made from now on may take, unless `within` says it; none: any time. Of a
-     * list it is the longest silence between replies. 0 is the next turn of the loop. Throws std::out_of_range for a
-     * negative time. */
+    /** Sets the time limit of commands and queries made from now on, unless `within` sets another one; nullopt: no
+     * limit. For a list it limits the time between replies. 0 ends a command in the next turn of the loop. Throws
+     * std::out_of_range for a time that is negative or longer than some 30,000 years. */
     void deadline_set(std::optional<std::chrono::milliseconds> timeout) {
         timeout_ms_ = timeout ? detail::deadline_of(*timeout) : 0;
     }
-    /** Ends what has its deadline behind it. A platform with timers does it by itself. */
+    /** Ends the commands whose deadline is at or before `now_ms`, in milliseconds of the adapter's clock. Only a PAL
+     * whose adapter has no timers needs to call it. */
     void expire(uint64_t now_ms) { binding_.expire(now_ms); }
-    /** The same, of this moment. */
+    /** The same for the current time. */
     void expire() { binding_.expire(binding_.now_ms()); }
 
-    /** Whether the channel has filled up, as of now with an adapter that tells it. What is awaited waits for room by
-     * itself when the channel takes no more; what is sent with a callback is refused then, with client_errc::no_room.
-     */
+    /** True if the channel is full: it has reported so, or it has refused a send. With adapter::is_throttled also if it
+     * has filled up and the report has not come through the loop yet. When the channel accepts no more
+     * (adapter::full_code), an awaited command waits for room, and a command with a callback is refused with
+     * client_errc::no_room. */
     bool is_throttled() const noexcept { return binding_.is_throttled(); }
-    /** Awaits that the channel has room; at once if it has. */
+    /** Awaits room in the channel. Does not suspend if there is room. */
     auto writable() noexcept { return room_t(binding_); }
-    /** What the server tells unasked from now on, to be awaited. */
+    /** The server's unsolicited messages from now on, as a stream of awaitables. */
     notification_stream notifications() noexcept { return notification_stream(binding_.streams()); }
 
     /* --- Settings --- */
@@ -224,7 +233,7 @@ public:
                              void *pal_ctx) { return fwx_nat64_replication_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
                          std::move(on)...);
     }
-    /** Takes the replication back. */
+    /** Removes the replication. */
     auto replication_unset(const replication &value, auto... on) {
         return configure([record = fwx_nat64_replication_t{value.value, 0, value.value2}](
                              void *pal_ctx) { return fwx_nat64_replication_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
@@ -236,7 +245,7 @@ public:
         return configure([record = value](void *pal_ctx) { return fwx_nat64_global_settings_set_a(&record, pal_ctx); },
                          std::move(on)...);
     }
-    /* --- What is translated --- */
+    /* --- Interfaces, prefixes, mappings, pools and logging --- */
 
     /** Sets an interface's prefixes and MTU. */
     auto interface_set(const fwx_nat64_intf_info_t &value, auto... on) {
@@ -312,13 +321,13 @@ public:
             [record = value](void *pal_ctx) { return fwx_nat64_pool_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
             std::move(on)...);
     }
-    /** Adds a range of a pool. */
+    /** Adds a range of addresses to a pool. */
     auto range_add(const fwx_nat64_pool_range_t &value, auto... on) {
         return configure(
             [record = value](void *pal_ctx) { return fwx_nat64_pool_range_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
             std::move(on)...);
     }
-    /** Deletes a range of a pool. */
+    /** Deletes a range of addresses from a pool. */
     auto range_del(const fwx_nat64_pool_range_t &value, auto... on) {
         return configure(
             [record = value](void *pal_ctx) { return fwx_nat64_pool_range_set_a(FWX_NAT64_OP_DEL, &record, pal_ctx); },
@@ -344,8 +353,8 @@ public:
     }
     /* --- MAP-T rules --- */
 
-    /** Adds a basic mapping rule, at the server and in the table of the library, which installs it whatever the server
-     * says of it. One command of a rule at a time. */
+    /** Adds a basic mapping rule, at the server and in the library's table. The table installs the rule even if the
+     * server refuses it. Send the next command for a rule after the reply to the one before. */
     auto mapt_bmr_add(const fwx_nat64_mapt_bmr_t &value, auto... on) {
         return configure_rule(
             [record = value](void *pal_ctx) { return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &record, pal_ctx); },
@@ -376,29 +385,31 @@ public:
         return configure([](void *pal_ctx) { return fwx_nat64_ipalias_upload_a(pal_ctx); }, std::move(on)...);
     }
 
-    /** Clears the sessions that a filter names. */
+    /** Clears the sessions that match a filter. */
     auto session_clear(const fwx_nat64_session_filter_t &value, auto... on) {
         return configure([record = value](void *pal_ctx) { return fwx_nat64_session_clear_a(&record, pal_ctx); },
                          std::move(on)...);
     }
-    /* --- Statistics. A function behind the arguments gets the entries as std::span, reply by reply, as long as it does
-     * not return false; the query is awaited all the same. A second one gets the result, and nothing is awaited.
+    /* --- Statistics. Without a function, a list query gives a `list` of all entries. With one function it is still
+     * awaited: the function gets the entries of each reply as a std::span and may return false to stop. A second
+     * function gets the result; then the query is sent at once, as a command with a callback is.
      *
-     * This project's server answers FWX_NAT64_MODEL_LISTS_MAX (64) long lists and walks of a client at once. What is
-     * awaited beyond them waits until another list or walk of this client has ended; with a function for the result it
-     * is refused with FWX_NAT64_MODEL_ERR_TOO_MANY. --- */
+     * This project's server answers at most FWX_NAT64_MODEL_LISTS_MAX (64) long lists and walks of a client at a time.
+     * An awaited query beyond them waits until another list or walk of this client has ended. A query with a function
+     * for the result is refused with FWX_NAT64_MODEL_ERR_TOO_MANY. --- */
 
-    /** How many the server holds of each kind. */
+    /** Number of items of each kind that the server holds. */
     auto stats_totals() { return record<fwx_nat64_stats_sys_entry_t>(0); }
-    /** What the server has counted. This and the next two are of this project's server. */
+    /** Counters of the server. This query and the next two need this project's server. */
     auto stats_counts() { return record<fwx_nat64_stats_counts_t>(FWX_NAT64_SEL_COUNTS); }
-    /** By which a restarted server is told. */
+    /** The random id of this run of the server, by which a client detects a restart, and its configuration changes. */
     auto stats_boot() { return record<fwx_nat64_stats_boot_t>(FWX_NAT64_SEL_BOOT); }
-    /** What the server holds, and has refused. */
+    /** Number of items of each kind that the server holds, and of messages that it has refused for each reason. */
     auto stats_system() { return record<fwx_nat64_stats_system_t>(FWX_NAT64_SEL_SYSTEM); }
     /**
-     * What the server holds: of this project's server, over an adapter; else the error is client_errc::unreadable. A
-     * server that is changed meanwhile is read again, three times at most.
+     * The whole configuration of the server. If it changes while it is read, the client reads it again, three times in
+     * all. Errors: client_errc::changing after the third time; client_errc::unreadable if the server is not this
+     * project's, or the adapter lacks `head` or `bytes_behind`.
      */
     task<running_configuration> configuration() {
         running_configuration got;
@@ -411,12 +422,12 @@ public:
         }
         co_return got;
     }
-    /** All interfaces. */
+    /** Statistics of all interfaces. */
     auto stats_interfaces(auto... on) {
         return entries<fwx_nat64_stats_intf_entry_t>(
             [](void *pal_ctx, uint64_t, uint64_t) { return fwx_nat64_stats_intf_query_a(pal_ctx); }, std::move(on)...);
     }
-    /** All pools. */
+    /** Statistics of all pools. */
     auto stats_pools(auto... on) {
         return entries<fwx_nat64_stats_pool_entry_t>(
             [](void *pal_ctx, uint64_t cookie, uint64_t) {
@@ -425,7 +436,7 @@ public:
             },
             std::move(on)...);
     }
-    /** All mappings. */
+    /** Statistics of all mappings. */
     auto stats_mappings(auto... on) {
         return entries<fwx_nat64_stats_mapping_entry_t>(
             [](void *pal_ctx, uint64_t cookie, uint64_t) {
@@ -434,7 +445,7 @@ public:
             },
             std::move(on)...);
     }
-    /** All limits. */
+    /** All limits and their use. */
     auto stats_limits(auto... on) {
         return entries<fwx_nat64_stats_limit_entry_t>(
             [](void *pal_ctx, uint64_t, uint64_t) { return fwx_nat64_stats_limit_all_query_a(0, UINT32_MAX, pal_ctx); },
@@ -442,22 +453,23 @@ public:
     }
 
     /**
-     * Walks the sessions, as any server tells them.
-     * @param filter    which of them.
-     * @param page_size sessions a page.
+     * Walks the sessions, in the short form that every server sends.
+     * @param filter    selects the sessions; by default all of them.
+     * @param page_size sessions per page.
      */
     auto sessions(const fwx_nat64_sess_walk_filter_t &filter = session_filter{}, uint32_t page_size = 100) {
         return walk<fwx_nat64_session_t>(filter, page_size, 0);
     }
-    /** Walks the sessions in full, as this project's server tells them; another server's walk ends with an error, or
-     * with entries that mean nothing where the platform does not tell how long they are. */
+    /** Walks the sessions with both sides of each translation, a form that only this project's server sends. With
+     * another server the walk ends with an error or, if the adapter lacks `bytes_behind`, gives meaningless entries. */
     auto sessions_full(const fwx_nat64_sess_walk_filter_t &filter = session_filter{}, uint32_t page_size = 100) {
         return walk<fwx_nat64_session_full_t>(filter, page_size, FWX_NAT64_WALK_FULL);
     }
 
-    /* --- For what has no member here. --- */
+    /* --- Commands and queries without a member here. --- */
 
-    /** A command of which `send`, given a `pal_ctx`, is the C function that sends it. */
+    /** A configuration command. `send` calls the C function that sends it, with the `pal_ctx` that it is given, and
+     * returns that function's result. */
     template <class send_type>
     auto configure(send_type send) {
         return command<send_type>(binding_, std::move(send), timeout_ms_);
@@ -467,7 +479,7 @@ public:
     result configure(send_type send, on_type on) {
         return detail::callback<result, on_type>::start(binding_, send, timeout_ms_, std::move(on));
     }
-    /** The same of a command of a MAP-T rule. */
+    /** The same for a command of a MAP-T rule. */
     template <class send_type>
     auto configure_rule(send_type send) {
         return command<send_type, rule_result>(binding_, std::move(send), timeout_ms_);
@@ -478,11 +490,13 @@ public:
         return detail::callback<rule_result, on_type>::start(binding_, send, timeout_ms_, std::move(on));
     }
     /**
-     * A query and all that follow from its cookies.
-     * @param ask     the C function that sends one, given `pal_ctx`, a cookie and how many entries there have been.
-     * @param on_page gets each reply as a page and says what becomes of the list.
-     * @param on_end  gets the result, if the one that is returned is no error.
-     * @param cookie  where to begin.
+     * A list query, continued with the cookies of its replies until the list is complete. Sent at once.
+     * @param ask     calls the C function that sends the query. It is given the `pal_ctx`, the cookie to continue with,
+     *                and the number of entries received so far.
+     * @param on_page gets each reply as a page; its list_step says whether the list goes on.
+     * @param on_end  gets the result of the query, unless the result of the send is an error.
+     * @param cookie  where the list begins; 0: at its first entry.
+     * @return the result of the send.
      */
     template <class ask_type, class page_type, class end_type>
     result query(ask_type ask, page_type on_page, end_type on_end, uint64_t cookie = 0) {
@@ -493,11 +507,11 @@ public:
         return binding_.refused(detail::list_walk<ask_type, page_type, decltype(end)>::start_in_slot(
             binding_, std::move(ask), std::move(on_page), std::move(end), cookie, timeout_ms_));
     }
-    /** What a session walk gives to the C function as its callback, with the `pal_ctx` of a query. */
+    /** The callback for fwx_nat64_session_walk_a in an `ask` function of query(). */
     static constexpr fwx_nat64_sess_walk_fn_t walk_callback = detail::binding::walked;
 
 private:
-    std::error_code bind_error_; /* until it is thrown */
+    std::error_code bind_error_; /* of the constructor that throws it */
     detail::binding binding_;
     uint64_t timeout_ms_ = 0;
 };

@@ -1,5 +1,8 @@
 /** @file
- * Connects the C++ interface to the host platform: the adapter, error texts, a loop that runs tasks, and sleeping.
+ * The host platform for the C++ interface: its adapter, a sleep that a coroutine awaits, and a loop that runs a task to
+ * its end.
+ *
+ * Calling context: the thread that runs the loop.
  */
 #ifndef FWX_HOST_ADAPTER_HPP
 #define FWX_HOST_ADAPTER_HPP
@@ -13,8 +16,8 @@
 
 namespace fwx::host {
 
-/** For fwx::nat64::client. The client's event argument is then a fwx_host_loop_t. The client takes the platform's only
- * observer of channels that end. */
+/** The adapter for fwx::nat64::client; the client's event argument must be a fwx_host_loop_t. The client occupies
+ * fwx_host_channel_end_observe, which has room for one observer in a process. */
 inline constexpr nat64::adapter adapter = {
     .head = fwx_host_smc_head,
     .bytes_behind = fwx_host_smc_bytes_behind,
@@ -27,25 +30,23 @@ inline constexpr nat64::adapter adapter = {
     .is_throttled = fwx_host_smc_is_throttled,
 };
 
-/** Adds the texts of this project's server's result codes to xerr_strerror, because the server runs in another process.
- */
+/** Registers the error texts of this project's server with xerr_strerror, for a server in another process. */
 inline void add_server_texts() {
 #define FWX_HOST_ADD_TEXT(code, member, text) fwx_host_error_text_add(code, text);
     FWX_NAT64_MODEL_RESULTS(FWX_HOST_ADD_TEXT)
 #undef FWX_HOST_ADD_TEXT
 }
 
-/** Awaitable that resumes the coroutine from the loop after a delay. */
+/** Awaits that a time has passed on a loop. If memory is out, it continues at once. */
 class [[nodiscard]] sleep {
 public:
-    /** Throws std::out_of_range for a negative time. */
+    /** Throws std::out_of_range for a time that is negative or longer than some 30,000 years. */
     sleep(fwx_host_loop_t *loop, std::chrono::milliseconds time)
         : loop_(loop), delay_ms_(nat64::detail::deadline_of(time) - 1) {}
     sleep(const sleep &) = delete;
     ~sleep() { fwx_host_timer_cancel(loop_, timer_); }
 
     bool await_ready() const noexcept { return false; }
-    /** Does not suspend when memory is exhausted. */
     bool await_suspend(std::coroutine_handle<> waiting) noexcept {
         waiting_ = waiting;
         const auto rang = [](void *self) { std::exchange(static_cast<sleep *>(self)->waiting_, nullptr).resume(); };
@@ -61,17 +62,17 @@ private:
     std::coroutine_handle<> waiting_;
 };
 
-/** Owner of a loop. */
+/** Owns a loop. */
 class loop {
 public:
-    /** Throws std::bad_alloc when the system has no descriptors or no memory left. */
+    /** Throws std::bad_alloc when the system has no descriptors or memory left. */
     loop() : loop_(fwx_host_loop_create(), fwx_host_loop_destroy) {
         if (loop_ == nullptr) throw std::bad_alloc();
     }
     fwx_host_loop_t *get() const noexcept { return loop_.get(); }
     operator fwx_host_loop_t *() const noexcept { return loop_.get(); }
 
-    /** Starts a task and runs the loop until it is done. Returns the task's value or rethrows its exception. */
+    /** Starts a task and runs the loop until the task is done. Returns its value or throws its exception. */
     template <class value_type>
     value_type run(nat64::task<value_type> task) const {
         task.start();

@@ -1,10 +1,12 @@
 /** @file
- * What stands between the C interface and the awaitables: the one binding, the table of what is outstanding, deadlines,
- * flow control. PAL authors need of it the adapter alone.
+ * The layer between the C interface and the awaitables: the binding, the table of outstanding commands, deadlines and
+ * flow control. A PAL uses the types `adapter`, `handlers`, `page` and `list_step`; the rest is internal.
  *
- * What the library hands back as `pal_ctx` is the number of a slot and its generation, never an address: an answer that
- * comes when nobody waits for it any more finds nothing. Whatever calls a waiter may be destroyed by it, and so looks
- * at nothing of its own afterwards before it has asked whether it is still there.
+ * Each outstanding command has a slot in the table. The `pal_ctx` that the library gets is the slot's number and
+ * generation, never an address. So a late answer to a command that has ended finds no slot and is ignored.
+ *
+ * A call of a waiter, callback or handler may destroy the object that makes the call, and the client. After such a call
+ * the code checks that its object still exists before it touches it.
  */
 #ifndef FWX_NAT64_CXX_BINDING_HPP
 #define FWX_NAT64_CXX_BINDING_HPP
@@ -31,57 +33,62 @@
 
 namespace fwx::nat64 {
 
-/** What a platform can tell beyond the C interface; an entry that it has not is null. */
+/** Services of a platform beyond the C interface. A missing entry is null. */
 struct adapter {
-    /** How the message that a handler is being given now began when it came: at least its first 64 bytes, or all of it,
-     * and how many they are; null when there is none. With it, verdicts on rules are the server's own. */
+    /** Returns the beginning of the message that is being delivered, as it arrived: its first 64 bytes or more, or the
+     * whole message if that is shorter. Sets `size` to the number of bytes. Null if no message is being delivered.
+     * With it, the verdict on a MAP-T rule is the server's own. */
     const void *(*head)(size_t *size) = nullptr;
-    /** How many bytes of that message follow an address in it. With it, no list can claim more entries than came. */
+    /** Returns the number of bytes from `data` to the end of that message. With it, the client detects a reply that
+     * claims more entries than it has. */
     size_t (*bytes_behind)(const void *data) = nullptr;
-    /** Milliseconds of the clock by which deadlines are; null: the steady clock. */
+    /** Returns the time in milliseconds, for deadlines; null: the client uses the steady clock. */
     uint64_t (*now_ms)() = nullptr;
-    /** Calls `fn` once from the loop, `delay_ms` from now; returns what `timer_cancel` takes, 0 for none. Both or none;
-     * without them the PAL calls client::expire. */
+    /** Calls `fn` once from the loop after `delay_ms` milliseconds. Returns an id for `timer_cancel`, or 0 if it has
+     * not set a timer. A platform has both functions or neither; without them the PAL calls client::expire. */
     uint64_t (*timer_add)(void *ev_arg, uint64_t delay_ms, void (*fn)(void *arg), void *arg) = nullptr;
     void (*timer_cancel)(void *ev_arg, uint64_t id) = nullptr;
-    /** Calls `fn` from the loop whenever a channel has ended with an error and nothing more comes through it; null
-     * `fn`: no more. Without it, commands that a dead server had taken end at their deadlines. */
+    /** Registers `fn`. It is called from the loop each time a channel has ended with an error and delivers nothing
+     * more. A null `fn` ends the registration. Without it, commands that a dead server had taken end only at their
+     * deadlines. */
     void (*observe_end)(void (*fn)(void *arg), void *arg) = nullptr;
-    /** The code with which a send is refused because the channel is full; 0: none. With it, what is awaited waits for
-     * room. */
+    /** The code with which a send is refused because the channel is full; 0: there is none. With it, an awaited command
+     * waits for room instead of failing. */
     uint32_t full_code = 0;
-    /** Whether a channel has filled up, as of now: its own report of that comes through the loop. */
+    /** Returns non-zero if the channel is full at this moment. The channel itself reports that only through the loop.
+     */
     uint32_t (*is_throttled)(uint64_t chan) = nullptr;
 };
 
-/** What the server sends unasked, and what becomes of the channel. All are called from the loop and may be empty. */
+/** Handlers of the server's unsolicited messages and of changes of the channel. All except `failed` are called from the
+ * loop. Each may be empty. */
 struct handlers {
     std::function<void(uint32_t op, std::span<const uint32_t, 3> words)> record{}; /**< FWX_NAT64_OP_ADD or _DEL */
     std::function<void()> event{};
     std::function<void(const fwx_nat64_stats_mapping_entry_t &mapping)> mapping{}; /**< became active or inactive */
-    std::function<void(bool may_send)> flow{}; /**< the channel is full, or has room */
+    std::function<void(bool may_send)> flow{}; /**< the channel has room (true) or is full (false) */
     std::function<void()> lost{};              /**< the channel has ended; the next command opens another one */
-    /** Gets what a callback or a handler of the PAL threw, and the error of a task that nobody awaited. Without it,
-     * what a callback throws ends the program. */
+    /** Gets an exception that a callback or a handler of the PAL threw, and the error of a task that nobody awaited.
+     * Without it, an exception of a callback or a handler ends the program, and the error of a task is dropped. */
     std::function<void(std::exception_ptr what)> failed{};
 };
 
-/** One reply of a query, as the C callbacks bring it. */
+/** One reply to a query, with the arguments of the C callback. */
 struct page {
-    const void *data; /**< lives during the call */
-    uint32_t count;
-    bool more;       /**< further replies follow by themselves */
-    uint64_t cookie; /**< where a further query goes on; 0: nowhere, or the query knows none */
-    uint32_t value2; /**< of a walk the server's; of system statistics the selector, if that is known */
-    size_t bytes;    /**< from `data` to the end of the message; SIZE_MAX without an adapter */
+    const void *data; /**< valid during the call */
+    uint32_t count;   /**< entries in this reply */
+    bool more;        /**< the server sends further replies to the same query */
+    uint64_t cookie;  /**< continues the list in a further query; 0: the list is complete, or has no cookies */
+    uint32_t value2;  /**< of a walk: set by the server; of system statistics: the selector, if `head` gives it */
+    size_t bytes;     /**< from `data` to the end of the message; SIZE_MAX without adapter::bytes_behind */
 };
 
-/** What becomes of a list after one of its replies. */
+/** What happens to a list after a reply: it goes on, ends without an error, or ends with client_errc::list_short. */
 enum class list_step { next, enough, too_short };
 
 namespace detail {
 
-/** A time as deadlines are kept: milliseconds and one, since 0 is none. Throws std::out_of_range. */
+/** A time limit as the slots store it: milliseconds plus 1, because 0 means no limit. Throws std::out_of_range. */
 template <class rep_type, class period_type>
 uint64_t deadline_of(std::chrono::duration<rep_type, period_type> time) {
     using milliseconds = std::chrono::duration<double, std::milli>;
@@ -91,8 +98,9 @@ uint64_t deadline_of(std::chrono::duration<rep_type, period_type> time) {
     return static_cast<uint64_t>(count) + 1;
 }
 
-/** Who waits for a slot. What `done` throws goes to the handler `failed`. `got` is a reply of a query, or room_page;
- * without it the slot is closed, and `error` says how it ended. */
+/** The owner of a slot, which waits for what happens to the command. `done` gets a reply to a query or room_page in
+ * `got`; a null `got` means that the slot is closed and the command has ended with `error`. An exception of `done` goes
+ * to the handler `failed`. */
 struct waiter {
     using done_fn = void (*)(waiter &self, uint32_t tag, std::error_code error, const page *got);
     explicit waiter(done_fn fn) noexcept : done(fn) {}
@@ -105,17 +113,17 @@ struct room_waiter {
     std::coroutine_handle<> handle;
 };
 
-/** Given to who waits for room by binding::queue, when there is some; the slot is closed then. */
+/** The reply that tells an owner queued by binding::queue that the channel has room. Its slot is closed then. */
 inline constexpr page room_page{};
 
-/** What came of sending. */
+/** The result of a send, from the code of the C function. */
 inline result sent(uint32_t code) noexcept {
     return {nat64_error(code), code == 0};
 }
 
 class binding {
 public:
-    /** Room for a callback and what it holds. With it a slot has 256 bytes, so that its address is a shift away. */
+    /** Bytes for a callback and its captures. With this size a slot has 256 bytes, so that a shift gives its offset. */
     static constexpr size_t storage_size = 208;
 
     binding(const void *client_id, void *ev_arg, handlers on, const adapter &platform, std::error_code &error)
@@ -132,7 +140,7 @@ public:
             fwx_nat64_client_info_get()->throttle_ctx = nullptr;
             if (platform_.observe_end != nullptr) platform_.observe_end(channel_ended, nullptr);
         } else if (is_first) {
-            fwx_nat64_unbind(); /* some failures leave the library bound */
+            fwx_nat64_unbind(); /* because some failures leave the library bound */
             active() = nullptr;
         }
     }
@@ -140,7 +148,7 @@ public:
     binding &operator=(const binding &) = delete;
 
     ~binding() { close(); }
-    /** Unbinds; ends all that waits. */
+    /** Unbinds and ends everything that waits: commands, coroutines that wait for room, and notification streams. */
     void close() {
         if (active() == this) {
             fwx_nat64_unbind();
@@ -171,23 +179,23 @@ public:
             platform_.is_throttled != nullptr && is_bound_ ? fwx_nat64_client_info_get() : nullptr;
         return info != nullptr && info->connected != 0 && platform_.is_throttled(info->chan) != 0;
     }
-    /** Whether a send was refused because the channel is full. */
+    /** True if `code` means that the channel refused a send because it is full; notes that it is. */
     bool is_full(uint32_t code) noexcept {
         if (code == 0 || code != platform_.full_code) return false;
         is_full_ = true;
         return true;
     }
-    /** What came of a send that is not to wait. */
+    /** The result of a send for a caller that does not wait for room. */
     result refused(uint32_t code) noexcept { return is_full(code) ? result{client_errc::no_room, false} : sent(code); }
-    /** Opens a slot whose owner gets room_page when there is room. */
+    /** Opens a slot whose owner gets room_page when the channel has room. Returns the slot's id. */
     uint64_t queue(waiter &owner, uint32_t tag, uint64_t timeout_ms) {
         return queue_in(queue_, owner, tag, timeout_ms);
     }
 
-    /** Counts a list that is outstanding. */
+    /** Counts a list that is outstanding; list_ended() is its counterpart. */
     void list_began() noexcept { ++lists_; }
-    /** A list that the server had no room for waits for another one to end, and gets room_page then. 0: there is no
-     * other one. */
+    /** Queues a list that the server refused because of too many lists. Its owner gets room_page when another list
+     * has ended. Returns the slot's id, or 0 if no other list is outstanding. */
     uint64_t queue_list(waiter &owner, uint64_t timeout_ms) {
         if (lists_ == 1) return 0;
         const uint64_t id = queue_in(waiting_lists_, owner, 0, timeout_ms);
@@ -202,14 +210,14 @@ public:
             waiting_lists_.erase(waiting_lists_.begin());
             if (!is_open(id)) continue;
             give_room(id);
-            has_room = life && lists_ == 0; /* it was not sent, and no other list will end */
+            has_room = life && lists_ == 0; /* it failed to start, and no list is left whose end would start the next */
         }
     }
 
-    /** What a function of the PAL threw where nobody awaits it. */
+    /** Gives the handler `failed` an exception of a PAL function that no coroutine awaits. */
     static void threw(const std::exception_ptr &what) noexcept {
         const std::shared_ptr<const handlers> on = hearing;
-        if (!on || !on->failed) std::rethrow_exception(what); /* as an exception that nobody catches */
+        if (!on || !on->failed) std::rethrow_exception(what); /* ends the program, as an uncaught exception does */
         on->failed(what);
     }
     static void resume(std::coroutine_handle<> waiting) noexcept {
@@ -232,7 +240,7 @@ public:
         const auto since = std::chrono::steady_clock::now().time_since_epoch();
         return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
     }
-    /** Ends what has its deadline behind it with timed_out. */
+    /** Ends every slot whose deadline is at or before `now` with timed_out. */
     void expire(uint64_t now) {
         if (next_deadline_ == 0 || now < next_deadline_) return;
         next_deadline_ = 0;
@@ -249,7 +257,7 @@ public:
         }
     }
 
-    /* --- Slots. Their numbers are what the library gets as `pal_ctx`. --- */
+    /* --- Slots. The library gets a slot's id as `pal_ctx`. --- */
 
     uint64_t open(waiter &owner, uint32_t tag) {
         if (free_ == nullptr) grow();
@@ -267,20 +275,20 @@ public:
     [[gnu::noinline]] void close(uint64_t id) noexcept {
         if (is_open(id)) release(at(static_cast<uint32_t>(id)));
     }
-    /** Closes all slots that this one waits for. */
+    /** Closes all slots of an owner. */
     void close_all(const waiter &owner) noexcept {
         for (uint32_t index = 0; index < capacity(); ++index) {
             if (at(index).owner == &owner) release(at(index));
         }
     }
-    /** Room in an open slot, which stays where it is until the slot is closed and opened again. */
+    /** The `storage_size` bytes of an open slot. They do not move, and stay untouched until the slot is reused. */
     void *storage(uint64_t id) noexcept { return at(static_cast<uint32_t>(id)).storage; }
     void own(uint64_t id, waiter &owner) noexcept { at(static_cast<uint32_t>(id)).owner = &owner; }
-    /** Puts the deadline of an open slot so long from now, as deadline_of gives it; 0: it has none. */
+    /** Sets the deadline of an open slot. `timeout_ms` is a value of deadline_of; 0 leaves the deadline as it is. */
     void set_deadline(uint64_t id, uint64_t timeout_ms) {
         if (timeout_ms != 0) put_deadline(at(static_cast<uint32_t>(id)), timeout_ms);
     }
-    /** Calls the C function with the slot's number. An open slot that it fails for is closed. */
+    /** Calls the C function with the slot's id, and returns its code. Closes the slot if the function fails. */
     template <class send_type>
     uint32_t send(uint64_t id, send_type &send_fn) {
         uint32_t code = FWX_NAT64_ERR_NOT_READY;
@@ -293,7 +301,7 @@ public:
         if (code != 0) close(id);
         return code;
     }
-    /** Opens a slot and sends; 0: the owner is called. */
+    /** Opens a slot and sends. After the result 0 the owner is called later, and `id` is set. */
     template <class send_type>
     uint32_t start(send_type &send_fn, waiter &owner, uint32_t tag, uint64_t timeout_ms, uint64_t &id) {
         const uint64_t opened = open(owner, tag);
@@ -305,7 +313,7 @@ public:
         return code;
     }
 
-    /** The reply to a rule that is being delivered now, zeros behind its end; none without an adapter. */
+    /** The reply to a rule command that is being delivered now, padded with zeros; none without adapter::head. */
     std::optional<fwx_nat64_mapt_reply_t> rule_reply() const noexcept {
         size_t size = 0;
         const void *head = platform_.head == nullptr ? nullptr : platform_.head(&size);
@@ -332,7 +340,8 @@ public:
         }
     }
 
-    /** Whether the binding is still there, for who has called somebody. */
+    /** True while the binding exists and is bound. Code that calls out makes one before the call and checks it
+     * afterwards, because the callee may close or destroy the client. */
     class life_t {
     public:
         explicit life_t(const binding &of) noexcept : of_(&of), birth_(of.birth_) {}
@@ -354,14 +363,14 @@ private:
         waiter *owner = nullptr; /* null: it is free */
         slot *next_free = nullptr;
         uint64_t deadline_ms = 0;
-        uint64_t id = 0;       /* its index, and behind it its generation */
-        uint64_t ended_id = 0; /* that it had when its channel ended */
-        uint32_t tag = 0;      /* the owner's */
+        uint64_t id = 0;       /* index in the low 32 bits, generation and own_bit above them */
+        uint64_t ended_id = 0; /* value of `id` when a channel ended last */
+        uint32_t tag = 0;      /* chosen by the owner */
         alignas(std::max_align_t) std::byte storage[storage_size];
     };
-    static constexpr uint32_t block_bits = 6; /* slots are made by blocks, which stay where they are */
+    static constexpr uint32_t block_bits = 6; /* slots are allocated in blocks, which never move */
     static constexpr uint32_t block_size = 1U << block_bits;
-    /* No address has this bit, so that a context that is somebody else's is none of ours. */
+    /* No address has this bit set, so a context that other code gave to the library never matches a slot. */
     static constexpr uint64_t own_bit = uint64_t{1} << 63;
     static constexpr uint64_t one_generation = uint64_t{1} << 32;
 
@@ -378,7 +387,7 @@ private:
     slot &at(uint32_t index) noexcept { return blocks_[index >> block_bits][index % block_size]; }
     const slot &at(uint32_t index) const noexcept { return blocks_[index >> block_bits][index % block_size]; }
 
-    /* What is rare or ends a command stays out of line: the way of all others then saves fewer registers. */
+    /* Cold paths, here and below. Kept out of line so that the hot path does not spill registers for them. */
     [[gnu::noinline]] void grow() {
         const uint32_t first = capacity();
         blocks_.push_back(std::make_unique<slot[]>(block_size));
@@ -393,7 +402,7 @@ private:
         entry.id = (entry.id + one_generation) | own_bit;
         entry.next_free = std::exchange(free_, &entry);
     }
-    /** Closes an open slot and tells its owner; no error: it is done. */
+    /** Closes an open slot and tells its owner how the command ended. */
     void end(slot &entry, std::error_code error) noexcept {
         waiter *const owner = entry.owner;
         release(entry);
@@ -425,12 +434,12 @@ private:
         of->expire(of->now_ms());
     }
 
-    /** What went through a channel that is gone is not answered any more. */
+    /** Ends every outstanding command, because no answer can arrive through the channel that is gone. */
     static void channel_ended(void *) noexcept {
         binding *self = active();
         const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
         if (self == nullptr || info == nullptr || info->connected != 0) return;
-        active() = nullptr; /* the flush refuses commands, so the callbacks ignore it and waiters are told behind it */
+        active() = nullptr; /* callbacks ignore the flush; waiters are told after it, because it refuses new commands */
         fwx_nat64_clnt_cleanup();
         active() = self;
         for (uint32_t index = 0; index < self->capacity(); ++index) {
@@ -438,7 +447,7 @@ private:
         }
         const life_t life(*self);
         for (uint32_t index = 0; life && index < self->capacity(); ++index) {
-            slot &entry = self->at(index); /* what is sent meanwhile goes through another channel */
+            slot &entry = self->at(index); /* a waiter may send: that command has a new id and uses a new channel */
             const bool is_over = entry.owner != nullptr && entry.ended_id == entry.id;
             if (is_over) self->end(entry, client_errc::connection_lost);
         }
@@ -446,7 +455,7 @@ private:
         if (life) self->set_throttled(false);
     }
 
-    /** Calls a handler, which may end the binding. */
+    /** Calls a handler, which may destroy the client. */
     template <class handler_type, class... argument_types>
     void tell(handler_type handlers::*which, const argument_types &...arguments) const noexcept {
         const std::shared_ptr<const handlers> on = on_;
@@ -526,7 +535,7 @@ private:
         tell(*entry.owner, entry.tag, nat64_error(0), &got);
         return life && self->is_open(id) ? 0 : 1;
     }
-    /** Says what is known of a reply beside what its callback got, or how the query has failed. */
+    /** Completes a reply with what the adapter knows of its message. Returns the error if the query has failed. */
     std::error_code look_behind(page &got) const noexcept {
         size_t size = 0;
         const void *head = platform_.head == nullptr ? nullptr : platform_.head(&size);
@@ -578,18 +587,18 @@ private:
     const adapter platform_;
     const std::shared_ptr<const handlers> on_;
     void *const ev_arg_;
-    const uint64_t birth_; /* tells it from another one that stands where it stood */
+    const uint64_t birth_; /* distinguishes it from a later binding at the same address */
     bool is_bound_ = false;
-    bool is_throttled_ = false;                            /* as the channel has told */
-    bool is_full_ = false;                                 /* a send was refused, and there has been no room since */
-    std::vector<uint64_t> queue_;                          /* slots whose owners wait for room, some closed by now */
-    static inline std::shared_ptr<const handlers> hearing; /* of the binding, until all that it ends has been told */
-    std::vector<uint64_t> waiting_lists_;                  /* likewise, for another list to end */
-    size_t lists_ = 0;                                     /* outstanding, without those that wait */
+    bool is_throttled_ = false;                            /* as the channel last reported */
+    bool is_full_ = false;                                 /* a send was refused, and the channel had no room since */
+    std::vector<uint64_t> queue_;                          /* ids of slots that wait for room; may include stale ids */
+    static inline std::shared_ptr<const handlers> hearing; /* handlers of the binding, until close() has told all */
+    std::vector<uint64_t> waiting_lists_; /* ids of slots that wait for another list to end, likewise */
+    size_t lists_ = 0;                    /* outstanding, without those that wait */
     std::vector<std::unique_ptr<slot[]>> blocks_;
     uint32_t capacity_ = 0; /* slots in all blocks */
     slot *free_ = nullptr;
-    uint64_t next_deadline_ = 0; /* 0: nothing has one */
+    uint64_t next_deadline_ = 0; /* no slot has an earlier one; 0: no slot has one */
     uint64_t timer_ = 0;
     room_waiter *room_ = nullptr;
     detail::streams streams_;

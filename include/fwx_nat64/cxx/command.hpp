@@ -1,5 +1,9 @@
 /** @file
- * Commands as something to await, many at a time, or with a callback.
+ * Commands: awaited one by one, awaited many at a time, or sent with a callback. The members of fwx::nat64::client make
+ * them; PAL authors use `within` of a command, `when_all` and `all_result`.
+ *
+ * An awaitable is the owner of its slot in the binding, so it must stay at its address while it is awaited. A callback
+ * is stored in the slot itself. If the channel is full, an awaited command is queued and sent again.
  */
 #ifndef FWX_NAT64_CXX_COMMAND_HPP
 #define FWX_NAT64_CXX_COMMAND_HPP
@@ -18,7 +22,7 @@ namespace detail {
 inline void conclude(const binding &, std::error_code error, result &into) noexcept {
     into.error = error;
 }
-/** A rule's verdict is the server's own, where it can be seen. */
+/** The verdict on a rule is the server's own if the adapter shows the reply, else the rule table's. */
 inline void conclude(const binding &of, std::error_code error, rule_result &into) noexcept {
     into.error = into.table = error;
     const bool is_answered =
@@ -35,15 +39,15 @@ inline void conclude(const binding &of, std::error_code error, rule_result &into
 }  // namespace detail
 
 /**
- * A command that has not been sent yet; awaiting it sends it and gives its result. Destroying it while it is awaited,
- * with its coroutine, forgets it: the server may carry it out.
+ * A command that has not been sent yet. Awaiting it sends it and gives its result. If its coroutine is destroyed while
+ * it is awaited, nobody gets the result, but the server may still carry the command out.
  */
 template <class send_type, class result_type = result>
 class [[nodiscard]] command : detail::waiter {
 public:
     command(detail::binding &to, send_type send, uint64_t timeout_ms) noexcept
         : waiter(arrived), to_(&to), send_(std::move(send)), timeout_ms_(timeout_ms) {}
-    /** Of a command that has not been sent. */
+    /** Requires: `from` has not been awaited. */
     command(command &&from) noexcept
         : waiter(arrived), to_(from.to_), send_(std::move(from.send_)), timeout_ms_(from.timeout_ms_) {}
     command &operator=(command &&) = delete;
@@ -51,9 +55,9 @@ public:
         if (id_ != 0) to_->close(id_);
     }
 
-    /** Gives it a deadline of its own, from when it is sent or begins to wait for room: it ends with
-     * std::errc::timed_out then. 0 is the next turn of the loop. Throws std::out_of_range for a negative time, or one
-     * of more than 30,000 years. */
+    /** Sets a time limit for this command, after which it ends with std::errc::timed_out. The time begins when the
+     * command is sent, or when it begins to wait for room. 0 ends it in the next turn of the loop. Throws
+     * std::out_of_range for a time that is negative or longer than some 30,000 years. */
     template <class rep_type, class period_type>
     command &&within(std::chrono::duration<rep_type, period_type> timeout) && {
         timeout_ms_ = detail::deadline_of(timeout);
@@ -69,14 +73,16 @@ public:
     result_type await_resume() const noexcept { return result_; }
 
     using value_type = result_type;
-    /** For who waits for many: sends it, in the name of an owner that tells its commands by their tags. */
+    /** Sends the command for an owner of several commands, which distinguishes them by their tags. Returns the code of
+     * the send. */
     uint32_t start_for(detail::waiter &owner, uint32_t tag, uint64_t &id) {
         return to_->start(send_, owner, tag, timeout_ms_, id);
     }
     detail::binding &to() const noexcept { return *to_; }
 
 private:
-    /** Cold path. Has it sent again when the channel has room; false: it was refused for another reason. */
+    /** Cold path. Queues the command to be sent again when the channel has room. Returns false if it was refused for
+     * another reason. */
     [[gnu::noinline]] bool waits_for_room(uint32_t code) {
         refuse(detail::sent(code));
         if (!to_->is_full(code)) return false;
@@ -91,7 +97,7 @@ private:
         if (got == nullptr) self.refuse({error, false});
         if (got == nullptr || !self.is_sent_again()) self.waiting_.resume();
     }
-    /** False if it was refused; the result says why. */
+    /** Sends the command again. Returns false if that fails; `result_` then has the error. */
     bool is_sent_again() {
         try {
             const uint32_t code = to_->start(send_, *this, 0, timeout_ms_, id_);
@@ -113,17 +119,17 @@ private:
     detail::binding *to_;
     send_type send_;
     uint64_t timeout_ms_;
-    uint64_t id_ = 0; /* not 0: it is outstanding */
+    uint64_t id_ = 0; /* of its slot; 0: it is not outstanding */
     std::coroutine_handle<> waiting_;
     union {
-        result_type result_; /* made when it is known */
+        result_type result_; /* constructed when the command ends */
     };
 };
 
 /** The result of many commands. */
 struct all_result {
-    size_t failed = 0;
-    std::error_code first_error; /**< of the first answer that was one */
+    size_t failed = 0;           /**< number of commands that failed */
+    std::error_code first_error; /**< error of the command that failed first */
 
     explicit operator bool() const noexcept { return failed == 0; }
 };
@@ -160,7 +166,7 @@ public:
 
 private:
     bool is_done() const noexcept { return outstanding_ == 0 && next_ == count_ && !refused_; }
-    /** Sends as many as may be; false: it has been destroyed. */
+    /** Sends as many commands as the window allows. Returns false if a callback has destroyed this object. */
     bool fill() {
         while ((next_ < count_ || refused_) && outstanding_ < width_ && !waits_for_room_) {
             uint32_t code = 0;
@@ -189,6 +195,7 @@ private:
         }
         return true;
     }
+    /** Counts a result and passes it on. Returns false if `each_` has destroyed this object. */
     bool take(uint32_t index, const value_type &value) {
         if (!value) {
             if (sum_.failed++ == 0) sum_.first_error = value.first_error();
@@ -210,7 +217,7 @@ private:
         if (thrown) give_up(thrown);
         return true;
     }
-    /** What is outstanding is forgotten, and who awaits gets the exception. */
+    /** Drops the outstanding commands and keeps the exception for the coroutine that awaits. */
     void give_up(const std::exception_ptr &what) {
         thrown_ = what;
         if (to_ != nullptr) to_->close_all(*this);
@@ -241,12 +248,12 @@ private:
     binding *to_ = nullptr;
     size_t next_ = 0;
     size_t outstanding_ = 0;
-    std::optional<command_type> refused_; /* the command before next_, while it waits for room */
+    std::optional<command_type> refused_; /* command next_ - 1, while it waits for room */
     bool waits_for_room_ = false;
     std::exception_ptr thrown_;
     all_result sum_;
     std::coroutine_handle<> waiting_;
-    bool *is_gone_ = nullptr; /* set by the destructor, for who has called `each_` */
+    bool *is_gone_ = nullptr; /* the destructor sets it, for the caller of `each_` */
 };
 
 template <class... command_types>
@@ -298,7 +305,7 @@ private:
         if (got != nullptr) {
             try {
                 self.send_again(tag, std::index_sequence_for<command_types...>());
-            } catch (...) { /* who awaits gets it, and what is outstanding is forgotten */
+            } catch (...) { /* the coroutine gets the exception; the outstanding commands are dropped */
                 self.thrown_ = std::current_exception();
                 std::get<0>(self.commands_).to().close_all(self);
                 self.outstanding_ = 0;
@@ -316,7 +323,7 @@ private:
     std::coroutine_handle<> waiting_;
 };
 
-/** A callback that waits in its slot. */
+/** A callback that is stored in the slot of its command. */
 template <class result_type, class on_type>
 class callback : waiter {
 public:
@@ -350,7 +357,7 @@ private:
         result_type value;
         conclude(*self.to_, error, value);
         on_type on = std::move(self.on_);
-        self.~callback(); /* its slot may be taken again from now on */
+        self.~callback(); /* before the call, because a command of `on` may reuse the slot */
         on(value);
     }
 
@@ -361,9 +368,12 @@ private:
 }  // namespace detail
 
 /**
- * Awaits `count` commands, of which at most `width` are outstanding at a time. Nothing is allocated.
- * @param make gets an index from 0 and gives the command, whose deadline it may set.
- * @param each gets the index and the result of each command, in the order of the answers.
+ * Awaits `count` commands, with at most `width` outstanding at a time. Gives an all_result. If `make` or `each` throws,
+ * the outstanding commands are dropped and the coroutine gets the exception. Allocates no memory of its own.
+ * @param count number of commands.
+ * @param width size of the window; 0 is taken as 1.
+ * @param make  gets an index from 0 and returns the command, with a deadline if it sets one.
+ * @param each  gets the index and the result of each command, in the order of the answers.
  */
 template <class make_type, class each_type>
 requires std::invocable<each_type &, size_t,
@@ -371,13 +381,13 @@ requires std::invocable<each_type &, size_t,
 when_all(size_t count, size_t width, make_type make, each_type each) {
     return detail::window<make_type, each_type>(count, width, std::move(make), std::move(each));
 }
-/** The same, where the sum of the results is enough. */
+/** The same without a function for each result. */
 template <class make_type>
 requires std::invocable<make_type &, size_t>
 auto when_all(size_t count, size_t width, make_type make) {
     return when_all(count, width, std::move(make), [](size_t, const auto &) {});
 }
-/** Sends all of the commands and awaits them; gives a tuple of their results. */
+/** Sends all of the commands and awaits them. Gives a tuple of their results. */
 template <class... send_types, class... result_types>
 auto when_all(command<send_types, result_types> &&...commands) {
     return detail::together<command<send_types, result_types>...>(std::move(commands)...);

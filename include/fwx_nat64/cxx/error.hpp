@@ -1,8 +1,9 @@
 /** @file
- * What came of a command: errors as std::error_code, and the results that commands and queries give.
+ * Errors as std::error_code, and the results of commands and queries.
  *
- * Codes of the library, the platform and the server are of one category, as in C; a deadline that has passed is
- * std::errc::timed_out; what only this interface can find is a client_errc.
+ * The codes of the library, the platform and the server share one category, nat64_category(), as they share one number
+ * space in C. A deadline that has passed is std::errc::timed_out. An error that only this interface detects is a
+ * client_errc.
  */
 #ifndef FWX_NAT64_CXX_ERROR_HPP
 #define FWX_NAT64_CXX_ERROR_HPP
@@ -16,18 +17,17 @@
 
 namespace fwx::nat64 {
 
-/** What goes wrong between the C interface and this one. */
+/** Errors that this interface detects itself. After a list_ error the list is incomplete. */
 enum class client_errc {
-    connection_lost =
-        1,             /**< the channel ended behind a command that the server had got; it may have been carried out */
-    list_short,        /**< a reply claims more entries than it has; the list is not whole */
-    list_empty,        /**< a reply says that more follows, and has no entries; the list is not whole */
-    list_stalled,      /**< the cookies of a list do not advance; the list is not whole */
-    unexpected_answer, /**< a query was answered with something that is no answer to it */
-    unreadable,        /**< the server does not tell its configuration */
-    changing,          /**< the server was changed each time that its configuration was read */
-    no_room,           /**< not sent, because the channel is full: send again behind client::writable */
-    callback_threw,    /**< a function of the PAL threw; the handler `failed` has what */
+    connection_lost = 1, /**< the channel ended before the answer; the server may have carried the command out */
+    list_short,          /**< a reply claims more entries than it has */
+    list_empty,          /**< a reply without entries says that more follow */
+    list_stalled,        /**< the cookies of a list do not advance */
+    unexpected_answer,   /**< the reply does not belong to the query */
+    unreadable,          /**< the server does not report its configuration, or the adapter cannot read it */
+    changing,            /**< the configuration changed during each attempt to read it */
+    no_room,             /**< not sent because the channel is full; await client::writable, then send again */
+    callback_threw,      /**< a function of the PAL threw; the handler `failed` gets the exception */
 };
 
 namespace detail {
@@ -66,7 +66,7 @@ public:
     }
 };
 
-/* At namespace scope, so that looking at a code asks for no guard. */
+/* At namespace scope, because a static in a function costs a guard check on each access. */
 inline const nat64_category_impl nat64_category_object;
 inline const client_category_impl client_category_object;
 
@@ -83,41 +83,42 @@ inline const std::error_category &client_category() noexcept {
 inline std::error_code make_error_code(client_errc code) noexcept {
     return {static_cast<int>(code), client_category()};
 }
-/** A code as the C functions give it; 0 is no error. */
+/** The error of a code of the C functions; 0: no error. */
 inline std::error_code nat64_error(uint32_t code) noexcept {
     return {static_cast<int>(code), nat64_category()};
 }
 
 /** The result of a command. */
 struct result {
-    std::error_code error = nat64_error(0); /**< none: the server has done it */
-    bool was_sent = true; /**< false: it was refused on this side, or there was no channel; the server knows nothing */
+    std::error_code error = nat64_error(0); /**< no error: the server has carried the command out */
+    bool was_sent = true; /**< false: refused on this side, or there was no channel; the server did not get it */
 
     explicit operator bool() const noexcept { return !error; }
     std::error_code first_error() const noexcept { return error; }
-    /** The code as the C interface gives it; 0 as well for an error of another category. */
+    /** The code of the C interface; 0 if there is no error or the error has another category. */
     uint32_t code() const noexcept {
         return error.category() == nat64_category() ? static_cast<uint32_t>(error.value()) : 0;
     }
 };
 
-/** The result of a command of a MAP-T rule. It is true if the server has done it and the library's rule table agrees:
- * a rule that was in the table already keeps its old leaves and index, whatever the server says. */
+/** The result of a command for a MAP-T rule. It is true if the server has carried the command out and the library's
+ * rule table has no error. The two can differ: a rule that was in the table already keeps its old leaves and index,
+ * whatever the server answers. */
 struct rule_result : result {
     explicit operator bool() const noexcept { return !error && !table; }
-    /** Of the server's error, else of the rule table's. */
+    /** The server's error, else the rule table's. */
     std::error_code first_error() const noexcept { return error ? error : table; }
 
-    std::error_code table = nat64_error(0); /**< what the library's rule table made of the reply */
-    uint32_t bmr_index = 0;                 /**< the server's index of the rule; with an adapter, and no error */
-    bool has_verdict = false;               /**< `error` is the server's own verdict; else it is the rule table's */
-    bool orders_cleanup = false;            /**< the library has emptied its rule table, as the server told it to */
+    std::error_code table = nat64_error(0); /**< result of the library's rule table for the reply */
+    uint32_t bmr_index = 0;                 /**< the server's index of the rule; needs adapter::head and no error */
+    bool has_verdict = false;               /**< true: `error` is the server's own verdict; false: the rule table's */
+    bool orders_cleanup = false;            /**< the library has emptied its rule table because the server ordered it */
 };
 
-/** The result of a query that is handed over as a whole. */
+/** The result of a query that gives a whole list. */
 template <class entry_type>
 struct list : result {
-    std::vector<entry_type> entries; /**< also of a list that ended with an error: those that had come */
+    std::vector<entry_type> entries; /**< after an error, the entries that arrived before it */
 
     auto begin() const { return entries.begin(); }
     auto end() const { return entries.end(); }

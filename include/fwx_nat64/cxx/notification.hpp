@@ -1,6 +1,6 @@
 /** @file
- * What the server tells unasked, as something to await. For PALs that would rather read notifications in a coroutine
- * than get them through fwx::nat64::handlers; both get all of them.
+ * The server's unsolicited messages as a stream of awaitables, for a PAL that reads them in a coroutine instead of
+ * through fwx::nat64::handlers. Every notification goes to the handler and to every stream of the client.
  */
 #ifndef FWX_NAT64_CXX_NOTIFICATION_HPP
 #define FWX_NAT64_CXX_NOTIFICATION_HPP
@@ -19,27 +19,27 @@ namespace fwx::nat64 {
 
 enum class notification_kind { record, event, mapping };
 
-/** Something that the server told unasked. */
+/** An unsolicited message of the server. */
 struct notification {
-    notification_kind kind{};
-    uint32_t op = 0;                           /**< of a record: FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
-    std::array<uint32_t, 3> words{};           /**< of a record: its contents */
-    fwx_nat64_stats_mapping_entry_t mapping{}; /**< that became active or inactive */
+    notification_kind kind{};                  /**< says which of the other fields are set; for an event, none */
+    uint32_t op = 0;                           /**< record: FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
+    std::array<uint32_t, 3> words{};           /**< record: its contents */
+    fwx_nat64_stats_mapping_entry_t mapping{}; /**< mapping: became active or inactive */
 };
 
 class notification_stream;
 
 namespace detail {
 
-/** The streams of a client. Resuming their coroutines is left to the binding, because each may end the client. */
+/** The streams of a client. The binding resumes their coroutines, because each of them may destroy the client. */
 class streams {
 public:
     void add(notification_stream &stream) noexcept;
     void remove(const notification_stream &stream) noexcept;
     void tell(const notification &what) noexcept;
-    /** A coroutine to resume, or null: none waits for what has come. */
+    /** Returns a coroutine that waits on a stream that has a notification, or null if there is none. */
     std::coroutine_handle<> take_ready() noexcept;
-    /** Ends the first stream; false when there is none. `waiting` gets its coroutine, or null. */
+    /** Ends the first stream and sets `waiting` to its coroutine, or to null. Returns false if there is no stream. */
     bool end_one(std::coroutine_handle<> &waiting) noexcept;
 
 private:
@@ -49,9 +49,10 @@ private:
 }  // namespace detail
 
 /**
- * The notifications from now on, in the order in which they come:
- * `while (const auto told = co_await stream.next())`. A stream keeps the latest `kept_most` that nobody has awaited.
- * One coroutine at a time awaits it. It may outlive the client: what it has kept is given out, and then nothing.
+ * The notifications since the stream was made, in the order of their arrival:
+ * `while (const auto told = co_await stream.next())`. A stream keeps notifications until they are awaited, at most the
+ * latest `kept_most`. One coroutine at a time may await it. A stream may outlive the client: it then gives the
+ * notifications that it has kept, and after them the end.
  */
 class notification_stream {
 public:
@@ -64,7 +65,7 @@ public:
         if (of_ != nullptr) of_->remove(*this);
     }
 
-    /** Awaits the next notification; none: the client has ended or was closed. */
+    /** Awaits the next notification; nullopt: the client was closed or destroyed. */
     auto next() noexcept {
         struct awaiter {
             notification_stream *self;
@@ -74,7 +75,7 @@ public:
         };
         return awaiter{this};
     }
-    /** How many were dropped because the stream was full, or for want of memory. */
+    /** Number of notifications dropped because the stream was full or memory was out. */
     uint64_t missed() const noexcept { return missed_; }
 
 private:
@@ -106,9 +107,9 @@ private:
         }
     }
 
-    detail::streams *of_; /* null: the client has ended */
+    detail::streams *of_; /* null: the client was closed or destroyed */
     notification_stream *next_ = nullptr;
-    std::vector<notification> kept_; /* given out up to read_ */
+    std::vector<notification> kept_; /* those before read_ have been awaited */
     size_t read_ = 0;
     uint64_t missed_ = 0;
     std::coroutine_handle<> waiting_;

@@ -1,5 +1,9 @@
 /** @file
- * Queries: lists as a whole or reply by reply, single records, and the session walk page by page.
+ * Queries: lists as a whole or reply by reply, single records, the server's configuration, and the session walk page by
+ * page. The members of fwx::nat64::client make them; PAL authors use the results and `page_walk`.
+ *
+ * All of them run on detail::list_walk, which sends further queries until the list is complete. It checks that the list
+ * advances and waits for room, but leaves it to its functions to interpret the replies.
  */
 #ifndef FWX_NAT64_CXX_QUERY_HPP
 #define FWX_NAT64_CXX_QUERY_HPP
@@ -10,9 +14,9 @@ namespace fwx::nat64 {
 namespace detail {
 
 /**
- * Follows a list to its end, by as many queries as its cookies take. `ask` sends one: it gets `pal_ctx`, the cookie and
- * how many entries there have been. `on_page` gets each reply and says what becomes of the list; `on_end` is called
- * when it has ended. Both may destroy it.
+ * Reads a list to its end, with a further query for each cookie. `ask` sends a query: it gets the `pal_ctx`, the cookie
+ * and the number of entries so far. `on_page` gets each reply and says whether the list goes on. `on_end` is called
+ * when the list has ended. `on_page` and `on_end` may destroy the list_walk.
  */
 template <class ask_type, class page_type, class end_type>
 class list_walk : waiter {
@@ -31,7 +35,7 @@ public:
         if (is_counted_) to_->list_ended();
     }
 
-    /** 0: it is under way, and on_end will be called. */
+    /** Sends the first query. Returns 0 if it is sent or waits for room; on_end is called later in that case only. */
     uint32_t start() {
         const auto ask_first = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
         const uint32_t code = to_->start(ask_first, *this, 0, timeout_ms_, id_);
@@ -39,7 +43,8 @@ public:
         return code != 0 && waits_for_room(code) ? 0 : code;
     }
     void within(uint64_t timeout_ms) noexcept { timeout_ms_ = timeout_ms; }
-    /** Makes one in a slot of its own, where it stays until it has ended. */
+    /** Makes a list_walk in the storage of its own slot, where it stays until the list has ended, and sends the first
+     * query. Returns the code of the send; after an error on_end is not called. */
     static uint32_t start_in_slot(binding &to, ask_type ask, page_type on_page, end_type on_end, uint64_t cookie,
                                   uint64_t timeout_ms) {
         static_assert(sizeof(list_walk) <= binding::storage_size, "callbacks hold too much: let them hold a pointer");
@@ -72,7 +77,8 @@ private:
         is_counted_ = true;
         to_->list_began();
     }
-    /** Has it sent again when another list has ended, because the server answers only so many at once. */
+    /** Queues the query until another list has ended, if the server refused it because it answers only a limited number
+     * of lists at a time. Returns false if it is not queued. */
     bool waits_for_another(std::error_code error) {
         if (is_in_slot_ || error != nat64_error(FWX_NAT64_MODEL_ERR_TOO_MANY)) return false;
         id_ = to_->queue_list(*this, timeout_ms_);
@@ -101,7 +107,7 @@ private:
         } catch (...) {
             thrown = std::current_exception();
         }
-        const bool is_there = life && to.is_open(id); /* nobody has ended it */
+        const bool is_there = life && to.is_open(id); /* on_page_ has not ended it */
         if (thrown && !is_there) binding::threw(thrown);
         if (!is_there) return;
         if (thrown) return self.end({}, thrown);
@@ -154,29 +160,29 @@ private:
     }
 
     binding *to_;
-    uint64_t id_ = 0; /* not 0: it is outstanding */
+    uint64_t id_ = 0; /* of its slot; 0: it is not outstanding */
     uint64_t cookie_;
     uint64_t taken_ = 0;
     uint64_t timeout_ms_;
     bool is_in_slot_ = false;
-    bool is_counted_ = false; /* by list_began */
+    bool is_counted_ = false; /* list_began was called, list_ended was not */
     [[no_unique_address]] ask_type ask_;
     [[no_unique_address]] page_type on_page_;
     [[no_unique_address]] end_type on_end_;
 };
 
-/** The entries of a reply, or null when it has not room for as many as it claims. */
+/** The entries of a reply, or null if the reply is too short for the number that it claims. */
 template <class entry_type>
 const entry_type *entries_of(const page &got) noexcept {
     return got.bytes / sizeof(entry_type) < got.count ? nullptr : static_cast<const entry_type *>(got.data);
 }
 
-/** Bytes that so many take in a page of the configuration. */
+/** Size of a payload in a page of the configuration, padding included. */
 constexpr size_t padded(uint32_t size) noexcept {
     return (size_t{size} + 7) / 8 * 8;
 }
 
-/** Hands the entries of a reply to a function, which may say false: enough. */
+/** Passes the entries of a reply to a function. If the function returns false, the list ends. */
 template <class entry_type, class on_type>
 list_step hand_over(on_type &on, const page &got) {
     const entry_type *entries = entries_of<entry_type>(got);
@@ -190,7 +196,7 @@ list_step hand_over(on_type &on, const page &got) {
     }
 }
 
-/** What awaits the end of a list. `page_type` gets the value that is given then, and each reply. */
+/** Awaits the end of a list and gives a value. `on_page` gets the value and each reply, and fills the value in. */
 template <class value_type, class ask_type, class page_type>
 class [[nodiscard]] awaited_list {
 public:
@@ -198,7 +204,7 @@ public:
         : on_page_(std::move(on_page)), walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
     awaited_list(const awaited_list &) = delete;
 
-    /** Awaits a list where it stands; g++ 12 would copy what a reference is awaited of. */
+    /** Awaits a list without moving it, because g++ 12 would copy an awaitable that is awaited by reference. */
     class [[nodiscard]] in_place {
     public:
         explicit in_place(awaited_list &list) noexcept : list_(&list) {}
@@ -209,7 +215,8 @@ public:
     private:
         awaited_list *list_;
     };
-    /** As of a command; of a list it is the longest silence between replies. To be awaited in the same expression. */
+    /** Sets a time limit as for a command. For a list it limits the time between replies. Await the returned object in
+     * the same expression, because it refers to this one. */
     template <class rep_type, class period_type>
     in_place within(std::chrono::duration<rep_type, period_type> timeout) && {
         walk_.within(deadline_of(timeout));
@@ -251,26 +258,26 @@ private:
 
 }  // namespace detail
 
-/** The result of a query of one record. */
+/** The result of a query that gives one record. */
 template <class record_type>
 struct record_result : result {
-    record_type record{}; /**< with no error */
+    record_type record{}; /**< valid if there is no error */
 };
 
-/** An item that a server holds, as the command that makes it. */
+/** An item of the server's configuration, as the command that creates it. */
 struct running_item {
-    uint16_t number;                  /**< of the message: FWX_NAT64_MSG_CONFIG or FWX_NAT64_MSG_MAPT_RULE */
-    uint16_t op_code;                 /**< FWX_NAT64_CFG_, or FWX_NAT64_MAPT_RULE_BMR or _DMR */
-    std::span<const uint8_t> payload; /**< as fwx_nat64_config_entry_t says; at an address divisible by 8 */
+    uint16_t number;                  /**< message number: FWX_NAT64_MSG_CONFIG or FWX_NAT64_MSG_MAPT_RULE */
+    uint16_t op_code;                 /**< FWX_NAT64_CFG_*, or FWX_NAT64_MAPT_RULE_BMR or _DMR */
+    std::span<const uint8_t> payload; /**< described at fwx_nat64_config_entry_t; its address is divisible by 8 */
 };
 
-/** What a server holds, in an order in which another server would take it. */
+/** The configuration of a server, in an order in which it can be sent to another server. */
 struct running_configuration : result {
-    uint64_t boot_id = 0;       /**< of the server, as in fwx_nat64_stats_boot_t */
-    uint64_t changes = 0;       /**< of the configuration so far, likewise */
-    std::vector<uint8_t> bytes; /**< fwx_nat64_config_entry_t with their payloads; with an error they mean nothing */
+    uint64_t boot_id = 0;       /**< as in fwx_nat64_stats_boot_t */
+    uint64_t changes = 0;       /**< as in fwx_nat64_stats_boot_t */
+    std::vector<uint8_t> bytes; /**< each fwx_nat64_config_entry_t with its payload; meaningless after an error */
 
-    /** Hands each item to a function. */
+    /** Passes each item to a function. */
     template <class on_type>
     void for_each(on_type on) const {
         for (size_t at = 0; at < bytes.size();) {
@@ -283,7 +290,7 @@ struct running_configuration : result {
 
 namespace detail {
 
-/** Takes a reply to FWX_NAT64_SEL_CONFIG behind those that came before. */
+/** Checks a reply to FWX_NAT64_SEL_CONFIG and appends its entries. */
 inline list_step take_config_page(running_configuration &into, const page &got) {
     fwx_nat64_config_page_t head{};
     const bool has_head = got.bytes != SIZE_MAX && got.bytes >= sizeof head && got.value2 == FWX_NAT64_SEL_CONFIG;
@@ -320,14 +327,14 @@ inline list_step take_config_page(running_configuration &into, const page &got) 
 }  // namespace detail
 
 /**
- * A walk over a list, page by page: `while (auto page = co_await walk.next())`. It is sent with the first next(), and
- * dropping it stops it. A page is read where it arrived, and lives until the coroutine awaits something; those that
- * come while it does are kept in memory.
+ * A walk over a list, page by page: `while (auto page = co_await walk.next())`. The first next() sends the query, and
+ * destroying the walk stops it. A page refers to the message in which it arrived, without a copy, so it is valid until
+ * the coroutine awaits something. Pages that arrive while the coroutine awaits something else are copied and kept.
  */
 template <class entry_type, class ask_type>
 class [[nodiscard]] page_walk {
 public:
-    /** Entries; false when there are none, which is the end. */
+    /** The entries of a page; false if it is empty, which means that the walk has ended. */
     class entries_t : public std::span<const entry_type> {
     public:
         using std::span<const entry_type>::span;
@@ -338,7 +345,7 @@ public:
         : walk_(to, std::move(ask), page_fn{this}, end_fn{this}, 0, timeout_ms) {}
     page_walk(const page_walk &) = delete;
 
-    /** Its own deadline, as of a list; before the first next(). */
+    /** Sets a time limit as for a list. Call it before the first next(). */
     template <class rep_type, class period_type>
     void within(std::chrono::duration<rep_type, period_type> timeout) {
         walk_.within(detail::deadline_of(timeout));
@@ -352,7 +359,7 @@ public:
         };
         return awaiter{this};
     }
-    /** Why the walk has ended; none: it is whole. */
+    /** The error with which the walk has ended; no error: all pages have arrived. */
     result end() const noexcept { return end_; }
 
 private:
@@ -406,10 +413,10 @@ private:
     bool is_started_ = false;
     bool has_ended_ = false;
     result end_;
-    std::exception_ptr thrown_;    /* until it is thrown out of next() */
-    entries_t here_;               /* in the reply that is being delivered */
-    std::vector<entry_type> kept_; /* came while nobody waited */
-    std::vector<entry_type> read_; /* given to the coroutine */
+    std::exception_ptr thrown_;    /* next() throws it */
+    entries_t here_;               /* entries in the reply that is being delivered */
+    std::vector<entry_type> kept_; /* entries that arrived while nobody waited */
+    std::vector<entry_type> read_; /* kept entries that the coroutine has got */
     std::coroutine_handle<> waiting_;
     detail::list_walk<ask_type, page_fn, end_fn> walk_;
 };

@@ -1,5 +1,9 @@
 /** @file
- * Records of the commands, with values that have types. Each becomes the C record of the same name.
+ * Records of the commands, with typed values. Each record converts to the C record of its command, so a member of
+ * fwx::nat64::client accepts either.
+ *
+ * The library checks the ranges named here when the command is sent; fwx_nat64/config.h and fwx_nat64/mapt.h describe
+ * the fields. "Defined by the server" means that the library passes a field on unchanged.
  */
 #ifndef FWX_NAT64_CXX_RECORD_HPP
 #define FWX_NAT64_CXX_RECORD_HPP
@@ -13,7 +17,7 @@
 namespace fwx::nat64 {
 
 namespace detail {
-/** The first bytes of a prefix, and its length. */
+/** The C record of a prefix: its first 12 bytes and its length. */
 constexpr fwx_nat64_prefix_t prefix_record(const ipv6_prefix &prefix, uint32_t kind) {
     fwx_nat64_prefix_t made{{}, {}, prefix.length(), kind};
     for (size_t i = 0; i < sizeof made.prefix; ++i) {
@@ -23,8 +27,8 @@ constexpr fwx_nat64_prefix_t prefix_record(const ipv6_prefix &prefix, uint32_t k
 }
 }  // namespace detail
 
-/** A timeout of sessions, of at most UINT32_MAX seconds. What is longer, or negative, throws std::out_of_range where
- * the record is made of it. */
+/** A session timeout of 0 to UINT32_MAX seconds. The conversion to the C record throws std::out_of_range for any other
+ * value. */
 struct timeout {
     timeout_kind kind;
     seconds value;
@@ -35,20 +39,21 @@ struct timeout {
     }
 };
 
-/** The most sessions that there may be. */
+/** The maximum number of sessions. */
 struct limit {
     uint32_t value = 0;
 
     constexpr operator fwx_nat64_limit_t() const { return {FWX_NAT64_LIMIT_TYPE, value}; }
 };
 
-/** A service, by the port of its protocol. */
+/** A service, given by the port of its protocol. */
 struct service {
     uint32_t port = 0;
 
     constexpr operator fwx_nat64_service_t() const { return {FWX_NAT64_SERVICE_TYPE, port}; }
 };
 
+/** A neighbour of the translator. */
 struct adjacency {
     adjacency_kind kind;
     ip_address address{};
@@ -56,13 +61,13 @@ struct adjacency {
     constexpr operator fwx_nat64_adj_t() const { return {static_cast<uint32_t>(kind), address.record()}; }
 };
 
-/** Two words for the server. */
+/** A replication: two words defined by the server. */
 struct replication {
     uint32_t value = 0;
     uint32_t value2 = 0;
 };
 
-/** Bytes for the server. */
+/** The global settings: bytes defined by the server. */
 struct settings {
     std::array<uint8_t, 16> bytes{};
 
@@ -75,9 +80,9 @@ struct settings {
     }
 };
 
-/** An interface that translates; what is not given it has not. */
+/** The translation settings of an interface. An optional field that is empty is not set. */
 struct interface {
-    uint32_t ifh = 0;
+    uint32_t ifh = 0; /**< interface handle */
     bool enable = true;
     std::optional<ipv6_prefix> stateless{};
     std::optional<ipv6_prefix> stateful{};
@@ -100,7 +105,7 @@ struct interface {
     }
 };
 
-/** A global prefix; of a prefix longer than 96 bits the first 96 count. */
+/** A global prefix. The record holds its length and its first 96 bits, even if it is longer. */
 struct prefix {
     ipv6_prefix value{};
     prefix_kind kind = prefix_kind::stateful;
@@ -108,6 +113,7 @@ struct prefix {
     constexpr operator fwx_nat64_prefix_t() const { return detail::prefix_record(value, static_cast<uint32_t>(kind)); }
 };
 
+/** A static mapping between two addresses; the server defines the side of each. A delete reads only `id`. */
 struct static_mapping {
     uint32_t id = 0;
     ip_address addr1{};
@@ -116,10 +122,11 @@ struct static_mapping {
     constexpr operator fwx_nat64_smapping_t() const { return {id, {}, addr1.record(), {}, addr2.record(), {}}; }
 };
 
+/** A dynamic mapping. */
 struct dynamic_mapping {
     uint32_t id = 0; /**< not 0 */
     mapping_kind kind = mapping_kind::eim;
-    std::array<uint8_t, 24> ext{}; /**< for the server; cannot be modified */
+    std::array<uint8_t, 24> ext{}; /**< defined by the server; a modification does not change it */
     uint32_t ext_arg = 0;          /**< likewise */
 
     constexpr operator fwx_nat64_dmapping_t() const {
@@ -134,23 +141,24 @@ struct dynamic_mapping {
     }
 };
 
+/** An address pool. A delete reads only `id`. */
 struct pool {
-    uint32_t id = 0;    /**< not 0 */
-    uint32_t param = 1; /**< for the server, not 0 */
-    ipv4_address start{};
-    ipv4_address end{};
-    uint32_t hsl_id = 0; /**< of its logging */
+    uint32_t id = 0;      /**< not 0 */
+    uint32_t param = 1;   /**< not 0; defined by the server */
+    ipv4_address start{}; /**< first address */
+    ipv4_address end{};   /**< last address */
+    uint32_t hsl_id = 0;  /**< of the pool's logging; defined by the server */
 
     constexpr operator fwx_nat64_pool_t() const {
         return {id, FWX_NAT64_FAMILY_IPV4, param, ip_address(start).record(), ip_address(end).record(), hsl_id};
     }
 };
 
-/** Further addresses of a pool. */
+/** A range of further addresses in a pool. */
 struct pool_range {
-    uint32_t id = 0; /**< of the pool, not 0 */
-    ipv4_address start{};
-    ipv4_address end{};
+    uint32_t id = 0;      /**< of the pool, not 0 */
+    ipv4_address start{}; /**< first address */
+    ipv4_address end{};   /**< last address */
 
     constexpr operator fwx_nat64_pool_range_t() const {
         return {id, ip_address(start).record(), ip_address(end).record()};
@@ -159,9 +167,9 @@ struct pool_range {
 
 /** A destination of translation logs. */
 struct logging {
-    ipv4_address destination{};
-    uint16_t port = 0;
-    protocol transport = protocol::any; /**< any: the server's choice */
+    ipv4_address destination{};         /**< not 0.0.0.0 */
+    uint16_t port = 0;                  /**< not 0 */
+    protocol transport = protocol::any; /**< any: the server chooses */
     logging_template what = logging_template::all;
 
     constexpr operator fwx_nat64_logging_t() const {
@@ -174,7 +182,8 @@ struct logging {
     }
 };
 
-/** A basic mapping rule of MAP-T; of its IPv6 prefix the first 64 bits count. */
+/** A basic mapping rule of MAP-T. The record holds the first 64 bits of the IPv6 prefix; the library refuses to add a
+ * rule with a longer one. */
 struct basic_rule {
     uint32_t rule_id = 0; /**< not 0 */
     uint32_t domain_id = 0;
@@ -183,7 +192,7 @@ struct basic_rule {
     uint16_t ea_len = 0;      /**< bits */
     uint16_t psid_offset = 0; /**< bits */
     uint16_t psid_len = 0;    /**< bits */
-    uint16_t psid = 0;        /**< of a rule without EA bits */
+    uint16_t psid = 0;        /**< of a rule whose EA bits do not contain it */
 
     constexpr operator fwx_nat64_mapt_bmr_t() const {
         fwx_nat64_mapt_bmr_t made{};
@@ -205,7 +214,7 @@ struct basic_rule {
     }
 };
 
-/** A default mapping rule of MAP-T: the prefix that stands for all other IPv4 addresses. */
+/** A default mapping rule of MAP-T: the prefix into which all other IPv4 addresses are translated. */
 struct default_rule {
     uint32_t id = 0; /**< not 0 */
     ipv6_prefix value{};
@@ -221,13 +230,14 @@ struct default_rule {
     }
 };
 
-/** Which sessions, as this project's server reads it; what is not given lets all through. */
+/** Selects sessions to walk or to clear, in the encoding of this project's server. A field with its default value
+ * matches every session. */
 struct session_filter {
     protocol ip_protocol = protocol::any;
-    ip_address inside{};
+    ip_address inside{}; /**< of the inside host */
     ip_address destination{};
-    ipv4_address pool_address{};
-    uint16_t port = 0; /**< any of the three */
+    ipv4_address pool_address{}; /**< translated source address */
+    uint16_t port = 0;           /**< source, translated source or destination port */
 
     operator fwx_nat64_sess_walk_filter_t() const {
         fwx_nat64_sess_walk_filter_t made{};

@@ -1,5 +1,6 @@
 /** @file
- * Coroutines for those who have none of their own: a task begins when it is started or awaited, and ends with a value.
+ * A coroutine type, for a PAL that has none of its own. A task begins to run when it is started or awaited, and ends
+ * with a value or an exception. It works without a client; a client receives the errors of tasks that nobody awaited.
  */
 #ifndef FWX_NAT64_CXX_TASK_HPP
 #define FWX_NAT64_CXX_TASK_HPP
@@ -17,14 +18,14 @@ class task;
 
 namespace detail {
 
-/** Hears of the error of a task that ended and that nobody awaited; a client's binding sets it. */
+/** Gets the error of a task that nobody awaited, when the task is destroyed. A client's binding sets it. */
 using unheard_fn = void (*)(const std::exception_ptr &what) noexcept;
 inline constinit unheard_fn report_unheard = nullptr;
 
 struct task_promise_base {
     std::coroutine_handle<> continuation; /* null: nobody awaits it */
     bool is_started = false;
-    bool is_heard = false; /* somebody got the error */
+    bool is_heard = false; /* the error was thrown to a caller or to a coroutine */
     std::exception_ptr error;
 
     ~task_promise_base() {
@@ -33,7 +34,7 @@ struct task_promise_base {
     void hear() {
         if (error) rethrow();
     }
-    /* Cold paths. Kept out of line, so that coroutines stay small. */
+    /* Cold paths. Kept out of line so that coroutines stay small. */
     [[gnu::noinline]] void report() noexcept {
         if (!is_heard && report_unheard != nullptr) report_unheard(error);
     }
@@ -61,7 +62,7 @@ struct task_promise : task_promise_base {
     std::optional<value_type> value;
 
     task<value_type> get_return_object() noexcept;
-    template <class from_type = value_type> /* `co_return {}` is one of these */
+    template <class from_type = value_type> /* the default makes `co_return {}` work */
     void return_value(from_type &&from) {
         value.emplace(std::forward<from_type>(from));
     }
@@ -81,9 +82,10 @@ struct task_promise<void> : task_promise_base {
 }  // namespace detail
 
 /**
- * A coroutine that gives a value. It owns its frame: destroying it, at any moment, ends the coroutine where it stands,
- * and what that awaits is forgotten. What it throws reaches who awaits it, or asks for its value; if nobody does, the
- * client's handler `failed` gets it when the task is destroyed. Not thread-safe.
+ * A coroutine that gives a value. The task owns the coroutine's frame. Destroying the task, at any moment, ends the
+ * coroutine at its suspension point, and drops the operation that it awaits. An exception of the coroutine reaches the
+ * coroutine that awaits it, or the caller of get(). If there is neither, the client's handler `failed` gets the
+ * exception when the task is destroyed. Not thread-safe.
  */
 template <class value_type = void>
 class [[nodiscard]] task {
@@ -100,13 +102,14 @@ public:
         if (handle_) handle_.destroy();
     }
 
-    /** Runs it until it first waits. Once; a task that was started can be awaited later. */
+    /** Runs the coroutine until it first suspends. Call it at most once, before any await. The task can be awaited
+     * later. */
     void start() {
         handle_.promise().is_started = true;
         handle_.resume();
     }
     bool done() const noexcept { return handle_.done(); }
-    /** The value of a task; throws what the coroutine threw, and std::logic_error unless it is done. */
+    /** Returns the value, or throws the exception of the coroutine. Throws std::logic_error if the task is not done. */
     value_type get() {
         if (!handle_ || !handle_.done()) throw std::logic_error("the task is not done");
         return handle_.promise().take();
@@ -142,7 +145,7 @@ inline task<void> task_promise<void>::get_return_object() noexcept {
 
 }  // namespace detail
 
-/** Starts tasks and awaits all of them; throws what the first of them threw that threw. */
+/** Starts tasks and awaits them one after the other. Throws the first exception that it meets in this order. */
 template <class range_type>
 task<> all(range_type &tasks) {
     for (auto &each : tasks) {

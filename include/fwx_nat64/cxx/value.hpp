@@ -1,6 +1,7 @@
 /** @file
- * Values: addresses and prefixes, written as people write them, and the names of kinds. Texts that stand in the source
- * are read when it is compiled, and one that is wrong does not compile.
+ * Addresses and prefixes, made from their usual text form, and enumerations of the kinds in records. A string literal
+ * is parsed at compile time, and an invalid one does not compile. For other text there is `parse`, which returns
+ * nullopt for text that it does not accept.
  */
 #ifndef FWX_NAT64_CXX_VALUE_HPP
 #define FWX_NAT64_CXX_VALUE_HPP
@@ -22,7 +23,8 @@ using std::chrono::seconds;
 
 namespace detail {
 
-/** Reads digits of a base up to a limit, and takes them from the text. */
+/** Reads a number of at most `max_digits` digits and at most `max` from the start of the text, and removes its digits.
+ */
 constexpr std::optional<uint32_t> take_number(std::string_view &text, uint32_t base, size_t max_digits, uint32_t max) {
     uint32_t value = 0;
     size_t digits = 0;
@@ -60,7 +62,7 @@ using ipv6_bytes = std::array<uint8_t, 16>;
 constexpr std::optional<ipv6_bytes> read_ipv6(std::string_view text) {
     std::array<uint16_t, 8> groups{};
     size_t count = 0;
-    size_t gap = 9; /* before which group `::` stands */
+    size_t gap = 9; /* index of the group after `::`; 9: there is no `::` */
     if (text.substr(0, 2) == "::") {
         gap = 0;
         text.remove_prefix(2);
@@ -122,7 +124,7 @@ consteval value_type stated(std::optional<value_type> value) {
 class ipv4_address {
 public:
     constexpr ipv4_address() = default;
-    /** Of a host-order word. */
+    /** From a word in host order. */
     constexpr explicit ipv4_address(uint32_t word) : word_(word) {}
     template <size_t size>
     consteval ipv4_address(const char (&text)[size]) : word_(detail::stated(detail::read_ipv4({text, size - 1}))) {}
@@ -170,10 +172,10 @@ private:
     bytes_type bytes_{};
 };
 
-/** An address of either family; made from one of them. */
+/** An IPv4 or IPv6 address. */
 class ip_address {
 public:
-    /** 0.0.0.0, which filters take for any. */
+    /** 0.0.0.0, which matches every address in a filter. */
     constexpr ip_address() = default;
     constexpr ip_address(ipv4_address address) {
         for (size_t i = 0; i < 4; ++i) {
@@ -192,7 +194,7 @@ public:
         if (const auto ipv6 = ipv6_address::parse(text)) return ip_address(*ipv6);
         return std::nullopt;
     }
-    /** Of an address in an answer of the server, where IPv4 is in network order. */
+    /** From an address in a reply of the server, where IPv4 is in network order. */
     static ip_address of_answer(const fwx_nat64_addr_t &address) {
         ip_address made;
         made.record_ = address;
@@ -200,7 +202,7 @@ public:
         return made;
     }
 
-    /** As records have it: IPv4 in host order. */
+    /** The address as commands take it: IPv4 in host order. */
     constexpr const fwx_nat64_addr_t &record() const { return record_; }
     std::string text() const {
         if (record_.family == FWX_NAT64_FAMILY_IPV4) {
@@ -214,12 +216,12 @@ public:
     }
 
 private:
-    static constexpr uint32_t family_ipv6 = 1; /* as this project's C programs write it; any but 0 would do */
+    static constexpr uint32_t family_ipv6 = 1; /* any value except 0 means IPv6; the C programs here write 1 */
 
     fwx_nat64_addr_t record_{};
 };
 
-/** A prefix: an address and how many of its bits count. */
+/** A prefix: an address and a length in bits. The bits after the length are kept as given. */
 template <class address_type, uint8_t max_length>
 class basic_prefix {
 public:
@@ -247,7 +249,7 @@ private:
 using ipv4_prefix = basic_prefix<ipv4_address, 32>;
 using ipv6_prefix = basic_prefix<ipv6_address, 128>;
 
-/** Timeouts, as this project's server means them. */
+/** Kinds of timeouts, in the numbering of this project's server. */
 enum class timeout_kind : uint32_t {
     udp = FWX_NAT64_TIMEOUT_UDP,
     tcp_trans = FWX_NAT64_TIMEOUT_TCP_TRANS,
@@ -257,27 +259,27 @@ enum class timeout_kind : uint32_t {
     icmp = FWX_NAT64_TIMEOUT_ICMP,
     udp_min = FWX_NAT64_TIMEOUT_UDP_MIN,
 };
-/** What a global prefix is for. */
+/** Uses of a global prefix. */
 enum class prefix_kind : uint32_t {
     stateful = FWX_NAT64_PREFIX_STATEFUL,
     stateless = FWX_NAT64_PREFIX_STATELESS,
     stateless_v6v4 = FWX_NAT64_PREFIX_STATELESS_V6V4,
     dns64 = FWX_NAT64_PREFIX_DNS64,
 };
-/** How a dynamic mapping maps. */
+/** Mapping behaviours of a dynamic mapping: endpoint-independent, address-dependent, address- and port-dependent. */
 enum class mapping_kind : uint32_t {
     eim = FWX_NAT64_DMAPPING_EIM,
     adm = FWX_NAT64_DMAPPING_ADM,
     apdm = FWX_NAT64_DMAPPING_APDM,
 };
-/** Which neighbour an adjacency is. */
+/** Kinds of neighbours. */
 enum class adjacency_kind : uint32_t {
     inside = FWX_NAT64_ADJ_INSIDE,
     outside = FWX_NAT64_ADJ_OUTSIDE,
     logging = FWX_NAT64_ADJ_LOGGING,
     replication = FWX_NAT64_ADJ_REPLICATION,
 };
-/** What is logged. */
+/** Events that a logging destination gets. */
 enum class logging_template : uint16_t {
     all = FWX_NAT64_LOGGING_TEMPLATE_ALL,
     session = FWX_NAT64_LOGGING_TEMPLATE_SESSION,
