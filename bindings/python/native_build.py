@@ -1,4 +1,4 @@
-"""Describes the module's part in C to cffi; setup.py has it built against the installed headers."""
+"""Describes the C part of the module to cffi. setup.py builds it against the installed headers."""
 
 import cffi
 

@@ -1,6 +1,9 @@
 /*
- * Prints _commands.py of the Python module: a method for each configuration command, with its fields, their limits and
- * names, from the table of records, and a class for each record that a query brings, from the description of messages.
+ * Generates _commands.py of the Python module on standard output. It has a method for each configuration command, from
+ * the table of records, and a named tuple for each entry of a query, from the description of the messages.
+ *
+ * Each field of a command becomes a converter (fwx_nat64/_values.py), an argument of the method, and letters of the
+ * struct module. What stands between the fields is padding, or a constant of the record's initial value.
  */
 #include <algorithm>
 #include <cstdio>
@@ -16,10 +19,10 @@ namespace {
 
 using text_t = std::string;
 
-/* Names of tables of names, as they are met. */
+/* The tables of value names printed so far, with the name of each in Python. */
 std::vector<std::pair<const wire_names_t *, text_t>> name_tables;
 
-/** Items between commas, on lines of their own, each at most 120 columns long. */
+/** The items, each followed by a comma, in indented lines of at most 120 columns. */
 text_t wrapped(const std::vector<text_t> &items, size_t indent) {
     constexpr size_t columns = 120;
     text_t text(indent, ' ');
@@ -44,6 +47,7 @@ text_t upper(std::string_view word) {
     return text;
 }
 
+/** Returns the Python name of a table of value names. Prints the table first, unless that has been done. */
 text_t name_table(const wire_names_t *names, const text_t &proposal) {
     for (const auto &[table, name] : name_tables) {
         if (table == names) return name;
@@ -74,12 +78,12 @@ const char *number_letter(size_t width) {
     return width == 1 ? "B" : width == 2 ? "H" : width == 4 ? "I" : "Q";
 }
 
-/* How a field is taken from Python. */
+/* The Python side of a field. */
 struct form_t {
     text_t type;
-    text_t converter; /* an expression that makes one */
+    text_t converter; /* the expression that makes the converter */
     text_t letters;   /* of the struct module */
-    size_t size;      /* bytes that they cover */
+    size_t size;      /* bytes that the letters cover */
 };
 
 form_t form_of(const record_family_t &family, const record_field_t &field) {
@@ -115,19 +119,19 @@ form_t form_of(const record_family_t &family, const record_field_t &field) {
     return {"bytes", "octets(" + name + std::to_string(field.width) + ")", bytes, covered};
 }
 
-/* One part of a record, in the order of their offsets. */
+/* A part of a record that an argument of struct.pack fills. */
 struct part_t {
     size_t offset;
     size_t size;
     text_t letters;
-    text_t argument; /* of pack */
+    text_t argument;
 };
 
 text_t padding(size_t size) {
     return size == 0 ? "" : std::to_string(size) + "x";
 }
 
-/** Whether nothing may be given for the field: it has no value that stands for that. */
+/** True if None is allowed for the field: it is optional, and no number means that it is absent. */
 bool may_be_none(const record_field_t &field, uint32_t op) {
     return !field.is_required_on(op) && (field.kind != record_kind_t::number || field.valid_offset != record_nowhere);
 }
@@ -140,7 +144,7 @@ text_t unless_none(const text_t &nothing, const text_t &name, const text_t &conv
     return nothing + " if " + name + " is None else " + converted;
 }
 
-/** Prints what packs the command, and returns the text of its method. */
+/** Prints the function that packs a command, and returns the text of the method that calls it. */
 text_t print_command(const record_family_t &family, const record_verb_t &verb) {
     std::vector<part_t> parts;
     std::vector<text_t> required{"self", "*"};

@@ -1,7 +1,7 @@
 """Builds the module against the installed headers and libraries, which pkg-config finds.
 
-_commands.py, the methods of the commands, is printed when the library is built and installed with its headers. From
-there a build, or a source distribution, gets it; a build of the whole tree puts it in place itself.
+The build of the library generates _commands.py, the methods of the commands, and installs it with the headers. A build
+or a source distribution of the module copies it from there. A build of the whole tree puts it in place itself.
 """
 
 import subprocess
@@ -16,7 +16,7 @@ COMMANDS = Path("fwx_nat64/_commands.py")
 
 
 def pkg_config(*options):
-    """What pkg-config answers, as words; none without it, or without the development files."""
+    """The output of pkg-config, split into words; empty if pkg-config or the development files are missing."""
     try:
         ran = subprocess.run(["pkg-config", *options, "fwx_nat64_model", "fwx_nat64"], capture_output=True, text=True)
     except FileNotFoundError:
@@ -25,6 +25,7 @@ def pkg_config(*options):
 
 
 def add_commands(command, folder):
+    """Copies the installed _commands.py into the folder, unless the sources or the folder have one."""
     if COMMANDS.exists() or (folder / COMMANDS).exists():
         return
     found = pkg_config("--variable=python_commands")

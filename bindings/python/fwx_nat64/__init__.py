@@ -1,7 +1,7 @@
 """
-Client of a NAT64 service, with asyncio.
+Client of a NAT64 service for asyncio.
 
-    async with Client("alpha") as client:  # a server in another process; Client() makes one in this
+    async with Client("alpha") as client:  # a server in another process; Client() makes one in this process
         await client.pool_add(id=1, param=1, start_addr="192.0.2.1", end_addr="192.0.2.254")
         async for session in client.sessions(protocol="udp"):
             ...

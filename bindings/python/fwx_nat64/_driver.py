@@ -1,4 +1,9 @@
-"""The host platform's loop, driven by asyncio: there is one in a process, for the client and the models in it."""
+"""
+Runs the host platform's loop from asyncio. A process has one host loop, for its client and its models.
+
+A turn runs the host's loop, takes the results, and plans the next turn. The loop's descriptor, a timer, or `wake`
+starts a turn.
+"""
 
 from __future__ import annotations
 
@@ -18,14 +23,14 @@ def _running_loop() -> asyncio.AbstractEventLoop | None:
 
 
 class Driver:
-    """Takes turns of the host's loop while somebody needs them."""
+    """Runs turns of the host's loop while a client or a model uses it."""
 
     def __init__(self) -> None:
         self.host: Any = ffi.NULL
         self.is_awake = False
-        """Whether a turn is due already."""
+        """True if a turn is scheduled with call_soon."""
         self.take: Callable[[Any], None] | None = None
-        """Gets what came of commands."""
+        """Called after each turn with the results of commands."""
         self._loop: asyncio.AbstractEventLoop | None = None
         self._thread = 0
         self._users = 0
@@ -33,7 +38,7 @@ class Driver:
         self._results = ffi.new("nat64_results_t *")
 
     def attach(self) -> Any:
-        """Begins to drive the host's loop, which is returned, from the running loop of asyncio."""
+        """Adds a user and returns the host's loop, which runs from the current event loop of asyncio."""
         loop = asyncio.get_running_loop()
         is_driven = self._loop is not None and not self._loop.is_closed()
         if is_driven and loop is not self._loop:
@@ -53,7 +58,7 @@ class Driver:
         return self.host
 
     def detach(self) -> None:
-        """Ends what an attach began."""
+        """Removes a user; the counterpart of attach."""
         self._users -= 1
         if self._users or self._loop is None:
             return
@@ -63,19 +68,22 @@ class Driver:
         self._loop = None
 
     def check(self) -> None:
-        """Raises unless the event loop that is driven from runs here: the library is for one thread."""
+        """Raises outside the event loop that runs the host's loop, because the library is not thread-safe."""
         if self._loop is not None and _running_loop() is not self._loop:
             raise RuntimeError("a client or a model is used outside the event loop that it belongs to")
 
     def hand_over(self, call: Callable[..., None], *arguments: Any) -> bool:
-        """Has the event loop make a call, where this is not its thread; false: it is, or there is no loop any more."""
+        """
+        Schedules a call in the event loop's thread. Returns False, without scheduling it, if this is that thread or the
+        loop is gone.
+        """
         if self._loop is None or self._loop.is_closed() or get_ident() == self._thread:
             return False
         self._loop.call_soon_threadsafe(call, *arguments)
         return True
 
     def wake(self) -> None:
-        """Has a turn taken soon: there may be something to do that no descriptor tells of."""
+        """Schedules a turn. Needed after a call that leaves work for which the descriptor does not become ready."""
         if not self.is_awake and self._loop is not None:
             self.is_awake = True
             self._loop.call_soon(self._turn)
@@ -93,7 +101,9 @@ class Driver:
             self._set_timer(self._loop.time() + timeout_ms / 1000)
 
     def _set_timer(self, when: float | None) -> None:
-        """A timer that comes too early does no harm: its turn sets the next one."""
+        """
+        Sets the timer of the next turn, or cancels it. An earlier timer is kept, because its turn sets the next one.
+        """
         timer = self._timer
         if timer is not None and (when is None or when < timer.when()):
             timer.cancel()

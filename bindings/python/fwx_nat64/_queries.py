@@ -1,4 +1,9 @@
-"""Queries: what a server holds, as a whole or page by page."""
+"""
+Queries: statistics, the configuration, and sessions.
+
+A query is sent from C and gets an id. The driver passes each reply to the _Pages of that id, from which the coroutine
+takes it. A list that takes several queries continues with the cookie of the last reply.
+"""
 
 from __future__ import annotations
 
@@ -45,7 +50,7 @@ _LONGEST_TIMEOUT_S = 0xFFFFFFFF // 1000
 
 
 def milliseconds(timeout: Timeout) -> int:
-    """Of a timeout in seconds; one that is too long to matter is none."""
+    """Converts a timeout from seconds. Returns 0, which means none, if it exceeds 32 bits of milliseconds."""
     seconds: Any = timeout.total_seconds() if isinstance(timeout, timedelta) else timeout
     is_number = isinstance(seconds, (int, float)) and not isinstance(seconds, bool)
     if not is_number or not seconds > 0:  # a nan is not
@@ -55,18 +60,18 @@ def milliseconds(timeout: Timeout) -> int:
 
 
 class Item(NamedTuple):
-    """Something that a server holds, as the command that makes it."""
+    """An item of the server's configuration, as the command that creates it."""
 
-    number: int  # of the message: 3 configures, 13 is a MAP-T rule
-    op_code: int  # of the command; of a rule 0 for a basic and 1 for a default one
-    payload: bytes  # behind the header of the command; of a basic rule, the server's index follows
+    number: int  # message number: 3 for a configuration command, 13 for a MAP-T rule
+    op_code: int  # op code of the command; for a rule 0 (basic) or 1 (default)
+    payload: bytes  # the message after its header; for a basic rule with the server's index appended
 
 
 class Configuration(NamedTuple):
-    """What a server holds, in an order in which another server would take it."""
+    """The configuration of a server, in an order in which it can be sent to another server."""
 
-    boot_id: int
-    changes: int  # of the configuration so far
+    boot_id: int  # random id of this run of the server
+    changes: int  # number of configuration changes since the server's start
     items: list[Item]
 
 
@@ -109,7 +114,7 @@ class _Page:
 
 
 class _Pages:
-    """The replies to a query that is under way."""
+    """The replies to an outstanding query, queued for the coroutine that reads them."""
 
     def __init__(self, query: int):
         self.query = query
@@ -132,33 +137,33 @@ class _Pages:
 
 
 class Queries:
-    """What a client can ask a server for."""
+    """The queries of a client."""
 
     def __init__(self, timeout: Timeout) -> None:
         self._timeout_ms = milliseconds(timeout)
         self._queries: dict[int, _Pages] = {}
 
     async def stats_system(self, *, timeout: Timeout | None = None) -> System:
-        """How many the server holds of each kind, and what it has refused."""
+        """Number of items of each kind that the server holds, and of messages that it has refused for each reason."""
         return await self._system(lib.FWX_NAT64_SEL_SYSTEM, SYSTEM_ENTRIES, timeout)
 
     async def stats_totals(self, *, timeout: Timeout | None = None) -> Totals:
-        """How many the server holds of each kind, in the form that every server has."""
+        """Number of items of each kind that the server holds, in the form that every server supports."""
         return await self._system(0, TOTALS_ENTRIES, timeout)
 
     async def stats_counts(self, *, timeout: Timeout | None = None) -> Counts:
-        """What the server has counted."""
+        """Counters of the server since its start."""
         return await self._system(lib.FWX_NAT64_SEL_COUNTS, COUNTS_ENTRIES, timeout)
 
     async def stats_boot(self, *, timeout: Timeout | None = None) -> Boot:
-        """Which run of the server it is."""
+        """Random id of this run of the server, and the number of its configuration changes."""
         return await self._system(lib.FWX_NAT64_SEL_BOOT, BOOT_ENTRIES, timeout)
 
     async def configuration(self, *, timeout: Timeout | None = None) -> Configuration:
         """
-        What the server holds. A server that is changed meanwhile is read again, three times at most.
+        The whole configuration of the server. If it changes while it is read, it is read again, three times in all.
 
-        :raises Error: also when the server does not tell, or is changed each time.
+        :raises Error: also if the server does not report its configuration, or if it changes each time.
         """
         for _ in range(_READINGS):
             pages = [page async for page in self._configuration_pages(self._milliseconds(timeout))]
@@ -180,15 +185,15 @@ class Queries:
             self._forget(pages)
 
     async def stats_interfaces(self, *, timeout: Timeout | None = None) -> list[Interface]:
-        """All interfaces."""
+        """Statistics of all interfaces."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_INTF, INTERFACE_ENTRIES, timeout)
 
     async def stats_pools(self, *, timeout: Timeout | None = None) -> list[Pool]:
-        """All pools."""
+        """Statistics of all pools."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_POOL_ALL, POOL_ENTRIES, timeout)
 
     async def stats_mappings(self, *, timeout: Timeout | None = None) -> list[Mapping]:
-        """All mappings."""
+        """Statistics of all mappings."""
         return await self._list(lib.FWX_NAT64_MSG_STATS_MAPPING_ALL, MAPPING_ENTRIES, timeout)
 
     async def stats_limits(self, *, timeout: Timeout | None = None) -> list[Limit]:
@@ -207,13 +212,14 @@ class Queries:
         timeout: Timeout | None = None,
     ) -> Sessions[Session]:
         """
-        Walks the sessions that match everything that is given: `async for session in client.sessions(protocol="tcp")`.
+        Walks the sessions that match all given arguments: `async for session in client.sessions(protocol="tcp")`.
 
         :param protocol: number of an IP protocol, or a name such as udp.
-        :param src: of the host inside.
-        :param pool_addr: what the source is translated to.
-        :param port: any of the three that a session has.
-        :param page: sessions in a reply.
+        :param src: address of the inside host.
+        :param dst: address of the destination.
+        :param pool_addr: translated source address.
+        :param port: source, translated source or destination port.
+        :param page: sessions per reply.
         """
         chosen = session_filter(protocol, src, dst, pool_addr, port, "walk")
         return Sessions(self, chosen, page, self._milliseconds(timeout), SESSION_ENTRIES, 0)
@@ -229,7 +235,7 @@ class Queries:
         page: int = 1000,
         timeout: Timeout | None = None,
     ) -> Sessions[FullSession]:
-        """As sessions, with both sides of each translation, for which not every server has an answer."""
+        """Like sessions, but with both sides of each translation. Not every server supports this."""
         chosen = session_filter(protocol, src, dst, pool_addr, port, "walk")
         return Sessions(self, chosen, page, self._milliseconds(timeout), FULLSESSION_ENTRIES, lib.FWX_NAT64_WALK_FULL)
 
@@ -241,9 +247,9 @@ class Queries:
         return found[0]
 
     async def _list(self, number: int, entry: Entries[Entry], timeout: Timeout | None, selector: int = 0) -> list[Entry]:
-        """All entries of a query, however many replies and queries it takes."""
+        """Returns all entries of a list, which may take several queries with several replies each."""
         timeout_ms = self._milliseconds(timeout)
-        count = 0xFFFFFFFF if number == lib.FWX_NAT64_MSG_STATS_LIMIT_ALL else 1000  # that one cannot be gone on with
+        count = 0xFFFFFFFF if number == lib.FWX_NAT64_MSG_STATS_LIMIT_ALL else 1000  # limits have no cookie to continue
         found: list[Entry] = []
         cookie = 0
         while True:
@@ -274,13 +280,13 @@ class Queries:
         return pages
 
     def _forget(self, pages: _Pages) -> None:
-        """May be called from anywhere: a walk that nobody holds ends in whatever thread collects it."""
+        """Drops a query. May be called in any thread, because the garbage collector may end a walk in any thread."""
         if pages.query in self._queries and not driver.hand_over(self._forget, pages):
             del self._queries[pages.query]
             lib.nat64_forget(pages.query)
 
     def _hear_page(self, news: Any) -> None:
-        """Takes a reply that the library has brought."""
+        """Passes a reply to its query."""
         pages = self._queries.get(news.id)
         if pages is not None:
             pages.feed(error(news.code) if news.code else _Page(news))

@@ -1,4 +1,9 @@
-"""Walking the sessions of a server."""
+"""
+The session walk and its filter.
+
+Each query of a walk asks for one page and continues with the cookie of the page before. So the server never sends more
+than the reader has asked for.
+"""
 
 from __future__ import annotations
 
@@ -18,26 +23,29 @@ Entry = TypeVar("Entry")
 _protocol = named("protocol", 0, 255, PROTOCOL_NAMES)
 _src, _dst, _pool_addr = address("src", 4, 6), address("dst", 4, 6), address("pool_addr", 4)
 _port = number("port", 0, 65535)
-# protocol, source, address of the pool, destination, port; what clears sessions has the destination in another place
+# walk: protocol, source, pool address, destination, port; clear: the same with the destination before the pool address
 _FILTERS = {"walk": struct.Struct("<I12x20s24x4s20sH2x"), "clear": struct.Struct("<I20s20s4s20xH34x")}
 
 
 def session_filter(
     protocol: Named, src: Address | None, dst: Address | None, pool_addr: Address4 | None, port: int, use: str
 ) -> bytes:
-    """Says which sessions to walk or to clear; what is not given lets all through."""
+    """Packs the filter of sessions to walk or to clear. An argument that is not given matches every session."""
     inside = b"" if src is None else _src(src)
     outside = b"" if dst is None else _dst(dst)
     pool = b"" if pool_addr is None else _pool_addr(pool_addr)[:3:-1]
     if use == "clear":
         return _FILTERS[use].pack(_protocol(protocol), inside, outside, pool, _port(port))
-    if outside[:1] == b"\0":  # this one travels as it is, where the others are turned by the library
+    if outside[:1] == b"\0":  # IPv4: the library converts the other addresses to network order, but not this one
         outside = outside[:4] + outside[:3:-1]
     return _FILTERS[use].pack(_protocol(protocol), inside, pool, outside, _port(port))
 
 
 class Sessions(Generic[Entry]):
-    """The sessions of a walk, one by one with `async for` or page by page; a loop that is left ends the walk."""
+    """
+    The sessions of a walk, one by one with `async for` or page by page with next_page. The walk ends when its object is
+    deleted, as after a loop that is left early.
+    """
 
     def __init__(
         self, client: Queries, chosen: bytes, page: int, timeout_ms: int, entries: Entries[Entry], walk_arg: int
@@ -67,7 +75,7 @@ class Sessions(Generic[Entry]):
         return self._ready.popleft()
 
     async def next_page(self) -> list[Entry]:
-        """Further sessions; none when that were all."""
+        """Returns the next sessions, at least one; an empty list at the end of the walk."""
         while not self._is_whole:
             if self._pages is None:
                 self._pages = self._client._ask(
@@ -95,7 +103,7 @@ class Sessions(Generic[Entry]):
         return []
 
     def close(self) -> None:
-        """Ends the walk; there are no further pages."""
+        """Ends the walk. next_page then returns an empty list."""
         self._is_whole = True
         self._end_query()
 

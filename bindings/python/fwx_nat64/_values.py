@@ -1,4 +1,9 @@
-"""Values between what people write and what records hold."""
+"""
+Converters between Python values and the fields of records.
+
+The functions address, named, number, octets, prefix and seconds each return a converter, which takes the value of an
+argument and returns what struct packs. It raises a ValueError that names the argument and the values that it allows.
+"""
 
 from __future__ import annotations
 
@@ -32,12 +37,12 @@ def _wrong(name: str, value: object, allowed: str) -> ValueError:
 
 
 def number(name: str, low: int, high: int, allowed: str = "") -> Callable[[int], int]:
-    """Takes numbers from low to high, also as text."""
+    """Accepts integers from low to high, also as text in decimal, hexadecimal, octal or binary."""
     allowed = allowed or f"{low} to {high}"
 
     def convert(value: Any) -> Any:
         if value.__class__ is not int:
-            if value.__class__ is bool and high > 1:  # True is no identifier
+            if value.__class__ is bool and high > 1:  # a bool is accepted for a flag only
                 raise _wrong(name, value, allowed)
             try:
                 value = int(value, 0) if isinstance(value, str) else index(value)
@@ -51,7 +56,7 @@ def number(name: str, low: int, high: int, allowed: str = "") -> Callable[[int],
 
 
 class _Names(dict[Any, int]):
-    """Numbers by name; what is no name must be a number."""
+    """Numbers by name. A key that is not a name is converted as a number."""
 
     otherwise: Callable[[Any], int]
 
@@ -60,7 +65,7 @@ class _Names(dict[Any, int]):
 
 
 def named(name: str, low: int, high: int, names: Mapping[str, int]) -> Callable[[Named], int]:
-    """Takes names, and numbers from low to high."""
+    """Accepts names, and numbers from low to high."""
     table = _Names(names)
     allowed = f"{low} to {high}, or {', '.join(names)}"
     table.otherwise = number(name, low, high, allowed)
@@ -68,14 +73,14 @@ def named(name: str, low: int, high: int, names: Mapping[str, int]) -> Callable[
     def convert(value: Any) -> int:
         try:
             return table[value]
-        except TypeError:  # it has no hash
+        except TypeError:  # not hashable
             raise _wrong(name, value, allowed) from None
 
     return convert
 
 
 def seconds(name: str, low: int, high: int) -> Callable[[Seconds], int]:
-    """Takes seconds as a number, `5m`, `1d2h3m4s` or a timedelta."""
+    """Accepts a time in whole seconds, as a number, as text such as `5m` or `1d2h3m4s`, or as a timedelta."""
     in_range = number(name, low, high, f"{low} to {high} seconds, or a time such as 2h4m")
 
     def convert(value: Any) -> int:
@@ -90,7 +95,7 @@ def seconds(name: str, low: int, high: int) -> Callable[[Seconds], int]:
 
 
 def _packed(value: Any, version: int) -> bytes | None:
-    """The bytes of an address of that version, or None."""
+    """Returns the bytes of an address of that IP version, or None for any other value."""
     if value.__class__ is str:
         try:
             return socket.inet_pton(_FAMILIES[version], value)
@@ -100,7 +105,7 @@ def _packed(value: Any, version: int) -> bytes | None:
 
 
 def address(name: str, *versions: int) -> Callable[[Address], bytes]:
-    """Takes addresses and makes address records, whose IPv4 is in host order."""
+    """Accepts addresses. Returns address records, with IPv4 in host order."""
     allowed = "an IPv4 address" if versions == (4,) else "an address"
 
     def convert(value: Address) -> bytes:
@@ -114,11 +119,12 @@ def address(name: str, *versions: int) -> Callable[[Address], bytes]:
 
 
 def prefix(name: str, version: int, longest: int, width: int, size: int) -> Callable[[Prefix4 | Prefix6], bytes]:
-    """Takes prefixes and makes their first `width` bytes, and their length in the last of `size` bytes."""
+    """Accepts prefixes. Returns `size` bytes: the first `width` bytes of the prefix, zeros, and in the last byte the
+    length."""
     bits = 32 if version == 4 else 128
     allowed = f"an IPv{version} prefix of at most {longest} bits, with no bits set behind them"
     gap = bytes(size - width - 1)
-    # by the text of a length: the bits behind it, and the end of the record
+    # the text of a length -> a mask of the bits after it, and the end of the record
     lengths = {str(length): ((1 << bits - length) - 1, gap + bytes([length])) for length in range(longest + 1)}
 
     def convert(value: Any) -> bytes:
@@ -137,7 +143,7 @@ def prefix(name: str, version: int, longest: int, width: int, size: int) -> Call
 
 
 def octets(name: str, size: int) -> Callable[[bytes], bytes]:
-    """Takes exactly so many bytes."""
+    """Accepts exactly `size` bytes."""
 
     def convert(value: bytes) -> bytes:
         if isinstance(value, (bytes, bytearray, memoryview)) and len(value) == size:
@@ -148,7 +154,7 @@ def octets(name: str, size: int) -> Callable[[bytes], bytes]:
 
 
 def command(word: str, operation: int, layout: str) -> Callable[..., bytes]:
-    """Makes what packs a record as a command."""
+    """Returns a function that packs the fields of a record and puts the header of the command before them."""
     record_size = struct.calcsize("<" + layout)
     family = lib.nat64_family(word.encode(), record_size)
     if family < 0:
@@ -160,7 +166,7 @@ Entry = TypeVar("Entry")
 
 
 class Entries(Generic[Entry]):
-    """Reads the records that a query brings."""
+    """Unpacks the entries in a reply to a query. `converters` are for the fields at these indices."""
 
     def __init__(self, kind: type[Entry], layout: str, converters: Mapping[int, Callable[[Any], Any]]):
         self.size = struct.calcsize("<" + layout)
@@ -169,7 +175,7 @@ class Entries(Generic[Entry]):
         self._converters = tuple(converters.items())
 
     def read(self, data: bytes) -> list[Entry]:
-        """The entries of that many whole records."""
+        """Returns the entries. The size of `data` must be a multiple of `size`."""
         if not self._converters:
             return list(map(self._make, self._unpack(data)))
         columns: list[Iterable[Any]] = list(zip(*self._unpack(data)))
@@ -179,11 +185,11 @@ class Entries(Generic[Entry]):
 
 
 def names_of(names: Mapping[str, int]) -> Callable[[int], int | str]:
-    """Shows numbers that have names by them."""
+    """Returns a converter from numbers to names. A number without a name stays a number."""
     table: dict[int, int | str] = {value: name for name, value in names.items()}
     return lambda value: table.get(value, value)
 
 
 def read_address(record: bytes) -> IPv4Address | IPv6Address:
-    """The address of a record as it travels: IPv4 in network order."""
+    """Reads an address record from a message, where IPv4 is in network order."""
     return IPv4Address(record[4:8]) if record[:4] == _IPV4_FAMILY else IPv6Address(record[4:])

@@ -1,4 +1,9 @@
-"""A binding to a NAT64 server."""
+"""
+The client: a binding to a NAT64 server.
+
+C keeps the results of commands until the driver has run a turn of the host's loop. The client then takes them in one
+call, and completes the future of each command. A future is found by the number of the command's slot.
+"""
 
 from __future__ import annotations
 
@@ -22,7 +27,7 @@ _RECORD = struct.Struct("<3I")
 
 
 class Batch(Commands[None]):
-    """Commands to be loaded: its methods keep them, in their order."""
+    """Commands for Client.load. Each method appends its command instead of sending it."""
 
     def __init__(self) -> None:
         self.commands: list[bytes] = []
@@ -36,14 +41,16 @@ class Batch(Commands[None]):
 
 class Client(Commands["asyncio.Future[None]"], Queries):
     """
-    A binding to a server, while it is entered with `async with`; a process has one at a time.
+    A client of a server. It is bound inside its `async with` block. A process has one bound client at a time, and uses
+    it from the thread of one event loop.
 
-    Commands return futures: of nothing, or of an Error. A cancelled one is sent all the same, and nobody hears what
-    came of it. Without an answer within `timeout` seconds a command fails with TimedOut; a command's own `timeout`
-    takes its place, and math.inf is none. The next command for a MAP-T rule has to wait for the answer to the one
-    before.
+    Commands return futures, whose result is None or an Error as the exception. Cancelling a future does not cancel the
+    command: it is sent, and its result is dropped. A command without an answer within `timeout` seconds fails with
+    TimedOut. A command's own `timeout` replaces that of the client, and math.inf means no limit. Await the answer to a
+    command for a MAP-T rule before you send the next one for the same rule.
 
-    `on_record(operation, words)`, `on_event()` and `on_mapping(mapping)` are called with what the server sends unasked.
+    `on_record(operation, words)`, `on_event()` and `on_mapping(mapping)` are called for the server's unsolicited
+    messages.
     """
 
     def __init__(
@@ -57,9 +64,9 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         on_mapping: Callable[[Mapping], None] | None = None,
     ):
         """
-        :param server: name of a server in another process; None for the one of this process, which is made if there
-            is none.
-        :param client_id: four bytes by which the server knows the client.
+        :param server: name of a server in another process; None: the server in this process, which the client creates
+            if there is none.
+        :param client_id: four bytes that identify the client to the server.
         """
         super().__init__(timeout)
         if len(client_id) != 4:
@@ -67,9 +74,9 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         self.server = server
         self.client_id = client_id
         self.is_throttled = False
-        """Whether the channel has filled up; sending is not refused then, but should wait."""
+        """True if the channel is full. Commands are still accepted then, but the sender should await may_send."""
         self.model: Model | None = None
-        """The server, if it was made with the client."""
+        """The server, if the client has created it."""
         self._on_record, self._on_event, self._on_mapping = on_record, on_event, on_mapping
         self._futures: dict[int, asyncio.Future[None]] = {}
         self._loads: list[tuple[Any, asyncio.Future[None]]] = []
@@ -83,17 +90,17 @@ class Client(Commands["asyncio.Future[None]"], Queries):
 
     @property
     def is_bound(self) -> bool:
-        """Whether it is bound."""
+        """True between entering and leaving or closing the client."""
         return self._create_future != self._not_bound
 
     @property
     def is_connected(self) -> bool:
-        """Whether a channel to the server is open; without one, the next command opens it."""
+        """True if a channel to the server is open. If not, the next command opens one."""
         return self.is_bound and lib.fwx_nat64_client_info_get().connected != 0
 
     @property
     def outstanding(self) -> int:
-        """Commands and queries that wait for their answer."""
+        """Number of commands and queries that wait for an answer, commands of batches included."""
         return len(self._futures) + len(self._queries) + sum(int(load.left) for load, _ in self._loads)
 
     async def __aenter__(self) -> Client:
@@ -120,7 +127,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         self.close()
 
     def close(self) -> None:
-        """Unbinds; what is under way fails as not ready."""
+        """Unbinds. Outstanding commands and queries fail with the Error "client not bound"."""
         if not self.is_bound:
             return
         driver.check()
@@ -172,15 +179,15 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         port: int = 0,
         timeout: Timeout | None = None,
     ) -> asyncio.Future[None]:
-        """Clears the sessions that match everything that is given, as with sessions."""
+        """Clears the sessions that match all given arguments, which are those of sessions()."""
         return self._send(_SESSION_CLEAR(session_filter(protocol, src, dst, pool_addr, port, "clear")), timeout)
 
     async def load(self, batch: Batch, *, window: int = 1024, timeout: Timeout | None = None) -> None:
         """
-        Sends a batch, with at most `window` commands under way, and waits for all answers. A batch names a MAP-T rule
-        once, since its commands do not wait for each other.
+        Sends a batch in order, with at most `window` commands outstanding, and waits for all answers. A batch must not
+        contain two commands for the same MAP-T rule, because its commands do not wait for each other.
 
-        :raises LoadFailed: says which failed; the others were done.
+        :raises LoadFailed: some commands failed; the others were carried out.
         """
         if window < 1:
             raise ValueError(f"window {window}: must be at least 1")
@@ -208,7 +215,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
             raise LoadFailed({place: error(code) for place, code in enumerate(answers) if code}, len(batch))
 
     async def may_send(self) -> None:
-        """Waits until the channel has room; not at all if it has."""
+        """Waits until the channel has room. Returns at once if it has."""
         while self.is_throttled:
             if self._room is None:
                 self._room = self._create_future()
@@ -220,7 +227,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
             self._room.set_result(None)
             self._room = None
 
-    # --- What a turn of the host's loop brings ---
+    # --- Results and messages of a turn of the host's loop ---
 
     def _take(self, results: Any) -> None:
         pop = self._futures.pop
@@ -252,7 +259,7 @@ class Client(Commands["asyncio.Future[None]"], Queries):
             self._tell(news, bytes(ffi.buffer(news.data, news.size)))
 
     def _tell(self, news: Any, data: bytes) -> None:
-        """Hands over what nobody asked for; a handler's own errors are the event loop's to report."""
+        """Schedules the handler of an unsolicited message; so the event loop reports an exception of the handler."""
         loop = asyncio.get_running_loop()
         if news.kind == lib.NAT64_RECORD and self._on_record is not None:
             operation = "add" if news.more == lib.FWX_NAT64_OP_ADD else "del"

@@ -1,4 +1,4 @@
-"""What goes wrong with commands: each error has the code of the library, the platform or the server, and its text."""
+"""The errors of commands. Each has the code of the library, the platform or the server, and its text."""
 
 from __future__ import annotations
 
@@ -6,35 +6,35 @@ from ._native import ffi, lib
 
 
 class Error(Exception):
-    """A command was refused, by the library or the server."""
+    """The library, the platform or the server refused a command."""
 
     def __init__(self, code: int, text: str = ""):
         self.code = code
         """The code, 32 bits wide."""
         self.text = text or ffi.string(lib.xerr_strerror(code)).decode()
-        """What the code says."""
+        """The text for the code."""
         super().__init__(f"{self.text} ({code:#x})")
 
 
 class Unreachable(Error):
-    """There is no server, or it went away before it took the command, which may be sent again."""
+    """There is no server, or it went away before it took the command. The command may be sent again."""
 
 
 class ServerGone(Error):
-    """The server went away before it answered; nobody knows whether it carried the command out."""
+    """The server went away before it answered. It may have carried the command out."""
 
 
 class TimedOut(Error, TimeoutError):
-    """No answer in time; the server may still carry the command out."""
+    """The server did not answer in time. It may still carry the command out."""
 
 
 class LoadFailed(Error):
-    """Some commands of a batch failed; the code is the first one's."""
+    """Some commands of a batch failed. The code is that of the first one in the batch."""
 
     def __init__(self, failures: dict[int, Error], count: int):
         first = next(iter(failures))
         self.failures = failures
-        """What came of those that failed, by their place in the batch."""
+        """The error of each failed command, by its index in the batch."""
         super().__init__(
             failures[first].code,
             f"{len(failures)} of {count} commands failed, the first at {first}: {failures[first].text}",
@@ -50,5 +50,5 @@ _KINDS: dict[int, type[Error]] = {
 
 
 def error(code: int) -> Error:
-    """The error of a code."""
+    """Makes the error for a code."""
     return _KINDS.get(code, Error)(code)

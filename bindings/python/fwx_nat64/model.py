@@ -22,7 +22,7 @@ _ORDERS = {
 class Match(NamedTuple):
     """The MAP-T rule that an address belongs to."""
 
-    bmr_index: int
+    bmr_index: int  # the server's index of the rule
     rule_id: int
     domain_id: int
     prefix_len: int
@@ -40,12 +40,12 @@ def _check(code: int) -> None:
 
 class Model:
     """
-    A server that answers every command and can be told to misbehave. It serves from its making, in a coroutine, until
-    it is closed; `with` closes it.
+    A server that answers every command and can be told to misbehave. It serves from its creation until it is closed, by
+    `close` or at the end of a `with` block. Create it in a coroutine, because it runs on the current event loop.
     """
 
     def __init__(self, listen: str | None = None):
-        """:param listen: name by which clients in other processes reach it too."""
+        """:param listen: name under which clients in other processes can connect too; None: this process only."""
         self._model: Any = ffi.NULL
         host = driver.attach()
         try:
@@ -66,7 +66,7 @@ class Model:
         self.close()
 
     def close(self) -> None:
-        """Ends the server; its clients' channels go down."""
+        """Ends the server. The channels of its clients end with an error."""
         if self._model != ffi.NULL:
             driver.check()
             self._destroy()
@@ -78,7 +78,7 @@ class Model:
         driver.detach()
 
     def _use(self) -> Any:
-        """The model, with a turn of the loop to follow."""
+        """Returns the model and schedules a turn of the loop. Raises if the model is closed."""
         if self._model == ffi.NULL:
             raise Error(lib.FWX_HOST_ERR_NO_SERVER, "the model is closed")
         driver.check()
@@ -88,11 +88,11 @@ class Model:
     # --- Misbehaviour ---
 
     def fail_next(self, code: int, count: int = 1) -> None:
-        """Answers the next commands with a code instead of carrying them out."""
+        """Refuses the next `count` commands with a code."""
         lib.fwx_nat64_model_fail_next(self._use(), code, count)
 
     def delay(self, seconds: float) -> None:
-        """Sends each reply so long after its command."""
+        """Delays each reply by `seconds`."""
         lib.fwx_nat64_model_delay_set(self._use(), round(seconds * 1000))
 
     def hold(self) -> None:
@@ -100,19 +100,19 @@ class Model:
         lib.fwx_nat64_model_hold(self._use())
 
     def release(self, order: str = "in-order") -> None:
-        """Sends the held replies in-order, reverse or shuffled."""
+        """Sends the held replies. `order` is in-order, reverse or shuffled."""
         _check(lib.fwx_nat64_model_release(self._use(), _ORDERS[order]))
 
     def duplicate(self, copies: int) -> None:
-        """Sends every reply so many times."""
+        """Sends every reply `copies` times."""
         lib.fwx_nat64_model_duplicate_set(self._use(), copies)
 
     def silent(self, on: bool) -> None:
-        """Carries commands out and answers nothing."""
+        """If on, carries commands out without answering them."""
         lib.fwx_nat64_model_silent_set(self._use(), on)
 
     def pause(self, on: bool) -> None:
-        """Takes no messages, so that the channel fills."""
+        """If on, reads no messages, so that the channel fills up."""
         lib.fwx_nat64_model_pause_set(self._use(), on)
 
     def drop_clients(self) -> None:
@@ -120,51 +120,51 @@ class Model:
         _check(lib.fwx_nat64_model_drop_clients(self._use()))
 
     def reply_limit(self, size: int) -> None:
-        """Bytes of entries in one reply."""
+        """Limits the size of the entries in one reply, in bytes."""
         lib.fwx_nat64_model_reply_limit_set(self._use(), size)
 
     def order_cleanup(self, on: bool) -> None:
-        """Whether the delete of the last basic rule empties the client's rule table."""
+        """If on, the reply to the delete of the last basic rule makes the client empty its rule table."""
         lib.fwx_nat64_model_order_cleanup(self._use(), on)
 
     # --- Notifications ---
 
     def notify_record(self, operation: str, word1: int, word2: int, word3: int) -> None:
-        """Tells of a record that was added (add) or deleted (del)."""
+        """Notifies the clients of a record. `operation` is add or del."""
         _check(lib.fwx_nat64_model_notify_record(self._use(), operation == "add", word1, word2, word3))
 
     def notify_event(self) -> None:
-        """Tells that something happened."""
+        """Notifies the clients of an event."""
         _check(lib.fwx_nat64_model_notify_event(self._use()))
 
     def notify_mapping(self, id: int, active: bool, sessions: int) -> None:
-        """Tells that a mapping has changed."""
+        """Notifies the clients that a mapping has become active or inactive."""
         _check(lib.fwx_nat64_model_notify_mapping(self._use(), id, active, sessions))
 
     # --- State ---
 
     def save(self) -> list[tuple[int, bytes]]:
-        """The whole configuration, as op codes and payloads in an order in which they can be restored."""
+        """Returns the whole configuration: pairs of op code and payload, in an order in which restore accepts them."""
         parts: list[tuple[int, bytes]] = []
         handle = ffi.new_handle(parts)
         _check(lib.fwx_nat64_model_save(self._use(), lib.nat64_saved_part, handle))
         return parts
 
     def restore(self, parts: list[tuple[int, bytes]]) -> None:
-        """Sets what another model has saved."""
+        """Restores the configuration that another model has saved."""
         for op_code, payload in parts:
             _check(lib.fwx_nat64_model_restore(self._use(), op_code, payload, len(payload)))
 
     def counts(self) -> Counts:
-        """What the model has counted."""
+        """Counters of the model since its creation."""
         return self._read("counts", COUNTS_ENTRIES)
 
     def boot(self) -> Boot:
-        """Which run it is, and how often its configuration has changed."""
+        """Random id of the model, and the number of its configuration changes."""
         return self._read("boot", BOOT_ENTRIES)
 
     def totals(self) -> Totals:
-        """How many it holds of each kind."""
+        """Number of items of each kind that the model holds."""
         return self._read("totals", TOTALS_ENTRIES)
 
     def _read(self, what: str, entries: Entries[Entry]) -> Entry:
@@ -173,11 +173,11 @@ class Model:
         return entries.read(ffi.buffer(record)[:])[0]
 
     def sessions_generate(self, count: int) -> None:
-        """Makes sessions up, in the place of those that it has made up before."""
+        """Generates sessions, which replace those generated before."""
         _check(lib.fwx_nat64_model_sessions_generate(self._use(), count))
 
     def lookup(self, value: Address) -> Match | None:
-        """The MAP-T rule of an address, looked up as the data plane does."""
+        """Looks an address up as the data plane does. Returns its MAP-T rule, or None."""
         record = _address(value)
         if record[:1] == b"\0":
             record = record[:4] + record[:3:-1]
@@ -189,6 +189,6 @@ class Model:
         return Match(match.bmr_index, match.rule_id, match.domain_id, match.prefix_len)
 
     def lookups(self, bmr_index: int) -> int | None:
-        """How many lookups have found the rule of that index; None: there is none."""
+        """Number of lookups that have found the rule with that index; None: there is no such rule."""
         count = ffi.new("uint64_t *")
         return None if lib.fwx_nat64_model_lookups(self._use(), bmr_index, count) else int(count[0])

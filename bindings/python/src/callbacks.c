@@ -1,3 +1,10 @@
+/*
+ * The library's callbacks. They find the slot of the command, and turn what they get into a result or a message for
+ * Python. A context without a slot belongs to a command that has ended, and is ignored.
+ *
+ * The library hides the server's own result: for a rule it reports the rule table's, and for a query none. So a tap
+ * notes the result of each message before the callback for it is called.
+ */
 #include "callbacks.h"
 
 #include <string.h>
@@ -5,8 +12,7 @@
 uint32_t callbacks_starting;
 uint32_t callbacks_throttled;
 
-/* The reply that is being delivered, as the tap has seen it: the library keeps the server's own verdict on a rule to
- * itself, and its code with a query. */
+/* The reply that is being delivered, as the tap has seen it. */
 static struct {
     uint64_t wire_ctx; /* 0: none */
     uint32_t result;
@@ -23,7 +29,7 @@ void callbacks_drop_pending(const slot_t *slot) {
     if (slot->rule_op == FWX_NAT64_OP_ADD) fwx_mapt_plu_del_rule(&slot->rule);
 }
 
-/* Installs a rule that the server has under another index now. */
+/* Replaces a rule in the table, because the server now has it under another index. */
 static uint32_t reinstall(const fwx_nat64_mapt_bmr_t *rule, uint32_t bmr_index) {
     fwx_nat64_mapt_reply_t installed = {.rule_id = rule->rule_id, .domain_id = rule->domain_id, .bmr_index = bmr_index};
     uint32_t code = fwx_mapt_plu_del_rule(rule);
@@ -31,9 +37,10 @@ static uint32_t reinstall(const fwx_nat64_mapt_bmr_t *rule, uint32_t bmr_index) 
     return code == 0 ? fwx_mapt_plu_add_rule(&installed) : code;
 }
 
-/* The server's verdict on a rule; the library's table, which installs whatever is answered, is made to agree. */
+/* Returns the server's verdict on a rule, and corrects the library's table, which installs a rule whatever the server
+ * answers. */
 static uint32_t judge_rule(const slot_t *slot, uint32_t table_code) {
-    if (!is_reply_to(slot)) { /* flushed */
+    if (!is_reply_to(slot)) { /* there is no reply: the library has flushed the command */
         callbacks_drop_pending(slot);
         return table_code;
     }
@@ -52,7 +59,8 @@ static void configured(fwx_nat64_cmd_result_t *result) {
     slot_finish(slot, is_rule ? judge_rule(slot, result->result) : result->result);
 }
 
-/* Tells of one reply to a query; returns what its callback does. */
+/* Queues a reply to a query as a page, or ends the query with an error. Returns what the library's callback must
+ * return. `head` has the numbers of the page. */
 static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, size_t entry_size) {
     slot_t *slot = slot_find((uintptr_t)ctx);
     if (slot == NULL) return 1;
@@ -82,7 +90,7 @@ static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, siz
 
 static uint32_t system_stats(void *ctx, uint32_t more, void *data) {
     const nat64_news_t head = {.more = more, .count = data != NULL};
-    const size_t behind = data == NULL ? 0 : fwx_host_smc_bytes_behind(data); /* records of several sizes */
+    const size_t behind = data == NULL ? 0 : fwx_host_smc_bytes_behind(data); /* the record's size depends on `sel` */
     uint64_t magic = 0;
     if (behind >= sizeof(fwx_nat64_config_page_t)) memcpy(&magic, data, sizeof magic);
     const int is_whole = magic == FWX_NAT64_CONFIG_MAGIC || behind >= sizeof(fwx_nat64_stats_sys_entry_t);
@@ -113,7 +121,7 @@ uint32_t callbacks_walk(void *ctx, uint32_t count, void *data, uint64_t cookie, 
     return paged(ctx, &head, data, is_full ? sizeof(fwx_nat64_session_full_t) : sizeof(fwx_nat64_session_t));
 }
 
-/* --- What nobody asked for --- */
+/* --- Unsolicited messages and flow control --- */
 
 static void record_noted(uint32_t op, const void *record) {
     nat64_news_t *news = news_make(NAT64_RECORD, record, 3 * sizeof(uint32_t));
@@ -142,7 +150,7 @@ void callbacks_tap(void *arg, fwx_host_direction_t direction, const void *msg, s
     const uint32_t msgno = header.type & FWX_NAT64_MSG_NUMBER_MASK;
     if (header.type != (FWX_NAT64_MSG_ASYNC | msgno)) return;
     if (direction == FWX_HOST_SENT) {
-        if (reply.wire_ctx == header.clnt_ctx) reply.wire_ctx = 0; /* the context is another command's now */
+        if (reply.wire_ctx == header.clnt_ctx) reply.wire_ctx = 0; /* a new command reuses the context */
         const int is_query = msgno >= FWX_NAT64_MSG_STATS_SYS && msgno <= FWX_NAT64_MSG_SESSION_WALK;
         if (callbacks_starting != 0 && (is_query || msgno == FWX_NAT64_MSG_MAPT_RULE))
             slot_at(callbacks_starting)->wire_ctx = header.clnt_ctx;

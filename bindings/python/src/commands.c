@@ -1,9 +1,13 @@
-/* The library's setters by the words of their commands. */
+/*
+ * The configuration commands that Python sends as bytes: a table that maps the word of each command family to the size
+ * of its record and to the library's setter. Python finds a family by nat64_family when it is imported, and puts its
+ * number into the header of each command.
+ */
 #include <string.h>
 
 #include "engine.h"
 
-/* Words are those of the table of records in the tree, which the Python methods are printed from. */
+/* The words are those of the table in records/, from which the Python methods are generated. */
 #define FAMILIES(X)                                                                        \
     X(timeout, fwx_nat64_timeout_t, fwx_nat64_timeout_set_a(op, record, ctx))              \
     X(limit, fwx_nat64_limit_t, fwx_nat64_limit_set_a(op, record, ctx))                    \
@@ -79,7 +83,7 @@ uint32_t nat64_command_send(const char *command, size_t size, void *pal_ctx) {
     uint16_t words[2];
     if (size == 0 || nat64_command_size(command, size) != size) return FWX_NAT64_ERR_INVALID;
     memcpy(words, command, sizeof words);
-    uint64_t record[longest_record / sizeof(uint64_t)]; /* the bytes may stand anywhere */
+    uint64_t record[longest_record / sizeof(uint64_t)]; /* an aligned copy, because `command` may have any address */
     memcpy(record, command + NAT64_COMMAND_HEADER, size - NAT64_COMMAND_HEADER);
     return families[words[0]].send(words[1], record, pal_ctx);
 }

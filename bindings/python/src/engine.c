@@ -1,3 +1,7 @@
+/*
+ * The binding, the sending of commands, batches (loads), and the turn in which Python gives the host's loop time to
+ * run. Deadlines and lost channels are checked once per turn.
+ */
 #define _DEFAULT_SOURCE
 #include "engine.h"
 
@@ -8,8 +12,8 @@
 #include "callbacks.h"
 #include "slots.h"
 
-/* Passes of the host's loop in a turn: enough for a window of commands there and back, and then Python's own loop has
- * its turn. */
+/* Limit of passes of the host's loop per turn: enough for a window of commands and their answers, but few enough that
+ * Python's own loop is not blocked. While the loop is busy, deadlines are extended by `busy_grace_ms`. */
 enum { passes_per_turn = 32, busy_grace_ms = 1000 };
 
 static fwx_host_loop_t *bound_loop;
@@ -17,6 +21,7 @@ static nat64_load_t *loads;
 
 /* --- The binding --- */
 
+/* Seeds random(), which the library draws its epochs from. */
 static void draw_epochs_at_random(void) {
     static int is_seeded;
     unsigned seed = 0;
@@ -35,7 +40,7 @@ uint32_t nat64_open(const char *server, const char client_id[4], fwx_host_loop_t
     code = fwx_nat64_bind(client_id, loop, &callbacks_unsolicited, &callbacks_replies);
     if (code == 0) {
         fwx_nat64_client_info_get()->throttle_cb = callbacks_throttle;
-        fwx_host_loop_run_until_idle(loop); /* the server has the initial commands before the caller's first */
+        fwx_host_loop_run_until_idle(loop); /* the server gets the initial commands before the caller's first one */
     } else {
         nat64_close();
     }
@@ -58,7 +63,7 @@ void nat64_close(void) {
     for (nat64_news_t *news = nat64_news_take(); news != NULL; news = nat64_news_take()) {
         nat64_news_free(news);
     }
-    fwx_host_loop_run_until_idle(bound_loop); /* transmit buffers come back */
+    fwx_host_loop_run_until_idle(bound_loop); /* returns the transmit buffers */
     fwx_mapt_plu_cleanup();
     fwx_host_tap_set(NULL, NULL);
     fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, NULL);
@@ -70,7 +75,8 @@ static void cut_off(slot_t *slot, void *arg) {
     slot_finish(slot, FWX_HOST_ERR_CHANNEL_DOWN);
 }
 
-/* What went through a channel that is gone and was not given back is not answered any more. */
+/* Ends the outstanding commands if the channel is gone, because no answer can arrive. Commands that the server had not
+ * taken end first, with their own code, when the loop runs. */
 static void end_cut_off(void) {
     const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == NULL || info->connected != 0) return;
@@ -96,16 +102,18 @@ static void end_late(uint64_t now) {
 
 /* --- Commands --- */
 
-/* Ends the start of a command. */
+/* Completes start() with the code of the library's function. Returns the slot or the query's id, or the negative code;
+ * after an error the slot is free. */
 static int64_t started(slot_t *slot, uint32_t code) {
     callbacks_starting = 0;
     if (code == 0) return slot->is_query ? (int64_t)slot_id(slot) : slot_number(slot);
-    if (code == FWX_HOST_ERR_CHANNEL_DOWN) code = FWX_NAT64_ERR_AGAIN; /* the server has not got it */
+    if (code == FWX_HOST_ERR_CHANNEL_DOWN) code = FWX_NAT64_ERR_AGAIN; /* because the server has not got it */
     if (code == FWX_NAT64_ERR_AGAIN) callbacks_drop_pending(slot);
     slot_release(slot);
     return -(int64_t)code;
 }
 
+/* Takes a slot for a command that is about to be sent. */
 static slot_t *start(uint32_t timeout_ms) {
     end_cut_off();
     slot_t *slot = slot_take(timeout_ms);
@@ -155,7 +163,7 @@ int64_t nat64_walk(const char *filter, uint64_t cookie, uint32_t count, uint32_t
     slot_t *slot = start(timeout_ms);
     if (slot == NULL) return -(int64_t)FWX_NAT64_ERR_NOMEM;
     slot->is_query = 1;
-    /* One page a walk, and the next when Python wants it. */
+    /* Each walk is limited to one page; Python starts the next one when it needs it. */
     return started(
         slot, fwx_nat64_session_walk_a(count, &record, cookie, count, walk_arg, callbacks_walk, slot_context(slot)));
 }
@@ -185,6 +193,7 @@ void nat64_load_stop(nat64_load_t *load) {
     slots_each(release_if_of, load);
 }
 
+/* Sends commands of a load until its window is full. Returns the number of commands sent or refused. */
 static uint32_t go_on(nat64_load_t *load) {
     uint32_t count = 0;
     for (; load->size != 0 && load->under_way < load->window; ++count) {
@@ -203,7 +212,7 @@ static uint32_t go_on(nat64_load_t *load) {
         load->commands += size;
         load->size = size == 0 ? 0 : load->size - size;
         if (number != -(int64_t)FWX_NAT64_ERR_AGAIN) continue;
-        /* Nobody is there: the rest would find out one by one. */
+        /* There is no server. The rest fails too, without a connection attempt for each command. */
         for (; load->left > load->under_way; --load->left)
             load->codes[load->sent++] = FWX_NAT64_ERR_AGAIN;
         load->size = 0;
@@ -229,10 +238,10 @@ int nat64_turn(fwx_host_loop_t *loop, nat64_results_t *taken) {
         calls += fwx_host_loop_process(loop);
     }
     end_cut_off();
-    /* The last pass may have made room for more of a load. */
+    /* If the last pass did something, it may have made room for more of a load. */
     int timeout_ms = calls != 0 ? 0 : fwx_host_loop_next_timeout_ms(loop);
     const uint64_t now = fwx_host_clock_ms();
-    /* While the loop is busy, an answer may have come and wait. */
+    /* While the loop is busy, an answer may have arrived that is not processed yet. */
     end_late(timeout_ms == 0 && now > busy_grace_ms ? now - busy_grace_ms : now);
     *taken = slots_take_results();
     if (timeout_ms != 0 && slots_next_deadline != SLOT_NO_DEADLINE) {

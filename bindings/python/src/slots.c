@@ -1,3 +1,8 @@
+/*
+ * Slots are elements of one array, which grows by doubling. A free slot is in a list by number. A command that ends
+ * goes to the lists of results, which have room for every slot, so reporting a result cannot fail. Its slot becomes
+ * free only when Python has fetched the result, because Python knows a command by the number of its slot.
+ */
 #include "slots.h"
 
 #include <stdlib.h>
@@ -7,7 +12,7 @@ uint32_t slots_under_way;
 uint64_t slots_next_deadline = SLOT_NO_DEADLINE;
 
 static slot_t *slots;
-static uint32_t count, first_free; /* numbers are from 1, so that a context is never null */
+static uint32_t count, first_free; /* numbers begin at 1, so that a context is never null */
 static nat64_results_t results;
 static nat64_news_t *oldest_news, *latest_news;
 
@@ -45,7 +50,7 @@ static void give_back(slot_t *slot) {
     first_free = slot_number(slot);
 }
 
-/* Each list of results has room for all slots. */
+/* Grows the array of slots and the lists of results. Returns 0 if memory is out. */
 static int grow(void) {
     const uint32_t wanted = count == 0 ? 256 : 2 * count;
     slot_t *more = realloc(slots, wanted * sizeof *slots);
@@ -81,7 +86,7 @@ slot_t *slot_take(uint32_t timeout_ms) {
     return slot;
 }
 
-/* Ends what has the slot, which is not given back. */
+/* Ends the command of a slot without freeing the slot. */
 static void retire(slot_t *slot) {
     slot->is_under_way = 0;
     slot->generation = (slot->generation + 1) & INT32_MAX;
@@ -95,7 +100,7 @@ void slot_release(slot_t *slot) {
 
 static void finish_query(slot_t *slot, uint32_t code) {
     nat64_news_t *page = news_make(NAT64_PAGE, NULL, 0);
-    if (page == NULL) { /* it is late from now on, and tried again */
+    if (page == NULL) { /* memory is out: it counts as late from now on, so the next turn tries again */
         slot->deadline = slots_next_deadline = 0;
         return;
     }
@@ -112,7 +117,7 @@ static void finish_loaded(slot_t *slot, uint32_t code) {
     slot_release(slot);
 }
 
-/* The slot is given back when Python has taken its number. */
+/* Puts the command into the results. slots_take_results frees the slot. */
 static void finish_command(slot_t *slot, uint32_t code) {
     if (code == 0) {
         results.done[results.done_count++] = slot_number(slot);
