@@ -1,4 +1,5 @@
-/* Commands of the C++ interface: their results, deadlines, many at a time, and the end of a channel. */
+/* Commands of the C++ interface: their results and deadlines, many commands at a time, flow control, unsolicited
+ * messages, exceptions, and the loss of a channel. */
 #include "cxx_fixture.h"
 
 #include "fwx_nat64/server_result.h"
@@ -13,7 +14,7 @@ protected:
     const std::error_code timed_out_ = std::make_error_code(std::errc::timed_out);
     const std::error_code not_ready_ = nat64::nat64_error(FWX_NAT64_ERR_NOT_READY);
 
-    /** Awaits a command and notes how it ended. */
+    /** Awaits a command and appends its error to `ends_`. */
     nat64::task<> keep(auto command) {
         const nat64::result got = co_await command;
         ends_.push_back(got.error);
@@ -112,7 +113,7 @@ TEST_F(cxx_client_test_t, a_command_that_is_not_answered_in_time_ends_and_its_la
     EXPECT_EQ(ends_, std::vector({timed_out_}));
     client->deadline_set(std::nullopt);
     nat64::task<> reusing = keep(client->pool_add(a_pool(3)));
-    reusing.start(); /* in the slot of the first */
+    reusing.start(); /* reuses the slot of the first command */
     fwx_host_clock_turn(30);
     pump();
     EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_}));
@@ -142,7 +143,7 @@ TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_tells_its_
     const auto many = [&](nat64::client &c) -> nat64::task<nat64::all_result> {
         const auto make = [&](size_t i) {
             return c.pool_add(a_pool(static_cast<uint32_t>(i % 10)));
-        }; /* 0 is invalid */
+        }; /* pool 0 is invalid */
         co_return co_await nat64::when_all(40, 8, make, [&](size_t index, const nat64::result &got) {
             EXPECT_EQ(bool{got}, index % 10 != 0) << index;
             most = std::max(most, c.outstanding());
@@ -226,7 +227,7 @@ TEST_F(cxx_client_test_t, who_waits_for_room_goes_on_when_there_is_room_or_no_ch
         size_t sent = 0;
         const auto fill = [&](nat64::client &c) -> nat64::task<> {
             const auto ignored = [](const nat64::result &) {};
-            while (!c.is_throttled() && sent < 100000) { /* of 144 bytes */
+            while (!c.is_throttled() && sent < 100000) { /* each message has 144 bytes */
                 if (c.session_clear(nat64::session_filter{}, ignored)) ++sent;
                 if (sent % 1024 == 0) pump();
             }
@@ -386,7 +387,7 @@ TEST_F(cxx_client_test_t,
 
 namespace {
 
-/** Sends to a server that takes nothing, until the channel takes no more; returns how the last send was refused. */
+/** Sends to a paused server until the channel refuses a send. Returns the result of that send. */
 nat64::result fill_up(nat64::client &client, bool &was_throttled) {
     for (size_t i = 0; i < 1000000; ++i) {
         const nat64::result got = client.session_clear(nat64::session_filter{}, [](const nat64::result &) {});
@@ -472,7 +473,7 @@ TEST_F(cxx_client_test_t, what_a_function_throws_reaches_who_awaits_whether_it_i
             if (index == at) throw std::runtime_error("thrown");
         };
     };
-    /* 0 is refused at once, 1 is answered. */
+    /* Pool 0 is refused at once, pool 1 is answered. */
     for (const size_t at : {size_t{0}, size_t{1}}) {
         const auto window = [&](nat64::client &c) -> nat64::task<> {
             co_await nat64::when_all(

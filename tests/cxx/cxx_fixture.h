@@ -1,4 +1,5 @@
-/* A client of the C++ interface, the server model, and a loop whose clock the test turns. */
+/* Fixture of the C++ interface: a client, the server model, and a host loop whose clock stands still until the test
+ * advances it. At the end it checks that nothing is left on the platform. */
 #ifndef TESTS_CXX_CXX_FIXTURE_H
 #define TESTS_CXX_CXX_FIXTURE_H
 
@@ -29,7 +30,7 @@ protected:
     }
     void make_model() { model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME); }
     void pump() const { fwx_host_loop_run_until_idle(loop); }
-    /** Runs a task that comes to its end without time passing. */
+    /** Runs a task to its end. Throws if it does not end without an advance of the clock. */
     template <class value_type>
     value_type run(fwx::nat64::task<value_type> task) {
         task.start();
@@ -39,7 +40,7 @@ protected:
     }
 
 private:
-    platform_watch_t watch_; /* before the loop is made */
+    platform_watch_t watch_; /* constructed before the loop, so that it counts the loop too */
 
 protected:
     fwx::host::loop loop;

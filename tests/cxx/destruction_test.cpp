@@ -1,4 +1,5 @@
-/* Whoever waits may be destroyed at any moment, and so may the client. */
+/* Destruction of a waiting task, or of the client, at every suspension point: from outside, from a callback, and by the
+ * coroutine itself. The sanitizer finds accesses to what is gone. */
 #include "cxx_fixture.h"
 
 namespace nat64 = fwx::nat64;
@@ -6,24 +7,26 @@ using namespace std::chrono_literals;
 
 namespace {
 
+/** The object that is destroyed, and where. */
 enum class victim_t : uint8_t {
-    task,             /* from outside, while it waits */
-    client,           /* the same */
-    task_in_callback, /* from a callback of another command */
-    client_in_callback,
-    client_by_itself, /* by the coroutine, where it has been resumed */
+    task,               /* from outside, while the task waits */
+    client,             /* from outside, while the task waits */
+    task_in_callback,   /* from a callback of another command */
+    client_in_callback, /* from a callback of another command */
+    client_by_itself,   /* by the coroutine, after it was resumed */
 };
 
 class cxx_destruction_test_t : public cxx_fixture_t, public testing::WithParamInterface<victim_t> {
 protected:
-    /** Counts where the script goes on, and strikes there if it is to destroy the client itself. */
+    /** Counts the places at which the script goes on, and destroys the client at the chosen one if the test asks for
+     * client_by_itself. */
     void passed() {
         ++passed_;
         if (passed_ == strike_at_ && GetParam() == victim_t::client_by_itself) client.reset();
     }
     bool is_there() const { return client.has_value(); }
 
-    /** Waits in every way that there is; goes on after errors, as long as there is a client. */
+    /** Awaits everything that can be awaited. Goes on after errors, as long as the client exists. */
     nat64::task<> script() {
         co_await client->pool_add(a_pool(1)).within(1s);
         passed();

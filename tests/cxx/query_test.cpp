@@ -1,4 +1,5 @@
-/* Queries of the C++ interface: whole lists, replies one by one, walks, and servers that tell untruths. */
+/* Queries of the C++ interface: whole lists, replies one by one, walks, the configuration, and a server that sends
+ * wrong replies. */
 #include <cstring>
 
 #include "cxx_fixture.h"
@@ -18,14 +19,14 @@ protected:
     }
 };
 
-/** What every query is answered with, from the result on. */
+/** The reply of the lying server to every query, from the result on. */
 std::vector<uint8_t> scripted;
 
 constexpr fwx_host_server_ops_t liar = {
     nullptr, nullptr,
     [](void *, fwx_host_peer_t *peer, const void *msg, size_t) {
         std::vector<uint8_t> message(static_cast<const uint8_t *>(msg), static_cast<const uint8_t *>(msg) + 32);
-        if (message[0] < 3) return; /* of the connection */
+        if (message[0] < 3) return; /* a message of the connection set-up */
         message.insert(message.end(), scripted.begin(), scripted.end());
         fwx_host_peer_send(peer, message.data(), message.size());
     },
@@ -134,7 +135,7 @@ TEST_F(cxx_query_test_t, walks_beyond_those_that_the_server_answers_at_once_wait
         walks.push_back(walk(*client, whole));
         walks.back().start();
     }
-    for (size_t i = 0; i < 200; i += 4) { /* some of them go on at the server, though nobody reads them */
+    for (size_t i = 0; i < 200; i += 4) { /* the server still answers some of these walks, though nobody reads them */
         walks[i] = nat64::task<>(nullptr);
     }
     nat64::result callback;
@@ -239,7 +240,7 @@ TEST_F(cxx_query_test_t, a_list_that_a_server_tells_untruths_about_ends_with_wha
     fwx_host_server_t *server = nullptr;
     ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &liar, nullptr, &server), 0u);
     client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
-    /* Behind the header: result, reserved, more, reserved, cookie, count, reserved, and an entry. */
+    /* After the header: result, reserved, more, reserved, cookie, count, reserved, and the entries. */
     const auto reply = [](uint8_t result, uint8_t more, uint8_t cookie, uint8_t count, size_t entries) {
         std::vector<uint8_t> bytes(32 + entries * sizeof(fwx_nat64_stats_pool_entry_t));
         bytes[0] = result;
@@ -276,7 +277,8 @@ TEST_F(cxx_query_test_t, a_list_that_a_server_tells_untruths_about_ends_with_wha
     EXPECT_EQ(run(other(*client)), nat64::client_errc::unexpected_answer) << "another record";
     EXPECT_EQ(run(client->configuration()).error, nat64::client_errc::unreadable) << "totals for the configuration";
 
-    /* Of a page: bytes, entries, number and op code of the first entry, its size, and what is behind. */
+    /* Makes a page: its size, its number of entries, the size of the first entry, and the bytes after that entry's
+     * header. */
     const auto page = [](uint8_t bytes, uint8_t entries, uint8_t size, size_t behind) {
         std::vector<uint8_t> made(16 + sizeof(fwx_nat64_config_page_t) + sizeof(fwx_nat64_config_entry_t) + behind);
         made[12] = FWX_NAT64_SEL_CONFIG;

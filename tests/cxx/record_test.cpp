@@ -1,4 +1,7 @@
-/* What the C++ interface sends: the bytes of the C function, given the C record. */
+/*
+ * Records of the C++ interface: every member of the client sends the same bytes as its C function does for the C
+ * record, and parsers of addresses and prefixes accept exactly the valid texts. A recording server keeps the messages.
+ */
 #include <cstring>
 #include <functional>
 
@@ -11,7 +14,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/** The part of a message behind its header. */
+/** A message without its header, followed by the message number. */
 using body_t = std::vector<uint8_t>;
 std::vector<body_t> sent;
 
@@ -20,7 +23,7 @@ constexpr fwx_host_server_ops_t recording_server = {
     [](void *, fwx_host_peer_t *, const void *msg, size_t size) {
         const auto *bytes = static_cast<const uint8_t *>(msg);
         sent.emplace_back(bytes + sizeof(fwx_nat64_msg_hdr_t), bytes + size);
-        sent.back().push_back(bytes[0]); /* the message number */
+        sent.back().push_back(bytes[0]);
     },
     [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) -> size_t {
         std::memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
@@ -88,7 +91,7 @@ struct row_t {
     std::function<uint32_t()> in_c;
     std::function<nat64::result(nat64::client &)> in_cxx;
 };
-/* A member, its record, and the C function with its arguments. */
+/* A row that calls a member with a record, and the C function with its arguments. */
 #define SAME(member, record, function, ...)                                                                          \
     {                                                                                                                \
 #member, [] { return fwx_nat64_##function(__VA_ARGS__, nullptr); },                                          \
@@ -193,7 +196,7 @@ TEST(cxx_record_test, every_member_sends_the_bytes_of_its_c_function) {
             fwx_mapt_plu_cleanup();
             sent.clear();
             EXPECT_EQ(row.in_c(), 0u) << row.name;
-            fwx_mapt_plu_cleanup(); /* the rule is pending */
+            fwx_mapt_plu_cleanup(); /* removes the pending rule, so that it can be added again */
             EXPECT_EQ(row.in_cxx(client).error, nat64::nat64_error(0)) << row.name;
             fwx_host_loop_run_until_idle(loop);
             ASSERT_EQ(sent.size(), 2u) << row.name;

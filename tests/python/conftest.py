@@ -1,4 +1,4 @@
-"""Tests are coroutines; each runs on an event loop of its own, and leaves nothing to the platform."""
+"""Runs each test, a coroutine, on its own event loop, and checks that it leaves nothing on the platform."""
 
 import asyncio
 import inspect
@@ -31,7 +31,7 @@ def nothing_stays():
 
 @pytest.fixture
 def clock():
-    """Turns the platform's clock on by seconds; it stands still otherwise."""
+    """A function that advances the platform's clock by seconds. Otherwise the clock stands still."""
 
     def turn(seconds):
         lib.fwx_host_clock_turn(round(seconds * 1000))
@@ -43,6 +43,6 @@ def clock():
 
 
 async def settled():
-    """Lets everything happen that is under way."""
+    """Runs enough turns of the event loop to complete everything that does not wait for time or another process."""
     for _ in range(20):
         await asyncio.sleep(0)

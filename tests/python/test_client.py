@@ -1,4 +1,4 @@
-"""Commands and their verdicts, whatever the server does."""
+"""Commands of a client and their results, also when the server is slow, misbehaves, restarts or dies."""
 
 import asyncio
 import inspect
@@ -163,7 +163,7 @@ async def test_commands_end_with_the_server_that_had_them():
             model.pause(True)
             waits = client.timeout_set(**UDP)
             await settled()
-        with pytest.raises(Unreachable):  # it was never taken
+        with pytest.raises(Unreachable):  # the server never took it
             await waits
     with pytest.raises(Unreachable):
         async with Client("nobody"):
@@ -220,7 +220,7 @@ async def test_another_thread_is_refused_and_its_garbage_is_handed_over():
             for use in uses:
                 with pytest.raises(RuntimeError, match="another event loop|outside the event loop|no running event loop"):
                     use()
-            query.close()  # as the garbage collector does, in whatever thread it runs
+            query.close()  # the garbage collector does the same, in any thread
 
         await asyncio.to_thread(misuse)
         await settled()

@@ -1,4 +1,4 @@
-"""The blocks of the page run as they stand."""
+"""Every Python block of the module's documentation page runs as it is printed."""
 
 import os
 import re

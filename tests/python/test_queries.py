@@ -1,4 +1,4 @@
-"""What a server holds, as a whole and page by page."""
+"""Queries of a client: statistics, the configuration, session walks, and what a model saves and restores."""
 
 from ipaddress import ip_address
 

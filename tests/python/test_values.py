@@ -1,4 +1,4 @@
-"""What commands make of values: every record byte by byte, and what is refused before it is sent."""
+"""The records that commands pack, byte by byte, and the values that they refuse before anything is sent."""
 
 from datetime import timedelta
 from ipaddress import ip_address, ip_network
@@ -7,8 +7,8 @@ import pytest
 
 from fwx_nat64 import Batch
 
-A = "c0000201"  # 192.0.2.1, first byte first
-HOST_A = "010200c0"
+A = "c0000201"  # 192.0.2.1 in network order
+HOST_A = "010200c0"  # in host order
 IP4 = "00000000" + HOST_A + "00" * 12
 IP6 = "01000000" + "20010db8000000000000000000000001"
 PREFIX = "20010db8" + "00" * 8 + "000000" + "60"
