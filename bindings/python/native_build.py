@@ -27,7 +27,7 @@ ffibuilder.cdef(
         size_t size;
         char data[];
         ...;
-    } nat64_news_t;
+    } nat64_message_t;
     typedef struct {
         const char *commands;
         size_t size;
@@ -59,8 +59,8 @@ ffibuilder.cdef(
     void nat64_load_start(nat64_load_t *load);
     void nat64_load_stop(nat64_load_t *load);
     int nat64_turn(fwx_host_loop_t *loop, nat64_results_t *results);
-    nat64_news_t *nat64_news_take(void);
-    void nat64_news_free(nat64_news_t *news);
+    nat64_message_t *nat64_message_take(void);
+    void nat64_message_free(nat64_message_t *message);
 
     const char *xerr_strerror(uint32_t code);
     fwx_nat64_client_info_t *fwx_nat64_client_info_get(void);

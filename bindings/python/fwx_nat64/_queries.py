@@ -105,12 +105,12 @@ class _Page:
 
     __slots__ = ("more", "cookie", "value2", "count", "data")
 
-    def __init__(self, news: Any):
-        self.more = news.more != 0
-        self.cookie: int = news.cookie
-        self.value2: int = news.value2
-        self.count: int = news.count
-        self.data = bytes(ffi.buffer(news.data, news.size))
+    def __init__(self, message: Any):
+        self.more = message.more != 0
+        self.cookie: int = message.cookie
+        self.value2: int = message.value2
+        self.count: int = message.count
+        self.data = bytes(ffi.buffer(message.data, message.size))
 
 
 class _Pages:
@@ -285,11 +285,11 @@ class Queries:
             del self._queries[pages.query]
             lib.nat64_forget(pages.query)
 
-    def _hear_page(self, news: Any) -> None:
+    def _take_page(self, message: Any) -> None:
         """Passes a reply to its query."""
-        pages = self._queries.get(news.id)
+        pages = self._queries.get(message.id)
         if pages is not None:
-            pages.feed(error(news.code) if news.code else _Page(news))
+            pages.feed(error(message.code) if message.code else _Page(message))
 
     def _end_queries(self, why: Error) -> None:
         for pages in self._queries.values():

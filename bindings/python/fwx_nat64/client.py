@@ -244,27 +244,27 @@ class Client(Commands["asyncio.Future[None]"], Queries):
         for load, future in self._loads:
             if load.left == 0 and not future.done():
                 future.set_result(None)
-        while (news := lib.nat64_news_take()) != ffi.NULL:
+        while (message := lib.nat64_message_take()) != ffi.NULL:
             try:
-                self._hear(news)
+                self._take_message(message)
             finally:
-                lib.nat64_news_free(news)
+                lib.nat64_message_free(message)
 
-    def _hear(self, news: Any) -> None:
-        if news.kind == lib.NAT64_PAGE:
-            self._hear_page(news)
-        elif news.kind == lib.NAT64_THROTTLE:
-            self._set_throttled(news.more == 0)
+    def _take_message(self, message: Any) -> None:
+        if message.kind == lib.NAT64_PAGE:
+            self._take_page(message)
+        elif message.kind == lib.NAT64_THROTTLE:
+            self._set_throttled(message.more == 0)
         else:
-            self._tell(news, bytes(ffi.buffer(news.data, news.size)))
+            self._call_handler(message, bytes(ffi.buffer(message.data, message.size)))
 
-    def _tell(self, news: Any, data: bytes) -> None:
+    def _call_handler(self, message: Any, data: bytes) -> None:
         """Schedules the handler of an unsolicited message; so the event loop reports an exception of the handler."""
         loop = asyncio.get_running_loop()
-        if news.kind == lib.NAT64_RECORD and self._on_record is not None:
-            operation = "add" if news.more == lib.FWX_NAT64_OP_ADD else "del"
+        if message.kind == lib.NAT64_RECORD and self._on_record is not None:
+            operation = "add" if message.more == lib.FWX_NAT64_OP_ADD else "del"
             loop.call_soon(self._on_record, operation, _RECORD.unpack(data))
-        elif news.kind == lib.NAT64_EVENT and self._on_event is not None:
+        elif message.kind == lib.NAT64_EVENT and self._on_event is not None:
             loop.call_soon(self._on_event)
-        elif news.kind == lib.NAT64_MAPPING and self._on_mapping is not None:
+        elif message.kind == lib.NAT64_MAPPING and self._on_mapping is not None:
             loop.call_soon(self._on_mapping, MAPPING_ENTRIES.read(data)[0])

@@ -61,7 +61,7 @@ static void configured(fwx_nat64_cmd_result_t *result) {
 
 /* Queues a reply to a query as a page, or ends the query with an error. Returns what the library's callback must
  * return. `head` has the numbers of the page. */
-static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, size_t entry_size) {
+static uint32_t take_page(void *ctx, const nat64_message_t *head, const void *data, size_t entry_size) {
     slot_t *slot = slot_find((uintptr_t)ctx);
     if (slot == NULL) return 1;
     const size_t size = head->count * entry_size;
@@ -69,7 +69,7 @@ static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, siz
     uint32_t code = has_code ? reply.result : 0;
     if (code == 0 && data == NULL) code = is_reply_to(slot) ? FWX_HOST_ERR_BAD_ANSWER : FWX_NAT64_ERR_AGAIN;
     if (code == 0 && fwx_host_smc_bytes_behind(data) < size) code = FWX_HOST_ERR_BAD_ANSWER;
-    nat64_news_t *page = code == 0 ? news_make(NAT64_PAGE, data, size) : NULL;
+    nat64_message_t *page = code == 0 ? message_make(NAT64_PAGE, data, size) : NULL;
     if (page == NULL) {
         slot_finish(slot, code == 0 ? FWX_NAT64_ERR_NOMEM : code);
         return 1;
@@ -79,7 +79,7 @@ static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, siz
     page->cookie = head->cookie;
     page->value2 = head->value2;
     page->count = head->count;
-    news_add(page);
+    message_add(page);
     if (page->more == 0) {
         slot_release(slot);
     } else if (slot->timeout_ms != 0) {
@@ -89,57 +89,58 @@ static uint32_t paged(void *ctx, const nat64_news_t *head, const void *data, siz
 }
 
 static uint32_t system_stats(void *ctx, uint32_t more, void *data) {
-    const nat64_news_t head = {.more = more, .count = data != NULL};
+    const nat64_message_t head = {.more = more, .count = data != NULL};
     const size_t behind = data == NULL ? 0 : fwx_host_smc_bytes_behind(data); /* the record's size depends on `sel` */
     uint64_t magic = 0;
     if (behind >= sizeof(fwx_nat64_config_page_t)) memcpy(&magic, data, sizeof magic);
     const int is_whole = magic == FWX_NAT64_CONFIG_MAGIC || behind >= sizeof(fwx_nat64_stats_sys_entry_t);
-    return paged(ctx, &head, data, is_whole ? behind : SIZE_MAX);
+    return take_page(ctx, &head, data, is_whole ? behind : SIZE_MAX);
 }
 static uint32_t interface_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
-    return paged(ctx, &(nat64_news_t){.more = more, .count = count}, data, sizeof(fwx_nat64_stats_intf_entry_t));
+    return take_page(ctx, &(nat64_message_t){.more = more, .count = count}, data, sizeof(fwx_nat64_stats_intf_entry_t));
 }
 static uint32_t limit_stats(void *ctx, uint32_t more, uint32_t count, void *data) {
-    return paged(ctx, &(nat64_news_t){.more = more, .count = count}, data, sizeof(fwx_nat64_stats_limit_entry_t));
+    return take_page(ctx, &(nat64_message_t){.more = more, .count = count}, data,
+                     sizeof(fwx_nat64_stats_limit_entry_t));
 }
 static uint32_t pool_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
-    const nat64_news_t head = {.more = more, .cookie = cookie, .count = count};
-    return paged(ctx, &head, data, sizeof(fwx_nat64_stats_pool_entry_t));
+    const nat64_message_t head = {.more = more, .cookie = cookie, .count = count};
+    return take_page(ctx, &head, data, sizeof(fwx_nat64_stats_pool_entry_t));
 }
 static uint32_t mapping_stats(void *ctx, uint32_t more, uint64_t cookie, uint32_t count, void *data) {
-    const nat64_news_t head = {.more = more, .cookie = cookie, .count = count};
+    const nat64_message_t head = {.more = more, .cookie = cookie, .count = count};
     const int is_unsolicited = ctx == NULL && data != NULL;
-    if (!is_unsolicited) return paged(ctx, &head, data, sizeof(fwx_nat64_stats_mapping_entry_t));
-    nat64_news_t *news = news_make(NAT64_MAPPING, data, sizeof(fwx_nat64_stats_mapping_entry_t));
-    if (news != NULL) news_add(news);
+    if (!is_unsolicited) return take_page(ctx, &head, data, sizeof(fwx_nat64_stats_mapping_entry_t));
+    nat64_message_t *message = message_make(NAT64_MAPPING, data, sizeof(fwx_nat64_stats_mapping_entry_t));
+    if (message != NULL) message_add(message);
     return 0;
 }
 uint32_t callbacks_walk(void *ctx, uint32_t count, void *data, uint64_t cookie, uint32_t value2, uint32_t status) {
-    const nat64_news_t head = {
+    const nat64_message_t head = {
         .more = status == FWX_NAT64_WALK_MORE, .cookie = cookie, .value2 = value2, .count = count};
     const int is_full = value2 == FWX_NAT64_WALK_FULL;
-    return paged(ctx, &head, data, is_full ? sizeof(fwx_nat64_session_full_t) : sizeof(fwx_nat64_session_t));
+    return take_page(ctx, &head, data, is_full ? sizeof(fwx_nat64_session_full_t) : sizeof(fwx_nat64_session_t));
 }
 
 /* --- Unsolicited messages and flow control --- */
 
 static void record_noted(uint32_t op, const void *record) {
-    nat64_news_t *news = news_make(NAT64_RECORD, record, 3 * sizeof(uint32_t));
-    if (news == NULL) return;
-    news->more = op;
-    news_add(news);
+    nat64_message_t *message = message_make(NAT64_RECORD, record, 3 * sizeof(uint32_t));
+    if (message == NULL) return;
+    message->more = op;
+    message_add(message);
 }
 static void event_noted(void) {
-    nat64_news_t *news = news_make(NAT64_EVENT, NULL, 0);
-    if (news != NULL) news_add(news);
+    nat64_message_t *message = message_make(NAT64_EVENT, NULL, 0);
+    if (message != NULL) message_add(message);
 }
 void callbacks_throttle(uint32_t may_send, void *ctx) {
     (void)ctx;
     callbacks_throttled = may_send == 0;
-    nat64_news_t *news = news_make(NAT64_THROTTLE, NULL, 0);
-    if (news == NULL) return;
-    news->more = may_send;
-    news_add(news);
+    nat64_message_t *message = message_make(NAT64_THROTTLE, NULL, 0);
+    if (message == NULL) return;
+    message->more = may_send;
+    message_add(message);
 }
 
 void callbacks_tap(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {

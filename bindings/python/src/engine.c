@@ -60,8 +60,8 @@ void nat64_close(void) {
     slots_each(release_each, NULL);
     slots_take_results();
     callbacks_throttled = 0;
-    for (nat64_news_t *news = nat64_news_take(); news != NULL; news = nat64_news_take()) {
-        nat64_news_free(news);
+    for (nat64_message_t *message = nat64_message_take(); message != NULL; message = nat64_message_take()) {
+        nat64_message_free(message);
     }
     fwx_host_loop_run_until_idle(bound_loop); /* returns the transmit buffers */
     fwx_mapt_plu_cleanup();
@@ -69,7 +69,7 @@ void nat64_close(void) {
     fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, NULL);
 }
 
-static void cut_off(slot_t *slot, void *arg) {
+static void end_disconnected(slot_t *slot, void *arg) {
     (void)arg;
     callbacks_drop_pending(slot);
     slot_finish(slot, FWX_HOST_ERR_CHANNEL_DOWN);
@@ -77,13 +77,13 @@ static void cut_off(slot_t *slot, void *arg) {
 
 /* Ends the outstanding commands if the channel is gone, because no answer can arrive. Commands that the server had not
  * taken end first, with their own code, when the loop runs. */
-static void end_cut_off(void) {
+static void end_if_disconnected(void) {
     const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     if (info == NULL || info->connected != 0) return;
     if (callbacks_throttled) callbacks_throttle(1, NULL); /* a new channel is empty */
-    if (slots_under_way == 0) return;
+    if (slots_outstanding == 0) return;
     fwx_host_loop_run_until_idle(bound_loop);
-    slots_each(cut_off, NULL);
+    slots_each(end_disconnected, NULL);
 }
 
 static void end_if_late(slot_t *slot, void *now) {
@@ -115,7 +115,7 @@ static int64_t started(slot_t *slot, uint32_t code) {
 
 /* Takes a slot for a command that is about to be sent. */
 static slot_t *start(uint32_t timeout_ms) {
-    end_cut_off();
+    end_if_disconnected();
     slot_t *slot = slot_take(timeout_ms);
     if (slot != NULL) callbacks_starting = slot_number(slot);
     return slot;
@@ -194,16 +194,16 @@ void nat64_load_stop(nat64_load_t *load) {
 }
 
 /* Sends commands of a load until its window is full. Returns the number of commands sent or refused. */
-static uint32_t go_on(nat64_load_t *load) {
+static uint32_t send_more(nat64_load_t *load) {
     uint32_t count = 0;
-    for (; load->size != 0 && load->under_way < load->window; ++count) {
+    for (; load->size != 0 && load->outstanding < load->window; ++count) {
         const size_t size = nat64_command_size(load->commands, load->size);
         const int64_t number = nat64_send(load->commands, size, load->timeout_ms);
         if (number >= 0) {
             slot_t *slot = slot_at((uint32_t)number);
             slot->load = load;
             slot->index = load->sent;
-            ++load->under_way;
+            ++load->outstanding;
         } else {
             load->codes[load->sent] = (uint32_t)-number;
             --load->left;
@@ -213,7 +213,7 @@ static uint32_t go_on(nat64_load_t *load) {
         load->size = size == 0 ? 0 : load->size - size;
         if (number != -(int64_t)FWX_NAT64_ERR_AGAIN) continue;
         /* There is no server. The rest fails too, without a connection attempt for each command. */
-        for (; load->left > load->under_way; --load->left)
+        for (; load->left > load->outstanding; --load->left)
             load->codes[load->sent++] = FWX_NAT64_ERR_AGAIN;
         load->size = 0;
     }
@@ -228,7 +228,7 @@ int nat64_turn(fwx_host_loop_t *loop, nat64_results_t *taken) {
         calls = 0;
         for (nat64_load_t **link = &loads; *link != NULL;) {
             nat64_load_t *load = *link;
-            calls += go_on(load);
+            calls += send_more(load);
             if (load->left == 0) {
                 *link = load->next;
             } else {
@@ -237,7 +237,7 @@ int nat64_turn(fwx_host_loop_t *loop, nat64_results_t *taken) {
         }
         calls += fwx_host_loop_process(loop);
     }
-    end_cut_off();
+    end_if_disconnected();
     /* If the last pass did something, it may have made room for more of a load. */
     int timeout_ms = calls != 0 ? 0 : fwx_host_loop_next_timeout_ms(loop);
     const uint64_t now = fwx_host_clock_ms();

@@ -54,8 +54,8 @@ typedef struct nat64_load {
     uint32_t *codes;         /* result of each command */
     uint32_t sent;           /* commands sent, or refused at once */
     uint32_t left;           /* commands without a result */
-    uint32_t under_way;      /* commands sent and not answered */
-    uint32_t window;         /* limit of `under_way` */
+    uint32_t outstanding;    /* commands sent and not answered */
+    uint32_t window;         /* limit of `outstanding` */
     uint32_t timeout_ms;     /* time limit of each command */
 } nat64_load_t;
 void nat64_load_start(nat64_load_t *load);
@@ -80,8 +80,8 @@ int nat64_turn(fwx_host_loop_t *loop, nat64_results_t *results);
 enum { NAT64_PAGE, NAT64_RECORD, NAT64_EVENT, NAT64_MAPPING, NAT64_THROTTLE };
 
 /** A message for Python: a reply to a query, an unsolicited message of the server, or a change of flow control. */
-typedef struct nat64_news {
-    struct nat64_news *next;
+typedef struct nat64_message {
+    struct nat64_message *next;
     uint32_t kind;   /* NAT64_PAGE to NAT64_THROTTLE */
     uint64_t id;     /* page: id of its query */
     uint32_t code;   /* page: 0, or the error with which the query ended */
@@ -91,9 +91,9 @@ typedef struct nat64_news {
     uint32_t count;  /* entries in `data` */
     size_t size;     /* bytes of `data` */
     char data[];
-} nat64_news_t;
-/** Returns the oldest message and removes it from the queue, or null. Free it with nat64_news_free. */
-nat64_news_t *nat64_news_take(void);
-void nat64_news_free(nat64_news_t *news);
+} nat64_message_t;
+/** Returns the oldest message and removes it from the queue, or null. Free it with nat64_message_free. */
+nat64_message_t *nat64_message_take(void);
+void nat64_message_free(nat64_message_t *message);
 
 #endif

@@ -8,13 +8,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-uint32_t slots_under_way;
+uint32_t slots_outstanding;
 uint64_t slots_next_deadline = SLOT_NO_DEADLINE;
 
 static slot_t *slots;
 static uint32_t count, first_free; /* numbers begin at 1, so that a context is never null */
 static nat64_results_t results;
-static nat64_news_t *oldest_news, *latest_news;
+static nat64_message_t *oldest_message, *latest_message;
 
 uint32_t slot_number(const slot_t *slot) {
     return (uint32_t)(slot - slots);
@@ -36,12 +36,12 @@ slot_t *slot_find(uint64_t id) {
     const uint32_t number = (uint32_t)id;
     if (number == 0 || number >= count) return NULL;
     slot_t *slot = slots + number;
-    return slot->is_under_way && slot_id(slot) == id ? slot : NULL;
+    return slot->is_outstanding && slot_id(slot) == id ? slot : NULL;
 }
 
 void slots_each(void (*use)(slot_t *slot, void *arg), void *arg) {
     for (uint32_t i = 1; i < count; ++i) {
-        if (slots[i].is_under_way) use(slots + i, arg);
+        if (slots[i].is_outstanding) use(slots + i, arg);
     }
 }
 
@@ -75,22 +75,22 @@ slot_t *slot_take(uint32_t timeout_ms) {
     if (first_free == 0 && !grow()) return NULL;
     slot_t *slot = slots + first_free;
     first_free = slot->next_free;
-    slot->is_under_way = 1;
+    slot->is_outstanding = 1;
     slot->wire_ctx = 0;
     slot->load = NULL;
     slot->is_query = slot->rule_op = 0;
     slot->timeout_ms = timeout_ms;
     slot->deadline = timeout_ms == 0 ? SLOT_NO_DEADLINE : fwx_host_clock_ms() + timeout_ms;
     if (slot->deadline < slots_next_deadline) slots_next_deadline = slot->deadline;
-    ++slots_under_way;
+    ++slots_outstanding;
     return slot;
 }
 
 /* Ends the command of a slot without freeing the slot. */
 static void retire(slot_t *slot) {
-    slot->is_under_way = 0;
+    slot->is_outstanding = 0;
     slot->generation = (slot->generation + 1) & INT32_MAX;
-    --slots_under_way;
+    --slots_outstanding;
 }
 
 void slot_release(slot_t *slot) {
@@ -99,20 +99,20 @@ void slot_release(slot_t *slot) {
 }
 
 static void finish_query(slot_t *slot, uint32_t code) {
-    nat64_news_t *page = news_make(NAT64_PAGE, NULL, 0);
+    nat64_message_t *page = message_make(NAT64_PAGE, NULL, 0);
     if (page == NULL) { /* memory is out: it counts as late from now on, so the next turn tries again */
         slot->deadline = slots_next_deadline = 0;
         return;
     }
     page->id = slot_id(slot);
     page->code = code;
-    news_add(page);
+    message_add(page);
     slot_release(slot);
 }
 
 static void finish_loaded(slot_t *slot, uint32_t code) {
     slot->load->codes[slot->index] = code;
-    --slot->load->under_way;
+    --slot->load->outstanding;
     --slot->load->left;
     slot_release(slot);
 }
@@ -150,28 +150,28 @@ nat64_results_t slots_take_results(void) {
     return taken;
 }
 
-nat64_news_t *news_make(uint32_t kind, const void *data, size_t size) {
-    nat64_news_t *news = calloc(1, sizeof *news + size);
-    if (news == NULL) return NULL;
-    news->kind = kind;
-    news->size = size;
-    if (size != 0) memcpy(news->data, data, size);
-    return news;
+nat64_message_t *message_make(uint32_t kind, const void *data, size_t size) {
+    nat64_message_t *message = calloc(1, sizeof *message + size);
+    if (message == NULL) return NULL;
+    message->kind = kind;
+    message->size = size;
+    if (size != 0) memcpy(message->data, data, size);
+    return message;
 }
 
-void news_add(nat64_news_t *news) {
-    if (oldest_news == NULL) oldest_news = news;
-    if (latest_news != NULL) latest_news->next = news;
-    latest_news = news;
+void message_add(nat64_message_t *message) {
+    if (oldest_message == NULL) oldest_message = message;
+    if (latest_message != NULL) latest_message->next = message;
+    latest_message = message;
 }
 
-nat64_news_t *nat64_news_take(void) {
-    nat64_news_t *news = oldest_news;
-    if (news != NULL) oldest_news = news->next;
-    if (oldest_news == NULL) latest_news = NULL;
-    return news;
+nat64_message_t *nat64_message_take(void) {
+    nat64_message_t *message = oldest_message;
+    if (message != NULL) oldest_message = message->next;
+    if (oldest_message == NULL) latest_message = NULL;
+    return message;
 }
 
-void nat64_news_free(nat64_news_t *news) {
-    free(news);
+void nat64_message_free(nat64_message_t *message) {
+    free(message);
 }

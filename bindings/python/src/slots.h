@@ -14,13 +14,13 @@ typedef struct {
     uint32_t generation; /* changes whenever the command ends */
     uint32_t next_free;
     uint32_t timeout_ms;
-    uint32_t is_under_way;
+    uint32_t is_outstanding;
     uint32_t is_query;
     uint32_t rule_op; /* operation of `rule`; 0 unless it is a command for a basic mapping rule */
     fwx_nat64_mapt_bmr_t rule;
 } slot_t;
 
-extern uint32_t slots_under_way;
+extern uint32_t slots_outstanding;
 extern uint64_t slots_next_deadline; /* no slot has an earlier one */
 
 /** Takes a slot for a new command; null if memory is out. The call may move all slots, so pointers to them become
@@ -47,8 +47,8 @@ void slots_each(void (*use)(slot_t *slot, void *arg), void *arg);
 nat64_results_t slots_take_results(void);
 
 /** Makes a message with a copy of `data`; null if memory is out. */
-nat64_news_t *news_make(uint32_t kind, const void *data, size_t size);
-/** Appends a message to the queue, which owns it until nat64_news_take. */
-void news_add(nat64_news_t *news);
+nat64_message_t *message_make(uint32_t kind, const void *data, size_t size);
+/** Appends a message to the queue, which owns it until nat64_message_take. */
+void message_add(nat64_message_t *message);
 
 #endif
