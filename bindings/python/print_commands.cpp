@@ -228,10 +228,10 @@ constexpr struct {
     const char *name;
     const char *of;
 } entries[] = {
-    {"stats_sys_reply", "Totals", "How many the server holds of each kind."},
-    {"stats_sys_counts_reply", "Counts", "What the server has counted."},
-    {"stats_sys_boot_reply", "Boot", "Which run of the server it is, and how often its configuration has changed."},
-    {"stats_sys_system_reply", "System", "How many the server holds of each kind, and what it has refused."},
+    {"stats_sys_reply", "Totals", "Number of items of each kind that the server holds."},
+    {"stats_sys_counts_reply", "Counts", "Counters of the server since its start."},
+    {"stats_sys_boot_reply", "Boot", "Random id of this run of the server, and number of its configuration changes."},
+    {"stats_sys_system_reply", "System", "Number of items of each kind, and of refused messages for each reason."},
     {"stats_intf_reply", "Interface", "An interface."},
     {"stats_pool_all_reply", "Pool", "An address pool and its use."},
     {"stats_mapping_all_reply", "Mapping", "A mapping and its use."},
@@ -276,7 +276,7 @@ void print_entry(const wire_message_t &message, const char *name, const char *of
 
 int main() {
     std::printf(
-        "\"\"\"Commands and what queries bring, printed from the tables of the library's tree.\"\"\"\n\n"
+        "\"\"\"The commands, and the entries of queries. Generated from the tables in the library's tree.\"\"\"\n\n"
         "from __future__ import annotations\n\n"
         "from ipaddress import IPv4Address, IPv6Address\nfrom typing import Generic, NamedTuple, TypeVar\n\n"
         "from ._values import (\n    Address, Address4, Entries, Named, Prefix4, Prefix6, Seconds, Timeout,\n"
@@ -295,8 +295,8 @@ int main() {
     }
     std::printf(
         "\n\nclass Commands(Generic[Sent]):\n"
-        "    \"\"\"Every command that configures the service. What a method returns depends on where it sends "
-        "to.\"\"\"\n\n"
+        "    \"\"\"The commands that configure the service. A Client sends each and returns a future; a Batch keeps "
+        "it.\"\"\"\n\n"
         "    def _send(self, command: bytes, timeout: Timeout | None) -> Sent:\n        raise "
         "NotImplementedError\n%s\n\n",
         methods.c_str());

@@ -94,7 +94,7 @@ class Sessions(Generic[Entry]):
                 self._is_whole = page.cookie == 0
             if page.value2 != self._walk_arg:
                 self.close()
-                raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server shows its sessions in another way")
+                raise Error(lib.FWX_HOST_ERR_BAD_ANSWER, "the server sends its sessions in another format")
             if found := self._entries.read(page.data):
                 return found
             if page.more:
