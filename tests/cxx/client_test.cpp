@@ -39,7 +39,7 @@ TEST_F(cxx_client_test_t, a_command_gives_the_servers_verdict_and_its_text) {
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_client_test_t, a_rules_verdict_is_the_servers_and_not_that_of_the_rule_table) {
+TEST_F(cxx_client_test_t, the_verdict_on_a_rule_is_the_servers_and_not_the_rule_tables) {
     const auto add = [](nat64::client &c, uint32_t id) -> nat64::task<nat64::rule_result> {
         co_return co_await c.mapt_bmr_add(a_rule(id));
     };
@@ -49,7 +49,7 @@ TEST_F(cxx_client_test_t, a_rules_verdict_is_the_servers_and_not_that_of_the_rul
     model->fail_next(99, 1);
     const nat64::rule_result refused = run(add(*client, 8));
     EXPECT_EQ(refused.code(), 99u);
-    EXPECT_EQ(refused.table, nat64::nat64_error(0)) << "the library installs it";
+    EXPECT_EQ(refused.table, nat64::nat64_error(0)) << "the library installs a refused rule";
     model->order_cleanup(true);
     const auto del = [](nat64::client &c) -> nat64::task<nat64::rule_result> {
         co_return co_await c.mapt_bmr_del(a_rule(7));
@@ -57,7 +57,7 @@ TEST_F(cxx_client_test_t, a_rules_verdict_is_the_servers_and_not_that_of_the_rul
     EXPECT_TRUE(run(del(*client)).orders_cleanup);
 }
 
-TEST_F(cxx_client_test_t, a_program_in_c_reads_the_servers_verdict_on_a_rule_while_it_is_told_the_tables) {
+TEST_F(cxx_client_test_t, a_callback_can_read_the_servers_verdict_on_a_rule_in_c) {
     std::string verdicts;
     const auto read = [&verdicts](const auto &) {
         size_t size = 0;
@@ -79,14 +79,14 @@ TEST_F(cxx_client_test_t, a_program_in_c_reads_the_servers_verdict_on_a_rule_whi
     EXPECT_EQ(fwx_nat64_mapt_verdict(nullptr, 0, &verdict, nullptr), 0);
 }
 
-TEST_F(cxx_client_test_t, codes_that_mean_later_are_told_from_refusals) {
+TEST_F(cxx_client_test_t, codes_after_which_a_retry_helps_are_distinguished_from_refusals) {
     for (const uint32_t code : {0x4030020bu, 0x4030020cu, 0xa030060cu, 12u})
         EXPECT_TRUE(fwx_nat64_may_retry(code)) << code;
     for (const uint32_t code : {0u, 17u, 22u, 0x4030020du, 0x40300216u, 0xa0300611u, 0x6004u})
         EXPECT_FALSE(fwx_nat64_may_retry(code)) << code;
 }
 
-TEST_F(cxx_client_test_t, without_an_adapter_a_rules_verdict_is_the_rule_tables) {
+TEST_F(cxx_client_test_t, without_an_adapter_the_verdict_on_a_rule_is_the_rule_tables) {
     client.reset();
     fwx_mapt_plu_cleanup();
     client.emplace("test", loop.get());
@@ -98,7 +98,7 @@ TEST_F(cxx_client_test_t, without_an_adapter_a_rules_verdict_is_the_rule_tables)
     EXPECT_TRUE(got && !got.has_verdict);
 }
 
-TEST_F(cxx_client_test_t, a_command_that_is_not_answered_in_time_ends_and_its_late_answer_is_nobodys) {
+TEST_F(cxx_client_test_t, an_unanswered_command_ends_at_its_deadline_and_its_late_answer_is_ignored) {
     model->hold();
     nat64::task<> slow = keep(client->pool_add(a_pool(1)).within(50ms));
     client->deadline_set(80ms);
@@ -122,7 +122,7 @@ TEST_F(cxx_client_test_t, a_command_that_is_not_answered_in_time_ends_and_its_la
     EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_, nat64::nat64_error(0)}));
 }
 
-TEST_F(cxx_client_test_t, without_timers_deadlines_are_looked_at_when_the_program_says_so) {
+TEST_F(cxx_client_test_t, without_timers_deadlines_are_checked_when_the_program_calls_expire) {
     client.reset();
     client.emplace("test", loop.get(), nat64::handlers{}, nat64::adapter{.now_ms = fwx_host_clock_ms});
     pump();
@@ -137,7 +137,7 @@ TEST_F(cxx_client_test_t, without_timers_deadlines_are_looked_at_when_the_progra
     model->release(fwx_nat64_model_order_t::in_order);
 }
 
-TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_tells_its_result) {
+TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_reports_its_result) {
     std::vector<size_t> order;
     size_t most = 0;
     const auto many = [&](nat64::client &c) -> nat64::task<nat64::all_result> {
@@ -158,7 +158,7 @@ TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_tells_its_
     const nat64::all_result sum = task.get();
     EXPECT_EQ(sum.failed, 4u);
     EXPECT_EQ(sum.first_error, nat64::nat64_error(FWX_NAT64_ERR_INVALID));
-    EXPECT_EQ(most, 7u) << "beside the one that has just been answered";
+    EXPECT_EQ(most, 7u) << "the command that was just answered no longer counts";
     std::sort(order.begin(), order.end());
     for (size_t i = 0; i < 40; ++i)
         EXPECT_EQ(order.at(i), i);
@@ -173,7 +173,7 @@ TEST_F(cxx_client_test_t, commands_of_several_kinds_are_awaited_together) {
     EXPECT_TRUE(run(both(*client)));
 }
 
-TEST_F(cxx_client_test_t, a_callback_is_called_once_and_for_a_command_that_was_not_sent_never) {
+TEST_F(cxx_client_test_t, a_callback_is_called_once_but_never_for_a_command_that_was_not_sent) {
     std::vector<uint32_t> codes;
     const auto note = [&codes, alive = std::make_shared<int>()](const nat64::result &got) {
         codes.push_back(got.code());
@@ -189,8 +189,7 @@ TEST_F(cxx_client_test_t, a_callback_is_called_once_and_for_a_command_that_was_n
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_client_test_t,
-       what_a_server_took_and_did_not_answer_ends_with_its_channel_and_the_next_command_opens_another) {
+TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next_command_opens_another_one) {
     std::string heard;
     client.reset();
     client.emplace("test", loop.get(),
@@ -221,7 +220,7 @@ TEST_F(cxx_client_test_t,
     EXPECT_EQ(ends_.back(), nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
 }
 
-TEST_F(cxx_client_test_t, who_waits_for_room_goes_on_when_there_is_room_or_no_channel_any_more) {
+TEST_F(cxx_client_test_t, a_wait_for_room_ends_when_there_is_room_or_the_channel_is_gone) {
     for (const bool dies : {false, true}) {
         model->pause_set(true);
         size_t sent = 0;
@@ -249,7 +248,7 @@ TEST_F(cxx_client_test_t, who_waits_for_room_goes_on_when_there_is_room_or_no_ch
     model->pause_set(false);
 }
 
-TEST_F(cxx_client_test_t, what_comes_unasked_reaches_its_handler) {
+TEST_F(cxx_client_test_t, unsolicited_messages_reach_their_handlers) {
     std::string heard;
     client.reset();
     client.emplace(
@@ -274,7 +273,7 @@ TEST_F(cxx_client_test_t, what_comes_unasked_reaches_its_handler) {
     EXPECT_EQ(heard, "13 42event ");
 }
 
-TEST_F(cxx_client_test_t, what_comes_unasked_can_be_awaited_until_the_client_ends) {
+TEST_F(cxx_client_test_t, unsolicited_messages_can_be_awaited_until_the_client_ends) {
     using kind_t = nat64::notification_kind;
     std::string told;
     const auto listen = [](nat64::client &c, std::string &into, bool &has_ended) -> nat64::task<> {
@@ -329,7 +328,7 @@ TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone)
         run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(1)); }(*client)));
 }
 
-TEST_F(cxx_client_test_t, a_client_without_a_server_says_so_and_leaves_nothing) {
+TEST_F(cxx_client_test_t, a_client_without_a_server_reports_it_and_leaves_nothing) {
     client.reset();
     model.reset();
     pump();
@@ -339,7 +338,7 @@ TEST_F(cxx_client_test_t, a_client_without_a_server_says_so_and_leaves_nothing) 
     EXPECT_FALSE(client->is_open());
 }
 
-TEST_F(cxx_client_test_t, a_task_keeps_what_it_throws_for_who_awaits_it) {
+TEST_F(cxx_client_test_t, a_task_keeps_its_exception_for_the_coroutine_that_awaits_it) {
     const auto inner = [](nat64::client &c) -> nat64::task<int> {
         co_await c.pool_add(a_pool(1));
         throw std::runtime_error("thrown");
@@ -356,7 +355,7 @@ TEST_F(cxx_client_test_t, a_task_keeps_what_it_throws_for_who_awaits_it) {
 }
 
 TEST_F(cxx_client_test_t,
-       a_rule_that_the_table_keeps_from_a_server_that_restarted_is_no_success_until_it_is_forgotten) {
+       an_add_of_a_rule_that_the_table_still_has_after_a_server_restart_fails_until_it_is_forgotten) {
     const auto add = [](nat64::client &c) -> nat64::task<nat64::rule_result> {
         co_return co_await c.mapt_bmr_add(a_rule(7));
     };
@@ -366,7 +365,7 @@ TEST_F(cxx_client_test_t,
     make_model();
     const nat64::rule_result stale = run(add(*client));
     EXPECT_FALSE(stale);
-    EXPECT_EQ(stale.error, nat64::nat64_error(0)) << "the server has it";
+    EXPECT_EQ(stale.error, nat64::nat64_error(0)) << "the server has carried it out";
     EXPECT_EQ(stale.first_error(), nat64::nat64_error(FWX_NAT64_ERR_EXISTS));
     const auto both = [](nat64::client &c) -> nat64::task<nat64::all_result> {
         co_return co_await nat64::when_all(1, 1, [&](size_t) { return c.mapt_bmr_add(a_rule(8)); });
@@ -399,11 +398,11 @@ nat64::result fill_up(nat64::client &client, bool &was_throttled) {
 
 }  // namespace
 
-TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_the_channel_fill_up_and_what_is_awaited_waits_for_room) {
+TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_a_full_channel_and_awaited_commands_wait_for_room) {
     model->pause_set(true);
     bool was_throttled = false;
     const nat64::result refused = fill_up(*client, was_throttled);
-    EXPECT_TRUE(was_throttled) << "without a turn of the loop";
+    EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
     EXPECT_EQ(refused.error, nat64::client_errc::no_room);
     EXPECT_FALSE(refused.was_sent);
     std::vector<std::string> ended;
@@ -437,7 +436,7 @@ TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_the_channel_fill_up_and_wh
         each->start();
     fwx_host_clock_turn(50);
     pump();
-    EXPECT_EQ(ends_, std::vector({timed_out_})) << "while it waited";
+    EXPECT_EQ(ends_, std::vector({timed_out_})) << "the deadline passed while it waited for room";
     EXPECT_TRUE(ended.empty());
     { const nat64::task<> gone = std::move(dropped); }
     model->pause_set(false);
@@ -449,7 +448,7 @@ TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_the_channel_fill_up_and_wh
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_client_test_t, what_waits_for_room_ends_with_the_client) {
+TEST_F(cxx_client_test_t, commands_that_wait_for_room_end_with_the_client) {
     model->pause_set(true);
     bool was_throttled = false;
     fill_up(*client, was_throttled);
@@ -467,7 +466,7 @@ TEST_F(cxx_client_test_t, what_waits_for_room_ends_with_the_client) {
     model->pause_set(false);
 }
 
-TEST_F(cxx_client_test_t, what_a_function_throws_reaches_who_awaits_whether_it_is_called_at_once_or_from_the_loop) {
+TEST_F(cxx_client_test_t, an_exception_reaches_the_awaiting_coroutine_from_a_call_at_once_and_from_the_loop) {
     const auto thrower = [](size_t at) {
         return [at](size_t index, const nat64::result &) {
             if (index == at) throw std::runtime_error("thrown");
@@ -502,7 +501,7 @@ TEST_F(cxx_client_test_t, what_a_function_throws_reaches_who_awaits_whether_it_i
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_client_test_t, what_a_function_throws_when_it_is_called_again_for_room_reaches_who_awaits_several) {
+TEST_F(cxx_client_test_t, an_exception_of_a_send_that_is_repeated_for_room_reaches_the_coroutine_that_awaits_several) {
     model->pause_set(true);
     bool was_throttled = false;
     fill_up(*client, was_throttled);
@@ -522,7 +521,7 @@ TEST_F(cxx_client_test_t, what_a_function_throws_when_it_is_called_again_for_roo
     EXPECT_EQ(client->outstanding(), 0U);
 }
 
-TEST_F(cxx_client_test_t, what_callbacks_handlers_and_tasks_that_nobody_awaits_throw_reaches_the_handler) {
+TEST_F(cxx_client_test_t, exceptions_of_callbacks_handlers_and_unawaited_tasks_reach_the_handler) {
     std::string heard;
     const auto hear = [&](const std::exception_ptr &what) {
         try {
@@ -553,7 +552,7 @@ TEST_F(cxx_client_test_t, what_callbacks_handlers_and_tasks_that_nobody_awaits_t
         forgotten.start();
         pump();
     }
-    EXPECT_THROW(run(thrower(*client)), std::runtime_error) << "which is heard, and not told again";
+    EXPECT_THROW(run(thrower(*client)), std::runtime_error) << "an awaited error does not reach the handler";
     EXPECT_EQ(heard, "callback page ended event task ");
 }
 

@@ -134,7 +134,7 @@ INSTANTIATE_TEST_SUITE_P(of, cxx_destruction_test_t,
                                          victim_t::client_in_callback, victim_t::client_by_itself),
                          victim_name);
 
-TEST_F(cxx_fixture_t, a_coroutine_that_waits_for_room_can_be_destroyed_and_a_client_that_ends_lets_it_go) {
+TEST_F(cxx_fixture_t, a_coroutine_that_waits_for_room_can_be_destroyed_and_goes_on_when_the_client_ends) {
     for (const bool client_ends : {false, true}) {
         if (!client) client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
         pump();

@@ -89,7 +89,7 @@ TEST_F(cxx_query_test_t, single_records_and_the_other_lists_come_with_their_valu
     run(look(*client));
 }
 
-TEST_F(cxx_query_test_t, a_walk_hands_over_page_by_page_also_what_came_while_nobody_waited) {
+TEST_F(cxx_query_test_t, a_walk_gives_every_page_even_those_that_came_while_nobody_waited) {
     add_pools(1);
     model->sessions_generate(1000);
     const auto walk = [](nat64::client &c, bool is_slow) -> nat64::task<size_t> {
@@ -115,11 +115,11 @@ TEST_F(cxx_query_test_t, a_walk_hands_over_page_by_page_also_what_came_while_nob
         const auto page = co_await sessions.next();
         co_return page.size();
     };
-    EXPECT_EQ(run(short_form(*client)), 100u) << "and is dropped behind its first page";
+    EXPECT_EQ(run(short_form(*client)), 100u) << "the walk is dropped after its first page";
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_query_test_t, walks_beyond_those_that_the_server_answers_at_once_wait_until_others_end) {
+TEST_F(cxx_query_test_t, walks_beyond_the_servers_limit_wait_until_others_end) {
     model->sessions_generate(300);
     size_t whole = 0;
     const auto walk = [](nat64::client &c, size_t &count) -> nat64::task<> {
@@ -233,7 +233,7 @@ TEST_F(cxx_query_test_t, a_configuration_that_changes_while_it_is_read_is_read_a
     EXPECT_EQ(items, 2500u);
 }
 
-TEST_F(cxx_query_test_t, a_list_that_a_server_tells_untruths_about_ends_with_what_is_wrong) {
+TEST_F(cxx_query_test_t, a_list_with_wrong_replies_ends_with_the_matching_error) {
     client.reset();
     model.reset();
     pump();

@@ -208,7 +208,7 @@ TEST(cxx_record_test, every_member_sends_the_bytes_of_its_c_function) {
     fwx_host_loop_destroy(loop);
 }
 
-TEST(cxx_record_test, texts_that_are_no_addresses_or_prefixes_are_refused) {
+TEST(cxx_record_test, text_that_is_not_an_address_or_prefix_is_refused) {
     for (const char *bad : {"", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.04", "1.2.3.4 ", "a.2.3.4", "1..3.4"}) {
         EXPECT_FALSE(nat64::ipv4_address::parse(bad)) << bad;
     }

@@ -99,7 +99,7 @@ async def test_a_rule_is_installed_again_when_a_new_server_has_it_under_another_
         client.close()
 
 
-async def test_without_an_answer_in_time_a_command_is_late_and_its_answer_is_nobodys(clock):
+async def test_an_unanswered_command_times_out_and_its_late_answer_is_ignored(clock):
     async with Client(timeout=2) as client:
         client.model.hold()
         late, patient, endless = (
@@ -170,7 +170,7 @@ async def test_commands_end_with_the_server_that_had_them():
             pass
 
 
-async def test_what_is_under_way_when_the_client_ends_is_not_ready():
+async def test_outstanding_commands_fail_as_not_bound_when_the_client_ends():
     async with Client() as client:
         client.model.hold()
         futures = [client.timeout_set(**UDP), asyncio.ensure_future(client.stats_pools())]
@@ -191,7 +191,7 @@ async def test_what_is_under_way_when_the_client_ends_is_not_ready():
 
 
 @pytest.mark.parametrize("timeout", [0, -1, math.nan, "5", True, [5], timedelta(0)])
-async def test_a_timeout_that_is_none_is_refused_with_what_it_must_be(timeout):
+async def test_an_invalid_timeout_is_refused_with_the_allowed_values(timeout):
     with pytest.raises(ValueError, match="must be more than 0 seconds, a number or a timedelta"):
         Client(timeout=timeout)
     async with Client(timeout=timedelta(seconds=3)) as client:
@@ -200,7 +200,7 @@ async def test_a_timeout_that_is_none_is_refused_with_what_it_must_be(timeout):
         await client.timeout_set(**UDP, timeout=timedelta(milliseconds=1500))
 
 
-async def test_another_thread_is_refused_and_its_garbage_is_handed_over():
+async def test_another_thread_may_not_call_but_its_garbage_collector_may_end_a_query():
     async with Client() as client:
         client.model.hold()
         query = client.stats_pools()
@@ -269,7 +269,7 @@ async def test_a_batch_is_loaded_through_a_window():
         assert [type(error) for error in failed.value.failures.values()] == [Unreachable] * 4
 
 
-async def test_the_channel_says_when_it_is_full_and_when_it_has_room():
+async def test_the_client_knows_when_the_channel_is_full_and_when_it_has_room():
     async with Client(timeout=math.inf) as client:
         client.model.pause(True)
         futures = []
@@ -285,7 +285,7 @@ async def test_the_channel_says_when_it_is_full_and_when_it_has_room():
         await asyncio.gather(*futures)
 
 
-async def test_what_the_server_sends_unasked_reaches_its_handler():
+async def test_unsolicited_messages_reach_their_handlers():
     heard = []
     handlers = dict(
         on_record=lambda operation, words: heard.append((operation, words)),

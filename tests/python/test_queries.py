@@ -119,7 +119,7 @@ async def test_a_walk_that_is_left_ends_and_takes_no_more_from_the_server():
         await client.timeout_set(type=1, value=1)
 
 
-async def test_a_model_is_restored_from_what_another_has_saved():
+async def test_a_model_is_restored_from_the_saved_state_of_another():
     async with Client() as client:
         await with_sessions(client, 0)
         await client.mapt_bmr_add(rule_id=1, domain_id=2, v6_prefix="2001:db8::/32", v4_prefix="192.0.2.0/24")

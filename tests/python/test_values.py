@@ -7,8 +7,7 @@ import pytest
 
 from fwx_nat64 import Batch
 
-A = "c0000201"  # 192.0.2.1 in network order
-HOST_A = "010200c0"  # in host order
+HOST_A = "010200c0"  # 192.0.2.1 in host order
 IP4 = "00000000" + HOST_A + "00" * 12
 IP6 = "01000000" + "20010db8000000000000000000000001"
 PREFIX = "20010db8" + "00" * 8 + "000000" + "60"
@@ -106,7 +105,7 @@ def test_a_command_packs_its_record(method, values, operation, record):
         ("settings_set", dict(opaque=b"short"), "opaque b'short': must be 16 bytes"),
     ],
 )
-def test_a_value_that_cannot_be_is_named_with_what_is_allowed(method, values, error):
+def test_an_invalid_value_is_named_with_the_allowed_values(method, values, error):
     batch = Batch()
     with pytest.raises(ValueError, match=error):
         getattr(batch, method)(**values)
