@@ -448,7 +448,7 @@ TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_a_full_channel_and_awaited
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_client_test_t, commands_that_wait_for_room_end_with_the_client) {
+TEST_F(cxx_client_test_t, commands_and_lists_that_wait_for_room_end_with_the_client_and_were_not_sent) {
     model->pause_set(true);
     bool was_throttled = false;
     fill_up(*client, was_throttled);
@@ -459,9 +459,14 @@ TEST_F(cxx_client_test_t, commands_that_wait_for_room_end_with_the_client) {
         EXPECT_EQ(sum.failed, 3u);
     }(*client);
     window.start();
+    nat64::task<> list = [](nat64::client &c) -> nat64::task<> {
+        const auto pools = co_await c.stats_pools();
+        EXPECT_TRUE(pools.error && !pools.was_sent);
+    }(*client);
+    list.start();
     client->close();
     EXPECT_EQ(ends_, std::vector({not_ready_}));
-    EXPECT_TRUE(window.done());
+    EXPECT_TRUE(window.done() && list.done());
     EXPECT_FALSE(client->is_open());
     model->pause_set(false);
 }

@@ -157,13 +157,28 @@ TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
     add_pools(4);
     model->reply_limit_set(2 * sizeof(fwx_nat64_stats_pool_entry_t));
     client->deadline_set(50ms);
+    const auto count = [](nat64::client &c) -> nat64::task<size_t> {
+        const auto pools = co_await c.stats_pools();
+        co_return pools ? pools.entries.size() : 0;
+    };
+    model->delay_set(40);
+    nat64::task<size_t> slow = count(*client);
+    slow.start();
+    uint64_t now_ms = 0;
+    for (; !slow.done() && now_ms < 1000; fwx_host_clock_turn(now_ms += 10)) {
+        pump();
+    }
+    EXPECT_GT(now_ms, 50U);
+    ASSERT_TRUE(slow.done());
+    EXPECT_EQ(slow.get(), 4U);
+    model->delay_set(0);
     model->hold();
     std::error_code ended;
     const auto whole = [&](nat64::client &c) -> nat64::task<> { ended = (co_await c.stats_pools()).error; };
     nat64::task<> task = whole(*client);
     task.start();
     pump();
-    fwx_host_clock_turn(50);
+    fwx_host_clock_turn(now_ms + 50);
     pump();
     EXPECT_EQ(ended, std::make_error_code(std::errc::timed_out));
     model->release(fwx_nat64_model_order_t::in_order);

@@ -484,10 +484,10 @@ private:
     }
     void set_throttled(bool is_on) {
         if (!is_on) is_full_ = false;
-        const bool is_news = is_throttled_ != is_on;
+        const bool has_changed = is_throttled_ != is_on;
         is_throttled_ = is_on;
         const life_t life(*this);
-        if (is_news) tell(&handlers::flow, !is_on);
+        if (has_changed) tell(&handlers::flow, !is_on);
         while (life && !is_throttled_ && !is_full_ && room_ != nullptr) {
             resume(std::exchange(room_, room_->next)->handle);
         }

@@ -43,6 +43,7 @@ public:
         return code != 0 && waits_for_room(code) ? 0 : code;
     }
     void within(uint64_t timeout_ms) noexcept { timeout_ms_ = timeout_ms; }
+    bool was_sent() const noexcept { return was_sent_; }
     /** Makes a list_walk in the storage of its own slot, where it stays until the list has ended, and sends the first
      * query. Returns the code of the send; after an error on_end is not called. */
     static uint32_t start_in_slot(binding &to, ask_type ask, page_type on_page, end_type on_end, uint64_t cookie,
@@ -74,7 +75,7 @@ public:
 
 private:
     void count() noexcept {
-        is_counted_ = true;
+        was_sent_ = is_counted_ = true;
         to_->list_began();
     }
     /** Queues the query until another list has ended, if the server refused it because it answers only a limited number
@@ -165,6 +166,7 @@ private:
     uint64_t taken_ = 0;
     uint64_t timeout_ms_;
     bool is_in_slot_ = false;
+    bool was_sent_ = false;
     bool is_counted_ = false; /* list_began was called, list_ended was not */
     [[no_unique_address]] ask_type ask_;
     [[no_unique_address]] page_type on_page_;
@@ -244,6 +246,7 @@ private:
         awaited_list *self;
         void operator()(std::error_code error, const std::exception_ptr &thrown) const {
             if (!self->value_.error) self->value_.error = error;
+            self->value_.was_sent = self->walk_.was_sent();
             self->thrown_ = thrown;
             self->waiting_.resume();
         }
@@ -404,7 +407,7 @@ private:
         std::exchange(waiting_, nullptr).resume();
     }
     void ended(std::error_code error, const std::exception_ptr &thrown) {
-        end_.error = error;
+        end_ = {error, walk_.was_sent()};
         thrown_ = thrown;
         has_ended_ = true;
         if (waiting_ != nullptr) std::exchange(waiting_, nullptr).resume();
