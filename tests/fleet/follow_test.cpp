@@ -375,6 +375,28 @@ TEST_F(follow_test, a_store_that_is_slow_makes_no_second_lease) {
     EXPECT_EQ(metric("etcd_debugging_lease_granted_total"), granted);
 }
 
+TEST_F(follow_test, a_lease_that_has_ended_is_replaced_and_the_state_is_put_again) {
+    gateway_state_t state;
+    state.gateway = "g1";
+    gateway_heartbeat_t heartbeat(
+        loop_, etcd_, "g1", [&] { return state; }, [](const etcd_error_t &) {});
+    heartbeat.start();
+    const auto entries_of = [&](const std::string &key) { return run(etcd_.get(key)).value.entries; };
+    const auto lease_of_state = [&] {
+        const std::vector<etcd_entry_t> entries = entries_of(keys_.gateway_state("g1"));
+        return entries.empty() ? 0 : entries.front().lease;
+    };
+    int64_t first = 0;
+    ASSERT_TRUE(turn_until([&] { return (first = lease_of_state()) != 0; }));
+    ASSERT_TRUE(run(etcd_.revoke_lease(first)).value);
+    EXPECT_EQ(lease_of_state(), 0) << "the state ends with its lease";
+    EXPECT_EQ(entries_of(keys_.gateway_seen("g1")).size(), 1U) << "and is remembered as the last one seen";
+    fwx_host_clock_turn(2 * keep_lease_ms);
+    EXPECT_TRUE(turn_until([&] { return lease_of_state() != 0; }));
+    EXPECT_NE(lease_of_state(), first);
+    fwx_host_clock_run();
+}
+
 TEST_F(follow_test, a_lease_that_is_due_is_kept_once) {
     gateway_state_t state;
     state.gateway = "g1";

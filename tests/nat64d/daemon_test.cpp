@@ -169,6 +169,7 @@ TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too)
         daemon_process_t daemon(folder());
         ASSERT_TRUE(is_in_step()) << daemon.log();
         EXPECT_EQ(data_of("stats pools").size(), count + 1);
+        EXPECT_NE(run("--connect alpha config log").answers.find("as it was found"), std::string::npos);
         daemon.end(SIGKILL);
     }
     /* As if nat64d had been killed while it added that pool. */
@@ -256,6 +257,26 @@ TEST_F(daemon_test, all_errors_of_a_document_are_counted_the_first_are_named_and
     })) << daemon.log();
     EXPECT_NE(daemon.log().find("\n<3>time="), std::string::npos) << "an error in systemd's journal: " << daemon.log();
     EXPECT_FALSE(daemon_process_t::ask("status").contains("refused_reason"));
+}
+
+TEST_F(daemon_test, an_edit_outlives_a_server_that_dies_in_the_middle_of_it_and_can_be_replaced_there) {
+    constexpr uint32_t many = 3000;
+    auto server = std::make_unique<server_process_t>();
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    write(document_text(many, 100));
+    ASSERT_TRUE(eventually([] { return changes() > items; })) << daemon.log();
+    server->signal(SIGKILL);
+    server.reset();
+    server = std::make_unique<server_process_t>();
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("items", 3 * many + 1) && changes() >= 3 * many + 1; }))
+        << daemon.log();
+    write(document_text(2 * many, 100));
+    ASSERT_TRUE(eventually([] { return changes() > 3 * many + 1; })) << daemon.log();
+    write(document_text(many, 100));
+    EXPECT_TRUE(eventually([] {
+        return daemon_process_t::is("items", 3 * many + 1) && data_of("stats system").at("pools") == many;
+    })) << daemon.log();
 }
 
 TEST_F(daemon_test, a_document_behind_a_symbolic_link_is_watched_where_it_stands) {
