@@ -154,23 +154,27 @@ TEST_F(cxx_query_test_t, walks_beyond_the_servers_limit_wait_until_others_end) {
 }
 
 TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
-    add_pools(4);
-    model->reply_limit_set(2 * sizeof(fwx_nat64_stats_pool_entry_t));
+    model->sessions_generate(40);
     client->deadline_set(50ms);
     const auto count = [](nat64::client &c) -> nat64::task<size_t> {
-        const auto pools = co_await c.stats_pools();
-        co_return pools ? pools.entries.size() : 0;
+        size_t seen = 0;
+        auto sessions = c.sessions({}, 10);
+        while (auto page = co_await sessions.next()) {
+            seen += page.size();
+        }
+        co_return sessions.end() ? seen : 0;
     };
     model->delay_set(40);
     nat64::task<size_t> slow = count(*client);
     slow.start();
-    uint64_t now_ms = 0;
-    for (; !slow.done() && now_ms < 1000; fwx_host_clock_turn(now_ms += 10)) {
+    uint64_t waited_ms = 0;
+    for (; !slow.done() && waited_ms < 1000; waited_ms += 10) {
         pump();
+        fwx_host_clock_turn(10);
     }
-    EXPECT_GT(now_ms, 50U);
+    EXPECT_GT(waited_ms, 150U);
     ASSERT_TRUE(slow.done());
-    EXPECT_EQ(slow.get(), 4U);
+    EXPECT_EQ(slow.get(), 40U);
     model->delay_set(0);
     model->hold();
     std::error_code ended;
@@ -178,7 +182,7 @@ TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
     nat64::task<> task = whole(*client);
     task.start();
     pump();
-    fwx_host_clock_turn(now_ms + 50);
+    fwx_host_clock_turn(50);
     pump();
     EXPECT_EQ(ended, std::make_error_code(std::errc::timed_out));
     model->release(fwx_nat64_model_order_t::in_order);
