@@ -99,7 +99,7 @@ std::string versions_t::add(version_t version, const std::string *document) {
         error = make_state_directory(directory_ + "/documents");
         const std::string text = first_line_of(version) + (document == nullptr ? "" : *document);
         if (error.empty()) error = write_file(path_of(version.number), text);
-        if (document != nullptr) sizes_[version.number] = text.size();
+        if (document != nullptr && error.empty()) sizes_[version.number] = text.size();
     }
     if (!error.empty()) return error;
     versions_.push_back(std::move(version));

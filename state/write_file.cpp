@@ -22,10 +22,10 @@ std::string write_file(const std::string &path, const std::string &text) {
         if (now < 0) break;
         rest.remove_prefix(static_cast<size_t>(now));
     }
-    const bool is_written = rest.empty() && fsync(fd) == 0 && rename(name.c_str(), path.c_str()) == 0 &&
-                            files_t::system().sync_directory_of(path) == 0;
-    std::string error = is_written ? "" : name + ": " + std::strerror(errno);
+    const bool is_renamed = rest.empty() && fsync(fd) == 0 && rename(name.c_str(), path.c_str()) == 0;
+    const bool is_written = is_renamed && files_t::system().sync_directory_of(path) == 0;
+    std::string error = is_written ? "" : (is_renamed ? path : name) + ": " + std::strerror(errno);
     close(fd);
-    if (!is_written) unlink(name.c_str());
+    if (!is_renamed) unlink(name.c_str());
     return error;
 }

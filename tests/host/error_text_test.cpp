@@ -13,7 +13,7 @@ constexpr uint32_t of_the_library[] = {0x4030020b, 0x4030020c, 0x4030020d, 0x403
 
 TEST(error_text_t, every_code_of_the_library_and_of_the_platform_has_a_text_of_its_own) {
     std::vector<uint32_t> codes(std::begin(of_the_library), std::end(of_the_library));
-    for (uint32_t code = FWX_HOST_ERR_NO_SERVER; code <= FWX_HOST_ERR_FOREIGN; ++code) {
+    for (uint32_t code = FWX_HOST_ERR_NO_SERVER; code <= FWX_HOST_ERR_FORKED; ++code) {
         codes.push_back(code);
     }
     std::set<std::string> texts{"success"};
