@@ -153,6 +153,14 @@ TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again
     servers_[2].reset();
     servers_[2] = std::make_unique<server_process_t>("", RLIM_INFINITY, name(2));
     expect_all_hold(1, 3);
+    /* A gateway whose stored document is damaged does not use it. */
+    daemons_[4]->end(SIGTERM);
+    std::ofstream(folder() + "/state/natctl/" + name(4) + "/store_document", std::ios::app)
+        << "pool add --id 9 --param 1 --start 10.0.9.1 --end 10.0.9.1\n";
+    start_daemon(4);
+    EXPECT_TRUE(eventually([&] { return daemons_[4]->log().find("damaged, and ignored") != std::string::npos; }))
+        << daemons_[4]->log();
+    EXPECT_EQ(pools_of(4), 3U);
     ASSERT_TRUE(etcd_.start()) << etcd_.log();
     EXPECT_EQ(push(pools(4), "--wait 60s").status, 0);
     expect_all_hold(2, 4);
