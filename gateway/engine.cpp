@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <linux/capability.h>
+#include <net/if.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -112,6 +113,9 @@ uint32_t gateway_engine_t::refusal(uint32_t op_code, const void *payload) const 
             return read<fwx_nat64_timeout_t>(payload).value > longest_timeout_s ? FWX_NAT64_MODEL_ERR_VALUE : 0;
         case FWX_NAT64_CFG_GLB_PREFIX:
             return prefix_refusal(read<fwx_nat64_glb_prefix_payload_t>(payload));
+        case FWX_NAT64_CFG_INTF_SET:
+        case FWX_NAT64_CFG_NVI_INTF_ENABLE:
+            return refusal_of(read<fwx_nat64_intf_payload_t>(payload));
         case FWX_NAT64_CFG_POOL_ADD:
             return pool_refusal(read<fwx_nat64_pool_payload_t>(payload));
         case FWX_NAT64_CFG_POOL_DEL:
@@ -137,6 +141,16 @@ uint32_t gateway_engine_t::pool_delete_refusal(uint32_t pool_id) const {
         if (source_rule_of(payload.map)->pool_id == pool_id) return FWX_NAT64_MODEL_ERR_IN_USE;
     }
     return 0;
+}
+
+uint32_t gateway_engine_t::refusal_of(const fwx_nat64_intf_payload_t &interface) const {
+    const bool is_plain = prefix_count(interface) == 0 && interface.mtu_valid == 0;
+    if (!is_plain) return FWX_NAT64_MODEL_ERR_NOT_HERE;
+    /* An interface may go and stay configured. It can then still be turned off. */
+    const bool is_off = interface.enable == 0 && config.interfaces.interfaces.get(interface.ifh);
+    char name[IF_NAMESIZE];
+    const bool is_ok = is_off || is_restoring_ || if_indextoname(interface.ifh, name) != nullptr;
+    return is_ok ? 0 : FWX_NAT64_MODEL_ERR_VALUE;
 }
 
 uint32_t gateway_engine_t::refusal_of(const fwx_nat64_smapping_t &mapping) const {
@@ -189,6 +203,7 @@ void gateway_engine_t::changed(uint32_t op_code, const void *payload) {
 }
 
 uint32_t gateway_engine_t::commit() noexcept {
+    is_restoring_ = false;
     const std::vector<change_t> changes = std::exchange(pending_, {});
     const std::set<static_t> ended = std::exchange(ended_, {});
     const std::vector<ipv4_network_t> networks = kernel_.in_force().networks;

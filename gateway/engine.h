@@ -58,6 +58,7 @@ private:
     };
 
     uint32_t pool_delete_refusal(uint32_t pool_id) const;
+    uint32_t refusal_of(const fwx_nat64_intf_payload_t &interface) const;
     uint32_t refusal_of(const fwx_nat64_smapping_t &mapping) const;
     uint32_t refusal_of(const fwx_nat64_dmapping_t &mapping, bool is_new) const;
     void end_sessions(const std::set<static_t> &ended, const std::vector<ipv4_network_t> &before);
@@ -70,6 +71,7 @@ private:
     const log_fn_t log_;
     std::string trouble_; /* last error of the translator, so that it is logged only once */
     bool has_lost_device_ = false;
+    bool is_restoring_ = true; /* until the first commit */
     configuration_t in_force_;
     std::vector<change_t> pending_;
     std::map<uint32_t, static_t> statics_; /* static mappings of `config`, by identifier */

@@ -190,7 +190,23 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
 
 /* --- What every gateway has --- */
 
-void add_hooks(ruleset_t &ruleset) {
+/** Interfaces are numbers, because one that is gone has no name. */
+std::vector<std::string> prerouting_rules(const configuration_t &config, const std::string &in,
+                                          const std::string &not_in) {
+    std::vector<std::string> rules = {in + "dnat to ip6 daddr map @inbound"};
+    const auto &interfaces = config.interfaces.interfaces.entries;
+    std::string list;
+    for (const auto &[index, interface] : interfaces) {
+        const bool is_on = interface.enable != 0 || interface.nvi != 0;
+        if (is_on) list.append(list.empty() ? "" : ", ").append(std::to_string(index));
+    }
+    if (interfaces.empty()) rules.push_back(not_in + "jump prefixes");
+    if (!list.empty()) rules.push_back("iif { " + list + " } jump prefixes");
+    if (!interfaces.empty()) rules.push_back(not_in + "ip6 daddr " + prefix_96(translator_prefix.data()) + " drop");
+    return rules;
+}
+
+void add_hooks(ruleset_t &ruleset, const configuration_t &config) {
     const std::string device = std::string(" \"") + translator_device + "\" ";
     const std::string in = "iifname" + device;
     const std::string out = "oifname" + device;
@@ -198,7 +214,7 @@ void add_hooks(ruleset_t &ruleset) {
     const std::string not_out = "oifname !=" + device;
     const std::string own = prefix_96(translator_prefix.data());
     ruleset.chains["prerouting"] = {"type nat hook prerouting priority dstnat; policy accept;",
-                                    {in + "dnat to ip6 daddr map @inbound", not_in + "jump prefixes"}};
+                                    prerouting_rules(config, in, not_in)};
     ruleset.chains["postrouting"] = {"type nat hook postrouting priority srcnat; policy accept;",
                                      {not_out + "ip6 saddr " + own + " goto to_inside", not_out + "return",
                                       "snat to ip6 saddr map @outbound", "ip6 saddr vmap @sources", "goto others"}};
@@ -233,7 +249,7 @@ std::optional<source_rule_t> source_rule_of(const fwx_nat64_dmapping_t &mapping)
 plan_t plan_of(const configuration_t &config) {
     plan_t plan;
     ruleset_t &ruleset = plan.ruleset;
-    add_hooks(ruleset);
+    add_hooks(ruleset, config);
     add_timeouts(plan, config);
     add_prefixes(ruleset, config);
 

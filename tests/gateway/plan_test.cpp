@@ -54,6 +54,13 @@ const row_t rows[] = {
      "add rule ip6 t prefixes dnat ip6 prefix to ip6 daddr map { 2001:db8:64::/96 : fd6e:6174:3634::/96 }\n"
      "add rule ip6 t prefixes ip6 daddr fd6e:6174:3634::/96 drop\n"
      "add rule ip6 t to_inside snat ip6 prefix to ip6 saddr map { fd6e:6174:3634::/96 : 2001:db8:64::/96 }\n"},
+    {"interfaces_that_are_on_translate_once_one_is_configured",
+     {},
+     {"interface set --ifh 3 --enable 1", "interface set --ifh 5 --enable 0", "nvi enable --ifh 7"},
+     "flush chain ip6 t prerouting\n"
+     "add rule ip6 t prerouting iifname \"fwx_nat64\" dnat to ip6 daddr map @inbound\n"
+     "add rule ip6 t prerouting iif { 3, 7 } jump prefixes\n"
+     "add rule ip6 t prerouting iifname != \"fwx_nat64\" ip6 daddr fd6e:6174:3634::/96 drop\n"},
     {"a_pool_is_a_chain_with_a_counter",
      {},
      {pool_1},

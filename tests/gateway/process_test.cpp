@@ -10,7 +10,7 @@ TEST_F(process_test, what_is_not_on_this_gateway_is_refused_with_its_code_and_ke
     const std::string before = run_command(std::string(NATCTL_PATH) + " --connect edge config show").output;
     const char *const refused[] = {
         "interface set --ifh 1 --mtu 1400",
-        "nvi enable --ifh 1",
+        "interface set --ifh 1 --sful 2001:db8:65::/96",
         "prefix add --prefix 2001:db8:65::/64 --kind stateful",
         "prefix add --prefix 2001:db8:65::/96 --kind stateless",
         "prefix add --prefix 2001:db8:65::/96 --kind dns64",
@@ -47,6 +47,8 @@ TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_th
         {"pool add --id 2 --param 64513 --start 203.0.113.7 --end 203.0.113.7", 0x6006},
         {"timeout set --type udp --value 2147484", 0x6006},
         {"prefix add --prefix fd6e:6174:3634::/96 --kind stateful", 0x6006},
+        {"interface set --ifh 999", 0x6006},
+        {"nvi enable --ifh 999", 0x6006},
         {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1", 0x6004},
         {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 9 --ext "
          "200000000000000000000000000000000300000000000000",

@@ -1,4 +1,6 @@
 /* Packets through the gateway, and what its clients see of them. */
+#include <net/if.h>
+
 #include <set>
 #include <sstream>
 
@@ -44,6 +46,38 @@ TEST_F(traffic_test, nothing_passes_without_a_prefix_or_without_a_pool) {
     configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful", "pool del --id 1"});
     from_client(SOCK_DGRAM).send("hello", to_server(7));
     EXPECT_EQ(at.receive(socket_t::never_ms), "");
+}
+
+TEST_F(traffic_test, once_an_interface_is_configured_only_those_that_are_on_translate) {
+    serve_with_pool();
+    must(middle, "ip link add gone0 type veth peer name gone1");
+    const auto handle = [this](const char *name) {
+        return " --ifh " + std::to_string(middle.inside([name] { return if_nametoindex(name); }));
+    };
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    const auto passes =
+        [&](const char *prefix) { /* from a port of its own: a session that is there goes on */
+                                  from_client(SOCK_DGRAM).send("hello", {prefix + std::string("c633:6402"), 7});
+                                  return !at.receive(socket_t::never_ms).empty();
+        };
+    const char *const prefix = "2001:db8:64::";
+    const std::string in0 = handle("in0");
+    const std::string gone0 = handle("gone0");
+    configure({"interface set" + gone0});
+    EXPECT_FALSE(passes(prefix));
+    EXPECT_FALSE(passes("fd6e:6174:3634::"));
+    configure({"nvi enable" + in0});
+    EXPECT_TRUE(passes(prefix));
+    EXPECT_EQ(ask("stats interfaces").second["data"].size(), 2U);
+
+    must(middle, "ip link delete gone0");
+    gateway.end(SIGKILL);
+    ASSERT_TRUE(serve()) << log();
+    EXPECT_TRUE(passes(prefix));
+    configure({"interface set" + gone0 + " --enable 0"});
+    EXPECT_EQ(ask("interface set" + gone0).second["code"], 0x6006) << "it is gone";
+    configure({"interface set" + in0 + " --enable 0"});
+    EXPECT_FALSE(passes(prefix));
 }
 
 TEST_F(traffic_test, a_static_mapping_is_reached_from_both_sides) {
