@@ -13,16 +13,19 @@
 
 namespace {
 
-std::string text_of(const uint8_t *address) {
-    return address_text(AF_INET6, address);
+std::string text_of(const ipv6_bytes_t &address) {
+    return address_text(AF_INET6, address.data());
 }
-/** Returns the text of the IPv6 address that embeds an IPv4 address (host order) in the translator's prefix. */
-std::string translated(uint32_t ipv4) {
-    uint8_t address[sizeof(in6_addr)];
+const std::string &text_of(const std::string &text) {
+    return text;
+}
+/** An IPv4 address, in host order, behind the translator's prefix. */
+ipv6_bytes_t translated(uint32_t ipv4) {
+    ipv6_bytes_t address;
     const uint32_t word = htonl(ipv4);
-    std::copy(translator_prefix.begin(), translator_prefix.end(), address);
-    std::memcpy(address + translator_prefix.size(), &word, sizeof word);
-    return text_of(address);
+    std::copy(translator_prefix.begin(), translator_prefix.end(), address.begin());
+    std::memcpy(address.data() + translator_prefix.size(), &word, sizeof word);
+    return address;
 }
 std::string prefix_96(const uint8_t *twelve_bytes) {
     return prefix_text(AF_INET6, twelve_bytes, translator_prefix.size(), translator_prefix_len);
@@ -144,8 +147,8 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
             rule += "jhash ip6 saddr mod " + std::to_string(total) + " seed 0x1 " + std::to_string(before) + "-" +
                     std::to_string(behind - 1) + " ";
         }
-        const std::string first = translated(span.first);
-        const std::string last = translated(span.last);
+        const std::string first = text_of(translated(span.first));
+        const std::string last = text_of(translated(span.last));
         rule.append("snat to [").append(first);
         if (first != last) rule.append("]-[").append(last);
         rule.append("]:").append(ports).append(" persistent");
@@ -156,8 +159,7 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
 
 void add_sources(ruleset_t &ruleset, const configuration_t &config) {
     std::map<uint32_t, bool> is_named; /* pools that a mapping names */
-    std::optional<uint32_t> others;    /* pool of the sources that no mapping names */
-    auto &sources = ruleset.maps["sources"];
+    std::optional<uint32_t> others;    /* pool of sources that no mapping names */
     for (const auto &[id, payload] : config.mappings.dynamic.entries) {
         const auto rule = source_rule_of(payload.map);
         if (!rule) continue; /* refused earlier */
@@ -167,7 +169,7 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
         } else {
             const std::string prefix =
                 prefix_text(AF_INET6, rule->prefix.data(), rule->prefix.size(), rule->prefix_len);
-            sources[prefix] = rule->pool_id == 0 ? "goto others" : "goto " + pool_name(rule->pool_id);
+            ruleset.sources[prefix] = rule->pool_id == 0 ? "goto others" : "goto " + pool_name(rule->pool_id);
         }
     }
     std::vector<uint32_t> pools;
@@ -261,16 +263,16 @@ plan_t plan_of(const configuration_t &config) {
         }
     }
     add_sources(ruleset, config);
-    auto &inbound = ruleset.maps["inbound"];
-    auto &outbound = ruleset.maps["outbound"];
     for (const auto &[id, mapping] : config.mappings.fixed.entries) {
         const uint32_t ipv4 = ipv4_of(mapping.addr2.addr);
-        std::string inside_address = text_of(mapping.addr1.addr);
-        std::string outside_address = translated(ipv4);
-        inbound[outside_address] = inside_address;
-        outbound[std::move(inside_address)] = std::move(outside_address);
+        const ipv6_bytes_t inside_address = address_of(mapping.addr1).bytes;
+        const ipv6_bytes_t outside_address = translated(ipv4);
+        ruleset.inbound.emplace_back(outside_address, inside_address);
+        ruleset.outbound.emplace_back(inside_address, outside_address);
         outside.emplace_back(ipv4, ipv4);
     }
+    std::sort(ruleset.inbound.begin(), ruleset.inbound.end());
+    std::sort(ruleset.outbound.begin(), ruleset.outbound.end());
     plan.networks = networks_of(std::move(outside));
 
     std::vector<std::string> &limit = ruleset.chains["session_limit"].rules;
@@ -358,25 +360,23 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
         const bool is_counter = key.rfind("counter ", 0) == 0;
         if (is_counter && to.objects.count(key) == 0) gone += object_line("delete", key);
     }
-    /* Returns lines for the elements that `other` lacks or has with another value. */
-    const auto differing = [&line](const char *verb, const ruleset_t &one, const ruleset_t &other) {
-        static const std::map<std::string, std::string> none;
-        std::string lines;
-        for (const auto &[name, elements] : one.maps) {
-            const auto found = other.maps.find(name);
-            const auto &others = found == other.maps.end() ? none : found->second;
-            auto at = others.begin();
-            std::string list;
-            for (const auto &[key, value] : elements) {
-                while (at != others.end() && at->first < key) {
-                    ++at;
-                }
-                const bool is_same = at != others.end() && at->first == key && at->second == value;
-                if (!is_same) add_element(list, key, value);
+    /* Elements that `one` has and `other` has not, or with another value. */
+    const auto differing = [&line](const char *verb, const char *name, const auto &one, const auto &other) {
+        auto at = other.begin();
+        std::string list;
+        for (const auto &[key, value] : one) {
+            while (at != other.end() && at->first < key) {
+                ++at;
             }
-            if (!list.empty()) lines += line(verb, "element", name, "{ " + list + " }");
+            const bool is_same = at != other.end() && at->first == key && at->second == value;
+            if (!is_same) add_element(list, text_of(key), text_of(value));
         }
-        return lines;
+        return list.empty() ? "" : line(verb, "element", name, "{ " + list + " }");
     };
-    return text + differing("delete", from, to) + emptied + filled + differing("add", to, from) + gone;
+    const auto all_differing = [&differing](const char *verb, const ruleset_t &one, const ruleset_t &other) {
+        return differing(verb, "inbound", one.inbound, other.inbound) +
+               differing(verb, "outbound", one.outbound, other.outbound) +
+               differing(verb, "sources", one.sources, other.sources);
+    };
+    return text + all_differing("delete", from, to) + emptied + filled + all_differing("add", to, from) + gone;
 }

@@ -47,10 +47,15 @@ struct chain_t {
     bool operator==(const chain_t &other) const = default;
 };
 
+using ipv6_bytes_t = std::array<uint8_t, 16>;
+
 struct ruleset_t {
-    std::map<std::string, std::string> objects;                     /* definition, by kind and name: `counter pool_1` */
-    std::map<std::string, chain_t> chains;                          /* by name */
-    std::map<std::string, std::map<std::string, std::string>> maps; /* value by key, by name of the map */
+    std::map<std::string, std::string> objects; /* definition by kind and name: `counter pool_1` */
+    std::map<std::string, chain_t> chains;      /* by name */
+    /* Elements of the maps of these names, by their keys. Those of static mappings are not text, because there are
+     * thousands, of which a change has a few. */
+    std::vector<std::pair<ipv6_bytes_t, ipv6_bytes_t>> inbound, outbound;
+    std::map<std::string, std::string> sources;
 };
 
 struct plan_t {
@@ -61,9 +66,9 @@ struct plan_t {
 
 /** The sources of a dynamic mapping, and the pool that they use. */
 struct source_rule_t {
-    std::array<uint8_t, 16> prefix;
-    uint8_t prefix_len; /* 0: all sources that no other mapping names */
-    uint32_t pool_id;   /* 0: all pools that no mapping names */
+    ipv6_bytes_t prefix;
+    uint8_t prefix_len; /* 0: every source that no other mapping names */
+    uint32_t pool_id;   /* 0: every pool that no mapping names */
 };
 /** Reads the second part of a dynamic mapping: 16 bytes of prefix, its length, zeros; the argument is the pool. All
  * zeros, or FWX_NAT64_DMAPPING_NO_SECOND_PART and zeros, mean all sources. Returns nothing for any other content. */
