@@ -8,6 +8,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -29,6 +30,7 @@ namespace {
 
 constexpr const char *config_name = "translator.conf";
 constexpr const char *process_name = "translator.pid";
+constexpr const char *lock_name = "translator.lock";
 constexpr const char *tun_path = "/dev/net/tun";
 constexpr int end_patience_ms = 1000;
 constexpr int look_ms = 10;
@@ -138,7 +140,14 @@ std::string translator_t::start() const {
 
 std::string translator_t::become() const {
     std::string error = check();
-    if (error.empty()) error = make_device();
+    if (!error.empty()) return error;
+    /* Stays open until the translator ends. A gateway that is killed while it starts one is followed by a gateway that
+     * may start another, and the file with the process id must name the one that serves. */
+    const int lock = open(file(lock_name).c_str(), O_RDWR | O_CREAT, 0600);
+    if (lock < 0) return system_error("cannot open " + file(lock_name));
+    const bool is_only = comes_true(end_patience_ms, [lock] { return flock(lock, LOCK_EX | LOCK_NB) == 0; });
+    if (!is_only) return "a translator of gateway " + options_.gateway + " runs";
+    error = make_device();
     if (!error.empty()) return error;
     const std::string prefix =
         prefix_text(AF_INET6, translator_prefix.data(), translator_prefix.size(), translator_prefix_len);

@@ -102,6 +102,17 @@ TEST_F(process_test, a_network_namespace_has_one_gateway_and_remove_leaves_nothi
     EXPECT_NE(ping(server_behind_prefix, 8), 0U);
 }
 
+TEST_F(process_test, a_gateway_has_one_translator_even_when_that_has_lost_its_device) {
+    serve_with_pool();
+    EXPECT_EQ(gateway.end(SIGTERM), 0);
+    const std::string process = text_of(state("edge") + "/translator.pid");
+    must(middle, "ip link delete fwx_nat64");
+    const ran_t second = middle.run("timeout 5 " + gateway_words("--translator edge"));
+    EXPECT_EQ(second.status, 2);
+    EXPECT_EQ(second.output, "nat64-gateway: a translator of gateway edge runs\n");
+    EXPECT_EQ(text_of(state("edge") + "/translator.pid"), process);
+}
+
 TEST_F(process_test, what_is_missing_is_said_at_the_start) {
     const ran_t without_right =
         middle.run("setpriv --bounding-set=-net_admin --inh-caps=-net_admin " + gateway_words("edge"));
