@@ -7,9 +7,11 @@
 #   daemon   kills the server under nat64d, with a document of ten thousand items that is edited once a second; nat64d finds
 #            each new server, with its state or without, within two seconds, has it in sync within two more, and does not
 #            grow
-#   operators  kills only natctl: two operators, nat64d and another client change one server in KILLS rounds, and the
-#            last one to get "ok" finds its change in force
-#   answers  kills nothing; measures how long other clients wait while nat64d gives a server KILLS rules
+#   operators  nobody but natctl: two operators, nat64d and another client change one server in so many rounds, and the last
+#            one to be told "ok" finds what it asked for
+#   gateway  the gateway, so many times while commands are in flight: what was acknowledged is in the kernel, and nothing by
+#            half; and, without kills: many clients, packets of many sizes, long transfers, large configurations. As root
+#   answers  nothing: how long others wait while nat64d gives a server so many rules
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -19,13 +21,14 @@ case "${1:-}" in
   servers) presets="dev asan" kills=1000 target=kill_drill command=("tests/drill/kill_drill" "tests/drill/drill_server") more= ;;
   journal) presets="dev asan" kills=1000 target=journal_drill command=("tests/state/journal_drill") more= ;;
   operators) presets=dev kills=1000 target=operators_drill command=("tests/drill/operators_drill") more= ;;
+  gateway) presets=release kills=100 target=gateway_drill command=("tests/gateway/gateway_drill") more= ;;
   answers) presets=release kills=200000 target=daemon_drill command=("tests/nat64d/daemon_drill") mode=answers more= ;;
   daemon) presets=dev kills=200 target=daemon_drill command=("tests/nat64d/daemon_drill") more=10000 ;;
-  *) echo "usage: $0 servers|journal|daemon|operators|answers [KILLS]" >&2; exit 2 ;;
+  *) echo "usage: $0 servers|journal|daemon|operators|gateway|answers [KILLS]" >&2; exit 2 ;;
 esac
 kills=${2:-$kills}
 
-need_packages "${build_packages[@]}" libgtest-dev
+need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev
 for preset in $presets; do
   say "$preset: $1 $kills"
   build "$preset" "$target"

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <netinet/icmp6.h>
 #include <sys/prctl.h>
+#include <sys/time.h>
 
 #include <filesystem>
 #include <fstream>
@@ -59,10 +60,12 @@ protected:
     std::string state(const std::string &name) const { return directory.path() + "/state/fwx/gateway/" + name; }
     std::string log() const { return text_of(directory.path() + "/log"); }
 
-    /** Starts `nat64-gateway edge`, and waits until it serves. */
-    bool serve() {
-        return gateway.start([this](int ready) {
-            middle.inside([this, ready] {
+    /** Starts `nat64-gateway edge`, and waits until it serves, or until it has died after so many microseconds. */
+    bool serve(suseconds_t life_us = 0) {
+        return gateway.start([this, life_us](int ready) {
+            middle.inside([this, ready, life_us] {
+                const itimerval death = {{0, 0}, {0, life_us}};
+                setitimer(ITIMER_REAL, &death, nullptr);
                 const int log_fd = open((directory.path() + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
                 prctl(PR_SET_PDEATHSIG, SIGKILL);
                 dup2(ready, STDOUT_FILENO);
