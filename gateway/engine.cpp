@@ -39,9 +39,11 @@ bool is_in(const source_rule_t &rule, const uint8_t *address) {
     return has_prefix(address, rule.prefix.data(), rule.prefix_len);
 }
 
-bool has_address(const std::vector<ipv4_network_t> &networks, uint32_t address) {
-    const auto behind = std::upper_bound(networks.begin(), networks.end(), ipv4_network_t{address, 32});
-    return behind != networks.begin() && std::prev(behind)->contains(address);
+/** Whether all addresses of a network are in one of the networks, which are the fewest that there can be. */
+bool has_network(const std::vector<ipv4_network_t> &networks, const ipv4_network_t &network) {
+    const auto behind = std::upper_bound(networks.begin(), networks.end(), ipv4_network_t{network.address, 32});
+    return behind != networks.begin() && std::prev(behind)->contains(network.address) &&
+           std::prev(behind)->prefix_len <= network.prefix_len;
 }
 
 bool may_administer_network() {
@@ -229,11 +231,12 @@ uint32_t gateway_engine_t::commit() noexcept {
 /** Ends the sessions of deleted static mappings, and sessions whose address no longer belongs to the gateway. */
 void gateway_engine_t::end_sessions(const std::set<static_t> &ended, const std::vector<ipv4_network_t> &before) {
     const std::vector<ipv4_network_t> &networks = kernel_.in_force().networks;
-    const bool keeps_all = std::includes(networks.begin(), networks.end(), before.begin(), before.end());
+    const auto is_kept = [&networks](const ipv4_network_t &network) { return has_network(networks, network); };
+    const bool keeps_all = std::all_of(before.begin(), before.end(), is_kept);
     if (ended.empty() && keeps_all) return;
     const int failed = sessions_.end_if([&](const session_t &session) {
         const static_t addresses = {address_of(session.src), address_of(session.pool_addr)};
-        return ended.count(addresses) != 0 || !has_address(networks, ipv4_of(session.pool_addr.addr));
+        return ended.count(addresses) != 0 || !has_network(networks, {ipv4_of(session.pool_addr.addr), 32});
     });
     if (failed != 0) log_(std::string("sessions of what was deleted may go on: ") + std::strerror(failed));
 }
