@@ -26,7 +26,7 @@ public:
 
     /** Changes something, and returns the command that does so. */
     std::string next() {
-        switch (below(8)) {
+        switch (below(10)) {
             case 0:
                 return set("udp", "timeout set --type udp --value " + std::to_string(60 + below(900)));
             case 1:
@@ -39,17 +39,29 @@ public:
             case 3:
             case 4: {
                 const std::string id = std::to_string(2 + below(8));
-                return toggle(
-                    "pool " + id,
-                    "pool add --id " + id + " --param 1 --start 198.18." + id + ".1 --end 198.18." + id + ".6",
-                    "pool del --id " + id);
+                const std::string net = std::to_string(18 + 2 * below(2)) + "." + id;
+                return toggle("pool " + id,
+                              "pool add --id " + id + " --param 1 --start 198." + net + ".1 --end 198." + net + ".6",
+                              "pool del --id " + id);
+            }
+            case 5: {
+                const std::string words =
+                    " --prefix 2001:db8:" + std::to_string(65 + below(4)) + "::/96 --kind stateful";
+                return toggle("prefix" + words, "prefix add" + words, "prefix del" + words);
+            }
+            case 6: { /* sources with a prefix of 48 bits, which use all pools */
+                const std::string id = std::to_string(1 + below(9));
+                return toggle("dmapping " + id,
+                              "dmapping add --id " + id + " --type address-and-port-dependent --ext 20010db8000" + id +
+                                  "000000000000000000003000000000000000",
+                              "dmapping del --id " + id);
             }
             default: {
                 const size_t id = 1 + below(40);
                 const std::string name = std::to_string(id);
                 return toggle("smapping " + name,
-                              "smapping add --id " + name + " --addr1 2001:db8:9::" + name + " --addr2 203.0.113." +
-                                  std::to_string(2 * id),
+                              "smapping add --id " + name + " --addr1 2001:db8:" + std::to_string(8 + below(2)) +
+                                  "::" + name + " --addr2 203.0.113." + std::to_string(2 * id),
                               "smapping del --id " + name);
             }
         }
@@ -94,6 +106,10 @@ public:
             } else if (name.rfind("range", 0) == 0) {
                 facts.insert("pool_1 [" + translated(values["--start"]) + "]:1024-65535");
                 if (has_routes) facts.insert("route " + values["--start"]);
+            } else if (name.rfind("prefix", 0) == 0) {
+                facts.insert("prefix " + values["--prefix"]);
+            } else if (name.rfind("dmapping", 0) == 0) {
+                facts.insert("sources 2001:db8:" + values["--id"] + "::/48 others");
             } else if (name == "udp") {
                 facts.erase("udp 300");
                 facts.insert("udp " + values["--value"]);
@@ -130,7 +146,8 @@ stream_t::facts_t facts_of_table(const std::string &listing) {
     while (words >> word) {
         const bool begins = word == "map" || word == "chain" || word == "counter";
         if (begins && words >> next) {
-            if (next == "name") continue; /* a counter that is used */
+            const bool is_used = next == "name" || next == "{" || next.front() == '@'; /* in a rule */
+            if (is_used) continue;
             kind = word;
             name = next;
             const bool is_pool = name.rfind("pool_", 0) == 0;
@@ -138,6 +155,7 @@ stream_t::facts_t facts_of_table(const std::string &listing) {
         } else if (kind == "map" && word == "elements") {
             words >> word >> word; /* = { */
             while (word.back() != '}' && words >> last >> word >> next) {
+                if (next == "goto") words >> next;
                 const bool is_last = next.back() != ',';
                 if (!is_last) next.pop_back();
                 facts.insert(name + " " + last + " " + next);
@@ -146,6 +164,8 @@ stream_t::facts_t facts_of_table(const std::string &listing) {
         } else if (kind == "chain" && last == "snat" && word == "to" && name.rfind("pool_", 0) == 0) {
             words >> next;
             facts.insert(name + " " + next);
+        } else if (kind == "chain" && name == "prefixes" && word == ":") {
+            facts.insert("prefix " + last);
         } else if (kind == "chain" && name == "others" && word == "goto") {
             words >> next;
             if (next.back() == ',') next.pop_back();

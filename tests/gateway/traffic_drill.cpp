@@ -129,6 +129,47 @@ TEST_F(drill, tcp_finds_a_smaller_path_mtu_both_ways) {
     }
 }
 
+TEST_F(drill, a_walk_of_thousands_of_sessions_has_each_once_while_others_come_and_go) {
+    constexpr uint16_t stable_count = 20000;
+    serve_with_pool();
+    const socket_t stable = from_client(SOCK_DGRAM, 4000);
+    const socket_t others = from_client(SOCK_DGRAM, 4001);
+    const auto send_to_all = [](const socket_t &from, uint16_t count) {
+        for (uint16_t port = 1; port <= count; ++port) {
+            from.send("x", to_server(port));
+        }
+    };
+    ASSERT_TRUE(eventually([&] { /* queues may be too short for all at once */
+                                 send_to_all(stable, stable_count);
+                                 return listed_sessions() == stable_count;
+    }));
+    std::atomic<bool> is_over = false;
+    std::thread changing([&] {
+        for (uint16_t port = 1; !is_over; port = static_cast<uint16_t>(port % 10000 + 1)) {
+            others.send("x", to_server(port));
+            if (port % 100 == 0) middle.run("conntrack -D -f ipv6 -p udp --sport 4001 --dport " + std::to_string(port));
+        }
+    });
+    const auto begin = clock_type::now();
+    const json_t walked = sessions("--count 100");
+    const double took_s = seconds_since(begin);
+    is_over = true;
+    changing.join();
+    std::map<std::string, size_t> times;
+    std::set<int> ports;
+    for (const json_t &session : walked) {
+        if (session["src_port"] == 4000) ports.insert(session["dst_port"].get<int>());
+        EXPECT_EQ(++times[session["id"].dump()], 1U);
+    }
+    EXPECT_EQ(ports.size(), stable_count);
+    std::printf("%zu sessions in %.2f s, %zu of them came meanwhile\n", walked.size(), took_s,
+                walked.size() - ports.size());
+    const auto clearing = clock_type::now();
+    configure({"sessions clear --port 4000"});
+    std::printf("%.2f s: a clear of %zu\n", seconds_since(clearing), ports.size());
+    EXPECT_EQ(sessions("--port 4000").size(), 0U);
+}
+
 /** Changes that concern no flow, a kill with a new gateway, and a nat64d that is killed. */
 class disturbed_drill : public drill {
 protected:
@@ -179,7 +220,7 @@ TEST_F(disturbed_drill, a_transfer_of_500_mb_completes) {
 TEST_F(disturbed_drill, a_ping_every_10_ms_loses_nothing) {
     serve_with_pool();
     ASSERT_NE(ping(server_behind_prefix, 8), 0U);
-    constexpr int count = 2000;
+    constexpr int count = 1000;
     ran_t pinged{-1, ""};
     const auto begin = clock_type::now();
     double took_s = 0;
