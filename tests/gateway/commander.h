@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
@@ -48,27 +49,36 @@ public:
     /** Sends a line, and waits until it is carried out. */
     void carry_out(const std::string &line) {
         ASSERT_TRUE(send(line)) << line;
-        while (is_connected() && answered_ < sent_) {
+        settle();
+        ASSERT_EQ(answered(), sent_) << line;
+        EXPECT_EQ(results_.back(), 0U) << line;
+    }
+    /** Waits until all is answered, or the server is gone. */
+    void settle() {
+        while (is_connected() && answered() < sent_) {
             turn(-1);
         }
-        ASSERT_EQ(answered_, sent_) << line;
     }
     /** Begins to count anew, with no server or another one. */
-    void forget() { sent_ = answered_ = 0; }
+    void forget() {
+        sent_ = 0;
+        results_.clear();
+    }
 
     static bool is_connected() { return fwx_nat64_client_info_get()->connected != 0; }
     size_t sent() const { return sent_; }
-    size_t answered() const { return answered_; }
-    size_t outstanding() const { return sent_ - answered_; }
+    size_t answered() const { return results_.size(); }
+    size_t outstanding() const { return sent_ - answered(); }
+    /** Of the commands that were answered. */
+    const std::vector<uint32_t> &results() const { return results_; }
 
 private:
     void hear(const fwx_nat64_cmd_result_t &result) {
         const size_t number = reinterpret_cast<uintptr_t>(result.pal_ctx);
         const bool has_died = result.result == FWX_NAT64_ERR_AGAIN;
         if (has_died) return;
-        EXPECT_EQ(result.result, 0U) << "command " << number;
-        EXPECT_EQ(number, answered_ + 1) << "in their order";
-        ++answered_;
+        results_.push_back(result.result);
+        EXPECT_EQ(number, answered()) << "in their order";
     }
 
     static inline commander_t *present = nullptr;
@@ -76,7 +86,7 @@ private:
     line_words_t words_;
     record_reader_t reader_;
     size_t sent_ = 0;
-    size_t answered_ = 0;
+    std::vector<uint32_t> results_;
 };
 
 #endif

@@ -67,6 +67,8 @@ public:
         }
     }
     const items_t &items() const { return items_; }
+    /** The item that was changed last. */
+    const std::string &name() const { return name_; }
     void go_on_from(items_t items) { items_ = std::move(items); }
     size_t below(size_t count) { return random_() % count; }
 
@@ -121,8 +123,12 @@ public:
     }
 
 private:
-    std::string set(const std::string &name, const std::string &line) { return items_[name] = line; }
+    std::string set(const std::string &name, const std::string &line) {
+        name_ = name;
+        return items_[name] = line;
+    }
     std::string toggle(const std::string &name, const std::string &add, const std::string &del) {
+        name_ = name;
         if (items_.erase(name) != 0) return del;
         return set(name, add);
     }
@@ -136,6 +142,7 @@ private:
 
     std::mt19937 random_;
     items_t items_;
+    std::string name_;
 };
 
 /** The same from what nft lists. */
@@ -192,7 +199,28 @@ std::string difference(const stream_t::facts_t &one, const stream_t::facts_t &ot
     return text;
 }
 
-TEST_F(drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_by_half) {
+class configuration_drill : public drill {
+protected:
+    /** What `config show` says. */
+    static stream_t::facts_t shown_lines() {
+        stream_t::facts_t lines;
+        std::istringstream shown(run_command(std::string(NATCTL_PATH) + " --connect edge config show").output);
+        for (std::string line; std::getline(shown, line);) {
+            if (line.front() != '#') lines.insert(line);
+        }
+        return lines;
+    }
+    stream_t::facts_t facts_with_routes() const {
+        stream_t::facts_t facts = facts_of_table(table());
+        std::istringstream routes(middle.run("ip -4 route show dev fwx_nat64").output);
+        for (std::string line; std::getline(routes, line);) {
+            facts.insert("route " + line.substr(0, line.find(' ')));
+        }
+        return facts;
+    }
+};
+
+TEST_F(configuration_drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_by_half) {
     constexpr size_t most_in_window = 64;
     const uint32_t seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -225,6 +253,7 @@ TEST_F(drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_b
         }
         const size_t answered = commander.answered();
         acknowledged += answered;
+        EXPECT_EQ(commander.results(), std::vector<uint32_t>(answered, 0));
         const auto state_of = [&](auto is_it) {
             size_t number = answered;
             while (number < states.size() && !is_it(states[number])) {
@@ -232,7 +261,7 @@ TEST_F(drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_b
             }
             return number;
         };
-        stream_t::facts_t found = facts_of_table(table());
+        const stream_t::facts_t found = facts_of_table(table());
         const size_t in_kernel = state_of([&](const auto &items) { return found == stream_t::facts_of(items, false); });
         ASSERT_LT(in_kernel, states.size()) << answered << " of " << commander.sent() << " were acknowledged\n"
                                             << difference(found, stream_t::facts_of(states[answered], false)) << log();
@@ -240,21 +269,12 @@ TEST_F(drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_b
         const auto begin = clock_type::now();
         ASSERT_TRUE(serve()) << log();
         longest_start_s = std::max(longest_start_s, seconds_since(begin));
-        stream_t::facts_t lines;
-        std::istringstream shown(run_command(std::string(NATCTL_PATH) + " --connect edge config show").output);
-        for (std::string line; std::getline(shown, line);) {
-            if (line.front() != '#') lines.insert(line);
-        }
+        const stream_t::facts_t lines = shown_lines();
         const size_t kept = state_of([&](const auto &items) { return lines == stream_t::lines_of(items); });
         ASSERT_LT(kept, states.size()) << answered << " of " << commander.sent() << " were acknowledged\n"
                                        << difference(lines, stream_t::lines_of(states[answered]));
         EXPECT_LE(kept, in_kernel) << "a change is in force before it is kept";
-        found = facts_of_table(table());
-        std::istringstream routes(middle.run("ip -4 route show dev fwx_nat64").output);
-        for (std::string line; std::getline(routes, line);) {
-            found.insert("route " + line.substr(0, line.find(' ')));
-        }
-        EXPECT_EQ(difference(found, stream_t::facts_of(states[kept], true)), "") << "after the restart";
+        EXPECT_EQ(difference(facts_with_routes(), stream_t::facts_of(states[kept], true)), "") << "after the restart";
         unacknowledged_in_kernel += in_kernel - answered;
         unacknowledged_kept += kept - answered;
         stream.go_on_from(states[kept]);
@@ -265,7 +285,54 @@ TEST_F(drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_b
         kills, acknowledged, unacknowledged_in_kernel, unacknowledged_kept, longest_start_s);
 }
 
-TEST_F(drill, a_gateway_that_is_killed_while_it_starts_is_followed_by_one_that_works) {
+TEST_F(configuration_drill, what_the_kernel_refuses_leaves_what_was_told) {
+    constexpr uint32_t refused_by_kernel = 0x600d;
+    constexpr size_t most_at_once = 24;
+    const uint32_t seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    stream_t stream(seed);
+    ASSERT_TRUE(serve()) << log();
+    must(middle, "ip route add 203.0.114.0/24 dev out0");
+    const std::string refused = "pool add --id 99 --param 1 --start 203.0.114.0 --end 203.0.114.255";
+    commander_t commander;
+    for (const auto &[name, line] : stream.items()) {
+        commander.carry_out(line);
+    }
+    size_t accepted = 0;
+    size_t told = 0;
+    for (size_t round = 0; round < kills && !HasFailure(); ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        stream_t::items_t items = stream.items();
+        std::vector<std::pair<std::string, std::string>> sent; /* name and line */
+        commander.forget();
+        for (size_t left = 1 + stream.below(most_at_once); left > 0; --left) {
+            const bool is_bad = stream.below(8) == 0;
+            const std::string line = is_bad ? refused : stream.next();
+            sent.emplace_back(is_bad ? "" : stream.name(), line);
+            ASSERT_TRUE(commander.send(line));
+            if (stream.below(4) == 0) commander.settle();
+        }
+        commander.settle();
+        ASSERT_EQ(commander.answered(), sent.size()) << log();
+        for (size_t i = 0; i < sent.size(); ++i) {
+            const auto &[name, line] = sent[i];
+            const uint32_t result = commander.results()[i];
+            told += result == refused_by_kernel ? 1U : 0U;
+            EXPECT_TRUE(!name.empty() || result == refused_by_kernel) << result;
+            if (result != 0) continue;
+            ++accepted;
+            const bool is_deleted = line.find(" del ") != std::string::npos;
+            if (is_deleted) items.erase(name);
+            if (!is_deleted) items[name] = line;
+        }
+        EXPECT_EQ(difference(shown_lines(), stream_t::lines_of(items)), "");
+        EXPECT_EQ(difference(facts_with_routes(), stream_t::facts_of(items, true)), "");
+        stream.go_on_from(items);
+    }
+    std::printf("%zu changes accepted and %zu refused by the kernel\n", accepted, told);
+}
+
+TEST_F(configuration_drill, a_gateway_that_is_killed_while_it_starts_is_followed_by_one_that_works) {
     constexpr size_t longest_life_us = 150000;
     const uint32_t seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -303,7 +370,7 @@ TEST_F(drill, a_gateway_that_is_killed_while_it_starts_is_followed_by_one_that_w
                 begun, longest_start_s);
 }
 
-TEST_F(drill, changes_of_others_in_nftables_refuse_none) {
+TEST_F(configuration_drill, changes_of_others_in_nftables_refuse_none) {
     serve_with_pool();
     child_t other; /* as a firewall that is busy */
     ASSERT_TRUE(other.start([this](int ready) {
@@ -327,7 +394,7 @@ TEST_F(drill, changes_of_others_in_nftables_refuse_none) {
     std::printf("%zu changes beside those of another program\n", changes);
 }
 
-TEST_F(drill, ten_thousand_mappings_and_a_thousand_pools_are_applied_within_5_s) {
+TEST_F(configuration_drill, ten_thousand_mappings_and_a_thousand_pools_are_applied_within_5_s) {
     constexpr size_t mapping_count = 10000;
     constexpr size_t pool_count = 1000;
     constexpr double longest_s = 5;
