@@ -87,9 +87,10 @@ std::string translator_t::check() const {
 std::string translator_t::ensure(routes_t &routes, int patience_ms, bool &is_new) {
     const routes_t::device_t device = routes.device();
     is_new = !device.is_there;
-    if (device.is_served) return "";
-    if (!options_.is_external) {
-        end(); /* ends a process that has lost its device */
+    /* A device that is served is set up again, because a gateway may have been killed before its route was there. */
+    const bool must_start = !device.is_served && !options_.is_external;
+    if (must_start) {
+        end(); /* one that has lost its device */
         std::string error = start();
         if (!error.empty()) return error;
     }

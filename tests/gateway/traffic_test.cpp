@@ -278,7 +278,8 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     /* What was changed meanwhile by others is corrected. */
     must(middle,
          "nft add chain ip6 fwx_nat64_edge pool_77 && nft flush chain ip6 fwx_nat64_edge others"
-         " && ip route add 192.0.2.200 dev fwx_nat64 && ip route del 192.0.2.8 dev fwx_nat64");
+         " && ip route add 192.0.2.200 dev fwx_nat64 && ip route del 192.0.2.8 dev fwx_nat64"
+         " && ip route del fd6e:6174:3634::/96 dev fwx_nat64");
     ASSERT_TRUE(serve()) << log();
     EXPECT_TRUE(goes_on());
     EXPECT_EQ(sessions()[0]["id"], before[0]["id"]);
