@@ -48,8 +48,9 @@ bool comes_true(int patience_ms, condition_t condition) {
     return condition();
 }
 
-/** Creates the device, which persists without a process. */
+/** Makes the device, which stays without a process. One that is there is not opened, because it would look served. */
 std::string make_device() {
+    if (if_nametoindex(translator_device) != 0) return "";
     const int fd = open(tun_path, O_RDWR | O_CLOEXEC);
     if (fd < 0) return system_error(std::string("cannot open ") + tun_path + " (module tun)");
     ifreq request{};

@@ -363,7 +363,7 @@ TEST_F(configuration_drill, a_gateway_that_is_killed_while_it_starts_is_followed
         const auto begin = clock_type::now();
         ASSERT_TRUE(serve()) << log();
         longest_start_s = std::max(longest_start_s, seconds_since(begin));
-        EXPECT_NE(ping(server_behind_prefix, 8), 0U);
+        EXPECT_NE(ping(server_behind_prefix, 8), 0U) << log();
         EXPECT_EQ(run_command("pgrep -c -f " + state("edge") + "/translator[.]conf").output, "1\n");
     }
     std::printf("%zu starts cut short, %zu of them served already; the next one served within %.2f s\n", 3 * kills,
