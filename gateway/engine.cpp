@@ -39,7 +39,7 @@ bool is_in(const source_rule_t &rule, const uint8_t *address) {
     return has_prefix(address, rule.prefix.data(), rule.prefix_len);
 }
 
-/** Whether all addresses of a network are in one of the networks, which are the fewest that there can be. */
+/** Returns true if one of the networks contains `network`. No two of them could be merged into one. */
 bool has_network(const std::vector<ipv4_network_t> &networks, const ipv4_network_t &network) {
     const auto behind = std::upper_bound(networks.begin(), networks.end(), ipv4_network_t{network.address, 32});
     return behind != networks.begin() && std::prev(behind)->contains(network.address) &&
@@ -148,7 +148,7 @@ uint32_t gateway_engine_t::pool_delete_refusal(uint32_t pool_id) const {
 uint32_t gateway_engine_t::refusal_of(const fwx_nat64_intf_payload_t &interface) const {
     const bool is_plain = prefix_count(interface) == 0 && interface.mtu_valid == 0;
     if (!is_plain) return FWX_NAT64_MODEL_ERR_NOT_HERE;
-    /* An interface may go and stay configured. It can then still be turned off. */
+    /* An interface that no longer exists can still be turned off, because its configuration remains. */
     const bool is_off = interface.enable == 0 && config.interfaces.interfaces.get(interface.ifh);
     char name[IF_NAMESIZE];
     const bool is_ok = is_off || is_restoring_ || if_indextoname(interface.ifh, name) != nullptr;

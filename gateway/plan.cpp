@@ -19,7 +19,7 @@ std::string text_of(const ipv6_bytes_t &address) {
 const std::string &text_of(const std::string &text) {
     return text;
 }
-/** An IPv4 address, in host order, behind the translator's prefix. */
+/** Returns the IPv6 address that embeds an IPv4 address (host order) in the translator's prefix. */
 ipv6_bytes_t translated(uint32_t ipv4) {
     ipv6_bytes_t address;
     const uint32_t word = htonl(ipv4);
@@ -159,7 +159,7 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
 
 void add_sources(ruleset_t &ruleset, const configuration_t &config) {
     std::map<uint32_t, bool> is_named; /* pools that a mapping names */
-    std::optional<uint32_t> others;    /* pool of sources that no mapping names */
+    std::optional<uint32_t> others;    /* pool of the sources that no mapping names */
     for (const auto &[id, payload] : config.mappings.dynamic.entries) {
         const auto rule = source_rule_of(payload.map);
         if (!rule) continue; /* refused earlier */
@@ -192,7 +192,7 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
 
 /* --- What every gateway has --- */
 
-/** Interfaces are numbers, because one that is gone has no name. */
+/** Names interfaces by their index, because an interface that no longer exists has no name. */
 std::vector<std::string> prerouting_rules(const configuration_t &config, const std::string &in,
                                           const std::string &not_in) {
     std::vector<std::string> rules = {in + "dnat to ip6 daddr map @inbound"};
@@ -360,7 +360,7 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
         const bool is_counter = key.rfind("counter ", 0) == 0;
         if (is_counter && to.objects.count(key) == 0) gone += object_line("delete", key);
     }
-    /* Elements that `one` has and `other` has not, or with another value. */
+    /* Returns a line for the elements that `other` lacks or has with another value. */
     const auto differing = [&line](const char *verb, const char *name, const auto &one, const auto &other) {
         auto at = other.begin();
         std::string list;

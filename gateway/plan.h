@@ -52,8 +52,8 @@ using ipv6_bytes_t = std::array<uint8_t, 16>;
 struct ruleset_t {
     std::map<std::string, std::string> objects; /* definition by kind and name: `counter pool_1` */
     std::map<std::string, chain_t> chains;      /* by name */
-    /* Elements of the maps of these names, by their keys. Those of static mappings are not text, because there are
-     * thousands, of which a change has a few. */
+    /* Elements of the nftables maps of these names, ordered by key. Those of static mappings are kept as bytes, because
+     * a change affects few of many thousands, and only these become text. */
     std::vector<std::pair<ipv6_bytes_t, ipv6_bytes_t>> inbound, outbound;
     std::map<std::string, std::string> sources;
 };
@@ -67,8 +67,8 @@ struct plan_t {
 /** The sources of a dynamic mapping, and the pool that they use. */
 struct source_rule_t {
     ipv6_bytes_t prefix;
-    uint8_t prefix_len; /* 0: every source that no other mapping names */
-    uint32_t pool_id;   /* 0: every pool that no mapping names */
+    uint8_t prefix_len; /* 0: all sources that no other mapping names */
+    uint32_t pool_id;   /* 0: all pools that no mapping names */
 };
 /** Reads the second part of a dynamic mapping: 16 bytes of prefix, its length, zeros; the argument is the pool. All
  * zeros, or FWX_NAT64_DMAPPING_NO_SECOND_PART and zeros, mean all sources. Returns nothing for any other content. */

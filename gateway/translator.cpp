@@ -48,7 +48,8 @@ bool comes_true(int patience_ms, condition_t condition) {
     return condition();
 }
 
-/** Makes the device, which stays without a process. One that is there is not opened, because it would look served. */
+/** Creates the device, which persists without a process. Does not open a device that exists, because it would then
+ * look as if a translator served it. */
 std::string make_device() {
     if (if_nametoindex(translator_device) != 0) return "";
     const int fd = open(tun_path, O_RDWR | O_CLOEXEC);
@@ -88,10 +89,10 @@ std::string translator_t::check() const {
 std::string translator_t::ensure(routes_t &routes, int patience_ms, bool &is_new) {
     const routes_t::device_t device = routes.device();
     is_new = !device.is_there;
-    /* A device that is served is set up again, because a gateway may have been killed before its route was there. */
+    /* Sets up a served device again, because a gateway may have been killed before it added the route. */
     const bool must_start = !device.is_served && !options_.is_external;
     if (must_start) {
-        end(); /* one that has lost its device */
+        end(); /* ends a process that has lost its device */
         std::string error = start();
         if (!error.empty()) return error;
     }
@@ -143,8 +144,8 @@ std::string translator_t::start() const {
 std::string translator_t::become() const {
     std::string error = check();
     if (!error.empty()) return error;
-    /* Stays open until the translator ends. A gateway that is killed while it starts one is followed by a gateway that
-     * may start another, and the file with the process id must name the one that serves. */
+    /* The lock is held until the translator ends. Without it, the gateway that follows a killed one could start a
+     * second translator, and the file with the process id might name the wrong one. */
     const int lock = open(file(lock_name).c_str(), O_RDWR | O_CREAT, 0600);
     if (lock < 0) return system_error("cannot open " + file(lock_name));
     const bool is_only = comes_true(end_patience_ms, [lock] { return flock(lock, LOCK_EX | LOCK_NB) == 0; });
