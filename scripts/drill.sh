@@ -7,11 +7,12 @@
 #   daemon   kills the server under nat64d, with a document of ten thousand items that is edited once a second; nat64d finds
 #            each new server, with its state or without, within two seconds, has it in sync within two more, and does not
 #            grow
-#   operators  nobody but natctl: two operators, nat64d and another client change one server in so many rounds, and the last
-#            one to be told "ok" finds what it asked for
-#   gateway  the gateway, so many times while commands are in flight: what was acknowledged is in the kernel, and nothing by
-#            half; and, without kills: many clients, packets of many sizes, long transfers, large configurations. As root
-#   answers  nothing: how long others wait while nat64d gives a server so many rules
+#   operators  kills only natctl: two operators, nat64d and another client change one server in KILLS rounds, and the
+#            last one to get "ok" finds its change in force
+#   gateway  kills the gateway KILLS times while commands are in flight; the kernel has every acknowledged change, and no
+#            change by half. Without kills: many clients, packets of many sizes, long transfers, large configurations.
+#            Needs root
+#   answers  kills nothing; measures how long other clients wait while nat64d gives a server KILLS rules
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
