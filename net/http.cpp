@@ -19,6 +19,9 @@
 namespace {
 
 constexpr int events_at_once = 32;
+/* curl reads a socket up to 100 times before the loop turns, so this limits how many lines a peer can send meanwhile.
+ */
+constexpr long stream_read_bytes = 4096;
 constexpr int64_t least_moved_bytes = 1024; /* fewer bytes count as silence */
 constexpr uint64_t checks_per_timeout = 4;
 constexpr long keepalive_idle_s = 10;
@@ -253,6 +256,7 @@ bool http_t::transfer_t::set_options() {
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_PROXY, ""); /* ignore proxies from the environment too */
     set(CURLOPT_NOSIGNAL, 1L);
+    if (is_stream_) set(CURLOPT_BUFFERSIZE, stream_read_bytes);
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_POST, 1L);
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
@@ -333,14 +337,15 @@ void http_t::transfer_t::finish(CURLcode result) {
 
 bool http_t::stream_t::has_next() {
     if (!std::exchange(is_begun_, true)) begin();
-    return is_over() || (reply_.status == success && reply_.body.find('\n') != std::string::npos);
+    return is_over() || (reply_.status == success && reply_.body.find('\n', taken_) != std::string::npos);
 }
 
 std::optional<std::string> http_t::stream_t::take_line() {
     const bool has_lines = reply_.status == success;
-    const size_t end = has_lines ? reply_.body.find('\n') : std::string::npos;
+    const size_t end = has_lines ? reply_.body.find('\n', taken_) : std::string::npos;
     if (end == std::string::npos) return std::nullopt;
-    std::string line = reply_.body.substr(0, end);
-    reply_.body.erase(0, end + 1);
+    std::string line = reply_.body.substr(taken_, end - taken_);
+    taken_ = end + 1;
+    if (taken_ > reply_.body.size() / 2) reply_.body.erase(0, std::exchange(taken_, 0));
     return line;
 }

@@ -178,6 +178,7 @@ private:
 
     line_t *line_ = nullptr; /* the last awaitable, if it still exists */
     bool is_begun_ = false;
+    size_t taken_ = 0; /* bytes of the body that were given out as lines */
 };
 
 class [[nodiscard]] http_t::stream_t::line_t {

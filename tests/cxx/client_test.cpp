@@ -594,6 +594,19 @@ TEST_F(cxx_client_test_t, times_out_of_range_are_errors_at_the_call_and_zero_is_
     pump();
 }
 
+TEST_F(cxx_client_test_t, a_loop_that_awaits_tasks_which_end_at_once_takes_no_stack) {
+    client->close();
+    const auto refused = [](nat64::client &c) -> nat64::task<bool> { co_return !(co_await c.pool_add(a_pool(1))); };
+    const auto count = [&](nat64::client &c) -> nat64::task<uint32_t> {
+        uint32_t total = 0;
+        for (int i = 0; i < 300000; ++i) {
+            if (co_await refused(c)) ++total;
+        }
+        co_return total;
+    };
+    EXPECT_EQ(run(count(*client)), 300000U);
+}
+
 TEST_F(cxx_client_test_t, a_task_that_is_not_done_has_no_value_and_one_that_is_replaced_is_destroyed) {
     const auto wait = [](nat64::client &c, std::shared_ptr<int>) -> nat64::task<> { co_await c.pool_add(a_pool(1)); };
     const auto first = std::make_shared<int>();

@@ -357,6 +357,20 @@ TEST_F(etcd_test, a_lease_that_the_store_says_nothing_of_has_not_ended) {
     EXPECT_EQ(run(etcd.revoke_lease(7)).error.kind, kind_t::other);
 }
 
+TEST_F(etcd_test, an_event_behind_a_flood_of_lines_without_events_is_given) {
+    std::string lines = "{\"result\":{\"created\":true}}\n";
+    for (int i = 0; i < 50000; ++i) {
+        lines += "{\"result\":{\"header\":{\"revision\":\"5\"}}}\n";
+    }
+    lines += "{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\",\"mod_revision\":\"7\"}}]}}\n";
+    const scripted_server_t server({{scripted_server_t::answer(200, lines)}});
+    etcd_t etcd(loop_, store_at({server.place()}));
+    etcd_watch_t watch(etcd, "a", 1);
+    const auto got = run(watch.next());
+    ASSERT_EQ(got.value.size(), 1U) << got.error.text;
+    EXPECT_EQ(got.value.front().entry.mod_revision, 7);
+}
+
 TEST_F(etcd_test, events_beside_one_that_cannot_be_read_are_not_given) {
     const scripted_server_t server({{scripted_server_t::answer(
         200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}},7]}}\n")}});

@@ -119,10 +119,16 @@ public:
         struct awaiter {
             std::coroutine_handle<promise_type> handle;
             bool await_ready() const noexcept { return handle.done(); }
-            std::coroutine_handle<> await_suspend(std::coroutine_handle<> awaiting) const noexcept {
-                handle.promise().continuation = awaiting;
-                if (std::exchange(handle.promise().is_started, true)) return std::noop_coroutine();
-                return handle;
+            /* Runs the task here rather than by a transfer to it. Without optimisation a transfer takes stack, and a
+             * loop that awaits tasks which end at once would use it up. */
+            bool await_suspend(std::coroutine_handle<> awaiting) const {
+                promise_type &promise = handle.promise();
+                if (!std::exchange(promise.is_started, true)) {
+                    handle.resume();
+                    if (handle.done()) return false;
+                }
+                promise.continuation = awaiting;
+                return true;
             }
             value_type await_resume() const { return handle.promise().take(); }
         };
