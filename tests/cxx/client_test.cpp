@@ -316,6 +316,27 @@ TEST_F(cxx_client_test_t, unsolicited_messages_can_be_awaited_until_the_client_e
     EXPECT_EQ(late.missed(), 1502u);
 }
 
+TEST_F(cxx_client_test_t, a_stream_or_walk_and_the_coroutine_that_awaits_it_may_be_destroyed_in_either_order) {
+    const auto once = [](auto &source) -> nat64::task<> { static_cast<void>(co_await source.next()); };
+    std::unique_ptr<nat64::notification_stream> short_lived(new nat64::notification_stream(client->notifications()));
+    nat64::task<> outlives_it = once(*short_lived);
+    outlives_it.start();
+    short_lived.reset();
+    nat64::notification_stream stream = client->notifications();
+    model->sessions_generate(10);
+    auto sessions = client->sessions();
+    {
+        nat64::task<> dropped[] = {once(stream), once(sessions)};
+        dropped[0].start();
+        dropped[1].start();
+    }
+    ASSERT_EQ(model->notify_event(), 0u);
+    pump();
+    EXPECT_FALSE(outlives_it.done());
+    run(once(stream));
+    run(once(sessions));
+}
+
 TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone) {
     EXPECT_THROW(nat64::client("two", loop.get()), std::system_error);
     std::error_code error;

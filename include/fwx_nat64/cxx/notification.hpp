@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "fwx_nat64/cxx/task.hpp"
 #include "fwx_nat64/wire.h"
 
 namespace fwx::nat64 {
@@ -67,13 +68,13 @@ public:
 
     /** Awaits the next notification; nullopt: the client was closed or destroyed. */
     auto next() noexcept {
-        struct awaiter {
-            notification_stream *self;
+        struct awaiter : detail::waiting_place::guest {
+            explicit awaiter(notification_stream *stream) noexcept : guest(stream->waiting_), self(stream) {}
             bool await_ready() const noexcept { return self->has_one() || self->of_ == nullptr; }
-            void await_suspend(std::coroutine_handle<> waiting) const noexcept { self->waiting_ = waiting; }
             std::optional<notification> await_resume() const noexcept { return self->take(); }
+            notification_stream *self;
         };
-        return awaiter{this};
+        return awaiter(this);
     }
     /** Number of notifications dropped because the stream was full or memory was out. */
     uint64_t missed() const noexcept { return missed_; }
@@ -112,7 +113,7 @@ private:
     std::vector<notification> kept_; /* those before read_ have been awaited */
     size_t read_ = 0;
     uint64_t missed_ = 0;
-    std::coroutine_handle<> waiting_;
+    detail::waiting_place waiting_;
 };
 
 namespace detail {
@@ -134,7 +135,7 @@ inline void streams::tell(const notification &what) noexcept {
 }
 inline std::coroutine_handle<> streams::take_ready() noexcept {
     for (notification_stream *each = first_; each != nullptr; each = each->next_) {
-        if (each->waiting_ && each->has_one()) return std::exchange(each->waiting_, nullptr);
+        if (each->waiting_ && each->has_one()) return each->waiting_.take();
     }
     return nullptr;
 }
@@ -142,7 +143,7 @@ inline bool streams::end_one(std::coroutine_handle<> &waiting) noexcept {
     if (first_ == nullptr) return false;
     notification_stream &ended = *std::exchange(first_, first_->next_);
     ended.of_ = nullptr;
-    waiting = std::exchange(ended.waiting_, nullptr);
+    waiting = ended.waiting_.take();
     return true;
 }
 

@@ -354,13 +354,13 @@ public:
         walk_.within(detail::deadline_of(timeout));
     }
     auto next() noexcept {
-        struct awaiter {
-            page_walk *self;
+        struct awaiter : detail::waiting_place::guest {
+            explicit awaiter(page_walk *walk) noexcept : guest(walk->waiting_), self(walk) {}
             bool await_ready() const { return self->is_ready(); }
-            void await_suspend(std::coroutine_handle<> waiting) const noexcept { self->waiting_ = waiting; }
             entries_t await_resume() const { return self->take(); }
+            page_walk *self;
         };
-        return awaiter{this};
+        return awaiter(this);
     }
     /** The error with which the walk has ended; no error: all pages have arrived. */
     result end() const noexcept { return end_; }
@@ -399,18 +399,18 @@ private:
     }
     void arrived(std::span<const entry_type> entries) {
         if (entries.empty()) return;
-        if (waiting_ == nullptr) {
+        if (!waiting_) {
             kept_.insert(kept_.end(), entries.begin(), entries.end());
             return;
         }
         here_ = {entries.data(), entries.size()};
-        std::exchange(waiting_, nullptr).resume();
+        waiting_.take().resume();
     }
     void ended(std::error_code error, const std::exception_ptr &thrown) {
         end_ = {error, walk_.was_sent()};
         thrown_ = thrown;
         has_ended_ = true;
-        if (waiting_ != nullptr) std::exchange(waiting_, nullptr).resume();
+        if (waiting_) waiting_.take().resume();
     }
 
     bool is_started_ = false;
@@ -420,7 +420,7 @@ private:
     entries_t here_;               /* entries in the reply that is being delivered */
     std::vector<entry_type> kept_; /* entries that arrived while nobody waited */
     std::vector<entry_type> read_; /* kept entries that the coroutine has got */
-    std::coroutine_handle<> waiting_;
+    detail::waiting_place waiting_;
     detail::list_walk<ask_type, page_fn, end_fn> walk_;
 };
 

@@ -22,6 +22,46 @@ namespace detail {
 using unheard_fn = void (*)(const std::exception_ptr &what) noexcept;
 inline constinit unheard_fn report_unheard = nullptr;
 
+/** Where one coroutine waits for an object. The object and the coroutine may be destroyed in either order. */
+class waiting_place {
+public:
+    /** Base of the awaiter. */
+    class guest {
+    public:
+        explicit guest(waiting_place &place) noexcept : place_(&place) {}
+        guest(const guest &) = delete;
+        guest &operator=(const guest &) = delete;
+        ~guest() {
+            if (place_ != nullptr && place_->guest_ == this) place_->guest_ = nullptr;
+        }
+        void await_suspend(std::coroutine_handle<> waiting) noexcept {
+            waiting_ = waiting;
+            place_->guest_ = this;
+        }
+
+    private:
+        friend class waiting_place;
+        waiting_place *place_; /* null: destroyed, or left */
+        std::coroutine_handle<> waiting_;
+    };
+
+    waiting_place() = default;
+    waiting_place(const waiting_place &) = delete;
+    waiting_place &operator=(const waiting_place &) = delete;
+    ~waiting_place() { take(); }
+    explicit operator bool() const noexcept { return guest_ != nullptr; }
+    /** Returns the coroutine, for the caller to resume, or null; nobody waits afterwards. */
+    std::coroutine_handle<> take() noexcept {
+        guest *const taken = std::exchange(guest_, nullptr);
+        if (taken == nullptr) return nullptr;
+        taken->place_ = nullptr;
+        return taken->waiting_;
+    }
+
+private:
+    guest *guest_ = nullptr;
+};
+
 struct task_promise_base {
     std::coroutine_handle<> continuation; /* null: nobody awaits it */
     bool is_started = false;
