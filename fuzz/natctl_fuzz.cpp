@@ -47,7 +47,7 @@ void check_both_read_alike(const std::string &line) {
     static command_spec_t root;
     static grammar_t grammar(root);
     line_words_t words;
-    record_reader_t reader("show");                                /* as natctl's own */
+    record_reader_t reader(show_verb);
     const bool cuts_errors = line.find('\0') != std::string::npos; /* those of the grammar end there */
     if (words.split(line) != 0 || cuts_errors) return;
     const record_reader_t::result_t result = reader.read(words.words());

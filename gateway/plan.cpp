@@ -196,15 +196,17 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
 std::vector<std::string> prerouting_rules(const configuration_t &config, const std::string &in,
                                           const std::string &not_in) {
     std::vector<std::string> rules = {in + "dnat to ip6 daddr map @inbound"};
-    const auto &interfaces = config.interfaces.interfaces.entries;
-    std::string list;
-    for (const auto &[index, interface] : interfaces) {
+    std::string list; /* without those that are off, which a document cannot tell from those that were never set */
+    for (const auto &[index, interface] : config.interfaces.interfaces.entries) {
         const bool is_on = interface.enable != 0 || interface.nvi != 0;
         if (is_on) list.append(list.empty() ? "" : ", ").append(std::to_string(index));
     }
-    if (interfaces.empty()) rules.push_back(not_in + "jump prefixes");
-    if (!list.empty()) rules.push_back("iif { " + list + " } jump prefixes");
-    if (!interfaces.empty()) rules.push_back(not_in + "ip6 daddr " + prefix_96(translator_prefix.data()) + " drop");
+    if (list.empty()) {
+        rules.push_back(not_in + "jump prefixes");
+    } else {
+        rules.push_back("iif { " + list + " } jump prefixes");
+        rules.push_back(not_in + "ip6 daddr " + prefix_96(translator_prefix.data()) + " drop");
+    }
     return rules;
 }
 

@@ -405,20 +405,6 @@ TEST_F(cxx_client_test_t,
     EXPECT_TRUE(run(add(*client)));
 }
 
-namespace {
-
-/** Sends to a paused server until the channel refuses a send. Returns the result of that send. */
-nat64::result fill_up(nat64::client &client, bool &was_throttled) {
-    for (size_t i = 0; i < 1000000; ++i) {
-        const nat64::result got = client.session_clear(nat64::session_filter{}, [](const nat64::result &) {});
-        if (!got) return got;
-        was_throttled = was_throttled || client.is_throttled();
-    }
-    return {};
-}
-
-}  // namespace
-
 TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_a_full_channel_and_awaited_commands_wait_for_room) {
     model->pause_set(true);
     bool was_throttled = false;

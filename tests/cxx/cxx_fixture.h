@@ -57,4 +57,15 @@ constexpr fwx::nat64::basic_rule a_rule(uint32_t id) {
     return {.rule_id = id, .v6 = "2001:db8::/40", .v4 = "192.0.2.0/24", .ea_len = 16};
 }
 
+/** Sends to a paused server until the channel refuses a send. Returns the result of that send. */
+inline fwx::nat64::result fill_up(fwx::nat64::client &client, bool &was_throttled) {
+    for (size_t i = 0; i < 1000000; ++i) {
+        const fwx::nat64::result got =
+            client.session_clear(fwx::nat64::session_filter{}, [](const fwx::nat64::result &) {});
+        if (!got) return got;
+        was_throttled = was_throttled || client.is_throttled();
+    }
+    return {};
+}
+
 #endif

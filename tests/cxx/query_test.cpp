@@ -153,6 +153,35 @@ TEST_F(cxx_query_test_t, walks_beyond_the_servers_limit_wait_until_others_end) {
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
+TEST_F(cxx_query_test_t, a_list_whose_next_query_waits_for_room_is_counted_once) {
+    add_pools(2500);
+    size_t seen = 0;
+    bool was_throttled = false;
+    const auto list = [&](nat64::client &c) -> nat64::task<bool> {
+        const auto fill_up_and_count = [&](std::span<const fwx_nat64_stats_pool_entry_t> pools) {
+            if (seen == 0) {
+                model->pause_set(true);
+                fill_up(c, was_throttled);
+            }
+            seen += pools.size();
+        };
+        const nat64::result end = co_await c.stats_pools(fill_up_and_count);
+        co_return !end.error;
+    };
+    nat64::task<bool> whole = list(*client);
+    whole.start();
+    pump();
+    EXPECT_LT(seen, 2500U) << "the channel is full";
+    model->pause_set(false);
+    pump();
+    ASSERT_TRUE(whole.done());
+    EXPECT_TRUE(whole.get());
+    EXPECT_EQ(seen, 2500U);
+    model->fail_next(FWX_NAT64_MODEL_ERR_TOO_MANY, 1);
+    const auto code = [](nat64::client &c) -> nat64::task<uint32_t> { co_return (co_await c.stats_pools()).code(); };
+    EXPECT_EQ(run(code(*client)), FWX_NAT64_MODEL_ERR_TOO_MANY) << "it waits for no other list, since there is none";
+}
+
 TEST_F(cxx_query_test_t, the_deadline_of_a_list_begins_anew_with_each_reply) {
     model->sessions_generate(40);
     client->deadline_set(50ms);

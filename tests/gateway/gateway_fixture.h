@@ -7,10 +7,12 @@
 #include <sys/prctl.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "commander.h"
 #include "network.h"
 #include "tests/support/child.h"
 #include "tests/support/eventually.h"
@@ -87,6 +89,22 @@ protected:
         }
     }
     static json_t sessions(const std::string &filter = "") { return ask("sessions walk " + filter).second["data"]; }
+    /** What connection tracking lists, a session a line. */
+    std::string tracked() const { return middle.run("{ conntrack -L -f ipv6 2>/dev/null; }").output; }
+    size_t listed_sessions() const {
+        const std::string list = tracked();
+        return static_cast<size_t>(std::count(list.begin(), list.end(), '\n'));
+    }
+    /** So many changes that concern none of the flows. */
+    static void change_unrelated(commander_t &commander, size_t count) {
+        for (size_t i = 0; i < count; i += 4) {
+            for (const char *line : {"smapping add --id 900 --addr1 2001:db8:9::9 --addr2 203.0.113.77",
+                                     "pool add --id 900 --param 1 --start 203.0.113.80 --end 203.0.113.87",
+                                     "smapping del --id 900", "pool del --id 900"}) {
+                commander.carry_out(line);
+            }
+        }
+    }
     /** A member of the system statistics. */
     static uint64_t system(const char *name) {
         const json_t data = ask("stats system").second["data"];

@@ -54,7 +54,8 @@ const row_t rows[] = {
      "add rule ip6 t prefixes dnat ip6 prefix to ip6 daddr map { 2001:db8:64::/96 : fd6e:6174:3634::/96 }\n"
      "add rule ip6 t prefixes ip6 daddr fd6e:6174:3634::/96 drop\n"
      "add rule ip6 t to_inside snat ip6 prefix to ip6 saddr map { fd6e:6174:3634::/96 : 2001:db8:64::/96 }\n"},
-    {"interfaces_that_are_on_translate_once_one_is_configured",
+    {"an_interface_that_is_off_restricts_nothing", {}, {"interface set --ifh 5 --enable 0"}, ""},
+    {"interfaces_that_are_on_translate_once_one_is",
      {},
      {"interface set --ifh 3 --enable 1", "interface set --ifh 5 --enable 0", "nvi enable --ifh 7"},
      "flush chain ip6 t prerouting\n"

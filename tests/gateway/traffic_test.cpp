@@ -1,6 +1,7 @@
 /* Packets through the gateway, and what its clients see of them. */
 #include <net/if.h>
 
+#include <functional>
 #include <set>
 #include <sstream>
 
@@ -48,18 +49,18 @@ TEST_F(traffic_test, nothing_passes_without_a_prefix_or_without_a_pool) {
     EXPECT_EQ(at.receive(socket_t::never_ms), "");
 }
 
-TEST_F(traffic_test, once_an_interface_is_configured_only_those_that_are_on_translate) {
+TEST_F(traffic_test, once_an_interface_is_on_only_those_that_are_on_translate) {
     serve_with_pool();
     must(middle, "ip link add gone0 type veth peer name gone1");
     const auto handle = [this](const char *name) {
         return " --ifh " + std::to_string(middle.inside([name] { return if_nametoindex(name); }));
     };
     const socket_t at = at_server(SOCK_DGRAM, 7);
-    const auto passes =
-        [&](const char *prefix) { /* from a port of its own: a session that is there goes on */
-                                  from_client(SOCK_DGRAM).send("hello", {prefix + std::string("c633:6402"), 7});
-                                  return !at.receive(socket_t::never_ms).empty();
-        };
+    const auto passes = [&](const char *prefix) {
+        /* The port is new, because a session that is there goes on. */
+        from_client(SOCK_DGRAM).send("hello", {prefix + std::string("c633:6402"), 7});
+        return !at.receive(socket_t::never_ms).empty();
+    };
     const char *const prefix = "2001:db8:64::";
     const std::string in0 = handle("in0");
     const std::string gone0 = handle("gone0");
@@ -76,8 +77,11 @@ TEST_F(traffic_test, once_an_interface_is_configured_only_those_that_are_on_tran
     EXPECT_TRUE(passes(prefix));
     configure({"interface set" + gone0 + " --enable 0"});
     EXPECT_EQ(ask("interface set" + gone0).second["code"], 0x6006) << "it is gone";
-    configure({"interface set" + in0 + " --enable 0"});
+    const std::string out0 = handle("out0");
+    configure({"nvi enable" + out0, "interface set" + in0 + " --enable 0"});
     EXPECT_FALSE(passes(prefix));
+    configure({"interface set" + out0 + " --enable 0"});
+    EXPECT_TRUE(passes(prefix)) << "as without any interface";
 }
 
 TEST_F(traffic_test, a_static_mapping_is_reached_from_both_sides) {
@@ -147,7 +151,7 @@ std::multiset<std::string> listed_by_conntrack(const std::string &list) {
     return found;
 }
 
-TEST_F(traffic_test, a_walk_is_what_conntrack_lists_and_a_clear_ends_what_its_filter_says) {
+TEST_F(traffic_test, a_walk_is_what_conntrack_lists) {
     serve_with_pool();
     std::vector<socket_t> open;
     for (uint16_t port = 1; port <= 20; ++port) {
@@ -168,19 +172,66 @@ TEST_F(traffic_test, a_walk_is_what_conntrack_lists_and_a_clear_ends_what_its_fi
                       std::to_string(session["dst_port"].get<int>()));
     }
     EXPECT_EQ(walked.size(), 21U);
-    EXPECT_EQ(walked, listed_by_conntrack(middle.run("{ conntrack -L -f ipv6 2>/dev/null; }").output));
+    EXPECT_EQ(walked, listed_by_conntrack(tracked()));
     EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 21);
     EXPECT_EQ(sessions("--protocol tcp")[0]["state_name"], "established");
     EXPECT_EQ(sessions("--port 5").size(), 1U);
+}
 
-    configure({"sessions clear --port 5"});
-    EXPECT_EQ(sessions().size(), 20U);
-    EXPECT_EQ(sessions("--port 5").size(), 0U);
-    configure({"sessions clear --protocol udp"});
-    ASSERT_EQ(sessions().size(), 1U);
-    EXPECT_EQ(sessions()[0]["protocol_name"], "tcp");
-    configure({"sessions clear --all"});
-    EXPECT_EQ(middle.run("conntrack -L -f ipv6").output.find("src="), std::string::npos);
+TEST_F(traffic_test, a_clear_ends_exactly_the_sessions_of_its_filter) {
+    serve_with_pool();
+    std::vector<socket_t> open;
+    for (uint16_t port = 1; port <= 5; ++port) {
+        open.push_back(at_server(SOCK_DGRAM, port));
+        for (int i = 0; i < 16; ++i) {
+            open.push_back(from_client(SOCK_DGRAM, 0, i % 2 == 0 ? "2001:db8:1::2" : "2001:db8:1::3"));
+            ASSERT_TRUE(open.back().send("hello", to_server(port)));
+        }
+    }
+    const socket_t listener = at_server(SOCK_STREAM, 3);
+    listen(listener.fd(), 16);
+    for (int i = 0; i < 8; ++i) {
+        open.push_back(from_client(SOCK_STREAM));
+        ASSERT_TRUE(open.back().connects(to_server(3)));
+    }
+    ASSERT_NE(ping(server_behind_prefix, 8), 0U);
+    json_t before = sessions();
+    ASSERT_EQ(before.size(), 5U * 16 + 8 + 1);
+    const auto is_udp = [](const json_t &session) { return session["protocol_name"] == "udp"; };
+    const json_t one = *std::find_if(before.begin(), before.end(), is_udp);
+    const auto has_port = [](const json_t &session, const json_t &port) {
+        return session["src_port"] == port || session["pool_port"] == port || session["dst_port"] == port;
+    };
+    using match_t = std::function<bool(const json_t &)>;
+    const std::pair<std::string, match_t> filters[] = {
+        {"--protocol icmp", [](const json_t &session) { return session["protocol_name"] == "icmpv6"; }},
+        {"--port " + one["pool_port"].dump(),
+         [&](const json_t &session) { return has_port(session, one["pool_port"]); }},
+        {"--port 3 --protocol tcp",
+         [&](const json_t &session) { return has_port(session, 3) && session["protocol_name"] == "tcp"; }},
+        {"--src 2001:db8:1::3 --port 4",
+         [&](const json_t &session) { return session["src"] == "2001:db8:1::3" && has_port(session, 4); }},
+        {"--pool-address " + one["pool_addr"].get<std::string>() + " --port 2",
+         [&](const json_t &session) { return session["pool_addr"] == one["pool_addr"] && has_port(session, 2); }},
+        {"--dst 198.51.100.9", [](const json_t &) { return false; }},
+        {"--src 2001:db8:1::3", [](const json_t &session) { return session["src"] == "2001:db8:1::3"; }},
+        {"--dst 198.51.100.2", [](const json_t &) { return true; }},
+    };
+    for (const auto &[filter, is_match] : filters) {
+        std::set<std::string> kept;
+        std::set<std::string> found;
+        for (const json_t &session : before) {
+            if (!is_match(session)) kept.insert(session["id"].dump());
+        }
+        configure({"sessions clear " + filter});
+        const json_t after = sessions();
+        for (const json_t &session : after) {
+            found.insert(session["id"].dump());
+        }
+        EXPECT_EQ(found, kept) << filter;
+        EXPECT_EQ(listed_sessions(), kept.size()) << filter;
+        before = after;
+    }
 }
 
 TEST_F(traffic_test, a_full_pool_refuses_flows_and_counts_them) {
@@ -205,49 +256,87 @@ TEST_F(traffic_test, a_full_pool_refuses_flows_and_counts_them) {
     EXPECT_EQ(at.receive(socket_t::never_ms), "");
 }
 
-TEST_F(traffic_test, timeouts_are_as_set) {
+TEST_F(traffic_test, each_timeout_is_the_one_that_was_set) {
     serve_with_pool();
-    configure({"timeout set --type udp --value 50", "timeout set --type tcp-est --value 1000",
-               "timeout set --type icmp --value 20"});
+    configure({"timeout set --type udp --value 50", "timeout set --type udp-min --value 90",
+               "timeout set --type tcp-trans --value 130", "timeout set --type tcp-est --value 1000",
+               "timeout set --type tcp-in-syn --value 33", "timeout set --type icmp --value 41",
+               "smapping add --id 7 --addr1 2001:db8:1::77 --addr2 192.0.2.80"});
     const socket_t at = at_server(SOCK_DGRAM, 7);
     const socket_t udp = from_client(SOCK_DGRAM);
     ASSERT_TRUE(converse(udp, at, to_server(7)));
     const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
-    const socket_t tcp = from_client(SOCK_STREAM);
-    ASSERT_TRUE(tcp.connects(to_server(80)));
-    ASSERT_NE(ping(server_behind_prefix, 8), 0U);
-    const std::pair<const char *, uint32_t> expected[] = {{"udp", 50}, {"tcp", 1000}, {"icmpv6", 20}};
-    for (const auto &[protocol, seconds] : expected) {
-        const json_t found = sessions(std::string("--protocol ") + protocol);
-        ASSERT_EQ(found.size(), 1U) << protocol;
-        EXPECT_LE(found[0]["remaining_s"].get<uint32_t>(), seconds) << protocol;
-        EXPECT_GE(found[0]["remaining_s"].get<uint32_t>() + 2, seconds) << protocol;
+    listen(listener.fd(), 2);
+    const socket_t open = from_client(SOCK_STREAM);
+    ASSERT_TRUE(open.connects(to_server(80)));
+    const socket_t accepted = listener.accepted();
+    {
+        const socket_t closed = from_client(SOCK_STREAM, 4000);
+        ASSERT_TRUE(closed.connects(to_server(80)));
+        const socket_t other = listener.accepted();
+        shutdown(closed.fd(), SHUT_WR);
+        EXPECT_EQ(other.receive(), "");
     }
+    const socket_t opening = from_client(SOCK_STREAM);
+    static_cast<void>(opening.connects({"2001:db8:64::c633:644d", 81}, 0)); /* 198.51.100.77, which nobody has */
+    const socket_t from_outside = at_server(SOCK_STREAM, 0);
+    static_cast<void>(from_outside.connects({"192.0.2.80", 82}, 0));
+    ASSERT_NE(ping(server_behind_prefix, 8), 0U);
+    const struct {
+        const char *begin, *part;
+        int seconds;
+    } expected[] = {{"udp ", "dport=7 ", 90},   {"tcp ", "ESTABLISHED", 1000}, {"tcp ", "TIME_WAIT", 130},
+                    {"tcp ", "dport=81 ", 130}, {"tcp ", "dport=82 ", 33},     {"icmpv6 ", "", 41}};
+    for (const auto &[begin, part, seconds] : expected) {
+        int remaining = -1;
+        std::istringstream lines(tracked());
+        for (std::string line; std::getline(lines, line);) {
+            const bool is_it = line.rfind(begin, 0) == 0 && line.find(part) != std::string::npos;
+            if (is_it) std::sscanf(line.c_str(), "%*s %*d %d", &remaining);
+        }
+        EXPECT_LE(remaining, seconds) << begin << part;
+        EXPECT_GE(remaining, seconds - 2) << begin << part << "\n" << tracked();
+    }
+    const json_t shown = sessions("--port 7 --protocol udp");
+    ASSERT_EQ(shown.size(), 1U);
+    EXPECT_LE(shown[0]["remaining_s"].get<uint32_t>(), 90U);
+    EXPECT_GE(shown[0]["remaining_s"].get<uint32_t>(), 88U);
 }
 
 TEST_F(traffic_test, a_session_limit_stays_exact_over_unrelated_changes_and_a_restart) {
+    constexpr size_t limit = 20;
     serve_with_pool();
-    configure({"limit add --type sessions --value 3"});
+    configure({"limit add --type sessions --value " + std::to_string(limit)});
     const socket_t at = at_server(SOCK_DGRAM, 7);
     std::vector<socket_t> open;
-    const auto passes = [&] {
-        open.push_back(from_client(SOCK_DGRAM));
-        open.back().send("hello", to_server(7));
-        return !at.receive(socket_t::never_ms).empty();
+    const auto passed_of = [&](size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            open.push_back(from_client(SOCK_DGRAM));
+            open.back().send("hello", to_server(7));
+        }
+        size_t passed = 0;
+        while (!at.receive(socket_t::never_ms).empty()) {
+            ++passed;
+        }
+        return passed;
     };
-    EXPECT_TRUE(passes());
-    for (int i = 0; i < 5; ++i) {
-        configure({"smapping add --id 9 --addr1 2001:db8:9::9 --addr2 203.0.113.77", "smapping del --id 9"});
+    EXPECT_EQ(passed_of(limit / 2), limit / 2);
+    {
+        commander_t commander;
+        for (size_t i = 0; i < 50; i += 10) {
+            change_unrelated(commander, 8);
+            commander.carry_out("timeout set --type udp --value " + std::to_string(300 + i));
+            commander.carry_out("timeout set --type tcp-est --value " + std::to_string(7000 + i));
+        }
     }
-    EXPECT_TRUE(passes() && passes());
-    EXPECT_FALSE(passes());
+    EXPECT_EQ(passed_of(limit), limit / 2);
+    EXPECT_EQ(listed_sessions(), limit);
     gateway.end(SIGKILL);
     ASSERT_TRUE(serve()) << log();
-    EXPECT_FALSE(passes());
-    EXPECT_EQ(ask("stats limits").second["data"][0]["in_use"], 3);
+    EXPECT_EQ(passed_of(1), 0U);
+    EXPECT_EQ(ask("stats limits").second["data"][0]["in_use"], limit);
     configure({"limit del --type sessions"});
-    EXPECT_TRUE(passes());
+    EXPECT_EQ(passed_of(1), 1U);
 }
 
 TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {

@@ -16,6 +16,9 @@
 #include "tools/command_line.h"
 #include "tools/natctl/pal.h"
 
+/** The verb that every configuration family has beside its own. */
+inline constexpr const char *show_verb = "show";
+
 class grammar_t {
 public:
     /** Adds all commands to `root`, which must outlive the grammar. */

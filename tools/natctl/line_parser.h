@@ -19,7 +19,7 @@ public:
 
 private:
     line_words_t words_;
-    record_reader_t reader_{"show"};
+    record_reader_t reader_{show_verb};
     command_spec_t root_;
     grammar_t grammar_{root_};
 };

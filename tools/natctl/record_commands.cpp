@@ -100,7 +100,7 @@ void add_record_commands(grammar_t &grammar, std::string_view group) {
         for (size_t j = 0; j < family.verb_count; ++j) {
             add_verb(grammar, family, family.verbs[j]);
         }
-        grammar.immediate("show", std::string("Shows what the server holds of: ") + family.noun,
+        grammar.immediate(show_verb, std::string("Shows what the server holds of: ") + family.noun,
                           [&family](call_t &call) { return show(call, family); });
     }
 }

@@ -75,8 +75,8 @@ public:
 
 private:
     void count() noexcept {
+        if (!is_counted_) to_->list_began(); /* it stays counted while its next query waits for room */
         was_sent_ = is_counted_ = true;
-        to_->list_began();
     }
     /** Queues the query until another list has ended, if the server refused it because it answers only a limited number
      * of lists at a time. Returns false if it is not queued. */
@@ -93,9 +93,10 @@ private:
     }
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
         auto &self = static_cast<list_walk &>(base);
-        if (got == nullptr) self.id_ = 0;
-        if (got == nullptr && self.waits_for_another(error)) return;
-        if (got == nullptr) return self.end(error);
+        if (got == nullptr) {
+            self.id_ = 0;
+            return self.waits_for_another(error) ? void() : self.end(error);
+        }
         if (got == &room_page) return self.has_room();
         binding &to = *self.to_;
         const binding::life_t life(to);
