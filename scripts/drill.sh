@@ -12,6 +12,8 @@
 #   gateway  kills the gateway KILLS times while commands are in flight; the kernel has every acknowledged change, and no
 #            change by half. Without kills: many clients, packets of many sizes, long transfers, large configurations.
 #            Needs root
+#   store    kills, stops and cuts off members of a store of three that five gateways follow; all gateways hold the last
+#            pushed version within 15 s of a majority being there. Needs root
 #   answers  kills nothing; measures how long other clients wait while nat64d gives a server KILLS rules
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,15 +25,16 @@ case "${1:-}" in
   journal) presets="dev asan" kills=1000 target=journal_drill command=("tests/state/journal_drill") more= ;;
   operators) presets=dev kills=1000 target=operators_drill command=("tests/drill/operators_drill") more= ;;
   gateway) presets=release kills=100 target=gateway_drill command=("tests/gateway/gateway_drill") more= ;;
+  store) presets=release kills= target=store_drill command=("tests/fleet/store_drill") more= ;;
   answers) presets=release kills=200000 target=daemon_drill command=("tests/nat64d/daemon_drill") mode=answers more= ;;
   daemon) presets=dev kills=200 target=daemon_drill command=("tests/nat64d/daemon_drill") more=10000 ;;
-  *) echo "usage: $0 servers|journal|daemon|operators|gateway|answers [KILLS]" >&2; exit 2 ;;
+  *) echo "usage: $0 servers|journal|daemon|operators|gateway|store|answers [KILLS]" >&2; exit 2 ;;
 esac
 kills=${2:-$kills}
 
-need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev
+need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev etcd-server etcd-client
 for preset in $presets; do
   say "$preset: $1 $kills"
   build "$preset" "$target"
-  "${command[@]/#/build/$preset/}" $mode "$kills" $more
+  "${command[@]/#/build/$preset/}" $mode $kills $more
 done

@@ -79,7 +79,7 @@ if [[ $tier == --full ]]; then
   tests/delivery/package_test.sh "$PWD" "$PWD/build/packages"
   tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
   scripts/fuzz.sh 600
-  for drill in servers journal daemon operators gateway answers; do
+  for drill in servers journal daemon operators gateway store answers; do
     scripts/drill.sh $drill
   done
 fi

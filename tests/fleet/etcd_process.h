@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,9 +38,8 @@ inline uint16_t free_port() {
     return ntohs(address.sin_port);
 }
 
-/** True if a process listens at a port. */
-inline bool answers_at(uint16_t port) {
-    const sockaddr_in address = loopback(port);
+/** True if a process listens there. */
+inline bool answers_at(const sockaddr_in &address) {
     const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     if (fd >= 0) close(fd);
     return fd >= 0;
@@ -51,15 +51,19 @@ public:
      * @param more      options, in addition to those with addresses and paths
      * @param scheme    https if these options require it
      * @param peer_port port for the other members of its cluster, which may start later; 0: any
+     * @param host      its IPv4 address
+     * @param enter     called in its process before it starts
      */
-    explicit etcd_process_t(std::vector<std::string> more = {}, std::string scheme = "http", uint16_t peer_port = 0)
-        : more_(std::move(more)), scheme_(std::move(scheme)) {
+    explicit etcd_process_t(
+        std::vector<std::string> more = {}, std::string scheme = "http", uint16_t peer_port = 0,
+        std::string host = "127.0.0.1", std::function<void()> enter = [] {})
+        : more_(std::move(more)), scheme_(std::move(scheme)), host_(std::move(host)), enter_(std::move(enter)) {
         char name[] = "/tmp/etcd.XXXXXX";
         folder_ = mkdtemp(name);
         for (int tries = 0; tries < 5 && !is_up_; ++tries) { /* another process may have taken the ports meanwhile */
             port_ = free_port();
             peer_port_ = peer_port == 0 ? free_port() : peer_port;
-            std::filesystem::remove_all(folder_ + "/data");
+            lose_data();
             start();
         }
     }
@@ -78,13 +82,14 @@ public:
         bool has_ended = false;
         is_up_ = eventually([&] {
                      has_ended = waitpid(pid_, nullptr, WNOHANG) == pid_;
-                     return has_ended || answers_at(port_);
+                     return has_ended || answers_at(address());
                  }) &&
                  !has_ended;
         if (has_ended) pid_ = -1;
         return is_up_;
     }
     void signal(int number) const { kill(pid_, number); }
+    void lose_data() const { std::filesystem::remove_all(folder_ + "/data"); }
     void end(int number) {
         if (pid_ <= 0) return;
         kill(pid_, number);
@@ -101,23 +106,29 @@ public:
     bool is_up() const { return is_up_; }
     pid_t pid() const { return pid_; }
     const std::string &folder() const { return folder_; }
-    std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string place() const { return host_ + ':' + std::to_string(port_); }
     std::string url(const std::string &prefix) const { return "etcd://" + place() + '/' + prefix; }
     std::string log() const { return text_of(folder_ + "/log"); }
     /** The answer to a GET, with its headers. */
     std::string get(const std::string &page) const {
-        const sockaddr_in address = loopback(port_);
-        const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        const sockaddr_in at = address();
+        const int fd = connected(AF_INET, reinterpret_cast<const sockaddr *>(&at), sizeof at);
         return converse(fd, "GET " + page + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
     }
 
 private:
+    sockaddr_in address() const {
+        sockaddr_in address = loopback(port_);
+        inet_pton(AF_INET, host_.c_str(), &address.sin_addr);
+        return address;
+    }
     [[noreturn]] void run() const {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        enter_();
         const int log = open((folder_ + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         dup2(log, STDOUT_FILENO);
         dup2(log, STDERR_FILENO);
-        const std::string peer = "http://127.0.0.1:" + std::to_string(peer_port_);
+        const std::string peer = "http://" + host_ + ':' + std::to_string(peer_port_);
         std::vector<std::string> words = {ETCD_PATH, "--data-dir", folder_ + "/data", "--logger", "zap"};
         for (const std::string &word :
              {std::string("--listen-client-urls"), scheme_ + "://" + place(), std::string("--advertise-client-urls"),
@@ -139,6 +150,8 @@ private:
 
     std::vector<std::string> more_;
     std::string scheme_;
+    std::string host_;
+    std::function<void()> enter_;
     std::string folder_;
     uint16_t port_ = 0;
     uint16_t peer_port_ = 0;
@@ -149,17 +162,24 @@ private:
 /** A cluster of several members. */
 class etcd_cluster_t {
 public:
-    explicit etcd_cluster_t(size_t count, const std::vector<std::string> &more = {}) {
+    struct place_t {
+        std::string host = "127.0.0.1";
+        std::function<void()> enter = [] {};
+    };
+
+    /** `more` are options of each member, whose process runs at one of `places`. */
+    explicit etcd_cluster_t(const std::vector<place_t> &places, const std::vector<std::string> &more = {}) {
         std::vector<uint16_t> ports;
         std::string all;
-        for (size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < places.size(); ++i) {
             ports.push_back(free_port());
-            all += (i == 0 ? "" : ",") + name(i) + "=http://127.0.0.1:" + std::to_string(ports[i]);
+            all += (i == 0 ? "" : ",") + name(i) + "=http://" + places[i].host + ':' + std::to_string(ports[i]);
         }
-        for (size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < places.size(); ++i) {
             std::vector<std::string> words = {"--name", name(i), "--initial-cluster", all};
             words.insert(words.end(), more.begin(), more.end());
-            members_.push_back(std::make_unique<etcd_process_t>(std::move(words), "http", ports[i]));
+            members_.push_back(
+                std::make_unique<etcd_process_t>(std::move(words), "http", ports[i], places[i].host, places[i].enter));
         }
     }
 

@@ -139,7 +139,8 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
 }
 
 TEST_F(etcd_test, a_watch_tells_of_progress_and_ends_at_a_member_that_has_lost_the_others) {
-    etcd_cluster_t cluster(2, {"--experimental-watch-progress-notify-interval", "100ms"});
+    etcd_cluster_t cluster(std::vector<etcd_cluster_t::place_t>(2),
+                           {"--experimental-watch-progress-notify-interval", "100ms"});
     etcd_options_t options;
     options.watch_silence_ms = 60000;
     etcd_t etcd(loop_, store_at({cluster[0].place(), nowhere()}), options);

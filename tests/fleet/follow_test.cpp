@@ -133,7 +133,7 @@ public:
     void start_heartbeat() { heartbeat_.start(); }
     store_follower_t &follower() { return follower_; }
     bool has_kept() const { return std::filesystem::exists(directory_.path() + "/store_document"); }
-    const store_status_t &status() const { return follower_.status(); }
+    store_status_t status() const { return follower_.status(); }
     const std::string &text() const { return text_; }
 
 private:
@@ -216,9 +216,23 @@ TEST_F(etcd_test, only_a_read_that_equals_the_last_event_of_the_watch_confirms_i
     fwx_host_clock_run();
 }
 
+TEST_F(follow_test, a_store_that_has_not_answered_for_10_s_does_not_confirm_the_document) {
+    listener_t listener(loop_, {process_.place()}, "g1");
+    fwx_host_clock_turn(0);
+    ASSERT_TRUE(turn_until([&] { return listener.status().is_up; }));
+    fwx_host_clock_turn(9999);
+    EXPECT_TRUE(listener.status().is_up);
+    fwx_host_clock_turn(1);
+    EXPECT_FALSE(listener.status().is_up);
+    EXPECT_EQ(listener.status().reason, "no member of the store has answered for 10 s");
+    listener.follower().asked({});
+    EXPECT_TRUE(listener.status().is_up);
+    fwx_host_clock_run();
+}
+
 /* All gateways start with the same member, so its faults affect all of them. */
 TEST_F(follow_test, members_of_a_store_that_hang_die_or_are_alone_make_no_gateway_deaf) {
-    const etcd_cluster_t cluster(3);
+    const etcd_cluster_t cluster(std::vector<etcd_cluster_t::place_t>(3));
     etcd_t writer(loop_, store_at(cluster.places()), {.timeout_ms = 1000});
     std::string text;
     const auto publish_next = [&](int version) {

@@ -1,79 +1,20 @@
-/* Five gateways, each a server and its nat64d, that follow one store. No fault of the store may cost a gateway its
- * configuration. */
-#include <memory>
-
+/* No fault of the store may cost a gateway its configuration. */
 #include "fleet/fleet_keys.h"
 #include "fleet/manifest.h"
+#include "tests/fleet/gateways_fixture.h"
 #include "tests/fleet/store_fixture.h"
-#include "tests/nat64d/process.h"
 #include "tests/support/other_client.h"
-#include "tests/support/runtime_directory.h"
-#include "tests/tools/natctl_fixture.h"
-#include "tests/tools/server_process.h"
 
 namespace {
 
-/** A document with that many pools, numbered from 1. */
-std::string pools(int count) {
-    std::string text;
-    for (int id = 1; id <= count; ++id) {
-        const std::string address = "10.0.0." + std::to_string(id);
-        text.append("pool add --id ").append(std::to_string(id)).append(" --param 1");
-        text.append(" --start ").append(address).append(" --end ").append(address).append("\n");
-    }
-    return text;
-}
-
-class gateway_test : public natctl_test {
+class gateway_test : public gateways_test {
 protected:
-    static constexpr size_t count = 5;
-
-    explicit gateway_test(std::vector<std::string> more = {}) : etcd_(std::move(more)) {
-        setenv("XDG_STATE_HOME", (folder() + "/state").c_str(), 1);
-        setenv("NATCTL_STORE", etcd_.url("p").c_str(), 1);
-    }
-    ~gateway_test() override {
-        unsetenv("XDG_STATE_HOME");
-        unsetenv("NATCTL_STORE");
-    }
+    explicit gateway_test(std::vector<std::string> more = {}) : etcd_(std::move(more)) {}
     void SetUp() override {
         ASSERT_TRUE(etcd_.is_up()) << etcd_.log();
-        for (size_t i = 0; i < count; ++i) {
-            servers_[i] = std::make_unique<server_process_t>("", RLIM_INFINITY, name(i));
-            start_daemon(i);
-        }
+        start_gateways(etcd_.url("p"));
     }
 
-    const std::string &folder() const { return directory_.path(); }
-    static std::string name(size_t i) { return std::string("g").append(std::to_string(i + 1)); }
-    void start_daemon(size_t i) {
-        daemons_[i] = std::make_unique<daemon_process_t>(
-            std::vector<std::string>{name(i), "--config", etcd_.url("p"), "--gateway", name(i)},
-            folder() + "/log" + name(i));
-    }
-    static json_t status(size_t i) { return daemon_process_t::ask("status", name(i)); }
-    /** True if that version is in force, and the server is in sync with it and has that many pools. */
-    bool holds(size_t i, int version, int pool_count) const {
-        return eventually([&] {
-            const json_t got = status(i);
-            return got.is_object() && got.value("in_step", false) && got.at("store").at("version") == version &&
-                   got.at("items") == pool_count;
-        });
-    }
-    /** Expects the same of all gateways, and of `natctl fleet status`. */
-    void expect_all_hold(int version, int pool_count) const {
-        for (size_t i = 0; i < count; ++i) {
-            EXPECT_TRUE(holds(i, version, pool_count)) << status(i) << daemons_[i]->log();
-            EXPECT_EQ(pools_of(i), static_cast<size_t>(pool_count)) << name(i);
-        }
-    }
-    static size_t pools_of(size_t i) {
-        return json_t::parse(run("--json --connect " + name(i) + " stats pools").answers).at("data").size();
-    }
-    run_t push(const std::string &text, const std::string &more = {}) const {
-        replace_file(folder() + "/document", text);
-        return run("--timeout 20000 fleet push " + folder() + "/document " + more);
-    }
     /** Runs etcdctl. */
     int etcdctl(const std::string &words) const {
         const std::string command =
@@ -98,10 +39,7 @@ protected:
         return got.value.entries.empty() ? "" : got.value.entries.front().value;
     }
 
-    const runtime_directory_t directory_;
     etcd_process_t etcd_;
-    std::unique_ptr<server_process_t> servers_[count];
-    std::unique_ptr<daemon_process_t> daemons_[count];
     const fleet_keys_t keys_{"p"};
 };
 

@@ -47,13 +47,14 @@ public:
     namespace_t &operator=(const namespace_t &) = delete;
 
     bool is_made() const { return fd_ >= 0; }
+    void enter() const { setns(fd_, CLONE_NEWNET); }
     /** A path for `ip link set DEVICE netns PATH`. */
     std::string path() const { return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd_); }
     /** Calls `act` inside; what it opens stays inside. */
     template <typename act_t>
     auto inside(act_t act) const {
         const int home = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-        setns(fd_, CLONE_NEWNET);
+        enter();
         auto result = act();
         setns(home, CLONE_NEWNET);
         close(home);

@@ -201,7 +201,7 @@ void daemon_t::asked(const std::string &word, control_t::reply_fn_t reply) {
 }
 
 std::string daemon_t::status_text() const {
-    return status_json(supervisor_.status(), store_ ? &store_->status() : nullptr);
+    return status_json(supervisor_.status(), store_status());
 }
 
 void daemon_t::changed() {
@@ -218,9 +218,10 @@ void daemon_t::changed() {
 /** Healthy even if the store is away, because the gateway still holds its document. */
 web_t::page_t daemon_t::health() const {
     const daemon_status_t &status = supervisor_.status();
-    const bool is_unconfirmed = store_ && !store_->status().is_up;
+    const std::optional<store_status_t> store = store_status();
+    const bool is_unconfirmed = store && !store->is_up;
     std::string text = status.is_in_step ? "in step" : status.reason;
-    if (is_unconfirmed) text += "; the store does not confirm the document: " + store_->status().reason;
+    if (is_unconfirmed) text += "; the store does not confirm the document: " + store->reason;
     const unsigned code = status.is_in_step ? MHD_HTTP_OK : MHD_HTTP_SERVICE_UNAVAILABLE;
     return {code, clean_line(text) + '\n'};
 }
@@ -239,6 +240,6 @@ nat64::task<> daemon_t::scrape_server() {
 void daemon_t::finish_metrics(const scrape_t &server) {
     const nat64::client *client = supervisor_.client();
     web_.metrics_made(
-        metrics_text({supervisor_.status(), store_ ? &store_->status() : nullptr, supervisor_.commands(),
+        metrics_text({supervisor_.status(), store_status(), supervisor_.commands(),
                       client != nullptr && client->is_throttled(), supervisor_.rules().installed(), server}));
 }

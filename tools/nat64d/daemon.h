@@ -43,6 +43,9 @@ private:
     nat64::task<taken_t> take(const std::string &text, std::string name);
     void asked(const std::string &word, control_t::reply_fn_t reply);
     std::string status_text() const;
+    std::optional<store_status_t> store_status() const {
+        return store_ ? std::optional(store_->status()) : std::nullopt;
+    }
     void changed();
     web_t::page_t health() const;
     void make_metrics();

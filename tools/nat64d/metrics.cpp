@@ -170,7 +170,7 @@ std::string metrics_text(const metrics_source_t &source) {
     families_t families;
     add_process(families);
     add_document(families, source.status);
-    if (source.store != nullptr) add_store(families, *source.store);
+    if (source.store) add_store(families, *source.store);
     add_commands(families, source);
     add_table(families, source.installed_rules);
     if (source.server.totals) add_totals(families, *source.server.totals);

@@ -11,7 +11,7 @@
 
 struct metrics_source_t {
     const daemon_status_t &status;
-    const store_status_t *store; /* null: the document comes from a file */
+    std::optional<store_status_t> store; /* none: the document comes from a file */
     const command_meter_t &commands;
     bool is_throttled;
     size_t installed_rules; /* in the library's table */

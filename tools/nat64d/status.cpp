@@ -4,7 +4,7 @@
 
 #include "net/json.h"
 
-std::string status_json(const daemon_status_t &status, const store_status_t *store) {
+std::string status_json(const daemon_status_t &status, const std::optional<store_status_t> &store) {
     char boot[17];
     snprintf(boot, sizeof boot, "%016llx", static_cast<unsigned long long>(status.boot_id));
     json_t json = {{"server", status.server},
@@ -30,7 +30,7 @@ std::string status_json(const daemon_status_t &status, const store_status_t *sto
     json["replays"] = status.replays;
     json["edits"] = status.edits;
     json["refusals"] = status.refusals;
-    if (store != nullptr) {
+    if (store) {
         json["store"] = {{"up", store->is_up}, {"version", store->version}};
         if (!store->is_up) json["store"]["reason"] = store->reason;
         if (store->refused_version != 0) json["store"]["refused_version"] = store->refused_version;

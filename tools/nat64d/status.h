@@ -3,6 +3,7 @@
 #define TOOLS_NAT64D_STATUS_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,7 @@ struct daemon_status_t {
     uint64_t refusals = 0;            /* of documents */
 };
 
-/** The status as one line of JSON. `store` may be null. */
-std::string status_json(const daemon_status_t &status, const store_status_t *store);
+/** The status as one line of JSON. Without a `store` the document comes from a file. */
+std::string status_json(const daemon_status_t &status, const std::optional<store_status_t> &store);
 
 #endif

@@ -24,6 +24,8 @@ constexpr uint64_t last_pause_ms = 5000;
 constexpr uint64_t steady_ms = 5000;  /* a watch that lasted so long resets the back-off */
 constexpr uint32_t most_failures = 3; /* of other requests before the watch counts as broken */
 constexpr uint64_t check_ms = 15000;  /* between confirmations of the watch */
+/* Without an answer for so long the store counts as lost. A request that tries each hanging member takes longer. */
+constexpr uint64_t most_silence_ms = 10000;
 
 std::string name_of(const fleet_document_t &document) {
     return document.version == 0 ? "manifest" : "version " + std::to_string(document.version);
@@ -114,6 +116,16 @@ void store_follower_t::lose(const std::string &reason) {
     if (is_new) log_event(log_level_t::warning, "store_lost", {{"reason", reason}});
     status_.is_up = false;
     status_.reason = reason;
+}
+
+store_status_t store_follower_t::status() const {
+    store_status_t status = status_;
+    const bool is_silent = status.is_up && fwx_host_clock_ms() - answered_at_ms_ >= most_silence_ms;
+    if (is_silent) {
+        status.is_up = false;
+        status.reason = "no member of the store has answered for 10 s";
+    }
+    return status;
 }
 
 /** Reads the manifest and watches it, until an error. */
@@ -236,6 +248,7 @@ void store_follower_t::confirm() {
     status_.is_up = true;
     status_.reason.clear();
     status_.confirmed_s = seconds_now();
+    answered_at_ms_ = fwx_host_clock_ms();
     check_at_ms_ = fwx_host_clock_ms() + jitter(check_ms);
 }
 
@@ -243,6 +256,7 @@ void store_follower_t::asked(const etcd_error_t &error) {
     using kind_t = etcd_error_t::kind_t;
     const bool is_away = error.kind == kind_t::unreachable || error.kind == kind_t::no_answer;
     failures_ = is_away ? failures_ + 1 : 0;
+    if (!is_away) answered_at_ms_ = fwx_host_clock_ms();
     if (!is_watching_) return;
     if (is_away) lose(error.text);
     const bool must_wait = is_fetching_ || (check_ && !check_->done());

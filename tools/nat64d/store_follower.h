@@ -56,7 +56,7 @@ public:
      * here. */
     void asked(const etcd_error_t &error);
 
-    const store_status_t &status() const { return status_; }
+    store_status_t status() const;
     /** The document in force; its version is 0 if it is not from the store. */
     const fleet_document_t &held() const { return held_; }
 
@@ -97,6 +97,7 @@ private:
     uint32_t failures_ = 0;        /* consecutive ones of other requests */
     int64_t watched_revision_ = 0; /* of the last manifest that the watch reported; 0: none */
     uint64_t check_at_ms_ = 0;     /* by the platform's clock */
+    uint64_t answered_at_ms_ = 0;  /* when another request was answered last, or the manifest confirmed */
     std::optional<manifest_watch_t> watch_;
     std::optional<nat64::task<>> check_; /* in progress, or the last one */
     std::optional<nat64::task<>> keep_;  /* likewise */

@@ -37,7 +37,7 @@ gateway_state_t store_link_t::state() const {
     state.is_in_step = daemon_.is_in_step;
     state.reason = daemon_.is_in_step ? "" : daemon_.reason;
     state.since = daemon_.since;
-    const store_status_t &store = follower_.status();
+    const store_status_t store = follower_.status();
     state.refused_version = store.refused_version;
     state.refused_document = store.refused_document;
     state.refused_reason = store.refused_reason;

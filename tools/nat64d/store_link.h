@@ -17,7 +17,7 @@ public:
     void reload();
     /** Call it when the daemon's status may have changed. */
     void changed();
-    const store_status_t &status() const { return follower_.status(); }
+    store_status_t status() const { return follower_.status(); }
 
 private:
     gateway_state_t state() const;
