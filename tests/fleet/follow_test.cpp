@@ -216,6 +216,59 @@ TEST_F(etcd_test, only_a_read_that_equals_the_last_event_of_the_watch_confirms_i
     fwx_host_clock_run();
 }
 
+TEST_F(follow_test, a_start_without_the_store_hands_over_the_stored_document_unless_a_later_one_is_in_force) {
+    const std::string text = "pool add --id 1\n";
+    put_chunks({text});
+    publish(document_of(text, 1));
+    const runtime_directory_t directory;
+    std::string taken;
+    bool has_settled = false;
+    const store_follower_t::handlers_t handlers = {
+        [&](const std::string &whole, const std::string &) -> nat64::task<taken_t> {
+            taken = whole;
+            co_return taken_t{"its hash", ""};
+        },
+        [](const std::string &, const std::string &) {}, [&] { has_settled = true; }};
+    {
+        store_follower_t follower(loop_, etcd_, "g1", directory.path(), handlers);
+        follower.start("");
+        ASSERT_TRUE(turn_until([&] { return !taken.empty(); }));
+        follower.in_force("its hash");
+        ASSERT_TRUE(turn_until([&] { return std::filesystem::exists(directory.path() + "/store_document"); }));
+    }
+    process_.end(SIGKILL);
+    for (const auto &[in_force, handed_over] : {std::pair("", text), {"its hash", text}, {"a later hash", ""}}) {
+        taken.clear();
+        has_settled = false;
+        store_follower_t follower(loop_, etcd_, "g1", directory.path(), handlers);
+        follower.start(in_force);
+        ASSERT_TRUE(turn_until([&] { return has_settled; }));
+        EXPECT_EQ(taken, handed_over) << in_force;
+    }
+}
+
+TEST_F(etcd_test, a_heartbeat_that_is_refused_keeps_its_pauses_however_often_the_state_is_looked_at) {
+    etcd_t etcd(loop_, store_at({"127.0.0.1:1"}));
+    gateway_state_t state;
+    size_t asked = 0;
+    gateway_heartbeat_t heartbeat(
+        loop_, etcd, "g1", [&] { return state; }, [&](const etcd_error_t &) { ++asked; });
+    heartbeat.start();
+    ASSERT_TRUE(turn_until([&] { return asked == 1; }));
+    fwx_host_clock_turn(0);
+    for (int i = 0; i < 10; ++i) {
+        heartbeat.changed();
+        fwx_host_loop_run_once(loop_, 5);
+    }
+    EXPECT_EQ(asked, 1U);
+    state.version = 2;
+    heartbeat.changed();
+    EXPECT_TRUE(turn_until([&] { return asked == 2; })) << "a new state is worth another attempt";
+    heartbeat.report_now();
+    EXPECT_TRUE(turn_until([&] { return asked == 3; }));
+    fwx_host_clock_run();
+}
+
 TEST_F(follow_test, a_store_that_has_not_answered_for_10_s_does_not_confirm_the_document) {
     listener_t listener(loop_, {process_.place()}, "g1");
     fwx_host_clock_turn(0);

@@ -85,6 +85,8 @@ TEST_F(control_test,
     }
     EXPECT_TRUE(json_t::parse(converse(waiting, "")).contains("in_step"));
     server.signal(SIGCONT);
+    EXPECT_TRUE(eventually([] { return daemon_process_t::is("server_up", true); })) << daemon.log();
+    EXPECT_TRUE(daemon_process_t::is("reconnections", 0)) << "the channel is the same";
     const std::string endless(1000, 'x');
     ASSERT_EQ(send(silent.back(), endless.data(), endless.size(), MSG_NOSIGNAL), 1000);
     EXPECT_TRUE(eventually([&] { return is_hung_up(silent.back()); }));

@@ -26,9 +26,11 @@ public:
             bell_t *bell;
             uint64_t delay_ms;
             bool await_ready() const { return std::exchange(bell->is_rung_, false); }
-            void await_suspend(std::coroutine_handle<> waiting) const {
-                bell->waiting_ = waiting;
-                bell->set_timer(delay_ms);
+            /** Without memory for the timer the wait is over at once. */
+            bool await_suspend(std::coroutine_handle<> waiting) const {
+                const bool is_set = bell->set_timer(delay_ms);
+                if (is_set) bell->waiting_ = waiting;
+                return is_set;
             }
             void await_resume() const { bell->is_rung_ = false; }
         };
@@ -36,14 +38,18 @@ public:
     }
 
 private:
-    void set_timer(uint64_t delay_ms) {
-        cancel();
+    /** Replaces the timer. False if memory is exhausted; the previous one then stays. */
+    bool set_timer(uint64_t delay_ms) {
         const auto resume = [](void *self) {
             auto &bell = *static_cast<bell_t *>(self);
             bell.timer_ = 0;
             std::exchange(bell.waiting_, nullptr).resume();
         };
-        timer_ = fwx_host_timer_add(loop_, delay_ms, resume, this);
+        const uint64_t timer = fwx_host_timer_add(loop_, delay_ms, resume, this);
+        if (timer == 0) return false;
+        cancel();
+        timer_ = timer;
+        return true;
     }
     void cancel() {
         if (timer_ != 0) fwx_host_timer_cancel(loop_, std::exchange(timer_, 0));

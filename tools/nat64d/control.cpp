@@ -1,6 +1,6 @@
 /*
  * Implements control.h. The number of clients is bounded. Silent clients make room for new ones; a client whose request
- * is in progress stays.
+ * is in progress stays. A client that closes its side before its answer is dropped.
  */
 #include "tools/nat64d/control.h"
 

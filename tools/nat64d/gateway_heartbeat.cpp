@@ -24,16 +24,23 @@ nat64::task<> gateway_heartbeat_t::run() {
     std::string last_error;
     backoff_t backoff(keep_lease_ms / 3);
     for (;;) {
-        const etcd_error_t error = co_await report();
+        tried_ = write_gateway_state(state_());
+        const bool must_ask = is_due();
+        etcd_error_t error;
+        if (must_ask) error = co_await report();
         if (error && error.text != last_error) log_event(log_level_t::warning, "unheard", {{"reason", error.text}});
         last_error = error.text;
-        asked_(error);
+        if (must_ask) asked_(error);
         const uint64_t now_ms = fwx_host_clock_ms();
         const uint64_t until_due_ms = keep_at_ms_ > now_ms ? keep_at_ms_ - now_ms : 0;
         if (!error) backoff.reset();
         const bool is_of_rights = error.kind == etcd_error_t::kind_t::rights;
         co_await bell_.wait(error ? backoff.next(is_of_rights ? rights_pause_ms : keep_lease_ms) : until_due_ms);
     }
+}
+
+bool gateway_heartbeat_t::is_due() const {
+    return lease_ == 0 || fwx_host_clock_ms() >= keep_at_ms_ || tried_ != reported_;
 }
 
 /** Sends a keep-alive if one is due, and the state if it has changed. */

@@ -78,6 +78,7 @@ void store_follower_t::start(const std::string &hash) {
     const std::optional<kept_t> kept = take_kept(text);
     const bool is_held = kept && !hash.empty() && kept->hash == hash;
     if (is_held) held_ = kept->document;
+    in_force_at_start_ = hash;
     status_.version = held_.version;
     begin();
 }
@@ -191,6 +192,9 @@ nat64::task<> store_follower_t::read_kept() {
         log_event(log_level_t::error, "state", {{"reason", kept_path_ + ": damaged, and ignored"}});
         co_return;
     }
+    /* A later document came into force, but could not be stored here, or came from a file. */
+    const bool is_outdated = !in_force_at_start_.empty() && kept->hash != in_force_at_start_;
+    if (is_outdated) co_return;
     log_event(log_level_t::warning, "store_unreachable",
               {{"document", name_of(kept->document)}, {"pushed_at", kept->document.pushed_at}});
     co_await offer(std::move(kept->document), std::move(*text));

@@ -88,6 +88,7 @@ private:
     const std::string kept_path_;
     const handlers_t on_;
     std::map<std::string, std::string> fetched_; /* chunks of an incomplete document, by hash */
+    std::string in_force_at_start_;              /* the supervisor's hash; empty: none */
     std::optional<offer_t> offered_;             /* the last one handed over, accepted or not */
     fleet_document_t held_;
     store_status_t status_;

@@ -18,7 +18,7 @@ void store_link_t::start() {
 void store_link_t::reload() {
     etcd_.renew_password();
     follower_.reload();
-    heartbeat_.changed();
+    heartbeat_.report_now();
 }
 
 void store_link_t::changed() {

@@ -365,6 +365,5 @@ void supervisor_t::note_out_of_sync(const std::string &reason) {
 void supervisor_t::lose(const std::string &reason) {
     has_drifted_ = false; /* report the drift again when the server is back */
     status_.is_server_up = false;
-    was_connected_ = false;
     note_out_of_sync("the server " + status_.server + " does not answer: " + reason);
 }

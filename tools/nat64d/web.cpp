@@ -116,14 +116,22 @@ void web_t::run_for_event() {
     has_new_visit_ = false;
     const bool had_visits = !visits_.empty();
     run();
-    if (had_visits || has_new_visit_) return;
-    const auto look = [](void *self) {
-        static_cast<web_t *>(self)->rest_timer_ = 0;
-        static_cast<web_t *>(self)->watch();
+    const bool must_rest = !had_visits && !has_new_visit_;
+    if (must_rest) rest();
+}
+
+void web_t::rest() {
+    const auto look = [](void *arg) {
+        auto &self = *static_cast<web_t *>(arg);
+        self.rest_timer_ = 0;
+        self.watch();
+        if (!self.is_watched_) self.rest();
     };
     rest_timer_ = fwx_host_timer_add(loop_, rest_ms, look, this);
-    if (rest_timer_ != 0) fwx_host_loop_unwatch(loop_, fd());
-    is_watched_ = rest_timer_ == 0;
+    const bool must_unwatch = rest_timer_ != 0 && is_watched_;
+    if (!must_unwatch) return;
+    fwx_host_loop_unwatch(loop_, fd());
+    is_watched_ = false;
 }
 
 void web_t::run() {

@@ -68,6 +68,7 @@ private:
     page_t page_of(const std::string &url, const std::string &method) const;
     int fd() const;
     void watch();
+    void rest();
     void run_for_event();
     void run();
     void plan_run(uint64_t delay_ms);
