@@ -100,6 +100,9 @@ void shm_connection_t::on_socket(void *arg) {
     connection->owner_->hung_up(connection->why_hung_up());
 }
 
+/* A process arms its bell, and then looks for work once more; the other one publishes its index, and then looks whether
+ * the bell is armed. Each has a full fence between its store and its load, so at least one of them sees the store of
+ * the other: work is never left without a ring. */
 void shm_connection_t::set_armed(bool armed) {
     if (!armed && !is_armed_) return;
     is_armed_ = armed;

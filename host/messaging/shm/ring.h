@@ -5,20 +5,34 @@
  *
  * Indices count bytes, run on over the ring's capacity and wrap at 32 bits. A record is a header and its bytes, rounded
  * up to whole units; the bytes may go around to the start of the ring, the header never does.
+ *
+ * Memory order, for processors that reorder as much as C++ allows:
+ * - The writer stores a record and then `written` with release. The reader loads `written` with acquire before it
+ *   touches the record, so it sees all of it.
+ * - The reader copies a record and then stores `read` with release. The writer loads `read` with acquire before it
+ *   stores into that room, so no store overtakes the copy.
+ * - withdraw() and publish() change `read` by one read-modify-write each. The first of them in the order of that word
+ *   decides: either the records were read, or they were taken back.
+ * How the two processes wake each other, which takes a fence, is in connection.cpp.
  */
 #ifndef HOST_MESSAGING_SHM_RING_H
 #define HOST_MESSAGING_SHM_RING_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
+/** Memory that two processors do not write to at the same time without slowing each other down: 64 bytes on most
+ * processors, 128 on some of arm64, and a pair of lines is fetched together on x86-64. */
+constexpr size_t shm_cache_line = 128;
 constexpr uint32_t shm_ring_unit = 8;
 constexpr uint32_t shm_record_header = 8; /* length in bytes, then the tag, as 32-bit words */
 
 /** The shared indices, a cache line for each. */
 struct shm_ring_t {
-    alignas(64) std::atomic<uint32_t> written;
-    alignas(64) std::atomic<uint32_t> read; /* lowest bit: the writer took back the rest, its only store here */
+    alignas(shm_cache_line) std::atomic<uint32_t> written;
+    alignas(
+        shm_cache_line) std::atomic<uint32_t> read; /* lowest bit: the writer took back the rest, its only store here */
 };
 static_assert(std::atomic<uint32_t>::is_always_lock_free);
 

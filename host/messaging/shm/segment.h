@@ -13,11 +13,11 @@ constexpr uint32_t shm_largest_message = shm_largest_record(shm_ring_bytes);
 
 /** The state of a process's bell, which only that process writes. */
 struct shm_bell_t {
-    alignas(64) std::atomic<uint32_t> armed; /* not 0: the process waits to be rung once for this number */
-    std::atomic<uint32_t> wants_room;        /* 1: ring also when messages of this process were read */
+    alignas(shm_cache_line) std::atomic<uint32_t> armed; /* not 0: the process waits to be rung once for this number */
+    std::atomic<uint32_t> wants_room;                    /* 1: ring also when messages of this process were read */
 };
 
-constexpr uint32_t shm_version = 2; /* of the segment's layout and its protocol */
+constexpr uint32_t shm_version = 3; /* of the segment's layout and its protocol */
 
 /* The two processes write to different cache lines. */
 struct shm_segment_t {
