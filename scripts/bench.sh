@@ -74,11 +74,29 @@ printf 'dev server sessions generate 1000000\nsessions walk --count 1000\n' >"$w
 walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)
 
 say "measured $(date -u +%F) on $(nproc) processors, $(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)"
+for cache in /sys/devices/system/cpu/cpu0/cache/index*; do
+  echo "level $(cat "$cache/level") $(cat "$cache/type") $(cat "$cache/size"), shared by processors $(cat "$cache/shared_cpu_list")"
+done
 row group what measured
 while IFS=$'\t' read -r what count; do row counted "$what" "$count"; done <"$work/instructions"
 rows_of command "$work/commands" outstanding
 awk 'NR > 1 { printf "%-10s  %-46s  %s us one at a time, %s k/s with 64\n", "channel", $1 ", " $2 " processors, " $3, $(NF - 1), $NF }' \
   "$work/channels"
+# The channel beside the bare ring: `CPUS WAITING AIM COLUMN UNIT`. Times are to be at most the aim, rates at least.
+awk '{ if ($1 == "between") { one[$2 $3] = $4; many[$2 $3] = $5 } else if ($1 == "bare-ring") { ring[$2 $3] = $4; rings[$2 $3] = $5 } }
+  END {
+    form = "aim         %-46s  %.2f %s, aim %s\n"
+    printf form, "one core, one at a time", one["1sleeps"] / ring["1sleeps"], "rings", "1.2 at most"
+    printf form, "one core, 64 outstanding", many["1sleeps"] / rings["1sleeps"], "of the ring", "0.5 at least"
+    if ("2spins" in one) {
+      printf form, "two cores that poll, one at a time", one["2spins"] / ring["2spins"], "rings", "2 at most"
+      printf form, "two cores that poll, 64 outstanding", many["2spins"] / 1000, "million/s", "16 at least"
+    }
+  }' "$work/channels"
+awk -F '\t' '/^all, a command with 64/ { printf "aim         %-46s  %d instructions, aim 600 at most\n", "a command and its answer, 64 outstanding", $2 }' \
+  "$work/instructions"
+awk -F '\t' '$1 ~ /^rule_install/ { aim = $2 <= 1000 ? 250 : $2 <= 100000 ? 450 : 900
+  printf "aim         %-46s  %.0f ns, aim %d at most\n", "a rule installed, " $2 " rules", $3, aim }' "$work/rules"
 rows_of rule "$work/rules" rules
 while IFS=$'\t' read -r what measured; do row python "$what" "$measured"; done <"$work/python"
 while IFS= read -r line; do
