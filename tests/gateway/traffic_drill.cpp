@@ -168,6 +168,31 @@ TEST_F(drill, a_walk_of_thousands_of_sessions_has_each_once_while_others_come_an
     EXPECT_EQ(sessions("--port 4000").size(), 0U);
 }
 
+TEST_F(drill, a_transfer_is_as_fast_as_without_the_gateway_process) {
+    constexpr size_t size = 100'000'000;
+    serve_with_pool();
+    const socket_t listener = at_server(SOCK_STREAM, 80);
+    listen(listener.fd(), 1);
+    const socket_t caller = from_client(SOCK_STREAM);
+    ASSERT_TRUE(caller.connects(to_server(80)));
+    const socket_t called = listener.accepted();
+    std::vector<double> rates[2]; /* in Mbit/s, without and with it */
+    for (int run = 0; run < 5; ++run) {
+        for (const bool has_gateway : {false, true}) {
+            gateway.end(SIGKILL); /* the translator and the kernel's tables stay */
+            ASSERT_TRUE(!has_gateway || serve()) << log();
+            const auto begin = clock_type::now();
+            ASSERT_TRUE(transfer(caller.fd(), called.fd(), size));
+            rates[has_gateway].push_back(static_cast<double>(size) * 8e-6 / seconds_since(begin));
+        }
+    }
+    for (std::vector<double> &each : rates) {
+        std::sort(each.begin(), each.end());
+    }
+    std::printf("medians of five: %.0f Mbit/s without the gateway process, %.0f with it\n", rates[0][2], rates[1][2]);
+    EXPECT_GE(rates[1][2], 0.95 * rates[0][2]);
+}
+
 /** Changes that concern no flow, a kill with a new gateway, and a nat64d that is killed. */
 class disturbed_drill : public drill {
 protected:
