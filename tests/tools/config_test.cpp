@@ -412,6 +412,31 @@ TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {
     EXPECT_EQ(alpha("config diff " + second_).status, 0);
 }
 
+TEST_F(config_test, a_change_that_cannot_be_undone_is_said_to_stay) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " + first_);
+    const std::string notes = directory_.path() + "/notes";
+    const pid_t natctl = fork();
+    if (natctl == 0) {
+        dup2(creat(notes.c_str(), 0600), STDERR_FILENO);
+        execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h", second_.c_str(),
+              nullptr);
+        _exit(127);
+    }
+    ASSERT_TRUE(eventually([&] { return !text_of(notes).empty(); })) << "it says that it waits";
+    ASSERT_TRUE(eventually([] { return others_delete_pool(2); }));
+    ASSERT_TRUE(others_add_pool(3, "192.0.2.9")); /* in the way of the first document's pool */
+    kill(natctl, SIGINT);
+    int status = 0;
+    waitpid(natctl, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_NE(text_of(notes).find("interrupted: version 2 could not be undone; it stays in force: pool add --id 1 "),
+              std::string::npos)
+        << text_of(notes);
+    EXPECT_NE(shown().find("timeout set --type udp --value 200\n"), std::string::npos);
+}
+
 TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirmed) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());

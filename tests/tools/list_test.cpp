@@ -96,6 +96,7 @@ TEST_F(list_test, sessions_are_those_of_a_prefix_in_a_table_for_a_terminal_or_a_
     EXPECT_EQ(last_of(made + "sessions walk --count 7 --inside 2001:db8:64::1f/125\n").at("data").size(), 8U);
     EXPECT_EQ(last_of(made + "sessions walk --inside 2001:db8:64::1f/128\n").at("data").size(), 1U);
     EXPECT_EQ(last_of(made + "sessions walk --inside 192.0.2.0/24\n").at("data").size(), 0U);
+    EXPECT_EQ(last_of(made + "sessions walk --inside 0.0.0.0/0\n").at("data").size(), 0U) << "all of one family";
     EXPECT_EQ(last_of(made + "sessions walk --inside ::/0\n").at("data").size(), 40U);
     EXPECT_NE(shown("sessions walk --wide --limit 1").find("bytes_in"), std::string::npos);
     EXPECT_EQ(last_of(made + "sessions walk --inside 2001:db8::/129\n").at("error"),

@@ -227,7 +227,12 @@ void roll_back(call_t &call, const document_t &before, const document_t &after, 
     const std::string error = call.pal.begin_change();
     if (!error.empty()) return call.pal.refuse_change(call, name + " cannot be undone: " + error);
     if (is_confirmed(call, number)) return; /* the previous holder of the lock confirmed it at the last moment */
-    if (!config_read(call)) return;
+    const auto tell_that_it_stays = [&] {
+        call.outcome.error = why + " could not be undone; it stays in force: " + call.outcome.error;
+        call.outcome.data["changed"] = true;
+        call.outcome.data["undone"] = false;
+    };
+    if (!config_read(call)) return tell_that_it_stays();
     std::vector<config_item_t> kept;
     const document_t now = call.pal.reconciler().held();
     const document_t target = roll_back(before, after, now, kept);
@@ -236,7 +241,7 @@ void roll_back(call_t &call, const document_t &before, const document_t &after, 
     options.what = name + " not confirmed";
     const interrupt_t interrupt(call.pal.loop(), second_interrupt_text);
     apply(call, target, options, interrupt);
-    if (call.outcome.status != status_t::ok) return;
+    if (call.outcome.status != status_t::ok) return tell_that_it_stays();
     const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also if there was nothing to undo */
     if (!kept_error.empty()) call.pal.note("natctl: " + kept_error);
     std::vector<std::string> lines;

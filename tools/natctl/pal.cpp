@@ -152,7 +152,7 @@ outcome_t pal_t::finish(call_id_t id) {
         outcome.error = call.cut_off ? "the server went away before it answered" : silence_text(options_);
     }
     call.given_up = !is_final;
-    if (call.rule) outstanding_rules_.erase(name_of(call.rule->rule));
+    if (call.rule) end_rule(call);
     if (is_final) forget(id);
     return outcome;
 }

@@ -212,6 +212,7 @@ private:
     uint32_t judge_rule(const call_t &call, const nat64::rule_result &got, const char *&by);
     std::string begin_single(const call_t &call);
     void count_single(call_t &call, const nat64::result &got);
+    void end_rule(const call_t &call);
     void note_repair(const call_t &call, uint32_t code);
     nat64::list_step paged(call_id_t id, const nat64::page &page);
     bool take_rows(call_t &call, const wire_message_t &reply, const nat64::page &page, uint32_t count);

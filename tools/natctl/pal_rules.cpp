@@ -76,14 +76,19 @@ uint32_t pal_t::judge_rule(const call_t &call, const nat64::rule_result &got, co
         return got.code();
     }
     const rule_change_t &change = *call.rule;
-    const auto own = outstanding_rules_.find(name_of(change.rule));
-    const bool is_its_own = own != outstanding_rules_.end() && own->second == call.id;
-    if (is_its_own) outstanding_rules_.erase(own);
+    end_rule(call);
     const rule_verdict_t verdict = rules_.answered(change, got);
     if (!verdict.is_done) note_repair(call, verdict.table_code);
     if (got.error) return got.code();
     by = "library, though the server has done it";
     return verdict.table_code;
+}
+
+/** The next change of this rule need not wait for this one; it may have begun already. */
+void pal_t::end_rule(const call_t &call) {
+    const auto own = outstanding_rules_.find(name_of(call.rule->rule));
+    const bool is_its_own = own != outstanding_rules_.end() && own->second == call.id;
+    if (is_its_own) outstanding_rules_.erase(own);
 }
 
 void pal_t::note_repair(const call_t &call, uint32_t code) {

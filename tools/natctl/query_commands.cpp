@@ -148,8 +148,8 @@ struct walk_t {
     uint64_t cookie;
     uint32_t count = 50;
     uint32_t limit = no_limit;
-    fwx_nat64_addr_t net;   /* prefix of the inside host */
-    uint8_t net_length = 0; /* in bits; 0: any host */
+    fwx_nat64_addr_t net;              /* prefix of the inside host */
+    std::optional<uint8_t> net_length; /* in bits; none: any host */
     bool is_wide = false;
 };
 
@@ -192,7 +192,7 @@ uint32_t ask_walk(void *pal_ctx, const walk_t &walk, uint64_t cookie, uint64_t w
     std::memcpy(filter.opaque0, &walk.matching.protocol, sizeof walk.matching.protocol);
     const fwx_nat64_session_where_t where = where_of(walk.matching);
     std::memcpy(filter.opaque60, &where, sizeof where);
-    const bool is_whole = walk.limit == no_limit || walk.net_length != 0;
+    const bool is_whole = walk.limit == no_limit || walk.net_length;
     const uint32_t limit = is_whole ? 0 : static_cast<uint32_t>(wanted);
     return fwx_nat64_session_walk_a(walk.count, &filter, cookie, limit, FWX_NAT64_WALK_FULL,
                                     nat64::client::walk_callback, pal_ctx);
@@ -202,13 +202,14 @@ uint32_t start_walk(call_t &call, const walk_t &walk) {
     auto ask = [walk](void *pal_ctx, uint64_t cookie, uint64_t wanted) {
         return ask_walk(pal_ctx, walk, cookie, wanted);
     };
-    const auto takes = [net = walk.net, length = walk.net_length](const wire_message_t &reply, const uint8_t *session) {
+    const auto takes = [net = walk.net, length = walk.net_length.value_or(0)](const wire_message_t &reply,
+                                                                              const uint8_t *session) {
         return is_inside(reply, session, net, length);
     };
     call.outcome.is_brief = !walk.is_wide;
     return call.pal.begin_list(call, FWX_NAT64_MSG_SESSION_WALK, walk.cookie,
                                walk.limit == no_limit ? UINT64_MAX : walk.limit, ask,
-                               walk.net_length == 0 ? nullptr : decltype(list_t::takes)(takes));
+                               walk.net_length ? decltype(list_t::takes)(takes) : nullptr);
 }
 
 void add_walk(grammar_t &grammar) {
