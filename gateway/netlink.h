@@ -59,18 +59,22 @@ public:
         if (!socket_) return EMFILE;
         message->nlmsg_seq = ++sequence_;
         if (mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0) return errno;
-        const mnl_cb_t call = [](const nlmsghdr *answer, void *arg) {
-            (*static_cast<see_t *>(arg))(answer);
-            return static_cast<int>(MNL_CB_OK);
-        };
+        int failed = 0;
         alignas(nlmsghdr) char buffer[32768];
         for (;;) {
-            const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer, sizeof buffer);
-            if (size < 0) return errno;
-            const int more = mnl_cb_run(buffer, static_cast<size_t>(size), sequence_,
-                                        mnl_socket_get_portid(socket_.get()), call, &see);
-            if (more == MNL_CB_ERROR) return errno;
-            if (more == MNL_CB_STOP) return 0;
+            auto left = static_cast<int>(mnl_socket_recvfrom(socket_.get(), buffer, sizeof buffer));
+            if (left < 0) return errno;
+            auto *answer = reinterpret_cast<const nlmsghdr *>(buffer);
+            for (; mnl_nlmsg_ok(answer, left); answer = mnl_nlmsg_next(answer, &left)) {
+                if (answer->nlmsg_seq != sequence_) continue; /* the rest of an answer that could not be received */
+                if ((answer->nlmsg_flags & NLM_F_DUMP_INTR) != 0) failed = EINTR;
+                const bool is_end = answer->nlmsg_type == NLMSG_DONE || answer->nlmsg_type == NLMSG_ERROR;
+                if (is_end) {
+                    const int error = *static_cast<const int *>(mnl_nlmsg_get_payload(answer));
+                    return error != 0 ? -error : failed;
+                }
+                see(answer);
+            }
         }
     }
     int ask(nlmsghdr *message) {

@@ -1,4 +1,7 @@
 /* The gateway as a process: what it refuses, what it needs, and what it leaves. */
+#include <linux/rtnetlink.h>
+
+#include "gateway/netlink.h"
 #include "gateway_fixture.h"
 
 namespace {
@@ -111,6 +114,20 @@ TEST_F(process_test, a_gateway_has_one_translator_even_when_that_has_lost_its_de
     EXPECT_EQ(second.status, 2);
     EXPECT_EQ(second.output, "nat64-gateway: a translator of gateway edge runs\n");
     EXPECT_EQ(text_of(state("edge") + "/translator.pid"), process);
+}
+
+TEST_F(process_test, the_rest_of_an_interrupted_answer_is_not_read_as_the_next_answer) {
+    must(middle, "for i in $(seq 50); do ip link add l$i type veth peer name m$i || exit 1; done");
+    netlink_t netlink = middle.inside([] { return netlink_t(NETLINK_ROUTE); });
+    netlink_request_t<ifinfomsg> request(RTM_GETLINK, NLM_F_DUMP);
+    size_t count = 0;
+    const int interrupted = netlink.ask(request.message(), [&](const nlmsghdr *) {
+        if (count++ == 0) must(middle, "ip link delete l1");
+    });
+    EXPECT_EQ(interrupted, EINTR);
+    count = 0;
+    EXPECT_EQ(netlink.ask(request.message(), [&count](const nlmsghdr *) { ++count; }), 0);
+    EXPECT_EQ(count, 2U * 49 + 3) << "lo, in0 and out0 as well";
 }
 
 TEST_F(process_test, what_is_missing_is_said_at_the_start) {
