@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "fwx_host/loop.h"
@@ -72,21 +73,23 @@ std::string gateway_engine_t::open() {
     std::string error = translator_.check();
     if (error.empty()) error = kernel_.check();
     if (error.empty()) error = sessions_.open();
-    bool is_new = false;
-    if (error.empty()) error = translator_.ensure(kernel_.routes(), start_patience_ms, is_new);
+    if (error.empty()) error = translator_.ensure(kernel_.routes(), start_patience_ms);
     return error;
 }
 
 void gateway_engine_t::watch_translator() {
-    if (kernel_.routes().device().is_served && !has_lost_device_) return trouble_.clear();
-    if (trouble_.empty()) log_("the translator has died, and is started again");
-    bool is_new = false;
-    std::string error = translator_.ensure(kernel_.routes(), watch_patience_ms, is_new);
-    has_lost_device_ = has_lost_device_ || is_new;
-    if (error.empty() && has_lost_device_) {
+    /* The kernel deletes all routes of a device that goes down or is deleted. */
+    const bool has_routes = kernel_.routes().set_up_device(NLM_F_EXCL) == EEXIST;
+    const bool is_served = kernel_.routes().is_device_served();
+    if (has_routes && is_served && trouble_.empty()) return;
+    if (trouble_.empty()) {
+        log_(is_served ? std::string("device ") + translator_device + " has lost its routes, and gets them again"
+                       : "the translator has died, and is started again");
+    }
+    std::string error = translator_.ensure(kernel_.routes(), watch_patience_ms);
+    if (error.empty()) {
         kernel_.forget();
         error = kernel_.apply(plan_of(in_force_));
-        has_lost_device_ = !error.empty();
     }
     if (!error.empty() && error != trouble_) log_(error);
     trouble_ = error;

@@ -25,7 +25,8 @@ public:
 
     /** Checks the requirements and starts the translator; returns what is missing, or an empty text. */
     std::string open();
-    /** Call this regularly: it restarts the translator after it has died. */
+    /** Call this regularly: it restarts the translator after it has died, and restores routes that its device
+     * has lost. */
     void watch_translator();
     /** Call this after each turn of the loop: it marks the sessions that were read as outdated. */
     void turn_ended() { is_old_ = true; }
@@ -69,8 +70,7 @@ private:
     translator_t translator_;
     mutable sessions_t sessions_;
     const log_fn_t log_;
-    std::string trouble_; /* last error of the translator, so that it is logged only once */
-    bool has_lost_device_ = false;
+    std::string trouble_;      /* last error of the translator, so that it is logged only once */
     bool is_restoring_ = true; /* until the first commit */
     configuration_t in_force_;
     std::vector<change_t> pending_;

@@ -177,7 +177,8 @@ std::string kernel_t::remove_device() {
     for (const auto &[path, value] : default_settings()) {
         write_setting(path, value);
     }
-    if (!routes_.device().is_there) return "";
     const int failed = routes_.delete_device();
-    return failed == 0 ? "" : std::string("cannot delete device ") + translator_device + ": " + std::strerror(failed);
+    return failed == 0 || failed == ENODEV
+               ? ""
+               : std::string("cannot delete device ") + translator_device + ": " + std::strerror(failed);
 }

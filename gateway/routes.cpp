@@ -15,25 +15,28 @@ constexpr size_t address_size(uint8_t family) {
 
 }  // namespace
 
-routes_t::device_t routes_t::device() {
-    device_t device{};
+bool routes_t::is_device_served() {
+    bool is_served = false;
     netlink_request_t<ifinfomsg> request(RTM_GETLINK, NLM_F_ACK);
     mnl_attr_put_strz(request.message(), IFLA_IFNAME, translator_device);
-    netlink_.ask(request.message(), [&device](const nlmsghdr *answer) {
-        device = {true, (static_cast<const ifinfomsg *>(mnl_nlmsg_get_payload(answer))->ifi_flags & IFF_RUNNING) != 0};
+    netlink_.ask(request.message(), [&is_served](const nlmsghdr *answer) {
+        each_attribute(answer, sizeof(ifinfomsg), [&is_served](const nlattr *attribute) {
+            if (mnl_attr_get_type(attribute) == IFLA_CARRIER) is_served = mnl_attr_get_u8(attribute) != 0;
+        });
     });
-    return device;
+    return is_served;
 }
 
-int routes_t::set_up_device() {
+int routes_t::set_up_device(uint16_t flag) {
     netlink_request_t<ifinfomsg> request(RTM_NEWLINK, NLM_F_ACK);
-    request->ifi_index = static_cast<int>(if_nametoindex(translator_device));
+    mnl_attr_put_strz(request.message(), IFLA_IFNAME, translator_device);
     request->ifi_flags = request->ifi_change = IFF_UP;
     const int failed = netlink_.ask(request.message());
     if (failed != 0) return failed;
     std::array<uint8_t, sizeof(in6_addr)> prefix{};
     std::copy(translator_prefix.begin(), translator_prefix.end(), prefix.begin());
-    return change(RTM_NEWROUTE, NLM_F_CREATE | NLM_F_REPLACE, AF_INET6, prefix.data(), translator_prefix_len);
+    return change(RTM_NEWROUTE, static_cast<uint16_t>(NLM_F_CREATE | flag), AF_INET6, prefix.data(),
+                  translator_prefix_len);
 }
 
 int routes_t::delete_device() {

@@ -12,15 +12,11 @@ class routes_t {
 public:
     routes_t() : netlink_(NETLINK_ROUTE) {}
 
-    /** The state of the device: whether it exists, and whether a program serves it. */
-    struct device_t {
-        bool is_there;
-        bool is_served;
-    };
-    device_t device();
-    /** Sets the device up and routes the translator's prefix to it. Returns 0 or an errno value, like all functions
-     * below. */
-    int set_up_device();
+    /** Returns true if a program serves the device, which may be down. */
+    bool is_device_served();
+    /** Sets the device up and routes the translator's prefix to it. With NLM_F_EXCL as `flag`, a route that is there is
+     * the error EEXIST; with NLM_F_REPLACE it is replaced. Returns 0 or an errno value, like all functions below. */
+    int set_up_device(uint16_t flag);
     int delete_device();
 
     /** Reads the IPv4 networks that are routed to the device, in ascending order. */

@@ -86,27 +86,22 @@ std::string translator_t::check() const {
     return "";
 }
 
-std::string translator_t::ensure(routes_t &routes, int patience_ms, bool &is_new) {
-    const routes_t::device_t device = routes.device();
-    is_new = !device.is_there;
-    /* Sets up a served device again, because a gateway may have been killed before it added the route. */
-    const bool must_start = !device.is_served && !options_.is_external;
+std::string translator_t::ensure(routes_t &routes, int patience_ms) {
+    const bool must_start = !routes.is_device_served() && !options_.is_external;
     if (must_start) {
         end(); /* ends a process that has lost its device */
         std::string error = start();
         if (!error.empty()) return error;
     }
-    if (!comes_true(patience_ms, [&routes] { return routes.device().is_there; })) {
-        return std::string("the translator has not made device ") + translator_device +
-               "; see why: nat64-gateway --translator " + options_.gateway;
-    }
-    const int failed = routes.set_up_device();
-    if (failed != 0) return std::string("cannot set up device ") + translator_device + ": " + std::strerror(failed);
-    if (!comes_true(patience_ms, [&routes] { return routes.device().is_served; })) {
+    /* Waits for the program itself, because make_device serves a new device for a moment. */
+    const auto is_served = [&] { return (!must_start || process() != 0) && routes.is_device_served(); };
+    if (!comes_true(patience_ms, is_served)) {
         return std::string("no program serves device ") + translator_device + "; see why: nat64-gateway --translator " +
                options_.gateway;
     }
-    return "";
+    /* A served device is set up, too, because a gateway may have been killed before it added the route. */
+    const int failed = routes.set_up_device(NLM_F_REPLACE);
+    return failed == 0 ? "" : std::string("cannot set up device ") + translator_device + ": " + std::strerror(failed);
 }
 
 std::string translator_t::start() const {

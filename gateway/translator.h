@@ -29,9 +29,8 @@ public:
     /** Returns what is missing (the program or the TUN driver), or an empty text. */
     std::string check() const;
     /** Starts the translator unless it runs, waits up to `patience_ms` until it serves the device, and sets the device
-     * up. `is_new` is set if the device did not exist, and so has lost its routes. Returns what went wrong, or an empty
-     * text. */
-    std::string ensure(routes_t &routes, int patience_ms, bool &is_new);
+     * up. Returns what went wrong, or an empty text. */
+    std::string ensure(routes_t &routes, int patience_ms);
     /** Creates the device and replaces this process by the translator. Returns only if that failed, with the reason. */
     std::string become() const;
     /** Ends the translator, if it runs. */
