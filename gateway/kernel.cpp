@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <utility>
 
 #include "records/value.h"
 
@@ -20,12 +21,6 @@ constexpr const char *session_limit = "session_limit";
 
 std::string first_line(const std::string &text) {
     return text.substr(0, text.find('\n'));
-}
-
-std::string route_error(const char *verb, const ipv4_network_t &network, int failed) {
-    const uint32_t word = htonl(network.address);
-    return std::string("cannot ") + verb + " the route of " +
-           prefix_text(AF_INET, &word, sizeof word, network.prefix_len) + ": " + std::strerror(failed);
 }
 
 /** Returns the networks of `one` that `other` does not have; both lists are sorted. */
@@ -94,48 +89,52 @@ std::string kernel_t::check() {
 std::string kernel_t::apply(plan_t plan) {
     const bool was_known = is_known_;
     std::string error = change(plan);
-    if (!error.empty() && was_known) { /* another program may have changed the table: read it and try again */
-        is_known_ = false;
-        error = change(plan);
-    }
-    if (!error.empty()) {
-        is_known_ = false;
+    /* Another program may have changed the table: read it and try again. */
+    if (!error.empty() && was_known) error = change(plan);
+    if (error.empty()) {
+        in_force_ = std::move(plan);
+    } else {
         for (const auto &[path, value] : in_force_.settings) {
             write_setting(path, value);
         }
-    } else {
-        in_force_ = std::move(plan);
-        is_known_ = true;
     }
     return error;
 }
 
 /** Makes the kernel carry out the plan. If a step up to the transaction fails, ruleset and routes stay as before. */
 std::string kernel_t::change(const plan_t &plan) {
+    const bool was_known = std::exchange(is_known_, false);
     for (const auto &[path, value] : plan.settings) {
         const auto before = in_force_.settings.find(path);
-        if (is_known_ && before != in_force_.settings.end() && before->second == value) continue;
+        if (was_known && before != in_force_.settings.end() && before->second == value) continue;
         std::string failed = write_setting(path, value);
         if (!failed.empty()) return failed;
     }
     std::vector<ipv4_network_t> networks = in_force_.networks;
-    if (!is_known_) routes_.read(networks);
+    int failed = was_known ? 0 : routes_.read(networks);
+    if (failed != 0) return std::string("cannot read the routes: ") + std::strerror(failed);
     /* A route exists as long as packets are translated to its addresses, so it is added first and removed last. */
     std::vector<ipv4_network_t> added;
     std::string error;
     for (const ipv4_network_t &network : difference(plan.networks, networks)) {
-        const int failed = routes_.add(network);
-        if (failed != 0) error = route_error("add", network, failed);
-        if (failed != 0) break;
+        failed = routes_.add(network);
+        if (failed != 0) {
+            const uint32_t word = htonl(network.address);
+            error = "cannot add the route of " + prefix_text(AF_INET, &word, sizeof word, network.prefix_len) + ": " +
+                    std::strerror(failed);
+            break;
+        }
         added.push_back(network);
     }
     if (error.empty()) {
-        error = run(is_known_ ? changes_text(table_, in_force_.ruleset, plan.ruleset) : text_from_found(plan.ruleset));
+        error = run(was_known ? changes_text(table_, in_force_.ruleset, plan.ruleset) : text_from_found(plan.ruleset));
     }
-    const std::vector<ipv4_network_t> gone = error.empty() ? difference(networks, plan.networks) : added;
-    for (const ipv4_network_t &network : gone) {
-        const int failed = routes_.remove(network);
-        if (failed != 0 && failed != ESRCH && error.empty()) error = route_error("remove", network, failed);
+    is_known_ = error.empty();
+    /* The plan is in force by now, so a route that remains is no error. The next change reads and removes it. */
+    for (const ipv4_network_t &network : is_known_ ? difference(networks, plan.networks) : added) {
+        failed = routes_.remove(network);
+        const bool is_gone = failed == 0 || failed == ESRCH;
+        is_known_ = is_known_ && is_gone;
     }
     return error;
 }

@@ -48,6 +48,7 @@ int routes_t::delete_device() {
 int routes_t::read(std::vector<ipv4_network_t> &networks) {
     networks.clear();
     const uint32_t device = if_nametoindex(translator_device);
+    if (device == 0) return 0;
     netlink_request_t<rtmsg> request(RTM_GETROUTE, NLM_F_DUMP);
     request->rtm_family = AF_INET;
     const int failed = netlink_.ask(request.message(), [&](const nlmsghdr *answer) {
@@ -76,6 +77,8 @@ int routes_t::remove(const ipv4_network_t &network) {
 }
 
 int routes_t::change(uint16_t type, uint16_t flags, uint8_t family, const void *address, uint8_t prefix_len) {
+    const uint32_t device = if_nametoindex(translator_device);
+    if (device == 0) return ENODEV; /* the kernel would take 0 as every device */
     netlink_request_t<rtmsg> request(type, static_cast<uint16_t>(NLM_F_ACK | flags));
     request->rtm_family = family;
     request->rtm_dst_len = prefix_len;
@@ -84,6 +87,6 @@ int routes_t::change(uint16_t type, uint16_t flags, uint8_t family, const void *
     request->rtm_scope = type == RTM_DELROUTE ? RT_SCOPE_NOWHERE : RT_SCOPE_UNIVERSE; /* delete: any scope */
     request->rtm_type = RTN_UNICAST;
     mnl_attr_put(request.message(), RTA_DST, address_size(family), address);
-    mnl_attr_put_u32(request.message(), RTA_OIF, if_nametoindex(translator_device));
+    mnl_attr_put_u32(request.message(), RTA_OIF, device);
     return netlink_.ask(request.message());
 }

@@ -79,6 +79,14 @@ TEST_F(process_test, what_the_kernel_refuses_is_refused_with_its_reason_in_the_l
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "all of it is in force again";
 }
 
+TEST_F(process_test, a_pool_that_is_deleted_while_the_device_is_gone_leaves_the_routes_of_others) {
+    serve_with_pool();
+    configure({"pool add --id 2 --param 1 --start 203.0.113.9 --end 203.0.113.9"});
+    must(middle, "ip route add 203.0.113.9 dev out0 metric 50 && ip link delete fwx_nat64");
+    configure({"pool del --id 2"});
+    EXPECT_EQ(middle.run("ip route show 203.0.113.9").output, "203.0.113.9 dev out0 scope link metric 50 \n") << log();
+}
+
 TEST_F(process_test, a_network_namespace_has_one_gateway_and_remove_leaves_nothing) {
     serve_with_pool();
     ran_t second = middle.run(gateway_words("other"));
