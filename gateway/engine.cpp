@@ -97,9 +97,10 @@ void gateway_engine_t::watch_translator() {
 
 std::string gateway_engine_t::remove() {
     if (!may_administer_network()) return "the gateway may not change the network: it needs CAP_NET_ADMIN";
-    if (sessions_.open().empty()) sessions_.end_if([](const session_t &) { return true; });
     std::string error = kernel_.remove_table();
-    translator_.end();
+    if (!error.empty()) return error;
+    if (sessions_.open().empty()) sessions_.end_if([](const session_t &) { return true; });
+    error = translator_.end();
     const std::string failed = kernel_.remove_device();
     if (error.empty()) error = failed;
     return error;

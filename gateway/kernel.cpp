@@ -65,7 +65,7 @@ std::string kernel_t::run(const std::string &text, std::string *output) {
     return "nftables: " + (error.empty() ? "failed without a reason" : error);
 }
 
-std::string kernel_t::check() {
+std::string kernel_t::check_namespace() {
     std::string tables;
     const std::string error = run("list tables ip6", &tables);
     if (!error.empty()) return error + " (module nf_tables)";
@@ -78,6 +78,12 @@ std::string kernel_t::check() {
             return text.append(other).append("'s; remove that with: nat64-gateway --remove ").append(other);
         }
     }
+    return "";
+}
+
+std::string kernel_t::check() {
+    std::string error = check_namespace();
+    if (!error.empty()) return error;
     for (const char *forwarding : {"ipv6/conf/all/forwarding", "ipv4/conf/all/forwarding"}) {
         if (read_setting(forwarding) != "1") {
             return std::string("the kernel does not forward packets: set ") + settings_folder + forwarding + " to 1";
@@ -169,7 +175,8 @@ std::string kernel_t::text_from_found(const ruleset_t &to) {
 }
 
 std::string kernel_t::remove_table() {
-    return run("add table ip6 " + table_ + "\ndelete table ip6 " + table_);
+    std::string error = run("add table ip6 " + table_ + "\ndelete table ip6 " + table_);
+    return error.empty() ? check_namespace() : error;
 }
 
 std::string kernel_t::remove_device() {

@@ -33,7 +33,8 @@ public:
     std::string apply(plan_t plan);
     /** Makes the next apply read the state of the kernel again. */
     void forget() { is_known_ = false; }
-    /** Deletes the table. A table that does not exist is no error, nor is a missing device for the next function. */
+    /** Deletes the table, and checks that no other gateway uses the network namespace. A table that does not exist is
+     * no error, nor is a missing device for the next function. */
     std::string remove_table();
     /** Deletes the device with its routes, and resets the settings to the kernel's defaults. */
     std::string remove_device();
@@ -43,6 +44,7 @@ public:
 
 private:
     std::string run(const std::string &text, std::string *output = nullptr);
+    std::string check_namespace();
     std::string change(const plan_t &plan);
     std::string text_from_found(const ruleset_t &to);
 

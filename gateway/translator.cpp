@@ -89,8 +89,8 @@ std::string translator_t::check() const {
 std::string translator_t::ensure(routes_t &routes, int patience_ms) {
     const bool must_start = !routes.is_device_served() && !options_.is_external;
     if (must_start) {
-        end(); /* ends a process that has lost its device */
-        std::string error = start();
+        std::string error = end(); /* ends a process that has lost its device */
+        if (error.empty()) error = start();
         if (!error.empty()) return error;
     }
     /* Waits for the program itself, because make_device serves a new device for a moment. */
@@ -172,9 +172,10 @@ pid_t translator_t::process() const {
     return words.size() == 4 && words[0] == "tayga" && words[3] == file(config_name) ? pid : 0;
 }
 
-void translator_t::end() const {
+std::string translator_t::end() const {
     const pid_t pid = process();
-    if (pid == 0) return;
-    kill(pid, SIGTERM);
-    comes_true(end_patience_ms, [this, pid] { return process() != pid; });
+    if (pid == 0) return "";
+    kill(pid, SIGKILL); /* it has nothing to save, and a stopped process does not end by SIGTERM */
+    const bool has_ended = comes_true(end_patience_ms, [this, pid] { return process() != pid; });
+    return has_ended ? "" : "the translator does not end: process " + std::to_string(pid);
 }

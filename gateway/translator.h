@@ -33,8 +33,8 @@ public:
     std::string ensure(routes_t &routes, int patience_ms);
     /** Creates the device and replaces this process by the translator. Returns only if that failed, with the reason. */
     std::string become() const;
-    /** Ends the translator, if it runs. */
-    void end() const;
+    /** Ends the translator, if it runs. Returns what went wrong, or an empty text. */
+    std::string end() const;
 
 private:
     std::string file(const char *name) const { return options_.directory + "/" + name; }

@@ -94,13 +94,18 @@ TEST_F(process_test, a_network_namespace_has_one_gateway_and_remove_leaves_nothi
     EXPECT_EQ(second.output, "nat64-gateway: a gateway runs in this network namespace\n");
     EXPECT_EQ(middle.run(gateway_words("--remove edge")).status, 2) << "while it runs";
     EXPECT_EQ(gateway.end(SIGTERM), 0);
-    second = middle.run(gateway_words("other"));
-    EXPECT_EQ(second.status, 2);
-    EXPECT_EQ(second.output,
-              "nat64-gateway: this network namespace is gateway edge's; remove that with: nat64-gateway --remove "
-              "edge\n");
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "a gateway that ends leaves its work in force";
+    for (const char *words : {"other", "--remove other"}) {
+        second = middle.run(gateway_words(words));
+        EXPECT_EQ(second.status, 2);
+        EXPECT_EQ(second.output,
+                  "nat64-gateway: this network namespace is gateway edge's; remove that with: nat64-gateway --remove "
+                  "edge\n");
+    }
+    EXPECT_EQ(listed_sessions(), 1U);
+    EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "and so does one that may not be started or removed";
 
+    must(middle, "kill -STOP $(cat " + state("edge") + "/translator.pid)");
     const ran_t removed = middle.run(gateway_words("--remove edge"));
     EXPECT_EQ(removed.status, 0) << removed.output;
     EXPECT_EQ(removed.output, "");
