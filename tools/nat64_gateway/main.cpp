@@ -89,20 +89,22 @@ private:
     int fd_ = -1;
 };
 
-void watch_translator(void *arg);
-
-struct gateway_t {
+struct translator_watch_t {
     fwx_host_loop_t *loop;
     gateway_engine_t &engine;
+    bool is_planned = false;
 
-    void plan_watch() { fwx_host_timer_add(loop, translator_watch_ms, watch_translator, this); }
+    /** Plans the next look at the translator, unless it is planned. If no memory is left for that, the next turn of the
+     * loop plans it. */
+    void plan() {
+        const auto look = [](void *arg) {
+            auto &self = *static_cast<translator_watch_t *>(arg);
+            self.is_planned = false;
+            self.engine.watch_translator();
+        };
+        if (!is_planned) is_planned = fwx_host_timer_add(loop, translator_watch_ms, look, this) != 0;
+    }
 };
-
-void watch_translator(void *arg) {
-    auto &gateway = *static_cast<gateway_t *>(arg);
-    gateway.engine.watch_translator();
-    gateway.plan_watch();
-}
 
 int run(const options_t &options) {
     const std::string &name = options.translator.gateway;
@@ -134,9 +136,12 @@ int run(const options_t &options) {
     if (!error.empty()) return fail(error);
     std::printf("serving %s\n", name.c_str());
     if (std::fflush(stdout) != 0) return fail("cannot write to standard output");
-    gateway_t gateway{loop.get(), engine};
-    gateway.plan_watch();
-    error = runner.run([&engine] { engine.turn_ended(); });
+    translator_watch_t watch{loop.get(), engine};
+    watch.plan();
+    error = runner.run([&engine, &watch] {
+        engine.turn_ended();
+        watch.plan();
+    });
     return error.empty() ? 0 : fail(error);
 }
 
