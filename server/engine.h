@@ -44,8 +44,9 @@ public:
     /**
      * Puts the changes since the last call into effect. nat64_server_t::commit calls it if needs_commit(), once for all
      * commands of a turn, before it writes the changes to the journal.
-     * @return 0, or a code with which each of these changes is answered. The engine has then restored `config` to the
-     * configuration in effect, and the changes are not written to the journal.
+     * @return 0, or a code. The engine has then restored `config` to the configuration in effect. The server carries
+     * out several refused changes again, one by one. A single one is answered with the code and not written to the
+     * journal.
      */
     virtual uint32_t commit() noexcept = 0;
 

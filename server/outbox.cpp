@@ -10,11 +10,11 @@
 #include <utility>
 
 bool outbox_t::post(uint64_t client, const void *msg, size_t size, uint64_t walk) {
-    const bool is_change = std::exchange(answers_change, false);
+    const size_t change = std::exchange(answered_change, 0);
     if (silent) return false;
     const auto *bytes = static_cast<const uint8_t *>(msg);
     if (is_saving) {
-        unsaved.push_back({client, walk, {bytes, bytes + size}, is_change});
+        unsaved.push_back({client, walk, {bytes, bytes + size}, change});
     } else {
         pass_on(client, msg, size, walk);
     }
@@ -33,19 +33,19 @@ void outbox_t::pass_on(uint64_t client, const void *msg, size_t size, uint64_t w
     if (place == delayed.begin()) arm();
 }
 
-uint64_t outbox_t::release_unsaved(uint32_t code) {
-    is_saving = answers_change = false;
+void outbox_t::release_unsaved(const std::vector<uint32_t> &codes, const std::function<void(uint32_t code)> &refused) {
+    is_saving = false;
+    answered_change = 0;
     std::vector<reply_t> replies = std::move(unsaved);
     unsaved.clear();
-    uint64_t failures = 0;
     for (reply_t &reply : replies) {
-        if (code != 0 && reply.answers_change) {
+        const uint32_t code = reply.change == 0 ? 0 : codes[reply.change - 1];
+        if (code != 0) {
             std::memcpy(&reply.bytes[offsetof(fwx_nat64_reply_t, result)], &code, sizeof code);
-            ++failures;
+            refused(code);
         }
         pass_on(reply.client, reply.bytes.data(), reply.bytes.size(), reply.walk);
     }
-    return failures;
 }
 
 void outbox_t::release(reply_order_t order) {

@@ -81,11 +81,15 @@ public:
     /** Sends or queues a reply. `walk` is the number of the paged answer that it is a page of, or 0. Returns false when
      * the reply is suppressed. */
     bool post(uint64_t client, const void *msg, size_t size, uint64_t walk = 0);
-    /** Holds all replies that are posted from now on. The next one is the answer to a change. */
-    void hold_unsaved() { is_saving = answers_change = true; }
-    /** Releases these replies. A `code` other than 0 replaces the result in the answers to changes; returns the number
-     * of answers so changed. */
-    uint64_t release_unsaved(uint32_t code);
+    /** Holds all replies that are posted from now on. The next one is the answer to the change of this number, from 1.
+     */
+    void hold_unsaved(size_t change) {
+        is_saving = true;
+        answered_change = change;
+    }
+    /** Releases these replies. `codes` are the results of the changes, by number less 1. One other than 0 replaces the
+     * result in the answer, and is passed to `refused`. */
+    void release_unsaved(const std::vector<uint32_t> &codes, const std::function<void(uint32_t code)> &refused);
     void hold() { holding = true; }
     void release(reply_order_t order);
     void forget(uint64_t client);
@@ -102,7 +106,7 @@ private:
         uint64_t client;
         uint64_t walk;
         std::vector<uint8_t> bytes;
-        bool answers_change = false;
+        size_t change = 0; /* number of the change that it answers, or 0 */
     };
 
     void pass_on(uint64_t client, const void *msg, size_t size, uint64_t walk);
@@ -114,7 +118,7 @@ private:
     fwx_host_loop_t *loop;
     clients_t &clients;
     bool is_saving = false;
-    bool answers_change = false; /* whether the next reply posted is the answer to a change */
+    size_t answered_change = 0; /* number of the change that the next reply posted is the answer to, or 0 */
     std::vector<reply_t> unsaved;
     bool holding = false;
     std::vector<reply_t> held;

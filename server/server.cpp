@@ -7,12 +7,16 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "fwx_host/errors.h"
 #include "server/state.h"
 
 namespace {
+
+/** Refused changes after which the others of a turn are refused untried, because each refusal costs the engine time. */
+constexpr size_t most_refused = 16;
 
 uint64_t random_id() {
     uint64_t id = 0;
@@ -33,23 +37,36 @@ void changes_t::note(uint32_t op_code, const void *payload, size_t size) {
     } else {
         return;
     }
-    is_uncommitted_ = true;
-    outbox_.hold_unsaved();
+    codes_.push_back(0);
+    outbox_.hold_unsaved(codes_.size());
 }
 
-uint64_t changes_t::commit(uint32_t &code) {
-    if (!std::exchange(is_uncommitted_, false)) return 0;
+void changes_t::commit(server_state_t &server) {
+    if (codes_.empty()) return;
+    std::vector<uint32_t> codes = std::exchange(codes_, {});
     const std::vector<change_t> changes = std::exchange(pending_, {});
-    code = changes.empty() ? 0 : engine_.commit();
-    if (code != 0) {
-        count_ -= changes.size();
-    } else if (journal_.changed != nullptr) {
-        for (const change_t &change : changes) {
-            journal_.changed(journal_.arg, change.op_code, change.payload.data(), change.payload.size());
-        }
-        code = journal_.commit(journal_.arg);
+    const uint32_t refusal = changes.empty() ? 0 : engine_.commit();
+    size_t refused = 0;
+    for (size_t i = 0; refusal != 0 && i < changes.size(); ++i) {
+        const bool is_tried = changes.size() > 1 && refused < most_refused;
+        codes[i] = is_tried ? carry_out(server, changes[i].op_code, changes[i].payload.data()) : refusal;
+        if (codes[i] == 0) codes[i] = engine_.commit();
+        refused += codes[i] != 0 ? 1U : 0U;
     }
-    return outbox_.release_unsaved(code);
+    count_ -= refused;
+    if (journal_.changed != nullptr && refused < codes.size()) {
+        for (size_t i = 0; i < changes.size(); ++i) {
+            const change_t &change = changes[i];
+            if (codes[i] == 0) {
+                journal_.changed(journal_.arg, change.op_code, change.payload.data(), change.payload.size());
+            }
+        }
+        std::replace(codes.begin(), codes.end(), 0U, journal_.commit(journal_.arg));
+    }
+    outbox_.release_unsaved(codes, [&server](uint32_t code) {
+        ++server.refused;
+        ++refusals_for(server.causes, code);
+    });
 }
 
 server_state_t::server_state_t(fwx_host_loop_t *host_loop, std::unique_ptr<engine_t> carries_out)
@@ -134,10 +151,7 @@ void nat64_server_t::journal_set(const server_journal_t &journal) {
 }
 
 void nat64_server_t::commit() {
-    uint32_t code = 0;
-    const uint64_t count = state_->changes.commit(code);
-    state_->refused += count;
-    refusals_for(state_->causes, code) += count;
+    state_->changes.commit(*state_);
 }
 
 void nat64_server_t::observe_refusals(server_refusal_fn_t fn, void *arg) {

@@ -5,6 +5,8 @@
 #include "server/engine.h"
 #include "server/pager.h"
 
+struct server_state_t;
+
 /** The changes of the configuration: their number, and those that wait for commit. */
 class changes_t {
 public:
@@ -17,9 +19,9 @@ public:
     /** Records a change that the configuration has accepted. If the engine needs a commit or there is a journal, the
      * answer to the change, and all later answers, wait for commit. */
     void note(uint32_t op_code, const void *payload, size_t size);
-    /** Commits the changes, sets `code` to the result, and releases the answers. If `code` is not 0, the answers to
-     * changes have it as their result; returns the number of these answers. */
-    uint64_t commit(uint32_t &code);
+    /** Commits the changes and releases the answers. Changes that the engine refuses together are carried out again and
+     * committed one by one, so that one that it cannot put into effect does not hold up the others. */
+    void commit(server_state_t &server);
 
 private:
     struct change_t {
@@ -31,7 +33,7 @@ private:
     outbox_t &outbox_;
     server_journal_t journal_{};
     uint64_t count_ = 0;
-    bool is_uncommitted_ = false;
+    std::vector<uint32_t> codes_;   /* results of the changes since the last commit */
     std::vector<change_t> pending_; /* not in effect yet */
 };
 

@@ -79,6 +79,23 @@ TEST_F(process_test, what_the_kernel_refuses_is_refused_with_its_reason_in_the_l
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "all of it is in force again";
 }
 
+TEST_F(process_test, what_the_kernel_refuses_takes_nothing_with_it_that_came_in_the_same_turn) {
+    ASSERT_TRUE(serve()) << log();
+    must(middle, "ip route add 203.0.114.0/24 dev out0");
+    commander_t commander;
+    gateway.stop();
+    for (const char *line : {"pool add --id 1 --param 1 --start 203.0.113.1 --end 203.0.113.1",
+                             "pool add --id 2 --param 1 --start 203.0.114.0 --end 203.0.114.255",
+                             "dmapping add --id 1 --type address-and-port-dependent --ext-arg 2",
+                             "pool add --id 3 --param 1 --start 203.0.113.3 --end 203.0.113.3"}) {
+        ASSERT_TRUE(commander.send(line));
+    }
+    gateway.signal(SIGCONT);
+    commander.settle();
+    EXPECT_EQ(commander.results(), (std::vector<uint32_t>{0, 0x600d, 0x6005, 0}));
+    EXPECT_EQ(ask("stats pools").second["data"].size(), 2U);
+}
+
 TEST_F(process_test, a_pool_that_is_deleted_while_the_device_is_gone_leaves_the_routes_of_others) {
     serve_with_pool();
     configure({"pool add --id 2 --param 1 --start 203.0.113.9 --end 203.0.113.9"});

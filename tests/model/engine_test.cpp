@@ -15,8 +15,8 @@ constexpr uint32_t not_taken = 0x7002;
 /** Refuses rules and adjacencies. Has one session. */
 class slow_engine_t : public engine_t {
 public:
-    std::vector<uint32_t> heard; /* op codes */
-    uint32_t commit_code = 0;
+    std::vector<uint32_t> heard;                       /* op codes */
+    static constexpr uint32_t failing_timeout_s = 400; /* with this as timeout 1, a commit fails */
     bool has_session = true;
 
     uint32_t refusal(uint32_t op_code, const void *) const override {
@@ -25,8 +25,10 @@ public:
     void changed(uint32_t op_code, const void *) override { heard.push_back(op_code); }
     bool needs_commit() const override { return true; }
     uint32_t commit() noexcept override {
-        (commit_code == 0 ? in_force : config) = commit_code == 0 ? config : in_force;
-        return commit_code;
+        const auto timeout = config.settings.timeouts.get(1);
+        const bool is_ok = !timeout || timeout->value != failing_timeout_s;
+        (is_ok ? in_force : config) = is_ok ? config : in_force;
+        return is_ok ? 0 : not_taken;
     }
     uint64_t session_count() const override { return has_session ? 1 : 0; }
     uint64_t session_count_of_pool(uint32_t pool_id) const override { return pool_id == 7 ? 5 : 0; }
@@ -108,16 +110,23 @@ TEST_F(engine_fixture_t, is_told_each_accepted_change_and_answers_are_held_until
     EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "nothing is held when nothing has changed";
 }
 
-TEST_F(engine_fixture_t, a_failed_commit_is_the_answer_to_each_change_and_restores_the_configuration) {
+TEST_F(engine_fixture_t, a_change_that_fails_at_commit_is_undone_and_leaves_the_others_of_its_turn) {
+    const message_t failing = config(14, 8, {1, slow_engine_t::failing_timeout_s});
     EXPECT_EQ(committed_results_of({config(14, 8, {1, 300})}), words_t{0});
-    engine_->commit_code = not_taken;
-    EXPECT_EQ(committed_results_of({config(14, 8, {1, 400}), command(4, 40), config(15, 8, {1, 10})}),
-              (words_t{not_taken, 0, not_taken}));
+    EXPECT_EQ(committed_results_of({failing}), words_t{not_taken});
+    EXPECT_EQ(committed_results_of({failing, command(4, 40), config(15, 8, {1, 10}), config(14, 8, {2, 200})}),
+              (words_t{not_taken, 0, 0, 0}));
     EXPECT_EQ(server_->config().settings.timeouts.get(1)->value, 300U);
-    EXPECT_EQ(server_->config().settings.limits.get(1).has_value(), false);
-    EXPECT_EQ(journal_, words_t{14});
-    EXPECT_EQ(server_->boot().changes, 1U);
+    EXPECT_EQ(server_->config().settings.limits.get(1)->value, 10U);
+    EXPECT_EQ(journal_, (words_t{14, 15, 14}));
+    EXPECT_EQ(server_->boot().changes, 3U);
     EXPECT_EQ(server_->counts().refused, 2U);
+
+    std::vector<message_t> commands(16, failing);
+    commands.push_back(config(14, 8, {2, 201}));
+    EXPECT_EQ(committed_results_of(commands), words_t(17, not_taken)) << "an engine that fails is not tried for long";
+    EXPECT_EQ(server_->config().settings.timeouts.get(2)->value, 200U);
+    EXPECT_EQ(journal_.size(), 3U);
 }
 
 TEST_F(engine_fixture_t, has_the_sessions_counted_walked_and_cleared_by_the_engine) {
