@@ -31,8 +31,7 @@ std::vector<ipv4_network_t> difference(const std::vector<ipv4_network_t> &one,
     return only;
 }
 
-}  // namespace
-
+/** Writes a setting below /proc/sys/net; returns what went wrong, or an empty text. */
 std::string write_setting(const std::string &path, const std::string &value) {
     std::ofstream file(settings_folder + path);
     file << value << std::flush;
@@ -44,6 +43,8 @@ std::string read_setting(const std::string &path) {
     std::ifstream(settings_folder + path) >> value;
     return value;
 }
+
+}  // namespace
 
 kernel_t::kernel_t(const std::string &gateway)
     : table_(table_of(gateway)), nft_(nft_ctx_new(NFT_CTX_DEFAULT), nft_ctx_free) {

@@ -55,9 +55,4 @@ private:
     bool is_known_ = false; /* true if the kernel has what `in_force_` says */
 };
 
-/** Writes a setting below /proc/sys/net; returns what went wrong, or an empty text. */
-std::string write_setting(const std::string &path, const std::string &value);
-/** Reads such a setting; empty when it cannot be read. */
-std::string read_setting(const std::string &path);
-
 #endif
