@@ -9,6 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+
+#include "state/files.h"
 
 namespace {
 
@@ -17,7 +20,8 @@ constexpr size_t block_bytes = size_t{1} << 16;
 class file_t {
 public:
     /** O_NONBLOCK: opening a FIFO does not wait for a writer. */
-    explicit file_t(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
+    explicit file_t(const std::string &path, int flags = 0)
+        : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags)) {}
     ~file_t() {
         if (fd_ >= 0) close(fd_);
     }
@@ -61,30 +65,26 @@ std::string fault_of(const std::string &name, const struct stat &status, bool is
     return name + ": is " + kind_of(status.st_mode) + ", not a file or a pipe";
 }
 
-}  // namespace
-
-std::optional<std::string> read_file(const std::string &path, std::string &error, size_t most) {
-    const file_t file(path);
+/** @return the status of an open file if it is regular, or nothing after setting `error`. */
+std::optional<struct stat> regular_status(const file_t &file, const std::string &path, std::string &error) {
     struct stat status {};
     if (file.fd() < 0 || fstat(file.fd(), &status) != 0) {
-        error = errno == ENXIO ? path + ": is a socket, not a regular file" : system_error(path);
+        const char *kind = errno == ENXIO ? "a socket" : errno == ELOOP ? "a symbolic link" : nullptr;
+        error = kind == nullptr ? system_error(path) : path + ": is " + kind + ", not a regular file";
         return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode)) {
-        error = path + ": is " + kind_of(status.st_mode) + ", not a regular file";
-        return std::nullopt;
-    }
-    const auto size = static_cast<uint64_t>(status.st_size);
-    if (size > most) {
-        error = too_long(path, std::to_string(size), most);
-        return std::nullopt;
-    }
+    if (S_ISREG(status.st_mode)) return status;
+    error = path + ": is " + kind_of(status.st_mode) + ", not a regular file";
+    return std::nullopt;
+}
+
+/** Reads a file to its end, but not much further than `most` bytes. */
+std::optional<std::string> read_bytes(const file_t &file, const std::string &path, std::string &error, size_t most) {
     std::string text;
-    text.reserve(size);
     std::string block(std::min(block_bytes, most + 1), '\0');
-    while (text.size() <= most) { /* the file may grow while it is read */
+    while (text.size() <= most) {
         const ssize_t got = read(file.fd(), block.data(), block.size());
-        if (got == 0) return text;
+        if (got == 0) break;
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) {
             error = system_error(path);
@@ -92,8 +92,54 @@ std::optional<std::string> read_file(const std::string &path, std::string &error
         }
         text.append(block, 0, static_cast<size_t>(got));
     }
-    error = too_long(path, "at least " + std::to_string(text.size()), most);
+    return text;
+}
+
+std::optional<std::string> read_whole(const file_t &file, const struct stat &status, const std::string &path,
+                                      std::string &error, size_t most) {
+    const auto size = static_cast<uint64_t>(status.st_size);
+    if (size > most) {
+        error = too_long(path, std::to_string(size), most);
+        return std::nullopt;
+    }
+    std::optional<std::string> text = read_bytes(file, path, error, most);
+    if (!text || text->size() <= most) return text;
+    error = too_long(path, "at least " + std::to_string(text->size()), most); /* it has grown meanwhile */
     return std::nullopt;
+}
+
+std::optional<struct stat> state_status(const file_t &file, const std::string &path, std::string &error) {
+    const std::optional<struct stat> status = regular_status(file, path, error);
+    if (!status) return std::nullopt;
+    error = distrusted(path, *status);
+    return error.empty() ? status : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> read_file(const std::string &path, std::string &error, size_t most) {
+    const file_t file(path);
+    const std::optional<struct stat> status = regular_status(file, path, error);
+    return status ? read_whole(file, *status, path, error, most) : std::nullopt;
+}
+
+std::optional<std::string> read_state_file(const std::string &path, std::string &error) {
+    const file_t file(path, O_NOFOLLOW);
+    const std::optional<struct stat> status = state_status(file, path, error);
+    return status ? read_whole(file, *status, path, error, most_file_bytes) : std::nullopt;
+}
+
+std::optional<state_line_t> read_state_line(const std::string &path, std::string &error) {
+    const file_t file(path, O_NOFOLLOW);
+    const std::optional<struct stat> status = state_status(file, path, error);
+    const std::optional<std::string> text = status ? read_bytes(file, path, error, block_bytes - 1) : std::nullopt;
+    if (!text) return std::nullopt;
+    return state_line_t{text->substr(0, text->find('\n')), static_cast<uint64_t>(status->st_size)};
+}
+
+bool is_missing(const std::string &path) {
+    std::error_code ignored;
+    return std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::not_found;
 }
 
 std::optional<std::string> read_stream(std::istream &stream, const std::string &name, std::string &error, size_t most) {

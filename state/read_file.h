@@ -1,11 +1,12 @@
 /*
- * Reads files and standard input that a user has named. The name may be that of a FIFO, a device or a huge file.
- * Therefore nothing here waits for something other than a regular file, and sizes are limited.
+ * Reads state files, and files and standard input that a user has named. The name may be that of a FIFO, a device or a
+ * huge file. Therefore nothing here waits for something other than a regular file, and sizes are limited.
  */
 #ifndef STATE_READ_FILE_H
 #define STATE_READ_FILE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <istream>
 #include <optional>
 #include <string>
@@ -19,6 +20,19 @@ std::optional<std::string> read_file(const std::string &path, std::string &error
 /** Reads a stream to its end, likewise. `error` begins with `name`. */
 std::optional<std::string> read_stream(std::istream &stream, const std::string &name, std::string &error,
                                        size_t most = most_file_bytes);
+
+/** Reads a state file, likewise, but only if no other user can change it (`distrusted` in state/files.h). It is not
+ * read through a symbolic link. */
+std::optional<std::string> read_state_file(const std::string &path, std::string &error);
+
+struct state_line_t {
+    std::string line;        /* without its line feed, and cut after 64 KiB */
+    uint64_t file_bytes = 0; /* size of the whole file */
+};
+/** Reads the first line of a state file of any size, likewise. */
+std::optional<state_line_t> read_state_line(const std::string &path, std::string &error);
+/** True if nothing has that name, not even a dangling symbolic link. */
+bool is_missing(const std::string &path);
 
 /**
  * Checks that a file or descriptor can be read line by line. Regular files, pipes, sockets, terminals and /dev/null

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "config/notation.h"
@@ -66,12 +65,15 @@ std::string versions_t::open() {
         version_t version;
         version.number = number_of(entry->path().filename());
         last_ = std::max(last_, version.number);
-        std::string line;
-        std::ifstream file(entry->path());
-        const bool is_version = version.number != 0 && std::getline(file, line) && read_first_line(line, version);
-        if (!is_version) continue;
         std::error_code ignored;
-        if (version.has_document) sizes_[version.number] = std::filesystem::file_size(entry->path(), ignored);
+        const bool is_file = entry->symlink_status(ignored).type() == std::filesystem::file_type::regular;
+        if (version.number == 0 || !is_file) continue;
+        std::string fault;
+        const std::optional<state_line_t> first = read_state_line(entry->path(), fault);
+        if (!first && is_missing(entry->path())) continue; /* another process has deleted an old version */
+        if (!first) return fault;
+        if (!read_first_line(first->line, version)) continue;
+        if (version.has_document) sizes_[version.number] = first->file_bytes;
         versions_.push_back(std::move(version));
     }
     std::sort(versions_.begin(), versions_.end(),
@@ -156,7 +158,7 @@ std::string versions_t::read(uint32_t number, std::string &document) const {
         return "";
     }
     std::string error;
-    document = read_file(path_of(number), error).value_or("");
+    document = read_state_file(path_of(number), error).value_or("");
     document.erase(0, document.find('\n') + 1);
     return error;
 }
@@ -164,9 +166,8 @@ std::string versions_t::read(uint32_t number, std::string &document) const {
 std::optional<uint32_t> versions_t::unconfirmed() const {
     if (directory_.empty()) return unconfirmed_;
     std::string error;
-    const std::optional<std::string> text = read_file(unconfirmed_path(), error);
-    std::error_code failed;
-    if (!text && !std::filesystem::exists(unconfirmed_path(), failed) && !failed) return 0;
+    const std::optional<std::string> text = read_state_file(unconfirmed_path(), error);
+    if (!text && is_missing(unconfirmed_path())) return 0;
     const uint32_t number = text ? number_of(text->substr(0, text->find('\n'))) : 0;
     return number == 0 ? std::nullopt : std::optional(number);
 }

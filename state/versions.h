@@ -41,7 +41,8 @@ public:
     versions_t &operator=(const versions_t &) = delete;
 
     const std::string &directory() const { return directory_; }
-    /** Reads the list of versions. Ignores files that are not versions. */
+    /** Reads the list of versions. Ignores what is not a version, but a file that another user can change is an
+     * error. */
     std::string open();
     /** All versions, the oldest first. */
     const std::vector<version_t> &all() const { return versions_; }

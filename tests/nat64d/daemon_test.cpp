@@ -307,7 +307,7 @@ TEST_F(daemon_test, what_it_was_about_to_add_before_it_died_is_its_own_after_a_r
     EXPECT_TRUE(eventually([] { return data_of("stats pools").size() == count - 1; })) << daemon.log();
 }
 
-TEST_F(daemon_test, a_kept_document_that_is_damaged_is_not_taken) {
+TEST_F(daemon_test, a_kept_document_that_is_damaged_or_that_others_can_change_is_not_taken) {
     const std::string kept = folder() + "/kept";
     const std::vector<std::string> words = {"alpha", "--config", folder() + "/document", "--state", kept};
     {
@@ -320,6 +320,10 @@ TEST_F(daemon_test, a_kept_document_that_is_damaged_is_not_taken) {
     daemon_process_t daemon(words, folder() + "/log");
     EXPECT_EQ(daemon.end(0), 2);
     EXPECT_NE(daemon.log().find("/in-force: line "), std::string::npos) << daemon.log();
+    ASSERT_EQ(chmod((kept + "/in-force").c_str(), 0622), 0);
+    daemon_process_t other(words, folder() + "/log");
+    EXPECT_EQ(other.end(0), 2);
+    EXPECT_NE(other.log().find("/in-force: other users may write to it (mode 0622)"), std::string::npos) << other.log();
 }
 
 TEST_F(daemon_test, without_any_document_it_does_not_start) {

@@ -1,4 +1,4 @@
-/* Reading of files that a user names, and the errors for names that are not regular files. */
+/* Reading of state files and of files that a user names, and the errors for names that are not regular files. */
 #include "state/read_file.h"
 
 #include <fcntl.h>
@@ -61,6 +61,39 @@ TEST_F(read_file_test, a_regular_file_up_to_the_limit_is_read_and_errors_name_th
         EXPECT_FALSE(read_file(tried.name, error, 4)) << tried.name;
         EXPECT_EQ(error, tried.name + tried.fault);
     }
+}
+
+TEST_F(read_file_test, a_state_file_is_read_if_it_is_regular_and_no_other_user_can_change_it) {
+    const std::string changeable = ": other users may write to it (mode 0602); change its mode to 0600";
+    ASSERT_EQ(symlink("file", path("link").c_str()), 0);
+    ASSERT_EQ(symlink("none", path("dangling").c_str()), 0);
+    std::ofstream(path("open")) << "1";
+    ASSERT_EQ(chmod(path("open").c_str(), 0602), 0);
+    std::string error;
+    EXPECT_EQ(read_state_file(path("file"), error), "12345");
+    EXPECT_EQ(error, "");
+    const struct {
+        const char *name;
+        std::string fault;
+    } cases[] = {
+        {"open", changeable},
+        {"link", ": is a symbolic link, not a regular file"},
+        {"dangling", ": is a symbolic link, not a regular file"},
+        {"pipe", ": is a pipe, not a regular file"},
+        {"none", ": No such file or directory"},
+    };
+    for (const auto &tried : cases) {
+        EXPECT_FALSE(read_state_file(path(tried.name), error)) << tried.name;
+        EXPECT_EQ(error, path(tried.name) + tried.fault);
+        EXPECT_FALSE(read_state_line(path(tried.name), error)) << tried.name;
+        EXPECT_EQ(error, path(tried.name) + tried.fault);
+        EXPECT_EQ(is_missing(path(tried.name)), tried.name == std::string("none"));
+    }
+    std::ofstream(path("lines")) << "first\n" << std::string(70000, '\n');
+    const std::optional<state_line_t> line = read_state_line(path("lines"), error);
+    ASSERT_TRUE(line);
+    EXPECT_EQ(line->line, "first");
+    EXPECT_EQ(line->file_bytes, 70006U);
 }
 
 TEST_F(read_file_test, a_stream_is_read_up_to_the_limit) {

@@ -2,6 +2,8 @@
 #include "state/versions.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -103,6 +105,32 @@ TEST(version_files_test, a_file_that_is_not_a_version_is_ignored_and_its_number_
     std::filesystem::create_directory(documents + "11.new");
     EXPECT_EQ(versions.add({}, &text), documents + "11.new: Is a directory");
     EXPECT_EQ(versions.all().size(), 2U);
+}
+
+TEST(version_files_test, a_pipe_or_a_link_is_no_version_and_a_file_that_others_can_change_is_an_error) {
+    const runtime_directory_t directory;
+    const std::string documents = directory.path() + "/documents/";
+    std::filesystem::create_directories(documents);
+    std::ofstream(directory.path() + "/elsewhere") << "# nat64 version 1 2026 5 root 1 1 document a\n";
+    std::filesystem::create_symlink(directory.path() + "/elsewhere", documents + "6");
+    std::filesystem::create_symlink("/none", documents + "8");
+    ASSERT_EQ(mkfifo((documents + "7").c_str(), 0600), 0);
+    alarm(60); /* ends a test that waits for the pipe */
+    versions_t versions(directory.path());
+    EXPECT_EQ(versions.open(), "");
+    EXPECT_EQ(versions.all().size(), 0U);
+    const std::string text = "text";
+    ASSERT_EQ(versions.add({}, &text), "");
+    ASSERT_EQ(versions.set_unconfirmed(9), "");
+    for (const char *name : {"documents/9", "unconfirmed"}) {
+        ASSERT_EQ(chmod((directory.path() + "/" + name).c_str(), 0620), 0);
+    }
+    EXPECT_EQ(versions.unconfirmed(), std::nullopt);
+    const std::string fault = documents + "9: other users may write to it (mode 0620); change its mode to 0600";
+    std::string ignored;
+    EXPECT_EQ(versions.read(9, ignored), fault);
+    EXPECT_EQ(versions.open(), fault);
+    alarm(0);
 }
 
 TEST(version_files_test, an_unreadable_mark_leaves_the_unconfirmed_version_unknown) {

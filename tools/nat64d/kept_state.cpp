@@ -29,11 +29,10 @@ std::string kept_state_t::open(document_t &in_force, std::vector<std::string> &f
 }
 
 document_t kept_state_t::read(const std::string &path, std::vector<std::string> &faults) const {
-    std::error_code failed;
-    if (!std::filesystem::exists(path, failed) && !failed) return {};
+    if (is_missing(path)) return {};
     std::string error;
     problems_t problems;
-    const std::optional<std::string> text = read_file(path, error);
+    const std::optional<std::string> text = read_state_file(path, error);
     document_t document = text ? load_written(*text, problems) : document_t();
     if (text && problems.empty()) return document;
     faults.push_back(text ? path + ": " + problems.front().text() : error);

@@ -74,7 +74,7 @@ store_follower_t::store_follower_t(fwx_host_loop_t *loop, etcd_t &etcd, std::str
  * have a version that the server refuses. */
 void store_follower_t::start(const std::string &hash) {
     std::string ignored;
-    std::string text = read_file(kept_path_, ignored).value_or("");
+    std::string text = read_state_file(kept_path_, ignored).value_or("");
     const std::optional<kept_t> kept = take_kept(text);
     const bool is_held = kept && !hash.empty() && kept->hash == hash;
     if (is_held) held_ = kept->document;
@@ -155,7 +155,7 @@ nat64::task<etcd_error_t> store_follower_t::fetch(fleet_document_t document) {
         offered_ && offered_->document.version == document.version && offered_->document.hash == document.hash;
     if (is_known && !must_hand_over_) co_return {};
     std::string ignored;
-    std::string kept = read_file(kept_path_, ignored).value_or("");
+    std::string kept = read_state_file(kept_path_, ignored).value_or("");
     if (!take_kept(kept)) kept.clear();
     std::map<std::string, std::string_view> pieces;
     for (const std::string_view piece : cut_chunks(kept)) {
@@ -184,8 +184,9 @@ nat64::task<etcd_error_t> store_follower_t::fetch(fleet_document_t document) {
 
 /** Hands over the document on disk, because the store does not answer. */
 nat64::task<> store_follower_t::read_kept() {
-    std::string ignored;
-    std::optional<std::string> text = read_file(kept_path_, ignored);
+    std::string error;
+    std::optional<std::string> text = read_state_file(kept_path_, error);
+    if (!text && !is_missing(kept_path_)) log_event(log_level_t::error, "state", {{"reason", error}});
     if (!text) co_return;
     std::optional<kept_t> kept = take_kept(*text);
     if (!kept) {
