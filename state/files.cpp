@@ -63,6 +63,17 @@ ssize_t files_t::write(int fd, const void *bytes, size_t size, off_t at) {
     return without_interrupts([&] { return pwrite(fd, bytes, size, at); });
 }
 
+bool files_t::write_all(int fd, std::string_view text, uint64_t at) {
+    while (!text.empty()) {
+        const ssize_t now = write(fd, text.data(), text.size(), static_cast<off_t>(at));
+        if (now == 0) errno = EIO;
+        if (now <= 0) return false;
+        text.remove_prefix(static_cast<size_t>(now));
+        at += static_cast<uint64_t>(now);
+    }
+    return true;
+}
+
 int files_t::sync(int fd) {
     return fdatasync(fd);
 }

@@ -6,7 +6,9 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 /** The operating system's files. Operations return -1 and set errno when they fail. Opening, reading and writing are
  * repeated after an interruption by a signal. */
@@ -26,6 +28,8 @@ public:
     virtual ssize_t read(int fd, void *to, size_t size, off_t at);
     /** May write less than `size`. */
     virtual ssize_t write(int fd, const void *bytes, size_t size, off_t at);
+    /** Writes all of a text. */
+    bool write_all(int fd, std::string_view text, uint64_t at);
     /** Makes the content of a file durable. */
     virtual int sync(int fd);
     /** Makes the names in the directory of `path` durable. */

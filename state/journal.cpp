@@ -193,7 +193,7 @@ void journal_t::set_damaged_aside() {
 bool journal_t::continue_file() {
     if (dropped_lines_ != 0) return false;
     fd_ = files_.open(path_, O_WRONLY);
-    const bool is_sound = fd_ >= 0 && write_all(fd_, last_group_, bytes_ - last_group_.size()) &&
+    const bool is_sound = fd_ >= 0 && files_.write_all(fd_, last_group_, bytes_ - last_group_.size()) &&
                           files_.sync(fd_) == 0 && files_.sync_directory_of(path_) == 0;
     if (!is_sound) close();
     return is_sound && append_group().empty();
@@ -233,7 +233,7 @@ std::string journal_t::try_again() {
 
 std::string journal_t::append_group() {
     group_ += closing(group_, group_lines_);
-    const bool is_durable = write_all(fd_, group_, bytes_) && files_.sync(fd_) == 0;
+    const bool is_durable = files_.write_all(fd_, group_, bytes_) && files_.sync(fd_) == 0;
     if (!is_durable) return refuse(file_error(path_));
     bytes_ += group_.size();
     group_.clear();
@@ -258,7 +258,7 @@ std::string journal_t::write_snapshot() {
     const std::string name = path_ + ".new";
     files_.remove(name); /* if it could not be removed before */
     const int fd = files_.create(name, mode_);
-    const bool is_written = fd >= 0 && write_all(fd, text, 0) && files_.sync(fd) == 0;
+    const bool is_written = fd >= 0 && files_.write_all(fd, text, 0) && files_.sync(fd) == 0;
     const bool is_renamed = is_written && files_.rename(name, path_) == 0;
     const bool is_durable = is_renamed && files_.sync_directory_of(path_) == 0;
     if (!is_durable) {
@@ -276,17 +276,6 @@ std::string journal_t::write_snapshot() {
     warning_.clear();
     error_.clear();
     return "";
-}
-
-bool journal_t::write_all(int fd, std::string_view text, uint64_t at) {
-    while (!text.empty()) {
-        const ssize_t now = files_.write(fd, text.data(), text.size(), static_cast<off_t>(at));
-        if (now == 0) errno = EIO;
-        if (now <= 0) return false;
-        text.remove_prefix(static_cast<size_t>(now));
-        at += static_cast<uint64_t>(now);
-    }
-    return true;
 }
 
 /** Sets the error, which only a snapshot clears. Closes the file, so that nothing can be appended to it. */

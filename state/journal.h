@@ -80,7 +80,6 @@ private:
     std::string take_groups(std::string_view groups_text, const read_fn_t &read);
     void set_damaged_aside();
     std::string begin_writing();
-    bool write_all(int fd, std::string_view text, uint64_t at);
     bool continue_file();
     std::string append_group();
     std::string write_snapshot();

@@ -4,8 +4,10 @@
 
 #include <string>
 
+#include "state/files.h"
+
 /** Writes a file with mode 0600 atomically and durably, by writing, syncing and renaming PATH.new. @return an error
  * with the name of PATH.new, or an empty text. */
-std::string write_file(const std::string &path, const std::string &text);
+std::string write_file(const std::string &path, const std::string &text, files_t &files = files_t::system());
 
 #endif
