@@ -212,8 +212,9 @@ std::string journal_t::commit() {
     if (!error_.empty()) return try_again();
     const uint64_t appended_bytes = bytes_ + group_.size();
     if (appended_bytes <= snapshot_at_) return append_group();
-    warning_ = write_snapshot();
-    if (warning_.empty() || !error_.empty()) return error_;
+    const std::string fault = write_snapshot();
+    if (fault.empty() || !error_.empty()) return error_;
+    warning_ = fault;
     /* The disk may have too little room for a second file but enough for a group. */
     snapshot_at_ = 2 * appended_bytes;
     return append_group();

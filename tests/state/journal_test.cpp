@@ -371,6 +371,11 @@ TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says
         EXPECT_EQ(keeper.add_and_commit(keeper_t::filling(80000)), "");
         EXPECT_EQ(keeper.journal().warning(), "");
         EXPECT_LT(disk.content("a").size(), 1000U);
+
+        disk.arm(6, simulated_disk_t::fault_t::fails); /* sync of the directory after the rename */
+        EXPECT_EQ(keeper.add_and_commit(keeper_t::filling(70000)), "a: Input/output error");
+        EXPECT_EQ(keeper.journal().error(), "a: Input/output error");
+        EXPECT_EQ(keeper.journal().warning(), "") << "nothing is saved by groups either";
     }
     EXPECT_EQ(look_t("a", disk).keeper.lines, (lines_t{"a", "b", "c", "d"}));
 }
