@@ -44,15 +44,15 @@ std::string path_beside_socket(const std::string &server, const std::string &nam
     return std::string(folder) + name;
 }
 
-std::string make_state_directory(const std::string &directory) {
+std::string make_state_directory(const std::string &directory, files_t &files) {
     std::error_code error;
     std::filesystem::path made;
     for (const std::filesystem::path &part : std::filesystem::path(directory)) {
         made /= part;
         const bool is_there = std::filesystem::is_directory(made, error);
-        if (!is_there && mkdir(made.c_str(), 0700) != 0 && errno != EEXIST) {
-            return made.string() + ": " + std::strerror(errno);
-        }
+        if (is_there) continue;
+        const bool is_made = mkdir(made.c_str(), 0700) == 0 || errno == EEXIST;
+        if (!is_made || files.sync_directory_of(made) != 0) return file_error(made);
     }
     return "";
 }

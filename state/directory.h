@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "state/files.h"
+
 /** The state directory of a server: `$STATE_DIRECTORY/NAME`, else `$XDG_STATE_HOME/FOLDER/NAME`, else
  * `~/.local/state/FOLDER/NAME`. */
 std::string state_directory_of(const std::string &server, const std::string &folder = "natctl");
@@ -14,7 +16,8 @@ std::string path_beside_socket(const std::string &server, const std::string &nam
 inline std::string lock_path_of(const std::string &server) {
     return path_beside_socket(server, "." + server); /* no server's name begins with a dot */
 }
-/** Creates a directory and its missing parents, with mode 0700. @return an error with the path, or an empty text. */
-std::string make_state_directory(const std::string &directory);
+/** Creates a directory and its missing parents durably, with mode 0700. @return an error with the path, or an empty
+ * text. */
+std::string make_state_directory(const std::string &directory, files_t &files = files_t::system());
 
 #endif

@@ -98,9 +98,9 @@ std::string versions_t::add(version_t version, const std::string *document) {
     if (directory_.empty()) {
         if (document != nullptr) in_memory_[version.number] = *document;
     } else {
-        error = make_state_directory(directory_ + "/documents");
+        error = make_state_directory(directory_ + "/documents", files_);
         const std::string text = first_line_of(version) + (document == nullptr ? "" : *document);
-        if (error.empty()) error = write_file(path_of(version.number), text);
+        if (error.empty()) error = write_file(path_of(version.number), text, files_);
         if (document != nullptr && error.empty()) sizes_[version.number] = text.size();
     }
     if (!error.empty()) return error;
@@ -175,8 +175,6 @@ std::optional<uint32_t> versions_t::unconfirmed() const {
 std::string versions_t::set_unconfirmed(uint32_t number) {
     unconfirmed_ = number;
     if (directory_.empty()) return "";
-    if (number != 0) return write_file(unconfirmed_path(), std::to_string(number) + "\n");
-    std::error_code failed;
-    std::filesystem::remove(unconfirmed_path(), failed);
-    return failed ? unconfirmed_path() + ": " + failed.message() : "";
+    if (number != 0) return write_file(unconfirmed_path(), std::to_string(number) + "\n", files_);
+    return remove_file(unconfirmed_path(), files_);
 }

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "state/files.h"
+
 struct version_t {
     uint32_t number = 0;       /* from 1 */
     std::string time;          /* state/time_text.h */
@@ -36,7 +38,8 @@ public:
     /** Greatest size of all documents together. The oldest ones are deleted, but never the newest two. */
     static constexpr uint64_t most_bytes = uint64_t{256} << 20;
 
-    explicit versions_t(std::string directory) : directory_(std::move(directory)) {}
+    explicit versions_t(std::string directory, files_t &files = files_t::system())
+        : directory_(std::move(directory)), files_(files) {}
     versions_t(const versions_t &) = delete;
     versions_t &operator=(const versions_t &) = delete;
 
@@ -61,7 +64,7 @@ public:
     /** The version that will be rolled back unless the user confirms it; 0: none. Nothing if this cannot be read. May
      * be called before `open`. */
     std::optional<uint32_t> unconfirmed() const;
-    /** Sets the version that needs a confirmation; 0: none. */
+    /** Sets the version that needs a confirmation; 0: none. Durable when it returns. */
     std::string set_unconfirmed(uint32_t number);
 
 private:
@@ -70,6 +73,7 @@ private:
     void prune();
 
     const std::string directory_;
+    files_t &files_;
     std::vector<version_t> versions_;
     uint32_t last_ = 0;
     std::map<uint32_t, uint64_t> sizes_;        /* in bytes, of versions with a document, by number */

@@ -15,3 +15,9 @@ std::string write_file(const std::string &path, const std::string &text, files_t
     if (!is_renamed) files.remove(name);
     return error;
 }
+
+std::string remove_file(const std::string &path, files_t &files) {
+    const bool is_removed = files.remove(path) == 0;
+    if (!is_removed && errno == ENOENT) return "";
+    return is_removed && files.sync_directory_of(path) == 0 ? "" : file_error(path);
+}

@@ -143,7 +143,30 @@ TEST(version_files_test, an_unreadable_mark_leaves_the_unconfirmed_version_unkno
     std::filesystem::remove(path);
     std::filesystem::create_directories(path + "/in the way");
     EXPECT_EQ(versions.unconfirmed(), std::nullopt);
-    EXPECT_EQ(versions.set_unconfirmed(0), path + ": Directory not empty");
+    EXPECT_EQ(versions.set_unconfirmed(0), path + ": Is a directory");
+}
+
+TEST(version_files_test, the_names_of_new_folders_and_of_removed_files_are_synced_too) {
+    class watched_files_t : public files_t {
+    public:
+        int sync_directory_of(const std::string &path) override {
+            synced.push_back(path);
+            return files_t::sync_directory_of(path);
+        }
+        std::vector<std::string> synced;
+    };
+    const runtime_directory_t directory;
+    const std::string state = directory.path() + "/a/b";
+    watched_files_t files;
+    versions_t versions(state, files);
+    const std::string text = "text";
+    ASSERT_EQ(versions.add({}, &text), "");
+    ASSERT_EQ(versions.add({}, &text), "");
+    ASSERT_EQ(versions.set_unconfirmed(2), "");
+    ASSERT_EQ(versions.set_unconfirmed(0), "");
+    EXPECT_EQ(files.synced,
+              (std::vector<std::string>{directory.path() + "/a", state, state + "/documents", state + "/documents/1",
+                                        state + "/documents/2", state + "/unconfirmed", state + "/unconfirmed"}));
 }
 
 TEST(version_files_test, the_oldest_documents_go_when_all_are_too_large_but_not_the_newest_two) {

@@ -1,8 +1,6 @@
 /* Implements kept_state.h. Each file is replaced as a whole, so a crash leaves the old or the new one. */
 #include "tools/nat64d/kept_state.h"
 
-#include <filesystem>
-
 #include "config/load.h"
 #include "config/merge.h"
 #include "config/notation.h"
@@ -54,11 +52,9 @@ std::string kept_state_t::note_in_force(const document_t &document, const std::s
     owned_ = document;
     std::string error = write(in_force_path(), write_lines(document));
     if (!error.empty()) return error;
-    std::error_code failed;
-    std::filesystem::remove(coming_path(), failed);
-    if (failed) return coming_path() + ": " + failed.message();
-    hash_ = hash;
-    return "";
+    error = remove_file(coming_path());
+    if (error.empty()) hash_ = hash;
+    return error;
 }
 
 std::string kept_state_t::add_version(version_t version, const document_t &held) {
