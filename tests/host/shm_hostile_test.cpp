@@ -1,8 +1,9 @@
-/* A hostile server, which overwrites the memory that it shares with its client. The test acts as the server. */
+/* A hostile server or client, which overwrites the memory that it shares with the other side. The test acts as it. */
 #include "channel_fixture.h"
 #include "host/messaging/shm/bell.h"
 #include "host/messaging/shm/segment.h"
 #include "host/messaging/shm/socket.h"
+#include "tests/support/hand_over.h"
 
 namespace {
 
@@ -88,6 +89,55 @@ TEST_F(shm_hostile_t, an_impossible_index_is_a_channel_error_and_is_counted) {
             log_.clear();
         }
     }
+}
+
+class shm_hostile_client_t : public channel_fixture_t {
+protected:
+    shm_hostile_client_t() : channel_fixture_t(link_kind_t::between_processes) {}
+};
+
+TEST_F(shm_hostile_client_t, a_broken_ring_disconnects_the_client_and_is_counted_but_a_withdrawal_is_not) {
+    const std::function<void(shm_segment_t &)> deeds[] = {
+        [](shm_segment_t &segment) { segment.to_server.written.store(4); },
+        [](shm_segment_t &segment) { segment.to_server.read.store(8); },
+        [](shm_segment_t &segment) {
+            segment.to_server_bytes[3] = 0x10; /* of the length */
+            segment.to_server.written.store(16);
+        },
+        [this](shm_segment_t &segment) {
+            shm_writer_t writer(segment.to_server, segment.to_server_bytes, shm_ring_bytes);
+            writer.write(0, "1234", 4);
+            writer.publish();
+            during_take_ = [&segment] { segment.to_server.read.store(8); };
+        },
+        [this](shm_segment_t &segment) {
+            segment.to_client.read.store(4);
+            for (int i = 0; i < 2; ++i) {
+                EXPECT_EQ(reply(std::string(600000, 'x')), 0u); /* the server looks when there is no room */
+            }
+        },
+        [](shm_segment_t &segment) { segment.to_server.read.store(1); }, /* withdraws */
+    };
+    const uint64_t ended_before = peers().ended;
+    uint64_t counted = 0;
+    for (const auto &deed : deeds) {
+        const handles_t handles = sound_handles();
+        const shm_mapping_t segment = shm_segment_map(handles[0]);
+        descriptor_t socket;
+        ASSERT_EQ(shm_connect(server_name, &socket), 0u);
+        ASSERT_TRUE(hand_over(socket, word(greeting), handles));
+        run_server();
+        log_.clear();
+        deed(*segment);
+        shm_bell_ring(handles[2]);
+        run_server();
+        during_take_ = nullptr;
+        EXPECT_EQ(count("disconnected"), 1) << counted;
+        const bool is_last = &deed == std::end(deeds) - 1;
+        EXPECT_EQ(errors().dropped_malformed, is_last ? counted : ++counted);
+    }
+    EXPECT_EQ(counted, 5u);
+    EXPECT_EQ(peers().ended, ended_before) << "they read, and sent nothing malformed";
 }
 
 }  // namespace

@@ -48,6 +48,7 @@ public:
 private:
     void unlink() override;
     bool end_turn();
+    [[gnu::cold]] void end_broken();
     void answer(uint32_t number, const message_t &question);
     void send_unsent();
 
@@ -73,7 +74,7 @@ shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connec
 bool shm_peer_t::has_message() {
     if (requests_.has_record()) return true;
     requests_.refresh();
-    if (requests_.is_broken()) cut_off();
+    if (requests_.is_broken()) end_broken();
     return requests_.has_record();
 }
 
@@ -84,7 +85,8 @@ uint32_t shm_peer_t::take(uint32_t limit) {
 
 void shm_peer_t::take_one() {
     const shm_record_t record = requests_.front();
-    message_t *message = requests_.is_broken() ? nullptr : message_alloc(record.size);
+    if (requests_.is_broken()) return end_broken();
+    message_t *message = message_alloc(record.size);
     if (message == nullptr) return cut_off();
     requests_.copy_to(message->bytes(), record);
     requests_.advance(record);
@@ -111,10 +113,16 @@ void shm_peer_t::answer(uint32_t number, const message_t &question) {
 
 void shm_peer_t::after_run() {
     send_unsent();
-    if (!end_turn()) return cut_off();
+    if (!end_turn()) return end_broken();
     connection_->wake_other(has_written_, has_read_);
     has_written_ = has_read_ = false;
-    if (messages_.is_broken() || answers_.is_broken()) cut_off();
+    if (messages_.is_broken() || answers_.is_broken()) end_broken();
+}
+
+/** A client that withdraws its messages has only closed its channel. Everything else that breaks a ring is counted. */
+void shm_peer_t::end_broken() {
+    if (is_linked() && !requests_.is_withdrawn()) host_errors.dropped_malformed += 1;
+    cut_off();
 }
 
 /** Publishes what was read, and then what was written. Returns false, and publishes no answers, when the client has

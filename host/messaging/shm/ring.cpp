@@ -119,3 +119,7 @@ bool shm_reader_t::publish() {
     published_ = read_;
     return !is_broken_;
 }
+
+bool shm_reader_t::is_withdrawn() const {
+    return (ring_.read.load(std::memory_order_relaxed) & withdrawn) != 0;
+}

@@ -115,6 +115,8 @@ public:
      * instruction. */
     void skip(const shm_record_t &record);
     bool is_broken() const { return is_broken_; }
+    /** True if the writer withdrew its records, which also makes the ring broken. */
+    bool is_withdrawn() const;
 
 private:
     [[gnu::cold]] void copy_around_to(void *bytes, uint32_t start, uint32_t size) const;
