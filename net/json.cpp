@@ -85,8 +85,7 @@ bool is_flat(std::string_view text) {
 
 /** True if JSON needs no escapes for the text and no byte has to be replaced. */
 bool is_plain(const std::string &text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return c >= ' ' && c != '"' && c != '\\' && c != '\x7f'; });
+    return std::all_of(text.begin(), text.end(), [](char c) { return is_ascii(c) && c != '"' && c != '\\'; });
 }
 
 void write_text(const std::string &text, std::string &out) {

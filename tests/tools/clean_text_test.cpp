@@ -46,6 +46,8 @@ TEST(clean_text, json_has_such_characters_as_numbers_and_reads_them_again) {
     const std::string dumped = json_t(text).dump();
     EXPECT_EQ(dumped, "\"\\u001b\\u007f\\u009b\\u202e\xc3\xbc\\\"\"");
     EXPECT_EQ(json_t::parse(dumped).get<std::string>(), text);
+    EXPECT_EQ(json_t("\xc2\x9b").dump(), "\"\\u009b\""); /* nothing but bytes from 0x80 */
+    EXPECT_EQ(json_t("\xff").dump(), "\"\xef\xbf\xbd\"");
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ struct level_t {
 constexpr level_t levels[] = {{"error", "<3>"}, {"warning", "<4>"}, {"info", "<6>"}};
 
 bool is_plain(char c) {
-    return c > ' ' && c != '"' && c != '=' && c != '\\' && c != 0x7f;
+    return c > ' ' && c <= '~' && c != '"' && c != '=' && c != '\\';
 }
 
 std::string value_text(const std::string &value) {
