@@ -10,6 +10,7 @@
 namespace {
 
 constexpr size_t most_levels = 16;
+constexpr size_t most_members = 256; /* each name is compared with all others of its object */
 
 bool is_ascii(char c) {
     return c >= ' ' && c <= '~';
@@ -64,9 +65,11 @@ std::string clean(std::string_view text, std::string_view kept) {
     return shown;
 }
 
-/** True if a text nests no deeper than most_levels. Checked before parsing, because value_of is recursive. */
-bool is_flat(std::string_view text) {
+/** True if a text nests no deeper than most_levels, and no object has more than most_members. Checked before parsing,
+ * because value_of is recursive, and the parser takes quadratic time for the members of an object. */
+bool is_small(std::string_view text) {
     size_t level = 0;
+    size_t members[most_levels + 1] = {}; /* by level */
     bool is_within_text = false;
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -76,6 +79,9 @@ bool is_flat(std::string_view text) {
             if (c == '\\') ++i;
         } else if (c == '{' || c == '[') {
             if (++level > most_levels) return false;
+            members[level] = 0;
+        } else if (c == ':') {
+            if (++members[level] > most_members) return false;
         } else if ((c == '}' || c == ']') && level > 0) {
             --level;
         }
@@ -303,7 +309,7 @@ void json_t::write(std::string &out) const {
 }
 
 json_t json_t::parse(std::string_view text) {
-    if (!is_flat(text)) return nullptr;
+    if (!is_small(text)) return nullptr;
     const auto read = nlohmann::ordered_json::parse(text, nullptr, false);
     return read.is_discarded() ? json_t() : value_of(read);
 }

@@ -5,8 +5,8 @@
  * Values can be written as initializer lists: {{"id", 7}, {"names", json_t::array()}} is an object, because each
  * element is a pair that begins with a text. Any other list in braces is an array.
  *
- * Input from outside is checked: a text with more than 16 levels of nesting is not accepted as JSON, and json_members_t
- * checks the type and range of each member.
+ * Input from outside is checked: a text with more than 16 levels of nesting or an object of more than 256 members is
+ * not accepted as JSON, and json_members_t checks the type and range of each member.
  */
 #ifndef NET_JSON_H
 #define NET_JSON_H
@@ -150,7 +150,7 @@ public:
 
     /** The JSON text on one line. Bytes that are not UTF-8 are replaced, because errors can quote any user input. */
     std::string dump() const;
-    /** Parses a text. Null if it is not JSON or nests too deep. */
+    /** Parses a text. Null if it is not JSON, nests too deep or has too large an object. */
     static json_t parse(std::string_view text);
 
 private:

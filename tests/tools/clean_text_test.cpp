@@ -1,4 +1,4 @@
-/* Untrusted texts, cleaned for a terminal and encoded as JSON. */
+/* Untrusted texts: cleaned for a terminal, encoded as JSON, and parsed within bounds. */
 #include <gtest/gtest.h>
 
 #include "net/json.h"
@@ -48,6 +48,21 @@ TEST(clean_text, json_has_such_characters_as_numbers_and_reads_them_again) {
     EXPECT_EQ(json_t::parse(dumped).get<std::string>(), text);
     EXPECT_EQ(json_t("\xc2\x9b").dump(), "\"\\u009b\""); /* nothing but bytes from 0x80 */
     EXPECT_EQ(json_t("\xff").dump(), "\"\xef\xbf\xbd\"");
+}
+
+TEST(json_bounds, a_text_of_too_many_levels_or_with_too_many_members_in_one_object_is_not_parsed) {
+    const auto nested = [](size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
+    EXPECT_TRUE(json_t::parse(nested(16)).is_array());
+    EXPECT_TRUE(json_t::parse(nested(17)).is_null());
+    const auto object_of = [](size_t members) {
+        std::string text = "{\"first\":{\"a:\":1}";
+        for (size_t i = 1; i < members; ++i) {
+            text += ",\"" + std::to_string(i) + "\":[{\"b\":2},3]";
+        }
+        return text + "}";
+    };
+    EXPECT_EQ(json_t::parse(object_of(256)).size(), 256U);
+    EXPECT_TRUE(json_t::parse(object_of(257)).is_null());
 }
 
 }  // namespace
