@@ -256,6 +256,7 @@ bool http_t::transfer_t::set_options() {
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_PROXY, ""); /* ignore proxies from the environment too */
     set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L); /* end_transfer() does not wait for the thread that resolves the host name */
     if (is_stream_) set(CURLOPT_BUFFERSIZE, stream_read_bytes);
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_POST, 1L);
@@ -296,14 +297,14 @@ int http_t::transfer_t::rewind_body(void *self, curl_off_t offset, int origin) {
     auto &transfer = *static_cast<transfer_t *>(self);
     const bool may_begin_anew = transfer.request_.is_repeatable || transfer.sent_ == 0;
     if (offset != 0 || origin != SEEK_SET || !may_begin_anew) return CURL_SEEKFUNC_FAIL;
-    transfer.sent_ = 0;
+    transfer.moved_ -= static_cast<int64_t>(std::exchange(transfer.sent_, 0)); /* these bytes will move again */
     return CURL_SEEKFUNC_OK;
 }
 
 size_t http_t::transfer_t::take_body(char *data, size_t size, size_t count, void *self) {
     auto &transfer = *static_cast<transfer_t *>(self);
     const size_t bytes = size * count;
-    if (transfer.reply_.body.size() + bytes > transfer.request_.most_bytes) {
+    if (transfer.reply_.body.size() - transfer.taken_ + bytes > transfer.request_.most_bytes) {
         transfer.reply_.fault = http_reply_t::fault_t::too_long;
         return 0;
     }

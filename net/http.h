@@ -1,6 +1,7 @@
 /*
  * An HTTP client for coroutines, on the host's loop. A request is a POST with one reply, or a POST whose reply is read
- * line by line as it arrives. Nothing here blocks or starts a thread. It relies on libcurl.
+ * line by line as it arrives. Nothing here blocks. It relies on libcurl, which resolves a host name in a thread. The
+ * thread may outlive its request and its client, because nothing waits for it.
  *
  * Timeouts limit silence and not the whole request, because a long body takes long on a slow connection. A request goes
  * on while at least one KiB moves within the timeout: bytes that the peer acknowledges or sends.
@@ -110,6 +111,7 @@ protected:
     http_t *client_; /* dangling if the client was destroyed; check is_listed_ first */
     http_request_t request_;
     http_reply_t reply_;
+    size_t taken_ = 0; /* of a stream: bytes of the body that were given out as lines */
     std::coroutine_handle<> waiting_;
 
 private:
@@ -178,7 +180,6 @@ private:
 
     line_t *line_ = nullptr; /* the last awaitable, if it still exists */
     bool is_begun_ = false;
-    size_t taken_ = 0; /* bytes of the body that were given out as lines */
 };
 
 class [[nodiscard]] http_t::stream_t::line_t {

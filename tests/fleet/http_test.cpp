@@ -1,8 +1,13 @@
 /* Requests on a slow connection, which the test simulates: with each step it lets some bytes through and advances the
- * clock by a second. */
+ * clock by a second. The test also stands in for a name server that does not answer. */
 #include "net/http.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
+
+#include <future>
+#include <string_view>
 
 #include "fwx_host/adapter.hpp"
 #include "tests/fleet/etcd_process.h"
@@ -12,6 +17,22 @@ namespace {
 namespace nat64 = fwx::nat64;
 
 using fault_t = http_reply_t::fault_t;
+
+std::promise<void> is_asked, may_answer; /* for the address of silent.test */
+
+}  // namespace
+
+extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo *hints, addrinfo **found) {
+    if (name != nullptr && std::string_view(name) == "silent.test") {
+        is_asked.set_value();
+        may_answer.get_future().wait();
+        return EAI_AGAIN;
+    }
+    static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    return real(name, service, hints, found);
+}
+
+namespace {
 
 class slow_connection_test : public testing::Test {
 protected:
@@ -34,8 +55,14 @@ protected:
     }
 
     void begin() {
+        start();
+        accept();
+    }
+    void start() {
         reply_.emplace(post());
         reply_->start();
+    }
+    void accept() {
         ASSERT_TRUE(eventually([&] {
             fwx_host_loop_run_once(loop_, 5);
             peer_ = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
@@ -66,6 +93,7 @@ protected:
     http_request_t request_; /* with a timeout of 5 s */
     int peer_ = -1;
     std::optional<nat64::task<http_reply_t>> reply_;
+    http_t http_{loop_, {}};
 
 private:
     nat64::task<http_reply_t> post() {
@@ -74,7 +102,6 @@ private:
     }
 
     const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    http_t http_{loop_, {}};
 };
 
 TEST_F(slow_connection_test, a_long_body_may_take_longer_than_the_deadline) {
@@ -120,6 +147,77 @@ TEST_F(slow_connection_test, a_peer_that_takes_nothing_more_or_trickles_is_given
     EXPECT_LE(seconds, 5);
     ASSERT_TRUE(reply_->done());
     EXPECT_EQ(reply_->get().fault, fault_t::lost);
+}
+
+TEST_F(slow_connection_test, a_long_body_that_is_sent_again_may_take_as_long_again) {
+    begin();
+    give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
+    ASSERT_TRUE(eventually([&] { return fwx_host_loop_run_until_idle(loop_) == 0 && reply_->done(); }));
+    request_.body.assign(3U << 20, 'x');
+    request_.is_repeatable = true;
+    start(); /* on the same connection, which then ends */
+    for (int i = 0; i < 16; ++i) {
+        ASSERT_FALSE(is_over()) << i << reply_->get().reason;
+        take(128U << 10);
+    }
+    close(peer_);
+    accept();
+    for (int i = 0; i < 24; ++i) {
+        ASSERT_FALSE(is_over()) << i << reply_->get().reason;
+        take(128U << 10);
+    }
+    give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_TRUE(is_over());
+    EXPECT_EQ(reply_->get().status, 200);
+}
+
+TEST_F(slow_connection_test, lines_that_were_read_do_not_count_towards_the_bound_of_a_stream) {
+    request_.most_bytes = 1000;
+    http_t::stream_t stream(http_, request_);
+    const auto next = [](http_t::stream_t &from) -> nat64::task<std::optional<std::string>> {
+        co_return co_await from.next();
+    };
+    auto first = next(stream);
+    first.start();
+    accept();
+    give("HTTP/1.1 200 x\r\n\r\n" + std::string(300, 'a') + "\n" + std::string(500, 'b'));
+    const auto turn_until_done = [&](const auto &task) {
+        return eventually([&] {
+            fwx_host_loop_run_once(loop_, 5);
+            return task.done();
+        });
+    };
+    ASSERT_TRUE(turn_until_done(first));
+    EXPECT_EQ(first.get(), std::string(300, 'a'));
+    auto second = next(stream);
+    second.start();
+    give(std::string(400, 'b') + "\n");
+    ASSERT_TRUE(turn_until_done(second));
+    EXPECT_EQ(second.get(), std::string(900, 'b')) << stream.reply().reason;
+    auto third = next(stream);
+    third.start();
+    give(std::string(1001, 'c'));
+    ASSERT_TRUE(turn_until_done(third));
+    EXPECT_EQ(third.get(), std::nullopt);
+    EXPECT_EQ(stream.reply().fault, fault_t::too_long);
+}
+
+TEST_F(slow_connection_test, a_request_that_is_given_up_does_not_wait_for_the_name_server) {
+    request_.url = "http://silent.test";
+    alarm(60); /* ends a test that waits */
+    start();
+    const std::future<void> asked = is_asked.get_future();
+    ASSERT_TRUE(eventually([&] {
+        fwx_host_loop_run_once(loop_, 5);
+        return asked.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    }));
+    int seconds = 0;
+    while (seconds < 20 && !is_over()) {
+        ++seconds;
+    }
+    EXPECT_TRUE(reply_->done());
+    may_answer.set_value();
+    alarm(0);
 }
 
 }  // namespace
