@@ -46,6 +46,17 @@ uint64_t address_count(const span_t &span) {
     return fits ? difference + 1 : UINT64_MAX;
 }
 
+/** Does the second of two steps, and undoes the first if that throws std::bad_alloc. */
+template <typename step_t, typename undo_t>
+void undo_if_thrown(step_t step, undo_t undo_first) {
+    try {
+        step();
+    } catch (...) {
+        undo_first();
+        throw;
+    }
+}
+
 uint64_t add_saturating(uint64_t a, uint64_t b) {
     return a > UINT64_MAX - b ? UINT64_MAX : a + b;
 }
@@ -57,9 +68,11 @@ uint32_t pools_t::set(const fwx_nat64_pool_payload_t &payload) {
     const bool ok = payload.id != 0 && payload.id2 == payload.id && payload.param != 0 && is_in_order(span);
     if (!ok) return FWX_NAT64_MODEL_ERR_VALUE;
     if (overlaps_another_pool(span)) return FWX_NAT64_MODEL_ERR_OVERLAP;
-    if (const auto present = pools.get(payload.id)) release(span_of(*present));
-    spans.insert(span);
-    return pools.set(payload.id, payload);
+    const auto present = pools.get(payload.id);
+    const auto place = spans.insert(span);
+    undo_if_thrown([&] { pools.set(payload.id, payload); }, [&] { spans.erase(place); });
+    if (present) release(span_of(*present));
+    return 0;
 }
 
 uint32_t pools_t::remove(const fwx_nat64_delete_payload_t &payload) {
@@ -77,7 +90,7 @@ uint32_t pools_t::range_add(const fwx_nat64_pool_range_t &range) {
     if (!is_in_order(span)) return FWX_NAT64_MODEL_ERR_VALUE;
     if (overlaps_another_pool(span)) return FWX_NAT64_MODEL_ERR_OVERLAP;
     const uint32_t result = ranges.add(span, range);
-    if (result == 0) spans.insert(span);
+    if (result == 0) undo_if_thrown([&] { spans.insert(span); }, [&] { ranges.erase(span); });
     return result;
 }
 

@@ -30,11 +30,11 @@ uint32_t rules_t::basic_set(const fwx_nat64_bmr_msg_t &command, fwx_nat64_mapt_r
 }
 
 uint32_t rules_t::basic_restore(const kept_rule_t &rule) {
-    const rule_key_t key = key_of(rule.rule);
-    if (basic.count(key) != 0) return FWX_NAT64_MODEL_ERR_EXISTS;
-    if (!lengths_ok(rule.rule) || !indices.take(rule.index)) return FWX_NAT64_MODEL_ERR_VALUE;
-    basic.emplace(key, rule.index);
-    return by_index.add(rule.index, rule);
+    if (basic.count(key_of(rule.rule)) != 0) return FWX_NAT64_MODEL_ERR_EXISTS;
+    const bool is_free = rule.index != 0 && by_index.entries.count(rule.index) == 0;
+    if (!lengths_ok(rule.rule) || !is_free) return FWX_NAT64_MODEL_ERR_VALUE;
+    enter(rule);
+    return 0;
 }
 
 uint32_t rules_t::basic_remove(const kept_rule_t &rule) {
@@ -56,18 +56,31 @@ uint32_t rules_t::default_remove(const fwx_nat64_mapt_dmr_t &rule) {
 
 /* Also returns the index of a rule that exists already, because a client installs the rule whatever the result is. */
 uint32_t rules_t::add(const fwx_nat64_mapt_bmr_t &rule, uint32_t *index) {
-    const auto [place, is_new] = basic.emplace(key_of(rule), indices.lowest());
-    *index = place->second;
-    if (!is_new) return FWX_NAT64_MODEL_ERR_EXISTS;
-    indices.take(*index);
-    return by_index.add(*index, {*index, rule});
+    const auto present = basic.find(key_of(rule));
+    *index = present != basic.end() ? present->second : indices.lowest();
+    if (present != basic.end()) return FWX_NAT64_MODEL_ERR_EXISTS;
+    enter({*index, rule});
+    return 0;
+}
+
+/** Enters a rule whose key and index are free. When it throws std::bad_alloc, nothing of the rule is left. */
+void rules_t::enter(const kept_rule_t &rule) {
+    const auto place = basic.emplace(key_of(rule.rule), rule.index).first;
+    try {
+        by_index.add(rule.index, rule);
+        indices.take(rule.index);
+    } catch (...) {
+        by_index.erase(rule.index);
+        basic.erase(place);
+        throw;
+    }
 }
 
 uint32_t rules_t::remove(const rule_key_t &key, uint32_t *index) {
     const auto present = basic.find(key);
     if (present == basic.end()) return FWX_NAT64_MODEL_ERR_NO_ENTRY;
     *index = present->second;
+    indices.release(*index); /* first, because it may throw */
     basic.erase(present);
-    indices.release(*index);
     return by_index.erase(*index);
 }

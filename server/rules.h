@@ -15,7 +15,7 @@
 class indices_t {
 public:
     uint32_t lowest() const { return free_.begin()->first; }
-    /** Takes a number; false when it is not free. */
+    /** Takes a number; false when it is not free. Like `release`, changes nothing when it throws std::bad_alloc. */
     bool take(uint32_t index) {
         const auto above = free_.upper_bound(index);
         if (above == free_.begin()) return false;
@@ -31,14 +31,16 @@ public:
     void release(uint32_t index) {
         const auto above = free_.upper_bound(index);
         const bool meets_above = above != free_.end() && above->first == index + 1;
-        const uint32_t last = meets_above ? above->second : index;
-        if (meets_above) free_.erase(above);
-        const auto run = free_.upper_bound(index);
-        const bool meets_below = run != free_.begin() && std::prev(run)->second == index - 1;
+        const bool meets_below = above != free_.begin() && std::prev(above)->second == index - 1;
         if (meets_below) {
-            std::prev(run)->second = last;
+            std::prev(above)->second = meets_above ? above->second : index;
+            if (meets_above) free_.erase(above);
+        } else if (meets_above) {
+            auto run = free_.extract(above);
+            run.key() = index;
+            free_.insert(std::move(run));
         } else {
-            free_.emplace(index, last);
+            free_.emplace(index, index);
         }
     }
 
@@ -72,6 +74,7 @@ private:
     indices_t indices;
 
     uint32_t add(const fwx_nat64_mapt_bmr_t &rule, uint32_t *index);
+    void enter(const kept_rule_t &rule);
     uint32_t remove(const rule_key_t &key, uint32_t *index);
 };
 
