@@ -159,3 +159,37 @@ TEST_F(cxx_fixture_t, a_coroutine_that_waits_for_room_can_be_destroyed_and_goes_
         pump();
     }
 }
+
+TEST_F(cxx_fixture_t, a_waiter_that_ends_because_the_client_closes_can_destroy_the_client) {
+    client.reset();
+    nat64::adapter full = fwx::host::adapter;
+    full.is_throttled = [](uint64_t) { return 1U; };
+    enum : uint8_t { command, room, stream, count };
+    for (int destroyer = command; destroyer != count; ++destroyer) {
+        auto closing = std::make_unique<nat64::client>("test", loop.get(), nat64::handlers{}, full);
+        pump();
+        size_t ended = 0;
+        const auto end = [&](int waiter) {
+            ++ended;
+            if (waiter == destroyer) closing.reset();
+        };
+        for (int i = 0; i < 100; ++i) /* more than a block of slots, on both sides of the destroyer's */
+            ASSERT_TRUE(
+                closing->pool_add(a_pool(1), [&, i](const nat64::result &) { end(i == 50 ? command : count); }));
+        const auto wait = [&end](nat64::client &c) -> nat64::task<> {
+            co_await c.writable();
+            end(room);
+        };
+        const auto listen = [&end](nat64::client &c) -> nat64::task<> {
+            auto notifications = c.notifications();
+            co_await notifications.next();
+            end(stream);
+        };
+        nat64::task<> waiters[] = {wait(*closing), wait(*closing), listen(*closing), listen(*closing)};
+        for (nat64::task<> &each : waiters)
+            each.start();
+        closing->close();
+        EXPECT_EQ(ended, 104U);
+        EXPECT_FALSE(closing);
+    }
+}

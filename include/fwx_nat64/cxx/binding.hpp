@@ -147,7 +147,10 @@ public:
     binding(const binding &) = delete;
     binding &operator=(const binding &) = delete;
 
-    ~binding() { close(); }
+    ~binding() {
+        close();
+        if (is_gone_ != nullptr) *is_gone_ = true;
+    }
     /** Unbinds and ends everything that waits: commands, coroutines that wait for room, and notification streams. */
     void close() {
         if (active() == this) {
@@ -158,15 +161,20 @@ public:
         if (timer_ != 0) platform_.timer_cancel(ev_arg_, timer_);
         timer_ = 0;
         is_bound_ = false;
-        for (uint32_t index = 0; index < capacity(); ++index) {
+        bool is_gone_here = false; /* a call below may destroy this binding, from inside a further close() too */
+        bool *const is_gone = is_gone_ == nullptr ? &is_gone_here : is_gone_;
+        is_gone_ = is_gone;
+        for (uint32_t index = 0; !*is_gone && index < capacity(); ++index) {
             if (at(index).owner != nullptr) end(at(index), nat64_error(FWX_NAT64_ERR_NOT_READY));
         }
-        while (room_waiter *first = std::exchange(room_, room_ == nullptr ? nullptr : room_->next)) {
-            resume(first->handle);
+        while (!*is_gone && room_ != nullptr) {
+            resume(std::exchange(room_, room_->next)->handle);
         }
-        for (std::coroutine_handle<> waiting; streams_.end_one(waiting);) {
+        for (std::coroutine_handle<> waiting; !*is_gone && streams_.end_one(waiting);) {
             if (waiting) resume(waiting);
         }
+        if (*is_gone) return;
+        if (is_gone == &is_gone_here) is_gone_ = nullptr;
         const bool is_heard = hearing == on_;
         if (is_heard) hearing.reset();
     }
@@ -601,6 +609,7 @@ private:
     uint64_t next_deadline_ = 0; /* no slot has an earlier one; 0: no slot has one */
     uint64_t timer_ = 0;
     room_waiter *room_ = nullptr;
+    bool *is_gone_ = nullptr; /* the destructor sets it, for close() */
     detail::streams streams_;
 };
 
