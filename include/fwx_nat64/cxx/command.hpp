@@ -169,10 +169,17 @@ private:
     /** Sends as many commands as the window allows. Returns false if a callback has destroyed this object. */
     bool fill() {
         while ((next_ < count_ || refused_) && outstanding_ < width_ && !waits_for_room_) {
+            if (life_ && !*life_) { /* `make_` may not use a client that `each_` has destroyed */
+                if (!refused_) ++next_;
+                refused_.reset();
+                if (!refuse(FWX_NAT64_ERR_NOT_READY)) return false;
+                continue;
+            }
             uint32_t code = 0;
             try {
                 if (!refused_) refused_.emplace(make_(next_++));
                 to_ = &refused_->to();
+                if (!life_) life_.emplace(*to_);
                 uint64_t id = 0;
                 code = refused_->start_for(*this, static_cast<uint32_t>(next_ - 1), id);
                 if (code != 0 && to_->is_full(code)) {
@@ -189,11 +196,15 @@ private:
                 ++outstanding_;
                 continue;
             }
-            value_type value;
-            static_cast<result &>(value) = sent(code);
-            if (!take(static_cast<uint32_t>(next_ - 1), value)) return false;
+            if (!refuse(code)) return false;
         }
         return true;
+    }
+    /** Gives command next_ - 1 the result that it was not sent. Returns as take(). */
+    bool refuse(uint32_t code) {
+        value_type value;
+        static_cast<result &>(value) = sent(code);
+        return take(static_cast<uint32_t>(next_ - 1), value);
     }
     /** Counts a result and passes it on. Returns false if `each_` has destroyed this object. */
     bool take(uint32_t index, const value_type &value) {
@@ -220,7 +231,7 @@ private:
     /** Drops the outstanding commands and keeps the exception for the coroutine that awaits. */
     void give_up(const std::exception_ptr &what) {
         thrown_ = what;
-        if (to_ != nullptr) to_->close_all(*this);
+        if (outstanding_ != 0 || waits_for_room_) to_->close_all(*this);
         outstanding_ = 0;
         next_ = count_;
         refused_.reset();
@@ -237,7 +248,7 @@ private:
             --self.outstanding_;
             is_there = self.take(tag, value);
         }
-        if (is_there && self.fill() && self.is_done()) self.waiting_.resume();
+        if (is_there && self.fill() && self.is_done() && self.waiting_) self.waiting_.resume();
     }
 
     static constexpr uint32_t room_tag = UINT32_MAX;
@@ -246,14 +257,15 @@ private:
     make_type make_;
     each_type each_;
     binding *to_ = nullptr;
+    std::optional<binding::life_t> life_; /* of to_ */
     size_t next_ = 0;
     size_t outstanding_ = 0;
     std::optional<command_type> refused_; /* command next_ - 1, while it waits for room */
     bool waits_for_room_ = false;
     std::exception_ptr thrown_;
     all_result sum_;
-    std::coroutine_handle<> waiting_;
-    bool *is_gone_ = nullptr; /* the destructor sets it, for the caller of `each_` */
+    std::coroutine_handle<> waiting_; /* null: await_ready still sends the first commands */
+    bool *is_gone_ = nullptr;         /* the destructor sets it, for the caller of `each_` */
 };
 
 template <class... command_types>
@@ -372,7 +384,9 @@ private:
  * the outstanding commands are dropped and the coroutine gets the exception. Allocates no memory of its own.
  * @param count number of commands.
  * @param width size of the window; 0 is taken as 1.
- * @param make  gets an index from 0 and returns the command, with a deadline if it sets one.
+ * @param make  gets an index from 0 and returns the command, with a deadline if it sets one. It is not called any more
+ *              when the client has been closed or destroyed; the commands that are left end with
+ *              FWX_NAT64_ERR_NOT_READY.
  * @param each  gets the index and the result of each command, in the order of the answers.
  */
 template <class make_type, class each_type>
