@@ -137,6 +137,43 @@ TEST_F(cxx_client_test_t, without_timers_deadlines_are_checked_when_the_program_
     model->release(fwx_nat64_model_order_t::in_order);
 }
 
+TEST_F(cxx_client_test_t, deadlines_are_kept_when_a_timer_cannot_be_set_or_rings_too_early) {
+    static int timers;
+    const struct {
+        const char *what;
+        decltype(nat64::adapter::timer_add) timer_add;
+    } rows[] = {
+        {"not set", [](void *of, uint64_t delay_ms, void (*fn)(void *),
+                       void *arg) { return timers++ == 0 ? 0 : fwx::host::adapter.timer_add(of, delay_ms, fn, arg); }},
+        {"early",
+         [](void *of, uint64_t delay_ms, void (*fn)(void *), void *arg) {
+             return fwx::host::adapter.timer_add(of, timers++ == 0 ? delay_ms - 1 : delay_ms, fn, arg);
+         }},
+    };
+    for (const auto &row : rows) {
+        timers = 0;
+        ends_.clear();
+        nat64::adapter platform = fwx::host::adapter;
+        platform.timer_add = row.timer_add;
+        client.reset();
+        client.emplace("test", loop.get(), nat64::handlers{}, platform);
+        pump();
+        model->hold();
+        nat64::task<> tasks[] = {keep(client->pool_add(a_pool(1)).within(50ms)),
+                                 keep(client->pool_add(a_pool(2)).within(80ms))};
+        for (nat64::task<> &each : tasks)
+            each.start();
+        for (const uint64_t turn_ms : {49U, 1U, 30U}) {
+            EXPECT_EQ(ends_.size(), turn_ms == 30U ? 1U : 0U) << row.what;
+            fwx_host_clock_turn(turn_ms);
+            pump();
+        }
+        EXPECT_EQ(ends_, std::vector(2, timed_out_)) << row.what;
+        model->release(fwx_nat64_model_order_t::in_order);
+        pump();
+    }
+}
+
 TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_reports_its_result) {
     std::vector<size_t> order;
     size_t most = 0;

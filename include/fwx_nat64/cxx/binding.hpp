@@ -45,7 +45,8 @@ struct adapter {
     /** Returns the time in milliseconds, for deadlines; null: the client uses the steady clock. */
     uint64_t (*now_ms)() = nullptr;
     /** Calls `fn` once from the loop after `delay_ms` milliseconds. Returns an id for `timer_cancel`, or 0 if it has
-     * not set a timer. A platform has both functions or neither; without them the PAL calls client::expire. */
+     * not set a timer; the client then tries again at its next command with a deadline. A platform has both functions
+     * or neither; without them the PAL calls client::expire. */
     uint64_t (*timer_add)(void *ev_arg, uint64_t delay_ms, void (*fn)(void *arg), void *arg) = nullptr;
     void (*timer_cancel)(void *ev_arg, uint64_t id) = nullptr;
     /** Registers `fn`. It is called from the loop each time a channel has ended with an error and delivers nothing
@@ -159,7 +160,7 @@ public:
             if (platform_.observe_end != nullptr) platform_.observe_end(nullptr, nullptr);
         }
         if (timer_ != 0) platform_.timer_cancel(ev_arg_, timer_);
-        timer_ = 0;
+        timer_ = next_deadline_ = 0;
         is_bound_ = false;
         bool is_gone_here = false; /* a call below may destroy this binding, from inside a further close() too */
         bool *const is_gone = is_gone_ == nullptr ? &is_gone_here : is_gone_;
@@ -250,7 +251,8 @@ public:
     }
     /** Ends every slot whose deadline is at or before `now` with timed_out. */
     void expire(uint64_t now) {
-        if (next_deadline_ == 0 || now < next_deadline_) return;
+        if (next_deadline_ == 0) return;
+        if (now < next_deadline_) return arm(next_deadline_); /* a timer rang too early */
         next_deadline_ = 0;
         const life_t life(*this);
         for (uint32_t index = 0; life && index < capacity(); ++index) {
@@ -429,12 +431,13 @@ private:
         arm(entry.deadline_ms);
     }
     void arm(uint64_t deadline_ms) {
-        if (next_deadline_ != 0 && deadline_ms >= next_deadline_) return;
-        next_deadline_ = deadline_ms;
-        if (platform_.timer_add == nullptr) return;
+        const bool is_earlier = next_deadline_ == 0 || deadline_ms < next_deadline_;
+        if (is_earlier) next_deadline_ = deadline_ms;
+        const bool is_set = timer_ != 0 && !is_earlier; /* without a timer, each new deadline tries to set one again */
+        if (is_set || platform_.timer_add == nullptr) return;
         if (timer_ != 0) platform_.timer_cancel(ev_arg_, timer_);
         const uint64_t now = now_ms();
-        timer_ = platform_.timer_add(ev_arg_, deadline_ms > now ? deadline_ms - now : 0, timer_rang, this);
+        timer_ = platform_.timer_add(ev_arg_, next_deadline_ > now ? next_deadline_ - now : 0, timer_rang, this);
     }
     static void timer_rang(void *self) noexcept {
         auto *of = static_cast<binding *>(self);
