@@ -2,6 +2,7 @@
  * messages, exceptions, and the loss of a channel. */
 #include "cxx_fixture.h"
 
+#include "fwx_host/fault.h"
 #include "fwx_nat64/server_result.h"
 
 namespace nat64 = fwx::nat64;
@@ -19,6 +20,15 @@ protected:
         const nat64::result got = co_await command;
         ends_.push_back(got.error);
     }
+    /** Starts each task with a send that the channel refuses because it is full. */
+    static void start_refused(std::span<nat64::task<>> tasks) {
+        for (nat64::task<> &each : tasks) {
+            fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
+            each.start();
+        }
+    }
+    /** Reports as the platform does that the channel has room again. */
+    static void report_room() { fwx_nat64_client_info_get()->throttle_cb(1, nullptr); }
     std::vector<std::error_code> ends_;
 };
 
@@ -490,6 +500,43 @@ TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_a_full_channel_and_awaited
     EXPECT_EQ(model->totals().pools, 12u);
     EXPECT_FALSE(client->is_throttled());
     EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_client_test_t, the_time_of_a_command_and_of_a_lists_first_reply_includes_the_wait_for_room) {
+    const auto both = [&](nat64::client &c) -> nat64::task<> {
+        const auto [a, b] =
+            co_await nat64::when_all(c.pool_add(a_pool(1)).within(50ms), c.pool_add(a_pool(2)).within(50ms));
+        ends_.insert(ends_.end(), {a.error, b.error});
+    };
+    const auto window = [&](nat64::client &c) -> nat64::task<> {
+        co_await nat64::when_all(
+            2, 1, [&](size_t) { return c.pool_add(a_pool(3)).within(50ms); },
+            [&](size_t, const nat64::result &got) { ends_.push_back(got.error); });
+    };
+    const auto list = [&](nat64::client &c) -> nat64::task<> {
+        ends_.push_back((co_await c.stats_pools().within(50ms)).error);
+    };
+    for (const bool has_room : {false, true}) {
+        ends_.clear();
+        model->hold();
+        nat64::task<> tasks[] = {keep(client->pool_add(a_pool(4)).within(50ms)), both(*client), window(*client),
+                                 list(*client)};
+        start_refused(tasks);
+        fwx_host_clock_turn(30);
+        pump();
+        if (has_room) report_room();
+        fwx_host_clock_turn(19);
+        pump();
+        EXPECT_TRUE(ends_.empty()) << has_room;
+        fwx_host_clock_turn(1);
+        pump();
+        EXPECT_EQ(ends_, std::vector(5, timed_out_)) << has_room;
+        model->release(fwx_nat64_model_order_t::in_order);
+        pump();
+        ASSERT_EQ(ends_.size(), 6U);
+        EXPECT_FALSE(ends_.back()) << "the time of the second command of a window begins when the first has ended";
+        report_room();
+    }
 }
 
 TEST_F(cxx_client_test_t, commands_and_lists_that_wait_for_room_end_with_the_client_and_were_not_sent) {

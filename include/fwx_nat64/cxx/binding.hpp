@@ -196,16 +196,17 @@ public:
     }
     /** The result of a send for a caller that does not wait for room. */
     result refused(uint32_t code) noexcept { return is_full(code) ? result{client_errc::no_room, false} : sent(code); }
-    /** Opens a slot whose owner gets room_page when the channel has room. Returns the slot's id. */
-    uint64_t queue(waiter &owner, uint32_t tag, uint64_t timeout_ms) {
+    /** Opens a slot whose owner gets room_page when the channel has room. Returns the slot's id. Turns `timeout_ms`
+     * into a point in time, so that further waits and sends with the same variable do not begin the time anew. */
+    uint64_t queue(waiter &owner, uint32_t tag, uint64_t &timeout_ms) {
         return queue_in(queue_, owner, tag, timeout_ms);
     }
 
     /** Counts a list that is outstanding; list_ended() is its counterpart. */
     void list_began() noexcept { ++lists_; }
     /** Queues a list that the server refused because of too many lists. Its owner gets room_page when another list
-     * has ended. Returns the slot's id, or 0 if no other list is outstanding. */
-    uint64_t queue_list(waiter &owner, uint64_t timeout_ms) {
+     * has ended. Returns the slot's id, or 0 if no other list is outstanding. Treats `timeout_ms` as queue() does. */
+    uint64_t queue_list(waiter &owner, uint64_t &timeout_ms) {
         if (lists_ == 1) return 0;
         const uint64_t id = queue_in(waiting_lists_, owner, 0, timeout_ms);
         --lists_;
@@ -294,7 +295,8 @@ public:
     /** The `storage_size` bytes of an open slot. They do not move, and stay untouched until the slot is reused. */
     void *storage(uint64_t id) noexcept { return at(static_cast<uint32_t>(id)).storage; }
     void own(uint64_t id, waiter &owner) noexcept { at(static_cast<uint32_t>(id)).owner = &owner; }
-    /** Sets the deadline of an open slot. `timeout_ms` is a value of deadline_of; 0 leaves the deadline as it is. */
+    /** Sets the deadline of an open slot. `timeout_ms` is a value of deadline_of or of queue(); 0 leaves the deadline
+     * as it is. */
     void set_deadline(uint64_t id, uint64_t timeout_ms) {
         if (timeout_ms != 0) put_deadline(at(static_cast<uint32_t>(id)), timeout_ms);
     }
@@ -382,6 +384,8 @@ private:
     static constexpr uint32_t block_size = 1U << block_bits;
     /* No address has this bit set, so a context that other code gave to the library never matches a slot. */
     static constexpr uint64_t own_bit = uint64_t{1} << 63;
+    /* Set in a time limit that is a point in time of now_ms() instead of a value of deadline_of. */
+    static constexpr uint64_t point_bit = uint64_t{1} << 63;
     static constexpr uint64_t one_generation = uint64_t{1} << 32;
 
     static binding *&active() noexcept {
@@ -427,7 +431,8 @@ private:
     }
 
     [[gnu::noinline]] void put_deadline(slot &entry, uint64_t timeout_ms) {
-        entry.deadline_ms = std::max<uint64_t>(now_ms() + timeout_ms - 1, 1);
+        const bool is_point = (timeout_ms & point_bit) != 0;
+        entry.deadline_ms = is_point ? timeout_ms - point_bit : std::max<uint64_t>(now_ms() + timeout_ms - 1, 1);
         arm(entry.deadline_ms);
     }
     void arm(uint64_t deadline_ms) {
@@ -511,11 +516,14 @@ private:
             }
         }
     }
-    uint64_t queue_in(std::vector<uint64_t> &queue, waiter &owner, uint32_t tag, uint64_t timeout_ms) {
+    uint64_t queue_in(std::vector<uint64_t> &queue, waiter &owner, uint32_t tag, uint64_t &timeout_ms) {
         queue.reserve(queue.size() + 1);
         const uint64_t id = open(owner, tag);
         queue.push_back(id);
-        set_deadline(id, timeout_ms);
+        if (timeout_ms == 0) return id;
+        slot &entry = at(static_cast<uint32_t>(id));
+        put_deadline(entry, timeout_ms);
+        timeout_ms = point_bit | entry.deadline_ms;
         return id;
     }
     void give_room(uint64_t id) noexcept {

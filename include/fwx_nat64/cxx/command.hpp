@@ -78,6 +78,8 @@ public:
     uint32_t start_for(detail::waiter &owner, uint32_t tag, uint64_t &id) {
         return to_->start(send_, owner, tag, timeout_ms_, id);
     }
+    /** Queues the command for the same owner, which calls start_for() again when the channel has room. */
+    void queue_for(detail::waiter &owner, uint32_t tag) { to_->queue(owner, tag, timeout_ms_); }
     detail::binding &to() const noexcept { return *to_; }
 
 private:
@@ -118,8 +120,8 @@ private:
 
     detail::binding *to_;
     send_type send_;
-    uint64_t timeout_ms_;
-    uint64_t id_ = 0; /* of its slot; 0: it is not outstanding */
+    uint64_t timeout_ms_; /* a point in time after a wait for room */
+    uint64_t id_ = 0;     /* of its slot; 0: it is not outstanding */
     std::coroutine_handle<> waiting_;
     union {
         result_type result_; /* constructed when the command ends */
@@ -172,7 +174,7 @@ private:
             if (life_ && !*life_) { /* `make_` may not use a client that `each_` has destroyed */
                 if (!refused_) ++next_;
                 refused_.reset();
-                if (!refuse(FWX_NAT64_ERR_NOT_READY)) return false;
+                if (!refuse(sent(FWX_NAT64_ERR_NOT_READY))) return false;
                 continue;
             }
             uint32_t code = 0;
@@ -183,7 +185,7 @@ private:
                 uint64_t id = 0;
                 code = refused_->start_for(*this, static_cast<uint32_t>(next_ - 1), id);
                 if (code != 0 && to_->is_full(code)) {
-                    to_->queue(*this, room_tag, 0);
+                    refused_->queue_for(*this, room_tag);
                     waits_for_room_ = true;
                     return true;
                 }
@@ -196,14 +198,14 @@ private:
                 ++outstanding_;
                 continue;
             }
-            if (!refuse(code)) return false;
+            if (!refuse(sent(code))) return false;
         }
         return true;
     }
-    /** Gives command next_ - 1 the result that it was not sent. Returns as take(). */
-    bool refuse(uint32_t code) {
+    /** Ends command next_ - 1, which was not sent. Returns as take(). */
+    bool refuse(const result &why) {
         value_type value;
-        static_cast<result &>(value) = sent(code);
+        static_cast<result &>(value) = why;
         return take(static_cast<uint32_t>(next_ - 1), value);
     }
     /** Counts a result and passes it on. Returns false if `each_` has destroyed this object. */
@@ -237,11 +239,15 @@ private:
         refused_.reset();
         waits_for_room_ = false;
     }
-    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *) {
+    static void arrived(waiter &base, uint32_t tag, std::error_code error, const page *got) {
         auto &self = static_cast<window &>(base);
         bool is_there = true;
         if (tag == room_tag) {
             self.waits_for_room_ = false;
+            if (got == nullptr) {
+                self.refused_.reset();
+                is_there = self.refuse({error, false});
+            }
         } else {
             value_type value;
             conclude(*self.to_, error, value);
@@ -299,7 +305,7 @@ private:
         const uint32_t code = command.start_for(*this, index, id);
         static_cast<result &>(std::get<index>(results_)) = sent(code);
         const bool must_wait = code != 0 && command.to().is_full(code);
-        if (must_wait) command.to().queue(*this, index, 0);
+        if (must_wait) command.queue_for(*this, index);
         if (code == 0 || must_wait) ++outstanding_;
     }
     template <size_t... indices>

@@ -26,6 +26,7 @@ public:
           to_(&to),
           cookie_(cookie),
           timeout_ms_(timeout_ms),
+          time_left_(timeout_ms),
           ask_(std::move(ask)),
           on_page_(std::move(on_page)),
           on_end_(std::move(on_end)) {}
@@ -38,11 +39,11 @@ public:
     /** Sends the first query. Returns 0 if it is sent or waits for room; on_end is called later in that case only. */
     uint32_t start() {
         const auto ask_first = [this](void *pal_ctx) { return ask_(pal_ctx, cookie_, taken_); };
-        const uint32_t code = to_->start(ask_first, *this, 0, timeout_ms_, id_);
+        const uint32_t code = to_->start(ask_first, *this, 0, time_left_, id_);
         if (code == 0) count();
         return code != 0 && waits_for_room(code) ? 0 : code;
     }
-    void within(uint64_t timeout_ms) noexcept { timeout_ms_ = timeout_ms; }
+    void within(uint64_t timeout_ms) noexcept { timeout_ms_ = time_left_ = timeout_ms; }
     bool was_sent() const noexcept { return was_sent_; }
     /** Makes a list_walk in the storage of its own slot, where it stays until the list has ended, and sends the first
      * query. Returns the code of the send; after an error on_end is not called. */
@@ -82,13 +83,13 @@ private:
      * of lists at a time. Returns false if it is not queued. */
     bool waits_for_another(std::error_code error) {
         if (is_in_slot_ || error != nat64_error(FWX_NAT64_MODEL_ERR_TOO_MANY)) return false;
-        id_ = to_->queue_list(*this, timeout_ms_);
+        id_ = to_->queue_list(*this, time_left_);
         is_counted_ = id_ == 0;
         return id_ != 0;
     }
     bool waits_for_room(uint32_t code) {
         if (!to_->is_full(code)) return false;
-        id_ = to_->queue(*this, 0, timeout_ms_);
+        id_ = to_->queue(*this, 0, time_left_);
         return true;
     }
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
@@ -102,6 +103,7 @@ private:
         const binding::life_t life(to);
         const uint64_t id = self.id_;
         to.set_deadline(id, self.timeout_ms_);
+        self.time_left_ = self.timeout_ms_;
         list_step step = list_step::enough;
         std::exception_ptr thrown;
         try {
@@ -165,7 +167,8 @@ private:
     uint64_t id_ = 0; /* of its slot; 0: it is not outstanding */
     uint64_t cookie_;
     uint64_t taken_ = 0;
-    uint64_t timeout_ms_;
+    uint64_t timeout_ms_; /* between replies */
+    uint64_t time_left_;  /* to the next reply: timeout_ms_, or a point in time after a wait */
     bool is_in_slot_ = false;
     bool was_sent_ = false;
     bool is_counted_ = false; /* list_began was called, list_ended was not */
