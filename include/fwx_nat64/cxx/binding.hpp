@@ -16,6 +16,7 @@
 #include <coroutine>
 #include <cstddef>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -217,7 +218,7 @@ public:
         bool has_room = true;
         for (--lists_; life && has_room && !waiting_lists_.empty();) {
             const uint64_t id = waiting_lists_.front();
-            waiting_lists_.erase(waiting_lists_.begin());
+            waiting_lists_.pop_front();
             if (!is_open(id)) continue;
             give_room(id);
             has_room = life && lists_ == 0; /* it failed to start, and no list is left whose end would start the next */
@@ -507,19 +508,22 @@ private:
         while (life && !is_throttled_ && !is_full_ && room_ != nullptr) {
             resume(std::exchange(room_, room_->next)->handle);
         }
-        const std::vector<uint64_t> waiting = life ? std::exchange(queue_, {}) : std::vector<uint64_t>();
-        for (size_t i = 0; life && i < waiting.size(); ++i) {
-            if (is_throttled_ || is_full_) {
-                queue_.push_back(waiting[i]);
-            } else if (is_open(waiting[i])) {
-                give_room(waiting[i]);
-            }
+        while (life && !is_throttled_ && !is_full_ && !queue_.empty()) {
+            const uint64_t id = queue_.front();
+            queue_.pop_front();
+            if (!is_open(id)) continue;
+            const auto others = static_cast<ptrdiff_t>(queue_.size());
+            give_room(id);
+            const bool waits_again = life && static_cast<ptrdiff_t>(queue_.size()) > others;
+            if (waits_again)
+                std::rotate(queue_.begin(), queue_.begin() + others, queue_.end()); /* it keeps its place */
         }
     }
-    uint64_t queue_in(std::vector<uint64_t> &queue, waiter &owner, uint32_t tag, uint64_t &timeout_ms) {
-        queue.reserve(queue.size() + 1);
-        const uint64_t id = open(owner, tag);
-        queue.push_back(id);
+    uint64_t queue_in(std::deque<uint64_t> &queue, waiter &owner, uint32_t tag, uint64_t &timeout_ms) {
+        const bool is_mostly_stale = queue.size() > size_t{2} * capacity();
+        if (is_mostly_stale) std::erase_if(queue, [this](uint64_t id) { return !is_open(id); });
+        queue.push_back(0); /* never the id of a slot, and therefore harmless if open() throws */
+        const uint64_t id = queue.back() = open(owner, tag);
         if (timeout_ms == 0) return id;
         slot &entry = at(static_cast<uint32_t>(id));
         put_deadline(entry, timeout_ms);
@@ -610,10 +614,10 @@ private:
     bool is_bound_ = false;
     bool is_throttled_ = false;                            /* as the channel last reported */
     bool is_full_ = false;                                 /* a send was refused, and the channel had no room since */
-    std::vector<uint64_t> queue_;                          /* ids of slots that wait for room; may include stale ids */
+    std::deque<uint64_t> queue_;                           /* ids of slots that wait for room; may include stale ids */
     static inline std::shared_ptr<const handlers> hearing; /* handlers of the binding, until close() has told all */
-    std::vector<uint64_t> waiting_lists_; /* ids of slots that wait for another list to end, likewise */
-    size_t lists_ = 0;                    /* outstanding, without those that wait */
+    std::deque<uint64_t> waiting_lists_; /* ids of slots that wait for another list to end, likewise */
+    size_t lists_ = 0;                   /* outstanding, without those that wait */
     std::vector<std::unique_ptr<slot[]>> blocks_;
     uint32_t capacity_ = 0; /* slots in all blocks */
     slot *free_ = nullptr;
