@@ -58,9 +58,10 @@ public:
         const record_family_t &pool = record_family_of(family_kind_t::pool);
         const record_family_t &range = record_family_of(family_kind_t::pool_range);
         /* A pool with an error is not in the document. Its ranges must not be reported as ranges without a pool. */
-        const bool knows_all_pools = std::none_of(
-            problems_.begin(), problems_.end(),
-            [name = label_of(pool, notation_)](const problem_t &problem) { return problem.command == name; });
+        const bool knows_all_pools = std::none_of(problems_.begin(), problems_.end(),
+                                                  [name = label_of(pool, notation_)](const problem_t &problem) {
+                                                      return problem.is_error() && problem.command == name;
+                                                  });
         std::vector<span_t> spans;
         size_t next_pool = document_.begin_of(pool);
         for (const record_family_t *family : {&pool, &range}) {

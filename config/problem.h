@@ -21,6 +21,7 @@ struct problem_t {
     std::string field;   /* `--start` in lines, `start` in JSON; empty: none */
     std::string reason;  /* begins with the field if there is one */
 
+    bool is_error() const { return kind == kind_t::error; }
     /** The message: `line 3: pool add: --start 192.0.2.300: must be ...`. A warning has `warning: ` behind the line. */
     std::string text() const;
 };

@@ -291,6 +291,12 @@ TEST(document_test, each_error_is_reported_with_its_line_and_field) {
          "line 1: range: id 7: there is no such pool [id]\n"
          "line 1: range: end 192.0.2.0: must be 192.0.2.1 or above [end]\n"
          "line 2: range: id 7 start 192.0.2.1 end 192.0.2.0: line 1 has it already [id]\n"},
+        {"{\"version\":1,\"items\":{\"pool\":[{\"id\":1,\"param\":1,\"start_addr\":\"10.0.0.1\",\"end\":\"10.0.0.2\"}],"
+         "\n"
+         "\"range\":[{\"id\":7,\"start\":\"192.0.2.1\",\"end\":\"192.0.2.2\"}]}}",
+         "line 1: warning: pool: start_addr: is called start now, and start_addr goes with the next version "
+         "[start_addr]\n"
+         "line 2: range: id 7: there is no such pool [id]\n"},
         {"{\"version\":1,\n\"items\":{\"pool\":[{\"id\":1,]",
          "line 2: not JSON: column 26: syntax error while parsing object key - unexpected ']'; expected string "
          "literal\n"},
