@@ -55,13 +55,13 @@ bool holds_nothing(const fwx_nat64_stats_sys_entry_t &totals) {
 nat64::task<std::error_code> reconciler_t::read() {
     is_known_ = false;
     server_ = co_await read_server(loop_, client_);
-    is_known_ = !server_.error;
+    is_known_ = has_new_rules_ = !server_.error;
     co_return server_.error;
 }
 
 void reconciler_t::assume(document_t held, const fwx_nat64_stats_boot_t &boot) {
     server_ = {{}, boot.boot_id, boot.changes, std::move(held), {}};
-    is_known_ = true;
+    is_known_ = has_new_rules_ = true;
 }
 
 nat64::task<bool> reconciler_t::assume_known(const versions_t &versions) {
@@ -85,6 +85,7 @@ nat64::task<bool> reconciler_t::assume_known(const versions_t &versions) {
 
 nat64::task<size_t> reconciler_t::follow_rules() {
     constexpr size_t rules_a_turn = 4096; /* take some milliseconds */
+    if (!std::exchange(has_new_rules_, false)) co_return 0;
     size_t failed = 0;
     size_t steps = 0;
     std::set<rule_name_t> names;

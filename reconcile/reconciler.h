@@ -48,8 +48,11 @@ public:
      * number of changes are still those of that version, or an empty configuration if the server's totals are 0.
      * @return false if neither is so: the server may hold anything. */
     fwx::nat64::task<bool> assume_known(const versions_t &versions);
-    /** Updates the library's rule table to the rules that were read. @return number of rules for which that failed. */
+    /** Updates the library's rule table to the rules that were read last, by read() or at the end of reconcile(),
+     * unless that was done already. @return number of rules for which that failed. */
     fwx::nat64::task<size_t> follow_rules();
+    /** True if follow_rules() has something to do. */
+    bool has_new_rules() const { return has_new_rules_; }
 
     /** True if `held` is the actual state, as far as this client knows. */
     bool is_known() const { return is_known_; }
@@ -85,6 +88,7 @@ private:
     rule_book_t &rules_;
     server_document_t server_;
     bool is_known_ = false;
+    bool has_new_rules_ = false; /* the rules in `server_` were not followed yet */
     std::optional<applier_t> applier_;
 };
 

@@ -279,6 +279,22 @@ TEST_F(daemon_test, an_edit_outlives_a_server_that_dies_in_the_middle_of_it_and_
     })) << daemon.log();
 }
 
+TEST_F(daemon_test, the_lookup_table_gets_the_rules_that_others_add_during_an_edit) {
+    constexpr uint32_t many = 3000;
+    const server_process_t server;
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    write(document_text(many, 100));
+    ASSERT_TRUE(eventually([] { return changes() > items; })) << daemon.log();
+    ASSERT_TRUE(as_other_client([](fwx::nat64::client &client) {
+        return client.mapt_bmr_add(
+            fwx::nat64::basic_rule{.rule_id = 9000, .v6 = "2001:db9::/40", .v4 = "192.0.2.0/24", .ea_len = 16});
+    }));
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("edits", 1) && daemon_process_t::is("in_step", true); }))
+        << daemon.log();
+    EXPECT_EQ(value_of(daemon.get("/metrics"), "nat64_lookup_rules"), std::to_string(many + 1));
+}
+
 TEST_F(daemon_test, a_document_behind_a_symbolic_link_is_watched_where_it_stands) {
     const server_process_t server;
     const std::string link = folder() + "/link";

@@ -185,6 +185,16 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
     EXPECT_EQ(rules.installed(), 0U);
 }
 
+TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_others_add_while_a_plan_runs) {
+    nat64::basic_rule others = a_rule(9);
+    others.v4 = "198.51.100.0/24";
+    reconcile(to, [&] { EXPECT_TRUE(client->mapt_bmr_add(others, [](const nat64::rule_result &) {})); });
+    EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
+    EXPECT_EQ(rules.installed(), 2U);
+    EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
+    EXPECT_EQ(rules.installed(), 2U) << "they were followed already";
+}
+
 TEST_F(reconciler_test, a_server_that_does_not_report_its_configuration_is_assumed_to_hold_a_known_version) {
     const runtime_directory_t directory;
     versions_t versions(directory.path());

@@ -211,12 +211,18 @@ nat64::task<bool> supervisor_t::read_server() {
         lose(error.message());
     }
     if (error) co_return false;
+    co_await follow_rules();
+    co_return true;
+}
+
+/** Updates the library's rule table, if the server was read since it was updated last. */
+nat64::task<> supervisor_t::follow_rules() {
+    if (!reconciler_->has_new_rules()) co_return;
     const size_t failed = co_await reconciler_->follow_rules();
     log_event(failed == 0 ? log_level_t::info : log_level_t::error, "server_read",
               {{"items", std::to_string(reconciler_->held().size())},
                {"rules", std::to_string(rules_.installed())},
                {"failed", std::to_string(failed)}});
-    co_return true;
 }
 
 /** Sends the commands that lead from the server's state to the document. Without `may_change` it sends none, and only
@@ -244,6 +250,7 @@ nat64::task<bool> supervisor_t::reconcile(const offer_t &to, bool may_change) {
             co_return false;
         }
         const reconcile_result_t result = co_await reconciler_->reconcile(plan, target);
+        co_await follow_rules();
         if (result.is_in_sync) error = co_await keep_version("nat64d " + to.hash, result.applied.done);
         if (!error.empty()) log_event(log_level_t::error, "state", {{"reason", error}});
         const bool is_as_before = result.applied.is_rolled_back && is_editing_ && status_.is_in_step;

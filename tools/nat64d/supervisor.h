@@ -72,6 +72,7 @@ private:
     void take_boot(const fwx_nat64_stats_boot_t &boot);
     nat64::task<> keep(const fwx_nat64_stats_boot_t &boot);
     nat64::task<bool> read_server();
+    nat64::task<> follow_rules();
     nat64::task<bool> reconcile(const offer_t &to, bool may_change);
     nat64::task<> edit();
     void note_result(const reconcile_result_t &result);
