@@ -52,6 +52,9 @@ private:
         if (!take(bytes, payload)) return false;
         std::memcpy(&command.rule_type, payload.request, sizeof payload.request);
         const fwx_nat64_mapt_bmr_t rule = rule_of(command);
+        const bool has_prefixes = rule.v4_prefix_len <= FWX_NAT64_MAPT_V4_PREFIX_LEN_MAX &&
+                                  rule.v6_prefix_len <= FWX_NAT64_MAPT_V6_PREFIX_LEN_MAX;
+        if (!has_prefixes) return false;
         into_.rules.push_back({rule, payload.index});
         add(record_family_of(family_kind_t::basic_rule), &rule);
         return true;

@@ -195,6 +195,22 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_others_add_while_a
     EXPECT_EQ(rules.installed(), 2U) << "they were followed already";
 }
 
+TEST_F(reconciler_test, a_rule_that_a_server_reports_with_an_impossible_prefix_is_not_taken) {
+    constexpr size_t v6_length = 24; /* in the payload, behind the words up to the domain and the prefix */
+    constexpr size_t v4_length = 32;
+    for (const auto &[at, longest] : {std::pair<size_t, uint8_t>{v6_length, 64}, {v4_length, 32}}) {
+        for (const uint8_t length : {longest, static_cast<uint8_t>(longest + 1)}) {
+            nat64::running_configuration got = run_slow(client->configuration());
+            ASSERT_TRUE(got);
+            got.for_each([&, at = at](const nat64::running_item &item) {
+                const size_t begin = static_cast<size_t>(item.payload.data() - got.bytes.data());
+                if (item.number == FWX_NAT64_MSG_MAPT_RULE) got.bytes[begin + at] = length;
+            });
+            EXPECT_EQ(static_cast<bool>(server_document_of(got).error), length > longest);
+        }
+    }
+}
+
 TEST_F(reconciler_test, a_server_that_does_not_report_its_configuration_is_assumed_to_hold_a_known_version) {
     const runtime_directory_t directory;
     versions_t versions(directory.path());
