@@ -22,7 +22,8 @@ public:
     bool await_suspend(std::coroutine_handle<> waiting) {
         share_->waiting = waiting;
         const auto on_page = [share = share_](const nat64::page &page) { return share->take(page); };
-        const auto on_end = [share = share_](const nat64::result &) {
+        const auto on_end = [share = share_](const nat64::result &end) {
+            if (!end) share->got = {};
             if (share->waiting) share->waiting.resume();
         };
         const auto ask = [ask = ask_, most = share_->most](void *pal_ctx, uint64_t, uint64_t) {
@@ -71,6 +72,6 @@ nat64::task<scrape_t> scrape(nat64::client &client, uint32_t most) {
     got.mappings =
         co_await first_entries_t<fwx_nat64_stats_mapping_entry_t, decltype(ask_mappings)>(client, most, ask_mappings);
     nat64::list<fwx_nat64_stats_limit_entry_t> limits = co_await client.stats_limits();
-    got.limits = std::move(limits.entries);
+    if (limits) got.limits = std::move(limits.entries);
     co_return got;
 }

@@ -161,4 +161,30 @@ TEST_F(applier_test, a_scrape_takes_as_many_pools_as_are_asked_for_and_tells_of_
     }
 }
 
+TEST_F(applier_test, a_scrape_that_loses_the_server_takes_no_part_of_a_list) {
+    constexpr uint32_t pools = 2000; /* so many that the server sends a part of them at a time */
+    for (uint32_t id = 10; id < 10 + pools; ++id) {
+        ASSERT_TRUE(client->pool_add(a_pool(id), [](const fwx::nat64::result &) {}));
+    }
+    pump();
+    ASSERT_EQ(model->totals().pools, 1 + pools);
+    model->reply_limit_set(100 * sizeof(fwx_nat64_stats_pool_entry_t));
+    model->delay_set(1);
+    auto task = scrape(*client, pools);
+    task.start();
+    for (int replies = 0; replies < 2; ++replies) { /* the totals and the first pools */
+        pump();
+        fwx_host_clock_turn(1);
+        pump();
+    }
+    model->delay_set(0);
+    model->drop_clients();
+    pump();
+    ASSERT_TRUE(task.done());
+    const scrape_t got = task.get();
+    EXPECT_TRUE(got.totals);
+    EXPECT_TRUE(got.pools.entries.empty());
+    EXPECT_FALSE(got.pools.has_more);
+}
+
 }  // namespace
