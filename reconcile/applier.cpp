@@ -41,7 +41,10 @@ public:
     bool is_over() const { return sent_.empty() && (result_.lost || run_.is_over()); }
     void resume_when_over(std::coroutine_handle<> waiting) { waiting_ = waiting; }
     /** Ignores all answers from now on. */
-    void abandon() { is_abandoned_ = true; }
+    void abandon() {
+        is_abandoned_ = true;
+        waiting_ = nullptr;
+    }
 
     void stop() {
         result_.is_stopped = result_.is_stopped || (!run_.is_over() && !run_.is_rolled_back() && !result_.refusal);
@@ -168,16 +171,24 @@ applier_t::~applier_t() {
 }
 
 nat64::task<> applier_t::run() {
-    struct over_t {
-        execution_t &execution;
-        bool await_ready() const {
-            execution.fill();
-            return execution.is_over();
+    class over_t {
+    public:
+        explicit over_t(std::shared_ptr<execution_t> execution) : execution_(std::move(execution)) {}
+        over_t(const over_t &) = delete;
+        ~over_t() {
+            if (!execution_->is_over()) execution_->abandon(); /* the task is destroyed while it waits */
         }
-        void await_suspend(std::coroutine_handle<> waiting) const { execution.resume_when_over(waiting); }
+        bool await_ready() const {
+            execution_->fill();
+            return execution_->is_over();
+        }
+        void await_suspend(std::coroutine_handle<> waiting) const { execution_->resume_when_over(waiting); }
         void await_resume() const {}
+
+    private:
+        const std::shared_ptr<execution_t> execution_; /* the applier may be destroyed before the task */
     };
-    co_await over_t{*execution_};
+    co_await over_t(execution_);
 }
 
 nat64::task<> applier_t::apply() {

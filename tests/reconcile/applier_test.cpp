@@ -90,6 +90,25 @@ TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_outstanding_answers
     expect_from();
 }
 
+TEST_F(applier_test, an_applier_sends_nothing_more_once_it_or_its_task_is_destroyed) {
+    for (const bool is_task : {true, false}) {
+        SCOPED_TRACE(is_task);
+        const uint64_t changes = model->boot().changes;
+        model->hold();
+        std::optional<applier_t> applier(std::in_place, *client, rules_, plan_);
+        std::optional task(applier->apply());
+        task->start();
+        pump();
+        is_task ? task.reset() : applier.reset();
+        model->release(fwx_nat64_model_order_t::in_order);
+        pump();
+        EXPECT_EQ(model->boot().changes, changes + 2) << "the deletes";
+        task.reset();
+        applier.reset();
+        EXPECT_TRUE(apply(plan_t(none_, from_)));
+    }
+}
+
 TEST_F(applier_test, a_rule_table_out_of_sync_with_the_server_is_reported) {
     model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
     fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INSERT, 1, 0);
