@@ -13,7 +13,7 @@ const plan_command_t *plan_run_t::next() {
 
 bool plan_run_t::take_command() {
     const bool must_wait = sent_ == plan_.delete_count() && outstanding_ != 0;
-    if (is_stopped_ || sent_ == plan_.size() || must_wait) return false;
+    if (is_stopped_ || is_sent() || must_wait) return false;
     ticket_ = sent_++;
     command_ = plan_.command(ticket_);
     return true;

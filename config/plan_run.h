@@ -31,13 +31,15 @@ public:
     void answered(size_t ticket, bool is_carried_out);
     /** Sends no further command of the plan, as after a refusal. */
     void stop() { is_stopped_ = true; }
+    /** True if all commands of the plan were sent. */
+    bool is_sent() const { return sent_ == plan_.size(); }
     /** Starts the rollback, also if the whole plan was carried out. */
     void roll_back();
 
     /** True if no command is outstanding and none is left to send. */
     bool is_over() const {
         if (outstanding_ != 0) return false;
-        return is_rolled_back_ ? is_all_undone() : is_stopped_ || sent_ == plan_.size();
+        return is_rolled_back_ ? is_all_undone() : is_stopped_ || is_sent();
     }
     /** True if the rollback has started or ended. */
     bool is_rolled_back() const { return is_rolled_back_; }

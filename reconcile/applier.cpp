@@ -47,10 +47,11 @@ public:
     }
 
     void stop() {
-        result_.is_stopped = result_.is_stopped || (!run_.is_over() && !run_.is_rolled_back() && !result_.refusal);
+        result_.is_stopped = result_.is_stopped || (!run_.is_sent() && !result_.refusal);
         run_.stop();
         end_if_over();
     }
+    bool is_sent() const { return run_.is_sent(); }
     void roll_back() { run_.roll_back(); }
     void note_rolled_back() { result_.is_rolled_back = !result_.lost && standing().empty(); }
     const apply_result_t &result() const { return result_; }
@@ -203,6 +204,10 @@ nat64::task<> applier_t::roll_back() {
 
 void applier_t::stop() {
     execution_->stop();
+}
+
+bool applier_t::is_sent() const {
+    return execution_->is_sent();
 }
 
 const apply_result_t &applier_t::result() const {

@@ -55,6 +55,8 @@ public:
     fwx::nat64::task<> apply();
     /** Sends no further command of the plan. May be called at any time. */
     void stop();
+    /** True if all commands of the plan were sent, so that a stop has no effect. */
+    bool is_sent() const;
     /** Rolls the plan back. To be called after `apply`, unless the server was lost. */
     fwx::nat64::task<> roll_back();
 

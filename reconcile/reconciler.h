@@ -76,6 +76,8 @@ public:
     void stop() {
         if (applier_) applier_->stop();
     }
+    /** True if all commands of the present plan were sent, so that a stop has no effect. */
+    bool is_sent() const { return applier_ && applier_->is_sent(); }
     /** Number of commands of the present plan that were carried out so far. */
     size_t done() const { return applier_ ? applier_->result().done : 0; }
 

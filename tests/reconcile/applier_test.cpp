@@ -90,6 +90,21 @@ TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_outstanding_answers
     expect_from();
 }
 
+TEST_F(applier_test, a_plan_that_was_sent_whole_is_not_stopped_any_more) {
+    const document_t more = read_document(before + "dmapping add --id 3 --type 1\n");
+    const plan_t plan(from_, more);
+    model->hold();
+    applier_t applier(*client, rules_, plan);
+    auto task = applier.apply();
+    task.start();
+    applier.stop();
+    model->release(fwx_nat64_model_order_t::in_order);
+    pump();
+    ASSERT_TRUE(task.done());
+    EXPECT_TRUE(applier.result());
+    EXPECT_EQ(applier.result().done, 1U);
+}
+
 TEST_F(applier_test, an_applier_sends_nothing_more_once_it_or_its_task_is_destroyed) {
     for (const bool is_task : {true, false}) {
         SCOPED_TRACE(is_task);

@@ -94,9 +94,10 @@ reconcile_result_t carry_out(call_t &call, const plan_t &plan, const document_t 
     bool is_told = false;
     return call.pal.run_plan(server.reconcile(plan, to, rolls_back), [&] {
         if (!interrupt.is_raised() || std::exchange(is_told, true)) return;
+        const bool is_undone = rolls_back && !server.is_sent();
         call.pal.note("natctl: interrupted after " + std::to_string(server.done()) + " of " +
                       count_text(plan.size(), "command") + ": waiting for the outstanding commands" +
-                      (rolls_back ? ", then undoing all" : ""));
+                      (is_undone ? ", then undoing all" : ""));
         server.stop();
     });
 }
