@@ -65,8 +65,10 @@ bool etcd_t::renew_password() {
 }
 
 nat64::task<etcd_error_t> etcd_t::sign_in() {
+    const std::string used = store_.password;
     etcd_error_t error = co_await fetch_token();
-    const bool is_again_worth = error.kind == kind_t::rights && renew_password();
+    const bool is_refused = error.kind == kind_t::rights;
+    const bool is_again_worth = is_refused && (renew_password() || store_.password != used);
     if (is_again_worth) error = co_await fetch_token();
     co_return error;
 }
