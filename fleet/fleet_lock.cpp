@@ -50,7 +50,13 @@ nat64::task<etcd_error_t> fleet_lock_t::take(std::string who) {
     txn.is_repeatable = true; /* the value is unique, so `look` recognises it */
     const etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
     etcd_error_t error = put.error;
-    if (!error) error = co_await look(ours);
+    const bool may_be_done = !error || error.kind == etcd_error_t::kind_t::no_answer;
+    if (may_be_done) {
+        const etcd_error_t unknown = co_await look(ours);
+        const bool is_resolved = !unknown && !holder_.empty();
+        if (!error || is_resolved) error = unknown;
+        if (holder_.empty()) holder_ = "somebody else";
+    }
     if (is_held()) {
         keeper_.emplace(keep());
         keeper_->start();
@@ -67,7 +73,7 @@ nat64::task<etcd_error_t> fleet_lock_t::look(std::string ours) {
     const bool is_there = !now.value.entries.empty();
     const bool is_ours = is_there && now.value.entries.front().value == ours;
     if (is_ours) revision_ = now.value.entries.front().create_revision;
-    holder_ = is_there ? holder_text(now.value.entries.front().value) : "somebody else";
+    holder_ = is_there ? holder_text(now.value.entries.front().value) : "";
     co_return etcd_error_t{};
 }
 

@@ -1,9 +1,11 @@
 /* Pushing documents into a store, reading them, rollbacks, the lock and the garbage collection. */
 #include <set>
 
+#include "fleet/base64.h"
 #include "fleet/document_store.h"
 #include "fleet/fleet_view.h"
 #include "fleet/pusher.h"
+#include "net/json.h"
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/nat64d/documents.h"
@@ -135,6 +137,29 @@ TEST_F(etcd_test, without_a_lease_there_is_no_lock) {
     fleet_lock_t lock(loop_, etcd, fleet_keys_t("p"));
     EXPECT_EQ(run(lock.take("ann@ops1")).kind, kind_t::other);
     EXPECT_FALSE(lock.is_held());
+}
+
+TEST_F(etcd_test, a_lock_whose_taking_has_no_answer_is_looked_for) {
+    const std::string lease = scripted_server_t::answer(200, R"({"ID":"7"})");
+    const std::string done = scripted_server_t::answer(200, "{}");
+    const json_t theirs = {{"holder", "bob@ops2"}, {"process", 7}, {"since", "noon"}};
+    const json_t entry = {{"key", to_base64("p/lock")}, {"value", to_base64(theirs.dump())}};
+    const json_t range = {{"kvs", json_t::array({entry})}};
+    struct case_t {
+        std::string key; /* the answer to the reading of the key */
+        kind_t error;
+        std::string holder;
+    };
+    for (const case_t &each : {case_t{range.dump(), kind_t::none, "bob@ops2 (process 7) since noon"},
+                               {"{}", kind_t::no_answer, "somebody else"}}) {
+        const scripted_server_t server({{lease, ""}, {""}, {scripted_server_t::answer(200, each.key), done}});
+        etcd_t etcd(loop_, store_at({server.place()}));
+        fleet_lock_t lock(loop_, etcd, fleet_keys_t("p"));
+        const etcd_error_t error = run(lock.take("ann@ops1"));
+        EXPECT_EQ(error.kind, each.error) << error.text;
+        EXPECT_EQ(lock.holder(), each.holder);
+        EXPECT_FALSE(lock.is_held());
+    }
 }
 
 TEST_F(push_test, the_lock_lives_as_long_as_its_pusher) {
