@@ -80,14 +80,32 @@ std::string prepare(const manifest_read_t &before, const push_request_t &request
                                         : "the manifest in force cannot be read: the next document is for all gateways";
     }
     manifest.stage = request.stage;
+    if (manifest.stage) manifest.base = before.manifest->document_for_all();
     sort_names(manifest.stage);
     manifest.document.items = request.items;
     manifest.document.note = clean_line(request.note, most_note_bytes);
     return "";
 }
 
-etcd_error_t name_pieces(const std::string &text, const std::vector<std::string_view> &pieces,
-                         fleet_document_t &document) {
+/** The error if gateways could not read the manifest. Its version is not known yet. */
+etcd_error_t unreadable(manifest_t manifest, const std::string &who) {
+    manifest.document.version = most_version;
+    manifest.document.pushed_by = who;
+    manifest.document.pushed_at = time_text();
+    std::string fault;
+    const bool is_good =
+        read_manifest(write_manifest(manifest, manifest_place_t::current), manifest_place_t::current, fault)
+            .has_value();
+    if (is_good) return {};
+    const size_t chunks = manifest.document.chunks.size() + (manifest.base ? manifest.base->chunks.size() : 0);
+    return {kind_t::other, "the manifest (chunks: " + std::to_string(chunks) +
+                               (manifest.base ? ", with those of the gateways outside of the stage): " : "): ") +
+                               fault};
+}
+
+etcd_error_t name_pieces(const std::string &text, const std::vector<std::string_view> &pieces, const std::string &who,
+                         manifest_t &manifest) {
+    fleet_document_t &document = manifest.document;
     document.bytes = text.size();
     document.hash = sha256(text);
     document.chunks.clear();
@@ -95,7 +113,7 @@ etcd_error_t name_pieces(const std::string &text, const std::vector<std::string_
         document.chunks.push_back(name_chunk(piece));
     }
     const bool is_named = !document.hash.empty() && pieces.size() <= most_chunks;
-    if (is_named) return {};
+    if (is_named) return unreadable(manifest, who);
     return {kind_t::other, document.hash.empty() ? "SHA-256 is not available"
                                                  : "a document of " + std::to_string(pieces.size()) +
                                                        " chunks: the most is " + std::to_string(most_chunks)};
@@ -146,7 +164,7 @@ nat64::task<push_result_t> pusher_t::check(push_request_t request) {
     if (result.error) co_return result;
     result.refused = prepare(before.value, request, result.manifest);
     if (!result.refused.empty()) co_return result;
-    result.error = name_pieces(request.text, cut_chunks(request.text), result.manifest.document);
+    result.error = name_pieces(request.text, cut_chunks(request.text), who_, result.manifest);
     if (result.error) co_return result;
     etcd_result_t<std::vector<size_t>> missing = co_await find_missing(result.manifest.document.chunks);
     result.error = missing.error;
@@ -270,7 +288,7 @@ etcd_t::reply_t<std::vector<size_t>> pusher_t::find_missing(std::vector<chunk_t>
 nat64::task<etcd_error_t> pusher_t::put_chunks(std::string text, push_result_t &result) {
     const std::vector<std::string_view> pieces = cut_chunks(text);
     const std::vector<chunk_t> &chunks = result.manifest.document.chunks;
-    etcd_error_t error = name_pieces(text, pieces, result.manifest.document);
+    etcd_error_t error = name_pieces(text, pieces, who_, result.manifest);
     if (error) co_return error;
     const etcd_result_t<std::vector<size_t>> missing = co_await find_missing(chunks);
     if (missing.error) co_return missing.error;
@@ -306,10 +324,9 @@ nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_
     manifest.document.version = last + 1;
     manifest.document.pushed_by = who_;
     manifest.document.pushed_at = time_text();
-    if (manifest.stage) manifest.base = before.manifest->document_for_all();
+    const etcd_error_t fault = unreadable(manifest, who_);
+    if (fault) co_return fault;
     const std::string text = write_manifest(manifest, manifest_place_t::current);
-    std::string fault; /* checks that gateways can parse it */
-    if (!read_manifest(text, manifest_place_t::current, fault)) co_return etcd_error_t{kind_t::other, fault};
     etcd_txn_t txn;
     txn.compares = {lock_.held(),
                     {etcd_txn_t::compare_t::what_t::mod_revision, keys_.manifest(), "", before.mod_revision}};

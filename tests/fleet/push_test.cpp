@@ -299,6 +299,24 @@ TEST_F(push_test, a_stage_leaves_the_document_of_the_other_gateways) {
     EXPECT_EQ(names(keys_.chunks()).size(), 1U);
 }
 
+TEST_F(push_test, a_manifest_that_gateways_could_not_read_is_refused_before_chunks_are_put) {
+    manifest_t large = {{1, sha256("all"), 0, 1, "ann@ops1", "t", std::string(most_note_bytes, 'n'), {}}, {}, {}};
+    large.document.chunks.assign(14751, {sha256("one"), 1});
+    large.document.bytes = large.document.chunks.size();
+    const std::string text = write_manifest(large, manifest_place_t::current);
+    ASSERT_LE(text.size(), most_manifest_bytes);
+    ASSERT_GT(text.size() + 100, most_manifest_bytes);
+    run(etcd_.txn(put(keys_.manifest(), text)));
+    const push_request_t request = {"pool 2\n", 1, stage_t{{"fra1"}, 0}, ""};
+    for (const push_result_t &result : {run(pusher_.check(request)), run(pusher_.push(request))}) {
+        EXPECT_EQ(
+            result.error.text,
+            "the manifest (chunks: 14752, with those of the gateways outside of the stage): must be a JSON object "
+            "of at most 1048576 bytes");
+    }
+    EXPECT_EQ(names(keys_.chunks()).size(), 0U);
+}
+
 TEST_F(push_test, damaged_data_in_the_store_is_reported_and_stays) {
     ASSERT_TRUE(push("pool 1\n").is_changed);
     const fleet_document_t document = manifest().document;
