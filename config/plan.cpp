@@ -64,7 +64,7 @@ void plan_t::compare(const segment_t &segment) {
         const bool has_both = from < segment.from_end && to < segment.to_end;
         if (has_both) order = record_compare_keys(*segment.family, from_.item(from).record, to_.item(to).record);
         if (order < 0) {
-            remove(from++);
+            deletes_.push_back(from++);
         } else if (order > 0) {
             set(none, to++);
         } else {
@@ -79,7 +79,7 @@ void plan_t::change(uint32_t from, uint32_t to) {
     if (is_same_value(before, after) && !has_to_leave(before)) return;
     const bool can_stay = can_modify(before, after) || !has_delete(*before.family);
     if (can_stay) return set(from, to);
-    remove(from);
+    deletes_.push_back(from);
     set(none, to);
 }
 
@@ -122,7 +122,7 @@ void plan_t::change_pools(const segment_t &segment) {
     }
     std::sort(gone.begin(), gone.end());
     for (const uint32_t each : gone) {
-        remove(each);
+        deletes_.push_back(each);
     }
     for (const size_t each : order) {
         set(pairs[each].from, pairs[each].to);
@@ -136,11 +136,6 @@ void plan_t::set(uint32_t from, uint32_t to) {
     const bool needs_record = is_new ? has_own_value(after) : !is_held(from_.item(from), after);
     if (needs_record) changes_.push_back({from, to, is_new ? kind_t::add : kind_t::modify});
     if (after.is_nvi) changes_.push_back({from, to, kind_t::make_nvi});
-}
-
-void plan_t::remove(uint32_t from) {
-    deletes_.push_back(from);
-    ends_sessions_ = ends_sessions_ || from_.item(from).family->ends_sessions;
 }
 
 bool plan_t::has_to_leave(const config_item_t &item) const {

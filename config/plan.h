@@ -42,8 +42,6 @@ public:
     /** Number of deletes, including those by a value that means "absent". They are the first commands. */
     size_t delete_count() const { return deletes_.size(); }
     plan_command_t command(size_t index) const;
-    /** True if a command ends sessions. */
-    bool ends_sessions() const { return ends_sessions_; }
 
     /** Appends the commands, at most two, that undo a command. Requires: all later commands of the plan are undone. */
     void append_undo(size_t index, std::vector<plan_command_t> &commands) const;
@@ -62,7 +60,6 @@ private:
     void change_pools(const segment_t &segment);
     void change(uint32_t from, uint32_t to);
     void set(uint32_t from, uint32_t to);
-    void remove(uint32_t from);
     bool has_to_leave(const config_item_t &item) const;
     static plan_command_t deletion_of(const config_item_t &item);
     static plan_command_t nvi_command_of(const config_item_t &item);
@@ -72,7 +69,6 @@ private:
     std::vector<uint32_t> deletes_; /* items of the first configuration */
     std::vector<change_t> changes_;
     std::vector<uint32_t> leaving_pools_; /* identifiers, ascending, of pools that are deleted and added again */
-    bool ends_sessions_ = false;
 };
 
 #endif
