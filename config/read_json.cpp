@@ -269,8 +269,9 @@ private:
     uint32_t line_of(const record_error_t &error) const {
         for (size_t i = member_count_; i > 0; --i) {
             const member_t &member = members_[i - 1];
-            const bool is_its = error.field == member.name ||
-                                (error.field.empty() && error.text.compare(0, member.name.size(), member.name) == 0);
+            const std::string name = quoted_word(member.name); /* as errors quote it */
+            const bool is_its =
+                error.field == name || (error.field.empty() && error.text.compare(0, name.size(), name) == 0);
             if (is_its) return member.line;
         }
         return item_line_;

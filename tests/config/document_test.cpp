@@ -171,7 +171,7 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
 }
 
 TEST(document_test, each_error_is_reported_with_its_line_and_field) {
-    const std::pair<std::string, const char *> documents[] = {
+    const std::pair<std::string, std::string> documents[] = {
         {"", "neither a command nor `# nat64 configuration version 1`: this is not a document\n"},
         {"\n # x\n", "neither a command nor `# nat64 configuration version 1`: this is not a document\n"},
         {std::string("a\nb\0c\n", 6), "line 2: zero byte: a document must be text\n"},
@@ -297,6 +297,11 @@ TEST(document_test, each_error_is_reported_with_its_line_and_field) {
          "line 1: warning: pool: start_addr: is called start now, and start_addr goes with the next version "
          "[start_addr]\n"
          "line 2: range: id 7: there is no such pool [id]\n"},
+        {"{\"version\":1,\"items\":{\"limit\":[{\"type\":1,\n\"\":5,\n\"value\":9},\n{\"type\":1,\n\"" +
+             std::string(61, 'x') + "\":5}]}}",
+         "line 2: limit: '': no such field ['']\n"
+         "line 5: limit: " +
+             std::string(60, 'x') + "...: no such field [" + std::string(60, 'x') + "...]\n"},
         {"{\"version\":1,\n\"items\":{\"pool\":[{\"id\":1,]",
          "line 2: not JSON: column 26: syntax error while parsing object key - unexpected ']'; expected string "
          "literal\n"},
