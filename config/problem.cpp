@@ -12,8 +12,7 @@ std::string problem_t::text() const {
 }
 
 bool has_error(const problems_t &problems) {
-    return std::any_of(problems.begin(), problems.end(),
-                       [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; });
+    return std::any_of(problems.begin(), problems.end(), [](const problem_t &problem) { return problem.is_error(); });
 }
 
 void sort_by_line(problems_t &problems) {

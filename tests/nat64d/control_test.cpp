@@ -122,6 +122,7 @@ public:
     explicit forger_t(std::string answer) : answer_(std::move(answer)) {
         const auto take = [](void *self, int fd) {
             const std::string &reply = static_cast<forger_t *>(self)->answer_;
+            fcntl(fd, F_SETFL, 0); /* blocks until the whole is read, or the reader has gone */
             send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
             shutdown(fd, SHUT_WR);
             static_cast<forger_t *>(self)->client_ = fd;
@@ -155,7 +156,7 @@ private:
 
 TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
     const struct {
-        const char *answer;
+        std::string answer;
         int status;
         const char *said;
     } cases[] = {
@@ -169,12 +170,13 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
         {"7\n", 3, "must be an object"},
         {"\"in_step\"\n", 3, "must be an object"},
         {"not even JSON\n", 3, "must be an object"},
-        {"{\"in_step\":true", 3, "no answer"},
-        {"", 3, "no answer"},
+        {"{\"in_step\":true", 3, "the connection was closed without a complete answer"},
+        {"", 3, "the connection was closed without a complete answer"},
+        {std::string((size_t{1} << 20) + 1, 'x'), 3, "the answer is longer than 1048576 bytes"},
     };
     for (const auto &tried : cases) {
         for (const char *verb : {"status", "replay"}) {
-            SCOPED_TRACE(tried.answer + std::string(verb));
+            SCOPED_TRACE(tried.answer.substr(0, 60) + verb);
             const forger_t forger(tried.answer);
             ASSERT_EQ(forger.code(), 0U);
             const run_t asked = run(std::string("--connect alpha daemon ") + verb);

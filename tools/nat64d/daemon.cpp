@@ -26,18 +26,15 @@ constexpr uint64_t sync_timeout_ms = 1000; /* for so long may a stopped server b
 constexpr uint64_t watchdog_ms = 5000;
 constexpr size_t most_problems = 20; /* of one document in the log */
 
-bool is_error(const problem_t &problem) {
-    return problem.kind == problem_t::kind_t::error;
-}
-
 /** The first errors of a document and their number; empty: there is none. */
 std::string errors_text(const problems_t &problems) {
     constexpr size_t most_named = 3;
-    const auto count = static_cast<size_t>(std::count_if(problems.begin(), problems.end(), is_error));
+    const auto count = static_cast<size_t>(
+        std::count_if(problems.begin(), problems.end(), [](const problem_t &problem) { return problem.is_error(); }));
     std::string text = count > 1 ? std::to_string(count) + " errors: " : "";
     size_t named = 0;
     for (const problem_t &problem : problems) {
-        if (!is_error(problem)) continue;
+        if (!problem.is_error()) continue;
         if (named == most_named) return text + "; and " + std::to_string(count - named) + " more";
         text += (named++ == 0 ? "" : "; ") + problem.text();
     }
@@ -167,13 +164,13 @@ nat64::task<taken_t> daemon_t::take(const std::string &text, std::string name) {
     /* In the background, because 200,000 items take longer than a scrape should wait. */
     offer_t offer = co_await in_background(loop_, [&] {
         document_t document = load_document(text, problems);
-        const bool is_good = std::none_of(problems.begin(), problems.end(), is_error);
+        const bool is_good = !has_error(problems);
         return is_good ? make_offer(std::move(document)) : offer_t{};
     });
     taken_t taken;
     taken.reason = errors_text(problems);
     for (size_t i = 0; i < std::min(problems.size(), most_problems); ++i) {
-        log_event(is_error(problems[i]) ? log_level_t::error : log_level_t::warning, "problem",
+        log_event(problems[i].is_error() ? log_level_t::error : log_level_t::warning, "problem",
                   {{"file", name}, {"text", problems[i].text()}});
     }
     if (problems.size() > most_problems) {

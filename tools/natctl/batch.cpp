@@ -31,7 +31,7 @@ public:
         if (is_shell_) return take(text);
         const bool is_whole = joiner_.join(text);
         line_ = joiner_.line();
-        if (joiner_.rest().size() > longest_line) throw too_long({"batch", "input"});
+        if ((is_whole ? text : joiner_.rest()).size() > longest_line) throw too_long({"batch", "input"});
         if (is_whole) take(text);
     }
 

@@ -145,7 +145,10 @@ uint32_t confirm(call_t &call) {
         return 0;
     }
     error = versions.set_unconfirmed(0);
-    if (!error.empty()) refuse(call.outcome, status_t::usage, 0, error);
+    if (!error.empty()) {
+        refuse(call.outcome, status_t::usage, 0, error);
+        return 0;
+    }
     call.outcome.note = "version " + std::to_string(number) + " stays";
     call.outcome.data = {{"version", number}};
     return 0;

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
 
 #include "fwx_host/errors.h"
 #include "fwx_host/loop.h"
@@ -37,24 +36,24 @@ public:
     socket_t &operator=(const socket_t &) = delete;
 
     uint32_t code() const { return code_; }
-    /** Sends the word and waits for the answer. Empty if no complete line came in time, or it was too long. */
-    std::optional<std::string> ask(const std::string &word) const {
+    /** Sends the word and waits for the answer. Returns why there is none, or an empty text. */
+    std::string ask(const std::string &word, const std::string &in_time, std::string &answer) const {
         const std::string line = word + '\n';
-        if (send(fd_, line.data(), line.size(), MSG_NOSIGNAL) < 0) return std::nullopt;
-        std::string answer;
+        const std::string closed = "the connection was closed without a complete answer";
+        if (send(fd_, line.data(), line.size(), MSG_NOSIGNAL) < 0) return closed;
         while (answer.size() <= longest_answer) {
             const uint64_t now = fwx_host_clock_ms();
-            if (now >= deadline_ms_) break;
+            if (now >= deadline_ms_) return "no answer" + in_time;
             pollfd waited = {fd_, POLLIN, 0};
             char room[4096];
             if (poll(&waited, 1, static_cast<int>(std::min<uint64_t>(deadline_ms_ - now, INT32_MAX))) <= 0) continue;
             const ssize_t size = read(fd_, room, sizeof room);
             if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-            if (size <= 0) break;
+            if (size <= 0) return closed;
             answer.append(room, static_cast<size_t>(size));
-            if (answer.back() == '\n') return answer;
+            if (answer.back() == '\n') return "";
         }
-        return std::nullopt;
+        return "the answer is longer than " + std::to_string(longest_answer) + " bytes";
     }
 
 private:
@@ -90,9 +89,10 @@ outcome_t ask_daemon(const std::string &verb, const options_t &options) {
                        "no nat64d for server " + options.connect + ": " + path + ": " +
                            (is_away ? "no process listens there" : xerr_strerror(socket.code())));
     }
-    const std::optional<std::string> text = socket.ask(verb);
-    if (!text) return refused(outcome, status_t::no_answer, "no answer" + in_time);
-    const json_t answer = json_t::parse(*text);
+    std::string text;
+    const std::string fault = socket.ask(verb, in_time, text);
+    if (!fault.empty()) return refused(outcome, status_t::no_answer, path + ": " + fault);
+    const json_t answer = json_t::parse(text);
     const json_t *error = answer.find("error");
     if (error != nullptr && error->is_string()) {
         return refused(outcome, status_t::refused, line_of(answer, "error"));

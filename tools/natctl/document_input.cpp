@@ -18,8 +18,8 @@ bool judge(call_t &call, const std::string &file, const problems_t &problems) {
     for (const problem_t &problem : problems) {
         call.pal.note("natctl: " + file + ": " + problem.text());
     }
-    const auto count = std::count_if(problems.begin(), problems.end(),
-                                     [](const problem_t &problem) { return problem.kind == problem_t::kind_t::error; });
+    const auto count =
+        std::count_if(problems.begin(), problems.end(), [](const problem_t &problem) { return problem.is_error(); });
     if (count == 0) return true;
     refuse(call.outcome, status_t::usage, 0, file + ": " + count_text(static_cast<uint64_t>(count), "error"));
     return false;
@@ -39,7 +39,7 @@ bool read_document(call_t &call, const std::string &file, document_t &document, 
 json_t problems_json(const problems_t &problems) {
     json_t list = json_t::array();
     for (const problem_t &problem : problems) {
-        list.push_back({{"kind", problem.kind == problem_t::kind_t::error ? "error" : "warning"},
+        list.push_back({{"kind", problem.is_error() ? "error" : "warning"},
                         {"line", problem.line},
                         {"command", problem.command},
                         {"field", problem.field},

@@ -18,7 +18,7 @@ namespace {
 constexpr std::chrono::milliseconds look_interval{200};
 
 /** The state of a version at the gateways that it addresses. A gateway that is gone counts as lagging, because it may
- * hang, or hold anything. */
+ * hang, or hold anything, and so does one that a stage names and that has never been seen. */
 struct progress_t {
     size_t in_step = 0;
     std::vector<std::string> refused; /* with reasons */
@@ -38,6 +38,10 @@ bool is_meant(const manifest_t &manifest, const gateway_view_t &gateway) {
     return !manifest.stage || is_in_stage(*manifest.stage, gateway.name);
 }
 
+bool has_been_seen(const std::vector<gateway_view_t> &gateways, const std::string &name) {
+    return std::any_of(gateways.begin(), gateways.end(), [&](const gateway_view_t &each) { return each.name == name; });
+}
+
 nat64::task<progress_t> look(etcd_t &etcd, const fleet_keys_t &keys, const manifest_t &manifest) {
     progress_t progress;
     const etcd_result_t<std::vector<gateway_view_t>> view = co_await read_gateways(etcd, keys);
@@ -50,6 +54,9 @@ nat64::task<progress_t> look(etcd_t &etcd, const fleet_keys_t &keys, const manif
         } else {
             (gateway.has_refused(manifest.document) ? progress.refused : progress.lagging).push_back(text);
         }
+    }
+    for (const std::string &name : manifest.stage ? manifest.stage->gateways : std::vector<std::string>{}) {
+        if (!has_been_seen(view.value, name)) progress.lagging.push_back(name + ": has never been seen");
     }
     co_return progress;
 }
@@ -90,8 +97,7 @@ void tell_unseen(call_t &call, fleet_store_t &store, const std::vector<std::stri
     if (names.empty()) return;
     const etcd_result_t<std::vector<gateway_view_t>> view = store.run(read_gateways(store.etcd(), store.keys()));
     for (const std::string &name : names) {
-        const bool is_seen = view.error || std::any_of(view.value.begin(), view.value.end(),
-                                                       [&](const gateway_view_t &each) { return each.name == name; });
+        const bool is_seen = view.error || has_been_seen(view.value, name);
         if (!is_seen) call.pal.note("natctl: no gateway " + name + " has been seen");
     }
 }

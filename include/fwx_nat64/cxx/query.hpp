@@ -52,8 +52,14 @@ public:
         static_assert(sizeof(list_walk) <= binding::storage_size, "callbacks hold too much: let them hold a pointer");
         waiter nobody{nullptr};
         const uint64_t id = to.open(nobody, 0);
-        auto *self = new (to.storage(id))
-            list_walk(to, std::move(ask), std::move(on_page), std::move(on_end), cookie, timeout_ms);
+        list_walk *self = nullptr;
+        try {
+            self = new (to.storage(id))
+                list_walk(to, std::move(ask), std::move(on_page), std::move(on_end), cookie, timeout_ms);
+        } catch (...) {
+            to.close(id);
+            throw;
+        }
         to.own(id, *self);
         self->is_in_slot_ = true;
         const auto ask_first = [self](void *pal_ctx) { return self->ask_(pal_ctx, self->cookie_, 0); };
@@ -94,10 +100,7 @@ private:
     }
     static void arrived(waiter &base, uint32_t, std::error_code error, const page *got) {
         auto &self = static_cast<list_walk &>(base);
-        if (got == nullptr) {
-            self.id_ = 0;
-            return self.waits_for_another(error) ? void() : self.end(error);
-        }
+        if (got == nullptr) return self.refused(error);
         if (got == &room_page) return self.has_room();
         binding &to = *self.to_;
         const binding::life_t life(to);
@@ -116,6 +119,17 @@ private:
         if (!is_there) return;
         if (thrown) return self.end({}, thrown);
         self.go_on(step, *got);
+    }
+    void refused(std::error_code error) {
+        id_ = 0;
+        bool waits = false;
+        std::exception_ptr thrown;
+        try {
+            waits = waits_for_another(error);
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+        if (!waits) end(error, thrown);
     }
     void has_room() {
         id_ = 0;
@@ -142,11 +156,12 @@ private:
         std::exception_ptr thrown;
         try {
             code = to_->send(id_, ask_again);
+            if (code != 0 && !is_in_slot_ && waits_for_room(code)) return;
         } catch (...) {
             thrown = std::current_exception();
         }
         if (thrown) return end({}, thrown);
-        if (code != 0 && (is_in_slot_ || !waits_for_room(code))) end(to_->refused(code).error);
+        if (code != 0) end(to_->refused(code).error);
     }
     void end(std::error_code error, const std::exception_ptr &thrown = {}) {
         binding &to = *to_;
@@ -386,8 +401,8 @@ private:
         here_ = {};
         read_.clear();
         if (!is_started_) {
-            is_started_ = true;
             const uint32_t code = walk_.start();
+            is_started_ = true;
             has_ended_ = code != 0;
             end_ = detail::sent(code);
         }
