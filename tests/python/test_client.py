@@ -7,6 +7,7 @@ import os
 import signal
 import subprocess
 import sys
+from concurrent.futures import ThreadPoolExecutor
 from datetime import timedelta
 
 import pytest
@@ -43,6 +44,7 @@ async def test_every_command_reaches_the_server_and_can_be_taken_back():
             await getattr(client, method)(**values)
         await client.range_add(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
         await client.ipalias_upload()
+        await client.prefix_mod(prefix="2001:db8::/96", prefix_kind="stateful")  # it is still there
         assert client.model.totals() == (2, 1, 1, 1, 1, 1, 1, 2, 1)
         assert await client.stats_totals() == client.model.totals()
         assert len(client.model.save()) == 16
@@ -87,6 +89,23 @@ async def test_a_refused_rule_is_an_error_and_in_no_lookup():
             await client.mapt_dmr_add(id=1)
 
 
+async def test_a_rule_that_no_server_got_has_no_verdict_and_can_be_added_again():
+    model = Model()
+    async with Client() as client:
+        model.fail_next(VALUE)
+        with pytest.raises(Error, match="0x6006"):
+            await client.mapt_bmr_add(**RULE)
+        model.pause(True)
+        rule = client.mapt_bmr_add(**RULE)
+        await settled()
+        model.close()
+        with pytest.raises(Unreachable):
+            await rule
+        with Model() as model:
+            await client.mapt_bmr_add(**RULE)
+            assert model.lookup("192.0.2.7")[1:] == (1, 2, 24)
+
+
 async def test_a_rule_is_installed_again_when_a_new_server_has_it_under_another_index():
     with Model() as model:
         client = await Client().__aenter__()
@@ -102,8 +121,9 @@ async def test_a_rule_is_installed_again_when_a_new_server_has_it_under_another_
 async def test_an_unanswered_command_times_out_and_its_late_answer_is_ignored(clock):
     async with Client(timeout=2) as client:
         client.model.hold()
-        late, patient, endless = (
+        late, later, patient, endless = (
             client.timeout_set(**UDP),
+            client.timeout_set(**UDP, timeout=4),
             client.pool_add(**POOL, timeout=9),
             client.pool_del(id=9, timeout=math.inf),
         )
@@ -115,33 +135,54 @@ async def test_an_unanswered_command_times_out_and_its_late_answer_is_ignored(cl
         clock(0.2)
         with pytest.raises(TimedOut):
             await late
+        clock(2)
+        await settled()
+        assert type(later.exception()) is TimedOut
         with pytest.raises(TimedOut):
             asks = asyncio.ensure_future(client.stats_pools(timeout=3))
             await settled()
             clock(3)
             await asks
+        refused = [client.pool_del(id=9) for _ in range(3)]
         client.model.release()
         await patient
-        with pytest.raises(Error) as refusal:
-            await endless
-        assert refusal.value.code == NO_ENTRY
+        for future in (endless, *refused):
+            with pytest.raises(Error) as refusal:
+                await future
+            assert refusal.value.code == NO_ENTRY
         with pytest.raises(ValueError, match="timeout 0"):
             client.timeout_set(**UDP, timeout=0)
+        many = [client.timeout_set(**UDP) for _ in range(20_000)]
+        clock(2.5)
+        await asyncio.gather(*many)  # their answers come in time, but it takes several turns to process them
 
 
 async def test_a_cancelled_command_disturbs_no_other():
     async with Client() as client:
         client.model.hold()
-        cancelled, kept = client.pool_del(id=9), client.pool_add(**POOL)
+        cancelled, refused = ([client.pool_del(id=9) for _ in range(5)] for _ in range(2))
+        kept = client.pool_add(**POOL)
         walk = asyncio.ensure_future(client.stats_pools())
         await settled()
-        cancelled.cancel()
-        walk.cancel()
+        for future in (*cancelled, walk):
+            future.cancel()
         later = [client.timeout_set(**UDP) for _ in range(300)]
         await settled()
         client.model.release("shuffled")
         await asyncio.gather(kept, *later)
+        assert [future.exception().code for future in refused] == [NO_ENTRY] * 5
         assert [pool.id for pool in await client.stats_pools()] == [1]
+
+
+async def test_the_slot_of_a_failed_command_is_used_again():
+    async with Client() as client:
+        slots = set()
+        for _ in range(9):
+            future = client.pool_del(id=9)
+            slots.update(client._futures)
+            with pytest.raises(Error, match="0x6003"):
+                await future
+        assert len(slots) == 1
 
 
 async def test_commands_end_with_the_server_that_had_them():
@@ -170,12 +211,34 @@ async def test_commands_end_with_the_server_that_had_them():
             pass
 
 
+async def test_a_load_that_finds_a_new_server_ends_what_the_old_one_had():
+    model = Model()
+    async with Client() as client:
+        model.silent(True)
+        taken = client.timeout_set(**UDP)
+        await settled()
+        model.silent(False)
+        model.hold()
+        load = asyncio.ensure_future(client.load(batch_of(3), window=1))
+        await settled()
+        model.release()  # the next command of the load goes to the new server
+        model.close()
+        with Model() as model:
+            await load
+            assert model.totals().rules == 2
+            with pytest.raises(ServerGone):
+                await taken
+
+
 async def test_outstanding_commands_fail_as_not_bound_when_the_client_ends():
     async with Client() as client:
         client.model.hold()
         futures = [client.timeout_set(**UDP), asyncio.ensure_future(client.stats_pools())]
         futures += [asyncio.ensure_future(client.load(batch_of(5)))]
         await settled()
+        for _ in range(2):  # they do not wait for the others; the first may end in a turn that was planned before
+            with pytest.raises(TimedOut):
+                await client.timeout_set(**UDP, timeout=0.05)
         with pytest.raises(RuntimeError, match="another client"):
             async with Client():
                 pass
@@ -214,6 +277,7 @@ async def test_another_thread_may_not_call_but_its_garbage_collector_may_end_a_q
             client.model.close,
             lambda: client.model.delay(1),
             Model,
+            lambda: asyncio.run(Client().__aenter__()),
         ]
 
         def misuse():
@@ -221,8 +285,10 @@ async def test_another_thread_may_not_call_but_its_garbage_collector_may_end_a_q
                 with pytest.raises(RuntimeError, match="another event loop|outside the event loop|no running event loop"):
                     use()
             query.close()  # the garbage collector does the same, in any thread
+            assert client.outstanding == 1
 
-        await asyncio.to_thread(misuse)
+        with ThreadPoolExecutor() as threads:
+            threads.submit(misuse).result()  # the event loop does not run meanwhile
         await settled()
         assert client.is_bound and client.outstanding == 0
 
@@ -247,18 +313,20 @@ async def test_a_batch_is_loaded_through_a_window():
         assert client.model.lookup("10.11.184.1").rule_id == 3000
         again = Batch()
         again.timeout_set(**UDP)
-        for i in (1, 2, 3001):
+        for i in (1, 2, 3001, 3002):
             again.mapt_bmr_del(
                 rule_id=i, domain_id=1, v6_prefix=f"2001:0:{i:x}::/48", v4_prefix=f"10.{i >> 8}.{i & 255}.0/24"
             )
         with pytest.raises(
-            LoadFailed, match="1 of 4 commands failed, the first at 3: the server has no such entry"
+            LoadFailed, match="2 of 5 commands failed, the first at 3: the server has no such entry"
         ) as failed:
             await client.load(again)
-        assert {place: error.code for place, error in failed.value.failures.items()} == {3: NO_ENTRY}
+        assert {place: error.code for place, error in failed.value.failures.items()} == {3: NO_ENTRY, 4: NO_ENTRY}
         client.model.hold()
+        commands = client.model.counts().commands
         stopped = asyncio.ensure_future(client.load(again, window=2))
         await settled()
+        assert client.model.counts().commands == commands + 2
         stopped.cancel()
         client.model.release()
         await client.timeout_set(**UDP)
@@ -270,19 +338,30 @@ async def test_a_batch_is_loaded_through_a_window():
 
 
 async def test_the_client_knows_when_the_channel_is_full_and_when_it_has_room():
-    async with Client(timeout=math.inf) as client:
-        client.model.pause(True)
+    async def fill():
+        model.pause(True)
         futures = []
         while not client.is_throttled and len(futures) < 100_000:
             futures += [client.session_clear() for _ in range(1000)]
             await asyncio.sleep(0)
         assert client.is_throttled and client.outstanding == len(futures)
-        drained = asyncio.ensure_future(client.may_send())
+        return futures
+
+    model = Model()
+    async with Client(timeout=math.inf) as client:
+        futures = await fill()
+        gone, drained = (asyncio.ensure_future(client.may_send()) for _ in range(2))
         await settled()
         assert not drained.done()
-        client.model.pause(False)
+        gone.cancel()
+        model.pause(False)
         await drained
         await asyncio.gather(*futures)
+        futures = await fill()
+        model.close()
+        await client.may_send()
+        ends = await asyncio.gather(*futures, return_exceptions=True)
+        assert {type(end) for end in ends} == {Unreachable}
 
 
 async def test_unsolicited_messages_reach_their_handlers():

@@ -1,11 +1,13 @@
 """Queries of a client: statistics, the configuration, session walks, and what a model saves and restores."""
 
+import asyncio
 from ipaddress import ip_address
 
 import pytest
 from conftest import VALUE, settled
 
-from fwx_nat64 import Batch, Client, Error, Model
+from fwx_nat64 import Batch, Client, Error, Model, Sessions
+from fwx_nat64._commands import FULLSESSION_ENTRIES
 
 
 async def with_sessions(client, count):
@@ -79,6 +81,18 @@ async def test_a_walk_shows_each_session_once_with_both_sides():
         short = [session async for session in client.sessions(src="2001:db8:64::7")]
         assert short == [(eighth.id, eighth.src, eighth.dst, 1031, 443, "udp", 3, 0)]
         assert (eighth.pool_addr, eighth.mapping_id, eighth.pool_id) == (ip_address("192.0.2.8"), 3, 1)
+        await client.smapping_add(id=9, addr1="2001:db8::1", addr2="192.0.2.9")
+        static = [session async for session in client.sessions(src="2001:db8::1")]
+        assert [(session.mapping_id, session.protocol) for session in static] == [(9, 0)]  # it has no name
+
+
+async def test_a_walk_that_gets_sessions_in_another_format_ends_with_an_error():
+    async with Client() as client:
+        await with_sessions(client, 10)
+        walk = Sessions(client, bytes(88), 10, 1000, FULLSESSION_ENTRIES, 3)  # the server does not know format 3
+        with pytest.raises(Error, match="the server sends its sessions in another format"):
+            await walk.next_page()
+        assert client.outstanding == 0
 
 
 @pytest.mark.parametrize(
@@ -119,14 +133,33 @@ async def test_a_walk_that_is_left_ends_and_takes_no_more_from_the_server():
         await client.timeout_set(type=1, value=1)
 
 
+async def test_a_query_that_is_being_answered_does_not_time_out(clock):
+    async def ids():
+        return [session.src_port - 1024 async for session in client.sessions()]
+
+    async with Client(timeout=2) as client:
+        await with_sessions(client, 4)
+        client.model.reply_limit(1)  # one session in each reply
+        client.model.delay(1.5)
+        walk = asyncio.ensure_future(ids())
+        for _ in range(4):
+            await settled()
+            clock(1.5)
+        assert await walk == [0, 1, 2, 3]
+
+
 async def test_a_model_is_restored_from_the_saved_state_of_another():
     async with Client() as client:
         await with_sessions(client, 0)
         await client.mapt_bmr_add(rule_id=1, domain_id=2, v6_prefix="2001:db8::/32", v4_prefix="192.0.2.0/24")
         saved = client.model.save()
+    with pytest.raises(Error, match="invalid argument"):
+        Model(listen="no/name")  # it does not stay
     with Model() as model:
         model.restore(saved)
         assert model.totals().pools == model.totals().dynamic_mappings == model.totals().rules == 1
         assert model.save() == saved
+        with pytest.raises(Error, match="0x6004"):
+            model.restore(saved)
     with pytest.raises(Error, match="the model is closed"):
         model.totals()
