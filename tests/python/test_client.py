@@ -338,30 +338,33 @@ async def test_a_batch_is_loaded_through_a_window():
 
 
 async def test_the_client_knows_when_the_channel_is_full_and_when_it_has_room():
+    batch = Batch()
+    batch.interface_set(ifh=1)
+    batch.commands *= 100_000
+
     async def fill():
         model.pause(True)
-        futures = []
-        while not client.is_throttled and len(futures) < 100_000:
-            futures += [client.session_clear() for _ in range(1000)]
-            await asyncio.sleep(0)
-        assert client.is_throttled and client.outstanding == len(futures)
-        return futures
+        load = asyncio.ensure_future(client.load(batch, window=len(batch)))
+        await settled()
+        assert client.is_throttled and client.outstanding == 100_000
+        return load
 
     model = Model()
     async with Client(timeout=math.inf) as client:
-        futures = await fill()
+        load = await fill()
         gone, drained = (asyncio.ensure_future(client.may_send()) for _ in range(2))
         await settled()
         assert not drained.done()
         gone.cancel()
         model.pause(False)
         await drained
-        await asyncio.gather(*futures)
-        futures = await fill()
+        await load
+        load = await fill()
         model.close()
         await client.may_send()
-        ends = await asyncio.gather(*futures, return_exceptions=True)
-        assert {type(end) for end in ends} == {Unreachable}
+        with pytest.raises(LoadFailed) as failed:
+            await load
+        assert {type(error) for error in failed.value.failures.values()} == {Unreachable}
 
 
 async def test_unsolicited_messages_reach_their_handlers():
