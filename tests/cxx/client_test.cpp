@@ -2,6 +2,8 @@
  * messages, exceptions, and the loss of a channel. */
 #include "cxx_fixture.h"
 
+#include <malloc.h>
+
 #include "fwx_host/fault.h"
 #include "fwx_nat64/server_result.h"
 
@@ -65,6 +67,13 @@ TEST_F(cxx_client_test_t, the_verdict_on_a_rule_is_the_servers_and_not_the_rule_
         co_return co_await c.mapt_bmr_del(a_rule(7));
     };
     EXPECT_TRUE(run(del(*client)).orders_cleanup);
+    EXPECT_TRUE(client->mapt_bmr_add(a_rule(9), [this](const auto &) { client->close(); }));
+    EXPECT_TRUE(client->mapt_bmr_add(a_rule(10), [this](const nat64::rule_result &unanswered) {
+        EXPECT_FALSE(unanswered.has_verdict);
+        ends_.push_back(unanswered.error);
+    }));
+    pump();
+    EXPECT_EQ(ends_, std::vector({not_ready_}));
 }
 
 TEST_F(cxx_client_test_t, a_callback_can_read_the_servers_verdict_on_a_rule_in_c) {
@@ -113,8 +122,8 @@ TEST_F(cxx_client_test_t, an_unanswered_command_ends_at_its_deadline_and_its_lat
     nat64::task<> slow = keep(client->pool_add(a_pool(1)).within(50ms));
     client->deadline_set(80ms);
     nat64::task<> slower = keep(client->pool_add(a_pool(2)));
-    slow.start();
     slower.start();
+    slow.start();
     fwx_host_clock_turn(49);
     pump();
     EXPECT_TRUE(ends_.empty());
@@ -260,11 +269,38 @@ TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next
     pump();
     EXPECT_EQ(ends_.back(), nat64::nat64_error(0));
     EXPECT_TRUE(client->is_connected());
+    model->silent_set(true);
+    nat64::task<> replaced = keep(client->pool_add(a_pool(2)));
+    EXPECT_TRUE(client->pool_add(a_pool(3), [&](const nat64::result &) {
+        model->silent_set(false);
+        replaced = keep(client->pool_add(a_pool(2)));
+        replaced.start();
+    }));
+    replaced.start();
+    pump();
+    model->drop_clients();
+    pump();
+    EXPECT_TRUE(replaced.done());
+    EXPECT_EQ(ends_.back(), nat64::nat64_error(0)) << "it was sent through another channel";
     model.reset();
     pump();
     nat64::task<> alone = keep(client->pool_add(a_pool(1)));
     alone.start();
     EXPECT_EQ(ends_.back(), nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
+}
+
+TEST_F(cxx_client_test_t, a_client_that_replaces_another_in_a_callback_is_not_told_that_the_channel_was_lost) {
+    bool was_told = false;
+    model->silent_set(true);
+    EXPECT_TRUE(client->pool_add(a_pool(1), [&](const nat64::result &) {
+        model->silent_set(false);
+        client.emplace("test", loop.get(), nat64::handlers{.lost = [&] { was_told = true; }}, fwx::host::adapter);
+    }));
+    pump();
+    model->drop_clients();
+    pump();
+    EXPECT_TRUE(client->is_connected());
+    EXPECT_FALSE(was_told);
 }
 
 TEST_F(cxx_client_test_t, a_wait_for_room_ends_when_there_is_room_or_the_channel_is_gone) {
@@ -323,6 +359,7 @@ TEST_F(cxx_client_test_t, unsolicited_messages_reach_their_handlers) {
 TEST_F(cxx_client_test_t, unsolicited_messages_can_be_awaited_until_the_client_ends) {
     using kind_t = nat64::notification_kind;
     std::string told;
+    std::string told_too;
     const auto listen = [](nat64::client &c, std::string &into, bool &has_ended) -> nat64::task<> {
         auto stream = c.notifications();
         while (const auto each = co_await stream.next()) {
@@ -334,8 +371,9 @@ TEST_F(cxx_client_test_t, unsolicited_messages_can_be_awaited_until_the_client_e
         has_ended = true;
     };
     bool has_ended = false;
-    nat64::task<> listener = listen(*client, told, has_ended);
-    listener.start();
+    nat64::task<> listeners[] = {listen(*client, told, has_ended), listen(*client, told_too, has_ended)};
+    for (nat64::task<> &each : listeners)
+        each.start();
     nat64::notification_stream late = client->notifications();
     {
         const nat64::notification_stream dropped = client->notifications();
@@ -344,7 +382,7 @@ TEST_F(cxx_client_test_t, unsolicited_messages_can_be_awaited_until_the_client_e
     }
     ASSERT_EQ(model->notify_mapping(42, true, 1), 0u);
     pump();
-    EXPECT_EQ(told, "12 42 ");
+    EXPECT_EQ(told + told_too, "12 42 12 42 ");
     for (int i = 0; i < 2500; ++i) {
         ASSERT_EQ(model->notify_event(), 0u);
         pump();
@@ -361,6 +399,23 @@ TEST_F(cxx_client_test_t, unsolicited_messages_can_be_awaited_until_the_client_e
     };
     EXPECT_EQ(run(count(late)), nat64::notification_stream::kept_most);
     EXPECT_EQ(late.missed(), 1502u);
+}
+
+TEST_F(cxx_client_test_t, a_stream_that_is_read_but_never_empty_does_not_grow) {
+    const auto in_use = [] {
+        const struct mallinfo2 heap = mallinfo2();
+        return heap.uordblks + heap.hblkhd;
+    };
+    nat64::notification_stream stream = client->notifications();
+    const auto read_one = [&]() -> nat64::task<bool> { co_return (co_await stream.next()).has_value(); };
+    ASSERT_EQ(model->notify_event(), 0u);
+    const size_t before = in_use();
+    for (int i = 0; i < 10000; ++i) {
+        ASSERT_EQ(model->notify_event(), 0u);
+        pump();
+        ASSERT_TRUE(run(read_one()));
+    }
+    EXPECT_LT(in_use(), before + 4 * nat64::notification_stream::kept_most * sizeof(nat64::notification));
 }
 
 TEST_F(cxx_client_test_t, a_stream_or_walk_and_the_coroutine_that_awaits_it_may_be_destroyed_in_either_order) {
@@ -396,7 +451,7 @@ TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone)
         run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(1)); }(*client)));
 }
 
-TEST_F(cxx_client_test_t, a_client_without_a_server_reports_it_and_leaves_nothing) {
+TEST_F(cxx_client_test_t, a_bind_that_fails_reports_it_and_leaves_nothing) {
     client.reset();
     model.reset();
     pump();
@@ -404,6 +459,14 @@ TEST_F(cxx_client_test_t, a_client_without_a_server_reports_it_and_leaves_nothin
     client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter, error);
     EXPECT_EQ(error, nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
     EXPECT_FALSE(client->is_open());
+    make_model();
+    for (const fwx_host_op_t failing : {FWX_HOST_OP_CGM_REGISTER, FWX_HOST_OP_SYNC_SEND, FWX_HOST_OP_COUNT}) {
+        fwx_host_fault_arm(failing, 1, 0);
+        client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter, error);
+        const bool is_good = failing == FWX_HOST_OP_COUNT;
+        EXPECT_EQ(error, nat64::nat64_error(is_good ? 0 : FWX_HOST_ERR_FAULT)) << fwx_host_op_name(failing);
+        EXPECT_EQ(client->is_open(), is_good);
+    }
 }
 
 TEST_F(cxx_client_test_t, a_task_keeps_its_exception_for_the_coroutine_that_awaits_it) {
@@ -458,7 +521,7 @@ TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_a_full_channel_and_awaited
     const nat64::result refused = fill_up(*client, was_throttled);
     EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
     EXPECT_EQ(refused.error, nat64::client_errc::no_room);
-    EXPECT_FALSE(refused.was_sent);
+    EXPECT_TRUE(refused.code() == 0 && !refused.was_sent);
     std::vector<std::string> ended;
     const auto wait = [&](const char *name, auto awaitable) -> nat64::task<> {
         ended.push_back(name + std::string((co_await awaitable) ? "" : " failed"));
@@ -545,11 +608,18 @@ TEST_F(cxx_client_test_t, commands_and_lists_that_wait_for_room_end_with_the_cli
     fill_up(*client, was_throttled);
     nat64::task<> one = keep(client->pool_add(a_pool(1)));
     one.start();
-    nat64::task<> window = [](nat64::client &c) -> nat64::task<> {
+    const auto window_of = [](nat64::client &c) -> nat64::task<> {
         const auto sum = co_await nat64::when_all(3, 2, [&](size_t) { return c.pool_add(a_pool(2)); });
         EXPECT_EQ(sum.failed, 3u);
-    }(*client);
+    };
+    nat64::task<> window = window_of(*client);
     window.start();
+    const size_t waiting = client->outstanding();
+    {
+        nat64::task<> dropped = window_of(*client);
+        dropped.start();
+    }
+    EXPECT_EQ(client->outstanding(), waiting);
     nat64::task<> list = [](nat64::client &c) -> nat64::task<> {
         const auto pools = co_await c.stats_pools();
         EXPECT_TRUE(pools.error && !pools.was_sent);
@@ -571,8 +641,13 @@ TEST_F(cxx_client_test_t, an_exception_reaches_the_awaiting_coroutine_from_a_cal
     /* Pool 0 is refused at once, pool 1 is answered. */
     for (const size_t at : {size_t{0}, size_t{1}}) {
         const auto window = [&](nat64::client &c) -> nat64::task<> {
-            co_await nat64::when_all(
-                3, 2, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(i))); }, thrower(at));
+            try {
+                co_await nat64::when_all(
+                    3, 2, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(i))); }, thrower(at));
+            } catch (const std::runtime_error &) {
+                EXPECT_EQ(c.outstanding(), 0u);
+                throw;
+            }
         };
         EXPECT_THROW(run(window(*client)), std::runtime_error) << at;
         const auto maker = [&](nat64::client &c) -> nat64::task<> {
@@ -597,10 +672,12 @@ TEST_F(cxx_client_test_t, an_exception_reaches_the_awaiting_coroutine_from_a_cal
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
-TEST_F(cxx_client_test_t, an_exception_of_a_send_that_is_repeated_for_room_reaches_the_coroutine_that_awaits_several) {
+TEST_F(cxx_client_test_t, an_error_or_exception_of_a_send_that_is_repeated_for_room_reaches_the_coroutine) {
     model->pause_set(true);
     bool was_throttled = false;
     fill_up(*client, was_throttled);
+    nat64::task<> refused = keep(client->pool_add(a_pool(1)));
+    refused.start();
     const auto both_of = [](nat64::client &c) -> nat64::task<> {
         const auto again = [calls = 0](void *pal_ctx) mutable {
             if (calls++ != 0) throw std::runtime_error("thrown");
@@ -610,8 +687,10 @@ TEST_F(cxx_client_test_t, an_exception_of_a_send_that_is_repeated_for_room_reach
     };
     nat64::task<> both = both_of(*client);
     both.start();
+    fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, 0);
     model->pause_set(false);
     pump();
+    EXPECT_EQ(ends_, std::vector({nat64::nat64_error(FWX_HOST_ERR_FAULT)}));
     ASSERT_TRUE(both.done());
     EXPECT_THROW(both.get(), std::runtime_error);
     EXPECT_EQ(client->outstanding(), 0U);
@@ -649,7 +728,9 @@ TEST_F(cxx_client_test_t, exceptions_of_callbacks_handlers_and_unawaited_tasks_r
         pump();
     }
     EXPECT_THROW(run(thrower(*client)), std::runtime_error) << "an awaited error does not reach the handler";
-    EXPECT_EQ(heard, "callback page ended event task ");
+    EXPECT_TRUE(client->pool_add(a_pool(1), [](const nat64::result &) { throw std::runtime_error("close "); }));
+    client->close();
+    EXPECT_EQ(heard, "callback page ended event task close ");
 }
 
 TEST_F(cxx_client_test_t, times_out_of_range_are_errors_at_the_call_and_zero_is_now) {

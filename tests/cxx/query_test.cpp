@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "cxx_fixture.h"
+#include "fwx_host/fault.h"
 
 namespace nat64 = fwx::nat64;
 using namespace std::chrono_literals;
@@ -19,16 +20,20 @@ protected:
     }
 };
 
-/** The reply of the lying server to every query, from the result on. */
+/** The reply of the lying server to every query, from the result on, and a second reply unless it is empty. */
 std::vector<uint8_t> scripted;
+std::vector<uint8_t> scripted_next;
 
 constexpr fwx_host_server_ops_t liar = {
     nullptr, nullptr,
     [](void *, fwx_host_peer_t *peer, const void *msg, size_t) {
-        std::vector<uint8_t> message(static_cast<const uint8_t *>(msg), static_cast<const uint8_t *>(msg) + 32);
-        if (message[0] < 3) return; /* a message of the connection set-up */
-        message.insert(message.end(), scripted.begin(), scripted.end());
-        fwx_host_peer_send(peer, message.data(), message.size());
+        const std::vector<uint8_t> head(static_cast<const uint8_t *>(msg), static_cast<const uint8_t *>(msg) + 32);
+        if (head[0] < 3) return; /* a message of the connection set-up */
+        for (const std::vector<uint8_t> &reply : {scripted, scripted_next}) {
+            std::vector<uint8_t> message = head;
+            message.insert(message.end(), reply.begin(), reply.end());
+            if (!reply.empty()) fwx_host_peer_send(peer, message.data(), message.size());
+        }
     },
     [](void *, fwx_host_peer_t *, const void *msg, size_t, void *answer, size_t) -> size_t {
         std::memset(answer, 0, sizeof(fwx_nat64_sync_reply_t));
@@ -59,11 +64,19 @@ TEST_F(cxx_query_test_t, a_list_is_whole_however_many_replies_and_queries_it_tak
     EXPECT_EQ(seen, 300u);
     std::string ended;
     seen = 0;
-    EXPECT_TRUE(
-        client->stats_pools([&](std::span<const fwx_nat64_stats_pool_entry_t> entries) { seen += entries.size(); },
-                            [&](const nat64::result &got) { ended = got.error.message(); }));
+    const auto held = std::make_shared<int>();
+    EXPECT_TRUE(client->stats_pools(
+        [&, held](std::span<const fwx_nat64_stats_pool_entry_t> entries) { seen += entries.size(); },
+        [&](const nat64::result &got) { ended = got.error.message(); }));
     pump();
     EXPECT_EQ(ended + ' ' + std::to_string(seen), "Success 2500");
+    EXPECT_EQ(held.use_count(), 1) << "the functions are destroyed with the list";
+    for (uint32_t id = 1; id <= 2001; ++id)
+        ASSERT_TRUE(client->smapping_add(nat64::static_mapping{.id = id}, [](const nat64::result &) {}));
+    const auto mappings = [](nat64::client &c) -> nat64::task<size_t> {
+        co_return (co_await c.stats_mappings()).size();
+    };
+    EXPECT_EQ(run(mappings(*client)), 2001u);
 }
 
 TEST_F(cxx_query_test_t, single_records_and_the_other_lists_come_with_their_values) {
@@ -117,6 +130,13 @@ TEST_F(cxx_query_test_t, a_walk_gives_every_page_even_those_that_came_while_nobo
     };
     EXPECT_EQ(run(short_form(*client)), 100u) << "the walk is dropped after its first page";
     EXPECT_EQ(client->outstanding(), 0u);
+    client->close();
+    const auto refused = [](nat64::client &c) -> nat64::task<uint32_t> {
+        auto sessions = c.sessions();
+        EXPECT_FALSE(co_await sessions.next());
+        co_return sessions.end().code();
+    };
+    EXPECT_EQ(run(refused(*client)), FWX_NAT64_ERR_NOT_READY);
 }
 
 TEST_F(cxx_query_test_t, walks_beyond_the_servers_limit_wait_until_others_end) {
@@ -151,6 +171,30 @@ TEST_F(cxx_query_test_t, walks_beyond_the_servers_limit_wait_until_others_end) {
     EXPECT_EQ(callback.code(), FWX_NAT64_MODEL_ERR_TOO_MANY);
     EXPECT_GT(model->counts().refused, 150u - FWX_NAT64_MODEL_LISTS_MAX);
     EXPECT_EQ(client->outstanding(), 0u);
+}
+
+TEST_F(cxx_query_test_t, a_list_that_waits_for_others_starts_though_one_before_it_was_dropped_or_fails) {
+    const auto code_of = [](nat64::client &c) -> nat64::task<uint32_t> { co_return (co_await c.stats_pools()).code(); };
+    nat64::task<uint32_t> waiting[] = {code_of(*client), code_of(*client), code_of(*client)};
+    model->fail_next(FWX_NAT64_MODEL_ERR_TOO_MANY, 3);
+    for (auto &each : waiting)
+        each.start();
+    const auto drop = [&](std::span<const fwx_nat64_stats_pool_entry_t>) {
+        waiting[0] = nat64::task<uint32_t>(nullptr);
+    };
+    const auto fail = [](const nat64::result &) { fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, 0); };
+    EXPECT_TRUE(client->stats_pools(drop, fail));
+    pump();
+    EXPECT_EQ(waiting[1].get(), FWX_HOST_ERR_FAULT);
+    EXPECT_EQ(waiting[2].get(), 0u);
+    {
+        auto sessions = client->sessions();
+        nat64::task<> walk = [](auto &of) -> nat64::task<> { co_await of.next(); }(sessions);
+        walk.start();
+    }
+    pump();
+    model->fail_next(FWX_NAT64_MODEL_ERR_TOO_MANY, 1);
+    EXPECT_EQ(run(code_of(*client)), FWX_NAT64_MODEL_ERR_TOO_MANY) << "the walk that was dropped is no longer counted";
 }
 
 TEST_F(cxx_query_test_t, a_list_whose_next_query_waits_for_room_is_counted_once) {
@@ -297,6 +341,8 @@ TEST_F(cxx_query_test_t, a_list_with_wrong_replies_ends_with_the_matching_error)
         bytes[24] = count;
         return bytes;
     };
+    std::vector<uint8_t> half = reply(0, 0, 0, 3, 3);
+    half.resize(half.size() - sizeof(fwx_nat64_stats_pool_entry_t) / 2);
     const struct {
         const char *what;
         std::vector<uint8_t> reply;
@@ -305,6 +351,7 @@ TEST_F(cxx_query_test_t, a_list_with_wrong_replies_ends_with_the_matching_error)
         {"refused", reply(9, 0, 0, 0, 0), nat64::nat64_error(9)},
         {"refused, short", std::vector<uint8_t>{9, 0, 0, 0}, nat64::nat64_error(9)},
         {"more entries than there are", reply(0, 0, 0, 3, 2), nat64::client_errc::list_short},
+        {"an entry that is cut off", half, nat64::client_errc::list_short},
         {"nothing, and more", reply(0, 1, 0, 0, 0), nat64::client_errc::list_empty},
         {"nothing, and a cookie", reply(0, 0, 1, 0, 0), nat64::client_errc::list_empty},
         {"the same cookie again", reply(0, 0, 1, 1, 1), nat64::client_errc::list_stalled},
@@ -357,6 +404,12 @@ TEST_F(cxx_query_test_t, a_list_with_wrong_replies_ends_with_the_matching_error)
         const std::error_code error = run(client->configuration()).error;
         EXPECT_EQ(error, row.is_good ? std::error_code() : nat64::client_errc::list_short) << row.what;
     }
+    scripted = scripted_next = page(48, 1, 5, 8);
+    scripted[8] = 1; /* more follows */
+    EXPECT_TRUE(run(client->configuration()));
+    scripted_next[16 + offsetof(fwx_nat64_config_page_t, boot_id)] = 2;
+    EXPECT_EQ(run(client->configuration()).error, nat64::client_errc::changing) << "a page of another run";
+    scripted_next.clear();
     client.reset();
     fwx_host_server_unregister(server);
 }

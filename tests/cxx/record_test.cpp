@@ -234,4 +234,5 @@ TEST(cxx_record_test, text_that_is_not_an_address_or_prefix_is_refused) {
     EXPECT_EQ(nat64::ip_address("192.0.2.254").text() + ' ' + nat64::ip_address("2001:DB8::1").text(),
               "192.0.2.254 2001:db8::1");
     EXPECT_EQ(nat64::ip_address::of_answer({0, {192, 0, 2, 1}}).text(), "192.0.2.1");
+    EXPECT_EQ(nat64::ip_address::of_answer({1, {0x20, 1, 0x0d, 0xb8}}).text(), "2001:db8::");
 }
