@@ -271,8 +271,12 @@ TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next
     EXPECT_TRUE(client->is_connected());
     model->silent_set(true);
     nat64::task<> replaced = keep(client->pool_add(a_pool(2)));
+    std::vector<std::error_code> later; /* of commands in slots that were free when the channel ended */
     EXPECT_TRUE(client->pool_add(a_pool(3), [&](const nat64::result &) {
         model->silent_set(false);
+        for (const uint32_t id : {4U, 5U}) {
+            EXPECT_TRUE(client->pool_add(a_pool(id), [&](const nat64::result &got) { later.push_back(got.error); }));
+        }
         replaced = keep(client->pool_add(a_pool(2)));
         replaced.start();
     }));
@@ -282,6 +286,7 @@ TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next
     pump();
     EXPECT_TRUE(replaced.done());
     EXPECT_EQ(ends_.back(), nat64::nat64_error(0)) << "it was sent through another channel";
+    EXPECT_EQ(later, std::vector(2, nat64::nat64_error(0)));
     model.reset();
     pump();
     nat64::task<> alone = keep(client->pool_add(a_pool(1)));

@@ -377,7 +377,7 @@ private:
         slot *next_free = nullptr;
         uint64_t deadline_ms = 0;
         uint64_t id = 0;       /* index in the low 32 bits, generation and own_bit above them */
-        uint64_t ended_id = 0; /* value of `id` when a channel ended last */
+        uint64_t ended_id = 0; /* value of `id` when a channel ended last; 0: it was free then */
         uint32_t tag = 0;      /* chosen by the owner */
         alignas(std::max_align_t) std::byte storage[storage_size];
     };
@@ -460,7 +460,8 @@ private:
         fwx_nat64_clnt_cleanup();
         active() = self;
         for (uint32_t index = 0; index < self->capacity(); ++index) {
-            self->at(index).ended_id = self->at(index).id;
+            slot &entry = self->at(index);
+            entry.ended_id = entry.owner != nullptr ? entry.id : 0;
         }
         const life_t life(*self);
         for (uint32_t index = 0; life && index < self->capacity(); ++index) {
