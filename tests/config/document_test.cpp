@@ -31,6 +31,7 @@ constexpr const char *shuffled =
     "\xef\xbb\xbf# every family, in no order\n"
     "mapt dmr add --id 9 --data 20010db8ffff000000000000000000004000000000000001\r\n"
     "mapt dmr add --id 8 --prefix 2001:db8:ffff::/64\n"
+    "mapt dmr add --id 7 --prefix ::/96\n"
     "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --params 16,6,9,0\n"
     "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff01::/48 --v4 192.0.2.128/25\n"
     "nvi enable --ifh 8\n"
@@ -77,6 +78,7 @@ constexpr const char *lines =
     "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff01::/48 --v4 192.0.2.128/25\n"
     "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 --psid-offset 6 "
     "--psid-len 9\n"
+    "mapt dmr add --id 7 --prefix ::/96\n"
     "mapt dmr add --id 8 --prefix 2001:db8:ffff::/64\n"
     "mapt dmr add --id 9 --data 20010db8ffff000000000000000000004000000000000001\n"
     "interface set --ifh 6 --enable 0 --mtu 1300\n"
@@ -131,6 +133,7 @@ constexpr const char *json =
 {"rule":2,"domain":1,"v6":"2001:db8:ff00::/40","v4":"192.0.2.128/25","ea_len":16,"psid_offset":6,"psid_len":9}
 ],
 "mapt dmr":[
+{"id":7,"prefix":"::/96"},
 {"id":8,"prefix":"2001:db8:ffff::/64"},
 {"id":9,"data":"20010db8ffff000000000000000000004000000000000001"}
 ],
@@ -148,13 +151,16 @@ constexpr const char *json =
 TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from) {
     const std::string same_json =
         R"({"items": {"nvi": [{"ifh": 8}], "mapt bmr": [{"params": [16, 6, 9, 0], "domain": 1,
-            "rule": "2", "v4": "192.0.2.128/25", "v6": "2001:db8:ff00::/40"}],
+            "rule": "2", "v4": "192.0.2.128/25", "v6": "2001:db8:ff00::/40"},
+            {"params": [15, 6, 8, 0], "domain": 1, "rule": 3, "v4": "192.0.2.0/25", "v6": "2001:db8::/40"}],
             "interface": [{"enable": true, "ifh": 8}], "timeout": [{"value": "2h4m", "type": 3}]}, "version": 1})";
     EXPECT_EQ(write_lines(load(same_json)),
               "# nat64 configuration version 1\n"
               "timeout set --type tcp-est --value 7440\n"
               "mapt bmr add --rule 2 --domain 1 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 "
               "--psid-offset 6 --psid-len 9\n"
+              "mapt bmr add --rule 3 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/25 --ea-len 15 "
+              "--psid-offset 6 --psid-len 8\n"
               "nvi enable --ifh 8\n");
     for (const char *text : {shuffled, lines, json}) {
         EXPECT_EQ(write_lines(load(text)), lines);
@@ -186,6 +192,9 @@ TEST(document_test, each_error_is_reported_with_its_line_and_field) {
          "line 6: pool: must go on with add, mod, del\n"
          "line 7: pool: --help, -- and ++ are not allowed in a document\n"
          "line 8: mapt dmr: --help, -- and ++ are not allowed in a document\n"},
+        {"nvi enable \\\n--ifh 1\nlimit add \\\n--value 1 \\\n--type 2\nnvi enable --ifh 1\n",
+         "line 3: limit add: --type 2: must be 1, or sessions [--type]\n"
+         "line 6: nvi enable: --ifh 1: line 1 has it already [--ifh]\n"},
         {"pool add --id 0 --param x --end 1\nlimit mod --type 1 --value 2\npool del --id 1\nreplication unset\n"
          "limit add --value 1 --value 2\nlimit add --type 1 --valu 1\nlimit add --type 2 --value\n"
          "range add --id 7 --start 192.0.2.1 --end 192.0.2.2\n",

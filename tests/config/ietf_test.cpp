@@ -398,7 +398,8 @@ TEST(ietf_test, each_item_without_a_place_in_the_standard_form_is_named) {
         "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.18/32 --psid-len 16\n"
         "mapt dmr add --id 1 --prefix 2001:db8:ffff::/64\n"
         "nvi enable --ifh 1\n"
-        "logging add --dest 192.0.2.9 --port 2055\n";
+        "logging add --dest 192.0.2.9 --port 2055\n"
+        "prefix add --prefix 2001:db8:100::/40 --kind stateless-v6v4\n";
     const std::string others =
         "line 4: timeout set: --type udp-min: has no place: there is no such timer in ietf-nat\n"
         "line 6: prefix add: --prefix 64:ff9b::/96 --kind stateless: has no place: ietf-nat has each prefix once, for "
@@ -411,7 +412,9 @@ TEST(ietf_test, each_item_without_a_place_in_the_standard_form_is_named) {
         "line 10: mapt dmr add: --id 1: has no place: ietf-softwire-br says one default rule, which is 1, within its "
         "basic rules\n"
         "line 11: interface set: --ifh 1: has no place: ietf-nat has no prefixes and MTU of interfaces\n"
-        "line 12: logging add: --dest 192.0.2.9 --port 2055: has no place: ietf-nat has nothing of the kind\n";
+        "line 12: logging add: --dest 192.0.2.9 --port 2055: has no place: ietf-nat has nothing of the kind\n"
+        "line 13: prefix add: --kind stateless-v6v4: has no place: ietf-nat has each prefix once, for stateful or "
+        "stateless translation\n";
     const converted_t strict = write(items);
     EXPECT_TRUE(strict.is_error);
     EXPECT_EQ(strict.problems,

@@ -337,16 +337,27 @@ TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
          "--end 10.0.0.24\npool add --id 3 --param 1 --start 10.0.0.25 --end 10.0.0.34",
          "--\npool mod --id 3 --param 1 --start 10.0.0.25 --end 10.0.0.34\npool mod --id 2 --param 1 --start 10.0.0.15 "
          "--end 10.0.0.24\npool mod --id 1 --param 1 --start 10.0.0.5 --end 10.0.0.14\n"},
-        /* Two pools swap their addresses: one is deleted first, with its range. */
+        /* A pool needs only the last address of one pool and the first of another. */
+        {"pool add --id 1 --param 1 --start 10.0.2.0 --end 10.0.2.9\npool add --id 2 --param 1 --start 10.0.0.0 --end "
+         "10.0.0.9\npool add --id 3 --param 1 --start 10.0.0.18 --end 10.0.0.19",
+         "pool add --id 1 --param 1 --start 10.0.0.9 --end 10.0.0.18\npool add --id 2 --param 1 --start 10.0.3.0 --end "
+         "10.0.3.9\npool add --id 3 --param 1 --start 10.0.4.0 --end 10.0.4.9",
+         "--\npool mod --id 2 --param 1 --start 10.0.3.0 --end 10.0.3.9\npool mod --id 3 --param 1 --start 10.0.4.0 "
+         "--end 10.0.4.9\npool mod --id 1 --param 1 --start 10.0.0.9 --end 10.0.0.18\n"},
+        /* Two pairs of pools swap their addresses: one of each is deleted first, with its range. */
         {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 2 --param 1 --start 10.0.0.10 --end "
-         "10.0.0.19\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start 10.0.2.0 --end "
-         "10.0.2.9",
+         "10.0.0.19\npool add --id 3 --param 1 --start 10.0.0.20 --end 10.0.0.29\npool add --id 4 --param 1 --start "
+         "10.0.0.30 --end 10.0.0.39\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start "
+         "10.0.2.0 --end 10.0.2.9\nrange add --id 3 --start 10.0.3.0 --end 10.0.3.9",
          "pool add --id 2 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 1 --param 1 --start 10.0.0.10 --end "
-         "10.0.0.19\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start 10.0.2.0 --end "
-         "10.0.2.9",
-         "range del --id 1 --start 10.0.1.0 --end 10.0.1.9\npool del --id 1 ends sessions\n--\npool mod --id 2 --param "
-         "1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 1 --param 1 --start 10.0.0.10 --end 10.0.0.19\nrange add "
-         "--id 1 --start 10.0.1.0 --end 10.0.1.9\n"},
+         "10.0.0.19\npool add --id 4 --param 1 --start 10.0.0.20 --end 10.0.0.29\npool add --id 3 --param 1 --start "
+         "10.0.0.30 --end 10.0.0.39\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start "
+         "10.0.2.0 --end 10.0.2.9\nrange add --id 3 --start 10.0.3.0 --end 10.0.3.9",
+         "range del --id 3 --start 10.0.3.0 --end 10.0.3.9\nrange del --id 1 --start 10.0.1.0 --end 10.0.1.9\npool del "
+         "--id 3 ends sessions\npool del --id 1 ends sessions\n--\npool mod --id 2 --param 1 --start 10.0.0.0 --end "
+         "10.0.0.9\npool add --id 1 --param 1 --start 10.0.0.10 --end 10.0.0.19\npool mod --id 4 --param 1 --start "
+         "10.0.0.20 --end 10.0.0.29\npool add --id 3 --param 1 --start 10.0.0.30 --end 10.0.0.39\nrange add --id 1 "
+         "--start 10.0.1.0 --end 10.0.1.9\nrange add --id 3 --start 10.0.3.0 --end 10.0.3.9\n"},
         /* Changes in place, and those that need a delete and an add. */
         {"dmapping add --id 1 --type 0\ndmapping add --id 2 --type 0\nlimit add --type 1 --value 1\nnvi enable --ifh "
          "1\ninterface set --ifh 2\nnvi enable --ifh 3\n"

@@ -25,6 +25,12 @@ protected:
         run(applier.apply());
         return applier.result();
     }
+    /** The ID of the rule that the library's table finds for an address of 192.0.2.0/24, or 0. */
+    uint32_t rule_found() const {
+        const fwx_nat64_addr_t address{FWX_NAT64_FAMILY_IPV4, {192, 0, 2, 1}};
+        fwx_nat64_model_match_t match{};
+        return model->lookup(&address, &match) ? match.rule_id : 0;
+    }
     void expect_from() const {
         EXPECT_EQ(model->timeout(1), 10U);
         EXPECT_EQ(model->totals().pools, 1U);
@@ -35,6 +41,8 @@ protected:
     const document_t none_{};
     const document_t from_ = read_document(before);
     const document_t to_ = read_document(after);
+    const document_t more_ =
+        read_document(before + "mapt bmr add --rule 7 --domain 6 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\n");
     const plan_t plan_{from_, to_};
     rule_book_t rules_;
 };
@@ -124,6 +132,21 @@ TEST_F(applier_test, an_applier_sends_nothing_more_once_it_or_its_task_is_destro
     }
 }
 
+TEST_F(applier_test, of_several_refusals_the_one_of_the_first_command_is_reported) {
+    for (const auto order : {fwx_nat64_model_order_t::in_order, fwx_nat64_model_order_t::reverse}) {
+        model->hold();
+        model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 2);
+        applier_t applier(*client, rules_, plan_);
+        auto task = applier.apply();
+        task.start();
+        pump();
+        model->release(order);
+        pump();
+        ASSERT_TRUE(task.done() && applier.result().refusal);
+        EXPECT_EQ(text_of(applier.result().refusal->command), steps[0]);
+    }
+}
+
 TEST_F(applier_test, a_rule_table_out_of_sync_with_the_server_is_reported) {
     model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
     fwx_host_fault_arm(FWX_HOST_OP_TBM_LEAF_INSERT, 1, 0);
@@ -177,6 +200,90 @@ TEST_F(applier_test, after_commands_without_an_answer_nothing_more_is_sent) {
     }
 }
 
+TEST_F(applier_test, a_command_that_the_server_never_got_means_a_lost_server_and_no_refusal) {
+    fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 0);
+    const apply_result_t result = apply(plan_);
+    EXPECT_TRUE(result.lost);
+    EXPECT_FALSE(result.refusal);
+    EXPECT_EQ(result.unanswered, 0U);
+    EXPECT_EQ(rule_found(), 5U);
+}
+
+TEST_F(applier_test, a_change_of_a_rule_that_is_not_made_leaves_the_table_as_it_was) {
+    for (const document_t *to : {&more_, &none_}) {
+        fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, 0);
+        EXPECT_TRUE(apply(plan_t(from_, *to)).refusal);
+        EXPECT_EQ(rules_.pending(), 0U);
+        EXPECT_EQ(rule_found(), 5U);
+    }
+    EXPECT_TRUE(apply(plan_t(none_, from_)).refusal) << "the server has it all already";
+    EXPECT_EQ(rules_.installed(), 1U);
+    EXPECT_EQ(rule_found(), 5U);
+}
+
+TEST_F(applier_test, rules_that_the_server_has_no_longer_leave_the_table) {
+    const auto others_delete = [this](uint32_t rule_id) {
+        const fwx_nat64_mapt_bmr_t rule = rules_.rules().at({rule_id, 6}).rule;
+        EXPECT_TRUE(client->mapt_bmr_del(rule, [](const fwx::nat64::rule_result &) {}));
+        pump();
+    };
+    ASSERT_TRUE(apply(plan_t(from_, more_)));
+    others_delete(7);
+    model->order_cleanup(true);
+    EXPECT_TRUE(apply(plan_t(from_, none_)));
+    EXPECT_EQ(rules_.installed(), 0U) << "the server has ordered a clean-up";
+    model->order_cleanup(false);
+    ASSERT_TRUE(apply(plan_t(none_, from_)));
+    others_delete(5);
+    EXPECT_TRUE(apply(plan_t(from_, none_)).refusal);
+    EXPECT_EQ(rules_.installed(), 0U) << "the server says that it has no such rule";
+    EXPECT_EQ(rule_found(), 0U);
+}
+
+TEST_F(applier_test, rules_that_were_pending_when_the_table_was_emptied_are_installed_when_they_are_answered) {
+    const document_t one = read_document("mapt bmr add --rule 7 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n");
+    const document_t other =
+        read_document("mapt bmr add --rule 8 --domain 6 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\n");
+    const plan_t plans[] = {{none_, one}, {none_, other}};
+    model->hold();
+    applier_t first(*client, rules_, plans[0]);
+    applier_t second(*client, rules_, plans[1]);
+    fwx::nat64::task<> tasks[] = {first.apply(), second.apply()};
+    tasks[0].start();
+    pump();
+    fwx_mapt_plu_cleanup();
+    rules_.emptied();
+    tasks[1].start();
+    pump();
+    model->release(fwx_nat64_model_order_t::in_order);
+    pump();
+    EXPECT_TRUE(tasks[0].done() && tasks[1].done());
+    EXPECT_EQ(rules_.installed(), 2U);
+    EXPECT_EQ(rule_found(), 7U);
+}
+
+TEST_F(applier_test, a_prefix_that_rules_share_is_found_until_the_last_of_them_is_gone) {
+    fwx_mapt_rule_hash_elem_t rule = rules_.rules().begin()->second;
+    for (uint8_t id = 6; id <= 7; ++id) {
+        rule.rule.rule_id = id;
+        rule.rule.v4_prefix[3] = rule.rule.v6_prefix[7] = id; /* behind the prefix, so it is not looked up */
+        EXPECT_EQ(rules_.found(rule), 0U);
+    }
+    for (uint32_t id = 5; id <= 7; ++id) {
+        EXPECT_EQ(rule_found(), 5U) << "they have its index";
+        EXPECT_EQ(rules_.missed(rules_.rules().at({id, 6}).rule), 0U);
+    }
+    EXPECT_EQ(rule_found(), 0U);
+}
+
+TEST_F(applier_test, the_table_follows_the_index_that_the_server_gives_a_rule) {
+    ASSERT_TRUE(apply(plan_t(from_, more_)));
+    fwx_mapt_rule_hash_elem_t rule = rules_.rules().begin()->second;
+    rule.mapt_bmr = rules_.rules().rbegin()->second.mapt_bmr;
+    EXPECT_EQ(rules_.found(rule), 0U);
+    EXPECT_EQ(rule_found(), 7U);
+}
+
 TEST_F(applier_test, default_rules_are_known_until_they_are_deleted) {
     const document_t more = read_document(before + "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
     EXPECT_TRUE(apply(plan_t(from_, more)));
@@ -192,6 +299,18 @@ TEST_F(applier_test, a_scrape_takes_as_many_pools_as_are_asked_for_and_tells_of_
         const scrape_t got = run(scrape(*client, most));
         EXPECT_EQ(got.pools.entries.size(), std::min(most, 2U));
         EXPECT_EQ(got.pools.has_more, most == 1);
+    }
+    model->reply_limit_set(1);
+    model->duplicate_set(2);
+    EXPECT_EQ(run(scrape(*client, 2)).pools.entries.size(), 2U) << "though the server sends each one twice";
+}
+
+TEST_F(applier_test, a_query_that_cannot_be_sent_leaves_its_part_of_a_scrape_empty) {
+    for (const uint32_t nth : {1U, 2U, 3U, 4U}) {
+        fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, nth, 0);
+        const scrape_t got = run(scrape(*client, 9));
+        EXPECT_EQ(got.totals.has_value(), nth != 1);
+        EXPECT_EQ(got.pools.entries.size(), nth == 2 ? 0U : 1U);
     }
 }
 

@@ -1,6 +1,9 @@
 /* Reconciling a server with documents while other clients change it too. */
 #include "reconcile/reconciler.h"
 
+#include <pthread.h>
+#include <sys/resource.h>
+
 #include "config/notation.h"
 #include "tests/cxx/cxx_fixture.h"
 #include "tests/reconcile/two_documents.h"
@@ -108,6 +111,16 @@ TEST_F(reconciler_test, a_refused_plan_is_rolled_back) {
     expect_held();
 }
 
+TEST_F(reconciler_test, a_refused_plan_is_not_rolled_back_if_nobody_can_say_that_it_is_alone) {
+    model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
+    fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 3, 0); /* of the query behind the two deletes */
+    const reconcile_result_t refused = reconcile(to);
+    ASSERT_TRUE(refused.applied.refusal);
+    EXPECT_FALSE(refused.applied.is_rolled_back);
+    EXPECT_EQ(refused.standing.size(), 1U);
+    expect_held();
+}
+
 TEST_F(reconciler_test, items_that_others_add_while_a_plan_is_refused_are_not_deleted) {
     const reconcile_result_t refused = reconcile(to, [this] {
         others_add_mapping(3); /* the plan adds the same one later */
@@ -158,6 +171,54 @@ TEST_F(reconciler_test, after_a_lost_server_it_is_read_again) {
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_TRUE(reconcile(to).is_in_sync);
     expect_held();
+}
+
+TEST_F(reconciler_test, a_server_that_was_restarted_since_it_was_read_is_read_again) {
+    model.reset();
+    make_model();
+    pump();
+    const reconcile_result_t got = reconcile(read_document(before + "limit add --type sessions --value 9\n"));
+    EXPECT_TRUE(got.applied);
+    EXPECT_FALSE(got.is_in_sync);
+    EXPECT_EQ(write_lines(reconciler->held()),
+              "# nat64 configuration version 1\nlimit add --type sessions --value 9\n");
+}
+
+TEST_F(reconciler_test, a_server_is_read_even_if_there_is_no_descriptor_or_no_thread_for_it) {
+    const auto expect_read = [this](uint32_t seconds) {
+        others_set_timeout(seconds);
+        pump();
+        EXPECT_FALSE(run(reconciler->read()));
+        EXPECT_NE(write_lines(reconciler->held()).find("--type icmp --value " + std::to_string(seconds) + "\n"),
+                  std::string::npos);
+    };
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {3, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    expect_read(7);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+
+    pthread_attr_t usual;
+    pthread_attr_t too_large;
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    ASSERT_EQ(pthread_attr_init(&too_large), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&too_large, size_t{1} << 47), 0); /* all addresses of the process */
+    ASSERT_EQ(pthread_setattr_default_np(&too_large), 0);
+    expect_read(8);
+    ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
+}
+
+TEST_F(reconciler_test, an_entry_that_no_command_makes_is_an_error) {
+    for (const uint32_t number : {FWX_NAT64_MSG_CONFIG, FWX_NAT64_MSG_MAPT_RULE, 0x7fffU}) {
+        fwx_nat64_config_entry_t entry{};
+        entry.number = static_cast<uint16_t>(number);
+        entry.op_code = 0x7fff;
+        nat64::running_configuration strange;
+        const auto *bytes = reinterpret_cast<const uint8_t *>(&entry);
+        strange.bytes.assign(bytes, bytes + sizeof entry);
+        EXPECT_EQ(server_document_of(strange).error, nat64::client_errc::unreadable);
+    }
 }
 
 TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {

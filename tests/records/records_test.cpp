@@ -246,6 +246,8 @@ TEST(records_test, every_field_is_held_to_its_bounds) {
             if (field.kind == record_kind_t::number && field.min > 0) bad.push_back(std::to_string(field.min - 1));
             if (field.kind == record_kind_t::number) bad.push_back(std::to_string(field.max + 1));
             if (field.kind == record_kind_t::ipv6_prefix) bad.push_back("::/" + std::to_string(field.max + 1));
+            if (field.kind == record_kind_t::ipv6_prefix) bad.push_back("2001:db8::/28");
+            if (field.kind == record_kind_t::ipv4_prefix) bad.push_back("192.0.2.192/25");
             if (field.kind == record_kind_t::bytes) bad.push_back(good_text(field) + "0");
             for (const std::string &text : bad) {
                 std::string line = record_command_text(*family, family->verbs);
