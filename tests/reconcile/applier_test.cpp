@@ -293,16 +293,18 @@ TEST_F(applier_test, default_rules_are_known_until_they_are_deleted) {
 }
 
 TEST_F(applier_test, a_scrape_takes_as_many_pools_as_are_asked_for_and_tells_of_more) {
-    const document_t two = read_document(before + "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.2\n");
-    ASSERT_TRUE(apply(plan_t(from_, two)));
-    for (const uint32_t most : {1U, 2U, 3U}) {
+    const document_t three = read_document(before +
+                                           "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.2\n"
+                                           "pool add --id 3 --param 1 --start 10.0.0.3 --end 10.0.0.4\n");
+    ASSERT_TRUE(apply(plan_t(from_, three)));
+    for (const uint32_t most : {1U, 2U, 3U, 4U}) {
         const scrape_t got = run(scrape(*client, most));
-        EXPECT_EQ(got.pools.entries.size(), std::min(most, 2U));
-        EXPECT_EQ(got.pools.has_more, most == 1);
+        EXPECT_EQ(got.pools.entries.size(), std::min(most, 3U));
+        EXPECT_EQ(got.pools.has_more, most < 3);
     }
-    model->reply_limit_set(1);
+    model->reply_limit_set(2 * sizeof(fwx_nat64_stats_pool_entry_t));
     model->duplicate_set(2);
-    EXPECT_EQ(run(scrape(*client, 2)).pools.entries.size(), 2U) << "though the server sends each one twice";
+    EXPECT_EQ(run(scrape(*client, 3)).pools.entries.size(), 3U) << "though the server sends the first two twice";
 }
 
 TEST_F(applier_test, a_query_that_cannot_be_sent_leaves_its_part_of_a_scrape_empty) {
