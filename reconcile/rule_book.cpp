@@ -103,7 +103,9 @@ uint32_t rule_book_t::found(const fwx_mapt_rule_hash_elem_t &rule) {
     const auto *held = reinterpret_cast<const uint8_t *>(&known->second.rule);
     const auto *told = reinterpret_cast<const uint8_t *>(&rule.rule);
     const bool is_same = known->second.mapt_bmr == rule.mapt_bmr && std::memcmp(held, told, sizeof rule.rule) == 0;
-    return is_same ? 0 : first_of(take_out(rule.rule), install(rule));
+    if (is_same) return 0;
+    const uint32_t code = take_out(rule.rule); /* first, because the table takes a rule once */
+    return first_of(code, install(rule));
 }
 
 void rule_book_t::emptied() {
