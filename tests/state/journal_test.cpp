@@ -140,6 +140,14 @@ TEST_F(journal_test, a_file_that_is_no_journal_is_refused_and_left_as_it_is) {
     EXPECT_EQ(content(), good) << "an older one is written anew";
     const std::string in_no_folder = directory_ + "/none/state";
     EXPECT_EQ(opened(in_no_folder), in_no_folder + ".new: No such file or directory");
+
+    simulated_disk_t disk;
+    disk.put("a", good);
+    for (const size_t read : {3, 4}) { /* behind opening and the file's status */
+        disk.arm(read, simulated_disk_t::fault_t::fails);
+        EXPECT_EQ(keeper_t("a", disk).open(), "a: Input/output error");
+        EXPECT_EQ(disk.content("a"), good);
+    }
 }
 
 TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_as_it_is) {
@@ -271,6 +279,7 @@ TEST_F(journal_test, a_torn_file_on_a_full_disk_is_read_and_saves_again_as_soon_
     for (const bool has_room_for_copy : {true, false}) {
         simulated_disk_t disk;
         disk.put("a", torn);
+        disk.put("a.damaged", "of an earlier crash");
         {
             keeper_t keeper("a", disk);
             disk.has_room = has_room_for_copy;
@@ -294,7 +303,8 @@ TEST_F(journal_test, a_torn_file_on_a_full_disk_is_read_and_saves_again_as_soon_
             EXPECT_EQ(keeper.journal().error(), "");
         }
         EXPECT_EQ(look_t("a", disk).keeper.lines, (lines_t{"a", "c", "d", "e"}));
-        EXPECT_EQ(disk.has("a.damaged"), has_room_for_copy);
+        ASSERT_EQ(disk.has("a.damaged"), has_room_for_copy);
+        EXPECT_EQ(has_room_for_copy ? disk.content("a.damaged") : torn, torn);
     }
 }
 

@@ -11,6 +11,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "state/directory.h"
+#include "tests/support/runtime_directory.h"
+
 namespace {
 
 class lock_test : public testing::Test {
@@ -65,6 +68,12 @@ TEST_F(lock_test, it_is_waited_for_as_long_as_the_caller_likes_the_holder) {
     lock_t first(path_, "natctl");
     ASSERT_EQ(first.take(), "");
     lock_t second(path_, "natctl");
+    EXPECT_NE(second.take(std::chrono::milliseconds(50),
+                          [](const std::string &) {
+                              ADD_FAILURE() << "the name can still be that of an earlier holder";
+                              return false;
+                          }),
+              "");
     {
         std::string asked_about;
         EXPECT_NE(second.take(std::chrono::hours(1),
@@ -105,6 +114,27 @@ TEST_F(lock_test, the_lock_of_a_process_that_was_killed_is_free_and_its_name_is_
     close(told[1]);
     EXPECT_EQ(lock.take(), "");
     EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
+}
+
+TEST_F(lock_test, a_lock_is_free_though_a_program_that_its_holder_started_lives_on) {
+    lock_t first(path_, "nat64d");
+    ASSERT_EQ(first.take(), "");
+    FILE *program = popen("cat", "we"); /* until its input ends */
+    ASSERT_NE(program, nullptr);
+    first.release();
+    EXPECT_EQ(lock_t(path_, "natctl").take(), "");
+    pclose(program);
+}
+
+TEST_F(lock_test, directories_that_are_missing_are_made_for_their_user_alone) {
+    const runtime_directory_t runtime;
+    const std::string parent = runtime.path() + "/state";
+    EXPECT_EQ(make_state_directory(parent + "/fwx/edge"), "");
+    for (const char *made : {"", "/fwx", "/fwx/edge"}) {
+        EXPECT_EQ(std::filesystem::status(parent + made).permissions(), std::filesystem::perms(0700)) << made;
+    }
+    std::ofstream(parent + "/file").flush();
+    EXPECT_EQ(make_state_directory(parent + "/file/edge"), parent + "/file/edge: Not a directory");
 }
 
 TEST_F(lock_test, a_lock_file_that_is_not_of_this_user_alone_is_refused) {

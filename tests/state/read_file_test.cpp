@@ -103,6 +103,9 @@ TEST_F(read_file_test, a_stream_is_read_up_to_the_limit) {
     std::ifstream endless("/dev/zero");
     EXPECT_FALSE(read_stream(endless, "standard input", error, 70000));
     EXPECT_EQ(error, "standard input: is at least 131072 bytes long; the most that is read is 70000");
+    std::ifstream unreadable(path(""));
+    EXPECT_FALSE(read_stream(unreadable, "standard input", error)) << "an error is not an end";
+    EXPECT_EQ(error, "standard input: Is a directory");
 }
 
 TEST_F(read_file_test, lines_are_read_from_files_pipes_terminals_and_no_device_but_the_null_device) {

@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
 #include "config/notation.h"
+#include "state/time_text.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
@@ -43,7 +45,9 @@ protected:
 TEST_P(versions_test, a_version_comes_back_as_it_was_added) {
     EXPECT_EQ(read(0), write_lines(document_t())) << "before the first one there was nothing";
     EXPECT_EQ(read(1), "version 1: must be 0 to 0");
+    setenv("SUDO_USER", "two words", 1); /* not taken, because a version could not be read again */
     EXPECT_EQ(add("config apply a\nfile", &text_), "");
+    unsetenv("SUDO_USER");
     EXPECT_EQ(add("pool add", nullptr), "");
     const std::vector<version_t> all = versions().all();
     ASSERT_EQ(all.size(), 2U);
@@ -52,6 +56,7 @@ TEST_P(versions_test, a_version_comes_back_as_it_was_added) {
     EXPECT_EQ(all[0].boot_id, 0x8000000000000001U);
     EXPECT_EQ(all[0].changes, 9U);
     EXPECT_EQ(all[0].time.size(), sizeof "2026-01-31T23:59:59.123Z" - 1);
+    EXPECT_EQ(all[0].who.find(' '), std::string::npos);
     EXPECT_TRUE(all[0].has_document);
     EXPECT_FALSE(all[1].has_document);
     EXPECT_EQ(versions().newest()->number, 1U);
@@ -86,6 +91,19 @@ TEST_P(versions_test, one_version_waits_to_be_confirmed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(in_memory_and_in_files, versions_test, testing::Bool());
+
+TEST(version_files_test, the_age_of_a_time_is_the_same_in_every_time_zone) {
+    for (const char *zone : {"UTC0", "EAST-5", "WEST+5"}) {
+        setenv("TZ", zone, 1);
+        const auto before = static_cast<uint64_t>(time(nullptr));
+        const uint64_t age = seconds_since("1970-01-01T00:00:00.000Z").value_or(0);
+        EXPECT_GE(age, before) << zone;
+        EXPECT_LE(age, static_cast<uint64_t>(time(nullptr))) << zone;
+        EXPECT_EQ(seconds_since("2970-01-01T00:00:00.000Z"), 0U);
+    }
+    unsetenv("TZ");
+    EXPECT_EQ(seconds_since("1970-01-01"), std::nullopt);
+}
 
 TEST(version_files_test, a_file_that_is_not_a_version_is_ignored_and_its_number_is_not_reused) {
     const runtime_directory_t directory;
@@ -144,6 +162,8 @@ TEST(version_files_test, an_unreadable_mark_leaves_the_unconfirmed_version_unkno
     std::filesystem::create_directories(path + "/in the way");
     EXPECT_EQ(versions.unconfirmed(), std::nullopt);
     EXPECT_EQ(versions.set_unconfirmed(0), path + ": Is a directory");
+    EXPECT_NE(versions.set_unconfirmed(1), "");
+    EXPECT_FALSE(std::filesystem::exists(path + ".new")) << "a failed write leaves nothing";
 }
 
 TEST(version_files_test, the_names_of_new_folders_and_of_removed_files_are_synced_too) {
