@@ -2,6 +2,7 @@
  * A server with an engine that refuses some commands and needs a commit, unlike the model's engine. The tests check
  * when the server calls the engine, when answers are sent, and that a failed commit restores the configuration.
  */
+#include <new>
 #include <utility>
 
 #include "model_fixture.h"
@@ -18,6 +19,7 @@ public:
     std::vector<uint32_t> heard;                       /* op codes */
     static constexpr uint32_t failing_timeout_s = 400; /* with this as timeout 1, a commit fails */
     bool has_session = true;
+    bool has_memory = true;
 
     uint32_t refusal(uint32_t op_code, const void *) const override {
         return op_code >= record_kept_basic_rule || op_code == FWX_NAT64_CFG_ADJ_SET ? not_here : 0;
@@ -34,6 +36,7 @@ public:
     uint64_t session_count_of_pool(uint32_t pool_id) const override { return pool_id == 7 ? 5 : 0; }
     uint64_t session_count_of_mapping(uint32_t kind, uint32_t id) const override { return uint64_t{kind} * 100 + id; }
     uint32_t session_clear(const session_filter_t &filter) override {
+        if (!has_memory) throw std::bad_alloc();
         has_session = filter.protocol != 6;
         return filter.protocol == 99 ? not_taken : 0;
     }
@@ -127,6 +130,28 @@ TEST_F(engine_fixture_t, a_change_that_fails_at_commit_is_undone_and_leaves_the_
     EXPECT_EQ(committed_results_of(commands), words_t(17, not_taken)) << "an engine that fails is not tried for long";
     EXPECT_EQ(server_->config().settings.timeouts.get(2)->value, 200U);
     EXPECT_EQ(journal_.size(), 3U);
+}
+
+TEST_F(engine_fixture_t, the_configuration_is_listed_without_changes_that_may_still_be_undone) {
+    EXPECT_EQ(committed_results_of({config(14, 8, {1, 300})}), words_t{0});
+    engine_->commit_code = not_taken;
+    send(config(14, 8, {1, 400}));
+    send(command(4, 40).put<uint32_t>(32, 4));
+    for (int turn = 0; turn < 3; ++turn) {
+        fwx_host_loop_process(loop_);
+    }
+    server_->commit();
+    const std::vector<message_t> replies = run();
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(replies[0].u32(32), not_taken);
+    EXPECT_EQ(replies[1].words(replies[1].size() - 8, 2), (words_t{1, 300})) << "the payload of the only entry";
+}
+
+TEST_F(engine_fixture_t, a_client_that_memory_is_too_short_to_answer_loses_its_channel) {
+    engine_->has_memory = false;
+    EXPECT_EQ(replies_to(config(19, 104, {6})).size(), 0U);
+    EXPECT_EQ(channel_errors, 1U);
+    EXPECT_EQ(server_->counts().clients, 0U);
 }
 
 TEST_F(engine_fixture_t, has_the_sessions_counted_walked_and_cleared_by_the_engine) {

@@ -60,6 +60,8 @@ TEST_F(server_t, refuses_malformed_and_unknown_messages) {
         {"a basic rule of a default rule's length", command(13, 68), 0xc00d, FWX_NAT64_MODEL_ERR_MALFORMED},
         {"rule type 2", command(13, 80).put<uint32_t>(32, 2), 0xc00d, FWX_NAT64_MODEL_ERR_UNKNOWN},
     };
+    fwx_host_peers_t before, after;
+    fwx_host_peers_get(&before);
     for (const auto &[what, sent, type, result] : cases) {
         const message_t reply = reply_to(sent);
         EXPECT_EQ(reply.u16(0), type) << what;
@@ -67,7 +69,9 @@ TEST_F(server_t, refuses_malformed_and_unknown_messages) {
         EXPECT_EQ(reply.u32(32), result) << what;
     }
     const fwx_nat64_stats_counts_t counts = model_->counts();
+    fwx_host_peers_get(&after);
     EXPECT_EQ(counts.malformed, std::size(cases));
+    EXPECT_EQ(after.malformed - before.malformed, std::size(cases)) << "a client that sends too many is dropped";
     EXPECT_EQ(counts.commands, 0u);
     EXPECT_EQ(model_->timeout(3), std::nullopt);
     EXPECT_STRNE(xerr_strerror(FWX_NAT64_MODEL_ERR_MALFORMED), xerr_strerror(FWX_NAT64_MODEL_ERR_UNKNOWN));

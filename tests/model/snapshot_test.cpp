@@ -187,6 +187,9 @@ TEST_F(snapshot_t, a_single_high_index_costs_no_memory_and_no_index_is_allocated
     EXPECT_EQ(rule(3, 3), FWX_NAT64_MODEL_ERR_VALUE);
     EXPECT_EQ(rule(0, 3), FWX_NAT64_MODEL_ERR_VALUE);
     EXPECT_EQ(rule(9, 2), FWX_NAT64_MODEL_ERR_EXISTS);
+    const message_t again = reply_to(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 2).put<uint32_t>(44, 1));
+    EXPECT_EQ(again.u32(32), FWX_NAT64_MODEL_ERR_EXISTS);
+    EXPECT_EQ(again.u32(60), 3U) << "its index";
     for (const uint32_t index : {1U, 2U, 4U, 5U}) {
         EXPECT_EQ(index_of(1, 10 + index), index);
     }
