@@ -2,7 +2,9 @@
 #include "gateway/plan.h"
 
 #include <gtest/gtest.h>
+#include <linux/rtnetlink.h>
 
+#include "gateway/netlink.h"
 #include "tools/state_lines.h"
 
 namespace {
@@ -114,11 +116,19 @@ const row_t rows[] = {
      {"smapping add --id 7 --addr1 2001:db8:1::80 --addr2 192.0.2.80"},
      "add element ip6 t inbound { fd6e:6174:3634::c000:250 : 2001:db8:1::80 }\n"
      "add element ip6 t outbound { 2001:db8:1::80 : fd6e:6174:3634::c000:250 }\n"},
+    {"a_static_mapping_that_is_another_one_now_is_replaced",
+     {"smapping add --id 7 --addr1 2001:db8:1::80 --addr2 192.0.2.80"},
+     {"smapping add --id 7 --addr1 2001:db8:1::81 --addr2 192.0.2.80"},
+     "delete element ip6 t inbound { fd6e:6174:3634::c000:250 : 2001:db8:1::80 }\n"
+     "delete element ip6 t outbound { 2001:db8:1::80 : fd6e:6174:3634::c000:250 }\n"
+     "add element ip6 t inbound { fd6e:6174:3634::c000:250 : 2001:db8:1::81 }\n"
+     "add element ip6 t outbound { 2001:db8:1::81 : fd6e:6174:3634::c000:250 }\n"},
     {"a_limit_counts_in_a_chain_of_its_own",
      {},
      {"limit add --type sessions --value 1024"},
      "flush chain ip6 t session_limit\n"
      "add rule ip6 t session_limit ct count over 1024 drop\n"},
+    {"a_timeout_of_0_is_as_none", {}, {"timeout set --type udp --value 0", "timeout set --type tcp-est --value 0"}, ""},
     {"a_timeout_is_a_new_object_and_old_flows_keep_theirs",
      {},
      {"timeout set --type udp --value 60", "timeout set --type udp-min --value 90"},
@@ -173,6 +183,12 @@ TEST(plan_test, networks_are_the_fewest_that_cover_the_addresses_and_no_others) 
     EXPECT_EQ(networks_of({{0xc0000280, 0xc00002ff}, {0xc0000200, 0xc000027f}, {0xc0000210, 0xc0000220}}),
               (networks_t{{0xc0000200, 24}}));
     EXPECT_EQ(networks_of({{0, UINT32_MAX}}), (networks_t{{0, 0}}));
+}
+
+TEST(netlink_test, without_a_socket_no_request_succeeds) {
+    netlink_t netlink(-1); /* no protocol of netlink */
+    netlink_request_t<rtmsg> request(RTM_GETROUTE, NLM_F_DUMP);
+    EXPECT_NE(netlink.ask(request.message()), 0);
 }
 
 TEST(plan_test, the_second_part_of_a_dynamic_mapping_is_a_prefix_or_nothing) {

@@ -42,7 +42,10 @@ TEST_F(process_test, what_is_not_on_this_gateway_is_refused_with_its_code_and_ke
 TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_them) {
     serve_with_pool();
     configure({"smapping add --id 1 --addr1 2001:db8:1::2 --addr2 203.0.113.1",
-               "dmapping add --id 1 --type address-and-port-dependent"});
+               "dmapping add --id 1 --type address-and-port-dependent",
+               "dmapping add --id 3 --type address-and-port-dependent --ext-arg 1 --ext "
+               "20010db8000100000000000000000000"
+               "3000000000000000"});
     const std::pair<const char *, int> refused[] = {
         {"smapping add --id 2 --addr1 2001:db8:1::2 --addr2 203.0.113.2", 0x6004},
         {"smapping add --id 2 --addr1 2001:db8:1::3 --addr2 203.0.113.1", 0x6004},
@@ -56,6 +59,14 @@ TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_th
         {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 9 --ext "
          "200000000000000000000000000000000300000000000000",
          0x6005},
+        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1 --ext "
+         "20010db8000000000000000000000000"
+         "2000000000000000",
+         0x600c},
+        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1 --ext "
+         "20010db8000100020000000000000000"
+         "4000000000000000",
+         0x600c},
     };
     for (const auto &[line, code] : refused) {
         EXPECT_EQ(ask(line).second["code"], code) << line;
@@ -63,20 +74,36 @@ TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_th
 }
 
 TEST_F(process_test, what_the_kernel_refuses_is_refused_with_its_reason_in_the_log_and_goes_back) {
+    const char *const spoil =
+        "nft add table ip6 fwx_nat64_edge && nft delete table ip6 fwx_nat64_edge && nft add table ip6 fwx_nat64_edge"
+        " && nft 'add map ip6 fwx_nat64_edge inbound { type ipv4_addr : ipv4_addr; }'";
+    const char *const setting = "cat /proc/sys/net/netfilter/nf_conntrack_icmpv6_timeout";
+    const std::string mapping = "smapping add --id 5 --addr1 2001:db8:1::5 --addr2 203.0.113.5";
     serve_with_pool();
-    must(middle,
-         "nft delete table ip6 fwx_nat64_edge && nft add table ip6 fwx_nat64_edge"
-         " && nft 'add map ip6 fwx_nat64_edge inbound { type ipv4_addr : ipv4_addr; }'");
+    must(middle, "nft delete table ip6 fwx_nat64_edge");
+    /* No refusal: what others changed is put right. */
+    configure({"timeout set --type udp --value 50", "timeout set --type icmp --value 77"});
+    must(middle, spoil);
     const auto [status, answer] = ask("pool add --id 2 --param 1 --start 203.0.113.1 --end 203.0.113.2");
     EXPECT_EQ(status, 1);
     EXPECT_EQ(answer["code"], 0x600d);
     EXPECT_NE(log().find("refused by the kernel: nftables: "), std::string::npos) << log();
     EXPECT_EQ(ask("stats pools").second["data"].size(), 1U);
     EXPECT_EQ(middle.run("ip route").output.find("203.0.113."), std::string::npos);
+    EXPECT_EQ(ask("timeout set --type icmp --value 12").second["code"], 0x600d);
+    EXPECT_EQ(middle.run(setting).output, "77\n");
+    EXPECT_EQ(ask(mapping).second["code"], 0x600d);
 
-    must(middle, "nft delete table ip6 fwx_nat64_edge");
-    configure({"pool add --id 2 --param 1 --start 203.0.113.1 --end 203.0.113.2"});
+    must(middle, "nft delete table ip6 fwx_nat64_edge && ip route add 203.0.113.64 dev out0");
+    configure({"pool add --id 2 --param 1 --start 203.0.113.1 --end 203.0.113.2", mapping});
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "all of it is in force again";
+    EXPECT_EQ(ask("pool add --id 3 --param 1 --start 203.0.113.64 --end 203.0.113.64").second["code"], 0x600d);
+    EXPECT_NE(log().find("the route of 203.0.113.64"), std::string::npos) << log();
+
+    gateway.end(SIGTERM);
+    must(middle, spoil);
+    EXPECT_FALSE(serve()) << "it does not serve a configuration that is not in force";
+    EXPECT_NE(log().find("nat64-gateway: the kernel refuses the configuration\n"), std::string::npos) << log();
 }
 
 TEST_F(process_test, what_the_kernel_refuses_takes_nothing_with_it_that_came_in_the_same_turn) {
@@ -106,14 +133,14 @@ TEST_F(process_test, a_pool_that_is_deleted_while_the_device_is_gone_leaves_the_
 
 TEST_F(process_test, a_network_namespace_has_one_gateway_and_remove_leaves_nothing) {
     serve_with_pool();
-    ran_t second = middle.run(gateway_words("other"));
+    ran_t second = middle.run("timeout 5 " + gateway_words("other"));
     EXPECT_EQ(second.status, 2);
     EXPECT_EQ(second.output, "nat64-gateway: a gateway runs in this network namespace\n");
     EXPECT_EQ(middle.run(gateway_words("--remove edge")).status, 2) << "while it runs";
     EXPECT_EQ(gateway.end(SIGTERM), 0);
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "a gateway that ends leaves its work in force";
-    for (const char *words : {"other", "--remove other"}) {
-        second = middle.run(gateway_words(words));
+    for (const char *words : {"other", "ed", "--remove other"}) {
+        second = middle.run("timeout 5 " + gateway_words(words));
         EXPECT_EQ(second.status, 2);
         EXPECT_EQ(second.output,
                   "nat64-gateway: this network namespace is gateway edge's; remove that with: nat64-gateway --remove "
@@ -143,7 +170,22 @@ TEST_F(process_test, a_gateway_has_one_translator_even_when_that_has_lost_its_de
     const ran_t second = middle.run("timeout 5 " + gateway_words("--translator edge"));
     EXPECT_EQ(second.status, 2);
     EXPECT_EQ(second.output, "nat64-gateway: a translator of gateway edge runs\n");
-    EXPECT_EQ(text_of(state("edge") + "/translator.pid"), process);
+    const std::string file = state("edge") + "/translator.pid";
+    EXPECT_EQ(text_of(file), process);
+
+    kill(std::stoi(process), SIGKILL);
+    std::filesystem::create_directory(file + ".new");
+    const ran_t unknown = middle.run("timeout 5 " + gateway_words("--translator edge"));
+    EXPECT_EQ(unknown.output, "nat64-gateway: " + file + ".new: Is a directory\n") << "nobody could end it";
+
+    child_t other; /* has the number of the translator, as after a restart of the machine */
+    const bool has_written =
+        other.start([](int) { return execl("/usr/bin/tail", "tayga", "-qf", "/dev/null", "/dev/null", nullptr); });
+    ASSERT_FALSE(has_written) << "the pipe is closed when tail runs";
+    std::ofstream(file) << other.pid() << "\n";
+    must(middle, gateway_words("--remove edge"));
+    EXPECT_FALSE(other.has_ended());
+    std::filesystem::remove(file);
 }
 
 TEST_F(process_test, the_rest_of_an_interrupted_answer_is_not_read_as_the_next_answer) {
@@ -174,8 +216,16 @@ TEST_F(process_test, what_is_missing_is_said_at_the_start) {
     EXPECT_EQ(without_forwarding.status, 2);
     EXPECT_EQ(without_forwarding.output,
               "nat64-gateway: the kernel does not forward packets: set /proc/sys/net/ipv6/conf/all/forwarding to 1\n");
-    EXPECT_EQ(middle.run(gateway_words("'no name'")).status, 2);
+    for (const std::string name : {"no name", ".."}) {
+        EXPECT_EQ(
+            middle.run(gateway_words("'" + name + "'")).output,
+            "nat64-gateway: NAME \"" + name + "\": must be at most 64 letters, digits, dots, dashes and underscores\n");
+    }
     EXPECT_EQ(middle.run("nft list ruleset").output, "") << "nothing was begun";
+    must(middle, "ip link set lo down && ip link set lo name fwx_nat64"); /* a device that cannot be deleted */
+    const ran_t removed = middle.run(gateway_words("--remove edge"));
+    EXPECT_EQ(removed.status, 2);
+    EXPECT_EQ(removed.output, "nat64-gateway: cannot delete device fwx_nat64: Operation not supported\n");
 }
 
 }  // namespace

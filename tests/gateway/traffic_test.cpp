@@ -99,6 +99,9 @@ TEST_F(traffic_test, a_static_mapping_is_reached_from_both_sides) {
 
     std::set<int> ports;
     for (const json_t &session : sessions()) {
+        const bool is_from_outside = session["src_port"] == 53;
+        EXPECT_EQ(session["bytes_in"], 40 + 8 + 12);
+        EXPECT_EQ(session["bytes_out"], 40 + 8 + (is_from_outside ? 13 : 11));
         EXPECT_EQ(session["mapping_id"], 7);
         EXPECT_EQ(session["src"], client_address);
         EXPECT_EQ(session["pool_addr"], "192.0.2.80");
@@ -159,10 +162,12 @@ TEST_F(traffic_test, a_walk_is_what_conntrack_lists) {
         open.push_back(from_client(SOCK_DGRAM));
         ASSERT_TRUE(converse(open.back(), at, to_server(port)));
     }
+    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 20);
     const socket_t listener = at_server(SOCK_STREAM, 80);
     listen(listener.fd(), 1);
     open.push_back(from_client(SOCK_STREAM));
     ASSERT_TRUE(open.back().connects(to_server(80)));
+    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 21) << "counted anew";
 
     std::multiset<std::string> walked;
     for (const json_t &session : sessions("--count 7")) {
@@ -174,6 +179,8 @@ TEST_F(traffic_test, a_walk_is_what_conntrack_lists) {
     EXPECT_EQ(walked.size(), 21U);
     EXPECT_EQ(walked, listed_by_conntrack(tracked()));
     EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 21);
+    configure({"range add --id 1 --start 192.0.2.2 --end 192.0.2.2"});
+    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 21) << "the range is within the pool";
     EXPECT_EQ(sessions("--protocol tcp")[0]["state_name"], "established");
     EXPECT_EQ(sessions("--port 5").size(), 1U);
 }
@@ -375,6 +382,8 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     must(middle,
          "nft add chain ip6 fwx_nat64_edge pool_77 && nft flush chain ip6 fwx_nat64_edge others"
          " && ip route add 192.0.2.200 dev fwx_nat64 && ip route del 192.0.2.8 dev fwx_nat64"
+         " && ip route add 192.0.2.8 dev fwx_nat64 table 77"
+         " && seq 200 | sed 's/.*/route add 203.0.114.& dev fwx_nat64/' | ip -batch -"
          " && ip route del fd6e:6174:3634::/96 dev fwx_nat64");
     ASSERT_TRUE(serve()) << log();
     EXPECT_TRUE(goes_on());
@@ -384,6 +393,7 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     EXPECT_NE(table.find("0 : goto pool_1"), std::string::npos);
     const std::string routes = middle.run("ip route").output;
     EXPECT_EQ(routes.find("192.0.2.200"), std::string::npos);
+    EXPECT_EQ(routes.find("203.0.114."), std::string::npos);
     EXPECT_NE(routes.find("192.0.2.8 dev"), std::string::npos);
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "new flows pass, too";
 
@@ -393,6 +403,8 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
 
 TEST_F(traffic_test, packets_pass_again_after_the_translator_or_its_device_was_lost) {
     serve_with_pool();
+    const pid_t translator = std::stoi(text_of(state("edge") + "/translator.pid"));
+    EXPECT_EQ(getsid(translator), translator) << "what ends the gateway's session does not end it";
     for (const std::string &loss :
          {"kill -KILL $(cat " + state("edge") + "/translator.pid)", std::string("ip link delete fwx_nat64"),
           std::string("ip link delete fwx_nat64 && ip tuntap add fwx_nat64 mode tun"),
@@ -404,6 +416,15 @@ TEST_F(traffic_test, packets_pass_again_after_the_translator_or_its_device_was_l
     }
     EXPECT_NE(log().find("the translator has died, and is started again"), std::string::npos);
     EXPECT_NE(log().find("device fwx_nat64 has lost its routes, and gets them again"), std::string::npos);
+
+    must(middle,
+         "nft delete table ip6 fwx_nat64_edge && nft add table ip6 fwx_nat64_edge"
+         " && nft 'add map ip6 fwx_nat64_edge inbound { type ipv4_addr : ipv4_addr; }'"
+         " && ip link delete fwx_nat64");
+    EXPECT_TRUE(eventually([this] { return log().find("nftables: ") != std::string::npos; })) << log();
+    must(middle, "nft delete table ip6 fwx_nat64_edge");
+    EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; }))
+        << "it is tried again: " << log();
 }
 
 }  // namespace
