@@ -50,7 +50,8 @@ protected:
         gateway.end(SIGKILL);
         pid_t translator = 0;
         std::ifstream(state("edge") + "/translator.pid") >> translator;
-        if (translator > 0) kill(translator, SIGKILL);
+        const bool is_translator = text_of("/proc/" + std::to_string(translator) + "/comm") == "tayga\n";
+        if (is_translator) kill(translator, SIGKILL); /* another process may have its number by now */
     }
 
     static void must(const namespace_t &place, const std::string &command) {

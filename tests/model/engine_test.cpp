@@ -134,8 +134,7 @@ TEST_F(engine_fixture_t, a_change_that_fails_at_commit_is_undone_and_leaves_the_
 
 TEST_F(engine_fixture_t, the_configuration_is_listed_without_changes_that_may_still_be_undone) {
     EXPECT_EQ(committed_results_of({config(14, 8, {1, 300})}), words_t{0});
-    engine_->commit_code = not_taken;
-    send(config(14, 8, {1, 400}));
+    send(config(14, 8, {1, slow_engine_t::failing_timeout_s}));
     send(command(4, 40).put<uint32_t>(32, 4));
     for (int turn = 0; turn < 3; ++turn) {
         fwx_host_loop_process(loop_);
