@@ -78,6 +78,7 @@ if [[ $tier == --full ]]; then
   need_packages mmdebstrap
   tests/delivery/package_test.sh "$PWD" "$PWD/build/packages"
   tests/delivery/root_test.sh "$PWD" "$PWD/build/packages" clean
+  scripts/ports.sh
   scripts/fuzz.sh 600
   for drill in servers journal daemon operators gateway store answers; do
     scripts/drill.sh $drill

@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -41,6 +42,7 @@ public:
         if (!says_where) words.insert(words.end(), {"--listen", "127.0.0.1:0"});
         pid_ = fork();
         if (pid_ != 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         const int log = open(log_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         dup2(log, STDERR_FILENO);
         std::vector<char *> arguments;
