@@ -143,7 +143,7 @@ TEST_F(journal_test, a_file_that_is_no_journal_is_refused_and_left_as_it_is) {
 
     simulated_disk_t disk;
     disk.put("a", good);
-    for (const size_t read : {3, 4}) { /* behind opening and the file's status */
+    for (const size_t read : {3U, 4U}) { /* behind opening and the file's status */
         disk.arm(read, simulated_disk_t::fault_t::fails);
         EXPECT_EQ(keeper_t("a", disk).open(), "a: Input/output error");
         EXPECT_EQ(disk.content("a"), good);
