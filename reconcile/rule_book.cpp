@@ -170,7 +170,7 @@ uint32_t rule_book_t::install(fwx_mapt_rule_hash_elem_t rule) {
 }
 
 /** Deletes the pending or installed rule of that name from the library's table. */
-uint32_t rule_book_t::take_out(const fwx_nat64_mapt_bmr_t &rule) {
+uint32_t rule_book_t::take_out(fwx_nat64_mapt_bmr_t rule) {
     const uint32_t code = fwx_mapt_plu_del_rule(&rule);
     if (code != 0) return code;
     const auto gone = leave(name_of(rule));

@@ -88,7 +88,7 @@ private:
     void leave(const prefix_t &prefix, rule_name_t name);
     std::optional<fwx_mapt_rule_hash_elem_t> leave(const rule_name_t &name);
     uint32_t install(fwx_mapt_rule_hash_elem_t rule);
-    uint32_t take_out(const fwx_nat64_mapt_bmr_t &rule);
+    uint32_t take_out(fwx_nat64_mapt_bmr_t rule); /* by value, because it may be one that leaves the book */
     uint32_t put_back_leaves(const fwx_nat64_mapt_bmr_t &rule);
 
     std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> installed_;

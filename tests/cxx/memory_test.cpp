@@ -30,10 +30,14 @@ struct throws_when_moved_t {
 
 }  // namespace
 
-void *operator new(size_t size) {
-    void *made = is_exhausted ? nullptr : malloc(size);
-    if (made == nullptr) throw std::bad_alloc();
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    void *made = malloc(size);
     live_bytes += malloc_usable_size(made);
+    return made;
+}
+void *operator new(size_t size) {
+    void *made = is_exhausted ? nullptr : operator new(size, std::nothrow);
+    if (made == nullptr) throw std::bad_alloc();
     return made;
 }
 void operator delete(void *made) noexcept {

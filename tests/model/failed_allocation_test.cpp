@@ -23,6 +23,9 @@ void *operator new(size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    return std::malloc(size);
+}
 void operator delete(void *memory) noexcept {
     std::free(memory);
 }
