@@ -39,7 +39,7 @@ public:
     /** Sends the word and waits for the answer. Returns why there is none, or an empty text. */
     std::string ask(const std::string &word, const std::string &in_time, std::string &answer) const {
         const std::string line = word + '\n';
-        const std::string closed = "the connection was closed without a complete answer";
+        const char *closed = "the connection was closed without a complete answer";
         if (send(fd_, line.data(), line.size(), MSG_NOSIGNAL) < 0) return closed;
         while (answer.size() <= longest_answer) {
             const uint64_t now = fwx_host_clock_ms();
