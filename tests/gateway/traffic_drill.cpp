@@ -173,14 +173,14 @@ TEST_F(drill, a_transfer_is_as_fast_as_without_the_gateway_process) {
     serve_with_pool();
     const socket_t listener = at_server(SOCK_STREAM, 80);
     listen(listener.fd(), 1);
-    const socket_t caller = from_client(SOCK_STREAM);
-    ASSERT_TRUE(caller.connects(to_server(80)));
-    const socket_t called = listener.accepted();
     std::vector<double> rates[2]; /* in Mbit/s, without and with it */
     for (int run = 0; run < 5; ++run) {
         for (const bool has_gateway : {false, true}) {
             gateway.end(SIGKILL); /* the translator and the kernel's tables stay */
             ASSERT_TRUE(!has_gateway || serve()) << log();
+            const socket_t caller = from_client(SOCK_STREAM);
+            ASSERT_TRUE(caller.connects(to_server(80)));
+            const socket_t called = listener.accepted();
             const auto begin = clock_type::now();
             ASSERT_TRUE(transfer(caller.fd(), called.fd(), size));
             rates[has_gateway].push_back(static_cast<double>(size) * 8e-6 / seconds_since(begin));
