@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds for other C libraries and processors than this machine's: the library for musl, and everything for arm64, of which
-# the tests in one process then run under qemu-user.
+# Builds for another C library and another processor: the library for musl, and the library, natctl, nat64d and those tests
+# for arm64 that start no other program, which then run under qemu-user.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh
@@ -16,7 +16,7 @@ dpkg --print-foreign-architectures | grep -q arm64 || $([[ $EUID -eq 0 ]] || ech
 need_packages crossbuild-essential-arm64 qemu-user libgtest-dev:arm64 libcurl4-openssl-dev:arm64 libmicrohttpd-dev:arm64 \
   libedit-dev:arm64 libssl-dev:arm64 zlib1g-dev:arm64 libprometheus-cpp-core1.0:arm64
 say "arm64: build"
-cmake -S . -B build/arm64 -G Ninja -DCMAKE_BUILD_TYPE=Debug -DFWX_NAT64_WERROR=ON \
+cmake -S . -B build/arm64 -G Ninja -DCMAKE_BUILD_TYPE=Debug -DFWX_NAT64_WERROR=ON -DFWX_NAT64_PYTHON=OFF \
   -DCMAKE_TOOLCHAIN_FILE=cmake/arm64.cmake >/dev/null
 tests=(library guard wire records host config state reconcile model sweep cxx)
 cmake --build build/arm64 --target natctl nat64d "${tests[@]/%/_tests}" | tail -n 1

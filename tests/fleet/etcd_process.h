@@ -173,7 +173,8 @@ public:
         std::string all;
         for (size_t i = 0; i < places.size(); ++i) {
             ports.push_back(free_port());
-            all += (i == 0 ? "" : ",") + name(i) + "=http://" + places[i].host + ':' + std::to_string(ports[i]);
+            if (i != 0) all += ',';
+            all.append(name(i)).append("=http://").append(places[i].host).append(":").append(std::to_string(ports[i]));
         }
         for (size_t i = 0; i < places.size(); ++i) {
             std::vector<std::string> words = {"--name", name(i), "--initial-cluster", all};
@@ -194,7 +195,7 @@ public:
     }
 
 private:
-    static std::string name(size_t i) { return "m" + std::to_string(i); }
+    static std::string name(size_t i) { return std::string("m").append(std::to_string(i)); }
 
     std::vector<std::unique_ptr<etcd_process_t>> members_;
 };

@@ -122,6 +122,20 @@ protected:
         return {client, type, {address, port}};
     }
     socket_t at_server(int type, uint16_t port) const { return {server, type, {server_address, port}}; }
+    socket_t web_server() const {
+        socket_t at = at_server(SOCK_STREAM, 80);
+        listen(at.fd(), 2);
+        return at;
+    }
+    /** Both ends of a connection to it. */
+    struct connection_t {
+        socket_t caller, called;
+    };
+    connection_t connection(const socket_t &listener) const {
+        socket_t caller = from_client(SOCK_STREAM);
+        EXPECT_TRUE(caller.connects(to_server(80)));
+        return {std::move(caller), listener.accepted()};
+    }
     static end_t to_server(uint16_t port) { return {server_behind_prefix, port}; }
 
     /** The size of the answer to an ICMPv6 echo request, 0 for none. */

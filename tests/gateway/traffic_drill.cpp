@@ -106,15 +106,12 @@ TEST_F(drill, tcp_finds_a_smaller_path_mtu_both_ways) {
     ICMP6_FILTER_SETBLOCKALL(&filter);
     ICMP6_FILTER_SETPASS(ICMP6_PACKET_TOO_BIG, &filter);
     setsockopt(errors.fd(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof filter);
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
+    const socket_t listener = web_server();
     constexpr size_t size = 1 << 20;
     for (const uint32_t mtu : {1400U, 1340U, 1280U}) {
         must(middle, "ip link set out0 mtu " + std::to_string(mtu) + " && ip link set in0 mtu " + std::to_string(mtu));
-        const socket_t caller = from_client(SOCK_STREAM);
-        ASSERT_TRUE(caller.connects(to_server(80)));
-        const socket_t called = listener.accepted();
-        EXPECT_TRUE(transfer(caller.fd(), called.fd(), size)) << mtu;
+        const connection_t tcp = connection(listener);
+        EXPECT_TRUE(transfer(tcp.caller.fd(), tcp.called.fd(), size)) << mtu;
         const socket_t second = from_client(SOCK_STREAM);
         ASSERT_TRUE(second.connects(to_server(80)));
         EXPECT_TRUE(transfer(listener.accepted().fd(), second.fd(), size)) << mtu;
@@ -171,18 +168,15 @@ TEST_F(drill, a_walk_of_thousands_of_sessions_has_each_once_while_others_come_an
 TEST_F(drill, a_transfer_is_as_fast_as_without_the_gateway_process) {
     constexpr size_t size = 100'000'000;
     serve_with_pool();
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
+    const socket_t listener = web_server();
     std::vector<double> rates[2]; /* in Mbit/s, without and with it */
     for (int run = 0; run < 5; ++run) {
         for (const bool has_gateway : {false, true}) {
             gateway.end(SIGKILL); /* the translator and the kernel's tables stay */
             ASSERT_TRUE(!has_gateway || serve()) << log();
-            const socket_t caller = from_client(SOCK_STREAM);
-            ASSERT_TRUE(caller.connects(to_server(80)));
-            const socket_t called = listener.accepted();
+            const connection_t tcp = connection(listener);
             const auto begin = clock_type::now();
-            ASSERT_TRUE(transfer(caller.fd(), called.fd(), size));
+            ASSERT_TRUE(transfer(tcp.caller.fd(), tcp.called.fd(), size));
             rates[has_gateway].push_back(static_cast<double>(size) * 8e-6 / seconds_since(begin));
         }
     }
@@ -219,16 +213,13 @@ protected:
 TEST_F(disturbed_drill, a_transfer_of_500_mb_completes) {
     constexpr size_t size = 500'000'000;
     serve_with_pool();
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
-    const socket_t caller = from_client(SOCK_STREAM);
-    ASSERT_TRUE(caller.connects(to_server(80)));
-    const socket_t called = listener.accepted();
+    const socket_t listener = web_server();
+    const connection_t tcp = connection(listener);
     const auto begin = clock_type::now();
     std::atomic<bool> is_complete = false;
     double took_s = 0;
     std::thread transferring([&] {
-        is_complete = transfer(caller.fd(), called.fd(), size);
+        is_complete = transfer(tcp.caller.fd(), tcp.called.fd(), size);
         took_s = seconds_since(begin);
     });
     disturb();

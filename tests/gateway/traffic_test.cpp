@@ -22,15 +22,12 @@ TEST_F(traffic_test, ping_tcp_and_udp_pass_with_answers_of_8000_bytes) {
     EXPECT_EQ(seen.host().substr(0, 8), "192.0.2.");
     EXPECT_GE(seen.port(), 1024);
 
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
-    const socket_t caller = from_client(SOCK_STREAM);
-    ASSERT_TRUE(caller.connects(to_server(80)));
-    const socket_t called = listener.accepted();
-    EXPECT_TRUE(caller.send("GET / HTTP/1.0\r\n\r\n"));
-    EXPECT_EQ(called.receive(), "GET / HTTP/1.0\r\n\r\n");
-    EXPECT_TRUE(called.send("HTTP/1.0 200 OK\r\n\r\n"));
-    EXPECT_EQ(caller.receive(), "HTTP/1.0 200 OK\r\n\r\n");
+    const socket_t listener = web_server();
+    const connection_t tcp = connection(listener);
+    EXPECT_TRUE(tcp.caller.send("GET / HTTP/1.0\r\n\r\n"));
+    EXPECT_EQ(tcp.called.receive(), "GET / HTTP/1.0\r\n\r\n");
+    EXPECT_TRUE(tcp.called.send("HTTP/1.0 200 OK\r\n\r\n"));
+    EXPECT_EQ(tcp.caller.receive(), "HTTP/1.0 200 OK\r\n\r\n");
 }
 
 TEST_F(traffic_test, nothing_passes_without_a_prefix_or_without_a_pool) {
@@ -163,8 +160,7 @@ TEST_F(traffic_test, a_walk_is_what_conntrack_lists) {
         ASSERT_TRUE(converse(open.back(), at, to_server(port)));
     }
     EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 20);
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
+    const socket_t listener = web_server();
     open.push_back(from_client(SOCK_STREAM));
     ASSERT_TRUE(open.back().connects(to_server(80)));
     EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], 21) << "counted anew";
@@ -292,11 +288,8 @@ TEST_F(traffic_test, each_timeout_is_the_one_that_was_set) {
     };
     const socket_t udp = from_client(SOCK_DGRAM);
     ASSERT_TRUE(converse(udp, at, to_server(7)));
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 2);
-    const socket_t open = from_client(SOCK_STREAM);
-    ASSERT_TRUE(open.connects(to_server(80)));
-    const socket_t accepted = listener.accepted();
+    const socket_t listener = web_server();
+    const connection_t tcp = connection(listener);
     {
         const socket_t closed = from_client(SOCK_STREAM, 4000);
         ASSERT_TRUE(closed.connects(to_server(80)));
@@ -368,17 +361,14 @@ TEST_F(traffic_test, a_session_limit_stays_exact_over_unrelated_changes_and_a_re
 
 TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     serve_with_pool();
-    const socket_t listener = at_server(SOCK_STREAM, 80);
-    listen(listener.fd(), 1);
-    const socket_t caller = from_client(SOCK_STREAM);
-    ASSERT_TRUE(caller.connects(to_server(80)));
-    const socket_t called = listener.accepted();
+    const socket_t listener = web_server();
+    const connection_t tcp = connection(listener);
     const auto goes_on = [&] {
         const std::string block(20000, 'b');
         std::string got;
-        if (!caller.send(block)) return false;
+        if (!tcp.caller.send(block)) return false;
         for (std::string part = "?"; got.size() < block.size() && !part.empty(); got += part) {
-            part = called.receive();
+            part = tcp.called.receive();
         }
         return got == block;
     };

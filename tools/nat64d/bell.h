@@ -3,6 +3,7 @@
 #define TOOLS_NAT64D_BELL_H
 
 #include <coroutine>
+#include <exception>
 #include <utility>
 
 #include "fwx_host/loop.h"
@@ -26,11 +27,9 @@ public:
             bell_t *bell;
             uint64_t delay_ms;
             bool await_ready() const { return std::exchange(bell->is_rung_, false); }
-            /** Without memory for the timer the wait is over at once. */
-            bool await_suspend(std::coroutine_handle<> waiting) const {
-                const bool is_set = bell->set_timer(delay_ms);
-                if (is_set) bell->waiting_ = waiting;
-                return is_set;
+            void await_suspend(std::coroutine_handle<> waiting) const {
+                bell->waiting_ = waiting;
+                bell->set_timer(delay_ms);
             }
             void await_resume() const { bell->is_rung_ = false; }
         };
@@ -38,18 +37,16 @@ public:
     }
 
 private:
-    /** Replaces the timer. False if memory is exhausted; the previous one then stays. */
-    bool set_timer(uint64_t delay_ms) {
+    /** Ends the program if memory is exhausted, because the coroutine would wait for ever. */
+    void set_timer(uint64_t delay_ms) {
+        cancel();
         const auto resume = [](void *self) {
             auto &bell = *static_cast<bell_t *>(self);
             bell.timer_ = 0;
             std::exchange(bell.waiting_, nullptr).resume();
         };
-        const uint64_t timer = fwx_host_timer_add(loop_, delay_ms, resume, this);
-        if (timer == 0) return false;
-        cancel();
-        timer_ = timer;
-        return true;
+        timer_ = fwx_host_timer_add(loop_, delay_ms, resume, this);
+        if (timer_ == 0) std::terminate();
     }
     void cancel() {
         if (timer_ != 0) fwx_host_timer_cancel(loop_, std::exchange(timer_, 0));

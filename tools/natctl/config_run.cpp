@@ -121,7 +121,7 @@ void report_failure(call_t &call, const plan_t &plan, const reconcile_result_t &
                            ? text_of(applied.refusal->command) + ": refused by the server: " + code_text(code)
                            : "interrupted: " + how_far;
     if (result.standing.empty()) {
-        text += "; all changes are undone";
+        text += "; the server is as before";
     } else {
         if (result.others != 0) text += "; others have changed the server meanwhile";
         text += "; these changes remain:" + named(texts_of(result.standing));
@@ -228,12 +228,12 @@ void roll_back(call_t &call, const document_t &before, const document_t &after, 
     const std::string error = call.pal.begin_change();
     if (!error.empty()) return call.pal.refuse_change(call, name + " cannot be undone: " + error);
     if (is_confirmed(call, number)) return; /* the previous holder of the lock confirmed it at the last moment */
-    const auto tell_that_it_stays = [&] {
-        call.outcome.error = why + " could not be undone; it stays in force: " + call.outcome.error;
-        call.outcome.data["changed"] = true;
-        call.outcome.data["undone"] = false;
+    const auto tell_failure = [&](bool is_undone) {
+        call.outcome.error = why + (is_undone ? " is undone, but " : " could not be undone: ") + call.outcome.error;
+        call.outcome.data["changed"] = !is_undone;
+        call.outcome.data["undone"] = is_undone;
     };
-    if (!config_read(call)) return tell_that_it_stays();
+    if (!config_read(call)) return tell_failure(false);
     std::vector<config_item_t> kept;
     const document_t now = call.pal.reconciler().held();
     const document_t target = roll_back(before, after, now, kept);
@@ -242,7 +242,10 @@ void roll_back(call_t &call, const document_t &before, const document_t &after, 
     options.what = name + " not confirmed";
     const interrupt_t interrupt(call.pal.loop(), second_interrupt_text);
     apply(call, target, options, interrupt);
-    if (call.outcome.status != status_t::ok) return tell_that_it_stays();
+    if (call.outcome.status != status_t::ok) {
+        const reconciler_t &server = call.pal.reconciler();
+        return tell_failure(server.is_known() && plan_t(server.held(), target).size() == 0);
+    }
     const std::string kept_error = call.pal.versions().set_unconfirmed(0); /* also if there was nothing to undo */
     if (!kept_error.empty()) call.pal.note("natctl: " + kept_error);
     std::vector<std::string> lines;

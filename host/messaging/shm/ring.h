@@ -28,11 +28,11 @@ constexpr size_t shm_cache_line = 128;
 constexpr uint32_t shm_ring_unit = 8;
 constexpr uint32_t shm_record_header = 8; /* length in bytes, then the tag, as 32-bit words */
 
-/** The shared indices, a cache line for each. */
+/** The shared indices, a cache line for each. The lowest bit of `read` says that the writer took back the rest, and is
+ * the writer's only store there. */
 struct shm_ring_t {
     alignas(shm_cache_line) std::atomic<uint32_t> written;
-    alignas(
-        shm_cache_line) std::atomic<uint32_t> read; /* lowest bit: the writer took back the rest, its only store here */
+    alignas(shm_cache_line) std::atomic<uint32_t> read;
 };
 static_assert(std::atomic<uint32_t>::is_always_lock_free);
 

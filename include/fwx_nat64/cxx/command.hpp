@@ -208,13 +208,19 @@ private:
         static_cast<result &>(value) = why;
         return take(static_cast<uint32_t>(next_ - 1), value);
     }
+#if defined(__GNUC__) && !defined(__clang__) /* which does not see that is_gone_ is only left set in a dead object */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpragmas" /* before GCC 12 */
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
     /** Counts a result and passes it on. Returns false if `each_` has destroyed this object. */
     bool take(uint32_t index, const value_type &value) {
         if (!value) {
             if (sum_.failed++ == 0) sum_.first_error = value.first_error();
         }
         bool is_gone = false;
-        bool *const outer = std::exchange(is_gone_, &is_gone);
+        bool *const outer = is_gone_;
+        is_gone_ = &is_gone;
         std::exception_ptr thrown;
         try {
             each_(size_t{index}, value);
@@ -230,6 +236,9 @@ private:
         if (thrown) give_up(thrown);
         return true;
     }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
     /** Drops the outstanding commands and keeps the exception for the coroutine that awaits. */
     void give_up(const std::exception_ptr &what) {
         thrown_ = what;
