@@ -128,24 +128,24 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
 etcd_t::reply_t<etcd_range_t> etcd_t::get(std::string key, int64_t revision) {
     json_t body = range_json(key);
     if (revision != 0) body["revision"] = std::to_string(revision);
-    return get_range(body.dump());
+    return get_range(std::move(key), body.dump());
 }
 
 etcd_t::reply_t<int64_t> etcd_t::mod_revision_of(std::string key) {
     json_t body = range_json(key);
     body["keys_only"] = true;
-    const etcd_result_t<etcd_range_t> got = co_await get_range(body.dump());
+    const etcd_result_t<etcd_range_t> got = co_await get_range(std::move(key), body.dump());
     const bool is_there = !got.error && !got.value.entries.empty();
     co_return {is_there ? got.value.entries.front().mod_revision : 0, got.error};
 }
 
-etcd_t::reply_t<etcd_range_t> etcd_t::get_range(std::string body) {
+etcd_t::reply_t<etcd_range_t> etcd_t::get_range(std::string key, std::string body) {
     etcd_result_t<etcd_range_t> result;
     call_t request{"kv/range", std::move(body)};
     const answer_t answer = co_await call(std::move(request));
     result.error = answer.error;
     if (result.error) co_return result;
-    const std::string fault = read_entries(answer.json, result.value.entries);
+    const std::string fault = read_entry_of(answer.json, key, result.value.entries);
     if (!fault.empty()) result.error = malformed_answer(endpoint(), fault);
     result.value.revision = revision_of(answer.json);
     co_return result;
@@ -167,7 +167,8 @@ etcd_t::reply_t<etcd_range_t> etcd_t::get_all(std::vector<std::string> keys) {
     std::string fault = are_all_there ? "" : "responses: must be as many as there are requests";
     for (size_t i = 0; i < keys.size() && fault.empty(); ++i) {
         const json_t *range = replies[i].find("response_range");
-        fault = range == nullptr ? "response_range: must be there" : read_entries(*range, result.value.entries);
+        fault =
+            range == nullptr ? "response_range: must be there" : read_entry_of(*range, keys[i], result.value.entries);
     }
     if (!fault.empty()) result.error = malformed_answer(endpoint(), fault);
     result.value.revision = revision_of(answer.json);
@@ -185,10 +186,9 @@ etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values)
     for (bool has_more = true; has_more;) {
         call_t request{"kv/range", body.dump()};
         const answer_t answer = co_await call(std::move(request));
-        result.error = answer.error;
-        if (result.error) co_return result;
+        if (answer.error) co_return {{}, answer.error};
         const size_t before = entries.size();
-        std::string fault = read_entries(answer.json, entries);
+        std::string fault = read_page(answer.json, prefix, entries);
         has_more = answer.json["more"] == true;
         const bool is_endless = has_more && entries.size() == before;
         if (is_endless) fault = "more: must come with entries";
@@ -204,7 +204,7 @@ etcd_t::reply_t<etcd_range_t> etcd_t::list(std::string prefix, bool with_values)
                                                    " take more than " + std::to_string(options_.most_list_bytes) +
                                                    " bytes"};
         }
-        if (result.error) co_return result;
+        if (result.error) co_return {{}, result.error};
         if (result.value.revision == 0) result.value.revision = revision_of(answer.json);
         body["revision"] = std::to_string(result.value.revision);
         if (has_more) body["key"] = to_base64(entries.back().key + std::string(1, '\0'));

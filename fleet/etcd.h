@@ -131,7 +131,8 @@ public:
     /** Reads several keys at one revision. Gives the entries of the existing ones, in the order of `keys`. Requires: at
      * most 100 keys and an answer of at most 3 MB, because etcd allows no more. */
     reply_t<etcd_range_t> get_all(std::vector<std::string> keys);
-    /** Reads all keys with a prefix at one revision, sorted. Without values, the values are empty. */
+    /** Reads all keys with a prefix at one revision, sorted. Without values, the values are empty. After an error there
+     * are no entries. */
     reply_t<etcd_range_t> list(std::string prefix, bool with_values);
     /** Carries out a transaction. */
     reply_t<etcd_txn_result_t> txn(etcd_txn_t txn);
@@ -151,7 +152,7 @@ private:
     struct answer_t;
 
     nat64::task<answer_t> call(call_t call);
-    reply_t<etcd_range_t> get_range(std::string body);
+    reply_t<etcd_range_t> get_range(std::string key, std::string body);
     nat64::task<etcd_error_t> sign_in();
     nat64::task<etcd_error_t> fetch_token();
     http_request_t request_of(const call_t &call) const;

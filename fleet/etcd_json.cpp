@@ -176,6 +176,29 @@ std::string read_entries(const json_t &range, std::vector<etcd_entry_t> &entries
     return "";
 }
 
+std::string read_entry_of(const json_t &range, const std::string &key, std::vector<etcd_entry_t> &entries) {
+    const size_t before = entries.size();
+    std::string fault = read_entries(range, entries);
+    if (!fault.empty()) return fault;
+    const size_t count = entries.size() - before;
+    const bool is_asked_for = count == 0 || (count == 1 && entries.back().key == key);
+    return is_asked_for ? "" : "kvs: must have no key but " + key;
+}
+
+std::string read_page(const json_t &range, const std::string &prefix, std::vector<etcd_entry_t> &entries) {
+    const size_t before = entries.size();
+    std::string fault = read_entries(range, entries);
+    for (size_t i = before; i < entries.size() && fault.empty(); ++i) {
+        const std::string &key = entries[i].key;
+        const bool is_in_order = i == 0 || entries[i - 1].key < key;
+        if (!key.starts_with(prefix))
+            fault = "kvs: each key must begin with " + prefix;
+        else if (!is_in_order)
+            fault = "kvs: keys must be in ascending order";
+    }
+    return fault;
+}
+
 int64_t revision_of(const json_t &answer) {
     const json_t *header = answer.find("header");
     return header == nullptr ? 0 : json_members_t(*header).int64("revision");

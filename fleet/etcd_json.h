@@ -33,6 +33,10 @@ json_t txn_json(const etcd_txn_t &txn);
 
 /** Appends the entries of the member `kvs`. @return an error or an empty text. */
 std::string read_entries(const json_t &range, std::vector<etcd_entry_t> &entries);
+/** The same for the answer to a request for one key. Another key is an error. */
+std::string read_entry_of(const json_t &range, const std::string &key, std::vector<etcd_entry_t> &entries);
+/** The same for a page of a list. Keys without the prefix, or not behind the keys before them, are an error. */
+std::string read_page(const json_t &range, const std::string &prefix, std::vector<etcd_entry_t> &entries);
 /** Parses one entry. @return an error or an empty text. */
 std::string read_entry(const json_t &object, etcd_entry_t &entry);
 /** The revision of the store in the header of an answer; 0: none. */

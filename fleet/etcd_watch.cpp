@@ -113,7 +113,8 @@ etcd_error_t etcd_watch_t::take(const std::string &line, std::vector<etcd_event_
     if (!result.is_good()) return malformed_answer(endpoint_, result.fault());
     for (size_t i = 0; list != nullptr && i < list->size(); ++i) {
         etcd_event_t event;
-        const std::string fault = read_event((*list)[i], event);
+        std::string fault = read_event((*list)[i], event);
+        if (fault.empty() && event.entry.key != key_) fault = "events: must be of no key but " + key_;
         if (!fault.empty()) return malformed_answer(endpoint_, fault);
         events.push_back(std::move(event));
     }

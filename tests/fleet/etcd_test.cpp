@@ -1,4 +1,6 @@
 /* The client of etcd, with a real etcd and with scripted servers that answer wrongly or not at all. */
+#include "fleet/base64.h"
+#include "net/json.h"
 #include "tests/fleet/scripted_server.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/support/no_descriptors.h"
@@ -65,18 +67,63 @@ TEST_F(real_etcd_test, a_list_is_whole_however_many_pages_it_takes) {
 }
 
 TEST_F(etcd_test, a_list_without_end_is_given_up_and_its_bound_named) {
-    const std::string page = scripted_server_t::answer(
-        200, R"({"header":{"revision":"2"},"more":true,"kvs":[{"key":"cC9h","value":"eA=="}]})");
+    scripted_server_t::answers_t pages;
+    for (int i = 10; i < 20; ++i) {
+        pages.push_back(scripted_server_t::answer(200, R"({"header":{"revision":"2"},"more":true,"kvs":[{"key":")" +
+                                                           to_base64("p/" + std::to_string(i)) +
+                                                           R"(","value":"eA=="}]})"));
+    }
     struct case_t {
         etcd_options_t options;
         std::string error;
     };
     for (const case_t &each : {case_t{{.most_entries = 3}, "more than 3 keys begin with p/"},
                                {{.most_list_bytes = 300}, "the keys that begin with p/ take more than 300 bytes"}}) {
-        const scripted_server_t server({scripted_server_t::answers_t(100, page)});
+        const scripted_server_t server({pages});
         etcd_t etcd(loop_, store_at({server.place()}), each.options);
         EXPECT_EQ(run(etcd.list("p/", true)).error.text, "http://" + server.place() + ": " + each.error);
     }
+}
+
+TEST_F(etcd_test, keys_that_were_not_asked_for_are_refused) {
+    const std::string of_key = "kvs: must have no key but p/a";
+    const std::string of_order = "kvs: keys must be in ascending order";
+    struct case_t {
+        std::vector<std::string> keys; /* in the answer to a request for `p/a`, or for the keys that begin with it */
+        std::string of_get;
+        std::string of_list;
+    };
+    for (const case_t &each : {case_t{{"p/a"}, "", ""},
+                               {{"p/a", "p/ab"}, of_key, ""},
+                               {{"p/b"}, of_key, "kvs: each key must begin with p/a"},
+                               {{"p"}, of_key, "kvs: each key must begin with p/a"},
+                               {{"p/ab", "p/a"}, of_key, of_order},
+                               {{"p/a", "p/a"}, of_key, of_order}}) {
+        json_t entries = json_t::array();
+        for (const std::string &key : each.keys) {
+            entries.push_back({{"key", to_base64(key)}});
+        }
+        const json_t range = {{"kvs", entries}};
+        const json_t ranges = {{"responses", json_t::array({{{"response_range", range}}})}};
+        const auto ok = [](const json_t &json) { return scripted_server_t::answer(200, json.dump()); };
+        const scripted_server_t server({{ok(range), ok(range), ok(ranges), ok(range)}});
+        etcd_t etcd(loop_, store_at({server.place()}));
+        const auto text = [&](const std::string &fault) {
+            return fault.empty() ? "" : "http://" + server.place() + ": not an answer of etcd: " + fault;
+        };
+        EXPECT_EQ(run(etcd.get("p/a")).error.text, text(each.of_get));
+        EXPECT_EQ(run(etcd.mod_revision_of("p/a")).error.text, text(each.of_get));
+        EXPECT_EQ(run(etcd.get_all({"p/a"})).error.text, text(each.of_get));
+        const auto list = run(etcd.list("p/a", true));
+        EXPECT_EQ(list.error.text, text(each.of_list));
+        EXPECT_EQ(list.value.entries.empty(), !each.of_list.empty());
+    }
+    const scripted_server_t server({{scripted_server_t::answer(
+        200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}}]}}\n")}});
+    etcd_t etcd(loop_, store_at({server.place()}));
+    etcd_watch_t watch(etcd, "p/a", 1);
+    EXPECT_EQ(run(watch.next()).error.text,
+              "http://" + server.place() + ": not an answer of etcd: events: must be of no key but p/a");
 }
 
 TEST_F(real_etcd_test, a_lease_takes_its_keys_with_it_when_it_ends) {
