@@ -152,7 +152,8 @@ nat64::task<push_result_t> pusher_t::push_locked(push_request_t request) {
     if (result.error) co_return result;
     result.refused = prepare(before.value, request, result.manifest);
     if (!result.refused.empty()) co_return result;
-    result.error = co_await put_chunks(std::move(request.text), result);
+    result.error = (co_await next_version(before.value)).error; /* before chunks are written in vain */
+    if (!result.error) result.error = co_await put_chunks(std::move(request.text), result);
     if (!result.error) co_await publish_and_collect(std::move(before.value), result);
     co_return result;
 }
@@ -165,6 +166,7 @@ nat64::task<push_result_t> pusher_t::check(push_request_t request) {
     result.refused = prepare(before.value, request, result.manifest);
     if (!result.refused.empty()) co_return result;
     result.error = name_pieces(request.text, cut_chunks(request.text), who_, result.manifest);
+    if (!result.error) result.error = (co_await next_version(before.value)).error;
     if (result.error) co_return result;
     etcd_result_t<std::vector<size_t>> missing = co_await find_missing(result.manifest.document.chunks);
     result.error = missing.error;
@@ -313,15 +315,30 @@ nat64::task<etcd_error_t> pusher_t::put_chunks(std::string text, push_result_t &
     co_return etcd_error_t{};
 }
 
-nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_t &result) {
+/** The number of the version that a push makes. An error if it would be greater than gateways read. */
+etcd_t::reply_t<uint64_t> pusher_t::next_version(const manifest_read_t &before) {
+    etcd_result_t<uint64_t> result;
     const etcd_result_t<etcd_range_t> history = co_await etcd_.list(keys_.history(), false);
-    if (history.error) co_return history.error;
-    manifest_t &manifest = result.manifest;
+    result.error = history.error;
+    if (result.error) co_return result;
     uint64_t last = before.manifest ? before.manifest->document.version : 0;
     for (const uint64_t version : versions_of(history.value.entries, keys_)) {
         last = std::max(last, version);
     }
-    manifest.document.version = last + 1;
+    result.value = last + 1;
+    if (last >= most_version) {
+        result.error = {kind_t::other, keys_.history(last) +
+                                           ": no version can follow this one; push to another prefix, "
+                                           "or delete the key if no push has made that version"};
+    }
+    co_return result;
+}
+
+nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_t &result) {
+    const etcd_result_t<uint64_t> version = co_await next_version(before);
+    if (version.error) co_return version.error;
+    manifest_t &manifest = result.manifest;
+    manifest.document.version = version.value;
     manifest.document.pushed_by = who_;
     manifest.document.pushed_at = time_text();
     const etcd_error_t fault = unreadable(manifest, who_);
@@ -331,7 +348,7 @@ nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_
     txn.compares = {lock_.held(),
                     {etcd_txn_t::compare_t::what_t::mod_revision, keys_.manifest(), "", before.mod_revision}};
     txn.puts = {{keys_.manifest(), text, 0},
-                {keys_.history(last + 1), write_manifest(manifest, manifest_place_t::history), 0}};
+                {keys_.history(version.value), write_manifest(manifest, manifest_place_t::history), 0}};
     etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
     if (put.error.kind == kind_t::no_answer) { /* the transaction may have been carried out */
         const etcd_result_t<etcd_range_t> now = co_await etcd_.get(keys_.manifest());

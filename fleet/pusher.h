@@ -69,6 +69,7 @@ private:
     nat64::task<push_result_t> push_locked(push_request_t request);
     nat64::task<push_result_t> roll_back_locked(std::optional<uint64_t> version);
     nat64::task<etcd_error_t> choose_older(manifest_t in_force, push_result_t &result);
+    etcd_t::reply_t<uint64_t> next_version(const manifest_read_t &before);
     nat64::task<> publish_and_collect(manifest_read_t before, push_result_t &result);
     etcd_t::reply_t<std::vector<size_t>> find_missing(std::vector<chunk_t> chunks);
     nat64::task<etcd_error_t> delete_all(std::vector<std::string> keys, push_result_t &result);

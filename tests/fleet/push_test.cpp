@@ -317,6 +317,19 @@ TEST_F(push_test, a_manifest_that_gateways_could_not_read_is_refused_before_chun
     EXPECT_EQ(names(keys_.chunks()).size(), 0U);
 }
 
+TEST_F(push_test, nothing_is_written_when_the_version_would_be_greater_than_gateways_read) {
+    run(etcd_.txn(put(keys_.history(most_version), "{}")));
+    const push_request_t request = {"pool 1\n", 1, {}, ""};
+    push_result_t published;
+    published.error = run(pusher_.publish({}, published));
+    for (const push_result_t &result : {run(pusher_.check(request)), run(pusher_.push(request)), published}) {
+        EXPECT_EQ(result.error.text,
+                  "p/history/9999999999: no version can follow this one; push to another prefix, or delete the key if "
+                  "no push has made that version");
+    }
+    EXPECT_EQ(names("p/"), std::set<std::string>{"history/9999999999"});
+}
+
 TEST_F(push_test, damaged_data_in_the_store_is_reported_and_stays) {
     ASSERT_TRUE(push("pool 1\n").is_changed);
     const fleet_document_t document = manifest().document;
