@@ -113,11 +113,12 @@ std::string read_password(store_t &store) {
     return "";
 }
 
-std::string store_warning(const store_options_t &options) {
+std::vector<std::string> store_warnings(const store_options_t &options) {
+    std::vector<std::string> warnings;
     for (const auto &[option, file] :
          {std::pair("--password-file", &options.password_file), std::pair("--key", &options.key)}) {
         if (file->empty() || !is_open_to_others(*file)) continue;
-        return std::string(option) + ": " + *file + ": other users have access to it; chmod 600 " + *file;
+        warnings.push_back(std::string(option) + ": " + *file + ": other users have access to it; chmod 600 " + *file);
     }
-    return "";
+    return warnings;
 }

@@ -43,8 +43,7 @@ bool is_store_url(std::string_view text);
 std::string read_store(const store_options_t &options, store_t &store);
 /** Reads the password from its file again. @return an error or an empty text. */
 std::string read_password(store_t &store);
-/** A warning about options that are correct but unsafe, because other users can access a file with a secret; else an
- * empty text. */
-std::string store_warning(const store_options_t &options);
+/** Warnings about options that are correct but unsafe: one for each file with a secret that other users can access. */
+std::vector<std::string> store_warnings(const store_options_t &options);
 
 #endif

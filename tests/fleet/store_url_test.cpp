@@ -116,17 +116,17 @@ TEST(store_url, a_secret_that_others_can_get_at_is_warned_of) {
     const runtime_directory_t folder;
     const std::string file = folder.path() + "/file";
     std::ofstream(file) << "secret";
+    const std::string warning = ": " + file + ": other users have access to it; chmod 600 " + file;
+    using warnings_t = std::vector<std::string>;
     store_options_t options;
-    EXPECT_EQ(store_warning(options), "");
+    EXPECT_EQ(store_warnings(options), warnings_t{});
     ASSERT_EQ(chmod(file.c_str(), 0640), 0);
     options.password_file = file;
-    EXPECT_EQ(store_warning(options),
-              "--password-file: " + file + ": other users have access to it; chmod 600 " + file);
-    options.password_file.clear();
+    EXPECT_EQ(store_warnings(options), warnings_t{"--password-file" + warning});
     options.key = file;
-    EXPECT_EQ(store_warning(options), "--key: " + file + ": other users have access to it; chmod 600 " + file);
+    EXPECT_EQ(store_warnings(options), (warnings_t{"--password-file" + warning, "--key" + warning}));
     ASSERT_EQ(chmod(file.c_str(), 0600), 0);
-    EXPECT_EQ(store_warning(options), "");
+    EXPECT_EQ(store_warnings(options), warnings_t{});
 }
 
 }  // namespace

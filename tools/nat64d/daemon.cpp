@@ -123,8 +123,9 @@ std::string daemon_t::open_store() {
     store_t store;
     std::string error = read_store(options_.store, store);
     if (!error.empty()) return error;
-    const std::string warning = store_warning(options_.store);
-    if (!warning.empty()) log_event(log_level_t::warning, "options", {{"text", warning}});
+    for (const std::string &warning : store_warnings(options_.store)) {
+        log_event(log_level_t::warning, "options", {{"text", warning}});
+    }
     if (!is_gateway_name(options_.gateway)) {
         return "--gateway \"" + options_.gateway + "\": must be 1 to 64 letters, digits, '.', '_' and '-'";
     }

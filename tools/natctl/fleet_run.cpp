@@ -186,11 +186,14 @@ std::optional<store_t> fleet_store_of(call_t &call, const fleet_request_t &reque
     take_from_environment("NATCTL_STORE_PASSWORD_FILE", options.password_file);
     store_t store;
     const std::string error = options.url.empty() ? "needs --store" : read_store(options, store);
-    const std::string warning = error.empty() ? store_warning(options) : "";
-    if (!warning.empty()) call.pal.note("natctl: " + warning);
-    if (error.empty()) return store;
-    refuse(call.outcome, status_t::usage, 0, error);
-    return std::nullopt;
+    if (!error.empty()) {
+        refuse(call.outcome, status_t::usage, 0, error);
+        return std::nullopt;
+    }
+    for (const std::string &warning : store_warnings(options)) {
+        call.pal.note("natctl: " + warning);
+    }
+    return store;
 }
 
 void refuse(outcome_t &outcome, const etcd_error_t &error) {
