@@ -49,8 +49,9 @@ std::optional<gateway_state_t> read_gateway_state(std::string_view text, std::st
 }
 
 std::string write_gateway_state(const gateway_state_t &state) {
-    json_t json = {{"gateway", state.gateway},   {"server", state.server}, {"version", state.version},
-                   {"document", state.document}, {"items", state.items},   {"in_step", state.is_in_step}};
+    json_t json = {{"gateway", state.gateway}, {"server", clean_line(state.server, most_name_bytes)},
+                   {"version", state.version}, {"document", state.document},
+                   {"items", state.items},     {"in_step", state.is_in_step}};
     if (!state.reason.empty()) json["reason"] = clean_line(state.reason, most_reason_bytes);
     json["since"] = state.since;
     if (state.refused_version != 0) {
