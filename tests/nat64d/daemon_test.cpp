@@ -279,6 +279,29 @@ TEST_F(daemon_test, an_edit_outlives_a_server_that_dies_in_the_middle_of_it_and_
     })) << daemon.log();
 }
 
+TEST_F(daemon_test, a_document_that_is_refused_after_the_next_one_was_offered_is_not_the_latest) {
+    constexpr uint32_t many = 3000;
+    const server_process_t server;
+    const daemon_process_t daemon(folder());
+    ASSERT_TRUE(is_in_step()) << daemon.log();
+    ASSERT_TRUE(others_add_pool(9000, "192.0.2.1"));
+    const auto write_during_a_refused_edit = [&](const std::string &text) {
+        const uint64_t before = changes();
+        write(document_text(many, 100) + "pool add --id 9001 --param 1 --start 192.0.2.1 --end 192.0.2.1\n");
+        EXPECT_TRUE(eventually([&] { return changes() > before; })) << daemon.log();
+        write(text);
+    };
+    write_during_a_refused_edit(document_text(count, 200));
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("edits", 1); })) << daemon.log();
+    json_t status = daemon_process_t::ask("status");
+    EXPECT_EQ(status.at("refusals"), 1) << "the pool was refused";
+    EXPECT_FALSE(status.contains("refused_reason")) << status.at("refused_reason");
+    write_during_a_refused_edit("frob\n");
+    ASSERT_TRUE(eventually([] { return daemon_process_t::is("refusals", 3); })) << daemon.log();
+    status = daemon_process_t::ask("status");
+    EXPECT_NE(status.at("refused_reason").get<std::string>().find("line 1: "), std::string::npos) << status;
+}
+
 TEST_F(daemon_test, the_lookup_table_gets_the_rules_that_others_add_during_an_edit) {
     constexpr uint32_t many = 3000;
     const server_process_t server;

@@ -102,11 +102,15 @@ void supervisor_t::offer(offer_t offered) {
 }
 
 void supervisor_t::refuse(const std::string &hash, const std::string &reason) {
-    log_event(log_level_t::error, "refused", {{"document", hash}, {"reason", reason}});
-    ++status_.refusals;
+    count_refusal(hash, reason);
     status_.refused_document = hash;
     status_.refused_reason = reason;
     status_.refused_since = time_text();
+}
+
+void supervisor_t::count_refusal(const std::string &hash, const std::string &reason) {
+    log_event(log_level_t::error, "refused", {{"document", hash}, {"reason", reason}});
+    ++status_.refusals;
 }
 
 void supervisor_t::replay() {
@@ -307,7 +311,10 @@ nat64::task<> supervisor_t::edit() {
         log_event(log_level_t::info, "applied",
                   {{"document", status_.document}, {"items", std::to_string(status_.items)}});
     } else if (!refusal_.empty()) {
-        refuse(offer.hash, refusal_);
+        /* During the edit a later document may have been offered or refused. The status is about the latest one. */
+        const bool is_latest = !offered_ && status_.refused_reason.empty();
+        if (is_latest) refuse(offer.hash, refusal_);
+        if (!is_latest) count_refusal(offer.hash, refusal_);
     } else if (!offered_) {
         offered_ = std::move(offer); /* try again: the server is away and refused nothing */
     }

@@ -78,6 +78,7 @@ private:
     void note_result(const reconcile_result_t &result);
     void note_in_sync();
     void note_foreign(const std::vector<config_item_t> &foreign);
+    void count_refusal(const std::string &hash, const std::string &reason);
     void put_in_force(offer_t offered);
     void note_out_of_sync(const std::string &reason);
     void lose(const std::string &reason);
