@@ -1,7 +1,8 @@
 /*
- * Chained hash tables from a 64-bit key to an element. Entries come from the table's own slabs. The bucket array
- * doubles when there are more entries than buckets. So a look-up reads a bucket and about one entry, whatever the
- * table's size.
+ * Hash tables from a 64-bit key to an element. Keys and elements stand in one array of slots, which are the API's
+ * buckets: a key is in the first slots from its hash on that are not free. So a look-up in a table of any size waits
+ * for memory about once. An entry that is removed in the middle of others leaves a mark, so that those behind it are
+ * still found. The array is made anew, of twice the size if need be, when a quarter or less of it is free.
  */
 #include <memory>
 #include <new>
@@ -14,21 +15,11 @@
 #include "host/runtime/slabs.h"
 #include "platform/runtime.h"
 
-struct fwx_cl_hash_entry {
-    fwx_cl_hash_entry_t *next;
-    uint64_t key;
-    void *element;
-};
-
 namespace {
 
 constexpr uint32_t largest_size_log2 = 30;
-fwx_cl_hash_entry_t **make_buckets(uint64_t count) {
-    return static_cast<fwx_cl_hash_entry_t **>(host_slab_alloc(count * sizeof(fwx_cl_hash_entry_t *)));
-}
-void free_buckets(fwx_cl_hash_entry_t **buckets, uint64_t count) {
-    host_slab_free(buckets, count * sizeof(fwx_cl_hash_entry_t *));
-}
+constexpr uint64_t most_slots = uint64_t{1} << largest_size_log2;
+char removed; /* the element of a slot whose entry was removed */
 
 /** Hash function: keys that differ in a few bits get different values in all bits. */
 uint64_t mix(uint64_t key) {
@@ -41,57 +32,64 @@ uint64_t mix(uint64_t key) {
 
 }  // namespace
 
-struct fwx_cl_hash {
-    fwx_cl_hash_entry_t **buckets = nullptr;
-    uint64_t mask = 0; /* number of buckets less 1 */
-    uint64_t count = 0;
-    fwx_cl_hash_entry_t *free_list = nullptr;
-    slabs_t slabs{}; /* memory of the entries */
+/** A slot. One of all zero bytes is free. */
+struct fwx_cl_hash_entry {
+    uint64_t key;
+    void *element;
 
-    explicit fwx_cl_hash(uint64_t bucket_count) : buckets(make_buckets(bucket_count)), mask(bucket_count - 1) {}
-    ~fwx_cl_hash() {
-        slabs.clear();
-        free_buckets(buckets, mask + 1);
-    }
+    bool is_free() const { return element == nullptr; }
+    bool is_in_use() const { return element != nullptr && element != &removed; }
+};
+
+struct fwx_cl_hash {
+    fwx_cl_hash_entry_t *slots;
+    uint64_t mask; /* number of slots less 1 */
+    uint64_t count = 0;
+    uint64_t taken = 0; /* slots that are not free */
+
+    explicit fwx_cl_hash(uint64_t slot_count)
+        : slots(static_cast<fwx_cl_hash_entry_t *>(host_slab_alloc(slot_count * sizeof(fwx_cl_hash_entry_t)))),
+          mask(slot_count - 1) {}
+    ~fwx_cl_hash() { host_slab_free(slots, (mask + 1) * sizeof(fwx_cl_hash_entry_t)); }
     fwx_cl_hash(const fwx_cl_hash &) = delete;
     fwx_cl_hash &operator=(const fwx_cl_hash &) = delete;
 
-    fwx_cl_hash_entry_t *&bucket_of(uint64_t key) { return buckets[mix(key) & mask]; }
-
-    /** The link to the entry of `key`, or the null link at the end of its chain. */
-    fwx_cl_hash_entry_t *&link_of(uint64_t key) {
-        fwx_cl_hash_entry_t **link = &bucket_of(key);
-        while (*link != nullptr && (*link)->key != key) {
-            link = &(*link)->next;
+    /** The slot of `key`, or the free slot where it is not. */
+    fwx_cl_hash_entry_t &slot_of(uint64_t key) {
+        uint64_t at = mix(key);
+        while (!slots[at & mask].is_free() && !(slots[at & mask].key == key && slots[at & mask].is_in_use())) {
+            ++at;
         }
-        return *link;
+        return slots[at & mask];
     }
 
-    /** Allocates an entry; null when memory is exhausted. */
-    fwx_cl_hash_entry_t *take() {
-        if (free_list == nullptr) return static_cast<fwx_cl_hash_entry_t *>(slabs.cut(sizeof(fwx_cl_hash_entry_t)));
-        fwx_cl_hash_entry_t *entry = free_list;
-        free_list = entry->next;
-        return entry;
+    void enter(fwx_cl_hash_entry_t entry) {
+        slot_of(entry.key) = entry;
+        count += 1;
+        taken += 1;
     }
 
-    /** Doubles the buckets. When memory is exhausted, does nothing, and the chains become longer. */
-    void grow() {
-        const uint64_t old_count = mask + 1;
-        if (old_count >> largest_size_log2 != 0) return;
-        fwx_cl_hash_entry_t **old = make_buckets(old_count * 2);
-        if (old == nullptr) return;
-        std::swap(old, buckets);
-        mask = old_count * 2 - 1;
-        for (uint64_t i = 0; i < old_count; ++i) {
-            while (fwx_cl_hash_entry_t *entry = old[i]) {
-                old[i] = entry->next;
-                fwx_cl_hash_entry_t *&bucket = bucket_of(entry->key);
-                entry->next = bucket;
-                bucket = entry;
-            }
+    /** Makes room for an entry. False when memory is exhausted and only the free slot is left that ends each search. */
+    bool make_room() {
+        if (taken < (mask + 1) / 4 * 3) return true;
+        const uint64_t slot_count = count >= (mask + 1) / 2 ? (mask + 1) * 2 : mask + 1;
+        if (slot_count > most_slots) return taken < mask;
+        fwx_cl_hash_t made(slot_count);
+        if (made.slots == nullptr) return taken < mask;
+        for (uint64_t i = 0; i <= mask; ++i) {
+            if (slots[i].is_in_use()) made.enter(slots[i]);
         }
-        free_buckets(old, old_count);
+        std::swap(slots, made.slots);
+        std::swap(mask, made.mask);
+        taken = count;
+        return true;
+    }
+
+    void remove(fwx_cl_hash_entry_t &entry) {
+        const bool is_last = slots[static_cast<uint64_t>(&entry - slots + 1) & mask].is_free();
+        entry.element = is_last ? nullptr : &removed;
+        taken -= is_last ? 1 : 0;
+        count -= 1;
     }
 };
 
@@ -103,7 +101,7 @@ uint32_t fwx_cl_hash_create(const char *, uint32_t size_log2, uint32_t, void *ha
     if (table == nullptr || size_log2 > largest_size_log2) return FWX_HOST_ERR_BAD_ARG;
     if (hash_fn != nullptr || compare_fn != nullptr) return FWX_HOST_ERR_BAD_ARG;
     std::unique_ptr<fwx_cl_hash_t> made(new (std::nothrow) fwx_cl_hash_t(uint64_t{1} << size_log2));
-    if (made == nullptr || made->buckets == nullptr) return host_errno_nomem;
+    if (made == nullptr || made->slots == nullptr) return host_errno_nomem;
     host_live.hash_tables += 1;
     *table = made.release();
     return 0;
@@ -111,34 +109,23 @@ uint32_t fwx_cl_hash_create(const char *, uint32_t size_log2, uint32_t, void *ha
 
 uint32_t fwx_cl_hash_add(fwx_cl_hash_t *table, uint64_t key, void *element) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_HASH_ADD)) return code;
-    if (table == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    if (table->link_of(key) != nullptr) return FWX_HOST_ERR_KEY_TAKEN;
-    fwx_cl_hash_entry_t *entry = table->take();
-    if (entry == nullptr) return host_errno_nomem;
-    if (table->count > table->mask) table->grow();
-    fwx_cl_hash_entry_t *&bucket = table->bucket_of(key);
-    *entry = {bucket, key, element};
-    bucket = entry;
-    table->count += 1;
+    if (table == nullptr || element == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (table->slot_of(key).is_in_use()) return FWX_HOST_ERR_KEY_TAKEN;
+    if (!table->make_room()) return host_errno_nomem;
+    table->enter({key, element});
     return 0;
 }
 
 void *fwx_cl_hash_find(fwx_cl_hash_t *table, uint64_t key) {
-    if (table == nullptr) return nullptr;
-    const fwx_cl_hash_entry_t *entry = table->link_of(key);
-    return entry == nullptr ? nullptr : entry->element;
+    return table == nullptr ? nullptr : table->slot_of(key).element;
 }
 
 uint32_t fwx_cl_hash_delete(fwx_cl_hash_t *table, uint64_t key) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_HASH_DELETE)) return code;
     if (table == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    fwx_cl_hash_entry_t *&link = table->link_of(key);
-    if (link == nullptr) return FWX_HOST_ERR_NO_KEY;
-    fwx_cl_hash_entry_t *entry = link;
-    link = entry->next;
-    entry->next = table->free_list;
-    table->free_list = entry;
-    table->count -= 1;
+    fwx_cl_hash_entry_t &slot = table->slot_of(key);
+    if (slot.is_free()) return FWX_HOST_ERR_NO_KEY;
+    table->remove(slot);
     return 0;
 }
 
@@ -155,11 +142,12 @@ uint32_t fwx_cl_hash_bucket_count(fwx_cl_hash_t *table) {
 }
 
 fwx_cl_hash_entry_t *fwx_cl_hash_bucket_first(fwx_cl_hash_t *table, uint32_t bucket) {
-    return table == nullptr || bucket > table->mask ? nullptr : table->buckets[bucket];
+    const bool is_there = table != nullptr && bucket <= table->mask && table->slots[bucket].is_in_use();
+    return is_there ? &table->slots[bucket] : nullptr;
 }
 
-fwx_cl_hash_entry_t *fwx_cl_hash_entry_next(fwx_cl_hash_entry_t *entry) {
-    return entry == nullptr ? nullptr : entry->next;
+fwx_cl_hash_entry_t *fwx_cl_hash_entry_next(fwx_cl_hash_entry_t *) {
+    return nullptr; /* a bucket has one entry at most */
 }
 
 void *fwx_cl_hash_entry_element(fwx_cl_hash_entry_t *entry) {
