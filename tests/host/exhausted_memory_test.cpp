@@ -69,7 +69,7 @@ protected:
     void SetUp() override {
         channel_fixture_t::SetUp();
         ASSERT_EQ(fwx_host_server_register("deaf", loop_, &zero_server_ops, nullptr, &deaf_), 0u);
-        ASSERT_EQ(fwx_cl_hash_create("empty", 4, 3, nullptr, nullptr, &table_), 0u);
+        ASSERT_EQ(fwx_cl_hash_create("empty", 0, 3, nullptr, nullptr, &table_), 0u);
         pool_ = chunk_create("empty", 32, 4, 1, 4, 0);
         ASSERT_EQ(pipe(pipe_), 0);
         tree_ = make_tree(strides, 12, 1, nullptr);
