@@ -18,7 +18,7 @@ build() { # PRESET [TARGET...]
   cmake --build --preset "$1" ${2:+--target "${@:2}"} | tail -n 1
 }
 
-say() { printf '\n==> %s\n' "$*"; }
+say() { printf '\n==> %s (%d s)\n' "$*" "$SECONDS"; }
 
 python_packages=(python3-dev python3-cffi python3-setuptools)
 build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev libmicrohttpd-dev
