@@ -113,7 +113,9 @@ TEST_F(batch_test, a_line_may_have_a_mebibyte_alone_and_with_what_it_goes_on_wit
         }
         const run_t goes_on = run("batch -", joined + std::string(most / 2, ' ') + "set --type 1 --value 300\n");
         EXPECT_EQ(goes_on.status, 2);
-        EXPECT_NE(goes_on.notes.find("a line is longer than 1048576 bytes"), std::string::npos) << goes_on.notes;
+        EXPECT_EQ(goes_on.notes,
+                  "natctl: line 1: batch: standard input: a line is longer than 1048576 bytes\n"
+                  "natctl: 0 commands done, 1 failed, 0 not run\n");
     }
     EXPECT_EQ(run("batch /dev/zero").notes, "natctl: batch: /dev/zero: is a device, not a file or a pipe\n");
 }
@@ -128,6 +130,23 @@ TEST_F(batch_test, input_that_fails_half_way_is_an_error_behind_what_was_read) {
     EXPECT_EQ(notes.str(),
               "natctl: line 2: batch: standard input: Input/output error\n"
               "natctl: 1 command done, 1 failed, 0 not run\n");
+}
+
+TEST_F(batch_test, nothing_of_a_command_is_sent_that_a_failure_of_the_input_cuts_off) {
+    const std::string cut_off = "timeout set --type 1 --value 3\ntimeout set --type 2 --value 1\\\n";
+    failing_input_t failing(cut_off + "20");
+    std::istream unreadable(&failing);
+    std::istringstream too_long(cut_off + std::string(size_t{1} << 20, '0') + "\ntimeout set --type 3 --value 1\n");
+    const std::pair<std::istream &, const char *> inputs[] = {
+        {unreadable, "line 3: batch: standard input: Input/output error"},
+        {too_long, "line 2: batch: standard input: a line is longer than 1048576 bytes"},
+    };
+    for (const auto &[input, error] : inputs) {
+        const run_t result = run("--keep-going batch -", input);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.answers, "line 1: timeout set: ok\n");
+        EXPECT_EQ(result.notes, std::string("natctl: ") + error + "\nnatctl: 1 command done, 1 failed, 0 not run\n");
+    }
 }
 
 struct failure_t {

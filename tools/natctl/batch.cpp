@@ -15,30 +15,37 @@ namespace {
 
 constexpr size_t longest_line = size_t{1} << 20; /* in bytes, also for joined lines */
 
-usage_error_t too_long(const usage_error_t &source) {
-    return {source.command, source.text + ": a line is longer than " + std::to_string(longest_line) + " bytes"};
+usage_error_t too_long(const usage_error_t &name) {
+    return {name.command, name.text + ": a line is longer than " + std::to_string(longest_line) + " bytes"};
 }
 
 class batch_t {
 public:
-    batch_t(line_parser_t &parser, line_source_t source, const options_t &options, pal_t &pal, output_t &output)
-        : parser_(parser), is_shell_(source == line_source_t::shell), options_(options), pal_(pal), output_(output) {
+    batch_t(line_parser_t &parser, const line_source_t &source, const options_t &options, pal_t &pal, output_t &output)
+        : parser_(parser),
+          source_(source.name),
+          is_shell_(source.is_shell),
+          options_(options),
+          pal_(pal),
+          output_(output) {
         if (!is_shell_) interrupt_.emplace(pal.loop());
     }
 
-    /** Takes the next line of the input. */
-    void read(std::string &text) {
-        if (is_shell_) return take(text);
-        const bool is_whole = joiner_.join(text);
-        line_ = joiner_.line();
-        if ((is_whole ? text : joiner_.rest()).size() > longest_line) throw too_long({"batch", "input"});
-        if (is_whole) take(text);
+    /** Takes the next line of the input. False: the input ends here, because its joined line is too long. */
+    bool read(std::string &text) {
+        const bool is_whole = is_shell_ || joiner_.join(text);
+        if (!is_shell_) line_ = joiner_.line();
+        const bool is_too_long = !is_shell_ && (is_whole ? text : joiner_.rest()).size() > longest_line;
+        if (is_too_long) {
+            fail(too_long(source_), line_);
+        } else if (is_whole) {
+            take(text);
+        }
+        return !is_too_long;
     }
 
-    void fail(const usage_error_t &error) {
-        line_ = is_shell_ ? 0 : joiner_.count() + 1;
-        refuse(error);
-    }
+    /** Ends an input whose next line cannot be read. */
+    void fail(const usage_error_t &error) { fail(error, is_shell_ ? 0 : joiner_.count() + 1); }
 
     status_t end() {
         if (!joiner_.rest().empty()) take(joiner_.rest());
@@ -58,6 +65,12 @@ public:
     }
 
 private:
+    void fail(const usage_error_t &error, uint32_t line) {
+        joiner_ = {}; /* a command that is cut off must not be sent */
+        line_ = line;
+        refuse(error);
+    }
+
     void take(const std::string &text) {
         /* Checked first, because starting more commands without a server is useless. */
         const bool must_look = !is_shell_ && !started_.empty() && pal_.has_lost_server();
@@ -129,6 +142,7 @@ private:
     }
 
     line_parser_t &parser_;
+    const usage_error_t &source_;
     bool is_shell_;
     const options_t &options_;
     pal_t &pal_;
@@ -147,26 +161,25 @@ private:
 
 }  // namespace
 
-next_line_fn_t lines_of(std::istream &stream, const usage_error_t &source) {
-    return [&stream, source, room = std::string(longest_line + 2, '\0')](std::string &line) mutable {
+next_line_fn_t lines_of(std::istream &stream, const usage_error_t &name) {
+    return [&stream, name, room = std::string(longest_line + 2, '\0')](std::string &line) mutable {
         errno = 0;
         const bool is_read = static_cast<bool>(stream.getline(room.data(), static_cast<std::streamsize>(room.size())));
         if (!is_read && stream.bad()) {
-            throw usage_error_t{source.command, source.text + ": " + std::strerror(errno == 0 ? EIO : errno)};
+            throw usage_error_t{name.command, name.text + ": " + std::strerror(errno == 0 ? EIO : errno)};
         }
-        if (!is_read && !stream.eof()) throw too_long(source);
+        if (!is_read && !stream.eof()) throw too_long(name);
         const auto taken = static_cast<size_t>(stream.gcount());
         if (is_read) line.assign(room, 0, stream.eof() ? taken : taken - 1);
         return is_read;
     };
 }
 
-status_t run_batch(line_parser_t &parser, line_source_t source, const next_line_fn_t &next_line,
+status_t run_batch(line_parser_t &parser, const line_source_t &source, const next_line_fn_t &next_line,
                    const options_t &options, pal_t &pal, output_t &output) {
     batch_t batch(parser, source, options, pal, output);
     try {
-        for (std::string line; next_line(line);) {
-            batch.read(line);
+        for (std::string line; next_line(line) && batch.read(line);) {
         }
     } catch (const usage_error_t &error) {
         batch.fail(error);

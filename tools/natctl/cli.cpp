@@ -222,11 +222,11 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     const bool is_open = !is_file || file.is_open();
     if (!is_open) return output.report(usage_outcome({"batch", line.file + ": " + std::strerror(errno)}));
     line_parser_t parser;
-    const usage_error_t source = {"batch", is_file ? line.file : "standard input"};
+    const line_source_t source = {{"batch", is_file ? line.file : "standard input"}};
     std::istream &stream = is_file ? file : input;
-    const next_line_fn_t lines = lines_of(stream, source);
+    const next_line_fn_t lines = lines_of(stream, source.name);
     const next_line_fn_t next = [&](std::string &text) { return wait_for_line(stream, pal) && lines(text); };
-    return run_batch(parser, line_source_t::file, next, line.options, pal, output);
+    return run_batch(parser, source, next, line.options, pal, output);
 }
 
 /** Notes that a change was made to the embedded model, because the user may have meant a running server. */
@@ -254,8 +254,8 @@ status_t run_command(const command_line_t &line, std::istream &input, output_t &
     if (line.is_batch()) return run_file(line, input, pal, output);
     if (line.is_shell()) {
         line_parser_t parser;
-        return run_batch(parser, line_source_t::shell, shell_lines(input, line.options.connect), line.options, pal,
-                         output);
+        const line_source_t source = {{"shell", "standard input"}, true};
+        return run_batch(parser, source, shell_lines(input, line.options.connect), line.options, pal, output);
     }
     outcome_t outcome = pal.finish(pal.start(line.command, 0));
     refuse_unkept(outcome, pal.end_change());
