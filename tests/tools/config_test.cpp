@@ -412,6 +412,30 @@ TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {
     EXPECT_EQ(alpha("config diff " + second_).status, 0);
 }
 
+TEST_F(config_test, a_change_that_cannot_wait_for_its_confirmation_is_undone_at_once) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    alpha("config apply " + first_);
+    const std::vector<std::string> in_the_way[] = {{"/documents/2.new", "/documents/3.new"}, {"/unconfirmed.new"}};
+    for (const std::vector<std::string> &paths : in_the_way) {
+        for (const std::string &path : paths) {
+            std::filesystem::create_directories(state_ + path);
+        }
+        const run_t undone = alpha("--json config apply --confirm 1h " + second_);
+        EXPECT_EQ(undone.status, 2);
+        const json_t outcome = json_t::parse(undone.answers);
+        const std::string why = "the server has done it, but the version could not be saved: " + state_ + paths.front();
+        EXPECT_EQ(outcome.at("error").get<std::string>().find(why), 0U) << outcome;
+        EXPECT_NE(undone.notes.find("; it cannot wait for a confirmation, and is undone\n"), std::string::npos);
+        EXPECT_EQ(outcome.at("data").at("undone"), true);
+        EXPECT_EQ(shown(), first_shown);
+        EXPECT_EQ(alpha("config confirm").status, 1) << "none waits";
+        for (const std::string &path : paths) {
+            std::filesystem::remove(state_ + path);
+        }
+    }
+}
+
 TEST_F(config_test, a_change_that_cannot_be_undone_is_said_to_stay) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());

@@ -1,7 +1,7 @@
 /*
  * Implements config_run.h. `config_apply` reads the server, plans, sends the plan through the reconciler, and adds
  * versions for the states before and after. With --confirm it then releases the lock and waits. If no confirmation
- * comes, it undoes what the change did, except for items that others have changed since.
+ * comes, or if it cannot wait for one, it undoes what the change did, except for items that others have changed since.
  */
 #include "tools/natctl/config_run.h"
 
@@ -155,7 +155,8 @@ void report_other_changes(call_t &call, const document_t &document, const reconc
     call.outcome.data["difference"] = difference;
 }
 
-void apply(call_t &call, const document_t &document, const config_options_t &options, const interrupt_t &interrupt) {
+/** True: the server has carried out all commands of a plan. The outcome may be a failure all the same. */
+bool apply(call_t &call, const document_t &document, const config_options_t &options, const interrupt_t &interrupt) {
     outcome_t &outcome = call.outcome;
     reconciler_t &server = call.pal.reconciler();
     const document_t from = server.held();
@@ -164,10 +165,13 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
     outcome.data["undone"] = false;
     outcome.note = plan.size() == 0 ? "nothing to change" : count_text(plan.size(), "command");
     std::string error = plan.size() == 0 ? "" : keep_version(call, "as it was found", 0);
-    if (!error.empty()) return refuse(outcome, status_t::usage, 0, "nothing was sent: " + error);
+    if (!error.empty() && !options.undoes) {
+        refuse(outcome, status_t::usage, 0, "nothing was sent: " + error);
+        return false;
+    }
     if (plan.size() == 0) {
         outcome.data["version"] = last_number(call);
-        return;
+        return false;
     }
     const reconcile_result_t result = carry_out(call, plan, document, !options.keeps_partial, interrupt);
     const bool is_changed = server.is_known() && result.applied.done != 0 && !result.applied.is_rolled_back;
@@ -181,11 +185,13 @@ void apply(call_t &call, const document_t &document, const config_options_t &opt
                       code_text(result.applied.table_code));
     }
     outcome.changes = is_changed;
-    if (!result.applied) return report_failure(call, plan, result);
+    if (!result.applied) {
+        report_failure(call, plan, result);
+        return false;
+    }
     report_other_changes(call, document, result);
-    const bool is_unkept = outcome.status == status_t::ok && !error.empty();
-    if (is_unkept)
-        refuse(outcome, status_t::usage, 0, "the server has done it, but the version could not be saved: " + error);
+    refuse_unkept(outcome, error);
+    return true;
 }
 
 /** True if the version no longer waits for a confirmation. */
@@ -221,15 +227,22 @@ bool wait_for_confirmation(call_t &call, uint32_t number, uint64_t seconds, cons
     return is_confirmed(call, number);
 }
 
+struct undo_t {
+    uint32_t number;  /* of the version that waits for its confirmation; 0: none does */
+    std::string what; /* the entry in the log */
+    std::string why;  /* begins the outcome */
+    status_t status;  /* of the outcome */
+};
+
 /** Undoes the change from `before` to `after`, except for items that others have changed since. */
-void roll_back(call_t &call, const document_t &before, const document_t &after, uint32_t number, bool is_interrupted) {
-    const std::string name = "version " + std::to_string(number);
-    const std::string why = is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and";
+void roll_back(call_t &call, const document_t &before, const document_t &after, const undo_t &undo) {
     const std::string error = call.pal.begin_change();
-    if (!error.empty()) return call.pal.refuse_change(call, name + " cannot be undone: " + error);
-    if (is_confirmed(call, number)) return; /* the previous holder of the lock confirmed it at the last moment */
+    if (!error.empty()) return call.pal.refuse_change(call, undo.why + " cannot be undone: " + error);
+    /* The previous holder of the lock may have confirmed it at the last moment. */
+    if (undo.number != 0 && is_confirmed(call, undo.number)) return;
+    const std::string &why = undo.why;
     const auto tell_failure = [&](bool is_undone) {
-        call.outcome.error = why + (is_undone ? " is undone, but " : " could not be undone: ") + call.outcome.error;
+        call.outcome.error = why + (is_undone ? " is undone: " : " could not be undone: ") + call.outcome.error;
         call.outcome.data["changed"] = !is_undone;
         call.outcome.data["undone"] = is_undone;
     };
@@ -239,7 +252,9 @@ void roll_back(call_t &call, const document_t &before, const document_t &after, 
     const document_t target = roll_back(before, after, now, kept);
     const json_t commands = call.outcome.data["commands"];
     config_options_t options;
-    options.what = name + " not confirmed";
+    options.what = undo.what;
+    options.undoes = true;
+    refuse(call.outcome, status_t::ok, 0, "");
     const interrupt_t interrupt(call.pal.loop(), second_interrupt_text);
     apply(call, target, options, interrupt);
     if (call.outcome.status != status_t::ok) {
@@ -255,7 +270,7 @@ void roll_back(call_t &call, const document_t &before, const document_t &after, 
                          {"commands", commands},
                          {"undone", true},
                          {"version", call.outcome.data["version"]}};
-    refuse(call.outcome, is_interrupted ? status_t::usage : status_t::refused, 0,
+    refuse(call.outcome, undo.status, 0,
            why + " is undone" +
                (lines.empty() ? "" : ", but for what others have changed since; it stays:" + named(lines)));
 }
@@ -266,12 +281,15 @@ void confirm_or_roll_back(call_t &call, const document_t &before, const document
     const auto number = call.outcome.data["version"].get<uint32_t>();
     const std::string error = call.pal.end_change();
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
-    const outlives_terminal_t outlives_terminal;
-    call.pal.note("natctl: version " + std::to_string(number) + " is in force; it is undone in " +
-                  std::to_string(seconds) + " s unless you run natctl --connect " + call.pal.options().connect +
-                  " config confirm");
+    const std::string name = "version " + std::to_string(number);
+    call.pal.note("natctl: " + name + " is in force; it is undone in " + std::to_string(seconds) +
+                  " s unless you run natctl --connect " + call.pal.options().connect + " config confirm");
     if (wait_for_confirmation(call, number, seconds, interrupt)) return;
-    roll_back(call, before, after, number, interrupt.is_raised());
+    const bool is_interrupted = interrupt.is_raised();
+    roll_back(call, before, after,
+              {number, name + " not confirmed",
+               is_interrupted ? "interrupted: " + name : name + " was not confirmed in time, and",
+               is_interrupted ? status_t::usage : status_t::refused});
 }
 
 std::string totals_text(const std::optional<fwx_nat64_stats_sys_entry_t> &totals) {
@@ -376,7 +394,14 @@ void config_apply(call_t &call, const document_t &document, const config_options
     if (interrupt->is_raised()) return refuse(call.outcome, status_t::usage, 0, "interrupted: nothing was sent");
     interrupt->hold(second_interrupt_text);
     const document_t before = call.pal.reconciler().held();
-    apply(call, document, options, *interrupt);
-    const bool is_done = call.outcome.status == status_t::ok && call.outcome.data["changed"].get<bool>();
-    if (is_done && options.confirm_s != 0) confirm_or_roll_back(call, before, document, options.confirm_s, *interrupt);
+    std::optional<outlives_terminal_t> outlives_terminal;
+    if (options.confirm_s != 0) outlives_terminal.emplace();
+    const bool is_done = apply(call, document, options, *interrupt);
+    if (!is_done || options.confirm_s == 0) return;
+    if (call.outcome.status == status_t::ok) {
+        return confirm_or_roll_back(call, before, document, options.confirm_s, *interrupt);
+    }
+    roll_back(call, before, document,
+              {0, options.what + " undone", call.outcome.error + "; it cannot wait for a confirmation, and",
+               call.outcome.status});
 }

@@ -12,6 +12,7 @@ struct config_options_t {
     bool is_check = false; /* send nothing */
     bool shows_diff = false;
     bool keeps_partial = false; /* do not undo after a refusal or an interrupt */
+    bool undoes = false;        /* sends the commands also if the state before cannot be saved */
     uint64_t confirm_s = 0;     /* time to confirm the change; 0: no confirmation is needed */
     /* For a server that does not report its configuration. */
     bool assumes_empty = false;
