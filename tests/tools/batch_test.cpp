@@ -70,6 +70,14 @@ TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses
         EXPECT_NE(result.notes.find(": --csv gives one table, and that is one of sessions walk\n"), std::string::npos);
     }
     EXPECT_EQ(run("--csv batch -", "status\n" + pools).status, 2);
+    const run_t wider = run("--csv batch -",
+                            "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\npool show\n"
+                            "pool add --id 2 --param 1 --start 192.0.3.1 --end 192.0.3.2 --hsl 4\npool show\n");
+    EXPECT_EQ(wider.status, 2);
+    EXPECT_EQ(wider.answers, "id,param,start,end\n1,1,192.0.2.1,192.0.2.2\n");
+    EXPECT_EQ(wider.notes.find("natctl: line 4: pool show: --csv gives one table, and that is one of pool show with "
+                               "other columns\n"),
+              0U);
 }
 
 TEST_F(batch_test, a_line_may_go_on_and_a_file_begin_with_a_byte_order_mark) {

@@ -42,6 +42,15 @@ json_t rows_of(const json_t &data) {
     return data.is_object() ? json_t::array({data}) : data;
 }
 
+/** The names of the columns of data that has a row. */
+std::vector<std::string> columns_of(const json_t &data) {
+    std::vector<std::string> names;
+    for (const auto &[name, value] : (data.is_object() ? data : data.front()).items()) {
+        names.push_back(name);
+    }
+    return names;
+}
+
 std::string csv_text(const json_t &value) {
     std::string text = value.is_null() ? "" : plain_text(value);
     if (text.find_first_of(",\"\n") == std::string::npos) return text;
@@ -85,13 +94,13 @@ output_t::output_t(format_t format, bool is_list, std::ostream &answers, std::os
       notes_(notes) {}
 
 status_t output_t::report(const outcome_t &outcome) {
-    if (is_other_table(outcome, outcome.data) || is_table_refused_) {
-        is_table_refused_ = false;
+    if (refusal_.empty()) refusal_ = other_table(outcome, outcome.data);
+    if (!refusal_.empty()) {
         outcome_t refused;
         refused.command = outcome.command;
         refused.line = outcome.line;
         refused.status = status_t::usage;
-        refused.error = "--csv gives one table, and that is one of " + table_;
+        refused.error = std::exchange(refusal_, {});
         return report(refused);
     }
     clear_progress();
@@ -118,9 +127,13 @@ status_t output_t::report(const outcome_t &outcome) {
     return answers_.good() || flush() ? outcome.status : status_t::usage;
 }
 
-bool output_t::is_other_table(const outcome_t &of, const json_t &rows) const {
-    const bool has_rows = format_ == format_t::csv && !rows.empty();
-    return has_rows && !table_.empty() && table_ != of.command;
+/** Why rows do not belong to the table that is written as CSV; empty if they do. */
+std::string output_t::other_table(const outcome_t &of, const json_t &data) const {
+    const bool has_rows = format_ == format_t::csv && !data.empty();
+    if (!has_rows || table_.empty()) return "";
+    const std::string text = "--csv gives one table, and that is one of " + table_;
+    if (table_ != of.command) return text;
+    return columns_of(data) == columns_ ? "" : text + " with other columns";
 }
 
 bool output_t::flush() {
@@ -230,7 +243,10 @@ void output_t::print_rows(const json_t &rows) {
 }
 
 void output_t::print_csv(const outcome_t &of, const json_t &rows) {
-    if (!rows.empty()) table_ = of.command;
+    if (!rows.empty() && table_.empty()) {
+        table_ = of.command;
+        columns_ = columns_of(rows);
+    }
     auto print_line = [this](const std::vector<std::string> &cells) {
         const char *separator = "";
         for (const std::string &cell : cells) {
@@ -261,8 +277,8 @@ void output_t::stream_entries(const outcome_t &of, const wire_message_t &reply, 
 }
 
 void output_t::stream_rows(const outcome_t &of, const json_t &rows) {
-    is_table_refused_ = is_table_refused_ || is_other_table(of, rows);
-    if (is_table_refused_) return;
+    if (refusal_.empty()) refusal_ = other_table(of, rows);
+    if (!refusal_.empty()) return;
     if (format_ == format_t::text) {
         if (widths_.empty()) print_heading(of);
         print_rows(of.is_brief ? brief_rows(rows) : rows);

@@ -44,7 +44,7 @@ public:
     status_t end(status_t status);
 
 private:
-    bool is_other_table(const outcome_t &of, const json_t &rows) const;
+    std::string other_table(const outcome_t &of, const json_t &data) const;
     void print_json(const json_t &object);
     void print_text(const outcome_t &outcome);
     void print_heading(const outcome_t &outcome);
@@ -61,11 +61,12 @@ private:
     bool has_failed_ = false;
     bool shows_progress_ = false;
     bool has_progress_ = false;
-    bool is_table_refused_ = false; /* rows were dropped because they belong to another table */
-    uint64_t next_progress_;        /* by the platform's clock */
+    std::string refusal_;    /* rows were dropped because they belong to another table; empty: none were */
+    uint64_t next_progress_; /* by the platform's clock */
     std::ostream &answers_;
     std::ostream &notes_;
-    std::string table_; /* the command whose table is written as CSV; empty: none yet */
+    std::string table_;                /* the command whose table is written as CSV; empty: none yet */
+    std::vector<std::string> columns_; /* of that table */
     std::optional<entry_lines_t> lines_;
     std::vector<size_t> widths_; /* of the columns of streamed rows, and of the CSV table */
 };
