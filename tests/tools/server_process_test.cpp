@@ -1,4 +1,7 @@
 /* natctl with a server in another process: connecting, notifications, hostile answers, and early ends of a batch. */
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -10,6 +13,7 @@
 
 #include "natctl_fixture.h"
 #include "server_process.h"
+#include "tests/support/eventually.h"
 #include "tests/support/no_descriptors.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/support/zero_server.h"
@@ -297,6 +301,34 @@ TEST_F(server_process_test, an_interrupt_stops_what_is_not_started_and_leaves_a_
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.notes, "natctl: interrupted: 3 commands done, 0 failed, 6 not run\n");
     EXPECT_EQ(json_t::parse(result.answers).size(), 3U);
+}
+
+TEST_F(server_process_test, an_interrupt_ends_a_batch_that_waits_for_a_line_of_a_named_pipe) {
+    const std::string path = directory() + "/pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int lines = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(write(lines, "status\n", 7), 7);
+    child_t natctl;
+    ASSERT_TRUE(natctl.start([&](int ready) {
+        dup2(ready, STDOUT_FILENO);
+        execl(NATCTL_PATH, NATCTL_PATH, "--jsonl", "batch", path.c_str(), nullptr);
+    }));
+    natctl.signal(SIGINT);
+    EXPECT_TRUE(eventually([&] { return natctl.has_ended(); }));
+    close(lines);
+}
+
+TEST_F(server_process_test, of_a_silent_server_no_rules_are_told) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    for (const std::string command : {"mapt show", "mapt rules", "mapt explain 192.0.2.1"}) {
+        lines_t lines({command}, 1, [&server] { server.stop(); });
+        std::istream input(&lines);
+        const run_t result = run("--timeout 20 --connect alpha batch -", input);
+        server.signal(SIGCONT);
+        EXPECT_EQ(result.status, 3) << result.notes;
+        EXPECT_EQ(result.answers, "");
+    }
 }
 
 TEST_F(server_process_test, an_interface_without_prefixes_says_that_it_has_none) {

@@ -4,6 +4,7 @@
  */
 #include "tools/natctl/cli.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,13 +31,31 @@
 
 namespace {
 
-/** Waits for standard input; false if an interrupt came first. Sends the started commands before it waits. */
-bool wait_for_line(std::istream &input, const pal_t &pal) {
-    const bool must_wait = &input == &std::cin && input.rdbuf()->in_avail() <= 0;
-    if (!must_wait) return true;
-    fwx_host_loop_run_until_idle(pal.loop());
-    return interrupt_wait_for(STDIN_FILENO);
-}
+/** Waits for the lines of a batch. */
+class line_waiter_t {
+public:
+    /** Opens the file of `input` once more, because a stream does not tell its descriptor. */
+    line_waiter_t(std::istream &input, const std::string &file)
+        : input_(input),
+          fd_(&input == &std::cin ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
+    ~line_waiter_t() {
+        if (fd_ > STDERR_FILENO) close(fd_);
+    }
+    line_waiter_t(const line_waiter_t &) = delete;
+    line_waiter_t &operator=(const line_waiter_t &) = delete;
+
+    /** False if an interrupt came first. Sends the started commands before it waits. */
+    bool wait(const pal_t &pal) const {
+        const bool must_wait = fd_ >= 0 && input_.rdbuf()->in_avail() <= 0;
+        if (!must_wait) return true;
+        fwx_host_loop_run_until_idle(pal.loop());
+        return interrupt_wait_for(fd_);
+    }
+
+private:
+    std::istream &input_;
+    const int fd_;
+};
 
 /** The format that the words ask for. Works on invalid command lines too, because their errors are shown in that
  * format.
@@ -225,7 +244,8 @@ status_t run_file(const command_line_t &line, std::istream &input, pal_t &pal, o
     const line_source_t source = {{"batch", is_file ? line.file : "standard input"}};
     std::istream &stream = is_file ? file : input;
     const next_line_fn_t lines = lines_of(stream, source.name);
-    const next_line_fn_t next = [&](std::string &text) { return wait_for_line(stream, pal) && lines(text); };
+    const line_waiter_t waiter(stream, is_file ? line.file : "");
+    const next_line_fn_t next = [&](std::string &text) { return waiter.wait(pal) && lines(text); };
     return run_batch(parser, source, next, line.options, pal, output);
 }
 

@@ -340,9 +340,7 @@ bool config_read(call_t &call, const config_options_t &options) {
             totals_text(call.pal.server_totals()) +
             "; nothing was sent. Say what it holds with --assume FILE, or with --assume-empty that it holds nothing";
     }
-    const bool is_gone = call.pal.has_lost_server();
-    const bool is_late = error == std::errc::timed_out || error == nat64::client_errc::connection_lost;
-    refuse(call.outcome, is_gone ? status_t::no_server : is_late ? status_t::no_answer : status_t::refused, 0, text);
+    call.pal.refuse_unread(call, error, text);
     return false;
 }
 

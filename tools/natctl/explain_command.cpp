@@ -132,6 +132,7 @@ uint32_t explain(call_t &call, const explain_t &wanted) {
     if (wanted.file.empty()) {
         rules.take(call.pal.rules());
         if (const auto document = call.pal.server_document(call)) rules.take(*document);
+        if (call.outcome.status != status_t::ok) return 0;
     } else {
         error = rules.read(wanted.file);
     }

@@ -147,8 +147,10 @@ public:
     std::string end_change();
     /** Names the version of single commands in the log; by default the first command is its name. */
     void name_changes(const std::string &what) { change_name_ = what; }
+    /** Makes a call fail because the server's state could not be read. */
+    void refuse_unread(call_t &call, const std::error_code &error, const std::string &text) const;
     /** The configuration of a server in another process, if this natctl has installed no rules itself. Notes that it
-     * asks the server. */
+     * asks the server. If the server does not answer, the call fails. */
     std::optional<document_t> server_document(call_t &call);
     /** The server's identity and count of changes; zeros if it does not report them. */
     fwx_nat64_stats_boot_t server_boot();

@@ -76,11 +76,22 @@ void pal_t::count_single(call_t &call, const nat64::result &got) {
     if (is_change && is_done) ++single_.commands;
 }
 
+void pal_t::refuse_unread(call_t &call, const std::error_code &error, const std::string &text) const {
+    const bool is_late = error == std::errc::timed_out || error == nat64::client_errc::connection_lost;
+    const status_t status = has_lost_server() ? status_t::no_server : is_late ? status_t::no_answer : status_t::refused;
+    refuse(call.outcome, status, 0, text);
+}
+
 std::optional<document_t> pal_t::server_document(call_t &call) {
     const bool is_known_here = rules_.installed() + rules_.pending() + rules_.defaults().size() != 0;
     if (is_known_here || options_.connect.empty() || options_.dry_run) return std::nullopt;
     const std::error_code error = run_internal(reconciler().read());
-    if (error) note_("natctl: " + error.message());
+    const bool is_unreadable = error == nat64::client_errc::unreadable;
+    if (is_unreadable) {
+        note_("natctl: " + error.message());
+    } else if (error) {
+        refuse_unread(call, error, error.message());
+    }
     if (error || reconciler().held().size() == 0) return std::nullopt;
     note_("natctl: " + call.outcome.command + ": from what " + options_.connect +
           " holds: this natctl has installed no rules");
