@@ -175,8 +175,8 @@ public:
         if (has_default) options.connect = server;
         const bool has_lines = (is_serve() || is_watch()) && options.format == format_t::json;
         if (has_lines) options.format = format_t::jsonl;
-        if (is_daemon() && !text.has_value() && options.connect.empty()) {
-            return usage_outcome({"daemon", "needs --connect or NATCTL_CONNECT"});
+        if (is_daemon() && !text.has_value() && (options.connect.empty() || options.dry_run)) {
+            return usage_outcome({"daemon", "needs --connect or NATCTL_CONNECT, and takes no --dry-run"});
         }
         const bool can_look = !options.connect.empty() && !options.dry_run && options.format != format_t::csv;
         if ((is_watch() || is_top()) && !text.has_value() && !can_look) {

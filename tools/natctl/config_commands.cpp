@@ -10,10 +10,13 @@
 
 namespace {
 
+constexpr uint32_t no_version = UINT32_MAX; /* none was given */
+constexpr uint32_t last_version = no_version - 1;
+
 struct request_t {
     std::string file;
     config_options_t options;
-    uint32_t version = UINT32_MAX; /* UINT32_MAX: not given */
+    uint32_t version = no_version;
     bool is_json = false;
 };
 
@@ -84,7 +87,7 @@ uint32_t roll_back(call_t &call, const request_t &request) {
     const versions_t *versions = look_at_versions(call, place);
     if (versions == nullptr) return 0;
     uint32_t number = request.version;
-    if (number == UINT32_MAX && !find_other_version(call, request, *versions, number)) return 0;
+    if (number == no_version && !find_other_version(call, request, *versions, number)) return 0;
     document_t document;
     if (!config_version(call, *versions, number, document)) return 0;
     place.reset();
@@ -97,7 +100,7 @@ uint32_t roll_back(call_t &call, const request_t &request) {
 uint32_t show(call_t &call, const request_t &request) {
     call.pal.settle_all();
     document_t document;
-    const bool is_version = request.version != UINT32_MAX;
+    const bool is_version = request.version != no_version;
     if (!(is_version ? read_version(call, request.version, document) : config_read(call))) return 0;
     if (!is_version) document = call.pal.reconciler().held();
     const bool is_json = request.is_json || call.pal.options().format != format_t::text;
@@ -128,6 +131,10 @@ uint32_t show_log(call_t &call) {
 }
 
 uint32_t confirm(call_t &call) {
+    if (call.pal.options().dry_run) {
+        refuse(call.outcome, status_t::usage, 0, "a dry run confirms nothing; config log shows what waits");
+        return 0;
+    }
     std::string error = call.pal.begin_change();
     if (!error.empty()) {
         call.pal.refuse_change(call, error);
@@ -195,12 +202,12 @@ void add_config_commands(grammar_t &grammar) {
     apply_fields(applied, request);
     command_spec_t &shown =
         grammar.immediate("show", "Prints the document that the server runs, or that of a version", with(show));
-    number_field(shown, "version", request->version, "the version, by default what the server runs");
+    number_field(shown, "version", request->version, "the version, by default what the server runs", 0, last_version);
     flag_field(shown, "--as-json", request->is_json, "prints the document as JSON");
     command_spec_t &back =
         grammar.immediate("rollback", "Makes the server run an older version again", with(roll_back));
     number_field(back, "version", request->version,
-                 "the version, by default the newest that differs from what the server runs");
+                 "the version, by default the newest that differs from what the server runs", 0, last_version);
     apply_fields(back, request);
     grammar.local("log", "Lists who changed what and when", show_log);
     grammar.local("confirm", "Confirms a change that waits for it", confirm);

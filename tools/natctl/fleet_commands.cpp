@@ -17,6 +17,10 @@ uint32_t push(call_t &call, const fleet_request_t &request) {
 }
 
 uint32_t roll_back(call_t &call, const fleet_request_t &request) {
+    if (call.pal.options().dry_run) {
+        refuse(call.outcome, status_t::usage, 0, "a dry run puts nothing; fleet history lists the versions");
+        return 0;
+    }
     if (const std::optional<store_t> store = fleet_store_of(call, request)) fleet_roll_back(call, request, *store);
     return 0;
 }
