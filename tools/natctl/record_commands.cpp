@@ -41,13 +41,17 @@ uint32_t show(call_t &call, const record_family_t &family) {
     const json_t document = json_t::parse(write_json(shown));
     const std::string word = record_command_text(family, nullptr);
     const json_t items = document.at("items").contains(word) ? document.at("items").at(word) : json_t::array();
+    std::vector<std::string_view> columns; /* found once, because there may be many items */
+    for (size_t i = 0; i < family.field_count; ++i) {
+        const std::string_view name = family.fields[i].name;
+        const auto has = [name](const json_t &item) { return item.contains(name); };
+        if (std::any_of(items.begin(), items.end(), has)) columns.push_back(name);
+    }
     call.outcome.data = json_t::array();
     for (const json_t &item : items) {
         json_t row = json_t::object();
-        for (size_t i = 0; i < family.field_count; ++i) {
-            const std::string_view name = family.fields[i].name;
-            const auto has = [name](const json_t &other) { return other.contains(name); };
-            if (std::any_of(items.begin(), items.end(), has)) row[name] = has(item) ? item.at(name) : json_t();
+        for (const std::string_view name : columns) {
+            row[name] = item.contains(name) ? item.at(name) : json_t();
         }
         call.outcome.data.push_back(std::move(row));
     }
