@@ -136,14 +136,21 @@ private:
     bool is_nvi_ = false;
 };
 
+document_t::content_t &document_t::own() {
+    if (!content_) content_ = std::make_shared<content_t>();
+    if (content_.use_count() != 1) content_ = std::make_shared<content_t>(*content_);
+    return *content_;
+}
+
 void document_t::take(const record_family_t &family, uint32_t op, const void *record, uint32_t line) {
     const record_family_t &owner = item_family(family);
     const bool is_nvi = &owner != &family;
     const record_buffer_t interface = is_nvi ? interface_of(family, record, owner) : record_buffer_t{};
     const auto *from = is_nvi ? interface.bytes : static_cast<const uint8_t *>(record);
-    entries_.push_back(
-        {bytes_.size(), line, owner.rank, static_cast<uint8_t>(op), is_nvi ? origin_t::nvi : origin_t::record});
-    bytes_.insert(bytes_.end(), from, from + owner.record_size);
+    content_t &content = own();
+    content.entries.push_back(
+        {content.bytes.size(), line, owner.rank, static_cast<uint8_t>(op), is_nvi ? origin_t::nvi : origin_t::record});
+    content.bytes.insert(content.bytes.end(), from, from + owner.record_size);
 }
 
 void document_t::add(const config_item_t &item) {
@@ -161,56 +168,62 @@ void document_t::settle(notation_t notation, problems_t &problems) {
 }
 
 void document_t::settle(const reading_t *reading) {
-    if (settled_ == entries_.size()) return;
+    if (!content_ || content_->settled == size()) return;
+    content_t &content = own();
+    std::vector<entry_t> &entries = content.entries;
     auto comes_before = [&](const entry_t &a, const entry_t &b) {
-        const int order = compare(a, b);
+        const int order = content.compare(a, b);
         return order != 0 ? order < 0 : reading != nullptr && a.origin < b.origin;
     };
-    if (!std::is_sorted(entries_.begin(), entries_.end(), comes_before)) {
-        std::stable_sort(entries_.begin(), entries_.end(), comes_before);
+    if (!std::is_sorted(entries.begin(), entries.end(), comes_before)) {
+        std::stable_sort(entries.begin(), entries.end(), comes_before);
     }
     std::vector<uint8_t> bytes;
-    bytes.reserve(bytes_.size());
+    bytes.reserve(content.bytes.size());
     size_t count = 0;
-    for (size_t first = 0; first < entries_.size();) {
-        const record_family_t &family = *by_rank()[entries_[first].rank];
+    for (size_t first = 0; first < entries.size();) {
+        const record_family_t &family = *by_rank()[entries[first].rank];
         item_builder_t builder(family, reading);
         size_t next = first;
-        for (; next < entries_.size() && compare(entries_[first], entries_[next]) == 0; ++next) {
-            builder.take(entries_[next], record_of(entries_[next]));
+        for (; next < entries.size() && content.compare(entries[first], entries[next]) == 0; ++next) {
+            builder.take(entries[next], content.record_of(entries[next]));
         }
-        const uint8_t rank = entries_[first].rank;
+        const uint8_t rank = entries[first].rank;
         first = next;
         if (!builder.end()) continue;
         const origin_t origin = builder.is_nvi() ? origin_t::both : origin_t::record;
-        entries_[count++] = {bytes.size(), builder.line(), rank, FWX_NAT64_OP_ADD, origin};
+        entries[count++] = {bytes.size(), builder.line(), rank, FWX_NAT64_OP_ADD, origin};
         bytes.insert(bytes.end(), builder.record().bytes, builder.record().bytes + family.record_size);
     }
-    entries_.resize(count);
-    bytes_.swap(bytes);
-    settled_ = count;
+    entries.resize(count);
+    content.bytes.swap(bytes);
+    content.settled = count;
 }
 
-int document_t::compare(const entry_t &a, const entry_t &b) const {
+int document_t::content_t::compare(const entry_t &a, const entry_t &b) const {
     if (a.rank != b.rank) return a.rank < b.rank ? -1 : 1;
     return record_compare_keys(*by_rank()[a.rank], record_of(a), record_of(b));
 }
 
 config_item_t document_t::item(size_t index) const {
-    const entry_t &entry = entries_[index];
-    return {by_rank()[entry.rank], record_of(entry), entry.line, entry.origin == origin_t::both};
+    const entry_t &entry = content_->entries[index];
+    return {by_rank()[entry.rank], content_->record_of(entry), entry.line, entry.origin == origin_t::both};
 }
 
 size_t document_t::begin_of(const record_family_t &family) const {
-    const auto found = std::lower_bound(entries_.begin(), entries_.end(), family.rank,
+    if (!content_) return 0;
+    const std::vector<entry_t> &entries = content_->entries;
+    const auto found = std::lower_bound(entries.begin(), entries.end(), family.rank,
                                         [](const entry_t &entry, uint8_t rank) { return entry.rank < rank; });
-    return static_cast<size_t>(found - entries_.begin());
+    return static_cast<size_t>(found - entries.begin());
 }
 
 size_t document_t::end_of(const record_family_t &family) const {
-    const auto found = std::upper_bound(entries_.begin(), entries_.end(), family.rank,
+    if (!content_) return 0;
+    const std::vector<entry_t> &entries = content_->entries;
+    const auto found = std::upper_bound(entries.begin(), entries.end(), family.rank,
                                         [](uint8_t rank, const entry_t &entry) { return rank < entry.rank; });
-    return static_cast<size_t>(found - entries_.begin());
+    return static_cast<size_t>(found - entries.begin());
 }
 
 const std::vector<const record_family_t *> &item_families() {

@@ -5,13 +5,15 @@
  * interface are one item, of the family `interface`. A family without a delete has a value that means "absent": an
  * interface that is off, without prefixes and MTU, or a timeout of 0. Such a value makes no item.
  *
- * Records are stored one after the other in one buffer, so a million rules take about 60 MB.
+ * Records are stored one after the other in one buffer, so a million rules take about 75 MB. Copies of a document share
+ * them until one of them changes.
  */
 #ifndef CONFIG_DOCUMENT_H
 #define CONFIG_DOCUMENT_H
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "config/problem.h"
@@ -19,7 +21,7 @@
 
 struct config_item_t {
     const record_family_t *family;
-    const uint8_t *record; /* points into the document; valid until the document changes */
+    const uint8_t *record; /* points into the document; valid until the document and its copies change or end */
     uint32_t line;         /* in the text that was read; 0: not read from a text */
     bool is_nvi;           /* an interface that is also a NAT virtual interface */
 };
@@ -40,7 +42,7 @@ public:
     /** Makes items of the lines. Their order does not matter, because a second line of an item is an error. */
     void settle(notation_t notation, problems_t &problems);
 
-    size_t size() const { return entries_.size(); }
+    size_t size() const { return content_ ? content_->entries.size() : 0; }
     config_item_t item(size_t index) const;
     /** Index of the first item of a family, or where it would be inserted. */
     size_t begin_of(const record_family_t &family) const;
@@ -64,12 +66,18 @@ private:
 
     void take(const record_family_t &family, uint32_t op, const void *record, uint32_t line);
     void settle(const reading_t *reading);
-    const uint8_t *record_of(const entry_t &entry) const { return bytes_.data() + entry.at; }
-    int compare(const entry_t &a, const entry_t &b) const;
+    struct content_t {
+        std::vector<uint8_t> bytes;
+        std::vector<entry_t> entries;
+        size_t settled = 0; /* the first entries, which are items; the others are commands */
 
-    std::vector<uint8_t> bytes_;
-    std::vector<entry_t> entries_;
-    size_t settled_ = 0; /* the first entries, which are items; the others are commands */
+        const uint8_t *record_of(const entry_t &entry) const { return bytes.data() + entry.at; }
+        int compare(const entry_t &a, const entry_t &b) const;
+    };
+    /** The content, for a change: no copy of this document shares it. */
+    content_t &own();
+
+    std::shared_ptr<content_t> content_; /* null: empty */
 };
 
 /** The families that have items, in the order of the items of a document. */

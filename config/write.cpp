@@ -142,7 +142,9 @@ void write_lines(const document_t &document, const std::function<void(std::strin
 }
 
 std::string write_lines(const document_t &document) {
+    constexpr size_t usual_line = 80; /* a little more than that of a rule */
     std::string out(version_mark);
+    out.reserve(out.size() + document.size() * usual_line);
     out.append(std::to_string(document_version)).append("\n");
     write_lines(document, [&out](std::string_view line) { out.append(line).append("\n"); });
     return out;

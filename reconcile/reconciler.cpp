@@ -67,11 +67,8 @@ void reconciler_t::assume(document_t held, const fwx_nat64_stats_boot_t &boot) {
 nat64::task<bool> reconciler_t::assume_known(const versions_t &versions) {
     const nat64::record_result<fwx_nat64_stats_boot_t> boot = co_await client_.stats_boot();
     const fwx_nat64_stats_boot_t now = boot ? boot.record : fwx_nat64_stats_boot_t{};
-    const version_t *newest = versions.newest();
-    const bool is_as_then =
-        now.boot_id != 0 && newest != nullptr && newest->boot_id == now.boot_id && newest->changes == now.changes;
     std::string text;
-    if (is_as_then && versions.read(newest->number, text).empty()) {
+    if (versions.is_newest(now.boot_id, now.changes) && versions.read(versions.newest()->number, text).empty()) {
         problems_t problems;
         document_t held = load_written(text, problems);
         if (problems.empty()) assume(std::move(held), now);

@@ -88,6 +88,11 @@ const version_t *versions_t::newest() const {
     return found == versions_.rend() ? nullptr : &*found;
 }
 
+bool versions_t::is_newest(uint64_t boot_id, uint64_t changes) const {
+    const version_t *known = newest();
+    return boot_id != 0 && known != nullptr && known->boot_id == boot_id && known->changes == changes;
+}
+
 std::string versions_t::add(version_t version, const std::string *document) {
     version.number = ++last_;
     version.time = time_text();
@@ -109,7 +114,9 @@ std::string versions_t::add(version_t version, const std::string *document) {
     return "";
 }
 
-std::string versions_t::add_if_other(version_t version, const std::string &document) {
+std::string versions_t::add_if_other(version_t version, const document_t &held) {
+    if (is_newest(version.boot_id, version.changes)) return ""; /* spares a large document's text */
+    const std::string document = write_lines(held);
     std::string known;
     const uint32_t number = newest() == nullptr ? 0 : newest()->number;
     const bool is_known = read(number, known).empty() && known == document;

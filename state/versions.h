@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "config/document.h"
 #include "state/files.h"
 
 struct version_t {
@@ -51,12 +52,15 @@ public:
     const std::vector<version_t> &all() const { return versions_; }
     /** The newest version with a document, or null. */
     const version_t *newest() const;
+    /** True if a server with this boot id and number of changes holds the newest document. */
+    bool is_newest(uint64_t boot_id, uint64_t changes) const;
 
     /** Adds a version and sets its number, time and user. `document` is the text of its document, or null. The number
      * is used up even if the file cannot be written. */
     std::string add(version_t version, const std::string *document);
-    /** The same, but does nothing if the newest document is equal. Without any version, that is the empty document. */
-    std::string add_if_other(version_t version, const std::string &document);
+    /** The same for the document that a server holds, but does nothing if that is the newest one, by the server's
+     * record in `version` or by its text. Without any version, the newest one is the empty document. */
+    std::string add_if_other(version_t version, const document_t &held);
     /** Reads the document of a version. Version 0 is the empty document, as long as version 1 exists or there are no
      * versions. The error for an unknown number says which numbers there are. */
     std::string read(uint32_t number, std::string &document) const;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "config/load.h"
 #include "config/notation.h"
 #include "state/time_text.h"
 #include "tests/support/runtime_directory.h"
@@ -63,10 +64,18 @@ TEST_P(versions_test, a_version_comes_back_as_it_was_added) {
     EXPECT_EQ(read(1), text_);
     EXPECT_EQ(read(2), "version 2: pool add was a single command, and left no document");
     EXPECT_EQ(read(3), "version 3: must be 0 to 2");
-    EXPECT_EQ(versions().add_if_other({}, text_), "");
-    EXPECT_EQ(versions().all().size(), 2U) << "the newest document says it already";
-    EXPECT_EQ(versions().add_if_other({}, text_ + "\n"), "");
+    problems_t problems;
+    EXPECT_EQ(versions().add_if_other({}, load_written(text_, problems)), "");
+    version_t as_then;
+    as_then.boot_id = 0x8000000000000001;
+    as_then.changes = 9;
+    EXPECT_EQ(versions().add_if_other(as_then, {}), "");
+    EXPECT_EQ(versions().all().size(), 2U) << "the newest document says it already, or the server is as it was then";
+    as_then.changes = 10;
+    EXPECT_EQ(versions().add_if_other(as_then, {}), "");
     EXPECT_EQ(versions().all().size(), 3U);
+    EXPECT_EQ(versions().add_if_other({}, load_written(text_, problems)), "");
+    EXPECT_EQ(versions().all().size(), 4U) << "a server without a boot id";
 }
 
 TEST_P(versions_test, the_newest_hundred_of_each_kind_stay) {

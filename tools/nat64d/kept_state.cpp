@@ -58,5 +58,5 @@ std::string kept_state_t::note_in_force(const document_t &document, const std::s
 }
 
 std::string kept_state_t::add_version(version_t version, const document_t &held) {
-    return versions_.add_if_other(std::move(version), write_lines(held));
+    return versions_.add_if_other(std::move(version), held);
 }

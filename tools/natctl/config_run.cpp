@@ -76,7 +76,7 @@ std::string keep_version(call_t &call, const std::string &what, size_t commands)
     version.commands = commands;
     version.boot_id = server.boot_id();
     version.changes = server.changes();
-    return call.pal.versions().add_if_other(std::move(version), write_lines(server.held()));
+    return call.pal.versions().add_if_other(std::move(version), server.held());
 }
 
 uint32_t last_number(call_t &call) {
