@@ -118,9 +118,13 @@ TEST_F(etcd_test, keys_that_were_not_asked_for_are_refused) {
         EXPECT_EQ(list.error.text, text(each.of_list));
         EXPECT_EQ(list.value.entries.empty(), !each.of_list.empty());
     }
-    const scripted_server_t server({{scripted_server_t::answer(
-        200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}}]}}\n")}});
+    const scripted_server_t server(
+        {{scripted_server_t::answer(200, R"({"responses":[]})"),
+          scripted_server_t::answer(
+              200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}}]}}\n")}});
     etcd_t etcd(loop_, store_at({server.place()}));
+    EXPECT_EQ(run(etcd.get_all({"p/a"})).error.text,
+              "http://" + server.place() + ": not an answer of etcd: responses: must be as many as there are requests");
     etcd_watch_t watch(etcd, "p/a", 1);
     EXPECT_EQ(run(watch.next()).error.text,
               "http://" + server.place() + ": not an answer of etcd: events: must be of no key but p/a");
@@ -327,6 +331,9 @@ TEST_F(real_etcd_test, a_transaction_without_an_answer_is_repeated_only_if_that_
     etcd_txn_t again = put("p/a", "1");
     again.is_repeatable = true;
     EXPECT_TRUE(run(other.txn(again)).value.is_done);
+    const scripted_server_t deaf_again({{""}, {}});
+    etcd_t last(loop_, store_at({deaf_again.place(), nowhere()}));
+    EXPECT_EQ(run(last.txn(again)).error.kind, kind_t::no_answer) << "one of the two has got it";
 }
 
 TEST_F(etcd_test, a_kept_connection_that_ends_under_a_transaction_does_not_have_it_sent_again) {
@@ -343,6 +350,11 @@ TEST_F(etcd_test, a_kept_connection_that_ends_under_a_transaction_does_not_have_
 }
 
 TEST_F(real_etcd_test, waiting_coroutines_may_be_destroyed_and_so_may_the_client) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    const auto before = descriptors();
     auto client = std::make_unique<etcd_t>(loop_, store_at({process_.place()}));
     auto watch = std::make_unique<etcd_watch_t>(*client, "p/a", 1);
     std::vector<nat64::task<etcd_result_t<etcd_range_t>>> reads;
@@ -369,6 +381,7 @@ TEST_F(real_etcd_test, waiting_coroutines_may_be_destroyed_and_so_may_the_client
     EXPECT_FALSE(waits.done() || reads.back().done());
     reads.clear();
     EXPECT_EQ(fwx_host_loop_next_timeout_ms(loop_), -1) << "nothing is left on the loop";
+    EXPECT_EQ(descriptors(), before);
 }
 
 #ifndef ADDRESS_SANITIZER
@@ -398,6 +411,23 @@ TEST_F(etcd_test, errors_hide_the_password_and_the_token_even_if_the_store_repea
         etcd_t etcd(loop_, store);
         const std::string shown = run(etcd.get("p/a")).error.text;
         EXPECT_NE(shown.find(signs_in ? "no: *** and ***" : "no: *** and tok en"), std::string::npos) << shown;
+    }
+}
+
+TEST_F(etcd_test, a_token_that_the_store_refuses_is_replaced_once) {
+    const std::string signed_in = scripted_server_t::answer(200, R"({"token":"token"})");
+    const std::string good = scripted_server_t::answer(200, "{}");
+    store_t store;
+    store.user = "ann";
+    for (const char *said : {"invalid auth token", "revision of auth store is old"}) {
+        const std::string refusal = scripted_server_t::answer(400, json_t{{"code", 3}, {"message", said}}.dump());
+        const scripted_server_t server({{signed_in, good, refusal, signed_in, good, refusal, signed_in, refusal}});
+        store.endpoints = store_at({server.place()}).endpoints;
+        etcd_t etcd(loop_, store);
+        EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
+        EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
+        etcd_watch_t watch(etcd, "p/a", 1);
+        EXPECT_EQ(run(watch.next()).error.kind, kind_t::rights);
     }
 }
 
@@ -452,6 +482,7 @@ TEST_F(etcd_test, malformed_answers_are_refused) {
         {ok(R"({"kvs":[7]})"), kind_t::malformed, "must be an object"},
         {ok(R"({"kvs":[{"key":"====","value":""}]})"), kind_t::malformed, "must be base64"},
         {ok(R"({"kvs":[{"key":"YQ==","value":"Y Q="}]})"), kind_t::malformed, "must be base64"},
+        {ok(R"({"kvs":[{"key":"YQ==","value":"YQ=B"}]})"), kind_t::malformed, "must be base64"},
         {ok(R"({"kvs":[{"key":"YQ==","mod_revision":"99999999999999999999"}]})"), kind_t::malformed, "mod_revision"},
         {ok("{\"kvs\":\"" + std::string(2000, 'x') + "\"}"), kind_t::malformed, "longer than 1000 bytes"},
         {scripted_server_t::answer(400, R"({"code":3,"message":"what?"})"), kind_t::other, ": what?"},
