@@ -1,10 +1,13 @@
 /* Requests on a slow connection, which the test simulates: with each step it lets some bytes through and advances the
- * clock by a second. The test also stands in for a name server that does not answer. */
+ * clock by a second. The test also stands in for a name server that does not answer, and for the part of OpenSSL that
+ * reads the certificates of authorities. */
 #include "net/http.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
+#include <openssl/x509_vfy.h>
 
 #include <future>
 #include <string_view>
@@ -19,8 +22,19 @@ namespace nat64 = fwx::nat64;
 using fault_t = http_reply_t::fault_t;
 
 std::promise<void> is_asked, may_answer; /* for the address of silent.test */
+std::vector<std::string> trusted;        /* files and folders of authorities */
 
 }  // namespace
+
+extern "C" int X509_STORE_load_file(X509_STORE *, const char *file) {
+    trusted.emplace_back(file);
+    return 1;
+}
+
+extern "C" int X509_STORE_load_path(X509_STORE *, const char *folder) {
+    trusted.emplace_back(folder);
+    return 1;
+}
 
 extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo *hints, addrinfo **found) {
     if (name != nullptr && std::string_view(name) == "silent.test") {
@@ -93,11 +107,11 @@ protected:
     http_request_t request_; /* with a timeout of 5 s */
     int peer_ = -1;
     std::optional<nat64::task<http_reply_t>> reply_;
-    http_t http_{loop_, {}};
+    std::unique_ptr<http_t> http_ = std::make_unique<http_t>(loop_, http_tls_t{});
 
 private:
     nat64::task<http_reply_t> post() {
-        http_t::post_t sent = http_.post(request_);
+        http_t::post_t sent = http_->post(request_);
         co_return co_await sent;
     }
 
@@ -173,7 +187,7 @@ TEST_F(slow_connection_test, a_long_body_that_is_sent_again_may_take_as_long_aga
 
 TEST_F(slow_connection_test, lines_that_were_read_do_not_count_towards_the_bound_of_a_stream) {
     request_.most_bytes = 1000;
-    http_t::stream_t stream(http_, request_);
+    http_t::stream_t stream(*http_, request_);
     const auto next = [](http_t::stream_t &from) -> nat64::task<std::optional<std::string>> {
         co_return co_await from.next();
     };
@@ -194,6 +208,7 @@ TEST_F(slow_connection_test, lines_that_were_read_do_not_count_towards_the_bound
     give(std::string(400, 'b') + "\n");
     ASSERT_TRUE(turn_until_done(second));
     EXPECT_EQ(second.get(), std::string(900, 'b')) << stream.reply().reason;
+    EXPECT_LE(stream.reply().body.size(), 1000U) << "nor are they kept";
     auto third = next(stream);
     third.start();
     give(std::string(1001, 'c'));
@@ -218,6 +233,73 @@ TEST_F(slow_connection_test, a_request_that_is_given_up_does_not_wait_for_the_na
     EXPECT_TRUE(reply_->done());
     may_answer.set_value();
     alarm(0);
+}
+
+TEST_F(slow_connection_test, a_dead_connection_is_noticed_within_half_a_minute) {
+    begin();
+    sockaddr_in peer{};
+    sockaddr_in own{};
+    socklen_t size = sizeof peer;
+    ASSERT_EQ(getpeername(peer_, reinterpret_cast<sockaddr *>(&peer), &size), 0);
+    int fd = 0; /* the client's */
+    do {
+        ASSERT_LT(++fd, 1024);
+        size = sizeof own;
+    } while (getsockname(fd, reinterpret_cast<sockaddr *>(&own), &size) != 0 || own.sin_port != peer.sin_port);
+    const auto option = [fd](int level, int name) {
+        int value = 0;
+        socklen_t bytes = sizeof value;
+        EXPECT_EQ(getsockopt(fd, level, name, &value, &bytes), 0);
+        return value;
+    };
+    EXPECT_EQ(option(SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_LE(option(IPPROTO_TCP, TCP_KEEPIDLE) + option(IPPROTO_TCP, TCP_KEEPINTVL) * option(IPPROTO_TCP, TCP_KEEPCNT),
+              30);
+}
+
+TEST_F(slow_connection_test, no_authority_but_the_one_that_is_named_is_trusted) {
+    http_ = std::make_unique<http_t>(loop_, http_tls_t{"ca.pem", "", ""});
+    request_.url.replace(0, 4, "https");
+    begin();
+    take(1);
+    EXPECT_EQ(trusted, std::vector<std::string>{"ca.pem"});
+}
+
+TEST_F(slow_connection_test, a_reply_may_end_a_request_that_has_its_reply_too_and_the_client) {
+    for (const bool ends_client : {false, true}) {
+        http_ = std::make_unique<http_t>(loop_, http_tls_t{});
+        std::optional<nat64::task<>> requests[2];
+        int peers[2];
+        int replies = 0;
+        const auto post = [&](size_t i) -> nat64::task<> {
+            http_t::post_t sent = http_->post(request_);
+            co_await sent;
+            ++replies;
+            requests[1 - i].reset();
+            if (ends_client) http_.reset();
+        };
+        for (size_t i = 0; i < 2; ++i) {
+            requests[i].emplace(post(i));
+            requests[i]->start();
+            accept();
+            peers[i] = peer_;
+            take(1);
+        }
+        for (const int peer : peers) {
+            peer_ = peer;
+            give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
+        }
+        EXPECT_TRUE(eventually([&] {
+            fwx_host_loop_run_once(loop_, 5);
+            return replies != 0;
+        }));
+        fwx_host_loop_run_until_idle(loop_);
+        EXPECT_EQ(replies, 1);
+        for (const int peer : peers) {
+            close(peer);
+        }
+        peer_ = -1;
+    }
 }
 
 }  // namespace
