@@ -56,6 +56,17 @@ protected:
 class real_etcd_test : public etcd_test {
 protected:
     void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
+    /** The value of a metric of etcd; `name` includes the labels. */
+    std::string metric(const std::string &name) const {
+        const std::string metrics = process_.get("/metrics");
+        const size_t at = metrics.find('\n' + name + ' ');
+        const size_t value = at + name.size() + 2;
+        return at == std::string::npos ? "none" : metrics.substr(value, metrics.find('\n', value) - value);
+    }
+    /** The metric that counts the reads of keys. */
+    static constexpr const char *key_reads =
+        R"(grpc_server_handled_total{grpc_code="OK",grpc_method="Range",grpc_service="etcdserverpb.KV",)"
+        R"(grpc_type="unary"})";
 
     etcd_process_t process_;
     etcd_t etcd_{loop_, store_at({process_.place()})};
