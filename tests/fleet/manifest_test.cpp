@@ -174,6 +174,7 @@ TEST(gateway_state, is_what_was_written_and_nothing_else) {
     }
     gateway_state_t wordy = state;
     wordy.reason = std::string(most_reason_bytes - 1, 'x') + "\xc3\xa4";
+    wordy.refused_reason = "two\nlines" + wordy.reason;
     wordy.server = "two\nlines" + std::string(320, 'x');
     ASSERT_TRUE(read_gateway_state(write_gateway_state(wordy), error)) << error;
     EXPECT_EQ(read_gateway_state(write_gateway_state(wordy), error)->reason, std::string(most_reason_bytes - 1, 'x'));

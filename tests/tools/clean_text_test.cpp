@@ -53,7 +53,9 @@ TEST(clean_text, json_has_such_characters_as_numbers_and_reads_them_again) {
 TEST(json_bounds, a_text_of_too_many_levels_or_with_too_many_members_in_one_object_is_not_parsed) {
     const auto nested = [](size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
     EXPECT_TRUE(json_t::parse(nested(16)).is_array());
-    EXPECT_TRUE(json_t::parse(nested(17)).is_null());
+    for (const std::string &text : {nested(17), R"(["\"",)" + nested(16) + "]", R"(["\\",)" + nested(16) + "]"}) {
+        EXPECT_TRUE(json_t::parse(text).is_null()) << text;
+    }
     const auto object_of = [](size_t members) {
         std::string text = "{\"first\":{\"a:\":1}";
         for (size_t i = 1; i < members; ++i) {
