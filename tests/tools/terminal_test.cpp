@@ -111,16 +111,17 @@ TEST_F(terminal_test, the_prompt_names_the_server) {
 TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_could_be_kept) {
     start("exec $natctl shell");
     ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("timeout set --type 3 --value 7\nexit\n");
+    type("timeout set --type 3 --value 7\n");
     EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
-    EXPECT_EQ(exit_status(), 0);
+    kill(child_, SIGKILL);
+    EXPECT_EQ(exit_status(), -1);
     struct stat status {};
     ASSERT_EQ(stat((home_ + "/state/natctl/history").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);
 
     start("exec $natctl shell");
     ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("\x10\x10\n"); /* recalls the last line but one */
+    type("\x10\n"); /* recalls the last line */
     EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
     type("exit\n");
     EXPECT_EQ(exit_status(), 0);
@@ -160,11 +161,32 @@ TEST_F(terminal_test, the_shell_leaves_the_terminal_as_it_found_it_however_it_en
 }
 
 TEST_F(terminal_test, standard_descriptors_that_are_closed_are_errors_and_are_taken_by_nothing_else) {
-    for (const std::string run : {"$natctl status >&-", "$natctl --json serve closed >&-", "$natctl batch - <&-",
-                                  "$natctl batch - </", "$natctl shell </", "$natctl status 2>&- >&-"}) {
+    for (const std::string run :
+         {"$natctl status >&-", "$natctl --json serve closed >&-", "$natctl batch - <&-", "$natctl batch - </",
+          "$natctl shell </", "$natctl status 2>&- >&-", "$natctl --capture $XDG_STATE_HOME status >&-"}) {
         start(run);
         EXPECT_EQ(exit_status(), 2) << run;
     }
+}
+
+TEST_F(terminal_test, a_capture_that_is_not_whole_is_told) {
+    start("ulimit -f 1; exec $natctl --capture $XDG_STATE_HOME stats system");
+    EXPECT_TRUE(shows("natctl: --capture " + home_ + "/state: incomplete: File too large\r\n")) << shown_;
+    EXPECT_EQ(exit_status(), 2);
+}
+
+TEST_F(terminal_test, top_gives_the_terminal_back_while_it_is_stopped_and_takes_it_and_its_keys_again) {
+    start("exec $natctl --connect alpha top --interval 1h");
+    ASSERT_TRUE(shows("\x1b[?1049h")) << shown_;
+    ASSERT_TRUE(shows("trying again: ")) << shown_;
+    type("\x1a");
+    EXPECT_EQ(waitpid(child_, nullptr, WUNTRACED), child_);
+    EXPECT_TRUE(shows("\x1b[?1049l")) << shown_;
+    kill(child_, SIGCONT);
+    ASSERT_TRUE(shows("\x1b[?1049h")) << shown_;
+    type("q");
+    ASSERT_TRUE(shows("\x1b[?1049l")) << shown_;
+    EXPECT_EQ(exit_status(), 0);
 }
 
 }  // namespace
