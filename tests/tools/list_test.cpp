@@ -26,7 +26,7 @@ struct cut_t {
     const char *line;
     size_t rows;
     bool is_cut;
-    int next_id; /* identifier of the first row after the cookie */
+    int next_id; /* identifier of the first row after the cookie; 0: no cookie is known */
 };
 
 TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie) {
@@ -39,6 +39,7 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
         {"stats limits --count 1", 1, false, 0},
         {"sessions walk --count 7 --limit 20", 20, true, 20},
         {"sessions walk --count 7 --limit 30", 30, false, 0},
+        {"sessions walk --count 7 --inside ::/0 --limit 10", 10, true, 0},
     };
     const std::string setup =
         "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\nlimit add --type 1 --value "
@@ -50,7 +51,8 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
         const json_t outcome = last_of(setup + line + "\n");
         EXPECT_EQ(outcome.at("data").size(), cut.rows);
         EXPECT_EQ(outcome.contains("cut"), cut.is_cut);
-        if (!cut.is_cut) continue;
+        EXPECT_EQ(outcome.contains("cookie"), cut.next_id != 0);
+        if (cut.next_id == 0) continue;
         const std::string cookie = outcome.at("cookie").dump();
         std::string next = setup;
         next.append(line, 0, line.find(" --count")).append(" --cookie ").append(cookie);
@@ -152,6 +154,12 @@ TEST_F(list_test, clearing_sessions_says_how_many_matched_and_is_not_sent_when_t
             .answers);
     EXPECT_EQ(refused.at(3).at("code"), 9);
     EXPECT_EQ(refused.at(4).at("data").at("sessions"), 9);
+    const json_t late =
+        json_t::parse(run("--json --keep-going --timeout 20 batch -",
+                          made + "dev server hold\nsessions clear --all\ndev server release\nstats system\n")
+                          .answers);
+    EXPECT_EQ(late.at(3).at("status"), "no_answer");
+    EXPECT_EQ(late.at(5).at("data").at("sessions"), 9) << "a clear that has failed ends no session later";
     const std::string dry = run("--json --dry-run sessions clear --dst 192.0.2.1 --pool-address 192.0.2.2").answers;
     const json_t messages = json_t::parse(dry).at("messages");
     ASSERT_EQ(messages.size(), 1U) << dry;
