@@ -40,15 +40,20 @@ TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before
 }
 
 TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
-    const std::string sessions = "dev server sessions generate 3\nsessions walk\n";
+    const std::string sessions = "dev server sessions generate 3\nsessions walk\nsessions walk\n";
     std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
-    size_t count = 0;
-    for (std::string line; std::getline(lines, line); ++count) {
+    std::string numbers;
+    for (std::string line; std::getline(lines, line);) {
         const json_t object = json_t::parse(line);
-        EXPECT_NE(object.at("line"), 0) << line;
+        numbers += object.at("line").dump();
         EXPECT_NE(object.at("command"), "") << line;
     }
-    EXPECT_EQ(count, 5U + 1 + 3 + 1);
+    EXPECT_EQ(numbers,
+              "24567"
+              "1"
+              "2222"
+              "3333");
+    EXPECT_EQ(run("--json batch -").answers, "[]\n") << "a document has none of them, and is one all the same";
 }
 
 TEST_F(batch_test, a_command_that_nobody_answers_any_more_ends_with_its_channel) {

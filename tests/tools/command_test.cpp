@@ -1,4 +1,6 @@
 /* Single commands: results, exit statuses, formats, dry runs, completion. */
+#include <unistd.h>
+
 #include <fstream>
 
 #include "model/model.h"
@@ -107,18 +109,23 @@ class full_output_t : public std::streambuf {};
 TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {
     const std::vector<std::string> commands[] = {
         {"status"}, {"batch", "-"}, {"--help"}, {"completion", "bash"}, {"complete", "stats"}, {"serve", "full"}};
+    alarm(60); /* kills a server that runs on although its caller cannot know of it */
     for (const std::string format : {"--quiet", "--json", "--jsonl", "--csv"}) {
         for (std::vector<std::string> words : commands) {
             const bool has_options = words[0] != "complete";
             if (has_options) words.insert(words.begin(), format);
             full_output_t full;
             std::ostream answers(&full);
-            std::istringstream in("status\n");
+            std::istringstream in("status\nstatus\n");
             std::ostringstream notes;
             EXPECT_EQ(run_natctl(words, in, answers, notes), 2) << format << ' ' << words.back();
             EXPECT_EQ(notes.str().rfind("natctl: standard output: ", 0), 0U) << notes.str();
+            const bool stops =
+                notes.str().find("\nnatctl: 0 commands done, 1 failed, 1 not run\n") != std::string::npos;
+            EXPECT_EQ(stops, words.back() == "-") << format << notes.str();
         }
     }
+    alarm(0);
 }
 
 TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
