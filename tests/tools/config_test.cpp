@@ -11,6 +11,7 @@
 #include "server_process.h"
 #include "state/directory.h"
 #include "state/lock.h"
+#include "state/read_file.h"
 #include "tests/support/eventually.h"
 #include "tests/support/other_client.h"
 #include "tests/support/runtime_directory.h"
@@ -170,6 +171,9 @@ TEST_F(config_test, versions_come_back_and_the_log_names_them) {
     EXPECT_EQ(alpha("config apply " + first_).status, 0);
     EXPECT_EQ(alpha("config rollback").status, 0);
     EXPECT_EQ(shown(), taken);
+    std::filesystem::resize_file(state_ + "/documents/10", most_file_bytes + 1);
+    EXPECT_EQ(alpha("config rollback").status, 0) << "the newest other version cannot be read";
+    EXPECT_EQ(shown(), latest);
 }
 
 TEST_F(config_test, what_single_commands_have_changed_is_shown_and_logged) {
@@ -309,14 +313,21 @@ TEST_F(config_test, each_family_shows_what_the_server_holds_of_it) {
 TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
+    ASSERT_TRUE(others_add_pool(3, "192.0.2.9"));
+    const std::string &in_the_way = directory_.path() + "/state/natctl";
     std::filesystem::create_directories(directory_.path() + "/state");
-    std::ofstream(directory_.path() + "/state/natctl") << "in the way";
-    for (const std::string &command : {"config apply " + first_, std::string("timeout set --type udp --value 3")}) {
+    std::ofstream(in_the_way) << "a file";
+    const auto is_refused = [&](const std::string &command) {
         const run_t got = alpha(command);
         EXPECT_EQ(got.status, 2);
-        EXPECT_NE(got.notes.find("/state/natctl"), std::string::npos) << got.notes;
-    }
-    EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 0);
+        EXPECT_NE(got.notes.find(in_the_way), std::string::npos) << got.notes;
+    };
+    is_refused("timeout set --type udp --value 3");
+    is_refused("config apply " + first_);
+    std::filesystem::remove(in_the_way);
+    std::filesystem::create_directories(state_ + "/documents/1.new");
+    is_refused("config apply " + first_);
+    EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 1);
 }
 
 TEST_F(config_test, what_the_server_has_done_and_cannot_be_kept_is_told) {
@@ -340,7 +351,9 @@ TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_loo
     ASSERT_EQ(take_server_lock(daemon, "alpha", {}), "");
     setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(),
            1); /* the lock does not depend on the state folder */
-    for (const std::string &command : {"config apply " + second_, std::string("pool del --id 1")}) {
+    const std::string batch = file("batch", "pool del --id 1\npool del --id 1\n");
+    for (const std::string &command :
+         {"config apply " + second_, std::string("pool del --id 1"), "--keep-going batch " + batch}) {
         const run_t got = alpha(command);
         EXPECT_EQ(got.status, 5) << "a status of its own, so that a script can try again";
         EXPECT_NE(got.notes.find("nat64d (process "), std::string::npos) << got.notes;
@@ -463,24 +476,67 @@ TEST_F(config_test, a_change_that_cannot_be_undone_is_said_to_stay) {
 TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirmed) {
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
-    alpha("config apply " + first_);
+    std::string only_timeout = first;
+    only_timeout.replace(first.find("300"), 3, "200");
+    for (const std::string &document :
+         {second_, file("only_timeout", only_timeout)}) { /* then nothing is left to undo */
+        SCOPED_TRACE(document);
+        alpha("config apply " + first_);
+        child_t natctl;
+        ASSERT_TRUE(natctl.start([&](int ready) {
+            dup2(ready, STDERR_FILENO);
+            std::signal(SIGPIPE, SIG_IGN); /* nobody reads its later output */
+            execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h",
+                  document.c_str(), nullptr);
+        })) << "it says that it waits";
+        ASSERT_TRUE(eventually([] {
+            return as_other_client([](fwx::nat64::client &client) {
+                return client.timeout_set(fwx::nat64::timeout{fwx::nat64::timeout_kind::udp, fwx::nat64::seconds(77)});
+            });
+        }));
+        EXPECT_EQ(natctl.end(SIGINT), 2) << "an interrupt undoes it at once";
+        std::string expected = first_shown;
+        expected.replace(expected.find("300"), 3, "77");
+        EXPECT_EQ(shown(), expected);
+        EXPECT_EQ(alpha("config confirm").status, 1) << "none waits";
+    }
+}
+
+TEST_F(config_test, what_others_have_changed_during_an_apply_is_told_as_what_is_missing) {
+    const server_process_t server;
+    ASSERT_TRUE(server.is_ready());
+    const std::string path = file("many", mappings(1000));
+    int notes[2];
+    ASSERT_EQ(pipe2(notes, O_CLOEXEC), 0);
+    fcntl(notes[1], F_SETPIPE_SZ,
+          4096); /* far too small for the trace of all commands, so natctl waits for its reader */
     child_t natctl;
     ASSERT_TRUE(natctl.start([&](int ready) {
-        dup2(ready, STDERR_FILENO);
-        std::signal(SIGPIPE, SIG_IGN); /* nobody reads its later output */
-        execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h", second_.c_str(),
-              nullptr);
-    })) << "it says that it waits";
-    ASSERT_TRUE(eventually([] {
-        return as_other_client([](fwx::nat64::client &client) {
-            return client.timeout_set(fwx::nat64::timeout{fwx::nat64::timeout_kind::udp, fwx::nat64::seconds(77)});
-        });
+        dup2(notes[1], STDERR_FILENO);
+        if (write(ready, "", 1) != 1) return;
+        execl(NATCTL_PATH, NATCTL_PATH, "--trace", "--quiet", "--timeout=1h", "--connect", "alpha", "config", "apply",
+              path.c_str(), nullptr);
     }));
-    EXPECT_EQ(natctl.end(SIGINT), 2) << "an interrupt undoes it at once";
-    std::string expected = first_shown;
-    expected.replace(expected.find("300"), 3, "77");
-    EXPECT_EQ(shown(), expected);
-    EXPECT_EQ(alpha("config confirm").status, 1) << "none waits";
+    close(notes[1]);
+    std::string told;
+    const auto reads_on = [&] {
+        char room[4096];
+        const ssize_t size = read(notes[0], room, sizeof room);
+        told.append(room, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+        return size > 0;
+    };
+    while (told.find("dmapping_add") == std::string::npos) {
+        ASSERT_TRUE(reads_on());
+    }
+    ASSERT_TRUE(others_add_pool(9, "192.0.2.9"));
+    while (reads_on()) {
+    }
+    close(notes[0]);
+    EXPECT_EQ(natctl.end(0), 1);
+    EXPECT_NE(told.find("others have changed the server meanwhile, and it does not hold the document; missing "
+                        "commands:\n  pool del --id 9\n"),
+              std::string::npos)
+        << told.substr(told.size() - std::min<size_t>(told.size(), 500));
 }
 
 TEST_F(config_test, what_a_server_holds_is_assumed_only_where_it_does_not_tell) {
