@@ -9,6 +9,7 @@
 #include "natctl_fixture.h"
 #include "records/families.h"
 #include "server_process.h"
+#include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
@@ -69,6 +70,7 @@ TEST_F(state_test, a_server_that_is_killed_at_any_moment_has_what_it_answered) {
 
 TEST_F(state_test, a_command_that_cannot_be_saved_is_told_as_failed_and_saved_as_soon_as_it_can_be) {
     int held = 0;
+    testing::internal::CaptureStderr(); /* of the server */
     {
         const server_process_t server(path_, 100);
         ASSERT_TRUE(server.is_ready());
@@ -84,11 +86,15 @@ TEST_F(state_test, a_command_that_cannot_be_saved_is_told_as_failed_and_saved_as
                   std::string::npos)
             << refused.notes;
         EXPECT_EQ(mappings(), static_cast<int>(id)) << "a query is answered as ever";
+        EXPECT_EQ(json_t::parse(run("--json --connect alpha config log").answers).at("data").size(), id)
+            << "it lists what was done";
         EXPECT_EQ(content().substr(0, saved.size()), saved);
         server.let_files_grow();
         EXPECT_EQ(run("--connect alpha " + mapping(50)).status, 0);
         held = mappings();
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "natctl: changes cannot be saved: " + path_ + ": File too large\nnatctl: the state is saved again\n");
     const server_process_t server(path_);
     EXPECT_EQ(mappings(), held);
     const std::string saved = content();
@@ -111,9 +117,12 @@ TEST_F(state_test, a_server_whose_file_was_torn_starts_on_a_full_disk_and_saves_
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.notes.find("could not save that it has (0x600b)"), std::string::npos) << refused.notes;
     EXPECT_EQ(mappings(), 1) << "a query is answered as ever";
+    const auto last_try = [this] { return std::filesystem::last_write_time(directory_.path()); };
+    EXPECT_TRUE(eventually([&, before = last_try()] { return last_try() != before; })) << "it tries again";
     server.let_files_grow();
-    EXPECT_EQ(run("--connect alpha " + mapping(2)).status, 0);
-    EXPECT_EQ(content().find("natctl server state 3\ntimeout set --type udp --value 300\ndmapping add "), 0U);
+    EXPECT_TRUE(eventually([this] {
+        return content().find("natctl server state 3\ntimeout set --type udp --value 300\ndmapping add ") == 0;
+    })) << content();
 }
 
 TEST_F(state_test, a_rule_that_could_not_be_saved_is_in_the_table_of_the_library_as_it_is_in_the_server) {
@@ -251,13 +260,17 @@ TEST_F(state_test, an_older_state_is_read_and_written_as_a_new_one) {
         << content();
 }
 
-TEST_F(state_test, lines_of_hexadecimal_digits_are_read_in_either_format) {
+TEST_F(state_test, lines_of_hexadecimal_digits_are_read_in_either_format_and_stay_where_no_command_says_all_of_them) {
+    const std::string mapping =
+        "11 010000000500000000000000010000" + std::string(130, '0') + "\n"; /* a reserved byte is 5 */
     for (const char *format : {"natctl server state 2", "natctl server state 3"}) {
-        std::ofstream(path_) << format << "\n14 010000002c010000\n65536 070000000500000001000000\n= 2 f0615b2f\n";
+        std::ofstream(path_) << format << "\n14 010000002c010000\n65536 070000000500000001000000\n"
+                             << mapping << "= 3 c6cb2563\n";
         const server_process_t server(path_);
         ASSERT_TRUE(server.is_ready()) << format;
         const json_t totals = json_t::parse(run("--json --connect alpha stats system").answers).at("data");
         EXPECT_EQ(totals.at("rules"), 1) << format;
+        EXPECT_EQ(lines_of_digits(), mapping);
     }
 }
 
