@@ -1,12 +1,14 @@
 /* natctl with a server in another process: connecting, notifications, hostile answers, and early ends of a batch. */
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -15,6 +17,7 @@
 #include "server_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/no_descriptors.h"
+#include "tests/support/other_client.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/support/zero_server.h"
 
@@ -123,6 +126,31 @@ TEST_F(server_process_test, a_log_that_is_not_read_holds_no_client_up) {
     close(ends[0]);
 }
 
+TEST_F(server_process_test, a_client_whose_commands_are_refused_does_not_hide_anothers_from_the_log) {
+    const std::string log = directory() + "/log";
+    child_t server;
+    ASSERT_TRUE(server.start([&](int ready) {
+        dup2(ready, STDOUT_FILENO);
+        dup2(creat(log.c_str(), 0600), STDERR_FILENO);
+        fwx_host_clock_turn(1); /* the limits are for a second, which now does not end */
+        run_natctl({"serve", "alpha"}, std::cin, std::cout, std::cerr);
+    }));
+    EXPECT_FALSE(as_other_client([](fwx::nat64::client &client) -> fwx::nat64::task<fwx::nat64::result> {
+        for (int i = 0; i < 60; ++i) {
+            co_await client.pool_del(fwx::nat64::pool{.id = 9});
+        }
+        EXPECT_NE(std::system(NATCTL_PATH " --connect alpha pool del --id 8"), 0);
+        co_return co_await client.pool_del(fwx::nat64::pool{.id = 9});
+    }));
+    server.end(SIGTERM);
+    const std::string refused = "natctl: refused pool_del of 48 bytes: the server has no such entry\n";
+    std::string expected;
+    for (int i = 0; i < 50; ++i) {
+        expected += refused;
+    }
+    EXPECT_EQ(text_of(log), expected + "natctl: 10 lines left out\n" + refused + "natctl: 1 line left out\n");
+}
+
 TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be_asked_from_outside) {
     const json_t first = [] {
         const server_process_t server;
@@ -157,17 +185,29 @@ void lie(void *, fwx_host_peer_t *peer, const void *msg, size_t size) {
     reply[8] = 0; /* result */
     fwx_host_peer_send(peer, reply, sizeof reply);
 }
-void serve_lies(int ready) {
-    fwx_host_server_ops_t ops = zero_server_ops;
-    ops.received = lie;
+void serve(const fwx_host_server_ops_t &ops, const char *name, int ready) {
+    alarm(60); /* so that a client that would wait for ever fails */
     fwx_host_server_t *server = nullptr;
     fwx_host_loop_t *loop = fwx_host_loop_create();
     const bool listens = fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server) == 0 &&
-                         fwx_host_server_listen(server, "liar") == 0;
+                         fwx_host_server_listen(server, name) == 0;
     if (!listens || write(ready, "", 1) != 1) return;
     for (;;) {
         fwx_host_loop_run_once(loop, -1);
     }
+}
+void serve_lies(int ready) {
+    fwx_host_server_ops_t ops = zero_server_ops;
+    ops.received = lie;
+    serve(ops, "liar", ready);
+}
+
+TEST_F(server_process_test, a_look_at_a_server_that_answers_no_query_ends_in_time) {
+    child_t mute;
+    ASSERT_TRUE(mute.start([](int ready) { serve(zero_server_ops, "mute", ready); }));
+    const run_t look = run("--timeout 50 --connect mute top --once");
+    EXPECT_EQ(look.status, 4);
+    EXPECT_EQ(look.notes, "natctl: top: server mute: no answer\n");
 }
 
 TEST_F(server_process_test, a_server_that_claims_more_entries_than_it_sent_is_not_believed) {
@@ -253,12 +293,34 @@ TEST_F(server_process_test, a_binding_without_descriptors_fails) {
 }
 #endif
 
+TEST_F(server_process_test, a_process_that_takes_no_client_is_a_running_server) {
+    std::filesystem::create_directory(directory() + "/fwx_host");
+    std::filesystem::permissions(directory() + "/fwx_host", std::filesystem::perms::owner_all);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (directory() + "/fwx_host/full").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int server = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(server, 0), 0);
+    const int client = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0); /* fills the queue */
+    ASSERT_EQ(connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const run_t other = run("--connect other status");
+    EXPECT_NE(other.notes.find("; running servers: full\n"), std::string::npos) << other.notes;
+    close(client);
+    close(server);
+}
+
 TEST_F(server_process_test, the_timeout_covers_the_binding) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    server.signal(SIGSTOP);
-    const run_t result = run("--timeout 20 --connect alpha status");
-    server.signal(SIGCONT);
+    child_t busy;
+    ASSERT_TRUE(busy.start([](int ready) {
+        fwx_host_server_ops_t ops = zero_server_ops;
+        ops.asked = [](void *, fwx_host_peer_t *, const void *, size_t, void *, size_t) -> size_t {
+            return static_cast<size_t>(pause());
+        };
+        serve(ops, "busy", ready);
+    }));
+    fwx_host_sync_timeout_set_ms(3600000); /* which natctl replaces */
+    const run_t result = run("--timeout 20 --connect busy status");
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.notes.find("bind: no answer within 20 ms\n"), std::string::npos) << result.notes;
 }
