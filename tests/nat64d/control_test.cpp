@@ -1,6 +1,7 @@
 /* nat64d's control socket: its directory, competing daemons, misbehaving clients, and natctl's handling of forged
  * answers.
  */
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -119,11 +120,14 @@ TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
 /** Answers one client with a given text and closes the connection. */
 class forger_t {
 public:
-    explicit forger_t(std::string answer) : answer_(std::move(answer)) {
+    /** @param waits_ms time for which the client may close the connection first */
+    explicit forger_t(std::string answer, int waits_ms = 0) : answer_(std::move(answer)), waits_ms_(waits_ms) {
         const auto take = [](void *self, int fd) {
             const std::string &reply = static_cast<forger_t *>(self)->answer_;
             fcntl(fd, F_SETFL, 0); /* blocks until the whole is read, or the reader has gone */
             send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+            pollfd closed = {fd, POLLRDHUP, 0};
+            poll(&closed, 1, static_cast<forger_t *>(self)->waits_ms_);
             shutdown(fd, SHUT_WR);
             static_cast<forger_t *>(self)->client_ = fd;
         };
@@ -147,6 +151,7 @@ public:
 
 private:
     std::string answer_;
+    int waits_ms_;
     fwx_host_loop_t *loop_ = fwx_host_loop_create();
     fwx_host_user_listener_t *listener_ = nullptr;
     int client_ = -1;
@@ -184,6 +189,10 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
             EXPECT_NE(asked.notes.find(tried.said), std::string::npos) << asked.notes;
         }
     }
+    const forger_t slow("{\"in_step\":true", 60000);
+    const run_t asked = run("--connect alpha --timeout 50 daemon status");
+    EXPECT_NE(asked.notes.find("no answer within 50 ms"), std::string::npos)
+        << "the deadline is of the whole: " << asked.notes;
 }
 
 TEST_F(control_test, a_nat64d_that_takes_no_client_is_waited_for_as_long_as_the_user_wants) {
