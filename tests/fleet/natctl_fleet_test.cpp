@@ -169,6 +169,9 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
     EXPECT_EQ(late.status, 3);
     EXPECT_EQ(late.notes, "natctl: fleet push: not in step after 1 s: ber1: gone; ham1: holds version 1\n");
     EXPECT_EQ(run("fleet push --wait 60s --to fra1 " + second_).status, 0) << "the other is not meant";
+    const json_t staged = json("status").at("data");
+    EXPECT_EQ(staged.at(1).at("wanted"), 3);
+    EXPECT_EQ(staged.at(2).at("wanted"), 2) << "one that is not meant is to hold the last document for all";
     const run_t misspelt = run("fleet push --wait 1s --to fra1 --to fra9 " + second_);
     EXPECT_EQ(misspelt.status, 3);
     EXPECT_EQ(misspelt.notes,
