@@ -28,7 +28,7 @@ inline void replace_file(const std::string &path, const std::string &text) {
     std::filesystem::rename(path + ".new", path);
 }
 
-/** `nat64d alpha --config FOLDER/document`, with its log in FOLDER/log. */
+/** `nat64d alpha --config FOLDER/document`, with its log in FOLDER/log. It works in the folder of its log. */
 class daemon_process_t {
 public:
     explicit daemon_process_t(const std::string &folder) : daemon_process_t(folder, folder + "/log") {}
@@ -45,6 +45,7 @@ public:
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         const int log = open(log_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         dup2(log, STDERR_FILENO);
+        if (chdir(std::filesystem::path(log_path_).parent_path().c_str()) != 0) _exit(127);
         std::vector<char *> arguments;
         arguments.reserve(words.size() + 1);
         for (std::string &word : words) {
@@ -66,12 +67,16 @@ public:
         const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd", failed);
         return std::distance(entries, std::filesystem::directory_iterator());
     }
-    /** Sends a signal, unless `number` is 0, and waits. Returns the exit status, or -1 if a signal killed it. */
+    /** Sends a signal, unless `number` is 0, and waits for the end; after 60 seconds kills it. Returns the exit status,
+     * or -1 if a signal killed it. */
     int end(int number) {
         if (pid_ <= 0) return -1;
         int status = 0;
         if (number != 0) kill(pid_, number);
-        waitpid(pid_, &status, 0);
+        if (!eventually([&] { return waitpid(pid_, &status, WNOHANG) != 0; })) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, &status, 0);
+        }
         pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }

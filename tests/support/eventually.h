@@ -45,15 +45,18 @@ inline bool is_hung_up(int fd) {
 }
 
 /** Sends a text and returns everything received until the other side closes. Then closes `fd`. Returns an empty text
- * when `fd` is -1 or sending fails. */
+ * when `fd` is -1, sending fails, or the other side neither says more nor closes for 60 seconds. */
 inline std::string converse(int fd, const std::string &text) {
     std::string answer;
     if (fd < 0) return answer;
+    const timeval patience = {60, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     char room[65536];
-    const bool is_sent = send(fd, text.data(), text.size(), MSG_NOSIGNAL) >= 0;
-    for (ssize_t size = 0; is_sent && (size = read(fd, room, sizeof room)) > 0;) {
+    ssize_t size = send(fd, text.data(), text.size(), MSG_NOSIGNAL);
+    while (size >= 0 && (size = read(fd, room, sizeof room)) > 0) {
         answer.append(room, static_cast<size_t>(size));
     }
+    if (size < 0 && errno == EAGAIN) answer.clear();
     close(fd);
     return answer;
 }
