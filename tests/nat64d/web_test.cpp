@@ -1,8 +1,10 @@
 /* nat64d's web pages with clients that are slow, many, or both. */
 #include <sys/resource.h>
 
+#include "fwx_host/adapter.hpp"
 #include "tests/nat64d/daemon_fixture.h"
 #include "tests/tools/server_process.h"
+#include "tools/nat64d/web.h"
 
 namespace {
 
@@ -16,6 +18,9 @@ protected:
 
     /** Connects from an address of the loopback network, and sends a text. */
     int connect_from(const char *from, const daemon_process_t &daemon, const std::string &text) {
+        return connect_from(from, daemon.port(), text);
+    }
+    int connect_from(const char *from, uint16_t port, const std::string &text) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         inet_pton(AF_INET, from, &address.sin_addr);
@@ -23,7 +28,7 @@ protected:
         clients_.push_back(fd);
         EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(daemon.port());
+        address.sin_port = htons(port);
         EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         EXPECT_EQ(send(fd, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
         return fd;
@@ -58,7 +63,7 @@ TEST_F(web_test, only_an_address_of_the_loopback_network_is_listened_at) {
     for (const char *place :
          {"0.0.0.0:0", "[::]:0", "192.0.2.1:9464", "128.0.0.1:9464", "[2001:db8::1]:9464", "[::2]:0"}) {
         daemon_process_t refused(start(place), folder() + "/log");
-        EXPECT_EQ(refused.end(0), 2) << place;
+        ASSERT_EQ(refused.end(0), 2) << place;
         EXPECT_NE(refused.log().find("must be a loopback address and a port"), std::string::npos) << refused.log();
     }
     const daemon_process_t daemon(start("[::1]:0"), folder() + "/log");
@@ -88,17 +93,46 @@ TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_a
     }
 }
 
-TEST_F(web_test, a_client_that_sends_a_byte_now_and_then_is_ended_at_its_deadline) {
-    const daemon_process_t daemon(folder());
-    ASSERT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
-    const int drip = connect_from("127.0.0.1", daemon, "GET /metrics HTTP/1.1\r\nX-Slow: ");
-    const int body = connect_from("127.0.0.1", daemon, "POST /metrics HTTP/1.1\r\nContent-Length: 99999\r\n\r\n");
-    EXPECT_TRUE(eventually([&] {
-        send(drip, "x", 1, MSG_NOSIGNAL);
-        send(body, "x", 1, MSG_NOSIGNAL);
-        return is_hung_up(drip) && is_hung_up(body);
-    }));
-    EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos);
+TEST_F(web_test, a_client_that_sends_a_byte_now_and_then_or_does_not_take_its_answer_is_ended_at_its_deadline) {
+    const fwx::host::loop loop;
+    const std::string page(size_t{16} << 20, 'x'); /* more than the sockets hold */
+    bool is_asked = false;
+    web_t web(
+        loop.get(), [&] { is_asked = true; }, [] { return web_t::page_t{}; });
+    ASSERT_EQ(web.listen("127.0.0.1:0"), "");
+    fwx_host_clock_turn(0);
+    for (const char *when : {"at first", "after all have gone"}) {
+        SCOPED_TRACE(when);
+        const int drip = connect_from("127.0.0.1", web.port(), "GET /metrics HTTP/1.1\r\nX-Slow: ");
+        const int body =
+            connect_from("127.0.0.1", web.port(), "POST /metrics HTTP/1.1\r\nContent-Length: 99999\r\n\r\n");
+        const int deaf = connect_from("127.0.0.1", web.port(), "GET /metrics HTTP/1.0\r\n\r\n");
+        const auto turn_until = [&](uint64_t step_ms, auto condition) {
+            return eventually([&] {
+                fwx_host_clock_turn(step_ms);
+                fwx_host_loop_run_once(loop.get(), 5);
+                return condition();
+            });
+        };
+        ASSERT_TRUE(turn_until(0, [&] { return std::exchange(is_asked, false); }));
+        web.metrics_made(page);
+        EXPECT_TRUE(turn_until(100, [&] {
+            send(drip, "x", 1, MSG_NOSIGNAL);
+            send(body, "x", 1, MSG_NOSIGNAL);
+            return is_hung_up(drip) && is_hung_up(body);
+        }));
+        size_t taken = 0;
+        std::string room(size_t{1} << 20, '\0');
+        EXPECT_TRUE(turn_until(100, [&] {
+            const ssize_t got = recv(deaf, room.data(), room.size(), MSG_DONTWAIT);
+            taken += static_cast<size_t>(std::max<ssize_t>(got, 0));
+            return got == 0 || (got < 0 && errno != EAGAIN);
+        }));
+        EXPECT_LT(taken, page.size());
+        EXPECT_TRUE(turn_until(5000, [&] { return fwx_host_loop_next_timeout_ms(loop.get()) < 0; }))
+            << "nothing is left";
+    }
+    fwx_host_clock_run();
 }
 
 TEST_F(web_test, a_client_that_leaves_while_the_metrics_are_made_is_forgotten_and_only_reading_is_allowed) {
