@@ -229,39 +229,68 @@ TEST_F(follow_test, a_start_without_the_store_hands_over_the_stored_document_unl
         store_follower_t follower(loop_, etcd_, "g1", directory.path(), handlers);
         follower.start("");
         ASSERT_TRUE(turn_until([&] { return !taken.empty(); }));
+        const auto keeps = [&](int version) {
+            return turn_until([&] {
+                const std::string said = "\"version\":" + std::to_string(version);
+                return ::text_of(directory.path() + "/store_document").find(said) != std::string::npos;
+            });
+        };
         follower.in_force("its hash");
-        ASSERT_TRUE(turn_until([&] { return std::filesystem::exists(directory.path() + "/store_document"); }));
+        ASSERT_TRUE(keeps(1));
+        publish(document_of(text, 2)); /* the text of an earlier version, as a rollback puts it */
+        ASSERT_TRUE(turn_until([&] {
+            follower.in_force("its hash");
+            return follower.status().version == 2;
+        }));
+        ASSERT_TRUE(keeps(2));
     }
     process_.end(SIGKILL);
-    for (const auto &[in_force, handed_over] : {std::pair("", text), {"its hash", text}, {"a later hash", ""}}) {
+    struct case_t {
+        std::string in_force;
+        std::string handed_over;
+        uint64_t version;
+    };
+    for (const auto &[in_force, handed_over, version] :
+         {case_t{"", text, 0}, {"its hash", text, 2}, {"a later hash", "", 0}}) {
         taken.clear();
         has_settled = false;
         store_follower_t follower(loop_, etcd_, "g1", directory.path(), handlers);
         follower.start(in_force);
         ASSERT_TRUE(turn_until([&] { return has_settled; }));
         EXPECT_EQ(taken, handed_over) << in_force;
+        EXPECT_EQ(follower.status().version, version) << in_force;
     }
 }
 
 TEST_F(etcd_test, a_heartbeat_that_is_refused_keeps_its_pauses_however_often_the_state_is_looked_at) {
-    etcd_t etcd(loop_, store_at({"127.0.0.1:1"}));
+    scripted_server_t::answers_t answers(6, scripted_server_t::answer(400, R"({"code":7,"message":"no permission"})"));
+    answers.front() = scripted_server_t::answer(200, R"({"ID":"7","TTL":"10"})");
+    const scripted_server_t server({answers});
+    etcd_t etcd(loop_, store_at({server.place()}));
     gateway_state_t state;
     size_t asked = 0;
     gateway_heartbeat_t heartbeat(
-        loop_, etcd, "g1", [&] { return state; }, [&](const etcd_error_t &) { ++asked; });
+        loop_, etcd, "g1", [&] { return state; },
+        [&](const etcd_error_t &) {
+            if (++asked != 3) return;
+            state.version = 3;
+            heartbeat.changed();
+        });
+    fwx_host_clock_turn(0);
     heartbeat.start();
     ASSERT_TRUE(turn_until([&] { return asked == 1; }));
-    fwx_host_clock_turn(0);
     for (int i = 0; i < 10; ++i) {
         heartbeat.changed();
         fwx_host_loop_run_once(loop_, 5);
     }
     EXPECT_EQ(asked, 1U);
+    fwx_host_clock_turn(1250);
+    EXPECT_TRUE(turn_until([&] { return asked == 2; })) << "the pause is over, and the lease is not due";
     state.version = 2;
     heartbeat.changed();
-    EXPECT_TRUE(turn_until([&] { return asked == 2; })) << "a new state is worth another attempt";
+    EXPECT_TRUE(turn_until([&] { return asked == 4; })) << "a new state is worth another attempt, also one after it";
     heartbeat.report_now();
-    EXPECT_TRUE(turn_until([&] { return asked == 3; }));
+    EXPECT_TRUE(turn_until([&] { return asked == 5; }));
     fwx_host_clock_run();
 }
 

@@ -1,4 +1,6 @@
 /* No fault of the store may cost a gateway its configuration. */
+#include <climits>
+
 #include "fleet/fleet_keys.h"
 #include "fleet/manifest.h"
 #include "tests/fleet/gateways_fixture.h"
@@ -69,6 +71,14 @@ TEST_F(gateway_test, all_follow_a_push_and_a_stage_is_for_those_it_names) {
         const json_t rows = json_t::parse(run("--json fleet status").answers).at("data");
         return rows.size() == count && rows[4].at("alive") == false && rows[3].at("alive") == true;
     })) << "a gateway that is gone is seen";
+    char host[HOST_NAME_MAX + 1] = "";
+    ASSERT_EQ(gethostname(host, sizeof host), 0);
+    const daemon_process_t nameless({name(4), "--config", store_}, folder() + "/log");
+    EXPECT_TRUE(eventually([&] {
+        const std::string rows = run("--json fleet status").answers;
+        return rows.find("\"gateway\":\"" + std::string(host) + '"') != std::string::npos;
+    })) << "it has the name of the machine: "
+        << nameless.log();
 }
 
 TEST_F(gateway_test, a_store_that_dies_stands_still_or_forgets_is_followed_again) {
@@ -194,6 +204,7 @@ TEST_F(gateway_test, a_document_that_one_server_refuses_is_rolled_back_only_ther
     EXPECT_TRUE(holds(2, 1, 3)) << "a restart forgets nothing: " << status(2);
     EXPECT_EQ(push(pools(4), "--wait 60s").status, 0) << "the next one is good again";
     EXPECT_TRUE(holds(2, 3, 4)) << status(2);
+    EXPECT_FALSE(status(2).at("store").contains("refused_version")) << status(2);
 }
 
 class full_store_test : public gateway_test {
