@@ -4,9 +4,11 @@
 
 #include <set>
 
+#include "config/load.h"
 #include "tests/nat64d/daemon_fixture.h"
 #include "tests/support/other_client.h"
 #include "tests/tools/server_process.h"
+#include "tools/nat64d/supervisor.h"
 
 namespace {
 
@@ -145,6 +147,35 @@ TEST_F(daemon_test, after_a_restart_a_document_that_is_refused_does_not_take_the
     write("timeout set --type udp --value 300\n");
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("items", 1) && daemon_process_t::is("in_step", true); }))
         << daemon.log();
+}
+
+/* The clock stands still, so the pause after the refusal does not end. */
+TEST_F(daemon_test, a_new_document_does_not_wait_for_the_pause_after_a_refusal) {
+    const server_process_t server;
+    ASSERT_TRUE(others_add_pool(900, "10.0.0.1"));
+    const fwx::host::loop loop;
+    fwx_host_clock_turn(0);
+    {
+        supervisor_t supervisor(loop.get(), "alpha", folder() + "/kept", [] {});
+        ASSERT_EQ(supervisor.open(), "");
+        const auto offer_until = [&](const std::string &text, auto condition) {
+            problems_t problems;
+            supervisor.offer(make_offer(load_document(text, problems)));
+            return eventually([&] {
+                fwx_host_loop_run_once(loop.get(), 5);
+                return condition(supervisor.status());
+            });
+        };
+        supervisor.start();
+        ASSERT_TRUE(offer_until(document_text(1, 100), [](const daemon_status_t &status) {
+            return status.reason.find("pool add --id 1 ") != std::string::npos;
+        })) << supervisor.status().reason;
+        EXPECT_TRUE(offer_until("timeout set --type udp --value 300\n", [](const daemon_status_t &status) {
+            return status.is_in_step;
+        })) << supervisor.status().reason;
+    }
+    fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
+    fwx_host_clock_run();
 }
 
 TEST_F(daemon_test, a_server_that_restarts_unseen_is_not_in_step_before_it_has_been_read) {
