@@ -121,7 +121,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
         bound = pal.bind().status;
         FUZZ_CHECK(bound == status_t::ok || !options.connect.empty());
         if (bound == status_t::ok) {
-            output.end(run_batch(parser, line_source_t::file, lines_of(in, {"batch", "input"}), options, pal, output));
+            const line_source_t source = {{"batch", "input"}};
+            output.end(run_batch(parser, source, lines_of(in, source.name), options, pal, output));
         }
     }
     const bool is_document = options.format == format_t::json && bound == status_t::ok;

@@ -60,6 +60,10 @@ public:
     daemon_process_t &operator=(const daemon_process_t &) = delete;
 
     pid_t pid() const { return pid_; }
+    bool is_asleep() const {
+        const std::string state = text_of("/proc/" + std::to_string(pid_) + "/stat");
+        return state.find(") S ") != std::string::npos;
+    }
     void signal(int number) const { kill(pid_, number); }
     /** The number of its open descriptors. */
     long descriptors() const {

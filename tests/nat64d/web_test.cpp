@@ -84,7 +84,11 @@ TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_a
         ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
         const int first = connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");
         connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");
-        if (count == 3) prlimit(daemon.pid(), RLIMIT_NOFILE, &enough, nullptr);
+        if (count == 3) {
+            int in_a_row = 0;
+            EXPECT_TRUE(eventually([&] { return (in_a_row = daemon.is_asleep() ? in_a_row + 1 : 0) == 10; })) << "busy";
+            prlimit(daemon.pid(), RLIMIT_NOFILE, &enough, nullptr);
+        }
         char byte = 0;
         EXPECT_EQ(recv(first, &byte, 1, 0), 1);
         ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &enough, nullptr), 0);

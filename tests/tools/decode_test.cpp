@@ -100,6 +100,7 @@ TEST(decode_test, a_refusal_reads_with_its_text_and_its_code) {
     std::string line = message_line(FWX_HOST_RECEIVED, bytes.data(), bytes.size());
     EXPECT_EQ(line, "<- result 36 bytes: result=" + code_text(0x40300216));
     EXPECT_NE(line.find(" (0x40300216)"), std::string::npos);
+    EXPECT_EQ(plain_text("a\x1b[2J"), "a [2J") << "no text steers the terminal";
 }
 
 TEST(decode_test, lines_of_entries_say_what_their_rows_say) {
