@@ -131,7 +131,7 @@ status_t output_t::report(const outcome_t &outcome) {
 std::string output_t::other_table(const outcome_t &of, const json_t &data) const {
     const bool has_rows = format_ == format_t::csv && !data.empty();
     if (!has_rows || table_.empty()) return "";
-    const std::string text = "--csv gives one table, and that is one of " + table_;
+    std::string text = "--csv gives one table, and that is one of " + table_;
     if (table_ != of.command) return text;
     return columns_of(data) == columns_ ? "" : text + " with other columns";
 }
