@@ -1,4 +1,4 @@
-# Warnings, the sanitizer switches and precompiled headers, for the targets of the project.
+# Warnings and the sanitizer switches, for the targets of the project.
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2)
 if(FWX_NAT64_WERROR)
   add_compile_options(-Werror)
@@ -21,11 +21,3 @@ option(FWX_NAT64_FUZZ "Build the fuzzers, everything instrumented for them (clan
 if(FWX_NAT64_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
-
-# Precompiles a header that nearly all sources of a target include and that costs each of them two seconds. ccache needs
-# CCACHE_SLOPPINESS=pch_defines,time_macros for that.
-function(fwx_precompile target header)
-  target_precompile_headers(${target} PRIVATE ${header})
-  target_compile_options(${target} PRIVATE
-    $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess> $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
-endfunction()

@@ -20,7 +20,7 @@ need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev libas
   abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux zsh fish ansible-core
 
 # The packages are built from a copy of the tree; with these settings ccache reuses the objects that are compiled here.
-export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,pch_defines,time_macros
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
 export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 
 build_and_test() {

@@ -17,7 +17,7 @@ if [[ ${3:-} == as-dev ]]; then
 fi
 if command -v ccache >/dev/null; then # debhelper builds with another HOME and another locale
   CCACHE_DIR=$(ccache --get-config cache_dir)
-  export CCACHE_DIR CCACHE_BASEDIR=$1 CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,pch_defines,time_macros
+  export CCACHE_DIR CCACHE_BASEDIR=$1 CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale
   export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 fi
 dpkg-buildpackage --build=binary --unsigned-source --unsigned-changes >"$work/build.log" 2>&1 || fail "$(tail -n 40 "$work/build.log")"
