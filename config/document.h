@@ -5,7 +5,7 @@
  * interface are one item, of the family `interface`. A family without a delete has a value that means "absent": an
  * interface that is off, without prefixes and MTU, or a timeout of 0. Such a value makes no item.
  *
- * Records are stored one after the other in one buffer, so a million rules take about 75 MB. Copies of a document share
+ * Records are stored one after the other in one buffer, so a million rules take about 50 MB. Copies of a document share
  * them until one of them changes.
  */
 #ifndef CONFIG_DOCUMENT_H
@@ -21,7 +21,7 @@
 
 struct config_item_t {
     const record_family_t *family;
-    const uint8_t *record; /* points into the document; valid until the document and its copies change or end */
+    const uint8_t *record; /* points into the document; valid until the document changes */
     uint32_t line;         /* in the text that was read; 0: not read from a text */
     bool is_nvi;           /* an interface that is also a NAT virtual interface */
 };

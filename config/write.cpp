@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr size_t longest_usual_line = 128; /* in bytes; most lines are shorter, a few may be longer */
+
 /** Selects the fields that must be written to express a record. */
 class record_fields_t {
 public:
@@ -122,7 +124,7 @@ void append_command_line(std::string &out, const record_family_t &family, uint32
 
 std::string command_line(const record_family_t &family, uint32_t op, const void *record) {
     std::string line;
-    line.reserve(128); /* most lines are shorter */
+    line.reserve(longest_usual_line);
     append_command_line(line, family, op, record);
     return line;
 }
@@ -142,9 +144,8 @@ void write_lines(const document_t &document, const std::function<void(std::strin
 }
 
 std::string write_lines(const document_t &document) {
-    constexpr size_t usual_line = 80; /* a little more than that of a rule */
     std::string out(version_mark);
-    out.reserve(out.size() + document.size() * usual_line);
+    out.reserve(out.size() + document.size() * longest_usual_line);
     out.append(std::to_string(document_version)).append("\n");
     write_lines(document, [&out](std::string_view line) { out.append(line).append("\n"); });
     return out;

@@ -189,12 +189,9 @@ std::string read_page(const json_t &range, const std::string &prefix, std::vecto
     const size_t before = entries.size();
     std::string fault = read_entries(range, entries);
     for (size_t i = before; i < entries.size() && fault.empty(); ++i) {
-        const std::string &key = entries[i].key;
-        const bool is_in_order = i == 0 || entries[i - 1].key < key;
-        if (!key.starts_with(prefix))
-            fault = "kvs: each key must begin with " + prefix;
-        else if (!is_in_order)
-            fault = "kvs: keys must be in ascending order";
+        const bool is_in_order = i == 0 || entries[i - 1].key < entries[i].key;
+        if (!is_in_order) fault = "kvs: keys must be in ascending order";
+        if (!entries[i].key.starts_with(prefix)) fault = "kvs: each key must begin with " + prefix;
     }
     return fault;
 }

@@ -152,9 +152,10 @@ nat64::task<push_result_t> pusher_t::push_locked(push_request_t request) {
     if (result.error) co_return result;
     result.refused = prepare(before.value, request, result.manifest);
     if (!result.refused.empty()) co_return result;
-    result.error = (co_await next_version(before.value)).error; /* before chunks are written in vain */
+    const etcd_result_t<uint64_t> version = co_await next_version(before.value); /* before chunks are put in vain */
+    result.error = version.error;
     if (!result.error) result.error = co_await put_chunks(std::move(request.text), result);
-    if (!result.error) co_await publish_and_collect(std::move(before.value), result);
+    if (!result.error) co_await publish_and_collect(std::move(before.value), version.value, result);
     co_return result;
 }
 
@@ -210,7 +211,10 @@ nat64::task<push_result_t> pusher_t::roll_back_locked(std::optional<uint64_t> ve
                                                ": is not there or damaged; a push of the document of version " +
                                                std::to_string(wanted) + " puts it anew"};
     }
-    if (!result.error) co_await publish_and_collect(std::move(before.value), result);
+    if (result.error) co_return result;
+    const etcd_result_t<uint64_t> next = co_await next_version(before.value);
+    result.error = next.error;
+    if (!result.error) co_await publish_and_collect(std::move(before.value), next.value, result);
     co_return result;
 }
 
@@ -248,11 +252,11 @@ nat64::task<etcd_error_t> pusher_t::choose_older(manifest_t in_force, push_resul
     co_return etcd_error_t{};
 }
 
-nat64::task<> pusher_t::publish_and_collect(manifest_read_t before, push_result_t &result) {
+nat64::task<> pusher_t::publish_and_collect(manifest_read_t before, uint64_t version, push_result_t &result) {
     if (says_the_same(before.manifest, result.manifest)) {
         result.manifest = *std::move(before.manifest);
     } else {
-        result.error = co_await publish(std::move(before), result);
+        result.error = co_await publish(std::move(before), version, result);
         if (result.error) co_return;
     }
     const etcd_error_t error = co_await collect(result);
@@ -334,11 +338,9 @@ etcd_t::reply_t<uint64_t> pusher_t::next_version(const manifest_read_t &before) 
     co_return result;
 }
 
-nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_t &result) {
-    const etcd_result_t<uint64_t> version = co_await next_version(before);
-    if (version.error) co_return version.error;
+nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, uint64_t version, push_result_t &result) {
     manifest_t &manifest = result.manifest;
-    manifest.document.version = version.value;
+    manifest.document.version = version;
     manifest.document.pushed_by = who_;
     manifest.document.pushed_at = time_text();
     const etcd_error_t fault = unreadable(manifest, who_);
@@ -348,7 +350,7 @@ nat64::task<etcd_error_t> pusher_t::publish(manifest_read_t before, push_result_
     txn.compares = {lock_.held(),
                     {etcd_txn_t::compare_t::what_t::mod_revision, keys_.manifest(), "", before.mod_revision}};
     txn.puts = {{keys_.manifest(), text, 0},
-                {keys_.history(version.value), write_manifest(manifest, manifest_place_t::history), 0}};
+                {keys_.history(version), write_manifest(manifest, manifest_place_t::history), 0}};
     etcd_result_t<etcd_txn_result_t> put = co_await etcd_.txn(std::move(txn));
     if (put.error.kind == kind_t::no_answer) { /* the transaction may have been carried out */
         const etcd_result_t<etcd_range_t> now = co_await etcd_.get(keys_.manifest());

@@ -60,7 +60,7 @@ public:
     /** Puts the chunks of a text that are missing or damaged, and names all chunks in the result's manifest. */
     nat64::task<etcd_error_t> put_chunks(std::string text, push_result_t &result);
     /** Replaces the manifest that was read by that of the result. Sets version, user and time. */
-    nat64::task<etcd_error_t> publish(manifest_read_t before, push_result_t &result);
+    nat64::task<etcd_error_t> publish(manifest_read_t before, uint64_t version, push_result_t &result);
     /** Deletes old versions of the history, and chunks that neither the manifest nor a version names. */
     nat64::task<etcd_error_t> collect(push_result_t &result);
 
@@ -70,7 +70,7 @@ private:
     nat64::task<push_result_t> roll_back_locked(std::optional<uint64_t> version);
     nat64::task<etcd_error_t> choose_older(manifest_t in_force, push_result_t &result);
     etcd_t::reply_t<uint64_t> next_version(const manifest_read_t &before);
-    nat64::task<> publish_and_collect(manifest_read_t before, push_result_t &result);
+    nat64::task<> publish_and_collect(manifest_read_t before, uint64_t version, push_result_t &result);
     etcd_t::reply_t<std::vector<size_t>> find_missing(std::vector<chunk_t> chunks);
     nat64::task<etcd_error_t> delete_all(std::vector<std::string> keys, push_result_t &result);
 

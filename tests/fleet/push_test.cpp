@@ -214,7 +214,7 @@ TEST_F(push_test, a_pusher_that_has_lost_the_lock_changes_nothing) {
     run(etcd_.txn(put(keys_.chunk("unnamed"), "rubbish")));
     const std::set<std::string> chunks = names(keys_.chunks());
     for (const etcd_error_t &error : {run(late.put_chunks("pool later\n", result)),
-                                      run(late.publish(read.value, result)), run(late.collect(result))}) {
+                                      run(late.publish(read.value, 3, result)), run(late.collect(result))}) {
         EXPECT_EQ(error.text, "the lock was lost during the push: its lease has ended");
     }
     EXPECT_FALSE(result.is_changed);
@@ -337,16 +337,18 @@ TEST_F(push_test, a_manifest_that_gateways_could_not_read_is_refused_before_chun
 }
 
 TEST_F(push_test, nothing_is_written_when_the_version_would_be_greater_than_gateways_read) {
+    ASSERT_TRUE(push("pool 1\n").is_changed);
+    ASSERT_TRUE(push("pool 2\n").is_changed);
     run(etcd_.txn(put(keys_.history(most_version), "{}")));
-    const push_request_t request = {"pool 1\n", 1, {}, ""};
-    push_result_t published;
-    published.error = run(pusher_.publish({}, published));
-    for (const push_result_t &result : {run(pusher_.check(request)), run(pusher_.push(request)), published}) {
+    const std::set<std::string> before = names("p/");
+    const push_request_t request = {"pool 3\n", 1, {}, ""};
+    for (const push_result_t &result :
+         {run(pusher_.check(request)), run(pusher_.push(request)), run(pusher_.roll_back({}))}) {
         EXPECT_EQ(result.error.text,
                   "p/history/9999999999: no version can follow this one; push to another prefix, or delete the key if "
                   "no push has made that version");
     }
-    EXPECT_EQ(names("p/"), std::set<std::string>{"history/9999999999"});
+    EXPECT_EQ(names("p/"), before);
 }
 
 TEST_F(push_test, damaged_data_in_the_store_is_reported_and_stays) {

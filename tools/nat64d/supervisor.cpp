@@ -313,8 +313,11 @@ nat64::task<> supervisor_t::edit() {
     } else if (!refusal_.empty()) {
         /* During the edit a later document may have been offered or refused. The status is about the latest one. */
         const bool is_latest = !offered_ && status_.refused_reason.empty();
-        if (is_latest) refuse(offer.hash, refusal_);
-        if (!is_latest) count_refusal(offer.hash, refusal_);
+        if (is_latest) {
+            refuse(offer.hash, refusal_);
+        } else {
+            count_refusal(offer.hash, refusal_);
+        }
     } else if (!offered_) {
         offered_ = std::move(offer); /* try again: the server is away and refused nothing */
     }

@@ -33,15 +33,17 @@ public:
 
     /** Takes the next line of the input. False: the input ends here, because its joined line is too long. */
     bool read(std::string &text) {
-        const bool is_whole = is_shell_ || joiner_.join(text);
-        if (!is_shell_) line_ = joiner_.line();
-        const bool is_too_long = !is_shell_ && (is_whole ? text : joiner_.rest()).size() > longest_line;
-        if (is_too_long) {
-            fail(too_long(source_), line_);
-        } else if (is_whole) {
-            take(text);
+        bool is_whole = true;
+        if (!is_shell_) {
+            is_whole = joiner_.join(text);
+            line_ = joiner_.line();
+            if ((is_whole ? text : joiner_.rest()).size() > longest_line) {
+                fail(too_long(source_), line_);
+                return false;
+            }
         }
-        return !is_too_long;
+        if (is_whole) take(text);
+        return true;
     }
 
     /** Ends an input whose next line cannot be read. */
