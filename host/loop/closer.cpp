@@ -43,7 +43,7 @@ void *close_all(void *) {
     return nullptr;
 }
 
-/** Returns false when no thread can be created. The next closer_take() then tries again. */
+/** Returns false when no thread can be created. The next closer_take() or closer_is_full() then tries again. */
 bool start() {
     sigset_t all;
     sigset_t before;
@@ -83,6 +83,7 @@ bool closer_is_full() {
     enter();
     pthread_mutex_lock(&closer.lock);
     const bool is_full = closer.count >= full_at;
+    if (is_full && !closer.is_running) closer.is_running = start();
     pthread_mutex_unlock(&closer.lock);
     return is_full;
 }

@@ -4,15 +4,20 @@
  * serving an honest client.
  */
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "channel_fixture.h"
 #include "tests/support/hand_over.h"
@@ -33,6 +38,15 @@ handles_t sound_handles_with(size_t place, int fd) {
 handles_t sound_handles_and(int fd) {
     handles_t handles = sound_handles();
     handles.emplace_back(fd);
+    return handles;
+}
+
+/** As many descriptors as one message can carry. */
+handles_t all_handles() {
+    handles_t handles = sound_handles();
+    while (handles.size() < 253) {
+        handles.emplace_back(eventfd(1, 0));
+    }
     return handles;
 }
 
@@ -65,6 +79,20 @@ int lingering_socket() {
     return fd;
 }
 
+/** Makes each creation of a thread fail in the calling thread, as at the system's most threads. */
+void refuse_threads() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter = {std::size(program), program};
+    ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0) << strerror(errno);
+}
+
 class shm_handshake_t : public channel_fixture_t {
 protected:
     shm_handshake_t() : channel_fixture_t(link_kind_t::between_processes) {}
@@ -94,18 +122,11 @@ TEST_F(shm_handshake_t, a_client_with_an_invalid_offer_is_turned_away_nothing_of
         std::string bytes = word(greeting);
         uint32_t told = FWX_HOST_ERR_CHANNEL_DOWN;
     };
-    const auto as_many_as_there_can_be = [] {
-        handles_t handles = sound_handles();
-        while (handles.size() < 253) {
-            handles.emplace_back(eventfd(1, 0));
-        }
-        return handles;
-    };
     const case_t cases[] = {
         {"no descriptors", [] { return handles_t(); }},
         {"one more descriptor", [] { return sound_handles_and(eventfd(1, 0)); }},
         {"one that is slow to close", [] { return sound_handles_and(lingering_socket()); }},
-        {"all the descriptors there can be", as_many_as_there_can_be},
+        {"all the descriptors there can be", all_handles},
         {"a longer greeting", sound_handles, word(greeting) + "!"},
         {"another greeting", sound_handles, "fwx!"},
         {"the version before", sound_handles, word(greeting - 1), FWX_HOST_ERR_VERSION},
@@ -268,6 +289,34 @@ TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_a
     expect_service();
     EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), 0u);
     EXPECT_EQ(smc_msg_chan_close(&chan), 0u);
+}
+
+TEST_F(shm_handshake_t, no_client_is_accepted_while_too_many_descriptors_wait_to_be_closed) {
+    fwx_host_clock_turn(0);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit raised = {std::min<rlim_t>(4096, limit.rlim_max), limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    const uint64_t refused = peers().refused;
+    std::vector<descriptor_t> clients(4);
+    std::thread([&] {
+        refuse_threads();
+        for (descriptor_t &client : clients) {
+            client = connect_raw();
+            EXPECT_TRUE(hand_over(client, word(greeting), all_handles()));
+            run_server();
+        }
+    }).join();
+    EXPECT_EQ(peers().refused, refused + 3);
+    expect_service();
+    for (int turn = 0; turn < 100000 && peers().refused == refused + 3; ++turn) { /* threads can be created again */
+        sched_yield();
+        fwx_host_clock_turn(100);
+        run_server();
+    }
+    EXPECT_EQ(peers().refused, refused + 4);
+    clients.clear();
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 }  // namespace
