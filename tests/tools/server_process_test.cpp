@@ -244,6 +244,10 @@ TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_unti
             EXPECT_EQ(json_t::parse(mapping).at("id"), 77);
         }
     }
+    std::istringstream nothing;
+    std::ostream full(nullptr);
+    std::ostringstream notes;
+    EXPECT_EQ(run_natctl(words_of("--connect liar watch"), nothing, full, notes), 2);
     EXPECT_EQ(run("watch").status, 2);
     EXPECT_EQ(run("--csv --connect liar watch").status, 2);
 }

@@ -28,10 +28,10 @@ outcome_t watch(pal_t &pal, output_t &output) {
     outcome_t outcome = pal.bind();
     outcome.command = "watch";
     if (outcome.status != status_t::ok) return outcome;
-    while (!interrupt.is_raised() && pal.is_connected()) {
+    while (!interrupt.is_raised() && pal.is_connected() && output.flush()) {
         fwx_host_loop_run_once(pal.loop(), -1);
     }
-    if (!interrupt.is_raised()) {
+    if (!interrupt.is_raised() && !pal.is_connected()) {
         outcome.status = status_t::no_server;
         outcome.error = "the server went away";
     }

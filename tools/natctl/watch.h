@@ -5,7 +5,8 @@
 #include "tools/natctl/output.h"
 #include "tools/natctl/pal.h"
 
-/** Binds, and shows each notification until an interrupt, which is a success, or until the server goes away. */
+/** Binds, and shows each notification until an interrupt, which is a success, until the server goes away, or until the
+ * output cannot be written. */
 outcome_t watch(pal_t &pal, output_t &output);
 
 #endif
