@@ -74,7 +74,7 @@ nat64::task<progress_t> wait_for_gateways(fleet_store_t &store, const manifest_t
 }
 
 void tell_gateways(call_t &call, fleet_store_t &store, const manifest_t &manifest, uint64_t wait_s) {
-    const progress_t progress = store.run(wait_for_gateways(store, manifest, wait_s));
+    progress_t progress = store.run(wait_for_gateways(store, manifest, wait_s));
     json_t refused = progress.refused;
     json_t lagging = progress.lagging;
     call.outcome.data["gateways"] = {
@@ -82,6 +82,8 @@ void tell_gateways(call_t &call, fleet_store_t &store, const manifest_t &manifes
     if (!progress.refused.empty()) {
         refuse(call.outcome, status_t::refused, 0, "refused by " + joined(progress.refused));
     } else if (progress.error) {
+        progress.error.text = "version " + std::to_string(manifest.document.version) +
+                              " is in the store, but the gateways could not be looked at: " + progress.error.text;
         refuse(call.outcome, progress.error);
     } else if (!progress.lagging.empty()) {
         refuse(call.outcome, status_t::no_answer, 0,
