@@ -16,6 +16,7 @@
 
 #include "fwx_host/capture.h"
 #include "fwx_host/errors.h"
+#include "model/model.h"
 #include "state/read_file.h"
 #include "tools/natctl/batch.h"
 #include "tools/natctl/completion.h"

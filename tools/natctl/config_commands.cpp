@@ -3,6 +3,7 @@
  * chooses the document; config_run.h brings the server in sync with it.
  */
 #include "config/notation.h"
+#include "reconcile/reconciler.h"
 #include "records/value.h"
 #include "tools/natctl/config_run.h"
 #include "tools/natctl/document_input.h"

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "fwx_nat64/fwx_nat64.h"
+#include "model/model.h"
 #include "records/families.h"
 #include "records/value.h"
 #include "tools/natctl/grammar.h"

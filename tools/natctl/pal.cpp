@@ -7,11 +7,12 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "fwx_host/adapter.hpp"
 #include "fwx_host/errors.h"
-#include "fwx_nat64/fwx_nat64.h"
-#include "model/model.h"
 #include "reconcile/no_server.h"
+#include "reconcile/reconciler.h"
 #include "tools/diagnostic.h"
+#include "tools/natctl/connection.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/server_place.h"
 #include "tools/seed.h"
@@ -91,7 +92,7 @@ outcome_t pal_t::bind() {
     uint32_t code = connection_->result();
     if (code == 0) {
         std::error_code error;
-        client_.emplace("nctl", loop_.get(), handlers(), fwx::host::adapter, error);
+        client_ = std::make_unique<nat64::client>("nctl", loop_.get(), handlers(), fwx::host::adapter, error);
         code = static_cast<uint32_t>(error.value());
     }
     if (code != 0) fail(outcome, "library", code);
@@ -101,6 +102,19 @@ outcome_t pal_t::bind() {
     /* So that the server has the initial commands before the user's first command. */
     fwx_host_loop_run_until_idle(loop_.get());
     return outcome;
+}
+
+fwx_nat64_model_t *pal_t::model() const {
+    return connection_->model();
+}
+
+void pal_t::deadline_set(uint32_t timeout_ms) {
+    client_->deadline_set(std::chrono::milliseconds(timeout_ms));
+}
+
+uint32_t pal_t::configure(const call_t &call, std::function<uint32_t(void *pal_ctx)> send_it) {
+    return client_->configure(std::move(send_it), [this, id = call.id](const nat64::result &got) { answered(id, got); })
+        .code();
 }
 
 std::optional<outcome_t> pal_t::without_server(const command_t &command) const {

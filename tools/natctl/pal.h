@@ -17,17 +17,27 @@
 #include <optional>
 #include <string>
 
-#include "fwx_host/adapter.hpp"
-#include "model/model.h"
-#include "reconcile/reconciler.h"
+#include "fwx_host/fwx_host.h"
 #include "reconcile/rule_book.h"
 #include "records/family.h"
 #include "state/lock.h"
 #include "state/versions.h"
-#include "tools/natctl/connection.h"
 #include "tools/natctl/options.h"
 #include "tools/natctl/outcome.h"
 #include "wire/messages.h"
+
+/* Declared, not included, because only few of the many sources that include this header use them. */
+namespace fwx::nat64 {
+class client;
+enum class list_step;
+struct handlers;
+struct page;
+template <class value_type>
+class task;
+}  // namespace fwx::nat64
+class connection_t;
+struct fwx_nat64_model_t;
+class reconciler_t;
 
 namespace nat64 = fwx::nat64;
 class pal_t;
@@ -104,16 +114,11 @@ public:
 
     fwx_host_loop_t *loop() const { return loop_.get(); }
     /** The embedded server model, or null. */
-    fwx_nat64_model_t *model() const { return connection_->model(); }
+    fwx_nat64_model_t *model() const;
     /** Number of outstanding commands. */
     size_t outstanding() const;
     /** Passes a command to the library: `send_it` calls the C function with a `pal_ctx`. */
-    template <typename send_t>
-    uint32_t configure(const call_t &call, send_t send_it) {
-        return client_
-            ->configure(std::move(send_it), [this, id = call.id](const nat64::result &got) { answered(id, got); })
-            .code();
-    }
+    uint32_t configure(const call_t &call, std::function<uint32_t(void *pal_ctx)> send_it);
     /** Passes the record of a command to the library. */
     uint32_t send(call_t &call, const record_family_t &family, uint32_t op, const void *record);
     /** Sends a query for at most `wanted` entries of a list, from a cookie on. */
@@ -156,10 +161,10 @@ public:
     fwx_nat64_stats_boot_t server_boot();
     std::optional<fwx_nat64_stats_sys_entry_t> server_totals();
     /** Runs the reconciler on a plan. Its own queries are left out of the trace. */
-    template <typename on_turn_t>
-    reconcile_result_t run_plan(nat64::task<reconcile_result_t> task, on_turn_t on_turn) {
+    template <typename value_t, typename on_turn_t>
+    value_t run_plan(nat64::task<value_t> task, on_turn_t on_turn) {
         is_reconciling_ = true;
-        reconcile_result_t result = run(std::move(task), on_turn);
+        value_t result = run(std::move(task), on_turn);
         is_reconciling_ = false;
         return result;
     }
@@ -170,13 +175,13 @@ public:
     template <typename value_t, typename on_turn_t = void (*)()>
     value_t run(
         nat64::task<value_t> task, on_turn_t on_turn = [] {}) {
-        client_->deadline_set(std::chrono::milliseconds(options_.timeout_ms));
+        deadline_set(options_.timeout_ms);
         task.start();
         while (!task.done()) {
             fwx_host_loop_run_once(loop_.get(), -1);
             on_turn();
         }
-        client_->deadline_set({});
+        deadline_set(0);
         return task.get();
     }
     /** Does the same, without a trace. */
@@ -203,6 +208,8 @@ public:
 private:
     static void tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);
     nat64::handlers handlers();
+    /** Of the commands that follow; 0: none. */
+    void deadline_set(uint32_t timeout_ms);
     void notified(const std::string &text);
     void channel_lost();
     void settle(call_t &call);
@@ -229,13 +236,13 @@ private:
     std::function<void(const json_t &message)> unsolicited_;
     std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop_;
     std::unique_ptr<connection_t> connection_;
-    std::optional<nat64::client> client_;
+    std::unique_ptr<nat64::client> client_;
     std::map<call_id_t, call_t> calls_;
     call_id_t last_id_ = 0;
     call_t *starting_ = nullptr; /* the call whose messages are being sent */
     std::map<rule_name_t, call_id_t> outstanding_rules_;
     rule_book_t rules_;
-    std::optional<reconciler_t> reconciler_;
+    std::unique_ptr<reconciler_t> reconciler_;
     std::optional<lock_t> lock_; /* of the server, while it is being changed */
     bool is_locked_out_ = false; /* another process had the lock when begin_change was called last */
     std::optional<versions_t> versions_;

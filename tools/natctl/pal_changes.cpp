@@ -1,5 +1,7 @@
 /* Part of pal.h: reads the server's state, takes its lock, and adds a version for every change. */
+#include "fwx_host/adapter.hpp"
 #include "fwx_nat64/server_result.h"
+#include "reconcile/reconciler.h"
 #include "state/directory.h"
 #include "tools/natctl/pal.h"
 
@@ -17,7 +19,7 @@ nat64::task<std::optional<fwx_nat64_stats_sys_entry_t>> ask_totals(nat64::client
 }  // namespace
 
 reconciler_t &pal_t::reconciler() {
-    if (!reconciler_) reconciler_.emplace(loop_.get(), *client_, rules_);
+    if (!reconciler_) reconciler_ = std::make_unique<reconciler_t>(loop_.get(), *client_, rules_);
     return *reconciler_;
 }
 

@@ -1,6 +1,7 @@
 /* Part of pal.h: lists, which may take several queries, each answered by several replies. */
 #include <algorithm>
 
+#include "fwx_host/adapter.hpp"
 #include "fwx_nat64/wire.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"

@@ -1,6 +1,6 @@
 /* Part of pal.h: passes records to the library, and corrects the library's table of MAP-T rules where it differs from
  * the server's results. */
-#include "fwx_nat64/fwx_nat64.h"
+#include "fwx_host/adapter.hpp"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/pal.h"
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fwx_nat64/fwx_nat64.h"
+#include "fwx_nat64/fwx_nat64.hpp"
 #include "fwx_nat64/wire.h"
 #include "records/value.h"
 #include "tools/natctl/decode.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/notation.h"
+#include "reconcile/reconciler.h"
 #include "records/families.h"
 #include "tools/natctl/config_run.h"
 #include "tools/natctl/grammar.h"

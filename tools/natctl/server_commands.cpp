@@ -4,6 +4,7 @@
 
 #include "fwx_nat64/fwx_nat64.h"
 #include "fwx_nat64/wire.h"
+#include "model/model.h"
 #include "records/family.h"
 #include "tools/natctl/decode.h"
 #include "tools/natctl/grammar.h"
