@@ -44,8 +44,7 @@ protected:
     /** Commits a group of two lines of the state with filling between them. */
     static std::string commit_group(keeper_t &keeper) {
         const size_t number = keeper.lines.size();
-        const std::string first = std::to_string(number) + " ";
-        keeper.add(first + std::string(GetParam().line_bytes, 'x'));
+        keeper.add(std::to_string(number) + " " + std::string(GetParam().line_bytes, 'x'));
         keeper.add(keeper_t::filling(GetParam().filling_bytes));
         return keeper.add_and_commit(std::to_string(number + 1));
     }
@@ -130,16 +129,28 @@ protected:
         if (result.has_recovered) {
             check(disk.after_crash(false, unsynced_t::lost), result.held, result.held);
         }
-        const simulated_disk_t &disk_at_end = result.disk;
-        check(disk_at_end.next_process(), result.acknowledged, result.held);
+        check(result.disk.next_process(), result.acknowledged, result.held);
         for (const bool are_names_kept : {true, false}) {
-            if (!are_names_kept && !disk_at_end.has_unsynced_names()) continue;
+            if (!are_names_kept && !result.disk.has_unsynced_names()) continue;
             for (const auto unsynced : all_unsynced) {
-                if (unsynced != unsynced_t::kept && !disk_at_end.has_unsynced_bytes()) continue;
+                if (unsynced != unsynced_t::kept && !result.disk.has_unsynced_bytes()) continue;
                 if (HasFatalFailure()) return;
-                check(disk_at_end.after_crash(are_names_kept, unsynced), result.acknowledged, result.held);
+                check(result.disk.after_crash(are_names_kept, unsynced), result.acknowledged, result.held);
             }
         }
+    }
+
+    /** Checks a process whose operations have these faults. Returns how many operations it made; 0 after a failure. */
+    size_t operations_with(const std::vector<std::pair<size_t, fault_t>> &faults) const {
+        simulated_disk_t disk = start_.next_process();
+        testing::Message described;
+        for (const auto &[operation, fault] : faults) {
+            described << "fault " << static_cast<int>(fault) << " at " << operation << ' ';
+            disk.arm(operation, fault);
+        }
+        SCOPED_TRACE(described);
+        run_and_check(disk);
+        return HasFatalFailure() ? 0 : disk.operations();
     }
 
     simulated_disk_t start_;
@@ -149,14 +160,9 @@ protected:
 
 TEST_P(journal_faults_test, one_operation_fails_or_is_the_last_one) {
     for (const fault_t fault : all_faults) {
-        bool is_reached = true;
-        for (size_t operation = 1; is_reached; ++operation) {
-            SCOPED_TRACE(testing::Message() << "fault " << static_cast<int>(fault) << " at " << operation);
-            simulated_disk_t disk = start_.next_process();
-            disk.arm(operation, fault);
-            run_and_check(disk);
-            is_reached = disk.operations() >= operation;
-            if (HasFatalFailure()) return;
+        size_t operation = 1;
+        while (operations_with({{operation, fault}}) >= operation) {
+            ++operation;
         }
     }
 }
@@ -164,21 +170,15 @@ TEST_P(journal_faults_test, one_operation_fails_or_is_the_last_one) {
 TEST_P(journal_faults_test, two_operations_fail_and_the_second_one_may_be_the_last_one) {
     for (const fault_t first_fault : {fault_t::fails, fault_t::fails_though_done}) {
         for (const fault_t fault : all_faults) {
-            bool is_first_reached = true;
-            for (size_t first = 1; is_first_reached; ++first) {
-                bool is_second_reached = true;
-                for (size_t second = first + 1; is_second_reached; ++second) {
-                    SCOPED_TRACE(testing::Message() << "fault " << static_cast<int>(first_fault) << " at " << first
-                                                    << ", " << static_cast<int>(fault) << " at " << second);
-                    simulated_disk_t disk = start_.next_process();
-                    disk.arm(first, first_fault);
-                    disk.arm(second, fault);
-                    run_and_check(disk);
-                    is_first_reached = disk.operations() >= first;
-                    is_second_reached = disk.operations() >= second;
-                    if (HasFatalFailure()) return;
-                }
-            }
+            size_t first = 0;
+            size_t operations = 0;
+            do {
+                size_t second = ++first;
+                do {
+                    ++second;
+                    operations = operations_with({{first, first_fault}, {second, fault}});
+                } while (operations >= second);
+            } while (operations >= first);
         }
     }
 }

@@ -3,37 +3,28 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "state/directory.h"
+#include "tests/support/child.h"
+#include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
 
 class lock_test : public testing::Test {
 protected:
-    lock_test() {
-        char name[] = "/tmp/lock_test.XXXXXX";
-        directory_ = mkdtemp(name);
-        path_ = directory_ + "/state";
-    }
-    ~lock_test() override { std::filesystem::remove_all(directory_); }
-    std::string name_in_file() const {
-        std::ifstream file(path_ + ".lock");
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    static std::string name_of(const char *program) {
-        return std::string(program) + " (process " + std::to_string(getpid()) + ")";
+    std::string name_in_file() const { return text_of(path_ + ".lock"); }
+    static std::string name_of(const char *program, pid_t process = getpid()) {
+        return std::string(program) + " (process " + std::to_string(process) + ")";
     }
 
-    std::string directory_;
-    std::string path_;
+    const runtime_directory_t directory_;
+    const std::string path_ = directory_.path() + "/file";
 };
 
 TEST_F(lock_test, one_holder_has_it_at_a_time_and_is_named) {
@@ -68,50 +59,32 @@ TEST_F(lock_test, it_is_waited_for_as_long_as_the_caller_likes_the_holder) {
     lock_t first(path_, "natctl");
     ASSERT_EQ(first.take(), "");
     lock_t second(path_, "natctl");
-    EXPECT_NE(second.take(std::chrono::milliseconds(50),
-                          [](const std::string &) {
-                              ADD_FAILURE() << "the name can still be that of an earlier holder";
-                              return false;
-                          }),
-              "");
-    {
-        std::string asked_about;
-        EXPECT_NE(second.take(std::chrono::hours(1),
-                              [&](const std::string &holder) {
-                                  asked_about = holder;
-                                  return false;
-                              }),
-                  "");
-        EXPECT_EQ(asked_about, name_of("natctl"));
-    }
-    EXPECT_EQ(second.take(std::chrono::hours(1),
-                          [&](const std::string &) {
-                              first.release();
-                              return true;
-                          }),
-              "");
+    std::string asked_about;
+    const auto ask = [&](const std::string &holder) {
+        asked_about = holder;
+        return false;
+    };
+    EXPECT_NE(second.take(std::chrono::milliseconds(50), ask), "");
+    EXPECT_EQ(asked_about, "") << "the name can still be that of an earlier holder";
+    EXPECT_NE(second.take(std::chrono::hours(1), ask), "");
+    EXPECT_EQ(asked_about, name_of("natctl"));
+    const auto release = [&](const std::string &) {
+        first.release();
+        return true;
+    };
+    EXPECT_EQ(second.take(std::chrono::hours(1), release), "");
     EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
 }
 
 TEST_F(lock_test, the_lock_of_a_process_that_was_killed_is_free_and_its_name_is_replaced) {
-    int told[2];
-    ASSERT_EQ(pipe(told), 0);
-    const pid_t child = fork();
-    if (child == 0) {
+    child_t holder;
+    ASSERT_TRUE(holder.start([&](int ready) {
         lock_t lock(path_, "nat64d");
-        const char is_taken = lock.take().empty() ? '1' : '0';
-        if (write(told[1], &is_taken, 1) == 1) pause();
-        _exit(1);
-    }
-    char is_taken = 0;
-    ASSERT_EQ(read(told[0], &is_taken, 1), 1);
-    EXPECT_EQ(is_taken, '1');
+        if (lock.take().empty() && write(ready, "", 1) == 1) pause();
+    }));
     lock_t lock(path_, "natctl");
-    EXPECT_EQ(lock.take(), path_ + ": locked by nat64d (process " + std::to_string(child) + ")");
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    close(told[0]);
-    close(told[1]);
+    EXPECT_EQ(lock.take(), path_ + ": locked by " + name_of("nat64d", holder.pid()));
+    holder.end(SIGKILL);
     EXPECT_EQ(lock.take(), "");
     EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
 }
@@ -127,8 +100,7 @@ TEST_F(lock_test, a_lock_is_free_though_a_program_that_its_holder_started_lives_
 }
 
 TEST_F(lock_test, directories_that_are_missing_are_made_for_their_user_alone) {
-    const runtime_directory_t runtime;
-    const std::string parent = runtime.path() + "/state";
+    const std::string parent = directory_.path() + "/state";
     EXPECT_EQ(make_state_directory(parent + "/fwx/edge"), "");
     for (const char *made : {"", "/fwx", "/fwx/edge"}) {
         EXPECT_EQ(std::filesystem::status(parent + made).permissions(), std::filesystem::perms(0700)) << made;
@@ -139,10 +111,10 @@ TEST_F(lock_test, directories_that_are_missing_are_made_for_their_user_alone) {
 
 TEST_F(lock_test, a_lock_file_that_is_not_of_this_user_alone_is_refused) {
     const std::string name = path_ + ".lock";
-    EXPECT_EQ(lock_t(directory_ + "/none/state", "natctl").take(),
-              directory_ + "/none/state.lock: No such file or directory");
-    EXPECT_EQ(lock_t(directory_ + "/", "natctl").take(), directory_ + "/: not a regular file");
-    EXPECT_FALSE(std::filesystem::exists(directory_ + "/.lock"));
+    const std::string folder = directory_.path() + "/";
+    EXPECT_EQ(lock_t(folder + "none/file", "natctl").take(), folder + "none/file.lock: No such file or directory");
+    EXPECT_EQ(lock_t(folder, "natctl").take(), folder + ": not a regular file");
+    EXPECT_FALSE(std::filesystem::exists(folder + ".lock"));
     std::filesystem::create_symlink(path_, name);
     EXPECT_EQ(lock_t(path_, "natctl").take(), name + ": not a regular file");
     EXPECT_FALSE(std::filesystem::exists(path_));

@@ -3,9 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -22,11 +20,7 @@ protected:
         EXPECT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
         std::ofstream(path("sparse")) << "1";
         EXPECT_EQ(truncate(path("sparse").c_str(), off_t{8} << 30), 0);
-        sockaddr_un address = {AF_UNIX, {}};
-        path("socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
-        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
-        close(fd);
+        EXPECT_EQ(mknod(path("socket").c_str(), S_IFSOCK | 0600, 0), 0);
         alarm(60); /* ends a test that waits for a pipe */
     }
     ~read_file_test() override { alarm(0); }
@@ -42,10 +36,7 @@ TEST_F(read_file_test, a_regular_file_up_to_the_limit_is_read_and_errors_name_th
     EXPECT_EQ(read_file(path("file"), error), "12345");
     EXPECT_EQ(read_file(path("file"), error, 5), "12345");
     EXPECT_EQ(error, "");
-    const struct {
-        std::string name;
-        const char *fault;
-    } cases[] = {
+    const std::pair<std::string, const char *> cases[] = {
         {path("file"), ": is 5 bytes long; the most that is read is 4"},
         {path("sparse"), ": is 8589934592 bytes long; the most that is read is 4"},
         {path("pipe"), ": is a pipe, not a regular file"},
@@ -56,15 +47,13 @@ TEST_F(read_file_test, a_regular_file_up_to_the_limit_is_read_and_errors_name_th
         {path("none"), ": No such file or directory"},
         {"/proc/self/environ", ": is at least 5 bytes long; the most that is read is 4"}, /* says that it has none */
     };
-    for (const auto &tried : cases) {
-        error.clear();
-        EXPECT_FALSE(read_file(tried.name, error, 4)) << tried.name;
-        EXPECT_EQ(error, tried.name + tried.fault);
+    for (const auto &[name, fault] : cases) {
+        EXPECT_FALSE(read_file(name, error, 4)) << name;
+        EXPECT_EQ(error, name + fault);
     }
 }
 
 TEST_F(read_file_test, a_state_file_is_read_if_it_is_regular_and_no_other_user_can_change_it) {
-    const std::string changeable = ": other users may write to it (mode 0602); change its mode to 0600";
     ASSERT_EQ(symlink("file", path("link").c_str()), 0);
     ASSERT_EQ(symlink("none", path("dangling").c_str()), 0);
     std::ofstream(path("open")) << "1";
@@ -72,22 +61,20 @@ TEST_F(read_file_test, a_state_file_is_read_if_it_is_regular_and_no_other_user_c
     std::string error;
     EXPECT_EQ(read_state_file(path("file"), error), "12345");
     EXPECT_EQ(error, "");
-    const struct {
-        const char *name;
-        std::string fault;
-    } cases[] = {
-        {"open", changeable},
+    const std::pair<std::string, const char *> cases[] = {
+        {"open", ": other users may write to it (mode 0602); change its mode to 0600"},
         {"link", ": is a symbolic link, not a regular file"},
         {"dangling", ": is a symbolic link, not a regular file"},
         {"pipe", ": is a pipe, not a regular file"},
         {"none", ": No such file or directory"},
     };
-    for (const auto &tried : cases) {
-        EXPECT_FALSE(read_state_file(path(tried.name), error)) << tried.name;
-        EXPECT_EQ(error, path(tried.name) + tried.fault);
-        EXPECT_FALSE(read_state_line(path(tried.name), error)) << tried.name;
-        EXPECT_EQ(error, path(tried.name) + tried.fault);
-        EXPECT_EQ(is_missing(path(tried.name)), tried.name == std::string("none"));
+    for (const auto &[name, fault] : cases) {
+        EXPECT_FALSE(read_state_file(path(name), error)) << name;
+        EXPECT_EQ(error, path(name) + fault);
+        error.clear();
+        EXPECT_FALSE(read_state_line(path(name), error)) << name;
+        EXPECT_EQ(error, path(name) + fault);
+        EXPECT_EQ(is_missing(path(name)), name == "none");
     }
     std::ofstream(path("lines")) << "first\n" << std::string(70000, '\n');
     const std::optional<state_line_t> line = read_state_line(path("lines"), error);

@@ -101,7 +101,17 @@ TEST_P(versions_test, one_version_waits_to_be_confirmed) {
 
 INSTANTIATE_TEST_SUITE_P(in_memory_and_in_files, versions_test, testing::Bool());
 
-TEST(version_files_test, the_age_of_a_time_is_the_same_in_every_time_zone) {
+class version_files_test : public testing::Test {
+protected:
+    std::string add() { return versions_.add({}, &text_); }
+
+    const runtime_directory_t directory_;
+    const std::string documents_ = directory_.path() + "/documents/";
+    const std::string text_ = "text";
+    versions_t versions_{directory_.path()};
+};
+
+TEST_F(version_files_test, the_age_of_a_time_is_the_same_in_every_time_zone) {
     for (const char *zone : {"UTC0", "EAST-5", "WEST+5"}) {
         setenv("TZ", zone, 1);
         const auto before = static_cast<uint64_t>(time(nullptr));
@@ -114,68 +124,58 @@ TEST(version_files_test, the_age_of_a_time_is_the_same_in_every_time_zone) {
     EXPECT_EQ(seconds_since("1970-01-01"), std::nullopt);
 }
 
-TEST(version_files_test, a_file_that_is_not_a_version_is_ignored_and_its_number_is_not_reused) {
-    const runtime_directory_t directory;
-    const std::string documents = directory.path() + "/documents/";
-    std::filesystem::create_directories(documents + "9");
+TEST_F(version_files_test, a_file_that_is_not_a_version_is_ignored_and_its_number_is_not_reused) {
+    std::filesystem::create_directories(documents_ + "9");
     for (const char *name : {"1", "07", "8.new", "x", "12345678901"}) {
-        std::ofstream(documents + name) << "# nat64 version 1 2026 x root 1 1 document a\n";
+        std::ofstream(documents_ + name) << "# nat64 version 1 2026 x root 1 1 document a\n";
     }
-    std::ofstream(documents + "3") << "# nat64 version 1 2026 5 root 1 1 document a b\ntext";
-    versions_t versions(directory.path());
-    ASSERT_EQ(versions.open(), "");
-    ASSERT_EQ(versions.all().size(), 1U);
-    EXPECT_EQ(versions.all().front().what, "a b");
-    const std::string text = "text";
-    EXPECT_EQ(versions.add({}, &text), "");
-    EXPECT_EQ(versions.all().back().number, 10U);
-    std::filesystem::create_directory(documents + "11.new");
-    EXPECT_EQ(versions.add({}, &text), documents + "11.new: Is a directory");
-    EXPECT_EQ(versions.all().size(), 2U);
+    std::ofstream(documents_ + "3") << "# nat64 version 1 2026 5 root 1 1 document a b\ntext";
+    ASSERT_EQ(versions_.open(), "");
+    ASSERT_EQ(versions_.all().size(), 1U);
+    EXPECT_EQ(versions_.all().front().what, "a b");
+    EXPECT_EQ(add(), "");
+    EXPECT_EQ(versions_.all().back().number, 10U);
+    std::filesystem::create_directory(documents_ + "11.new");
+    EXPECT_EQ(add(), documents_ + "11.new: Is a directory");
+    EXPECT_EQ(versions_.all().size(), 2U);
 }
 
-TEST(version_files_test, a_pipe_or_a_link_is_no_version_and_a_file_that_others_can_change_is_an_error) {
-    const runtime_directory_t directory;
-    const std::string documents = directory.path() + "/documents/";
-    std::filesystem::create_directories(documents);
-    std::ofstream(directory.path() + "/elsewhere") << "# nat64 version 1 2026 5 root 1 1 document a\n";
-    std::filesystem::create_symlink(directory.path() + "/elsewhere", documents + "6");
-    std::filesystem::create_symlink("/none", documents + "8");
-    ASSERT_EQ(mkfifo((documents + "7").c_str(), 0600), 0);
+TEST_F(version_files_test, a_pipe_or_a_link_is_no_version_and_a_file_that_others_can_change_is_an_error) {
+    std::filesystem::create_directories(documents_);
+    std::ofstream(directory_.path() + "/elsewhere") << "# nat64 version 1 2026 5 root 1 1 document a\n";
+    std::filesystem::create_symlink(directory_.path() + "/elsewhere", documents_ + "6");
+    std::filesystem::create_symlink("/none", documents_ + "8");
+    ASSERT_EQ(mkfifo((documents_ + "7").c_str(), 0600), 0);
     alarm(60); /* ends a test that waits for the pipe */
-    versions_t versions(directory.path());
-    EXPECT_EQ(versions.open(), "");
-    EXPECT_EQ(versions.all().size(), 0U);
-    const std::string text = "text";
-    ASSERT_EQ(mkfifo((documents + "9.new").c_str(), 0600), 0); /* where version 9 is written first */
-    ASSERT_EQ(versions.add({}, &text), "");
-    ASSERT_EQ(versions.set_unconfirmed(9), "");
+    EXPECT_EQ(versions_.open(), "");
+    EXPECT_EQ(versions_.all().size(), 0U);
+    ASSERT_EQ(mkfifo((documents_ + "9.new").c_str(), 0600), 0); /* where version 9 is written first */
+    ASSERT_EQ(add(), "");
+    ASSERT_EQ(versions_.set_unconfirmed(9), "");
     for (const char *name : {"documents/9", "unconfirmed"}) {
-        ASSERT_EQ(chmod((directory.path() + "/" + name).c_str(), 0620), 0);
+        ASSERT_EQ(chmod((directory_.path() + "/" + name).c_str(), 0620), 0);
     }
-    EXPECT_EQ(versions.unconfirmed(), std::nullopt);
-    const std::string fault = documents + "9: other users may write to it (mode 0620); change its mode to 0600";
+    EXPECT_EQ(versions_.unconfirmed(), std::nullopt);
+    const std::string fault = documents_ + "9: other users may write to it (mode 0620); change its mode to 0600";
     std::string ignored;
-    EXPECT_EQ(versions.read(9, ignored), fault);
-    EXPECT_EQ(versions.open(), fault);
+    EXPECT_EQ(versions_.read(9, ignored), fault);
+    EXPECT_EQ(versions_.open(), fault);
     alarm(0);
 }
 
-TEST(version_files_test, an_unreadable_mark_leaves_the_unconfirmed_version_unknown) {
-    const runtime_directory_t directory;
-    const std::string path = directory.path() + "/unconfirmed";
-    versions_t versions(directory.path());
+TEST_F(version_files_test, an_unreadable_mark_leaves_the_unconfirmed_version_unknown) {
+    const std::string path = directory_.path() + "/unconfirmed";
     std::ofstream(path) << "x";
-    EXPECT_EQ(versions.unconfirmed(), std::nullopt);
+    EXPECT_EQ(versions_.unconfirmed(), std::nullopt);
     std::filesystem::remove(path);
     std::filesystem::create_directories(path + "/in the way");
-    EXPECT_EQ(versions.unconfirmed(), std::nullopt);
-    EXPECT_EQ(versions.set_unconfirmed(0), path + ": Is a directory");
-    EXPECT_NE(versions.set_unconfirmed(1), "");
+    EXPECT_EQ(versions_.unconfirmed(), std::nullopt);
+    EXPECT_EQ(versions_.set_unconfirmed(0), path + ": Is a directory");
+    EXPECT_NE(versions_.set_unconfirmed(1), "");
     EXPECT_FALSE(std::filesystem::exists(path + ".new")) << "a failed write leaves nothing";
 }
 
-TEST(version_files_test, the_names_of_new_folders_and_of_removed_files_are_synced_too) {
+TEST_F(version_files_test, the_names_of_new_folders_and_of_removed_files_are_synced_too) {
     class watched_files_t : public files_t {
     public:
         int sync_directory_of(const std::string &path) override {
@@ -184,34 +184,29 @@ TEST(version_files_test, the_names_of_new_folders_and_of_removed_files_are_synce
         }
         std::vector<std::string> synced;
     };
-    const runtime_directory_t directory;
-    const std::string state = directory.path() + "/a/b";
+    const std::string state = directory_.path() + "/a/b";
     watched_files_t files;
     versions_t versions(state, files);
-    const std::string text = "text";
-    ASSERT_EQ(versions.add({}, &text), "");
-    ASSERT_EQ(versions.add({}, &text), "");
+    ASSERT_EQ(versions.add({}, &text_), "");
+    ASSERT_EQ(versions.add({}, &text_), "");
     ASSERT_EQ(versions.set_unconfirmed(2), "");
     ASSERT_EQ(versions.set_unconfirmed(0), "");
     EXPECT_EQ(files.synced,
-              (std::vector<std::string>{directory.path() + "/a", state, state + "/documents", state + "/documents/1",
+              (std::vector<std::string>{directory_.path() + "/a", state, state + "/documents", state + "/documents/1",
                                         state + "/documents/2", state + "/unconfirmed", state + "/unconfirmed"}));
 }
 
-TEST(version_files_test, the_oldest_documents_go_when_all_are_too_large_but_not_the_newest_two) {
-    const runtime_directory_t directory;
-    versions_t versions(directory.path());
-    ASSERT_EQ(versions.open(), "");
-    const std::string text = "text";
+TEST_F(version_files_test, the_oldest_documents_go_when_all_are_too_large_but_not_the_newest_two) {
+    ASSERT_EQ(versions_.open(), "");
     for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(versions.add({}, &text), "");
+        ASSERT_EQ(add(), "");
         /* A sparse file takes no room on the disk. */
-        std::filesystem::resize_file(directory.path() + "/documents/" + std::to_string(i + 1), versions_t::most_bytes);
-        ASSERT_EQ(versions.open(), "");
+        std::filesystem::resize_file(documents_ + std::to_string(i + 1), versions_t::most_bytes);
+        ASSERT_EQ(versions_.open(), "");
     }
-    ASSERT_EQ(versions.add({}, &text), "");
-    ASSERT_EQ(versions.all().size(), 2U);
-    EXPECT_EQ(versions.all().front().number, 3U);
+    ASSERT_EQ(add(), "");
+    ASSERT_EQ(versions_.all().size(), 2U);
+    EXPECT_EQ(versions_.all().front().number, 3U);
 }
 
 }  // namespace
