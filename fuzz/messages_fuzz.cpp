@@ -8,6 +8,7 @@
  * A byte of input is an action. Its lower three bits choose the action, the others are its operand.
  */
 #include <deque>
+#include <functional>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
@@ -173,39 +174,29 @@ private:
     }
 
     void send(uint32_t operand) {
-        constexpr uint32_t kinds = 11;
         constexpr uint32_t queries = 6;
-        const uint32_t kind = operand % kinds;
-        ticket_t &ticket = tickets_.emplace_back(binding_, operand >= kinds, kind < queries);
-        if (send_as(kind, &ticket) != 0) ticket.refused();
-    }
-    uint32_t send_as(uint32_t kind, ticket_t *ctx) {
-        const fwx_nat64_sess_walk_filter_t filter{};
-        const fwx_nat64_mapt_dmr_t default_rule = {1, {}};
-        switch (kind) {
-            case 0:
-                return fwx_nat64_stats_sys_query_a(0, ctx);
-            case 1:
-                return fwx_nat64_stats_intf_query_a(ctx);
-            case 2:
-                return fwx_nat64_stats_pool_all_query_a(0, nullptr, 1, 0, ctx);
-            case 3:
-                return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1, 0, ctx);
-            case 4:
-                return fwx_nat64_stats_limit_all_query_a(0, 1, ctx);
-            case 5:
+        const std::function<uint32_t(ticket_t *)> commands[] = {
+            [](ticket_t *ctx) { return fwx_nat64_stats_sys_query_a(0, ctx); },
+            [](ticket_t *ctx) { return fwx_nat64_stats_intf_query_a(ctx); },
+            [](ticket_t *ctx) { return fwx_nat64_stats_pool_all_query_a(0, nullptr, 1, 0, ctx); },
+            [](ticket_t *ctx) { return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1, 0, ctx); },
+            [](ticket_t *ctx) { return fwx_nat64_stats_limit_all_query_a(0, 1, ctx); },
+            [](ticket_t *ctx) {
+                const fwx_nat64_sess_walk_filter_t filter{};
                 return fwx_nat64_session_walk_a(1, &filter, 0, 0, 0, walk_cb, ctx);
-            case 6:
-                return send_rule(FWX_NAT64_OP_ADD, ctx);
-            case 7:
-                return send_rule(FWX_NAT64_OP_DEL, ctx);
-            case 8:
+            },
+            [this](ticket_t *ctx) { return send_rule(FWX_NAT64_OP_ADD, ctx); },
+            [this](ticket_t *ctx) { return send_rule(FWX_NAT64_OP_DEL, ctx); },
+            [](ticket_t *ctx) {
+                const fwx_nat64_mapt_dmr_t default_rule = {1, {}};
                 return fwx_nat64_mapt_dmr_set_a(FWX_NAT64_OP_ADD, &default_rule, ctx);
-            case 9:
-                return notify_classifier(1, ctx);
-            default:
-                return fwx_nat64_ipalias_upload_a(ctx);
-        }
+            },
+            [this](ticket_t *ctx) { return notify_classifier(1, ctx); },
+            [](ticket_t *ctx) { return fwx_nat64_ipalias_upload_a(ctx); },
+        };
+        const uint32_t kind = operand % std::size(commands);
+        ticket_t &ticket = tickets_.emplace_back(binding_, operand >= std::size(commands), kind < queries);
+        if (commands[kind](&ticket) != 0) ticket.refused();
     }
     /** Uses few distinct rules, so that rules collide. */
     uint32_t send_rule(uint32_t op, ticket_t *ctx) {
@@ -232,28 +223,18 @@ private:
         server_.next_answer.is_foreign = (operand & 8) != 0;
         server_.next_answer.is_dropped = (operand & 16) != 0;
         server_.next_answer.result = input_.byte();
-        switch (operand % 4) {
-            case 0:
-                return ask_for_result();
-            case 1:
-                return ask_for_all();
-            case 2:
-                unbind();
-                bind();
-                if (server_.next_answer.is_sound() && server_.next_answer.result != 0) FUZZ_CHECK(!is_bound_);
-                return;
-            default:
-                notify_classifier(0, nullptr);
+        if (operand % 4 == 3) notify_classifier(0, nullptr);
+        if (operand % 4 == 2) {
+            unbind();
+            bind();
+            FUZZ_CHECK(!is_bound_ || !server_.next_answer.is_sound() || server_.next_answer.result == 0);
         }
-    }
-    void ask_for_result() {
         void *msg = nullptr;
-        if (fwx_nat64_client_sync_cmd_init(question_bytes, FWX_NAT64_MSG_CONFIG, &msg) != 0) return;
+        if (operand % 4 > 1 || fwx_nat64_client_sync_cmd_init(question_bytes, FWX_NAT64_MSG_CONFIG, &msg) != 0) return;
+        if (operand % 4 == 1) return ask_for_all(msg);
         server_.next_answer.check(fwx_nat64_client_sync_cmd_send(msg, question_bytes));
     }
-    void ask_for_all() {
-        void *msg = nullptr;
-        if (fwx_nat64_client_sync_cmd_init(question_bytes, FWX_NAT64_MSG_CONFIG, &msg) != 0) return;
+    void ask_for_all(void *msg) {
         const size_t offset = input_.below(4);
         bytes_t reply(offset + input_.byte(), untouched);
         const size_t capacity = reply.size() - offset;
@@ -268,6 +249,7 @@ private:
             FUZZ_CHECK(reply[offset + i] == (i < server_.next_answer.length ? answer_filler : untouched));
         }
     }
+
     const platform_watch_t watch_;
     input_t &input_;
     fwx_host_loop_t *loop_;

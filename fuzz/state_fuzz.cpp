@@ -3,22 +3,20 @@
  * again reads the same. Inputs that begin with `=` are lines of groups, to which the fuzzer adds the checksums.
  */
 #include <unistd.h>
-#include <zlib.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
-#include <string_view>
 
 #include "fwx_host/fwx_host.h"
 #include "input.h"
 #include "model/model.h"
+#include "state/journal.h"
+#include "tests/support/eventually.h"
 #include "tools/state_file.h"
 
 namespace {
-
-constexpr const char *format_line = "natctl server state 3\n";
 
 /** The file's path, in a memory file system if there is one, because the file is synced for every input. */
 const std::string &path() {
@@ -34,34 +32,16 @@ const std::string &path() {
     return name;
 }
 
-std::string content() {
-    std::ifstream file(path());
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/** Makes a state file of groups of lines. A line that begins with `=` ends a group and is replaced by the checksum. */
-std::string with_checksums(std::string_view lines) {
-    std::string text = format_line;
-    std::string group;
-    size_t count = 0;
-    for (bool is_at_end = false; !is_at_end;) {
-        const size_t length = lines.find('\n');
-        is_at_end = length == std::string_view::npos;
-        const std::string line(lines.substr(0, length));
-        if (!is_at_end) lines.remove_prefix(length + 1);
-        if (line.substr(0, 1) != "=") {
-            group += line + "\n";
-            ++count;
-        }
-        if (line.substr(0, 1) != "=" && !is_at_end) continue;
-        char closing[40];
-        const auto *bytes = reinterpret_cast<const Bytef *>(group.data());
-        snprintf(closing, sizeof closing, "= %zu %08lx\n", count, crc32_z(0, bytes, group.size()));
-        text += group + closing;
-        group.clear();
-        count = 0;
+/** Writes a state file of groups of lines. A line that begins with `=` ends a group. */
+void write_groups(std::istringstream lines) {
+    std::filesystem::remove(path());
+    journal_t journal(path(), {"natctl server state 3"}, [](const auto &) {});
+    FUZZ_CHECK(journal.open([](std::string_view) { return ""; }).empty());
+    for (std::string line; std::getline(lines, line);) {
+        if (line.substr(0, 1) != "=") journal.append(line);
+        if (line.substr(0, 1) == "=") FUZZ_CHECK(journal.commit().empty());
     }
-    return text;
+    FUZZ_CHECK(journal.commit().empty());
 }
 
 /** Opens the file for a new model; returns whether that succeeded. */
@@ -77,16 +57,20 @@ bool open_state(fwx_host_loop_t *loop) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    std::string text(reinterpret_cast<const char *>(data), size);
-    if (text.substr(0, 1) == "=") text = with_checksums(std::string_view(text).substr(1));
-    std::ofstream(path(), std::ios::trunc) << text;
+    const std::string input(reinterpret_cast<const char *>(data), size);
+    if (input.substr(0, 1) == "=") {
+        write_groups(std::istringstream(input.substr(1)));
+    } else {
+        std::ofstream(path(), std::ios::trunc) << input;
+    }
+    const std::string text = text_of(path());
     fwx_host_loop_t *loop = fwx_host_loop_create();
     if (open_state(loop)) {
-        const std::string written = content();
+        const std::string written = text_of(path());
         FUZZ_CHECK(open_state(loop));
-        FUZZ_CHECK(content() == written);
+        FUZZ_CHECK(text_of(path()) == written);
     } else {
-        FUZZ_CHECK(content() == text);
+        FUZZ_CHECK(text_of(path()) == text);
     }
     fwx_host_loop_destroy(loop);
     return 0;

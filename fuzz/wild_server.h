@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 #include "fwx_host/fwx_host.h"
@@ -42,14 +44,13 @@ inline bytes_t make_message(const wire_message_t &message, uint32_t entries) {
 }
 
 /** All messages to clients in the description. */
-inline const std::vector<const wire_message_t *> &messages_to_client() {
+inline const std::vector<wire_message_t> &messages_to_client() {
     static const auto found = [] {
-        std::vector<const wire_message_t *> messages;
+        std::vector<wire_message_t> messages;
         size_t count = 0;
         const wire_message_t *all = wire_messages(&count);
-        for (size_t i = 0; i < count; ++i) {
-            if (all[i].direction == wire_direction_t::to_client) messages.push_back(&all[i]);
-        }
+        std::copy_if(all, all + count, std::back_inserter(messages),
+                     [](const wire_message_t &message) { return message.direction == wire_direction_t::to_client; });
         return messages;
     }();
     return found;
@@ -59,8 +60,8 @@ inline const std::vector<const wire_message_t *> &messages_to_client() {
 inline const wire_message_t &reply_to(uint16_t msgno) {
     const bool is_query = msgno >= FWX_NAT64_MSG_STATS_SYS && msgno <= FWX_NAT64_MSG_SESSION_WALK;
     const uint16_t number = is_query || msgno == FWX_NAT64_MSG_MAPT_RULE ? msgno : uint16_t{FWX_NAT64_MSG_RESULT};
-    return **std::find_if(messages_to_client().begin(), messages_to_client().end(), [number](const auto *message) {
-        return message->msgno == number && message->form == wire_form_t::async;
+    return *std::find_if(messages_to_client().begin(), messages_to_client().end(), [number](const auto &message) {
+        return message.msgno == number && message.form == wire_form_t::async;
     });
 }
 
@@ -123,13 +124,12 @@ public:
 
     /** Sends a reply, possibly a wrong one, to one of the latest commands. */
     void answer(uint32_t which, uint32_t copies) {
-        if (commands_.empty()) return;
-        post(make_reply(commands_[commands_.size() - 1 - which % commands_.size()], input_), copies);
+        if (!commands_.empty()) post(make_reply(latest(which), input_), copies);
     }
     /** Sends a message to the client. The input chooses its kind and changes its fields, length and type.
      * @return whether the caller should run the loop, so that the client receives it at once. */
     bool deliver() {
-        const wire_message_t &message = *messages_to_client()[input_.byte() % messages_to_client().size()];
+        const wire_message_t &message = messages_to_client()[input_.byte() % messages_to_client().size()];
         const uint32_t how = input_.byte();
         bytes_t bytes = make_message(message, how >> 6);
         if ((how & 1) != 0) bytes[0] = static_cast<uint8_t>(input_.below(16));
@@ -138,11 +138,7 @@ public:
         }
         if ((how & 4) != 0) bytes.resize(bytes.size() * input_.byte() / 255);
         if ((how & 8) != 0) bytes.resize(bytes.size() + size_t{32} * input_.byte()); /* may exceed the receive buffer */
-        if (message.msgno != FWX_NAT64_MSG_UNSOL_SETUP) {
-            const name_t name = choose_name();
-            put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), name.ctx);
-            put(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), name.epoch);
-        }
+        if (message.msgno != FWX_NAT64_MSG_UNSOL_SETUP) put_name(bytes);
         post(bytes, (how & 16) != 0 ? 2 : 1);
         return (how & 32) == 0;
     }
@@ -162,34 +158,23 @@ private:
         if (what == 3) deliver();
         if (what != 1) answer(0, 1);
     }
-    /** The fields by which a reply names its command. */
-    struct name_t {
-        uint64_t ctx;
-        uint32_t epoch;
-    };
-    name_t choose_name() {
+    const fwx_nat64_bmr_msg_t &latest(uint32_t which) const {
+        return commands_[commands_.size() - 1 - which % commands_.size()];
+    }
+    /** Writes the fields by which a reply names its command. */
+    void put_name(bytes_t &bytes) {
         const uint32_t choice = input_.byte();
         const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
         const uint32_t present = info != nullptr ? info->epoch : 0;
-        name_t name = {0, present};
-        if (!commands_.empty()) {
-            const fwx_nat64_msg_hdr_t &hdr = commands_[commands_.size() - 1 - choice / 16 % commands_.size()].hdr;
-            name = {hdr.clnt_ctx, hdr.epoch};
-        }
-        switch (choice % 16) {
-            case 0:
-                return {0, present};
-            case 1:
-                return {name.ctx, ~name.epoch};
-            case 2: /* the context may belong to an earlier binding */
-                return {name.ctx, present};
-            case 3:
-                return {name.ctx + 8, present};
-            case 4:
-                return {choice, present};
-            default:
-                return name;
-        }
+        const uint64_t ctx = commands_.empty() ? 0 : latest(choice / 16).hdr.clnt_ctx;
+        const uint32_t epoch = commands_.empty() ? present : latest(choice / 16).hdr.epoch;
+        const std::pair<uint64_t, uint32_t> names[] = {
+            {0, present},       {ctx, ~epoch},     {ctx, present}, /* the context may belong to an earlier binding */
+            {ctx + 8, present}, {choice, present}, {ctx, epoch},
+        };
+        const auto &[named_ctx, named_epoch] = names[std::min<size_t>(choice % 16, std::size(names) - 1)];
+        put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), named_ctx);
+        put(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), named_epoch);
     }
     void post(const bytes_t &bytes, uint32_t copies) {
         for (; copies > 0 && peer_ != nullptr; --copies) {

@@ -16,6 +16,7 @@ struct step_t {
     const char *what;
     message_t command;
     uint32_t result;
+    words_t words = {}; /* of the reply to a rule: rule, domain, type, operation, clean-up, index */
 };
 
 constexpr uint32_t net(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
@@ -48,7 +49,11 @@ class config_t : public model_fixture_t {
 protected:
     void take(const std::vector<step_t> &steps) {
         for (const step_t &step : steps) {
-            EXPECT_EQ(result_of(step.command), step.result) << step.what;
+            const message_t reply = reply_to(step.command);
+            EXPECT_EQ(reply.u32(32), step.result) << step.what;
+            if (!step.words.empty()) {
+                EXPECT_EQ(reply.words(40, 6), step.words) << step.what;
+            }
         }
     }
 };
@@ -211,6 +216,41 @@ TEST_F(config_t, keeps_the_addresses_of_one_pool_from_every_other) {
         {"range where that pool was", range_at(6, 1, 13, 19), 0},
     });
     EXPECT_EQ(totals(), (words_t{0, 0, 0, 0, 3, 2, 0, 0, 0}));
+}
+
+TEST_F(config_t, gives_rules_the_lowest_free_index_and_deleting_the_last_orders_a_clean_up_if_enabled) {
+    EXPECT_EQ(result_of(basic(1, 1, 1)), 0u);
+    EXPECT_EQ(reply_to(basic(3, 1, 1)).u32(56), 0u) << "no clean-up unless it is told to order one";
+    model_->order_cleanup(true);
+    take({
+        {"first", basic(1, 10, 1), 0, {10, 1, 0, 1, 0, 1}},
+        {"same rule in another domain", basic(1, 10, 2), 0, {10, 2, 0, 1, 0, 2}},
+        {"third", basic(1, 11, 1), 0, {11, 1, 0, 1, 0, 3}},
+        {"added again", basic(1, 10, 2), exists, {10, 2, 0, 1, 0, 2}},
+        {"deleted", basic(3, 10, 1), 0, {10, 1, 0, 3, 0, 1}},
+        {"deleted again", basic(3, 10, 1), no_entry, {10, 1, 0, 3, 0, 0}},
+        {"second deleted", basic(3, 10, 2), 0, {10, 2, 0, 3, 0, 2}},
+        {"the lowest free index", basic(1, 12, 0), 0, {12, 0, 0, 1, 0, 1}},
+        {"the next one", basic(1, 13, 0), 0, {13, 0, 0, 1, 0, 2}},
+        {"behind the last", basic(1, 14, 0), 0, {14, 0, 0, 1, 0, 4}},
+        {"rule 0", basic(1, 0, 1), value_refused, {0, 1, 0, 1, 0, 0}},
+        {"IPv6 length 65", basic(1, 15, 1).put<uint8_t>(56, 65), value_refused, {15, 1, 0, 1, 0, 0}},
+        {"IPv4 length 33", basic(1, 15, 1).put<uint8_t>(64, 33), value_refused, {15, 1, 0, 1, 0, 0}},
+        {"modified", basic(2, 14, 0), value_refused, {14, 0, 0, 2, 0, 0}},
+        {"default rule", by_default(1, 7), 0, {7, 0, 1, 1, 0, 0}},
+        {"default rule again", by_default(1, 7), exists, {7, 0, 1, 1, 0, 0}},
+        {"default rule modified", by_default(2, 7), 0, {7, 0, 1, 2, 0, 0}},
+        {"default rule 0", by_default(1, 0), value_refused, {0, 0, 1, 1, 0, 0}},
+        {"operation 0", by_default(0, 7), value_refused, {7, 0, 1, 0, 0, 0}},
+        {"delete of another default rule", by_default(3, 8), no_entry, {8, 0, 1, 3, 0, 0}},
+        {"default rule deleted", by_default(3, 7), 0, {7, 0, 1, 3, 0, 0}},
+        {"down to two", basic(3, 11, 1), 0, {11, 1, 0, 3, 0, 3}},
+        {"down to one", basic(3, 12, 0), 0, {12, 0, 0, 3, 0, 1}},
+        {"whatever its lengths", basic(3, 14, 0).put<uint8_t>(56, 65).put<uint8_t>(64, 33), 0, {14, 0, 0, 3, 0, 4}},
+        {"the last", basic(3, 13, 0), 0, {13, 0, 0, 3, 1, 2}},
+        {"from 1 again", basic(1, 20, 0), 0, {20, 0, 0, 1, 0, 1}},
+    });
+    EXPECT_EQ(model_->totals().rules, 1u);
 }
 
 }  // namespace

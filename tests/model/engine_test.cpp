@@ -72,9 +72,7 @@ protected:
     }
     void end() override { server_.reset(); }
 
-    /** Sends commands in one turn, commits, and returns the commands' results. Nothing may be answered before the
-     * commit.
-     */
+    /** Sends commands in one turn, commits, and returns their results. Nothing may be answered before the commit. */
     words_t committed_results_of(const std::vector<message_t> &commands) {
         for (const message_t &msg : commands) {
             send(msg);
@@ -95,8 +93,8 @@ protected:
 
 TEST_F(engine_fixture_t, refuses_commands_with_its_own_code_and_the_configuration_does_not_change) {
     EXPECT_EQ(result_of(config(26, 24, {13, 0, 0x0100000a})), not_here);
-    EXPECT_EQ(result_of(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 10)), not_here);
-    EXPECT_EQ(result_of(command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 9)), not_here);
+    EXPECT_EQ(result_of(basic(1, 10)), not_here);
+    EXPECT_EQ(result_of(by_default(1, 9)), not_here);
     EXPECT_EQ(server_->restore(FWX_NAT64_CFG_ADJ_SET, words_t(6, 1).data(), 24), not_here);
     EXPECT_EQ(server_->totals().rules, 0U);
     EXPECT_TRUE(server_->config().settings.adjacencies.entries.empty());

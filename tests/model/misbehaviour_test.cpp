@@ -7,33 +7,37 @@
 
 namespace {
 
+using contexts_t = std::vector<uint64_t>;
+using order_t = fwx_nat64_model_order_t;
+
 class misbehaviour_t : public model_fixture_t {
 protected:
-    /** Sends commands with the contexts 1 to `count`, and returns the contexts of the replies received. */
-    std::vector<uint64_t> send_numbered(uint64_t count) {
-        received.clear();
-        for (uint64_t i = 1; i <= count; ++i) {
+    /** Sends commands with the contexts `first` to `last`, and returns the contexts of the replies received. */
+    contexts_t send_numbered(uint64_t last, uint64_t first = 1) {
+        for (uint64_t i = first; i <= last; ++i) {
             send(config(17, 0).put<uint64_t>(16, i));
         }
-        return contexts(run());
+        return contexts();
     }
-    static std::vector<uint64_t> contexts(const std::vector<message_t> &replies) {
-        std::vector<uint64_t> found;
-        found.reserve(replies.size());
-        for (const message_t &reply : replies) {
+    contexts_t contexts() {
+        contexts_t found;
+        for (const message_t &reply : run()) {
             found.push_back(reply.u64(16));
         }
         return found;
     }
+    /** The same when the platform's clock has turned. */
+    contexts_t contexts_after(uint64_t ms) {
+        fwx_host_clock_turn(ms);
+        return contexts();
+    }
 };
-
-using contexts_t = std::vector<uint64_t>;
 
 TEST_F(misbehaviour_t, fails_the_next_commands_without_executing_them) {
     model_->fail_next(0x1234, 3);
     EXPECT_EQ(result_of(config(14, 8, {3, 300})), 0x1234u);
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0x1234u);
-    const message_t rule = reply_to(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 8).put<uint32_t>(44, 9));
+    const message_t rule = reply_to(basic(1, 8, 9));
     EXPECT_EQ(rule.u32(32), 0x1234u);
     EXPECT_EQ(rule.words(40, 6), (words_t{8, 9, 0, 1, 0, 0}));
     EXPECT_EQ(model_->timeout(3), std::nullopt);
@@ -48,33 +52,27 @@ TEST_F(misbehaviour_t, delays_answers_by_the_platforms_clock) {
     EXPECT_EQ(send_numbered(1), contexts_t{});
     EXPECT_EQ(model_->counts().held, 1u);
     model_->delay_set(20);
-    send(config(17, 0).put<uint64_t>(16, 2));
-    fwx_host_clock_turn(0);
-    EXPECT_EQ(contexts(run()), contexts_t{});
-    fwx_host_clock_turn(20);
-    EXPECT_EQ(contexts(run()), contexts_t{2});
-    fwx_host_clock_turn(29);
-    EXPECT_EQ(contexts(run()), contexts_t{});
-    fwx_host_clock_turn(1);
-    EXPECT_EQ(contexts(run()), contexts_t{1});
+    EXPECT_EQ(send_numbered(2, 2), contexts_t{});
+    EXPECT_EQ(contexts_after(20), contexts_t{2});
+    EXPECT_EQ(contexts_after(29), contexts_t{});
+    EXPECT_EQ(contexts_after(1), contexts_t{1});
     EXPECT_EQ(model_->counts().held, 0u);
 }
 
 TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
     const contexts_t sent = {1, 2, 3, 4, 5, 6};
-    std::map<fwx_nat64_model_order_t, contexts_t> released;
-    for (const auto order :
-         {fwx_nat64_model_order_t::in_order, fwx_nat64_model_order_t::reverse, fwx_nat64_model_order_t::shuffled}) {
+    std::map<order_t, contexts_t> released;
+    for (const order_t order : {order_t::in_order, order_t::reverse, order_t::shuffled}) {
         model_->hold();
         EXPECT_EQ(send_numbered(6), contexts_t{});
         EXPECT_EQ(model_->counts().held, 6u);
         model_->release(order);
         EXPECT_EQ(model_->counts().held, 0u);
-        released[order] = contexts(run());
+        released[order] = contexts();
     }
-    EXPECT_EQ(released[fwx_nat64_model_order_t::in_order], sent);
-    EXPECT_EQ(released[fwx_nat64_model_order_t::reverse], contexts_t(sent.rbegin(), sent.rend()));
-    contexts_t &shuffled = released[fwx_nat64_model_order_t::shuffled];
+    EXPECT_EQ(released[order_t::in_order], sent);
+    EXPECT_EQ(released[order_t::reverse], contexts_t(sent.rbegin(), sent.rend()));
+    contexts_t &shuffled = released[order_t::shuffled];
     EXPECT_NE(shuffled, sent);
     std::sort(shuffled.begin(), shuffled.end());
     EXPECT_EQ(shuffled, sent);
@@ -107,7 +105,7 @@ TEST_F(misbehaviour_t, drops_its_clients_and_what_was_held_for_them) {
     EXPECT_EQ(channel_errors, 2u);
     EXPECT_EQ(model_->counts().clients, 0u);
     EXPECT_EQ(model_->counts().held, 0u);
-    model_->release(fwx_nat64_model_order_t::in_order);
+    model_->release(order_t::in_order);
     chan_ = open();
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }

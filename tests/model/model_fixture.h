@@ -68,6 +68,14 @@ inline message_t config(uint32_t op_code, size_t payload_size, const std::vector
     }
     return msg;
 }
+/** A command for a basic mapping rule. */
+inline message_t basic(uint32_t op, uint32_t rule_id, uint32_t domain_id = 0) {
+    return command(13, 80).put<uint32_t>(36, op).put<uint32_t>(40, rule_id).put<uint32_t>(44, domain_id);
+}
+/** A command for a default mapping rule. */
+inline message_t by_default(uint32_t op, uint32_t id) {
+    return command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, op).put<uint32_t>(40, id);
+}
 inline message_t sync_command(uint16_t msgno, size_t size) {
     message_t msg(size, 0);
     return msg.put<uint16_t>(0, static_cast<uint16_t>(0x8000 | msgno)).put<uint16_t>(2, 96);

@@ -25,7 +25,7 @@ TEST_F(server_t, answers_each_command_with_its_type) {
         {command(7, 64).put<uint32_t>(36, 1).put<uint32_t>(44, 10), 0xc007, 64},
         {command(8, 56).put<uint32_t>(36, 1).put<uint32_t>(48, 10), 0xc008, 48},
         {command(9, 144).put<uint32_t>(48, 10), 0xc009, 72},
-        {command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 5), 0xc00d, 64},
+        {by_default(1, 5), 0xc00d, 64},
     };
     for (const auto &[sent, type, size] : cases) {
         const message_t reply = reply_to(sent);
@@ -109,6 +109,14 @@ TEST_F(server_t, refuses_malformed_synchronous_messages_and_any_init_code_but_on
 
 TEST_F(server_t, refuses_a_second_server_of_its_name) {
     EXPECT_EQ(fwx_nat64_model_t::create(loop_, "model under test"), nullptr);
+}
+
+TEST_F(server_t, wakes_only_clients_that_have_asked) {
+    EXPECT_EQ(model_->wakeup(), FWX_HOST_ERR_CHANNEL_DOWN);
+    open();
+    EXPECT_EQ(result_of(command(1, 32)), 0u);
+    EXPECT_EQ(model_->wakeup(), 0u);
+    EXPECT_EQ(run().size(), 1u) << "the second client has not asked";
 }
 
 }  // namespace

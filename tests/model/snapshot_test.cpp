@@ -32,57 +32,58 @@ protected:
         config(2, 92, {6, 1, 1}),
         config(11, 80, {9, 0, 0, 1}).put<uint32_t>(36 + 52, 0x55).put<uint32_t>(36 + 76, 0x66),
         config(13, 80, {9, 0, 0, 2}).put<uint32_t>(36 + 52, 4),
-        command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 10),
-        command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 11),
-        command(13, 80).put<uint32_t>(36, 3).put<uint32_t>(40, 10),
-        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 9),
+        basic(1, 10),
+        basic(1, 11),
+        basic(3, 10),
+        by_default(1, 9),
     };
 
-    void configure() {
-        for (const std::vector<message_t> *commands : {&settings_, &changes_}) {
-            for (const message_t &msg : *commands) {
-                ASSERT_EQ(result_of(msg), 0U);
-            }
-        }
+    static void append(std::vector<part_t> &parts, uint32_t op_code, const void *payload, size_t size) {
+        const auto *bytes = static_cast<const uint8_t *>(payload);
+        parts.emplace_back(op_code, std::vector<uint8_t>(bytes, bytes + size));
     }
-    /** Writes changes to `journal`; each commit returns `code`. */
-    void keep_in(std::vector<part_t> &journal, uint32_t code) {
-        journal_ = &journal;
+    /** Writes changes to journal_; each commit returns `code`. */
+    void keep_journal(uint32_t code) {
         commit_code_ = code;
         model_->journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                                 const auto *bytes = static_cast<const uint8_t *>(payload);
-                                 static_cast<snapshot_t *>(arg)->journal_->emplace_back(
-                                     op_code, std::vector<uint8_t>(bytes, bytes + size));
+                                 append(static_cast<snapshot_t *>(arg)->journal_, op_code, payload, size);
                              },
                              [](void *arg) { return static_cast<snapshot_t *>(arg)->commit_code_; }, this});
     }
-    uint32_t committed_result_of(const message_t &msg) {
-        send(msg);
+    /** Sends commands in one turn, commits, and returns the replies. Nothing may be sent before the commit. */
+    std::vector<message_t> committed_replies_to(const std::vector<message_t> &commands) {
+        for (const message_t &msg : commands) {
+            send(msg);
+        }
         EXPECT_EQ(run().size(), 0U);
+        EXPECT_EQ(model_->counts().held, commands.size());
         model_->commit();
-        const std::vector<message_t> replies = run();
-        return replies.size() == 1 ? replies[0].u32(32) : UINT32_MAX;
+        return run();
+    }
+    void commit_each(const std::vector<message_t> &commands) {
+        for (const message_t &msg : commands) {
+            const std::vector<message_t> replies = committed_replies_to({msg});
+            ASSERT_EQ(replies.size(), 1U);
+            EXPECT_EQ(replies[0].u32(32), 0U);
+        }
     }
 
     static std::vector<part_t> save(const fwx_nat64_model_t &model) {
         std::vector<part_t> parts;
-        model.save(
-            [](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                const auto *bytes = static_cast<const uint8_t *>(payload);
-                static_cast<std::vector<part_t> *>(arg)->emplace_back(op_code,
-                                                                      std::vector<uint8_t>(bytes, bytes + size));
-            },
-            &parts);
+        model.save([](void *arg, uint32_t op_code, const void *payload,
+                      size_t size) { append(*static_cast<std::vector<part_t> *>(arg), op_code, payload, size); },
+                   &parts);
         return parts;
     }
 
-private:
-    std::vector<part_t> *journal_ = nullptr;
+    std::vector<part_t> journal_;
     uint32_t commit_code_ = 0;
 };
 
-TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration) {
-    configure();
+TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_so_does_the_journal) {
+    keep_journal(0);
+    commit_each(settings_);
+    commit_each(changes_);
     const std::vector<part_t> parts = save(*model_);
     EXPECT_EQ(parts.size(), 18U);
     const auto expect_part = [&](const message_t &msg) {
@@ -102,69 +103,46 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration) {
     }
     EXPECT_EQ(save(*fresh), parts);
     EXPECT_EQ(fresh->restore(99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
-}
 
-TEST_F(snapshot_t, the_journal_restores_the_configuration_from_its_changes_alone) {
-    std::vector<part_t> journal;
-    keep_in(journal, 0);
-    for (const message_t &msg : settings_) {
-        ASSERT_EQ(committed_result_of(msg), 0U);
-    }
-    for (const message_t &msg : changes_) {
-        ASSERT_EQ(committed_result_of(msg), 0U);
-    }
-    const message_t more[] = {
-        command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 12), /* gets the index that was freed */
-        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 2).put<uint32_t>(40, 9).put<uint32_t>(44, 7),
-        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 1).put<uint32_t>(40, 8),
-        command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, 3).put<uint32_t>(40, 8),
+    const std::vector<message_t> more = {
+        basic(1, 12), /* gets the index that was freed */
+        by_default(2, 9).put<uint32_t>(44, 7),
+        by_default(1, 8),
+        by_default(3, 8),
         config(16, 8, {1, 0}),
     };
-    for (const message_t &msg : more) {
-        ASSERT_EQ(committed_result_of(msg), 0U);
+    commit_each(more);
+    EXPECT_EQ(journal_.size(), settings_.size() + changes_.size() + more.size());
+    const auto from_journal = fwx_nat64_model_t::create(loop_, "a third model");
+    for (const auto &[op_code, payload] : journal_) {
+        EXPECT_EQ(from_journal->restore(op_code, payload.data(), payload.size()), 0U) << op_code;
     }
-    EXPECT_EQ(journal.size(), settings_.size() + changes_.size() + std::size(more));
-    const auto fresh = fwx_nat64_model_t::create(loop_, "another model");
-    for (const auto &[op_code, payload] : journal) {
-        EXPECT_EQ(fresh->restore(op_code, payload.data(), payload.size()), 0U) << op_code;
-    }
-    EXPECT_EQ(save(*fresh), save(*model_));
-    EXPECT_EQ(model_->boot().changes, journal.size());
-    EXPECT_EQ(fresh->boot().changes, 0U);
+    EXPECT_EQ(save(*from_journal), save(*model_));
+    EXPECT_EQ(model_->boot().changes, journal_.size());
+    EXPECT_EQ(from_journal->boot().changes, 0U);
 
-    journal.clear();
+    journal_.clear();
     EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "a query needs no commit";
     EXPECT_EQ(result_of(config(16, 8, {1, 0})), FWX_NAT64_MODEL_ERR_NO_ENTRY);
-    EXPECT_EQ(journal.size(), 0U) << "neither a query nor a refusal is a change";
+    EXPECT_EQ(journal_.size(), 0U) << "neither a query nor a refusal is a change";
 }
 
 TEST_F(snapshot_t, neither_the_answer_to_a_change_nor_a_later_one_is_sent_before_the_commit) {
-    std::vector<part_t> journal;
-    keep_in(journal, 0);
-    send(config(14, 8, {1, 300}));
-    send(command(4, 40));
-    EXPECT_EQ(run().size(), 0U);
-    EXPECT_EQ(model_->counts().held, 2U);
-    model_->commit();
-    std::vector<message_t> replies = run();
+    keep_journal(0);
+    std::vector<message_t> replies = committed_replies_to({config(14, 8, {1, 300}), command(4, 40)});
     ASSERT_EQ(replies.size(), 2U);
     EXPECT_EQ(replies[0].u32(32), 0U);
     EXPECT_EQ(replies[1].size(), 120U);
 
-    keep_in(journal, FWX_NAT64_MODEL_ERR_NOT_SAVED);
-    send(config(14, 8, {1, 400}));
-    send(command(4, 40));
-    send(config(16, 8, {1, 0}));
-    EXPECT_EQ(run().size(), 0U);
-    model_->commit();
-    replies = run();
+    keep_journal(FWX_NAT64_MODEL_ERR_NOT_SAVED);
+    replies = committed_replies_to({config(14, 8, {1, 400}), command(4, 40), config(16, 8, {1, 0})});
     ASSERT_EQ(replies.size(), 3U);
     EXPECT_EQ(replies[0].u32(32), 0x600bU);
     EXPECT_EQ(replies[1].u32(32), 0U);
     EXPECT_EQ(replies[2].u32(32), FWX_NAT64_MODEL_ERR_NO_ENTRY);
     EXPECT_EQ(model_->timeout(1), 400U) << "the change is not undone";
 
-    keep_in(journal, 0);
+    keep_journal(0);
     model_->silent_set(true);
     send(config(14, 8, {1, 500}));
     run();
@@ -178,7 +156,7 @@ TEST_F(snapshot_t, a_single_high_index_costs_no_memory_and_no_index_is_allocated
         return model_->restore(FWX_NAT64_MODEL_SAVED_BASIC_RULE, payload, sizeof payload);
     };
     const auto index_of = [this](uint32_t op, uint32_t rule_id) {
-        const message_t reply = reply_to(command(13, 80).put<uint32_t>(36, op).put<uint32_t>(40, rule_id));
+        const message_t reply = reply_to(basic(op, rule_id));
         EXPECT_EQ(reply.u32(32), 0U);
         return reply.u32(60);
     };
@@ -187,7 +165,7 @@ TEST_F(snapshot_t, a_single_high_index_costs_no_memory_and_no_index_is_allocated
     EXPECT_EQ(rule(3, 3), FWX_NAT64_MODEL_ERR_VALUE);
     EXPECT_EQ(rule(0, 3), FWX_NAT64_MODEL_ERR_VALUE);
     EXPECT_EQ(rule(9, 2), FWX_NAT64_MODEL_ERR_EXISTS);
-    const message_t again = reply_to(command(13, 80).put<uint32_t>(36, 1).put<uint32_t>(40, 2).put<uint32_t>(44, 1));
+    const message_t again = reply_to(basic(1, 2, 1));
     EXPECT_EQ(again.u32(32), FWX_NAT64_MODEL_ERR_EXISTS);
     EXPECT_EQ(again.u32(60), 3U) << "its index";
     for (const uint32_t index : {1U, 2U, 4U, 5U}) {

@@ -111,35 +111,6 @@ TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
     EXPECT_EQ(look.keeper.lines, keeper.lines);
 }
 
-TEST_F(journal_test, a_file_of_each_format_that_is_in_use_is_read) {
-    const std::pair<const char *, lines_t> files[] = {
-        {"natctl server state 2\n14 010000002c010000\n65536 070000000500000001000000\n= 2 f0615b2f\n",
-         {"14 010000002c010000", "65536 070000000500000001000000"}},
-        {"natctl server state 3\ntimeout set --type udp --value 300\n= 1 9ecc00a9\nmapt dmr add --id 1 --prefix "
-         "2001:db8:ffff::/64\n@index 2 mapt dmr del --id 1\n= 2 9ea7f51e\n= 0 00000000\n",
-         {"timeout set --type udp --value 300", "mapt dmr add --id 1 --prefix 2001:db8:ffff::/64",
-          "@index 2 mapt dmr del --id 1"}},
-        {"nat64 running configuration 1\n@version 1 1700000000 1 user command\ntimeout set --type udp --value "
-         "300\n@boot "
-         "0 0\n= 3 435b8c90\n@change 2 1700000001 0 user command\n= 1 4d1ddfde\n",
-         {"@version 1 1700000000 1 user command", "timeout set --type udp --value 300", "@boot 0 0",
-          "@change 2 1700000001 0 user command"}},
-    };
-    for (const auto &[text, lines] : files) {
-        const std::string whole = text;
-        disk_.put("a", whole);
-        lines_t read;
-        journal_t journal(
-            "a", {whole.substr(0, whole.find('\n'))}, [](const auto &) {}, disk_);
-        const std::string error = journal.look([&](std::string_view line) {
-            read.emplace_back(line);
-            return "";
-        });
-        EXPECT_EQ(error, "");
-        EXPECT_EQ(read, lines);
-    }
-}
-
 TEST_F(journal_test, a_file_that_is_no_journal_is_refused_and_left_as_it_is) {
     const std::string good = "test journal 2\na\n= 1 ddeaa107\n";
     const std::pair<std::string, const char *> contents[] = {
