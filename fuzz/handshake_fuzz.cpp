@@ -54,9 +54,9 @@ struct server_t {
             smc_msg_tx_buffer_free(cookie);
         };
         FUZZ_CHECK(smc_async_msg_sends(honest, msg, msg, 6, done) == 0);
-        fwx_host_loop_run_until_idle(client_loop);
-        fwx_host_loop_run_until_idle(loop);
-        fwx_host_loop_run_until_idle(client_loop);
+        for (fwx_host_loop_t *each : {client_loop, loop, client_loop}) {
+            fwx_host_loop_run_until_idle(each);
+        }
         FUZZ_CHECK(honest_messages > before);
     }
 
@@ -68,20 +68,11 @@ struct server_t {
 };
 
 descriptor_t descriptor_of(uint8_t kind) {
-    switch (kind % 8) {
-        case 0:
-            return descriptor_t(eventfd(kind / 8, 0));
-        case 1:
-            return descriptor_t(open("/dev/null", O_RDWR));
-        case 2:
-            return descriptor_t(pipe_without_reader());
-        case 3:
-            return descriptor_t(socket(AF_UNIX, SOCK_STREAM, 0));
-        case 4:
-            return shm_segment_make();
-        default:
-            return shm_bell_make();
-    }
+    if (kind % 8 == 0) return descriptor_t(eventfd(kind / 8, 0));
+    if (kind % 8 == 1) return descriptor_t(open("/dev/null", O_RDWR));
+    if (kind % 8 == 2) return descriptor_t(pipe_without_reader());
+    if (kind % 8 == 3) return descriptor_t(socket(AF_UNIX, SOCK_STREAM, 0));
+    return kind % 8 == 4 ? shm_segment_make() : shm_bell_make();
 }
 
 /** Sends an offer, which is valid unless the input changes it. */
@@ -89,14 +80,6 @@ void greet(const descriptor_t &socket, const handles_t &handles, input_t &input)
     const std::string words = word(greeting ^ input.byte()) + word(0);
     hand_over(socket, words.substr(0, 4 ^ input.below(8)), handles);
 }
-
-/** One segment for all inputs, because creating a segment takes longer than the rest of a run. */
-struct reused_segment_t {
-    void renew() const { std::memset(mapping.get(), 0, offsetof(shm_segment_t, to_server_bytes)); }
-
-    const descriptor_t descriptor = shm_segment_make();
-    const shm_mapping_t mapping = shm_segment_map(descriptor);
-};
 
 /** Overwrites a word among the indices and bells, or among the first bytes of a ring. */
 void scribble(shm_segment_t &segment, input_t &input) {
@@ -111,15 +94,17 @@ void scribble(shm_segment_t &segment, input_t &input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
     static server_t server;
-    static const reused_segment_t segment;
-    FUZZ_CHECK(segment.mapping != nullptr);
-    segment.renew();
+    /* One segment for all inputs, because creating a segment takes longer than the rest of a run. */
+    static const descriptor_t segment = shm_segment_make();
+    static const shm_mapping_t mapping = shm_segment_map(segment);
+    FUZZ_CHECK(mapping != nullptr);
+    std::memset(mapping.get(), 0, offsetof(shm_segment_t, to_server_bytes));
     input_t input(data, size);
     {
         descriptor_t socket;
         FUZZ_CHECK(shm_connect(name, &socket) == 0);
         handles_t handles;
-        handles.emplace_back(dup(segment.descriptor.get()));
+        handles.emplace_back(dup(segment.get()));
         handles.push_back(shm_bell_make());
         handles.push_back(shm_bell_make());
         for (uint32_t changes = input.below(4); changes > 0; --changes) {
@@ -129,20 +114,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
         }
         greet(socket, handles, input);
         while (!input.is_empty()) {
-            switch (input.below(4)) {
-                case 0:
-                    fwx_host_loop_process(server.loop);
-                    break;
-                case 1:
-                    if (shm_bell_is_sound(handles[2])) shm_bell_ring(handles[2]);
-                    break;
-                case 2:
-                    greet(socket, handles, input);
-                    break;
-                default:
-                    scribble(*segment.mapping, input);
-                    break;
-            }
+            const uint32_t action = input.below(4);
+            if (action == 0) fwx_host_loop_process(server.loop);
+            if (action == 1 && shm_bell_is_sound(handles[2])) shm_bell_ring(handles[2]);
+            if (action == 2) greet(socket, handles, input);
+            if (action == 3) scribble(*mapping, input);
         }
         fwx_host_loop_run_until_idle(server.loop);
     }

@@ -67,25 +67,17 @@ public:
         const uint32_t choice = input_.byte();
         const uint32_t operand = choice / 8;
         if (!is_bound_ && operand % 2 == 1) bind();
-        switch (choice % 8) {
-            case 0:
-                return pump();
-            case 1:
-                return send(operand);
-            case 2:
-                send(operand);
-                return pump();
-            case 3:
-            case 4:
-                server_.answer(operand % 16, operand % 16 == 15 ? 2 : 1);
-                return operand / 16 == 0 ? pump() : void();
-            case 5:
-                return server_.deliver() ? pump() : void();
-            case 6:
-                return ask(operand);
-            default:
-                return turn(operand);
+        const uint32_t kind = choice % 8;
+        bool is_pumped = kind == 0 || kind == 2;
+        if (kind == 1 || kind == 2) send(operand);
+        if (kind == 3 || kind == 4) {
+            server_.answer(operand % 16, operand % 16 == 15 ? 2 : 1);
+            is_pumped = operand / 16 == 0;
         }
+        if (kind == 5) is_pumped = server_.deliver();
+        if (kind == 6) ask(operand);
+        if (kind == 7) turn(operand);
+        if (is_pumped) pump();
     }
 
     /* Called by the library's callbacks. `bytes` is the length of the data according to the server. */
@@ -155,22 +147,13 @@ private:
     }
 
     void turn(uint32_t operand) {
-        switch (operand % 8) {
-            case 0:
-                return unbind();
-            case 1:
-                unbind();
-                return bind();
-            case 2:
-                return server_.drop();
-            case 3:
-                return flush();
-            case 4:
-            case 5:
-                return server_.pause(operand % 8 == 4 ? 1 : 0);
-            default:
-                return fwx_host_fault_arm(failing_ops[operand / 8 + operand % 2 * 4], 1 + input_.below(8), 0);
-        }
+        const uint32_t kind = operand % 8;
+        if (kind < 2) unbind();
+        if (kind == 1) bind();
+        if (kind == 2) server_.drop();
+        if (kind == 3) flush();
+        if (kind == 4 || kind == 5) server_.pause(kind == 4 ? 1 : 0);
+        if (kind > 5) fwx_host_fault_arm(failing_ops[operand / 8 + operand % 2 * 4], 1 + input_.below(8), 0);
     }
 
     void send(uint32_t operand) {

@@ -13,11 +13,6 @@
 
 namespace {
 
-struct expected_t {
-    uint32_t tag;
-    std::vector<uint8_t> bytes;
-};
-
 class rings_t {
 public:
     /** `is_final`: the writer never withdraws records. */
@@ -34,20 +29,17 @@ public:
         const bool is_written = writer_.write(tag, record.data(), size);
         writer_.publish();
         FUZZ_CHECK(is_written == had_room);
-        if (is_written) inside_.push_back({tag, record});
+        if (is_written) inside_.emplace_back(tag, record);
     }
 
     void read() {
         reader_.refresh();
-        if (!reader_.has_record()) {
-            FUZZ_CHECK(is_tampered_ || is_withdrawn_ || inside_.empty());
-            return;
-        }
+        const bool has_record = reader_.has_record();
+        FUZZ_CHECK(has_record || is_tampered_ || is_withdrawn_ || inside_.empty());
+        if (!has_record) return;
         const shm_record_t record = reader_.front();
-        if (reader_.is_broken()) {
-            FUZZ_CHECK(is_tampered_);
-            return;
-        }
+        FUZZ_CHECK(!reader_.is_broken() || is_tampered_);
+        if (reader_.is_broken()) return;
         FUZZ_CHECK(record.size <= shm_largest_record(capacity_));
         std::vector<uint8_t> copy(record.size);
         reader_.copy_to(copy.data(), record);
@@ -55,13 +47,9 @@ public:
             const uint32_t first_word = reader_.first_word();
             FUZZ_CHECK(std::memcmp(&first_word, copy.data(), sizeof(first_word)) == 0);
         }
-        if (is_final_) {
-            reader_.skip(record);
-        } else {
-            reader_.advance(record);
-        }
+        is_final_ ? reader_.skip(record) : reader_.advance(record);
         if (is_tampered_) return;
-        FUZZ_CHECK(!inside_.empty() && record.tag == inside_.front().tag && copy == inside_.front().bytes);
+        FUZZ_CHECK(!inside_.empty() && inside_.front() == std::pair(record.tag, copy));
         inside_.pop_front();
         position_ += 8 + (record.size + 7) / 8 * 8;
     }
@@ -71,12 +59,8 @@ public:
         const bool is_kept = reader_.publish();
         FUZZ_CHECK(is_kept != reader_.is_broken());
         if (is_tampered_) return;
-        if (is_withdrawn_) {
-            FUZZ_CHECK(!is_kept || position_ == published_);
-        } else {
-            FUZZ_CHECK(is_kept);
-            published_ = position_;
-        }
+        FUZZ_CHECK(is_withdrawn_ ? !is_kept || position_ == published_ : is_kept);
+        if (!is_withdrawn_) published_ = position_;
         writer_.refresh();
         FUZZ_CHECK(writer_.is_read(published_));
         FUZZ_CHECK(position_ == published_ || !writer_.is_read(position_));
@@ -92,17 +76,10 @@ public:
     void tamper(input_t &input) {
         is_tampered_ = true;
         const uint32_t value = input.byte() * (input.flag() ? 1u : 0x01010101u);
-        switch (input.below(4)) {
-            case 0:
-                ring_.written += value;
-                break;
-            case 1:
-                ring_.read += value;
-                break;
-            default:
-                std::memcpy(bytes() + input.byte() * sizeof(value) % capacity_, &value, sizeof(value));
-                break;
-        }
+        const uint32_t place = input.below(4);
+        if (place == 0) ring_.written += value;
+        if (place == 1) ring_.read += value;
+        if (place > 1) std::memcpy(bytes() + input.byte() * sizeof(value) % capacity_, &value, sizeof(value));
     }
 
     void check_ends() {
@@ -122,9 +99,9 @@ private:
     std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that the sanitizer finds an access outside it */
     shm_writer_t writer_;
     shm_reader_t reader_;
-    std::deque<expected_t> inside_;
-    uint32_t position_ = 0;  /* the reader's position */
-    uint32_t published_ = 0; /* the reader's position that the writer can see */
+    std::deque<std::pair<uint32_t, std::vector<uint8_t>>> inside_; /* tag and bytes of each record */
+    uint32_t position_ = 0;                                        /* the reader's position */
+    uint32_t published_ = 0;                                       /* the reader's position that the writer can see */
     bool is_withdrawn_ = false;
     bool is_tampered_ = false;
     bool writer_was_broken_ = false;
@@ -139,25 +116,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NO
     rings_t rings(16u << shape % 5, shape >= 128);
     while (!input.is_empty()) {
         const uint8_t action = input.byte();
-        switch (action % 8) {
-            case 0:
-            case 1:
-            case 2:
-                rings.write(action, input.byte());
-                break;
-            case 5:
-                rings.end_turn();
-                break;
-            case 6:
-                if (input.byte() == 0xff) rings.withdraw();
-                break;
-            case 7:
-                if (input.flag()) rings.tamper(input);
-                break;
-            default:
-                rings.read();
-                break;
-        }
+        const uint32_t kind = action % 8;
+        if (kind < 3) rings.write(action, input.byte());
+        if (kind == 3 || kind == 4) rings.read();
+        if (kind == 5) rings.end_turn();
+        if (kind == 6 && input.byte() == 0xff) rings.withdraw();
+        if (kind == 7 && input.flag()) rings.tamper(input);
         rings.check_ends();
     }
     return 0;
