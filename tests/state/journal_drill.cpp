@@ -3,9 +3,8 @@
  * each kill, every acknowledged change must be in the journal, and no change only in part. The next process continues
  * with the same file.
  *
- * Each writer has one entry of three lines, each with the number of its last change. Different numbers therefore show a
- * change that is there only in part. A commit has the changes of one or more writers.
- * usage: journal_drill KILLS [SEED]
+ * A change of a writer is three lines, which the writer numbers. Any other number of lines therefore shows a change
+ * that is there only in part. A commit has the changes of one or more writers. usage: journal_drill KILLS [SEED]
  */
 #include <poll.h>
 #include <sys/mman.h>
@@ -18,25 +17,24 @@
 #include <filesystem>
 #include <map>
 #include <new>
+#include <numeric>
 #include <random>
-#include <sstream>
 
-#include "state/journal.h"
+#include "keeper.h"
 #include "tests/support/child.h"
 
 namespace {
 
 constexpr size_t writers = 4;
 constexpr size_t parts = 3;
-constexpr size_t longest_line = 3000;
+constexpr size_t longest_line = 3000; /* of filling, which is not part of a snapshot */
 constexpr uint32_t longest_life_ms = 40;
-constexpr const char *format = "drilled journal 1";
 constexpr int status_not_made = 3;   /* a new file could not be created */
 constexpr int status_not_opened = 4; /* an existing file could not be opened */
 
 /** What the processes have done so far, in memory that outlives them. */
 struct record_t {
-    std::array<std::atomic<uint64_t>, writers> begun{}; /* number of the last change */
+    std::array<std::atomic<uint64_t>, writers> begun{}; /* lines of each writer */
     std::array<std::atomic<uint64_t>, writers> acknowledged{};
     std::atomic<unsigned> commits{};
     std::atomic<unsigned> refusals{};
@@ -95,76 +93,64 @@ private:
     std::map<int, off_t> synced_; /* durable bytes of a file */
 };
 
-/** The number of the last change in each line of the journal, by writer and part. */
-struct entries_t {
-    std::string read(std::string_view line) {
-        std::istringstream words{std::string(line)};
-        size_t writer = writers;
-        size_t part = parts;
-        uint64_t change = 0;
-        words >> writer >> part >> change;
-        if (!words || writer >= writers || part >= parts) return "no entry";
-        changes[writer][part] = change;
-        return "";
-    }
-    std::string line(size_t writer, size_t part, size_t length) const {
-        return std::to_string(writer) + " " + std::to_string(part) + " " + std::to_string(changes[writer][part]) + " " +
-               std::string(length, 'x');
-    }
+using counts_t = std::array<uint64_t, writers>;
 
-    std::array<std::array<uint64_t, parts>, writers> changes{};
-};
+std::string line_of(size_t writer, uint64_t number) {
+    return std::to_string(writer) + " " + std::to_string(number);
+}
+
+/** Counts the lines of each writer. They must be numbered without a gap. */
+counts_t count_lines(const lines_t &lines) {
+    counts_t counts{};
+    for (const std::string &line : lines) {
+        const size_t writer = std::strtoul(line.c_str(), nullptr, 10);
+        if (writer < writers && line == line_of(writer, counts[writer])) ++counts[writer];
+    }
+    return counts;
+}
 
 /** The process that is killed. Writes to `ready` when the journal is open. Returns when it cannot be opened. */
 int keep(const std::string &path, std::mt19937 random, record_t &record, int ready) {
-    entries_t entries;
     const bool is_new = !std::filesystem::exists(path);
     failing_files_t files(std::array{0U, 40U, 8U}[random() % 3], static_cast<uint32_t>(random()));
-    const auto write_snapshot = [&entries](const journal_t::write_fn_t &write) {
-        for (size_t line = 0; line < writers * parts; ++line) {
-            write(entries.line(line / parts, line % parts, 1));
-        }
-    };
-    journal_t journal(path, {format}, write_snapshot, files);
-    const std::string error = journal.open([&](std::string_view line) { return entries.read(line); });
-    if (!error.empty()) return is_new ? status_not_made : status_not_opened;
-    if (!journal.notes().empty()) ++record.torn_files;
+    keeper_t keeper(path, files);
+    if (!keeper.open().empty()) return is_new ? status_not_made : status_not_opened;
+    if (!keeper.journal().notes().empty()) ++record.torn_files;
     if (write(ready, "", 1) != 1) return status_not_opened;
-    for (;;) {
+    for (counts_t counts = count_lines(keeper.lines);;) {
         const size_t chosen = 1 + random() % ((1U << writers) - 1); /* a bit for each writer */
         for (size_t writer = 0; writer < writers; ++writer) {
             if ((chosen >> writer & 1) == 0) continue;
-            record.begun[writer] = entries.changes[writer][0] + 1;
+            record.begun[writer] = counts[writer] + parts;
             for (size_t part = 0; part < parts; ++part) {
-                ++entries.changes[writer][part];
-                journal.append(entries.line(writer, part, random() % longest_line));
+                keeper.add(line_of(writer, counts[writer]++));
+                keeper.add(keeper_t::filling(1 + random() % longest_line));
             }
         }
-        const bool is_durable = journal.commit().empty();
+        const bool is_durable = keeper.commit().empty();
         ++(is_durable ? record.commits : record.refusals);
         for (size_t writer = 0; writer < writers && is_durable; ++writer) {
-            record.acknowledged[writer] = entries.changes[writer][0];
+            record.acknowledged[writer] = counts[writer];
         }
     }
 }
 
 /** Whether every acknowledged change is in the journal, and none only in part. */
 bool check(const std::string &path, const record_t &record) {
-    entries_t entries;
-    journal_t journal(path, {format}, [](const auto &) {});
-    const std::string error = journal.look([&](std::string_view line) { return entries.read(line); });
-    if (!error.empty()) fprintf(stderr, "%s\n", error.c_str());
-    bool is_good = error.empty();
+    keeper_t keeper(path);
+    const std::string error = keeper.look();
+    const counts_t counts = count_lines(keeper.lines);
+    bool is_good = error.empty() && keeper.lines.size() == std::accumulate(counts.begin(), counts.end(), size_t{0});
     for (size_t writer = 0; writer < writers; ++writer) {
+        const unsigned long long lines = counts[writer];
         const unsigned long long acknowledged = record.acknowledged[writer];
         const unsigned long long begun = record.begun[writer];
-        for (const unsigned long long change : entries.changes[writer]) {
-            if (change == entries.changes[writer][0] && change >= acknowledged && change <= begun) continue;
-            is_good = false;
-            fprintf(stderr, "writer %zu: change %llu is in the journal, %llu was acknowledged, %llu begun\n", writer,
-                    change, acknowledged, begun);
-        }
+        if (lines % parts == 0 && lines >= acknowledged && lines <= begun) continue;
+        is_good = false;
+        fprintf(stderr, "writer %zu: %llu lines are in the journal, %llu were acknowledged, %llu begun\n", writer,
+                lines, acknowledged, begun);
     }
+    if (!is_good) fprintf(stderr, "%s: %s\n", path.c_str(), error.empty() ? "is wrong" : error.c_str());
     return is_good;
 }
 

@@ -28,12 +28,8 @@ public:
               },
               files) {}
 
-    std::string open() {
-        return journal_.open([this](std::string_view line) { return take(line); });
-    }
-    std::string look() {
-        return journal_.look([this](std::string_view line) { return take(line); });
-    }
+    std::string open() { return journal_.open(take_); }
+    std::string look() { return journal_.look(take_); }
     /** Appends a line. A line of filling makes the file longer but is not part of a snapshot. */
     void add(const std::string &line) {
         if (!is_filling(line)) lines.push_back(line);
@@ -53,11 +49,11 @@ public:
 
 private:
     static bool is_filling(std::string_view line) { return !line.empty() && line.front() == '.'; }
-    std::string take(std::string_view line) {
+
+    const journal_t::read_fn_t take_ = [this](std::string_view line) {
         if (!is_filling(line)) lines.emplace_back(line);
         return line == "wrong" ? "no such line" : "";
-    }
-
+    };
     journal_t journal_;
 };
 
