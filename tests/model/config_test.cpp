@@ -1,5 +1,7 @@
 /* Configuration commands to the model: values that are accepted, stored and refused, in tables of commands and results.
  */
+#include <array>
+#include <bit>
 #include <set>
 
 #include "model_fixture.h"
@@ -45,8 +47,12 @@ message_t logging(uint32_t op_code, uint32_t dest, uint16_t port) {
     return config(op_code, 20, {dest, 0}).put<uint16_t>(44, port).put<uint32_t>(48, 1);
 }
 
+using totals_t = std::array<uint64_t, 9>;
+
 class config_t : public model_fixture_t {
 protected:
+    /** Numbers of interfaces, prefixes, static and dynamic mappings, pools, ranges, loggings, rules and sessions. */
+    totals_t totals() const { return std::bit_cast<totals_t>(model_->totals()); }
     void take(const std::vector<step_t> &steps) {
         for (const step_t &step : steps) {
             const message_t reply = reply_to(step.command);
@@ -124,7 +130,7 @@ TEST_F(config_t, keeps_interfaces_and_global_prefixes) {
         {"delete", prefix(3, 0, 0x20, 64, 1), 0},
         {"delete again", prefix(3, 0, 0x20, 64, 1), no_entry},
     });
-    EXPECT_EQ(totals(), (words_t{3, 3, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(totals(), (totals_t{3, 3, 0, 0, 0, 0, 0, 0, 0}));
     const std::set<uint8_t> lengths = {32, 40, 48, 56, 64, 96};
     for (uint8_t length = 0; length <= 128; ++length) {
         const uint32_t result = lengths.count(length) != 0 ? 0 : length_refused;
@@ -175,7 +181,7 @@ TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
         {"logging deleted", logging(25, first, 2056), 0},
         {"delete again", logging(25, first, 2056), no_entry},
     });
-    EXPECT_EQ(totals(), (words_t{0, 0, 1, 1, 1, 1, 1, 0, 1})); /* the session belongs to the static mapping */
+    EXPECT_EQ(totals(), (totals_t{0, 0, 1, 1, 1, 1, 1, 0, 1})); /* the session belongs to the static mapping */
     take({
         {"pool deleted before its range", config(5, 8, {1, 1}), has_ranges},
         {"its range deleted", range(7, 1, 0, net(203, 0, 113, 0), net(203, 0, 113, 9)), 0},
@@ -184,7 +190,7 @@ TEST_F(config_t, keeps_mappings_pools_ranges_and_loggings) {
         {"static mapping deleted", config(9, 8, {1, 1}), 0},
         {"dynamic mapping deleted", config(12, 8, {1, 1}), 0},
     });
-    EXPECT_EQ(totals(), (words_t{0, 0, 0, 0, 0, 0, 1, 0, 0}));
+    EXPECT_EQ(totals(), (totals_t{0, 0, 0, 0, 0, 0, 1, 0, 0}));
 }
 
 TEST_F(config_t, keeps_the_addresses_of_one_pool_from_every_other) {
@@ -215,7 +221,7 @@ TEST_F(config_t, keeps_the_addresses_of_one_pool_from_every_other) {
         {"pool deleted", config(5, 8, {3, 1}), 0},
         {"range where that pool was", range_at(6, 1, 13, 19), 0},
     });
-    EXPECT_EQ(totals(), (words_t{0, 0, 0, 0, 3, 2, 0, 0, 0}));
+    EXPECT_EQ(totals(), (totals_t{0, 0, 0, 0, 3, 2, 0, 0, 0}));
 }
 
 TEST_F(config_t, gives_rules_the_lowest_free_index_and_deleting_the_last_orders_a_clean_up_if_enabled) {
@@ -250,7 +256,7 @@ TEST_F(config_t, gives_rules_the_lowest_free_index_and_deleting_the_last_orders_
         {"the last", basic(3, 13, 0), 0, {13, 0, 0, 3, 1, 2}},
         {"from 1 again", basic(1, 20, 0), 0, {20, 0, 0, 1, 0, 1}},
     });
-    EXPECT_EQ(model_->totals().rules, 1u);
+    EXPECT_EQ(totals(), (totals_t{0, 0, 0, 0, 0, 0, 0, 1, 0}));
 }
 
 }  // namespace

@@ -72,15 +72,9 @@ protected:
     }
     void end() override { server_.reset(); }
 
-    /** Sends commands in one turn, commits, and returns their results. Nothing may be answered before the commit. */
     words_t committed_results_of(const std::vector<message_t> &commands) {
-        for (const message_t &msg : commands) {
-            send(msg);
-        }
-        EXPECT_EQ(run().size(), 0U) << "an answer went out before the commit";
-        server_->commit();
         words_t results;
-        for (const message_t &reply : run()) {
+        for (const message_t &reply : committed_replies_to(commands, [this] { server_->commit(); })) {
             results.push_back(reply.u32(32));
         }
         return results;

@@ -1,4 +1,5 @@
-/* The model's misbehaviour: failing, delayed, held, duplicated and missing replies, and dropped clients. */
+/* The model's misbehaviour, ordered by its C interface: failing, delayed, held, duplicated and missing replies, and
+ * dropped clients. */
 #include <algorithm>
 #include <map>
 
@@ -8,7 +9,6 @@
 namespace {
 
 using contexts_t = std::vector<uint64_t>;
-using order_t = fwx_nat64_model_order_t;
 
 class misbehaviour_t : public model_fixture_t {
 protected:
@@ -34,7 +34,7 @@ protected:
 };
 
 TEST_F(misbehaviour_t, fails_the_next_commands_without_executing_them) {
-    model_->fail_next(0x1234, 3);
+    fwx_nat64_model_fail_next(model_.get(), 0x1234, 3);
     EXPECT_EQ(result_of(config(14, 8, {3, 300})), 0x1234u);
     EXPECT_EQ(ask(sync_command(2, 24).put<uint32_t>(16, 0x00010090)).u32(16), 0x1234u);
     const message_t rule = reply_to(basic(1, 8, 9));
@@ -48,10 +48,10 @@ TEST_F(misbehaviour_t, fails_the_next_commands_without_executing_them) {
 
 TEST_F(misbehaviour_t, delays_answers_by_the_platforms_clock) {
     fwx_host_clock_turn(0);
-    model_->delay_set(50);
+    fwx_nat64_model_delay_set(model_.get(), 50);
     EXPECT_EQ(send_numbered(1), contexts_t{});
     EXPECT_EQ(model_->counts().held, 1u);
-    model_->delay_set(20);
+    fwx_nat64_model_delay_set(model_.get(), 20);
     EXPECT_EQ(send_numbered(2, 2), contexts_t{});
     EXPECT_EQ(contexts_after(20), contexts_t{2});
     EXPECT_EQ(contexts_after(29), contexts_t{});
@@ -61,18 +61,19 @@ TEST_F(misbehaviour_t, delays_answers_by_the_platforms_clock) {
 
 TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
     const contexts_t sent = {1, 2, 3, 4, 5, 6};
-    std::map<order_t, contexts_t> released;
-    for (const order_t order : {order_t::in_order, order_t::reverse, order_t::shuffled}) {
-        model_->hold();
+    std::map<uint32_t, contexts_t> released;
+    for (const uint32_t order : {FWX_NAT64_MODEL_IN_ORDER, FWX_NAT64_MODEL_REVERSE, FWX_NAT64_MODEL_SHUFFLED}) {
+        fwx_nat64_model_hold(model_.get());
         EXPECT_EQ(send_numbered(6), contexts_t{});
         EXPECT_EQ(model_->counts().held, 6u);
-        model_->release(order);
+        EXPECT_EQ(fwx_nat64_model_release(model_.get(), 3), FWX_HOST_ERR_BAD_ARG);
+        EXPECT_EQ(fwx_nat64_model_release(model_.get(), order), 0u);
         EXPECT_EQ(model_->counts().held, 0u);
         released[order] = contexts();
     }
-    EXPECT_EQ(released[order_t::in_order], sent);
-    EXPECT_EQ(released[order_t::reverse], contexts_t(sent.rbegin(), sent.rend()));
-    contexts_t &shuffled = released[order_t::shuffled];
+    EXPECT_EQ(released[FWX_NAT64_MODEL_IN_ORDER], sent);
+    EXPECT_EQ(released[FWX_NAT64_MODEL_REVERSE], contexts_t(sent.rbegin(), sent.rend()));
+    contexts_t &shuffled = released[FWX_NAT64_MODEL_SHUFFLED];
     EXPECT_NE(shuffled, sent);
     std::sort(shuffled.begin(), shuffled.end());
     EXPECT_EQ(shuffled, sent);
@@ -80,32 +81,32 @@ TEST_F(misbehaviour_t, releases_held_replies_in_the_order_asked_for) {
 }
 
 TEST_F(misbehaviour_t, repeats_replies) {
-    model_->duplicate_set(3);
+    fwx_nat64_model_duplicate_set(model_.get(), 3);
     EXPECT_EQ(send_numbered(2), (contexts_t{1, 1, 1, 2, 2, 2}));
     EXPECT_EQ(model_->counts().replies, 6u);
 }
 
 TEST_F(misbehaviour_t, executes_commands_without_answering_them) {
-    model_->silent_set(true);
+    fwx_nat64_model_silent_set(model_.get(), 1);
     EXPECT_TRUE(replies_to(config(14, 8, {3, 300})).empty());
     EXPECT_TRUE(ask(sync_command(3, 24).put<uint32_t>(16, 21).put<uint32_t>(20, 7)).empty());
     EXPECT_EQ(model_->timeout(3), 300u);
     EXPECT_EQ(model_->config().classifier.batch_id, 7u);
-    model_->silent_set(false);
+    fwx_nat64_model_silent_set(model_.get(), 0);
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }
 
 TEST_F(misbehaviour_t, drops_its_clients_and_what_was_held_for_them) {
     open();
-    model_->hold();
+    fwx_nat64_model_hold(model_.get());
     send_numbered(2);
     EXPECT_EQ(model_->counts().clients, 2u);
-    model_->drop_clients();
+    fwx_nat64_model_drop_clients(model_.get());
     run();
     EXPECT_EQ(channel_errors, 2u);
     EXPECT_EQ(model_->counts().clients, 0u);
     EXPECT_EQ(model_->counts().held, 0u);
-    model_->release(order_t::in_order);
+    fwx_nat64_model_release(model_.get(), FWX_NAT64_MODEL_IN_ORDER);
     chan_ = open();
     EXPECT_EQ(send_numbered(1), contexts_t{1});
 }

@@ -136,6 +136,16 @@ protected:
         ASSERT_EQ(smc_async_msg_sends(chan_, buffer, buffer, msg.size(), on_done), 0u);
     }
 
+    /** Sends commands in one turn, calls `commit`, and returns the replies. None may be sent before the commit. */
+    template <typename commit_t>
+    std::vector<message_t> committed_replies_to(const std::vector<message_t> &commands, commit_t commit) {
+        for (const message_t &msg : commands) {
+            send(msg);
+        }
+        EXPECT_EQ(run().size(), 0u) << "an answer was sent before the commit";
+        commit();
+        return run();
+    }
     /** Sends a command, runs the loop until it is idle, and returns the messages received. */
     std::vector<message_t> replies_to(const message_t &msg) {
         received.clear();
@@ -154,16 +164,6 @@ protected:
         const std::vector<message_t> replies = replies_to(msg);
         EXPECT_EQ(replies.size(), 1u);
         return replies.size() == 1 ? replies[0] : message_t(256, 0xff);
-    }
-    /** Number of objects of each kind in the model. */
-    words_t totals() const {
-        const fwx_nat64_stats_sys_entry_t now = model_->totals();
-        words_t found;
-        for (const uint64_t total : {now.interfaces, now.prefixes, now.static_mappings, now.dynamic_mappings, now.pools,
-                                     now.pool_ranges, now.loggings, now.rules, now.sessions}) {
-            found.push_back(static_cast<uint32_t>(total));
-        }
-        return found;
     }
     uint32_t result_of(const message_t &msg) { return reply_to(msg).u32(32); }
 

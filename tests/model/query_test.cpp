@@ -18,6 +18,13 @@ protected:
     void add_static(uint32_t id, uint32_t src, uint32_t dst) {
         EXPECT_EQ(result_of(config(8, 84, {id}).put<uint32_t>(48, src).put<uint32_t>(84, dst)), 0u);
     }
+    void process_two_turns_with(const std::vector<message_t> &commands) {
+        for (const message_t &msg : commands) {
+            send(msg);
+        }
+        fwx_host_loop_process(loop_);
+        fwx_host_loop_process(loop_);
+    }
     /** Number of sessions in the replies to a walk. */
     uint64_t walked(const message_t &request) {
         uint64_t sessions = 0;
@@ -163,12 +170,9 @@ TEST_F(query_t, counts_refusals_by_their_cause) {
 
 TEST_F(query_t, answers_other_commands_during_long_walks_and_accepts_64_walks_of_a_client_at_once) {
     model_->sessions_generate(20000);
-    for (int i = 0; i < 65; ++i) {
-        send(walk(10).put<uint32_t>(76, 0x0900000a));
-    }
-    send(command(2, 40).put<uint32_t>(32, FWX_NAT64_INIT_CODE));
-    fwx_host_loop_process(loop_);
-    fwx_host_loop_process(loop_);
+    std::vector<message_t> commands(65, walk(10).put<uint32_t>(76, 0x0900000a));
+    commands.push_back(command(2, 40).put<uint32_t>(32, FWX_NAT64_INIT_CODE));
+    process_two_turns_with(commands);
     EXPECT_EQ(model_->counts().refused, 1u);
     EXPECT_EQ(model_->counts().replies, 2u) << "the refusal and the other command; no walk has searched so far";
     const std::vector<message_t> replies = run();
@@ -179,11 +183,7 @@ TEST_F(query_t, answers_other_commands_during_long_walks_and_accepts_64_walks_of
 TEST_F(query_t, answers_other_commands_while_it_collects_a_long_list_and_sends_the_complete_list) {
     add_pools(2100);
     const uint64_t before = model_->counts().replies;
-    for (int i = 0; i < 65; ++i) {
-        send(all(6, 2050, 20));
-    }
-    fwx_host_loop_process(loop_);
-    fwx_host_loop_process(loop_);
+    process_two_turns_with(std::vector<message_t>(65, all(6, 2050, 20)));
     EXPECT_EQ(model_->counts().replies - before, 1u) << "the refusal of the last; no list is complete so far";
     std::vector<message_t> replies = run();
     EXPECT_EQ(replies.front().words(32, 5), (words_t{FWX_NAT64_MODEL_ERR_TOO_MANY, 0, 0, 0, 0}));

@@ -50,19 +50,16 @@ protected:
                              },
                              [](void *arg) { return static_cast<snapshot_t *>(arg)->commit_code_; }, this});
     }
-    /** Sends commands in one turn, commits, and returns the replies. Nothing may be sent before the commit. */
-    std::vector<message_t> committed_replies_to(const std::vector<message_t> &commands) {
-        for (const message_t &msg : commands) {
-            send(msg);
-        }
-        EXPECT_EQ(run().size(), 0U);
-        EXPECT_EQ(model_->counts().held, commands.size());
-        model_->commit();
-        return run();
+    /** Sends commands in one turn, commits, and returns the replies. */
+    std::vector<message_t> committed(const std::vector<message_t> &commands) {
+        return committed_replies_to(commands, [&] {
+            EXPECT_EQ(model_->counts().held, commands.size());
+            model_->commit();
+        });
     }
     void commit_each(const std::vector<message_t> &commands) {
         for (const message_t &msg : commands) {
-            const std::vector<message_t> replies = committed_replies_to({msg});
+            const std::vector<message_t> replies = committed({msg});
             ASSERT_EQ(replies.size(), 1U);
             EXPECT_EQ(replies[0].u32(32), 0U);
         }
@@ -129,13 +126,13 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_s
 
 TEST_F(snapshot_t, neither_the_answer_to_a_change_nor_a_later_one_is_sent_before_the_commit) {
     keep_journal(0);
-    std::vector<message_t> replies = committed_replies_to({config(14, 8, {1, 300}), command(4, 40)});
+    std::vector<message_t> replies = committed({config(14, 8, {1, 300}), command(4, 40)});
     ASSERT_EQ(replies.size(), 2U);
     EXPECT_EQ(replies[0].u32(32), 0U);
     EXPECT_EQ(replies[1].size(), 120U);
 
     keep_journal(FWX_NAT64_MODEL_ERR_NOT_SAVED);
-    replies = committed_replies_to({config(14, 8, {1, 400}), command(4, 40), config(16, 8, {1, 0})});
+    replies = committed({config(14, 8, {1, 400}), command(4, 40), config(16, 8, {1, 0})});
     ASSERT_EQ(replies.size(), 3U);
     EXPECT_EQ(replies[0].u32(32), 0x600bU);
     EXPECT_EQ(replies[1].u32(32), 0U);
