@@ -51,7 +51,7 @@ TEST_F(query_t, counts_the_addresses_and_sessions_of_pools) {
     EXPECT_EQ(result_of(range.put<uint8_t>(59, 1).put<uint8_t>(79, 9)), 0u); /* ::1 to ::9 */
     range = config(6, 44, {1, 1}).put<uint32_t>(60, 1);
     EXPECT_EQ(result_of(range.put<uint64_t>(52, UINT64_MAX).put<uint8_t>(71, 1)), 0u); /* two, around 0:0:0:1:: */
-    model_->sessions_generate(5);
+    EXPECT_EQ(fwx_nat64_model_sessions_generate(model_.get(), 5), 0u);
     message_t pools = reply_to(all(6, 10));
     EXPECT_EQ(pools.words(64, 12), (words_t{1, 2, 4 + 9 + 2, 0, 3, 0, 2, 0, 4, 0, 2, 0}));
     EXPECT_EQ(result_of(config(6, 44, {1, 1}).put<uint32_t>(60, 1).put<uint8_t>(64, 0xff)), 0u); /* :: to ff00:: */

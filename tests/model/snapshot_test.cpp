@@ -9,6 +9,18 @@ namespace {
 
 using part_t = std::pair<uint32_t, std::vector<uint8_t>>; /* op code and payload */
 
+/** The parts of a configuration that a server saves. */
+struct kept_t {
+    static void add(void *self, uint32_t op_code, const void *payload, size_t size) {
+        const auto *bytes = static_cast<const uint8_t *>(payload);
+        static_cast<kept_t *>(self)->parts.emplace_back(op_code, std::vector<uint8_t>(bytes, bytes + size));
+    }
+    static uint32_t commit(void *self) { return static_cast<kept_t *>(self)->commit_code; }
+
+    std::vector<part_t> parts;
+    uint32_t commit_code = 0;
+};
+
 class snapshot_t : public model_fixture_t {
 protected:
     /** Commands whose payloads are saved unchanged. */
@@ -38,17 +50,10 @@ protected:
         by_default(1, 9),
     };
 
-    static void append(std::vector<part_t> &parts, uint32_t op_code, const void *payload, size_t size) {
-        const auto *bytes = static_cast<const uint8_t *>(payload);
-        parts.emplace_back(op_code, std::vector<uint8_t>(bytes, bytes + size));
-    }
     /** Writes changes to journal_; each commit returns `code`. */
     void keep_journal(uint32_t code) {
-        commit_code_ = code;
-        model_->journal_set({[](void *arg, uint32_t op_code, const void *payload, size_t size) {
-                                 append(static_cast<snapshot_t *>(arg)->journal_, op_code, payload, size);
-                             },
-                             [](void *arg) { return static_cast<snapshot_t *>(arg)->commit_code_; }, this});
+        journal_.commit_code = code;
+        model_->journal_set({kept_t::add, kept_t::commit, &journal_});
     }
     /** Sends commands in one turn, commits, and returns the replies. */
     std::vector<message_t> committed(const std::vector<message_t> &commands) {
@@ -66,15 +71,12 @@ protected:
     }
 
     static std::vector<part_t> save(const fwx_nat64_model_t &model) {
-        std::vector<part_t> parts;
-        model.save([](void *arg, uint32_t op_code, const void *payload,
-                      size_t size) { append(*static_cast<std::vector<part_t> *>(arg), op_code, payload, size); },
-                   &parts);
-        return parts;
+        kept_t kept;
+        EXPECT_EQ(fwx_nat64_model_save(&model, kept_t::add, &kept), 0U);
+        return kept.parts;
     }
 
-    std::vector<part_t> journal_;
-    uint32_t commit_code_ = 0;
+    kept_t journal_;
 };
 
 TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_so_does_the_journal) {
@@ -94,12 +96,14 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_s
     const auto fresh = fwx_nat64_model_t::create(loop_, "another model");
     for (const auto &[op_code, payload] : parts) {
         const uint8_t *bytes = payload.data();
-        EXPECT_EQ(fresh->restore(op_code, bytes, payload.size()), 0U) << op_code;
-        EXPECT_EQ(fresh->restore(op_code, bytes, payload.size() - 1), FWX_NAT64_MODEL_ERR_MALFORMED);
-        EXPECT_EQ(fresh->restore(op_code, bytes, payload.size() + 1), FWX_NAT64_MODEL_ERR_MALFORMED);
+        EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), op_code, bytes, payload.size()), 0U) << op_code;
+        EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), op_code, bytes, payload.size() - 1),
+                  FWX_NAT64_MODEL_ERR_MALFORMED);
+        EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), op_code, bytes, payload.size() + 1),
+                  FWX_NAT64_MODEL_ERR_MALFORMED);
     }
     EXPECT_EQ(save(*fresh), parts);
-    EXPECT_EQ(fresh->restore(99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
+    EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), 99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
 
     const std::vector<message_t> more = {
         basic(1, 12), /* gets the index that was freed */
@@ -109,19 +113,20 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_s
         config(16, 8, {1, 0}),
     };
     commit_each(more);
-    EXPECT_EQ(journal_.size(), settings_.size() + changes_.size() + more.size());
+    EXPECT_EQ(journal_.parts.size(), settings_.size() + changes_.size() + more.size());
     const auto from_journal = fwx_nat64_model_t::create(loop_, "a third model");
-    for (const auto &[op_code, payload] : journal_) {
-        EXPECT_EQ(from_journal->restore(op_code, payload.data(), payload.size()), 0U) << op_code;
+    for (const auto &[op_code, payload] : journal_.parts) {
+        EXPECT_EQ(fwx_nat64_model_restore(from_journal.get(), op_code, payload.data(), payload.size()), 0U) << op_code;
     }
     EXPECT_EQ(save(*from_journal), save(*model_));
-    EXPECT_EQ(model_->boot().changes, journal_.size());
+    EXPECT_EQ(model_->boot().changes, journal_.parts.size());
     EXPECT_EQ(from_journal->boot().changes, 0U);
+    EXPECT_NE(from_journal->boot().boot_id, model_->boot().boot_id);
 
-    journal_.clear();
+    journal_.parts.clear();
     EXPECT_EQ(reply_to(command(4, 40)).u32(32), 0U) << "a query needs no commit";
     EXPECT_EQ(result_of(config(16, 8, {1, 0})), FWX_NAT64_MODEL_ERR_NO_ENTRY);
-    EXPECT_EQ(journal_.size(), 0U) << "neither a query nor a refusal is a change";
+    EXPECT_EQ(journal_.parts.size(), 0U) << "neither a query nor a refusal is a change";
 }
 
 TEST_F(snapshot_t, neither_the_answer_to_a_change_nor_a_later_one_is_sent_before_the_commit) {
@@ -150,7 +155,7 @@ TEST_F(snapshot_t, neither_the_answer_to_a_change_nor_a_later_one_is_sent_before
 TEST_F(snapshot_t, a_single_high_index_costs_no_memory_and_no_index_is_allocated_twice) {
     const auto rule = [this](uint32_t index, uint32_t rule_id) {
         const uint32_t payload[9] = {index, rule_id, 1};
-        return model_->restore(FWX_NAT64_MODEL_SAVED_BASIC_RULE, payload, sizeof payload);
+        return fwx_nat64_model_restore(model_.get(), FWX_NAT64_MODEL_SAVED_BASIC_RULE, payload, sizeof payload);
     };
     const auto index_of = [this](uint32_t op, uint32_t rule_id) {
         const message_t reply = reply_to(basic(op, rule_id));
