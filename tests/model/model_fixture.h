@@ -7,7 +7,6 @@
 #include <cstring>
 #include <list>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "fwx_host/fwx_host.h"
