@@ -128,7 +128,6 @@ TEST_F(config_t, keeps_interfaces_and_global_prefixes) {
         {"flag 2", prefix(3, 2, 0x20, 96, 1), value_refused},
         {"delete of what is not there", prefix(3, 0, 0x30, 96, 1), no_entry},
         {"delete", prefix(3, 0, 0x20, 64, 1), 0},
-        {"delete again", prefix(3, 0, 0x20, 64, 1), no_entry},
     });
     EXPECT_EQ(totals(), (totals_t{3, 3, 0, 0, 0, 0, 0, 0, 0}));
     const std::set<uint8_t> lengths = {32, 40, 48, 56, 64, 96};
