@@ -2,7 +2,7 @@
 # Kills processes many times. The tests do the same a few times.
 # usage: drill.sh NAME [KILLS]
 #   servers  kills servers under load, plain and under ASan+UBSan; each time every command is accounted for
-#   journal  kills the process that writes a journal, plain and under ASan+UBSan, with concurrent writers and random failures
+#   journal  kills the process that writes a journal, plain and under ASan+UBSan, with four writers and random failures
 #            of its writes, syncs and renames; no acknowledged change is missing or incomplete
 #   daemon   kills the server under nat64d, with a document of ten thousand items that is edited once a second; nat64d finds
 #            each new server, with its state or without, within two seconds, has it in sync within two more, and does not
