@@ -51,38 +51,34 @@ TEST(manifest, is_what_was_written) {
 }
 
 TEST(manifest, hostile_ones_are_refused_and_named) {
-    struct case_t {
-        std::string json;
-        const char *fault;
-    };
     const std::string staged = text + R"(,"stage":)";
     const std::string much(most_manifest_bytes, ' ');
     std::string chunks;
     for (size_t i = 0; i <= most_chunks; ++i) {
         chunks += "0,";
     }
-    const case_t cases[] = {
+    const std::string not_small = "must be a JSON object of at most 1048576 bytes";
+    const std::string no_version = "version: must be 1 to 9999999999";
+    const std::string no_chunk = "chunks: each must be the SHA-256 of a chunk and its bytes, 1 to 262144";
+    const std::pair<std::string, std::string> cases[] = {
         {text + R"(,"later":{"than":"this"}})", "none"},
-        {"", "must be a JSON object of at most 1048576 bytes"},
-        {"[]", "must be a JSON object of at most 1048576 bytes"},
-        {text + much + '}', "must be a JSON object of at most 1048576 bytes"},
-        {text + R"(,"x":)" + std::string(100, '[') + std::string(100, ']') + '}',
-         "must be a JSON object of at most 1048576 bytes"},
+        {"", not_small},
+        {"[]", not_small},
+        {text + much + '}', not_small},
+        {text + R"(,"x":)" + std::string(100, '[') + std::string(100, ']') + '}', not_small},
         {replaced(text, "\"format\":1", "\"format\":2") + '}',
          "format: is 2, but the newest that this program knows is 1"},
         {replaced(text, "\"format\":1", "\"f\":1") + '}', "format: must be 1 to 18446744073709551615"},
-        {replaced(text, ":8,", ":0,") + '}', "version: must be 1 to 9999999999"},
-        {replaced(text, ":8,", ":-8,") + '}', "version: must be 1 to 9999999999"},
-        {replaced(text, ":8,", ":8.5,") + '}', "version: must be 1 to 9999999999"},
-        {replaced(text, ":8,", ":99999999999999999999,") + '}', "version: must be 1 to 9999999999"},
+        {replaced(text, ":8,", ":0,") + '}', no_version},
+        {replaced(text, ":8,", ":-8,") + '}', no_version},
+        {replaced(text, ":8,", ":8.5,") + '}', no_version},
+        {replaced(text, ":8,", ":99999999999999999999,") + '}', no_version},
         {replaced(text, hash_a, "../" + hash_a.substr(3)) + '}', "document: must be a SHA-256"},
         {replaced(text, ":5,", ":6,") + '}', "bytes: must be those of the chunks together"},
         {replaced(text, ":5,", ":268435457,") + '}', "bytes: must be 1 to 268435456"},
-        {replaced(text, ",3]", ",0]") + '}', "chunks: each must be the SHA-256 of a chunk and its bytes, 1 to 262144"},
-        {replaced(text, ",3]", ",4294967299]") + '}',
-         "chunks: each must be the SHA-256 of a chunk and its bytes, 1 to 262144"},
-        {replaced(text, "[[", R"([["../x",1],[)") + '}',
-         "chunks: each must be the SHA-256 of a chunk and its bytes, 1 to 262144"},
+        {replaced(text, ",3]", ",0]") + '}', no_chunk},
+        {replaced(text, ",3]", ",4294967299]") + '}', no_chunk},
+        {replaced(text, "[[", R"([["../x",1],[)") + '}', no_chunk},
         {replaced(text, "[[", '[' + chunks + '[') + '}', "chunks: must be an array of 1 to 16384"},
         {replaced(text, "edge.nat64", "a\\u001b[2J") + '}', "note: must be one line"},
         {replaced(text, "\"note\"", "\"n\"") + '}', "note: must be a text of 0 to 1024 bytes"},
@@ -95,8 +91,8 @@ TEST(manifest, hostile_ones_are_refused_and_named) {
         {staged + R"({"percent":10}})", "base: must be an object"},
         {staged + R"({"percent":10},"base":{"version":7}})", "base: document: must be a text of 0 to 320 bytes"},
     };
-    for (const case_t &each : cases) {
-        EXPECT_EQ(fault_of(each.json), each.fault) << each.json.substr(0, 300);
+    for (const auto &[json, fault] : cases) {
+        EXPECT_EQ(fault_of(json), fault) << json.substr(0, 300);
     }
     EXPECT_EQ(fault_of(staged + R"({"percent":10}})", manifest_place_t::history), "none");
 }
@@ -129,13 +125,7 @@ TEST(manifest, says_which_gateway_holds_what) {
     EXPECT_EQ(stage_text({{}, 10}), "10 % of the gateways");
 }
 
-TEST(fleet_keys, are_in_the_order_of_versions) {
-    const fleet_keys_t keys("a/b");
-    EXPECT_EQ(keys.manifest(), "a/b/manifest");
-    EXPECT_EQ(keys.history(7), "a/b/history/0000000007");
-    EXPECT_EQ(keys.history(most_version), "a/b/history/9999999999");
-    EXPECT_EQ(keys.chunk(hash_a), "a/b/chunks/" + hash_a);
-    EXPECT_EQ(keys.gateway_state("fra1"), "a/b/gateways/fra1/state");
+TEST(fleet_keys, have_names_of_gateways_that_are_short_words) {
     for (const char *name : {"", "a/b", "a b", "\xc3\xa4"}) {
         EXPECT_FALSE(is_gateway_name(name)) << name;
     }
@@ -154,12 +144,11 @@ TEST(gateway_state, is_what_was_written_and_nothing_else) {
     const std::optional<gateway_state_t> read = read_gateway_state(json, error);
     ASSERT_TRUE(read) << error;
     EXPECT_EQ(write_gateway_state(*read), json);
-    struct case_t {
+    const struct {
         const char *what;
         const char *by;
         const char *fault;
-    };
-    const case_t cases[] = {
+    } cases[] = {
         {"fra1", "../x", "gateway: must be a name of 1 to 64 letters, digits, '.', '_' and '-'"},
         {"\"version\":8", "\"version\":\"8\"", "version: must be 0 to 9999999999"},
         {"aaa", "xyz", "document: must be a SHA-256, or empty"},
@@ -168,7 +157,7 @@ TEST(gateway_state, is_what_was_written_and_nothing_else) {
         {"\"version\":9", "\"version\":0", "refused: version: must be 1 to 9999999999"},
         {"{", "[{", "must be an object"},
     };
-    for (const case_t &each : cases) {
+    for (const auto &each : cases) {
         EXPECT_FALSE(read_gateway_state(replaced(json, each.what, each.by), error)) << each.what;
         EXPECT_EQ(error, each.fault);
     }

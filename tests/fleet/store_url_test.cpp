@@ -8,47 +8,35 @@
 
 namespace {
 
-std::string text_of(const store_t &store) {
-    std::string text;
+/** The endpoints and the prefix of a store, or the error. */
+std::string read(const store_options_t &options) {
+    store_t store;
+    std::string text = read_store(options, store);
+    if (!text.empty()) return text;
     for (const std::string &endpoint : store.endpoints) {
         text += endpoint + ' ';
     }
     return text + store.prefix;
 }
 
-TEST(store_url, names_the_endpoints_and_the_prefix) {
-    struct case_t {
-        const char *url;
-        const char *text;
-    };
-    const case_t cases[] = {
+TEST(store_url, names_the_endpoints_and_the_prefix_and_faults_are_named) {
+    const std::string begin = ": must begin with etcd://";
+    const std::string endpoint = ": must be HOST:PORT, with a name, an IPv4 address or [an IPv6 address]";
+    const std::string prefix =
+        ": must end with /PREFIX: words of letters, digits, '.', '_' and '-' with slashes between, 200 bytes at most";
+    const std::pair<std::string, std::string> right[] = {
         {"etcd://127.0.0.1:2379/edge", "http://127.0.0.1:2379 edge"},
         {"etcd://a.example:1,b-2:65535/fleet/edge.1_x/", "http://a.example:1 http://b-2:65535 fleet/edge.1_x"},
         {"etcd://a:1/a/b/c", "http://a:1 a/b/c"},
         {"etcd://[2001:db8::1]:2379,[::1]:2380/p", "http://[2001:db8::1]:2379 http://[::1]:2380 p"},
     };
-    for (const case_t &each : cases) {
-        store_t store;
-        store_options_t options;
-        options.url = each.url;
-        EXPECT_EQ(read_store(options, store), "");
-        EXPECT_EQ(text_of(store), each.text);
-        EXPECT_TRUE(is_store_url(each.url));
+    for (const auto &[url, text] : right) {
+        EXPECT_EQ(read({url, {}, {}, {}, {}, {}}), text);
+        EXPECT_TRUE(is_store_url(url));
     }
-    EXPECT_FALSE(is_store_url("/etc/etcd://x"));
-}
-
-TEST(store_url, faults_are_named) {
-    const std::string endpoint = ": must be HOST:PORT, with a name, an IPv4 address or [an IPv6 address]";
-    const std::string prefix =
-        ": must end with /PREFIX: words of letters, digits, '.', '_' and '-' with slashes between, 200 bytes at most";
-    struct case_t {
-        std::string url;
-        std::string fault;
-    };
-    const case_t cases[] = {
-        {"http://a:1/p", ": must begin with etcd://"},
-        {"", ": must begin with etcd://"},
+    const std::pair<std::string, std::string> wrong[] = {
+        {"http://a:1/p", begin},
+        {"", begin},
         {"etcd://a/p", ": \"a\"" + endpoint},
         {"etcd:///p", ": \"\"" + endpoint},
         {"etcd://a:1,/p", ": \"\"" + endpoint},
@@ -64,12 +52,10 @@ TEST(store_url, faults_are_named) {
         {"etcd://a:1/p?q", prefix},
         {"etcd://a:1/" + std::string(201, 'p'), prefix},
     };
-    for (const case_t &each : cases) {
-        store_t store;
-        store_options_t options;
-        options.url = each.url;
-        EXPECT_EQ(read_store(options, store), each.url + each.fault);
+    for (const auto &[url, fault] : wrong) {
+        EXPECT_EQ(read({url, {}, {}, {}, {}, {}}), url + fault);
     }
+    EXPECT_FALSE(is_store_url("/etc/etcd://x"));
 }
 
 TEST(store_url, files_are_read_and_belong_together) {
@@ -80,13 +66,9 @@ TEST(store_url, files_are_read_and_belong_together) {
     std::ofstream(folder.path() + "/empty") << "\n";
     const std::string long_one = folder.path() + "/long";
     std::ofstream(long_one) << std::string(65537, 'x');
-    struct case_t {
-        store_options_t options;
-        std::string fault;
-    };
     const std::string url = "etcd://a:1/p";
-    const case_t cases[] = {
-        {{url, file, file, file, "ann", file}, ""},
+    const std::pair<store_options_t, std::string> cases[] = {
+        {{url, file, file, file, "ann", file}, "https://a:1 p"},
         {{url, none, "", "", "", ""}, "--ca: " + none + ": No such file or directory"},
         {{url, "", file, file, "", ""}, "--cert and --key: need --ca"},
         {{url, "", "", "", "ann", file},
@@ -103,13 +85,12 @@ TEST(store_url, files_are_read_and_belong_together) {
         {{url, "", "", "", "ann", folder.path() + "/empty", true},
          "--password-file: " + folder.path() + "/empty: is empty"},
     };
-    for (const case_t &each : cases) {
-        store_t store;
-        EXPECT_EQ(read_store(each.options, store), each.fault);
-        if (!each.fault.empty()) continue;
-        EXPECT_EQ(text_of(store), "https://a:1 p");
-        EXPECT_EQ(store.password, "pass word\n") << "one line feed is the file's";
+    for (const auto &[options, text] : cases) {
+        EXPECT_EQ(read(options), text);
     }
+    store_t store;
+    EXPECT_EQ(read_store(cases[0].first, store), "");
+    EXPECT_EQ(store.password, "pass word\n") << "one line feed is the file's";
 }
 
 TEST(store_url, a_secret_that_others_can_get_at_is_warned_of) {
