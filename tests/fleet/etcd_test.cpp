@@ -1,19 +1,17 @@
 /* The client of etcd, with a real etcd and with scripted servers that answer wrongly or not at all. */
 #include "fleet/base64.h"
-#include "net/json.h"
 #include "tests/fleet/scripted_server.h"
-#include "tests/fleet/store_fixture.h"
 #include "tests/support/no_descriptors.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
 
-using kind_t = etcd_error_t::kind_t;
 using compare_t = etcd_txn_t::compare_t;
 
-/** The address of a port at which no process listens. */
-std::string nowhere() {
-    return "127.0.0.1:" + std::to_string(free_port());
+/* The answer to a watch, with one event, which may be followed by others. */
+const std::string watch_opened = "{\"result\":{\"created\":true}}\n";
+std::string event_of(const std::string &key) {
+    return R"({"result":{"events":[{"kv":{"key":")" + key + R"(","mod_revision":"7"}})";
 }
 
 TEST_F(real_etcd_test, transactions_put_and_delete_bytes_when_their_comparisons_hold) {
@@ -52,26 +50,19 @@ TEST_F(real_etcd_test, a_list_is_whole_however_many_pages_it_takes) {
     txn.puts.push_back({"q", "another prefix", 0});
     ASSERT_TRUE(run(etcd_.txn(txn)).value.is_done);
     for (const uint32_t page : {1U, 9U, 27U, 28U}) {
-        etcd_options_t options;
-        options.page = page;
-        etcd_t etcd(loop_, etcd_.store(), options);
+        etcd_t etcd(loop_, etcd_.store(), {.page = page});
         const auto list = run(etcd.list("p/", false));
         ASSERT_EQ(list.value.entries.size(), 27U) << page << list.error.text;
         EXPECT_EQ(list.value.entries[26].key, "p/126");
         EXPECT_EQ(list.value.entries[26].value, "");
     }
-    etcd_options_t options;
-    options.most_entries = 26;
-    etcd_t etcd(loop_, etcd_.store(), options);
-    EXPECT_EQ(run(etcd.list("p/", false)).error.kind, kind_t::malformed);
 }
 
 TEST_F(etcd_test, a_list_without_end_is_given_up_and_its_bound_named) {
     scripted_server_t::answers_t pages;
     for (int i = 10; i < 20; ++i) {
-        pages.push_back(scripted_server_t::answer(200, R"({"header":{"revision":"2"},"more":true,"kvs":[{"key":")" +
-                                                           to_base64("p/" + std::to_string(i)) +
-                                                           R"(","value":"eA=="}]})"));
+        pages.push_back(ok(R"({"header":{"revision":"2"},"more":true,"kvs":[{"key":")" +
+                           to_base64("p/" + std::to_string(i)) + R"(","value":"eA=="}]})"));
     }
     struct case_t {
         etcd_options_t options;
@@ -79,13 +70,13 @@ TEST_F(etcd_test, a_list_without_end_is_given_up_and_its_bound_named) {
     };
     for (const case_t &each : {case_t{{.most_entries = 3}, "more than 3 keys begin with p/"},
                                {{.most_list_bytes = 300}, "the keys that begin with p/ take more than 300 bytes"}}) {
-        const scripted_server_t server({pages});
-        etcd_t etcd(loop_, store_at({server.place()}), each.options);
-        EXPECT_EQ(run(etcd.list("p/", true)).error.text, "http://" + server.place() + ": " + each.error);
+        scripted_store_t store(loop_, {pages}, each.options);
+        EXPECT_EQ(run(store.etcd.list("p/", true)).error.text, store.error(each.error));
     }
 }
 
 TEST_F(etcd_test, keys_that_were_not_asked_for_are_refused) {
+    const std::string wrong = "not an answer of etcd: ";
     const std::string of_key = "kvs: must have no key but p/a";
     const std::string of_order = "kvs: keys must be in ascending order";
     struct case_t {
@@ -105,46 +96,34 @@ TEST_F(etcd_test, keys_that_were_not_asked_for_are_refused) {
         }
         const json_t range = {{"kvs", entries}};
         const json_t ranges = {{"responses", json_t::array({{{"response_range", range}}})}};
-        const auto ok = [](const json_t &json) { return scripted_server_t::answer(200, json.dump()); };
-        const scripted_server_t server({{ok(range), ok(range), ok(ranges), ok(range)}});
-        etcd_t etcd(loop_, store_at({server.place()}));
-        const auto text = [&](const std::string &fault) {
-            return fault.empty() ? "" : "http://" + server.place() + ": not an answer of etcd: " + fault;
-        };
-        EXPECT_EQ(run(etcd.get("p/a")).error.text, text(each.of_get));
-        EXPECT_EQ(run(etcd.mod_revision_of("p/a")).error.text, text(each.of_get));
-        EXPECT_EQ(run(etcd.get_all({"p/a"})).error.text, text(each.of_get));
-        const auto list = run(etcd.list("p/a", true));
+        const std::string one = ok(range.dump());
+        scripted_store_t store(loop_, {{one, one, ok(ranges.dump()), one}});
+        const auto text = [&](const std::string &fault) { return fault.empty() ? "" : store.error(wrong + fault); };
+        EXPECT_EQ(run(store.etcd.get("p/a")).error.text, text(each.of_get));
+        EXPECT_EQ(run(store.etcd.mod_revision_of("p/a")).error.text, text(each.of_get));
+        EXPECT_EQ(run(store.etcd.get_all({"p/a"})).error.text, text(each.of_get));
+        const auto list = run(store.etcd.list("p/a", true));
         EXPECT_EQ(list.error.text, text(each.of_list));
         EXPECT_EQ(list.value.entries.empty(), !each.of_list.empty());
     }
-    const scripted_server_t server(
-        {{scripted_server_t::answer(200, R"({"responses":[]})"),
-          scripted_server_t::answer(
-              200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}}]}}\n")}});
-    etcd_t etcd(loop_, store_at({server.place()}));
-    EXPECT_EQ(run(etcd.get_all({"p/a"})).error.text,
-              "http://" + server.place() + ": not an answer of etcd: responses: must be as many as there are requests");
-    etcd_watch_t watch(etcd, "p/a", 1);
-    EXPECT_EQ(run(watch.next()).error.text,
-              "http://" + server.place() + ": not an answer of etcd: events: must be of no key but p/a");
+    scripted_store_t store(loop_, {{ok(R"({"responses":[]})"), ok(watch_opened + event_of("YQ==") + "]}}\n")}});
+    EXPECT_EQ(run(store.etcd.get_all({"p/a"})).error.text,
+              store.error(wrong + "responses: must be as many as there are requests"));
+    etcd_watch_t watch(store.etcd, "p/a", 1);
+    EXPECT_EQ(run(watch.next()).error.text, store.error(wrong + "events: must be of no key but p/a"));
 }
 
-TEST_F(real_etcd_test, a_lease_takes_its_keys_with_it_when_it_ends) {
+TEST_F(real_etcd_test, a_lease_that_has_ended_is_gone_without_an_error_but_no_key_can_have_it) {
     const auto lease = run(etcd_.grant_lease(60));
-    ASSERT_NE(lease.value, 0) << lease.error.text;
-    ASSERT_TRUE(run(etcd_.txn(put("p/a", "1", lease.value))).value.is_done);
-    EXPECT_EQ(run(etcd_.keep_lease(lease.value)).value, 60U);
+    EXPECT_EQ(run(etcd_.keep_lease(lease.value)).value, 60U) << lease.error.text;
     EXPECT_TRUE(run(etcd_.revoke_lease(lease.value)).value);
     EXPECT_TRUE(run(etcd_.revoke_lease(lease.value)).value) << "it is gone, as it should be";
-    EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "");
     const auto gone = run(etcd_.keep_lease(lease.value));
     EXPECT_FALSE(gone.error) << gone.error.text;
     EXPECT_EQ(gone.value, 0U);
-    const auto put_late = run(etcd_.txn(put("p/a", "1", lease.value)));
-    EXPECT_EQ(put_late.error.kind, kind_t::other);
-    EXPECT_NE(put_late.error.text.find(process_.place() + ": etcdserver: requested lease not found"), std::string::npos)
-        << put_late.error.text;
+    const etcd_error_t late = run(etcd_.txn(put("p/a", "1", lease.value))).error;
+    EXPECT_EQ(late.kind, kind_t::other);
+    EXPECT_NE(late.text.find(process_.place() + ": etcdserver: requested lease not found"), std::string::npos);
 }
 
 TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_has_been_compacted) {
@@ -165,11 +144,9 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
     stay_silent(11);
     EXPECT_FALSE(later.done()) << "a store tells of its progress every 10 minutes";
     run(etcd_.txn(put("p/a", "2")));
-    ASSERT_TRUE(turn_until([&] { return later.done(); }));
+    ASSERT_TRUE(ends(later));
     EXPECT_EQ(later.get().value[0].entry.value, "2");
-    etcd_txn_t deletion;
-    deletion.deletes = {"p/a"};
-    const auto deleted = run(etcd_.txn(deletion));
+    const auto deleted = run(etcd_.txn(deletion("p/a")));
     events = run(watch.next());
     ASSERT_EQ(events.value.size(), 1U) << events.error.text;
     EXPECT_TRUE(events.value[0].is_delete);
@@ -192,9 +169,7 @@ TEST_F(real_etcd_test, a_watch_gives_each_event_once_and_ends_when_its_revision_
 TEST_F(etcd_test, a_watch_tells_of_progress_and_ends_at_a_member_that_has_lost_the_others) {
     etcd_cluster_t cluster(std::vector<etcd_cluster_t::place_t>(2),
                            {"--experimental-watch-progress-notify-interval", "100ms"});
-    etcd_options_t options;
-    options.watch_silence_ms = 60000;
-    etcd_t etcd(loop_, store_at({cluster[0].place(), nowhere()}), options);
+    etcd_t etcd(loop_, store_at({cluster[0].place(), nowhere()}), {.watch_silence_ms = 60000});
     ASSERT_TRUE(turn_until([&] { return !run(etcd.get("p/a")).error; })) << cluster[0].log();
     etcd_watch_t watch(etcd, "p/a", 1);
     auto end = watch.next();
@@ -206,42 +181,10 @@ TEST_F(etcd_test, a_watch_tells_of_progress_and_ends_at_a_member_that_has_lost_t
     }
     fwx_host_clock_run();
     cluster[1].end(SIGKILL);
-    ASSERT_TRUE(turn_until([&] { return end.done(); }));
-    EXPECT_EQ(end.get().error.kind, kind_t::no_answer);
-    EXPECT_EQ(etcd.endpoint(), etcd.store().endpoints[1]) << "the next request goes elsewhere";
-}
-
-TEST_F(real_etcd_test, a_full_store_is_named) {
-    etcd_process_t small({"--quota-backend-bytes", "100000"});
-    ASSERT_TRUE(small.is_up()) << small.log();
-    etcd_t etcd(loop_, store_at({small.place()}));
-    etcd_error_t error;
-    ASSERT_TRUE(eventually([&] { /* etcd counts only data that it has written to disk, which takes a while */
-                                 error = run(etcd.txn(put("p/a", std::string(50000, 'x')))).error;
-                                 return static_cast<bool>(error);
-    }));
-    EXPECT_EQ(error.kind, kind_t::quota) << error.text;
-    EXPECT_NE(error.text.find("database space exceeded"), std::string::npos) << error.text;
-}
-
-TEST_F(real_etcd_test, a_store_that_is_killed_and_comes_back_is_used_again) {
-    ASSERT_TRUE(run(etcd_.txn(put("p/a", "1"))).value.is_done);
-    etcd_watch_t watch(etcd_, "p/a", 1);
-    ASSERT_EQ(run(watch.next()).value.size(), 1U);
-    auto end = watch.next();
-    end.start();
-    process_.end(SIGKILL);
-    ASSERT_TRUE(turn_until([&] { return end.done(); }));
+    ASSERT_TRUE(ends(end));
     EXPECT_EQ(end.get().error.kind, kind_t::no_answer);
     EXPECT_FALSE(watch.is_open());
-    EXPECT_EQ(run(etcd_.txn(put("p/a", "2"))).error.kind, kind_t::unreachable);
-    etcd_watch_t none(etcd_, "p/a", 1);
-    EXPECT_EQ(run(none.next()).error.kind, kind_t::unreachable);
-    ASSERT_TRUE(process_.start()) << process_.log();
-    ASSERT_TRUE(eventually([&] { return !run(etcd_.get("p/a")).error; }));
-    EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "p/a=1 ");
-    etcd_watch_t again(etcd_, "p/a", 1);
-    EXPECT_EQ(run(again.next()).value.size(), 1U);
+    EXPECT_EQ(etcd.endpoint(), etcd.store().endpoints[1]) << "the next request goes elsewhere";
 }
 
 TEST_F(real_etcd_test, a_user_signs_in_and_again_when_the_token_is_not_known_any_more) {
@@ -289,7 +232,7 @@ TEST_F(real_etcd_test, a_user_signs_in_and_again_when_the_token_is_not_known_any
     auto second = rotated.get("p/a");
     first.start();
     second.start();
-    ASSERT_TRUE(turn_until([&] { return first.done() && second.done(); }));
+    ASSERT_TRUE(ends(first) && ends(second));
     EXPECT_EQ(first.get().error.text, "");
     EXPECT_EQ(second.get().error.text, "") << "the other has read the new password meanwhile";
     EXPECT_FALSE(rotated.renew_password()) << "it is the same";
@@ -310,8 +253,7 @@ TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_
     }
 
     const scripted_server_t silent({{""}});
-    etcd_options_t options;
-    options.timeout_ms = 200;
+    const etcd_options_t options = {.timeout_ms = 200};
     etcd_t slow(loop_, store_at({silent.place(), process_.place()}), options);
     EXPECT_EQ(text_of(run(slow.get("p/a"))), "p/a=1 ");
     const scripted_server_t mute({{""}});
@@ -337,14 +279,13 @@ TEST_F(real_etcd_test, a_transaction_without_an_answer_is_repeated_only_if_that_
 }
 
 TEST_F(etcd_test, a_kept_connection_that_ends_under_a_transaction_does_not_have_it_sent_again) {
-    const std::string done = scripted_server_t::answer(200, R"({"succeeded":true})");
+    const std::string done = ok(R"({"succeeded":true})");
     for (const bool is_repeatable : {false, true}) {
-        const scripted_server_t server({{done, ""}, {done}});
-        etcd_t etcd(loop_, store_at({server.place()}));
+        scripted_store_t store(loop_, {{done, ""}, {done}});
         etcd_txn_t txn = put("p/a", "1");
         txn.is_repeatable = is_repeatable;
-        ASSERT_TRUE(run(etcd.txn(txn)).value.is_done);
-        const auto second = run(etcd.txn(txn));
+        ASSERT_TRUE(run(store.etcd.txn(txn)).value.is_done);
+        const auto second = run(store.etcd.txn(txn));
         EXPECT_EQ(second.error.kind, is_repeatable ? kind_t::none : kind_t::no_answer) << second.error.text;
     }
 }
@@ -386,83 +327,73 @@ TEST_F(real_etcd_test, waiting_coroutines_may_be_destroyed_and_so_may_the_client
 
 #ifndef ADDRESS_SANITIZER
 TEST_F(etcd_test, without_descriptors_a_request_fails_and_the_next_one_does_not) {
-    const scripted_server_t server({{scripted_server_t::answer(200, "{}")}});
+    scripted_store_t store(loop_, {{ok("{}")}});
     {
         const no_descriptors_t limit;
-        etcd_t etcd(loop_, store_at({server.place()}));
+        etcd_t etcd(loop_, store.etcd.store());
         EXPECT_NE(run(etcd.get("p/a")).error.text.find("no memory or descriptors left"), std::string::npos);
         etcd_watch_t watch(etcd, "p/a", 1);
         EXPECT_EQ(run(watch.next()).error.kind, kind_t::unreachable);
     }
-    etcd_t etcd(loop_, store_at({server.place()}));
-    EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
+    EXPECT_EQ(run(store.etcd.get("p/a")).error.text, "");
 }
 #endif
 
 TEST_F(etcd_test, errors_hide_the_password_and_the_token_even_if_the_store_repeats_them) {
-    const std::string repeated = scripted_server_t::answer(400, R"({"code":3,"message":"no: pass word and tok en"})");
-    const std::string signed_in = scripted_server_t::answer(200, R"({"token":"tok en"})");
-    store_t store;
-    store.user = "ann";
-    store.password = "pass word";
+    const std::string repeated = failure(400, 3, "no: pass word and tok en");
+    store_t ann;
+    ann.user = "ann";
+    ann.password = "pass word";
     for (const bool signs_in : {false, true}) {
-        const scripted_server_t server({{signs_in ? signed_in : repeated, repeated}});
-        store.endpoints = store_at({server.place()}).endpoints;
-        etcd_t etcd(loop_, store);
-        const std::string shown = run(etcd.get("p/a")).error.text;
+        scripted_store_t store(loop_, {{signs_in ? ok(R"({"token":"tok en"})") : repeated, repeated}}, {}, ann);
+        const std::string shown = run(store.etcd.get("p/a")).error.text;
         EXPECT_NE(shown.find(signs_in ? "no: *** and ***" : "no: *** and tok en"), std::string::npos) << shown;
     }
 }
 
 TEST_F(etcd_test, a_token_that_the_store_refuses_is_replaced_once) {
-    const std::string signed_in = scripted_server_t::answer(200, R"({"token":"token"})");
-    const std::string good = scripted_server_t::answer(200, "{}");
-    store_t store;
-    store.user = "ann";
+    const std::string signed_in = ok(R"({"token":"token"})");
+    const std::string good = ok("{}");
+    store_t ann;
+    ann.user = "ann";
     for (const char *said : {"invalid auth token", "revision of auth store is old"}) {
-        const std::string refusal = scripted_server_t::answer(400, json_t{{"code", 3}, {"message", said}}.dump());
-        const scripted_server_t server({{signed_in, good, refusal, signed_in, good, refusal, signed_in, refusal}});
-        store.endpoints = store_at({server.place()}).endpoints;
-        etcd_t etcd(loop_, store);
-        EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
-        EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
-        etcd_watch_t watch(etcd, "p/a", 1);
+        const std::string refusal = failure(400, 3, said);
+        scripted_store_t store(loop_, {{signed_in, good, refusal, signed_in, good, refusal, signed_in, refusal}}, {},
+                               ann);
+        EXPECT_EQ(run(store.etcd.get("p/a")).error.text, "");
+        EXPECT_EQ(run(store.etcd.get("p/a")).error.text, "");
+        etcd_watch_t watch(store.etcd, "p/a", 1);
         EXPECT_EQ(run(watch.next()).error.kind, kind_t::rights);
     }
 }
 
 TEST_F(etcd_test, a_lease_that_the_store_says_nothing_of_has_not_ended) {
-    const std::string refusal = scripted_server_t::answer(400, R"({"code":3,"message":"what?"})");
-    const scripted_server_t server({{refusal, refusal, refusal, refusal}});
-    etcd_t etcd(loop_, store_at({server.place()}));
-    EXPECT_EQ(run(etcd.grant_lease(60)).error.kind, kind_t::other);
-    EXPECT_EQ(run(etcd.keep_lease(7)).error.kind, kind_t::other);
-    EXPECT_EQ(run(etcd.lease_left(7)).error.kind, kind_t::other);
-    EXPECT_EQ(run(etcd.revoke_lease(7)).error.kind, kind_t::other);
+    scripted_store_t store(loop_, {scripted_server_t::answers_t(4, failure(400, 3, "what?"))});
+    EXPECT_EQ(run(store.etcd.grant_lease(60)).error.kind, kind_t::other);
+    EXPECT_EQ(run(store.etcd.keep_lease(7)).error.kind, kind_t::other);
+    EXPECT_EQ(run(store.etcd.lease_left(7)).error.kind, kind_t::other);
+    EXPECT_EQ(run(store.etcd.revoke_lease(7)).error.kind, kind_t::other);
 }
 
-TEST_F(etcd_test, an_event_behind_a_flood_of_lines_without_events_is_given) {
-    std::string lines = "{\"result\":{\"created\":true}}\n";
+TEST_F(etcd_test, an_event_behind_a_flood_of_lines_without_events_is_given_and_none_beside_one_that_cannot_be_read) {
+    std::string flood = watch_opened;
     for (int i = 0; i < 50000; ++i) {
-        lines += "{\"result\":{\"header\":{\"revision\":\"5\"}}}\n";
+        flood += "{\"result\":{\"header\":{\"revision\":\"5\"}}}\n";
     }
-    lines += "{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\",\"mod_revision\":\"7\"}}]}}\n";
-    const scripted_server_t server({{scripted_server_t::answer(200, lines)}});
-    etcd_t etcd(loop_, store_at({server.place()}));
-    etcd_watch_t watch(etcd, "a", 1);
-    const auto got = run(watch.next());
-    ASSERT_EQ(got.value.size(), 1U) << got.error.text;
-    EXPECT_EQ(got.value.front().entry.mod_revision, 7);
-}
-
-TEST_F(etcd_test, events_beside_one_that_cannot_be_read_are_not_given) {
-    const scripted_server_t server({{scripted_server_t::answer(
-        200, "{\"result\":{\"created\":true}}\n{\"result\":{\"events\":[{\"kv\":{\"key\":\"YQ==\"}},7]}}\n")}});
-    etcd_t etcd(loop_, store_at({server.place()}));
-    etcd_watch_t watch(etcd, "a", 1);
-    const auto got = run(watch.next());
-    EXPECT_EQ(got.error.kind, kind_t::malformed) << got.error.text;
-    EXPECT_TRUE(got.value.empty());
+    struct case_t {
+        std::string lines;
+        size_t events;
+        kind_t kind;
+    };
+    for (const case_t &each : {case_t{flood + event_of("YQ==") + "]}}", 1, kind_t::none},
+                               {watch_opened + event_of("YQ==") + ",7]}}", 0, kind_t::malformed}}) {
+        scripted_store_t store(loop_, {{ok(each.lines + '\n')}});
+        etcd_watch_t watch(store.etcd, "a", 1);
+        const auto got = run(watch.next());
+        EXPECT_EQ(got.error.kind, each.kind) << got.error.text;
+        ASSERT_EQ(got.value.size(), each.events);
+        EXPECT_TRUE(got.value.empty() || got.value.front().entry.mod_revision == 7);
+    }
 }
 
 TEST_F(etcd_test, malformed_answers_are_refused) {
@@ -472,7 +403,6 @@ TEST_F(etcd_test, malformed_answers_are_refused) {
         std::string text;
     };
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    const auto ok = [](const std::string &body) { return scripted_server_t::answer(200, body); };
     const case_t cases[] = {
         {ok("{}"), kind_t::none, ""},
         {ok("no JSON"), kind_t::malformed, "status 200 without a JSON object"},
@@ -485,23 +415,20 @@ TEST_F(etcd_test, malformed_answers_are_refused) {
         {ok(R"({"kvs":[{"key":"YQ==","value":"YQ=B"}]})"), kind_t::malformed, "must be base64"},
         {ok(R"({"kvs":[{"key":"YQ==","mod_revision":"99999999999999999999"}]})"), kind_t::malformed, "mod_revision"},
         {ok("{\"kvs\":\"" + std::string(2000, 'x') + "\"}"), kind_t::malformed, "longer than 1000 bytes"},
-        {scripted_server_t::answer(400, R"({"code":3,"message":"what?"})"), kind_t::other, ": what?"},
-        {scripted_server_t::answer(499, R"({"code":1,"message":"why?"})"), kind_t::no_answer, ": why?"},
-        {scripted_server_t::answer(504, R"({"code":4,"message":"when?"})"), kind_t::no_answer, ": when?"},
-        {scripted_server_t::answer(503, R"({"code":14,"message":"where?"})"), kind_t::no_answer, ": where?"},
-        {scripted_server_t::answer(401, R"({"code":16,"message":"who?"})"), kind_t::rights, ": who?"},
-        {scripted_server_t::answer(502, "<html>"), kind_t::no_answer, "status 502"},
-        {scripted_server_t::answer(302, ""), kind_t::malformed, "status 302"},
+        {failure(400, 3, "what?"), kind_t::other, ": what?"},
+        {failure(499, 1, "why?"), kind_t::no_answer, ": why?"},
+        {failure(504, 4, "when?"), kind_t::no_answer, ": when?"},
+        {failure(503, 14, "where?"), kind_t::no_answer, ": where?"},
+        {failure(401, 16, "who?"), kind_t::rights, ": who?"},
+        {answer(502, "<html>"), kind_t::no_answer, "status 502"},
+        {answer(302, ""), kind_t::malformed, "status 302"},
         {"HTTP/1.1 200 x\r\nContent-Length: 100\r\n\r\n{", kind_t::no_answer, ""},
         {"SSH-2.0-x\r\n", kind_t::no_answer, ""},
     };
     for (const case_t &each : cases) {
-        const scripted_server_t server({{each.answer}, {}});
-        etcd_options_t options;
-        options.most_bytes = each.answer.size() > 10000 ? 1U << 20 : 1000;
-        options.timeout_ms = 60000;
-        etcd_t etcd(loop_, store_at({server.place()}), options);
-        const auto result = run(etcd.get("p/a"));
+        scripted_store_t store(loop_, {{each.answer}, {}},
+                               {.timeout_ms = 60000, .most_bytes = each.answer.size() > 10000 ? 1U << 20 : 1000});
+        const auto result = run(store.etcd.get("p/a"));
         EXPECT_EQ(result.error.kind, each.kind) << each.answer.substr(0, 200) << result.error.text;
         EXPECT_NE(result.error.text.find(each.text), std::string::npos) << result.error.text;
     }

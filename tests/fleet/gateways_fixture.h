@@ -4,21 +4,11 @@
 
 #include <memory>
 
+#include "tests/nat64d/documents.h"
 #include "tests/nat64d/process.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/tools/natctl_fixture.h"
 #include "tests/tools/server_process.h"
-
-/** A document with that many pools, numbered from 1. */
-inline std::string pools(int count) {
-    std::string text;
-    for (int id = 1; id <= count; ++id) {
-        const std::string address = "10.0." + std::to_string(id / 256) + '.' + std::to_string(id % 256);
-        text.append("pool add --id ").append(std::to_string(id)).append(" --param 1");
-        text.append(" --start ").append(address).append(" --end ").append(address).append("\n");
-    }
-    return text;
-}
 
 class gateways_test : public natctl_test {
 protected:
@@ -45,27 +35,36 @@ protected:
         daemons_[i] = std::make_unique<daemon_process_t>(
             std::vector<std::string>{name(i), "--config", store_, "--gateway", name(i)}, folder() + "/log" + name(i));
     }
-    static json_t status(size_t i) { return daemon_process_t::ask("status", name(i)); }
+    static json_t status(size_t i) { return daemon_process_t::status(name(i)); }
     /** True if that version is in force, and the server is in sync with it and has that many pools. */
-    bool holds(size_t i, int version, int pool_count) const {
+    bool holds(size_t i, int version, uint32_t pool_count) const {
         return eventually([&] {
             const json_t got = status(i);
             return got.is_object() && got.value("in_step", false) && got.at("store").at("version") == version &&
-                   got.at("items") == pool_count;
+                   got.at("items") == 3 * pool_count + 1;
         });
     }
     /** Expects the same of all gateways, and of `natctl fleet status`. */
-    void expect_all_hold(int version, int pool_count) const {
+    void expect_all_hold(int version, uint32_t pool_count) const {
         for (size_t i = 0; i < count; ++i) {
             EXPECT_TRUE(holds(i, version, pool_count)) << status(i) << daemons_[i]->log();
-            EXPECT_EQ(pools_of(i), static_cast<size_t>(pool_count)) << name(i);
+            EXPECT_EQ(pools_of(i), pool_count) << name(i);
         }
+    }
+    void push_to_all(int version, uint32_t pool_count) const {
+        const run_t pushed = push(pool_count, "--wait 60s");
+        EXPECT_EQ(pushed.status, 0) << pushed.notes;
+        expect_all_hold(version, pool_count);
+    }
+    bool logs(size_t i, const std::string &text) const {
+        return eventually([&] { return daemons_[i]->log().find(text) != std::string::npos; });
     }
     static size_t pools_of(size_t i) {
         return json_t::parse(run("--json --connect " + name(i) + " stats pools").answers).at("data").size();
     }
-    run_t push(const std::string &text, const std::string &more = {}, const char *timeout_ms = "20000") const {
-        replace_file(folder() + "/document", text);
+    /** Pushes a document with that many pools. */
+    run_t push(uint32_t pool_count, const std::string &more = {}, const char *timeout_ms = "20000") const {
+        replace_file(folder() + "/document", document_text(pool_count, 100));
         return run(std::string("--timeout ") + timeout_ms + " fleet push " + folder() + "/document " + more);
     }
 

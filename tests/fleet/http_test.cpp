@@ -53,12 +53,8 @@ protected:
     slow_connection_test() {
         const int small = 16384; /* small socket buffers, so that unread bytes stay with the sender */
         setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-        sockaddr_in address = loopback(0);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr *>(&address), size), 0);
+        request_.url = "http://127.0.0.1:" + std::to_string(bind_to_free_port(listener_));
         EXPECT_EQ(listen(listener_, 1), 0);
-        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &size);
-        request_.url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
         request_.most_bytes = 8U << 20;
         fwx_host_clock_turn(0);
     }
@@ -76,9 +72,16 @@ protected:
         reply_.emplace(post());
         reply_->start();
     }
-    void accept() {
-        ASSERT_TRUE(eventually([&] {
+    /** Runs the loop until a condition is true. */
+    template <typename condition_t>
+    bool turn_until(condition_t condition) const {
+        return eventually([&] {
             fwx_host_loop_run_once(loop_, 5);
+            return condition();
+        });
+    }
+    void accept() {
+        ASSERT_TRUE(turn_until([&] {
             peer_ = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
             return peer_ >= 0;
         }));
@@ -88,6 +91,24 @@ protected:
         fwx_host_clock_turn(1000);
         fwx_host_loop_run_until_idle(loop_);
         return reply_->done();
+    }
+    /** Returns the seconds after which the request is over; 20 if it is not. `act` is called each second. */
+    template <typename act_t>
+    int seconds_until_over(act_t act) {
+        int seconds = 0;
+        while (seconds < 20 && !is_over()) {
+            ++seconds;
+            act();
+        }
+        EXPECT_TRUE(reply_->done());
+        return seconds;
+    }
+    /** Reads the request slowly, so many times 128 KiB, one each second. */
+    void take_slowly(int times) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_FALSE(is_over()) << i << reply_->get().reason;
+            take(128U << 10);
+        }
     }
     /** Reads that many bytes of the request. */
     void take(size_t count) const {
@@ -118,35 +139,33 @@ private:
     const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
 };
 
-TEST_F(slow_connection_test, a_long_body_may_take_longer_than_the_deadline) {
-    request_.body.assign(3U << 20, 'x');
+TEST_F(slow_connection_test, a_long_body_may_take_longer_than_the_deadline_and_as_long_again_if_it_is_sent_again) {
     begin();
-    for (int i = 0; i < 24; ++i) {
-        ASSERT_FALSE(is_over()) << i << reply_->get().reason;
-        take(128U << 10);
-    }
+    give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
+    ASSERT_TRUE(turn_until([&] { return reply_->done(); }));
+    request_.body.assign(3U << 20, 'x');
+    request_.is_repeatable = true;
+    start(); /* on the same connection, which then ends */
+    take_slowly(16);
+    close(peer_);
+    accept();
+    take_slowly(24);
     give("HTTP/1.1 200 x\r\nContent-Length: 20480\r\n\r\n");
     for (int i = 0; i < 10; ++i) {
         EXPECT_FALSE(is_over());
         give(std::string(2048, 'y'));
     }
     EXPECT_TRUE(is_over());
-    EXPECT_EQ(reply_->get().body.size(), 20480U);
+    const http_reply_t whole = reply_->get();
+    EXPECT_EQ(whole.status, 200);
+    EXPECT_EQ(whole.body.size(), 20480U);
 }
 
 TEST_F(slow_connection_test, a_peer_that_takes_nothing_more_or_trickles_is_given_up) {
     request_.body.assign(8U << 20, 'x');
     begin();
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_FALSE(is_over());
-        take(64U << 10);
-    }
-    int seconds = 0;
-    while (seconds < 20 && !is_over()) {
-        ++seconds;
-    }
-    EXPECT_LE(seconds, 7);
-    ASSERT_TRUE(reply_->done());
+    take_slowly(10);
+    EXPECT_LE(seconds_until_over([] {}), 7);
     const http_reply_t deaf = reply_->get();
     EXPECT_EQ(deaf.fault, fault_t::lost);
     EXPECT_EQ(deaf.reason, "no progress within 5000 ms");
@@ -155,65 +174,33 @@ TEST_F(slow_connection_test, a_peer_that_takes_nothing_more_or_trickles_is_given
     request_.body = "x";
     begin();
     give("HTTP/1.1 200 x\r\nContent-Length: 20480\r\n\r\n");
-    for (seconds = 0; seconds < 20 && !is_over(); ++seconds) {
-        give("y");
-    }
-    EXPECT_LE(seconds, 5);
-    ASSERT_TRUE(reply_->done());
+    EXPECT_LE(seconds_until_over([this] { give("y"); }), 5);
     EXPECT_EQ(reply_->get().fault, fault_t::lost);
-}
-
-TEST_F(slow_connection_test, a_long_body_that_is_sent_again_may_take_as_long_again) {
-    begin();
-    give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
-    ASSERT_TRUE(eventually([&] { return fwx_host_loop_run_until_idle(loop_) == 0 && reply_->done(); }));
-    request_.body.assign(3U << 20, 'x');
-    request_.is_repeatable = true;
-    start(); /* on the same connection, which then ends */
-    for (int i = 0; i < 16; ++i) {
-        ASSERT_FALSE(is_over()) << i << reply_->get().reason;
-        take(128U << 10);
-    }
-    close(peer_);
-    accept();
-    for (int i = 0; i < 24; ++i) {
-        ASSERT_FALSE(is_over()) << i << reply_->get().reason;
-        take(128U << 10);
-    }
-    give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_TRUE(is_over());
-    EXPECT_EQ(reply_->get().status, 200);
 }
 
 TEST_F(slow_connection_test, lines_that_were_read_do_not_count_towards_the_bound_of_a_stream) {
     request_.most_bytes = 1000;
     http_t::stream_t stream(*http_, request_);
-    const auto next = [](http_t::stream_t &from) -> nat64::task<std::optional<std::string>> {
-        co_return co_await from.next();
+    const auto next = [&stream]() -> nat64::task<std::optional<std::string>> { co_return co_await stream.next(); };
+    const auto expect_next = [&](nat64::task<std::optional<std::string>> &task,
+                                 const std::optional<std::string> &expected) {
+        ASSERT_TRUE(turn_until([&] { return task.done(); }));
+        EXPECT_EQ(task.get(), expected) << stream.reply().reason;
     };
-    auto first = next(stream);
+    auto first = next();
     first.start();
     accept();
     give("HTTP/1.1 200 x\r\n\r\n" + std::string(300, 'a') + "\n" + std::string(500, 'b'));
-    const auto turn_until_done = [&](const auto &task) {
-        return eventually([&] {
-            fwx_host_loop_run_once(loop_, 5);
-            return task.done();
-        });
-    };
-    ASSERT_TRUE(turn_until_done(first));
-    EXPECT_EQ(first.get(), std::string(300, 'a'));
-    auto second = next(stream);
+    expect_next(first, std::string(300, 'a'));
+    auto second = next();
     second.start();
     give(std::string(400, 'b') + "\n");
-    ASSERT_TRUE(turn_until_done(second));
-    EXPECT_EQ(second.get(), std::string(900, 'b')) << stream.reply().reason;
+    expect_next(second, std::string(900, 'b'));
     EXPECT_LE(stream.reply().body.size(), 1000U) << "nor are they kept";
-    auto third = next(stream);
+    auto third = next();
     third.start();
     give(std::string(1001, 'c'));
-    ASSERT_TRUE(turn_until_done(third));
-    EXPECT_EQ(third.get(), std::nullopt);
+    expect_next(third, std::nullopt);
     EXPECT_EQ(stream.reply().fault, fault_t::too_long);
 }
 
@@ -222,15 +209,8 @@ TEST_F(slow_connection_test, a_request_that_is_given_up_does_not_wait_for_the_na
     alarm(60); /* ends a test that waits */
     start();
     const std::future<void> asked = is_asked.get_future();
-    ASSERT_TRUE(eventually([&] {
-        fwx_host_loop_run_once(loop_, 5);
-        return asked.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-    }));
-    int seconds = 0;
-    while (seconds < 20 && !is_over()) {
-        ++seconds;
-    }
-    EXPECT_TRUE(reply_->done());
+    ASSERT_TRUE(turn_until([&] { return asked.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    seconds_until_over([] {});
     may_answer.set_value();
     alarm(0);
 }
@@ -289,10 +269,7 @@ TEST_F(slow_connection_test, a_reply_may_end_a_request_that_has_its_reply_too_an
             peer_ = peer;
             give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
         }
-        EXPECT_TRUE(eventually([&] {
-            fwx_host_loop_run_once(loop_, 5);
-            return replies != 0;
-        }));
+        EXPECT_TRUE(turn_until([&] { return replies != 0; }));
         fwx_host_loop_run_until_idle(loop_);
         EXPECT_EQ(replies, 1);
         for (const int peer : peers) {

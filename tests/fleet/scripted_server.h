@@ -2,11 +2,21 @@
 #ifndef TESTS_FLEET_SCRIPTED_SERVER_H
 #define TESTS_FLEET_SCRIPTED_SERVER_H
 
-#include <string>
-#include <vector>
+#include "net/json.h"
+#include "tests/fleet/store_fixture.h"
 
-#include "tests/fleet/etcd_process.h"
-#include "tests/support/child.h"
+/** A complete HTTP answer. */
+inline std::string answer(int status, const std::string &body) {
+    return "HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+           body;
+}
+inline std::string ok(const std::string &body) {
+    return answer(200, body);
+}
+/** The answer of an etcd that fails. */
+inline std::string failure(int status, int code, const std::string &message) {
+    return answer(status, json_t{{"code", code}, {"message", message}}.dump());
+}
 
 /** Each connection gets the next list of answers, one for each request, and is then closed, except for the last one.
  * With `is_side_by_side`, connections are served concurrently and all stay open. */
@@ -16,12 +26,8 @@ public:
 
     explicit scripted_server_t(const std::vector<answers_t> &connections, bool is_side_by_side = false) {
         const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = loopback(0);
-        socklen_t size = sizeof address;
-        static_cast<void>(bind(listener, reinterpret_cast<const sockaddr *>(&address), size));
+        port_ = bind_to_free_port(listener);
         listen(listener, 8);
-        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
-        port_ = ntohs(address.sin_port);
         child_.start([&](int ready) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (write(ready, "", 1) != 1) return;
@@ -39,12 +45,6 @@ public:
     }
 
     std::string place() const { return "127.0.0.1:" + std::to_string(port_); }
-
-    /** A complete HTTP answer. */
-    static std::string answer(int status, const std::string &body) {
-        return "HTTP/1.1 " + std::to_string(status) + " x\r\nContent-Length: " + std::to_string(body.size()) +
-               "\r\n\r\n" + body;
-    }
 
 private:
     static void serve(int fd, const answers_t &answers, bool stays) {
@@ -79,6 +79,25 @@ private:
 
     uint16_t port_ = 0;
     child_t child_;
+};
+
+/** Such a server and a client of it. The client's user is the store's, if it has one. */
+struct scripted_store_t {
+    scripted_store_t(fwx_host_loop_t *loop, const std::vector<scripted_server_t::answers_t> &connections,
+                     const etcd_options_t &options = {}, store_t store = {})
+        : server(connections), etcd(loop, with_endpoint(std::move(store)), options) {}
+
+    /** The text of an error of the client. */
+    std::string error(const std::string &fault) const { return "http://" + server.place() + ": " + fault; }
+
+    const scripted_server_t server;
+    etcd_t etcd;
+
+private:
+    store_t with_endpoint(store_t store) const {
+        store.endpoints = store_at({server.place()}).endpoints;
+        return store;
+    }
 };
 
 #endif

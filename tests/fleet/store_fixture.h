@@ -4,12 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
+#include "fleet/chunks.h"
 #include "fleet/etcd.h"
+#include "fleet/manifest.h"
 #include "fwx_host/adapter.hpp"
 #include "tests/fleet/etcd_process.h"
+
+using kind_t = etcd_error_t::kind_t;
 
 inline store_t store_at(const std::vector<std::string> &places) {
     store_t store;
@@ -24,6 +25,25 @@ inline etcd_txn_t put(const std::string &key, const std::string &value, int64_t 
     etcd_txn_t txn;
     txn.puts = {{key, value, lease}};
     return txn;
+}
+
+inline etcd_txn_t deletion(const std::string &key) {
+    etcd_txn_t txn;
+    txn.deletes = {key};
+    return txn;
+}
+
+inline fleet_document_t document_of(const std::string &text, uint64_t version) {
+    fleet_document_t document{version, sha256(text), text.size(), 1, "ann@ops1", "2026-01-31T23:59:59.123Z", "", {}};
+    for (const std::string_view piece : cut_chunks(text)) {
+        document.chunks.push_back(name_chunk(piece));
+    }
+    return document;
+}
+
+/** The text of a manifest that has the document in force for all. */
+inline std::string manifest_text(const std::string &text, uint64_t version) {
+    return write_manifest({document_of(text, version), {}, {}}, manifest_place_t::current);
 }
 
 class etcd_test : public testing::Test {
@@ -50,6 +70,12 @@ protected:
         });
     }
 
+    /** Runs the loop until a started task is over. */
+    template <class value_type>
+    bool ends(const nat64::task<value_type> &task) {
+        return turn_until([&] { return task.done(); });
+    }
+
     fwx::host::loop loop_;
 };
 
@@ -57,12 +83,7 @@ class real_etcd_test : public etcd_test {
 protected:
     void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
     /** The value of a metric of etcd; `name` includes the labels. */
-    std::string metric(const std::string &name) const {
-        const std::string metrics = process_.get("/metrics");
-        const size_t at = metrics.find('\n' + name + ' ');
-        const size_t value = at + name.size() + 2;
-        return at == std::string::npos ? "none" : metrics.substr(value, metrics.find('\n', value) - value);
-    }
+    std::string metric(const std::string &name) const { return value_of(process_.get("/metrics"), name); }
     /** The metric that counts the reads of keys. */
     static constexpr const char *key_reads =
         R"(grpc_server_handled_total{grpc_code="OK",grpc_method="Range",grpc_service="etcdserverpb.KV",)"

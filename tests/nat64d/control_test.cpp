@@ -1,11 +1,6 @@
 /* nat64d's control socket: its directory, competing daemons, misbehaving clients, and natctl's handling of forged
- * answers.
- */
-#include <poll.h>
+ * answers. */
 #include <sys/stat.h>
-#include <sys/un.h>
-
-#include <thread>
 
 #include "fwx_host/user_socket.h"
 #include "tests/nat64d/daemon_fixture.h"
@@ -16,7 +11,7 @@ namespace {
 class control_test : public daemon_fixture_t {
 protected:
     bool comes_up(const daemon_process_t &daemon) const {
-        return eventually([&] { return daemon.port() != 0 && !daemon_process_t::ask("status").is_null(); });
+        return eventually([&] { return daemon.port() != 0 && !daemon_process_t::status().is_null(); });
     }
 };
 
@@ -56,27 +51,13 @@ TEST_F(control_test, of_two_that_start_together_one_has_the_socket_and_keeps_it)
     }
 }
 
-TEST_F(control_test, clients_that_say_nothing_are_not_in_the_way_of_one_that_asks) {
-    const daemon_process_t daemon(folder());
-    ASSERT_TRUE(comes_up(daemon)) << daemon.log();
-    std::vector<int> silent;
-    for (int i = 0; i < 40; ++i) {
-        silent.push_back(daemon_process_t::visit("alpha"));
-    }
-    EXPECT_FALSE(daemon_process_t::ask("status").is_null());
-    EXPECT_LT(daemon.descriptors(), 16 + 24);
-    EXPECT_FALSE(daemon_process_t::ask("status").is_null());
-    for (const int fd : silent) {
-        close(fd);
-    }
-}
-
 TEST_F(control_test,
        a_client_that_waits_for_its_answer_gets_it_beside_silent_ones_and_one_that_talks_too_much_is_dropped) {
     const server_process_t server;
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", true); })) << daemon.log();
     EXPECT_TRUE(daemon_process_t::ask("nonsense").contains("error"));
+    const long before = daemon.descriptors();
     server.signal(SIGSTOP);
     const int waiting = daemon_process_t::visit("alpha");
     ASSERT_EQ(send(waiting, "replay\n", 7, MSG_NOSIGNAL), 7);
@@ -85,6 +66,7 @@ TEST_F(control_test,
         silent.push_back(daemon_process_t::visit("alpha"));
     }
     EXPECT_TRUE(json_t::parse(converse(waiting, "")).contains("in_step"));
+    EXPECT_LT(daemon.descriptors(), before + 24);
     server.signal(SIGCONT);
     EXPECT_TRUE(eventually([] { return daemon_process_t::is("server_up", true); })) << daemon.log();
     EXPECT_TRUE(daemon_process_t::is("reconnections", 0)) << "the channel is the same";
@@ -94,6 +76,7 @@ TEST_F(control_test,
     for (const int fd : silent) {
         close(fd);
     }
+    EXPECT_TRUE(eventually([&] { return daemon.descriptors() == before; }));
 }
 
 TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
@@ -102,11 +85,11 @@ TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
     const int reader = open(log.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     fcntl(reader, F_SETPIPE_SZ, 4096);
     daemon_process_t daemon(folder(), log);
-    ASSERT_TRUE(eventually([] { return !daemon_process_t::ask("status").is_null(); }));
+    ASSERT_TRUE(eventually([] { return !daemon_process_t::status().is_null(); }));
     for (int i = 0; i < 300; ++i) {
         ASSERT_FALSE(daemon_process_t::ask("reload").is_null()) << i;
     }
-    EXPECT_FALSE(daemon_process_t::ask("status").is_null());
+    EXPECT_FALSE(daemon_process_t::status().is_null());
     std::string seen(size_t{1} << 20, '\0');
     seen.resize(static_cast<size_t>(read(reader, seen.data(), seen.size())));
     EXPECT_LE(seen.size(), 4096U);
@@ -117,46 +100,34 @@ TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
     close(reader);
 }
 
-/** Answers one client with a given text and closes the connection. */
-class forger_t {
+/** A process that answers clients of nat64d's socket with a text, and then says no more to them. */
+class forger_t : public child_t {
 public:
-    /** @param waits_ms time for which the client may close the connection first */
-    explicit forger_t(std::string answer, int waits_ms = 0) : answer_(std::move(answer)), waits_ms_(waits_ms) {
-        const auto take = [](void *self, int fd) {
-            const std::string &reply = static_cast<forger_t *>(self)->answer_;
-            fcntl(fd, F_SETFL, 0); /* blocks until the whole is read, or the reader has gone */
-            send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-            pollfd closed = {fd, POLLRDHUP, 0};
-            poll(&closed, 1, static_cast<forger_t *>(self)->waits_ms_);
-            shutdown(fd, SHUT_WR);
-            static_cast<forger_t *>(self)->client_ = fd;
-        };
-        code_ = fwx_host_user_listen(".nat64d.alpha", loop_, take, this, &listener_);
-        thread_ = std::thread([this] {
-            while (client_ < 0) {
-                fwx_host_loop_run_once(loop_, -1);
+    explicit forger_t(const std::string &answer, bool ends_answer = true) : answer_(answer), ends_answer_(ends_answer) {
+        is_up_ = start([this](int ready) {
+            fwx_host_loop_t *loop = fwx_host_loop_create();
+            fwx_host_user_listener_t *listener = nullptr;
+            if (fwx_host_user_listen(".nat64d.alpha", loop, take, this, &listener) != 0) return;
+            static_cast<void>(write(ready, "", 1));
+            while (true) {
+                fwx_host_loop_run_once(loop, -1);
             }
         });
     }
-    ~forger_t() {
-        thread_.join();
-        close(client_);
-        fwx_host_user_unlisten(listener_);
-        fwx_host_loop_destroy(loop_);
-    }
-    forger_t(const forger_t &) = delete;
-    forger_t &operator=(const forger_t &) = delete;
 
-    uint32_t code() const { return code_; }
+    bool is_up() const { return is_up_; }
 
 private:
+    static void take(void *self, int fd) {
+        const auto &forger = *static_cast<forger_t *>(self);
+        fcntl(fd, F_SETFL, 0); /* blocks until the whole is read, or the reader has gone */
+        send(fd, forger.answer_.data(), forger.answer_.size(), MSG_NOSIGNAL);
+        if (forger.ends_answer_) shutdown(fd, SHUT_WR);
+    }
+
     std::string answer_;
-    int waits_ms_;
-    fwx_host_loop_t *loop_ = fwx_host_loop_create();
-    fwx_host_user_listener_t *listener_ = nullptr;
-    int client_ = -1;
-    uint32_t code_;
-    std::thread thread_;
+    bool ends_answer_;
+    bool is_up_ = false;
 };
 
 TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
@@ -180,16 +151,16 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
         {std::string((size_t{1} << 20) + 1, 'x'), 3, "the answer is longer than 1048576 bytes"},
     };
     for (const auto &tried : cases) {
+        const forger_t forger(tried.answer);
+        ASSERT_TRUE(forger.is_up());
         for (const char *verb : {"status", "replay"}) {
             SCOPED_TRACE(tried.answer.substr(0, 60) + verb);
-            const forger_t forger(tried.answer);
-            ASSERT_EQ(forger.code(), 0U);
             const run_t asked = run(std::string("--connect alpha daemon ") + verb);
             EXPECT_EQ(asked.status, tried.status);
             EXPECT_NE(asked.notes.find(tried.said), std::string::npos) << asked.notes;
         }
     }
-    const forger_t slow("{\"in_step\":true", 60000);
+    const forger_t slow("{\"in_step\":true", false);
     const run_t asked = run("--connect alpha --timeout 50 daemon status");
     EXPECT_NE(asked.notes.find("no answer within 50 ms"), std::string::npos)
         << "the deadline is of the whole: " << asked.notes;
@@ -198,9 +169,7 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
 TEST_F(control_test, a_nat64d_that_takes_no_client_is_waited_for_as_long_as_the_user_wants) {
     std::filesystem::create_directory(sockets());
     std::filesystem::permissions(sockets(), std::filesystem::perms::owner_all);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    daemon_socket_path("alpha").copy(address.sun_path, sizeof address.sun_path - 1);
+    const sockaddr_un address = unix_address(daemon_socket_path("alpha"));
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     ASSERT_EQ(::listen(fd, 0), 0);

@@ -72,40 +72,37 @@ int drill(uint64_t kills, uint32_t count) {
     long long kib = 0;
     long fds = 0;
     clock_type::time_point edited = clock_type::now();
-    const auto wait_for = [&](const char *what, auto condition) {
+    /* Edits the document once a second until the condition is true. Returns the seconds that it took. */
+    const auto wait_for = [&](const std::string &what, double most_s, auto condition) {
+        const clock_type::time_point begin = clock_type::now();
         const bool has_come = eventually([&] {
             if (seconds_since(edited) >= 1) {
                 replace_file(document, document_text(count, ++edition));
                 edited = clock_type::now();
             }
-            return condition(daemon_process_t::ask("status"));
+            return condition(daemon_process_t::status());
         });
-        if (!has_come) fail(std::string("never: ") + what, daemon);
+        const double time_s = seconds_since(begin);
+        if (!has_come || time_s > most_s) fail(what + " only after " + std::to_string(time_s) + " s", daemon);
+        return time_s;
     };
     std::string boot_id;
     for (uint64_t kill = 0; kill <= kills; ++kill) {
         const bool keeps_state =
             kill / 2 % 2 == 1; /* two of four, so that the second one starts with the state of the first */
         server_process_t server(keeps_state ? directory.path() + "/alpha.state" : "");
-        const clock_type::time_point begin = clock_type::now();
-        wait_for("the new server is found", [&](const json_t &status) {
+        const double absence = wait_for("found", longest_absence_s, [&](const json_t &status) {
             return status.is_object() && status["server_up"] == true && status["boot_id"] != boot_id;
         });
-        const double absence = seconds_since(begin);
-        const clock_type::time_point found = clock_type::now();
-        wait_for("in step", [&](const json_t &status) {
+        const double replay = wait_for("in step", longest_replay_s, [&](const json_t &status) {
             boot_id = status["boot_id"].get<std::string>();
             return status.is_object() && status["in_step"] == true;
         });
-        const double replay = seconds_since(found);
-        longest_replay = std::max(longest_replay, replay);
-        if (replay > longest_replay_s) fail("in step only after " + std::to_string(replay) + " s", daemon);
         longest_absence = std::max(longest_absence, absence);
-        if (absence > longest_absence_s) fail("found only after " + std::to_string(absence) + " s", daemon);
+        longest_replay = std::max(longest_replay, replay);
         const std::string wrong = look_at_server(count, edition - std::min(edition, 5U) + 1, edition);
         if (!wrong.empty()) fail("kill " + std::to_string(kill) + ": " + wrong, daemon);
-        const bool is_warm = kill == kills / 10;
-        if (is_warm) {
+        if (kill == kills / 10) {
             kib = resident_kib(daemon.pid());
             fds = daemon.descriptors();
         }
@@ -118,7 +115,7 @@ int drill(uint64_t kills, uint32_t count) {
                                              end_fds = daemon.descriptors();
                                              return end_fds <= fds + 1;
     });
-    const json_t status = daemon_process_t::ask("status");
+    const json_t status = daemon_process_t::status();
     std::printf(
         "%llu kills, %u items: found within %.2f s, replayed within %.2f s, %s edits; %lld KiB then %lld, %ld "
         "descriptors then %ld\n",

@@ -17,18 +17,13 @@ protected:
     }
 
     /** Connects from an address of the loopback network, and sends a text. */
-    int connect_from(const char *from, const daemon_process_t &daemon, const std::string &text) {
-        return connect_from(from, daemon.port(), text);
-    }
     int connect_from(const char *from, uint16_t port, const std::string &text) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
+        sockaddr_in address = loopback(0);
         inet_pton(AF_INET, from, &address.sin_addr);
         const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         clients_.push_back(fd);
         EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
+        address = loopback(port);
         EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         EXPECT_EQ(send(fd, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
         return fd;
@@ -41,9 +36,9 @@ private:
 TEST_F(web_test, pages_are_served_beside_any_number_of_slow_clients_and_those_of_other_addresses_stay) {
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
-    const int other = connect_from("127.0.0.2", daemon, "GET /healthz HTTP/1.1\r\nHost:");
+    const int other = connect_from("127.0.0.2", daemon.port(), "GET /healthz HTTP/1.1\r\nHost:");
     for (int i = 0; i < 100; ++i) {
-        connect_from("127.0.0.1", daemon, i % 2 == 0 ? "" : "GET /metrics HTTP/1.1\r\nX-Slow: ");
+        connect_from("127.0.0.1", daemon.port(), i % 2 == 0 ? "" : "GET /metrics HTTP/1.1\r\nX-Slow: ");
         if (i % 10 != 9) continue;
         EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 503"), std::string::npos) << i;
         EXPECT_NE(daemon.get("/metrics").find("nat64_server_up 0"), std::string::npos) << i;
@@ -57,16 +52,16 @@ TEST_F(web_test, pages_are_served_beside_any_number_of_slow_clients_and_those_of
 }
 
 TEST_F(web_test, only_an_address_of_the_loopback_network_is_listened_at) {
-    const auto start = [&](const char *place) {
-        return std::vector<std::string>{"alpha", "--config", folder() + "/document", "--listen", place};
-    };
+    std::vector<std::string> words = {"alpha", "--config", folder() + "/document", "--listen", ""};
     for (const char *place :
          {"0.0.0.0:0", "[::]:0", "192.0.2.1:9464", "128.0.0.1:9464", "[2001:db8::1]:9464", "[::2]:0"}) {
-        daemon_process_t refused(start(place), folder() + "/log");
+        words.back() = place;
+        daemon_process_t refused(words, folder() + "/log");
         ASSERT_EQ(refused.end(0), 2) << place;
         EXPECT_NE(refused.log().find("must be a loopback address and a port"), std::string::npos) << refused.log();
     }
-    const daemon_process_t daemon(start("[::1]:0"), folder() + "/log");
+    words.back() = "[::1]:0";
+    const daemon_process_t daemon(words, folder() + "/log");
     EXPECT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
 }
 
@@ -82,8 +77,8 @@ TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_a
     for (const rlim_t count : {rlim_t{3}, lowest + 1}) { /* no descriptor left, and one left */
         const rlimit few = {count, 4096};
         ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
-        const int first = connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");
-        connect_from("127.0.0.1", daemon, "GET /healthz HTTP/1.0\r\n\r\n");
+        const int first = connect_from("127.0.0.1", daemon.port(), "GET /healthz HTTP/1.0\r\n\r\n");
+        connect_from("127.0.0.1", daemon.port(), "GET /healthz HTTP/1.0\r\n\r\n");
         if (count == 3) {
 #ifndef ADDRESS_SANITIZER /* UBSan needs a descriptor to check a virtual call */
             int in_a_row = 0;
@@ -110,10 +105,10 @@ TEST_F(web_test, a_client_that_sends_a_byte_now_and_then_or_does_not_take_its_an
     fwx_host_clock_turn(0);
     for (const char *when : {"at first", "after all have gone"}) {
         SCOPED_TRACE(when);
-        const int drip = connect_from("127.0.0.1", web.port(), "GET /metrics HTTP/1.1\r\nX-Slow: ");
-        const int body =
-            connect_from("127.0.0.1", web.port(), "POST /metrics HTTP/1.1\r\nContent-Length: 99999\r\n\r\n");
-        const int deaf = connect_from("127.0.0.1", web.port(), "GET /metrics HTTP/1.0\r\n\r\n");
+        const auto ask = [&](const std::string &text) { return connect_from("127.0.0.1", web.port(), text); };
+        const int drip = ask("GET /metrics HTTP/1.1\r\nX-Slow: ");
+        const int body = ask("POST /metrics HTTP/1.1\r\nContent-Length: 99999\r\n\r\n");
+        const int deaf = ask("GET /metrics HTTP/1.0\r\n\r\n");
         const auto turn_until = [&](uint64_t step_ms, auto condition) {
             return eventually([&] {
                 fwx_host_clock_turn(step_ms);
@@ -147,12 +142,12 @@ TEST_F(web_test, a_client_that_leaves_while_the_metrics_are_made_is_forgotten_an
     daemon_process_t daemon(folder());
     ASSERT_TRUE(eventually([] { return daemon_process_t::is("in_step", true); })) << daemon.log();
     server.signal(SIGSTOP);
-    close(connect_from("127.0.0.1", daemon, "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n"));
-    const int stays = connect_from("127.0.0.1", daemon, "GET /metrics HTTP/1.0\r\n\r\n");
+    close(connect_from("127.0.0.1", daemon.port(), "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n"));
+    const int stays = connect_from("127.0.0.1", daemon.port(), "GET /metrics HTTP/1.0\r\n\r\n");
     EXPECT_NE(daemon.get("/healthz").find("HTTP/1.1 "), std::string::npos);
     server.signal(SIGCONT);
     EXPECT_NE(converse(stays, "").find("nat64_server_up"), std::string::npos);
-    const int writes = connect_from("127.0.0.1", daemon, "DELETE /healthz HTTP/1.0\r\n\r\n");
+    const int writes = connect_from("127.0.0.1", daemon.port(), "DELETE /healthz HTTP/1.0\r\n\r\n");
     EXPECT_NE(converse(writes, "").find("only GET and HEAD"), std::string::npos);
     EXPECT_EQ(daemon.end(SIGTERM), 0);
 }
