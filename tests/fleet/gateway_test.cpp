@@ -2,7 +2,6 @@
 #include <climits>
 
 #include "fleet/fleet_keys.h"
-#include "fleet/manifest.h"
 #include "tests/fleet/gateways_fixture.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/support/other_client.h"

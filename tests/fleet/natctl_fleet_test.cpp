@@ -1,9 +1,7 @@
 /* `natctl fleet` with a real store. The test plays the gateways by writing their status. */
 #include "config/load.h"
 #include "config/notation.h"
-#include "fleet/fleet_keys.h"
 #include "fleet/gateway_state.h"
-#include "fleet/manifest.h"
 #include "state/time_text.h"
 #include "tests/fleet/store_fixture.h"
 #include "tests/support/runtime_directory.h"
@@ -32,9 +30,9 @@ protected:
     }
     /** Writes the status of a gateway. */
     void say(const gateway_state_t &state, bool is_alive = true) const {
-        const fleet_keys_t keys("p");
-        ASSERT_TRUE(process_.put(keys.gateway_seen(state.gateway), write_gateway_state(state)));
-        ASSERT_TRUE(!is_alive || process_.put(keys.gateway_state(state.gateway), write_gateway_state(state)));
+        const std::string key = "p/gateways/" + state.gateway;
+        ASSERT_TRUE(process_.put(key + "/seen", write_gateway_state(state)));
+        ASSERT_TRUE(!is_alive || process_.put(key + "/state", write_gateway_state(state)));
     }
     static gateway_state_t holding(const std::string &name, uint64_t version, const std::string &text) {
         return {name, "alpha", version, hash_of(text), 1, true, "", time_text(), 0, "", "", time_text()};
