@@ -100,11 +100,13 @@ TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
     close(reader);
 }
 
-/** A process that answers clients of nat64d's socket with a text, and then says no more to them. */
+/** A process that answers clients of nat64d's socket with a text, and then closes the connection. */
 class forger_t : public child_t {
 public:
-    explicit forger_t(const std::string &answer, bool ends_answer = true) : answer_(answer), ends_answer_(ends_answer) {
+    /** @param waits_ms time for which the client may close the connection first */
+    explicit forger_t(const std::string &answer, int waits_ms = 0) : answer_(answer), waits_ms_(waits_ms) {
         is_up_ = start([this](int ready) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             fwx_host_loop_t *loop = fwx_host_loop_create();
             fwx_host_user_listener_t *listener = nullptr;
             if (fwx_host_user_listen(".nat64d.alpha", loop, take, this, &listener) != 0) return;
@@ -122,11 +124,13 @@ private:
         const auto &forger = *static_cast<forger_t *>(self);
         fcntl(fd, F_SETFL, 0); /* blocks until the whole is read, or the reader has gone */
         send(fd, forger.answer_.data(), forger.answer_.size(), MSG_NOSIGNAL);
-        if (forger.ends_answer_) shutdown(fd, SHUT_WR);
+        pollfd closed = {fd, POLLRDHUP, 0};
+        poll(&closed, 1, forger.waits_ms_);
+        shutdown(fd, SHUT_WR);
     }
 
     std::string answer_;
-    bool ends_answer_;
+    int waits_ms_;
     bool is_up_ = false;
 };
 
@@ -160,7 +164,7 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
             EXPECT_NE(asked.notes.find(tried.said), std::string::npos) << asked.notes;
         }
     }
-    const forger_t slow("{\"in_step\":true", false);
+    const forger_t slow("{\"in_step\":true", 60000);
     const run_t asked = run("--connect alpha --timeout 50 daemon status");
     EXPECT_NE(asked.notes.find("no answer within 50 ms"), std::string::npos)
         << "the deadline is of the whole: " << asked.notes;

@@ -308,10 +308,10 @@ TEST_F(daemon_test, an_edit_outlives_a_server_that_dies_in_the_middle_of_it_and_
     expect_status({{"items", 6 * many + 1}, {"in_step", true}});
     EXPECT_EQ(changes(), 6 * many + 1);
     write_and_meet(document_text(many, 100));
-    write(document_text(2 * many, 100));
-    EXPECT_EQ(daemon_process_t::ask("reload").at("items"), 6 * many + 1)
+    write(document_text(count, 100));
+    EXPECT_EQ(daemon_process_t::ask("reload").at("items"), items)
         << "it answers when this document is in force, although another one was being applied: " << daemon_->log();
-    EXPECT_EQ(data_of("stats system").at("pools"), 2 * many);
+    EXPECT_EQ(data_of("stats system").at("pools"), count);
 }
 
 TEST_F(daemon_test, a_document_that_is_refused_after_the_next_one_was_offered_is_not_the_latest) {
