@@ -12,40 +12,23 @@
 
 namespace {
 
-class callback_test_t : public library_fixture_t {
+constexpr uint32_t upload = 3;
+constexpr uint32_t query = 4;
+constexpr uint32_t walk = 9;
+constexpr uint32_t rule = 13;
+
+class callback_test_t : public bound_library_t {
 protected:
-    void SetUp() override {
-        library_fixture_t::SetUp();
-        bind_quietly();
-    }
-
-    bytes_t sent(uint32_t rc) {
-        EXPECT_EQ(rc, 0u);
-        pump();
-        return received.back();
-    }
-    bytes_t upload() { return sent(fwx_nat64_ipalias_upload_a(this)); }
-    bytes_t query() { return sent(fwx_nat64_stats_sys_query_a(0, this)); }
-    bytes_t walk() { return sent(fwx_nat64_session_walk_a(1, &filter_, 0, 0, 0, walk_cb, this)); }
-    bytes_t rule() { return sent(fwx_nat64_mapt_dmr_set_a(FWX_NAT64_OP_ADD, &dmr_, this)); }
-
-    /* The other queries. */
-    bytes_t list_query(uint32_t msgno) {
-        switch (msgno) {
-            case FWX_NAT64_MSG_STATS_INTF:
-                return sent(fwx_nat64_stats_intf_query_a(this));
-            case FWX_NAT64_MSG_STATS_POOL_ALL:
-                return sent(fwx_nat64_stats_pool_all_query_a(0, nullptr, 1, 0, this));
-            case FWX_NAT64_MSG_STATS_MAPPING_ALL:
-                return sent(fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1, 0, this));
-            default:
-                return sent(fwx_nat64_stats_limit_all_query_a(0, 1, this));
-        }
-    }
-    void answer_list_query(uint32_t msgno, uint32_t more) {
-        bytes_t reply = reply_to(list_query(msgno), msgno, 64);
-        put(reply, 40, more);
+    /** Delivers a reply of that type and of `size` bytes to a new command of a message number. */
+    void answer(uint32_t msgno, uint32_t type, size_t size, uint32_t more = 0, uint32_t result = 0) {
+        bytes_t reply = reply_to(send(msgno), type, size, result);
+        if (size >= 48) put(reply, msgno == walk ? 48 : 40, more);
         deliver(reply);
+    }
+
+    void fail_completion(uint32_t msgno) {
+        fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 5);
+        send(msgno);
     }
 
     /** Delivers a result to the first outstanding command, even if the server has not taken its message yet. Returns
@@ -58,17 +41,6 @@ protected:
         put(named, 24, info()->epoch);
         deliver(reply_to(named, 0, 36, result));
         return context;
-    }
-
-    static bytes_t query_reply(const bytes_t &command, uint32_t more) {
-        bytes_t reply = reply_to(command, 4, 48);
-        put(reply, 40, more);
-        return reply;
-    }
-    static bytes_t walk_reply(const bytes_t &command, uint32_t more, uint32_t result = 0) {
-        bytes_t reply = reply_to(command, 9, 72, result);
-        put(reply, 48, more);
-        return reply;
     }
 
     /** Makes the next callback call `act`, and no later one. */
@@ -87,9 +59,6 @@ protected:
         for (int i = 0; i < 8; ++i)
             ASSERT_EQ(fwx_nat64_ipalias_upload_a(nullptr), 0u);
     }
-
-    const fwx_nat64_sess_walk_filter_t filter_{};
-    const fwx_nat64_mapt_dmr_t dmr_ = {1, {}};
 };
 
 }  // namespace
@@ -99,51 +68,41 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
         const char *where;
         std::function<void()> reach;
     } const ways[] = {
-        {"result", [&] { deliver(reply_to(upload(), 0, 36)); }},
-        {"query with more to come", [&] { deliver(query_reply(query(), 3)); }},
-        {"last reply of a query", [&] { deliver(query_reply(query(), 0)); }},
-        {"interface query with more to come", [&] { answer_list_query(FWX_NAT64_MSG_STATS_INTF, 3); }},
-        {"last reply of a pool query", [&] { answer_list_query(FWX_NAT64_MSG_STATS_POOL_ALL, 0); }},
-        {"mapping query with more to come", [&] { answer_list_query(FWX_NAT64_MSG_STATS_MAPPING_ALL, 3); }},
-        {"last reply of a limit query", [&] { answer_list_query(FWX_NAT64_MSG_STATS_LIMIT_ALL, 0); }},
-        {"failed query", [&] { deliver(reply_to(query(), 4, 48, 5)); }},
-        {"query answered by a result", [&] { deliver(reply_to(query(), 0, 36)); }},
-        {"walk with more to come", [&] { deliver(walk_reply(walk(), 1)); }},
+        {"result", [&] { answer(upload, 0, 36); }},
+        {"query with more to come", [&] { answer(query, query, 48, 3); }},
+        {"last reply of a query", [&] { answer(query, query, 48); }},
+        {"interface query with more to come", [&] { answer(5, 5, 64, 3); }},
+        {"last reply of a pool query", [&] { answer(6, 6, 64); }},
+        {"mapping query with more to come", [&] { answer(7, 7, 64, 3); }},
+        {"last reply of a limit query", [&] { answer(8, 8, 64); }},
+        {"failed query", [&] { answer(query, query, 48, 0, 5); }},
+        {"query answered by a result", [&] { answer(query, 0, 36); }},
+        {"walk with more to come", [&] { answer(walk, walk, 72, 1); }},
         {"walk that is to stop",
          [&] {
              stop_value = 1;
-             deliver(walk_reply(walk(), 1));
+             answer(walk, walk, 72, 1);
              stop_value = 0;
          }},
-        {"last reply of a walk", [&] { deliver(walk_reply(walk(), 0)); }},
-        {"failed walk", [&] { deliver(walk_reply(walk(), 0, 5)); }},
-        {"walk answered by a result", [&] { deliver(reply_to(walk(), 0, 36)); }},
-        {"walk answered to the classifier manager", [&] { deliver(reply_to(walk(), 10, 36)); }},
-        {"rule", [&] { deliver(reply_to(rule(), 13, 64)); }},
-        {"refused rule", [&] { deliver(reply_to(rule(), 13, 36, 5)); }},
+        {"last reply of a walk", [&] { answer(walk, walk, 72); }},
+        {"failed walk", [&] { answer(walk, walk, 72, 0, 5); }},
+        {"walk answered by a result", [&] { answer(walk, 0, 36); }},
+        {"walk answered to the classifier manager", [&] { answer(walk, 10, 36); }},
+        {"rule", [&] { answer(rule, rule, 64); }},
+        {"refused rule", [&] { answer(rule, rule, 36, 0, 5); }},
         {"return to the classifier manager",
          [&] {
              ASSERT_EQ(fwx_host_cgm_notify(20, 2, nullptr, 7, 1, this), 0u);
              pump();
              deliver(reply_to(received.back(), 10, 36));
          }},
-        {"failed completion",
-         [&] {
-             fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 5);
-             ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
-             pump();
-         }},
-        {"failed completion of a walk",
-         [&] {
-             fwx_host_fault_arm(FWX_HOST_OP_SEND_DONE, 1, 5);
-             ASSERT_EQ(fwx_nat64_session_walk_a(1, &filter_, 0, 0, 0, walk_cb, this), 0u);
-             pump();
-         }},
+        {"failed completion", [&] { fail_completion(upload); }},
+        {"failed completion of a walk", [&] { fail_completion(walk); }},
         {"flush",
          [&] {
-             upload();
-             walk();
-             query();
+             for (const uint32_t msgno : {upload, walk, query}) {
+                 send(msgno);
+             }
              EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
          }},
     };
@@ -181,7 +140,7 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
             }
             pump();
             calls.clear();
-            deliver(reply_to(upload(), 0, 36, 9));
+            answer(upload, 0, 36, 0, 9);
             ASSERT_EQ(calls.size(), 1u) << "the binding works";
             EXPECT_EQ(calls[0].result, 9u);
             fwx_nat64_unbind();
@@ -195,14 +154,14 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
 TEST_F(callback_test_t, a_flush_refuses_what_its_callbacks_frame_and_ends) {
     std::vector<uint32_t> refused;
     on_call = [&] { refused.push_back(fwx_nat64_ipalias_upload_a(this)); };
-    upload();
-    query();
+    send(upload);
+    send(query);
     EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
     EXPECT_EQ(refused, std::vector<uint32_t>(2, FWX_NAT64_ERR_NOT_READY));
     EXPECT_EQ(outstanding(), 0u);
 
-    upload();
-    upload();
+    send(upload);
+    send(upload);
     refused.clear();
     on_call = [&] {
         if (refused.empty()) rebind();

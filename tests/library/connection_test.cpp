@@ -3,22 +3,14 @@
 
 namespace {
 
-class connection_test_t : public library_fixture_t {
-protected:
-    void SetUp() override {
-        library_fixture_t::SetUp();
-        bind_quietly();
-    }
-};
+using connection_test_t = bound_library_t;
 
 std::vector<std::pair<uint32_t, void *>> throttle_reports;
 
 }  // namespace
 
 TEST_F(connection_test_t, a_send_after_a_channel_error_opens_a_channel_and_sends_the_initial_commands_first) {
-    ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
-    pump();
-    const bytes_t survivor = received.back();
+    const bytes_t survivor = send(3);
     received.clear();
     fwx_nat64_dbg_warning_set(1);
     break_channel();

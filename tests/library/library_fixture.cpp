@@ -1,6 +1,7 @@
 #include "library_fixture.h"
 
 #include <algorithm>
+#include <map>
 
 library_fixture_t *library_fixture_t::self = nullptr;
 
@@ -16,27 +17,23 @@ constexpr size_t data_bytes_shown = 24;
 }  // namespace
 
 const fwx_host_server_ops_t library_fixture_t::server_ops = {
-    [](void *ctx, fwx_host_peer_t *opened) {
-        auto *test = static_cast<library_fixture_t *>(ctx);
-        test->peer = opened;
-        ++test->channels_opened;
+    [](void *, fwx_host_peer_t *opened) {
+        self->peer = opened;
+        ++self->channels_opened;
     },
-    [](void *ctx, fwx_host_peer_t *gone) {
-        auto *test = static_cast<library_fixture_t *>(ctx);
-        if (test->peer == gone) test->peer = nullptr;
+    [](void *, fwx_host_peer_t *gone) {
+        if (self->peer == gone) self->peer = nullptr;
     },
-    [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size) {
-        auto *test = static_cast<library_fixture_t *>(ctx);
-        test->received.push_back(copy_of(msg, size));
-        if (test->pauses_after_each) fwx_host_server_pause(test->server, 1);
+    [](void *, fwx_host_peer_t *, const void *msg, size_t size) {
+        self->received.push_back(copy_of(msg, size));
+        if (self->pauses_after_each) fwx_host_server_pause(self->server, 1);
     },
-    [](void *ctx, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
-        auto *test = static_cast<library_fixture_t *>(ctx);
-        test->received.push_back(copy_of(msg, size));
+    [](void *, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
+        self->received.push_back(copy_of(msg, size));
         bytes_t answer(20);
         memcpy(answer.data(), msg, 4);
-        put(answer, 16, test->sync_result);
-        answer.insert(answer.end(), test->sync_extra.begin(), test->sync_extra.end());
+        put(answer, 16, self->sync_result);
+        answer.insert(answer.end(), self->sync_extra.begin(), self->sync_extra.end());
         const size_t written = std::min(answer.size(), reply_cap);
         memcpy(reply, answer.data(), written);
         return written;
@@ -66,12 +63,12 @@ void library_fixture_t::SetUp() {
     self = this;
     fwx_host_fault_reset();
     fwx_host_debug_sink_set(
-        [](void *ctx, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
+        [](void *, fwx_host_debug_channel_t channel, uint32_t level, const char *text) {
             static constexpr const char *levels[] = {"", "error: ", "warning: ", "info: ", "trace: "};
             const char *where = channel == FWX_HOST_DEBUG_CONSOLE ? "console: " : levels[level];
-            static_cast<library_fixture_t *>(ctx)->logged.push_back(std::string(where) + text);
+            self->logged.push_back(std::string(where) + text);
         },
-        this);
+        nullptr);
     fwx_host_cgm_observe(
         [](void *ctx, uint32_t client_id, void *cgm_ctx, uint32_t result) {
             EXPECT_EQ(client_id, 20u);
@@ -80,7 +77,7 @@ void library_fixture_t::SetUp() {
         },
         this);
     loop = fwx_host_loop_create();
-    ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, this, &server), 0u);
+    ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, nullptr, &server), 0u);
 
     reply_cbs.cfg_reply_cb = [](fwx_nat64_cmd_result_t *r) {
         record({"cfg", r->pal_ctx, r->result, 0, 0, 0, false, {}}, nullptr);
@@ -101,8 +98,7 @@ void library_fixture_t::SetUp() {
         return record({"mapping", ctx, count, value, value2, 0, false, {}}, data);
     };
     unsol_cbs.record_cb = [](uint32_t op, const void *data) {
-        call_t call{"record", nullptr, op, 0, 0, 0, true, copy_of(data, 12)};
-        self->calls.push_back(call);
+        self->calls.push_back({"record", nullptr, op, 0, 0, 0, true, copy_of(data, 12)});
     };
     unsol_cbs.event_cb = [] { record({"event", nullptr, 0, 0, 0, 0, false, {}}, nullptr); };
 }
@@ -177,4 +173,22 @@ fwx_host_live_t library_fixture_t::live() {
 std::string library_fixture_t::flags() {
     const fwx_nat64_dbg_flags_t &f = fwx_nat64_dbg_flags;
     return std::to_string(*f.error) + std::to_string(*f.warning) + std::to_string(*f.info) + std::to_string(*f.trace);
+}
+
+bytes_t bound_library_t::send(uint32_t msgno) {
+    const fwx_nat64_sess_walk_filter_t filter{};
+    const fwx_nat64_mapt_dmr_t dmr = {1, {}};
+    const std::map<uint32_t, std::function<uint32_t()>> commands = {
+        {3, [&] { return fwx_nat64_ipalias_upload_a(this); }},
+        {4, [&] { return fwx_nat64_stats_sys_query_a(0, this); }},
+        {5, [&] { return fwx_nat64_stats_intf_query_a(this); }},
+        {6, [&] { return fwx_nat64_stats_pool_all_query_a(0, nullptr, 1, 0, this); }},
+        {7, [&] { return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1, 0, this); }},
+        {8, [&] { return fwx_nat64_stats_limit_all_query_a(0, 1, this); }},
+        {9, [&] { return fwx_nat64_session_walk_a(1, &filter, 0, 0, 0, walk_cb, this); }},
+        {13, [&] { return fwx_nat64_mapt_dmr_set_a(1, &dmr, this); }},
+    };
+    EXPECT_EQ(commands.at(msgno)(), 0u);
+    pump();
+    return received.back();
 }

@@ -84,4 +84,15 @@ private:
     void run_on_call() const;
 };
 
+/** A library that is bound, whose initial commands are answered and forgotten. */
+class bound_library_t : public library_fixture_t {
+protected:
+    void SetUp() override {
+        library_fixture_t::SetUp();
+        bind_quietly();
+    }
+    /** Sends a command or query of a message number, and returns it as the server received it. */
+    bytes_t send(uint32_t msgno);
+};
+
 #endif

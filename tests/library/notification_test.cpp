@@ -4,12 +4,8 @@
 
 namespace {
 
-class notification_test_t : public library_fixture_t {
+class notification_test_t : public bound_library_t {
 protected:
-    void SetUp() override {
-        library_fixture_t::SetUp();
-        bind_quietly();
-    }
     static bytes_t event(uint32_t code, size_t size) {
         bytes_t message(std::max<size_t>(size, 20));
         put<uint16_t>(message, 0, 0xC001);

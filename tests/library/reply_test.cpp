@@ -1,35 +1,11 @@
 /* Replies of the server: matching by epoch and context, minimum lengths, several replies to a query or walk, and
  * refusals in every form. A test checks the calls of the callbacks and that the context was released. */
-#include <map>
-
 #include "library_fixture.h"
 
 namespace {
 
-class reply_test_t : public library_fixture_t {
+class reply_test_t : public bound_library_t {
 protected:
-    void SetUp() override {
-        library_fixture_t::SetUp();
-        bind_quietly();
-    }
-    /** Sends a command of a message number, and returns it as the server received it. */
-    bytes_t send(uint32_t msgno) {
-        const fwx_nat64_sess_walk_filter_t filter{};
-        const fwx_nat64_mapt_dmr_t dmr = {1, {}};
-        const std::map<uint32_t, std::function<uint32_t()>> commands = {
-            {3, [&] { return fwx_nat64_ipalias_upload_a(this); }},
-            {4, [&] { return fwx_nat64_stats_sys_query_a(0, this); }},
-            {5, [&] { return fwx_nat64_stats_intf_query_a(this); }},
-            {6, [&] { return fwx_nat64_stats_pool_all_query_a(0, nullptr, 1, 0, this); }},
-            {7, [&] { return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1, 0, this); }},
-            {8, [&] { return fwx_nat64_stats_limit_all_query_a(0, 1, this); }},
-            {9, [&] { return fwx_nat64_session_walk_a(1, &filter, 0, 0, 0, walk_cb, this); }},
-            {13, [&] { return fwx_nat64_mapt_dmr_set_a(1, &dmr, this); }},
-        };
-        EXPECT_EQ(commands.at(msgno)(), 0u);
-        pump();
-        return received.back();
-    }
     /** Returns a statistics or walk reply with every value field set, and data bytes 0xd1, 0xd2… */
     bytes_t data_reply(const bytes_t &command, uint32_t msgno, uint32_t more, uint32_t result = 0) {
         static constexpr size_t data_at[] = {0, 0, 0, 0, 48, 48, 64, 64, 48, 72};

@@ -11,8 +11,7 @@ inline fwx_nat64_mapt_bmr_t rule(uint32_t rule_id, uint32_t domain_id, uint8_t v
             v4_len,  {}};
 }
 
-const bytes_t v4_key = {0xb0, 0x00, 0x00, 0x80};       /* 192.0.2.0/24 */
-const bytes_t v6_key = {0x48, 0x00, 0x43, 0x6e, 0x00}; /* 2001:db8::/32 */
+const bytes_t v4_key = {0xb0, 0x00, 0x00, 0x80}; /* 192.0.2.0/24 */
 
 class rule_table_test_t : public library_fixture_t {
 protected:

@@ -4,12 +4,8 @@
 
 namespace {
 
-class transport_test_t : public library_fixture_t {
+class transport_test_t : public bound_library_t {
 protected:
-    void SetUp() override {
-        library_fixture_t::SetUp();
-        bind_quietly();
-    }
     void *frame(uint32_t msgno, void *cb_func, size_t size = 40) {
         void *msg = nullptr;
         EXPECT_EQ(fwx_nat64_client_async_cmd_init(size, msgno, this, cb_func, &msg), 0u);
