@@ -26,6 +26,7 @@ TEST_F(arguments_t, that_are_invalid_are_refused_by_lists_tables_loops_and_regis
     const cgm_client_reg_t empty = {nullptr, 7, 0};
     const cgm_client_reg_t other = {[](uint32_t, void **, uint32_t, uint32_t, void *, void *) { return 0u; }, 9, 0};
     fwx_cl_hash_t *table = nullptr;
+    const fwx_host_fn_t no_effect = [](void *) {};
     uint64_t cell = 0;
     void *made = nullptr;
     fwx_host_loop_t *loop = fwx_host_loop_create();
@@ -50,8 +51,7 @@ TEST_F(arguments_t, that_are_invalid_are_refused_by_lists_tables_loops_and_regis
         fwx_cl_hash_destroy(nullptr, 1),
         fwx_event_context_to_smc(nullptr, &cell),
         fwx_event_context_create(nullptr, &made),
-        fwx_host_loop_watch(
-            nullptr, 0, [](void *) {}, nullptr),
+        fwx_host_loop_watch(nullptr, 0, no_effect, nullptr),
         cgm_int_register_client(7, nullptr),
         cgm_int_register_client(7, &empty),
         cgm_int_register_client(7, &other),
@@ -60,9 +60,7 @@ TEST_F(arguments_t, that_are_invalid_are_refused_by_lists_tables_loops_and_regis
     fwx_host_loop_destroy(loop);
     fwx_host_timer_cancel(nullptr, 1);
     fwx_host_loop_unwatch(nullptr, 0);
-    EXPECT_EQ(fwx_host_timer_add(
-                  nullptr, 0, [](void *) {}, nullptr),
-              0u);
+    EXPECT_EQ(fwx_host_timer_add(nullptr, 0, no_effect, nullptr), 0u);
     EXPECT_EQ(fwx_host_loop_run_once(nullptr, -1) + fwx_host_loop_run_until_idle(nullptr), 0u);
     EXPECT_EQ(fwx_host_cgm_notify(7, 1, nullptr, 0, 0, nullptr), FWX_HOST_ERR_NO_CLIENT);
 }

@@ -50,7 +50,7 @@ protected:
     }
 
     void TearDown() override {
-        during_take_ = during_done_ = during_receive_ = during_error_ = nullptr;
+        during_take_ = during_done_ = during_receive_ = nullptr;
         smc_msg_chan_close(&chan_);
         end_server();
         run();
@@ -156,10 +156,7 @@ protected:
         self->log_.push_back("got " + text_of(msg, size));
         if (self->during_receive_) self->during_receive_();
     }
-    static void on_error(void *) {
-        self->log_.emplace_back("error");
-        if (self->during_error_) self->during_error_();
-    }
+    static void on_error(void *) { self->log_.emplace_back("error"); }
     static void on_throttle(uint32_t on) { self->log_.emplace_back(on != 0 ? "throttle on" : "throttle off"); }
 
     static void on_connected(void *, fwx_host_peer_t *peer) {
@@ -192,7 +189,7 @@ protected:
     std::string answer_ = "yes"; /* the answer's text behind the result; empty: no answer */
     std::string whole_answer_;   /* if not empty, the bytes of a bad answer to send instead */
     log_lines_t log_;
-    std::function<void()> during_take_, during_done_, during_receive_, during_error_;
+    std::function<void()> during_take_, during_done_, during_receive_;
 
 private:
     const link_kind_t kind_;

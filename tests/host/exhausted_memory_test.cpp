@@ -10,9 +10,9 @@
 #include <iterator>
 #include <string>
 
-#include "channel_fixture.h"
 #include "platform/cgm.h"
 #include "platform/runtime.h"
+#include "shm_fixture.h"
 #include "tests/support/checked_tree.h"
 #include "tests/support/zero_server.h"
 
@@ -62,12 +62,10 @@ private:
     block_t *blocks_ = nullptr;
 };
 
-class exhausted_memory_t : public channel_fixture_t {
+class exhausted_memory_t : public shm_fixture_t {
 protected:
-    exhausted_memory_t() : channel_fixture_t(link_kind_t::between_processes) {}
-
     void SetUp() override {
-        channel_fixture_t::SetUp();
+        shm_fixture_t::SetUp();
         ASSERT_EQ(fwx_host_server_register("deaf", loop_, &zero_server_ops, nullptr, &deaf_), 0u);
         ASSERT_EQ(fwx_cl_hash_create("empty", 0, 3, nullptr, nullptr, &table_), 0u);
         pool_ = chunk_create("empty", 32, 4, 1, 4, 0);

@@ -3,6 +3,7 @@
 #define TESTS_HOST_HOST_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include "fwx_host/fwx_host.h"
 #include "tests/support/platform_watch.h"
@@ -25,6 +26,12 @@ protected:
 
     /** The errors counted since the test began. */
     fwx_host_errors_t errors() const { return watch_.errors(); }
+
+    /** Whether the loop's descriptor is readable now. */
+    static bool is_readable(fwx_host_loop_t *loop) {
+        pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
+        return poll(&watched, 1, 0) == 1;
+    }
 
     platform_watch_t watch_;
 };

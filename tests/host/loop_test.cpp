@@ -133,12 +133,6 @@ TEST_F(loop_t, a_descriptor_number_that_is_reused_within_a_pass_gets_no_stale_ev
     close(fresh_[1]);
 }
 
-/** Whether the loop's descriptor is readable now. */
-bool is_readable(fwx_host_loop_t *loop) {
-    pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
-    return poll(&watched, 1, 0) == 1;
-}
-
 TEST_F(loop_t, timers_make_the_descriptor_readable_even_if_added_after_the_last_pass) {
     fwx_host_clock_run();
     EXPECT_FALSE(is_readable(loop_));

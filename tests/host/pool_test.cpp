@@ -78,7 +78,7 @@ TEST_F(pool_t, owns_exactly_the_elements_in_use_and_reads_no_other_memory) {
     EXPECT_EQ(std::set<char *>(elements.begin(), elements.end()).size(), 50u);
     char *foreign = static_cast<char *>(chunk_malloc(other));
     char *next = elements.back() + (elements[1] - elements[0]); /* not allocated yet */
-    void *unmapped = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    auto *unmapped = static_cast<char *>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     for (char *element : elements) {
         EXPECT_EQ(fwx_chunk_owns(pool_, element), 1u);
         EXPECT_EQ(fwx_chunk_owns(other, element), 0u);
@@ -86,14 +86,9 @@ TEST_F(pool_t, owns_exactly_the_elements_in_use_and_reads_no_other_memory) {
             EXPECT_EQ(fwx_chunk_owns(pool_, element + beside), 0u) << beside;
         }
     }
-    const std::vector<char *> wild = {nullptr,
-                                      foreign,
-                                      next,
-                                      static_cast<char *>(unmapped),
-                                      static_cast<char *>(unmapped) + 16,
-                                      reinterpret_cast<char *>(UINTPTR_MAX)};
-    for (const char *address : wild) {
-        EXPECT_EQ(fwx_chunk_owns(pool_, address), 0u) << static_cast<const void *>(address);
+    char *const last = reinterpret_cast<char *>(UINTPTR_MAX);
+    for (char *address : {static_cast<char *>(nullptr), foreign, next, unmapped, unmapped + 16, last}) {
+        EXPECT_EQ(fwx_chunk_owns(pool_, address), 0u) << static_cast<void *>(address);
     }
     EXPECT_EQ(fwx_chunk_owns(nullptr, elements[0]), 0u);
     chunk_free(pool_, elements[7]);

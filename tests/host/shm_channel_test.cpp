@@ -1,53 +1,43 @@
 /* Channels over shared memory, with both ends in this process: waking, rings and backlog, limits, forked children. */
-#include <poll.h>
-
-#include "channel_fixture.h"
 #include "platform/runtime.h"
+#include "shm_fixture.h"
 #include "tests/support/child.h"
 
 namespace {
 
 constexpr size_t largest = (1 << 20) - 8;
 
-class shm_channel_t : public channel_fixture_t {
-protected:
-    shm_channel_t() : channel_fixture_t(link_kind_t::between_processes) {}
-};
-
-bool is_rung(fwx_host_loop_t *loop) {
-    pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
-    return poll(&watched, 1, 0) == 1;
-}
+using shm_channel_t = shm_fixture_t;
 
 TEST_F(shm_channel_t, the_server_is_woken_once_for_all_messages_sent_before_the_loop_waits) {
-    EXPECT_FALSE(is_rung(loop_));
+    EXPECT_FALSE(is_readable(loop_));
     for (int i = 0; i < 50; ++i) {
         ASSERT_EQ(send("x"), 0u);
     }
-    EXPECT_FALSE(is_rung(loop_));
+    EXPECT_FALSE(is_readable(loop_));
     EXPECT_EQ(fwx_host_loop_process(client_loop_), 0u);
-    EXPECT_TRUE(is_rung(loop_));
+    EXPECT_TRUE(is_readable(loop_));
     EXPECT_EQ(fwx_host_loop_process(loop_), 51u); /* the bell, and the messages */
-    EXPECT_FALSE(is_rung(loop_));
+    EXPECT_FALSE(is_readable(loop_));
     run();
     EXPECT_EQ(count("done x 0"), 50);
 }
 
 TEST_F(shm_channel_t, a_program_that_polls_the_descriptor_misses_nothing_sent_after_its_last_pass) {
     for (int i = 0; i < 3; ++i) {
-        EXPECT_FALSE(is_rung(client_loop_));
+        EXPECT_FALSE(is_readable(client_loop_));
         fwx_host_loop_next_timeout_ms(client_loop_);
         ASSERT_EQ(send("x"), 0u);
-        EXPECT_TRUE(is_rung(client_loop_)) << "it has to wake the server";
+        EXPECT_TRUE(is_readable(client_loop_)) << "it has to wake the server";
         fwx_host_loop_process(client_loop_);
-        EXPECT_FALSE(is_rung(client_loop_));
-        EXPECT_TRUE(is_rung(loop_));
+        EXPECT_FALSE(is_readable(client_loop_));
+        EXPECT_TRUE(is_readable(loop_));
         fwx_host_loop_process(loop_);
-        EXPECT_TRUE(is_rung(client_loop_)) << "the completion";
+        EXPECT_TRUE(is_readable(client_loop_)) << "the completion";
         fwx_host_loop_process(client_loop_);
         ASSERT_EQ(reply("y"), 0u);
         fwx_host_loop_process(loop_);
-        EXPECT_TRUE(is_rung(client_loop_)) << "and the reply";
+        EXPECT_TRUE(is_readable(client_loop_)) << "and the reply";
         fwx_host_loop_process(client_loop_);
     }
     EXPECT_EQ(count("got y"), 3);

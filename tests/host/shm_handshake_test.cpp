@@ -12,15 +12,15 @@
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
 #include <filesystem>
 #include <thread>
 
-#include "channel_fixture.h"
-#include "tests/support/hand_over.h"
+#include "descriptor_limit.h"
+#include "shm_fixture.h"
+#include "tests/support/eventually.h"
 
 namespace {
 
@@ -93,18 +93,12 @@ void refuse_threads() {
     ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0) << strerror(errno);
 }
 
-class shm_handshake_t : public channel_fixture_t {
+class shm_handshake_t : public shm_fixture_t {
 protected:
-    shm_handshake_t() : channel_fixture_t(link_kind_t::between_processes) {}
-
-    static descriptor_t connect_raw() {
-        descriptor_t socket;
-        EXPECT_EQ(shm_connect(server_name, &socket), 0u);
-        return socket;
-    }
-    static bool is_hung_up(const descriptor_t &socket) {
-        char byte = 0;
-        return recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0 || errno == ECONNRESET;
+    static std::vector<descriptor_t> connect_raw_clients(size_t count) {
+        std::vector<descriptor_t> clients(count);
+        std::generate(clients.begin(), clients.end(), connect_raw);
+        return clients;
     }
     /** Checks that the fixture's own client is still served. */
     void expect_service() {
@@ -158,30 +152,22 @@ TEST_F(shm_handshake_t, a_client_with_an_invalid_offer_is_turned_away_nothing_of
 }
 
 TEST_F(shm_handshake_t, a_bell_that_is_made_blocking_and_full_later_still_rings) {
-    const handles_t handles = sound_handles();
-    const shm_mapping_t segment = shm_segment_map(handles[0]);
-    const descriptor_t socket = connect_raw();
-    ASSERT_TRUE(hand_over(socket, word(greeting), handles));
-    run_server();
+    const raw_client_t client = join();
     const descriptor_t waiting(epoll_create1(0));
     epoll_event event{EPOLLIN | EPOLLET, {}};
-    ASSERT_EQ(epoll_ctl(waiting.get(), EPOLL_CTL_ADD, handles[1].get(), &event), 0);
-    ASSERT_EQ(fcntl(handles[1].get(), F_SETFL, 0), 0);
-    ASSERT_EQ(eventfd_write(handles[1].get(), UINT64_MAX - 2), 0);
+    ASSERT_EQ(epoll_ctl(waiting.get(), EPOLL_CTL_ADD, client.handles[1].get(), &event), 0);
+    ASSERT_EQ(fcntl(client.handles[1].get(), F_SETFL, 0), 0);
+    ASSERT_EQ(eventfd_write(client.handles[1].get(), UINT64_MAX - 2), 0);
     ASSERT_EQ(epoll_wait(waiting.get(), &event, 1, 0), 1);
-    segment->client_bell.armed = 1;
+    client.segment->client_bell.armed = 1;
     ASSERT_EQ(reply("x"), 0u);
     run_server();
     EXPECT_EQ(epoll_wait(waiting.get(), &event, 1, 0), 1);
 }
 
 TEST_F(shm_handshake_t, a_client_that_withdraws_messages_while_they_are_read_sees_no_answer_and_is_dropped) {
-    const handles_t handles = sound_handles();
-    const shm_mapping_t segment = shm_segment_map(handles[0]);
-    const descriptor_t socket = connect_raw();
-    ASSERT_TRUE(hand_over(socket, word(greeting), handles));
-    run_server();
-    shm_writer_t writer(segment->to_server, segment->to_server_bytes, shm_ring_bytes);
+    const raw_client_t client = join();
+    shm_writer_t writer(client.segment->to_server, client.segment->to_server_bytes, shm_ring_bytes);
     for (const char *text : {"a", "b"}) {
         ASSERT_TRUE(writer.write(0, framed(text).data(), 5));
     }
@@ -190,40 +176,34 @@ TEST_F(shm_handshake_t, a_client_that_withdraws_messages_while_they_are_read_see
         EXPECT_EQ(reply("x"), 0u);
         writer.withdraw();
     };
-    shm_bell_ring(handles[2]);
+    shm_bell_ring(client.handles[2]);
     run_server();
     EXPECT_EQ(log_.front(), "connected");
     EXPECT_EQ(log_.back(), "disconnected");
     EXPECT_EQ(count("took a"), 1);
-    EXPECT_EQ(segment->to_client.written, 0u);
-    EXPECT_TRUE(is_hung_up(socket));
+    EXPECT_EQ(client.segment->to_client.written, 0u);
+    EXPECT_TRUE(is_hung_up(client.socket.get()));
 }
 
 TEST_F(shm_handshake_t, a_client_may_delay_its_offer_for_two_seconds_and_of_more_than_64_the_oldest_is_turned_away) {
     fwx_host_clock_turn(0);
-    std::vector<descriptor_t> pending(66);
-    for (descriptor_t &client : pending) {
-        client = connect_raw();
-    }
+    const std::vector<descriptor_t> pending = connect_raw_clients(66);
     run_server();
-    EXPECT_TRUE(is_hung_up(pending[1]));
-    EXPECT_FALSE(is_hung_up(pending[2]));
+    EXPECT_TRUE(is_hung_up(pending[1].get()));
+    EXPECT_FALSE(is_hung_up(pending[2].get()));
     fwx_host_clock_turn(1999);
     run_server();
     ASSERT_TRUE(hand_over(pending[2], word(greeting), sound_handles()));
     run_server();
     fwx_host_clock_turn(1);
     run_server();
-    EXPECT_FALSE(is_hung_up(pending[2]));
-    EXPECT_TRUE(is_hung_up(pending[3]));
+    EXPECT_FALSE(is_hung_up(pending[2].get()));
+    EXPECT_TRUE(is_hung_up(pending[3].get()));
     expect_service();
 }
 
 TEST_F(shm_handshake_t, a_client_beyond_the_servers_limit_is_told_that_the_server_is_busy) {
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit raised = {std::min<rlim_t>(4096, limit.rlim_max), limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    const descriptor_limit_t raised(4096);
     {
         const handles_t handles = sound_handles(); /* all clients share one segment, which saves memory */
         std::vector<descriptor_t> clients;
@@ -244,25 +224,14 @@ TEST_F(shm_handshake_t, a_client_beyond_the_servers_limit_is_told_that_the_serve
     run_server();
     expect_service();
     EXPECT_EQ(peers().clients, 1u);
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(shm_handshake_t, without_spare_descriptors_each_client_is_turned_away_and_the_loop_continues) {
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<descriptor_t> clients(3);
-    for (descriptor_t &client : clients) {
-        client = connect_raw();
+    const std::vector<descriptor_t> clients = connect_raw_clients(3);
+    {
+        const no_free_descriptors_t none(clients.back());
+        run_server();
     }
-    const rlimit few = {static_cast<rlim_t>(clients.back().get()) + 16, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    std::vector<descriptor_t> rest;
-    do {
-        rest.emplace_back(dup(clients.back().get()));
-    } while (rest.back().is_open());
-    run_server();
-    rest.clear();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     for (const descriptor_t &client : clients) {
         EXPECT_EQ(shm_why_closed(client), FWX_HOST_ERR_BUSY);
     }
@@ -270,20 +239,15 @@ TEST_F(shm_handshake_t, without_spare_descriptors_each_client_is_turned_away_and
 }
 
 TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_again_when_there_are_some) {
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<descriptor_t> clients(3);
-    for (descriptor_t &client : clients) {
-        client = connect_raw();
-    }
+    const std::vector<descriptor_t> clients = connect_raw_clients(3);
     smc_chan_t chan = 0; /* the sanitizer needs a descriptor for its first check of a class, so use the classes now */
     EXPECT_EQ(smc_msg_chan_open("nobody's", event(), 0, on_error, &chan), FWX_HOST_ERR_NO_SERVER);
-    const rlimit none = {3, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), static_cast<uint32_t>(EMFILE));
-    EXPECT_EQ(fwx_host_loop_create(), nullptr);
-    run_server();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    {
+        const descriptor_limit_t none(3);
+        EXPECT_EQ(smc_msg_chan_open("tested", event(), 0, on_error, &chan), static_cast<uint32_t>(EMFILE));
+        EXPECT_EQ(fwx_host_loop_create(), nullptr);
+        run_server();
+    }
     fwx_host_clock_turn(100);
     run_server();
     expect_service();
@@ -293,10 +257,7 @@ TEST_F(shm_handshake_t, without_descriptors_clients_are_turned_away_and_served_a
 
 TEST_F(shm_handshake_t, no_client_is_accepted_while_too_many_descriptors_wait_to_be_closed) {
     fwx_host_clock_turn(0);
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit raised = {std::min<rlim_t>(4096, limit.rlim_max), limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    const descriptor_limit_t raised(4096);
     const uint64_t refused = peers().refused;
     std::vector<descriptor_t> clients(4);
     std::thread([&] {
@@ -315,8 +276,6 @@ TEST_F(shm_handshake_t, no_client_is_accepted_while_too_many_descriptors_wait_to
         run_server();
     }
     EXPECT_EQ(peers().refused, refused + 4);
-    clients.clear();
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 }  // namespace

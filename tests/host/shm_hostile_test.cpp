@@ -1,25 +1,19 @@
 /* A hostile server or client, which overwrites the memory that it shares with the other side. The test acts as it. */
-#include "channel_fixture.h"
-#include "host/messaging/shm/bell.h"
-#include "host/messaging/shm/segment.h"
-#include "host/messaging/shm/socket.h"
-#include "tests/support/hand_over.h"
+#include "shm_fixture.h"
 
 namespace {
 
-class shm_hostile_t : public channel_fixture_t {
+class shm_hostile_t : public shm_fixture_t {
 protected:
-    shm_hostile_t() : channel_fixture_t(link_kind_t::between_processes) {}
-
     void SetUp() override {
-        channel_fixture_t::SetUp();
+        shm_fixture_t::SetUp();
         end_channel();
         ASSERT_EQ(shm_listen("hostile", &entrance_), 0u);
         fwx_host_connect_set("tested", "hostile");
     }
     void TearDown() override {
         user_socket_unlisten(entrance_);
-        channel_fixture_t::TearDown();
+        shm_fixture_t::TearDown();
     }
 
     /** Opens the channel and accepts its offer without a server, so that the test can write to the segment. */
@@ -91,10 +85,7 @@ TEST_F(shm_hostile_t, an_impossible_index_is_a_channel_error_and_is_counted) {
     }
 }
 
-class shm_hostile_client_t : public channel_fixture_t {
-protected:
-    shm_hostile_client_t() : channel_fixture_t(link_kind_t::between_processes) {}
-};
+using shm_hostile_client_t = shm_fixture_t;
 
 TEST_F(shm_hostile_client_t, a_broken_ring_disconnects_the_client_and_is_counted_but_a_withdrawal_is_not) {
     const std::function<void(shm_segment_t &)> deeds[] = {
@@ -121,15 +112,10 @@ TEST_F(shm_hostile_client_t, a_broken_ring_disconnects_the_client_and_is_counted
     const uint64_t ended_before = peers().ended;
     uint64_t counted = 0;
     for (const auto &deed : deeds) {
-        const handles_t handles = sound_handles();
-        const shm_mapping_t segment = shm_segment_map(handles[0]);
-        descriptor_t socket;
-        ASSERT_EQ(shm_connect(server_name, &socket), 0u);
-        ASSERT_TRUE(hand_over(socket, word(greeting), handles));
-        run_server();
+        const raw_client_t client = join();
         log_.clear();
-        deed(*segment);
-        shm_bell_ring(handles[2]);
+        deed(*client.segment);
+        shm_bell_ring(client.handles[2]);
         run_server();
         during_take_ = nullptr;
         EXPECT_EQ(count("disconnected"), 1) << counted;

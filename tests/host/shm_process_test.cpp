@@ -1,5 +1,5 @@
 /* A client and a server in two processes: synchronous messages, bells, and a server that dies or is stopped. */
-#include "channel_fixture.h"
+#include "shm_fixture.h"
 #include "tests/support/child.h"
 
 namespace {
@@ -42,10 +42,8 @@ constexpr fwx_host_server_ops_t child_ops = {
     }
 }
 
-class shm_process_t : public channel_fixture_t {
+class shm_process_t : public shm_fixture_t {
 protected:
-    shm_process_t() : channel_fixture_t(link_kind_t::between_processes) {}
-
     /** Opens a channel to a server in a child process. */
     void SetUp() override {
         channel_fixture_t::SetUp();

@@ -3,12 +3,14 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <optional>
+
+#include "descriptor_limit.h"
 #include "host_fixture.h"
 #include "tests/support/runtime_directory.h"
 
@@ -16,6 +18,8 @@ namespace {
 
 class shm_socket_t : public host_fixture_t {
 protected:
+    ~shm_socket_t() override { user_socket_unlisten(entrance_); }
+
     uint32_t listen(const char *name) { return shm_listen(name, &entrance_); }
     bool has_socket(const std::string &name) const {
         return access((directory_.sockets() + "/" + name).c_str(), F_OK) == 0;
@@ -60,7 +64,6 @@ TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_
     ASSERT_EQ(listen("server"), 0u);
     user_socket_unlisten(second);
     EXPECT_TRUE(has_socket("server")) << "the file belongs to the other server now";
-    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_held_lock_and_the_umask_do_not_prevent_listening_and_exhausted_descriptors_are_reported) {
@@ -71,15 +74,11 @@ TEST_F(shm_socket_t, a_held_lock_and_the_umask_do_not_prevent_listening_and_exha
     ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
     entrance_.socket = descriptor_t();
     EXPECT_EQ(listen("server"), 0u);
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none = {3, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::optional<descriptor_limit_t> none(3);
     user_entrance_t second;
     EXPECT_EQ(shm_listen("other", &second), static_cast<uint32_t>(EMFILE));
     EXPECT_EQ(shm_connect("server", &connected_), static_cast<uint32_t>(EMFILE));
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    user_socket_unlisten(entrance_);
+    none.reset();
 }
 
 TEST_F(shm_socket_t, a_directory_that_others_can_access_or_own_or_that_is_a_link_is_refused) {
@@ -112,7 +111,6 @@ TEST_F(shm_socket_t, without_a_runtime_directory_there_is_one_in_tmp) {
     EXPECT_EQ(status.st_mode & 07777, 0700u);
     EXPECT_EQ(access((fallback + "/" + name).c_str(), F_OK), 0);
     EXPECT_EQ(shm_connect(name.c_str(), &connected_), 0u);
-    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, the_directory_that_the_environment_names_comes_first_and_an_empty_one_is_none) {
@@ -124,7 +122,6 @@ TEST_F(shm_socket_t, the_directory_that_the_environment_names_comes_first_and_an
     setenv("FWX_HOST_DIR", "", 1);
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
     unsetenv("FWX_HOST_DIR");
-    user_socket_unlisten(entrance_);
 }
 
 /** Calls `fn` in a child process of another user. Returns 0 when it returned true. */
@@ -142,7 +139,6 @@ TEST_F(shm_socket_t, a_server_of_another_user_is_refused) {
     ASSERT_EQ(listen("server"), 0u);
     EXPECT_EQ(as_another_user([this] { return ::listen(entrance_.socket.get(), 5) == 0; }), 0);
     EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN);
-    user_socket_unlisten(entrance_);
 }
 
 TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
@@ -163,7 +159,6 @@ TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
     ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
     EXPECT_EQ(shm_connect("server", &connected_), 0u);
     EXPECT_EQ(user_socket_accept(entrance_.socket, &client), 0u);
-    user_socket_unlisten(entrance_);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 /* Sockets of services: their names, checks of the directory, full queues and exhausted descriptors. */
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include "descriptor_limit.h"
 #include "fwx_host/user_socket.h"
-#include "host/loop/descriptor.h"
 #include "host_fixture.h"
+#include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
@@ -27,10 +27,6 @@ protected:
         const uint32_t code = fwx_host_user_connect(name, 0, &fd);
         connections_.emplace_back(fd);
         return code;
-    }
-    static bool is_hung_up(const descriptor_t &socket) {
-        char byte = 0;
-        return recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0 || errno == ECONNRESET;
     }
 
     const runtime_directory_t directory_;
@@ -87,10 +83,7 @@ TEST_F(user_socket_test, a_link_is_refused_as_directory_however_its_path_ends_an
 TEST_F(user_socket_test, a_full_queue_is_reported_and_not_waited_for_longer_than_requested) {
     ASSERT_EQ(listen(), 0U);
     uint32_t code = 0;
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit raised = {limit.rlim_max, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    const descriptor_limit_t raised(RLIM_INFINITY);
     for (int i = 0; i < 5000 && code == 0; ++i) {
         code = connect();
     }
@@ -102,7 +95,6 @@ TEST_F(user_socket_test, a_full_queue_is_reported_and_not_waited_for_longer_than
     fwx_host_loop_run_until_idle(loop_);
     EXPECT_EQ(connect(), 0U);
     clients_.clear();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(user_socket_test, without_spare_descriptors_each_client_is_turned_away_and_the_loop_does_not_spin) {
@@ -110,21 +102,14 @@ TEST_F(user_socket_test, without_spare_descriptors_each_client_is_turned_away_an
     for (int i = 0; i < 3; ++i) {
         ASSERT_EQ(connect(), 0U);
     }
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit few = {static_cast<rlim_t>(connections_.back().get()) + 1, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    std::vector<descriptor_t> rest;
-    do {
-        rest.emplace_back(dup(connections_.back().get()));
-    } while (rest.back().is_open());
-    fwx_host_loop_run_until_idle(loop_);
-    EXPECT_EQ(fwx_host_loop_process(loop_), 0U);
-    rest.clear();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    {
+        const no_free_descriptors_t none(connections_.back());
+        fwx_host_loop_run_until_idle(loop_);
+        EXPECT_EQ(fwx_host_loop_process(loop_), 0U);
+    }
     EXPECT_TRUE(clients_.empty());
     for (const descriptor_t &connection : connections_) {
-        EXPECT_TRUE(is_hung_up(connection));
+        EXPECT_TRUE(is_hung_up(connection.get()));
     }
     EXPECT_EQ(connect(), 0U);
     fwx_host_loop_run_until_idle(loop_);
