@@ -133,29 +133,17 @@ TEST_F(batch_test, a_line_may_have_a_mebibyte_alone_and_with_what_it_goes_on_wit
     EXPECT_EQ(run("batch /dev/zero").notes, "natctl: batch: /dev/zero: is a device, not a file or a pipe\n");
 }
 
-TEST_F(batch_test, input_that_fails_half_way_is_an_error_behind_what_was_read) {
-    failing_input_t failing("timeout set --type 1 --value 3\ntimeout set --type 2");
-    std::istream in(&failing);
-    std::ostringstream answers;
-    std::ostringstream notes;
-    EXPECT_EQ(run_natctl({"batch", "-"}, in, answers, notes), 2);
-    EXPECT_EQ(answers.str(), "line 1: timeout set: ok\n");
-    EXPECT_EQ(notes.str(),
-              "natctl: line 2: batch: standard input: Input/output error\n"
-              "natctl: 1 command done, 1 failed, 0 not run\n");
-}
-
 TEST_F(batch_test, nothing_of_a_command_is_sent_that_a_failure_of_the_input_cuts_off) {
-    const std::string cut_off = "timeout set --type 1 --value 3\ntimeout set --type 2 --value 1\\\n";
-    failing_input_t failing(cut_off + "20");
-    std::istream unreadable(&failing);
-    std::istringstream too_long(cut_off + std::string(size_t{1} << 20, '0') + "\ntimeout set --type 3 --value 1\n");
-    const std::pair<std::istream &, const char *> inputs[] = {
-        {unreadable, "line 3: batch: standard input: Input/output error"},
+    const std::string whole = "timeout set --type 1 --value 3\n";
+    const std::string cut_off = whole + "timeout set --type 2 --value 1\\\n";
+    const std::string too_long = cut_off + std::string(size_t{1} << 20, '0') + "\ntimeout set --type 3 --value 1\n";
+    const std::pair<std::string, const char *> inputs[] = {
+        {whole + "timeout set --type 2", "line 2: batch: standard input: Input/output error"},
+        {cut_off + "20", "line 3: batch: standard input: Input/output error"},
         {too_long, "line 2: batch: standard input: a line is longer than 1048576 bytes"},
     };
     for (const auto &[input, error] : inputs) {
-        const run_t result = run("--keep-going batch -", input);
+        const run_t result = run("--keep-going batch -", failing_input_t(input));
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.answers, "line 1: timeout set: ok\n");
         EXPECT_EQ(result.notes, std::string("natctl: ") + error + "\nnatctl: 1 command done, 1 failed, 0 not run\n");
@@ -176,6 +164,8 @@ TEST_F(batch_test, each_way_to_fail_has_its_status) {
          "line 2: dev cgm end-batch: no answer within 20 ms\n"},
         {"dev mapt lookup 192.0.2.1\n", 1, "line 1: dev mapt lookup: refused by the library: "},
         {"dev server silent on\ndev ipalias upload\n", 3, "line 2: dev ipalias upload: no answer within 20 ms\n"},
+        {"dev server hold\ndev ipalias upload\n", 3,
+         "line 2: dev ipalias upload: still outstanding when the binding ended\n"},
         {"timeout set 'x\n", 2, "line 1: ': quote without its end\n"},
         {"batch -\n", 2, "line 1: batch: must be status, "},
     };
@@ -185,13 +175,6 @@ TEST_F(batch_test, each_way_to_fail_has_its_status) {
         EXPECT_EQ(result.status, failure.status);
         EXPECT_NE(result.notes.find(failure.note), std::string::npos) << result.notes;
     }
-}
-
-TEST_F(batch_test, commands_without_an_answer_are_named_when_the_binding_ends) {
-    run_t result = run("--timeout 20 batch -", "dev server hold\ndev ipalias upload\n");
-    EXPECT_NE(result.notes.find("line 2: dev ipalias upload: still outstanding when the binding ended\n"),
-              std::string::npos)
-        << result.notes;
 }
 
 TEST_F(batch_test, an_answer_after_its_time_is_noted_and_changes_no_verdict) {
@@ -220,13 +203,6 @@ TEST_F(batch_test, notifications_are_noted_with_their_values) {
     EXPECT_EQ(result.notes,
               "notification: record del word1=1 word2=2 word3=3\nnotification: event\n"
               "notification: mapping id=5 active=0 sessions=8\n");
-}
-
-TEST_F(batch_test, the_library_speaks_through_the_notes_when_its_debug_level_is_open) {
-    run_t result = run("--debug-level 4 dev ipalias upload");
-    EXPECT_NE(result.notes.find("NAT64: fwx_nat64_client_connect_to_server connected\n"), std::string::npos)
-        << result.notes;
-    EXPECT_EQ(result.answers, "dev ipalias upload: ok\n");
 }
 
 TEST_F(batch_test, the_library_is_silent_without_a_debug_level_also_where_its_flags_are_on) {

@@ -3,9 +3,8 @@
 
 #include <fstream>
 
-#include "model/model.h"
 #include "natctl_fixture.h"
-#include "platform/runtime.h"
+#include "server_process.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
@@ -25,13 +24,6 @@ TEST_F(command_test, the_codes_of_a_server_have_their_texts_where_no_model_runs)
     EXPECT_STREQ(xerr_strerror(0x6007), "the server has some of these addresses in another pool");
 }
 
-TEST_F(command_test, an_error_that_quotes_bytes_that_are_no_text_is_still_valid_json) {
-    json_t outcome = run_json("timeout set --value 1 --type \xff", 2);
-    EXPECT_EQ(outcome.at("error"),
-              "--type \xef\xbf\xbd: must be 1 to 7, or udp, tcp-trans, tcp-est, "
-              "tcp-in-syn, fragment-min, icmp, udp-min");
-}
-
 TEST_F(command_test, an_option_of_natctl_may_follow_the_command) {
     run_t result = run("status --json");
     EXPECT_EQ(result.status, 0);
@@ -47,7 +39,7 @@ TEST_F(command_test, help_tells_the_range_of_a_field_and_ends_with_status_0) {
 }
 
 TEST_F(command_test, statistics_come_as_rows_in_every_format) {
-    const json_t system = json_t::parse(run("--json --keep-going batch -", "pool del --id 1\nstats system\n").answers);
+    const json_t system = outcomes_of("pool del --id 1\nstats system\n");
     EXPECT_EQ(system.at(1).at("data").at("pools"), 0);
     EXPECT_EQ(system.at(1).at("data").at("refused_no_entry"), 1);
     run_t csv = run("--csv stats system --sel 0");
@@ -138,10 +130,8 @@ TEST_F(command_test, a_server_process_refuses_the_options_that_are_a_clients) {
 
 TEST_F(command_test, completion_offers_what_may_come_next) {
     const runtime_directory_t directory;
-    const std::unique_ptr<fwx_host_loop_t, void (*)(fwx_host_loop_t *)> loop(fwx_host_loop_create(),
-                                                                             fwx_host_loop_destroy);
-    const auto model = fwx_nat64_model_t::create(loop.get(), "listening");
-    ASSERT_EQ(fwx_host_server_listen(fwx_host_server_find("listening"), "gateway-1"), 0U);
+    const server_process_t server("", RLIM_INFINITY, "gateway-1");
+    ASSERT_TRUE(server.is_ready());
     std::ofstream(directory.sockets() + "/gateway-1.txt") << "no server";
     struct completion_t {
         const char *line;

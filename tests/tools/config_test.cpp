@@ -1,11 +1,11 @@
 /* `natctl config` and `convert` with a server in another process: apply, undo, versions, confirmation, the lock. */
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "natctl_fixture.h"
 #include "server_process.h"
@@ -31,28 +31,42 @@ const std::string first_shown = head + "timeout set --type udp --value 300\n" + 
 
 class config_test : public natctl_test {
 protected:
+    void SetUp() override {
+        natctl_test::SetUp();
+        ASSERT_TRUE(server_->is_ready());
+    }
+    void restart_server(const std::string &state_file, rlim_t file_bytes = RLIM_INFINITY) {
+        server_.reset();
+        server_ = std::make_unique<server_process_t>(state_file, file_bytes);
+    }
     std::string file(const std::string &name, const std::string &text) const {
         std::string path = directory_.path() + "/" + name;
         std::ofstream(path) << text;
         return path;
     }
     static run_t alpha(const std::string &command) { return run("--connect alpha " + command); }
-    static json_t alpha_json(const std::string &command) { return json_t::parse(alpha("--json " + command).answers); }
-    static std::string mappings(int count) {
-        std::string text = "timeout set --type udp --value 300\n";
-        for (int id = 1; id <= count; ++id) {
-            text += "dmapping add --type 1 --id " + std::to_string(id) + "\n";
-        }
-        return text;
-    }
+    static json_t alpha_json(const std::string &command) { return json_of("--connect alpha " + command); }
     static std::string shown() { return alpha("config show").answers; }
     /** The number of items of each kind that the server reports. */
     static json_t held() { return alpha_json("stats system").at("data"); }
+    /** The number of changes since the server started. */
+    static int changes() { return alpha_json("dev server boot").at("data").at("changes").get<int>(); }
+    /** Starts natctl with its output in a descriptor. Without one, returns when natctl has begun to say something. */
+    static bool start(child_t &natctl, const std::string &command, int output = -1) {
+        return natctl.start([&](int ready) {
+            dup2(output < 0 ? ready : output, STDERR_FILENO);
+            if (output >= 0) dup2(output, STDOUT_FILENO);
+            if (output >= 0 && write(ready, "", 1) != 1) return;
+            std::signal(SIGPIPE, SIG_IGN); /* nobody reads its later output */
+            execl("/bin/sh", "sh", "-c", ("exec " NATCTL_PATH " --connect alpha " + command).c_str(), nullptr);
+        });
+    }
 
     const runtime_directory_t directory_;
     const std::string first_ = file("first", first);
     const std::string second_ = file("second", second);
     const std::string state_ = directory_.path() + "/state/natctl/alpha";
+    std::unique_ptr<server_process_t> server_ = std::make_unique<server_process_t>();
 };
 
 TEST_F(config_test, a_document_goes_to_the_standard_form_and_comes_back) {
@@ -85,8 +99,6 @@ TEST_F(config_test, a_document_goes_to_the_standard_form_and_comes_back) {
 }
 
 TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     const std::string wrong = file("wrong", "pool add --id 1 --param 1 --start x --end 192.0.2.1\n");
     const std::string commands =
         R"("commands":["timeout set --type udp --value 300","pool add --id 1 --param 1 --start 192.0.2.1 --end )"
@@ -127,9 +139,7 @@ TEST_F(config_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
 }
 
 TEST_F(config_test, a_refusal_in_the_middle_undoes_what_was_done) {
-    const server_process_t server(directory_.path() + "/alpha.state",
-                                  20000); /* its state file cannot grow beyond this */
-    ASSERT_TRUE(server.is_ready());
+    restart_server(directory_.path() + "/alpha.state", 20000); /* it cannot grow beyond this */
     ASSERT_EQ(alpha("config apply " + first_).status, 0);
     const json_t got = alpha_json("config apply " + file("many", mappings(2000)));
     EXPECT_EQ(got.at("status"), "refused");
@@ -139,8 +149,6 @@ TEST_F(config_test, a_refusal_in_the_middle_undoes_what_was_done) {
 }
 
 TEST_F(config_test, versions_come_back_and_the_log_names_them) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     const std::string trace = alpha("--trace config apply " + first_).notes;
     EXPECT_EQ(trace.find("stats"), std::string::npos) << "natctl's own questions are not told: " << trace;
     EXPECT_NE(trace.find("timeout"), std::string::npos) << trace;
@@ -177,8 +185,6 @@ TEST_F(config_test, versions_come_back_and_the_log_names_them) {
 }
 
 TEST_F(config_test, what_single_commands_have_changed_is_shown_and_logged) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     const std::string lines =
         first + "range add --id 44 --start 203.0.113.1 --end 203.0.113.9\n" + "dmapping add --id 3 --type 1\n";
     EXPECT_EQ(run("--keep-going --pipeline 8 --connect alpha batch -", lines).status, 1);
@@ -189,19 +195,14 @@ TEST_F(config_test, what_single_commands_have_changed_is_shown_and_logged) {
 }
 
 TEST_F(config_test, a_server_that_has_started_anew_gets_what_it_lacks) {
-    {
-        const server_process_t server;
-        ASSERT_TRUE(server.is_ready());
-        alpha("config apply " + first_);
-    }
+    alpha("config apply " + first_);
     const std::string state = directory_.path() + "/alpha.state";
     const struct {
         bool has_state;
         std::string answer;
     } rows[] = {{false, "3 commands"}, {true, "3 commands"}, {true, "nothing to change"}};
     for (const auto &row : rows) {
-        const server_process_t server(row.has_state ? state : "");
-        ASSERT_TRUE(server.is_ready());
+        restart_server(row.has_state ? state : "");
         EXPECT_EQ(alpha("config apply " + first_).answers, "config apply: ok, " + row.answer + "\n");
         EXPECT_EQ(held().at("pools"), 1);
         EXPECT_EQ(held().at("rules"), 1);
@@ -209,65 +210,30 @@ TEST_F(config_test, a_server_that_has_started_anew_gets_what_it_lacks) {
     }
 }
 
-/** A second operator has another home directory, and so other versions. */
-TEST_F(config_test, operators_with_homes_of_their_own_see_one_server) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    alpha("config apply " + first_);
-    setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(), 1);
-    EXPECT_EQ(alpha("config apply " + first_).answers, "config apply: ok, nothing to change\n");
-    EXPECT_EQ(alpha("config apply " + second_).status, 0);
-    setenv("XDG_STATE_HOME", (directory_.path() + "/state").c_str(), 1);
-    EXPECT_EQ(alpha("config diff " + second_).status, 0);
-    EXPECT_EQ(alpha("config diff 1").answers, alpha("config diff " + first_).answers) << "the first version";
-    ASSERT_TRUE(others_delete_pool(2));
-    EXPECT_EQ(alpha("config diff " + second_).answers,
-              "pool add --id 2 --param 1 --start 192.0.2.1 --end 192.0.2.254\n");
-    EXPECT_EQ(alpha("config apply " + first_).status, 0);
-    EXPECT_EQ(shown(), first_shown);
-}
-
 TEST_F(config_test, an_apply_that_is_killed_or_interrupted_is_put_right_by_the_next) {
-    const std::string path = file("many", mappings(20000));
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
+    const std::string apply = "config apply " + file("many", mappings(20000));
     for (const int signal : {SIGKILL, SIGINT}) {
         SCOPED_TRACE(signal);
         ASSERT_EQ(alpha("config apply " + first_).status, 0);
-        const auto changes = [] { return alpha_json("dev server boot").at("data").at("changes").get<int>(); };
         const int before = changes();
         child_t natctl;
-        ASSERT_TRUE(natctl.start([&](int ready) {
-            if (write(ready, "", 1) != 1) return;
-            execl(NATCTL_PATH, NATCTL_PATH, "--quiet", "--connect", "alpha", "config", "apply", path.c_str(), nullptr);
-        }));
+        ASSERT_TRUE(start(natctl, "--quiet " + apply, STDERR_FILENO));
         ASSERT_TRUE(eventually([&] { return changes() != before; }));
-        const int status = natctl.end(signal);
-        EXPECT_EQ(status, signal == SIGINT ? 2 : -1);
+        EXPECT_EQ(natctl.end(signal), signal == SIGINT ? 2 : -1);
         if (signal == SIGINT) {
             EXPECT_EQ(shown(), first_shown) << "what was done is undone";
         }
-        EXPECT_EQ(alpha("config apply " + path).status, 0);
+        EXPECT_EQ(alpha(apply).status, 0);
         EXPECT_EQ(held().at("dynamic_mappings"), 20000);
         EXPECT_EQ(held().at("pools"), 0);
     }
 }
 
 TEST_F(config_test, an_interrupt_before_the_first_command_says_so_and_one_after_the_last_ends_nothing) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     int answers[2];
     ASSERT_EQ(pipe2(answers, O_CLOEXEC), 0);
     const std::string full(static_cast<size_t>(fcntl(answers[1], F_SETPIPE_SZ, 4096)), ' ');
-    const auto start = [&](child_t &natctl) {
-        return natctl.start([&](int ready) {
-            dup2(answers[1], STDOUT_FILENO);
-            dup2(answers[1], STDERR_FILENO);
-            if (write(ready, "", 1) != 1) return;
-            execl(NATCTL_PATH, NATCTL_PATH, "--timeout=1h", "--connect", "alpha", "config", "apply", first_.c_str(),
-                  nullptr);
-        });
-    };
+    const std::string apply = "--timeout=1h config apply " + first_;
     const auto told = [&] {
         std::string text(full.size(), '\0');
         text.resize(static_cast<size_t>(std::max<ssize_t>(read(answers[0], text.data(), text.size()), 0)));
@@ -277,13 +243,13 @@ TEST_F(config_test, an_interrupt_before_the_first_command_says_so_and_one_after_
     {
         lock_t other(lock_path_of("alpha"), "natctl");
         ASSERT_EQ(take_server_lock(other, "alpha", {}), "");
-        ASSERT_TRUE(start(natctl));
+        ASSERT_TRUE(start(natctl, apply, answers[1]));
         EXPECT_NE(told().find("waiting for up to"), std::string::npos);
         EXPECT_EQ(natctl.end(SIGINT), 2);
         EXPECT_EQ(told(), "natctl: interrupted: nothing was sent\n");
     }
     ASSERT_EQ(write(answers[1], full.data(), full.size()), static_cast<ssize_t>(full.size()));
-    ASSERT_TRUE(start(natctl));
+    ASSERT_TRUE(start(natctl, apply, answers[1]));
     ASSERT_TRUE(eventually([&] { return alpha("config log").answers.find("config apply") != std::string::npos; }));
     natctl.signal(SIGINT);
     EXPECT_EQ(told(), full) << "until now natctl could not say how it ended";
@@ -294,8 +260,6 @@ TEST_F(config_test, an_interrupt_before_the_first_command_says_so_and_one_after_
 }
 
 TEST_F(config_test, each_family_shows_what_the_server_holds_of_it) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     alpha("config apply " +
           file("document",
                first + "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.9 --hsl 4\nnvi enable --ifh 8\n"));
@@ -311,8 +275,6 @@ TEST_F(config_test, each_family_shows_what_the_server_holds_of_it) {
 }
 
 TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     ASSERT_TRUE(others_add_pool(3, "192.0.2.9"));
     const std::string &in_the_way = directory_.path() + "/state/natctl";
     std::filesystem::create_directories(directory_.path() + "/state");
@@ -327,30 +289,21 @@ TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command
     std::filesystem::remove(in_the_way);
     std::filesystem::create_directories(state_ + "/documents/1.new");
     is_refused("config apply " + first_);
-    EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 1);
-}
-
-TEST_F(config_test, what_the_server_has_done_and_cannot_be_kept_is_told) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    std::filesystem::create_directories(state_ + "/documents/1.new");
-    const run_t got = alpha("timeout set --type udp --value 3");
-    EXPECT_EQ(got.status, 2);
-    EXPECT_EQ(got.notes.find("natctl: timeout set: the server has done it, but the version could not be saved: " +
-                             state_ + "/documents/1"),
+    EXPECT_EQ(changes(), 1);
+    const run_t single = alpha("timeout set --type udp --value 3");
+    EXPECT_EQ(single.status, 2);
+    EXPECT_EQ(single.notes.find("natctl: timeout set: the server has done it, but the version could not be saved: " +
+                                state_ + "/documents/1"),
               0U)
-        << got.notes;
-    EXPECT_EQ(alpha_json("dev server boot").at("data").at("changes"), 1);
+        << single.notes;
+    EXPECT_EQ(changes(), 2);
 }
 
 TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_looking_is_not) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     alpha("config apply " + first_);
     lock_t daemon(lock_path_of("alpha"), "nat64d");
     ASSERT_EQ(take_server_lock(daemon, "alpha", {}), "");
-    setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(),
-           1); /* the lock does not depend on the state folder */
+    setenv("XDG_STATE_HOME", (directory_.path() + "/other").c_str(), 1); /* the lock does not depend on it */
     const std::string batch = file("batch", "pool del --id 1\npool del --id 1\n");
     for (const std::string &command :
          {"config apply " + second_, std::string("pool del --id 1"), "--keep-going batch " + batch}) {
@@ -361,12 +314,9 @@ TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_loo
     }
     EXPECT_EQ(shown(), first_shown);
     EXPECT_EQ(alpha("config diff " + first_).status, 0);
-    setenv("XDG_STATE_HOME", (directory_.path() + "/state").c_str(), 1);
 }
 
 TEST_F(config_test, a_natctl_that_waits_for_another_says_for_whom_and_how_long) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     lock_t other(lock_path_of("alpha"), "natctl");
     ASSERT_EQ(take_server_lock(other, "alpha", {}), "");
     const run_t got = run("--json --timeout 400 --connect alpha timeout set --type udp --value 3");
@@ -378,56 +328,21 @@ TEST_F(config_test, a_natctl_that_waits_for_another_says_for_whom_and_how_long) 
     EXPECT_TRUE(json_t::parse(got.answers).at("code").is_null());
 }
 
-TEST_F(config_test, several_natctl_at_once_wait_for_each_other) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    constexpr int count = 4;
-    for (int id = 1; id <= count; ++id) {
-        if (fork() != 0) continue;
-        execl(NATCTL_PATH, NATCTL_PATH, "--quiet", "--connect", "alpha", "dmapping", "add", "--type", "1", "--id",
-              std::to_string(id).c_str(), nullptr);
-        _exit(127);
-    }
-    for (int i = 0; i < count; ++i) {
-        int status = -1;
-        wait(&status);
-        EXPECT_EQ(status, 0);
-    }
-    EXPECT_EQ(alpha_json("config show").at("data").at("items").at("dmapping").size(), size_t{count});
-}
-
 TEST_F(config_test, a_change_goes_unless_it_is_confirmed) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     alpha("config apply " + first_);
     const run_t undone = alpha("config apply --confirm 1s " + second_);
     EXPECT_EQ(undone.status, 1);
     EXPECT_NE(undone.notes.find("version 2 was not confirmed in time, and is undone"), std::string::npos);
     EXPECT_EQ(shown(), first_shown);
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ready[1], STDERR_FILENO);
-        execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h", second_.c_str(),
-              nullptr);
-        _exit(127);
-    }
-    close(ready[1]);
-    char note = 0;
-    ASSERT_EQ(read(ready[0], &note, 1), 1) << "it says that it waits";
-    kill(child, SIGHUP); /* as if the change had cut off its terminal */
+    child_t natctl;
+    ASSERT_TRUE(start(natctl, "config apply --confirm 1h " + second_)) << "it says that it waits";
+    natctl.signal(SIGHUP); /* as if the change had cut off its terminal */
     EXPECT_TRUE(eventually([] { return alpha("config confirm").answers == "config confirm: ok, version 4 stays\n"; }));
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(ready[0]);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(natctl.end(0), 0);
     EXPECT_EQ(alpha("config diff " + second_).status, 0);
 }
 
 TEST_F(config_test, a_change_that_cannot_wait_for_its_confirmation_is_undone_at_once) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     alpha("config apply " + first_);
     const std::vector<std::string> in_the_way[] = {{"/documents/2.new", "/documents/3.new"}, {"/unconfirmed.new"}};
     for (const std::vector<std::string> &paths : in_the_way) {
@@ -450,32 +365,20 @@ TEST_F(config_test, a_change_that_cannot_wait_for_its_confirmation_is_undone_at_
 }
 
 TEST_F(config_test, a_change_that_cannot_be_undone_is_said_to_stay) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     alpha("config apply " + first_);
     const std::string notes = directory_.path() + "/notes";
-    const pid_t natctl = fork();
-    if (natctl == 0) {
-        dup2(creat(notes.c_str(), 0600), STDERR_FILENO);
-        execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h", second_.c_str(),
-              nullptr);
-        _exit(127);
-    }
+    child_t natctl;
+    ASSERT_TRUE(start(natctl, "config apply --confirm 1h " + second_ + " 2>" + notes, STDOUT_FILENO));
     ASSERT_TRUE(eventually([&] { return !text_of(notes).empty(); })) << "it says that it waits";
     ASSERT_TRUE(eventually([] { return others_delete_pool(2); }));
     ASSERT_TRUE(others_add_pool(3, "192.0.2.9")); /* in the way of the first document's pool */
-    kill(natctl, SIGINT);
-    int status = 0;
-    waitpid(natctl, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(natctl.end(SIGINT), 1);
     EXPECT_NE(text_of(notes).find("interrupted: version 2 could not be undone: pool add --id 1 "), std::string::npos);
     EXPECT_NE(text_of(notes).find("; the server is as before\n"), std::string::npos) << text_of(notes);
     EXPECT_NE(shown().find("timeout set --type udp --value 200\n"), std::string::npos);
 }
 
 TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirmed) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     std::string only_timeout = first;
     only_timeout.replace(first.find("300"), 3, "200");
     for (const std::string &document :
@@ -483,12 +386,7 @@ TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirme
         SCOPED_TRACE(document);
         alpha("config apply " + first_);
         child_t natctl;
-        ASSERT_TRUE(natctl.start([&](int ready) {
-            dup2(ready, STDERR_FILENO);
-            std::signal(SIGPIPE, SIG_IGN); /* nobody reads its later output */
-            execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", "--confirm", "1h",
-                  document.c_str(), nullptr);
-        })) << "it says that it waits";
+        ASSERT_TRUE(start(natctl, "config apply --confirm 1h " + document)) << "it says that it waits";
         ASSERT_TRUE(eventually([] {
             return as_other_client([](fwx::nat64::client &client) {
                 return client.timeout_set(fwx::nat64::timeout{fwx::nat64::timeout_kind::udp, fwx::nat64::seconds(77)});
@@ -503,20 +401,12 @@ TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirme
 }
 
 TEST_F(config_test, what_others_have_changed_during_an_apply_is_told_as_what_is_missing) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    const std::string path = file("many", mappings(1000));
     int notes[2];
     ASSERT_EQ(pipe2(notes, O_CLOEXEC), 0);
-    fcntl(notes[1], F_SETPIPE_SZ,
-          4096); /* far too small for the trace of all commands, so natctl waits for its reader */
+    fcntl(notes[1], F_SETPIPE_SZ, 4096); /* too small for the trace, so natctl waits for its reader */
     child_t natctl;
-    ASSERT_TRUE(natctl.start([&](int ready) {
-        dup2(notes[1], STDERR_FILENO);
-        if (write(ready, "", 1) != 1) return;
-        execl(NATCTL_PATH, NATCTL_PATH, "--trace", "--quiet", "--timeout=1h", "--connect", "alpha", "config", "apply",
-              path.c_str(), nullptr);
-    }));
+    const std::string apply = "config apply " + file("many", mappings(1000));
+    ASSERT_TRUE(start(natctl, "--trace --quiet --timeout=1h " + apply, notes[1]));
     close(notes[1]);
     std::string told;
     const auto reads_on = [&] {
@@ -540,8 +430,6 @@ TEST_F(config_test, what_others_have_changed_during_an_apply_is_told_as_what_is_
 }
 
 TEST_F(config_test, what_a_server_holds_is_assumed_only_where_it_does_not_tell) {
-    const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     EXPECT_EQ(alpha("config apply --assume-empty " + first_).notes,
               "natctl: config apply: --assume: this server reports what it holds itself\n");
     EXPECT_EQ(alpha("--dry-run config apply " + first_).notes,

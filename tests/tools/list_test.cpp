@@ -3,6 +3,8 @@
 
 namespace {
 
+const std::string add_pool = "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\n";
+
 class list_test : public natctl_test {
 protected:
     void TearDown() override {
@@ -10,16 +12,7 @@ protected:
         natctl_test::TearDown();
     }
 
-    static std::string mappings(int count) {
-        std::string lines;
-        for (int id = 1; id <= count; ++id) {
-            lines += "dmapping add --id " + std::to_string(id) + " --type 1\n";
-        }
-        return lines;
-    }
-    static json_t last_of(const std::string &lines) {
-        return json_t::parse(run("--json --keep-going batch -", lines).answers).back();
-    }
+    static json_t last_of(const std::string &lines) { return outcomes_of(lines).back(); }
 };
 
 struct cut_t {
@@ -42,9 +35,7 @@ TEST_F(list_test, a_list_that_its_limit_cuts_says_so_and_goes_on_from_its_cookie
         {"sessions walk --count 7 --inside ::/0 --limit 10", 10, true, 0},
     };
     const std::string setup =
-        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\nlimit add --type 1 --value "
-        "3\n" +
-        mappings(25) + "dev server sessions generate 30\n";
+        add_pool + "limit add --type 1 --value 3\n" + mappings(25) + "dev server sessions generate 30\n";
     for (const cut_t &cut : cuts) {
         SCOPED_TRACE(cut.line);
         const std::string line = cut.line;
@@ -72,8 +63,7 @@ TEST_F(list_test, a_list_that_does_not_advance_ends_with_an_error) {
 }
 
 TEST_F(list_test, a_list_that_is_too_long_to_be_kept_ends_with_an_error_and_is_shown_where_it_streams) {
-    std::string made = "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\n";
-    made += "dev server sessions generate 100001\n";
+    const std::string made = add_pool + "dev server sessions generate 100001\n";
     const std::string walk = "sessions walk --count 1000";
     EXPECT_EQ(
         last_of(made + walk + "\n").at("error"),
@@ -85,9 +75,7 @@ TEST_F(list_test, a_list_that_is_too_long_to_be_kept_ends_with_an_error_and_is_s
 }
 
 TEST_F(list_test, sessions_are_those_of_a_prefix_in_a_table_for_a_terminal_or_a_wide_one) {
-    const std::string made =
-        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.9\n"
-        "dev server sessions generate 40\n";
+    const std::string made = add_pool + "dev server sessions generate 40\n";
     const auto shown = [&](const std::string &walk) { return run("batch -", made + walk + "\n").answers; };
     const std::string brief = shown("sessions walk --count 7 --inside 2001:db8:64::1f/125 --limit 3");
     EXPECT_EQ(brief.substr(brief.find("protocol")),
@@ -149,20 +137,15 @@ TEST_F(list_test, clearing_sessions_says_how_many_matched_and_is_not_sent_when_t
         run("batch -", made + "sessions clear --pool-address 192.0.2.2 --protocol udp\nstats pools\n");
     EXPECT_NE(cleared.answers.find("line 3: sessions clear: ok, 4 matched\n"), std::string::npos) << cleared.answers;
     EXPECT_NE(cleared.answers.find("\n1   0       2          5\n"), std::string::npos) << cleared.answers;
-    const json_t refused = json_t::parse(
-        run("--json --keep-going batch -", made + "dev server fail-next --code 9\nsessions clear --all\nstats system\n")
-            .answers);
+    const json_t refused = outcomes_of(made + "dev server fail-next --code 9\nsessions clear --all\nstats system\n");
     EXPECT_EQ(refused.at(3).at("code"), 9);
     EXPECT_EQ(refused.at(4).at("data").at("sessions"), 9);
     const json_t late =
-        json_t::parse(run("--json --keep-going --timeout 20 batch -",
-                          made + "dev server hold\nsessions clear --all\ndev server release\nstats system\n")
-                          .answers);
+        outcomes_of(made + "dev server hold\nsessions clear --all\ndev server release\nstats system\n", "--timeout 20");
     EXPECT_EQ(late.at(3).at("status"), "no_answer");
     EXPECT_EQ(late.at(5).at("data").at("sessions"), 9) << "a clear that has failed ends no session later";
-    const std::string dry = run("--json --dry-run sessions clear --dst 192.0.2.1 --pool-address 192.0.2.2").answers;
-    const json_t messages = json_t::parse(dry).at("messages");
-    ASSERT_EQ(messages.size(), 1U) << dry;
+    const json_t messages = json_of("--dry-run sessions clear --dst 192.0.2.1 --pool-address 192.0.2.2").at("messages");
+    ASSERT_EQ(messages.size(), 1U);
     const json_t &fields = messages.at(0).at("fields");
     EXPECT_EQ(fields.at("dst"), "192.0.2.1");
     EXPECT_EQ(fields.at("opaque"), "c0000202" + std::string(112, '0')) << "the destination has a field of its own";

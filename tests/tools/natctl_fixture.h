@@ -84,6 +84,33 @@ protected:
         int status = run_natctl(words_of(command), in, answers, notes);
         return {status, answers.str(), notes.str()};
     }
+    static run_t run(const std::string &command, std::streambuf &&input) {
+        std::istream in(&input);
+        return run(command, in);
+    }
+    /** Interrupts the command when it has written that many lines. */
+    static run_t run_until(std::ptrdiff_t lines, const std::string &command) {
+        std::istringstream nothing;
+        interrupted_lines_t seen(lines);
+        std::ostream answers(&seen);
+        std::ostringstream notes;
+        const int status = run_natctl(words_of(command), nothing, answers, notes);
+        return {status, seen.str(), notes.str()};
+    }
+    static json_t json_of(const std::string &command) { return json_t::parse(run("--json " + command).answers); }
+    static json_t data_of(const std::string &command) { return json_of(command).at("data"); }
+    /** The outcomes of the lines of a batch, which goes on after failures. */
+    static json_t outcomes_of(const std::string &lines, const std::string &options = {}) {
+        return json_t::parse(run("--json --keep-going " + options + " batch -", lines).answers);
+    }
+    /** The lines that add that many dynamic mappings. */
+    static std::string mappings(int count) {
+        std::string lines;
+        for (int id = 1; id <= count; ++id) {
+            lines += "dmapping add --type 1 --id " + std::to_string(id) + "\n";
+        }
+        return lines;
+    }
     static std::vector<std::string> words_of(const std::string &command) {
         line_words_t words;
         words.split(command);

@@ -25,9 +25,6 @@ namespace {
 
 class server_process_test : public natctl_test {
 protected:
-    static json_t data_of(const std::string &command) {
-        return json_t::parse(run("--json " + command).answers).at("data");
-    }
     const std::string &directory() const { return directory_.path(); }
 
 private:
@@ -90,40 +87,6 @@ TEST_F(server_process_test, the_environment_names_the_server_where_no_option_doe
     setenv("NATCTL_CONNECT", "", 1);
     EXPECT_EQ(run("top --once").status, 2) << "an empty name is none";
     unsetenv("NATCTL_CONNECT");
-}
-
-TEST_F(server_process_test, the_examples_run_on_a_server_process) {
-    for (const std::string example : {"settings", "nat64", "mapt"}) {
-        const server_process_t server;
-        ASSERT_TRUE(server.is_ready());
-        const run_t result = run("--connect alpha batch " EXAMPLES_PATH "/" + example + ".natctl");
-        EXPECT_EQ(result.status, 0) << example << '\n' << result.notes;
-    }
-}
-
-TEST_F(server_process_test, a_log_that_is_not_read_holds_no_client_up) {
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    fcntl(ends[1], F_SETPIPE_SZ, 4096);
-    const int before = dup(STDERR_FILENO);
-    dup2(ends[1], STDERR_FILENO);
-    server_process_t server;
-    dup2(before, STDERR_FILENO);
-    close(before);
-    std::string refused;
-    for (int i = 0; i < 200; ++i) {
-        refused += "pool del --id 9\n";
-    }
-    const run_t result = run("--connect alpha --keep-going batch -", refused);
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.notes.find("200 failed"), std::string::npos) << result.notes.substr(result.notes.size() - 200);
-    close(ends[1]);
-    server.end(SIGTERM);
-    std::string seen(size_t{1} << 16, '\0');
-    seen.resize(static_cast<size_t>(read(ends[0], seen.data(), seen.size())));
-    EXPECT_EQ(seen.rfind("natctl: refused pool_del of 48 bytes: ", 0), 0U) << seen;
-    EXPECT_LE(seen.size(), 4096U);
-    close(ends[0]);
 }
 
 TEST_F(server_process_test, a_client_whose_commands_are_refused_does_not_hide_anothers_from_the_log) {
@@ -226,13 +189,10 @@ TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_unti
     child_t liar;
     ASSERT_TRUE(liar.start(serve_lies));
     for (const std::string format : {"", "--jsonl "}) {
-        interrupted_lines_t seen(2);
-        std::istringstream nothing;
-        std::ostream answers(&seen);
-        std::ostringstream notes;
-        EXPECT_EQ(run_natctl(words_of(format + "--connect liar watch"), nothing, answers, notes), 0);
-        EXPECT_EQ(notes.str(), "");
-        std::istringstream lines(seen.str());
+        const run_t watched = run_until(2, format + "--connect liar watch");
+        EXPECT_EQ(watched.status, 0);
+        EXPECT_EQ(watched.notes, "");
+        std::istringstream lines(watched.answers);
         std::string event, mapping;
         std::getline(lines, event);
         std::getline(lines, mapping);
@@ -253,12 +213,9 @@ TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_unti
 }
 
 TEST_F(server_process_test, a_server_says_that_it_serves_in_the_format_that_is_asked_for) {
-    interrupted_lines_t seen(1);
-    std::istringstream nothing;
-    std::ostream answers(&seen);
-    std::ostringstream notes;
-    EXPECT_EQ(run_natctl(words_of("--jsonl serve alpha"), nothing, answers, notes), 0) << notes.str();
-    EXPECT_EQ(seen.str().substr(0, seen.str().find('\n')), R"({"command":"serve","serving":"alpha"})");
+    const run_t server = run_until(1, "--jsonl serve alpha");
+    EXPECT_EQ(server.status, 0) << server.notes;
+    EXPECT_EQ(server.answers.substr(0, server.answers.find('\n')), R"({"command":"serve","serving":"alpha"})");
 }
 
 TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {
@@ -266,8 +223,7 @@ TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_
     std::optional<server_process_t> server(std::in_place);
     const std::string rule = "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24";
     EXPECT_EQ(run("--connect alpha " + rule).status, 0);
-    const json_t outcomes =
-        json_t::parse(run("--json --keep-going --connect alpha batch -", rule + "\nmapt show\n").answers);
+    const json_t outcomes = outcomes_of(rule + "\nmapt show\n", "--connect alpha");
     EXPECT_EQ(outcomes.at(0).at("error"), "refused by the server: the server has this entry already (0x6004)");
     EXPECT_EQ(outcomes.at(1).at("data").at("installed"), 0);
     EXPECT_EQ(outcomes.at(1).at("data").at("leaves"), 0);
@@ -329,14 +285,14 @@ TEST_F(server_process_test, the_timeout_covers_the_binding) {
     EXPECT_NE(result.notes.find("bind: no answer within 20 ms\n"), std::string::npos) << result.notes;
 }
 
+const std::vector<std::string> nine_lines(9, "timeout set --type 1 --value 300");
+
 TEST_F(server_process_test, a_server_that_dies_ends_a_batch_with_one_message) {
     for (const std::string pipeline : {"1", "4"}) {
         SCOPED_TRACE(pipeline);
         server_process_t server;
-        lines_t lines(std::vector<std::string>(9, "timeout set --type 1 --value 300"), 6,
-                      [&server] { server.end(SIGKILL); });
-        std::istream input(&lines);
-        const run_t result = run("--keep-going --connect alpha --pipeline " + pipeline + " batch -", input);
+        const run_t result = run("--keep-going --connect alpha --pipeline " + pipeline + " batch -",
+                                 lines_t(nine_lines, 6, [&server] { server.end(SIGKILL); }));
         EXPECT_EQ(result.status, 4);
         const size_t told = result.notes.find(": timeout set: ");
         EXPECT_NE(told, std::string::npos) << result.notes;
@@ -361,9 +317,7 @@ TEST_F(server_process_test, a_command_of_a_pipeline_is_sent_while_the_next_line_
 }
 
 TEST_F(server_process_test, an_interrupt_stops_what_is_not_started_and_leaves_a_whole_document) {
-    lines_t lines(std::vector<std::string>(9, "timeout set --type 1 --value 300"), 4, [] { raise(SIGINT); });
-    std::istream input(&lines);
-    const run_t result = run("--json --keep-going batch -", input);
+    const run_t result = run("--json --keep-going batch -", lines_t(nine_lines, 4, [] { raise(SIGINT); }));
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.notes, "natctl: interrupted: 3 commands done, 0 failed, 6 not run\n");
     EXPECT_EQ(json_t::parse(result.answers).size(), 3U);
@@ -386,11 +340,9 @@ TEST_F(server_process_test, an_interrupt_ends_a_batch_that_waits_for_a_line_of_a
 
 TEST_F(server_process_test, of_a_silent_server_no_rules_are_told) {
     const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
     for (const std::string command : {"mapt show", "mapt rules", "mapt explain 192.0.2.1"}) {
-        lines_t lines({command}, 1, [&server] { server.stop(); });
-        std::istream input(&lines);
-        const run_t result = run("--timeout 20 --connect alpha batch -", input);
+        const run_t result =
+            run("--timeout 20 --connect alpha batch -", lines_t({command}, 1, [&server] { server.stop(); }));
         server.signal(SIGCONT);
         EXPECT_EQ(result.status, 3) << result.notes;
         EXPECT_EQ(result.answers, "");

@@ -1,9 +1,6 @@
 /* `natctl top` with a server, and in a terminal. */
 #include <unistd.h>
 
-#include "fwx_nat64/client.h"
-#include "fwx_nat64/wire.h"
-#include "model/model.h"
 #include "natctl_fixture.h"
 #include "server_process.h"
 #include "tests/support/eventually.h"
@@ -13,20 +10,14 @@ namespace {
 
 class top_test : public natctl_test {
 protected:
-    static run_t top(const std::string &words) { return run("--connect alpha top " + words); }
-
     const runtime_directory_t directory_;
 };
 
 TEST_F(top_test, each_look_is_told_in_a_line_of_its_own) {
     const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    interrupted_lines_t seen(2);
-    std::istringstream nothing;
-    std::ostream answers(&seen);
-    std::ostringstream notes;
-    EXPECT_EQ(run_natctl(words_of("--connect alpha --jsonl top --interval 100ms"), nothing, answers, notes), 0);
-    std::istringstream lines(seen.str());
+    const run_t looks = run_until(2, "--connect alpha --jsonl top --interval 100ms");
+    EXPECT_EQ(looks.status, 0);
+    std::istringstream lines(looks.answers);
     std::string line;
     std::string times[2];
     for (std::string &time : times) {
@@ -40,12 +31,9 @@ TEST_F(top_test, each_look_is_told_in_a_line_of_its_own) {
 
 TEST_F(top_test, a_server_is_looked_at_once_where_nobody_watches) {
     const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
-    setenv("XDG_STATE_HOME", directory_.path().c_str(), 1);
     run("--connect alpha pool add --id 7 --param 1 --start 192.0.2.1 --end 192.0.2.4");
     run("--connect alpha pool del --id 8");
-    unsetenv("XDG_STATE_HOME");
-    const run_t page = top("");
+    const run_t page = run("--connect alpha top");
     EXPECT_EQ(page.status, 0) << page.notes;
     const size_t line = page.answers.find('\n');
     EXPECT_EQ(page.answers.find("server alpha  2"), 0U);
@@ -54,33 +42,17 @@ TEST_F(top_test, a_server_is_looked_at_once_where_nobody_watches) {
               "interfaces 0  loggings 0\n"
               "\nPOOL       ADDRESSES  SESSIONS       USE\n7                  4         0      0.0%\n"
               "\nCOMMANDS   RESULT               COUNT\nall        refused_no_entry         1\n");
-    EXPECT_EQ(json_t::parse(run("--connect alpha --jsonl top --once").answers).at("data").at("pools").at(0).at("id"),
-              7);
+    EXPECT_EQ(data_of("--connect alpha top --once").at("pools").at(0).at("id"), 7);
     EXPECT_EQ(run("--connect beta top").status, 4);
     for (const char *wrong : {"top", "--csv --connect alpha top", "--dry-run --connect alpha top"}) {
         EXPECT_EQ(run(wrong).status, 2) << wrong;
     }
 }
 
-/** A server `alpha` with one dynamic mapping more than a look lists. */
-void serve_many(int ready) {
-    fwx_host_loop_t *loop = fwx_host_loop_create();
-    const auto model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME);
-    fwx_nat64_dmapping_payload_t payload{};
-    for (payload.map.id = 1; payload.map.id <= 65537; ++payload.map.id) {
-        model->restore(FWX_NAT64_CFG_DMAPPING_ADD, &payload, sizeof payload);
-    }
-    const bool listens = fwx_host_server_listen(fwx_host_server_find(FWX_NAT64_CHANNEL_NAME), "alpha") == 0;
-    if (!listens || write(ready, "", 1) != 1) return;
-    for (;;) {
-        fwx_host_loop_run_once(loop, -1);
-    }
-}
-
 TEST_F(top_test, a_list_that_is_not_taken_whole_is_said_to_be_cut) {
-    child_t server;
-    ASSERT_TRUE(server.start(serve_many));
-    const json_t data = json_t::parse(run("--json --connect alpha top --once").answers).at("data");
+    const server_process_t server;
+    EXPECT_EQ(run("--quiet --connect alpha --pipeline 64 batch -", mappings(65537)).status, 0);
+    const json_t data = data_of("--connect alpha top --once");
     EXPECT_EQ(data.at("mappings").size(), 65536U);
     EXPECT_EQ(data.at("has_more").dump(), R"({"pools":false,"mappings":true})");
 }
@@ -122,12 +94,10 @@ TEST_F(top_test, a_terminal_shows_it_live_through_new_sizes_and_a_new_server_and
     ASSERT_TRUE(server->is_ready());
     ASSERT_TRUE(terminal.shows("server alpha  2")) << terminal.tell("capture-pane -p");
     EXPECT_TRUE(terminal.shows("pools 0"));
-    setenv("XDG_STATE_HOME", directory_.path().c_str(), 1);
     for (const char *id : {"1", "2", "3", "4", "5", "6", "7", "8"}) {
         run(std::string("--connect alpha pool add --param 1 --id ") + id + " --start 10.0.0." + id + " --end 10.0.0." +
             id);
     }
-    unsetenv("XDG_STATE_HOME");
     EXPECT_TRUE(terminal.shows("pools 8"));
     EXPECT_TRUE(terminal.shows("... 2 more")) << terminal.tell("capture-pane -p");
     terminal.tell("resize-window -x 40 -y 9");
