@@ -14,17 +14,9 @@ TEST(clean_text, what_could_steer_a_terminal_is_a_blank_and_what_is_no_character
         {"gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80", "gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80"},
         {"\x1b]0;title\x07", " ]0;title "},
         {"\x7f", " "},
-        {"\xc2\x80"
-         "a\xc2\x9f"
-         "b\xc2\xa0",
-         " a b\xc2\xa0"},
-        {"\xe2\x80\xae"
-         "cod\xe2\x81\xa6"
-         "e\xe2\x80\xa8",
-         " cod e "},
-        {"\x9b"
-         "31m\xff",
-         "?31m?"},
+        {"\xc2\x80-a\xc2\x9f-b\xc2\xa0", " -a -b\xc2\xa0"},
+        {"\xe2\x80\xae-cod\xe2\x81\xa6-e\xe2\x80\xa8", " -cod -e "},
+        {"\x9b[31m\xff", "?[31m?"},
         {"\xc3", "?"},
         {"\xc0\x9b", "??"},           /* overlong encoding */
         {"\xe0\x80\x9b", "???"},      /* likewise */

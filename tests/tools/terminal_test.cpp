@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "server_process.h"
@@ -24,15 +23,10 @@ constexpr int patience_ms = 10000;
 /** Runs natctl on a pseudo-terminal of its own, with its files in the test's directory. */
 class terminal_test : public testing::Test {
 protected:
-    terminal_test() {
-        char path[] = "/tmp/natctl_test.XXXXXX";
-        home_ = mkdtemp(path);
-    }
     ~terminal_test() override {
         if (child_ > 0) kill(child_, SIGKILL);
         if (child_ > 0) waitpid(child_, nullptr, 0);
         close(terminal_);
-        std::filesystem::remove_all(home_);
     }
 
     /** Runs a line of the shell with `$natctl` and XDG_STATE_HOME. */
@@ -43,7 +37,6 @@ protected:
         ASSERT_GE(child_, 0);
         if (child_ != 0) return;
         setenv("TERM", "dumb", 1);
-        setenv("XDG_STATE_HOME", (home_ + "/state").c_str(), 1);
         setenv("natctl", NATCTL_PATH, 1);
         execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
         _exit(127);
@@ -62,9 +55,7 @@ protected:
             if (got <= 0) return false;
             shown_.append(bytes, static_cast<size_t>(got));
         }
-        const size_t at = shown_.find(text);
-        passed_ = shown_.substr(0, at);
-        shown_.erase(0, at + text.size());
+        shown_.erase(0, shown_.find(text) + text.size());
         return true;
     }
 
@@ -75,9 +66,8 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string home_;
-    std::string passed_; /* output before the text awaited last */
-    std::string shown_;  /* output after it */
+    const runtime_directory_t directory_;
+    std::string shown_; /* output after the text awaited last */
     int terminal_ = -1;
     pid_t child_ = -1;
 };
@@ -99,7 +89,6 @@ TEST_F(terminal_test, the_shell_answers_before_it_asks_again_and_an_interrupt_on
 }
 
 TEST_F(terminal_test, the_prompt_names_the_server) {
-    const runtime_directory_t directory;
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
     start("NATCTL_CONNECT=alpha exec $natctl shell");
@@ -116,7 +105,7 @@ TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_c
     kill(child_, SIGKILL);
     EXPECT_EQ(exit_status(), -1);
     struct stat status {};
-    ASSERT_EQ(stat((home_ + "/state/natctl/history").c_str(), &status), 0);
+    ASSERT_EQ(stat((directory_.path() + "/state/natctl/history").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);
 
     start("exec $natctl shell");
@@ -171,7 +160,7 @@ TEST_F(terminal_test, standard_descriptors_that_are_closed_are_errors_and_are_ta
 
 TEST_F(terminal_test, a_capture_that_is_not_whole_is_told) {
     start("ulimit -f 1; exec $natctl --capture $XDG_STATE_HOME stats system");
-    EXPECT_TRUE(shows("natctl: --capture " + home_ + "/state: incomplete: File too large\r\n")) << shown_;
+    EXPECT_TRUE(shows("natctl: --capture " + directory_.path() + "/state: incomplete: File too large\r\n")) << shown_;
     EXPECT_EQ(exit_status(), 2);
 }
 
