@@ -79,18 +79,10 @@ TEST_F(capture_file_test, contains_every_message_as_a_packet_in_both_directions_
     fwx_host_tap_set(nullptr, nullptr);
 
     const std::string packets[] = {
-        literal("\x0a\0\0\0\x0a\0\0\0"
-                "\x01\x00\x00\0"
-                "\x03\xc0\x60\0up"),
-        literal("\x09\0\0\0\x09\0\0\0"
-                "\x01\x00\x01\0"
-                "\x03\xc0\x60\0?"),
-        literal("\x1b\0\0\0\x1b\0\0\0"
-                "\x01\x01\x01\0"
-                "\x03\xc0\x60\0----------------yes"),
-        literal("\x08\0\0\0\x08\0\0\0"
-                "\x01\x01\x00\0"
-                "\x03\xc0\x60\0"),
+        literal("\x0a\0\0\0\x0a\0\0\0\x01\x00\x00\0\x03\xc0\x60\0up"),
+        literal("\x09\0\0\0\x09\0\0\0\x01\x00\x01\0\x03\xc0\x60\0?"),
+        literal("\x1b\0\0\0\x1b\0\0\0\x01\x01\x01\0\x03\xc0\x60\0----------------yes"),
+        literal("\x08\0\0\0\x08\0\0\0\x01\x01\x00\0\x03\xc0\x60\0"),
     };
     std::string expected = literal("\x4d\x3c\xb2\xa1\x02\0\x04\0\0\0\0\0\0\0\0\0\0\0\x04\0\x93\0\0\0");
     for (const std::string &packet : packets) {

@@ -1,8 +1,6 @@
-/*
- * The Wireshark dissector, run by tshark on captures: of natctl running the examples, and of one message of each kind.
+/* The Wireshark dissector, run by tshark on captures: of natctl running an example, and of one message of each kind.
  * The tests check that each byte belongs to a named field, and that malformed messages are marked. Skipped without
- * tshark.
- */
+ * tshark. */
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -17,26 +15,14 @@ namespace {
 
 using bytes_t = std::vector<uint8_t>;
 
-struct item_t {
-    std::string label; /* `value: 300` */
-    std::string value; /* `fwx_nat64.timeout_set.value=300` */
-};
-
 struct packet_t {
-    std::vector<item_t> items;
-    std::vector<bool> shown; /* for each byte of the packet, whether a named field covers it */
+    std::vector<std::string> values; /* `fwx_nat64.timeout_set.value=300` */
+    std::vector<bool> shown;         /* for each byte of the packet, whether a named field covers it */
 
-    bool has(const std::string &text) const {
-        for (const item_t &item : items) {
-            if (item.label == text || item.value == text) return true;
-        }
-        return false;
-    }
+    bool has(const std::string &value) const { return std::find(values.begin(), values.end(), value) != values.end(); }
     bool has_field(const std::string &name) const {
-        for (const item_t &item : items) {
-            if (item.value.rfind(name + "=", 0) == 0) return true;
-        }
-        return false;
+        return std::any_of(values.begin(), values.end(),
+                           [&name](const std::string &value) { return value.rfind(name + "=", 0) == 0; });
     }
     bool is_all_shown() const { return std::find(shown.begin(), shown.end(), false) == shown.end(); }
 };
@@ -55,7 +41,7 @@ void read_line(const std::string &line, std::vector<packet_t> &packets) {
     if (name == "frame.len") packets.back().shown.resize(std::stoul(value));
     if (line.find("<field ") == std::string::npos || name.rfind("fwx_nat64.", 0) != 0) return;
     packet_t &packet = packets.back();
-    packet.items.push_back({attribute(line, "showname"), name + "=" + value});
+    packet.values.push_back(name + "=" + value);
     const bool has_items_of_its_own = line.find("/>") == std::string::npos;
     if (has_items_of_its_own || name == "fwx_nat64.undissected") return;
     const size_t at = std::stoul(attribute(line, "pos"));
@@ -106,28 +92,6 @@ protected:
 
     std::string path_ = testing::TempDir() + "dissector_test." + std::to_string(getpid());
 };
-
-TEST_F(dissector_test, shows_every_byte_that_natctl_exchanged_with_its_value) {
-    for (const std::string example : {"settings", "nat64", "embedded", "mapt"}) {
-        SCOPED_TRACE(example);
-        const run_t natctl =
-            run("--trace --capture " + path_ + " batch " SOURCE_DIR "/examples/" + example + ".natctl");
-        EXPECT_EQ(natctl.status, 0) << natctl.notes;
-        std::vector<std::string> traced;
-        std::istringstream notes(natctl.notes);
-        for (std::string line; std::getline(notes, line);) {
-            const bool is_message = line.rfind("-> ", 0) == 0 || line.rfind("<- ", 0) == 0;
-            if (is_message) traced.push_back(line.substr(3, line.find(' ', 3) - 3));
-        }
-        const std::vector<packet_t> packets = dissected();
-        ASSERT_EQ(packets.size(), traced.size());
-        for (size_t i = 0; i < packets.size(); ++i) {
-            EXPECT_TRUE(packets[i].has("fwx_nat64.message=" + traced[i])) << "packet " << i + 1;
-            EXPECT_TRUE(packets[i].is_all_shown()) << "packet " << i + 1;
-            EXPECT_FALSE(packets[i].has_field("fwx_nat64.malformed")) << "packet " << i + 1;
-        }
-    }
-}
 
 TEST_F(natctl_test, ends_with_status_2_and_names_the_file_that_cannot_be_captured_to) {
     const run_t refused = run("--json --capture /no/such/folder/file dev ipalias upload");
@@ -185,6 +149,7 @@ TEST_F(dissector_test, finds_values_in_any_message_and_shows_them_in_the_informa
         {"id == 15 && fwx_nat64.direction == 0", "dmapping_add id=15 type=address-dependent\n"},
         {"ifh == 3 && fwx_nat64.direction == 0", "nvi_interface_enable ifh=3\n"},
     };
+    EXPECT_EQ(output_of("-Y 'fwx_nat64.malformed || fwx_nat64.undissected'"), "");
     for (const auto &[filter, information] : found) {
         EXPECT_EQ(output_of(std::string("-T fields -e _ws.col.Info -Y 'fwx_nat64.") + filter + "'"), information);
     }
@@ -192,18 +157,19 @@ TEST_F(dissector_test, finds_values_in_any_message_and_shows_them_in_the_informa
               std::string::npos);
 }
 
-/* Every message at its minimum length, with one entry if it has entries, and 0 in all fields. */
+/* Every message at its minimum length, with two entries if it counts entries, and 0 in all fields. */
 std::vector<std::pair<wire_direction_t, bytes_t>> one_of_each() {
     size_t count = 0;
     const wire_message_t *described = wire_messages(&count);
     std::vector<std::pair<wire_direction_t, bytes_t>> messages;
     for (const wire_message_t *message = described; message != described + count; ++message) {
-        bytes_t bytes(message->size + message->entry_size);
+        const uint8_t entries = message->entry_count_offset != 0 ? 2 : 1;
+        bytes_t bytes(message->size + entries * message->entry_size);
         bytes[0] = static_cast<uint8_t>(message->msgno);
         bytes[1] = message->form == wire_form_t::async ? 0xc0 : 0x80;
         bytes[2] = 96;
         if (message->selector >= 0) bytes[message->selector_offset] = static_cast<uint8_t>(message->selector);
-        if (message->entry_count_offset != 0) bytes[message->entry_count_offset] = 1;
+        if (message->entry_count_offset != 0) bytes[message->entry_count_offset] = entries;
         messages.emplace_back(message->direction, bytes);
     }
     return messages;
