@@ -8,13 +8,17 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "tests/drill/ledger.h"
-#include "tests/drill/process.h"
+#include "tests/support/child.h"
 #include "tests/support/platform_watch.h"
 #include "tests/support/runtime_directory.h"
 
@@ -32,8 +36,15 @@ constexpr char server_name[] = "drilled";
 class drill_t {
 public:
     drill_t(const char *server, int view_fd, server_view_t &view, uint32_t seed)
-        : ledger(view), server_({server, server_name, std::to_string(view_fd)}), random_(seed) {
+        : ledger(view), server_program_(server), view_fd_(std::to_string(view_fd)), random_(seed) {
         present = this;
+        struct sigaction action {};
+        action.sa_handler = [](int) { kill(present->server_.pid(), SIGKILL); };
+        sigaction(SIGUSR1, &action, nullptr);
+        sigevent event{};
+        event.sigev_notify = SIGEV_SIGNAL;
+        event.sigev_signo = SIGUSR1;
+        timer_create(CLOCK_MONOTONIC, &event, &kill_timer_);
         fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, server_name);
         fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
         fwx_host_tap_set(
@@ -46,11 +57,12 @@ public:
         fwx_host_tap_set(nullptr, nullptr);
         fwx_host_connect_set(FWX_NAT64_CHANNEL_NAME, nullptr);
         fwx_host_loop_destroy(loop_);
+        timer_delete(kill_timer_);
     }
     drill_t(const drill_t &) = delete;
     drill_t &operator=(const drill_t &) = delete;
 
-    bool start() { return server_.start() && bind(); }
+    bool start() { return start_server() && bind(); }
     /** Kills the server under load, starts it again, and waits until all commands are settled. */
     void round() {
         outstanding_ = 1 + below(uint32_t{1} << below(most_outstanding_log2 + 1));
@@ -91,6 +103,21 @@ private:
     static unsigned long long as_number(uint64_t count) { return count; }
     uint32_t below(uint32_t limit) { return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random_); }
     static bool is_connected() { return fwx_nat64_client_info_get()->connected != 0; }
+
+    /** Returns when the server has written to standard output. */
+    bool start_server() {
+        return server_.start([this](int ready) {
+            dup2(ready, STDOUT_FILENO);
+            execl(server_program_, server_program_, server_name, view_fd_.c_str(), nullptr);
+        });
+    }
+    /** Kills the server after a delay, from a signal handler in this process, so that the kill can come at any point
+     * of this process's code. */
+    void kill_server_in(uint32_t microseconds) {
+        itimerspec at{};
+        at.it_value.tv_nsec = long{microseconds} * 1000 + 1;
+        timer_settime(kill_timer_, 0, &at, nullptr);
+    }
 
     bool bind() {
         fwx_nat64_reply_cbs_t callbacks{};
@@ -141,8 +168,8 @@ private:
         const bool skips_loop = below(2) == 0; /* do not run the loop until the server is dead */
         fill();
         outstanding_at_kills_ += ledger.open_count() - lost_;
-        server_.kill_in(below(longest_life_us));
-        while (!server_.is_dead()) {
+        kill_server_in(below(longest_life_us));
+        while (!server_.has_ended()) {
             if (!skips_loop) keep_busy();
         }
         const clock_type::time_point died = clock_type::now();
@@ -158,7 +185,7 @@ private:
               "the server took no failed command, except in the unfinished turn");
         ledger.failed_in_turn = 0;
         lost_ = ledger.open_count();
-        check(server_.start(), "the server starts again");
+        check(start_server(), "the server starts again");
     }
     /** Waits until the new server has answered all commands, and the two views agree. */
     void settle() {
@@ -172,7 +199,10 @@ private:
     }
 
     runtime_directory_t directory_;
-    process_t server_;
+    const char *server_program_;
+    const std::string view_fd_;
+    child_t server_;
+    timer_t kill_timer_{};
     fwx_host_loop_t *loop_ = fwx_host_loop_create();
     std::mt19937 random_;
     std::vector<uint16_t> sent_types_; /* types of the messages sent since it was last cleared */

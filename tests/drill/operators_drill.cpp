@@ -5,8 +5,6 @@
  *
  *     operators_drill ROUNDS SEED
  */
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -101,7 +99,12 @@ private:
     }
     /** Runs natctl, and returns its exit status. Stores its output in `said`, unless that is null. */
     int run(size_t operator_number, const std::string &command, std::string *said = nullptr) const {
-        FILE *natctl = popen(command_of(operator_number, command).c_str(), "r");
+        return end_of(start(operator_number, command), said);
+    }
+    FILE *start(size_t operator_number, const std::string &command) const {
+        return popen(command_of(operator_number, command).c_str(), "r");
+    }
+    static int end_of(FILE *natctl, std::string *said = nullptr) {
         std::string text;
         char room[4096];
         for (size_t size = 0; (size = fread(room, 1, sizeof room, natctl)) != 0;) {
@@ -136,13 +139,10 @@ private:
         const items_t documents[] = {random_document(), random_document()};
         FILE *both[2];
         for (size_t i = 0; i < 2; ++i) {
-            both[i] = popen(command_of(i, "config apply " + file_of(documents[i])).c_str(), "r");
+            both[i] = start(i, "config apply " + file_of(documents[i]));
         }
         for (FILE *each : both) {
-            char room[4096];
-            while (fread(room, 1, sizeof room, each) != 0) {
-            }
-            if (WEXITSTATUS(pclose(each)) != 0) fail("one of two simultaneous applies failed");
+            if (end_of(each) != 0) fail("one of two simultaneous applies failed");
         }
         expect("at once", held() == documents[0] ? documents[0] : documents[1]);
     }
@@ -185,13 +185,10 @@ private:
     /** Runs natctl while another client, which takes no lock, adds a pool. */
     void apply_beside_another() {
         const items_t document = random_document();
-        FILE *natctl = popen(command_of(0, "config apply " + file_of(document)).c_str(), "r");
+        FILE *natctl = start(0, "config apply " + file_of(document));
         if (!others_add_pool(99, "10.0.99.1")) fail("the other client failed");
         std::string said;
-        for (int c = fgetc(natctl); c != EOF; c = fgetc(natctl)) {
-            said += static_cast<char>(c);
-        }
-        const int status = WEXITSTATUS(pclose(natctl));
+        const int status = end_of(natctl, &said);
         items_t with_other = document;
         with_other["pool add --id 99"] = " --param 1 --start 10.0.99.1 --end 10.0.99.1";
         /* The server must have the document, with or without the pool, depending on which came last. */
@@ -208,37 +205,24 @@ private:
             document["dmapping add --id " + std::to_string(id)] = " --type address-dependent";
         }
         const items_t before = held();
-        const std::string path = file_of(document);
-        const bool is_killed = below(2) == 0;
-        int out[2];
-        if (pipe(out) != 0) fail("no descriptors");
-        const pid_t natctl = fork();
-        if (natctl == 0) {
-            dup2(out[1], STDERR_FILENO);
-            dup2(out[1], STDOUT_FILENO);
-            setenv("XDG_STATE_HOME", (directory_.path() + "/home0").c_str(), 1);
-            execl(NATCTL_PATH, NATCTL_PATH, "--connect", "alpha", "config", "apply", path.c_str(), nullptr);
-            _exit(127);
-        }
-        close(out[1]);
+        const std::string output = directory_.path() + "/output";
+        const std::string command = "echo; exec >" + output + "; " + command_of(0, "config apply " + file_of(document));
+        child_t natctl;
+        natctl.start([&](int ready) {
+            dup2(ready, STDOUT_FILENO);
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        });
         usleep(static_cast<useconds_t>(20000 + below(150000)));
-        kill(natctl, is_killed ? SIGKILL : SIGINT);
-        std::string said;
-        char room[4096];
-        for (ssize_t size = 0; (size = read(out[0], room, sizeof room)) > 0;) {
-            said.append(room, static_cast<size_t>(size));
-        }
-        close(out[0]);
-        int status = 0;
-        waitpid(natctl, &status, 0);
-        const bool is_told = WIFEXITED(status) && WEXITSTATUS(status) == 2;
+        const int status = natctl.end(below(2) == 0 ? SIGKILL : SIGINT); /* -1: killed */
+        const std::string said = text_of(output);
+        const bool is_told = status == 2;
         const items_t now = held();
         if (is_told && (now != before ||
                         (said.find(" of ") == std::string::npos && said.find("nothing was sent") == std::string::npos)))
             fail("wrong result of an interrupted apply: " + said);
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && now != document)
+        if (status == 0 && now != document)
             fail("natctl reported ok, but the server has another configuration: " + said);
-        ++counts_[is_told ? "undone" : WIFEXITED(status) ? "too late to interrupt" : "killed"];
+        ++counts_[is_told ? "undone" : status >= 0 ? "too late to interrupt" : "killed"];
         apply(1, random_document());
     }
 
