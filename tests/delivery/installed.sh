@@ -124,7 +124,12 @@ rm -r /etc/nat64d /var/lib/fwx
 kill $server
 wait $server
 
-"${as_fwx[@]}" bash ./first_hour.sh
+# The commands of the documents, with the programs, the alert rules and the scrape configuration that are installed. The
+# ports in operating.md may be taken outside, so it gets a network of its own.
+"${as_fwx[@]}" ./page.sh natctl.md 10
+if command -v prometheus >/dev/null; then
+  unshare --net sh -c 'ip link set lo up && exec "$@"' sh "${as_fwx[@]}" ./page.sh operating.md 25
+fi
 
 # Only the user and files that Python compiled of its own modules may remain.
 apt-get purge -y "${packages[@]}" >apt.log 2>&1 || fail "$(cat apt.log)"

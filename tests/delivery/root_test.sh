@@ -36,7 +36,7 @@ mount -t tmpfs none "$root/tmp"
 chmod 1777 "$root/tmp"
 mkdir "$root/tmp/packages"
 cp "$work"/*.deb "$root/tmp/packages"
-cp "$source/README.md" "$source/tests/delivery/"{installed,first_hour}.sh "$source/tests/pages/page.sh" "$root/tmp"
+cp "$source/README.md" "$source/docs/"{natctl,operating}.md "$source/tests/delivery/installed.sh" "$source/tests/pages/page.sh" "$root/tmp"
 cp -r "$source/bindings/python" "$root/tmp"
 [[ $kind == overlay ]] || chroot "$root" apt-get update -qq
 chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive bash /tmp/installed.sh
