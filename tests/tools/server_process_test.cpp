@@ -89,6 +89,31 @@ TEST_F(server_process_test, the_environment_names_the_server_where_no_option_doe
     unsetenv("NATCTL_CONNECT");
 }
 
+TEST_F(server_process_test, a_log_that_is_not_read_holds_no_client_up) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    const int before = dup(STDERR_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    server_process_t server;
+    dup2(before, STDERR_FILENO);
+    close(before);
+    std::string refused;
+    for (int i = 0; i < 200; ++i) {
+        refused += "pool del --id 9\n";
+    }
+    const run_t result = run("--connect alpha --keep-going batch -", refused);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.notes.find("200 failed"), std::string::npos) << result.notes.substr(result.notes.size() - 200);
+    close(ends[1]);
+    server.end(SIGTERM);
+    std::string seen(size_t{1} << 16, '\0');
+    seen.resize(static_cast<size_t>(read(ends[0], seen.data(), seen.size())));
+    EXPECT_EQ(seen.rfind("natctl: refused pool_del of 48 bytes: ", 0), 0U) << seen;
+    EXPECT_LE(seen.size(), 4096U);
+    close(ends[0]);
+}
+
 TEST_F(server_process_test, a_client_whose_commands_are_refused_does_not_hide_anothers_from_the_log) {
     const std::string log = directory() + "/log";
     child_t server;
