@@ -14,45 +14,25 @@ namespace {
 struct place_t {
     const char *folder;
     const char *files; /* beginning of the file names */
-    const char *ends;  /* end of the file names */
-    std::string (*mark)(const std::string &family,
-                        const std::string &verb); /* a text that one of the files must have */
-    bool is_each_verb; /* a mark is needed for each verb; else one verb is enough for a family */
+    const char *extension;
+    const char *before, *after; /* a command of the family stands between them */
+    bool is_identifier;         /* with underscores for its blanks */
+    bool is_each_verb;          /* with its verb, and each verb is needed; else one place is enough for a family */
 };
 
-std::string line_of(const std::string &family, const std::string &) {
-    return "\n" + family + " ";
-}
-std::string name_of(std::string command) {
-    std::replace(command.begin(), command.end(), ' ', '_');
-    return command;
-}
-std::string method_of(const std::string &family, const std::string &verb) {
-    return "auto " + name_of(family + " " + verb) + "(";
-}
-std::string setter_of(const std::string &family, const std::string &) {
-    return " X(" + name_of(family) + ",";
-}
-std::string synopsis_of(const std::string &family, const std::string &) {
-    return "\n.B natctl " + family + " ";
-}
-
 const place_t places[] = {
-    {"include/fwx_nat64", "fwx_nat64", ".hpp", method_of, true},
-    {"bindings/python/src", "commands", ".c", setter_of, false},
-    {"docs/man", "natctl", ".1", synopsis_of, false},
-    {"examples", "", ".natctl", line_of, false},
-    {"fuzz/seeds", "document-", ".txt", line_of, false},
+    {"include/fwx_nat64", "fwx_nat64", ".hpp", "auto ", "(", true, true},
+    {"bindings/python/src", "commands", ".c", " X(", ",", true, false},
+    {"docs/man", "natctl", ".1", "\n.B natctl ", " ", false, false},
+    {"examples", "", ".natctl", "\n", " ", false, false},
+    {"fuzz/seeds", "document-", ".txt", "\n", " ", false, false},
 };
 
 std::string text_of(const place_t &place) {
     std::string text;
     for (const auto &entry : std::filesystem::directory_iterator(std::string(SOURCE_DIR "/") + place.folder)) {
         const std::string name = entry.path().filename().string();
-        const std::string ends = place.ends;
-        const bool is_of_place = name.rfind(place.files, 0) == 0 && name.size() > ends.size() &&
-                                 name.compare(name.size() - ends.size(), ends.size(), ends) == 0;
-        if (!is_of_place) continue;
+        if (name.rfind(place.files, 0) != 0 || entry.path().extension() != place.extension) continue;
         std::ifstream file(entry.path());
         text.append("\n").append(std::istreambuf_iterator<char>(file), {});
     }
@@ -65,14 +45,17 @@ TEST(family_places_test, each_family_is_written_of_wherever_the_others_are) {
     for (const place_t &place : places) {
         const std::string text = text_of(place);
         for (const record_family_t *family = families; family != families + count; ++family) {
-            const std::string name = record_command_text(*family, nullptr);
-            const auto is_written = [&](const record_verb_t &verb) {
-                return text.find(place.mark(name, std::string(verb.word))) != std::string::npos;
+            const auto has = [&](const record_verb_t *verb) {
+                std::string command = record_command_text(*family, verb);
+                if (place.is_identifier) std::replace(command.begin(), command.end(), ' ', '_');
+                return text.find(place.before + command + place.after) != std::string::npos;
             };
-            const record_verb_t *end = family->verbs + family->verb_count;
-            const bool is_there = place.is_each_verb ? std::all_of(family->verbs, end, is_written)
-                                                     : std::any_of(family->verbs, end, is_written);
-            EXPECT_TRUE(is_there) << place.folder << "/" << place.files << "*" << place.ends << " lacks " << name;
+            bool is_there = place.is_each_verb || has(nullptr);
+            for (size_t i = 0; place.is_each_verb && i < family->verb_count; ++i) {
+                is_there = is_there && has(&family->verbs[i]);
+            }
+            EXPECT_TRUE(is_there) << place.folder << "/" << place.files << "*" << place.extension << " lacks "
+                                  << record_command_text(*family, nullptr);
         }
     }
 }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <optional>
 #include <set>
 
@@ -46,7 +45,7 @@ TEST(records_test, times_have_units_and_are_whole_numbers_of_the_requested_unit)
     struct time_t {
         const char *text;
         std::optional<uint64_t> seconds;
-        std::optional<uint64_t> milliseconds;
+        uint64_t milliseconds;
     };
     const time_t times[] = {
         {"0", 0, 0},
@@ -63,23 +62,6 @@ TEST(records_test, times_have_units_and_are_whole_numbers_of_the_requested_unit)
         {"18446744073709551615", UINT64_MAX, UINT64_MAX},
         {"18446744073709551615ms", std::nullopt, UINT64_MAX},
         {"18446744073709551s", 18446744073709551, 18446744073709551000U},
-        {"18446744073709551616", std::nullopt, std::nullopt},
-        {"18446744073709552s", std::nullopt, std::nullopt},
-        {"213503982334d14h25m51s616ms", std::nullopt, std::nullopt},
-        {"", std::nullopt, std::nullopt},
-        {"s", std::nullopt, std::nullopt},
-        {"ms", std::nullopt, std::nullopt},
-        {"-1", std::nullopt, std::nullopt},
-        {"-1s", std::nullopt, std::nullopt},
-        {"+1s", std::nullopt, std::nullopt},
-        {"1.5s", std::nullopt, std::nullopt},
-        {"1 s", std::nullopt, std::nullopt},
-        {"5sec", std::nullopt, std::nullopt},
-        {"5S", std::nullopt, std::nullopt},
-        {"1h30", std::nullopt, std::nullopt},
-        {"4m2h", std::nullopt, std::nullopt},
-        {"1s1s", std::nullopt, std::nullopt},
-        {"0x1s", std::nullopt, std::nullopt},
     };
     const auto read = [](const char *text, uint32_t unit_ms) {
         uint64_t value = 0;
@@ -89,6 +71,11 @@ TEST(records_test, times_have_units_and_are_whole_numbers_of_the_requested_unit)
         EXPECT_EQ(read(time.text, 1000), time.seconds) << time.text;
         EXPECT_EQ(read(time.text, 1), time.milliseconds) << time.text;
     }
+    for (const char *text : {"18446744073709551616", "18446744073709552s", "213503982334d14h25m51s616ms", "", "s", "ms",
+                             "-1", "-1s", "+1s", "1.5s", "1 s", "5sec", "5S", "1h30", "4m2h", "1s1s", "0x1s"}) {
+        EXPECT_EQ(read(text, 1000), std::nullopt) << text;
+        EXPECT_EQ(read(text, 1), std::nullopt) << text;
+    }
 }
 
 TEST(records_test, an_address_with_a_port_has_brackets_if_it_is_of_ipv6) {
@@ -97,33 +84,20 @@ TEST(records_test, an_address_with_a_port_has_brackets_if_it_is_of_ipv6) {
         {"192.0.2.1:0", "192.0.2.1 0"},
         {"[2001:db8::1]:65535", "2001:db8::1 65535"},
         {"[::1]:080", "::1 80"},
-        {"192.0.2.1:65536", ""},
-        {"192.0.2.1:-1", ""},
-        {"192.0.2.1:+1", ""},
-        {"192.0.2.1:0x50", ""},
-        {"192.0.2.1:80 ", ""},
-        {"192.0.2.1:", ""},
-        {"192.0.2.1", ""},
-        {"192.0.2:80", ""},
-        {"[192.0.2.1]:80", ""},
-        {"2001:db8::1:80", ""},
-        {"[2001:db8::1]", ""},
-        {"[2001:db8::1]80", ""},
-        {"[2001:db8::1:80", ""},
-        {"2001:db8::1]:80", ""},
-        {"[]:80", ""},
-        {":80", ""},
-        {":", ""},
-        {"", ""},
     };
+    fwx_nat64_addr_t address;
+    uint16_t port = 0;
     for (const auto &[text, expected] : places) {
-        fwx_nat64_addr_t address;
-        uint16_t port = 0;
-        const bool is_read = parse_address_port(text, address, port);
-        EXPECT_EQ(is_read ? address_text(address) + " " + std::to_string(port) : "", expected) << text;
+        ASSERT_TRUE(parse_address_port(text, address, port)) << text;
+        EXPECT_EQ(address_text(address) + " " + std::to_string(port), expected);
+    }
+    for (const char *text :
+         {"192.0.2.1:65536", "192.0.2.1:-1", "192.0.2.1:+1", "192.0.2.1:0x50", "192.0.2.1:80 ",
+          "192.0.2.1:", "192.0.2.1", "192.0.2:80", "[192.0.2.1]:80", "2001:db8::1:80", "[2001:db8::1]",
+          "[2001:db8::1]80", "[2001:db8::1:80", "2001:db8::1]:80", "[]:80", ":80", ":", ""}) {
+        EXPECT_FALSE(parse_address_port(text, address, port)) << text;
     }
     std::string_view host;
-    uint16_t port = 0;
     EXPECT_TRUE(parse_host_port("store-1.example:2379", host, port));
     EXPECT_EQ(host, "store-1.example");
     EXPECT_EQ(port, 2379);
@@ -326,31 +300,24 @@ TEST(records_test, a_payload_that_no_command_says_belongs_to_no_family) {
 }
 
 TEST(records_test, the_system_totals_count_the_items_of_these_families) {
-    const fwx_nat64_stats_sys_entry_t totals = [] {
-        fwx_nat64_stats_sys_entry_t counters{};
-        counters.interfaces = 1;
-        counters.prefixes = 2;
-        counters.static_mappings = 3;
-        counters.dynamic_mappings = 4;
-        counters.pools = 5;
-        counters.pool_ranges = 6;
-        counters.loggings = 7;
-        counters.rules = 8;
-        counters.sessions = 9;
-        return counters;
-    }();
-    const std::map<std::string, std::optional<uint64_t>> expected = {
-        {"timeout", {}},  {"limit", {}},  {"service", {}}, {"adj", {}},     {"replication", {}}, {"settings", {}},
-        {"interface", 1}, {"nvi", 1},     {"prefix", 2},   {"smapping", 3}, {"dmapping", 4},     {"pool", 5},
-        {"range", 6},     {"logging", 7}, {"mapt bmr", 8}, {"mapt dmr", 8},
-    };
-    std::map<std::string, std::optional<uint64_t>> counted;
+    fwx_nat64_stats_sys_entry_t totals{};
+    totals.interfaces = 1;
+    totals.prefixes = 2;
+    totals.static_mappings = 3;
+    totals.dynamic_mappings = 4;
+    totals.pools = 5;
+    totals.pool_ranges = 6;
+    totals.loggings = 7;
+    totals.rules = 8;
+    std::set<std::string> counted;
     size_t count = 0;
     const record_family_t *families = record_families(&count);
     for (const record_family_t *family = families; family != families + count; ++family) {
-        counted[record_command_text(*family, nullptr)] = record_total_of(*family, totals);
+        const std::optional<uint64_t> total = record_total_of(*family, totals);
+        if (total) counted.insert(record_command_text(*family, nullptr) + " " + std::to_string(*total));
     }
-    EXPECT_EQ(counted, expected);
+    EXPECT_EQ(counted, (std::set<std::string>{"interface 1", "nvi 1", "prefix 2", "smapping 3", "dmapping 4", "pool 5",
+                                              "range 6", "logging 7", "mapt bmr 8", "mapt dmr 8"}));
 }
 
 TEST(records_test, fields_are_called_as_their_options_in_json_and_as_in_the_messages_in_c) {
