@@ -8,19 +8,20 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <set>
 
 #include "config/load.h"
 #include "config/notation.h"
 #include "config/plan_run.h"
-#include "fwx_host/fwx_host.h"
-#include "fwx_nat64/fwx_nat64.h"
+#include "fwx_host/adapter.hpp"
 #include "model/model.h"
 #include "reconcile/rule_book.h"
 #include "records/reader.h"
 #include "records/value.h"
 #include "records/words.h"
+#include "tests/config/text_cases.h"
 #include "tests/support/platform_watch.h"
 
 namespace {
@@ -28,14 +29,11 @@ namespace {
 /** A server model and a client of it that carries plans out as natctl does. */
 class held_server_t {
 public:
-    held_server_t() : loop_(fwx_host_loop_create()), model_(fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME)) {
-        self = this;
-        bind();
-    }
+    held_server_t() { pump(); }
     ~held_server_t() {
-        unbind();
-        model_.reset();
-        fwx_host_loop_destroy(loop_);
+        client_.reset();
+        pump();
+        fwx_mapt_plu_cleanup();
     }
     held_server_t(const held_server_t &) = delete;
     held_server_t &operator=(const held_server_t &) = delete;
@@ -44,7 +42,7 @@ public:
     void carry_out(plan_run_t &run, size_t window, std::set<size_t> refused = {}) {
         run_ = &run;
         while (!run.is_over()) {
-            const size_t before = outstanding_.size();
+            const size_t before = outstanding_;
             const plan_command_t *command = before < window ? run.next() : nullptr;
             if (command == nullptr) {
                 ASSERT_NE(before, 0U) << "nothing may be sent, and nothing is awaited";
@@ -94,27 +92,6 @@ public:
     }
 
 private:
-    struct sent_t {
-        rule_change_t rule; /* of a basic rule, or op 0 */
-        uint64_t wire_ctx;
-        fwx_nat64_mapt_reply_t reply;
-    };
-
-    void bind() {
-        const fwx_nat64_unsol_cbs_t unsolicited{};
-        const fwx_nat64_reply_cbs_t replies{answered, nullptr, nullptr, nullptr, nullptr, nullptr};
-        EXPECT_EQ(fwx_nat64_bind("PAL1", loop_, &unsolicited, &replies), 0U);
-        fwx_host_tap_set(tapped, this);
-        pump();
-    }
-    void unbind() {
-        fwx_host_tap_set(nullptr, nullptr);
-        fwx_nat64_unbind();
-        pump();
-        fwx_mapt_plu_cleanup();
-        book_.emptied();
-    }
-
     static std::string part_of(uint32_t op_code, std::string bytes) {
         if (op_code == FWX_NAT64_MODEL_SAVED_BASIC_RULE) return bytes.substr(sizeof(uint32_t));
         const bool has_absence = op_code == FWX_NAT64_CFG_TIMEOUT_SET || op_code == FWX_NAT64_CFG_INTF_SET ||
@@ -134,63 +111,46 @@ private:
                match.prefix_len == rule.v6_prefix_len;
     }
 
-    void pump() { fwx_host_loop_run_until_idle(loop_); }
+    void pump() const { fwx_host_loop_run_until_idle(loop_); }
 
     void send(const plan_command_t &command, size_t ticket) {
-        sent_t &sent = outstanding_[ticket + 1];
-        sent = {};
-        sending_ = &sent;
-        const bool is_rule = command.family->kind == family_kind_t::basic_rule;
-        if (is_rule) {
-            std::memcpy(&sent.rule.rule, command.record.bytes, sizeof sent.rule.rule);
-            sent.rule.op = command.op;
-            for (const auto &[other, each] : outstanding_) {
-                const bool is_under_way =
-                    &each != &sent && each.rule.op != 0 && name_of(each.rule.rule) == name_of(sent.rule.rule);
-                EXPECT_FALSE(is_under_way) << "two commands of a rule at a time";
-            }
-            EXPECT_TRUE(command.op != FWX_NAT64_OP_ADD || book_.adding(sent.rule));
-        }
-        EXPECT_EQ(command.family->send(command.op, command.record.bytes, reinterpret_cast<void *>(ticket + 1)), 0U);
-        const bool is_delete = is_rule && command.op == FWX_NAT64_OP_DEL;
-        EXPECT_EQ(is_delete ? book_.deleting(sent.rule) : 0, 0U);
-    }
-
-    void judge(size_t ticket, uint32_t table_code) {
-        const sent_t sent = outstanding_.at(ticket);
-        outstanding_.erase(ticket);
-        const bool is_done = sent.reply.reply.result == 0;
-        if (sent.rule.op != 0) {
-            EXPECT_EQ(is_done ? book_.done(sent.rule, table_code, sent.reply.bmr_index) : book_.failed(sent.rule), 0U);
-        }
-        run_->answered(ticket - 1, is_done);
-    }
-
-    static void answered(fwx_nat64_cmd_result_t *result) {
-        self->judge(reinterpret_cast<size_t>(result->pal_ctx), result->result);
-    }
-
-    /** Gets the server's result for a rule's command, which the library does not report. */
-    static void tapped(void *arg, fwx_host_direction_t direction, const void *msg, size_t size) {
-        auto &server = *static_cast<held_server_t *>(arg);
-        fwx_nat64_mapt_reply_t reply{};
-        std::memcpy(&reply, msg, std::min(size, sizeof reply));
-        const uint64_t ctx = reply.reply.hdr.clnt_ctx;
-        if (direction == FWX_HOST_SENT && server.sending_ != nullptr) {
-            server.sending_->wire_ctx = ctx;
-            server.sending_ = nullptr;
-        }
-        for (auto &[ticket, sent] : server.outstanding_) {
-            if (direction == FWX_HOST_RECEIVED && sent.wire_ctx == ctx) sent.reply = reply;
+        ++outstanding_;
+        const auto send_it = [&command](void *pal_ctx) {
+            return command.family->send(command.op, command.record.bytes, pal_ctx);
+        };
+        const auto judge = [this, ticket](const std::error_code &error) {
+            --outstanding_;
+            run_->answered(ticket, !error);
+        };
+        if (command.family->kind == family_kind_t::basic_rule) {
+            rule_change_t change{command.op, {}, {}};
+            std::memcpy(&change.rule, command.record.bytes, sizeof change.rule);
+            EXPECT_TRUE(command.op != FWX_NAT64_OP_ADD || book_.adding(change));
+            const auto [place, is_only_one] = changes_.emplace(name_of(change.rule), change);
+            EXPECT_TRUE(is_only_one) << "two commands of a rule at a time";
+            const auto answered = [this, place = place, judge](const fwx::nat64::rule_result &answer) {
+                EXPECT_EQ(book_.answered(place->second, answer).table_code, 0U);
+                changes_.erase(place);
+                judge(answer.error);
+            };
+            EXPECT_TRUE(client_->configure_rule(send_it, answered));
+            EXPECT_EQ(command.op == FWX_NAT64_OP_DEL ? book_.deleting(place->second) : 0, 0U);
+        } else if (command.family->is_rule()) {
+            EXPECT_TRUE(client_->configure_rule(
+                send_it, [judge](const fwx::nat64::rule_result &answer) { judge(answer.error); }));
+        } else {
+            EXPECT_TRUE(
+                client_->configure(send_it, [judge](const fwx::nat64::result &answer) { judge(answer.error); }));
         }
     }
 
-    static inline held_server_t *self;
-    fwx_host_loop_t *loop_;
-    std::unique_ptr<fwx_nat64_model_t> model_;
+    fwx::host::loop loop_;
+    std::unique_ptr<fwx_nat64_model_t> model_ = fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME);
+    std::optional<fwx::nat64::client> client_{std::in_place, "PAL1", loop_.get(), fwx::nat64::handlers{},
+                                              fwx::host::adapter};
     rule_book_t book_;
-    std::map<size_t, sent_t> outstanding_; /* by ticket plus 1 */
-    sent_t *sending_ = nullptr;
+    std::map<rule_name_t, rule_change_t> changes_; /* outstanding ones */
+    size_t outstanding_ = 0;
     plan_run_t *run_ = nullptr;
 };
 
@@ -319,67 +279,17 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
 }
 
 TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
-    struct case_t {
-        const char *from, *to, *commands;
-    };
-    const case_t cases[] = {
-        /* Items that others depend on are deleted last and added first. */
-        {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\n"
-         "timeout set --type udp --value 5\ninterface set --ifh 1 --mtu 5",
-         "range add --id 2 --start 10.0.1.0 --end 10.0.1.9\npool add --id 2 --param 1 --start 10.0.0.0 --end 10.0.0.9",
-         "interface set --ifh 1 --enable 0\nrange del --id 1 --start 10.0.1.0 --end 10.0.1.9\npool del --id 1 ends "
-         "sessions\ntimeout set --type udp --value 0\n--\npool add --id 2 --param 1 --start 10.0.0.0 --end 10.0.0.9\n"
-         "range add --id 2 --start 10.0.1.0 --end 10.0.1.9\n"},
-        /* Each pool needs the addresses of the next one, so the last one changes first. */
-        {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 2 --param 1 --start 10.0.0.10 --end "
-         "10.0.0.19\npool add --id 3 --param 1 --start 10.0.0.20 --end 10.0.0.29",
-         "pool add --id 1 --param 1 --start 10.0.0.5 --end 10.0.0.14\npool add --id 2 --param 1 --start 10.0.0.15 "
-         "--end 10.0.0.24\npool add --id 3 --param 1 --start 10.0.0.25 --end 10.0.0.34",
-         "--\npool mod --id 3 --param 1 --start 10.0.0.25 --end 10.0.0.34\npool mod --id 2 --param 1 --start 10.0.0.15 "
-         "--end 10.0.0.24\npool mod --id 1 --param 1 --start 10.0.0.5 --end 10.0.0.14\n"},
-        /* A pool needs only the last address of one pool and the first of another. */
-        {"pool add --id 1 --param 1 --start 10.0.2.0 --end 10.0.2.9\npool add --id 2 --param 1 --start 10.0.0.0 --end "
-         "10.0.0.9\npool add --id 3 --param 1 --start 10.0.0.18 --end 10.0.0.19",
-         "pool add --id 1 --param 1 --start 10.0.0.9 --end 10.0.0.18\npool add --id 2 --param 1 --start 10.0.3.0 --end "
-         "10.0.3.9\npool add --id 3 --param 1 --start 10.0.4.0 --end 10.0.4.9",
-         "--\npool mod --id 2 --param 1 --start 10.0.3.0 --end 10.0.3.9\npool mod --id 3 --param 1 --start 10.0.4.0 "
-         "--end 10.0.4.9\npool mod --id 1 --param 1 --start 10.0.0.9 --end 10.0.0.18\n"},
-        /* Two pairs of pools swap their addresses: one of each is deleted first, with its range. */
-        {"pool add --id 1 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 2 --param 1 --start 10.0.0.10 --end "
-         "10.0.0.19\npool add --id 3 --param 1 --start 10.0.0.20 --end 10.0.0.29\npool add --id 4 --param 1 --start "
-         "10.0.0.30 --end 10.0.0.39\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start "
-         "10.0.2.0 --end 10.0.2.9\nrange add --id 3 --start 10.0.3.0 --end 10.0.3.9",
-         "pool add --id 2 --param 1 --start 10.0.0.0 --end 10.0.0.9\npool add --id 1 --param 1 --start 10.0.0.10 --end "
-         "10.0.0.19\npool add --id 4 --param 1 --start 10.0.0.20 --end 10.0.0.29\npool add --id 3 --param 1 --start "
-         "10.0.0.30 --end 10.0.0.39\nrange add --id 1 --start 10.0.1.0 --end 10.0.1.9\nrange add --id 2 --start "
-         "10.0.2.0 --end 10.0.2.9\nrange add --id 3 --start 10.0.3.0 --end 10.0.3.9",
-         "range del --id 3 --start 10.0.3.0 --end 10.0.3.9\nrange del --id 1 --start 10.0.1.0 --end 10.0.1.9\npool del "
-         "--id 3 ends sessions\npool del --id 1 ends sessions\n--\npool mod --id 2 --param 1 --start 10.0.0.0 --end "
-         "10.0.0.9\npool add --id 1 --param 1 --start 10.0.0.10 --end 10.0.0.19\npool mod --id 4 --param 1 --start "
-         "10.0.0.20 --end 10.0.0.29\npool add --id 3 --param 1 --start 10.0.0.30 --end 10.0.0.39\nrange add --id 1 "
-         "--start 10.0.1.0 --end 10.0.1.9\nrange add --id 3 --start 10.0.3.0 --end 10.0.3.9\n"},
-        /* Changes in place, and those that need a delete and an add. */
-        {"dmapping add --id 1 --type 0\ndmapping add --id 2 --type 0\nlimit add --type 1 --value 1\nnvi enable --ifh "
-         "1\ninterface set --ifh 2\nnvi enable --ifh 3\n"
-         "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/40 --v4 192.0.2.0/24",
-         "dmapping add --id 1 --type 1\ndmapping add --id 2 --type 0 --ext-arg 1\nlimit add --type 1 --value 2\n"
-         "interface set --ifh 1\nnvi enable --ifh 2\nnvi enable --ifh 3\ninterface set --ifh 3 --mtu 5\n"
-         "mapt bmr add --rule 1 --domain 1 --v6 2001:db8::/41 --v4 192.0.2.0/24",
-         "mapt bmr del --rule 1 --domain 1\ndmapping del --id 2 ends sessions\n--\nlimit mod --type sessions --value "
-         "2\ndmapping mod --id 1 --type address-dependent\ndmapping add --id 2 --type endpoint-independent --ext-arg "
-         "1\nmapt bmr add --rule 1 --domain 1 --v6 2001:db8::/41 --v4 192.0.2.0/24\ninterface set --ifh 1\nnvi enable "
-         "--ifh 2\ninterface set --ifh 3 --mtu 5\nnvi enable --ifh 3\n"},
-    };
-    for (const case_t &each : cases) {
-        const document_t from = load(each.from);
-        const document_t to = load(each.to);
+    for (const text_case_t &each : read_text_cases(TEST_DIR "/plan_orders.txt", 3)) {
+        SCOPED_TRACE(each.name);
+        const document_t from = load(each.parts[0]);
+        const document_t to = load(each.parts[1]);
         const plan_t plan(from, to);
         std::string commands;
         for (size_t i = 0; i < plan.size(); ++i) {
-            commands += i == plan.delete_count() ? "--\n" : "";
+            commands += i == plan.delete_count() ? "then\n" : "";
             commands += held_server_t::text_of(plan, i) + (plan.command(i).ends_sessions ? " ends sessions\n" : "\n");
         }
-        EXPECT_EQ(commands, each.commands);
+        EXPECT_EQ(commands, each.parts[2]);
     }
 }
 
