@@ -2,6 +2,7 @@
 #include "reconcile/applier.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "config/notation.h"
 #include "reconcile/scrape.h"
@@ -25,12 +26,19 @@ protected:
         run(applier.apply());
         return applier.result();
     }
-    /** The ID of the rule that the library's table finds for an address of 192.0.2.0/24, or 0. */
-    uint32_t rule_found() const {
-        const fwx_nat64_addr_t address{FWX_NAT64_FAMILY_IPV4, {192, 0, 2, 1}};
-        fwx_nat64_model_match_t match{};
-        return model->lookup(&address, &match) ? match.rule_id : 0;
+    /** Carries a plan out on a server that holds its answers, and calls `meanwhile` before it releases them. */
+    void apply_held(applier_t &applier, fwx_nat64_model_order_t order, const std::function<void()> &meanwhile = {}) {
+        model->hold();
+        auto task = applier.apply();
+        task.start();
+        pump();
+        if (meanwhile) meanwhile();
+        EXPECT_FALSE(task.done());
+        model->release(order);
+        pump();
+        ASSERT_TRUE(task.done());
     }
+    uint32_t rule_found() const { return rule_found_by(*model); }
     void expect_from() const {
         EXPECT_EQ(model->timeout(1), 10U);
         EXPECT_EQ(model->totals().pools, 1U);
@@ -80,16 +88,8 @@ TEST_F(applier_test, a_refusal_stops_the_plan_and_it_can_be_rolled_back) {
 }
 
 TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_outstanding_answers) {
-    model->hold();
     applier_t applier(*client, rules_, plan_);
-    auto task = applier.apply();
-    task.start();
-    pump();
-    applier.stop();
-    EXPECT_FALSE(task.done());
-    model->release(fwx_nat64_model_order_t::in_order);
-    pump();
-    ASSERT_TRUE(task.done());
+    apply_held(applier, fwx_nat64_model_order_t::in_order, [&] { applier.stop(); });
     EXPECT_TRUE(applier.result().is_stopped);
     EXPECT_FALSE(applier.result());
     EXPECT_EQ(applier.result().done, 2U) << "the deletes";
@@ -101,14 +101,8 @@ TEST_F(applier_test, a_stop_sends_nothing_more_and_waits_for_outstanding_answers
 TEST_F(applier_test, a_plan_that_was_sent_whole_is_not_stopped_any_more) {
     const document_t more = read_document(before + "dmapping add --id 3 --type 1\n");
     const plan_t plan(from_, more);
-    model->hold();
     applier_t applier(*client, rules_, plan);
-    auto task = applier.apply();
-    task.start();
-    applier.stop();
-    model->release(fwx_nat64_model_order_t::in_order);
-    pump();
-    ASSERT_TRUE(task.done());
+    apply_held(applier, fwx_nat64_model_order_t::in_order, [&] { applier.stop(); });
     EXPECT_TRUE(applier.result());
     EXPECT_EQ(applier.result().done, 1U);
 }
@@ -134,15 +128,10 @@ TEST_F(applier_test, an_applier_sends_nothing_more_once_it_or_its_task_is_destro
 
 TEST_F(applier_test, of_several_refusals_the_one_of_the_first_command_is_reported) {
     for (const auto order : {fwx_nat64_model_order_t::in_order, fwx_nat64_model_order_t::reverse}) {
-        model->hold();
         model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 2);
         applier_t applier(*client, rules_, plan_);
-        auto task = applier.apply();
-        task.start();
-        pump();
-        model->release(order);
-        pump();
-        ASSERT_TRUE(task.done() && applier.result().refusal);
+        apply_held(applier, order);
+        ASSERT_TRUE(applier.result().refusal);
         EXPECT_EQ(text_of(applier.result().refusal->command), steps[0]);
     }
 }

@@ -7,6 +7,7 @@
 #include "config/notation.h"
 #include "tests/cxx/cxx_fixture.h"
 #include "tests/reconcile/two_documents.h"
+#include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
 namespace nat64 = fwx::nat64;
@@ -25,10 +26,11 @@ protected:
         reconciler.reset();
         cxx_fixture_t::TearDown();
     }
-    /** Runs a task that may wait for a background thread. */
+    /** Runs a task that may wait for a background thread. Calls `meanwhile` when it waits for the first time. */
     template <typename value_t>
-    value_t run_slow(nat64::task<value_t> task) {
+    value_t run_slow(nat64::task<value_t> task, const std::function<void()> &meanwhile = {}) {
         task.start();
+        if (meanwhile) meanwhile();
         while (!task.done()) {
             fwx_host_loop_run_once(loop, -1);
         }
@@ -39,13 +41,7 @@ protected:
                                  bool rolls_back = true) {
         const document_t held = reconciler->held();
         const plan_t plan(held, wanted);
-        nat64::task<reconcile_result_t> task = reconciler->reconcile(plan, wanted, rolls_back);
-        task.start();
-        if (meanwhile) meanwhile();
-        while (!task.done()) {
-            fwx_host_loop_run_once(loop, -1);
-        }
-        return task.get();
+        return run_slow(reconciler->reconcile(plan, wanted, rolls_back), meanwhile);
     }
     /** Changes the server without the reconciler, as another client does. */
     void others_set_timeout(uint32_t seconds) {
@@ -71,19 +67,7 @@ protected:
 }  // namespace
 
 TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_brought) {
-    const document_t all = read_document(
-        "timeout set --type udp --value 10\nlimit add --type sessions --value 9\nservice add --type alg --value 21\n"
-        "adj set --type inside --address 192.0.2.9\nreplication set --value 1 --value2 2\n"
-        "settings set --bytes 01020304050607080910111213141516\n"
-        "interface set --ifh 1 --sful 64:ff9b::/96 --mtu 1400\nnvi enable --ifh 1\nnvi enable --ifh 2\n"
-        "interface set --ifh 3 --sless 2001:db8::/32\n"
-        "prefix add --prefix 64:ff9b::/96 --kind stateful\nprefix add --prefix 2001:db8::/32 --kind dns64\n"
-        "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.10\n"
-        "range add --id 1 --start 198.51.100.1 --end 198.51.100.2\n"
-        "smapping add --id 1 --addr1 2001:db8::1 --addr2 192.0.2.1\ndmapping add --id 3 --type 1 --ext-arg 5\n"
-        "logging add --dest 192.0.2.1 --port 5 --template 1\n"
-        "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24 --ea-len 16\n"
-        "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
+    const document_t all = read_document(text_of(TEST_DIR "/everything.natctl"));
     EXPECT_TRUE(reconcile(all).is_in_sync);
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(all));
@@ -226,15 +210,10 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
     fwx_mapt_plu_cleanup();
     rules.emptied();
     reconciler.emplace(loop, *client, rules);
-    const auto lookup = [this] {
-        fwx_nat64_addr_t address{FWX_NAT64_FAMILY_IPV4, {192, 0, 2, 1}};
-        fwx_nat64_model_match_t match{};
-        return model->lookup(&address, &match) ? match.rule_id : 0;
-    };
-    EXPECT_EQ(lookup(), 0U);
+    EXPECT_EQ(rule_found_by(*model), 0U);
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
-    EXPECT_EQ(lookup(), 5U);
+    EXPECT_EQ(rule_found_by(*model), 5U);
     EXPECT_EQ(rules.installed(), 1U);
     /* A server that was restarted has none of them. */
     model.reset();
@@ -242,7 +221,7 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
     pump();
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
-    EXPECT_EQ(lookup(), 0U);
+    EXPECT_EQ(rule_found_by(*model), 0U);
     EXPECT_EQ(rules.installed(), 0U);
 }
 

@@ -1,4 +1,4 @@
-/* Two documents and the plan between them, for tests that carry it out. */
+/* Two documents and the plan between them, for tests that carry it out, and what the rule table finds. */
 #ifndef TESTS_RECONCILE_TWO_DOCUMENTS_H
 #define TESTS_RECONCILE_TWO_DOCUMENTS_H
 
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/load.h"
+#include "model/model.h"
 
 inline document_t read_document(const std::string &text) {
     problems_t problems;
@@ -33,5 +34,12 @@ inline const std::vector<std::string> steps = {
     "dmapping add --id 3 --type address-dependent",
     "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.3.0/24",
 };
+
+/** The ID of the rule that the library's table finds for an address of 192.0.2.0/24, or 0. */
+inline uint32_t rule_found_by(const fwx_nat64_model_t &model) {
+    const fwx_nat64_addr_t address{FWX_NAT64_FAMILY_IPV4, {192, 0, 2, 1}};
+    fwx_nat64_model_match_t match{};
+    return model.lookup(&address, &match) ? match.rule_id : 0;
+}
 
 #endif

@@ -18,6 +18,7 @@
 #include "records/families.h"
 #include "stage.h"
 #include "tests/support/outstanding.h"
+#include "tests/support/platform_watch.h"
 
 #ifdef ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
@@ -69,12 +70,6 @@ fwx_host_live_t live() {
     return now;
 }
 
-fwx_host_errors_t errors() {
-    fwx_host_errors_t now;
-    fwx_host_errors_get(&now);
-    return now;
-}
-
 /** Deletes and frees the leaves in the tree of complex 0; returns their number. */
 uint64_t take_leaves() {
     const uint8_t key = 0;
@@ -112,150 +107,143 @@ class fault_sweep_t : public testing::TestWithParam<scenario_t> {
 protected:
     void TearDown() override { fwx_host_fault_reset(); }
 
-    void run(const fault_t &fault, ending_t ending);
-    void expect_a_binding_works();
     bool failed() const { return HasFailure(); }
+
+    void run(const fault_t &fault, ending_t ending) {
+        const leaks_are_counted_t counted(fault.loses_walk_records());
+        const fwx_host_live_t live_before = live();
+        const uint64_t walk_blocks_before = fwx_host_memory_blocks_tag(client_tag);
+        const platform_watch_t watch;
+        own_list_heads_.clear();
+        fwx_host_fault_reset();
+        fwx_host_fault_arm(fault.op, static_cast<uint32_t>(fault.nth), 0);
+        {
+            stage_t stage;
+            GetParam().play(stage);
+            expect_it_goes_on(stage);
+            expect_all_told(stage, fault);
+            expect_all_accounted_for(stage, fault, ending);
+            fwx_nat64_unbind();
+            fwx_mapt_plu_cleanup();
+            stage.pump();
+            for (size_t op = 0; op < calls_.size(); ++op) {
+                calls_[op] = fwx_host_fault_calls(static_cast<fwx_host_op_t>(op));
+            }
+            fwx_host_fault_reset();
+            expect_nothing_left(stage, fault, live_before, walk_blocks_before);
+        }
+        EXPECT_EQ(watch.errors().bad_frees, 0u);
+        const uint64_t lost = watch.errors().destroyed_in_use;
+        EXPECT_TRUE(lost == 0 || fault.loses_contexts()) << lost << " elements of destroyed pools and lists";
+    }
+
+    void expect_a_binding_works() {
+        const fwx_host_live_t live_before = live();
+        const uint64_t walk_blocks_before = fwx_host_memory_blocks_tag(client_tag);
+        stage_t stage;
+        stage.bind();
+        const fwx_nat64_mapt_bmr_t rule = {9, 1, {0x20, 0x01, 0x0d, 0xb8, 9}, 48, {203, 0, 113}, 24, {}};
+        stage.send("rule", [&](void *ctx) { return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &rule, ctx); });
+        stage.pump();
+        expect_all_accepted(stage);
+        EXPECT_EQ(stage.open(), 0u);
+        fwx_nat64_model_match_t match{};
+        const fwx_nat64_addr_t address = {0, {203, 0, 113, 7}};
+        EXPECT_TRUE(stage.model->lookup(&address, &match));
+        EXPECT_EQ(match.rule_id, 9u);
+        fwx_nat64_unbind();
+        fwx_mapt_plu_cleanup();
+        stage.pump();
+        expect_nothing_left(stage, no_fault, live_before, walk_blocks_before);
+    }
 
     std::array<uint64_t, FWX_HOST_OP_COUNT> calls_{};
     std::vector<uint64_t>
         own_list_heads_; /* numbers of the calls of FWX_HOST_OP_LIST_HEAD that the sweep itself makes */
 
 private:
-    uint64_t outstanding();
-    static void expect_it_goes_on(stage_t &stage);
-    void expect_all_told(const stage_t &stage, const fault_t &fault);
-    void expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending);
-    void expect_all_accepted(const stage_t &stage);
-    static void expect_nothing_left(const stage_t &stage, const fault_t &fault, fwx_host_live_t before,
-                                    uint64_t walk_blocks_before);
-};
-
-uint64_t fault_sweep_t::outstanding() {
-    own_list_heads_.push_back(fwx_host_fault_calls(FWX_HOST_OP_LIST_HEAD) + 1);
-    return outstanding_commands();
-}
-
-void fault_sweep_t::expect_all_accepted(const stage_t &stage) {
-    for (const result_t &result : stage.results) {
-        EXPECT_EQ(result.code, 0u) << result.what;
+    uint64_t outstanding() {
+        own_list_heads_.push_back(fwx_host_fault_calls(FWX_HOST_OP_LIST_HEAD) + 1);
+        return outstanding_commands();
     }
-    for (const ticket_t &ticket : stage.tickets) {
-        EXPECT_EQ(ticket.code, ticket.expected) << ticket.what;
-        if (!GetParam().is_answered) continue;
-        EXPECT_FALSE(ticket.is_open()) << ticket.what;
-        EXPECT_EQ(ticket.verdict, ticket.expected_verdict) << ticket.what;
-    }
-}
 
-/* Sends two commands, because the fault can make only one of them fail. */
-void fault_sweep_t::expect_it_goes_on(stage_t &stage) {
-    stage.send("alias upload", fwx_nat64_ipalias_upload_a);
-    stage.send("alias upload", fwx_nat64_ipalias_upload_a);
-    const bool is_one_sent = stage.tickets.back().is_sent() || stage.tickets[stage.tickets.size() - 2].is_sent();
-    EXPECT_EQ(is_one_sent, fwx_nat64_client_info_get() != nullptr);
-    stage.pump();
-}
-
-/* No command is reported whose send failed, and none is reported twice. */
-void fault_sweep_t::expect_all_told(const stage_t &stage, const fault_t &fault) {
-    for (const ticket_t &ticket : stage.tickets) {
-        EXPECT_EQ(ticket.is_sent() ? 0u : ticket.calls, 0u) << ticket.what;
-        EXPECT_LE(ticket.ends, 1u) << ticket.what;
-    }
-    if (fault.op == FWX_HOST_OP_COUNT) expect_all_accepted(stage);
-}
-
-/* Commands that are not reported are outstanding. After a flush, every command is reported. */
-void fault_sweep_t::expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending) {
-    uint64_t lost = fault.loses_a_command() ? 1 : 0;
-    if (fault.ends_queries_silently()) {
+    void expect_all_accepted(const stage_t &stage) {
+        for (const result_t &result : stage.results) {
+            EXPECT_EQ(result.code, 0u) << result.what;
+        }
         for (const ticket_t &ticket : stage.tickets) {
-            lost += ticket.answer == answer_t::query && ticket.is_open() && ticket.calls != 0 ? 1 : 0;
+            EXPECT_EQ(ticket.code, ticket.expected) << ticket.what;
+            if (!GetParam().is_answered) continue;
+            EXPECT_FALSE(ticket.is_open()) << ticket.what;
+            EXPECT_EQ(ticket.verdict, ticket.expected_verdict) << ticket.what;
         }
-        EXPECT_LE(lost, 1u);
     }
-    EXPECT_LE(stage.open(), outstanding() + lost);
-    if (ending == ending_t::discard) return;
-    const uint32_t code = fwx_nat64_clnt_cleanup();
-    const uint64_t rest = outstanding();
-    EXPECT_TRUE(code != 0 || rest == 0);
-    EXPECT_LE(stage.open(), rest + lost);
-    expect_all_told(stage, fault);
-    fwx_mapt_plu_cleanup();
-    EXPECT_LE(live().pool_elements, rest + lost) << "contexts that belong to no command";
-}
 
-void fault_sweep_t::expect_nothing_left(const stage_t &stage, const fault_t &fault, fwx_host_live_t before,
-                                        uint64_t walk_blocks_before) {
-    const uint64_t leaves = take_leaves();
-    EXPECT_TRUE(leaves == 0 || fault.leaves_leaves()) << leaves;
-    EXPECT_EQ(fwx_host_memory_blocks_tag(rule_tag), 0u);
-
-    const auto may_be_lost = [](const ticket_t &t) { return t.answer == answer_t::walk && t.is_sent() && !t.released; };
-    const uint64_t walks = fwx_host_memory_blocks_tag(client_tag) - walk_blocks_before;
-    if (fault.loses_walk_records()) {
-        EXPECT_LE(walks, static_cast<uint64_t>(std::count_if(stage.tickets.begin(), stage.tickets.end(), may_be_lost)));
-        before.memory_blocks += walks;
-        before.memory_bytes += walks * walk_record_bytes;
-    }
-    const fwx_host_live_t now = live();
-    EXPECT_EQ(now.memory_blocks, before.memory_blocks);
-    EXPECT_EQ(now.memory_bytes, before.memory_bytes);
-    EXPECT_EQ(now.lists, before.lists);
-    EXPECT_EQ(now.hash_tables, before.hash_tables);
-    EXPECT_EQ(now.pools, before.pools);
-    EXPECT_EQ(now.pool_elements, before.pool_elements);
-    EXPECT_EQ(now.tx_buffers, before.tx_buffers);
-    EXPECT_EQ(now.channels, before.channels);
-}
-
-void fault_sweep_t::run(const fault_t &fault, ending_t ending) {
-    const leaks_are_counted_t counted(fault.loses_walk_records());
-    const fwx_host_live_t live_before = live();
-    const uint64_t walk_blocks_before = fwx_host_memory_blocks_tag(client_tag);
-    const fwx_host_errors_t errors_before = errors();
-    own_list_heads_.clear();
-    fwx_host_fault_reset();
-    fwx_host_fault_arm(fault.op, static_cast<uint32_t>(fault.nth), 0);
-    {
-        stage_t stage;
-        GetParam().play(stage);
-        expect_it_goes_on(stage);
-        expect_all_told(stage, fault);
-        expect_all_accounted_for(stage, fault, ending);
-        fwx_nat64_unbind();
-        fwx_mapt_plu_cleanup();
+    /* Sends two commands, because the fault can make only one of them fail. */
+    static void expect_it_goes_on(stage_t &stage) {
+        stage.send("alias upload", fwx_nat64_ipalias_upload_a);
+        stage.send("alias upload", fwx_nat64_ipalias_upload_a);
+        const bool is_one_sent = stage.tickets.back().is_sent() || stage.tickets[stage.tickets.size() - 2].is_sent();
+        EXPECT_EQ(is_one_sent, fwx_nat64_client_info_get() != nullptr);
         stage.pump();
-        for (size_t op = 0; op < calls_.size(); ++op) {
-            calls_[op] = fwx_host_fault_calls(static_cast<fwx_host_op_t>(op));
-        }
-        fwx_host_fault_reset();
-        expect_nothing_left(stage, fault, live_before, walk_blocks_before);
     }
-    EXPECT_EQ(errors().bad_frees, errors_before.bad_frees);
-    const uint64_t lost = errors().destroyed_in_use - errors_before.destroyed_in_use;
-    EXPECT_TRUE(lost == 0 || fault.loses_contexts()) << lost << " elements of destroyed pools and lists";
-}
 
-void fault_sweep_t::expect_a_binding_works() {
-    const fwx_host_live_t live_before = live();
-    const uint64_t walk_blocks_before = fwx_host_memory_blocks_tag(client_tag);
-    stage_t stage;
-    stage.bind();
-    const fwx_nat64_mapt_bmr_t rule = {9, 1, {0x20, 0x01, 0x0d, 0xb8, 9}, 48, {203, 0, 113}, 24, {}};
-    stage.send("rule", [&](void *ctx) { return fwx_nat64_mapt_bmr_set_a(FWX_NAT64_OP_ADD, &rule, ctx); });
-    stage.pump();
-    expect_all_accepted(stage);
-    EXPECT_EQ(stage.open(), 0u);
-    fwx_nat64_model_match_t match{};
-    const fwx_nat64_addr_t address = {0, {203, 0, 113, 7}};
-    EXPECT_TRUE(stage.model->lookup(&address, &match));
-    EXPECT_EQ(match.rule_id, 9u);
-    fwx_nat64_unbind();
-    fwx_mapt_plu_cleanup();
-    stage.pump();
-    expect_nothing_left(stage, no_fault, live_before, walk_blocks_before);
-}
+    /* No command is reported whose send failed, and none is reported twice. */
+    void expect_all_told(const stage_t &stage, const fault_t &fault) {
+        for (const ticket_t &ticket : stage.tickets) {
+            EXPECT_EQ(ticket.is_sent() ? 0u : ticket.calls, 0u) << ticket.what;
+            EXPECT_LE(ticket.ends, 1u) << ticket.what;
+        }
+        if (fault.op == FWX_HOST_OP_COUNT) expect_all_accepted(stage);
+    }
+
+    /* Commands that are not reported are outstanding. After a flush, every command is reported. */
+    void expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending) {
+        uint64_t lost = fault.loses_a_command() ? 1 : 0;
+        if (fault.ends_queries_silently()) {
+            for (const ticket_t &ticket : stage.tickets) {
+                lost += ticket.answer == answer_t::query && ticket.is_open() && ticket.calls != 0 ? 1 : 0;
+            }
+            EXPECT_LE(lost, 1u);
+        }
+        EXPECT_LE(stage.open(), outstanding() + lost);
+        if (ending == ending_t::discard) return;
+        const uint32_t code = fwx_nat64_clnt_cleanup();
+        const uint64_t rest = outstanding();
+        EXPECT_TRUE(code != 0 || rest == 0);
+        EXPECT_LE(stage.open(), rest + lost);
+        expect_all_told(stage, fault);
+        fwx_mapt_plu_cleanup();
+        EXPECT_LE(live().pool_elements, rest + lost) << "contexts that belong to no command";
+    }
+
+    static void expect_nothing_left(const stage_t &stage, const fault_t &fault, fwx_host_live_t before,
+                                    uint64_t walk_blocks_before) {
+        const uint64_t leaves = take_leaves();
+        EXPECT_TRUE(leaves == 0 || fault.leaves_leaves()) << leaves;
+        EXPECT_EQ(fwx_host_memory_blocks_tag(rule_tag), 0u);
+
+        const auto may_be_lost = [](const ticket_t &t) {
+            return t.answer == answer_t::walk && t.is_sent() && !t.released;
+        };
+        const uint64_t walks = fwx_host_memory_blocks_tag(client_tag) - walk_blocks_before;
+        if (fault.loses_walk_records()) {
+            EXPECT_LE(walks,
+                      static_cast<uint64_t>(std::count_if(stage.tickets.begin(), stage.tickets.end(), may_be_lost)));
+            before.memory_blocks += walks;
+            before.memory_bytes += walks * walk_record_bytes;
+        }
+        const fwx_host_live_t now = live();
+        EXPECT_EQ(now.memory_blocks, before.memory_blocks);
+        EXPECT_EQ(now.memory_bytes, before.memory_bytes);
+        EXPECT_EQ(now.lists, before.lists);
+        EXPECT_EQ(now.hash_tables, before.hash_tables);
+        EXPECT_EQ(now.pools, before.pools);
+        EXPECT_EQ(now.pool_elements, before.pool_elements);
+        EXPECT_EQ(now.tx_buffers, before.tx_buffers);
+        EXPECT_EQ(now.channels, before.channels);
+    }
+};
 
 uint64_t injected_in_all = 0;
 
