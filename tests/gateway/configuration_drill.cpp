@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "drill.h"
+#include "gateway_fixture.h"
 
 namespace {
 
@@ -199,7 +199,7 @@ std::string difference(const stream_t::facts_t &one, const stream_t::facts_t &ot
     return text;
 }
 
-class configuration_drill : public drill {
+class configuration_drill : public gateway_fixture_t {
 protected:
     /** What `config show` says. */
     static stream_t::facts_t shown_lines() {
@@ -338,24 +338,15 @@ TEST_F(configuration_drill, a_gateway_that_is_killed_while_it_starts_is_followed
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     serve_with_pool();
+    const std::string losses[] = {gateway_words("--remove edge"),
+                                  "kill -KILL $(cat " + state("edge") + "/translator.pid)",
+                                  "ip link delete fwx_nat64 && nft delete table ip6 fwx_nat64_edge", "true"};
     size_t begun = 0;
     double longest_start_s = 0;
     for (size_t kill = 0; kill < kills && !HasFailure(); ++kill) {
         SCOPED_TRACE("kill " + std::to_string(kill));
         gateway.end(SIGKILL);
-        switch (kill % 4) { /* what the next ones find */
-            case 0:
-                must(middle, gateway_words("--remove edge"));
-                break;
-            case 1:
-                must(middle, "kill -KILL $(cat " + state("edge") + "/translator.pid)");
-                break;
-            case 2:
-                must(middle, "ip link delete fwx_nat64 && nft delete table ip6 fwx_nat64_edge");
-                break;
-            default:
-                break;
-        }
+        must(middle, losses[kill % std::size(losses)]); /* what the next ones find */
         for (int early = 0; early < 3; ++early) {
             begun += serve(static_cast<suseconds_t>(1 + random() % longest_life_us)) ? 1U : 0U;
             gateway.end(SIGKILL);

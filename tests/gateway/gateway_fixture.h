@@ -8,6 +8,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -17,6 +18,12 @@
 #include "tests/support/child.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
+
+using clock_type = std::chrono::steady_clock;
+
+inline double seconds_since(clock_type::time_point begin) {
+    return std::chrono::duration<double>(clock_type::now() - begin).count();
+}
 
 class gateway_fixture_t : public testing::Test {
 protected:
@@ -90,6 +97,7 @@ protected:
         }
     }
     static json_t sessions(const std::string &filter = "") { return ask("sessions walk " + filter).second["data"]; }
+    std::string table() const { return middle.run("nft list table ip6 fwx_nat64_edge").output; }
     /** What connection tracking lists, a session a line. */
     std::string tracked() const { return middle.run("{ conntrack -L -f ipv6 2>/dev/null; }").output; }
     size_t listed_sessions() const {
@@ -138,13 +146,18 @@ protected:
     }
     static end_t to_server(uint16_t port) { return {server_behind_prefix, port}; }
 
-    /** The size of the answer to an ICMPv6 echo request, 0 for none. */
-    size_t ping(const std::string &address, size_t size, int wait_ms = socket_t::patience_ms) const {
-        const socket_t raw(client, SOCK_RAW, {client_address, 0}, IPPROTO_ICMPV6);
+    /** A socket of the client that receives only ICMPv6 messages of this type. */
+    socket_t icmp_socket(uint8_t type) const {
+        socket_t raw(client, SOCK_RAW, {client_address, 0}, IPPROTO_ICMPV6);
         icmp6_filter filter;
         ICMP6_FILTER_SETBLOCKALL(&filter);
-        ICMP6_FILTER_SETPASS(ICMP6_ECHO_REPLY, &filter);
+        ICMP6_FILTER_SETPASS(type, &filter);
         setsockopt(raw.fd(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof filter);
+        return raw;
+    }
+    /** The size of the answer to an ICMPv6 echo request, 0 for none. */
+    size_t ping(const std::string &address, size_t size, int wait_ms = socket_t::patience_ms) const {
+        const socket_t raw = icmp_socket(ICMP6_ECHO_REPLY);
         std::string request(sizeof(icmp6_hdr) + size, 'p');
         const icmp6_hdr head = {ICMP6_ECHO_REQUEST, 0, 0, {}};
         request.replace(0, sizeof head, reinterpret_cast<const char *>(&head), sizeof head);

@@ -6,11 +6,20 @@
 
 namespace {
 
-using process_test = gateway_fixture_t;
+class process_test : public gateway_fixture_t {
+protected:
+    /** Runs a command of the gateway in its namespace, which must fail with this message. */
+    void expect_refused(const std::string &command, const std::string &message) const {
+        const ran_t ran = middle.run("timeout 20 " + command);
+        EXPECT_EQ(ran.status, 2) << command;
+        EXPECT_EQ(ran.output, "nat64-gateway: " + message + "\n");
+    }
+    static std::string shown() { return run_command(std::string(NATCTL_PATH) + " --connect edge config show").output; }
+};
 
 TEST_F(process_test, what_is_not_on_this_gateway_is_refused_with_its_code_and_kept_nowhere) {
     serve_with_pool();
-    const std::string before = run_command(std::string(NATCTL_PATH) + " --connect edge config show").output;
+    const std::string before = shown();
     const char *const refused[] = {
         "interface set --ifh 1 --mtu 1400",
         "interface set --ifh 1 --sful 2001:db8:65::/96",
@@ -36,17 +45,20 @@ TEST_F(process_test, what_is_not_on_this_gateway_is_refused_with_its_code_and_ke
         EXPECT_NE(answer.dump().find("not on this gateway"), std::string::npos) << line << answer;
     }
     EXPECT_EQ(system("refused_not_here"), std::size(refused));
-    EXPECT_EQ(run_command(std::string(NATCTL_PATH) + " --connect edge config show").output, before);
+    EXPECT_EQ(shown(), before);
 }
 
 TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_them) {
+    /* A prefix is its bytes, its length and seven zero bytes. */
+    const std::string sources_48 = "20010db80001000000000000000000003000000000000000";
+    const std::string sources_32 = "20010db80000000000000000000000002000000000000000";
+    const std::string sources_64 = "20010db80001000200000000000000004000000000000000";
     serve_with_pool();
     configure({"smapping add --id 1 --addr1 2001:db8:1::2 --addr2 203.0.113.1",
                "dmapping add --id 1 --type address-and-port-dependent",
-               "dmapping add --id 3 --type address-and-port-dependent --ext-arg 1 --ext "
-               "20010db8000100000000000000000000"
-               "3000000000000000"});
-    const std::pair<const char *, int> refused[] = {
+               "dmapping add --id 3 --type address-and-port-dependent --ext-arg 1 --ext " + sources_48});
+    const std::string dmapping = "dmapping add --id 2 --type address-and-port-dependent --ext-arg ";
+    const std::pair<std::string, int> refused[] = {
         {"smapping add --id 2 --addr1 2001:db8:1::2 --addr2 203.0.113.2", 0x6004},
         {"smapping add --id 2 --addr1 2001:db8:1::3 --addr2 203.0.113.1", 0x6004},
         {"smapping add --id 2 --addr1 203.0.113.2 --addr2 2001:db8:1::3", 0x6006},
@@ -55,18 +67,10 @@ TEST_F(process_test, values_that_cannot_be_are_refused_before_the_kernel_sees_th
         {"prefix add --prefix fd6e:6174:3634::/96 --kind stateful", 0x6006},
         {"interface set --ifh 999", 0x6006},
         {"nvi enable --ifh 999", 0x6006},
-        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1", 0x6004},
-        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 9 --ext "
-         "200000000000000000000000000000000300000000000000",
-         0x6005},
-        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1 --ext "
-         "20010db8000000000000000000000000"
-         "2000000000000000",
-         0x600c},
-        {"dmapping add --id 2 --type address-and-port-dependent --ext-arg 1 --ext "
-         "20010db8000100020000000000000000"
-         "4000000000000000",
-         0x600c},
+        {dmapping + "1", 0x6004},
+        {dmapping + "9 --ext 200000000000000000000000000000000300000000000000", 0x6005},
+        {dmapping + "1 --ext " + sources_32, 0x600c},
+        {dmapping + "1 --ext " + sources_64, 0x600c},
     };
     for (const auto &[line, code] : refused) {
         EXPECT_EQ(ask(line).second["code"], code) << line;
@@ -133,18 +137,13 @@ TEST_F(process_test, a_pool_that_is_deleted_while_the_device_is_gone_leaves_the_
 
 TEST_F(process_test, a_network_namespace_has_one_gateway_and_remove_leaves_nothing) {
     serve_with_pool();
-    ran_t second = middle.run("timeout 5 " + gateway_words("other"));
-    EXPECT_EQ(second.status, 2);
-    EXPECT_EQ(second.output, "nat64-gateway: a gateway runs in this network namespace\n");
+    expect_refused(gateway_words("other"), "a gateway runs in this network namespace");
     EXPECT_EQ(middle.run(gateway_words("--remove edge")).status, 2) << "while it runs";
     EXPECT_EQ(gateway.end(SIGTERM), 0);
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "a gateway that ends leaves its work in force";
     for (const char *words : {"other", "ed", "--remove other"}) {
-        second = middle.run("timeout 5 " + gateway_words(words));
-        EXPECT_EQ(second.status, 2);
-        EXPECT_EQ(second.output,
-                  "nat64-gateway: this network namespace is gateway edge's; remove that with: nat64-gateway --remove "
-                  "edge\n");
+        expect_refused(gateway_words(words),
+                       "this network namespace is gateway edge's; remove that with: nat64-gateway --remove edge");
     }
     EXPECT_EQ(listed_sessions(), 1U);
     EXPECT_NE(ping(server_behind_prefix, 8), 0U) << "and so does one that may not be started or removed";
@@ -167,16 +166,13 @@ TEST_F(process_test, a_gateway_has_one_translator_even_when_that_has_lost_its_de
     EXPECT_EQ(gateway.end(SIGTERM), 0);
     const std::string process = text_of(state("edge") + "/translator.pid");
     must(middle, "ip link delete fwx_nat64");
-    const ran_t second = middle.run("timeout 5 " + gateway_words("--translator edge"));
-    EXPECT_EQ(second.status, 2);
-    EXPECT_EQ(second.output, "nat64-gateway: a translator of gateway edge runs\n");
+    expect_refused(gateway_words("--translator edge"), "a translator of gateway edge runs");
     const std::string file = state("edge") + "/translator.pid";
     EXPECT_EQ(text_of(file), process);
 
     kill(std::stoi(process), SIGKILL);
     std::filesystem::create_directory(file + ".new");
-    const ran_t unknown = middle.run("timeout 5 " + gateway_words("--translator edge"));
-    EXPECT_EQ(unknown.output, "nat64-gateway: " + file + ".new: Is a directory\n") << "nobody could end it";
+    expect_refused(gateway_words("--translator edge"), file + ".new: Is a directory"); /* nobody could end it */
 
     child_t other; /* has the number of the translator, as after a restart of the machine */
     const bool has_written =
@@ -203,29 +199,20 @@ TEST_F(process_test, the_rest_of_an_interrupted_answer_is_not_read_as_the_next_a
 }
 
 TEST_F(process_test, what_is_missing_is_said_at_the_start) {
-    const ran_t without_right =
-        middle.run("setpriv --bounding-set=-net_admin --inh-caps=-net_admin " + gateway_words("edge"));
-    EXPECT_EQ(without_right.status, 2);
-    EXPECT_EQ(without_right.output, "nat64-gateway: the gateway may not change the network: it needs CAP_NET_ADMIN\n");
-    const ran_t without_program = middle.run(gateway_words("--tayga /no/tayga edge"));
-    EXPECT_EQ(without_program.status, 2);
-    EXPECT_EQ(without_program.output,
-              "nat64-gateway: there is no program /no/tayga to translate with; install it: apt-get install tayga\n");
+    expect_refused("setpriv --bounding-set=-net_admin --inh-caps=-net_admin " + gateway_words("edge"),
+                   "the gateway may not change the network: it needs CAP_NET_ADMIN");
+    expect_refused(gateway_words("--tayga /no/tayga edge"),
+                   "there is no program /no/tayga to translate with; install it: apt-get install tayga");
     must(middle, "echo 0 >/proc/sys/net/ipv6/conf/all/forwarding");
-    const ran_t without_forwarding = middle.run(gateway_words("edge"));
-    EXPECT_EQ(without_forwarding.status, 2);
-    EXPECT_EQ(without_forwarding.output,
-              "nat64-gateway: the kernel does not forward packets: set /proc/sys/net/ipv6/conf/all/forwarding to 1\n");
+    expect_refused(gateway_words("edge"),
+                   "the kernel does not forward packets: set /proc/sys/net/ipv6/conf/all/forwarding to 1");
     for (const std::string name : {"no name", ".."}) {
-        EXPECT_EQ(
-            middle.run(gateway_words("'" + name + "'")).output,
-            "nat64-gateway: NAME \"" + name + "\": must be at most 64 letters, digits, dots, dashes and underscores\n");
+        expect_refused(gateway_words("'" + name + "'"),
+                       "NAME \"" + name + "\": must be at most 64 letters, digits, dots, dashes and underscores");
     }
     EXPECT_EQ(middle.run("nft list ruleset").output, "") << "nothing was begun";
     must(middle, "ip link set lo down && ip link set lo name fwx_nat64"); /* a device that cannot be deleted */
-    const ran_t removed = middle.run(gateway_words("--remove edge"));
-    EXPECT_EQ(removed.status, 2);
-    EXPECT_EQ(removed.output, "nat64-gateway: cannot delete device fwx_nat64: Operation not supported\n");
+    expect_refused(gateway_words("--remove edge"), "cannot delete device fwx_nat64: Operation not supported");
 }
 
 }  // namespace

@@ -3,40 +3,12 @@
 #include <set>
 #include <thread>
 
-#include "drill.h"
+#include "gateway_fixture.h"
 #include "tests/nat64d/process.h"
 
 namespace {
 
-TEST_F(drill, two_hundred_clients_at_once_are_answered_and_counted) {
-    constexpr size_t client_count = 200;
-    serve_with_pool();
-    const socket_t listener = at_server(SOCK_STREAM, 7);
-    listen(listener.fd(), client_count);
-    const clock_type::time_point begin = clock_type::now();
-    std::vector<socket_t> callers;
-    std::vector<socket_t> called;
-    for (size_t i = 0; i < client_count; ++i) {
-        callers.push_back(from_client(SOCK_STREAM));
-        static_cast<void>(callers.back().connects(to_server(7), 0));
-    }
-    for (size_t i = 0; i < client_count; ++i) {
-        called.push_back(listener.accepted());
-    }
-    for (size_t i = 0; i < client_count; ++i) {
-        ASSERT_TRUE(callers[i].send("client " + std::to_string(i)));
-    }
-    for (const socket_t &each : called) {
-        ASSERT_TRUE(each.send(each.receive() + "!"));
-    }
-    for (size_t i = 0; i < client_count; ++i) {
-        EXPECT_EQ(callers[i].receive(), "client " + std::to_string(i) + "!");
-    }
-    const double took_s = seconds_since(begin);
-    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], client_count);
-    EXPECT_EQ(listed_sessions(), client_count);
-    std::printf("%zu clients at once were answered in %.2f s\n", client_count, took_s);
-}
+using drill = gateway_fixture_t;
 
 TEST_F(drill, udp_of_every_size_passes_both_ways_and_errors_come_back) {
     serve_with_pool();
@@ -101,20 +73,15 @@ bool transfer(int from, int to, size_t size) {
 
 TEST_F(drill, tcp_finds_a_smaller_path_mtu_both_ways) {
     serve_with_pool();
-    const socket_t errors(client, SOCK_RAW, {client_address, 0}, IPPROTO_ICMPV6);
-    icmp6_filter filter;
-    ICMP6_FILTER_SETBLOCKALL(&filter);
-    ICMP6_FILTER_SETPASS(ICMP6_PACKET_TOO_BIG, &filter);
-    setsockopt(errors.fd(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof filter);
+    const socket_t errors = icmp_socket(ICMP6_PACKET_TOO_BIG);
     const socket_t listener = web_server();
     constexpr size_t size = 1 << 20;
     for (const uint32_t mtu : {1400U, 1340U, 1280U}) {
         must(middle, "ip link set out0 mtu " + std::to_string(mtu) + " && ip link set in0 mtu " + std::to_string(mtu));
         const connection_t tcp = connection(listener);
         EXPECT_TRUE(transfer(tcp.caller.fd(), tcp.called.fd(), size)) << mtu;
-        const socket_t second = from_client(SOCK_STREAM);
-        ASSERT_TRUE(second.connects(to_server(80)));
-        EXPECT_TRUE(transfer(listener.accepted().fd(), second.fd(), size)) << mtu;
+        const connection_t back = connection(listener);
+        EXPECT_TRUE(transfer(back.called.fd(), back.caller.fd(), size)) << mtu;
         icmp6_hdr told{};
         for (std::string error = "?"; !error.empty(); error = errors.receive(socket_t::never_ms)) {
             if (error.size() >= sizeof told) std::memcpy(&told, error.data(), sizeof told);
@@ -129,13 +96,10 @@ TEST_F(drill, a_walk_of_thousands_of_sessions_has_each_once_while_others_come_an
     serve_with_pool();
     const socket_t stable = from_client(SOCK_DGRAM, 4000);
     const socket_t others = from_client(SOCK_DGRAM, 4001);
-    const auto send_to_all = [](const socket_t &from, uint16_t count) {
-        for (uint16_t port = 1; port <= count; ++port) {
-            from.send("x", to_server(port));
-        }
-    };
     ASSERT_TRUE(eventually([&] { /* queues may be too short for all at once */
-                                 send_to_all(stable, stable_count);
+                                 for (uint16_t port = 1; port <= stable_count; ++port) {
+                                     stable.send("x", to_server(port));
+                                 }
                                  return listed_sessions() == stable_count;
     }));
     std::atomic<bool> is_over = false;
@@ -165,31 +129,27 @@ TEST_F(drill, a_walk_of_thousands_of_sessions_has_each_once_while_others_come_an
     EXPECT_EQ(sessions("--port 4000").size(), 0U);
 }
 
-TEST_F(drill, a_transfer_is_as_fast_as_without_the_gateway_process) {
-    constexpr size_t size = 100'000'000;
-    serve_with_pool();
-    const socket_t listener = web_server();
-    std::vector<double> rates[2]; /* in Mbit/s, without and with it */
-    for (int run = 0; run < 5; ++run) {
-        for (const bool has_gateway : {false, true}) {
-            gateway.end(SIGKILL); /* the translator and the kernel's tables stay */
-            ASSERT_TRUE(!has_gateway || serve()) << log();
-            const connection_t tcp = connection(listener);
-            const auto begin = clock_type::now();
-            ASSERT_TRUE(transfer(tcp.caller.fd(), tcp.called.fd(), size));
-            rates[has_gateway].push_back(static_cast<double>(size) * 8e-6 / seconds_since(begin));
-        }
-    }
-    for (std::vector<double> &each : rates) {
-        std::sort(each.begin(), each.end());
-    }
-    std::printf("medians of five: %.0f Mbit/s without the gateway process, %.0f with it\n", rates[0][2], rates[1][2]);
-    EXPECT_GE(rates[1][2], 0.95 * rates[0][2]);
-}
-
-/** Changes that concern no flow, a kill with a new gateway, and a nat64d that is killed. */
 class disturbed_drill : public drill {
 protected:
+    /** Calls `act` while changes are made that concern no flow, the gateway is killed and started again, and a nat64d
+     * is killed. Returns how many seconds `act` took, which must be longer than all of that. */
+    template <typename act_t>
+    double disturbed(act_t act) {
+        const auto begin = clock_type::now();
+        double took_s = 0;
+        std::thread acting([&] {
+            act();
+            took_s = seconds_since(begin);
+        });
+        disturb();
+        const double disturbed_s = seconds_since(begin);
+        acting.join();
+        EXPECT_LT(disturbed_s, took_s) << "all of it happened meanwhile";
+        std::printf("disturbed for the first %.1f of %.1f s: ", disturbed_s, took_s);
+        return took_s;
+    }
+
+private:
     void disturb() {
         {
             commander_t commander;
@@ -213,43 +173,22 @@ protected:
 TEST_F(disturbed_drill, a_transfer_of_500_mb_completes) {
     constexpr size_t size = 500'000'000;
     serve_with_pool();
-    const socket_t listener = web_server();
-    const connection_t tcp = connection(listener);
-    const auto begin = clock_type::now();
-    std::atomic<bool> is_complete = false;
-    double took_s = 0;
-    std::thread transferring([&] {
-        is_complete = transfer(tcp.caller.fd(), tcp.called.fd(), size);
-        took_s = seconds_since(begin);
-    });
-    disturb();
-    const double disturbed_s = seconds_since(begin);
-    transferring.join();
+    const connection_t tcp = connection(web_server());
+    bool is_complete = false;
+    const double took_s = disturbed([&] { is_complete = transfer(tcp.caller.fd(), tcp.called.fd(), size); });
     EXPECT_TRUE(is_complete);
-    EXPECT_LT(disturbed_s, took_s) << "all of it happened meanwhile";
-    std::printf("%zu MB in %.1f s, %.0f Mbit/s, disturbed for the first %.1f s\n", size / 1'000'000, took_s,
-                static_cast<double>(size) * 8e-6 / took_s, disturbed_s);
+    std::printf("%zu MB, %.0f Mbit/s\n", size / 1'000'000, static_cast<double>(size) * 8e-6 / took_s);
 }
 
 TEST_F(disturbed_drill, a_ping_every_10_ms_loses_nothing) {
     serve_with_pool();
     ASSERT_NE(ping(server_behind_prefix, 8), 0U);
-    constexpr int count = 1000;
+    const std::string count = "1000";
     ran_t pinged{-1, ""};
-    const auto begin = clock_type::now();
-    double took_s = 0;
-    std::thread pinging([&] {
-        pinged = client.run("ping -q -i 0.01 -c " + std::to_string(count) + " " + server_behind_prefix);
-        took_s = seconds_since(begin);
-    });
-    disturb();
-    const double disturbed_s = seconds_since(begin);
-    pinging.join();
+    disturbed([&] { pinged = client.run("ping -q -i 0.01 -c " + count + " " + server_behind_prefix); });
     EXPECT_EQ(pinged.status, 0) << pinged.output;
-    const std::string all_came = std::to_string(count) + " received, 0% packet loss";
-    EXPECT_NE(pinged.output.find(all_came), std::string::npos) << pinged.output;
-    EXPECT_LT(disturbed_s, took_s) << "all of it happened meanwhile";
-    std::printf("%d pings in %.1f s, disturbed for the first %.1f s: none lost\n", count, took_s, disturbed_s);
+    EXPECT_NE(pinged.output.find(count + " received, 0% packet loss"), std::string::npos) << pinged.output;
+    std::printf("no ping of %s was lost\n", count.c_str());
 }
 
 }  // namespace
