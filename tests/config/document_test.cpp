@@ -14,8 +14,6 @@
 
 namespace {
 
-const std::string mark = "# nat64 configuration version 1\n";
-
 std::string texts_of(const problems_t &problems) {
     std::string texts;
     for (const problem_t &problem : problems) {
@@ -42,7 +40,7 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
         EXPECT_EQ(write_json(load(text)), json);
     }
     for (const char *text : {"# nat64 configuration version 1", "{\"version\":1,\"items\":{}}"}) {
-        EXPECT_EQ(write_lines(load(text)), mark);
+        EXPECT_EQ(write_lines(load(text)), first_line);
         EXPECT_EQ(write_json(load(text)), "{\"version\":1,\n\"items\":{}}\n");
     }
 }
@@ -68,7 +66,7 @@ TEST(document_test, other_forms_and_former_names_are_read_the_latter_with_one_wa
     for (const text_case_t &each : read_text_cases(TEST_DIR "/document_forms.txt", 3)) {
         SCOPED_TRACE(each.name);
         problems_t problems;
-        EXPECT_EQ(write_lines(load_document(each.parts[0], problems)), mark + each.parts[2]);
+        EXPECT_EQ(write_lines(load_document(each.parts[0], problems)), first_line + each.parts[2]);
         EXPECT_EQ(texts_of(problems), each.parts[1]);
     }
 }
@@ -90,7 +88,7 @@ TEST(document_test, commands_that_a_server_has_carried_out_change_its_document) 
                 if (settles_often) document.settle();
             }
             document.settle();
-            EXPECT_EQ(write_lines(document), mark + each.parts[1]);
+            EXPECT_EQ(write_lines(document), first_line + each.parts[1]);
             const document_t again = load(write_lines(document));
             EXPECT_EQ(plan_t(document, again).size(), 0U);
         }

@@ -11,10 +11,7 @@
 
 namespace {
 
-constexpr ietf_loss_t refused = ietf_loss_t::refused;
 constexpr ietf_loss_t warned = ietf_loss_t::warned;
-
-const std::string mark = "# nat64 configuration version 1\n";
 
 std::string texts_of(const problems_t &problems) {
     std::string texts;
@@ -30,13 +27,13 @@ struct converted_t {
     bool is_error;
 };
 
-converted_t read(const std::string &text, ietf_loss_t loss = refused) {
+converted_t read(const std::string &text, ietf_loss_t loss = ietf_loss_t::refused) {
     problems_t problems;
     const document_t document = read_ietf(text, loss, problems);
     return {write_lines(document), texts_of(problems), has_error(problems)};
 }
 
-converted_t write(const std::string &lines, ietf_loss_t loss = refused) {
+converted_t write(const std::string &lines, ietf_loss_t loss = ietf_loss_t::refused) {
     problems_t of_document;
     const document_t document = load_document(lines, of_document);
     EXPECT_FALSE(has_error(of_document)) << texts_of(of_document);
@@ -48,7 +45,7 @@ converted_t write(const std::string &lines, ietf_loss_t loss = refused) {
 TEST(ietf_test, items_that_both_forms_can_express_survive_a_round_trip) {
     for (const auto &[natctl, json] :
          {std::pair(text_of(TEST_DIR "/standard_form.natctl"), text_of(TEST_DIR "/standard_form.json")),
-          std::pair(mark, text_of(TEST_DIR "/standard_form_empty.json"))}) {
+          std::pair(first_line, text_of(TEST_DIR "/standard_form_empty.json"))}) {
         const converted_t written = write(natctl);
         EXPECT_EQ(written.problems, "");
         EXPECT_EQ(written.text, json);
@@ -63,7 +60,7 @@ TEST(ietf_test, defaults_and_other_spellings_of_the_standard_are_understood) {
         SCOPED_TRACE(each.name);
         const converted_t got = read(each.parts[0]);
         EXPECT_EQ(got.problems, "");
-        EXPECT_EQ(got.text, mark + each.parts[1]);
+        EXPECT_EQ(got.text, first_line + each.parts[1]);
     }
 }
 
@@ -78,7 +75,7 @@ TEST(ietf_test, each_leaf_without_a_place_in_a_document_is_named) {
         const converted_t lossy = read(each.parts[0], warned);
         EXPECT_FALSE(lossy.is_error) << lossy.problems;
         EXPECT_EQ(lossy.problems.find("warning: "), 0U);
-        EXPECT_EQ(lossy.text, mark + each.parts[2]);
+        EXPECT_EQ(lossy.text, first_line + each.parts[2]);
     }
 }
 
@@ -103,10 +100,10 @@ TEST(ietf_test, a_text_that_is_not_the_configuration_of_one_nat64_is_refused_eve
 
 TEST(ietf_test, each_item_without_a_place_in_the_standard_form_is_named) {
     const text_case_t each = read_text_cases(TEST_DIR "/ietf_items.txt", 3).at(0);
-    const converted_t strict = write(mark + each.parts[0]);
+    const converted_t strict = write(first_line + each.parts[0]);
     EXPECT_TRUE(strict.is_error);
     EXPECT_EQ(strict.problems, each.parts[1]);
-    const converted_t lossy = write(mark + each.parts[0], warned);
+    const converted_t lossy = write(first_line + each.parts[0], warned);
     EXPECT_FALSE(lossy.is_error);
     const converted_t again = read(lossy.text);
     EXPECT_EQ(again.problems, "");

@@ -156,7 +156,7 @@ private:
 
 document_t load(const std::string &text) {
     problems_t problems;
-    document_t document = load_document("# nat64 configuration version 1\n" + text, problems);
+    document_t document = load_document(first_line + text, problems);
     for (const problem_t &problem : problems) {
         EXPECT_EQ(problem.kind, problem_t::kind_t::warning) << problem.text() << '\n' << text;
     }

@@ -10,9 +10,14 @@
 #include <string>
 #include <vector>
 
+/** The line with which each written document begins. */
+inline const std::string first_line = "# nat64 configuration version 1\n";
+
 struct text_case_t {
     std::string name;
     std::vector<std::string> parts; /* of whole lines */
+
+    friend std::ostream &operator<<(std::ostream &out, const text_case_t &each) { return out << each.name; }
 };
 
 /** Reads the cases of a file, each of which must have `part_count` parts. */
