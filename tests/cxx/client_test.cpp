@@ -4,7 +4,6 @@
 
 #include <malloc.h>
 
-#include "fwx_host/fault.h"
 #include "fwx_nat64/server_result.h"
 
 namespace nat64 = fwx::nat64;
@@ -16,57 +15,31 @@ class cxx_client_test_t : public cxx_fixture_t {
 protected:
     const std::error_code timed_out_ = std::make_error_code(std::errc::timed_out);
     const std::error_code not_ready_ = nat64::nat64_error(FWX_NAT64_ERR_NOT_READY);
-
-    /** Awaits a command and appends its error to `ends_`. */
-    nat64::task<> keep(auto command) {
-        const nat64::result got = co_await command;
-        ends_.push_back(got.error);
-    }
-    /** Starts each task with a send that the channel refuses because it is full. */
-    static void start_refused(std::span<nat64::task<>> tasks) {
-        for (nat64::task<> &each : tasks) {
-            fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
-            each.start();
-        }
-    }
-    /** Reports as the platform does that the channel has room again. */
-    static void report_room() { fwx_nat64_client_info_get()->throttle_cb(1, nullptr); }
-    std::vector<std::error_code> ends_;
 };
 
 }  // namespace
 
 TEST_F(cxx_client_test_t, a_command_gives_the_servers_verdict_and_its_text) {
-    const nat64::result added =
-        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(1)); }(*client));
-    EXPECT_TRUE(added);
-    const nat64::result refused =
-        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_del(a_pool(2)); }(*client));
+    EXPECT_TRUE(run(client->pool_add(a_pool(1))));
+    const nat64::result refused = run(client->pool_del(a_pool(2)));
     EXPECT_EQ(refused.code(), FWX_NAT64_MODEL_ERR_NO_ENTRY);
     EXPECT_EQ(refused.error.message(), "the server has no such entry");
-    const nat64::result invalid =
-        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(0)); }(*client));
+    const nat64::result invalid = run(client->pool_add(a_pool(0)));
     EXPECT_EQ(invalid.code(), FWX_NAT64_ERR_INVALID);
     EXPECT_TRUE(refused.was_sent && !invalid.was_sent);
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
 TEST_F(cxx_client_test_t, the_verdict_on_a_rule_is_the_servers_and_not_the_rule_tables) {
-    const auto add = [](nat64::client &c, uint32_t id) -> nat64::task<nat64::rule_result> {
-        co_return co_await c.mapt_bmr_add(a_rule(id));
-    };
-    const nat64::rule_result added = run(add(*client, 7));
+    const nat64::rule_result added = run(client->mapt_bmr_add(a_rule(7)));
     EXPECT_TRUE(added && added.has_verdict);
     EXPECT_EQ(added.bmr_index, 1u);
     model->fail_next(99, 1);
-    const nat64::rule_result refused = run(add(*client, 8));
+    const nat64::rule_result refused = run(client->mapt_bmr_add(a_rule(8)));
     EXPECT_EQ(refused.code(), 99u);
     EXPECT_EQ(refused.table, nat64::nat64_error(0)) << "the library installs a refused rule";
     model->order_cleanup(true);
-    const auto del = [](nat64::client &c) -> nat64::task<nat64::rule_result> {
-        co_return co_await c.mapt_bmr_del(a_rule(7));
-    };
-    EXPECT_TRUE(run(del(*client)).orders_cleanup);
+    EXPECT_TRUE(run(client->mapt_bmr_del(a_rule(7))).orders_cleanup);
     EXPECT_TRUE(client->mapt_bmr_add(a_rule(9), [this](const auto &) { client->close(); }));
     EXPECT_TRUE(client->mapt_bmr_add(a_rule(10), [this](const nat64::rule_result &unanswered) {
         EXPECT_FALSE(unanswered.has_verdict);
@@ -106,35 +79,24 @@ TEST_F(cxx_client_test_t, codes_after_which_a_retry_helps_are_distinguished_from
 }
 
 TEST_F(cxx_client_test_t, without_an_adapter_the_verdict_on_a_rule_is_the_rule_tables) {
-    client.reset();
-    fwx_mapt_plu_cleanup();
-    client.emplace("test", loop.get());
-    pump();
+    bind({}, nat64::adapter{});
     model->fail_next(99, 1);
-    const nat64::rule_result got = run([](nat64::client &c) -> nat64::task<nat64::rule_result> {
-        co_return co_await c.mapt_bmr_add(a_rule(8));
-    }(*client));
+    const nat64::rule_result got = run(client->mapt_bmr_add(a_rule(8)));
     EXPECT_TRUE(got && !got.has_verdict);
 }
 
 TEST_F(cxx_client_test_t, an_unanswered_command_ends_at_its_deadline_and_its_late_answer_is_ignored) {
     model->hold();
-    nat64::task<> slow = keep(client->pool_add(a_pool(1)).within(50ms));
     client->deadline_set(80ms);
-    nat64::task<> slower = keep(client->pool_add(a_pool(2)));
-    slower.start();
-    slow.start();
-    fwx_host_clock_turn(49);
-    pump();
+    const nat64::task<> slower = begin(client->pool_add(a_pool(2)));
+    const nat64::task<> slow = begin(client->pool_add(a_pool(1)).within(50ms));
+    turn(49);
     EXPECT_TRUE(ends_.empty());
-    fwx_host_clock_turn(1);
-    pump();
+    turn(1);
     EXPECT_EQ(ends_, std::vector({timed_out_}));
     client->deadline_set(std::nullopt);
-    nat64::task<> reusing = keep(client->pool_add(a_pool(3)));
-    reusing.start(); /* reuses the slot of the first command */
-    fwx_host_clock_turn(30);
-    pump();
+    const nat64::task<> reusing = begin(client->pool_add(a_pool(3))); /* reuses the slot of the command that ended */
+    turn(30);
     EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_}));
     model->release(fwx_nat64_model_order_t::in_order);
     pump();
@@ -142,14 +104,10 @@ TEST_F(cxx_client_test_t, an_unanswered_command_ends_at_its_deadline_and_its_lat
 }
 
 TEST_F(cxx_client_test_t, without_timers_deadlines_are_checked_when_the_program_calls_expire) {
-    client.reset();
-    client.emplace("test", loop.get(), nat64::handlers{}, nat64::adapter{.now_ms = fwx_host_clock_ms});
-    pump();
+    bind({}, nat64::adapter{.now_ms = fwx_host_clock_ms});
     model->hold();
-    nat64::task<> slow = keep(client->pool_add(a_pool(1)).within(50ms));
-    slow.start();
-    fwx_host_clock_turn(50);
-    pump();
+    const nat64::task<> slow = begin(client->pool_add(a_pool(1)).within(50ms));
+    turn(50);
     EXPECT_TRUE(ends_.empty());
     client->expire();
     EXPECT_EQ(ends_, std::vector({timed_out_}));
@@ -174,18 +132,13 @@ TEST_F(cxx_client_test_t, deadlines_are_kept_when_a_timer_cannot_be_set_or_rings
         ends_.clear();
         nat64::adapter platform = fwx::host::adapter;
         platform.timer_add = row.timer_add;
-        client.reset();
-        client.emplace("test", loop.get(), nat64::handlers{}, platform);
-        pump();
+        bind({}, platform);
         model->hold();
-        nat64::task<> tasks[] = {keep(client->pool_add(a_pool(1)).within(50ms)),
-                                 keep(client->pool_add(a_pool(2)).within(80ms))};
-        for (nat64::task<> &each : tasks)
-            each.start();
+        const nat64::task<> tasks[] = {begin(client->pool_add(a_pool(1)).within(50ms)),
+                                       begin(client->pool_add(a_pool(2)).within(80ms))};
         for (const uint64_t turn_ms : {49U, 1U, 30U}) {
             EXPECT_EQ(ends_.size(), turn_ms == 30U ? 1U : 0U) << row.what;
-            fwx_host_clock_turn(turn_ms);
-            pump();
+            turn(turn_ms);
         }
         EXPECT_EQ(ends_, std::vector(2, timed_out_)) << row.what;
         model->release(fwx_nat64_model_order_t::in_order);
@@ -196,21 +149,18 @@ TEST_F(cxx_client_test_t, deadlines_are_kept_when_a_timer_cannot_be_set_or_rings
 TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_reports_its_result) {
     std::vector<size_t> order;
     size_t most = 0;
-    const auto many = [&](nat64::client &c) -> nat64::task<nat64::all_result> {
-        const auto make = [&](size_t i) {
-            return c.pool_add(a_pool(static_cast<uint32_t>(i % 10)));
-        }; /* pool 0 is invalid */
+    const auto many = [&]() -> nat64::task<nat64::all_result> {
+        const auto make = [&](size_t i) { return client->pool_add(a_pool(static_cast<uint32_t>(i % 10))); };
         co_return co_await nat64::when_all(40, 8, make, [&](size_t index, const nat64::result &got) {
-            EXPECT_EQ(bool{got}, index % 10 != 0) << index;
-            most = std::max(most, c.outstanding());
+            EXPECT_EQ(bool{got}, index % 10 != 0) << index << ": pool 0 is invalid";
+            most = std::max(most, client->outstanding());
             order.push_back(index);
         });
     };
-    nat64::task<nat64::all_result> task = many(*client);
+    nat64::task<nat64::all_result> task = many();
     task.start();
     EXPECT_EQ(client->outstanding(), 8u);
     pump();
-    ASSERT_TRUE(task.done());
     const nat64::all_result sum = task.get();
     EXPECT_EQ(sum.failed, 4u);
     EXPECT_EQ(sum.first_error, nat64::nat64_error(FWX_NAT64_ERR_INVALID));
@@ -221,12 +171,10 @@ TEST_F(cxx_client_test_t, many_commands_keep_to_their_window_and_each_reports_it
 }
 
 TEST_F(cxx_client_test_t, commands_of_several_kinds_are_awaited_together) {
-    const auto both = [](nat64::client &c) -> nat64::task<bool> {
-        const auto [pool, rule, none] =
-            co_await nat64::when_all(c.pool_add(a_pool(1)), c.mapt_bmr_add(a_rule(1)), c.pool_del(a_pool(0)));
-        co_return pool &&rule.has_verdict &&none.code() == FWX_NAT64_ERR_INVALID;
-    };
-    EXPECT_TRUE(run(both(*client)));
+    const auto [pool, rule, none] =
+        run(nat64::when_all(client->pool_add(a_pool(1)), client->mapt_bmr_add(a_rule(1)), client->pool_del(a_pool(0))));
+    EXPECT_TRUE(pool && rule.has_verdict);
+    EXPECT_EQ(none.code(), FWX_NAT64_ERR_INVALID);
 }
 
 TEST_F(cxx_client_test_t, a_callback_is_called_once_but_never_for_a_command_that_was_not_sent) {
@@ -247,15 +195,9 @@ TEST_F(cxx_client_test_t, a_callback_is_called_once_but_never_for_a_command_that
 
 TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next_command_opens_another_one) {
     std::string heard;
-    client.reset();
-    client.emplace("test", loop.get(),
-                   nat64::handlers{.flow = [&](bool may_send) { heard += may_send ? " room" : " full"; },
-                                   .lost = [&] { heard += " lost"; }},
-                   fwx::host::adapter);
-    pump();
+    bind({.flow = [&](bool may_send) { heard += may_send ? " room" : " full"; }, .lost = [&] { heard += " lost"; }});
     model->silent_set(true);
-    nat64::task<> taken = keep(client->pool_add(a_pool(1)));
-    taken.start();
+    const nat64::task<> taken = begin(client->pool_add(a_pool(1)));
     pump();
     EXPECT_TRUE(ends_.empty());
     model->drop_clients();
@@ -264,10 +206,7 @@ TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next
     EXPECT_EQ(heard, " lost");
     EXPECT_FALSE(client->is_connected());
     model->silent_set(false);
-    nat64::task<> again = keep(client->pool_add(a_pool(1)));
-    again.start();
-    pump();
-    EXPECT_EQ(ends_.back(), nat64::nat64_error(0));
+    EXPECT_TRUE(run(client->pool_add(a_pool(1))));
     EXPECT_TRUE(client->is_connected());
     model->silent_set(true);
     nat64::task<> replaced = keep(client->pool_add(a_pool(2)));
@@ -277,8 +216,7 @@ TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next
         for (const uint32_t id : {4U, 5U}) {
             EXPECT_TRUE(client->pool_add(a_pool(id), [&](const nat64::result &got) { later.push_back(got.error); }));
         }
-        replaced = keep(client->pool_add(a_pool(2)));
-        replaced.start();
+        replaced = begin(client->pool_add(a_pool(2)));
     }));
     replaced.start();
     pump();
@@ -287,11 +225,8 @@ TEST_F(cxx_client_test_t, commands_in_flight_end_with_their_channel_and_the_next
     EXPECT_TRUE(replaced.done());
     EXPECT_EQ(ends_.back(), nat64::nat64_error(0)) << "it was sent through another channel";
     EXPECT_EQ(later, std::vector(2, nat64::nat64_error(0)));
-    model.reset();
-    pump();
-    nat64::task<> alone = keep(client->pool_add(a_pool(1)));
-    alone.start();
-    EXPECT_EQ(ends_.back(), nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
+    end_model();
+    EXPECT_EQ(run(client->pool_add(a_pool(1))).error, nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
 }
 
 TEST_F(cxx_client_test_t, a_client_that_replaces_another_in_a_callback_is_not_told_that_the_channel_was_lost) {
@@ -309,51 +244,40 @@ TEST_F(cxx_client_test_t, a_client_that_replaces_another_in_a_callback_is_not_to
 }
 
 TEST_F(cxx_client_test_t, a_wait_for_room_ends_when_there_is_room_or_the_channel_is_gone) {
+    const auto wait = [](nat64::client &c) -> nat64::task<> { co_await c.writable(); };
     for (const bool dies : {false, true}) {
-        model->pause_set(true);
-        size_t sent = 0;
-        const auto fill = [&](nat64::client &c) -> nat64::task<> {
-            const auto ignored = [](const nat64::result &) {};
-            while (!c.is_throttled() && sent < 100000) { /* each message has 144 bytes */
-                if (c.session_clear(nat64::session_filter{}, ignored)) ++sent;
-                if (sent % 1024 == 0) pump();
-            }
-            co_await c.writable();
-        };
-        nat64::task<> task = fill(*client);
-        task.start();
+        fill_up();
+        nat64::task<> waiting = wait(*client);
+        waiting.start();
+        {
+            nat64::task<> dropped = wait(*client);
+            dropped.start();
+        }
         pump();
-        EXPECT_FALSE(task.done());
-        EXPECT_LT(sent, 100000u);
+        EXPECT_FALSE(waiting.done());
         if (dies) {
             model->drop_clients();
         } else {
             model->pause_set(false);
         }
         pump();
-        EXPECT_TRUE(task.done() && !client->is_throttled());
+        EXPECT_TRUE(waiting.done() && !client->is_throttled());
     }
     model->pause_set(false);
 }
 
 TEST_F(cxx_client_test_t, unsolicited_messages_reach_their_handlers) {
     std::string heard;
-    client.reset();
-    client.emplace(
-        "test", loop.get(),
-        nat64::handlers{
-            .record =
-                [&](uint32_t op, std::span<const uint32_t, 3> words) {
-                    heard += std::to_string(op) + std::to_string(words[2]) + ' ';
-                },
-            .event =
-                [&] {
-                    heard += "event ";
-                    client.reset();
-                },
-            .mapping = [&](const fwx_nat64_stats_mapping_entry_t &mapping) { heard += std::to_string(mapping.id); }},
-        fwx::host::adapter);
-    pump();
+    nat64::handlers handlers;
+    handlers.record = [&](uint32_t op, std::span<const uint32_t, 3> words) {
+        heard += std::to_string(op) + std::to_string(words[2]) + ' ';
+    };
+    handlers.event = [&] {
+        heard += "event ";
+        client.reset();
+    };
+    handlers.mapping = [&](const fwx_nat64_stats_mapping_entry_t &mapping) { heard += std::to_string(mapping.id); };
+    bind(handlers);
     ASSERT_EQ(model->notify_record(true, 1, 2, 3), 0u);
     ASSERT_EQ(model->notify_mapping(42, true, 1), 0u);
     ASSERT_EQ(model->notify_event(), 0u);
@@ -412,13 +336,12 @@ TEST_F(cxx_client_test_t, a_stream_that_is_read_but_never_empty_does_not_grow) {
         return heap.uordblks + heap.hblkhd;
     };
     nat64::notification_stream stream = client->notifications();
-    const auto read_one = [&]() -> nat64::task<bool> { co_return (co_await stream.next()).has_value(); };
     ASSERT_EQ(model->notify_event(), 0u);
     const size_t before = in_use();
     for (int i = 0; i < 10000; ++i) {
         ASSERT_EQ(model->notify_event(), 0u);
         pump();
-        ASSERT_TRUE(run(read_one()));
+        ASSERT_TRUE(run(stream.next()));
     }
     EXPECT_LT(in_use(), before + 4 * nat64::notification_stream::kept_most * sizeof(nat64::notification));
 }
@@ -440,8 +363,8 @@ TEST_F(cxx_client_test_t, a_stream_or_walk_and_the_coroutine_that_awaits_it_may_
     ASSERT_EQ(model->notify_event(), 0u);
     pump();
     EXPECT_FALSE(outlives_it.done());
-    run(once(stream));
-    run(once(sessions));
+    EXPECT_TRUE(run(stream.next()));
+    EXPECT_TRUE(run(sessions.next()));
 }
 
 TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone) {
@@ -450,16 +373,14 @@ TEST_F(cxx_client_test_t, a_second_client_is_refused_and_leaves_the_first_alone)
     {
         nat64::client second("two", loop.get(), {}, {}, error);
         EXPECT_EQ(error, nat64::nat64_error(17));
-        EXPECT_EQ(second.pool_add(a_pool(1), [](const nat64::result &) {}).error, not_ready_);
+        EXPECT_EQ(second.pool_add(a_pool(1), ignored).error, not_ready_);
     }
-    EXPECT_TRUE(
-        run([](nat64::client &c) -> nat64::task<nat64::result> { co_return co_await c.pool_add(a_pool(1)); }(*client)));
+    EXPECT_TRUE(run(client->pool_add(a_pool(1))));
 }
 
 TEST_F(cxx_client_test_t, a_bind_that_fails_reports_it_and_leaves_nothing) {
     client.reset();
-    model.reset();
-    pump();
+    end_model();
     std::error_code error;
     client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter, error);
     EXPECT_EQ(error, nat64::nat64_error(FWX_NAT64_ERR_AGAIN));
@@ -474,90 +395,56 @@ TEST_F(cxx_client_test_t, a_bind_that_fails_reports_it_and_leaves_nothing) {
     }
 }
 
-TEST_F(cxx_client_test_t, a_task_keeps_its_exception_for_the_coroutine_that_awaits_it) {
-    const auto inner = [](nat64::client &c) -> nat64::task<int> {
-        co_await c.pool_add(a_pool(1));
-        throw std::runtime_error("thrown");
-    };
-    const auto outer = [&](nat64::client &c) -> nat64::task<std::string> {
-        try {
-            co_await inner(c);
-        } catch (const std::runtime_error &error) {
-            co_return error.what();
-        }
-        co_return "nothing";
-    };
-    EXPECT_EQ(run(outer(*client)), "thrown");
-}
-
 TEST_F(cxx_client_test_t,
        an_add_of_a_rule_that_the_table_still_has_after_a_server_restart_fails_until_it_is_forgotten) {
-    const auto add = [](nat64::client &c) -> nat64::task<nat64::rule_result> {
-        co_return co_await c.mapt_bmr_add(a_rule(7));
-    };
-    EXPECT_TRUE(run(add(*client)));
-    model.reset();
-    pump();
-    make_model();
-    const nat64::rule_result stale = run(add(*client));
+    EXPECT_TRUE(run(client->mapt_bmr_add(a_rule(7))));
+    restart_model();
+    const nat64::rule_result stale = run(client->mapt_bmr_add(a_rule(7)));
     EXPECT_FALSE(stale);
     EXPECT_EQ(stale.error, nat64::nat64_error(0)) << "the server has carried it out";
     EXPECT_EQ(stale.first_error(), nat64::nat64_error(FWX_NAT64_ERR_EXISTS));
-    const auto both = [](nat64::client &c) -> nat64::task<nat64::all_result> {
-        co_return co_await nat64::when_all(1, 1, [&](size_t) { return c.mapt_bmr_add(a_rule(8)); });
-    };
-    EXPECT_TRUE(run(both(*client)));
-    model.reset();
-    pump();
-    make_model();
-    const nat64::all_result sum = run(both(*client));
+    restart_model();
+    const nat64::all_result sum = run(nat64::when_all(1, 1, [&](size_t) { return client->mapt_bmr_add(a_rule(7)); }));
     EXPECT_EQ(sum.failed, 1u);
     EXPECT_EQ(sum.first_error, nat64::nat64_error(FWX_NAT64_ERR_EXISTS));
-    model.reset();
-    pump();
-    make_model();
+    restart_model();
     nat64::client::rules_forget();
-    EXPECT_TRUE(run(add(*client)));
+    EXPECT_TRUE(run(client->mapt_bmr_add(a_rule(7))));
 }
 
 TEST_F(cxx_client_test_t, a_loop_that_only_sends_sees_a_full_channel_and_awaited_commands_wait_for_room) {
-    model->pause_set(true);
-    bool was_throttled = false;
-    const nat64::result refused = fill_up(*client, was_throttled);
-    EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
+    const nat64::result refused = fill_up();
     EXPECT_EQ(refused.error, nat64::client_errc::no_room);
     EXPECT_TRUE(refused.code() == 0 && !refused.was_sent);
     std::vector<std::string> ended;
-    const auto wait = [&](const char *name, auto awaitable) -> nat64::task<> {
-        ended.push_back(name + std::string((co_await awaitable) ? "" : " failed"));
+    const auto end = [&](const char *name, bool is_good) { ended.push_back(name + std::string(is_good ? "" : "!")); };
+    const auto one = [&]() -> nat64::task<> {
+        const nat64::result got = co_await client->pool_add(a_pool(1));
+        end("one", bool{got});
     };
-    nat64::task<> one = wait("one", client->pool_add(a_pool(1)));
-    const auto query_of = [&](nat64::client &c) -> nat64::task<> {
-        ended.push_back(co_await c.stats_pools() ? "query" : "query failed");
+    const auto query = [&]() -> nat64::task<> {
+        const auto pools = co_await client->stats_pools();
+        end("query", bool{pools});
     };
-    nat64::task<> query = query_of(*client);
-    const auto both_of = [&](nat64::client &c) -> nat64::task<> {
-        const auto [a, b] = co_await nat64::when_all(c.pool_add(a_pool(2)), c.pool_add(a_pool(3)));
-        ended.push_back(a && b ? "both" : "both failed");
+    const auto both = [&]() -> nat64::task<> {
+        const auto [a, b] = co_await nat64::when_all(client->pool_add(a_pool(2)), client->pool_add(a_pool(3)));
+        end("both", a && b);
     };
-    nat64::task<> both = both_of(*client);
-    const auto window_of = [&](nat64::client &c) -> nat64::task<> {
-        const auto sum =
-            co_await nat64::when_all(9, 4, [&](size_t i) { return c.pool_add(a_pool(static_cast<uint32_t>(10 + i))); });
-        ended.push_back(sum ? "window" : "window failed");
+    const auto window = [&]() -> nat64::task<> {
+        const auto make = [&](size_t i) { return client->pool_add(a_pool(static_cast<uint32_t>(10 + i))); };
+        const auto sum = co_await nat64::when_all(9, 4, make);
+        end("window", bool{sum});
     };
-    nat64::task<> window = window_of(*client);
-    const auto room_of = [&](nat64::client &c) -> nat64::task<> {
-        co_await c.writable();
-        ended.push_back(c.is_throttled() ? "still full" : "room");
+    const auto room = [&]() -> nat64::task<> {
+        co_await client->writable();
+        end("room", !client->is_throttled());
     };
-    nat64::task<> room = room_of(*client);
-    nat64::task<> late = keep(client->pool_add(a_pool(99)).within(50ms));
-    nat64::task<> dropped = keep(client->pool_add(a_pool(98)));
-    for (nat64::task<> *each : {&one, &query, &both, &window, &room, &late, &dropped})
-        each->start();
-    fwx_host_clock_turn(50);
-    pump();
+    nat64::task<> waiting[] = {one(), query(), both(), window(), room()};
+    for (nat64::task<> &each : waiting)
+        each.start();
+    const nat64::task<> late = begin(client->pool_add(a_pool(99)).within(50ms));
+    nat64::task<> dropped = begin(client->pool_add(a_pool(98)));
+    turn(50);
     EXPECT_EQ(ends_, std::vector({timed_out_})) << "the deadline passed while it waited for room";
     EXPECT_TRUE(ended.empty());
     { const nat64::task<> gone = std::move(dropped); }
@@ -590,14 +477,11 @@ TEST_F(cxx_client_test_t, the_time_of_a_command_and_of_a_lists_first_reply_inclu
         nat64::task<> tasks[] = {keep(client->pool_add(a_pool(4)).within(50ms)), both(*client), window(*client),
                                  list(*client)};
         start_refused(tasks);
-        fwx_host_clock_turn(30);
-        pump();
+        turn(30);
         if (has_room) report_room();
-        fwx_host_clock_turn(19);
-        pump();
+        turn(19);
         EXPECT_TRUE(ends_.empty()) << has_room;
-        fwx_host_clock_turn(1);
-        pump();
+        turn(1);
         EXPECT_EQ(ends_, std::vector(5, timed_out_)) << has_room;
         model->release(fwx_nat64_model_order_t::in_order);
         pump();
@@ -608,11 +492,8 @@ TEST_F(cxx_client_test_t, the_time_of_a_command_and_of_a_lists_first_reply_inclu
 }
 
 TEST_F(cxx_client_test_t, commands_and_lists_that_wait_for_room_end_with_the_client_and_were_not_sent) {
-    model->pause_set(true);
-    bool was_throttled = false;
-    fill_up(*client, was_throttled);
-    nat64::task<> one = keep(client->pool_add(a_pool(1)));
-    one.start();
+    fill_up();
+    const nat64::task<> one = begin(client->pool_add(a_pool(1)));
     const auto window_of = [](nat64::client &c) -> nat64::task<> {
         const auto sum = co_await nat64::when_all(3, 2, [&](size_t) { return c.pool_add(a_pool(2)); });
         EXPECT_EQ(sum.failed, 3u);
@@ -655,34 +536,23 @@ TEST_F(cxx_client_test_t, an_exception_reaches_the_awaiting_coroutine_from_a_cal
             }
         };
         EXPECT_THROW(run(window(*client)), std::runtime_error) << at;
-        const auto maker = [&](nat64::client &c) -> nat64::task<> {
-            co_await nat64::when_all(3, 1, [&](size_t i) {
-                if (i == at + 1) throw std::runtime_error("thrown");
-                return c.pool_add(a_pool(static_cast<uint32_t>(i)));
-            });
+        const auto make = [&](size_t i) {
+            if (i == at + 1) throw std::runtime_error("thrown");
+            return client->pool_add(a_pool(static_cast<uint32_t>(i)));
         };
-        EXPECT_THROW(run(maker(*client)), std::runtime_error) << at;
-        pump();
+        EXPECT_THROW(run(nat64::when_all(3, 1, make)), std::runtime_error) << at;
         EXPECT_EQ(client->outstanding(), 0u);
     }
-    const auto pages = [](nat64::client &c) -> nat64::task<> {
-        co_await c.stats_pools(
-            [](std::span<const fwx_nat64_stats_pool_entry_t>) { throw std::runtime_error("thrown"); });
-    };
-    EXPECT_THROW(run(pages(*client)), std::runtime_error);
-    const auto sender = [](nat64::client &c) -> nat64::task<> {
-        co_await c.configure([](void *) -> uint32_t { throw std::runtime_error("thrown"); });
-    };
-    EXPECT_THROW(run(sender(*client)), std::runtime_error);
+    const auto page = [](std::span<const fwx_nat64_stats_pool_entry_t>) { throw std::runtime_error("thrown"); };
+    EXPECT_THROW(run(client->stats_pools(page)), std::runtime_error);
+    const auto send = [](void *) -> uint32_t { throw std::runtime_error("thrown"); };
+    EXPECT_THROW(run(client->configure(send)), std::runtime_error);
     EXPECT_EQ(client->outstanding(), 0u);
 }
 
 TEST_F(cxx_client_test_t, an_error_or_exception_of_a_send_that_is_repeated_for_room_reaches_the_coroutine) {
-    model->pause_set(true);
-    bool was_throttled = false;
-    fill_up(*client, was_throttled);
-    nat64::task<> refused = keep(client->pool_add(a_pool(1)));
-    refused.start();
+    fill_up();
+    const nat64::task<> refused = begin(client->pool_add(a_pool(1)));
     const auto both_of = [](nat64::client &c) -> nat64::task<> {
         const auto again = [calls = 0](void *pal_ctx) mutable {
             if (calls++ != 0) throw std::runtime_error("thrown");
@@ -696,7 +566,6 @@ TEST_F(cxx_client_test_t, an_error_or_exception_of_a_send_that_is_repeated_for_r
     model->pause_set(false);
     pump();
     EXPECT_EQ(ends_, std::vector({nat64::nat64_error(FWX_HOST_ERR_FAULT)}));
-    ASSERT_TRUE(both.done());
     EXPECT_THROW(both.get(), std::runtime_error);
     EXPECT_EQ(client->outstanding(), 0U);
 }
@@ -710,11 +579,7 @@ TEST_F(cxx_client_test_t, exceptions_of_callbacks_handlers_and_unawaited_tasks_r
             heard += error.what();
         }
     };
-    client.reset();
-    client.emplace("test", loop.get(),
-                   nat64::handlers{.event = [] { throw std::runtime_error("event "); }, .failed = hear},
-                   fwx::host::adapter);
-    pump();
+    bind({.event = [] { throw std::runtime_error("event "); }, .failed = hear});
     EXPECT_TRUE(client->pool_add(a_pool(1), [](const nat64::result &) { throw std::runtime_error("callback "); }));
     pump();
     EXPECT_TRUE(client->stats_pools(
@@ -732,7 +597,8 @@ TEST_F(cxx_client_test_t, exceptions_of_callbacks_handlers_and_unawaited_tasks_r
         forgotten.start();
         pump();
     }
-    EXPECT_THROW(run(thrower(*client)), std::runtime_error) << "an awaited error does not reach the handler";
+    const auto outer = [&](nat64::client &c) -> nat64::task<> { co_await thrower(c); };
+    EXPECT_THROW(run(outer(*client)), std::runtime_error) << "an awaited error does not reach the handler";
     EXPECT_TRUE(client->pool_add(a_pool(1), [](const nat64::result &) { throw std::runtime_error("close "); }));
     client->close();
     EXPECT_EQ(heard, "callback page ended event task close ");
@@ -748,8 +614,7 @@ TEST_F(cxx_client_test_t, times_out_of_range_are_errors_at_the_call_and_zero_is_
         EXPECT_THROW((void)client->timeout_set(nat64::timeout{nat64::timeout_kind::udp, value}), std::out_of_range);
     }
     model->hold();
-    nat64::task<> at_once = keep(client->pool_add(a_pool(1)).within(0ms));
-    at_once.start();
+    const nat64::task<> at_once = begin(client->pool_add(a_pool(1)).within(0ms));
     pump();
     EXPECT_EQ(ends_, std::vector({timed_out_}));
     const auto query = [&](nat64::client &c) -> nat64::task<> {
@@ -761,11 +626,8 @@ TEST_F(cxx_client_test_t, times_out_of_range_are_errors_at_the_call_and_zero_is_
     };
     nat64::task<> task = query(*client);
     task.start();
-    for (int i = 0; i < 2; ++i) {
-        pump();
-        fwx_host_clock_turn(20);
-        pump();
-    }
+    turn(20);
+    turn(20);
     EXPECT_EQ(ends_, std::vector(3, timed_out_));
     model->release(fwx_nat64_model_order_t::in_order);
     pump();

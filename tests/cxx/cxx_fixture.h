@@ -9,43 +9,120 @@
 #include <optional>
 
 #include "fwx_host/adapter.hpp"
+#include "fwx_host/fault.h"
 #include "model/model.h"
 #include "tests/support/platform_watch.h"
+
+inline constexpr auto ignored = [](const auto &...) {};
 
 class cxx_fixture_t : public testing::Test {
 protected:
     void SetUp() override {
         fwx_host_clock_turn(0);
         make_model();
-        client.emplace("test", loop.get(), fwx::nat64::handlers{}, fwx::host::adapter);
-        pump();
+        bind();
     }
     void TearDown() override {
         client.reset();
         fwx_mapt_plu_cleanup();
         model.reset();
+        fwx_host_server_unregister(server_);
         pump();
         EXPECT_EQ(watch_.left() + watch_.faults(), "");
         fwx_host_clock_run();
     }
     void make_model() { model = fwx_nat64_model_t::create(loop, FWX_NAT64_CHANNEL_NAME); }
+    void end_model() {
+        model.reset();
+        pump();
+    }
+    void restart_model() {
+        end_model();
+        make_model();
+    }
+    /** Replaces the client. */
+    void bind(const fwx::nat64::handlers &handlers = {}, const fwx::nat64::adapter &adapter = fwx::host::adapter) {
+        client.emplace("test", loop.get(), handlers, adapter);
+        pump();
+    }
+    /** Replaces the model by another server, and the client by one of that server. */
+    void serve(const fwx_host_server_ops_t &ops) {
+        client.reset();
+        end_model();
+        ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &ops, nullptr, &server_), 0u);
+        bind();
+    }
     void pump() const { fwx_host_loop_run_until_idle(loop); }
+    /** Advances the clock and does what has become due. */
+    void turn(uint64_t ms) const {
+        fwx_host_clock_turn(ms);
+        pump();
+    }
     /** Runs a task to its end. Throws if it does not end without an advance of the clock. */
     template <class value_type>
-    value_type run(fwx::nat64::task<value_type> task) {
+    value_type run(fwx::nat64::task<value_type> task) const {
         task.start();
         pump();
         if (!task.done()) throw std::runtime_error("the task waits for something that does not come");
         return task.get();
     }
+    /** Runs a coroutine that awaits a command, list or page and gives its result. */
+    template <class awaitable_type>
+    auto run(awaitable_type &&awaitable) const {
+        /* g++ 12 would copy an awaitable that is awaited by reference. */
+        struct in_place_t {
+            std::remove_reference_t<awaitable_type> *of;
+            bool await_ready() const { return of->await_ready(); }
+            auto await_suspend(std::coroutine_handle<> waiting) const { return of->await_suspend(waiting); }
+            auto await_resume() const { return of->await_resume(); }
+        };
+        const auto wait = [](in_place_t each) -> fwx::nat64::task<decltype(each.await_resume())> {
+            co_return co_await each;
+        };
+        return run(wait(in_place_t{&awaitable}));
+    }
+    /** Starts a task that awaits a command and appends its error to `ends_`. */
+    fwx::nat64::task<> begin(auto command) {
+        fwx::nat64::task<> task = keep(std::move(command));
+        task.start();
+        return task;
+    }
+    fwx::nat64::task<> keep(auto command) {
+        const fwx::nat64::result got = co_await command;
+        ends_.push_back(got.error);
+    }
+    /** Starts each task with a send that the channel refuses because it is full. */
+    static void start_refused(std::span<fwx::nat64::task<>> tasks) {
+        for (fwx::nat64::task<> &each : tasks) {
+            fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
+            each.start();
+        }
+    }
+    /** Reports as the platform does that the channel has room again. */
+    static void report_room() { fwx_nat64_client_info_get()->throttle_cb(1, nullptr); }
+    /** Pauses the server and sends until the channel refuses a send. Returns the result of that send. */
+    fwx::nat64::result fill_up() {
+        model->pause_set(true);
+        bool was_throttled = false;
+        fwx::nat64::result got = {};
+        for (size_t i = 0; i < 1000000 && got; ++i) {
+            was_throttled = was_throttled || client->is_throttled();
+            got = client->session_clear(fwx::nat64::session_filter{}, ignored);
+        }
+        EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
+        return got;
+    }
+    void add_pools(uint32_t count);
 
 private:
     platform_watch_t watch_; /* constructed before the loop, so that it counts the loop too */
+    fwx_host_server_t *server_ = nullptr;
 
 protected:
     fwx::host::loop loop;
     std::unique_ptr<fwx_nat64_model_t> model;
     std::optional<fwx::nat64::client> client;
+    std::vector<std::error_code> ends_;
 };
 
 constexpr fwx::nat64::pool a_pool(uint32_t id) {
@@ -57,15 +134,11 @@ constexpr fwx::nat64::basic_rule a_rule(uint32_t id) {
     return {.rule_id = id, .v6 = "2001:db8::/40", .v4 = "192.0.2.0/24", .ea_len = 16};
 }
 
-/** Sends to a paused server until the channel refuses a send. Returns the result of that send. */
-inline fwx::nat64::result fill_up(fwx::nat64::client &client, bool &was_throttled) {
-    for (size_t i = 0; i < 1000000; ++i) {
-        const fwx::nat64::result got =
-            client.session_clear(fwx::nat64::session_filter{}, [](const fwx::nat64::result &) {});
-        if (!got) return got;
-        was_throttled = was_throttled || client.is_throttled();
+inline void cxx_fixture_t::add_pools(uint32_t count) {
+    for (uint32_t id = 1; id <= count; ++id) {
+        ASSERT_TRUE(client->pool_add(a_pool(id), ignored));
     }
-    return {};
+    pump();
 }
 
 #endif

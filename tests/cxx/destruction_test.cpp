@@ -135,32 +135,6 @@ INSTANTIATE_TEST_SUITE_P(of, cxx_destruction_test_t,
                                          victim_t::client_in_callback, victim_t::client_by_itself),
                          victim_name);
 
-TEST_F(cxx_fixture_t, a_coroutine_that_waits_for_room_can_be_destroyed_and_goes_on_when_the_client_ends) {
-    for (const bool client_ends : {false, true}) {
-        if (!client) client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
-        pump();
-        model->pause_set(true);
-        while (!client->is_throttled()) {
-            for (int i = 0; i < 64; ++i)
-                ASSERT_TRUE(client->pool_add(a_pool(1), [](const nat64::result &) {}));
-            pump();
-        }
-        bool went_on = false;
-        const auto wait = [&](nat64::client &c) -> nat64::task<> {
-            co_await c.writable();
-            went_on = true;
-        };
-        {
-            nat64::task<> task = wait(*client);
-            task.start();
-            if (client_ends) client.reset();
-        }
-        EXPECT_EQ(went_on, client_ends);
-        model->pause_set(false);
-        pump();
-    }
-}
-
 TEST_F(cxx_fixture_t, a_waiter_that_ends_because_the_client_closes_can_destroy_the_client) {
     client.reset();
     nat64::adapter full = fwx::host::adapter;

@@ -5,7 +5,6 @@
 #include <new>
 
 #include "cxx_fixture.h"
-#include "fwx_host/fault.h"
 
 namespace nat64 = fwx::nat64;
 using namespace std::chrono_literals;
@@ -67,7 +66,6 @@ TEST_F(cxx_memory_test_t, a_walk_that_could_not_begin_can_begin_later) {
 
 TEST_F(cxx_memory_test_t, a_list_that_cannot_wait_gives_its_coroutine_the_exception) {
     std::vector<nat64::task<>> waiting; /* as many as fit into the memory that a queue has */
-    const auto wait = [](nat64::client &c) -> nat64::task<> { co_await c.pool_add(a_pool(1)); };
     const auto read = [](nat64::client &c, auto on_page) -> nat64::task<bool> {
         try {
             co_await c.stats_pools(on_page);
@@ -77,15 +75,10 @@ TEST_F(cxx_memory_test_t, a_list_that_cannot_wait_gives_its_coroutine_the_except
         }
         co_return false;
     };
-    for (uint32_t id = 1; id <= 1500; ++id) {
-        ASSERT_TRUE(client->pool_add(a_pool(id), [](const nat64::result &) {}));
-    }
-    pump();
-    for (int i = 0; i < 63; ++i) {
-        waiting.push_back(wait(*client));
-        fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
-        waiting.back().start();
-    }
+    add_pools(1500);
+    for (int i = 0; i < 63; ++i)
+        waiting.push_back(keep(client->pool_add(a_pool(1))));
+    start_refused(waiting);
     const auto fill_up = [](std::span<const fwx_nat64_stats_pool_entry_t>) {
         fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
         is_exhausted = true;
@@ -102,15 +95,11 @@ TEST_F(cxx_memory_test_t, commands_that_wait_for_room_keep_their_place_without_m
         order += name;
     };
     nat64::task<> tasks[] = {wait(*client, "1"), wait(*client, "2"), wait(*client, "3")};
-    for (nat64::task<> &each : tasks) {
-        fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
-        each.start();
-    }
-    const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+    start_refused(tasks);
     for (const bool has_room : {false, true}) {
         if (!has_room) fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
         is_exhausted = !has_room;
-        info->throttle_cb(1, nullptr);
+        report_room();
         is_exhausted = false;
         pump();
         EXPECT_EQ(order, has_room ? "123" : "");
@@ -118,11 +107,10 @@ TEST_F(cxx_memory_test_t, commands_that_wait_for_room_keep_their_place_without_m
 }
 
 TEST_F(cxx_memory_test_t, commands_that_time_out_while_the_channel_is_full_leave_no_memory) {
-    const auto once = [](nat64::client &c) -> nat64::task<> { co_await c.pool_add(a_pool(1)).within(0ms); };
     size_t before = 0;
     for (int i = 0; i < 1000; ++i) {
         fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 1, FWX_HOST_ERR_FULL);
-        run(once(*client));
+        run(client->pool_add(a_pool(1)).within(0ms));
         if (i == 300) before = live_bytes;
     }
     EXPECT_LT(live_bytes, before + 3000) << "700 identifiers have 5600 bytes";

@@ -5,9 +5,8 @@
 #include <cstring>
 #include <functional>
 
-#include "fwx_host/fwx_host.h"
-#include "fwx_nat64/fwx_nat64.hpp"
-#include "gtest/gtest.h"
+#include "cxx_fixture.h"
+#include "tests/support/zero_server.h"
 
 namespace nat64 = fwx::nat64;
 using namespace std::chrono_literals;
@@ -18,20 +17,15 @@ namespace {
 using body_t = std::vector<uint8_t>;
 std::vector<body_t> sent;
 
-constexpr fwx_host_server_ops_t recording_server = {
-    nullptr, nullptr,
-    [](void *, fwx_host_peer_t *, const void *msg, size_t size) {
-        const auto *bytes = static_cast<const uint8_t *>(msg);
-        sent.emplace_back(bytes + sizeof(fwx_nat64_msg_hdr_t), bytes + size);
-        sent.back().push_back(bytes[0]);
-    },
-    [](void *, fwx_host_peer_t *, const void *msg, size_t, void *reply, size_t) -> size_t {
-        std::memset(reply, 0, sizeof(fwx_nat64_sync_reply_t));
-        std::memcpy(reply, msg, sizeof(uint32_t));
-        return sizeof(fwx_nat64_sync_reply_t);
-    }};
+void keep_message(void *, fwx_host_peer_t *, const void *msg, size_t size) {
+    const auto *bytes = static_cast<const uint8_t *>(msg);
+    sent.emplace_back(bytes + sizeof(fwx_nat64_msg_hdr_t), bytes + size);
+    sent.back().push_back(bytes[0]);
+}
+constexpr fwx_host_server_ops_t recording_server = {nullptr, nullptr, keep_message, zero_server_ops.asked};
 
-const auto ignored = [](const auto &...) {};
+using cxx_record_test = cxx_fixture_t;
+
 constexpr uint32_t add = FWX_NAT64_OP_ADD;
 constexpr uint32_t mod = FWX_NAT64_OP_MOD;
 constexpr uint32_t del = FWX_NAT64_OP_DEL;
@@ -41,6 +35,9 @@ constexpr fwx_nat64_addr_t ipv6 = {1, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0,
 constexpr fwx_nat64_prefix_t prefix_of(uint32_t kind) {
     return {{0x20, 1, 0x0d, 0xb8, 0xff, 0, 0, 0, 0, 0, 0, 1}, {}, 96, kind};
 }
+constexpr fwx_nat64_prefix_t c_prefix_stateless = prefix_of(2);
+constexpr fwx_nat64_prefix_t c_prefix_v6v4 = prefix_of(3);
+constexpr fwx_nat64_prefix_t c_prefix_dns64 = prefix_of(4);
 constexpr nat64::ipv6_prefix a_prefix = "2001:db8:ff00::1:0:0/96";
 
 constexpr fwx_nat64_pool_t c_pool = {8, 0, 6, {0, {1, 2, 0, 0xc0}}, ipv4, 7};
@@ -134,30 +131,9 @@ const row_t rows[] = {
     SAME(mapt_dmr_add, dmr, mapt_dmr_set_a, add, &c_dmr),
     SAME(mapt_dmr_del, dmr, mapt_dmr_set_a, del, &c_dmr),
     SAME(session_clear, filter, session_clear_a, &c_clear),
-    {"prefix_add",
-     [] {
-         fwx_nat64_prefix_t c = prefix_of(3);
-         return fwx_nat64_glb_prefix_add_a(&c, nullptr);
-     },
-     [](nat64::client &c) {
-         return c.prefix_add(nat64::prefix{a_prefix, nat64::prefix_kind::stateless_v6v4}, ignored);
-     }},
-    {"prefix_mod",
-     [] {
-         fwx_nat64_prefix_t c = prefix_of(2);
-         return fwx_nat64_glb_prefix_mod_a(&c, nullptr);
-     },
-     [](nat64::client &c) {
-         return c.prefix_mod(nat64::prefix{a_prefix, nat64::prefix_kind::stateless}, ignored);
-     }},
-    {"prefix_del",
-     [] {
-         fwx_nat64_prefix_t c = prefix_of(4);
-         return fwx_nat64_glb_prefix_del_a(&c, nullptr);
-     },
-     [](nat64::client &c) {
-         return c.prefix_del(nat64::prefix{a_prefix, nat64::prefix_kind::dns64}, ignored);
-     }},
+    SAME(prefix_add, (nat64::prefix{a_prefix, nat64::prefix_kind::stateless_v6v4}), glb_prefix_add_a, &c_prefix_v6v4),
+    SAME(prefix_mod, (nat64::prefix{a_prefix, nat64::prefix_kind::stateless}), glb_prefix_mod_a, &c_prefix_stateless),
+    SAME(prefix_del, (nat64::prefix{a_prefix, nat64::prefix_kind::dns64}), glb_prefix_del_a, &c_prefix_dns64),
     {"ipalias_upload", [] { return fwx_nat64_ipalias_upload_a(nullptr); },
      [](nat64::client &c) { return c.ipalias_upload(ignored); }},
     {"stats_interfaces", [] { return fwx_nat64_stats_intf_query_a(nullptr); },
@@ -185,30 +161,22 @@ const row_t rows[] = {
 
 }  // namespace
 
-TEST(cxx_record_test, every_member_sends_the_bytes_of_its_c_function) {
-    fwx_host_loop_t *loop = fwx_host_loop_create();
-    fwx_host_server_t *server = nullptr;
-    ASSERT_EQ(fwx_host_server_register(FWX_NAT64_CHANNEL_NAME, loop, &recording_server, nullptr, &server), 0u);
-    {
-        nat64::client client("test", loop);
-        for (const row_t &row : rows) {
-            fwx_host_loop_run_until_idle(loop);
-            fwx_mapt_plu_cleanup();
-            sent.clear();
-            EXPECT_EQ(row.in_c(), 0u) << row.name;
-            fwx_mapt_plu_cleanup(); /* removes the pending rule, so that it can be added again */
-            EXPECT_EQ(row.in_cxx(client).error, nat64::nat64_error(0)) << row.name;
-            fwx_host_loop_run_until_idle(loop);
-            ASSERT_EQ(sent.size(), 2u) << row.name;
-            EXPECT_EQ(sent[0], sent[1]) << row.name;
-        }
+TEST_F(cxx_record_test, every_member_sends_the_bytes_of_its_c_function) {
+    serve(recording_server);
+    for (const row_t &row : rows) {
+        pump();
+        fwx_mapt_plu_cleanup();
+        sent.clear();
+        EXPECT_EQ(row.in_c(), 0u) << row.name;
+        fwx_mapt_plu_cleanup(); /* removes the pending rule, so that it can be added again */
+        EXPECT_EQ(row.in_cxx(*client).error, nat64::nat64_error(0)) << row.name;
+        pump();
+        ASSERT_EQ(sent.size(), 2u) << row.name;
+        EXPECT_EQ(sent[0], sent[1]) << row.name;
     }
-    fwx_mapt_plu_cleanup();
-    fwx_host_server_unregister(server);
-    fwx_host_loop_destroy(loop);
 }
 
-TEST(cxx_record_test, text_that_is_not_an_address_or_prefix_is_refused) {
+TEST_F(cxx_record_test, text_that_is_not_an_address_or_prefix_is_refused) {
     for (const char *bad : {"", "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.04", "1.2.3.4 ", "a.2.3.4", "1..3.4"}) {
         EXPECT_FALSE(nat64::ipv4_address::parse(bad)) << bad;
     }
