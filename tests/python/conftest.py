@@ -2,9 +2,11 @@
 
 import asyncio
 import inspect
+from contextlib import contextmanager
 
 import pytest
 
+from fwx_nat64 import Error
 from fwx_nat64._driver import driver
 from fwx_nat64._native import ffi, lib
 
@@ -40,6 +42,13 @@ def clock():
     turn(0)
     yield turn
     lib.fwx_host_clock_run()
+
+
+@contextmanager
+def refused(code):
+    with pytest.raises(Error) as refusal:
+        yield
+    assert refusal.value.code == code
 
 
 async def settled():

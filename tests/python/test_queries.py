@@ -4,7 +4,7 @@ import asyncio
 from ipaddress import ip_address
 
 import pytest
-from conftest import VALUE, settled
+from conftest import VALUE, refused, settled
 
 from fwx_nat64 import Batch, Client, Error, Model, Sessions
 from fwx_nat64._commands import FULLSESSION_ENTRIES
@@ -28,9 +28,8 @@ async def test_statistics_have_typed_entries_and_lists_are_whole():
         assert (await client.stats_boot()) == client.model.boot()
         assert (await client.stats_counts()).clients == 1
         client.model.fail_next(VALUE)
-        with pytest.raises(Error) as refusal:
+        with refused(VALUE):
             await client.stats_pools()
-        assert refusal.value.code == VALUE
         system = await client.stats_system()
         assert (system.sessions, system.refused_value) == (10, 1)
         batch = Batch()
@@ -60,9 +59,8 @@ async def test_the_configuration_comes_as_the_commands_that_make_it():
         await client.load(batch)
         assert len((await client.configuration()).items) == 2502
         client.model.fail_next(VALUE)
-        with pytest.raises(Error) as refusal:
+        with refused(VALUE):
             await client.configuration()
-        assert refusal.value.code == VALUE
 
 
 async def test_a_walk_shows_each_session_once_with_both_sides():
@@ -71,13 +69,8 @@ async def test_a_walk_shows_each_session_once_with_both_sides():
         sessions = [session async for session in client.sessions_full(page=300)]
         assert [session.src for session in sessions] == [ip_address("2001:db8:64::") + n for n in range(2500)]
         eighth = sessions[7]
-        assert (eighth.protocol, eighth.state, eighth.dst, eighth.src_port, eighth.dst_port) == (
-            "udp",
-            "active",
-            ip_address("198.18.0.7"),
-            1031,
-            443,
-        )
+        assert (eighth.protocol, eighth.state, eighth.dst) == ("udp", "active", ip_address("198.18.0.7"))
+        assert (eighth.src_port, eighth.dst_port) == (1031, 443)
         short = [session async for session in client.sessions(src="2001:db8:64::7")]
         assert short == [(eighth.id, eighth.src, eighth.dst, 1031, 443, "udp", 3, 0)]
         assert (eighth.pool_addr, eighth.mapping_id, eighth.pool_id) == (ip_address("192.0.2.8"), 3, 1)
