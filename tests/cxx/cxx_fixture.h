@@ -13,6 +13,15 @@
 #include "model/model.h"
 #include "tests/support/platform_watch.h"
 
+constexpr fwx::nat64::pool a_pool(uint32_t id) {
+    return {.id = id,
+            .start = fwx::nat64::ipv4_address(0xc0000200 + 8 * id),
+            .end = fwx::nat64::ipv4_address(0xc0000207 + 8 * id)};
+}
+constexpr fwx::nat64::basic_rule a_rule(uint32_t id) {
+    return {.rule_id = id, .v6 = "2001:db8::/40", .v4 = "192.0.2.0/24", .ea_len = 16};
+}
+
 inline constexpr auto ignored = [](const auto &...) {};
 
 class cxx_fixture_t : public testing::Test {
@@ -81,15 +90,25 @@ protected:
         };
         return run(wait(in_place_t{&awaitable}));
     }
-    /** Starts a task that awaits a command and appends its error to `ends_`. */
-    fwx::nat64::task<> begin(auto command) {
-        fwx::nat64::task<> task = keep(std::move(command));
+    template <class value_type>
+    static fwx::nat64::task<value_type> begin(fwx::nat64::task<value_type> task) {
         task.start();
         return task;
     }
+    /** Starts a task that awaits a command and appends its error to `ends_`. */
+    fwx::nat64::task<> begin(auto command) { return begin(keep(std::move(command))); }
     fwx::nat64::task<> keep(auto command) {
         const fwx::nat64::result got = co_await command;
         ends_.push_back(got.error);
+    }
+    /** Starts a walk and reads it to its end. Gives the number of its entries, or 0 after an error. */
+    static fwx::nat64::task<size_t> count(auto make_walk) {
+        auto walk = make_walk();
+        size_t seen = 0;
+        while (auto page = co_await walk.next()) {
+            seen += page.size();
+        }
+        co_return walk.end() ? seen : 0;
     }
     /** Starts each task with a send that the channel refuses because it is full. */
     static void start_refused(std::span<fwx::nat64::task<>> tasks) {
@@ -112,7 +131,12 @@ protected:
         EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
         return got;
     }
-    void add_pools(uint32_t count);
+    void add_pools(uint32_t count) {
+        for (uint32_t id = 1; id <= count; ++id) {
+            ASSERT_TRUE(client->pool_add(a_pool(id), ignored));
+        }
+        pump();
+    }
 
 private:
     platform_watch_t watch_; /* constructed before the loop, so that it counts the loop too */
@@ -124,21 +148,5 @@ protected:
     std::optional<fwx::nat64::client> client;
     std::vector<std::error_code> ends_;
 };
-
-constexpr fwx::nat64::pool a_pool(uint32_t id) {
-    return {.id = id,
-            .start = fwx::nat64::ipv4_address(0xc0000200 + 8 * id),
-            .end = fwx::nat64::ipv4_address(0xc0000207 + 8 * id)};
-}
-constexpr fwx::nat64::basic_rule a_rule(uint32_t id) {
-    return {.rule_id = id, .v6 = "2001:db8::/40", .v4 = "192.0.2.0/24", .ea_len = 16};
-}
-
-inline void cxx_fixture_t::add_pools(uint32_t count) {
-    for (uint32_t id = 1; id <= count; ++id) {
-        ASSERT_TRUE(client->pool_add(a_pool(id), ignored));
-    }
-    pump();
-}
 
 #endif

@@ -94,31 +94,25 @@ TEST_P(cxx_destruction_test_t, is_safe_at_every_suspension_point) {
     model->reply_limit_set(2 * sizeof(fwx_nat64_session_full_t));
     bool struck = true;
     for (strike_at_ = 1; struck; ++strike_at_) {
-        if (!client) client.emplace("test", loop.get(), nat64::handlers{}, fwx::host::adapter);
-        pump();
+        if (!client) bind();
         fwx_mapt_plu_cleanup();
         model->sessions_generate(8);
         passed_ = 0;
         has_ended_ = false;
         struck = false;
-        task_.emplace(script());
+        task_.emplace(begin(script()));
         const bool in_callback = GetParam() == victim_t::task_in_callback || GetParam() == victim_t::client_in_callback;
-        task_->start();
-        for (int steps = 0; !has_ended_ && steps < 1000 && client && task_; ++steps) {
-            const bool is_now = passed_ + 1 >= strike_at_ && GetParam() != victim_t::client_by_itself;
-            if (is_now && in_callback) {
+        for (int steps = 0; !has_ended_ && !struck && steps < 1000 && client; ++steps) {
+            struck = passed_ + 1 >= strike_at_ && GetParam() != victim_t::client_by_itself;
+            if (!struck) {
+                fwx_host_loop_run_once(loop, 0);
+            } else if (in_callback) {
                 ASSERT_TRUE(client->timeout_set(nat64::timeout{nat64::timeout_kind::udp, 5s},
                                                 [this](const nat64::result &) { strike(); }));
-                struck = true;
                 pump();
-                break;
-            }
-            if (is_now) {
+            } else {
                 strike();
-                struck = true;
-                break;
             }
-            fwx_host_loop_run_once(loop, 0);
         }
         struck = struck || !client;
         pump();
@@ -139,8 +133,8 @@ TEST_F(cxx_fixture_t, a_waiter_that_ends_because_the_client_closes_can_destroy_t
     client.reset();
     nat64::adapter full = fwx::host::adapter;
     full.is_throttled = [](uint64_t) { return 1U; };
-    enum : uint8_t { command, room, stream, count };
-    for (int destroyer = command; destroyer != count; ++destroyer) {
+    enum : uint8_t { command, room, stream, nobody };
+    for (int destroyer = command; destroyer != nobody; ++destroyer) {
         auto closing = std::make_unique<nat64::client>("test", loop.get(), nat64::handlers{}, full);
         pump();
         size_t ended = 0;
@@ -150,7 +144,7 @@ TEST_F(cxx_fixture_t, a_waiter_that_ends_because_the_client_closes_can_destroy_t
         };
         for (int i = 0; i < 100; ++i) /* more than a block of slots, on both sides of the destroyer's */
             ASSERT_TRUE(
-                closing->pool_add(a_pool(1), [&, i](const nat64::result &) { end(i == 50 ? command : count); }));
+                closing->pool_add(a_pool(1), [&, i](const nat64::result &) { end(i == 50 ? command : nobody); }));
         const auto wait = [&end](nat64::client &c) -> nat64::task<> {
             co_await c.writable();
             end(room);
@@ -160,9 +154,8 @@ TEST_F(cxx_fixture_t, a_waiter_that_ends_because_the_client_closes_can_destroy_t
             co_await notifications.next();
             end(stream);
         };
-        nat64::task<> waiters[] = {wait(*closing), wait(*closing), listen(*closing), listen(*closing)};
-        for (nat64::task<> &each : waiters)
-            each.start();
+        const nat64::task<> waiters[] = {begin(wait(*closing)), begin(wait(*closing)), begin(listen(*closing)),
+                                         begin(listen(*closing))};
         closing->close();
         EXPECT_EQ(ended, 104U);
         EXPECT_FALSE(closing);

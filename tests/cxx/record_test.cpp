@@ -26,10 +26,6 @@ constexpr fwx_host_server_ops_t recording_server = {nullptr, nullptr, keep_messa
 
 using cxx_record_test = cxx_fixture_t;
 
-constexpr uint32_t add = FWX_NAT64_OP_ADD;
-constexpr uint32_t mod = FWX_NAT64_OP_MOD;
-constexpr uint32_t del = FWX_NAT64_OP_DEL;
-
 constexpr fwx_nat64_addr_t ipv4 = {0, {0xfe, 2, 0, 0xc0}};
 constexpr fwx_nat64_addr_t ipv6 = {1, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x12, 0x34}};
 constexpr fwx_nat64_prefix_t prefix_of(uint32_t kind) {
@@ -95,17 +91,21 @@ struct row_t {
                                                                          [](nat64::client &                          \
                                                                             c) { return c.member(record, ignored); } \
     }
+/* Rows of the members that add and delete the same record, and of those that also modify it. */
+#define SAME_2(kind, record, function, c_record)                    \
+    SAME(kind##_add, record, function, FWX_NAT64_OP_ADD, c_record), \
+        SAME(kind##_del, record, function, FWX_NAT64_OP_DEL, c_record)
+#define SAME_3(kind, record, function, c_record) \
+    SAME(kind##_mod, record, function, FWX_NAT64_OP_MOD, c_record), SAME_2(kind, record, function, c_record)
 
 const row_t rows[] = {
-    SAME(timeout_set, (nat64::timeout{nat64::timeout_kind::icmp, 300s}), timeout_set_a, add, &c_timeout),
-    SAME(limit_add, nat64::limit{100}, limit_set_a, add, &c_limit),
-    SAME(limit_mod, nat64::limit{100}, limit_set_a, mod, &c_limit),
-    SAME(limit_del, nat64::limit{100}, limit_set_a, del, &c_limit),
-    SAME(service_add, nat64::service{21}, service_set_a, add, &c_service),
-    SAME(service_del, nat64::service{21}, service_set_a, del, &c_service),
-    SAME(adj_set, (nat64::adjacency{nat64::adjacency_kind::outside, "2001:db8::1234"}), adj_set_a, add, &c_adj),
-    SAME(replication_set, (nat64::replication{7, 8}), replication_set_a, add, &c_replication_set),
-    SAME(replication_unset, (nat64::replication{7, 8}), replication_set_a, del, &c_replication_unset),
+    SAME(timeout_set, (nat64::timeout{nat64::timeout_kind::icmp, 300s}), timeout_set_a, FWX_NAT64_OP_ADD, &c_timeout),
+    SAME_3(limit, nat64::limit{100}, limit_set_a, &c_limit),
+    SAME_2(service, nat64::service{21}, service_set_a, &c_service),
+    SAME(adj_set, (nat64::adjacency{nat64::adjacency_kind::outside, "2001:db8::1234"}), adj_set_a, FWX_NAT64_OP_ADD,
+         &c_adj),
+    SAME(replication_set, (nat64::replication{7, 8}), replication_set_a, FWX_NAT64_OP_ADD, &c_replication_set),
+    SAME(replication_unset, (nat64::replication{7, 8}), replication_set_a, FWX_NAT64_OP_DEL, &c_replication_unset),
     SAME(settings_set, (nat64::settings{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}}),
          global_settings_set_a, &c_settings),
     SAME(interface_set, (nat64::interface{.ifh = 3, .stateless = a_prefix, .stateless_v6v4 = a_prefix, .mtu = 1500}),
@@ -113,23 +113,13 @@ const row_t rows[] = {
     SAME(interface_set, (nat64::interface{.ifh = 3, .enable = false, .stateful = a_prefix}), interface_set_a,
          &c_interface_off),
     SAME(nvi_enable, 5, nvi_interface_enable_a, 5),
-    SAME(smapping_add, smapping, smapping_set_a, add, &c_smapping),
-    SAME(smapping_del, smapping, smapping_set_a, del, &c_smapping),
-    SAME(dmapping_add, dmapping, dmapping_set_a, add, &c_dmapping),
-    SAME(dmapping_mod, dmapping, dmapping_set_a, mod, &c_dmapping),
-    SAME(dmapping_del, dmapping, dmapping_set_a, del, &c_dmapping),
-    SAME(pool_add, pool, pool_set_a, add, &c_pool),
-    SAME(pool_mod, pool, pool_set_a, mod, &c_pool),
-    SAME(pool_del, pool, pool_set_a, del, &c_pool),
-    SAME(range_add, range, pool_range_set_a, add, &c_range),
-    SAME(range_del, range, pool_range_set_a, del, &c_range),
-    SAME(logging_add, logging, logging_set_a, add, &c_logging),
-    SAME(logging_mod, logging, logging_set_a, mod, &c_logging),
-    SAME(logging_del, logging, logging_set_a, del, &c_logging),
-    SAME(mapt_bmr_add, bmr, mapt_bmr_set_a, add, &c_bmr),
-    SAME(mapt_bmr_del, bmr, mapt_bmr_set_a, del, &c_bmr),
-    SAME(mapt_dmr_add, dmr, mapt_dmr_set_a, add, &c_dmr),
-    SAME(mapt_dmr_del, dmr, mapt_dmr_set_a, del, &c_dmr),
+    SAME_2(smapping, smapping, smapping_set_a, &c_smapping),
+    SAME_3(dmapping, dmapping, dmapping_set_a, &c_dmapping),
+    SAME_3(pool, pool, pool_set_a, &c_pool),
+    SAME_2(range, range, pool_range_set_a, &c_range),
+    SAME_3(logging, logging, logging_set_a, &c_logging),
+    SAME_2(mapt_bmr, bmr, mapt_bmr_set_a, &c_bmr),
+    SAME_2(mapt_dmr, dmr, mapt_dmr_set_a, &c_dmr),
     SAME(session_clear, filter, session_clear_a, &c_clear),
     SAME(prefix_add, (nat64::prefix{a_prefix, nat64::prefix_kind::stateless_v6v4}), glb_prefix_add_a, &c_prefix_v6v4),
     SAME(prefix_mod, (nat64::prefix{a_prefix, nat64::prefix_kind::stateless}), glb_prefix_mod_a, &c_prefix_stateless),
@@ -138,12 +128,9 @@ const row_t rows[] = {
      [](nat64::client &c) { return c.ipalias_upload(ignored); }},
     {"stats_interfaces", [] { return fwx_nat64_stats_intf_query_a(nullptr); },
      [](nat64::client &c) { return c.stats_interfaces(ignored, ignored); }},
-    {"stats_pools", [] { return fwx_nat64_stats_pool_all_query_a(0, nullptr, 1000, 0, nullptr); },
-     [](nat64::client &c) { return c.stats_pools(ignored, ignored); }},
-    {"stats_mappings", [] { return fwx_nat64_stats_mapping_all_query_a(0, nullptr, 1000, 0, nullptr); },
-     [](nat64::client &c) { return c.stats_mappings(ignored, ignored); }},
-    {"stats_limits", [] { return fwx_nat64_stats_limit_all_query_a(0, UINT32_MAX, nullptr); },
-     [](nat64::client &c) { return c.stats_limits(ignored, ignored); }},
+    SAME(stats_pools, ignored, stats_pool_all_query_a, 0, nullptr, 1000, 0),
+    SAME(stats_mappings, ignored, stats_mapping_all_query_a, 0, nullptr, 1000, 0),
+    SAME(stats_limits, ignored, stats_limit_all_query_a, 0, UINT32_MAX),
     {"a walk with a filter",
      [] {
          return fwx_nat64_session_walk_a(
