@@ -93,20 +93,21 @@ bool versions_t::is_newest(uint64_t boot_id, uint64_t changes) const {
     return boot_id != 0 && known != nullptr && known->boot_id == boot_id && known->changes == changes;
 }
 
-std::string versions_t::add(version_t version, const std::string *document) {
+std::string versions_t::add(version_t version, std::optional<std::string> document) {
     version.number = ++last_;
     version.time = time_text();
     version.who = user_name();
     version.what = one_line(std::move(version.what));
-    version.has_document = document != nullptr;
+    version.has_document = document.has_value();
     std::string error;
     if (directory_.empty()) {
-        if (document != nullptr) in_memory_[version.number] = *document;
+        if (document) in_memory_[version.number] = *std::move(document);
     } else {
         error = make_state_directory(directory_ + "/documents", files_);
-        const std::string text = first_line_of(version) + (document == nullptr ? "" : *document);
+        std::string text = std::move(document).value_or("");
+        text.insert(0, first_line_of(version));
         if (error.empty()) error = write_file(path_of(version.number), text, files_);
-        if (document != nullptr && error.empty()) sizes_[version.number] = text.size();
+        if (version.has_document && error.empty()) sizes_[version.number] = text.size();
     }
     if (!error.empty()) return error;
     versions_.push_back(std::move(version));
@@ -116,11 +117,12 @@ std::string versions_t::add(version_t version, const std::string *document) {
 
 std::string versions_t::add_if_other(version_t version, const document_t &held) {
     if (is_newest(version.boot_id, version.changes)) return ""; /* spares a large document's text */
-    const std::string document = write_lines(held);
-    std::string known;
-    const uint32_t number = newest() == nullptr ? 0 : newest()->number;
-    const bool is_known = read(number, known).empty() && known == document;
-    return is_known ? "" : add(std::move(version), &document);
+    std::string document = write_lines(held);
+    const auto is_known = [&] {
+        std::string known;
+        return read(newest() == nullptr ? 0 : newest()->number, known).empty() && known == document;
+    };
+    return is_known() ? "" : add(std::move(version), std::move(document));
 }
 
 void versions_t::prune() {

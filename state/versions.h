@@ -55,9 +55,9 @@ public:
     /** True if a server with this boot id and number of changes holds the newest document. */
     bool is_newest(uint64_t boot_id, uint64_t changes) const;
 
-    /** Adds a version and sets its number, time and user. `document` is the text of its document, or null. The number
-     * is used up even if the file cannot be written. */
-    std::string add(version_t version, const std::string *document);
+    /** Adds a version and sets its number, time and user. `document` is the text of its document, if it has one. The
+     * number is used up even if the file cannot be written. */
+    std::string add(version_t version, std::optional<std::string> document);
     /** The same for the document that a server holds, but does nothing if that is the newest one, by the server's
      * record in `version` or by its text. Without any version, the newest one is the empty document. */
     std::string add_if_other(version_t version, const document_t &held);

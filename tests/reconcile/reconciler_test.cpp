@@ -260,8 +260,7 @@ TEST_F(reconciler_test, a_server_that_does_not_report_its_configuration_is_assum
         version_t version;
         version.boot_id = model->boot().boot_id;
         version.changes = changes;
-        const std::string text = write_lines(document);
-        EXPECT_EQ(versions.add(version, &text), "");
+        EXPECT_EQ(versions.add(version, write_lines(document)), "");
     };
     add(model->boot().changes, from);
     EXPECT_TRUE(run_slow(reconciler->assume_known(versions)));

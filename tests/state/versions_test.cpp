@@ -24,7 +24,7 @@ protected:
         EXPECT_EQ(GetParam() ? versions_->open() : "", "");
         return *versions_;
     }
-    std::string add(const std::string &what, const std::string *document) {
+    std::string add(const std::string &what, const std::optional<std::string> &document) {
         version_t version;
         version.what = what;
         version.commands = 7;
@@ -47,9 +47,9 @@ TEST_P(versions_test, a_version_comes_back_as_it_was_added) {
     EXPECT_EQ(read(0), write_lines(document_t())) << "before the first one there was nothing";
     EXPECT_EQ(read(1), "version 1: must be 0 to 0");
     setenv("SUDO_USER", "two words", 1); /* not taken, because a version could not be read again */
-    EXPECT_EQ(add("config apply a\nfile", &text_), "");
+    EXPECT_EQ(add("config apply a\nfile", text_), "");
     unsetenv("SUDO_USER");
-    EXPECT_EQ(add("pool add", nullptr), "");
+    EXPECT_EQ(add("pool add", std::nullopt), "");
     const std::vector<version_t> all = versions().all();
     ASSERT_EQ(all.size(), 2U);
     EXPECT_EQ(all[0].what, "config apply a file");
@@ -80,13 +80,13 @@ TEST_P(versions_test, a_version_comes_back_as_it_was_added) {
 
 TEST_P(versions_test, the_newest_hundred_of_each_kind_stay) {
     for (int i = 0; i < 103; ++i) {
-        EXPECT_EQ(add("single", nullptr), "");
+        EXPECT_EQ(add("single", std::nullopt), "");
     }
-    EXPECT_EQ(add("apply", &text_), "");
+    EXPECT_EQ(add("apply", text_), "");
     EXPECT_EQ(versions().all().size(), 101U);
     EXPECT_EQ(versions().all().front().number, 4U);
     EXPECT_EQ(read(0), "version 0: must be 4 to 104");
-    EXPECT_EQ(add("apply", &text_), "");
+    EXPECT_EQ(add("apply", text_), "");
     EXPECT_EQ(versions().all().back().number, 105U);
 }
 
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(in_memory_and_in_files, versions_test, testing::Bool())
 
 class version_files_test : public testing::Test {
 protected:
-    std::string add() { return versions_.add({}, &text_); }
+    std::string add() { return versions_.add({}, text_); }
 
     const runtime_directory_t directory_;
     const std::string documents_ = directory_.path() + "/documents/";
@@ -187,8 +187,8 @@ TEST_F(version_files_test, the_names_of_new_folders_and_of_removed_files_are_syn
     const std::string state = directory_.path() + "/a/b";
     watched_files_t files;
     versions_t versions(state, files);
-    ASSERT_EQ(versions.add({}, &text_), "");
-    ASSERT_EQ(versions.add({}, &text_), "");
+    ASSERT_EQ(versions.add({}, text_), "");
+    ASSERT_EQ(versions.add({}, text_), "");
     ASSERT_EQ(versions.set_unconfirmed(2), "");
     ASSERT_EQ(versions.set_unconfirmed(0), "");
     EXPECT_EQ(files.synced,

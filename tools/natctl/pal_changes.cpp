@@ -54,7 +54,7 @@ std::string pal_t::begin_change() {
 
 std::string pal_t::end_singles() {
     const version_t made = std::exchange(single_, {});
-    return made.commands == 0 ? "" : versions_->add(made, nullptr);
+    return made.commands == 0 ? "" : versions_->add(made, std::nullopt);
 }
 
 std::string pal_t::end_change() {
