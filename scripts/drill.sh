@@ -24,9 +24,9 @@ case "${1:-}" in
   servers) presets="dev asan" kills=1000 target=kill_drill command=("tests/drill/kill_drill" "tests/drill/drill_server") more= ;;
   journal) presets="dev asan" kills=1000 target=journal_drill command=("tests/state/journal_drill") more= ;;
   operators) presets=dev kills=1000 target=operators_drill command=("tests/drill/operators_drill") more= ;;
-  gateway) presets=release kills=100 target=gateway_drill command=("tests/gateway/gateway_drill") more= ;;
-  store) presets=release kills= target=store_drill command=("tests/fleet/store_drill") more= ;;
-  answers) presets=release kills=200000 target=daemon_drill command=("tests/nat64d/daemon_drill") mode=answers more= ;;
+  gateway) presets=dev kills=100 target=gateway_drill command=("tests/gateway/gateway_drill") more= ;;
+  store) presets=dev kills= target=store_drill command=("tests/fleet/store_drill") more= ;;
+  answers) presets=dev kills=200000 target=daemon_drill command=("tests/nat64d/daemon_drill") mode=answers more= ;;
   daemon) presets=dev kills=200 target=daemon_drill command=("tests/nat64d/daemon_drill") more=10000 ;;
   *) echo "usage: $0 servers|journal|daemon|operators|gateway|store|answers [KILLS]" >&2; exit 2 ;;
 esac
