@@ -1,7 +1,7 @@
 /* The client of etcd, with a real etcd and with scripted servers that answer wrongly or not at all. */
 #include "fleet/base64.h"
 #include "tests/fleet/scripted_server.h"
-#include "tests/support/no_descriptors.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
@@ -329,7 +329,7 @@ TEST_F(real_etcd_test, waiting_coroutines_may_be_destroyed_and_so_may_the_client
 TEST_F(etcd_test, without_descriptors_a_request_fails_and_the_next_one_does_not) {
     scripted_store_t store(loop_, {{ok("{}")}});
     {
-        const no_descriptors_t limit;
+        const descriptor_limit_t limit(0);
         etcd_t etcd(loop_, store.etcd.store());
         EXPECT_NE(run(etcd.get("p/a")).error.text.find("no memory or descriptors left"), std::string::npos);
         etcd_watch_t watch(etcd, "p/a", 1);

@@ -193,4 +193,20 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
                      R"("ham1" true 1 false "refused version 3: pool 7 is there" )");
 }
 
+TEST_F(natctl_fleet_test, a_push_is_told_as_done_when_its_gateways_cannot_be_looked_at) {
+    for (const char *words : {"user add root:r", "user grant-role root root", "role add p", "user add ann:secret",
+                              "user grant-role ann p", "role grant-permission p readwrite p/ p/gateways/",
+                              "role grant-permission p readwrite p/gateways0 p0", "auth enable"}) {
+        ASSERT_TRUE(process_.control(words)) << process_.log();
+    }
+    const run_t got = run("fleet push --insecure-plaintext --user ann --password-file " + file("password", "secret") +
+                          " --wait 1s " + first_);
+    EXPECT_EQ(got.status, 1);
+    EXPECT_TRUE(
+        got.notes.ends_with("natctl: fleet push: version 1 is in the store, but the gateways could not be looked "
+                            "at: http://" +
+                            process_.place() + ": etcdserver: permission denied\n"))
+        << got.notes;
+}
+
 }  // namespace

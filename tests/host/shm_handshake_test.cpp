@@ -18,8 +18,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "descriptor_limit.h"
 #include "shm_fixture.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
 
 namespace {

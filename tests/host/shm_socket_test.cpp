@@ -10,8 +10,8 @@
 
 #include <optional>
 
-#include "descriptor_limit.h"
 #include "host_fixture.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {

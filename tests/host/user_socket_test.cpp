@@ -2,9 +2,9 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include "descriptor_limit.h"
 #include "fwx_host/user_socket.h"
 #include "host_fixture.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 

@@ -15,8 +15,8 @@
 
 #include "natctl_fixture.h"
 #include "server_process.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
-#include "tests/support/no_descriptors.h"
 #include "tests/support/other_client.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/support/zero_server.h"
@@ -270,7 +270,7 @@ TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_t
 
 #ifndef ADDRESS_SANITIZER
 TEST_F(server_process_test, a_binding_without_descriptors_fails) {
-    std::optional<no_descriptors_t> limit(std::in_place);
+    std::optional<descriptor_limit_t> limit(0);
     const run_t result = run("status");
     limit.reset();
     EXPECT_EQ(result.status, 1);

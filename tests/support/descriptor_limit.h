@@ -1,6 +1,6 @@
 /* Limits on the descriptors of the process, which end with their objects. */
-#ifndef TESTS_HOST_DESCRIPTOR_LIMIT_H
-#define TESTS_HOST_DESCRIPTOR_LIMIT_H
+#ifndef TESTS_SUPPORT_DESCRIPTOR_LIMIT_H
+#define TESTS_SUPPORT_DESCRIPTOR_LIMIT_H
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -11,7 +11,8 @@
 
 #include "host/loop/descriptor.h"
 
-/** The limit of descriptors, or the highest that the system allows. */
+/** Sets the limit of descriptors, at most to the highest that the system allows. With 0 none can be opened: not for use
+ * with sanitizers, whose checks open descriptors. */
 class descriptor_limit_t {
 public:
     explicit descriptor_limit_t(rlim_t limit) {
