@@ -26,12 +26,6 @@ inline constexpr const char *translator_ipv4 = "192.0.0.8";
 inline constexpr uint32_t first_pool_port = 1024;
 inline constexpr uint32_t most_pool_ports = 65536 - first_pool_port;
 
-/** Returns an IPv4 address in host order. */
-inline uint32_t ipv4_of(const uint8_t *network_order) {
-    return uint32_t{network_order[0]} << 24 | uint32_t{network_order[1]} << 16 | uint32_t{network_order[2]} << 8 |
-           network_order[3];
-}
-
 struct ipv4_network_t {
     uint32_t address; /* host order */
     uint8_t prefix_len;

@@ -7,9 +7,9 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "fwx_host/loop.h"
+#include "server/record.h"
 
 namespace {
 
@@ -28,18 +28,10 @@ uint32_t age_s(uint64_t since_ms) {
     return static_cast<uint32_t>((fwx_host_clock_ms() - since_ms) / 1000);
 }
 
-bool is_wanted(const address_t &wanted, const fwx_nat64_addr_t &record) {
-    return wanted.is_unspecified() || wanted == address_of(record);
-}
-
 void write_big_endian(uint32_t value, uint8_t *at) {
     for (int i = 3; i >= 0; --i, value >>= 8) {
         at[i] = static_cast<uint8_t>(value);
     }
-}
-
-uint32_t read_big_endian(const uint8_t *at) {
-    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
 }
 
 uint16_t generated_port(uint64_t n) {
@@ -49,27 +41,23 @@ uint16_t generated_port(uint64_t n) {
 }  // namespace
 
 void model_engine_t::changed(uint32_t op_code, const void *payload) {
-    const auto read = [payload](auto record) {
-        std::memcpy(&record, payload, sizeof record);
-        return record;
-    };
     switch (op_code) {
         case FWX_NAT64_CFG_SMAPPING_ADD: {
-            const auto mapping = read(fwx_nat64_smapping_t{});
+            const auto mapping = read_record<fwx_nat64_smapping_t>(payload);
             statics[mapping.id] = {mapping.addr1, mapping.addr2, fwx_host_clock_ms()};
             break;
         }
         case FWX_NAT64_CFG_SMAPPING_DEL:
-            statics.erase(read(fwx_nat64_delete_payload_t{}).id);
+            statics.erase(read_record<fwx_nat64_delete_payload_t>(payload).id);
             break;
         case FWX_NAT64_CFG_DMAPPING_DEL:
-            close_sessions_of(mappings, read(fwx_nat64_delete_payload_t{}).id);
+            close_sessions_of(mappings, read_record<fwx_nat64_delete_payload_t>(payload).id);
             break;
         case FWX_NAT64_CFG_POOL_DEL:
-            close_sessions_of(pools, read(fwx_nat64_delete_payload_t{}).id);
+            close_sessions_of(pools, read_record<fwx_nat64_delete_payload_t>(payload).id);
             break;
         case record_kept_basic_rule_del: {
-            const auto rule = read(kept_rule_t{}).rule;
+            const auto rule = read_record<kept_rule_t>(payload).rule;
             lookups.erase({rule.rule_id, rule.domain_id});
             break;
         }
@@ -150,11 +138,7 @@ bool model_engine_t::matches(const session_filter_t &filter, const fwx_nat64_ses
     const bool protocol_ok = filter.protocol == 0 || filter.protocol == session.protocol;
     const bool ends_ok = protocol_ok && is_wanted(filter.src, session.src) && is_wanted(filter.dst, session.dst);
     if (!ends_ok || (filter.pool_addr == 0 && filter.port == 0)) return ends_ok;
-    const fwx_nat64_session_full_t full = session_in_full(session);
-    const bool pool_ok = filter.pool_addr == 0 || filter.pool_addr == read_big_endian(full.pool_addr.addr);
-    const bool port_ok = filter.port == 0 || filter.port == full.src_port || filter.port == full.pool_port ||
-                         filter.port == full.dst_port;
-    return pool_ok && port_ok;
+    return filter.has_pool_addr_and_port_of(session_in_full(session));
 }
 
 fwx_nat64_session_full_t model_engine_t::session_in_full(const fwx_nat64_session_t &session) const {

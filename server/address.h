@@ -1,4 +1,4 @@
-/* Addresses of both families in one type, which the server compares and counts. */
+/* Addresses of both families in one type, which the server compares and counts, and IPv4 addresses as numbers. */
 #ifndef SERVER_ADDRESS_H
 #define SERVER_ADDRESS_H
 
@@ -22,6 +22,17 @@ inline address_t address_of(const fwx_nat64_addr_t &record) {
     address_t address{record.family != FWX_NAT64_FAMILY_IPV4, {}};
     std::memcpy(address.bytes.data(), record.addr, address.is_ipv6 ? sizeof(record.addr) : sizeof(uint32_t));
     return address;
+}
+
+/** True if `wanted` is unspecified, or is the address in the record. */
+inline bool is_wanted(const address_t &wanted, const fwx_nat64_addr_t &record) {
+    return wanted.is_unspecified() || wanted == address_of(record);
+}
+
+/** Returns an IPv4 address in host order. */
+inline uint32_t ipv4_of(const uint8_t *network_order) {
+    return uint32_t{network_order[0]} << 24 | uint32_t{network_order[1]} << 16 | uint32_t{network_order[2]} << 8 |
+           network_order[3];
 }
 
 #endif

@@ -7,10 +7,10 @@
 #include "server/configuration.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <type_traits>
 
+#include "server/record.h"
 #include "wire/config_messages.h"
 
 namespace {
@@ -40,9 +40,7 @@ struct setter_t<member> {
     static constexpr size_t payload_size = sizeof(record_t);
 
     static uint32_t carry_out(configuration_t &config, const void *payload) {
-        record_t record;
-        std::memcpy(&record, payload, sizeof(record));
-        return (part_of<part_t>(config).*member)(record);
+        return (part_of<part_t>(config).*member)(read_record<record_t>(payload));
     }
 };
 

@@ -244,9 +244,7 @@ uint32_t carry_out(server_state_t &server, uint32_t op_code, const void *payload
     const uint32_t refusal = server.engine->refusal(op_code, payload);
     if (refusal != 0) return refusal;
     if (op_code == FWX_NAT64_CFG_SESSION_CLEAR) {
-        fwx_nat64_session_filter_t record;
-        std::memcpy(&record, payload, sizeof record);
-        return server.engine->session_clear(filter_of(record));
+        return server.engine->session_clear(filter_of(read_record<fwx_nat64_session_filter_t>(payload)));
     }
     const uint32_t code = server.config.carry_out(op_code, payload);
     if (code == 0 && configuration_t::kept_size(op_code) != 0) server.engine->changed(op_code, payload);

@@ -19,6 +19,12 @@ struct session_filter_t {
     address_t dst;
     uint32_t pool_addr; /* host order */
     uint16_t port;      /* source, pool or destination port */
+
+    bool has_pool_addr_and_port_of(const fwx_nat64_session_full_t &session) const {
+        const bool is_port =
+            port == 0 || port == session.src_port || port == session.pool_port || port == session.dst_port;
+        return is_port && (pool_addr == 0 || pool_addr == ipv4_of(session.pool_addr.addr));
+    }
 };
 
 class engine_t {

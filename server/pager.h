@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "server/outbox.h"
+#include "server/record.h"
 
 /** A received command that is not answered yet. */
 struct request_t {
@@ -25,9 +26,7 @@ struct request_t {
     /** Reads a record at an offset. The message must be well formed and long enough. */
     template <typename record_t>
     record_t read(size_t offset = 0) const {
-        record_t record;
-        std::memcpy(&record, msg + offset, sizeof(record));
-        return record;
+        return read_record<record_t>(msg + offset);
     }
 
     /** The first part of a reply: with the command's context and epoch, and 0 in all fields behind the result. */

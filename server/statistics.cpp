@@ -146,8 +146,7 @@ public:
 
 private:
     void add_basic_rule(const uint8_t *bytes) {
-        kept_rule_t rule;
-        std::memcpy(&rule, bytes, sizeof rule);
+        const auto rule = read_record<kept_rule_t>(bytes);
         const fwx_nat64_bmr_msg_t command = command_of(rule.rule);
         fwx_nat64_config_bmr_t payload{};
         std::memcpy(payload.request, &command.rule_type, sizeof payload.request);

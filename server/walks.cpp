@@ -5,22 +5,10 @@
 
 namespace {
 
-uint32_t host_order(const uint8_t *at) {
-    return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
-}
-
-/* The part of a filter that is in the bytes which the library passes unread. */
-fwx_nat64_session_where_t where_of(const uint8_t *opaque) {
-    fwx_nat64_session_where_t where;
-    std::memcpy(&where, opaque, sizeof where);
-    return where;
-}
-
 session_filter_t filter_of(const fwx_nat64_sess_walk_filter_t &record) {
-    uint32_t protocol = 0;
-    std::memcpy(&protocol, record.opaque0, sizeof(protocol));
-    const fwx_nat64_session_where_t where = where_of(record.opaque60);
-    return {protocol, address_of(record.src), address_of(where.dst), host_order(where.pool_addr), where.port};
+    const auto where = read_record<fwx_nat64_session_where_t>(record.opaque60);
+    return {read_record<uint32_t>(record.opaque0), address_of(record.src), address_of(where.dst),
+            ipv4_of(where.pool_addr), where.port};
 }
 
 class walk_t : public paged_t {
@@ -100,8 +88,8 @@ private:
 }  // namespace
 
 session_filter_t filter_of(const fwx_nat64_session_filter_t &record) {
-    const fwx_nat64_session_where_t where = where_of(record.opaque);
-    return {record.value, address_of(record.src), address_of(record.dst), host_order(where.pool_addr), where.port};
+    const auto where = read_record<fwx_nat64_session_where_t>(record.opaque);
+    return {record.value, address_of(record.src), address_of(record.dst), ipv4_of(where.pool_addr), where.port};
 }
 
 uint32_t answer_walk(server_state_t &server, const request_t &request, uint32_t code) {
