@@ -39,8 +39,8 @@ public:
     uint32_t commit() noexcept override;
 
     uint64_t session_count() const override { return read_sessions(false).size(); }
-    uint64_t session_count_of_pool(uint32_t pool_id) const override;
-    uint64_t session_count_of_mapping(uint32_t kind, uint32_t mapping_id) const override;
+    uint64_t session_count_of_pool(uint32_t pool_id) const override { return count_of({pool_kind, pool_id}); }
+    uint64_t session_count_of_mapping(uint32_t kind, uint32_t id) const override { return count_of({kind, id}); }
     uint64_t failed_session_count() const override { return sessions_t::failed_count(); }
     uint32_t session_clear(const session_filter_t &filter) override;
     found_t session_next(uint64_t from, const session_filter_t &filter, fwx_nat64_session_t *session,
@@ -49,20 +49,14 @@ public:
 
 private:
     using session_t = sessions_t::session_t;
-    struct change_t {
-        uint32_t op_code;
-        std::vector<uint8_t> payload;
-    };
-    struct static_t {
-        address_t inside, outside;
-        auto operator<=>(const static_t &other) const = default;
-    };
+    using addresses_t = std::pair<address_t, address_t>; /* inside and outside */
+    using owner_t = std::pair<uint32_t, uint32_t>;       /* kind of mapping or pool_kind, and identifier */
+    static constexpr uint32_t pool_kind = 0;
 
-    uint32_t pool_delete_refusal(uint32_t pool_id) const;
-    uint32_t refusal_of(const fwx_nat64_intf_payload_t &interface) const;
-    uint32_t refusal_of(const fwx_nat64_smapping_t &mapping) const;
-    uint32_t refusal_of(const fwx_nat64_dmapping_t &mapping, bool is_new) const;
-    void end_sessions(const std::set<static_t> &ended, const std::vector<ipv4_network_t> &before);
+    uint32_t interface_refusal(const fwx_nat64_intf_payload_t &interface) const;
+    uint32_t static_refusal(const fwx_nat64_smapping_t &mapping) const;
+    void end_sessions(const std::set<addresses_t> &ended, const networks_t &before);
+    uint64_t count_of(const owner_t &owner) const;
     const std::vector<session_t> &read_sessions(bool goes_on) const;
     void name_owners() const;
 
@@ -73,17 +67,15 @@ private:
     std::string trouble_;      /* last error of the translator, so that it is logged only once */
     bool is_restoring_ = true; /* until the first commit */
     configuration_t in_force_;
-    std::vector<change_t> pending_;
-    std::map<uint32_t, static_t> statics_; /* static mappings of `config`, by identifier */
-    std::set<address_t> static_addresses_; /* inside and outside address of each static mapping */
-    std::set<static_t> ended_;             /* static mappings that pending changes delete */
+    std::map<uint32_t, addresses_t> statics_;  /* static mappings of `config`, by identifier */
+    std::map<address_t, uint32_t> static_ids_; /* their identifiers, by inside and by outside address */
+    std::set<addresses_t> ended_;              /* static mappings that were deleted since the last commit */
 
     /* Cache of the sessions that were last read from connection tracking. */
     mutable std::vector<session_t> read_;
     mutable bool is_old_ = true;
     mutable uint64_t read_until_ms_ = 0; /* until then a walk continues in an outdated cache */
-    mutable std::map<uint32_t, uint64_t> of_pools_;
-    mutable std::map<std::pair<uint32_t, uint32_t>, uint64_t> of_mappings_; /* session count by kind and identifier */
+    mutable std::map<owner_t, uint64_t> counts_;
 };
 
 #endif

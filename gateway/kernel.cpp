@@ -3,6 +3,7 @@
 #include "gateway/kernel.h"
 
 #include <arpa/inet.h>
+#include <linux/rtnetlink.h>
 #include <nftables/libnftables.h>
 
 #include <algorithm>
@@ -17,17 +18,13 @@
 namespace {
 
 constexpr const char *settings_folder = "/proc/sys/net/";
+constexpr const char *table_prefix = "fwx_nat64_";
 constexpr const char *session_limit = "session_limit";
 
-std::string first_line(const std::string &text) {
-    return text.substr(0, text.find('\n'));
-}
-
-/** Returns the networks of `one` that `other` does not have; both lists are sorted. */
-std::vector<ipv4_network_t> difference(const std::vector<ipv4_network_t> &one,
-                                       const std::vector<ipv4_network_t> &other) {
-    std::vector<ipv4_network_t> only;
-    std::set_difference(one.begin(), one.end(), other.begin(), other.end(), std::back_inserter(only));
+/** Returns the networks of `one` that `other` does not have. */
+networks_t difference(const networks_t &one, const networks_t &other) {
+    networks_t only;
+    std::ranges::set_difference(one, other, std::back_inserter(only));
     return only;
 }
 
@@ -38,32 +35,24 @@ std::string write_setting(const std::string &path, const std::string &value) {
     return file ? "" : "cannot set " + (settings_folder + path) + " to " + value;
 }
 
-std::string read_setting(const std::string &path) {
-    std::string value;
-    std::ifstream(settings_folder + path) >> value;
-    return value;
-}
-
 }  // namespace
 
 kernel_t::kernel_t(const std::string &gateway)
-    : table_(table_of(gateway)), nft_(nft_ctx_new(NFT_CTX_DEFAULT), nft_ctx_free) {
+    : table_(table_prefix + gateway), nft_(nft_ctx_new(NFT_CTX_DEFAULT), nft_ctx_free) {
     nft_ctx_buffer_output(nft_.get());
     nft_ctx_buffer_error(nft_.get());
     nft_ctx_output_set_flags(nft_.get(), NFT_CTX_OUTPUT_TERSE); /* list maps without their elements */
 }
-
-kernel_t::~kernel_t() = default;
 
 std::string kernel_t::run(const std::string &text, std::string *output) {
     if (text.empty()) return "";
     const int failed = nft_run_cmd_from_buffer(nft_.get(), text.c_str());
     /* Reading a buffer empties it for the next command. */
     const std::string printed = nft_ctx_get_output_buffer(nft_.get());
-    const std::string error = first_line(nft_ctx_get_error_buffer(nft_.get()));
+    const std::string error = nft_ctx_get_error_buffer(nft_.get());
     if (output != nullptr) *output = printed;
     if (failed == 0) return "";
-    return "nftables: " + (error.empty() ? "failed without a reason" : error);
+    return "nftables: " + (error.empty() ? "failed without a reason" : error.substr(0, error.find('\n')));
 }
 
 std::string kernel_t::check_namespace() {
@@ -72,12 +61,10 @@ std::string kernel_t::check_namespace() {
     if (!error.empty()) return error + " (module nf_tables)";
     std::istringstream words(tables);
     for (std::string word; words >> word;) {
-        const bool is_gateway = word.rfind(table_of(""), 0) == 0;
-        if (is_gateway && word != table_) {
-            const std::string other = word.substr(table_of("").size());
-            std::string text = "this network namespace is gateway ";
-            return text.append(other).append("'s; remove that with: nat64-gateway --remove ").append(other);
-        }
+        if (word == table_ || word.rfind(table_prefix, 0) != 0) continue;
+        const std::string other = word.substr(std::strlen(table_prefix));
+        std::string text = "this network namespace is gateway ";
+        return text.append(other).append("'s; remove that with: nat64-gateway --remove ").append(other);
     }
     return "";
 }
@@ -86,9 +73,10 @@ std::string kernel_t::check() {
     std::string error = check_namespace();
     if (!error.empty()) return error;
     for (const char *forwarding : {"ipv6/conf/all/forwarding", "ipv4/conf/all/forwarding"}) {
-        if (read_setting(forwarding) != "1") {
-            return std::string("the kernel does not forward packets: set ") + settings_folder + forwarding + " to 1";
-        }
+        const std::string path = std::string(settings_folder) + forwarding;
+        std::string value;
+        std::ifstream(path) >> value;
+        if (value != "1") return "the kernel does not forward packets: set " + path + " to 1";
     }
     return "";
 }
@@ -112,26 +100,23 @@ std::string kernel_t::apply(plan_t plan) {
 std::string kernel_t::change(const plan_t &plan) {
     const bool was_known = std::exchange(is_known_, false);
     for (const auto &[path, value] : plan.settings) {
-        const auto before = in_force_.settings.find(path);
-        if (was_known && before != in_force_.settings.end() && before->second == value) continue;
         std::string failed = write_setting(path, value);
         if (!failed.empty()) return failed;
     }
-    std::vector<ipv4_network_t> networks = in_force_.networks;
+    networks_t networks = in_force_.networks;
     int failed = was_known ? 0 : routes_.read(networks);
     if (failed != 0) return std::string("cannot read the routes: ") + std::strerror(failed);
     /* A route exists as long as packets are translated to its addresses, so it is added first and removed last. */
-    std::vector<ipv4_network_t> added;
+    const networks_t added = difference(plan.networks, networks);
     std::string error;
-    for (const ipv4_network_t &network : difference(plan.networks, networks)) {
-        failed = routes_.add(network);
+    for (const ipv4_network_t &network : added) {
+        failed = routes_.change(RTM_NEWROUTE, network);
         if (failed != 0) {
             const uint32_t word = htonl(network.address);
             error = "cannot add the route of " + prefix_text(AF_INET, &word, sizeof word, network.prefix_len) + ": " +
                     std::strerror(failed);
             break;
         }
-        added.push_back(network);
     }
     if (error.empty()) {
         error = run(was_known ? changes_text(table_, in_force_.ruleset, plan.ruleset) : text_from_found(plan.ruleset));
@@ -139,7 +124,7 @@ std::string kernel_t::change(const plan_t &plan) {
     is_known_ = error.empty();
     /* The plan is in force by now, so a route that remains is no error. The next change reads and removes it. */
     for (const ipv4_network_t &network : is_known_ ? difference(networks, plan.networks) : added) {
-        failed = routes_.remove(network);
+        failed = routes_.change(RTM_DELROUTE, network);
         const bool is_gone = failed == 0 || failed == ESRCH;
         is_known_ = is_known_ && is_gone;
     }
@@ -150,8 +135,7 @@ std::string kernel_t::change(const plan_t &plan) {
  * kept, because a new one would start counting at zero. */
 std::string kernel_t::text_from_found(const ruleset_t &to) {
     ruleset_t found;
-    std::string listing;
-    std::string chain;
+    std::string listing, chain;
     run("list table ip6 " + table_, &listing);
     std::istringstream lines(listing);
     for (std::string line; std::getline(lines, line);) {
@@ -162,14 +146,11 @@ std::string kernel_t::text_from_found(const ruleset_t &to) {
             chain = name;
             found.chains[chain].rules = {"unknown"};
         } else if (kind == "counter" && third == "{") {
-            found.objects["counter " + name];
+            found.objects[{"counter", name}];
         } else if (kind == "ct" && name == "timeout") {
-            found.objects["ct timeout " + third];
+            found.objects[{"ct timeout", third}];
         } else if (chain == session_limit && kind == "ct" && name == "count") {
             found.chains[chain].rules = {line.substr(line.find_first_not_of('\t'))};
-        } else if (kind == "}") {
-            if (chain == session_limit && found.chains[chain].rules[0] == "unknown") found.chains[chain].rules.clear();
-            chain.clear();
         }
     }
     return table_text(table_) + changes_text(table_, found, to);
@@ -181,7 +162,11 @@ std::string kernel_t::remove_table() {
 }
 
 std::string kernel_t::remove_device() {
-    for (const auto &[path, value] : default_settings()) {
+    const std::pair<const char *, const char *> defaults[] = {{"netfilter/nf_conntrack_acct", "0"},
+                                                              {"netfilter/nf_conntrack_timestamp", "0"},
+                                                              {"netfilter/nf_conntrack_icmpv6_timeout", "30"},
+                                                              {"netfilter/nf_conntrack_frag6_timeout", "60"}};
+    for (const auto &[path, value] : defaults) {
         write_setting(path, value);
     }
     const int failed = routes_.delete_device();

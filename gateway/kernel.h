@@ -11,17 +11,9 @@
 
 struct nft_ctx;
 
-/** Returns the name of the nftables table of a gateway, in family ip6. */
-inline std::string table_of(const std::string &gateway) {
-    return "fwx_nat64_" + gateway;
-}
-
 class kernel_t {
 public:
     explicit kernel_t(const std::string &gateway);
-    ~kernel_t();
-    kernel_t(const kernel_t &) = delete;
-    kernel_t &operator=(const kernel_t &) = delete;
 
     /** Checks that the kernel has what a gateway needs, and that no other gateway uses the network namespace. Returns
      * what is missing or in the way, or an empty text. */
@@ -48,7 +40,7 @@ private:
     std::string change(const plan_t &plan);
     std::string text_from_found(const ruleset_t &to);
 
-    const std::string table_;
+    const std::string table_; /* name of the nftables table, in family ip6 */
     std::unique_ptr<nft_ctx, void (*)(nft_ctx *)> nft_;
     routes_t routes_;
     plan_t in_force_;

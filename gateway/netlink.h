@@ -8,25 +8,25 @@
 #include <memory>
 #include <utility>
 
-using attribute_fn_t = int (*)(const nlattr *, void *);
-
-/** Calls `see` with each attribute after the header of a message. */
-template <typename see_t>
-void each_attribute(const nlmsghdr *message, size_t header_size, see_t see) {
-    const attribute_fn_t call = [](const nlattr *attribute, void *arg) {
-        (*static_cast<see_t *>(arg))(attribute);
-        return static_cast<int>(MNL_CB_OK);
-    };
-    mnl_attr_parse(message, static_cast<unsigned>(header_size), call, &see);
+/** Returns the attribute of `type` in the bytes up to `end`, or nullptr. */
+inline const nlattr *find_attribute(const void *begin, const char *end, uint16_t type) {
+    const auto *attribute = static_cast<const nlattr *>(begin);
+    for (; mnl_attr_ok(attribute, static_cast<int>(end - reinterpret_cast<const char *>(attribute)));
+         attribute = mnl_attr_next(attribute)) {
+        if (mnl_attr_get_type(attribute) == type) return attribute;
+    }
+    return nullptr;
 }
-/** Calls `see` with each attribute nested in an attribute. */
-template <typename see_t>
-void each_attribute(const nlattr *nest, see_t see) {
-    const attribute_fn_t call = [](const nlattr *attribute, void *arg) {
-        (*static_cast<see_t *>(arg))(attribute);
-        return static_cast<int>(MNL_CB_OK);
-    };
-    mnl_attr_parse_nested(nest, call, &see);
+/** The same behind the header of a message. */
+inline const nlattr *find_attribute(const nlmsghdr *message, size_t header_size, uint16_t type) {
+    return find_attribute(mnl_nlmsg_get_payload_offset(message, header_size),
+                          static_cast<const char *>(mnl_nlmsg_get_payload_tail(message)), type);
+}
+/** The same in an attribute, which may be nullptr. */
+inline const nlattr *find_attribute(const nlattr *nest, uint16_t type) {
+    if (nest == nullptr) return nullptr;
+    const auto *payload = static_cast<const char *>(mnl_attr_get_payload(nest));
+    return find_attribute(payload, payload + mnl_attr_get_payload_len(nest), type);
 }
 
 /** A request: fill in its header and attributes, then send it with netlink_t. */
@@ -52,10 +52,11 @@ public:
     explicit netlink_t(int bus) : socket_(mnl_socket_open2(bus, SOCK_CLOEXEC), mnl_socket_close) {
         if (socket_ && mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) != 0) socket_.reset();
     }
+    static void ignore(const nlmsghdr *) {}
     /** Sends a request that asks for an acknowledgement or a dump, and calls `see` with each message of the answer.
      * Returns 0 or an errno value. */
-    template <typename see_t>
-    int ask(nlmsghdr *message, see_t see) {
+    template <typename see_t = decltype(&ignore)>
+    int ask(nlmsghdr *message, see_t see = &ignore) {
         if (!socket_) return EMFILE;
         message->nlmsg_seq = ++sequence_;
         if (mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0) return errno;
@@ -76,9 +77,6 @@ public:
                 see(answer);
             }
         }
-    }
-    int ask(nlmsghdr *message) {
-        return ask(message, [](const nlmsghdr *) {});
     }
 
 private:

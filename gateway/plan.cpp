@@ -1,6 +1,5 @@
-/* Turns a configuration into the plan of a gateway, and two plans into the text of one nftables transaction. The chains
- * and maps that every gateway has come from add_hooks; timeouts, prefixes, pools, mappings and the session limit fill
- * them. */
+/* Turns a configuration into the plan of a gateway, and two plans into the text of one nftables transaction. add_hooks
+ * adds the chains that every gateway has; the other functions fill them. */
 #include "gateway/plan.h"
 
 #include <arpa/inet.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <set>
 
 #include "records/value.h"
 
@@ -21,30 +21,13 @@ const std::string &text_of(const std::string &text) {
 }
 /** Returns the IPv6 address that embeds an IPv4 address (host order) in the translator's prefix. */
 ipv6_bytes_t translated(uint32_t ipv4) {
-    ipv6_bytes_t address;
+    ipv6_bytes_t address = translator_prefix;
     const uint32_t word = htonl(ipv4);
-    std::copy(translator_prefix.begin(), translator_prefix.end(), address.begin());
-    std::memcpy(address.data() + translator_prefix.size(), &word, sizeof word);
+    std::memcpy(address.data() + translator_prefix_len / 8, &word, sizeof word);
     return address;
 }
 std::string prefix_96(const uint8_t *twelve_bytes) {
-    return prefix_text(AF_INET6, twelve_bytes, translator_prefix.size(), translator_prefix_len);
-}
-
-struct span_of_pool_t {
-    uint32_t first, last; /* host order */
-    uint64_t size() const { return uint64_t{last} - first + 1; }
-};
-
-std::map<uint32_t, std::vector<span_of_pool_t>> spans_by_pool(const configuration_t &config) {
-    std::map<uint32_t, std::vector<span_of_pool_t>> spans;
-    for (const auto &[id, pool] : config.pools.pools.entries) {
-        spans[id].push_back({ntohl(pool.start_addr), ntohl(pool.end_addr)});
-    }
-    for (const auto &[span, range] : config.pools.ranges.entries) {
-        spans[range.id].push_back({ipv4_of(range.start_addr.addr), ipv4_of(range.end_addr.addr)});
-    }
-    return spans;
+    return prefix_text(AF_INET6, twelve_bytes, translator_prefix_len / 8, translator_prefix_len);
 }
 
 void add_element(std::string &list, const std::string &key, const std::string &value) {
@@ -58,49 +41,38 @@ std::string pool_name(uint32_t id) {
 
 /* --- Timeouts --- */
 
-uint32_t timeout_of(const configuration_t &config, uint32_t type, uint32_t default_s) {
-    const auto set = config.settings.timeouts.get(type);
-    return set && set->value != 0 ? set->value : default_s;
-}
-
-/** Adds a timeout object and returns the rule that sets it. The name holds the values, because the kernel cannot change
- * a timeout object. */
-std::string add_timeout(ruleset_t &ruleset, const std::string &protocol, const std::string &name,
-                        const std::string &policy) {
-    ruleset.objects["ct timeout " + name] = "{ protocol " + protocol + "; l3proto ip6; policy = { " + policy + " }; }";
-    return "meta l4proto " + protocol + " ct timeout set \"" + name + "\"";
-}
-
-void add_tcp_timeout(ruleset_t &ruleset, const char *direction, const std::string &name, const std::string &opening,
-                     const std::string &passing, const std::string &established) {
-    std::string policy = "syn_sent : " + opening + ", established : " + established;
+void add_timeouts(plan_t &plan, const configuration_t &config) {
+    const auto seconds = [&config](uint32_t type, uint32_t default_s) {
+        const auto set = config.settings.timeouts.get(type);
+        return set && set->value != 0 ? set->value : default_s;
+    };
+    /* The name of a timeout object holds its values, because the kernel cannot change it. */
+    const auto add = [&plan](const std::string &match, const std::string &protocol, const std::string &name,
+                             const std::string &policy) {
+        plan.ruleset.objects[{"ct timeout", name}] =
+            "{ protocol " + protocol + "; l3proto ip6; policy = { " + policy + " }; }";
+        plan.ruleset.chains["lifetimes"].rules.push_back(match + "meta l4proto " + protocol + " ct timeout set \"" +
+                                                         name + "\"");
+    };
+    const std::string udp =
+        std::to_string(std::max(seconds(FWX_NAT64_TIMEOUT_UDP, 300), seconds(FWX_NAT64_TIMEOUT_UDP_MIN, 0)));
+    add("", "udp", "udp_" + udp, "unreplied : " + udp + ", replied : " + udp);
+    const std::string passing = std::to_string(seconds(FWX_NAT64_TIMEOUT_TCP_TRANS, 240));
+    const std::string established = std::to_string(seconds(FWX_NAT64_TIMEOUT_TCP_EST, 7440));
+    const std::string from_outside = std::to_string(seconds(FWX_NAT64_TIMEOUT_TCP_IN_SYN, 6));
+    const std::string device = std::string(" \"") + translator_device + "\" ";
+    std::string policy = ", established : " + established;
     for (const char *state : {"syn_recv", "fin_wait", "close_wait", "last_ack", "time_wait", "close"}) {
         policy += std::string(", ") + state + " : " + passing;
     }
-    ruleset.chains["lifetimes"].rules.push_back(std::string(direction) + " \"" + translator_device + "\" " +
-                                                add_timeout(ruleset, "tcp", name, policy));
-}
-
-void add_timeouts(plan_t &plan, const configuration_t &config) {
-    const auto seconds = [&config](uint32_t type, uint32_t default_s) {
-        return std::to_string(timeout_of(config, type, default_s));
-    };
-    ruleset_t &ruleset = plan.ruleset;
-    const uint32_t udp_s =
-        std::max(timeout_of(config, FWX_NAT64_TIMEOUT_UDP, 300), timeout_of(config, FWX_NAT64_TIMEOUT_UDP_MIN, 0));
-    const std::string udp = std::to_string(udp_s);
-    ruleset.chains["lifetimes"].rules = {
-        add_timeout(ruleset, "udp", "udp_" + udp, "unreplied : " + udp + ", replied : " + udp)};
-    const std::string passing = seconds(FWX_NAT64_TIMEOUT_TCP_TRANS, 240);
-    const std::string established = seconds(FWX_NAT64_TIMEOUT_TCP_EST, 7440);
-    const std::string from_outside = seconds(FWX_NAT64_TIMEOUT_TCP_IN_SYN, 6);
-    add_tcp_timeout(ruleset, "oifname", "tcp_" + passing + "_" + established, passing, passing, established);
-    add_tcp_timeout(ruleset, "iifname", "tcp_" + from_outside + "_" + passing + "_" + established, from_outside,
-                    passing, established);
-    plan.settings = {{"netfilter/nf_conntrack_acct", "1"},
-                     {"netfilter/nf_conntrack_timestamp", "1"},
-                     {"netfilter/nf_conntrack_icmpv6_timeout", seconds(FWX_NAT64_TIMEOUT_ICMP, 60)},
-                     {"netfilter/nf_conntrack_frag6_timeout", seconds(FWX_NAT64_TIMEOUT_FRAGMENT_MIN, 60)}};
+    const std::string name = passing + "_" + established;
+    add("oifname" + device, "tcp", "tcp_" + name, "syn_sent : " + passing + policy);
+    add("iifname" + device, "tcp", "tcp_" + from_outside + "_" + name, "syn_sent : " + from_outside + policy);
+    plan.settings = {
+        {"netfilter/nf_conntrack_acct", "1"},
+        {"netfilter/nf_conntrack_timestamp", "1"},
+        {"netfilter/nf_conntrack_icmpv6_timeout", std::to_string(seconds(FWX_NAT64_TIMEOUT_ICMP, 60))},
+        {"netfilter/nf_conntrack_frag6_timeout", std::to_string(seconds(FWX_NAT64_TIMEOUT_FRAGMENT_MIN, 60))}};
 }
 
 /* --- Prefixes, mappings and pools --- */
@@ -113,8 +85,7 @@ constexpr const char *not_global =
 
 void add_prefixes(ruleset_t &ruleset, const configuration_t &config) {
     const std::string own = prefix_96(translator_prefix.data());
-    std::string elements;
-    std::string first;
+    std::string elements, first;
     for (const auto &[key, payload] : config.interfaces.prefixes.entries) {
         const std::string prefix = prefix_96(payload.prefix.prefix);
         if (first.empty()) first = prefix;
@@ -128,24 +99,18 @@ void add_prefixes(ruleset_t &ruleset, const configuration_t &config) {
     if (!first.empty()) to_inside = {"snat ip6 prefix to ip6 saddr map { " + own + " : " + first + " }"};
 }
 
-void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const std::vector<span_of_pool_t> &spans) {
+void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const std::vector<pool_span_t> &spans) {
     const std::string name = pool_name(pool.id);
-    ruleset.objects["counter " + name] = "";
+    ruleset.objects[{"counter", name}] = "";
     std::vector<std::string> &rules = ruleset.chains[name].rules;
     rules = {"counter name \"" + name + "\""};
     const uint32_t last_port = first_pool_port + (pool.param == 1 ? most_pool_ports : pool.param) - 1;
     const std::string ports = std::to_string(first_pool_port) + "-" + std::to_string(last_port);
-    uint64_t total = 0;
-    for (const span_of_pool_t &span : spans) {
-        total += span.size();
-    }
-    uint64_t before = 0;
-    for (const span_of_pool_t &span : spans) {
-        const uint64_t behind = before + span.size();
+    for (const pool_span_t &span : spans) {
         std::string rule = "meta l4proto { tcp, udp, icmpv6 } ";
-        if (behind != total) { /* distributes the sources over the spans in proportion to their sizes */
-            rule += "jhash ip6 saddr mod " + std::to_string(total) + " seed 0x1 " + std::to_string(before) + "-" +
-                    std::to_string(behind - 1) + " ";
+        if (&span != &spans.back()) { /* distributes the sources over the spans in proportion to their sizes */
+            rule += "jhash ip6 saddr mod " + std::to_string(spans.back().last_number + 1) + " seed 0x1 " +
+                    std::to_string(span.first_number) + "-" + std::to_string(span.last_number) + " ";
         }
         const std::string first = text_of(translated(span.first));
         const std::string last = text_of(translated(span.last));
@@ -153,32 +118,28 @@ void add_pool(ruleset_t &ruleset, const fwx_nat64_pool_payload_t &pool, const st
         if (first != last) rule.append("]-[").append(last);
         rule.append("]:").append(ports).append(" persistent");
         rules.push_back(rule);
-        before = behind;
     }
 }
 
 void add_sources(ruleset_t &ruleset, const configuration_t &config) {
-    std::map<uint32_t, bool> is_named; /* pools that a mapping names */
-    std::optional<uint32_t> others;    /* pool of the sources that no mapping names */
+    std::set<uint32_t> named; /* pools that a mapping names */
+    uint32_t others = 0;      /* pool of the sources that no mapping names; 0: all pools that no mapping names */
     for (const auto &[id, payload] : config.mappings.dynamic.entries) {
         const auto rule = source_rule_of(payload.map);
         if (!rule) continue; /* refused earlier */
-        if (rule->pool_id != 0) is_named[rule->pool_id] = true;
+        named.insert(rule->pool_id);
         if (rule->prefix_len == 0) {
             others = rule->pool_id;
         } else {
             const std::string prefix =
                 prefix_text(AF_INET6, rule->prefix.data(), rule->prefix.size(), rule->prefix_len);
-            ruleset.sources[prefix] = rule->pool_id == 0 ? "goto others" : "goto " + pool_name(rule->pool_id);
+            ruleset.sources[prefix] = "goto " + (rule->pool_id == 0 ? "others" : pool_name(rule->pool_id));
         }
     }
     std::vector<uint32_t> pools;
-    if (others && *others != 0) {
-        pools = {*others};
-    } else {
-        for (const auto &[id, pool] : config.pools.pools.entries) {
-            if (!is_named[id]) pools.push_back(id);
-        }
+    for (const auto &[id, pool] : config.pools.pools.entries) {
+        const bool serves_others = others != 0 ? id == others : named.count(id) == 0;
+        if (serves_others) pools.push_back(id);
     }
     std::vector<std::string> &rules = ruleset.chains["others"].rules;
     if (pools.size() == 1) rules = {"goto " + pool_name(pools[0])};
@@ -192,24 +153,6 @@ void add_sources(ruleset_t &ruleset, const configuration_t &config) {
 
 /* --- What every gateway has --- */
 
-/** Names interfaces by their index, because an interface that no longer exists has no name. */
-std::vector<std::string> prerouting_rules(const configuration_t &config, const std::string &in,
-                                          const std::string &not_in) {
-    std::vector<std::string> rules = {in + "dnat to ip6 daddr map @inbound"};
-    std::string list; /* without those that are off, which a document cannot tell from those that were never set */
-    for (const auto &[index, interface] : config.interfaces.interfaces.entries) {
-        const bool is_on = interface.enable != 0 || interface.nvi != 0;
-        if (is_on) list.append(list.empty() ? "" : ", ").append(std::to_string(index));
-    }
-    if (list.empty()) {
-        rules.push_back(not_in + "jump prefixes");
-    } else {
-        rules.push_back("iif { " + list + " } jump prefixes");
-        rules.push_back(not_in + "ip6 daddr " + prefix_96(translator_prefix.data()) + " drop");
-    }
-    return rules;
-}
-
 void add_hooks(ruleset_t &ruleset, const configuration_t &config) {
     const std::string device = std::string(" \"") + translator_device + "\" ";
     const std::string in = "iifname" + device;
@@ -217,8 +160,17 @@ void add_hooks(ruleset_t &ruleset, const configuration_t &config) {
     const std::string not_in = "iifname !=" + device;
     const std::string not_out = "oifname !=" + device;
     const std::string own = prefix_96(translator_prefix.data());
+    /* By index, because an interface that no longer exists has no name. Without those that are off, which a document
+     * cannot tell from those that were never set. */
+    std::string interfaces;
+    for (const auto &[index, interface] : config.interfaces.interfaces.entries) {
+        const bool is_on = interface.enable != 0 || interface.nvi != 0;
+        if (is_on) interfaces.append(interfaces.empty() ? "" : ", ").append(std::to_string(index));
+    }
     ruleset.chains["prerouting"] = {"type nat hook prerouting priority dstnat; policy accept;",
-                                    prerouting_rules(config, in, not_in)};
+                                    {in + "dnat to ip6 daddr map @inbound",
+                                     (interfaces.empty() ? not_in : "iif { " + interfaces + " } ") + "jump prefixes"}};
+    if (!interfaces.empty()) ruleset.chains["prerouting"].rules.push_back(not_in + "ip6 daddr " + own + " drop");
     ruleset.chains["postrouting"] = {"type nat hook postrouting priority srcnat; policy accept;",
                                      {not_out + "ip6 saddr " + own + " goto to_inside", not_out + "return",
                                       "snat to ip6 saddr map @outbound", "ip6 saddr vmap @sources", "goto others"}};
@@ -250,6 +202,22 @@ std::optional<source_rule_t> source_rule_of(const fwx_nat64_dmapping_t &mapping)
     return rule;
 }
 
+std::map<uint32_t, std::vector<pool_span_t>> spans_by_pool(const configuration_t &config) {
+    std::map<uint32_t, std::vector<pool_span_t>> pools;
+    const auto add = [&pools](uint32_t pool_id, uint32_t first, uint32_t last) {
+        std::vector<pool_span_t> &spans = pools[pool_id];
+        const uint64_t number = spans.empty() ? 0 : spans.back().last_number + 1;
+        spans.push_back({first, last, number, number + (last - first)});
+    };
+    for (const auto &[id, pool] : config.pools.pools.entries) {
+        add(id, ntohl(pool.start_addr), ntohl(pool.end_addr));
+    }
+    for (const auto &[span, range] : config.pools.ranges.entries) {
+        add(range.id, ipv4_of(range.start_addr.addr), ipv4_of(range.end_addr.addr));
+    }
+    return pools;
+}
+
 plan_t plan_of(const configuration_t &config) {
     plan_t plan;
     ruleset_t &ruleset = plan.ruleset;
@@ -260,7 +228,7 @@ plan_t plan_of(const configuration_t &config) {
     std::vector<std::pair<uint32_t, uint32_t>> outside;
     for (const auto &[id, spans] : spans_by_pool(config)) {
         add_pool(ruleset, config.pools.pools.entries.at(id), spans);
-        for (const span_of_pool_t &span : spans) {
+        for (const pool_span_t &span : spans) {
             outside.emplace_back(span.first, span.last);
         }
     }
@@ -283,20 +251,11 @@ plan_t plan_of(const configuration_t &config) {
     return plan;
 }
 
-const std::map<std::string, std::string> &default_settings() {
-    static const std::map<std::string, std::string> settings = {{"netfilter/nf_conntrack_acct", "0"},
-                                                                {"netfilter/nf_conntrack_timestamp", "0"},
-                                                                {"netfilter/nf_conntrack_icmpv6_timeout", "30"},
-                                                                {"netfilter/nf_conntrack_frag6_timeout", "60"}};
-    return settings;
-}
-
-std::vector<ipv4_network_t> networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans) {
+networks_t networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans) {
     std::sort(spans.begin(), spans.end());
-    std::vector<ipv4_network_t> networks;
-    uint64_t next = 0; /* first address that is not yet covered */
+    networks_t networks;
     for (size_t i = 0; i < spans.size();) {
-        uint64_t first = std::max<uint64_t>(next, spans[i].first);
+        uint64_t first = spans[i].first;
         uint64_t last = spans[i].second;
         for (++i; i < spans.size() && spans[i].first <= last + 1; ++i) {
             last = std::max<uint64_t>(last, spans[i].second);
@@ -309,20 +268,16 @@ std::vector<ipv4_network_t> networks_of(std::vector<std::pair<uint32_t, uint32_t
             networks.push_back({static_cast<uint32_t>(first), prefix_len});
             first += uint64_t{1} << (32 - prefix_len);
         }
-        next = std::max(next, first);
     }
     return networks;
 }
 
 std::string table_text(const std::string &table) {
     std::string text = "add table ip6 " + table + "\n";
-    const std::pair<const char *, const char *> maps[] = {{"inbound", "{ type ipv6_addr : ipv6_addr; }"},
-                                                          {"outbound", "{ type ipv6_addr : ipv6_addr; }"},
-                                                          {"sources", "{ type ipv6_addr : verdict; flags interval; }"}};
-    for (const auto &[name, type] : maps) {
-        std::string map = "map ip6 " + table;
-        map.append(" ").append(name);
-        text.append("add ").append(map).append(" ").append(type).append("\nflush ").append(map).append("\n");
+    for (const std::string map : {"inbound { type ipv6_addr : ipv6_addr; }", "outbound { type ipv6_addr : ipv6_addr; }",
+                                  "sources { type ipv6_addr : verdict; flags interval; }"}) {
+        text.append("add map ip6 ").append(table).append(" ").append(map).append("\nflush map ip6 ");
+        text.append(table).append(" ").append(map.substr(0, map.find(' '))).append("\n");
     }
     return text;
 }
@@ -332,16 +287,11 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
                                const std::string &rest = {}) {
         return std::string(verb) + " " + kind + " ip6 " + table + " " + name + (rest.empty() ? "" : " " + rest) + "\n";
     };
-    const auto object_line = [&line](const char *verb, const std::string &key, const std::string &rest = {}) {
-        const size_t blank = key.rfind(' ');
-        return line(verb, key.substr(0, blank), key.substr(blank + 1), rest);
-    };
     std::string text;
     for (const auto &[key, definition] : to.objects) {
-        if (from.objects.count(key) == 0) text += object_line("add", key, definition);
+        if (from.objects.count(key) == 0) text += line("add", key.first, key.second, definition);
     }
-    std::string emptied;
-    std::string filled;
+    std::string emptied, filled;
     for (const auto &[name, chain] : to.chains) {
         const auto before = from.chains.find(name);
         const bool is_new = before == from.chains.end();
@@ -359,8 +309,8 @@ std::string changes_text(const std::string &table, const ruleset_t &from, const 
         gone += line("delete", "chain", name);
     }
     for (const auto &[key, definition] : from.objects) {
-        const bool is_counter = key.rfind("counter ", 0) == 0;
-        if (is_counter && to.objects.count(key) == 0) gone += object_line("delete", key);
+        const bool is_gone = key.first == "counter" && to.objects.count(key) == 0;
+        if (is_gone) gone += line("delete", key.first, key.second);
     }
     /* Returns a line for the elements that `other` lacks or has with another value. */
     const auto differing = [&line](const char *verb, const char *name, const auto &one, const auto &other) {

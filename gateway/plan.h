@@ -16,9 +16,11 @@
 
 #include "server/configuration.h"
 
+using ipv6_bytes_t = std::array<uint8_t, 16>;
+
 /** The only device and prefix of a gateway; a network namespace has at most one gateway. */
 inline constexpr const char *translator_device = "fwx_nat64";
-inline constexpr std::array<uint8_t, 12> translator_prefix = {0xfd, 0x6e, 0x61, 0x74, 0x36, 0x34};
+inline constexpr ipv6_bytes_t translator_prefix = {0xfd, 0x6e, 0x61, 0x74, 0x36, 0x34};
 inline constexpr uint8_t translator_prefix_len = 96;
 /** Source of the translator's own ICMP errors: the dummy address of RFC 7600. */
 inline constexpr const char *translator_ipv4 = "192.0.0.8";
@@ -33,6 +35,7 @@ struct ipv4_network_t {
     auto operator<=>(const ipv4_network_t &other) const = default;
     bool contains(uint32_t host) const { return prefix_len == 0 || (address ^ host) >> (32 - prefix_len) == 0; }
 };
+using networks_t = std::vector<ipv4_network_t>; /* disjoint, ascending */
 
 struct chain_t {
     std::string hook; /* `type nat hook ...;` of a base chain */
@@ -41,11 +44,9 @@ struct chain_t {
     bool operator==(const chain_t &other) const = default;
 };
 
-using ipv6_bytes_t = std::array<uint8_t, 16>;
-
 struct ruleset_t {
-    std::map<std::string, std::string> objects; /* definition by kind and name: `counter pool_1` */
-    std::map<std::string, chain_t> chains;      /* by name */
+    std::map<std::pair<std::string, std::string>, std::string> objects; /* definition by kind and name */
+    std::map<std::string, chain_t> chains;                              /* by name */
     /* Elements of the nftables maps of these names, ordered by key. Those of static mappings are kept as bytes, because
      * a change affects few of many thousands, and only these become text. */
     std::vector<std::pair<ipv6_bytes_t, ipv6_bytes_t>> inbound, outbound;
@@ -54,7 +55,7 @@ struct ruleset_t {
 
 struct plan_t {
     ruleset_t ruleset;
-    std::vector<ipv4_network_t> networks;        /* disjoint, ascending */
+    networks_t networks;
     std::map<std::string, std::string> settings; /* by path below /proc/sys/net */
 };
 
@@ -68,12 +69,18 @@ struct source_rule_t {
  * zeros, or FWX_NAT64_DMAPPING_NO_SECOND_PART and zeros, mean all sources. Returns nothing for any other content. */
 std::optional<source_rule_t> source_rule_of(const fwx_nat64_dmapping_t &mapping);
 
+/** A span of a pool, and the numbers of its addresses among those of the pool. */
+struct pool_span_t {
+    uint32_t first, last; /* host order */
+    uint64_t first_number, last_number;
+};
+/** Returns the spans of each pool, by its identifier; the first is the pool's own. */
+std::map<uint32_t, std::vector<pool_span_t>> spans_by_pool(const configuration_t &config);
+
 plan_t plan_of(const configuration_t &config);
-/** Returns the settings of the network namespace that the kernel has without a gateway. */
-const std::map<std::string, std::string> &default_settings();
 
 /** Returns the smallest set of networks that covers every span, given as first and last address in host order. */
-std::vector<ipv4_network_t> networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans);
+networks_t networks_of(std::vector<std::pair<uint32_t, uint32_t>> spans);
 
 /** Returns the text that creates the table and its maps, or empties the maps that exist. */
 std::string table_text(const std::string &table);

@@ -20,9 +20,9 @@ public:
     int delete_device();
 
     /** Reads the IPv4 networks that are routed to the device, in ascending order. */
-    int read(std::vector<ipv4_network_t> &networks);
-    int add(const ipv4_network_t &network);
-    int remove(const ipv4_network_t &network);
+    int read(networks_t &networks);
+    /** Adds a route to the device with RTM_NEWROUTE as `type`, or removes it with RTM_DELROUTE. */
+    int change(uint16_t type, const ipv4_network_t &network);
 
 private:
     int change(uint16_t type, uint16_t flags, uint8_t family, const void *address, uint8_t prefix_len);

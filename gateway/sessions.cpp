@@ -8,16 +8,17 @@
 #include <libnetfilter_conntrack/libnetfilter_conntrack_tcp.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/netfilter/nfnetlink_conntrack.h>
-#include <netinet/in.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <string_view>
 
 #include "gateway/netlink.h"
 #include "gateway/plan.h"
+#include "records/value.h"
 
 namespace {
 
@@ -28,11 +29,8 @@ using entry_ptr_t = std::unique_ptr<nf_conntrack, void (*)(nf_conntrack *)>;
 const uint8_t *address_in(const nf_conntrack *entry, nf_conntrack_attr attribute) {
     return static_cast<const uint8_t *>(nfct_get_attr(entry, attribute));
 }
-uint16_t port_in(const nf_conntrack *entry, nf_conntrack_attr attribute) {
-    return ntohs(nfct_get_attr_u16(entry, attribute));
-}
 bool is_translated(const uint8_t *address) {
-    return address != nullptr && std::equal(translator_prefix.begin(), translator_prefix.end(), address);
+    return address != nullptr && has_prefix(address, translator_prefix.data(), translator_prefix_len);
 }
 fwx_nat64_addr_t ipv6(const uint8_t *address) {
     fwx_nat64_addr_t record{family_ipv6, {}};
@@ -42,23 +40,15 @@ fwx_nat64_addr_t ipv6(const uint8_t *address) {
 /** Returns the IPv4 address that an address in the translator's prefix embeds. */
 fwx_nat64_addr_t ipv4(const uint8_t *address) {
     fwx_nat64_addr_t record{};
-    std::copy_n(address + translator_prefix.size(), sizeof(uint32_t), record.addr);
+    std::copy_n(address + translator_prefix_len / 8, sizeof(uint32_t), record.addr);
     return record;
 }
 
 /** Returns the ICMP identifier of the reply, which libnetfilter_conntrack parses but does not expose. */
 uint16_t reply_icmp_id(const nlmsghdr *message) {
-    uint16_t id = 0;
-    each_attribute(message, sizeof(nfgenmsg), [&id](const nlattr *tuple) {
-        if (mnl_attr_get_type(tuple) != CTA_TUPLE_REPLY) return;
-        each_attribute(tuple, [&id](const nlattr *part) {
-            if (mnl_attr_get_type(part) != CTA_TUPLE_PROTO) return;
-            each_attribute(part, [&id](const nlattr *field) {
-                if (mnl_attr_get_type(field) == CTA_PROTO_ICMPV6_ID) id = ntohs(mnl_attr_get_u16(field));
-            });
-        });
-    });
-    return id;
+    const nlattr *tuple = find_attribute(message, sizeof(nfgenmsg), CTA_TUPLE_REPLY);
+    const nlattr *id = find_attribute(find_attribute(tuple, CTA_TUPLE_PROTO), CTA_PROTO_ICMPV6_ID);
+    return id == nullptr ? 0 : ntohs(mnl_attr_get_u16(id));
 }
 
 uint32_t state_of(const nf_conntrack *entry, uint32_t protocol, bool is_from_inside) {
@@ -77,14 +67,12 @@ uint32_t state_of(const nf_conntrack *entry, uint32_t protocol, bool is_from_ins
     }
 }
 
-/** Hashes an address and ports. The kernel's identifier of an entry has only 32 random bits, so two entries may share
- * it; the hash then distinguishes their sessions. */
-uint32_t hash_of(const uint8_t *address, uint32_t ports) {
-    uint32_t hash = 2166136261U ^ ports;
-    for (size_t i = 0; i < sizeof(in6_addr); ++i) {
-        hash = (hash ^ address[i]) * 16777619U;
-    }
-    return hash;
+/** The kernel's identifier of an entry has only 32 random bits, so two entries may share it; a hash of an address and
+ * the ports then distinguishes their sessions. */
+uint64_t session_id(uint32_t entry_id, const uint8_t *address, uint32_t ports) {
+    const std::string_view bytes(reinterpret_cast<const char *>(address), sizeof(in6_addr));
+    const uint32_t hash = ports ^ static_cast<uint32_t>(std::hash<std::string_view>{}(bytes));
+    return std::max<uint64_t>(1, uint64_t{entry_id} << 32 | hash);
 }
 
 /** Converts an entry to a session; false for an entry that does not pass the translator. */
@@ -104,56 +92,42 @@ bool read_session(const nf_conntrack *entry, const nlmsghdr *message, fwx_nat64_
     session.dst_ipv6 = ipv6(is_from_inside ? to : reply_to);
     session.pool_addr = ipv4(is_from_inside ? reply_to : to);
     session.dst = ipv4(is_from_inside ? reply_from : from);
-    if (session.protocol == IPPROTO_ICMPV6) {
-        const uint16_t id = ntohs(nfct_get_attr_u16(entry, ATTR_ICMP_ID));
-        const uint16_t reply_id = reply_icmp_id(message);
-        session.src_port = is_from_inside ? id : reply_id;
-        session.pool_port = is_from_inside ? reply_id : id;
-    } else {
-        session.src_port = port_in(entry, is_from_inside ? ATTR_ORIG_PORT_SRC : ATTR_REPL_PORT_SRC);
-        session.pool_port = port_in(entry, is_from_inside ? ATTR_REPL_PORT_DST : ATTR_ORIG_PORT_DST);
-        session.dst_port = port_in(entry, is_from_inside ? ATTR_ORIG_PORT_DST : ATTR_ORIG_PORT_SRC);
-    }
-    session.id = uint64_t{nfct_get_attr_u32(entry, ATTR_ID)} << 32 |
-                 hash_of(from, uint32_t{session.src_port} << 16 | session.pool_port);
-    session.id += session.id == 0 ? 1 : 0;
-    session.remaining_s = nfct_get_attr_u32(entry, ATTR_TIMEOUT);
-    const uint64_t start_s = nfct_get_attr_u64(entry, ATTR_TIMESTAMP_START) / ns_per_s;
-    const auto now_s = static_cast<uint64_t>(std::time(nullptr));
-    session.age_s = start_s == 0 || start_s > now_s ? 0 : static_cast<uint32_t>(now_s - start_s);
+    const bool is_icmp = session.protocol == IPPROTO_ICMPV6;
+    const auto port = [&](nf_conntrack_attr inside, nf_conntrack_attr outside) {
+        return ntohs(nfct_get_attr_u16(entry, is_from_inside ? inside : outside));
+    };
+    session.src_port = is_icmp ? port(ATTR_ICMP_ID, ATTR_ICMP_ID) : port(ATTR_ORIG_PORT_SRC, ATTR_ORIG_PORT_DST);
+    session.pool_port = is_icmp ? reply_icmp_id(message) : port(ATTR_REPL_PORT_DST, ATTR_REPL_PORT_SRC);
+    session.dst_port = is_icmp ? uint16_t{0} : port(ATTR_ORIG_PORT_DST, ATTR_ORIG_PORT_SRC);
     session.packets_out = nfct_get_attr_u64(entry, ATTR_ORIG_COUNTER_PACKETS);
     session.bytes_out = nfct_get_attr_u64(entry, ATTR_ORIG_COUNTER_BYTES);
     session.packets_in = nfct_get_attr_u64(entry, ATTR_REPL_COUNTER_PACKETS);
     session.bytes_in = nfct_get_attr_u64(entry, ATTR_REPL_COUNTER_BYTES);
     if (!is_from_inside) {
+        std::swap(session.src_port, session.pool_port);
         std::swap(session.packets_out, session.packets_in);
         std::swap(session.bytes_out, session.bytes_in);
     }
+    session.id =
+        session_id(nfct_get_attr_u32(entry, ATTR_ID), from, uint32_t{session.src_port} << 16 | session.pool_port);
+    session.remaining_s = nfct_get_attr_u32(entry, ATTR_TIMEOUT);
+    const uint64_t start_s = nfct_get_attr_u64(entry, ATTR_TIMESTAMP_START) / ns_per_s;
+    const auto now_s = static_cast<uint64_t>(std::time(nullptr));
+    session.age_s = start_s == 0 || start_s > now_s ? 0 : static_cast<uint32_t>(now_s - start_s);
     return true;
-}
-
-/** True if `wanted` is unspecified or equals one of the two addresses. */
-bool is_wanted(const address_t &wanted, const fwx_nat64_addr_t &one, const fwx_nat64_addr_t &other) {
-    return wanted.is_unspecified() || wanted == address_of(one) || wanted == address_of(other);
 }
 
 }  // namespace
 
 bool is_match(const session_filter_t &filter, const fwx_nat64_session_full_t &session) {
     const uint32_t protocol = filter.protocol == IPPROTO_ICMP ? uint32_t{IPPROTO_ICMPV6} : filter.protocol;
-    const bool port_ok = filter.port == 0 || filter.port == session.src_port || filter.port == session.pool_port ||
-                         filter.port == session.dst_port;
-    return port_ok && (protocol == 0 || protocol == session.protocol) &&
-           is_wanted(filter.src, session.src, session.src) && is_wanted(filter.dst, session.dst, session.dst_ipv6) &&
-           (filter.pool_addr == 0 || filter.pool_addr == ipv4_of(session.pool_addr.addr));
-}
-
-sessions_t::~sessions_t() {
-    if (handle_ != nullptr) nfct_close(handle_);
+    return (protocol == 0 || protocol == session.protocol) && is_wanted(filter.src, session.src) &&
+           (is_wanted(filter.dst, session.dst) || is_wanted(filter.dst, session.dst_ipv6)) &&
+           filter.has_pool_addr_and_port_of(session);
 }
 
 std::string sessions_t::open() {
-    handle_ = nfct_open(CONNTRACK, 0);
+    handle_ = {nfct_open(CONNTRACK, 0), nfct_close};
     if (handle_ != nullptr && dump([](const session_t &, const nf_conntrack *) {}) == 0) return "";
     return std::string("cannot read connection tracking (modules nf_conntrack and nf_conntrack_netlink): ") +
            std::strerror(errno);
@@ -165,20 +139,19 @@ int sessions_t::dump(const found_fn_t &found) {
         if (read_session(entry, message, session)) (*static_cast<const found_fn_t *>(arg))(session, entry);
         return static_cast<int>(NFCT_CB_CONTINUE);
     };
-    nfct_callback_register2(handle_, NFCT_T_ALL, read_one, const_cast<found_fn_t *>(&found));
+    nfct_callback_register2(handle_.get(), NFCT_T_ALL, read_one, const_cast<found_fn_t *>(&found));
     const uint32_t family = AF_INET6;
-    const int failed = nfct_query(handle_, NFCT_Q_DUMP, &family) == 0 ? 0 : errno;
-    nfct_callback_unregister2(handle_);
+    const int failed = nfct_query(handle_.get(), NFCT_Q_DUMP, &family) == 0 ? 0 : errno;
+    nfct_callback_unregister2(handle_.get());
     return failed;
 }
 
 int sessions_t::read(std::vector<session_t> &sessions) {
     sessions.clear();
     const int failed = dump([&](const session_t &session, const nf_conntrack *) { sessions.push_back(session); });
-    const auto is_before = [](const session_t &a, const session_t &b) { return a.id < b.id; };
-    const auto is_same = [](const session_t &a, const session_t &b) { return a.id == b.id; };
-    std::sort(sessions.begin(), sessions.end(), is_before);
+    std::ranges::sort(sessions, {}, &session_t::id);
     /* The kernel can dump an entry twice when its table grows during the dump. */
+    const auto is_same = [](const session_t &a, const session_t &b) { return a.id == b.id; };
     sessions.erase(std::unique(sessions.begin(), sessions.end(), is_same), sessions.end());
     return failed;
 }
@@ -189,7 +162,7 @@ int sessions_t::end_if(const match_fn_t &match) {
         if (match(session)) ending.emplace_back(nfct_clone(entry), nfct_destroy);
     });
     for (const entry_ptr_t &entry : ending) {
-        const bool is_gone = nfct_query(handle_, NFCT_Q_DESTROY, entry.get()) == 0 || errno == ENOENT;
+        const bool is_gone = nfct_query(handle_.get(), NFCT_Q_DESTROY, entry.get()) == 0 || errno == ENOENT;
         if (!is_gone) failed = errno;
     }
     return failed;
@@ -201,9 +174,8 @@ uint64_t sessions_t::failed_count() {
     request->version = NFNETLINK_V0;
     uint64_t count = 0;
     netlink.ask(request.message(), [&count](const nlmsghdr *of_processor) {
-        each_attribute(of_processor, sizeof(nfgenmsg), [&count](const nlattr *field) {
-            if (mnl_attr_get_type(field) == CTA_STATS_INSERT_FAILED) count += ntohl(mnl_attr_get_u32(field));
-        });
+        const nlattr *failed = find_attribute(of_processor, sizeof(nfgenmsg), CTA_STATS_INSERT_FAILED);
+        if (failed != nullptr) count += ntohl(mnl_attr_get_u32(failed));
     });
     return count;
 }

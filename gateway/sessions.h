@@ -4,7 +4,7 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,11 +21,6 @@ public:
     using session_t = fwx_nat64_session_full_t;
     using match_fn_t = std::function<bool(const session_t &session)>;
 
-    sessions_t() = default;
-    ~sessions_t();
-    sessions_t(const sessions_t &) = delete;
-    sessions_t &operator=(const sessions_t &) = delete;
-
     /** Connects to connection tracking; returns why that failed, or an empty text. */
     std::string open();
     /** Reads all sessions, sorted by identifier, without pool and mapping. Returns 0 or an errno value. */
@@ -39,7 +34,7 @@ private:
     using found_fn_t = std::function<void(const session_t &session, const nf_conntrack *entry)>;
     int dump(const found_fn_t &found);
 
-    nfct_handle *handle_ = nullptr;
+    std::unique_ptr<nfct_handle, int (*)(nfct_handle *)> handle_{nullptr, nullptr};
 };
 
 #endif

@@ -7,19 +7,19 @@
 #include <linux/if_tun.h>
 #include <net/if.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string_view>
-#include <vector>
 
 #include "gateway/plan.h"
 #include "gateway/routes.h"
@@ -82,8 +82,7 @@ std::string translator_t::check() const {
     if (access(program.c_str(), X_OK) != 0) {
         return "there is no program " + program + " to translate with; install it: apt-get install tayga";
     }
-    if (access(tun_path, F_OK) != 0) return system_error(std::string(tun_path) + " (module tun)");
-    return "";
+    return access(tun_path, F_OK) == 0 ? "" : system_error(std::string(tun_path) + " (module tun)");
 }
 
 std::string translator_t::ensure(routes_t &routes, int patience_ms) {
@@ -105,35 +104,21 @@ std::string translator_t::ensure(routes_t &routes, int patience_ms) {
 }
 
 std::string translator_t::start() const {
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_t files;
-    sigset_t none, defaults;
+    const std::string program = program_path();
+    const pid_t pid = fork();
+    if (pid != 0) return pid > 0 ? "" : system_error("cannot start the translator");
+    sigset_t none; /* the gateway blocks the signals that end it */
     sigemptyset(&none);
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    sigaddset(&defaults, SIGXFSZ);
-    sigaddset(&defaults, SIGCHLD);
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawn_file_actions_init(&files);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    setsid();
+    const int null = open("/dev/null", O_RDWR);
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        posix_spawn_file_actions_addopen(&files, fd, "/dev/null", O_RDWR, 0);
+        dup2(null, fd);
     }
-    const std::vector<std::string> words = {"nat64-gateway", "--translator", "--state",       options_.directory,
-                                            "--tayga",       program_path(), options_.gateway};
-    std::vector<char *> arguments;
-    arguments.reserve(words.size() + 1);
-    for (const std::string &word : words) {
-        arguments.push_back(const_cast<char *>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
-    pid_t pid = 0;
-    const int failed = posix_spawn(&pid, "/proc/self/exe", &files, &attributes, arguments.data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return failed == 0 ? "" : std::string("cannot start the translator: ") + std::strerror(failed);
+    if (null > STDERR_FILENO) close(null);
+    execl("/proc/self/exe", "nat64-gateway", "--translator", "--state", options_.directory.c_str(), "--tayga",
+          program.c_str(), options_.gateway.c_str(), nullptr);
+    _exit(EXIT_FAILURE);
 }
 
 std::string translator_t::become() const {
@@ -147,11 +132,11 @@ std::string translator_t::become() const {
     if (!is_only) return "a translator of gateway " + options_.gateway + " runs";
     error = make_device();
     if (!error.empty()) return error;
-    const std::string prefix =
-        prefix_text(AF_INET6, translator_prefix.data(), translator_prefix.size(), translator_prefix_len);
     const std::string config = file(config_name);
-    error = write_file(config, std::string("tun-device ") + translator_device + "\nipv4-addr " + translator_ipv4 +
-                                   "\nprefix " + prefix + "\n");
+    error = write_file(
+        config, std::string("tun-device ") + translator_device + "\nipv4-addr " + translator_ipv4 + "\nprefix " +
+                    prefix_text(AF_INET6, translator_prefix.data(), translator_prefix.size(), translator_prefix_len) +
+                    "\n");
     if (error.empty()) error = write_file(file(process_name), std::to_string(getpid()) + "\n");
     if (!error.empty()) return error;
     const std::string program = program_path();
@@ -165,11 +150,9 @@ pid_t translator_t::process() const {
     std::ifstream(file(process_name)) >> pid;
     if (pid <= 0) return 0;
     std::ifstream command("/proc/" + std::to_string(pid) + "/cmdline");
-    std::vector<std::string> words;
-    for (std::string word; std::getline(command, word, '\0');) {
-        words.push_back(word);
-    }
-    return words.size() == 4 && words[0] == "tayga" && words[3] == file(config_name) ? pid : 0;
+    std::string words(std::istreambuf_iterator<char>(command), {});
+    std::ranges::replace(words, '\0', ' ');
+    return words == "tayga --nodetach --config " + file(config_name) + ' ' ? pid : 0;
 }
 
 std::string translator_t::end() const {
