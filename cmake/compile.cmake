@@ -4,6 +4,10 @@ if(FWX_NAT64_WERROR)
   add_compile_options(-Werror)
 endif()
 
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU) # which takes the sources that are compiled together for headers
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+endif()
+
 set(FWX_NAT64_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread; empty for none")
 if(FWX_NAT64_SANITIZE)
   add_compile_options(-fsanitize=${FWX_NAT64_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer

@@ -57,6 +57,7 @@ if(FWX_NAT64_IPO_SUPPORTED) # a command crosses four sources
   set_target_properties(fwx_nat64 PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
 endif()
 set_target_properties(fwx_nat64 PROPERTIES
+  UNITY_BUILD OFF # its sources define the same names
   LINKER_LANGUAGE C
   SOVERSION 1
   VERSION ${PROJECT_VERSION})

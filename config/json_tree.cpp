@@ -8,25 +8,23 @@
 
 namespace {
 
-using json_t = nlohmann::json;
-
-class tree_builder_t : public nlohmann::json_sax<json_t> {
+class tree_builder_t : public nlohmann::json_sax<nlohmann::json> {
 public:
     tree_builder_t(json_value_t &root, problems_t &problems) : root_(root), problems_(problems) {}
 
     bool null() override { return scalar(json_kind_t::null, "null"); }
     bool boolean(bool value) override { return scalar(json_kind_t::boolean, value ? "true" : "false"); }
-    bool number_integer(json_t::number_integer_t value) override {
+    bool number_integer(nlohmann::json::number_integer_t value) override {
         return scalar(json_kind_t::number, std::to_string(value));
     }
-    bool number_unsigned(json_t::number_unsigned_t value) override {
+    bool number_unsigned(nlohmann::json::number_unsigned_t value) override {
         return scalar(json_kind_t::number, std::to_string(value));
     }
-    bool number_float(json_t::number_float_t, const std::string &text) override {
+    bool number_float(nlohmann::json::number_float_t, const std::string &text) override {
         return scalar(json_kind_t::number, text);
     }
     bool string(std::string &value) override { return scalar(json_kind_t::text, std::move(value)); }
-    bool binary(json_t::binary_t &) override { return false; }
+    bool binary(nlohmann::json::binary_t &) override { return false; }
     bool key(std::string &name) override {
         key_ = std::move(name);
         return true;
@@ -109,5 +107,5 @@ private:
 
 bool read_json_tree(std::string_view text, json_value_t &root, problems_t &problems) {
     tree_builder_t builder(root, problems);
-    return json_t::sax_parse(text, &builder);
+    return nlohmann::json::sax_parse(text, &builder);
 }

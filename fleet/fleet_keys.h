@@ -21,6 +21,8 @@ constexpr uint32_t pusher_lease_s = 10;
 constexpr uint64_t keep_lease_ms = 3000;
 /** Longest delay between attempts while the store refuses the user or password, which only an administrator can fix. */
 constexpr uint64_t rights_pause_ms = 60000;
+/** Longest name of a user, a server or a document in what the store keeps. */
+constexpr size_t most_name_bytes = 320;
 /** Number of versions in the history, including the one in force. */
 constexpr size_t kept_versions = 10;
 

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr size_t most_name_bytes = 320;
 constexpr size_t most_time_bytes = 64;
 
 /** Checks that a member is the hash of a document or empty. */

@@ -10,8 +10,7 @@
 namespace {
 
 constexpr uint64_t most_items = uint64_t{1} << 32;
-constexpr size_t most_name_bytes = 320;
-constexpr uint32_t all = 100; /* percent */
+constexpr uint32_t all_percent = 100;
 
 json_t parse_bounded(std::string_view text) {
     return text.size() <= most_manifest_bytes ? json_t::parse(text) : json_t();
@@ -68,7 +67,7 @@ stage_t read_stage(const json_t &object, std::string &fault) {
     json_members_t members(object);
     const json_t *names = members.find("gateways");
     if (names == nullptr) {
-        stage.percent = static_cast<uint32_t>(members.number("percent", 1, all));
+        stage.percent = static_cast<uint32_t>(members.number("percent", 1, all_percent));
     } else if (!names->is_array() || names->empty() || names->size() > most_staged_gateways) {
         members.fail("gateways: must be an array of 1 to " + std::to_string(most_staged_gateways));
     } else {
@@ -107,7 +106,7 @@ bool is_in_stage(const stage_t &stage, const std::string &gateway) {
     const std::string hash = sha256(gateway);
     uint32_t place = 0; /* depends only on the gateway's name */
     std::from_chars(hash.data(), hash.data() + std::min(digits, hash.size()), place, 16);
-    return place % all < stage.percent;
+    return place % all_percent < stage.percent;
 }
 
 std::string stage_text(const stage_t &stage) {

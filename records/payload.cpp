@@ -119,10 +119,6 @@ void logging_in(const uint8_t *record, uint8_t *bytes) {
     std::memcpy(bytes, &payload, sizeof payload);
 }
 
-constexpr uint32_t add = FWX_NAT64_OP_ADD;
-constexpr uint32_t mod = FWX_NAT64_OP_MOD;
-constexpr uint32_t del = FWX_NAT64_OP_DEL;
-
 }  // namespace
 
 void record_swap_address(uint8_t *address) {
@@ -133,23 +129,23 @@ void record_swap_address(uint8_t *address) {
 }
 
 const record_payload_t record_interface_payloads[] = {
-    {FWX_NAT64_CFG_INTF_SET, add, sizeof(fwx_nat64_intf_payload_t), interface_out, interface_in},
+    {FWX_NAT64_CFG_INTF_SET, FWX_NAT64_OP_ADD, sizeof(fwx_nat64_intf_payload_t), interface_out, interface_in},
 };
 const record_payload_t record_nvi_payloads[] = {
-    {FWX_NAT64_CFG_NVI_INTF_ENABLE, add, sizeof(fwx_nat64_intf_payload_t), ifh_out, nvi_in},
+    {FWX_NAT64_CFG_NVI_INTF_ENABLE, FWX_NAT64_OP_ADD, sizeof(fwx_nat64_intf_payload_t), ifh_out, nvi_in},
 };
 const record_payload_t record_pool_payloads[] = {
-    {FWX_NAT64_CFG_POOL_ADD, add, sizeof(fwx_nat64_pool_payload_t), pool_out, pool_in},
-    {FWX_NAT64_CFG_POOL_ADD, mod, sizeof(fwx_nat64_pool_payload_t), pool_out, pool_in},
+    {FWX_NAT64_CFG_POOL_ADD, FWX_NAT64_OP_ADD, sizeof(fwx_nat64_pool_payload_t), pool_out, pool_in},
+    {FWX_NAT64_CFG_POOL_ADD, FWX_NAT64_OP_MOD, sizeof(fwx_nat64_pool_payload_t), pool_out, pool_in},
     record_deleted_by_id(FWX_NAT64_CFG_POOL_DEL),
 };
 const record_payload_t record_dmapping_payloads[] = {
-    {FWX_NAT64_CFG_DMAPPING_ADD, add, sizeof(fwx_nat64_dmapping_payload_t), dmapping_out, dmapping_in},
-    {FWX_NAT64_CFG_DMAPPING_MOD, mod, sizeof(fwx_nat64_dmapping_payload_t), dmapping_out, dmapping_mod_in},
+    {FWX_NAT64_CFG_DMAPPING_ADD, FWX_NAT64_OP_ADD, sizeof(fwx_nat64_dmapping_payload_t), dmapping_out, dmapping_in},
+    {FWX_NAT64_CFG_DMAPPING_MOD, FWX_NAT64_OP_MOD, sizeof(fwx_nat64_dmapping_payload_t), dmapping_out, dmapping_mod_in},
     record_deleted_by_id(FWX_NAT64_CFG_DMAPPING_DEL),
 };
 const record_payload_t record_logging_payloads[] = {
-    {FWX_NAT64_CFG_LOGGING_ADD, add, sizeof(fwx_nat64_logging_payload_t), logging_out, logging_in},
-    {FWX_NAT64_CFG_LOGGING_MOD, mod, sizeof(fwx_nat64_logging_payload_t), logging_out, logging_in},
-    {FWX_NAT64_CFG_LOGGING_DEL, del, sizeof(fwx_nat64_logging_payload_t), logging_out, logging_in},
+    {FWX_NAT64_CFG_LOGGING_ADD, FWX_NAT64_OP_ADD, sizeof(fwx_nat64_logging_payload_t), logging_out, logging_in},
+    {FWX_NAT64_CFG_LOGGING_MOD, FWX_NAT64_OP_MOD, sizeof(fwx_nat64_logging_payload_t), logging_out, logging_in},
+    {FWX_NAT64_CFG_LOGGING_DEL, FWX_NAT64_OP_DEL, sizeof(fwx_nat64_logging_payload_t), logging_out, logging_in},
 };

@@ -15,9 +15,9 @@ namespace {
 /** The family that the first words name, and how many words that takes; null if they name none. */
 const record_family_t *find_family(const std::vector<std::string_view> &words, size_t *word_count) {
     size_t count = 0;
-    const record_family_t *families = record_families(&count);
+    const record_family_t *known = record_families(&count);
     for (size_t i = 0; i < count; ++i) {
-        const record_family_t &family = families[i];
+        const record_family_t &family = known[i];
         *word_count = family.group.empty() ? 1 : 2;
         if (words.size() < *word_count || words[*word_count - 1] != family.word) continue;
         if (family.group.empty() || words[0] == family.group) return &family;

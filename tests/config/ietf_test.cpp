@@ -13,7 +13,7 @@ namespace {
 
 constexpr ietf_loss_t warned = ietf_loss_t::warned;
 
-std::string texts_of(const problems_t &problems) {
+std::string lines_of(const problems_t &problems) {
     std::string texts;
     for (const problem_t &problem : problems) {
         texts += problem.text() + "\n";
@@ -30,16 +30,16 @@ struct converted_t {
 converted_t read(const std::string &text, ietf_loss_t loss = ietf_loss_t::refused) {
     problems_t problems;
     const document_t document = read_ietf(text, loss, problems);
-    return {write_lines(document), texts_of(problems), has_error(problems)};
+    return {write_lines(document), lines_of(problems), has_error(problems)};
 }
 
 converted_t write(const std::string &lines, ietf_loss_t loss = ietf_loss_t::refused) {
     problems_t of_document;
     const document_t document = load_document(lines, of_document);
-    EXPECT_FALSE(has_error(of_document)) << texts_of(of_document);
+    EXPECT_FALSE(has_error(of_document)) << lines_of(of_document);
     problems_t problems;
     std::string text = write_ietf(document, loss, problems);
-    return {std::move(text), texts_of(problems), has_error(problems)};
+    return {std::move(text), lines_of(problems), has_error(problems)};
 }
 
 TEST(ietf_test, items_that_both_forms_can_express_survive_a_round_trip) {

@@ -18,9 +18,10 @@ manifest_t manifest() {
     return manifest;
 }
 
-const std::string text = R"({"format":1,"version":8,"document":")" + hash_a +
-                         R"(","bytes":5,"items":2,"pushed_by":"ann@ops1","pushed_at":"2026-01-31T23:59:59.123Z",)" +
-                         R"("note":"edge.nat64","chunks":[[")" + hash_a + R"(",2],[")" + hash_b + R"(",3]])";
+const std::string manifest_text =
+    R"({"format":1,"version":8,"document":")" + hash_a +
+    R"(","bytes":5,"items":2,"pushed_by":"ann@ops1","pushed_at":"2026-01-31T23:59:59.123Z",)" +
+    R"("note":"edge.nat64","chunks":[[")" + hash_a + R"(",2],[")" + hash_b + R"(",3]])";
 
 /** The error for the text of a manifest; `none` if it is correct. */
 std::string fault_of(const std::string &json, manifest_place_t place = manifest_place_t::current) {
@@ -35,7 +36,7 @@ std::string replaced(std::string json, const std::string &what, const std::strin
 
 TEST(manifest, is_what_was_written) {
     manifest_t staged = manifest();
-    EXPECT_EQ(write_manifest(staged, manifest_place_t::current), text + '}');
+    EXPECT_EQ(write_manifest(staged, manifest_place_t::current), manifest_text + '}');
     staged.stage = stage_t{{"fra1", "ber2"}, 0};
     staged.base = staged.document;
     staged.base->version = 7;
@@ -51,7 +52,7 @@ TEST(manifest, is_what_was_written) {
 }
 
 TEST(manifest, hostile_ones_are_refused_and_named) {
-    const std::string staged = text + R"(,"stage":)";
+    const std::string staged = manifest_text + R"(,"stage":)";
     const std::string much(most_manifest_bytes, ' ');
     std::string chunks;
     for (size_t i = 0; i <= most_chunks; ++i) {
@@ -61,27 +62,27 @@ TEST(manifest, hostile_ones_are_refused_and_named) {
     const std::string no_version = "version: must be 1 to 9999999999";
     const std::string no_chunk = "chunks: each must be the SHA-256 of a chunk and its bytes, 1 to 262144";
     const std::pair<std::string, std::string> cases[] = {
-        {text + R"(,"later":{"than":"this"}})", "none"},
+        {manifest_text + R"(,"later":{"than":"this"}})", "none"},
         {"", not_small},
         {"[]", not_small},
-        {text + much + '}', not_small},
-        {text + R"(,"x":)" + std::string(100, '[') + std::string(100, ']') + '}', not_small},
-        {replaced(text, "\"format\":1", "\"format\":2") + '}',
+        {manifest_text + much + '}', not_small},
+        {manifest_text + R"(,"x":)" + std::string(100, '[') + std::string(100, ']') + '}', not_small},
+        {replaced(manifest_text, "\"format\":1", "\"format\":2") + '}',
          "format: is 2, but the newest that this program knows is 1"},
-        {replaced(text, "\"format\":1", "\"f\":1") + '}', "format: must be 1 to 18446744073709551615"},
-        {replaced(text, ":8,", ":0,") + '}', no_version},
-        {replaced(text, ":8,", ":-8,") + '}', no_version},
-        {replaced(text, ":8,", ":8.5,") + '}', no_version},
-        {replaced(text, ":8,", ":99999999999999999999,") + '}', no_version},
-        {replaced(text, hash_a, "../" + hash_a.substr(3)) + '}', "document: must be a SHA-256"},
-        {replaced(text, ":5,", ":6,") + '}', "bytes: must be those of the chunks together"},
-        {replaced(text, ":5,", ":268435457,") + '}', "bytes: must be 1 to 268435456"},
-        {replaced(text, ",3]", ",0]") + '}', no_chunk},
-        {replaced(text, ",3]", ",4294967299]") + '}', no_chunk},
-        {replaced(text, "[[", R"([["../x",1],[)") + '}', no_chunk},
-        {replaced(text, "[[", '[' + chunks + '[') + '}', "chunks: must be an array of 1 to 16384"},
-        {replaced(text, "edge.nat64", "a\\u001b[2J") + '}', "note: must be one line"},
-        {replaced(text, "\"note\"", "\"n\"") + '}', "note: must be a text of 0 to 1024 bytes"},
+        {replaced(manifest_text, "\"format\":1", "\"f\":1") + '}', "format: must be 1 to 18446744073709551615"},
+        {replaced(manifest_text, ":8,", ":0,") + '}', no_version},
+        {replaced(manifest_text, ":8,", ":-8,") + '}', no_version},
+        {replaced(manifest_text, ":8,", ":8.5,") + '}', no_version},
+        {replaced(manifest_text, ":8,", ":99999999999999999999,") + '}', no_version},
+        {replaced(manifest_text, hash_a, "../" + hash_a.substr(3)) + '}', "document: must be a SHA-256"},
+        {replaced(manifest_text, ":5,", ":6,") + '}', "bytes: must be those of the chunks together"},
+        {replaced(manifest_text, ":5,", ":268435457,") + '}', "bytes: must be 1 to 268435456"},
+        {replaced(manifest_text, ",3]", ",0]") + '}', no_chunk},
+        {replaced(manifest_text, ",3]", ",4294967299]") + '}', no_chunk},
+        {replaced(manifest_text, "[[", R"([["../x",1],[)") + '}', no_chunk},
+        {replaced(manifest_text, "[[", '[' + chunks + '[') + '}', "chunks: must be an array of 1 to 16384"},
+        {replaced(manifest_text, "edge.nat64", "a\\u001b[2J") + '}', "note: must be one line"},
+        {replaced(manifest_text, "\"note\"", "\"n\"") + '}', "note: must be a text of 0 to 1024 bytes"},
         {staged + "7}", "stage: must be an object"},
         {staged + R"({"percent":0}})", "stage: percent: must be 1 to 100"},
         {staged + R"({"percent":101}})", "stage: percent: must be 1 to 100"},

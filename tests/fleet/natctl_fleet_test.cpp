@@ -9,8 +9,8 @@
 
 namespace {
 
-const std::string first = "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.254\n";
-const std::string second = first + "timeout set --type udp --value 300\n";
+const std::string one_pool = "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.254\n";
+const std::string pool_and_timeout = one_pool + "timeout set --type udp --value 300\n";
 
 class natctl_fleet_test : public natctl_test {
 protected:
@@ -45,8 +45,8 @@ protected:
     }
 
     const runtime_directory_t directory_;
-    const std::string first_ = file("first", first);
-    const std::string second_ = file("second", second);
+    const std::string first_ = file("first", one_pool);
+    const std::string second_ = file("second", pool_and_timeout);
     etcd_process_t process_;
 };
 
@@ -92,12 +92,12 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
     EXPECT_EQ(rows[2].at("stage"), "10 % of the gateways");
     EXPECT_EQ(rows[3].at("note"), "rollback to 1");
     EXPECT_TRUE(rows[5].at("in_force") == true && rows[1].at("in_force") == false);
-    EXPECT_EQ(json("push " + second_).at("data").at("document"), hash_of(second));
+    EXPECT_EQ(json("push " + second_).at("data").at("document"), hash_of(pool_and_timeout));
     const json_t back = json("rollback").at("data");
     EXPECT_EQ(back.at("back_to"), 6);
     EXPECT_EQ(back.at("skipped").size(), 0U);
 
-    ASSERT_TRUE(process_.put("p/chunks/" + hash_of(first), "damaged"));
+    ASSERT_TRUE(process_.put("p/chunks/" + hash_of(one_pool), "damaged"));
     EXPECT_EQ(run("fleet push --check " + first_).answers, "fleet push: ok, 1 of 1 chunk to put\n");
     EXPECT_EQ(run("fleet push " + first_).answers,
               "fleet push: ok, nothing to change, version 8 says it, 1 of 1 chunk put anew\n");
@@ -156,12 +156,12 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
     ASSERT_EQ(run("fleet push " + first_).status, 0);
     EXPECT_EQ(run("fleet push --wait 1s " + first_).answers,
               "fleet push: ok, nothing to change, version 1 says it, 0 gateways in step\n");
-    say(holding("fra1", 2, second));
+    say(holding("fra1", 2, pool_and_timeout));
     EXPECT_EQ(run("fleet push --wait 60s " + second_).answers,
               "fleet push: ok, version 2, 2 of 2 chunks put, 1 gateway in step\n");
 
-    say(holding("ber1", 2, second), false); /* as after the end of its lease */
-    say(holding("ham1", 1, first));
+    say(holding("ber1", 2, pool_and_timeout), false); /* as after the end of its lease */
+    say(holding("ham1", 1, one_pool));
     expect_late("", "natctl: fleet push: not in step after 1 s: ber1: gone; ham1: holds version 1\n");
     EXPECT_EQ(run("fleet push --wait 60s --to fra1 " + second_).status, 0) << "the other is not meant";
     const json_t staged = json("status").at("data");
@@ -171,9 +171,9 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
                 "natctl: no gateway fra9 has been seen\n"
                 "natctl: fleet push: not in step after 1 s: fra9: has never been seen\n");
 
-    gateway_state_t refusing = holding("ham1", 1, first);
+    gateway_state_t refusing = holding("ham1", 1, one_pool);
     refusing.refused_version = 3;
-    refusing.refused_document = hash_of(second);
+    refusing.refused_document = hash_of(pool_and_timeout);
     refusing.refused_reason = "pool 7 is there";
     say(refusing);
     const json_t refused = json("push --wait 1s " + second_);

@@ -11,7 +11,7 @@ namespace {
 using arguments_t = host_fixture_t;
 using codes_t = std::vector<uint32_t>;
 
-constexpr uint8_t key[9] = {};
+constexpr uint8_t zero_key[9] = {};
 
 /** Calls a tree operation and returns the code that it writes through its last argument, which may also be null. */
 template <typename operation_t, typename... args_t>
@@ -78,7 +78,7 @@ TEST_F(arguments_t, that_are_invalid_are_refused_by_trees) {
     alignas(16) uint8_t memory[256] = {};
     auto *leaf = reinterpret_cast<tbm_leaf_t *>(memory);
     auto *shifted = reinterpret_cast<tbm_leaf_t *>(memory + 1);
-    tbm_leaf_init(tree, leaf, key, 12, nullptr);
+    tbm_leaf_init(tree, leaf, zero_key, 12, nullptr);
     const auto init = [&](const uint32_t *map, uint16_t slots, uint32_t bits, tbm_leaf_contents_fn_t contents) {
         uint32_t code = 0;
         tbm_init_v4(7, 6, slots, 2, map, 1, 0, nullptr, contents, nullptr, bits, nullptr, &code);
@@ -96,21 +96,21 @@ TEST_F(arguments_t, that_are_invalid_are_refused_by_trees) {
         init(strides.data(), 0, 1, give_leaf_contents),
         init(strides.data(), 2, 12, nullptr),
         code_of(tbm_get_leaf_size, none),
-        code_of(tbm_exact_match, none, key, 0u),
+        code_of(tbm_exact_match, none, zero_key, 0u),
         code_of(tbm_exact_match, tree, no_key, 0u),
-        code_of(tbm_exact_match, tree, key, 13u),
-        code_of(tbm_first_leaf, none, key, 0u),
-        code_of(tbm_first_leaf, tree, key, 1u),
-        code_of(tbm_leaf_init, none, leaf, key, 1u),
-        code_of(tbm_leaf_init, tree, shifted, key, 1u),
-        code_of(tbm_leaf_init, tree, leaf, key, 13u),
+        code_of(tbm_exact_match, tree, zero_key, 13u),
+        code_of(tbm_first_leaf, none, zero_key, 0u),
+        code_of(tbm_first_leaf, tree, zero_key, 1u),
+        code_of(tbm_leaf_init, none, leaf, zero_key, 1u),
+        code_of(tbm_leaf_init, tree, shifted, zero_key, 1u),
+        code_of(tbm_leaf_init, tree, leaf, zero_key, 13u),
         code_of(tbm_leaf_insert, none, leaf),
         code_of(tbm_leaf_insert, tree, shifted),
         code_of(tbm_leaf_delete, none, leaf),
         code_of(tbm_leaf_delete, tree, shifted),
     };
-    EXPECT_EQ(fwx_host_tbm_longest_match(none, key, 0, nullptr), nullptr);
-    EXPECT_EQ(fwx_host_tbm_longest_match(tree, key, 13, nullptr), nullptr);
+    EXPECT_EQ(fwx_host_tbm_longest_match(none, zero_key, 0, nullptr), nullptr);
+    EXPECT_EQ(fwx_host_tbm_longest_match(tree, zero_key, 13, nullptr), nullptr);
     EXPECT_EQ(codes, codes_t(codes.size(), FWX_HOST_ERR_BAD_ARG));
     EXPECT_EQ(code_of(tbm_leaf_delete, tree, leaf), FWX_HOST_ERR_NO_KEY);
 }

@@ -80,6 +80,7 @@ const std::vector<refusal_t> refusals = {
     {CALL(mapt_dmr_set_a(1, nullptr, nullptr))},
     {WITH(r.dmr.id = 0, mapt_dmr_set_a(1, &r.dmr, nullptr))},
 };
+#undef CALL
 
 }  // namespace
 

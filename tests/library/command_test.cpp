@@ -30,7 +30,7 @@ struct row_t {
 #define CALL(size, command) \
     size, #command, [](const records_t &r, void *c) { return static_cast<void>(r), fwx_nat64_##command; }
 
-const std::vector<row_t> commands = {
+const std::vector<row_t> all_commands = {
     {CALL(56, global_settings_set_a(&r.settings, c)),
      {{32, "1c 00 00 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10"}}},
     {CALL(64, adj_set_a(0, &r.adj4, c)), {{32, "1a 00 00 00 0d 00 00 00 00 00 00 00 0a 00 00 01 aa 00"}}},
@@ -123,12 +123,12 @@ const std::set<std::string> sent_by_the_library = {
 TEST_F(command_test_t, every_command_sends_its_bytes_and_leaves_the_callers_record_alone) {
     const records_t records{};
     const records_t pristine = records;
-    for (const row_t &row : commands) {
+    for (const row_t &row : all_commands) {
         EXPECT_EQ(row.call(records, this), FWX_NAT64_ERR_NOT_READY) << row.name;
     }
     bind_quietly();
     std::set<std::string> sent = sent_by_the_library;
-    for (const row_t &row : commands) {
+    for (const row_t &row : all_commands) {
         SCOPED_TRACE(row.name);
         received.clear();
         EXPECT_EQ(row.call(records, this), 0u);

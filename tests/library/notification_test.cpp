@@ -144,20 +144,20 @@ TEST_F(notification_test_t, classifier_notifications_become_commands_in_both_for
 
 TEST_F(notification_test_t, classifier_notifications_that_lack_something_are_refused) {
     void *ctx = this;
-    constexpr uint32_t invalid = 0xa0300216;
+    constexpr uint32_t rejected = 0xa0300216;
     for (const uint32_t op : {0u, 1u, 3u, 6u, 14u, 15u, 99u}) {
-        EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, 0, ctx), invalid);
-        EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, 1, ctx), invalid);
+        EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, 0, ctx), rejected);
+        EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, 1, ctx), rejected);
     }
     EXPECT_EQ(fwx_host_cgm_notify(20, 5, nullptr, 1, 0, nullptr), 0u);
     EXPECT_EQ(fwx_host_cgm_notify(20, 5, nullptr, 1, 1, nullptr), 0u);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, 0, ctx), invalid);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, 1, ctx), invalid);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 4, data_words, 1, 1, nullptr), invalid);
+    EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, 0, ctx), rejected);
+    EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, 1, ctx), rejected);
+    EXPECT_EQ(fwx_host_cgm_notify(20, 4, data_words, 1, 1, nullptr), rejected);
     void *no_data[1] = {nullptr};
     EXPECT_EQ(fwx_host_cgm_notify(20, 4, no_data, 1, 1, ctx), FWX_NAT64_ERR_INVALID);
     fwx_nat64_dbg_info_set(1);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 2, nullptr, 1, 1, nullptr), invalid);
+    EXPECT_EQ(fwx_host_cgm_notify(20, 2, nullptr, 1, 1, nullptr), rejected);
     EXPECT_EQ(logged,
               (std::vector<std::string>{
                   "info: \nFWX NAT64 EA - fwx_nat64_cgm_notification_handler: op=2 batch_id=1 async=1 ctx=(nil)",

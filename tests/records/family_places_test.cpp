@@ -20,7 +20,7 @@ struct place_t {
     bool is_each_verb;          /* with its verb, and each verb is needed; else one place is enough for a family */
 };
 
-const place_t places[] = {
+const place_t all_places[] = {
     {"include/fwx_nat64", "fwx_nat64", ".hpp", "auto ", "(", true, true},
     {"bindings/python/src", "commands", ".c", " X(", ",", true, false},
     {"docs/man", "natctl", ".1", "\n.B natctl ", " ", false, false},
@@ -42,7 +42,7 @@ std::string text_of(const place_t &place) {
 TEST(family_places_test, each_family_is_written_of_wherever_the_others_are) {
     size_t count = 0;
     const record_family_t *families = record_families(&count);
-    for (const place_t &place : places) {
+    for (const place_t &place : all_places) {
         const std::string text = text_of(place);
         for (const record_family_t *family = families; family != families + count; ++family) {
             const size_t verb_count = place.is_each_verb ? family->verb_count : 1;

@@ -12,7 +12,7 @@ namespace {
 using fault_t = simulated_disk_t::fault_t;
 using unsynced_t = simulated_disk_t::unsynced_t;
 
-constexpr const char *path = "a.state";
+constexpr const char *journal_path = "a.state";
 constexpr unsynced_t all_unsynced[] = {unsynced_t::kept, unsynced_t::lost, unsynced_t::first_half_kept,
                                        unsynced_t::second_half_kept, unsynced_t::last_write_kept};
 constexpr fault_t all_faults[] = {fault_t::fails, fault_t::fails_though_done, fault_t::dies};
@@ -51,7 +51,7 @@ protected:
     void SetUp() override {
         if (GetParam().commits_before == 0) return;
         simulated_disk_t disk;
-        keeper_t keeper(path, disk);
+        keeper_t keeper(journal_path, disk);
         EXPECT_EQ(keeper.open(), "");
         for (size_t i = 0; i < GetParam().commits_before; ++i) {
             EXPECT_EQ(commit_group(keeper), "");
@@ -74,7 +74,7 @@ protected:
     result_t run(simulated_disk_t &disk) const {
         result_t result;
         result.acknowledged = acknowledged_before_;
-        keeper_t keeper(path, disk);
+        keeper_t keeper(journal_path, disk);
         keeper.snapshot_ms = GetParam().snapshot_ms;
         bool is_open = false;
         try {
@@ -105,7 +105,7 @@ protected:
     static void check(simulated_disk_t &&disk, const lines_t &acknowledged, const lines_t &held) {
         lines_t all;
         {
-            keeper_t keeper(path, disk);
+            keeper_t keeper(journal_path, disk);
             ASSERT_EQ(keeper.open(), "");
             ASSERT_EQ(keeper.journal().error(), "");
             ASSERT_TRUE(begins_with(keeper.lines, acknowledged));
@@ -115,9 +115,9 @@ protected:
             all = keeper.lines;
         }
         ASSERT_EQ(disk.open_files(), 0U);
-        ASSERT_FALSE(disk.has(path + std::string(".new")));
+        ASSERT_FALSE(disk.has(journal_path + std::string(".new")));
         simulated_disk_t crashed = disk.after_crash(false, unsynced_t::lost);
-        keeper_t keeper(path, crashed);
+        keeper_t keeper(journal_path, crashed);
         ASSERT_EQ(keeper.open(), "");
         ASSERT_EQ(keeper.lines, all);
     }

@@ -150,14 +150,14 @@ TEST_F(batch_test, nothing_of_a_command_is_sent_that_a_failure_of_the_input_cuts
     }
 }
 
-struct failure_t {
+struct failing_batch_t {
     const char *lines;
     int status;
     const char *note;
 };
 
 TEST_F(batch_test, each_way_to_fail_has_its_status) {
-    constexpr failure_t failures[] = {
+    constexpr failing_batch_t failures[] = {
         {"dev server fail-next --code 0x6006\ndev ipalias upload\n", 1,
          "line 2: dev ipalias upload: refused by the server: "},
         {"dev server hold\ndev cgm end-batch --batch 1 --async\n", 3,
@@ -169,7 +169,7 @@ TEST_F(batch_test, each_way_to_fail_has_its_status) {
         {"timeout set 'x\n", 2, "line 1: ': quote without its end\n"},
         {"batch -\n", 2, "line 1: batch: must be status, "},
     };
-    for (const failure_t &failure : failures) {
+    for (const failing_batch_t &failure : failures) {
         SCOPED_TRACE(failure.lines);
         run_t result = run("--timeout 20 batch -", failure.lines);
         EXPECT_EQ(result.status, failure.status);

@@ -18,14 +18,14 @@ constexpr char rules[] =
     "mapt dmr del --id 2\nmapt dmr add --id 2 --prefix 2001:db8:ff:ff00::/64\n";
 
 /* Expected columns: rule, PSID, ports, IPv4 address, IPv6 address, IPv6 address by the default rule. */
-constexpr char first[] =
+constexpr char first_rule[] =
     "1 52 1232-1235, 2256-2259, 3280-3283, 4304-4307, ... 192.0.2.18 2001:db8:12:3400:0:c000:212:34 "
     "2001:db8:ff:ff00:c0:2:1200:0 ";
 constexpr char third[] = "3 0 all 192.0.2.77 2001:db8:77:7700:0:c000:24d:0 2001:db8:ff:ff00:c0:2:4d00:0 ";
 constexpr char by_default[] = "null null null 10.2.3.4 null 2001:db8:ff:ff00:a:203:400:0 ";
 constexpr std::pair<const char *, const char *> explained[] = {
-    {"192.0.2.18:1232", first},
-    {"2001:db8:12:3400::1", first},
+    {"192.0.2.18:1232", first_rule},
+    {"2001:db8:12:3400::1", first_rule},
     {"192.0.2.77", third},
     {"2001:db8:77:7700::", third},
     {"2001:db8:1a0::", "4 0 all 198.51.100.160/28 2001:db8:1a0::c633:64a0:0 null "},

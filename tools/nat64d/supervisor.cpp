@@ -25,8 +25,8 @@ constexpr uint64_t absent_look_ms = 200; /* and at one that does not */
 constexpr auto look_deadline = std::chrono::seconds(1);
 constexpr auto command_deadline = std::chrono::seconds(5);
 constexpr auto lock_patience = std::chrono::seconds(5);
-constexpr uint64_t first_pause_ms = 1000; /* after a refusal of the document in force; doubles each time */
-constexpr uint64_t last_pause_ms = 60000;
+constexpr uint64_t first_retry_ms = 1000; /* after a refusal of the document in force; doubles each time */
+constexpr uint64_t last_retry_ms = 60000;
 
 std::string text_of(const plan_command_t &command) {
     return command_line(*command.family, command.op, command.record.bytes);
@@ -332,7 +332,7 @@ void supervisor_t::note_result(const reconcile_result_t &result) {
         refusal_ = refusal_text(*applied.refusal);
         if (!applied.is_rolled_back || !status_.is_in_step) {
             must_reconcile_ = true;
-            pause_ms_ = std::min(std::max(2 * pause_ms_, first_pause_ms), last_pause_ms);
+            pause_ms_ = std::min(std::max(2 * pause_ms_, first_retry_ms), last_retry_ms);
             note_out_of_sync(refusal_ + (result.standing.empty()
                                              ? ""
                                              : "; " + std::to_string(result.standing.size()) + " changes remain"));

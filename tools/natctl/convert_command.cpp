@@ -7,7 +7,7 @@
 
 namespace {
 
-struct request_t {
+struct conversion_t {
     std::string file = "-";
     uint32_t reads = 0;  /* not 0: reads the standard form */
     uint32_t writes = 0; /* not 0: writes the standard form */
@@ -25,7 +25,7 @@ void answer(call_t &call, std::string text, const problems_t &problems) {
     call.outcome.text = std::move(text);
 }
 
-void read_standard(call_t &call, const request_t &request, ietf_loss_t loss) {
+void read_standard(call_t &call, const conversion_t &request, ietf_loss_t loss) {
     std::string text;
     const std::string error = read_text(request.file, text, ietf_max_bytes);
     if (!error.empty()) return refuse(call.outcome, status_t::usage, 0, error);
@@ -36,7 +36,7 @@ void read_standard(call_t &call, const request_t &request, ietf_loss_t loss) {
     answer(call, is_json ? write_json(document) : write_lines(document), problems);
 }
 
-void write_standard(call_t &call, const request_t &request, ietf_loss_t loss) {
+void write_standard(call_t &call, const conversion_t &request, ietf_loss_t loss) {
     document_t document;
     problems_t problems;
     if (!read_document(call, request.file, document, problems)) {
@@ -49,7 +49,7 @@ void write_standard(call_t &call, const request_t &request, ietf_loss_t loss) {
     answer(call, std::move(text), problems);
 }
 
-uint32_t convert(call_t &call, const request_t &request) {
+uint32_t convert(call_t &call, const conversion_t &request) {
     const ietf_loss_t loss = request.is_lossy ? ietf_loss_t::warned : ietf_loss_t::refused;
     if (request.reads != 0) {
         read_standard(call, request, loss);
@@ -64,7 +64,7 @@ uint32_t convert(call_t &call, const request_t &request) {
 }  // namespace
 
 void add_convert_command(grammar_t &grammar) {
-    auto request = grammar.record<request_t>();
+    auto request = grammar.record<conversion_t>();
     command_spec_t &app = grammar.local("convert", "Converts a document from or to the standard form (RFC 8512)",
                                         [request](call_t &call) { return convert(call, *request); });
     const std::vector<choice_t> forms = {{"ietf-nat", 1}};

@@ -15,15 +15,15 @@
 
 namespace {
 
-volatile sig_atomic_t count = 0;      /* of interrupts */
-volatile sig_atomic_t count_then = 0; /* the count when the innermost interrupt_t was made */
+volatile sig_atomic_t interrupts = 0; /* their number */
+volatile sig_atomic_t count_then = 0; /* that number when the innermost interrupt_t was made */
 volatile sig_atomic_t ends_first = 0; /* the first interrupt is treated as a second one */
 const char *volatile last_words = nullptr;
 int bell = -1; /* eventfd; not negative: there is an interrupt_t */
 
 void take(int) {
     const int code = errno;
-    const bool is_second = count != count_then || ends_first != 0;
+    const bool is_second = interrupts != count_then || ends_first != 0;
     if (is_second && last_words != nullptr) {
         const ssize_t size = write(STDERR_FILENO, last_words, std::strlen(last_words));
         static_cast<void>(size); /* the program ends even if the write failed */
@@ -33,7 +33,7 @@ void take(int) {
         std::signal(SIGINT, SIG_DFL);
         raise(SIGINT); /* delivered when the handler has returned */
     }
-    count = count + 1;
+    interrupts = interrupts + 1;
     eventfd_write(bell, 1);
     errno = code;
 }
@@ -41,7 +41,7 @@ void take(int) {
 }  // namespace
 
 interrupt_t::interrupt_t(fwx_host_loop_t *loop, const char *last, bool ends)
-    : loop_(loop), is_first_(bell < 0), words_before_(last_words), count_then_(count), count_before_(count_then) {
+    : loop_(loop), is_first_(bell < 0), words_before_(last_words), count_then_(interrupts), count_before_(count_then) {
     last_words = last;
     count_then = count_then_;
     if (!is_first_) return;
@@ -65,7 +65,7 @@ interrupt_t::~interrupt_t() {
 }
 
 bool interrupt_t::is_raised() const {
-    return count != count_then_;
+    return interrupts != count_then_;
 }
 
 void interrupt_t::hold(const char *last) {
@@ -80,7 +80,7 @@ void interrupt_t::wake(void *) {
 
 bool interrupt_wait_for(int fd) {
     pollfd waited[] = {{fd, POLLIN, 0}, {bell, POLLIN, 0}};
-    while (count == count_then && poll(waited, bell < 0 ? 1 : 2, -1) < 0 && errno == EINTR) {
+    while (interrupts == count_then && poll(waited, bell < 0 ? 1 : 2, -1) < 0 && errno == EINTR) {
     }
-    return count == count_then || bell < 0;
+    return interrupts == count_then || bell < 0;
 }

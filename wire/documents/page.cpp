@@ -64,7 +64,7 @@ std::string fields_of(const wire_field_t *fields, size_t count) {
            });
 }
 
-std::string entry_of(const wire_message_t &message) {
+std::string entry_text(const wire_message_t &message) {
     const std::string entry = code(message.entry_name) + (message.entry_count_offset == 0 ? " at" : " from") +
                               " offset " + std::to_string(message.entry_offset);
     const std::string number = message.entry_count_offset == 0
@@ -78,7 +78,7 @@ std::string details(const wire_message_t &message) {
     std::string text = "### " + title(message) + "\n\nNumber " + std::to_string(message.msgno) + ", " +
                        length(message) + " bytes: " + message.purpose + ".\n";
     if (message.field_count != 0) text += fields_of(message.fields, message.field_count);
-    if (message.entry_name != nullptr) text += entry_of(message);
+    if (message.entry_name != nullptr) text += entry_text(message);
     return text;
 }
 
