@@ -17,7 +17,7 @@
 namespace {
 
 constexpr uint32_t window = 64;
-constexpr uint32_t spin_us = 20;
+constexpr uint32_t usual_spin_us = 20;
 
 struct contestant_t {
     const char *name;
@@ -43,7 +43,7 @@ std::vector<line_t> all_lines() {
     std::vector<line_t> lines;
     const bool has_two_cpus = sysconf(_SC_NPROCESSORS_ONLN) > 1;
     for (int server_cpu = 0; server_cpu <= (has_two_cpus ? 1 : 0); ++server_cpu) {
-        for (const uint32_t spin : {0U, spin_us}) {
+        for (const uint32_t spin : {0U, usual_spin_us}) {
             for (const contestant_t &contestant : contestants) {
                 const bool takes_two = spin != 0 || server_cpu != 0;
                 if (takes_two && !contestant.is_two_processes) continue;
@@ -98,7 +98,7 @@ int main(int argc, char **argv) {
             if (strcmp(contestant.name, argv[1]) != 0) continue;
             const uint32_t outstanding = strcmp(argv[2], "one") == 0 ? 1 : window;
             const double seconds = contestant.run(
-                {0, is_apart ? 1 : 0, spins ? spin_us : 0, outstanding, static_cast<uint32_t>(atoi(argv[3]))});
+                {0, is_apart ? 1 : 0, spins ? usual_spin_us : 0, outstanding, static_cast<uint32_t>(atoi(argv[3]))});
             printf("%.4f us\n", seconds * 1e6);
             return 0;
         }

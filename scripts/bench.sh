@@ -13,9 +13,10 @@ build release
 mkdir -p "$dir"
 
 work=$(mktemp -d)
-server=
+processes=()
 finish() {
-  [[ -z $server ]] || kill "$server" 2>/dev/null || true
+  [[ ${#processes[@]} -eq 0 ]] || kill "${processes[@]}" 2>/dev/null || true
+  wait "${processes[@]}" 2>/dev/null || true # they use the directory
   rm -rf "$work"
 }
 trap finish EXIT
@@ -50,6 +51,32 @@ processor_seconds() { # SERVER COMMAND...
     'BEGIN { split(own, t, " "); printf "%.2f s", t[1] + t[2] + ticks / hz }'
 }
 
+serve() { # NAME
+  local ready
+  exec {ready}< <(exec "$natctl" serve "$1" 2>/dev/null)
+  processes+=($!)
+  read -r _ <&"$ready" # `serving NAME`
+}
+
+# Processor seconds, peak memory in KiB and elapsed seconds of a command.
+used() {
+  /usr/bin/python3 -c '
+import resource, subprocess, sys, time
+start = time.monotonic()
+subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+used = resource.getrusage(resource.RUSAGE_CHILDREN)
+print(used.ru_utime + used.ru_stime, used.ru_maxrss, time.monotonic() - start)' "$@"
+}
+
+# The same of a process that goes on, without the time.
+used_by() { # PROCESS
+  awk -v hz="$(getconf CLK_TCK)" 'NR == 1 { seconds = ($14 + $15) / hz } /^VmHWM/ { print seconds, $2 }' "/proc/$1/stat" "/proc/$1/status"
+}
+
+wait_for() { # EVENT LOG: until nat64d has logged that
+  until grep -q "event=$1 " "$2"; do sleep 0.005; done
+}
+
 say "instructions"
 scripts/instructions.sh | sed -n 's/^\(the library.*\|all, .*\): \([0-9]*\)$/\1\t\2/p' >"$work/instructions"
 say "commands"
@@ -66,12 +93,33 @@ say "natctl"
 awk 'BEGIN { for (i = 1; i <= 1000000; ++i) printf "mapt bmr add --rule %d --domain 1 --v6 2001:%x:%x::/48 --v4 %d.%d.%d.%d/28\n",
   i, int(i / 65536) + 1, i % 65536, int(i / 1048576) + 16, int(i / 4096) % 256, int(i / 16) % 256, i % 16 * 16 }' \
   >"$work/lines"
-exec {ready}< <(exec "$natctl" serve bench 2>/dev/null)
-server=$!
-read -r _ <&"$ready" # `serving bench`
-batch=$(processor_seconds "$server" "$natctl" --connect bench --quiet --pipeline 512 batch "$work/lines")
+serve bench
+batch=$(processor_seconds "${processes[0]}" "$natctl" --connect bench --quiet --pipeline 512 batch "$work/lines")
 printf 'dev server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
 walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)
+say "large documents"
+large_rules=200000
+head -n 1 "$work/lines" >"$work/small"
+head -n "$large_rules" "$work/lines" >"$work/large"
+sed '100000s/$/ --ea-len 4/' "$work/large" >"$work/changed"
+serve large
+for document in small large changed; do
+  echo "natctl $document $(used "$natctl" --connect large config apply "$work/$document")"
+done >"$work/used"
+for document in small large; do
+  serve "daemon-$document"
+  cp "$work/$document" "$work/watched-$document"
+  : >"$work/log-$document"
+  build/release/tools/nat64d "daemon-$document" --config "$work/watched-$document" --listen none 2>"$work/log-$document" &
+  processes+=($!)
+  wait_for in_step "$work/log-$document"
+  echo "nat64d $document $(used_by $!) 0"
+done >>"$work/used"
+cp "$work/changed" "$work/next"
+start=${EPOCHREALTIME/./}
+mv "$work/next" "$work/watched-large"
+wait_for applied "$work/log-large"
+echo "nat64d changed 0 0 $(awk -v us="$((${EPOCHREALTIME/./} - start))" 'BEGIN { print us / 1e6 }')" >>"$work/used"
 
 say "measured $(date -u +%F) on $(nproc) processors, $(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)"
 for cache in /sys/devices/system/cpu/cpu0/cache/index*; do
@@ -97,6 +145,16 @@ awk -F '\t' '/^all, a command with 64/ { printf "aim         %-46s  %d instructi
   "$work/instructions"
 awk -F '\t' '$1 ~ /^rule_install/ { aim = $2 <= 1000 ? 250 : $2 <= 100000 ? 450 : 900
   printf "aim         %-46s  %.0f ns, aim %d at most\n", "a rule installed, " $2 " rules", $3, aim }' "$work/rules"
+awk -v rules="$large_rules" '{ seconds[$1 $2] = $3; kibibytes[$1 $2] = $4; elapsed[$1 $2] = $5 }
+  END {
+    form = "aim         %-46s  %.1f %s, aim %d at most\n"
+    for (i = split("natctl nat64d", programs); i > 0; --i) {
+      one = programs[i]
+      printf form, "200,000 rules applied by " one, 1e6 * (seconds[one "large"] - seconds[one "small"]) / rules, "us of its processor a rule", 4
+      printf form, "200,000 rules applied by " one, 1024 * (kibibytes[one "large"] - kibibytes[one "small"]) / rules, "bytes a rule", 250
+      printf form, "one of 200,000 rules changed by " one, 1e3 * elapsed[one "changed"], "ms", 300
+    }
+  }' "$work/used"
 rows_of rule "$work/rules" rules
 while IFS=$'\t' read -r what measured; do row python "$what" "$measured"; done <"$work/python"
 while IFS= read -r line; do
