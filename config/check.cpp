@@ -220,7 +220,8 @@ private:
             }
             prefixes.push_back({bits, static_cast<uint32_t>(i), record[field.length_offset]});
         }
-        std::sort(prefixes.begin(), prefixes.end());
+        const bool is_sorted = std::is_sorted(prefixes.begin(), prefixes.end()); /* as in most documents */
+        if (!is_sorted) std::sort(prefixes.begin(), prefixes.end());
         for (auto first = prefixes.begin(); first != prefixes.end();) {
             const auto next = std::find_if(first, prefixes.end(),
                                            [first](const rule_prefix_t &other) { return !other.is_same_as(*first); });

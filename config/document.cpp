@@ -175,14 +175,12 @@ void document_t::settle(const reading_t *reading) {
         const int order = content.compare(a, b);
         return order != 0 ? order < 0 : reading != nullptr && a.origin < b.origin;
     };
-    if (!std::is_sorted(entries.begin(), entries.end(), comes_before)) {
-        std::stable_sort(entries.begin(), entries.end(), comes_before);
-    }
-    std::vector<uint8_t> bytes;
-    bytes.reserve(content.bytes.size());
+    const bool is_sorted = std::is_sorted(entries.begin(), entries.end(), comes_before);
+    if (!is_sorted) std::stable_sort(entries.begin(), entries.end(), comes_before);
     size_t count = 0;
     for (size_t first = 0; first < entries.size();) {
         const record_family_t &family = *by_rank()[entries[first].rank];
+        const size_t at = entries[first].at;
         item_builder_t builder(family, reading);
         size_t next = first;
         for (; next < entries.size() && content.compare(entries[first], entries[next]) == 0; ++next) {
@@ -192,12 +190,21 @@ void document_t::settle(const reading_t *reading) {
         first = next;
         if (!builder.end()) continue;
         const origin_t origin = builder.is_nvi() ? origin_t::both : origin_t::record;
-        entries[count++] = {bytes.size(), builder.line(), rank, FWX_NAT64_OP_ADD, origin};
-        bytes.insert(bytes.end(), builder.record().bytes, builder.record().bytes + family.record_size);
+        entries[count++] = {at, builder.line(), rank, FWX_NAT64_OP_ADD, origin};
+        std::memcpy(content.bytes.data() + at, builder.record().bytes, family.record_size);
     }
+    const bool is_compact = is_sorted && count == entries.size();
     entries.resize(count);
-    content.bytes.swap(bytes);
     content.settled = count;
+    if (is_compact) return;
+    std::vector<uint8_t> bytes;
+    bytes.reserve(content.bytes.size());
+    for (entry_t &entry : entries) {
+        const uint8_t *record = content.record_of(entry);
+        entry.at = bytes.size();
+        bytes.insert(bytes.end(), record, record + by_rank()[entry.rank]->record_size);
+    }
+    content.bytes.swap(bytes);
 }
 
 int document_t::content_t::compare(const entry_t &a, const entry_t &b) const {

@@ -79,8 +79,10 @@ std::optional<struct stat> regular_status(const file_t &file, const std::string 
 }
 
 /** Reads a file to its end, but not much further than `most` bytes. */
-std::optional<std::string> read_bytes(const file_t &file, const std::string &path, std::string &error, size_t most) {
+std::optional<std::string> read_bytes(const file_t &file, const std::string &path, std::string &error, size_t most,
+                                      size_t expected = 0) {
     std::string text;
+    text.reserve(expected);
     std::string block(std::min(block_bytes, most + 1), '\0');
     while (text.size() <= most) {
         const ssize_t got = read(file.fd(), block.data(), block.size());
@@ -102,7 +104,7 @@ std::optional<std::string> read_whole(const file_t &file, const struct stat &sta
         error = too_long(path, std::to_string(size), most);
         return std::nullopt;
     }
-    std::optional<std::string> text = read_bytes(file, path, error, most);
+    std::optional<std::string> text = read_bytes(file, path, error, most, size);
     if (!text || text->size() <= most) return text;
     error = too_long(path, "at least " + std::to_string(text->size()), most); /* it has grown meanwhile */
     return std::nullopt;
