@@ -2,8 +2,8 @@
 # Runs all checks that a change must pass: includes, format, both compilers without a warning, all tests plain (g++) and
 # under ASan+UBSan (clang++), tests of memory that processes share under TSan, static analysis, the fuzzers, the library
 # without a platform, packages and installation, the demo.
-# usage: test.sh [--quick | --full]   --quick: includes, g++ and its tests alone, in 90 seconds
-#                                     --full: also long runs, in an hour
+# usage: test.sh [--quick | --full]   --quick: includes, g++ and its tests alone
+#                                     --full: also long runs
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/common.sh

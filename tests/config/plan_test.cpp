@@ -154,7 +154,7 @@ private:
     plan_run_t *run_ = nullptr;
 };
 
-document_t plannable(const std::string &text) {
+document_t document_of_lines(const std::string &text) {
     problems_t problems;
     document_t document = load_document(first_line + text, problems);
     for (const problem_t &problem : problems) {
@@ -195,7 +195,7 @@ public:
                       "::/48 --v4 192.0." + any(3) + ".0/24 --ea-len " + any(2));
             }
         }
-        return plannable(text_);
+        return document_of_lines(text_);
     }
     size_t below(size_t count) { return random_() % count; }
 
@@ -281,8 +281,8 @@ TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_
 TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
     for (const text_case_t &each : read_text_cases(TEST_DIR "/plan_orders.txt", 3)) {
         SCOPED_TRACE(each.name);
-        const document_t from = plannable(each.parts[0]);
-        const document_t to = plannable(each.parts[1]);
+        const document_t from = document_of_lines(each.parts[0]);
+        const document_t to = document_of_lines(each.parts[1]);
         const plan_t plan(from, to);
         std::string commands;
         for (size_t i = 0; i < plan.size(); ++i) {
@@ -295,7 +295,8 @@ TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
 
 TEST(plan_test, a_failed_undo_is_reported) {
     const document_t none;
-    const document_t to = plannable("limit add --type 1 --value 1\nservice add --type 1 --value 2\nnvi enable --ifh 3");
+    const document_t to =
+        document_of_lines("limit add --type 1 --value 1\nservice add --type 1 --value 2\nnvi enable --ifh 3");
     const plan_t plan(none, to);
     std::multiset<std::string> left;
     {
@@ -310,7 +311,7 @@ TEST(plan_test, a_failed_undo_is_reported) {
         left = server.state();
     }
     held_server_t server;
-    server.hold(plannable("service add --type 1 --value 2"));
+    server.hold(document_of_lines("service add --type 1 --value 2"));
     EXPECT_EQ(left, server.state());
 }
 
