@@ -40,17 +40,6 @@ rows_of() { # GROUP FILE UNIT
   done <"$2"
 }
 
-# Processor seconds of two processes while the second one works.
-processor_seconds() { # SERVER COMMAND...
-  local pid=$1 before after own
-  shift
-  before=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
-  own=$({ TIMEFORMAT='%U %S'; time "$@" >/dev/null 2>&1; } 2>&1)
-  after=$(awk '{ print $14 + $15 }' "/proc/$pid/stat")
-  awk -v own="$own" -v ticks=$((after - before)) -v hz="$(getconf CLK_TCK)" \
-    'BEGIN { split(own, t, " "); printf "%.2f s", t[1] + t[2] + ticks / hz }'
-}
-
 serve() { # NAME
   local ready
   exec {ready}< <(exec "$natctl" serve "$1" 2>/dev/null)
@@ -71,6 +60,13 @@ print(used.ru_utime + used.ru_stime, used.ru_maxrss, time.monotonic() - start)' 
 # The same of a process that goes on, without the time.
 used_by() { # PROCESS
   awk -v hz="$(getconf CLK_TCK)" 'NR == 1 { seconds = ($14 + $15) / hz } /^VmHWM/ { print seconds, $2 }' "/proc/$1/stat" "/proc/$1/status"
+}
+
+# Processor seconds of a server and a command while the command works.
+used_together() { # SERVER COMMAND...
+  local before
+  before=$(used_by "$1")
+  echo "$before $(used "${@:2}") $(used_by "$1")" | awk '{ printf "%.2f s", $6 - $1 + $3 }'
 }
 
 wait_for() { # EVENT LOG: until nat64d has logged that
@@ -94,7 +90,7 @@ awk 'BEGIN { for (i = 1; i <= 1000000; ++i) printf "mapt bmr add --rule %d --dom
   i, int(i / 65536) + 1, i % 65536, int(i / 1048576) + 16, int(i / 4096) % 256, int(i / 16) % 256, i % 16 * 16 }' \
   >"$work/lines"
 serve bench
-batch=$(processor_seconds "${processes[0]}" "$natctl" --connect bench --quiet --pipeline 512 batch "$work/lines")
+batch=$(used_together "${processes[0]}" "$natctl" --connect bench --quiet --pipeline 512 batch "$work/lines")
 printf 'dev server sessions generate 1000000\nsessions walk --count 1000\n' >"$work/walk"
 walk=$({ TIMEFORMAT='%R'; time "$natctl" --jsonl batch "$work/walk" >"$work/rows"; } 2>&1)
 say "large documents"

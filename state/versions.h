@@ -59,8 +59,7 @@ public:
      * number is used up even if the file cannot be written. */
     std::string add(version_t version, std::optional<std::string> document);
     /** The same for the document that a server holds, but does nothing if that is the newest one, by the server's
-     * record in `version` or, unless commands have led to it, by its text. Without any version, the newest one is the
-     * empty document. */
+     * record in `version` or by its text. Without any version, the newest one is the empty document. */
     std::string add_if_other(version_t version, const document_t &held);
     /** Reads the document of a version. Version 0 is the empty document, as long as version 1 exists or there are no
      * versions. The error for an unknown number says which numbers there are. */
