@@ -176,7 +176,11 @@ void document_t::settle(const reading_t *reading) {
         return order != 0 ? order < 0 : reading != nullptr && a.origin < b.origin;
     };
     const bool is_sorted = std::is_sorted(entries.begin(), entries.end(), comes_before);
-    if (!is_sorted) std::stable_sort(entries.begin(), entries.end(), comes_before);
+    if (!is_sorted) {
+        const auto added = entries.begin() + static_cast<std::ptrdiff_t>(content.settled);
+        std::stable_sort(added, entries.end(), comes_before);
+        std::inplace_merge(entries.begin(), added, entries.end(), comes_before);
+    }
     size_t count = 0;
     for (size_t first = 0; first < entries.size();) {
         const record_family_t &family = *by_rank()[entries[first].rank];

@@ -44,6 +44,8 @@ public:
 
     size_t size() const { return content_ ? content_->entries.size() : 0; }
     config_item_t item(size_t index) const;
+    /** True if both have the same items because one is a copy of the other. False says nothing. */
+    bool shares_items_with(const document_t &other) const { return content_ == other.content_; }
     /** Index of the first item of a family, or where it would be inserted. */
     size_t begin_of(const record_family_t &family) const;
     /** Index behind the last item of a family. */

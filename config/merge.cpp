@@ -69,13 +69,14 @@ document_t roll_back(const document_t &before, const document_t &after, const do
 
 document_t keep_foreign(const document_t &owned, const document_t &wanted, const document_t &now,
                         std::vector<config_item_t> &foreign) {
-    document_t result;
-    const auto merge = [&](const maybe_item_t &own, const maybe_item_t &want, const maybe_item_t &is) {
-        const bool is_foreign = is && !own && !want;
-        if (is_foreign) foreign.push_back(*is);
-        if (want || is_foreign) result.add(want ? *want : *is);
-    };
-    for_each_key(owned, wanted, now, merge);
+    if (owned.shares_items_with(now)) return wanted;
+    for_each_key(owned, wanted, now, [&](const maybe_item_t &own, const maybe_item_t &want, const maybe_item_t &is) {
+        if (is && !own && !want) foreign.push_back(*is);
+    });
+    document_t result = wanted; /* without foreign items it shares its items with `wanted` */
+    for (const config_item_t &item : foreign) {
+        result.add(item);
+    }
     result.settle();
     return result;
 }

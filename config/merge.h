@@ -20,7 +20,7 @@ document_t roll_back(const document_t &before, const document_t &after, const do
  * Computes the desired configuration of a server that holds `now`, for a client that owned the items of `owned` so far
  * and now wants `wanted`. The result has the items of `wanted`, and the foreign items: those of `now` with keys that
  * are neither in `owned` nor in `wanted`.
- * @param foreign gets the foreign items. The records point into `now`.
+ * @param foreign empty; gets the foreign items. The records point into `now`.
  * @return the desired configuration, settled.
  */
 document_t keep_foreign(const document_t &owned, const document_t &wanted, const document_t &now,

@@ -41,6 +41,7 @@ const record_payload_t *record_payload_of(const record_family_t &family, uint32_
 }
 
 int record_compare_keys(const record_family_t &family, const void *a, const void *b) {
+    if (std::memcmp(a, b, family.record_size) == 0) return 0; /* most items of two documents that are compared */
     for (const record_field_t *field = family.fields; field != family.fields + family.field_count; ++field) {
         if (!field->is_key) break; /* they come first */
         const int order = record_field_compare(*field, a, b);

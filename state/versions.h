@@ -52,6 +52,9 @@ public:
     const std::vector<version_t> &all() const { return versions_; }
     /** The newest version with a document, or null. */
     const version_t *newest() const;
+    /** File of the newest version with a document: its first line is a comment of the document. Requires: there is one,
+     * and a directory. */
+    std::string newest_path() const { return path_of(newest()->number); }
     /** True if a server with this boot id and number of changes holds the newest document. */
     bool is_newest(uint64_t boot_id, uint64_t changes) const;
 

@@ -16,6 +16,16 @@ std::string write_file(const std::string &path, const std::string &text, files_t
     return error;
 }
 
+std::string link_file(const std::string &from, const std::string &path, files_t &files) {
+    const std::string name = path + ".new";
+    if (files.remove(name) != 0 && errno != ENOENT) return file_error(name);
+    const bool is_renamed = files.link(from, name) == 0 && files.rename(name, path) == 0;
+    const bool is_durable = is_renamed && files.sync_directory_of(path) == 0;
+    std::string error = is_durable ? "" : file_error(is_renamed ? path : name);
+    files.remove(name); /* rename leaves it if PATH was a name of FROM already */
+    return error;
+}
+
 std::string remove_file(const std::string &path, files_t &files) {
     const bool is_removed = files.remove(path) == 0;
     if (!is_removed && errno == ENOENT) return "";

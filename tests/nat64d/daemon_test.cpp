@@ -357,7 +357,7 @@ TEST_F(daemon_test, a_kept_document_that_is_damaged_or_that_others_can_change_is
     start();
     daemon_->end(SIGTERM);
     const std::string kept = folder() + "/natctl/alpha/in-force";
-    std::ofstream(kept, std::ios::app) << "pool add --id\n";
+    replace_file(kept, document_text(count, 100) + "pool add --id\n");
     write("no document\n");
     start_daemon();
     EXPECT_EQ(daemon_->end(0), 2);
@@ -366,6 +366,13 @@ TEST_F(daemon_test, a_kept_document_that_is_damaged_or_that_others_can_change_is
     start_daemon();
     EXPECT_EQ(daemon_->end(0), 2);
     expect_logged("/in-force: other users may write to it (mode 0622)");
+}
+
+TEST_F(daemon_test, an_empty_document_is_in_force_on_an_empty_server) {
+    write("# nat64 configuration version 1\n");
+    start();
+    expect_status({{"items", 0}});
+    EXPECT_EQ(daemon_->end(SIGTERM), 0);
 }
 
 TEST_F(daemon_test, without_any_document_it_does_not_start) {

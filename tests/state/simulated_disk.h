@@ -161,6 +161,7 @@ public:
     int rename(const std::string &from, const std::string &to) override {
         return faulty([&] {
             if (!has(from)) return fail(ENOENT);
+            if (has(to) && names_[to] == names_[from]) return 0; /* as POSIX has it: both names stay */
             names_[to] = names_[from];
             names_.erase(from);
             return 0;

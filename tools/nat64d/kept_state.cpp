@@ -1,4 +1,8 @@
-/* Implements kept_state.h. Each file is replaced as a whole, so a crash leaves the old or the new one. */
+/*
+ * Implements kept_state.h. Each file is replaced as a whole, so a crash leaves the old or the new one. A document of
+ * many rules is formatted and written once for a change: `in-force` is a link to the version that was just added, and
+ * `coming` has only what `in-force` lacks.
+ */
 #include "tools/nat64d/kept_state.h"
 
 #include "config/load.h"
@@ -21,7 +25,7 @@ document_t united(const document_t &first, const document_t &second) {
 std::string kept_state_t::open(document_t &in_force, std::vector<std::string> &faults) {
     std::string error = versions_.open();
     if (!error.empty()) return error;
-    in_force = read(in_force_path(), faults);
+    in_force = in_force_ = read(in_force_path(), faults);
     owned_ = united(read(coming_path(), faults), in_force);
     return "";
 }
@@ -45,18 +49,25 @@ std::string kept_state_t::write(const std::string &path, const std::string &text
 std::string kept_state_t::note_coming(const document_t &document) {
     owned_ = united(document, owned_);
     hash_.clear();
-    return write(coming_path(), write_lines(owned_));
+    std::vector<config_item_t> ignored;
+    return write(coming_path(), write_lines(keep_foreign(in_force_, {}, owned_, ignored)));
 }
 
 std::string kept_state_t::note_in_force(const document_t &document, const std::string &hash) {
     owned_ = document;
-    std::string error = write(in_force_path(), write_lines(document));
+    in_force_ = {}; /* after an error either document may be on disk, so `coming` must then have all items */
+    const bool is_newest = document.size() != 0 && document.shares_items_with(newest_);
+    const bool is_linked = is_newest && link_file(versions_.newest_path(), in_force_path()).empty();
+    std::string error = is_linked ? "" : write(in_force_path(), write_lines(document));
     if (!error.empty()) return error;
+    in_force_ = document;
     error = remove_file(coming_path());
     if (error.empty()) hash_ = hash;
     return error;
 }
 
 std::string kept_state_t::add_version(version_t version, const document_t &held) {
-    return versions_.add_if_other(std::move(version), held);
+    std::string error = versions_.add_if_other(std::move(version), held);
+    newest_ = error.empty() ? held : document_t();
+    return error;
 }

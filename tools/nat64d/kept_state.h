@@ -1,9 +1,10 @@
 /*
- * nat64d's state on disk, in a directory for each server: the document in force (`in-force`), a document that is being
- * applied (`coming`), and versions (state/versions.h).
+ * nat64d's state on disk, in a directory for each server: the document in force (`in-force`), new items of a
+ * document that is being applied (`coming`), and versions (state/versions.h).
  *
- * nat64d owns the items of the first two and deletes no others. It writes `coming` before it sends the document's first
- * command. So even after a crash, the next nat64d knows which items this one may have left on the server.
+ * nat64d owns the items of the first two and deletes no others. Before it sends the document's first command it writes
+ * to `coming` what `in-force` has not. So even after a crash, the next nat64d knows which items this one may have left
+ * on the server. If the disk is full, no command is sent.
  *
  * Errors are texts that name the file, empty on success. The functions block on the disk. They may run in the
  * background, one at a time.
@@ -50,6 +51,8 @@ private:
 
     versions_t versions_;
     document_t owned_;
+    document_t in_force_; /* the document on disk; empty: unknown */
+    document_t newest_;   /* the document of the newest version, once `add_version` has told it */
     std::string hash_;
 };
 

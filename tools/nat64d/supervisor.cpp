@@ -39,9 +39,13 @@ std::string refusal_text(const apply_refusal_t &refusal) {
 }  // namespace
 
 offer_t make_offer(document_t document) {
-    uint64_t hash = 0xcbf29ce484222325;
-    for (const char c : write_lines(document)) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+    uint64_t hash = 0xcbf29ce484222325; /* FNV-1a */
+    const auto take = [&hash](uint8_t byte) { hash = (hash ^ byte) * 0x100000001b3; };
+    for (size_t i = 0; i < document.size(); ++i) {
+        const config_item_t item = document.item(i);
+        take(item.family->rank);
+        take(item.is_nvi ? 1 : 0);
+        std::for_each(item.record, item.record + item.family->record_size, take);
     }
     char text[17];
     snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));

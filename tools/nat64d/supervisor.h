@@ -28,7 +28,7 @@ namespace nat64 = fwx::nat64;
 /** A document that can be put in force. */
 struct offer_t {
     document_t document;
-    std::string hash; /* of its canonical text */
+    std::string hash; /* of its items */
 };
 /** Makes an offer of a settled document. */
 offer_t make_offer(document_t document);
