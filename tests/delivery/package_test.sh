@@ -13,7 +13,7 @@ cd "$work/source"
 
 if [[ ${3:-} == as-dev ]]; then
   export DEB_BUILD_OPTIONS=noautodbgsym DEB_CPPFLAGS_SET='' DEB_CFLAGS_SET='' DEB_CXXFLAGS_SET=''
-  export CMAKE_ARGS='-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug -DFWX_NAT64_WERROR=ON'
+  export CMAKE_ARGS='-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DFWX_NAT64_WERROR=ON'
 fi
 if command -v ccache >/dev/null; then # debhelper builds with another HOME and another locale
   CCACHE_DIR=$(ccache --get-config cache_dir)
