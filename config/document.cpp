@@ -275,3 +275,11 @@ int compare_items(const config_item_t &a, const config_item_t &b) {
 bool is_same_value(const config_item_t &a, const config_item_t &b) {
     return a.is_nvi == b.is_nvi && std::memcmp(a.record, b.record, a.family->record_size) == 0;
 }
+
+bool has_same_items(const document_t &a, const document_t &b) {
+    bool is_same = a.size() == b.size();
+    for (size_t i = 0; i < a.size() && is_same && !a.shares_items_with(b); ++i) {
+        is_same = compare_items(a.item(i), b.item(i)) == 0 && is_same_value(a.item(i), b.item(i));
+    }
+    return is_same;
+}

@@ -101,4 +101,7 @@ int compare_items(const config_item_t &a, const config_item_t &b);
 /** True if two items with the same key have the same value. */
 bool is_same_value(const config_item_t &a, const config_item_t &b);
 
+/** True if two settled documents have the same items. Takes no time if one is a copy of the other. */
+bool has_same_items(const document_t &a, const document_t &b);
+
 #endif

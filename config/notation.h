@@ -36,9 +36,8 @@ bool read_json(std::string_view text, document_t &document, problems_t &problems
  */
 
 std::string write_lines(const document_t &document);
-/** Calls `write` with each line, without its line feed and without the line with the version. A line is valid during
- * the call. */
-void write_lines(const document_t &document, const std::function<void(std::string_view line)> &write);
+/** Calls `write` with the parts of the same text, in order. A part is valid during the call. */
+void write_lines(const document_t &document, const std::function<void(std::string_view part)> &write);
 std::string write_json(const document_t &document);
 
 /** The line of a command, without a line feed: `pool del --id 1`. */

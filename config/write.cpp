@@ -129,11 +129,13 @@ std::string command_line(const record_family_t &family, uint32_t op, const void 
     return line;
 }
 
-void write_lines(const document_t &document, const std::function<void(std::string_view line)> &write) {
-    std::string line;
+void write_lines(const document_t &document, const std::function<void(std::string_view part)> &write) {
+    std::string line = std::string(version_mark) + std::to_string(document_version) + "\n";
+    write(line);
     auto write_command = [&](const record_family_t &family, const void *record) {
         line.clear();
         append_command_line(line, family, FWX_NAT64_OP_ADD, record);
+        line += '\n';
         write(line);
     };
     for (size_t i = 0; i < document.size(); ++i) {
@@ -144,10 +146,9 @@ void write_lines(const document_t &document, const std::function<void(std::strin
 }
 
 std::string write_lines(const document_t &document) {
-    std::string out(version_mark);
-    out.reserve(out.size() + document.size() * longest_usual_line);
-    out.append(std::to_string(document_version)).append("\n");
-    write_lines(document, [&out](std::string_view line) { out.append(line).append("\n"); });
+    std::string out;
+    out.reserve((document.size() + 1) * longest_usual_line);
+    write_lines(document, [&out](std::string_view part) { out.append(part); });
     return out;
 }
 

@@ -41,7 +41,7 @@ rule_verdict_t rule_book_t::answered(const default_change_t &change, const fwx::
     return {is_done(got), 0};
 }
 
-size_t rule_book_t::prefix_hash_t::operator()(const prefix_t &prefix) const {
+size_t rule_book_t::prefix_hash_t::operator()(const prefix_t &prefix) const noexcept {
     const auto [version, length, bits] = prefix;
     const uint64_t number = length == 0 ? 0 : bits >> (64 - length);
     return number + (static_cast<uint64_t>(version) << 8 | length) * 0x9e3779b97f4a7c15;

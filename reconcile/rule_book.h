@@ -78,7 +78,7 @@ private:
     /** Consecutive prefixes of one length get consecutive hashes. Most documents have such prefixes in order, which
      * makes the table fast. */
     struct prefix_hash_t {
-        size_t operator()(const prefix_t &prefix) const;
+        size_t operator()(const prefix_t &prefix) const noexcept;
     };
 
     static prefix_t v4_of(const fwx_nat64_mapt_bmr_t &rule);

@@ -15,7 +15,6 @@
 #include "state/read_file.h"
 #include "state/time_text.h"
 #include "state/user.h"
-#include "state/write_file.h"
 
 namespace {
 
@@ -57,6 +56,7 @@ uint32_t number_of(const std::string &name) {
 std::string versions_t::open() {
     versions_.clear();
     sizes_.clear();
+    newest_.reset();
     last_ = 0;
     if (directory_.empty()) return "";
     std::error_code error;
@@ -93,21 +93,37 @@ bool versions_t::is_newest(uint64_t boot_id, uint64_t changes) const {
     return boot_id != 0 && known != nullptr && known->boot_id == boot_id && known->changes == changes;
 }
 
-std::string versions_t::add(version_t version, std::optional<std::string> document) {
+bool versions_t::is_newest(const document_t &document) const {
+    return newest() != nullptr && newest_ && has_same_items(*newest_, document);
+}
+
+std::string versions_t::add(version_t version, const std::optional<std::string> &document) {
+    return add(std::move(version), document ? [&](const auto &write) { write(*document); } : content_fn_t());
+}
+
+std::string versions_t::add(version_t version, const content_fn_t &document) {
     version.number = ++last_;
     version.time = time_text();
     version.who = user_name();
     version.what = one_line(std::move(version.what));
-    version.has_document = document.has_value();
+    version.has_document = document != nullptr;
+    if (version.has_document) newest_.reset();
     std::string error;
     if (directory_.empty()) {
-        if (document) in_memory_[version.number] = *std::move(document);
+        if (document) document([&text = in_memory_[version.number]](std::string_view part) { text += part; });
     } else {
+        uint64_t bytes = 0;
+        const content_fn_t content = [&](const auto &write) {
+            const auto count_and_write = [&](std::string_view part) {
+                bytes += part.size();
+                write(part);
+            };
+            count_and_write(first_line_of(version));
+            if (document) document(count_and_write);
+        };
         error = make_state_directory(directory_ + "/documents", files_);
-        std::string text = std::move(document).value_or("");
-        text.insert(0, first_line_of(version));
-        if (error.empty()) error = write_file(path_of(version.number), text, files_);
-        if (version.has_document && error.empty()) sizes_[version.number] = text.size();
+        if (error.empty()) error = write_file(path_of(version.number), content, files_);
+        if (version.has_document && error.empty()) sizes_[version.number] = bytes;
     }
     if (!error.empty()) return error;
     versions_.push_back(std::move(version));
@@ -116,13 +132,16 @@ std::string versions_t::add(version_t version, std::optional<std::string> docume
 }
 
 std::string versions_t::add_if_other(version_t version, const document_t &held) {
-    if (is_newest(version.boot_id, version.changes)) return ""; /* spares a large document's text */
-    std::string document = write_lines(held);
-    const auto is_known = [&] {
+    if (is_newest(version.boot_id, version.changes)) return "";
+    const auto has_its_text = [&] {
         std::string known;
-        return read(newest() == nullptr ? 0 : newest()->number, known).empty() && known == document;
+        return read(newest() == nullptr ? 0 : newest()->number, known).empty() && known == write_lines(held);
     };
-    return is_known() ? "" : add(std::move(version), std::move(document));
+    const bool is_known = newest_ ? has_same_items(*newest_, held) : has_its_text();
+    std::string error =
+        is_known ? "" : add(std::move(version), [&held](const auto &write) { write_lines(held, write); });
+    if (error.empty()) newest_ = held;
+    return error;
 }
 
 void versions_t::prune() {

@@ -19,6 +19,7 @@
 
 #include "config/document.h"
 #include "state/files.h"
+#include "state/write_file.h"
 
 struct version_t {
     uint32_t number = 0;       /* from 1 */
@@ -55,14 +56,16 @@ public:
     /** File of the newest version with a document: its first line is a comment of the document. Requires: there is one,
      * and a directory. */
     std::string newest_path() const { return path_of(newest()->number); }
+    /** True if the newest version has these items, as far as this is known without reading its file. */
+    bool is_newest(const document_t &document) const;
     /** True if a server with this boot id and number of changes holds the newest document. */
     bool is_newest(uint64_t boot_id, uint64_t changes) const;
 
     /** Adds a version and sets its number, time and user. `document` is the text of its document, if it has one. The
      * number is used up even if the file cannot be written. */
-    std::string add(version_t version, std::optional<std::string> document);
+    std::string add(version_t version, const std::optional<std::string> &document);
     /** The same for the document that a server holds, but does nothing if that is the newest one, by the server's
-     * record in `version` or by its text. Without any version, the newest one is the empty document. */
+     * record in `version` or by its items. Without any version, the newest one is the empty document. */
     std::string add_if_other(version_t version, const document_t &held);
     /** Reads the document of a version. Version 0 is the empty document, as long as version 1 exists or there are no
      * versions. The error for an unknown number says which numbers there are. */
@@ -77,11 +80,14 @@ public:
 private:
     std::string unconfirmed_path() const { return directory_ + "/unconfirmed"; }
     std::string path_of(uint32_t number) const { return directory_ + "/documents/" + std::to_string(number); }
+    std::string add(version_t version, const content_fn_t &document);
     void prune();
 
     const std::string directory_;
     files_t &files_;
     std::vector<version_t> versions_;
+    std::optional<document_t>
+        newest_; /* document of the newest version, or of a server without one; nothing: unknown */
     uint32_t last_ = 0;
     std::map<uint32_t, uint64_t> sizes_;        /* in bytes, of versions with a document, by number */
     std::map<uint32_t, std::string> in_memory_; /* documents if there is no directory, by number */

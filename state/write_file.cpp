@@ -3,14 +3,32 @@
 #include <cerrno>
 
 std::string write_file(const std::string &path, const std::string &text, files_t &files) {
+    return write_file(path, content_fn_t([&text](const auto &write) { write(text); }), files);
+}
+
+std::string write_file(const std::string &path, const content_fn_t &content, files_t &files) {
+    constexpr size_t block_bytes = size_t{64} << 10;
     const std::string name = path + ".new";
     /* Left by a killed process. Creating the file anew opens neither a link nor a FIFO. */
     if (files.remove(name) != 0 && errno != ENOENT) return file_error(name);
     const int fd = files.create(name, 0600);
     if (fd < 0) return file_error(name);
-    const bool is_renamed = files.write_all(fd, text, 0) && files.sync(fd) == 0 && files.rename(name, path) == 0;
-    const bool is_written = is_renamed && files.sync_directory_of(path) == 0;
-    std::string error = is_written ? "" : file_error(is_renamed ? path : name);
+    std::string error;
+    std::string block;
+    uint64_t written = 0;
+    const auto write_block = [&] {
+        if (error.empty() && !files.write_all(fd, block, written)) error = file_error(name);
+        written += block.size();
+        block.clear();
+    };
+    content([&](std::string_view part) {
+        block.append(part);
+        if (block.size() >= block_bytes) write_block();
+    });
+    write_block();
+    const bool is_renamed = error.empty() && files.sync(fd) == 0 && files.rename(name, path) == 0;
+    const bool is_durable = is_renamed && files.sync_directory_of(path) == 0;
+    if (error.empty() && !is_durable) error = file_error(is_renamed ? path : name);
     files.close(fd);
     if (!is_renamed) files.remove(name);
     return error;

@@ -10,13 +10,23 @@ namespace {
 using fault_t = simulated_disk_t::fault_t;
 using unsynced_t = simulated_disk_t::unsynced_t;
 
+const std::string now(150'000, 'n'); /* longer than a block */
+
 struct replacement_t {
     const char *name;
     std::string (*replace)(simulated_disk_t &disk);
 };
 
 const replacement_t replacements[] = {
-    {"written", [](simulated_disk_t &disk) { return write_file("file", "new", disk); }},
+    {"written", [](simulated_disk_t &disk) { return write_file("file", now, disk); }},
+    {"written in parts",
+     [](simulated_disk_t &disk) {
+         const content_fn_t content = [](const auto &write) {
+             for (size_t at = 0; at < now.size(); at += 1000)
+                 write(std::string_view(now).substr(at, 1000));
+         };
+         return write_file("file", content, disk);
+     }},
     {"linked", [](simulated_disk_t &disk) { return link_file("version", "file", disk); }},
     {"linked though it is a link already",
      [](simulated_disk_t &disk) {
@@ -26,14 +36,14 @@ const replacement_t replacements[] = {
     {"written beside a file that a killed process has left",
      [](simulated_disk_t &disk) {
          disk.put("file.new", "half");
-         return write_file("file", "new", disk);
+         return write_file("file", now, disk);
      }},
 };
 
 simulated_disk_t start_disk() {
     simulated_disk_t disk;
     disk.put("file", "old");
-    disk.put("version", "new");
+    disk.put("version", now);
     EXPECT_EQ(link_file("version", "again", disk), "");
     return disk;
 }
@@ -62,9 +72,9 @@ TEST(write_file_test, a_file_is_replaced_as_a_whole_or_not_at_all_and_success_is
                 for (const bool are_names_kept : {false, true}) {
                     const simulated_disk_t found = disk.after_crash(are_names_kept, unsynced_t::lost);
                     const std::string file = found.content("file");
-                    EXPECT_TRUE(file == "new" || (file == "old" && !is_done)) << file;
-                    EXPECT_EQ(found.content("again"), "new");
-                    EXPECT_EQ(found.content("version"), "new");
+                    EXPECT_TRUE(file == now || (file == "old" && !is_done)) << file;
+                    EXPECT_EQ(found.content("again"), now);
+                    EXPECT_EQ(found.content("version"), now);
                 }
             }
             EXPECT_GE(operation, 5U) << name << ": at least removing, linking, renaming and syncing can fail";

@@ -41,24 +41,24 @@ document_t kept_state_t::read(const std::string &path, std::vector<std::string> 
     return {};
 }
 
-std::string kept_state_t::write(const std::string &path, const std::string &text) {
+std::string kept_state_t::write(const std::string &path, const document_t &document) {
     const std::string error = make_state_directory(directory());
-    return error.empty() ? write_file(path, text) : error;
+    if (!error.empty()) return error;
+    return write_file(path, content_fn_t([&document](const auto &write) { write_lines(document, write); }));
 }
 
 std::string kept_state_t::note_coming(const document_t &document) {
     owned_ = united(document, owned_);
     hash_.clear();
     std::vector<config_item_t> ignored;
-    return write(coming_path(), write_lines(keep_foreign(in_force_, {}, owned_, ignored)));
+    return write(coming_path(), keep_foreign(in_force_, {}, owned_, ignored));
 }
 
 std::string kept_state_t::note_in_force(const document_t &document, const std::string &hash) {
     owned_ = document;
     in_force_ = {}; /* after an error either document may be on disk, so `coming` must then have all items */
-    const bool is_newest = document.size() != 0 && document.shares_items_with(newest_);
-    const bool is_linked = is_newest && link_file(versions_.newest_path(), in_force_path()).empty();
-    std::string error = is_linked ? "" : write(in_force_path(), write_lines(document));
+    const bool is_linked = versions_.is_newest(document) && link_file(versions_.newest_path(), in_force_path()).empty();
+    std::string error = is_linked ? "" : write(in_force_path(), document);
     if (!error.empty()) return error;
     in_force_ = document;
     error = remove_file(coming_path());
@@ -67,7 +67,5 @@ std::string kept_state_t::note_in_force(const document_t &document, const std::s
 }
 
 std::string kept_state_t::add_version(version_t version, const document_t &held) {
-    std::string error = versions_.add_if_other(std::move(version), held);
-    newest_ = error.empty() ? held : document_t();
-    return error;
+    return versions_.add_if_other(std::move(version), held);
 }

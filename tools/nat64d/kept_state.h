@@ -45,14 +45,13 @@ public:
 
 private:
     document_t read(const std::string &path, std::vector<std::string> &faults) const;
-    std::string write(const std::string &path, const std::string &text);
+    std::string write(const std::string &path, const document_t &document);
     std::string in_force_path() const { return directory() + "/in-force"; }
     std::string coming_path() const { return directory() + "/coming"; }
 
     versions_t versions_;
     document_t owned_;
     document_t in_force_; /* the document on disk; empty: unknown */
-    document_t newest_;   /* the document of the newest version, once `add_version` has told it */
     std::string hash_;
 };
 
