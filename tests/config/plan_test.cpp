@@ -1,78 +1,70 @@
 /*
- * Plans between random documents, carried out by the library on a server model. Each command of a plan is refused once,
- * and the rollback must restore the first document. The rule table must be in sync with the model afterwards.
+ * Plans between random documents, carried out on a server model by the applier, as natctl and nat64d do. Each command
+ * of a plan is refused once, and the rollback must restore the first document. The rule table must be in sync with the
+ * model afterwards.
  */
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <map>
-#include <memory>
-#include <optional>
 #include <random>
 #include <set>
 
 #include "config/load.h"
 #include "config/notation.h"
-#include "config/plan_run.h"
-#include "fwx_host/adapter.hpp"
-#include "model/model.h"
-#include "reconcile/rule_book.h"
-#include "records/reader.h"
+#include "reconcile/applier.h"
 #include "records/value.h"
-#include "records/words.h"
 #include "tests/config/text_cases.h"
-#include "tests/support/platform_watch.h"
+#include "tests/cxx/cxx_fixture.h"
 
 namespace {
 
-/** A server model and a client of it that carries plans out as natctl does. */
-class held_server_t {
-public:
-    held_server_t() { pump(); }
-    ~held_server_t() {
-        client_.reset();
-        pump();
-        fwx_mapt_plu_cleanup();
-    }
-    held_server_t(const held_server_t &) = delete;
-    held_server_t &operator=(const held_server_t &) = delete;
+std::string text_of(const plan_command_t &command) {
+    return command_line(*command.family, command.op, command.record.bytes);
+}
 
-    /** Carries out a plan with up to `window` commands outstanding. The server refuses the tickets in `refused`. */
-    void carry_out(plan_run_t &run, size_t window, std::set<size_t> refused = {}) {
-        run_ = &run;
-        while (!run.is_over()) {
-            const size_t before = outstanding_;
-            const plan_command_t *command = before < window ? run.next() : nullptr;
-            if (command == nullptr) {
-                ASSERT_NE(before, 0U) << "nothing may be sent, and nothing is awaited";
-                pump();
-                continue;
-            }
-            if (refused.erase(run.ticket()) != 0) {
-                const plan_command_t copy = *command;
-                pump(); /* so that the fault does not hit an earlier command */
-                model_->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
-                send(copy, run.ticket());
-            } else {
-                send(*command, run.ticket());
-            }
-        }
-        EXPECT_EQ(run.next(), nullptr);
-    }
+class plan_test : public cxx_fixture_t {
+protected:
+    /** Replaces the server by one that holds the document. */
     void hold(const document_t &document) {
-        const document_t none;
-        const plan_t plan(none, document);
-        plan_run_t run(plan);
-        carry_out(run, 64);
-        EXPECT_EQ(run.refused(), plan.size()) << "all is taken";
+        client.reset();
+        fwx_mapt_plu_cleanup();
+        book_ = {};
+        restart_model();
+        bind();
+        const plan_t plan(none_, document);
+        applier_t applier(*client, book_, plan);
+        run(applier.apply());
+        ASSERT_TRUE(applier.result());
+    }
+    /** Runs a task of an applier. The server answers when nothing more is sent without its answers; returns how many
+     * times it did. It refuses the command of that index, with later ones outstanding. */
+    size_t run_in_turns(fwx::nat64::task<> task, size_t refused = SIZE_MAX) {
+        struct countdown_t {
+            fwx_nat64_model_t &model;
+            size_t left;
+            void step() {
+                if (left-- == 0) model.fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
+            }
+        } countdown = {*model, refused};
+        countdown.step();
+        model->journal_set({[](void *arg, uint32_t, const void *, size_t) { static_cast<countdown_t *>(arg)->step(); },
+                            [](void *) -> uint32_t { return 0; }, &countdown});
+        task.start();
+        pump();
+        size_t turns = 0;
+        while (!task.done() && turns < 3) {
+            ++turns;
+            model->commit();
+            pump();
+        }
+        EXPECT_TRUE(task.done());
+        model->journal_set({});
+        return turns;
     }
 
     /** The state of the server, without the indices of rules and without values that mean "absent", and the rules in
      * the rule book. */
     std::multiset<std::string> state() const {
         std::multiset<std::string> parts;
-        model_->save(
+        model->save(
             [](void *arg, uint32_t op_code, const void *payload, size_t size) {
                 const std::string bytes = part_of(op_code, {static_cast<const char *>(payload), size});
                 const std::string text = std::to_string(op_code) + " " + hex_digits(bytes.data(), bytes.size());
@@ -86,10 +78,8 @@ public:
         return parts;
     }
 
-    static std::string text_of(const plan_t &plan, size_t index) {
-        const plan_command_t command = plan.command(index);
-        return command_line(*command.family, command.op, command.record.bytes);
-    }
+    const document_t none_{};
+    rule_book_t book_;
 
 private:
     static std::string part_of(uint32_t op_code, std::string bytes) {
@@ -107,51 +97,9 @@ private:
         std::memcpy(v4.addr, rule.v4_prefix, sizeof rule.v4_prefix);
         std::memcpy(v6.addr, rule.v6_prefix, sizeof rule.v6_prefix);
         fwx_nat64_model_match_t match{};
-        return model_->lookup(&v4, &match) && match.prefix_len == rule.v4_prefix_len && model_->lookup(&v6, &match) &&
+        return model->lookup(&v4, &match) && match.prefix_len == rule.v4_prefix_len && model->lookup(&v6, &match) &&
                match.prefix_len == rule.v6_prefix_len;
     }
-
-    void pump() const { fwx_host_loop_run_until_idle(loop_); }
-
-    void send(const plan_command_t &command, size_t ticket) {
-        ++outstanding_;
-        const auto send_it = [&command](void *pal_ctx) {
-            return command.family->send(command.op, command.record.bytes, pal_ctx);
-        };
-        const auto judge = [this, ticket](const std::error_code &error) {
-            --outstanding_;
-            run_->answered(ticket, !error);
-        };
-        if (command.family->kind == family_kind_t::basic_rule) {
-            rule_change_t change{command.op, {}, {}};
-            std::memcpy(&change.rule, command.record.bytes, sizeof change.rule);
-            EXPECT_TRUE(command.op != FWX_NAT64_OP_ADD || book_.adding(change));
-            const auto [place, is_only_one] = changes_.emplace(name_of(change.rule), change);
-            EXPECT_TRUE(is_only_one) << "two commands of a rule at a time";
-            const auto answered = [this, place = place, judge](const fwx::nat64::rule_result &answer) {
-                EXPECT_EQ(book_.answered(place->second, answer).table_code, 0U);
-                changes_.erase(place);
-                judge(answer.error);
-            };
-            EXPECT_TRUE(client_->configure_rule(send_it, answered));
-            EXPECT_EQ(command.op == FWX_NAT64_OP_DEL ? book_.deleting(place->second) : 0, 0U);
-        } else if (command.family->is_rule()) {
-            EXPECT_TRUE(client_->configure_rule(
-                send_it, [judge](const fwx::nat64::rule_result &answer) { judge(answer.error); }));
-        } else {
-            EXPECT_TRUE(
-                client_->configure(send_it, [judge](const fwx::nat64::result &answer) { judge(answer.error); }));
-        }
-    }
-
-    fwx::host::loop loop_;
-    std::unique_ptr<fwx_nat64_model_t> model_ = fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME);
-    std::optional<fwx::nat64::client> client_{std::in_place, "PAL1", loop_.get(), fwx::nat64::handlers{},
-                                              fwx::host::adapter};
-    rule_book_t book_;
-    std::map<rule_name_t, rule_change_t> changes_; /* outstanding ones */
-    size_t outstanding_ = 0;
-    plan_run_t *run_ = nullptr;
 };
 
 document_t document_of_lines(const std::string &text) {
@@ -234,51 +182,40 @@ private:
     std::string text_;
 };
 
-TEST(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_the_first_again) {
-    const platform_watch_t watch;
+TEST_F(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusal_the_first_again) {
     random_documents_t documents(64);
-    for (int round = 0; round < 60 && !testing::Test::HasFailure(); ++round) {
+    for (int round = 0; round < 60 && !HasFailure(); ++round) {
         const document_t from = documents.next();
         const document_t to = documents.next();
         SCOPED_TRACE(write_lines(from) + write_lines(to));
-        std::multiset<std::string> wanted;
-        {
-            held_server_t fresh;
-            fresh.hold(to);
-            wanted = fresh.state();
-        }
-        held_server_t server;
-        server.hold(from);
-        const std::multiset<std::string> before = server.state();
+        hold(to);
+        const std::multiset<std::string> wanted = state();
+        hold(from);
+        const std::multiset<std::string> before = state();
         EXPECT_EQ(plan_t(from, from).size(), 0U);
         const plan_t plan(from, to);
         for (size_t refused = documents.below(4); refused < plan.size(); refused += 1 + documents.below(8)) {
-            SCOPED_TRACE(held_server_t::text_of(plan, refused) + " is refused");
-            plan_run_t run(plan);
-            const size_t window = 1 + documents.below(64);
-            server.carry_out(run, window, {refused});
-            EXPECT_EQ(run.refused(), refused);
-            EXPECT_FALSE(run.is_done(refused));
-            run.roll_back();
-            server.carry_out(run, window);
-            for (size_t i = 0; i < plan.size(); ++i) {
-                EXPECT_FALSE(run.is_done(i)) << "what stands of it";
-            }
-            ASSERT_EQ(server.state(), before);
+            SCOPED_TRACE(text_of(plan.command(refused)) + " is refused");
+            applier_t applier(*client, book_, plan);
+            run_in_turns(applier.apply(), refused);
+            ASSERT_TRUE(applier.result().refusal);
+            EXPECT_EQ(text_of(applier.result().refusal->command), text_of(plan.command(refused)));
+            run(applier.roll_back());
+            EXPECT_TRUE(applier.result().is_rolled_back);
+            EXPECT_EQ(applier.result().table_code, 0U);
+            ASSERT_EQ(state(), before);
         }
-        plan_run_t run(plan);
-        server.carry_out(run, 1 + documents.below(64));
-        ASSERT_EQ(run.refused(), plan.size()) << "all is taken";
-        ASSERT_EQ(server.state(), wanted);
-        run.roll_back();
-        server.carry_out(run, 8);
-        ASSERT_EQ(server.state(), before);
+        const size_t turns = (plan.delete_count() != 0 ? 1U : 0U) + (plan.delete_count() != plan.size() ? 1U : 0U);
+        applier_t applier(*client, book_, plan);
+        EXPECT_EQ(run_in_turns(applier.apply()), turns) << "all deletes are answered before anything is added";
+        ASSERT_EQ(applier.result().done, plan.size());
+        ASSERT_EQ(state(), wanted);
+        EXPECT_EQ(run_in_turns(applier.roll_back()), turns);
+        ASSERT_EQ(state(), before);
     }
-    EXPECT_EQ(watch.left(), "");
-    EXPECT_EQ(watch.faults(), "");
 }
 
-TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
+TEST_F(plan_test, commands_come_in_an_order_that_a_server_takes) {
     for (const text_case_t &each : read_text_cases(TEST_DIR "/plan_orders.txt", 3)) {
         SCOPED_TRACE(each.name);
         const document_t from = document_of_lines(each.parts[0]);
@@ -287,32 +224,26 @@ TEST(plan_test, commands_come_in_an_order_that_a_server_takes) {
         std::string commands;
         for (size_t i = 0; i < plan.size(); ++i) {
             commands += i == plan.delete_count() ? "then\n" : "";
-            commands += held_server_t::text_of(plan, i) + (plan.command(i).ends_sessions ? " ends sessions\n" : "\n");
+            commands += text_of(plan.command(i)) + (plan.command(i).ends_sessions ? " ends sessions\n" : "\n");
         }
         EXPECT_EQ(commands, each.parts[2]);
     }
 }
 
-TEST(plan_test, a_failed_undo_is_reported) {
-    const document_t none;
+TEST_F(plan_test, a_failed_undo_is_reported) {
     const document_t to =
         document_of_lines("limit add --type 1 --value 1\nservice add --type 1 --value 2\nnvi enable --ifh 3");
-    const plan_t plan(none, to);
-    std::multiset<std::string> left;
-    {
-        held_server_t server;
-        plan_run_t run(plan);
-        server.carry_out(run, 1, {2});
-        EXPECT_TRUE(run.is_done(0) && run.is_done(1));
-        run.roll_back();
-        server.carry_out(run, 1, {3 + 2 * 1});
-        EXPECT_EQ(std::vector<bool>({run.is_done(0), run.is_done(1), run.is_done(2)}),
-                  std::vector<bool>({false, true, false}));
-        left = server.state();
-    }
-    held_server_t server;
-    server.hold(document_of_lines("service add --type 1 --value 2"));
-    EXPECT_EQ(left, server.state());
+    const plan_t plan(none_, to);
+    applier_t applier(*client, book_, plan);
+    run_in_turns(applier.apply(), 2);
+    EXPECT_EQ(applier.standing().size(), 2U);
+    run_in_turns(applier.roll_back(), 0);
+    EXPECT_FALSE(applier.result().is_rolled_back);
+    ASSERT_EQ(applier.standing().size(), 1U);
+    EXPECT_EQ(text_of(applier.standing()[0]), "service add --type alg --value 2");
+    const std::multiset<std::string> left = state();
+    hold(document_of_lines("service add --type 1 --value 2"));
+    EXPECT_EQ(left, state());
 }
 
 }  // namespace
