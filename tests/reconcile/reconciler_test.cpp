@@ -2,11 +2,11 @@
 #include "reconcile/reconciler.h"
 
 #include <pthread.h>
-#include <sys/resource.h>
 
 #include "config/notation.h"
 #include "tests/cxx/cxx_fixture.h"
 #include "tests/reconcile/two_documents.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
@@ -45,11 +45,11 @@ protected:
     }
     /** Changes the server without the reconciler, as another client does. */
     void others_set_timeout(uint32_t seconds) {
-        const auto on = [](const nat64::result &) {};
-        EXPECT_TRUE(client->timeout_set(nat64::timeout{nat64::timeout_kind::icmp, nat64::seconds(seconds)}, on));
+        const nat64::timeout timeout{nat64::timeout_kind::icmp, nat64::seconds(seconds)};
+        EXPECT_TRUE(client->timeout_set(timeout, ignored));
     }
     void others_add_mapping(uint32_t id) {
-        EXPECT_TRUE(client->dmapping_add(nat64::dynamic_mapping{.id = id}, [](const nat64::result &) {}));
+        EXPECT_TRUE(client->dmapping_add(nat64::dynamic_mapping{.id = id}, ignored));
     }
     /** Expects that held() is the server's actual state. */
     void expect_held() {
@@ -158,8 +158,7 @@ TEST_F(reconciler_test, after_a_lost_server_it_is_read_again) {
 }
 
 TEST_F(reconciler_test, a_server_that_was_restarted_since_it_was_read_is_read_again) {
-    model.reset();
-    make_model();
+    restart_model();
     pump();
     const reconcile_result_t got = reconcile(read_document(before + "limit add --type sessions --value 9\n"));
     EXPECT_TRUE(got.applied);
@@ -176,13 +175,10 @@ TEST_F(reconciler_test, a_server_is_read_even_if_there_is_no_descriptor_or_no_th
         EXPECT_NE(write_lines(reconciler->held()).find("--type icmp --value " + std::to_string(seconds) + "\n"),
                   std::string::npos);
     };
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none = {3, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    expect_read(7);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-
+    {
+        const descriptor_limit_t none(3);
+        expect_read(7);
+    }
     pthread_attr_t usual;
     pthread_attr_t too_large;
     ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
@@ -195,9 +191,7 @@ TEST_F(reconciler_test, a_server_is_read_even_if_there_is_no_descriptor_or_no_th
 
 TEST_F(reconciler_test, an_entry_that_no_command_makes_is_an_error) {
     for (const uint32_t number : {FWX_NAT64_MSG_CONFIG, FWX_NAT64_MSG_MAPT_RULE, 0x7fffU}) {
-        fwx_nat64_config_entry_t entry{};
-        entry.number = static_cast<uint16_t>(number);
-        entry.op_code = 0x7fff;
+        const fwx_nat64_config_entry_t entry{static_cast<uint16_t>(number), 0x7fff, 0};
         nat64::running_configuration strange;
         const auto *bytes = reinterpret_cast<const uint8_t *>(&entry);
         strange.bytes.assign(bytes, bytes + sizeof entry);
@@ -216,8 +210,7 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
     EXPECT_EQ(rule_found_by(*model), 5U);
     EXPECT_EQ(rules.installed(), 1U);
     /* A server that was restarted has none of them. */
-    model.reset();
-    make_model();
+    restart_model();
     pump();
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
@@ -228,7 +221,7 @@ TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_the_server_has) {
 TEST_F(reconciler_test, the_rule_table_follows_the_rules_that_others_add_while_a_plan_runs) {
     nat64::basic_rule others = a_rule(9);
     others.v4 = "198.51.100.0/24";
-    reconcile(to, [&] { EXPECT_TRUE(client->mapt_bmr_add(others, [](const nat64::rule_result &) {})); });
+    reconcile(to, [&] { EXPECT_TRUE(client->mapt_bmr_add(others, ignored)); });
     EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
     EXPECT_EQ(rules.installed(), 2U);
     EXPECT_EQ(run_slow(reconciler->follow_rules()), 0U);
