@@ -57,6 +57,15 @@ protected:
         EXPECT_FALSE(run_slow(reconciler->read()));
         EXPECT_EQ(held, write_lines(reconciler->held()));
     }
+    /** Expects what has come of a plan, its commands in effect, and the changes by others. Calls expect_held(). */
+    void expect_outcome(const reconcile_result_t &got, const std::string &expected) {
+        std::string text = got.applied.refusal ? "refused, " : got.applied.is_stopped ? "stopped, " : "";
+        if (got.applied.is_rolled_back) text += "rolled back, ";
+        if (got.is_in_sync) text += "in sync, ";
+        text += std::to_string(got.standing.size()) + " in effect, " + std::to_string(got.others) + " by others";
+        EXPECT_EQ(text, expected);
+        expect_held();
+    }
 
     rule_book_t rules;
     std::optional<reconciler_t> reconciler;
@@ -67,7 +76,8 @@ protected:
 }  // namespace
 
 TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_brought) {
-    const document_t all = read_document(text_of(TEST_DIR "/everything.natctl"));
+    problems_t ignored_warnings;
+    const document_t all = load_document(text_of(TEST_DIR "/../config/every_family.natctl"), ignored_warnings);
     EXPECT_TRUE(reconcile(all).is_in_sync);
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(all));
@@ -77,32 +87,17 @@ TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_b
 TEST_F(reconciler_test, a_refused_plan_is_rolled_back) {
     others_add_mapping(3);
     pump();
-    const reconcile_result_t refused = reconcile(to);
-    ASSERT_TRUE(refused.applied.refusal);
-    EXPECT_FALSE(refused.applied.is_rolled_back) << "mapping 3 came after the server was read";
-    EXPECT_EQ(refused.others, 1U);
-    EXPECT_FALSE(refused.standing.empty());
-    expect_held();
-
+    expect_outcome(reconcile(to), "refused, 5 in effect, 1 by others"); /* mapping 3 came after the server was read */
     EXPECT_TRUE(reconcile(from).is_in_sync) << "what others have added goes too";
     model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
-    const reconcile_result_t undone = reconcile(to);
-    ASSERT_TRUE(undone.applied.refusal);
-    EXPECT_TRUE(undone.applied.is_rolled_back);
-    EXPECT_TRUE(undone.standing.empty());
-    EXPECT_FALSE(undone.is_in_sync);
+    expect_outcome(reconcile(to), "refused, rolled back, 0 in effect, 0 by others");
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(from));
-    expect_held();
 }
 
 TEST_F(reconciler_test, a_refused_plan_is_not_rolled_back_if_nobody_can_say_that_it_is_alone) {
     model->fail_next(FWX_NAT64_MODEL_ERR_VALUE, 1);
     fwx_host_fault_arm(FWX_HOST_OP_ASYNC_SEND, 3, 0); /* of the query behind the two deletes */
-    const reconcile_result_t refused = reconcile(to);
-    ASSERT_TRUE(refused.applied.refusal);
-    EXPECT_FALSE(refused.applied.is_rolled_back);
-    EXPECT_EQ(refused.standing.size(), 1U);
-    expect_held();
+    expect_outcome(reconcile(to), "refused, 1 in effect, 0 by others");
 }
 
 TEST_F(reconciler_test, items_that_others_add_while_a_plan_is_refused_are_not_deleted) {
@@ -110,23 +105,13 @@ TEST_F(reconciler_test, items_that_others_add_while_a_plan_is_refused_are_not_de
         others_add_mapping(3); /* the plan adds the same one later */
         others_set_timeout(7);
     });
-    ASSERT_TRUE(refused.applied.refusal);
-    EXPECT_EQ(refused.others, 2U);
-    EXPECT_FALSE(refused.applied.is_rolled_back);
+    expect_outcome(refused, "refused, 5 in effect, 2 by others");
     EXPECT_EQ(model->totals().dynamic_mappings, 1U);
-    expect_held();
 }
 
 TEST_F(reconciler_test, changes_of_others_are_noticed_even_if_they_do_not_matter) {
-    const reconcile_result_t harmless = reconcile(to, [this] { others_set_timeout(0); });
-    EXPECT_TRUE(harmless.is_in_sync);
-    EXPECT_EQ(harmless.others, 1U);
-    expect_held();
-    const reconcile_result_t harmful = reconcile(from, [this] { others_set_timeout(9); });
-    EXPECT_TRUE(harmful.applied);
-    EXPECT_FALSE(harmful.is_in_sync);
-    EXPECT_EQ(harmful.others, 1U);
-    expect_held();
+    expect_outcome(reconcile(to, [this] { others_set_timeout(0); }), "in sync, 0 in effect, 1 by others");
+    expect_outcome(reconcile(from, [this] { others_set_timeout(9); }), "0 in effect, 1 by others");
 }
 
 TEST_F(reconciler_test, a_stopped_plan_is_rolled_back_or_kept_and_its_commands_in_effect_are_reported) {
@@ -134,10 +119,8 @@ TEST_F(reconciler_test, a_stopped_plan_is_rolled_back_or_kept_and_its_commands_i
         SCOPED_TRACE(rolls_back);
         const reconcile_result_t stopped = reconcile(
             to, [this] { reconciler->stop(); }, rolls_back);
-        EXPECT_TRUE(stopped.applied.is_stopped);
-        EXPECT_EQ(stopped.applied.is_rolled_back, rolls_back);
-        EXPECT_EQ(stopped.standing.size(), rolls_back ? 0U : 2U);
-        expect_held();
+        expect_outcome(stopped, rolls_back ? "stopped, rolled back, 0 in effect, 0 by others"
+                                           : "stopped, 2 in effect, 0 by others");
     }
     EXPECT_TRUE(reconcile(to).is_in_sync);
 }
