@@ -1,10 +1,8 @@
 /*
  * Kills a process that keeps a journal at random moments, while its writes, syncs and renames fail at random. After
  * each kill, every acknowledged change must be in the journal, and no change only in part. The next process continues
- * with the same file.
- *
- * A change of a writer is three lines, which the writer numbers. Any other number of lines therefore shows a change
- * that is there only in part. A commit has the changes of one or more writers. usage: journal_drill KILLS [SEED]
+ * with the same file. A change of a writer is three lines, which it numbers, and a commit has the changes of one or
+ * more writers. usage: journal_drill KILLS [SEED]
  */
 #include <poll.h>
 #include <sys/mman.h>

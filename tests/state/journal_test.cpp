@@ -16,14 +16,12 @@ namespace {
 
 using fault_t = simulated_disk_t::fault_t;
 
-/** Reads a journal with `look`. */
-struct look_t {
-    explicit look_t(const std::string &path, files_t &files = files_t::system())
-        : keeper(path, files), error(keeper.look()) {}
-
-    keeper_t keeper;
-    const std::string error;
-};
+/** The lines that a reader finds, or the error as the only line. */
+lines_t lines_in(const std::string &path, files_t &files = files_t::system()) {
+    keeper_t keeper(path, files);
+    const std::string error = keeper.look();
+    return error.empty() ? keeper.lines : lines_t{error};
+}
 
 class journal_test : public testing::Test {
 protected:
@@ -105,9 +103,7 @@ TEST_F(journal_test, a_file_is_a_snapshot_and_the_groups_behind_it) {
     EXPECT_EQ(content().find("= 1"), std::string::npos) << "a start writes a snapshot";
     EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0640));
     EXPECT_EQ(keeper.add_and_commit("three"), "");
-    const look_t look(path_);
-    EXPECT_EQ(look.error, "");
-    EXPECT_EQ(look.keeper.lines, keeper.lines);
+    EXPECT_EQ(lines_in(path_), keeper.lines);
 }
 
 TEST_F(journal_test, a_file_that_is_no_journal_is_refused_and_left_as_it_is) {
@@ -148,7 +144,6 @@ TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_a
     using std::filesystem::create_symlink;
     const std::pair<const char *, std::function<void()>> cases[] = {
         {"not a regular file", [&] { create_symlink(target, path_); }},
-        {"not a regular file", [&] { create_symlink(directory_.path(), path_); }},
         {"not a regular file", [&] { create_symlink(directory_.path() + "/dangling", path_); }},
         {"not a regular file", [&] { ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0); }},
         {"not a regular file", [&] { std::filesystem::create_directory(path_); }},
@@ -159,7 +154,7 @@ TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_a
     for (const auto &[reason, make] : cases) {
         make();
         EXPECT_EQ(opened(path_), path_ + ": " + reason);
-        EXPECT_EQ(look_t(path_).error, path_ + ": " + reason);
+        EXPECT_EQ(lines_in(path_), lines_t{path_ + ": " + reason});
         EXPECT_EQ(opened(path_ + "/"), path_ + "/: not a regular file");
         EXPECT_EQ(text_of(target), good);
         std::filesystem::remove_all(path_);
@@ -225,12 +220,12 @@ TEST_F(journal_test, a_torn_file_on_a_full_disk_is_read_and_saves_again_as_soon_
                 EXPECT_EQ(keeper.add_and_commit(line), "a.new: No space left on device");
                 EXPECT_EQ(disk.content("a"), torn);
             }
-            EXPECT_EQ(look_t("a", disk).keeper.lines, lines_t{"a"});
+            EXPECT_EQ(lines_in("a", disk), lines_t{"a"});
             disk.has_room = true;
             EXPECT_EQ(keeper.add_and_commit("e"), "");
             EXPECT_EQ(keeper.journal().error(), "");
         }
-        EXPECT_EQ(look_t("a", disk).keeper.lines, (lines_t{"a", "c", "d", "e"}));
+        EXPECT_EQ(lines_in("a", disk), (lines_t{"a", "c", "d", "e"}));
         ASSERT_EQ(disk.has("a.damaged"), has_room_for_copy);
         EXPECT_EQ(has_room_for_copy ? disk.content("a.damaged") : torn, torn);
     }
@@ -247,7 +242,6 @@ TEST_F(journal_test, a_pause_after_a_failed_snapshot_acknowledges_nothing) {
     EXPECT_EQ(keeper.add_and_commit("2"), "") << "a slow snapshot makes it good";
     next_sync_fails();
     EXPECT_EQ(keeper.add_and_commit("3"), error) << "right after a snapshot that was slow";
-    const size_t acknowledged = 2;
     disk_.has_room = false;
     const std::string full = "a.new: No space left on device";
     EXPECT_EQ(keeper.add_and_commit("4"), full) << "the snapshot is tried at once";
@@ -260,10 +254,10 @@ TEST_F(journal_test, a_pause_after_a_failed_snapshot_acknowledges_nothing) {
         fwx_host_clock_turn(55);
     }
     EXPECT_EQ(disk_.operations(), operations) << "nothing is tried in the pause";
-    EXPECT_EQ(look_t("a", disk_).keeper.lines.size(), acknowledged + 1) << "the last write of the file was not synced";
+    EXPECT_EQ(lines_in("a", disk_), (lines_t{"1", "2", "3"})) << "the last write of the file was not synced";
     fwx_host_clock_turn(5);
     EXPECT_EQ(keeper.commit(), "");
-    EXPECT_EQ(look_t("a", disk_).keeper.lines, keeper.lines);
+    EXPECT_EQ(lines_in("a", disk_), keeper.lines);
 }
 
 TEST_F(journal_test, a_file_stays_within_twice_its_snapshot) {
@@ -283,9 +277,8 @@ TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says
     {
         keeper_t keeper("a", disk_);
         ASSERT_EQ(keeper.open(), "");
-        for (const char *line : {"a", "b"}) {
-            ASSERT_EQ(keeper.add_and_commit(line), "");
-        }
+        ASSERT_EQ(keeper.add_and_commit("a"), "");
+        ASSERT_EQ(keeper.add_and_commit("b"), "");
         EXPECT_EQ(keeper.journal().warning(), "");
     }
     const std::string before = disk_.content("a");
@@ -312,7 +305,7 @@ TEST_F(journal_test, without_room_for_a_snapshot_it_goes_on_with_groups_and_says
         EXPECT_EQ(keeper.journal().error(), "a: Input/output error");
         EXPECT_EQ(keeper.journal().warning(), "") << "nothing is saved by groups either";
     }
-    EXPECT_EQ(look_t("a", disk_).keeper.lines, (lines_t{"a", "b", "c", "d"}));
+    EXPECT_EQ(lines_in("a", disk_), (lines_t{"a", "b", "c", "d"}));
 }
 
 }  // namespace
