@@ -2,7 +2,8 @@
  * answers. */
 #include <sys/stat.h>
 
-#include "fwx_host/user_socket.h"
+#include <tuple>
+
 #include "tests/nat64d/daemon_fixture.h"
 #include "tests/tools/server_process.h"
 
@@ -12,6 +13,34 @@ class control_test : public daemon_fixture_t {
 protected:
     bool comes_up(const daemon_process_t &daemon) const {
         return eventually([&] { return daemon.port() != 0 && !daemon_process_t::status().is_null(); });
+    }
+    /** Listens in the place of nat64d, to one client at a time. */
+    int listen_in_its_place() const {
+        std::filesystem::create_directory(sockets());
+        std::filesystem::permissions(sockets(), std::filesystem::perms::owner_all);
+        const sockaddr_un address = unix_address(daemon_socket_path("alpha"));
+        unlink(address.sun_path);
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd, 0), 0);
+        return fd;
+    }
+    /** Starts a process that gives all clients that answer, and ends a connection when the client does or after that
+     * time. */
+    void forge(child_t &forger, const std::string &answer, int waits_ms = 0) const {
+        const int listener = listen_in_its_place();
+        ASSERT_TRUE(forger.start([&](int ready) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            static_cast<void>(::write(ready, "", 1));
+            while (true) {
+                const int fd = accept(listener, nullptr, nullptr);
+                send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+                pollfd closed = {fd, POLLRDHUP, 0};
+                poll(&closed, 1, waits_ms);
+                shutdown(fd, SHUT_WR);
+            }
+        }));
+        close(listener);
     }
 };
 
@@ -91,55 +120,15 @@ TEST_F(control_test, a_log_that_is_not_read_holds_nobody_up) {
     }
     EXPECT_FALSE(daemon_process_t::status().is_null());
     std::string seen(size_t{1} << 20, '\0');
-    seen.resize(static_cast<size_t>(read(reader, seen.data(), seen.size())));
-    EXPECT_LE(seen.size(), 4096U);
+    EXPECT_LE(read(reader, seen.data(), seen.size()), 4096);
     EXPECT_EQ(daemon.end(SIGTERM), 0);
-    seen.resize(size_t{1} << 20);
     seen.resize(static_cast<size_t>(read(reader, seen.data(), seen.size())));
     EXPECT_NE(seen.find("event=lines_left_out lines="), std::string::npos) << seen;
     close(reader);
 }
 
-/** A process that answers clients of nat64d's socket with a text, and then closes the connection. */
-class forger_t : public child_t {
-public:
-    /** @param waits_ms time for which the client may close the connection first */
-    explicit forger_t(const std::string &answer, int waits_ms = 0) : answer_(answer), waits_ms_(waits_ms) {
-        is_up_ = start([this](int ready) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            fwx_host_loop_t *loop = fwx_host_loop_create();
-            fwx_host_user_listener_t *listener = nullptr;
-            if (fwx_host_user_listen(".nat64d.alpha", loop, take, this, &listener) != 0) return;
-            static_cast<void>(write(ready, "", 1));
-            while (true) {
-                fwx_host_loop_run_once(loop, -1);
-            }
-        });
-    }
-
-    bool is_up() const { return is_up_; }
-
-private:
-    static void take(void *self, int fd) {
-        const auto &forger = *static_cast<forger_t *>(self);
-        fcntl(fd, F_SETFL, 0); /* blocks until the whole is read, or the reader has gone */
-        send(fd, forger.answer_.data(), forger.answer_.size(), MSG_NOSIGNAL);
-        pollfd closed = {fd, POLLRDHUP, 0};
-        poll(&closed, 1, forger.waits_ms_);
-        shutdown(fd, SHUT_WR);
-    }
-
-    std::string answer_;
-    int waits_ms_;
-    bool is_up_ = false;
-};
-
 TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
-    const struct {
-        std::string answer;
-        int status;
-        const char *said;
-    } cases[] = {
+    const std::tuple<std::string, int, const char *> cases[] = {
         {"{\"error\":1}\n", 3, "is not one of nat64d"},
         {"{\"error\":null}\n", 3, "is not one of nat64d"},
         {"{\"error\":\"in \\u001b[31mred\\nand more\"}\n", 1, "in  [31mred and more"},
@@ -154,35 +143,31 @@ TEST_F(control_test, an_answer_that_no_nat64d_gives_is_an_error_that_says_so) {
         {"", 3, "the connection was closed without a complete answer"},
         {std::string((size_t{1} << 20) + 1, 'x'), 3, "the answer is longer than 1048576 bytes"},
     };
-    for (const auto &tried : cases) {
-        const forger_t forger(tried.answer);
-        ASSERT_TRUE(forger.is_up());
+    for (const auto &[answer, status, said] : cases) {
+        child_t forger;
+        forge(forger, answer);
         for (const char *verb : {"status", "replay"}) {
-            SCOPED_TRACE(tried.answer.substr(0, 60) + verb);
+            SCOPED_TRACE(answer.substr(0, 60) + verb);
             const run_t asked = run(std::string("--connect alpha daemon ") + verb);
-            EXPECT_EQ(asked.status, tried.status);
-            EXPECT_NE(asked.notes.find(tried.said), std::string::npos) << asked.notes;
+            EXPECT_EQ(asked.status, status);
+            EXPECT_NE(asked.notes.find(said), std::string::npos) << asked.notes;
         }
     }
-    const forger_t slow("{\"in_step\":true", 60000);
+    child_t slow;
+    forge(slow, "{\"in_step\":true", 60000);
     const run_t asked = run("--connect alpha --timeout 50 daemon status");
     EXPECT_NE(asked.notes.find("no answer within 50 ms"), std::string::npos)
         << "the deadline is of the whole: " << asked.notes;
 }
 
 TEST_F(control_test, a_nat64d_that_takes_no_client_is_waited_for_as_long_as_the_user_wants) {
-    std::filesystem::create_directory(sockets());
-    std::filesystem::permissions(sockets(), std::filesystem::perms::owner_all);
-    const sockaddr_un address = unix_address(daemon_socket_path("alpha"));
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(fd, 0), 0);
+    const int listener = listen_in_its_place();
     const int first = daemon_process_t::visit("alpha");
     const run_t asked = run("--connect alpha --timeout 50 daemon status");
     EXPECT_EQ(asked.status, 3);
     EXPECT_NE(asked.notes.find("takes no client within 50 ms"), std::string::npos) << asked.notes;
     close(first);
-    close(fd);
+    close(listener);
 }
 
 }  // namespace

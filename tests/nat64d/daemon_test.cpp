@@ -230,13 +230,6 @@ TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too)
     EXPECT_EQ(data_of("stats pools").size(), count + foreign);
     EXPECT_EQ(daemon_process_t::status().at("foreign").size(), 10U);
     EXPECT_TRUE(has(command("config log").answers, "as it was found"));
-    daemon_->end(SIGKILL);
-    /* As if nat64d had been killed while it added the first of them. */
-    replace_file(folder() + "/natctl/alpha/coming",
-                 "# nat64 configuration version 1\npool add --id 900 --param 1 --start 192.0.2.0 --end 192.0.2.0\n");
-    start_daemon();
-    expect_status({{"in_step", true}});
-    EXPECT_EQ(data_of("stats pools").size(), count + foreign - 1);
     EXPECT_FALSE(std::filesystem::exists(folder() + "/natctl/alpha/coming"));
 }
 

@@ -88,8 +88,7 @@ int drill(uint64_t kills, uint32_t count) {
     };
     std::string boot_id;
     for (uint64_t kill = 0; kill <= kills; ++kill) {
-        const bool keeps_state =
-            kill / 2 % 2 == 1; /* two of four, so that the second one starts with the state of the first */
+        const bool keeps_state = kill / 2 % 2 == 1; /* two of four: the second starts with the state of the first */
         server_process_t server(keeps_state ? directory.path() + "/alpha.state" : "");
         const double absence = wait_for("found", longest_absence_s, [&](const json_t &status) {
             return status.is_object() && status["server_up"] == true && status["boot_id"] != boot_id;
