@@ -1,4 +1,6 @@
 /* `natctl fleet` with a real store. The test plays the gateways by writing their status. */
+#include <tuple>
+
 #include "config/load.h"
 #include "config/notation.h"
 #include "fleet/gateway_state.h"
@@ -51,13 +53,7 @@ protected:
 };
 
 TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely_on) {
-    struct case_t {
-        std::string command;
-        int status;
-        std::string answer;
-        std::string notes;
-    };
-    const case_t cases[] = {
+    const std::tuple<std::string, int, std::string, std::string> cases[] = {
         {"status", 0, "none\n", "natctl: nothing has been pushed yet\n"},
         {"history", 0, "none\n", ""},
         {"rollback", 1, "", "natctl: fleet rollback: there is no version before the one in force\n"},
@@ -73,19 +69,19 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
          "natctl: no gateway fra2 has been seen\nnatctl: no gateway fra1 has been seen\n"},
         {"push --percent 10 " + second_, 0, "fleet push: ok, version 3 for 10 % of the gateways, 0 of 2 chunks put\n",
          ""},
-        {"rollback 1", 0, "fleet rollback: ok, version 4, 0 of 1 chunk put\n", ""},
+        {"rollback", 0, "fleet rollback: ok, version 4, 0 of 1 chunk put, back to version 1, the one before\n", ""},
         {"rollback 9", 1, "", "natctl: fleet rollback: version 9 is not in the history, see fleet history\n"},
         {"rollback", 1, "",
          "natctl: fleet rollback: there is no version before the one in force (version 3 is for 10 % of the gateways, "
          "version 2 is for gateways fra1, fra2, version 1 has the same document)\n"},
         {"push " + second_, 0, "fleet push: ok, version 5, 0 of 2 chunks put\n", ""},
-        {"rollback", 0, "fleet rollback: ok, version 6, 0 of 1 chunk put, back to version 4, the one before\n", ""},
+        {"rollback 1", 0, "fleet rollback: ok, version 6, 0 of 1 chunk put\n", ""},
     };
-    for (const case_t &each : cases) {
-        const run_t got = run("fleet " + each.command);
-        EXPECT_EQ(got.status, each.status) << each.command;
-        EXPECT_EQ(got.answers, each.answer) << each.command;
-        EXPECT_EQ(got.notes, each.notes) << each.command;
+    for (const auto &[command, status, answer, notes] : cases) {
+        const run_t got = run("fleet " + command);
+        EXPECT_EQ(got.status, status) << command;
+        EXPECT_EQ(got.answers, answer) << command;
+        EXPECT_EQ(got.notes, notes) << command;
     }
     const json_t rows = json("history").at("data");
     ASSERT_EQ(rows.size(), 6U);
@@ -93,27 +89,29 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
     EXPECT_EQ(rows[3].at("note"), "rollback to 1");
     EXPECT_TRUE(rows[5].at("in_force") == true && rows[1].at("in_force") == false);
     EXPECT_EQ(json("push " + second_).at("data").at("document"), hash_of(pool_and_timeout));
+    ASSERT_TRUE(process_.put("p/history/0000000006", "{"));
     const json_t back = json("rollback").at("data");
-    EXPECT_EQ(back.at("back_to"), 6);
-    EXPECT_EQ(back.at("skipped").size(), 0U);
+    EXPECT_EQ(back.at("back_to"), 4);
+    EXPECT_EQ(back.at("skipped").dump(), R"(["version 6 cannot be read","version 5 has the same document"])");
 
     ASSERT_TRUE(process_.put("p/chunks/" + hash_of(one_pool), "damaged"));
     EXPECT_EQ(run("fleet push --check " + first_).answers, "fleet push: ok, 1 of 1 chunk to put\n");
     EXPECT_EQ(run("fleet push " + first_).answers,
               "fleet push: ok, nothing to change, version 8 says it, 1 of 1 chunk put anew\n");
+    EXPECT_EQ(run("fleet push " + first_).answers, "fleet push: ok, nothing to change, version 8 says it\n");
     ASSERT_TRUE(process_.put("p/manifest", "not JSON"));
     EXPECT_EQ(json("history").at("data").size(), 8U) << "and a version to go back to can be found";
+    EXPECT_EQ(run("fleet push --to fra1 " + second_).notes,
+              "natctl: fleet push: the manifest in force cannot be read: the next document is for all gateways\n");
+    EXPECT_EQ(run("fleet push " + first_).answers, "fleet push: ok, version 9, 0 of 1 chunk put\n");
+    ASSERT_TRUE(process_.put("p/manifest", "{\"format\":1}"));
+    EXPECT_EQ(run("fleet rollback 8").answers, "fleet rollback: ok, version 10, 0 of 1 chunk put\n");
 }
 
 TEST_F(natctl_fleet_test, errors_are_reported_before_anything_is_written) {
     const std::string wrong = file("wrong", "pool add --id 1 --param 1 --start x --end 192.0.2.1\n");
-    struct case_t {
-        std::string command;
-        int status;
-        std::string note; /* end of the message */
-    };
     const std::string lost = " --store etcd://" + nowhere() + "/p ";
-    const case_t cases[] = {
+    const std::tuple<std::string, int, std::string> cases[] = {
         {"push " + wrong, 2, "fleet push: " + wrong + ": 1 error\n"},
         {"push " + first_ + "x", 2, first_ + "x: No such file or directory\n"},
         {"push --to a/b " + first_, 2, "--to a/b: must be 1 to 64 letters, digits, '.', '_' and '-'\n"},
@@ -125,11 +123,11 @@ TEST_F(natctl_fleet_test, errors_are_reported_before_anything_is_written) {
         {"status" + lost, 4, ""},
         {"status --wait 5s", 2, "not expected here, see --help\n"},
     };
-    for (const case_t &each : cases) {
-        const run_t got = run("fleet " + each.command);
-        EXPECT_EQ(got.status, each.status) << each.command << got.notes;
+    for (const auto &[command, status, end] : cases) {
+        const run_t got = run("fleet " + command);
+        EXPECT_EQ(got.status, status) << command << got.notes;
         EXPECT_EQ(got.answers, "");
-        EXPECT_TRUE(got.notes.ends_with(each.note)) << got.notes;
+        EXPECT_TRUE(got.notes.ends_with(end)) << command << got.notes;
     }
     const std::pair<const char *, const char *> variables[] = {
         {"NATCTL_STORE_CA", "--ca: none: No such file or directory"},
@@ -181,16 +179,25 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
     EXPECT_EQ(refused.at("error"), "refused by ham1: refused version 3: pool 7 is there");
     EXPECT_EQ(refused.at("data").at("gateways").at("in_step"), 1);
 
+    gateway_state_t lost = holding("lon1", 2, pool_and_timeout);
+    lost.is_in_step = false;
+    lost.reason = "no server";
+    say(lost);
+    say({"par1", "alpha", 0, "", 0, false, "", time_text(), 0, "", "", time_text()});
+    ASSERT_TRUE(process_.put("p/gateways/rom1/state", "{}"));
+    ASSERT_TRUE(process_.put("\"p/gateways/a b/state\"", "{}"));
     const json_t rows = json("status").at("data");
     std::string shown;
     for (const json_t &row : rows) {
-        EXPECT_TRUE(row.at("age_s").is_number());
+        EXPECT_EQ(row.at("age_s").is_number(), row.at("gateway") != "rom1");
         for (const char *member : {"gateway", "alive", "version", "in_step", "reason"}) {
             shown += row.at(member).dump() + ' ';
         }
     }
     EXPECT_EQ(shown, R"("ber1" false 2 false "gone" "fra1" true 2 true "" )"
-                     R"("ham1" true 1 false "refused version 3: pool 7 is there" )");
+                     R"("ham1" true 1 false "refused version 3: pool 7 is there" "lon1" true 2 false "no server" )"
+                     R"("par1" true 0 false "holds nothing" )"
+                     R"("rom1" true 0 false "its status cannot be read: gateway: must be a text of 0 to 320 bytes" )");
 }
 
 TEST_F(natctl_fleet_test, a_push_is_told_as_done_when_its_gateways_cannot_be_looked_at) {

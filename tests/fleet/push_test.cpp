@@ -1,9 +1,9 @@
 /* Pushing documents into a store, reading them, rollbacks, the lock and the garbage collection. */
 #include <set>
+#include <tuple>
 
 #include "fleet/base64.h"
 #include "fleet/document_store.h"
-#include "fleet/fleet_view.h"
 #include "fleet/pusher.h"
 #include "tests/fleet/scripted_server.h"
 #include "tests/nat64d/documents.h"
@@ -132,20 +132,16 @@ TEST_F(etcd_test, a_lock_whose_taking_fails_or_has_no_answer_is_not_held_and_its
     const json_t theirs = {{"holder", "bob@ops2"}, {"process", 7}, {"since", "noon"}};
     const json_t entry = {{"key", to_base64("p/lock")}, {"value", to_base64(theirs.dump())}};
     const json_t range = {{"kvs", json_t::array({entry})}};
-    struct case_t {
-        std::vector<scripted_server_t::answers_t> connections;
-        kind_t error;
-        std::string holder;
-    };
-    for (const case_t &each :
-         {case_t{{{lease, ""}, {""}, {ok(range.dump()), done}}, kind_t::none, "bob@ops2 (process 7) since noon"},
-          {{{lease, ""}, {""}, {ok("{}"), done}}, kind_t::no_answer, "somebody else"},
-          {{{failure(400, 3, "no lease"), done, done, done}}, kind_t::other, ""}}) {
-        scripted_store_t store(loop_, each.connections);
+    const std::tuple<std::vector<scripted_server_t::answers_t>, kind_t, std::string> cases[] = {
+        {{{lease, ""}, {""}, {ok(range.dump()), done}}, kind_t::none, "bob@ops2 (process 7) since noon"},
+        {{{lease, ""}, {""}, {ok("{}"), done}}, kind_t::no_answer, "somebody else"},
+        {{{failure(400, 3, "no lease"), done, done, done}}, kind_t::other, ""}};
+    for (const auto &[connections, kind, holder] : cases) {
+        scripted_store_t store(loop_, connections);
         fleet_lock_t lock(loop_, store.etcd, fleet_keys_t("p"));
         const etcd_error_t error = run(lock.take("ann@ops1"));
-        EXPECT_EQ(error.kind, each.error) << error.text;
-        EXPECT_EQ(lock.holder(), each.holder);
+        EXPECT_EQ(error.kind, kind) << error.text;
+        EXPECT_EQ(lock.holder(), holder);
         EXPECT_FALSE(lock.is_held());
     }
 }
@@ -231,8 +227,6 @@ TEST_F(push_test, collection_leaves_the_chunks_of_the_last_ten_versions) {
     const push_result_t back = run(pusher_.roll_back(4));
     EXPECT_TRUE(back.is_changed) << back.error.text << back.refused;
     EXPECT_EQ(in_force(), "14 rollback to 4: " + document_text(200, 4));
-    ASSERT_TRUE(run(pusher_.roll_back({})).is_changed);
-    EXPECT_EQ(manifest().document.note, "rollback to 13");
 
     /* Nothing is deleted if an entry cannot be read, because it may name any chunk. */
     run(etcd_.txn(put(keys_.history(14), "{")));
@@ -241,29 +235,6 @@ TEST_F(push_test, collection_leaves_the_chunks_of_the_last_ten_versions) {
     EXPECT_TRUE(next.is_changed);
     EXPECT_EQ(next.uncollected.rfind("p/history/0000000014: ", 0), 0U) << next.uncollected;
     EXPECT_EQ(names(keys_.chunks()).size(), chunks.size() + 1);
-}
-
-TEST_F(push_test, a_rollback_without_a_number_chooses_another_document_that_was_for_all) {
-    const auto back = [&] {
-        const push_result_t result = run(pusher_.roll_back({}));
-        std::string text = std::to_string(result.back_to) + ':' + result.refused + result.error.text;
-        for (const std::string &skipped : result.skipped) {
-            text += ' ' + skipped + ';';
-        }
-        return text;
-    };
-    const stage_t canary = {{"fra1"}, 0};
-    ASSERT_TRUE(push("pool 1\n").is_changed);
-    EXPECT_EQ(back(), "0:there is no version before the one in force");
-    ASSERT_TRUE(push("pool 2\n").is_changed);
-    ASSERT_TRUE(push("pool 3\n", canary).is_changed);
-    EXPECT_EQ(back(), "2:") << "what the others hold";
-    EXPECT_EQ(in_force(), "4 rollback to 2: pool 2\n");
-    EXPECT_EQ(back(), "1: version 3 is for gateways fra1; version 2 has the same document;");
-    EXPECT_EQ(in_force(), "5 rollback to 1: pool 1\n");
-    ASSERT_TRUE(push("pool 1\n", canary).is_changed);
-    run(etcd_.txn(put(keys_.history(4), "{")));
-    EXPECT_EQ(back(), "2: version 5 has the same document; version 4 cannot be read; version 3 is for gateways fra1;");
 }
 
 TEST_F(push_test, a_rollback_that_cannot_read_the_history_chooses_nothing) {
@@ -285,7 +256,6 @@ TEST_F(push_test, a_rollback_that_cannot_read_the_history_chooses_nothing) {
 
 TEST_F(push_test, a_stage_leaves_the_document_of_the_other_gateways) {
     const stage_t to_two = {{"fra2", "fra1", "fra2"}, 0};
-    EXPECT_EQ(push("pool 1\n", to_two).refused, "nothing has been pushed yet: the first document is for all gateways");
     ASSERT_TRUE(push("pool 1\n").is_changed);
     ASSERT_TRUE(push("pool 2\n", to_two).is_changed);
     EXPECT_FALSE(push("pool 2\n", stage_t{{"fra1", "fra2"}, 0}).is_changed);
@@ -354,32 +324,6 @@ TEST_F(push_test, damaged_data_in_the_store_is_reported_and_stays) {
     EXPECT_EQ(names(keys_.chunks()).size(), 1U);
 }
 
-TEST_F(push_test, damaged_data_is_replaced_by_the_next_push) {
-    ASSERT_TRUE(push("pool 1\n").is_changed);
-    const fleet_document_t document = manifest().document;
-    run(etcd_.txn(put(keys_.chunk(document.chunks[0].hash), "pool 2\n")));
-    const push_result_t again = push("pool 1\n");
-    EXPECT_FALSE(again.is_changed) << "its manifest is in force";
-    EXPECT_EQ(again.chunks_put, 1U);
-    EXPECT_EQ(text_of_document(document), "pool 1\n");
-    EXPECT_EQ(push("pool 1\n").chunks_put, 0U);
-
-    struct case_t {
-        std::string manifest;
-        bool is_back; /* the manifest is replaced by a rollback instead of a push */
-    };
-    for (const case_t &each : {case_t{"not JSON", false}, {"{\"format\":1}", false}, {"", true}}) {
-        run(etcd_.txn(put(keys_.manifest(), each.manifest)));
-        EXPECT_EQ(push("pool 3\n", stage_t{{"fra1"}, 0}).refused,
-                  "the manifest in force cannot be read: the next document is for all gateways");
-        const uint64_t last = names(keys_.history()).size();
-        const push_result_t next = each.is_back ? run(pusher_.roll_back({})) : push("pool 1\n");
-        EXPECT_TRUE(next.is_changed) << next.error.text << next.refused;
-        EXPECT_EQ(manifest().document.version, last + 1);
-        EXPECT_EQ(text_of_document(manifest().document), "pool 1\n");
-    }
-}
-
 TEST_F(push_test, a_store_that_is_full_keeps_what_it_has) {
     etcd_process_t small({"--quota-backend-bytes", "400000"});
     ASSERT_TRUE(small.is_up()) << small.log();
@@ -397,37 +341,6 @@ TEST_F(push_test, a_store_that_is_full_keeps_what_it_has) {
     const auto read = run(read_manifest(etcd, keys_));
     ASSERT_TRUE(read.value.manifest) << read.error.text;
     EXPECT_EQ(run(read_document(etcd, keys_, read.value.manifest->document)).value, "pool 1\n");
-}
-
-TEST_F(push_test, gateways_are_seen_alive_or_gone) {
-    ASSERT_TRUE(push("pool 1\n").is_changed);
-    const fleet_document_t document = manifest().document;
-    gateway_state_t state = {"fra1", "alpha", 1, document.hash, 1, true, "", "t", 0, "", "", "t"};
-    const auto say = [&](const std::string &name, bool is_alive = true) {
-        state.gateway = name;
-        if (is_alive) run(etcd_.txn(put(keys_.gateway_state(name), write_gateway_state(state))));
-        run(etcd_.txn(put(keys_.gateway_seen(name), write_gateway_state(state))));
-    };
-    say("fra1");
-    say("fra1-b", false);
-    state.is_in_step = false;
-    state.reason = "no server";
-    say("ber1");
-    state = {"", "alpha", 0, "", 0, false, "", "t", 0, "", "", "t"};
-    say("ham1");
-    run(etcd_.txn(put(keys_.gateway_state("ulm1"), "{}")));
-    run(etcd_.txn(put(keys_.gateways() + "a b/state", "{}")));
-    const auto view = run(read_gateways(etcd_, keys_));
-    std::string text;
-    for (const gateway_view_t &gateway : view.value) {
-        text += gateway.name + ": " + lag_text(gateway, document) + '\n';
-    }
-    EXPECT_EQ(text,
-              "ber1: no server\nfra1: \nfra1-b: gone\nham1: holds nothing\n"
-              "ulm1: its status cannot be read: gateway: must be a text of 0 to 320 bytes\n");
-    EXPECT_EQ(view.value[2].state.version, 1U) << "what it held when it was seen";
-    process_.end(SIGKILL);
-    EXPECT_EQ(run(read_gateways(etcd_, keys_)).error.kind, kind_t::unreachable) << "which is not a fleet without any";
 }
 
 }  // namespace
