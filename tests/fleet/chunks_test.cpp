@@ -26,15 +26,15 @@ std::string document(uint32_t rules) {
 
 /** The number of chunks of a text that another text does not have. */
 size_t new_chunks(std::string_view before, std::string_view after) {
-    std::set<std::string> old;
-    for (const std::string_view piece : cut_chunks(before)) {
-        old.insert(name_chunk(piece).hash);
-    }
     std::set<std::string> names;
-    for (const std::string_view piece : cut_chunks(after)) {
-        if (!old.contains(name_chunk(piece).hash)) names.insert(name_chunk(piece).hash);
+    for (const std::string_view piece : cut_chunks(before)) {
+        names.insert(name_chunk(piece).hash);
     }
-    return names.size();
+    const size_t count = names.size();
+    for (const std::string_view piece : cut_chunks(after)) {
+        names.insert(name_chunk(piece).hash);
+    }
+    return names.size() - count;
 }
 
 TEST(chunks, are_the_text_in_pieces_of_a_good_size) {

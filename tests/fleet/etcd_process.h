@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <sstream>
 
 #include "tests/nat64d/program.h"
 #include "tests/support/child.h"
@@ -111,22 +113,11 @@ private:
         dup2(log, STDERR_FILENO);
         const std::string clients = "http://" + place();
         const std::string peers = "http://" + host_ + ':' + std::to_string(peer_port_);
-        std::vector<std::string> words = {ETCD_PATH,
-                                          "--data-dir",
-                                          folder_ + "/data",
-                                          "--logger",
-                                          "zap",
-                                          "--listen-client-urls",
-                                          clients,
-                                          "--advertise-client-urls",
-                                          clients,
-                                          "--listen-peer-urls",
-                                          peers,
-                                          "--initial-advertise-peer-urls",
-                                          peers,
-                                          "--initial-cluster",
-                                          "default=" + peers,
-                                          "--unsafe-no-fsync"};
+        std::istringstream options(ETCD_PATH " --logger zap --unsafe-no-fsync --data-dir " + folder_ + "/data" +
+                                   " --listen-client-urls " + clients + " --advertise-client-urls " + clients +
+                                   " --listen-peer-urls " + peers + " --initial-advertise-peer-urls " + peers +
+                                   " --initial-cluster default=" + peers);
+        std::vector<std::string> words(std::istream_iterator<std::string>(options), {});
         words.insert(words.end(), more_.begin(), more_.end());
         become(std::move(words));
     }

@@ -1,4 +1,6 @@
 /* The client of etcd, with a real etcd and with scripted servers that answer wrongly or not at all. */
+#include <tuple>
+
 #include "fleet/base64.h"
 #include "tests/fleet/scripted_server.h"
 #include "tests/support/descriptor_limit.h"
@@ -64,14 +66,12 @@ TEST_F(etcd_test, a_list_without_end_is_given_up_and_its_bound_named) {
         pages.push_back(ok(R"({"header":{"revision":"2"},"more":true,"kvs":[{"key":")" +
                            to_base64("p/" + std::to_string(i)) + R"(","value":"eA=="}]})"));
     }
-    struct case_t {
-        etcd_options_t options;
-        std::string error;
-    };
-    for (const case_t &each : {case_t{{.most_entries = 3}, "more than 3 keys begin with p/"},
-                               {{.most_list_bytes = 300}, "the keys that begin with p/ take more than 300 bytes"}}) {
-        scripted_store_t store(loop_, {pages}, each.options);
-        EXPECT_EQ(run(store.etcd.list("p/", true)).error.text, store.error(each.error));
+    const std::pair<etcd_options_t, std::string> cases[] = {
+        {{.most_entries = 3}, "more than 3 keys begin with p/"},
+        {{.most_list_bytes = 300}, "the keys that begin with p/ take more than 300 bytes"}};
+    for (const auto &[options, error] : cases) {
+        scripted_store_t store(loop_, {pages}, options);
+        EXPECT_EQ(run(store.etcd.list("p/", true)).error.text, store.error(error));
     }
 }
 
@@ -79,19 +79,19 @@ TEST_F(etcd_test, keys_that_were_not_asked_for_are_refused) {
     const std::string wrong = "not an answer of etcd: ";
     const std::string of_key = "kvs: must have no key but p/a";
     const std::string of_order = "kvs: keys must be in ascending order";
-    struct case_t {
-        std::vector<std::string> keys; /* in the answer to a request for `p/a`, or for the keys that begin with it */
-        std::string of_get;
-        std::string of_list;
+    const std::string of_prefix = "kvs: each key must begin with p/a";
+    /* The keys in the answer to a request for `p/a`, or for the keys that begin with it. */
+    const std::tuple<std::vector<std::string>, std::string, std::string> cases[] = {
+        {{"p/a"}, "", ""}, /* correct for both */
+        {{"p/a", "p/ab"}, of_key, ""},
+        {{"p/b"}, of_key, of_prefix},
+        {{"p"}, of_key, of_prefix},
+        {{"p/ab", "p/a"}, of_key, of_order},
+        {{"p/a", "p/a"}, of_key, of_order},
     };
-    for (const case_t &each : {case_t{{"p/a"}, "", ""},
-                               {{"p/a", "p/ab"}, of_key, ""},
-                               {{"p/b"}, of_key, "kvs: each key must begin with p/a"},
-                               {{"p"}, of_key, "kvs: each key must begin with p/a"},
-                               {{"p/ab", "p/a"}, of_key, of_order},
-                               {{"p/a", "p/a"}, of_key, of_order}}) {
+    for (const auto &[keys, of_get, of_list] : cases) {
         json_t entries = json_t::array();
-        for (const std::string &key : each.keys) {
+        for (const std::string &key : keys) {
             entries.push_back({{"key", to_base64(key)}});
         }
         const json_t range = {{"kvs", entries}};
@@ -99,12 +99,12 @@ TEST_F(etcd_test, keys_that_were_not_asked_for_are_refused) {
         const std::string one = ok(range.dump());
         scripted_store_t store(loop_, {{one, one, ok(ranges.dump()), one}});
         const auto text = [&](const std::string &fault) { return fault.empty() ? "" : store.error(wrong + fault); };
-        EXPECT_EQ(run(store.etcd.get("p/a")).error.text, text(each.of_get));
-        EXPECT_EQ(run(store.etcd.mod_revision_of("p/a")).error.text, text(each.of_get));
-        EXPECT_EQ(run(store.etcd.get_all({"p/a"})).error.text, text(each.of_get));
+        EXPECT_EQ(run(store.etcd.get("p/a")).error.text, text(of_get));
+        EXPECT_EQ(run(store.etcd.mod_revision_of("p/a")).error.text, text(of_get));
+        EXPECT_EQ(run(store.etcd.get_all({"p/a"})).error.text, text(of_get));
         const auto list = run(store.etcd.list("p/a", true));
-        EXPECT_EQ(list.error.text, text(each.of_list));
-        EXPECT_EQ(list.value.entries.empty(), !each.of_list.empty());
+        EXPECT_EQ(list.error.text, text(of_list));
+        EXPECT_EQ(list.value.entries.empty(), !of_list.empty());
     }
     scripted_store_t store(loop_, {{ok(R"({"responses":[]})"), ok(watch_opened + event_of("YQ==") + "]}}\n")}});
     EXPECT_EQ(run(store.etcd.get_all({"p/a"})).error.text,
@@ -244,38 +244,37 @@ TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_
     EXPECT_TRUE(run(second.txn(put("p/b", "1"))).value.is_done) << "it was sent to nobody before";
     etcd_watch_t watch(second, "p/a", 1);
     EXPECT_EQ(run(watch.next()).value.size(), 1U);
-    const std::string places[] = {nowhere(), nowhere()};
-    etcd_t gone(loop_, store_at({places[0], places[1]}));
+    const std::vector<std::string> places = {nowhere(), nowhere()};
+    etcd_t gone(loop_, store_at(places));
     etcd_watch_t of_none(gone, "p/a", 1);
     const std::string reasons = run(of_none.next()).error.text;
     for (const std::string &place : places) {
         EXPECT_NE(reasons.find(place), std::string::npos) << reasons;
     }
 
-    const scripted_server_t silent({{""}});
+    const scripted_server_t silent[] = {scripted_server_t({{""}}), scripted_server_t({{""}})};
     const etcd_options_t options = {.timeout_ms = 200};
-    etcd_t slow(loop_, store_at({silent.place(), process_.place()}), options);
+    etcd_t slow(loop_, store_at({silent[0].place(), process_.place()}), options);
     EXPECT_EQ(text_of(run(slow.get("p/a"))), "p/a=1 ");
-    const scripted_server_t mute({{""}});
-    etcd_t watching(loop_, store_at({mute.place(), process_.place()}), options);
+    etcd_t watching(loop_, store_at({silent[1].place(), process_.place()}), options);
     etcd_watch_t late(watching, "p/a", 1);
     EXPECT_EQ(run(late.next()).value.size(), 1U);
 }
 
 TEST_F(real_etcd_test, a_transaction_without_an_answer_is_repeated_only_if_that_does_no_harm) {
-    const scripted_server_t deaf({{""}, {}});
-    etcd_t etcd(loop_, store_at({deaf.place(), process_.place()}));
-    const auto unknown = run(etcd.txn(put("p/a", "1")));
-    EXPECT_EQ(unknown.error.kind, kind_t::no_answer) << unknown.error.text;
+    etcd_txn_t txn = put("p/a", "1");
+    /* The first endpoint takes it and gives no answer. */
+    const auto error_with = [&](const std::string &next) {
+        const scripted_server_t deaf({{""}, {}});
+        etcd_t etcd(loop_, store_at({deaf.place(), next}));
+        return run(etcd.txn(txn)).error.kind;
+    };
+    EXPECT_EQ(error_with(process_.place()), kind_t::no_answer);
     EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "") << "the other endpoint has not got it";
-    const scripted_server_t deaf_too({{""}, {}});
-    etcd_t other(loop_, store_at({deaf_too.place(), process_.place()}));
-    etcd_txn_t again = put("p/a", "1");
-    again.is_repeatable = true;
-    EXPECT_TRUE(run(other.txn(again)).value.is_done);
-    const scripted_server_t deaf_again({{""}, {}});
-    etcd_t last(loop_, store_at({deaf_again.place(), nowhere()}));
-    EXPECT_EQ(run(last.txn(again)).error.kind, kind_t::no_answer) << "one of the two has got it";
+    txn.is_repeatable = true;
+    EXPECT_EQ(error_with(nowhere()), kind_t::no_answer) << "one of the two has got it";
+    EXPECT_EQ(error_with(process_.place()), kind_t::none);
+    EXPECT_EQ(text_of(run(etcd_.get("p/a"))), "p/a=1 ");
 }
 
 TEST_F(etcd_test, a_kept_connection_that_ends_under_a_transaction_does_not_have_it_sent_again) {
@@ -380,30 +379,21 @@ TEST_F(etcd_test, an_event_behind_a_flood_of_lines_without_events_is_given_and_n
     for (int i = 0; i < 50000; ++i) {
         flood += "{\"result\":{\"header\":{\"revision\":\"5\"}}}\n";
     }
-    struct case_t {
-        std::string lines;
-        size_t events;
-        kind_t kind;
-    };
-    for (const case_t &each : {case_t{flood + event_of("YQ==") + "]}}", 1, kind_t::none},
-                               {watch_opened + event_of("YQ==") + ",7]}}", 0, kind_t::malformed}}) {
-        scripted_store_t store(loop_, {{ok(each.lines + '\n')}});
+    const std::pair<std::string, kind_t> cases[] = {{flood + event_of("YQ==") + "]}}\n", kind_t::none},
+                                                    {watch_opened + event_of("YQ==") + ",7]}}\n", kind_t::malformed}};
+    for (const auto &[lines, kind] : cases) {
+        scripted_store_t store(loop_, {{ok(lines)}});
         etcd_watch_t watch(store.etcd, "a", 1);
         const auto got = run(watch.next());
-        EXPECT_EQ(got.error.kind, each.kind) << got.error.text;
-        ASSERT_EQ(got.value.size(), each.events);
+        EXPECT_EQ(got.error.kind, kind) << got.error.text;
+        ASSERT_EQ(got.value.size(), kind == kind_t::none ? 1U : 0U);
         EXPECT_TRUE(got.value.empty() || got.value.front().entry.mod_revision == 7);
     }
 }
 
 TEST_F(etcd_test, malformed_answers_are_refused) {
-    struct case_t {
-        std::string answer;
-        kind_t kind;
-        std::string text;
-    };
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    const case_t cases[] = {
+    const std::tuple<std::string, kind_t, std::string> cases[] = {
         {ok("{}"), kind_t::none, ""},
         {ok("no JSON"), kind_t::malformed, "status 200 without a JSON object"},
         {ok("{\"kvs\":" + deep + "}"), kind_t::malformed, "status 200 without a JSON object"},
@@ -425,12 +415,12 @@ TEST_F(etcd_test, malformed_answers_are_refused) {
         {"HTTP/1.1 200 x\r\nContent-Length: 100\r\n\r\n{", kind_t::no_answer, ""},
         {"SSH-2.0-x\r\n", kind_t::no_answer, ""},
     };
-    for (const case_t &each : cases) {
-        scripted_store_t store(loop_, {{each.answer}, {}},
-                               {.timeout_ms = 60000, .most_bytes = each.answer.size() > 10000 ? 1U << 20 : 1000});
-        const auto result = run(store.etcd.get("p/a"));
-        EXPECT_EQ(result.error.kind, each.kind) << each.answer.substr(0, 200) << result.error.text;
-        EXPECT_NE(result.error.text.find(each.text), std::string::npos) << result.error.text;
+    for (const auto &[said, kind, text] : cases) {
+        scripted_store_t store(loop_, {{said}, {}},
+                               {.timeout_ms = 60000, .most_bytes = said.size() > 10000 ? 1U << 20 : 1000});
+        const etcd_error_t error = run(store.etcd.get("p/a")).error;
+        EXPECT_EQ(error.kind, kind) << said.substr(0, 200) << error.text;
+        EXPECT_NE(error.text.find(text), std::string::npos) << error.text;
     }
 }
 

@@ -3,6 +3,8 @@
  * back off when the store fails or is slow. A scripted clock replaces waiting.
  */
 #include <algorithm>
+#include <set>
+#include <tuple>
 
 #include "fleet/base64.h"
 #include "fleet/document_store.h"
@@ -70,23 +72,21 @@ TEST_F(follow_test, a_manifest_from_the_watch_is_not_read_again) {
     run(etcd_.txn(put(keys_.manifest(), "no manifest")));
     manifest_watch_t late(etcd_, keys_);
     EXPECT_EQ(run(late.next()).error.kind, kind_t::malformed);
-    struct case_t {
-        std::string text; /* of the manifest's key; empty: the key is deleted */
-        uint64_t version; /* 0: none */
-        kind_t kind;
+    const std::tuple<std::string, uint64_t, kind_t> cases[] = {
+        {manifest_text("pool\n", 1), 1, kind_t::none},
+        {manifest_text("pool\n", 2), 2, kind_t::none},
+        {"not JSON", 0, kind_t::malformed},
+        {"", 0, kind_t::none}, /* the key is deleted */
+        {manifest_text("pool\n", 3), 3, kind_t::none},
     };
-    for (const case_t &each : {case_t{manifest_text("pool\n", 1), 1, kind_t::none},
-                               {manifest_text("pool\n", 2), 2, kind_t::none},
-                               {"not JSON", 0, kind_t::malformed},
-                               {"", 0, kind_t::none},
-                               {manifest_text("pool\n", 3), 3, kind_t::none}}) {
-        SCOPED_TRACE(each.text);
-        run(etcd_.txn(each.text.empty() ? deletion(keys_.manifest()) : put(keys_.manifest(), each.text)));
+    for (const auto &[text, version, kind] : cases) {
+        SCOPED_TRACE(text);
+        run(etcd_.txn(text.empty() ? deletion(keys_.manifest()) : put(keys_.manifest(), text)));
         for (const auto &next : {run(watch.next()), run(late.next())}) { /* the first had two changes to take at once */
-            EXPECT_EQ(next.error.kind, each.kind) << next.error.text;
-            EXPECT_EQ(next.value.manifest ? next.value.manifest->document.version : 0, each.version);
-            EXPECT_EQ(next.value.text, each.text);
-            EXPECT_EQ(next.value.mod_revision != 0, !each.text.empty());
+            EXPECT_EQ(next.error.kind, kind) << next.error.text;
+            EXPECT_EQ(next.value.manifest ? next.value.manifest->document.version : 0, version);
+            EXPECT_EQ(next.value.text, text);
+            EXPECT_EQ(next.value.mod_revision != 0, !text.empty());
         }
     }
     EXPECT_EQ(metric(key_reads), "2") << "once for each watch";
@@ -197,13 +197,9 @@ TEST_F(follow_test, a_start_without_the_store_hands_over_the_stored_document_unl
         EXPECT_EQ(listener.follower.status().version, 2U);
     }
     process_.end(SIGKILL);
-    struct case_t {
-        std::string in_force;
-        std::string handed_over;
-        uint64_t version;
-    };
+    using case_t = std::tuple<std::string, std::string, uint64_t>;
     for (const auto &[in_force, handed_over, version] :
-         {case_t{"", text, 0}, {"its hash", text, 2}, {"a later hash", "", 0}}) {
+         {case_t("", text, 0), case_t("its hash", text, 2), case_t("a later hash", "", 0)}) {
         listener_t listener(loop_, {process_.place()}, directory_.path());
         listener.follower.start(in_force);
         ASSERT_TRUE(turn_until([&] { return listener.has_settled; }));
@@ -358,13 +354,10 @@ TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
     const std::string nothing = ok(R"({"header":{"revision":"2"}})");
     const std::string compacted = ok("{\"result\":{\"canceled\":true,\"compact_revision\":\"7\"}}\n");
     const std::string refused = failure(400, 7, "permission denied");
-    struct case_t {
-        scripted_server_t::answers_t answers;
-        bool is_up;
-        uint64_t last_ms;
-    };
-    for (const case_t &tried : {case_t{{nothing, compacted}, true, 5000}, case_t{{refused}, false, 60000}}) {
-        const scripted_server_t server(std::vector<scripted_server_t::answers_t>(100, tried.answers));
+    const std::tuple<scripted_server_t::answers_t, bool, uint64_t> cases[] = {{{nothing, compacted}, true, 5000},
+                                                                              {{refused}, false, 60000}};
+    for (const auto &[answers, is_up, last_ms] : cases) {
+        const scripted_server_t server(std::vector<scripted_server_t::answers_t>(100, answers));
         const runtime_directory_t directory;
         /* The timeout is such that the timer of a request cannot be mistaken for a pause. */
         listener_t listener(loop_, {server.place()}, directory.path(), {.timeout_ms = 3600000});
@@ -377,9 +370,9 @@ TEST_F(etcd_test, a_store_that_fails_each_time_is_asked_with_growing_pauses) {
                 return left_ms >= middle_ms / 4 * 3 && left_ms <= middle_ms / 4 * 5;
             };
             ASSERT_TRUE(turn_until(sleeps)) << middle_ms;
-            EXPECT_EQ(listener.follower.status().is_up, tried.is_up);
+            EXPECT_EQ(listener.follower.status().is_up, is_up);
             fwx_host_clock_turn(middle_ms / 4 * 5);
-            middle_ms = std::min(2 * middle_ms, tried.last_ms);
+            middle_ms = std::min(2 * middle_ms, last_ms);
         }
         fwx_host_clock_run();
     }
@@ -434,16 +427,13 @@ TEST_F(follow_test, a_lease_that_is_due_is_kept_once_and_replaced_with_its_state
 }
 
 TEST(jitter_test, a_delay_varies_by_up_to_a_quarter_in_both_directions) {
-    uint64_t least = UINT64_MAX;
-    uint64_t most = 0;
+    std::set<uint64_t> times_ms;
     for (int i = 0; i < 1000; ++i) {
-        const uint64_t time_ms = jitter(3000);
-        least = std::min(least, time_ms);
-        most = std::max(most, time_ms);
+        times_ms.insert(jitter(3000));
     }
-    EXPECT_GE(least, 2250U);
-    EXPECT_LE(most, 3750U);
-    EXPECT_GT(most - least, 1000U);
+    EXPECT_GE(*times_ms.begin(), 2250U);
+    EXPECT_LE(*times_ms.rbegin(), 3750U);
+    EXPECT_GT(*times_ms.rbegin() - *times_ms.begin(), 1000U);
     EXPECT_EQ(jitter(0), 0U);
     backoff_t backoff(1000);
     for (const uint64_t middle_ms : {1000U, 2000U, 3000U, 3000U}) {

@@ -12,12 +12,9 @@
 #include <future>
 #include <string_view>
 
-#include "fwx_host/adapter.hpp"
-#include "tests/fleet/etcd_process.h"
+#include "tests/fleet/store_fixture.h"
 
 namespace {
-
-namespace nat64 = fwx::nat64;
 
 using fault_t = http_reply_t::fault_t;
 
@@ -48,7 +45,7 @@ extern "C" int getaddrinfo(const char *name, const char *service, const addrinfo
 
 namespace {
 
-class slow_connection_test : public testing::Test {
+class slow_connection_test : public etcd_test {
 protected:
     slow_connection_test() {
         const int small = 16384; /* small socket buffers, so that unread bytes stay with the sender */
@@ -71,14 +68,6 @@ protected:
     void start() {
         reply_.emplace(post());
         reply_->start();
-    }
-    /** Runs the loop until a condition is true. */
-    template <typename condition_t>
-    bool turn_until(condition_t condition) const {
-        return eventually([&] {
-            fwx_host_loop_run_once(loop_, 5);
-            return condition();
-        });
     }
     void accept() {
         ASSERT_TRUE(turn_until([&] {
@@ -124,7 +113,6 @@ protected:
         EXPECT_EQ(send(peer_, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
     }
 
-    const fwx::host::loop loop_;
     http_request_t request_; /* with a timeout of 5 s */
     int peer_ = -1;
     std::optional<nat64::task<http_reply_t>> reply_;
@@ -142,7 +130,7 @@ private:
 TEST_F(slow_connection_test, a_long_body_may_take_longer_than_the_deadline_and_as_long_again_if_it_is_sent_again) {
     begin();
     give("HTTP/1.1 200 x\r\nContent-Length: 0\r\n\r\n");
-    ASSERT_TRUE(turn_until([&] { return reply_->done(); }));
+    ASSERT_TRUE(ends(*reply_));
     request_.body.assign(3U << 20, 'x');
     request_.is_repeatable = true;
     start(); /* on the same connection, which then ends */
@@ -184,7 +172,7 @@ TEST_F(slow_connection_test, lines_that_were_read_do_not_count_towards_the_bound
     const auto next = [&stream]() -> nat64::task<std::optional<std::string>> { co_return co_await stream.next(); };
     const auto expect_next = [&](nat64::task<std::optional<std::string>> &task,
                                  const std::optional<std::string> &expected) {
-        ASSERT_TRUE(turn_until([&] { return task.done(); }));
+        ASSERT_TRUE(ends(task));
         EXPECT_EQ(task.get(), expected) << stream.reply().reason;
     };
     auto first = next();

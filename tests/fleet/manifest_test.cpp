@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "fleet/fleet_keys.h"
 #include "fleet/gateway_state.h"
 
@@ -145,11 +147,7 @@ TEST(gateway_state, is_what_was_written_and_nothing_else) {
     const std::optional<gateway_state_t> read = read_gateway_state(json, error);
     ASSERT_TRUE(read) << error;
     EXPECT_EQ(write_gateway_state(*read), json);
-    const struct {
-        const char *what;
-        const char *by;
-        const char *fault;
-    } cases[] = {
+    const std::tuple<const char *, const char *, const char *> cases[] = {
         {"fra1", "../x", "gateway: must be a name of 1 to 64 letters, digits, '.', '_' and '-'"},
         {"\"version\":8", "\"version\":\"8\"", "version: must be 0 to 9999999999"},
         {"aaa", "xyz", "document: must be a SHA-256, or empty"},
@@ -158,9 +156,9 @@ TEST(gateway_state, is_what_was_written_and_nothing_else) {
         {"\"version\":9", "\"version\":0", "refused: version: must be 1 to 9999999999"},
         {"{", "[{", "must be an object"},
     };
-    for (const auto &each : cases) {
-        EXPECT_FALSE(read_gateway_state(replaced(json, each.what, each.by), error)) << each.what;
-        EXPECT_EQ(error, each.fault);
+    for (const auto &[what, by, fault] : cases) {
+        EXPECT_FALSE(read_gateway_state(replaced(json, what, by), error)) << what;
+        EXPECT_EQ(error, fault);
     }
     gateway_state_t wordy = state;
     wordy.reason = std::string(most_reason_bytes - 1, 'x') + "\xc3\xa4";

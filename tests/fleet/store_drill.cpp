@@ -36,7 +36,8 @@ protected:
             const std::string wire = "m" + std::to_string(i);
             must(run_command("ip link add " + wire + " type veth peer name e0 netns " + member_places_[i].path() +
                              " && ip link set " + wire + " master hub up"));
-            must(inside(i, "ip link set lo up && ip addr add " + host(i) + "/24 dev e0 && ip link set e0 up"));
+            must(member_places_[i].run("ip link set lo up && ip addr add " + host(i) +
+                                       "/24 dev e0 && ip link set e0 up"));
             places.push_back({host(i), [this, i] { member_places_[i].enter(); }});
         }
         cluster_ = std::make_unique<etcd_cluster_t>(places);
@@ -48,7 +49,6 @@ protected:
     }
     static void must(const ran_t &ran) { ASSERT_EQ(ran.status, 0) << ran.output; }
     static std::string host(size_t i) { return "10.77.0." + std::to_string(i + 1); }
-    ran_t inside(size_t i, const std::string &command) const { return member_places_[i].run(command); }
     etcd_process_t &member(size_t i) const { return (*cluster_)[i]; }
 
     /** The member that leads, by its own account. */
@@ -70,7 +70,7 @@ protected:
     void set_cut(size_t i, bool is_cut) const {
         for (size_t other = 0; other < member_count; ++other) {
             const std::string route = std::string(is_cut ? "add" : "del") + " blackhole " + host(other) + "/32";
-            if (other != i) must(inside(i, "ip route " + route));
+            if (other != i) must(member_places_[i].run("ip route " + route));
         }
     }
     /** Takes a member off the network. */
