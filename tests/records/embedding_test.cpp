@@ -8,12 +8,8 @@
 
 namespace {
 
-struct embedding_t {
-    const char *prefix;
-    uint8_t length;
-    const char *ipv6; /* with 192.0.2.33 */
-};
-constexpr embedding_t embeddings[] = {
+/* A prefix, its length, and the address that has 192.0.2.33 behind it. */
+constexpr std::tuple<const char *, uint8_t, const char *> embeddings[] = {
     {"2001:db8::", 32, "2001:db8:c000:221::"},
     {"2001:db8:100::", 40, "2001:db8:1c0:2:21::"},
     {"2001:db8:122::", 48, "2001:db8:122:c000:2:2100::"},
@@ -24,21 +20,21 @@ constexpr embedding_t embeddings[] = {
 };
 
 TEST(embedding_test, an_address_is_embedded_and_extracted_and_all_around_it_must_be_zero) {
-    for (const embedding_t &each : embeddings) {
-        SCOPED_TRACE(each.ipv6);
+    for (const auto &[prefix_text, length, ipv6_text] : embeddings) {
+        SCOPED_TRACE(ipv6_text);
         uint8_t ipv4[4] = {192, 0, 2, 33};
         uint8_t prefix[16];
         uint8_t ipv6[16];
-        ASSERT_TRUE(parse_address_bytes(AF_INET6, each.prefix, prefix));
-        ASSERT_TRUE(embed_ipv4(prefix, each.length, ipv4, ipv6));
-        EXPECT_EQ(address_text(AF_INET6, ipv6), each.ipv6);
-        ASSERT_TRUE(extract_ipv4(ipv6, each.length, ipv4));
+        ASSERT_TRUE(parse_address_bytes(AF_INET6, prefix_text, prefix));
+        ASSERT_TRUE(embed_ipv4(prefix, length, ipv4, ipv6));
+        EXPECT_EQ(address_text(AF_INET6, ipv6), ipv6_text);
+        ASSERT_TRUE(extract_ipv4(ipv6, length, ipv4));
         EXPECT_EQ(address_text(AF_INET, ipv4), "192.0.2.33");
         ipv6[8] = 1;
-        EXPECT_FALSE(extract_ipv4(ipv6, each.length, ipv4));
+        EXPECT_FALSE(extract_ipv4(ipv6, length, ipv4));
         ipv6[8] = 0;
         ipv6[15] ^= 1; /* the last bit of the suffix, or of the IPv4 address behind a prefix of 96 bits */
-        EXPECT_EQ(extract_ipv4(ipv6, each.length, ipv4), each.length == 96);
+        EXPECT_EQ(extract_ipv4(ipv6, length, ipv4), length == 96);
     }
 }
 

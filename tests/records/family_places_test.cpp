@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "records/families.h"
+#include "tests/records/all_families.h"
 
 namespace {
 
@@ -40,14 +40,11 @@ std::string text_of(const place_t &place) {
 }
 
 TEST(family_places_test, each_family_is_written_of_wherever_the_others_are) {
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
     for (const place_t &place : all_places) {
         const std::string text = text_of(place);
-        for (const record_family_t *family = families; family != families + count; ++family) {
-            const size_t verb_count = place.is_each_verb ? family->verb_count : 1;
-            for (size_t i = 0; i < verb_count; ++i) {
-                std::string command = record_command_text(*family, place.is_each_verb ? &family->verbs[i] : nullptr);
+        for (const record_family_t &family : all_families()) {
+            for (const record_verb_t &verb : verbs_of(family)) {
+                std::string command = record_command_text(family, place.is_each_verb ? &verb : nullptr);
                 if (place.is_identifier) std::replace(command.begin(), command.end(), ' ', '_');
                 EXPECT_NE(text.find(place.before + command + place.after), std::string::npos)
                     << place.folder << "/" << place.files << "*" << place.extension << " lacks " << command;

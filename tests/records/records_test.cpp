@@ -7,22 +7,26 @@
 #include <optional>
 #include <set>
 
-#include "records/families.h"
 #include "records/reader.h"
 #include "records/value.h"
 #include "records/words.h"
+#include "tests/records/all_families.h"
 #include "wire/messages.h"
 
 namespace {
 
 using result_t = record_reader_t::result_t;
 
-/** Parses a line that must be a correct command. */
-record_reader_t read_line(const std::string &line) {
+result_t read_into(record_reader_t &reader, const std::string &line) {
     line_words_t words;
     EXPECT_EQ(words.split(line), 0) << line;
+    return reader.read(words.words());
+}
+
+/** Parses a line that must be a correct command. */
+record_reader_t read_line(const std::string &line) {
     record_reader_t reader;
-    EXPECT_EQ(reader.read(words.words()), result_t::record) << line << ": " << reader.error();
+    EXPECT_EQ(read_into(reader, line), result_t::record) << line << ": " << reader.error();
     return reader;
 }
 
@@ -42,12 +46,7 @@ TEST(records_test, addresses_are_written_as_the_c_library_writes_them) {
 }
 
 TEST(records_test, times_have_units_and_are_whole_numbers_of_the_requested_unit) {
-    struct time_t {
-        const char *text;
-        std::optional<uint64_t> seconds;
-        uint64_t milliseconds;
-    };
-    const time_t times[] = {
+    const std::tuple<const char *, std::optional<uint64_t>, uint64_t> times[] = {
         {"0", 0, 0},
         {"300", 300, 300},
         {"0x10", 16, 16},
@@ -67,9 +66,9 @@ TEST(records_test, times_have_units_and_are_whole_numbers_of_the_requested_unit)
         uint64_t value = 0;
         return parse_duration(text, unit_ms, value) ? std::optional(value) : std::nullopt;
     };
-    for (const time_t &time : times) {
-        EXPECT_EQ(read(time.text, 1000), time.seconds) << time.text;
-        EXPECT_EQ(read(time.text, 1), time.milliseconds) << time.text;
+    for (const auto &[text, seconds, milliseconds] : times) {
+        EXPECT_EQ(read(text, 1000), seconds) << text;
+        EXPECT_EQ(read(text, 1), milliseconds) << text;
     }
     for (const char *text : {"18446744073709551616", "18446744073709552s", "213503982334d14h25m51s616ms", "", "s", "ms",
                              "-1", "-1s", "+1s", "1.5s", "1 s", "5sec", "5S", "1h30", "4m2h", "1s1s", "0x1s"}) {
@@ -105,12 +104,11 @@ TEST(records_test, an_address_with_a_port_has_brackets_if_it_is_of_ipv6) {
 }
 
 TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
-    struct line_t {
+    const struct {
         std::string line;
         std::vector<std::string_view> words;
         char open_quote = 0;
-    };
-    const line_t lines[] = {
+    } lines[] = {
         {"", {}},
         {"  # only this", {}},
         {"a b\tc\r", {"a", "b", "c"}},
@@ -122,9 +120,9 @@ TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
         {"a 'b", {"a", "b"}, '\''},
     };
     line_words_t words;
-    for (const line_t &line : lines) {
-        EXPECT_EQ(words.split(line.line), line.open_quote) << line.line;
-        EXPECT_EQ(words.words(), line.words) << line.line;
+    for (const auto &[line, expected, open_quote] : lines) {
+        EXPECT_EQ(words.split(line), open_quote) << line;
+        EXPECT_EQ(words.words(), expected) << line;
     }
 }
 
@@ -157,20 +155,17 @@ TEST(records_test, every_field_of_every_family_reads_as_it_is_written) {
     for (const std::string &line : lines) {
         const record_reader_t reader = read_line(line);
         std::string text = reader.command();
-        for (size_t i = 0; i < reader.family().field_count; ++i) {
-            const record_field_t &field = reader.family().fields[i];
+        for (const record_field_t &field : fields_of(reader.family())) {
             if (field.is_spelling) continue;
             text.append(" ").append(field.option).append(" ").append(record_field_text(field, reader.record().bytes));
             written.insert(&field);
         }
         EXPECT_EQ(text, line);
     }
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (size_t i = 0; i < count; ++i) {
-        for (size_t j = 0; j < families[i].field_count; ++j) {
-            EXPECT_TRUE(written.count(&families[i].fields[j]) == 1 || families[i].fields[j].is_spelling)
-                << record_command_text(families[i], nullptr) << " " << families[i].fields[j].option;
+    for (const record_family_t &family : all_families()) {
+        for (const record_field_t &field : fields_of(family)) {
+            EXPECT_TRUE(written.count(&field) == 1 || field.is_spelling)
+                << record_command_text(family, nullptr) << " " << field.option;
         }
     }
 }
@@ -211,11 +206,8 @@ std::string good_text(const record_field_t &field) {
 }
 
 TEST(records_test, every_field_is_held_to_its_bounds) {
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (const record_family_t *family = families; family != families + count; ++family) {
-        for (size_t wrong = 0; wrong < family->field_count; ++wrong) {
-            const record_field_t &field = family->fields[wrong];
+    for (const record_family_t &family : all_families()) {
+        for (const record_field_t &field : fields_of(family)) {
             std::vector<std::string> bad = {"x"};
             if (field.kind == record_kind_t::number && field.min > 0) bad.push_back(std::to_string(field.min - 1));
             if (field.kind == record_kind_t::number) bad.push_back(std::to_string(field.max + 1));
@@ -224,61 +216,53 @@ TEST(records_test, every_field_is_held_to_its_bounds) {
             if (field.kind == record_kind_t::ipv4_prefix) bad.push_back("192.0.2.192/25");
             if (field.kind == record_kind_t::bytes) bad.push_back(good_text(field) + "0");
             for (const std::string &text : bad) {
-                std::string line = record_command_text(*family, family->verbs);
-                for (size_t i = 0; i < family->field_count; ++i) {
-                    const record_field_t &other = family->fields[i];
-                    if (i != wrong && !other.is_required_on(family->verbs->op)) continue;
-                    line.append(" ").append(other.option).append(" ").append(i == wrong ? text : good_text(other));
+                std::string line = record_command_text(family, family.verbs);
+                for (const record_field_t &other : fields_of(family)) {
+                    if (&other != &field && !other.is_required_on(family.verbs->op)) continue;
+                    line.append(" ").append(other.option).append(" ");
+                    line.append(&other == &field ? text : good_text(other));
                 }
-                line_words_t words;
                 record_reader_t reader;
-                words.split(line);
-                EXPECT_EQ(reader.read(words.words()), result_t::refused) << line;
+                EXPECT_EQ(read_into(reader, line), result_t::refused) << line;
                 EXPECT_EQ(reader.error().rfind(std::string(field.option) + " " + text + ": must be ", 0), 0U) << line;
             }
         }
     }
 }
 
-/** Calls `use` with each command of each family, and a record with a value in each of its fields. */
-template <typename use_t>
-void for_each_command(use_t use) {
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (const record_family_t *family = families; family != families + count; ++family) {
-        for (const record_verb_t *verb = family->verbs; verb != family->verbs + family->verb_count; ++verb) {
-            std::string line = record_command_text(*family, verb);
-            SCOPED_TRACE(line);
-            for (const record_field_t *field = family->fields; field != family->fields + family->field_count; ++field) {
-                if (!field->is_taken_on(verb->op) || field->is_spelling) continue;
-                line.append(" ").append(field->option).append(" ").append(good_text(*field));
-            }
-            use(*family, *verb, read_line(line).record());
-        }
+/** Checks the payload of a command that has a value in each of its fields. */
+void check_payload(const record_family_t &family, uint32_t op, const record_buffer_t &record) {
+    const record_payload_t *row = record_payload_of(family, op, record.bytes);
+    ASSERT_NE(row, nullptr) << "a server keeps it as hexadecimal digits: a row of its family is missing";
+    std::vector<uint8_t> payload(row->size);
+    row->to_payload(record.bytes, payload.data());
+    row->word.put(payload.data());
+
+    const record_kept_t kept = record_kept_as(row->op_code, payload.data(), payload.size());
+    ASSERT_EQ(kept.family, &family);
+    const bool travels_as_add = op == FWX_NAT64_OP_MOD && kept.payload->op == FWX_NAT64_OP_ADD;
+    EXPECT_TRUE(kept.payload->op == op || travels_as_add) << kept.payload->op;
+    record_buffer_t again;
+    record_init(family, again);
+    kept.payload->to_record(payload.data(), again.bytes);
+    for (const record_field_t &field : fields_of(family)) {
+        if (!field.is_taken_on(op)) continue;
+        EXPECT_EQ(record_field_text(field, again.bytes), record_field_text(field, record.bytes)) << field.option;
     }
 }
 
 TEST(records_test, every_command_has_a_payload_that_says_the_same) {
-    for_each_command([](const record_family_t &family, const record_verb_t &verb, const record_buffer_t &record) {
-        const record_payload_t *row = record_payload_of(family, verb.op, record.bytes);
-        ASSERT_NE(row, nullptr) << "a server keeps it as hexadecimal digits: a row of its family is missing";
-        std::vector<uint8_t> payload(row->size);
-        row->to_payload(record.bytes, payload.data());
-        row->word.put(payload.data());
-
-        const record_kept_t kept = record_kept_as(row->op_code, payload.data(), payload.size());
-        ASSERT_EQ(kept.family, &family);
-        const bool travels_as_add = verb.op == FWX_NAT64_OP_MOD && kept.payload->op == FWX_NAT64_OP_ADD;
-        EXPECT_TRUE(kept.payload->op == verb.op || travels_as_add) << kept.payload->op;
-        record_buffer_t again;
-        record_init(family, again);
-        kept.payload->to_record(payload.data(), again.bytes);
-        for (size_t i = 0; i < family.field_count; ++i) {
-            const record_field_t &field = family.fields[i];
-            if (!field.is_taken_on(verb.op)) continue;
-            EXPECT_EQ(record_field_text(field, again.bytes), record_field_text(field, record.bytes)) << field.option;
+    for (const record_family_t &family : all_families()) {
+        for (const record_verb_t &verb : verbs_of(family)) {
+            std::string line = record_command_text(family, &verb);
+            for (const record_field_t &field : fields_of(family)) {
+                if (!field.is_taken_on(verb.op) || field.is_spelling) continue;
+                line.append(" ").append(field.option).append(" ").append(good_text(field));
+            }
+            SCOPED_TRACE(line);
+            check_payload(family, verb.op, read_line(line).record());
         }
-    });
+    }
 }
 
 TEST(records_test, a_stateless_prefix_has_an_op_code_of_its_own) {
@@ -310,11 +294,9 @@ TEST(records_test, the_system_totals_count_the_items_of_these_families) {
     totals.loggings = 7;
     totals.rules = 8;
     std::set<std::string> counted;
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (const record_family_t *family = families; family != families + count; ++family) {
-        const std::optional<uint64_t> total = record_total_of(*family, totals);
-        if (total) counted.insert(record_command_text(*family, nullptr) + " " + std::to_string(*total));
+    for (const record_family_t &family : all_families()) {
+        const std::optional<uint64_t> total = record_total_of(family, totals);
+        if (total) counted.insert(record_command_text(family, nullptr) + " " + std::to_string(*total));
     }
     EXPECT_EQ(counted, (std::set<std::string>{"interface 1", "nvi 1", "prefix 2", "smapping 3", "dmapping 4", "pool 5",
                                               "range 6", "logging 7", "mapt bmr 8", "mapt dmr 8"}));
@@ -329,11 +311,8 @@ TEST(records_test, fields_are_called_as_their_options_in_json_and_as_in_the_mess
             names.insert(message->fields[i].name);
         }
     }
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (size_t i = 0; i < count; ++i) {
-        for (size_t j = 0; j < families[i].field_count; ++j) {
-            const record_field_t &field = families[i].fields[j];
+    for (const record_family_t &family : all_families()) {
+        for (const record_field_t &field : fields_of(family)) {
             EXPECT_EQ(names.count(field.member), 1U) << field.member;
             std::string words(field.option.substr(2));
             std::replace(words.begin(), words.end(), '-', '_');
@@ -362,12 +341,10 @@ TEST(records_test, an_address_with_a_zero_byte_is_none) {
 }
 
 TEST(records_test, lines_that_are_not_configuration_commands_are_left_to_another_parser) {
-    line_words_t words;
     record_reader_t reader;
     for (const char *line :
          {"status", "mapt", "mapt show", "timeout --help", "timeout set -h", "limit add -- --type 1", "limit ++ add"}) {
-        words.split(line);
-        EXPECT_EQ(reader.read(words.words()), result_t::other) << line;
+        EXPECT_EQ(read_into(reader, line), result_t::other) << line;
     }
 }
 

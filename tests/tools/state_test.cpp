@@ -5,8 +5,8 @@
 
 #include "fwx_nat64/server_result.h"
 #include "natctl_fixture.h"
-#include "records/families.h"
 #include "server_process.h"
+#include "tests/records/all_families.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
@@ -205,11 +205,9 @@ mapt dmr add --id 1 --prefix 2001:db8:ffff::/64
 = 17 )";
 
 TEST_F(state_test, the_state_stands_as_the_lines_of_its_commands_and_rules_keep_their_indices) {
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (const record_family_t *family = families; family != families + count; ++family) {
-        for (const record_verb_t *verb = family->verbs; verb != family->verbs + family->verb_count; ++verb) {
-            const std::string command = "\n" + record_command_text(*family, verb);
+    for (const record_family_t &family : all_families()) {
+        for (const record_verb_t &verb : verbs_of(family)) {
+            const std::string command = "\n" + record_command_text(family, &verb);
             EXPECT_NE(("\n" + std::string(every_command)).find(command), std::string::npos) << "not tried:" << command;
         }
     }
