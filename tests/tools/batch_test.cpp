@@ -14,15 +14,11 @@ constexpr char seven[] =
     "timeout set --type 9 --value 1\ndev ipalias upload\nlimit del --type 1\n";
 
 TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) {
-    run_t result = run("batch -", seven);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(
-        result.notes,
+    const run_t expected = {
+        2, "line 2: timeout set: ok\nline 4: limit add: ok\nline 5: timeout set: ok\nline 6: adj set: ok\n",
         "natctl: line 7: timeout set: --type 9: must be 1 to 7, or udp, tcp-trans, tcp-est, tcp-in-syn, fragment-min, "
-        "icmp, udp-min\n"
-        "natctl: 4 commands done, 1 failed, 2 not run\n");
-    EXPECT_EQ(result.answers,
-              "line 2: timeout set: ok\nline 4: limit add: ok\nline 5: timeout set: ok\nline 6: adj set: ok\n");
+        "icmp, udp-min\nnatctl: 4 commands done, 1 failed, 2 not run\n"};
+    EXPECT_EQ(run("batch -", seven), expected);
 }
 
 TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before_it) {
@@ -48,11 +44,7 @@ TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command)
         numbers += object.at("line").dump();
         EXPECT_NE(object.at("command"), "") << line;
     }
-    EXPECT_EQ(numbers,
-              "24567"
-              "1"
-              "2222"
-              "3333");
+    EXPECT_EQ(numbers, "24567122223333");
     EXPECT_EQ(run("--json batch -").answers, "[]\n") << "a document has none of them, and is one all the same";
 }
 
@@ -60,8 +52,7 @@ TEST_F(batch_test, a_command_that_nobody_answers_any_more_ends_with_its_channel)
     const run_t result = run("--pipeline 4 --keep-going batch -",
                              "dev server silent on\ndev cgm end-batch --batch 1 --async\ndev server drop\n");
     EXPECT_EQ(result.answers, "line 1: dev server silent: ok\nline 3: dev server drop: ok\n");
-    EXPECT_EQ(result.notes.find("natctl: line 2: dev cgm end-batch: the server went away before it answered\n"), 0U)
-        << result.notes;
+    EXPECT_TRUE(ends(result, 3, "line 2: dev cgm end-batch: the server went away before it answered\n"));
 }
 
 TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses_a_second) {
@@ -70,29 +61,24 @@ TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses
         "sessions walk --limit 1\nsessions walk\n";
     for (const std::string other : {"stats pools\n", "stats system\n", "status\n"}) {
         const run_t result = run("--csv batch -", pools + other);
-        EXPECT_EQ(result.status, 2) << other;
         EXPECT_EQ(std::count(result.answers.begin(), result.answers.end(), '\n'), 1 + 1 + 2) << result.answers;
-        EXPECT_NE(result.notes.find(": --csv gives one table, and that is one of sessions walk\n"), std::string::npos);
+        EXPECT_TRUE(ends(result, 2, ": --csv gives one table, and that is one of sessions walk\n")) << other;
     }
     EXPECT_EQ(run("--csv batch -", "status\n" + pools).status, 2);
     const run_t wider = run("--csv batch -",
                             "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\npool show\n"
                             "pool add --id 2 --param 1 --start 192.0.3.1 --end 192.0.3.2 --hsl 4\npool show\n");
-    EXPECT_EQ(wider.status, 2);
     EXPECT_EQ(wider.answers, "id,param,start,end\n1,1,192.0.2.1,192.0.2.2\n");
-    EXPECT_EQ(wider.notes.find("natctl: line 4: pool show: --csv gives one table, and that is one of pool show with "
-                               "other columns\n"),
-              0U);
+    EXPECT_TRUE(ends(wider, 2, "line 4: pool show: --csv gives one table, and that is one of pool show with other "));
 }
 
 TEST_F(batch_test, a_line_may_go_on_and_a_file_begin_with_a_byte_order_mark) {
     const run_t result = run("batch -",
                              "\xef\xbb\xbftimeout set \\\r\n  --type 1 \\\n --value 3\n# no more \\\nlimit add --ty\\\n"
                              "pe 1 --value x\nstatus \\\n");
-    EXPECT_EQ(result.answers, "line 1: timeout set: ok\n");
-    EXPECT_EQ(result.notes,
-              "natctl: line 5: limit add: --value x: must be 0 to 4294967295\n"
-              "natctl: 1 command done, 1 failed, 1 not run\n");
+    EXPECT_EQ(result, (run_t{2, "line 1: timeout set: ok\n",
+                             "natctl: line 5: limit add: --value x: must be 0 to 4294967295\n"
+                             "natctl: 1 command done, 1 failed, 1 not run\n"}));
 }
 
 /** Input that delivers its text and then fails, as a disk or a network may. */
@@ -109,55 +95,36 @@ private:
     }
 };
 
-TEST_F(batch_test, a_line_may_have_a_mebibyte_alone_and_with_what_it_goes_on_with) {
+TEST_F(batch_test, nothing_is_sent_of_a_command_that_a_failure_cuts_off_or_that_is_longer_than_a_mebibyte) {
     constexpr size_t most = size_t{1} << 20;
-    const std::string long_line = "#" + std::string(most - 1, 'x');
-    const std::string command = "timeout set --type 1 --value 300";
-    EXPECT_EQ(run("batch -", long_line + "\n" + command).status, 0);
-    const run_t longer = run("batch -", command + "\n" + long_line + "xy\n");
-    EXPECT_EQ(longer.status, 2);
-    EXPECT_NE(longer.answers.find("line 1: timeout set: ok"), std::string::npos);
-    EXPECT_NE(longer.notes.find("standard input: a line is longer than 1048576 bytes"), std::string::npos)
-        << longer.notes;
-    for (const int lines : {2, 3}) {
-        std::string joined;
-        for (int i = 1; i < lines; ++i) {
-            joined += "timeout " + std::string(most / 2, ' ') + "\\\n";
-        }
-        const run_t goes_on = run("batch -", joined + std::string(most / 2, ' ') + "set --type 1 --value 300\n");
-        EXPECT_EQ(goes_on.status, 2);
-        EXPECT_EQ(goes_on.notes,
-                  "natctl: line 1: batch: standard input: a line is longer than 1048576 bytes\n"
-                  "natctl: 0 commands done, 1 failed, 0 not run\n");
+    const std::string whole = "timeout set --type 1 --value 3\n";
+    const std::string cut_off = whole + "timeout set --type 2 --value 1\\\n";
+    const std::string half = "timeout " + std::string(most / 2, ' ');
+    const std::string failed = "batch: standard input: Input/output error";
+    const std::string too_long = "batch: standard input: a line is longer than 1048576 bytes";
+    EXPECT_EQ(run("batch -", std::string(most, '#') + "\n" + whole).status, 0);
+    const std::pair<std::string, std::string> inputs[] = {
+        {whole + "timeout set --type 2", "line 2: " + failed},
+        {cut_off + "20", "line 3: " + failed},
+        {cut_off + std::string(most, '0') + "\ntimeout set --type 3 --value 1\n", "line 2: " + too_long},
+        {whole + std::string(most + 1, '#') + "\n", "line 2: " + too_long},
+        {whole + half + "\\\n" + half + "\n", "line 2: " + too_long},
+        {whole + half + "\\\n" + half + "\\\n", "line 2: " + too_long},
+    };
+    for (const auto &[input, error] : inputs) {
+        const std::string notes = "natctl: " + error + "\nnatctl: 1 command done, 1 failed, 0 not run\n";
+        EXPECT_EQ(run("--keep-going batch -", failing_input_t(input)), (run_t{2, "line 1: timeout set: ok\n", notes}))
+            << input.size() << " bytes";
     }
     EXPECT_EQ(run("batch /dev/zero").notes, "natctl: batch: /dev/zero: is a device, not a file or a pipe\n");
 }
 
-TEST_F(batch_test, nothing_of_a_command_is_sent_that_a_failure_of_the_input_cuts_off) {
-    const std::string whole = "timeout set --type 1 --value 3\n";
-    const std::string cut_off = whole + "timeout set --type 2 --value 1\\\n";
-    const std::string too_long = cut_off + std::string(size_t{1} << 20, '0') + "\ntimeout set --type 3 --value 1\n";
-    const std::pair<std::string, const char *> inputs[] = {
-        {whole + "timeout set --type 2", "line 2: batch: standard input: Input/output error"},
-        {cut_off + "20", "line 3: batch: standard input: Input/output error"},
-        {too_long, "line 2: batch: standard input: a line is longer than 1048576 bytes"},
-    };
-    for (const auto &[input, error] : inputs) {
-        const run_t result = run("--keep-going batch -", failing_input_t(input));
-        EXPECT_EQ(result.status, 2);
-        EXPECT_EQ(result.answers, "line 1: timeout set: ok\n");
-        EXPECT_EQ(result.notes, std::string("natctl: ") + error + "\nnatctl: 1 command done, 1 failed, 0 not run\n");
-    }
-}
-
-struct failing_batch_t {
-    const char *lines;
-    int status;
-    const char *note;
-};
-
 TEST_F(batch_test, each_way_to_fail_has_its_status) {
-    constexpr failing_batch_t failures[] = {
+    constexpr struct {
+        const char *lines;
+        int status;
+        const char *note;
+    } failures[] = {
         {"dev server fail-next --code 0x6006\ndev ipalias upload\n", 1,
          "line 2: dev ipalias upload: refused by the server: "},
         {"dev server hold\ndev cgm end-batch --batch 1 --async\n", 3,
@@ -169,19 +136,15 @@ TEST_F(batch_test, each_way_to_fail_has_its_status) {
         {"timeout set 'x\n", 2, "line 1: ': quote without its end\n"},
         {"batch -\n", 2, "line 1: batch: must be status, "},
     };
-    for (const failing_batch_t &failure : failures) {
-        SCOPED_TRACE(failure.lines);
-        run_t result = run("--timeout 20 batch -", failure.lines);
-        EXPECT_EQ(result.status, failure.status);
-        EXPECT_NE(result.notes.find(failure.note), std::string::npos) << result.notes;
+    for (const auto &[lines, status, note] : failures) {
+        EXPECT_TRUE(ends(run("--timeout 20 batch -", lines), status, note)) << lines;
     }
 }
 
 TEST_F(batch_test, an_answer_after_its_time_is_noted_and_changes_no_verdict) {
-    run_t result =
+    const run_t result =
         run("--timeout 20 --keep-going batch -", "dev server hold\ndev ipalias upload\ndev server release\n");
-    EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.notes.find("line 2: dev ipalias upload: answered too late\n"), std::string::npos) << result.notes;
+    EXPECT_TRUE(ends(result, 3, "line 2: dev ipalias upload: answered too late\n"));
     EXPECT_EQ(result.notes.find("outstanding"), std::string::npos) << result.notes;
 }
 
@@ -219,10 +182,10 @@ TEST_F(batch_test, the_library_is_silent_without_a_debug_level_also_where_its_fl
 }
 
 TEST_F(batch_test, a_shell_goes_on_after_a_failure_until_exit) {
-    run_t result = run("shell", "limit frob\nhelp adj\ndev ipalias upload\nexit\nstatus\n");
+    const run_t result = run("shell", "limit frob\nhelp adj\ndev ipalias upload\nexit\nstatus\n");
     EXPECT_EQ(result.answers, "dev ipalias upload: ok\n");
-    EXPECT_NE(result.notes.find("natctl: limit: frob: must be add, mod, del, show\n"), std::string::npos);
-    EXPECT_NE(result.notes.find("Adjacencies"), std::string::npos) << result.notes;
+    EXPECT_TRUE(ends(result, 2, "natctl: limit: frob: must be add, mod, del, show\n"));
+    EXPECT_TRUE(ends(result, 2, "Adjacencies"));
 }
 
 }  // namespace

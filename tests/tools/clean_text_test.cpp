@@ -6,10 +6,7 @@
 namespace {
 
 TEST(clean_text, what_could_steer_a_terminal_is_a_blank_and_what_is_no_character_a_question_mark) {
-    const struct {
-        std::string text;
-        std::string line;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"plain ~", "plain ~"},
         {"gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80", "gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80"},
         {"\x1b]0;title\x07", " ]0;title "},
@@ -24,9 +21,9 @@ TEST(clean_text, what_could_steer_a_terminal_is_a_blank_and_what_is_no_character
         {"\xf4\x90\x80\x80", "????"}, /* above U+10FFFF */
         {std::string("a\0b", 3), "a b"},
     };
-    for (const auto &tried : cases) {
-        EXPECT_EQ(clean_line(tried.text), tried.line);
-        EXPECT_EQ(clean_text(tried.text), tried.line);
+    for (const auto &[text, line] : cases) {
+        EXPECT_EQ(clean_line(text), line);
+        EXPECT_EQ(clean_text(text), line);
     }
     EXPECT_EQ(clean_line("a\n\tb\r"), "a  b ");
     EXPECT_EQ(clean_text("a\n\tb\r"), "a\n\tb ");

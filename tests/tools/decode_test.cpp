@@ -21,14 +21,8 @@ std::vector<uint8_t> bytes_of(const std::string &hex) {
 const std::string async_header_rest = "000000000000000000000000 1122334455667788 01000000 00000000";
 const std::string sync_header_rest = "000000000000000000000000";
 
-struct decoding_t {
-    fwx_host_direction_t direction;
-    std::string bytes;
-    const char *line;
-};
-
 TEST(decode_test, a_message_reads_as_its_name_its_length_and_its_fields) {
-    const decoding_t decodings[] = {
+    const std::tuple<fwx_host_direction_t, std::string, const char *> decodings[] = {
         {FWX_HOST_SENT, "03c06000" + async_header_rest + "0e000000 01000000 2c010000 00000000",
          "-> timeout_set 48 bytes: op_code=14 type=1 (udp) value=300"},
         {FWX_HOST_SENT,
@@ -51,9 +45,9 @@ TEST(decode_test, a_message_reads_as_its_name_its_length_and_its_fields) {
         {FWX_HOST_SENT, "03c06000" + async_header_rest + "0e000000 01000000",
          "-> timeout_set 40 bytes: op_code=14 type=1 (udp)"},
     };
-    for (const decoding_t &decoding : decodings) {
-        std::vector<uint8_t> bytes = bytes_of(decoding.bytes);
-        EXPECT_EQ(message_line(decoding.direction, bytes.data(), bytes.size()), decoding.line);
+    for (const auto &[direction, hex, line] : decodings) {
+        const std::vector<uint8_t> bytes = bytes_of(hex);
+        EXPECT_EQ(message_line(direction, bytes.data(), bytes.size()), line);
     }
 }
 

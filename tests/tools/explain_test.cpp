@@ -35,11 +35,6 @@ constexpr std::pair<const char *, const char *> explained[] = {
 
 class explain_test : public natctl_test {
 protected:
-    static json_t data_of(const std::string &command) {
-        const run_t result = run("--json " + command);
-        EXPECT_EQ(result.status, 0) << command << ": " << result.notes;
-        return json_t::parse(result.answers).at("data");
-    }
     /** Writes a batch file and returns the option that names it. */
     std::string file_with(const std::string &text) const {
         const std::string name = directory_.path() + "/rules";
@@ -61,8 +56,7 @@ TEST_F(explain_test, a_file_and_what_is_installed_explain_addresses_alike) {
             text += (row.at(name).is_string() ? row.at(name).get<std::string>() : row.at(name).dump()) + " ";
         }
         EXPECT_EQ(text, texts) << command;
-        const json_t batch = json_t::parse(run("--json --keep-going batch -", rules + command + "\n").answers);
-        EXPECT_EQ(batch.back().at("data"), row);
+        EXPECT_EQ(outcomes_of(rules + command + "\n").back().at("data"), row);
     }
     const json_t ports = data_of("mapt explain 192.0.2.18:1232" + file).at("port_sets");
     EXPECT_EQ(ports.size(), 63U);
@@ -80,11 +74,9 @@ TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_
         {"192.0.2.18", "a port is needed, as 2 rules share the address"},
     };
     for (const auto &[address, error] : nobodys) {
-        const run_t result = run(std::string("mapt explain ") + address + file);
-        EXPECT_EQ(result.status, 2);
-        EXPECT_NE(result.notes.find(error), std::string::npos) << result.notes;
-        EXPECT_TRUE(
-            json_t::parse(run(std::string("--json mapt explain ") + address + file).answers).at("code").is_null());
+        const std::string command = std::string("mapt explain ") + address + file;
+        EXPECT_TRUE(ends(run(command), 2, error));
+        EXPECT_TRUE(json_of(command).at("code").is_null()) << command;
     }
 }
 
@@ -105,13 +97,8 @@ TEST_F(explain_test, prefixes_hold_addresses) {
 }
 
 TEST_F(explain_test, what_cannot_be_explained_is_said) {
-    struct failure_t {
-        std::string command;
-        int status;
-        const char *error;
-    };
     const std::string file = file_with(rules);
-    const failure_t failures[] = {
+    const std::tuple<std::string, int, const char *> failures[] = {
         {"mapt explain 192.0.2.1", 1, "no rule that this natctl has installed has 192.0.2.1: over a connection"},
         {"mapt explain 2001:db9::" + file, 1, " has 2001:db9::: over a connection natctl knows only "},
         {"mapt explain 192.0.2.1" + file, 2, "mapt explain: a port is needed"},
@@ -123,17 +110,14 @@ TEST_F(explain_test, what_cannot_be_explained_is_said) {
         {"nat64 explain ::100:0:0:0", 1, "holds no IPv4 address: bits 64 to 71 are not zero"},
         {"nat64 explain 2001:db8:: --prefix 64:ff9b::/96", 1, "holds no IPv4 address behind that prefix"},
     };
-    for (const failure_t &failure : failures) {
-        const run_t result = run(failure.command);
-        EXPECT_EQ(result.status, failure.status) << failure.command;
-        EXPECT_NE(result.notes.find(failure.error), std::string::npos) << result.notes;
+    for (const auto &[command, status, error] : failures) {
+        EXPECT_TRUE(ends(run(command), status, error)) << command;
     }
-    const run_t wrong = run("mapt explain 192.0.2.1" + file_with("\nmapt bmr add --rule 0 --domain 1\n"));
-    EXPECT_NE(wrong.notes.find("rules: line 2: mapt bmr add: --rule 0: must be 1"), std::string::npos) << wrong.notes;
-    const run_t refused = run("--keep-going batch -",
-                              "dev server fail-next --code 0x6006\nmapt dmr add --id 1 --prefix "
-                              "64:ff9b::/96\nmapt explain 10.2.3.4\n");
-    EXPECT_NE(refused.notes.find("installed has 10.2.3.4"), std::string::npos) << refused.notes;
+    EXPECT_TRUE(ends(run("mapt explain 192.0.2.1" + file_with("\nmapt bmr add --rule 0 --domain 1\n")), 2,
+                     "rules: line 2: mapt bmr add: --rule 0: must be 1"));
+    const std::string refused =
+        "dev server fail-next --code 0x6006\nmapt dmr add --id 1 --prefix 64:ff9b::/96\nmapt explain 10.2.3.4\n";
+    EXPECT_TRUE(ends(run("--keep-going batch -", refused), 1, "installed has 10.2.3.4"));
 }
 
 }  // namespace

@@ -27,7 +27,12 @@ struct run_t {
     int status;
     std::string answers;
     std::string notes;
+
+    bool operator==(const run_t &) const = default;
 };
+inline std::ostream &operator<<(std::ostream &out, const run_t &run) {
+    return out << "status " << run.status << '\n' << run.answers << run.notes;
+}
 
 /** Input of a batch that calls a function before a given line is read. */
 class lines_t : public std::streambuf {
@@ -75,27 +80,23 @@ class natctl_test : public testing::Test {
 protected:
     /** `command` is a line as in a batch file; `input` is what `batch -` reads. */
     static run_t run(const std::string &command, const std::string &input = {}) {
-        std::istringstream in(input);
-        return run(command, in);
+        return run(command, std::stringbuf(input));
     }
-    static run_t run(const std::string &command, std::istream &in) {
-        std::ostringstream answers;
-        std::ostringstream notes;
-        int status = run_natctl(words_of(command), in, answers, notes);
-        return {status, answers.str(), notes.str()};
-    }
-    static run_t run(const std::string &command, std::streambuf &&input) {
+    static run_t run(const std::string &command, std::streambuf &&input, std::stringbuf &&output = std::stringbuf()) {
         std::istream in(&input);
-        return run(command, in);
+        std::ostream answers(&output);
+        std::ostringstream notes;
+        const int status = run_natctl(words_of(command), in, answers, notes);
+        return {status, output.str(), notes.str()};
     }
     /** Interrupts the command when it has written that many lines. */
     static run_t run_until(std::ptrdiff_t lines, const std::string &command) {
-        std::istringstream nothing;
-        interrupted_lines_t seen(lines);
-        std::ostream answers(&seen);
-        std::ostringstream notes;
-        const int status = run_natctl(words_of(command), nothing, answers, notes);
-        return {status, seen.str(), notes.str()};
+        return run(command, std::stringbuf(), interrupted_lines_t(lines));
+    }
+    /** Whether a run ended with that status and said that text among its notes. */
+    static testing::AssertionResult ends(const run_t &run, int status, const std::string &note) {
+        if (run.status == status && run.notes.find(note) != std::string::npos) return testing::AssertionSuccess();
+        return testing::AssertionFailure() << "expected status " << status << " and " << note << "\ngot " << run;
     }
     static json_t json_of(const std::string &command) { return json_t::parse(run("--json " + command).answers); }
     static json_t data_of(const std::string &command) { return json_of(command).at("data"); }

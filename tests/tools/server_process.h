@@ -12,11 +12,13 @@
 class server_process_t : public child_t {
 public:
     /** @param state_file empty: none
-     * @param file_bytes limit of the size of files that the server writes */
+     * @param file_bytes limit of the size of files that the server writes
+     * @param log where the server writes its log */
     explicit server_process_t(const std::string &state_file = {}, rlim_t file_bytes = RLIM_INFINITY,
-                              const std::string &name = "alpha") {
+                              const std::string &name = "alpha", int log = STDERR_FILENO) {
         is_ready_ = start([&](int ready) {
             dup2(ready, STDOUT_FILENO);
+            dup2(log, STDERR_FILENO);
             const rlimit limit = {file_bytes, RLIM_INFINITY};
             setrlimit(RLIMIT_FSIZE, &limit);
             const bool has_state = !state_file.empty();

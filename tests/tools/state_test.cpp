@@ -29,28 +29,25 @@ protected:
 
     const runtime_directory_t directory_;
     const std::string path_ = directory_.path() + "/alpha.state";
+    const std::string not_saved_ = "the server has done it, and could not save that it has (0x600b)";
 };
 
 TEST_F(state_test, a_server_that_is_killed_at_any_moment_has_what_it_answered) {
-    constexpr size_t count = 60;
     std::vector<std::string> lines;
-    for (size_t id = 1; id <= count; ++id) {
+    for (size_t id = 1; id <= 60; ++id) {
         lines.push_back(mapping(id));
     }
-    for (const size_t kill_before : {2U, 17U, 34U, 60U}) {
-        for (const size_t pipeline : {1U, 8U}) {
+    for (const int kill_before : {2, 17, 34, 60}) {
+        for (const int pipeline : {1, 8}) {
             SCOPED_TRACE(std::to_string(kill_before) + " of " + std::to_string(pipeline));
             std::filesystem::remove(path_);
-            {
-                server_process_t server(path_);
-                EXPECT_EQ(run("--connect alpha --pipeline " + std::to_string(pipeline) + " batch -",
-                              lines_t(lines, kill_before, [&server] { server.end(SIGKILL); }))
-                              .status,
-                          4);
-            }
+            server_process_t server(path_);
+            const std::string batch = "--connect alpha --pipeline " + std::to_string(pipeline) + " batch -";
+            const auto kill = [&server] { server.end(SIGKILL); };
+            EXPECT_EQ(run(batch, lines_t(lines, static_cast<size_t>(kill_before), kill)).status, 4);
             const server_process_t again(path_);
-            EXPECT_LE(held_mappings(), static_cast<int>(kill_before) - 1);
-            EXPECT_GE(held_mappings(), static_cast<int>(kill_before) - static_cast<int>(pipeline));
+            EXPECT_LE(held_mappings(), kill_before - 1);
+            EXPECT_GE(held_mappings(), kill_before - pipeline);
         }
     }
 }
@@ -66,11 +63,7 @@ TEST_F(state_test, a_command_that_cannot_be_saved_is_told_as_failed_and_saved_as
             ASSERT_LT(id, 20U);
             saved = content();
         } while (run("--connect alpha " + mapping(id++)).status == 0);
-        const run_t refused = run("--connect alpha " + mapping(id));
-        EXPECT_EQ(refused.status, 1);
-        EXPECT_NE(refused.notes.find("the server has done it, and could not save that it has (0x600b)"),
-                  std::string::npos)
-            << refused.notes;
+        EXPECT_TRUE(ends(run("--connect alpha " + mapping(id)), 1, not_saved_));
         EXPECT_EQ(held_mappings(), static_cast<int>(id)) << "a query is answered as ever";
         EXPECT_EQ(data_of("--connect alpha config log").size(), id) << "it lists what was done";
         EXPECT_EQ(content().substr(0, saved.size()), saved);
@@ -97,9 +90,7 @@ TEST_F(state_test, a_server_whose_file_was_torn_starts_on_a_full_disk_and_saves_
     const server_process_t server(path_, 10);
     EXPECT_EQ(content(), torn);
     EXPECT_EQ(text_of(path_ + ".damaged"), torn);
-    const run_t refused = run("--connect alpha " + mapping(1));
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.notes.find("could not save that it has (0x600b)"), std::string::npos) << refused.notes;
+    EXPECT_TRUE(ends(run("--connect alpha " + mapping(1)), 1, not_saved_));
     EXPECT_EQ(held_mappings(), 1) << "a query is answered as ever";
     const auto last_try = [this] { return std::filesystem::last_write_time(directory_.path()); };
     EXPECT_TRUE(eventually([&, before = last_try()] { return last_try() != before; })) << "it tries again";
@@ -118,7 +109,7 @@ TEST_F(state_test, a_rule_that_could_not_be_saved_is_in_the_table_of_the_library
         "mapt bmr del --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"
         "mapt show\nstats system\ndev server counts\n";
     const json_t outcomes = outcomes_of(rules, "--connect alpha");
-    EXPECT_EQ(outcomes.at(0).at("error"), "the server has done it, and could not save that it has (0x600b)");
+    EXPECT_EQ(outcomes.at(0).at("error"), not_saved_);
     EXPECT_EQ(outcomes.at(2).at("data").at("installed"), 2);
     EXPECT_EQ(outcomes.at(2).at("data").at("leaves"), 4);
     EXPECT_EQ(outcomes.at(3).at("code"), 0x600b);
@@ -259,17 +250,14 @@ TEST_F(state_test, a_file_that_is_no_state_is_refused_with_its_line_and_left_as_
         const std::string text = std::string("natctl server state 3\n") + lines + "\n";
         std::ofstream(path_) << text;
         const run_t result = run("serve alpha --state " + path_);
-        EXPECT_EQ(result.status, 2);
-        EXPECT_NE(result.notes.find("alpha.state: line 2: "), std::string::npos) << result.notes;
-        EXPECT_NE(result.notes.find(error), std::string::npos) << result.notes;
+        EXPECT_TRUE(ends(result, 2, "alpha.state: line 2: "));
+        EXPECT_TRUE(ends(result, 2, error));
         EXPECT_EQ(content(), text);
     }
     std::filesystem::rename(path_, path_ + "2");
     std::filesystem::create_symlink(path_ + "2", path_);
     for (const std::string &path : {directory_.path(), directory_.path() + "/", path_, path_ + "/"}) {
-        const run_t result = run("serve alpha --state " + path);
-        EXPECT_EQ(result.status, 2);
-        EXPECT_NE(result.notes.find(path + ": not a regular file"), std::string::npos) << result.notes;
+        EXPECT_TRUE(ends(run("serve alpha --state " + path), 2, path + ": not a regular file"));
     }
 }
 

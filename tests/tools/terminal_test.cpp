@@ -47,16 +47,16 @@ protected:
     }
 
     /** Waits until the terminal shows `text` after the text awaited before. */
-    bool shows(const std::string &text) {
+    testing::AssertionResult shows(const std::string &text) {
         while (shown_.find(text) == std::string::npos) {
             pollfd readable{terminal_, POLLIN, 0};
             char bytes[4096];
             const ssize_t got = poll(&readable, 1, patience_ms) == 1 ? read(terminal_, bytes, sizeof bytes) : 0;
-            if (got <= 0) return false;
+            if (got <= 0) return testing::AssertionFailure() << text << " is not in " << shown_;
             shown_.append(bytes, static_cast<size_t>(got));
         }
         shown_.erase(0, shown_.find(text) + text.size());
-        return true;
+        return testing::AssertionSuccess();
     }
 
     int exit_status() {
@@ -72,36 +72,25 @@ protected:
     pid_t child_ = -1;
 };
 
-TEST_F(terminal_test, the_shell_answers_before_it_asks_again_and_an_interrupt_only_clears_the_line) {
-    start("exec $natctl shell");
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("timeout set --type 1 --value 300\n");
-    ASSERT_TRUE(shows("timeout set: ok\r\n")) << shown_;
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("timeout set --type 1\x03");
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("timeout set --type 2 --value 300\n");
-    ASSERT_TRUE(shows("timeout set: ok\r\n")) << shown_;
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
-    type("\x04");
-    ASSERT_TRUE(shows("\r\n")) << shown_;
-    EXPECT_EQ(exit_status(), 0);
-}
-
-TEST_F(terminal_test, the_prompt_names_the_server) {
+TEST_F(terminal_test, the_shell_names_its_server_answers_before_it_asks_again_and_goes_on_after_an_interrupt) {
     const server_process_t server;
-    ASSERT_TRUE(server.is_ready());
+    const std::string timeout = "timeout set --type 1 --value 300";
     start("NATCTL_CONNECT=alpha exec $natctl shell");
-    ASSERT_TRUE(shows("natctl alpha> ")) << shown_;
+    ASSERT_TRUE(shows("natctl alpha> "));
+    for (const std::string &keys : {timeout + "\n", timeout + "\x03", timeout + "\n"}) {
+        type(keys);
+        ASSERT_TRUE(shows(keys.back() == '\n' ? "timeout set: ok\r\nnatctl alpha> " : "natctl alpha> "));
+    }
     type("\x04");
+    ASSERT_TRUE(shows("\r\n"));
     EXPECT_EQ(exit_status(), 0);
 }
 
 TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_could_be_kept) {
     start("exec $natctl shell");
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    ASSERT_TRUE(shows("natctl> "));
     type("timeout set --type 3 --value 7\n");
-    EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    EXPECT_TRUE(shows("timeout set: ok\r\n"));
     kill(child_, SIGKILL);
     EXPECT_EQ(exit_status(), -1);
     struct stat status {};
@@ -109,16 +98,16 @@ TEST_F(terminal_test, the_shell_knows_what_was_typed_in_the_one_before_if_that_c
     EXPECT_EQ(status.st_mode & 07777, 0600U);
 
     start("exec $natctl shell");
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    ASSERT_TRUE(shows("natctl> "));
     type("\x10\n"); /* recalls the last line */
-    EXPECT_TRUE(shows("timeout set: ok\r\n")) << shown_;
+    EXPECT_TRUE(shows("timeout set: ok\r\n"));
     type("exit\n");
     EXPECT_EQ(exit_status(), 0);
 
     start("XDG_STATE_HOME=/dev/null exec $natctl shell");
-    ASSERT_TRUE(shows("natctl> ")) << shown_;
+    ASSERT_TRUE(shows("natctl> "));
     type("timeout set --type 3 --value 7\nexit\n");
-    EXPECT_TRUE(shows("timeout set: ok\r\nnatctl> ")) << shown_;
+    EXPECT_TRUE(shows("timeout set: ok\r\nnatctl> "));
     EXPECT_EQ(exit_status(), 0);
 }
 
@@ -133,7 +122,7 @@ TEST_F(terminal_test, the_shell_leaves_the_terminal_as_it_found_it_however_it_en
         start("read go; exec $natctl shell");
         const termios before = settings();
         type("go\n");
-        ASSERT_TRUE(shows("natctl> ")) << shown_;
+        ASSERT_TRUE(shows("natctl> "));
         if (end.rfind("SIG", 0) == 0) {
             kill(child_, end == "SIGTERM" ? SIGTERM : SIGHUP);
             exit_status();
@@ -160,21 +149,21 @@ TEST_F(terminal_test, standard_descriptors_that_are_closed_are_errors_and_are_ta
 
 TEST_F(terminal_test, a_capture_that_is_not_whole_is_told) {
     start("ulimit -f 1; exec $natctl --capture $XDG_STATE_HOME stats system");
-    EXPECT_TRUE(shows("natctl: --capture " + directory_.path() + "/state: incomplete: File too large\r\n")) << shown_;
+    EXPECT_TRUE(shows("natctl: --capture " + directory_.path() + "/state: incomplete: File too large\r\n"));
     EXPECT_EQ(exit_status(), 2);
 }
 
 TEST_F(terminal_test, top_gives_the_terminal_back_while_it_is_stopped_and_takes_it_and_its_keys_again) {
     start("exec $natctl --connect alpha top --interval 1h");
-    ASSERT_TRUE(shows("\x1b[?1049h")) << shown_;
-    ASSERT_TRUE(shows("trying again: ")) << shown_;
+    ASSERT_TRUE(shows("\x1b[?1049h"));
+    ASSERT_TRUE(shows("trying again: "));
     type("\x1a");
     EXPECT_EQ(waitpid(child_, nullptr, WUNTRACED), child_);
-    EXPECT_TRUE(shows("\x1b[?1049l")) << shown_;
+    EXPECT_TRUE(shows("\x1b[?1049l"));
     kill(child_, SIGCONT);
-    ASSERT_TRUE(shows("\x1b[?1049h")) << shown_;
+    ASSERT_TRUE(shows("\x1b[?1049h"));
     type("q");
-    ASSERT_TRUE(shows("\x1b[?1049l")) << shown_;
+    ASSERT_TRUE(shows("\x1b[?1049l"));
     EXPECT_EQ(exit_status(), 0);
 }
 
