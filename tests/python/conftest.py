@@ -2,11 +2,11 @@
 
 import asyncio
 import inspect
-from contextlib import contextmanager
+from contextlib import contextmanager, nullcontext
 
 import pytest
 
-from fwx_nat64 import Error
+from fwx_nat64 import Client, Error
 from fwx_nat64._driver import driver
 from fwx_nat64._native import ffi, lib
 
@@ -18,8 +18,19 @@ def pytest_pyfunc_call(pyfuncitem):
     if not inspect.iscoroutinefunction(pyfuncitem.obj):
         return None
     arguments = {name: pyfuncitem.funcargs[name] for name in pyfuncitem._fixtureinfo.argnames}
-    asyncio.run(asyncio.wait_for(pyfuncitem.obj(**arguments), 60))
+
+    async def run():
+        async with arguments.get("client", nullcontext()):
+            await pyfuncitem.obj(**arguments)
+
+    asyncio.run(asyncio.wait_for(run(), 60))
     return True
+
+
+@pytest.fixture
+def client():
+    """Is bound while the test runs."""
+    return Client()
 
 
 @pytest.fixture(autouse=True)

@@ -38,53 +38,50 @@ CONFIGURATION = [
 ]
 
 
-async def test_every_command_reaches_the_server_and_can_be_taken_back():
-    async with Client() as client:
-        for method, values, _ in CONFIGURATION:
-            await getattr(client, method)(**values)
-        await client.range_add(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
-        await client.ipalias_upload()
-        await client.prefix_mod(prefix="2001:db8::/96", prefix_kind="stateful")  # it is still there
-        assert client.model.totals() == (2, 1, 1, 1, 1, 1, 1, 2, 1)
-        assert await client.stats_totals() == client.model.totals()
-        assert len(client.model.save()) == 16
-        await client.range_del(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
-        for _, values, takes_back in CONFIGURATION:
-            if takes_back:
-                taken = inspect.signature(getattr(client, takes_back)).parameters
-                await getattr(client, takes_back)(**{key: value for key, value in values.items() if key in taken})
-        assert client.model.totals() == (2, 0, 0, 0, 0, 0, 0, 0, 0)
+async def test_every_command_reaches_the_server_and_can_be_taken_back(client):
+    for method, values, _ in CONFIGURATION:
+        await getattr(client, method)(**values)
+    await client.range_add(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
+    await client.ipalias_upload()
+    await client.prefix_mod(prefix="2001:db8::/96", prefix_kind="stateful")  # it is still there
+    assert client.model.totals() == (2, 1, 1, 1, 1, 1, 1, 2, 1)
+    assert await client.stats_totals() == client.model.totals()
+    assert len(client.model.save()) == 16
+    await client.range_del(id=1, start_addr="192.0.3.1", end_addr="192.0.3.2")
+    for _, values, takes_back in CONFIGURATION:
+        if takes_back:
+            taken = inspect.signature(getattr(client, takes_back)).parameters
+            await getattr(client, takes_back)(**{key: value for key, value in values.items() if key in taken})
+    assert client.model.totals() == (2, 0, 0, 0, 0, 0, 0, 0, 0)
 
 
-async def test_verdicts_reach_their_own_commands_in_whatever_order_they_come():
-    async with Client() as client:
-        client.model.hold()
-        futures = [client.dmapping_add(id=i, type=0) for i in (1, 2, 1)]
-        await settled()
-        client.model.release("reverse")
-        first, second, third = await asyncio.gather(*futures, return_exceptions=True)
-        assert first is None and second is None
-        assert (third.code, third.text) == (EXISTS, "the server has this entry already")
-        assert str(third) == "the server has this entry already (0x6004)"
-        client.model.duplicate(3)
-        await client.timeout_set(**UDP)
-        await client.timeout_set(**UDP)
+async def test_verdicts_reach_their_own_commands_in_whatever_order_they_come(client):
+    client.model.hold()
+    futures = [client.dmapping_add(id=i, type=0) for i in (1, 2, 1)]
+    await settled()
+    client.model.release("reverse")
+    first, second, third = await asyncio.gather(*futures, return_exceptions=True)
+    assert first is None and second is None
+    assert (third.code, third.text) == (EXISTS, "the server has this entry already")
+    assert str(third) == "the server has this entry already (0x6004)"
+    client.model.duplicate(3)
+    await client.timeout_set(**UDP)
+    await client.timeout_set(**UDP)
 
 
-async def test_a_refused_rule_is_an_error_and_in_no_lookup():
-    async with Client() as client:
-        client.model.fail_next(VALUE)
-        with refused(VALUE):
-            await client.mapt_bmr_add(**RULE)
-        await client.mapt_bmr_add(**RULE)  # the table has forgotten it
-        assert client.model.lookup("192.0.2.7")[1:] == (1, 2, 24)
-        with refused(EXISTS):
-            await client.mapt_bmr_add(**RULE)
-        assert client.model.lookup("2001:db8:7::1")[1:] == (1, 2, 32)
-        assert (client.model.lookups(1), client.model.lookups(9)) == (2, None)
-        client.model.fail_next(VALUE)
-        with refused(VALUE):
-            await client.mapt_dmr_add(id=1)
+async def test_a_refused_rule_is_an_error_and_in_no_lookup(client):
+    client.model.fail_next(VALUE)
+    with refused(VALUE):
+        await client.mapt_bmr_add(**RULE)
+    await client.mapt_bmr_add(**RULE)  # the table has forgotten it
+    assert client.model.lookup("192.0.2.7")[1:] == (1, 2, 24)
+    with refused(EXISTS):
+        await client.mapt_bmr_add(**RULE)
+    assert client.model.lookup("2001:db8:7::1")[1:] == (1, 2, 32)
+    assert (client.model.lookups(1), client.model.lookups(9)) == (2, None)
+    client.model.fail_next(VALUE)
+    with refused(VALUE):
+        await client.mapt_dmr_add(id=1)
 
 
 async def test_a_rule_that_no_server_got_has_no_verdict_and_can_be_added_again():
@@ -150,32 +147,30 @@ async def test_an_unanswered_command_times_out_and_its_late_answer_is_ignored(cl
         await asyncio.gather(*many)  # their answers come in time, but it takes several turns to process them
 
 
-async def test_a_cancelled_command_disturbs_no_other():
-    async with Client() as client:
-        client.model.hold()
-        cancelled, unknown = ([client.pool_del(id=9) for _ in range(5)] for _ in range(2))
-        kept = client.pool_add(**POOL)
-        walk = asyncio.ensure_future(client.stats_pools())
-        await settled()
-        for future in (*cancelled, walk):
-            future.cancel()
-        later = [client.timeout_set(**UDP) for _ in range(300)]
-        await settled()
-        client.model.release("shuffled")
-        await asyncio.gather(kept, *later)
-        assert [future.exception().code for future in unknown] == [NO_ENTRY] * 5
-        assert [pool.id for pool in await client.stats_pools()] == [1]
+async def test_a_cancelled_command_disturbs_no_other(client):
+    client.model.hold()
+    cancelled, unknown = ([client.pool_del(id=9) for _ in range(5)] for _ in range(2))
+    kept = client.pool_add(**POOL)
+    walk = asyncio.ensure_future(client.stats_pools())
+    await settled()
+    for future in (*cancelled, walk):
+        future.cancel()
+    later = [client.timeout_set(**UDP) for _ in range(300)]
+    await settled()
+    client.model.release("shuffled")
+    await asyncio.gather(kept, *later)
+    assert [future.exception().code for future in unknown] == [NO_ENTRY] * 5
+    assert [pool.id for pool in await client.stats_pools()] == [1]
 
 
-async def test_the_slot_of_a_failed_command_is_used_again():
-    async with Client() as client:
-        slots = set()
-        for _ in range(9):
-            future = client.pool_del(id=9)
-            slots.update(client._futures)
-            with refused(NO_ENTRY):
-                await future
-        assert len(slots) == 1
+async def test_the_slot_of_a_failed_command_is_used_again(client):
+    slots = set()
+    for _ in range(9):
+        future = client.pool_del(id=9)
+        slots.update(client._futures)
+        with refused(NO_ENTRY):
+            await future
+    assert len(slots) == 1
 
 
 async def test_commands_end_with_the_server_that_had_them():
@@ -256,34 +251,33 @@ async def test_an_invalid_timeout_is_refused_with_the_allowed_values(timeout):
         await client.timeout_set(**UDP, timeout=timedelta(milliseconds=1500))
 
 
-async def test_another_thread_may_not_call_but_its_garbage_collector_may_end_a_query():
-    async with Client() as client:
-        client.model.hold()
-        query = client.stats_pools()
-        query.send(None)  # it waits for an answer
+async def test_another_thread_may_not_call_but_its_garbage_collector_may_end_a_query(client):
+    client.model.hold()
+    query = client.stats_pools()
+    query.send(None)  # it waits for an answer
+    assert client.outstanding == 1
+    uses = [
+        lambda: client.timeout_set(**UDP),
+        lambda: asyncio.run(client.stats_pools()),
+        lambda: asyncio.run(client.load(batch_of(1))),
+        client.close,
+        client.model.close,
+        lambda: client.model.delay(1),
+        Model,
+        lambda: asyncio.run(Client().__aenter__()),
+    ]
+
+    def misuse():
+        for use in uses:
+            with pytest.raises(RuntimeError, match="another event loop|outside the event loop|no running event loop"):
+                use()
+        query.close()  # the garbage collector does the same, in any thread
         assert client.outstanding == 1
-        uses = [
-            lambda: client.timeout_set(**UDP),
-            lambda: asyncio.run(client.stats_pools()),
-            lambda: asyncio.run(client.load(batch_of(1))),
-            client.close,
-            client.model.close,
-            lambda: client.model.delay(1),
-            Model,
-            lambda: asyncio.run(Client().__aenter__()),
-        ]
 
-        def misuse():
-            for use in uses:
-                with pytest.raises(RuntimeError, match="another event loop|outside the event loop|no running event loop"):
-                    use()
-            query.close()  # the garbage collector does the same, in any thread
-            assert client.outstanding == 1
-
-        with ThreadPoolExecutor() as threads:
-            threads.submit(misuse).result()  # the event loop does not run meanwhile
-        await settled()
-        assert client.is_bound and client.outstanding == 0
+    with ThreadPoolExecutor() as threads:
+        threads.submit(misuse).result()  # the event loop does not run meanwhile
+    await settled()
+    assert client.is_bound and client.outstanding == 0
 
 
 def rule(i):
@@ -297,33 +291,32 @@ def batch_of(count):
     return batch
 
 
-async def test_a_batch_is_loaded_through_a_window():
-    async with Client() as client:
-        await client.load(Batch())
-        await client.load(batch_of(3000), window=7)
-        assert client.model.totals().rules == 3000
-        assert client.model.lookup("10.11.184.1").rule_id == 3000
-        again = Batch()
-        again.timeout_set(**UDP)
-        for i in (1, 2, 3001, 3002):
-            again.mapt_bmr_del(**rule(i))
-        said = "2 of 5 commands failed, the first at 3: the server has no such entry"
-        with pytest.raises(LoadFailed, match=said) as failed:
-            await client.load(again)
-        assert {place: error.code for place, error in failed.value.failures.items()} == {3: NO_ENTRY, 4: NO_ENTRY}
-        client.model.hold()
-        commands = client.model.counts().commands
-        stopped = asyncio.ensure_future(client.load(again, window=2))
-        await settled()
-        assert client.model.counts().commands == commands + 2
-        stopped.cancel()
-        client.model.release()
-        await client.timeout_set(**UDP)
-        model, client.model = client.model, None
-        model.close()
-        with pytest.raises(LoadFailed) as failed:
-            await client.load(batch_of(4))
-        assert [type(error) for error in failed.value.failures.values()] == [Unreachable] * 4
+async def test_a_batch_is_loaded_through_a_window(client):
+    await client.load(Batch())
+    await client.load(batch_of(3000), window=7)
+    assert client.model.totals().rules == 3000
+    assert client.model.lookup("10.11.184.1").rule_id == 3000
+    again = Batch()
+    again.timeout_set(**UDP)
+    for i in (1, 2, 3001, 3002):
+        again.mapt_bmr_del(**rule(i))
+    said = "2 of 5 commands failed, the first at 3: the server has no such entry"
+    with pytest.raises(LoadFailed, match=said) as failed:
+        await client.load(again)
+    assert {place: error.code for place, error in failed.value.failures.items()} == {3: NO_ENTRY, 4: NO_ENTRY}
+    client.model.hold()
+    commands = client.model.counts().commands
+    stopped = asyncio.ensure_future(client.load(again, window=2))
+    await settled()
+    assert client.model.counts().commands == commands + 2
+    stopped.cancel()
+    client.model.release()
+    await client.timeout_set(**UDP)
+    model, client.model = client.model, None
+    model.close()
+    with pytest.raises(LoadFailed) as failed:
+        await client.load(batch_of(4))
+    assert [type(error) for error in failed.value.failures.values()] == [Unreachable] * 4
 
 
 async def test_the_client_knows_when_the_channel_is_full_and_when_it_has_room():
