@@ -48,6 +48,10 @@ TEST_F(cxx_client_test_t, the_verdict_on_a_rule_is_the_servers_and_not_the_rule_
     }));
     pump();
     EXPECT_EQ(ends_, std::vector({not_ready_}));
+    bind({}, nat64::adapter{});
+    model->fail_next(99, 1);
+    const nat64::rule_result without_adapter = run(client->mapt_bmr_add(a_rule(11)));
+    EXPECT_TRUE(without_adapter && !without_adapter.has_verdict);
 }
 
 TEST_F(cxx_client_test_t, a_callback_can_read_the_servers_verdict_on_a_rule_in_c) {
@@ -79,13 +83,6 @@ TEST_F(cxx_client_test_t, codes_after_which_a_retry_helps_are_distinguished_from
         EXPECT_FALSE(fwx_nat64_may_retry(code)) << code;
 }
 
-TEST_F(cxx_client_test_t, without_an_adapter_the_verdict_on_a_rule_is_the_rule_tables) {
-    bind({}, nat64::adapter{});
-    model->fail_next(99, 1);
-    const nat64::rule_result got = run(client->mapt_bmr_add(a_rule(8)));
-    EXPECT_TRUE(got && !got.has_verdict);
-}
-
 TEST_F(cxx_client_test_t, an_unanswered_command_ends_at_its_deadline_and_its_late_answer_is_ignored) {
     model->hold();
     client->deadline_set(80ms);
@@ -99,8 +96,7 @@ TEST_F(cxx_client_test_t, an_unanswered_command_ends_at_its_deadline_and_its_lat
     const nat64::task<> reusing = begin(client->pool_add(a_pool(3))); /* reuses the slot of the command that ended */
     turn(30);
     EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_}));
-    model->release(fwx_nat64_model_order_t::in_order);
-    pump();
+    release();
     EXPECT_EQ(ends_, std::vector({timed_out_, timed_out_, nat64::nat64_error(0)}));
 }
 
@@ -112,38 +108,32 @@ TEST_F(cxx_client_test_t, without_timers_deadlines_are_checked_when_the_program_
     EXPECT_TRUE(ends_.empty());
     client->expire();
     EXPECT_EQ(ends_, std::vector({timed_out_}));
-    model->release(fwx_nat64_model_order_t::in_order);
+    release();
 }
 
 TEST_F(cxx_client_test_t, deadlines_are_kept_when_a_timer_cannot_be_set_or_rings_too_early) {
-    static int timers;
-    const struct {
-        const char *what;
-        decltype(nat64::adapter::timer_add) timer_add;
-    } rows[] = {
-        {"not set", [](void *of, uint64_t delay_ms, void (*fn)(void *),
-                       void *arg) { return timers++ == 0 ? 0 : fwx::host::adapter.timer_add(of, delay_ms, fn, arg); }},
-        {"early",
-         [](void *of, uint64_t delay_ms, void (*fn)(void *), void *arg) {
-             return fwx::host::adapter.timer_add(of, timers++ == 0 ? delay_ms - 1 : delay_ms, fn, arg);
-         }},
+    static bool is_first;
+    static bool is_early;
+    nat64::adapter platform = fwx::host::adapter;
+    platform.timer_add = [](void *of, uint64_t delay_ms, void (*fn)(void *), void *arg) {
+        const bool is_wrong = std::exchange(is_first, false);
+        const auto add = [=](uint64_t ms) { return fwx::host::adapter.timer_add(of, ms, fn, arg); };
+        return !is_wrong ? add(delay_ms) : is_early ? add(delay_ms - 1) : 0;
     };
-    for (const auto &row : rows) {
-        timers = 0;
+    for (const char *what : {"not set", "early"}) {
+        is_first = true;
+        is_early = *what == 'e';
         ends_.clear();
-        nat64::adapter platform = fwx::host::adapter;
-        platform.timer_add = row.timer_add;
         bind({}, platform);
         model->hold();
         const nat64::task<> tasks[] = {begin(client->pool_add(a_pool(1)).within(50ms)),
                                        begin(client->pool_add(a_pool(2)).within(80ms))};
         for (const uint64_t turn_ms : {49U, 1U, 30U}) {
-            EXPECT_EQ(ends_.size(), turn_ms == 30U ? 1U : 0U) << row.what;
+            EXPECT_EQ(ends_.size(), turn_ms == 30U ? 1U : 0U) << what;
             turn(turn_ms);
         }
-        EXPECT_EQ(ends_, std::vector(2, timed_out_)) << row.what;
-        model->release(fwx_nat64_model_order_t::in_order);
-        pump();
+        EXPECT_EQ(ends_, std::vector(2, timed_out_)) << what;
+        release();
     }
 }
 
@@ -443,8 +433,7 @@ TEST_F(cxx_client_test_t, the_time_of_a_command_and_of_a_lists_first_reply_inclu
         EXPECT_TRUE(ends_.empty()) << has_room;
         turn(1);
         EXPECT_EQ(ends_, std::vector(5, timed_out_)) << has_room;
-        model->release(fwx_nat64_model_order_t::in_order);
-        pump();
+        release();
         ASSERT_EQ(ends_.size(), 6U);
         EXPECT_FALSE(ends_.back()) << "the time of the second command of a window begins when the first has ended";
         report_room();
@@ -582,8 +571,7 @@ TEST_F(cxx_client_test_t, times_out_of_range_are_errors_at_the_call_and_zero_is_
     turn(20);
     turn(20);
     EXPECT_EQ(ends_, std::vector(3, timed_out_));
-    model->release(fwx_nat64_model_order_t::in_order);
-    pump();
+    release();
 }
 
 TEST_F(cxx_client_test_t, a_loop_that_awaits_tasks_which_end_at_once_takes_no_stack) {

@@ -49,6 +49,11 @@ protected:
         end_model();
         make_model();
     }
+    /** Has the model send the answers that it holds. */
+    void release() {
+        model->release(fwx_nat64_model_order_t::in_order);
+        pump();
+    }
     /** Replaces the client. */
     void bind(const fwx::nat64::handlers &handlers = {}, const fwx::nat64::adapter &adapter = fwx::host::adapter) {
         client.emplace("test", loop.get(), handlers, adapter);
@@ -95,10 +100,14 @@ protected:
         task.start();
         return task;
     }
-    /** Starts a task that awaits a command and appends its error to `ends_`. */
-    fwx::nat64::task<> begin(auto command) { return begin(keep(std::move(command))); }
+    /** Starts a task that awaits a command, or the list that a function makes, and appends its error to `ends_`. */
+    fwx::nat64::task<> begin(auto awaitable) { return begin(keep(std::move(awaitable))); }
     fwx::nat64::task<> keep(auto command) {
         const fwx::nat64::result got = co_await command;
+        ends_.push_back(got.error);
+    }
+    fwx::nat64::task<> keep(std::invocable auto make_list) {
+        const auto got = co_await make_list();
         ends_.push_back(got.error);
     }
     /** Starts a walk and reads it to its end. Gives the number of its entries, or 0 after an error. */
@@ -125,7 +134,7 @@ protected:
         bool was_throttled = false;
         fwx::nat64::result got = {};
         for (size_t i = 0; i < 1000000 && got; ++i) {
-            was_throttled = was_throttled || client->is_throttled();
+            was_throttled = client->is_throttled();
             got = client->session_clear(fwx::nat64::session_filter{}, ignored);
         }
         EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
