@@ -7,11 +7,13 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -81,11 +83,10 @@ public:
               "every command that was sent is answered, failed or outstanding");
     }
     void print() const {
-        printf("%llu kills, %llu commands outstanding at each in the mean: ", as_number(rounds_),
-               as_number(rounds_ == 0 ? 0 : outstanding_at_kills_ / rounds_));
-        printf("%llu sent: %llu answered, %llu failed as not taken, %llu outstanding; %llu refused without a server\n",
-               as_number(ledger.sent), as_number(ledger.answered), as_number(ledger.failed),
-               as_number(ledger.open_count()), as_number(ledger.refused));
+        std::cout << rounds_ << " kills, " << outstanding_at_kills_ / std::max<uint64_t>(rounds_, 1)
+                  << " commands outstanding at each in the mean: " << ledger.sent << " sent: " << ledger.answered
+                  << " answered, " << ledger.failed << " failed as not taken, " << ledger.open_count()
+                  << " outstanding; " << ledger.refused << " refused without a server\n";
     }
 
     static void check(bool is_true, const char *what) {
@@ -100,7 +101,6 @@ public:
 private:
     static drill_t *present;
 
-    static unsigned long long as_number(uint64_t count) { return count; }
     uint32_t below(uint32_t limit) { return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random_); }
     static bool is_connected() { return fwx_nat64_client_info_get()->connected != 0; }
 
@@ -108,7 +108,7 @@ private:
     bool start_server() {
         return server_.start([this](int ready) {
             dup2(ready, STDOUT_FILENO);
-            execl(server_program_, server_program_, server_name, view_fd_.c_str(), nullptr);
+            execl(server_program_, server_program_, server_name, "0", view_fd_.c_str(), nullptr);
         });
     }
     /** Kills the server after a delay, from a signal handler in this process, so that the kill can come at any point

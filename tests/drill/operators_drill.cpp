@@ -64,9 +64,10 @@ public:
                 return apply_and_end();
         }
     }
-    void print() const {
+    void print(int rounds) const {
+        std::printf("%d rounds:", rounds);
         for (const auto &[what, count] : counts_) {
-            std::printf("%s %d  ", what.c_str(), count);
+            std::printf(" %s %d ", what.c_str(), count);
         }
         std::printf("\n");
     }
@@ -97,27 +98,25 @@ private:
         return "XDG_STATE_HOME=" + directory_.path() + "/home" + std::to_string(operator_number) + " exec " +
                NATCTL_PATH + " --connect alpha " + command + " 2>&1";
     }
-    /** Runs natctl, and returns its exit status. Stores its output in `said`, unless that is null. */
-    int run(size_t operator_number, const std::string &command, std::string *said = nullptr) const {
-        return end_of(start(operator_number, command), said);
-    }
     FILE *start(size_t operator_number, const std::string &command) const {
         return popen(command_of(operator_number, command).c_str(), "r");
     }
-    static int end_of(FILE *natctl, std::string *said = nullptr) {
+    /** The exit status of natctl, and its output. */
+    static std::pair<int, std::string> end_of(FILE *natctl) {
         std::string text;
         char room[4096];
         for (size_t size = 0; (size = fread(room, 1, sizeof room, natctl)) != 0;) {
             text.append(room, size);
         }
-        if (said != nullptr) *said = text;
-        return WEXITSTATUS(pclose(natctl));
+        return {WEXITSTATUS(pclose(natctl)), text};
     }
-    items_t held() const {
-        std::string text;
-        if (run(0, "config show", &text) != 0) fail("config show: " + text);
-        return items_of(text);
+    /** Runs natctl, which must succeed, and returns its output. */
+    std::string run(size_t operator_number, const std::string &command) const {
+        const auto [status, said] = end_of(start(operator_number, command));
+        if (status != 0) fail(command + ": " + said);
+        return said;
     }
+    items_t held() const { return items_of(run(0, "config show")); }
     void expect(const char *what, const items_t &document) {
         const items_t now = held();
         if (now != document) {
@@ -130,8 +129,7 @@ private:
     }
 
     void apply(size_t by, const items_t &document) {
-        std::string said;
-        if (run(by, "config apply " + file_of(document), &said) != 0) fail("apply: " + said);
+        run(by, "config apply " + file_of(document));
         expect("applied", document);
     }
 
@@ -142,23 +140,21 @@ private:
             both[i] = start(i, "config apply " + file_of(documents[i]));
         }
         for (FILE *each : both) {
-            if (end_of(each) != 0) fail("one of two simultaneous applies failed");
+            if (end_of(each).first != 0) fail("one of two simultaneous applies failed");
         }
         expect("at once", held() == documents[0] ? documents[0] : documents[1]);
     }
 
     void roll_back(size_t by) {
-        std::string said;
-        if (run(by, "--json config rollback", &said) != 0) fail("rollback: " + said);
-        run(by, "--csv config log", &said);
-        const size_t at = said.rfind("config rollback ");
+        run(by, "--json config rollback");
+        const std::string log = run(by, "--csv config log");
+        const size_t at = log.rfind("config rollback ");
         if (at == std::string::npos) return; /* there was no change to roll back */
-        const std::string number = said.substr(at + 16, said.find(',', at) - at - 16);
-        std::string text = "";
-        if (number != "0" && run(by, "config show " + number, &text) != 0)
-            return; /* that version is not stored any more */
-        const bool is_latest = said.find('\n', at) + 1 >= said.size();
-        if (is_latest) expect("rolled back", items_of(text));
+        const std::string number = log.substr(at + 16, log.find(',', at) - at - 16);
+        const auto [status, text] = end_of(start(by, "config show " + number));
+        if (number != "0" && status != 0) return; /* that version is not stored any more */
+        const bool is_latest = log.find('\n', at) + 1 >= log.size();
+        if (is_latest) expect("rolled back", number == "0" ? items_t() : items_of(text));
     }
 
     /** Runs nat64d with a document. It must reconcile its own items, and leave all others unchanged. */
@@ -175,7 +171,8 @@ private:
                 {"alpha", "--config", directory_.path() + "/document", "--state", directory_.path() + "/daemon"},
                 directory_.path() + "/log");
             if (!eventually([] { return daemon_process_t::is("in_step", true); })) fail("nat64d: " + daemon.log());
-            if (run(1, "config apply " + file_of(random_document())) != 5) fail("nat64d's lock does not hold");
+            const auto refused = end_of(start(1, "config apply " + file_of(random_document())));
+            if (refused.first != 5) fail("nat64d's lock does not hold: " + refused.second);
             daemon.end(SIGTERM);
         }
         owned_ = document;
@@ -187,8 +184,7 @@ private:
         const items_t document = random_document();
         FILE *natctl = start(0, "config apply " + file_of(document));
         if (!others_add_pool(99, "10.0.99.1")) fail("the other client failed");
-        std::string said;
-        const int status = end_of(natctl, &said);
+        const auto [status, said] = end_of(natctl);
         items_t with_other = document;
         with_other["pool add --id 99"] = " --param 1 --start 10.0.99.1 --end 10.0.99.1";
         /* The server must have the document, with or without the pool, depending on which came last. */
@@ -217,11 +213,10 @@ private:
         const std::string said = text_of(output);
         const bool is_told = status == 2;
         const items_t now = held();
-        if (is_told && (now != before ||
-                        (said.find(" of ") == std::string::npos && said.find("nothing was sent") == std::string::npos)))
-            fail("wrong result of an interrupted apply: " + said);
-        if (status == 0 && now != document)
-            fail("natctl reported ok, but the server has another configuration: " + said);
+        const bool says_how_far =
+            said.find(" of ") != std::string::npos || said.find("nothing was") != std::string::npos;
+        if (is_told && (now != before || !says_how_far)) fail("wrong result of an interrupted apply: " + said);
+        if (status == 0 && now != document) fail("reported ok, but the server has another configuration: " + said);
         ++counts_[is_told ? "undone" : status >= 0 ? "too late to interrupt" : "killed"];
         apply(1, random_document());
     }
@@ -243,8 +238,7 @@ int main(int argc, char **argv) try {
     for (int i = 1; i <= rounds; ++i) {
         drill.round(i);
     }
-    std::printf("%d rounds: ", rounds);
-    drill.print();
+    drill.print(rounds);
     return 0;
 } catch (const std::exception &error) {
     std::fprintf(stderr, "%s\n", error.what());

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # An example PAL accounts for each of its 10,000 commands although the server is killed meanwhile and started again.
-# usage: restart_test.sh DOOMED_SERVER NATCTL COMMAND...   COMMAND gets the server's name as its last argument
+# usage: restart_test.sh DRILL_SERVER NATCTL COMMAND...   COMMAND gets the server's name as its last argument
 set -euo pipefail
-doomed_server=$1 natctl=$2
+drill_server=$1 natctl=$2
 shift 2
 XDG_RUNTIME_DIR=$(mktemp -d)
 export XDG_RUNTIME_DIR
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$XDG_RUNTIME_DIR"' EXIT
 
-coproc doomed { exec "$doomed_server" alpha 700; }
+coproc doomed { exec "$drill_server" alpha 700; }
 doomed_pid=$!
 read -r -u "${doomed[0]}"
 "$@" alpha >"$XDG_RUNTIME_DIR/said" &
