@@ -1,2 +1,2 @@
-/* The same PAL in C++. */
-#include "consumer.c"
+/* The same program in C++. */
+#include "../model/interface_test.c"

@@ -56,10 +56,10 @@ server=$!
 trap 'kill $server 2>/dev/null || true' EXIT
 until [[ -s served ]]; do kill -0 $server; done
 
-read -ra flags <<<"$(pkg-config --cflags --libs fwx_nat64 fwx_host)"
-[[ ${flags[*]} == "-lfwx_nat64 -lfwx_host" ]] || fail "flags of pkg-config: ${flags[*]}"
-read -ra model_flags <<<"$(pkg-config --cflags --libs fwx_nat64_model)"
-[[ ${model_flags[*]} == "-lfwx_nat64_model -lfwx_host" ]] || fail "flags of pkg-config: ${model_flags[*]}"
+for names in fwx_nat64_model "fwx_nat64 fwx_host"; do
+  read -ra flags <<<"$(pkg-config --cflags --libs $names)"
+  [[ ${flags[*]} == "-l${names%% *} -lfwx_host" ]] || fail "flags of pkg-config: ${flags[*]}"
+done
 warnings=(-Wall -Wextra -Wpedantic -Wconversion -Werror)
 mkdir project
 cat >project/CMakeLists.txt <<'END'
@@ -67,12 +67,9 @@ cmake_minimum_required(VERSION 3.25)
 project(project LANGUAGES C CXX)
 set(CMAKE_CXX_STANDARD 20)
 find_package(fwx_nat64 1.0 REQUIRED)
-function(add_pal name source)
-  add_executable(${name} ${EXAMPLES}/${source})
-  target_link_libraries(${name} PRIVATE fwx_nat64::fwx_nat64 fwx_nat64::fwx_host)
-endfunction()
-add_pal(pal_c pal.c)
-add_pal(pal_cxx pal.cpp)
+link_libraries(fwx_nat64::fwx_nat64 fwx_nat64::fwx_host)
+add_executable(pal_c ${EXAMPLES}/pal.c)
+add_executable(pal_cxx ${EXAMPLES}/pal.cpp)
 END
 examples=/usr/share/doc/libfwx-nat64-dev/examples
 cc -std=c11 "${warnings[@]}" $examples/pal.c -o pal_c "${flags[@]}"
@@ -85,10 +82,7 @@ run_pal() {
   said=$("${as_fwx[@]}" "$@" alpha) || fail "$*: $said"
   echo "$*: $said"
 }
-run_pal ./pal_c
-run_pal ./pal_cxx
-run_pal project/build/pal_c
-run_pal project/build/pal_cxx
+for pal in {.,project/build}/pal_{c,cxx}; do run_pal "$pal"; done
 run_pal python3 /usr/share/doc/python3-fwx-nat64/examples/pal.py
 
 # The Python module from its sources, and from a source distribution and a wheel, built on the development package.
