@@ -19,20 +19,16 @@ class ledger_t {
 public:
     explicit ledger_t(server_view_t &view) : view_(view) {}
 
-    /** Sends the next command. Its kind depends on its number. */
-    void send_next() {
+    /** Sends the next command, whose kind depends on its number. Returns false when the send was refused. */
+    bool send_next() {
         const uint64_t number = ++last_;
-        void *pal_ctx = reinterpret_cast<void *>(number);
         const auto kind = static_cast<kind_t>(number % 3);
         open_.emplace(number, kind); /* before the send, because a callback may come during it */
         view_.refusals_of(number) = 0;
-        const uint32_t code = send(kind, static_cast<uint32_t>(number), pal_ctx);
-        if (code == 0) {
-            sent += 1;
-            return;
-        }
-        refused += 1;
-        if (open_.erase(number) == 0) fault("called back although its send failed", number);
+        const bool is_sent = send(kind, number) == 0;
+        (is_sent ? sent : refused) += 1;
+        if (!is_sent && open_.erase(number) == 0) fault("called back although its send failed", number);
+        return is_sent;
     }
     /** Must be called by the reply callbacks, as statistics(). */
     void verdict(void *pal_ctx, uint32_t result) {
@@ -94,18 +90,14 @@ private:
     static constexpr uint32_t code_of_no_entry = 0x6003; /* the model's code FWX_NAT64_MODEL_ERR_NO_ENTRY */
 
     static uint64_t number_of(void *pal_ctx) { return reinterpret_cast<uintptr_t>(pal_ctx); }
-    static uint32_t send(kind_t kind, uint32_t number, void *pal_ctx) {
+    static uint32_t send(kind_t kind, uint64_t number) {
+        void *pal_ctx = reinterpret_cast<void *>(number);
         const fwx_nat64_timeout_t timeout = {1, 300};
         fwx_nat64_smapping_t absent{};
-        absent.id = number;
-        switch (kind) {
-            case kind_t::GOOD:
-                return fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, pal_ctx);
-            case kind_t::BAD:
-                return fwx_nat64_smapping_set_a(FWX_NAT64_OP_DEL, &absent, pal_ctx);
-            default:
-                return fwx_nat64_stats_sys_query_a(0, pal_ctx);
-        }
+        absent.id = static_cast<uint32_t>(number);
+        if (kind == kind_t::GOOD) return fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &timeout, pal_ctx);
+        if (kind == kind_t::BAD) return fwx_nat64_smapping_set_a(FWX_NAT64_OP_DEL, &absent, pal_ctx);
+        return fwx_nat64_stats_sys_query_a(0, pal_ctx);
     }
     /** Removes a command from the open ones, because its callback was called. */
     void close(void *pal_ctx, bool is_of_kind, bool is_answer) {
