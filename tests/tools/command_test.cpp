@@ -11,12 +11,6 @@ namespace {
 
 class command_test : public natctl_test {};
 
-TEST_F(command_test, the_codes_of_a_server_have_their_texts_where_no_model_runs) {
-    run("--dry-run dev ipalias upload");
-    EXPECT_STREQ(xerr_strerror(0x6003), "the server has no such entry");
-    EXPECT_STREQ(xerr_strerror(0x6007), "the server has some of these addresses in another pool");
-}
-
 TEST_F(command_test, statistics_come_as_rows_in_every_format) {
     const json_t system = outcomes_of("pool del --id 1\nstats system\n");
     EXPECT_EQ(system.at(1).at("data").at("pools"), 0);
