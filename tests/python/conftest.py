@@ -2,7 +2,7 @@
 
 import asyncio
 import inspect
-from contextlib import contextmanager, nullcontext
+from contextlib import nullcontext
 
 import pytest
 
@@ -55,11 +55,11 @@ def clock():
     lib.fwx_host_clock_run()
 
 
-@contextmanager
-def refused(code):
-    with pytest.raises(Error) as refusal:
-        yield
-    assert refusal.value.code == code
+async def failure(awaitable):
+    """What a command, query or load ends with, which must be an error."""
+    with pytest.raises(Error) as failed:
+        await awaitable
+    return failed.value
 
 
 async def settled():

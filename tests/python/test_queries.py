@@ -4,7 +4,7 @@ import asyncio
 from ipaddress import ip_address
 
 import pytest
-from conftest import VALUE, refused, settled
+from conftest import VALUE, failure, settled
 
 from fwx_nat64 import Batch, Client, Error, Model, Sessions
 from fwx_nat64._commands import FULLSESSION_ENTRIES
@@ -27,8 +27,7 @@ async def test_statistics_have_typed_entries_and_lists_are_whole(client):
     assert (await client.stats_boot()) == client.model.boot()
     assert (await client.stats_counts()).clients == 1
     client.model.fail_next(VALUE)
-    with refused(VALUE):
-        await client.stats_pools()
+    assert (await failure(client.stats_pools())).code == VALUE
     system = await client.stats_system()
     assert (system.sessions, system.refused_value) == (10, 1)
     batch = Batch()
@@ -57,8 +56,7 @@ async def test_the_configuration_comes_as_the_commands_that_make_it(client):
     await client.load(batch)
     assert len((await client.configuration()).items) == 2502
     client.model.fail_next(VALUE)
-    with refused(VALUE):
-        await client.configuration()
+    assert (await failure(client.configuration())).code == VALUE
 
 
 async def test_a_walk_shows_each_session_once_with_both_sides(client):
