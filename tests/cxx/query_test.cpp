@@ -1,8 +1,7 @@
 /* Queries of the C++ interface: whole lists, replies one by one, walks, the configuration, and a server that sends
  * wrong replies. */
-#include <cstring>
-
 #include "cxx_fixture.h"
+#include "tests/support/bytes.h"
 #include "tests/support/zero_server.h"
 
 namespace nat64 = fwx::nat64;
@@ -284,8 +283,7 @@ TEST_F(cxx_query_test_t, a_list_with_wrong_replies_ends_with_the_matching_error)
     const auto page = [](uint8_t bytes, uint8_t entries, uint8_t size, size_t behind) {
         std::vector<uint8_t> made(16 + sizeof(fwx_nat64_config_page_t) + sizeof(fwx_nat64_config_entry_t) + behind);
         made[12] = FWX_NAT64_SEL_CONFIG;
-        const uint64_t magic = FWX_NAT64_CONFIG_MAGIC;
-        std::memcpy(&made[16], &magic, sizeof magic);
+        put<uint64_t>(made, 16, FWX_NAT64_CONFIG_MAGIC);
         made[24] = bytes;
         made[28] = entries;
         made[32] = 1;

@@ -104,14 +104,6 @@ private:
             execl(server_program_, server_program_, server_name, "0", view_fd_.c_str(), nullptr);
         });
     }
-    /** Kills the server after a delay, from a signal handler in this process, so that the kill can come at any point
-     * of this process's code. */
-    void kill_server_in(uint32_t microseconds) {
-        itimerspec at{};
-        at.it_value.tv_nsec = long{microseconds} * 1000 + 1;
-        timer_settime(kill_timer_, 0, &at, nullptr);
-    }
-
     bool bind() {
         fwx_nat64_reply_cbs_t callbacks{};
         callbacks.cfg_reply_cb = [](fwx_nat64_cmd_result_t *result) {
@@ -145,7 +137,9 @@ private:
         const bool skips_loop = below(2) == 0; /* do not run the loop until the server is dead */
         fill();
         outstanding_at_kills_ += ledger.open_count() - lost_;
-        kill_server_in(below(longest_life_us));
+        itimerspec at{}; /* when a signal handler in this process kills it, at any point of this process's code */
+        at.it_value.tv_nsec = long{below(longest_life_us)} * 1000 + 1;
+        timer_settime(kill_timer_, 0, &at, nullptr);
         while (!server_.has_ended()) {
             if (!skips_loop) keep_busy();
         }

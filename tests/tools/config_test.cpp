@@ -53,7 +53,7 @@ protected:
     static int changes() { return alpha_json("dev server boot").at("data").at("changes").get<int>(); }
     /** Reads once from a descriptor. Empty at its end. */
     static std::string told(int descriptor) {
-        std::string text(4096, '\0');
+        std::string text(size_t{1} << 16, '\0');
         text.resize(static_cast<size_t>(std::max<ssize_t>(read(descriptor, text.data(), text.size()), 0)));
         return text;
     }

@@ -50,10 +50,10 @@ TEST_F(server_process_test, a_change_of_the_embedded_model_is_told_where_servers
     std::ofstream(file) << set << '\n';
     for (const std::string &command : {set, "config apply " + file, std::string("sessions clear --all")}) {
         const std::string name = command.substr(0, command.find(' ', command.find(' ') + 1));
-        EXPECT_TRUE(ends(run(command), 0,
-                         "natctl: " + name +
-                             ": done by natctl's own server model, which has ended; running servers: alpha; choose "
-                             "one with --connect or NATCTL_CONNECT\n"));
+        const std::string notes = "natctl: " + name + ": done by natctl's own server model, which has ended; " +
+                                  "running servers: alpha; choose one with --connect or NATCTL_CONNECT\n";
+        const run_t got = run(command);
+        EXPECT_EQ(got, (run_t{0, got.answers, notes}));
     }
     for (const std::string &command : {"--quiet " + set, "--dry-run " + set, "batch " + file, "config check " + file,
                                        std::string("stats system"), "--connect alpha " + set}) {
