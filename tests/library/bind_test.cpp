@@ -1,12 +1,12 @@
-/* Binding: what a bind publishes and sends, the refusal of wrong arguments and of a second bind, and the state that is
- * left after a fault in each step. */
+/* The binding and its channel: what a bind publishes and sends, the state that a failed step leaves, the reopening of
+ * the channel with the initial commands after an error, and flow control. */
 #include "library_fixture.h"
 
 namespace {
 
-class bind_test_t : public library_fixture_t {};
+using bind_test_t = library_fixture_t;
 
-constexpr uint32_t fault = 0x104;
+constexpr uint32_t injected = 0x104;
 constexpr uint32_t already_bound = 17;
 
 /* A fault during a bind: the result of bind, and the log line before the text of the fault. */
@@ -20,23 +20,27 @@ struct bind_failure_t {
 constexpr bind_failure_t bind_failures[] = {
     {FWX_HOST_OP_CALLOC, 1, 12, nullptr},
     {FWX_HOST_OP_CALLOC, 2, 12, nullptr},
-    {FWX_HOST_OP_EVENT_TO_SMC, 1, fault, nullptr},
-    {FWX_HOST_OP_EVENT_CREATE, 1, fault, nullptr},
-    {FWX_HOST_OP_LIST_INIT, 1, fault, nullptr},
+    {FWX_HOST_OP_EVENT_TO_SMC, 1, injected, nullptr},
+    {FWX_HOST_OP_EVENT_CREATE, 1, injected, nullptr},
+    {FWX_HOST_OP_LIST_INIT, 1, injected, nullptr},
     {FWX_HOST_OP_CALLOC, 3, FWX_NAT64_ERR_COMINGUP_NOMEM, nullptr},
     {FWX_HOST_OP_CHUNK_CREATE, 1, FWX_NAT64_ERR_COMINGUP_NOMEM, nullptr},
     {FWX_HOST_OP_CHAN_OPEN, 1, FWX_NAT64_ERR_AGAIN, "fwx_nat64_client_connect_to_server open failed "},
-    {FWX_HOST_OP_FC_SET, 1, fault, "fwx_nat64_client_connect_to_server fc set failed "},
-    {FWX_HOST_OP_HANDLER_ATTACH, 1, fault, "fwx_nat64_client_connect_to_server attach msg handlers failed "},
-    {FWX_HOST_OP_HANDLER_ATTACH, 11, fault, "fwx_nat64_client_connect_to_server attach msg handlers failed "},
-    {FWX_HOST_OP_CGM_REGISTER, 1, fault, "fwx_nat64_bind_cmn: failed to register with CGM: "},
+    {FWX_HOST_OP_FC_SET, 1, injected, "fwx_nat64_client_connect_to_server fc set failed "},
+    {FWX_HOST_OP_HANDLER_ATTACH, 1, injected, "fwx_nat64_client_connect_to_server attach msg handlers failed "},
+    {FWX_HOST_OP_HANDLER_ATTACH, 11, injected, "fwx_nat64_client_connect_to_server attach msg handlers failed "},
+    {FWX_HOST_OP_CGM_REGISTER, 1, injected, "fwx_nat64_bind_cmn: failed to register with CGM: "},
     {FWX_HOST_OP_TX_ALLOC, 1, FWX_NAT64_ERR_NOMEM, nullptr},
-    {FWX_HOST_OP_SYNC_SEND, 1, fault, "fwx_nat64_client_sync_cmd_send msg_send failed "},
+    {FWX_HOST_OP_SYNC_SEND, 1, injected, "fwx_nat64_client_sync_cmd_send msg_send failed "},
     {FWX_HOST_OP_CHUNK_MALLOC, 1, FWX_NAT64_ERR_NOMEM, nullptr},
     {FWX_HOST_OP_TX_ALLOC, 2, FWX_NAT64_ERR_NOMEM, nullptr},
     {FWX_HOST_OP_LIST_INSERT_TAIL, 1, FWX_NAT64_ERR_NOMEM, nullptr},
-    {FWX_HOST_OP_ASYNC_SEND, 1, fault, "fwx_nat64_client_async_cmd_send msg_send failed "},
+    {FWX_HOST_OP_ASYNC_SEND, 1, injected, "fwx_nat64_client_async_cmd_send msg_send failed "},
 };
+
+using connection_test_t = bound_library_t;
+
+std::vector<std::pair<uint32_t, void *>> throttle_reports;
 
 }  // namespace
 
@@ -53,11 +57,8 @@ TEST_F(bind_test_t, a_bind_publishes_the_pals_callbacks_and_sends_init_then_unso
 
     pump();
     ASSERT_EQ(received.size(), 2u);
-    EXPECT_EQ(hex(slice(received[0], 0, 4)), "02 80 60 00");
-    EXPECT_EQ(hex(slice(received[0], 16, 8)), "90 00 01 00 01 02 03 04");
-    EXPECT_EQ(received[0].size(), 24u);
-    EXPECT_EQ(hex(slice(received[1], 0, 4)), "01 c0 60 00");
-    EXPECT_EQ(received[1].size(), 32u);
+    expect_message(received[0], 24, {{0, "02 80 60 00"}, {16, "90 00 01 00 01 02 03 04"}});
+    expect_message(received[1], 32, {{0, "01 c0 60 00"}});
     EXPECT_EQ(get<uint32_t>(received[1], 24), info()->epoch);
 }
 
@@ -87,10 +88,10 @@ TEST_F(bind_test_t, a_failure_is_returned_and_leaves_the_state_that_belongs_to_i
     for (const bind_failure_t &failure : bind_failures) {
         SCOPED_TRACE(std::string(fwx_host_op_name(failure.op)) + " " + std::to_string(failure.nth));
         logged.clear();
-        fwx_host_fault_arm(failure.op, failure.nth, fault);
+        fwx_host_fault_arm(failure.op, failure.nth, injected);
         EXPECT_EQ(bind(), failure.expected);
-        std::vector<std::string> lines;
-        if (failure.line != nullptr) lines.push_back(std::string("error: \n") + failure.line + xerr_strerror(fault));
+        lines_t lines;
+        if (failure.line != nullptr) lines.push_back(std::string("error: \n") + failure.line + xerr_strerror(injected));
         EXPECT_EQ(logged, lines);
         if (failure.op == FWX_HOST_OP_CGM_REGISTER) { /* after this step the library stays bound */
             EXPECT_EQ(info()->connected, 1u);
@@ -105,4 +106,85 @@ TEST_F(bind_test_t, a_failure_is_returned_and_leaves_the_state_that_belongs_to_i
         EXPECT_EQ(bind(), 0u);
         fwx_nat64_unbind();
     }
+}
+
+TEST_F(connection_test_t, a_send_after_a_channel_error_opens_a_channel_and_sends_the_initial_commands_first) {
+    const bytes_t survivor = send(3);
+    received.clear();
+    fwx_nat64_dbg_warning_set(1);
+    break_channel();
+    EXPECT_EQ(info()->connected, 0u);
+    ASSERT_FALSE(logged.empty());
+    EXPECT_EQ(logged.back().find("warning: \nfwx_nat64_clnt_chan_err_hndlr channel error detected "), 0u);
+    EXPECT_EQ(outstanding(), 1u);
+
+    const fwx_nat64_timeout_t timeout = {7, 60};
+    struct {
+        fwx_host_op_t op;
+        uint32_t nth, expected;
+        const char *line;
+    } const failures[] = {{FWX_HOST_OP_CHAN_OPEN, 1, FWX_NAT64_ERR_AGAIN, "open failed"},
+                          {FWX_HOST_OP_ASYNC_SEND, 1, 5, "init cmd send failed"},
+                          {FWX_HOST_OP_ASYNC_SEND, 2, 5, "unsol setup send failed"}};
+    for (const auto &failure : failures) { /* in each case the channel stays down and the command is refused */
+        fwx_host_fault_arm(failure.op, failure.nth, 5);
+        EXPECT_EQ(fwx_nat64_timeout_set_a(1, &timeout, this), failure.expected);
+        EXPECT_TRUE(logged_line(std::string("error: \nfwx_nat64_client_connect_to_server ") + failure.line +
+                                " Input/output error"));
+        EXPECT_EQ(info()->connected, 0u);
+        pump();
+        EXPECT_EQ(live().channels + live().tx_buffers, 0u);
+        EXPECT_EQ(outstanding(), 1u);
+    }
+    channels_opened = 1;
+    received.clear();
+    ASSERT_EQ(fwx_nat64_timeout_set_a(1, &timeout, this), 0u);
+    pump();
+    EXPECT_EQ(channels_opened, 2u);
+    ASSERT_EQ(received.size(), 3u);
+    expect_message(received[0], 40, {{0, "02 c0 60 00"}, {32, "90 00 01 00 50 41 4c 31"}});
+    expect_message(received[1], 32, {{0, "01 c0 60 00"}});
+    expect_message(received[2], 48, {{0, "03 c0 60 00"}});
+
+    deliver(reply_to(survivor, 0, 36, 9)); /* the epoch is unchanged, so the reply is still valid */
+    EXPECT_EQ(calls, lines_t{"cfg 9"});
+    ASSERT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
+    EXPECT_EQ(channels_opened, 2u);
+}
+
+TEST_F(connection_test_t, flow_control_holds_from_10_mib_to_10_kib_and_is_counted_and_told) {
+    throttle_reports.clear();
+    fwx_nat64_dbg_trace_set(1);
+    const auto send = [&](std::initializer_list<size_t> sizes) {
+        for (const size_t size : sizes) {
+            void *msg = nullptr;
+            ASSERT_EQ(fwx_nat64_client_async_cmd_init(size, 3, nullptr, nullptr, &msg), 0u);
+            ASSERT_EQ(fwx_nat64_client_async_cmd_send(msg, size), 0u);
+        }
+        pump();
+    };
+    const auto take = [&](int messages) {
+        for (; messages > 0; --messages) {
+            fwx_host_server_pause(server, 0);
+            pump();
+        }
+    };
+    pauses_after_each = true;
+    fwx_host_server_pause(server, 1);
+    send({1 << 22, 1 << 22, 2097111, 40});
+    EXPECT_EQ(info()->throttle_on_cnt, 0u) << "a byte is missing";
+    send({10240});
+    EXPECT_EQ(info()->throttle_on_cnt, 1u); /* counted although no callback is set yet */
+    EXPECT_TRUE(logged_line("trace: \nFWX NAT64 CL throttle=TRUE cb=(nil) ctx=(nil) on/off=(1,0)"));
+    info()->throttle_cb = [](uint32_t may_send, void *ctx) { throttle_reports.emplace_back(may_send, ctx); };
+    info()->throttle_ctx = this;
+    take(3);
+    EXPECT_EQ(info()->throttle_off_cnt, 0u) << "10280 bytes are left";
+    take(1);
+    EXPECT_EQ(info()->throttle_off_cnt, 1u);
+    send({1 << 22, 1 << 22, 1 << 21});
+    EXPECT_EQ(throttle_reports, (std::vector<std::pair<uint32_t, void *>>{{1, this}, {0, this}}));
+    EXPECT_EQ(info()->throttle_on_cnt, 2u);
+    take(4);
+    EXPECT_EQ(received.size(), 8u);
 }

@@ -13,13 +13,9 @@ protected:
         bytes_t foreign = reply_to(bytes_t(32), 0, 36);
         put(foreign, 24, info()->epoch + 1);
         deliver(foreign);
-        bytes_t event(20);
-        put<uint32_t>(event, 0, 0x0060C001);
-        put<uint32_t>(event, 16, 1);
-        deliver(event);
-        bytes_t too_long = reply_to(bytes_t(32), 0, 5000);
+        deliver(event(1, 20));
         fwx_host_fault_arm(FWX_HOST_OP_CALLOC, 1, 0);
-        deliver(too_long);
+        deliver(reply_to(bytes_t(32), 0, 5000)); /* too long for the receive buffer */
     }
     std::string levels(bool level_channel) const {
         std::string result;

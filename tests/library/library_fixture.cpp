@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <sstream>
 
 library_fixture_t *library_fixture_t::self = nullptr;
 
@@ -11,8 +12,6 @@ bytes_t copy_of(const void *msg, size_t size) {
     const auto *at = static_cast<const uint8_t *>(msg);
     return {at, at + size};
 }
-
-constexpr size_t data_bytes_shown = 24;
 
 }  // namespace
 
@@ -45,10 +44,19 @@ void library_fixture_t::run_on_call() const {
     if (act) act();
 }
 
-uint32_t library_fixture_t::record(call_t call, const void *data) {
-    call.has_data = data != nullptr;
-    if (data != nullptr) call.data = copy_of(data, data_bytes_shown);
-    self->calls.push_back(call);
+uint32_t library_fixture_t::record(const char *callback, const void *pal_ctx, std::initializer_list<uint64_t> arguments,
+                                   const void *data) {
+    std::ostringstream line;
+    line << callback << std::hex;
+    for (const uint64_t argument : arguments) {
+        line << " " << argument;
+    }
+    if (data != nullptr) {
+        self->data = copy_of(data, 24);
+        line << ": " << hex(slice(self->data, 0, 3));
+    }
+    if (pal_ctx != self) line << (pal_ctx == nullptr ? ", no context" : ", another context");
+    self->calls.push_back(line.str());
     const uint32_t stop = self->stop_value;
     self->run_on_call();
     return stop;
@@ -56,7 +64,7 @@ uint32_t library_fixture_t::record(call_t call, const void *data) {
 
 uint32_t library_fixture_t::walk_cb(void *pal_ctx, uint32_t count, void *data, uint64_t value, uint32_t value2,
                                     uint32_t status) {
-    return record({"walk", pal_ctx, count, value, value2, status, false, {}}, data);
+    return record("walk", pal_ctx, {count, value, value2, status}, data);
 }
 
 void library_fixture_t::SetUp() {
@@ -79,28 +87,28 @@ void library_fixture_t::SetUp() {
     loop = fwx_host_loop_create();
     ASSERT_EQ(fwx_host_server_register("fwx_cp", loop, &server_ops, nullptr, &server), 0u);
 
-    reply_cbs.cfg_reply_cb = [](fwx_nat64_cmd_result_t *r) {
-        record({"cfg", r->pal_ctx, r->result, 0, 0, 0, false, {}}, nullptr);
+    reply_cbs = {
+        [](fwx_nat64_cmd_result_t *r) { record("cfg", r->pal_ctx, {r->result}); },
+        [](void *ctx, uint32_t count, void *at) { return record("sys", ctx, {count}, at); },
+        [](void *ctx, uint32_t count, uint32_t value, void *at) {
+            return record("intf", ctx, {count, value}, at);
+        },
+        [](void *ctx, uint32_t count, uint64_t value, uint32_t value2, void *at) {
+            return record("pool", ctx, {count, value, value2}, at);
+        },
+        [](void *ctx, uint32_t count, uint32_t value, void *at) {
+            return record("limit", ctx, {count, value}, at);
+        },
+        [](void *ctx, uint32_t count, uint64_t value, uint32_t value2, void *at) {
+            return record("mapping", ctx, {count, value, value2}, at);
+        },
     };
-    reply_cbs.sys_stats_cb = [](void *ctx, uint32_t count, void *data) {
-        return record({"sys", ctx, count, 0, 0, 0, false, {}}, data);
+    unsol_cbs.record_cb = [](uint32_t op, const void *at) {
+        uint32_t words[3];
+        memcpy(words, at, sizeof words);
+        record("record", self, {op, words[0], words[1], words[2]});
     };
-    reply_cbs.intf_stats_cb = [](void *ctx, uint32_t count, uint32_t value, void *data) {
-        return record({"intf", ctx, count, value, 0, 0, false, {}}, data);
-    };
-    reply_cbs.pool_stats_cb = [](void *ctx, uint32_t count, uint64_t value, uint32_t value2, void *data) {
-        return record({"pool", ctx, count, value, value2, 0, false, {}}, data);
-    };
-    reply_cbs.limit_stats_cb = [](void *ctx, uint32_t count, uint32_t value, void *data) {
-        return record({"limit", ctx, count, value, 0, 0, false, {}}, data);
-    };
-    reply_cbs.mapping_stats_cb = [](void *ctx, uint32_t count, uint64_t value, uint32_t value2, void *data) {
-        return record({"mapping", ctx, count, value, value2, 0, false, {}}, data);
-    };
-    unsol_cbs.record_cb = [](uint32_t op, const void *data) {
-        self->calls.push_back({"record", nullptr, op, 0, 0, 0, true, copy_of(data, 12)});
-    };
-    unsol_cbs.event_cb = [] { record({"event", nullptr, 0, 0, 0, 0, false, {}}, nullptr); };
+    unsol_cbs.event_cb = [] { record("event", self, {}); };
 }
 
 void library_fixture_t::TearDown() {
@@ -149,10 +157,27 @@ bytes_t library_fixture_t::reply_to(const bytes_t &command, uint32_t type, size_
     return reply;
 }
 
+bytes_t library_fixture_t::event(uint32_t code, size_t size) {
+    bytes_t message(std::max<size_t>(size, 20));
+    put<uint32_t>(message, 0, 0x0060C001);
+    put(message, 16, code);
+    message.resize(size);
+    return message;
+}
+
 void library_fixture_t::deliver(const bytes_t &message) {
     ASSERT_NE(peer, nullptr);
     ASSERT_EQ(fwx_host_peer_send(peer, message.data(), message.size()), 0u);
     pump();
+}
+
+void library_fixture_t::expect_message(const bytes_t &message, size_t size, const std::vector<field_t> &fields) {
+    SCOPED_TRACE(hex(message));
+    EXPECT_EQ(message.size(), size);
+    for (const field_t &field : fields) {
+        const size_t width = (strlen(field.bytes) + 1) / 3;
+        EXPECT_EQ(hex(slice(message, field.offset, width)), field.bytes) << "at " << field.offset;
+    }
 }
 
 void library_fixture_t::break_channel() {

@@ -16,16 +16,12 @@
 #include "tests/support/outstanding.h"
 #include "tests/support/platform_watch.h"
 
-/** One call of a PAL callback. */
-struct call_t {
-    std::string callback;
-    void *pal_ctx = nullptr;
-    uint32_t result = 0; /* of a command; of a query the argument `count` */
-    uint64_t value = 0;
-    uint32_t value2 = 0;
-    uint32_t status = 0;
-    bool has_data = false;
-    bytes_t data; /* first 24 bytes at the data address */
+using lines_t = std::vector<std::string>;
+
+/** Bytes that a message must have at an offset. */
+struct field_t {
+    size_t offset;
+    const char *bytes;
 };
 
 class library_fixture_t : public testing::Test {
@@ -44,13 +40,16 @@ protected:
 
     /** Returns a reply of that type and of `size` bytes to a recorded command, with its context and epoch. */
     static bytes_t reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result = 0);
+    /** Returns an unsolicited command of the server. */
+    static bytes_t event(uint32_t code, size_t size);
     /** Sends bytes from the server to the client and dispatches them. */
     void deliver(const bytes_t &message);
+    static void expect_message(const bytes_t &message, size_t size, const std::vector<field_t> &fields);
     /** Drops the client's connection to the server; the client sees a channel error. */
     void break_channel();
 
     /** Lines of both debug channels with their level ("error: \ntext"), in order. */
-    std::vector<std::string> logged;
+    lines_t logged;
     bool logged_line(const std::string &text) const;
     static fwx_host_live_t live();
     /** Returns the debug flags, '1' for on: error, warning, info, trace. */
@@ -64,9 +63,12 @@ protected:
     bool pauses_after_each = false; /* the server pauses after each asynchronous message */
     uint32_t sync_result = 0;       /* result of the answers to synchronous commands */
     bytes_t sync_extra;             /* bytes after this result */
-    std::vector<call_t> calls;      /* calls of the PAL's callbacks, in order */
-    uint32_t stop_value = 0;        /* result of query and walk callbacks */
-    std::function<void()> on_call;  /* run by the callbacks of the PAL and of the classifier manager */
+    /** Calls of the PAL's callbacks: "walk 40 5600000056 64 2: d1 d2 d3" is a callback, its arguments in hexadecimal
+     * and its first bytes of data. A call with a context other than the fixture says so. */
+    lines_t calls;
+    bytes_t data;                  /* the first 24 bytes of data of the last call that had any */
+    uint32_t stop_value = 0;       /* result of query and walk callbacks */
+    std::function<void()> on_call; /* run by the callbacks of the PAL and of the classifier manager */
     std::vector<std::pair<void *, uint32_t>> cgm_returns;
     fwx_nat64_reply_cbs_t reply_cbs{};
     fwx_nat64_unsol_cbs_t unsol_cbs{};
@@ -80,7 +82,8 @@ public:
 private:
     static library_fixture_t *self;
     static const fwx_host_server_ops_t server_ops;
-    static uint32_t record(call_t call, const void *data);
+    static uint32_t record(const char *callback, const void *pal_ctx, std::initializer_list<uint64_t> arguments,
+                           const void *data = nullptr);
     void run_on_call() const;
 };
 

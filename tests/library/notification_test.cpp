@@ -6,14 +6,6 @@ namespace {
 
 class notification_test_t : public bound_library_t {
 protected:
-    static bytes_t event(uint32_t code, size_t size) {
-        bytes_t message(std::max<size_t>(size, 20));
-        put<uint16_t>(message, 0, 0xC001);
-        put<uint16_t>(message, 2, 96);
-        put(message, 16, code);
-        message.resize(size);
-        return message;
-    }
     static bytes_t debug_event(uint32_t selector, uint32_t on) {
         bytes_t message = event(4, 28);
         put(message, 20, selector);
@@ -30,13 +22,11 @@ TEST_F(notification_test_t, the_wakeup_is_answered_with_a_resume_and_not_handed_
     fwx_nat64_dbg_info_set(1);
     deliver(event(2, 20));
     ASSERT_EQ(received.size(), 1u);
-    EXPECT_EQ(hex(slice(received[0], 0, 4)), "0c c0 60 00");
-    EXPECT_EQ(received[0].size(), 32u);
+    expect_message(received[0], 32, {{0, "0c c0 60 00"}});
     EXPECT_EQ(logged,
-              (std::vector<std::string>{
-                  "info: \nfwx_nat64_async_unsol_notify_svr FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP  is received",
-                  "info: \nNAT_CLIENT: fwx_nat64_client_pal_cmd_q_resume_send_a entered",
-                  "info: \nfwx_nat64_client_pal_cmd_q_resume_send_a FWX_NAT64_EVENT_PAL_CMD_Q_RESUME is sent"}));
+              (lines_t{"info: \nfwx_nat64_async_unsol_notify_svr FWX_NAT64_UNSOL_EV_PAL_CMD_Q_WAKEUP  is received",
+                       "info: \nNAT_CLIENT: fwx_nat64_client_pal_cmd_q_resume_send_a entered",
+                       "info: \nfwx_nat64_client_pal_cmd_q_resume_send_a FWX_NAT64_EVENT_PAL_CMD_Q_RESUME is sent"}));
     deliver(reply_to(received[0], 0, 36));
     EXPECT_EQ(outstanding(), 0u);
     fwx_host_fault_arm(FWX_HOST_OP_TX_ALLOC, 1, 0);
@@ -59,22 +49,12 @@ TEST_F(notification_test_t, records_events_and_mappings_reach_their_callbacks) {
     put(mapping, 20, 0x20u);
     put(mapping, 28, 0x28u);
     deliver(mapping);
+    expect_message(data, 24, {{0, "20 00 00 00"}, {8, "01 00 00 00"}, {16, "28 00 00 00 00 00 00 00"}});
     mapping[61] = 1;
     deliver(mapping);
-    ASSERT_EQ(calls.size(), 5u);
-    EXPECT_EQ(calls[0].result, 3u);
-    EXPECT_EQ(hex(calls[0].data), "24 00 00 00 20 00 00 00 32 00 00 00");
-    EXPECT_EQ(calls[1].result, 1u);
-    EXPECT_EQ(calls[2].callback, "event");
-    EXPECT_EQ(calls[3].callback, "mapping");
-    EXPECT_EQ(calls[3].pal_ctx, nullptr);
-    EXPECT_EQ(calls[3].result, 0u);
-    EXPECT_EQ(calls[3].value, 0u);
-    EXPECT_EQ(calls[3].value2, 1u);
-    EXPECT_EQ(hex(slice(calls[3].data, 0, 4)), "20 00 00 00");
-    EXPECT_EQ(hex(slice(calls[3].data, 8, 4)), "01 00 00 00");
-    EXPECT_EQ(hex(slice(calls[3].data, 16, 8)), "28 00 00 00 00 00 00 00");
-    EXPECT_EQ(hex(slice(calls[4].data, 8, 4)), "00 00 00 00");
+    expect_message(data, 24, {{8, "00 00 00 00"}});
+    const std::string told = "mapping 0 0 1: 20 00 00, no context";
+    EXPECT_EQ(calls, (lines_t{"record 3 24 20 32", "record 1 24 20 32", "event", told, told}));
 }
 
 TEST_F(notification_test_t, missing_callbacks_are_skipped) {
@@ -129,39 +109,32 @@ TEST_F(notification_test_t, classifier_notifications_become_commands_in_both_for
     EXPECT_EQ(fwx_host_cgm_notify(20, 4, data_words, 10, 5, ctx), 0u);
     pump();
     ASSERT_EQ(received.size(), 4u);
-    EXPECT_EQ(hex(slice(received[0], 0, 4)), "03 80 60 00");
-    EXPECT_EQ(hex(slice(received[0], 16, 99)), "15 00 00 00 07 00 00 00");
-    EXPECT_EQ(hex(slice(received[1], 0, 4)), "03 80 60 00");
-    EXPECT_EQ(hex(slice(received[1], 16, 8)), "16 00 00 00 c0 c1 c2 00");
-    EXPECT_EQ(hex(slice(received[1], 44, 99)), "08 00 00 00");
-    EXPECT_EQ(received[2].size(), 44u);
-    EXPECT_EQ(hex(slice(received[2], 32, 8)), "15 00 00 00 09 00 00 00");
-    EXPECT_EQ(received[3].size(), 68u);
-    EXPECT_EQ(hex(slice(received[3], 32, 8)), "16 00 00 00 c0 c1 c2 00");
-    EXPECT_EQ(hex(slice(received[3], 60, 4)), "0a 00 00 00");
+    expect_message(received[0], 24, {{0, "03 80 60 00"}, {16, "15 00 00 00 07 00 00 00"}});
+    expect_message(received[1], 48, {{0, "03 80 60 00"}, {16, "16 00 00 00 c0 c1 c2 00"}, {44, "08 00 00 00"}});
+    expect_message(received[2], 44, {{32, "15 00 00 00 09 00 00 00"}});
+    expect_message(received[3], 68, {{32, "16 00 00 00 c0 c1 c2 00"}, {60, "0a 00 00 00"}});
     EXPECT_EQ(outstanding(), 2u);
 }
 
 TEST_F(notification_test_t, classifier_notifications_that_lack_something_are_refused) {
     void *ctx = this;
     constexpr uint32_t rejected = 0xa0300216;
-    for (const uint32_t op : {0u, 1u, 3u, 6u, 14u, 15u, 99u}) {
-        EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, 0, ctx), rejected);
-        EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, 1, ctx), rejected);
+    for (const uint32_t async : {0u, 1u}) {
+        for (const uint32_t op : {0u, 1u, 3u, 6u, 14u, 15u, 99u}) {
+            EXPECT_EQ(fwx_host_cgm_notify(20, op, data_words, 1, async, ctx), rejected) << op;
+        }
+        EXPECT_EQ(fwx_host_cgm_notify(20, 5, nullptr, 1, async, nullptr), 0u);
+        EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, async, ctx), rejected);
     }
-    EXPECT_EQ(fwx_host_cgm_notify(20, 5, nullptr, 1, 0, nullptr), 0u);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 5, nullptr, 1, 1, nullptr), 0u);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, 0, ctx), rejected);
-    EXPECT_EQ(fwx_host_cgm_notify(20, 4, nullptr, 1, 1, ctx), rejected);
     EXPECT_EQ(fwx_host_cgm_notify(20, 4, data_words, 1, 1, nullptr), rejected);
     void *no_data[1] = {nullptr};
     EXPECT_EQ(fwx_host_cgm_notify(20, 4, no_data, 1, 1, ctx), FWX_NAT64_ERR_INVALID);
     fwx_nat64_dbg_info_set(1);
     EXPECT_EQ(fwx_host_cgm_notify(20, 2, nullptr, 1, 1, nullptr), rejected);
-    EXPECT_EQ(logged,
-              (std::vector<std::string>{
-                  "info: \nFWX NAT64 EA - fwx_nat64_cgm_notification_handler: op=2 batch_id=1 async=1 ctx=(nil)",
-                  "info: \nFWX NAT64 EA - fwx_nat64_cgm_notification_handler: CGM_OP_END_BATCH event implemented"}));
+    EXPECT_EQ(
+        logged,
+        (lines_t{"info: \nFWX NAT64 EA - fwx_nat64_cgm_notification_handler: op=2 batch_id=1 async=1 ctx=(nil)",
+                 "info: \nFWX NAT64 EA - fwx_nat64_cgm_notification_handler: CGM_OP_END_BATCH event implemented"}));
     pump();
     EXPECT_TRUE(received.empty());
 }
@@ -172,9 +145,8 @@ TEST_F(notification_test_t, failures_of_classifier_commands_are_logged_and_retur
     const std::string ctrl_line = "error: \nfwx_nat64_client_ctrl_cmd_send - ";
     sync_result = 5;
     EXPECT_EQ(fwx_host_cgm_notify(20, 2, nullptr, 1, 0, nullptr), 5u);
-    EXPECT_EQ(logged,
-              (std::vector<std::string>{ctrl_line + "fwx_nat64_client_sync_cmd_send failed - Input/output error",
-                                        end_batch_line + "Input/output error"}));
+    EXPECT_EQ(logged, (lines_t{ctrl_line + "fwx_nat64_client_sync_cmd_send failed - Input/output error",
+                               end_batch_line + "Input/output error"}));
     logged.clear();
     EXPECT_EQ(fwx_host_cgm_notify(20, 4, data_words, 1, 0, nullptr), 0u);
     EXPECT_EQ(logged.size(), 1u);
