@@ -231,6 +231,7 @@ TEST_F(shm_handshake_t, without_spare_descriptors_each_client_is_turned_away_and
     {
         const no_free_descriptors_t none(clients.back());
         run_server();
+        EXPECT_EQ(fwx_host_loop_process(loop_), 0U) << "the loop does not spin";
     }
     for (const descriptor_t &client : clients) {
         EXPECT_EQ(shm_why_closed(client), FWX_HOST_ERR_BUSY);

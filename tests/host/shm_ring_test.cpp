@@ -13,8 +13,8 @@ namespace {
 
 constexpr uint32_t capacity = 64;
 
-class shm_ring_test_t : public testing::Test {
-protected:
+/** Both ends of a ring of 64 bytes. */
+struct ring_ends_t {
     bool write(const std::string &bytes, uint32_t tag = 0) {
         const bool is_written = writer_.write(tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
         writer_.publish();
@@ -40,6 +40,8 @@ protected:
     shm_writer_t writer_{ring_, bytes_, capacity};
     shm_reader_t reader_{ring_, bytes_, capacity};
 };
+
+struct shm_ring_test_t : testing::Test, ring_ends_t {};
 
 TEST_F(shm_ring_test_t, a_record_is_its_length_its_tag_and_its_bytes_in_whole_units) {
     ASSERT_TRUE(write("abcde", 0x01020304));
@@ -120,53 +122,51 @@ TEST_F(shm_ring_test_t, neither_side_sees_what_the_other_has_not_published_and_w
     EXPECT_EQ(read(), "broken");
 }
 
-/* A ring with three records of 16 bytes, of which the first was read. The tests overwrite an index with the parameter.
- */
-class broken_index_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {
-protected:
-    void SetUp() override {
-        for (const char *bytes : {"one", "two", "three"}) {
-            ASSERT_TRUE(write(bytes));
-        }
-        ASSERT_EQ(read(), "0:one");
+/** A ring with three records of 16 bytes, of which the first was read. */
+struct used_ring_t : ring_ends_t {
+    used_ring_t() {
+        EXPECT_TRUE(write("one") && write("two") && write("three"));
+        EXPECT_EQ(read(), "0:one");
         writer_.refresh();
-        ASSERT_FALSE(writer_.is_broken());
+        EXPECT_FALSE(writer_.is_broken());
     }
 };
 
-using broken_written_t = broken_index_t;
-INSTANTIATE_TEST_SUITE_P(indices, broken_written_t, testing::Values(0, 16, 49, 52, 88, 0x80000000));
-TEST_P(broken_written_t, a_writer_that_goes_back_or_too_far_or_by_parts_breaks_the_ring) {
-    ring_.written = GetParam();
-    EXPECT_EQ(read(), "broken");
-    EXPECT_FALSE(reader_.has_record());
-    ring_.written = 48;
-    EXPECT_EQ(read(), "broken"); /* and stays so */
+TEST_F(shm_ring_test_t, a_writer_that_goes_back_or_too_far_or_by_parts_breaks_the_ring_for_good) {
+    for (const uint32_t index : {0u, 16u, 49u, 52u, 88u, 0x80000000u}) {
+        used_ring_t used;
+        used.ring_.written = index;
+        EXPECT_EQ(used.read(), "broken") << index;
+        EXPECT_FALSE(used.reader_.has_record()) << index;
+        used.ring_.written = 48;
+        EXPECT_EQ(used.read(), "broken") << index;
+    }
 }
 
-using broken_read_t = broken_index_t;
-INSTANTIATE_TEST_SUITE_P(indices, broken_read_t, testing::Values(0, 17, 36, 56, 0x80000000));
-TEST_P(broken_read_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_the_ring) {
-    const uint32_t last = writer_.position();
-    ring_.read = GetParam();
-    writer_.refresh();
-    EXPECT_TRUE(writer_.is_broken());
-    EXPECT_FALSE(writer_.is_read(last));
-    EXPECT_FALSE(write("more"));
-    EXPECT_EQ(read(), "broken") << "its own index was changed";
-    ring_.read = 48;
-    writer_.refresh();
-    EXPECT_TRUE(writer_.is_broken()); /* and stays so */
+TEST_F(shm_ring_test_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_the_ring_for_good) {
+    for (const uint32_t index : {0u, 17u, 36u, 56u, 0x80000000u}) {
+        SCOPED_TRACE(index);
+        used_ring_t used;
+        used.ring_.read = index;
+        used.writer_.refresh();
+        EXPECT_TRUE(used.writer_.is_broken());
+        EXPECT_FALSE(used.writer_.is_read(used.writer_.position()));
+        EXPECT_FALSE(used.write("more"));
+        EXPECT_EQ(used.read(), "broken") << "its own index was changed";
+        used.ring_.read = 48;
+        used.writer_.refresh();
+        EXPECT_TRUE(used.writer_.is_broken());
+    }
 }
 
-class broken_length_t : public shm_ring_test_t, public testing::WithParamInterface<uint32_t> {};
-INSTANTIATE_TEST_SUITE_P(lengths, broken_length_t, testing::Values(17, 64, 0x80000000, 0xffffffff));
-TEST_P(broken_length_t, a_record_longer_than_what_was_written_breaks_the_ring) {
-    ASSERT_TRUE(write("0123456789abcdef"));
-    const uint32_t length = GetParam();
-    memcpy(bytes_, &length, sizeof(length));
-    EXPECT_EQ(read(), "broken");
-    EXPECT_EQ(ring_.read, 0u);
+TEST_F(shm_ring_test_t, a_record_longer_than_what_was_written_breaks_the_ring) {
+    for (const uint32_t length : {17u, 64u, 0x80000000u, 0xffffffffu}) {
+        ring_ends_t fresh;
+        ASSERT_TRUE(fresh.write("0123456789abcdef"));
+        memcpy(fresh.bytes_, &length, sizeof(length));
+        EXPECT_EQ(fresh.read(), "broken") << length;
+        EXPECT_EQ(fresh.ring_.read, 0u) << length;
+    }
 }
 
 }  // namespace

@@ -1,14 +1,158 @@
-/* Sockets of services: their names, checks of the directory, full queues and exhausted descriptors. */
+/* Sockets in the user's directory, of servers and of services: valid names, stale sockets, checks of the directory and
+ * of the user, full queues and exhausted descriptors. */
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 
 #include "fwx_host/user_socket.h"
+#include "host/messaging/shm/socket.h"
 #include "host_fixture.h"
 #include "tests/support/descriptor_limit.h"
-#include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
 namespace {
+
+class shm_socket_t : public host_fixture_t {
+protected:
+    ~shm_socket_t() override { user_socket_unlisten(entrance_); }
+
+    uint32_t listen(const char *name) { return shm_listen(name, &entrance_); }
+    bool has_socket(const std::string &name) const {
+        return access((directory_.sockets() + "/" + name).c_str(), F_OK) == 0;
+    }
+
+    runtime_directory_t directory_;
+    user_entrance_t entrance_;
+    descriptor_t connected_;
+};
+
+TEST_F(shm_socket_t, a_name_is_that_of_a_file_in_the_directory) {
+    const std::string too_long(120, 'x');
+    for (const char *bad : {"", ".", "..", ".hidden", "a/b", "../a", too_long.c_str()}) {
+        EXPECT_EQ(shm_connect(bad, &connected_), FWX_HOST_ERR_BAD_ARG) << bad;
+        EXPECT_EQ(listen(bad), FWX_HOST_ERR_BAD_ARG) << bad;
+    }
+    for (const char *name : {"a", "fwx cp-1"}) {
+        EXPECT_EQ(shm_connect(name, &connected_), FWX_HOST_ERR_NO_SERVER) << name;
+        EXPECT_EQ(listen(name), 0u) << name;
+        EXPECT_TRUE(has_socket(name));
+        EXPECT_EQ(shm_connect(name, &connected_), 0u) << name;
+        user_socket_unlisten(entrance_);
+        EXPECT_FALSE(has_socket(name));
+    }
+    const std::string no_socket = directory_.sockets() + "/file";
+    close(open(no_socket.c_str(), O_CREAT | O_WRONLY, 0600));
+    EXPECT_NE(listen("file"), 0u);
+    EXPECT_TRUE(has_socket("file")) << "the file is not removed";
+}
+
+TEST_F(shm_socket_t, a_name_of_a_live_server_is_taken_and_that_of_a_dead_one_is_not) {
+    ASSERT_EQ(listen("server"), 0u);
+    user_entrance_t second;
+    EXPECT_EQ(shm_listen("server", &second), FWX_HOST_ERR_NAME_TAKEN);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u); /* the live server is still reachable */
+    entrance_.socket = descriptor_t();
+    EXPECT_TRUE(has_socket("server"));
+    EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
+    EXPECT_EQ(shm_listen("server", &second), 0u);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    ASSERT_EQ(unlink(second.path.c_str()), 0);
+    ASSERT_EQ(listen("server"), 0u);
+    user_socket_unlisten(second);
+    EXPECT_TRUE(has_socket("server")) << "the file belongs to the other server now";
+}
+
+TEST_F(shm_socket_t, a_held_lock_and_the_umask_do_not_prevent_listening_and_exhausted_descriptors_are_reported) {
+    const mode_t before = umask(0177);
+    EXPECT_EQ(listen("server"), 0u);
+    umask(before);
+    const descriptor_t holder(::open(directory_.sockets().c_str(), O_RDONLY | O_DIRECTORY));
+    ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
+    entrance_.socket = descriptor_t();
+    EXPECT_EQ(listen("server"), 0u);
+    const descriptor_limit_t none(3);
+    user_entrance_t second;
+    EXPECT_EQ(shm_listen("other", &second), static_cast<uint32_t>(EMFILE));
+    EXPECT_EQ(shm_connect("server", &connected_), static_cast<uint32_t>(EMFILE));
+}
+
+TEST_F(shm_socket_t, a_directory_that_others_can_access_or_own_is_refused) {
+    ASSERT_EQ(listen("server"), 0u);
+    for (const mode_t mode : {0755U, 0770U, 0701U, 01700U}) {
+        ASSERT_EQ(chmod(directory_.sockets().c_str(), mode), 0);
+        EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN) << mode;
+        EXPECT_EQ(listen("other"), FWX_HOST_ERR_FOREIGN) << mode;
+    }
+    ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    user_socket_unlisten(entrance_);
+    if (geteuid() == 0) { /* another user's */
+        ASSERT_EQ(chown(directory_.sockets().c_str(), 65534, 65534), 0);
+        EXPECT_EQ(listen("server"), FWX_HOST_ERR_FOREIGN);
+    }
+}
+
+TEST_F(shm_socket_t, the_directory_is_the_one_that_the_environment_names_or_one_in_tmp_and_an_empty_name_is_none) {
+    const std::string named = directory_.path() + "/named";
+    setenv("FWX_HOST_DIR", named.c_str(), 1);
+    EXPECT_EQ(listen("server"), 0u);
+    EXPECT_EQ(access((named + "/server").c_str(), F_OK), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    setenv("FWX_HOST_DIR", "", 1);
+    EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_NO_SERVER);
+    unsetenv("FWX_HOST_DIR");
+    user_socket_unlisten(entrance_);
+
+    const std::string fallback = "/tmp/fwx_host-" + std::to_string(geteuid());
+    const std::string name = "test-" + std::to_string(getpid());
+    unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ(listen(name.c_str()), 0u);
+    struct stat status {};
+    EXPECT_EQ(stat(fallback.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+    EXPECT_EQ(access((fallback + "/" + name).c_str(), F_OK), 0);
+    EXPECT_EQ(shm_connect(name.c_str(), &connected_), 0u);
+}
+
+/** Calls `fn` in a child process of another user. Returns 0 when it returned true. */
+template <typename fn_t>
+int as_another_user(fn_t fn) {
+    const pid_t child = fork();
+    if (child == 0) _exit(setresuid(65534, 65534, 65534) == 0 && fn() ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST_F(shm_socket_t, a_server_of_another_user_is_refused) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+    ASSERT_EQ(listen("server"), 0u);
+    EXPECT_EQ(as_another_user([this] { return ::listen(entrance_.socket.get(), 5) == 0; }), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), FWX_HOST_ERR_FOREIGN);
+}
+
+TEST_F(shm_socket_t, a_client_of_another_user_is_turned_away) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+    ASSERT_EQ(listen("server"), 0u);
+    const std::string path = directory_.sockets() + "/server";
+    chmod(path.c_str(), 0777);
+    ASSERT_EQ(chmod(directory_.sockets().c_str(), 0711) + chmod(directory_.path().c_str(), 0711), 0);
+    sockaddr_un address = {AF_UNIX, {}};
+    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    EXPECT_EQ(as_another_user([&address] {
+                  const int client = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+                  return connect(client, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+              }),
+              0);
+    descriptor_t client;
+    EXPECT_EQ(user_socket_accept(entrance_.socket, &client), static_cast<uint32_t>(EAGAIN));
+    ASSERT_EQ(chmod(directory_.sockets().c_str(), 0700), 0);
+    EXPECT_EQ(shm_connect("server", &connected_), 0u);
+    EXPECT_EQ(user_socket_accept(entrance_.socket, &client), 0u);
+}
 
 class user_socket_test : public host_fixture_t {
 protected:
@@ -95,25 +239,6 @@ TEST_F(user_socket_test, a_full_queue_is_reported_and_not_waited_for_longer_than
     fwx_host_loop_run_until_idle(loop_);
     EXPECT_EQ(connect(), 0U);
     clients_.clear();
-}
-
-TEST_F(user_socket_test, without_spare_descriptors_each_client_is_turned_away_and_the_loop_does_not_spin) {
-    ASSERT_EQ(listen(), 0U);
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(connect(), 0U);
-    }
-    {
-        const no_free_descriptors_t none(connections_.back());
-        fwx_host_loop_run_until_idle(loop_);
-        EXPECT_EQ(fwx_host_loop_process(loop_), 0U);
-    }
-    EXPECT_TRUE(clients_.empty());
-    for (const descriptor_t &connection : connections_) {
-        EXPECT_TRUE(is_hung_up(connection.get()));
-    }
-    EXPECT_EQ(connect(), 0U);
-    fwx_host_loop_run_until_idle(loop_);
-    EXPECT_EQ(clients_.size(), 1U);
 }
 
 }  // namespace
