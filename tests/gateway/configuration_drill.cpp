@@ -14,123 +14,101 @@ namespace {
 
 size_t kills = 100;
 
-/** Configurations that differ by one command each, and what each is in the kernel. */
+using facts_t = std::set<std::string>;
+
+/** A part of the configuration: its line as `config show` has it, and what it is in the table and among the routes. */
+struct item_t {
+    std::string line;
+    facts_t table, routes;
+};
+using items_t = std::map<std::string, item_t>; /* by what its commands begin with */
+
+/** Configurations that differ by one command each. */
 class stream_t {
 public:
     explicit stream_t(uint32_t seed) : random_(seed) {
-        items_ = {{"prefix", "prefix add --prefix 2001:db8:64::/96 --kind stateful"},
-                  {"pool 1", "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.6"}};
+        toggle_prefix("64");
+        toggle_pool("1", "192.0.2");
     }
-    using items_t = std::map<std::string, std::string>; /* its line, by the item's name */
-    using facts_t = std::set<std::string>;
 
     /** Changes something, and returns the command that does so. */
     std::string next() {
+        const std::string id = std::to_string(2 + below(8));
         switch (below(10)) {
-            case 0:
-                return set("udp", "timeout set --type udp --value " + std::to_string(60 + below(900)));
-            case 1:
-                return set("limit", "limit add --type sessions --value " + std::to_string(1000 + below(9000)));
+            case 0: {
+                const std::string seconds = std::to_string(60 + below(900));
+                return set("udp", {"timeout set --type udp --value " + seconds, {"udp " + seconds}, {}});
+            }
+            case 1: {
+                const std::string most = std::to_string(1000 + below(9000));
+                return set("limit", {"limit add --type sessions --value " + most, {"limit " + most}, {}});
+            }
             case 2: {
-                const std::string start = " --start 198.19.0." + std::to_string(8 * below(4));
-                const std::string words = " --id 1" + start + " --end" + start.substr(8);
-                return toggle("range" + start, "range add" + words, "range del" + words);
+                const std::string host = "198.19.0." + std::to_string(8 * below(4));
+                return toggle("range", " --id 1 --start " + host + " --end " + host, "",
+                              {"pool_1 [" + translated(host) + "]:1024-65535"}, {"route " + host});
             }
             case 3:
-            case 4: {
-                const std::string id = std::to_string(2 + below(8));
-                const std::string net = std::to_string(18 + 2 * below(2)) + "." + id;
-                return toggle("pool " + id,
-                              "pool add --id " + id + " --param 1 --start 198." + net + ".1 --end 198." + net + ".6",
-                              "pool del --id " + id);
-            }
-            case 5: {
-                const std::string words =
-                    " --prefix 2001:db8:" + std::to_string(65 + below(4)) + "::/96 --kind stateful";
-                return toggle("prefix" + words, "prefix add" + words, "prefix del" + words);
-            }
-            case 6: { /* sources with a prefix of 48 bits, which use all pools */
-                const std::string id = std::to_string(1 + below(9));
-                return toggle("dmapping " + id,
-                              "dmapping add --id " + id + " --type address-and-port-dependent --ext 20010db8000" + id +
+            case 4:
+                return toggle_pool(id, "198." + std::to_string(18 + 2 * below(2)) + "." + id);
+            case 5:
+                return toggle_prefix(std::to_string(65 + below(4)));
+            case 6: /* sources with a prefix of 48 bits, which use all pools */
+                return toggle("dmapping", " --id " + id,
+                              " --type address-and-port-dependent --ext 20010db8000" + id +
                                   "000000000000000000003000000000000000",
-                              "dmapping del --id " + id);
-            }
+                              {"sources 2001:db8:" + id + "::/48 others"}, {});
             default: {
-                const size_t id = 1 + below(40);
-                const std::string name = std::to_string(id);
-                return toggle("smapping " + name,
-                              "smapping add --id " + name + " --addr1 2001:db8:" + std::to_string(8 + below(2)) +
-                                  "::" + name + " --addr2 203.0.113." + std::to_string(2 * id),
-                              "smapping del --id " + name);
+                const size_t number = 1 + below(40);
+                const std::string inside = "2001:db8:" + std::to_string(8 + below(2)) + "::" + std::to_string(number);
+                const std::string outside = "203.0.113." + std::to_string(2 * number);
+                return toggle(
+                    "smapping", " --id " + std::to_string(number), " --addr1 " + inside + " --addr2 " + outside,
+                    {"inbound " + translated(outside) + " " + inside, "outbound " + inside + " " + translated(outside)},
+                    {"route " + outside});
             }
         }
     }
     const items_t &items() const { return items_; }
-    /** The item that was changed last. */
-    const std::string &name() const { return name_; }
     void go_on_from(items_t items) { items_ = std::move(items); }
     size_t below(size_t count) { return random_() % count; }
 
-    /** How `config show` has them. */
     static facts_t lines_of(const items_t &items) {
         facts_t lines;
-        for (const auto &[name, line] : items) {
-            lines.insert(line);
+        for (const auto &[name, item] : items) {
+            lines.insert(item.line);
         }
         return lines;
     }
-    /** What of the table, and with the routes if they are wanted, is to be found. */
+    /** What is to be found of the table, and of the routes if they are wanted. */
     static facts_t facts_of(const items_t &items, bool has_routes) {
-        facts_t facts = {"udp 300"};
-        for (const auto &[name, line] : items) {
-            std::istringstream words(line);
-            std::map<std::string, std::string> values;
-            for (std::string word; words >> word;) {
-                if (word.rfind("--", 0) == 0) words >> values[word];
-            }
-            if (name.rfind("smapping", 0) == 0) {
-                const std::string outside = translated(values["--addr2"]);
-                facts.insert("inbound " + outside + " " + values["--addr1"]);
-                facts.insert("outbound " + values["--addr1"] + " " + outside);
-                if (has_routes) facts.insert("route " + values["--addr2"]);
-            } else if (name.rfind("pool", 0) == 0) {
-                const std::string pool = "pool_" + values["--id"];
-                facts.insert("chain " + pool);
-                facts.insert("counter " + pool);
-                facts.insert("others " + pool);
-                facts.insert(pool + " [" + translated(values["--start"]) + "]-[" + translated(values["--end"]) +
-                             "]:1024-65535");
-                const std::string network = values["--start"].substr(0, values["--start"].rfind('.'));
-                for (const char *route : {".1", ".2/31", ".4/31", ".6"}) {
-                    if (has_routes) facts.insert("route " + network + route);
-                }
-            } else if (name.rfind("range", 0) == 0) {
-                facts.insert("pool_1 [" + translated(values["--start"]) + "]:1024-65535");
-                if (has_routes) facts.insert("route " + values["--start"]);
-            } else if (name.rfind("prefix", 0) == 0) {
-                facts.insert("prefix " + values["--prefix"]);
-            } else if (name.rfind("dmapping", 0) == 0) {
-                facts.insert("sources 2001:db8:" + values["--id"] + "::/48 others");
-            } else if (name == "udp") {
-                facts.erase("udp 300");
-                facts.insert("udp " + values["--value"]);
-            } else if (name == "limit") {
-                facts.insert("limit " + values["--value"]);
-            }
+        facts_t facts;
+        for (const auto &[name, item] : items) {
+            facts.insert(item.table.begin(), item.table.end());
+            if (has_routes) facts.insert(item.routes.begin(), item.routes.end());
         }
+        if (items.count("udp") == 0) facts.insert("udp 300");
         return facts;
     }
 
 private:
-    std::string set(const std::string &name, const std::string &line) {
-        name_ = name;
-        return items_[name] = line;
+    std::string set(const std::string &name, item_t item) { return (items_[name] = std::move(item)).line; }
+    std::string toggle(const std::string &family, const std::string &key, const std::string &value, facts_t table,
+                       facts_t routes) {
+        if (items_.erase(family + key) != 0) return family + " del" + key;
+        return set(family + key, {family + " add" + key + value, std::move(table), std::move(routes)});
     }
-    std::string toggle(const std::string &name, const std::string &add, const std::string &del) {
-        name_ = name;
-        if (items_.erase(name) != 0) return del;
-        return set(name, add);
+    std::string toggle_prefix(const std::string &part) {
+        const std::string prefix = "2001:db8:" + part + "::/96";
+        return toggle("prefix", " --prefix " + prefix + " --kind stateful", "", {"prefix " + prefix}, {});
+    }
+    std::string toggle_pool(const std::string &id, const std::string &net) {
+        const std::string pool = "pool_" + id;
+        return toggle(
+            "pool", " --id " + id, " --param 1 --start " + net + ".1 --end " + net + ".6",
+            {"chain " + pool, "counter " + pool, "others " + pool,
+             pool + " [" + translated(net + ".1") + "]-[" + translated(net + ".6") + "]:1024-65535"},
+            {"route " + net + ".1", "route " + net + ".2/31", "route " + net + ".4/31", "route " + net + ".6"});
     }
     static std::string translated(const std::string &ipv4) {
         in6_addr address{};
@@ -142,12 +120,11 @@ private:
 
     std::mt19937 random_;
     items_t items_;
-    std::string name_;
 };
 
-/** The same from what nft lists. */
-stream_t::facts_t facts_of_table(const std::string &listing) {
-    stream_t::facts_t facts;
+/** The facts in what nft lists of a table. */
+facts_t facts_of_table(const std::string &listing) {
+    facts_t facts;
     std::istringstream words(listing);
     std::string kind, name, word, last, next;
     while (words >> word) {
@@ -188,7 +165,7 @@ stream_t::facts_t facts_of_table(const std::string &listing) {
     return facts;
 }
 
-std::string difference(const stream_t::facts_t &one, const stream_t::facts_t &other) {
+std::string difference(const facts_t &one, const facts_t &other) {
     std::string text;
     for (const auto &fact : one) {
         if (other.count(fact) == 0) text += "only one has: " + fact + "\n";
@@ -201,51 +178,70 @@ std::string difference(const stream_t::facts_t &one, const stream_t::facts_t &ot
 
 class configuration_drill : public gateway_fixture_t {
 protected:
-    /** What `config show` says. */
-    static stream_t::facts_t shown_lines() {
-        stream_t::facts_t lines;
+    static facts_t shown_lines() {
+        facts_t lines;
         std::istringstream shown(run_command(std::string(NATCTL_PATH) + " --connect edge config show").output);
         for (std::string line; std::getline(shown, line);) {
             if (line.front() != '#') lines.insert(line);
         }
         return lines;
     }
-    stream_t::facts_t facts_with_routes() const {
-        stream_t::facts_t facts = facts_of_table(table());
+    /** Checks the gateway's configuration, the table and the routes. */
+    void expect_in_force(const items_t &items) const {
+        facts_t facts = facts_of_table(table());
         std::istringstream routes(middle.run("ip -4 route show dev fwx_nat64").output);
         for (std::string line; std::getline(routes, line);) {
             facts.insert("route " + line.substr(0, line.find(' ')));
         }
-        return facts;
+        EXPECT_EQ(difference(facts, stream_t::facts_of(items, true)), "");
+        EXPECT_EQ(difference(shown_lines(), stream_t::lines_of(items)), "");
     }
+    void serve_again() {
+        const auto begin = clock_type::now();
+        ASSERT_TRUE(serve()) << log();
+        longest_start_s_ = std::max(longest_start_s_, seconds_since(begin));
+    }
+
+    const uint32_t seed_ = std::random_device{}();
+    const testing::ScopedTrace trace_{__FILE__, __LINE__, "seed " + std::to_string(seed_)};
+    double longest_start_s_ = 0;
 };
 
-TEST_F(configuration_drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_by_half) {
+TEST_F(configuration_drill,
+       what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_by_half_or_that_was_refused) {
+    constexpr uint32_t refused_by_kernel = 0x600d;
     constexpr size_t most_in_window = 64;
-    const uint32_t seed = std::random_device{}();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    stream_t stream(seed);
+    const std::string refused = "pool add --id 99 --param 1 --start 203.0.114.0 --end 203.0.114.255";
+    stream_t stream(seed_);
     ASSERT_TRUE(serve()) << log();
+    must(middle, "ip route add 203.0.114.0/24 dev out0");
     commander_t commander;
-    for (const auto &[name, line] : stream.items()) {
-        commander.carry_out(line);
+    for (const auto &[name, item] : stream.items()) {
+        commander.carry_out(item.line);
     }
     size_t acknowledged = 0;
+    size_t told = 0;
     size_t unacknowledged_in_kernel = 0;
     size_t unacknowledged_kept = 0;
-    double longest_start_s = 0;
     for (size_t kill = 0; kill < kills && !HasFailure(); ++kill) {
         SCOPED_TRACE("kill " + std::to_string(kill));
         const size_t window = stream.below(2) == 0 ? 1 : 1 + stream.below(most_in_window);
-        std::vector<stream_t::items_t> states = {stream.items()}; /* before each command, and after the last */
+        std::vector<items_t> states = {stream.items()}; /* before each command, and after the last */
+        std::vector<uint32_t> results;                  /* to be expected, of each command */
         commander.forget();
         const auto death = clock_type::now() + std::chrono::microseconds(stream.below(300000));
         while (clock_type::now() < death) {
             while (commander.outstanding() < window) {
-                if (!commander.send(stream.next())) FAIL() << "the gateway is not there";
+                const bool is_bad = stream.below(24) == 0;
+                if (!commander.send(is_bad ? refused : stream.next())) FAIL() << "the gateway is not there";
+                results.push_back(is_bad ? refused_by_kernel : 0);
                 states.push_back(stream.items());
             }
             commander.turn(1);
+        }
+        if (stream.below(4) == 0) { /* is killed when nothing is in flight */
+            commander.settle();
+            expect_in_force(states.back());
         }
         gateway.end(SIGKILL);
         while (commander_t::is_connected()) {
@@ -253,7 +249,9 @@ TEST_F(configuration_drill, what_was_acknowledged_before_a_kill_is_in_the_kernel
         }
         const size_t answered = commander.answered();
         acknowledged += answered;
-        EXPECT_EQ(commander.results(), std::vector<uint32_t>(answered, 0));
+        results.resize(answered);
+        EXPECT_EQ(commander.results(), results);
+        told += static_cast<size_t>(std::count(results.begin(), results.end(), refused_by_kernel));
         const auto state_of = [&](auto is_it) {
             size_t number = answered;
             while (number < states.size() && !is_it(states[number])) {
@@ -261,88 +259,38 @@ TEST_F(configuration_drill, what_was_acknowledged_before_a_kill_is_in_the_kernel
             }
             return number;
         };
-        const stream_t::facts_t found = facts_of_table(table());
+        facts_t found = facts_of_table(table());
+        std::erase_if(found, [](const std::string &fact) { return fact.find("pool_99") != std::string::npos; });
         const size_t in_kernel = state_of([&](const auto &items) { return found == stream_t::facts_of(items, false); });
         ASSERT_LT(in_kernel, states.size()) << answered << " of " << commander.sent() << " were acknowledged\n"
                                             << difference(found, stream_t::facts_of(states[answered], false)) << log();
 
-        const auto begin = clock_type::now();
-        ASSERT_TRUE(serve()) << log();
-        longest_start_s = std::max(longest_start_s, seconds_since(begin));
-        const stream_t::facts_t lines = shown_lines();
+        serve_again();
+        const facts_t lines = shown_lines();
         const size_t kept = state_of([&](const auto &items) { return lines == stream_t::lines_of(items); });
         ASSERT_LT(kept, states.size()) << answered << " of " << commander.sent() << " were acknowledged\n"
                                        << difference(lines, stream_t::lines_of(states[answered]));
         EXPECT_LE(kept, in_kernel) << "a change is in force before it is kept";
-        EXPECT_EQ(difference(facts_with_routes(), stream_t::facts_of(states[kept], true)), "") << "after the restart";
+        expect_in_force(states[kept]);
         unacknowledged_in_kernel += in_kernel - answered;
         unacknowledged_kept += kept - answered;
         stream.go_on_from(states[kept]);
     }
     std::printf(
-        "%zu kills: %zu changes acknowledged, all in the kernel and kept; of those that were not, %zu in the kernel, "
-        "%zu kept; served again within %.2f s\n",
-        kills, acknowledged, unacknowledged_in_kernel, unacknowledged_kept, longest_start_s);
-}
-
-TEST_F(configuration_drill, what_the_kernel_refuses_leaves_what_was_told) {
-    constexpr uint32_t refused_by_kernel = 0x600d;
-    constexpr size_t most_at_once = 24;
-    const uint32_t seed = std::random_device{}();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    stream_t stream(seed);
-    ASSERT_TRUE(serve()) << log();
-    must(middle, "ip route add 203.0.114.0/24 dev out0");
-    const std::string refused = "pool add --id 99 --param 1 --start 203.0.114.0 --end 203.0.114.255";
-    commander_t commander;
-    for (const auto &[name, line] : stream.items()) {
-        commander.carry_out(line);
-    }
-    size_t accepted = 0;
-    size_t told = 0;
-    for (size_t round = 0; round < kills && !HasFailure(); ++round) {
-        SCOPED_TRACE("round " + std::to_string(round));
-        stream_t::items_t items = stream.items();
-        std::vector<std::pair<std::string, std::string>> sent; /* name and line */
-        commander.forget();
-        for (size_t left = 1 + stream.below(most_at_once); left > 0; --left) {
-            const bool is_bad = stream.below(8) == 0;
-            const std::string line = is_bad ? refused : stream.next();
-            sent.emplace_back(is_bad ? "" : stream.name(), line);
-            ASSERT_TRUE(commander.send(line));
-            if (stream.below(4) == 0) commander.settle();
-        }
-        commander.settle();
-        ASSERT_EQ(commander.answered(), sent.size()) << log();
-        for (size_t i = 0; i < sent.size(); ++i) {
-            const auto &[name, line] = sent[i];
-            const uint32_t result = commander.results()[i];
-            told += result == refused_by_kernel ? 1U : 0U;
-            EXPECT_EQ(result, name.empty() ? refused_by_kernel : 0U) << line;
-            if (result != 0) continue;
-            ++accepted;
-            const bool is_deleted = line.find(" del ") != std::string::npos;
-            if (is_deleted) items.erase(name);
-            if (!is_deleted) items[name] = line;
-        }
-        EXPECT_EQ(difference(shown_lines(), stream_t::lines_of(items)), "");
-        EXPECT_EQ(difference(facts_with_routes(), stream_t::facts_of(items, true)), "");
-        stream.go_on_from(items);
-    }
-    std::printf("%zu changes accepted and %zu refused by the kernel\n", accepted, told);
+        "%zu kills: %zu changes acknowledged, all in the kernel and kept, but for %zu that the kernel refused; of "
+        "those "
+        "not acknowledged, %zu in the kernel, %zu kept; served again within %.2f s\n",
+        kills, acknowledged, told, unacknowledged_in_kernel, unacknowledged_kept, longest_start_s_);
 }
 
 TEST_F(configuration_drill, a_gateway_that_is_killed_while_it_starts_is_followed_by_one_that_works) {
     constexpr size_t longest_life_us = 150000;
-    const uint32_t seed = std::random_device{}();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    std::mt19937 random(seed_);
     serve_with_pool();
     const std::string losses[] = {gateway_words("--remove edge"),
                                   "kill -KILL $(cat " + state("edge") + "/translator.pid)",
                                   "ip link delete fwx_nat64 && nft delete table ip6 fwx_nat64_edge", "true"};
     size_t begun = 0;
-    double longest_start_s = 0;
     for (size_t kill = 0; kill < kills && !HasFailure(); ++kill) {
         SCOPED_TRACE("kill " + std::to_string(kill));
         gateway.end(SIGKILL);
@@ -351,14 +299,12 @@ TEST_F(configuration_drill, a_gateway_that_is_killed_while_it_starts_is_followed
             begun += serve(static_cast<suseconds_t>(1 + random() % longest_life_us)) ? 1U : 0U;
             gateway.end(SIGKILL);
         }
-        const auto begin = clock_type::now();
-        ASSERT_TRUE(serve()) << log();
-        longest_start_s = std::max(longest_start_s, seconds_since(begin));
+        serve_again();
         EXPECT_NE(ping(server_behind_prefix, 8), 0U) << log();
         EXPECT_EQ(run_command("pgrep -c -f " + state("edge") + "/translator[.]conf").output, "1\n");
     }
     std::printf("%zu starts cut short, %zu of them served already; the next one served within %.2f s\n", 3 * kills,
-                begun, longest_start_s);
+                begun, longest_start_s_);
 }
 
 TEST_F(configuration_drill, changes_of_others_in_nftables_refuse_none) {
@@ -431,9 +377,8 @@ TEST_F(configuration_drill, ten_thousand_mappings_and_a_thousand_pools_are_appli
         std::printf("%.0f ms: %s\n", seconds_since(begin) * 1000, line);
     }
     gateway.end(SIGKILL);
-    begin = clock_type::now();
-    ASSERT_TRUE(serve()) << log();
-    std::printf("%.2f s: a start with them\n", seconds_since(begin));
+    serve_again();
+    std::printf("%.2f s: a start with them\n", longest_start_s_);
 }
 
 }  // namespace

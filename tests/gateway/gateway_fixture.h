@@ -163,6 +163,16 @@ protected:
         request.replace(0, sizeof head, reinterpret_cast<const char *>(&head), sizeof head);
         return raw.send(request, {address, 0}) ? raw.receive(wait_ms).size() : 0;
     }
+    void send_from_new_port(std::vector<socket_t> &open, const char *address = client_address,
+                            uint16_t port = 7) const {
+        open.push_back(from_client(SOCK_DGRAM, 0, address));
+        open.back().send("hello", to_server(port));
+    }
+    /** Whether a message from a new port, which belongs to no session, gets through to port 7. */
+    bool passes(const socket_t &at, const std::string &to = server_behind_prefix) const {
+        from_client(SOCK_DGRAM).send("hello", {to, 7});
+        return !at.receive(socket_t::never_ms).empty();
+    }
     /** Sends a message through, and an answer back. */
     static bool converse(const socket_t &from, const socket_t &at, end_t to, const std::string &text = "hello",
                          end_t *seen = nullptr, int wait_ms = socket_t::patience_ms) {

@@ -41,17 +41,6 @@ TEST_P(plan_row_test, is_this_text) {
 INSTANTIATE_TEST_SUITE_P(rows, plan_row_test, testing::ValuesIn(read_text_cases(TEST_DIR "/plan_rows.txt", 3)),
                          [](const testing::TestParamInfo<text_case_t> &row) { return row.param.name; });
 
-TEST(plan_test, the_table_comes_with_empty_maps) {
-    EXPECT_EQ(table_text("t"),
-              "add table ip6 t\n"
-              "add map ip6 t inbound { type ipv6_addr : ipv6_addr; }\n"
-              "flush map ip6 t inbound\n"
-              "add map ip6 t outbound { type ipv6_addr : ipv6_addr; }\n"
-              "flush map ip6 t outbound\n"
-              "add map ip6 t sources { type ipv6_addr : verdict; flags interval; }\n"
-              "flush map ip6 t sources\n");
-}
-
 TEST(plan_test, timeouts_of_icmp_and_fragments_are_settings_of_the_namespace) {
     using settings_t = std::map<std::string, std::string>;
     EXPECT_EQ(

@@ -35,16 +35,12 @@ TEST_F(traffic_test, nothing_passes_without_a_prefix_or_without_a_pool) {
     ASSERT_TRUE(serve()) << log();
     configure({"pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.8"});
     const socket_t at = at_server(SOCK_DGRAM, 7);
-    EXPECT_FALSE(from_client(SOCK_DGRAM).send("hello", to_server(7)) && !at.receive(socket_t::never_ms).empty());
-    const end_t behind_own_prefix("fd6e:6174:3634::c633:6402", 7);
-    from_client(SOCK_DGRAM).send("hello", behind_own_prefix);
-    EXPECT_EQ(at.receive(socket_t::never_ms), "");
+    EXPECT_FALSE(passes(at)) << "no prefix";
+    EXPECT_FALSE(passes(at, "fd6e:6174:3634::c633:6402")) << "the translator's own prefix";
     configure({"prefix add --prefix 64:ff9b::/96 --kind stateful"});
-    from_client(SOCK_DGRAM).send("hello", {"64:ff9b::c633:6402", 7});
-    EXPECT_EQ(at.receive(socket_t::never_ms), "") << "a documentation address behind the well-known prefix";
+    EXPECT_FALSE(passes(at, "64:ff9b::c633:6402")) << "a documentation address behind the well-known prefix";
     configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful", "pool del --id 1"});
-    from_client(SOCK_DGRAM).send("hello", to_server(7));
-    EXPECT_EQ(at.receive(socket_t::never_ms), "");
+    EXPECT_FALSE(passes(at)) << "no pool";
 }
 
 TEST_F(traffic_test, once_an_interface_is_on_only_those_that_are_on_translate) {
@@ -54,32 +50,26 @@ TEST_F(traffic_test, once_an_interface_is_on_only_those_that_are_on_translate) {
         return " --ifh " + std::to_string(middle.inside([name] { return if_nametoindex(name); }));
     };
     const socket_t at = at_server(SOCK_DGRAM, 7);
-    const auto passes = [&](const char *prefix) {
-        /* The port is new, because a session that is there goes on. */
-        from_client(SOCK_DGRAM).send("hello", {prefix + std::string("c633:6402"), 7});
-        return !at.receive(socket_t::never_ms).empty();
-    };
-    const char *const prefix = "2001:db8:64::";
     const std::string in0 = handle("in0");
     const std::string gone0 = handle("gone0");
     configure({"interface set" + gone0});
-    EXPECT_FALSE(passes(prefix));
-    EXPECT_FALSE(passes("fd6e:6174:3634::"));
+    EXPECT_FALSE(passes(at));
+    EXPECT_FALSE(passes(at, "fd6e:6174:3634::c633:6402"));
     configure({"nvi enable" + in0});
-    EXPECT_TRUE(passes(prefix));
+    EXPECT_TRUE(passes(at));
     EXPECT_EQ(ask("stats interfaces").second["data"].size(), 2U);
 
     must(middle, "ip link delete gone0");
     gateway.end(SIGKILL);
     ASSERT_TRUE(serve()) << log();
-    EXPECT_TRUE(passes(prefix));
+    EXPECT_TRUE(passes(at));
     configure({"interface set" + gone0 + " --enable 0"});
     EXPECT_EQ(ask("interface set" + gone0).second["code"], 0x6006) << "it is gone";
     const std::string out0 = handle("out0");
     configure({"nvi enable" + out0, "interface set" + in0 + " --enable 0"});
-    EXPECT_FALSE(passes(prefix));
+    EXPECT_FALSE(passes(at));
     configure({"interface set" + out0 + " --enable 0"});
-    EXPECT_TRUE(passes(prefix)) << "as without any interface";
+    EXPECT_TRUE(passes(at)) << "as without any interface";
 }
 
 TEST_F(traffic_test, a_static_mapping_is_reached_from_both_sides) {
@@ -186,8 +176,7 @@ TEST_F(traffic_test, a_clear_ends_exactly_the_sessions_of_its_filter) {
     for (uint16_t port = 1; port <= 5; ++port) {
         open.push_back(at_server(SOCK_DGRAM, port));
         for (int i = 0; i < 16; ++i) {
-            open.push_back(from_client(SOCK_DGRAM, 0, i % 2 == 0 ? "2001:db8:1::2" : "2001:db8:1::3"));
-            ASSERT_TRUE(open.back().send("hello", to_server(port)));
+            send_from_new_port(open, i % 2 == 0 ? "2001:db8:1::2" : "2001:db8:1::3", port);
         }
     }
     const socket_t listener = at_server(SOCK_STREAM, 3);
@@ -241,8 +230,7 @@ TEST_F(traffic_test, a_full_pool_refuses_flows_and_counts_them) {
     const socket_t at = at_server(SOCK_DGRAM, 7);
     std::vector<socket_t> open;
     for (int i = 0; i < 20; ++i) {
-        open.push_back(from_client(SOCK_DGRAM));
-        open.back().send("hello", to_server(7));
+        send_from_new_port(open);
     }
     size_t failed = 4;
     cpu_set_t all, one;
@@ -252,8 +240,7 @@ TEST_F(traffic_test, a_full_pool_refuses_flows_and_counts_them) {
         CPU_ZERO(&one);
         CPU_SET(processor, &one);
         sched_setaffinity(0, sizeof one, &one);
-        open.push_back(from_client(SOCK_DGRAM));
-        open.back().send("hello", to_server(7));
+        send_from_new_port(open);
         ++failed;
     }
     sched_setaffinity(0, sizeof all, &all);
@@ -326,8 +313,7 @@ TEST_F(traffic_test, a_session_limit_stays_exact_over_unrelated_changes_and_a_re
     std::vector<socket_t> open;
     const auto passed_of = [&](size_t count) {
         for (size_t i = 0; i < count; ++i) {
-            open.push_back(from_client(SOCK_DGRAM));
-            open.back().send("hello", to_server(7));
+            send_from_new_port(open);
         }
         size_t passed = 0;
         while (!at.receive(socket_t::never_ms).empty()) {
@@ -379,6 +365,9 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     /* What was changed meanwhile by others is corrected. */
     must(middle,
          "nft add chain ip6 fwx_nat64_edge pool_77 && nft flush chain ip6 fwx_nat64_edge others"
+         " && nft 'add element ip6 fwx_nat64_edge inbound { 2001:db8:7::7 : 2001:db8:7::7 }'"
+         " && nft 'add element ip6 fwx_nat64_edge outbound { 2001:db8:7::7 : 2001:db8:7::7 }'"
+         " && nft 'add element ip6 fwx_nat64_edge sources { 2001:db8:7::7 : drop }'"
          " && ip route add 192.0.2.200 dev fwx_nat64 && ip route del 192.0.2.8 dev fwx_nat64"
          " && ip route add 192.0.2.8 dev fwx_nat64 table 77"
          " && seq 200 | sed 's/.*/route add 203.0.114.& dev fwx_nat64/' | ip -batch -"
@@ -387,6 +376,7 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     EXPECT_TRUE(goes_on());
     EXPECT_EQ(sessions()[0]["id"], before[0]["id"]);
     EXPECT_EQ(table().find("pool_77"), std::string::npos);
+    EXPECT_EQ(table().find("2001:db8:7::7"), std::string::npos);
     EXPECT_NE(table().find("0 : goto pool_1"), std::string::npos);
     const std::string routes = middle.run("ip route").output;
     EXPECT_EQ(routes.find("192.0.2.200"), std::string::npos);
