@@ -1,8 +1,6 @@
-/*
- * Fuzzes the document reader and the plan. The input is two documents with a zero byte in between. A text is read or
- * refused. A document that was read and then written reads the same again. Running the plan turns the first document's
- * state into the second's. When a command of the plan is refused, the rollback restores the first.
- */
+/* Fuzzes the document reader and the plan. The input is two documents with a zero byte in between. A document that was
+ * read and then written reads the same again. Running the plan turns the first document's state into the second's. When
+ * a command of the plan is refused, the rollback restores the first. */
 #include <string_view>
 
 #include "config/load.h"

@@ -1,8 +1,5 @@
-/*
- * Fuzzes a server's handshake with a hostile client over shared memory. The input chooses which descriptors the client
- * sends and what it then writes to the segment and the bells. The server must turn the client away or serve it, and
- * must always serve an honest client. Client and server are in one process, on two loops.
- */
+/* Fuzzes a server's handshake with a hostile client over shared memory. The input chooses which descriptors the client
+ * sends and what it then writes to the segment and the bells. The server must always serve an honest client. */
 #include <fcntl.h>
 #include <sys/eventfd.h>
 

@@ -1,7 +1,5 @@
-/*
- * Fuzzes the reader and the writer of the standard form. The input is a text in the standard form or a document, and is
- * read or refused. A text that was read can be written in the standard form without a loss and reads the same again. A
- * text that was written with losses can be read without any.
+/* Fuzzes the reader and the writer of the standard form. The input is a text in it, or a document. A text that was read
+ * can be written without a loss and reads the same again. A text that was written with losses can be read without any.
  */
 #include <string_view>
 

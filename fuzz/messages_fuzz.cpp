@@ -1,13 +1,9 @@
 /*
- * Fuzzes the library with a server that may send anything and a PAL whose callbacks may call anything. Replies are made
- * from the message description: correct, truncated, of the wrong type, repeated, or to other commands and bindings.
- * Answers to synchronous commands have any length and content. Callbacks read the data that was sent. They also unbind,
- * bind again, flush, send, make synchronous calls and run the loop. Platform operations fail at random. In all cases a
- * command's end is reported at most once, and all resources are released.
- *
- * A byte of input is an action. Its lower three bits choose the action, the others are its operand.
+ * Fuzzes the library with a server that may send anything and a PAL whose callbacks may call anything: they read the
+ * data that was sent, unbind, bind again, flush, send, make synchronous calls and run the loop. Platform operations
+ * fail at random. In all cases a command's end is reported at most once, and all resources are released. The lower
+ * three bits of a byte of input choose an action, the others are its operand.
  */
-#include <algorithm>
 #include <deque>
 #include <functional>
 
@@ -30,10 +26,7 @@ constexpr fwx_host_op_t failing_ops[] = {FWX_HOST_OP_SEND_DONE,    FWX_HOST_OP_C
                                          FWX_HOST_OP_CHUNK_MALLOC, FWX_HOST_OP_CHAN_OPEN,      FWX_HOST_OP_ASYNC_SEND,
                                          FWX_HOST_OP_SYNC_SEND,    FWX_HOST_OP_TBM_LEAF_INSERT};
 
-/**
- * The record of one command of the PAL. Its address is the command's context. It checks the order of the callbacks, and
- * that the command ends at most once.
- */
+/** One command of the PAL; its address is the context. Checks the order of callbacks, and that it ends at most once. */
 class ticket_t {
 public:
     ticket_t(uint32_t its_binding, bool stops, bool is_query)
@@ -148,8 +141,7 @@ public:
         if (is_pumped) pump();
     }
 
-    /* Called by the library's callbacks. `bytes` is the length of the data according to the server. */
-
+    /** Called by the library's callbacks. `bytes` is the length of the data according to the server. */
     static uint32_t called(void *ctx, bool is_last, const void *data, uint64_t bytes) {
         return session->call(*static_cast<ticket_t *>(ctx), is_last, data, bytes);
     }
@@ -164,6 +156,15 @@ private:
     static const fwx_nat64_reply_cbs_t reply_cbs;
     static const fwx_nat64_unsol_cbs_t unsol_cbs;
 
+    template <typename entry_t>
+    static uint32_t counted(void *ctx, uint32_t more, uint32_t value, void *data) {
+        return called(ctx, more == 0, data, uint64_t{value} * sizeof(entry_t));
+    }
+    template <typename entry_t>
+    static uint32_t paged(void *ctx, uint32_t more, uint64_t, uint32_t value, void *data) {
+        const bool is_notification = ctx == nullptr;
+        return is_notification ? notified(data, sizeof(entry_t)) : counted<entry_t>(ctx, more, value, data);
+    }
     static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t, uint32_t, uint32_t status) {
         FUZZ_CHECK(status >= FWX_NAT64_WALK_STOPPED && status <= FWX_NAT64_WALK_ERROR);
         return called(ctx, status != FWX_NAT64_WALK_MORE, data, uint64_t{count} * sizeof(fwx_nat64_session_t));
@@ -316,22 +317,11 @@ session_t *session_t::session;
 
 const fwx_nat64_reply_cbs_t session_t::reply_cbs = {
     [](fwx_nat64_cmd_result_t *result) { called(result->pal_ctx, true, nullptr, 0); },
-    [](void *ctx, uint32_t more, void *data) {
-        return called(ctx, more == 0, data, sizeof(fwx_nat64_stats_sys_entry_t));
-    },
-    [](void *ctx, uint32_t more, uint32_t value, void *data) {
-        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_intf_entry_t));
-    },
-    [](void *ctx, uint32_t more, uint64_t, uint32_t value, void *data) {
-        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_pool_entry_t));
-    },
-    [](void *ctx, uint32_t more, uint32_t value, void *data) {
-        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_limit_entry_t));
-    },
-    [](void *ctx, uint32_t more, uint64_t, uint32_t value, void *data) {
-        if (ctx == nullptr) return notified(data, sizeof(fwx_nat64_stats_mapping_entry_t));
-        return called(ctx, more == 0, data, uint64_t{value} * sizeof(fwx_nat64_stats_mapping_entry_t));
-    },
+    [](void *ctx, uint32_t more, void *data) { return counted<fwx_nat64_stats_sys_entry_t>(ctx, more, 1, data); },
+    counted<fwx_nat64_stats_intf_entry_t>,
+    paged<fwx_nat64_stats_pool_entry_t>,
+    counted<fwx_nat64_stats_limit_entry_t>,
+    paged<fwx_nat64_stats_mapping_entry_t>,
 };
 const fwx_nat64_unsol_cbs_t session_t::unsol_cbs = {
     nullptr, [](uint32_t, const void *record) { notified(record, 3 * sizeof(uint32_t)); },

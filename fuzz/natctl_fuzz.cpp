@@ -1,13 +1,7 @@
-/*
- * Fuzzes natctl's batches. Any text, with any of the options, must end with a status and release all resources. A
- * quarter of the inputs run over a connection to a server whose answers are chosen by the first line of the input.
- */
-#include <algorithm>
+/* Fuzzes natctl's batches. Any text, with any of the options, must end with a status and release all resources. A
+ * quarter of the inputs run over a connection to a server whose answers are chosen by the first line of the input. */
 #include <cctype>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
@@ -64,8 +58,7 @@ void check_both_read_alike(const std::string &line) {
     FUZZ_CHECK(error == (result == record_reader_t::result_t::record ? "" : reader.error()));
 }
 
-/** The server behind a connection. It runs in this process, on natctl's loop, so that an input is reproducible. The
- * input chooses its answers. */
+/** The server behind a connection, on natctl's loop, so that an input is reproducible. */
 struct remote_server_t {
     remote_server_t(const std::string &answers, fwx_host_loop_t *loop)
         : input(reinterpret_cast<const uint8_t *>(answers.data()), answers.size()), server(input, loop) {

@@ -1,7 +1,5 @@
-/*
- * Fuzzes the shared-memory ring. As long as nobody tampers with the memory, records are read as they were written, in
- * order. After tampering, both ends still access only the ring's memory, and an end that is broken stays broken.
- */
+/* Fuzzes the shared-memory ring. As long as nobody tampers with the memory, records are read as they were written, in
+ * order. After tampering, both ends still access only the ring's memory, and an end that is broken stays broken. */
 #include "host/messaging/shm/ring.h"
 
 #include <cstring>

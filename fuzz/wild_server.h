@@ -1,28 +1,14 @@
-/*
- * A misbehaving server: the input chooses what it sends and answers. It makes its messages from the message
- * description, so that most of them get past the first checks, and then changes fields, lengths and types.
- */
+/* A misbehaving server: the input chooses what it sends and answers. It makes its messages from the message
+ * description, so that most of them get past the first checks, and then changes fields, lengths and types. */
 #ifndef FUZZ_WILD_SERVER_H
 #define FUZZ_WILD_SERVER_H
 
-#include <algorithm>
-#include <cstring>
-#include <iterator>
 #include <utility>
-#include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/client.h"
 #include "input.h"
-#include "wire/messages.h"
-
-using bytes_t = std::vector<uint8_t>;
-
-/** Writes a value, if it fits. */
-template <typename value_t>
-void put(bytes_t &bytes, size_t offset, value_t value) {
-    if (offset + sizeof(value) <= bytes.size()) std::memcpy(bytes.data() + offset, &value, sizeof(value));
-}
+#include "tests/support/framed.h"
 
 /** Writes the field of that name, if the message has it. */
 inline void put_field(bytes_t &bytes, const wire_message_t &message, const char *name, uint32_t value) {
@@ -32,25 +18,12 @@ inline void put_field(bytes_t &bytes, const wire_message_t &message, const char 
     if (found != end) put(bytes, found->offset, value);
 }
 
-/** A message with its header and `entries` empty entries. */
-inline bytes_t make_message(const wire_message_t &message, uint32_t entries) {
-    bytes_t bytes(message.size + size_t{message.entry_size} * entries);
-    const uint32_t form = message.form == wire_form_t::async ? FWX_NAT64_MSG_ASYNC : FWX_NAT64_MSG_SYNC;
-    put(bytes, 0, static_cast<uint16_t>(form | message.msgno));
-    put(bytes, 2, static_cast<uint16_t>(FWX_NAT64_MSG_DOMAIN));
-    if (message.selector_offset != 0) put(bytes, message.selector_offset, message.selector);
-    if (message.entry_count_offset != 0) put(bytes, message.entry_count_offset, entries);
-    return bytes;
-}
-
 /** All messages to clients in the description. */
 inline const std::vector<wire_message_t> &messages_to_client() {
     static const auto found = [] {
-        std::vector<wire_message_t> messages;
-        size_t count = 0;
-        const wire_message_t *all = wire_messages(&count);
-        std::copy_if(all, all + count, std::back_inserter(messages),
-                     [](const wire_message_t &message) { return message.direction == wire_direction_t::to_client; });
+        auto messages = described_messages();
+        const auto is_to_server = [](const auto &each) { return each.direction == wire_direction_t::to_server; };
+        messages.erase(std::remove_if(messages.begin(), messages.end(), is_to_server), messages.end());
         return messages;
     }();
     return found;
@@ -71,7 +44,7 @@ inline bytes_t make_reply(const fwx_nat64_bmr_msg_t &command, input_t &input) {
     const wire_message_t &message = reply_to(command.hdr.type & FWX_NAT64_MSG_NUMBER_MASK);
     const uint32_t how = input.byte();
     const uint32_t entries = how % 4;
-    bytes_t bytes = make_message(message, entries);
+    bytes_t bytes = framed(message, entries);
     put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), command.hdr.clnt_ctx);
     put(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), command.hdr.epoch);
     if (message.msgno == FWX_NAT64_MSG_MAPT_RULE) {
@@ -131,7 +104,7 @@ public:
     bool deliver() {
         const wire_message_t &message = messages_to_client()[input_.byte() % messages_to_client().size()];
         const uint32_t how = input_.byte();
-        bytes_t bytes = make_message(message, how >> 6);
+        bytes_t bytes = framed(message, how >> 6);
         if ((how & 1) != 0) bytes[0] = static_cast<uint8_t>(input_.below(16));
         for (size_t i = 0; i < message.field_count && (how & 2) != 0; ++i) {
             bytes[message.fields[i].offset] = input_.byte();

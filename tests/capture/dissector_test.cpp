@@ -1,19 +1,15 @@
 /* The Wireshark dissector, run by tshark on captures: of natctl running an example, and of one message of each kind.
  * The tests check that each byte belongs to a named field, and that malformed messages are marked. Skipped without
  * tshark. */
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <vector>
 
 #include "host/messaging/capture.h"
+#include "tests/support/framed.h"
 #include "tests/tools/natctl_fixture.h"
-#include "wire/messages.h"
 
 namespace {
 
-using bytes_t = std::vector<uint8_t>;
+using messages_t = std::vector<std::pair<wire_direction_t, bytes_t>>;
 
 struct packet_t {
     std::vector<std::string> values; /* `fwx_nat64.timeout_set.value=300` */
@@ -79,7 +75,7 @@ protected:
         }
         return packets;
     }
-    std::vector<packet_t> dissected(const std::vector<std::pair<wire_direction_t, bytes_t>> &messages) const {
+    std::vector<packet_t> dissected(const messages_t &messages) const {
         EXPECT_EQ(fwx_host_capture_open(path_.c_str()), 0U);
         for (const auto &[direction, bytes] : messages) {
             const bool is_sync = (bytes[1] & 0xf0) == 0x80;
@@ -102,7 +98,7 @@ TEST_F(natctl_test, ends_with_status_2_and_names_the_file_that_cannot_be_capture
 }
 
 TEST_F(dissector_test, links_a_reply_and_its_command_by_context_and_epoch) {
-    std::vector<std::pair<wire_direction_t, bytes_t>> messages;
+    messages_t messages;
     const struct {
         wire_direction_t direction;
         uint8_t number, context, epoch;
@@ -157,36 +153,20 @@ TEST_F(dissector_test, finds_values_in_any_message_and_shows_them_in_the_informa
               std::string::npos);
 }
 
-/* Every message at its minimum length, with two entries if it counts entries, and 0 in all fields. */
-std::vector<std::pair<wire_direction_t, bytes_t>> one_of_each() {
-    size_t count = 0;
-    const wire_message_t *described = wire_messages(&count);
-    std::vector<std::pair<wire_direction_t, bytes_t>> messages;
-    for (const wire_message_t *message = described; message != described + count; ++message) {
-        const uint8_t entries = message->entry_count_offset != 0 ? 2 : 1;
-        bytes_t bytes(message->size + entries * message->entry_size);
-        bytes[0] = static_cast<uint8_t>(message->msgno);
-        bytes[1] = message->form == wire_form_t::async ? 0xc0 : 0x80;
-        bytes[2] = 96;
-        if (message->selector >= 0) bytes[message->selector_offset] = static_cast<uint8_t>(message->selector);
-        if (message->entry_count_offset != 0) bytes[message->entry_count_offset] = entries;
-        messages.emplace_back(message->direction, bytes);
-    }
-    return messages;
-}
-
 TEST_F(dissector_test, knows_every_message_and_marks_those_that_are_too_short) {
-    size_t count = 0;
-    const wire_message_t *described = wire_messages(&count);
-    auto messages = one_of_each();
+    const std::vector<wire_message_t> described = described_messages();
+    messages_t messages;
+    for (const wire_message_t &message : described) {
+        messages.emplace_back(message.direction, framed(message, message.entry_count_offset != 0 ? 2 : 1));
+    }
     const std::vector<packet_t> whole = dissected(messages);
     for (auto &[direction, bytes] : messages) {
         bytes.pop_back();
     }
     const std::vector<packet_t> cut = dissected(messages);
-    ASSERT_EQ(whole.size(), count);
-    ASSERT_EQ(cut.size(), count);
-    for (size_t i = 0; i < count; ++i) {
+    ASSERT_EQ(whole.size(), described.size());
+    ASSERT_EQ(cut.size(), described.size());
+    for (size_t i = 0; i < described.size(); ++i) {
         SCOPED_TRACE(described[i].name);
         EXPECT_TRUE(whole[i].has(std::string("fwx_nat64.message=") + described[i].name));
         EXPECT_TRUE(whole[i].is_all_shown());

@@ -3,29 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/bytes.h"
+#include "tests/support/framed.h"
 
 namespace {
 
-std::vector<wire_message_t> all_messages() {
-    size_t count = 0;
-    const wire_message_t *messages = wire_messages(&count);
-    return {messages, messages + count};
-}
-
-/* The shortest well-formed message of this description. */
-bytes_t framed(const wire_message_t &message) {
-    bytes_t bytes(message.size, 0);
-    const uint32_t form = message.form == wire_form_t::async ? 0xc000 : 0x8000;
-    put(bytes, 0, (form | message.msgno) | 96U << 16);
-    if (message.selector != wire_no_selector) {
-        put(bytes, message.selector_offset, static_cast<uint32_t>(message.selector));
-    }
-    return bytes;
-}
-
 TEST(messages, are_found_by_their_type_word_and_selector_only) {
-    for (const wire_message_t &message : all_messages()) {
+    for (const wire_message_t &message : described_messages()) {
         bytes_t bytes = framed(message);
         const wire_message_t *found = wire_find(message.direction, bytes.data(), bytes.size());
         ASSERT_NE(found, nullptr) << message.name;
@@ -39,7 +22,7 @@ TEST(messages, are_found_by_their_type_word_and_selector_only) {
 }
 
 TEST(messages, are_well_framed_at_the_right_length_and_domain_only) {
-    for (const wire_message_t &message : all_messages()) {
+    for (const wire_message_t &message : described_messages()) {
         const bool may_be_longer = message.open_ended || message.entry_name != nullptr;
         bytes_t bytes = framed(message);
         bytes.push_back(0);
