@@ -1,5 +1,4 @@
-/* Configuration commands to the model: values that are accepted, stored and refused, in tables of commands and results.
- */
+/* Configuration commands to the model: tables of values that are accepted, stored and refused. */
 #include <array>
 #include <bit>
 #include <set>

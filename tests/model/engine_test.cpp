@@ -1,9 +1,6 @@
-/*
- * A server with an engine that refuses some commands and needs a commit, unlike the model's engine. The tests check
- * when the server calls the engine, when answers are sent, and that a failed commit restores the configuration.
- */
+/* A server with an engine that refuses some commands and needs a commit, unlike the model's engine. The tests check
+ * when the server calls the engine, when answers are sent, and that a failed commit restores the configuration. */
 #include <new>
-#include <utility>
 
 #include "model_fixture.h"
 #include "server/engine.h"

@@ -1,5 +1,4 @@
-/* The model's C interface, used like a PAL's own test would: in plain C, in one process, with installed headers only.
- */
+/* The model's C interface, as the test of a PAL uses it: in plain C, in one process, with installed headers only. */
 #include <fwx_host/fwx_host.h>
 #include <fwx_nat64/fwx_nat64.h>
 #include <fwx_nat64_model/model.h>

@@ -1,5 +1,4 @@
-/* The model's misbehaviour, ordered by its C interface: failing, delayed, held, duplicated and missing replies, and
- * dropped clients. */
+/* The model's misbehaviour: failing, delayed, held, duplicated and missing replies, and dropped clients. */
 #include <algorithm>
 #include <map>
 
@@ -26,7 +25,6 @@ protected:
         }
         return found;
     }
-    /** The same when the platform's clock has turned. */
     contexts_t contexts_after(uint64_t ms) {
         fwx_host_clock_turn(ms);
         return contexts();

@@ -4,32 +4,28 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <list>
-#include <memory>
-#include <vector>
 
 #include "fwx_host/fwx_host.h"
 #include "model/model.h"
 #include "platform/smc.h"
+#include "tests/support/bytes.h"
 #include "tests/support/platform_watch.h"
 
 /** The bytes of a message, which tests write and read at literal offsets. */
-struct message_t : std::vector<uint8_t> {
-    using std::vector<uint8_t>::vector;
+struct message_t : bytes_t {
+    using bytes_t::vector;
 
     template <typename value_t>
     message_t &put(size_t offset, value_t value) {
         EXPECT_LE(offset + sizeof(value), size());
-        if (offset + sizeof(value) <= size()) std::memcpy(data() + offset, &value, sizeof(value));
+        ::put(*this, offset, value);
         return *this;
     }
     template <typename value_t>
     value_t get(size_t offset) const {
-        value_t value{};
-        EXPECT_LE(offset + sizeof(value), size());
-        if (offset + sizeof(value) <= size()) std::memcpy(&value, data() + offset, sizeof(value));
-        return value;
+        EXPECT_LE(offset + sizeof(value_t), size());
+        return ::get<value_t>(*this, offset);
     }
     uint16_t u16(size_t offset) const { return get<uint16_t>(offset); }
     uint32_t u32(size_t offset) const { return get<uint32_t>(offset); }
@@ -40,11 +36,6 @@ struct message_t : std::vector<uint8_t> {
             found[i] = u32(offset + 4 * i);
         }
         return found;
-    }
-    std::vector<uint8_t> part(size_t offset, size_t length) const {
-        EXPECT_LE(offset + length, size());
-        return offset + length <= size() ? std::vector<uint8_t>(data() + offset, data() + offset + length)
-                                         : std::vector<uint8_t>{};
     }
 };
 
@@ -67,11 +58,9 @@ inline message_t config(uint32_t op_code, size_t payload_size, const std::vector
     }
     return msg;
 }
-/** A command for a basic mapping rule. */
 inline message_t basic(uint32_t op, uint32_t rule_id, uint32_t domain_id = 0) {
     return command(13, 80).put<uint32_t>(36, op).put<uint32_t>(40, rule_id).put<uint32_t>(44, domain_id);
 }
-/** A command for a default mapping rule. */
 inline message_t by_default(uint32_t op, uint32_t id) {
     return command(13, 68).put<uint32_t>(32, 1).put<uint32_t>(36, op).put<uint32_t>(40, id);
 }
@@ -158,7 +147,6 @@ protected:
         return arrived;
     }
 
-    /** Sends a command and returns its only reply. */
     message_t reply_to(const message_t &msg) {
         const std::vector<message_t> replies = replies_to(msg);
         EXPECT_EQ(replies.size(), 1u);

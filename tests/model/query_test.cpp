@@ -1,5 +1,6 @@
 /* Statistics queries and session walks: entries, pages, filters, and the turns in which long answers are sent. */
 #include "model_fixture.h"
+#include "tests/support/runtime_directory.h"
 
 namespace {
 
@@ -25,7 +26,6 @@ protected:
         fwx_host_loop_process(loop_);
         fwx_host_loop_process(loop_);
     }
-    /** Number of sessions in the replies to a walk. */
     uint64_t walked(const message_t &request) {
         uint64_t sessions = 0;
         for (const message_t &reply : replies_to(request)) {
@@ -134,7 +134,7 @@ TEST_F(query_t, shows_sessions_in_full_and_finds_them_by_either_end_of_the_trans
     const message_t &session = found[2]; /* numbers 1 and 5 */
     EXPECT_EQ(session.words(72 + 8, 2), (words_t{17, 1})) << "UDP, active";
     EXPECT_EQ(session.u32(72 + 60), 0x020100c0u) << "192.0.1.2";
-    EXPECT_EQ(session.part(72 + 40, 16),
+    EXPECT_EQ(slice(session, 72 + 40, 16),
               (std::vector<uint8_t>{0, 0x64, 0xff, 0x9b, 0, 0, 0, 0, 0, 0, 0, 0, 198, 18, 0, 1}));
     EXPECT_EQ(session.u16(72 + 96), 1025u);
     EXPECT_EQ(session.u16(72 + 98), 1024u);
@@ -150,7 +150,7 @@ TEST_F(query_t, shows_sessions_in_full_and_finds_them_by_either_end_of_the_trans
     const message_t mapped = reply_to(message_t(full).put<uint32_t>(116, 0x0200000a));
     EXPECT_EQ(mapped.u32(40), 1u) << "the one of the mapping, which is translated to its second address";
     EXPECT_EQ(mapped.u32(72 + 60), 0x0200000au);
-    EXPECT_EQ(mapped.part(72 + 76, 20), std::vector<uint8_t>(20)) << "the destination is unknown";
+    EXPECT_EQ(slice(mapped, 72 + 76, 20), std::vector<uint8_t>(20)) << "the destination is unknown";
 }
 
 TEST_F(query_t, counts_refusals_by_their_cause) {
@@ -213,6 +213,48 @@ TEST_F(query_t, ends_walks_when_the_client_is_dropped_or_the_server_is_silent) {
     run();
     EXPECT_EQ(model_->counts().clients, 0u);
     EXPECT_LT(model_->counts().replies, 100u);
+}
+
+/** A client on a loop of its own, which reaches the model over shared memory. */
+class slow_reader_test : public model_fixture_t {
+protected:
+    bool serve() override {
+        server_loop_ = fwx_host_loop_create();
+        model_ = fwx_nat64_model_t::create(server_loop_, "model under test");
+        return fwx_host_server_listen(fwx_host_server_find("model under test"), "alpha") == 0 &&
+               fwx_host_connect_set("model under test", "alpha") == 0;
+    }
+    void end() override {
+        fwx_host_connect_set("model under test", nullptr);
+        model_.reset();
+        fwx_host_loop_destroy(server_loop_);
+    }
+
+    const runtime_directory_t directory_;
+    fwx_host_loop_t *server_loop_ = nullptr;
+};
+
+TEST_F(slow_reader_test, receives_a_whole_walk_that_is_longer_than_the_limit_of_queued_bytes) {
+    constexpr uint64_t count = 600000; /* 90 MB, more than the limit of 64 MiB queued for a client */
+    model_->sessions_generate(count);
+    send(command(9, 144).put<uint32_t>(44, 1).put<uint32_t>(48, 400)); /* in full, 400 sessions a page */
+    uint64_t most_bytes = 0;
+    for (int turn = 0; turn < 300; ++turn) { /* the client reads nothing */
+        fwx_host_loop_run_once(server_loop_, 1);
+        most_bytes = std::max(most_bytes, model_->counts().queued_bytes);
+    }
+    EXPECT_GT(most_bytes, uint64_t{4} << 20);
+    EXPECT_LT(most_bytes, uint64_t{8} << 20);
+    uint64_t sessions = 0;
+    for (bool is_complete = false; !is_complete && channel_errors == 0;) {
+        fwx_host_loop_run_once(server_loop_, 1);
+        for (const message_t &page : run()) {
+            sessions += page.u32(40);
+            is_complete = page.u32(48) == 0;
+        }
+    }
+    EXPECT_EQ(channel_errors, 0u);
+    EXPECT_EQ(sessions, count);
 }
 
 }  // namespace

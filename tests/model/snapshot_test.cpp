@@ -1,19 +1,17 @@
-/* Saving and restoring the model's configuration, as a whole and by a journal of changes, and the commit of the
- * journal. */
+/* The model's configuration, saved and restored as a whole and by a journal of changes, and the journal's commit. */
 #include <algorithm>
-#include <utility>
 
 #include "model_fixture.h"
 
 namespace {
 
-using part_t = std::pair<uint32_t, std::vector<uint8_t>>; /* op code and payload */
+using part_t = std::pair<uint32_t, bytes_t>; /* op code and payload */
 
 /** The parts of a configuration that a server saves. */
 struct kept_t {
     static void add(void *self, uint32_t op_code, const void *payload, size_t size) {
         const auto *bytes = static_cast<const uint8_t *>(payload);
-        static_cast<kept_t *>(self)->parts.emplace_back(op_code, std::vector<uint8_t>(bytes, bytes + size));
+        static_cast<kept_t *>(self)->parts.emplace_back(op_code, bytes_t(bytes, bytes + size));
     }
     static uint32_t commit(void *self) { return static_cast<kept_t *>(self)->commit_code; }
 
@@ -55,7 +53,6 @@ protected:
         journal_.commit_code = code;
         model_->journal_set({kept_t::add, kept_t::commit, &journal_});
     }
-    /** Sends commands in one turn, commits, and returns the replies. */
     std::vector<message_t> committed(const std::vector<message_t> &commands) {
         return committed_replies_to(commands, [&] {
             EXPECT_EQ(model_->counts().held, commands.size());
@@ -70,6 +67,9 @@ protected:
         }
     }
 
+    static uint32_t restore(fwx_nat64_model_t &model, const part_t &part, size_t size) {
+        return fwx_nat64_model_restore(&model, part.first, part.second.data(), size);
+    }
     static std::vector<part_t> save(const fwx_nat64_model_t &model) {
         kept_t kept;
         EXPECT_EQ(fwx_nat64_model_save(&model, kept_t::add, &kept), 0U);
@@ -86,7 +86,7 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_s
     const std::vector<part_t> parts = save(*model_);
     EXPECT_EQ(parts.size(), 18U);
     const auto expect_part = [&](const message_t &msg) {
-        const part_t part{msg.u32(32), msg.part(36, msg.size() - 40)};
+        const part_t part{msg.u32(32), slice(msg, 36, msg.size() - 40)};
         EXPECT_NE(std::find(parts.begin(), parts.end(), part), parts.end()) << "op code " << part.first;
     };
     std::for_each(settings_.begin(), settings_.end(), expect_part);
@@ -94,13 +94,11 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_s
     expect_part(config(11, 80, {9, 0, 0, 2}).put<uint32_t>(36 + 52, 0x55).put<uint32_t>(36 + 76, 0x66));
 
     const auto fresh = fwx_nat64_model_t::create(loop_, "another model");
-    for (const auto &[op_code, payload] : parts) {
-        const uint8_t *bytes = payload.data();
-        EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), op_code, bytes, payload.size()), 0U) << op_code;
-        EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), op_code, bytes, payload.size() - 1),
-                  FWX_NAT64_MODEL_ERR_MALFORMED);
-        EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), op_code, bytes, payload.size() + 1),
-                  FWX_NAT64_MODEL_ERR_MALFORMED);
+    for (const part_t &part : parts) {
+        const size_t size = part.second.size();
+        EXPECT_EQ(restore(*fresh, part, size), 0U) << part.first;
+        EXPECT_EQ(restore(*fresh, part, size - 1), FWX_NAT64_MODEL_ERR_MALFORMED) << part.first;
+        EXPECT_EQ(restore(*fresh, part, size + 1), FWX_NAT64_MODEL_ERR_MALFORMED) << part.first;
     }
     EXPECT_EQ(save(*fresh), parts);
     EXPECT_EQ(fwx_nat64_model_restore(fresh.get(), 99, "", 0), FWX_NAT64_MODEL_ERR_MALFORMED);
@@ -115,8 +113,8 @@ TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_s
     commit_each(more);
     EXPECT_EQ(journal_.parts.size(), settings_.size() + changes_.size() + more.size());
     const auto from_journal = fwx_nat64_model_t::create(loop_, "a third model");
-    for (const auto &[op_code, payload] : journal_.parts) {
-        EXPECT_EQ(fwx_nat64_model_restore(from_journal.get(), op_code, payload.data(), payload.size()), 0U) << op_code;
+    for (const part_t &part : journal_.parts) {
+        EXPECT_EQ(restore(*from_journal, part, part.second.size()), 0U) << part.first;
     }
     EXPECT_EQ(save(*from_journal), save(*model_));
     EXPECT_EQ(model_->boot().changes, journal_.parts.size());
