@@ -4,9 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "records/reader.h"

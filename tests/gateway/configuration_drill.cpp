@@ -6,7 +6,6 @@
  */
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "gateway_fixture.h"
 

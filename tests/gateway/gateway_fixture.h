@@ -8,9 +8,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "commander.h"
@@ -98,7 +96,6 @@ protected:
     }
     static json_t sessions(const std::string &filter = "") { return ask("sessions walk " + filter).second["data"]; }
     std::string table() const { return middle.run("nft list table ip6 fwx_nat64_edge").output; }
-    /** What connection tracking lists, a session a line. */
     std::string tracked() const { return middle.run("{ conntrack -L -f ipv6 2>/dev/null; }").output; }
     size_t listed_sessions() const {
         const std::string list = tracked();
@@ -114,7 +111,6 @@ protected:
             }
         }
     }
-    /** A member of the system statistics. */
     static uint64_t system(const char *name) {
         const json_t data = ask("stats system").second["data"];
         const json_t &record = data.is_array() ? data.back() : data;
@@ -173,7 +169,6 @@ protected:
         from_client(SOCK_DGRAM).send("hello", {to, 7});
         return !at.receive(socket_t::never_ms).empty();
     }
-    /** Sends a message through, and an answer back. */
     static bool converse(const socket_t &from, const socket_t &at, end_t to, const std::string &text = "hello",
                          end_t *seen = nullptr, int wait_ms = socket_t::patience_ms) {
         end_t peer;

@@ -1,7 +1,6 @@
 /* What the kernel is to do for each kind of configuration, as text. */
 #include "gateway/plan.h"
 
-#include <gtest/gtest.h>
 #include <linux/rtnetlink.h>
 
 #include <sstream>
@@ -33,7 +32,7 @@ class plan_row_test : public testing::TestWithParam<text_case_t> {};
 
 TEST_P(plan_row_test, is_this_text) {
     const std::string &from = GetParam().parts[0];
-    const std::string &to = GetParam().parts[1];
+    const std::string to = from + GetParam().parts[1];
     EXPECT_EQ(change(from, to), GetParam().parts[2]);
     EXPECT_EQ(change(to, to), "");
 }

@@ -3,8 +3,8 @@
 
 #include <cmath>
 #include <functional>
+#include <regex>
 #include <set>
-#include <sstream>
 
 #include "gateway_fixture.h"
 
@@ -121,21 +121,10 @@ TEST_F(traffic_test, a_dynamic_mapping_gives_its_sources_a_pool_of_their_own) {
 
 /** Of each session protocol, source and its port, pool port and destination port, as conntrack lists them. */
 std::multiset<std::string> listed_by_conntrack(const std::string &list) {
+    static const std::regex session("(udp|tcp) .* src=(\\S+) dst=\\S+ sport=(\\d+) dport=(\\d+) .* dport=(\\d+)");
     std::multiset<std::string> found;
-    std::istringstream lines(list);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
-        std::multimap<std::string, std::string> values;
-        std::string word, protocol;
-        words >> protocol;
-        while (words >> word) {
-            const size_t equals = word.find('=');
-            if (equals != std::string::npos) values.insert({word.substr(0, equals), word.substr(equals + 1)});
-        }
-        if (protocol != "udp" && protocol != "tcp") continue;
-        const auto source = values.find("sport");
-        found.insert(protocol + " " + values.find("src")->second + " " + source->second + " " +
-                     std::next(values.find("dport"))->second + " " + values.find("dport")->second);
+    for (auto at = std::sregex_iterator(list.begin(), list.end(), session); at != std::sregex_iterator(); ++at) {
+        found.insert(at->format("$1 $2 $3 $5 $4"));
     }
     return found;
 }
