@@ -1,16 +1,14 @@
-/*
- * Fuzzes the library with a server that may send anything and a PAL whose callbacks may call anything: they read the
+/* Fuzzes the library with a server that may send anything and a PAL whose callbacks may call anything: they read the
  * data that was sent, unbind, bind again, flush, send, make synchronous calls and run the loop. Platform operations
  * fail at random. In all cases a command's end is reported at most once, and all resources are released. The lower
- * three bits of a byte of input choose an action, the others are its operand.
- */
+ * three bits of a byte of input choose an action, the others are its operand. */
 #include <deque>
 #include <functional>
 
-#include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "platform/runtime.h"
 #include "platform/smc.h"
+#include "tests/support/outstanding.h"
 #include "tests/support/platform_watch.h"
 #include "wild_server.h"
 
@@ -103,10 +101,7 @@ public:
                 static_cast<session_t *>(self)->received_ = {static_cast<const uint8_t *>(msg), size};
             },
             this);
-        fwx_nat64_dbg_error_set(1); /* the levels, because the server of an earlier input may have set them */
-        fwx_nat64_dbg_warning_set(0);
-        fwx_nat64_dbg_trace_set(0);
-        fwx_nat64_dbg_info_set(0);
+        debug_flags_set(1, 0); /* because the server of an earlier input may have set them */
         bind();
     }
     ~session_t() {
@@ -208,8 +203,7 @@ private:
         const size_t sent = tickets_.size();
         FUZZ_CHECK(fwx_nat64_clnt_cleanup() == 0);
         if (!is_bound_ || binding_ != binding) return;
-        void *head = nullptr;
-        FUZZ_CHECK(fwx_list_head(fwx_nat64_client_info_get()->clnt_ctx_list, &head) == 0 && head == nullptr);
+        FUZZ_CHECK(outstanding_commands() == 0);
         for (size_t i = 0; i < sent; ++i) {
             if (tickets_[i].binding == binding) FUZZ_CHECK(tickets_[i].is_flushed());
         }

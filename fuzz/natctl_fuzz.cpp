@@ -3,8 +3,6 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 
-#include "fwx_host/fwx_host.h"
-#include "fwx_nat64/client.h"
 #include "tests/support/platform_watch.h"
 #include "tools/natctl/batch.h"
 #include "wild_server.h"

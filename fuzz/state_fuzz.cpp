@@ -1,11 +1,6 @@
 /* Fuzzes a server's state file. Any bytes are read, or refused and left unchanged. A file that was read and written
  * again reads the same. Inputs that begin with `=` are lines of groups, to which the fuzzer adds the checksums. */
-#include <unistd.h>
-
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 
 #include "fwx_host/fwx_host.h"
 #include "input.h"

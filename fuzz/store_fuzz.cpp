@@ -1,8 +1,6 @@
-/*
- * Fuzzes the readers of data from the store: manifests, gateway states and answers of etcd. The first byte of the input
+/* Fuzzes the readers of data from the store: manifests, gateway states and answers of etcd. The first byte of the input
  * selects the reader, which reads the rest or refuses it with a reason. Data that was read and written reads the same
- * again.
- */
+ * again. */
 #include <string>
 #include <string_view>
 

@@ -8,26 +8,25 @@
 #include <iterator>
 
 #include "tests/host/channel_fixture.h"
+#include "tests/support/descriptor_limit.h"
 
 namespace {
+
+using namespace std::string_literals;
 
 class capture_file_test : public channel_fixture_t {
 protected:
     void SetUp() override {
         channel_fixture_t::SetUp();
-        descriptors_ = descriptors();
+        descriptors_ = open_descriptors();
     }
     void TearDown() override {
         EXPECT_EQ(fwx_host_capture_close(), 0U);
-        EXPECT_EQ(descriptors(), descriptors_);
+        EXPECT_EQ(open_descriptors(), descriptors_);
         std::filesystem::remove(path_);
         channel_fixture_t::TearDown();
     }
 
-    static std::ptrdiff_t descriptors() {
-        const std::filesystem::directory_iterator open("/proc/self/fd");
-        return std::distance(begin(open), end(open));
-    }
     uint32_t open() const { return fwx_host_capture_open(path_.c_str()); }
     std::string content() const {
         std::ifstream file(path_, std::ios::binary);
@@ -35,7 +34,7 @@ protected:
     }
 
     std::filesystem::path path_ = testing::TempDir() + "capture_file_test." + std::to_string(getpid());
-    std::ptrdiff_t descriptors_ = 0;
+    size_t descriptors_ = 0;
 };
 
 constexpr size_t file_header_size = 24;
@@ -53,11 +52,6 @@ void take_time(std::string &bytes, size_t at, time_t not_before) {
     EXPECT_LE(number_at(bytes, at), time(nullptr));
     EXPECT_LT(number_at(bytes, at + 4), 1000000000U);
     bytes.erase(at, time_size);
-}
-
-template <size_t n>
-std::string literal(const char (&text)[n]) {
-    return {text, n - 1};
 }
 
 TEST_F(capture_file_test, contains_every_message_as_a_packet_in_both_directions_and_forms_and_leaves_the_tap_working) {
@@ -79,12 +73,12 @@ TEST_F(capture_file_test, contains_every_message_as_a_packet_in_both_directions_
     fwx_host_tap_set(nullptr, nullptr);
 
     const std::string packets[] = {
-        literal("\x0a\0\0\0\x0a\0\0\0\x01\x00\x00\0\x03\xc0\x60\0up"),
-        literal("\x09\0\0\0\x09\0\0\0\x01\x00\x01\0\x03\xc0\x60\0?"),
-        literal("\x1b\0\0\0\x1b\0\0\0\x01\x01\x01\0\x03\xc0\x60\0----------------yes"),
-        literal("\x08\0\0\0\x08\0\0\0\x01\x01\x00\0\x03\xc0\x60\0"),
+        "\x0a\0\0\0\x0a\0\0\0\x01\x00\x00\0\x03\xc0\x60\0up"s,
+        "\x09\0\0\0\x09\0\0\0\x01\x00\x01\0\x03\xc0\x60\0?"s,
+        "\x1b\0\0\0\x1b\0\0\0\x01\x01\x01\0\x03\xc0\x60\0----------------yes"s,
+        "\x08\0\0\0\x08\0\0\0\x01\x01\x00\0\x03\xc0\x60\0"s,
     };
-    std::string expected = literal("\x4d\x3c\xb2\xa1\x02\0\x04\0\0\0\0\0\0\0\0\0\0\0\x04\0\x93\0\0\0");
+    std::string expected = "\x4d\x3c\xb2\xa1\x02\0\x04\0\0\0\0\0\0\0\0\0\0\0\x04\0\x93\0\0\0"s;
     for (const std::string &packet : packets) {
         take_time(bytes, expected.size(), before);
         expected += packet;

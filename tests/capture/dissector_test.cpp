@@ -1,6 +1,5 @@
 /* The Wireshark dissector, run by tshark on captures: of natctl running an example, and of one message of each kind.
- * The tests check that each byte belongs to a named field, and that malformed messages are marked. Skipped without
- * tshark. */
+ * Each byte must belong to a named field, and malformed messages must be marked. */
 #include <filesystem>
 
 #include "host/messaging/capture.h"

@@ -9,9 +9,6 @@
 #include <cstring>
 #include <functional>
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "host_fixture.h"
 #include "platform/smc.h"
@@ -80,7 +77,6 @@ protected:
 
     std::ptrdiff_t count(const std::string &line) const { return std::count(log_.begin(), log_.end(), line); }
 
-    /** Returns the log's lines, separated by commas, and clears the log. */
     std::string take_log() {
         std::string lines;
         for (const std::string &line : std::exchange(log_, {})) {
@@ -106,7 +102,6 @@ protected:
         server_ = nullptr;
     }
 
-    /** A message: the handler's key, then the text. */
     static std::string framed(const std::string &text) { return std::string("\x03\xc0\x60\x00", 4) + text; }
     static std::string text_of(const void *msg, size_t size) {
         return size < 4 ? "?" : std::string(static_cast<const char *>(msg) + 4, size - 4);
@@ -129,7 +124,6 @@ protected:
         return code;
     }
 
-    /** Sends a text as a synchronous message, and writes the answer to the log. */
     uint32_t ask(const std::string &text, size_t reply_size = 64) {
         const std::string bytes = framed(text);
         void *msg = buffer_with(bytes);

@@ -1,8 +1,5 @@
 /* Messages through an open channel: buffers, order, flow control, delivery, synchronous messages, fairness. Then the
  * ends of channels: closed ones, also from callbacks, dropped peers, and servers that are unregistered. */
-#include <algorithm>
-#include <utility>
-
 #include "channel_fixture.h"
 
 namespace {

@@ -1,14 +1,9 @@
-/*
- * Exhausted memory. A child process takes all memory and calls every operation that allocates. Each must return an
- * error and leave nothing behind. After the memory is freed, the operations must work again.
- */
+/* Exhausted memory. A child process takes all memory and calls every operation that allocates. Each must return an
+ * error and leave nothing behind. After the memory is freed, the operations must work again. */
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
-#include <string>
 
 #include "platform/cgm.h"
 #include "platform/runtime.h"
@@ -32,34 +27,21 @@ public:
     void take_all() {
         const rlimit no_more = {0, 0};
         setrlimit(RLIMIT_AS, &no_more);
-        for (size_t size = size_t{1} << 26; size > 4096; size /= 2) {
-            take(size);
-        }
-        for (size_t size = 4096; size > 0; size -= 16) {
-            take(size);
+        for (size_t size = size_t{1} << 26; size > 0; size -= size > 4096 ? size / 2 : 16) {
+            while (auto *block = static_cast<void **>(malloc(size))) {
+                *block = std::exchange(blocks_, block);
+            }
         }
     }
     void release() {
-        while (blocks_ != nullptr) {
-            block_t *next = blocks_->next;
-            free(blocks_);
-            blocks_ = next;
+        while (void *block = blocks_) {
+            blocks_ = *static_cast<void **>(block);
+            free(block);
         }
     }
 
 private:
-    struct block_t {
-        block_t *next;
-    };
-
-    void take(size_t size) {
-        while (auto *block = static_cast<block_t *>(malloc(size))) {
-            block->next = blocks_;
-            blocks_ = block;
-        }
-    }
-
-    block_t *blocks_ = nullptr;
+    void *blocks_ = nullptr; /* each begins with the address of the next one */
 };
 
 class exhausted_memory_t : public shm_fixture_t {
@@ -77,6 +59,17 @@ protected:
             tbm_leaf_init(tree_, leaf(i), &keys[i], 8, nullptr);
         }
         ASSERT_EQ(insert(0), 0u);
+    }
+    void TearDown() override {
+        for (size_t i = 0; i < std::size(leaves_); ++i) {
+            tbm_leaf_delete(tree_, leaf(i), nullptr);
+        }
+        fwx_host_server_unregister(deaf_);
+        fwx_cl_hash_destroy(table_, 1);
+        chunk_destroy(pool_);
+        close(pipe_[0]);
+        close(pipe_[1]);
+        shm_fixture_t::TearDown();
     }
     tbm_leaf_t *leaf(size_t index) { return reinterpret_cast<tbm_leaf_t *>(leaves_[index].data()); }
     uint32_t insert(size_t index) {
@@ -136,17 +129,6 @@ protected:
         return nullptr;
     }
 
-    void clean_up() {
-        for (size_t i = 0; i < std::size(leaves_); ++i) {
-            tbm_leaf_delete(tree_, leaf(i), nullptr);
-        }
-        fwx_host_server_unregister(deaf_);
-        fwx_cl_hash_destroy(table_, 1);
-        chunk_destroy(pool_);
-        close(pipe_[0]);
-        close(pipe_[1]);
-    }
-
     /** Returns the exit status: 0 when all operations failed, and worked again once there was memory. */
     int exhaust() {
         all_memory_t all_memory;
@@ -159,7 +141,6 @@ protected:
         }
         if (send("a") != 0 || fwx_host_server_listen(deaf_, "another") != 0 || insert(1) != 0) return 2;
         run();
-        clean_up();
         TearDown();
         return take_log() == "took a, done a 0, disconnected" && !HasFailure() ? 0 : 3;
     }
@@ -173,10 +154,8 @@ protected:
 };
 
 TEST_F(exhausted_memory_t, every_operation_returns_an_error_throws_nothing_and_works_again_when_there_is_memory) {
-    GTEST_FLAG_SET(death_test_style,
-                   "threadsafe"); /* a new process, whose malloc has no memory freed by earlier tests */
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); /* a new process, because its malloc has no freed memory */
     EXPECT_EXIT(std::_Exit(exhaust()), testing::ExitedWithCode(0), "");
-    clean_up();
 }
 
 }  // namespace

@@ -24,10 +24,8 @@ protected:
         return now;
     }
 
-    /** The errors counted since the test began. */
     fwx_host_errors_t errors() const { return watch_.errors(); }
 
-    /** Whether the loop's descriptor is readable now. */
     static bool is_readable(fwx_host_loop_t *loop) {
         pollfd watched = {fwx_host_loop_fd(loop), POLLIN, 0};
         return poll(&watched, 1, 0) == 1;

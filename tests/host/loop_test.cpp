@@ -1,8 +1,5 @@
 /* The event loop: timers, watched descriptors, and the loop's own descriptor. */
-#include <poll.h>
 #include <unistd.h>
-
-#include <string>
 
 #include "host_fixture.h"
 
@@ -26,7 +23,6 @@ protected:
         host_fixture_t::TearDown();
     }
 
-    /** Argument of a callback that appends a letter to the log. */
     struct note_t {
         std::string *log;
         char letter;

@@ -1,8 +1,6 @@
-/*
- * The handshake of clients in other processes. The tests send raw offers to a listening server: invalid ones, too many,
+/* The handshake of clients in other processes. The tests send raw offers to a listening server: invalid ones, too many,
  * late ones, or while descriptors are exhausted. The server must turn such clients away, leak no descriptors, and keep
- * serving an honest client.
- */
+ * serving an honest client. */
 #include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -12,10 +10,8 @@
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 
-#include <filesystem>
 #include <thread>
 
 #include "shm_fixture.h"
@@ -23,11 +19,6 @@
 #include "tests/support/eventually.h"
 
 namespace {
-
-size_t open_descriptors() {
-    using iterator_t = std::filesystem::directory_iterator;
-    return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
-}
 
 handles_t sound_handles_with(size_t place, int fd) {
     handles_t handles = sound_handles();

@@ -44,7 +44,6 @@ constexpr fwx_host_server_ops_t child_ops = {
 
 class shm_process_t : public shm_fixture_t {
 protected:
-    /** Opens a channel to a server in a child process. */
     void SetUp() override {
         channel_fixture_t::SetUp();
         end_channel();

@@ -5,9 +5,7 @@
 
 #include <cstring>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 

@@ -1,7 +1,5 @@
-/*
- * Callbacks that call the library. Whatever a callback of the PAL or of the classifier manager does to the binding, the
- * library must not touch anything that is gone. The sanitizer finds accesses that have no other effect.
- */
+/* Callbacks that call the library. Whatever a callback of the PAL or of the classifier manager does to the binding, the
+ * library must not touch anything that is gone. The sanitizer finds accesses that have no other effect. */
 #include <sys/mman.h>
 
 #include "library_fixture.h"

@@ -1,7 +1,6 @@
 /* The commands. One table has the bytes of every command on the wire, the other every call that an argument check
  * refuses, with its code while bound and while unbound; a refused call sends and allocates nothing. Every message to
  * the server that wire/ describes must be in a row, or be one that the library sends by itself. */
-#include <functional>
 #include <set>
 
 #include "library_fixture.h"

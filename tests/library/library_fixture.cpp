@@ -1,6 +1,5 @@
 #include "library_fixture.h"
 
-#include <algorithm>
 #include <map>
 #include <sstream>
 
@@ -122,11 +121,7 @@ void library_fixture_t::TearDown() {
     fwx_host_debug_sink_set(nullptr, nullptr);
     fwx_host_debug_level_set(FWX_NAT64_DEBUG_MODULE, 0);
     fwx_host_cgm_observe(nullptr, nullptr);
-    fwx_nat64_dbg_error_set(1);
-    fwx_nat64_dbg_warning_set(0);
-    fwx_nat64_dbg_info_set(0);
-    fwx_nat64_dbg_trace_set(0);
-
+    debug_flags_set(1, 0);
     EXPECT_EQ(watch.left(), "");
     EXPECT_EQ(watch.errors().bad_frees, 0u);
     self = nullptr;

@@ -1,7 +1,5 @@
-/*
- * Fixture of the library on the host platform, with a server that records every message and answers only when a test
- * says so. A test fails if it leaves anything allocated, or frees anything twice.
- */
+/* Fixture of the library on the host platform, with a server that records every message and answers only when a test
+ * says so. A test fails if it leaves anything allocated, or frees anything twice. */
 #ifndef TESTS_LIBRARY_LIBRARY_FIXTURE_H
 #define TESTS_LIBRARY_LIBRARY_FIXTURE_H
 
@@ -11,14 +9,12 @@
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
-#include "platform/runtime.h"
 #include "tests/support/bytes.h"
 #include "tests/support/outstanding.h"
 #include "tests/support/platform_watch.h"
 
 using lines_t = std::vector<std::string>;
 
-/** Bytes that a message must have at an offset. */
 struct field_t {
     size_t offset;
     const char *bytes;
@@ -30,7 +26,6 @@ protected:
     void TearDown() override;
 
     uint32_t bind(const void *client_id = "PAL1");
-    /** Dispatches everything that is ready. */
     void pump() { fwx_host_loop_run_until_idle(loop); }
     /** Binds, answers the initial commands and forgets what was received and logged. */
     void bind_quietly();
@@ -40,9 +35,7 @@ protected:
 
     /** Returns a reply of that type and of `size` bytes to a recorded command, with its context and epoch. */
     static bytes_t reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result = 0);
-    /** Returns an unsolicited command of the server. */
     static bytes_t event(uint32_t code, size_t size);
-    /** Sends bytes from the server to the client and dispatches them. */
     void deliver(const bytes_t &message);
     static void expect_message(const bytes_t &message, size_t size, const std::vector<field_t> &fields);
     /** Drops the client's connection to the server; the client sees a channel error. */

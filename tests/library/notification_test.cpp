@@ -1,5 +1,4 @@
-/* Notifications: unsolicited commands of the server, and notifications of the classifier manager. Tables give the
- * lengths, callbacks, flags and results of each. */
+/* Unsolicited commands of the server, and notifications of the classifier manager. */
 #include "library_fixture.h"
 
 namespace {

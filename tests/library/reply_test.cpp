@@ -1,5 +1,5 @@
 /* Replies of the server: matching by epoch and context, minimum lengths, several replies to a query or walk, and
- * refusals in every form. A test checks the calls of the callbacks and that the context was released. */
+ * refusals in every form. */
 #include "library_fixture.h"
 
 namespace {

@@ -35,7 +35,6 @@ protected:
         if (tree != nullptr) fwx_host_tbm_counts_get(tree, &counts);
         return counts.leaves;
     }
-    /** Returns the leaf data under a key, empty when there is no leaf. */
     static std::string leaf(const bytes_t &key, uint32_t bits) {
         tbm_t *tree = fwx_host_tbm_of_complex(0);
         uint32_t rc = 0;

@@ -1,5 +1,5 @@
-/* Framing and sending, without commands of the PAL: headers, failures of each step, messages of an earlier binding, and
- * the synchronous form with the whole reply. */
+/* Framing and sending, without commands of the PAL: headers, failures, messages of an earlier binding, whole replies.
+ */
 #include "library_fixture.h"
 
 namespace {

@@ -2,8 +2,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <utility>
-
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "tests/support/zero_server.h"

@@ -1,5 +1,4 @@
-/* A tree bitmap that is checked: every operation is also done on a table of bit strings, and the results are compared.
- */
+/* A tree bitmap that is checked: every operation is also done on a table of bit strings, and compared. */
 #ifndef TESTS_SUPPORT_CHECKED_TREE_H
 #define TESTS_SUPPORT_CHECKED_TREE_H
 

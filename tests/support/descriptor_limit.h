@@ -1,4 +1,4 @@
-/* Limits on the descriptors of the process, which end with their objects. */
+/* The descriptors of the process: their number, and limits on it that end with their objects. */
 #ifndef TESTS_SUPPORT_DESCRIPTOR_LIMIT_H
 #define TESTS_SUPPORT_DESCRIPTOR_LIMIT_H
 
@@ -7,9 +7,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "host/loop/descriptor.h"
+
+inline size_t open_descriptors() {
+    using iterator_t = std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
+}
 
 /** Sets the limit of descriptors, at most to the highest that the system allows. With 0 none can be opened: not for use
  * with sanitizers, whose checks open descriptors. */

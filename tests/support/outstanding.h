@@ -1,4 +1,4 @@
-/* The library's outstanding commands. */
+/* The library's outstanding commands and its debug output. */
 #ifndef TESTS_SUPPORT_OUTSTANDING_H
 #define TESTS_SUPPORT_OUTSTANDING_H
 
@@ -7,8 +7,7 @@
 #include "fwx_nat64/client.h"
 #include "platform/runtime.h"
 
-/** Number of commands on the library's list; 0 when the list cannot be read. Makes one call of FWX_HOST_OP_LIST_HEAD.
- */
+/** Commands on the library's list; 0 when it cannot be read. Makes one call of FWX_HOST_OP_LIST_HEAD. */
 inline size_t outstanding_commands() {
     const fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
     void *head = nullptr;
@@ -18,6 +17,13 @@ inline size_t outstanding_commands() {
         ++count;
     }
     return count;
+}
+
+inline void debug_flags_set(uint32_t errors, uint32_t others) {
+    fwx_nat64_dbg_error_set(errors);
+    fwx_nat64_dbg_warning_set(others);
+    fwx_nat64_dbg_info_set(others);
+    fwx_nat64_dbg_trace_set(others);
 }
 
 #endif

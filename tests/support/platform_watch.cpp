@@ -4,7 +4,6 @@
 
 namespace {
 
-/** A counter in a record of counters. */
 template <typename record_t>
 struct counter_t {
     const char *name;

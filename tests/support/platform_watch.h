@@ -6,7 +6,6 @@
 
 #include "fwx_host/inspect.h"
 
-/** Compares the counters with their values when it was created. */
 class platform_watch_t {
 public:
     platform_watch_t();
@@ -15,8 +14,7 @@ public:
      * destroyed, as "2 lists, 1 channels". Empty when there are none. Does not count trees, because no operation
      * destroys a tree: an empty tree is freed when another is created for its complex. */
     std::string left() const;
-    /** Announces elements of pools and lists that the test leaves in use on purpose; left() then does not report them.
-     */
+    /** Announces elements that the test leaves in use on purpose; left() then does not report them. */
     void expect_destroyed_in_use(uint64_t elements) { destroyed_in_use_expected_ += elements; }
     /** Describes the errors counted since its creation, in the same form. */
     std::string faults() const;

@@ -4,8 +4,7 @@
 
 #include <string>
 
-/** Creates a directory and sets XDG_RUNTIME_DIR and XDG_STATE_HOME to it. The destructor deletes it with its content.
- */
+/** A directory that XDG_RUNTIME_DIR and XDG_STATE_HOME name, as long as the object lives. */
 class runtime_directory_t {
 public:
     runtime_directory_t();
@@ -14,9 +13,7 @@ public:
     runtime_directory_t &operator=(const runtime_directory_t &) = delete;
 
     const std::string &path() const { return path_; }
-    /** The directory in which the platform creates sockets. */
     std::string sockets() const { return path_ + "/fwx_host"; }
-    /** Whether the directory of sockets is empty or missing. */
     bool is_clean() const;
 
 private:

@@ -1,5 +1,4 @@
-/* The scenarios of the fault sweep. Each uses a binding in a different way. Without a fault, every command is accepted.
- */
+/* The scenarios of the fault sweep: different uses of a binding. Without a fault, every command is accepted. */
 #include <cstdlib>
 #include <cstring>
 

@@ -1,5 +1,7 @@
 #include "stage.h"
 
+#include "tests/support/outstanding.h"
+
 namespace {
 
 ticket_t &ticket_of(void *ctx) {
@@ -24,20 +26,12 @@ uint32_t all_cb(void *ctx, uint32_t more, uint64_t, uint32_t, void *) {
 constexpr fwx_nat64_reply_cbs_t reply_cbs = {verdict_cb, sys_cb, intf_cb, all_cb, intf_cb, all_cb};
 constexpr fwx_nat64_unsol_cbs_t unsol_cbs = {nullptr, [](uint32_t, const void *) {}, [] {}};
 
-void set_debug_flags(uint32_t on) {
-    fwx_nat64_dbg_error_set(on);
-    fwx_nat64_dbg_warning_set(on);
-    fwx_nat64_dbg_info_set(on);
-    fwx_nat64_dbg_trace_set(on);
-}
-
 }  // namespace
 
-/* Enables all logging, into a sink that ignores it, because the code of log lines must also work when operations fail.
- */
+/* Enables all logging, into a sink that ignores it, because log lines must also work when operations fail. */
 stage_t::stage_t() : loop_(fwx_host_loop_create()) {
     model = fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME);
-    set_debug_flags(1);
+    debug_flags_set(1, 1);
     fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
     fwx_host_cgm_observe(
         [](void *, uint32_t, void *ctx, uint32_t result) {
@@ -50,7 +44,7 @@ stage_t::stage_t() : loop_(fwx_host_loop_create()) {
 stage_t::~stage_t() {
     fwx_host_cgm_observe(nullptr, nullptr);
     fwx_host_debug_sink_set(nullptr, nullptr);
-    set_debug_flags(0);
+    debug_flags_set(0, 0);
     model.reset();
     fwx_host_loop_destroy(loop_);
 }

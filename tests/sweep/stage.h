@@ -37,7 +37,6 @@ struct ticket_t {
     bool is_open() const { return is_sent() && ends == 0; }
 };
 
-/** The result of a call that returns its result at once. */
 struct result_t {
     const char *what;
     uint32_t code;
@@ -67,7 +66,6 @@ public:
     }
     void call(const char *what, uint32_t code) { results.push_back({what, code}); }
 
-    /** Number of commands that were sent and have not ended. */
     uint64_t open() const;
 
     static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t value, uint32_t value2, uint32_t status);

@@ -1,16 +1,12 @@
-/*
- * The fault sweep. It runs each scenario once to count the calls of every platform operation, and then once for each of
+/* The fault sweep. It runs each scenario once to count the calls of every platform operation, and then once for each of
  * these calls with that call failing. After each run it checks that no command is lost or reported twice, that nothing
- * is leaked, and that a new binding works.
- */
+ * is leaked, and that a new binding works. */
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cinttypes>
-#include <string>
 
-#include "platform/runtime.h"
 #include "platform/tbm.h"
 #include "records/families.h"
 #include "stage.h"
@@ -184,7 +180,6 @@ private:
         if (fault.op == FWX_HOST_OP_COUNT) expect_all_accepted(stage);
     }
 
-    /* Commands that are not reported are outstanding. After a flush, every command is reported. */
     void expect_all_accounted_for(const stage_t &stage, const fault_t &fault, ending_t ending) {
         uint64_t lost = fault.loses_a_command() ? 1 : 0;
         if (fault.ends_queries_silently()) {
