@@ -5,6 +5,7 @@
  *     gateway_drill [KILLS]
  */
 #include <random>
+#include <regex>
 #include <set>
 
 #include "gateway_fixture.h"
@@ -36,11 +37,11 @@ public:
         switch (below(10)) {
             case 0: {
                 const std::string seconds = std::to_string(60 + below(900));
-                return set("udp", {"timeout set --type udp --value " + seconds, {"udp " + seconds}, {}});
+                return set("udp", {"timeout set --type udp --value " + seconds, {"lifetimes udp_" + seconds}, {}});
             }
             case 1: {
                 const std::string most = std::to_string(1000 + below(9000));
-                return set("limit", {"limit add --type sessions --value " + most, {"limit " + most}, {}});
+                return set("limit", {"limit add --type sessions --value " + most, {"session_limit " + most}, {}});
             }
             case 2: {
                 const std::string host = "198.19.0." + std::to_string(8 * below(4));
@@ -86,7 +87,7 @@ public:
             facts.insert(item.table.begin(), item.table.end());
             if (has_routes) facts.insert(item.routes.begin(), item.routes.end());
         }
-        if (items.count("udp") == 0) facts.insert("udp 300");
+        if (items.count("udp") == 0) facts.insert("lifetimes udp_300");
         return facts;
     }
 
@@ -99,7 +100,7 @@ private:
     }
     std::string toggle_prefix(const std::string &part) {
         const std::string prefix = "2001:db8:" + part + "::/96";
-        return toggle("prefix", " --prefix " + prefix + " --kind stateful", "", {"prefix " + prefix}, {});
+        return toggle("prefix", " --prefix " + prefix + " --kind stateful", "", {"prefixes " + prefix}, {});
     }
     std::string toggle_pool(const std::string &id, const std::string &net) {
         const std::string pool = "pool_" + id;
@@ -121,45 +122,38 @@ private:
     items_t items_;
 };
 
-/** The facts in what nft lists of a table. */
+/** The facts in what nft lists of a table: the name of a map or chain, and what its lines say. */
 facts_t facts_of_table(const std::string &listing) {
+    static const struct {
+        const char *block;
+        std::regex pattern;
+        const char *fact;
+    } facts_in[] = {
+        {"map ", std::regex("([0-9a-f:/]+) : (?:goto )?([^ ,]+)"), "$1 $2"},
+        {"chain pool_", std::regex("snat to ([^ ]+)"), "$1"},
+        {"chain prefixes", std::regex("([0-9a-f:/]+) : "), "$1"},
+        {"chain others", std::regex("goto ([^ ,]+)"), "$1"},
+        {"chain session_limit", std::regex("over ([0-9]+)"), "$1"},
+        {"chain lifetimes", std::regex("\"(udp_[0-9]+)\""), "$1"},
+    };
+    static const std::regex begin("\\t((?:map|chain|counter) ([^ ]+)) \\{.*");
     facts_t facts;
-    std::istringstream words(listing);
-    std::string kind, name, word, last, next;
-    while (words >> word) {
-        const bool begins = word == "map" || word == "chain" || word == "counter";
-        if (begins && words >> next) {
-            const bool is_used = next == "name" || next == "{" || next.front() == '@'; /* in a rule */
-            if (is_used) continue;
-            kind = word;
-            name = next;
-            const bool is_pool = name.rfind("pool_", 0) == 0;
-            if (is_pool) facts.insert(kind + " " + name);
-        } else if (kind == "map" && word == "elements") {
-            words >> word >> word; /* = { */
-            while (word.back() != '}' && words >> last >> word >> next) {
-                if (next == "goto") words >> next;
-                const bool is_last = next.back() != ',';
-                if (!is_last) next.pop_back();
-                facts.insert(name + " " + last + " " + next);
-                if (is_last) break;
-            }
-        } else if (kind == "chain" && last == "snat" && word == "to" && name.rfind("pool_", 0) == 0) {
-            words >> next;
-            facts.insert(name + " " + next);
-        } else if (kind == "chain" && name == "prefixes" && word == ":") {
-            facts.insert("prefix " + last);
-        } else if (kind == "chain" && name == "others" && word == "goto") {
-            words >> next;
-            if (next.back() == ',') next.pop_back();
-            facts.insert("others " + next);
-        } else if (kind == "chain" && name == "session_limit" && word == "over") {
-            words >> next;
-            facts.insert("limit " + next);
-        } else if (kind == "chain" && name == "lifetimes" && word.rfind("\"udp_", 0) == 0) {
-            facts.insert("udp " + word.substr(5, word.size() - 6));
+    std::smatch head;
+    std::string block, name;
+    std::istringstream lines(listing);
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_match(line, head, begin)) {
+            block = head[1];
+            name = head[2];
+            if (name.rfind("pool_", 0) == 0) facts.insert(block);
         }
-        last = word;
+        for (const auto &[its_block, pattern, fact] : facts_in) {
+            if (block.rfind(its_block, 0) != 0) continue;
+            for (auto at = std::sregex_iterator(line.begin(), line.end(), pattern); at != std::sregex_iterator();
+                 ++at) {
+                facts.insert(name + " " + at->format(fact));
+            }
+        }
     }
     return facts;
 }
