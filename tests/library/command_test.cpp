@@ -228,7 +228,7 @@ const std::vector<refusal_t> refusals = {
 };
 #undef CALL
 
-/* Messages that no command of the PAL sends; bind_test and notification_test check their bytes. */
+/* Messages that no command of the PAL sends; bind_test and reply_test check their bytes. */
 const std::set<std::string> sent_by_the_library = {
     "unsol_setup",      "init", "sync_init", "cmd_q_resume", "ctrl_end_batch", "ctrl_classifier_update", "end_batch",
     "classifier_update"};

@@ -2,19 +2,36 @@
 #ifndef TESTS_SUPPORT_RUNTIME_DIRECTORY_H
 #define TESTS_SUPPORT_RUNTIME_DIRECTORY_H
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 /** A directory that XDG_RUNTIME_DIR and XDG_STATE_HOME name, as long as the object lives. */
 class runtime_directory_t {
 public:
-    runtime_directory_t();
-    ~runtime_directory_t();
+    runtime_directory_t() {
+        char path[] = "/tmp/fwx_test.XXXXXX";
+        path_ = mkdtemp(path);
+        setenv("XDG_RUNTIME_DIR", path, 1);
+        setenv("XDG_STATE_HOME", (path_ + "/state").c_str(), 1);
+        unsetenv("FWX_HOST_DIR");
+    }
+    ~runtime_directory_t() {
+        unsetenv("XDG_RUNTIME_DIR");
+        unsetenv("XDG_STATE_HOME");
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
     runtime_directory_t(const runtime_directory_t &) = delete;
     runtime_directory_t &operator=(const runtime_directory_t &) = delete;
 
     const std::string &path() const { return path_; }
     std::string sockets() const { return path_ + "/fwx_host"; }
-    bool is_clean() const;
+    /** True also without a directory of sockets. */
+    bool is_clean() const {
+        std::error_code missing;
+        return std::filesystem::is_empty(sockets(), missing) || missing;
+    }
 
 private:
     std::string path_;

@@ -2,14 +2,14 @@
 #ifndef TESTS_SWEEP_STAGE_H
 #define TESTS_SWEEP_STAGE_H
 
-#include <cstddef>
-#include <cstdint>
+#include <algorithm>
 #include <deque>
 #include <memory>
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
 #include "model/model.h"
+#include "tests/support/outstanding.h"
 
 enum class answer_t : uint8_t { verdict, query, walk };
 
@@ -44,12 +44,36 @@ struct result_t {
 
 class stage_t {
 public:
-    stage_t();
-    ~stage_t();
+    /** Enables all logging, into a sink that ignores it, because log lines must also work when operations fail. */
+    stage_t() {
+        model = fwx_nat64_model_t::create(loop_, FWX_NAT64_CHANNEL_NAME);
+        debug_flags_set(1, 1);
+        fwx_host_debug_sink_set([](void *, fwx_host_debug_channel_t, uint32_t, const char *) {}, nullptr);
+        fwx_host_cgm_observe([](void *, uint32_t, void *ctx, uint32_t result) { verdict(ctx, result); }, nullptr);
+    }
+    ~stage_t() {
+        fwx_host_cgm_observe(nullptr, nullptr);
+        fwx_host_debug_sink_set(nullptr, nullptr);
+        debug_flags_set(0, 0);
+        model.reset();
+        fwx_host_loop_destroy(loop_);
+    }
     stage_t(const stage_t &) = delete;
     stage_t &operator=(const stage_t &) = delete;
 
-    void bind();
+    void bind() {
+        static constexpr fwx_nat64_reply_cbs_t reply_cbs = {
+            [](fwx_nat64_cmd_result_t *result) { verdict(result->pal_ctx, result->result); },
+            [](void *ctx, uint32_t more, void *) { return ticket_of(ctx).called(more == 0); },
+            value_cb,
+            page_cb,
+            value_cb,
+            page_cb,
+        };
+        static constexpr fwx_nat64_unsol_cbs_t unsol_cbs = {nullptr, [](uint32_t, const void *) {}, [] {}};
+        call("bind", fwx_nat64_bind("PAL1", loop_, &unsol_cbs, &reply_cbs));
+        pump();
+    }
     void pump() { fwx_host_loop_run_until_idle(loop_); }
     /** Sends a command by calling `hand_over` with its context. The expected results are those without a fault. */
     template <typename send_t>
@@ -66,9 +90,14 @@ public:
     }
     void call(const char *what, uint32_t code) { results.push_back({what, code}); }
 
-    uint64_t open() const;
+    uint64_t open() const {
+        const auto is_open = [](const ticket_t &ticket) { return ticket.is_open(); };
+        return static_cast<uint64_t>(std::count_if(tickets.begin(), tickets.end(), is_open));
+    }
 
-    static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t value, uint32_t value2, uint32_t status);
+    static uint32_t walk_cb(void *ctx, uint32_t, void *, uint64_t, uint32_t, uint32_t status) {
+        return ticket_of(ctx).called(status != FWX_NAT64_WALK_MORE);
+    }
 
     std::unique_ptr<fwx_nat64_model_t> model;
     std::deque<ticket_t> tickets;
@@ -80,8 +109,18 @@ private:
         ticket_t &kept = tickets.emplace_back(ticket);
         kept.code = hand_over(&kept);
     }
+    static ticket_t &ticket_of(void *ctx) { return *static_cast<ticket_t *>(ctx); }
+    static void verdict(void *ctx, uint32_t result) {
+        ticket_of(ctx).verdict = result;
+        ticket_of(ctx).called(true);
+    }
+    static uint32_t value_cb(void *ctx, uint32_t more, uint32_t, void *) { return ticket_of(ctx).called(more == 0); }
+    static uint32_t page_cb(void *ctx, uint32_t more, uint64_t, uint32_t, void *) {
+        const bool is_notification = ctx == nullptr;
+        return is_notification ? 0 : ticket_of(ctx).called(more == 0);
+    }
 
-    fwx_host_loop_t *loop_;
+    fwx_host_loop_t *loop_ = fwx_host_loop_create();
 };
 
 struct scenario_t {
