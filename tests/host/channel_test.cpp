@@ -43,25 +43,6 @@ TEST_P(channel_over_t, messages_of_every_short_length_arrive_as_they_were_sent) 
     EXPECT_GT(text.size(), 64u);
 }
 
-TEST_P(channel_over_t, each_of_several_handlers_gets_its_own_messages) {
-    const uint16_t key[] = {type_word + 1, domain};
-    static std::string others;
-    const auto other = [](void *, void *, void *msg, size_t size) { others += text_of(msg, size); };
-    ASSERT_EQ(smc_msg_handler_attach(chan_, key, other, 0, key[0], key[1]), 0u);
-    const auto reply_to_other = [&](const std::string &text) {
-        std::string bytes = framed(text);
-        memcpy(bytes.data(), key, sizeof(key));
-        return fwx_host_peer_send(peer_, bytes.data(), bytes.size());
-    };
-    ASSERT_EQ(reply("a"), 0u);
-    ASSERT_EQ(reply_to_other("b"), 0u);
-    ASSERT_EQ(reply_to_other("c"), 0u);
-    ASSERT_EQ(reply("d"), 0u);
-    run();
-    EXPECT_EQ(take_log(), "got a, got d");
-    EXPECT_EQ(std::exchange(others, {}), "bc");
-}
-
 TEST_P(channel_over_t, a_buffer_is_freed_once_and_never_while_it_is_in_the_channel) {
     void *msg = buffer_with(framed("a"));
     EXPECT_EQ(smc_async_msg_sends(chan_, msg, msg, 7, on_done), FWX_HOST_ERR_BAD_BUFFER); /* more than its size */
@@ -259,22 +240,15 @@ TEST_P(channel_over_t, a_stream_of_messages_does_not_starve_descriptors) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     ASSERT_EQ(write(ends[1], "", 1), 1);
-    struct seen_t {
-        const log_lines_t &log;
-        const int fd;
-        size_t lines = 0; /* length of the log when the descriptor's callback ran */
-    } seen{log_, ends[0]};
-    const auto look = [](void *arg) {
-        auto &at = *static_cast<seen_t *>(arg);
-        char byte = 0;
-        if (read(at.fd, &byte, 1) == 1) at.lines = at.log.size() + 1;
-    };
-    ASSERT_EQ(fwx_host_loop_watch(client_loop_, ends[0], look, &seen), 0u);
-    while (seen.lines == 0) {
+    static size_t lines; /* length of the log when the descriptor's callback ran */
+    lines = 0;
+    const auto count_lines = [](void *log) { lines = static_cast<log_lines_t *>(log)->size() + 1; };
+    ASSERT_EQ(fwx_host_loop_watch(client_loop_, ends[0], count_lines, &log_), 0u);
+    while (lines == 0) {
         if (is_shared()) run_server();
         fwx_host_loop_run_once(client_loop_, 0);
     }
-    EXPECT_LT(seen.lines, 4096U);
+    EXPECT_LT(lines, 4096U);
     fwx_host_loop_unwatch(client_loop_, ends[0]);
     close(ends[0]);
     close(ends[1]);

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "channel_fixture.h"
 #include "platform/cgm.h"
 #include "platform/runtime.h"
-#include "shm_fixture.h"
 #include "tests/support/checked_tree.h"
 #include "tests/support/zero_server.h"
 
