@@ -41,9 +41,7 @@ public:
         ++sent_;
         return true;
     }
-    /** Hears what has been answered, or waits so long for something. */
     void turn(int wait_ms) { fwx_host_loop_run_once(loop_, wait_ms); }
-    /** Sends a line, and waits until it is carried out. */
     void carry_out(const std::string &line) {
         ASSERT_TRUE(send(line)) << line;
         settle();
@@ -66,7 +64,6 @@ public:
     size_t sent() const { return sent_; }
     size_t answered() const { return results_.size(); }
     size_t outstanding() const { return sent_ - answered(); }
-    /** Of the commands that were answered. */
     const std::vector<uint32_t> &results() const { return results_; }
 
 private:

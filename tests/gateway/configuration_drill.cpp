@@ -1,9 +1,5 @@
-/*
- * The configuration in the kernel: while the gateway is killed at random moments, beside another program, and when
- * there is much of it.
- *
- *     gateway_drill [KILLS]
- */
+/* The configuration in the kernel: while the gateway is killed at random moments, beside another program, and when
+ * there is much of it. Usage: gateway_drill [KILLS] */
 #include <random>
 #include <regex>
 #include <set>
@@ -23,7 +19,6 @@ struct item_t {
 };
 using items_t = std::map<std::string, item_t>; /* by what its commands begin with */
 
-/** Configurations that differ by one command each. */
 class stream_t {
 public:
     explicit stream_t(uint32_t seed) : random_(seed) {
@@ -31,7 +26,6 @@ public:
         toggle_pool("1", "192.0.2");
     }
 
-    /** Changes something, and returns the command that does so. */
     std::string next() {
         const std::string id = std::to_string(2 + below(8));
         switch (below(10)) {
@@ -200,8 +194,7 @@ protected:
     double longest_start_s_ = 0;
 };
 
-TEST_F(configuration_drill,
-       what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_by_half_or_that_was_refused) {
+TEST_F(configuration_drill, what_was_acknowledged_before_a_kill_is_in_the_kernel_and_nothing_by_half_or_refused) {
     constexpr uint32_t refused_by_kernel = 0x600d;
     constexpr size_t most_in_window = 64;
     const std::string refused = "pool add --id 99 --param 1 --start 203.0.114.0 --end 203.0.114.255";

@@ -116,7 +116,6 @@ protected:
         const json_t &record = data.is_array() ? data.back() : data;
         return record.contains("data") ? record["data"][name].get<uint64_t>() : record[name].get<uint64_t>();
     }
-    /** A prefix and a pool, so that packets pass. */
     void serve_with_pool(const std::string &pool = "--param 1 --start 192.0.2.1 --end 192.0.2.8") {
         ASSERT_TRUE(serve()) << log();
         configure({"prefix add --prefix 2001:db8:64::/96 --kind stateful", "pool add --id 1 " + pool});
@@ -131,7 +130,6 @@ protected:
         listen(at.fd(), 2);
         return at;
     }
-    /** Both ends of a connection to it. */
     struct connection_t {
         socket_t caller, called;
     };

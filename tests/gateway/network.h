@@ -15,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-/** What a command wrote, and whether it succeeded. */
 struct ran_t {
     int status;
     std::string output;
@@ -68,7 +67,6 @@ private:
     int fd_ = -1;
 };
 
-/** An address and port of either family. */
 struct end_t {
     sockaddr_storage address{};
     socklen_t size = 0;

@@ -11,7 +11,6 @@
 
 namespace {
 
-/** The configuration that these lines make. */
 configuration_t configured(const std::string &text) {
     configuration_t config;
     state_lines_t reader;
@@ -23,7 +22,6 @@ configuration_t configured(const std::string &text) {
     return config;
 }
 
-/** Text that leads from one configuration to another. */
 std::string change(const std::string &from, const std::string &to) {
     return changes_text("t", plan_of(configured(from)).ruleset, plan_of(configured(to)).ruleset);
 }

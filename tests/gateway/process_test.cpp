@@ -8,7 +8,6 @@ namespace {
 
 class process_test : public gateway_fixture_t {
 protected:
-    /** Runs a command of the gateway in its namespace, which must fail with this message. */
     void expect_refused(const std::string &command, const std::string &message) const {
         const ran_t ran = middle.run("timeout 20 " + command);
         EXPECT_EQ(ran.status, 2) << command;

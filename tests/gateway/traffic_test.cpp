@@ -2,7 +2,6 @@
 #include <net/if.h>
 
 #include <cmath>
-#include <functional>
 #include <regex>
 #include <set>
 
@@ -172,38 +171,38 @@ TEST_F(traffic_test, a_clear_ends_exactly_the_sessions_of_its_filter) {
     ASSERT_EQ(before.size(), 5U * 16 + 8 + 1);
     const auto is_udp = [](const json_t &session) { return session["protocol_name"] == "udp"; };
     const json_t one = *std::find_if(before.begin(), before.end(), is_udp);
-    const auto has_port = [](const json_t &session, const json_t &port) {
-        return session["src_port"] == port || session["pool_port"] == port || session["dst_port"] == port;
+    const struct {
+        std::string filter;
+        json_t values; /* of the sessions that it ends */
+        json_t port = nullptr;
+    } filters[] = {
+        {"--protocol icmp", {{"protocol_name", "icmpv6"}}},
+        {"--port " + one["pool_port"].dump(), json_t::object(), one["pool_port"]},
+        {"--port 3 --protocol tcp", {{"protocol_name", "tcp"}}, 3},
+        {"--src 2001:db8:1::3 --port 4", {{"src", "2001:db8:1::3"}}, 4},
+        {"--pool-address " + one["pool_addr"].get<std::string>() + " --port 2", {{"pool_addr", one["pool_addr"]}}, 2},
+        {"--dst 198.51.100.9", {{"dst", "198.51.100.9"}}},
+        {"--src 2001:db8:1::3", {{"src", "2001:db8:1::3"}}},
+        {"--dst 198.51.100.2", {{"dst", "198.51.100.2"}}},
     };
-    using match_t = std::function<bool(const json_t &)>;
-    const std::pair<std::string, match_t> filters[] = {
-        {"--protocol icmp", [](const json_t &session) { return session["protocol_name"] == "icmpv6"; }},
-        {"--port " + one["pool_port"].dump(),
-         [&](const json_t &session) { return has_port(session, one["pool_port"]); }},
-        {"--port 3 --protocol tcp",
-         [&](const json_t &session) { return has_port(session, 3) && session["protocol_name"] == "tcp"; }},
-        {"--src 2001:db8:1::3 --port 4",
-         [&](const json_t &session) { return session["src"] == "2001:db8:1::3" && has_port(session, 4); }},
-        {"--pool-address " + one["pool_addr"].get<std::string>() + " --port 2",
-         [&](const json_t &session) { return session["pool_addr"] == one["pool_addr"] && has_port(session, 2); }},
-        {"--dst 198.51.100.9", [](const json_t &) { return false; }},
-        {"--src 2001:db8:1::3", [](const json_t &session) { return session["src"] == "2001:db8:1::3"; }},
-        {"--dst 198.51.100.2", [](const json_t &) { return true; }},
-    };
-    for (const auto &[filter, is_match] : filters) {
+    for (const auto &[filter, values, port] : filters) {
         std::set<std::string> kept;
         std::set<std::string> found;
         for (const json_t &session : before) {
-            if (!is_match(session)) kept.insert(session["id"].dump());
+            bool is_match = port.is_null() || session["src_port"] == port || session["pool_port"] == port ||
+                            session["dst_port"] == port;
+            for (const auto &[name, value] : values.items()) {
+                is_match = is_match && session[name] == value;
+            }
+            if (!is_match) kept.insert(session["id"].dump());
         }
         configure({"sessions clear " + filter});
-        const json_t after = sessions();
-        for (const json_t &session : after) {
+        before = sessions();
+        for (const json_t &session : before) {
             found.insert(session["id"].dump());
         }
         EXPECT_EQ(found, kept) << filter;
         EXPECT_EQ(listed_sessions(), kept.size()) << filter;
-        before = after;
     }
 }
 
