@@ -264,8 +264,7 @@ TEST_F(channel_t, the_server_learns_of_the_channel_before_its_messages_and_of_it
     EXPECT_EQ(take_log(), "connected, asked q, answer yes, disconnected");
 }
 
-TEST_P(channel_over_t,
-       a_channel_closed_before_the_loop_ran_delivers_no_message_and_its_completions_come_from_the_loop) {
+TEST_P(channel_over_t, a_channel_closed_before_the_loop_ran_delivers_no_message_and_completes_from_the_loop) {
     smc_chan_t first = chan_;
     open();
     ASSERT_EQ(smc_msg_chan_fc_set(chan_, nullptr, 1, 0, on_throttle), 0u);

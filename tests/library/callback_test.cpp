@@ -177,8 +177,7 @@ TEST_F(callback_test_t, a_flush_refuses_what_its_callbacks_frame_and_ends) {
     EXPECT_EQ(fwx_nat64_ipalias_upload_a(this), 0u);
 }
 
-TEST_F(callback_test_t,
-       a_completion_that_fails_after_the_answer_does_not_end_the_command_again_wherever_its_message_stood) {
+TEST_F(callback_test_t, a_completion_that_fails_after_the_answer_does_not_end_the_command_again_wherever_it_stood) {
     constexpr uintptr_t segment = uintptr_t{1} << 32; /* a multiple of it has a zero low half */
     constexpr size_t page = 4096;
     void *place = MAP_FAILED;

@@ -19,8 +19,8 @@ public:
     ~runtime_directory_t() {
         unsetenv("XDG_RUNTIME_DIR");
         unsetenv("XDG_STATE_HOME");
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
+        std::error_code unused;
+        std::filesystem::remove_all(path_, unused);
     }
     runtime_directory_t(const runtime_directory_t &) = delete;
     runtime_directory_t &operator=(const runtime_directory_t &) = delete;
