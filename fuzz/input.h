@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-/** Aborts the run, and prints the condition, when the condition is false. */
 #define FUZZ_CHECK(condition)                                                                  \
     do {                                                                                       \
         if (!(condition)) {                                                                    \

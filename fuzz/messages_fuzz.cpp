@@ -30,7 +30,6 @@ public:
     ticket_t(uint32_t its_binding, bool stops, bool is_query)
         : binding(its_binding), stops_(stops), is_query_(is_query) {}
 
-    /** Sending it returned an error. */
     void refused() {
         FUZZ_CHECK(!has_ended_);
         has_ended_ = true;
@@ -75,7 +74,6 @@ void read_bytes(const void *data, uint64_t size) {
     }
 }
 
-/** A received message. */
 struct received_t {
     const uint8_t *at;
     size_t size;

@@ -11,7 +11,6 @@ namespace {
 
 constexpr size_t longest_number = 3;
 
-/** Options that the bits of `choice` select. */
 options_t options_of(uint32_t choice) {
     options_t options;
     options.format = static_cast<format_t>(choice % 4);

@@ -11,17 +11,17 @@
 
 namespace {
 
-/** The file's path, in a memory file system if there is one, because the file is synced for every input. */
+/** In a memory file system if there is one, because the file is synced for every input. */
+struct directory_t {
+    directory_t() { FUZZ_CHECK(mkdtemp(path.data()) != nullptr); }
+    ~directory_t() { std::filesystem::remove_all(path); }
+    std::string path =
+        std::string(std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp") + "/state_fuzz.XXXXXX";
+};
+
 const std::string &path() {
-    static const std::string name = [] {
-        const bool has_memory = std::filesystem::is_directory("/dev/shm");
-        std::string directory = std::string(has_memory ? "/dev/shm" : "/tmp") + "/state_fuzz.XXXXXX";
-        FUZZ_CHECK(mkdtemp(directory.data()) != nullptr);
-        return directory + "/state";
-    }();
-    static const bool is_removed_at_exit =
-        atexit([] { std::filesystem::remove_all(std::filesystem::path(path()).parent_path()); }) == 0;
-    FUZZ_CHECK(is_removed_at_exit);
+    static const directory_t directory;
+    static const std::string name = directory.path + "/state";
     return name;
 }
 
@@ -37,7 +37,6 @@ void write_groups(std::istringstream lines) {
     FUZZ_CHECK(journal.commit().empty());
 }
 
-/** Opens the file for a new model; returns whether that succeeded. */
 bool open_state(fwx_host_loop_t *loop) {
     const auto model = fwx_nat64_model_t::create(loop, "fuzzed");
     FUZZ_CHECK(model != nullptr);

@@ -18,7 +18,6 @@ inline void put_field(bytes_t &bytes, const wire_message_t &message, const char 
     if (found != end) put(bytes, found->offset, value);
 }
 
-/** All messages to clients in the description. */
 inline const std::vector<wire_message_t> &messages_to_client() {
     static const auto found = [] {
         auto messages = described_messages();
@@ -65,7 +64,6 @@ inline bytes_t make_reply(const fwx_nat64_bmr_msg_t &command, input_t &input) {
 constexpr size_t answer_bytes = sizeof(fwx_nat64_sync_reply_t);
 constexpr uint8_t answer_filler = 0xab;
 
-/** The answer to the next synchronous message. */
 struct answer_t {
     size_t length = answer_bytes;
     uint32_t result = 0;
