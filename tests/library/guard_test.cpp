@@ -1,7 +1,7 @@
 /* Cases that no call of the PAL can produce: several complexes, although the library creates only one, and an element
  * whose prefix lengths were not checked. The tests call hidden functions of the rule table. */
+#include "library_fixture.h"
 #include "mapt/plu.h"
-#include "rule_table_fixture.h"
 
 namespace {
 

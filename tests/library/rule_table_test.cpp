@@ -4,7 +4,7 @@
 #include <random>
 #include <set>
 
-#include "rule_table_fixture.h"
+#include "library_fixture.h"
 
 namespace {
 

@@ -123,12 +123,4 @@ private:
     fwx_host_loop_t *loop_ = fwx_host_loop_create();
 };
 
-struct scenario_t {
-    const char *name;
-    void (*play)(stage_t &stage);
-    bool is_answered; /* without a fault, every command is answered */
-};
-extern const scenario_t scenarios[];
-extern const size_t scenario_count;
-
 #endif
