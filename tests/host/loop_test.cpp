@@ -12,12 +12,12 @@ protected:
         loop_ = fwx_host_loop_create();
         ASSERT_NE(loop_, nullptr);
         fwx_host_clock_turn(0);
-        ASSERT_EQ(pipe(pipe_) + pipe(other_), 0);
+        ASSERT_EQ(pipe(pipe_) + pipe(other_) + pipe(fresh_), 0);
     }
 
     void TearDown() override {
         fwx_host_loop_destroy(loop_);
-        for (const int fd : {pipe_[0], pipe_[1], other_[0], other_[1]}) {
+        for (const int fd : {pipe_[0], pipe_[1], other_[0], other_[1], fresh_[0], fresh_[1]}) {
             close(fd);
         }
         host_fixture_t::TearDown();
@@ -119,14 +119,11 @@ TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable_and_a_loop_can
 }
 
 TEST_F(loop_t, a_descriptor_number_that_is_reused_within_a_pass_gets_no_stale_event) {
-    ASSERT_EQ(pipe(fresh_), 0);
     ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], write_and_replace_neighbour, this), 0u);
     ASSERT_EQ(fwx_host_loop_watch(loop_, other_[0], write_and_replace_neighbour, this), 0u);
     ASSERT_EQ(write(pipe_[1], "x", 1) + write(other_[1], "x", 1), 2);
     EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
     EXPECT_EQ(log_, "-");
-    close(fresh_[0]);
-    close(fresh_[1]);
 }
 
 TEST_F(loop_t, timers_make_the_descriptor_readable_even_if_added_after_the_last_pass) {

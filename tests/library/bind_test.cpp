@@ -122,7 +122,8 @@ TEST_F(connection_test_t, a_send_after_a_channel_error_opens_a_channel_and_sends
     const bytes_t survivor = send(3);
     received.clear();
     fwx_nat64_dbg_warning_set(1);
-    break_channel();
+    fwx_host_peer_drop(peer);
+    pump();
     EXPECT_EQ(info()->connected, 0u);
     ASSERT_FALSE(logged.empty());
     EXPECT_EQ(logged.back().find("warning: \nfwx_nat64_clnt_chan_err_hndlr channel error detected "), 0u);

@@ -101,11 +101,6 @@ protected:
         ASSERT_EQ(fwx_host_peer_send(peer, message.data(), message.size()), 0u);
         pump();
     }
-    /** Drops the client's connection to the server; the client sees a channel error. */
-    void break_channel() {
-        fwx_host_peer_drop(peer);
-        pump();
-    }
     static void expect_message(const bytes_t &message, size_t size, const std::vector<field_t> &fields) {
         SCOPED_TRACE(hex(message));
         EXPECT_EQ(message.size(), size);
