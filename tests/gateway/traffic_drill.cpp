@@ -1,4 +1,4 @@
-/* Packets through the gateway at length: of every size, of many sessions, and long transfers while it is disturbed. */
+/* Packets through the gateway at length: many clients, packets of every size, long transfers while it is disturbed. */
 #include <atomic>
 #include <set>
 #include <thread>
@@ -9,6 +9,36 @@
 namespace {
 
 using drill = gateway_fixture_t;
+
+TEST_F(drill, two_hundred_clients_at_once_are_answered_and_counted) {
+    constexpr size_t client_count = 200;
+    serve_with_pool();
+    const socket_t listener = at_server(SOCK_STREAM, 7);
+    listen(listener.fd(), client_count);
+    const clock_type::time_point begin = clock_type::now();
+    std::vector<socket_t> callers;
+    std::vector<socket_t> called;
+    for (size_t i = 0; i < client_count; ++i) {
+        callers.push_back(from_client(SOCK_STREAM));
+        static_cast<void>(callers.back().connects(to_server(7), 0));
+    }
+    for (size_t i = 0; i < client_count; ++i) {
+        called.push_back(listener.accepted());
+    }
+    for (size_t i = 0; i < client_count; ++i) {
+        ASSERT_TRUE(callers[i].send("client " + std::to_string(i)));
+    }
+    for (const socket_t &each : called) {
+        ASSERT_TRUE(each.send(each.receive() + "!"));
+    }
+    for (size_t i = 0; i < client_count; ++i) {
+        EXPECT_EQ(callers[i].receive(), "client " + std::to_string(i) + "!");
+    }
+    const double took_s = seconds_since(begin);
+    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], client_count);
+    EXPECT_EQ(listed_sessions(), client_count);
+    std::printf("%zu clients at once were answered in %.2f s\n", client_count, took_s);
+}
 
 TEST_F(drill, udp_of_every_size_passes_both_ways_and_errors_come_back) {
     serve_with_pool();
@@ -127,6 +157,28 @@ TEST_F(drill, a_walk_of_thousands_of_sessions_has_each_once_while_others_come_an
     configure({"sessions clear --port 4000"});
     std::printf("%.2f s: a clear of %zu\n", seconds_since(clearing), ports.size());
     EXPECT_EQ(sessions("--port 4000").size(), 0U);
+}
+
+TEST_F(drill, a_transfer_is_as_fast_as_without_the_gateway_process) {
+    constexpr size_t size = 100'000'000;
+    serve_with_pool();
+    const socket_t listener = web_server();
+    std::vector<double> rates[2]; /* in Mbit/s, without and with it */
+    for (int run = 0; run < 5; ++run) {
+        for (const bool has_gateway : {false, true}) {
+            gateway.end(SIGKILL); /* the translator and the kernel's tables stay */
+            ASSERT_TRUE(!has_gateway || serve()) << log();
+            const connection_t tcp = connection(listener);
+            const auto begin = clock_type::now();
+            ASSERT_TRUE(transfer(tcp.caller.fd(), tcp.called.fd(), size));
+            rates[has_gateway].push_back(static_cast<double>(size) * 8e-6 / seconds_since(begin));
+        }
+    }
+    for (std::vector<double> &each : rates) {
+        std::sort(each.begin(), each.end());
+    }
+    std::printf("medians of five: %.0f Mbit/s without the gateway process, %.0f with it\n", rates[0][2], rates[1][2]);
+    EXPECT_GE(rates[1][2], 0.95 * rates[0][2]);
 }
 
 class disturbed_drill : public drill {
