@@ -155,8 +155,7 @@ private:
     }
     template <typename entry_t>
     static uint32_t paged(void *ctx, uint32_t more, uint64_t, uint32_t value, void *data) {
-        const bool is_notification = ctx == nullptr;
-        return is_notification ? notified(data, sizeof(entry_t)) : counted<entry_t>(ctx, more, value, data);
+        return counted<entry_t>(ctx, more, value, data);
     }
     static uint32_t walk_cb(void *ctx, uint32_t count, void *data, uint64_t, uint32_t, uint32_t status) {
         FUZZ_CHECK(status >= FWX_NAT64_WALK_STOPPED && status <= FWX_NAT64_WALK_ERROR);
@@ -201,7 +200,8 @@ private:
         const size_t sent = tickets_.size();
         FUZZ_CHECK(fwx_nat64_clnt_cleanup() == 0);
         if (!is_bound_ || binding_ != binding) return;
-        FUZZ_CHECK(outstanding_commands() == 0);
+        void *head = nullptr;
+        FUZZ_CHECK(fwx_list_head(fwx_nat64_client_info_get()->clnt_ctx_list, &head) == 0 && head == nullptr);
         for (size_t i = 0; i < sent; ++i) {
             if (tickets_[i].binding == binding) FUZZ_CHECK(tickets_[i].is_flushed());
         }
@@ -313,7 +313,10 @@ const fwx_nat64_reply_cbs_t session_t::reply_cbs = {
     counted<fwx_nat64_stats_intf_entry_t>,
     paged<fwx_nat64_stats_pool_entry_t>,
     counted<fwx_nat64_stats_limit_entry_t>,
-    paged<fwx_nat64_stats_mapping_entry_t>,
+    [](void *ctx, uint32_t more, uint64_t next, uint32_t value, void *data) {
+        using entry_t = fwx_nat64_stats_mapping_entry_t;
+        return ctx == nullptr ? notified(data, sizeof(entry_t)) : paged<entry_t>(ctx, more, next, value, data);
+    },
 };
 const fwx_nat64_unsol_cbs_t session_t::unsol_cbs = {
     nullptr, [](uint32_t, const void *record) { notified(record, 3 * sizeof(uint32_t)); },

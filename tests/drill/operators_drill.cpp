@@ -214,7 +214,7 @@ private:
         const bool is_told = status == 2;
         const items_t now = held();
         const bool says_how_far =
-            said.find(" of ") != std::string::npos || said.find("nothing was") != std::string::npos;
+            said.find(" of ") != std::string::npos || said.find("nothing was sent") != std::string::npos;
         if (is_told && (now != before || !says_how_far)) fail("wrong result of an interrupted apply: " + said);
         if (status == 0 && now != document) fail("reported ok, but the server has another configuration: " + said);
         ++counts_[is_told ? "undone" : status >= 0 ? "too late to interrupt" : "killed"];

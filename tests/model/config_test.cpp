@@ -86,6 +86,7 @@ TEST_F(config_t, keeps_settings_and_refuses_their_types) {
         {"settings", config(28, 16, {0x03020100, 0x07060504, 0, 0xff000000}), 0},
     });
     EXPECT_EQ(model_->timeout(7), 120u);
+    EXPECT_EQ(model_->timeout(8), std::nullopt);
     const settings_t &settings = model_->config().settings;
     EXPECT_EQ(settings.limits.get(1).value_or(fwx_nat64_limit_t{}).value, 6000u);
     EXPECT_EQ(settings.services.get(1).value_or(fwx_nat64_service_payload_t{}).service.value, 9u);

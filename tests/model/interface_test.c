@@ -13,8 +13,12 @@ static int failures;
         failures += is != should;                                                                   \
     } while (0)
 
+static uint32_t last_result;
 static uint32_t noted[4]; /* operation and three words of the last record notification */
 
+static void on_reply(fwx_nat64_cmd_result_t *result) {
+    last_result = result->result;
+}
 static void on_record(uint32_t op, const void *record) {
     noted[0] = op;
     memcpy(noted + 1, record, 12);
@@ -22,7 +26,7 @@ static void on_record(uint32_t op, const void *record) {
 
 int main(void) {
     fwx_nat64_model_t *model = NULL, *copy = NULL;
-    const fwx_nat64_reply_cbs_t reply_cbs = {NULL, NULL, NULL, NULL, NULL, NULL};
+    const fwx_nat64_reply_cbs_t reply_cbs = {on_reply, NULL, NULL, NULL, NULL, NULL};
     const fwx_nat64_unsol_cbs_t unsol_cbs = {NULL, on_record, NULL};
     fwx_host_loop_t *loop = fwx_host_loop_create();
     EXPECT_EQ(fwx_nat64_model_create(loop, FWX_NAT64_CHANNEL_NAME, NULL), FWX_HOST_ERR_BAD_ARG);
@@ -35,6 +39,11 @@ int main(void) {
     EXPECT_EQ(fwx_nat64_bind("PALC", loop, &unsol_cbs, &reply_cbs), 0);
     fwx_host_loop_run_until_idle(loop);
 
+    const fwx_nat64_timeout_t udp = {1, 300};
+    fwx_nat64_model_fail_next(model, FWX_NAT64_MODEL_ERR_VALUE, 1);
+    EXPECT_EQ(fwx_nat64_timeout_set_a(FWX_NAT64_OP_ADD, &udp, NULL), 0);
+    fwx_host_loop_run_until_idle(loop);
+    EXPECT_EQ(last_result, 0x6006);
     EXPECT_EQ(strcmp(xerr_strerror(0x6006), "the server does not take this value") == 0, 1);
     EXPECT_EQ(fwx_nat64_model_notify_record(model, 0, 7, 8, 9), 0);
     fwx_host_loop_run_until_idle(loop);
@@ -59,6 +68,7 @@ int main(void) {
     fwx_nat64_stats_counts_t counts;
     fwx_nat64_model_counts(model, &counts);
     EXPECT_EQ(counts.clients, 1);
+    EXPECT_EQ(counts.refused, 1);
     fwx_nat64_stats_boot_t boot;
     fwx_nat64_model_boot(model, &boot);
     EXPECT_EQ(boot.changes, 1); /* the rule */

@@ -151,7 +151,7 @@ TEST_F(daemon_test, after_a_restart_a_document_that_is_refused_does_not_take_the
     server_.emplace();
     ASSERT_TRUE(others_add_pool(900, "10.0.0.1"));
     daemon_->signal(SIGCONT);
-    expect_logged("10.0.0.1: the server has some");
+    expect_logged("10.0.0.1: the server has some of these addresses in another pool");
     write("timeout set --type udp --value 300\n");
     expect_status({{"items", 1}, {"in_step", true}});
 }
@@ -230,6 +230,13 @@ TEST_F(daemon_test, a_server_that_others_have_used_before_gets_the_document_too)
     EXPECT_EQ(data_of("stats pools").size(), count + foreign);
     EXPECT_EQ(daemon_process_t::status().at("foreign").size(), 10U);
     EXPECT_TRUE(has(command("config log").answers, "as it was found"));
+    daemon_->end(SIGKILL);
+    /* As if nat64d had been killed while it added the first of them. */
+    replace_file(folder() + "/natctl/alpha/coming",
+                 "# nat64 configuration version 1\npool add --id 900 --param 1 --start 192.0.2.0 --end 192.0.2.0\n");
+    start_daemon();
+    expect_status({{"in_step", true}});
+    EXPECT_EQ(data_of("stats pools").size(), count + foreign - 1);
     EXPECT_FALSE(std::filesystem::exists(folder() + "/natctl/alpha/coming"));
 }
 

@@ -18,10 +18,9 @@ number_t get(const bytes_t &bytes, size_t offset) {
     return value;
 }
 
-/** Writes a value, if it fits. */
 template <typename number_t>
 void put(bytes_t &bytes, size_t offset, number_t value) {
-    if (offset + sizeof(value) <= bytes.size()) memcpy(bytes.data() + offset, &value, sizeof(value));
+    memcpy(bytes.data() + offset, &value, sizeof(value));
 }
 
 inline bytes_t slice(const bytes_t &bytes, size_t offset, size_t size) {

@@ -296,6 +296,7 @@ protected:
             expect_nothing_left(stage, fault, before);
         }
         EXPECT_EQ(before.watch.errors().bad_frees, 0u);
+        EXPECT_TRUE(before.watch.errors().destroyed_in_use == 0 || fault.loses_contexts());
     }
 
     void expect_a_binding_works() {

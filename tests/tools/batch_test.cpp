@@ -52,7 +52,7 @@ TEST_F(batch_test, a_command_that_nobody_answers_any_more_ends_with_its_channel)
     const run_t result = run("--pipeline 4 --keep-going batch -",
                              "dev server silent on\ndev cgm end-batch --batch 1 --async\ndev server drop\n");
     EXPECT_EQ(result.answers, "line 1: dev server silent: ok\nline 3: dev server drop: ok\n");
-    EXPECT_TRUE(ends(result, 3, "line 2: dev cgm end-batch: the server went away before it answered\n"));
+    EXPECT_TRUE(ends(result, 3, "natctl: line 2: dev cgm end-batch: the server went away before it answered\n"));
 }
 
 TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses_a_second) {
@@ -69,7 +69,9 @@ TEST_F(batch_test, a_batch_gives_one_table_of_comma_separated_values_and_refuses
                             "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.2\npool show\n"
                             "pool add --id 2 --param 1 --start 192.0.3.1 --end 192.0.3.2 --hsl 4\npool show\n");
     EXPECT_EQ(wider.answers, "id,param,start,end\n1,1,192.0.2.1,192.0.2.2\n");
-    EXPECT_TRUE(ends(wider, 2, "line 4: pool show: --csv gives one table, and that is one of pool show with other "));
+    EXPECT_TRUE(ends(wider, 2,
+                     "natctl: line 4: pool show: --csv gives one table, and that is one of pool show with other "
+                     "columns\n"));
 }
 
 TEST_F(batch_test, a_line_may_go_on_and_a_file_begin_with_a_byte_order_mark) {

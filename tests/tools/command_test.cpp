@@ -61,6 +61,9 @@ TEST_F(command_test, what_could_steer_a_terminal_is_never_shown_as_it_came) {
     }
 }
 
+/** Output that accepts nothing, as a full disk. */
+class full_output_t : public std::streambuf {};
+
 TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {
     const std::vector<std::string> commands[] = {
         {"status"}, {"batch", "-"}, {"--help"}, {"completion", "bash"}, {"complete", "stats"}, {"serve", "full"}};
@@ -69,7 +72,8 @@ TEST_F(command_test, an_answer_that_cannot_be_written_is_an_error_of_one_line) {
         for (std::vector<std::string> words : commands) {
             const bool has_options = words[0] != "complete";
             if (has_options) words.insert(words.begin(), format);
-            std::ostream full(nullptr); /* accepts nothing, as a full disk */
+            full_output_t nothing;
+            std::ostream full(&nothing);
             std::istringstream in("status\nstatus\n");
             std::ostringstream notes;
             EXPECT_EQ(run_natctl(words, in, full, notes), 2) << format << ' ' << words.back();

@@ -50,6 +50,7 @@ TEST_F(explain_test, a_file_and_what_is_installed_explain_addresses_alike) {
     const std::string file = file_with(rules);
     for (const auto &[address, texts] : explained) {
         const std::string command = std::string("mapt explain ") + address;
+        EXPECT_EQ(run(command + file).status, 0) << command;
         const json_t row = data_of(command + file);
         std::string text;
         for (const char *name : {"rule_id", "psid", "port_sets_name", "ipv4", "ipv6", "dmr_ipv6"}) {

@@ -112,6 +112,8 @@ TEST_F(field_errors_test, a_line_of_a_batch_is_read_as_the_words_of_a_command_li
         "timeout set --type 1 --value 2 first second",
         "timeout --type 1 set --value 2",
         "limit ''",
+        "limit sett",
+        "mapt bmr",
         "limit add --type 1 --value 2 -1",
         "limit add --Type 1 --value=''",
         "limit del --type 1 --value 7",

@@ -40,7 +40,8 @@ protected:
 TEST_F(help_test, help_is_what_the_option_shows) {
     for (const std::string command : {"", "timeout", "timeout set", "dev server notify"}) {
         const run_t got = run("help " + command);
-        EXPECT_EQ(got, (run_t{0, run(command + " --help").answers, ""})) << command;
+        EXPECT_EQ(got, run(command + " --help")) << command;
+        EXPECT_EQ(got, (run_t{0, got.answers, ""})) << command;
     }
     EXPECT_NE(run("adj set --help").answers.find("--type 1 to 13"), std::string::npos);
     EXPECT_EQ(run("--json batch --help"), run("batch --help"));
@@ -63,10 +64,11 @@ TEST_F(help_test, the_manual_page_lists_the_commands_that_there_are) {
         const auto is_it = [&pattern](const std::string &line) { return std::regex_match(line, pattern); };
         EXPECT_TRUE(std::any_of(listed.begin(), listed.end(), is_it)) << leaf;
     }
+    const std::vector<std::string> words = lines_of(run("complete ''").answers);
     for (const std::string &line : listed) {
         const std::string word = line.substr(7, line.find_first_of(" |\"", 7) - 7);
         if (std::isalpha(static_cast<unsigned char>(word.front())) == 0) continue;
-        EXPECT_EQ(run("help " + word).status, 0) << line;
+        EXPECT_EQ(std::count(words.begin(), words.end(), word), 1) << line;
     }
 }
 
