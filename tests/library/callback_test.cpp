@@ -10,17 +10,17 @@
 
 namespace {
 
-constexpr uint32_t upload = 3;
-constexpr uint32_t query = 4;
-constexpr uint32_t walk = 9;
-constexpr uint32_t mapt_rule = 13;
+constexpr uint32_t upload_no = 3;
+constexpr uint32_t query_no = 4;
+constexpr uint32_t walk_no = 9;
+constexpr uint32_t mapt_rule_no = 13;
 
 class callback_test_t : public bound_library_t {
 protected:
     /** Delivers a reply of that type and of `size` bytes to a new command of a message number. */
     void answer(uint32_t msgno, uint32_t type, size_t size, uint32_t more = 0, uint32_t result = 0) {
         bytes_t reply = reply_to(send(msgno), type, size, result);
-        if (size >= 48) put(reply, msgno == walk ? 48 : 40, more);
+        if (size >= 48) put(reply, msgno == walk_no ? 48 : 40, more);
         deliver(reply);
     }
 
@@ -74,33 +74,33 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
         const char *where;
         std::function<void()> reach;
     } const ways[] = {
-        {"result", [&] { answer(upload, 0, 36); }},
-        {"query with more to come", [&] { answer(query, query, 48, 3); }},
-        {"last reply of a query", [&] { answer(query, query, 48); }},
+        {"result", [&] { answer(upload_no, 0, 36); }},
+        {"query with more to come", [&] { answer(query_no, query_no, 48, 3); }},
+        {"last reply of a query", [&] { answer(query_no, query_no, 48); }},
         {"interface query with more to come", [&] { answer(5, 5, 64, 3); }},
         {"last reply of a pool query", [&] { answer(6, 6, 64); }},
         {"mapping query with more to come", [&] { answer(7, 7, 64, 3); }},
         {"last reply of a limit query", [&] { answer(8, 8, 64); }},
-        {"failed query", [&] { answer(query, query, 48, 0, 5); }},
-        {"query answered by a result", [&] { answer(query, 0, 36); }},
-        {"walk with more to come", [&] { answer(walk, walk, 72, 1); }},
-        {"last reply of a walk", [&] { answer(walk, walk, 72); }},
-        {"failed walk", [&] { answer(walk, walk, 72, 0, 5); }},
-        {"walk answered by a result", [&] { answer(walk, 0, 36); }},
-        {"walk answered to the classifier manager", [&] { answer(walk, 10, 36); }},
-        {"rule", [&] { answer(mapt_rule, mapt_rule, 64); }},
-        {"refused rule", [&] { answer(mapt_rule, mapt_rule, 36, 0, 5); }},
+        {"failed query", [&] { answer(query_no, query_no, 48, 0, 5); }},
+        {"query answered by a result", [&] { answer(query_no, 0, 36); }},
+        {"walk with more to come", [&] { answer(walk_no, walk_no, 72, 1); }},
+        {"last reply of a walk", [&] { answer(walk_no, walk_no, 72); }},
+        {"failed walk", [&] { answer(walk_no, walk_no, 72, 0, 5); }},
+        {"walk answered by a result", [&] { answer(walk_no, 0, 36); }},
+        {"walk answered to the classifier manager", [&] { answer(walk_no, 10, 36); }},
+        {"rule", [&] { answer(mapt_rule_no, mapt_rule_no, 64); }},
+        {"refused rule", [&] { answer(mapt_rule_no, mapt_rule_no, 36, 0, 5); }},
         {"return to the classifier manager",
          [&] {
              ASSERT_EQ(fwx_host_cgm_notify(20, 2, nullptr, 7, 1, this), 0u);
              pump();
              deliver(reply_to(received.back(), 10, 36));
          }},
-        {"failed completion", [&] { fail_completion(upload); }},
-        {"failed completion of a walk", [&] { fail_completion(walk); }},
+        {"failed completion", [&] { fail_completion(upload_no); }},
+        {"failed completion of a walk", [&] { fail_completion(walk_no); }},
         {"flush",
          [&] {
-             for (const uint32_t msgno : {upload, walk, query}) {
+             for (const uint32_t msgno : {upload_no, walk_no, query_no}) {
                  send(msgno);
              }
              EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
@@ -144,7 +144,7 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
                 }
                 pump();
                 calls.clear();
-                answer(upload, 0, 36, 0, 9);
+                answer(upload_no, 0, 36, 0, 9);
                 EXPECT_EQ(calls, lines_t{"cfg 9"}) << "the binding works";
                 fwx_nat64_unbind();
                 ASSERT_EQ(bind(), 0u);
@@ -158,14 +158,14 @@ TEST_F(callback_test_t, a_callback_may_unbind_bind_again_and_flush_wherever_it_i
 TEST_F(callback_test_t, a_flush_refuses_what_its_callbacks_frame_and_ends) {
     std::vector<uint32_t> refused;
     on_call = [&] { refused.push_back(fwx_nat64_ipalias_upload_a(this)); };
-    send(upload);
-    send(query);
+    send(upload_no);
+    send(query_no);
     EXPECT_EQ(fwx_nat64_clnt_cleanup(), 0u);
     EXPECT_EQ(refused, std::vector<uint32_t>(2, FWX_NAT64_ERR_NOT_READY));
     EXPECT_EQ(outstanding(), 0u);
 
-    send(upload);
-    send(upload);
+    send(upload_no);
+    send(upload_no);
     refused.clear();
     on_call = [&] {
         if (refused.empty()) rebind();

@@ -195,29 +195,31 @@ private:
     }
 
     static inline library_fixture_t *self = nullptr;
-    static inline const fwx_host_server_ops_t server_ops = {
-        [](void *, fwx_host_peer_t *opened) {
-            self->peer = opened;
-            ++self->channels_opened;
-        },
-        [](void *, fwx_host_peer_t *gone) {
-            if (self->peer == gone) self->peer = nullptr;
-        },
-        [](void *, fwx_host_peer_t *, const void *msg, size_t size) {
-            self->received.push_back(copy_of(msg, size));
-            if (self->pauses_after_each) fwx_host_server_pause(self->server, 1);
-        },
-        [](void *, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
-            self->received.push_back(copy_of(msg, size));
-            bytes_t answer(20);
-            memcpy(answer.data(), msg, 4);
-            put(answer, 16, self->sync_result);
-            answer.insert(answer.end(), self->sync_extra.begin(), self->sync_extra.end());
-            const size_t written = std::min(answer.size(), reply_cap);
-            memcpy(reply, answer.data(), written);
-            return written;
-        },
-    };
+    static const fwx_host_server_ops_t server_ops;
+};
+
+inline const fwx_host_server_ops_t library_fixture_t::server_ops = {
+    [](void *, fwx_host_peer_t *opened) {
+        self->peer = opened;
+        ++self->channels_opened;
+    },
+    [](void *, fwx_host_peer_t *gone) {
+        if (self->peer == gone) self->peer = nullptr;
+    },
+    [](void *, fwx_host_peer_t *, const void *msg, size_t size) {
+        self->received.push_back(copy_of(msg, size));
+        if (self->pauses_after_each) fwx_host_server_pause(self->server, 1);
+    },
+    [](void *, fwx_host_peer_t *, const void *msg, size_t size, void *reply, size_t reply_cap) {
+        self->received.push_back(copy_of(msg, size));
+        bytes_t answer(20);
+        memcpy(answer.data(), msg, 4);
+        put(answer, 16, self->sync_result);
+        answer.insert(answer.end(), self->sync_extra.begin(), self->sync_extra.end());
+        const size_t written = std::min(answer.size(), reply_cap);
+        memcpy(reply, answer.data(), written);
+        return written;
+    },
 };
 
 /** A library that is bound, whose initial commands are answered and forgotten. */

@@ -173,7 +173,8 @@ public:
             fwx_host_loop_t *loop = fwx_host_loop_create();
             const bool listens = fwx_host_server_register("fwx_cp", loop, &ops, nullptr, &server) == 0 &&
                                  fwx_host_server_listen(server, name) == 0;
-            for (bool serves = listens && write(ready, "", 1) == 1; serves;) {
+            if (!listens || write(ready, "", 1) != 1) return;
+            for (;;) {
                 fwx_host_loop_run_once(loop, -1);
             }
         });
