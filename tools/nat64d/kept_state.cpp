@@ -42,7 +42,7 @@ document_t kept_state_t::read(const std::string &path, std::vector<std::string> 
 }
 
 std::string kept_state_t::write(const std::string &path, const document_t &document) {
-    const std::string error = make_state_directory(directory());
+    std::string error = make_state_directory(directory());
     if (!error.empty()) return error;
     return write_file(path, content_fn_t([&document](const auto &write) { write_lines(document, write); }));
 }
