@@ -83,18 +83,18 @@ protected:
 
     /** Returns a reply of that type and of `size` bytes to a recorded command, with its context and epoch. */
     static bytes_t reply_to(const bytes_t &command, uint32_t type, size_t size, uint32_t result = 0) {
-        bytes_t reply(size);
+        bytes_t reply(std::max<size_t>(size, 36));
         put<uint32_t>(reply, 0, 0x0060C000 | type);
         put(reply, 16, get<uint64_t>(command, 16));
         put(reply, 24, get<uint32_t>(command, 24));
         put(reply, 32, result);
-        return reply;
+        return slice(reply, 0, size);
     }
     static bytes_t event(uint32_t code, size_t size) {
-        bytes_t message(size);
+        bytes_t message(std::max<size_t>(size, 20));
         put<uint32_t>(message, 0, 0x0060C001);
         put(message, 16, code);
-        return message;
+        return slice(message, 0, size);
     }
     void deliver(const bytes_t &message) {
         ASSERT_NE(peer, nullptr);

@@ -66,6 +66,9 @@ TEST_F(web_test, only_an_address_of_the_loopback_network_is_listened_at) {
 }
 
 TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_are_some) {
+#ifdef ADDRESS_SANITIZER
+    GTEST_SKIP() << "UBSan needs a descriptor to check a virtual call, and takes its lack for a fault";
+#endif
     const daemon_process_t daemon(folder());
     ASSERT_TRUE(eventually([&] { return daemon.port() != 0; })) << daemon.log();
     const std::string descriptors = "/proc/" + std::to_string(daemon.pid()) + "/fd/";
@@ -80,11 +83,9 @@ TEST_F(web_test, at_the_last_descriptor_clients_wait_and_are_served_when_there_a
         const int first = connect_from("127.0.0.1", daemon.port(), "GET /healthz HTTP/1.0\r\n\r\n");
         connect_from("127.0.0.1", daemon.port(), "GET /healthz HTTP/1.0\r\n\r\n");
         if (count == 3) {
-#ifndef ADDRESS_SANITIZER /* UBSan needs a descriptor to check a virtual call */
             int in_a_row = 0;
             EXPECT_TRUE(eventually([&] { return (in_a_row = daemon.is_asleep() ? in_a_row + 1 : 0) == 10; }))
                 << daemon.log();
-#endif
             prlimit(daemon.pid(), RLIMIT_NOFILE, &enough, nullptr);
         }
         char byte = 0;
