@@ -10,12 +10,17 @@
 #include "input.h"
 #include "tests/support/framed.h"
 
+template <typename value_t>
+void put_if_it_fits(bytes_t &bytes, size_t offset, value_t value) {
+    if (offset + sizeof(value) <= bytes.size()) put(bytes, offset, value);
+}
+
 /** Writes the field of that name, if the message has it. */
 inline void put_field(bytes_t &bytes, const wire_message_t &message, const char *name, uint32_t value) {
     const wire_field_t *end = message.fields + message.field_count;
     const wire_field_t *found = std::find_if(
         message.fields, end, [name](const wire_field_t &field) { return std::strcmp(field.name, name) == 0; });
-    if (found != end) put(bytes, found->offset, value);
+    if (found != end) put_if_it_fits(bytes, found->offset, value);
 }
 
 inline const std::vector<wire_message_t> &messages_to_client() {
@@ -44,19 +49,19 @@ inline bytes_t make_reply(const fwx_nat64_bmr_msg_t &command, input_t &input) {
     const uint32_t how = input.byte();
     const uint32_t entries = how % 4;
     bytes_t bytes = framed(message, entries);
-    put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), command.hdr.clnt_ctx);
-    put(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), command.hdr.epoch);
+    put_if_it_fits(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), command.hdr.clnt_ctx);
+    put_if_it_fits(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), command.hdr.epoch);
     if (message.msgno == FWX_NAT64_MSG_MAPT_RULE) {
-        put(bytes, offsetof(fwx_nat64_mapt_reply_t, rule_id), command.rule_id);
-        put(bytes, offsetof(fwx_nat64_mapt_reply_t, rule_type), command.rule_type);
-        put(bytes, offsetof(fwx_nat64_mapt_reply_t, op), command.op);
+        put_if_it_fits(bytes, offsetof(fwx_nat64_mapt_reply_t, rule_id), command.rule_id);
+        put_if_it_fits(bytes, offsetof(fwx_nat64_mapt_reply_t, rule_type), command.rule_type);
+        put_if_it_fits(bytes, offsetof(fwx_nat64_mapt_reply_t, op), command.op);
         put_field(bytes, message, "cleanup", entries == 3 ? 1 : 0);
     }
     put_field(bytes, message, "more", (how >> 2) & 1);
     if ((how & 8) != 0) put_field(bytes, message, "result", input.byte());
     if ((how & 16) != 0) put_field(bytes, message, "value", input.byte()); /* a cookie, or where to continue */
     const uint32_t said = (how & 32) != 0 ? entries + 4 : entries;
-    if (message.entry_count_offset != 0) put(bytes, message.entry_count_offset, said);
+    if (message.entry_count_offset != 0) put_if_it_fits(bytes, message.entry_count_offset, said);
     if ((how & 64) != 0) bytes.resize(bytes.size() * input.byte() / 255);
     return bytes;
 }
@@ -144,8 +149,8 @@ private:
             {ctx + 8, present}, {choice, present}, {ctx, epoch},
         };
         const auto &[named_ctx, named_epoch] = names[std::min<size_t>(choice % 16, std::size(names) - 1)];
-        put(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), named_ctx);
-        put(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), named_epoch);
+        put_if_it_fits(bytes, offsetof(fwx_nat64_msg_hdr_t, clnt_ctx), named_ctx);
+        put_if_it_fits(bytes, offsetof(fwx_nat64_msg_hdr_t, epoch), named_epoch);
     }
     void post(const bytes_t &bytes, uint32_t copies) {
         for (; copies > 0 && peer_ != nullptr; --copies) {
