@@ -133,13 +133,14 @@ std::string versions_t::add(version_t version, const content_fn_t &document) {
 
 std::string versions_t::add_if_other(version_t version, const document_t &held) {
     if (is_newest(version.boot_id, version.changes)) return "";
+    const std::string text = newest_ ? "" : write_lines(held);
     const auto has_its_text = [&] {
         std::string known;
-        return read(newest() == nullptr ? 0 : newest()->number, known).empty() && known == write_lines(held);
+        return read(newest() == nullptr ? 0 : newest()->number, known).empty() && known == text;
     };
     const bool is_known = newest_ ? has_same_items(*newest_, held) : has_its_text();
-    std::string error =
-        is_known ? "" : add(std::move(version), [&held](const auto &write) { write_lines(held, write); });
+    const content_fn_t content = [&](const auto &write) { text.empty() ? write_lines(held, write) : write(text); };
+    std::string error = is_known ? "" : add(std::move(version), content);
     if (error.empty()) newest_ = held;
     return error;
 }

@@ -16,16 +16,20 @@ std::string write_file(const std::string &path, const content_fn_t &content, fil
     std::string error;
     std::string block;
     uint64_t written = 0;
-    const auto write_block = [&] {
-        if (error.empty() && !files.write_all(fd, block, written)) error = file_error(name);
-        written += block.size();
-        block.clear();
+    const auto write_now = [&](std::string_view bytes) {
+        if (error.empty() && !files.write_all(fd, bytes, written)) error = file_error(name);
+        written += bytes.size();
     };
     content([&](std::string_view part) {
-        block.append(part);
-        if (block.size() >= block_bytes) write_block();
+        const bool is_large = part.size() >= block_bytes;
+        if (!is_large) block.append(part);
+        if (is_large || block.size() >= block_bytes) {
+            write_now(block);
+            block.clear();
+        }
+        if (is_large) write_now(part);
     });
-    write_block();
+    write_now(block);
     const bool is_renamed = error.empty() && files.sync(fd) == 0 && files.rename(name, path) == 0;
     const bool is_durable = is_renamed && files.sync_directory_of(path) == 0;
     if (error.empty() && !is_durable) error = file_error(is_renamed ? path : name);
