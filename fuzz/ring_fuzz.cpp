@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -21,17 +22,20 @@ public:
           writer_(ring_, bytes(), capacity),
           reader_(ring_, bytes(), capacity) {}
 
-    void write(uint32_t tag, uint32_t size) {
+    void write(uint32_t tag, uint32_t size, bool commits) {
         const std::vector<uint8_t> record(size, static_cast<uint8_t>(tag));
         const bool had_room = writer_.has_room(size);
         const bool is_written = writer_.write(tag, record.data(), size);
-        writer_.publish();
         FUZZ_CHECK(is_written == had_room);
-        if (is_written) inside_.emplace_back(tag, record);
+        if (is_written) uncommitted_.emplace_back(tag, record);
+        if (!commits) return;
+        writer_.commit();
+        std::move(uncommitted_.begin(), uncommitted_.end(), std::back_inserter(inside_));
+        uncommitted_.clear();
     }
 
     void read() {
-        reader_.refresh();
+        reader_.check();
         const bool has_record = reader_.has_record();
         FUZZ_CHECK(has_record || is_tampered_ || is_withdrawn_ || inside_.empty());
         if (!has_record) return;
@@ -49,7 +53,7 @@ public:
         if (is_tampered_) return;
         FUZZ_CHECK(!inside_.empty() && inside_.front() == std::pair(record.tag, copy));
         inside_.pop_front();
-        position_ += 8 + (record.size + 7) / 8 * 8;
+        position_ += (8 + record.size + 63) / 64 * 64;
     }
 
     /** Ends a turn: records read since the last turn count as read, unless the writer withdrew them before. */
@@ -74,10 +78,11 @@ public:
     void tamper(input_t &input) {
         is_tampered_ = true;
         const uint32_t value = input.byte() * (input.flag() ? 1u : 0x01010101u);
-        const uint32_t place = input.below(4);
-        if (place == 0) ring_.written += value;
-        if (place == 1) ring_.read += value;
-        if (place > 1) std::memcpy(bytes() + input.byte() * sizeof(value) % capacity_, &value, sizeof(value));
+        if (input.below(3) == 0) {
+            ring_.read += value;
+        } else {
+            std::memcpy(bytes() + input.byte() * sizeof(value) % capacity_, &value, sizeof(value));
+        }
     }
 
     void check_ends() {
@@ -97,9 +102,11 @@ private:
     std::unique_ptr<uint64_t[]> memory_; /* exactly the ring, so that the sanitizer finds an access outside it */
     shm_writer_t writer_;
     shm_reader_t reader_;
-    std::deque<std::pair<uint32_t, std::vector<uint8_t>>> inside_; /* tag and bytes of each record */
-    uint32_t position_ = 0;                                        /* the reader's position */
-    uint32_t published_ = 0;                                       /* the reader's position that the writer can see */
+    using records_t = std::deque<std::pair<uint32_t, std::vector<uint8_t>>>; /* tag and bytes of each */
+    records_t uncommitted_;
+    records_t inside_;
+    uint32_t position_ = 0;  /* the reader's position */
+    uint32_t published_ = 0; /* the reader's position that the writer can see */
     bool is_withdrawn_ = false;
     bool is_tampered_ = false;
     bool writer_was_broken_ = false;
@@ -111,11 +118,11 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {  // NOLINT(readability-identifier-naming)
     input_t input(data, size);
     const uint32_t shape = input.byte();
-    rings_t rings(16u << shape % 5, shape >= 128);
+    rings_t rings(128u << shape % 5, shape >= 128);
     while (!input.is_empty()) {
         const uint8_t action = input.byte();
         const uint32_t kind = action % 8;
-        if (kind < 3) rings.write(action, input.byte());
+        if (kind < 3) rings.write(action, input.byte(), kind < 2);
         if (kind == 3 || kind == 4) rings.read();
         if (kind == 5) rings.end_turn();
         if (kind == 6 && input.byte() == 0xff) rings.withdraw();

@@ -68,7 +68,7 @@ public:
         in_flight_ -= 1;
         message->status = status;
         done_.push(message);
-        make_ready();
+        if (!is_running_) make_ready(); /* else run() finds it */
     }
     /**
      * Delivers messages from a link until the run's budget is spent, or a completion or a change of flow control has to

@@ -50,6 +50,8 @@ protected:
         fwx_host_peer &peer_;
     };
 
+    /** Whether a call into the server is active. */
+    bool is_in_use() const { return uses_ != 0; }
     /** Gives up the link. Requires is_linked(). */
     virtual void unlink() = 0;
     /** Calls `connected`, unless that has happened. Returns the number of callbacks called. */

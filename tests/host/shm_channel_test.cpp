@@ -64,7 +64,7 @@ TEST_F(shm_channel_t, messages_that_do_not_fit_into_the_ring_are_queued_on_eithe
     run();
     EXPECT_EQ(taken, expected);
     EXPECT_EQ(received, expected);
-    const std::string longer((1 << 20) - 8 + 1 - 4, 'x'); /* one byte too long for a ring of 1 MiB */
+    const std::string longer((1 << 20) - 72 + 1 - 4, 'x'); /* one byte too long for a ring of 1 MiB */
     EXPECT_EQ(send(longer), FWX_HOST_ERR_TOO_LONG);
     EXPECT_EQ(ask(longer), FWX_HOST_ERR_TOO_LONG);
     EXPECT_EQ(reply(longer), FWX_HOST_ERR_TOO_LONG);

@@ -162,7 +162,7 @@ TEST_F(shm_handshake_t, a_client_that_withdraws_messages_while_they_are_read_see
     for (const char *text : {"a", "b"}) {
         ASSERT_TRUE(writer.write(0, framed(text).data(), 5));
     }
-    writer.publish();
+    writer.commit();
     during_take_ = [&] {
         EXPECT_EQ(reply("x"), 0u);
         writer.withdraw();
@@ -172,7 +172,7 @@ TEST_F(shm_handshake_t, a_client_that_withdraws_messages_while_they_are_read_see
     EXPECT_EQ(log_.front(), "connected");
     EXPECT_EQ(log_.back(), "disconnected");
     EXPECT_EQ(count("took a"), 1);
-    EXPECT_EQ(client.segment->to_client.written, 0u);
+    EXPECT_EQ(client.segment->to_client_bytes[0], 0u);
     EXPECT_TRUE(is_hung_up(client.socket.get()));
 }
 
@@ -317,31 +317,33 @@ TEST_F(shm_hostile_t, a_message_keeps_the_length_first_read_and_is_dropped_if_it
             const std::string bytes = framed(text);
             ASSERT_TRUE(writer.write(0, bytes.data(), static_cast<uint32_t>(bytes.size())));
         }
-        writer.publish();
+        writer.commit();
         run_client();
     }
     EXPECT_EQ(take_log(), "got changed, got whole, got whole");
     EXPECT_EQ(errors().dropped_malformed, 1u);
 }
 
-TEST_F(shm_hostile_t, an_impossible_index_is_a_channel_error_and_is_counted) {
+TEST_F(shm_hostile_t, an_impossible_index_or_length_is_a_channel_error_and_is_counted) {
+    const auto set_length = [](uint8_t *bytes, uint32_t length) { memcpy(bytes, &length, sizeof(length)); };
     const struct {
-        shm_ring_t shm_segment_t::*ring;
-        std::atomic<uint32_t> shm_ring_t::*index;
+        std::function<void(uint32_t)> set;
         bool is_of_a_question; /* detected by a synchronous message; else by the loop */
-    } indices[] = {{&shm_segment_t::to_client, &shm_ring_t::written, false},
-                   {&shm_segment_t::to_server, &shm_ring_t::read, false},
-                   {&shm_segment_t::to_server, &shm_ring_t::read, true},
-                   {&shm_segment_t::answers, &shm_ring_t::written, true}};
+    } damages[] = {{[&](uint32_t value) { set_length(segment_->to_client_bytes, value); }, false},
+                   {[&](uint32_t value) { segment_->to_client.read = value; }, false},
+                   {[&](uint32_t value) { segment_->to_server.read = value; }, false},
+                   {[&](uint32_t value) { segment_->to_server.read = value; }, true},
+                   {[&](uint32_t value) { set_length(segment_->answer_bytes, value); }, true},
+                   {[&](uint32_t value) { segment_->answers.read = value; }, true}};
     uint64_t dropped = 0;
-    for (const auto &tried : indices) {
+    for (const auto &damage : damages) {
         for (const uint32_t value : {4u, 0x7ffffff8u, 0x80000000u, 0xfffffff8u}) {
             open_raw();
             ASSERT_EQ(send("a"), 0u);
             run_client();
-            (segment_.get()->*tried.ring.*tried.index).store(value);
+            damage.set(value);
             shm_bell_ring(handles_[1]);
-            if (tried.is_of_a_question) {
+            if (damage.is_of_a_question) {
                 EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN) << value;
             }
             run_client();
@@ -352,20 +354,55 @@ TEST_F(shm_hostile_t, an_impossible_index_is_a_channel_error_and_is_counted) {
     }
 }
 
+TEST_F(shm_hostile_t, a_reply_says_what_was_read_before_it_and_ends_the_channel_if_that_cannot_be) {
+    open_raw();
+    for (const char *text : {"a", "b", "c"}) {
+        ASSERT_EQ(send(text), 0u);
+    }
+    shm_writer_t writer(segment_->to_client, segment_->to_client_bytes, shm_ring_bytes);
+    const std::string bytes = framed("x");
+    for (const uint32_t read : {128u, 0u, 256u}) {
+        ASSERT_TRUE(writer.write(read, bytes.data(), static_cast<uint32_t>(bytes.size())));
+    }
+    writer.commit();
+    run_client();
+    EXPECT_EQ(take_log(), "done a 0, done b 0, got x, got x, done c 5003, error");
+    EXPECT_EQ(errors().dropped_malformed, 1u);
+}
+
+/** Records in every unit of a ring, without an end. */
+void fill(uint8_t *bytes, uint32_t capacity) {
+    for (uint32_t at = 0; at < capacity; at += shm_ring_unit) {
+        bytes[at] = shm_record_header;
+    }
+}
+
+TEST_F(shm_hostile_t, messages_and_answers_without_end_from_a_server_that_hangs_up_end_the_channel) {
+    for (const bool asks : {false, true}) {
+        open_raw();
+        asks ? fill(segment_->answer_bytes, shm_answer_bytes) : fill(segment_->to_client_bytes, shm_ring_bytes);
+        if (asks) {
+            EXPECT_EQ(ask("q"), FWX_HOST_ERR_CHANNEL_DOWN);
+        }
+        user_socket_close(std::move(socket_));
+        run_client();
+        EXPECT_EQ(take_log(), "error");
+    }
+}
+
 using shm_hostile_client_t = shm_fixture_t;
 
 TEST_F(shm_hostile_client_t, a_broken_ring_disconnects_the_client_and_is_counted_but_a_withdrawal_is_not) {
     const std::function<void(shm_segment_t &)> deeds[] = {
-        [](shm_segment_t &segment) { segment.to_server.written.store(4); },
+        [](shm_segment_t &segment) { segment.to_server_bytes[0] = shm_record_header - 1; },
         [](shm_segment_t &segment) { segment.to_server.read.store(8); },
         [](shm_segment_t &segment) {
             segment.to_server_bytes[3] = 0x10; /* of the length */
-            segment.to_server.written.store(16);
         },
         [this](shm_segment_t &segment) {
             shm_writer_t writer(segment.to_server, segment.to_server_bytes, shm_ring_bytes);
             writer.write(0, "1234", 4);
-            writer.publish();
+            writer.commit();
             during_take_ = [&segment] { segment.to_server.read.store(8); };
         },
         [this](shm_segment_t &segment) {

@@ -13,7 +13,7 @@
 #include "host/messaging/shm/segment.h"
 #include "host/messaging/shm/socket.h"
 
-inline constexpr uint32_t greeting = 0x46575833;
+inline constexpr uint32_t greeting = 0x46575834;
 using handles_t = std::vector<descriptor_t>;
 
 /** Sends bytes and descriptors as one message; returns whether that succeeded. */

@@ -6,7 +6,7 @@
  * shared memory. The service owns received messages, which are valid during the callback only. It copies messages to
  * send.
  *
- * Between processes, a message is at most 1 MiB less 8 bytes long. A server takes up to 64 messages of a client in one
+ * Between processes, a message is at most 1 MiB less 72 bytes long. A server takes up to 64 messages of a client in one
  * turn of its loop. At the end of the turn they are completed, and the client sees what the server sent meanwhile. When
  * a server's process dies, its clients get a channel error at once: messages of an unfinished turn are reported as
  * failed, and what the server sent before that turn is delivered. The servers of a process accept 256 clients. A

@@ -112,12 +112,12 @@ void shm_connection_t::set_armed(bool armed) {
 }
 
 void shm_connection_t::look() {
-    if (owner_->has_work()) owner_->woken();
+    if (owner_->has_work(false)) owner_->woken();
 }
 
 void shm_connection_t::arm() {
     set_armed(true);
-    if (!owner_->has_work()) return;
+    if (!owner_->has_work(true)) return;
     set_armed(false);
     owner_->woken();
 }

@@ -19,9 +19,8 @@ public:
     public:
         virtual ~owner_t() = default;
         /** Whether the other process has caused work. Calls no callback, because the loop asks while it polls its
-         * bells.
-         */
-        virtual bool has_work() = 0;
+         * bells. `is_last`: the loop sleeps when there is none. */
+        virtual bool has_work(bool is_last) = 0;
         /** Called when there may be work. */
         virtual void woken() = 0;
         /** Called once when the other process has ended or sent something on the socket. `code` is the reason for which

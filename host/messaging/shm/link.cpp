@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "fwx_host/errors.h"
 #include "host/messaging/shm/connection.h"
@@ -18,6 +19,14 @@
 namespace {
 
 std::chrono::milliseconds answer_timeout{5000};
+
+/** Polls for a message between two looks at the server's index. Each such look takes the index from the cache of the
+ * server, which then waits for it; and what the server has read, its messages tell as well. */
+constexpr uint32_t polls_per_look = 64;
+
+/** While the server has messages to take, more of them are committed by so many bytes, or when the loop runs. A server
+ * that polls for each message would take its line away from this process twice. */
+constexpr uint32_t batch_bytes = 1024;
 
 class shm_link_t final : public link_t, public shm_connection_t::owner_t {
 public:
@@ -36,13 +45,17 @@ public:
     void refresh() override;
     void after_run() override;
 
-    bool has_work() override;
-    void woken() override { channel_.make_ready(); }
+    bool has_work(bool is_last) override;
+    void woken() override {
+        has_to_look_ = !to_client_.has_record();
+        channel_.make_ready();
+    }
     void hung_up(uint32_t code) override { go_down(code); }
 
 private:
     bool is_down() const { return down_code_ != 0; }
     bool copy_waiting();
+    void look_for_taken();
     void report_taken();
     message_t *find_answer(uint32_t number);
     message_t *wait_for_answer(uint32_t number, const void *msg, uint32_t size);
@@ -58,6 +71,8 @@ private:
     shm_record_t oldest_ = {};         /* the record that front() read; the server may change the ring's at any time */
     message_key_t oldest_key_ = no_key;
     uint32_t last_ask_ = 0;
+    uint32_t polls_ = 0;
+    bool has_to_look_ = false; /* how far the server has come */
     uint32_t down_code_ = 0;   /* not 0: the link is down */
     bool has_written_ = false; /* since the last call of wake_other(), like has_read_ */
     bool has_read_ = false;
@@ -82,7 +97,9 @@ shm_link_t::~shm_link_t() {
 void shm_link_t::messages_waiting() {
     if (is_down()) return;
     channel_.make_ready(); /* after_run() wakes the server */
+    const bool is_idle = last_copied_ == nullptr;
     copy_waiting();
+    if (is_idle || to_server_.uncommitted_bytes() >= batch_bytes) to_server_.commit();
 }
 
 /** Copies untaken messages into the ring while it has room. Returns true when all are copied. */
@@ -97,13 +114,17 @@ bool shm_link_t::copy_waiting() {
         }
         next->ring_end = to_server_.position();
         last_copied_ = next;
-        to_server_.publish();
     }
     return true;
 }
 
-void shm_link_t::report_taken() {
+void shm_link_t::look_for_taken() {
+    if (last_copied_ == nullptr) return;
     to_server_.refresh();
+    report_taken();
+}
+
+void shm_link_t::report_taken() {
     while (last_copied_ != nullptr && to_server_.is_read(channel_.oldest_untaken()->ring_end)) {
         message_t *message = channel_.begin_take();
         if (message == last_copied_) last_copied_ = nullptr;
@@ -111,28 +132,34 @@ void shm_link_t::report_taken() {
     }
 }
 
-/* The channel calls this only when it has dispatched everything it knew. The server publishes a message as read before
- * it publishes a reply, and this reads the server's index after it has looked for replies. So a reply is never
- * delivered before the completion of the message it belongs to. */
 void shm_link_t::refresh() {
     if (is_down()) return;
     connection_->set_armed(false);
-    to_client_.refresh();
-    report_taken();
+    to_client_.check();
+    if (std::exchange(has_to_look_, false)) look_for_taken();
     copy_waiting();
     check_rings();
 }
 
 void shm_link_t::after_run() {
-    if (!is_down()) connection_->wake_other(has_written_, has_read_);
+    if (!is_down()) {
+        to_server_.commit();
+        connection_->wake_other(has_written_, has_read_);
+    }
     has_written_ = has_read_ = false;
 }
 
-/** A broken ring has no messages; refresh() handles it. */
+/** A broken ring has no messages; refresh() handles it. A message tells how far the server has read. What is completed
+ * by that is dispatched first, so a reply is never delivered before the completion of its command. */
 received_t shm_link_t::front() {
     if (!to_client_.has_record()) return {};
     oldest_ = to_client_.front();
     if (to_client_.is_broken()) return {};
+    if (to_server_.hear(oldest_.tag)) {
+        if (to_server_.is_broken()) to_client_.give_up();
+        report_taken();
+        return {};
+    }
     oldest_key_ = oldest_.size < sizeof(uint32_t) ? short_key : to_client_.first_word();
     return {true, oldest_.size, oldest_key_};
 }
@@ -146,7 +173,7 @@ bool shm_link_t::copy_to(void *bytes) {
 
 void shm_link_t::pop() {
     has_read_ = true;
-    to_client_.skip(oldest_);
+    is_down() ? to_client_.advance(oldest_) : to_client_.skip(oldest_); /* one ring full at most from a dead server */
 }
 
 uint32_t shm_link_t::ask(const void *msg, size_t size, void *reply, size_t reply_size) {
@@ -166,15 +193,12 @@ message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_
     bool is_sent = false;
     bool is_armed = false;
     for (;;) {
-        report_taken();
-        if (!is_sent && copy_waiting() && to_server_.write(number, msg, size)) {
-            to_server_.publish();
-            is_sent = has_written_ = true;
-        }
+        look_for_taken();
+        if (!is_sent && copy_waiting() && to_server_.write(number, msg, size)) is_sent = has_written_ = true;
         if (message_t *answer = find_answer(number)) return answer;
         check_rings();
         if (is_down()) return nullptr;
-        after_run();
+        after_run(); /* commits and wakes */
         if (!is_armed) {
             connection_->set_armed(true);
             is_armed = true;
@@ -189,23 +213,26 @@ message_t *shm_link_t::wait_for_answer(uint32_t number, const void *msg, uint32_
 
 /** Returns the answer with this number, or null. Drops answers to earlier messages, which came too late. */
 message_t *shm_link_t::find_answer(uint32_t number) {
-    answers_.refresh();
-    while (answers_.has_record()) {
+    message_t *answer = nullptr;
+    answers_.check();
+    while (answer == nullptr && answers_.has_record()) {
         const shm_record_t record = answers_.front();
-        if (answers_.is_broken()) return nullptr;
+        if (answers_.is_broken()) break;
         const bool is_wanted = record.tag == number;
-        message_t *answer = is_wanted ? message_alloc(record.size) : nullptr;
+        if (is_wanted) answer = message_alloc(record.size);
         if (answer != nullptr) answers_.copy_to(answer->bytes(), record);
         if (is_wanted && answer == nullptr) host_errors.dropped_no_buffer += 1;
-        answers_.skip(record);
-        if (answer != nullptr) return answer;
+        answers_.advance(record);
     }
-    return nullptr;
+    answers_.publish();
+    return answer;
 }
 
-bool shm_link_t::has_work() {
+bool shm_link_t::has_work(bool is_last) {
     if (is_down() || channel_.is_running()) return false;
-    return to_client_.has_update() || (last_copied_ != nullptr && to_server_.has_update());
+    if (to_client_.has_record()) return true;
+    const bool looks = is_last || ++polls_ % polls_per_look == 0;
+    return looks && last_copied_ != nullptr && to_server_.has_update();
 }
 
 void shm_link_t::check_rings() {
@@ -218,7 +245,6 @@ void shm_link_t::check_rings() {
 void shm_link_t::go_down(uint32_t code) {
     if (is_down()) return;
     down_code_ = code;
-    to_client_.refresh();
     to_server_.withdraw();
     report_taken();
     channel_.link_down(code);

@@ -41,7 +41,7 @@ public:
     void malformed() override;
     void loop_gone() override { cut_off(); }
 
-    bool has_work() override;
+    bool has_work(bool is_last) override;
     void woken() override { make_ready(); }
     void hung_up(uint32_t) override { cut_off(); }
 
@@ -72,14 +72,15 @@ shm_peer_t::shm_peer_t(fwx_host_server_t &its_server, std::unique_ptr<shm_connec
 }
 
 bool shm_peer_t::has_message() {
-    if (requests_.has_record()) return true;
-    requests_.refresh();
     if (requests_.is_broken()) end_broken();
     return requests_.has_record();
 }
 
 uint32_t shm_peer_t::take(uint32_t limit) {
-    if (is_linked()) connection_->set_armed(false);
+    if (is_linked()) {
+        connection_->set_armed(false);
+        requests_.check();
+    }
     return take_from(*this, limit);
 }
 
@@ -129,8 +130,8 @@ void shm_peer_t::end_broken() {
  * withdrawn messages, because it has completed them with an error. */
 bool shm_peer_t::end_turn() {
     if (!requests_.publish()) return false;
-    messages_.publish();
-    answers_.publish();
+    messages_.commit_with(requests_.position());
+    answers_.commit();
     return true;
 }
 
@@ -144,10 +145,10 @@ uint32_t shm_peer_t::send(const void *msg, size_t size) {
     if (!is_linked()) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
     if (capture_is_open) capture(FWX_HOST_RECEIVED, 0, msg, size);
-    make_ready(); /* after_run() wakes the client */
+    if (!is_in_use()) make_ready(); /* after_run() wakes the client */
     if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
         has_written_ = true;
-        if (!has_read_) messages_.publish(); /* else end_turn() publishes it, after what was read */
+        if (!has_read_) messages_.commit_with(requests_.position()); /* else end_turn() does, after what was read */
         return 0;
     }
     const backlog_room_t room = unsent_.push(msg, static_cast<uint32_t>(size));
@@ -177,9 +178,9 @@ void shm_peer_t::malformed() {
     cut_off();
 }
 
-bool shm_peer_t::has_work() {
+bool shm_peer_t::has_work(bool) {
     if (!is_connected()) return false;
-    if (!requests_.has_record()) requests_.refresh();
+    requests_.check();
     if (!server->is_paused && (requests_.has_record() || requests_.is_broken())) return true;
     return !unsent_.empty() && (messages_.has_room(unsent_.front().size) || messages_.is_broken());
 }

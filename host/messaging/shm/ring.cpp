@@ -8,30 +8,43 @@ namespace {
 
 constexpr uint32_t withdrawn = 1;
 
-/** Bytes that a record takes up; 64 bits wide, because the length may be anything. */
-uint64_t footprint(uint32_t size) {
-    return shm_record_header + (uint64_t{size} + shm_ring_unit - 1) / shm_ring_unit * shm_ring_unit;
+/** Bytes that a record takes up, from its length with the header; 64 bits wide, because the length may be anything. */
+uint64_t footprint(uint64_t length) {
+    return (length + shm_ring_unit - 1) & ~uint64_t{shm_ring_unit - 1};
 }
 
-bool is_whole(uint32_t index) {
-    return index % shm_ring_unit == 0;
+/** A header as the word that is stored at once. */
+uint64_t header_of(uint32_t length, uint32_t tag) {
+    const uint32_t parts[] = {length, tag};
+    uint64_t header = 0;
+    static_assert(sizeof(parts) == shm_record_header && sizeof(header) == shm_record_header);
+    memcpy(&header, parts, sizeof(header));
+    return header;
 }
 
 }  // namespace
 
 bool shm_writer_t::has_room(uint32_t size) {
-    const uint64_t needed = footprint(size);
+    const uint64_t needed = footprint(uint64_t{size} + shm_record_header) + shm_ring_unit;
     if (!is_broken_ && needed > room()) refresh();
     return !is_broken_ && needed <= room();
 }
 
+void shm_writer_t::store_header(uint32_t position, uint64_t header, int order) {
+    __atomic_store_n(reinterpret_cast<uint64_t *>(data_ + (position & (capacity_ - 1))), header, order);
+}
+
 /* The copy is the last thing, so that no registers are saved for it. */
 void shm_writer_t::put(uint32_t tag, const void *bytes, uint32_t size) {
-    const uint32_t mask = capacity_ - 1;
-    const uint32_t header[] = {size, tag};
-    memcpy(data_ + (written_ & mask), header, sizeof(header));
-    const uint32_t start = (written_ + shm_record_header) & mask;
-    written_ += static_cast<uint32_t>(footprint(size));
+    const uint32_t length = shm_record_header + size;
+    if (written_ == committed_) {
+        first_length_ = length;
+        first_tag_ = tag;
+    } else {
+        store_header(written_, header_of(length, tag), __ATOMIC_RELAXED);
+    }
+    const uint32_t start = (written_ + shm_record_header) & (capacity_ - 1);
+    written_ += static_cast<uint32_t>(footprint(length));
     if (size > capacity_ - start) return put_around(start, bytes, size);
     bytes_copy(data_ + start, bytes, size);
 }
@@ -42,8 +55,17 @@ void shm_writer_t::put_around(uint32_t start, const void *bytes, uint32_t size) 
     memcpy(data_, static_cast<const uint8_t *>(bytes) + before_end, size - before_end);
 }
 
-void shm_writer_t::refresh() {
-    accept(ring_.read.load(std::memory_order_acquire));
+void shm_writer_t::commit_with(uint32_t tag) {
+    if (written_ == committed_) return;
+    store_header(written_, 0, __ATOMIC_RELAXED);
+    store_header(committed_, header_of(first_length_, tag), __ATOMIC_RELEASE);
+    committed_ = written_;
+}
+
+bool shm_writer_t::hear(uint32_t read) {
+    if (is_read(read)) return false;
+    accept(read);
+    return true;
 }
 
 void shm_writer_t::withdraw() {
@@ -53,41 +75,27 @@ void shm_writer_t::withdraw() {
 
 void shm_writer_t::accept(uint32_t read) {
     if (is_broken_) return;
-    if (is_whole(read) && read - read_ <= written_ - read_) {
+    if (read % shm_ring_unit == 0 && read - read_ <= written_ - read_) {
         read_ = read;
     } else {
         is_broken_ = true;
     }
 }
 
-void shm_reader_t::refresh() {
-    const uint32_t written = ring_.written.load(std::memory_order_acquire);
-    if (is_broken_) return;
-    const bool is_ours = ring_.read.load(std::memory_order_relaxed) == published_;
-    if (is_ours && is_whole(written) && written - read_ <= capacity_ && written - read_ >= written_ - read_) {
-        written_ = written;
-    } else {
-        is_broken_ = true;
-    }
-}
-
 shm_record_t shm_reader_t::front() {
-    uint32_t header[2];
-    static_assert(sizeof(header) == shm_record_header);
-    const uint64_t word =
-        __atomic_load_n(reinterpret_cast<const uint64_t *>(data_ + (read_ & (capacity_ - 1))), __ATOMIC_RELAXED);
-    memcpy(header, &word, sizeof(header));
-    const uint64_t taken_up = footprint(header[0]);
-    if (taken_up > written_ - read_) {
+    uint32_t parts[2];
+    const uint64_t word = header();
+    memcpy(parts, &word, sizeof(parts));
+    const uint64_t taken_up = footprint(parts[0]);
+    if (parts[0] < shm_record_header || taken_up > capacity_ - shm_ring_unit - (read_ - published_)) {
         is_broken_ = true;
         return {};
     }
-    return {header[0], header[1], static_cast<uint32_t>(taken_up)};
+    return {parts[0] - shm_record_header, parts[1], static_cast<uint32_t>(taken_up)};
 }
 
 uint32_t shm_reader_t::first_word() const {
-    const uint32_t start = (read_ + shm_record_header) & (capacity_ - 1); /* a unit's, which is in one piece */
-    return __atomic_load_n(reinterpret_cast<const uint32_t *>(data_ + start), __ATOMIC_RELAXED);
+    return __atomic_load_n(reinterpret_cast<const uint32_t *>(at(read_) + shm_record_header), __ATOMIC_RELAXED);
 }
 
 void shm_reader_t::copy_to(void *bytes, const shm_record_t &record) const {
@@ -100,10 +108,6 @@ void shm_reader_t::copy_around_to(void *bytes, uint32_t start, uint32_t size) co
     const uint32_t before_end = capacity_ - start;
     memcpy(bytes, data_ + start, before_end);
     memcpy(static_cast<uint8_t *>(bytes) + before_end, data_, size - before_end);
-}
-
-void shm_reader_t::advance(const shm_record_t &record) {
-    read_ += record.footprint;
 }
 
 void shm_reader_t::skip(const shm_record_t &record) {

@@ -17,14 +17,14 @@ struct shm_bell_t {
     std::atomic<uint32_t> wants_room;                    /* 1: ring also when messages of this process were read */
 };
 
-constexpr uint32_t shm_version = 3; /* of the segment's layout and its protocol */
+constexpr uint32_t shm_version = 4; /* of the segment's layout and its protocol */
 
 /* The two processes write to different cache lines. */
 struct shm_segment_t {
     shm_bell_t client_bell;
     shm_bell_t server_bell;
     shm_ring_t to_server; /* tag: 0 for an asynchronous message, else the number of a synchronous message */
-    shm_ring_t to_client; /* tag: 0 */
+    shm_ring_t to_client; /* tag of the first record of a commit: how far the server had read to_server; else 0 */
     shm_ring_t answers;   /* tag: the number of the synchronous message; an empty record is no answer */
     alignas(4096) uint8_t to_server_bytes[shm_ring_bytes];
     uint8_t to_client_bytes[shm_ring_bytes];
