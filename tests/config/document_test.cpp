@@ -3,13 +3,13 @@
 
 #include <sstream>
 
-#include "config/load.h"
 #include "config/notation.h"
 #include "config/plan.h"
-#include "records/families.h"
 #include "records/reader.h"
 #include "records/words.h"
+#include "tests/config/loaded.h"
 #include "tests/config/text_cases.h"
+#include "tests/records/all_families.h"
 #include "tests/support/eventually.h"
 
 namespace {
@@ -22,16 +22,9 @@ std::string texts_of(const problems_t &problems) {
     return texts;
 }
 
-document_t load(const std::string &text) {
-    problems_t problems;
-    document_t document = load_document(text, problems);
-    EXPECT_FALSE(has_error(problems)) << texts_of(problems);
-    return document;
-}
-
 TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from) {
     const std::string lines = text_of(TEST_DIR "/every_family.natctl");
-    const std::string json = text_of(TEST_DIR "/every_family.json");
+    const std::string json = write_json(loaded(lines));
     /* The lines backwards, with other spellings, and lines that say what a server does anyway. */
     std::string shuffled = "interface set --ifh 8\r\ntimeout set --type udp --value 0";
     std::istringstream each_line(lines);
@@ -44,8 +37,9 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
         {"--mtu 1400", "\\\n  --mtu 1400 # this interface"},
         {"--value 7440", "--value 2h4m"},
         {"--type endpoint-independent", "--type 0"},
-        {"--type sessions", "--type 1"},
-        {"--transport", "--param"},
+        {"--type sessions", "--type 0x1"},
+        {"--transport tcp --template bib", "--param 6 --param2 10"},
+        {"--prefix 2001:db8:ffff::/64", "--data 20010db8ffff000000000000000000004000000000000000"},
         {"0a0b0c0d0e0f\n", "0A0b0c0d0e0f\n"},
     };
     for (const auto &[in_order, other] : spellings) {
@@ -53,12 +47,28 @@ TEST(document_test, a_document_is_written_in_one_order_whatever_it_was_read_from
     }
     shuffled.insert(0, "\xef\xbb\xbf# every family, in no order\n");
     for (const std::string &text : {shuffled, lines, json}) {
-        EXPECT_EQ(write_lines(load(text)), lines);
-        EXPECT_EQ(write_json(load(text)), json);
+        EXPECT_EQ(write_lines(loaded(text)), lines);
+        EXPECT_EQ(write_json(loaded(text)), json);
     }
+    const std::string every_kind = text_of(TEST_DIR "/every_kind.json");
+    EXPECT_EQ(write_json(loaded(every_kind)), every_kind);
     for (const char *text : {"# nat64 configuration version 1", "{\"version\":1,\"items\":{}}"}) {
-        EXPECT_EQ(write_lines(load(text)), first_line);
-        EXPECT_EQ(write_json(load(text)), "{\"version\":1,\n\"items\":{}}\n");
+        EXPECT_EQ(write_lines(loaded(text)), first_line);
+        EXPECT_EQ(write_json(loaded(text)), "{\"version\":1,\n\"items\":{}}\n");
+    }
+}
+
+TEST(document_test, every_field_of_every_family_is_written) {
+    const std::string lines = text_of(TEST_DIR "/every_family.natctl");
+    for (const record_family_t &family : all_families()) {
+        const std::string begin = "\n" + record_command_text(family, nullptr) + " ";
+        ASSERT_NE(lines.find(begin), std::string::npos) << begin;
+        const size_t first = lines.find(begin);
+        const std::string of_family = lines.substr(first, lines.find('\n', lines.rfind(begin) + 1) - first);
+        for (const record_field_t &field : fields_of(family)) {
+            const std::string option = " " + std::string(field.option) + " ";
+            EXPECT_TRUE(field.is_spelling || of_family.find(option) != std::string::npos) << begin << option;
+        }
     }
 }
 
@@ -106,7 +116,7 @@ TEST(document_test, commands_that_a_server_has_carried_out_change_its_document) 
             }
             document.settle();
             EXPECT_EQ(write_lines(document), first_line + each.parts[1]);
-            const document_t again = load(write_lines(document));
+            const document_t again = loaded(write_lines(document));
             EXPECT_EQ(plan_t(document, again).size(), 0U);
         }
     }

@@ -4,23 +4,15 @@
 
 #include "config/ietf.h"
 #include "config/json_tree.h"
-#include "config/load.h"
 #include "config/notation.h"
 #include "net/json.h"
+#include "tests/config/loaded.h"
 #include "tests/config/text_cases.h"
 #include "tests/support/eventually.h"
 
 namespace {
 
 constexpr ietf_loss_t warned = ietf_loss_t::warned;
-
-std::string lines_of(const problems_t &problems) {
-    std::string texts;
-    for (const problem_t &problem : problems) {
-        texts += problem.text() + "\n";
-    }
-    return texts;
-}
 
 struct converted_t {
     std::string text;
@@ -35,11 +27,8 @@ converted_t read(const std::string &text, ietf_loss_t loss = ietf_loss_t::refuse
 }
 
 converted_t write(const std::string &lines, ietf_loss_t loss = ietf_loss_t::refused) {
-    problems_t of_document;
-    const document_t document = load_document(lines, of_document);
-    EXPECT_FALSE(has_error(of_document)) << lines_of(of_document);
     problems_t problems;
-    std::string text = write_ietf(document, loss, problems);
+    std::string text = write_ietf(loaded(lines), loss, problems);
     return {std::move(text), lines_of(problems), has_error(problems)};
 }
 

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "config/load.h"
 #include "config/notation.h"
+#include "tests/config/loaded.h"
 
 namespace {
 
@@ -15,10 +15,7 @@ document_t document_of(const std::string &values) {
     for (size_t i = 0; i < values.size(); ++i) {
         if (values[i] != '-') text += std::string("timeout set --type ") + types[i] + " --value " + values[i] + "\n";
     }
-    problems_t problems;
-    document_t document = load_document(text, problems);
-    EXPECT_TRUE(problems.empty()) << text;
-    return document;
+    return loaded(text);
 }
 
 std::string values_of(const document_t &document) {

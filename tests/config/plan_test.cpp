@@ -7,10 +7,10 @@
 #include <random>
 #include <set>
 
-#include "config/load.h"
 #include "config/notation.h"
 #include "reconcile/applier.h"
 #include "records/value.h"
+#include "tests/config/loaded.h"
 #include "tests/config/text_cases.h"
 #include "tests/cxx/cxx_fixture.h"
 
@@ -102,15 +102,6 @@ private:
     }
 };
 
-document_t document_of_lines(const std::string &text) {
-    problems_t problems;
-    document_t document = load_document(first_line + text, problems);
-    for (const problem_t &problem : problems) {
-        EXPECT_EQ(problem.kind, problem_t::kind_t::warning) << problem.text() << '\n' << text;
-    }
-    return document;
-}
-
 /** Random documents of few keys and values, so that two of them often share items. */
 class random_documents_t {
 public:
@@ -143,7 +134,7 @@ public:
                       "::/48 --v4 192.0." + any(3) + ".0/24 --ea-len " + any(2));
             }
         }
-        return document_of_lines(text_);
+        return loaded(text_);
     }
     size_t below(size_t count) { return random_() % count; }
 
@@ -218,8 +209,8 @@ TEST_F(plan_test, a_plan_makes_of_one_configuration_the_other_and_after_a_refusa
 TEST_F(plan_test, commands_come_in_an_order_that_a_server_takes) {
     for (const text_case_t &each : read_text_cases(TEST_DIR "/plan_orders.txt", 3)) {
         SCOPED_TRACE(each.name);
-        const document_t from = document_of_lines(each.parts[0]);
-        const document_t to = document_of_lines(each.parts[1]);
+        const document_t from = loaded(each.parts[0]);
+        const document_t to = loaded(each.parts[1]);
         const plan_t plan(from, to);
         std::string commands;
         for (size_t i = 0; i < plan.size(); ++i) {
@@ -231,8 +222,7 @@ TEST_F(plan_test, commands_come_in_an_order_that_a_server_takes) {
 }
 
 TEST_F(plan_test, a_failed_undo_is_reported) {
-    const document_t to =
-        document_of_lines("limit add --type 1 --value 1\nservice add --type 1 --value 2\nnvi enable --ifh 3");
+    const document_t to = loaded("limit add --type 1 --value 1\nservice add --type 1 --value 2\nnvi enable --ifh 3");
     const plan_t plan(none_, to);
     applier_t applier(*client, book_, plan);
     run_in_turns(applier.apply(), 2);
@@ -242,7 +232,7 @@ TEST_F(plan_test, a_failed_undo_is_reported) {
     ASSERT_EQ(applier.standing().size(), 1U);
     EXPECT_EQ(text_of(applier.standing()[0]), "service add --type alg --value 2");
     const std::multiset<std::string> left = state();
-    hold(document_of_lines("service add --type 1 --value 2"));
+    hold(loaded("service add --type 1 --value 2"));
     EXPECT_EQ(left, state());
 }
 

@@ -46,10 +46,10 @@ protected:
     }
 
     const document_t none_{};
-    const document_t from_ = read_document(before);
-    const document_t to_ = read_document(after);
+    const document_t from_ = loaded(before);
+    const document_t to_ = loaded(after);
     const document_t more_ =
-        read_document(before + "mapt bmr add --rule 7 --domain 6 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\n");
+        loaded(before + "mapt bmr add --rule 7 --domain 6 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\n");
     const plan_t plan_{from_, to_};
     rule_book_t rules_;
 };
@@ -213,8 +213,8 @@ TEST_F(applier_test, rules_that_the_server_has_no_longer_leave_the_table) {
 
 TEST_F(applier_test, rules_that_were_pending_when_the_table_was_emptied_are_installed_when_they_are_answered) {
     const document_t documents[] = {
-        read_document("mapt bmr add --rule 7 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"),
-        read_document("mapt bmr add --rule 8 --domain 6 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\n")};
+        loaded("mapt bmr add --rule 7 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24\n"),
+        loaded("mapt bmr add --rule 8 --domain 6 --v6 2001:db8:100::/40 --v4 198.51.100.0/24\n")};
     const plan_t plans[] = {{none_, documents[0]}, {none_, documents[1]}};
     model->hold();
     applier_t appliers[] = {{*client, rules_, plans[0]}, {*client, rules_, plans[1]}};
@@ -254,7 +254,7 @@ TEST_F(applier_test, the_table_follows_the_index_that_the_server_gives_a_rule) {
 }
 
 TEST_F(applier_test, default_rules_are_known_until_they_are_deleted) {
-    const document_t more = read_document(before + "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
+    const document_t more = loaded(before + "mapt dmr add --id 4 --prefix 2001:db8:ffff::/64\n");
     EXPECT_TRUE(apply(plan_t(from_, more)));
     EXPECT_EQ(rules_.defaults().count(4), 1U);
     EXPECT_TRUE(apply(plan_t(more, from_)));
@@ -262,9 +262,9 @@ TEST_F(applier_test, default_rules_are_known_until_they_are_deleted) {
 }
 
 TEST_F(applier_test, a_scrape_takes_as_many_pools_as_are_asked_for_and_tells_of_more) {
-    const document_t three = read_document(before +
-                                           "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.2\n"
-                                           "pool add --id 3 --param 1 --start 10.0.0.3 --end 10.0.0.4\n");
+    const document_t three = loaded(before +
+                                    "pool add --id 2 --param 1 --start 10.0.0.1 --end 10.0.0.2\n"
+                                    "pool add --id 3 --param 1 --start 10.0.0.3 --end 10.0.0.4\n");
     ASSERT_TRUE(apply(plan_t(from_, three)));
     for (const uint32_t most : {1U, 2U, 3U, 4U}) {
         const scrape_t got = run(scrape(*client, most));

@@ -69,15 +69,14 @@ protected:
 
     rule_book_t rules;
     std::optional<reconciler_t> reconciler;
-    const document_t from = read_document(before);
-    const document_t to = read_document(after);
+    const document_t from = loaded(before);
+    const document_t to = loaded(after);
 };
 
 }  // namespace
 
 TEST_F(reconciler_test, everything_that_a_document_says_is_read_back_as_it_was_brought) {
-    problems_t ignored_warnings;
-    const document_t all = load_document(text_of(TEST_DIR "/../config/every_family.natctl"), ignored_warnings);
+    const document_t all = loaded(text_of(TEST_DIR "/../config/every_family.natctl"));
     EXPECT_TRUE(reconcile(all).is_in_sync);
     EXPECT_FALSE(run_slow(reconciler->read()));
     EXPECT_EQ(write_lines(reconciler->held()), write_lines(all));
@@ -143,7 +142,7 @@ TEST_F(reconciler_test, after_a_lost_server_it_is_read_again) {
 TEST_F(reconciler_test, a_server_that_was_restarted_since_it_was_read_is_read_again) {
     restart_model();
     pump();
-    const reconcile_result_t got = reconcile(read_document(before + "limit add --type sessions --value 9\n"));
+    const reconcile_result_t got = reconcile(loaded(before + "limit add --type sessions --value 9\n"));
     EXPECT_TRUE(got.applied);
     EXPECT_FALSE(got.is_in_sync);
     EXPECT_EQ(write_lines(reconciler->held()),

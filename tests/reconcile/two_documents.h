@@ -2,20 +2,11 @@
 #ifndef TESTS_RECONCILE_TWO_DOCUMENTS_H
 #define TESTS_RECONCILE_TWO_DOCUMENTS_H
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
-#include "config/load.h"
 #include "model/model.h"
-
-inline document_t read_document(const std::string &text) {
-    problems_t problems;
-    document_t document = load_document(text, problems);
-    EXPECT_TRUE(problems.empty()) << problems.front().text();
-    return document;
-}
+#include "tests/config/loaded.h"
 
 inline const std::string before =
     "pool add --id 1 --param 1 --start 192.0.2.1 --end 192.0.2.10\n"

@@ -11,7 +11,7 @@
 #include "records/value.h"
 #include "records/words.h"
 #include "tests/records/all_families.h"
-#include "wire/messages.h"
+#include "tests/support/framed.h"
 
 namespace {
 
@@ -123,67 +123,6 @@ TEST(records_test, words_are_split_at_blanks_outside_quotes_up_to_a_comment) {
     for (const auto &[line, expected, open_quote] : lines) {
         EXPECT_EQ(words.split(line), open_quote) << line;
         EXPECT_EQ(words.words(), expected) << line;
-    }
-}
-
-TEST(records_test, every_field_of_every_family_reads_as_it_is_written) {
-    const std::string dmapping =
-        "dmapping mod --id 4 --type endpoint-independent --ext 000102030405060708090a0b0c0d0e0f1011121314151617 "
-        "--ext-arg 5";
-    const std::string bmr =
-        "mapt bmr add --rule 1 --domain 2 --v6 2001:db8:ff00::/40 --v4 192.0.2.128/25 --ea-len 16 --psid-offset 6 "
-        "--psid-len 8 --psid 65535";
-    const std::string lines[] = {
-        "timeout set --type udp-min --value 4294967295",
-        "limit mod --type sessions --value 9",
-        "service add --type alg --value 10",
-        "adj set --type 13 --address 2001:db8::1",
-        "replication unset --value 1 --value2 2",
-        "settings set --bytes 000102030405060708090a0b0c0d0e0f",
-        "interface set --ifh 7 --enable 0 --sless 64:ff9b::/96 --sful 2001:db8::/32 --sless-v6v4 ::/0 --mtu 65535",
-        "nvi enable --ifh 8",
-        "prefix del --prefix 2001:db8:0:0:1::/80 --kind dns64",
-        "smapping add --id 3 --addr1 192.0.2.1 --addr2 ::ffff:192.0.2.1",
-        dmapping,
-        "pool add --id 1 --param 2 --start 192.0.2.1 --end 192.0.2.254 --hsl 6",
-        "range del --id 1 --start 198.51.100.1 --end 198.51.100.2",
-        "logging add --dest 192.0.2.9 --port 2055 --transport tcp --template 65534",
-        bmr,
-        "mapt dmr del --id 9 --prefix 2001:db8:ffff::/64",
-    };
-    std::set<const record_field_t *> written;
-    for (const std::string &line : lines) {
-        const record_reader_t reader = read_line(line);
-        std::string text = reader.command();
-        for (const record_field_t &field : fields_of(reader.family())) {
-            if (field.is_spelling) continue;
-            text.append(" ").append(field.option).append(" ").append(record_field_text(field, reader.record().bytes));
-            written.insert(&field);
-        }
-        EXPECT_EQ(text, line);
-    }
-    for (const record_family_t &family : all_families()) {
-        for (const record_field_t &field : fields_of(family)) {
-            EXPECT_TRUE(written.count(&field) == 1 || field.is_spelling)
-                << record_command_text(family, nullptr) << " " << field.option;
-        }
-    }
-}
-
-TEST(records_test, a_value_reads_the_same_under_its_name_its_number_and_other_spellings) {
-    const std::pair<const char *, const char *> lines[] = {
-        {"timeout set --type tcp-est --value 2h4m", "timeout set --type 3 --value 7440"},
-        {"timeout set --type udp --value 1d1s", "timeout set --type 0x1 --value 86401s"},
-        {"logging add --dest 192.0.2.9 --port 1 --transport sctp --template bib",
-         "logging add --dest 192.0.2.9 --port 1 --param 132 --param2 10"},
-        {"mapt bmr del --rule 1 --domain 2 --ea-len 1 --psid-offset 2 --psid-len 3 --psid 4",
-         "mapt bmr del --rule 1 --domain 2 --params 1,2,3,4"},
-        {"mapt dmr add --id 1 --prefix 2001:db8:ffff::/64",
-         "mapt dmr add --id 1 --data 20010db8ffff000000000000000000004000000000000000"},
-    };
-    for (const auto &[line, same] : lines) {
-        const record_buffer_t record = read_line(line).record();
-        EXPECT_EQ(std::memcmp(&record, &read_line(same).record(), sizeof record), 0) << line;
     }
 }
 
@@ -304,11 +243,9 @@ TEST(records_test, the_system_totals_count_the_items_of_these_families) {
 
 TEST(records_test, fields_are_called_as_their_options_in_json_and_as_in_the_messages_in_c) {
     std::set<std::string> names = {"rule_params", "ea_len", "psid_offset", "psid_len", "psid"}; /* rule_param0 to 3 */
-    size_t message_count = 0;
-    const wire_message_t *messages = wire_messages(&message_count);
-    for (const wire_message_t *message = messages; message != messages + message_count; ++message) {
-        for (size_t i = 0; message->direction == wire_direction_t::to_server && i < message->field_count; ++i) {
-            names.insert(message->fields[i].name);
+    for (const wire_message_t &message : described_messages()) {
+        for (size_t i = 0; message.direction == wire_direction_t::to_server && i < message.field_count; ++i) {
+            names.insert(message.fields[i].name);
         }
     }
     for (const record_family_t &family : all_families()) {
@@ -318,19 +255,6 @@ TEST(records_test, fields_are_called_as_their_options_in_json_and_as_in_the_mess
             std::replace(words.begin(), words.end(), '-', '_');
             EXPECT_EQ(field.name, words);
         }
-    }
-}
-
-TEST(records_test, an_absent_interface_is_off_without_prefixes_and_mtu) {
-    const record_reader_t reader = read_line("interface set --ifh 7 --sless 64:ff9b::/96 --mtu 1400");
-    record_buffer_t record = reader.record();
-    record_make_absent(reader.family(), record);
-    const record_field_t *fields = reader.family().fields;
-    EXPECT_EQ(record_field_text(fields[0], record.bytes), "7");
-    EXPECT_EQ(record_field_text(fields[1], record.bytes), "0");
-    for (size_t i = 2; i < reader.family().field_count; ++i) {
-        EXPECT_TRUE(record_field_is_given(fields[i], reader.record().bytes) == (i == 2 || i == 5));
-        EXPECT_FALSE(record_field_is_given(fields[i], record.bytes)) << fields[i].option;
     }
 }
 
