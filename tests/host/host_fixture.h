@@ -18,12 +18,6 @@ protected:
         EXPECT_EQ(watch_.left(), "");
     }
 
-    static fwx_host_live_t live() {
-        fwx_host_live_t now{};
-        fwx_host_live_get(&now);
-        return now;
-    }
-
     fwx_host_errors_t errors() const { return watch_.errors(); }
 
     static bool is_readable(fwx_host_loop_t *loop) {

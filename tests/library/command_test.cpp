@@ -4,7 +4,7 @@
 #include <set>
 
 #include "library_fixture.h"
-#include "wire/messages.h"
+#include "tests/support/framed.h"
 
 namespace {
 
@@ -254,6 +254,7 @@ TEST_F(command_test_t, every_command_sends_its_bytes_and_leaves_the_callers_reco
         const wire_message_t *message = wire_find(wire_direction_t::to_server, received[0].data(), row.size);
         ASSERT_NE(message, nullptr);
         sent.insert(message->name);
+
         EXPECT_EQ(memcmp(reinterpret_cast<const uint8_t *>(&records), reinterpret_cast<const uint8_t *>(&pristine),
                          sizeof(records)),
                   0);
@@ -262,11 +263,9 @@ TEST_F(command_test_t, every_command_sends_its_bytes_and_leaves_the_callers_reco
         ASSERT_EQ(calls.size(), 1u) << "each command stores the callback of its family";
         EXPECT_EQ(std::exchange(calls, {})[0].find(','), std::string::npos) << "with the context given";
     }
-    size_t count = 0;
-    const wire_message_t *messages = wire_messages(&count);
-    for (const wire_message_t *message = messages; message != messages + count; ++message) {
-        const bool goes_up = message->direction == wire_direction_t::to_server;
-        EXPECT_TRUE(!goes_up || sent.count(message->name) == 1) << message->name << " has no row of bytes";
+    for (const wire_message_t &message : described_messages()) {
+        const bool goes_up = message.direction == wire_direction_t::to_server;
+        EXPECT_TRUE(!goes_up || sent.count(message.name) == 1) << message.name << " has no row of bytes";
     }
 }
 
@@ -302,4 +301,26 @@ TEST_F(command_test_t, rejected_arguments_send_nothing_bound_and_unbound) {
     }
     pump();
     EXPECT_TRUE(received.empty());
+}
+
+TEST(wire_messages_test, are_found_and_well_framed_with_their_own_type_word_domain_and_length_only) {
+    for (const wire_message_t &message : described_messages()) {
+        SCOPED_TRACE(message.name);
+        const bool may_be_longer = message.open_ended || message.entry_name != nullptr;
+        bytes_t bytes = framed(message);
+        const auto name_found = [&](size_t size) {
+            const wire_message_t *found = wire_find(message.direction, bytes.data(), size);
+            return found == nullptr ? "none" : found->name;
+        };
+        bytes.push_back(0);
+        EXPECT_STREQ(name_found(message.size), message.name);
+        EXPECT_STREQ(name_found(1), "none");
+        EXPECT_TRUE(wire_frame_ok(message, bytes.data(), message.size));
+        EXPECT_FALSE(wire_frame_ok(message, bytes.data(), message.size - 1));
+        EXPECT_EQ(wire_frame_ok(message, bytes.data(), bytes.size()), may_be_longer);
+        bytes[2] = 97;
+        EXPECT_FALSE(wire_frame_ok(message, bytes.data(), message.size));
+        bytes[1] ^= 0x10; /* this bit of the type word is always 0 */
+        EXPECT_STREQ(name_found(message.size), "none");
+    }
 }

@@ -66,11 +66,6 @@ protected:
 
     static fwx_nat64_client_info_t *info() { return fwx_nat64_client_info_get(); }
     static size_t outstanding() { return outstanding_commands(); }
-    static fwx_host_live_t live() {
-        fwx_host_live_t now;
-        fwx_host_live_get(&now);
-        return now;
-    }
     /** Returns the debug flags, '1' for on: error, warning, info, trace. */
     static std::string flags() {
         const fwx_nat64_dbg_flags_t &f = fwx_nat64_dbg_flags;

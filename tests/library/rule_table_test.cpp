@@ -88,15 +88,6 @@ protected:
         EXPECT_EQ(install(bmr_, 5), 0u);
         EXPECT_EQ(leaves(), 2u);
     }
-    /** Deletes and frees the leaves that a failed clean-up left. */
-    static void take_leaves() {
-        tbm_t *tree = fwx_host_tbm_of_complex(0);
-        uint32_t rc = 0;
-        while (tbm_leaf_t *leaf = tree != nullptr ? tbm_first_leaf(tree, v4_key.data(), 0, &rc) : nullptr) {
-            tbm_leaf_delete(tree, leaf, &rc);
-            fwx_free_named(leaf);
-        }
-    }
     const fwx_nat64_mapt_bmr_t bmr_ = rule(1, 2);
 };
 

@@ -4,6 +4,7 @@
 
 #include "fwx_host/fwx_host.h"
 #include "fwx_nat64/fwx_nat64.h"
+#include "tests/support/platform_watch.h"
 #include "tests/support/zero_server.h"
 
 namespace {
@@ -76,9 +77,7 @@ TEST(unload_test, unloading_while_bound_reports_every_outstanding_command_and_a_
 
         fwx_host_server_unregister(server);
         fwx_host_loop_destroy(loop);
-        fwx_host_live_t live;
-        fwx_host_live_get(&live);
-        EXPECT_EQ(live.pool_elements + live.tx_buffers + live.channels, 0u);
+        EXPECT_EQ(live().pool_elements + live().tx_buffers + live().channels, 0u);
     }
     fwx_host_debug_sink_set(nullptr, nullptr);
     unsetenv("FWX_NAT64_DBG_WARNING");

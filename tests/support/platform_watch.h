@@ -6,20 +6,22 @@
 
 #include "fwx_host/inspect.h"
 
+/** The platform's objects that are in use. */
+inline fwx_host_live_t live() {
+    fwx_host_live_t now{};
+    fwx_host_live_get(&now);
+    return now;
+}
+
 class platform_watch_t {
 public:
-    platform_watch_t() {
-        fwx_host_live_get(&live_before_);
-        fwx_host_errors_get(&errors_before_);
-    }
+    platform_watch_t() { fwx_host_errors_get(&errors_before_); }
 
     /** Describes the differences in live objects since its creation, and the elements that were in use when their pool
      * or list was destroyed, as "2 lists, 1 channels". Empty when there are none. Does not count trees, because no
      * operation destroys a tree: an empty tree is freed when another is created for its complex. */
     std::string left() const {
-        fwx_host_live_t now{};
-        fwx_host_live_get(&now);
-        std::string text = difference(now, live_before_, live_counters);
+        std::string text = difference(live(), live_before_, live_counters);
         if (const uint64_t lost = errors().destroyed_in_use - destroyed_in_use_expected_) {
             text += (text.empty() ? "" : ", ") + std::to_string(lost) + " elements of destroyed pools and lists";
         }
@@ -72,7 +74,7 @@ private:
         return text;
     }
 
-    fwx_host_live_t live_before_{};
+    const fwx_host_live_t live_before_ = live();
     fwx_host_errors_t errors_before_{};
     uint64_t destroyed_in_use_expected_ = 0;
 };

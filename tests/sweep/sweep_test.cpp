@@ -10,11 +10,10 @@
 #include <cstring>
 #include <optional>
 
-#include "platform/tbm.h"
-#include "records/families.h"
 #include "records/reader.h"
 #include "records/words.h"
 #include "stage.h"
+#include "tests/records/all_families.h"
 #include "tests/support/outstanding.h"
 #include "tests/support/platform_watch.h"
 
@@ -252,21 +251,6 @@ struct before_t {
     uint64_t walk_records = fwx_host_memory_blocks_tag(client_tag);
 };
 
-/** Deletes and frees the leaves in the tree of complex 0; returns their number. */
-uint64_t take_leaves() {
-    const uint8_t key = 0;
-    uint32_t code = 0;
-    uint64_t count = 0;
-    tbm_t *tree = fwx_host_tbm_of_complex(0);
-    for (; tree != nullptr; ++count) {
-        tbm_leaf_t *leaf = tbm_first_leaf(tree, &key, 0, &code);
-        if (leaf == nullptr) break;
-        tbm_leaf_delete(tree, leaf, &code);
-        fwx_free_named(leaf);
-    }
-    return count;
-}
-
 class fault_sweep_t : public testing::TestWithParam<scenario_t> {
 protected:
     void TearDown() override { fwx_host_fault_reset(); }
@@ -374,9 +358,7 @@ private:
         EXPECT_LE(stage.open(), rest + lost);
         expect_all_told(stage, fault);
         fwx_mapt_plu_cleanup();
-        fwx_host_live_t live;
-        fwx_host_live_get(&live);
-        EXPECT_LE(live.pool_elements, rest + lost) << "contexts that belong to no command";
+        EXPECT_LE(live().pool_elements, rest + lost) << "contexts that belong to no command";
     }
 
     static void expect_nothing_left(const stage_t &stage, const fault_t &fault, before_t &before) {
@@ -444,10 +426,8 @@ TEST(scenarios_t, call_every_operation_that_can_be_made_to_fail_and_send_a_comma
         const auto op = static_cast<fwx_host_op_t>(number);
         EXPECT_NE(fwx_host_fault_calls(op), 0u) << fwx_host_op_name(op);
     }
-    size_t count = 0;
-    const record_family_t *families = record_families(&count);
-    for (const record_family_t *family = families; family != families + count; ++family) {
-        const std::string name = record_command_text(*family, nullptr);
+    for (const record_family_t &family : all_families()) {
+        const std::string name = record_command_text(family, nullptr);
         EXPECT_NE(sent.find("\n" + name + " "), std::string::npos) << name;
     }
 }
