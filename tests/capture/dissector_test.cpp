@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "host/messaging/capture.h"
+#include "tests/support/eventually.h"
 #include "tests/support/framed.h"
 #include "tests/tools/natctl_fixture.h"
 
@@ -56,15 +57,10 @@ protected:
     }
 
     std::string output_of(const std::string &options) const {
-        const std::string command =
-            "tshark -2 -X lua_script:" DISSECTOR " -r " + path_ + " " + options + " 2>/dev/null";
-        std::string text;
-        FILE *output = popen(command.c_str(), "r");
-        for (int c = 0; (c = fgetc(output)) != EOF;) {
-            text += static_cast<char>(c);
-        }
-        EXPECT_EQ(pclose(output), 0);
-        return text;
+        const std::string command = "tshark -2 -X lua_script:" DISSECTOR " -r " + path_ + " " + options;
+        const ran_t ran = run_command("(" + command + " 2>/dev/null)");
+        EXPECT_EQ(ran.status, 0);
+        return ran.output;
     }
     std::vector<packet_t> dissected() const {
         std::vector<packet_t> packets;

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "tests/nat64d/process.h"
+#include "tests/support/eventually.h"
 #include "tests/support/other_client.h"
 #include "tests/support/runtime_directory.h"
 #include "tests/tools/server_process.h"
@@ -101,15 +102,6 @@ private:
     FILE *start(size_t operator_number, const std::string &command) const {
         return popen(command_of(operator_number, command).c_str(), "r");
     }
-    /** The exit status of natctl, and its output. */
-    static std::pair<int, std::string> end_of(FILE *natctl) {
-        std::string text;
-        char room[4096];
-        for (size_t size = 0; (size = fread(room, 1, sizeof room, natctl)) != 0;) {
-            text.append(room, size);
-        }
-        return {WEXITSTATUS(pclose(natctl)), text};
-    }
     /** Runs natctl, which must succeed, and returns its output. */
     std::string run(size_t operator_number, const std::string &command) const {
         const auto [status, said] = end_of(start(operator_number, command));
@@ -140,7 +132,7 @@ private:
             both[i] = start(i, "config apply " + file_of(documents[i]));
         }
         for (FILE *each : both) {
-            if (end_of(each).first != 0) fail("one of two simultaneous applies failed");
+            if (end_of(each).status != 0) fail("one of two simultaneous applies failed");
         }
         expect("at once", held() == documents[0] ? documents[0] : documents[1]);
     }
@@ -171,8 +163,8 @@ private:
                 {"alpha", "--config", directory_.path() + "/document", "--state", directory_.path() + "/daemon"},
                 directory_.path() + "/log");
             if (!eventually([] { return daemon_process_t::is("in_step", true); })) fail("nat64d: " + daemon.log());
-            const auto refused = end_of(start(1, "config apply " + file_of(random_document())));
-            if (refused.first != 5) fail("nat64d's lock does not hold: " + refused.second);
+            const ran_t refused = end_of(start(1, "config apply " + file_of(random_document())));
+            if (refused.status != 5) fail("nat64d's lock does not hold: " + refused.output);
             daemon.end(SIGTERM);
         }
         owned_ = document;

@@ -9,29 +9,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <utility>
-#include <vector>
 
-struct ran_t {
-    int status;
-    std::string output;
-};
-
-inline ran_t run_command(const std::string &command) {
-    ran_t ran{-1, ""};
-    FILE *pipe = popen((command + " 2>&1").c_str(), "re");
-    if (pipe == nullptr) return ran;
-    char room[65536];
-    for (size_t size = 0; (size = fread(room, 1, sizeof room, pipe)) > 0;) {
-        ran.output.append(room, size);
-    }
-    const int status = pclose(pipe);
-    ran.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return ran;
-}
+#include "tests/support/eventually.h"
 
 class namespace_t {
 public:

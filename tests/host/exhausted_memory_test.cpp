@@ -51,7 +51,6 @@ protected:
         ASSERT_EQ(fwx_host_server_register("deaf", loop_, &zero_server_ops, nullptr, &deaf_), 0u);
         ASSERT_EQ(fwx_cl_hash_create("empty", 0, 3, nullptr, nullptr, &table_), 0u);
         pool_ = chunk_create("empty", 32, 4, 1, 4, 0);
-        ASSERT_EQ(pipe(pipe_), 0);
         tree_ = make_tree(strides, 12, 1, nullptr);
         const uint8_t keys[] = {0, 0x80};
         for (size_t i = 0; i < std::size(keys); ++i) {
@@ -67,8 +66,6 @@ protected:
         fwx_host_server_unregister(deaf_);
         fwx_cl_hash_destroy(table_, 1);
         chunk_destroy(pool_);
-        close(pipe_[0]);
-        close(pipe_[1]);
         shm_fixture_t::TearDown();
     }
     tbm_leaf_t *leaf(size_t index) { return reinterpret_cast<tbm_leaf_t *>(leaves_[index].data()); }
@@ -87,6 +84,7 @@ protected:
         smc_chan_t chan = 0;
         uint32_t code = 0;
         const smc_event_t ev = event();
+        const int watched = fwx_host_loop_fd(client_loop_);
         if (fwx_calloc_named(1, 1, 8) != nullptr) return "memory";
         if (fwx_list_init(&list, 1) != no_memory) return "list";
         if (fwx_cl_hash_create("t", 4, 3, nullptr, nullptr, &table) != no_memory) return "hash table";
@@ -106,7 +104,7 @@ protected:
         if (fwx_host_loop_create() != nullptr) return "loop";
         const fwx_host_fn_t uncalled = [](void *) { _exit(101); };
         if (fwx_host_timer_add(loop_, 0, uncalled, nullptr) != 0) return "timer";
-        if (fwx_host_loop_watch(loop_, pipe_[0], uncalled, nullptr) != no_memory) return "watch";
+        if (fwx_host_loop_watch(loop_, watched, uncalled, nullptr) != no_memory) return "watch";
 
         if (smc_msg_chan_open("deaf", ev, 0, on_error, &chan) != no_memory) return "channel";
         if (smc_msg_chan_open("tested", ev, 0, on_error, &chan) != no_memory) return "channel to another process";
@@ -148,7 +146,6 @@ protected:
     fwx_host_server_t *deaf_ = nullptr;
     fwx_cl_hash_t *table_ = nullptr;
     fwx_chunk_t *pool_ = nullptr;
-    int pipe_[2] = {-1, -1};
     tbm_t *tree_ = nullptr;
     std::vector<uint8_t> leaves_[2];
 };

@@ -1,6 +1,8 @@
 /* The event loop: timers, watched descriptors, and the loop's own descriptor. */
+#include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "host/loop/descriptor.h"
 #include "host_fixture.h"
 
 namespace {
@@ -12,14 +14,10 @@ protected:
         loop_ = fwx_host_loop_create();
         ASSERT_NE(loop_, nullptr);
         fwx_host_clock_turn(0);
-        ASSERT_EQ(pipe(pipe_) + pipe(other_) + pipe(fresh_), 0);
     }
 
     void TearDown() override {
         fwx_host_loop_destroy(loop_);
-        for (const int fd : {pipe_[0], pipe_[1], other_[0], other_[1], fresh_[0], fresh_[1]}) {
-            close(fd);
-        }
         host_fixture_t::TearDown();
     }
 
@@ -37,22 +35,22 @@ protected:
         test->log_ += '+';
         if (test->log_.size() < 5) fwx_host_timer_add(test->loop_, 0, write_and_add_again, test);
     }
-    /** The callback of two readable pipes. Replaces both by another pipe under the same descriptor numbers, so that the
-     * second event of the pass is stale. */
+    /** A descriptor that can be read as many times as was written to it. */
+    static descriptor_t counter() { return descriptor_t(eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC)); }
+    /** The callback of two readable descriptors. Replaces what both numbers stand for by one that is not readable, so
+     * that the second event of the pass is stale. */
     static void write_and_replace_neighbour(void *arg) {
         auto *test = static_cast<loop_t *>(arg);
         test->log_ += '-';
-        for (const int fd : {test->pipe_[0], test->other_[0]}) {
+        for (const int fd : {test->watched_.get(), test->other_.get()}) {
             fwx_host_loop_unwatch(test->loop_, fd);
-            ASSERT_EQ(dup2(test->fresh_[0], fd), fd);
+            ASSERT_EQ(dup2(test->fresh_.get(), fd), fd);
             ASSERT_EQ(fwx_host_loop_watch(test->loop_, fd, note_t::write, &test->a_), 0u);
         }
     }
 
     fwx_host_loop_t *loop_ = nullptr;
-    int pipe_[2] = {-1, -1};
-    int other_[2] = {-1, -1};
-    int fresh_[2] = {-1, -1};
+    descriptor_t watched_ = counter(), other_ = counter(), fresh_ = counter();
     std::string log_;
     note_t a_{&log_, 'a'}, b_{&log_, 'b'}, c_{&log_, 'c'};
 };
@@ -97,31 +95,32 @@ TEST_F(loop_t, a_timer_added_by_a_timer_waits_for_the_next_pass) {
 }
 
 TEST_F(loop_t, a_watch_is_called_while_its_descriptor_is_readable_and_a_loop_can_be_watched_itself) {
-    const auto read_one = [](void *fd) {
-        char byte = 0;
-        EXPECT_EQ(read(*static_cast<int *>(fd), &byte, 1), 1);
+    const auto read_one = [](void *descriptor) {
+        eventfd_t taken = 0;
+        EXPECT_EQ(eventfd_read(static_cast<descriptor_t *>(descriptor)->get(), &taken), 0);
     };
-    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], read_one, &pipe_[0]), 0u);
-    EXPECT_EQ(fwx_host_loop_watch(loop_, pipe_[0], read_one, &pipe_[0]), static_cast<uint32_t>(EEXIST));
-    EXPECT_EQ(fwx_host_loop_watch(loop_, -1, read_one, &pipe_[0]), static_cast<uint32_t>(EBADF));
+    ASSERT_EQ(fwx_host_loop_watch(loop_, watched_.get(), read_one, &watched_), 0u);
+    EXPECT_EQ(fwx_host_loop_watch(loop_, watched_.get(), read_one, &watched_), static_cast<uint32_t>(EEXIST));
+    EXPECT_EQ(fwx_host_loop_watch(loop_, -1, read_one, &watched_), static_cast<uint32_t>(EBADF));
     fwx_host_loop_t *outer = fwx_host_loop_create();
     ASSERT_EQ(fwx_host_loop_watch(outer, fwx_host_loop_fd(loop_), note_t::write, &b_), 0u);
     EXPECT_EQ(fwx_host_loop_run_once(loop_, 0) + fwx_host_loop_process(outer), 0u);
-    ASSERT_EQ(write(pipe_[1], "xy", 2), 2);
+    ASSERT_EQ(eventfd_write(watched_.get(), 2), 0);
     EXPECT_EQ(fwx_host_loop_process(outer), 1u);
     EXPECT_EQ(log_, "b");
     fwx_host_loop_destroy(outer);
     EXPECT_EQ(fwx_host_loop_run_once(loop_, -1), 1u);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 1u);
-    fwx_host_loop_unwatch(loop_, pipe_[0]);
-    ASSERT_EQ(write(pipe_[1], "z", 1), 1);
+    fwx_host_loop_unwatch(loop_, watched_.get());
+    ASSERT_EQ(eventfd_write(watched_.get(), 1), 0);
     EXPECT_EQ(fwx_host_loop_run_until_idle(loop_), 0u);
 }
 
 TEST_F(loop_t, a_descriptor_number_that_is_reused_within_a_pass_gets_no_stale_event) {
-    ASSERT_EQ(fwx_host_loop_watch(loop_, pipe_[0], write_and_replace_neighbour, this), 0u);
-    ASSERT_EQ(fwx_host_loop_watch(loop_, other_[0], write_and_replace_neighbour, this), 0u);
-    ASSERT_EQ(write(pipe_[1], "x", 1) + write(other_[1], "x", 1), 2);
+    for (const descriptor_t *each : {&watched_, &other_}) {
+        ASSERT_EQ(fwx_host_loop_watch(loop_, each->get(), write_and_replace_neighbour, this), 0u);
+        ASSERT_EQ(eventfd_write(each->get(), 1), 0);
+    }
     EXPECT_EQ(fwx_host_loop_process(loop_), 1u);
     EXPECT_EQ(log_, "-");
 }

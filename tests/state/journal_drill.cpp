@@ -2,7 +2,7 @@
  * Kills a process that keeps a journal at random moments, while its writes, syncs and renames fail at random. After
  * each kill, every acknowledged change must be in the journal, and no change only in part. The next process continues
  * with the same file. A change of a writer is three lines, which it numbers, and a commit has the changes of one or
- * more writers. usage: journal_drill KILLS [SEED]
+ * more writers. usage: journal_drill [KILLS [SEED]]
  */
 #include <poll.h>
 #include <sys/mman.h>
@@ -167,12 +167,8 @@ bool run_round(const std::string &path, std::mt19937 &random, record_t &record) 
 }  // namespace
 
 int main(int argc, char **argv) {
-    const auto kills = static_cast<unsigned>(argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 0);
+    const auto kills = static_cast<unsigned>(argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 100);
     const auto seed = static_cast<uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) : std::random_device()());
-    if (kills == 0) {
-        fprintf(stderr, "usage: journal_drill KILLS [SEED]\n");
-        return 2;
-    }
     char directory[] = "/tmp/journal_drill.XXXXXX";
     void *shared = mmap(nullptr, sizeof(record_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (mkdtemp(directory) == nullptr || shared == MAP_FAILED) return 1;

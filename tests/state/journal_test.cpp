@@ -9,6 +9,7 @@
 
 #include "keeper.h"
 #include "simulated_disk.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
@@ -28,13 +29,9 @@ protected:
     journal_test() { fwx_host_clock_turn(0); }
     ~journal_test() override {
         fwx_host_clock_run();
-        EXPECT_EQ(entries_of("/proc/self/fd"), descriptors_before_) << "descriptors are left open";
+        EXPECT_EQ(open_descriptors(), descriptors_before_) << "descriptors are left open";
     }
 
-    static size_t entries_of(const std::string &directory) {
-        using iterator_t = std::filesystem::directory_iterator;
-        return static_cast<size_t>(std::distance(iterator_t(directory), iterator_t()));
-    }
     std::string content() const { return text_of(path_); }
     void write_file(const std::string &text, mode_t mode = 0600) const {
         std::ofstream(path_) << text;
@@ -71,7 +68,7 @@ protected:
         return keeper.lines.size();
     }
 
-    const size_t descriptors_before_ = entries_of("/proc/self/fd");
+    const size_t descriptors_before_ = open_descriptors();
     const runtime_directory_t directory_;
     const std::string path_ = directory_.path() + "/state";
     simulated_disk_t disk_;
@@ -144,21 +141,19 @@ TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_a
     using std::filesystem::create_symlink;
     const std::pair<const char *, std::function<void()>> cases[] = {
         {"not a regular file", [&] { create_symlink(target, path_); }},
-        {"not a regular file", [&] { create_symlink(directory_.path() + "/dangling", path_); }},
         {"not a regular file", [&] { ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0); }},
-        {"not a regular file", [&] { std::filesystem::create_directory(path_); }},
         {"other users may write to it (mode 0620); change its mode to 0600", [&] { write_file(good, 0620); }},
-        {"other users may write to it (mode 0602); change its mode to 0600", [&] { write_file(good, 0602); }},
     };
-    std::ofstream(target) << good;
     for (const auto &[reason, make] : cases) {
+        std::ofstream(target) << good;
         make();
         EXPECT_EQ(opened(path_), path_ + ": " + reason);
         EXPECT_EQ(lines_in(path_), lines_t{path_ + ": " + reason});
         EXPECT_EQ(opened(path_ + "/"), path_ + "/: not a regular file");
         EXPECT_EQ(text_of(target), good);
         std::filesystem::remove_all(path_);
-        EXPECT_EQ(entries_of(directory_.path()), 1U) << "only the target";
+        std::filesystem::remove(target);
+        EXPECT_TRUE(std::filesystem::is_empty(directory_.path())) << "nothing is written beside it";
     }
     struct stat of_another {};
     of_another.st_mode = S_IFREG | 0600;

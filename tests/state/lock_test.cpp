@@ -1,4 +1,4 @@
-/* The lock between processes: waiting, the holder's name, killed holders and unsafe lock files. */
+/* The lock between processes: waiting, the holder's name and unsafe lock files. */
 #include "state/lock.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,6 @@
 #include <fstream>
 
 #include "state/directory.h"
-#include "tests/support/child.h"
 #include "tests/support/eventually.h"
 #include "tests/support/runtime_directory.h"
 
@@ -18,8 +17,8 @@ namespace {
 class lock_test : public testing::Test {
 protected:
     std::string name_in_file() const { return text_of(path_ + ".lock"); }
-    static std::string name_of(const char *program, pid_t process = getpid()) {
-        return std::string(program) + " (process " + std::to_string(process) + ")";
+    static std::string name_of(const char *program) {
+        return std::string(program) + " (process " + std::to_string(getpid()) + ")";
     }
 
     const runtime_directory_t directory_;
@@ -65,19 +64,6 @@ TEST_F(lock_test, it_is_waited_for_as_long_as_the_caller_likes_the_holder) {
         return true;
     };
     EXPECT_EQ(second.take(std::chrono::hours(1), release), "");
-    EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
-}
-
-TEST_F(lock_test, the_lock_of_a_process_that_was_killed_is_free_and_its_name_is_replaced) {
-    child_t holder;
-    ASSERT_TRUE(holder.start([&](int ready) {
-        lock_t lock(path_, "nat64d");
-        if (lock.take().empty() && write(ready, "", 1) == 1) pause();
-    }));
-    lock_t lock(path_, "natctl");
-    EXPECT_EQ(lock.take(), path_ + ": locked by " + name_of("nat64d", holder.pid()));
-    holder.end(SIGKILL);
-    EXPECT_EQ(lock.take(), "");
     EXPECT_EQ(name_in_file(), name_of("natctl") + "\n");
 }
 

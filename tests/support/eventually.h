@@ -1,13 +1,15 @@
-/* Helpers of tests with other processes: waiting for a condition, reading files, and connecting. */
+/* Helpers of tests with other processes: waiting for a condition, running programs, reading files, and connecting. */
 #ifndef TESTS_SUPPORT_EVENTUALLY_H
 #define TESTS_SUPPORT_EVENTUALLY_H
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -21,6 +23,30 @@ bool eventually(condition_t condition) {
         poll(nullptr, 0, 5);
     }
     return true;
+}
+
+/** What a program has ended with: its exit status, -1 for a signal, and its output. */
+struct ran_t {
+    int status;
+    std::string output;
+};
+
+/** Reads the output of a program that popen has started, and waits for its end. */
+inline ran_t end_of(FILE *program) {
+    ran_t ran{-1, ""};
+    if (program == nullptr) return ran;
+    char room[65536];
+    for (size_t size = 0; (size = fread(room, 1, sizeof room, program)) > 0;) {
+        ran.output.append(room, size);
+    }
+    const int status = pclose(program);
+    ran.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ran;
+}
+
+/** Runs a command of the shell, with its standard error in its output. */
+inline ran_t run_command(const std::string &command) {
+    return end_of(popen((command + " 2>&1").c_str(), "re"));
 }
 
 inline std::string text_of(const std::string &path) {
