@@ -81,6 +81,7 @@ TEST_F(applier_test, of_several_refusals_the_one_of_the_first_command_is_reporte
         apply_held(applier, order);
         ASSERT_TRUE(applier.result().refusal);
         EXPECT_EQ(text_of(applier.result().refusal->command), steps[0]);
+        EXPECT_EQ(applier.result().done, 0U);
     }
 }
 
