@@ -141,8 +141,10 @@ TEST_F(journal_test, a_file_that_is_not_of_this_user_alone_is_refused_and_left_a
     using std::filesystem::create_symlink;
     const std::pair<const char *, std::function<void()>> cases[] = {
         {"not a regular file", [&] { create_symlink(target, path_); }},
+        {"not a regular file", [&] { create_symlink(directory_.path() + "/dangling", path_); }},
         {"not a regular file", [&] { ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0); }},
         {"other users may write to it (mode 0620); change its mode to 0600", [&] { write_file(good, 0620); }},
+        {"other users may write to it (mode 0602); change its mode to 0600", [&] { write_file(good, 0602); }},
     };
     for (const auto &[reason, make] : cases) {
         std::ofstream(target) << good;
