@@ -73,6 +73,7 @@ void ietf_items_t::take_field(const ietf_node_t &node, const std::string &value,
             return;
         case ietf_form_t::span: {
             parse_prefix(value, prefix);
+            if (prefix.bits() != 32) return faults_.lose(node, value, path, &entry);
             const span_text_t span = span_of(prefix);
             entry.members.emplace_back(field, span.first);
             entry.members.emplace_back("end", span.last);

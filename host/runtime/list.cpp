@@ -90,11 +90,11 @@ uint32_t fwx_list_remove_element(fwx_list_t *list, void *element) {
 uint32_t fwx_list_destroy(fwx_list_t *list) {
     const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_DESTROY);
     if (list == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_ARG;
-    while (list->head.next != nullptr) {
-        fwx_list_link_t *first = list->head.next;
-        unlink(list, first);
+    for (fwx_list_link_t *link = list->head.next, *next = nullptr; link != nullptr; link = next) {
+        next = link->next;
+        unlink(list, link);
         if (list->owns_elements) {
-            fwx_free_named(first);
+            fwx_free_named(link);
         } else {
             host_errors.destroyed_in_use += 1;
         }
