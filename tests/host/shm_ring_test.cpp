@@ -9,9 +9,8 @@
 
 namespace {
 
-constexpr uint32_t capacity = 256;
-
-/** Both ends of a ring of four units, one of which is always free. */
+/** Both ends of a ring; of four units, one of which is always free, unless a test wants another one. */
+template <uint32_t capacity = 256>
 struct ring_ends_t {
     bool write(const std::string &bytes, uint32_t tag = 0) {
         const bool is_written = writer_.write(tag, bytes.data(), static_cast<uint32_t>(bytes.size()));
@@ -39,7 +38,7 @@ struct ring_ends_t {
     shm_reader_t reader_{ring_, bytes_, capacity};
 };
 
-struct shm_ring_test_t : testing::Test, ring_ends_t {};
+struct shm_ring_test_t : testing::Test, ring_ends_t<> {};
 
 TEST_F(shm_ring_test_t, a_record_is_its_length_its_tag_and_its_bytes_in_whole_units) {
     ASSERT_TRUE(write("abcde", 0x01020304));
@@ -75,18 +74,19 @@ TEST_F(shm_ring_test_t, records_are_seen_together_when_the_first_is_committed_wh
 
 TEST_F(shm_ring_test_t, records_pass_whole_and_in_order_between_two_that_run_at_the_same_time) {
     constexpr uint32_t count = 20000;
+    ring_ends_t<1 << 14> ends; /* a hundred records, so that a busy machine does not switch threads for each */
     const auto record = [](uint32_t i) { return std::string(i % 120, static_cast<char>('a' + i % 26)); };
-    std::thread writer([this, record] {
+    std::thread writer([&] {
         for (uint32_t i = 0; i < count; ++i) {
-            while (!write(record(i), i)) {
+            while (!ends.write(record(i), i)) {
                 std::this_thread::yield();
             }
         }
     });
     uint32_t wrong = 0;
     for (uint32_t i = 0; i < count; ++i) {
-        std::string found = read();
-        for (; found == "none"; found = read()) {
+        std::string found = ends.read();
+        for (; found == "none"; found = ends.read()) {
             std::this_thread::yield();
         }
         if (found != std::to_string(i) + ":" + record(i)) ++wrong;
@@ -142,7 +142,7 @@ TEST_F(shm_ring_test_t,
 }
 
 /** A ring with three records, of which the first was read. */
-struct used_ring_t : ring_ends_t {
+struct used_ring_t : ring_ends_t<> {
     used_ring_t() {
         EXPECT_TRUE(write("one") && write("two") && write("three"));
         EXPECT_EQ(read(), "0:one");
@@ -196,8 +196,8 @@ TEST_F(shm_ring_test_t, a_length_that_no_record_has_breaks_the_ring_for_good) {
 
 TEST_F(shm_ring_test_t, a_writer_that_never_ends_brings_one_ring_full_before_the_reader_publishes) {
     const uint64_t header = 8;
-    for (uint8_t *unit = bytes_; unit < bytes_ + capacity; unit += 64) {
-        memcpy(unit, &header, sizeof(header));
+    for (size_t unit = 0; unit < sizeof(bytes_); unit += 64) {
+        memcpy(bytes_ + unit, &header, sizeof(header));
     }
     for (int records = 0; records < 3; ++records) {
         ASSERT_TRUE(reader_.has_record());
