@@ -11,6 +11,7 @@
 #include "fwx_host/adapter.hpp"
 #include "fwx_host/fault.h"
 #include "model/model.h"
+#include "platform/smc.h"
 #include "tests/support/platform_watch.h"
 
 constexpr fwx::nat64::pool a_pool(uint32_t id) {
@@ -126,16 +127,25 @@ protected:
             each.start();
         }
     }
-    /** Reports as the platform does that the channel has room again. */
-    static void report_room() { fwx_nat64_client_info_get()->throttle_cb(1, nullptr); }
-    /** Pauses the server and sends until the channel refuses a send. Returns the result of that send. */
+    /** Reports as the library does whether the channel is full. */
+    static void report_throttle(uint32_t is_full) {
+        fwx_nat64_client_info_get()->throttle_cb(is_full == 0 ? 1 : 0, nullptr);
+    }
+    static void report_room() { report_throttle(0); }
+    /** Pauses the server and sends until the channel refuses a send. Returns the result of that send. The channel gets
+     * lower marks first, so that 64 KiB fill it instead of 40 MiB, and the commands are small, so that no other fits.
+     */
     fwx::nat64::result fill_up() {
+        constexpr uint32_t high_bytes = 16384;
+        constexpr uint32_t low_bytes = 1024;
+        fwx_nat64_client_info_t *info = fwx_nat64_client_info_get();
+        EXPECT_EQ(smc_msg_chan_fc_set(info->chan, info, high_bytes, low_bytes, report_throttle), 0u);
         model->pause_set(true);
         bool was_throttled = false;
         fwx::nat64::result got = {};
         for (size_t i = 0; i < 1000000 && got; ++i) {
             was_throttled = client->is_throttled();
-            got = client->session_clear(fwx::nat64::session_filter{}, ignored);
+            got = client->ipalias_upload(ignored);
         }
         EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
         return got;

@@ -2,7 +2,6 @@
  * Records of the C++ interface: every member of the client sends the same bytes as its C function does for the C
  * record, and parsers of addresses and prefixes accept exactly the valid texts. A recording server keeps the messages.
  */
-#include <cstring>
 #include <functional>
 
 #include "cxx_fixture.h"
