@@ -12,9 +12,11 @@
 
 #include "host/loop/descriptor.h"
 
-inline size_t open_descriptors() {
+/** The number of open descriptors of a process; 0 if it is gone. */
+inline size_t open_descriptors(const std::string &process = "self") {
     using iterator_t = std::filesystem::directory_iterator;
-    return static_cast<size_t>(std::distance(iterator_t("/proc/self/fd"), iterator_t()));
+    std::error_code failed;
+    return static_cast<size_t>(std::distance(iterator_t("/proc/" + process + "/fd", failed), iterator_t()));
 }
 
 /** Sets the limit of descriptors, at most to the highest that the system allows. With 0 none can be opened: not for use

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 /** A directory that XDG_RUNTIME_DIR and XDG_STATE_HOME name, as long as the object lives. */
@@ -27,6 +28,11 @@ public:
 
     const std::string &path() const { return path_; }
     std::string sockets() const { return path_ + "/fwx_host"; }
+    /** Writes a file of the directory, and returns its path. */
+    std::string file(const std::string &name, const std::string &text) const {
+        std::ofstream(path_ + '/' + name) << text;
+        return path_ + '/' + name;
+    }
     /** True also without a directory of sockets. */
     bool is_clean() const {
         std::error_code missing;

@@ -21,25 +21,11 @@ TEST_F(batch_test, a_batch_stops_at_its_first_failure_and_says_how_far_it_came) 
     EXPECT_EQ(run("batch -", seven), expected);
 }
 
-TEST_F(batch_test, a_command_knows_nothing_of_the_options_of_the_commands_before_it) {
-    const std::string bare[] = {"interface set --ifh 2\n", "sessions clear --all\n", "dev cgm end-batch --batch 1\n"};
-    const std::string full =
-        "interface set --ifh 1 --enable 0 --mtu 1400 --sful 2001:db8::/32\n"
-        "sessions clear --protocol 6 --src 192.0.2.1\ndev cgm end-batch --batch 2 --async\n"
-        "interface set --ifh 1 --mtu none\n";
-    for (const std::string &line : bare) {
-        const json_t alone = json_t::parse(run("--json --dry-run batch -", line).answers);
-        const json_t after = json_t::parse(run("--json --dry-run --keep-going batch -", full + line).answers);
-        ASSERT_EQ(after.size(), 5U);
-        EXPECT_EQ(after[4].at("messages")[0].at("fields"), alone[0].at("messages")[0].at("fields")) << line;
-    }
-}
-
 TEST_F(batch_test, json_lines_are_one_object_each_with_its_line_and_its_command) {
     const std::string sessions = "dev server sessions generate 3\nsessions walk\nsessions walk\n";
-    std::istringstream lines(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers);
     std::string numbers;
-    for (std::string line; std::getline(lines, line);) {
+    for (const std::string &line :
+         lines_of(run("--jsonl batch -", seven).answers + run("--jsonl batch -", sessions).answers)) {
         const json_t object = json_t::parse(line);
         numbers += object.at("line").dump();
         EXPECT_NE(object.at("command"), "") << line;

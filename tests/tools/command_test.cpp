@@ -1,8 +1,4 @@
 /* Single commands: results, exit statuses, formats, dry runs, completion. */
-#include <unistd.h>
-
-#include <fstream>
-
 #include "natctl_fixture.h"
 #include "server_process.h"
 #include "tests/support/runtime_directory.h"
@@ -90,7 +86,7 @@ TEST_F(command_test, completion_offers_what_may_come_next) {
     const runtime_directory_t directory;
     const server_process_t server("", RLIM_INFINITY, "gateway-1");
     ASSERT_TRUE(server.is_ready());
-    std::ofstream(directory.sockets() + "/gateway-1.txt") << "no server";
+    directory.file("fwx_host/gateway-1.txt", "no server");
     constexpr std::pair<const char *, const char *> completed[] = {
         {"limit ''", "add\nmod\ndel\nshow\n--help\n"},
         {"dev server not", "notify\n"},

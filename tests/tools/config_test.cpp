@@ -1,10 +1,5 @@
 /* `natctl config` and `convert` with a server in another process: apply, undo, versions, confirmation, the lock. */
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include "natctl_fixture.h"
@@ -39,18 +34,12 @@ protected:
         server_.reset();
         server_ = std::make_unique<server_process_t>(state_file, file_bytes);
     }
-    std::string file(const std::string &name, const std::string &text) const {
-        std::string path = directory_.path() + "/" + name;
-        std::ofstream(path) << text;
-        return path;
-    }
+    std::string file(const std::string &name, const std::string &text) const { return directory_.file(name, text); }
     static run_t alpha(const std::string &command) { return run("--connect alpha " + command); }
     static json_t alpha_json(const std::string &command) { return json_of("--connect alpha " + command); }
     static std::string shown() { return alpha("config show").answers; }
     /** The number of items of each kind that the server reports. */
     static json_t held() { return alpha_json("stats system").at("data"); }
-    /** The number of changes since the server started. */
-    static int changes() { return alpha_json("dev server boot").at("data").at("changes").get<int>(); }
     /** Reads once from a descriptor. Empty at its end. */
     static std::string told(int descriptor) {
         std::string text(size_t{1} << 16, '\0');
@@ -68,7 +57,44 @@ protected:
         });
     }
 
+    /** An apply in another process that waits for a reader of its trace, once it has sent some of its commands. */
+    class held_up_apply_t {
+    public:
+        explicit held_up_apply_t(const std::string &document) {
+            int ends[2];
+            EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+            fcntl(ends[1], F_SETPIPE_SZ, 4096); /* too small for the trace */
+            EXPECT_TRUE(start(natctl, "--trace --quiet --timeout=1h config apply " + document, ends[1]));
+            close(ends[1]);
+            trace_ = ends[0];
+        }
+        ~held_up_apply_t() { close(trace_); }
+
+        bool has_begun() const {
+            std::string text, more;
+            while (text.find("<- result", text.find("dmapping_add")) == std::string::npos) {
+                if ((more = told(trace_)).empty()) return false;
+                text += more;
+            }
+            return true;
+        }
+        /** Reads the rest of its trace, and so lets it end. */
+        std::string rest() const {
+            std::string text, more;
+            while (!(more = told(trace_)).empty()) {
+                text += more;
+            }
+            return text;
+        }
+
+        child_t natctl;
+
+    private:
+        int trace_ = -1;
+    };
+
     const runtime_directory_t directory_;
+    const std::string many_ = file("many", mappings(1000));
     const std::string first_ = file("first", first);
     const std::string second_ = file("second", second);
     const std::string state_ = directory_.path() + "/state/natctl/alpha";
@@ -211,20 +237,20 @@ TEST_F(config_test, a_server_that_has_started_anew_gets_what_it_lacks) {
 }
 
 TEST_F(config_test, an_apply_that_is_killed_or_interrupted_is_put_right_by_the_next) {
-    const std::string apply = "config apply " + file("many", mappings(20000));
     for (const int signal : {SIGKILL, SIGINT}) {
         SCOPED_TRACE(signal);
         ASSERT_EQ(alpha("config apply " + first_).status, 0);
-        const int before = changes();
-        child_t natctl;
-        ASSERT_TRUE(start(natctl, "--quiet " + apply, STDERR_FILENO));
-        ASSERT_TRUE(eventually([&] { return changes() != before; }));
-        EXPECT_EQ(natctl.end(signal), signal == SIGINT ? 2 : -1);
+        held_up_apply_t apply(many_);
+        ASSERT_TRUE(apply.has_begun());
+        EXPECT_NE(held().at("dynamic_mappings"), 0);
+        apply.natctl.signal(signal);
+        apply.rest();
+        EXPECT_EQ(apply.natctl.end(0), signal == SIGINT ? 2 : -1);
         if (signal == SIGINT) {
             EXPECT_EQ(shown(), first_shown) << "what was done is undone";
         }
-        EXPECT_EQ(alpha(apply).status, 0);
-        EXPECT_EQ(held().at("dynamic_mappings"), 20000);
+        EXPECT_EQ(alpha("config apply " + many_).status, 0);
+        EXPECT_EQ(held().at("dynamic_mappings"), 1000);
         EXPECT_EQ(held().at("pools"), 0);
     }
 }
@@ -278,10 +304,10 @@ TEST_F(config_test, versions_that_cannot_be_kept_refuse_before_the_first_command
     std::filesystem::remove(in_the_way);
     std::filesystem::create_directories(state_ + "/documents/1.new");
     EXPECT_TRUE(ends(alpha("config apply " + first_), 2, state_));
-    EXPECT_EQ(changes(), 1);
+    EXPECT_EQ(changes_of("alpha"), 1U);
     const std::string why = "the server has done it, but the version could not be saved: " + state_ + "/documents/1";
     EXPECT_TRUE(ends(alpha(single), 2, "natctl: timeout set: " + why));
-    EXPECT_EQ(changes(), 2);
+    EXPECT_EQ(changes_of("alpha"), 2U);
 }
 
 TEST_F(config_test, while_a_daemon_has_the_server_configuring_is_refused_and_looking_is_not) {
@@ -381,26 +407,15 @@ TEST_F(config_test, what_others_have_changed_stays_when_a_change_is_not_confirme
 }
 
 TEST_F(config_test, what_others_have_changed_during_an_apply_is_told_as_what_is_missing) {
-    int notes[2];
-    ASSERT_EQ(pipe2(notes, O_CLOEXEC), 0);
-    fcntl(notes[1], F_SETPIPE_SZ, 4096); /* too small for the trace, so natctl waits for its reader */
-    child_t natctl;
-    const std::string apply = "config apply " + file("many", mappings(1000));
-    ASSERT_TRUE(start(natctl, "--trace --quiet --timeout=1h " + apply, notes[1]));
-    close(notes[1]);
-    std::string all, more;
-    for (; all.find("dmapping_add") == std::string::npos; all += more) {
-        ASSERT_NE(more = told(notes[0]), "");
-    }
+    held_up_apply_t apply(many_);
+    ASSERT_TRUE(apply.has_begun());
     ASSERT_TRUE(others_add_pool(9, "192.0.2.9"));
-    while (!(more = told(notes[0])).empty()) {
-        all += more;
-    }
-    close(notes[0]);
+    const std::string notes = apply.rest();
     const std::string missing =
         "others have changed the server meanwhile, and it does not hold the document; missing commands:\n"
         "  pool del --id 9\n";
-    EXPECT_TRUE(ends({natctl.end(0), "", all.substr(all.size() - std::min<size_t>(all.size(), 500))}, 1, missing));
+    EXPECT_TRUE(
+        ends({apply.natctl.end(0), "", notes.substr(notes.size() - std::min<size_t>(notes.size(), 500))}, 1, missing));
 }
 
 TEST_F(config_test, what_a_server_holds_is_assumed_only_where_it_does_not_tell) {

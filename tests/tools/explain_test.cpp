@@ -1,6 +1,4 @@
 /* `mapt explain` and `nat64 explain`, with the rules of a file and with installed rules. */
-#include <fstream>
-
 #include "natctl_fixture.h"
 #include "tests/support/runtime_directory.h"
 
@@ -36,14 +34,9 @@ constexpr std::pair<const char *, const char *> explained[] = {
 class explain_test : public natctl_test {
 protected:
     /** Writes a batch file and returns the option that names it. */
-    std::string file_with(const std::string &text) const {
-        const std::string name = directory_.path() + "/rules";
-        std::ofstream(name) << text;
-        return " --file " + name;
-    }
+    std::string file_with(const std::string &text) const { return " --file " + directory_.file("rules", text); }
 
-private:
-    runtime_directory_t directory_;
+    const runtime_directory_t directory_;
 };
 
 TEST_F(explain_test, a_file_and_what_is_installed_explain_addresses_alike) {
@@ -70,15 +63,9 @@ TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_
                                        "1\nmapt bmr add --rule 2 --v6 2001:db8:2::/56 " + shared + "52\n");
     EXPECT_EQ(data_of("mapt explain 192.0.2.18:1232" + file).at("rule_id"), 2);
     EXPECT_EQ(data_of("mapt explain 192.0.2.18:1028" + file).at("rule_id"), 1);
-    const std::pair<const char *, const char *> nobodys[] = {
-        {"192.0.2.18:1032", "port 1032: must be of PSID 1"},
-        {"192.0.2.18", "a port is needed, as 2 rules share the address"},
-    };
-    for (const auto &[address, error] : nobodys) {
-        const std::string command = std::string("mapt explain ") + address + file;
-        EXPECT_TRUE(ends(run(command), 2, error));
-        EXPECT_TRUE(json_of(command).at("code").is_null()) << command;
-    }
+    EXPECT_TRUE(ends(run("mapt explain 192.0.2.18:1032" + file), 2, "port 1032: must be of PSID 1"));
+    EXPECT_TRUE(ends(run("mapt explain 192.0.2.18" + file), 2, "a port is needed, as 2 rules share the address"));
+    EXPECT_TRUE(json_of("mapt explain 192.0.2.18" + file).at("code").is_null());
 }
 
 TEST_F(explain_test, prefixes_hold_addresses) {

@@ -98,8 +98,28 @@ protected:
         if (run.status == status && run.notes.find(note) != std::string::npos) return testing::AssertionSuccess();
         return testing::AssertionFailure() << "expected status " << status << " and " << note << "\ngot " << run;
     }
+    static std::vector<std::string> lines_of(const std::string &text) {
+        std::istringstream stream(text);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+    /** How often a text has that part. */
+    static size_t times_in(const std::string &text, const std::string &part) {
+        size_t times = 0;
+        for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+            ++times;
+        }
+        return times;
+    }
     static json_t json_of(const std::string &command) { return json_t::parse(run("--json " + command).answers); }
     static json_t data_of(const std::string &command) { return json_of(command).at("data"); }
+    /** The number of changes of a server since it started. */
+    static uint64_t changes_of(const std::string &server) {
+        return data_of("--connect " + server + " dev server boot").at("changes").get<uint64_t>();
+    }
     /** The outcomes of the lines of a batch, which goes on after failures. */
     static json_t outcomes_of(const std::string &lines, const std::string &options = {}) {
         return json_t::parse(run("--json --keep-going " + options + " batch -", lines).answers);
@@ -120,7 +140,9 @@ protected:
 
     void SetUp() override { unsetenv("NATCTL_CONNECT"); }
     void TearDown() override {
+        unsetenv("NATCTL_STORE");
         fwx_host_fault_reset();
+        fwx_host_clock_run();
         EXPECT_EQ(watch_.left(), "");
     }
 

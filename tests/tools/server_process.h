@@ -27,8 +27,6 @@ public:
         });
     }
     ~server_process_t() { end(SIGTERM); }
-    server_process_t(const server_process_t &) = delete;
-    server_process_t &operator=(const server_process_t &) = delete;
 
     bool is_ready() const { return is_ready_; }
     void let_files_grow() const {

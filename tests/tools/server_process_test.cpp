@@ -1,20 +1,11 @@
 /* natctl with a server in another process: connecting, notifications, hostile answers, and early ends of a batch. */
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
-#include <algorithm>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 #include "natctl_fixture.h"
 #include "server_process.h"
+#include "tests/nat64d/program.h"
 #include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
 #include "tests/support/other_client.h"
@@ -26,7 +17,6 @@ namespace {
 class server_process_test : public natctl_test {
 protected:
     const runtime_directory_t scratch_;
-    const std::string &directory_ = scratch_.path();
 };
 
 TEST_F(server_process_test, what_only_the_embedded_server_can_do_is_refused_and_sends_nothing) {
@@ -46,8 +36,7 @@ TEST_F(server_process_test, a_change_of_the_embedded_model_is_told_where_servers
     EXPECT_EQ(run(set).notes, "") << "no server is there that could be meant";
     const server_process_t server;
     ASSERT_TRUE(server.is_ready());
-    const std::string file = directory_ + "/lines"; /* a document and a batch */
-    std::ofstream(file) << set << '\n';
+    const std::string file = scratch_.file("lines", set + '\n'); /* a document and a batch */
     for (const std::string &command : {set, "config apply " + file, std::string("sessions clear --all")}) {
         const std::string name = command.substr(0, command.find(' ', command.find(' ') + 1));
         const std::string notes = "natctl: " + name + ": done by natctl's own server model, which has ended; " +
@@ -65,45 +54,19 @@ TEST_F(server_process_test, the_environment_names_the_server_where_no_option_doe
     const server_process_t alpha;
     const server_process_t beta({}, RLIM_INFINITY, "beta");
     ASSERT_TRUE(alpha.is_ready() && beta.is_ready());
-    const auto changes_of = [](const std::string &name) {
-        return data_of("--connect " + name + " dev server boot").at("changes").get<int>();
-    };
     setenv("NATCTL_CONNECT", "alpha", 1);
     EXPECT_EQ(run("timeout set --type udp --value 300").notes, "");
     EXPECT_EQ(run("--connect beta timeout set --type udp --value 300").status, 0);
     EXPECT_EQ(run("--connect beta timeout set --type icmp --value 30").status, 0);
-    EXPECT_EQ(changes_of("alpha"), 1);
-    EXPECT_EQ(changes_of("beta"), 2);
+    EXPECT_EQ(changes_of("alpha"), 1U);
+    EXPECT_EQ(changes_of("beta"), 2U);
     EXPECT_EQ(run("top --once").status, 0);
     setenv("NATCTL_CONNECT", "", 1);
     EXPECT_EQ(run("top --once").status, 2) << "an empty name is none";
-    unsetenv("NATCTL_CONNECT");
-}
-
-TEST_F(server_process_test, a_log_that_is_not_read_holds_no_client_up) {
-    int log[2];
-    ASSERT_EQ(pipe2(log, O_CLOEXEC), 0);
-    fcntl(log[1], F_SETPIPE_SZ, 4096);
-    const server_process_t server({}, RLIM_INFINITY, "alpha", log[1]);
-    close(log[1]);
-    EXPECT_TRUE(as_other_client([](fwx::nat64::client &client) -> fwx::nat64::task<fwx::nat64::result> {
-        for (int i = 0; i < 50; ++i) { /* 50 lines of each of two clients, which do not fit into the pipe */
-            co_await client.pool_del(fwx::nat64::pool{.id = 9});
-        }
-        const char *other =
-            "test $(yes 'pool del --id 8' | head -50 | " NATCTL_PATH
-            " --connect alpha --keep-going --pipeline 50 batch - 2>&1 | grep -c 'no such entry') -eq 50";
-        EXPECT_EQ(std::system(other), 0);
-        co_return {};
-    }));
-    char seen[38] = "";
-    EXPECT_GT(read(log[0], seen, sizeof seen - 1), 0);
-    EXPECT_STREQ(seen, "natctl: refused pool_del of 48 bytes:");
-    close(log[0]);
 }
 
 TEST_F(server_process_test, a_client_whose_commands_are_refused_does_not_hide_anothers_from_the_log) {
-    const std::string log = directory_ + "/log";
+    const std::string log = scratch_.path() + "/log";
     child_t server;
     ASSERT_TRUE(server.start([&](int ready) {
         dup2(ready, STDOUT_FILENO);
@@ -127,23 +90,16 @@ TEST_F(server_process_test, a_client_whose_commands_are_refused_does_not_hide_an
     EXPECT_EQ(text_of(log), expected + "natctl: 10 lines left out\n" + refused + "natctl: 1 line left out\n");
 }
 
-TEST_F(server_process_test, what_a_server_has_counted_and_which_run_it_is_can_be_asked_from_outside) {
-    const json_t first = [] {
-        const server_process_t server;
-        const json_t counts = data_of("--connect alpha dev server counts");
-        EXPECT_EQ(counts.at("clients"), 1);
-        EXPECT_EQ(counts.at("commands"), 3) << "init, notifications, and the query itself";
-        EXPECT_EQ(counts.at("queued_bytes"), 0);
-        EXPECT_EQ(run("--connect alpha timeout set --type 1 --value 300").status, 0);
-        EXPECT_EQ(data_of("--connect alpha dev server counts").at("commands"), 3 + 3 + 3);
-        EXPECT_EQ(data_of("--connect alpha stats system --sel 1").at("malformed"), 0);
-        return data_of("--connect alpha dev server boot");
-    }();
-    EXPECT_EQ(first.at("changes"), 1);
+TEST_F(server_process_test, what_a_server_has_counted_can_be_asked_from_outside) {
     const server_process_t server;
-    const json_t second = data_of("--connect alpha stats system --sel 2");
-    EXPECT_EQ(second.at("changes"), 0);
-    EXPECT_NE(second.at("boot_id"), first.at("boot_id"));
+    const json_t counts = data_of("--connect alpha dev server counts");
+    EXPECT_EQ(counts.at("clients"), 1);
+    EXPECT_EQ(counts.at("commands"), 3) << "init, notifications, and the query itself";
+    EXPECT_EQ(counts.at("queued_bytes"), 0);
+    EXPECT_EQ(run("--connect alpha timeout set --type 1 --value 300").status, 0);
+    EXPECT_EQ(data_of("--connect alpha dev server counts").at("commands"), 3 + 3 + 3);
+    EXPECT_EQ(data_of("--connect alpha stats system --sel 1").at("malformed"), 0);
+    EXPECT_EQ(data_of("--connect alpha stats system --sel 2"), data_of("--connect alpha dev server boot"));
 }
 
 /* A server `liar`. It answers each query with a reply that claims 4096 entries and has none, and sends notifications of
@@ -203,16 +159,14 @@ TEST_F(server_process_test, what_a_server_sends_unasked_is_watched_as_lines_unti
         const run_t watched = run_until(2, format + "--connect liar watch");
         EXPECT_EQ(watched.status, 0);
         EXPECT_EQ(watched.notes, "");
-        std::istringstream lines(watched.answers);
-        std::string event, mapping;
-        std::getline(lines, event);
-        std::getline(lines, mapping);
+        const std::vector<std::string> lines = lines_of(watched.answers);
+        ASSERT_GE(lines.size(), 2U);
         if (format.empty()) {
-            EXPECT_EQ(event.substr(24), " event") << event;
-            EXPECT_EQ(mapping.substr(24), " mapping id=77 value=0 inactive=false") << mapping;
+            EXPECT_EQ(lines[0].substr(24), " event") << lines[0];
+            EXPECT_EQ(lines[1].substr(24), " mapping id=77 value=0 inactive=false") << lines[1];
         } else {
-            EXPECT_EQ(json_t::parse(event).at("notification"), "event");
-            EXPECT_EQ(json_t::parse(mapping).at("id"), 77);
+            EXPECT_EQ(json_t::parse(lines[0]).at("notification"), "event");
+            EXPECT_EQ(json_t::parse(lines[1]).at("id"), 77);
         }
     }
     std::istringstream nothing;
@@ -227,16 +181,6 @@ TEST_F(server_process_test, a_server_says_that_it_serves_in_the_format_that_is_a
     const run_t server = run_until(1, "--jsonl serve alpha");
     EXPECT_EQ(server.status, 0) << server.notes;
     EXPECT_EQ(server.answers.substr(0, server.answers.find('\n')), R"({"command":"serve","serving":"alpha"})");
-}
-
-TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {
-    const server_process_t server;
-    const std::string rule = "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24";
-    EXPECT_EQ(run("--connect alpha " + rule).status, 0);
-    const json_t outcomes = outcomes_of(rule + "\nmapt show\n", "--connect alpha");
-    EXPECT_EQ(outcomes.at(0).at("error"), "refused by the server: the server has this entry already (0x6004)");
-    EXPECT_EQ(outcomes.at(1).at("data").at("installed"), 0);
-    EXPECT_EQ(outcomes.at(1).at("data").at("leaves"), 0);
 }
 
 TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_to_do) {
@@ -260,9 +204,7 @@ TEST_F(server_process_test, a_binding_without_descriptors_fails) {
 
 TEST_F(server_process_test, a_process_that_takes_no_client_is_a_running_server) {
     mkdir(scratch_.sockets().c_str(), 0700);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (scratch_.sockets() + "/full").copy(address.sun_path, sizeof address.sun_path - 1);
+    const sockaddr_un address = unix_address(scratch_.sockets() + "/full");
     const int server = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     ASSERT_EQ(listen(server, 0), 0);
@@ -304,7 +246,7 @@ TEST_F(server_process_test, a_command_of_a_pipeline_is_sent_while_the_next_line_
     ASSERT_NE(batch, nullptr);
     fputs("timeout set --type 1 --value 300\n", batch);
     fflush(batch);
-    EXPECT_TRUE(eventually([] { return data_of("--connect alpha dev server boot").at("changes") == 1; }));
+    EXPECT_TRUE(eventually([] { return changes_of("alpha") == 1; }));
     EXPECT_EQ(pclose(batch), 0);
 }
 
@@ -316,7 +258,7 @@ TEST_F(server_process_test, an_interrupt_stops_what_is_not_started_and_leaves_a_
 }
 
 TEST_F(server_process_test, an_interrupt_ends_a_batch_that_waits_for_a_line_of_a_named_pipe) {
-    const std::string path = directory_ + "/pipe";
+    const std::string path = scratch_.path() + "/pipe";
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const int lines = open(path.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(write(lines, "status\n", 7), 7);

@@ -1,17 +1,11 @@
 /* natctl as a program: on a terminal, and with standard descriptors that are closed or unusable. */
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <string>
 
 #include "server_process.h"
 #include "tests/support/runtime_directory.h"
