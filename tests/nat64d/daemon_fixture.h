@@ -14,7 +14,6 @@ protected:
         setenv("XDG_STATE_HOME", folder().c_str(), 1);
         write(document_text(count, 100));
     }
-    ~daemon_fixture_t() override { unsetenv("XDG_STATE_HOME"); }
 
     const std::string &folder() const { return directory_.path(); }
     std::string sockets() const { return directory_.sockets(); }

@@ -20,9 +20,8 @@ inline std::string document_text(uint32_t count, uint32_t edition) {
     for (uint32_t i = 1; i <= count; ++i) {
         const std::string id = std::to_string(i);
         const std::string address = address_in(10, i);
-        text.append("pool add --id ").append(id).append(" --param 1 --start ").append(address);
-        text.append(" --end ").append(address).append("\nsmapping add --id ").append(id);
-        text.append(" --addr1 ").append(address_in(20, i)).append(" --addr2 ").append(address_in(30, i)).append("\n");
+        text += "pool add --id " + id + " --param 1 --start " + address + " --end " + address;
+        text += "\nsmapping add --id " + id + " --addr1 " + address_in(20, i) + " --addr2 " + address_in(30, i) + '\n';
         text += "mapt bmr add --rule " + id + " --domain 1 --v4 " + address_in(40, i) + "/32";
         const std::string high = std::to_string(i / 10000);
         text += " --v6 2001:db8:" + high + ":" + std::to_string(i % 10000) + "::/64\n";

@@ -6,7 +6,6 @@
  *     daemon_drill answers RULES     measures how long scrapes wait while nat64d sends RULES rules
  */
 #include <cstdio>
-#include <cstdlib>
 
 #include "config/load.h"
 #include "config/notation.h"
@@ -15,21 +14,17 @@
 #include "tests/nat64d/documents.h"
 #include "tests/nat64d/process.h"
 #include "tests/support/runtime_directory.h"
+#include "tests/support/stopwatch.h"
 #include "tests/tools/server_process.h"
 
 namespace nat64 = fwx::nat64;
 
 namespace {
 
-using clock_type = std::chrono::steady_clock;
 constexpr double longest_absence_s = 2;
 constexpr double longest_replay_s = 2;
 constexpr double longest_answer_s = 0.1; /* of a release build on an idle machine */
 constexpr long long grown_kib = 8192;    /* allowed growth of the heap between a tenth of the kills and the end */
-
-double seconds_since(clock_type::time_point begin) {
-    return std::chrono::duration<double>(clock_type::now() - begin).count();
-}
 
 [[noreturn]] void fail(const std::string &what, const daemon_process_t &daemon) {
     std::fprintf(stderr, "%s\n%s\n", what.c_str(), daemon.log().c_str());
@@ -70,7 +65,7 @@ int drill(uint64_t kills, uint32_t count) {
     double longest_absence = 0;
     double longest_replay = 0;
     long long kib = 0;
-    long fds = 0;
+    size_t fds = 0;
     clock_type::time_point edited = clock_type::now();
     /* Edits the document once a second until the condition is true. Returns the seconds that it took. */
     const auto wait_for = [&](const std::string &what, double most_s, auto condition) {
@@ -109,15 +104,15 @@ int drill(uint64_t kills, uint32_t count) {
         server.end(SIGKILL);
     }
     const long long end_kib = resident_kib(daemon.pid());
-    long end_fds = 0;
+    size_t end_fds = 0;
     const bool are_closed = eventually([&] { /* those of the last channel are closed in the background */
                                              end_fds = daemon.descriptors();
                                              return end_fds <= fds + 1;
     });
     const json_t status = daemon_process_t::status();
     std::printf(
-        "%llu kills, %u items: found within %.2f s, replayed within %.2f s, %s edits; %lld KiB then %lld, %ld "
-        "descriptors then %ld\n",
+        "%llu kills, %u items: found within %.2f s, replayed within %.2f s, %s edits; %lld KiB then %lld, %zu "
+        "descriptors then %zu\n",
         static_cast<unsigned long long>(kills), 3 * count + 1, longest_absence, longest_replay,
         status["edits"].dump().c_str(), kib, end_kib, fds, end_fds);
     if (end_kib > kib + grown_kib || !are_closed) fail("it has grown", daemon);
@@ -130,10 +125,9 @@ int measure_answers(uint32_t count) {
     setenv("XDG_STATE_HOME", directory.path().c_str(), 1);
     std::string text;
     for (uint32_t i = 0; i < count; ++i) {
-        char line[128];
-        snprintf(line, sizeof line, "mapt bmr add --rule %u --domain 1 --v4 %s/32 --v6 2001:%x:%x::/48\n", i + 1,
-                 address_in(40, i).c_str(), 0xdb8 + i / 65536, i % 65536);
-        text += line;
+        const std::string v6 = "2001:db8:" + std::to_string(i / 10000) + ':' + std::to_string(i % 10000) + "::/64\n";
+        text +=
+            "mapt bmr add --rule " + std::to_string(i + 1) + " --domain 1 --v4 " + address_in(40, i) + "/32 --v6 " + v6;
     }
     const std::string document = directory.path() + "/document";
     replace_file(document, document_text(1, 1));

@@ -10,6 +10,7 @@
 #include "net/json.h"
 #include "tests/nat64d/program.h"
 #include "tests/support/child.h"
+#include "tests/support/descriptor_limit.h"
 #include "tests/support/eventually.h"
 #include "tools/daemon_socket.h"
 
@@ -43,11 +44,7 @@ public:
         return state.find(") S ") != std::string::npos;
     }
     /** The number of its open descriptors. */
-    long descriptors() const {
-        std::error_code failed;
-        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid()) + "/fd", failed);
-        return std::distance(entries, std::filesystem::directory_iterator());
-    }
+    size_t descriptors() const { return open_descriptors(std::to_string(pid())); }
     /** Sends a signal, unless `number` is 0, and waits for the end; after 60 seconds kills it. Returns the exit status,
      * or -1 if a signal killed it. */
     int end(int number) {

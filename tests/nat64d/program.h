@@ -5,10 +5,8 @@
 #include <arpa/inet.h>
 #include <sys/prctl.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <string>
 #include <vector>
 
 #include "tests/support/eventually.h"
