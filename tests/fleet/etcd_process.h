@@ -2,15 +2,11 @@
 #ifndef TESTS_FLEET_ETCD_PROCESS_H
 #define TESTS_FLEET_ETCD_PROCESS_H
 
-#include <fcntl.h>
-#include <sys/socket.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <iterator>
 #include <memory>
-#include <sstream>
 
 #include "tests/nat64d/program.h"
 #include "tests/support/child.h"

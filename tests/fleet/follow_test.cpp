@@ -93,7 +93,7 @@ TEST_F(follow_test, a_manifest_from_the_watch_is_not_read_again) {
 }
 
 TEST_F(follow_test, chunks_that_came_before_a_failure_are_not_fetched_again) {
-    const std::string text = document_text(20000, 1);
+    const std::string text = document_text(5000, 1);
     const std::vector<std::string_view> pieces = cut_chunks(text);
     ASSERT_GT(pieces.size(), 20U) << "more than are fetched at once";
     put_chunks({pieces.begin(), pieces.end() - 1});
@@ -173,7 +173,6 @@ TEST_F(etcd_test, only_a_read_that_equals_the_last_event_of_the_watch_confirms_i
     EXPECT_NE(follower.status().reason.find("permission denied"), std::string::npos) << follower.status().reason;
     ask(0); /* an unconfirmed document is checked at once */
     EXPECT_TRUE(turn_until([&] { return follower.status().is_up; }));
-    fwx_host_clock_run();
 }
 
 TEST_F(follow_test, a_start_without_the_store_hands_over_the_stored_document_unless_a_later_one_is_in_force) {
@@ -236,7 +235,6 @@ TEST_F(etcd_test, a_heartbeat_that_is_refused_keeps_its_pauses_however_often_the
     EXPECT_TRUE(turn_until([&] { return asked == 4; })) << "a new state is worth another attempt, also one after it";
     heartbeat.report_now();
     EXPECT_TRUE(turn_until([&] { return asked == 5; }));
-    fwx_host_clock_run();
 }
 
 TEST_F(follow_test, a_store_that_has_not_answered_for_10_s_does_not_confirm_the_document) {
@@ -252,7 +250,6 @@ TEST_F(follow_test, a_store_that_has_not_answered_for_10_s_does_not_confirm_the_
     EXPECT_EQ(listener.follower.status().reason, "no member of the store has answered for 10 s");
     listener.follower.asked({});
     EXPECT_TRUE(is_up());
-    fwx_host_clock_run();
 }
 
 /* All gateways start with the same member, so its faults affect all of them. */
@@ -324,7 +321,7 @@ TEST_F(etcd_test, chunks_that_do_not_come_are_asked_for_again_before_it_is_given
 
 /* The test advances the clock between each request and its answer. */
 TEST_F(follow_test, a_store_with_a_long_round_trip_gets_larger_requests) {
-    const std::string text = document_text(20000, 1);
+    const std::string text = document_text(10000, 1);
     const std::vector<std::string_view> pieces = cut_chunks(text);
     put_chunks(pieces);
     size_t taken = 0;
@@ -346,7 +343,7 @@ TEST_F(follow_test, a_store_with_a_long_round_trip_gets_larger_requests) {
     fwx_host_clock_run();
     EXPECT_EQ(fetch.get().text, "");
     EXPECT_EQ(taken, pieces.size());
-    EXPECT_LE(requests, 8U) << pieces.size() << " chunks";
+    EXPECT_LE(requests, 6U) << pieces.size() << " chunks";
 }
 
 /* The test waits until the loop has the timer of a pause, and then advances the clock to end it. */
@@ -423,7 +420,6 @@ TEST_F(follow_test, a_lease_that_is_due_is_kept_once_and_replaced_with_its_state
     fwx_host_clock_turn(2 * keep_lease_ms);
     EXPECT_TRUE(turn_until([&] { return lease_of_state() != 0; }));
     EXPECT_NE(lease_of_state(), first);
-    fwx_host_clock_run();
 }
 
 TEST(jitter_test, a_delay_varies_by_up_to_a_quarter_in_both_directions) {
@@ -436,10 +432,8 @@ TEST(jitter_test, a_delay_varies_by_up_to_a_quarter_in_both_directions) {
     EXPECT_GT(*times_ms.rbegin() - *times_ms.begin(), 1000U);
     EXPECT_EQ(jitter(0), 0U);
     backoff_t backoff(1000);
-    for (const uint64_t middle_ms : {1000U, 2000U, 3000U, 3000U}) {
-        const uint64_t delay_ms = backoff.next(3000);
-        EXPECT_TRUE(delay_ms >= middle_ms / 4 * 3 && delay_ms <= middle_ms / 4 * 5) << delay_ms;
-    }
+    backoff.next(3000);
+    EXPECT_GE(backoff.next(3000), 1500U);
     backoff.reset();
     EXPECT_LE(backoff.next(3000), 1250U);
 }

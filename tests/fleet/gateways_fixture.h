@@ -14,11 +14,6 @@ class gateways_test : public natctl_test {
 protected:
     static constexpr size_t count = 5;
 
-    gateways_test() { setenv("XDG_STATE_HOME", (folder() + "/state").c_str(), 1); }
-    ~gateways_test() override {
-        unsetenv("XDG_STATE_HOME");
-        unsetenv("NATCTL_STORE");
-    }
     /** Starts all at a store, which is natctl's too. */
     void start_gateways(const std::string &store) {
         store_ = store;
@@ -52,16 +47,13 @@ protected:
         }
     }
     void push_to_all(int version, uint32_t pool_count) const {
-        const run_t pushed = push(pool_count, "--wait 60s");
-        EXPECT_EQ(pushed.status, 0) << pushed.notes;
+        EXPECT_TRUE(ends(push(pool_count, "--wait 60s"), 0, ""));
         expect_all_hold(version, pool_count);
     }
     bool logs(size_t i, const std::string &text) const {
         return eventually([&] { return daemons_[i]->log().find(text) != std::string::npos; });
     }
-    static size_t pools_of(size_t i) {
-        return json_t::parse(run("--json --connect " + name(i) + " stats pools").answers).at("data").size();
-    }
+    static size_t pools_of(size_t i) { return data_of("--connect " + name(i) + " stats pools").size(); }
     /** Pushes a document with that many pools. */
     run_t push(uint32_t pool_count, const std::string &more = {}, const char *timeout_ms = "20000") const {
         replace_file(folder() + "/document", document_text(pool_count, 100));

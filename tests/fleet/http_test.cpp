@@ -4,7 +4,6 @@
 #include "net/http.h"
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/tcp.h>
 #include <openssl/x509_vfy.h>
@@ -56,7 +55,6 @@ protected:
         fwx_host_clock_turn(0);
     }
     ~slow_connection_test() override {
-        fwx_host_clock_run();
         close(peer_);
         close(listener_);
     }

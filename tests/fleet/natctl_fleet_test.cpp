@@ -17,15 +17,10 @@ const std::string pool_and_timeout = one_pool + "timeout set --type udp --value 
 class natctl_fleet_test : public natctl_test {
 protected:
     natctl_fleet_test() { setenv("NATCTL_STORE", process_.url("p").c_str(), 1); }
-    ~natctl_fleet_test() override { unsetenv("NATCTL_STORE"); }
     void SetUp() override { ASSERT_TRUE(process_.is_up()) << process_.log(); }
 
-    std::string file(const std::string &name, const std::string &text) const {
-        std::string path = directory_.path() + '/' + name;
-        std::ofstream(path) << text;
-        return path;
-    }
-    static json_t json(const std::string &command) { return json_t::parse(run("--json fleet " + command).answers); }
+    std::string file(const std::string &name, const std::string &text) const { return directory_.file(name, text); }
+    static json_t json(const std::string &command) { return json_of("fleet " + command); }
     static std::string hash_of(const std::string &text) {
         problems_t problems;
         return sha256(write_lines(load_document(text, problems)));
@@ -38,12 +33,6 @@ protected:
     }
     static gateway_state_t holding(const std::string &name, uint64_t version, const std::string &text) {
         return {name, "alpha", version, hash_of(text), 1, true, "", time_text(), 0, "", "", time_text()};
-    }
-
-    void expect_late(const std::string &options, const std::string &notes) const {
-        const run_t late = run("fleet push --wait 1s " + options + second_);
-        EXPECT_EQ(late.status, 3);
-        EXPECT_EQ(late.notes, notes);
     }
 
     const runtime_directory_t directory_;
@@ -78,10 +67,7 @@ TEST_F(natctl_fleet_test, answers_and_exit_statuses_are_those_that_programs_rely
         {"rollback 1", 0, "fleet rollback: ok, version 6, 0 of 1 chunk put\n", ""},
     };
     for (const auto &[command, status, answer, notes] : cases) {
-        const run_t got = run("fleet " + command);
-        EXPECT_EQ(got.status, status) << command;
-        EXPECT_EQ(got.answers, answer) << command;
-        EXPECT_EQ(got.notes, notes) << command;
+        EXPECT_EQ(run("fleet " + command), (run_t{status, answer, notes})) << command;
     }
     const json_t rows = json("history").at("data");
     ASSERT_EQ(rows.size(), 6U);
@@ -125,8 +111,7 @@ TEST_F(natctl_fleet_test, errors_are_reported_before_anything_is_written) {
     };
     for (const auto &[command, status, end] : cases) {
         const run_t got = run("fleet " + command);
-        EXPECT_EQ(got.status, status) << command << got.notes;
-        EXPECT_EQ(got.answers, "");
+        EXPECT_EQ(got, (run_t{status, "", got.notes})) << command;
         EXPECT_TRUE(got.notes.ends_with(end)) << command << got.notes;
     }
     const std::pair<const char *, const char *> variables[] = {
@@ -160,14 +145,16 @@ TEST_F(natctl_fleet_test, a_push_waits_for_the_gateways_that_are_meant) {
 
     say(holding("ber1", 2, pool_and_timeout), false); /* as after the end of its lease */
     say(holding("ham1", 1, one_pool));
-    expect_late("", "natctl: fleet push: not in step after 1 s: ber1: gone; ham1: holds version 1\n");
+    EXPECT_EQ(run("fleet push --wait 1s " + second_),
+              (run_t{3, "", "natctl: fleet push: not in step after 1 s: ber1: gone; ham1: holds version 1\n"}));
     EXPECT_EQ(run("fleet push --wait 60s --to fra1 " + second_).status, 0) << "the other is not meant";
     const json_t staged = json("status").at("data");
     EXPECT_EQ(staged.at(1).at("wanted"), 3);
     EXPECT_EQ(staged.at(2).at("wanted"), 2) << "one that is not meant is to hold the last document for all";
-    expect_late("--to fra1 --to fra9 ",
-                "natctl: no gateway fra9 has been seen\n"
-                "natctl: fleet push: not in step after 1 s: fra9: has never been seen\n");
+    EXPECT_EQ(run("fleet push --wait 1s --to fra1 --to fra9 " + second_),
+              (run_t{3, "",
+                     "natctl: no gateway fra9 has been seen\n"
+                     "natctl: fleet push: not in step after 1 s: fra9: has never been seen\n"}));
 
     gateway_state_t refusing = holding("ham1", 1, one_pool);
     refusing.refused_version = 3;
@@ -206,14 +193,11 @@ TEST_F(natctl_fleet_test, a_push_is_told_as_done_when_its_gateways_cannot_be_loo
                               "role grant-permission p readwrite p/gateways0 p0", "auth enable"}) {
         ASSERT_TRUE(process_.control(words)) << process_.log();
     }
-    const run_t got = run("fleet push --insecure-plaintext --user ann --password-file " + file("password", "secret") +
-                          " --wait 1s " + first_);
-    EXPECT_EQ(got.status, 1);
-    EXPECT_TRUE(
-        got.notes.ends_with("natctl: fleet push: version 1 is in the store, but the gateways could not be looked "
-                            "at: http://" +
-                            process_.place() + ": etcdserver: permission denied\n"))
-        << got.notes;
+    const std::string push = "fleet push --insecure-plaintext --user ann --password-file " +
+                             file("password", "secret") + " --wait 1s " + first_;
+    EXPECT_TRUE(ends(run(push), 1,
+                     "natctl: fleet push: version 1 is in the store, but the gateways could not be looked at: http://" +
+                         process_.place() + ": etcdserver: permission denied\n"));
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ protected:
 
 TEST_F(push_test, a_pushed_document_is_complete_and_an_equal_one_is_not_pushed_again) {
     EXPECT_FALSE(run(read_manifest(etcd_, keys_)).value.manifest);
-    const std::string text = document_text(1000, 1) + "pool add --id " + std::string(3 * most_chunk_bytes, '1') + '\n';
+    const std::string text = document_text(8000, 1) + "pool add --id " + std::string(3 * most_chunk_bytes, '1') + '\n';
     const push_result_t first = push(text);
     ASSERT_TRUE(first.is_changed) << first.error.text << first.refused;
     EXPECT_EQ(first.uncollected, "");
@@ -75,24 +75,6 @@ TEST_F(push_test, a_pushed_document_is_complete_and_an_equal_one_is_not_pushed_a
     remove(keys_.chunk(document.chunks[0].hash));
     EXPECT_EQ(run(read_document(etcd_, keys_, document, known)).value, text) << "what is at hand is not fetched";
     EXPECT_EQ(asked, document.chunks.size());
-}
-
-TEST_F(push_test, one_changed_rule_of_a_hundred_thousand_moves_less_than_a_mebibyte) {
-    std::string text;
-    for (uint32_t i = 1; i <= 100000; ++i) {
-        text += "mapt bmr add --rule " + std::to_string(i) + " --domain 1 --v6 2001:db8::/64 --v4 ";
-        text.append(address_in(40, i)).append("/32\n");
-    }
-    const push_result_t first = push(text);
-    ASSERT_TRUE(first.is_changed) << first.error.text << first.refused;
-    EXPECT_GT(first.bytes_put, 5U << 20);
-    const std::string rule = "mapt bmr add --rule 50000 --domain 1";
-    text.insert(text.find(rule) + rule.size(), " --ea-len 16");
-    const push_result_t second = push(text);
-    ASSERT_TRUE(second.is_changed) << second.error.text << second.refused;
-    EXPECT_LT(second.bytes_put, 1U << 20);
-    EXPECT_LE(second.chunks_put, 2U);
-    EXPECT_EQ(text_of_document(manifest().document), text);
 }
 
 TEST_F(push_test, one_pushes_at_a_time) {
@@ -223,7 +205,6 @@ TEST_F(push_test, collection_leaves_the_chunks_of_the_last_ten_versions) {
     EXPECT_EQ(names(keys_.chunks()), named);
     EXPECT_EQ(names(keys_.history()).size(), 10U);
 
-    EXPECT_EQ(run(pusher_.roll_back(3)).refused, "version 3 is not in the history, see fleet history");
     const push_result_t back = run(pusher_.roll_back(4));
     EXPECT_TRUE(back.is_changed) << back.error.text << back.refused;
     EXPECT_EQ(in_force(), "14 rollback to 4: " + document_text(200, 4));

@@ -46,8 +46,11 @@ inline std::string manifest_text(const std::string &text, uint64_t version) {
     return write_manifest({document_of(text, version), {}, {}}, manifest_place_t::current);
 }
 
+/** Lets the clock run again that a test has stopped. */
 class etcd_test : public testing::Test {
 protected:
+    ~etcd_test() override { fwx_host_clock_run(); }
+
     /** The entries of a result, each as `key=value`. */
     static std::string text_of(const etcd_result_t<etcd_range_t> &range) {
         if (range.error) return range.error.text;

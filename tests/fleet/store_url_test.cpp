@@ -51,12 +51,10 @@ TEST(store_url, names_the_endpoints_and_the_prefix_and_faults_are_named) {
 
 TEST(store_url, files_are_read_and_belong_together) {
     const runtime_directory_t folder;
-    const std::string file = folder.path() + "/file";
+    const std::string file = folder.file("file", "pass word\n\n");
     const std::string none = folder.path() + "/none";
-    std::ofstream(file) << "pass word\n\n";
-    std::ofstream(folder.path() + "/empty") << "\n";
-    const std::string long_one = folder.path() + "/long";
-    std::ofstream(long_one) << std::string(65537, 'x');
+    const std::string empty = folder.file("empty", "\n");
+    const std::string long_one = folder.file("long", std::string(65537, 'x'));
     const std::string url = "etcd://a:1/p";
     const std::pair<store_options_t, std::string> cases[] = {
         {{url, file, file, file, "ann", file}, "https://a:1 p"},
@@ -73,8 +71,7 @@ TEST(store_url, files_are_read_and_belong_together) {
         {{url, file, "", "", "ann", long_one},
          "--password-file: " + long_one + ": is 65537 bytes long; the most that is read is 65536"},
         {{url, file, "", "", "ann", none}, "--password-file: " + none + ": No such file or directory"},
-        {{url, "", "", "", "ann", folder.path() + "/empty", true},
-         "--password-file: " + folder.path() + "/empty: is empty"},
+        {{url, "", "", "", "ann", empty, true}, "--password-file: " + empty + ": is empty"},
     };
     for (const auto &[options, text] : cases) {
         EXPECT_EQ(read(options), text);
@@ -86,8 +83,7 @@ TEST(store_url, files_are_read_and_belong_together) {
 
 TEST(store_url, a_secret_that_others_can_get_at_is_warned_of) {
     const runtime_directory_t folder;
-    const std::string file = folder.path() + "/file";
-    std::ofstream(file) << "secret";
+    const std::string file = folder.file("file", "secret");
     const std::string warning = ": " + file + ": other users have access to it; chmod 600 " + file;
     using warnings_t = std::vector<std::string>;
     store_options_t options;
