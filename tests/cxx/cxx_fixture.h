@@ -147,6 +147,7 @@ protected:
             was_throttled = client->is_throttled();
             got = client->ipalias_upload(ignored);
         }
+        EXPECT_EQ(got.error, fwx::nat64::client_errc::no_room);
         EXPECT_TRUE(was_throttled) << "it shows without a turn of the loop";
         return got;
     }

@@ -382,8 +382,8 @@ TEST_F(etcd_test, a_lease_that_the_store_says_nothing_of_has_not_ended) {
 
 TEST_F(etcd_test, an_event_behind_a_flood_of_lines_without_events_is_given_and_none_beside_one_that_cannot_be_read) {
     std::string flood = watch_opened;
-    for (int i = 0; i < 20000; ++i) { /* more than the stack would hold frames */
-        flood += "{\"result\":{}}\n";
+    for (int i = 0; i < 50000; ++i) {
+        flood += "{\"result\":{\"header\":{\"revision\":\"5\"}}}\n";
     }
     const std::pair<std::string, kind_t> cases[] = {{flood + event_of("YQ==") + "]}}\n", kind_t::none},
                                                     {watch_opened + event_of("YQ==") + ",7]}}\n", kind_t::malformed}};

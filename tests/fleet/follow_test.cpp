@@ -432,8 +432,10 @@ TEST(jitter_test, a_delay_varies_by_up_to_a_quarter_in_both_directions) {
     EXPECT_GT(*times_ms.rbegin() - *times_ms.begin(), 1000U);
     EXPECT_EQ(jitter(0), 0U);
     backoff_t backoff(1000);
-    backoff.next(3000);
-    EXPECT_GE(backoff.next(3000), 1500U);
+    for (const uint64_t middle_ms : {1000U, 2000U, 3000U, 3000U}) {
+        const uint64_t delay_ms = backoff.next(3000);
+        EXPECT_TRUE(delay_ms >= middle_ms / 4 * 3 && delay_ms <= middle_ms / 4 * 5) << delay_ms;
+    }
     backoff.reset();
     EXPECT_LE(backoff.next(3000), 1250U);
 }

@@ -195,9 +195,12 @@ TEST_F(natctl_fleet_test, a_push_is_told_as_done_when_its_gateways_cannot_be_loo
     }
     const std::string push = "fleet push --insecure-plaintext --user ann --password-file " +
                              file("password", "secret") + " --wait 1s " + first_;
-    EXPECT_TRUE(ends(run(push), 1,
-                     "natctl: fleet push: version 1 is in the store, but the gateways could not be looked at: http://" +
-                         process_.place() + ": etcdserver: permission denied\n"));
+    const run_t got = run(push);
+    EXPECT_EQ(got.status, 1);
+    EXPECT_TRUE(got.notes.ends_with(
+        "natctl: fleet push: version 1 is in the store, but the gateways could not be looked at: http://" +
+        process_.place() + ": etcdserver: permission denied\n"))
+        << got.notes;
 }
 
 }  // namespace

@@ -44,6 +44,19 @@ protected:
     }
 };
 
+TEST_F(control_test, a_directory_that_is_a_link_is_neither_listened_in_nor_believed_and_nothing_in_it_is_touched) {
+    const std::string elsewhere = folder() + "/elsewhere";
+    std::filesystem::create_directory(elsewhere);
+    std::filesystem::permissions(elsewhere, std::filesystem::perms::owner_all);
+    std::ofstream(elsewhere + "/.nat64d.alpha") << "precious";
+    std::filesystem::create_symlink(elsewhere, sockets());
+    daemon_process_t daemon(folder());
+    EXPECT_EQ(daemon.end(0), 2);
+    EXPECT_NE(daemon.log().find("socket directory is not this user's alone"), std::string::npos) << daemon.log();
+    EXPECT_EQ(text_of(elsewhere + "/.nat64d.alpha"), "precious");
+    EXPECT_TRUE(ends(run("--connect alpha daemon status"), 4, "socket directory is not this user's alone"));
+}
+
 TEST_F(control_test, of_two_that_start_together_one_has_the_socket_and_keeps_it) {
     for (int i = 0; i < 5; ++i) {
         /* The socket of a dead nat64d remains, and both try to replace it. */

@@ -286,7 +286,7 @@ TEST_F(daemon_test, all_errors_of_a_document_are_counted_the_first_are_named_and
 }
 
 TEST_F(daemon_test, an_edit_outlives_a_server_that_dies_in_the_middle_of_it_and_can_be_replaced_there) {
-    constexpr uint32_t many = 1000;
+    constexpr uint32_t many = 3000;
     start();
     write_and_meet(document_text(many, 100));
     ASSERT_TRUE(as_other_client([](fwx::nat64::client &client) {
@@ -297,7 +297,7 @@ TEST_F(daemon_test, an_edit_outlives_a_server_that_dies_in_the_middle_of_it_and_
     EXPECT_EQ(value_of(daemon_->get("/metrics"), "nat64_lookup_rules"), std::to_string(many + 1));
     write_and_meet(document_text(2 * many, 100));
     server_->end(SIGKILL);
-    expect_status({{"server_up", false}});
+    expect_status({{"server_up", false}, {"edits", 1}});
     EXPECT_EQ(value_of(daemon_->get("/metrics"), "nat64_commands_outstanding"), "0")
         << "they were lost with the server";
     server_.emplace();
@@ -314,7 +314,7 @@ TEST_F(daemon_test, a_document_that_is_refused_after_the_next_one_was_offered_is
     start();
     ASSERT_TRUE(others_add_pool(9000, "192.0.2.1"));
     const std::string refused =
-        document_text(1000, 100) + "pool add --id 9001 --param 1 --start 192.0.2.1 --end 192.0.2.1\n";
+        document_text(3000, 100) + "pool add --id 9001 --param 1 --start 192.0.2.1 --end 192.0.2.1\n";
     write_and_meet(refused);
     write(document_text(count, 200));
     expect_status({{"edits", 1}, {"refusals", 1}});
@@ -325,7 +325,7 @@ TEST_F(daemon_test, a_document_that_is_refused_after_the_next_one_was_offered_is
     EXPECT_TRUE(has(refused_reason(), "line 1: ")) << refused_reason();
 }
 
-TEST_F(daemon_test, a_document_behind_a_symbolic_link_is_watched_where_it_stands_and_may_be_empty) {
+TEST_F(daemon_test, a_document_behind_a_symbolic_link_is_watched_where_it_stands_and_may_have_no_item) {
     server_.emplace();
     std::filesystem::create_directory(folder() + "/real");
     std::filesystem::create_symlink(folder() + "/real/document", folder() + "/link");
@@ -334,6 +334,9 @@ TEST_F(daemon_test, a_document_behind_a_symbolic_link_is_watched_where_it_stands
     expect_status({{"in_step", true}, {"items", 0}});
     replace_file(folder() + "/real/document", document_text(count, 100) + "limit add --type sessions --value 9\n");
     expect_status({{"items", items + 1}});
+    replace_file(folder() + "/real/document", ""); /* as a writer that has failed leaves it */
+    expect_status({{"refusals", 1}, {"items", items + 1}});
+    EXPECT_EQ(daemon_->end(SIGTERM), 0);
 }
 
 TEST_F(daemon_test, what_it_was_about_to_add_before_it_died_is_its_own_after_a_restart) {

@@ -66,6 +66,7 @@ TEST_F(explain_test, of_rules_that_share_an_address_the_one_whose_ports_have_it_
     EXPECT_TRUE(ends(run("mapt explain 192.0.2.18:1032" + file), 2, "port 1032: must be of PSID 1"));
     EXPECT_TRUE(ends(run("mapt explain 192.0.2.18" + file), 2, "a port is needed, as 2 rules share the address"));
     EXPECT_TRUE(json_of("mapt explain 192.0.2.18" + file).at("code").is_null());
+    EXPECT_TRUE(json_of("mapt explain 192.0.2.18:1032" + file).at("code").is_null());
 }
 
 TEST_F(explain_test, prefixes_hold_addresses) {

@@ -183,6 +183,16 @@ TEST_F(server_process_test, a_server_says_that_it_serves_in_the_format_that_is_a
     EXPECT_EQ(server.answers.substr(0, server.answers.find('\n')), R"({"command":"serve","serving":"alpha"})");
 }
 
+TEST_F(server_process_test, a_rule_that_another_client_has_installed_is_refused_and_not_kept_here) {
+    const server_process_t server;
+    const std::string rule = "mapt bmr add --rule 5 --domain 6 --v6 2001:db8::/40 --v4 192.0.2.0/24";
+    EXPECT_EQ(run("--connect alpha " + rule).status, 0);
+    const json_t outcomes = outcomes_of(rule + "\nmapt show\n", "--connect alpha");
+    EXPECT_EQ(outcomes.at(0).at("error"), "refused by the server: the server has this entry already (0x6004)");
+    EXPECT_EQ(outcomes.at(1).at("data").at("installed"), 0);
+    EXPECT_EQ(outcomes.at(1).at("data").at("leaves"), 0);
+}
+
 TEST_F(server_process_test, a_binding_that_fails_says_where_it_looked_and_what_to_do) {
     const server_process_t server;
     const run_t result = run("--connect beta status");
