@@ -170,14 +170,14 @@ TEST_F(shm_ring_test_t, a_reader_that_goes_back_or_too_far_or_by_parts_breaks_th
 TEST_F(shm_ring_test_t,
        a_position_that_the_reader_tells_counts_when_it_is_ahead_and_breaks_the_ring_when_it_cannot_be) {
     used_ring_t used;
-    EXPECT_FALSE(used.writer_.hear(0));
-    EXPECT_FALSE(used.writer_.hear(64));
-    EXPECT_TRUE(used.writer_.hear(128));
+    EXPECT_FALSE(used.writer_.note_read(0));
+    EXPECT_FALSE(used.writer_.note_read(64));
+    EXPECT_TRUE(used.writer_.note_read(128));
     EXPECT_TRUE(used.writer_.is_read(128));
     EXPECT_FALSE(used.writer_.is_broken());
     for (const uint32_t index : {129u, 256u, 0x7fffff80u}) {
         used_ring_t other;
-        EXPECT_TRUE(other.writer_.hear(index));
+        EXPECT_TRUE(other.writer_.note_read(index));
         EXPECT_TRUE(other.writer_.is_broken()) << index;
     }
 }

@@ -155,7 +155,7 @@ received_t shm_link_t::front() {
     if (!to_client_.has_record()) return {};
     oldest_ = to_client_.front();
     if (to_client_.is_broken()) return {};
-    if (to_server_.hear(oldest_.tag)) {
+    if (to_server_.note_read(oldest_.tag)) {
         if (to_server_.is_broken()) to_client_.give_up();
         report_taken();
         return {};

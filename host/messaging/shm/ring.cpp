@@ -62,7 +62,7 @@ void shm_writer_t::commit_with(uint32_t tag) {
     committed_ = written_;
 }
 
-bool shm_writer_t::hear(uint32_t read) {
+bool shm_writer_t::note_read(uint32_t read) {
     if (is_read(read)) return false;
     accept(read);
     return true;

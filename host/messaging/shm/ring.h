@@ -69,7 +69,7 @@ public:
     /** Looks how far the reader has come. */
     void refresh() { accept(ring_.read.load(std::memory_order_acquire)); }
     /** Takes a position that the reader gave in another way. Returns true when that was ahead of what is known. */
-    bool hear(uint32_t read);
+    bool note_read(uint32_t read);
     /** Whether the reader has come further since. */
     bool has_update() const { return ring_.read.load(std::memory_order_acquire) != read_; }
     /** Whether the reader has come, as far as is known, to a position returned earlier. */
