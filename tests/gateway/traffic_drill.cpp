@@ -1,4 +1,4 @@
-/* Packets through the gateway at length: many sessions, packets of every size, long transfers while it is disturbed. */
+/* Packets through the gateway at length: many clients, packets of every size, long transfers while it is disturbed. */
 #include <atomic>
 #include <set>
 #include <thread>
@@ -9,6 +9,36 @@
 namespace {
 
 using drill = gateway_fixture_t;
+
+TEST_F(drill, two_hundred_clients_at_once_are_answered_and_counted) {
+    constexpr size_t client_count = 200;
+    serve_with_pool();
+    const socket_t listener = at_server(SOCK_STREAM, 7);
+    listen(listener.fd(), client_count);
+    const clock_type::time_point begin = clock_type::now();
+    std::vector<socket_t> callers;
+    std::vector<socket_t> called;
+    for (size_t i = 0; i < client_count; ++i) {
+        callers.push_back(from_client(SOCK_STREAM));
+        static_cast<void>(callers.back().connects(to_server(7), 0));
+    }
+    for (size_t i = 0; i < client_count; ++i) {
+        called.push_back(listener.accepted());
+    }
+    for (size_t i = 0; i < client_count; ++i) {
+        ASSERT_TRUE(callers[i].send("client " + std::to_string(i)));
+    }
+    for (const socket_t &each : called) {
+        ASSERT_TRUE(each.send(each.receive() + "!"));
+    }
+    for (size_t i = 0; i < client_count; ++i) {
+        EXPECT_EQ(callers[i].receive(), "client " + std::to_string(i) + "!");
+    }
+    const double took_s = seconds_since(begin);
+    EXPECT_EQ(ask("stats pools").second["data"][0]["sessions"], client_count);
+    EXPECT_EQ(listed_sessions(), client_count);
+    std::printf("%zu clients at once were answered in %.2f s\n", client_count, took_s);
+}
 
 TEST_F(drill, udp_of_every_size_passes_both_ways_and_errors_come_back) {
     serve_with_pool();
