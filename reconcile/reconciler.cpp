@@ -5,7 +5,7 @@
 #include "reconcile/reconciler.h"
 
 #include <algorithm>
-#include <set>
+#include <iterator>
 
 #include "config/load.h"
 #include "reconcile/background.h"
@@ -83,21 +83,19 @@ nat64::task<bool> reconciler_t::assume_known(const versions_t &versions) {
 nat64::task<size_t> reconciler_t::follow_rules() {
     constexpr size_t rules_a_turn = 4096; /* take some milliseconds */
     if (!std::exchange(has_new_rules_, false)) co_return 0;
+    const auto by_name = [](const fwx_mapt_rule_hash_elem_t &rule) { return name_of(rule.rule); };
+    std::vector<fwx_mapt_rule_hash_elem_t> rules = std::move(server_.rules);
+    std::ranges::sort(rules, {}, by_name);
+    std::vector<fwx_mapt_rule_hash_elem_t> gone;
+    std::ranges::set_difference(rules_.rules(), rules, std::back_inserter(gone), {}, by_name, by_name);
     size_t failed = 0;
     size_t steps = 0;
-    std::set<rule_name_t> names;
-    const std::vector<fwx_mapt_rule_hash_elem_t> rules = std::move(server_.rules);
     for (const fwx_mapt_rule_hash_elem_t &rule : rules) {
-        names.insert(name_of(rule.rule));
         if (rules_.found(rule) != 0) ++failed;
         if (++steps % rules_a_turn == 0) co_await next_turn_t(loop_);
     }
-    std::vector<fwx_nat64_mapt_bmr_t> gone;
-    for (const auto &[name, rule] : rules_.rules()) {
-        if (names.count(name) == 0) gone.push_back(rule.rule);
-    }
-    for (const fwx_nat64_mapt_bmr_t &rule : gone) {
-        if (rules_.missed(rule) != 0) ++failed;
+    for (const fwx_mapt_rule_hash_elem_t &rule : gone) {
+        if (rules_.missed(rule.rule) != 0) ++failed;
         if (++steps % rules_a_turn == 0) co_await next_turn_t(loop_);
     }
     co_return failed;

@@ -4,6 +4,7 @@
  */
 #include "reconcile/rule_book.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "fwx_nat64/result.h"
@@ -12,12 +13,27 @@
 
 namespace {
 
-uint64_t leading_bits(const uint8_t *bytes, size_t count, uint8_t length) {
+rule_key_t key_of(const rule_name_t &name) {
+    return {uint64_t{name.first} << 32 | name.second, 0};
+}
+rule_key_t name_key_of(const fwx_nat64_mapt_bmr_t &rule) {
+    return key_of(name_of(rule));
+}
+
+/** The first `length` bits. */
+template <size_t size>
+rule_key_t key_of(const uint8_t (&bytes)[size], uint8_t length) {
     uint64_t bits = 0;
-    for (size_t i = 0; i < sizeof bits; ++i) {
-        bits = bits << 8 | (i < count ? bytes[i] : 0);
+    for (const uint8_t byte : bytes) {
+        bits = bits << 8 | byte;
     }
-    return length == 0 ? 0 : bits >> (64 - length) << (64 - length);
+    return {length == 0 ? 0 : bits >> (8 * size - length), length};
+}
+rule_key_t v4_key_of(const fwx_nat64_mapt_bmr_t &rule) {
+    return key_of(rule.v4_prefix, rule.v4_prefix_len);
+}
+rule_key_t v6_key_of(const fwx_nat64_mapt_bmr_t &rule) {
+    return key_of(rule.v6_prefix, rule.v6_prefix_len);
 }
 
 uint32_t first_of(uint32_t code, uint32_t next) {
@@ -30,6 +46,8 @@ bool is_done(const fwx::nat64::rule_result &got) {
 
 }  // namespace
 
+rule_book_t::rule_book_t() : by_name_(rules_, name_key_of), by_v4_{{rules_, v4_key_of}}, by_v6_{{rules_, v6_key_of}} {}
+
 rule_verdict_t rule_book_t::answered(const rule_change_t &change, const fwx::nat64::rule_result &got) {
     if (is_done(got)) return {true, done(change, static_cast<uint32_t>(got.table.value()), got.bmr_index)};
     const bool is_gone = change.op == FWX_NAT64_OP_DEL && got.code() == FWX_NAT64_MODEL_ERR_NO_ENTRY;
@@ -39,20 +57,6 @@ rule_verdict_t rule_book_t::answered(const rule_change_t &change, const fwx::nat
 rule_verdict_t rule_book_t::answered(const default_change_t &change, const fwx::nat64::rule_result &got) {
     if (is_done(got)) done(change);
     return {is_done(got), 0};
-}
-
-size_t rule_book_t::prefix_hash_t::operator()(const prefix_t &prefix) const noexcept {
-    const auto [version, length, bits] = prefix;
-    const uint64_t number = length == 0 ? 0 : bits >> (64 - length);
-    return number + (static_cast<uint64_t>(version) << 8 | length) * 0x9e3779b97f4a7c15;
-}
-
-rule_book_t::prefix_t rule_book_t::v4_of(const fwx_nat64_mapt_bmr_t &rule) {
-    return {4, rule.v4_prefix_len, leading_bits(rule.v4_prefix, sizeof rule.v4_prefix, rule.v4_prefix_len)};
-}
-
-rule_book_t::prefix_t rule_book_t::v6_of(const fwx_nat64_mapt_bmr_t &rule) {
-    return {6, rule.v6_prefix_len, leading_bits(rule.v6_prefix, sizeof rule.v6_prefix, rule.v6_prefix_len)};
 }
 
 bool rule_book_t::adding(const rule_change_t &change) {
@@ -71,7 +75,7 @@ uint32_t rule_book_t::done(const rule_change_t &change, uint32_t table_code, uin
     if (pending == pending_.end()) return 0; /* a delete was sent while its add was outstanding */
     const bool is_lost = !pending->second;
     pending_.erase(pending);
-    const bool is_installed = table_code == 0 && !is_lost && installed_.count(name_of(change.rule)) == 0;
+    const bool is_installed = table_code == 0 && !is_lost && rule(name_of(change.rule)) == nullptr;
     if (is_installed) {
         enter({change.rule, bmr_index});
         return 0;
@@ -86,8 +90,8 @@ uint32_t rule_book_t::failed(const rule_change_t &change) {
     if (pending_.erase(name_of(change.rule)) == 0) return 0;
     /* The table deletes the pending rule first and keeps an installed one of that name, which is on the server. But
      * take_out removes that one from the book, so it is installed again. */
-    const auto found = installed_.find(name_of(change.rule));
-    const auto good = found == installed_.end() ? std::nullopt : std::optional(found->second);
+    const auto *found = rule(name_of(change.rule));
+    const auto good = found == nullptr ? std::nullopt : std::optional(*found);
     const uint32_t code = take_out(change.rule);
     return good ? first_of(code, install(*good)) : code;
 }
@@ -97,63 +101,87 @@ void rule_book_t::done(const default_change_t &change) {
     if (change.op == FWX_NAT64_OP_DEL) defaults_.erase(change.rule.id);
 }
 
-uint32_t rule_book_t::found(const fwx_mapt_rule_hash_elem_t &rule) {
-    const auto known = installed_.find(name_of(rule.rule));
-    if (known == installed_.end()) return install(rule);
-    const auto *held = reinterpret_cast<const uint8_t *>(&known->second.rule);
-    const auto *told = reinterpret_cast<const uint8_t *>(&rule.rule);
-    const bool is_same = known->second.mapt_bmr == rule.mapt_bmr && std::memcmp(held, told, sizeof rule.rule) == 0;
+uint32_t rule_book_t::found(const fwx_mapt_rule_hash_elem_t &told) {
+    const auto *known = rule(name_of(told.rule));
+    if (known == nullptr) return install(told);
+    const auto *held = reinterpret_cast<const uint8_t *>(known);
+    const bool is_same = std::memcmp(held, reinterpret_cast<const uint8_t *>(&told), sizeof told) == 0;
     if (is_same) return 0;
-    const uint32_t code = take_out(rule.rule); /* first, because the table takes a rule once */
-    return first_of(code, install(rule));
+    const uint32_t code = take_out(told.rule); /* first, because the table takes a rule once */
+    return first_of(code, install(told));
 }
 
 void rule_book_t::emptied() {
-    installed_.clear();
-    first_.clear();
-    sharing_.clear();
+    rules_.clear();
+    free_.clear();
+    by_name_.clear();
+    for (prefix_index_t *index : {&by_v4_, &by_v6_}) {
+        index->first.clear();
+        index->sharing.clear();
+    }
     for (auto &[name, is_kept] : pending_) {
         is_kept = false;
     }
 }
 
+const fwx_mapt_rule_hash_elem_t *rule_book_t::rule(const rule_name_t &name) const {
+    const uint32_t *number = by_name_.find(key_of(name));
+    return number == nullptr ? nullptr : &rules_[*number];
+}
+
+std::vector<fwx_mapt_rule_hash_elem_t> rule_book_t::rules() const {
+    std::vector<fwx_mapt_rule_hash_elem_t> rules;
+    rules.reserve(installed());
+    by_name_.for_each([&](uint32_t number) { rules.push_back(rules_[number]); });
+    std::ranges::sort(rules, {}, [](const fwx_mapt_rule_hash_elem_t &rule) { return name_of(rule.rule); });
+    return rules;
+}
+
 void rule_book_t::enter(const fwx_mapt_rule_hash_elem_t &rule) {
-    if (!installed_.emplace(name_of(rule.rule), rule).second) return;
-    enter(v4_of(rule.rule), name_of(rule.rule));
-    enter(v6_of(rule.rule), name_of(rule.rule));
+    if (this->rule(name_of(rule.rule)) != nullptr) return;
+    auto number = static_cast<uint32_t>(rules_.size());
+    if (free_.empty()) {
+        rules_.push_back(rule);
+    } else {
+        number = free_.back();
+        free_.pop_back();
+        rules_[number] = rule;
+    }
+    by_name_.insert(number);
+    enter(by_v4_, number);
+    enter(by_v6_, number);
 }
 
-void rule_book_t::enter(const prefix_t &prefix, rule_name_t name) {
-    const auto [at, is_alone] = first_.try_emplace(prefix, name);
-    if (is_alone) return;
-    if (name < at->second) std::swap(name, at->second);
-    sharing_.emplace(prefix, name);
+void rule_book_t::enter(prefix_index_t &index, uint32_t number) {
+    const rule_key_t prefix = index.first.key_of(number);
+    uint32_t *first = index.first.find(prefix);
+    if (first == nullptr) return index.first.insert(number);
+    if (name_of(rules_[number].rule) < name_of(rules_[*first].rule)) std::swap(number, *first);
+    index.sharing.emplace(prefix, name_of(rules_[number].rule));
 }
 
-void rule_book_t::leave(const prefix_t &prefix, rule_name_t name) {
-    const auto at = first_.find(prefix);
-    if (at->second != name) {
-        sharing_.erase({prefix, name});
+void rule_book_t::leave(prefix_index_t &index, uint32_t number) {
+    const rule_key_t prefix = index.first.key_of(number);
+    uint32_t *first = index.first.find(prefix);
+    if (*first != number) {
+        index.sharing.erase({prefix, name_of(rules_[number].rule)});
         return;
     }
-    const auto next = sharing_.lower_bound({prefix, {0, 0}});
-    if (next == sharing_.end() || next->first != prefix) {
-        first_.erase(at);
-        return;
-    }
-    at->second = next->second;
-    sharing_.erase(next);
+    const auto next = index.sharing.lower_bound({prefix, {0, 0}});
+    if (next == index.sharing.end() || next->first != prefix) return index.first.erase(first);
+    *first = *by_name_.find(key_of(next->second));
+    index.sharing.erase(next);
 }
 
 std::optional<fwx_mapt_rule_hash_elem_t> rule_book_t::leave(const rule_name_t &name) {
-    const auto found = installed_.find(name);
-    if (found == installed_.end()) return std::nullopt;
-    const fwx_mapt_rule_hash_elem_t rule = found->second;
-    installed_.erase(found);
-    for (const prefix_t &prefix : {v4_of(rule.rule), v6_of(rule.rule)}) {
-        leave(prefix, name);
-    }
-    return rule;
+    uint32_t *found = by_name_.find(key_of(name));
+    if (found == nullptr) return std::nullopt;
+    const uint32_t number = *found;
+    leave(by_v4_, number);
+    leave(by_v6_, number);
+    by_name_.erase(found);
+    free_.push_back(number);
+    return rules_[number];
 }
 
 /** Installs a rule in the library's table. If the table has the rule already, creates its missing leaves. */
@@ -181,10 +209,8 @@ uint32_t rule_book_t::take_out(fwx_nat64_mapt_bmr_t rule) {
 /** Creates the leaves that a delete of `rule` has removed again, each for one of the rules that share it. */
 uint32_t rule_book_t::put_back_leaves(const fwx_nat64_mapt_bmr_t &rule) {
     uint32_t code = 0;
-    for (const prefix_t &prefix : {v4_of(rule), v6_of(rule)}) {
-        const auto remaining = first_.find(prefix);
-        if (remaining == first_.end()) continue;
-        code = first_of(code, fwx_mapt_plu_rule_insert(&installed_.at(remaining->second)));
+    for (const uint32_t *remaining : {by_v4_.first.find(v4_key_of(rule)), by_v6_.first.find(v6_key_of(rule))}) {
+        if (remaining != nullptr) code = first_of(code, fwx_mapt_plu_rule_insert(&rules_[*remaining]));
     }
     return code;
 }

@@ -8,15 +8,16 @@
 #define RECONCILE_RULE_BOOK_H
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <set>
-#include <tuple>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "fwx_nat64/cxx/error.hpp"
 #include "fwx_nat64/mapt.h"
+#include "reconcile/rule_index.h"
 
 /** Rule ID and Domain ID. */
 using rule_name_t = std::pair<uint32_t, uint32_t>;
@@ -45,6 +46,8 @@ struct rule_verdict_t {
 /** Functions return 0, or the code with which a correction of the library's table failed. */
 class rule_book_t {
 public:
+    rule_book_t();
+
     /** Call when the server has answered, or is known not to have got the command. */
     rule_verdict_t answered(const rule_change_t &change, const fwx::nat64::rule_result &got);
     rule_verdict_t answered(const default_change_t &change, const fwx::nat64::rule_result &got);
@@ -66,35 +69,35 @@ public:
     /** Call when the library has emptied its table. */
     void emptied();
 
-    const std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> &rules() const { return installed_; }
+    /** The installed rule of that name, or null. */
+    const fwx_mapt_rule_hash_elem_t *rule(const rule_name_t &name) const;
+    /** All installed rules, by their names. */
+    std::vector<fwx_mapt_rule_hash_elem_t> rules() const;
     const std::map<rule_name_t, bool> &pending_rules() const { return pending_; }
     const std::map<uint32_t, fwx_nat64_mapt_dmr_t> &defaults() const { return defaults_; }
-    size_t installed() const { return installed_.size(); }
+    size_t installed() const { return by_name_.size(); }
     size_t pending() const { return pending_.size(); }
 
 private:
-    using prefix_t = std::tuple<int, uint8_t, uint64_t>; /* IP version, length, bits */
-
-    /** Consecutive prefixes of one length get consecutive hashes. Most documents have such prefixes in order, which
-     * makes the table fast. */
-    struct prefix_hash_t {
-        size_t operator()(const prefix_t &prefix) const noexcept;
+    /** Finds for each prefix the installed rule with the lowest name. The others with that prefix are in `sharing`. */
+    struct prefix_index_t {
+        rule_index_t first;
+        std::set<std::pair<rule_key_t, rule_name_t>> sharing{};
     };
 
-    static prefix_t v4_of(const fwx_nat64_mapt_bmr_t &rule);
-    static prefix_t v6_of(const fwx_nat64_mapt_bmr_t &rule);
     void enter(const fwx_mapt_rule_hash_elem_t &rule);
-    void enter(const prefix_t &prefix, rule_name_t name);
-    void leave(const prefix_t &prefix, rule_name_t name);
+    void enter(prefix_index_t &index, uint32_t number);
+    void leave(prefix_index_t &index, uint32_t number);
     std::optional<fwx_mapt_rule_hash_elem_t> leave(const rule_name_t &name);
     uint32_t install(fwx_mapt_rule_hash_elem_t rule);
     uint32_t take_out(fwx_nat64_mapt_bmr_t rule); /* by value, because it may be one that leaves the book */
     uint32_t put_back_leaves(const fwx_nat64_mapt_bmr_t &rule);
 
-    std::map<rule_name_t, fwx_mapt_rule_hash_elem_t> installed_;
-    /* For each prefix the installed rule with the lowest name, and in sharing_ the other installed rules with it. */
-    std::unordered_map<prefix_t, rule_name_t, prefix_hash_t> first_;
-    std::set<std::pair<prefix_t, rule_name_t>> sharing_;
+    std::deque<fwx_mapt_rule_hash_elem_t> rules_; /* by their numbers; some places are free */
+    std::vector<uint32_t> free_;
+    rule_index_t by_name_;
+    prefix_index_t by_v4_;
+    prefix_index_t by_v6_;
     std::map<rule_name_t, bool> pending_;               /* false: the library's table was emptied since */
     std::map<uint32_t, fwx_nat64_mapt_dmr_t> defaults_; /* by identifier */
 };

@@ -26,7 +26,7 @@ protected:
     void hold(const document_t &document) {
         client.reset();
         fwx_mapt_plu_cleanup();
-        book_ = {};
+        book_.emptied();
         restart_model();
         bind();
         const plan_t plan(none_, document);
@@ -71,9 +71,9 @@ protected:
                 if (!bytes.empty()) static_cast<std::multiset<std::string> *>(arg)->insert(text);
             },
             &parts);
-        for (const auto &[name, rule] : book_.rules()) {
-            parts.insert("rule " + hex_digits(&rule.rule, sizeof rule.rule));
-            EXPECT_TRUE(is_found(rule.rule)) << "the leaf of rule " << name.first << " is missing";
+        for (const auto &[rule, index] : book_.rules()) {
+            parts.insert("rule " + hex_digits(&rule, sizeof rule));
+            EXPECT_TRUE(is_found(rule)) << "the leaf of rule " << rule.rule_id << " is missing";
         }
         return parts;
     }

@@ -84,8 +84,8 @@ public:
         : fd_(place.inside([&] {
               end_t bound = own;
               const int fd = socket(own.address.ss_family, type | SOCK_CLOEXEC, protocol);
-              const int on = 1;
-              setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+              const int is_chosen = own.port() != 0; /* else two UDP sockets could get the same free port */
+              setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &is_chosen, sizeof is_chosen);
               return bind(fd, bound.get(), bound.size) == 0 ? fd : -1;
           })) {}
     explicit socket_t(int fd) : fd_(fd) {}

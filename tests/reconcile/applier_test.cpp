@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <random>
+#include <set>
 
 #include "config/notation.h"
 #include "reconcile/scrape.h"
@@ -116,7 +118,7 @@ TEST_F(applier_test, commands_that_the_server_failed_to_save_can_be_undone_too) 
     EXPECT_EQ(model->timeout(1), 10U);
     EXPECT_EQ(model->totals().pools, 1U);
     EXPECT_EQ(model->totals().dynamic_mappings, 0U);
-    EXPECT_EQ(rules_.rules().begin()->second.rule.v4_prefix[2], 2);
+    EXPECT_EQ(rules_.rules().front().rule.v4_prefix[2], 2);
     model->journal_set({});
 }
 
@@ -163,7 +165,7 @@ TEST_F(applier_test, a_change_of_a_rule_that_is_not_made_leaves_the_table_as_it_
 
 TEST_F(applier_test, rules_that_the_server_has_no_longer_leave_the_table) {
     const auto others_delete = [this](uint32_t rule_id) {
-        const fwx_nat64_mapt_bmr_t rule = rules_.rules().at({rule_id, 6}).rule;
+        const fwx_nat64_mapt_bmr_t rule = rules_.rule({rule_id, 6})->rule;
         EXPECT_TRUE(run(client->mapt_bmr_del(rule)));
     };
     ASSERT_TRUE(apply(plan_t(from_, more_)));
@@ -200,7 +202,7 @@ TEST_F(applier_test, rules_that_were_pending_when_the_table_was_emptied_are_inst
 }
 
 TEST_F(applier_test, a_prefix_that_rules_share_is_found_until_the_last_of_them_is_gone) {
-    fwx_mapt_rule_hash_elem_t rule = rules_.rules().begin()->second;
+    fwx_mapt_rule_hash_elem_t rule = rules_.rules().front();
     for (uint8_t id = 6; id <= 7; ++id) {
         rule.rule.rule_id = id;
         rule.rule.v4_prefix[3] = rule.rule.v6_prefix[7] = id; /* behind the prefix, so it is not looked up */
@@ -208,15 +210,56 @@ TEST_F(applier_test, a_prefix_that_rules_share_is_found_until_the_last_of_them_i
     }
     for (uint32_t id = 5; id <= 7; ++id) {
         EXPECT_EQ(rule_found(), 5U) << "they have its index";
-        EXPECT_EQ(rules_.missed(rules_.rules().at({id, 6}).rule), 0U);
+        EXPECT_EQ(rules_.missed(rules_.rule({id, 6})->rule), 0U);
     }
     EXPECT_EQ(rule_found(), 0U);
 }
 
+TEST_F(applier_test, many_rules_that_share_prefixes_come_and_go) {
+    constexpr uint32_t names = 3000;
+    constexpr uint32_t prefixes = 1000;
+    std::mt19937_64 random(1);
+    document_t held = from_;
+    for (const uint32_t percent : {50, 80, 20, 60, 0}) {
+        std::string text = before.substr(0, before.find("mapt"));
+        std::vector<std::set<uint32_t>> having(prefixes); /* the rules with each prefix */
+        for (uint32_t rule = 1; rule <= names; ++rule) {
+            if (random() % 100 >= percent) continue;
+            const uint32_t prefix = rule % prefixes;
+            having[prefix].insert(rule);
+            const std::string high = std::to_string(prefix / 100);
+            const std::string low = std::to_string(prefix % 100);
+            text += "mapt bmr add --rule " + std::to_string(rule) + " --domain 6 --v6 2001:" + high + ":" + low +
+                    "::/48 --v4 10." + high + "." + low + ".0/24\n";
+        }
+        document_t to = loaded(text);
+        ASSERT_TRUE(apply(plan_t(held, to)));
+        held = to;
+
+        std::set<uint32_t> installed;
+        for (const auto &[rule, index] : rules_.rules()) {
+            installed.insert(installed.end(), rule.rule_id);
+            EXPECT_EQ(rules_.rule(name_of(rule))->mapt_bmr, index);
+        }
+        for (uint32_t prefix = 0; prefix < prefixes; ++prefix) {
+            const auto high = static_cast<uint8_t>(prefix / 100);
+            const auto low = static_cast<uint8_t>(prefix % 100);
+            const fwx_nat64_addr_t address{FWX_NAT64_FAMILY_IPV4, {10, high, low}};
+            fwx_nat64_model_match_t match{};
+            const uint32_t found = model->lookup(&address, &match) ? match.rule_id : 0;
+            EXPECT_EQ(having[prefix].count(found), having[prefix].empty() ? 0U : 1U) << prefix << " finds " << found;
+            for (const uint32_t rule : having[prefix]) {
+                EXPECT_EQ(installed.erase(rule), 1U) << rule;
+            }
+        }
+        EXPECT_TRUE(installed.empty());
+    }
+}
+
 TEST_F(applier_test, the_table_follows_the_index_that_the_server_gives_a_rule) {
     ASSERT_TRUE(apply(plan_t(from_, more_)));
-    fwx_mapt_rule_hash_elem_t rule = rules_.rules().begin()->second;
-    rule.mapt_bmr = rules_.rules().rbegin()->second.mapt_bmr;
+    fwx_mapt_rule_hash_elem_t rule = rules_.rules().front();
+    rule.mapt_bmr = rules_.rules().back().mapt_bmr;
     EXPECT_EQ(rules_.found(rule), 0U);
     EXPECT_EQ(rule_found(), 7U);
 }

@@ -56,7 +56,7 @@ json_t rule_row(const fwx_nat64_mapt_bmr_t &rule, const char *state) {
 uint32_t list_rules(call_t &call) {
     call.outcome.data = json_t::array();
     const fwx_nat64_model_t *model = call.pal.model();
-    for (const auto &[name, elem] : call.pal.rules().rules()) {
+    for (const fwx_mapt_rule_hash_elem_t &elem : call.pal.rules().rules()) {
         json_t row = rule_row(elem.rule, "installed");
         row["bmr_index"] = elem.mapt_bmr;
         const std::optional<uint64_t> lookups = model == nullptr ? std::nullopt : model->lookups(elem.mapt_bmr);

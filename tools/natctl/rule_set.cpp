@@ -83,8 +83,8 @@ void rule_set_t::apply(uint32_t op, const fwx_nat64_mapt_dmr_t &rule) {
 
 void rule_set_t::take(const rule_book_t &book) {
     defaults_ = book.defaults();
-    for (const auto &[name, rule] : book.rules()) {
-        basic_.emplace(name, rule.rule);
+    for (const fwx_mapt_rule_hash_elem_t &installed : book.rules()) {
+        apply(FWX_NAT64_OP_ADD, installed.rule);
     }
 }
 
