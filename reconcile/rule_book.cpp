@@ -4,6 +4,8 @@
  */
 #include "reconcile/rule_book.h"
 
+#include <endian.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -20,20 +22,15 @@ rule_key_t name_key_of(const fwx_nat64_mapt_bmr_t &rule) {
     return key_of(name_of(rule));
 }
 
-/** The first `length` bits. */
-template <size_t size>
-rule_key_t key_of(const uint8_t (&bytes)[size], uint8_t length) {
-    uint64_t bits = 0;
-    for (const uint8_t byte : bytes) {
-        bits = bits << 8 | byte;
-    }
-    return {length == 0 ? 0 : bits >> (8 * size - length), length};
-}
 rule_key_t v4_key_of(const fwx_nat64_mapt_bmr_t &rule) {
-    return key_of(rule.v4_prefix, rule.v4_prefix_len);
+    uint32_t word = 0;
+    std::memcpy(&word, rule.v4_prefix, sizeof word);
+    return {uint64_t{be32toh(word)} >> (32 - rule.v4_prefix_len), rule.v4_prefix_len};
 }
 rule_key_t v6_key_of(const fwx_nat64_mapt_bmr_t &rule) {
-    return key_of(rule.v6_prefix, rule.v6_prefix_len);
+    uint64_t word = 0;
+    std::memcpy(&word, rule.v6_prefix, sizeof word);
+    return {rule.v6_prefix_len == 0 ? 0 : be64toh(word) >> (64 - rule.v6_prefix_len), rule.v6_prefix_len};
 }
 
 uint32_t first_of(uint32_t code, uint32_t next) {
@@ -154,9 +151,7 @@ void rule_book_t::enter(const fwx_mapt_rule_hash_elem_t &rule) {
 
 void rule_book_t::enter(prefix_index_t &index, uint32_t number) {
     const rule_key_t prefix = index.first.key_of(number);
-    uint32_t *first = index.first.find(prefix);
-    if (first == nullptr) return index.first.insert(number);
-    if (name_of(rules_[number].rule) < name_of(rules_[*first].rule)) std::swap(number, *first);
+    if (index.first.find(prefix) == nullptr) return index.first.insert(number);
     index.sharing.emplace(prefix, name_of(rules_[number].rule));
 }
 

@@ -79,7 +79,7 @@ public:
     size_t pending() const { return pending_.size(); }
 
 private:
-    /** Finds for each prefix the installed rule with the lowest name. The others with that prefix are in `sharing`. */
+    /** Finds for each prefix one of the installed rules. The others with that prefix are in `sharing`. */
     struct prefix_index_t {
         rule_index_t first;
         std::set<std::pair<rule_key_t, rule_name_t>> sharing{};

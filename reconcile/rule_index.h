@@ -41,7 +41,7 @@ public:
 
     /** Requires: find() returns null for the key of the number. */
     void insert(uint32_t number) {
-        if (++count_ * 4 > slots_.size() * 3) grow();
+        if (++count_ * 2 > slots_.size()) grow();
         slots_[place_of(key_of(number))] = number;
     }
     /** Removes a number that find() has returned. Those behind it move up to where a search looks for them. */

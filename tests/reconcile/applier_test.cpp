@@ -220,7 +220,7 @@ TEST_F(applier_test, many_rules_that_share_prefixes_come_and_go) {
     constexpr uint32_t prefixes = 1000;
     std::mt19937_64 random(1);
     document_t held = from_;
-    for (const uint32_t percent : {50, 80, 20, 60, 0}) {
+    for (const uint32_t percent : {50U, 80U, 20U, 60U, 0U}) {
         std::string text = before.substr(0, before.find("mapt"));
         std::vector<std::set<uint32_t>> having(prefixes); /* the rules with each prefix */
         for (uint32_t rule = 1; rule <= names; ++rule) {
