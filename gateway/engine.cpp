@@ -168,7 +168,7 @@ uint32_t gateway_engine_t::static_refusal(const fwx_nat64_smapping_t &mapping) c
     return static_ids_.count(inside) + static_ids_.count(outside) != 0 ? FWX_NAT64_MODEL_ERR_EXISTS : 0;
 }
 
-void gateway_engine_t::changed(uint32_t op_code, const void *payload) {
+void gateway_engine_t::changed(uint32_t op_code, const void *payload) noexcept {
     if (op_code == FWX_NAT64_CFG_SMAPPING_ADD) {
         const auto mapping = read_record<fwx_nat64_smapping_t>(payload);
         const addresses_t addresses = addresses_of(mapping);

@@ -27,7 +27,7 @@ uint64_t random_id() {
 
 }  // namespace
 
-void changes_t::note(uint32_t op_code, const void *payload, size_t size) {
+void changes_t::note(uint32_t op_code, const void *payload, size_t size) noexcept {
     ++count_;
     if (engine_.needs_commit()) {
         const auto *bytes = static_cast<const uint8_t *>(payload);

@@ -17,8 +17,9 @@ public:
     bool are_pending() const { return !pending_.empty(); }
     void journal_set(const server_journal_t &journal) { journal_ = journal; }
     /** Records a change that the configuration has accepted. If the engine needs a commit or there is a journal, the
-     * answer to the change, and all later answers, wait for commit. */
-    void note(uint32_t op_code, const void *payload, size_t size);
+     * answer to the change, and all later answers, wait for commit. Ends the process when memory is exhausted: without
+     * a note, the change would be in force until the next start, and then be lost. */
+    void note(uint32_t op_code, const void *payload, size_t size) noexcept;
     /** Commits the changes and releases the answers. Changes that the engine refuses together are carried out again and
      * committed one by one, so that one that it cannot put into effect does not hold up the others. */
     void commit(server_state_t &server);
