@@ -2,8 +2,8 @@
 #include <net/if.h>
 
 #include <cmath>
-#include <regex>
 #include <set>
+#include <sstream>
 
 #include "gateway_fixture.h"
 
@@ -113,10 +113,16 @@ TEST_F(traffic_test, a_dynamic_mapping_gives_its_sources_a_pool_of_their_own) {
 
 /** Of each session protocol, source and its port, pool port and destination port, as conntrack lists them. */
 std::multiset<std::string> listed_by_conntrack(const std::string &list) {
-    static const std::regex session("(udp|tcp) .* src=(\\S+) dst=\\S+ sport=(\\d+) dport=(\\d+) .* dport=(\\d+)");
     std::multiset<std::string> found;
-    for (auto at = std::sregex_iterator(list.begin(), list.end(), session); at != std::sregex_iterator(); ++at) {
-        found.insert(at->format("$1 $2 $3 $5 $4"));
+    std::istringstream lines(list);
+    for (std::string line; std::getline(lines, line);) {
+        char protocol[8], source[INET6_ADDRSTRLEN], source_port[8], port[8];
+        const int read = std::sscanf(line.c_str(), "%7s %*[^=]=%45s dst=%*s sport=%7s dport=%7s", protocol, source,
+                                     source_port, port);
+        if (read != 4) continue;
+        const int pool_port = std::stoi(line.substr(line.rfind("dport=") + 6)); /* where the answers go */
+        found.insert(std::string(protocol) + " " + source + " " + source_port + " " + std::to_string(pool_port) + " " +
+                     port);
     }
     return found;
 }
