@@ -14,12 +14,6 @@
 
 namespace {
 
-/** Requires: the family has a field of that name. */
-const record_field_t &field_of(const record_family_t &family, std::string_view name) {
-    return *std::find_if(family.fields, family.fields + family.field_count,
-                         [name](const record_field_t &field) { return field.name == name; });
-}
-
 constexpr uint32_t loopback_net = 127;
 constexpr uint32_t first_multicast_net = 224;
 
@@ -126,12 +120,12 @@ public:
             const map_fault_t fault = map_rule_fault(rule);
             /* Quotes the value of the fault: the record may have 0 where other parameters imply the value. */
             if (fault.field != nullptr) {
-                note(problem_t::kind_t::error, item, field_of(rules, fault.field), std::to_string(fault.value),
+                note(problem_t::kind_t::error, item, record_field_of(rules, fault.field), std::to_string(fault.value),
                      "must be " + fault.allowed);
             }
         });
         for (const char *name : {"v4", "v6"}) {
-            check_shared(rules, field_of(rules, name));
+            check_shared(rules, record_field_of(rules, name));
         }
     }
 
@@ -240,11 +234,11 @@ private:
     }
 
     std::string text_of(const config_item_t &item, std::string_view name) const {
-        return record_field_text(field_of(*item.family, name), item.record);
+        return record_field_text(record_field_of(*item.family, name), item.record);
     }
 
     void note_error(const config_item_t &item, std::string_view name, const std::string &reason) {
-        const record_field_t &field = field_of(*item.family, name);
+        const record_field_t &field = record_field_of(*item.family, name);
         note(problem_t::kind_t::error, item, field, record_field_text(field, item.record), reason);
     }
 

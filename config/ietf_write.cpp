@@ -3,7 +3,6 @@
  * To find losses, it parses each item again from the values that it wrote, and compares the result with the item. Items
  * that no node took are losses too.
  */
-#include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -22,13 +21,8 @@ namespace {
 
 using json_t = nlohmann::ordered_json; /* keeps the order of the table */
 
-const record_field_t &field_of(const record_family_t &family, std::string_view name) {
-    return *std::find_if(family.fields, family.fields + family.field_count,
-                         [name](const record_field_t &field) { return field.name == name; });
-}
-
 std::string text_of(const config_item_t &item, std::string_view field) {
-    return record_field_text(field_of(*item.family, field), item.record);
+    return record_field_text(record_field_of(*item.family, field), item.record);
 }
 
 class ietf_writer_t {
@@ -214,7 +208,7 @@ private:
         return std::string(known.name) + " is " + std::to_string(known.min) + " to " + std::to_string(known.max);
     }
     static void leave_out(said_t &said, const ietf_node_t &known, const std::string &why) {
-        const std::string label(label_of(field_of(*said.item.family, known.field), notation_t::lines));
+        const std::string label(label_of(record_field_of(*said.item.family, known.field), notation_t::lines));
         if (said.why.empty()) said.why = label + " " + why;
     }
 

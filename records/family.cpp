@@ -11,6 +11,11 @@ const char *record_operation_name(uint64_t op) {
     return nullptr;
 }
 
+const record_field_t &record_field_of(const record_family_t &family, std::string_view name) {
+    return *std::find_if(family.fields, family.fields + family.field_count,
+                         [name](const record_field_t &field) { return field.name == name; });
+}
+
 const record_verb_t *record_find_verb(const record_family_t &family, std::string_view word) {
     const record_verb_t *end = family.verbs + family.verb_count;
     const record_verb_t *found =

@@ -87,6 +87,9 @@ struct alignas(8) record_buffer_t {
 /** No family has more fields. */
 constexpr size_t record_max_fields = 9;
 
+/** The field of that name. Requires: the family has it. */
+const record_field_t &record_field_of(const record_family_t &family, std::string_view name);
+
 /** The verb with that word, or null. */
 const record_verb_t *record_find_verb(const record_family_t &family, std::string_view word);
 /** The verb of an operation, or null. */

@@ -13,12 +13,12 @@
 
 namespace {
 
-struct prefix_t {
+struct subnet_t {
     const uint8_t *bytes;
     uint8_t length;
 };
 
-bool is_in(const uint8_t *address, const prefix_t &prefix) {
+bool is_in(const uint8_t *address, const subnet_t &prefix) {
     return has_prefix(address, prefix.bytes, prefix.length);
 }
 
@@ -104,7 +104,7 @@ void rule_set_t::take(const document_t &document) {
 }
 
 std::vector<const fwx_nat64_mapt_bmr_t *> rule_set_t::find_v4(const uint8_t ipv4[4]) const {
-    auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return prefix_t{rule.v4_prefix, rule.v4_prefix_len}; };
+    auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return subnet_t{rule.v4_prefix, rule.v4_prefix_len}; };
     std::vector<const fwx_nat64_mapt_bmr_t *> found;
     const fwx_nat64_mapt_bmr_t *longest = find_longest(basic_, ipv4, prefix_of);
     if (longest == nullptr) return found;
@@ -116,7 +116,7 @@ std::vector<const fwx_nat64_mapt_bmr_t *> rule_set_t::find_v4(const uint8_t ipv4
 }
 
 const fwx_nat64_mapt_bmr_t *rule_set_t::find_v6(const uint8_t ipv6[16]) const {
-    auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return prefix_t{rule.v6_prefix, rule.v6_prefix_len}; };
+    auto prefix_of = [](const fwx_nat64_mapt_bmr_t &rule) { return subnet_t{rule.v6_prefix, rule.v6_prefix_len}; };
     return find_longest(basic_, ipv6, prefix_of);
 }
 
