@@ -330,7 +330,7 @@ bool is_usable(const fwx_host_loop_t *loop) {
 }  // namespace
 
 bool loop_is_foreign(const fwx_host_loop_t &loop) {
-    return loop.process != host_process();
+    return !host_process_is(loop.process);
 }
 
 extern "C" {

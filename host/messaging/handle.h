@@ -21,10 +21,15 @@ struct handle_t {
 
 /** Creates a handle, which is never 0. Throws std::bad_alloc. */
 smc_chan_t handle_make(channel_t *channel);
+/** The channel of the handle looked up last; null for another handle. */
+inline channel_t *handle_find_latest(smc_chan_t handle) {
+    const bool is_latest = handle == latest_handle.number && host_process_is(latest_handle.process);
+    return is_latest ? latest_handle.channel : nullptr;
+}
 /** The channel of a handle, or null. */
 inline channel_t *handle_find(smc_chan_t handle) {
-    const bool is_latest = handle == latest_handle.number && latest_handle.process == host_process();
-    return is_latest ? latest_handle.channel : handle_look_up(handle);
+    channel_t *channel = handle_find_latest(handle);
+    return channel != nullptr ? channel : handle_look_up(handle);
 }
 /** Why a handle has no channel for this process: FWX_HOST_ERR_BAD_CHANNEL or FWX_HOST_ERR_FORKED. */
 uint32_t handle_refusal(smc_chan_t handle);

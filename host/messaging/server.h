@@ -20,7 +20,7 @@ struct fwx_host_server final : loop_task_t {
     uint32_t run() override { return 0; } /* its peers do the work */
     void loop_gone() override;
     bool can_connect() const { return has_loop(); }
-    bool is_foreign() const { return process != host_process(); }
+    bool is_foreign() const { return !host_process_is(process); }
 
     fwx_host_server_t *next = nullptr; /* in the list of this process's servers */
     const uint32_t process = host_process();

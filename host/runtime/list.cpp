@@ -42,6 +42,12 @@ void unlink(fwx_list_t *list, fwx_list_link_t *link) {
     *link = {nullptr, nullptr};
 }
 
+/** Removes an element while a fault is injected, which does not keep it on the list. Returns the fault's code. */
+[[gnu::cold]] uint32_t remove_failing(fwx_list_t *list, fwx_list_link_t *link, uint32_t code) {
+    if (list != nullptr && link != nullptr && is_on(list, link)) unlink(list, link);
+    return code;
+}
+
 }  // namespace
 
 extern "C" {
@@ -79,12 +85,12 @@ uint32_t fwx_list_insert_tail(fwx_list_t *list, void *element) {
 }
 
 uint32_t fwx_list_remove_element(fwx_list_t *list, void *element) {
-    const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_REMOVE);
-    if (list == nullptr || element == nullptr) return code != 0 ? code : FWX_HOST_ERR_BAD_ARG;
     auto *link = static_cast<fwx_list_link_t *>(element);
-    if (!is_on(list, link)) return code != 0 ? code : FWX_HOST_ERR_NOT_LISTED;
-    unlink(list, link); /* also when an injected fault strikes: the element is off the list in any case */
-    return code;
+    if (const uint32_t code = host_fault_check(FWX_HOST_OP_LIST_REMOVE)) return remove_failing(list, link, code);
+    if (list == nullptr || element == nullptr) return FWX_HOST_ERR_BAD_ARG;
+    if (!is_on(list, link)) return FWX_HOST_ERR_NOT_LISTED;
+    unlink(list, link);
+    return 0;
 }
 
 uint32_t fwx_list_destroy(fwx_list_t *list) {

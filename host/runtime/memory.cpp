@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/runtime/bytes.h"
 #include "host/runtime/fault.h"
 #include "host/runtime/inspect.h"
 #include "host/runtime/slabs.h"
@@ -145,7 +146,7 @@ void fwx_free_named(void *ptr) {
 }
 
 void *fwx_memcpy(void *dst, const void *src, size_t size) {
-    return size == 0 ? dst : memcpy(dst, src, size);
+    return bytes_copy_short(dst, src, size) ? dst : memcpy(dst, src, size);
 }
 
 void *fwx_memset(void *dst, int value, size_t size) {

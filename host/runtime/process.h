@@ -14,4 +14,9 @@ inline uint32_t host_process() {
     return number != 0 ? number : host_process_enter();
 }
 
+/** Whether `number`, which host_process() once returned, is this process's: one comparison, except after a fork. */
+inline bool host_process_is(uint32_t number) {
+    return number == *host_process_word || number == host_process();
+}
+
 #endif
