@@ -57,6 +57,7 @@ public:
     explicit loop_task_t(fwx_host_loop_t &loop);
     virtual ~loop_task_t() = default;
 
+    bool is_ready() const { return is_ready_; }
     /** Makes the loop call run() once, in its next pass. */
     void make_ready() {
         if (!is_ready_) become_ready();

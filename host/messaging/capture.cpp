@@ -83,13 +83,13 @@ uint32_t close_file() {
     const bool is_closed = close(file.fd) == 0;
     const auto close_failure = static_cast<uint32_t>(is_closed ? 0 : errno);
     file = {};
-    capture_is_open = false;
+    message_observers &= ~OBSERVED_BY_CAPTURE;
     return failure != 0 ? failure : close_failure;
 }
 
 }  // namespace
 
-bool capture_is_open = false;
+uint32_t message_observers;
 
 void capture_write(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size) {
     if (file.failure != 0) return;
@@ -115,7 +115,7 @@ uint32_t fwx_host_capture_open(const char *path) {
     if (file.fd >= 0) return EBUSY;
     file.fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, file_mode);
     if (file.fd < 0) return static_cast<uint32_t>(errno);
-    capture_is_open = true;
+    message_observers |= OBSERVED_BY_CAPTURE;
     file_header_t header;
     iovec part = {&header, sizeof(header)};
     append(&part, 1);

@@ -60,35 +60,29 @@ void channel_t::close() {
     make_ready();
 }
 
-/** Returns the code with which sending a message of this size is refused, or 0. */
+/** Returns the code with which a message of this size is refused, or 0. */
 uint32_t channel_t::refusal(size_t size) const {
-    if (is_down()) return down_code_;
-    if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
-    return untaken_bytes_ != 0 && untaken_bytes_ + size > most_untaken_bytes_ ? FWX_HOST_ERR_FULL : 0;
+    if (size < size_limit_) return 0;
+    return is_down() ? down_code_ : FWX_HOST_ERR_TOO_LONG;
 }
 
-uint32_t channel_t::send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
+/** Cold path of send(): tells why a message is refused, shows it to the tap and updates flow control. */
+uint32_t channel_t::send_any(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
     if (const uint32_t code = refusal(size)) return code;
-    message->size = static_cast<uint32_t>(size);
-    message->cookie = cookie;
-    message->done_fn = done_fn;
-    message->owner = message_owner_t::CHANNEL;
-    untaken_.push(message);
-    untaken_bytes_ += size;
-    if (tap_is_on() || untaken_bytes_ >= throttles_at_) observe_sent(*message);
+    if (untaken_bytes_ != 0 && untaken_bytes_ + size > most_untaken_bytes_) return FWX_HOST_ERR_FULL;
+    queue(message, size, cookie, done_fn);
+    tap_show(FWX_HOST_SENT, exchange_t::async, message->bytes(), size);
+    update_throttle();
+    return tell_link();
+}
+
+uint32_t channel_t::tell_link() {
     link_->messages_waiting();
     return 0;
 }
 
-/** Cold path of send(): shows the message to the tap and updates flow control. */
-void channel_t::observe_sent(const message_t &message) {
-    tap_show(FWX_HOST_SENT, exchange_t::async, message.bytes(), message.size);
-    update_throttle();
-}
-
 uint32_t channel_t::ask(const message_t *message, size_t size, void *reply, size_t reply_size) {
-    if (is_down()) return down_code_;
-    if (size > largest_message_) return FWX_HOST_ERR_TOO_LONG;
+    if (const uint32_t code = refusal(size)) return code;
     tap_show(FWX_HOST_SENT, exchange_t::sync, message->bytes(), size);
     return link_->ask(message->bytes(), size, reply, reply_size);
 }
@@ -97,6 +91,7 @@ void channel_t::marks_set(uint32_t high, uint32_t low, smc_throttle_fn_t throttl
     throttles_at_ = high == 0 ? UINT64_MAX : high;
     low_ = low;
     most_untaken_bytes_ = high == 0 ? limit_without_marks : limit_of_high_mark * high;
+    watched_from_ = std::min(throttles_at_, most_untaken_bytes_);
     throttle_fn_ = throttle_fn;
     update_throttle();
 }
@@ -110,6 +105,7 @@ void channel_t::rx_buffer_set(void *buf, size_t size, smc_rx_buffer_fn_t rx_fn) 
 
 void channel_t::link_down(uint32_t code) {
     down_code_ = code;
+    size_limit_ = 0;
     make_ready();
 }
 

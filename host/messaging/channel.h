@@ -39,10 +39,17 @@ public:
     smc_chan_t handle() const { return handle_; }
     void connect(std::unique_ptr<link_t> link) {
         link_ = std::move(link);
-        largest_message_ = link_->largest_message();
+        tells_each_message_ = link_->wants_each_message();
+        if (!is_down()) size_limit_ = link_->largest_message() + 1;
     }
     void close();
-    uint32_t send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn);
+    uint32_t send(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
+        const bool is_usual = size < size_limit_ && untaken_bytes_ + size < watched_from_ && !tap_is_on();
+        if (!is_usual) return send_any(message, size, cookie, done_fn);
+        const bool is_first = untaken_.empty();
+        queue(message, size, cookie, done_fn);
+        return is_first || tells_each_message_ ? tell_link() : 0;
+    }
     uint32_t ask(const message_t *message, size_t size, void *reply, size_t reply_size);
     void marks_set(uint32_t high, uint32_t low, smc_throttle_fn_t throttle_fn);
     void rx_buffer_set(void *buf, size_t size, smc_rx_buffer_fn_t rx_fn);
@@ -68,13 +75,14 @@ public:
         in_flight_ -= 1;
         message->status = status;
         done_.push(message);
-        if (!is_running_) make_ready(); /* else run() finds it */
+        if (!is_ready() && !is_running_) make_ready(); /* a run that is active finds it */
     }
     /**
      * Delivers messages from a link until the run's budget is spent, or a completion or a change of flow control has to
      * be dispatched first. The link has three functions for its oldest message: front() describes it, if there is one.
-     * copy_to() copies it, or counts it as malformed and returns false if it has changed since front(). pop() removes
-     * it. A message's handler may close the channel, which deletes the link.
+     * pop() removes it. pop_to() copies it to a buffer and removes it; it counts the message as malformed and returns
+     * false if it is no longer what front() returned. The link's type head_t keeps the first bytes of a message that
+     * pop_to() removed. A message's handler may close the channel, which deletes the link.
      */
     template <typename link_kind_t>
     void deliver_from(link_kind_t &link) {
@@ -82,11 +90,20 @@ public:
             const received_t received = link.front();
             if (!received.is_there) return;
             budget_ -= 1;
-            const smc_msg_handler_fn_t handler = prepare(received);
-            if (is_closed()) return;
-            const bool is_copied = handler != nullptr && link.copy_to(rx_buf_);
-            link.pop();
-            if (is_copied) hand_over(handler, received.size);
+            smc_msg_handler_fn_t handler = latest_.fn;
+            const bool is_usual = received.key == latest_.key && received.size <= rx_size_;
+            if (!is_usual) {
+                handler = prepare_any(received.key, received.size);
+                if (is_closed()) return;
+                if (handler == nullptr) {
+                    link.pop();
+                    continue;
+                }
+            }
+            typename link_kind_t::head_t head;
+            uint8_t *const buffer = rx_buf_;
+            if (!link.pop_to(buffer, rx_size_, received, &head)) continue;
+            hand_over(handler, buffer, received.size, head.bytes());
         }
     }
     /** The peer has ended, for the reason `code`. The link stays for the messages that it holds, but the channel sends
@@ -105,7 +122,16 @@ private:
     bool is_down() const { return down_code_ != 0; }
     bool is_closed() const { return link_ == nullptr; }
     uint32_t refusal(size_t size) const;
-    [[gnu::cold]] void observe_sent(const message_t &message);
+    [[gnu::noinline]] uint32_t send_any(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn);
+    [[gnu::noinline]] uint32_t tell_link();
+    void queue(message_t *message, size_t size, void *cookie, smc_send_done_fn_t done_fn) {
+        message->size = static_cast<uint32_t>(size);
+        message->cookie = cookie;
+        message->done_fn = done_fn;
+        message->owner = message_owner_t::CHANNEL;
+        untaken_.push(message);
+        untaken_bytes_ += size;
+    }
     bool has_reports() const { return edges_ != 0 || !done_.empty(); }
     bool may_deliver() const { return budget_ != 0 && !has_reports() && !is_closed(); }
     void dispatch_known();
@@ -114,17 +140,13 @@ private:
     void complete(message_t *message);
     /** Returns the handler of a message after making sure that the receive buffer can hold the message. Returns null
      * when the message is dropped, which this function counts. */
-    smc_msg_handler_fn_t prepare(const received_t &received) {
-        const bool is_usual = received.key == latest_.key && received.size <= rx_size_;
-        return is_usual ? latest_.fn : prepare_any(received.key, received.size);
-    }
     [[gnu::noinline]] smc_msg_handler_fn_t prepare_any(message_key_t key, size_t size);
-    /** Calls a handler with the message that is in the receive buffer. */
-    void hand_over(smc_msg_handler_fn_t handler, size_t size) {
-        tap_show(FWX_HOST_RECEIVED, exchange_t::async, rx_buf_, size);
-        const delivery_t delivery(this, rx_buf_, size, rx_size_);
+    /** Calls a handler with the message in the receive buffer. Its first bytes also stand at `head`. */
+    void hand_over(smc_msg_handler_fn_t handler, uint8_t *buffer, size_t size, const uint8_t *head) {
+        tap_show(FWX_HOST_RECEIVED, exchange_t::async, buffer, size);
+        const delivery_t delivery(this, buffer, size, head);
         calls_ += 1;
-        handler(reinterpret_cast<void *>(handle_), nullptr, rx_buf_, size);
+        handler(reinterpret_cast<void *>(handle_), nullptr, buffer, size);
     }
     handler_t *find_handler(message_key_t key);
     bool ask_for_buffer(size_t size);
@@ -133,9 +155,10 @@ private:
 
     smc_chan_t handle_;
     smc_chan_err_fn_t err_fn_;
-    std::unique_ptr<link_t> link_; /* null once closed */
-    size_t largest_message_ = 0;
-    uint32_t down_code_ = 0; /* not 0: the link is down */
+    std::unique_ptr<link_t> link_;    /* null once closed */
+    size_t size_limit_ = 0;           /* messages of this size on are refused; 0 when the link is down */
+    bool tells_each_message_ = false; /* to the link; else only the first one in the queue */
+    uint32_t down_code_ = 0;          /* not 0: the link is down */
     bool is_running_ = false;
     uint32_t budget_ = 0; /* dispatches left to this run */
     uint32_t calls_ = 0;  /* callbacks called by this run */
@@ -147,7 +170,8 @@ private:
 
     static constexpr uint64_t limit_without_marks = uint64_t{64} << 20;
     uint64_t most_untaken_bytes_ = limit_without_marks;
-    uint64_t throttles_at_ = UINT64_MAX; /* the high mark in bytes; UINT64_MAX: no flow control */
+    uint64_t watched_from_ = limit_without_marks; /* fewer untaken bytes touch neither that limit nor the high mark */
+    uint64_t throttles_at_ = UINT64_MAX;          /* the high mark in bytes; UINT64_MAX: no flow control */
     uint32_t low_ = 0;
     smc_throttle_fn_t throttle_fn_ = nullptr;
     bool is_throttled_ = false;

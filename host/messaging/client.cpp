@@ -33,6 +33,19 @@ uint32_t link_open(const char *name, fwx_host_loop_t &loop, channel_t &channel, 
     return *link == nullptr ? FWX_HOST_ERR_NO_SERVER : 0;
 }
 
+uint32_t send(channel_t &channel, void *msg, void *cookie, size_t size, smc_send_done_fn_t done_fn) {
+    message_t *message = message_of_caller(msg);
+    if (message == nullptr || size > message->capacity) return FWX_HOST_ERR_BAD_BUFFER;
+    return channel.send(message, size, cookie, done_fn);
+}
+
+/* Cold path of smc_async_msg_sends, out of line so that the hot path saves no registers. */
+[[gnu::noinline]] uint32_t look_up_and_send(smc_chan_t chan, void *msg, void *cookie, size_t size,
+                                            smc_send_done_fn_t done_fn) {
+    channel_t *channel = handle_look_up(chan);
+    return channel == nullptr ? handle_refusal(chan) : send(*channel, msg, cookie, size, done_fn);
+}
+
 }  // namespace
 
 extern "C" {
@@ -108,11 +121,9 @@ uint32_t smc_msg_handler_attach(smc_chan_t chan, const void *key, smc_msg_handle
 
 uint32_t smc_async_msg_sends(smc_chan_t chan, void *msg, void *cookie, size_t size, smc_send_done_fn_t done_fn) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_ASYNC_SEND)) return code;
-    channel_t *channel = handle_find(chan);
-    if (channel == nullptr) return handle_refusal(chan);
-    message_t *message = message_of_caller(msg);
-    if (message == nullptr || size > message->capacity) return FWX_HOST_ERR_BAD_BUFFER;
-    return channel->send(message, size, cookie, done_fn);
+    channel_t *channel = handle_find_latest(chan);
+    if (channel == nullptr) return look_up_and_send(chan, msg, cookie, size, done_fn);
+    return send(*channel, msg, cookie, size, done_fn);
 }
 
 uint32_t smc_sync_msg_send(smc_chan_t chan, void *msg, size_t size, void *reply, size_t reply_size) {

@@ -4,15 +4,14 @@ delivery_t *delivery_t::innermost;
 
 void delivery_t::end_all(const channel_t *channel) {
     for (delivery_t *delivery = innermost; delivery != nullptr; delivery = delivery->outer_) {
-        if (delivery->channel_ == channel) delivery->end_ = delivery->begin_;
+        if (delivery->channel_ == channel) delivery->buffer_ = nullptr;
     }
 }
 
 size_t delivery_t::bytes_behind(const void *data) const {
-    const auto at = reinterpret_cast<uintptr_t>(data);
-    const auto begin = reinterpret_cast<uintptr_t>(begin_);
-    const auto end = reinterpret_cast<uintptr_t>(end_);
-    return at >= begin && at < end ? end - at : 0;
+    if (buffer_ == nullptr) return 0;
+    const size_t offset = reinterpret_cast<uintptr_t>(data) - reinterpret_cast<uintptr_t>(buffer_);
+    return offset < size_ ? size_ - offset : 0;
 }
 
 extern "C" {

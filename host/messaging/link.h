@@ -42,8 +42,11 @@ public:
     link_t &operator=(const link_t &) = delete;
     virtual ~link_t() = default;
 
-    /** Called when the channel has new messages for the server. */
+    /** Called when the channel has a new message for the server. */
     virtual void messages_waiting() = 0;
+    /** Whether that has to be called for a message that is queued behind others. If not, those others ensure that the
+     * server is called. */
+    virtual bool wants_each_message() const = 0;
     /** Sends the waiting messages and then a synchronous message, and waits for its answer. May delete the link. */
     virtual uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) = 0;
     /** Whether a message from the server is known; does not look for new ones. */

@@ -40,8 +40,6 @@ message_t *take_free(uint32_t size_class, size_t size, message_owner_t owner) {
     message_t *message = free_messages[size_class];
     free_messages[size_class] = message->next;
     message->owner = owner;
-    message->capacity = static_cast<uint32_t>(size);
-    message->size = static_cast<uint32_t>(size);
     ASAN_UNPOISON_MEMORY_REGION(message->bytes(), size);
     return message;
 }
@@ -66,33 +64,38 @@ bool is_at_hand(size_t size) {
 }
 
 void *give_to_caller(message_t *message, size_t size) {
+    message->capacity = static_cast<uint32_t>(size);
     host_live.tx_buffers += 1;
     bytes_clear(message->bytes(), size);
     return message->bytes();
 }
 
 [[gnu::noinline]] uint32_t alloc_for_caller(size_t size, void **msg) {
+    if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
     message_t *message = alloc(size, message_owner_t::CALLER);
     if (message == nullptr) return host_errno_nomem;
     *msg = give_to_caller(message, size);
     return 0;
 }
 
-[[gnu::noinline]] message_t *alloc_copy(const void *bytes, size_t size) {
+}  // namespace
+
+message_t *message_alloc(size_t size) {
+    message_t *message = alloc(size, message_owner_t::CHANNEL);
+    if (message != nullptr) message->size = static_cast<uint32_t>(size);
+    return message;
+}
+
+message_t *message_copy(const void *bytes, size_t size) {
     message_t *message = message_alloc(size);
     if (message != nullptr) bytes_copy(message->bytes(), bytes, size);
     return message;
 }
 
-}  // namespace
-
-message_t *message_alloc(size_t size) {
-    return alloc(size, message_owner_t::CHANNEL);
-}
-
-message_t *message_copy(const void *bytes, size_t size) {
-    if (!is_at_hand(size)) return alloc_copy(bytes, size);
+message_t *message_copy_at_hand(const void *bytes, size_t size) {
+    if (!is_at_hand(size)) return nullptr;
     message_t *message = take_free(0, size, message_owner_t::CHANNEL);
+    message->size = static_cast<uint32_t>(size);
     bytes_copy(message->bytes(), bytes, size);
     return message;
 }
@@ -120,7 +123,6 @@ extern "C" {
 uint32_t smc_msg_tx_buffer_alloc(size_t size, void **msg) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_TX_ALLOC)) return code;
     if (msg == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
     if (!is_at_hand(size)) return alloc_for_caller(size, msg);
     *msg = give_to_caller(take_free(0, size, message_owner_t::CALLER), size);
     return 0;

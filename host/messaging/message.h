@@ -21,8 +21,8 @@ struct alignas(16) message_t {
     void *cookie;
     uint32_t status; /* for done_fn */
     message_owner_t owner;
-    uint32_t capacity; /* bytes allocated by the caller */
-    uint32_t size;     /* length of the message in bytes, at most the capacity */
+    uint32_t capacity; /* bytes allocated by the caller; only set while or after the caller owned the message */
+    uint32_t size;     /* length of the message in bytes; not set while the caller owns a message that was never sent */
     uint32_t size_class;
     uint32_t ring_end; /* position at which its copy in the ring ends */
 
@@ -63,6 +63,8 @@ private:
 message_t *message_alloc(size_t size);
 /** Like message_alloc, with a copy of `bytes`, which may be null for a size of 0. */
 message_t *message_copy(const void *bytes, size_t size);
+/** The hot path of message_copy, which makes no calls: null unless the size is usual and a free message is at hand. */
+message_t *message_copy_at_hand(const void *bytes, size_t size);
 void message_free(message_t *message);
 
 /** The message of a transmit buffer that the caller owns now, or null. */

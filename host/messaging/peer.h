@@ -35,7 +35,7 @@ struct fwx_host_peer : loop_task_t {
 
     bool is_connected() const { return server != nullptr && is_linked(); }
 
-    fwx_host_server_t *server; /* null once released */
+    fwx_host_server_t *server; /* null once released, which needs that the peer is cut off: is_linked() is false */
 
 protected:
     /** Keeps the peer from being deleted during a call into the server. */
@@ -70,7 +70,7 @@ protected:
 private:
     template <typename peer_t>
     static bool can_take_from(peer_t &peer) {
-        return peer.server != nullptr && peer.is_linked() && !peer.server->is_paused && peer.has_message();
+        return peer.is_linked() && !peer.server->is_paused && peer.has_message();
     }
 
     bool is_announced_ = false;

@@ -7,14 +7,9 @@
 #include "fwx_host/smc.h"
 #include "host/messaging/capture.h"
 
-struct tap_t {
-    fwx_host_tap_fn_t fn; /* null: no tap is set */
-    void *arg;
-};
-[[gnu::visibility("hidden")]] extern tap_t tap;
-
+/** Whether messages have an observer. */
 inline bool tap_is_on() {
-    return capture_is_open || tap.fn != nullptr;
+    return message_observers != 0;
 }
 [[gnu::cold]] void tap_show_now(fwx_host_direction_t direction, exchange_t exchange, const void *msg, size_t size);
 /** Shows a message to the tap and writes it to the capture file, if these are in use. */

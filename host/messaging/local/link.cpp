@@ -26,6 +26,7 @@ public:
     ~local_link_t() override;
 
     void messages_waiting() override;
+    bool wants_each_message() const override { return false; } /* the peer takes all that are in the queue */
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
     bool has_message() override { return !received.empty(); }
     void deliver() override { channel.deliver_from(*this); }
@@ -34,8 +35,23 @@ public:
         if (message == nullptr) return {};
         return {true, message->size, key_of(message->bytes(), message->size)};
     }
-    bool copy_to(void *bytes) {
-        bytes_copy(bytes, received.front()->bytes(), received.front()->size);
+    /** Owns the message during its delivery, because the message itself has its first bytes. */
+    class head_t {
+    public:
+        head_t() = default;
+        ~head_t() { message_free(message_); }
+        head_t(const head_t &) = delete;
+        head_t &operator=(const head_t &) = delete;
+        void own(message_t *message) { message_ = message; }
+        const uint8_t *bytes() const { return message_->bytes(); }
+
+    private:
+        message_t *message_ = nullptr;
+    };
+    bool pop_to(uint8_t *buffer, size_t /*capacity*/, const received_t &front, head_t *head) {
+        message_t *message = received.pop();
+        bytes_copy(buffer, message->bytes(), front.size);
+        head->own(message);
         return true;
     }
     void pop() { message_free(received.pop()); }
@@ -59,12 +75,25 @@ struct local_peer_t final : fwx_host_peer {
         if (code == 0) server->ops.received(server->ctx, this, message->bytes(), message->size);
         channel.end_take(message, code);
     }
-    uint32_t send(const void *msg, size_t size) override;
+    uint32_t send(const void *msg, size_t size) override {
+        if (link == nullptr) return FWX_HOST_ERR_CHANNEL_DOWN;
+        message_t *message = message_copy_at_hand(msg, size);
+        return message == nullptr ? send_any(msg, size) : queue(message);
+    }
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size);
 
     local_link_t *link; /* null once cut off */
 
 private:
+    [[gnu::noinline]] uint32_t send_any(const void *msg, size_t size);
+    uint32_t queue(message_t *message) {
+        link->received.push(message);
+        return link->channel.is_ready() ? 0 : wake_channel();
+    }
+    [[gnu::noinline]] uint32_t wake_channel() {
+        link->channel.make_ready();
+        return 0;
+    }
     void unlink() override;
 };
 
@@ -74,14 +103,11 @@ void local_peer_t::unlink() {
     link = nullptr;
 }
 
-uint32_t local_peer_t::send(const void *msg, size_t size) {
-    if (link == nullptr) return FWX_HOST_ERR_CHANNEL_DOWN;
+/** Cold path of send(): sends a message of any size, and allocates memory for it. */
+uint32_t local_peer_t::send_any(const void *msg, size_t size) {
     if (size > message_limit) return FWX_HOST_ERR_TOO_LONG;
     message_t *message = message_copy(msg, size);
-    if (message == nullptr) return host_errno_nomem;
-    link->received.push(message);
-    link->channel.make_ready();
-    return 0;
+    return message == nullptr ? host_errno_nomem : queue(message);
 }
 
 local_link_t::~local_link_t() {

@@ -35,11 +35,13 @@ public:
     uint32_t start() { return connection_->start(*this); }
 
     void messages_waiting() override;
+    bool wants_each_message() const override { return true; } /* each is copied into the ring at once */
     uint32_t ask(const void *msg, size_t size, void *reply, size_t reply_size) override;
     bool has_message() override { return to_client_.has_record(); }
     void deliver() override { channel_.deliver_from(*this); }
     received_t front();
-    bool copy_to(void *bytes);
+    using head_t = head_copy_t;
+    bool pop_to(uint8_t *buffer, size_t capacity, const received_t &front, head_t *head);
     void pop();
     size_t largest_message() const override { return shm_largest_message; }
     void refresh() override;
@@ -69,7 +71,6 @@ private:
     shm_reader_t answers_;
     message_t *last_copied_ = nullptr; /* the youngest of the channel's untaken messages with a copy in the ring */
     shm_record_t oldest_ = {};         /* the record that front() read; the server may change the ring's at any time */
-    message_key_t oldest_key_ = no_key;
     uint32_t last_ask_ = 0;
     uint32_t polls_ = 0;
     bool has_to_look_ = false; /* how far the server has come */
@@ -160,15 +161,18 @@ received_t shm_link_t::front() {
         report_taken();
         return {};
     }
-    oldest_key_ = oldest_.size < sizeof(uint32_t) ? short_key : to_client_.first_word();
-    return {true, oldest_.size, oldest_key_};
+    return {true, oldest_.size, oldest_.size < sizeof(uint32_t) ? short_key : to_client_.first_word()};
 }
 
-bool shm_link_t::copy_to(void *bytes) {
-    to_client_.copy_to(bytes, oldest_);
-    if (key_of(bytes, oldest_.size) == oldest_key_) return true;
-    host_errors.dropped_malformed += 1;
-    return false;
+bool shm_link_t::pop_to(uint8_t *buffer, size_t capacity, const received_t &front, head_t *head) {
+    to_client_.copy_to(buffer, oldest_);
+    pop();
+    if (key_of(buffer, front.size) != front.key) {
+        host_errors.dropped_malformed += 1;
+        return false;
+    }
+    head->take(buffer, front.size, capacity);
+    return true;
 }
 
 void shm_link_t::pop() {

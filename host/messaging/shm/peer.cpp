@@ -92,7 +92,7 @@ void shm_peer_t::take_one() {
     requests_.copy_to(message->bytes(), record);
     requests_.advance(record);
     has_read_ = true;
-    if (capture_is_open) capture(FWX_HOST_SENT, record.tag, message->bytes(), message->size);
+    if (capture_is_open()) capture(FWX_HOST_SENT, record.tag, message->bytes(), message->size);
     if (record.tag == 0) {
         server->ops.received(server->ctx, this, message->bytes(), message->size);
     } else {
@@ -107,7 +107,7 @@ void shm_peer_t::answer(uint32_t number, const message_t &question) {
     alignas(16) uint8_t bytes[answer_limit];
     const size_t length = server->ops.asked(server->ctx, this, question.bytes(), question.size, bytes, sizeof(bytes));
     if (!is_connected()) return;
-    if (capture_is_open) capture(FWX_HOST_RECEIVED, number, bytes, std::min(length, sizeof bytes));
+    if (capture_is_open()) capture(FWX_HOST_RECEIVED, number, bytes, std::min(length, sizeof bytes));
     answers_.write(number, bytes, static_cast<uint32_t>(std::min(length, sizeof(bytes))));
     has_written_ = true;
 }
@@ -144,7 +144,7 @@ void shm_peer_t::unlink() {
 uint32_t shm_peer_t::send(const void *msg, size_t size) {
     if (!is_linked()) return FWX_HOST_ERR_CHANNEL_DOWN;
     if (size > shm_largest_message) return FWX_HOST_ERR_TOO_LONG;
-    if (capture_is_open) capture(FWX_HOST_RECEIVED, 0, msg, size);
+    if (capture_is_open()) capture(FWX_HOST_RECEIVED, 0, msg, size);
     if (!is_in_use()) make_ready(); /* after_run() wakes the client */
     if (unsent_.empty() && messages_.write(0, msg, static_cast<uint32_t>(size))) {
         has_written_ = true;
