@@ -63,21 +63,24 @@ struct fwx_cl_hash {
         return slots[at & mask];
     }
 
-    void enter(fwx_cl_hash_entry_t entry) {
-        slot_of(entry.key) = entry;
+    /** Puts an entry into the free slot where its key is not. */
+    void enter(fwx_cl_hash_entry_t &slot, fwx_cl_hash_entry_t entry) {
+        slot = entry;
         count += 1;
         taken += 1;
     }
 
-    /** Makes room for an entry. False when memory is exhausted and only the free slot is left that ends each search. */
-    bool make_room() {
-        if (taken < (mask + 1) / 4 * 3) return true;
+    bool has_room() const { return taken < (mask + 1) / 4 * 3; }
+
+    /** Makes room for an entry, which moves all others. False when memory is exhausted and only the free slot is left
+     * that ends each search. */
+    [[gnu::noinline]] bool make_room() {
         const uint64_t slot_count = count >= (mask + 1) / 2 ? (mask + 1) * 2 : mask + 1;
         if (slot_count > most_slots) return taken < mask;
         fwx_cl_hash_t made(slot_count);
         if (made.slots == nullptr) return taken < mask;
         for (uint64_t i = 0; i <= mask; ++i) {
-            if (slots[i].is_in_use()) made.enter(slots[i]);
+            if (slots[i].is_in_use()) made.enter(made.slot_of(slots[i].key), slots[i]);
         }
         std::swap(slots, made.slots);
         std::swap(mask, made.mask);
@@ -110,9 +113,13 @@ uint32_t fwx_cl_hash_create(const char *, uint32_t size_log2, uint32_t, void *ha
 uint32_t fwx_cl_hash_add(fwx_cl_hash_t *table, uint64_t key, void *element) {
     if (const uint32_t code = host_fault_check(FWX_HOST_OP_HASH_ADD)) return code;
     if (table == nullptr || element == nullptr) return FWX_HOST_ERR_BAD_ARG;
-    if (table->slot_of(key).is_in_use()) return FWX_HOST_ERR_KEY_TAKEN;
-    if (!table->make_room()) return host_errno_nomem;
-    table->enter({key, element});
+    fwx_cl_hash_entry_t *slot = &table->slot_of(key);
+    if (slot->is_in_use()) return FWX_HOST_ERR_KEY_TAKEN;
+    if (!table->has_room()) {
+        if (!table->make_room()) return host_errno_nomem;
+        slot = &table->slot_of(key);
+    }
+    table->enter(*slot, {key, element});
     return 0;
 }
 

@@ -52,8 +52,12 @@ struct small_blocks_t {
 };
 small_blocks_t small_blocks[largest_small / size_unit + 1];
 
+constexpr size_t whole_units(size_t bytes) {
+    return (bytes + size_unit - 1) / size_unit * size_unit;
+}
+
 small_blocks_t *small_blocks_of(size_t whole) {
-    return has_small && whole <= largest_small ? &small_blocks[(whole + size_unit - 1) / size_unit] : nullptr;
+    return has_small && whole <= largest_small ? &small_blocks[whole_units(whole) / size_unit] : nullptr;
 }
 
 /** Allocates a zeroed block; null when memory is exhausted. */
@@ -62,7 +66,7 @@ block_header_t *take_block(size_t whole) {
     if (blocks == nullptr) return static_cast<block_header_t *>(calloc(1, whole));
     block_header_t *header = blocks->free_list;
     if (header == nullptr) {
-        header = static_cast<block_header_t *>(blocks->slabs.cut((whole + size_unit - 1) / size_unit * size_unit));
+        header = static_cast<block_header_t *>(blocks->slabs.cut(whole_units(whole)));
         if (header == nullptr) return nullptr;
     } else {
         blocks->free_list = header->next_free;
@@ -105,15 +109,8 @@ account_t *account_get(uint32_t tag) {
     return account;
 }
 
-}  // namespace
-
-void *host_block_alloc(uint32_t tag, size_t size) {
-    size_t whole = 0;
-    if (__builtin_add_overflow(size, sizeof(block_header_t), &whole)) return nullptr;
-    account_t *account = account_get(tag);
-    if (account == nullptr) return nullptr;
-    block_header_t *header = take_block(whole);
-    if (header == nullptr) return nullptr;
+/** Enters a block of `size` bytes in an account and returns the bytes behind its header. */
+void *hand_out(block_header_t *header, account_t *account, size_t size) {
     header->account = account;
     header->size = size;
     account->blocks += 1;
@@ -121,6 +118,32 @@ void *host_block_alloc(uint32_t tag, size_t size) {
     host_live.memory_blocks += 1;
     host_live.memory_bytes += size;
     return header + 1;
+}
+
+/** Allocates any block, also the first one of its tag. */
+[[gnu::noinline]] void *block_alloc(uint32_t tag, size_t size) {
+    size_t whole = 0;
+    if (__builtin_add_overflow(size, sizeof(block_header_t), &whole)) return nullptr;
+    account_t *account = account_get(tag);
+    if (account == nullptr) return nullptr;
+    block_header_t *header = take_block(whole);
+    return header == nullptr ? nullptr : hand_out(header, account, size);
+}
+
+}  // namespace
+
+/* The hot path cuts a small block from a slab without a call, for the latest tag of its chain. */
+void *host_block_alloc(uint32_t tag, size_t size) {
+    account_t *account = accounts[tag % chain_count];
+    if (account == nullptr || account->tag != tag || size > largest_small - sizeof(block_header_t) || !has_small) {
+        return block_alloc(tag, size);
+    }
+    const size_t whole = whole_units(sizeof(block_header_t) + size);
+    small_blocks_t &blocks = small_blocks[whole / size_unit];
+    void *piece = blocks.free_list == nullptr ? blocks.slabs.cut_at_hand(whole) : nullptr;
+    if (piece == nullptr) return block_alloc(tag, size);
+    blocks.live += 1;
+    return hand_out(static_cast<block_header_t *>(piece), account, size);
 }
 
 extern "C" {

@@ -20,7 +20,12 @@ public:
     /** The next `size` zeroed bytes, aligned to 16 if all sizes are multiples of 16. `size` must be much less than
      * 4096. Null when memory is exhausted. */
     void *cut(size_t size) {
-        if (static_cast<size_t>(end_ - next_) < size && !grow()) return nullptr;
+        void *piece = cut_at_hand(size);
+        return piece != nullptr || !grow() ? piece : cut_at_hand(size);
+    }
+    /** Like cut(), but null also if that needs a new slab. Makes no calls. */
+    void *cut_at_hand(size_t size) {
+        if (static_cast<size_t>(end_ - next_) < size) return nullptr;
         void *piece = next_;
         next_ += size;
         return piece;
