@@ -41,7 +41,7 @@ bool is_key(const tbm_t *tree, const uint8_t *key, uint32_t key_len) {
 
 uint32_t insert(tbm_t *tree, tbm_leaf_t *leaf) {
     if (!is_usable(tree, leaf) || leaf->key_len > tree->max_key_len) return FWX_HOST_ERR_BAD_ARG;
-    const way_end_t end = tree->trie.walk(leaf->key(), leaf->key_len);
+    const way_end_t end = tree->trie.walk(leaf->key(), leaf->key_len); /* a copy, as the callback may walk */
     if (end.match(leaf->key(), leaf->key_len) != nullptr) return FWX_HOST_ERR_KEY_TAKEN;
     uint8_t *app_data = reinterpret_cast<uint8_t *>(leaf) + tree->leaf_size;
     const uint32_t refusal = tree->leaf_contents(nullptr, app_data, app_data, tree);
@@ -52,7 +52,7 @@ uint32_t insert(tbm_t *tree, tbm_leaf_t *leaf) {
 uint32_t remove(tbm_t *tree, const tbm_leaf_t *leaf) {
     if (!is_usable(tree, leaf)) return FWX_HOST_ERR_BAD_ARG;
     if (leaf->key_len > tree->max_key_len) return FWX_HOST_ERR_NO_KEY;
-    const way_end_t end = tree->trie.walk(leaf->key(), leaf->key_len);
+    const way_end_t &end = tree->trie.walk(leaf->key(), leaf->key_len);
     if (end.match(leaf->key(), leaf->key_len) != leaf) return FWX_HOST_ERR_NO_KEY;
     tree->trie.unlink_leaf(end);
     return 0;

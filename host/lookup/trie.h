@@ -19,6 +19,35 @@ struct tbm_leaf {
     bool is_prefix_of(const uint8_t *bytes, uint32_t bits) const;
 };
 
+/** A key of 128 bits at most, from which bits are read one stride after the other. */
+class short_key_t {
+public:
+    static constexpr uint32_t most_bits = 128;
+
+    /** Equal to no key. */
+    short_key_t() = default;
+    short_key_t(const uint8_t *key, uint32_t key_len);
+    bool operator==(const short_key_t &other) const {
+        return left_ == other.left_ && high_ == other.high_ && low_ == other.low_;
+    }
+
+    /** The bits that are left, in the highest bits of a word: as many as a stride has, or all. */
+    uint64_t bits() const { return high_; }
+    uint32_t left() const { return left_; }
+    /** Skips `count` bits: less than 64, and not 0. */
+    void skip(uint32_t count) {
+        high_ = high_ << count | low_ >> (64 - count);
+        low_ <<= count;
+        left_ -= count;
+    }
+
+private:
+    /* Most significant bit first. Bits behind the end of the key are 0. */
+    uint64_t high_ = 0;
+    uint64_t low_ = 0;
+    uint32_t left_ = UINT32_MAX;
+};
+
 /** The end of a key's path through a trie. */
 struct way_end_t {
     entry_t *link;   /* holds nothing (in an empty trie), a leaf of this key or of another, or a node without the key */
@@ -42,9 +71,9 @@ public:
     /** Takes ownership of the strides' sizes, 1 to 6 bits each. */
     explicit trie_t(std::unique_ptr<uint8_t[]> stride_sizes) : strides(std::move(stride_sizes)) {}
 
-    /** The end of this key's path, valid until the trie changes. The latest result is cached, because a caller that
-     * looks up a key often links or unlinks it next. */
-    way_end_t walk(const uint8_t *key, uint32_t key_len);
+    /** The end of this key's path, valid until the trie changes, in a record that the next walk overwrites. The latest
+     * result is cached, because a caller that looks up a key often links or unlinks it next. */
+    const way_end_t &walk(const uint8_t *key, uint32_t key_len);
     /** The leaf with the longest key that is a prefix of this one, or null. */
     tbm_leaf_t *longest_match(const uint8_t *key, uint32_t key_len) const;
     /** The leaf in the first place of the trie, or null. */
@@ -60,10 +89,12 @@ public:
     const node_store_t &nodes() const { return store; }
 
 private:
-    way_end_t find_end(const uint8_t *key, uint32_t key_len);
-    bool remembers(const uint8_t *key, uint32_t key_len) const;
-    void remember(const uint8_t *key, uint32_t key_len, const way_end_t &end);
-    void forget() { remembered_len = nothing; }
+    void find_end(const short_key_t &key);
+    template <typename key_kind_t>
+    void find_end_of(key_kind_t key);
+    template <typename key_kind_t>
+    tbm_leaf_t *longest_match_of(key_kind_t read, const uint8_t *key, uint32_t key_len) const;
+    void forget() { remembered_key = {}; }
     entry_t make_branch(const way_end_t &end, tbm_leaf_t *leaf, tbm_leaf_t *other);
 
     entry_t root;
@@ -71,9 +102,7 @@ private:
     node_store_t store{};
     uint64_t leaves = 0;
 
-    static constexpr uint32_t nothing = UINT32_MAX;
-    uint32_t remembered_len = nothing; /* in bits, of the key whose path ends at `remembered_end` */
-    uint8_t remembered_key[16]{};
+    short_key_t remembered_key; /* its path ends at `remembered_end` */
     way_end_t remembered_end{};
 };
 
