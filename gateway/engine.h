@@ -34,7 +34,7 @@ public:
     std::string remove();
 
     uint32_t refusal(uint32_t op_code, const void *payload) const override;
-    void changed(uint32_t op_code, const void *payload) noexcept override; /* the change is in `config` already */
+    void changed(uint32_t op_code, const void *payload) noexcept override;
     bool needs_commit() const override { return true; }
     uint32_t commit() noexcept override;
 

@@ -40,7 +40,7 @@ uint16_t generated_port(uint64_t n) {
 
 }  // namespace
 
-void model_engine_t::changed(uint32_t op_code, const void *payload) {
+void model_engine_t::changed(uint32_t op_code, const void *payload) noexcept {
     switch (op_code) {
         case FWX_NAT64_CFG_SMAPPING_ADD: {
             const auto mapping = read_record<fwx_nat64_smapping_t>(payload);

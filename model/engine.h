@@ -26,7 +26,7 @@ public:
 
     uint32_t refusal(uint32_t, const void *) const override { return 0; }
     /** Deleting a mapping or a pool ends its sessions. Deleting a rule drops its count of lookups. */
-    void changed(uint32_t op_code, const void *payload) override;
+    void changed(uint32_t op_code, const void *payload) noexcept override;
     bool needs_commit() const override { return false; }
     uint32_t commit() noexcept override { return 0; }
 

@@ -85,7 +85,7 @@ nat64::task<size_t> reconciler_t::follow_rules() {
     if (!std::exchange(has_new_rules_, false)) co_return 0;
     const auto by_name = [](const fwx_mapt_rule_hash_elem_t &rule) { return name_of(rule.rule); };
     std::vector<fwx_mapt_rule_hash_elem_t> rules = std::move(server_.rules);
-    std::ranges::sort(rules, {}, by_name);
+    std::ranges::stable_sort(rules, {}, by_name); /* of two with the same name the last one counts */
     std::vector<fwx_mapt_rule_hash_elem_t> gone;
     std::ranges::set_difference(rules_.rules(), rules, std::back_inserter(gone), {}, by_name, by_name);
     size_t failed = 0;

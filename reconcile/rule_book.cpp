@@ -15,19 +15,19 @@
 
 namespace {
 
-rule_key_t key_of(const rule_name_t &name) {
+rule_index_t::key_t key_of(const rule_name_t &name) {
     return {uint64_t{name.first} << 32 | name.second, 0};
 }
-rule_key_t name_key_of(const fwx_nat64_mapt_bmr_t &rule) {
+rule_index_t::key_t name_key_of(const fwx_nat64_mapt_bmr_t &rule) {
     return key_of(name_of(rule));
 }
 
-rule_key_t v4_key_of(const fwx_nat64_mapt_bmr_t &rule) {
+rule_index_t::key_t v4_key_of(const fwx_nat64_mapt_bmr_t &rule) {
     uint32_t word = 0;
     std::memcpy(&word, rule.v4_prefix, sizeof word);
     return {uint64_t{be32toh(word)} >> (32 - rule.v4_prefix_len), rule.v4_prefix_len};
 }
-rule_key_t v6_key_of(const fwx_nat64_mapt_bmr_t &rule) {
+rule_index_t::key_t v6_key_of(const fwx_nat64_mapt_bmr_t &rule) {
     uint64_t word = 0;
     std::memcpy(&word, rule.v6_prefix, sizeof word);
     return {rule.v6_prefix_len == 0 ? 0 : be64toh(word) >> (64 - rule.v6_prefix_len), rule.v6_prefix_len};
@@ -134,7 +134,7 @@ std::vector<fwx_mapt_rule_hash_elem_t> rule_book_t::rules() const {
     return rules;
 }
 
-void rule_book_t::enter(const fwx_mapt_rule_hash_elem_t &rule) {
+void rule_book_t::enter(const fwx_mapt_rule_hash_elem_t &rule) noexcept {
     if (this->rule(name_of(rule.rule)) != nullptr) return;
     auto number = static_cast<uint32_t>(rules_.size());
     if (free_.empty()) {
@@ -150,13 +150,13 @@ void rule_book_t::enter(const fwx_mapt_rule_hash_elem_t &rule) {
 }
 
 void rule_book_t::enter(prefix_index_t &index, uint32_t number) {
-    const rule_key_t prefix = index.first.key_of(number);
+    const rule_index_t::key_t prefix = index.first.key_of(number);
     if (index.first.find(prefix) == nullptr) return index.first.insert(number);
     index.sharing.emplace(prefix, name_of(rules_[number].rule));
 }
 
 void rule_book_t::leave(prefix_index_t &index, uint32_t number) {
-    const rule_key_t prefix = index.first.key_of(number);
+    const rule_index_t::key_t prefix = index.first.key_of(number);
     uint32_t *first = index.first.find(prefix);
     if (*first != number) {
         index.sharing.erase({prefix, name_of(rules_[number].rule)});

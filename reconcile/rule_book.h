@@ -25,7 +25,7 @@ inline rule_name_t name_of(const fwx_nat64_mapt_bmr_t &rule) {
     return {rule.rule_id, rule.domain_id};
 }
 
-/** An add or delete of a basic rule, from before it is sent until its answer. */
+/** An add or delete of a basic rule, from before it is sent until its answer. No prefix is longer than its field. */
 struct rule_change_t {
     uint32_t op; /* FWX_NAT64_OP_ADD or FWX_NAT64_OP_DEL */
     fwx_nat64_mapt_bmr_t rule;
@@ -82,10 +82,11 @@ private:
     /** Finds for each prefix one of the installed rules. The others with that prefix are in `sharing`. */
     struct prefix_index_t {
         rule_index_t first;
-        std::set<std::pair<rule_key_t, rule_name_t>> sharing{};
+        std::set<std::pair<rule_index_t::key_t, rule_name_t>> sharing{};
     };
 
-    void enter(const fwx_mapt_rule_hash_elem_t &rule);
+    /** Ends the process when memory is exhausted, as the rule is in the library's table by then. */
+    void enter(const fwx_mapt_rule_hash_elem_t &rule) noexcept;
     void enter(prefix_index_t &index, uint32_t number);
     void leave(prefix_index_t &index, uint32_t number);
     std::optional<fwx_mapt_rule_hash_elem_t> leave(const rule_name_t &name);
@@ -93,7 +94,7 @@ private:
     uint32_t take_out(fwx_nat64_mapt_bmr_t rule); /* by value, because it may be one that leaves the book */
     uint32_t put_back_leaves(const fwx_nat64_mapt_bmr_t &rule);
 
-    std::deque<fwx_mapt_rule_hash_elem_t> rules_; /* by their numbers; some places are free */
+    std::deque<fwx_mapt_rule_hash_elem_t> rules_; /* by their numbers; rules that leave make places free */
     std::vector<uint32_t> free_;
     rule_index_t by_name_;
     prefix_index_t by_v4_;

@@ -11,26 +11,24 @@
 
 #include "fwx_nat64/mapt.h"
 
-/** A name, or the bits of a prefix and their number. */
-using rule_key_t = std::pair<uint64_t, uint8_t>;
-
 /** Slots with open addressing: a number is in the first slots from its key's hash on that are not free. The keys are
  * in the rules. No two numbers have the same key. */
 class rule_index_t {
 public:
-    using key_of_t = rule_key_t(const fwx_nat64_mapt_bmr_t &);
+    using key_t = std::pair<uint64_t, uint8_t>; /* a name, or the bits of a prefix and their number */
+    using key_of_t = key_t(const fwx_nat64_mapt_bmr_t &);
     /** `rules` must outlive the index. */
     rule_index_t(const std::deque<fwx_mapt_rule_hash_elem_t> &rules, key_of_t *key) : rules_(rules), key_of_(key) {}
     rule_index_t(const rule_index_t &) = delete;
     rule_index_t &operator=(const rule_index_t &) = delete;
 
-    rule_key_t key_of(uint32_t number) const { return key_of_(rules_[number].rule); }
+    key_t key_of(uint32_t number) const { return key_of_(rules_[number].rule); }
     /** The number of the rule with that key, or null. Another number with the same key may take its place. */
-    const uint32_t *find(const rule_key_t &key) const {
+    const uint32_t *find(const key_t &key) const {
         const uint32_t *slot = slots_.empty() ? nullptr : &slots_[place_of(key)];
         return slot == nullptr || *slot == vacant ? nullptr : slot;
     }
-    uint32_t *find(const rule_key_t &key) { return const_cast<uint32_t *>(std::as_const(*this).find(key)); }
+    uint32_t *find(const key_t &key) { return const_cast<uint32_t *>(std::as_const(*this).find(key)); }
     size_t size() const { return count_; }
     template <typename see_t>
     void for_each(const see_t &see) const {
@@ -41,8 +39,9 @@ public:
 
     /** Requires: find() returns null for the key of the number. */
     void insert(uint32_t number) {
-        if (++count_ * 2 > slots_.size()) grow();
+        if ((count_ + 1) * 2 > slots_.size()) grow();
         slots_[place_of(key_of(number))] = number;
+        ++count_;
     }
     /** Removes a number that find() has returned. Those behind it move up to where a search looks for them. */
     void erase(const uint32_t *found) {
@@ -56,7 +55,7 @@ public:
         slots_[hole] = vacant;
     }
     void clear() {
-        slots_ = {};
+        slots_ = std::vector<uint32_t>();
         count_ = 0;
     }
 
@@ -66,7 +65,7 @@ private:
     size_t mask() const { return slots_.size() - 1; }
     size_t next(size_t at) const { return (at + 1) & mask(); }
     /** Mixes all bits of the key, because keys are often consecutive (the finalizer of MurmurHash3). */
-    size_t first_place_of(const rule_key_t &key) const {
+    size_t first_place_of(const key_t &key) const {
         uint64_t hash = key.first ^ key.second;
         for (const uint64_t factor : {0xff51afd7ed558ccd, 0xc4ceb9fe1a85ec53}) {
             hash = (hash ^ hash >> 33) * factor;
@@ -74,7 +73,7 @@ private:
         return (hash ^ hash >> 33) & mask();
     }
     /** The slot of a key, or the free one where it is not. */
-    size_t place_of(const rule_key_t &key) const {
+    size_t place_of(const key_t &key) const {
         size_t at = first_place_of(key);
         while (slots_[at] != vacant && key_of(slots_[at]) != key) {
             at = next(at);

@@ -9,7 +9,7 @@ need_packages "${build_packages[@]}" libgtest-dev gcovr
 say "coverage: build and tests"
 build coverage library_tests guard_tests unload_tests
 find build/coverage -name '*.gcda' -delete
-ctest --test-dir build/coverage/tests/library --output-on-failure | tail -n 4
+ctest --test-dir build/coverage/tests/library --output-on-failure --no-label-summary | tail -n 4
 
 say "coverage: the library"
 mkdir -p build/coverage/report

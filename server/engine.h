@@ -4,7 +4,7 @@
  *
  * The server calls an engine only from its loop, and never from inside another call of the engine. Functions that
  * return a code return 0 or the code that the client gets: one of FWX_NAT64_MODEL_ERR_ or the engine's own. All
- * functions but commit may throw std::bad_alloc; the server then drops the client that it is serving.
+ * functions but `changed` and `commit` may throw std::bad_alloc; the server then drops the client that it is serving.
  */
 #ifndef SERVER_ENGINE_H
 #define SERVER_ENGINE_H
@@ -42,8 +42,9 @@ public:
      * 0. `payload` has the size that belongs to `op_code`. */
     virtual uint32_t refusal(uint32_t op_code, const void *payload) const = 0;
     /** Called after `config` has accepted and stored a change, of a command or of a restored part, and before the
-     * command is answered. The arguments are those of refusal, except that a rule set by a command has its index. */
-    virtual void changed(uint32_t op_code, const void *payload) = 0;
+     * command is answered. The arguments are those of refusal, except that a rule set by a command has its index.
+     * Ends the process when memory is exhausted, as the change is in force by then. */
+    virtual void changed(uint32_t op_code, const void *payload) noexcept = 0;
     /** True if changes take effect only in commit. The server then holds their answers, and all later ones, until
      * commit. The value never changes. */
     virtual bool needs_commit() const = 0;

@@ -3,7 +3,8 @@
  * configuration into effect. This header hides the server's parts, because tools and tests include it.
  *
  * A server runs on the loop that it was created with. Members that allocate may throw std::bad_alloc. The server drops
- * a client that it cannot serve because memory is exhausted.
+ * a client that it cannot serve because memory is exhausted, but ends the process when that happens to a change that it
+ * has made and not yet noted.
  */
 #ifndef SERVER_SERVER_H
 #define SERVER_SERVER_H

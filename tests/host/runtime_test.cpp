@@ -195,6 +195,31 @@ TEST_F(memory_t, a_reused_small_block_is_zeroed_and_a_second_free_is_refused) {
 }
 #endif
 
+TEST_F(memory_t, each_block_counts_for_its_own_tag) {
+    const uint32_t tags[] = {7, 7 + 128, 7 + 256, 7}; /* which have their accounts in one place */
+    std::vector<void *> blocks;
+    for (const uint32_t tag : tags) {
+        blocks.push_back(fwx_calloc_named(tag, 1, 24));
+        fwx_free_named(fwx_calloc_named(tag, 1, 24));
+    }
+    EXPECT_EQ(fwx_host_memory_live_tag(tags[0]), 48u);
+    EXPECT_EQ(fwx_host_memory_live_tag(tags[1]), 24u);
+    EXPECT_EQ(fwx_host_memory_live_tag(tags[2]), 24u);
+    for (void *block : blocks) {
+        fwx_free_named(block);
+    }
+    EXPECT_EQ(live().memory_blocks, 0u);
+}
+
+TEST_F(memory_t, a_copy_has_all_bytes_and_no_more) {
+    const std::string from = "0123456789abcdefghij";
+    for (size_t size = 0; size <= from.size(); ++size) {
+        std::string to(from.size() + 1, '.');
+        EXPECT_EQ(fwx_memcpy(to.data(), from.data(), size), to.data());
+        EXPECT_EQ(to, from.substr(0, size) + std::string(to.size() - size, '.'));
+    }
+}
+
 TEST_F(memory_t, a_fault_has_a_code_of_its_own_and_can_be_disarmed) {
     fwx_list_t *list = nullptr;
     fwx_host_fault_arm(FWX_HOST_OP_LIST_INIT, 1, 0);

@@ -21,7 +21,7 @@ public:
     uint32_t refusal(uint32_t op_code, const void *) const override {
         return op_code >= record_kept_basic_rule || op_code == FWX_NAT64_CFG_ADJ_SET ? not_here : 0;
     }
-    void changed(uint32_t op_code, const void *) override { heard.push_back(op_code); }
+    void changed(uint32_t op_code, const void *) noexcept override { heard.push_back(op_code); }
     bool needs_commit() const override { return true; }
     uint32_t commit() noexcept override {
         const auto timeout = config.settings.timeouts.get(1);

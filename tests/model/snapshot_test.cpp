@@ -83,7 +83,7 @@ TEST_F(snapshot_t, a_change_that_cannot_be_noted_for_lack_of_memory_ends_the_ser
     GTEST_FLAG_SET(death_test_style, "threadsafe"); /* a new process, because a forked one cannot use the channel */
     model_->journal_set(
         {[](void *, uint32_t, const void *, size_t) { throw std::bad_alloc(); }, [](void *) { return 0U; }, nullptr});
-    EXPECT_DEATH(replies_to(settings_[0]), "");
+    EXPECT_DEATH(replies_to(settings_[0]), "bad_alloc");
 }
 
 TEST_F(snapshot_t, restored_into_a_new_model_gives_the_whole_configuration_and_so_does_the_journal) {

@@ -125,7 +125,7 @@ void fwx_host_channel_end_observe(fwx_host_channel_end_fn_t fn, void *arg);
 
 typedef enum { FWX_HOST_SENT, FWX_HOST_RECEIVED } fwx_host_direction_t;
 /** Called with each message when a client sends it, and with each message and synchronous answer that is delivered to a
- * client. */
+ * client. Must not call the service. */
 typedef void (*fwx_host_tap_fn_t)(void *arg, fwx_host_direction_t direction, const void *msg, size_t size);
 /** Sets the tap of all channels of this process; null removes it. */
 void fwx_host_tap_set(fwx_host_tap_fn_t fn, void *arg);

@@ -6,7 +6,6 @@
 #include "host/messaging/local/link.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "fwx_host/errors.h"
 #include "host/messaging/peer.h"
@@ -39,7 +38,9 @@ public:
     class head_t {
     public:
         head_t() = default;
-        ~head_t() { message_free(message_); }
+        ~head_t() {
+            if (message_ != nullptr) message_free(message_);
+        }
         head_t(const head_t &) = delete;
         head_t &operator=(const head_t &) = delete;
         void own(message_t *message) { message_ = message; }
