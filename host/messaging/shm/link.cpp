@@ -22,7 +22,7 @@ std::chrono::milliseconds answer_timeout{5000};
 
 /** Polls for a message between two looks at the server's index. Each such look takes the index from the cache of the
  * server, which then waits for it; and what the server has read, its messages tell as well. */
-constexpr uint32_t polls_per_look = 64;
+constexpr uint32_t polls_per_look = 512;
 
 /** While the server has messages to take, more of them are committed by so many bytes, or when the loop runs. A server
  * that polls for each message would take its line away from this process twice. */

@@ -37,16 +37,18 @@ void shm_writer_t::store_header(uint32_t position, uint64_t header, int order) {
 /* The copy is the last thing, so that no registers are saved for it. */
 void shm_writer_t::put(uint32_t tag, const void *bytes, uint32_t size) {
     const uint32_t length = shm_record_header + size;
+    const uint32_t start = (written_ + shm_record_header) & (capacity_ - 1);
+    uint8_t *to = data_ + start;
     if (written_ == committed_) {
         first_length_ = length;
         first_tag_ = tag;
+        if (length <= shm_ring_unit) to = first_bytes_;
     } else {
         store_header(written_, header_of(length, tag), __ATOMIC_RELAXED);
     }
-    const uint32_t start = (written_ + shm_record_header) & (capacity_ - 1);
     written_ += static_cast<uint32_t>(footprint(length));
     if (size > capacity_ - start) return put_around(start, bytes, size);
-    bytes_copy(data_ + start, bytes, size);
+    bytes_copy(to, bytes, size);
 }
 
 void shm_writer_t::put_around(uint32_t start, const void *bytes, uint32_t size) {
@@ -58,6 +60,9 @@ void shm_writer_t::put_around(uint32_t start, const void *bytes, uint32_t size) 
 void shm_writer_t::commit_with(uint32_t tag) {
     if (written_ == committed_) return;
     store_header(written_, 0, __ATOMIC_RELAXED);
+    if (first_length_ <= shm_ring_unit) {
+        memcpy(data_ + (committed_ & (capacity_ - 1)) + shm_record_header, first_bytes_, sizeof first_bytes_);
+    }
     store_header(committed_, header_of(first_length_, tag), __ATOMIC_RELEASE);
     committed_ = written_;
 }

@@ -9,11 +9,13 @@
  *
  * A record's header commits it: where no record is yet, the reader finds a word of 0. So a short record moves one line
  * between the two processors, and no index. The writer commits several records at once by storing the header of the
- * first one last. The only index, `read`, tells the writer how much room there is and which records were taken.
+ * first one last. It keeps a short first record to itself until then, because a reader that polls for the header would
+ * take the line away between the bytes and the header. The only index, `read`, tells the writer how much room there is
+ * and which records were taken.
  *
  * Memory order, for processors that reorder as much as C++ allows:
- * - The writer stores the records, then 0 where the next header will stand, and then the header of the first record
- *   with release. The reader loads a header with acquire before it touches the record. So it sees all of the record,
+ * - The writer stores the records and 0 where the next header will stand, and then the header of the first record with
+ *   release. The reader loads a header with acquire before it touches the record. So it sees all of the record,
  *   and behind it the 0 or a header that was committed later, but nothing that stood there a round before.
  * - The reader copies a record and then stores `read` with release. The writer loads `read` with acquire before it
  *   stores into that room, so no store overtakes the copy.
@@ -91,7 +93,8 @@ private:
     uint32_t committed_ = 0;
     uint32_t first_length_ = 0; /* header of the first record behind committed_ */
     uint32_t first_tag_ = 0;
-    uint32_t read_ = 0; /* as last seen */
+    uint8_t first_bytes_[shm_ring_unit - shm_record_header] = {}; /* of that record, if it is short */
+    uint32_t read_ = 0;                                           /* as last seen */
     bool is_broken_ = false;
 };
 
