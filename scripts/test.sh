@@ -67,7 +67,7 @@ else
   tests/library/export_test.sh build/external/libfwx_nat64.so cmake/exports.list
 
   say "delivery: installed tree, packages, binary interface, pages"
-  ctest --preset dev --label-regex delivery | tail -n 4
+  ctest --preset dev --label-regex delivery --no-label-summary | tail -n 4
   scripts/abi.sh | tail -n 1
   scripts/docs.sh | tail -n 1
 
