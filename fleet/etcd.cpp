@@ -34,23 +34,23 @@ etcd_t::etcd_t(fwx_host_loop_t *loop, store_t store, const etcd_options_t &optio
 
 etcd_t::~etcd_t() = default;
 
-http_request_t etcd_t::request_of(const call_t &call) const {
+http_request_t etcd_t::request_of(const call_t &call, bool has_whole_timeout) const {
     http_request_t request;
     request.url = endpoint() + "/v3/" + call.path;
     request.body = call.body;
-    request.timeout_ms = options_.timeout_ms;
+    request.timeout_ms = has_whole_timeout ? options_.timeout_ms : options_.timeout_ms * 2 / 5;
     request.most_bytes = options_.most_bytes;
     request.is_repeatable = call.is_repeatable;
     if (call.is_signed && !token_.empty()) request.headers.push_back("Authorization: " + token_);
     return request;
 }
 
-http_request_t etcd_t::watch_request_of(const std::string &key, int64_t revision) const {
+http_request_t etcd_t::watch_request_of(const std::string &key, int64_t revision, bool has_whole_timeout) const {
     json_t create = range_json(key);
     create["start_revision"] = std::to_string(revision);
     create["progress_notify"] = true;
     const json_t body = {{"create_request", std::move(create)}};
-    http_request_t request = request_of({"watch", body.dump()});
+    http_request_t request = request_of({"watch", body.dump()}, has_whole_timeout);
     /* Makes a member end the watch when it has lost the leader, because it would never get another event. */
     request.headers.push_back("Grpc-Metadata-hasleader: true");
     request.silence_ms = options_.watch_silence_ms;
@@ -95,7 +95,9 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
     bool is_lost = false;
     std::string reasons; /* of the endpoints before this one */
     answer_t answer;
-    for (size_t asked = 0; asked < store_.endpoints.size();) {
+    const size_t count = store_.endpoints.size();
+    const size_t tries = call.is_repeatable && count > 1 ? 2 * count : count;
+    for (size_t asked = 0; asked < tries;) {
         if (is_signed && token_.empty()) {
             answer.error = co_await sign_in();
             if (answer.error) co_return answer;
@@ -103,7 +105,7 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
         }
         const uint64_t token_count = token_count_;
         const std::string place = endpoint();
-        http_t::post_t post = http_.post(request_of(call));
+        http_t::post_t post = http_.post(request_of(call, !call.is_repeatable || asked + count >= tries));
         const http_reply_t reply = co_await post;
         static_cast<etcd_answer_t &>(answer) = read_answer(place, reply, secrets());
         const bool must_sign_in = answer.is_token_unknown && is_signed && !is_new_token;
@@ -118,9 +120,10 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
         if (is_lost && answer.error.kind == kind_t::unreachable) answer.error.kind = kind_t::no_answer;
         answer.error.text = reasons + answer.error.text;
         if (place == endpoint()) turn();
-        if (is_lost && !call.is_repeatable) co_return answer;
-        reasons = answer.error.text + "; ";
         ++asked;
+        const bool may_try_again = is_lost ? call.is_repeatable : asked < count;
+        if (!may_try_again) co_return answer;
+        reasons = answer.error.text + "; ";
     }
     co_return answer;
 }

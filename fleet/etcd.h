@@ -6,6 +6,10 @@
  * twice does no harm: reads, requests about leases, and transactions that are marked as repeatable. Any other
  * transaction ends with `no_answer`. It may have been carried out, so the caller must check.
  *
+ * When the leader of several members hangs, the others accept requests and pass them on to it in vain, until they have
+ * elected another one. So each of them may be silent. A request that may be repeated therefore waits at each endpoint
+ * for only two fifths of the timeout, and then, in a second round, for the whole timeout.
+ *
  * With a user and a password, the client fetches a token before the first request, and again when etcd does not know
  * the token any more. If etcd refuses the password, the client reads it from its file again, because an administrator
  * may have changed it.
@@ -98,7 +102,7 @@ struct etcd_event_t {
 };
 
 struct etcd_options_t {
-    uint64_t timeout_ms = 5000;          /* for each request at each endpoint: longest silence (net/http.h) */
+    uint64_t timeout_ms = 5000;          /* of a request at an endpoint: longest silence (net/http.h) */
     uint64_t watch_silence_ms = 720000;  /* of a watch; etcd sends a progress notification every 10 minutes */
     size_t most_bytes = 16U << 20;       /* of one answer */
     uint32_t page = 250;                 /* greatest number of entries that one request of a list asks for */
@@ -155,8 +159,8 @@ private:
     reply_t<etcd_range_t> get_range(std::string key, std::string body);
     nat64::task<etcd_error_t> sign_in();
     nat64::task<etcd_error_t> fetch_token();
-    http_request_t request_of(const call_t &call) const;
-    http_request_t watch_request_of(const std::string &key, int64_t revision) const;
+    http_request_t request_of(const call_t &call, bool has_whole_timeout) const;
+    http_request_t watch_request_of(const std::string &key, int64_t revision, bool has_whole_timeout) const;
     /** Texts that must not appear in errors. */
     std::vector<std::string> secrets() const { return {store_.password, token_}; }
     void turn() { endpoint_ = (endpoint_ + 1) % store_.endpoints.size(); }

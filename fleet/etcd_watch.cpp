@@ -40,14 +40,15 @@ nat64::task<etcd_error_t> etcd_watch_t::open() {
     bool is_new_token = false;
     etcd_error_t error;
     std::string reasons;
-    for (size_t asked = 0; asked < etcd_.store_.endpoints.size();) {
+    const size_t count = etcd_.store_.endpoints.size();
+    for (size_t asked = 0; asked < count;) {
         if (is_signed && etcd_.token_.empty()) {
             error = co_await etcd_.sign_in();
             if (error) co_return error;
             is_new_token = true;
         }
         endpoint_ = etcd_.endpoint();
-        stream_.emplace(etcd_.http_, etcd_.watch_request_of(key_, revision_));
+        stream_.emplace(etcd_.http_, etcd_.watch_request_of(key_, revision_, asked + 1 == count));
         std::vector<etcd_event_t> none;
         error = co_await read(none);
         is_open_ = !error;

@@ -260,6 +260,32 @@ TEST_F(real_etcd_test, an_endpoint_that_is_not_there_or_stands_still_leaves_its_
     EXPECT_EQ(run(late.next()).value.size(), 1U);
 }
 
+TEST_F(etcd_test, a_request_that_may_be_repeated_waits_shortly_in_a_first_round) {
+    const auto expect_waits = [&](const auto &error_of, const std::vector<int> &waits_ms) {
+        const scripted_server_t silent[] = {scripted_server_t({{""}, {""}}, true),
+                                            scripted_server_t({{""}, {""}}, true)};
+        etcd_t etcd(loop_, store_at({silent[0].place(), silent[1].place()}), {.timeout_ms = 200});
+        std::string error;
+        for (size_t i = 0; i < waits_ms.size(); ++i) {
+            error += (i == 0 ? "http://" : "; http://") + silent[i % 2].place() + ": no progress within " +
+                     std::to_string(waits_ms[i]) + " ms";
+        }
+        EXPECT_EQ(error_of(etcd), error);
+    };
+    expect_waits([&](etcd_t &etcd) { return run(etcd.get("p/a")).error.text; }, {80, 80, 200, 200});
+    expect_waits([&](etcd_t &etcd) { return run(etcd.txn(put("p/a", "1"))).error.text; }, {200});
+    const auto watched = [&](etcd_t &etcd) {
+        etcd_watch_t watch(etcd, "p/a", 1);
+        return run(watch.next()).error.text;
+    };
+    expect_waits(watched, {80, 200});
+
+    /* While the leader is elected, the first one is silent. */
+    const scripted_server_t electing({{""}, {ok("{}")}}, true);
+    etcd_t etcd(loop_, store_at({electing.place(), nowhere()}), {.timeout_ms = 200});
+    EXPECT_EQ(run(etcd.get("p/a")).error.text, "");
+}
+
 TEST_F(real_etcd_test, a_transaction_without_an_answer_is_repeated_only_if_that_does_no_harm) {
     etcd_txn_t txn = put("p/a", "1");
     /* The first endpoint takes it and gives no answer. */
