@@ -78,7 +78,7 @@ private:
         if (!command.family->is_rule()) {
             const nat64::result got =
                 client_.configure(send_it, [self = shared_from_this(), ticket](const nat64::result &answer) {
-                    self->arrived(ticket, answer.error, nullptr);
+                    self->arrived(ticket, nat64::rule_result{answer});
                 });
             if (!got) settle(ticket, got.error, is_no_server(got.code()));
             return;
@@ -90,10 +90,9 @@ private:
             sent.default_rule = default_change_t{command.op, *static_cast<const fwx_nat64_mapt_dmr_t *>(record)};
         }
         const bool is_new = sent.rule && command.op == FWX_NAT64_OP_ADD && rules_.adding(*sent.rule);
-        const nat64::result got =
-            client_.configure_rule(send_it, [self = shared_from_this(), ticket](const nat64::rule_result &answer) {
-                self->arrived(ticket, answer.error, &answer);
-            });
+        const nat64::result got = client_.configure_rule(
+            send_it,
+            [self = shared_from_this(), ticket](const nat64::rule_result &answer) { self->arrived(ticket, answer); });
         if (sent.rule && command.op == FWX_NAT64_OP_DEL) note_table(rules_.deleting(*sent.rule));
         if (got) return;
         const bool must_correct = sent.rule && (is_new || command.op == FWX_NAT64_OP_DEL);
@@ -101,24 +100,25 @@ private:
         settle(ticket, got.error, is_no_server(got.code()));
     }
 
-    void arrived(size_t ticket, std::error_code error, const nat64::rule_result *rule) {
+    /** Takes the server's answer; only that to a command for a rule has more than the error. */
+    void arrived(size_t ticket, const nat64::rule_result &answer) {
         if (is_abandoned_) return;
         const std::shared_ptr<execution_t> keep = shared_from_this(); /* the resumed task may destroy the applier */
         const sent_t &sent = sent_.at(ticket);
-        const bool is_lost = is_unanswered(error);
-        if (rule != nullptr && rule->orders_cleanup) rules_.emptied();
+        const bool is_lost = is_unanswered(answer.error);
+        if (answer.orders_cleanup) rules_.emptied();
         if (sent.rule) {
             const bool is_known_gone = sent.rule->op == FWX_NAT64_OP_DEL && is_lost;
-            if (!is_known_gone) note_table(rules_.answered(*sent.rule, *rule).table_code);
+            if (!is_known_gone) note_table(rules_.answered(*sent.rule, answer).table_code);
         } else if (sent.default_rule) {
-            rules_.answered(*sent.default_rule, *rule);
+            rules_.answered(*sent.default_rule, answer);
         }
         if (is_lost) {
             ++result_.unanswered;
-            result_.lost = error;
+            result_.lost = answer.error;
             sent_.erase(ticket);
         } else {
-            settle(ticket, error, is_no_server(nat64::result{error}.code()));
+            settle(ticket, answer.error, is_no_server(answer.code()));
         }
         fill();
         end_if_over();
