@@ -87,20 +87,25 @@ std::string gateway_engine_t::open() {
     return error;
 }
 
-void gateway_engine_t::watch_translator() {
+void gateway_engine_t::watch() {
+    const std::string standstill = std::exchange(standstill_, kernel_t::check_forwarding());
+    if (!standstill_.empty() && standstill_ != standstill) log_(standstill_);
+    std::string lost;
+    const bool has_table = kernel_.has_table();
+    if (!has_table) lost = "another program has deleted or replaced the nftables table, which is made again";
     /* The kernel deletes all routes of a device that goes down or is deleted. */
-    const bool has_routes = kernel_.routes().set_up_device(NLM_F_EXCL) == EEXIST;
-    const bool is_served = kernel_.routes().is_device_served();
-    if (has_routes && is_served && trouble_.empty()) return;
-    if (trouble_.empty()) {
-        log_(is_served ? std::string("device ") + translator_device + " has lost its routes, and gets them again"
-                       : "the translator has died, and is started again");
+    if (kernel_.routes().set_up_device(NLM_F_EXCL) != EEXIST) {
+        lost = std::string("device ") + translator_device + " has lost its routes, and gets them again";
     }
+    if (!kernel_.routes().is_device_served()) lost = "the translator has died, and is started again";
+    if (lost.empty() && trouble_.empty()) return;
+    if (trouble_.empty()) log_(lost);
     std::string error = translator_.ensure(kernel_.routes(), watch_patience_ms);
     if (error.empty()) {
         kernel_.forget();
         error = kernel_.apply(plan_of(in_force_));
     }
+    if (error.empty() && !has_table) end_untranslated();
     if (!error.empty() && error != trouble_) log_(error);
     trouble_ = error;
 }
@@ -188,10 +193,12 @@ uint32_t gateway_engine_t::commit() noexcept {
     is_restoring_ = false;
     const std::set<addresses_t> ended = std::exchange(ended_, {});
     const networks_t networks = kernel_.in_force().networks;
+    const bool had_table = kernel_.has_table();
     const std::string error = kernel_.apply(plan_of(config));
     if (error.empty()) {
         in_force_ = config;
         end_sessions(ended, networks);
+        if (!had_table) end_untranslated();
         return 0;
     }
     log_("refused by the kernel: " + error);
@@ -217,6 +224,18 @@ void gateway_engine_t::end_sessions(const std::set<addresses_t> &ended, const ne
         return ended.count(addresses) != 0 || !is_ours(ipv4_of(session.pool_addr.addr));
     });
     if (failed != 0) log_(std::string("sessions of what was deleted may go on: ") + std::strerror(failed));
+}
+
+/** Ends the flows that began while the table was away. */
+void gateway_engine_t::end_untranslated() {
+    const auto is_ours = [this](const uint8_t *to) {
+        return has_prefix(to, translator_prefix.data(), translator_prefix_len) ||
+               std::ranges::any_of(in_force_.interfaces.prefixes.entries, [to](const auto &each) {
+                   return has_prefix(to, each.second.prefix.prefix, each.second.prefix.prefix_len);
+               });
+    };
+    const int failed = sessions_.end_untranslated(is_ours);
+    if (failed != 0) log_(std::string("flows that are not translated may go on: ") + std::strerror(failed));
 }
 
 const std::vector<gateway_engine_t::session_t> &gateway_engine_t::read_sessions(bool goes_on) const {

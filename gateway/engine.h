@@ -25,9 +25,9 @@ public:
 
     /** Checks the requirements and starts the translator; returns what is missing, or an empty text. */
     std::string open();
-    /** Call this regularly: it restarts the translator after it has died, and restores routes that its device
-     * has lost. */
-    void watch_translator();
+    /** Call this regularly: it restores what other programs have taken from the kernel (the translator, the routes of
+     * its device, the nftables table), and logs when the kernel does not forward packets any more. */
+    void watch();
     /** Call this after each turn of the loop: it marks the sessions that were read as outdated. */
     void turn_ended() { is_old_ = true; }
     /** Removes everything that a gateway has created in the kernel; returns what went wrong. */
@@ -56,6 +56,7 @@ private:
     uint32_t interface_refusal(const fwx_nat64_intf_payload_t &interface) const;
     uint32_t static_refusal(const fwx_nat64_smapping_t &mapping) const;
     void end_sessions(const std::set<addresses_t> &ended, const networks_t &before);
+    void end_untranslated();
     uint64_t count_of(const owner_t &owner) const;
     const std::vector<session_t> &read_sessions(bool goes_on) const;
     void name_owners() const;
@@ -64,7 +65,8 @@ private:
     translator_t translator_;
     mutable sessions_t sessions_;
     const log_fn_t log_;
-    std::string trouble_;      /* last error of the translator, so that it is logged only once */
+    std::string trouble_;      /* last error of a restoration, so that it is logged only once */
+    std::string standstill_;   /* why the kernel does not forward packets, likewise */
     bool is_restoring_ = true; /* until the first commit */
     configuration_t in_force_;
     std::map<uint32_t, addresses_t> statics_;  /* static mappings of `config`, by identifier */

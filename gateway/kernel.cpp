@@ -3,10 +3,15 @@
 #include "gateway/kernel.h"
 
 #include <arpa/inet.h>
+#include <endian.h>
+#include <linux/netfilter.h>
+#include <linux/netfilter/nf_tables.h>
+#include <linux/netfilter/nfnetlink.h>
 #include <linux/rtnetlink.h>
 #include <nftables/libnftables.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -70,13 +75,18 @@ std::string kernel_t::check_namespace() {
 }
 
 std::string kernel_t::check() {
-    std::string error = check_namespace();
-    if (!error.empty()) return error;
+    const std::string error = check_namespace();
+    return error.empty() ? check_forwarding() : error;
+}
+
+std::string kernel_t::check_forwarding() {
     for (const char *forwarding : {"ipv6/conf/all/forwarding", "ipv4/conf/all/forwarding"}) {
         const std::string path = std::string(settings_folder) + forwarding;
         std::string value;
-        std::ifstream(path) >> value;
-        if (value != "1") return "the kernel does not forward packets: set " + path + " to 1";
+        std::ifstream file(path);
+        const bool is_unknown = !file.is_open() && errno != ENOENT; /* such as without descriptors */
+        file >> value;
+        if (value != "1" && !is_unknown) return "the kernel does not forward packets: set " + path + " to 1";
     }
     return "";
 }
@@ -88,6 +98,7 @@ std::string kernel_t::apply(plan_t plan) {
     if (!error.empty() && was_known) error = change(plan);
     if (error.empty()) {
         in_force_ = std::move(plan);
+        table_handle_ = read_table_handle();
     } else {
         for (const auto &[path, value] : in_force_.settings) {
             write_setting(path, value);
@@ -154,6 +165,19 @@ std::string kernel_t::text_from_found(const ruleset_t &to) {
         }
     }
     return table_text(table_) + changes_text(table_, found, to);
+}
+
+/** Returns what is known already if the kernel cannot be asked. */
+uint64_t kernel_t::read_table_handle() {
+    netlink_request_t<nfgenmsg> request((NFNL_SUBSYS_NFTABLES << 8) | NFT_MSG_GETTABLE, NLM_F_ACK);
+    request->nfgen_family = NFPROTO_IPV6;
+    mnl_attr_put_strz(request.message(), NFTA_TABLE_NAME, table_.c_str());
+    uint64_t handle = 0;
+    const int failed = netlink_.ask(request.message(), [&handle](const nlmsghdr *answer) {
+        const nlattr *found = find_attribute(answer, sizeof(nfgenmsg), NFTA_TABLE_HANDLE);
+        if (found != nullptr) handle = be64toh(mnl_attr_get_u64(found));
+    });
+    return failed == 0 || failed == ENOENT ? handle : table_handle_;
 }
 
 std::string kernel_t::remove_table() {

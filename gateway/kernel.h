@@ -23,6 +23,11 @@ public:
      * empty text, or why the kernel has refused; the previous plan then stays in force.
      */
     std::string apply(plan_t plan);
+    /** True if the table is the one that the last apply left. Another program may have deleted it or replaced it; by
+     * default a reload of Debian's nftables.service does, with `flush ruleset`. Does not see a change in the table. */
+    bool has_table() { return read_table_handle() == table_handle_; }
+    /** Returns which setting keeps the kernel from forwarding packets, or an empty text. */
+    static std::string check_forwarding();
     /** Makes the next apply read the state of the kernel again. */
     void forget() { is_known_ = false; }
     /** Deletes the table, and checks that no other gateway uses the network namespace. A table that does not exist is
@@ -39,9 +44,12 @@ private:
     std::string check_namespace();
     std::string change(const plan_t &plan);
     std::string text_from_found(const ruleset_t &to);
+    uint64_t read_table_handle();
 
     const std::string table_; /* name of the nftables table, in family ip6 */
     std::unique_ptr<nft_ctx, void (*)(nft_ctx *)> nft_;
+    netlink_t netlink_{NETLINK_NETFILTER};
+    uint64_t table_handle_ = 0; /* the kernel's number of the table, which no later one has; 0: none */
     routes_t routes_;
     plan_t in_force_;
     bool is_known_ = false; /* true if the kernel has what `in_force_` says */

@@ -128,15 +128,14 @@ bool is_match(const session_filter_t &filter, const fwx_nat64_session_full_t &se
 
 std::string sessions_t::open() {
     handle_ = {nfct_open(CONNTRACK, 0), nfct_close};
-    if (handle_ != nullptr && dump([](const session_t &, const nf_conntrack *) {}) == 0) return "";
+    if (handle_ != nullptr && dump([](const nf_conntrack *, const nlmsghdr *) {}) == 0) return "";
     return std::string("cannot read connection tracking (modules nf_conntrack and nf_conntrack_netlink): ") +
            std::strerror(errno);
 }
 
 int sessions_t::dump(const found_fn_t &found) {
     const auto read_one = [](const nlmsghdr *message, nf_conntrack_msg_type, nf_conntrack *entry, void *arg) {
-        session_t session;
-        if (read_session(entry, message, session)) (*static_cast<const found_fn_t *>(arg))(session, entry);
+        (*static_cast<const found_fn_t *>(arg))(entry, message);
         return static_cast<int>(NFCT_CB_CONTINUE);
     };
     nfct_callback_register2(handle_.get(), NFCT_T_ALL, read_one, const_cast<found_fn_t *>(&found));
@@ -148,7 +147,10 @@ int sessions_t::dump(const found_fn_t &found) {
 
 int sessions_t::read(std::vector<session_t> &sessions) {
     sessions.clear();
-    const int failed = dump([&](const session_t &session, const nf_conntrack *) { sessions.push_back(session); });
+    const int failed = dump([&sessions](const nf_conntrack *entry, const nlmsghdr *message) {
+        session_t session;
+        if (read_session(entry, message, session)) sessions.push_back(session);
+    });
     std::ranges::sort(sessions, {}, &session_t::id);
     /* The kernel can dump an entry twice when its table grows during the dump. */
     const auto is_same = [](const session_t &a, const session_t &b) { return a.id == b.id; };
@@ -157,9 +159,26 @@ int sessions_t::read(std::vector<session_t> &sessions) {
 }
 
 int sessions_t::end_if(const match_fn_t &match) {
+    return end_entries([&match](const nf_conntrack *entry, const nlmsghdr *message) {
+        session_t session;
+        return read_session(entry, message, session) && match(session);
+    });
+}
+
+int sessions_t::end_untranslated(const to_fn_t &match) {
+    return end_entries([&match](const nf_conntrack *entry, const nlmsghdr *) {
+        const uint8_t *to = address_in(entry, ATTR_ORIG_IPV6_DST);
+        const uint8_t *reply_from = address_in(entry, ATTR_REPL_IPV6_SRC);
+        const bool is_untranslated =
+            to != nullptr && reply_from != nullptr && std::memcmp(to, reply_from, sizeof(in6_addr)) == 0;
+        return is_untranslated && match(to);
+    });
+}
+
+int sessions_t::end_entries(const std::function<bool(const nf_conntrack *, const nlmsghdr *)> &match) {
     std::vector<entry_ptr_t> ending;
-    int failed = dump([&](const session_t &session, const nf_conntrack *entry) {
-        if (match(session)) ending.emplace_back(nfct_clone(entry), nfct_destroy);
+    int failed = dump([&](const nf_conntrack *entry, const nlmsghdr *message) {
+        if (match(entry, message)) ending.emplace_back(nfct_clone(entry), nfct_destroy);
     });
     for (const entry_ptr_t &entry : ending) {
         const bool is_gone = nfct_query(handle_.get(), NFCT_Q_DESTROY, entry.get()) == 0 || errno == ENOENT;

@@ -378,14 +378,15 @@ TEST_F(traffic_test, flows_survive_changes_and_a_killed_gateway) {
     EXPECT_EQ(sessions().size(), 0U) << "sessions end with their pool";
 }
 
-TEST_F(traffic_test, packets_pass_again_after_the_translator_or_its_device_was_lost) {
+TEST_F(traffic_test, packets_pass_again_after_the_translator_its_device_or_the_table_was_lost) {
     serve_with_pool();
     const pid_t translator = std::stoi(text_of(state("edge") + "/translator.pid"));
     EXPECT_EQ(getsid(translator), translator) << "what ends the gateway's session does not end it";
     for (const std::string &loss :
          {"kill -KILL $(cat " + state("edge") + "/translator.pid)", std::string("ip link delete fwx_nat64"),
           std::string("ip link delete fwx_nat64 && ip tuntap add fwx_nat64 mode tun"),
-          std::string("ip link set fwx_nat64 down"),
+          std::string("ip link set fwx_nat64 down"), std::string("nft flush ruleset"),
+          std::string("nft flush ruleset && nft add table ip6 fwx_nat64_edge"),
           std::string("ip link set fwx_nat64 down && ip link set fwx_nat64 up")}) {
         must(middle, loss);
         EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; }))
@@ -393,6 +394,11 @@ TEST_F(traffic_test, packets_pass_again_after_the_translator_or_its_device_was_l
     }
     EXPECT_NE(log().find("the translator has died, and is started again"), std::string::npos);
     EXPECT_NE(log().find("device fwx_nat64 has lost its routes, and gets them again"), std::string::npos);
+    EXPECT_NE(log().find("another program has deleted or replaced the nftables table"), std::string::npos);
+    must(middle, "sysctl -q net.ipv6.conf.all.forwarding=0");
+    EXPECT_TRUE(
+        eventually([this] { return log().find("the kernel does not forward packets: set") != std::string::npos; }));
+    must(middle, "sysctl -q net.ipv6.conf.all.forwarding=1");
 
     must(middle,
          "nft delete table ip6 fwx_nat64_edge && nft add table ip6 fwx_nat64_edge"
@@ -402,6 +408,23 @@ TEST_F(traffic_test, packets_pass_again_after_the_translator_or_its_device_was_l
     must(middle, "nft delete table ip6 fwx_nat64_edge");
     EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; }))
         << "it is tried again: " << log();
+}
+
+TEST_F(traffic_test, a_flow_that_began_while_the_table_was_away_begins_anew) {
+    serve_with_pool();
+    must(middle, "ip -6 route add 2001:db8:64::/96 dev out0");
+    const socket_t from = from_client(SOCK_DGRAM);
+    const socket_t at = at_server(SOCK_DGRAM, 7);
+    gateway.signal(SIGSTOP);
+    must(middle,
+         "nft 'flush ruleset; add table ip6 other; add chain ip6 other any { type filter hook forward priority filter; "
+         "};"
+         " add rule ip6 other any ct state new accept'");
+    ASSERT_TRUE(from.send("hello", to_server(7)));
+    ASSERT_TRUE(eventually([this] { return tracked().find("dst=2001:db8:64::") != std::string::npos; }));
+    gateway.signal(SIGCONT);
+    EXPECT_TRUE(eventually([&] { return converse(from, at, to_server(7), "hello", nullptr, socket_t::never_ms); }))
+        << log() << tracked();
 }
 
 }  // namespace

@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr uint64_t translator_watch_ms = 1000;
+constexpr uint64_t watch_ms = 1000;
 constexpr size_t longest_name = 64;
 constexpr const char *name_characters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-";
 
@@ -89,20 +89,20 @@ private:
     int fd_ = -1;
 };
 
-struct translator_watch_t {
+struct kernel_watch_t {
     fwx_host_loop_t *loop;
     gateway_engine_t &engine;
     bool is_planned = false;
 
-    /** Plans the next look at the translator, unless it is planned. If no memory is left for that, the next turn of the
+    /** Plans the next look at the kernel, unless it is planned. If no memory is left for that, the next turn of the
      * loop plans it. */
     void plan() {
         const auto look = [](void *arg) {
-            auto &self = *static_cast<translator_watch_t *>(arg);
+            auto &self = *static_cast<kernel_watch_t *>(arg);
             self.is_planned = false;
-            self.engine.watch_translator();
+            self.engine.watch();
         };
-        if (!is_planned) is_planned = fwx_host_timer_add(loop, translator_watch_ms, look, this) != 0;
+        if (!is_planned) is_planned = fwx_host_timer_add(loop, watch_ms, look, this) != 0;
     }
 };
 
@@ -136,7 +136,7 @@ int run(const options_t &options) {
     if (!error.empty()) return fail(error);
     std::printf("serving %s\n", name.c_str());
     if (std::fflush(stdout) != 0) return fail("cannot write to standard output");
-    translator_watch_t watch{loop.get(), engine};
+    kernel_watch_t watch{loop.get(), engine};
     watch.plan();
     error = runner.run([&engine, &watch] {
         engine.turn_ended();
