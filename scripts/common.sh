@@ -24,5 +24,6 @@ python_packages=(python3-dev python3-cffi python3-setuptools)
 build_packages=(g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libedit-dev libmicrohttpd-dev
   prometheus-cpp-dev zlib1g-dev libcurl4-openssl-dev libssl-dev
   libnftables-dev libnetfilter-conntrack-dev libmnl-dev)
+clang_packages=(clang libclang-rt-14-dev lld) # for the presets asan and tsan
 # Programs that the gateway runs, and tools of its tests.
 gateway_packages=(tayga nftables conntrack iproute2 iputils-ping)

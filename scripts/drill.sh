@@ -32,7 +32,7 @@ case "${1:-}" in
 esac
 kills=${2:-$kills}
 
-need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev etcd-server etcd-client
+need_packages "${build_packages[@]}" "${clang_packages[@]}" "${gateway_packages[@]}" libgtest-dev etcd-server etcd-client
 for preset in $presets; do
   say "$preset: $1 $kills"
   build "$preset" "$target"

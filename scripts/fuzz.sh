@@ -8,7 +8,7 @@ source scripts/common.sh
 seconds=${1:-20}
 [[ $seconds =~ ^[1-9][0-9]*$ ]] || { echo "usage: $0 [SECONDS]" >&2; exit 2; }
 
-need_packages "${build_packages[@]}" clang libclang-rt-14-dev
+need_packages "${build_packages[@]}" "${clang_packages[@]}"
 say "building (preset asan)"
 build asan {document,handshake,ietf,messages,natctl,ring,state,store,tree}_fuzz
 

@@ -17,7 +17,7 @@ esac
 
 need_packages "${build_packages[@]}" "${gateway_packages[@]}" libgtest-dev libasio-dev libuv1-dev ccache \
   "${python_packages[@]}" python3-pytest
-[[ $tier == --quick ]] || need_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev pkgconf tshark doxygen \
+[[ $tier == --quick ]] || need_packages "${clang_packages[@]}" clang-format clang-tidy cppcheck pkgconf tshark doxygen \
   abigail-tools debhelper dh-python lintian systemd mypy etcd-server etcd-client prometheus curl tmux zsh fish ansible-core
 
 # The packages are built from a copy of the tree; with these settings ccache reuses the objects that are compiled here.
@@ -46,14 +46,19 @@ else
   build_and_test asan
   build_and_test tsan
 
-  say "static analysis"
+  say "static analysis, beside the tests of what is delivered: installed tree, packages"
+  ctest --preset dev --label-regex delivery --no-label-summary >build/delivery.log 2>&1 &
+  delivery=$!
+  trap 'kill "$delivery" 2>/dev/null || true' EXIT
   cmake --preset asan -B build/tidy -DCMAKE_UNITY_BUILD=OFF >/dev/null # only for its list of commands, one for each source
   git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests/delivery)/' | xargs scripts/tidy.py build/tidy
+  # In parts of its own for each processor, because cppcheck's option -j leaves one idle. It checks one configuration.
   # Suppressed: cppcheck's own errors; missingReturn in coroutines that return nothing; its misreading of new (std::nothrow)
   # and of the -1 of an anonymous mapping; readdir, used on a directory of its own, and getpwuid, in a program of one
   # thread; parameters that coroutines take by value because they keep them.
   git ls-files '*.cpp' | grep -vE '^(bench|fuzz|tests)/' |
-    xargs cppcheck -j "$(nproc)" --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++20 --library=posix \
+    xargs -n 8 -P "$(nproc)" cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --std=c++20 \
+      --library=posix --max-configs=1 --suppress=toomanyconfigs \
       --suppress=missingReturn --suppress=cppcheckError --suppress=legacyUninitvar --suppress=invalidFunctionArg \
       --suppress=readdirCalled --suppress=getpwuidCalled '--suppress=passedByValue:fleet/*' '--suppress=passedByValue:tools/nat64d/store_follower.cpp' -I. -Iinclude -Ihost/include
 
@@ -67,7 +72,8 @@ else
   tests/library/export_test.sh build/external/libfwx_nat64.so cmake/exports.list
 
   say "delivery: installed tree, packages, binary interface, pages"
-  ctest --preset dev --label-regex delivery --no-label-summary | tail -n 4
+  wait "$delivery" || { cat build/delivery.log; exit 1; }
+  tail -n 4 build/delivery.log
   scripts/abi.sh | tail -n 1
   scripts/docs.sh | tail -n 1
 
