@@ -3,6 +3,7 @@
 #include "gateway/engine.h"
 
 #include <linux/capability.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -93,10 +94,11 @@ void gateway_engine_t::watch() {
     std::string lost;
     const bool has_table = kernel_.has_table();
     if (!has_table) lost = "another program has deleted or replaced the nftables table, which is made again";
-    /* The kernel deletes all routes of a device that goes down or is deleted. */
-    if (kernel_.routes().set_up_device(NLM_F_EXCL) != EEXIST) {
-        lost = std::string("device ") + translator_device + " has lost its routes, and gets them again";
-    }
+    /* The kernel deletes all routes of a device that goes down or is deleted. The first network stands for all. */
+    const networks_t &networks = kernel_.in_force().networks;
+    const bool has_routes = kernel_.routes().set_up_device(NLM_F_EXCL) == EEXIST &&
+                            (networks.empty() || kernel_.routes().change(RTM_NEWROUTE, networks.front()) == EEXIST);
+    if (!has_routes) lost = std::string("device ") + translator_device + " has lost its routes, and gets them again";
     if (!kernel_.routes().is_device_served()) lost = "the translator has died, and is started again";
     if (lost.empty() && trouble_.empty()) return;
     if (trouble_.empty()) log_(lost);

@@ -167,6 +167,11 @@ std::string kernel_t::text_from_found(const ruleset_t &to) {
     return table_text(table_) + changes_text(table_, found, to);
 }
 
+bool kernel_t::has_table() {
+    const uint64_t handle = read_table_handle();
+    return handle != 0 && handle == table_handle_; /* it may have been deleted at once after the last apply */
+}
+
 /** Returns what is known already if the kernel cannot be asked. */
 uint64_t kernel_t::read_table_handle() {
     netlink_request_t<nfgenmsg> request((NFNL_SUBSYS_NFTABLES << 8) | NFT_MSG_GETTABLE, NLM_F_ACK);

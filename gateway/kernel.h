@@ -25,7 +25,7 @@ public:
     std::string apply(plan_t plan);
     /** True if the table is the one that the last apply left. Another program may have deleted it or replaced it; by
      * default a reload of Debian's nftables.service does, with `flush ruleset`. Does not see a change in the table. */
-    bool has_table() { return read_table_handle() == table_handle_; }
+    bool has_table();
     /** Returns which setting keeps the kernel from forwarding packets, or an empty text. */
     static std::string check_forwarding();
     /** Makes the next apply read the state of the kernel again. */

@@ -385,8 +385,8 @@ TEST_F(traffic_test, packets_pass_again_after_the_translator_its_device_or_the_t
     for (const std::string &loss :
          {"kill -KILL $(cat " + state("edge") + "/translator.pid)", std::string("ip link delete fwx_nat64"),
           std::string("ip link delete fwx_nat64 && ip tuntap add fwx_nat64 mode tun"),
-          std::string("ip link set fwx_nat64 down"), std::string("nft flush ruleset"),
-          std::string("nft flush ruleset && nft add table ip6 fwx_nat64_edge"),
+          std::string("ip link set fwx_nat64 down"), std::string("ip route flush dev fwx_nat64"),
+          std::string("nft flush ruleset"), std::string("nft flush ruleset && nft add table ip6 fwx_nat64_edge"),
           std::string("ip link set fwx_nat64 down && ip link set fwx_nat64 up")}) {
         must(middle, loss);
         EXPECT_TRUE(eventually([this] { return ping(server_behind_prefix, 8, socket_t::never_ms) != 0; }))
