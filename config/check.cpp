@@ -152,11 +152,8 @@ private:
                 return before != nullptr && before->addresses.pool_id != span.addresses.pool_id &&
                        before->addresses.last >= span.addresses.first;
             };
-            if (is_hit(farthest)) {
-                note_overlap(span, *farthest);
-            } else if (is_hit(others)) {
-                note_overlap(span, *others);
-            }
+            const span_t *const hit = is_hit(farthest) ? farthest : is_hit(others) ? others : nullptr;
+            if (hit != nullptr) note_overlap(span, *hit);
             const bool is_farthest = farthest == nullptr || span.addresses.last >= farthest->addresses.last;
             const bool is_of_same_pool = farthest != nullptr && span.addresses.pool_id == farthest->addresses.pool_id;
             if (is_farthest) {

@@ -77,7 +77,7 @@ else
   scripts/abi.sh | tail -n 1
   scripts/docs.sh | tail -n 1
 
-  scripts/fuzz.sh 5
+  scripts/fuzz.sh 3
 
   say "demo"
   scripts/demo.sh build/dev/tools/natctl >/dev/null
