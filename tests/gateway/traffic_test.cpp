@@ -413,18 +413,22 @@ TEST_F(traffic_test, packets_pass_again_after_the_translator_its_device_or_the_t
 TEST_F(traffic_test, a_flow_that_began_while_the_table_was_away_begins_anew) {
     serve_with_pool();
     must(middle, "ip -6 route add 2001:db8:64::/96 dev out0");
-    const socket_t from = from_client(SOCK_DGRAM);
     const socket_t at = at_server(SOCK_DGRAM, 7);
-    gateway.signal(SIGSTOP);
-    must(middle,
-         "nft 'flush ruleset; add table ip6 other; add chain ip6 other any { type filter hook forward priority filter; "
-         "};"
-         " add rule ip6 other any ct state new accept'");
-    ASSERT_TRUE(from.send("hello", to_server(7)));
-    ASSERT_TRUE(eventually([this] { return tracked().find("dst=2001:db8:64::") != std::string::npos; }));
-    gateway.signal(SIGCONT);
-    EXPECT_TRUE(eventually([&] { return converse(from, at, to_server(7), "hello", nullptr, socket_t::never_ms); }))
-        << log() << tracked();
+    for (const bool is_dead : {false, true}) {
+        const socket_t from = from_client(SOCK_DGRAM);
+        if (is_dead) gateway.end(SIGKILL);
+        if (!is_dead) gateway.signal(SIGSTOP);
+        must(
+            middle,
+            "nft 'flush ruleset; add table ip6 other; add chain ip6 other any { type filter hook forward priority 0; };"
+            " add rule ip6 other any ct state new accept'");
+        ASSERT_TRUE(from.send("hello", to_server(7)));
+        ASSERT_TRUE(eventually([this] { return tracked().find("dst=2001:db8:64::") != std::string::npos; }));
+        if (!is_dead) gateway.signal(SIGCONT);
+        EXPECT_TRUE(!is_dead || serve()) << log();
+        EXPECT_TRUE(eventually([&] { return converse(from, at, to_server(7), "hello", nullptr, socket_t::never_ms); }))
+            << log() << tracked();
+    }
 }
 
 }  // namespace
