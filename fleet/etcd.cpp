@@ -93,7 +93,7 @@ nat64::task<etcd_t::answer_t> etcd_t::call(call_t call) {
     const bool is_signed = call.is_signed && !store_.user.empty();
     bool is_new_token = false;
     bool is_lost = false;
-    std::string reasons; /* of the endpoints before this one */
+    std::string reasons; /* of the tries before this one */
     answer_t answer;
     const size_t count = store_.endpoints.size();
     const size_t tries = call.is_repeatable && count > 1 ? 2 * count : count;

@@ -34,7 +34,8 @@ etcd_t::reply_t<std::vector<etcd_event_t>> etcd_watch_t::next() {
     co_return result;
 }
 
-/** Opens the watch at the first endpoint that accepts it. */
+/** Opens the watch at the first endpoint that accepts it. Only the last one has the whole timeout, and there is no
+ * second round, because the caller begins again with a read, which has two. */
 nat64::task<etcd_error_t> etcd_watch_t::open() {
     const bool is_signed = !etcd_.store_.user.empty();
     bool is_new_token = false;
